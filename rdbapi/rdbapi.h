@@ -1,0 +1,125 @@
+//  The client library's interface: the nine functions of ./librdbapix64.so, their callback types, the event codes and
+//  the two fixed-layout records.
+//
+//  One handle is one asynchronous connection to one server. The library owns reconnection, time-outs and its threads;
+//  the caller only reacts to events.
+//
+//      rdb_create -> rdb_setmessagenotify -> rdb_connectex --(60001)--> calls --(60003)--> ... --> rdb_disconnect
+//                                                             ^            |                       rdb_destory
+//                                                             +------------+  the library reconnects
+//
+//  What the caller relies on: an event 60001 means that calls can succeed from now on; every call on the caller's
+//  thread is bounded; rdb_disconnect and rdb_destory may be called from a signal handler that interrupted any other
+//  call of the library.
+//
+//  Threads: callbacks may come from threads of the library, at the same time as the caller's own calls.
+//
+//  Both records are wire formats of the library: little-endian, no padding beyond what is listed, every byte not listed
+//  is zero. The assertions below hold each offset.
+#ifndef RDBAPI_RDBAPI_H
+#define RDBAPI_RDBAPI_H
+
+#include <cstddef>
+#include <cstdint>
+
+//  Event codes given to RdbMessageNotify. Any other code is to be ignored.
+constexpr std::int32_t RDB_EVENT_CONNECTED = 60001;     // the connection is established
+constexpr std::int32_t RDB_EVENT_DISCONNECTED = 60003;  // the connection is lost
+
+constexpr std::uint8_t RDB_VALUE_TYPE_TEXT = 6;   // RdbTag::valuetype, RdbSnapshot::valuetype: a text
+constexpr std::uint8_t RDB_TAG_CLASS_USABLE = 2;  // RdbTag::tagclass: the only class whose values may be put
+constexpr int RDB_TAGINPORT_MODE = 16;            // second argument of rdb_taginport
+
+//  A tag definition.
+//
+//      0         4 5        12              92           189 190 191 192            256
+//      | zero    |t| zero   | name[80]      | zero       |c  |0  |f  | zero         |
+//                 value type                              tag class  import flag
+struct RdbTag {
+    std::uint8_t reserved0[4];
+    std::uint8_t valuetype;  // RDB_VALUE_TYPE_TEXT when importing, 0 when querying
+    std::uint8_t reserved5[7];
+    char name[80];  // NUL-terminated, at most 79 characters
+    std::uint8_t reserved92[97];
+    std::uint8_t tagclass;  // RDB_TAG_CLASS_USABLE when importing; rdb_tagget stores the server's value here
+    std::uint8_t reserved190;
+    std::uint8_t importflag;  // 1 when importing, 0 when querying
+    std::uint8_t reserved192[64];
+};
+
+static_assert(sizeof(RdbTag) == 256);
+static_assert(offsetof(RdbTag, valuetype) == 4);
+static_assert(offsetof(RdbTag, reserved5) == 5);
+static_assert(offsetof(RdbTag, name) == 12);
+static_assert(offsetof(RdbTag, reserved92) == 92);
+static_assert(offsetof(RdbTag, tagclass) == 189);
+static_assert(offsetof(RdbTag, reserved190) == 190);
+static_assert(offsetof(RdbTag, importflag) == 191);
+static_assert(offsetof(RdbTag, reserved192) == 192);
+
+//  One value of one object at one time.
+//
+//      0               80        88      96 97    102    104                        1104
+//      | name[80]      | time    | zero  |t | zero | len | value[1000]              |
+struct RdbSnapshot {
+    char name[80];      // NUL-terminated, at most 79 characters
+    std::int64_t time;  // zero in a record that is put: the server's own time counts
+    std::uint8_t reserved88[8];
+    std::uint8_t valuetype;  // RDB_VALUE_TYPE_TEXT
+    std::uint8_t reserved97[5];
+    std::uint16_t valuelen;  // bytes of value, terminator not counted; 0..999
+    char value[1000];        // NUL-terminated, at most 999 characters
+};
+
+static_assert(sizeof(RdbSnapshot) == 1104);
+static_assert(offsetof(RdbSnapshot, time) == 80);
+static_assert(offsetof(RdbSnapshot, reserved88) == 88);
+static_assert(offsetof(RdbSnapshot, valuetype) == 96);
+static_assert(offsetof(RdbSnapshot, reserved97) == 97);
+static_assert(offsetof(RdbSnapshot, valuelen) == 102);
+static_assert(offsetof(RdbSnapshot, value) == 104);
+
+extern "C" {
+
+//  Receives a connection event. value belongs to the library and is not used by callers; user is the pointer given to
+//  rdb_setmessagenotify.
+typedef void (*RdbMessageNotify)(std::int32_t event, std::int64_t value, void* user);
+
+//  Receives the reply to one rdb_callmsg. text holds length bytes, need not be NUL-terminated and is valid during the
+//  call only; user is the pointer given to rdb_callmsg.
+typedef void (*RdbReply)(const char* text, std::int32_t length, void* user);
+
+//  Creates an unconnected handle. Returns it (0 or greater), or a negative value when there is none to give.
+int rdb_create(void);
+
+//  Sets the receiver of the handle's connection events. Call it before rdb_connectex. Returns 0, or an error code.
+int rdb_setmessagenotify(int handle, RdbMessageNotify callback, void* user);
+
+//  Starts the asynchronous connection; its outcome arrives as an event. The texts are copied. reserved is 0.
+//  Returns 0 when it was started, an error code when it never can succeed (a malformed url, an unknown scheme).
+int rdb_connectex(int handle, const char* url, const char* user, const char* password, int reserved);
+
+//  Hands over a request text of length bytes. The reply comes to callback later. Returns 0 when the request was taken,
+//  else an error code; then callback is never called.
+int rdb_callmsg(int handle, const char* text, std::int32_t length, RdbReply callback, void* user);
+
+//  Looks up the tag named in *tag and fills in the rest of the record. Returns 0, or an error code (also when there is
+//  no such tag).
+int rdb_tagget(int handle, RdbTag* tag);
+
+//  Creates or replaces the tag that *tag defines. mode is RDB_TAGINPORT_MODE; *result belongs to the library.
+//  Returns 0, or an error code.
+int rdb_taginport(int handle, int mode, RdbTag* tag, std::int32_t* result);
+
+//  Puts the current values of count objects. Returns 0, or an error code.
+int rdb_objputsnapshot(int handle, const RdbSnapshot* records, int count);
+
+//  Ends the connection. No event is delivered for it. Safe in a signal handler. Returns 0, or an error code.
+int rdb_disconnect(int handle);
+
+//  Gives the handle back. Safe in a signal handler. Returns 0, or an error code. The name is spelled as the library
+//  exports it.
+int rdb_destory(int handle);
+}
+
+#endif
