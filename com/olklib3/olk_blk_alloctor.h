@@ -1,0 +1,294 @@
+//  One size class of the pooled allocator: a list of heaps, each one anonymous mapping cut into equal blocks.
+//
+//      base                                                    base + maplen
+//      | hdr | block 0 | hdr | block 1 | ... | never used ... |
+//        |     ^                                  hdr: 8 bytes, the address of the block's blk_heap, written when the
+//        |     the user's address                 block is first carved and never changed, so a user address finds
+//        +--> blk_heap --owner--> blk_alloctor    its heap in one load; stride = blksize + 8
+//
+//      heaps --> head heap --> second --> ... --> null
+//                   |             +-- new heaps and refilled heaps go here
+//                   +-- stays the head for the class's whole life and is never released
+//
+//  Invariants: (1) The class's freecount = sum of its heaps' freecounts. (2) A heap's freecount = length of its
+//  freelist + blkcount - bump. (3) Every node of a freelist is a block below bump of that heap, and its header names
+//  that heap. (4) heapcount = length of the list. (5) Every heap behind the head holds exactly blkperheap blocks.
+//
+//  Threads: any thread may call malloc_ and free_; the class's own lock guards the class and all its heaps. The object
+//  heap's lock is taken inside it.
+#ifndef OLK_BLK_ALLOCTOR_H
+#define OLK_BLK_ALLOCTOR_H
+
+#include "olk_objalloctor.h"
+
+#include <cassert>
+
+namespace olk {
+
+//  Bytes in front of every user address.
+constexpr size_t blk_header_size = 8;
+
+struct blk_heap;
+
+template <class LOCK>
+struct blk_alloctor : memheap_ {
+    blk_heap* heaps;      // the head heap; null until the first heap exists
+    int32_t heapcount;    // heaps in the list
+    uint32_t freecount;   // free blocks over all heaps: never used and freed
+    uint32_t blksize;     // bytes per block, a multiple of 8
+    uint32_t blkperheap;  // blocks of every heap but a first one, which is kept small
+    LOCK lock;            // guards everything above and all heaps
+
+    //  Makes a class without a heap. size is rounded up to a multiple of 8.
+    blk_alloctor(uint32_t size, uint32_t per_heap);
+    //  Unmaps every heap, whatever is still in use.
+    ~blk_alloctor();
+    blk_alloctor(const blk_alloctor&) = delete;
+    blk_alloctor& operator=(const blk_alloctor&) = delete;
+
+    //  Takes one block. Stores blksize through outsize unless that is null. Returns null, and changes nothing, when a
+    //  heap is needed and cannot be had. Aborts when the free counts are broken.
+    void* malloc_(size_t* outsize);
+
+    //  Gives a block back. Requires: p came from malloc_ of this class and heap is the heap that its header names.
+    void free_(blk_heap* heap, void* p);
+
+    //  Makes the head heap of count blocks. Requires: the class has none. Returns false when it cannot be had.
+    bool add_first_heap_(uint32_t count);
+
+    //  Returns how many blocks a first heap gets: blkperheap, but no more than fit 32 KiB, and no fewer than 16 for it.
+    static uint32_t first_heap_count(uint32_t size, uint32_t per_heap);
+
+    //  True when all invariants hold. Takes the lock.
+    bool valid();
+
+private:
+    blk_heap* new_heap_(uint32_t count);
+    void* grow_();
+    void* take_();
+    void release_free_heaps_();
+    bool valid_();
+};
+
+//  The control record of one heap. It lives in the object heap, not in the heap's own mapping.
+struct blk_heap {
+    uint32_t freecount;             // free blocks in this heap
+    uint32_t blkcount;              // blocks in this heap
+    uint32_t blksize;               // bytes per block, as in the class
+    uint32_t bump;                  // blocks handed out so far from the never-used tail
+    uint64_t maplen;                // bytes of the mapping
+    char* base;                     // start of the mapping
+    void* freelist;                 // freed blocks (user addresses), linked through their first words; null when none
+    blk_alloctor<spinlock>* owner;  // the class
+    blk_heap* next;                 // null at the end
+
+    //  Returns the heap that the block at user address p belongs to; null for a big block.
+    static blk_heap* of(const void* p) { return load_word<blk_heap*>(at(p, -ptrdiff_t{blk_header_size})); }
+
+    //  Takes a freed block, else a never-used one. Returns null when the heap is full.
+    void* take();
+    //  Takes the first never-used block. Requires: bump < blkcount.
+    void* carve();
+    bool wholly_free() const { return freecount == blkcount; }
+    //  True when the heap agrees with itself (invariants 2 and 3).
+    bool valid() const;
+    //  Unmaps the heap and gives the record back.
+    void release();
+};
+
+static_assert(sizeof(blk_heap) == 56, "a heap record fills one slot of the object heap");
+static_assert(sizeof(blk_alloctor<spinlock>) <= 56, "a class record fits one slot of the object heap");
+
+//  Aborts with the report of a broken size class: a free count above zero, and no block to find. The place that it names
+//  is part of the service's diagnostics and stays the same wherever this code moves.
+[[noreturn]] inline void report_broken_class() {
+    __assert_fail("pret != nullptr", "../com/olklib3/olk_alloctor", 597,
+                  "void* olk::blk_alloctor<LOCK>::malloc_(size_t*) [with LOCK = olk::spinlock; size_t = long unsigned "
+                  "int]");
+}
+
+inline void* blk_heap::carve() {
+    void* header = base + uint64_t{bump} * (blksize + blk_header_size);
+    store_word(header, this);
+    ++bump;
+    --freecount;
+    return at(header, blk_header_size);
+}
+
+inline void* blk_heap::take() {
+    void* p = freelist;
+    if (p == nullptr)
+        return bump < blkcount ? carve() : nullptr;
+    freelist = load_word<void*>(p);
+    --freecount;
+    return p;
+}
+
+inline bool blk_heap::valid() const {
+    const uint64_t stride = blksize + blk_header_size;
+    const char* first = base + blk_header_size;
+    uint32_t freed = 0;
+    for (void* p = freelist; p != nullptr; p = load_word<void*>(p)) {
+        if (p < first || p >= first + bump * stride || ++freed > blkcount)
+            return false;
+        if (static_cast<uint64_t>(static_cast<char*>(p) - first) % stride != 0 || of(p) != this)
+            return false;
+    }
+    return bump <= blkcount && freecount == freed + blkcount - bump && blkcount * stride <= maplen;
+}
+
+inline void blk_heap::release() {
+    unmap_pages(base, maplen);
+    std::memset(static_cast<void*>(this), 0, sizeof *this);
+    memheap_::operator delete(this);
+}
+
+template <class LOCK>
+blk_alloctor<LOCK>::blk_alloctor(uint32_t size, uint32_t per_heap)
+    : heaps(nullptr), heapcount(0), freecount(0), blksize((size + 7) / 8 * 8), blkperheap(per_heap) {}
+
+template <class LOCK>
+blk_alloctor<LOCK>::~blk_alloctor() {
+    while (heaps != nullptr) {
+        blk_heap* heap = heaps;
+        heaps = heap->next;
+        heap->release();
+    }
+}
+
+template <class LOCK>
+uint32_t blk_alloctor<LOCK>::first_heap_count(uint32_t size, uint32_t per_heap) {
+    constexpr uint32_t small_heap_bytes = 32768;
+    constexpr uint32_t least = 16;
+    if (per_heap <= least || uint64_t{size} * per_heap <= small_heap_bytes)
+        return per_heap;
+    const uint32_t fitting = small_heap_bytes / size;
+    return fitting > least ? fitting : least;
+}
+
+template <class LOCK>
+blk_heap* blk_alloctor<LOCK>::new_heap_(uint32_t count) {
+    auto* heap = static_cast<blk_heap*>(memheap_::operator new(sizeof(blk_heap)));
+    if (heap == nullptr)
+        return nullptr;
+    const size_t maplen = round_to_pages((blksize + blk_header_size) * count);
+    void* base = map_pages(maplen);
+    if (base == nullptr) {
+        memheap_::operator delete(heap);
+        return nullptr;
+    }
+    *heap = blk_heap{count, count, blksize, 0, maplen, static_cast<char*>(base), nullptr, this, nullptr};
+    return heap;
+}
+
+template <class LOCK>
+bool blk_alloctor<LOCK>::add_first_heap_(uint32_t count) {
+    heaps = new_heap_(count);
+    if (heaps == nullptr)
+        return false;
+    heapcount = 1;
+    freecount += count;
+    return true;
+}
+
+template <class LOCK>
+void* blk_alloctor<LOCK>::grow_() {
+    if (heaps == nullptr) {
+        if (!add_first_heap_(first_heap_count(blksize, blkperheap)))
+            return nullptr;
+        --freecount;
+        return heaps->carve();
+    }
+    blk_heap* heap = new_heap_(blkperheap);
+    if (heap == nullptr)
+        return nullptr;
+    heap->next = heaps->next;
+    heaps->next = heap;
+    ++heapcount;
+    freecount += blkperheap - 1;
+    return heap->carve();
+}
+
+template <class LOCK>
+void* blk_alloctor<LOCK>::take_() {
+    blk_heap* before = nullptr;
+    for (blk_heap* heap = heaps; heap != nullptr; before = heap, heap = heap->next) {
+        void* p = heap->take();
+        if (p == nullptr)
+            continue;
+        --freecount;
+        //  A heap with blocks to give moves up to directly behind the head. The head keeps its place on purpose: it is
+        //  the one heap that is never released, and moving it would change which heap that is.
+        if (before != nullptr && before != heaps && heap->freecount != 0) {
+            before->next = heap->next;
+            heap->next = heaps->next;
+            heaps->next = heap;
+        }
+        return p;
+    }
+    report_broken_class();
+}
+
+template <class LOCK>
+void* blk_alloctor<LOCK>::malloc_(size_t* outsize) {
+    scoped_lock_<LOCK> guard(&lock);
+    void* p = freecount == 0 ? grow_() : take_();
+    OLK_WALK(valid_());
+    if (p != nullptr && outsize != nullptr)
+        *outsize = blksize;
+    return p;
+}
+
+template <class LOCK>
+void blk_alloctor<LOCK>::free_(blk_heap* heap, void* p) {
+    scoped_lock_<LOCK> guard(&lock);
+    store_word(p, heap->freelist);
+    heap->freelist = p;
+    ++heap->freecount;
+    ++freecount;
+    //  Hysteresis: three heaps are always kept, and so is a heap that is the class's only free capacity, so that a class
+    //  that swings around a heap's boundary does not map and unmap at every call.
+    if (heapcount > 3 && heap->wholly_free() && heap != heaps && freecount != blkperheap)
+        release_free_heaps_();
+    OLK_WALK(valid_());
+}
+
+template <class LOCK>
+void blk_alloctor<LOCK>::release_free_heaps_() {
+    blk_heap* before = heaps;
+    while (blk_heap* heap = before->next) {
+        if (!heap->wholly_free()) {
+            before = heap;
+            continue;
+        }
+        before->next = heap->next;
+        heap->release();
+        --heapcount;
+        freecount -= blkperheap;  // equals the heap's own blkcount behind the head
+    }
+}
+
+template <class LOCK>
+bool blk_alloctor<LOCK>::valid() {
+    scoped_lock_<LOCK> guard(&lock);
+    return valid_();
+}
+
+template <class LOCK>
+bool blk_alloctor<LOCK>::valid_() {
+    uint64_t sum = 0;
+    int32_t count = 0;
+    for (blk_heap* heap = heaps; heap != nullptr; heap = heap->next) {
+        if (!heap->valid() || heap->owner != this || heap->blksize != blksize)
+            return false;
+        if (heap != heaps && heap->blkcount != blkperheap)
+            return false;
+        sum += heap->freecount;
+        ++count;
+    }
+    return sum == freecount && count == heapcount;
+}
+
+}  // namespace olk
+
+#endif

@@ -1,0 +1,151 @@
+#include "olk_json.h"
+
+#include <array>
+#include <cstdio>
+#include <cstdlib>
+#include <ctime>
+
+namespace olk {
+
+namespace {
+
+//  The character that follows the backslash, by the character to escape; 0 where none is needed.
+constexpr std::array<char, 256> make_escapes() {
+    std::array<char, 256> table{};
+    table['\b'] = 'b';
+    table['\t'] = 't';
+    table['\n'] = 'n';
+    table['\f'] = 'f';
+    table['\r'] = 'r';
+    table['"'] = '"';
+    table['/'] = '/';
+    table['\\'] = '\\';
+    return table;
+}
+
+constexpr std::array<char, 256> escapes = make_escapes();
+
+char escape_of(char c) {
+    return escapes[static_cast<unsigned char>(c)];
+}
+
+//  Appends the digits of value, lowest first in a buffer filled from its end.
+void write_digits(uint64_t value, bool negative, string& out) {
+    constexpr size_t longest = 20;  // a sign and 19 digits, or 20 digits
+    char digits[longest];
+    char* first = digits + longest;
+    do {
+        *--first = static_cast<char>('0' + value % 10);
+        value /= 10;
+    } while (value != 0);
+    if (negative)
+        *--first = '-';
+    out.append(first, static_cast<size_t>(digits + longest - first));
+}
+
+void write_key(uint32_t* members, const char* key, string& out) {
+    writeSeparator(members, out);
+    out.push_back('"');
+    out.append(key);
+    out.append("\":", 2);
+}
+
+}  // namespace
+
+void outJsonEsc(char c, string& out) {
+    const char escape = escape_of(c);
+    if (escape == 0) {
+        out.push_back(c);
+        return;
+    }
+    out.push_back('\\');
+    out.push_back(escape);
+}
+
+bool isJsonPlain(const char* text, size_t length) {
+    for (size_t i = 0; i < length; ++i)
+        if (escape_of(text[i]) != 0)
+            return false;
+    return true;
+}
+
+void writeString(const char* text, size_t length, string& out) {
+    out.push_back('"');
+    if (!isJsonPlain(text, length)) {
+        for (size_t i = 0; i < length; ++i)
+            outJsonEsc(text[i], out);
+    } else if (length != 0) {
+        out.append(text, length);
+    }
+    out.push_back('"');
+}
+
+void writeSeparator(uint32_t* members, string& out) {
+    if (*members != 0)
+        out.push_back(',');
+    ++*members;
+}
+
+void writeStringMember(uint32_t* members, const char* key, const string& value, string& out) {
+    if (value.empty())
+        return;
+    write_key(members, key, out);
+    writeString(value.data(), value.size(), out);
+}
+
+void writeStringArrayMember(uint32_t* members, const char* key, const vector_<string>& list, string& out) {
+    write_key(members, key, out);
+    out.push_back('[');
+    for (size_t i = 0; i < list.size(); ++i) {
+        if (i != 0)
+            out.push_back(',');
+        writeString(list[i].data(), list[i].size(), out);
+    }
+    out.push_back(']');
+}
+
+void writeDecimal(int32_t value, string& out) {
+    writeDecimal(int64_t{value}, out);
+}
+
+void writeDecimal(uint32_t value, string& out) {
+    write_digits(value, false, out);
+}
+
+void writeDecimal(int64_t value, string& out) {
+    const bool negative = value < 0;
+    const auto bits = static_cast<uint64_t>(value);
+    write_digits(negative ? 0 - bits : bits, negative, out);
+}
+
+int writeIsoTime(int64_t milliseconds, string& out) {
+    const time_t seconds = milliseconds / 1000;
+    const int fraction = static_cast<int>(milliseconds % 1000);
+    tm local{};
+    if (localtime_r(&seconds, &local) == nullptr)
+        return 0;
+
+    constexpr int longest = 47;
+    char text[2 * (longest + 1)];
+    char* const end = text + sizeof text;
+    char* next = text;
+    next +=
+        std::snprintf(next, static_cast<size_t>(end - next), "%lld-%02d-%02dT%02d:%02d:%02d", 1900LL + local.tm_year,
+                      local.tm_mon + 1, local.tm_mday, local.tm_hour, local.tm_min, local.tm_sec);
+    if (fraction != 0)
+        next += std::snprintf(next, static_cast<size_t>(end - next), ".%03d", fraction);
+
+    const long hours = timezone / 3600;
+    if (hours == 0)
+        *next++ = 'Z';
+    else
+        next +=
+            std::snprintf(next, static_cast<size_t>(end - next), "%c%02ld:00", hours < 0 ? '+' : '-', std::labs(hours));
+
+    if (next - text > longest)
+        return 0;
+    out.append(text, static_cast<size_t>(next - text));
+    return 1;
+}
+
+}  // namespace olk

@@ -1,0 +1,204 @@
+//  The object heap: equal slots of at most objsize bytes, cut from page mappings. Every record of the allocator itself
+//  lives here, so the size classes above need no other heap.
+//
+//      obj_page at the start of a mapping                                        maplen
+//      | maplen | slotsize | freecount | slotcount | bump | freelist | next | slot 0 | slot 1 | ... |
+//      0                                                                  56   56 + i * slotsize
+//
+//  Invariants: (1) freecount = sum of the pages' freecounts. (2) A page's freecount = length of its freelist +
+//  slotcount - bump. (3) Every node of a freelist is a slot below bump of that page. (4) No page but the head is wholly
+//  free.
+//
+//  Threads: any thread may call malloc_ and free_; one lock guards the heap and all its pages. It is the innermost lock
+//  of the library.
+#ifndef OLK_OBJALLOCTOR_H
+#define OLK_OBJALLOCTOR_H
+
+#include "olk_mapping.h"
+#include "olk_spinlock.h"
+
+namespace olk {
+
+//  "page" here is one mapping of the object heap, not a page of the system.
+struct obj_page {
+    uint64_t maplen;     // bytes of the mapping, a multiple of the system page
+    uint64_t slotsize;   // bytes from one slot to the next
+    uint64_t freecount;  // free slots: never used and freed
+    uint64_t slotcount;  // slots in this page
+    uint64_t bump;       // slots handed out so far from the never-used tail
+    void* freelist;      // freed slots, linked through their first words; null when none
+    obj_page* next;      // null at the end
+
+    char* slot(uint64_t i) { return reinterpret_cast<char*>(this + 1) + i * slotsize; }
+    bool holds(const void* p) { return p >= slot(0) && p < slot(slotcount); }
+
+    //  Takes a freed slot, else a never-used one. Returns null when the page is full.
+    void* take();
+    //  True when the page agrees with itself (invariants 2 and 3).
+    bool valid();
+};
+
+static_assert(sizeof(obj_page) == 56, "slots start 56 bytes behind the start of a page");
+
+template <class LOCK>
+struct objalloctor_ {
+    uint64_t heapsize;   // bytes asked for per page
+    uint64_t objsize;    // largest object served, bytes
+    uint64_t freecount;  // free slots over all pages
+    obj_page* pages;     // the head page, where slots are looked for first; null when none
+    LOCK lock;           // guards everything above and every page
+
+    //  Maps the first page at once; pages stays null when there is no memory for it.
+    objalloctor_(uint64_t bytes_per_page, uint64_t largest);
+    //  Unmaps every page, whatever is still in use.
+    ~objalloctor_();
+    objalloctor_(const objalloctor_&) = delete;
+    objalloctor_& operator=(const objalloctor_&) = delete;
+
+    //  Takes one slot. Returns null when size is above objsize or no memory can be had.
+    void* malloc_(size_t size);
+
+    //  Gives a slot back. A page that becomes wholly free is unmapped at once, unless it is the head. Returns true when
+    //  p lay in one of the pages and, where the page was unmapped, that succeeded; null and foreign addresses are
+    //  ignored.
+    bool free_(void* p);
+
+    //  True when all invariants hold. Takes the lock.
+    bool valid();
+
+private:
+    bool add_page_();
+    bool valid_();
+};
+
+//  Base class of the library's small objects: at most objsize bytes each, new and delete draw on the process-wide
+//  object heap. new gives null when there is no slot.
+struct memheap_ {
+    static void* operator new(size_t size) noexcept;
+    static void operator delete(void* p) noexcept;
+};
+
+inline void* obj_page::take() {
+    void* slot_address = freelist;
+    if (slot_address != nullptr)
+        freelist = load_word<void*>(slot_address);
+    else if (bump < slotcount)
+        slot_address = slot(bump++);
+    else
+        return nullptr;
+    --freecount;
+    return slot_address;
+}
+
+inline bool obj_page::valid() {
+    uint64_t freed = 0;
+    for (void* p = freelist; p != nullptr; p = load_word<void*>(p)) {
+        if (p < slot(0) || p >= slot(bump) || ++freed > slotcount)
+            return false;
+        if (static_cast<uint64_t>(static_cast<char*>(p) - slot(0)) % slotsize != 0)
+            return false;
+    }
+    return bump <= slotcount && freecount == freed + slotcount - bump;
+}
+
+template <class LOCK>
+objalloctor_<LOCK>::objalloctor_(uint64_t bytes_per_page, uint64_t largest)
+    : heapsize(bytes_per_page), objsize(largest), freecount(0), pages(nullptr) {
+    add_page_();
+}
+
+template <class LOCK>
+objalloctor_<LOCK>::~objalloctor_() {
+    while (pages != nullptr) {
+        obj_page* page = pages;
+        pages = page->next;
+        unmap_pages(page, page->maplen);
+    }
+    freecount = 0;
+}
+
+template <class LOCK>
+bool objalloctor_<LOCK>::add_page_() {
+    const size_t maplen = round_to_pages(heapsize);
+    auto* page = static_cast<obj_page*>(map_pages(maplen));
+    if (page == nullptr)
+        return false;
+    page->maplen = maplen;
+    page->slotsize = (objsize + 15) / 16 * 16;
+    page->slotcount = (maplen - sizeof(obj_page)) / page->slotsize;
+    page->freecount = page->slotcount;
+    page->next = pages;
+    pages = page;
+    freecount += page->slotcount;
+    return true;
+}
+
+template <class LOCK>
+void* objalloctor_<LOCK>::malloc_(size_t size) {
+    scoped_lock_<LOCK> guard(&lock);
+    if (size > objsize)
+        return nullptr;
+    if (freecount == 0 && !add_page_())
+        return nullptr;
+    obj_page* before = nullptr;
+    for (obj_page* page = pages; page != nullptr; before = page, page = page->next) {
+        void* slot_address = page->take();
+        if (slot_address == nullptr)
+            continue;
+        --freecount;
+        if (before != nullptr && page->freecount != 0) {
+            before->next = page->next;
+            page->next = pages;
+            pages = page;
+        }
+        OLK_WALK(valid_());
+        return slot_address;
+    }
+    return nullptr;
+}
+
+template <class LOCK>
+bool objalloctor_<LOCK>::free_(void* p) {
+    scoped_lock_<LOCK> guard(&lock);
+    obj_page* before = nullptr;
+    obj_page* page = pages;
+    while (page != nullptr && !page->holds(p)) {
+        before = page;
+        page = page->next;
+    }
+    if (page == nullptr)
+        return false;
+    store_word(p, page->freelist);
+    page->freelist = p;
+    ++page->freecount;
+    ++freecount;
+    bool done = true;
+    if (before != nullptr && page->freecount == page->slotcount) {
+        before->next = page->next;
+        freecount -= page->slotcount;
+        done = unmap_pages(page, page->maplen);
+    }
+    OLK_WALK(valid_());
+    return done;
+}
+
+template <class LOCK>
+bool objalloctor_<LOCK>::valid() {
+    scoped_lock_<LOCK> guard(&lock);
+    return valid_();
+}
+
+template <class LOCK>
+bool objalloctor_<LOCK>::valid_() {
+    uint64_t sum = 0;
+    for (obj_page* page = pages; page != nullptr; page = page->next) {
+        if (!page->valid() || (page != pages && page->freecount == page->slotcount))
+            return false;
+        sum += page->freecount;
+    }
+    return sum == freecount;
+}
+
+}  // namespace olk
+
+#endif

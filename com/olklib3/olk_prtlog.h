@@ -1,0 +1,45 @@
+//  The console log: one line per record on standard output.
+//
+//      [2025/4/11 09:05:03.042117] [inf] rdburl: sqlite:///var/lib/addrpubd/rdb.db
+//      [year/month/day local time to the microsecond] [level's name] text
+//      [...] [inf][tag] text                                               push with a tag
+//
+//  It is silent until open("stdout"). There is no file target.
+//
+//  add leaves flushing to the C library, push flushes: records of add reach a pipe when its buffer fills or the process
+//  exits.
+#ifndef OLK_PRTLOG_H
+#define OLK_PRTLOG_H
+
+#include "olk_log.h"
+
+#include <cstdint>
+
+namespace olk {
+
+class prtlog : public ilog {
+public:
+    int32_t level;         // records above it are dropped
+    int32_t tostdout = 0;  // 1: print, 0: silent
+
+    explicit prtlog(int32_t configured_level = level_dbg) : level(configured_level) {}
+
+    //  Prints from now on when target is "stdout" in any case, else (null included) is silent. Returns 0.
+    int open(const char* target) override;
+    __attribute__((format(printf, 3, 4))) int add(int record_level, const char* format, ...) override;
+    //  Prints the text alone: no prefix, no line feed.
+    __attribute__((format(printf, 3, 4))) int append(int record_level, const char* format, ...) override;
+    __attribute__((format(printf, 4, 0))) int push(int record_level, const char* tag, const char* format,
+                                                   va_list args) override;
+    int getlevel() override;
+    void setlevel(int configured_level) override;
+    void runtime() override;
+    void release() override;
+
+private:
+    bool drops(int record_level) const { return tostdout == 0 || record_level > level; }
+};
+
+}  // namespace olk
+
+#endif

@@ -1,0 +1,74 @@
+//  A growing array on the pooled allocator, for the library's small lists.
+//
+//  push_back is all or nothing: without memory the element is left out and false returned. Growing doubles the capacity.
+//  Threads: as for any plain object.
+#ifndef OLK_VECTOR_H
+#define OLK_VECTOR_H
+
+#include "olk_allocator.h"
+
+#include <new>
+#include <utility>
+
+namespace olk {
+
+template <class T>
+class vector_ {
+public:
+    static_assert(alignof(T) <= 8, "pooled blocks are aligned to 8 bytes");
+
+    vector_() = default;
+    ~vector_() {
+        clear();
+        get_olk_allocator()->free_(items_);
+    }
+    vector_(const vector_&) = delete;
+    vector_& operator=(const vector_&) = delete;
+
+    //  Appends item. Returns false, and changes nothing, when no memory can be had.
+    bool push_back(T item) {
+        if (size_ == capacity_ && !grow_())
+            return false;
+        new (items_ + size_) T(std::move(item));
+        ++size_;
+        return true;
+    }
+
+    //  Removes all elements and keeps the memory.
+    void clear() {
+        while (size_ != 0)
+            items_[--size_].~T();
+    }
+
+    size_t size() const { return size_; }
+    bool empty() const { return size_ == 0; }
+    //  Requires: i < size().
+    const T& operator[](size_t i) const { return items_[i]; }
+    T& operator[](size_t i) { return items_[i]; }
+    const T* begin() const { return items_; }
+    const T* end() const { return items_ + size_; }
+
+private:
+    bool grow_() {
+        size_t usable = 0;
+        auto* grown = static_cast<T*>(get_olk_allocator()->malloc_((size_ * 2 + 1) * sizeof(T), &usable));
+        if (grown == nullptr)
+            return false;
+        for (size_t i = 0; i < size_; ++i) {
+            new (grown + i) T(std::move(items_[i]));
+            items_[i].~T();
+        }
+        get_olk_allocator()->free_(items_);
+        items_ = grown;
+        capacity_ = usable / sizeof(T);
+        return true;
+    }
+
+    T* items_ = nullptr;
+    size_t size_ = 0;
+    size_t capacity_ = 0;
+};
+
+}  // namespace olk
+
+#endif
