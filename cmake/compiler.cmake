@@ -15,6 +15,9 @@ set(CMAKE_CXX_FLAGS_RELWITHDEBINFO "-O2 -g")
 set(CMAKE_CXX_FLAGS_MINSIZEREL "-Os")
 set(CMAKE_CXX_FLAGS_DEBUG "-Og -g")
 
+#  The client library is found by its relative name, never by a path of the build machine.
+set(CMAKE_SKIP_RPATH ON)
+
 #  The executable finds its client library and its ini file beside itself.
 set(CMAKE_RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR})
 set(CMAKE_LIBRARY_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR})

@@ -1,0 +1,47 @@
+//  Name resolution: the first IPv4 and the first IPv6 address of a host, as texts.
+//
+//  Threads: as getaddrinfo(3).
+#ifndef OLK_RESOLVE_H
+#define OLK_RESOLVE_H
+
+#include <arpa/inet.h>
+#include <netdb.h>
+#include <netinet/in.h>
+
+namespace olk::net {
+
+//  Stores the first address of one family, in inet_ntop's form, unless text already holds something. Returns the number
+//  of texts stored: 0 or 1.
+template <class STRING>
+int store_first_address(int family, const void* address, STRING& text) {
+    char buffer[40];  // the longest IPv6 text has 39 characters
+    if (!text.empty() || inet_ntop(family, address, buffer, sizeof buffer) == nullptr)
+        return 0;
+    text.assign(buffer);
+    return 1;
+}
+
+//  Resolves domain, a name or an address literal, as the system's resolver does (getaddrinfo(3) without hints). ipv4 and
+//  ipv6 receive the first address of their family in the resolver's order; one that is not empty is left as it is.
+//  Returns 0 when at least one was stored, else -1; a name may resolve and store nothing.
+//
+//  The resolver's list is not given back: a program that resolves one name per start leaves one small list.
+template <class STRING>
+int get_ips_by_domain(const char* domain, STRING& ipv4, STRING& ipv6) {
+    const addrinfo hints = {};
+    addrinfo* list = nullptr;
+    if (getaddrinfo(domain, nullptr, &hints, &list) != 0)
+        return -1;
+    int stored = 0;
+    for (const addrinfo* entry = list; entry != nullptr; entry = entry->ai_next) {
+        if (entry->ai_family == AF_INET)
+            stored += store_first_address(AF_INET, &reinterpret_cast<sockaddr_in*>(entry->ai_addr)->sin_addr, ipv4);
+        else if (entry->ai_family == AF_INET6)
+            stored += store_first_address(AF_INET6, &reinterpret_cast<sockaddr_in6*>(entry->ai_addr)->sin6_addr, ipv6);
+    }
+    return stored > 0 ? 0 : -1;
+}
+
+}  // namespace olk::net
+
+#endif

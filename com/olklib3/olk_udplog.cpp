@@ -1,0 +1,165 @@
+#include "olk_udplog.h"
+
+#include "olk_url.h"
+#include "olk_words.h"
+
+#include <cstdio>
+#include <cstring>
+
+#include <fcntl.h>
+#include <strings.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+namespace olk {
+
+namespace {
+
+constexpr uint16_t default_port = 999;
+constexpr int send_buffer_bytes = 0x20000;
+constexpr int record_bytes = 30720;  // a record with its header and a terminating zero fits
+
+static_assert(sizeof(sockaddr_in) == 16 && sizeof(sockaddr_in6) == 28);
+
+}  // namespace
+
+udplog::~udplog() {
+    if (sock == -1)
+        return;
+    shutdown(sock, SHUT_RDWR);
+    close(sock);
+    sock = -1;
+}
+
+int udplog::open(const char* url) {
+    if (url == nullptr)
+        return -1;
+    string text;
+    for (; *url != '\0'; ++url)
+        if (*url != ' ' && *url != '\t')
+            text.push_back(*url);
+    net::url<string> parts;
+    if (text.empty() || !parts.parse(text.data(), text.size()) || parts.path.empty())
+        return -1;
+
+    set_cabin_(parts.path.data(), parts.path.size());
+    set_level_(parts.args.data(), parts.args.size());
+    if (sock != -1)
+        close(sock);
+    const string& address = parts.ipv4.empty() ? parts.ipv6 : parts.ipv4;
+    set_destination_(address.c_str(), parts.port != 0 ? parts.port : default_port);
+    sock = open_socket_();
+    return sock == -1 ? -1 : 0;
+}
+
+//  A text that is too long leaves the cabin empty, on purpose: a cut name would be another stream's.
+void udplog::set_cabin_(const char* text, size_t length) {
+    cabin.length = 0;
+    if (length >= cabin.capacity - 1)
+        return;
+    std::memcpy(cabin.text, text, length);
+    cabin.length = static_cast<uint32_t>(length);
+}
+
+//  Only the first pair of the query is looked at.
+void udplog::set_level_(const char* query, size_t length) {
+    char key[word_size];
+    char value[word_size];
+    size_t position = 0;
+    if (read_word(query, length, position, "=", key) != word_end::separator)
+        return;
+    if (read_word(query, length, position, "&", value) == word_end::none)
+        return;
+    if (strcasecmp(key, "level") == 0)
+        level = level_from_text(value);
+}
+
+//  An empty address is 0.0.0.0. One that cannot be converted leaves the destination as it was.
+void udplog::set_destination_(const char* address, uint16_t port) {
+    if (std::strchr(address, ':') != nullptr) {
+        sockaddr_in6 ipv6 = {};
+        ipv6.sin6_family = AF_INET6;
+        ipv6.sin6_port = htons(port);
+        if (inet_pton(AF_INET6, address, &ipv6.sin6_addr) != 1)
+            return;
+        std::memcpy(addr, &ipv6, sizeof ipv6);
+        addrlen = sizeof ipv6;
+        return;
+    }
+    sockaddr_in ipv4 = {};
+    ipv4.sin_family = AF_INET;
+    ipv4.sin_port = htons(port);
+    if (*address != '\0' && inet_pton(AF_INET, address, &ipv4.sin_addr) != 1)
+        return;
+    std::memcpy(addr, &ipv4, sizeof ipv4);
+    addrlen = sizeof ipv4;
+}
+
+//  Returns a socket of the destination's family, or -1.
+int udplog::open_socket_() {
+    sa_family_t family = AF_UNSPEC;
+    if (addrlen != 0)
+        std::memcpy(&family, addr, sizeof family);
+    const int fd = socket(family, SOCK_DGRAM, IPPROTO_UDP);
+    if (fd == -1)
+        return -1;
+    fcntl(fd, F_SETFD, fcntl(fd, F_GETFD) | FD_CLOEXEC);
+    setsockopt(fd, SOL_SOCKET, SO_SNDBUF, &send_buffer_bytes, sizeof send_buffer_bytes);
+    return fd;
+}
+
+int udplog::send_(const char* order, int record_level, const char* tag, const char* format, va_list args) {
+    if (sock == -1)
+        return -1;
+    if (record_level > level)
+        return 0;
+    char record[record_bytes];
+    const bool tagged = tag != nullptr && *tag != '\0';
+    const int header =
+        std::snprintf(record, sizeof record, "{\"order\":\"%s\",\"level\":%d,\"cabin\":\"%s\"}\n%s%s%s", order,
+                      record_level, cabin.c_str(), tagged ? "[" : "", tagged ? tag : "", tagged ? "]" : "");
+    if (header < 0 || header >= record_bytes)
+        return -1;
+    const int text = std::vsnprintf(record + header, static_cast<size_t>(record_bytes - header), format, args);
+    if (text < 0 || text >= record_bytes - header)
+        return -1;
+    const auto* destination = addrlen != 0 ? reinterpret_cast<const sockaddr*>(addr) : nullptr;
+    return static_cast<int>(
+        sendto(sock, record, static_cast<size_t>(header + text), MSG_DONTWAIT, destination, addrlen));
+}
+
+int udplog::add(int record_level, const char* format, ...) {
+    va_list args;
+    va_start(args, format);
+    const int result = send_("wlog", record_level, nullptr, format, args);
+    va_end(args);
+    return result;
+}
+
+int udplog::append(int record_level, const char* format, ...) {
+    va_list args;
+    va_start(args, format);
+    const int result = send_("append", record_level, nullptr, format, args);
+    va_end(args);
+    return result;
+}
+
+int udplog::push(int record_level, const char* tag, const char* format, va_list args) {
+    return send_("wlog", record_level, tag, format, args);
+}
+
+int udplog::getlevel() {
+    return level;
+}
+
+void udplog::setlevel(int configured_level) {
+    level = configured_level;
+}
+
+void udplog::runtime() {}
+
+void udplog::release() {
+    delete this;
+}
+
+}  // namespace olk

@@ -1,0 +1,141 @@
+//  A url parser that also resolves the host.
+//
+//      udp://192.0.2.10:5140/netsvc?level=dbg          udp://[2001:db8::5]:5140/netsvc
+//      ^^^   ^^^^^^^^^^^^^^^ ^^^^^^ ^^^^^^^^^                 ^^^^^^^^^^^^^^^^^^ host
+//      |     host            path   args
+//      scheme        ^^^^ port                         ipv4, ipv6: the host's addresses, from the resolver
+//
+//  Characters are taken as they are: nothing is decoded, no case is changed, there is no user part. Without a scheme the
+//  text is read from its start as host part. A "?" in front of the first "/" belongs to the host part, unless there is
+//  no "/" at all. Numbers take leading digits only and wrap to 16 bits.
+//
+//  Threads: as for any plain object; parse calls the resolver.
+#ifndef OLK_URL_H
+#define OLK_URL_H
+
+#include "olk_resolve.h"
+#include "olk_string.h"
+
+#include <cstdlib>
+
+namespace olk::net {
+
+template <class STRING>
+struct url {
+    uint16_t port = 0;  // 0 when there is none
+    STRING scheme;      // in front of "://"; empty when there is none
+    STRING ipv4;        // first IPv4 address of the host, empty when it has none
+    STRING ipv6;        // first IPv6 address of the host, empty when it has none
+    STRING path;        // behind the "/" that ends the host part
+    STRING args;        // behind "?", up to a line feed or the end
+    STRING host;        // the host part as written, with its port and its brackets
+
+    //  Takes s[0..len) apart; no terminating zero is needed. Returns false, with the fields as far as they were filled,
+    //  when the host is empty or does not resolve, or the port behind a bracketed host is empty. The object can be
+    //  reused.
+    bool parse(const char* s, size_t len);
+
+private:
+    void clear_();
+    size_t parse_scheme_(const char* s, size_t len);
+    bool parse_bracketed_(const char* s, size_t len, size_t& position);
+    bool parse_bracketed_port_(const char* s, size_t len, size_t& position);
+    bool parse_plain_(const char* s, size_t len, size_t& position);
+
+    static uint16_t to_port_(const char* text) { return static_cast<uint16_t>(std::strtol(text, nullptr, 10)); }
+};
+
+template <class STRING>
+bool url<STRING>::parse(const char* s, size_t len) {
+    clear_();
+    size_t position = parse_scheme_(s, len);
+    const bool bracketed = position < len && s[position] == '[';
+    if (!(bracketed ? parse_bracketed_(s, len, position) : parse_plain_(s, len, position)))
+        return false;
+    if (read_until(position, '?', s, len, path))
+        read_until(position, '\n', s, len, args);
+    return true;
+}
+
+template <class STRING>
+void url<STRING>::clear_() {
+    port = 0;
+    scheme.clear();
+    ipv4.clear();
+    ipv6.clear();
+    path.clear();
+    args.clear();
+    host.clear();
+}
+
+//  Returns where the host part starts.
+template <class STRING>
+size_t url<STRING>::parse_scheme_(const char* s, size_t len) {
+    size_t position = 0;
+    read_until(position, ':', s, len, scheme);
+    const bool slashes = position + 2 < len && s[position] == '/' && s[position + 1] == '/';
+    if (!scheme.empty() && slashes)
+        return position + 2;
+    scheme.clear();
+    return 0;
+}
+
+template <class STRING>
+bool url<STRING>::parse_bracketed_(const char* s, size_t len, size_t& position) {
+    STRING name;
+    ++position;
+    read_until(position, ']', s, len, name);
+    if (name.empty() || get_ips_by_domain(name.c_str(), ipv4, ipv6) != 0)
+        return false;
+    host.push_back('[');
+    host.append(name.data(), name.size());
+    host.push_back(']');
+    if (position < len && s[position] == ':')
+        return parse_bracketed_port_(s, len, position);
+    if (position < len && s[position] == '/')
+        ++position;
+    return true;
+}
+
+//  Reads behind ":" up to the next "/", else up to the next "?", which stays, else to the end.
+template <class STRING>
+bool url<STRING>::parse_bracketed_port_(const char* s, size_t len, size_t& position) {
+    const size_t start = position + 1;
+    STRING text;
+    position = start;
+    if (!read_until(position, '/', s, len, text)) {
+        text.clear();
+        position = start;
+        if (read_until(position, '?', s, len, text))
+            --position;
+    }
+    if (text.empty())
+        return false;
+    port = to_port_(text.c_str());
+    host.push_back(':');
+    host.append(text.data(), text.size());
+    return true;
+}
+
+template <class STRING>
+bool url<STRING>::parse_plain_(const char* s, size_t len, size_t& position) {
+    const size_t start = position;
+    if (!read_until(position, '/', s, len, host)) {
+        host.clear();
+        position = start;
+        if (read_until(position, '?', s, len, host))
+            --position;
+    }
+    STRING name;
+    size_t behind_name = 0;
+    const bool has_port = read_until(behind_name, ':', host.data(), host.size(), name);
+    if (name.empty() || get_ips_by_domain(name.c_str(), ipv4, ipv6) != 0)
+        return false;
+    if (has_port)
+        port = to_port_(host.c_str() + behind_name);
+    return true;
+}
+
+}  // namespace olk::net
+
+#endif

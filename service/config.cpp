@@ -1,0 +1,76 @@
+//  The ini file's keys and where the service object keeps them.
+#include "inifile.h"
+#include "runcls.h"
+
+#include <cstdlib>
+
+#include <strings.h>
+
+namespace {
+
+struct StringKey {
+    const char* name;
+    std::string CRunCls::*field;
+};
+
+const StringKey string_keys[] = {
+    {"hostname", &CRunCls::hostname}, {"logurl", &CRunCls::logurl},   {"rdburl", &CRunCls::rdburl},
+    {"rdbuser", &CRunCls::rdbuser},   {"rdbpswd", &CRunCls::rdbpswd}, {"dnsurl", &CRunCls::dnsurl},
+    {"dnsuser", &CRunCls::dnsuser},   {"dnspswd", &CRunCls::dnspswd},
+};
+
+bool is_key(const std::string& key, const char* name) {
+    return key.size() == std::char_traits<char>::length(name) && strcasecmp(key.c_str(), name) == 0;
+}
+
+bool is_blank(char c) {
+    return c == ' ' || c == '\t';
+}
+
+//  Reads one item of a port list from position on, up to a comma or the end; trailing blanks are left on it. Returns
+//  false when it grows beyond the 38 characters that an item may hold.
+bool read_item(const std::string& text, std::size_t& position, std::string& item) {
+    constexpr std::size_t longest = 38;
+    item.clear();
+    while (position < text.size()) {
+        const char c = text[position++];
+        if (c == ',')
+            return true;
+        if (c == '\r' || c == '\n' || (item.empty() && is_blank(c)))
+            continue;
+        if (item.size() == longest)
+            return false;
+        item += c;
+    }
+    return true;
+}
+
+}  // namespace
+
+void parsePortList(const std::string& text, olk::vector_<std::uint16_t>& ports) {
+    ports.clear();
+    std::size_t position = 0;
+    std::string item;
+    while (position < text.size() && read_item(text, position, item)) {
+        //  An empty item converts to 0, and trailing blanks end the number: both need no treatment of their own.
+        const auto port = static_cast<std::uint16_t>(std::strtol(item.c_str(), nullptr, 10));
+        if (port != 0)
+            ports.push_back(port);
+    }
+}
+
+bool CRunCls::loadConfig(const char* path) {
+    return read_ini_file(path, [this](const std::string&, const std::string& key, const std::string& value) {
+        storeSetting(key, value);
+        return false;
+    });
+}
+
+//  A section header arrives with an empty key, which is none of the nine.
+void CRunCls::storeSetting(const std::string& key, const std::string& value) {
+    for (const StringKey& known : string_keys)
+        if (is_key(key, known.name))
+            this->*known.field = value;
+    if (is_key(key, "dnshttpsports"))
+        parsePortList(value, dnshttpsports);
+}

@@ -1,0 +1,126 @@
+//  The service descriptor, the foreground run and the exit signal.
+#include "daemon.h"
+
+#include "pidfile.h"
+#include "runcls.h"
+
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include <unistd.h>
+
+constinit CDaemon g_daemon;
+constinit CDaemon* g_pdaemon = &g_daemon;
+
+namespace {
+
+[[maybe_unused]] const int registered = std::atexit([] { g_daemon.closePidFile(); });
+
+}  // namespace
+
+int CDaemon::writePid() {
+    return claimPidFile(pid_fd);
+}
+
+void CDaemon::closePidFile() {
+    if (pid_fd >= 0)
+        close(pid_fd);
+    pid_fd = -1;
+}
+
+//  Decides whether this process may become the one instance, and says why not. Returns true to go on; else result is
+//  what start returns.
+bool CDaemon::claimInstance(int& result) {
+    std::memcpy(pid_work_path, pid_path, sizeof pid_work_path);
+    pid_fd = openPidFile(pid_work_path);
+    pid_t holder = -1;
+    const PidFileState state = pid_fd == -1 ? PidFileState::no_access : queryPidLock(pid_fd, holder);
+    if (state == PidFileState::free)
+        holder = writePid();
+    if (state == PidFileState::no_access || holder == -1) {
+        std::puts("Access Error! Please use root account!");
+        result = 1;
+        return false;
+    }
+    //  A holder that is not visible from this pid namespace counts as pid 0: this process goes on, and its second claim
+    //  waits until the holder is gone.
+    if (holder != 0) {
+        std::printf("%s alreay runging! pid = %d\n", service_name, holder);
+        result = 0;
+        return false;
+    }
+    return true;
+}
+
+void CDaemon::runConsole() {
+    int unused = 0;
+    if (!claimInstance(unused))
+        return;
+    writePid();
+    auto* run = new CRunCls;
+    if (!run->start()) {
+        std::puts("Start failed!");
+        return;
+    }
+    application = run;
+    std::puts("Start success!\n");
+    std::signal(SIGINT, onExitSignal);
+    std::signal(SIGTERM, onExitSignal);
+    for (;;)
+        run->publishOnce();
+}
+
+void CDaemon::usage() const {
+    std::printf("usage:%s [-start] | [-stop] | [-status] | [-ver]\n", service_name);
+    std::puts("demo:");
+    std::printf("%s -start\n", service_name);
+    std::puts("    Start the service or run in background");
+    std::printf("%s -stop\n", service_name);
+    std::printf("    Stop %s\n", service_name);
+    std::printf("%s -status\n", service_name);
+    std::printf("    Check if %s is running\n", service_name);
+    std::printf("%s -ver\n", service_name);
+    std::printf("    view the version of %s\n", service_name);
+    std::printf("%s -run\n", service_name);
+    std::puts("    Run in console");
+    std::puts("");
+    std::printf("%s %s\n", service_name, version);
+    std::puts("");
+}
+
+namespace {
+
+//  Disconnects and gives back a connection.
+void closeConnection(std::int32_t& handle) {
+    if (handle < 0)
+        return;
+    rdb_disconnect(handle);
+    rdb_destory(handle);
+    handle = -1;
+}
+
+//  The pointer is cleared before the log goes, so that a callback on another thread finds no half-destroyed log.
+void stopApplication(CRunCls& run) {
+    if (olk::ilog* log = run.log) {
+        log->add(olk::level_inf, "stop addrpubd service success.");
+        run.log = nullptr;
+        log->release();
+    }
+    closeConnection(run.rdb_handle);
+    closeConnection(run.dns_handle);
+}
+
+}  // namespace
+
+void onExitSignal(int signal_number) {
+    std::printf("exit signal %d.\n", signal_number);
+    if (g_pdaemon != nullptr) {
+        if (g_pdaemon->application != nullptr)
+            stopApplication(*g_pdaemon->application);
+        g_pdaemon->application = nullptr;
+        g_pdaemon = nullptr;
+    }
+    std::exit(0);
+}

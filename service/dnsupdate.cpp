@@ -1,0 +1,65 @@
+#include "dnsupdate.h"
+
+#include "olk_json.h"
+
+namespace {
+
+//  Appends the member listName with all addresses, and firstName with the first one. Nothing for an empty list.
+void write_addresses(std::uint32_t* members, const char* listName, const char* firstName,
+                     const olk::vector_<olk::string>& addresses, olk::string& out) {
+    if (addresses.empty())
+        return;
+    olk::writeStringArrayMember(members, listName, addresses, out);
+    olk::writeStringMember(members, firstName, addresses[0], out);
+}
+
+void write_ports(std::uint32_t* members, const olk::vector_<std::uint32_t>& ports, olk::string& out) {
+    olk::writeSeparator(members, out);
+    out.append("\"httpsports\":[");
+    for (std::size_t i = 0; i < ports.size(); ++i) {
+        if (i != 0)
+            out.push_back(',');
+        olk::writeDecimal(ports[i], out);
+    }
+    out.push_back(']');
+}
+
+//  Appends the item as an object. The order of its members is part of the protocol.
+void write_item(const DnsUpdateItem& item, olk::string& out) {
+    std::uint32_t members = 0;
+    out.push_back('{');
+    olk::writeStringMember(&members, "name", item.name, out);
+    write_addresses(&members, "ipv4s", "ipv4", item.ipv4s, out);
+    write_addresses(&members, "ipv6s", "ipv6", item.ipv6s, out);
+    if (item.timestamp > 0) {
+        olk::writeSeparator(&members, out);
+        out.append("\"timestamp\":\"");
+        olk::writeIsoTime(item.timestamp, out);
+        out.push_back('"');
+    }
+    write_ports(&members, item.httpsports, out);
+    out.push_back('}');
+}
+
+}  // namespace
+
+void splitAddressList(const std::string& list, olk::vector_<olk::string>& addresses) {
+    std::size_t position = 0;
+    while (position < list.size()) {
+        olk::string piece;
+        olk::read_until(position, ',', list.data(), list.size(), piece);
+        if (!piece.empty())
+            addresses.push_back(std::move(piece));
+    }
+}
+
+void writeDnsUpdateRequest(std::int32_t seqno, const DnsUpdateItem& item, olk::string& out) {
+    static constexpr char request[] = "ws_dnsupdate";
+    out.append("{\"request\":");
+    olk::writeString(request, sizeof request - 1, out);
+    out.append(",\"seqno\":");
+    olk::writeDecimal(seqno, out);
+    out.append(",\"item\":");
+    write_item(item, out);
+    out.push_back('}');
+}

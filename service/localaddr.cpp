@@ -1,0 +1,55 @@
+#include "localaddr.h"
+
+#include <cstring>
+
+#include <arpa/inet.h>
+#include <ifaddrs.h>
+#include <netinet/in.h>
+
+namespace {
+
+//  Decides by the 16 bytes of an address. Address kinds as in RFC 4291, section 2.
+bool is_publishable(const std::uint8_t (&bytes)[16]) {
+    static const std::uint8_t zeros[12] = {};
+    if (bytes[0] == 0xff)
+        return false;  // multicast
+    if (bytes[0] == 0xfe && (bytes[1] & 0x80) != 0)
+        return false;  // link-local, site-local
+    if (std::memcmp(bytes, zeros, 10) == 0 && bytes[10] == 0xff && bytes[11] == 0xff)
+        return false;  // IPv4-mapped
+    if (std::memcmp(bytes, zeros, 12) == 0) {
+        std::uint32_t word;
+        std::memcpy(&word, bytes + 12, sizeof word);
+        return word == 0;  // 0 is the unspecified address, 1 loopback, above it IPv4-compatible ones
+    }
+    return true;
+}
+
+void append_address(const sockaddr* address, std::string& out) {
+    if (address == nullptr || address->sa_family != AF_INET6)
+        return;
+    sockaddr_in6 ipv6;
+    std::memcpy(&ipv6, address, sizeof ipv6);
+    if (!is_publishable(ipv6.sin6_addr.s6_addr))
+        return;
+    char text[48] = {};
+    if (inet_ntop(AF_INET6, &ipv6.sin6_addr, text, sizeof text) == nullptr)
+        return;
+    if (!out.empty())
+        out += ',';
+    out += text;
+}
+
+}  // namespace
+
+std::int32_t getLocalIpv6List(std::string& out) {
+    ifaddrs* list = nullptr;
+    if (getifaddrs(&list) == -1)
+        return -1;
+    if (list == nullptr)
+        return 0;
+    for (const ifaddrs* entry = list; entry != nullptr; entry = entry->ifa_next)
+        append_address(entry->ifa_addr, out);
+    freeifaddrs(list);
+    return 0;
+}

@@ -1,0 +1,71 @@
+//  The entry point: one command word, handed over to the service descriptor.
+#include "daemon.h"
+#include "runcls.h"
+
+#include <cstdio>
+#include <ctime>
+
+#include <strings.h>
+
+namespace {
+
+constexpr char description[] = "addrpubd for linux";
+constexpr int stop_timeout_seconds = 300;
+
+struct Command {
+    const char* word;
+    void (*run)();
+};
+
+void printVersion() {
+    std::printf("%s %s %s\n", g_daemon.service_name, description, g_daemon.version);
+}
+
+//  Matched without regard to case.
+const Command commands[] = {
+    {"-start", [] { g_daemon.start(); }},
+    {"-stop", [] { g_daemon.stop(stop_timeout_seconds); }},
+    {"-status", [] { g_daemon.status(); }},
+    {"-ver", printVersion},
+    {"-version", printVersion},
+    {"-run", [] { g_daemon.runConsole(); }},
+};
+
+//  Fills the descriptor. Its key stays 0 until here.
+void describeService() {
+    std::snprintf(g_daemon.pid_path, sizeof g_daemon.pid_path, "/var/run/addrpubd.pid");
+    std::snprintf(g_daemon.service_name, sizeof g_daemon.service_name, "addrpubd");
+    std::snprintf(g_daemon.version, sizeof g_daemon.version, "ver 1.0.4 build 2025-4-11");
+    g_daemon.msg_key = 23213;
+}
+
+//  An unknown word and a word too many are silently ignored, on purpose: a service object comes and goes, and nothing is
+//  printed.
+void ignoreCommand() {
+    delete new CRunCls;
+}
+
+void runCommand(const char* word) {
+    for (const Command& command : commands) {
+        if (strcasecmp(word, command.word) == 0) {
+            command.run();
+            return;
+        }
+    }
+    ignoreCommand();
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    tzset();
+    std::putchar('\n');
+    describeService();
+    if (argc == 2)
+        runCommand(argv[1]);
+    else if (argc == 1)
+        g_daemon.usage();
+    else
+        ignoreCommand();
+    return 0;
+}

@@ -1,0 +1,70 @@
+#include "pidfile.h"
+
+#include <cstdio>
+#include <cstdlib>
+
+#include <fcntl.h>
+#include <unistd.h>
+
+namespace {
+
+//  A write lock over the whole file.
+struct flock whole_file(pid_t pid) {
+    struct flock lock = {};
+    lock.l_type = F_WRLCK;
+    lock.l_whence = SEEK_SET;
+    lock.l_pid = pid;
+    return lock;
+}
+
+}  // namespace
+
+int openPidFile(const char* path) {
+    const int fd = open(path, O_RDWR | O_CREAT | O_CLOEXEC, 0644);
+    if (fd == -1 || fd > STDERR_FILENO)
+        return fd;
+    //  Started with a standard descriptor closed: its number must not be the pid file's, or a line printed would land in
+    //  the file and redirecting the standard descriptors would drop the lock.
+    const int moved = fcntl(fd, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+    close(fd);
+    return moved;
+}
+
+PidFileState queryPidLock(int fd, pid_t& holder) {
+    struct flock lock = whole_file(-1);
+    if (fcntl(fd, F_GETLK, &lock) == -1)
+        return PidFileState::no_access;
+    if (lock.l_type == F_UNLCK)
+        return PidFileState::free;
+    holder = lock.l_pid;
+    return PidFileState::held;
+}
+
+int claimPidFile(int fd) {
+    struct flock lock = whole_file(getpid());
+    if (fcntl(fd, F_SETLKW, &lock) == -1 || ftruncate(fd, 0) == -1)
+        return -1;
+    lseek(fd, 0, SEEK_SET);
+    char text[24];
+    const int length = std::snprintf(text, sizeof text, "%ld\n", static_cast<long>(getpid()));
+    return write(fd, text, static_cast<size_t>(length)) > 0 ? 0 : -1;
+}
+
+pid_t readPidText(int fd) {
+    constexpr size_t longest = 80;
+    char text[longest + 1] = {};
+    if (pread(fd, text, longest, 0) <= 0)
+        return -1;
+    return static_cast<pid_t>(std::strtol(text, nullptr, 10));
+}
+
+PidFileState probePidFile(const char* path, pid_t& holder) {
+    const int fd = openPidFile(path);
+    if (fd == -1)
+        return PidFileState::no_access;
+    const PidFileState state = queryPidLock(fd, holder);
+    if (state == PidFileState::held && holder < 0)
+        holder = readPidText(fd);
+    close(fd);
+    return state;
+}

@@ -1,0 +1,110 @@
+//  The service object's start and end.
+#include "runcls.h"
+
+#include "inifile.h"
+#include "olk_prtlog.h"
+#include "olk_udplog.h"
+#include "olk_words.h"
+
+#include <cstdio>
+#include <cstring>
+
+#include <strings.h>
+
+CRunCls::~CRunCls() {
+    olk::release(log);
+    log = nullptr;
+    if (rdb_handle >= 0) {
+        rdb_disconnect(rdb_handle);
+        rdb_destory(rdb_handle);
+        rdb_handle = -1;
+    }
+}
+
+bool CRunCls::start() {
+    const std::string iniPath = getExeDir() + "addrpubd.ini";
+    if (!loadConfig(iniPath.c_str())) {
+        std::printf("Load %s failed.\n", iniPath.c_str());
+        return false;
+    }
+    openLog();
+    if (log == nullptr)
+        return false;
+    log->add(olk::level_inf, "\n\tstart addrpubd...");
+    if (!checkHostname(iniPath) || !connectRdbServer() || !connectDnsServer())
+        return false;
+    log->add(olk::level_inf, "addrpubd service started successfully.");
+    return true;
+}
+
+//  The scheme of logurl chooses the log. Whether it could be opened is not looked at: a log that cannot write is silent,
+//  and the service works without one.
+void CRunCls::openLog() {
+    char scheme[olk::word_size];
+    std::size_t position = 0;
+    const olk::word_end end = olk::read_word(logurl.data(), logurl.size(), position, ":/", scheme);
+    if (end == olk::word_end::separator && strcasecmp(scheme, "udp") == 0)
+        log = new olk::udplog;
+    else
+        log = new olk::prtlog(olk::level_dbg);
+    if (log != nullptr)
+        log->open(logurl.c_str());
+}
+
+bool CRunCls::checkHostname(const std::string& iniPath) {
+    if (hostname.empty()) {
+        log->add(olk::level_err, "not config hostname in %s", iniPath.c_str());
+        return false;
+    }
+    for (const char c : hostname) {
+        //  strchr also finds the set's terminating zero, so a zero byte is refused too.
+        if (std::strchr("'\"():", c) != nullptr) {
+            log->add(olk::level_err, "hostname contains illegal characters in %s", iniPath.c_str());
+            return false;
+        }
+    }
+    return true;
+}
+
+bool CRunCls::connectRdbServer() {
+    if (rdburl.empty() || rdbuser.empty() || rdbpswd.empty()) {
+        log->add(olk::level_inf, "rdburl: not config.");
+        return true;
+    }
+    log->add(olk::level_inf, "rdburl: %s", rdburl.c_str());
+    rdb_handle = rdb_create();
+    if (rdb_handle < 0) {
+        log->add(olk::level_err, "rdb_create failed");
+        return false;
+    }
+    rdb_setmessagenotify(rdb_handle, onRdbEvent, this);
+    if (rdb_connectex(rdb_handle, rdburl.c_str(), rdbuser.c_str(), rdbpswd.c_str(), 0) != 0) {
+        log->add(olk::level_err, "rdb_connectex %s asynchronous connection failed", rdburl.c_str());
+        rdb_destory(rdb_handle);
+        rdb_handle = -1;
+        return false;
+    }
+    return true;
+}
+
+//  A failure here leaves the rdb-server connection open: the process ends soon after.
+bool CRunCls::connectDnsServer() {
+    if (dnsurl.empty() || dnsuser.empty() || dnspswd.empty()) {
+        log->add(olk::level_inf, "dnsurl: not config.");
+        return true;
+    }
+    log->add(olk::level_inf, "dnsurl: %s", dnsurl.c_str());
+    dns_handle = rdb_create();
+    if (dns_handle < 0) {
+        log->add(olk::level_err, "create DNS Server connect %s failed", dnsurl.c_str());
+        return false;
+    }
+    rdb_setmessagenotify(dns_handle, onDnsEvent, this);
+    if (rdb_connectex(dns_handle, dnsurl.c_str(), dnsuser.c_str(), dnspswd.c_str(), 0) != 0) {
+        log->add(olk::level_err, "connectex %s asynchronous connection failed", dnsurl.c_str());
+        rdb_destory(dns_handle);
+        dns_handle = -1;
+        return false;
+    }
+    return true;
+}
