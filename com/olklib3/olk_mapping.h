@@ -40,14 +40,14 @@ inline bool unmap_pages(void* p, size_t len) {
 template <class T>
 T load_word(const void* p) {
     T value;
-    std::memcpy(&value, p, sizeof value);
+    std::memcpy(&value, p, sizeof(T));
     return value;
 }
 
 //  Stores value at p.
 template <class T>
 void store_word(void* p, T value) {
-    std::memcpy(p, &value, sizeof value);
+    std::memcpy(p, &value, sizeof(T));
 }
 
 //  Returns the address offset bytes behind p (in front of it when negative).

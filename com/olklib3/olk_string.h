@@ -75,9 +75,10 @@ public:
 
     void push_back(CHAR c) {
         const SIZE length = size();
-        if (!make_room_(uint64_t{length} + 1))
+        CHAR* text = make_room_(uint64_t{length} + 1);
+        if (text == nullptr)
             return;
-        data_[length] = c;
+        text[length] = c;
         set_size_(length + 1);
     }
 
@@ -139,7 +140,8 @@ private:
     void set_capacity_(size_t capacity) { store_word(at(data_, -8), static_cast<SIZE>(capacity)); }
 
     bool fits_(uint64_t needed) const { return data_ != nullptr && needed <= capacity() - 1; }
-    bool make_room_(uint64_t needed);
+    //  Makes room for needed bytes in all and returns the text, or null when there is no memory.
+    CHAR* make_room_(uint64_t needed);
     bool grow_(uint64_t new_capacity);
 
     CHAR* data_;
@@ -155,17 +157,18 @@ void string_<ALLOCTOR, SIZE, CHAR, TRAITS>::append(const CHAR* text, size_t leng
     }
     const uintptr_t offset = reinterpret_cast<uintptr_t>(text) - reinterpret_cast<uintptr_t>(data_);
     const bool own = data_ != nullptr && offset < old_size;
-    if (length > max_capacity || !make_room_(old_size + uint64_t{length}))
+    CHAR* grown = length > max_capacity ? nullptr : make_room_(old_size + uint64_t{length});
+    if (grown == nullptr)
         return;
-    std::memcpy(data_ + old_size, own ? data_ + offset : text, length);
+    std::memcpy(grown + old_size, own ? grown + offset : text, length);
     set_size_(static_cast<SIZE>(old_size + length));
 }
 
 template <class ALLOCTOR, class SIZE, class CHAR, class TRAITS>
-bool string_<ALLOCTOR, SIZE, CHAR, TRAITS>::make_room_(uint64_t needed) {
-    if (fits_(needed))
-        return true;
-    return grow_(needed < doubling_limit ? needed * 2 : needed + needed / 2);
+CHAR* string_<ALLOCTOR, SIZE, CHAR, TRAITS>::make_room_(uint64_t needed) {
+    if (fits_(needed) || grow_(needed < doubling_limit ? needed * 2 : needed + needed / 2))
+        return data_;
+    return nullptr;
 }
 
 template <class ALLOCTOR, class SIZE, class CHAR, class TRAITS>

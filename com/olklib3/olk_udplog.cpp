@@ -17,7 +17,7 @@ namespace {
 
 constexpr uint16_t default_port = 999;
 constexpr int send_buffer_bytes = 0x20000;
-constexpr int record_bytes = 30720;  // a record with its header and a terminating zero fits
+constexpr size_t record_bytes = 30720;  // a record with its header and a terminating zero fits
 
 static_assert(sizeof(sockaddr_in) == 16 && sizeof(sockaddr_in6) == 28);
 
@@ -118,14 +118,15 @@ int udplog::send_(const char* order, int record_level, const char* tag, const ch
     const int header =
         std::snprintf(record, sizeof record, "{\"order\":\"%s\",\"level\":%d,\"cabin\":\"%s\"}\n%s%s%s", order,
                       record_level, cabin.c_str(), tagged ? "[" : "", tagged ? tag : "", tagged ? "]" : "");
-    if (header < 0 || header >= record_bytes)
+    if (header < 0 || static_cast<size_t>(header) >= sizeof record)
         return -1;
-    const int text = std::vsnprintf(record + header, static_cast<size_t>(record_bytes - header), format, args);
-    if (text < 0 || text >= record_bytes - header)
+    const size_t room = sizeof record - static_cast<size_t>(header);
+    const int text = std::vsnprintf(record + header, room, format, args);
+    if (text < 0 || static_cast<size_t>(text) >= room)
         return -1;
     const auto* destination = addrlen != 0 ? reinterpret_cast<const sockaddr*>(addr) : nullptr;
-    return static_cast<int>(
-        sendto(sock, record, static_cast<size_t>(header + text), MSG_DONTWAIT, destination, addrlen));
+    return static_cast<int>(sendto(sock, record, static_cast<size_t>(header) + static_cast<size_t>(text), MSG_DONTWAIT,
+                                   destination, addrlen));
 }
 
 int udplog::add(int record_level, const char* format, ...) {
