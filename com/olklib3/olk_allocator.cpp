@@ -79,11 +79,10 @@ allocator::allocator() : classcount(0), bigcount(0), classes{} {
 }
 
 allocator::~allocator() {
-    for (int32_t i = 0; i < classcount; ++i) {
+    for (int32_t i = 0; i < classcount; ++i)
         delete classes[i];
-        classes[i] = nullptr;
-    }
-    classcount = 0;
+    forget(classes, sizeof classes);
+    forget(&classcount, sizeof classcount);
 }
 
 bool allocator::add_class_(uint32_t blksize, uint32_t blkperheap, bool prealloc) {

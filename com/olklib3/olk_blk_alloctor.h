@@ -139,7 +139,7 @@ inline bool blk_heap::valid() const {
 
 inline void blk_heap::release() {
     unmap_pages(base, maplen);
-    std::memset(static_cast<void*>(this), 0, sizeof *this);
+    forget(this, sizeof *this);
     memheap_::operator delete(this);
 }
 
@@ -154,6 +154,7 @@ blk_alloctor<LOCK>::~blk_alloctor() {
         heaps = heap->next;
         heap->release();
     }
+    forget(this, sizeof *this);
 }
 
 template <class LOCK>
@@ -247,8 +248,8 @@ void blk_alloctor<LOCK>::free_(blk_heap* heap, void* p) {
     heap->freelist = p;
     ++heap->freecount;
     ++freecount;
-    //  Hysteresis: three heaps are always kept, and so is a heap that is the class's only free capacity, so that a class
-    //  that swings around a heap's boundary does not map and unmap at every call.
+    //  Hysteresis: up to three heaps are kept whatever is free in them, and so is a heap that is the class's only free
+    //  capacity, so that a class that swings around a heap's boundary does not map and unmap at every call.
     if (heapcount > 3 && heap->wholly_free() && heap != heaps && freecount != blkperheap)
         release_free_heaps_();
     OLK_WALK(valid_());

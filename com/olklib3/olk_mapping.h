@@ -12,6 +12,7 @@
 #include <cstdint>
 #include <cstring>
 
+#include <strings.h>
 #include <sys/mman.h>
 #include <unistd.h>
 
@@ -56,6 +57,11 @@ inline void* at(void* p, ptrdiff_t offset) {
 }
 inline const void* at(const void* p, ptrdiff_t offset) {
     return static_cast<const char*>(p) + offset;
+}
+
+//  Zeroes memory whose owner's life ends: plain stores there may be dropped by the compiler.
+inline void forget(void* p, size_t len) {
+    explicit_bzero(p, len);
 }
 
 }  // namespace olk

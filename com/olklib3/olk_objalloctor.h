@@ -114,7 +114,8 @@ objalloctor_<LOCK>::~objalloctor_() {
         pages = page->next;
         unmap_pages(page, page->maplen);
     }
-    freecount = 0;
+    forget(&pages, sizeof pages);
+    forget(&freecount, sizeof freecount);
 }
 
 template <class LOCK>

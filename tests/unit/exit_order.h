@@ -1,0 +1,27 @@
+//  A program that writes down its own life: one line per mapping, unmapping, mallopt, and per global object that is
+//  built or gone.
+#ifndef EXIT_ORDER_H
+#define EXIT_ORDER_H
+
+#include "olk_alloctor"
+
+//  Writes one line to standard output at once, without any buffer.
+void write_line(const char* what, unsigned long long first, unsigned long long second);
+void write_line(const char* what);
+
+//  A global object that holds pooled memory until it is destroyed.
+class keeper {
+public:
+    explicit keeper(const char* name);
+    ~keeper();
+    keeper(const keeper&) = delete;
+    keeper& operator=(const keeper&) = delete;
+
+private:
+    const char* name_;
+    olk::string text_;
+    void* small_;
+    void* large_;
+};
+
+#endif

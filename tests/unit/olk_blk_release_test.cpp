@@ -1,0 +1,243 @@
+//  Heaps of a size class going back to the system: the release rule, its exception, and destruction.
+#include "size_class_fixture.h"
+
+#include <algorithm>
+
+namespace {
+
+using BlkReleaseThreeHeaps = FullHeaps<3>;
+using BlkRelease = FullHeaps<4>;
+using BlkReleaseSixHeaps = FullHeaps<6>;
+
+TEST_F(BlkReleaseThreeHeaps, FreeingEveryBlockUnmapsNothing) {
+    spy::watch watch;
+    for (int i : {1, 2, 0})
+        give_back(at[i]);
+    EXPECT_EQ(watch.count(spy::kind::munmap), 0u);
+    EXPECT_EQ(cls.heapcount, 3);
+    EXPECT_EQ(cls.freecount, 3 * per_heap);
+}
+
+TEST_F(BlkRelease, AHeapThatIsTheOnlyFreeCapacityIsKept) {
+    spy::watch watch;
+    give_back(at[1]);
+    EXPECT_EQ(watch.count(spy::kind::munmap), 0u);
+    EXPECT_EQ(cls.heapcount, 4);
+    EXPECT_EQ(cls.freecount, per_heap);
+}
+
+TEST_F(BlkRelease, OneMoreFreeBlockElsewhereIsEnoughForTheRelease) {
+    free_in(cls, at[0][0]);
+    spy::watch watch;
+    watch.name(heap[1]->base, "heap 1");
+    give_back(at[1]);
+    EXPECT_EQ(watch.trace(), trace{"munmap heap 1"});
+    EXPECT_EQ(watch.lengths(spy::kind::munmap), std::vector<size_t>{page});
+    EXPECT_EQ(heaps(), (std::vector{heap[0], heap[3], heap[2]}));
+    EXPECT_EQ(cls.heapcount, 3);
+    EXPECT_EQ(cls.freecount, 1u);
+    EXPECT_TRUE(cls.valid());
+}
+
+TEST_F(BlkRelease, TheFreeCountIsComparedAfterTheBlockHasComeBack) {
+    free_in(cls, at[0][0]);
+    give_back({at[1][0], at[1][1], at[1][2]});
+    EXPECT_EQ(cls.freecount, per_heap);
+    spy::watch watch;
+    free_in(cls, at[1][3]);
+    EXPECT_EQ(watch.count(spy::kind::munmap), 1u);
+}
+
+TEST_F(BlkRelease, EveryWhollyFreeHeapBehindTheHeadGoesNotOnlyTheOneJustFreed) {
+    give_back(at[1]);
+    spy::watch watch;
+    watch.name(heap[1]->base, "heap 1");
+    watch.name(heap[3]->base, "heap 3");
+    give_back(at[3]);
+    EXPECT_EQ(watch.trace(), (trace{"munmap heap 3", "munmap heap 1"})) << "in the list's order";
+    EXPECT_EQ(heaps(), (std::vector{heap[0], heap[2]}));
+    EXPECT_EQ(cls.heapcount, 2);
+    EXPECT_EQ(cls.freecount, 0u);
+}
+
+TEST_F(BlkRelease, TheHeadHeapOutlivesItsLastBlock) {
+    free_in(cls, at[1][0]);
+    spy::watch watch;
+    give_back(at[0]);
+    EXPECT_TRUE(heap[0]->wholly_free());
+    EXPECT_EQ(watch.count(spy::kind::munmap), 0u);
+    EXPECT_EQ(cls.heapcount, 4);
+}
+
+TEST_F(BlkRelease, TheHeadsLastBlockReleasesNoOtherHeapEither) {
+    give_back(at[1]);
+    spy::watch watch;
+    give_back(at[0]);
+    EXPECT_EQ(cls.freecount, 2 * per_heap);
+    EXPECT_EQ(watch.count(spy::kind::munmap), 0u);
+}
+
+TEST_F(BlkRelease, ABlockOfAHeapThatIsNotWhollyFreeReleasesNothing) {
+    give_back(at[1]);
+    spy::watch watch;
+    give_back({at[2][0], at[2][1], at[2][2]});
+    EXPECT_EQ(watch.count(spy::kind::munmap), 0u);
+    free_in(cls, at[2][3]);
+    EXPECT_EQ(watch.count(spy::kind::munmap), 2u);
+}
+
+TEST_F(BlkRelease, AWhollyFreeHeadIsPassedOverWhenTheOthersGo) {
+    give_back(at[0]);
+    give_back(at[1]);
+    EXPECT_EQ(heaps(), (std::vector{heap[0], heap[3], heap[2]}));
+    EXPECT_EQ(cls.freecount, per_heap);
+}
+
+TEST_F(BlkReleaseSixHeaps, HeapsInARowAllGo) {
+    give_back({at[1][0], at[1][1], at[1][2], at[2][0], at[2][1], at[2][2]});
+    give_back({at[3][0], at[3][1], at[3][2]});
+    spy::watch watch;
+    free_in(cls, at[2][3]);
+    EXPECT_EQ(watch.count(spy::kind::munmap), 1u);
+    free_in(cls, at[1][3]);
+    free_in(cls, at[3][3]);
+    EXPECT_EQ(heaps(), (std::vector{heap[0], heap[5], heap[4], heap[3]})) << "heap 3 came back as the only capacity";
+    give_back(at[4]);
+    EXPECT_EQ(heaps(), (std::vector{heap[0], heap[5]}));
+    EXPECT_TRUE(cls.valid());
+}
+
+TEST_F(BlkRelease, TheReleaseHoldsTheClassLockAndTakesTheObjectHeapsInside) {
+    free_in(cls, at[0][0]);
+    give_back({at[1][0], at[1][1], at[1][2]});
+    spy::watch watch(spy::scope::memory_and_locks);
+    watch.name(&cls.lock, "class");
+    watch.name(&olk::get_olk_alloctor_self()->objheap.lock, "object heap");
+    watch.name(heap[1]->base, "heap 1");
+    free_in(cls, at[1][3]);
+    EXPECT_EQ(watch.trace(),
+              (trace{"lock class", "munmap heap 1", "lock object heap", "unlock object heap", "unlock class"}));
+}
+
+//  The words of a slot that lies on the object heap's list of freed slots, behind the one that holds the link.
+bool zeroed_behind_the_link(const void* slot, size_t bytes) {
+    const char* first = static_cast<const char*>(slot);
+    return std::all_of(first + sizeof(void*), first + bytes, [](char c) { return c == 0; });
+}
+
+TEST_F(BlkRelease, TheRecordIsZeroedAndGoesBackToTheObjectHeap) {
+    const uint64_t records = free_records();
+    free_in(cls, at[0][0]);
+    give_back(at[1]);
+    EXPECT_EQ(free_records(), records + 1);
+    EXPECT_TRUE(zeroed_behind_the_link(heap[1], sizeof(olk::blk_heap)));
+}
+
+TEST_F(BlkRelease, AFailedUnmapStillTakesTheHeapOutOfTheClass) {
+    free_in(cls, at[0][0]);
+    char* const base = heap[1]->base;
+    spy::watch watch;
+    watch.fail_munmap(1, 1);
+    give_back(at[1]);
+    EXPECT_EQ(cls.heapcount, 3);
+    EXPECT_EQ(cls.freecount, 1u);
+    EXPECT_TRUE(cls.valid());
+    olk::unmap_pages(base, page);
+}
+
+TEST_F(BlkRelease, TheDeductionIsByTheClassesBlocksPerHeap) {
+#ifdef OLK_CHECK
+    GTEST_SKIP() << "a checking build stops at a class whose figures disagree";
+#else
+    free_in(cls, at[0][0]);
+    give_back({at[1][0], at[1][1], at[1][2]});
+    cls.blkperheap = 3;
+    free_in(cls, at[1][3]);
+    EXPECT_EQ(cls.heapcount, 3);
+    EXPECT_EQ(cls.freecount, 5u - 3u) << "not by the four blocks of the heap itself";
+#endif
+}
+
+TEST_F(BlkRelease, TheExceptionComparesWithTheClassesBlocksPerHeap) {
+#ifdef OLK_CHECK
+    GTEST_SKIP() << "a checking build stops at a class whose figures disagree";
+#else
+    free_in(cls, at[0][0]);
+    give_back({at[1][0], at[1][1], at[1][2]});
+    cls.blkperheap = 5;
+    spy::watch watch;
+    free_in(cls, at[1][3]);
+    EXPECT_EQ(watch.count(spy::kind::munmap), 0u);
+#endif
+}
+
+TEST(BlkReleaseSmallFirstHeap, AFullHeapsWorthOfFreeBlocksCountsTheSmallHeadsBlocksToo) {
+    //  64 blocks in the head, 65 in every other heap; head with one free block and the last heap with 64 make 65.
+    size_class cls(512, 65);
+    std::vector<void*> blocks;
+    for (int i = 0; i < 64 + 3 * 65; ++i)
+        blocks.push_back(cls.malloc_(nullptr));
+    ASSERT_EQ(heaps_of(cls).size(), 4u);
+    ASSERT_EQ(cls.heaps->blkcount, 64u);
+    spy::watch watch;
+    for (int i = 64; i < 64 + 65; ++i)
+        free_in(cls, blocks[static_cast<size_t>(i)]);
+    EXPECT_EQ(watch.count(spy::kind::munmap), 0u);
+    free_in(cls, blocks[0]);
+    EXPECT_EQ(watch.count(spy::kind::munmap), 0u) << "the head's blocks start no release";
+    for (int i = 64 + 65; i < 64 + 2 * 65; ++i)
+        free_in(cls, blocks[static_cast<size_t>(i)]);
+    EXPECT_EQ(watch.count(spy::kind::munmap), 2u);
+    EXPECT_EQ(cls.freecount, 1u);
+    EXPECT_TRUE(cls.valid());
+}
+
+TEST_F(BlkRelease, AClassThatSwingsAroundAHeapsBoundaryMapsNothing) {
+    spy::watch watch;
+    void* p = cls.malloc_(nullptr);
+    EXPECT_EQ(watch.count(spy::kind::mmap), 1u);
+    for (int i = 0; i < 100; ++i) {
+        free_in(cls, p);
+        p = cls.malloc_(nullptr);
+    }
+    EXPECT_EQ(watch.count(spy::kind::mmap), 1u);
+    EXPECT_EQ(watch.count(spy::kind::munmap), 0u);
+}
+
+TEST(BlkDestruction, UnmapsEveryHeapInListOrderGivesTheRecordsBackAndDestroysTheLock) {
+    const uint64_t records = free_records();
+    auto* cls = new size_class(16, 4);
+    for (int i = 0; i < 9; ++i)
+        cls->malloc_(nullptr);
+    EXPECT_EQ(free_records(), records - 4);
+    spy::watch watch(spy::scope::memory_and_locks);
+    watch.name(&olk::get_olk_alloctor_self()->objheap.lock, "object heap");
+    watch.name(&cls->lock, "class");
+    watch.name(cls->heaps->base, "head");
+    watch.name(cls->heaps->next->base, "third");
+    watch.name(cls->heaps->next->next->base, "second");
+    delete cls;
+    const std::string record_back[] = {"lock object heap", "unlock object heap"};
+    EXPECT_EQ(watch.trace(), (trace{"munmap head", record_back[0], record_back[1], "munmap third", record_back[0],
+                                    record_back[1], "munmap second", record_back[0], record_back[1], "destroy class",
+                                    record_back[0], record_back[1]}));
+    EXPECT_EQ(free_records(), records);
+}
+
+TEST(BlkDestruction, TheHeapRecordsGoBackZeroed) {
+    auto* cls = new size_class(16, 4);
+    cls->malloc_(nullptr);
+    const olk::blk_heap* heap = cls->heaps;
+    delete cls;
+    EXPECT_TRUE(zeroed_behind_the_link(heap, sizeof(olk::blk_heap)));
+}
+
+TEST(BlkDestruction, TheClassRecordGoesBackZeroed) {
+    auto* cls = new size_class(16, 4);
+    cls->malloc_(nullptr);
+    const void* volatile record = cls;  // the compiler knows that the object is gone; its memory is not
+    delete cls;
+    EXPECT_TRUE(zeroed_behind_the_link(record, offsetof(size_class, lock)));
+}
+
+}  // namespace

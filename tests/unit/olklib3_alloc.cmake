@@ -1,0 +1,50 @@
+#  Tests of the allocator. One program sees and spoils every call that the library makes to the system.
+
+addrpubd_unit_test(olk_alloctor_test
+    SOURCES
+        mapping_spy.cpp
+        olk_spinlock_test.cpp
+        olk_mapping_test.cpp
+        olk_objalloctor_test.cpp
+        olk_objalloctor_model_test.cpp
+        olk_blk_alloctor_test.cpp
+        olk_blk_release_test.cpp
+        olk_blk_model_test.cpp
+        olk_allocator_test.cpp
+        olk_allocator_build_test.cpp
+        olk_allocator_table_test.cpp
+        olk_allocator_limit_test.cpp
+        olk_allocator_model_test.cpp
+        olk_allocator_threads_test.cpp
+        olk_allocator_exit_test.cpp
+        olk_vector_test.cpp
+    LIBS olklib3
+    WRAP mmap munmap sysconf
+        pthread_spin_init pthread_spin_destroy pthread_spin_lock pthread_spin_unlock)
+
+#  A program that writes down its own life from the first mapping to the last, linked in four orders: the objects before
+#  and behind the library, and each other.
+set(exit_order_calls mmap munmap mallopt)
+function(exit_order_program name)
+    add_executable(${name} ${ARGN})
+    set_target_properties(${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/tests)
+    target_link_libraries(${name} PRIVATE olklib3)
+    list(TRANSFORM exit_order_calls PREPEND LINKER:--wrap= OUTPUT_VARIABLE wraps)
+    target_link_options(${name} PRIVATE ${wraps})
+    add_dependencies(olk_alloctor_test ${name})
+endfunction()
+exit_order_program(exit_order_one_two_library exit_order_one.cpp exit_order_two.cpp exit_order_main.cpp)
+exit_order_program(exit_order_two_one_library exit_order_two.cpp exit_order_main.cpp exit_order_one.cpp)
+exit_order_program(exit_order_library_one_two exit_order_one.cpp exit_order_two.cpp exit_order_main.cpp)
+exit_order_program(exit_order_library_two_one exit_order_two.cpp exit_order_main.cpp exit_order_one.cpp)
+foreach(name exit_order_library_one_two exit_order_library_two_one)
+    #  Link options stand in front of the objects.
+    target_link_options(${name} PRIVATE
+        LINKER:--whole-archive $<TARGET_FILE:olklib3> LINKER:--no-whole-archive)
+    add_dependencies(${name} olklib3)
+    set_target_properties(${name} PROPERTIES LINK_DEPENDS $<TARGET_FILE:olklib3>)
+endforeach()
+
+target_compile_definitions(olk_alloctor_test PRIVATE
+    TEST_DATA="${PROJECT_SOURCE_DIR}/tests/data"
+    EXIT_ORDER_PROGRAMS="${CMAKE_BINARY_DIR}/tests")
