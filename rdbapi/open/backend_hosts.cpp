@@ -1,0 +1,102 @@
+#include "backend_hosts.h"
+
+#include "dns_request.h"
+#include "file_lock.h"
+#include "file_replace.h"
+#include "hosts_file.h"
+
+#include <cerrno>
+#include <system_error>
+
+namespace rdbopen {
+
+namespace {
+
+constexpr std::chrono::milliseconds lockLimit{2000};
+
+//  How often an update is made anew because somebody edited the file meanwhile.
+constexpr int mostAttempts = 5;
+
+Outcome failedTo(const char* what, int error) {
+    return backendFailed(std::string(what) + ": " + std::generic_category().message(error));
+}
+
+class HostsBackend : public Backend {
+public:
+    explicit HostsBackend(const std::string& path) : path_(path) {}
+
+    std::string label() const override { return "hosts://" + path_; }
+    bool serves(Service service) const noexcept override { return service == Service::messages; }
+
+    Outcome open() override;
+    void close() noexcept override {}
+    Outcome message(std::string_view text, std::string& reply) override;
+    std::string refusal(std::string_view text, int code) override;
+
+private:
+    Outcome update(const DnsRequest& request);
+
+    std::string path_;
+};
+
+Outcome HostsBackend::open() {
+    FilePlace place;
+    if (const int error = resolveFile(path_, place); error != 0)
+        return failedTo("the folder cannot be reached", error);
+    FileLock lock;
+    if (const int error = lock.acquire(place.lock(), lockLimit); error != 0)
+        return failedTo("the lock file cannot be locked", error);
+    FileText text;
+    if (const int error = readFile(place, text); error != 0)
+        return failedTo("the file cannot be read", error);
+    if (const int error = proveReplacing(place); error != 0)
+        return failedTo("the folder cannot be written", error);
+    return {};
+}
+
+//  The path is resolved anew each time: a link may be pointed elsewhere while the service runs.
+Outcome HostsBackend::update(const DnsRequest& request) {
+    FilePlace place;
+    if (const int error = resolveFile(path_, place); error != 0)
+        return failedTo("the folder cannot be reached", error);
+    FileLock lock;
+    if (const int error = lock.acquire(place.lock(), lockLimit); error != 0)
+        return failedTo("the lock file cannot be locked", error);
+    int error = EAGAIN;
+    for (int attempt = 0; error == EAGAIN && attempt < mostAttempts; ++attempt) {
+        FileText before;
+        if (const int unread = readFile(place, before); unread != 0)
+            return failedTo("the file cannot be read", unread);
+        const std::string after = withHostLines(before.bytes, request.name, request.addresses);
+        if (after == before.bytes)
+            return {};
+        error = replaceFile(place, before, after);
+    }
+    return error == 0 ? Outcome{} : failedTo("the file cannot be replaced", error);
+}
+
+Outcome HostsBackend::message(std::string_view text, std::string& reply) {
+    DnsRequest request;
+    const std::string refused = parseDnsRequest(text, request);
+    if (!refused.empty()) {
+        reply = dnsReply(request.seqno, errorBadRequest, refused);
+        return {errorBadRequest, {}};
+    }
+    Outcome outcome = update(request);
+    reply = dnsReply(request.seqno, outcome.code, outcome.code == errorNone ? "ok" : outcome.reason);
+    return outcome;
+}
+
+std::string HostsBackend::refusal(std::string_view text, int code) {
+    DnsRequest request;
+    parseDnsRequest(text, request);
+    return dnsReply(request.seqno, code, "the server is not connected");
+}
+
+}  // namespace
+
+std::unique_ptr<Backend> makeHostsBackend(const std::string& path) {
+    return std::make_unique<HostsBackend>(path);
+}
+
+}  // namespace rdbopen

@@ -1,0 +1,16 @@
+//  The back end hosts:///PATH: a DNS server's view of this host, kept as lines of a hosts(5) file that a name server
+//  serves. Several services may share the file, each with a host name of its own.
+#ifndef RDBAPI_OPEN_BACKEND_HOSTS_H
+#define RDBAPI_OPEN_BACKEND_HOSTS_H
+
+#include "backend.h"
+
+#include <memory>
+
+namespace rdbopen {
+
+std::unique_ptr<Backend> makeHostsBackend(const std::string& path);
+
+}  // namespace rdbopen
+
+#endif

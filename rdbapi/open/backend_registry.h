@@ -1,0 +1,17 @@
+//  Which url scheme is served by which back end of this build.
+#ifndef RDBAPI_OPEN_BACKEND_REGISTRY_H
+#define RDBAPI_OPEN_BACKEND_REGISTRY_H
+
+#include "backend.h"
+
+#include <memory>
+
+namespace rdbopen {
+
+//  Makes the back end for url, unopened. Stores null in backend on failure, with the reason, which holds no password.
+//  Returns errorNone, errorBadUrl or errorUnknownScheme.
+int makeBackend(std::string_view url, std::unique_ptr<Backend>& backend, std::string& reason);
+
+}  // namespace rdbopen
+
+#endif

@@ -1,0 +1,53 @@
+//  Reading a file whole and replacing it in one step: a reader sees the old text or the new one, and after a power cut
+//  one of the two is there.
+//
+//      DIR/NAME                      the file
+//      DIR/.NAME.addrpubd.tmp        the new text, until it is renamed
+//      DIR/.NAME.addrpubd.lock       the lock that serialises the writers of this library (file_lock.h)
+//
+//  Names that begin with "." are passed over by dnsmasq's hostsdir.
+#ifndef RDBAPI_OPEN_FILE_REPLACE_H
+#define RDBAPI_OPEN_FILE_REPLACE_H
+
+#include <string>
+#include <string_view>
+#include <sys/stat.h>
+
+namespace rdbopen {
+
+//  Where the file really is, behind all symbolic links.
+struct FilePlace {
+    std::string directory;  // ends with "/"
+    std::string name;
+
+    std::string path() const { return directory + name; }
+    std::string temporary() const { return directory + "." + name + ".addrpubd.tmp"; }
+    std::string lock() const { return directory + "." + name + ".addrpubd.lock"; }
+};
+
+struct FileText {
+    bool exists = false;
+    struct stat status {};  // of the file when it was read; meaningless when it does not exist
+    std::string bytes;
+};
+
+//  Resolves path, of which the last component may be missing. Returns 0 or an errno value.
+int resolveFile(const std::string& path, FilePlace& place);
+
+//  Reads the whole file; a missing one is no failure. Returns 0 or an errno value: EINVAL for anything but a regular
+//  file, EFBIG above 16 MiB.
+int readFile(const FilePlace& place, FileText& text);
+
+//  Makes the temporary file and removes it again, which shows that the directory can be written. Returns 0 or an errno
+//  value.
+int proveReplacing(const FilePlace& place);
+
+//  Replaces the file that was read as before by bytes, with its mode and owner, or mode 0644 when there was none.
+//  Returns 0, EAGAIN when the file is not the one that was read any more, or another errno value; the file is then as
+//  it was, except that after a failure to flush the directory it may be either.
+//  Requires: the lock is held.
+int replaceFile(const FilePlace& place, const FileText& before, std::string_view bytes);
+
+}  // namespace rdbopen
+
+#endif

@@ -1,0 +1,119 @@
+//  The nine functions: check the arguments, copy them, and hand them to the handle's worker. Nothing is thrown out of
+//  them.
+#pragma GCC visibility push(default)
+#include "rdbapi.h"
+#pragma GCC visibility pop
+
+#include "backend_registry.h"
+#include "handle_table.h"
+#include "report.h"
+#include "worker.h"
+
+#include <cstring>
+
+using namespace rdbopen;
+
+namespace {
+
+constexpr std::int32_t longestMessage = 1 << 20;  // bytes
+constexpr int mostRecords = 1000;
+
+//  Runs body with the handle's worker, which stays in being meanwhile.
+template <class Body>
+int withWorker(int handle, Body body) noexcept {
+    try {
+        const PinnedHandle pin(handle);
+        return pin.worker() == nullptr ? static_cast<int>(errorBadHandle) : body(*pin.worker());
+    } catch (...) {
+        return errorNoResources;
+    }
+}
+
+bool isName(const char (&name)[80]) {
+    return name[0] != '\0' && std::memchr(name, '\0', sizeof name) != nullptr;
+}
+
+bool isRecord(const RdbSnapshot& record) {
+    return isName(record.name) && record.valuelen < sizeof record.value;
+}
+
+}  // namespace
+
+int rdb_create(void) {
+    try {
+        return createHandle();
+    } catch (...) {
+        return -1;
+    }
+}
+
+int rdb_setmessagenotify(int handle, RdbMessageNotify callback, void* user) {
+    if (callback == nullptr)
+        return errorBadArgument;
+    return withWorker(handle, [&](Worker& worker) { return worker.setNotify(callback, user); });
+}
+
+//  The embedded back ends know no users: access is the file system's business. A back end that logs in takes both
+//  texts along.
+int rdb_connectex(int handle, const char* url, const char* user, const char* password, int reserved) {
+    if (url == nullptr || user == nullptr || password == nullptr || reserved != 0)
+        return errorBadArgument;
+    return withWorker(handle, [&](Worker& worker) {
+        std::unique_ptr<Backend> backend;
+        std::string reason;
+        const int refused = makeBackend(url, backend, reason);
+        if (refused == errorNone)
+            return worker.start(std::move(backend));
+        reportFailure("rdb_connectex", reason);
+        return refused;
+    });
+}
+
+int rdb_callmsg(int handle, const char* text, std::int32_t length, RdbReply callback, void* user) {
+    if (text == nullptr || length < 1 || length > longestMessage || callback == nullptr)
+        return errorBadArgument;
+    return withWorker(handle, [&](Worker& worker) {
+        const std::string_view message(text, static_cast<std::size_t>(length));
+        return worker.post(Backend::Service::messages, std::make_shared<MessageCall>(message, callback, user));
+    });
+}
+
+int rdb_tagget(int handle, RdbTag* tag) {
+    if (tag == nullptr || !isName(tag->name))
+        return errorBadArgument;
+    return withWorker(handle, [&](Worker& worker) {
+        const auto call = std::make_shared<TagGetCall>(*tag);
+        const int code = worker.execute(call);
+        if (code == errorNone)
+            *tag = call->tag;
+        return code;
+    });
+}
+
+int rdb_taginport(int handle, int mode, RdbTag* tag, std::int32_t* result) {
+    if (mode != RDB_TAGINPORT_MODE || tag == nullptr || !isName(tag->name) || result == nullptr)
+        return errorBadArgument;
+    return withWorker(handle, [&](Worker& worker) {
+        const int code = worker.execute(std::make_shared<TagImportCall>(*tag));
+        *result = code;
+        return code;
+    });
+}
+
+int rdb_objputsnapshot(int handle, const RdbSnapshot* records, int count) {
+    if (records == nullptr || count < 1 || count > mostRecords)
+        return errorBadArgument;
+    for (int i = 0; i < count; ++i)
+        if (!isRecord(records[i]))
+            return errorBadArgument;
+    return withWorker(handle,
+                      [&](Worker& worker) { return worker.execute(std::make_shared<PutCall>(records, count)); });
+}
+
+int rdb_disconnect(int handle) {
+    return closeHandle(handle);
+}
+
+int rdb_destory(int handle) {
+    return giveBackHandle(handle);
+}

@@ -1,0 +1,18 @@
+//  The library's only way to say something: syslog(3), facility daemon. Nothing goes to the standard descriptors, and
+//  the ident is the program's own.
+#ifndef RDBAPI_OPEN_REPORT_H
+#define RDBAPI_OPEN_REPORT_H
+
+#include <string_view>
+
+namespace rdbopen {
+
+//  Reports at priority err "rdbapi: <subject>: <reason>". Requires: neither text holds a password.
+void reportFailure(std::string_view subject, std::string_view reason) noexcept;
+
+//  Reports at priority notice.
+void reportRecovery(std::string_view subject, std::string_view text) noexcept;
+
+}  // namespace rdbopen
+
+#endif

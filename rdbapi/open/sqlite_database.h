@@ -1,0 +1,83 @@
+//  One SQLite connection and its prepared statements, closed by their destructors. Results are SQLite's own result
+//  codes (https://www.sqlite.org/rescode.html), extended ones included.
+//
+//  Threads: one at a time.
+#ifndef RDBAPI_OPEN_SQLITE_DATABASE_H
+#define RDBAPI_OPEN_SQLITE_DATABASE_H
+
+#include <cstdint>
+#include <memory>
+#include <sqlite3.h>
+#include <string>
+#include <string_view>
+
+namespace rdbopen {
+
+class SqliteStatement {
+public:
+    //  Bind parameter index, counted from 1. Texts are bound by length and must outlive the next reset.
+    SqliteStatement& bind(int index, std::int64_t value);
+    SqliteStatement& bind(int index, std::string_view text);
+
+    //  Runs to the next row or to the end: SQLITE_ROW, SQLITE_DONE or an error.
+    int step() { return sqlite3_step(statement_.get()); }
+
+    //  Runs to the end and resets. Returns SQLITE_OK or the error.
+    int run();
+
+    std::int64_t column(int index) { return sqlite3_column_int64(statement_.get(), index); }
+
+    //  Makes it ready for the next use; ends its read transaction.
+    void reset() { sqlite3_reset(statement_.get()); }
+
+    explicit operator bool() const { return statement_ != nullptr; }
+
+private:
+    friend class SqliteDatabase;
+    struct Finalize {
+        void operator()(sqlite3_stmt* statement) const { sqlite3_finalize(statement); }
+    };
+    std::unique_ptr<sqlite3_stmt, Finalize> statement_;
+};
+
+class SqliteDatabase {
+public:
+    //  Opens path for reading and writing, creating an empty file when there is none.
+    int open(const std::string& path);
+
+    //  Reads the first count bytes of the file and its size past SQLite's own handling: without a lock and without
+    //  looking at a journal. It goes through SQLite's descriptor because closing another one would drop the locks that
+    //  this process holds on the file (fcntl(2)).
+    int readFirstBytes(void* bytes, int count, std::int64_t& size);
+
+    //  Closes it. Statements go first.
+    void close() { connection_.reset(); }
+
+    //  Runs one or more statements and drops their rows.
+    int run(const char* sql);
+
+    //  Returns a statement, or an empty one when sql does not fit the schema.
+    SqliteStatement prepare(const char* sql);
+
+    //  Runs sql and returns the first column of its first row, or otherwise when there is none.
+    std::int64_t number(const char* sql, std::int64_t otherwise);
+    std::string text(const char* sql);
+
+    //  True inside BEGIN.
+    bool inTransaction() const { return sqlite3_get_autocommit(connection_.get()) == 0; }
+
+    //  SQLite's text for the last failure.
+    std::string lastError() const;
+
+    explicit operator bool() const { return connection_ != nullptr; }
+
+private:
+    struct Close {
+        void operator()(sqlite3* connection) const { sqlite3_close(connection); }
+    };
+    std::unique_ptr<sqlite3, Close> connection_;
+};
+
+}  // namespace rdbopen
+
+#endif

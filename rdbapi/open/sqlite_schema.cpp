@@ -1,0 +1,96 @@
+#include "sqlite_schema.h"
+
+#include <cstring>
+
+namespace rdbopen {
+
+namespace {
+
+constexpr int headerSize = 100;
+constexpr std::size_t userVersionAt = 60;
+constexpr std::size_t applicationIdAt = 68;
+constexpr char magic[16] = "SQLite format 3";
+
+//  Times are milliseconds since 1970-01-01 UTC; the views show them as ISO 8601 texts.
+constexpr const char* schema = R"sql(
+CREATE TABLE tag (
+    id          INTEGER PRIMARY KEY,
+    name        TEXT NOT NULL UNIQUE,
+    class       INTEGER NOT NULL,
+    type        INTEGER NOT NULL,
+    importflag  INTEGER NOT NULL,
+    imported_ms INTEGER NOT NULL
+);
+CREATE TABLE snapshot (
+    tag     INTEGER PRIMARY KEY REFERENCES tag(id),
+    time_ms INTEGER NOT NULL,
+    type    INTEGER NOT NULL,
+    value   TEXT NOT NULL
+);
+CREATE TABLE history (
+    id      INTEGER PRIMARY KEY,
+    tag     INTEGER NOT NULL REFERENCES tag(id),
+    time_ms INTEGER NOT NULL,
+    type    INTEGER NOT NULL,
+    value   TEXT NOT NULL
+);
+CREATE INDEX history_of_tag ON history(tag, id);
+CREATE TABLE service (
+    one       INTEGER PRIMARY KEY CHECK (one = 1),
+    opened_ms INTEGER NOT NULL
+);
+CREATE VIEW current_values AS
+    SELECT name, strftime('%Y-%m-%dT%H:%M:%fZ', time_ms / 1000.0, 'unixepoch') AS time, value
+    FROM snapshot JOIN tag ON tag.id = snapshot.tag;
+CREATE VIEW past_values AS
+    SELECT name, strftime('%Y-%m-%dT%H:%M:%fZ', time_ms / 1000.0, 'unixepoch') AS time, value
+    FROM history JOIN tag ON tag.id = history.tag ORDER BY history.id;
+)sql";
+
+std::int64_t bigEndian32(const unsigned char* first) {
+    return std::int64_t{first[0]} << 24 | first[1] << 16 | first[2] << 8 | first[3];
+}
+
+}  // namespace
+
+std::string sqliteFileRefusal(SqliteDatabase& database) {
+    unsigned char header[headerSize]{};
+    std::int64_t size = 0;
+    if (database.readFirstBytes(header, headerSize, size) != SQLITE_OK)
+        return "cannot be read as a regular file";
+    //  SQLite calls a file of one byte empty, too.
+    if (size == 0 && header[0] == 0)
+        return {};
+    if (size < headerSize || std::memcmp(header, magic, sizeof magic) != 0)
+        return "the file is not a database";
+    if (bigEndian32(header + applicationIdAt) != sqliteApplicationId)
+        return "the file is a database of another program";
+    if (bigEndian32(header + userVersionAt) != sqliteSchemaVersion)
+        return "the file is a database of another version of this program";
+    return {};
+}
+
+std::string makeSqliteSchema(SqliteDatabase& database) {
+    //  The lock is taken before the look, so that of two services that start together one makes the tables.
+    if (database.run("BEGIN IMMEDIATE") != SQLITE_OK)
+        return "cannot be written: " + database.lastError();
+    const std::int64_t id = database.number("PRAGMA application_id", -1);
+    const std::int64_t objects = database.number("SELECT count(*) FROM sqlite_schema", -1);
+    std::string reason;
+    if (id == 0 && objects == 0) {
+        const std::string marks = "PRAGMA application_id = " + std::to_string(sqliteApplicationId) +
+                                  "; PRAGMA user_version = " + std::to_string(sqliteSchemaVersion);
+        if (database.run(schema) != SQLITE_OK || database.run(marks.c_str()) != SQLITE_OK ||
+            database.run("COMMIT") != SQLITE_OK)
+            reason = "its tables cannot be made: " + database.lastError();
+    } else if (id < 0 || objects < 0) {
+        reason = "cannot be read: " + database.lastError();
+    } else if (id != sqliteApplicationId) {
+        reason = "the file is a database of another program";
+    }
+    if (database.inTransaction())
+        database.run("ROLLBACK");
+    return reason;
+}
+
+}  // namespace rdbopen

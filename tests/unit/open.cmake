@@ -1,0 +1,55 @@
+#  The open client library. Its back ends are tested when they are built.
+
+addrpubd_unit_test(open_parts_test
+    SOURCES open_backoff_test.cpp open_url_test.cpp
+    LIBS rdbapi_open)
+
+addrpubd_unit_test(open_worker_test
+    SOURCES open_worker_test.cpp
+    LIBS rdbapi_open
+    WRAP poll pthread_cond_clockwait pthread_create syslog)
+
+addrpubd_unit_test(open_handle_table_test
+    SOURCES open_handle_table_test.cpp
+    LIBS rdbapi_open
+    WRAP eventfd)
+
+addrpubd_unit_test(open_rdbapi_test
+    SOURCES open_rdbapi_test.cpp open_signal_test.cpp
+    LIBS rdbapi_open
+    WRAP syslog)
+
+addrpubd_unit_test(open_exit_test
+    SOURCES open_exit_test.cpp open_quiet_syslog.cpp
+    LIBS rdbapi_open
+    WRAP syslog)
+
+addrpubd_unit_test(open_library_test
+    SOURCES open_library_test.cpp
+    LIBS rdbapi_interface ${CMAKE_DL_LIBS})
+add_dependencies(open_library_test rdbapix64)
+target_compile_definitions(open_library_test PRIVATE LIBRARY_PATH="$<TARGET_FILE:rdbapix64>")
+if(ADDRPUBD_SANITIZE)
+    target_compile_definitions(open_library_test PRIVATE SANITIZED)
+endif()
+
+find_package(SQLite3 QUIET)
+if(SQLite3_FOUND)
+    addrpubd_unit_test(open_sqlite_test
+        SOURCES open_backend_sqlite_test.cpp open_quiet_syslog.cpp
+        LIBS rdbapi_open
+        WRAP syslog)
+endif()
+
+find_package(nlohmann_json 3.10 QUIET)
+if(nlohmann_json_FOUND)
+    addrpubd_unit_test(open_hosts_test
+        SOURCES open_hosts_file_test.cpp open_dns_request_test.cpp open_backend_hosts_test.cpp
+            open_quiet_syslog.cpp
+        LIBS rdbapi_open
+        WRAP syslog)
+    addrpubd_unit_test(open_file_test
+        SOURCES open_file_replace_test.cpp open_file_lock_test.cpp
+        LIBS rdbapi_open
+        WRAP open write fsync rename fchmod fchown flock nanosleep clock_gettime)
+endif()

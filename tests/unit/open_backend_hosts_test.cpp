@@ -1,0 +1,152 @@
+//  hosts:///PATH through the nine functions.
+#include "backend_hosts.h"
+
+#include "open_support.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace {
+
+using namespace opentest;
+using namespace rdbopen;
+
+class HostsBackend : public testing::Test {
+protected:
+    ~HostsBackend() override {
+        rdb_disconnect(handle);
+        rdb_destory(handle);
+        workersEnded();  // the callbacks write into members
+    }
+    void connect(const std::string& path) {
+        ASSERT_EQ(rdb_setmessagenotify(handle, onEvent, &events), 0);
+        ASSERT_EQ(rdb_connectex(handle, ("hosts://" + path).c_str(), "u", "p", 0), 0);
+        ASSERT_EQ(events.take(), RDB_EVENT_CONNECTED);
+    }
+    std::string send(const std::string& text) {
+        EXPECT_EQ(rdb_callmsg(handle, text.data(), static_cast<std::int32_t>(text.size()), onReply, &replies), 0);
+        return replies.take();
+    }
+    std::string update(const std::string& name, const std::string& address) {
+        return send("{\"request\":\"ws_dnsupdate\",\"seqno\":7,\"item\":{\"name\":\"" + name + "\",\"ipv6s\":[\"" +
+                    address + "\"]}}");
+    }
+    ino_t inode() const {
+        struct stat status {};
+        return stat(file.c_str(), &status) == 0 ? status.st_ino : 0;
+    }
+
+    Folder folder;
+    const std::string file = folder.file("hosts");
+    const int handle = rdb_create();
+    Events events;
+    Replies replies;
+};
+
+constexpr auto done = "{\"seqno\":7,\"code\":0,\"message\":\"ok\"}";
+
+TEST_F(HostsBackend, AnUpdateMakesTheMissingFile) {
+    connect(file);
+    EXPECT_EQ(update("host1", "2001:db8::1"), done);
+    EXPECT_EQ(readText(file), "2001:db8::1 host1 # addrpubd host1\n");
+}
+
+TEST_F(HostsBackend, AnUpdateKeepsWhatIsNotItsOwn) {
+    writeText(file, "127.0.0.1 localhost\n2001:db8::9 host1\n");
+    connect(file);
+    EXPECT_EQ(update("host1", "2001:db8::1"), done);
+    EXPECT_EQ(update("host1", "2001:db8::2"), done);
+    EXPECT_EQ(readText(file), "127.0.0.1 localhost\n2001:db8::9 host1\n2001:db8::2 host1 # addrpubd host1\n");
+}
+
+TEST_F(HostsBackend, TwoHostsShareOneFile) {
+    connect(file);
+    EXPECT_EQ(update("a", "::1"), done);
+    EXPECT_EQ(update("b", "::2"), done);
+    EXPECT_EQ(update("a", "::3"), done);
+    EXPECT_EQ(readText(file), "::3 a # addrpubd a\n::2 b # addrpubd b\n");
+}
+
+TEST_F(HostsBackend, AnUpdateThatChangesNothingLeavesTheFileAlone) {
+    connect(file);
+    EXPECT_EQ(update("a", "::1"), done);
+    const ino_t before = inode();
+    EXPECT_EQ(update("a", "::1"), done);
+    EXPECT_EQ(inode(), before);
+}
+
+TEST_F(HostsBackend, AnEditBetweenTwoUpdatesSurvives) {
+    connect(file);
+    EXPECT_EQ(update("a", "::1"), done);
+    writeText(file, readText(file) + "::9 other\n");
+    EXPECT_EQ(update("a", "::2"), done);
+    EXPECT_EQ(readText(file), "::2 a # addrpubd a\n::9 other\n");
+}
+
+TEST_F(HostsBackend, AMalformedRequestIsAnsweredAndTheConnectionStaysUp) {
+    connect(file);
+    EXPECT_EQ(send("nonsense"), "{\"seqno\":null,\"code\":1013,\"message\":\"the request is not a JSON object\"}");
+    EXPECT_EQ(update("a", "::1"), done);
+    EXPECT_EQ(events.count(), 0U);
+}
+
+TEST_F(HostsBackend, AFolderThatGoesAwayEndsTheConnection) {
+    std::filesystem::create_directory(folder.file("sub"));
+    connect(folder.file("sub/hosts"));
+    std::filesystem::remove_all(folder.file("sub"));
+    EXPECT_NE(update("a", "::1").find("\"code\":1014"), std::string::npos);
+    EXPECT_EQ(events.take(), RDB_EVENT_DISCONNECTED);
+}
+
+TEST_F(HostsBackend, TagCallsAreNotSupported) {
+    connect(file);
+    RdbTag tag = tagNamed("t");
+    const RdbSnapshot record = recordOf("t", "v");
+    std::int32_t result = 0;
+    EXPECT_EQ(rdb_tagget(handle, &tag), errorNotSupported);
+    EXPECT_EQ(rdb_taginport(handle, RDB_TAGINPORT_MODE, &tag, &result), errorNotSupported);
+    EXPECT_EQ(rdb_objputsnapshot(handle, &record, 1), errorNotSupported);
+}
+
+//  Opening without a worker, so that the failure is the test's to see.
+int openCode(const std::string& path) {
+    return makeHostsBackend(path)->open().code;
+}
+
+TEST(HostsBackendOpen, AFolderThatIsMissingFails) {
+    EXPECT_EQ(openCode("/nonexistent/hosts"), errorBackendFailed);
+}
+
+TEST(HostsBackendOpen, AFolderInPlaceOfTheFileFails) {
+    const Folder folder;
+    std::filesystem::create_directory(folder.file("hosts"));
+    EXPECT_EQ(openCode(folder.file("hosts")), errorBackendFailed);
+}
+
+TEST(HostsBackendOpen, AFifoFailsWithoutBlocking) {
+    const Folder folder;
+    ASSERT_EQ(mkfifo(folder.file("hosts").c_str(), 0600), 0);
+    EXPECT_EQ(openCode(folder.file("hosts")), errorBackendFailed);
+}
+
+TEST(HostsBackendOpen, AFolderThatCannotBeWrittenFails) {
+    EXPECT_EQ(openCode("/proc/hosts"), errorBackendFailed);
+}
+
+TEST(HostsBackendOpen, AFolderThatTakesTheLockFileButNoTemporaryFileFails) {
+    const Folder folder;
+    std::filesystem::create_directory(folder.file(".hosts.addrpubd.tmp"));
+    EXPECT_EQ(openCode(folder.file("hosts")), errorBackendFailed);
+}
+
+TEST(HostsBackendOpen, LeavesNothingButTheLockFile) {
+    const Folder folder;
+    EXPECT_EQ(openCode(folder.file("hosts")), 0);
+    EXPECT_EQ(entriesOf(folder.path().c_str()), 1U);
+    EXPECT_TRUE(std::filesystem::exists(folder.file(".hosts.addrpubd.lock")));
+}
+
+}  // namespace

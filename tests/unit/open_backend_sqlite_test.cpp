@@ -1,0 +1,306 @@
+//  sqlite:///PATH: the back end by itself, and once through the nine functions. The database is looked at through a
+//  second connection, as the stock tool would.
+#include "backend_sqlite.h"
+
+#include "open_support.h"
+#include "sqlite_schema.h"
+
+#include <atomic>
+#include <gtest/gtest.h>
+#include <sched.h>
+#include <sys/mount.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+namespace {
+std::atomic<int> flushes{0};
+}
+
+//  They stand before the C library's for SQLite as well.
+extern "C" int fsync(int fd) {
+    ++flushes;
+    return static_cast<int>(syscall(SYS_fsync, fd));
+}
+extern "C" int fdatasync(int fd) {
+    ++flushes;
+    return static_cast<int>(syscall(SYS_fdatasync, fd));
+}
+
+namespace {
+
+using namespace opentest;
+using namespace rdbopen;
+
+class SqliteBackend : public testing::Test {
+protected:
+    void open() {
+        const Outcome outcome = backend->open();
+        ASSERT_EQ(outcome.code, 0) << outcome.reason;
+    }
+    void openWithTag(const std::string& name) {
+        open();
+        ASSERT_EQ(backend->tagImport(usableTag(name)).code, 0);
+    }
+    int put(const std::string& name, const std::string& value) {
+        const RdbSnapshot record = recordOf(name, value);
+        return backend->put({&record, 1}).code;
+    }
+    std::string query(const char* sql) {
+        SqliteDatabase reader;
+        EXPECT_EQ(reader.open(file), SQLITE_OK);
+        return reader.text(sql);
+    }
+    void makeForeign(const char* sql) {
+        SqliteDatabase database;
+        ASSERT_EQ(database.open(file), SQLITE_OK);
+        ASSERT_EQ(database.run(sql), SQLITE_OK) << database.lastError();
+    }
+
+    Folder folder;
+    const std::string file = folder.file("rdb.db");
+    std::unique_ptr<Backend> backend = makeSqliteBackend(file);
+};
+
+TEST_F(SqliteBackend, AMissingFileBecomesADatabaseWithItsMarks) {
+    open();
+    EXPECT_EQ(query("PRAGMA application_id"), std::to_string(sqliteApplicationId));
+    EXPECT_EQ(query("PRAGMA user_version"), "1");
+    EXPECT_EQ(query("PRAGMA journal_mode"), "wal");
+}
+
+TEST_F(SqliteBackend, AnEmptyFileBecomesADatabaseToo) {
+    writeText(file, "");
+    open();
+    EXPECT_EQ(query("PRAGMA user_version"), "1");
+}
+
+TEST_F(SqliteBackend, AnUnknownTagHasItsCode) {
+    open();
+    RdbTag tag = tagNamed("host1");
+    EXPECT_EQ(backend->tagGet(tag).code, errorNoSuchTag);
+    EXPECT_EQ(put("host1", "v"), errorNoSuchTag);
+}
+
+TEST_F(SqliteBackend, AnImportedTagIsFoundWithItsClassTypeAndFlag) {
+    openWithTag("host1");
+    RdbTag tag = tagNamed("host1");
+    ASSERT_EQ(backend->tagGet(tag).code, 0);
+    EXPECT_EQ(tag.tagclass, RDB_TAG_CLASS_USABLE);
+    EXPECT_EQ(tag.valuetype, RDB_VALUE_TYPE_TEXT);
+    EXPECT_EQ(tag.importflag, 1);
+}
+
+TEST_F(SqliteBackend, ASecondImportReplacesTheTagAndKeepsItsValues) {
+    openWithTag("host1");
+    ASSERT_EQ(put("host1", "v"), 0);
+    RdbTag tag = usableTag("host1");
+    tag.tagclass = 3;
+    ASSERT_EQ(backend->tagImport(tag).code, 0);
+    EXPECT_EQ(query("SELECT count(*) || class FROM tag"), "13");
+    EXPECT_EQ(query("SELECT value FROM current_values WHERE name = 'host1'"), "v");
+}
+
+TEST_F(SqliteBackend, APutForATagOfAnotherClassIsRefused) {
+    open();
+    RdbTag tag = usableTag("host1");
+    tag.tagclass = 3;
+    ASSERT_EQ(backend->tagImport(tag).code, 0);
+    EXPECT_EQ(put("host1", "v"), errorTagNotUsable);
+}
+
+TEST_F(SqliteBackend, APutReplacesTheCurrentValueAndAddsToTheHistory) {
+    openWithTag("host1");
+    ASSERT_EQ(put("host1", "first"), 0);
+    ASSERT_EQ(put("host1", "second"), 0);
+    EXPECT_EQ(query("SELECT group_concat(value) FROM snapshot"), "second");
+    EXPECT_EQ(query("SELECT group_concat(value) FROM past_values"), "first,second");
+}
+
+TEST_F(SqliteBackend, APutHasTheServersTimeInMilliseconds) {
+    openWithTag("host1");
+    RdbSnapshot record = recordOf("host1", "v");
+    record.time = 12345;
+    ASSERT_EQ(backend->put({&record, 1}).code, 0);
+    EXPECT_EQ(query("SELECT abs(time_ms / 1000 - strftime('%s', 'now')) < 60 FROM snapshot"), "1");
+    EXPECT_EQ(query("SELECT time GLOB '20[0-9][0-9]-[01][0-9]-[0-3][0-9]T[0-2][0-9]:[0-5][0-9]:[0-5][0-9].[0-9][0-9]"
+                    "[0-9]Z' FROM current_values"),
+              "1");
+}
+
+TEST_F(SqliteBackend, AValueIsTakenByItsLengthNotByATerminator) {
+    openWithTag("host1");
+    RdbSnapshot record = recordOf("host1", "abcdef");
+    record.valuelen = 3;
+    ASSERT_EQ(backend->put({&record, 1}).code, 0);
+    EXPECT_EQ(query("SELECT value FROM snapshot"), "abc");
+    std::memcpy(record.value, "a\0b", 3);
+    ASSERT_EQ(backend->put({&record, 1}).code, 0);
+    EXPECT_EQ(query("SELECT hex(value) FROM snapshot"), "610062");
+}
+
+TEST_F(SqliteBackend, AnEmptyValueIsAValue) {
+    openWithTag("host1");
+    ASSERT_EQ(put("host1", ""), 0);
+    EXPECT_EQ(query("SELECT count(*) FROM current_values WHERE value = ''"), "1");
+}
+
+TEST_F(SqliteBackend, NamesAreDataAndNeverSql) {
+    const std::string name = "x'); DROP TABLE tag; --";
+    openWithTag(name);
+    ASSERT_EQ(put(name, name), 0);
+    EXPECT_EQ(query("SELECT value FROM current_values"), name);
+}
+
+TEST_F(SqliteBackend, SeveralRecordsArePutTogetherOrNotAtAll) {
+    openWithTag("a");
+    const RdbSnapshot records[2] = {recordOf("a", "1"), recordOf("unknown", "2")};
+    EXPECT_EQ(backend->put(records).code, errorNoSuchTag);
+    EXPECT_EQ(query("SELECT count(*) FROM history"), "0");
+}
+
+TEST_F(SqliteBackend, TheHistoryKeepsTenThousandRowsOfATag) {
+    openWithTag("a");
+    ASSERT_EQ(backend->tagImport(usableTag("b")).code, 0);
+    ASSERT_EQ(put("b", "other"), 0);
+    makeForeign("WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < 10000) INSERT INTO "
+                "history(tag, time_ms, type, value) SELECT (SELECT id FROM tag WHERE name = 'a'), i, 6, i FROM n");
+    ASSERT_EQ(put("a", "newest"), 0);
+    EXPECT_EQ(query("SELECT count(*) FROM past_values WHERE name = 'a'"), "10000");
+    EXPECT_EQ(query("SELECT value FROM past_values WHERE name = 'a' LIMIT 1"), "2");
+    EXPECT_EQ(query("SELECT count(*) FROM past_values WHERE name = 'b'"), "1");
+}
+
+TEST_F(SqliteBackend, EachPutIsFlushedToTheDisk) {
+    openWithTag("a");
+    for (int i = 0; i < 3; ++i) {
+        const int before = flushes;
+        ASSERT_EQ(put("a", "v"), 0);
+        EXPECT_GT(flushes, before);
+    }
+}
+
+TEST_F(SqliteBackend, ValuesOutliveTheService) {
+    openWithTag("a");
+    ASSERT_EQ(put("a", "v"), 0);
+    backend->close();
+    open();
+    RdbTag tag = tagNamed("a");
+    EXPECT_EQ(backend->tagGet(tag).code, 0);
+    EXPECT_EQ(query("SELECT value FROM current_values"), "v");
+}
+
+TEST_F(SqliteBackend, ADatabaseOfAnotherProgramIsRefusedAndLeftUntouched) {
+    for (const char* mode : {"PRAGMA journal_mode = DELETE", "PRAGMA journal_mode = WAL"}) {
+        makeForeign((std::string(mode) + "; CREATE TABLE mine" + std::string(1, mode[22]) + "(x)").c_str());
+        const std::string before = readText(file);
+        const Outcome outcome = backend->open();
+        backend->close();
+        EXPECT_EQ(outcome.code, errorBackendFailed);
+        EXPECT_EQ(outcome.reason, "the file is a database of another program");
+        EXPECT_TRUE(readText(file) == before);
+    }
+}
+
+TEST_F(SqliteBackend, AFileThatIsNoDatabaseIsRefusedAndLeftUntouched) {
+    for (const std::string& text : {std::string("x"), std::string(5000, 'x'), std::string("SQLite format 3")}) {
+        writeText(file, text);
+        EXPECT_EQ(backend->open().reason, "the file is not a database");
+        backend->close();
+        EXPECT_TRUE(readText(file) == text);
+    }
+}
+
+TEST_F(SqliteBackend, ADatabaseOfALaterVersionIsRefused) {
+    open();
+    backend->close();
+    makeForeign("PRAGMA user_version = 2");
+    EXPECT_EQ(backend->open().reason, "the file is a database of another version of this program");
+}
+
+TEST_F(SqliteBackend, AMissingTableIsAFailureToOpen) {
+    open();
+    backend->close();
+    makeForeign("DROP TABLE snapshot");
+    EXPECT_EQ(backend->open().code, errorBackendFailed);
+}
+
+TEST_F(SqliteBackend, AFolderInPlaceOfTheFileIsAFailureToOpen) {
+    std::filesystem::create_directory(file);
+    EXPECT_EQ(backend->open().code, errorBackendFailed);
+}
+
+TEST_F(SqliteBackend, AMissingFolderIsAFailureToOpen) {
+    EXPECT_EQ(makeSqliteBackend(folder.file("no/rdb.db"))->open().code, errorBackendFailed);
+}
+
+TEST_F(SqliteBackend, AFileThatWasRemovedFailsTheNextRequest) {
+    openWithTag("a");
+    ASSERT_EQ(unlink(file.c_str()), 0);
+    EXPECT_EQ(put("a", "v"), errorBackendFailed);
+    backend->close();
+    open();
+    EXPECT_EQ(put("a", "v"), errorNoSuchTag);
+}
+
+TEST_F(SqliteBackend, AFileThatWasReplacedFailsTheNextRequest) {
+    openWithTag("a");
+    makeSqliteBackend(folder.file("other.db"))->open();
+    std::filesystem::rename(folder.file("other.db"), file);
+    RdbTag tag = tagNamed("a");
+    EXPECT_EQ(backend->tagGet(tag).code, errorBackendFailed);
+}
+
+TEST_F(SqliteBackend, ACorruptDatabaseFailsTheRequest) {
+    openWithTag("a");
+    backend->close();
+    const auto pages = std::filesystem::file_size(file);
+    std::fstream damaged(file, std::ios::in | std::ios::out | std::ios::binary);
+    damaged.seekp(4096);
+    damaged << std::string(pages - 4096, '\xa5');
+    damaged.close();
+    EXPECT_EQ(backend->open().code, errorBackendFailed);
+}
+
+//  A file system of its own that is full but for a few pages.
+TEST_F(SqliteBackend, AFullDiskFailsTheRequestAndNothingIsLost) {
+    if (unshare(CLONE_NEWNS) != 0 || mount("none", "/", "none", MS_REC | MS_PRIVATE, nullptr) != 0 ||
+        mount("none", folder.path().c_str(), "tmpfs", 0, "size=512k") != 0)
+        GTEST_SKIP() << "needs root to mount a file system";
+    openWithTag("a");
+    int code = 0;
+    int puts = 0;
+    while ((code = put("a", std::string(999, 'x'))) == 0 && puts < 10000)
+        ++puts;
+    EXPECT_EQ(code, errorBackendFailed);
+    EXPECT_EQ(query("SELECT count(*) FROM history"), std::to_string(puts));
+    backend->close();
+    umount2(folder.path().c_str(), MNT_DETACH);
+}
+
+TEST_F(SqliteBackend, TwoServicesMayShareTheFile) {
+    open();
+    EXPECT_EQ(makeSqliteBackend(file)->open().code, 0);  // a second service on the same file
+    EXPECT_EQ(backend->tagImport(usableTag("a")).code, 0);
+}
+
+TEST_F(SqliteBackend, ServesTagsAndRefusesMessagesThroughTheHandle) {
+    Events events;
+    const int handle = rdb_create();
+    ASSERT_EQ(rdb_setmessagenotify(handle, onEvent, &events), 0);
+    ASSERT_EQ(rdb_connectex(handle, ("sqlite://" + file).c_str(), "u", "p", 0), 0);
+    ASSERT_EQ(events.take(), RDB_EVENT_CONNECTED);
+    EXPECT_EQ(rdb_callmsg(handle, "{}", 2, onReply, nullptr), errorNotSupported);
+
+    RdbTag tag = usableTag("host1");
+    std::int32_t result = -1;
+    EXPECT_EQ(rdb_taginport(handle, RDB_TAGINPORT_MODE, &tag, &result), 0);
+    const RdbSnapshot record = recordOf("host1", "2001:db8::1");
+    EXPECT_EQ(rdb_objputsnapshot(handle, &record, 1), 0);
+    EXPECT_EQ(query("SELECT value FROM current_values"), "2001:db8::1");
+    rdb_disconnect(handle);
+    rdb_destory(handle);
+    EXPECT_TRUE(workersEnded());
+}
+
+}  // namespace

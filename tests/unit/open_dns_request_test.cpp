@@ -1,0 +1,113 @@
+#include "dns_request.h"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+using namespace rdbopen;
+
+std::string refusalOf(std::string_view text) {
+    DnsRequest request;
+    return parseDnsRequest(text, request);
+}
+
+std::string requestWith(const std::string& item) {
+    return "{\"request\":\"ws_dnsupdate\",\"seqno\":5,\"item\":" + item + "}";
+}
+
+std::string requestNamed(const std::string& name) {
+    return requestWith("{\"name\":\"" + name + "\"}");
+}
+
+TEST(DnsRequest, TheServicesRequestIsUnderstood) {
+    DnsRequest request;
+    ASSERT_EQ(parseDnsRequest("{\"request\":\"ws_dnsupdate\",\"seqno\":5,\"item\":{\"name\":\"host1\",\"ipv6s\":"
+                              "[\"2001:db8::1\",\"2001:db8::2\"],\"ipv6\":\"2001:db8::1\",\"httpsports\":[443,8443]}}",
+                              request),
+              "");
+    EXPECT_EQ(request.seqno, 5);
+    EXPECT_EQ(request.name, "host1");
+    EXPECT_EQ(request.addresses, (std::vector<std::string>{"2001:db8::1", "2001:db8::2"}));
+}
+
+TEST(DnsRequest, Ipv4ComesBeforeIpv6) {
+    DnsRequest request;
+    ASSERT_EQ(parseDnsRequest(requestWith("{\"name\":\"h\",\"ipv6s\":[\"::1\"],\"ipv4s\":[\"192.0.2.1\"]}"), request),
+              "");
+    EXPECT_EQ(request.addresses, (std::vector<std::string>{"192.0.2.1", "::1"}));
+}
+
+TEST(DnsRequest, AnAddressIsTakenOnce) {
+    DnsRequest request;
+    ASSERT_EQ(parseDnsRequest(requestWith("{\"name\":\"h\",\"ipv6s\":[\"::1\",\"::2\",\"::1\"]}"), request), "");
+    EXPECT_EQ(request.addresses, (std::vector<std::string>{"::1", "::2"}));
+}
+
+TEST(DnsRequest, BothListsMayBeMissing) {
+    EXPECT_EQ(refusalOf(requestWith("{\"name\":\"h\"}")), "");
+}
+
+TEST(DnsRequest, TextsThatAreNoRequestAreRefused) {
+    for (const std::string text : {"", "x", "{", "[]", "1", "null", "{}", "{\"seqno\":1}", "{\"seqno\":\"1\"}",
+                                   "{\"seqno\":1.5}", "{\"seqno\":1,\"request\":5}", "{\"seqno\":1,\"request\":\"x\"}",
+                                   "{\"request\":\"ws_dnsupdate\",\"item\":{\"name\":\"h\"}}",
+                                   "{\"seqno\":1,\"request\":\"ws_dnsupdate\"}", "\xff\xfe"})
+        EXPECT_NE(refusalOf(text), "") << text;
+    EXPECT_NE(refusalOf(requestWith("[]")), "");
+    EXPECT_NE(refusalOf(requestWith("{}")), "");
+    EXPECT_NE(refusalOf(requestWith("{\"name\":5}")), "");
+    EXPECT_NE(refusalOf(requestNamed("h") + "x"), "");
+}
+
+TEST(DnsRequest, DeepNestingIsRefusedWithoutACrash) {
+    EXPECT_NE(refusalOf(std::string(1 << 20, '[')), "");
+    EXPECT_NE(refusalOf(std::string(1 << 19, '[') + std::string(1 << 19, ']')), "");
+}
+
+TEST(DnsRequest, TheSequenceNumberIsKeptWhenTheRestIsRefused) {
+    DnsRequest request;
+    EXPECT_NE(parseDnsRequest("{\"seqno\":2147483647,\"request\":\"x\"}", request), "");
+    EXPECT_EQ(request.seqno, 2147483647);
+}
+
+TEST(DnsRequest, HostNamesAreLettersDigitsHyphensUnderscoresAndDots) {
+    for (const std::string name : {"h", "H-1_x", "a.b.c", "1"})
+        EXPECT_EQ(refusalOf(requestNamed(name)), "") << name;
+    for (const std::string name : {"", " ", "a b", "a#b", "#", "a\\tb", "a\\nb", "a\\u0000b", ".", "a.", ".a", "a..b",
+                                   "a/b", "\xc3\xa4", "*", "a:b"})
+        EXPECT_NE(refusalOf(requestNamed(name)), "") << name;
+}
+
+TEST(DnsRequest, ALabelOf63CharactersIsTakenAnd64IsRefused) {
+    EXPECT_EQ(refusalOf(requestNamed(std::string(63, 'a') + ".b")), "");
+    EXPECT_NE(refusalOf(requestNamed(std::string(64, 'a') + ".b")), "");
+}
+
+TEST(DnsRequest, ANameOf253CharactersIsTakenAnd254IsRefused) {
+    const std::string label = std::string(62, 'a') + ".";
+    const std::string name = label + label + label + label;  // 252
+    EXPECT_EQ(refusalOf(requestNamed(name + "b")), "");
+    EXPECT_NE(refusalOf(requestNamed(name + "bc")), "");
+}
+
+TEST(DnsRequest, AddressesAreCheckedByTheirFamily) {
+    for (const std::string list :
+         {"\"ipv6s\":[\"192.0.2.1\"]", "\"ipv4s\":[\"::1\"]", "\"ipv6s\":[\"fe80::1%eth0\"]", "\"ipv6s\":[\"\"]",
+          "\"ipv6s\":[\"::1 \"]", "\"ipv6s\":[\"::1\\n\"]", "\"ipv6s\":[\"::1\\u0000\"]", "\"ipv6s\":[1]",
+          "\"ipv6s\":\"::1\"", "\"ipv6s\":null", "\"ipv4s\":[\"1.2.3\"]", "\"ipv4s\":[[]]"})
+        EXPECT_NE(refusalOf(requestWith("{\"name\":\"h\"," + list + "}")), "") << list;
+}
+
+TEST(DnsReply, HasSequenceNumberCodeAndMessage) {
+    EXPECT_EQ(dnsReply(5, 0, "ok"), "{\"seqno\":5,\"code\":0,\"message\":\"ok\"}");
+}
+
+TEST(DnsReply, AnUnknownSequenceNumberIsNull) {
+    EXPECT_EQ(dnsReply(std::nullopt, 1013, "x"), "{\"seqno\":null,\"code\":1013,\"message\":\"x\"}");
+}
+
+TEST(DnsReply, AMessageThatIsNotUtf8IsStillJson) {
+    EXPECT_EQ(dnsReply(1, 2, "a\"\xff"), "{\"seqno\":1,\"code\":2,\"message\":\"a\\\"\xef\xbf\xbd\"}");
+}
+
+}  // namespace

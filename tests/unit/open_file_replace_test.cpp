@@ -1,0 +1,254 @@
+#include "file_replace.h"
+
+#include "open_support.h"
+
+#include <cerrno>
+#include <cstdarg>
+#include <fcntl.h>
+#include <functional>
+#include <gtest/gtest.h>
+#include <sys/file.h>
+#include <unistd.h>
+
+namespace {
+
+//  Fails one call: the number-th of the named function, counted from 1.
+struct Failure {
+    const char* function = "";
+    int number = 0;
+    int error = 0;
+};
+Failure failure;
+int shortWrite = 0;                 // bytes that one write takes at most, 0 for all
+std::function<void()> beforeFsync;  // stands for what another process does meanwhile
+std::vector<std::string> trace;
+
+bool fails(const char* function) {
+    trace.emplace_back(function);
+    if (std::strcmp(failure.function, function) != 0 || --failure.number != 0)
+        return false;
+    errno = failure.error;
+    return true;
+}
+
+}  // namespace
+
+extern "C" {
+int __real_open(const char* path, int flags, ...);
+int __wrap_open(const char* path, int flags, ...) {
+    va_list arguments;
+    va_start(arguments, flags);
+    const auto mode = (flags & O_CREAT) != 0 ? va_arg(arguments, mode_t) : 0;
+    va_end(arguments);
+    return fails("open") ? -1 : __real_open(path, flags, mode);
+}
+ssize_t __real_write(int fd, const void* bytes, size_t size);
+ssize_t __wrap_write(int fd, const void* bytes, size_t size) {
+    if (fails("write"))
+        return -1;
+    return __real_write(fd, bytes, shortWrite > 0 ? std::min(size, static_cast<size_t>(shortWrite)) : size);
+}
+int __real_fsync(int fd);
+int __wrap_fsync(int fd) {
+    if (beforeFsync)
+        beforeFsync();
+    return fails("fsync") ? -1 : __real_fsync(fd);
+}
+int __real_rename(const char* from, const char* to);
+int __wrap_rename(const char* from, const char* to) {
+    return fails("rename") ? -1 : __real_rename(from, to);
+}
+int __real_fchmod(int fd, mode_t mode);
+int __wrap_fchmod(int fd, mode_t mode) {
+    return fails("fchmod") ? -1 : __real_fchmod(fd, mode);
+}
+int __real_fchown(int fd, uid_t user, gid_t group);
+int __wrap_fchown(int fd, uid_t user, gid_t group) {
+    return fails("fchown") ? -1 : __real_fchown(fd, user, group);
+}
+int __real_flock(int fd, int operation);
+int __wrap_flock(int fd, int operation) {
+    return fails("flock") ? -1 : __real_flock(fd, operation);
+}
+}
+
+namespace {
+
+using namespace opentest;
+using namespace rdbopen;
+
+class FileReplace : public testing::Test {
+protected:
+    FileReplace() { EXPECT_EQ(resolveFile(file, place), 0); }
+    ~FileReplace() override {
+        failure = Failure();
+        shortWrite = 0;
+        beforeFsync = nullptr;
+    }
+    int replace(const std::string& bytes) {
+        FileText before;
+        const int unread = readFile(place, before);
+        trace.clear();
+        return unread != 0 ? unread : replaceFile(place, before, bytes);
+    }
+    mode_t modeOf(const std::string& path) {
+        struct stat status {};
+        EXPECT_EQ(lstat(path.c_str(), &status), 0);
+        return status.st_mode & 07777;
+    }
+
+    Folder folder;
+    const std::string file = folder.file("hosts");
+    FilePlace place;
+};
+
+TEST_F(FileReplace, TheFileIsFlushedBeforeTheRenameAndTheFolderAfterIt) {
+    writeText(file, "old");
+    ASSERT_EQ(replace("new"), 0);
+    EXPECT_EQ(readText(file), "new");
+    EXPECT_EQ(trace, (std::vector<std::string>{"open", "fchmod", "write", "fsync", "rename", "open", "fsync"}));
+}
+
+TEST_F(FileReplace, AWriteThatTakesLessIsGoneOnWith) {
+    shortWrite = 3;
+    ASSERT_EQ(replace("0123456789"), 0);
+    EXPECT_EQ(readText(file), "0123456789");
+}
+
+TEST_F(FileReplace, ANewFileIsReadableByAllWhateverTheUmask) {
+    const mode_t before = umask(077);
+    ASSERT_EQ(replace("x"), 0);
+    umask(before);
+    EXPECT_EQ(modeOf(file), 0644U);
+}
+
+TEST_F(FileReplace, TheModeIsKept) {
+    writeText(file, "old");
+    ASSERT_EQ(chmod(file.c_str(), 0640), 0);
+    ASSERT_EQ(replace("new"), 0);
+    EXPECT_EQ(modeOf(file), 0640U);
+}
+
+TEST_F(FileReplace, TheOwnerIsKept) {
+    writeText(file, "old");
+    if (chown(file.c_str(), 1234, 2345) != 0)
+        GTEST_SKIP() << "needs root";
+    ASSERT_EQ(chmod(file.c_str(), 06755), 0);
+    ASSERT_EQ(replace("new"), 0);
+    struct stat status {};
+    ASSERT_EQ(stat(file.c_str(), &status), 0);
+    EXPECT_EQ(status.st_uid, 1234U);
+    EXPECT_EQ(status.st_gid, 2345U);
+    EXPECT_EQ(status.st_mode & 07777, 06755U);
+}
+
+TEST_F(FileReplace, ASymbolicLinkStaysAndItsTargetIsReplaced) {
+    std::filesystem::create_directory(folder.file("real"));
+    writeText(folder.file("real/target"), "old");
+    ASSERT_EQ(symlink("real/target", file.c_str()), 0);
+    ASSERT_EQ(resolveFile(file, place), 0);
+    ASSERT_EQ(replace("new"), 0);
+    EXPECT_TRUE(std::filesystem::is_symlink(file));
+    EXPECT_EQ(readText(folder.file("real/target")), "new");
+    EXPECT_EQ(place.lock(), folder.file("real/.target.addrpubd.lock"));
+}
+
+TEST_F(FileReplace, TheTargetOfADanglingLinkIsMade) {
+    ASSERT_EQ(symlink("target", file.c_str()), 0);
+    ASSERT_EQ(resolveFile(file, place), 0);
+    ASSERT_EQ(replace("new"), 0);
+    EXPECT_TRUE(std::filesystem::is_symlink(file));
+    EXPECT_EQ(readText(folder.file("target")), "new");
+}
+
+TEST_F(FileReplace, ALoopOfLinksIsAnError) {
+    ASSERT_EQ(symlink("hosts", file.c_str()), 0);
+    EXPECT_EQ(resolveFile(file, place), ELOOP);
+}
+
+TEST_F(FileReplace, AnEditDuringTheReplacementIsNotOverwritten) {
+    writeText(file, "old");
+    beforeFsync = [this] { writeText(file, "edited meanwhile"); };
+    EXPECT_EQ(replace("new"), EAGAIN);
+    EXPECT_EQ(readText(file), "edited meanwhile");
+}
+
+TEST_F(FileReplace, AFileMadeDuringTheReplacementIsNotOverwritten) {
+    beforeFsync = [this] { writeText(file, "made meanwhile"); };
+    EXPECT_EQ(replace("new"), EAGAIN);
+    EXPECT_EQ(readText(file), "made meanwhile");
+}
+
+TEST_F(FileReplace, WhatACrashLeftBehindIsReplaced) {
+    writeText(place.temporary(), "left behind");
+    ASSERT_EQ(replace("new"), 0);
+    EXPECT_FALSE(std::filesystem::exists(place.temporary()));
+}
+
+TEST_F(FileReplace, ALinkInPlaceOfTheTemporaryFileIsNotFollowed) {
+    writeText(folder.file("victim"), "kept");
+    ASSERT_EQ(symlink("victim", place.temporary().c_str()), 0);
+    ASSERT_EQ(replace("new"), 0);
+    EXPECT_EQ(readText(folder.file("victim")), "kept");
+}
+
+TEST_F(FileReplace, FilesAbove16MiBAreRefused) {
+    writeText(file, "");
+    ASSERT_EQ(truncate(file.c_str(), (16 << 20) + 1), 0);
+    FileText text;
+    EXPECT_EQ(readFile(place, text), EFBIG);
+}
+
+TEST_F(FileReplace, AMissingFileReadsAsEmpty) {
+    FileText text;
+    EXPECT_EQ(readFile(place, text), 0);
+    EXPECT_FALSE(text.exists);
+}
+
+TEST_F(FileReplace, TheProofOfWritingLeavesNothing) {
+    EXPECT_EQ(proveReplacing(place), 0);
+    EXPECT_EQ(entriesOf(folder.path().c_str()), 0U);
+}
+
+struct FailingCall {
+    const char* name;
+    Failure failure;
+};
+
+class FileReplaceFailure : public FileReplace, public testing::WithParamInterface<FailingCall> {};
+
+TEST_P(FileReplaceFailure, IsReportedAndLeavesTheOldTextAndNothingElse) {
+    writeText(file, "old");
+    ASSERT_EQ(chmod(file.c_str(), 0644), 0);
+    FileText before;
+    ASSERT_EQ(readFile(place, before), 0);
+    if (std::strcmp(GetParam().failure.function, "fchown") == 0)
+        before.status.st_uid += 1;
+    failure = GetParam().failure;
+    EXPECT_EQ(replaceFile(place, before, "new"), GetParam().failure.error);
+    failure = Failure();
+    EXPECT_EQ(readText(file), "old");
+    EXPECT_EQ(entriesOf(folder.path().c_str()), 1U);
+}
+
+constexpr FailingCall failingCalls[] = {
+    {"OfOpen", {"open", 1, EROFS}},    {"OfFchmod", {"fchmod", 1, EPERM}}, {"OfFchown", {"fchown", 1, EPERM}},
+    {"OfWrite", {"write", 1, ENOSPC}}, {"OfFsync", {"fsync", 1, EIO}},     {"OfRename", {"rename", 1, EBUSY}},
+};
+
+INSTANTIATE_TEST_SUITE_P(EachCall, FileReplaceFailure, testing::ValuesIn(failingCalls),
+                         [](const auto& test) { return test.param.name; });
+
+TEST_F(FileReplace, AFolderThatCannotBeFlushedIsReported) {
+    failure = {"fsync", 2, EIO};
+    EXPECT_EQ(replace("new"), EIO);
+    EXPECT_EQ(readText(file), "new");
+}
+
+TEST_F(FileReplace, AnInterruptedWriteIsRepeated) {
+    failure = {"write", 1, EINTR};
+    EXPECT_EQ(replace("new"), 0);
+    EXPECT_EQ(readText(file), "new");
+}
+
+}  // namespace

@@ -1,0 +1,154 @@
+//  What the tests of the open client library share: a folder of its own for each test, records, and waiting for what
+//  another thread does. A wait ends as soon as the thing happens; its limit only ends a test that would hang.
+#ifndef TESTS_UNIT_OPEN_SUPPORT_H
+#define TESTS_UNIT_OPEN_SUPPORT_H
+
+#include "rdbapi.h"
+
+#include <chrono>
+#include <condition_variable>
+#include <cstring>
+#include <deque>
+#include <filesystem>
+#include <fstream>
+#include <mutex>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include <stdlib.h>
+#include <time.h>
+
+namespace opentest {
+
+inline constexpr std::chrono::seconds hangLimit{60};
+
+class Folder {
+public:
+    Folder() {
+        char name[] = "/tmp/addrpubd-open-XXXXXX";
+        path_ = std::filesystem::canonical(mkdtemp(name)).string();
+    }
+    Folder(const Folder&) = delete;
+    Folder& operator=(const Folder&) = delete;
+    ~Folder() {
+        std::error_code ignored;
+        std::filesystem::remove_all(path_, ignored);
+    }
+    std::string file(const std::string& name) const { return path_ + "/" + name; }
+    const std::string& path() const { return path_; }
+
+private:
+    std::string path_;
+};
+
+inline std::string readText(const std::string& path) {
+    std::ifstream file(path, std::ios::binary);
+    std::ostringstream text;
+    text << file.rdbuf();
+    return text.str();
+}
+
+inline void writeText(const std::string& path, const std::string& text) {
+    std::ofstream(path, std::ios::binary | std::ios::trunc) << text;
+}
+
+//  Repeats condition until it holds. Returns false at the limit.
+template <class Condition>
+bool eventually(Condition condition) {
+    const timespec pause{0, 1000000};
+    for (const auto until = std::chrono::steady_clock::now() + hangLimit; !condition(); nanosleep(&pause, nullptr))
+        if (std::chrono::steady_clock::now() > until)
+            return false;
+    return true;
+}
+
+//  What callbacks leave behind for the test's thread, in order.
+template <class T>
+class Inbox {
+public:
+    void put(T item) {
+        const std::lock_guard lock(mutex_);
+        items_.push_back(std::move(item));
+    }
+    //  Returns the next item, or T() at the limit.
+    T take() {
+        eventually([this] { return count() > 0; });
+        const std::lock_guard lock(mutex_);
+        if (items_.empty())
+            return T();
+        T item = std::move(items_.front());
+        items_.pop_front();
+        return item;
+    }
+    std::size_t count() {
+        const std::lock_guard lock(mutex_);
+        return items_.size();
+    }
+
+private:
+    std::mutex mutex_;
+    std::deque<T> items_;
+};
+
+using Events = Inbox<std::int32_t>;
+using Replies = Inbox<std::string>;
+
+inline void onEvent(std::int32_t event, std::int64_t, void* events) {
+    static_cast<Events*>(events)->put(event);
+}
+
+inline void onReply(const char* text, std::int32_t length, void* replies) {
+    static_cast<Replies*>(replies)->put(std::string(text, static_cast<std::size_t>(length)));
+}
+
+inline RdbTag tagNamed(const std::string& name) {
+    RdbTag tag{};
+    name.copy(tag.name, sizeof tag.name - 1);
+    return tag;
+}
+
+inline RdbTag usableTag(const std::string& name) {
+    RdbTag tag = tagNamed(name);
+    tag.tagclass = RDB_TAG_CLASS_USABLE;
+    tag.valuetype = RDB_VALUE_TYPE_TEXT;
+    tag.importflag = 1;
+    return tag;
+}
+
+inline RdbSnapshot recordOf(const std::string& name, const std::string& value) {
+    RdbSnapshot record{};
+    name.copy(record.name, sizeof record.name - 1);
+    record.valuetype = RDB_VALUE_TYPE_TEXT;
+    record.valuelen = static_cast<std::uint16_t>(value.copy(record.value, sizeof record.value - 1));
+    return record;
+}
+
+//  Waits until the workers of all handles that were given back have ended, so that no callback runs any more: each of
+//  the table's places can be had again. Returns false at the limit, or when a handle is still in use.
+inline bool workersEnded() {
+    bool allFree = true;
+    std::vector<int> handles;
+    for (int i = 0; i < 16; ++i) {
+        int handle = -1;
+        const auto until = std::chrono::steady_clock::now() + hangLimit;
+        while ((handle = rdb_create()) < 0 && std::chrono::steady_clock::now() < until)
+            ;
+        allFree = allFree && handle >= 0;
+        handles.push_back(handle);
+    }
+    for (const int handle : handles)
+        rdb_destory(handle);
+    return allFree;
+}
+
+inline std::size_t entriesOf(const char* folder) {
+    std::size_t count = 0;
+    for ([[maybe_unused]] const auto& entry : std::filesystem::directory_iterator(folder))
+        ++count;
+    return count;
+}
+
+}  // namespace opentest
+
+#endif

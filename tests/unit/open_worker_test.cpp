@@ -1,0 +1,352 @@
+//  The worker, driven by a fake back end. Waits of the back-off and of the call limit end at once and are only noted.
+#include "worker.h"
+
+#include "open_fake_backend.h"
+
+#include <csignal>
+#include <cstdarg>
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <pthread.h>
+
+namespace {
+
+using namespace opentest;
+using namespace rdbopen;
+
+std::atomic<bool> skipBackoff{false};
+std::atomic<bool> failThreads{false};
+Inbox<int> pauses;           // ms
+Inbox<std::string> reports;  // syslog texts
+thread_local bool expireWaits = false;
+thread_local std::int64_t waitLimit = 0;  // ms from now to the deadline of the last wait
+
+}  // namespace
+
+extern "C" {
+
+int __real_poll(pollfd* descriptors, nfds_t count, int timeout);
+int __wrap_poll(pollfd* descriptors, nfds_t count, int timeout) {
+    if (timeout < 0 || !skipBackoff)
+        return __real_poll(descriptors, count, timeout);
+    const int ready = __real_poll(descriptors, count, 0);
+    if (ready == 0)  // otherwise a wake-up for the slot's last user
+        pauses.put(timeout);
+    return ready;
+}
+
+int __real_pthread_cond_clockwait(pthread_cond_t*, pthread_mutex_t*, clockid_t, const timespec*);
+int __wrap_pthread_cond_clockwait(pthread_cond_t* condition, pthread_mutex_t* mutex, clockid_t clock,
+                                  const timespec* deadline) {
+    timespec now{};
+    clock_gettime(clock, &now);
+    waitLimit = (deadline->tv_sec - now.tv_sec) * 1000 + (deadline->tv_nsec - now.tv_nsec) / 1000000;
+    return expireWaits ? ETIMEDOUT : __real_pthread_cond_clockwait(condition, mutex, clock, deadline);
+}
+
+int __real_pthread_create(pthread_t*, const pthread_attr_t*, void* (*)(void*), void*);
+int __wrap_pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*run)(void*), void* argument) {
+    return failThreads ? EAGAIN : __real_pthread_create(thread, attributes, run, argument);
+}
+
+void __wrap_syslog(int, const char* format, ...) {
+    char text[512];
+    va_list arguments;
+    va_start(arguments, format);
+    vsnprintf(text, sizeof text, format, arguments);
+    va_end(arguments);
+    reports.put(text);
+}
+}
+
+namespace {
+
+class WorkerTest : public testing::Test {
+protected:
+    WorkerTest() : handle(rdb_create()), script(std::make_shared<Script>()) {
+        skipBackoff = true;
+        rdb_setmessagenotify(handle, onEvent, &events);
+    }
+    ~WorkerTest() override {
+        script->hold = false;
+        rdb_disconnect(handle);
+        rdb_destory(handle);
+        workersEnded();  // the callbacks write into members
+        while (reports.count() > 0)
+            reports.take();
+        while (pauses.count() > 0)
+            pauses.take();
+    }
+    void connect() {
+        ASSERT_EQ(connectFake(handle, script), 0);
+        ASSERT_EQ(events.take(), RDB_EVENT_CONNECTED);
+    }
+    //  For tests whose callbacks write into what stands on their stack.
+    void end() {
+        rdb_destory(handle);
+        ASSERT_TRUE(workersEnded());
+    }
+    int tagGet() {
+        RdbTag tag = tagNamed("t");
+        return rdb_tagget(handle, &tag);
+    }
+    int send(const char* text) {
+        return rdb_callmsg(handle, text, static_cast<std::int32_t>(std::strlen(text)), onReply, &replies);
+    }
+
+    int handle;
+    std::shared_ptr<Script> script;
+    Events events;
+    Replies replies;
+};
+
+using Worker_ = WorkerTest;
+
+TEST_F(Worker_, TellsConnectedAfterTheFirstSuccessfulOpenOnly) {
+    script->opens = {backendFailed("a"), backendFailed("a"), {}};
+    connect();
+    EXPECT_EQ(script->opened, 3);
+    EXPECT_EQ(events.count(), 0U);
+}
+
+TEST_F(Worker_, WaitsLongerAfterEachFailure) {
+    script->opens = {backendFailed("a"), backendFailed("a"), backendFailed("a")};
+    connect();
+    EXPECT_EQ(pauses.take(), 1000);
+    const int second = pauses.take();
+    EXPECT_GE(second, 1500);
+    EXPECT_LE(second, 2000);
+    const int third = pauses.take();
+    EXPECT_GE(third, 3000);
+    EXPECT_LE(third, 4000);
+}
+
+TEST_F(Worker_, CallsSucceedInsideTheConnectedEvent) {
+    struct Context {
+        int handle;
+        Replies replies;
+        Inbox<int> codes;
+    } context{handle, {}, {}};
+    const auto sendFromEvent = [](std::int32_t, std::int64_t, void* user) {
+        auto* that = static_cast<Context*>(user);
+        that->codes.put(rdb_callmsg(that->handle, "x", 1, onReply, &that->replies));
+    };
+    rdb_setmessagenotify(handle, sendFromEvent, &context);
+    ASSERT_EQ(connectFake(handle, script), 0);
+    EXPECT_EQ(context.replies.take(), "done x");
+    EXPECT_EQ(context.codes.take(), 0);
+    end();
+}
+
+TEST_F(Worker_, AWaitingCallFromACallbackIsRefusedInsteadOfBlockingItself) {
+    struct Context {
+        int handle;
+        Inbox<int> codes;
+    } context{handle, {}};
+    const auto getFromEvent = [](std::int32_t, std::int64_t, void* user) {
+        auto* that = static_cast<Context*>(user);
+        RdbTag tag = tagNamed("t");
+        that->codes.put(rdb_tagget(that->handle, &tag));
+    };
+    rdb_setmessagenotify(handle, getFromEvent, &context);
+    ASSERT_EQ(connectFake(handle, script), 0);
+    EXPECT_EQ(context.codes.take(), errorInCallback);
+    end();
+}
+
+TEST_F(Worker_, CallsBeforeTheConnectionAreRefusedAtOnce) {
+    EXPECT_EQ(tagGet(), errorNotConnected);
+    EXPECT_EQ(send("x"), errorNotConnected);
+}
+
+TEST_F(Worker_, AFailedRequestEndsInDisconnectedAndThenConnected) {
+    connect();
+    script->requests = {backendFailed("broken")};
+    EXPECT_EQ(tagGet(), errorBackendFailed);
+    EXPECT_EQ(events.take(), RDB_EVENT_DISCONNECTED);
+    EXPECT_EQ(events.take(), RDB_EVENT_CONNECTED);
+    EXPECT_EQ(script->closed, 1);
+    EXPECT_EQ(tagGet(), 0);
+}
+
+TEST_F(Worker_, ARefusedRequestLeavesTheConnectionUp) {
+    connect();
+    script->requests = {{errorNoSuchTag, {}}};
+    EXPECT_EQ(tagGet(), errorNoSuchTag);
+    EXPECT_EQ(tagGet(), 0);
+    EXPECT_EQ(events.count(), 0U);
+    EXPECT_EQ(script->opened, 1);
+}
+
+TEST_F(Worker_, TheWaitKeepsGrowingUntilARequestSucceeds) {
+    script->requests = {backendFailed("full"), backendFailed("full")};
+    connect();
+    for (int i = 0; i < 2; ++i) {
+        EXPECT_EQ(tagGet(), errorBackendFailed);
+        EXPECT_EQ(events.take(), RDB_EVENT_DISCONNECTED);
+        EXPECT_EQ(events.take(), RDB_EVENT_CONNECTED);
+    }
+    EXPECT_EQ(pauses.take(), 1000);
+    EXPECT_GE(pauses.take(), 1500);
+    EXPECT_EQ(tagGet(), 0);
+    script->requests = {backendFailed("full")};
+    EXPECT_EQ(tagGet(), errorBackendFailed);
+    EXPECT_EQ(events.take(), RDB_EVENT_DISCONNECTED);
+    EXPECT_EQ(events.take(), RDB_EVENT_CONNECTED);
+    EXPECT_EQ(pauses.take(), 1000);
+}
+
+TEST_F(Worker_, AReasonIsReportedOncePerChange) {
+    script->opens = {backendFailed("a"), backendFailed("a"), backendFailed("b"), backendFailed("b"),
+                     backendFailed("a")};
+    connect();
+    EXPECT_EQ(reports.count(), 3U);
+    EXPECT_EQ(reports.take(), "rdbapi: fake: a");
+    EXPECT_EQ(reports.take(), "rdbapi: fake: b");
+    EXPECT_EQ(reports.take(), "rdbapi: fake: a");
+}
+
+TEST_F(Worker_, TheRecoveryIsReportedAfterTheFirstSuccessfulRequest) {
+    script->opens = {backendFailed("a")};
+    connect();
+    EXPECT_EQ(reports.take(), "rdbapi: fake: a");
+    EXPECT_EQ(reports.count(), 0U);
+    EXPECT_EQ(tagGet(), 0);
+    EXPECT_EQ(reports.take(), "rdbapi: fake: works again");
+}
+
+TEST_F(Worker_, ACallGivesUpAtThreeSeconds) {
+    connect();
+    script->hold = true;
+    expireWaits = true;
+    EXPECT_EQ(tagGet(), errorTimedOut);
+    expireWaits = false;
+    EXPECT_GT(waitLimit, 2000);
+    EXPECT_LE(waitLimit, 3000);
+}
+
+TEST_F(Worker_, AnAbandonedCallLeavesTheCallersRecordAlone) {
+    connect();
+    script->hold = true;
+    RdbTag tag = tagNamed("t");
+    expireWaits = true;
+    EXPECT_EQ(rdb_tagget(handle, &tag), errorTimedOut);
+    expireWaits = false;
+    script->hold = false;
+    EXPECT_EQ(send("after"), 0);
+    replies.take();  // the abandoned call has ended by now
+    EXPECT_EQ(tag.tagclass, 0);
+}
+
+TEST_F(Worker_, ACallThatWasAbandonedInTheQueueIsNotCarriedOut) {
+    connect();
+    script->hold = true;
+    ASSERT_EQ(send("first"), 0);
+    ASSERT_TRUE(eventually([&] { return script->served == 1; }));
+    expireWaits = true;
+    EXPECT_EQ(tagGet(), errorTimedOut);
+    expireWaits = false;
+    script->hold = false;
+    ASSERT_EQ(send("last"), 0);
+    replies.take();
+    EXPECT_EQ(replies.take(), "done last");
+    EXPECT_EQ(script->served, 2);
+}
+
+TEST_F(Worker_, TheQueueIsBounded) {
+    connect();
+    script->hold = true;
+    ASSERT_EQ(send("served"), 0);
+    ASSERT_TRUE(eventually([&] { return script->served == 1; }));
+    for (std::size_t i = 0; i < queueCapacity; ++i)
+        EXPECT_EQ(send("waiting"), 0);
+    EXPECT_EQ(send("too many"), errorBusy);
+}
+
+TEST_F(Worker_, MessagesBehindAFailureAreAnsweredWithARefusal) {
+    connect();
+    script->hold = true;
+    script->requests = {backendFailed("broken")};
+    ASSERT_EQ(send("one"), 0);
+    ASSERT_EQ(send("two"), 0);
+    script->hold = false;
+    EXPECT_EQ(replies.take(), "done one");
+    EXPECT_EQ(replies.take(), "refused two 1005");
+}
+
+TEST_F(Worker_, AServiceThatTheBackEndLacksIsRefusedEvenUnconnected) {
+    script->messages = false;
+    script->opens = {backendFailed("a")};
+    connect();
+    EXPECT_EQ(send("x"), errorNotSupported);
+    EXPECT_EQ(tagGet(), 0);
+}
+
+TEST_F(Worker_, ASecondConnectIsRefused) {
+    connect();
+    EXPECT_EQ(connectFake(handle, script), errorAlreadyConnecting);
+    EXPECT_EQ(rdb_setmessagenotify(handle, onEvent, &events), errorAlreadyConnecting);
+}
+
+TEST_F(Worker_, AClosedHandleRefusesEverything) {
+    connect();
+    rdb_disconnect(handle);
+    EXPECT_EQ(tagGet(), errorClosed);
+    EXPECT_EQ(send("x"), errorClosed);
+}
+
+TEST_F(Worker_, NoEventAndNoReplyFollowADisconnect) {
+    connect();
+    script->hold = true;
+    ASSERT_EQ(send("x"), 0);
+    ASSERT_TRUE(eventually([&] { return script->served == 1; }));
+    script->requests = {backendFailed("broken")};
+    rdb_disconnect(handle);
+    script->hold = false;
+    ASSERT_TRUE(eventually([&] { return script->closed == 1; }));
+    EXPECT_EQ(events.count(), 0U);
+    EXPECT_EQ(replies.count(), 0U);
+}
+
+TEST_F(Worker_, ADisconnectEndsTheBackOffAtOnce) {
+    skipBackoff = false;
+    script->opens = {backendFailed("a")};
+    ASSERT_EQ(connectFake(handle, script), 0);
+    ASSERT_TRUE(eventually([&] { return reports.count() == 1; }));
+    rdb_disconnect(handle);
+    rdb_destory(handle);
+    EXPECT_TRUE(workersEnded());
+    EXPECT_EQ(script->opened, 1);
+}
+
+TEST_F(Worker_, AThreadThatCannotBeStartedIsAnErrorAndMayBeTriedAgain) {
+    failThreads = true;
+    EXPECT_EQ(connectFake(handle, script), errorNoResources);
+    failThreads = false;
+    connect();
+}
+
+TEST_F(Worker_, ItsThreadBlocksEverySignal) {
+    const auto noteMask = [](std::int32_t, std::int64_t, void* user) {
+        sigset_t mask;
+        pthread_sigmask(SIG_SETMASK, nullptr, &mask);
+        int blocked = 0;
+        for (const int signal : {SIGINT, SIGTERM, SIGALRM, SIGHUP, SIGUSR1, SIGPIPE, SIGCHLD})
+            blocked += sigismember(&mask, signal);
+        static_cast<Inbox<int>*>(user)->put(blocked);
+    };
+    Inbox<int> blocked;
+    rdb_setmessagenotify(handle, noteMask, &blocked);
+    ASSERT_EQ(connectFake(handle, script), 0);
+    EXPECT_EQ(blocked.take(), 7);
+    end();
+}
+
+TEST_F(Worker_, TheCallersSignalMaskStaysAsItWas) {
+    connect();
+    sigset_t mask;
+    pthread_sigmask(SIG_SETMASK, nullptr, &mask);
+    EXPECT_FALSE(sigismember(&mask, SIGTERM));
+}
+
+}  // namespace
