@@ -1,0 +1,131 @@
+"""The test's side of the clock shim (clockshim.h has the layout and the rules).
+
+    clock = Clock(sandbox, library)         # before the programs start
+    process = sandbox.spawn(..., env=clock.env)
+    hand = clock.of(process)
+    hand.advance(10)                        # returns when the program has done all there is to do in those 10 seconds
+"""
+
+import ctypes
+import datetime
+import mmap
+import shutil
+
+from sandbox import PATIENCE, wait_until
+
+SLOTS = 63
+SECOND = 1_000_000_000
+START = int(datetime.datetime(2025, 4, 11, 9, 5, 3, tzinfo=datetime.timezone.utc).timestamp()) * SECOND + 42_117_000
+
+_libc = ctypes.CDLL(None, use_errno=True)
+_SYS_FUTEX, _FUTEX_WAIT, _FUTEX_WAKE = 202, 0, 1
+
+
+class _Slot(ctypes.Structure):
+    _fields_ = [
+        ("pid", ctypes.c_int32),
+        ("changed", ctypes.c_uint32),
+        ("parked", ctypes.c_uint32),
+        ("unused", ctypes.c_uint32),
+        ("now", ctypes.c_int64),
+        ("limit", ctypes.c_int64),
+        ("wall_step", ctypes.c_int64),
+        ("parked_limit", ctypes.c_int64),
+        ("sleeps", ctypes.c_uint64),
+        ("last_sleep", ctypes.c_int64),
+    ]
+
+
+class _Control(ctypes.Structure):
+    _fields_ = [
+        ("taken", ctypes.c_uint32),
+        ("unused", ctypes.c_uint32),
+        ("wall_start", ctypes.c_int64),
+        ("initial_limit", ctypes.c_int64),
+        ("reserved", ctypes.c_uint64 * 5),
+        ("slots", _Slot * SLOTS),
+    ]
+
+
+class _Timespec(ctypes.Structure):
+    _fields_ = [("seconds", ctypes.c_long), ("nanoseconds", ctypes.c_long)]
+
+
+def _address(structure, field):
+    return ctypes.c_void_p(ctypes.addressof(structure) + getattr(type(structure), field).offset)
+
+
+class Hand:
+    """One process's clock. Times are in seconds, to the nanosecond inside."""
+
+    def __init__(self, slot, process):
+        self._slot = slot
+        self._process = process
+
+    @property
+    def sleeps(self):
+        return self._slot.sleeps
+
+    @property
+    def last_sleep_ns(self):
+        return self._slot.last_sleep
+
+    @property
+    def now_ns(self):
+        """Nanoseconds that the process has slept since it started."""
+        return self._slot.now
+
+    def wait_parked(self):
+        """Waits until the process has nothing more to do before its limit."""
+        give_up = PATIENCE
+        while (seen := self._slot.parked, self._slot.parked_limit != self._slot.limit)[1]:
+            assert self._process.running(), f"the process ended: {self._process.output_so_far()!r}"
+            assert give_up > 0, "the process never came to its limit"
+            wait = _Timespec(0, SECOND // 10)
+            _libc.syscall(_SYS_FUTEX, _address(self._slot, "parked"), _FUTEX_WAIT, seen, ctypes.byref(wait), None, 0)
+            give_up -= 0.1
+
+    def let_run(self, seconds):
+        """Raises the limit and returns at once."""
+        self._slot.limit += round(seconds * SECOND)
+        self._slot.changed += 1
+        _libc.syscall(_SYS_FUTEX, _address(self._slot, "changed"), _FUTEX_WAKE, 1 << 20, None, None, 0)
+
+    def advance(self, seconds):
+        """Lets this much time pass and waits until the process has done what there was to do in it."""
+        self.wait_parked()
+        self.let_run(seconds)
+        self.wait_parked()
+
+    def step(self, seconds):
+        """Sets the wall clock by this much, back when negative. No sleep is shortened by it."""
+        self._slot.wall_step += round(seconds * SECOND)
+
+
+class Clock:
+    """All processes of a sandbox started with env. Each stands still at its first sleep until it is let run."""
+
+    def __init__(self, sandbox, library, wall_start_ns=START, initial_limit=0):
+        inside = "/mnt/libclockshim.so"
+        shutil.copy(library, sandbox.path(inside))
+        file = sandbox.path("/mnt/clock")
+        file.write_bytes(bytes(ctypes.sizeof(_Control)))
+        file.chmod(0o666)
+        with file.open("r+b") as opened:
+            self._map = mmap.mmap(opened.fileno(), ctypes.sizeof(_Control))
+        self._control = _Control.from_buffer(self._map)
+        self._control.wall_start = wall_start_ns
+        self._control.initial_limit = round(initial_limit * SECOND)
+        self.env = {"LD_PRELOAD": inside, "CLOCKSHIM_FILE": "/mnt/clock"}
+
+    def of(self, process):
+        """The hand of a process, once it has one."""
+        return Hand(wait_until(lambda: self._slot_of(process.pid), f"the clock of process {process.pid}"), process)
+
+    def pids(self):
+        """All pids that have or had a clock here, in the order in which they got it."""
+        return [slot.pid for slot in self._control.slots if slot.pid]
+
+    def _slot_of(self, pid):
+        taken = [slot for slot in self._control.slots if slot.pid == pid]
+        return taken[-1] if taken else None

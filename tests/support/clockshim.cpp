@@ -1,0 +1,199 @@
+//  Preloaded into a program under test: its wall clock and its sleeps become the test's (see clockshim.h).
+//
+//  Replaced: time, gettimeofday, clock_gettime for the wall clocks, and nanosleep, clock_nanosleep, usleep, sleep. The
+//  monotonic clocks stay real, since the C library measures the time-outs of condition variables and poll by them.
+//
+//  Only the main thread's sleeps are virtual. Another thread's sleep takes its real time and moves nothing: a client
+//  library's thread can neither push the service's clock forward nor park the process.
+//
+//  CLOCKSHIM_FILE names the shared file. Without it, and when it cannot be mapped, everything stays real.
+#include "clockshim.h"
+
+#include <fcntl.h>
+#include <linux/futex.h>
+#include <sys/mman.h>
+#include <sys/syscall.h>
+#include <sys/time.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <climits>
+#include <cstdlib>
+
+namespace {
+
+constexpr std::int64_t second = 1'000'000'000;
+
+ClockControl* g_control = nullptr;
+std::atomic<ClockSlot*> g_slot{nullptr};
+
+//  Takes the next slot for this process, with the time of the slot it used before fork, if any.
+ClockSlot* take_slot(pid_t pid, const ClockSlot* parent) {
+    const std::uint32_t index = g_control->taken.fetch_add(1);
+    if (index >= clock_slots) {
+        abort();
+    }
+    ClockSlot* const slot = &g_control->slots[index];
+    slot->now = parent == nullptr ? 0 : parent->now.load();
+    slot->wall_step = parent == nullptr ? 0 : parent->wall_step.load();
+    slot->limit = g_control->initial_limit;
+    slot->parked_limit = -1;
+    slot->pid = pid;
+    return slot;
+}
+
+//  This process's slot, or null when the clock is real.
+ClockSlot* own_slot() {
+    if (g_control == nullptr) {
+        return nullptr;
+    }
+    const pid_t pid = getpid();
+    ClockSlot* slot = g_slot;
+    if (slot == nullptr || slot->pid != pid) {
+        slot = take_slot(pid, slot);
+        g_slot = slot;
+    }
+    return slot;
+}
+
+__attribute__((constructor)) void map_control() {
+    const char* const path = getenv("CLOCKSHIM_FILE");
+    const int fd = path == nullptr ? -1 : open(path, O_RDWR | O_CLOEXEC);
+    if (fd < 0) {
+        return;
+    }
+    void* const map = mmap(nullptr, sizeof(ClockControl), PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
+    close(fd);
+    if (map != MAP_FAILED) {
+        g_control = static_cast<ClockControl*>(map);
+        own_slot();
+    }
+}
+
+std::int64_t wall_now(const ClockSlot* slot) {
+    return g_control->wall_start + slot->now + slot->wall_step;
+}
+
+std::int64_t nanoseconds(const timespec& t) {
+    return t.tv_sec * second + t.tv_nsec;
+}
+
+timespec timespec_of(std::int64_t ns) {
+    return {ns / second, ns % second};
+}
+
+//  Waits until the limit is raised. Returns false when a signal handler ran instead. The time-out is there for its side
+//  effect: a futex wait without one is restarted after a handler installed with SA_RESTART, a sleep never is.
+bool park(ClockSlot* slot, std::uint32_t seen) {
+    const timespec long_time{3600, 0};
+    const long result = syscall(SYS_futex, &slot->changed, FUTEX_WAIT, seen, &long_time, nullptr, 0);
+    return !(result != 0 && errno == EINTR);
+}
+
+//  Lets length nanoseconds pass. Returns the nanoseconds that were left when a signal handler ran, else 0.
+std::int64_t virtual_sleep(ClockSlot* slot, std::int64_t length) {
+    slot->last_sleep = length;
+    ++slot->sleeps;
+    const std::int64_t end = slot->now + length;
+    for (;;) {
+        const std::uint32_t seen = slot->changed;
+        const std::int64_t limit = slot->limit;
+        if (end <= limit) {
+            slot->now = end;
+            return 0;
+        }
+        if (slot->now < limit) {
+            slot->now = limit;
+        }
+        slot->parked_limit = limit;
+        ++slot->parked;
+        syscall(SYS_futex, &slot->parked, FUTEX_WAKE, INT_MAX, nullptr, nullptr, 0);
+        const bool undisturbed = park(slot, seen);
+        slot->parked_limit = -1;
+        if (!undisturbed) {
+            return end - slot->now;
+        }
+    }
+}
+
+//  The slot whose clock a sleep of this thread goes by, or null when the sleep is real.
+ClockSlot* sleeping_slot() {
+    return gettid() == getpid() ? own_slot() : nullptr;
+}
+
+bool is_wall_clock(clockid_t id) {
+    return id == CLOCK_REALTIME || id == CLOCK_REALTIME_COARSE;
+}
+
+int sleep_result(std::int64_t left, timespec* remaining) {
+    if (left == 0) {
+        return 0;
+    }
+    if (remaining != nullptr) {
+        *remaining = timespec_of(left);
+    }
+    return EINTR;
+}
+
+}  // namespace
+
+extern "C" {
+
+int clock_gettime(clockid_t id, timespec* t) noexcept {
+    const ClockSlot* const slot = is_wall_clock(id) ? own_slot() : nullptr;
+    if (slot == nullptr) {
+        return static_cast<int>(syscall(SYS_clock_gettime, id, t));
+    }
+    *t = timespec_of(wall_now(slot));
+    return 0;
+}
+
+int gettimeofday(timeval* t, void*) noexcept {
+    timespec now{};
+    clock_gettime(CLOCK_REALTIME, &now);
+    t->tv_sec = now.tv_sec;
+    t->tv_usec = now.tv_nsec / 1000;
+    return 0;
+}
+
+time_t time(time_t* t) noexcept {
+    timespec now{};
+    clock_gettime(CLOCK_REALTIME, &now);
+    if (t != nullptr) {
+        *t = now.tv_sec;
+    }
+    return now.tv_sec;
+}
+
+int clock_nanosleep(clockid_t id, int flags, const timespec* request, timespec* remaining) {
+    const bool absolute = (flags & TIMER_ABSTIME) != 0;
+    ClockSlot* const slot = absolute && !is_wall_clock(id) ? nullptr : sleeping_slot();
+    if (slot == nullptr) {
+        return syscall(SYS_clock_nanosleep, id, flags, request, remaining) == 0 ? 0 : errno;
+    }
+    const std::int64_t length = nanoseconds(*request) - (absolute ? wall_now(slot) : 0);
+    const std::int64_t left = length <= 0 ? 0 : virtual_sleep(slot, length);
+    return sleep_result(left, absolute ? nullptr : remaining);
+}
+
+int nanosleep(const timespec* request, timespec* remaining) {
+    const int error = clock_nanosleep(CLOCK_REALTIME, 0, request, remaining);
+    if (error != 0) {
+        errno = error;
+        return -1;
+    }
+    return 0;
+}
+
+int usleep(useconds_t microseconds) {
+    const timespec request = timespec_of(std::int64_t{microseconds} * 1000);
+    return nanosleep(&request, nullptr);
+}
+
+unsigned sleep(unsigned seconds) {
+    const timespec request{static_cast<time_t>(seconds), 0};
+    timespec remaining{};
+    return nanosleep(&request, &remaining) == 0 ? 0 : static_cast<unsigned>(remaining.tv_sec);
+}
+}

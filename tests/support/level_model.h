@@ -1,0 +1,75 @@
+//  The level text and the first pair of a query a second time: carriage returns and line feeds go first, then the text is
+//  cut at every separator and each piece is judged by itself.
+#ifndef TESTS_SUPPORT_LEVEL_MODEL_H
+#define TESTS_SUPPORT_LEVEL_MODEL_H
+
+#include "port_list_model.h"
+
+#include <algorithm>
+#include <cctype>
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <string>
+
+inline std::string modelLowerCase(std::string text) {
+    std::transform(text.begin(), text.end(), text.begin(),
+                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+    return text;
+}
+
+//  The number is cut to 32 bits before it is compared with 0.
+inline std::int32_t modelLevel(const std::string& text) {
+    static const std::map<std::string, std::int32_t> names = {{"err", 10}, {"wrn", 20}, {"inf", 30}, {"msg", 30},
+                                                              {"mor", 31}, {"dbg", 40}, {"all", 999}};
+    const auto name = names.find(modelLowerCase(text));
+    if (name != names.end())
+        return name->second;
+    const auto number = static_cast<std::int32_t>(modelDecimal(text));
+    return number == 0 ? 30 : number;
+}
+
+//  Takes the next word off the front of text, which holds no carriage return and no line feed. ended tells whether a
+//  separator ended it. Nothing is returned when there is no word.
+inline std::optional<std::string> modelWord(std::string& text, char separator, bool& ended) {
+    for (;;) {
+        const std::size_t end = text.find(separator);
+        ended = end != std::string::npos;
+        std::string piece = text.substr(0, end);
+        text.erase(0, ended ? end + 1 : text.size());
+        piece.erase(0, std::min(piece.find_first_not_of(" \t"), piece.size()));
+        if (piece.size() > 15)
+            return std::nullopt;
+        const std::size_t last = piece.find_last_not_of(" \t");
+        if (last != std::string::npos)
+            return piece.substr(0, last + 1).c_str();
+        if (!ended)
+            return std::nullopt;
+    }
+}
+
+struct PairModel {
+    bool found = false;
+    std::string key, value;  // as C texts: up to a zero byte
+
+    explicit PairModel(std::string query) {
+        std::erase_if(query, [](char c) { return c == '\r' || c == '\n'; });
+        bool ended = false;
+        const auto first = modelWord(query, '=', ended);
+        if (!first || !ended)
+            return;
+        const auto second = modelWord(query, '&', ended);
+        if (!second)
+            return;
+        found = true;
+        key = *first;
+        value = *second;
+    }
+
+    //  The level that a log of this level has after it was opened with the query.
+    std::int32_t level(std::int32_t before) const {
+        return found && modelLowerCase(key) == "level" ? modelLevel(value) : before;
+    }
+};
+
+#endif

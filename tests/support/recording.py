@@ -1,0 +1,122 @@
+"""The test's side of the recording client library (recording_control.cpp has the commands and the file)."""
+
+import json
+import socket
+from types import SimpleNamespace
+
+from sandbox import PATIENCE, wait_until
+
+CONNECTED = 60001
+DISCONNECTED = 60003
+
+_HEX_FIELDS = ("url", "account", "password", "text", "record", "record_after")
+
+
+class Recording:
+    """One recording library in the directory (of the sandbox) that it is loaded from."""
+
+    def __init__(self, sandbox, directory, name="rdb"):
+        self._log = sandbox.path(f"{directory}/{name}.calls")
+        self._control = sandbox.path(f"{directory}/{name}.control")
+        self._script = sandbox.path(f"{directory}/{name}.script")
+        self._script.write_text("")
+        self._socket = None
+        self.env = {
+            "RECORDING_RDB_LOG": f"{directory}/{name}.calls",
+            "RECORDING_RDB_CONTROL": f"{directory}/{name}.control",
+            "RECORDING_RDB_SCRIPT": f"{directory}/{name}.script",
+        }
+
+    def close(self):
+        if self._socket is not None:
+            self._socket.close()
+
+    def before_start(self, *commands):
+        """Commands that hold from the library's first call on. Call it before the program starts."""
+        with self._script.open("a") as script:
+            script.writelines(command + "\n" for command in commands)
+
+    def tell(self, command):
+        """Gives a command to the running library. Returns whether it could be obeyed, after it was."""
+        if self._socket is None:
+            wait_until(self._control.exists, "the library's socket")
+            self._socket = wait_until(self._connect, "the library to listen")
+        self._socket.sendall(command.encode() + b"\n")
+        return self._socket.recv(3) == b"ok\n"
+
+    def _connect(self):
+        sock = socket.socket(socket.AF_UNIX, socket.SOCK_STREAM)
+        sock.settimeout(PATIENCE + 1)
+        try:
+            sock.connect(str(self._control))
+        except ConnectionRefusedError:  # bound, not listening yet
+            sock.close()
+            return None
+        return sock
+
+    def event(self, handle, code, value=0):
+        assert self.tell(f"event {handle} {code} {value}")
+
+    def connect(self, *handles):
+        for handle in handles:
+            self.event(handle, CONNECTED)
+
+    def disconnect(self, *handles):
+        for handle in handles:
+            self.event(handle, DISCONNECTED)
+
+    def reply(self, request, text):
+        assert self.tell(f"reply {request} {text.hex()}")
+
+    def calls(self, *functions):
+        """All calls so far, or those of the named functions, in their order. Texts and records are bytes."""
+        if not self._log.exists():
+            return []
+        found = []
+        for line in self._log.read_text().splitlines():
+            fields = json.loads(line)
+            if not functions or fields["call"] in functions:
+                fields |= {name: bytes.fromhex(fields[name]) for name in _HEX_FIELDS}
+                found.append(SimpleNamespace(**fields))
+        return found
+
+    def names(self):
+        """The calls so far as (function, handle)."""
+        return [(call.call, call.handle) for call in self.calls()]
+
+    def puts(self):
+        """The values put so far, as the snapshot records hold them."""
+        return [snapshot(call.record).value for call in self.calls("rdb_objputsnapshot")]
+
+    def requests(self):
+        """The request texts handed over so far."""
+        return [call.text for call in self.calls("rdb_callmsg")]
+
+
+def snapshot(record):
+    """The fields of one snapshot record that are not always zero."""
+    length = int.from_bytes(record[102:104], "little")
+    return SimpleNamespace(
+        name=record[:80].split(b"\0")[0],
+        time=int.from_bytes(record[80:88], "little", signed=True),
+        valuetype=record[96],
+        length=length,
+        value=record[104 : 104 + length],
+    )
+
+
+def expected_snapshot(name, value):
+    """The 1104 bytes of the record that puts value under name."""
+    name, value = name[:79], value[:999]
+    head = name.ljust(80, b"\0") + bytes(8) + bytes(8) + b"\6" + bytes(5) + len(value).to_bytes(2, "little")
+    return head + value.ljust(1000, b"\0")
+
+
+def expected_query(name):
+    """The 256 bytes of the record that asks for the tag name."""
+    return bytes(12) + name[:79].ljust(80, b"\0") + bytes(164)
+
+
+def expected_import(name):
+    """The 256 bytes of the record that imports the tag name."""
+    return bytes(4) + b"\6" + bytes(7) + name[:79].ljust(80, b"\0") + bytes(97) + b"\2" + b"\0" + b"\1" + bytes(64)

@@ -1,0 +1,188 @@
+"""Private mount, IPC, network and PID namespaces for one test, and the programs that run in them.
+
+Inside, /run (and with it /var/run) and /mnt are empty file systems in memory, lo is up with its two usual addresses,
+there are no System V queues, and process 1 is sandbox_agent.py, which also inherits what a program leaves behind.
+Nothing of the machine's own /run, queues, network or addresses can be reached from there by accident.
+"""
+
+import fcntl
+import json
+import os
+import pty
+import select
+import signal
+import socket
+import subprocess
+import time
+from pathlib import Path
+
+AGENT = Path(__file__).with_name("sandbox_agent.py")
+PATIENCE = 30.0  # seconds before a test gives up on something that is certain to come unless the program is wrong
+PIPE_SIZE = 1 << 20  # no program under test writes so much that it waits for the test to read
+
+
+def permitted():
+    """Tells whether this process may make the namespaces."""
+    command = ["unshare", "--mount", "--ipc", "--net", "--pid", "--fork", "--mount-proc", "true"]
+    try:
+        return os.geteuid() == 0 and subprocess.run(command, capture_output=True, check=False).returncode == 0
+    except FileNotFoundError:
+        return False
+
+
+def wait_until(condition, what):
+    """Returns condition()'s first true result. Looks often and gives up after PATIENCE."""
+    give_up = time.monotonic() + PATIENCE
+    while not (result := condition()):
+        assert time.monotonic() < give_up, f"waited in vain for {what}"
+        time.sleep(0.001)
+    return result
+
+
+class Process:
+    """A program inside the sandbox. pid is its number there."""
+
+    def __init__(self, sandbox, pid, pidfd, output):
+        self.sandbox = sandbox
+        self.pid = pid
+        self._pidfd = pidfd
+        self._output = output  # descriptor: read end of the pipe, or master of the terminal; None for an adopted one
+        self._seen = b""
+        self._closed = output is None
+
+    def _read(self, seconds):
+        """Takes what output there is, waiting for some at most the given time."""
+        if self._closed or not select.select([self._output], [], [], seconds)[0]:
+            return
+        try:
+            piece = os.read(self._output, 1 << 16)
+        except OSError:  # a terminal whose other side is closed
+            piece = b""
+        self._seen += piece
+        self._closed = not piece
+
+    def output_so_far(self):
+        """All bytes that have come out until now."""
+        before = None
+        while before != self._seen and not self._closed:
+            before = self._seen
+            self._read(0)
+        return self._seen
+
+    def wait_for_output(self, ending):
+        """Waits until the output contains ending. Returns all of it."""
+        give_up = time.monotonic() + PATIENCE
+        while ending not in self._seen:
+            assert not self._closed and time.monotonic() < give_up, f"no {ending!r} in {self._seen!r}"
+            self._read(0.1)
+        return self._seen
+
+    def all_output(self):
+        """All bytes until every process that could write them has gone."""
+        give_up = time.monotonic() + PATIENCE
+        while not self._closed:
+            assert time.monotonic() < give_up, f"output never ended: {self._seen!r}"
+            self._read(0.1)
+        return self._seen
+
+    def type(self, keys):
+        """Types on the terminal."""
+        os.write(self._output, keys)
+
+    def running(self):
+        return not select.select([self._pidfd], [], [], 0)[0]
+
+    def kill(self, number=signal.SIGTERM):
+        self.sandbox.request({"op": "kill", "pid": self.pid, "signal": int(number)})
+
+    def wait(self):
+        """Waits for the end. Returns the exit status, or minus the number of the signal that ended it."""
+        assert select.select([self._pidfd], [], [], PATIENCE)[0], f"process {self.pid} did not end"
+        return self.sandbox.status_of(self.pid)
+
+    def close(self):
+        os.close(self._pidfd)
+        if self._output is not None:
+            os.close(self._output)
+
+
+class Sandbox:
+    def __init__(self):
+        ours, theirs = socket.socketpair(socket.AF_UNIX, socket.SOCK_SEQPACKET)
+        self._socket = ours
+        self._socket.settimeout(PATIENCE)
+        self._processes = []
+        command = ["unshare", "--mount", "--ipc", "--net", "--pid", "--fork", "--mount-proc"]
+        command += ["/usr/bin/python3", "-I", "-S", str(AGENT), str(theirs.fileno())]
+        self._unshare = subprocess.Popen(command, pass_fds=[theirs.fileno()], stdin=subprocess.DEVNULL)
+        theirs.close()
+        _, descriptors, _, _ = socket.recv_fds(self._socket, 16, 1)
+        self._root = descriptors[0]
+        self.run("mount", "-t", "tmpfs", "-o", "mode=755", "tmpfs", "/run")
+        self.run("mount", "-t", "tmpfs", "-o", "mode=755", "tmpfs", "/mnt")
+        self.run("ip", "link", "set", "lo", "up")
+
+    def close(self):
+        for process in self._processes:
+            process.close()
+        self._socket.close()
+        self._unshare.wait(PATIENCE)
+        os.close(self._root)
+
+    def request(self, message, descriptors=()):
+        socket.send_fds(self._socket, [json.dumps(message).encode()], list(descriptors))
+        data, passed, _, _ = socket.recv_fds(self._socket, 1 << 12, 1)
+        return json.loads(data), passed
+
+    def path(self, inside):
+        """The name, outside, of a file of the sandbox. Not for names with absolute symbolic links in them."""
+        return Path(f"/proc/{os.getpid()}/fd/{self._root}{inside}")
+
+    def spawn(self, *argv, env=None, cwd="/", tty=False, uid=0, umask=None, stdin=None):
+        """Starts a program with its output on a pipe or, with tty, on a terminal of its own."""
+        if tty:
+            ours, theirs = pty.openpty()
+        else:
+            ours, theirs = os.pipe()
+            fcntl.fcntl(ours, fcntl.F_SETPIPE_SZ, PIPE_SIZE)
+        given = stdin if stdin is not None else (theirs if tty else os.open("/dev/null", os.O_RDONLY))
+        environment = {name: os.environ[name] for name in ("PATH", "TZ", "LC_ALL", "LANG") if name in os.environ}
+        message = {"op": "spawn", "argv": [str(word) for word in argv], "env": environment | (env or {})}
+        message |= {"cwd": str(cwd), "tty": tty, "uid": uid, "umask": umask}
+        answer, passed = self.request(message, [given, theirs, theirs])
+        os.close(theirs)
+        if given not in (theirs, stdin):
+            os.close(given)
+        process = Process(self, answer["pid"], passed[0], ours)
+        self._processes.append(process)
+        return process
+
+    def adopt(self, pid):
+        """A process of the sandbox that the test did not start itself, such as one in the background."""
+        _, passed = self.request({"op": "adopt", "pid": pid})
+        process = Process(self, pid, passed[0], None)
+        self._processes.append(process)
+        return process
+
+    def status_of(self, pid):
+        """Waits for the exit status of a process that was left behind by the one that started it."""
+        found = wait_until(lambda: [s] if (s := self._status(pid)) is not None else None, f"the end of {pid}")
+        return found[0]
+
+    def _status(self, pid):
+        return self.request({"op": "status", "pid": pid})[0]["status"]
+
+    def run(self, *argv, **options):
+        """Runs a program to its end, which must be a success. Returns its output."""
+        process = self.spawn(*argv, **options)
+        output = process.all_output()
+        status = process.wait()
+        assert status == 0, f"{argv}: status {status}, output {output!r}"
+        return output
+
+    def add_address(self, address, device="lo", *options):
+        """Gives a device an address at once, without duplicate address detection."""
+        self.run("ip", "-6", "addr", "add", address, "dev", device, *options, "nodad")
+
+    def remove_address(self, address, device="lo"):
+        self.run("ip", "-6", "addr", "del", address, "dev", device)

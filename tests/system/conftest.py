@@ -1,0 +1,39 @@
+"""Fixtures of the system tests. The build folder to test is named by ADDRPUBD_BUILD."""
+
+import os
+import sys
+import time
+from pathlib import Path
+
+import pytest
+
+sys.path.insert(0, str(Path(__file__).parents[1] / "support"))
+
+import host as host_module  # noqa: E402
+import sandbox  # noqa: E402
+
+SKIPPED = 77  # the exit status that ctest takes for "not run"
+
+
+def pytest_sessionstart():
+    time.tzset()
+    if not sandbox.permitted():
+        pytest.exit("needs root and the right to make namespaces", SKIPPED)
+    if not (host_module.BUILD / "addrpubd").exists():
+        pytest.exit(f"no addrpubd in {host_module.BUILD.resolve()}: set ADDRPUBD_BUILD", 2)
+
+
+@pytest.fixture
+def host():
+    """A host with both servers configured and nothing running on it."""
+    one = host_module.Host()
+    yield one
+    one.close()
+
+
+@pytest.fixture
+def umask():
+    """The umask of this process, which the programs under test inherit."""
+    mask = os.umask(0)
+    os.umask(mask)
+    return mask

@@ -1,0 +1,125 @@
+"""One host for one test: a sandbox with the executable, the recording client library, the clock and an ini file."""
+
+import datetime
+import os
+import shutil
+from pathlib import Path
+
+from clock import START, Clock
+from recording import Recording
+from sandbox import Sandbox
+
+BUILD = Path(os.environ.get("ADDRPUBD_BUILD", "."))
+DIRECTORY = "/mnt/addrpubd"
+INI = DIRECTORY + "/addrpubd.ini"
+INTERFACE_LIST = Path(__file__).with_name("interface_list.py")
+LOCK = Path(__file__).with_name("lock.py")
+PIDFILE = "/run/addrpubd.pid"
+ACCESS_ERROR = b"Access Error! Please use root account!\n"
+
+SETTINGS = {
+    "hostname": "host1",
+    "logurl": "stdout",
+    "rdburl": "rdb://192.0.2.1:900",
+    "rdbuser": "ruser",
+    "rdbpswd": "rpass",
+    "dnsurl": "dns://192.0.2.2:901",
+    "dnsuser": "duser",
+    "dnspswd": "dpass",
+    "dnshttpsports": "443, 8443",
+}
+RDB, DNS = 0, 1  # the handles of the two connections when both are configured
+
+
+class Host:
+    def __init__(self, wall_start_ns=START):
+        self.sandbox = Sandbox()
+        self.wall_start_ns = wall_start_ns
+        self.sandbox.path(DIRECTORY).mkdir()
+        self.sandbox.path(DIRECTORY).chmod(0o755)
+        for file in (BUILD / "addrpubd", BUILD / "tests/recording/librdbapix64.so"):
+            shutil.copy(file, self.sandbox.path(DIRECTORY))
+            self.sandbox.path(f"{DIRECTORY}/{file.name}").chmod(0o755)
+        self.clock = Clock(self.sandbox, BUILD / "tests/libclockshim.so", wall_start_ns)
+        self.library = Recording(self.sandbox, DIRECTORY)
+        self.settings()
+
+    def close(self):
+        self.library.close()
+        self.sandbox.close()
+
+    def settings(self, **changed):
+        """Writes the ini file: SETTINGS with changes; None leaves a key out."""
+        lines = [f"{key} = {value}\n" for key, value in (SETTINGS | changed).items() if value is not None]
+        self.ini("".join(lines).encode())
+
+    def ini(self, content):
+        """Writes the ini file byte for byte; None removes it."""
+        file = self.sandbox.path(INI)
+        if content is None:
+            file.unlink()
+        else:
+            file.write_bytes(content)
+
+    def start(self, *words, **options):
+        """Starts the executable from its own directory. It stands still at its first sleep."""
+        environment = self.clock.env | self.library.env | options.pop("env", {})
+        return self.sandbox.spawn("./addrpubd", *words, env=environment, cwd=DIRECTORY, **options)
+
+    def command(self, *words, **options):
+        """Runs the executable to its end. Returns what it printed; its status must be 0."""
+        process = self.start(*words, **options)
+        output = process.all_output()
+        assert process.wait() == 0
+        return output
+
+    def run(self, *connected, **options):
+        """Starts the service on the console and waits for its first sleep; then brings these connections up.
+
+        Returns the process and the hand of its clock. No time has passed, no cycle has run.
+        """
+        process = self.start("-run", **options)
+        hand = self.clock.of(process)
+        hand.wait_parked()
+        self.library.connect(*connected)
+        return process, hand
+
+    def stop(self, process):
+        """Ends the service as -stop does. Returns all it printed; its status must be 0."""
+        process.kill()
+        output = process.all_output()
+        assert process.wait() == 0
+        return output
+
+    def log(self, process):
+        """Ends the service and returns its log records from the first connect event on, without their time stamps."""
+        output = self.stop(process)
+        records = output.split(b"\n")
+        start = records.index(b"Start success!") + 2
+        return [record[record.index(b"] [") + 2 :] for record in records[start:] if record.startswith(b"[")][:-1]
+
+    def line(self, level, text, at=0.0):
+        """One record of the console log, as it is printed at seconds after the start."""
+        ns = self.wall_start_ns + round(at * 1_000_000_000)
+        t = datetime.datetime.fromtimestamp(ns // 1_000_000_000)
+        stamp = f"{t.year}/{t.month}/{t.day} {t:%H:%M:%S}.{ns % 1_000_000_000 // 1000:06d}"
+        return f"[{stamp}] [{level}] ".encode() + text + b"\n"
+
+    def interface_list(self):
+        """All IPv6 addresses of the sandbox as getifaddrs yields them there, as texts."""
+        return self.sandbox.run("/usr/bin/python3", "-I", "-S", INTERFACE_LIST).decode().split()
+
+    def pidfile(self):
+        return self.sandbox.path(PIDFILE).read_bytes()
+
+    def lock_holder(self):
+        """The pid of whoever holds a lock on the pid file, as the kernel tells it inside the sandbox, or 0."""
+        pid, start, length = self.sandbox.run("/usr/bin/python3", "-I", "-S", LOCK, "ask", PIDFILE).split()
+        assert pid == b"0" or (start, length) == (b"0", b"0"), "the lock covers the whole file"
+        return int(pid)
+
+    def hold_lock(self, kind="process", sigterm="default"):
+        """Starts another process that holds the lock on the pid file, as lock.py says. Returns it once it does."""
+        process = self.sandbox.spawn("/usr/bin/python3", "-I", "-S", LOCK, "hold", PIDFILE, kind, sigterm)
+        process.wait_for_output(b"held\n")
+        return process

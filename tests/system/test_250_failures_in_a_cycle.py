@@ -1,0 +1,200 @@
+"""What a failure does to the rest of its cycle and to the next ones."""
+
+import pytest
+from host import DNS, RDB
+
+ERRORS = [1, -1, 60001, 2147483647, -2147483648]
+
+
+@pytest.fixture
+def addressed(host):
+    """A host with one address."""
+    host.sandbox.add_address("2001:db8::1/64")
+    return host
+
+
+def cycle(host, *connected):
+    """Runs the service up to its first cycle's end."""
+    process, hand = host.run(*connected)
+    hand.advance(0.1)
+    return process, hand
+
+
+def functions(host):
+    """The functions called since the start, without those of the start."""
+    return [name for name, _ in host.library.names()[6:]]
+
+
+def test_251_a_failed_put_is_not_tried_again_before_600_seconds(addressed):
+    addressed.library.before_start("result rdb_objputsnapshot * 7")
+    _, hand = cycle(addressed, RDB)
+    hand.advance(599.8)
+    assert len(addressed.library.puts()) == 1
+    hand.advance(0.1)
+    assert len(addressed.library.puts()) == 2
+
+
+def test_252_a_failed_put_does_not_keep_a_changed_list_back(addressed):
+    addressed.library.before_start("result rdb_objputsnapshot * 7")
+    _, hand = cycle(addressed, RDB)
+    addressed.sandbox.add_address("2001:db8::2/64")
+    hand.advance(10)
+    assert len(addressed.library.puts()) == 2
+
+
+def test_253_a_failed_put_is_tried_again_after_a_reconnection(addressed):
+    addressed.library.before_start("result rdb_objputsnapshot * 7")
+    _, hand = cycle(addressed, RDB)
+    addressed.library.disconnect(RDB)
+    addressed.library.connect(RDB)
+    hand.advance(10)
+    assert len(addressed.library.puts()) == 2
+
+
+@pytest.mark.parametrize("code", ERRORS)
+def test_254_a_failed_put_is_logged_and_the_request_is_sent_all_the_same(addressed, code):
+    addressed.library.before_start(f"result rdb_objputsnapshot 0 {code}")
+    process, _ = cycle(addressed, RDB, DNS)
+    assert functions(addressed) == ["rdb_tagget", "rdb_objputsnapshot", "rdb_callmsg"]
+    assert f"[err] rdb_objputsnapshot host1 failed, errcode {code}".encode() in addressed.log(process)
+
+
+def test_255_a_refused_request_is_not_tried_again_before_600_seconds(addressed):
+    addressed.library.before_start("result rdb_callmsg * 7")
+    _, hand = cycle(addressed, DNS)
+    hand.advance(599.8)
+    assert len(addressed.library.requests()) == 1
+    hand.advance(0.1)
+    assert len(addressed.library.requests()) == 2
+
+
+@pytest.mark.parametrize("code", ERRORS)
+def test_256_a_refused_request_is_logged_after_its_text(addressed, code):
+    addressed.library.before_start(f"result rdb_callmsg 0 {code}")
+    process, _ = cycle(addressed, DNS)
+    sent, refused = addressed.log(process)[1:]
+    assert sent.startswith(b"[dbg] send: {") and refused == f"[err] updateDomain errorcode {code}".encode()
+
+
+def test_257_a_refused_request_uses_up_its_sequence_number(addressed):
+    addressed.library.before_start("result rdb_callmsg 0 7")
+    _, hand = cycle(addressed, DNS)
+    addressed.library.connect(DNS)
+    hand.advance(10)
+    assert [b'"seqno":%d,' % n in text for n, text in enumerate(addressed.library.requests(), 1)] == [True, True]
+
+
+def test_258_a_failed_import_ends_the_cycle_before_put_and_request(addressed):
+    addressed.library.before_start("result rdb_tagget * 5", "result rdb_taginport * 6")
+    cycle(addressed, RDB, DNS)
+    assert functions(addressed) == ["rdb_tagget", "rdb_taginport"]
+
+
+def test_259_a_failed_import_is_tried_again_ten_seconds_later(addressed):
+    addressed.library.before_start("result rdb_tagget * 5", "result rdb_taginport 0 6", "result rdb_taginport 1 6")
+    _, hand = cycle(addressed, RDB, DNS)
+    hand.advance(9.8)
+    assert functions(addressed) == ["rdb_tagget", "rdb_taginport"]
+    hand.advance(0.1)
+    assert functions(addressed) == ["rdb_tagget", "rdb_taginport"] * 2
+    hand.advance(10)
+    assert functions(addressed) == ["rdb_tagget", "rdb_taginport"] * 3 + ["rdb_objputsnapshot", "rdb_callmsg"]
+
+
+@pytest.mark.parametrize("code", ERRORS)
+def test_260_a_failed_import_is_logged_after_the_query(addressed, code):
+    addressed.library.before_start(f"result rdb_tagget 0 {code}", f"result rdb_taginport 0 {code}")
+    process, _ = cycle(addressed, RDB)
+    assert addressed.log(process)[1:] == [
+        f"[err] rdb_tagget host1 failed, errcode {code}".encode(),
+        f"[err] rdb_taginport host1 failed, errcode {code}".encode(),
+    ]
+
+
+def test_261_an_unknown_tag_is_imported_once_and_then_put(addressed):
+    addressed.library.before_start("result rdb_tagget 0 5")
+    process, _ = cycle(addressed, RDB)
+    assert functions(addressed) == ["rdb_tagget", "rdb_taginport", "rdb_objputsnapshot"]
+    assert addressed.log(process)[1:] == [
+        b"[err] rdb_tagget host1 failed, errcode 5",
+        b"[inf] rdb_taginport host1 success",
+        b"[inf] rdb_objputsnapshot host1 success,ipv6= 2001:db8::1",
+    ]
+
+
+@pytest.mark.parametrize("tag_class", [0, 1, 3, 255])
+def test_262_a_tag_of_another_class_than_2_is_imported_without_an_error(addressed, tag_class):
+    addressed.library.before_start(f"class rdb_tagget 0 {tag_class}")
+    process, _ = cycle(addressed, RDB)
+    assert functions(addressed) == ["rdb_tagget", "rdb_taginport", "rdb_objputsnapshot"]
+    assert addressed.log(process)[1] == b"[inf] rdb_taginport host1 success"
+
+
+@pytest.mark.parametrize("tag_class", [0, 1, 3, 255])
+def test_263_a_class_that_is_not_2_after_the_import_is_imported_a_second_time(addressed, tag_class):
+    addressed.library.before_start(f"class rdb_tagget 0 {tag_class}", f"class rdb_taginport * {tag_class}")
+    cycle(addressed, RDB)
+    assert functions(addressed) == ["rdb_tagget", "rdb_taginport", "rdb_taginport", "rdb_objputsnapshot"]
+
+
+def test_264_the_second_import_is_made_from_a_fresh_record(addressed):
+    addressed.library.before_start("class rdb_tagget 0 1", "class rdb_taginport 0 1")
+    cycle(addressed, RDB)
+    first, second = addressed.library.calls("rdb_taginport")
+    assert first.record == second.record
+
+
+def test_265_a_failure_of_the_second_import_is_logged_and_ignored(addressed):
+    addressed.library.before_start("class rdb_tagget 0 1", "class rdb_taginport 0 1", "result rdb_taginport 1 9")
+    process, _ = cycle(addressed, RDB)
+    assert addressed.log(process)[1:] == [
+        b"[inf] rdb_taginport host1 success",
+        b"[err] rdb_taginport host1 failed, errcode 9",
+        b"[inf] rdb_objputsnapshot host1 success,ipv6= 2001:db8::1",
+    ]
+
+
+def test_266_a_failed_query_imports_even_when_the_class_reads_2(addressed):
+    addressed.library.before_start("result rdb_tagget 0 5", "class rdb_tagget 0 2")
+    cycle(addressed, RDB)
+    assert functions(addressed) == ["rdb_tagget", "rdb_taginport", "rdb_objputsnapshot"]
+
+
+def test_267_a_usable_tag_is_not_imported(addressed):
+    cycle(addressed, RDB)
+    assert functions(addressed) == ["rdb_tagget", "rdb_objputsnapshot"]
+
+
+def test_268_null_is_put_and_not_sent(host):
+    process, _ = cycle(host, RDB, DNS)
+    assert (host.library.puts(), host.library.requests()) == ([b"null"], [])
+    assert host.log(process)[-1] == b"[inf] rdb_objputsnapshot host1 success,ipv6= null"
+
+
+def test_269_null_is_put_again_after_600_seconds_like_any_value(host):
+    _, hand = cycle(host, RDB)
+    hand.advance(599.8)
+    assert host.library.puts() == [b"null"]
+    hand.advance(0.1)
+    assert host.library.puts() == [b"null", b"null"]
+
+
+def test_270_an_address_that_comes_after_null_is_put_and_sent_at_the_next_cycle(host):
+    _, hand = cycle(host, RDB, DNS)
+    host.sandbox.add_address("2001:db8::1/64")
+    hand.advance(10)
+    assert host.library.puts() == [b"null", b"2001:db8::1"]
+    assert len(host.library.requests()) == 1
+
+
+def test_271_a_list_that_comes_back_after_null_is_put_at_once_and_sent_when_it_is_due(addressed):
+    """Null is never remembered as sent, so the list that comes back equals the last one sent."""
+    _, hand = cycle(addressed, RDB, DNS)
+    addressed.sandbox.remove_address("2001:db8::1/64")
+    hand.advance(10)
+    addressed.sandbox.add_address("2001:db8::1/64")
+    hand.advance(10)
+    assert addressed.library.puts() == [b"2001:db8::1", b"null", b"2001:db8::1"]
+    assert len(addressed.library.requests()) == 1
+    hand.advance(580)
+    assert len(addressed.library.requests()) == 2

@@ -1,0 +1,138 @@
+"""The UDP log: real datagrams at a real receiver."""
+
+from pathlib import Path
+
+import pytest
+from host import DNS, INI, RDB
+
+RECEIVER = Path(__file__).with_name("udp_receiver.py")
+QUIET_OUTPUT = b"\nStart success!\n\nexit signal 15.\n"
+
+
+def header(level, cabin=b"netsvc"):
+    return b'{"order":"wlog","level":%d,"cabin":"%s"}\n' % (level, cabin)
+
+
+START = [
+    header(30) + b"\n\tstart addrpubd...",
+    header(30) + b"rdburl: rdb://192.0.2.1:900",
+    header(30) + b"dnsurl: dns://192.0.2.2:901",
+    header(30) + b"addrpubd service started successfully.",
+]
+STOP = header(30) + b"stop addrpubd service success."
+
+
+def receive(host, address="127.0.0.1", port=5140):
+    """Starts a receiver. Returns a function that waits for this record to come and returns all records until then."""
+    receiver = host.sandbox.spawn("/usr/bin/python3", "-I", "-S", RECEIVER, address, str(port))
+    receiver.wait_for_output(b"ready\n")
+
+    def until(record):
+        output = receiver.wait_for_output(record.hex().encode() + b"\n")
+        return [bytes.fromhex(line) for line in output.decode().splitlines()[1:]]
+
+    return until
+
+
+def test_321_every_record_is_one_datagram_with_its_header(host):
+    host.settings(logurl="udp://127.0.0.1:5140/netsvc")
+    until = receive(host)
+    process, _ = host.run(RDB)
+    host.library.disconnect(DNS)
+    assert host.stop(process) == QUIET_OUTPUT
+    assert until(STOP) == START + [
+        header(30) + b"connect rdb server rdb://192.0.2.1:900 success.",
+        header(10) + b"dns server dns://192.0.2.2:901 disconnected.",
+        STOP,
+    ]
+
+
+def test_322_without_a_level_no_traffic_is_sent(host):
+    host.settings(logurl="udp://127.0.0.1:5140/netsvc")
+    host.sandbox.add_address("2001:db8::1/64")
+    until = receive(host)
+    process, hand = host.run(DNS)
+    hand.advance(0.1)
+    host.library.reply(0, b"r")
+    host.stop(process)
+    assert until(STOP)[len(START) + 1 :] == [STOP]
+
+
+@pytest.mark.parametrize("level", ["dbg", "DBG", "40", "all"])
+def test_323_a_level_of_40_or_more_sends_the_traffic(host, level):
+    host.settings(logurl=f"udp://127.0.0.1:5140/netsvc?level={level}")
+    host.sandbox.add_address("2001:db8::1/64")
+    until = receive(host)
+    process, hand = host.run(DNS)
+    hand.advance(0.1)
+    host.library.reply(0, b"r\n\"")
+    host.stop(process)
+    assert until(STOP)[len(START) + 1 :] == [
+        header(40) + b"send: " + host.library.requests()[0],
+        header(40) + b'recv: r\n"',
+        STOP,
+    ]
+
+
+def test_324_a_level_of_10_sends_failures_alone(host):
+    host.settings(logurl="udp://127.0.0.1:5140/netsvc?level=err", hostname=None)
+    until = receive(host)
+    assert host.command("-run") == b"\nStart failed!\n"
+    record = header(10) + f"not config hostname in {INI}".encode()
+    assert until(record) == [record]
+
+
+@pytest.mark.parametrize("scheme", ["udp", "UDP", "  udp", "uDp"])
+def test_325_the_scheme_is_taken_in_any_case_and_after_blanks(host, scheme):
+    host.settings(logurl=f"{scheme}://127.0.0.1:5140/netsvc")
+    until = receive(host)
+    process, _ = host.run()
+    host.stop(process)
+    assert until(STOP) == START + [STOP]
+
+
+def test_326_the_port_is_999_when_none_is_given(host):
+    host.settings(logurl="udp://127.0.0.1/netsvc")
+    until = receive(host, port=999)
+    process, _ = host.run()
+    host.stop(process)
+    assert until(STOP) == START + [STOP]
+
+
+def test_327_a_receiver_is_reached_over_ipv6(host):
+    host.settings(logurl="udp://[::1]:5140/netsvc")
+    until = receive(host, "::1")
+    process, _ = host.run()
+    host.stop(process)
+    assert until(STOP) == START + [STOP]
+
+
+@pytest.mark.parametrize("address", ["udp://127.0.0.1:5140", "udp://127.0.0.1:5140/", "udp://", "udp:", "udp"])
+def test_328_an_address_that_cannot_be_used_leaves_the_service_silent_and_running(host, address):
+    host.settings(logurl=address)
+    process, hand = host.run(RDB)
+    hand.advance(0.1)
+    assert host.library.puts() == [b"null"]
+    assert host.stop(process) == QUIET_OUTPUT
+
+
+def test_329_a_receiver_that_is_not_there_disturbs_nothing(host):
+    host.settings(logurl="udp://127.0.0.1:5140/netsvc")
+    process, hand = host.run(RDB)
+    hand.advance(1200)
+    assert host.library.puts() == [b"null"] * 3
+    assert host.stop(process) == QUIET_OUTPUT
+
+
+def test_330_a_record_that_does_not_fit_is_dropped_whole(host):
+    host.settings(logurl="udp://127.0.0.1:5140/netsvc?level=dbg")
+    host.sandbox.add_address("2001:db8::1/64")
+    until = receive(host)
+    process, hand = host.run(DNS)
+    hand.advance(0.1)
+    room = 30719 - len(header(40) + b"recv: ")
+    host.library.reply(0, b"a" * (room + 1))
+    host.library.reply(0, b"b" * room)
+    host.stop(process)
+    assert until(STOP)[-2:] == [header(40) + b"recv: " + b"b" * room, STOP]
+    assert not any(b"aaa" in record for record in until(STOP))

@@ -1,0 +1,75 @@
+"""The service with the open client library of the same build: an address ends up in a database and in a hosts file."""
+
+import shutil
+import sqlite3
+
+import pytest
+from host import BUILD, DIRECTORY
+from sandbox import wait_until
+
+LIBRARY = BUILD / "librdbapix64.so"
+SETTINGS = {"rdburl": "sqlite:///mnt/data/rdb.db", "dnsurl": "hosts:///mnt/data/hosts"}
+
+
+@pytest.fixture
+def open_host(host):
+    """A host with the open client library, one address and settings for files below /mnt/data."""
+    if not LIBRARY.exists() or not all(scheme in LIBRARY.read_bytes() for scheme in (b"sqlite", b"hosts")):
+        pytest.skip("the open client library was built without one of its back ends")
+    shutil.copy(LIBRARY, host.sandbox.path(f"{DIRECTORY}/librdbapix64.so"))
+    host.sandbox.path("/mnt/data").mkdir()
+    host.settings(**SETTINGS)
+    host.sandbox.add_address("2001:db8::1/64")
+    return host
+
+
+def run_connected(host):
+    """Starts the service on a terminal and waits until it says that both servers are connected."""
+    process = host.start("-run", tty=True)
+    hand = host.clock.of(process)
+    hand.wait_parked()
+    process.wait_for_output(b"connect rdb server sqlite:///mnt/data/rdb.db success.\r\n")
+    process.wait_for_output(b"connect dns server hosts:///mnt/data/hosts success.\r\n")
+    return process, hand
+
+
+def hosts_lines(host):
+    return host.sandbox.path("/mnt/data/hosts").read_bytes().splitlines()
+
+
+def database_values(host, folder):
+    """The current values, read from a copy in folder of what the stopped service has left."""
+    for file in host.sandbox.path("/mnt/data").glob("rdb.db*"):
+        shutil.copy(file, folder)
+    with sqlite3.connect(folder / "rdb.db") as database:
+        return database.execute("SELECT name, value FROM current_values").fetchall()
+
+
+def test_431_one_cycle_fills_the_database_and_the_hosts_file(open_host, tmp_path):
+    process, hand = run_connected(open_host)
+    hand.advance(0.1)
+    process.wait_for_output(b"recv: ")
+    process.kill()
+    assert process.wait() == 0
+    assert database_values(open_host, tmp_path) == [("host1", "2001:db8::1")]
+    assert hosts_lines(open_host) == [b"2001:db8::1 host1 # addrpubd host1"]
+
+
+def test_432_a_changed_address_replaces_the_old_one(open_host, tmp_path):
+    process, hand = run_connected(open_host)
+    hand.advance(0.1)
+    open_host.sandbox.add_address("2001:db8::2/64")
+    open_host.sandbox.remove_address("2001:db8::1/64")
+    hand.advance(10)
+    wait_until(lambda: hosts_lines(open_host) == [b"2001:db8::2 host1 # addrpubd host1"], "the new address")
+    process.kill()
+    assert process.wait() == 0
+    assert database_values(open_host, tmp_path) == [("host1", "2001:db8::2")]
+
+
+def test_433_the_service_ends_on_ctrl_c_with_both_servers_connected(open_host):
+    process, hand = run_connected(open_host)
+    hand.advance(0.1)
+    process.type(b"\x03")
+    assert process.wait() == 0
+    assert process.output_so_far().endswith(b"stop addrpubd service success.\r\n")

@@ -1,0 +1,11 @@
+"""Receives datagrams on ADDRESS PORT and prints each as one line of hexadecimal digits. Says "ready" first."""
+
+import socket
+import sys
+
+family = socket.AF_INET6 if ":" in sys.argv[1] else socket.AF_INET
+receiver = socket.socket(family, socket.SOCK_DGRAM)
+receiver.bind((sys.argv[1], int(sys.argv[2])))
+print("ready", flush=True)
+while True:
+    print(receiver.recv(1 << 16).hex(), flush=True)
