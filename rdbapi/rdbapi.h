@@ -12,7 +12,10 @@
 //  thread is bounded; rdb_disconnect and rdb_destory may be called from a signal handler that interrupted any other
 //  call of the library.
 //
-//  Threads: callbacks may come from threads of the library, at the same time as the caller's own calls.
+//  Threads: callbacks may come from threads of the library, at the same time as the caller's own calls. When
+//  rdb_disconnect returns, a callback that was being delivered may still run, and no other begins: user must outlive it.
+//
+//  Ownership: the library keeps copies of the texts and records given to it; the caller's are free when the call returns.
 //
 //  Both records are wire formats of the library: little-endian, no padding beyond what is listed, every byte not listed
 //  is zero. The assertions below hold each offset.
@@ -95,8 +98,8 @@ int rdb_create(void);
 //  Sets the receiver of the handle's connection events. Call it before rdb_connectex. Returns 0, or an error code.
 int rdb_setmessagenotify(int handle, RdbMessageNotify callback, void* user);
 
-//  Starts the asynchronous connection; its outcome arrives as an event. The texts are copied. reserved is 0.
-//  Returns 0 when it was started, an error code when it never can succeed (a malformed url, an unknown scheme).
+//  Starts the asynchronous connection; its outcome arrives as an event. reserved is 0. Returns 0 when it was started,
+//  else an error code (a bad handle, a malformed url, an unknown scheme, no thread to be had).
 int rdb_connectex(int handle, const char* url, const char* user, const char* password, int reserved);
 
 //  Hands over a request text of length bytes. The reply comes to callback later. Returns 0 when the request was taken,
@@ -107,8 +110,8 @@ int rdb_callmsg(int handle, const char* text, std::int32_t length, RdbReply call
 //  no such tag).
 int rdb_tagget(int handle, RdbTag* tag);
 
-//  Creates or replaces the tag that *tag defines. mode is RDB_TAGINPORT_MODE; *result belongs to the library.
-//  Returns 0, or an error code.
+//  Creates or replaces the tag that *tag defines. mode is RDB_TAGINPORT_MODE; *result receives
+//  a figure of the library's own, of no meaning to callers. Returns 0, or an error code.
 int rdb_taginport(int handle, int mode, RdbTag* tag, std::int32_t* result);
 
 //  Puts the current values of count objects. Returns 0, or an error code.

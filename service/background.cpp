@@ -8,7 +8,6 @@
 #include "msgqueue.h"
 #include "runcls.h"
 
-#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 
@@ -21,9 +20,9 @@ namespace {
 
 constexpr char end_marker[] = "finished";
 constexpr useconds_t poll_microseconds = 100'000;
-constexpr int poll_limit = 300;         // about 30 s once the child has said anything
-constexpr int silent_polls = 100;       // without a text within so many polls and one more,
-constexpr int silent_poll_limit = 150;  // the parent gives up after about 15 s
+constexpr int poll_limit = 300;         // polls in all, about 30 s
+constexpr int silent_polls = 100;       // a child that has said nothing when the counter is above this
+constexpr int silent_poll_limit = 150;  // is waited for so many polls only, about 15 s
 
 //  Points the three standard descriptors at /dev/null. What was printed before reaches its reader first.
 void redirectStandardDescriptors() {
@@ -33,15 +32,13 @@ void redirectStandardDescriptors() {
         return;
     for (int target = STDIN_FILENO; target <= STDERR_FILENO; ++target)
         dup2(fd, target);
-    if (fd > STDERR_FILENO)
-        close(fd);
+    close(fd);
 }
 
 //  Prints the texts of the queue until the end marker or a limit.
 void printTexts(CMsgQueue& queue) {
     //  One byte more than a message may have: a text that fills the buffer still ends.
-    char buffer[CMsgQueue::max_text + 1] = {};
-    auto& text = reinterpret_cast<char(&)[CMsgQueue::max_text]>(buffer);
+    char text[CMsgQueue::max_text + 1] = {};
     int received = 0;
     int limit = poll_limit;
     for (int polls = 0; polls < limit; ++polls) {
@@ -103,14 +100,14 @@ int CDaemon::runChild() {
         queue.send("Start failed!\n");
         queue.send(end_marker);
         closePidFile();
+        run->forgetLog();
         std::exit(4);
     }
     redirectStandardDescriptors();
     application = run;
     queue.send("Start success!\n\n");
     queue.send(end_marker);
-    std::signal(SIGINT, onExitSignal);
-    std::signal(SIGTERM, onExitSignal);
+    installExitSignals();
     for (;;)
         run->publishOnce();
 }

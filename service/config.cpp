@@ -1,5 +1,6 @@
 //  The ini file's keys and where the service object keeps them.
 #include "inifile.h"
+#include "olk_words.h"
 #include "runcls.h"
 
 #include <cstdlib>
@@ -19,24 +20,20 @@ const StringKey string_keys[] = {
     {"dnsuser", &CRunCls::dnsuser},   {"dnspswd", &CRunCls::dnspswd},
 };
 
-bool is_key(const std::string& key, const char* name) {
+bool isKey(const std::string& key, const char* name) {
     return key.size() == std::char_traits<char>::length(name) && strcasecmp(key.c_str(), name) == 0;
-}
-
-bool is_blank(char c) {
-    return c == ' ' || c == '\t';
 }
 
 //  Reads one item of a port list from position on, up to a comma or the end; trailing blanks are left on it. Returns
 //  false when it grows beyond the 38 characters that an item may hold.
-bool read_item(const std::string& text, std::size_t& position, std::string& item) {
+bool readItem(const std::string& text, std::size_t& position, std::string& item) {
     constexpr std::size_t longest = 38;
     item.clear();
     while (position < text.size()) {
         const char c = text[position++];
         if (c == ',')
             return true;
-        if (c == '\r' || c == '\n' || (item.empty() && is_blank(c)))
+        if (c == '\r' || c == '\n' || (item.empty() && olk::is_blank(c)))
             continue;
         if (item.size() == longest)
             return false;
@@ -51,7 +48,7 @@ void parsePortList(const std::string& text, olk::vector_<std::uint16_t>& ports) 
     ports.clear();
     std::size_t position = 0;
     std::string item;
-    while (position < text.size() && read_item(text, position, item)) {
+    while (position < text.size() && readItem(text, position, item)) {
         //  An empty item converts to 0, and trailing blanks end the number: both need no treatment of their own.
         const auto port = static_cast<std::uint16_t>(std::strtol(item.c_str(), nullptr, 10));
         if (port != 0)
@@ -69,8 +66,8 @@ bool CRunCls::loadConfig(const char* path) {
 //  A section header arrives with an empty key, which is none of the nine.
 void CRunCls::storeSetting(const std::string& key, const std::string& value) {
     for (const StringKey& known : string_keys)
-        if (is_key(key, known.name))
+        if (isKey(key, known.name))
             this->*known.field = value;
-    if (is_key(key, "dnshttpsports"))
+    if (isKey(key, "dnshttpsports"))
         parsePortList(value, dnshttpsports);
 }

@@ -2,9 +2,9 @@
 #include "daemon.h"
 #include "pidfile.h"
 
-#include <csignal>
 #include <cstdio>
 
+#include <signal.h>
 #include <unistd.h>
 
 namespace {

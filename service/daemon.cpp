@@ -4,11 +4,11 @@
 #include "pidfile.h"
 #include "runcls.h"
 
-#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
+#include <signal.h>
 #include <unistd.h>
 
 constinit CDaemon g_daemon;
@@ -37,21 +37,22 @@ bool CDaemon::claimInstance(int& result) {
     pid_fd = openPidFile(pid_work_path);
     pid_t holder = -1;
     const PidFileState state = pid_fd == -1 ? PidFileState::no_access : queryPidLock(pid_fd, holder);
+    //  0: claimed. A holder that is not visible from this pid namespace is 0 as well: this process goes on, and its
+    //  second claim waits until that holder is gone.
+    int outcome = -1;
     if (state == PidFileState::free)
-        holder = writePid();
-    if (state == PidFileState::no_access || holder == -1) {
+        outcome = writePid();
+    else if (state == PidFileState::held)
+        outcome = holder;
+
+    if (outcome == -1) {
         std::puts("Access Error! Please use root account!");
         result = 1;
-        return false;
-    }
-    //  A holder that is not visible from this pid namespace counts as pid 0: this process goes on, and its second claim
-    //  waits until the holder is gone.
-    if (holder != 0) {
-        std::printf("%s alreay runging! pid = %d\n", service_name, holder);
+    } else if (outcome != 0) {
+        std::printf("%s alreay runging! pid = %d\n", service_name, outcome);
         result = 0;
-        return false;
     }
-    return true;
+    return outcome == 0;
 }
 
 void CDaemon::runConsole() {
@@ -62,12 +63,12 @@ void CDaemon::runConsole() {
     auto* run = new CRunCls;
     if (!run->start()) {
         std::puts("Start failed!");
+        run->forgetLog();
         return;
     }
     application = run;
     std::puts("Start success!\n");
-    std::signal(SIGINT, onExitSignal);
-    std::signal(SIGTERM, onExitSignal);
+    installExitSignals();
     for (;;)
         run->publishOnce();
 }
@@ -114,7 +115,21 @@ void stopApplication(CRunCls& run) {
 
 }  // namespace
 
+//  A mask inherited from whoever started the program would keep the signals away.
+void installExitSignals() {
+    sigset_t exit_signals;
+    sigemptyset(&exit_signals);
+    for (const int number : {SIGINT, SIGTERM}) {
+        signal(number, onExitSignal);
+        sigaddset(&exit_signals, number);
+    }
+    sigprocmask(SIG_UNBLOCK, &exit_signals, nullptr);
+}
+
+//  From here on the signals are ignored: one must not interrupt the handling of the other.
 void onExitSignal(int signal_number) {
+    signal(SIGINT, SIG_IGN);
+    signal(SIGTERM, SIG_IGN);
     std::printf("exit signal %d.\n", signal_number);
     if (g_pdaemon != nullptr) {
         if (g_pdaemon->application != nullptr)

@@ -28,7 +28,7 @@ public:
     //  runs already, 1 without access, -1 when there is no child; in a child that could not change its directory, 2.
     int start();
 
-    //  Ends the running instance by SIGTERM, and by SIGKILL after timeout_seconds of waiting.
+    //  Ends the running instance by SIGTERM, and by SIGKILL after timeout_seconds of waiting; at once when that is below 1.
     void stop(int timeout_seconds);
 
     //  Prints whether an instance runs.
@@ -59,6 +59,12 @@ extern CDaemon* g_pdaemon;
 
 //  Handles SIGINT and SIGTERM: reports the stop, releases the log, closes both connections and ends the process with
 //  status 0. Nothing that it interrupted goes on.
+//
+//  It calls the log and the allocator wherever the signal came, and their locks know no owner: a signal that arrives
+//  within the few instructions under such a lock waits for itself, until stop kills the process. That is accepted.
 void onExitSignal(int signal_number);
+
+//  Installs onExitSignal for both signals and lets them through.
+void installExitSignals();
 
 #endif

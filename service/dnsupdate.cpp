@@ -2,18 +2,20 @@
 
 #include "olk_json.h"
 
+#include <utility>
+
 namespace {
 
-//  Appends the member listName with all addresses, and firstName with the first one. Nothing for an empty list.
-void write_addresses(std::uint32_t* members, const char* listName, const char* firstName,
-                     const olk::vector_<olk::string>& addresses, olk::string& out) {
+//  Appends the member list_name with all addresses, and first_name with the first one. Nothing for an empty list.
+void writeAddresses(std::uint32_t* members, const char* list_name, const char* first_name,
+                    const olk::vector_<olk::string>& addresses, olk::string& out) {
     if (addresses.empty())
         return;
-    olk::writeStringArrayMember(members, listName, addresses, out);
-    olk::writeStringMember(members, firstName, addresses[0], out);
+    olk::writeStringArrayMember(members, list_name, addresses, out);
+    olk::writeStringMember(members, first_name, addresses[0], out);
 }
 
-void write_ports(std::uint32_t* members, const olk::vector_<std::uint32_t>& ports, olk::string& out) {
+void writePorts(std::uint32_t* members, const olk::vector_<std::uint32_t>& ports, olk::string& out) {
     olk::writeSeparator(members, out);
     out.append("\"httpsports\":[");
     for (std::size_t i = 0; i < ports.size(); ++i) {
@@ -25,19 +27,19 @@ void write_ports(std::uint32_t* members, const olk::vector_<std::uint32_t>& port
 }
 
 //  Appends the item as an object. The order of its members is part of the protocol.
-void write_item(const DnsUpdateItem& item, olk::string& out) {
+void writeItem(const DnsUpdateItem& item, olk::string& out) {
     std::uint32_t members = 0;
     out.push_back('{');
     olk::writeStringMember(&members, "name", item.name, out);
-    write_addresses(&members, "ipv4s", "ipv4", item.ipv4s, out);
-    write_addresses(&members, "ipv6s", "ipv6", item.ipv6s, out);
+    writeAddresses(&members, "ipv4s", "ipv4", item.ipv4s, out);
+    writeAddresses(&members, "ipv6s", "ipv6", item.ipv6s, out);
     if (item.timestamp > 0) {
         olk::writeSeparator(&members, out);
         out.append("\"timestamp\":\"");
         olk::writeIsoTime(item.timestamp, out);
         out.push_back('"');
     }
-    write_ports(&members, item.httpsports, out);
+    writePorts(&members, item.httpsports, out);
     out.push_back('}');
 }
 
@@ -60,6 +62,6 @@ void writeDnsUpdateRequest(std::int32_t seqno, const DnsUpdateItem& item, olk::s
     out.append(",\"seqno\":");
     olk::writeDecimal(seqno, out);
     out.append(",\"item\":");
-    write_item(item, out);
+    writeItem(item, out);
     out.push_back('}');
 }

@@ -8,10 +8,12 @@
 #include "olk_string.h"
 #include "olk_vector.h"
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 
-//  One DNS update. Members whose field is empty (timestamp: not above 0) are left out of the text, but for the ports.
+//  One DNS update. Members whose field is empty (timestamp: not above 0) are left out of the text, but for the ports. A
+//  list of addresses gives two members: "ipv6s" with all of them and "ipv6" with the first.
 struct DnsUpdateItem {
     std::int64_t timestamp = 0;              // milliseconds since the epoch
     olk::string name;                        // host name
@@ -26,7 +28,7 @@ constexpr std::size_t dns_request_reserve = 400;
 //  Splits an address list at every "," and appends the pieces to addresses in order. Empty pieces are left out.
 void splitAddressList(const std::string& list, olk::vector_<olk::string>& addresses);
 
-//  Appends the request text to out.
+//  Appends the request text to out. What finds no memory is left out: a caller that must know checks the text's end.
 void writeDnsUpdateRequest(std::int32_t seqno, const DnsUpdateItem& item, olk::string& out);
 
 #endif

@@ -1,10 +1,10 @@
-//  The callbacks of the client library.
+//  The callbacks of the client library. Each reads the log's pointer once: the end of the process takes it away.
 #include "runcls.h"
 
 namespace {
 
-//  The four members that callbacks share with the publish cycle are written here only, one function each: the thread
-//  sanitizer is told about these functions by name, and about nothing else.
+//  The callbacks write the four members that they share with the publish cycle through these functions only: the thread
+//  sanitizer is told about them by name, and about nothing else.
 void storeRdbConnected(CRunCls& run, std::uint32_t connected) {
     run.rdb_connected = connected;
 }
@@ -26,34 +26,36 @@ void clearSentTime(CRunCls& run) {
 //  A cleared mark makes the 600-second condition of the next cycle true, so that a server that was away is told again.
 void onRdbEvent(std::int32_t event, std::int64_t, void* user) {
     CRunCls& run = *static_cast<CRunCls*>(user);
-    if (run.log == nullptr)
+    olk::ilog* log = run.log;
+    if (log == nullptr)
         return;
     if (event == RDB_EVENT_CONNECTED) {
         clearPutMark(run);
         storeRdbConnected(run, 1);
-        run.log->add(olk::level_inf, "connect rdb server %s success.", run.rdburl.c_str());
+        log->add(olk::level_inf, "connect rdb server %s success.", run.rdburl.c_str());
     } else if (event == RDB_EVENT_DISCONNECTED) {
         storeRdbConnected(run, 0);
-        run.log->add(olk::level_err, "rdb server %s disconnected.", run.rdburl.c_str());
+        log->add(olk::level_err, "rdb server %s disconnected.", run.rdburl.c_str());
     }
 }
 
 void onDnsEvent(std::int32_t event, std::int64_t, void* user) {
     CRunCls& run = *static_cast<CRunCls*>(user);
-    if (run.log == nullptr)
+    olk::ilog* log = run.log;
+    if (log == nullptr)
         return;
     if (event == RDB_EVENT_CONNECTED) {
         clearSentTime(run);
         storeDnsConnected(run, 1);
-        run.log->add(olk::level_inf, "connect dns server %s success.", run.dnsurl.c_str());
+        log->add(olk::level_inf, "connect dns server %s success.", run.dnsurl.c_str());
     } else if (event == RDB_EVENT_DISCONNECTED) {
         storeDnsConnected(run, 0);
-        run.log->add(olk::level_err, "dns server %s disconnected.", run.dnsurl.c_str());
+        log->add(olk::level_err, "dns server %s disconnected.", run.dnsurl.c_str());
     }
 }
 
 void onDnsReply(const char* text, std::int32_t length, void* user) {
     CRunCls& run = *static_cast<CRunCls*>(user);
-    if (run.log != nullptr)
-        run.log->add(olk::level_dbg, "recv: %.*s", length, text);
+    if (olk::ilog* log = run.log)
+        log->add(olk::level_dbg, "recv: %.*s", length, text);
 }

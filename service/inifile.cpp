@@ -1,5 +1,7 @@
 #include "inifile.h"
 
+#include "olk_words.h"
+
 #include <cstdio>
 #include <cstring>
 
@@ -7,31 +9,27 @@
 
 namespace {
 
-bool is_blank(int c) {
-    return c == ' ' || c == '\t';
-}
-
-bool is_line_end(int c) {
+bool isLineEnd(int c) {
     return c == '\n' || c == '\r';
 }
 
-bool is_comment(int c) {
+bool isComment(int c) {
     return c == '#' || c == ';';
 }
 
-class IniReader {
+class CIniReader {
 public:
-    IniReader(FILE* file, const IniCallback& callback) : file_(file), callback_(callback) {}
+    CIniReader(FILE* file, const IniCallback& callback) : file_(file), callback_(callback) {}
 
     void read();
 
 private:
     enum class Next { go_on, stop };
 
-    void skip_byte_order_mark();
-    void skip_comment();
-    Next read_section();
-    Next read_value();
+    void skipByteOrderMark();
+    void skipComment();
+    Next readSection();
+    Next readValue();
 
     FILE* const file_;
     const IniCallback& callback_;
@@ -40,46 +38,46 @@ private:
     std::string value_;
 };
 
-void IniReader::read() {
-    skip_byte_order_mark();
+void CIniReader::read() {
+    skipByteOrderMark();
     Next next = Next::go_on;
     while (next == Next::go_on) {
         const int c = std::fgetc(file_);
         if (c == EOF)
             next = Next::stop;
-        else if (is_comment(c))
-            skip_comment();
+        else if (isComment(c))
+            skipComment();
         else if (c == '[')
-            next = read_section();
+            next = readSection();
         else if (c == '=')
-            next = read_value();
-        else if (!is_blank(c) && !is_line_end(c))
+            next = readValue();
+        else if (!olk::is_blank(c) && !isLineEnd(c))
             key_ += static_cast<char>(c);
     }
 }
 
-void IniReader::skip_byte_order_mark() {
+void CIniReader::skipByteOrderMark() {
     char mark[3];
     if (std::fread(mark, 1, sizeof mark, file_) != sizeof mark || std::memcmp(mark, "\xEF\xBB\xBF", sizeof mark) != 0)
         std::rewind(file_);
 }
 
-void IniReader::skip_comment() {
+void CIniReader::skipComment() {
     int c;
     do
         c = std::fgetc(file_);
-    while (c != EOF && !is_line_end(c));
+    while (c != EOF && !isLineEnd(c));
     key_.clear();
 }
 
 //  Reads behind "[". What follows "]" on the line is read by the ordinary rules.
-IniReader::Next IniReader::read_section() {
+CIniReader::Next CIniReader::readSection() {
     section_.clear();
     for (;;) {
         const int c = std::fgetc(file_);
         if (c == EOF)
             return Next::stop;
-        if (c == ']' || is_line_end(c))
+        if (c == ']' || isLineEnd(c))
             break;
         section_ += static_cast<char>(c);
     }
@@ -89,14 +87,14 @@ IniReader::Next IniReader::read_section() {
 }
 
 //  Reads behind "=".
-IniReader::Next IniReader::read_value() {
+CIniReader::Next CIniReader::readValue() {
     value_.clear();
     int c;
-    while ((c = std::fgetc(file_)) != EOF && !is_comment(c) && !is_line_end(c)) {
-        if (!value_.empty() || !is_blank(c))
+    while ((c = std::fgetc(file_)) != EOF && !isComment(c) && !isLineEnd(c)) {
+        if (!value_.empty() || !olk::is_blank(c))
             value_ += static_cast<char>(c);
     }
-    while (!value_.empty() && is_blank(value_.back()))
+    while (!value_.empty() && olk::is_blank(value_.back()))
         value_.pop_back();
     if (callback_(section_, key_, value_))
         return Next::stop;
@@ -112,7 +110,7 @@ bool read_ini_file(const char* path, const IniCallback& callback) {
     FILE* file = std::fopen(path, "rt");
     if (file == nullptr)
         return false;
-    IniReader(file, callback).read();
+    CIniReader(file, callback).read();
     std::fclose(file);
     return true;
 }

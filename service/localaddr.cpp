@@ -9,7 +9,7 @@
 namespace {
 
 //  Decides by the 16 bytes of an address. Address kinds as in RFC 4291, section 2.
-bool is_publishable(const std::uint8_t (&bytes)[16]) {
+bool isPublishable(const std::uint8_t (&bytes)[16]) {
     static const std::uint8_t zeros[12] = {};
     if (bytes[0] == 0xff)
         return false;  // multicast
@@ -25,12 +25,12 @@ bool is_publishable(const std::uint8_t (&bytes)[16]) {
     return true;
 }
 
-void append_address(const sockaddr* address, std::string& out) {
+void appendAddress(const sockaddr* address, std::string& out) {
     if (address == nullptr || address->sa_family != AF_INET6)
         return;
     sockaddr_in6 ipv6;
     std::memcpy(&ipv6, address, sizeof ipv6);
-    if (!is_publishable(ipv6.sin6_addr.s6_addr))
+    if (!isPublishable(ipv6.sin6_addr.s6_addr))
         return;
     char text[48] = {};
     if (inet_ntop(AF_INET6, &ipv6.sin6_addr, text, sizeof text) == nullptr)
@@ -49,7 +49,7 @@ std::int32_t getLocalIpv6List(std::string& out) {
     if (list == nullptr)
         return 0;
     for (const ifaddrs* entry = list; entry != nullptr; entry = entry->ifa_next)
-        append_address(entry->ifa_addr, out);
+        appendAddress(entry->ifa_addr, out);
     freeifaddrs(list);
     return 0;
 }

@@ -5,7 +5,9 @@
 #include <cstdio>
 #include <ctime>
 
+#include <fcntl.h>
 #include <strings.h>
+#include <unistd.h>
 
 namespace {
 
@@ -55,9 +57,21 @@ void runCommand(const char* word) {
     ignoreCommand();
 }
 
+//  Started with a standard descriptor closed, the program would give its number to the pid file, a socket or the client
+//  library: a line printed would land there, and redirecting the standard descriptors would cut it off.
+void fillStandardDescriptors() {
+    int fd;
+    do
+        fd = open("/dev/null", O_RDWR);
+    while (fd != -1 && fd <= STDERR_FILENO);
+    if (fd != -1)
+        close(fd);
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
+    fillStandardDescriptors();
     tzset();
     std::putchar('\n');
     describeService();

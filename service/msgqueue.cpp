@@ -6,6 +6,7 @@
 
 #include <sys/ipc.h>
 #include <sys/msg.h>
+#include <sys/types.h>
 
 namespace {
 
@@ -34,7 +35,7 @@ int CMsgQueue::send(const char* text) {
     return result;
 }
 
-int CMsgQueue::receive(char (&text)[max_text]) {
+int CMsgQueue::receive(char* text) {
     ReceivedMessage message;
     const ssize_t length = msgrcv(id, &message, sizeof message.text, 0, IPC_NOWAIT);
     if (length > 0)

@@ -21,9 +21,10 @@ public:
     //  Sends text. Returns 0, or -1 when there is no queue, no memory for the message or no room in the queue.
     int send(const char* text);
 
-    //  Takes the next message, of any type, and copies its bytes to text; what text holds behind them stays. Returns
-    //  the number of bytes, or -1 when there is no message or it has more than max_text bytes.
-    int receive(char (&text)[max_text]);
+    //  Takes the next message, of any type, and copies its bytes to text, which has room for max_text; what stands behind
+    //  them stays, and no zero is added. Returns the number of bytes, or -1 when there is no message or it has more than
+    //  max_text bytes.
+    int receive(char* text);
 
     //  Removes the queue from the system.
     void remove();

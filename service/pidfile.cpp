@@ -9,7 +9,7 @@
 namespace {
 
 //  A write lock over the whole file.
-struct flock whole_file(pid_t pid) {
+struct flock wholeFile(pid_t pid) {
     struct flock lock = {};
     lock.l_type = F_WRLCK;
     lock.l_whence = SEEK_SET;
@@ -20,18 +20,11 @@ struct flock whole_file(pid_t pid) {
 }  // namespace
 
 int openPidFile(const char* path) {
-    const int fd = open(path, O_RDWR | O_CREAT | O_CLOEXEC, 0644);
-    if (fd == -1 || fd > STDERR_FILENO)
-        return fd;
-    //  Started with a standard descriptor closed: its number must not be the pid file's, or a line printed would land in
-    //  the file and redirecting the standard descriptors would drop the lock.
-    const int moved = fcntl(fd, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
-    close(fd);
-    return moved;
+    return open(path, O_RDWR | O_CREAT | O_CLOEXEC, 0644);
 }
 
 PidFileState queryPidLock(int fd, pid_t& holder) {
-    struct flock lock = whole_file(-1);
+    struct flock lock = wholeFile(-1);
     if (fcntl(fd, F_GETLK, &lock) == -1)
         return PidFileState::no_access;
     if (lock.l_type == F_UNLCK)
@@ -41,7 +34,7 @@ PidFileState queryPidLock(int fd, pid_t& holder) {
 }
 
 int claimPidFile(int fd) {
-    struct flock lock = whole_file(getpid());
+    struct flock lock = wholeFile(getpid());
     if (fcntl(fd, F_SETLKW, &lock) == -1 || ftruncate(fd, 0) == -1)
         return -1;
     lseek(fd, 0, SEEK_SET);
@@ -55,7 +48,8 @@ pid_t readPidText(int fd) {
     char text[longest + 1] = {};
     if (pread(fd, text, longest, 0) <= 0)
         return -1;
-    return static_cast<pid_t>(std::strtol(text, nullptr, 10));
+    const long pid = std::strtol(text, nullptr, 10);
+    return pid == static_cast<pid_t>(pid) ? static_cast<pid_t>(pid) : -1;
 }
 
 PidFileState probePidFile(const char* path, pid_t& holder) {

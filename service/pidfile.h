@@ -20,7 +20,7 @@ enum class PidFileState {
 //  descriptor, owned by the caller, or -1. Being able to is the only privilege test there is.
 int openPidFile(const char* path);
 
-//  Asks the kernel who holds the lock on fd. holder receives the pid when the state is held: 0 when the holder lives in
+//  Asks the kernel who holds the lock on fd. holder receives the pid when the state is held, else it stays: 0 when the holder lives in
 //  a pid namespace that is not visible here, -1 when the lock belongs to no process.
 PidFileState queryPidLock(int fd, pid_t& holder);
 
@@ -28,7 +28,8 @@ PidFileState queryPidLock(int fd, pid_t& holder);
 //  failure; the lock may then be held.
 int claimPidFile(int fd);
 
-//  Returns the pid in the file's text, read from its start, or -1 when nothing can be read.
+//  Returns the number at the start of the file's text, 0 when there is none, or -1 when nothing can be read or the number
+//  is no pid_t.
 pid_t readPidText(int fd);
 
 //  Opens the file, asks for the lock's holder and closes the file. A holder that the kernel does not name is taken from

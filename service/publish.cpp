@@ -1,7 +1,7 @@
 //  The publish cycle.
 //
-//  Every record tests the log first: a signal that ends the process may arrive on another thread and take it away while
-//  a cycle runs.
+//  Every record reads the log's pointer once and tests it: a signal that ends the process may arrive on another thread
+//  and take the log away while a cycle runs.
 #include "localaddr.h"
 #include "runcls.h"
 
@@ -20,19 +20,19 @@ std::uint64_t difference(std::int64_t a, std::int64_t b) {
     return a < b ? 0 - distance : distance;
 }
 
-std::int64_t put_mark(time_t now) {
+std::int64_t putMark(time_t now) {
     return static_cast<std::int64_t>(static_cast<std::uint64_t>(now) * 10);
 }
 
 //  Returns false within 9 seconds of the last cycle, to either side: a clock set back by ten seconds or more lets the
 //  next cycle run at once.
-bool passes_gate(time_t now, time_t last) {
+bool passesGate(time_t now, time_t last) {
     return static_cast<std::uint64_t>(now) - static_cast<std::uint64_t>(last) + 9 > 18;
 }
 
 //  Copies text into a zeroed field, cut so that its terminating zero stays. Returns the bytes copied.
 template <std::size_t N>
-std::size_t copy_text(char (&field)[N], const std::string& text) {
+std::size_t copyText(char (&field)[N], const std::string& text) {
     const std::size_t length = std::min(text.size(), N - 1);
     std::memcpy(field, text.data(), length);
     return length;
@@ -46,7 +46,7 @@ void CRunCls::publishOnce() {
     if (rdb_connected == 0 && dns_connected == 0)
         return;
     const time_t now = time(nullptr);
-    if (!passes_gate(now, last_cycle_time))
+    if (!passesGate(now, last_cycle_time))
         return;
     last_cycle_time = now;
     listAddresses();
@@ -58,8 +58,8 @@ void CRunCls::publishOnce() {
 void CRunCls::listAddresses() {
     address_list.clear();
     if (getLocalIpv6List(address_list) < 0) {
-        if (log != nullptr)
-            log->add(olk::level_err, "get ipv6 address failed.");
+        if (olk::ilog* sink = log)
+            sink->add(olk::level_err, "get ipv6 address failed.");
         address_list = no_address;
     }
     if (address_list.empty())
@@ -69,21 +69,22 @@ void CRunCls::listAddresses() {
 //  Returns false when the tag could not be had: the cycle ends and the whole step is tried again in the next one. A put
 //  that fails counts as done, so it is not repeated before the list changes, it grows old or the server reconnects.
 bool CRunCls::putSnapshot(time_t now) {
-    if (address_list == last_put_value && difference(put_mark(now), snapshot.time) <= put_fresh)
+    if (address_list == last_put_value && difference(putMark(now), snapshot.time) <= put_fresh)
         return true;
     if (!ensureTag())
         return false;
 
     snapshot = {};
-    copy_text(snapshot.name, hostname);
+    copyText(snapshot.name, hostname);
     snapshot.valuetype = RDB_VALUE_TYPE_TEXT;
-    snapshot.valuelen = static_cast<std::uint16_t>(copy_text(snapshot.value, address_list));
+    snapshot.valuelen = static_cast<std::uint16_t>(copyText(snapshot.value, address_list));
     const int result = rdb_objputsnapshot(rdb_handle, &snapshot, 1);
-    if (log != nullptr && result == 0)
-        log->add(olk::level_inf, "rdb_objputsnapshot %s success,ipv6= %s", hostname.c_str(), address_list.c_str());
-    else if (log != nullptr)
-        log->add(olk::level_err, "rdb_objputsnapshot %s failed, errcode %d", hostname.c_str(), result);
-    snapshot.time = put_mark(now);
+    olk::ilog* sink = log;
+    if (sink != nullptr && result == 0)
+        sink->add(olk::level_inf, "rdb_objputsnapshot %s success,ipv6= %s", hostname.c_str(), address_list.c_str());
+    else if (sink != nullptr)
+        sink->add(olk::level_err, "rdb_objputsnapshot %s failed, errcode %d", hostname.c_str(), result);
+    snapshot.time = putMark(now);
     last_put_value = address_list;
     return true;
 }
@@ -91,12 +92,13 @@ bool CRunCls::putSnapshot(time_t now) {
 //  Makes sure that the tag named after the host exists and can take a value. Returns false when it cannot be imported.
 bool CRunCls::ensureTag() {
     RdbTag tag = {};
-    copy_text(tag.name, hostname);
+    copyText(tag.name, hostname);
     const int result = rdb_tagget(rdb_handle, &tag);
     if (result == 0 && tag.tagclass == RDB_TAG_CLASS_USABLE)
         return true;
-    if (result != 0 && log != nullptr)
-        log->add(olk::level_err, "rdb_tagget %s failed, errcode %d", hostname.c_str(), result);
+    olk::ilog* sink = log;
+    if (sink != nullptr && result != 0)
+        sink->add(olk::level_err, "rdb_tagget %s failed, errcode %d", hostname.c_str(), result);
     if (!importTag(tag))
         return false;
     if (tag.tagclass != RDB_TAG_CLASS_USABLE)
@@ -106,16 +108,17 @@ bool CRunCls::ensureTag() {
 
 bool CRunCls::importTag(RdbTag& tag) {
     tag = {};
-    copy_text(tag.name, hostname);
+    copyText(tag.name, hostname);
     tag.tagclass = RDB_TAG_CLASS_USABLE;
     tag.valuetype = RDB_VALUE_TYPE_TEXT;
     tag.importflag = 1;
     std::int32_t filled = 0;
     const int result = rdb_taginport(rdb_handle, RDB_TAGINPORT_MODE, &tag, &filled);
-    if (log != nullptr && result != 0)
-        log->add(olk::level_err, "rdb_taginport %s failed, errcode %d", hostname.c_str(), result);
-    else if (log != nullptr)
-        log->add(olk::level_inf, "rdb_taginport %s success", hostname.c_str());
+    olk::ilog* sink = log;
+    if (sink != nullptr && result != 0)
+        sink->add(olk::level_err, "rdb_taginport %s failed, errcode %d", hostname.c_str(), result);
+    else if (sink != nullptr)
+        sink->add(olk::level_inf, "rdb_taginport %s success", hostname.c_str());
     return result == 0;
 }
 
@@ -148,12 +151,12 @@ std::int32_t CRunCls::updateDomain(DnsUpdateItem& item) {
     text.reserve(dns_request_reserve);
     writeDnsUpdateRequest(number, item, text);
     const auto length = static_cast<std::int32_t>(text.size());
-    if (log != nullptr)
-        log->add(olk::level_dbg, "send: %.*s", length, text.c_str());
+    if (olk::ilog* sink = log)
+        sink->add(olk::level_dbg, "send: %.*s", length, text.c_str());
     const int result = rdb_callmsg(dns_handle, text.c_str(), length, onDnsReply, this);
     if (result == 0)
         return 0;
-    if (log != nullptr)
-        log->add(olk::level_err, "updateDomain errorcode %d", result);
+    if (olk::ilog* sink = log)
+        sink->add(olk::level_err, "updateDomain errorcode %d", result);
     return -1;
 }

@@ -22,23 +22,23 @@ CRunCls::~CRunCls() {
 }
 
 bool CRunCls::start() {
-    const std::string iniPath = getExeDir() + "addrpubd.ini";
-    if (!loadConfig(iniPath.c_str())) {
-        std::printf("Load %s failed.\n", iniPath.c_str());
+    const std::string ini_path = getExeDir() + "addrpubd.ini";
+    if (!loadConfig(ini_path.c_str())) {
+        std::printf("Load %s failed.\n", ini_path.c_str());
         return false;
     }
     openLog();
     if (log == nullptr)
-        return false;
+        return false;  // no memory for it, and the callbacks do nothing without one
     log->add(olk::level_inf, "\n\tstart addrpubd...");
-    if (!checkHostname(iniPath) || !connectRdbServer() || !connectDnsServer())
+    if (!checkHostname(ini_path) || !connectRdbServer() || !connectDnsServer())
         return false;
     log->add(olk::level_inf, "addrpubd service started successfully.");
     return true;
 }
 
 //  The scheme of logurl chooses the log. Whether it could be opened is not looked at: a log that cannot write is silent,
-//  and the service works without one.
+//  and the service works all the same.
 void CRunCls::openLog() {
     char scheme[olk::word_size];
     std::size_t position = 0;
@@ -51,15 +51,15 @@ void CRunCls::openLog() {
         log->open(logurl.c_str());
 }
 
-bool CRunCls::checkHostname(const std::string& iniPath) {
+bool CRunCls::checkHostname(const std::string& ini_path) {
     if (hostname.empty()) {
-        log->add(olk::level_err, "not config hostname in %s", iniPath.c_str());
+        log->add(olk::level_err, "not config hostname in %s", ini_path.c_str());
         return false;
     }
     for (const char c : hostname) {
         //  strchr also finds the set's terminating zero, so a zero byte is refused too.
         if (std::strchr("'\"():", c) != nullptr) {
-            log->add(olk::level_err, "hostname contains illegal characters in %s", iniPath.c_str());
+            log->add(olk::level_err, "hostname contains illegal characters in %s", ini_path.c_str());
             return false;
         }
     }

@@ -7,7 +7,8 @@
 //
 //  Threads: the main thread runs start and publishOnce. The client library may call the three callbacks from threads of
 //  its own. They share rdb_connected, dns_connected, snapshot.time and last_sent_time with the cycle: plain word-sized
-//  members without a lock, because a stale read costs one cycle of delay and no more. Nothing else is shared.
+//  members without a lock, because a stale read costs one cycle of delay. A server that reconnects in the instant in
+//  which the cycle sets its mark is told again when the mark has grown old. Nothing else is shared.
 #ifndef SERVICE_RUNCLS_H
 #define SERVICE_RUNCLS_H
 
@@ -25,7 +26,7 @@ public:
     std::int32_t rdb_handle = -1;     // rdb-server connection; -1 when there is none
     std::uint32_t rdb_connected = 0;  // 1 while the rdb server is connected
     olk::ilog* log = nullptr;         // owned; null before start and after the stop
-    std::string logurl;               // from the ini file, as are those below
+    std::string logurl;               // this and the next four: from the ini file
     std::string hostname;
     std::string rdburl;
     std::string rdbuser;
@@ -39,7 +40,7 @@ public:
                                       // meant; each comparison knows its own.
     std::int32_t dns_handle = -1;     // DNS-server connection; -1 when there is none
     std::uint32_t dns_connected = 0;  // 1 while the DNS server is connected
-    std::string dnsurl;
+    std::string dnsurl;               // this and the next two: from the ini file
     std::string dnsuser;
     std::string dnspswd;
     std::int32_t seqno = 0;                     // number of the last request
@@ -54,7 +55,7 @@ public:
     CRunCls& operator=(const CRunCls&) = delete;
 
     //  Loads the configuration, opens the log, checks the host name and starts the connections. A server that is not
-    //  fully configured is left out. Returns false after having reported why.
+    //  fully configured is left out. Returns false after having reported why; silently when there is no memory for a log.
     bool start();
 
     //  Stores the nine keys of the ini file at path; others are ignored. Returns false when it cannot be opened.
@@ -67,12 +68,17 @@ public:
     //  Defines the tag named after the host in the rdb server, through tag. Returns true on success.
     bool importTag(RdbTag& tag);
 
-    //  Completes item and hands its request to the DNS server. Returns 0 when it was accepted, else -1.
+    //  Fills in the item's name, appends the configured ports to it and hands its request to the DNS server. Returns 0
+    //  when it was accepted, else -1.
     std::int32_t updateDomain(DnsUpdateItem& item);
+
+    //  Takes the log away from the callbacks without destroying it. For an object whose start failed: a connection may
+    //  be open, and the process ends with the log's memory.
+    void forgetLog() { log = nullptr; }
 
 private:
     void openLog();
-    bool checkHostname(const std::string& iniPath);
+    bool checkHostname(const std::string& ini_path);
     bool connectRdbServer();
     bool connectDnsServer();
     void storeSetting(const std::string& key, const std::string& value);

@@ -23,13 +23,13 @@ void print_prefix(int level, const char* tag) {
     char buffer[level_name_size];
     const char* name = level_name(level, buffer);
     const int microseconds = static_cast<int>(now.tv_usec);
-    const int year = local.tm_year + 1900;
+    const long long year = 1900LL + local.tm_year;
     const int month = local.tm_mon + 1;
     if (tag != nullptr && *tag != '\0')
-        std::printf("[%d/%d/%d %02d:%02d:%02d.%06d] [%s][%s] ", year, month, local.tm_mday, local.tm_hour, local.tm_min,
-                    local.tm_sec, microseconds, name, tag);
+        std::printf("[%lld/%d/%d %02d:%02d:%02d.%06d] [%s][%s] ", year, month, local.tm_mday, local.tm_hour,
+                    local.tm_min, local.tm_sec, microseconds, name, tag);
     else
-        std::printf("[%d/%d/%d %02d:%02d:%02d.%06d] [%s] ", year, month, local.tm_mday, local.tm_hour, local.tm_min,
+        std::printf("[%lld/%d/%d %02d:%02d:%02d.%06d] [%s] ", year, month, local.tm_mday, local.tm_hour, local.tm_min,
                     local.tm_sec, microseconds, name);
 }
 

@@ -6,10 +6,6 @@ namespace olk {
 
 namespace {
 
-bool is_blank(char c) {
-    return c == ' ' || c == '\t';
-}
-
 bool is_separator(char c, const char* separators) {
     return c != '\0' && std::strchr(separators, c) != nullptr;
 }

@@ -15,6 +15,11 @@ namespace olk {
 //  Bytes of a word's buffer, terminator included.
 constexpr size_t word_size = 16;
 
+//  True for a space and a tab: what the system's readers skip around words.
+constexpr bool is_blank(int c) {
+    return c == ' ' || c == '\t';
+}
+
 enum class word_end {
     separator,  // a word, ended by a separator; position is behind it
     text_end,   // a word, ended by the end of the text
