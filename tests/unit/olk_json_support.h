@@ -1,0 +1,43 @@
+//  What the tests of the JSON writers share: a buffer shown as a text, and a time zone for the length of a test.
+#ifndef OLK_JSON_SUPPORT_H
+#define OLK_JSON_SUPPORT_H
+
+#include "olk_json.h"
+
+#include <cstdlib>
+#include <ctime>
+#include <optional>
+#include <string>
+
+//  Returns what write appends to an empty buffer.
+template <class WRITE>
+std::string written(WRITE write) {
+    olk::string out;
+    write(out);
+    return out.data() == nullptr ? std::string() : std::string(out.data(), out.size());
+}
+
+//  Sets the process's time zone to a POSIX TZ text, and back at its end.
+class zone {
+public:
+    explicit zone(const char* tz) {
+        if (const char* before = std::getenv("TZ"))
+            before_ = before;
+        setenv("TZ", tz, 1);
+        tzset();
+    }
+    ~zone() {
+        if (before_)
+            setenv("TZ", before_->c_str(), 1);
+        else
+            unsetenv("TZ");
+        tzset();
+    }
+    zone(const zone&) = delete;
+    zone& operator=(const zone&) = delete;
+
+private:
+    std::optional<std::string> before_;
+};
+
+#endif
