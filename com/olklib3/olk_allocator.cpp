@@ -1,7 +1,6 @@
 #include "olk_allocator.h"
 
 #include <cstdint>
-#include <new>
 #include <span>
 
 #include <malloc.h>
@@ -31,7 +30,8 @@ struct size_list {
     size_t prealloc;  // so many classes from the start get their first heap at once
 };
 
-const size_list size_lists[] = {
+//  Filled by the compiler: the allocator is built before any initialiser of this file runs.
+constexpr size_list size_lists[] = {
     {sizes_to_1424, 1048576, 3, UINT32_MAX, 3},
     {sizes_to_64k, 2097152, 3, UINT32_MAX, 0},
     {sizes_to_640k, 4194304, 1, UINT32_MAX, 0},

@@ -12,7 +12,8 @@
 //  User addresses are aligned to 8 bytes (16 for big blocks).
 //
 //  Threads: malloc_ and free_ may be called from any thread at any time between those two moments. The table of classes
-//  is written by the constructor only and is read without a lock; each class has a lock of its own.
+//  is written by the constructor only and is read without a lock; each class has a lock of its own, so a signal handler
+//  may call neither when it interrupted one of them.
 #ifndef OLK_ALLOCATOR_H
 #define OLK_ALLOCATOR_H
 
@@ -29,8 +30,8 @@ struct allocator {
     std::atomic<uint32_t> bigcount;                // live big blocks; a statistic
     blk_alloctor<spinlock>* classes[max_classes];  // ascending by blksize; null from classcount on
 
-    //  Builds the 30 classes. A class whose first heap cannot be had is left out: the next larger one then serves its
-    //  sizes.
+    //  Builds the 30 classes. A class whose record or first heap cannot be had is left out: the next larger one then
+    //  serves its sizes.
     allocator();
     //  Unmaps every heap of every class. Big blocks are not tracked and stay mapped.
     ~allocator();
@@ -67,8 +68,9 @@ struct olk_allocator_ {
     ~olk_allocator_();
 };
 
-//  Tunes the C library's allocator, which serves everything outside this library: one arena for all threads, and memory
-//  from 1 MiB on mapped and given back. Nothing is undone at exit.
+//  Tunes the C library's allocator, which serves everything outside this library (mallopt(3)): one arena for all threads,
+//  requests from 1 MiB on as mappings, and 1 MiB free at the top of the heap before it is trimmed. Nothing is undone at
+//  exit.
 struct glibc_noarena_ {
     glibc_noarena_();
 };

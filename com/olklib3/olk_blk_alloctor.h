@@ -7,7 +7,7 @@
 //        +--> blk_heap --owner--> blk_alloctor    its heap in one load; stride = blksize + 8
 //
 //      heaps --> head heap --> second --> ... --> null
-//                   |             +-- new heaps and refilled heaps go here
+//                   |             +-- new heaps go here, and heaps that gave a block and have more
 //                   +-- stays the head for the class's whole life and is never released
 //
 //  Invariants: (1) The class's freecount = sum of its heaps' freecounts. (2) A heap's freecount = length of its
@@ -30,6 +30,7 @@ constexpr size_t blk_header_size = 8;
 
 struct blk_heap;
 
+//  LOCK: spinlock, the only one whose classes a heap record can name.
 template <class LOCK>
 struct blk_alloctor : memheap_ {
     blk_heap* heaps;      // the head heap; null until the first heap exists
@@ -39,7 +40,8 @@ struct blk_alloctor : memheap_ {
     uint32_t blkperheap;  // blocks of every heap but a first one, which is kept small
     LOCK lock;            // guards everything above and all heaps
 
-    //  Makes a class without a heap. size is rounded up to a multiple of 8.
+    //  Makes a class without a heap. size is rounded up to a multiple of 8. Requires: 1 <= size <= 2^32 - 8 and
+    //  per_heap > 0.
     blk_alloctor(uint32_t size, uint32_t per_heap);
     //  Unmaps every heap, whatever is still in use.
     ~blk_alloctor();
@@ -129,9 +131,8 @@ inline bool blk_heap::valid() const {
     const char* first = base + blk_header_size;
     uint32_t freed = 0;
     for (void* p = freelist; p != nullptr; p = load_word<void*>(p)) {
-        if (p < first || p >= first + bump * stride || ++freed > blkcount)
-            return false;
-        if (static_cast<uint64_t>(static_cast<char*>(p) - first) % stride != 0 || of(p) != this)
+        const uint64_t offset = distance(first, p);
+        if (offset >= bump * stride || offset % stride != 0 || of(p) != this || ++freed > blkcount)
             return false;
     }
     return bump <= blkcount && freecount == freed + blkcount - bump && blkcount * stride <= maplen;
@@ -233,7 +234,7 @@ void* blk_alloctor<LOCK>::take_() {
 template <class LOCK>
 void* blk_alloctor<LOCK>::malloc_(size_t* outsize) {
     scoped_lock_<LOCK> guard(&lock);
-    //  NOLINTNEXTLINE(clang-analyzer-core.NullDereference): the table has no null below its count, which is not seen
+    //  NOLINTNEXTLINE(clang-analyzer-core.NullDereference): it takes this for null, an entry of the table of classes
     void* p = freecount == 0 ? grow_() : take_();
     OLK_WALK(valid_());
     if (p != nullptr && outsize != nullptr)
@@ -248,8 +249,9 @@ void blk_alloctor<LOCK>::free_(blk_heap* heap, void* p) {
     heap->freelist = p;
     ++heap->freecount;
     ++freecount;
-    //  Hysteresis: up to three heaps are kept whatever is free in them, and so is a heap that is the class's only free
-    //  capacity, so that a class that swings around a heap's boundary does not map and unmap at every call.
+    //  Hysteresis: a class of up to three heaps releases none, and a heap that is the class's only free capacity stays,
+    //  so that a class that swings around a heap's boundary does not map and unmap at every call. Above that every
+    //  wholly free heap behind the head goes, so fewer than three may remain.
     if (heapcount > 3 && heap->wholly_free() && heap != heaps && freecount != blkperheap)
         release_free_heaps_();
     OLK_WALK(valid_());

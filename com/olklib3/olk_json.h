@@ -11,6 +11,8 @@
 //  control characters and bytes of 128 and above included, although RFC 8259 section 7 wants the former escaped:
 //  receivers of these texts see exactly these bytes.
 //
+//  Without memory pieces of the text are missing and nothing is reported.
+//
 //  Threads: a writer touches nothing but its arguments; writeIsoTime also reads the process's time zone.
 #ifndef OLK_JSON_H
 #define OLK_JSON_H
@@ -47,7 +49,7 @@ void writeDecimal(int64_t value, string& out);
 
 //  Appends a time, in milliseconds since the epoch, as local time in the form 2025-04-11T09:05:03.042+08:00, with the
 //  fraction left out when it is zero. The zone is the process's standard-time offset in whole hours, "Z" when that is
-//  zero: minutes are always 00, and daylight saving time moves the clock fields and not the zone. Receivers know it so.
+//  zero: minutes are always 00, and daylight saving time moves the clock fields and not the zone; receivers rely on it.
 //  Returns 1, or 0 when the time has no local form or its text would pass 47 characters; then nothing is appended.
 int writeIsoTime(int64_t milliseconds, string& out);
 

@@ -48,7 +48,7 @@ const char* level_name(int level, char (&buffer)[level_name_size]) {
         if (row.number == level)
             return row.name;
     const int length = std::snprintf(buffer, sizeof buffer, "%d", level);
-    return length < static_cast<int>(sizeof buffer) ? buffer : "ndf";
+    return length >= 0 && length < static_cast<int>(sizeof buffer) ? buffer : "ndf";
 }
 
 int level_from_text(const char* text) {

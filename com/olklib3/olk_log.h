@@ -23,7 +23,7 @@ constexpr int level_mor = 31;
 constexpr int level_dbg = 40;
 constexpr int level_all = 999;
 
-//  A class-level new that finds no memory returns null.
+//  One sink of records.
 //
 //  add, append and push return 0 when the record is filtered out, a negative value when the sink is not usable or the
 //  record cannot be formatted, else what the underlying write returned. format and its arguments are printf's.
@@ -59,6 +59,7 @@ public:
     //  Destroys the object. For a pointer that may be null, use release(ilog*) below.
     virtual void release() = 0;
 
+    //  From the pooled allocator; a new that finds no memory gives null.
     static void* operator new(size_t size) noexcept;
     static void operator delete(void* p) noexcept;
 };
@@ -73,8 +74,8 @@ constexpr size_t level_name_size = 16;
 //  when that does not fit). 30 is always "inf": the name "msg" shares its number and is found by name only.
 const char* level_name(int level, char (&buffer)[level_name_size]);
 
-//  Returns the level that text names: a name of the table in any case, else a decimal number read as strtol reads it.
-//  An empty text, a text that is no number and the number 0 give 30.
+//  Returns the level that text names: a name of the table in any case, else a decimal number read as strtol reads it and
+//  cut to 32 bits. text may not be null. An empty text, a text that is no number and the number 0 give 30.
 int level_from_text(const char* text);
 
 }  // namespace olk

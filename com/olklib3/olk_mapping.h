@@ -12,7 +12,7 @@
 #include <cstdint>
 #include <cstring>
 
-#include <strings.h>
+#include <string.h>
 #include <sys/mman.h>
 #include <unistd.h>
 
@@ -59,6 +59,12 @@ inline const void* at(const void* p, ptrdiff_t offset) {
     return static_cast<const char*>(p) + offset;
 }
 
+//  Returns how far p lies behind base: a huge number when it lies in front of it. The two may belong to different
+//  mappings, whose addresses cannot be compared as pointers.
+inline uint64_t distance(const void* base, const void* p) {
+    return reinterpret_cast<uintptr_t>(p) - reinterpret_cast<uintptr_t>(base);
+}
+
 //  Zeroes memory whose owner's life ends: plain stores there may be dropped by the compiler.
 inline void forget(void* p, size_t len) {
     explicit_bzero(p, len);
@@ -66,7 +72,7 @@ inline void forget(void* p, size_t len) {
 
 }  // namespace olk
 
-//  OLK_WALK(condition) asserts a structure's validity walk after a mutation in a checking build, and is nothing else.
+//  OLK_WALK(condition): in a checking build asserts condition, a walk over a whole structure; else nothing.
 #ifdef OLK_CHECK
 #include <cassert>
 #define OLK_WALK(condition) assert(condition)

@@ -1,4 +1,4 @@
-//  The object heap: equal slots of at most objsize bytes, cut from page mappings. Every record of the allocator itself
+//  The object heap: equal slots for objects of at most objsize bytes, cut from page mappings and aligned to 8 bytes. Every record of the allocator itself
 //  lives here, so the size classes above need no other heap.
 //
 //      obj_page at the start of a mapping                                        maplen
@@ -30,7 +30,7 @@ struct obj_page {
     obj_page* next;      // null at the end
 
     char* slot(uint64_t i) { return reinterpret_cast<char*>(this + 1) + i * slotsize; }
-    bool holds(const void* p) { return p >= slot(0) && p < slot(slotcount); }
+    bool holds(const void* p) { return distance(slot(0), p) < slotcount * slotsize; }
 
     //  Takes a freed slot, else a never-used one. Returns null when the page is full.
     void* take();
@@ -48,7 +48,8 @@ struct objalloctor_ {
     obj_page* pages;     // the head page, where slots are looked for first; null when none
     LOCK lock;           // guards everything above and every page
 
-    //  Maps the first page at once; pages stays null when there is no memory for it.
+    //  Maps the first page at once; pages stays null when there is no memory for it. Requires: largest > 0, and a slot
+    //  of that size fits a page of bytes_per_page.
     objalloctor_(uint64_t bytes_per_page, uint64_t largest);
     //  Unmaps every page, whatever is still in use.
     ~objalloctor_();
@@ -93,9 +94,8 @@ inline void* obj_page::take() {
 inline bool obj_page::valid() {
     uint64_t freed = 0;
     for (void* p = freelist; p != nullptr; p = load_word<void*>(p)) {
-        if (p < slot(0) || p >= slot(bump) || ++freed > slotcount)
-            return false;
-        if (static_cast<uint64_t>(static_cast<char*>(p) - slot(0)) % slotsize != 0)
+        const uint64_t offset = distance(slot(0), p);
+        if (offset >= bump * slotsize || offset % slotsize != 0 || ++freed > slotcount)
             return false;
     }
     return bump <= slotcount && freecount == freed + slotcount - bump;

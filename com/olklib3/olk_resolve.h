@@ -11,14 +11,14 @@
 namespace olk::net {
 
 //  Stores the first address of one family, in inet_ntop's form, unless text already holds something. Returns the number
-//  of texts stored: 0 or 1.
+//  of texts stored: 0, also when there is no memory, or 1.
 template <class STRING>
 int store_first_address(int family, const void* address, STRING& text) {
     char buffer[40];  // the longest IPv6 text has 39 characters
     if (!text.empty() || inet_ntop(family, address, buffer, sizeof buffer) == nullptr)
         return 0;
     text.assign(buffer);
-    return 1;
+    return text.empty() ? 0 : 1;
 }
 
 //  Resolves domain, a name or an address literal, as the system's resolver does (getaddrinfo(3) without hints). ipv4 and

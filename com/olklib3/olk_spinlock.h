@@ -1,7 +1,10 @@
 //  The lock that every structure of the library is parameterised with, and its scoped guard.
 //
-//  spinlock never sleeps: it is held for a few dozen instructions, or for the length of one mmap or munmap.
-//  Threads: lock and unlock may be called from any thread; a thread must not lock what it already holds.
+//  spinlock never sleeps: it is held for a few dozen instructions as a rule, and for the length of a few mmap or munmap
+//  calls when a structure grows or shrinks.
+//
+//  Threads: lock and unlock may be called from any thread; a thread must not lock what it already holds. So a signal
+//  handler that interrupted a holder and wants the same lock waits for ever.
 #ifndef OLK_SPINLOCK_H
 #define OLK_SPINLOCK_H
 

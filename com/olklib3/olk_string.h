@@ -10,6 +10,7 @@
 //
 //  Every operation that lengthens the text is all or nothing: when no memory can be had, or the text would pass the
 //  ceiling just under 4 GiB, the string stays as it was and nothing is reported. A caller that must know compares sizes.
+//  Assignment clears first: without memory the string is then empty.
 //
 //  Threads: a string belongs to one thread at a time; strings of different threads share nothing but the allocator.
 #ifndef OLK_STRING_H
@@ -29,7 +30,7 @@ struct olk_string_alloctor {
 };
 
 //  ALLOCTOR: static malloc_, free_ and usable_size. SIZE: the counts in front of the text. CHAR: a one-byte character.
-//  TRAITS takes no part in anything yet.
+//  TRAITS is unused.
 template <class ALLOCTOR, class SIZE, class CHAR, class TRAITS>
 class string_ {
 public:
@@ -37,10 +38,11 @@ public:
 
     //  A needed length below this doubles the capacity, from here on it grows by half.
     static constexpr uint64_t doubling_limit = 16000;
-    //  The largest capacity that growth may reach: its block's figures still fit 32 bits.
+    //  The largest capacity that growth may ask for. A block gives a few bytes more, and its figures still fit 32 bits.
     static constexpr uint64_t max_capacity = 4294967263;
 
     string_() : data_(nullptr) {}
+    //  text may not be null.
     explicit string_(const CHAR* text) : data_(nullptr) { append(text); }
     string_(const CHAR* text, size_t length) : data_(nullptr) { append(text, length); }
     string_(const string_& other) : data_(nullptr) { assign(other); }
@@ -48,16 +50,16 @@ public:
     ~string_() { release(); }
 
     string_& operator=(const string_& other) {
-        if (this != &other)
-            assign(other);
+        assign(other);
         return *this;
     }
+    //  Swaps the buffers: other holds the old text afterwards.
     string_& operator=(string_&& other) noexcept {
         std::swap(data_, other.data_);
         return *this;
     }
 
-    //  Clears, then appends. text may not be null.
+    //  Clears, then appends. text may not be null and may not lie in this string.
     void assign(const CHAR* text) {
         clear();
         append(text);
@@ -66,8 +68,10 @@ public:
         clear();
         append(text, length);
     }
-    //  Takes over the text of other. The buffer is never shared.
+    //  Copies the text of other. The buffer is never shared, and an empty text keeps this string's buffer.
     void assign(const string_& other) {
+        if (this == &other)
+            return;
         clear();
         if (other.size() != 0)
             append(other.data_, other.size());

@@ -44,8 +44,10 @@ int udplog::open(const char* url) {
 
     set_cabin_(parts.path.data(), parts.path.size());
     set_level_(parts.args.data(), parts.args.size());
-    if (sock != -1)
+    if (sock != -1) {
         close(sock);
+        sock = -1;
+    }
     const string& address = parts.ipv4.empty() ? parts.ipv6 : parts.ipv4;
     set_destination_(address.c_str(), parts.port != 0 ? parts.port : default_port);
     sock = open_socket_();
@@ -54,11 +56,9 @@ int udplog::open(const char* url) {
 
 //  A text that is too long leaves the cabin empty, on purpose: a cut name would be another stream's.
 void udplog::set_cabin_(const char* text, size_t length) {
-    cabin.length = 0;
-    if (length >= cabin.capacity - 1)
-        return;
-    std::memcpy(cabin.text, text, length);
-    cabin.length = static_cast<uint32_t>(length);
+    cabin.length = length < cabin.capacity - 1 ? static_cast<uint32_t>(length) : 0;
+    std::memcpy(cabin.text, text, cabin.length);
+    cabin.text[cabin.length] = '\0';
 }
 
 //  Only the first pair of the query is looked at.

@@ -18,7 +18,8 @@
 
 namespace olk {
 
-//  A text in a buffer of its own. It is terminated when it is read; a text that fills the buffer loses its last byte.
+//  A text in a buffer of its own. It is terminated when it is read, and a terminator that already stands is not written
+//  again: records of several threads only read. A text that fills the buffer loses its last byte.
 template <size_t CAPACITY>
 struct fixed_text_ {
     char text[CAPACITY] = {};
@@ -26,7 +27,9 @@ struct fixed_text_ {
     uint32_t capacity = CAPACITY;
 
     const char* c_str() {
-        text[length < capacity ? length : capacity - 1] = '\0';
+        char& end = text[length < capacity ? length : capacity - 1];
+        if (end != '\0')
+            end = '\0';
         return text;
     }
 };
@@ -44,8 +47,9 @@ public:
 
     //  Takes destination, cabin (the path, left empty when it has more than 126 characters) and level (the first
     //  parameter of the query, when its key is "level") from a url such as udp://192.0.2.10:5140/netsvc?level=dbg.
-    //  Blanks are left out wherever they stand. Without a port it is 999. Returns 0, or -1 when the url does not parse,
-    //  names no host that resolves or has no path (then nothing changes), or there is no socket.
+    //  Blanks are left out wherever they stand. Without a port it is 999. Waits for the resolver. Returns 0, or -1 when
+    //  the url does not parse, names no host that resolves or has no path (then nothing changes), or when there is no
+    //  socket to be had (then the old one is gone and everything else is new).
     int open(const char* url) override;
 
     //  Each returns -1 without a socket, 0 for a record that is filtered out, -1 for one of 30720 bytes or more with its

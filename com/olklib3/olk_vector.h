@@ -1,6 +1,7 @@
 //  A growing array on the pooled allocator, for the library's small lists.
 //
-//  push_back is all or nothing: without memory the element is left out and false returned. Growing doubles the capacity.
+//  push_back is all or nothing: without memory the element is left out and false returned. Growing asks for twice the
+//  elements and one more, and takes all that the block gives.
 //  Threads: as for any plain object.
 #ifndef OLK_VECTOR_H
 #define OLK_VECTOR_H
@@ -8,6 +9,7 @@
 #include "olk_allocator.h"
 
 #include <new>
+#include <type_traits>
 #include <utility>
 
 namespace olk {
@@ -26,7 +28,8 @@ public:
     vector_& operator=(const vector_&) = delete;
 
     //  Appends item. Returns false, and changes nothing, when no memory can be had.
-    bool push_back(T item) {
+    bool push_back(const T& item) requires std::is_trivially_copyable_v<T> { return push_back(T(item)); }
+    bool push_back(T&& item) {
         if (size_ == capacity_ && !grow_())
             return false;
         new (items_ + size_) T(std::move(item));

@@ -2,7 +2,8 @@
 //
 //      "  level = dbg & x=1"
 //         ^^^^^ ^ the separator that ended the word; reading goes on behind it
-//         word: blanks in front skipped, blanks behind removed, carriage returns and line feeds left out
+//         word: blanks in front skipped, blanks behind removed (they count until then), carriage returns and line
+//         feeds left out
 //
 //  A separator met before any character of a word is skipped. It allocates nothing.
 #ifndef OLK_WORDS_H

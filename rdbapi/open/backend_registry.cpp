@@ -35,10 +35,10 @@ bool namesOneFile(const Url& url) {
 
 }  // namespace
 
-int makeBackend(std::string_view text, std::unique_ptr<Backend>& backend, std::string& reason) {
+int makeBackend(std::string_view url_text, std::unique_ptr<Backend>& backend, std::string& reason) {
     backend.reset();
     Url url;
-    if (!parseUrl(text, url, reason))
+    if (!parseUrl(url_text, url, reason))
         return errorBadUrl;
     for (const Scheme& scheme : schemes) {
         if (scheme.make == nullptr || scheme.name != url.scheme)

@@ -8,9 +8,9 @@
 
 namespace rdbopen {
 
-//  Makes the back end for url, unopened. Stores null in backend on failure, with the reason, which holds no password.
+//  Makes the back end for url_text, unopened. Stores null in backend on failure, with the reason, which holds no password.
 //  Returns errorNone, errorBadUrl or errorUnknownScheme.
-int makeBackend(std::string_view url, std::unique_ptr<Backend>& backend, std::string& reason);
+int makeBackend(std::string_view url_text, std::unique_ptr<Backend>& backend, std::string& reason);
 
 }  // namespace rdbopen
 

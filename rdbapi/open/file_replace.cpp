@@ -124,7 +124,7 @@ int resolveFile(const std::string& path, FilePlace& place) {
             return 0;
         }
         const std::string text(target, static_cast<std::size_t>(length));
-        current = text.starts_with('/') ? text : directoryOf(current) + text;
+        current = text.starts_with('/') ? text : directoryOf(current).append(text);
     }
     return ELOOP;
 }

@@ -88,7 +88,7 @@ int Worker::post(Backend::Service service, std::shared_ptr<Call> call) {
     return errorNone;
 }
 
-int Worker::execute(std::shared_ptr<WaitingCall> call) {
+int Worker::execute(const std::shared_ptr<WaitingCall>& call) {
     if (runningWorker == this)
         return errorInCallback;
     const int refused = post(Backend::Service::tags, call);

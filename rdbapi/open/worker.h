@@ -40,7 +40,7 @@ public:
     int post(Backend::Service service, std::shared_ptr<Call> call);
 
     //  Queues call and waits for its end.
-    int execute(std::shared_ptr<WaitingCall> call);
+    int execute(const std::shared_ptr<WaitingCall>& call);
 
 private:
     static void* threadMain(void* self);

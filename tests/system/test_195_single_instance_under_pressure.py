@@ -1,0 +1,200 @@
+"""One instance, whatever is started and killed at the same time; and an end on SIGTERM, whatever it interrupts.
+
+Every decision comes from a fixed seed; how far a program has come when it is killed is the machine's. ADDRPUBD_ROUNDS
+scales both tests: the number of SIGTERM rounds, and a fifth of it for the rounds of simultaneous starts.
+"""
+
+import os
+import random
+import select
+import signal
+import time
+
+import pytest
+from clock import Clock
+from host import BUILD, DIRECTORY, PIDFILE, Host
+from sandbox import PATIENCE, wait_until
+
+ROUNDS = int(os.environ.get("ADDRPUBD_ROUNDS", "1000"))
+ROUNDS_PER_HOST = 25
+SLOW = 2.0  # seconds
+
+NOT_RUN = b"\naddrpubd not run!\n\n"
+RUNNING = b"\naddrpubd is runing!\n\n"
+START_PARTS = (b"\nstart...\r", b"Start success!\n\n", b"finished\n")
+
+
+def fresh_clock(host, initial_limit=0):
+    """A clock with all its slots free. No program under the old one may run any more."""
+    host.clock = Clock(host.sandbox, BUILD / "tests/libclockshim.so", initial_limit=initial_limit)
+
+
+def new_host(**settings):
+    host = Host()
+    host.settings(**settings)
+    host.library.env = {"RECORDING_RDB_SCRIPT": f"{DIRECTORY}/rdb.script"}
+    return host
+
+
+def living(host):
+    """The pids of the sandbox under which the executable runs, or is about to: one that was just spawned still has the
+    name of the agent, which is process 1.
+    """
+    found = set()
+    for entry in host.sandbox.path("/proc").iterdir():
+        if entry.name.isdigit() and entry.name != "1":
+            try:
+                name, state = (entry / "stat").read_text().split(" ", 1)[1].rsplit(") ", 1)
+            except (FileNotFoundError, ProcessLookupError):
+                continue
+            if name in ("(addrpubd", "(python3") and state[0] not in "ZX":
+                found.add(int(entry.name))
+    return found
+
+
+def lock_holders(host):
+    """The pids that hold a lock on the pid file. Those that wait for it are not among them."""
+    if not host.sandbox.path(PIDFILE).exists():
+        return []
+    inode = f":{os.stat(host.sandbox.path(PIDFILE)).st_ino}"
+    lines = [line.split() for line in host.sandbox.path("/proc/locks").read_text().splitlines()]
+    return [int(line[4]) for line in lines if line[1] != "->" and line[5].endswith(inode)]
+
+
+def services(host, parents):
+    """The living programs that have come to their publish loop."""
+    slots = [slot for slot in host.clock._control.slots if slot.pid and slot.pid not in parents]
+    return {slot.pid for slot in slots if slot.sleeps} & living(host)
+
+
+def check(host, parents):
+    """Looks once: one holder at most, and no service beside another."""
+    assert len(lock_holders(host)) <= 1
+    assert len(services(host, parents)) <= 1
+
+
+def settle(host, parents):
+    """Waits until a service stands in its loop or nothing is left that could become one."""
+
+    def settled():
+        check(host, parents)
+        return services(host, parents) or not (living(host) - parents)
+
+    wait_until(settled, "a service or the end of all")
+
+
+def kill(host, pids):
+    """Kills and waits until they are gone, with every thread that still ends and would keep the lock for a moment."""
+    for pid in pids:
+        host.sandbox.request({"op": "kill", "pid": pid, "signal": int(signal.SIGKILL)})
+    wait_until(lambda: not living(host) & set(pids) and not set(lock_holders(host)) & set(pids), "the end of the killed")
+
+
+def kill_all(host):
+    """Kills until nothing is left. Who waits for the lock may get it in between; that is one holder all the same."""
+    while pids := living(host):
+        kill(host, pids)
+    assert lock_holders(host) == []
+
+
+def storm(host, chance):
+    """Starts several at once and kills some of them. Returns the pids of the -start parents."""
+    contenders = [(host.start(word), word) for word in chance.choices(["-start", "-run"], k=chance.randint(2, 5))]
+    parents = {process.pid for process, word in contenders if word == "-start"}
+    for _ in range(chance.randint(1, 4)):
+        time.sleep(chance.random() * 0.004)
+        check(host, parents)
+        if alive := sorted(living(host)):
+            kill(host, chance.sample(alive, chance.randint(1, max(1, len(alive) // 2))))
+    return parents
+
+
+def next_start_works(host):
+    """The next start has a child that runs, whatever texts an earlier one left in the queue."""
+    parent = host.start("-start")
+    hand = host.clock.of(parent)
+    hand.wait_parked()
+    child = next(iter(wait_until(lambda: services(host, {parent.pid}), "the service of the next start")))
+    assert (lock_holders(host), host.pidfile()) == ([child], f"{child}\n".encode())
+    hand.let_run(31)
+    output = parent.all_output()
+    assert parent.wait() == 0
+    assert output.endswith(b"finished\n") or output.endswith(b"send message failed\n"), output
+    return output
+
+
+@pytest.fixture
+def chance():
+    return random.Random(19500411)
+
+
+def test_1951_simultaneous_starts_and_kills_leave_one_instance_at_most(chance, capsys):
+    rounds, survivors, clean = max(1, ROUNDS // 5), 0, 0
+    begin = time.monotonic()
+    host = None
+    for number in range(rounds):
+        if number % ROUNDS_PER_HOST == 0:
+            if host is not None:
+                host.close()
+            host = new_host(logurl=None)
+        fresh_clock(host)
+        parents = storm(host, chance)
+        settle(host, parents)
+        if alive := services(host, parents):
+            survivors += 1
+            assert lock_holders(host) == list(alive)
+            assert host.pidfile() == f"{next(iter(alive))}\n".encode()
+            assert host.command("-status") == RUNNING
+        kill_all(host)
+        assert host.command("-status") == NOT_RUN
+        fresh_clock(host)
+        output = next_start_works(host)
+        clean += output == b"\n" + b"".join(START_PARTS)
+        kill_all(host)
+        assert host.command("-status") == NOT_RUN
+    host.close()
+    assert 0 < survivors
+    with capsys.disabled():
+        print(f"\n{rounds} rounds in {time.monotonic() - begin:.1f} s: an instance survived the kills in {survivors}, ")
+        print(f"{clean} of the next starts printed the three texts and nothing else")
+
+
+def end_of(process, patience):
+    """Waits for the end of a process that may never come. Tells whether it came."""
+    return bool(select.select([process._pidfd], [], [], patience)[0])
+
+
+def test_1952_sigterm_at_any_moment_ends_the_service_with_status_0(chance, capsys):
+    slow, stuck, longest = 0, 0, 0.0
+    begin = time.monotonic()
+    host = None
+    for number in range(ROUNDS):
+        if number % ROUNDS_PER_HOST == 0:
+            if host is not None:
+                host.close()
+            host = new_host()
+            host.sandbox.add_address("2001:db8::1/64")
+            host.library.before_start("during rdb_connectex * 60001")
+        fresh_clock(host)
+        process = host.start("-run")
+        hand = host.clock.of(process)
+        hand.wait_parked()
+        hand.let_run(100_000_000)
+        time.sleep(chance.random() * 0.008)
+        sent = time.monotonic()
+        process.kill(signal.SIGTERM)
+        ended = end_of(process, SLOW)
+        slow += not ended
+        if not ended and not end_of(process, PATIENCE):
+            stuck += 1
+            process.kill(signal.SIGKILL)  # as -stop does at its time limit
+            assert process.wait() == -signal.SIGKILL
+        else:
+            longest = max(longest, time.monotonic() - sent)
+            assert process.wait() == 0
+        assert lock_holders(host) == []
+        process.output_so_far()
+    host.close()
+    with capsys.disabled():
+        print(f"\n{ROUNDS} rounds in {time.monotonic() - begin:.1f} s: {slow} needed more than {SLOW:.0f} s, ", end="")
+        print(f"{stuck} of them never ended; the longest of the others took {longest * 1000:.0f} ms")

@@ -1,0 +1,184 @@
+//  The exit signal, in child processes: the handler ends the process.
+#include "daemon.h"
+
+#include "recording_rdb.h"
+#include "runcls.h"
+#include "service_child.h"
+#include "service_platform.h"
+#include "service_support.h"
+
+#include <csignal>
+#include <cstdarg>
+#include <cstdio>
+#include <cstdlib>
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+//  The handler logs, closes and exits from within the signal, as designed; what the thread sanitizer says about such
+//  calls is not asked for here.
+extern "C" const char* __tsan_default_options();
+const char* __tsan_default_options() {
+    return "report_signal_unsafe=0";
+}
+
+namespace {
+
+//  A log that prints what happens to it, so that its place among the calls of the library is seen.
+class PrintingLog final : public olk::ilog {
+public:
+    ~PrintingLog() override;
+    int open(const char*) override { return 0; }
+    __attribute__((format(printf, 3, 4))) int add(int level, const char* format, ...) override;
+    __attribute__((format(printf, 3, 4))) int append(int, const char*, ...) override { return 0; }
+    int getlevel() override { return 0; }
+    void setlevel(int) override {}
+    void runtime() override {}
+    void release() override { std::puts("release"); }
+};
+
+PrintingLog::~PrintingLog() = default;
+
+int PrintingLog::add(int level, const char* format, ...) {
+    std::printf("%d ", level);
+    va_list args;
+    va_start(args, format);
+    std::vprintf(format, args);
+    va_end(args);
+    return std::puts("");
+}
+
+class ExitSignal : public testing::Test {
+protected:
+    ExitSignal() {
+        platform::reset();
+        recording_rdb::reset();
+    }
+    //  What the handler does to an object with these handles.
+    static Ended signalled(int number, int rdb_handle, int dns_handle, bool with_log) {
+        return inChild([=] {
+            static PrintingLog log;
+            static auto* const run = new CRunCls;
+            run->rdb_handle = rdb_handle;
+            run->dns_handle = dns_handle;
+            run->log = with_log ? &log : nullptr;
+            g_daemon.application = run;
+            recording_rdb::set_observer([](const recording_rdb::Call& call) {
+                std::printf("%s %d\n", recording_rdb::name_of(call.function), call.handle);
+            });
+            std::atexit([] {
+                std::printf("exit %d %d %d %d %d\n", g_daemon.application == nullptr, g_pdaemon == nullptr,
+                            run->log == nullptr, run->rdb_handle, run->dns_handle);
+            });
+            onExitSignal(number);
+        });
+    }
+};
+
+TEST_F(ExitSignal, ReportsReleasesClosesBothConnectionsAndExitsWith0) {
+    const Ended ended = signalled(15, 4, 5, true);
+    EXPECT_EQ(ended.out, "exit signal 15.\n"
+                         "30 stop addrpubd service success.\n"
+                         "release\n"
+                         "rdb_disconnect 4\nrdb_destory 4\nrdb_disconnect 5\nrdb_destory 5\n"
+                         "exit 1 1 1 -1 -1\n");
+    EXPECT_EQ(ended.status, 0);
+}
+
+TEST_F(ExitSignal, PrintsTheNumberOfTheSignal) {
+    EXPECT_TRUE(signalled(2, -1, -1, false).out.starts_with("exit signal 2.\n"));
+}
+
+TEST_F(ExitSignal, WithoutALogItOnlyClosesTheConnections) {
+    EXPECT_EQ(signalled(2, 0, 1, false).out, "exit signal 2.\nrdb_disconnect 0\nrdb_destory 0\nrdb_disconnect 1\n"
+                                             "rdb_destory 1\nexit 1 1 1 -1 -1\n");
+}
+
+TEST_F(ExitSignal, ConnectionsThatAreNotThereAreNotClosed) {
+    EXPECT_EQ(signalled(2, -1, 7, false).out, "exit signal 2.\nrdb_disconnect 7\nrdb_destory 7\nexit 1 1 1 -1 -1\n");
+    EXPECT_EQ(signalled(2, 7, -1, false).out, "exit signal 2.\nrdb_disconnect 7\nrdb_destory 7\nexit 1 1 1 -1 -1\n");
+}
+
+TEST_F(ExitSignal, WithoutAnObjectItOnlyPrintsClearsAndExits) {
+    const Ended ended = inChild([] {
+        g_daemon.application = nullptr;
+        std::atexit([] { std::printf("exit %d\n", g_pdaemon == nullptr); });
+        onExitSignal(2);
+    });
+    EXPECT_EQ(ended.out, "exit signal 2.\nexit 1\n");
+    EXPECT_EQ(ended.status, 0);
+}
+
+TEST_F(ExitSignal, WithoutADescriptorItOnlyPrintsAndExits) {
+    const Ended ended = inChild([] {
+        g_pdaemon = nullptr;
+        onExitSignal(15);
+    });
+    EXPECT_EQ(ended.out, "exit signal 15.\n");
+    EXPECT_EQ(ended.status, 0);
+}
+
+TEST_F(ExitSignal, AsAHandlerItEndsAProcessThatRuns) {
+    const Ended ended = inChild([] {
+        std::signal(SIGTERM, onExitSignal);
+        std::raise(SIGTERM);
+    });
+    EXPECT_EQ(ended.out, "exit signal 15.\n");
+    EXPECT_EQ(ended.status, 0);
+}
+
+TEST_F(ExitSignal, ASecondSignalDoesNotInterruptTheFirst) {
+    const Ended ended = inChild([] {
+        installExitSignals();
+        std::atexit([] {
+            std::raise(SIGINT);
+            std::raise(SIGTERM);
+            std::puts("not interrupted");
+        });
+        std::raise(SIGTERM);
+    });
+    EXPECT_EQ(ended.out, "exit signal 15.\nnot interrupted\n");
+    EXPECT_EQ(ended.status, 0);
+}
+
+TEST_F(ExitSignal, SignalsThatWereBlockedAtTheStartAreLetThrough) {
+    const Ended ended = inChild([] {
+        sigset_t all;
+        sigfillset(&all);
+        sigprocmask(SIG_SETMASK, &all, nullptr);
+        installExitSignals();
+        std::raise(SIGINT);
+    });
+    EXPECT_EQ(ended.out, "exit signal 2.\n");
+    EXPECT_EQ(ended.status, 0);
+}
+
+TEST_F(ExitSignal, TheExitClosesThePidFileAndKeepsItsText) {
+    const TempFolder folder;
+    const std::string path = folder.file("addrpubd.pid");
+    const Ended ended = inChild([&] {
+        g_daemon.pid_fd = open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644);
+        g_daemon.writePid();
+        //  Registered behind the descriptor's own exit function, so it runs before that one.
+        std::atexit([] { std::printf("%d\n", g_daemon.pid_fd >= 0); });
+        onExitSignal(2);
+    });
+    EXPECT_EQ(ended.out, "exit signal 2.\n1\n");
+    EXPECT_EQ(holderOf(path), 0);
+    EXPECT_NE(readFile(path), "");
+}
+
+TEST_F(ExitSignal, ClosingTwiceIsHarmless) {
+    const Ended ended = inChild([] {
+        g_daemon.pid_fd = dup(STDOUT_FILENO);
+        g_daemon.closePidFile();
+        const bool closed = g_daemon.pid_fd == -1;
+        g_daemon.closePidFile();
+        std::printf("%d%d", closed, g_daemon.pid_fd == -1);
+    });
+    EXPECT_EQ(ended.out, "11");
+}
+
+}  // namespace

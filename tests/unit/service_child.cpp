@@ -1,0 +1,97 @@
+#include "service_child.h"
+
+#include "service_platform.h"
+
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+
+#include <fcntl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace {
+
+//  Ends a child that would run for ever because of a fault; no test comes near it.
+constexpr unsigned hang_limit_seconds = 100;
+
+struct flock wholeFile() {
+    struct flock lock = {};
+    lock.l_type = F_WRLCK;
+    lock.l_whence = SEEK_SET;
+    return lock;
+}
+
+}  // namespace
+
+Ended inChild(const std::function<void()>& body) {
+    int ends[2];
+    if (pipe2(ends, O_CLOEXEC) != 0)
+        std::abort();
+    std::fflush(stdout);
+    const pid_t pid = fork();
+    if (pid == 0) {
+        dup2(ends[1], STDOUT_FILENO);
+        close(ends[0]);
+        close(ends[1]);
+        alarm(hang_limit_seconds);
+        body();
+        std::fflush(stdout);
+        _exit(99);
+    }
+    close(ends[1]);
+    Ended ended;
+    char part[4096];
+    for (ssize_t got; (got = read(ends[0], part, sizeof part)) > 0;)
+        ended.out.append(part, static_cast<std::size_t>(got));
+    close(ends[0]);
+    int status = 0;
+    waitpid(pid, &status, 0);
+    ended.status = WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
+    return ended;
+}
+
+LockHolder::LockHolder(const std::string& path) : pid_(-1), keep_(-1) {
+    int ready[2], keep[2];
+    if (pipe2(ready, O_CLOEXEC) != 0 || pipe2(keep, O_CLOEXEC) != 0)
+        std::abort();
+    pid_ = fork();
+    if (pid_ == 0) {
+        close(keep[1]);
+        struct flock lock = wholeFile();
+        const int fd = open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644);
+        char byte = platform::real_fcntl(fd, F_SETLK, &lock) == 0 ? 'y' : 'n';
+        if (write(ready[1], &byte, 1) == 1)
+            static_cast<void>(!read(keep[0], &byte, 1));
+        _exit(0);
+    }
+    close(keep[0]);
+    close(ready[1]);
+    keep_ = keep[1];
+    char byte = 'n';
+    if (read(ready[0], &byte, 1) != 1 || byte != 'y')
+        std::abort();
+    close(ready[0]);
+}
+
+void LockHolder::release() {
+    if (pid_ == -1)
+        return;
+    //  By a signal: children forked meanwhile keep the pipe open.
+    kill(pid_, SIGKILL);
+    waitpid(pid_, nullptr, 0);
+    close(keep_);
+    pid_ = -1;
+}
+
+//  Asked from a child: closing the file here would drop this process's own lock.
+pid_t holderOf(const std::string& path) {
+    const Ended ended = inChild([&] {
+        platform::reset();
+        struct flock lock = wholeFile();
+        const int fd = open(path.c_str(), O_RDWR | O_CLOEXEC);
+        platform::real_fcntl(fd, F_GETLK, &lock);
+        std::printf("%d", lock.l_type == F_UNLCK ? 0 : lock.l_pid);
+    });
+    return std::atoi(ended.out.c_str());
+}

@@ -1,0 +1,140 @@
+//  What the tests of the service share: a log that remembers, a made-up interface list, a folder of its own for a test,
+//  and standard output as a text.
+#ifndef SERVICE_SUPPORT_H
+#define SERVICE_SUPPORT_H
+
+#include "olk_log.h"
+
+#include <array>
+#include <cstdint>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include <ifaddrs.h>
+#include <netinet/in.h>
+
+using Lines = std::vector<std::string>;
+
+//  What happened, in order, one line each. Any thread may add.
+class Trace {
+public:
+    void add(std::string line);
+    //  Returns the lines so far and forgets them.
+    Lines take();
+
+private:
+    std::mutex mutex_;
+    Lines lines_;
+};
+
+//  Adds each record to a trace as "level text". Lives on the test's stack: release only counts.
+class RecordingLog final : public olk::ilog {
+public:
+    explicit RecordingLog(Trace& trace) : trace_(trace) {}
+    ~RecordingLog() override;
+
+    int open(const char*) override { return 0; }
+    __attribute__((format(printf, 3, 4))) int add(int level, const char* format, ...) override;
+    __attribute__((format(printf, 3, 4))) int append(int level, const char* format, ...) override;
+    int getlevel() override { return olk::level_all; }
+    void setlevel(int) override {}
+    void runtime() override {}
+    void release() override { ++released; }
+
+    int released = 0;
+
+private:
+    Trace& trace_;
+};
+
+//  The interface list that getifaddrs gives out while this lives.
+class FakeInterfaces {
+public:
+    using Address = std::array<std::uint8_t, 16>;
+
+    FakeInterfaces();
+    ~FakeInterfaces();
+    FakeInterfaces(const FakeInterfaces&) = delete;
+    FakeInterfaces& operator=(const FakeInterfaces&) = delete;
+
+    //  One entry for each text: an IPv6 or IPv4 address, "packet" for another family, "" for an entry without one.
+    void set(const Lines& addresses);
+    //  One IPv6 entry for each address.
+    void set(const std::vector<Address>& addresses);
+
+    bool fails = false;     // getifaddrs returns -1
+    int asked = 0;          // calls of getifaddrs
+    int lists_out = 0;      // lists given out and not freed yet
+    int wrong_frees = 0;    // calls of freeifaddrs with something else than the list given out
+    bool flagless = false;  // entries are neither up nor running
+
+private:
+    struct Entry {
+        ifaddrs item;
+        sockaddr* address;  // on the heap with its family's own size, so that reading beyond it is found
+    };
+    void clear();
+    void append(int family, const void* bytes);
+    int give(ifaddrs** list);
+
+    std::vector<Entry> entries_;
+};
+
+//  The address in binary. The text must be one.
+FakeInterfaces::Address ipv6(const std::string& text);
+
+class TempFolder {
+public:
+    TempFolder();
+    ~TempFolder();
+    TempFolder(const TempFolder&) = delete;
+    TempFolder& operator=(const TempFolder&) = delete;
+    std::string file(const std::string& name) const { return path_ + "/" + name; }
+    const std::string& path() const { return path_; }
+
+private:
+    std::string path_;
+};
+
+std::string readFile(const std::string& path);
+void writeFile(const std::string& path, const std::string& text);
+
+//  Number of open descriptors of this process.
+std::size_t openDescriptors();
+
+//  Standard output goes to memory while this lives.
+class StdoutCapture {
+public:
+    StdoutCapture();
+    ~StdoutCapture();
+    StdoutCapture(const StdoutCapture&) = delete;
+    StdoutCapture& operator=(const StdoutCapture&) = delete;
+    //  Everything printed so far.
+    std::string text() const;
+
+private:
+    int saved_;
+    int memory_;
+};
+
+//  A file in memory with a path of its own.
+class MemoryFile {
+public:
+    MemoryFile();
+    ~MemoryFile();
+    MemoryFile(const MemoryFile&) = delete;
+    MemoryFile& operator=(const MemoryFile&) = delete;
+    void write(const std::string& bytes) const;
+    const char* path() const { return path_.c_str(); }
+
+private:
+    int fd_;
+    std::string path_;
+};
+
+//  The rows of a table in tests/data: the fields between tabs, with \n \r \t \\ \xHH replaced; lines that begin with //
+//  and empty lines are left out.
+std::vector<Lines> readTable(const std::string& name);
+
+#endif
