@@ -50,7 +50,8 @@ public:
     ~string_() { release(); }
 
     string_& operator=(const string_& other) {
-        assign(other);
+        if (this != &other)
+            assign(other);
         return *this;
     }
     //  Swaps the buffers: other holds the old text afterwards.

@@ -56,9 +56,10 @@ def lock_holders(host):
     """The pids that hold a lock on the pid file. Those that wait for it are not among them."""
     if not host.sandbox.path(PIDFILE).exists():
         return []
-    inode = f":{os.stat(host.sandbox.path(PIDFILE)).st_ino}"
+    status = os.stat(host.sandbox.path(PIDFILE))
+    file = f"{os.major(status.st_dev):02x}:{os.minor(status.st_dev):02x}:{status.st_ino}"
     lines = [line.split() for line in host.sandbox.path("/proc/locks").read_text().splitlines()]
-    return [int(line[4]) for line in lines if line[1] != "->" and line[5].endswith(inode)]
+    return [int(line[4]) for line in lines if line[1] != "->" and line[5] == file]
 
 
 def services(host, parents):
