@@ -3,9 +3,10 @@
 from pathlib import Path
 
 import pytest
-from host import DNS, INI, RDB
+from host import DIRECTORY, DNS, INI, RDB
 
 RECEIVER = Path(__file__).with_name("udp_receiver.py")
+SENDER = Path(__file__).with_name("udp_sender.py")
 QUIET_OUTPUT = b"\nStart success!\n\nexit signal 15.\n"
 
 
@@ -31,6 +32,7 @@ def receive(host, address="127.0.0.1", port=5140):
         output = receiver.wait_for_output(record.hex().encode() + b"\n")
         return [bytes.fromhex(line) for line in output.decode().splitlines()[1:]]
 
+    until.pid = receiver.pid
     return until
 
 
@@ -136,3 +138,68 @@ def test_330_a_record_that_does_not_fit_is_dropped_whole(host):
     host.stop(process)
     assert until(STOP)[-2:] == [header(40) + b"recv: " + b"b" * room, STOP]
     assert not any(b"aaa" in record for record in until(STOP))
+
+
+def names(host, *lines):
+    """Gives the sandbox a hosts file of its own."""
+    host.sandbox.path("/mnt/hosts").write_text("".join(f"{line}\n" for line in lines))
+    host.sandbox.run("mount", "--bind", "/mnt/hosts", "/etc/hosts")
+
+
+def test_331_a_name_with_addresses_of_both_kinds_is_reached_over_ipv4(host):
+    names(host, "::1 logs.example", "127.0.0.1 logs.example")
+    host.settings(logurl="udp://logs.example:5140/netsvc")
+    until, over_ipv6 = receive(host), receive(host, "::1")
+    process, _ = host.run()
+    host.stop(process)
+    assert until(STOP) == START + [STOP]
+    host.sandbox.run("/usr/bin/python3", "-I", "-S", SENDER, "::1", "5140")
+    assert over_ipv6(b"end") == [b"end"]
+
+
+def test_332_a_name_without_an_ipv4_address_is_reached_over_ipv6(host):
+    names(host, "::1 logs.example")
+    host.settings(logurl="udp://logs.example:5140/netsvc")
+    until = receive(host, "::1")
+    process, _ = host.run()
+    host.stop(process)
+    assert until(STOP) == START + [STOP]
+
+
+def test_333_a_name_that_is_not_known_leaves_the_service_silent_and_running(host):
+    names(host, "127.0.0.1 localhost")
+    host.settings(logurl="udp://logs.example:5140/netsvc")
+    process, hand = host.run(RDB)
+    hand.advance(0.1)
+    assert host.library.puts() == [b"null"]
+    assert host.stop(process) == QUIET_OUTPUT
+
+
+def test_334_a_receiver_that_never_reads_holds_nothing_up(host):
+    host.settings(logurl="udp://127.0.0.1:5140/netsvc?level=dbg")
+    host.sandbox.add_address("2001:db8::1/64")
+    until = receive(host)
+    host.sandbox.run("kill", "-STOP", str(until.pid))
+    process, hand = host.run(RDB, DNS)
+    hand.advance(0.1)
+    for _ in range(100):
+        host.library.reply(0, b"x" * 30_000)  # 3 MB, more than a receiver's buffer takes
+    hand.advance(600)
+    assert host.library.puts() == [b"2001:db8::1"] * 2
+    assert host.stop(process) == QUIET_OUTPUT
+
+
+def test_335_a_background_start_with_closed_standard_descriptors_keeps_its_log(host):
+    host.settings(logurl="udp://127.0.0.1:5140/netsvc")
+    until = receive(host)
+    settings = [f"{name}={value}" for name, value in (host.clock.env | host.library.env).items()]
+    script = 'exec env "$@" ./addrpubd -start <&- >&- 2>&-'
+    parent = host.sandbox.spawn("sh", "-c", script, "sh", *settings, cwd=DIRECTORY)
+    host.clock.of(parent).let_run(31)
+    assert parent.wait() == 0
+    child = host.sandbox.adopt(host.lock_holder())
+    host.clock.of(child).wait_parked()
+    host.library.connect(RDB)
+    child.kill()
+    assert child.wait() == 0
+    assert until(STOP) == START + [header(30) + b"connect rdb server rdb://192.0.2.1:900 success.", STOP]

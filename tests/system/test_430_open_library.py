@@ -73,3 +73,9 @@ def test_433_the_service_ends_on_ctrl_c_with_both_servers_connected(open_host):
     process.type(b"\x03")
     assert process.wait() == 0
     assert process.output_so_far().endswith(b"stop addrpubd service success.\r\n")
+
+
+def test_434_a_refused_dns_url_fails_the_start_beside_a_server_that_just_connects(open_host):
+    open_host.settings(logurl=None, **(SETTINGS | {"dnsurl": "no url"}))
+    for _ in range(50):
+        assert open_host.command("-run") == b"\nStart failed!\n"
