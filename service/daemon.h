@@ -28,7 +28,8 @@ public:
     //  runs already, 1 without access, -1 when there is no child; in a child that could not change its directory, 2.
     int start();
 
-    //  Ends the running instance by SIGTERM, and by SIGKILL after timeout_seconds of waiting; at once when that is below 1.
+    //  Ends the running instance by SIGTERM, and by SIGKILL after timeout_seconds of waiting, at once when that is below
+    //  1.
     void stop(int timeout_seconds);
 
     //  Prints whether an instance runs.

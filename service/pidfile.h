@@ -20,8 +20,8 @@ enum class PidFileState {
 //  descriptor, owned by the caller, or -1. Being able to is the only privilege test there is.
 int openPidFile(const char* path);
 
-//  Asks the kernel who holds the lock on fd. holder receives the pid when the state is held, else it stays: 0 when the holder lives in
-//  a pid namespace that is not visible here, -1 when the lock belongs to no process.
+//  Asks the kernel who holds the lock on fd. When the state is held, holder receives the pid: 0 when that process lives
+//  in a pid namespace that is not visible here, -1 when the lock belongs to no process. Else holder stays as it is.
 PidFileState queryPidLock(int fd, pid_t& holder);
 
 //  Waits for the lock on fd, takes it, and makes this process's pid the file's only content. Returns 0, or -1 on

@@ -122,8 +122,8 @@ bool CRunCls::importTag(RdbTag& tag) {
     return result == 0;
 }
 
-//  Whatever becomes of the request, it counts as sent. Without an address nothing is sent or remembered: a list that comes
-//  back as it was is due when it would have been, another one is sent at once.
+//  Whatever becomes of the request, it counts as sent. Without an address nothing is sent or remembered: a list that
+//  comes back as it was is due when it would have been, another one is sent at once.
 void CRunCls::sendUpdate(time_t now) {
     if (dns_handle < 0 || dns_connected == 0 || address_list == no_address)
         return;

@@ -3,8 +3,8 @@
 //      size class   one block size and all its heaps (olk_blk_alloctor.h); 30 of them, 16 bytes to 4 MiB
 //      big block    one mapping per request above 4 MiB
 //
-//      big block:   | maplen | 0 | user's bytes ... |      the user's address is 16 bytes behind the mapping's start; the 0
-//                   0        8   16                        stands where a class block names its heap (address - 8)
+//      big block:   | maplen | 0 | user's bytes ... |   the user's address is 16 bytes behind the mapping's start; the 0
+//                   0        8   16                     stands where a class block names its heap (address - 8)
 //
 //  One instance serves the whole process. It is built before every other global object of the program and destroyed
 //  after all of them, so a global object may free what it holds in its destructor.

@@ -1,5 +1,5 @@
-//  The object heap: equal slots for objects of at most objsize bytes, cut from page mappings and aligned to 8 bytes. Every record of the allocator itself
-//  lives here, so the size classes above need no other heap.
+//  The object heap: equal slots for objects of at most objsize bytes, cut from page mappings and aligned to 8 bytes.
+//  Every record of the allocator itself lives here, so the size classes above need no other heap.
 //
 //      obj_page at the start of a mapping                                        maplen
 //      | maplen | slotsize | freecount | slotcount | bump | freelist | next | slot 0 | slot 1 | ... |

@@ -6,8 +6,8 @@
 //      scheme        ^^^^ port                         ipv4, ipv6: the host's addresses, from the resolver
 //
 //  Characters are taken as they are: nothing is decoded, no case is changed, there is no user part. Without a scheme the
-//  text is read from its start as host part. A "?" in front of the first "/" belongs to a plain host part, unless there is
-//  no "/" at all. A bracketed host may lack its "]", and what follows it other than ":" and "/" begins the path. Ports
+//  text is read from its start as host part. A "?" in front of the first "/" belongs to a plain host part, unless there
+//  is no "/" at all. A bracketed host may lack its "]", and what follows it other than ":" and "/" begins the path. Ports
 //  are read as strtol reads numbers and wrap to 16 bits.
 //
 //  Threads: as for any plain object; parse waits for the resolver.
