@@ -2,13 +2,19 @@
 //  closed and opened again when it fails.
 //
 //      closed --open() ok--> open --any request returns errorBackendFailed--> close() --back-off--> open() ...
+//                             |
+//                             +--a request returns errorServerRefused--> stays open; the request is made again later
 //
-//  Threads: open, close and the requests are called on the worker's thread only; serves() on any thread.
+//  The worker remembers what the user of the handle wants the server to hold and makes the request again until it
+//  succeeds. So every request may come more than once, and a back end keeps nothing of a failed one.
+//
+//  Threads: open, close, the requests and the checks are called on the worker's thread only; serves() on any thread.
 #ifndef RDBAPI_OPEN_BACKEND_H
 #define RDBAPI_OPEN_BACKEND_H
 
 #include "open_errors.h"
 #include "rdbapi.h"
+#include "waiter.h"
 
 #include <span>
 #include <string>
@@ -16,8 +22,15 @@
 
 namespace rdbopen {
 
-//  How a request ended. errorBackendFailed means that the back end has to be opened again; every other code leaves it
-//  as it is. reason is for the operator, empty unless the back end failed, and never holds a password.
+//  User and password as rdb_connectex got them; the password may name a file (secret.h).
+struct Credentials {
+    std::string user;
+    std::string password;
+};
+
+//  How a request ended. errorBackendFailed means that the back end has to be opened again, errorServerRefused that the
+//  server answered and did not do it; every other code leaves the back end as it is and is final. reason is for the
+//  operator, empty but for these two, and never holds a password.
 struct Outcome {
     int code = errorNone;
     std::string reason;
@@ -25,6 +38,10 @@ struct Outcome {
 
 inline Outcome backendFailed(std::string reason) {
     return {errorBackendFailed, std::move(reason)};
+}
+
+inline Outcome serverRefused(std::string reason) {
+    return {errorServerRefused, std::move(reason)};
 }
 
 class Backend {
@@ -42,8 +59,9 @@ public:
     //  Says which group of requests the back end has; the other group is refused with errorNotSupported.
     virtual bool serves(Service service) const noexcept = 0;
 
-    //  Makes the first exchange. Returns errorNone only when requests can succeed from now on.
-    virtual Outcome open() = 0;
+    //  Makes the first exchange. Every wait of this and of later requests goes through waiter, which outlives the back
+    //  end's last close. Returns errorNone only when requests can succeed from now on.
+    virtual Outcome open(const Waiter& waiter) = 0;
 
     //  Gives everything back. Also called when open failed or was never called.
     virtual void close() noexcept = 0;
@@ -58,6 +76,21 @@ public:
 
     //  Returns the reply text to a request that is not carried out.
     virtual std::string refusal(std::string_view, int) { return {}; }
+
+    //  A descriptor that becomes readable when the server has closed the connection, or -1. Looked at while no request
+    //  is served; then probe and the checks follow.
+    virtual int watchedDescriptor() const noexcept { return -1; }
+
+    //  How long after the last exchange the worker makes probe and the checks. Zero for never.
+    virtual std::chrono::milliseconds checkInterval() const noexcept { return {}; }
+
+    //  Looks whether the connection is sound, and takes what made the watched descriptor readable.
+    virtual Outcome probe() { return {}; }
+
+    //  Look whether the server still holds what a successful put or message left there. Also called after each open.
+    //  Return errorNone when it does, errorNotHeld when it does not, or how the look failed.
+    virtual Outcome checkValue(const RdbSnapshot&) { return {}; }
+    virtual Outcome checkMessage(std::string_view) { return {}; }
 };
 
 }  // namespace rdbopen

@@ -3,6 +3,7 @@
 #include "dns_request.h"
 #include "file_lock.h"
 #include "file_replace.h"
+#include "file_url.h"
 #include "hosts_file.h"
 
 #include <cerrno>
@@ -28,7 +29,7 @@ public:
     std::string label() const override { return "hosts://" + path_; }
     bool serves(Service service) const noexcept override { return service == Service::messages; }
 
-    Outcome open() override;
+    Outcome open(const Waiter& waiter) override;
     void close() noexcept override {}
     Outcome message(std::string_view text, std::string& reply) override;
     std::string refusal(std::string_view text, int code) override;
@@ -39,7 +40,7 @@ private:
     std::string path_;
 };
 
-Outcome HostsBackend::open() {
+Outcome HostsBackend::open(const Waiter&) {
     FilePlace place;
     if (const int error = resolveFile(path_, place); error != 0)
         return failedTo("the folder cannot be reached", error);
@@ -95,8 +96,11 @@ std::string HostsBackend::refusal(std::string_view text, int code) {
 
 }  // namespace
 
-std::unique_ptr<Backend> makeHostsBackend(const std::string& path) {
-    return std::make_unique<HostsBackend>(path);
+int makeHostsBackend(const Url& url, const Credentials&, std::unique_ptr<Backend>& backend, std::string& reason) {
+    if (!namesOneFile(url, reason))
+        return errorBadUrl;
+    backend = std::make_unique<HostsBackend>(url.path);
+    return errorNone;
 }
 
 }  // namespace rdbopen

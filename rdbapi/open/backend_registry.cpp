@@ -1,5 +1,6 @@
 #include "backend_registry.h"
 
+#include "backend_log.h"
 #include "url.h"
 
 #ifdef RDBOPEN_WITH_HOSTS
@@ -15,42 +16,30 @@ namespace {
 
 struct Scheme {
     std::string_view name;
-    std::unique_ptr<Backend> (*make)(const std::string& path);
+    int (*make)(const Url& url, const Credentials& credentials, std::unique_ptr<Backend>& backend, std::string& reason);
 };
 
-//  The embedded back ends: each serves one file on this machine, named by the url's path.
 constexpr Scheme schemes[] = {
+    {"log", makeLogBackend},
 #ifdef RDBOPEN_WITH_SQLITE
     {"sqlite", makeSqliteBackend},
 #endif
 #ifdef RDBOPEN_WITH_HOSTS
     {"hosts", makeHostsBackend},
 #endif
-    {"", nullptr},
 };
-
-bool namesOneFile(const Url& url) {
-    return url.authority.empty() && url.path.size() > 1 && url.path.front() == '/' && url.path.back() != '/';
-}
 
 }  // namespace
 
-int makeBackend(std::string_view url_text, std::unique_ptr<Backend>& backend, std::string& reason) {
+int makeBackend(std::string_view url_text, const Credentials& credentials, std::unique_ptr<Backend>& backend,
+                std::string& reason) {
     backend.reset();
     Url url;
     if (!parseUrl(url_text, url, reason))
         return errorBadUrl;
-    for (const Scheme& scheme : schemes) {
-        if (scheme.make == nullptr || scheme.name != url.scheme)
-            continue;
-        if (!namesOneFile(url)) {
-            reason = "malformed url: " + url.scheme + " needs the absolute path of a file, as in " + url.scheme +
-                     ":///var/lib/addrpubd/file";
-            return errorBadUrl;
-        }
-        backend = scheme.make(url.path);
-        return errorNone;
-    }
+    for (const Scheme& scheme : schemes)
+        if (scheme.name == url.scheme)
+            return scheme.make(url, credentials, backend, reason);
     reason = "unknown url scheme " + url.scheme;
     return errorUnknownScheme;
 }

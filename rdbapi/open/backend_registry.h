@@ -8,9 +8,10 @@
 
 namespace rdbopen {
 
-//  Makes the back end for url_text, unopened. Stores null in backend on failure, with the reason, which holds no password.
-//  Returns errorNone, errorBadUrl or errorUnknownScheme.
-int makeBackend(std::string_view url_text, std::unique_ptr<Backend>& backend, std::string& reason);
+//  Makes the back end for url_text, unopened and without any exchange. Stores null in backend on failure, with the
+//  reason, which holds no password. Returns errorNone, errorBadUrl or errorUnknownScheme.
+int makeBackend(std::string_view url_text, const Credentials& credentials, std::unique_ptr<Backend>& backend,
+                std::string& reason);
 
 }  // namespace rdbopen
 

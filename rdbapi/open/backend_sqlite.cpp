@@ -1,6 +1,7 @@
 #include "backend_sqlite.h"
 
 #include "clock.h"
+#include "file_url.h"
 #include "sqlite_schema.h"
 
 #include <sys/stat.h>
@@ -17,7 +18,7 @@ public:
     std::string label() const override { return "sqlite://" + path_; }
     bool serves(Service service) const noexcept override { return service == Service::tags; }
 
-    Outcome open() override;
+    Outcome open(const Waiter& waiter) override;
     void close() noexcept override;
     Outcome tagGet(RdbTag& tag) override;
     Outcome tagImport(const RdbTag& tag) override;
@@ -40,7 +41,7 @@ private:
     ino_t inode_ = 0;
 };
 
-Outcome SqliteBackend::open() {
+Outcome SqliteBackend::open(const Waiter&) {
     if (database_.open(path_) != SQLITE_OK)
         return failed("cannot be opened");
     if (std::string refusal = sqliteFileRefusal(database_); !refusal.empty())
@@ -180,8 +181,11 @@ Outcome SqliteBackend::transaction(Body body) {
 
 }  // namespace
 
-std::unique_ptr<Backend> makeSqliteBackend(const std::string& path) {
-    return std::make_unique<SqliteBackend>(path);
+int makeSqliteBackend(const Url& url, const Credentials&, std::unique_ptr<Backend>& backend, std::string& reason) {
+    if (!namesOneFile(url, reason))
+        return errorBadUrl;
+    backend = std::make_unique<SqliteBackend>(url.path);
+    return errorNone;
 }
 
 }  // namespace rdbopen

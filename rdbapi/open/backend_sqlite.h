@@ -4,12 +4,15 @@
 #define RDBAPI_OPEN_BACKEND_SQLITE_H
 
 #include "backend.h"
+#include "url.h"
 
 #include <memory>
 
 namespace rdbopen {
 
-std::unique_ptr<Backend> makeSqliteBackend(const std::string& path);
+//  Returns errorNone, or errorBadUrl with the reason. Knows no users: access is the file system's business.
+int makeSqliteBackend(const Url& url, const Credentials& credentials, std::unique_ptr<Backend>& backend,
+                      std::string& reason);
 
 }  // namespace rdbopen
 

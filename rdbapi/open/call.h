@@ -2,7 +2,7 @@
 //  the other's memory.
 //
 //      WaitingCall: caller waits ---- worker: run, complete ----> caller copies the result out
-//                        \---- limit: abandoned; the worker skips it, or completes it unseen
+//                        \---- limit: abandoned; the worker sees to it later, or completes it unseen
 //      MessageCall: caller goes on; worker: run, complete = reply callback
 //
 //  Shared by shared_ptr; whoever is later frees it.
@@ -11,6 +11,7 @@
 
 #include "backend.h"
 #include "timed_condition.h"
+#include "wanted.h"
 
 #include <mutex>
 #include <string>
@@ -33,6 +34,9 @@ public:
 
     //  Takes note that it ends without run, for the reason code.
     virtual void refuse(Backend&, int) {}
+
+    //  Tells what it wants the server to hold, and that it ended with code.
+    virtual void note(Wanted&, int) const {}
 
     //  Tells its caller how it ended. closed: the handle was closed, so no callback is called.
     virtual void complete(int code, bool closed) = 0;
@@ -59,18 +63,27 @@ private:
 struct TagGetCall : WaitingCall {
     explicit TagGetCall(const RdbTag& query) : tag(query) {}
     Outcome run(Backend& backend) override { return backend.tagGet(tag); }
+    void note(Wanted& wanted, int code) const override {
+        if (code == errorNone && tag.tagclass == RDB_TAG_CLASS_USABLE)
+            wanted.noteTag(tag, code);
+    }
     RdbTag tag;
 };
 
 struct TagImportCall : WaitingCall {
     explicit TagImportCall(const RdbTag& definition) : tag(definition) {}
     Outcome run(Backend& backend) override { return backend.tagImport(tag); }
+    void note(Wanted& wanted, int code) const override { wanted.noteTag(tag, code); }
     RdbTag tag;
 };
 
 struct PutCall : WaitingCall {
     PutCall(const RdbSnapshot* first, int count) : records(first, first + count) {}
     Outcome run(Backend& backend) override { return backend.put(records); }
+    void note(Wanted& wanted, int code) const override {
+        for (const RdbSnapshot& record : records)
+            wanted.noteValue(record, code);
+    }
     std::vector<RdbSnapshot> records;
 };
 
@@ -80,6 +93,7 @@ public:
 
     Outcome run(Backend& backend) override { return backend.message(text_, reply_); }
     void refuse(Backend& backend, int code) override { reply_ = backend.refusal(text_, code); }
+    void note(Wanted& wanted, int code) const override { wanted.noteMessage(text_, code); }
     void complete(int code, bool closed) override;
 
 private:

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <arpa/inet.h>
+#include <limits>
 #include <nlohmann/json.hpp>
 
 namespace rdbopen {
@@ -55,6 +56,23 @@ bool takeAddresses(const json& item, const char* key, int family, std::vector<st
     return true;
 }
 
+bool takePorts(const json& item, std::vector<std::uint16_t>& ports) {
+    const auto list = item.find("httpsports");
+    if (list == item.end())
+        return true;
+    if (!list->is_array())
+        return false;
+    for (const json& element : *list) {
+        const auto* number = element.get_ptr<const json::number_unsigned_t*>();
+        if (number == nullptr || *number == 0 || *number > std::numeric_limits<std::uint16_t>::max())
+            return false;
+        const auto port = static_cast<std::uint16_t>(*number);
+        if (std::find(ports.begin(), ports.end(), port) == ports.end())
+            ports.push_back(port);
+    }
+    return true;
+}
+
 }  // namespace
 
 std::string parseDnsRequest(std::string_view text, DnsRequest& request) {
@@ -79,6 +97,8 @@ std::string parseDnsRequest(std::string_view text, DnsRequest& request) {
         return "ipv4s is not a list of IPv4 addresses";
     if (!takeAddresses(*item, "ipv6s", AF_INET6, request.addresses))
         return "ipv6s is not a list of IPv6 addresses";
+    if (!takePorts(*item, request.httpsPorts))
+        return "httpsports is not a list of port numbers";
     return {};
 }
 

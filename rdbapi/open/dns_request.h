@@ -3,7 +3,7 @@
 //      {"request":"ws_dnsupdate","seqno":5,"item":{"name":"host1","ipv6s":["2001:db8::1","2001:db8::2"],...}}
 //      {"seqno":5,"code":0,"message":"ok"}
 //
-//  Of the item, "name", "ipv4s" and "ipv6s" count; both lists may be left out. Other members are passed over.
+//  Of the item, "name", "ipv4s", "ipv6s" and "httpsports" count; the lists may be left out. Other members are passed over.
 #ifndef RDBAPI_OPEN_DNS_REQUEST_H
 #define RDBAPI_OPEN_DNS_REQUEST_H
 
@@ -19,6 +19,7 @@ struct DnsRequest {
     std::optional<std::int64_t> seqno;   // none when the request had no usable one; also set when the rest is refused
     std::string name;                    // letters, digits, "-", "_" and "."; labels of 1 to 63, in all 1 to 253
     std::vector<std::string> addresses;  // IPv4 before IPv6, as given, each once
+    std::vector<std::uint16_t> httpsPorts;  // as given, each once; never 0
 };
 
 //  Takes text apart. Returns an empty text, or the reason why it is refused.

@@ -5,6 +5,7 @@
 #include "timed_condition.h"
 #include "worker.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <mutex>
 #include <new>
@@ -79,20 +80,46 @@ void HandleSlot::wake() const noexcept {
     errno = saved;
 }
 
-bool HandleSlot::waitForWake(std::chrono::milliseconds timeout) const noexcept {
-    pollfd descriptor{wakefd_.load(), POLLIN, 0};
-    const int ready = poll(&descriptor, 1, static_cast<int>(timeout.count()));
-    if (ready > 0) {
-        std::uint64_t count = 0;
-        [[maybe_unused]] const auto taken = read(descriptor.fd, &count, sizeof count);
+HandleSlot::Awoken HandleSlot::waitForWake(std::chrono::milliseconds timeout, int descriptor) const noexcept {
+    pollfd descriptors[]{{wakefd_.load(), POLLIN, 0}, {descriptor, POLLIN, 0}};
+    const int ready = poll(descriptors, descriptor < 0 ? 1 : 2, static_cast<int>(timeout.count()));
+    if (ready == 0)
+        return Awoken::byTime;
+    const bool woken = ready < 0 || descriptors[0].revents != 0;
+    if (woken)
+        takeWake();
+    return woken ? Awoken::byWake : Awoken::byDescriptor;
+}
+
+Waiter::Result HandleSlot::waitForDescriptor(int descriptor, short events,
+                                             std::chrono::milliseconds until) const noexcept {
+    for (;;) {
+        if (closed())
+            return Waiter::Result::closed;
+        const auto left = std::max(until - monotonicNow(), std::chrono::milliseconds(0));
+        pollfd descriptors[]{{descriptor, events, 0}, {wakefd_.load(), POLLIN, 0}};
+        const int ready = poll(descriptors, 2, static_cast<int>(left.count()));
+        if (ready < 0 && errno != EINTR)
+            return Waiter::Result::failed;
+        if (ready > 0 && descriptors[0].revents != 0)
+            return Waiter::Result::ready;
+        if (ready > 0)
+            takeWake();
+        if (ready == 0)
+            return Waiter::Result::timedOut;
     }
-    return ready != 0;
+}
+
+//  The wake-up itself means nothing: whoever takes it looks at the flags and the queue again before the next wait.
+void HandleSlot::takeWake() const noexcept {
+    std::uint64_t count = 0;
+    [[maybe_unused]] const auto taken = read(wakefd_.load(), &count, sizeof count);
 }
 
 void HandleSlot::pause(std::chrono::milliseconds time) const noexcept {
     const auto until = monotonicNow() + time;
     for (auto left = time; left.count() > 0 && !closed(); left = until - monotonicNow())
-        if (!waitForWake(left))
+        if (waitForWake(left) == Awoken::byTime)
             return;
 }
 

@@ -18,6 +18,8 @@
 #ifndef RDBAPI_OPEN_HANDLE_TABLE_H
 #define RDBAPI_OPEN_HANDLE_TABLE_H
 
+#include "waiter.h"
+
 #include <atomic>
 #include <chrono>
 #include <cstdint>
@@ -45,8 +47,13 @@ public:
     //  Ends a wait of the worker, now or when it begins. Async-signal-safe; errno is kept.
     void wake() const noexcept;
 
-    //  Waits for wake. Without a limit when timeout is negative. Returns false when the time ran out.
-    bool waitForWake(std::chrono::milliseconds timeout) const noexcept;
+    //  Waits for wake, for descriptor to have something to read (-1 for none), or for the time to run out; without a
+    //  limit when timeout is negative.
+    enum class Awoken { byWake, byDescriptor, byTime };
+    Awoken waitForWake(std::chrono::milliseconds timeout, int descriptor = -1) const noexcept;
+
+    //  Waits until descriptor is ready for events, as Waiter::wait has it.
+    Waiter::Result waitForDescriptor(int descriptor, short events, std::chrono::milliseconds until) const noexcept;
 
     //  Waits for the whole time, or until the slot is closed.
     void pause(std::chrono::milliseconds time) const noexcept;
@@ -57,6 +64,7 @@ private:
     friend int giveBackHandle(int handle) noexcept;
     friend class PinnedHandle;
 
+    void takeWake() const noexcept;
     bool claim(int index, int& handle);
     bool reusable() const noexcept;
     bool windingDown() const noexcept;

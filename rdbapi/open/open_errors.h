@@ -24,6 +24,8 @@ enum Error : int {
     errorBackendFailed = 1014,      // the back end failed and is being opened again; the reason is in syslog
     errorNoResources = 1015,        // no memory or no thread
     errorInCallback = 1016,         // a waiting call from inside a callback of the same handle, which it would block
+    errorServerRefused = 1017,      // the server answered and did not do it; it is asked again; the reason is in syslog
+    errorNotHeld = 1018,            // never returned to callers: the server has lost what it once took
 };
 
 }  // namespace rdbopen

@@ -53,15 +53,13 @@ int rdb_setmessagenotify(int handle, RdbMessageNotify callback, void* user) {
     return withWorker(handle, [&](Worker& worker) { return worker.setNotify(callback, user); });
 }
 
-//  The embedded back ends know no users: access is the file system's business. A back end that logs in takes both
-//  texts along.
 int rdb_connectex(int handle, const char* url, const char* user, const char* password, int reserved) {
     if (url == nullptr || user == nullptr || password == nullptr || reserved != 0)
         return errorBadArgument;
     return withWorker(handle, [&](Worker& worker) {
         std::unique_ptr<Backend> backend;
         std::string reason;
-        const int refused = makeBackend(url, backend, reason);
+        const int refused = makeBackend(url, {user, password}, backend, reason);
         if (refused == errorNone)
             return worker.start(std::move(backend));
         reportFailure("rdb_connectex", reason);

@@ -17,6 +17,10 @@ void reportFailure(std::string_view subject, std::string_view reason) noexcept {
     report(LOG_ERR, subject, reason);
 }
 
+void reportNote(std::string_view subject, std::string_view text) noexcept {
+    report(LOG_INFO, subject, text);
+}
+
 void reportRecovery(std::string_view subject, std::string_view text) noexcept {
     report(LOG_NOTICE, subject, text);
 }

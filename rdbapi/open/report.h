@@ -10,6 +10,9 @@ namespace rdbopen {
 //  Reports at priority err "rdbapi: <subject>: <reason>". Requires: neither text holds a password.
 void reportFailure(std::string_view subject, std::string_view reason) noexcept;
 
+//  Reports at priority info what is or would be done.
+void reportNote(std::string_view subject, std::string_view text) noexcept;
+
 //  Reports at priority notice.
 void reportRecovery(std::string_view subject, std::string_view text) noexcept;
 

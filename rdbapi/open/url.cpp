@@ -1,6 +1,8 @@
 #include "url.h"
 
 #include <algorithm>
+#include <charconv>
+#include <utility>
 
 namespace rdbopen {
 
@@ -29,8 +31,8 @@ constexpr int hexDigit(char c) {
     return -1;
 }
 
-//  RFC 3986 section 2.1. Zero bytes are refused, encoded or not: no path holds one.
-bool decodePath(std::string_view raw, std::string& path) {
+//  RFC 3986 section 2.1. Zero bytes are refused, encoded or not: no path and no option holds one.
+bool decode(std::string_view raw, std::string& decoded) {
     for (std::size_t i = 0; i < raw.size(); ++i) {
         char c = raw[i];
         if (c == '%') {
@@ -43,9 +45,38 @@ bool decodePath(std::string_view raw, std::string& path) {
         }
         if (c == '\0')
             return false;
-        path.push_back(c);
+        decoded.push_back(c);
     }
     return true;
+}
+
+bool decodeOptions(std::string_view query, std::vector<UrlOption>& options) {
+    for (bool more = true; more;) {
+        const std::size_t end = std::min(query.find('&'), query.size());
+        const std::string_view pair = query.substr(0, end);
+        const std::size_t equals = pair.find('=');
+        UrlOption option;
+        if (equals == std::string_view::npos || equals == 0 || !decode(pair.substr(0, equals), option.name) ||
+            !decode(pair.substr(equals + 1), option.value))
+            return false;
+        options.push_back(std::move(option));
+        more = end < query.size();
+        query.remove_prefix(more ? end + 1 : end);
+    }
+    return true;
+}
+
+//  The characters of names (RFC 1123 section 2.1, and the underscore that is seen in practice) and of IPv6 addresses
+//  (RFC 4291 section 2.2, and a zone as RFC 4007 section 11 writes it).
+bool isHost(std::string_view host, bool in_brackets) {
+    constexpr std::size_t longestHost = 253;
+    if (host.empty() || host.size() > longestHost)
+        return false;
+    return std::all_of(host.begin(), host.end(), [in_brackets](char c) {
+        if (isAlpha(c) || (c >= '0' && c <= '9') || c == '.' || c == '-' || c == '_')
+            return true;
+        return in_brackets && (c == ':' || c == '%');
+    });
 }
 
 }  // namespace
@@ -55,25 +86,63 @@ bool parseUrl(std::string_view text, Url& url, std::string& reason) {
         reason = why;
         return false;
     };
-    const std::size_t colon = text.find("://");
-    if (colon == std::string_view::npos || colon == 0)
+    const std::size_t colon = text.find(':');
+    const bool bare = colon != std::string_view::npos && colon + 1 == text.size();
+    if (colon == std::string_view::npos || colon == 0 || (!bare && text.substr(colon, 3) != "://"))
         return refuse("malformed url: it does not begin with a scheme and \"://\"");
     const std::string_view scheme = text.substr(0, colon);
     if (!isAlpha(scheme.front()) || !std::all_of(scheme.begin(), scheme.end(), isSchemeChar))
         return refuse("malformed url: the scheme is not a word");
-    if (text.find_first_of("?#") != std::string_view::npos)
-        return refuse("malformed url: it has a query or a fragment (write ? as %3F and # as %23 in a path)");
+    if (text.find('#') != std::string_view::npos)
+        return refuse("malformed url: it has a fragment (write # as %23)");
 
-    const std::string_view rest = text.substr(colon + 3);
-    const std::size_t slash = std::min(rest.find('/'), rest.size());
+    std::string_view rest = bare ? std::string_view() : text.substr(colon + 3);
     Url parsed;
     parsed.scheme.resize(scheme.size());
     std::transform(scheme.begin(), scheme.end(), parsed.scheme.begin(), toLower);
+    const std::size_t question = rest.find('?');
+    if (question != std::string_view::npos && !decodeOptions(rest.substr(question + 1), parsed.options))
+        return refuse("malformed url: the query is not a list of NAME=VALUE (write ? as %3F in a path)");
+    rest = rest.substr(0, question);
+    const std::size_t slash = std::min(rest.find('/'), rest.size());
     parsed.authority = rest.substr(0, slash);
-    if (!decodePath(rest.substr(slash), parsed.path))
+    if (!decode(rest.substr(slash), parsed.path))
         return refuse("malformed url: the path holds a bad percent-encoding or a zero byte");
     url = std::move(parsed);
     return true;
+}
+
+bool parseNumber(std::string_view text, std::uint32_t most, std::uint32_t& number) {
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+    return error == std::errc() && end == text.data() + text.size() && number <= most;
+}
+
+bool parseServer(std::string_view authority, std::uint16_t default_port, Server& server, std::string& reason) {
+    constexpr std::uint32_t highestPort = 65535;
+    const auto refuse = [&reason](const char* why) {
+        reason = why;
+        return false;
+    };
+    if (authority.find('@') != std::string_view::npos)
+        return refuse("malformed url: user and password have settings of their own and do not belong into the url");
+    const bool brackets = authority.starts_with('[');
+    const std::size_t end = brackets ? authority.find(']') : std::min(authority.find(':'), authority.size());
+    if (end == std::string_view::npos)
+        return refuse("malformed url: the address of the server has no closing bracket");
+    const std::string_view host = brackets ? authority.substr(1, end - 1) : authority.substr(0, end);
+    if (!isHost(host, brackets))
+        return refuse("malformed url: it names no server");
+    std::string_view rest = authority.substr(brackets ? end + 1 : end);
+    std::uint32_t port = default_port;
+    if (!rest.empty() && (rest.front() != ':' || !parseNumber(rest.substr(1), highestPort, port) || port == 0))
+        return refuse("malformed url: the port of the server is not a number from 1 to 65535");
+    server = {std::string(host), static_cast<std::uint16_t>(port)};
+    return true;
+}
+
+std::string serverText(const Server& server) {
+    const std::string port = ":" + std::to_string(server.port);
+    return server.host.find(':') == std::string::npos ? server.host + port : "[" + server.host + "]" + port;
 }
 
 }  // namespace rdbopen

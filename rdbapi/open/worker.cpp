@@ -4,6 +4,7 @@
 #include "clock.h"
 #include "report.h"
 
+#include <algorithm>
 #include <csignal>
 #include <pthread.h>
 
@@ -26,7 +27,8 @@ Outcome guarded(Action action) noexcept {
 
 }  // namespace
 
-Worker::Worker(HandleSlot& slot) : slot_(slot), random_(static_cast<std::uint32_t>(wallNow() % 1000000007)) {}
+Worker::Worker(HandleSlot& slot)
+    : slot_(slot), waiter_(slot), random_(static_cast<std::uint32_t>(wallNow() % 1000000007)) {}
 
 int Worker::setNotify(RdbMessageNotify notify, void* user) {
     const std::lock_guard lock(mutex_);
@@ -112,55 +114,125 @@ void Worker::run() noexcept {
         backend_->close();
         if (connected_)
             tell(RDB_EVENT_DISCONNECTED);
+        noteLoss(end);
         connected_ = false;
         if (slot_.closed())
             return;
-        noteFailure(end);
-        slot_.pause(backoffDelay(failures_, static_cast<std::uint32_t>(random_())));
+        slot_.pause(backoff(losses_));
     }
 }
 
 //  Opens the back end and serves until it fails or the handle is closed.
 Outcome Worker::session() {
-    Outcome opened = backend_->open();
-    if (opened.code != errorNone)
-        return opened;
+    if (Outcome failed = openAndComplete(); failed.code != errorNone)
+        return failed;
     connected_ = true;
+    connectedAt_ = monotonicNow();
     setAccepting(true);
     tell(RDB_EVENT_CONNECTED);
-    while (const std::shared_ptr<Call> call = nextCall()) {
-        Outcome outcome = serve(*call);
+    for (;;) {
+        std::shared_ptr<Call> call;
+        Outcome outcome;
+        switch (nextWork(call)) {
+        case Work::closed:
+            return {errorClosed, {}};
+        case Work::call:
+            outcome = serve(*call);
+            break;
+        case Work::complete:
+            outcome = completeWanted();
+            break;
+        case Work::check:
+            outcome = checkWanted();
+            break;
+        }
+        checkAt_ = monotonicNow() + backend_->checkInterval();
         if (outcome.code == errorBackendFailed)
             return outcome;
-        if (outcome.code == errorNone)
-            noteSuccess();
+        noteOutcome(outcome);
     }
-    return {errorClosed, {}};
+}
+
+//  Returns errorNone when the back end is open, also when the server refuses to be completed: it can be asked at least.
+//  That it works again is told when a request has succeeded, so that one that opens and fails in turn does not tell both
+//  each time.
+Outcome Worker::openAndComplete() {
+    Outcome outcome = backend_->open(waiter_);
+    if (outcome.code != errorNone)
+        return outcome;
+    const bool hadPending = wanted_.pending();
+    outcome = checkWanted();
+    checkAt_ = monotonicNow() + backend_->checkInterval();
+    if (outcome.code == errorBackendFailed)
+        return outcome;
+    if (hadPending || outcome.code != errorNone)
+        noteOutcome(outcome);
+    return {};
 }
 
 Outcome Worker::serve(Call& call) {
-    if (call.abandoned())
-        return {errorTimedOut, {}};
-    Outcome outcome = guarded([&] { return call.run(*backend_); });
-    call.complete(outcome.code, slot_.closed());
+    Outcome outcome{errorTimedOut, {}};
+    if (!call.abandoned()) {
+        outcome = guarded([&] { return call.run(*backend_); });
+        call.complete(outcome.code, slot_.closed());
+    }
+    call.note(wanted_, outcome.code);
     return outcome;
 }
 
-//  Waits for a call. Returns null when the handle is closed.
-std::shared_ptr<Call> Worker::nextCall() {
+Outcome Worker::completeWanted() {
+    return guarded([this] { return wanted_.complete(*backend_); });
+}
+
+Outcome Worker::checkWanted() {
+    Outcome outcome = guarded([this] { return backend_->probe(); });
+    if (outcome.code == errorNone)
+        outcome = guarded([this] { return wanted_.check(*backend_); });
+    return outcome.code == errorNone && wanted_.pending() ? completeWanted() : outcome;
+}
+
+//  Waits for something to do.
+Worker::Work Worker::nextWork(std::shared_ptr<Call>& call) {
     for (;;) {
-        {
-            const std::lock_guard lock(mutex_);
-            if (slot_.closed())
-                return nullptr;
-            if (!queue_.empty()) {
-                std::shared_ptr<Call> call = std::move(queue_.front());
-                queue_.pop_front();
-                return call;
-            }
+        if (slot_.closed())
+            return Work::closed;
+        if (takeCall(call))
+            return Work::call;
+        Work due = Work::check;
+        const auto left = untilDue(due);
+        if (left.count() == 0)
+            return due;
+        switch (slot_.waitForWake(left, backend_->watchedDescriptor())) {
+        case HandleSlot::Awoken::byWake:
+            break;
+        case HandleSlot::Awoken::byDescriptor:
+            return Work::check;
+        case HandleSlot::Awoken::byTime:
+            return due;
         }
-        slot_.waitForWake(std::chrono::milliseconds(-1));
     }
+}
+
+bool Worker::takeCall(std::shared_ptr<Call>& call) {
+    const std::lock_guard lock(mutex_);
+    if (queue_.empty())
+        return false;
+    call = std::move(queue_.front());
+    queue_.pop_front();
+    return true;
+}
+
+//  Stores what is due next. Returns in how many milliseconds, or a negative time when nothing ever is.
+std::chrono::milliseconds Worker::untilDue(Work& due) const {
+    constexpr std::chrono::milliseconds now{0};
+    if (wanted_.pending()) {
+        due = Work::complete;
+        return std::max(completeAt_ - monotonicNow(), now);
+    }
+    due = Work::check;
+    if (backend_->checkInterval() == now)
+        return std::chrono::milliseconds(-1);
+    return std::max(checkAt_ - monotonicNow(), now);
 }
 
 void Worker::setAccepting(bool accepting) {
@@ -178,6 +250,7 @@ void Worker::refuseWaiting() noexcept {
     for (const auto& call : waiting) {
         guarded([&] {
             call->refuse(*backend_, code);
+            call->note(wanted_, code);
             return Outcome{};
         });
         call->complete(code, slot_.closed());
@@ -189,19 +262,37 @@ void Worker::tell(std::int32_t event) noexcept {
         notify_(event, 0, user_);
 }
 
-void Worker::noteFailure(const Outcome& failure) noexcept {
-    ++failures_;
-    if (failure.reason == lastReason_)
+//  Takes note of how a piece of work ended with the back end still open.
+void Worker::noteOutcome(const Outcome& outcome) noexcept {
+    if (outcome.code == errorServerRefused)
+        noteReason(outcome.reason);
+    if (!wanted_.pending()) {
+        if (outcome.code == errorNone)
+            noteSuccess();
+    } else if (outcome.code != errorNone) {
+        completeAt_ = monotonicNow() + backoff(++refusals_);
+    }
+}
+
+void Worker::noteLoss(const Outcome& failure) noexcept {
+    const bool steady = connected_ && monotonicNow() - connectedAt_ >= steadyTime;
+    losses_ = steady ? 1 : losses_ + 1;
+    if (failure.code != errorClosed)
+        noteReason(failure.reason);
+}
+
+void Worker::noteReason(const std::string& reason) noexcept {
+    if (reason == lastReason_)
         return;
     guarded([&] {
-        reportFailure(backend_->label(), failure.reason);
-        lastReason_ = failure.reason;
+        reportFailure(backend_->label(), reason);
+        lastReason_ = reason;
         return Outcome{};
     });
 }
 
 void Worker::noteSuccess() noexcept {
-    failures_ = 0;
+    refusals_ = 0;
     if (lastReason_.empty())
         return;
     guarded([&] {
@@ -209,6 +300,10 @@ void Worker::noteSuccess() noexcept {
         lastReason_.clear();
         return Outcome{};
     });
+}
+
+std::chrono::milliseconds Worker::backoff(unsigned failures) {
+    return backoffDelay(failures, static_cast<std::uint32_t>(random_()));
 }
 
 }  // namespace rdbopen

@@ -1,13 +1,19 @@
 #  The open client library. Its back ends are tested when they are built.
 
 addrpubd_unit_test(open_parts_test
-    SOURCES open_backoff_test.cpp open_url_test.cpp
-    LIBS rdbapi_open)
+    SOURCES open_backend_log_test.cpp open_backoff_test.cpp open_secret_test.cpp open_url_test.cpp open_wanted_test.cpp
+    LIBS rdbapi_open
+    WRAP syslog)
+
+addrpubd_unit_test(open_tcp_stream_test
+    SOURCES open_tcp_stream_test.cpp
+    LIBS rdbapi_open
+    WRAP connect getsockopt poll recv send socket)
 
 addrpubd_unit_test(open_worker_test
-    SOURCES open_worker_test.cpp
+    SOURCES open_worker_test.cpp open_worker_wanted_test.cpp open_worker_wraps.cpp
     LIBS rdbapi_open
-    WRAP poll pthread_cond_clockwait pthread_create syslog)
+    WRAP clock_gettime poll pthread_cond_clockwait pthread_create syslog)
 
 addrpubd_unit_test(open_handle_table_test
     SOURCES open_handle_table_test.cpp

@@ -113,7 +113,7 @@ TEST_F(HostsBackend, TagCallsAreNotSupported) {
 
 //  Opening without a worker, so that the failure is the test's to see.
 int openCode(const std::string& path) {
-    return makeHostsBackend(path)->open().code;
+    return backendFor("hosts://" + path)->open(plainWaiter).code;
 }
 
 TEST(HostsBackendOpen, AFolderThatIsMissingFails) {

@@ -35,7 +35,7 @@ using namespace rdbopen;
 class SqliteBackend : public testing::Test {
 protected:
     void open() {
-        const Outcome outcome = backend->open();
+        const Outcome outcome = backend->open(plainWaiter);
         ASSERT_EQ(outcome.code, 0) << outcome.reason;
     }
     void openWithTag(const std::string& name) {
@@ -59,7 +59,7 @@ protected:
 
     Folder folder;
     const std::string file = folder.file("rdb.db");
-    std::unique_ptr<Backend> backend = makeSqliteBackend(file);
+    std::unique_ptr<Backend> backend = backendFor("sqlite://" + file);
 };
 
 TEST_F(SqliteBackend, AMissingFileBecomesADatabaseWithItsMarks) {
@@ -194,7 +194,7 @@ TEST_F(SqliteBackend, ADatabaseOfAnotherProgramIsRefusedAndLeftUntouched) {
     for (const char* mode : {"PRAGMA journal_mode = DELETE", "PRAGMA journal_mode = WAL"}) {
         makeForeign((std::string(mode) + "; CREATE TABLE mine" + std::string(1, mode[22]) + "(x)").c_str());
         const std::string before = readText(file);
-        const Outcome outcome = backend->open();
+        const Outcome outcome = backend->open(plainWaiter);
         backend->close();
         EXPECT_EQ(outcome.code, errorBackendFailed);
         EXPECT_EQ(outcome.reason, "the file is a database of another program");
@@ -205,7 +205,7 @@ TEST_F(SqliteBackend, ADatabaseOfAnotherProgramIsRefusedAndLeftUntouched) {
 TEST_F(SqliteBackend, AFileThatIsNoDatabaseIsRefusedAndLeftUntouched) {
     for (const std::string& text : {std::string("x"), std::string(5000, 'x'), std::string("SQLite format 3")}) {
         writeText(file, text);
-        EXPECT_EQ(backend->open().reason, "the file is not a database");
+        EXPECT_EQ(backend->open(plainWaiter).reason, "the file is not a database");
         backend->close();
         EXPECT_TRUE(readText(file) == text);
     }
@@ -215,23 +215,23 @@ TEST_F(SqliteBackend, ADatabaseOfALaterVersionIsRefused) {
     open();
     backend->close();
     makeForeign("PRAGMA user_version = 2");
-    EXPECT_EQ(backend->open().reason, "the file is a database of another version of this program");
+    EXPECT_EQ(backend->open(plainWaiter).reason, "the file is a database of another version of this program");
 }
 
 TEST_F(SqliteBackend, AMissingTableIsAFailureToOpen) {
     open();
     backend->close();
     makeForeign("DROP TABLE snapshot");
-    EXPECT_EQ(backend->open().code, errorBackendFailed);
+    EXPECT_EQ(backend->open(plainWaiter).code, errorBackendFailed);
 }
 
 TEST_F(SqliteBackend, AFolderInPlaceOfTheFileIsAFailureToOpen) {
     std::filesystem::create_directory(file);
-    EXPECT_EQ(backend->open().code, errorBackendFailed);
+    EXPECT_EQ(backend->open(plainWaiter).code, errorBackendFailed);
 }
 
 TEST_F(SqliteBackend, AMissingFolderIsAFailureToOpen) {
-    EXPECT_EQ(makeSqliteBackend(folder.file("no/rdb.db"))->open().code, errorBackendFailed);
+    EXPECT_EQ(backendFor("sqlite://" + folder.file("no/rdb.db"))->open(plainWaiter).code, errorBackendFailed);
 }
 
 TEST_F(SqliteBackend, AFileThatWasRemovedFailsTheNextRequest) {
@@ -245,7 +245,7 @@ TEST_F(SqliteBackend, AFileThatWasRemovedFailsTheNextRequest) {
 
 TEST_F(SqliteBackend, AFileThatWasReplacedFailsTheNextRequest) {
     openWithTag("a");
-    makeSqliteBackend(folder.file("other.db"))->open();
+    backendFor("sqlite://" + folder.file("other.db"))->open(plainWaiter);
     std::filesystem::rename(folder.file("other.db"), file);
     RdbTag tag = tagNamed("a");
     EXPECT_EQ(backend->tagGet(tag).code, errorBackendFailed);
@@ -259,7 +259,7 @@ TEST_F(SqliteBackend, ACorruptDatabaseFailsTheRequest) {
     damaged.seekp(4096);
     damaged << std::string(pages - 4096, '\xa5');
     damaged.close();
-    EXPECT_EQ(backend->open().code, errorBackendFailed);
+    EXPECT_EQ(backend->open(plainWaiter).code, errorBackendFailed);
 }
 
 //  A file system of its own that is full but for a few pages.
@@ -280,7 +280,7 @@ TEST_F(SqliteBackend, AFullDiskFailsTheRequestAndNothingIsLost) {
 
 TEST_F(SqliteBackend, TwoServicesMayShareTheFile) {
     open();
-    EXPECT_EQ(makeSqliteBackend(file)->open().code, 0);  // a second service on the same file
+    EXPECT_EQ(backendFor("sqlite://" + file)->open(plainWaiter).code, 0);  // a second service on the same file
     EXPECT_EQ(backend->tagImport(usableTag("a")).code, 0);
 }
 

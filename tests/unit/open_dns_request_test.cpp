@@ -28,6 +28,7 @@ TEST(DnsRequest, TheServicesRequestIsUnderstood) {
     EXPECT_EQ(request.seqno, 5);
     EXPECT_EQ(request.name, "host1");
     EXPECT_EQ(request.addresses, (std::vector<std::string>{"2001:db8::1", "2001:db8::2"}));
+    EXPECT_EQ(request.httpsPorts, (std::vector<std::uint16_t>{443, 8443}));
 }
 
 TEST(DnsRequest, Ipv4ComesBeforeIpv6) {
@@ -43,7 +44,21 @@ TEST(DnsRequest, AnAddressIsTakenOnce) {
     EXPECT_EQ(request.addresses, (std::vector<std::string>{"::1", "::2"}));
 }
 
-TEST(DnsRequest, BothListsMayBeMissing) {
+TEST(DnsRequest, PortsAreTakenOnceInTheirOrder) {
+    DnsRequest request;
+    ASSERT_EQ(parseDnsRequest(requestWith("{\"name\":\"h\",\"httpsports\":[8443,443,8443,1,65535]}"), request), "");
+    EXPECT_EQ(request.httpsPorts, (std::vector<std::uint16_t>{8443, 443, 1, 65535}));
+}
+
+TEST(DnsRequest, WhatIsNoPortListIsRefused) {
+    for (const char* list :
+         {"443", "{}", "[0]", "[65536]", "[-1]", "[1.5]", "[\"443\"]", "[null]", "[18446744073709551616]"})
+        EXPECT_EQ(refusalOf(requestWith("{\"name\":\"h\",\"httpsports\":" + std::string(list) + "}")),
+                  "httpsports is not a list of port numbers")
+            << list;
+}
+
+TEST(DnsRequest, TheListsMayBeMissing) {
     EXPECT_EQ(refusalOf(requestWith("{\"name\":\"h\"}")), "");
 }
 

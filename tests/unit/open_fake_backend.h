@@ -9,6 +9,7 @@
 
 #include <atomic>
 #include <memory>
+#include <utility>
 
 namespace opentest {
 
@@ -22,6 +23,21 @@ struct Script {
     std::atomic<int> closed{0};
     std::atomic<int> served{0};
     std::atomic<bool> messages{true};
+    std::atomic<int> watched{-1};         // descriptor
+    std::atomic<int> checkSeconds{0};     // interval
+    std::deque<rdbopen::Outcome> probes;  // outcomes of the next probes, then success
+    std::deque<rdbopen::Outcome> checks;  // outcomes of the next checks, then success
+    std::vector<std::string> made;        // what was asked for, in words
+    std::atomic<int> probed{0};
+
+    void note(const std::string& text) {
+        const std::lock_guard lock(mutex);
+        made.push_back(text);
+    }
+    std::vector<std::string> takeMade() {
+        const std::lock_guard lock(mutex);
+        return std::exchange(made, {});
+    }
 
     rdbopen::Outcome next(std::deque<rdbopen::Outcome>& outcomes) {
         const std::lock_guard lock(mutex);
@@ -39,27 +55,40 @@ public:
 
     std::string label() const override { return "fake"; }
     bool serves(Service service) const noexcept override { return service == Service::tags || script_->messages; }
-    rdbopen::Outcome open() override {
+    rdbopen::Outcome open(const rdbopen::Waiter&) override {
         ++script_->opened;
         return script_->next(script_->opens);
     }
     void close() noexcept override { ++script_->closed; }
     rdbopen::Outcome tagGet(RdbTag& tag) override {
         tag.tagclass = RDB_TAG_CLASS_USABLE;
-        return request();
+        return request("get " + std::string(tag.name));
     }
-    rdbopen::Outcome tagImport(const RdbTag&) override { return request(); }
-    rdbopen::Outcome put(std::span<const RdbSnapshot>) override { return request(); }
+    rdbopen::Outcome tagImport(const RdbTag& tag) override { return request("import " + std::string(tag.name)); }
+    rdbopen::Outcome put(std::span<const RdbSnapshot> records) override {
+        return request("put " + std::string(records[0].name) + "=" + records[0].value);
+    }
     rdbopen::Outcome message(std::string_view text, std::string& reply) override {
         reply = "done " + std::string(text);
-        return request();
+        return request("send " + std::string(text));
     }
+    int watchedDescriptor() const noexcept override { return script_->watched; }
+    std::chrono::milliseconds checkInterval() const noexcept override {
+        return std::chrono::seconds(script_->checkSeconds);
+    }
+    rdbopen::Outcome probe() override {
+        ++script_->probed;
+        return script_->next(script_->probes);
+    }
+    rdbopen::Outcome checkValue(const RdbSnapshot&) override { return script_->next(script_->checks); }
+    rdbopen::Outcome checkMessage(std::string_view) override { return script_->next(script_->checks); }
     std::string refusal(std::string_view text, int code) override {
         return "refused " + std::string(text) + " " + std::to_string(code);
     }
 
 private:
-    rdbopen::Outcome request() {
+    rdbopen::Outcome request(const std::string& text) {
+        script_->note(text);
         ++script_->served;
         eventually([this] { return !script_->hold; });
         return script_->next(script_->requests);

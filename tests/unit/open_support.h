@@ -3,6 +3,8 @@
 #ifndef TESTS_UNIT_OPEN_SUPPORT_H
 #define TESTS_UNIT_OPEN_SUPPORT_H
 
+#include "backend_registry.h"
+#include "clock.h"
 #include "rdbapi.h"
 
 #include <chrono>
@@ -11,7 +13,9 @@
 #include <deque>
 #include <filesystem>
 #include <fstream>
+#include <memory>
 #include <mutex>
+#include <poll.h>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -140,6 +144,28 @@ inline bool workersEnded() {
     for (const int handle : handles)
         rdb_destory(handle);
     return allFree;
+}
+
+//  Waits as a handle that is never closed.
+class PlainWaiter : public rdbopen::Waiter {
+public:
+    Result wait(int descriptor, short events, std::chrono::milliseconds until) const noexcept override {
+        pollfd waited{descriptor, events, 0};
+        const auto left = until - rdbopen::monotonicNow();
+        const int ready = poll(&waited, 1, static_cast<int>(std::max<std::int64_t>(left.count(), 0)));
+        if (ready < 0)
+            return Result::failed;
+        return ready == 0 ? Result::timedOut : Result::ready;
+    }
+};
+inline constexpr PlainWaiter plainWaiter;
+
+//  Makes the back end of url, or returns null.
+inline std::unique_ptr<rdbopen::Backend> backendFor(const std::string& url) {
+    std::unique_ptr<rdbopen::Backend> backend;
+    std::string reason;
+    rdbopen::makeBackend(url, {}, backend, reason);
+    return backend;
 }
 
 inline std::size_t entriesOf(const char* folder) {

@@ -1,104 +1,15 @@
-//  The worker, driven by a fake back end. Waits of the back-off and of the call limit end at once and are only noted.
+//  The worker: connecting, serving, failing and closing.
 #include "worker.h"
 
-#include "open_fake_backend.h"
+#include "open_worker_fixture.h"
 
 #include <csignal>
-#include <cstdarg>
-#include <gtest/gtest.h>
-#include <poll.h>
 #include <pthread.h>
 
 namespace {
 
 using namespace opentest;
 using namespace rdbopen;
-
-std::atomic<bool> skipBackoff{false};
-std::atomic<bool> failThreads{false};
-Inbox<int> pauses;           // ms
-Inbox<std::string> reports;  // syslog texts
-thread_local bool expireWaits = false;
-thread_local std::int64_t waitLimit = 0;  // ms from now to the deadline of the last wait
-
-}  // namespace
-
-extern "C" {
-
-int __real_poll(pollfd* descriptors, nfds_t count, int timeout);
-int __wrap_poll(pollfd* descriptors, nfds_t count, int timeout) {
-    if (timeout < 0 || !skipBackoff)
-        return __real_poll(descriptors, count, timeout);
-    const int ready = __real_poll(descriptors, count, 0);
-    if (ready == 0)  // otherwise a wake-up for the slot's last user
-        pauses.put(timeout);
-    return ready;
-}
-
-int __real_pthread_cond_clockwait(pthread_cond_t*, pthread_mutex_t*, clockid_t, const timespec*);
-int __wrap_pthread_cond_clockwait(pthread_cond_t* condition, pthread_mutex_t* mutex, clockid_t clock,
-                                  const timespec* deadline) {
-    timespec now{};
-    clock_gettime(clock, &now);
-    waitLimit = (deadline->tv_sec - now.tv_sec) * 1000 + (deadline->tv_nsec - now.tv_nsec) / 1000000;
-    return expireWaits ? ETIMEDOUT : __real_pthread_cond_clockwait(condition, mutex, clock, deadline);
-}
-
-int __real_pthread_create(pthread_t*, const pthread_attr_t*, void* (*)(void*), void*);
-int __wrap_pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*run)(void*), void* argument) {
-    return failThreads ? EAGAIN : __real_pthread_create(thread, attributes, run, argument);
-}
-
-void __wrap_syslog(int, const char* format, ...) {
-    char text[512];
-    va_list arguments;
-    va_start(arguments, format);
-    vsnprintf(text, sizeof text, format, arguments);
-    va_end(arguments);
-    reports.put(text);
-}
-}
-
-namespace {
-
-class WorkerTest : public testing::Test {
-protected:
-    WorkerTest() : handle(rdb_create()), script(std::make_shared<Script>()) {
-        skipBackoff = true;
-        rdb_setmessagenotify(handle, onEvent, &events);
-    }
-    ~WorkerTest() override {
-        script->hold = false;
-        rdb_disconnect(handle);
-        rdb_destory(handle);
-        workersEnded();  // the callbacks write into members
-        while (reports.count() > 0)
-            reports.take();
-        while (pauses.count() > 0)
-            pauses.take();
-    }
-    void connect() {
-        ASSERT_EQ(connectFake(handle, script), 0);
-        ASSERT_EQ(events.take(), RDB_EVENT_CONNECTED);
-    }
-    //  For tests whose callbacks write into what stands on their stack.
-    void end() {
-        rdb_destory(handle);
-        ASSERT_TRUE(workersEnded());
-    }
-    int tagGet() {
-        RdbTag tag = tagNamed("t");
-        return rdb_tagget(handle, &tag);
-    }
-    int send(const char* text) {
-        return rdb_callmsg(handle, text, static_cast<std::int32_t>(std::strlen(text)), onReply, &replies);
-    }
-
-    int handle;
-    std::shared_ptr<Script> script;
-    Events events;
-    Replies replies;
-};
 
 using Worker_ = WorkerTest;
 
@@ -178,21 +89,32 @@ TEST_F(Worker_, ARefusedRequestLeavesTheConnectionUp) {
     EXPECT_EQ(script->opened, 1);
 }
 
-TEST_F(Worker_, TheWaitKeepsGrowingUntilARequestSucceeds) {
-    script->requests = {backendFailed("full"), backendFailed("full")};
+TEST_F(Worker_, TheWaitKeepsGrowingWhileConnectionsDoNotHold) {
     connect();
-    for (int i = 0; i < 2; ++i) {
+    for (const int longest : {1000, 2000, 4000, 8000}) {
+        EXPECT_EQ(tagGet(), 0);
+        script->requests = {backendFailed("full")};
+        EXPECT_EQ(tagGet(), errorBackendFailed);
+        EXPECT_EQ(events.take(), RDB_EVENT_DISCONNECTED);
+        EXPECT_EQ(events.take(), RDB_EVENT_CONNECTED);
+        const int wait = pauses.take();
+        EXPECT_GE(wait, std::max(1000, longest * 3 / 4));
+        EXPECT_LE(wait, longest);
+    }
+}
+
+TEST_F(Worker_, AConnectionThatHeldForAMinuteStartsTheWaitAtOneSecond) {
+    connect();
+    for (const int seconds : {0, 59, 60, 60}) {
+        clockAhead += seconds;
+        script->requests = {backendFailed("full")};
         EXPECT_EQ(tagGet(), errorBackendFailed);
         EXPECT_EQ(events.take(), RDB_EVENT_DISCONNECTED);
         EXPECT_EQ(events.take(), RDB_EVENT_CONNECTED);
     }
     EXPECT_EQ(pauses.take(), 1000);
     EXPECT_GE(pauses.take(), 1500);
-    EXPECT_EQ(tagGet(), 0);
-    script->requests = {backendFailed("full")};
-    EXPECT_EQ(tagGet(), errorBackendFailed);
-    EXPECT_EQ(events.take(), RDB_EVENT_DISCONNECTED);
-    EXPECT_EQ(events.take(), RDB_EVENT_CONNECTED);
+    EXPECT_EQ(pauses.take(), 1000);
     EXPECT_EQ(pauses.take(), 1000);
 }
 

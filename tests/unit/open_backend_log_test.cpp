@@ -1,0 +1,64 @@
+#include "backend_log.h"
+
+#include "open_support.h"
+
+#include <cstdarg>
+#include <gtest/gtest.h>
+#include <syslog.h>
+
+namespace {
+
+std::vector<std::string> reports;
+std::vector<int> priorities;
+
+}  // namespace
+
+extern "C" void __wrap_syslog(int priority, const char* format, ...) {
+    char text[2048];
+    va_list arguments;
+    va_start(arguments, format);
+    vsnprintf(text, sizeof text, format, arguments);
+    va_end(arguments);
+    reports.emplace_back(text);
+    priorities.push_back(priority);
+}
+
+namespace {
+
+using namespace opentest;
+using namespace rdbopen;
+
+TEST(LogBackend, SaysWhatItWouldWriteAndTakesTheStepsOfAnEmptyServer) {
+    reports.clear();
+    const auto backend = backendFor("log:");
+    ASSERT_NE(backend, nullptr);
+    EXPECT_EQ(backend->open(plainWaiter).code, 0);
+    RdbTag tag = tagNamed("host1");
+    EXPECT_EQ(backend->tagGet(tag).code, errorNoSuchTag);
+    EXPECT_EQ(backend->tagImport(usableTag("host1")).code, 0);
+    EXPECT_EQ(backend->tagGet(tag).code, 0);
+    EXPECT_EQ(tag.tagclass, RDB_TAG_CLASS_USABLE);
+    const RdbSnapshot record = recordOf("host1", "2001:db8::1,fd00::1");
+    EXPECT_EQ(backend->put({&record, 1}).code, 0);
+    std::string reply;
+    EXPECT_EQ(backend->message(R"({"request":"ws_dnsupdate"})", reply).code, 0);
+    EXPECT_EQ(reply, R"({"code":0,"message":"dry run"})");
+    EXPECT_EQ(reports, (std::vector<std::string>{"rdbapi: log:: would make the tag host1",
+                                                 "rdbapi: log:: would write host1 = 2001:db8::1,fd00::1",
+                                                 R"(rdbapi: log:: would send {"request":"ws_dnsupdate"})"}));
+    EXPECT_EQ(priorities.back(), LOG_DAEMON | LOG_INFO);
+}
+
+TEST(LogBackend, ServesInPlaceOfEitherServer) {
+    const auto backend = backendFor("log://");
+    ASSERT_NE(backend, nullptr);
+    EXPECT_TRUE(backend->serves(Backend::Service::tags));
+    EXPECT_TRUE(backend->serves(Backend::Service::messages));
+}
+
+TEST(LogBackend, NothingFollowsTheScheme) {
+    for (const char* url : {"log:///x", "log://host", "log://?a=b", "log:x"})
+        EXPECT_EQ(backendFor(url), nullptr) << url;
+}
+
+}  // namespace

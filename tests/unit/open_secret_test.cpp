@@ -1,0 +1,79 @@
+#include "secret.h"
+
+#include "open_support.h"
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+namespace {
+
+using opentest::Folder;
+using opentest::writeText;
+using rdbopen::longestSecret;
+using rdbopen::readSecret;
+
+std::string secretOf(const std::string& configured) {
+    std::string secret;
+    EXPECT_EQ(readSecret(configured, secret), "");
+    return secret;
+}
+
+std::string refusal(const std::string& configured) {
+    std::string secret;
+    return readSecret(configured, secret);
+}
+
+TEST(Secret, APlainPasswordIsItself) {
+    for (const std::string text : {"x", "file:", "file:relative", "File:/x", "a:b/c", ""})
+        EXPECT_EQ(secretOf(text), text);
+}
+
+TEST(Secret, AFileHoldsThePasswordUpToOneLineEnd) {
+    const Folder folder;
+    const struct {
+        const char* text;
+        const char* secret;
+    } rows[] = {{"pass", "pass"}, {"pass\n", "pass"}, {"pass\r\n", "pass"}, {"pass\n\n", "pass\n"}, {" a b ", " a b "}};
+    for (const auto& row : rows) {
+        writeText(folder.file("p"), row.text);
+        EXPECT_EQ(secretOf("file:" + folder.file("p")), row.secret);
+    }
+}
+
+TEST(Secret, AFileIsReadAnewEachTime) {
+    const Folder folder;
+    writeText(folder.file("p"), "old");
+    EXPECT_EQ(secretOf("file:" + folder.file("p")), "old");
+    writeText(folder.file("p"), "new");
+    EXPECT_EQ(secretOf("file:" + folder.file("p")), "new");
+}
+
+TEST(Secret, AFileThatHoldsNoneIsRefusedByItsName) {
+    const Folder folder;
+    const std::string path = folder.file("p");
+    EXPECT_EQ(refusal("file:" + path), "the password file " + path + " cannot be read: No such file or directory");
+    writeText(path, "\n");
+    EXPECT_EQ(refusal("file:" + path), "the password file " + path + " is empty");
+    EXPECT_NE(refusal("file:" + folder.path()), "");
+}
+
+TEST(Secret, TheLongestIsTakenAndALongerOneRefused) {
+    const Folder folder;
+    const std::string path = folder.file("p");
+    const std::string longest(longestSecret, 's');
+    writeText(path, longest + "\r\n");
+    EXPECT_EQ(secretOf("file:" + path), longest);
+    for (const char* more : {"s", "s\n", "sssssssssss"}) {
+        writeText(path, longest + more);
+        EXPECT_EQ(refusal("file:" + path), "the password file " + path + " is too long");
+    }
+}
+
+TEST(Secret, APipeIsRefusedWithoutWaitingForItsWriter) {
+    const Folder folder;
+    const std::string path = folder.file("pipe");
+    ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
+    EXPECT_NE(refusal("file:" + path), "");
+}
+
+}  // namespace

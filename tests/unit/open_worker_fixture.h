@@ -1,0 +1,62 @@
+//  A worker on a fake back end. Waits of the back-off and of the call limit end at once and are only noted; the monotonic
+//  clock can be moved.
+#ifndef TESTS_UNIT_OPEN_WORKER_FIXTURE_H
+#define TESTS_UNIT_OPEN_WORKER_FIXTURE_H
+
+#include "open_fake_backend.h"
+
+#include <gtest/gtest.h>
+
+namespace opentest {
+
+inline std::atomic<bool> skipBackoff{false};
+inline std::atomic<bool> failThreads{false};
+inline std::atomic<std::int64_t> clockAhead{0};  // s
+inline Inbox<int> pauses;                        // ms
+inline Inbox<std::string> reports;               // syslog texts
+inline thread_local bool expireWaits = false;
+inline thread_local std::int64_t waitLimit = 0;  // ms from now to the deadline of the last wait
+
+class WorkerTest : public testing::Test {
+protected:
+    WorkerTest() : handle(rdb_create()), script(std::make_shared<Script>()) {
+        skipBackoff = true;
+        rdb_setmessagenotify(handle, onEvent, &events);
+    }
+    ~WorkerTest() override {
+        script->hold = false;
+        rdb_disconnect(handle);
+        rdb_destory(handle);
+        workersEnded();  // the callbacks write into members
+        clockAhead = 0;
+        while (reports.count() > 0)
+            reports.take();
+        while (pauses.count() > 0)
+            pauses.take();
+    }
+    void connect() {
+        ASSERT_EQ(connectFake(handle, script), 0);
+        ASSERT_EQ(events.take(), RDB_EVENT_CONNECTED);
+    }
+    //  For tests whose callbacks write into what stands on their stack.
+    void end() {
+        rdb_destory(handle);
+        ASSERT_TRUE(workersEnded());
+    }
+    int tagGet() {
+        RdbTag tag = tagNamed("t");
+        return rdb_tagget(handle, &tag);
+    }
+    int send(const char* text) {
+        return rdb_callmsg(handle, text, static_cast<std::int32_t>(std::strlen(text)), onReply, &replies);
+    }
+
+    int handle;
+    std::shared_ptr<Script> script;
+    Events events;
+    Replies replies;
+};
+
+}  // namespace opentest
+
+#endif

@@ -1,0 +1,198 @@
+//  What the worker does by itself: completes what did not reach the server, and looks whether the server still holds it.
+#include "open_worker_fixture.h"
+
+#include <unistd.h>
+
+namespace {
+
+using namespace opentest;
+using namespace rdbopen;
+using Made = std::vector<std::string>;
+
+class WorkerWanted : public WorkerTest {
+protected:
+    int put(const std::string& value) {
+        const RdbSnapshot record = recordOf("t", value);
+        return rdb_objputsnapshot(handle, &record, 1);
+    }
+    int import() {
+        RdbTag tag = usableTag("t");
+        std::int32_t result = 0;
+        return rdb_taginport(handle, RDB_TAGINPORT_MODE, &tag, &result);
+    }
+    bool servedEventually(int count) {
+        return eventually([&] { return script->served >= count; });
+    }
+    void fail(std::deque<Outcome> outcomes) {
+        const std::lock_guard lock(script->mutex);
+        script->requests = std::move(outcomes);
+    }
+};
+
+TEST_F(WorkerWanted, ALostPutIsMadeAgainBeforeConnectedIsTold) {
+    connect();
+    fail({backendFailed("lost")});
+    EXPECT_EQ(put("1"), errorBackendFailed);
+    EXPECT_EQ(events.take(), RDB_EVENT_DISCONNECTED);
+    EXPECT_EQ(events.take(), RDB_EVENT_CONNECTED);
+    EXPECT_EQ(script->takeMade(), (Made{"put t=1", "put t=1"}));
+}
+
+TEST_F(WorkerWanted, ALinkThatFailsAtTheCompletionTellsNothing) {
+    connect();
+    fail({backendFailed("lost"), backendFailed("lost"), backendFailed("lost")});
+    EXPECT_EQ(put("1"), errorBackendFailed);
+    EXPECT_EQ(events.take(), RDB_EVENT_DISCONNECTED);
+    EXPECT_EQ(events.take(), RDB_EVENT_CONNECTED);
+    EXPECT_EQ(script->opened, 4);
+    EXPECT_EQ(events.count(), 0U);
+    EXPECT_EQ(reports.take(), "rdbapi: fake: lost");
+    EXPECT_EQ(reports.take(), "rdbapi: fake: works again");
+    EXPECT_EQ(reports.count(), 0U);
+}
+
+TEST_F(WorkerWanted, ARefusedPutIsMadeAgainWithGrowingWaitsWhileTheConnectionStays) {
+    connect();
+    fail({serverRefused("no right"), serverRefused("no right"), serverRefused("no right")});
+    EXPECT_EQ(put("1"), errorServerRefused);
+    ASSERT_TRUE(servedEventually(4));
+    EXPECT_EQ(pauses.take(), 1000);
+    EXPECT_GE(pauses.take(), 1400);
+    EXPECT_GE(pauses.take(), 2900);
+    EXPECT_EQ(events.count(), 0U);
+    EXPECT_EQ(reports.take(), "rdbapi: fake: no right");
+    EXPECT_EQ(reports.take(), "rdbapi: fake: works again");
+    EXPECT_EQ(reports.count(), 0U);
+}
+
+TEST_F(WorkerWanted, OnlyTheNewestValueIsMadeAgain) {
+    connect();
+    skipBackoff = false;
+    fail({serverRefused("no right"), serverRefused("no right")});
+    EXPECT_EQ(put("1"), errorServerRefused);
+    EXPECT_EQ(put("2"), errorServerRefused);
+    ASSERT_TRUE(servedEventually(3));
+    EXPECT_EQ(script->takeMade(), (Made{"put t=1", "put t=2", "put t=2"}));
+}
+
+TEST_F(WorkerWanted, ARequestThatSucceedsEndsTheCompletion) {
+    connect();
+    skipBackoff = false;
+    fail({serverRefused("no right")});
+    EXPECT_EQ(put("1"), errorServerRefused);
+    EXPECT_EQ(put("2"), 0);
+    EXPECT_EQ(send("after"), 0);
+    replies.take();
+    EXPECT_EQ(script->takeMade(), (Made{"put t=1", "put t=2", "send after"}));
+    EXPECT_EQ(reports.take(), "rdbapi: fake: no right");
+    EXPECT_EQ(reports.take(), "rdbapi: fake: works again");
+}
+
+TEST_F(WorkerWanted, AMessageIsAnsweredOnceAndCompletedInSilence) {
+    connect();
+    fail({serverRefused("REFUSED")});
+    EXPECT_EQ(send("m"), 0);
+    EXPECT_EQ(replies.take(), "done m");
+    ASSERT_TRUE(servedEventually(2));
+    EXPECT_EQ(send("end"), 0);
+    EXPECT_EQ(replies.take(), "done end");
+    EXPECT_EQ(script->takeMade(), (Made{"send m", "send m", "send end"}));
+}
+
+TEST_F(WorkerWanted, ARequestThatCanNeverSucceedIsNotMadeAgain) {
+    connect();
+    fail({{errorBadRequest, {}}});
+    EXPECT_EQ(send("bad"), 0);
+    replies.take();
+    EXPECT_EQ(send("end"), 0);
+    replies.take();
+    EXPECT_EQ(script->takeMade(), (Made{"send bad", "send end"}));
+}
+
+TEST_F(WorkerWanted, AServerThatLostTheTagGetsItAgain) {
+    connect();
+    EXPECT_EQ(import(), 0);
+    fail({{errorNoSuchTag, {}}, {errorNoSuchTag, {}}});
+    EXPECT_EQ(put("1"), errorNoSuchTag);
+    ASSERT_TRUE(servedEventually(5));
+    EXPECT_EQ(script->takeMade(), (Made{"import t", "put t=1", "put t=1", "import t", "put t=1"}));
+}
+
+TEST_F(WorkerWanted, AValueOfATagNeverSeenIsLeftToItsUser) {
+    connect();
+    fail({{errorNoSuchTag, {}}, {errorNoSuchTag, {}}});
+    EXPECT_EQ(put("1"), errorNoSuchTag);
+    ASSERT_TRUE(servedEventually(2));
+    EXPECT_EQ(send("end"), 0);
+    replies.take();
+    EXPECT_EQ(script->takeMade(), (Made{"put t=1", "put t=1", "send end"}));
+}
+
+TEST_F(WorkerWanted, AnAbandonedPutIsMadeLater) {
+    connect();
+    script->hold = true;
+    ASSERT_EQ(send("first"), 0);
+    ASSERT_TRUE(servedEventually(1));
+    expireWaits = true;
+    EXPECT_EQ(put("1"), errorTimedOut);
+    expireWaits = false;
+    script->hold = false;
+    ASSERT_TRUE(servedEventually(2));
+    EXPECT_EQ(script->takeMade(), (Made{"send first", "put t=1"}));
+}
+
+TEST_F(WorkerWanted, WhatWaitedBehindAFailureIsCompletedToo) {
+    connect();
+    script->hold = true;
+    fail({backendFailed("broken")});
+    ASSERT_EQ(send("one"), 0);
+    ASSERT_TRUE(servedEventually(1));
+    ASSERT_EQ(send("two"), 0);
+    script->hold = false;
+    EXPECT_EQ(events.take(), RDB_EVENT_DISCONNECTED);
+    EXPECT_EQ(events.take(), RDB_EVENT_CONNECTED);
+    EXPECT_EQ(script->takeMade(), (Made{"send one", "send two"}));
+}
+
+TEST_F(WorkerWanted, ACheckThatFindsTheValueGonePutsItAgain) {
+    connect();
+    EXPECT_EQ(put("1"), 0);
+    script->checkSeconds = 60;
+    {
+        const std::lock_guard lock(script->mutex);
+        script->checks = {{errorNotHeld, {}}};
+    }
+    EXPECT_EQ(tagGet(), 0);
+    ASSERT_TRUE(servedEventually(3));
+    EXPECT_EQ(pauses.take(), 60000);
+    const Made made = script->takeMade();
+    EXPECT_EQ(made, (Made{"put t=1", "get t", "put t=1"}));
+}
+
+TEST_F(WorkerWanted, WhatTheServerHoldsIsNotPutAgain) {
+    script->checkSeconds = 60;
+    connect();
+    EXPECT_EQ(put("1"), 0);
+    ASSERT_TRUE(eventually([&] { return pauses.count() > 3; }));
+    EXPECT_EQ(script->served, 1);
+}
+
+TEST_F(WorkerWanted, AConnectionThatTheServerClosesIsNoticedWhileNothingIsAsked) {
+    int ends[2];
+    ASSERT_EQ(pipe(ends), 0);
+    script->watched = ends[0];
+    connect();
+    {
+        const std::lock_guard lock(script->mutex);
+        script->probes = {{}, backendFailed("closed")};
+    }
+    EXPECT_EQ(tagGet(), 0);
+    close(ends[1]);
+    EXPECT_EQ(events.take(), RDB_EVENT_DISCONNECTED);
+    rdb_disconnect(handle);
+    ASSERT_TRUE(eventually([&] { return script->closed > 0; }));
+    script->watched = -1;
+    close(ends[0]);
+}
+
+}  // namespace

@@ -1,0 +1,52 @@
+#include "open_worker_fixture.h"
+
+#include <cerrno>
+#include <cstdarg>
+#include <poll.h>
+#include <pthread.h>
+
+using namespace opentest;
+
+extern "C" {
+
+int __real_poll(pollfd* descriptors, nfds_t count, int timeout);
+int __wrap_poll(pollfd* descriptors, nfds_t count, int timeout) {
+    if (timeout < 0 || !skipBackoff)
+        return __real_poll(descriptors, count, timeout);
+    const int ready = __real_poll(descriptors, count, 0);
+    if (ready == 0)  // otherwise a wake-up for the slot's last user
+        pauses.put(timeout);
+    return ready;
+}
+
+int __real_clock_gettime(clockid_t clock, timespec* now);
+int __wrap_clock_gettime(clockid_t clock, timespec* now) {
+    const int result = __real_clock_gettime(clock, now);
+    if (clock == CLOCK_MONOTONIC)
+        now->tv_sec += clockAhead;
+    return result;
+}
+
+int __real_pthread_cond_clockwait(pthread_cond_t*, pthread_mutex_t*, clockid_t, const timespec*);
+int __wrap_pthread_cond_clockwait(pthread_cond_t* condition, pthread_mutex_t* mutex, clockid_t clock,
+                                  const timespec* deadline) {
+    timespec now{};
+    clock_gettime(clock, &now);
+    waitLimit = (deadline->tv_sec - now.tv_sec) * 1000 + (deadline->tv_nsec - now.tv_nsec) / 1000000;
+    return expireWaits ? ETIMEDOUT : __real_pthread_cond_clockwait(condition, mutex, clock, deadline);
+}
+
+int __real_pthread_create(pthread_t*, const pthread_attr_t*, void* (*)(void*), void*);
+int __wrap_pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*run)(void*), void* argument) {
+    return failThreads ? EAGAIN : __real_pthread_create(thread, attributes, run, argument);
+}
+
+void __wrap_syslog(int, const char* format, ...) {
+    char text[512];
+    va_list arguments;
+    va_start(arguments, format);
+    vsnprintf(text, sizeof text, format, arguments);
+    va_end(arguments);
+    reports.put(text);
+}
+}
