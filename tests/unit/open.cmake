@@ -25,6 +25,11 @@ addrpubd_unit_test(open_rdbapi_test
     LIBS rdbapi_open
     WRAP syslog)
 
+addrpubd_unit_test(open_signal_embedded_test
+    SOURCES open_signal_embedded_test.cpp open_quiet_syslog.cpp
+    LIBS rdbapi_open
+    WRAP syslog)
+
 addrpubd_unit_test(open_exit_test
     SOURCES open_exit_test.cpp open_quiet_syslog.cpp
     LIBS rdbapi_open
