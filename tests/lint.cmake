@@ -11,7 +11,7 @@ else()
 endif()
 
 if(RUN_CLANG_TIDY)
-    foreach(folder com service rdbapi)
+    foreach(folder com service rdbapi tools)
         add_test(NAME lint.tidy.${folder}
             COMMAND ${RUN_CLANG_TIDY} -quiet -p ${CMAKE_BINARY_DIR} "${PROJECT_SOURCE_DIR}/${folder}/.*[.]cpp")
         set_tests_properties(lint.tidy.${folder} PROPERTIES COST 1000)

@@ -1,0 +1,62 @@
+//  addrpubd-check beside the service: what it says of the settings, and that no password reaches its output.
+#include "check.h"
+#include "check_model.h"
+#include "fuzz_input.h"
+
+#include <algorithm>
+
+#include <netdb.h>
+#include <sys/mman.h>
+#include <unistd.h>
+
+//  No input asks a name server.
+extern "C" int __wrap_getaddrinfo(const char*, const char*, const addrinfo*, addrinfo**) {
+    return EAI_NONAME;
+}
+
+namespace {
+
+constexpr char secret[] = "S3cr3t-Zq9xKw";
+
+void storeAsTheServiceDoes(const std::string& bytes, CRunCls& run) {
+    static const int file = memfd_create("ini", MFD_CLOEXEC);
+    static const std::string path = "/proc/self/fd/" + std::to_string(file);
+    require(ftruncate(file, 0) == 0 &&
+                pwrite(file, bytes.data(), bytes.size(), 0) == static_cast<ssize_t>(bytes.size()),
+            "the input can be written to memory");
+    require(run.loadConfig(path.c_str()), "every file is read");
+}
+
+std::string check_one(const std::string& bytes) {
+    CRunCls run;
+    storeAsTheServiceDoes(bytes, run);
+    check::CReport report;
+    require(check::checkBytes(bytes, report), "every file is examined");
+    const std::string row = disagreement(report.table, run);
+    require(row.empty(), row.c_str());
+    require(run.hostname.find_first_of(std::string("'\"():\0", 6)) == std::string::npos || report.exitStatus() == 2,
+            "a host name that is refused is an error");
+    require(!run.hostname.empty() || report.exitStatus() == 2, "a missing host name is an error");
+    const std::string text = report.text();
+    require(std::all_of(text.begin(), text.end(), [](char c) { return c == '\n' || (c >= 0x20 && c < 0x7f); }),
+            "the output is harmless to a terminal");
+    return text;
+}
+
+//  Around the secret stands what the input begins with, on one line. A password that begins with file: is none.
+std::string with_secret(const std::string& bytes) {
+    std::string line = bytes.substr(0, bytes.size() / 2);
+    line.erase(std::remove(line.begin(), line.end(), '\n'), line.end());
+    const std::size_t middle = line.size() / 2;
+    return bytes + "\nrdbpswd = p" + line.substr(0, middle) + secret + line.substr(middle) + "\n" + bytes;
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    const std::string bytes = fuzz_input(data, size).all();
+    check_one(bytes);
+    if (bytes.find(secret) == std::string::npos)
+        require(check_one(with_secret(bytes)).find(secret) == std::string::npos, "no password is shown");
+    return 0;
+}

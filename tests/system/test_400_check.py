@@ -1,0 +1,164 @@
+"""addrpubd-check: its command line, its exit statuses, the modes of the file, and the ini files of the repository."""
+
+import os
+import re
+import shutil
+import subprocess
+from pathlib import Path
+
+import pytest
+from host import BUILD
+
+PROGRAM = (BUILD / "addrpubd-check").resolve()
+TOP = Path(__file__).parents[2]
+SAMPLES = [TOP / "packaging/addrpubd.ini", *sorted((TOP / "docs/examples").glob("*.ini"))]
+GOOD = "hostname = h\nrdburl = log:\nrdbuser = u\nrdbpswd = hunter2\n"
+
+# What is no fault of a sample: the machine it is examined on has no such password file, no name server that knows an
+# example's names, or was built without the back end.
+OUTSIDE = re.compile(
+    r": (\w+: the password file \S+ cannot be read: .*"
+    r"|the log stays silent: its server is missing or its name cannot be resolved now"
+    r"|\w+: unknown url scheme \w+: this build has no such back end)$"
+)
+
+
+def check(*words, program=PROGRAM, **options):
+    """Runs the tool. Returns its status, output and error output."""
+    done = subprocess.run([program, *words], capture_output=True, check=False, text=True, **options)
+    return done.returncode, done.stdout, done.stderr
+
+
+@pytest.fixture
+def ini(tmp_path):
+    """Writes an ini file with a mode; root's umask plays no part."""
+
+    def write(text, mode=0o600):
+        path = tmp_path / "addrpubd.ini"
+        path.write_text(text)
+        path.chmod(mode)
+        return path
+
+    return write
+
+
+def findings(output):
+    return [line for line in output.splitlines() if ": warning: " in line or ": error: " in line]
+
+
+def test_471_settings_without_a_fault_give_status_0(ini):
+    path = ini(GOOD)
+    status, output, errors = check(path)
+    assert (status, errors) == (0, "")
+    assert output.endswith(f"\n{path}: nothing to remark\n")
+
+
+def test_472_a_warning_gives_status_1(ini):
+    path = ini(GOOD + "ttl = 60\n")
+    status, output, errors = check(path)
+    assert (status, errors) == (1, "")
+    assert findings(output) == [f'{path}:5: warning: unknown key "ttl", ignored']
+
+
+def test_473_settings_with_which_the_service_does_not_start_give_status_2(ini):
+    path = ini(GOOD.replace("= h\n", "= a:b\n"))
+    status, output, errors = check(path)
+    assert (status, errors) == (2, "")
+    assert findings(output)[0].startswith(f"{path}:1: error: hostname holds")
+
+
+def test_474_a_file_that_is_not_there_gives_status_2(tmp_path):
+    path = tmp_path / "missing.ini"
+    status, output, errors = check(path)
+    assert (status, errors) == (2, "")
+    assert output.startswith(f"{path}: error: it cannot be opened (No such file or directory)")
+
+
+@pytest.mark.parametrize("words", [("a", "b"), ("-x",), ("--help", "a"), ("",)])
+def test_475_a_command_line_that_is_not_understood_gives_status_2_and_the_usage(words):
+    status, output, errors = check(*words)
+    assert (status, output) == (2, "")
+    assert errors.startswith("addrpubd-check: ") and "usage: addrpubd-check [FILE]" in errors
+
+
+def test_476_help_is_printed_on_request():
+    status, output, errors = check("--help")
+    assert (status, errors) == (0, "")
+    assert output.startswith("usage: addrpubd-check [FILE]\n")
+
+
+def test_477_without_a_name_it_is_the_file_beside_the_program(tmp_path, ini):
+    program = tmp_path / "addrpubd-check"
+    shutil.copy(PROGRAM, program)
+    path = ini(GOOD)
+    link = tmp_path / "elsewhere"
+    link.mkdir()
+    (link / "addrpubd-check").symlink_to(program)
+    for start in (program, link / "addrpubd-check"):
+        status, output, _ = check(program=start, cwd="/")
+        assert status == 0
+        assert output.endswith(f"\n{path}: nothing to remark\n")
+
+
+@pytest.mark.parametrize("mode, status", [(0o600, 0), (0o640, 0), (0o644, 1), (0o604, 1)])
+def test_478_a_password_that_everybody_can_read_is_remarked(ini, mode, status):
+    path = ini(GOOD, mode)
+    found, output, _ = check(path)
+    assert found == status
+    assert [line for line in findings(output) if "everybody can read it" in line] == findings(output)
+
+
+def test_479_another_user_learns_that_the_file_cannot_be_opened():
+    #  Below /tmp itself: pytest's own folders are closed to others.
+    folder = Path(subprocess.run(["mktemp", "-d"], capture_output=True, check=True, text=True).stdout.strip())
+    try:
+        folder.chmod(0o755)
+        program = folder / "addrpubd-check"
+        shutil.copy(PROGRAM, program)
+        program.chmod(0o755)
+        path = folder / "addrpubd.ini"
+        path.write_text(GOOD)
+        path.chmod(0o600)
+        status, output, _ = check(path, program=program, user=65534, group=65534, extra_groups=[])
+        assert status == 2
+        assert output.startswith(f"{path}: error: it cannot be opened (Permission denied)")
+    finally:
+        shutil.rmtree(folder)
+
+
+def test_480_a_password_file_is_named_and_its_content_is_not_shown(ini, tmp_path):
+    secret = tmp_path / "pw"
+    secret.write_text("hunter2\n")
+    path = ini(GOOD.replace("hunter2", f"file:{secret}"))
+    status, output, _ = check(path)
+    assert status == 0
+    assert f'  rdbpswd       = in the file "{secret}"\n' in output
+    assert "hunter2" not in output
+    secret.unlink()
+    assert check(path)[0] == 1
+
+
+def test_481_a_pipe_is_read_like_a_file():
+    read, write = os.pipe()
+    os.write(write, GOOD.encode())
+    os.close(write)
+    status, output, _ = check("/dev/stdin", stdin=read)
+    os.close(read)
+    assert status == 0
+    assert '  hostname      = "h"\n' in output
+
+
+def test_482_output_that_cannot_be_written_gives_status_2(ini):
+    with open("/dev/full", "wb") as full:
+        done = subprocess.run([PROGRAM, ini(GOOD)], stdout=full, stderr=subprocess.PIPE, check=False)
+    assert done.returncode == 2
+    assert b"cannot be written" in done.stderr
+
+
+@pytest.mark.parametrize("sample", SAMPLES, ids=lambda path: path.name)
+def test_483_the_ini_files_of_the_repository_are_without_a_fault(ini, sample):
+    status, output, errors = check(ini(sample.read_text()))
+    assert errors == ""
+    faults = [line for line in findings(output) if not OUTSIDE.search(line)]
+    assert faults == []
+    assert status == 0 or findings(output)

@@ -1,0 +1,16 @@
+#  addrpubd-check. The calls to the system pass through service_platform.cpp, and the client library that the service's
+#  start asks is the recording one.
+
+addrpubd_unit_test(tools_check_test
+    SOURCES
+        check_test.cpp
+        check_model_test.cpp
+        ini_lines_test.cpp
+        report_test.cpp
+        settings_test.cpp
+        show_test.cpp
+        service_platform.cpp
+        service_support.cpp
+    LIBS addrpubd_check recording_rdb
+    WRAP ${service_calls})
+target_compile_definitions(tools_check_test PRIVATE TEST_DATA="${PROJECT_SOURCE_DIR}/tests/data")

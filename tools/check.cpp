@@ -1,0 +1,135 @@
+#include "check.h"
+
+#include "show.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <system_error>
+
+#include <unistd.h>
+
+namespace check {
+
+namespace {
+
+constexpr std::size_t largest_file = 1 << 20;  // bytes; no file of nine settings comes near
+
+std::string shown(const Subject& subject, Setting setting) {
+    const std::string& text = subject.text(setting);
+    if (settings[setting].secret && text.starts_with("file:/"))
+        return "in the file " + quoted(text.substr(5));
+    if (settings[setting].secret)
+        return text.empty() ? "\"\"" : "set, not shown";
+    const bool url = setting == logurl || setting == rdburl || setting == dnsurl;
+    return quoted(url ? withoutSecrets(text) : text);
+}
+
+std::string shownPorts(const CRunCls& run) {
+    std::string text;
+    for (const std::uint16_t port : run.dnshttpsports)
+        text += (text.empty() ? "" : ", ") + std::to_string(port);
+    return text.empty() ? "none" : text;
+}
+
+void fillTable(const Subject& subject, CReport& report) {
+    constexpr std::size_t width = 14;
+    for (std::size_t i = 0; i < setting_count; ++i) {
+        std::string row = settings[i].name;
+        row.resize(width, ' ');
+        const bool ports = i == dnshttpsports;
+        report.table.push_back(row + "= " +
+                               (ports ? shownPorts(subject.run) : shown(subject, static_cast<Setting>(i))));
+    }
+}
+
+//  A key that occurs more than once takes its last value.
+void noteLines(Subject& subject) {
+    for (const IniLine& line : subject.lines) {
+        if (line.setting == no_setting)
+            continue;
+        subject.line[line.setting] = line.number;
+        if (line.setting == dnshttpsports)
+            subject.ports = line.calls.back().value;
+    }
+}
+
+bool examine(const std::string& bytes, Subject& subject, CReport& report) {
+    CIniProbe probe;
+    if (probe.failed())
+        return false;
+    probe.load(bytes, subject.run);
+    subject.lines = readLines(bytes, probe);
+    noteLines(subject);
+    fillTable(subject, report);
+    checkGrammar(subject, probe, report);
+    checkHost(subject, report);
+    checkLog(subject, report);
+    checkServers(subject, report);
+    checkPorts(subject, report);
+    report.sort();
+    return !probe.failed();
+}
+
+struct OpenFile {
+    FILE* stream;
+    explicit OpenFile(const char* path) : stream(std::fopen(path, "rt")) {}
+    ~OpenFile() {
+        if (stream != nullptr)
+            std::fclose(stream);
+    }
+    OpenFile(const OpenFile&) = delete;
+    OpenFile& operator=(const OpenFile&) = delete;
+};
+
+}  // namespace
+
+std::string defaultPath(const std::string& folder, const std::string& usual_place) {
+    std::string beside = folder + "addrpubd.ini";
+    const bool only_usual = access(beside.c_str(), F_OK) != 0 && access(usual_place.c_str(), F_OK) == 0;
+    return only_usual ? usual_place : beside;
+}
+
+bool checkBytes(const std::string& bytes, CReport& report) {
+    Subject subject;
+    return examine(bytes, subject, report);
+}
+
+//  A directory can be opened and reads as an empty file: what follows from that is found like anything else.
+bool checkFile(const std::string& path, CReport& report, std::string& problem) {
+    const OpenFile file(path.c_str());
+    if (file.stream == nullptr) {
+        const std::string reason = std::generic_category().message(errno);
+        report.fail(0, "it cannot be opened (" + reason + "): the service says \"Load ... failed.\"");
+        return true;
+    }
+    std::string bytes(largest_file + 1, '\0');
+    bytes.resize(std::fread(bytes.data(), 1, bytes.size(), file.stream));
+    if (bytes.size() > largest_file) {
+        problem = "it has more than 1 MiB and is not examined";
+        return false;
+    }
+    Subject subject;
+    if (!examine(bytes, subject, report)) {
+        problem = "the system gives no memory or name for a copy of it (is /proc mounted?)";
+        return false;
+    }
+    struct stat status {};
+    if (fstat(fileno(file.stream), &status) == 0)
+        checkMode(subject, status, report);
+    return true;
+}
+
+//  A group may read it: the service's own need not be root's.
+void checkMode(const Subject& subject, const struct stat& status, CReport& report) {
+    if (S_ISDIR(status.st_mode))
+        report.warn(0, "it is a directory, which reads as an empty file");
+    const auto holdsSecret = [&subject](Setting setting) {
+        const std::string& text = subject.text(setting);
+        return !text.empty() && !text.starts_with("file:/");
+    };
+    if ((status.st_mode & S_IROTH) != 0 && (holdsSecret(rdbpswd) || holdsSecret(dnspswd)))
+        report.warn(0, "it holds a password and everybody can read it: chmod o= takes that from them");
+}
+
+}  // namespace check

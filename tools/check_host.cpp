@@ -1,0 +1,60 @@
+//  The host name.
+#include "check.h"
+#include "show.h"
+
+#include <algorithm>
+#include <cctype>
+
+namespace check {
+
+namespace {
+
+//  The service looks each character up in a text, whose terminating zero counts too.
+constexpr std::string_view refused_by_the_start("'\"():\0", 6);
+
+constexpr std::size_t record_name = sizeof(RdbSnapshot::name) - 1;
+
+//  RFC 1035 section 2.3.4, and the characters of RFC 1123 section 2.1 with the underscore that is seen in practice.
+bool isDomainName(const std::string& name) {
+    constexpr std::size_t longest_label = 63;
+    constexpr std::size_t longest_name = 253;
+    std::size_t label = 0;
+    for (const char c : name) {
+        if (c != '.' && c != '-' && c != '_' && std::isalnum(static_cast<unsigned char>(c)) == 0)
+            return false;
+        if (c == '.' && label == 0)
+            return false;
+        label = c == '.' ? 0 : label + 1;
+        if (label > longest_label)
+            return false;
+    }
+    return label > 0 && name.size() <= longest_name;
+}
+
+bool reachesDnsServer(const Subject& subject) {
+    return !subject.run.dnsurl.empty() && !subject.run.dnsuser.empty() && !subject.run.dnspswd.empty();
+}
+
+}  // namespace
+
+void checkHost(const Subject& subject, CReport& report) {
+    const std::string& name = subject.run.hostname;
+    const std::size_t line = subject.line[hostname];
+    if (name.empty()) {
+        report.fail(line, "hostname is missing or empty; the service logs \"not config hostname\"");
+        return;
+    }
+    const std::size_t bad = name.find_first_of(refused_by_the_start);
+    if (bad != std::string::npos) {
+        report.fail(line, "hostname holds " + quoted(name.substr(bad, 1)) +
+                              "; the service logs \"hostname contains illegal characters\"");
+        return;
+    }
+    if (name.size() > record_name)
+        report.warn(line, "hostname has " + std::to_string(name.size()) + " bytes; the rdb server gets the first " +
+                              std::to_string(record_name));
+    if (reachesDnsServer(subject) && !isDomainName(name))
+        report.warn(line, "hostname is not a domain name, so the DNS server will refuse it");
+}
+
+}  // namespace check

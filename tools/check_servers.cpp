@@ -1,0 +1,104 @@
+//  The two servers. Their urls are given to the open client library, which makes its back ends without any exchange.
+#include "check.h"
+#include "show.h"
+
+#include "backend_registry.h"
+#include "secret.h"
+
+namespace check {
+
+namespace {
+
+struct Server {
+    const char* name;
+    Setting url, user, password;
+    rdbopen::Backend::Service service;
+};
+
+constexpr Server servers[] = {
+    {"rdb server", rdburl, rdbuser, rdbpswd, rdbopen::Backend::Service::tags},
+    {"DNS server", dnsurl, dnsuser, dnspswd, rdbopen::Backend::Service::messages},
+};
+
+std::string joined(const std::vector<std::string>& words) {
+    std::string out;
+    for (std::size_t i = 0; i < words.size(); ++i)
+        out += (i == 0 ? "" : i + 1 == words.size() ? " and " : ", ") + words[i];
+    return out;
+}
+
+//  Returns the names of those of the server's three settings that are there, or are not.
+std::vector<std::string> namesOf(const Subject& subject, const Server& server, bool there) {
+    std::vector<std::string> names;
+    for (const Setting setting : {server.url, server.user, server.password})
+        if (subject.text(setting).empty() != there)
+            names.emplace_back(settings[setting].name);
+    return names;
+}
+
+//  The client library gets C texts: they end at a zero byte.
+std::string asGiven(const std::string& text) {
+    return text.substr(0, text.find('\0'));
+}
+
+void checkPassword(const Subject& subject, const Server& server, CReport& report) {
+    const std::string& password = subject.text(server.password);
+    std::string secret;
+    std::string reason;
+    if (password.starts_with("file:/"))
+        reason = rdbopen::readSecret(asGiven(password), secret);
+    else if (password.starts_with("file:"))
+        reason = "file: is followed by no absolute path, so the text itself is the password";
+    if (!reason.empty())
+        report.warn(subject.line[server.password],
+                    std::string(settings[server.password].name) + ": " + printable(reason));
+}
+
+void checkBackend(const Subject& subject, const Server& server, CReport& report) {
+    const std::string name = settings[server.url].name;
+    const std::size_t line = subject.line[server.url];
+    const rdbopen::Credentials credentials = {asGiven(subject.text(server.user)),
+                                              asGiven(subject.text(server.password))};
+    std::unique_ptr<rdbopen::Backend> backend;
+    std::string reason;
+    const int code = rdbopen::makeBackend(asGiven(subject.text(server.url)), credentials, backend, reason);
+    if (code == rdbopen::errorUnknownScheme)
+        report.fail(line, name + ": " + printable(reason) + ": this build has no such back end");
+    else if (code != rdbopen::errorNone)
+        report.fail(line, name + ": " + printable(reason));
+    else if (!backend->serves(server.service))
+        report.warn(line, name + ": the back end of this scheme is none for the " + server.name +
+                              ": every request to it fails (rdburl and dnsurl exchanged?)");
+}
+
+//  Returns whether the service connects to the server.
+bool checkServer(const Subject& subject, const Server& server, CReport& report) {
+    const std::vector<std::string> missing = namesOf(subject, server, false);
+    if (missing.empty()) {
+        report.words.push_back(std::string("it connects to the ") + server.name);
+        checkPassword(subject, server, report);
+        checkBackend(subject, server, report);
+        return true;
+    }
+    report.words.push_back(std::string("the ") + server.name + " is left out");
+    if (missing.size() == 3)
+        return false;
+    std::size_t line = 0;
+    for (const Setting setting : {server.password, server.user, server.url})
+        line = subject.line[setting] != 0 ? subject.line[setting] : line;
+    report.warn(line, joined(missing) + (missing.size() == 1 ? " is" : " are") + " missing or empty, so the " +
+                          server.name + " is left out");
+    return false;
+}
+
+}  // namespace
+
+void checkServers(const Subject& subject, CReport& report) {
+    bool any = false;
+    for (const Server& server : servers)
+        any = checkServer(subject, server, report) || any;
+    if (!any)
+        report.warn(0, "neither server is configured: the service runs and publishes nothing");
+}
+
+}  // namespace check

@@ -1,0 +1,58 @@
+//  The entry point of addrpubd-check.
+#include "check.h"
+#include "inifile.h"
+#include "show.h"
+
+#include <cstdio>
+#include <cstring>
+
+namespace {
+
+constexpr char usual_place[] = "/etc/addrpubd/addrpubd.ini";
+
+constexpr char usage[] = "usage: addrpubd-check [FILE]\n"
+                         "\n"
+                         "Says in words what addrpubd will do with an ini file. Without FILE it is the addrpubd.ini\n"
+                         "beside this program or, when there is none, /etc/addrpubd/addrpubd.ini.\n"
+                         "\n"
+                         "Exit status: 0 nothing to remark, 1 warnings, 2 the service would not start.\n";
+
+//  Returns false for words that are not to be understood, with the reason in problem.
+bool readArguments(int argc, char** argv, std::string& path, std::string& problem) {
+    if (argc > 2)
+        problem = "more than one file is named";
+    else if (argc == 2 && argv[1][0] == '-')
+        problem = std::string("there is no option ") + argv[1] + " (a file of that name is ./" + argv[1] + ")";
+    else if (argc == 2 && argv[1][0] == '\0')
+        problem = "the name of the file is empty";
+    else
+        path = argc == 2 ? std::string(argv[1]) : check::defaultPath(getExeDir(), usual_place);
+    return problem.empty();
+}
+
+int fail(const std::string& problem) {
+    std::fprintf(stderr, "addrpubd-check: %s\n", check::printable(problem).c_str());
+    return check::status_no_start;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    if (argc == 2 && std::strcmp(argv[1], "--help") == 0)
+        return std::fputs(usage, stdout) < 0 ? check::status_no_start : check::status_clean;
+    std::string path;
+    std::string problem;
+    if (!readArguments(argc, argv, path, problem)) {
+        fail(problem);
+        std::fputs(usage, stderr);
+        return check::status_no_start;
+    }
+    check::CReport report;
+    report.file = path;
+    if (!check::checkFile(path, report, problem))
+        return fail(path + ": " + problem);
+    std::fputs(report.text().c_str(), stdout);
+    if (std::fflush(stdout) != 0)
+        return fail("the output cannot be written");
+    return report.exitStatus();
+}

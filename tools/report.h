@@ -1,0 +1,54 @@
+//  What the examination of one file has found, and how it is said.
+//
+//      addrpubd.ini: the service takes these settings from it:
+//        hostname      = "host1"                     text between quotes, \xHH for bytes that a terminal might obey
+//        rdbpswd       = set, not shown
+//        ...
+//      With them:
+//        the log goes to the console; ...
+//      addrpubd.ini:7: warning: rdbuser is missing, so the rdb server is left out
+//      addrpubd.ini: 1 warning
+#ifndef TOOLS_REPORT_H
+#define TOOLS_REPORT_H
+
+#include <string>
+#include <vector>
+
+namespace check {
+
+//  The exit statuses of the tool.
+constexpr int status_clean = 0;
+constexpr int status_warnings = 1;
+constexpr int status_no_start = 2;  // also when the tool cannot do its work
+
+enum class Severity {
+    warning,
+    error,  // the service does not start
+};
+
+struct Finding {
+    Severity severity;
+    std::size_t line;  // from 1; 0 when it belongs to no line
+    std::string text;  // printable, holds no secret
+};
+
+class CReport {
+public:
+    std::string file;                // the name as it was given
+    std::vector<std::string> table;  // the nine settings; empty when the file was not read
+    std::vector<std::string> words;  // what the service does with them
+    std::vector<Finding> findings;
+
+    void warn(std::size_t line, std::string text) { findings.push_back({Severity::warning, line, std::move(text)}); }
+    void fail(std::size_t line, std::string text) { findings.push_back({Severity::error, line, std::move(text)}); }
+
+    //  The findings in the order of their lines; those that belong to none come last.
+    void sort();
+
+    int exitStatus() const;
+    std::string text() const;
+};
+
+}  // namespace check
+
+#endif

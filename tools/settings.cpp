@@ -1,0 +1,64 @@
+#include "settings.h"
+
+#include "runcls.h"
+
+#include <algorithm>
+#include <cctype>
+#include <numeric>
+#include <vector>
+
+namespace check {
+
+const SettingFacts settings[setting_count] = {
+    {"hostname", &CRunCls::hostname, false}, {"logurl", &CRunCls::logurl, false},  {"rdburl", &CRunCls::rdburl, false},
+    {"rdbuser", &CRunCls::rdbuser, false},   {"rdbpswd", &CRunCls::rdbpswd, true}, {"dnsurl", &CRunCls::dnsurl, false},
+    {"dnsuser", &CRunCls::dnsuser, false},   {"dnspswd", &CRunCls::dnspswd, true}, {"dnshttpsports", nullptr, false},
+};
+
+namespace {
+
+bool isStored(const CRunCls& run, const SettingFacts& setting) {
+    return setting.text != nullptr ? !(run.*setting.text).empty() : !run.dnshttpsports.empty();
+}
+
+char lower(char c) {
+    return static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+}
+
+//  Letters to be changed, left out or added (Levenshtein's distance), whatever their case.
+std::size_t slips(std::string_view a, std::string_view b) {
+    std::vector<std::size_t> row(b.size() + 1);
+    std::iota(row.begin(), row.end(), std::size_t{0});
+    for (std::size_t i = 0; i < a.size(); ++i) {
+        std::size_t diagonal = row[0]++;
+        for (std::size_t j = 0; j < b.size(); ++j) {
+            const std::size_t changed = diagonal + (lower(a[i]) == lower(b[j]) ? 0 : 1);
+            diagonal = row[j + 1];
+            row[j + 1] = std::min({changed, row[j] + 1, row[j + 1] + 1});
+        }
+    }
+    return row.back();
+}
+
+}  // namespace
+
+//  The line feed in front keeps a byte order mark from being skipped: it is part of the key.
+std::size_t settingOf(const std::string& key, CIniProbe& probe) {
+    CRunCls run;
+    probe.load("\n" + key + "=1\n", run);
+    const auto stored = [&run](const SettingFacts& setting) { return isStored(run, setting); };
+    return static_cast<std::size_t>(std::find_if(std::begin(settings), std::end(settings), stored) -
+                                    std::begin(settings));
+}
+
+std::size_t similarSetting(std::string_view key) {
+    constexpr std::size_t most_slips = 2;
+    constexpr std::size_t longest = 20;
+    const auto similar = [key](const SettingFacts& setting) { return slips(key, setting.name) <= most_slips; };
+    if (key.size() > longest)
+        return no_setting;
+    return static_cast<std::size_t>(std::find_if(std::begin(settings), std::end(settings), similar) -
+                                    std::begin(settings));
+}
+
+}  // namespace check

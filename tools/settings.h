@@ -1,0 +1,34 @@
+//  The nine settings and where the service object keeps them.
+#ifndef TOOLS_SETTINGS_H
+#define TOOLS_SETTINGS_H
+
+#include "ini_probe.h"
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+
+namespace check {
+
+enum Setting : std::size_t { hostname, logurl, rdburl, rdbuser, rdbpswd, dnsurl, dnsuser, dnspswd, dnshttpsports };
+inline constexpr std::size_t setting_count = 9;
+inline constexpr std::size_t no_setting = setting_count;
+
+struct SettingFacts {
+    const char* name;
+    std::string CRunCls::*text;  // null for the port list
+    bool secret;                 // a password
+};
+
+//  In the order of Setting.
+extern const SettingFacts settings[setting_count];
+
+//  Returns which setting the service stores a value of this key in, or no_setting. The service is asked.
+std::size_t settingOf(const std::string& key, CIniProbe& probe);
+
+//  Returns the setting whose name is at most two slips of the pen away from key, or no_setting.
+std::size_t similarSetting(std::string_view key);
+
+}  // namespace check
+
+#endif
