@@ -29,6 +29,21 @@ endif()
 if(ADDRPUBD_CHECK)
     add_compile_definitions(OLK_CHECK)
 endif()
+#  Hardening, of every product and the tests of it alike. A sanitizer checks more and does not go together with it.
+#  - Immediate binding and a read-only relocation table; an executable at a random place, and no executable stack.
+#  - Stack protector, stack probes page by page, landing pads for indirect jumps.
+#  - With ADDRPUBD_FORTIFY, checked variants of the C library's functions. Packages are built so; the unit tests are not,
+#    because they replace the plain functions. A level that a compiler or a distribution has set is overruled.
+if(NOT ADDRPUBD_SANITIZE)
+    include(CheckPIESupported)
+    check_pie_supported(LANGUAGES CXX)
+    add_compile_options(-fstack-protector-strong -fstack-clash-protection -fcf-protection=full)
+    add_compile_options(-U_FORTIFY_SOURCE)
+    if(ADDRPUBD_FORTIFY)
+        add_compile_options(-D_FORTIFY_SOURCE=2)
+    endif()
+    add_link_options(LINKER:-z,relro LINKER:-z,now LINKER:-z,noexecstack)
+endif()
 if(ADDRPUBD_SANITIZE)
     add_compile_options(-fsanitize=${ADDRPUBD_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
     add_link_options(-fsanitize=${ADDRPUBD_SANITIZE})

@@ -1,0 +1,49 @@
+#  What an installation consists of. This is the only list of its files; the Debian package takes it as it is.
+#
+#      lib/addrpubd/       the program, its client library and a link to the settings: they find each other by lying in
+#                          one folder
+#      sbin/addrpubd       goes to that folder and starts the program there
+#      /etc/addrpubd/      the settings; below the prefix unless the prefix is /usr
+#
+#  Everything belongs to root. Who may read the settings, which hold passwords, is the packager's: here only root may.
+
+include(GNUInstallDirs)
+
+set(ADDRPUBD_UNIT_DIR lib/systemd/system CACHE STRING "Where systemd looks for units; relative to the prefix")
+set(ADDRPUBD_DIR ${CMAKE_INSTALL_PREFIX}/lib/addrpubd)
+set(ADDRPUBD_INI ${CMAKE_INSTALL_FULL_SYSCONFDIR}/addrpubd/addrpubd.ini)
+
+set(packaging ${PROJECT_SOURCE_DIR}/packaging)
+set(configured ${PROJECT_BINARY_DIR}/packaging)
+
+foreach(file system/addrpubd system/addrpubd.service)
+    configure_file(${packaging}/${file}.in ${configured}/${file} @ONLY)
+endforeach()
+
+#  The client library is loaded by the program alone and is not to be executed.
+install(TARGETS addrpubd RUNTIME DESTINATION ${ADDRPUBD_DIR})
+install(TARGETS rdbapix64 LIBRARY DESTINATION ${ADDRPUBD_DIR}
+    PERMISSIONS OWNER_READ OWNER_WRITE GROUP_READ WORLD_READ)
+file(MAKE_DIRECTORY ${configured}/link)
+file(CREATE_LINK ${ADDRPUBD_INI} ${configured}/link/addrpubd.ini SYMBOLIC)
+install(FILES ${configured}/link/addrpubd.ini DESTINATION ${ADDRPUBD_DIR})
+
+install(PROGRAMS ${configured}/system/addrpubd DESTINATION ${CMAKE_INSTALL_SBINDIR})
+install(FILES ${packaging}/system/addrpubd.ini DESTINATION ${CMAKE_INSTALL_FULL_SYSCONFDIR}/addrpubd
+    PERMISSIONS OWNER_READ OWNER_WRITE)
+
+install(FILES ${configured}/system/addrpubd.service DESTINATION ${ADDRPUBD_UNIT_DIR})
+install(FILES ${packaging}/system/addrpubd.sysusers DESTINATION lib/sysusers.d RENAME addrpubd.conf)
+install(FILES ${packaging}/system/addrpubd.tmpfiles DESTINATION lib/tmpfiles.d RENAME addrpubd.conf)
+
+install(FILES ${packaging}/man/addrpubd.8 DESTINATION ${CMAKE_INSTALL_MANDIR}/man8)
+install(FILES ${packaging}/man/addrpubd.ini.5 DESTINATION ${CMAKE_INSTALL_MANDIR}/man5)
+
+install(DIRECTORY ${PROJECT_SOURCE_DIR}/docs/ DESTINATION ${CMAKE_INSTALL_DOCDIR}
+    FILES_MATCHING PATTERN *.md PATTERN *.ini)
+install(FILES ${packaging}/system/credentials.conf DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples)
+
+if(TARGET addrpubd-check)
+    install(TARGETS addrpubd-check RUNTIME DESTINATION ${CMAKE_INSTALL_SBINDIR})
+    install(FILES ${packaging}/man/addrpubd-check.8 DESTINATION ${CMAKE_INSTALL_MANDIR}/man8)
+endif()

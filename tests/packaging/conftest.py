@@ -1,0 +1,45 @@
+"""Fixtures of the packaging tests. The build folder to test is named by ADDRPUBD_BUILD.
+
+A test file says in REQUIRES which programs it calls, and with NAMESPACES = True that it makes namespaces. Where one of
+them cannot be had, the whole file counts as not run.
+"""
+
+import shutil
+import sys
+from pathlib import Path
+
+import pytest
+
+sys.path.insert(0, str(Path(__file__).parents[1] / "support"))
+
+import installation  # noqa: E402
+import sandbox  # noqa: E402
+
+SKIPPED = 77  # the exit status that ctest takes for "not run"
+
+
+def pytest_collection_finish(session):
+    modules = {item.module for item in session.items}
+    tools = {tool for module in modules for tool in getattr(module, "REQUIRES", ())}
+    missing = sorted(tool for tool in tools if shutil.which(tool) is None)
+    if missing:
+        pytest.exit(f"needs {', '.join(missing)}", SKIPPED)
+    if any(getattr(module, "NAMESPACES", False) for module in modules) and not sandbox.permitted():
+        pytest.exit("needs root and the right to make namespaces", SKIPPED)
+
+
+@pytest.fixture(scope="session")
+def installed(tmp_path_factory):
+    """The build, installed into a scratch root."""
+    return installation.Installation(tmp_path_factory.mktemp("root"))
+
+
+@pytest.fixture
+def machine(installed):
+    """A machine of its own, on which the installation stands where it belongs."""
+    if installed.prefix == Path("/usr"):
+        pytest.exit("the build's prefix is /usr, which the sandbox shares with this machine", SKIPPED)
+    place = sandbox.Sandbox()
+    place.run("mount", "--bind", installed.root / installed.prefix.relative_to("/"), installed.prefix)
+    yield place
+    place.close()

@@ -1,0 +1,59 @@
+"""A build, installed below a scratch root."""
+
+import os
+import re
+import stat
+import subprocess
+from pathlib import Path
+
+SOURCE = Path(__file__).parents[2]
+PACKAGING = SOURCE / "packaging"
+BUILD = Path(os.environ.get("ADDRPUBD_BUILD", ".")).resolve()
+
+
+def cached(name):
+    """A setting of the build."""
+    cache = (BUILD / "CMakeCache.txt").read_text()
+    found = re.search(rf"^{name}:\w+=(.*)$", cache, re.MULTILINE)
+    return found.group(1) if found else ""
+
+
+class Installation:
+    """root: the scratch root. prefix, folder, ini: absolute names as the installed files know them."""
+
+    def __init__(self, root):
+        self.root = root
+        self.prefix = Path(cached("CMAKE_INSTALL_PREFIX"))
+        self.folder = self.prefix / "lib/addrpubd"
+        self.ini = (Path("/") if self.prefix == Path("/usr") else self.prefix) / "etc/addrpubd/addrpubd.ini"
+        subprocess.run(
+            ["cmake", "--install", BUILD],
+            env=os.environ | {"DESTDIR": str(root)},
+            umask=0o022,
+            capture_output=True,
+            check=True,
+        )
+
+    def path(self, name):
+        """Where a file lies now that belongs to the absolute name."""
+        return self.root / Path(name).relative_to("/")
+
+    def tree(self):
+        """All names with their modes, or with the targets of links."""
+        return {"/" + str(path.relative_to(self.root)): kind(path) for path in self.root.rglob("*")}
+
+
+def kind(path):
+    if path.is_symlink():
+        return "-> " + os.readlink(path)
+    return stat.filemode(path.lstat().st_mode)
+
+
+def settings(text):
+    """The settings of an ini-like text such as a unit's: each key with the list of its values."""
+    found = {}
+    for line in text.splitlines():
+        key, equals, value = line.partition("=")
+        if equals and not line.startswith("#"):
+            found.setdefault(key, []).append(value)
+    return found

@@ -1,0 +1,56 @@
+"""What is installed, where, and with which modes."""
+
+import re
+import subprocess
+from pathlib import Path
+
+from installation import PACKAGING, SOURCE, cached
+
+REQUIRES = ("cmake", "dpkg-parsechangelog")
+
+PROGRAM = "-rwxr-xr-x"
+FILE = "-rw-r--r--"
+SECRET = "-rw-------"
+FOLDER = "drwxr-xr-x"
+
+
+def below_prefix():
+    """Names below the prefix; a page of the documentation is one that stands in docs/."""
+    pages = {
+        f"share/doc/addrpubd/{page.relative_to(SOURCE / 'docs')}": FILE
+        for page in (SOURCE / "docs").rglob("*")
+        if page.suffix in (".md", ".ini")
+    }
+    return pages | {
+        "lib/addrpubd/addrpubd": PROGRAM,
+        "lib/addrpubd/librdbapix64.so": FILE,
+        "sbin/addrpubd": PROGRAM,
+        "sbin/addrpubd-check": PROGRAM,
+        "lib/systemd/system/addrpubd.service": FILE,
+        "lib/sysusers.d/addrpubd.conf": FILE,
+        "lib/tmpfiles.d/addrpubd.conf": FILE,
+        "share/man/man5/addrpubd.ini.5": FILE,
+        "share/man/man8/addrpubd.8": FILE,
+        "share/man/man8/addrpubd-check.8": FILE,
+        "share/doc/addrpubd/examples/credentials.conf": FILE,
+    }
+
+
+def test_501_the_files_are_exactly_these_with_these_modes(installed):
+    expected = {f"{installed.prefix}/{name}": mode for name, mode in below_prefix().items()}
+    expected[str(installed.ini)] = SECRET
+    expected[f"{installed.folder}/addrpubd.ini"] = f"-> {installed.ini}"
+    tree = installed.tree()
+    folders = {str(parent) for name in expected for parent in Path(name).parents if parent != Path("/")}
+    assert tree == expected | dict.fromkeys(folders, FOLDER)
+
+
+def test_502_the_version_of_the_package_is_the_projects():
+    command = ["dpkg-parsechangelog", "--file", PACKAGING / "debian/changelog", "--show-field", "Version"]
+    version = subprocess.run(command, capture_output=True, check=True, text=True).stdout.strip()
+    assert version == cached("CMAKE_PROJECT_VERSION")
+
+
+def test_503_no_template_is_left_unfilled(installed):
+    for name in (installed.prefix / "sbin/addrpubd", installed.prefix / "lib/systemd/system/addrpubd.service"):
+        assert not re.search(r"@\w+@", installed.path(name).read_text())

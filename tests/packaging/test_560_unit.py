@@ -1,0 +1,89 @@
+"""The unit: what systemd says of it, that its pieces agree, and what its command does."""
+
+import re
+import shlex
+import subprocess
+
+import pytest
+from installation import PACKAGING, settings
+
+REQUIRES = ("systemd-analyze", "stdbuf")
+NAMESPACES = True
+
+UNIT = "lib/systemd/system/addrpubd.service"
+WORST_EXPOSURE = 1.5
+SETTINGS = b"hostname = host1\nlogurl = stdout\nrdburl = sqlite:///mnt/rdb.db\nrdbuser = local\nrdbpswd = local\n"
+
+
+@pytest.fixture
+def unit(installed):
+    return settings(installed.path(installed.prefix / UNIT).read_text())
+
+
+def analyze(*words):
+    run = subprocess.run(["systemd-analyze", *words], capture_output=True, check=False, text=True)
+    return run.returncode, run.stdout + run.stderr
+
+
+def test_561_systemd_finds_no_fault(installed):
+    assert analyze("verify", "--man=no", installed.path(installed.prefix / UNIT)) == (0, "")
+
+
+def test_562_systemd_finds_no_fault_in_the_example_for_credentials(installed, tmp_path):
+    (tmp_path / "addrpubd.service").write_text(installed.path(installed.prefix / UNIT).read_text())
+    drop_in = tmp_path / "addrpubd.service.d/credentials.conf"
+    drop_in.parent.mkdir()
+    drop_in.write_text((PACKAGING / "system/credentials.conf").read_text())
+    assert analyze("verify", "--man=no", tmp_path / "addrpubd.service") == (0, "")
+
+
+def test_563_systemd_finds_the_exposure_low(installed):
+    _, text = analyze("security", "--offline=true", "--no-pager", installed.path(installed.prefix / UNIT))
+    exposure = re.search(r"Overall exposure level for \S+: ([\d.]+)", text)
+    assert exposure and float(exposure.group(1)) <= WORST_EXPOSURE, text
+
+
+def test_564_a_start_that_failed_is_not_repeated_and_a_fault_a_few_times(unit):
+    #  The program ends with status 0 in the first case.
+    assert unit["Restart"] == ["on-failure"] and "SuccessExitStatus" not in unit
+    assert int(unit["StartLimitBurst"][0]) * int(unit["RestartSec"][0]) < int(unit["StartLimitIntervalSec"][0])
+
+
+def test_565_user_and_pid_file_are_the_same_everywhere(installed, unit):
+    (user,) = unit["User"]
+    (pid_file,) = unit["ReadWritePaths"]
+    users = installed.path(installed.prefix / "lib/sysusers.d/addrpubd.conf").read_text()
+    files = installed.path(installed.prefix / "lib/tmpfiles.d/addrpubd.conf").read_text()
+    assert re.search(rf"^u +{user} ", users, re.MULTILINE)
+    assert re.search(rf"^f +{pid_file} +0644 {user} +{user} ", files, re.MULTILINE)
+
+
+def test_566_the_packaged_settings_keep_their_files_in_the_state_folders(unit):
+    sample = settings((PACKAGING / "system/addrpubd.ini").read_text().replace(" = ", "="))
+    folders = [f"/var/lib/{name}" for name in unit["StateDirectory"][0].split()]
+    assert [sample[key][0].partition("://")[2].rpartition("/")[0] for key in ("rdburl", "dnsurl")] == folders
+
+
+def start(machine, installed, unit):
+    """Runs the unit's command where it would run, its output on a pipe."""
+    (command,), (folder,) = unit["ExecStart"], unit["WorkingDirectory"]
+    assert folder == str(installed.folder)
+    return machine.spawn(*shlex.split(command), cwd=folder)
+
+
+def test_567_a_log_line_passes_a_pipe_while_the_service_runs(machine, installed, unit):
+    machine.path(str(installed.ini)).write_bytes(SETTINGS)
+    process = start(machine, installed, unit)
+    process.wait_for_output(b"[inf] rdb_objputsnapshot host1 success,ipv6= null\n")
+    assert process.running()
+    process.kill()
+    assert process.all_output().endswith(b"[inf] stop addrpubd service success.\n")
+    assert process.wait() == 0
+
+
+def test_568_with_the_packaged_settings_the_service_ends_in_order_and_says_why(machine, installed, unit):
+    machine.path(str(installed.ini)).write_bytes((PACKAGING / "system/addrpubd.ini").read_bytes())
+    process = start(machine, installed, unit)
+    reason = f"[err] not config hostname in {installed.folder}/addrpubd.ini\nStart failed!\n"
+    assert process.all_output().endswith(reason.encode())
+    assert process.wait() == 0

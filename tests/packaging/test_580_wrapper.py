@@ -1,0 +1,45 @@
+"""/usr/sbin/addrpubd, which starts the program in the folder of its client library."""
+
+import pytest
+
+REQUIRES = ("cmake",)
+NAMESPACES = True
+
+VERSION = b"\naddrpubd addrpubd for linux ver "
+
+
+@pytest.fixture
+def wrapper(installed):
+    return installed.prefix / "sbin/addrpubd"
+
+
+def test_581_the_program_finds_its_client_library_from_any_folder(machine, wrapper):
+    assert machine.run(wrapper, "-ver", cwd="/mnt").startswith(VERSION)
+
+
+def test_582_the_program_finds_its_settings_through_the_link(machine, installed, wrapper):
+    machine.path(str(installed.ini)).write_bytes(b"hostname = a:b\nlogurl = stdout\n")
+    output = machine.run(wrapper, "-run", cwd="/mnt")
+    assert f"hostname contains illegal characters in {installed.folder}/addrpubd.ini\n".encode() in output
+
+
+def test_583_words_arrive_as_they_were_given(machine, wrapper):
+    assert machine.run(wrapper, "").count(b"\n") == 1, "one empty word is an unknown word, not the usage"
+    assert machine.run(wrapper).count(b"\n") > 1, "no word is the usage"
+    assert machine.run(wrapper, "-ver -ver").count(b"\n") == 1, "a blank does not split a word"
+
+
+def test_584_the_process_becomes_the_program(machine, installed, wrapper):
+    machine.path(str(installed.ini)).write_bytes(b"hostname = host1\n")
+    process = machine.spawn(wrapper, "-run")
+    assert process.running()
+    command = f"until [ -s /run/addrpubd.pid ]; do :; done; readlink /proc/{process.pid}/exe"
+    assert machine.run("sh", "-c", command) == f"{installed.folder}/addrpubd\n".encode()
+    assert machine.path("/run/addrpubd.pid").read_text() == f"{process.pid}\n"
+
+
+def test_585_without_its_folder_it_says_so_and_fails(machine, installed, wrapper):
+    machine.run("mount", "-t", "tmpfs", "tmpfs", installed.prefix / "lib")
+    process = machine.spawn(wrapper, "-ver")
+    assert str(installed.folder).encode() in process.all_output()
+    assert process.wait() == 1
