@@ -6,6 +6,9 @@
 #ifdef RDBOPEN_WITH_HOSTS
 #include "backend_hosts.h"
 #endif
+#ifdef RDBOPEN_WITH_REDIS
+#include "backend_redis.h"
+#endif
 #ifdef RDBOPEN_WITH_SQLITE
 #include "backend_sqlite.h"
 #endif
@@ -26,6 +29,9 @@ constexpr Scheme schemes[] = {
 #endif
 #ifdef RDBOPEN_WITH_HOSTS
     {"hosts", makeHostsBackend},
+#endif
+#ifdef RDBOPEN_WITH_REDIS
+    {"redis", makeRedisBackend},
 #endif
 };
 

@@ -1,0 +1,350 @@
+#include "backend_redis.h"
+
+#include "clock.h"
+#include "redis_objects.h"
+#include "redis_refusal.h"
+#include "secret.h"
+
+namespace rdbopen {
+
+namespace {
+
+using Kind = RedisReply::Kind;
+using Commands = std::vector<RedisCommand>;
+
+constexpr std::chrono::milliseconds openLimit{10000};
+constexpr std::chrono::milliseconds requestLimit{5000};
+constexpr std::chrono::milliseconds checkAfter{60000};
+
+//  How often a transaction is begun anew because somebody changed one of its keys meanwhile.
+constexpr int mostAttempts = 5;
+
+struct Settings {
+    Server server;
+    std::uint32_t database = 0;
+    std::uint32_t expire = 0;  // seconds, 0 for never
+    Credentials credentials;
+};
+
+class RedisBackend : public Backend {
+public:
+    explicit RedisBackend(Settings settings) : settings_(std::move(settings)) {}
+
+    std::string label() const override;
+    bool serves(Service service) const noexcept override { return service == Service::tags; }
+
+    Outcome open(const Waiter& waiter) override;
+    void close() noexcept override { connection_.close(); }
+    Outcome tagGet(RdbTag& tag) override;
+    Outcome tagImport(const RdbTag& tag) override;
+    Outcome put(std::span<const RdbSnapshot> records) override;
+    int watchedDescriptor() const noexcept override { return connection_.descriptor(); }
+    std::chrono::milliseconds checkInterval() const noexcept override { return checkAfter; }
+    Outcome probe() override;
+    Outcome checkValue(const RdbSnapshot& record) override;
+
+private:
+    enum class Attempt { done, disturbed };
+    struct Looked {
+        std::int64_t now = 0;  // ms, the server's clock
+        std::vector<RedisHeld> held;
+    };
+
+    void begin(std::chrono::milliseconds limit) { until_ = monotonicNow() + limit; }
+    Outcome exchange(const Commands& commands, std::vector<RedisReply>& replies);
+    Outcome logIn(const std::string& password);
+    Outcome choose();
+    Outcome beginTransaction(const std::vector<const char*>& names, Looked& looked);
+    Outcome readLooked(std::span<const RedisReply> replies, const std::vector<const char*>& names, Looked& looked);
+    Outcome dropTransaction(Outcome outcome);
+    Outcome endTransaction(Commands commands, Attempt& attempt);
+    template <class Append>
+    Outcome transaction(const std::vector<const char*>& names, Append append);
+    bool holdsAll(std::span<const RdbSnapshot> records, const Looked& looked) const;
+    Outcome appendRecords(std::span<const RdbSnapshot> records, const Looked& looked, Commands& commands);
+
+    const Settings settings_;
+    RedisConnection connection_;
+    const Waiter* waiter_ = nullptr;      // set by open
+    std::chrono::milliseconds until_{0};  // the limit of the request that is carried out
+    bool queueing_ = false;               // inside MULTI
+
+    //  Time of a put whose transaction was sent and never answered, 0 for none: when the same value is put next and the
+    //  server holds it with just this time, the put has been done already.
+    std::int64_t unansweredPut_ = 0;
+};
+
+std::string RedisBackend::label() const {
+    return "redis://" + serverText(settings_.server) + "/" + std::to_string(settings_.database);
+}
+
+Outcome RedisBackend::exchange(const Commands& commands, std::vector<RedisReply>& replies) {
+    std::string reason = connection_.exchange(commands, replies, *waiter_, until_);
+    return reason.empty() ? Outcome{} : backendFailed(std::move(reason));
+}
+
+Outcome RedisBackend::open(const Waiter& waiter) {
+    waiter_ = &waiter;
+    queueing_ = false;
+    begin(openLimit);
+    std::string password;
+    if (std::string reason = readSecret(settings_.credentials.password, password); !reason.empty())
+        return backendFailed(std::move(reason));
+    if (std::string reason = connection_.connect(settings_.server, waiter, until_); !reason.empty())
+        return backendFailed(std::move(reason));
+    Outcome outcome = logIn(password);
+    return outcome.code == errorNone ? choose() : outcome;
+}
+
+//  The user "default" of a server without passwords takes any password. Servers before Redis 6 know passwords only, or
+//  not even these; for them the user is "default", too. No answer is quoted: it may hold the password.
+Outcome RedisBackend::logIn(const std::string& password) {
+    const std::string& user = settings_.credentials.user;
+    std::vector<RedisReply> replies;
+    if (Outcome outcome = exchange({{"AUTH", user, password}}, replies); outcome.code != errorNone)
+        return outcome;
+    if (user == "default" && replies[0].is(Kind::error) && replies[0].text.starts_with("ERR wrong number of arguments"))
+        if (Outcome outcome = exchange({{"AUTH", password}}, replies); outcome.code != errorNone)
+            return outcome;
+    const bool needless = replies[0].is(Kind::error) && user == "default" &&
+                          replies[0].text.starts_with("ERR Client sent AUTH, but no password is set");
+    if (needless || replies[0].isStatus("OK"))
+        return {};
+    if (!replies[0].is(Kind::error))
+        return notUnderstood("AUTH");
+    return backendFailed(redisRefusal("AUTH", replies[0].text, false));
+}
+
+//  The name is for the server's list of clients only; a server that does not allow it goes without.
+Outcome RedisBackend::choose() {
+    Commands commands{{"CLIENT", "SETNAME", "addrpubd"}, {"PING"}};
+    if (settings_.database != 0)
+        commands.push_back({"SELECT", std::to_string(settings_.database)});
+    std::vector<RedisReply> replies;
+    if (Outcome outcome = exchange(commands, replies); outcome.code != errorNone)
+        return outcome;
+    for (std::size_t i = 1; i < commands.size(); ++i) {
+        if (replies[i].is(Kind::error))
+            return backendFailed(redisRefusal(commands[i].front(), replies[i].text, true));
+        if (!replies[i].isStatus(i == 1 ? "PONG" : "OK"))
+            return notUnderstood(commands[i].front());
+    }
+    return {};
+}
+
+Outcome RedisBackend::tagGet(RdbTag& tag) {
+    begin(requestLimit);
+    Commands commands;
+    appendTagLook(commands, tag.name);
+    std::vector<RedisReply> replies;
+    if (Outcome outcome = exchange(commands, replies); outcome.code != errorNone)
+        return outcome;
+    std::span<const RedisReply> answers(replies);
+    std::optional<RedisTag> held;
+    if (Outcome outcome = readTag(answers, tag.name, held); outcome.code != errorNone)
+        return outcome;
+    if (!held)
+        return {errorNoSuchTag, {}};
+    tag.tagclass = held->tagclass;
+    tag.valuetype = held->type;
+    tag.importflag = held->importflag;
+    return {};
+}
+
+Outcome RedisBackend::tagImport(const RdbTag& tag) {
+    return transaction({tag.name}, [&](const Looked& looked, Commands& commands) {
+        appendImport(commands, tag, looked.now, settings_.expire);
+        return Outcome{};
+    });
+}
+
+Outcome RedisBackend::put(std::span<const RdbSnapshot> records) {
+    std::vector<const char*> names;
+    for (const RdbSnapshot& record : records)
+        names.push_back(record.name);
+    Outcome outcome = transaction(names, [&](const Looked& looked, Commands& commands) {
+        if (unansweredPut_ != 0 && holdsAll(records, looked))
+            return Outcome{};
+        Outcome refused = appendRecords(records, looked, commands);
+        if (refused.code == errorNone)
+            unansweredPut_ = looked.now;
+        return refused;
+    });
+    if (outcome.code != errorBackendFailed)
+        unansweredPut_ = 0;
+    return outcome;
+}
+
+//  True when the server holds records as the unanswered put has left them.
+bool RedisBackend::holdsAll(std::span<const RdbSnapshot> records, const Looked& looked) const {
+    for (std::size_t i = 0; i < records.size(); ++i) {
+        const auto& value = looked.held[i].value;
+        if (!value || value->time != unansweredPut_ || !value->equals(records[i]))
+            return false;
+    }
+    return true;
+}
+
+Outcome RedisBackend::appendRecords(std::span<const RdbSnapshot> records, const Looked& looked, Commands& commands) {
+    for (std::size_t i = 0; i < records.size(); ++i) {
+        const auto& [tag, value] = looked.held[i];
+        if (!tag)
+            return {errorNoSuchTag, {}};
+        if (tag->tagclass != RDB_TAG_CLASS_USABLE)
+            return {errorTagNotUsable, {}};
+        const bool changed = !value || !value->equals(records[i]);
+        appendPut(commands, records[i], looked.now, settings_.expire, changed);
+    }
+    return {};
+}
+
+//  Looks at names, lets append say what is to be written, and writes all of it or, when append says nothing or fails,
+//  nothing. append may be called several times.
+template <class Append>
+Outcome RedisBackend::transaction(const std::vector<const char*>& names, Append append) {
+    begin(requestLimit);
+    for (int i = 0; i < mostAttempts; ++i) {
+        Looked looked;
+        if (Outcome outcome = beginTransaction(names, looked); outcome.code != errorNone)
+            return dropTransaction(std::move(outcome));
+        Commands commands;
+        Outcome outcome = append(looked, commands);
+        if (outcome.code != errorNone || commands.empty())
+            return dropTransaction(std::move(outcome));
+        Attempt attempt = Attempt::done;
+        outcome = endTransaction(std::move(commands), attempt);
+        if (attempt == Attempt::done)
+            return outcome;
+    }
+    return serverRefused("other clients keep changing the same keys");
+}
+
+//  MULTI comes with the look, so that nothing is sent as part of a transaction that the server has not begun.
+Outcome RedisBackend::beginTransaction(const std::vector<const char*>& names, Looked& looked) {
+    Commands commands{{"WATCH"}, {"TIME"}};
+    for (const char* name : names) {
+        appendKeys(commands[0], name);
+        appendLook(commands, name);
+    }
+    commands.push_back({"MULTI"});
+    std::vector<RedisReply> replies;
+    if (Outcome outcome = exchange(commands, replies); outcome.code != errorNone)
+        return outcome;
+    queueing_ = replies.back().isStatus("OK");
+    return readLooked(replies, names, looked);
+}
+
+Outcome RedisBackend::readLooked(std::span<const RedisReply> replies, const std::vector<const char*>& names,
+                                 Looked& looked) {
+    for (const auto& [command, reply] : {std::pair("WATCH", &replies.front()), std::pair("MULTI", &replies.back())}) {
+        if (reply->is(Kind::error))
+            return refusedByRedis(command, *reply);
+        if (!reply->isStatus("OK"))
+            return notUnderstood(command);
+    }
+    if (Outcome outcome = readTime(replies[1], looked.now); outcome.code != errorNone)
+        return outcome;
+    replies = replies.subspan(2);
+    looked.held.resize(names.size());
+    for (std::size_t i = 0; i < names.size(); ++i)
+        if (Outcome outcome = readLook(replies, names[i], looked.held[i]); outcome.code != errorNone)
+            return outcome;
+    return {};
+}
+
+//  Gives the begun transaction up, and the watch over its keys. Returns outcome, unless this fails.
+Outcome RedisBackend::dropTransaction(Outcome outcome) {
+    if (outcome.code == errorBackendFailed)
+        return outcome;
+    std::vector<RedisReply> replies;
+    Outcome dropped = exchange({{queueing_ ? "DISCARD" : "UNWATCH"}}, replies);
+    if (dropped.code != errorNone)
+        return dropped;
+    if (queueing_ && !replies[0].isStatus("OK"))
+        return notUnderstood("DISCARD");
+    queueing_ = false;
+    return outcome;
+}
+
+//  Writes commands. A transaction that was refused has written nothing; so has one whose keys were changed meanwhile.
+Outcome RedisBackend::endTransaction(Commands commands, Attempt& attempt) {
+    const std::size_t count = commands.size();
+    commands.push_back({"EXEC"});
+    std::vector<RedisReply> replies;
+    if (Outcome outcome = exchange(commands, replies); outcome.code != errorNone)
+        return outcome;
+    queueing_ = false;
+    for (std::size_t i = 0; i < replies.size(); ++i)
+        if (replies[i].is(Kind::error))
+            return refusedByRedis(commands[i].front(), replies[i]);
+    const RedisReply& result = replies.back();
+    if (result.is(Kind::nil)) {
+        attempt = Attempt::disturbed;
+        return {};
+    }
+    if (!result.is(Kind::array) || result.elements.size() != count)
+        return notUnderstood("EXEC");
+    for (std::size_t i = 0; i < count; ++i)
+        if (result.elements[i].is(Kind::error))
+            return refusedByRedis(commands[i].front(), result.elements[i]);
+    return {};
+}
+
+Outcome RedisBackend::probe() {
+    begin(requestLimit);
+    std::vector<RedisReply> replies;
+    if (Outcome outcome = exchange({{"PING"}}, replies); outcome.code != errorNone)
+        return outcome;
+    if (replies[0].is(Kind::error))
+        return refusedByRedis("PING", replies[0]);
+    return replies[0].isStatus("PONG") ? Outcome{} : notUnderstood("PING");
+}
+
+Outcome RedisBackend::checkValue(const RdbSnapshot& record) {
+    begin(requestLimit);
+    Commands commands;
+    appendValueLook(commands, record.name);
+    std::vector<RedisReply> replies;
+    if (Outcome outcome = exchange(commands, replies); outcome.code != errorNone)
+        return outcome;
+    std::span<const RedisReply> answers(replies);
+    std::optional<RedisValue> held;
+    if (Outcome outcome = readValue(answers, record.name, held); outcome.code != errorNone)
+        return outcome;
+    return held && held->equals(record) ? Outcome{} : Outcome{errorNotHeld, {}};
+}
+
+//  The options and the path. Returns an empty text, or what is wrong.
+std::string readSettings(const Url& url, Settings& settings) {
+    const bool plain = url.path.empty() || url.path == "/";
+    constexpr std::uint32_t mostDatabase = 2147483647;
+    if (!plain && !parseNumber(std::string_view(url.path).substr(1), mostDatabase, settings.database))
+        return "malformed url: the path is not the number of a database";
+    for (const UrlOption& option : url.options) {
+        if (option.name != "expire")
+            return "malformed url: expire=SECONDS is the only option";
+        if (settings.expire != 0)
+            return "malformed url: expire is given twice";
+        if (!parseNumber(option.value, redisMostExpiry, settings.expire) || settings.expire < redisLeastExpiry)
+            return "malformed url: expire is not a number of seconds from " + std::to_string(redisLeastExpiry) +
+                   " (an unchanged value is repeated after 600) to " + std::to_string(redisMostExpiry);
+    }
+    return {};
+}
+
+}  // namespace
+
+int makeRedisBackend(const Url& url, const Credentials& credentials, std::unique_ptr<Backend>& backend,
+                     std::string& reason) {
+    Settings settings;
+    if (!parseServer(url.authority, redisPort, settings.server, reason))
+        return errorBadUrl;
+    reason = readSettings(url, settings);
+    if (!reason.empty())
+        return errorBadUrl;
+    settings.credentials = credentials;
+    backend = std::make_unique<RedisBackend>(std::move(settings));
+    return errorNone;
+}
+
+}  // namespace rdbopen

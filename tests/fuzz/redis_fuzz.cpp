@@ -1,0 +1,119 @@
+//  The back end redis in front of a server that answers with the input: every byte that it receives, in any pieces.
+//  No request writes into a transaction that the server has not begun, and no outcome is one that it does not have.
+#include "backend_registry.h"
+#include "clock.h"
+#include "fuzz_input.h"
+#include "redis_reply.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <memory>
+#include <sys/socket.h>
+#include <utility>
+
+namespace {
+
+using namespace rdbopen;
+
+std::string toReceive;
+std::string sent;
+std::size_t pieceSize = 1;
+bool pieceThere = false;  // one piece comes with each wait
+
+class ReadyWaiter : public Waiter {
+public:
+    Result wait(int, short, std::chrono::milliseconds) const noexcept override {
+        pieceThere = !toReceive.empty();
+        return pieceThere ? Result::ready : Result::timedOut;
+    }
+};
+
+constexpr ReadyWaiter waiter;
+
+//  An answer is the same in whatever pieces it comes.
+void compareParsers(const std::string& bytes) {
+    RedisReplyParser whole;
+    RedisReplyParser pieces;
+    require(whole.reset() && pieces.reset(), "a parser begins anew");
+    whole.feed(bytes);
+    RedisReply one;
+    RedisReply other;
+    auto result = RedisReplyParser::Result::incomplete;
+    for (std::size_t i = 0; i < bytes.size() && result == RedisReplyParser::Result::incomplete; ++i) {
+        pieces.feed({bytes.data() + i, 1});
+        result = pieces.next(other);
+    }
+    require(whole.next(one) == result, "both parsers end alike");
+    require(one.kind == other.kind && one.text == other.text && one.elements.size() == other.elements.size(),
+            "both parsers take the same answer");
+}
+
+void ask(Backend& backend, int request) {
+    RdbTag tag{};
+    tag.name[0] = 'h';
+    RdbSnapshot record{};
+    record.name[0] = 'h';
+    record.value[0] = 'v';
+    record.valuelen = 1;
+    sent.clear();
+    const Outcome outcome = request == 0   ? backend.tagGet(tag)
+                            : request == 1 ? backend.tagImport(tag)
+                            : request == 2 ? backend.put({&record, 1})
+                            : request == 3 ? backend.checkValue(record)
+                                           : backend.probe();
+    const bool reasoned = outcome.code == errorBackendFailed || outcome.code == errorServerRefused;
+    require(reasoned == !outcome.reason.empty(), "a failure has a reason, and nothing else has");
+    require(reasoned || outcome.code == errorNone || outcome.code == errorNoSuchTag ||
+                outcome.code == errorTagNotUsable || outcome.code == errorNotHeld,
+            "an outcome is one of the back end's");
+    const std::size_t written = sent.find("HSET");
+    require(written == std::string::npos || sent.find("MULTI") < written, "what is written is part of a transaction");
+    for (const char c : outcome.reason)
+        require(c >= ' ' && c <= '~', "a reason is printable");
+}
+
+}  // namespace
+
+extern "C" {
+
+int __wrap_connect(int, const sockaddr*, socklen_t);
+int __wrap_connect(int, const sockaddr*, socklen_t) {
+    return 0;
+}
+
+ssize_t __wrap_send(int, const void* bytes, size_t count, int);
+ssize_t __wrap_send(int, const void* bytes, size_t count, int) {
+    sent.append(static_cast<const char*>(bytes), count);
+    return static_cast<ssize_t>(count);
+}
+
+ssize_t __wrap_recv(int, void* bytes, size_t count, int);
+ssize_t __wrap_recv(int, void* bytes, size_t count, int) {
+    if (!std::exchange(pieceThere, false)) {
+        errno = EAGAIN;
+        return -1;
+    }
+    const std::size_t taken = std::min({count, pieceSize, toReceive.size()});
+    std::memcpy(bytes, toReceive.data(), taken);
+    toReceive.erase(0, taken);
+    return static_cast<ssize_t>(taken);
+}
+
+int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    fuzz_input input(data, size);
+    const int request = input.number<std::uint8_t>() % 5;
+    const std::size_t answerPieces = 1U + input.number<std::uint8_t>();
+    const std::string answers = input.all();
+    compareParsers(answers);
+    std::unique_ptr<Backend> backend;
+    std::string reason;
+    require(makeBackend("redis://127.0.0.1", {"u", "secret"}, backend, reason) == errorNone, "the url is one");
+    toReceive = "+OK\r\n+OK\r\n+PONG\r\n";
+    pieceSize = 1;
+    require(backend->open(waiter).code == errorNone, "a sound server is opened");
+    toReceive = answers;
+    pieceSize = answerPieces;
+    ask(*backend, request);
+    return 0;
+}
+}

@@ -1,0 +1,207 @@
+"""A client library under test in a child process of a sandbox, with its events, replies and syslog lines.
+
+    log = Syslog(sandbox)                        # optional; before the programs that write to it
+    client = RdbClient(sandbox, LIBRARY, SHIM)   # LIBRARY: a librdbapix64.so, SHIM: libhurryshim.so or None
+    handle = client.open(url, user, password)    # create, notify and connect
+    client.wait_event(handle, CONNECTED)
+    assert client.put(handle, "host1", "2001:db8::1") == 0
+    client.wait_reply(client.request(handle, text))
+    client.close()                               # ends the child by SIGKILL if it still runs
+
+Each call is made on the child's main thread and returns the library's own result. Events and replies come from the
+library's threads in the order in which they were delivered; client.journal holds all of them:
+
+    {"event": CODE, "handle": H}
+    {"reply": ID, "text": TEXT}        ID: the number that request() returned
+
+With the shim the worker's own waits take a fiftieth of their time, down to 1 ms, and are written down as asked for
+(hurryshim.cpp); client.waits() lists them. Exchanges keep their real limits, but with sockets=N, which divides the
+limits of waits on sockets by N: for servers that stay silent. environment comes on top; an LD_PRELOAD in it is kept.
+
+Syslog gives the sandbox a /dev of its own with the usual devices and the socket /dev/log, which a thread here reads;
+lines() are the texts without priority and time, such as "python3: rdbapi: dns://...: works again".
+"""
+
+import json
+import os
+import re
+import signal
+import socket
+import threading
+import time
+from pathlib import Path
+
+from sandbox import PATIENCE, wait_until
+
+AGENT = Path(__file__).with_name("rdb_client_agent.py")
+CONNECTED = 60001
+DISCONNECTED = 60003
+
+_PRIVATE_DEV = """
+set -e
+mkdir /run/dev
+mount -t tmpfs -o mode=755 tmpfs /run/dev
+mkdir /run/dev/pts /run/dev/shm
+for device in null zero full random urandom tty; do
+    touch /run/dev/$device
+    mount --bind /dev/$device /run/dev/$device
+done
+mount --bind /dev/pts /run/dev/pts
+ln -s /proc/self/fd /run/dev/fd
+ln -s pts/ptmx /run/dev/ptmx
+mount --move /run/dev /dev
+"""
+_HEADER = re.compile(r"^<(\d+)>(?:\w{3} [ \d]\d \d\d:\d\d:\d\d )?")
+
+
+class Syslog:
+    """What the programs of one sandbox write to syslog. At most one for each sandbox."""
+
+    def __init__(self, sandbox):
+        sandbox.run("/bin/sh", "-c", _PRIVATE_DEV)
+        self._socket = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
+        self._socket.bind(str(sandbox.path("/dev/log")))
+        sandbox.path("/dev/log").chmod(0o666)
+        self._texts = []
+        self._thread = threading.Thread(target=self._read, daemon=True)
+        self._thread.start()
+
+    def _read(self):
+        while data := self._socket.recv(1 << 16):
+            self._texts.append(data.rstrip(b"\n\0").decode(errors="backslashreplace"))
+
+    def raw(self):
+        """All texts so far as they came, with priority and time."""
+        return list(self._texts)
+
+    def lines(self, part=""):
+        """The texts so far that contain part, without priority and time."""
+        return [line for text in self.raw() if part in (line := _HEADER.sub("", text))]
+
+    def wait(self, part, count=1):
+        """Waits for so many lines that contain part. Returns them."""
+        return wait_until(lambda: found if len(found := self.lines(part)) >= count else None, f"syslog: {part!r}")
+
+    def close(self):
+        self._socket.shutdown(socket.SHUT_RDWR)
+        self._thread.join()
+        self._socket.close()
+
+
+class RdbClient:
+    _count = 0
+
+    def __init__(self, sandbox, library, shim=None, sockets=None, environment=None):
+        RdbClient._count += 1
+        self._waits = f"/mnt/waits.{RdbClient._count}"
+        environment = dict(environment or {})
+        if shim is not None:
+            preloaded = environment.get("LD_PRELOAD")
+            environment["LD_PRELOAD"] = f"{shim} {preloaded}" if preloaded else str(shim)
+            environment["HURRYSHIM_FILE"] = self._waits
+        if sockets is not None:
+            environment["HURRYSHIM_SOCKETS"] = str(sockets)
+        inside, self._commands = os.pipe()
+        argv = ["/usr/bin/python3", "-I", "-S", AGENT, Path(library).resolve()]
+        self._sandbox = sandbox
+        self.process = sandbox.spawn(*argv, env=environment, stdin=inside)
+        os.close(inside)
+        self._taken = 0  # bytes of the child's output that are in journal or results
+        self._results = []
+        self._requests = 0
+        self.journal = []
+
+    def _read(self):
+        output = self.process.output_so_far()
+        end = output.rfind(b"\n") + 1
+        for line in output[self._taken : end].splitlines():
+            record = json.loads(line)
+            (self._results if "result" in record else self.journal).append(record)
+        self._taken = end
+
+    def _call(self, name, *arguments):
+        os.write(self._commands, json.dumps([name, *arguments]).encode() + b"\n")
+        give_up = time.monotonic() + PATIENCE
+        while not self._results:
+            assert time.monotonic() < give_up, f"{name} did not return"
+            assert self.process.running(), f"{name} ended the child: {self.process.output_so_far()[self._taken :]!r}"
+            time.sleep(0.001)
+            self._read()
+        return self._results.pop(0)["result"]
+
+    def create(self):
+        return self._call("create")
+
+    def notify(self, handle):
+        return self._call("notify", handle)
+
+    def connect(self, handle, url, user, password):
+        return self._call("connect", handle, url, user, password)
+
+    def tagget(self, handle, name):
+        """Returns (code, tag class, value type)."""
+        return tuple(self._call("tagget", handle, name))
+
+    def taginport(self, handle, name):
+        return self._call("taginport", handle, name)
+
+    def put(self, handle, name, value):
+        return self._call("put", handle, name, value)
+
+    def callmsg(self, handle, text):
+        """Returns (code, ID of the reply)."""
+        self._requests += 1
+        return self._call("callmsg", handle, text, self._requests), self._requests
+
+    def disconnect(self, handle):
+        return self._call("disconnect", handle)
+
+    def destroy(self, handle):
+        return self._call("destroy", handle)
+
+    def open(self, url, user, password):
+        """A new handle that is connecting."""
+        handle = self.create()
+        assert handle >= 0
+        assert self.notify(handle) == 0
+        assert self.connect(handle, url, user, password) == 0
+        return handle
+
+    def request(self, handle, text):
+        """A callmsg that is taken. Returns the ID of the reply."""
+        code, number = self.callmsg(handle, text)
+        assert code == 0, f"rdb_callmsg: {code}"
+        return number
+
+    def events(self, handle):
+        """The event codes of a handle so far."""
+        self._read()
+        return [record["event"] for record in self.journal if record.get("handle") == handle]
+
+    def replies(self):
+        """The replies so far as (ID, text)."""
+        self._read()
+        return [(record["reply"], record["text"]) for record in self.journal if "reply" in record]
+
+    def wait_event(self, handle, code, count=1):
+        """Waits until the handle has had the event so many times in all."""
+        wait_until(lambda: self.events(handle).count(code) >= count, f"event {code} of handle {handle}")
+
+    def wait_reply(self, number):
+        """Waits for the reply to a request. Returns its text."""
+        found = wait_until(lambda: [t for n, t in self.replies() if n == number], f"the reply to request {number}")
+        return found[0]
+
+    def waits(self):
+        """The worker's waits so far: (milliseconds asked for, True when the time ran out)."""
+        file = self._sandbox.path(self._waits)
+        lines = file.read_text().splitlines() if file.exists() else []
+        return [(int(asked), ran_out == "0") for asked, ran_out in map(str.split, lines)]
+
+    def close(self):
+        if self._commands is not None:
+            os.close(self._commands)
+        self._commands = None
+        if self.process.running():
+            self.process.kill(signal.SIGKILL)
+            self.process.wait()

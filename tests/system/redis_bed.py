@@ -1,0 +1,130 @@
+"""A Redis server, a proxy before it and the open client library as its client, all in one sandbox."""
+
+import os
+import shutil
+import signal
+import subprocess
+from pathlib import Path
+
+import pytest
+from host import BUILD
+from rdb_client import CONNECTED, RdbClient, Syslog
+from sandbox import Sandbox, wait_until
+
+LIBRARY = BUILD / "librdbapix64.so"
+SHIM = BUILD / "tests/libhurryshim.so"
+PROXY = Path(__file__).with_name("redis_proxy.py")
+LONGEST_BACKOFF = 60000  # ms
+DATA = "/mnt/redis"
+SOCKET = "/mnt/redis.sock"
+
+
+def require():
+    """Skips the test unless the server and its client are there."""
+    if not shutil.which("redis-server") or not shutil.which("redis-cli"):
+        pytest.skip("redis-server or redis-cli is not installed (redis-server)")
+    if not LIBRARY.exists() or b"rdb:value:" not in LIBRARY.read_bytes():
+        pytest.skip("the open client library was built without its back end redis")
+
+
+class Server:
+    """redis-server on port 6379. Keeps nothing on disk unless its options say so."""
+
+    def __init__(self, sandbox):
+        self._sandbox = sandbox
+        self._process = None
+        self.login = []  # the words of redis-cli with which command() comes in
+        sandbox.path(DATA).mkdir()
+
+    def start(self, *options):
+        always = ["--port", "6379", "--bind", "127.0.0.1", "--unixsocket", SOCKET, "--dir", DATA]
+        always += ["--save", "", "--loglevel", "warning"]
+        self._process = self._sandbox.spawn("redis-server", *always, *options)
+        wait_until(lambda: self._ask("PING") == "PONG", "redis-server")
+
+    def kill(self):
+        """Ends it at once; what is not on the disk is lost."""
+        self._process.kill(signal.SIGKILL)
+        self._process.wait()
+
+    def _ask(self, *words):
+        command = ["redis-cli", "-s", self._sandbox.path(SOCKET), *self.login, "--no-auth-warning", *words]
+        return subprocess.run(command, capture_output=True, text=True, check=False).stdout.rstrip("\n")
+
+    def command(self, *words):
+        """The answer as redis-cli prints it to a pipe: one line for each element."""
+        answer = self._ask(*(str(word) for word in words))
+        assert not answer.startswith(("ERR", "NO", "WRONG")), (words, answer)
+        return answer
+
+    def value(self, name="host1", database=0):
+        return self.command("-n", database, "HGET", f"rdb:value:{name}", "value")
+
+    def history(self, name="host1"):
+        """The values of the history, oldest first."""
+        lines = self.command("XRANGE", f"rdb:history:{name}", "-", "+").splitlines()
+        return [lines[i + 1] for i, line in enumerate(lines) if line == "value"]
+
+
+class Bed:
+    """Nothing runs at first; the client's child starts with its first connection."""
+
+    def __init__(self):
+        self.sandbox = Sandbox()
+        self.log = Syslog(self.sandbox)
+        self.server = Server(self.sandbox)
+        self.client = None
+        self.handle = None
+        self._proxy = None
+        self._orders = None
+
+    def close(self):
+        self.end_client()
+        if self._orders is not None:
+            os.close(self._orders)
+        self.log.close()
+        self.sandbox.close()
+
+    def end_client(self):
+        """Ends the client without a farewell, if there is one."""
+        if self.client is not None:
+            self.client.close()
+        self.client = None
+
+    def connect(self, rest="", user="default", password="any", port=6379, sockets=None):
+        """Begins to connect a client."""
+        self.client = RdbClient(self.sandbox, LIBRARY, SHIM, sockets)
+        self.handle = self.client.open(f"redis://127.0.0.1:{port}{rest}", user, password)
+
+    def connected(self, *arguments, **options):
+        """Connects a client and waits until it is."""
+        self.connect(*arguments, **options)
+        self.wait_connected()
+
+    def wait_connected(self):
+        """Waits until the newest event is that the client is connected."""
+        wait_until(lambda: self.client.events(self.handle)[-1:] == [CONNECTED], "the connection")
+
+    def register(self, value, name="host1"):
+        """Makes the tag and puts a value, as the service does for a tag that it does not find."""
+        assert self.client.taginport(self.handle, name) == 0
+        assert self.put(value, name) == 0
+
+    def put(self, value, name="host1"):
+        return self.client.put(self.handle, name, value)
+
+    def wait_held(self, value, name="host1", database=0):
+        """Waits until the server holds value, which the client must have brought about within its back-off."""
+        wait_until(lambda: self.server.value(name, database) == value, f"{value} at the server")
+        assert all(asked <= LONGEST_BACKOFF for asked, _ in self.client.waits())
+
+    def proxy(self, mode):
+        """Sets how answers pass at port 6380 from now on, see redis_proxy.py."""
+        if self._proxy is None:
+            inside, self._orders = os.pipe()
+            self._proxy = self.sandbox.spawn("/usr/bin/python3", "-I", "-S", PROXY, stdin=inside)
+            os.close(inside)
+            self._proxy.wait_for_output(b".")
+        before = len(self._proxy.output_so_far())
+        os.write(self._orders, mode.encode() + b"\n")
+        wait_until(lambda: len(self._proxy.output_so_far()) > before, "the proxy")

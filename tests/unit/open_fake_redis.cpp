@@ -1,0 +1,214 @@
+#include "open_fake_redis.h"
+
+#include <csignal>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <poll.h>
+#include <pthread.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+namespace opentest {
+
+namespace {
+
+//  A client that has gone is no failure of the test.
+void writeAll(int descriptor, const std::string& bytes) {
+    std::size_t done = 0;
+    while (done < bytes.size()) {
+        const ssize_t written = write(descriptor, bytes.data() + done, bytes.size() - done);
+        if (written <= 0)
+            return;
+        done += static_cast<std::size_t>(written);
+    }
+}
+
+}  // namespace
+
+FakeRedis::FakeRedis() {
+    listener_ = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t length = sizeof address;
+    auto* generic = reinterpret_cast<sockaddr*>(&address);
+    bind(listener_, generic, length);
+    listen(listener_, 64);
+    getsockname(listener_, generic, &length);
+    port_ = ntohs(address.sin_port);
+    [[maybe_unused]] const int piped = pipe(stop_);
+    sigset_t all;
+    sigset_t before;
+    sigfillset(&all);
+    pthread_sigmask(SIG_SETMASK, &all, &before);
+    thread_ = std::thread([this] { run(); });
+    pthread_sigmask(SIG_SETMASK, &before, nullptr);
+}
+
+FakeRedis::~FakeRedis() {
+    close(stop_[1]);
+    thread_.join();
+    close(stop_[0]);
+    close(listener_);
+    hangUp();
+}
+
+std::string FakeRedis::url(const std::string& rest) const {
+    return "redis://127.0.0.1:" + std::to_string(port_) + rest;
+}
+
+void FakeRedis::answer(const std::string& word, const std::string& bytes) {
+    const std::lock_guard lock(mutex_);
+    script_[word].push_back({bytes, false});
+}
+
+void FakeRedis::answerAndClose(const std::string& word, const std::string& bytes) {
+    const std::lock_guard lock(mutex_);
+    script_[word].push_back({bytes, true});
+}
+
+void FakeRedis::forget() {
+    const std::lock_guard lock(mutex_);
+    script_.clear();
+}
+
+void FakeRedis::greet(const std::string& bytes, bool close) {
+    const std::lock_guard lock(mutex_);
+    greeting_ = {bytes, close};
+}
+
+void FakeRedis::say(const std::string& bytes) {
+    const std::lock_guard lock(mutex_);
+    for (const Connection& connection : connections_)
+        writeAll(connection.descriptor, bytes);
+}
+
+void FakeRedis::hangUp() {
+    const std::lock_guard lock(mutex_);
+    for (const Connection& connection : connections_)
+        close(connection.descriptor);
+    connections_.clear();
+}
+
+std::vector<FakeRedis::Command> FakeRedis::received() {
+    const std::lock_guard lock(mutex_);
+    return received_;
+}
+
+std::vector<FakeRedis::Command> FakeRedis::received(const std::string& word) {
+    std::vector<Command> found;
+    for (const Command& command : received())
+        if (command.front() == word)
+            found.push_back(command);
+    return found;
+}
+
+int FakeRedis::connections() {
+    const std::lock_guard lock(mutex_);
+    return accepted_;
+}
+
+//  Looks at its list of connections anew often enough for those that the test has closed.
+void FakeRedis::run() {
+    for (;;) {
+        std::vector<pollfd> waited{{stop_[0], POLLIN, 0}, {listener_, POLLIN, 0}};
+        {
+            const std::lock_guard lock(mutex_);
+            for (const Connection& connection : connections_)
+                waited.push_back({connection.descriptor, POLLIN, 0});
+        }
+        poll(waited.data(), waited.size(), 20);
+        if (waited[0].revents != 0)
+            return;
+        const std::lock_guard lock(mutex_);
+        if (waited[1].revents != 0)
+            accept();
+        for (auto connection = connections_.begin(); connection != connections_.end();) {
+            pollfd now{connection->descriptor, POLLIN, 0};
+            const bool ready = poll(&now, 1, 0) == 1;
+            if (ready && !serve(*connection)) {
+                close(connection->descriptor);
+                connection = connections_.erase(connection);
+            } else {
+                ++connection;
+            }
+        }
+    }
+}
+
+void FakeRedis::accept() {
+    const int descriptor = accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC);
+    if (descriptor < 0)
+        return;
+    ++accepted_;
+    const int on = 1;
+    setsockopt(descriptor, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
+    writeAll(descriptor, greeting_.bytes);
+    if (greeting_.close) {
+        close(descriptor);
+        return;
+    }
+    Connection& connection = connections_.emplace_back();
+    connection.descriptor = descriptor;
+    connection.parser.reset();
+}
+
+bool FakeRedis::serve(Connection& connection) {
+    char bytes[16384];
+    const ssize_t taken = read(connection.descriptor, bytes, sizeof bytes);
+    if (taken <= 0)
+        return false;
+    connection.parser.feed({bytes, static_cast<std::size_t>(taken)});
+    rdbopen::RedisReply request;
+    while (connection.parser.next(request) == rdbopen::RedisReplyParser::Result::complete) {
+        Command command;
+        for (const rdbopen::RedisReply& word : request.elements)
+            command.push_back(word.text);
+        received_.push_back(command);
+        if (!reply(connection, command))
+            return false;
+    }
+    return true;
+}
+
+bool FakeRedis::reply(Connection& connection, const Command& command) {
+    std::deque<Answer>& scripted = script_[command.front()];
+    Answer answer;
+    if (scripted.empty()) {
+        answer.bytes = usual(connection, command.front());
+    } else {
+        answer = scripted.front();
+        scripted.pop_front();
+        if (command.front() == "EXEC")
+            connection.queued = -1;
+    }
+    writeAll(connection.descriptor, answer.bytes);
+    return !answer.close;
+}
+
+std::string FakeRedis::usual(Connection& connection, const std::string& word) {
+    if (word == "EXEC") {
+        std::string bytes = "*" + std::to_string(connection.queued) + "\r\n";
+        for (; connection.queued > 0; --connection.queued)
+            bytes += ":1\r\n";
+        connection.queued = -1;
+        return bytes;
+    }
+    if (word == "DISCARD" || word == "MULTI") {
+        connection.queued = word == "MULTI" ? 0 : -1;
+        return "+OK\r\n";
+    }
+    if (connection.queued >= 0) {
+        ++connection.queued;
+        return "+QUEUED\r\n";
+    }
+    static const std::map<std::string, std::string> answers{{"PING", "+PONG\r\n"},
+                                                            {"TIME", "*2\r\n$10\r\n1700000000\r\n$6\r\n123456\r\n"},
+                                                            {"HLEN", ":0\r\n"},
+                                                            {"HMGET", "*3\r\n$-1\r\n$-1\r\n$-1\r\n"},
+                                                            {"TYPE", "+none\r\n"}};
+    const auto found = answers.find(word);
+    return found == answers.end() ? "+OK\r\n" : found->second;
+}
+
+}  // namespace opentest

@@ -1,0 +1,21 @@
+#  The back end redis, in front of a fake server that is told what to answer.
+
+if(NOT HIREDIS_INCLUDE OR NOT HIREDIS_LIBRARY)
+    return()
+endif()
+
+addrpubd_unit_test(open_redis_test
+    SOURCES open_redis_reply_test.cpp open_backend_redis_test.cpp open_redis_refusal_test.cpp
+        open_fake_redis.cpp open_quiet_syslog.cpp
+    LIBS rdbapi_open
+    WRAP syslog)
+
+addrpubd_unit_test(open_redis_connection_test
+    SOURCES open_redis_connection_test.cpp open_fake_redis.cpp
+    LIBS rdbapi_open
+    WRAP clock_gettime socket connect send recv)
+
+addrpubd_unit_test(open_redis_signal_test
+    SOURCES open_redis_signal_test.cpp open_fake_redis.cpp open_quiet_syslog.cpp
+    LIBS rdbapi_open
+    WRAP syslog)

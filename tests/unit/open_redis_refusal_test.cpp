@@ -1,0 +1,159 @@
+//  redis://: what the server refuses, and what is somebody else's. Nothing of a refused request is written, and the
+//  connection goes on.
+#include "open_fake_redis.h"
+#include "open_support.h"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+using namespace opentest;
+using namespace rdbopen;
+
+class RedisRefusals : public testing::Test {
+protected:
+    RedisRefusals() {
+        std::string reason;
+        makeBackend(server.url("/2?expire=900"), {"u", "secret"}, backend, reason);
+    }
+    void SetUp() override { ASSERT_EQ(backend->open(plainWaiter).code, 0); }
+    Outcome put() {
+        const RdbSnapshot record = recordOf("host1", "v");
+        return backend->put({&record, 1});
+    }
+    void holdTag() {
+        server.answer("HLEN", ":4\r\n");
+        server.answer("HMGET", "*3\r\n$1\r\n2\r\n$1\r\n6\r\n$1\r\n1\r\n");
+    }
+    void expectUntouchedAndUsable() {
+        EXPECT_EQ(server.received("EXEC").size(), 0U);
+        EXPECT_EQ(server.received("HSET").size(), 0U);
+        EXPECT_EQ(backend->probe().code, 0);
+        EXPECT_EQ(server.connections(), 1);
+    }
+
+    FakeRedis server;
+    std::unique_ptr<Backend> backend;
+};
+
+TEST_F(RedisRefusals, AnErrorToAnyCommandOfTheLookWritesNothing) {
+    for (const char* word : {"WATCH", "TIME", "HLEN", "HMGET", "TYPE", "MULTI"}) {
+        server.answer(word, "-NOPERM no\r\n");
+        const Outcome outcome = backend->tagImport(usableTag("host1"));
+        EXPECT_EQ(outcome.code, errorServerRefused) << word;
+        EXPECT_EQ(outcome.reason, std::string(word) + " refused: the user has no permission for it (NOPERM)");
+    }
+    expectUntouchedAndUsable();
+    EXPECT_EQ(server.received("DISCARD").size(), 5U);
+    EXPECT_EQ(server.received("UNWATCH").size(), 1U);  // MULTI itself was refused
+}
+
+TEST_F(RedisRefusals, AKeyOfAnotherTypeIsLeftAlone) {
+    for (const char* word : {"HLEN", "HMGET"}) {
+        server.answer(word, "-WRONGTYPE Operation against a key\r\n");
+        const Outcome outcome = put();
+        EXPECT_EQ(outcome.code, errorServerRefused);
+        EXPECT_EQ(outcome.reason, std::string(word) + " refused: a key of another type is in the way (WRONGTYPE)");
+    }
+    server.answer("TYPE", "+list\r\n");
+    EXPECT_EQ(backend->tagImport(usableTag("host1")).reason, "rdb:history:host1 is somebody else's and stays as it is");
+    expectUntouchedAndUsable();
+}
+
+TEST_F(RedisRefusals, AHashWithOtherFieldsIsLeftAlone) {
+    server.answer("HLEN", ":7\r\n");
+    const Outcome tag = backend->tagImport(usableTag("host1"));
+    EXPECT_EQ(tag.code, errorServerRefused);
+    EXPECT_EQ(tag.reason, "rdb:tag:host1 is somebody else's and stays as it is");
+    holdTag();
+    server.answer("HLEN", ":7\r\n");
+    const Outcome value = put();
+    EXPECT_EQ(value.code, errorServerRefused);
+    EXPECT_EQ(value.reason, "rdb:value:host1 is somebody else's and stays as it is");
+    expectUntouchedAndUsable();
+}
+
+TEST_F(RedisRefusals, ADefinitionThatIsNoneIsSomebodyElses) {
+    for (const char* hash : {"*3\r\n$3\r\n256\r\n$1\r\n6\r\n$1\r\n1\r\n", "*3\r\n$2\r\n-1\r\n$1\r\n6\r\n$1\r\n1\r\n",
+                             "*3\r\n$0\r\n\r\n$1\r\n6\r\n$1\r\n1\r\n", "*3\r\n$1\r\n2\r\n$2\r\n6x\r\n$1\r\n1\r\n",
+                             "*3\r\n$1\r\n2\r\n$1\r\n6\r\n$-1\r\n", "*3\r\n:2\r\n:6\r\n:1\r\n"}) {
+        server.answer("HLEN", ":3\r\n");
+        server.answer("HMGET", hash);
+        RdbTag tag = tagNamed("host1");
+        EXPECT_EQ(backend->tagGet(tag).code, errorServerRefused) << hash;
+    }
+}
+
+TEST_F(RedisRefusals, AnErrorToAQueuedCommandNamesItAndItsCause) {
+    const struct {
+        const char* answer;
+        const char* words;
+    } rows[] = {
+        {"-READONLY You can't write\r\n", "the server is a read-only replica (READONLY)"},
+        {"-OOM command not allowed\r\n", "the server's memory limit is reached (OOM)"},
+        {"-MISCONF Redis is configured\r\n", "the server cannot save to its disk (MISCONF)"},
+        {"-MASTERDOWN Link\r\n", "the server is a replica that has lost its master (MASTERDOWN)"},
+        {"-LOADING Redis\r\n", "the server is still loading its data (LOADING)"},
+        {"-NOPERM no\r\n", "the user has no permission for it (NOPERM)"},
+        {"-MOVED 1 h:1\r\n", "the server is part of a cluster, which is not supported (MOVED)"},
+        {"-ERR something\r\n", "ERR something"},
+    };
+    for (const auto& row : rows) {
+        holdTag();
+        server.answer("XADD", row.answer);
+        server.answer("EXEC", "-EXECABORT Transaction discarded because of previous errors.\r\n");
+        const Outcome outcome = put();
+        EXPECT_EQ(outcome.code, errorServerRefused) << row.answer;
+        EXPECT_EQ(outcome.reason, std::string("XADD refused: ") + row.words);
+    }
+    EXPECT_EQ(backend->probe().code, 0);
+}
+
+TEST_F(RedisRefusals, AnErrorInsideTheTransactionsAnswerIsARefusal) {
+    holdTag();
+    server.answer("EXEC", "*6\r\n:1\r\n$3\r\n1-1\r\n-NOPERM ACLs rules changed\r\n:1\r\n:1\r\n:0\r\n");
+    const Outcome outcome = put();
+    EXPECT_EQ(outcome.code, errorServerRefused);
+    EXPECT_EQ(outcome.reason, "EXPIRE refused: the user has no permission for it (NOPERM)");
+}
+
+TEST_F(RedisRefusals, ALostLoginIsAFailedConnection) {
+    server.answer("PING", "-NOAUTH Authentication required.\r\n");
+    EXPECT_EQ(backend->probe().code, errorBackendFailed);
+    server.answer("HLEN", "-NOAUTH Authentication required.\r\n");
+    RdbTag tag = tagNamed("host1");
+    EXPECT_EQ(backend->tagGet(tag).code, errorBackendFailed);
+}
+
+TEST_F(RedisRefusals, AnAnswerOfTheWrongKindFailsTheConnection) {
+    const struct {
+        const char* word;
+        const char* answer;
+    } rows[] = {{"WATCH", ":1\r\n"},
+                {"MULTI", "+NO\r\n"},
+                {"TIME", "*1\r\n$1\r\n1\r\n"},
+                {"TIME", "+1\r\n"},
+                {"TIME", "*2\r\n:1\r\n:2\r\n"},
+                {"TIME", "*2\r\n$1\r\n1\r\n$7\r\n1000000\r\n"},
+                {"HLEN", "+1\r\n"},
+                {"HMGET", "*2\r\n$-1\r\n$-1\r\n"},
+                {"HMGET", "$-1\r\n"},
+                {"TYPE", "$4\r\nnone\r\n"},
+                {"EXEC", "*1\r\n:1\r\n"},
+                {"EXEC", "+OK\r\n"}};
+    for (const auto& row : rows) {
+        server.answer(row.word, row.answer);
+        const Outcome outcome = backend->tagImport(usableTag("host1"));
+        EXPECT_EQ(outcome.code, errorBackendFailed) << row.word << row.answer;
+        EXPECT_EQ(outcome.reason, "the server's answer to " + std::string(row.word) + " is not understood");
+        backend->close();
+        ASSERT_EQ(backend->open(plainWaiter).code, 0);
+    }
+}
+
+TEST_F(RedisRefusals, ATransactionThatCannotBeGivenUpFailsTheConnection) {
+    server.answer("DISCARD", "-ERR no\r\n");
+    EXPECT_EQ(put().code, errorBackendFailed);
+}
+
+}  // namespace

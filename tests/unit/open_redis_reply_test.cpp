@@ -1,0 +1,105 @@
+//  The parser of a Redis server's answers, and the words for its errors.
+#include "redis_refusal.h"
+#include "redis_reply.h"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+using namespace rdbopen;
+using namespace std::string_literals;
+using Kind = RedisReply::Kind;
+using Result = RedisReplyParser::Result;
+
+class RedisParser : public testing::Test {
+protected:
+    RedisParser() { EXPECT_TRUE(parser.reset()); }
+    Result parse(const std::string& bytes) {
+        parser.feed(bytes);
+        return parser.next(reply);
+    }
+    RedisReplyParser parser;
+    RedisReply reply;
+};
+
+TEST_F(RedisParser, TakesEachKindOfAnswer) {
+    ASSERT_EQ(parse("*6\r\n+OK\r\n-ERR no\r\n:-7\r\n$3\r\na\0b\r\n"
+                    "$-1\r\n*0\r\n"s),
+              Result::complete);
+    ASSERT_EQ(reply.elements.size(), 6U);
+    EXPECT_TRUE(reply.elements[0].isStatus("OK"));
+    EXPECT_TRUE(reply.elements[1].is(Kind::error));
+    EXPECT_EQ(reply.elements[1].text, "ERR no");
+    EXPECT_EQ(reply.elements[2].integer, -7);
+    EXPECT_EQ(reply.elements[3].text, "a\0b"s);
+    EXPECT_TRUE(reply.elements[4].is(Kind::nil));
+    EXPECT_TRUE(reply.elements[5].is(Kind::array));
+}
+
+TEST_F(RedisParser, TakesTheSameAnswerByteByByte) {
+    const std::string bytes = "*2\r\n$3\r\nabc\r\n*1\r\n:5\r\n";
+    for (std::size_t i = 0; i + 1 < bytes.size(); ++i)
+        ASSERT_EQ(parse(bytes.substr(i, 1)), Result::incomplete) << i;
+    ASSERT_EQ(parse(bytes.substr(bytes.size() - 1)), Result::complete);
+    EXPECT_EQ(reply.elements[1].elements[0].integer, 5);
+    EXPECT_TRUE(parser.drained());
+}
+
+TEST_F(RedisParser, LeavesTheNextAnswerForLater) {
+    ASSERT_EQ(parse("+one\r\n+two\r\n"), Result::complete);
+    EXPECT_FALSE(parser.drained());
+    ASSERT_EQ(parser.next(reply), Result::complete);
+    EXPECT_TRUE(reply.isStatus("two"));
+    EXPECT_TRUE(parser.drained());
+}
+
+TEST_F(RedisParser, BreaksAtWhatIsNoAnswer) {
+    for (const char* bytes : {"hello\r\n", ":12x\r\n", "*-2\r\n", "$-2\r\n", "$x\r\n", "*99999999999999999999\r\n",
+                              "*1\r\n*1\r\n*1\r\n*1\r\n*1\r\n*1\r\n*1\r\n*1\r\n*1\r\n"}) {
+        ASSERT_TRUE(parser.reset());
+        EXPECT_EQ(parse(bytes), Result::broken) << bytes;
+        EXPECT_EQ(parse("+OK\r\n"), Result::broken) << bytes;
+        EXPECT_NE(std::string(parser.reason()).find("does not speak"), std::string::npos) << bytes;
+    }
+}
+
+TEST_F(RedisParser, TakesTheLongestAnswerAndBreaksAtOneByteMore) {
+    const std::string head = "$262131\r\n";
+    const std::string longest = head + std::string(262131, 'x') + "\r\n";
+    ASSERT_EQ(longest.size(), longestRedisReply - 2);
+    EXPECT_EQ(parse(longest), Result::complete);
+    EXPECT_EQ(parse("$262133\r\n" + std::string(262133, 'x') + "\r\n"), Result::complete);
+    EXPECT_EQ(parse("$262134\r\n" + std::string(262134, 'x') + "\r\n"), Result::broken);
+    EXPECT_STREQ(parser.reason(), "an answer of the server is too long");
+}
+
+TEST_F(RedisParser, TakesTheWidestArraysAndBreaksAtOneElementMore) {
+    std::string bytes = "*2\r\n*8190\r\n";
+    for (int i = 0; i < 8190; ++i)
+        bytes += ":1\r\n";
+    EXPECT_EQ(parse(bytes + ":1\r\n"), Result::complete);
+    EXPECT_EQ(parse(bytes + "*1\r\n"), Result::broken);
+}
+
+TEST_F(RedisParser, AnAnnouncedArrayTakesNoMemoryBeyondItsShare) {
+    EXPECT_EQ(parse("*2147483647\r\n"), Result::broken);
+}
+
+TEST(RedisRefusal, HasWordsForTheUsualAnswers) {
+    EXPECT_EQ(redisRefusal("HSET", "OOM command not allowed when used memory > 'maxmemory'.", true),
+              "HSET refused: the server's memory limit is reached (OOM)");
+    EXPECT_EQ(redisRefusal("EXEC", "EXECABORT Transaction discarded because of: READONLY You can't write", true),
+              "EXEC refused: the server is a read-only replica (READONLY)");
+}
+
+TEST(RedisRefusal, QuotesOthersPrintableAndCut) {
+    EXPECT_EQ(redisRefusal("HSET", "ERR odd\n\x1b[31m\xff", true), "HSET refused: ERR odd??[31m?");
+    EXPECT_EQ(redisRefusal("HSET", std::string(500, 'x'), true), "HSET refused: " + std::string(120, 'x'));
+}
+
+TEST(RedisRefusal, QuotesNothingWhenToldSo) {
+    EXPECT_EQ(redisRefusal("AUTH", "ERR unknown command 'AUTH', with args beginning with: 'u' 'secret'", false),
+              "AUTH refused: the answer is none of the usual ones");
+}
+
+}  // namespace

@@ -1,0 +1,70 @@
+//  rdb_disconnect and rdb_destory in a signal handler at any moment of a connection to a Redis server: while it is made,
+//  while it logs in, inside a request, and while nothing happens.
+#include "open_fake_redis.h"
+#include "open_support.h"
+
+#include <csignal>
+#include <gtest/gtest.h>
+#include <sys/time.h>
+
+namespace {
+
+using namespace opentest;
+
+std::atomic<int> interrupted{0};
+int volatile handleToEnd = -1;
+
+void endHandle(int) {
+    rdb_disconnect(handleToEnd);
+    rdb_destory(handleToEnd);
+    interrupted = 1;
+}
+
+void interruptIn(int microseconds) {
+    interrupted = 0;
+    struct sigaction action {};
+    action.sa_handler = endHandle;
+    sigaction(SIGALRM, &action, nullptr);
+    itimerval timer{};
+    timer.it_value.tv_usec = microseconds;
+    setitimer(ITIMER_REAL, &timer, nullptr);
+}
+
+void ignoreEvent(std::int32_t, std::int64_t, void*) {}
+
+//  Connects and works until the handler has run.
+void roundOf(const std::string& url, int microseconds) {
+    const int handle = rdb_create();
+    ASSERT_GE(handle, 0);
+    ASSERT_EQ(rdb_setmessagenotify(handle, ignoreEvent, nullptr), 0);
+    handleToEnd = handle;
+    interruptIn(microseconds);
+    rdb_connectex(handle, url.c_str(), "u", "secret", 0);
+    while (interrupted == 0) {
+        RdbTag tag = usableTag("host1");
+        std::int32_t result = 0;
+        rdb_tagget(handle, &tag);
+        rdb_taginport(handle, RDB_TAGINPORT_MODE, &tag, &result);
+        const RdbSnapshot record = recordOf("host1", "v");
+        rdb_objputsnapshot(handle, &record, 1);
+    }
+}
+
+TEST(RedisSignal, MayEndTheHandleAtAnyMoment) {
+    FakeRedis server;
+    for (int round = 0; round < 1000; ++round)
+        roundOf(server.url(), 20 + round * 37 % 3000);
+    EXPECT_TRUE(workersEnded());
+    EXPECT_GT(server.connections(), 0);
+}
+
+TEST(RedisSignal, EndsAConnectionWhoseServerIsSilent) {
+    FakeRedis server;
+    for (const char* word : {"AUTH", "PING", "WATCH", "EXEC"}) {
+        server.answer(word, "");
+        roundOf(server.url(), 20000);
+        EXPECT_TRUE(workersEnded()) << word;
+    }
+}
+
+}  // namespace
