@@ -3,6 +3,9 @@
 #include "backend_log.h"
 #include "url.h"
 
+#ifdef RDBOPEN_WITH_DNS
+#include "backend_dns.h"
+#endif
 #ifdef RDBOPEN_WITH_HOSTS
 #include "backend_hosts.h"
 #endif
@@ -32,6 +35,9 @@ constexpr Scheme schemes[] = {
 #endif
 #ifdef RDBOPEN_WITH_REDIS
     {"redis", makeRedisBackend},
+#endif
+#ifdef RDBOPEN_WITH_DNS
+    {"dns", makeDnsBackend},
 #endif
 };
 

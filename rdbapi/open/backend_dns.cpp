@@ -1,0 +1,198 @@
+#include "backend_dns.h"
+
+#include "clock.h"
+#include "dns_exchange.h"
+#include "dns_records.h"
+#include "dns_words.h"
+#include "secret.h"
+
+#include <algorithm>
+#include <openssl/crypto.h>
+#include <stdlib.h>
+#include <system_error>
+
+namespace rdbopen {
+
+namespace {
+
+constexpr std::chrono::milliseconds exchangeLimit{5000};
+constexpr std::chrono::milliseconds openLimit{10000};
+
+class DnsBackend : public Backend {
+public:
+    DnsBackend(DnsZone zone, std::string key_name, std::string password)
+        : zone_(std::move(zone)), keyName_(std::move(key_name)), password_(std::move(password)) {}
+
+    std::string label() const override { return "dns://" + serverText(zone_.server) + "/" + zone_.zone; }
+    bool serves(Service service) const noexcept override { return service == Service::messages; }
+
+    Outcome open(const Waiter& waiter) override;
+    void close() noexcept override { waiter_ = nullptr; }
+    Outcome message(std::string_view text, std::string& reply) override;
+    std::string refusal(std::string_view text, int code) override;
+
+    std::chrono::milliseconds checkInterval() const noexcept override { return zone_.check; }
+    Outcome checkMessage(std::string_view text) override;
+
+private:
+    Outcome setsFor(const DnsRequest& request, std::vector<RecordSet>& sets) const;
+    Outcome update(const DnsRequest& request) const;
+    Outcome checkSet(DnsExchange& exchange, const RecordSet& set) const;
+    std::string takeKey(TsigKey& key) const;
+
+    const DnsZone zone_;
+    const std::string keyName_;
+    const std::string password_;
+    const Waiter* waiter_ = nullptr;  // null while it is closed
+};
+
+//  The failure that an answer is, or errorNone for one whose every byte counts.
+Outcome outcomeOf(const Answer& answer) {
+    if (answer.trust == Trust::none)
+        return backendFailed(answer.reason);
+    return answer.trust == Trust::refusal ? serverRefused(answer.reason) : Outcome{};
+}
+
+std::uint16_t newId() {
+    return static_cast<std::uint16_t>(arc4random());
+}
+
+//  The password is read each time, so that a key can be changed while the service runs.
+std::string DnsBackend::takeKey(TsigKey& key) const {
+    key.name = keyName_;
+    key.algorithm = zone_.algorithm;
+    std::string failed = readSecret(password_, key.secret);
+    if (failed.empty() && !isTsigSecret(key.secret))
+        return "the password is not the secret of a key in base64";
+    return failed;
+}
+
+Outcome DnsBackend::open(const Waiter& waiter) {
+    waiter_ = &waiter;
+    TsigKey key;
+    if (std::string failed = takeKey(key); !failed.empty())
+        return backendFailed(std::move(failed));
+    const std::chrono::milliseconds until = monotonicNow() + openLimit;
+    DnsExchange exchange(waiter, std::move(key));
+    if (std::string failed = exchange.connect(zone_.server, until); !failed.empty())
+        return backendFailed(std::move(failed));
+    const Answer answer =
+        exchange.ask(queryMessage(newId(), zone_.zone, typeSoa), std::min(until, monotonicNow() + exchangeLimit));
+    if (answer.trust != Trust::whole)
+        return backendFailed(answer.reason);
+    if (const unsigned rcode = rcodeOf(*answer.packet); rcode != rcodeNoError)
+        return backendFailed(rcodeWords(rcode));
+    if (!ldns_pkt_aa(answer.packet.get()) || !answerHas(*answer.packet, zone_.zone, typeSoa))
+        return backendFailed("the server is not authoritative for a zone " + zone_.zone);
+    return {};
+}
+
+//  errorBadRequest has its reason for the reply.
+Outcome DnsBackend::setsFor(const DnsRequest& request, std::vector<RecordSet>& sets) const {
+    std::string full;
+    if (!nameInZone(request.name, zone_.zone, full))
+        return {errorBadRequest, "the zone " + zone_.zone + " does not hold the name " + request.name};
+    LocalFlags flags;
+    if (zone_.skipTemporary || zone_.skipDeprecated)
+        if (const int error = readLocalFlags(flags); error != 0)
+            return backendFailed("the flags of the addresses cannot be read: " +
+                                 std::generic_category().message(error));
+    sets = recordSets(full, publishedAddresses(request.addresses, zone_, flags), request.httpsPorts);
+    if (!std::all_of(sets.begin(), sets.end(), [](const RecordSet& set) { return isDnsName(set.owner); }))
+        return {errorBadRequest, "the name " + request.name + " is too long for its records"};
+    return {};
+}
+
+Outcome DnsBackend::update(const DnsRequest& request) const {
+    std::vector<RecordSet> sets;
+    if (Outcome failed = setsFor(request, sets); failed.code != errorNone)
+        return failed;
+    TsigKey key;
+    if (std::string failed = takeKey(key); !failed.empty())
+        return backendFailed(std::move(failed));
+    DnsBytes message = updateMessage(newId(), zone_.zone, zone_.ttl, sets);
+    if (message.empty() || message.size() + signatureLength(key) > longestMessage)
+        return {errorBadRequest, "the records do not fit into one update of 65535 bytes"};
+    const std::chrono::milliseconds until = monotonicNow() + exchangeLimit;
+    DnsExchange exchange(*waiter_, std::move(key));
+    if (std::string failed = exchange.connect(zone_.server, until); !failed.empty())
+        return backendFailed(std::move(failed));
+    const Answer answer = exchange.ask(std::move(message), until);
+    if (answer.trust != Trust::whole)
+        return outcomeOf(answer);
+    const unsigned rcode = rcodeOf(*answer.packet);
+    return rcode == rcodeNoError ? Outcome{} : serverRefused(rcodeWords(rcode));
+}
+
+Outcome DnsBackend::message(std::string_view text, std::string& reply) {
+    DnsRequest request;
+    const std::string refused = parseDnsRequest(text, request);
+    Outcome outcome = refused.empty() ? update(request) : Outcome{errorBadRequest, refused};
+    reply = dnsReply(request.seqno, outcome.code, outcome.code == errorNone ? "ok" : outcome.reason);
+    if (outcome.code == errorBadRequest)
+        outcome.reason.clear();
+    return outcome;
+}
+
+std::string DnsBackend::refusal(std::string_view text, int code) {
+    DnsRequest request;
+    parseDnsRequest(text, request);
+    return dnsReply(request.seqno, code, "the server is not connected");
+}
+
+//  An alias at a name keeps every other record away from it, and a server passes over updates that want both
+//  (RFC 2136 section 3.4.2.2): asking again would not help.
+Outcome DnsBackend::checkSet(DnsExchange& exchange, const RecordSet& set) const {
+    const Answer answer = exchange.ask(queryMessage(newId(), set.owner, set.type), monotonicNow() + exchangeLimit);
+    if (answer.trust != Trust::whole)
+        return outcomeOf(answer);
+    const unsigned rcode = rcodeOf(*answer.packet);
+    if (rcode != rcodeNoError && rcode != rcodeNxDomain)
+        return serverRefused(rcodeWords(rcode));
+    if (!ldns_pkt_aa(answer.packet.get()))
+        return serverRefused("the server is not authoritative for " + set.owner);
+    if (answerHas(*answer.packet, set.owner, typeCname))
+        return serverRefused("a CNAME stands at " + set.owner + " and keeps its other records away");
+    return answerHolds(*answer.packet, set) ? Outcome{} : Outcome{errorNotHeld, {}};
+}
+
+Outcome DnsBackend::checkMessage(std::string_view text) {
+    DnsRequest request;
+    std::vector<RecordSet> sets;
+    if (!parseDnsRequest(text, request).empty())
+        return {};
+    if (Outcome failed = setsFor(request, sets); failed.code != errorNone)
+        return failed.code == errorBadRequest ? Outcome{} : failed;
+    TsigKey key;
+    if (std::string failed = takeKey(key); !failed.empty())
+        return backendFailed(std::move(failed));
+    DnsExchange exchange(*waiter_, std::move(key));
+    if (std::string failed = exchange.connect(zone_.server, monotonicNow() + exchangeLimit); !failed.empty())
+        return backendFailed(std::move(failed));
+    for (const RecordSet& set : sets)
+        if (Outcome outcome = checkSet(exchange, set); outcome.code != errorNone)
+            return outcome;
+    return {};
+}
+
+}  // namespace
+
+int makeDnsBackend(const Url& url, const Credentials& credentials, std::unique_ptr<Backend>& backend,
+                   std::string& reason) {
+    DnsZone zone;
+    if (!parseDnsZone(url, zone, reason))
+        return errorBadUrl;
+    std::string key_name = lowerCase(credentials.user);
+    if (key_name.ends_with('.'))
+        key_name.pop_back();
+    if (!isDnsName(key_name)) {
+        reason = "the user is not the name of a key";
+        return errorBadUrl;
+    }
+    //  ldns signs with this library, whose clean-up at exit would take it away from a thread that still signs.
+    OPENSSL_init_crypto(OPENSSL_INIT_NO_ATEXIT, nullptr);
+    backend = std::make_unique<DnsBackend>(std::move(zone), std::move(key_name), credentials.password);
+    return errorNone;
+}
+
+}  // namespace rdbopen

@@ -1,0 +1,39 @@
+//  Where the records of a message lie, without looking into them. Made for messages of which nothing is known yet: it
+//  reads each byte at most once, follows no compression pointer and allocates nothing.
+//
+//      | header | questions | answers | authority | additional ... | signature |
+//                                                                              ^ end of message, or it is malformed
+#ifndef RDBAPI_OPEN_DNS_LAYOUT_H
+#define RDBAPI_OPEN_DNS_LAYOUT_H
+
+#include <cstddef>
+#include <cstdint>
+#include <span>
+
+namespace rdbopen {
+
+inline constexpr std::size_t dnsHeaderLength = 12;  // RFC 1035 section 4.1.1
+
+enum class DnsLayout {
+    malformed,  // its records do not end where the message ends, or a signature is not its last record (RFC 8945
+                // section 5.1), is not of class ANY and ttl 0 (section 4.2), or is one of several
+    bare,       // without a signature
+    signed_,    // its last record is a signature
+};
+
+//  Offsets of a signature in its message. Its data ends with the message.
+struct SignaturePlace {
+    std::size_t owner = 0;
+    std::size_t data = 0;
+};
+
+//  Says how message is laid out. Stores place for DnsLayout::signed_.
+DnsLayout layoutOf(std::span<const std::uint8_t> message, SignaturePlace& place);
+
+inline unsigned readDns16(const std::uint8_t* bytes) {
+    return static_cast<unsigned>(bytes[0]) << 8 | bytes[1];
+}
+
+}  // namespace rdbopen
+
+#endif

@@ -1,0 +1,95 @@
+//  The DNS messages of the open client library, for a comparison with another implementation. Reads one command a line from
+//  standard input and writes one line for each; bytes are hexadecimal digits, "-" is an empty word.
+//
+//      update ID TIME KEY ALGORITHM SECRET ZONE TTL NAME ADDRESS,... PORT,...      -> the signed message
+//      query  ID TIME KEY ALGORITHM SECRET OWNER TYPE                              -> the signed message
+//      answer NOW ANSWER     to the message made last, with its key                -> "whole", or the reason why not
+#include "dns_records.h"
+#include "dns_tsig.h"
+
+#include <cstdio>
+#include <iostream>
+#include <sstream>
+
+namespace {
+
+using namespace rdbopen;
+
+TsigKey key;
+SignedRequest request;
+
+DnsBytes fromHex(const std::string& digits) {
+    DnsBytes bytes;
+    for (std::size_t i = 0; i + 1 < digits.size(); i += 2)
+        bytes.push_back(static_cast<std::uint8_t>(std::stoi(digits.substr(i, 2), nullptr, 16)));
+    return bytes;
+}
+
+std::vector<std::string> split(const std::string& list) {
+    std::vector<std::string> words;
+    std::istringstream text(list == "-" ? "" : list);
+    for (std::string word; std::getline(text, word, ',');)
+        words.push_back(word);
+    return words;
+}
+
+DnsBytes update(std::uint16_t id, std::istream& words) {
+    DnsZone zone;
+    std::string name;
+    std::string addresses;
+    std::string ports;
+    words >> zone.zone >> zone.ttl >> name >> addresses >> ports;
+    std::string full;
+    if (!nameInZone(name, zone.zone, full))
+        return {};
+    std::vector<std::uint16_t> numbers;
+    for (const std::string& port : split(ports))
+        numbers.push_back(static_cast<std::uint16_t>(std::stoi(port)));
+    return updateMessage(id, zone.zone, zone.ttl,
+                         recordSets(full, publishedAddresses(split(addresses), zone, {}), numbers));
+}
+
+DnsBytes query(std::uint16_t id, std::istream& words) {
+    std::string owner;
+    std::uint16_t type = 0;
+    words >> owner >> type;
+    return queryMessage(id, owner, type);
+}
+
+std::string makeRequest(const std::string& kind, std::istream& words) {
+    std::uint16_t id = 0;
+    std::int64_t time = 0;
+    words >> id >> time >> key.name >> key.algorithm >> key.secret;
+    DnsBytes message = kind == "update" ? update(id, words) : query(id, words);
+    if (message.empty() || !signRequest(std::move(message), key, time, request))
+        return "refused";
+    std::ostringstream digits;
+    for (const std::uint8_t byte : request.wire) {
+        char pair[3];
+        std::snprintf(pair, sizeof pair, "%02x", byte);
+        digits << pair;
+    }
+    return digits.str();
+}
+
+std::string judge(std::istream& words) {
+    std::int64_t now = 0;
+    std::string digits;
+    words >> now >> digits;
+    const Answer answer = readAnswer(fromHex(digits), request, key, now);
+    const char* const trusts[] = {"none: ", "refusal: ", "whole "};
+    const std::string rcode = answer.packet ? std::to_string(rcodeOf(*answer.packet)) : "";
+    return trusts[static_cast<int>(answer.trust)] + answer.reason + rcode;
+}
+
+}  // namespace
+
+int main() {
+    for (std::string line; std::getline(std::cin, line);) {
+        std::istringstream words(line);
+        std::string kind;
+        words >> kind;
+        std::cout << (kind == "answer" ? judge(words) : makeRequest(kind, words)) << "\n" << std::flush;
+    }
+    return 0;
+}

@@ -1,0 +1,278 @@
+//  The back end against a server on loopback that keeps to the standards and answers as its script says.
+#include "backend_dns.h"
+
+#include "open_dns_support.h"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+using namespace opentest;
+using namespace rdbopen;
+
+constexpr const char* request = R"({"request":"ws_dnsupdate","seqno":7,"item":{"name":"host1",)"
+                                R"("ipv6s":["2001:db8::1","fd00::1"],"httpsports":[443,8443]}})";
+
+std::unique_ptr<Backend> backendOf(const std::string& url, const std::string& password = testSecret,
+                                   const std::string& user = "key1") {
+    std::unique_ptr<Backend> backend;
+    std::string reason;
+    EXPECT_EQ(makeBackend(url, {user, password}, backend, reason), errorNone) << reason;
+    return backend;
+}
+
+Reaction answered(const SeenRequest& seen, unsigned rcode, const std::vector<AnswerRecord>& records = {}) {
+    return {framed(genuineAnswer(seen, rcode, records)), Reaction::Then::goOn};
+}
+
+//  A server of the zone that takes and refuses what the test sets.
+struct Zone {
+    std::atomic<unsigned> updateCode{0};
+    std::mutex mutex;
+    std::vector<AnswerRecord> records;
+
+    DnsServer::Script script() {
+        return [this](const SeenRequest& seen) {
+            if (seen.opcode == LDNS_PACKET_UPDATE)
+                return answered(seen, updateCode);
+            if (seen.type == 6)
+                return answered(seen, 0, {soaOf("example.org")});
+            const std::lock_guard lock(mutex);
+            std::vector<AnswerRecord> found;
+            for (const AnswerRecord& record : records)
+                if (record.owner == seen.owner && (record.type == seen.type || record.type == typeCname))
+                    found.push_back(record);
+            return answered(seen, found.empty() ? 3 : 0, found);
+        };
+    }
+};
+
+std::vector<AnswerRecord> published() {
+    const DnsBytes one = fromHex("20010db8000000000000000000000001");
+    return {{"host1.example.org", 28, one},
+            {"host1.example.org", 65, fromHex("0001 00 0006 0010 20010db8000000000000000000000001")},
+            {"_8443._https.host1.example.org", 65,
+             fromHex("0001 05686f737431076578616d706c65036f726700 0006 0010 20010db8000000000000000000000001")}};
+}
+
+TEST(DnsBackend, NamesItselfWithoutUserAndPassword) {
+    EXPECT_EQ(backendOf("dns://[2001:db8::53]/Example.org?ttl=5")->label(), "dns://[2001:db8::53]:53/example.org");
+}
+
+TEST(DnsBackend, ServesMessagesOnly) {
+    const auto backend = backendOf("dns://s/z");
+    EXPECT_TRUE(backend->serves(Backend::Service::messages));
+    EXPECT_FALSE(backend->serves(Backend::Service::tags));
+}
+
+TEST(DnsBackend, LooksAsOftenAsTheUrlSays) {
+    EXPECT_EQ(backendOf("dns://s/z")->checkInterval(), std::chrono::seconds(60));
+    EXPECT_EQ(backendOf("dns://s/z?check=0")->checkInterval(), std::chrono::seconds(0));
+}
+
+TEST(DnsBackend, AUserThatIsNoKeyNameIsRefused) {
+    for (const char* const user : {"", "a b", "a..b", "."}) {
+        std::unique_ptr<Backend> backend;
+        std::string reason;
+        EXPECT_EQ(makeBackend("dns://s/z", {user, testSecret}, backend, reason), errorBadUrl) << user;
+        EXPECT_EQ(reason, "the user is not the name of a key");
+    }
+}
+
+TEST(DnsBackend, OpensWithASignedQuestionForTheZone) {
+    Zone zone;
+    DnsServer server(zone.script());
+    const auto backend = backendOf(server.url(), testSecret, "KEY1.");
+    EXPECT_EQ(backend->open(plainWaiter).reason, "");
+    const SeenRequest seen = server.requests().take();
+    EXPECT_EQ(seen.owner, "example.org");
+    EXPECT_EQ(seen.type, 6U);
+    EXPECT_EQ(seen.mac.size(), 34U);
+}
+
+TEST(DnsBackend, OpenFailsWithTheServersWords) {
+    for (const auto& [code, reason] : {std::pair{2U, "SERVFAIL: the server failed; its log says why"},
+                                       std::pair{5U, "REFUSED: the server does not allow this key to do it"},
+                                       std::pair{9U, "NOTAUTH: the server is not the primary of the zone"}}) {
+        DnsServer server([rcode = code](const SeenRequest& seen) { return answered(seen, rcode); });
+        const Outcome outcome = backendOf(server.url())->open(plainWaiter);
+        EXPECT_EQ(outcome.code, errorBackendFailed);
+        EXPECT_EQ(outcome.reason, reason);
+    }
+}
+
+TEST(DnsBackend, OpenFailsWhenTheServerIsNotAuthoritative) {
+    DnsServer server([](const SeenRequest& seen) {
+        DnsBytes message = plainAnswer(seen.id, 0, 0, {soaOf("example.org")});
+        message[2] &= 0xfb;
+        Signing signing;
+        signing.time = seen.time;
+        return Reaction{framed(signMessage(message, seen.mac, signing)), Reaction::Then::goOn};
+    });
+    EXPECT_EQ(backendOf(server.url())->open(plainWaiter).reason,
+              "the server is not authoritative for a zone example.org");
+}
+
+TEST(DnsBackend, OpenFailsWhenTheNameIsNoZone) {
+    DnsServer server([](const SeenRequest& seen) { return answered(seen, 0, {soaOf("org")}); });
+    EXPECT_EQ(backendOf(server.url())->open(plainWaiter).reason,
+              "the server is not authoritative for a zone example.org");
+}
+
+TEST(DnsBackend, OpenFailsWithoutAServer) {
+    std::string url;
+    {
+        DnsServer server([](const SeenRequest&) { return Reaction{}; });
+        url = server.url();
+    }
+    EXPECT_EQ(backendOf(url)->open(plainWaiter).reason, "cannot be reached: Connection refused");
+}
+
+TEST(DnsBackend, APasswordThatIsNoSecretFailsTheOpen) {
+    EXPECT_EQ(backendOf("dns://127.0.0.1:1/z", "se*cret")->open(plainWaiter).reason,
+              "the password is not the secret of a key in base64");
+}
+
+TEST(DnsBackend, TheSecretIsReadFromItsFileAnewForEachConnection) {
+    const Folder folder;
+    writeText(folder.file("key"), std::string(testSecret) + "\n");
+    Zone zone;
+    DnsServer server(zone.script());
+    const auto backend = backendOf(server.url(), "file:" + folder.file("key"));
+    ASSERT_EQ(backend->open(plainWaiter).reason, "");
+    writeText(folder.file("key"), "???");
+    std::string reply;
+    EXPECT_EQ(backend->message(request, reply).reason, "the password is not the secret of a key in base64");
+    EXPECT_EQ(backend->checkMessage(request).reason, "the password is not the secret of a key in base64");
+}
+
+//  The fixture's back end is open, and the server has seen the question for the zone.
+class OpenDnsBackend : public testing::Test {
+protected:
+    void start(const std::string& options = "?skip=ula") {
+        backend = backendOf(server.url("/example.org" + options));
+        ASSERT_EQ(backend->open(plainWaiter).reason, "");
+        server.requests().take();
+    }
+    Outcome send(const std::string& text) { return backend->message(text, reply); }
+
+    Zone zone;
+    DnsServer server{zone.script()};
+    std::unique_ptr<Backend> backend;
+    std::string reply;
+};
+
+TEST_F(OpenDnsBackend, AMessageIsOneUpdate) {
+    start();
+    EXPECT_EQ(send(request).code, errorNone);
+    EXPECT_EQ(reply, R"({"seqno":7,"code":0,"message":"ok"})");
+    const SeenRequest seen = server.requests().take();
+    const Packet packet = parseMessage(seen.wire);
+    EXPECT_EQ(seen.opcode, unsigned{LDNS_PACKET_UPDATE});
+    EXPECT_EQ(ldns_pkt_nscount(packet.get()), 6U);
+    EXPECT_EQ(server.requests().count(), 0U);
+    EXPECT_EQ(server.connections(), 2);
+}
+
+TEST_F(OpenDnsBackend, ARefusalIsToldInWordsAndAskedAgain) {
+    start();
+    for (unsigned code = 1; code < 12; ++code) {
+        zone.updateCode = code;
+        const Outcome outcome = send(request);
+        EXPECT_EQ(outcome.code, errorServerRefused);
+        EXPECT_NE(reply.find("\"code\":1017,\"message\":\"" + outcome.reason + "\""), std::string::npos) << reply;
+    }
+    zone.updateCode = 0;
+    EXPECT_EQ(send(request).code, errorNone);
+}
+
+TEST_F(OpenDnsBackend, ANameOutsideTheZoneIsNeverSent) {
+    start();
+    const Outcome outcome = send(R"({"request":"ws_dnsupdate","seqno":1,"item":{"name":"host1.example.com"}})");
+    EXPECT_EQ(outcome.code, errorBadRequest);
+    EXPECT_EQ(reply,
+              R"({"seqno":1,"code":1013,"message":"the zone example.org does not hold the name host1.example.com"})");
+    EXPECT_EQ(server.connections(), 1);
+}
+
+TEST_F(OpenDnsBackend, ANameTooLongForItsRecordsIsNeverSent) {
+    start();
+    const std::string label(60, 'a');
+    const std::string name = label + "." + label + "." + label + "." + label.substr(0, 50) + ".example.org";
+    const auto text = [&name](const char* ports) {
+        return R"({"request":"ws_dnsupdate","seqno":1,"item":{"name":")" + name + R"(","httpsports":[)" + ports + "]}}";
+    };
+    EXPECT_EQ(send(text("443")).code, errorNone);
+    EXPECT_EQ(send(text("8443")).code, errorBadRequest);
+    EXPECT_NE(reply.find("is too long for its records"), std::string::npos);
+}
+
+TEST_F(OpenDnsBackend, WhatDoesNotFitOneMessageIsNeverSent) {
+    start();
+    const auto text = [](int count) {
+        std::string list;
+        for (int i = 0; i < count; ++i)
+            list += (i == 0 ? "\"" : ",\"") + std::string("2001:db8::") + std::to_string(i) + "\"";
+        return R"({"request":"ws_dnsupdate","seqno":1,"item":{"name":"host1","ipv6s":[)" + list + "]}}";
+    };
+    EXPECT_EQ(send(text(2300)).code, errorNone);
+    EXPECT_EQ(send(text(2400)).code, errorBadRequest);
+    EXPECT_EQ(reply, R"({"seqno":1,"code":1013,"message":"the records do not fit into one update of 65535 bytes"})");
+}
+
+TEST_F(OpenDnsBackend, AMalformedRequestIsRefused) {
+    start();
+    EXPECT_EQ(send("{").code, errorBadRequest);
+    EXPECT_EQ(reply, R"({"seqno":null,"code":1013,"message":"the request is not a JSON object"})");
+    EXPECT_EQ(backend->checkMessage("{").code, errorNone);
+}
+
+TEST_F(OpenDnsBackend, ARequestThatIsNotCarriedOutIsAnsweredWithItsNumber) {
+    EXPECT_EQ(backendOf("dns://s/z")->refusal(request, errorNotConnected),
+              R"({"seqno":7,"code":1005,"message":"the server is not connected"})");
+}
+
+TEST_F(OpenDnsBackend, ACheckAsksForEachSetOnOneConnection) {
+    zone.records = published();
+    start();
+    EXPECT_EQ(backend->checkMessage(request).code, errorNone);
+    for (const char* const owner : {"host1.example.org", "host1.example.org", "_8443._https.host1.example.org"})
+        EXPECT_EQ(server.requests().take().owner, owner);
+    EXPECT_EQ(server.connections(), 2);
+}
+
+TEST_F(OpenDnsBackend, ACheckFindsEachRecordThatIsGoneOrAltered) {
+    start();
+    for (std::size_t i = 0; i < published().size(); ++i) {
+        {
+            const std::lock_guard lock(zone.mutex);
+            zone.records = published();
+            zone.records[i].data.back() ^= 1;
+        }
+        EXPECT_EQ(backend->checkMessage(request).code, errorNotHeld) << i;
+        const std::lock_guard lock(zone.mutex);
+        zone.records.erase(zone.records.begin() + static_cast<std::ptrdiff_t>(i));
+    }
+    EXPECT_EQ(backend->checkMessage(request).code, errorNotHeld);
+}
+
+TEST_F(OpenDnsBackend, ACheckSaysThatAnAliasStandsAtTheName) {
+    zone.records = {{"host1.example.org", typeCname, fromHex("00")}};
+    start();
+    const Outcome outcome = backend->checkMessage(request);
+    EXPECT_EQ(outcome.code, errorServerRefused);
+    EXPECT_EQ(outcome.reason, "a CNAME stands at host1.example.org and keeps its other records away");
+}
+
+TEST_F(OpenDnsBackend, AServerThatIsGoneFailsBoth) {
+    std::unique_ptr<Backend> lone;
+    {
+        DnsServer other(zone.script());
+        lone = backendOf(other.url());
+        ASSERT_EQ(lone->open(plainWaiter).code, errorNone);
+    }
+    EXPECT_EQ(lone->message(request, reply).code, errorBackendFailed);
+    EXPECT_EQ(lone->checkMessage(request).code, errorBackendFailed);
+}
+
+}  // namespace

@@ -1,0 +1,22 @@
+#  The back end dns of the open client library.
+if(TARGET rdbapi_open)
+    get_target_property(definitions rdbapi_open COMPILE_DEFINITIONS)
+endif()
+if(NOT "RDBOPEN_WITH_DNS" IN_LIST definitions)
+    return()
+endif()
+
+add_library(open_dns_support STATIC open_dns_support.cpp)
+target_include_directories(open_dns_support PUBLIC ${CMAKE_CURRENT_SOURCE_DIR})
+target_link_libraries(open_dns_support PUBLIC rdbapi_open ${OPENSSL_CRYPTO_LIBRARY})
+
+addrpubd_unit_test(open_dns_message_test
+    SOURCES open_dns_zone_url_test.cpp open_dns_records_test.cpp open_dns_message_test.cpp open_dns_layout_test.cpp
+        open_dns_tsig_test.cpp open_local_flags_test.cpp
+    LIBS open_dns_support
+    WRAP open read)
+
+addrpubd_unit_test(open_dns_test
+    SOURCES open_backend_dns_test.cpp open_dns_hostile_test.cpp open_dns_signal_test.cpp open_quiet_syslog.cpp
+    LIBS open_dns_support
+    WRAP syslog socket send recv open)

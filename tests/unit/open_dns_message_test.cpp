@@ -1,0 +1,99 @@
+//  The bytes of updates and questions, and the comparison of answers with what is wanted.
+#include "dns_message.h"
+
+#include "dns_answer.h"
+#include "open_dns_support.h"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+using namespace opentest;
+using namespace rdbopen;
+
+//  RFC 2136 section 2: zone, no prerequisites, updates. All names but the zone's are pointers to earlier ones.
+TEST(DnsUpdate, DeletesEachSetThenAddsItsRecords) {
+    const std::vector<RecordSet> sets{{"h.example.org", typeAaaa, {fromHex("20010db8000000000000000000000001")}},
+                                      {"h.example.org", typeHttps, {fromHex("000100")}},
+                                      {"_80._https.h.example.org", typeHttps, {}}};
+    const std::string zone = "07 6578616d706c65 03 6f7267 00 0006 0001";
+    const std::string expected = "1234 2800 0001 0000 0005 0000" + zone +                    //
+                                 "01 68 c00c 001c 00ff 00000000 0000" +                      // AAAA of h, all
+                                 "c01d 0041 00ff 00000000 0000" +                            // HTTPS of h, all
+                                 "03 5f3830 06 5f6874747073 c01d 0041 00ff 00000000 0000" +  //
+                                 "c01d 001c 0001 0000003c 0010 20010db8000000000000000000000001" +
+                                 "c01d 0041 0001 0000003c 0003 000100";
+    EXPECT_EQ(toHex(updateMessage(0x1234, "example.org", 60, sets)), toHex(fromHex(expected)));
+}
+
+TEST(DnsUpdate, HasTheTtlOfTheUrl) {
+    const std::vector<RecordSet> sets{{"example.org", typeAaaa, {DnsBytes(16)}}};
+    for (const std::uint32_t ttl : {0U, 1U, 2147483647U}) {
+        const DnsBytes wire = updateMessage(1, "example.org", ttl, sets);
+        const DnsBytes last(wire.end() - 22, wire.end() - 18);
+        EXPECT_EQ(last, (DnsBytes{static_cast<std::uint8_t>(ttl >> 24), static_cast<std::uint8_t>(ttl >> 16),
+                                  static_cast<std::uint8_t>(ttl >> 8), static_cast<std::uint8_t>(ttl)}));
+    }
+}
+
+TEST(DnsQuery, AsksWithoutRecursion) {
+    EXPECT_EQ(toHex(queryMessage(0x1234, "example.org", typeSoa)),
+              toHex(fromHex("1234 0000 0001 0000 0000 0000 07 6578616d706c65 03 6f7267 00 0006 0001")));
+}
+
+//  A record of 16 bytes with a compressed owner is 28 bytes long.
+TEST(DnsUpdate, UpTo65535BytesIsOneMessage) {
+    RecordSet set{"h.example.org", typeAaaa, {}};
+    const std::size_t most = (65535 - updateMessage(1, "example.org", 60, {set}).size()) / 28;
+    set.records.assign(most, DnsBytes(16));
+    EXPECT_GT(updateMessage(1, "example.org", 60, {set}).size(), 65535U - 28U);
+    set.records.emplace_back(16);
+    EXPECT_TRUE(updateMessage(1, "example.org", 60, {set}).empty());
+    set.records.resize(200000);
+    EXPECT_TRUE(updateMessage(1, "example.org", 60, {set}).empty());
+}
+
+//  A pointer has 14 bits, so a name that first stands behind 16383 is written out each time.
+TEST(DnsUpdate, NamesFarBehindAreNotPointedTo) {
+    std::vector<RecordSet> sets{{"h.example.org", typeHttps, {DnsBytes(3)}}};
+    for (int i = 0; i < 1200; ++i)
+        sets.push_back({"_" + std::to_string(1000 + i) + "._https.h.example.org", typeHttps, {DnsBytes(3)}});
+    const DnsBytes wire = updateMessage(1, "example.org", 60, sets);
+    const Packet packet = parseMessage(wire);
+    ASSERT_TRUE(packet);
+    const ldns_rr_list* const updates = ldns_pkt_authority(packet.get());
+    ASSERT_EQ(ldns_rr_list_rr_count(updates), 2402U);
+    for (const std::size_t at : {1200U, 2401U}) {
+        const std::unique_ptr<char, void (*)(void*)> owner(ldns_rdf2str(ldns_rr_owner(ldns_rr_list_rr(updates, at))),
+                                                           std::free);
+        EXPECT_STREQ(owner.get(), "_2199._https.h.example.org.");
+    }
+}
+
+bool holds(const std::vector<AnswerRecord>& answer, const std::vector<DnsBytes>& wanted) {
+    const Packet packet = parseMessage(plainAnswer(1, 0, 0, answer));
+    return packet && answerHolds(*packet, {"h.example.org", typeHttps, wanted});
+}
+
+TEST(DnsAnswer, HoldsASetWhenItHasExactlyItsRecordsInAnyOrder) {
+    const DnsBytes a = fromHex("0001 00 0006 0010 20010db8000000000000000000000001");
+    const DnsBytes b = fromHex("0002 00 0003 0002 20fb");
+    const AnswerRecord first{"h.example.org", typeHttps, a};
+    const AnswerRecord second{"H.Example.org", typeHttps, b};
+    EXPECT_TRUE(holds({}, {}));
+    EXPECT_TRUE(holds({first, second}, {a, b}));
+    EXPECT_TRUE(holds({second, first}, {a, b}));
+    EXPECT_FALSE(holds({first}, {a, b}));
+    EXPECT_FALSE(holds({first, second}, {a}));
+    EXPECT_FALSE(holds({first}, {}));
+    EXPECT_FALSE(holds({}, {a}));
+}
+
+TEST(DnsAnswer, RecordsOfAnotherNameOrTypeDoNotCount) {
+    const DnsBytes a = fromHex("0001 00");
+    EXPECT_FALSE(holds({{"g.example.org", typeHttps, a}}, {a}));
+    EXPECT_FALSE(holds({{"h.example.org", 64, a}}, {a}));
+    EXPECT_TRUE(holds({{"h.example.org", typeHttps, a}, {"h.example.org", 46, DnsBytes(40)}}, {a}));
+}
+
+}  // namespace

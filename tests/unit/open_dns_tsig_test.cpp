@@ -1,0 +1,261 @@
+//  What an answer is worth. Answers are put together and signed by the test; only one signed over the request counts.
+#include "dns_tsig.h"
+
+#include "dns_words.h"
+#include "open_dns_support.h"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+using namespace opentest;
+using namespace rdbopen;
+
+constexpr std::uint16_t typeText = 16;
+
+SignedRequest requestWith(const TsigKey& key = testKey()) {
+    SignedRequest request;
+    EXPECT_TRUE(signRequest(queryMessage(4711, "host1.example.org", typeAaaa), key, 1700000000, request));
+    return request;
+}
+
+Signing signingFor(const SignedRequest& request, const TsigKey& key = testKey()) {
+    Signing signing;
+    signing.key = key;
+    signing.time = request.time;
+    return signing;
+}
+
+DnsBytes answerFor(const SignedRequest& request, unsigned rcode = 0) {
+    return plainAnswer(request.id, 0, rcode, {{"host1.example.org", typeText, fromHex("03 616263")}});
+}
+
+Answer read(const DnsBytes& message, const SignedRequest& request, const TsigKey& key = testKey()) {
+    return readAnswer(message, request, key, request.time);
+}
+
+Answer readSigned(const SignedRequest& request, const Signing& signing, unsigned rcode = 0) {
+    return read(signMessage(answerFor(request, rcode), request.mac, signing), request);
+}
+
+TEST(TsigSecret, IsBase64OfAtLeastOneByte) {
+    EXPECT_TRUE(isTsigSecret(testSecret));
+    EXPECT_TRUE(isTsigSecret("QQ=="));
+    for (const char* const other : {"", "*", "QQ=", "Q", "QQ==*", "secret!"})
+        EXPECT_FALSE(isTsigSecret(other)) << other;
+}
+
+TEST(TsigRequest, IsSignedAsTheStandardSays) {
+    for (const char* const algorithm : {"hmac-sha1", "hmac-sha256", "hmac-sha384", "hmac-sha512"}) {
+        const TsigKey key = testKey(algorithm);
+        const SignedRequest request = requestWith(key);
+        const DnsBytes bare = queryMessage(4711, "host1.example.org", typeAaaa);
+        EXPECT_EQ(toHex(request.wire), toHex(signMessage(bare, {}, signingFor(request, key)))) << algorithm;
+        EXPECT_EQ(request.wire.size(), bare.size() + signatureLength(key)) << algorithm;
+    }
+}
+
+TEST(TsigRequest, CannotBeSignedWithoutASecret) {
+    SignedRequest request;
+    EXPECT_FALSE(signRequest(queryMessage(1, "a", 1), {"key1", "hmac-sha256", "*"}, 0, request));
+    EXPECT_FALSE(signRequest(queryMessage(1, "a", 1), {"key1", "hmac-md5", testSecret}, 0, request));
+}
+
+TEST(TsigAnswer, SignedOverTheRequestCountsWhole) {
+    for (const char* const algorithm : {"hmac-sha1", "hmac-sha256", "hmac-sha384", "hmac-sha512"}) {
+        const TsigKey key = testKey(algorithm);
+        const SignedRequest request = requestWith(key);
+        const DnsBytes message = signMessage(answerFor(request), request.mac, signingFor(request, key));
+        EXPECT_EQ(read(message, request, key).trust, Trust::whole) << algorithm;
+    }
+}
+
+TEST(TsigAnswer, ASignedErrorCodeCountsWhole) {
+    const SignedRequest request = requestWith();
+    const Answer answer = readSigned(request, signingFor(request), 5);
+    ASSERT_EQ(answer.trust, Trust::whole);
+    EXPECT_EQ(rcodeOf(*answer.packet), 5U);
+}
+
+TEST(TsigAnswer, UnsignedNeverCounts) {
+    const SignedRequest request = requestWith();
+    for (unsigned rcode = 0; rcode < 16; ++rcode)
+        EXPECT_EQ(read(answerFor(request, rcode), request).trust, Trust::none) << rcode;
+    EXPECT_EQ(read(answerFor(request), request).reason, "the answer is not signed");
+    EXPECT_EQ(read(answerFor(request, 2), request).reason,
+              "the answer is not signed (SERVFAIL: the server failed; its log says why)");
+}
+
+TEST(TsigAnswer, AnEmptySignatureIsARefusalForBadKeyAndBadSigOnly) {
+    const SignedRequest request = requestWith();
+    Signing signing = signingFor(request);
+    signing.empty = true;
+    for (unsigned rcode = 0; rcode < 16; ++rcode)
+        for (signing.error = 0; signing.error < 32; ++signing.error) {
+            const bool refusal = rcode == 9 && (signing.error == 16 || signing.error == 17);
+            EXPECT_EQ(readSigned(request, signing, rcode).trust, refusal ? Trust::refusal : Trust::none)
+                << rcode << " " << signing.error;
+        }
+}
+
+TEST(TsigAnswer, ASignedErrorOfTheSignatureIsARefusalInWords) {
+    const SignedRequest request = requestWith();
+    Signing signing = signingFor(request);
+    const struct {
+        unsigned error;
+        const char* reason;
+    } rows[] = {
+        {16, "BADSIG: the password is not the secret that the server has for the key"},
+        {17, "BADKEY: the server does not know the key with this algorithm, or does not allow it to do this"},
+        {18, "BADTIME: the server refuses the time of the message"},
+        {22, "BADTRUNC: the server does not take signatures of this length"},
+        {23, "the server refuses the signature with code 23"},
+    };
+    for (const auto& row : rows) {
+        signing.error = row.error;
+        const Answer answer = readSigned(request, signing, 9);
+        EXPECT_EQ(answer.trust, Trust::refusal) << row.error;
+        EXPECT_EQ(answer.reason, row.reason);
+    }
+}
+
+TEST(TsigAnswer, BadTimeSaysWhichClockIsAhead) {
+    const SignedRequest request = requestWith();
+    Signing signing = signingFor(request);
+    signing.error = tsigBadTime;
+    signing.other = timeBytes(request.time + 4000);
+    EXPECT_EQ(readSigned(request, signing, 9).reason, "BADTIME: the clocks differ, the server's is 4000 s ahead");
+    signing.other = timeBytes(request.time - 301);
+    EXPECT_EQ(readSigned(request, signing, 9).reason, "BADTIME: the clocks differ, the server's is 301 s behind");
+}
+
+TEST(TsigAnswer, CountsUpToTheFudgeAwayAndNotBeyond) {
+    const SignedRequest request = requestWith();
+    Signing signing = signingFor(request);
+    for (const std::int64_t away : {-301, -300, 0, 300, 301}) {
+        signing.time = request.time + away;
+        EXPECT_EQ(readSigned(request, signing).trust, std::abs(away) <= 300 ? Trust::whole : Trust::none) << away;
+    }
+    EXPECT_EQ(readSigned(request, signing).reason, "the answer was signed at another time, 301 s away");
+}
+
+//  Servers compress the key's name when it stands in the message already.
+TEST(TsigAnswer, MayPointToTheKeysName) {
+    const SignedRequest request = requestWith();
+    const DnsBytes bare = plainAnswer(request.id, 0, 0, {{"key1", typeText, fromHex("03 616263")}});
+    DnsBytes message = signMessage(bare, request.mac, signingFor(request));
+    const auto owner = message.begin() + static_cast<std::ptrdiff_t>(bare.size());
+    message.erase(owner, owner + 6);
+    const DnsBytes pointer = fromHex("c00c");
+    message.insert(message.begin() + static_cast<std::ptrdiff_t>(bare.size()), pointer.begin(), pointer.end());
+    EXPECT_EQ(read(message, request).trust, Trust::whole);
+    message[bare.size() + 1] = 0x0d;
+    EXPECT_EQ(read(message, request).trust, Trust::none);
+    message[bare.size() + 1] = static_cast<std::uint8_t>(bare.size());
+    EXPECT_EQ(read(message, request).trust, Trust::none);
+}
+
+TEST(TsigAnswer, OfAnotherKeyNeverCounts) {
+    const SignedRequest request = requestWith();
+    const TsigKey others[] = {{"key2", "hmac-sha256", testSecret},
+                              {"key1", "hmac-sha512", testSecret},
+                              {"key1", "hmac-sha256", "MTIzNDU2Nzg5MDEyMzQ1Njc4OTAxMjM0NTY3ODkwMTM="}};
+    for (const TsigKey& other : others)
+        EXPECT_EQ(readSigned(request, signingFor(request, other)).reason, "the signature of the answer is wrong");
+}
+
+TEST(TsigAnswer, SignedOverAnotherRequestNeverCounts) {
+    const SignedRequest request = requestWith();
+    DnsBytes mac = request.mac;
+    mac.back() ^= 1;
+    EXPECT_EQ(read(signMessage(answerFor(request), mac, signingFor(request)), request).trust, Trust::none);
+    EXPECT_EQ(read(signMessage(answerFor(request), {}, signingFor(request)), request).trust, Trust::none);
+}
+
+TEST(TsigAnswer, WithAnyHeaderFieldWrongNeverCounts) {
+    const SignedRequest request = requestWith();
+    const struct {
+        std::size_t at;
+        std::uint8_t flip;
+        const char* reason;
+    } rows[] = {
+        {0, 0x01, "the answer belongs to another request"},
+        {1, 0x80, "the answer belongs to another request"},
+        {2, 0x80, "the answer is not one to the request"},
+        {2, 0x28, "the answer is not one to the request"},
+        {2, 0x02, "the answer is cut short"},
+    };
+    for (const auto& row : rows) {
+        DnsBytes message = answerFor(request);
+        message[row.at] ^= row.flip;
+        EXPECT_EQ(read(signMessage(message, request.mac, signingFor(request)), request).reason, row.reason);
+    }
+}
+
+//  A letter of the key's or algorithm's name may change its case: it is signed in lower case (RFC 8945 section 4.3.3).
+bool onlyChangesCase(const DnsBytes& message, std::size_t signature, std::size_t at, int bit) {
+    constexpr std::size_t keyFirst = 1;
+    constexpr std::size_t keyLast = 4;
+    constexpr std::size_t algorithmFirst = 17;
+    constexpr std::size_t algorithmLast = 27;
+    const std::size_t offset = at - signature;
+    const bool inName = at >= signature && ((offset >= keyFirst && offset <= keyLast) ||
+                                            (offset >= algorithmFirst && offset <= algorithmLast));
+    return inName && bit == 5 && std::isalpha(message[at]) != 0;
+}
+
+TEST(TsigAnswer, WithAnyBitFlippedNeverCounts) {
+    const SignedRequest request = requestWith();
+    const DnsBytes bare = answerFor(request);
+    const DnsBytes message = signMessage(bare, request.mac, signingFor(request));
+    for (std::size_t at = 0; at < message.size(); ++at)
+        for (int bit = 0; bit < 8; ++bit) {
+            DnsBytes altered = message;
+            altered[at] ^= static_cast<std::uint8_t>(1 << bit);
+            const bool counts = read(altered, request).trust == Trust::whole;
+            EXPECT_EQ(counts, onlyChangesCase(message, bare.size(), at, bit)) << "byte " << at << " bit " << bit;
+        }
+}
+
+TEST(TsigAnswer, CutShortOrWithMoreBehindItNeverCounts) {
+    const SignedRequest request = requestWith();
+    const DnsBytes message = signMessage(answerFor(request), request.mac, signingFor(request));
+    for (std::size_t size = 0; size < message.size(); ++size)
+        EXPECT_EQ(read(DnsBytes(message.begin(), message.begin() + static_cast<std::ptrdiff_t>(size)), request).trust,
+                  Trust::none);
+    DnsBytes longer = message;
+    longer.push_back(0);
+    EXPECT_EQ(read(longer, request).trust, Trust::none);
+    longer.insert(longer.end(), message.end() - 80, message.end());
+    EXPECT_EQ(read(longer, request).trust, Trust::none);
+}
+
+TEST(TsigAnswer, WithTwoSignaturesNeverCounts) {
+    const SignedRequest request = requestWith();
+    const Signing signing = signingFor(request);
+    const DnsBytes twice = signMessage(signMessage(answerFor(request), request.mac, signing), request.mac, signing);
+    EXPECT_EQ(read(twice, request).reason, "the answer is malformed");
+}
+
+TEST(DnsWords, EachCodeHasWords) {
+    const struct {
+        unsigned code;
+        const char* text;
+    } rows[] = {
+        {1, "FORMERR: the server does not understand the message"},
+        {2, "SERVFAIL: the server failed; its log says why"},
+        {3, "NXDOMAIN: the server does not have the name"},
+        {4, "NOTIMP: the server does not take updates"},
+        {5, "REFUSED: the server does not allow this key to do it"},
+        {6, "YXDOMAIN: a name exists that must not"},
+        {7, "YXRRSET: a record set exists that must not"},
+        {8, "NXRRSET: a record set is missing"},
+        {9, "NOTAUTH: the server is not the primary of the zone"},
+        {10, "NOTZONE: the name is not in the zone"},
+        {11, "the server answers with code 11"},
+    };
+    for (const auto& row : rows)
+        EXPECT_EQ(rcodeWords(row.code), row.text);
+}
+
+}  // namespace

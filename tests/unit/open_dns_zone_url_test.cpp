@@ -1,0 +1,107 @@
+#include "dns_zone_url.h"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+using namespace rdbopen;
+
+struct Result {
+    bool taken = false;
+    DnsZone zone;
+    std::string reason;
+};
+
+Result parse(const std::string& text) {
+    Url url;
+    Result result;
+    EXPECT_TRUE(parseUrl(text, url, result.reason)) << text;
+    result.taken = parseDnsZone(url, result.zone, result.reason);
+    return result;
+}
+
+TEST(DnsZoneUrl, HasDefaultsForEverythingButServerAndZone) {
+    const Result result = parse("dns://ns.example.org/example.org");
+    ASSERT_TRUE(result.taken) << result.reason;
+    EXPECT_EQ(result.zone.server.host, "ns.example.org");
+    EXPECT_EQ(result.zone.server.port, 53);
+    EXPECT_EQ(result.zone.zone, "example.org");
+    EXPECT_EQ(result.zone.ttl, 60U);
+    EXPECT_EQ(result.zone.algorithm, "hmac-sha256");
+    EXPECT_FALSE(result.zone.skipUla || result.zone.skipTemporary || result.zone.skipDeprecated);
+    EXPECT_EQ(result.zone.check, std::chrono::seconds(60));
+}
+
+TEST(DnsZoneUrl, TakesEachOption) {
+    const Result result = parse("dns://[2001:db8::53]:5353/example.org?check=0&skip=deprecated,ula,temporary"
+                                "&algorithm=hmac-sha512&ttl=2147483647");
+    ASSERT_TRUE(result.taken) << result.reason;
+    EXPECT_EQ(result.zone.server.host, "2001:db8::53");
+    EXPECT_EQ(result.zone.server.port, 5353);
+    EXPECT_EQ(result.zone.ttl, 2147483647U);
+    EXPECT_EQ(result.zone.algorithm, "hmac-sha512");
+    EXPECT_TRUE(result.zone.skipUla && result.zone.skipTemporary && result.zone.skipDeprecated);
+    EXPECT_EQ(result.zone.check, std::chrono::seconds(0));
+}
+
+TEST(DnsZoneUrl, TakesEachAlgorithm) {
+    for (const std::string algorithm : {"hmac-sha1", "hmac-sha256", "hmac-sha384", "hmac-sha512"})
+        EXPECT_EQ(parse("dns://s/z?algorithm=" + algorithm).zone.algorithm, algorithm);
+}
+
+TEST(DnsZoneUrl, TheZoneIsTakenInLowerCaseAndWithoutItsLastDot) {
+    EXPECT_EQ(parse("dns://s/Example.ORG.").zone.zone, "example.org");
+}
+
+TEST(DnsZoneUrl, WhatIsNotOneIsRefusedWithTheReason) {
+    const std::string ttl = "malformed url: ttl is a number of seconds from 0 to 2147483647";
+    const std::string check = "malformed url: check is a number of seconds from 0 to 86400";
+    const std::string skip = "malformed url: skip is a list of ula, temporary and deprecated, each once";
+    const std::string algorithm = "malformed url: algorithm is hmac-sha1, hmac-sha256, hmac-sha384 or hmac-sha512";
+    const std::string zone = "malformed url: it names no zone, as in dns://SERVER/ZONE";
+    const std::pair<std::string, std::string> rows[] = {
+        {"dns:///z", "malformed url: it names no server"},
+        {"dns://k:p@s/z", "malformed url: user and password have settings of their own and do not belong into the url"},
+        {"dns://s:0/z", "malformed url: the port of the server is not a number from 1 to 65535"},
+        {"dns://s", zone},
+        {"dns://s/", zone},
+        {"dns://s/.", zone},
+        {"dns://s/a..b", zone},
+        {"dns://s/a/b", zone},
+        {"dns://s/z%20", zone},
+        {"dns://s/" + std::string(64, 'a'), zone},
+        {"dns://s/z?ttl=", ttl},
+        {"dns://s/z?ttl=-1", ttl},
+        {"dns://s/z?ttl=60s", ttl},
+        {"dns://s/z?ttl=2147483648", ttl},
+        {"dns://s/z?check=86401", check},
+        {"dns://s/z?check=x", check},
+        {"dns://s/z?skip=", skip},
+        {"dns://s/z?skip=ula,", skip},
+        {"dns://s/z?skip=ula,ula", skip},
+        {"dns://s/z?skip=ULA", skip},
+        {"dns://s/z?skip=tentative", skip},
+        {"dns://s/z?algorithm=hmac-md5", algorithm},
+        {"dns://s/z?algorithm=hmac-sha224", algorithm},
+        {"dns://s/z?algorithm=HMAC-SHA256", algorithm},
+        {"dns://s/z?ttl=1&ttl=1", "malformed url: the option ttl is given twice"},
+        {"dns://s/z?color=red", "malformed url: the options are ttl, algorithm, skip and check, not color"},
+    };
+    for (const auto& [url, reason] : rows) {
+        const Result result = parse(url);
+        EXPECT_FALSE(result.taken) << url;
+        EXPECT_EQ(result.reason, reason) << url;
+    }
+}
+
+TEST(DnsName, HasLabelsOfUpTo63And253CharactersInAll) {
+    const std::string label(63, 'a');
+    const std::string longest = label + "." + label + "." + label + "." + std::string(61, 'a');
+    for (const std::string& name : {std::string("a"), std::string("A-b_c.9"), label, longest})
+        EXPECT_TRUE(isDnsName(name)) << name;
+    for (const std::string& name : {std::string(), std::string("."), std::string("a."), std::string(".a"),
+                                    std::string("a b"), std::string("a\\032b"), label + "a", longest + "a"})
+        EXPECT_FALSE(isDnsName(name)) << name;
+}
+
+}  // namespace
