@@ -10,6 +10,7 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <new>
 
 #include <fcntl.h>
 #include <strings.h>
@@ -93,14 +94,14 @@ int CDaemon::runChild() {
     }
     umask(0);
     writePid();
-    auto* run = new CRunCls;
+    auto* run = new (std::nothrow) CRunCls;
     if (queue.send("\nstart...\r") != 0)
         std::puts("send message failed");
-    if (!run->start()) {
+    if (run == nullptr || !run->start()) {
         queue.send("Start failed!\n");
         queue.send(end_marker);
         closePidFile();
-        run->forgetLog();
+        CRunCls::forgetLog(run);
         std::exit(4);
     }
     redirectStandardDescriptors();

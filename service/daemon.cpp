@@ -4,10 +4,13 @@
 #include "pidfile.h"
 #include "runcls.h"
 
+#include <atomic>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <new>
 
+#include <pthread.h>
 #include <signal.h>
 #include <unistd.h>
 
@@ -60,10 +63,10 @@ void CDaemon::runConsole() {
     if (!claimInstance(unused))
         return;
     writePid();
-    auto* run = new CRunCls;
-    if (!run->start()) {
+    auto* run = new (std::nothrow) CRunCls;
+    if (run == nullptr || !run->start()) {
         std::puts("Start failed!");
-        run->forgetLog();
+        CRunCls::forgetLog(run);
         return;
     }
     application = run;
@@ -113,6 +116,20 @@ void stopApplication(CRunCls& run) {
     closeConnection(run.dns_handle);
 }
 
+constinit std::atomic<pthread_t> ending_thread{0};  // 0 while no thread ends the process
+
+//  Returns true once, for the thread that ends the process. Both signals may arrive at the same moment, on two threads:
+//  then the other one waits for the end. A second signal on the ending thread itself only goes on.
+bool beginsTheEnd() {
+    const pthread_t self = pthread_self();
+    pthread_t other = 0;
+    if (ending_thread.compare_exchange_strong(other, self))
+        return true;
+    while (pthread_equal(other, self) == 0)
+        pause();
+    return false;
+}
+
 }  // namespace
 
 //  A mask inherited from whoever started the program would keep the signals away.
@@ -128,6 +145,8 @@ void installExitSignals() {
 
 //  From here on the signals are ignored: one must not interrupt the handling of the other.
 void onExitSignal(int signal_number) {
+    if (!beginsTheEnd())
+        return;
     signal(SIGINT, SIG_IGN);
     signal(SIGTERM, SIG_IGN);
     std::printf("exit signal %d.\n", signal_number);

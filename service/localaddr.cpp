@@ -1,6 +1,7 @@
 #include "localaddr.h"
 
 #include <cstring>
+#include <memory>
 
 #include <arpa/inet.h>
 #include <ifaddrs.h>
@@ -48,8 +49,8 @@ std::int32_t getLocalIpv6List(std::string& out) {
         return -1;
     if (list == nullptr)
         return 0;
+    const std::unique_ptr<ifaddrs, decltype(&freeifaddrs)> freed_at_end(list, freeifaddrs);
     for (const ifaddrs* entry = list; entry != nullptr; entry = entry->ifa_next)
         appendAddress(entry->ifa_addr, out);
-    freeifaddrs(list);
     return 0;
 }

@@ -4,6 +4,7 @@
 
 #include <cstdio>
 #include <ctime>
+#include <new>
 
 #include <fcntl.h>
 #include <strings.h>
@@ -44,7 +45,7 @@ void describeService() {
 //  An unknown word and a word too many are silently ignored, on purpose: a service object comes and goes, and nothing is
 //  printed.
 void ignoreCommand() {
-    delete new CRunCls;
+    delete new (std::nothrow) CRunCls;
 }
 
 void runCommand(const char* word) {

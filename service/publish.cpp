@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <new>
 
 namespace {
 
@@ -49,6 +50,14 @@ void CRunCls::publishOnce() {
     if (!passesGate(now, last_cycle_time))
         return;
     last_cycle_time = now;
+    try {
+        runCycle(now);
+    } catch (const std::bad_alloc&) {
+        //  The texts keep what they had; the next cycle compares with them again.
+    }
+}
+
+void CRunCls::runCycle(time_t now) {
     listAddresses();
     if (rdb_connected != 0 && !putSnapshot(now))
         return;

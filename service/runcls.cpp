@@ -8,6 +8,7 @@
 
 #include <cstdio>
 #include <cstring>
+#include <new>
 
 #include <strings.h>
 
@@ -22,6 +23,14 @@ CRunCls::~CRunCls() {
 }
 
 bool CRunCls::start() {
+    try {
+        return startAll();
+    } catch (const std::bad_alloc&) {
+        return false;
+    }
+}
+
+bool CRunCls::startAll() {
     const std::string ini_path = getExeDir() + "addrpubd.ini";
     if (!loadConfig(ini_path.c_str())) {
         std::printf("Load %s failed.\n", ini_path.c_str());

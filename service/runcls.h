@@ -55,14 +55,16 @@ public:
     CRunCls& operator=(const CRunCls&) = delete;
 
     //  Loads the configuration, opens the log, checks the host name and starts the connections. A server that is not
-    //  fully configured is left out. Returns false after having reported why; silently when there is no memory for a log.
+    //  fully configured is left out. Returns false after having reported why; silently when there is no memory for a log
+    //  or a text.
     bool start();
 
     //  Stores the nine keys of the ini file at path; others are ignored. Returns false when it cannot be opened.
     bool loadConfig(const char* path);
 
     //  Runs one pass of the publish cycle: sleeps 100 ms, and at most every ten seconds lists the addresses and tells
-    //  the connected servers what changed, or what was told 600 seconds ago.
+    //  the connected servers what changed, or what was told 600 seconds ago. What finds no memory is left to the next
+    //  cycle.
     void publishOnce();
 
     //  Defines the tag named after the host in the rdb server, through tag. Returns true on success.
@@ -73,16 +75,21 @@ public:
     std::int32_t updateDomain(DnsUpdateItem& item);
 
     //  Takes the log away from the callbacks without destroying it. For an object whose start failed: a connection may
-    //  be open, and the process ends with the log's memory.
-    void forgetLog() { log = nullptr; }
+    //  be open, and the process ends with the log's memory. Null, for an object that found no memory, is left alone.
+    static void forgetLog(CRunCls* run) {
+        if (run != nullptr)
+            run->log = nullptr;
+    }
 
 private:
+    bool startAll();
     void openLog();
     bool checkHostname(const std::string& ini_path);
     bool connectRdbServer();
     bool connectDnsServer();
     void storeSetting(const std::string& key, const std::string& value);
 
+    void runCycle(time_t now);
     void listAddresses();
     bool putSnapshot(time_t now);
     bool ensureTag();

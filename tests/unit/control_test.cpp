@@ -207,6 +207,13 @@ TEST_F(Control, AnotherHolderKeepsTheWaitGoingAndTheFirstIsKilled) {
     EXPECT_EQ(signals(), (Lines{"kill 77 15", "kill 77 9"}));
 }
 
+TEST_F(Control, AHolderOfPid1IsStoppedAndWaitedForLikeAnyOther) {
+    lock({{F_WRLCK, 1}, {F_WRLCK, 1}, unlocked});
+    EXPECT_EQ(stop(), "stop theservice... pid = 1\n\ntheservice stoped gracefully!\n\n");
+    EXPECT_EQ(system.seconds_slept, 1);
+    EXPECT_EQ(signals(), Lines{"kill 1 15"});
+}
+
 TEST_F(Control, AFileThatCannotBeOpenedAgainEndsTheWait) {
     lock({held});
     system.pid_file_refused = [](int opening) { return opening == 4; };

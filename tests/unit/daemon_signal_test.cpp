@@ -7,10 +7,13 @@
 #include "service_platform.h"
 #include "service_support.h"
 
+#include <atomic>
 #include <csignal>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
+#include <thread>
+#include <utility>
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -22,6 +25,19 @@
 extern "C" const char* __tsan_default_options();
 const char* __tsan_default_options() {
     return "report_signal_unsafe=0";
+}
+
+namespace {
+
+std::atomic<bool> waits{false};
+
+}  // namespace
+
+extern "C" int __real_pause();
+extern "C" int __wrap_pause();
+int __wrap_pause() {
+    waits = true;
+    return __real_pause();
 }
 
 namespace {
@@ -140,6 +156,41 @@ TEST_F(ExitSignal, ASecondSignalDoesNotInterruptTheFirst) {
         std::raise(SIGTERM);
     });
     EXPECT_EQ(ended.out, "exit signal 15.\nnot interrupted\n");
+    EXPECT_EQ(ended.status, 0);
+}
+
+TEST_F(ExitSignal, OfTwoThreadsThatAreSignalledAtTheSameTimeOneEndsTheProcess) {
+    const Ended ended = inChild([] {
+        static auto* const run = new CRunCls;
+        run->rdb_handle = 3;
+        g_daemon.application = run;
+        recording_rdb::set_observer([](const recording_rdb::Call& call) {
+            std::printf("%s %d\n", recording_rdb::name_of(call.function), call.handle);
+            static bool second = false;
+            if (std::exchange(second, true))
+                return;
+            std::thread([] { onExitSignal(2); }).detach();
+            while (!waits)
+                std::this_thread::yield();
+        });
+        onExitSignal(15);
+    });
+    EXPECT_EQ(ended.out, "exit signal 15.\nrdb_disconnect 3\nrdb_destory 3\n");
+    EXPECT_EQ(ended.status, 0);
+}
+
+TEST_F(ExitSignal, ASecondSignalOnTheEndingThreadIsPassedOver) {
+    const Ended ended = inChild([] {
+        static auto* const run = new CRunCls;
+        run->rdb_handle = 3;
+        g_daemon.application = run;
+        recording_rdb::set_observer([](const recording_rdb::Call& call) {
+            std::printf("%s %d\n", recording_rdb::name_of(call.function), call.handle);
+            onExitSignal(2);
+        });
+        onExitSignal(15);
+    });
+    EXPECT_EQ(ended.out, "exit signal 15.\nrdb_disconnect 3\nrdb_destory 3\n");
     EXPECT_EQ(ended.status, 0);
 }
 

@@ -229,6 +229,14 @@ TEST_F(ClaimPidFile, AnyCallThatFailsGivesMinusOne) {
     EXPECT_EQ(claimWith([] {}), 0);
 }
 
+TEST_F(ClaimPidFile, AWriteThatFailsLeavesTheFileEmpty) {
+    writeFile(path, "12345\n");
+    opened();
+    platform::hooks().write = [](int, const void*, std::size_t) { return -1; };
+    EXPECT_EQ(claimPidFile(fd), -1);
+    EXPECT_EQ(readFile(path), "");
+}
+
 TEST_F(ClaimPidFile, OneByteWrittenIsEnough) {
     opened();
     platform::hooks().write = [](int, const void*, std::size_t) { return 1; };

@@ -220,6 +220,12 @@ TEST_F(ServiceStart, ADnsServerWithOneOfItsThreeKeysEmptyIsLeftOut) {
     EXPECT_EQ(callsMade(), Lines{});
 }
 
+TEST_F(ServiceStart, TheDnsConnectionMayGetHandle0) {
+    EXPECT_TRUE(startWith("logurl=stdout\nhostname=h\ndnsurl=a\ndnsuser=b\ndnspswd=c\n"));
+    EXPECT_EQ(callsMade(), (Lines{"rdb_create 0", "rdb_setmessagenotify 0", "rdb_connectex 0"}));
+    EXPECT_EQ(run->dns_handle, 0);
+}
+
 TEST_F(ServiceStart, ANegativeRdbHandleFails) {
     recording_rdb::script_result(Function::create, 0, -3);
     EXPECT_FALSE(startWith(both));
