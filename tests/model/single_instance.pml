@@ -1,0 +1,257 @@
+/*
+ *  The single-instance protocol: two starters, one stopper, and death at any point.
+ *
+ *      -start   query   claim   write   fork   close                     the parent's claim orders two starts
+ *                                         \  chdir  claim  write  start  arm  loop     the child becomes the service
+ *      -run     query   claim   write   claim   write   start   arm   loop
+ *      -stop    query   SIGTERM   (query, second) * limit   SIGKILL
+ *
+ *  A step is about one system call: everybody else may come in between any two of them, and a process may be killed
+ *  there. A process is a number from 1 to 4, and what it does next is its step. The odd ones are begun by the two
+ *  starters, again and again; process n + 1 is the child that process n forks.
+ *
+ *  The storm ends at any moment. From then on nobody is killed but by -stop, which is given until it says that nothing
+ *  runs; and one more program is begun.
+ *
+ *  README.md says how to run it, what holds, and what the abstraction leaves out.
+ *
+ *  QUIET leaves the storm and -stop out: each starter begins one program. The other defines break the protocol, each in
+ *  one place, so that the checks can be seen to fail.
+ */
+
+#define NOBODY 0
+#define LAST 4
+#define STOP_LIMIT 3         /* looks of -stop: 300 in the program */
+
+/* The step that a process does next. SIGTERM ends it up to ARM, which stands for all of the service's start. */
+#define ABSENT 0             /* no such process */
+#define QUERY 1              /* F_GETLK */
+#define CLAIM 2              /* F_SETLKW */
+#define TRUNCATE 3
+#define WRITE 4
+#define CLAIM_AGAIN 5        /* -run: F_SETLKW */
+#define TRUNCATE_AGAIN 6
+#define WRITE_AGAIN 7
+#define FORK 8               /* -start */
+#define CLOSE 9              /* the parent; what it does after it, it does alone */
+#define CHDIR 10             /* the child */
+#define CHILD_CLAIM 11       /* F_SETLKW */
+#define CHILD_TRUNCATE 12
+#define CHILD_WRITE 13
+#define START 14             /* CRunCls::start */
+#define ARM 15               /* the service object is up, the signal handler is not */
+#define LOOP 16              /* the publish cycle; left by a signal only */
+#define DYING 17             /* ended by a signal, lock and all still there */
+#define LEAVING 18           /* a service inside its signal handler */
+#define HUNG 19              /* the same, waiting for ever for a lock that the signal interrupted */
+
+/* The step of -stop. */
+#define IDLE 0
+#define PROBE 1
+#define TERM 2
+#define LOOK 3
+#define KILL 4
+
+byte step[LAST + 2];       /* nobody is process 0, and process 4 has no child */
+byte holder = NOBODY;        /* whose record lock lies on the pid file: the kernel lets one have it */
+byte text = NOBODY;          /* whose pid the file holds; it stays when the lock goes */
+
+byte stop_step = IDLE;
+byte stop_looks = 0;
+byte target = NOBODY;        /* whom -stop is to end; NOBODY when that one is gone, since no number comes twice */
+
+bool calm = false;           /* the storm is over */
+bool not_run = false;        /* the last -stop said so, and it was given after the storm */
+bool last_begun = false;     /* the one program after the storm */
+
+#define IS_SERVICE(p) (step[p] == ARM || step[p] == LOOP || step[p] == LEAVING || step[p] == HUNG)
+#define SERVICES (IS_SERVICE(1) + IS_SERVICE(2) + IS_SERVICE(3) + IS_SERVICE(4))
+#define SERVING (step[1] == LOOP || step[2] == LOOP || step[3] == LOOP || step[4] == LOOP)
+
+/* Nothing left to do: absent, in the loop, or waiting for the lock of somebody else, who is alive. */
+#define SETTLED(p) (step[p] == ABSENT || step[p] == LOOP || \
+                    ((step[p] == CLAIM || step[p] == CHILD_CLAIM) && holder != NOBODY && step[holder] == LOOP))
+
+/* The lock can be had, or is had already. */
+#define FREE_FOR(p) (holder == NOBODY || holder == p)
+
+/* The kernel takes a record lock away when its process closes any descriptor of the file, or ends. */
+inline release(p) {
+    if
+    :: holder == p -> holder = NOBODY
+    :: else -> skip
+    fi
+}
+
+inline end_process(p) {
+    release(p);
+    step[p] = ABSENT;
+    if
+    :: target == p -> target = NOBODY
+    :: else -> skip
+    fi
+}
+
+inline sigterm(p) {
+    if
+    :: step[p] == LOOP -> step[p] = LEAVING
+    :: step[p] == LOOP -> step[p] = HUNG
+    :: step[p] > ABSENT && step[p] <= ARM -> step[p] = DYING
+    :: else -> skip
+    fi
+}
+
+/* Goes on, or fails as chdir and the start of the service object may; not after the storm. */
+inline go_on_or_fail(p, next) {
+    if
+    :: step[p] = next
+#ifndef QUIET
+    :: !calm -> end_process(p)
+#endif
+    fi
+}
+
+/* Nobody else is a service, and the lock and the file say who is. */
+inline check_single(p) {
+    assert(SERVICES == 1);
+    assert(holder == p && text == p)
+}
+
+proctype Process(byte me) {
+    bool used = false;
+    do
+#ifdef QUIET
+    :: atomic { step[me] == ABSENT && me % 2 == 1 && !used -> used = true; step[me] = QUERY }
+#else
+    :: atomic { step[me] == ABSENT && me % 2 == 1 && !calm -> step[me] = QUERY }
+    :: atomic { step[me] == ABSENT && me == 1 && not_run && !last_begun -> last_begun = true; step[me] = QUERY }
+#endif
+    :: atomic { step[me] == QUERY ->
+        if
+        :: holder == NOBODY -> step[me] = CLAIM
+        :: else -> end_process(me)                               /* "alreay runging" */
+        fi }
+    :: atomic { step[me] == CLAIM && FREE_FOR(me) -> holder = me; step[me] = TRUNCATE }
+    :: atomic { step[me] == TRUNCATE -> text = NOBODY; step[me] = WRITE }
+    :: atomic { step[me] == WRITE -> text = me;
+        if
+        :: step[me] = CLAIM_AGAIN
+        :: step[me] = FORK
+        fi }
+    :: atomic { step[me] == CLAIM_AGAIN && FREE_FOR(me) -> holder = me; step[me] = TRUNCATE_AGAIN }
+    :: atomic { step[me] == TRUNCATE_AGAIN -> text = NOBODY; step[me] = WRITE_AGAIN }
+    :: atomic { step[me] == WRITE_AGAIN -> text = me; step[me] = START }
+    :: atomic { step[me] == FORK ->
+        if
+        :: step[me + 1] == ABSENT -> step[me + 1] = CHDIR; step[me] = CLOSE
+        :: else -> end_process(me)                               /* fork failed */
+        fi }
+#ifdef PARENT_KEEPS
+    :: atomic { step[me] == CLOSE && (step[me + 1] == ABSENT || step[me + 1] >= LOOP) -> end_process(me) }
+#else
+    :: atomic { step[me] == CLOSE -> end_process(me) }
+#endif
+#ifdef NO_SECOND_CLAIM
+    :: atomic { step[me] == CHDIR -> go_on_or_fail(me, START) }
+#else
+    :: atomic { step[me] == CHDIR -> go_on_or_fail(me, CHILD_CLAIM) }
+#endif
+#ifdef CLAIM_WITHOUT_WAIT
+    :: atomic { step[me] == CHILD_CLAIM && !FREE_FOR(me) -> step[me] = START }
+#endif
+    :: atomic { step[me] == CHILD_CLAIM && FREE_FOR(me) -> holder = me; step[me] = CHILD_TRUNCATE }
+    :: atomic { step[me] == CHILD_TRUNCATE -> text = NOBODY; step[me] = CHILD_WRITE }
+    :: atomic { step[me] == CHILD_WRITE -> text = me; step[me] = START }
+    :: atomic { step[me] == START -> go_on_or_fail(me, ARM);
+        if
+        :: step[me] == ARM -> check_single(me)
+        :: else -> skip
+        fi
+#ifdef LOOK_AND_CLOSE
+        ; release(me)
+#endif
+        }
+    :: atomic { step[me] == ARM -> step[me] = LOOP }
+    :: atomic { step[me] == DYING || step[me] == LEAVING -> end_process(me) }
+    od
+}
+
+inline stop_ended() {
+    target = NOBODY;
+    stop_looks = 0;
+    stop_step = IDLE
+}
+
+/* -stop, again and again; after the storm until it says that nothing runs. It may be killed, too. */
+proctype Stopper() {
+    do
+    :: atomic { stop_step == IDLE && (!calm || !not_run) -> stop_step = PROBE }
+    :: atomic { stop_step == PROBE ->
+        target = holder;
+        if
+        :: holder == NOBODY -> not_run = calm; stop_ended()     /* "not run!" */
+        :: else -> stop_step = TERM
+        fi }
+    :: atomic { stop_step == TERM -> sigterm(target); stop_step = LOOK }
+    :: atomic { stop_step == LOOK ->
+        if
+        :: holder == NOBODY -> stop_ended()                      /* "stoped gracefully!", whoever takes the lock next */
+        :: else ->
+#ifndef NO_LIMIT
+            stop_looks++;
+#endif
+            if
+            :: stop_looks == STOP_LIMIT -> stop_step = KILL
+            :: else -> skip
+            fi
+        fi }
+    :: atomic { stop_step == KILL ->
+#ifndef NO_KILL
+        end_process(target);
+#endif
+        stop_ended() }
+    :: atomic { stop_step != IDLE && !calm -> stop_ended() }
+    od
+}
+
+#define KILLABLE(p) (step[p] != ABSENT && !calm)
+
+proctype Storm() {
+    do
+    :: atomic { KILLABLE(1) -> end_process(1) }
+    :: atomic { KILLABLE(2) -> end_process(2) }
+    :: atomic { KILLABLE(3) -> end_process(3) }
+    :: atomic { KILLABLE(4) -> end_process(4) }
+    :: atomic { !calm -> calm = true }
+    :: calm -> break
+    od
+}
+
+/* Looks when nothing moves any more. */
+proctype DeadEnds() {
+    timeout;
+    assert(SETTLED(1) && SETTLED(2) && SETTLED(3) && SETTLED(4) && stop_step == IDLE && SERVING)
+}
+
+init {
+    atomic {
+        run Process(1);
+        run Process(2);
+        run Process(3);
+        run Process(4);
+#ifndef QUIET
+        run Stopper();
+        run Storm();
+#endif
+        run DeadEnds()
+    }
+}
+
+/* -stop ends, whatever it meets. */
+ltl stop_ends { [] (stop_step != IDLE -> <> (stop_step == IDLE)) }
+
+/* From every state, once the storm is over: -stop until nothing runs, one start, and a service is up and stays. */
+ltl recovers { [] (calm -> <> [] SERVING) }
+
+/* Two starts at once and nothing else: a service comes up and stays. */
+ltl one_comes_up { <> [] SERVING }
