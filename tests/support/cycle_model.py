@@ -1,0 +1,227 @@
+"""What the service does, predicted to the byte and the microsecond, by a plain simulation of its 100 ms turns.
+
+    model = CycleModel(settings, wall_ns)       # settings: the ini file's keys and values, as texts
+    model.addresses = [...]                     # 16 bytes each; None where they cannot be listed
+    model.start()                               # as -run does, up to the first sleep
+    model.event(RDB, CONNECTED)
+    model.run(10)                               # ten seconds of turns
+    model.end(15)                               # the exit signal
+    model.calls, model.records, model.output    # what the client library, a log server and the terminal have seen
+
+The model knows nothing of the service but its description. Every turn is simulated; none is left out to save time.
+"""
+
+import datetime
+import json
+import socket
+
+from journal import UNTOUCHED, Call
+from recording import CONNECTED, DISCONNECTED, expected_import, expected_query, expected_snapshot
+
+RDB, DNS = "rdb", "dns"
+ERR, INF, DBG = 10, 30, 40
+LEVEL_NAMES = {ERR: "err", INF: "inf", DBG: "dbg"}
+SECOND = 1_000_000_000
+TURN = SECOND // 10
+USABLE = 2
+LAST_SEQNO = 2147483647
+
+
+def publishable(address):
+    """Whether an address (16 bytes) is one that the world should know (address kinds: RFC 4291, section 2)."""
+    number = int.from_bytes(address, "big")
+    first_nine_bits = number >> 119
+    multicast = address[0] == 0xFF
+    link_or_site_local = first_nine_bits == 0xFE80 >> 7
+    ipv4_mapped = number >> 32 == 0xFFFF
+    loopback_or_ipv4_compatible = 1 <= number < 1 << 32
+    return not (multicast or link_or_site_local or ipv4_mapped or loopback_or_ipv4_compatible)
+
+
+def _port_list(text):
+    """The ports of a plain list: decimal numbers, commas and blanks."""
+    numbers = [int(item) & 0xFFFF for item in text.split(",") if item.strip()]
+    return [number for number in numbers if number != 0]
+
+
+class CycleModel:
+    """One service from its start to its end, on a host with these addresses, beside servers that answer so."""
+
+    def __init__(self, settings, wall_ns):
+        self._settings = {key: value or "" for key, value in settings.items()}
+        self._wall_start = wall_ns
+        self._limit = 0  # the time up to which the service may run, in nanoseconds since the start
+        self._next_turn = TURN
+        self._moment = 0  # the time of what happens now
+        self.wall_step = 0
+        self.addresses = []
+        self.answers = {}  # results other than 0, by function
+        self.query_class, self.import_class = USABLE, UNTOUCHED
+
+        self.calls, self.records, self.output = [], [], bytearray()
+        self._handles = {}
+        self._connected = {RDB: False, DNS: False}
+        self._last_cycle = 0
+        self._put_value, self._put_mark = b"", 0  # the mark is in tenths of seconds
+        self._sent_value, self._sent_time = b"", 0  # the time is in seconds
+        self.seqno = 0
+
+    #  The world
+
+    def wall_ns(self):
+        return self._wall_start + self._moment + self.wall_step
+
+    def event(self, server, code):
+        """The client library reports a connection event."""
+        url = self._text(server + "url")
+        if code == CONNECTED:
+            if server == RDB:
+                self._put_mark = 0
+            else:
+                self._sent_time = 0
+            self._connected[server] = True
+            self._log(INF, b"connect %s server %s success." % (server.encode(), url))
+        elif code == DISCONNECTED:
+            self._connected[server] = False
+            self._log(ERR, b"%s server %s disconnected." % (server.encode(), url))
+
+    def reply(self, text):
+        self._log(DBG, b"recv: " + text)
+
+    def run(self, seconds):
+        """Lets this much time pass."""
+        self._limit += round(seconds * SECOND)
+        while self._next_turn <= self._limit:
+            self._moment = self._next_turn
+            self._next_turn += TURN
+            self._turn()
+        self._moment = self._limit
+
+    #  Start and end
+
+    def start(self):
+        self.output += b"\n"
+        self._log(INF, b"\n\tstart addrpubd...")
+        for server in (RDB, DNS):
+            self._connect(server)
+        self._log(INF, b"addrpubd service started successfully.")
+        self.output += b"Start success!\n\n"
+
+    def _connect(self, server):
+        texts = [self._text(server + key) for key in ("url", "user", "pswd")]
+        if not all(texts):
+            self._log(INF, server.encode() + b"url: not config.")
+            return
+        self._log(INF, server.encode() + b"url: " + texts[0])
+        handle = self._handles[server] = len(self._handles)
+        self.calls.append(Call(self.wall_ns(), "rdb_create", handle, handle, 0, b""))
+        self._call("rdb_setmessagenotify", server)
+        self._call("rdb_connectex", server, 0, b"".join(text + b"\0" for text in texts))
+
+    def end(self, signal_number):
+        self.output += b"exit signal %d.\n" % signal_number
+        self._log(INF, b"stop addrpubd service success.")
+        for server in self._handles:
+            self._call("rdb_disconnect", server)
+            self._call("rdb_destory", server)
+
+    #  One turn
+
+    def _turn(self):
+        if not self._connected[RDB] and not self._connected[DNS]:
+            return
+        now = self.wall_ns() // SECOND
+        if (now - self._last_cycle + 9) % (1 << 64) <= 18:
+            return
+        self._last_cycle = now
+        value = self._address_list()
+        if self._connected[RDB] and not self._rdb_step(now, value):
+            return
+        if self._connected[DNS]:
+            self._dns_step(now, value)
+
+    def _address_list(self):
+        if self.addresses is None:
+            self._log(ERR, b"get ipv6 address failed.")
+            return b"null"
+        texts = [socket.inet_ntop(socket.AF_INET6, address) for address in self.addresses if publishable(address)]
+        return ",".join(texts).encode() or b"null"
+
+    def _rdb_step(self, now, value):
+        """Returns False where the cycle ends at a tag that cannot be had."""
+        if value == self._put_value and abs(now * 10 - self._put_mark) <= 5999:
+            return True
+        if not self._have_tag():
+            return False
+        name = self._text("hostname")
+        result = self._call("rdb_objputsnapshot", RDB, 1, expected_snapshot(name, value))
+        if result == 0:
+            self._log(INF, b"rdb_objputsnapshot %s success,ipv6= %s" % (name, value))
+        else:
+            self._log(ERR, b"rdb_objputsnapshot %s failed, errcode %d" % (name, result))
+        self._put_mark, self._put_value = now * 10, value
+        return True
+
+    def _have_tag(self):
+        name = self._text("hostname")
+        result = self._call("rdb_tagget", RDB, 0, expected_query(name))
+        if result != 0:
+            self._log(ERR, b"rdb_tagget %s failed, errcode %d" % (name, result))
+        elif self.query_class == USABLE:
+            return True
+        if not self._import():
+            return False
+        if self.import_class not in (USABLE, UNTOUCHED):
+            self._import()
+        return True
+
+    def _import(self):
+        name = self._text("hostname")
+        result = self._call("rdb_taginport", RDB, 16, expected_import(name))
+        if result != 0:
+            self._log(ERR, b"rdb_taginport %s failed, errcode %d" % (name, result))
+        else:
+            self._log(INF, b"rdb_taginport %s success" % name)
+        return result == 0
+
+    def _dns_step(self, now, value):
+        if value == b"null":
+            return
+        if value == self._sent_value and abs(now - self._sent_time) <= 599:
+            return
+        self._send(value.split(b","))
+        self._sent_time, self._sent_value = now, value
+
+    def _send(self, addresses):
+        number = 1
+        if self.seqno != LAST_SEQNO:
+            self.seqno = number = self.seqno + 1
+        texts = [address.decode() for address in addresses]
+        item = {"name": self._settings["hostname"], "ipv6s": texts, "ipv6": texts[0]}
+        item["httpsports"] = _port_list(self._settings.get("dnshttpsports", ""))
+        request = {"request": "ws_dnsupdate", "seqno": number, "item": item}
+        text = json.dumps(request, separators=(",", ":"), ensure_ascii=False).replace("/", "\\/").encode()
+        self._log(DBG, b"send: " + text)
+        result = self._call("rdb_callmsg", DNS, len(text), text)
+        if result != 0:
+            self._log(ERR, b"updateDomain errorcode %d" % result)
+
+    #  What is seen of it
+
+    def _text(self, key):
+        return self._settings.get(key, "").encode()
+
+    def _call(self, function, server, number=0, payload=b""):
+        result = self.answers.get(function, 0)
+        self.calls.append(Call(self.wall_ns(), function, self._handles[server], result, number, payload))
+        return result
+
+    def _log(self, level, text):
+        self.records.append((level, text))
+        if self._settings.get("logurl", "").lower() == "stdout":
+            self.output += self._stamp(level) + text + b"\n"
+
+    def _stamp(self, level):
+        seconds, rest = divmod(self.wall_ns(), SECOND)
+        t = datetime.datetime.fromtimestamp(seconds)
+        return f"[{t.year}/{t.month}/{t.day} {t:%H:%M:%S}.{rest // 1000:06d}] [{LEVEL_NAMES[level]}] ".encode()

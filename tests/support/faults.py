@@ -1,0 +1,41 @@
+"""The test's side of the fault shim (failshim.h has the rules).
+
+    faults = Faults(sandbox, library)
+    plan = faults.plan("fcntl", 2, "once", "EIO")
+    process = host.start("-run", env=faults.env(host.clock, plan))
+    ...
+    faults.reached()        # how often the plan has struck since it was made
+"""
+
+import errno
+import shutil
+import socket
+
+INSIDE = "/mnt/libfailshim.so"
+REACHED = "/mnt/failshim.reached"
+
+
+def number_of(error):
+    """The number of an error: the name of an errno or of a resolver's error, or the number itself."""
+    if hasattr(errno, error):
+        return getattr(errno, error)
+    return getattr(socket, error) if hasattr(socket, error) else int(error)
+
+
+class Faults:
+    def __init__(self, sandbox, library):
+        self._reached = sandbox.path(REACHED)
+        shutil.copy(library, sandbox.path(INSIDE))
+
+    def plan(self, function, nth, how, error="0", where="first"):
+        """Forgets what an earlier plan has reached."""
+        self._reached.unlink(missing_ok=True)
+        return f"{function} {nth} {how} {number_of(error)} {where}"
+
+    def env(self, clock, plan):
+        """The shim stands before the clock."""
+        preload = f"{INSIDE}:{clock.env['LD_PRELOAD']}"
+        return {"LD_PRELOAD": preload, "FAILSHIM_PLAN": plan, "FAILSHIM_REACHED": REACHED}
+
+    def reached(self):
+        return len(self._reached.read_text().splitlines()) if self._reached.exists() else 0

@@ -1,0 +1,379 @@
+"""The situations in which a call fails, each run once, from its beginning to the end of all its processes.
+
+A run is written down as lines, its transcript:
+
+    text            a line of standard output, without the time stamp of a log record when that is the clock's own
+    udp: text       the text of a log datagram
+    > call HANDLE   a call that the client library received
+    = fact          exit statuses, the descriptors of the service in its last cycle, what is left behind
+
+Pids are written PID, the host's address ADDRESS. Situations whose programs end by themselves and those of the service share one host; each run finds
+it as the first one did.
+"""
+
+import collections
+import os
+import re
+import signal
+import time
+from pathlib import Path
+
+from clock import Clock
+from faults import Faults
+from host import BUILD, DIRECTORY, DNS, PIDFILE, RDB, Host
+from recording import CONNECTED, Recording
+from sandbox import wait_until
+
+HERE = Path(__file__).parent
+CYCLES = 3
+HANGS = 10.0  # seconds after which a program that does not come to rest is taken to hang
+TODAY = "2025/4/11 "
+EMPTY = "(an empty line)"
+STAMP = re.compile(r"\[(?P<stamp>\d+/\d+/\d+ [\d:.]+)\] (?P<record>\[.*)")
+ADDRESS = "2001:db8:1:2:3:4:5:6"  # too long for a text that needs no memory of its own
+REQUEST = re.compile(
+    re.escape('{"request":"ws_dnsupdate","seqno":NUMBER,"item":{"name":"host1",').replace("NUMBER", r"(\d+)")
+    + re.escape(f'"ipv6s":["{ADDRESS}"],"ipv6":"{ADDRESS}","httpsports":[443,8443]}}}}')
+)
+UDP_LOG = "udp://127.0.0.1:5140/netsvc?level=dbg"
+
+
+def epoch():
+    """The time stamp of the epoch, in local time."""
+    t = time.localtime(0)
+    return f"{t.tm_year}/{t.tm_mon}/{t.tm_mday} {t.tm_hour:02}:{t.tm_min:02}:{t.tm_sec:02}.000000"
+
+
+def brief(text):
+    """One line of text, with the address and each request that is as it should be shortened."""
+    text = REQUEST.sub(r"request \1", text).replace(ADDRESS, "ADDRESS")
+    return text.rstrip(" ").replace("\t", "\\t").replace("\n", "\\n").replace("\r", "\\r")
+
+
+def outcome(undisturbed, disturbed):
+    """What a transcript says beside the undisturbed one, in one line.
+
+    same                   the same lines, whatever their order
+    -line | +2x line       what is missing, and what came instead
+    all: line | line       when that is shorter, all lines that are not empty; the client library's calls stand at the end
+                           as they are, as changes, or as "usual calls"
+    """
+    changes = _changes(undisturbed, disturbed)
+    if not changes:
+        return "same"
+    calls = [line for line in disturbed if line.startswith("> ")]
+    changed_calls = _changes([line for line in undisturbed if line.startswith("> ")], calls)
+    lines = [line for line in disturbed if line and not line.startswith("> ")]
+    lines += min(calls, changed_calls, key=len) if changed_calls else ["usual calls"] * bool(calls)
+    return min(" | ".join(changes), "all: " + " | ".join(lines), key=len)
+
+
+def _changes(undisturbed, disturbed):
+    before, after = collections.Counter(undisturbed), collections.Counter(disturbed)
+    missing = [("-", line, count) for line, count in (before - after).items()]
+    added = [("+", line, count) for line, count in (after - before).items()]
+    return [f"{sign}{f'{count}x ' if count > 1 else ''}{line or EMPTY}" for sign, line, count in missing + added]
+
+
+class Bench:
+    """One host on which runs follow each other."""
+
+    def __init__(self):
+        self.host = Host()
+        self.host.sandbox.add_address(f"{ADDRESS}/64")
+        self.faults = Faults(self.host.sandbox, BUILD / "tests/libfailshim.so")
+        self._receiver = None
+
+    def close(self):
+        self.host.close()
+
+    def run(self, situation, plan=""):
+        """Runs one situation. Returns its transcript."""
+        change, steps = SITUATIONS[situation]
+        self._refresh()
+        self.host.settings(**change)
+        if change.get("logurl") == UDP_LOG and self._receiver is None:
+            self._listen()
+        run = Run(self, plan)
+        try:
+            steps(run)
+            run.note_leftovers()
+        finally:
+            self._clear()
+        return run.lines
+
+    def _refresh(self):
+        host = self.host
+        host.clock = Clock(host.sandbox, BUILD / "tests/libclockshim.so")
+        host.library.close()
+        for name in ("calls", "control", "script"):
+            host.sandbox.path(f"{DIRECTORY}/rdb.{name}").unlink(missing_ok=True)
+        host.library = Recording(host.sandbox, DIRECTORY)
+
+    def _clear(self):
+        for pid in self.living():
+            self.host.sandbox.request({"op": "kill", "pid": pid, "signal": int(signal.SIGKILL)})
+        wait_until(lambda: not self.living(), "the end of all")
+        kept = [process for process in self.host.sandbox._processes if process is self._receiver]
+        for process in self.host.sandbox._processes:
+            if process not in kept:
+                process.close()
+        self.host.sandbox._processes[:] = kept
+        if self.queues():
+            self.host.sandbox.run("ipcrm", "--all=msg")
+
+    def processes(self):
+        """The executable's pids with their states. One that has ended stays until its status was asked for."""
+        found = {}
+        for entry in self.host.sandbox.path("/proc").iterdir():
+            if entry.name.isdigit() and entry.name != "1":
+                try:
+                    name, state = (entry / "stat").read_text().split(" ", 1)[1].rsplit(") ", 1)
+                except (FileNotFoundError, ProcessLookupError):
+                    continue
+                if name == "(addrpubd":
+                    found[int(entry.name)] = state[0]
+        return found
+
+    def living(self):
+        return [pid for pid, state in self.processes().items() if state not in "ZX"]
+
+    def queues(self):
+        return self.host.sandbox.run("cat", "/proc/sysvipc/msg").splitlines()[1:]
+
+    def lock_holders(self):
+        """The pids that hold a lock on the pid file; -1 for a holder without one. A lock that is taken again while the list
+        is read may be in it twice.
+        """
+        file = self.host.sandbox.path(PIDFILE)
+        if not file.exists():
+            return []
+        inode = f":{file.stat().st_ino}"
+        locks = [line.split() for line in self.host.sandbox.path("/proc/locks").read_text().splitlines()]
+        return sorted({int(lock[4]) for lock in locks if lock[1] != "->" and lock[5].endswith(inode)})
+
+    def _listen(self):
+        command = ["/usr/bin/python3", "-I", "-S", HERE / "udp_receiver.py", "127.0.0.1", "5140"]
+        self._receiver = self.host.sandbox.spawn(*command)
+        self._receiver.wait_for_output(b"ready\n")
+        self._received = len(self._receiver.output_so_far())
+
+    def datagrams(self):
+        """The texts that came since the last look, without their header lines."""
+        self.host.sandbox.run("/usr/bin/python3", "-I", "-S", HERE / "udp_sender.py", "127.0.0.1", "5140")
+        end = b"end".hex().encode() + b"\n"
+        wait_until(lambda: self._receiver.output_so_far()[self._received :].endswith(end), "the last datagram")
+        lines = self._receiver.output_so_far()[self._received :].split()[:-1]
+        self._received = len(self._receiver.output_so_far())
+        return [bytes.fromhex(line.decode()).split(b"\n", 1)[1] for line in lines]
+
+
+class Run:
+    """One run of a situation."""
+
+    def __init__(self, bench, plan):
+        self.bench = bench
+        self.host = bench.host
+        self.plan = plan
+        self.lines = []
+        self._pids = set()
+
+    def begin(self, *words):
+        """Starts the executable under the plan."""
+        process = self.host.start(*words, env=self.bench.faults.env(self.host.clock, self.plan))
+        self._pids.add(process.pid)
+        return process
+
+    def rests(self, process):
+        """Waits until the process stands still at its limit. Returns its clock, or None when it has ended."""
+        give_up = time.monotonic() + HANGS
+        while process.running():
+            slot = self.host.clock._slot_of(process.pid)
+            if slot is not None and slot.parked_limit == slot.limit:
+                return self.host.clock.of(process)
+            assert time.monotonic() < give_up, f"process {process.pid} neither ends nor rests"
+            time.sleep(0.0005)
+        return None
+
+    def ends(self, process):
+        """Waits for the end of the process."""
+        give_up = time.monotonic() + HANGS
+        while process.running():
+            assert time.monotonic() < give_up, f"process {process.pid} does not end"
+            time.sleep(0.0005)
+
+    def live(self, process):
+        """Lets a started service have its cycles, each after both servers have connected. Ends it as -stop does."""
+        for cycle in range(CYCLES):
+            hand = self.rests(process)
+            if hand is None:
+                return
+            for handle in (RDB, DNS):
+                self.host.library.tell(f"event {handle} {CONNECTED} 0")
+            hand.let_run(10 if cycle else 0.1)
+        if self.rests(process) is not None:
+            self._note_state(process)
+            process.kill(signal.SIGTERM)
+        self.ends(process)
+
+    def _note_state(self, process):
+        descriptors = os.listdir(self.host.sandbox.path(f"/proc/{process.pid}/fd"))
+        self.lines.append(f"= descriptors {len(descriptors)}")
+        if self.bench.lock_holders() == [process.pid]:
+            self.lines.append("= it holds the lock")
+        if self.host.pidfile() == f"{process.pid}\n".encode():
+            self.lines.append("= its pid is in the file")
+
+    def child_of(self, parent):
+        """The child, or None when the parent ends without one."""
+
+        def found():
+            children = set(self.bench.processes()) - {parent.pid}
+            return children or not parent.running()
+
+        children = wait_until(found, "a child")
+        return None if children is True else self.host.sandbox.adopt(min(children))
+
+    def note_output(self, output):
+        for line in output.split(b"\n"):
+            text = line.decode("latin-1")
+            stamped = STAMP.fullmatch(text)
+            if stamped:
+                text = stamped["record"]
+                if not stamped["stamp"].startswith(TODAY):
+                    self.lines.append("= stamp " + stamped["stamp"].replace(epoch(), "of the epoch"))
+            for pid in self._pids:
+                text = text.replace(f"pid = {pid}", "pid = PID")
+            self.lines.append(brief(text))
+
+    def note_calls(self):
+        self.lines += [f"> {name} {handle}" for name, handle in self.host.library.names()]
+
+    def note_status(self, name, process):
+        self.lines.append(f"= {name} ends with {process.wait()}")
+
+    def note_leftovers(self):
+        if self.bench.lock_holders():
+            self.lines.append("= the lock stays")
+        if self.bench.queues():
+            self.lines.append("= a queue stays")
+        if self.bench.living():
+            self.lines.append("= a process stays")
+
+    def knows(self, process):
+        self._pids.add(process.pid)
+
+    def refuses(self, function, call):
+        """Whether the plan lets this call of the function fail."""
+        planned, nth, how = (self.plan or "none 0 once").split()[:3]
+        return planned == function and (int(nth) == call or (int(nth) < call and how == "always"))
+
+
+def service(run):
+    """-run, with its cycles."""
+    process = run.begin("-run")
+    run.live(process)
+    run.note_output(process.all_output())
+    run.note_status("the service", process)
+    run.note_calls()
+
+
+def service_unknown_tag(run):
+    """The same with a server that does not know the tag."""
+    run.host.library.before_start("result rdb_tagget * 5")
+    service(run)
+
+
+def service_udp(run):
+    service(run)
+    run.lines += ["udp: " + brief(text.decode()) for text in run.bench.datagrams()]
+
+
+def restless(run):
+    """-run whose sleeps fail: it never stands still, so it is ended once its first cycle has been through."""
+    run.host.library.before_start(f"during rdb_connectex * {CONNECTED}")
+    process = run.begin("-run")
+    wait_until(run.host.library.requests, "the first cycle")
+    process.kill(signal.SIGTERM)
+    run.note_output(process.all_output())
+    run.note_status("the service", process)
+
+
+def background(run):
+    """-start: parent and child, and the child's cycles once the parent has ended."""
+    parent = run.begin("-start")
+    run.rests(parent)
+    child = run.child_of(parent)
+    if child is not None:
+        run.knows(child)
+        run.rests(child)
+    hand = run.rests(parent)
+    if hand is not None:
+        hand.let_run(31)
+    run.ends(parent)
+    if child is not None:
+        run.live(child)
+    run.note_output(parent.all_output())
+    run.note_status("the parent", parent)
+    if child is not None:
+        run.note_status("the child", child)
+    run.note_calls()
+
+
+def one_command(*words):
+    def steps(run):
+        process = run.begin(*words)
+        run.note_output(process.all_output())
+        run.note_status("the command", process)
+
+    return steps
+
+
+def beside_a_holder(word, kind="process", sigterm="default"):
+    """A command while another process holds the lock. It goes on sleeping when a holder that is to end has ended."""
+
+    def steps(run):
+        holder = run.host.hold_lock(kind, sigterm)
+        run.knows(holder)
+        run.host.sandbox.path(PIDFILE).write_text(f"{holder.pid}\n")
+        process = run.begin(word)
+        hand = run.rests(process)
+        terminated = sigterm == "default" and not run.refuses("kill", 1)
+        if hand is not None:
+            if terminated:
+                run.ends(holder)
+            hand.let_run(400)
+        output = process.all_output()
+        run.note_output(output)
+        run.note_status("the command", process)
+        killed = b"be killed!" in output and not run.refuses("kill", 2)
+        if killed or (terminated and b"stop addrpubd" in output):
+            run.ends(holder)
+        run.lines.append("= the holder lives" if holder.running() else "= the holder has ended")
+        if holder.running():
+            holder.kill(signal.SIGKILL)
+            holder.wait()
+
+    return steps
+
+
+SITUATIONS = {
+    "-run": ({}, service),
+    "-run, udp log": ({"logurl": UDP_LOG}, service_udp),
+    "-run, unknown tag": ({}, service_unknown_tag),
+    "-run, restless": ({}, restless),
+    "-start": ({}, background),
+    "-stop": ({}, one_command("-stop")),
+    "-stop, held": ({}, beside_a_holder("-stop")),
+    "-stop, deaf": ({}, beside_a_holder("-stop", sigterm="ignore")),
+    "-stop, unnamed": ({}, beside_a_holder("-stop", "description")),
+    "-stop, deaf unnamed": ({}, beside_a_holder("-stop", "description", "ignore")),
+    "-status": ({}, one_command("-status")),
+    "-status, held": ({}, beside_a_holder("-status")),
+    "-status, unnamed": ({}, beside_a_holder("-status", "description")),
+    "-run, held": ({}, beside_a_holder("-run")),
+    "-start, held": ({}, beside_a_holder("-start")),
+    "-ver": ({}, one_command("-ver")),
+    "no word": ({}, one_command()),
+    "-x": ({}, one_command("-x")),
+}

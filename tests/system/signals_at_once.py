@@ -1,0 +1,27 @@
+"""Sends signals that are pending together: stops the process, directs them at its threads, and lets it go on.
+
+signals_at_once.py PID SIGNAL:THREAD...     THREAD is a place among the process's threads, 0 for the main thread
+"""
+
+import ctypes
+import os
+import signal
+import sys
+from pathlib import Path
+
+SYS_TGKILL = 234
+
+
+def main():
+    pid = int(sys.argv[1])
+    os.kill(pid, signal.SIGSTOP)
+    while Path(f"/proc/{pid}/stat").read_text().rsplit(") ", 1)[1][0] != "T":
+        pass
+    threads = sorted(int(name) for name in os.listdir(f"/proc/{pid}/task"))
+    for word in sys.argv[2:]:
+        number, thread = map(int, word.split(":"))
+        assert ctypes.CDLL(None).syscall(SYS_TGKILL, pid, threads[thread], number) == 0
+    os.kill(pid, signal.SIGCONT)
+
+
+main()

@@ -1,0 +1,118 @@
+"""The n-th failure: each row of tests/data/nth_failure.tsv is one run in which a call of the executable fails.
+
+The table says how a run ends. A row whose call is never made fails: a row that cannot strike shows nothing.
+"""
+
+import re
+import subprocess
+from pathlib import Path
+
+import pytest
+from host import BUILD
+from nth_failure import SITUATIONS, Bench, outcome
+
+TABLE = Path(__file__).parents[1] / "data/nth_failure.tsv"
+SHIM = Path(__file__).parents[1] / "support/failshim.cpp"
+
+#  What the executable calls beside the functions of the shim. None of them has a failure to report.
+CANNOT_FAIL = {
+    "it reports nothing": "_exit abort exit free freeifaddrs rewind tzset umask",
+    "it names the process or the thread, and that always works": "getpid pthread_self",
+    "it only ever returns because a signal came, and is called in a loop": "pause",
+    "a constant of the machine": "sysconf",
+    "its failure is a tuning that is left as it was": "mallopt",
+    "it fails for arguments only that are never given": "sigaddset sigemptyset",
+    "a lock of this process, made, taken and given back in memory": "pthread_spin_init pthread_spin_lock "
+    "pthread_spin_unlock pthread_spin_destroy",
+    "it works on memory alone": "explicit_bzero memchr memcmp memcpy memmove memset stpcpy strcasecmp strchr strcmp strlen "
+    "strncmp strtol",
+    "for a record with a tag, and the service writes none": "fputs",
+    "a variable": "timezone __timezone stderr stdout",
+    "called by the compiler's code and its run-time library alone": "__.* _dl_find_object _Unwind.* arc4random fputc gettext "
+    "getentropy ioctl open64 pthread_mutex_lock pthread_mutex_unlock read realloc secure_getenv sprintf strerror",
+}
+
+
+class Row:
+    def __init__(self, fields):
+        self.situation, self.where, self.function, nth, self.how, self.error, self.outcome = fields
+        self.nth = int(nth)
+
+    def __str__(self):
+        return f"{self.situation}:{self.where}:{self.function}-{self.nth}-{self.how}-{self.error}"
+
+
+def read_table():
+    lines = [line for line in TABLE.read_text().splitlines() if line and not line.startswith("//")]
+    return [Row(line.split("\t")) for line in lines]
+
+
+ROWS = read_table()
+
+
+@pytest.fixture(scope="module")
+def bench():
+    one = Bench()
+    yield one
+    one.close()
+
+
+@pytest.fixture(scope="module")
+def undisturbed(bench):
+    """The transcript of each situation without a failure. There is none of a service that never stands still."""
+    return {name: [] if name == "-run, restless" else bench.run(name) for name in SITUATIONS}
+
+
+@pytest.mark.parametrize("row", ROWS, ids=str)
+def test_500_a_failure_ends_as_the_table_says(bench, undisturbed, row):
+    plan = bench.faults.plan(row.function, row.nth, row.how, row.error, row.where)
+    transcript = bench.run(row.situation, plan)
+    assert bench.faults.reached() > 0, "the call was never made"
+    assert outcome(undisturbed[row.situation], transcript) == row.outcome
+
+
+def test_501_after_all_failures_every_situation_is_as_it_was(bench, undisturbed):
+    for name, before in undisturbed.items():
+        assert not before or bench.run(name) == before, name
+
+
+def test_502_a_call_that_is_never_made_is_not_reached(bench, undisturbed):
+    plan = bench.faults.plan("setsid", 1, "once", "EPERM")
+    assert bench.run("-run", plan) == undisturbed["-run"]
+    assert bench.faults.reached() == 0
+
+
+def test_503_the_undisturbed_service_holds_lock_and_pid_file_and_closes_all(undisturbed):
+    lines = undisturbed["-run"]
+    assert [line for line in lines if line.startswith("= ")] == [
+        "= descriptors 7",
+        "= it holds the lock",
+        "= its pid is in the file",
+        "= the service ends with 0",
+    ]
+    assert [lines.count(f"[dbg] send: request {number}") for number in (1, 2, 3, 4)] == [1, 1, 1, 0]
+    assert lines[-4:] == ["> rdb_disconnect 0", "> rdb_destory 0", "> rdb_disconnect 1", "> rdb_destory 1"]
+
+
+def test_504_no_two_rows_are_the_same_run():
+    assert len({str(row) for row in ROWS}) == len(ROWS) >= 100
+
+
+def test_505_every_function_of_the_shim_has_a_row():
+    assert shimmed() - {"putc"} == {row.function for row in ROWS}
+
+
+def test_506_every_function_that_the_executable_calls_is_in_the_shim_or_cannot_fail():
+    symbols = subprocess.run(["nm", "-D", "--undefined-only", BUILD / "addrpubd"], capture_output=True, check=True)
+    lines = [line.split() for line in symbols.stdout.decode().splitlines()]
+    called = {name.split("@")[0] for kind, name in lines if kind == "U"}
+    harmless = re.compile("|".join(" ".join(CANNOT_FAIL.values()).split()))
+    assert [name for name in sorted(called - shimmed()) if not harmless.fullmatch(name)] == []
+
+
+def shimmed():
+    """The names that the shim defines."""
+    text = SHIM.read_text()
+    macros = re.findall(r"^STAND_BEFORE\([^,]+, (\w+),", text, re.MULTILINE)
+    written_out = re.findall(r"^(?:int|pid_t) (\w+)\([^)]*\)(?: noexcept)? \{$", text, re.MULTILINE)
+    return set(macros) | set(written_out) - {"refused"}
