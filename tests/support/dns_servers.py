@@ -1,0 +1,247 @@
+"""Real DNS servers inside a sandbox, and what their zone holds.
+
+Both serve the zone ZONE on 127.0.0.1 and ::1, each from a folder of its own, and take updates signed by the key
+HOST_KEY for the names in `allowed`: AAAA and HTTPS at each, HTTPS at its _PORT._https children. READER, which no client
+under test knows, may transfer the zone. A server starts with ZONE_FILE, which has other types at NAME and other names
+beside it.
+
+    server = Bind(sandbox)
+    server.start()
+    server.published()       # what the zone holds in place of NAME's addresses, as records(...) writes it
+    server.others()          # all the rest
+"""
+
+import base64
+import hashlib
+import signal
+
+import dns.query
+import dns.rdata
+import dns.rdatatype
+import dns.tsigkeyring
+from netns import inside
+from sandbox import PATIENCE
+
+ZONE = "example.test"
+NAME = "host1." + ZONE
+OTHER_NAME = "host2." + ZONE
+HOST_KEY = "host1-key"
+READER = "reader"
+TTL = 60
+
+ZONE_FILE = f"""$ORIGIN {ZONE}.
+$TTL 3600
+@ IN SOA ns hostmaster 1 3600 600 86400 30
+@ IN NS ns
+@ IN MX 10 mail
+@ IN TXT "the zone itself"
+ns IN A 192.0.2.53
+mail IN AAAA 2001:db8:53::25
+host1 IN A 192.0.2.1
+host1 IN MX 10 mail
+host1 IN TXT "kept by hand; with blanks"
+host1 IN CAA 0 issue "ca.example"
+_25._tcp.host1 IN TLSA 3 1 1 0123456789abcdef0123456789abcdef0123456789abcdef0123456789abcdef
+inner.host1 IN AAAA 2001:db8:53::1
+host10 IN AAAA 2001:db8:53::10
+host IN AAAA 2001:db8:53::99
+host2 IN TXT "beside"
+_8443._https.host10 IN HTTPS 1 host10.{ZONE}. ipv6hint=2001:db8:53::10
+www IN HTTPS 1 host1.{ZONE}. alpn=h2
+"""
+
+
+def secret(name):
+    """The secret of a key, in base64. Each test run has the same."""
+    return base64.b64encode(hashlib.sha256(name.encode()).digest()).decode()
+
+
+def _line(owner, ttl, kind, data):
+    return f"{owner} {ttl} {kind} {dns.rdata.from_text('IN', kind, data).to_text()}"
+
+
+def records(addresses, ports=(), name=NAME, ttl=TTL):
+    """What a zone holds for a name with these addresses and HTTPS ports, as lines in a fixed order."""
+    if not addresses:
+        return []
+    hint = "ipv6hint=" + ",".join(addresses[:16])
+    lines = [_line(f"{name}.", ttl, "AAAA", address) for address in addresses]
+    if 443 in ports:
+        lines.append(_line(f"{name}.", ttl, "HTTPS", f"1 . {hint}"))
+    else:
+        lines += [_line(f"{name}.", ttl, "HTTPS", f"{i} . port={port} {hint}") for i, port in enumerate(ports, 1)]
+    lines += [_line(f"_{p}._https.{name}.", ttl, "HTTPS", f"1 {name}. {hint}") for p in ports if p != 443]
+    return sorted(lines)
+
+
+def belongs(line, name=NAME):
+    """Tells whether a line of the zone is one that the client for name writes."""
+    owner, _, kind = line.split()[:3]
+    return (owner == name + "." and kind in ("AAAA", "HTTPS")) or owner.endswith("._https." + name + ".")
+
+
+class Server:
+    """What both servers have in common."""
+
+    ready = b""  # what the server prints when it answers
+    reloaded = b""  # what it prints when it has read its configuration again
+    program = ""
+    package = ""
+    folder = ""
+
+    def __init__(self, sandbox, algorithm="hmac-sha256"):
+        self.sandbox = sandbox
+        self.algorithm = algorithm
+        self.keys = {HOST_KEY: secret(HOST_KEY), READER: secret(READER)}
+        self.granted = HOST_KEY  # the key that may update
+        self.allowed = [NAME]
+        self.process = None
+        sandbox.path(self.folder).mkdir(exist_ok=True)
+        self.write_zone()
+
+    def write(self, name, text):
+        self.sandbox.path(f"{self.folder}/{name}").write_text(text)
+
+    def write_zone(self):
+        self.write("zone", ZONE_FILE)
+
+    def start(self):
+        self.write("conf", self.configuration())
+        self.process = self.sandbox.spawn(*self.command(), cwd=self.folder)
+        self.process.wait_for_output(self.ready)
+
+    def kill(self):
+        self.process.kill(signal.SIGKILL)
+        self.process.wait()
+
+    def reconfigure(self):
+        """Makes the running server read its changed configuration."""
+        self.write("conf", self.configuration())
+        before = self.process.output_so_far().count(self.reloaded)
+        self.process.kill(signal.SIGHUP)
+        while self.process.output_so_far().count(self.reloaded) == before:
+            assert self.process.running()
+
+    def move_to_small_disk(self):
+        """Starts the server again with its journal on an empty disk of its own. Returns its folder."""
+        self.kill()
+        small = f"{self.folder}/small"
+        self.sandbox.path(small).mkdir()
+        self.sandbox.run("mount", "-t", "tmpfs", "-o", f"size={self.small}", "tmpfs", small)
+        self.use_folder("small")
+        self.start()
+        return self.sandbox.path(small)
+
+    def dig(self, *words):
+        """What dig prints for a question to this server."""
+        return self.sandbox.run("dig", "@127.0.0.1", "+tries=1", *words).decode()
+
+    def lines(self):
+        """The whole zone but its SOA record, as sorted lines OWNER TTL TYPE DATA."""
+        return inside(self.sandbox, self._transfer)
+
+    def _transfer(self):
+        keyring = dns.tsigkeyring.from_text({READER: (self.algorithm, self.keys[READER])})
+        found = []
+        for message in dns.query.xfr("127.0.0.1", ZONE, relativize=False, timeout=PATIENCE, keyring=keyring):
+            for rrset in message.answer:
+                kind = dns.rdatatype.to_text(rrset.rdtype)
+                if kind != "SOA":
+                    found += [f"{rrset.name} {rrset.ttl} {kind} {data.to_text()}" for data in rrset]
+        return sorted(found)
+
+    def published(self, name=NAME):
+        return [line for line in self.lines() if belongs(line, name)]
+
+    def others(self, name=NAME):
+        return [line for line in self.lines() if not belongs(line, name)]
+
+
+class Bind(Server):
+    program = "named"
+    package = "bind9"
+    folder = "/var/lib/bind"  # of the package; where its AppArmor profile lets it read and write
+    ready = reloaded = b"running\n"
+    journal = "zone.jnl"
+    small = "64k"
+
+    def __init__(self, sandbox, **options):
+        sandbox.run("mount", "-t", "tmpfs", "-o", "mode=755", "tmpfs", self.folder)
+        super().__init__(sandbox, **options)
+
+    def use_folder(self, folder):
+        self.journal = f"{folder}/zone.jnl"
+
+    def command(self):
+        return ["named", "-f", "-n", "1", "-c", f"{self.folder}/conf"]
+
+    def forget(self):
+        """Gives the stopped server its first zone again."""
+        self.sandbox.path(f"{self.folder}/zone.jnl").unlink(missing_ok=True)
+        self.write_zone()
+
+    def configuration(self):
+        keys = [f'key "{k}" {{ algorithm {self.algorithm}; secret "{s}"; }};' for k, s in self.keys.items()]
+        grants = []
+        for name in self.allowed:
+            grants += [f'grant "{self.granted}" name {name}. AAAA HTTPS;']
+            grants += [f'grant "{self.granted}" wildcard *._https.{name}. HTTPS;']
+        return "\n".join(
+            [
+                f'options {{ directory "{self.folder}"; pid-file none; lock-file none; session-keyfile none;',
+                "listen-on { 127.0.0.1; }; listen-on-v6 { ::1; }; recursion no; dnssec-validation no; notify no;",
+                "empty-zones-enable no; };",
+                "controls { };",
+                "logging { channel out { stderr; }; category default { out; }; category xfer-out { null; }; };",
+                *keys,
+                f'zone "{ZONE}" {{ type primary; file "zone"; journal "{self.journal}";',
+                f'allow-transfer {{ key "{READER}"; }}; update-policy {{ {" ".join(grants)} }}; }};\n',
+            ]
+        )
+
+class Knot(Server):
+    program = "knotd"
+    package = "knot"
+    folder = "/mnt/knot"
+    ready = b"server started"
+    reloaded = b"configuration reloaded"
+    storage = "db"
+    small = "1m"
+
+    def use_folder(self, folder):
+        self.storage = folder
+
+    def __init__(self, *arguments, **options):
+        super().__init__(*arguments, **options)
+        self.sandbox.path(f"{self.folder}/{self.storage}").mkdir()
+
+    def command(self):
+        return ["knotd", "-c", f"{self.folder}/conf"]
+
+    def forget(self):
+        """Gives the stopped server its first zone again."""
+        for file in self.sandbox.path(f"{self.folder}/{self.storage}").rglob("*.mdb"):
+            file.unlink()
+        self.write_zone()
+
+    def configuration(self):
+        #  One rule has to cover all records of a message, so the port names stand beside the host names.
+        children = ("", "_8443._https.", "_9443._https.")
+        names = [f"{child}{name}." for name in self.allowed for child in children]
+        keys = [f'  - id: {k}\n    algorithm: {self.algorithm}\n    secret: "{s}"' for k, s in self.keys.items()]
+        return "\n".join(
+            [
+                f"server:\n  rundir: {self.folder}\n  listen: [127.0.0.1@53, ::1@53]",
+                "  udp-workers: 1\n  tcp-workers: 1\n  background-workers: 1",
+                "log:\n  - target: stderr\n    server: info\n    zone: error",
+                f"database:\n  storage: {self.folder}/{self.storage}",
+                "key:",
+                *keys,
+                f"acl:\n  - id: update\n    key: {self.granted}\n    action: update",
+                "    update-type: [AAAA, HTTPS]\n    update-owner: name\n    update-owner-match: equal",
+                f"    update-owner-name: [{', '.join(names)}]",
+                f"  - id: transfer\n    key: {READER}\n    action: transfer",
+                f"zone:\n  - domain: {ZONE}\n    file: {self.folder}/zone\n    acl: [update, transfer]",
+                "    zonefile-sync: -1\n    zonefile-load: whole\n    journal-content: changes\n",
+            ]
+        )

@@ -1,0 +1,19 @@
+"""The back end dns with Knot DNS, which calls a key that its rules do not let do something unknown (BADKEY)."""
+
+import pytest
+
+pytest.importorskip("dns.tsigkeyring", reason="dnspython is not installed (python3-dnspython)")
+
+from dns_cases import DnsCases, bed  # noqa: E402
+from dns_servers import Knot  # noqa: E402
+
+__all__ = ["bed"]
+
+
+class TestKnot(DnsCases):
+    Server = Knot
+    refused = "BADKEY"
+    no_zone = "REFUSED"
+
+    def key_without_permission(self, bed, **changed):
+        self.refused_until(bed, "BADKEY", **changed)

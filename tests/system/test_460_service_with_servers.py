@@ -1,0 +1,227 @@
+"""The service with a real Redis and a real BIND: the host's name resolves to the addresses that the host has.
+
+Of Debian 12's clients Firefox takes the port from an HTTPS record; curl 7.88 knows none of these records. Without
+Firefox a few lines here do what RFC 9460 section 3 tells a client: look the record up, take port and address, connect,
+and check the certificate for the name.
+"""
+
+import shutil
+import time
+
+import pytest
+
+pytest.importorskip("dns.tsigkeyring", reason="dnspython is not installed (python3-dnspython)")
+
+import dns.rdata  # noqa: E402
+from dns.rdtypes.svcbbase import ParamKey  # noqa: E402
+from dns_bed import LIBRARY, SHIM, require  # noqa: E402
+from dns_servers import HOST_KEY, NAME, ZONE, Bind, records, secret  # noqa: E402
+from host import DIRECTORY, Host  # noqa: E402
+from sandbox import wait_until  # noqa: E402
+
+A, B, C = "2001:db8::a", "2001:db8::b", "fd00::c"
+REDIS_PASSWORD = "a-password-of-redis"
+REDIS_CONFIGURATION = f"""bind 127.0.0.1
+dir /mnt/redis
+appendonly yes
+user default off
+user addrpubd on >{REDIS_PASSWORD} ~rdb:* &rdb:* +@all
+"""
+SETTINGS = {
+    "hostname": NAME,
+    "rdburl": "redis://127.0.0.1",
+    "rdbuser": "addrpubd",
+    "rdbpswd": REDIS_PASSWORD,
+    "dnsurl": f"dns://127.0.0.1/{ZONE}",
+    "dnsuser": HOST_KEY,
+    "dnspswd": secret(HOST_KEY),
+    "dnshttpsports": "8443",
+}
+
+
+FIREFOX = "firefox-esr"
+FIREFOX_PREFERENCES = """user_pref("network.http.speculative-parallel-limit", 0);
+user_pref("network.captive-portal-service.enabled", false);
+user_pref("network.connectivity-service.enabled", false);
+"""
+
+
+class Scene:
+    """Both servers run; the service does not yet. Its clock is the real one at first: signatures carry the time."""
+
+    def __init__(self):
+        self.host = Host(time.time_ns())
+        self.sandbox = self.host.sandbox
+        shutil.copy(LIBRARY, self.sandbox.path(f"{DIRECTORY}/librdbapix64.so"))
+        self.host.settings(**SETTINGS)
+        self.sandbox.path("/mnt/resolv.conf").write_text("nameserver 127.0.0.1\n")
+        self.sandbox.run("mount", "--bind", "/mnt/resolv.conf", "/etc/resolv.conf")
+        self.sandbox.path("/mnt/redis").mkdir()
+        self.sandbox.path("/mnt/redis/conf").write_text(REDIS_CONFIGURATION)
+        self.names = Bind(self.sandbox)
+        self.start_servers()
+
+    def start_servers(self):
+        self.redis = self.sandbox.spawn("redis-server", "/mnt/redis/conf", cwd="/mnt/redis")
+        self.redis.wait_for_output(b"Ready to accept connections")
+        self.names.start()
+
+    def kill_servers(self):
+        self.redis.kill(9)
+        self.redis.wait()
+        self.names.kill()
+
+    def run_service(self):
+        """Starts the service on a terminal and waits until it is connected to both; it has run no cycle yet."""
+        preload = f"{SHIM.resolve()} {self.host.clock.env['LD_PRELOAD']}"
+        process = self.host.start("-run", tty=True, env={"LD_PRELOAD": preload})
+        hand = self.host.clock.of(process)
+        hand.wait_parked()
+        process.wait_for_output(b"connect rdb server redis://127.0.0.1 success.\r\n")
+        process.wait_for_output(b"connect dns server dns://127.0.0.1/example.test success.\r\n")
+        return process, hand
+
+    def change(self, add=(), remove=()):
+        for address in add:
+            self.sandbox.add_address(address + "/64")
+        for address in remove:
+            self.sandbox.remove_address(address + "/64")
+
+    def dig(self, kind, name=NAME):
+        """The answers to a question, sorted."""
+        return sorted(self.names.dig("+short", kind, name).splitlines())
+
+    def value(self):
+        """The addresses in the database, sorted, or its word for none."""
+        command = ["redis-cli", "--no-auth-warning", "--user", "addrpubd", "--pass", REDIS_PASSWORD]
+        text = self.sandbox.run(*command, "HGET", f"rdb:value:{NAME}", "value").decode().strip()
+        return sorted(text.split(","))
+
+    def wait_published(self, *addresses):
+        """Waits until both servers hold these addresses."""
+        wait_until(lambda: self.dig("AAAA") == sorted(addresses), f"{addresses} in the name service")
+        wait_until(lambda: self.value() == sorted(addresses), f"{addresses} in the database")
+
+
+@pytest.fixture
+def scene():
+    require(Bind)
+    if not shutil.which("redis-server") or b"redis:" not in LIBRARY.read_bytes():
+        pytest.skip("redis-server is not installed, or the open client library was built without its back end redis")
+    one = Scene()
+    yield one
+    one.host.close()
+
+
+def test_461_the_name_and_the_database_follow_the_addresses(scene):
+    scene.change(add=[A, "fe80::a"])
+    _, hand = scene.run_service()
+    hand.advance(0.1)
+    scene.wait_published(A)
+    for add, remove, left in (([B, C], [], [A, B, C]), ([], [A, C], [B]), ([A], [B], [A])):
+        scene.change(add, remove)
+        hand.advance(10)
+        scene.wait_published(*left)
+
+
+def test_462_a_host_that_lost_its_last_address_keeps_its_name_and_says_null(scene):
+    scene.change(add=[A])
+    _, hand = scene.run_service()
+    hand.advance(0.1)
+    scene.wait_published(A)
+    scene.change(remove=[A])
+    hand.advance(10)
+    wait_until(lambda: scene.value() == ["null"], "null in the database")
+    assert scene.dig("AAAA") == [A]
+
+
+def test_463_https_records_hold_the_ports_and_the_addresses(scene):
+    scene.change(add=[A])
+    _, hand = scene.run_service()
+    hand.advance(0.1)
+    scene.wait_published(A)
+    scene.change(add=[B], remove=[A])
+    hand.advance(10)
+    scene.wait_published(B)
+    assert scene.dig("HTTPS") == [f"1 . port=8443 ipv6hint={B}"]
+    assert scene.dig("HTTPS", f"_8443._https.{NAME}") == [f"1 {NAME}. ipv6hint={B}"]
+    assert scene.names.published() == records([B], [8443])
+
+
+def test_464_programs_of_the_host_resolve_the_name_through_the_c_library(scene):
+    scene.change(add=[A])
+    _, hand = scene.run_service()
+    hand.advance(0.1)
+    scene.wait_published(A)
+    found = scene.sandbox.run("getent", "ahostsv6", NAME).decode().split()
+    assert (found[0], "STREAM" in found) == (A, True)
+
+
+def test_465_a_client_that_follows_the_https_record_reaches_the_port(scene):
+    scene.change(add=[A])
+    _, hand = scene.run_service()
+    hand.advance(0.1)
+    scene.wait_published(A)
+    _, certificate = serve_pages(scene, f"[{A}]:8443")
+    record = dns.rdata.from_text("IN", "HTTPS", scene.dig("HTTPS")[0])
+    port = record.params[ParamKey.PORT].port
+    (address,) = record.params[ParamKey.IPV6HINT].addresses
+    command = ["openssl", "s_client", "-connect", f"[{address}]:{port}", "-servername", NAME]
+    command += ["-verify_hostname", NAME, "-verify_return_error", "-CAfile", certificate]
+    assert b"Verification: OK" in scene.sandbox.run(*command)
+
+
+def serve_pages(scene, address):
+    """Starts an HTTPS server for NAME. Returns it and its certificate's file."""
+    key, certificate = "/mnt/key.pem", "/mnt/certificate.pem"
+    new = ["openssl", "req", "-x509", "-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:P-256", "-noenc", "-days", "1"]
+    new += ["-subj", f"/CN={NAME}", "-addext", f"subjectAltName=DNS:{NAME}", "-keyout", key, "-out", certificate]
+    scene.sandbox.run(*new)
+    command = ["openssl", "s_server", "-www", "-accept", address, "-key", key, "-cert", certificate]
+    command += ["-servername", NAME, "-key2", key, "-cert2", certificate]  # so that it tells which name was asked for
+    server = scene.sandbox.spawn(*command, tty=True)
+    server.wait_for_output(b"ACCEPT")
+    return server, certificate
+
+
+def test_468_firefox_takes_the_port_from_the_https_record(scene):
+    if not shutil.which(FIREFOX):
+        pytest.skip("Firefox is not installed (firefox-esr)")
+    scene.change(add=[A])
+    _, hand = scene.run_service()
+    hand.advance(0.1)
+    scene.wait_published(A)
+    server, _ = serve_pages(scene, f"[{A}]:8443")
+    home = scene.sandbox.path("/mnt/home")
+    home.mkdir()
+    (home / "user.js").write_text(FIREFOX_PREFERENCES)
+    command = [FIREFOX, "--headless", "--no-remote", "--profile", "/mnt/home", f"https://{NAME}/"]
+    scene.sandbox.spawn(*command, env={"HOME": "/mnt/home"})
+    server.wait_for_output(f'Hostname in TLS extension: "{NAME}"'.encode())
+
+
+def test_466_both_servers_killed_and_emptied_come_back_with_the_addresses(scene):
+    scene.change(add=[A])
+    process, hand = scene.run_service()
+    hand.advance(0.1)
+    scene.wait_published(A)
+    scene.kill_servers()
+    process.wait_for_output(b"rdb server redis://127.0.0.1 disconnected")
+    scene.change(add=[B], remove=[A])
+    hand.advance(10)
+    shutil.rmtree(scene.sandbox.path("/mnt/redis/appendonlydir"))
+    scene.names.forget()
+    scene.start_servers()
+    process.wait_for_output(b"connect dns server")
+    wait_until(lambda: process.output_so_far().count(b" success.\r\n") >= 4, "both connections")
+    hand.advance(10)
+    scene.wait_published(B)
+
+
+def test_467_the_service_ends_on_ctrl_c_with_both_servers_connected(scene):
+    scene.change(add=[A])
+    process, hand = scene.run_service()
+    hand.advance(0.1)
+    process.type(b"\x03")
+    assert process.wait() == 0
+    assert process.output_so_far().endswith(b"stop addrpubd service success.\r\n")
