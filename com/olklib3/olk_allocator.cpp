@@ -98,16 +98,17 @@ bool allocator::add_class_(uint32_t blksize, uint32_t blkperheap, bool prealloc)
 }
 
 void* allocator::malloc_(size_t size, size_t* outsize) {
-    int32_t lo = 0;
-    int32_t hi = classcount;
+    const auto count = static_cast<uint32_t>(classcount);
+    uint32_t lo = 0;
+    uint32_t hi = count;
     while (lo < hi) {
-        const int32_t mid = lo + (hi - lo) / 2;
+        const uint32_t mid = (lo + hi) / 2;
         if (size > classes[mid]->blksize)
             lo = mid + 1;
         else
             hi = mid;
     }
-    return lo < classcount ? classes[lo]->malloc_(outsize) : malloc_big_(size, outsize);
+    return lo < count ? classes[lo]->malloc_(outsize) : malloc_big_(size, outsize);
 }
 
 void* allocator::malloc_big_(size_t size, size_t* outsize) {

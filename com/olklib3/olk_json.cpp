@@ -1,8 +1,11 @@
 #include "olk_json.h"
 
+#include <algorithm>
 #include <array>
+#include <bit>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <ctime>
 
 namespace olk {
@@ -29,6 +32,32 @@ char escape_of(char c) {
     return escapes[static_cast<unsigned char>(c)];
 }
 
+//  The characters that are copied in one step, and what is found about them: vectors of the compiler's, on which an
+//  operator works on all elements at once.
+constexpr size_t step = 16;
+using characters = unsigned char __attribute__((vector_size(step)));
+using findings = signed char __attribute__((vector_size(step)));
+using halves = uint64_t __attribute__((vector_size(step)));
+
+//  Copies length characters in one piece, each step's and then the last step's, which may overlap. Returns false when one
+//  of them may need an escape: all eight that do are "/" or lie below it, but for the backslash. What was copied then
+//  counts for nothing. Requires: length >= step.
+bool copy_plain(const char* text, size_t length, char* to) {
+    findings low = {};
+    findings backslash = {};
+    for (size_t i = 0;; i = std::min(i + step, length - step)) {
+        characters c;
+        std::memcpy(&c, text + i, step);
+        std::memcpy(to + i, &c, step);
+        low |= c <= '/';
+        backslash |= c == '\\';
+        if (i == length - step)
+            break;
+    }
+    const auto found = std::bit_cast<halves>(low | backslash);
+    return (found[0] | found[1]) == 0;
+}
+
 //  Appends the digits of value, lowest first in a buffer filled from its end.
 void write_digits(uint64_t value, bool negative, string& out) {
     constexpr size_t longest = 20;  // a sign and 19 digits, or 20 digits
@@ -41,6 +70,19 @@ void write_digits(uint64_t value, bool negative, string& out) {
     if (negative)
         *--first = '-';
     out.append(first, static_cast<size_t>(digits + longest - first));
+}
+
+//  Writes what writeString writes, whatever the text and the room in out. Kept out of writeString, whose path for an
+//  address then needs no stack.
+__attribute__((noinline)) void write_piecewise(const char* text, size_t length, string& out) {
+    out.push_back('"');
+    if (!isJsonPlain(text, length)) {
+        for (size_t i = 0; i < length; ++i)
+            outJsonEsc(text[i], out);
+    } else if (length != 0) {
+        out.append(text, length);
+    }
+    out.push_back('"');
 }
 
 void write_key(uint32_t* members, const char* key, string& out) {
@@ -70,14 +112,14 @@ bool isJsonPlain(const char* text, size_t length) {
 }
 
 void writeString(const char* text, size_t length, string& out) {
-    out.push_back('"');
-    if (!isJsonPlain(text, length)) {
-        for (size_t i = 0; i < length; ++i)
-            outJsonEsc(text[i], out);
-    } else if (length != 0) {
-        out.append(text, length);
+    char* end = length < step ? nullptr : out.spare(length + 2);
+    if (end == nullptr || !copy_plain(text, length, end + 1)) {
+        write_piecewise(text, length, out);
+        return;
     }
-    out.push_back('"');
+    end[0] = '"';
+    end[length + 1] = '"';
+    out.lengthen(length + 2);
 }
 
 void writeSeparator(uint32_t* members, string& out) {

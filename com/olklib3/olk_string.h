@@ -44,7 +44,7 @@ public:
     string_() : data_(nullptr) {}
     //  text may not be null.
     explicit string_(const CHAR* text) : data_(nullptr) { append(text); }
-    string_(const CHAR* text, size_t length) : data_(nullptr) { append(text, length); }
+    string_(const CHAR* text, size_t length) : data_(appended_(nullptr, text, length)) {}
     string_(const string_& other) : data_(nullptr) { assign(other); }
     string_(string_&& other) noexcept : data_(std::exchange(other.data_, nullptr)) {}
     ~string_() { release(); }
@@ -80,16 +80,27 @@ public:
 
     void push_back(CHAR c) {
         const SIZE length = size();
-        CHAR* text = make_room_(uint64_t{length} + 1);
-        if (text == nullptr)
-            return;
-        text[length] = c;
-        set_size_(length + 1);
+        if (data_ == nullptr || !fits_(uint64_t{length} + 1)) {
+            CHAR* text = grown_(data_, growth_(uint64_t{length} + 1));
+            if (text == nullptr)
+                return;
+            data_ = text;
+        }
+        data_[length] = c;
+        set_size_(data_, length + 1);
     }
 
     //  Appends length bytes; they may lie in this string. Zero bytes appended to a buffer that holds no text release
     //  the buffer, on purpose: that is how a caller gives a cleared buffer back.
-    void append(const CHAR* text, size_t length);
+    void append(const CHAR* text, size_t length) {
+        const SIZE old_size = size();
+        if (length == 0 || !takes_(length)) {
+            data_ = appended_(data_, text, length);
+            return;
+        }
+        std::memcpy(data_ + old_size, text, length);
+        set_size_(data_, static_cast<SIZE>(old_size + length));
+    }
 
     //  Appends a zero-terminated text, which may not be null. An empty one changes nothing.
     void append(const CHAR* text) {
@@ -98,22 +109,31 @@ public:
             append(text, length);
     }
 
+    //  Returns the place behind the text when length more bytes fit without growing, else null. Whoever writes there
+    //  calls lengthen with what it wrote.
+    CHAR* spare(size_t length) { return takes_(length) ? data_ + size() : nullptr; }
+    //  Requires: spare(length) is not null.
+    void lengthen(size_t length) { set_size_(data_, static_cast<SIZE>(size() + length)); }
+
     //  Makes room for n bytes.
     void reserve(size_t n) {
-        if (!fits_(n))
-            grow_(n);
+        if (fits_(n))
+            return;
+        CHAR* text = grown_(data_, n);
+        if (text != nullptr)
+            data_ = text;
     }
 
     //  Empties the text and keeps the buffer.
     void clear() {
         if (data_ != nullptr)
-            set_size_(0);
+            set_size_(data_, 0);
     }
 
     //  Gives the buffer back.
     void release() {
         if (data_ != nullptr)
-            ALLOCTOR::free_(block_());
+            ALLOCTOR::free_(block_(data_));
         data_ = nullptr;
     }
 
@@ -140,70 +160,76 @@ public:
 private:
     static constexpr size_t header_size = 8;
 
-    void* block_() const { return at(data_, -ptrdiff_t{header_size}); }
-    void set_size_(SIZE size) { store_word(at(data_, -4), size); }
-    void set_capacity_(size_t capacity) { store_word(at(data_, -8), static_cast<SIZE>(capacity)); }
+    static void* block_(CHAR* text) { return at(text, -ptrdiff_t{header_size}); }
+    static void set_size_(CHAR* text, SIZE size) { store_word(at(text, -4), size); }
+    static void set_capacity_(CHAR* text, size_t capacity) { store_word(at(text, -8), static_cast<SIZE>(capacity)); }
 
-    bool fits_(uint64_t needed) const { return data_ != nullptr && needed <= capacity() - 1; }
-    //  Makes room for needed bytes in all and returns the text, or null when there is no memory.
-    CHAR* make_room_(uint64_t needed);
-    bool grow_(uint64_t new_capacity);
+    //  False without a buffer: the capacity is then 0.
+    bool fits_(uint64_t needed) const { return needed < capacity(); }
+    bool takes_(size_t added) const { return added <= max_capacity && fits_(size() + uint64_t{added}); }
+
+    //  Returns the capacity that a text of needed bytes grows to.
+    static uint64_t growth_(uint64_t needed) { return needed < doubling_limit ? needed * 2 : needed + needed / 2; }
+
+    //  What follows takes a text, null without a buffer, and gives the text that replaces it: the string itself is not
+    //  handed on, so its one pointer may stay in a register.
+
+    //  Gives room for new_capacity bytes. Returns null, and changes nothing, when there is no memory.
+    static CHAR* grown_(CHAR* text, uint64_t new_capacity);
+    //  Appends as append does, whatever it takes.
+    static CHAR* appended_(CHAR* text, const CHAR* added, size_t length);
 
     CHAR* data_;
 };
 
 template <class ALLOCTOR, class SIZE, class CHAR, class TRAITS>
-void string_<ALLOCTOR, SIZE, CHAR, TRAITS>::append(const CHAR* text, size_t length) {
-    const SIZE old_size = size();
+CHAR* string_<ALLOCTOR, SIZE, CHAR, TRAITS>::appended_(CHAR* text, const CHAR* added, size_t length) {
+    const SIZE old_size = text == nullptr ? 0 : load_word<SIZE>(at(text, -4));
     if (length == 0) {
-        if (old_size == 0)
-            release();
-        return;
+        if (text == nullptr || old_size != 0)
+            return text;
+        ALLOCTOR::free_(block_(text));
+        return nullptr;
     }
-    const uintptr_t offset = reinterpret_cast<uintptr_t>(text) - reinterpret_cast<uintptr_t>(data_);
-    const bool own = data_ != nullptr && offset < old_size;
-    CHAR* grown = length > max_capacity ? nullptr : make_room_(old_size + uint64_t{length});
+    if (length > max_capacity)
+        return text;
+    const uintptr_t offset = reinterpret_cast<uintptr_t>(added) - reinterpret_cast<uintptr_t>(text);
+    const bool own = text != nullptr && offset < old_size;
+    CHAR* grown = grown_(text, growth_(old_size + uint64_t{length}));
     if (grown == nullptr)
-        return;
-    std::memcpy(grown + old_size, own ? grown + offset : text, length);
-    set_size_(static_cast<SIZE>(old_size + length));
+        return text;
+    std::memcpy(grown + old_size, own ? grown + offset : added, length);
+    set_size_(grown, static_cast<SIZE>(old_size + length));
+    return grown;
 }
 
 template <class ALLOCTOR, class SIZE, class CHAR, class TRAITS>
-CHAR* string_<ALLOCTOR, SIZE, CHAR, TRAITS>::make_room_(uint64_t needed) {
-    if (fits_(needed) || grow_(needed < doubling_limit ? needed * 2 : needed + needed / 2))
-        return data_;
-    return nullptr;
-}
-
-template <class ALLOCTOR, class SIZE, class CHAR, class TRAITS>
-bool string_<ALLOCTOR, SIZE, CHAR, TRAITS>::grow_(uint64_t new_capacity) {
+CHAR* string_<ALLOCTOR, SIZE, CHAR, TRAITS>::grown_(CHAR* text, uint64_t new_capacity) {
     constexpr size_t least_request = 16;
     if (new_capacity > max_capacity)
-        return false;
+        return nullptr;
     size_t request = (new_capacity + header_size + 1 + 7) / 8 * 8;
     if (request < least_request)
         request = least_request;
 
-    const size_t old_usable = data_ == nullptr ? 0 : ALLOCTOR::usable_size(block_());
+    const size_t old_usable = text == nullptr ? 0 : ALLOCTOR::usable_size(block_(text));
     if (request <= old_usable) {
-        set_capacity_(new_capacity + 1);
-        return true;
+        set_capacity_(text, new_capacity + 1);
+        return text;
     }
     size_t usable = 0;
     void* block = ALLOCTOR::malloc_(request, &usable);
     if (block == nullptr)
-        return false;
-    if (data_ != nullptr) {
-        std::memcpy(block, block_(), old_usable);
-        ALLOCTOR::free_(block_());
+        return nullptr;
+    auto* grown = static_cast<CHAR*>(at(block, header_size));
+    if (text == nullptr) {
+        set_size_(grown, 0);
+    } else {
+        std::memcpy(block, block_(text), old_usable);
+        ALLOCTOR::free_(block_(text));
     }
-    const bool fresh = data_ == nullptr;
-    data_ = static_cast<CHAR*>(at(block, header_size));
-    set_capacity_(usable - header_size);
-    if (fresh)
-        set_size_(0);
-    return true;
+    set_capacity_(grown, usable - header_size);
+    return grown;
 }
 
 //  The library's string.

@@ -3,10 +3,12 @@
 #include "olk_url.h"
 #include "olk_words.h"
 
+#include <charconv>
 #include <cstdio>
 #include <cstring>
 
 #include <fcntl.h>
+#include <string.h>
 #include <strings.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -108,28 +110,43 @@ int udplog::open_socket_() {
     return fd;
 }
 
+//  Writes the header line to record, which has room for the longest one. Returns the place behind it.
+char* udplog::put_header_(char* record, const char* order, int record_level) {
+    constexpr size_t longest_level = 11;
+    char* next = stpcpy(record, "{\"order\":\"");
+    next = stpcpy(next, order);
+    next = stpcpy(next, "\",\"level\":");
+    next = std::to_chars(next, next + longest_level, record_level).ptr;
+    next = stpcpy(next, ",\"cabin\":\"");
+    next = stpcpy(next, cabin.c_str());
+    return stpcpy(next, "\"}\n");
+}
+
+//  Requires: sends_(record_level).
 int udplog::send_(const char* order, int record_level, const char* tag, const char* format, va_list args) {
-    if (sock == -1)
-        return -1;
-    if (record_level > level)
-        return 0;
     char record[record_bytes];
-    const bool tagged = tag != nullptr && *tag != '\0';
-    const int header =
-        std::snprintf(record, sizeof record, "{\"order\":\"%s\",\"level\":%d,\"cabin\":\"%s\"}\n%s%s%s", order,
-                      record_level, cabin.c_str(), tagged ? "[" : "", tagged ? tag : "", tagged ? "]" : "");
-    if (header < 0 || static_cast<size_t>(header) >= sizeof record)
+    char* const end = record + record_bytes;
+    char* next = put_header_(record, order, record_level);
+    if (tag != nullptr && *tag != '\0') {
+        const auto room = static_cast<size_t>(end - next);
+        const int length = std::snprintf(next, room, "[%s]", tag);
+        if (length < 0 || static_cast<size_t>(length) >= room)
+            return -1;
+        next += length;
+    }
+    const auto room = static_cast<size_t>(end - next);
+    const int length = std::vsnprintf(next, room, format, args);
+    if (length < 0 || static_cast<size_t>(length) >= room)
         return -1;
-    const size_t room = sizeof record - static_cast<size_t>(header);
-    const int text = std::vsnprintf(record + header, room, format, args);
-    if (text < 0 || static_cast<size_t>(text) >= room)
-        return -1;
+    next += length;
     const auto* destination = addrlen != 0 ? reinterpret_cast<const sockaddr*>(addr) : nullptr;
-    return static_cast<int>(sendto(sock, record, static_cast<size_t>(header) + static_cast<size_t>(text), MSG_DONTWAIT,
-                                   destination, addrlen));
+    return static_cast<int>(
+        sendto(sock, record, static_cast<size_t>(next - record), MSG_DONTWAIT, destination, addrlen));
 }
 
 int udplog::add(int record_level, const char* format, ...) {
+    if (!sends_(record_level))
+        return unsent_();
     va_list args;
     va_start(args, format);
     const int result = send_("wlog", record_level, nullptr, format, args);
@@ -138,6 +155,8 @@ int udplog::add(int record_level, const char* format, ...) {
 }
 
 int udplog::append(int record_level, const char* format, ...) {
+    if (!sends_(record_level))
+        return unsent_();
     va_list args;
     va_start(args, format);
     const int result = send_("append", record_level, nullptr, format, args);
@@ -146,6 +165,8 @@ int udplog::append(int record_level, const char* format, ...) {
 }
 
 int udplog::push(int record_level, const char* tag, const char* format, va_list args) {
+    if (!sends_(record_level))
+        return unsent_();
     return send_("wlog", record_level, tag, format, args);
 }
 

@@ -64,10 +64,14 @@ public:
     void release() override;
 
 private:
+    bool sends_(int record_level) const { return sock != -1 && record_level <= level; }
+    //  What a record that is not sent gives.
+    int unsent_() const { return sock == -1 ? -1 : 0; }
     void set_cabin_(const char* text, size_t length);
     void set_level_(const char* query, size_t length);
     void set_destination_(const char* address, uint16_t port);
     int open_socket_();
+    char* put_header_(char* record, const char* order, int record_level);
     __attribute__((format(printf, 5, 0))) int send_(const char* order, int record_level, const char* tag,
                                                     const char* format, va_list args);
 };

@@ -7,6 +7,7 @@ addrpubd_unit_test(olk_string_test
         olk_string_growth_test.cpp
         olk_string_failure_test.cpp
         olk_string_model_test.cpp
+        olk_string_spare_test.cpp
         olk_read_until_test.cpp
         olk_words_test.cpp
         rdbapi_test.cpp
@@ -15,7 +16,7 @@ addrpubd_unit_test(olk_string_test
         pthread_spin_init pthread_spin_destroy pthread_spin_lock pthread_spin_unlock)
 
 addrpubd_unit_test(olk_json_test
-    SOURCES olk_json_test.cpp
+    SOURCES olk_json_test.cpp olk_json_reserved_test.cpp
     LIBS olklib3
     WRAP snprintf)
 

@@ -1,0 +1,174 @@
+//  Pairs and batches of blocks.
+#include "allocators.h"
+#include "cases.h"
+
+#include <algorithm>
+#include <array>
+#include <numeric>
+#include <random>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <pthread.h>
+#include <sys/mman.h>
+
+namespace bench {
+
+namespace {
+
+constexpr std::array<std::size_t, 30> class_sizes = {
+    16,   32,    64,    96,    128,   256,   384,   512,   640,    800,    1024,   1424,   2048,    3072,    5120,
+    8192, 12288, 16384, 20480, 24576, 32768, 49152, 65536, 131072, 262144, 409600, 655360, 1048576, 2097152, 4194304};
+constexpr std::size_t pairs_at_once = 1000;
+constexpr std::size_t blocks_in_batch = 1000;
+constexpr std::size_t batch_sizes[] = {64, 256, 1024, 4096, 16384, 65536};
+constexpr std::size_t churns_at_once = 200'000;  // the blocks that are there to begin with are few beside these
+
+template <class ALLOCATOR>
+void pairs(std::size_t size, std::size_t times) {
+    for (; times-- > 0;) {
+        void* p = ALLOCATOR::take(size);
+        keep(p);
+        ALLOCATOR::give(p);
+    }
+}
+
+template <class ALLOCATOR>
+void add_pairs() {
+    for (const std::size_t size : class_sizes)
+        add("pair/" + std::string(ALLOCATOR::name) + '/' + std::to_string(size), pairs_at_once,
+            [size](std::size_t times) { pairs<ALLOCATOR>(size, times); });
+}
+
+enum class Order { lifo, fifo, random };
+
+std::vector<std::size_t> giving_order(Order order) {
+    std::vector<std::size_t> places(blocks_in_batch);
+    std::iota(places.begin(), places.end(), std::size_t{0});
+    if (order == Order::lifo)
+        std::reverse(places.begin(), places.end());
+    if (order == Order::random)
+        std::shuffle(places.begin(), places.end(), std::minstd_rand(1));
+    return places;
+}
+
+template <class ALLOCATOR>
+void batches(std::size_t size, const std::vector<std::size_t>& order, std::size_t times) {
+    static std::array<void*, blocks_in_batch> blocks;
+    for (; times-- > 0;) {
+        for (void*& block : blocks) {
+            block = ALLOCATOR::take(size);
+            *static_cast<char*>(block) = 1;
+        }
+        for (const std::size_t place : order)
+            ALLOCATOR::give(blocks[place]);
+    }
+}
+
+template <class ALLOCATOR>
+void add_batches() {
+    constexpr std::pair<Order, const char*> orders[] = {
+        {Order::lifo, "lifo"}, {Order::fifo, "fifo"}, {Order::random, "random"}};
+    for (const auto& [order, order_name] : orders)
+        for (const std::size_t size : batch_sizes)
+            add("batch/" + std::string(ALLOCATOR::name) + '/' + order_name + '/' + std::to_string(size), 1,
+                [size, places = giving_order(order)](std::size_t times) { batches<ALLOCATOR>(size, places, times); });
+}
+
+//  One of 10,000 live blocks, of any size from 16 to 65,536 bytes, is given back and another taken, over and over.
+template <class ALLOCATOR>
+void churn(std::size_t times) {
+    constexpr std::size_t live = 10'000;
+    static std::minstd_rand random(1);
+    static std::uniform_int_distribution<std::size_t> any_size(16, 65536);
+    static std::vector<void*> blocks;
+    while (blocks.size() < live)
+        blocks.push_back(ALLOCATOR::take(any_size(random)));
+    for (; times-- > 0;) {
+        void*& block = blocks[random() % live];
+        ALLOCATOR::give(block);
+        block = ALLOCATOR::take(any_size(random));
+        *static_cast<char*>(block) = 1;
+    }
+}
+
+#ifndef BENCH_PLAIN
+//  Two takings and givings of an uncontended spin lock.
+void bare_locks(std::size_t times) {
+    static pthread_spinlock_t lock = [] {
+        pthread_spinlock_t made;
+        pthread_spin_init(&made, PTHREAD_PROCESS_PRIVATE);
+        return made;
+    }();
+    for (times *= 2; times-- > 0;) {
+        pthread_spin_lock(&lock);
+        pthread_spin_unlock(&lock);
+    }
+}
+
+//  Half the pairs in a class on one thread, half in another class on another.
+void two_threads(std::size_t first, std::size_t second, std::size_t times) {
+    std::thread other([=] { pairs<pooled>(second, times / 2); });
+    pairs<pooled>(first, times / 2);
+    other.join();
+}
+
+void add_threads() {
+    constexpr std::size_t many = 1'000'000;
+    add("threads/olk/one", many, [](std::size_t times) { pairs<pooled>(64, times); });
+    add("threads/olk/64_and_1024", many, [](std::size_t times) { two_threads(64, 1024, times); });
+    add("threads/olk/96_and_128", many, [](std::size_t times) { two_threads(96, 128, times); });
+}
+
+void touch_pages(void* p, std::size_t size) {
+    constexpr std::size_t page = 4096;
+    for (std::size_t i = 0; i < size; i += page)
+        static_cast<volatile char*>(p)[i] = 1;
+}
+
+constexpr std::size_t big_sizes[] = {4194305, 16777216};
+
+void add_big() {
+    for (const std::size_t size : big_sizes) {
+        add("big/olk/" + std::to_string(size), 1, [size](std::size_t times) {
+            for (; times-- > 0;) {
+                void* p = pooled::take(size);
+                touch_pages(p, size);
+                pooled::give(p);
+            }
+        });
+        add("big/mmap/" + std::to_string(size), 1, [size](std::size_t times) {
+            for (; times-- > 0;) {
+                void* p = mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+                touch_pages(p, size);
+                munmap(p, size);
+            }
+        });
+    }
+}
+#endif
+
+template <class ALLOCATOR>
+void add_all() {
+    add_pairs<ALLOCATOR>();
+    add_batches<ALLOCATOR>();
+    add("churn/" + std::string(ALLOCATOR::name), churns_at_once, churn<ALLOCATOR>);
+}
+
+const bool added = [] {
+#ifdef BENCH_PLAIN
+    add_all<c_library>();
+#else
+    add_all<pooled>();
+    add_pairs<least>();
+    add("pair/two_locks/64", pairs_at_once, bare_locks);
+    add_threads();
+    add_big();
+#endif
+    return true;
+}();
+
+}  // namespace
+
+}  // namespace bench

@@ -1,0 +1,127 @@
+"""Runs programs and gives what they cost: medians over interleaved rounds, and instructions counted by callgrind."""
+
+import json
+import re
+import statistics
+import subprocess
+import tempfile
+from concurrent.futures import ThreadPoolExecutor
+from pathlib import Path
+
+ROUNDS = 5
+PRELOADS = {
+    "glibc": None,
+    "jemalloc": "libjemalloc.so.2",
+    "mimalloc": "libmimalloc.so.2.0",
+    "tcmalloc": "libtcmalloc_minimal.so.4",
+}
+LIBRARIES = Path("/usr/lib/x86_64-linux-gnu")
+
+
+def present_preloads():
+    """The allocators that are installed, with a line for each one that is not."""
+    found = {}
+    for name, library in PRELOADS.items():
+        if library is None or (LIBRARIES / library).exists():
+            found[name] = library
+        else:
+            print(f"-- benchmark peer left out: {name} ({library}) is not installed")
+    return found
+
+
+def preloaded(library):
+    return ["env", f"LD_PRELOAD={library}"] if library else []
+
+
+class Times:
+    """Nanoseconds of each case, a figure per round. Cases of the plain program are named after the allocator."""
+
+    def __init__(self, build):
+        self.build = build
+        self._rounds = {}
+        self.preloads = present_preloads()
+
+    def run(self, pattern, prefix=(), seconds=0.03, rename=None, allocators=False):
+        """Measures the cases that match pattern: one pass per round over all of them, and over all allocators."""
+        for _ in range(ROUNDS):
+            self._pass("addrpubd_bench", prefix, pattern, seconds, rename)
+            for name, library in self.preloads.items() if allocators else ():
+                self._pass("addrpubd_bench_plain", preloaded(library), pattern, seconds, ("malloc", name))
+
+    def _pass(self, program, prefix, pattern, seconds, rename):
+        with tempfile.NamedTemporaryFile() as file:
+            command = [*prefix, self.build / program, f"--benchmark_filter={pattern}"]
+            command += [f"--benchmark_min_time={seconds}", f"--benchmark_out={file.name}"]
+            subprocess.run(command, check=True, capture_output=True)
+            text = Path(file.name).read_text()
+        for case in json.loads(text)["benchmarks"] if text else []:
+            name = case["name"] if rename is None else case["name"].replace(*rename)
+            #  The thread's processor time, so that what else runs on the machine counts little.
+            self._rounds.setdefault(name, []).append(case["cpu_time"])
+
+    def __getitem__(self, name):
+        return statistics.median(self._rounds[name])
+
+    def __contains__(self, name):
+        return name in self._rounds
+
+    def ratio(self, name, beside):
+        """The median over the rounds of name's time in units of the other's."""
+        return statistics.median(a / b for a, b in zip(self._rounds[name], self._rounds[beside], strict=True))
+
+
+def collected(*command, cwd=None):
+    """Instructions that a program executes in user space, its loader's included."""
+    return sum(by_object(*command, cwd=cwd).values())
+
+
+def by_object(*command, cwd=None):
+    """The same, by the object (program or library) that they belong to."""
+    with tempfile.TemporaryDirectory() as folder:
+        file = Path(folder) / "out"
+        tool = ["valgrind", "--tool=callgrind", f"--callgrind-out-file={file}", "--compress-strings=no"]
+        subprocess.run([*tool, *map(str, command)], cwd=cwd, capture_output=True, check=False)
+        return _sum_objects(file.read_text())
+
+
+def _sum_objects(text):
+    """Sums the self cost lines of a callgrind file: those that do not follow a calls= line."""
+    costs = {}
+    current = ""
+    skip = False
+    for line in text.splitlines():
+        if line.startswith("ob="):
+            current = line[3:]
+        elif line.startswith("calls="):
+            skip = True
+        elif re.match(r"[+\-*\d]", line):
+            if not skip:
+                costs[current] = costs.get(current, 0) + int(line.split()[1])
+            skip = False
+    return costs
+
+
+class Counts:
+    """Instructions of one time of a case: the difference of two runs, so that starting and ending count nothing."""
+
+    def __init__(self, build):
+        self._build = build
+        self._counts = {}
+
+    def run(self, cases, times):
+        with ThreadPoolExecutor(2) as pool:
+            for case, count in zip(cases, pool.map(lambda case: self._count(case, times), cases), strict=True):
+                self._counts[case] = count
+
+    def _count(self, case, times):
+        few, many = (collected(self._build / "addrpubd_bench", "--count", case, n) for n in (times, 3 * times))
+        return (many - few) / (2 * times)
+
+    def __getitem__(self, case):
+        return self._counts[case]
+
+    def __contains__(self, case):
+        return case in self._counts
+
+    def ratio(self, case, beside):
+        return self._counts[case] / self._counts[beside]

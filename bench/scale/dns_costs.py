@@ -1,0 +1,131 @@
+"""What the fleet costs a DNS server."""
+
+import time
+
+from counting import CROWD, MANY, NAMES, SECONDS, best, crossed, opened, paced, storm
+from hosts import Hosts
+from servers import Bind, Knot, SECRET, ZONE
+
+HOSTS = MANY * NAMES  # in the zone
+GREAT = 10 * HOSTS  # in the zone whose memory is compared with that one
+POLICY_HOSTS = 10000  # with a key of their own each
+HURRY = 50  # how much faster a hurried host checks
+
+
+def open_hosts(build, server, count, check=0, hurried=False):
+    url = f"dns://127.0.0.1/{ZONE}?check={check}"
+    return Hosts(build, "dns", url, count, server.key_of(0), SECRET, hurried)
+
+
+def restart(server, hosts):
+    server.end()
+    server.fill(hosts)
+    server.start()
+
+
+def exchanges(build, server):
+    hosts = []
+    result = {"open": crossed(lambda: hosts.append(open_hosts(build, server, 1)))}
+    result["same"] = paced(hosts[0].publish)
+    hosts[0].end()
+    hurried = open_hosts(build, server, 1, check=5, hurried=True)
+    hurried.publish()
+    before = opened()
+    result["check"] = crossed(lambda: time.sleep(2))
+    checks = opened() - before
+    result["check"] = {name: round(figure / checks) for name, figure in result["check"].items()}
+    hurried.end()
+    return result
+
+
+def requests(build, server):
+    many = open_hosts(build, server, MANY)
+    checking = open_hosts(build, server, MANY)
+
+    result = best(
+        server,
+        {
+            "same": lambda: many.publish(NAMES, SECONDS),
+            "changed": lambda: many.publish(NAMES, SECONDS, fresh=True),
+        },
+    )
+    many.end()
+    checking.end()
+    return result
+
+
+def open_and_check(build, server):
+    """Hosts that connect, without a request of theirs; and hurried ones that do nothing but check."""
+
+    def connect():
+        hosts = open_hosts(build, server, CROWD)
+        hosts.end()
+        return CROWD
+
+    checking = open_hosts(build, server, MANY, check=1, hurried=True)
+    checking.publish()
+
+    def check():
+        before = opened()
+        time.sleep(SECONDS)
+        return opened() - before
+
+    result = best(server, {"check": check})
+    checking.end()
+    return result | best(server, {"open": connect})
+
+
+def memory(server):
+    """Bytes for each host of a zone: what a ten times greater zone takes more."""
+    restart(server, HOSTS)
+    less = server.resident()
+    restart(server, GREAT)
+    return round((server.resident() - less) / (GREAT - HOSTS))
+
+
+def storms(build, server):
+    """Hosts that check every five seconds notice that the server is away within the ten seconds of its absence."""
+    restart(server, CROWD)
+    crowd = open_hosts(build, server, CROWD, check=5)
+    crowd.order("follow")
+    crowd.wait("told", CROWD)
+    time.sleep(6)  # until the checks have spread
+    result = [storm(server, crowd, 10)]
+    crowd.end()
+    return result
+
+
+def measure(build, server):
+    server.fill(HOSTS)
+    server.start()
+    result = exchanges(build, server)
+    for figures in (requests(build, server), open_and_check(build, server)):
+        for name, more in figures.items():
+            result[name] = result.get(name, {}) | more
+    result["memory"] = memory(server)
+    result["storms"] = storms(build, server)
+    server.end()
+    return result
+
+
+def measure_bind(build):
+    return measure(build, Bind())
+
+
+def measure_knot(build):
+    return measure(build, Knot())
+
+
+def measure_policies(build):
+    """An update under BIND's policy when each host has a key: two rules for each host, or one for all."""
+    result = {}
+    for policy in ("name", "selfsub"):
+        server = Bind(policy, POLICY_HOSTS)
+        server.fill(POLICY_HOSTS)
+        server.start()
+        last = POLICY_HOSTS - 1
+        hosts = Hosts(build, "dns", f"dns://127.0.0.1/{ZONE}?check=0", 1, server.key_of(last), SECRET, first=last)
+        result[policy] = best(server, {"same": lambda hosts=hosts: hosts.publish(1, SECONDS)})["same"]["us"]
+        hosts.end()
+        server.end()
+    return result

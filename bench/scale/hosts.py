@@ -1,0 +1,85 @@
+"""Hosts of the fleet: processes of the program fleet, 16 hosts each, that run the real client library."""
+
+import os
+import subprocess
+import threading
+import time
+from pathlib import Path
+
+MOST = 16  # handles of the library in one process
+PATIENCE = 120.0
+
+
+class Hosts:
+    """So many hosts, connected. hurried: the library's own waits, such as the one until the next look, take a fiftieth.
+    first: the number of the first host.
+
+    events: ("connected" | "lost" | "told", host, monotonic seconds), of all hosts.
+    """
+
+    def __init__(self, build, kind, url, count, user="default", password="none", hurried=False, first=0):
+        environment = dict(os.environ)
+        if hurried:
+            environment["LD_PRELOAD"] = str(Path(build, "tests/libhurryshim.so"))
+        self.events = []
+        self._done = []
+        self._processes = []
+        self._threads = []
+        for start in range(0, count, MOST):
+            command = ["./fleet", kind, url, user, password, str(min(MOST, count - start)), str(first + start)]
+            process = subprocess.Popen(
+                command, cwd=build, env=environment, stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True
+            )
+            self._processes.append(process)
+            self._threads.append(threading.Thread(target=self._read, args=(process,), daemon=True))
+            self._threads[-1].start()
+        self.wait("connected", count)
+
+    def _read(self, process):
+        for line in process.stdout:
+            word, first, second = line.split()
+            if word == "done":
+                self._done.append((int(first), int(second)))
+            else:
+                self.events.append((word, int(first), float(second)))
+
+    def times(self, word, since=0.0):
+        """When the hosts had an event, the first one of each host after since."""
+        found = {}
+        for kind, number, when in list(self.events):
+            if kind == word and when >= since:
+                found.setdefault(number, when)
+        return sorted(found.values())
+
+    def wait(self, word, count, since=0.0):
+        """Waits until so many hosts have had the event."""
+        give_up = time.monotonic() + PATIENCE
+        while len(found := self.times(word, since)) < count:
+            if time.monotonic() > give_up:
+                raise RuntimeError(f"{len(found)} of {count} hosts: {word}")
+            time.sleep(0.02)
+        return found
+
+    def order(self, text):
+        for process in self._processes:
+            process.stdin.write(text + "\n")
+            process.stdin.flush()
+
+    def publish(self, names=1, seconds=0, fresh=False):
+        """Returns the calls made. All have to succeed."""
+        self._done.clear()
+        self.order(f"publish {names} {seconds} {int(fresh)}")
+        while len(self._done) < len(self._processes):
+            if any(process.poll() is not None for process in self._processes):
+                raise RuntimeError("a process of the fleet ended")
+            time.sleep(0.005)
+        if failed := sum(failed for _, failed in self._done):
+            raise RuntimeError(f"{failed} publications failed")
+        return sum(calls for calls, _ in self._done)
+
+    def end(self):
+        for process in self._processes:
+            process.stdin.close()
+        for process, thread in zip(self._processes, self._threads, strict=True):
+            process.wait()
+            thread.join()

@@ -1,0 +1,46 @@
+"""measure.py BUILD [TOPIC...]: measures what the fleet costs the servers, inside a network of its own, and prints it.
+
+Without topics all are measured and written to figures.json, from which compute.py computes.
+"""
+
+import datetime
+import json
+import subprocess
+import sys
+import time
+from pathlib import Path
+
+import dns_costs
+import redis_costs
+
+FIGURES = Path(__file__).with_name("figures.json")
+TOPICS = {
+    "redis": redis_costs.measure,
+    "bind": dns_costs.measure_bind,
+    "knot": dns_costs.measure_knot,
+    "policies": dns_costs.measure_policies,
+}
+
+
+def machine():
+    lines = Path("/proc/cpuinfo").read_text().splitlines()
+    model = next(line.split(":", 1)[1].strip() for line in lines if line.startswith("model name"))
+    load = Path("/proc/loadavg").read_text().split()[0]
+    return {"date": str(datetime.date.today()), "processor": model, "load": load}
+
+
+def main():
+    build = Path(sys.argv[1]).resolve()
+    subprocess.run(["ip", "link", "set", "lo", "up"], check=True)
+    figures = {"machine": machine()}
+    chosen = sys.argv[2:] or list(TOPICS)
+    for topic in chosen:
+        start = time.monotonic()
+        figures[topic] = TOPICS[topic](build)
+        print(f"-- {topic}, {time.monotonic() - start:.0f} s", flush=True)
+        print(json.dumps(figures[topic], indent=1), flush=True)
+    if len(chosen) == len(TOPICS):
+        FIGURES.write_text(json.dumps(figures, indent=1) + "\n")
+
+
+main()

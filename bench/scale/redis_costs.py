@@ -1,0 +1,138 @@
+"""What the fleet costs a Redis server."""
+
+import time
+
+from counting import CROWD, MANY, NAMES, SECONDS, best, crossed, paced, storm
+from hosts import Hosts
+from servers import Redis
+
+URL = "redis://127.0.0.1?expire=1800"
+HURRY = 50  # how much faster a hurried host looks
+FULL = 10000  # entries that a history has at most
+
+
+def protocol(server, work):
+    """Commands and bytes of the protocol, to the server and from it, that work makes."""
+    before, asking = server.statistics()
+    work()
+    after = server.info()
+    return [
+        int(after[field]) - int(before[field]) - less
+        for field, less in (
+            ("total_commands_processed", 1),
+            ("total_net_input_bytes", asking[0]),
+            ("total_net_output_bytes", asking[1]),
+        )
+    ]
+
+
+def looks(server):
+    """Looks that the server has answered so far: each has one PING."""
+    counts = server.info().get("cmdstat_ping", "calls=0,")
+    return int(counts.split("=")[1].split(",")[0])
+
+
+def look_for(server, seconds):
+    before = looks(server)
+    time.sleep(seconds)
+    return looks(server) - before
+
+
+def exchanges(build, server):
+    """One host, one exchange after the other."""
+    hosts = []
+
+    def connect():
+        hosts.append(Hosts(build, "rdb", URL, 1))
+
+    result = {"connect": {"protocol": protocol(server, connect)} | crossed(connect)}
+    result["first"] = {"protocol": protocol(server, hosts[0].publish)}
+    result["same"] = {"protocol": protocol(server, hosts[0].publish)} | paced(hosts[0].publish)
+    for host in hosts:
+        host.end()
+    return result
+
+
+def look(build, server):
+    """The look at an idle connection: one host's packets, then what a crowd costs."""
+    one = Hosts(build, "rdb", URL, 1, hurried=True)
+    one.publish()
+    seconds = 4.5 * 60 / HURRY  # four looks
+    result = crossed(lambda: time.sleep(seconds), 4)
+    result["protocol"] = [round(n / 4) for n in protocol(server, lambda: time.sleep(seconds))]
+    one.end()
+    crowd = Hosts(build, "rdb", URL, CROWD, hurried=True)
+    crowd.publish()
+    result |= best(server, {"look": lambda: look_for(server, SECONDS)})["look"]
+    crowd.end()
+    return result
+
+
+def memory(build, server):
+    """Bytes that the server counts for a connection, for a host with one history entry, and for a full history."""
+
+    def used():
+        return int(server.info()["used_memory"])
+
+    server.call("FLUSHALL")
+    empty = used()
+    crowd = Hosts(build, "rdb", URL, CROWD)
+    crowd.publish()
+    server.call("FLUSHALL")
+    time.sleep(5)
+    result = {"connection": round((used() - empty) / CROWD)}
+    crowd.end()
+    some = Hosts(build, "rdb", URL, MANY)
+    before = used()
+    some.publish(NAMES)
+    result["host"] = round((used() - before) / (MANY * NAMES))
+    some.end()
+    fill = "for i=1,ARGV[1] do redis.call('XADD','full',1e12+i*6e5..'-0','type','6','value','2001:db8:0:1::1') end"
+    server.call("EVAL", fill, 0, FULL)
+    result["history"] = round(int(server.call("MEMORY", "USAGE", "full", "SAMPLES", 0)) / FULL, 1)
+    server.call("FLUSHALL")
+    return result
+
+
+def publications(build, server):
+    one = Hosts(build, "rdb", URL, 16)
+    many = Hosts(build, "rdb", URL, MANY)
+
+    def first():
+        server.call("FLUSHALL")
+        return many.publish(NAMES)
+
+    result = best(
+        server,
+        {
+            "first": first,
+            "one process": lambda: one.publish(NAMES, SECONDS),
+            "same": lambda: many.publish(NAMES, SECONDS),
+            "changed": lambda: many.publish(NAMES, SECONDS, fresh=True),
+        },
+    )
+    one.end()
+    many.end()
+    return result
+
+
+def storms(build, server):
+    crowd = Hosts(build, "rdb", URL, CROWD)
+    crowd.order("follow")
+    crowd.wait("told", CROWD)
+    result = [storm(server, crowd, away) for away in (0, 10)]
+    crowd.end()
+    return result
+
+
+def measure(build):
+    server = Redis()
+    server.start()
+    result = exchanges(build, server)
+    result["look"] = look(build, server)
+    result["memory"] = memory(build, server)
+    for name, figures in publications(build, server).items():
+        result[name] = result.get(name, {}) | figures
+    result["storms"] = storms(build, server)
+    server.end()
+    return result

@@ -1,0 +1,201 @@
+"""The servers that the fleet is measured against, on the loopback of a private network, and what they cost.
+
+Each listens on 127.0.0.1 and works in a folder in memory. cpu() counts the processor time of all threads in seconds, to
+the nanosecond (/proc/PID/task/*/schedstat); resident() is VmRSS in bytes.
+"""
+
+import base64
+import hashlib
+import signal
+import socket
+import subprocess
+import time
+from pathlib import Path
+
+ZONE = "example.test"
+KEY = "fleet"
+SECRET = base64.b64encode(hashlib.sha256(KEY.encode()).digest()).decode()
+PATIENCE = 60.0  # seconds until a server has to have started
+
+
+def host(number):
+    return f"host{number:07}.{ZONE}"
+
+
+def own_address(number):
+    """The address that the host with this number publishes, as long as it is the same one."""
+    return f"2001:db8:{number >> 16:x}:{number & 0xFFFF:x}::1"
+
+
+class Server:
+    port = 0
+    folder = ""
+
+    def __init__(self):
+        self.process = None
+        subprocess.run(["mount", "-t", "tmpfs", "none", self.folder], check=True)
+
+    def write(self, name, text):
+        Path(self.folder, name).write_text(text)
+
+    def start(self):
+        """Starts it. Returns the monotonic time at which it answered."""
+        with Path(self.folder, "log").open("ab") as log:
+            self.process = subprocess.Popen(self.command(), cwd=self.folder, stdout=log, stderr=log)
+        give_up = time.monotonic() + PATIENCE
+        while not self.answers():
+            if self.process.poll() is not None or time.monotonic() > give_up:
+                raise RuntimeError(f"{self.command()[0]}: {Path(self.folder, 'log').read_text()[-2000:]}")
+            time.sleep(0.01)
+        return time.monotonic()
+
+    def end(self, number=signal.SIGTERM):
+        if self.process is not None:
+            self.process.send_signal(number)
+            self.process.wait()
+        self.process = None
+
+    def cpu(self):
+        files = Path(f"/proc/{self.process.pid}/task").glob("*/schedstat")
+        return sum(int(file.read_text().split()[0]) for file in files) / 1e9
+
+    def resident(self):
+        lines = Path(f"/proc/{self.process.pid}/status").read_text().splitlines()
+        return next(int(line.split()[1]) * 1024 for line in lines if line.startswith("VmRSS"))
+
+    def ask(self, request, enough):
+        """Sends bytes and returns what has come back as soon as enough(answer)."""
+        with socket.create_connection(("127.0.0.1", self.port), 5) as connection:
+            connection.sendall(request)
+            answer = b""
+            while not enough(answer):
+                piece = connection.recv(1 << 16)
+                if not piece:
+                    raise OSError("closed")
+                answer += piece
+        return answer
+
+
+class Redis(Server):
+    """Without persistence; one user for the whole fleet."""
+
+    port = 6379
+    folder = "/mnt"
+
+    def command(self):
+        return ["redis-server", f"{self.folder}/conf"]
+
+    def start(self):
+        self.write("conf", f'bind 127.0.0.1\ndir {self.folder}\nsave ""\nmaxclients 20000\n')
+        return super().start()
+
+    def answers(self):
+        try:
+            return self.ask(b"PING\r\n", lambda answer: answer.endswith(b"\r\n")) == b"+PONG\r\n"
+        except OSError:
+            return False
+
+    def call(self, *words):
+        """What redis-cli prints."""
+        return subprocess.run(["redis-cli", *map(str, words)], check=True, capture_output=True, text=True).stdout.strip()
+
+    def statistics(self):
+        """All of INFO by name; and the bytes of asking, to the server and from it."""
+        request = b"INFO everything\r\n"
+
+        def whole(answer):
+            head, found, text = answer.partition(b"\r\n")
+            return found and len(text) == int(head[1:]) + 2
+
+        answer = self.ask(request, whole)
+        pairs = (line.split(":", 1) for line in answer.decode().splitlines() if ":" in line)
+        return dict(pairs), (len(request), len(answer))
+
+    def info(self):
+        return self.statistics()[0]
+
+
+class DnsServer(Server):
+    """The zone holds the given number of hosts with one address each, as their updates leave it."""
+
+    port = 53
+
+    def fill(self, hosts):
+        lines = ["$TTL 60", f"{ZONE}. IN SOA ns hostmaster 1 3600 600 86400 30", f"{ZONE}. IN NS ns.{ZONE}."]
+        lines.append(f"ns.{ZONE}. IN A 127.0.0.1")
+        for number in range(hosts):
+            address = own_address(number)
+            lines.append(f"{host(number)}. IN AAAA {address}\n{host(number)}. IN HTTPS 1 . ipv6hint={address}")
+        self.write("zone", "\n".join(lines) + "\n")
+
+    def answers(self):
+        #  A question for the zone's SOA record, with its length in front; the answer has to have come without an error.
+        labels = b"".join(bytes([len(label)]) + label.encode() for label in ZONE.split("."))
+        question = b"\0\7" + b"\0\0\0\1" + bytes(6) + labels + b"\0\0\6\0\1"
+        try:
+            answer = self.ask(len(question).to_bytes(2, "big") + question, lambda answer: len(answer) > 12)
+        except OSError:
+            return False
+        return answer[5] & 15 == 0 and answer[9] > 0
+
+
+class Bind(DnsServer):
+    """policy: "zonesub", one key for the zone, or "host", a key and two grants for each of so many hosts."""
+
+    folder = "/var/lib/bind"  # where its AppArmor profile lets it read and write
+
+    def __init__(self, policy="zonesub", hosts=1):
+        super().__init__()
+        self.policy = policy
+        self.hosts = hosts
+
+    def command(self):
+        return ["named", "-f", "-n", "1", "-c", f"{self.folder}/conf"]
+
+    def key_of(self, number):
+        return host(number) if self.policy != "zonesub" else KEY
+
+    def grants(self):
+        if self.policy == "zonesub":
+            return f'grant "{KEY}" zonesub AAAA HTTPS;'
+        if self.policy == "selfsub":
+            return f"grant *.{ZONE}. selfsub *.{ZONE}. AAAA HTTPS;"
+        names = [host(number) for number in range(self.hosts)]
+        return "\n".join(f'grant "{n}" name {n}. AAAA HTTPS; grant "{n}" wildcard *._https.{n}. HTTPS;' for n in names)
+
+    def start(self):
+        keys = [KEY] if self.policy == "zonesub" else [host(number) for number in range(self.hosts)]
+        self.write(
+            "conf",
+            f'options {{ directory "{self.folder}"; pid-file none; lock-file none; session-keyfile none;\n'
+            "listen-on { 127.0.0.1; }; listen-on-v6 { none; }; recursion no; dnssec-validation no; notify no;\n"
+            "empty-zones-enable no; tcp-clients 5000; };\ncontrols { };\n"
+            "logging { channel out { stderr; severity error; }; category default { out; }; };\n"
+            + "\n".join(f'key "{name}" {{ algorithm hmac-sha256; secret "{SECRET}"; }};' for name in keys)
+            + f'\nzone "{ZONE}" {{ type primary; file "zone"; update-policy {{ {self.grants()} }}; }};\n',
+        )
+        return super().start()
+
+
+class Knot(DnsServer):
+    folder = "/media"
+
+    def command(self):
+        return ["knotd", "-c", f"{self.folder}/conf"]
+
+    def key_of(self, _):
+        return KEY
+
+    def start(self):
+        Path(self.folder, "db").mkdir(exist_ok=True)
+        self.write(
+            "conf",
+            f"server:\n  rundir: {self.folder}\n  listen: 127.0.0.1@53\n  udp-workers: 1\n  tcp-workers: 1\n"
+            "  background-workers: 1\n  tcp-max-clients: 5000\nlog:\n  - target: stderr\n    any: error\n"
+            f"database:\n  storage: {self.folder}/db\n"
+            f"key:\n  - id: {KEY}\n    algorithm: hmac-sha256\n    secret: {SECRET}\n"
+            f"acl:\n  - id: update\n    key: {KEY}\n    action: update\n    update-type: [AAAA, HTTPS]\n"
+            f"zone:\n  - domain: {ZONE}\n    file: {self.folder}/zone\n    acl: update\n    zonefile-sync: -1\n"
+            "    zonefile-load: whole\n    journal-content: changes\n",
+        )
+        return super().start()

@@ -1,0 +1,134 @@
+"""Topics of the string, the request text, the logs and the address list."""
+
+import subprocess
+import sys
+
+from rows import Result, Row, Table, ns
+
+BENCH = "build/bench/addrpubd_bench"
+
+STRING_BARS = (
+    ("100000_bytes", "string of 100,000 single bytes", 0.65, 3),
+    ("pieces_of_12", "string of 12-byte pieces to 408 bytes", 0.60, 300),
+    ("400_bytes", "string of 400 single bytes", 0.95, 300),
+    ("39_made", "string of 39 bytes made and dropped", 1.2, 1000),
+)
+STRING_WHY = {
+    "100000_bytes": "Length and capacity stand in front of the text, so a byte costs two loads and two stores; the "
+    "standard string does the same work, and one store more for its terminator.",
+    "pieces_of_12": "Three pooled pairs with their locks cost more than five of glibc's, which outweighs the cheaper "
+    "appends.",
+    "400_bytes": "Six pooled pairs with their locks stand against five of glibc's without.",
+    "39_made": "It is one pair of the allocator: its two locks alone take longer than all of the standard string's.",
+}
+
+
+def string(times, counts):
+    times.run("^string/", seconds=0.05)
+    result = Result()
+    lines = []
+    for case, topic, bar, n in STRING_BARS:
+        own, peer = f"string/olk/{case}", f"string/std/{case}"
+        counts.run([own, peer], n)
+        ratio, counted = times.ratio(own, peer), counts.ratio(own, peer)
+        measured = f"{ratio:.2f} of std::string; {counted:.2f} in instructions"
+        result.rows.append(Row(topic, measured, f"at most {bar:.2f}", ratio <= bar, STRING_WHY[case]))
+        lines.append([topic, ns(times[own]), ns(times[peer]), f"{ratio:.2f}"])
+        lines[-1] += [f"{counts[own]:.0f}", f"{counts[peer]:.0f}", f"{counted:.2f}"]
+    head = ["case", "olk", "std", "ratio", "olk instr.", "std instr.", "ratio"]
+    result.tables.append(Table("String", head, lines, f"{BENCH} --benchmark_filter=^string/"))
+    return result
+
+
+REQUEST_BARS = {2: 0.2, 32: 0.15, 1000: 0.17}
+
+
+def request(times, counts):
+    times.run("^request/", seconds=0.05)
+    peers = [who for who in ("rapidjson", "fmt", "std", "memcpy") if f"request/{who}/2" in times]
+    result = Result()
+    lines = []
+    plot = [["addresses", "olk", *peers]]
+    for addresses, bar in REQUEST_BARS.items():
+        counts.run([f"request/{who}/{addresses}" for who in ["olk", *peers]], 20 if addresses == 1000 else 200)
+        own = f"request/olk/{addresses}"
+        if "rapidjson" in peers:
+            peer = f"request/rapidjson/{addresses}"
+            ratio = times.ratio(own, peer)
+            measured = f"{ratio:.2f} of RapidJSON; {counts.ratio(own, peer):.2f} in instructions"
+            why = (
+                "The text is put together by three dozen short appends, each of which keeps the length in memory, and "
+                "its buffer costs the allocator's locks; a further address takes about a fifth of RapidJSON's time."
+            )
+            topic = f"request text for {addresses} addresses"
+            result.rows.append(Row(topic, measured, f"at most {bar}", ratio <= bar, why))
+        lines.append([addresses] + [ns(times[f"request/{who}/{addresses}"]) for who in ["olk", *peers]])
+        lines[-1] += [f"{counts[f'request/{who}/{addresses}']:.0f}" for who in ["olk", *peers]]
+        plot.append([addresses] + [times[f"request/{who}/{addresses}"] for who in ["olk", *peers]])
+    copies = times.ratio("request/olk/2", "request/memcpy/2")
+    why = "As above; the copy goes to a buffer that stands ready, the text into one that is made and dropped."
+    topic = "request text for 2 addresses beside memcpy"
+    result.rows.append(Row(topic, f"{copies:.1f} times", "at most 12 times", copies <= 12, why))
+    head = ["addresses", "olk", *peers, "olk instr.", *(f"{peer} instr." for peer in peers)]
+    note = "memcpy copies the finished text into a buffer that stands ready; fmt escapes nothing."
+    result.tables.append(Table("Request text", head, lines, f"{BENCH} --benchmark_filter=^request/", note))
+    result.plots["request"] = plot
+    return result
+
+
+def udp(times, counts):
+    times.run("^udp/", seconds=0.1)
+    counts.run(["filtered/olk/udp"], 1000)
+    ratio = times.ratio("udp/olk", "udp/sendto")
+    result = Result()
+    why = "Formatting a record takes about 150 ns: how much that is beside the system call depends on the kernel."
+    figures = f"{ratio:.3f} of bare sendto ({ns(times['udp/olk'])}, {ns(times['udp/sendto'])})"
+    result.rows.append(Row("one UDP record", figures, "at most 1.08", ratio <= 1.08, why))
+    if "udp/spdlog" in times:
+        beside = times.ratio("udp/olk", "udp/spdlog")
+        measured = f"{beside:.3f} of spdlog's UDP sink"
+        why = "Both are the system call and little else: within a few hundredths they change places from run to run."
+        result.rows.append(Row("one UDP record beside spdlog", measured, "ahead of spdlog", beside < 1, why))
+    filtered = counts["filtered/olk/udp"]
+    result.rows.append(Row("a filtered record", f"{filtered:.0f} instructions", "under 30 instructions", filtered < 30))
+    return result
+
+
+def console(times, counts):
+    times.run("^console/", seconds=0.05)
+    result = Result()
+    lines = []
+    for where in ("null", "pipe"):
+        who = [name for name in ("olk", "olk_push", "printf", "spdlog") if f"console/{name}/{where}" in times]
+        lines.append([where] + [ns(times[f"console/{name}/{where}"]) for name in who])
+        if "spdlog" in who:
+            ratio = times.ratio(f"console/olk/{where}", f"console/spdlog/{where}")
+            flushed = times.ratio(f"console/olk_push/{where}", f"console/spdlog/{where}")
+            target = "to /dev/null" if where == "null" else "to a pipe"
+            measured = f"{ratio:.2f} of spdlog's stdout sink; {flushed:.2f} with push, which flushes as it does"
+            result.rows.append(Row(f"one console record {target}", measured, "at most 0.9", ratio <= 0.9))
+    head = ["to", "add", "push (flushes)", "printf, same line", "spdlog (flushes)"][: len(lines[0])]
+    result.tables.append(Table("Console record", head, lines, f"{BENCH} --benchmark_filter=^console/"))
+    return result
+
+
+def addresses(times, _):
+    """In a network namespace of its own, with so many addresses on lo."""
+    result = Result()
+    figures = []
+    worst = 0.0
+    for number in (1, 100, 1000):
+        script = "ip link set lo up; ip -6 addr flush dev lo; i=0; while [ $i -lt $0 ]; do i=$((i + 1));"
+        script += ' printf "addr add 2001:db8::%x/128 dev lo nodad\\n" $i; done | ip -6 -batch -; exec "$@"'
+        prefix = ["unshare", "--net", "sh", "-c", script, str(number)]
+        if subprocess.run([*prefix, "true"], capture_output=True, check=False).returncode != 0:
+            print("-- address list left out: no network namespace to be had (root is needed)", file=sys.stderr)
+            return result
+        times.run("^addresses/", prefix=prefix, seconds=0.05, rename=("addresses/", f"addresses/{number}/"))
+        ratio = times.ratio(f"addresses/{number}/olk", f"addresses/{number}/walk")
+        worst = max(worst, ratio)
+        figures.append(f"{ratio:.3f} at {number} ({ns(times[f'addresses/{number}/olk'])})")
+    why = "What comes on top of the walk is the joined text, which moves around the bar from run to run."
+    topic = "address list of 1, 100, 1,000 addresses"
+    result.rows.append(Row(topic, ", ".join(figures), "at most 1.05 of a bare walk", worst <= 1.05, why))
+    return result
