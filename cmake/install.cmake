@@ -40,7 +40,7 @@ install(FILES ${packaging}/man/addrpubd.8 DESTINATION ${CMAKE_INSTALL_MANDIR}/ma
 install(FILES ${packaging}/man/addrpubd.ini.5 DESTINATION ${CMAKE_INSTALL_MANDIR}/man5)
 
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/docs/ DESTINATION ${CMAKE_INSTALL_DOCDIR}
-    FILES_MATCHING PATTERN *.md PATTERN *.ini)
+    FILES_MATCHING PATTERN *.md PATTERN *.ini PATTERN *.svg)
 install(FILES ${packaging}/system/credentials.conf DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples)
 
 if(TARGET addrpubd-check)

@@ -29,6 +29,9 @@ struct Subject {
     std::string ports;                                 // the port list's text
 
     const std::string& text(Setting setting) const { return run.*settings[setting].text; }
+
+    //  As the client library gets it: a C text, which ends at a zero byte.
+    std::string given(Setting setting) const { return text(setting).substr(0, text(setting).find('\0')); }
 };
 
 //  The places in which a file is looked for when none is named: beside the program in folder, which ends with "/", or,
@@ -48,6 +51,7 @@ void checkGrammar(const Subject& subject, CIniProbe& probe, CReport& report);
 void checkHost(const Subject& subject, CReport& report);
 void checkLog(const Subject& subject, CReport& report);
 void checkServers(const Subject& subject, CReport& report);
+void checkZone(const Subject& subject, CReport& report);
 void checkPorts(const Subject& subject, CReport& report);
 
 }  // namespace check

@@ -31,7 +31,7 @@ void checkConsole(const std::string& address, std::size_t line, CReport& report)
     olk::prtlog log;
     log.open(address.c_str());
     if (log.tostdout != 0) {
-        report.words.emplace_back("the log goes to the console; after -start nothing of it is seen");
+        report.words.emplace_back("the log goes to the console; -start shows its first lines only");
         return;
     }
     report.words.emplace_back("nothing is logged");

@@ -36,17 +36,12 @@ std::vector<std::string> namesOf(const Subject& subject, const Server& server, b
     return names;
 }
 
-//  The client library gets C texts: they end at a zero byte.
-std::string asGiven(const std::string& text) {
-    return text.substr(0, text.find('\0'));
-}
-
 void checkPassword(const Subject& subject, const Server& server, CReport& report) {
     const std::string& password = subject.text(server.password);
     std::string secret;
     std::string reason;
     if (password.starts_with("file:/"))
-        reason = rdbopen::readSecret(asGiven(password), secret);
+        reason = rdbopen::readSecret(subject.given(server.password), secret);
     else if (password.starts_with("file:"))
         reason = "file: is followed by no absolute path, so the text itself is the password";
     if (!reason.empty())
@@ -57,11 +52,10 @@ void checkPassword(const Subject& subject, const Server& server, CReport& report
 void checkBackend(const Subject& subject, const Server& server, CReport& report) {
     const std::string name = settings[server.url].name;
     const std::size_t line = subject.line[server.url];
-    const rdbopen::Credentials credentials = {asGiven(subject.text(server.user)),
-                                              asGiven(subject.text(server.password))};
+    const rdbopen::Credentials credentials = {subject.given(server.user), subject.given(server.password)};
     std::unique_ptr<rdbopen::Backend> backend;
     std::string reason;
-    const int code = rdbopen::makeBackend(asGiven(subject.text(server.url)), credentials, backend, reason);
+    const int code = rdbopen::makeBackend(subject.given(server.url), credentials, backend, reason);
     if (code == rdbopen::errorUnknownScheme)
         report.fail(line, name + ": " + printable(reason) + ": this build has no such back end");
     else if (code != rdbopen::errorNone)

@@ -19,7 +19,7 @@ def below_prefix():
     pages = {
         f"share/doc/addrpubd/{page.relative_to(SOURCE / 'docs')}": FILE
         for page in (SOURCE / "docs").rglob("*")
-        if page.suffix in (".md", ".ini")
+        if page.suffix in (".md", ".ini", ".svg")
     }
     return pages | {
         "lib/addrpubd/addrpubd": PROGRAM,

@@ -95,7 +95,7 @@ TEST_F(Check, SaysTheNineSettings) {
 TEST_F(Check, SaysWhatTheServiceDoesWithThem) {
     EXPECT_EQ(examined(base).words,
               (Lines{"nothing is logged", "it connects to the rdb server", "the DNS server is left out"}));
-    EXPECT_EQ(examined("logurl=stdout").words, (Lines{"the log goes to the console; after -start nothing of it is seen",
+    EXPECT_EQ(examined("logurl=stdout").words, (Lines{"the log goes to the console; -start shows its first lines only",
                                                       "the rdb server is left out", "the DNS server is left out"}));
     EXPECT_EQ(examined("logurl=udp://192.0.2.1/x?level=dbg").words.at(0),
               "the log goes to the log server, with records of level dbg and more severe ones");
@@ -160,6 +160,34 @@ TEST_F(Check, ExchangedUrlsAreRemarked) {
                             "to it fails (rdburl and dnsurl exchanged?)",
                             "5 warning dnsurl: the back end of this scheme is none for the DNS server: every request "
                             "to it fails (rdburl and dnsurl exchanged?)"}));
+}
+#endif
+
+#ifdef RDBOPEN_WITH_DNS
+TEST_F(Check, ANameOutsideTheZoneIsRemarked) {
+    const auto examine = [this](const std::string& name, const std::string& url) {
+        return linesOf(examined("hostname=" + name + "\ndnsurl=" + url + "\ndnsuser=u\ndnspswd=c2VjcmV0\n"));
+    };
+    const Lines outside = {"1 warning hostname is not in the zone example.org of dnsurl, so no update is sent"};
+    for (const char* name : {"h.example.com", "x-example.org", "h.example.org.com"})
+        EXPECT_EQ(examine(name, "dns://s/Example.org."), outside) << name;
+    for (const char* name : {"h", "h.example.org", "H.Example.ORG", "a.b.example.org", "example.org"})
+        EXPECT_EQ(examine(name, "dns://s/example.org?ttl=60"), Lines{}) << name;
+    EXPECT_EQ(examine("h.example.com", "log:"), Lines{});
+}
+
+TEST_F(Check, APasswordThatIsNoSecretOfAKeyIsRemarked) {
+    const auto examine = [this](const std::string& password) {
+        return linesOf(examined("hostname=h\ndnsurl=dns://s/example.org\ndnsuser=u\ndnspswd=" + password));
+    };
+    const Lines remark = {"4 warning dnspswd is not the secret of a key in base64, so no update is sent"};
+    EXPECT_EQ(examine("c2VjcmV0"), Lines{});
+    EXPECT_EQ(examine("not base64!"), remark);
+    const std::string file = folder.file("secret");
+    writeFile(file, "c2VjcmV0\n");
+    EXPECT_EQ(examine("file:" + file), Lines{});
+    writeFile(file, "key host1 {\n");
+    EXPECT_EQ(examine("file:" + file), remark);
 }
 #endif
 
