@@ -38,6 +38,7 @@ private:
     Outcome setsFor(const DnsRequest& request, std::vector<RecordSet>& sets) const;
     Outcome update(const DnsRequest& request) const;
     Outcome checkSet(DnsExchange& exchange, const RecordSet& set) const;
+    Outcome checkAbsence(DnsExchange& exchange, const RecordSet& set) const;
     std::string takeKey(TsigKey& key) const;
 
     const DnsZone zone_;
@@ -72,7 +73,7 @@ Outcome DnsBackend::open(const Waiter& waiter) {
     TsigKey key;
     if (std::string failed = takeKey(key); !failed.empty())
         return backendFailed(std::move(failed));
-    const std::chrono::milliseconds until = monotonicNow() + openLimit;
+    std::chrono::milliseconds until = monotonicNow() + openLimit;
     DnsExchange exchange(waiter, std::move(key));
     if (std::string failed = exchange.connect(zone_.server, until); !failed.empty())
         return backendFailed(std::move(failed));
@@ -113,7 +114,7 @@ Outcome DnsBackend::update(const DnsRequest& request) const {
     DnsBytes message = updateMessage(newId(), zone_.zone, zone_.ttl, sets);
     if (message.empty() || message.size() + signatureLength(key) > longestMessage)
         return {errorBadRequest, "the records do not fit into one update of 65535 bytes"};
-    const std::chrono::milliseconds until = monotonicNow() + exchangeLimit;
+    std::chrono::milliseconds until = monotonicNow() + exchangeLimit;
     DnsExchange exchange(*waiter_, std::move(key));
     if (std::string failed = exchange.connect(zone_.server, until); !failed.empty())
         return backendFailed(std::move(failed));
@@ -141,7 +142,7 @@ std::string DnsBackend::refusal(std::string_view text, int code) {
 }
 
 //  An alias at a name keeps every other record away from it, and a server passes over updates that want both
-//  (RFC 2136 section 3.4.2.2): asking again would not help.
+//  (RFC 2136 section 3.4.2.2): asking again would not help. A set without records has nothing that could be kept away.
 Outcome DnsBackend::checkSet(DnsExchange& exchange, const RecordSet& set) const {
     const Answer answer = exchange.ask(queryMessage(newId(), set.owner, set.type), monotonicNow() + exchangeLimit);
     if (answer.trust != Trust::whole)
@@ -151,9 +152,21 @@ Outcome DnsBackend::checkSet(DnsExchange& exchange, const RecordSet& set) const 
         return serverRefused(rcodeWords(rcode));
     if (!ldns_pkt_aa(answer.packet.get()))
         return serverRefused("the server is not authoritative for " + set.owner);
-    if (answerHas(*answer.packet, set.owner, typeCname))
+    if (!set.records.empty() && answerHas(*answer.packet, set.owner, typeCname))
         return serverRefused("a CNAME stands at " + set.owner + " and keeps its other records away");
-    return answerHolds(*answer.packet, set) ? Outcome{} : Outcome{errorNotHeld, {}};
+    if (answerHolds(*answer.packet, set))
+        return {};
+    return set.records.empty() ? checkAbsence(exchange, set) : Outcome{errorNotHeld, {}};
+}
+
+//  Records that a wildcard stands in for look like held ones in an answer (RFC 4592); the condition of an
+//  update looks at the zone itself. A server that does not answer to one gets the update again, which does no harm.
+Outcome DnsBackend::checkAbsence(DnsExchange& exchange, const RecordSet& set) const {
+    const Answer answer =
+        exchange.ask(absenceMessage(newId(), zone_.zone, set.owner, set.type), monotonicNow() + exchangeLimit);
+    if (answer.trust != Trust::whole)
+        return outcomeOf(answer);
+    return rcodeOf(*answer.packet) == rcodeNoError ? Outcome{} : Outcome{errorNotHeld, {}};
 }
 
 Outcome DnsBackend::checkMessage(std::string_view text) {
@@ -166,8 +179,9 @@ Outcome DnsBackend::checkMessage(std::string_view text) {
     TsigKey key;
     if (std::string failed = takeKey(key); !failed.empty())
         return backendFailed(std::move(failed));
+    std::chrono::milliseconds until = monotonicNow() + exchangeLimit;
     DnsExchange exchange(*waiter_, std::move(key));
-    if (std::string failed = exchange.connect(zone_.server, monotonicNow() + exchangeLimit); !failed.empty())
+    if (std::string failed = exchange.connect(zone_.server, until); !failed.empty())
         return backendFailed(std::move(failed));
     for (const RecordSet& set : sets)
         if (Outcome outcome = checkSet(exchange, set); outcome.code != errorNone)

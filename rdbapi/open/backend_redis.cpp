@@ -69,8 +69,8 @@ private:
     std::chrono::milliseconds until_{0};  // the limit of the request that is carried out
     bool queueing_ = false;               // inside MULTI
 
-    //  Time of a put whose transaction was sent and never answered, 0 for none: when the same value is put next and the
-    //  server holds it with just this time, the put has been done already.
+    //  Time of a put whose transaction was sent and has not succeeded since, 0 for none: when the same value is put again
+    //  and the server holds it with just this time, the answer was lost and the put has been done already.
     std::int64_t unansweredPut_ = 0;
 };
 
@@ -170,7 +170,7 @@ Outcome RedisBackend::put(std::span<const RdbSnapshot> records) {
             unansweredPut_ = looked.now;
         return refused;
     });
-    if (outcome.code != errorBackendFailed)
+    if (outcome.code == errorNone)
         unansweredPut_ = 0;
     return outcome;
 }

@@ -22,7 +22,7 @@ DnsBytes framed(const DnsBytes& message) {
 
 }  // namespace
 
-std::string DnsExchange::connect(const Server& server, std::chrono::milliseconds until) {
+std::string DnsExchange::connect(const Server& server, std::chrono::milliseconds& until) {
     return stream_.connect(server, waiter_, until);
 }
 

@@ -8,10 +8,13 @@ namespace rdbopen {
 namespace {
 
 constexpr std::uint16_t classIn = 1;
+constexpr std::uint16_t classNone = 254;
 constexpr std::uint16_t classAny = 255;
 
-//  Four counts follow the flags in a header, of which this library fills two.
-constexpr std::size_t authorityCountAt = 8;
+//  Four counts follow the flags in a header, of which a message of this library has two: that of the questions or zones,
+//  and one of these (RFC 2136 section 2.2).
+constexpr std::size_t prerequisiteCountAt = 6;
+constexpr std::size_t updateCountAt = 8;
 
 class Writer {
 public:
@@ -36,9 +39,10 @@ public:
 
     bool fits() const { return bytes_.size() <= longestMessage; }
 
-    DnsBytes take() {
-        bytes_[authorityCountAt] = static_cast<std::uint8_t>(records_ >> 8);
-        bytes_[authorityCountAt + 1] = static_cast<std::uint8_t>(records_);
+    //  count_at: where the records are counted.
+    DnsBytes take(std::size_t count_at) {
+        bytes_[count_at] = static_cast<std::uint8_t>(records_ >> 8);
+        bytes_[count_at + 1] = static_cast<std::uint8_t>(records_);
         return std::move(bytes_);
     }
 
@@ -101,13 +105,20 @@ DnsBytes updateMessage(std::uint16_t id, const std::string& zone, std::uint32_t 
                 return {};
             writer.record(set.owner, set.type, classIn, ttl, data);
         }
-    return writer.fits() ? writer.take() : DnsBytes();
+    return writer.fits() ? writer.take(updateCountAt) : DnsBytes();
+}
+
+DnsBytes absenceMessage(std::uint16_t id, const std::string& zone, const std::string& owner, std::uint16_t type) {
+    Writer writer(id, opcodeUpdate);
+    writer.question(zone, typeSoa);
+    writer.record(owner, type, classNone, 0, {});
+    return writer.take(prerequisiteCountAt);
 }
 
 DnsBytes queryMessage(std::uint16_t id, const std::string& owner, std::uint16_t type) {
     Writer writer(id, opcodeQuery);
     writer.question(owner, type);
-    return writer.take();
+    return writer.take(updateCountAt);
 }
 
 }  // namespace rdbopen

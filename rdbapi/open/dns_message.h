@@ -2,6 +2,8 @@
 //
 //      update (RFC 2136 section 2):
 //      | id | opcode 5 | counts | zone SOA IN | delete set 1 | delete set 2 ... | add record 1 of set 1 | ...
+//      condition (RFC 2136 section 2.4.3), an update that has no changes:
+//      | id | opcode 5 | counts | zone SOA IN | owner type NONE |
 //      question (RFC 1035 section 4.1):
 //      | id | opcode 0 | counts | owner type IN |
 //
@@ -45,6 +47,10 @@ void putDnsName(DnsBytes& bytes, std::string_view name);
 //  records are added. Empty when it would be longer than longestMessage.
 DnsBytes updateMessage(std::uint16_t id, const std::string& zone, std::uint32_t ttl,
                        const std::vector<RecordSet>& sets);
+
+//  Returns the update that changes nothing and is answered without an error only when zone itself holds no record of owner
+//  and type.
+DnsBytes absenceMessage(std::uint16_t id, const std::string& zone, const std::string& owner, std::uint16_t type);
 
 //  Returns the question for the set of owner and type, without recursion.
 DnsBytes queryMessage(std::uint16_t id, const std::string& owner, std::uint16_t type);

@@ -1,5 +1,6 @@
 #include "handle_table.h"
 
+#include "backoff.h"
 #include "clock.h"
 #include "open_errors.h"
 #include "timed_condition.h"
@@ -85,6 +86,8 @@ HandleSlot::Awoken HandleSlot::waitForWake(std::chrono::milliseconds timeout, in
     const int ready = poll(descriptors, descriptor < 0 ? 1 : 2, static_cast<int>(timeout.count()));
     if (ready == 0)
         return Awoken::byTime;
+    if (ready < 0 && errno != EINTR)
+        sleepFor(backoffLeast);  // no memory: whoever waits here would spin
     const bool woken = ready < 0 || descriptors[0].revents != 0;
     if (woken)
         takeWake();

@@ -27,6 +27,18 @@ bool parsePackedAddress(std::string_view text, Ipv6Address& address) {
     return true;
 }
 
+//  Closed also when memory runs short while it is read.
+struct Descriptor {
+    explicit Descriptor(const char* path) : number(open(path, O_RDONLY | O_CLOEXEC)) {}
+    Descriptor(const Descriptor&) = delete;
+    Descriptor& operator=(const Descriptor&) = delete;
+    ~Descriptor() {
+        if (number >= 0)
+            close(number);
+    }
+    const int number;
+};
+
 int readAll(int descriptor, std::string& text) {
     char part[4096];
     for (;;) {
@@ -70,12 +82,11 @@ LocalFlags parseLocalFlags(const std::string& table) {
 }
 
 int readLocalFlags(LocalFlags& flags) {
-    const int descriptor = open("/proc/net/if_inet6", O_RDONLY | O_CLOEXEC);
-    if (descriptor < 0)
+    const Descriptor descriptor("/proc/self/net/if_inet6");
+    if (descriptor.number < 0)
         return errno;
     std::string table;
-    const int error = readAll(descriptor, table);
-    close(descriptor);
+    const int error = readAll(descriptor.number, table);
     if (error == 0)
         flags = parseLocalFlags(table);
     return error;

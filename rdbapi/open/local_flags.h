@@ -19,7 +19,7 @@ inline constexpr unsigned flagDeprecated = 0x20;
 //  An address of several interfaces has the flags that it has on all of them.
 using LocalFlags = std::map<Ipv6Address, unsigned>;
 
-//  Reads the table that the kernel shows as /proc/net/if_inet6. A line that is none of its form is passed over.
+//  Reads the table that the kernel shows as /proc/self/net/if_inet6. A line that is none of its form is passed over.
 LocalFlags parseLocalFlags(const std::string& table);
 
 //  Stores the flags of the addresses of this network namespace. Returns 0 or errno.

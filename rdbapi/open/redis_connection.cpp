@@ -24,7 +24,7 @@ void append(std::string& bytes, const RedisCommand& command) {
 
 }  // namespace
 
-std::string RedisConnection::connect(const Server& server, const Waiter& waiter, std::chrono::milliseconds until) {
+std::string RedisConnection::connect(const Server& server, const Waiter& waiter, std::chrono::milliseconds& until) {
     if (!parser_.reset())
         return parser_.reason();
     return stream_.connect(server, waiter, until);

@@ -19,7 +19,8 @@ using RedisCommand = std::vector<std::string>;
 
 class RedisConnection {
 public:
-    std::string connect(const Server& server, const Waiter& waiter, std::chrono::milliseconds until);
+    //  As TcpStream::connect.
+    std::string connect(const Server& server, const Waiter& waiter, std::chrono::milliseconds& until);
 
     //  Sends commands and stores one answer for each, errors of the server among them.
     std::string exchange(const std::vector<RedisCommand>& commands, std::vector<RedisReply>& replies,

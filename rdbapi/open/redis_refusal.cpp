@@ -1,5 +1,7 @@
 #include "redis_refusal.h"
 
+#include <utility>
+
 namespace rdbopen {
 
 namespace {
@@ -9,25 +11,26 @@ constexpr std::size_t longestQuote = 120;
 struct Meaning {
     std::string_view beginning;  // of the answer
     std::string_view words;
+    bool general = false;  // any command is answered so, now one, now another: the reason is the same for all
 };
 
 //  The answers of Redis 7; their first words are fixed, what follows differs between versions.
 constexpr Meaning meanings[] = {
     {"WRONGPASS", "user or password is wrong, or the user is switched off"},
     {"NOAUTH", "the connection is not logged in"},
-    {"NOPERM", "the user has no permission for it"},
+    {"NOPERM", "the user has not every permission that is needed", true},
     {"WRONGTYPE", "a key of another type is in the way"},
-    {"READONLY", "the server is a read-only replica"},
-    {"OOM", "the server's memory limit is reached"},
-    {"MISCONF", "the server cannot save to its disk"},
-    {"LOADING", "the server is still loading its data"},
-    {"MASTERDOWN", "the server is a replica that has lost its master"},
-    {"NOREPLICAS", "too few replicas of the server are connected"},
-    {"BUSY", "the server is busy with a script"},
-    {"MOVED", "the server is part of a cluster, which is not supported"},
-    {"ASK", "the server is part of a cluster, which is not supported"},
-    {"CROSSSLOT", "the server is part of a cluster, which is not supported"},
-    {"CLUSTERDOWN", "the server is part of a cluster, which is not supported"},
+    {"READONLY", "the server is a read-only replica", true},
+    {"OOM", "the server's memory limit is reached", true},
+    {"MISCONF", "the server cannot save to its disk", true},
+    {"LOADING", "the server is still loading its data", true},
+    {"MASTERDOWN", "the server is a replica that has lost its master", true},
+    {"NOREPLICAS", "too few replicas of the server are connected", true},
+    {"BUSY", "the server is busy with a script", true},
+    {"MOVED", "the server is part of a cluster, which is not supported", true},
+    {"ASK", "the server is part of a cluster, which is not supported", true},
+    {"CROSSSLOT", "the server is part of a cluster, which is not supported", true},
+    {"CLUSTERDOWN", "the server is part of a cluster, which is not supported", true},
     {"DENIED", "the server is in protected mode and takes connections of its own machine only"},
     {"ERR max number of clients reached", "the server has too many connections"},
     {"ERR DB index is out of range", "the server has no database of this number"},
@@ -49,11 +52,13 @@ std::string printable(std::string_view answer) {
 std::string redisRefusal(std::string_view command, std::string_view answer, bool quote) {
     if (answer.starts_with(discarded))
         answer.remove_prefix(discarded.size());
-    std::string text = std::string(command) + " refused: ";
+    std::string subject = std::string(command) + " refused: ";
     for (const Meaning& meaning : meanings)
-        if (answer.starts_with(meaning.beginning))
+        if (answer.starts_with(meaning.beginning)) {
+            std::string text = meaning.general ? "refused: " : std::move(subject);
             return text.append(meaning.words).append(" (").append(meaning.beginning).append(")");
-    return text + (quote ? printable(answer) : "the answer is none of the usual ones");
+        }
+    return subject + (quote ? printable(answer) : "the answer is none of the usual ones");
 }
 
 }  // namespace rdbopen

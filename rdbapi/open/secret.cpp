@@ -13,8 +13,10 @@ namespace {
 
 constexpr std::string_view marker = "file:";
 
-//  Returns 0 or errno. A pipe or a device could keep the reader waiting, so only regular files are read.
+//  Returns 0 or errno. A pipe or a device could keep the reader waiting, so only regular files are read. All memory is
+//  taken before the file is open.
 int readWhole(const char* path, std::string& text) {
+    std::string whole(longestSecret + 3, '\0');  // a line end, and one byte more to tell a longer file
     const int descriptor = open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
     if (descriptor < 0)
         return errno;
@@ -22,16 +24,16 @@ int readWhole(const char* path, std::string& text) {
     int error = fstat(descriptor, &status) == 0 ? 0 : errno;
     if (error == 0 && !S_ISREG(status.st_mode))
         error = EINVAL;
-    text.resize(longestSecret + 3);  // a line end, and one byte more to tell a longer file
     std::size_t filled = 0;
-    for (ssize_t taken = 1; error == 0 && taken != 0 && filled < text.size();) {
-        taken = read(descriptor, text.data() + filled, text.size() - filled);
+    for (ssize_t taken = 1; error == 0 && taken != 0 && filled < whole.size();) {
+        taken = read(descriptor, whole.data() + filled, whole.size() - filled);
         if (taken < 0 && errno != EINTR)
             error = errno;
         filled += taken > 0 ? static_cast<std::size_t>(taken) : 0;
     }
     close(descriptor);
-    text.resize(filled);
+    whole.resize(filled);
+    text = std::move(whole);
     return error;
 }
 

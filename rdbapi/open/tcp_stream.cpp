@@ -1,8 +1,9 @@
 #include "tcp_stream.h"
 
+#include "clock.h"
+
 #include <cerrno>
 #include <memory>
-#include <netdb.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <poll.h>
@@ -36,6 +37,13 @@ std::string lookUp(const Server& server, Addresses& addresses) {
            std::string(error == EAI_SYSTEM ? systemText(errno) : gai_strerror(error));
 }
 
+int countOf(const addrinfo* first) {
+    int count = 0;
+    for (; first != nullptr; first = first->ai_next)
+        ++count;
+    return count;
+}
+
 //  Requests and answers are small and wait for each other: nothing is gained by collecting bytes.
 void setOptions(int descriptor) {
     const int on = 1;
@@ -57,33 +65,40 @@ std::string waitFailure(Waiter::Result result) {
     return result == Waiter::Result::closed ? "the handle was closed" : "cannot wait: " + systemText(errno);
 }
 
-std::string TcpStream::connect(const Server& server, const Waiter& waiter, std::chrono::milliseconds until) {
+//  An address that swallows what is sent to it leaves time for those behind it.
+std::string TcpStream::connect(const Server& server, const Waiter& waiter, std::chrono::milliseconds& until) {
     close();
     Addresses addresses;
+    const auto before = monotonicNow();
     std::string reason = lookUp(server, addresses);
-    for (const addrinfo* address = addresses.get(); address != nullptr; address = address->ai_next) {
-        close();
-        descriptor_ = socket(address->ai_family, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
-        if (descriptor_ < 0) {
-            reason = "no socket: " + systemText(errno);
-            continue;
-        }
-        setOptions(descriptor_);
-        int error = ::connect(descriptor_, address->ai_addr, address->ai_addrlen) == 0 ? 0 : errno;
-        if (error == EINPROGRESS) {
-            const Waiter::Result result = waiter.wait(descriptor_, POLLOUT, until);
-            if (result != Waiter::Result::ready) {
-                reason = waitFailure(result);
-                break;
-            }
-            error = pendingError(descriptor_);
-        }
-        if (error == 0)
+    until += monotonicNow() - before;
+    bool closed = false;
+    for (const addrinfo* address = addresses.get(); address != nullptr && !closed; address = address->ai_next) {
+        const auto now = monotonicNow();
+        reason = connectTo(*address, waiter, now + (until - now) / countOf(address), closed);
+        if (reason.empty())
             return {};
-        reason = "cannot be reached: " + systemText(error);
+        close();
     }
-    close();
     return reason;
+}
+
+//  closed: the handle was closed meanwhile.
+std::string TcpStream::connectTo(const addrinfo& address, const Waiter& waiter, std::chrono::milliseconds until,
+                                 bool& closed) {
+    descriptor_ = socket(address.ai_family, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
+    if (descriptor_ < 0)
+        return "no socket: " + systemText(errno);
+    setOptions(descriptor_);
+    int error = ::connect(descriptor_, address.ai_addr, address.ai_addrlen) == 0 ? 0 : errno;
+    if (error == EINPROGRESS) {
+        const Waiter::Result result = waiter.wait(descriptor_, POLLOUT, until);
+        closed = result == Waiter::Result::closed;
+        if (result != Waiter::Result::ready)
+            return waitFailure(result);
+        error = pendingError(descriptor_);
+    }
+    return error == 0 ? std::string() : "cannot be reached: " + systemText(error);
 }
 
 std::string TcpStream::send(std::span<const std::uint8_t> bytes, const Waiter& waiter,
@@ -121,12 +136,6 @@ std::string TcpStream::receive(std::span<std::uint8_t> bytes, const Waiter& wait
             return waitFailure(result);
     }
     return {};
-}
-
-int TcpStream::release() noexcept {
-    const int descriptor = descriptor_;
-    descriptor_ = -1;
-    return descriptor;
 }
 
 void TcpStream::close() noexcept {

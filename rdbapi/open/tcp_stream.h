@@ -11,6 +11,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <netdb.h>
 #include <span>
 
 namespace rdbopen {
@@ -22,9 +23,10 @@ public:
     TcpStream& operator=(const TcpStream&) = delete;
     ~TcpStream() { close(); }
 
-    //  Connects to the first of the server's addresses that takes the connection. A name is looked up with getaddrinfo(3),
-    //  which keeps its own limits.
-    std::string connect(const Server& server, const Waiter& waiter, std::chrono::milliseconds until);
+    //  Connects to the first of the server's addresses that takes the connection; each has an equal share of the time
+    //  that is left. A name is looked up with getaddrinfo(3), which keeps limits of its own and does not end with the
+    //  handle: until is moved on by the time that this took.
+    std::string connect(const Server& server, const Waiter& waiter, std::chrono::milliseconds& until);
 
     std::string send(std::span<const std::uint8_t> bytes, const Waiter& waiter, std::chrono::milliseconds until);
 
@@ -34,12 +36,11 @@ public:
     //  The descriptor, non-blocking and closed on exec; -1 when there is none.
     int descriptor() const noexcept { return descriptor_; }
 
-    //  Hands the descriptor over to the caller.
-    int release() noexcept;
-
     void close() noexcept;
 
 private:
+    std::string connectTo(const addrinfo& address, const Waiter& waiter, std::chrono::milliseconds until, bool& closed);
+
     int descriptor_ = -1;
 };
 

@@ -80,9 +80,9 @@ Outcome Wanted::putValue(Backend& backend, Entry& entry) {
 }
 
 Outcome Wanted::check(Backend& backend) {
-    const auto look = [](bool& pending, Outcome outcome) {
+    const auto look = [](bool& pending, const Outcome& outcome) {
         pending = outcome.code == errorNotHeld;
-        return outcome.code == errorNotHeld ? Outcome{} : outcome;
+        return pending ? Outcome{} : outcome;
     };
     for (auto& [name, entry] : entries_)
         if (entry.value && !entry.valuePending)

@@ -15,6 +15,23 @@ namespace {
 //  The worker on whose thread the code runs; null on every other thread.
 thread_local const Worker* runningWorker = nullptr;
 
+//  A count of seconds is a measurement, such as how far two clocks are apart: it differs a little with each attempt and
+//  makes no new reason.
+std::string withoutSeconds(std::string_view reason) {
+    constexpr std::string_view digits = "0123456789";
+    std::string kept;
+    while (!reason.empty()) {
+        const std::size_t number = std::min(reason.find_first_not_of(digits), reason.size());
+        const std::string_view behind = reason.substr(number);
+        const bool seconds = number != 0 && (behind == " s" || behind.starts_with(" s "));
+        const std::size_t length = std::max(number, std::size_t{1});
+        if (!seconds)
+            kept.append(reason.substr(0, length));
+        reason.remove_prefix(length);
+    }
+    return kept;
+}
+
 //  Back ends use containers, which throw when memory is short; that counts as their failure.
 template <class Action>
 Outcome guarded(Action action) noexcept {
@@ -114,10 +131,10 @@ void Worker::run() noexcept {
         backend_->close();
         if (connected_)
             tell(RDB_EVENT_DISCONNECTED);
+        if (slot_.closed())  // which ends every exchange and is no failure
+            return;
         noteLoss(end);
         connected_ = false;
-        if (slot_.closed())
-            return;
         slot_.pause(backoff(losses_));
     }
 }
@@ -240,14 +257,10 @@ void Worker::setAccepting(bool accepting) {
     accepting_ = accepting;
 }
 
+//  Needs no memory, so that its callers get their answer also when there is none.
 void Worker::refuseWaiting() noexcept {
-    std::deque<std::shared_ptr<Call>> waiting;
-    {
-        const std::lock_guard lock(mutex_);
-        waiting.swap(queue_);
-    }
     const int code = slot_.closed() ? errorClosed : errorNotConnected;
-    for (const auto& call : waiting) {
+    for (std::shared_ptr<Call> call; takeCall(call);) {
         guarded([&] {
             call->refuse(*backend_, code);
             call->note(wanted_, code);
@@ -277,16 +290,16 @@ void Worker::noteOutcome(const Outcome& outcome) noexcept {
 void Worker::noteLoss(const Outcome& failure) noexcept {
     const bool steady = connected_ && monotonicNow() - connectedAt_ >= steadyTime;
     losses_ = steady ? 1 : losses_ + 1;
-    if (failure.code != errorClosed)
-        noteReason(failure.reason);
+    noteReason(failure.reason);
 }
 
 void Worker::noteReason(const std::string& reason) noexcept {
-    if (reason == lastReason_)
-        return;
     guarded([&] {
-        reportFailure(backend_->label(), reason);
-        lastReason_ = reason;
+        std::string fresh = withoutSeconds(reason);
+        if (fresh != lastReason_) {
+            reportFailure(backend_->label(), reason);
+            lastReason_ = std::move(fresh);
+        }
         return Outcome{};
     });
 }

@@ -8,12 +8,12 @@ addrpubd_unit_test(open_parts_test
 addrpubd_unit_test(open_tcp_stream_test
     SOURCES open_tcp_stream_test.cpp
     LIBS rdbapi_open
-    WRAP connect getsockopt poll recv send socket)
+    WRAP clock_gettime connect getaddrinfo getsockopt poll recv send socket)
 
 addrpubd_unit_test(open_worker_test
     SOURCES open_worker_test.cpp open_worker_wanted_test.cpp open_worker_wraps.cpp
     LIBS rdbapi_open
-    WRAP clock_gettime poll pthread_cond_clockwait pthread_create syslog)
+    WRAP clock_gettime poll pthread_cond_clockwait pthread_create syslog _Znwm)
 
 addrpubd_unit_test(open_handle_table_test
     SOURCES open_handle_table_test.cpp

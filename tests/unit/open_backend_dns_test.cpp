@@ -264,6 +264,34 @@ TEST_F(OpenDnsBackend, ACheckSaysThatAnAliasStandsAtTheName) {
     EXPECT_EQ(outcome.reason, "a CNAME stands at host1.example.org and keeps its other records away");
 }
 
+constexpr const char* hidden = R"({"request":"ws_dnsupdate","seqno":7,"item":{"name":"host1","ipv6s":["fd00::1"]}})";
+
+//  The server answers with records of a wildcard while the zone itself holds none at the name.
+TEST_F(OpenDnsBackend, ACheckTakesNoWildcardForARecordThatIsHeld) {
+    zone.records = {{"host1.example.org", 28, DnsBytes(16)}};
+    start();
+    ASSERT_EQ(backend->checkMessage(hidden).code, errorNone);
+    EXPECT_EQ(server.requests().take().opcode, unsigned{LDNS_PACKET_QUERY});
+    const Packet condition = parseMessage(server.requests().take().wire);
+    EXPECT_EQ(ldns_pkt_ancount(condition.get()), 1U);
+    EXPECT_EQ(ldns_pkt_nscount(condition.get()), 0U);
+}
+
+TEST_F(OpenDnsBackend, ACheckFindsRecordsThatTheZoneMustNotHold) {
+    zone.records = {{"host1.example.org", 28, DnsBytes(16)}};
+    start();
+    for (const unsigned code : {7U, 5U}) {  // YXRRSET, and a server that takes no conditions
+        zone.updateCode = code;
+        EXPECT_EQ(backend->checkMessage(hidden).code, errorNotHeld);
+    }
+}
+
+TEST_F(OpenDnsBackend, AnAliasAtANameWithoutAddressesKeepsNothingAway) {
+    zone.records = {{"host1.example.org", typeCname, fromHex("00")}};
+    start();
+    EXPECT_EQ(backend->checkMessage(hidden).code, errorNone);
+}
+
 TEST_F(OpenDnsBackend, AServerThatIsGoneFailsBoth) {
     std::unique_ptr<Backend> lone;
     {

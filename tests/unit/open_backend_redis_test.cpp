@@ -149,8 +149,8 @@ TEST_F(RedisBackend, SaysInWordsWhyItCannotBeOpened) {
         {"AUTH", "-WRONGPASS invalid\r\n",
          "AUTH refused: user or password is wrong, or the user is switched off (WRONGPASS)"},
         {"AUTH", "*0\r\n", "the server's answer to AUTH is not understood"},
-        {"PING", "-LOADING Redis\r\n", "PING refused: the server is still loading its data (LOADING)"},
-        {"PING", "-NOPERM x\r\n", "PING refused: the user has no permission for it (NOPERM)"},
+        {"PING", "-LOADING Redis\r\n", "refused: the server is still loading its data (LOADING)"},
+        {"PING", "-NOPERM x\r\n", "refused: the user has not every permission that is needed (NOPERM)"},
         {"PING", "+OK\r\n", "the server's answer to PING is not understood"},
         {"SELECT", "-ERR DB index is out of range\r\n",
          "SELECT refused: the server has no database of this number (ERR DB index is out of range)"},
@@ -303,6 +303,21 @@ TEST_F(RedisBackend, APutWhoseAnswerWasLostIsNotMadeTwice) {
     holdValue("1700000000123", "v");
     EXPECT_EQ(put().code, 0);  // a further put is one of its own
     EXPECT_EQ(server.received("EXEC").size(), 2U);
+}
+
+TEST_F(RedisBackend, APutWhoseAnswerWasLostIsNotMadeTwiceAfterARefusalEither) {
+    opened();
+    holdTag();
+    server.answerAndClose("EXEC", "");
+    EXPECT_EQ(put().code, errorBackendFailed);
+    backend->close();
+    opened();
+    server.answer("WATCH", "-BUSY a script runs\r\n");
+    EXPECT_EQ(put().code, errorServerRefused);
+    holdTag();
+    holdValue("1700000000123", "v");
+    EXPECT_EQ(put().code, 0);
+    EXPECT_EQ(server.received("EXEC").size(), 1U);
 }
 
 TEST_F(RedisBackend, APutWhoseAnswerWasLostIsMadeAgainWhenTheServerHasNotDoneIt) {

@@ -11,7 +11,7 @@
 namespace {
 
 thread_local const char* failingCall = "";
-constexpr const char* flagTable = "/proc/net/if_inet6";
+constexpr const char* flagTable = "/proc/self/net/if_inet6";
 
 bool fails(const char* call) {
     errno = std::string(failingCall) == call ? EMFILE : 0;

@@ -36,6 +36,13 @@ TEST(DnsUpdate, HasTheTtlOfTheUrl) {
     }
 }
 
+//  RFC 2136 section 2.4.3: zone, one prerequisite of class NONE, no updates.
+TEST(DnsUpdate, AsksWhetherTheZoneItselfLacksASet) {
+    EXPECT_EQ(toHex(absenceMessage(0x1234, "example.org", "h.example.org", typeAaaa)),
+              toHex(fromHex("1234 2800 0001 0001 0000 0000 07 6578616d706c65 03 6f7267 00 0006 0001"
+                            "01 68 c00c 001c 00fe 00000000 0000")));
+}
+
 TEST(DnsQuery, AsksWithoutRecursion) {
     EXPECT_EQ(toHex(queryMessage(0x1234, "example.org", typeSoa)),
               toHex(fromHex("1234 0000 0001 0000 0000 0000 07 6578616d706c65 03 6f7267 00 0006 0001")));

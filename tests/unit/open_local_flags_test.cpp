@@ -21,7 +21,7 @@ extern "C" {
 int __real_open(const char* path, int flags, ...);
 int __wrap_open(const char* path, int flags, ...);
 int __wrap_open(const char* path, int flags, ...) {
-    if (std::string(path) == "/proc/net/if_inet6") {
+    if (std::string(path) == "/proc/self/net/if_inet6") {
         errno = openError;
         return openError != 0 ? -1 : __real_open(tablePath.c_str(), flags);
     }

@@ -87,9 +87,9 @@ TEST_F(RedisParser, AnAnnouncedArrayTakesNoMemoryBeyondItsShare) {
 
 TEST(RedisRefusal, HasWordsForTheUsualAnswers) {
     EXPECT_EQ(redisRefusal("HSET", "OOM command not allowed when used memory > 'maxmemory'.", true),
-              "HSET refused: the server's memory limit is reached (OOM)");
+              "refused: the server's memory limit is reached (OOM)");
     EXPECT_EQ(redisRefusal("EXEC", "EXECABORT Transaction discarded because of: READONLY You can't write", true),
-              "EXEC refused: the server is a read-only replica (READONLY)");
+              "refused: the server is a read-only replica (READONLY)");
 }
 
 TEST(RedisRefusal, QuotesOthersPrintableAndCut) {

@@ -19,6 +19,8 @@ namespace {
 thread_local int failSocket, failConnect, failOption, failSend, failReceive, failPoll;
 thread_local std::size_t mostBytes = SIZE_MAX;
 thread_local bool expirePoll = false;
+thread_local int clockAhead = 0, lookUpTime = 0;  // s
+thread_local int addresses = 1;                   // of the server, each the same
 
 bool fails(int& error) {
     if (error == 0)
@@ -49,6 +51,21 @@ ssize_t __wrap_send(int descriptor, const void* bytes, std::size_t count, int fl
 ssize_t __real_recv(int, void*, std::size_t, int);
 ssize_t __wrap_recv(int descriptor, void* bytes, std::size_t count, int flags) {
     return fails(failReceive) ? -1 : __real_recv(descriptor, bytes, std::min(count, mostBytes), flags);
+}
+int __real_getaddrinfo(const char*, const char*, const addrinfo*, addrinfo**);
+int __wrap_getaddrinfo(const char* name, const char* service, const addrinfo* hints, addrinfo** first) {
+    clockAhead += lookUpTime;
+    addrinfo** end = first;
+    for (int left = addresses; left > 0; --left, end = &(*end)->ai_next)
+        if (const int error = __real_getaddrinfo(name, service, hints, end); error != 0)
+            return error;
+    return 0;
+}
+int __real_clock_gettime(clockid_t, timespec*);
+int __wrap_clock_gettime(clockid_t clock, timespec* now) {
+    const int result = __real_clock_gettime(clock, now);
+    now->tv_sec += clockAhead;
+    return result;
 }
 int __real_poll(pollfd*, nfds_t, int);
 int __wrap_poll(pollfd* descriptors, nfds_t count, int timeout) {
@@ -121,9 +138,12 @@ protected:
         failSocket = failConnect = failOption = failSend = failReceive = failPoll = 0;
         mostBytes = SIZE_MAX;
         expirePoll = false;
+        clockAhead = lookUpTime = 0;
+        addresses = 1;
     }
-    std::string connect() {
-        std::string reason = stream.connect(peer.server(), plainWaiter, soon());
+    std::string connect(const Waiter& waiter = plainWaiter) {
+        until = soon();
+        std::string reason = stream.connect(peer.server(), waiter, until);
         if (reason.empty())
             peer.take();
         return reason;
@@ -137,6 +157,22 @@ protected:
 
     Peer peer;
     TcpStream stream;
+    std::chrono::milliseconds until{};
+};
+
+//  Waits for a connection: the first ones end as the test says, the others as they do.
+class EndingWaiter : public Waiter {
+public:
+    EndingWaiter(Result result, std::size_t count) : result_(result), count_(count) {}
+    Result wait(int descriptor, short events, std::chrono::milliseconds until) const noexcept override {
+        limits.push_back(std::chrono::round<std::chrono::seconds>(until - monotonicNow()).count());
+        return limits.size() <= count_ ? result_ : plainWaiter.wait(descriptor, events, until);
+    }
+    mutable std::vector<std::int64_t> limits;  // s
+
+private:
+    Result result_;
+    std::size_t count_;
 };
 
 TEST_F(OpenTcpStream, BytesGoBothWays) {
@@ -209,6 +245,38 @@ TEST_F(OpenTcpStream, AConnectionThatHangsEndsAtTheLimit) {
     EXPECT_EQ(stream.descriptor(), -1);
 }
 
+TEST_F(OpenTcpStream, AnAddressThatHangsLeavesTheOthersTheirShareOfTheTime) {
+    const EndingWaiter waiter(Waiter::Result::timedOut, 1);
+    addresses = 3;
+    failConnect = EINPROGRESS;
+    EXPECT_EQ(connect(waiter), "");
+    EXPECT_EQ(waiter.limits[0], 10);
+}
+
+TEST_F(OpenTcpStream, AServerWhoseAddressesAllHangEndsAtTheLimit) {
+    const EndingWaiter waiter(Waiter::Result::timedOut, 2);
+    addresses = 2;
+    failConnect = EINPROGRESS;
+    EXPECT_EQ(connect(waiter), "the server does not answer in time");
+    EXPECT_EQ(waiter.limits, (std::vector<std::int64_t>{15, 30}));
+    EXPECT_EQ(stream.descriptor(), -1);
+}
+
+TEST_F(OpenTcpStream, AClosedHandleTriesNoFurtherAddress) {
+    const EndingWaiter waiter(Waiter::Result::closed, 3);
+    addresses = 3;
+    failConnect = EINPROGRESS;
+    EXPECT_EQ(connect(waiter), "the handle was closed");
+    EXPECT_EQ(waiter.limits.size(), 1U);
+    EXPECT_EQ(stream.descriptor(), -1);
+}
+
+TEST_F(OpenTcpStream, TheTimeOfTheLookUpIsNotTakenFromTheConnection) {
+    lookUpTime = 100;
+    ASSERT_EQ(connect(), "");
+    EXPECT_GT(until - monotonicNow(), std::chrono::seconds(10));
+}
+
 TEST_F(OpenTcpStream, EveryCallMayFail) {
     failSocket = EMFILE;
     EXPECT_EQ(connect(), "no socket: Too many open files");
@@ -222,7 +290,8 @@ TEST_F(OpenTcpStream, EveryCallMayFail) {
 }
 
 TEST_F(OpenTcpStream, ANameThatIsNotKnownSaysSo) {
-    const std::string reason = stream.connect({"no-such-name.invalid", 1}, plainWaiter, soon());
+    until = soon();
+    const std::string reason = stream.connect({"no-such-name.invalid", 1}, plainWaiter, until);
     EXPECT_EQ(reason.substr(0, 35), "the name of the server is not known");
 }
 
@@ -230,14 +299,6 @@ TEST_F(OpenTcpStream, TheDescriptorIsNonBlockingAndClosedOnExec) {
     ASSERT_EQ(connect(), "");
     EXPECT_NE(fcntl(stream.descriptor(), F_GETFL) & O_NONBLOCK, 0);
     EXPECT_NE(fcntl(stream.descriptor(), F_GETFD) & FD_CLOEXEC, 0);
-}
-
-TEST_F(OpenTcpStream, AReleasedDescriptorIsTheCallers) {
-    ASSERT_EQ(connect(), "");
-    const int descriptor = stream.release();
-    EXPECT_EQ(stream.descriptor(), -1);
-    stream.close();
-    EXPECT_EQ(close(descriptor), 0);
 }
 
 }  // namespace

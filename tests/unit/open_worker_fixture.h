@@ -15,6 +15,7 @@ inline std::atomic<std::int64_t> clockAhead{0};  // s
 inline Inbox<int> pauses;                        // ms
 inline Inbox<std::string> reports;               // syslog texts
 inline thread_local bool expireWaits = false;
+inline thread_local bool failNew = false;
 inline thread_local std::int64_t waitLimit = 0;  // ms from now to the deadline of the last wait
 
 class WorkerTest : public testing::Test {

@@ -65,6 +65,27 @@ TEST_F(Worker_, AWaitingCallFromACallbackIsRefusedInsteadOfBlockingItself) {
     end();
 }
 
+//  Memory runs out when the first reply is delivered and is back with the second.
+TEST_F(Worker_, CallsThatWaitAreRefusedAlsoWithoutMemory) {
+    struct Context {
+        Inbox<int> lengths;
+        static void onFirst(const char*, std::int32_t, void*) { failNew = true; }
+        static void onSecond(const char*, std::int32_t length, void* user) {
+            failNew = false;
+            static_cast<Context*>(user)->lengths.put(length);
+        }
+    } context;
+    connect();
+    script->hold = true;
+    script->requests = {backendFailed("broken")};
+    ASSERT_EQ(rdb_callmsg(handle, "x", 1, Context::onFirst, nullptr), 0);
+    ASSERT_EQ(rdb_callmsg(handle, "y", 1, Context::onSecond, &context), 0);
+    script->hold = false;
+    context.lengths.take();
+    EXPECT_EQ(events.take(), RDB_EVENT_DISCONNECTED);
+    end();
+}
+
 TEST_F(Worker_, CallsBeforeTheConnectionAreRefusedAtOnce) {
     EXPECT_EQ(tagGet(), errorNotConnected);
     EXPECT_EQ(send("x"), errorNotConnected);
@@ -126,6 +147,34 @@ TEST_F(Worker_, AReasonIsReportedOncePerChange) {
     EXPECT_EQ(reports.take(), "rdbapi: fake: a");
     EXPECT_EQ(reports.take(), "rdbapi: fake: b");
     EXPECT_EQ(reports.take(), "rdbapi: fake: a");
+}
+
+TEST_F(Worker_, AReasonThatMeasuresSecondsIsReportedOnceForAllItsFigures) {
+    script->opens = {backendFailed("clocks 400 s ahead"),
+                     backendFailed("clocks 9 s ahead"),
+                     backendFailed("clocks 400 s behind"),
+                     backendFailed("clocks 401 s behind"),
+                     backendFailed("code 11 seen"),
+                     backendFailed("code 12 seen"),
+                     backendFailed("away 3 s"),
+                     backendFailed("away 44 s")};
+    connect();
+    EXPECT_EQ(reports.count(), 5U);
+    for (const char* const reason :
+         {"clocks 400 s ahead", "clocks 400 s behind", "code 11 seen", "code 12 seen", "away 3 s"})
+        EXPECT_EQ(reports.take(), std::string("rdbapi: fake: ") + reason);
+}
+
+TEST_F(Worker_, AnExchangeThatEndsWithTheHandleIsNoFailureToReport) {
+    connect();
+    script->hold = true;
+    script->requests = {backendFailed("the handle was closed")};
+    ASSERT_EQ(send("x"), 0);
+    ASSERT_TRUE(eventually([&] { return script->served == 1; }));
+    rdb_disconnect(handle);
+    script->hold = false;
+    end();
+    EXPECT_EQ(reports.count(), 0U);
 }
 
 TEST_F(Worker_, TheRecoveryIsReportedAfterTheFirstSuccessfulRequest) {

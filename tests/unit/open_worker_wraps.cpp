@@ -2,12 +2,18 @@
 
 #include <cerrno>
 #include <cstdarg>
+#include <new>
 #include <poll.h>
 #include <pthread.h>
 
 using namespace opentest;
 
 extern "C" {
+
+void* __real__Znwm(std::size_t size);
+void* __wrap__Znwm(std::size_t size) {
+    return failNew ? throw std::bad_alloc() : __real__Znwm(size);
+}
 
 int __real_poll(pollfd* descriptors, nfds_t count, int timeout);
 int __wrap_poll(pollfd* descriptors, nfds_t count, int timeout) {
