@@ -27,12 +27,14 @@ def wire():
 
 def opened():
     """TCP connections accepted in this network so far."""
-    names, values = [line.split() for line in Path("/proc/net/snmp").read_text().splitlines() if line.startswith("Tcp:")]
+    lines = Path("/proc/net/snmp").read_text().splitlines()
+    names, values = (line.split() for line in lines if line.startswith("Tcp:"))
     return int(values[names.index("PassiveOpens")])
 
 
 def crossed(action, count=1):
     """Packets and bytes of one of the count requests that action makes."""
+    time.sleep(PAUSE)  # until what was closed before has said good-bye
     before = wire()
     action()
     time.sleep(PAUSE)

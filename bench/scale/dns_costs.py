@@ -7,9 +7,8 @@ from hosts import Hosts
 from servers import Bind, Knot, SECRET, ZONE
 
 HOSTS = MANY * NAMES  # in the zone
-GREAT = 10 * HOSTS  # in the zone whose memory is compared with that one
+GREAT = 5 * HOSTS  # in the zone whose memory is compared with that one
 POLICY_HOSTS = 10000  # with a key of their own each
-HURRY = 50  # how much faster a hurried host checks
 
 
 def open_hosts(build, server, count, check=0, hurried=False):
@@ -40,8 +39,6 @@ def exchanges(build, server):
 
 def requests(build, server):
     many = open_hosts(build, server, MANY)
-    checking = open_hosts(build, server, MANY)
-
     result = best(
         server,
         {
@@ -50,7 +47,6 @@ def requests(build, server):
         },
     )
     many.end()
-    checking.end()
     return result
 
 
@@ -58,9 +54,9 @@ def open_and_check(build, server):
     """Hosts that connect, without a request of theirs; and hurried ones that do nothing but check."""
 
     def connect():
-        hosts = open_hosts(build, server, CROWD)
+        hosts = open_hosts(build, server, MANY)
         hosts.end()
-        return CROWD
+        return MANY
 
     checking = open_hosts(build, server, MANY, check=1, hurried=True)
     checking.publish()
@@ -76,7 +72,7 @@ def open_and_check(build, server):
 
 
 def memory(server):
-    """Bytes for each host of a zone: what a ten times greater zone takes more."""
+    """Bytes for each host of a zone: what a five times greater zone takes more."""
     restart(server, HOSTS)
     less = server.resident()
     restart(server, GREAT)

@@ -1,6 +1,7 @@
 """measure.py BUILD [TOPIC...]: measures what the fleet costs the servers, inside a network of its own, and prints it.
 
-Without topics all are measured and written to figures.json, from which compute.py computes.
+Without topics all are measured. The figures go to figures.json, from which compute.py computes; those of other topics
+stay there as they are.
 """
 
 import datetime
@@ -32,15 +33,14 @@ def machine():
 def main():
     build = Path(sys.argv[1]).resolve()
     subprocess.run(["ip", "link", "set", "lo", "up"], check=True)
-    figures = {"machine": machine()}
-    chosen = sys.argv[2:] or list(TOPICS)
-    for topic in chosen:
+    figures = json.loads(FIGURES.read_text()) if FIGURES.exists() else {}
+    figures["machine"] = machine()
+    for topic in sys.argv[2:] or TOPICS:
         start = time.monotonic()
         figures[topic] = TOPICS[topic](build)
         print(f"-- {topic}, {time.monotonic() - start:.0f} s", flush=True)
         print(json.dumps(figures[topic], indent=1), flush=True)
-    if len(chosen) == len(TOPICS):
-        FIGURES.write_text(json.dumps(figures, indent=1) + "\n")
+    FIGURES.write_text(json.dumps(figures, indent=1) + "\n")
 
 
 main()

@@ -57,9 +57,14 @@ def look(build, server):
     """The look at an idle connection: one host's packets, then what a crowd costs."""
     one = Hosts(build, "rdb", URL, 1, hurried=True)
     one.publish()
-    seconds = 4.5 * 60 / HURRY  # four looks
-    result = crossed(lambda: time.sleep(seconds), 4)
-    result["protocol"] = [round(n / 4) for n in protocol(server, lambda: time.sleep(seconds))]
+    seconds = 4.3 * 60 / HURRY  # neither of the two waits ends near a look
+    before = looks(server)
+    result = crossed(lambda: time.sleep(seconds))
+    count = looks(server) - before
+    result = {name: round(figure / count, 1) for name, figure in result.items()}
+    before = looks(server)
+    figures = protocol(server, lambda: time.sleep(seconds))
+    result["protocol"] = [round(figure / (looks(server) - before)) for figure in figures]
     one.end()
     crowd = Hosts(build, "rdb", URL, CROWD, hurried=True)
     crowd.publish()

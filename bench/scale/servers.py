@@ -97,7 +97,8 @@ class Redis(Server):
 
     def call(self, *words):
         """What redis-cli prints."""
-        return subprocess.run(["redis-cli", *map(str, words)], check=True, capture_output=True, text=True).stdout.strip()
+        command = ["redis-cli", *map(str, words)]
+        return subprocess.run(command, check=True, capture_output=True, text=True).stdout.strip()
 
     def statistics(self):
         """All of INFO by name; and the bytes of asking, to the server and from it."""
@@ -119,6 +120,7 @@ class DnsServer(Server):
     """The zone holds the given number of hosts with one address each, as their updates leave it."""
 
     port = 53
+    journal = ""  # what the server keeps its changes in
 
     def fill(self, hosts):
         lines = ["$TTL 60", f"{ZONE}. IN SOA ns hostmaster 1 3600 600 86400 30", f"{ZONE}. IN NS ns.{ZONE}."]
@@ -127,6 +129,8 @@ class DnsServer(Server):
             address = own_address(number)
             lines.append(f"{host(number)}. IN AAAA {address}\n{host(number)}. IN HTTPS 1 . ipv6hint={address}")
         self.write("zone", "\n".join(lines) + "\n")
+        for file in Path(self.folder).glob(self.journal):
+            file.unlink()
 
     def answers(self):
         #  A question for the zone's SOA record, with its length in front; the answer has to have come without an error.
@@ -140,9 +144,11 @@ class DnsServer(Server):
 
 
 class Bind(DnsServer):
-    """policy: "zonesub", one key for the zone, or "host", a key and two grants for each of so many hosts."""
+    """policy: "zonesub", one key for the zone, or "name" or "selfsub", a key for each of so many hosts, and two grants
+    for each or one for all."""
 
     folder = "/var/lib/bind"  # where its AppArmor profile lets it read and write
+    journal = "zone.jnl"
 
     def __init__(self, policy="zonesub", hosts=1):
         super().__init__()
@@ -179,6 +185,7 @@ class Bind(DnsServer):
 
 class Knot(DnsServer):
     folder = "/media"
+    journal = "db/**/*.mdb"
 
     def command(self):
         return ["knotd", "-c", f"{self.folder}/conf"]

@@ -106,7 +106,7 @@ class Scene:
 @pytest.fixture
 def scene():
     require(Bind)
-    if not shutil.which("redis-server") or b"redis:" not in LIBRARY.read_bytes():
+    if not shutil.which("redis-server") or b"libhiredis" not in LIBRARY.read_bytes():
         pytest.skip("redis-server is not installed, or the open client library was built without its back end redis")
     one = Scene()
     yield one

@@ -1,0 +1,190 @@
+"""compute.py: what a fleet asks of the two servers, from the costs of one request in figures.json, as tables.
+
+At rest, each host within REPEAT seconds: one publication and REPEAT / 60 looks of redis; one update and REPEAT / check
+checks of dns. One address, HTTPS port 443, so that a check has two questions. Everything else (a host that changes its
+address) comes on top.
+"""
+
+import json
+from pathlib import Path
+
+import numpy
+from storms import arrivals, queue, tries
+
+FIGURES = json.loads(Path(__file__).with_name("figures.json").read_text())
+COSTS = ("packets", "bytes", "us")
+FLEETS = (10_000, 1_000_000)
+REPEAT = 600  # seconds after which the service repeats what has not changed
+LOOK = 60  # seconds between two looks of redis
+CHECKS = (60, 600, 0)  # of a fleet at rest
+STORM_CHECKS = (60, 600)
+HISTORY = 10_000  # entries that redis keeps for each host
+ABSENCES = ((0.5, "0.5 s"), (10, "10 s"), (600, "10 min"), (3600, "1 h"))
+CROWD = 640  # hosts of the measured storms
+CROWD_CHECK = 5  # seconds between the checks of theirs
+START = 0.2  # seconds that a server takes to start
+SEED = 1
+
+
+def short(number):
+    """A number of three digits with its prefix."""
+    for limit, suffix in ((1e9, " G"), (1e6, " M"), (1e4, " k")):
+        if number >= limit:
+            return f"{number / (1e3 if suffix == ' k' else limit):.3g}{suffix}"
+    return f"{number:.3g}" if number < 100 else f"{number:,.0f}"
+
+
+def table(title, head, rows):
+    print(f"\n{title}\n")
+    print("| " + " | ".join(head) + " |")
+    print("|" + "---|" * len(head))
+    for row in rows:
+        print("| " + " | ".join(row) + " |")
+
+
+def loads(kinds):
+    """Sums rate times cost over kinds of requests: (rate, {commands, packets, bytes, us, ...})."""
+    total = {}
+    for rate, costs in kinds:
+        for name, figure in costs.items():
+            total[name] = total.get(name, 0) + rate * figure
+    return total
+
+
+def redis_rest(hosts):
+    redis = FIGURES["redis"]
+    same, look = (
+        {"requests": 1, "commands": redis[kind]["protocol"][0]} | {key: redis[kind][key] for key in COSTS}
+        for kind in ("same", "look")
+    )
+    load = loads([(hosts / REPEAT, same), (hosts / LOOK, look)])
+    memory = redis["memory"]
+    start = hosts * (memory["connection"] + memory["host"])
+    full = hosts * (memory["connection"] + memory["host"] + HISTORY * memory["history"])
+    return [
+        short(hosts),
+        short(hosts),
+        *(short(load[name]) for name in ("requests", "commands", "packets", "bytes")),
+        f"{load['us'] / 1e6:.2g}",
+        short(start) + "B",
+        short(full) + "B",
+    ]
+
+
+def dns_load(hosts, check, server):
+    figures = FIGURES[server]
+    checks = hosts / check if check else 0
+    update, look = (
+        {"requests": 1, "messages": messages} | {key: figures[kind][key] for key in COSTS}
+        for kind, messages in (("same", 1), ("check", 2))
+    )
+    return loads([(hosts / REPEAT, update), (checks, look)])
+
+
+def dns_rest(hosts, check):
+    load = dns_load(hosts, check, "bind")
+    knot = dns_load(hosts, check, "knot")
+    return [
+        short(hosts),
+        str(check),
+        short(load["requests"]),
+        short(2 * load["messages"]),
+        short(load["packets"]),
+        short(load["bytes"]),
+        f"{load['us'] / 1e6:.2g}",
+        f"{knot['us'] / 1e6:.2g}",
+        short(hosts * FIGURES["bind"]["memory"]) + "B",
+        short(hosts * FIGURES["knot"]["memory"]) + "B",
+    ]
+
+
+def return_cost(server):
+    """Microseconds of one host's return: to redis, which has lost its data, the least of the measured storms; to dns,
+    which keeps its zone, the opening, the check that follows and the service's update."""
+    figures = FIGURES[server]
+    if server == "redis":
+        return min(storm["us"] for storm in figures["storms"])
+    return sum(figures[kind]["us"] for kind in ("open", "check", "same"))
+
+
+def returns(hosts, server, lost, away, random):
+    when, failures, failed = tries(lost, away, random)
+    peak, last = arrivals(when)
+    rate = 1e6 / return_cost(server)
+    served = queue(when, failures, rate, random)
+    return [short(len(when)), short(failed), short(peak), f"{last:.0f} s", f"{served:.0f} s"]
+
+
+def storm_rows(random):
+    for hosts in FLEETS:
+        for away, word in ABSENCES:
+            yield [short(hosts), word, "redis", *returns(hosts, "redis", numpy.zeros(hosts), away, random)]
+        for check in STORM_CHECKS:
+            for away, word in ABSENCES[1:]:
+                lost = random.random(hosts) * check
+                cells = returns(hosts, "bind", lost, away, random)
+                yield [short(hosts), word, f"dns, check={check}", *cells]
+
+
+def costs():
+    """What was measured of one request each."""
+    for server, names in (
+        ("redis", ("connect", "first", "same", "changed", "look")),
+        ("bind", ("open", "same", "changed", "check")),
+        ("knot", ("open", "same", "changed", "check")),
+    ):
+        for name in names:
+            figures = FIGURES[server][name]
+            protocol = " / ".join(f"{n:,.0f}" for n in figures.get("protocol", []))
+            cells = [f"{figures[key]:,.0f}" if key in figures else "" for key in COSTS]
+            rate = f"{figures['rate']:,}" if name in ("first", "same", "changed", "check") else ""
+            yield [f"{server}, {name}", protocol, *cells, rate]
+
+
+def forecast(random):
+    """The measured storms beside the computed ones, which have the server answer in no time."""
+    for server, spread in (("redis", 0), ("bind", CROWD_CHECK), ("knot", CROWD_CHECK)):
+        for storm in FIGURES[server]["storms"]:
+            lost = random.random(CROWD) * spread
+            when, _, _ = tries(lost, storm["away"] + START, random)
+            measured = [f"{storm['half']:.1f} s", f"{storm['all']:.1f} s", f"{storm['us']:.0f}"]
+            computed = [f"{numpy.median(when):.1f} s", f"{when.max():.1f} s"]
+            yield [server, f"{storm['away']} s", *computed, *measured]
+
+
+def one_core():
+    """How many hosts one core serves when it does nothing else."""
+    redis = FIGURES["redis"]
+    each = redis["same"]["us"] / REPEAT + redis["look"]["us"] / LOOK
+    yield ["redis", f"{1e6 / redis['same']['us']:,.0f}", f"{1e6 / redis['look']['us']:,.0f}", "", short(1e6 / each)]
+    for server in ("bind", "knot"):
+        figures = FIGURES[server]
+        for check in CHECKS:
+            each = dns_load(1, check, server)["us"]
+            yield [
+                f"{server}, check={check}",
+                f"{1e6 / figures['same']['us']:,.0f}",
+                f"{1e6 / figures['check']['us']:,.0f}",
+                f"{1e6 / figures['changed']['us']:,.0f}",
+                short(1e6 / each),
+            ]
+
+
+def main():
+    random = numpy.random.default_rng(SEED)
+    print(json.dumps(FIGURES["machine"]))
+    head = ["request", "commands / bytes to / from", "packets", "bytes", "us of the server", "most a second"]
+    table("one request; commands and bytes of the redis protocol, packets and bytes of the network", head, costs())
+    head = ["hosts", "connections", "requests/s", "commands/s", "packets/s", "bytes/s", "cores"]
+    table("redis at rest", [*head, "memory, new", "memory, histories full"], map(redis_rest, FLEETS))
+    head = ["hosts", "check", "connections/s", "signatures/s", "packets/s", "bytes/s", "cores, BIND", "cores, Knot"]
+    rows = [dns_rest(hosts, check) for hosts in FLEETS for check in CHECKS]
+    table("dns at rest", [*head, "memory, BIND", "memory, Knot"], rows)
+    table("one core", ["server", "repetitions/s", "looks/s", "changes/s", "hosts"], one_core())
+    head = ["server", "away", "half, computed", "all, computed", "half", "all", "us a host"]
+    table(f"return of {CROWD} hosts", head, forecast(random))
+    head = ["hosts", "away", "back end", "notice", "tries while away", "peak/s", "all have come", "served"]
+    table("after a restart; served by one core of this machine", head, storm_rows(random))
+
+
+main()

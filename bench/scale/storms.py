@@ -1,0 +1,79 @@
+"""The hosts' return to a server that was away, by the library's own back-off (rdbapi/open/backoff.h), in seconds.
+
+arrivals() has a server that takes any number at once; queue() one that brings so many hosts back a second, one after
+the other, and hosts that give up after the library's ten seconds and back off anew.
+"""
+
+import numpy
+
+LEAST, MOST = 1000, 60000  # milliseconds
+DOUBLINGS = 6
+GIVE_UP = 10.0  # seconds: the limit of opening a connection
+STEP = 0.1  # seconds
+
+
+def delays(failures, random):
+    """A wait for each host, whose failures in a row are given."""
+    highest = numpy.minimum(LEAST * 2 ** numpy.minimum(failures - 1, DOUBLINGS), MOST)
+    lowest = numpy.maximum(highest * 3 // 4, LEAST)
+    return (lowest + random.integers(0, 1 << 32, len(failures)) % (highest - lowest + 1)) / 1000
+
+
+def tries(lost, away, random):
+    """lost: when each host finds that the server is away; one that would after its return does not notice.
+
+    Returns when each of the others comes back, counted from the server's return, its failures until then, and all tries
+    that failed.
+    """
+    when = lost[lost < away]
+    failures = numpy.ones(len(when), dtype=numpy.int64)
+    when = when + delays(failures, random)
+    failed = len(when)
+    while len(late := numpy.flatnonzero(when < away)):
+        failures[late] += 1
+        when[late] += delays(failures[late], random)
+        failed += len(late)
+    return when - away, failures, failed
+
+
+def arrivals(when):
+    """The most that come within one second, and when the last one comes."""
+    if len(when) == 0:
+        return 0, 0.0
+    ordered = numpy.sort(when)
+    within = numpy.searchsorted(ordered, ordered + 1.0) - numpy.arange(len(ordered))
+    return int(within.max()), float(ordered[-1])
+
+
+def queue(when, failures, rate, random):
+    """When the last host is served at so many a second. A host that has given up has cost the server nothing."""
+    failures = failures.copy()
+    buckets = {}
+
+    def put(hosts, times):
+        slots = numpy.ceil(times / STEP).astype(numpy.int64)
+        order = numpy.argsort(slots, kind="stable")
+        starts = numpy.flatnonzero(numpy.diff(slots[order], prepend=-1))
+        for part in numpy.split(order, starts[1:]):
+            buckets.setdefault(int(slots[part[0]]), []).append(hosts[part])
+
+    put(numpy.arange(len(when)), when)
+    waiting = []  # (slot of arrival, hosts)
+    left, slot, credit = len(when), 0, 0.0
+    while left:
+        if slot in buckets:
+            waiting.append((slot, numpy.concatenate(buckets.pop(slot))))
+        while waiting and (slot - waiting[0][0]) * STEP >= GIVE_UP:
+            _, hosts = waiting.pop(0)
+            failures[hosts] += 1
+            put(hosts, slot * STEP + delays(failures[hosts], random))
+        credit = min(credit, rate * STEP) + rate * STEP if waiting else 0.0
+        while waiting and credit >= 1:
+            since, hosts = waiting.pop(0)
+            served = min(len(hosts), int(credit))
+            credit -= served
+            left -= served
+            if served < len(hosts):
+                waiting.insert(0, (since, hosts[served:]))
+        slot += 1
+    return slot * STEP
