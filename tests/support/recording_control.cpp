@@ -20,6 +20,7 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -172,7 +173,13 @@ void listen_on(const char* path) {
         listen(listener, 4) != 0) {
         return;
     }
+    //  A signal that a call of the service is held in must not be handled by the thread that lets the call go.
+    sigset_t all;
+    sigset_t before;
+    sigfillset(&all);
+    pthread_sigmask(SIG_SETMASK, &all, &before);
     std::thread(serve, listener).detach();
+    pthread_sigmask(SIG_SETMASK, &before, nullptr);
 }
 
 void open_outside() {
