@@ -214,6 +214,19 @@ TEST_F(SingleInstance, AHolderWithoutAProcessIsAnAccessErrorWithoutALookAtTheTex
     EXPECT_EQ(readFile(pidPath), "4321\n");
 }
 
+TEST_F(SingleInstance, EveryOtherNumberThanMinusOneAnd0IsAHolders) {
+    const Ended ended = inChild([] {
+        platform::hooks().fcntl = [](int fd, int command, void* argument) {
+            if (command != F_GETLK)
+                return platform::real_fcntl(fd, command, argument);
+            static_cast<struct flock*>(argument)->l_pid = -7;
+            return 0;
+        };
+        g_daemon.runConsole();
+    });
+    EXPECT_EQ(ended.out, "addrpubd alreay runging! pid = -7\n");
+}
+
 TEST_F(SingleInstance, AnyCallThatFailsIsAnAccessError) {
     const std::function<void()> failures[] = {
         [] { platform::hooks().open = [](const char*, int, mode_t) { return -1; }; },

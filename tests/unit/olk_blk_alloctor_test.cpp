@@ -52,6 +52,11 @@ TEST(BlkAlloctorLayout, AHeapRecordLiesInTheObjectHeapNotInItsOwnMapping) {
     EXPECT_TRUE(record < cls.heaps->base || record >= cls.heaps->base + cls.heaps->maplen);
 }
 
+TEST(BlkAlloctorFirstHeap, Takes32768BytesAndNotOneMore) {
+    EXPECT_EQ(size_class::first_heap_count(1, 32768), 32768u);
+    EXPECT_EQ(size_class::first_heap_count(1, 32769), 32768u);
+}
+
 TEST_F(BlkAlloctor, AClassStartsWithoutAHeap) {
     EXPECT_EQ(cls.heaps, nullptr);
     EXPECT_EQ(cls.heapcount, 0);

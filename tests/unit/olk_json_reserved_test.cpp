@@ -36,6 +36,14 @@ TEST(JsonReserved, EveryByteAtEveryPlaceIsWrittenAsItsPiecesAre) {
             }
 }
 
+TEST(JsonReserved, ATextOfOneByteAloneIsWrittenAsItsPiecesAre) {
+    for (size_t length = 16; length <= 40; ++length)
+        for (int byte = 0; byte < 256; ++byte) {
+            const std::string text(length, static_cast<char>(byte));
+            ASSERT_EQ(written(text), expected(text)) << length << ' ' << byte;
+        }
+}
+
 TEST(JsonReserved, AnAddressIsWrittenWhole) {
     const std::string address = "2001:db8:1234:5678:9abc:def0:1234:5678";
     EXPECT_EQ(written(address), '"' + address + '"');

@@ -22,6 +22,21 @@ protected:
     olk::string ipv6;
 };
 
+//  A text for which no memory can be had.
+struct no_text {
+    bool empty() const { return true; }
+    void assign(const char*) {}
+};
+
+TEST(StoreFirstAddress, GivesTheNumberOfTextsThatItStored) {
+    const in_addr address = {htonl(INADDR_LOOPBACK)};
+    olk::string text;
+    EXPECT_EQ(olk::net::store_first_address(AF_INET, &address, text), 1);
+    EXPECT_EQ(olk::net::store_first_address(AF_INET, &address, text), 0) << "one is there";
+    no_text none;
+    EXPECT_EQ(olk::net::store_first_address(AF_INET, &address, none), 0) << "no memory";
+}
+
 TEST_F(Resolve, AnIpv4LiteralIsItsOwnAddress) {
     EXPECT_EQ(resolve("192.0.2.10"), 0);
     EXPECT_EQ(texts(), "192.0.2.10 ");

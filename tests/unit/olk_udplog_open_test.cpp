@@ -17,6 +17,7 @@ TEST_F(UdpLog, ANewLogHasLevel30AndNoSocketDestinationOrCabin) {
     EXPECT_EQ(log.sock, -1);
     EXPECT_EQ(log.addrlen, 0u);
     EXPECT_EQ(std::string(reinterpret_cast<const char*>(log.addr), sizeof log.addr), std::string(80, '\0'));
+    EXPECT_EQ(log.cabin.length, 0u);
     EXPECT_STREQ(log.cabin.c_str(), "");
 }
 
@@ -202,6 +203,12 @@ TEST_F(UdpLog, ACabinWhoseLengthReachedTheCapacityLosesItsLastByte) {
     log.cabin.length = 128;
     EXPECT_EQ(log.cabin.c_str(), std::string(127, 'c'));
     EXPECT_EQ(log.cabin.capacity, 128u);
+}
+
+TEST_F(UdpLog, ACabinIsTerminatedWhenItIsRead) {
+    std::memcpy(log.cabin.text, "netsvc", 6);
+    log.cabin.length = 3;
+    EXPECT_STREQ(log.cabin.c_str(), "net");
 }
 
 TEST_F(UdpLog, TheCabinIsTheWholePathWithItsSlashes) {

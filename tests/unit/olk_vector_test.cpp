@@ -6,6 +6,7 @@
 
 #include <memory>
 #include <type_traits>
+#include <vector>
 
 namespace {
 
@@ -81,6 +82,22 @@ TEST(Vector, GrowingAsksForMoreThanTwiceTheElements) {
         at = list.begin();
     }
     EXPECT_LE(moves, 10);
+}
+
+TEST(Vector, AsksForTwiceTheElementsAndOneMoreAndTakesAllThatTheBlockGives) {
+    struct sixteen_bytes {
+        uint64_t words[2];
+    };
+    olk::vector_<sixteen_bytes> list;
+    const sixteen_bytes* place = nullptr;
+    std::vector<size_t> grown_at;
+    for (size_t size = 0; size < 50; ++size) {
+        ASSERT_TRUE(list.push_back(sixteen_bytes{}));
+        if (list.begin() != place)
+            grown_at.push_back(size);
+        place = list.begin();
+    }
+    EXPECT_EQ(grown_at, (std::vector<size_t>{0, 1, 4, 16, 40})) << "blocks of 16, 64, 256, 640 and 1424 bytes";
 }
 
 TEST(Vector, DestroysEveryElementOnce) {

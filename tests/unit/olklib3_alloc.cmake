@@ -17,6 +17,7 @@ addrpubd_unit_test(olk_alloctor_test
         olk_allocator_model_test.cpp
         olk_allocator_threads_test.cpp
         olk_allocator_exit_test.cpp
+        olk_valid_test.cpp
         olk_vector_test.cpp
     LIBS olklib3
     WRAP mmap munmap sysconf

@@ -256,14 +256,18 @@ TEST_F(ServiceStart, ANegativeDnsHandleFailsAndLeavesTheRdbConnectionOpen) {
 }
 
 TEST_F(ServiceStart, ARefusedDnsConnectionGivesItsHandleBackAndLeavesTheRdbConnectionOpen) {
-    recording_rdb::script_result(Function::connectex, 1, 7);
-    EXPECT_FALSE(startWith(both));
-    EXPECT_EQ(records, (Lines{first, "inf rdburl: rdb://r", "inf dnsurl: dns://d",
-                              "err connectex dns://d asynchronous connection failed"}));
-    EXPECT_EQ(callsMade(), (Lines{"rdb_create 0", "rdb_setmessagenotify 0", "rdb_connectex 0", "rdb_create 1",
-                                  "rdb_setmessagenotify 1", "rdb_connectex 1", "rdb_destory 1"}));
-    EXPECT_EQ(run->rdb_handle, 0);
-    EXPECT_EQ(run->dns_handle, -1);
+    for (const int code : {7, -7}) {
+        run.emplace();
+        recording_rdb::reset();
+        recording_rdb::script_result(Function::connectex, 1, code);
+        EXPECT_FALSE(startWith(both));
+        EXPECT_EQ(records, (Lines{first, "inf rdburl: rdb://r", "inf dnsurl: dns://d",
+                                  "err connectex dns://d asynchronous connection failed"}));
+        EXPECT_EQ(callsMade(), (Lines{"rdb_create 0", "rdb_setmessagenotify 0", "rdb_connectex 0", "rdb_create 1",
+                                      "rdb_setmessagenotify 1", "rdb_connectex 1", "rdb_destory 1"}));
+        EXPECT_EQ(run->rdb_handle, 0);
+        EXPECT_EQ(run->dns_handle, -1);
+    }
 }
 
 TEST_F(ServiceStart, TheResultOfSetMessageNotifyIsNotLookedAt) {

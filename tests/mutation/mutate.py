@@ -1,0 +1,237 @@
+"""mutate.py [options] [FILTER]: changes the sources one token at a time and asks the tests whether they notice.
+
+Prints one line per mutant and ends with the survivors. The exit status is 0 when every survivor is explained.
+"""
+
+import argparse
+import os
+import queue
+import random
+import shutil
+import sys
+import threading
+import time
+from collections import Counter
+from concurrent.futures import ThreadPoolExecutor
+from fnmatch import fnmatch
+from pathlib import Path
+
+import runs
+from mutants import KINDS, mutants_of
+from programs import Base, DoesNotCompile, Worker
+from tables import Covering, Explained
+
+HERE = Path(__file__).resolve().parent
+ROOT = HERE.parent.parent
+SEED = 20261121
+DEFAULT_WORK = Path("/tmp/addrpubd-mutation")
+
+
+class Judge:
+    """Finds out what kills a mutant. Used by all workers at once."""
+
+    def __init__(self, base, covering, with_system):
+        self.base = base
+        self.covering = covering
+        self.with_system = with_system
+        self._seconds = {}  # of a run on the unchanged sources, by what was run
+        self._lock = threading.Lock()
+
+    def outcome(self, worker, mutant):
+        """What became of the mutant, and by what."""
+        worker.change(mutant)
+        try:
+            for part in self.covering.units(mutant.file):
+                program = worker.program(f"tests/{part.program}", part.sources)
+                others = {name: worker.program(f"tests/{name}") for name in part.others}
+                if program is None and not any(others.values()):
+                    continue
+                covers = {self.base.build / "tests" / name: new for name, new in others.items() if new}
+                program = program or self.base.part(part.program, part.sources)
+                ended = runs.unit(program, worker.scratch, self._limits(worker, part), covers)
+                if not ended.passed:
+                    return "killed", f"{part.program}: {ended.reason}"
+            return self._by_system(worker, mutant)
+        except DoesNotCompile as refusal:
+            return "does not compile", next((s for s in str(refusal).splitlines() if "error" in s), "")[-150:]
+
+    def _by_system(self, worker, mutant):
+        files = self.covering.systems(mutant.file) if self.with_system else ()
+        if files and (executable := worker.program("addrpubd")):
+            build = worker.build_with(executable)
+            for name in files:
+                ended = runs.system(self._system_file(name), build, worker.scratch, self._system_limits(worker, name))
+                if not ended.passed:
+                    return "killed", f"{name}: {ended.reason}"
+        return "survived", ""
+
+    def _system_file(self, name):
+        return self.base.tree / "tests/system" / f"{name}.py"
+
+    def _limits(self, worker, part):
+        def first():
+            program = self.base.part(part.program, part.sources)
+            return runs.unit(program, worker.scratch, runs.FIRST)
+
+        return self._measured(part, first)
+
+    def _system_limits(self, worker, name):
+        return self._measured(
+            name, lambda: runs.system(self._system_file(name), self.base.build, worker.scratch, runs.FIRST)
+        )
+
+    def _measured(self, what, first):
+        """The limits of a run. The first of its kind is preceded by one on the unchanged sources, which has to pass."""
+        with self._lock:
+            if what not in self._seconds:
+                ended = first()
+                if not ended.passed:
+                    raise SystemExit(f"{what} fails on the unchanged sources: {ended.reason}\n{ended.output[-3000:]}")
+                self._seconds[what] = ended.seconds
+            return runs.following(self._seconds[what])
+
+
+class Report:
+    """Prints and keeps what became of the mutants."""
+
+    def __init__(self, file, total, stale):
+        self._file = open(file, "a", encoding="utf-8")
+        self._total = total
+        self._lock = threading.Lock()
+        self.counts = Counter()
+        self.open = []
+        self.stale = stale  # explanations of what needs none
+
+    def add(self, mutant, outcome, by, seconds, explained):
+        """Takes one result. A survivor that is explained is no longer open."""
+        with self._lock:
+            if outcome == "survived" and explained:
+                outcome, by = "explained", explained
+            elif explained:
+                self.stale.append(f"killed: {mutant.key}")
+            if outcome == "survived":
+                self.open.append(mutant)
+            self.counts[mutant.kind, outcome] += 1
+            done = sum(self.counts.values())
+            place = f"{mutant.file}:{mutant.line}"
+            print(f"[{done}/{self._total}] {place} {mutant.change} | {outcome} | {by} | {seconds:.1f} s", flush=True)
+            self._file.write(f"{mutant.key}\t{mutant.kind}\t{outcome}\t{by}\n")
+            self._file.flush()
+
+    def close(self):
+        """Prints the figures and what is open."""
+        self._file.close()
+        for kind in KINDS:
+            figures = {outcome: n for (of_kind, outcome), n in sorted(self.counts.items()) if of_kind == kind}
+            print(f"{kind}s: {sum(figures.values())}", *(f"{n} {outcome}" for outcome, n in figures.items()), sep=", ")
+        for what in self.stale:
+            print(f"explained, but {what}")
+        for mutant in self.open:
+            print(f"survived: {mutant.key}")
+
+
+def already_done(file):
+    """The mutants of an earlier run that did not survive."""
+    if not file.exists():
+        return set()
+    rows = [line.split("\t") for line in file.read_text(encoding="utf-8").splitlines()]
+    last = {row[0]: row[2] for row in rows}
+    return {key for key, outcome in last.items() if outcome in ("killed", "does not compile")}
+
+
+def chosen(tree, covering, options):
+    """The mutants that the options ask for."""
+    found = []
+    for kind in options.kind or KINDS:
+        for file in covering.files():
+            if fnmatch(file, f"*{options.filter}*") and (tree / file).exists():
+                found += [m for m in mutants_of(file, (tree / file).read_text()) if m.kind == kind]
+    if options.only:
+        found = [m for m in found if options.only in m.key]
+    if options.number and options.number < len(found):
+        kept = set(random.Random(SEED).sample(range(len(found)), options.number))
+        found = [m for i, m in enumerate(found) if i in kept]
+    return found
+
+
+def arguments():
+    """The command line."""
+    parser = argparse.ArgumentParser(prog="scripts/mutate", description=__doc__.split("\n", 1)[0].split(": ", 1)[1])
+    parser.add_argument("filter", nargs="?", default="", help="part of a file's name: service/, publish, com/*.cpp")
+    parser.add_argument("-n", "--number", type=int, help="so many mutants only, drawn with a fixed seed")
+    parser.add_argument("-j", "--jobs", type=int, default=2, help="mutants at a time (2)")
+    parser.add_argument("-k", "--kind", action="append", choices=KINDS, help="mutants of this kind only")
+    parser.add_argument("--only", help="mutants whose listed name contains this text")
+    parser.add_argument("--list", action="store_true", help="list the mutants and run nothing")
+    parser.add_argument("--resume", action="store_true", help="leave out what an earlier run killed or what is explained")
+    parser.add_argument("--keep-base", action="store_true", help="use the copy of the tree of the run before")
+    parser.add_argument("--no-system", action="store_true", help="do not ask the system tests about survivors")
+    parser.add_argument("--work", type=Path, default=DEFAULT_WORK, help="folder for copies and builds")
+    return parser.parse_args()
+
+
+def asked_for(tree, covering, explained, results, options):
+    """The mutants to try. Where a run is resumed those that are settled are left out."""
+    mutants = chosen(tree, covering, options)
+    if not options.resume:
+        return mutants
+    done = already_done(results)
+    return [m for m in mutants if m.key not in done and not explained.reason(m)]
+
+
+def unborne(tree, explained, files):
+    """What is explained about these files and is true of none of their mutants."""
+    for file in files:
+        for key in explained.without_mutant(file, mutants_of(file, (tree / file).read_text())):
+            yield f"no such mutant: {key}"
+
+
+def try_all(mutants, judge, report, explained, workers):
+    """Judges all mutants, each on one of the workers."""
+    idle = queue.SimpleQueue()
+    for worker in workers:
+        idle.put(worker)
+
+    def judged(mutant):
+        worker = idle.get()
+        start = time.monotonic()
+        try:
+            outcome, by = judge.outcome(worker, mutant)
+        finally:
+            idle.put(worker)
+        report.add(mutant, outcome, by, time.monotonic() - start, explained.reason(mutant))
+
+    with ThreadPoolExecutor(len(workers)) as pool:
+        for result in [pool.submit(judged, mutant) for mutant in mutants]:
+            result.result()
+
+
+def main():
+    options = arguments()
+    covering = Covering(HERE / "tests_of.txt")
+    explained = Explained(HERE / "explained.txt")
+    if options.list:
+        for mutant in chosen(ROOT, covering, options):
+            print(mutant.key)
+        return
+    base = Base(options.work / "base")
+    if not options.keep_base:
+        base.fill(ROOT)
+    results = options.work / "results.tsv"
+    mutants = asked_for(base.tree, covering, explained, results, options)
+    if not options.resume:
+        results.unlink(missing_ok=True)
+    files = {mutant.file for mutant in mutants}
+    base.make(covering.targets(files, not options.no_system), options.jobs)
+    base.read()
+
+    report = Report(results, len(mutants), list(unborne(base.tree, explained, files)))
+    place = options.work / f"run{os.getpid()}"
+    workers = [Worker(base, place / str(number)) for number in range(options.jobs)]
+    try_all(mutants, Judge(base, covering, not options.no_system), report, explained, workers)
+    report.close()
+    shutil.rmtree(place, ignore_errors=True)
+    sys.exit(1 if report.open or report.stale else 0)
+
+
+main()

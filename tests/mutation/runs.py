@@ -1,0 +1,103 @@
+"""Runs of test programs that may do anything: loop, eat memory, signal everybody.
+
+Each run has namespaces of its own where the user may make them, so that a wrong pid or path reaches nothing of the
+machine's, and limits on processor time and on what it may write. A run beyond its limits counts as failed.
+"""
+
+import os
+import re
+import resource
+import shlex
+import shutil
+import subprocess
+import time
+from dataclasses import dataclass
+
+NAMESPACES = ["unshare", "--mount", "--ipc", "--net", "--pid", "--fork", "--kill-child", "--mount-proc"]
+INSIDE = 'mount -t tmpfs none /run && ip link set lo up; exec "$@"'
+LARGEST_FILE = 1 << 28
+MEMORY = 16 << 30
+FAILED_TEST = re.compile(r"^\[  FAILED  \] ([\w/.]+)|^FAILED \S*?::(\S+)|^([\w/.]+): .*\bFailure$", re.MULTILINE)
+
+
+@dataclass(frozen=True)
+class Limits:
+    """Seconds. The processor's hold for a single process."""
+
+    processor: int
+    wall: int
+
+
+FIRST = Limits(300, 900)  # of a run whose length is not known
+
+
+def following(seconds):
+    """The limits of a run like one that passed in so many seconds: a busy machine must not fail it."""
+    return Limits(int(5 + 4 * seconds), int(20 + 8 * seconds))
+
+
+@dataclass(frozen=True)
+class Outcome:
+    """What became of a run."""
+
+    passed: bool
+    reason: str  # the first test that failed, or how the program ended
+    seconds: float
+    output: str
+
+
+def _command(command, covers):
+    if os.geteuid() == 0 and shutil.which("unshare"):
+        binds = [f"mount --bind {shlex.quote(str(new))} {shlex.quote(str(old))}" for old, new in covers.items()]
+        return [*NAMESPACES, "sh", "-c", " && ".join((*binds, INSIDE)), "sh", *map(str, command)]
+    return list(map(str, command))
+
+
+def _limited(limits):
+    def apply():
+        resource.setrlimit(resource.RLIMIT_CPU, (limits.processor, limits.processor + 1))
+        resource.setrlimit(resource.RLIMIT_FSIZE, (LARGEST_FILE, LARGEST_FILE))
+        resource.setrlimit(resource.RLIMIT_CORE, (0, 0))
+        resource.setrlimit(resource.RLIMIT_AS, (MEMORY, MEMORY))
+
+    return apply
+
+
+def run(command, folder, limits, covers=None, environment=None):
+    """Runs command in folder until it ends or leaves its limits. It finds each file of covers' keys replaced by the
+    value, where the user may make namespaces."""
+    start = time.monotonic()
+    with open(folder / "output", "w+b") as output:
+        process = subprocess.Popen(
+            _command(command, covers or {}),
+            cwd=folder,
+            stdin=subprocess.DEVNULL,
+            stdout=output,
+            stderr=subprocess.STDOUT,
+            env=os.environ | (environment or {}),
+            preexec_fn=_limited(limits),
+            start_new_session=True,
+        )
+        try:
+            status = process.wait(limits.wall)
+            ended = f"ended with {status}"
+        except subprocess.TimeoutExpired:
+            process.kill()  # process 1 of the namespace goes with it, and so does everything in there
+            process.wait()
+            status, ended = -1, "time-out"
+        output.seek(0)
+        text = output.read(1 << 22).decode(errors="replace")
+    failed = next((next(filter(None, match.groups())) for match in FAILED_TEST.finditer(text)), None)
+    return Outcome(status == 0, failed or ended, time.monotonic() - start, text)
+
+
+def unit(program, folder, limits, covers=None):
+    """Runs a GoogleTest program up to its first failing test."""
+    return run([program, "--gtest_fail_fast", "--gtest_brief=1"], folder, limits, covers)
+
+
+def system(file, build, folder, limits):
+    """Runs a file of system tests on the executable in build, up to its first failing test. They make namespaces of
+    their own, below the ones of this run."""
+    command = ["/usr/bin/python3", "-B", "-m", "pytest", "-x", "-q", "-p", "no:cacheprovider", file]
+    return run(command, folder, limits, environment={"ADDRPUBD_BUILD": str(build)})

@@ -1,0 +1,145 @@
+//  The validity walks: each kind of damage is seen, to either side of what is right. Checking builds and the other tests
+//  rely on them.
+#include "olk_allocator.h"
+#include "size_class_fixture.h"
+
+#include <utility>
+
+namespace {
+
+//  What the walk over whole says while value stands in the place of field.
+template <class WHOLE, class FIELD, class VALUE>
+bool valid_with(WHOLE& whole, FIELD& field, VALUE value) {
+    const FIELD kept = std::exchange(field, static_cast<FIELD>(value));
+    const bool result = whole.valid();
+    field = kept;
+    return result;
+}
+
+//  heap[0] is the head. One block is free in each heap.
+class ClassWalk : public FullHeaps<2> {
+protected:
+    void SetUp() override {
+        FullHeaps::SetUp();
+        give_back({at[0][1], at[1][1]});
+        ASSERT_TRUE(cls.valid());
+    }
+    void TearDown() override { EXPECT_TRUE(cls.valid()) << "a damage was not repaired"; }
+};
+
+TEST_F(ClassWalk, SeesTheClassesCountsAboveAndBelow) {
+    EXPECT_FALSE(valid_with(cls, cls.freecount, 1));
+    EXPECT_FALSE(valid_with(cls, cls.freecount, 3));
+    EXPECT_FALSE(valid_with(cls, cls.heapcount, 1));
+    EXPECT_FALSE(valid_with(cls, cls.heapcount, 3));
+}
+
+TEST_F(ClassWalk, SeesAHeapOfAnotherClass) {
+    size_class other(16, per_heap);
+    EXPECT_FALSE(valid_with(cls, heap[0]->owner, &other));
+}
+
+TEST_F(ClassWalk, SeesABlockSizeAboveAndBelowTheHeaps) {
+    EXPECT_FALSE(valid_with(cls, cls.blksize, 8));
+    EXPECT_FALSE(valid_with(cls, cls.blksize, 24));
+}
+
+TEST_F(ClassWalk, SeesAHeapBehindTheHeadThatHasMoreOrFewerBlocksThanTheClassSays) {
+    EXPECT_FALSE(valid_with(cls, cls.blkperheap, 3));
+    EXPECT_FALSE(valid_with(cls, cls.blkperheap, 5));
+}
+
+TEST(ClassWalkOrder, SeesSuchAHeapWhoseRecordLiesInFrontOfTheHeads) {
+    void* const in_front = olk::memheap_::operator new(sizeof(olk::blk_heap));
+    size_class cls(16, 1);
+    cls.malloc_(nullptr);
+    olk::memheap_::operator delete(in_front);
+    cls.malloc_(nullptr);
+    ASSERT_EQ(cls.heaps->next, in_front);
+    EXPECT_TRUE(cls.valid());
+    EXPECT_FALSE(valid_with(cls, cls.blkperheap, 2));
+}
+
+TEST_F(ClassWalk, SeesAHeapsCountAboveAndBelowEvenWhereTheClassesAgreesWithIt) {
+    cls.freecount = 3;
+    EXPECT_FALSE(valid_with(cls, heap[0]->freecount, 2));
+    cls.freecount = 1;
+    EXPECT_FALSE(valid_with(cls, heap[0]->freecount, 0));
+    cls.freecount = 2;
+}
+
+TEST_F(ClassWalk, SeesAFreeBlockThatNoBlocksPlaceIs) {
+    char* const between = static_cast<char*>(at[0][0]) + olk::blk_header_size;
+    olk::store_word(at[0][0], heap[0]);
+    olk::store_word<void*>(between, nullptr);
+    EXPECT_FALSE(valid_with(cls, heap[0]->freelist, between));
+}
+
+TEST(HeapWalk, SeesAFreeBlockThatWasNeverHandedOut) {
+    size_class cls(16, 4);
+    void* const first = cls.malloc_(nullptr);
+    free_in(cls, first);
+    char* const second = static_cast<char*>(first) + 16 + olk::blk_header_size;
+    olk::store_word(second - olk::blk_header_size, cls.heaps);
+    olk::store_word<void*>(second, nullptr);
+    EXPECT_FALSE(valid_with(cls, cls.heaps->freelist, second));
+    EXPECT_TRUE(cls.valid());
+}
+
+TEST(HeapWalk, SeesAFreeBlockThatNamesAnotherHeap) {
+    size_class cls(16, 4);
+    void* const block = cls.malloc_(nullptr);
+    free_in(cls, block);
+    olk::store_word<void*>(static_cast<char*>(block) - olk::blk_header_size, nullptr);
+    EXPECT_FALSE(cls.valid());
+}
+
+TEST(HeapWalk, SeesAListOfFreeBlocksThatRunsInACircle) {
+    size_class cls(16, 4);
+    void* const block = cls.malloc_(nullptr);
+    free_in(cls, block);
+    olk::store_word(block, block);
+    EXPECT_FALSE(cls.valid());
+}
+
+TEST(HeapWalk, TakesAHeapWhoseBlocksFillItsMapping) {
+    size_class cls(504, 8);
+    cls.malloc_(nullptr);
+    ASSERT_EQ(cls.heaps->maplen, 8 * (504 + olk::blk_header_size));
+    EXPECT_TRUE(cls.valid());
+    EXPECT_FALSE(valid_with(cls, cls.heaps->maplen, 8 * (504 + olk::blk_header_size) - 1));
+}
+
+TEST(TableWalk, SeesDamageInTheFirstClassAndInTheLast) {
+    olk::allocator allocator;
+    EXPECT_FALSE(valid_with(allocator, allocator.classes[0]->freecount, 0));
+    EXPECT_FALSE(valid_with(allocator, allocator.classes[29]->freecount, 1));
+    EXPECT_TRUE(allocator.valid());
+}
+
+TEST(TableWalk, SeesTwoClassesOfOneSizeAndTwoInTheWrongOrder) {
+    olk::allocator allocator;
+    auto& classes = allocator.classes;
+    EXPECT_FALSE(valid_with(allocator, classes[0], classes[1]));
+    for (const int i : {0, 28}) {
+        std::swap(classes[i], classes[i + 1]);
+        EXPECT_FALSE(allocator.valid()) << i;
+        std::swap(classes[i], classes[i + 1]);
+    }
+    EXPECT_TRUE(allocator.valid());
+}
+
+TEST(ObjectWalk, SeesCountsAboveAndBelow) {
+    olk::objalloctor_<olk::spinlock> heap(page, 56);
+    heap.malloc_(56);
+    const uint64_t free_slots = heap.freecount;
+    ASSERT_TRUE(heap.valid());
+    for (const uint64_t wrong : {free_slots - 1, free_slots + 1}) {
+        EXPECT_FALSE(valid_with(heap, heap.freecount, wrong));
+        heap.freecount = wrong;
+        EXPECT_FALSE(valid_with(heap, heap.pages->freecount, wrong)) << "with the page's count agreeing";
+        heap.freecount = free_slots;
+    }
+}
+
+}  // namespace
