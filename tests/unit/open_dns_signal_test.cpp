@@ -1,35 +1,14 @@
 //  rdb_disconnect and rdb_destory in a signal handler at any moment of the exchanges with a server.
 #include "open_dns_support.h"
+#include "open_interrupt.h"
 
 #include <csignal>
 #include <gtest/gtest.h>
 #include <random>
-#include <sys/time.h>
 
 namespace {
 
 using namespace opentest;
-
-std::atomic<int> interrupted{0};
-int volatile handleToEnd = -1;
-
-void endHandle(int) {
-    rdb_disconnect(handleToEnd);
-    rdb_destory(handleToEnd);
-    interrupted = 1;
-}
-
-void interruptIn(int microseconds) {
-    interrupted = 0;
-    struct sigaction action {};
-    action.sa_handler = endHandle;
-    sigaction(SIGALRM, &action, nullptr);
-    itimerval timer{};
-    timer.it_value.tv_usec = microseconds;
-    setitimer(ITIMER_REAL, &timer, nullptr);
-}
-
-void ignoreReply(const char*, std::int32_t, void*) {}
 
 //  The server's thread leaves the signal to the test's.
 std::unique_ptr<DnsServer> serverOf(const DnsServer::Script& script) {

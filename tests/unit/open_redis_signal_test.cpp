@@ -1,36 +1,14 @@
 //  rdb_disconnect and rdb_destory in a signal handler at any moment of a connection to a Redis server: while it is made,
 //  while it logs in, inside a request, and while nothing happens.
 #include "open_fake_redis.h"
+#include "open_interrupt.h"
 #include "open_support.h"
 
-#include <csignal>
 #include <gtest/gtest.h>
-#include <sys/time.h>
 
 namespace {
 
 using namespace opentest;
-
-std::atomic<int> interrupted{0};
-int volatile handleToEnd = -1;
-
-void endHandle(int) {
-    rdb_disconnect(handleToEnd);
-    rdb_destory(handleToEnd);
-    interrupted = 1;
-}
-
-void interruptIn(int microseconds) {
-    interrupted = 0;
-    struct sigaction action {};
-    action.sa_handler = endHandle;
-    sigaction(SIGALRM, &action, nullptr);
-    itimerval timer{};
-    timer.it_value.tv_usec = microseconds;
-    setitimer(ITIMER_REAL, &timer, nullptr);
-}
-
-void ignoreEvent(std::int32_t, std::int64_t, void*) {}
 
 //  Connects and works until the handler has run.
 void roundOf(const std::string& url, int microseconds) {

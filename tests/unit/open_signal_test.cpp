@@ -1,35 +1,13 @@
 //  rdb_disconnect and rdb_destory in a signal handler that interrupted the same thread anywhere in any other call.
 #include "open_fake_backend.h"
+#include "open_interrupt.h"
 
 #include <csignal>
 #include <gtest/gtest.h>
-#include <sys/time.h>
 
 namespace {
 
 using namespace opentest;
-
-std::atomic<int> interrupted{0};
-int volatile handleToEnd = -1;
-
-void endHandle(int) {
-    rdb_disconnect(handleToEnd);
-    rdb_destory(handleToEnd);
-    interrupted = 1;
-}
-
-//  Raises SIGALRM once in the given number of microseconds.
-void interruptIn(int microseconds) {
-    interrupted = 0;
-    struct sigaction action {};
-    action.sa_handler = endHandle;
-    sigaction(SIGALRM, &action, nullptr);
-    itimerval timer{};
-    timer.it_value.tv_usec = microseconds;
-    setitimer(ITIMER_REAL, &timer, nullptr);
-}
-
-void ignoreReply(const char*, std::int32_t, void*) {}
 
 void createAndDestroy(int) {
     const int other = rdb_create();
