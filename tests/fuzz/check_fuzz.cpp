@@ -1,9 +1,13 @@
-//  addrpubd-check beside the service: what it says of the settings, and that no password reaches its output.
+//  addrpubd-check beside the service and beside a model of the file: what it says of the settings, and that no password
+//  reaches its output.
 #include "check.h"
 #include "check_model.h"
 #include "fuzz_input.h"
+#include "ini_model.h"
+#include "level_model.h"
 
 #include <algorithm>
+#include <map>
 
 #include <netdb.h>
 #include <sys/mman.h>
@@ -27,13 +31,33 @@ void storeAsTheServiceDoes(const std::string& bytes, CRunCls& run) {
     require(run.loadConfig(path.c_str()), "every file is read");
 }
 
+void storeAsTheModelDoes(const std::string& bytes, CRunCls& run) {
+    const std::map<std::string, std::string*> texts = {
+        {"hostname", &run.hostname}, {"logurl", &run.logurl}, {"rdburl", &run.rdburl},   {"rdbuser", &run.rdbuser},
+        {"rdbpswd", &run.rdbpswd},   {"dnsurl", &run.dnsurl}, {"dnsuser", &run.dnsuser}, {"dnspswd", &run.dnspswd}};
+    for (const auto& [section, key, value] : modelIniEvents(bytes)) {
+        const std::string name = modelLowerCase(key);
+        if (const auto text = texts.find(name); text != texts.end())
+            *text->second = value;
+        if (name != "dnshttpsports")
+            continue;
+        run.dnshttpsports.clear();
+        for (const std::uint16_t port : modelPorts(value))
+            run.dnshttpsports.push_back(port);
+    }
+}
+
 std::string check_one(const std::string& bytes) {
     CRunCls run;
     storeAsTheServiceDoes(bytes, run);
     check::CReport report;
     require(check::checkBytes(bytes, report), "every file is examined");
-    const std::string row = disagreement(report.table, run);
-    require(row.empty(), row.c_str());
+    CRunCls model;
+    storeAsTheModelDoes(bytes, model);
+    for (const CRunCls* settings : {&run, &model}) {
+        const std::string row = disagreement(report.table, *settings);
+        require(row.empty(), row.c_str());
+    }
     require(run.hostname.find_first_of(std::string("'\"():\0", 6)) == std::string::npos || report.exitStatus() == 2,
             "a host name that is refused is an error");
     require(!run.hostname.empty() || report.exitStatus() == 2, "a missing host name is an error");

@@ -1,7 +1,14 @@
-//  The JSON writers: a text is read back from what was written, numbers beside the standard library, and times beside
-//  their own parts.
+//  The JSON writers: a text is read back from what was written, by a reader of its own and by a JSON parser; numbers
+//  beside the standard library, and times beside a calendar. The text is written behind something and with more or
+//  less room, as the writers work differently with and without.
 #include "fuzz_input.h"
+#include "json_oracle.h"
+#include "json_reader.h"
 #include "olk_json.h"
+#include "time_model.h"
+
+#include <ctime>
+#include <memory>
 
 namespace {
 
@@ -9,75 +16,116 @@ std::string text_of(const olk::string& s) {
     return s.data() == nullptr ? std::string() : std::string(s.data(), s.size());
 }
 
-//  Reads the string value at the front of text back and removes it.
-std::string read_back(std::string& text) {
-    static const std::string letters = "btnfr\"/\\";
-    static const std::string characters = "\b\t\n\f\r\"/\\";
-    require(!text.empty() && text[0] == '"', "a value begins with a double quote");
-    std::string value;
-    size_t at = 1;
-    for (; at < text.size() && text[at] != '"'; ++at) {
-        require(text[at] == '\\' || characters.find(text[at]) == std::string::npos, "the eight are escaped");
-        if (text[at] != '\\') {
-            value.push_back(text[at]);
-            continue;
-        }
-        const size_t letter = letters.find(text[++at]);
-        require(letter != std::string::npos, "an escape is one of the eight");
-        value.push_back(characters[letter]);
-    }
-    require(at < text.size(), "a value ends with a double quote");
-    text.erase(0, at + 1);
-    return value;
+olk::string pooled(const std::string& text) {
+    return olk::string(text.data(), text.size());
 }
 
-void take(std::string& text, const std::string& expected) {
-    require(text.compare(0, expected.size(), expected) == 0, "the punctuation stands where it must");
-    text.erase(0, expected.size());
+//  The word behind a string's block still names the block's heap, or nothing when it was never carved.
+bool next_header_intact(const olk::string& s) {
+    const char* block = s.data() - 8;
+    const olk::blk_heap* heap = olk::blk_heap::of(block);
+    const size_t stride = heap->blksize + olk::blk_header_size;
+    const size_t next = static_cast<size_t>(block - heap->base) / stride + 1;
+    return next >= heap->blkcount ||
+           olk::load_word<const olk::blk_heap*>(block + heap->blksize) == (next < heap->bump ? heap : nullptr);
 }
 
-void check_string(const std::string& value) {
-    olk::string whole;
-    olk::writeString(value.data(), value.size(), whole);
+//  A text with room for so many bytes, none when it is 0, and with something in it.
+olk::string with_room(size_t room) {
+    olk::string out;
+    if (room != 0)
+        out.reserve(room);
+    out.append("behind this");
+    return out;
+}
+
+std::string written_behind(const olk::string& out) {
+    require(text_of(out).compare(0, 11, "behind this") == 0, "what stood before stays");
+    require(next_header_intact(out), "nothing is written behind the block");
+    return text_of(out).substr(11);
+}
+
+//  The text is alone in a block of its size, so that a byte read behind it is found.
+void check_string(const std::string& value, size_t room) {
+    const std::unique_ptr<char[]> bytes(new char[value.size()]);
+    value.copy(bytes.get(), value.size());
+    olk::string whole = with_room(room);
+    olk::writeString(bytes.get(), value.size(), whole);
     olk::string single;
     single.push_back('"');
     for (char c : value)
         olk::outJsonEsc(c, single);
     single.push_back('"');
-    require(text_of(whole) == text_of(single), "one piece and byte by byte agree");
-    require(olk::isJsonPlain(value.data(), value.size()) == (whole.size() == value.size() + 2),
+    const std::string text = written_behind(whole);
+    require(text == text_of(single), "one piece and byte by byte agree");
+    require(olk::isJsonPlain(bytes.get(), value.size()) == (text.size() == value.size() + 2),
             "a plain text grows by its quotes only");
-    std::string text = text_of(whole);
-    require(read_back(text) == value && text.empty(), "a value reads back");
+    json_reader reader(text);
+    require(reader.value() == value && reader.empty(), "a value reads back");
 }
 
-void check_members(fuzz_input& input) {
-    const std::string first = input.bytes(input.number<uint8_t>());
-    const std::string element = input.bytes(input.number<uint8_t>());
+std::string written(const json_object& object, size_t room) {
     olk::vector_<olk::string> list;
-    const uint8_t elements = input.number<uint8_t>() % 4;
-    for (uint8_t i = 0; i < elements; ++i)
-        list.push_back(olk::string(element.data(), element.size()));
-
-    olk::string out;
+    for (const std::string& element : object.list)
+        list.push_back(pooled(element));
+    olk::string out = with_room(room);
     uint32_t members = 0;
-    olk::writeStringMember(&members, "first", olk::string(first.data(), first.size()), out);
+    out.push_back('{');
+    olk::writeStringMember(&members, "first", pooled(object.first), out);
     olk::writeStringArrayMember(&members, "list", list, out);
-    require(members == (first.empty() ? 1u : 2u), "an empty value is not counted");
+    olk::writeStringMember(&members, "second", pooled(object.second), out);
+    olk::writeSeparator(&members, out);
+    out.append("\"number\":");
+    olk::writeDecimal(object.number, out);
+    out.push_back('}');
+    require(members == 2u + !object.first.empty() + !object.second.empty(), "an empty value is not counted");
+    return written_behind(out);
+}
 
-    std::string text = text_of(out);
-    if (!first.empty()) {
-        take(text, "\"first\":");
-        require(read_back(text) == first, "the first member reads back");
-        take(text, ",");
+void check_read_back(const std::string& text, const json_object& object) {
+    json_reader reader(text);
+    reader.take("{");
+    if (!object.first.empty()) {
+        reader.take("\"first\":");
+        require(reader.value() == object.first, "the first member reads back");
+        reader.take(",");
     }
-    take(text, "\"list\":[");
-    for (uint8_t i = 0; i < elements; ++i) {
-        if (i != 0)
-            take(text, ",");
-        require(read_back(text) == element, "an element reads back");
+    reader.take("\"list\":[");
+    for (size_t i = 0; i < object.list.size(); ++i) {
+        reader.take(i == 0 ? "" : ",");
+        require(reader.value() == object.list[i], "an element reads back");
     }
-    require(text == "]", "the array ends the text");
+    reader.take("],");
+    if (!object.second.empty()) {
+        reader.take("\"second\":");
+        require(reader.value() == object.second, "the second member reads back");
+        reader.take(",");
+    }
+    reader.take("\"number\":" + std::to_string(object.number) + "}");
+    require(reader.empty(), "the object ends the text");
+}
+
+//  Bytes as a parser takes them: those from 128 on as two of UTF-8, and no control characters but those that are
+//  escaped.
+std::string parsable(const std::string& bytes) {
+    std::string text;
+    for (const char c : bytes) {
+        const auto byte = static_cast<unsigned char>(c);
+        if (byte >= 128)
+            text += {static_cast<char>(0xc0 | byte >> 6), static_cast<char>(0x80 | (byte & 0x3f))};
+        else
+            text.push_back(byte < 32 && (byte < 8 || byte > 13 || byte == 11) ? ' ' : c);
+    }
+    return text;
+}
+
+void check_object(json_object object, size_t room) {
+    check_read_back(written(object, room), object);
+    object.first = parsable(object.first);
+    object.second = parsable(object.second);
+    for (std::string& element : object.list)
+        element = parsable(element);
+    require(oracle_reads(written(object, room), object), "a JSON parser reads the object back");
 }
 
 template <class NUMBER>
@@ -87,13 +135,16 @@ void check_decimal(NUMBER number) {
     require(text_of(out) == std::to_string(number), "a number has the standard library's digits");
 }
 
-void check_time(int64_t milliseconds) {
+void check_time(int64_t milliseconds, const zone& where) {
+    static const zone* set = nullptr;
+    if (set != &where) {
+        setenv("TZ", where.name, 1);
+        tzset();
+        set = &where;
+    }
     olk::string out;
-    if (olk::writeIsoTime(milliseconds, out) == 0)
-        return require(out.empty(), "a failed time appends nothing");
-    require(out.size() <= 47, "a time has at most 47 characters");
-    require((text_of(out).find('.') != std::string::npos) == (milliseconds % 1000 != 0),
-            "only a remainder gives a fraction");
+    require(olk::writeIsoTime(milliseconds, out) == 1, "every time of 64 bits has a text");
+    require(text_of(out) == model_time(milliseconds, where), "the times agree");
 }
 
 }  // namespace
@@ -102,10 +153,16 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     fuzz_input input(data, size);
     check_decimal(input.number<int32_t>());
     check_decimal(input.number<uint32_t>());
-    const auto number = input.number<int64_t>();
-    check_decimal(number);
-    check_time(number);
-    check_members(input);
-    check_string(input.all());
+    json_object object;
+    object.number = input.number<int64_t>();
+    check_decimal(object.number);
+    check_time(object.number, zones[input.number<uint8_t>() % std::size(zones)]);
+    const size_t room = input.number<uint16_t>() % 2048;
+    object.first = input.bytes(input.number<uint8_t>());
+    for (int elements = input.number<uint8_t>() % 4; elements > 0; --elements)
+        object.list.push_back(input.bytes(input.number<uint8_t>()));
+    object.second = input.bytes(input.number<uint8_t>());
+    check_object(object, room);
+    check_string(input.all(), room);
     return 0;
 }

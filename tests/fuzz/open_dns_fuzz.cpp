@@ -4,6 +4,7 @@
 #include "fuzz_input.h"
 #include "open_dns_support.h"
 
+#include <algorithm>
 #include <cctype>
 
 namespace {
@@ -74,6 +75,69 @@ void checkSigned(const DnsBytes& message, std::size_t at, std::uint8_t mask) {
     checkAltered(genuine, message.size(), at, mask);
 }
 
+//  A record of the records below: what it is about, and what it says.
+struct Said {
+    std::string owner;
+    std::uint16_t type;
+    DnsBytes data;
+};
+
+const std::string owners[] = {"host1.example.org", "host2.example.org", "example.org", "host1.example.org.org",
+                              "*.example.org"};
+constexpr std::uint16_t types[] = {typeAaaa, typeCname, 1, 16};
+
+DnsBytes dataOf(std::uint16_t type, fuzz_input& input) {
+    DnsBytes data(type == typeAaaa ? 16 : type == 1 ? 4 : 0);
+    if (type == typeCname)
+        putDnsName(data, owners[input.number<std::uint8_t>() % std::size(owners)]);
+    else if (type == 16)
+        data = {1, input.number<std::uint8_t>()};
+    else
+        data.back() = input.number<std::uint8_t>() % 4;
+    return data;
+}
+
+std::string otherCase(std::string name, unsigned letters) {
+    for (char& c : name) {
+        if (letters % 2 != 0 && std::isalpha(static_cast<unsigned char>(c)) != 0)
+            c = static_cast<char>(c ^ 0x20);
+        letters /= 2;
+    }
+    return name;
+}
+
+//  A genuine answer of any records holds those of an owner and type in whatever order and letters, and none else.
+void checkRecords(fuzz_input& input, std::size_t at, std::uint8_t mask) {
+    std::vector<Said> said;
+    std::vector<AnswerRecord> written;
+    for (int count = input.number<std::uint8_t>() % 6; count > 0; --count) {
+        const std::uint16_t type = types[input.number<std::uint8_t>() % std::size(types)];
+        said.push_back({owners[input.number<std::uint8_t>() % std::size(owners)], type, dataOf(type, input)});
+        written.push_back({otherCase(said.back().owner, input.number<std::uint16_t>()), type, said.back().data});
+    }
+    Signing signing;
+    signing.time = now;
+    const DnsBytes message = plainAnswer(id, opcodeQuery, 0, written);
+    const DnsBytes genuine = signMessage(message, request().mac, signing);
+    checkAltered(genuine, message.size(), at, mask);
+    const Answer answer = readAnswer(genuine, request(), testKey(), now);
+    require(answer.trust == Trust::whole, "a genuine answer counts");
+    for (const std::string& owner : owners)
+        for (const std::uint16_t type : types) {
+            std::vector<DnsBytes> data;
+            for (const Said& record : said)
+                if (record.owner == owner && record.type == type)
+                    data.insert(data.begin(), record.data);
+            require(answerHas(*answer.packet, owner, type) == !data.empty(), "both find a record");
+            require(answerHolds(*answer.packet, {owner, type, data}), "both find the same records");
+            data.push_back({1, 2, 3});
+            require(!answerHolds(*answer.packet, {owner, type, data}), "a record too few is told");
+            data.resize(std::max<std::size_t>(data.size(), 2) - 2);
+            require(answerHolds(*answer.packet, {owner, type, data}) == !answerHas(*answer.packet, owner, type),
+                    "a record too many is told");
+        }
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
@@ -84,5 +148,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const DnsBytes message = answerOf(input);
     require(trustIn(message) != Trust::whole, "an answer without a signature never counts");
     checkSigned(message, at, mask);
+    fuzz_input records(data, size);
+    checkRecords(records, at, mask);
     return 0;
 }

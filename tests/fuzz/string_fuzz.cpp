@@ -1,112 +1,221 @@
-//  The pooled string beside the standard one: an input is a list of operations, each a byte with its arguments.
+//  The pooled string beside a model on the standard one: an input is a list of operations, each a byte with its
+//  arguments. Each input is run twice: on the pooled allocator, and on blocks of the C library, whose ends the
+//  address sanitizer watches, with memory that runs short.
 #include "fuzz_input.h"
 #include "olk_string.h"
+#include "string_model.h"
 
-#include <algorithm>
+#include <map>
 #include <utility>
 
 namespace {
 
-constexpr size_t longest = 1 << 20;
+constexpr size_t longest = 1 << 17;
 
+//  A block has exactly its usable bytes.
+struct watched_alloctor {
+    static inline refusals memory;
+    static inline std::map<const void*, size_t> blocks;  // usable bytes of each live block
+
+    static void* malloc_(size_t size, size_t* outsize) {
+        if (memory.refuse())
+            return nullptr;
+        *outsize = usable_for(size);
+        void* p = std::malloc(*outsize);
+        blocks[p] = *outsize;
+        return p;
+    }
+    static void free_(void* p) {
+        require(blocks.erase(p) == 1, "what is given back was taken");
+        std::free(p);
+    }
+    static size_t usable_size(const void* p) { return blocks.at(p); }
+};
+
+struct pooled_alloctor : olk::olk_string_alloctor {
+    static inline refusals memory;  // never set
+};
+
+template <class ALLOCTOR>
 struct both {
-    olk::string subject;
-    std::string model;
+    using subject_type = olk::string_<ALLOCTOR, unsigned int, char, void>;
 
-    void check() {
-        require(subject.size() == model.size(), "the sizes agree");
-        require(model.empty() || model.compare(0, model.size(), subject.data(), subject.size()) == 0,
-                "the texts agree");
-        if (subject.data() == nullptr)
-            return require(subject.capacity() == 0, "without a buffer the capacity is 0");
-        require(subject.size() < subject.capacity(), "a terminator fits");
-        require(subject.capacity() + 8 <= olk::allocator::usable_size(subject.data() - 8), "the capacity is there");
-        require(subject.c_str()[model.size()] == '\0', "c_str terminates");
+    subject_type subject;
+    string_model model;
+
+    void check() const {
+        require(subject.size() == model.text.size(), "the sizes agree");
+        require(subject.capacity() == model.capacity, "the capacities agree");
+        require((subject.data() == nullptr) == (model.block == 0), "both have a buffer or none");
+        if (subject.data() != nullptr)
+            require(ALLOCTOR::usable_size(subject.data() - 8) == model.block, "the blocks agree");
+        require(subject.empty() == model.text.empty(), "both are empty or not");
+    }
+    void check_text() const {
+        require(std::string(subject.c_str(), subject.size()) == model.text, "the texts agree");
+        require(subject.c_str()[model.text.size()] == '\0', "c_str terminates");
     }
 
-    void read_until(size_t from, char delimiter, const std::string& source) {
+    void read_until(size_t from, char delimiter, const std::string& source, refusals& memory) {
         size_t position = from;
         const bool met = olk::read_until(position, delimiter, source.data(), source.size(), subject);
         const size_t found = from < source.size() ? source.find(delimiter, from) : std::string::npos;
         require(met == (found != std::string::npos), "the delimiter is met when it is there");
         require(position == (met ? found + 1 : std::max(from, source.size())), "the position is behind what was read");
-        if (from < source.size())
-            model += source.substr(from, met ? found - from : source.size() - from);
+        for (size_t i = from; i < std::min(found, source.size()); ++i)
+            model.append(std::string(1, source[i]), memory);
+    }
+
+    void write_into_spare(const std::string& written) {
+        char* place = subject.spare(written.size());
+        require((place != nullptr) == model.has_room(model.text.size() + written.size()), "both know the room left");
+        if (place == nullptr)
+            return;
+        written.copy(place, written.size());
+        subject.lengthen(written.size());
+        model.text += written;
+    }
+
+    //  As growth finds a block that a lowered capacity does not fill.
+    void lower_capacity() {
+        if (subject.data() == nullptr)
+            return;
+        model.capacity = model.text.size() + 1;
+        olk::store_word(olk::at(subject.data(), -8), static_cast<uint32_t>(model.capacity));
+    }
+
+    void append_own(fuzz_input& input, refusals& memory) {
+        if (model.text.empty())
+            return;
+        const size_t from = input.number<uint16_t>() % model.text.size();
+        const size_t length = input.number<uint16_t>() % (model.text.size() - from + 1);
+        subject.append(subject.data() + from, length);
+        model.append(model.text.substr(from, length), memory);
+    }
+
+    //  No memory is asked for, and nothing is read. A compiler that knew the length would warn of the copy that is not
+    //  made.
+    void append_beyond_the_ceiling(uint64_t more) {
+        const volatile uint64_t least = 2863311510;
+        subject.append(subject.c_str(), least + more);
+        subject.reserve(uint64_t{4294967264} + more);
     }
 };
 
-void step(fuzz_input& input, both& one, both& other) {
-    switch (input.number<uint8_t>() % 12) {
-    case 0: {
-        const char c = input.number<char>();
+template <class ALLOCTOR>
+class run {
+public:
+    explicit run(fuzz_input input) : input_(std::move(input)) { ALLOCTOR::memory = {}; }
+
+    void all() {
+        while (!input_.empty() && pair_[0].model.text.size() + pair_[1].model.text.size() <= longest) {
+            const auto what = input_.number<uint8_t>();
+            step(what / 2, pair_[what % 2], pair_[1 - what % 2]);
+            pair_[0].check();
+            pair_[1].check();
+            if (what >= 128)
+                pair_[what % 2].check_text();
+        }
+        pair_[0].check_text();
+        pair_[1].check_text();
+        require(ALLOCTOR::memory.left == memory_.left, "both asked for as many blocks");
+    }
+
+private:
+    using both_ = both<ALLOCTOR>;
+
+    std::string text() { return input_.bytes(input_.number<uint8_t>()); }
+
+    void step(unsigned what, both_& one, both_& other) {
+        switch (what % 16) {
+        case 0:
+            return add(one, input_.number<char>());
+        case 1: {
+            const std::string added = text();
+            one.subject.append(added.data(), added.size());
+            return one.model.append(added, memory_);
+        }
+        case 2: {
+            const std::string added = text().c_str();
+            one.subject.append(added.c_str());
+            return one.model.append_terminated(added, memory_);
+        }
+        case 3:
+            one.subject.append(one.subject.c_str(), one.subject.size());
+            return one.model.append(std::string(one.model.text), memory_);
+        case 4:
+            return one.append_own(input_, memory_);
+        case 5: {
+            const auto n = input_.number<uint16_t>();
+            one.subject.reserve(n);
+            return one.model.reserve(n, memory_);
+        }
+        case 6:
+            one.subject.clear();
+            return one.model.text.clear();
+        case 7:
+            one.subject.release();
+            return one.model.release();
+        default:
+            return step_of_two(what % 16, one, other);
+        }
+    }
+
+    void step_of_two(unsigned what, both_& one, both_& other) {
+        switch (what) {
+        case 8:
+            one.subject = other.subject;
+            return one.model.assign(other.model, memory_);
+        case 9:
+            std::swap(one.subject, other.subject);
+            return std::swap(one.model, other.model);
+        case 10: {
+            const size_t from = input_.number<uint8_t>();
+            const char delimiter = input_.number<char>();
+            return one.read_until(from, delimiter, text(), memory_);
+        }
+        case 11:
+            return copy_and_move(one);
+        case 12:
+            return one.write_into_spare(text());
+        case 13:
+            return one.lower_capacity();
+        case 14:
+            return one.append_beyond_the_ceiling(input_.number<uint32_t>());
+        default:
+            return shorten_memory(input_.number<uint8_t>() % 4);
+        }
+    }
+
+    void add(both_& one, char c) {
         one.subject.push_back(c);
-        one.model.push_back(c);
-        return;
+        one.model.append(std::string(1, c), memory_);
     }
-    case 1: {
-        const std::string text = input.bytes(input.number<uint8_t>());
-        one.subject.append(text.data(), text.size());
-        one.model += text;
-        return;
-    }
-    case 2: {
-        const std::string text = input.bytes(input.number<uint8_t>());
-        one.subject.append(text.c_str());
-        one.model += text.c_str();
-        return;
-    }
-    case 3:
-        one.subject.append(one.subject.c_str(), one.subject.size());
-        one.model += std::string(one.model);
-        return;
-    case 4: {
-        if (one.model.empty())
-            return;
-        const size_t from = input.number<uint16_t>() % one.model.size();
-        const size_t length = input.number<uint16_t>() % (one.model.size() - from + 1);
-        one.subject.append(one.subject.data() + from, length);
-        one.model += one.model.substr(from, length);
-        return;
-    }
-    case 5:
-        return one.subject.reserve(input.number<uint16_t>());
-    case 6:
-        one.subject.clear();
-        return one.model.clear();
-    case 7:
-        one.subject.release();
-        return one.model.clear();
-    case 8:
-        one.subject = other.subject;
-        one.model = other.model;
-        return;
-    case 9:
-        std::swap(one.subject, other.subject);
-        return std::swap(one.model, other.model);
-    case 10: {
-        const size_t from = input.number<uint8_t>();
-        const char delimiter = input.number<char>();
-        return one.read_until(from, delimiter, input.bytes(input.number<uint8_t>()));
-    }
-    default: {
-        olk::string copy(one.subject);
+
+    void copy_and_move(both_& one) {
+        typename both_::subject_type copy(one.subject);
+        string_model model;
+        model.assign(one.model, memory_);
         one.subject = std::move(copy);
+        one.model = model;
     }
+
+    void shorten_memory(uint32_t count) {
+        if constexpr (std::is_same_v<ALLOCTOR, watched_alloctor>)
+            ALLOCTOR::memory.left = memory_.left = count;
     }
-}
+
+    fuzz_input input_;
+    refusals memory_;
+    both_ pair_[2];
+};
 
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    fuzz_input input(data, size);
-    both pair[2];
-    while (!input.empty()) {
-        const uint8_t which = input.number<uint8_t>() % 2;
-        step(input, pair[which], pair[1 - which]);
-        pair[0].check();
-        pair[1].check();
-        if (pair[0].model.size() + pair[1].model.size() > longest)
-            break;
-    }
+    const fuzz_input input(data, size);
+    run<pooled_alloctor>(input).all();
+    run<watched_alloctor>(input).all();
+    require(watched_alloctor::blocks.empty(), "every block is given back");
     return 0;
 }

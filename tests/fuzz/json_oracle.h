@@ -1,0 +1,23 @@
+//  A JSON parser that knows nothing of the writers, and the object that both sides agree on. It is left out where
+//  none is installed: every text then counts as read back.
+#ifndef FUZZ_JSON_ORACLE_H
+#define FUZZ_JSON_ORACLE_H
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+struct json_object {
+    std::string first;
+    std::vector<std::string> list;
+    std::string second;
+    int64_t number = 0;
+
+    bool operator==(const json_object&) const = default;
+};
+
+//  Says whether text is one JSON text (RFC 8259) with exactly the members of object; an empty first or second is left
+//  out of it. Requires: object's texts are UTF-8.
+bool oracle_reads(const std::string& text, const json_object& object);
+
+#endif

@@ -1,0 +1,78 @@
+//  The blocks that are out: no two overlap, each keeps its contents, and the words in front of it are nobody's.
+#ifndef FUZZ_LIVE_BLOCKS_H
+#define FUZZ_LIVE_BLOCKS_H
+
+#include "fuzz_input.h"
+
+#include <algorithm>
+#include <iterator>
+#include <map>
+#include <utility>
+
+//  WHAT: whatever else is known of a block.
+template <class WHAT>
+class live_blocks {
+public:
+    struct block {
+        size_t usable;
+        size_t header;  // bytes in front of it that are its own, too
+        unsigned char pattern;
+        WHAT what;
+    };
+    using iterator = typename std::map<char*, block>::iterator;
+
+    iterator add(void* p, size_t usable, size_t header, WHAT what) {
+        auto* const address = static_cast<char*>(p);
+        const auto pattern = static_cast<unsigned char>(++patterns_);
+        const auto [place, fresh] = blocks_.emplace(address, block{usable, header, pattern, std::move(what)});
+        require(fresh, "a block that is out is not given again");
+        require(place == blocks_.begin() || end_of(std::prev(place)) <= start_of(place),
+                "the block before it ends in front of it");
+        require(std::next(place) == blocks_.end() || end_of(place) <= start_of(std::next(place)),
+                "it ends in front of the block behind it");
+        for_each_piece(place, [&](char* piece, size_t length) { std::memset(piece, pattern, length); });
+        return place;
+    }
+
+    //  Takes the block off the list.
+    WHAT remove(iterator place) {
+        check(place);
+        WHAT what = std::move(place->second.what);
+        blocks_.erase(place);
+        return what;
+    }
+
+    void check(iterator place) {
+        for_each_piece(place, [&](const char* piece, size_t length) {
+            const auto ours = [&](char c) { return static_cast<unsigned char>(c) == place->second.pattern; };
+            require(std::all_of(piece, piece + length, ours), "a block keeps its contents");
+        });
+    }
+
+    //  Returns the block that number chooses. Requires: there is one.
+    iterator chosen(size_t number) {
+        return std::next(blocks_.begin(), static_cast<ptrdiff_t>(number % blocks_.size()));
+    }
+    iterator first() { return blocks_.begin(); }
+    iterator last() { return std::prev(blocks_.end()); }
+    bool empty() const { return blocks_.empty(); }
+    size_t size() const { return blocks_.size(); }
+
+private:
+    static char* start_of(iterator place) { return place->first - place->second.header; }
+    static char* end_of(iterator place) { return place->first + place->second.usable; }
+
+    //  The first and the last bytes of a large block stand for all of it.
+    template <class USE>
+    static void for_each_piece(iterator place, USE use) {
+        constexpr size_t piece = 128;
+        const size_t length = std::min(piece, place->second.usable);
+        use(place->first, length);
+        use(end_of(place) - length, length);
+    }
+
+    std::map<char*, block> blocks_;
+    unsigned patterns_ = 0;
+};
+
+#endif
