@@ -13,7 +13,7 @@ addrpubd_unit_test(open_tcp_stream_test
 addrpubd_unit_test(open_worker_test
     SOURCES open_worker_test.cpp open_worker_wanted_test.cpp open_worker_wraps.cpp
     LIBS rdbapi_open
-    WRAP clock_gettime poll pthread_cond_clockwait pthread_create syslog _Znwm)
+    WRAP clock_gettime nanosleep poll pthread_cond_clockwait pthread_create syslog _Znwm)
 
 addrpubd_unit_test(open_handle_table_test
     SOURCES open_handle_table_test.cpp

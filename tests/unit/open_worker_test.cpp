@@ -297,6 +297,15 @@ TEST_F(Worker_, AThreadThatCannotBeStartedIsAnErrorAndMayBeTriedAgain) {
     connect();
 }
 
+TEST_F(Worker_, AWaitThatFailsIsMadeAgainAfterAPauseInsteadOfAtOnce) {
+    longSleeps = 0;
+    failPolls = 3;
+    connect();
+    ASSERT_TRUE(eventually([] { return failPolls == 0 && longSleeps == 3; }));
+    EXPECT_EQ(tagGet(), 0);
+    EXPECT_EQ(longSleeps, 3);
+}
+
 TEST_F(Worker_, ItsThreadBlocksEverySignal) {
     const auto noteMask = [](std::int32_t, std::int64_t, void* user) {
         sigset_t mask;

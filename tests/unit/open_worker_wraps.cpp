@@ -17,12 +17,25 @@ void* __wrap__Znwm(std::size_t size) {
 
 int __real_poll(pollfd* descriptors, nfds_t count, int timeout);
 int __wrap_poll(pollfd* descriptors, nfds_t count, int timeout) {
+    if (failPolls > 0) {
+        --failPolls;
+        errno = ENOMEM;
+        return -1;
+    }
     if (timeout < 0 || !skipBackoff)
         return __real_poll(descriptors, count, timeout);
     const int ready = __real_poll(descriptors, count, 0);
     if (ready == 0)  // otherwise a wake-up for the slot's last user
         pauses.put(timeout);
     return ready;
+}
+
+int __real_nanosleep(const timespec* time, timespec* left);
+int __wrap_nanosleep(const timespec* time, timespec* left) {
+    if (time->tv_sec == 0)
+        return __real_nanosleep(time, left);
+    ++longSleeps;
+    return 0;
 }
 
 int __real_clock_gettime(clockid_t clock, timespec* now);
