@@ -139,6 +139,7 @@ bool HandleSlot::claim(int index, int& handle) {
         return false;
     delete worker_;
     worker_ = fresh;
+    takeWake();  // left over by the slot's last user; it would cut the new worker's first pause in two
     const std::uint32_t generation = (generationOf(state_.load()) + 1) & generationMask;
     state_.store(std::uint64_t{generation} << 32 | flagInUse);
     handle = static_cast<int>(generation << indexBits) | index;
