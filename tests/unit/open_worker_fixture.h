@@ -1,5 +1,5 @@
 //  A worker on a fake back end. Waits of the back-off and of the call limit end at once and are only noted; the monotonic
-//  clock can be moved.
+//  clock stands still unless a test moves it.
 #ifndef TESTS_UNIT_OPEN_WORKER_FIXTURE_H
 #define TESTS_UNIT_OPEN_WORKER_FIXTURE_H
 

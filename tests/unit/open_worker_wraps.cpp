@@ -38,21 +38,31 @@ int __wrap_nanosleep(const timespec* time, timespec* left) {
     return 0;
 }
 
+//  The monotonic clock stands still and is moved by clockAhead alone, so that each pause is noted as long as it was meant.
 int __real_clock_gettime(clockid_t clock, timespec* now);
 int __wrap_clock_gettime(clockid_t clock, timespec* now) {
-    const int result = __real_clock_gettime(clock, now);
-    if (clock == CLOCK_MONOTONIC)
-        now->tv_sec += clockAhead;
-    return result;
+    if (clock != CLOCK_MONOTONIC)
+        return __real_clock_gettime(clock, now);
+    static const timespec start = [] {
+        timespec first{};
+        __real_clock_gettime(CLOCK_MONOTONIC, &first);
+        return first;
+    }();
+    *now = {start.tv_sec + clockAhead, start.tv_nsec};
+    return 0;
 }
 
+//  Waits as long as was meant, by the clock that goes; rounded up to seconds.
 int __real_pthread_cond_clockwait(pthread_cond_t*, pthread_mutex_t*, clockid_t, const timespec*);
 int __wrap_pthread_cond_clockwait(pthread_cond_t* condition, pthread_mutex_t* mutex, clockid_t clock,
                                   const timespec* deadline) {
     timespec now{};
     clock_gettime(clock, &now);
     waitLimit = (deadline->tv_sec - now.tv_sec) * 1000 + (deadline->tv_nsec - now.tv_nsec) / 1000000;
-    return expireWaits ? ETIMEDOUT : __real_pthread_cond_clockwait(condition, mutex, clock, deadline);
+    timespec end{};
+    __real_clock_gettime(clock, &end);
+    end.tv_sec += waitLimit / 1000 + 1;
+    return expireWaits ? ETIMEDOUT : __real_pthread_cond_clockwait(condition, mutex, clock, &end);
 }
 
 int __real_pthread_create(pthread_t*, const pthread_attr_t*, void* (*)(void*), void*);
