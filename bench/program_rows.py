@@ -77,15 +77,18 @@ def version(times, _):
     least = by_object("/bin/true")
     peers = peers_unpacked(times.build)
     ratio = without_loader(own) / without_loader(least)
+    of_all = without_loader(own) / sum(least.values())
     result = Result()
     result.rows.append(
         Row(
             "-ver from exec to exit, instructions outside the loader",
-            f"{ratio:.2f} of /bin/true ({without_loader(own):,} and {without_loader(least):,})",
-            "at most 1.1",
+            f"{ratio:.2f} of /bin/true's outside its loader ({without_loader(own):,} and {without_loader(least):,}); "
+            f"{of_all:.2f} of all of /bin/true's",
+            "at most 1.1 of those outside its loader",
             ratio <= 1.1,
-            "/bin/true does nothing; here the time zone is read, the allocator's 30 classes are built before main and "
-            "taken down after it, as designed, and the C++ run time that is linked in sets itself up.",
+            "/bin/true does nothing; here some 7,300 instructions build the allocator's 30 classes before main and "
+            "take them down after it, 4,200 read the time zone and 1,500 tune the C library's allocator, whatever the "
+            "command word, as designed. The rest is the C library's own start and end and two printed lines.",
         )
     )
     lines = [["addrpubd -ver", f"{sum(own.values()):,}", f"{without_loader(own):,}"]]

@@ -56,10 +56,7 @@ void splitAddressList(const std::string& list, olk::vector_<olk::string>& addres
 }
 
 void writeDnsUpdateRequest(std::int32_t seqno, const DnsUpdateItem& item, olk::string& out) {
-    static constexpr char request[] = "ws_dnsupdate";
-    out.append("{\"request\":");
-    olk::writeString(request, sizeof request - 1, out);
-    out.append(",\"seqno\":");
+    out.append("{\"request\":\"ws_dnsupdate\",\"seqno\":");
     olk::writeDecimal(seqno, out);
     out.append(",\"item\":");
     writeItem(item, out);

@@ -29,12 +29,11 @@ bool isPublishable(const std::uint8_t (&bytes)[16]) {
 void appendAddress(const sockaddr* address, std::string& out) {
     if (address == nullptr || address->sa_family != AF_INET6)
         return;
-    sockaddr_in6 ipv6;
-    std::memcpy(&ipv6, address, sizeof ipv6);
-    if (!isPublishable(ipv6.sin6_addr.s6_addr))
+    const in6_addr& ipv6 = reinterpret_cast<const sockaddr_in6*>(address)->sin6_addr;
+    if (!isPublishable(ipv6.s6_addr))
         return;
     char text[48] = {};
-    if (inet_ntop(AF_INET6, &ipv6.sin6_addr, text, sizeof text) == nullptr)
+    if (inet_ntop(AF_INET6, &ipv6, text, sizeof text) == nullptr)
         return;
     if (!out.empty())
         out += ',';

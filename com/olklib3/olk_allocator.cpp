@@ -98,11 +98,11 @@ bool allocator::add_class_(uint32_t blksize, uint32_t blkperheap, bool prealloc)
 }
 
 void* allocator::malloc_(size_t size, size_t* outsize) {
-    const auto count = static_cast<uint32_t>(classcount);
-    uint32_t lo = 0;
-    uint32_t hi = count;
+    const auto count = static_cast<size_t>(classcount);
+    size_t lo = 0;
+    size_t hi = count;
     while (lo < hi) {
-        const uint32_t mid = (lo + hi) / 2;
+        const size_t mid = (lo + hi) / 2;
         if (size > classes[mid]->blksize)
             lo = mid + 1;
         else

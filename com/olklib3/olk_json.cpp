@@ -40,21 +40,21 @@ using findings = signed char __attribute__((vector_size(step)));
 using halves = uint64_t __attribute__((vector_size(step)));
 
 //  Copies length characters in one piece, each step's and then the last step's, which may overlap. Returns false when one
-//  of them may need an escape: all eight that do are "/" or lie below it, but for the backslash. What was copied then
-//  counts for nothing. Requires: length >= step.
+//  of them may need an escape: six of the eight that do are the double quote or lie below it, as no character of a host
+//  name or an address does. What was copied then counts for nothing. Requires: length >= step.
 bool copy_plain(const char* text, size_t length, char* to) {
-    findings low = {};
-    findings backslash = {};
-    for (size_t i = 0;; i = std::min(i + step, length - step)) {
+    findings special = {};
+    const auto copy_step = [&](size_t i) {
         characters c;
         std::memcpy(&c, text + i, step);
         std::memcpy(to + i, &c, step);
-        low |= c <= '/';
-        backslash |= c == '\\';
-        if (i == length - step)
-            break;
-    }
-    const auto found = std::bit_cast<halves>(low | backslash);
+        special |= (c <= '"') | (c == '/') | (c == '\\');
+    };
+    const size_t last = length - step;
+    for (size_t i = 0; i < last; i += step)
+        copy_step(i);
+    copy_step(last);
+    const auto found = std::bit_cast<halves>(special);
     return (found[0] | found[1]) == 0;
 }
 
@@ -72,7 +72,7 @@ void write_digits(uint64_t value, bool negative, string& out) {
     out.append(first, static_cast<size_t>(digits + longest - first));
 }
 
-//  Writes what writeString writes, whatever the text and the room in out. Kept out of writeString, whose path for an
+//  Writes what writeString writes, whatever the text and the room in out. Kept out of its callers, whose path for an
 //  address then needs no stack.
 __attribute__((noinline)) void write_piecewise(const char* text, size_t length, string& out) {
     out.push_back('"');
@@ -85,11 +85,51 @@ __attribute__((noinline)) void write_piecewise(const char* text, size_t length, 
     out.push_back('"');
 }
 
-void write_key(uint32_t* members, const char* key, string& out) {
+//  Puts text with its quotes to a place for length + 2 characters. Returns false when it may need an escape or is short.
+bool put_plain(const char* text, size_t length, char* to) {
+    if (length < step || !copy_plain(text, length, to + 1))
+        return false;
+    to[0] = '"';
+    to[length + 1] = '"';
+    return true;
+}
+
+//  Appends lead and a string value: in one step where it fits, else by pieces, by which the buffer grows.
+void write_element(char lead, const char* text, size_t length, string& out) {
+    char* end = out.spare(length + 3);
+    if (end == nullptr || !put_plain(text, length, end + 1)) {
+        out.push_back(lead);
+        write_piecewise(text, length, out);
+        return;
+    }
+    end[0] = lead;
+    out.lengthen(length + 3);
+}
+
+void write_key_piecewise(uint32_t* members, const char* key, string& out) {
     writeSeparator(members, out);
     out.push_back('"');
     out.append(key);
     out.append("\":", 2);
+}
+
+//  Likewise with a key, its two quotes, a colon and a comma.
+void write_key(uint32_t* members, const char* key, string& out) {
+    const size_t length = std::strlen(key);
+    char* const end = out.spare(length + 4);
+    if (end == nullptr) {
+        write_key_piecewise(members, key, out);
+        return;
+    }
+    char* next = end;
+    if (*members != 0)
+        *next++ = ',';
+    ++*members;
+    *next++ = '"';
+    next = std::copy_n(key, length, next);
+    *next++ = '"';
+    *next++ = ':';
+    out.lengthen(static_cast<size_t>(next - end));
 }
 
 }  // namespace
@@ -112,13 +152,11 @@ bool isJsonPlain(const char* text, size_t length) {
 }
 
 void writeString(const char* text, size_t length, string& out) {
-    char* end = length < step ? nullptr : out.spare(length + 2);
-    if (end == nullptr || !copy_plain(text, length, end + 1)) {
+    char* end = out.spare(length + 2);
+    if (end == nullptr || !put_plain(text, length, end)) {
         write_piecewise(text, length, out);
         return;
     }
-    end[0] = '"';
-    end[length + 1] = '"';
     out.lengthen(length + 2);
 }
 
@@ -137,12 +175,10 @@ void writeStringMember(uint32_t* members, const char* key, const string& value, 
 
 void writeStringArrayMember(uint32_t* members, const char* key, const vector_<string>& list, string& out) {
     write_key(members, key, out);
-    out.push_back('[');
-    for (size_t i = 0; i < list.size(); ++i) {
-        if (i != 0)
-            out.push_back(',');
-        writeString(list[i].data(), list[i].size(), out);
-    }
+    if (list.empty())
+        out.push_back('[');
+    for (size_t i = 0; i < list.size(); ++i)
+        write_element(i == 0 ? '[' : ',', list[i].data(), list[i].size(), out);
     out.push_back(']');
 }
 

@@ -79,27 +79,29 @@ public:
     }
 
     void push_back(CHAR c) {
-        const SIZE length = size();
-        if (data_ == nullptr || !fits_(uint64_t{length} + 1)) {
-            CHAR* text = grown_(data_, growth_(uint64_t{length} + 1));
+        CHAR* text = data_;
+        const SIZE longer = size() + 1;  // at most the capacity, so it never wraps
+        if (text == nullptr || !fits_(longer)) {
+            text = grown_(text, growth_(longer));
             if (text == nullptr)
                 return;
             data_ = text;
         }
-        data_[length] = c;
-        set_size_(data_, length + 1);
+        text[longer - 1] = c;
+        set_size_(text, longer);
     }
 
     //  Appends length bytes; they may lie in this string. Zero bytes appended to a buffer that holds no text release
     //  the buffer, on purpose: that is how a caller gives a cleared buffer back.
     void append(const CHAR* text, size_t length) {
-        const SIZE old_size = size();
         if (length == 0 || !takes_(length)) {
             data_ = appended_(data_, text, length);
             return;
         }
-        std::memcpy(data_ + old_size, text, length);
-        set_size_(data_, static_cast<SIZE>(old_size + length));
+        CHAR* const own = data_;
+        const SIZE old_size = size_of_(own);
+        std::memcpy(own + old_size, text, length);
+        set_size_(own, static_cast<SIZE>(old_size + length));
     }
 
     //  Appends a zero-terminated text, which may not be null. An empty one changes nothing.
@@ -113,7 +115,7 @@ public:
     //  calls lengthen with what it wrote.
     CHAR* spare(size_t length) { return takes_(length) ? data_ + size() : nullptr; }
     //  Requires: spare(length) is not null.
-    void lengthen(size_t length) { set_size_(data_, static_cast<SIZE>(size() + length)); }
+    void lengthen(size_t length) { set_size_(data_, static_cast<SIZE>(size_of_(data_) + length)); }
 
     //  Makes room for n bytes.
     void reserve(size_t n) {
@@ -137,7 +139,7 @@ public:
         data_ = nullptr;
     }
 
-    SIZE size() const { return data_ == nullptr ? 0 : load_word<SIZE>(at(data_, -4)); }
+    SIZE size() const { return data_ == nullptr ? 0 : size_of_(data_); }
     //  Bytes available for characters, terminator included; 0 without a buffer.
     SIZE capacity() const { return data_ == nullptr ? 0 : load_word<SIZE>(at(data_, -8)); }
     bool empty() const { return size() == 0; }
@@ -161,6 +163,7 @@ private:
     static constexpr size_t header_size = 8;
 
     static void* block_(CHAR* text) { return at(text, -ptrdiff_t{header_size}); }
+    static SIZE size_of_(const CHAR* text) { return load_word<SIZE>(at(text, -4)); }
     static void set_size_(CHAR* text, SIZE size) { store_word(at(text, -4), size); }
     static void set_capacity_(CHAR* text, size_t capacity) { store_word(at(text, -8), static_cast<SIZE>(capacity)); }
 
@@ -184,7 +187,7 @@ private:
 
 template <class ALLOCTOR, class SIZE, class CHAR, class TRAITS>
 CHAR* string_<ALLOCTOR, SIZE, CHAR, TRAITS>::appended_(CHAR* text, const CHAR* added, size_t length) {
-    const SIZE old_size = text == nullptr ? 0 : load_word<SIZE>(at(text, -4));
+    const SIZE old_size = text == nullptr ? 0 : size_of_(text);
     if (length == 0) {
         if (text == nullptr || old_size != 0)
             return text;

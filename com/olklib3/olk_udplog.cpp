@@ -6,6 +6,7 @@
 #include <charconv>
 #include <cstdio>
 #include <cstring>
+#include <string_view>
 
 #include <fcntl.h>
 #include <string.h>
@@ -22,6 +23,12 @@ constexpr int send_buffer_bytes = 0x20000;
 constexpr size_t record_bytes = 30720;  // a record with its header and a terminating zero fits
 
 static_assert(sizeof(sockaddr_in) == 16 && sizeof(sockaddr_in6) == 28);
+
+//  Puts text to a place that has room for it. Returns the place behind it.
+char* put(char* to, std::string_view text) {
+    std::memcpy(to, text.data(), text.size());
+    return to + text.size();
+}
 
 }  // namespace
 
@@ -113,13 +120,13 @@ int udplog::open_socket_() {
 //  Writes the header line to record, which has room for the longest one. Returns the place behind it.
 char* udplog::put_header_(char* record, const char* order, int record_level) {
     constexpr size_t longest_level = 11;
-    char* next = stpcpy(record, "{\"order\":\"");
+    char* next = put(record, "{\"order\":\"");
     next = stpcpy(next, order);
-    next = stpcpy(next, "\",\"level\":");
+    next = put(next, "\",\"level\":");
     next = std::to_chars(next, next + longest_level, record_level).ptr;
-    next = stpcpy(next, ",\"cabin\":\"");
+    next = put(next, ",\"cabin\":\"");
     next = stpcpy(next, cabin.c_str());
-    return stpcpy(next, "\"}\n");
+    return put(next, "\"}\n");
 }
 
 //  Requires: sends_(record_level).

@@ -1,5 +1,5 @@
-//  String values written into a buffer that has room for them, where texts of 16 characters and more are copied in
-//  steps.
+//  Members and string values written into a buffer that has room for them, where each is written whole and texts of 16
+//  characters and more are copied in steps.
 #include "olk_json.h"
 
 #include <gtest/gtest.h>
@@ -7,6 +7,8 @@
 #include <string>
 
 namespace {
+
+const std::string address = "2001:db8:1234:5678:9abc:def0:1234:5678";
 
 //  The value as its pieces make it, one character after the other.
 std::string expected(const std::string& text) {
@@ -45,29 +47,92 @@ TEST(JsonReserved, ATextOfOneByteAloneIsWrittenAsItsPiecesAre) {
 }
 
 TEST(JsonReserved, AnAddressIsWrittenWhole) {
-    const std::string address = "2001:db8:1234:5678:9abc:def0:1234:5678";
     EXPECT_EQ(written(address), '"' + address + '"');
 }
 
-//  Where there is no room for the whole value, the buffer grows as for a quote, the text and a quote.
-TEST(JsonReserved, TheBufferGrowsAsForTheValuesPieces) {
-    const std::string address = "2001:db8:1234:5678:9abc:def0:1234:5678";
+//  Writes with write and with pieces, behind every text that a buffer of 120 bytes has room for. Where there is no room
+//  for the whole, both must grow the buffer alike.
+template <class WRITE, class PIECES>
+void grows_as_for_pieces(WRITE write, PIECES pieces) {
     for (size_t before = 0; before <= 119; ++before) {
-        olk::string out;
-        out.reserve(100);
-        ASSERT_EQ(out.capacity(), 120u);
-        for (size_t i = 0; i < before; ++i)
-            out.push_back('x');
-        olk::string pieces;
-        pieces.reserve(100);
-        pieces.append(out.c_str());
-        olk::writeString(address.data(), address.size(), out);
-        pieces.push_back('"');
-        pieces.append(address.data(), address.size());
-        pieces.push_back('"');
-        ASSERT_EQ(std::string(out.data(), out.size()), std::string(pieces.data(), pieces.size())) << before;
-        ASSERT_EQ(out.capacity(), pieces.capacity()) << before;
+        olk::string whole;
+        olk::string by_pieces;
+        for (olk::string* out : {&whole, &by_pieces}) {
+            out->reserve(100);
+            ASSERT_EQ(out->capacity(), 120u);
+            for (size_t i = 0; i < before; ++i)
+                out->push_back('x');
+        }
+        write(whole);
+        pieces(by_pieces);
+        ASSERT_EQ(std::string(whole.data(), whole.size()), std::string(by_pieces.data(), by_pieces.size())) << before;
+        ASSERT_EQ(whole.capacity(), by_pieces.capacity()) << before;
     }
+}
+
+void append_value(const std::string& text, olk::string& out) {
+    out.push_back('"');
+    out.append(text.data(), text.size());
+    out.push_back('"');
+}
+
+void append_key(const char* key, olk::string& out) {
+    out.push_back('"');
+    out.append(key);
+    out.append("\":");
+}
+
+TEST(JsonReserved, TheBufferGrowsAsForTheValuesPieces) {
+    grows_as_for_pieces([](olk::string& out) { olk::writeString(address.data(), address.size(), out); },
+                        [](olk::string& out) { append_value(address, out); });
+}
+
+TEST(JsonReserved, TheBufferGrowsAsForTheFirstMembersPieces) {
+    grows_as_for_pieces(
+        [](olk::string& out) {
+            uint32_t members = 0;
+            olk::writeStringMember(&members, "ipv6", olk::string(address.data(), address.size()), out);
+            EXPECT_EQ(members, 1u);
+        },
+        [](olk::string& out) {
+            append_key("ipv6", out);
+            append_value(address, out);
+        });
+}
+
+TEST(JsonReserved, TheBufferGrowsAsForTheNextMembersPieces) {
+    grows_as_for_pieces(
+        [](olk::string& out) {
+            uint32_t members = 1;
+            olk::writeStringMember(&members, "ipv6", olk::string(address.data(), address.size()), out);
+            EXPECT_EQ(members, 2u);
+        },
+        [](olk::string& out) {
+            out.push_back(',');
+            append_key("ipv6", out);
+            append_value(address, out);
+        });
+}
+
+TEST(JsonReserved, TheBufferGrowsAsForTheArraysPieces) {
+    olk::vector_<olk::string> list;
+    for (int i = 0; i < 3; ++i)
+        list.push_back(olk::string(address.data(), address.size()));
+    grows_as_for_pieces(
+        [&](olk::string& out) {
+            uint32_t members = 0;
+            olk::writeStringArrayMember(&members, "ipv6s", list, out);
+        },
+        [&](olk::string& out) {
+            append_key("ipv6s", out);
+            out.push_back('[');
+            for (int i = 0; i < 3; ++i) {
+                if (i != 0)
+                    out.push_back(',');
+                append_value(address, out);
+            }
+            out.push_back(']');
+        });
 }
 
 }  // namespace
