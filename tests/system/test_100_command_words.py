@@ -74,3 +74,8 @@ def test_109_the_service_is_always_called_addrpubd_whatever_the_file_is_called(h
     host.sandbox.run("ln", f"{DIRECTORY}/addrpubd", f"{DIRECTORY}/other")
     process = host.sandbox.spawn("./other", cwd=DIRECTORY)
     assert process.all_output() == USAGE
+
+
+def test_110_without_dev_null_a_command_prints_what_it_always_does(host):
+    host.sandbox.run("mount", "-t", "tmpfs", "tmpfs", "/dev")
+    assert host.command("-ver") == VERSION

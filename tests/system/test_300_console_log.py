@@ -1,6 +1,7 @@
 """The console log: its line, its time stamp, and the log addresses that switch it on or leave it silent."""
 
 import datetime
+import os
 import zoneinfo
 
 import pytest
@@ -113,3 +114,14 @@ def test_309_a_closed_standard_output_neither_stops_the_service_nor_spoils_the_p
     process.kill()
     assert process.wait() == 0
     assert host.pidfile() == f"{process.pid}\n".encode()
+
+
+def test_310_a_service_started_without_standard_descriptors_has_dev_null_there_and_nowhere_else(host):
+    settings = [f"{name}={value}" for name, value in (host.clock.env | host.library.env).items()]
+    script = 'exec env "$@" ./addrpubd -run <&- >&- 2>&-'
+    process = host.sandbox.spawn("sh", "-c", script, "sh", *settings, cwd=DIRECTORY)
+    host.clock.of(process).wait_parked()
+    descriptors = host.sandbox.path(f"/proc/{process.pid}/fd")
+    on_null = [int(entry.name) for entry in descriptors.iterdir() if os.readlink(entry) == "/dev/null"]
+    assert sorted(on_null) == [0, 1, 2]
+    host.stop(process)

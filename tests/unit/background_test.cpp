@@ -2,6 +2,9 @@
 //  when the parent gives up.
 #include "fake_process.h"
 
+#include "no_memory.h"
+#include "runcls.h"
+
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -260,6 +263,13 @@ TEST_F(Child, AFailedStartIsReportedReleasesThePidFileAndExitsWith4) {
               (Lines{"start service", "msgsnd 7 Start failed!|", "msgsnd 7 finished", "close pid file", "exit 4"}));
     EXPECT_EQ(system.daemon.pid_fd, -1);
     EXPECT_EQ(system.daemon.application, nullptr);
+}
+
+TEST_F(Child, WithoutMemoryForTheServiceObjectTheStartFails) {
+    const NoMemory refused(sizeof(CRunCls));
+    EXPECT_EQ(system.start(), std::nullopt);
+    EXPECT_EQ(system.exit_status, 4);
+    EXPECT_EQ(system.sent, (Lines{"\nstart...\r\0"s, "Start failed!\n\0"s, "finished\0"s}));
 }
 
 TEST_F(Child, WhatTheServicePrintsWhileItStartsReachesTheTerminal) {

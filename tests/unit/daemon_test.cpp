@@ -2,6 +2,7 @@
 //  process with a pid file, an ini file and a client library of its own.
 #include "daemon.h"
 
+#include "no_memory.h"
 #include "recording_rdb.h"
 #include "runcls.h"
 #include "service_child.h"
@@ -145,6 +146,16 @@ TEST_F(RunConsole, AServiceThatDoesNotStartIsReportedAndReturns) {
     EXPECT_EQ(ended.out, "Start failed!\nreturned 0");
     EXPECT_EQ(ended.status, 99);
     EXPECT_EQ(holderOf(pidPath), 0);
+}
+
+TEST_F(RunConsole, WithoutMemoryForTheServiceObjectTheStartFails) {
+    const Ended ended = inChild([] {
+        const NoMemory refused(sizeof(CRunCls));
+        g_daemon.runConsole();
+        std::printf("returned %d", g_daemon.application != nullptr);
+    });
+    EXPECT_EQ(ended.out, "Start failed!\nreturned 0");
+    EXPECT_EQ(ended.status, 99);
 }
 
 TEST_F(RunConsole, EventsAfterAFailedStartAreNotLogged) {

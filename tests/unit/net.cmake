@@ -20,13 +20,14 @@ addrpubd_unit_test(olk_udplog_test
         olk_udplog_test.cpp
         olk_udplog_open_test.cpp
     LIBS olklib3
-    WRAP ${resolver_calls} socket setsockopt fcntl sendto shutdown close inet_pton
+    WRAP ${resolver_calls} socket setsockopt fcntl sendto shutdown close inet_pton snprintf
         malloc _Znwm _ZN3olk9allocator7malloc_EmPm)
 
 #  Service control without a second process: each call to the system passes through fake_process.cpp.
 addrpubd_unit_test(service_background_test
     SOURCES
         fake_process.cpp
+        no_memory.cpp
         msgqueue_test.cpp
         background_test.cpp
         control_test.cpp

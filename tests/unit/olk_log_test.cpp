@@ -86,6 +86,12 @@ TEST(LevelName, ANumberOf16CharactersIsNdf) {
     claimed_length = 0;
 }
 
+TEST(LevelName, ANumberThatCannotBeWrittenIsNdf) {
+    claimed_length = -1;
+    EXPECT_EQ(name_of(35), "ndf");
+    claimed_length = 0;
+}
+
 TEST(LevelName, TheBufferHas16Bytes) {
     EXPECT_EQ(olk::level_name_size, 16u);
 }

@@ -302,6 +302,12 @@ TEST_F(String, CopyAssignmentToItselfKeepsTheText) {
     EXPECT_EQ(text_of(s), "abc");
 }
 
+TEST_F(String, AssignOfItselfKeepsTheText) {
+    s.append("abc");
+    s.assign(s);
+    EXPECT_EQ(text_of(s), "abc");
+}
+
 TEST_F(String, AMoveTakesTheBufferOver) {
     s.append("abc");
     const char* before = s.data();

@@ -2,9 +2,12 @@
 #include "udplog_fixture.h"
 
 #include <climits>
+#include <cstdio>
 #include <thread>
 
 namespace {
+
+bool snprintf_fails = false;
 
 class OpenUdpLog : public UdpLog {
 protected:
@@ -140,6 +143,13 @@ TEST_F(OpenUdpLog, ATextThatCannotBeFormattedIsNotSent) {
     EXPECT_TRUE(sockets.sent.empty());
 }
 
+TEST_F(OpenUdpLog, ARecordWhoseTagCannotBeWrittenIsNotSent) {
+    snprintf_fails = true;
+    EXPECT_EQ(push(30, "tag", "%s", "x"), -1);
+    snprintf_fails = false;
+    EXPECT_TRUE(sockets.sent.empty());
+}
+
 TEST_F(OpenUdpLog, AFailedSendLosesTheRecordAndChangesNothing) {
     sockets.sendto_fails = true;
     EXPECT_EQ(log.add(30, "x"), -1);
@@ -208,3 +218,11 @@ TEST_F(UdpLog, TheEndWithoutASocketClosesNothing) {
 }
 
 }  // namespace
+
+extern "C" int __wrap_snprintf(char* text, size_t size, const char* format, ...) {
+    va_list args;
+    va_start(args, format);
+    const int length = std::vsnprintf(text, size, format, args);
+    va_end(args);
+    return snprintf_fails ? -1 : length;
+}

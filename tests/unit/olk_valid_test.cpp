@@ -102,6 +102,15 @@ TEST(HeapWalk, SeesAListOfFreeBlocksThatRunsInACircle) {
     EXPECT_FALSE(cls.valid());
 }
 
+TEST(HeapWalk, SeesMoreBlocksHandedOutThanThereAre) {
+    size_class cls(16, 4);
+    cls.malloc_(nullptr);
+    cls.freecount = cls.heaps->freecount = UINT32_MAX;  // what the counts then agree on
+    EXPECT_FALSE(valid_with(cls, cls.heaps->bump, 5));
+    cls.freecount = cls.heaps->freecount = 3;
+    EXPECT_TRUE(cls.valid());
+}
+
 TEST(HeapWalk, TakesAHeapWhoseBlocksFillItsMapping) {
     size_class cls(504, 8);
     cls.malloc_(nullptr);
@@ -114,6 +123,12 @@ TEST(TableWalk, SeesDamageInTheFirstClassAndInTheLast) {
     olk::allocator allocator;
     EXPECT_FALSE(valid_with(allocator, allocator.classes[0]->freecount, 0));
     EXPECT_FALSE(valid_with(allocator, allocator.classes[29]->freecount, 1));
+    EXPECT_TRUE(allocator.valid());
+}
+
+TEST(TableWalk, SeesAMissingClass) {
+    olk::allocator allocator;
+    EXPECT_FALSE(valid_with(allocator, allocator.classes[3], nullptr));
     EXPECT_TRUE(allocator.valid());
 }
 
@@ -140,6 +155,40 @@ TEST(ObjectWalk, SeesCountsAboveAndBelow) {
         EXPECT_FALSE(valid_with(heap, heap.pages->freecount, wrong)) << "with the page's count agreeing";
         heap.freecount = free_slots;
     }
+}
+
+TEST(ObjectWalk, SeesMoreSlotsHandedOutThanThereAre) {
+    olk::objalloctor_<olk::spinlock> heap(page, 56);
+    const uint64_t slots = heap.pages->slotcount;
+    heap.freecount = heap.pages->freecount = UINT64_MAX;  // what the counts then agree on
+    EXPECT_FALSE(valid_with(heap, heap.pages->bump, slots + 1));
+    heap.freecount = heap.pages->freecount = slots;
+    EXPECT_TRUE(heap.valid());
+}
+
+TEST(ObjectWalk, SeesAListOfFreeSlotsThatRunsInACircle) {
+    olk::objalloctor_<olk::spinlock> heap(page, 56);
+    void* const slot = heap.malloc_(56);
+    heap.free_(slot);
+    olk::store_word(slot, slot);
+    EXPECT_FALSE(heap.valid());
+}
+
+TEST(ObjectWalk, SeesAWhollyFreePageBehindTheHead) {
+    olk::objalloctor_<olk::spinlock> heap(page, 56);
+    const uint64_t slots = heap.pages->slotcount;
+    for (uint64_t i = 0; i <= slots; ++i)
+        heap.malloc_(56);
+    ASSERT_TRUE(heap.valid());
+    olk::obj_page& behind = *heap.pages->next;
+    behind.bump = 0;
+    behind.freecount = slots;
+    heap.freecount += slots;
+    EXPECT_FALSE(heap.valid());
+    behind.bump = slots;
+    behind.freecount = 0;
+    heap.freecount -= slots;
+    EXPECT_TRUE(heap.valid());
 }
 
 }  // namespace

@@ -1,6 +1,10 @@
 //  What a cycle takes from the pool, and what it gives back.
+#include "no_memory.h"
 #include "service_platform.h"
 #include "service_publish.h"
+
+#include <cstdio>
+#include <optional>
 
 namespace {
 
@@ -39,6 +43,25 @@ TEST_F(CycleMemory, ARequestTakesItsTextsAndGivesThemAllBack) {
         EXPECT_EQ(requestsDuring(now), 4);
         EXPECT_EQ(platform::pool_blocks, blocks);
     }
+}
+
+TEST_F(CycleMemory, ACycleThatFindsNoMemoryIsLeftToTheNextOne) {
+    connect(true, false);
+    interfaces.set(Lines{"2001:db8:1:2:3:4:5:6"});
+    std::optional<NoMemory> refused;
+    platform::hooks().inet_ntop = [&refused](int, const void*, char* text, socklen_t size) -> const char* {
+        std::snprintf(text, size, "2001:db8:1:2:3:4:5:6");
+        refused.emplace();
+        return text;
+    };
+    clock = start;
+    run.publishOnce();
+    refused.reset();
+    platform::hooks().inet_ntop = nullptr;
+    EXPECT_EQ(trace.take(), Lines{});
+    EXPECT_EQ(interfaces.lists_out, 0);
+    EXPECT_EQ(puts(start + 9), 0U);
+    EXPECT_EQ(puts(start + 10), 1U);
 }
 
 TEST_F(CycleMemory, EveryInterfaceListIsFreed) {

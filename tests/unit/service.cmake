@@ -19,8 +19,9 @@ service_unit_test(service_config_test
 service_unit_test(service_publish_test
     service_publish.cpp dnsupdate_test.cpp dnsupdate_limits_test.cpp events_test.cpp publish_test.cpp
     publish_gates_test.cpp publish_records_test.cpp publish_memory_test.cpp publish_model_test.cpp
-    publish_threads_test.cpp)
+    publish_threads_test.cpp no_memory.cpp)
 
 service_unit_test(service_control_test
-    service_child.cpp runcls_test.cpp runcls_layout_test.cpp pidfile_test.cpp daemon_test.cpp daemon_signal_test.cpp)
+    service_child.cpp no_memory.cpp runcls_test.cpp runcls_layout_test.cpp runcls_memory_test.cpp pidfile_test.cpp
+    daemon_test.cpp daemon_signal_test.cpp)
 target_link_options(service_control_test PRIVATE LINKER:--wrap=pause)

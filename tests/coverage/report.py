@@ -1,0 +1,103 @@
+"""report.py BUILD EXCEPTIONS: prints what has run, a row for each file, and checks it against the exceptions.
+
+The exit status is 1 when a line or branch that has not run is not named there, when a line there no longer applies, and
+when too few branches have run.
+"""
+
+import os
+import sys
+from dataclasses import dataclass
+from pathlib import Path
+
+import counted
+
+ROOT = Path(__file__).resolve().parents[2]
+FOLDERS = ("service", "com/olklib3")
+LEAST_BRANCHES = 95.0  # per cent
+
+
+@dataclass
+class Exempt:
+    """One line of exceptions.txt."""
+
+    written: str
+    file: str
+    text: str
+    what: str
+    applies: bool = False
+
+
+def read_exceptions(path):
+    found = []
+    for written in path.read_text().splitlines():
+        if written and not written.startswith("//"):
+            fields = [field.strip() for field in written.split(" :: ")]
+            assert len(fields) == 4 and fields[3], f"FILE :: SOURCE TEXT :: WHAT :: REASON expected: {written}"
+            found.append(Exempt(written, *fields[:3]))
+    return found
+
+
+def missed(files):
+    """What has not run: file, number of the line, its text with "#2" for the second such line, and what."""
+    for name in sorted(files):
+        seen = {}
+        for number, line in sorted(files[name].items()):
+            seen[line.text] = seen.get(line.text, 0) + 1
+            text = line.text + (f" #{seen[line.text]}" if seen[line.text] > 1 else "")
+            if line.count == 0:
+                yield name, number, text, "line"
+            elif line.never_taken():
+                yield name, number, text, f"branches {line.never_taken()} of {len(line.branches)}"
+
+
+def share(part, whole):
+    return f"{100 * part / whole:.1f} %" if whole else "-"
+
+
+def row(name, lines):
+    """Name and figures. A branch of a line that has not run counts as not taken."""
+    branches = sum(len(line.branches) for line in lines)
+    taken = branches - sum(line.never_taken() for line in lines)
+    run = sum(line.count > 0 for line in lines)
+    return name, f"{run} of {len(lines)}", share(run, len(lines)), f"{taken} of {branches}", share(taken, branches)
+
+
+def print_table(files):
+    rows = [("file", "lines", "", "branches", "")]
+    rows += [row(name, files[name].values()) for name in sorted(files)]
+    for folder in FOLDERS:
+        inside = [line for name in files if name.startswith(folder + "/") for line in files[name].values()]
+        rows.append(row(folder, inside))
+    rows.append(row("all", [line for lines in files.values() for line in lines.values()]))
+    for name, *figures in rows:
+        print(f"{name:36}" + "".join(f"{figure:>14}" for figure in figures))
+
+
+def main(build, exceptions):
+    files = counted.read(ROOT, build, FOLDERS, os.cpu_count())
+    exempt = read_exceptions(exceptions)
+    print_table(files)
+    unnamed = []
+    for name, number, text, what in missed(files):
+        fitting = [one for one in exempt if (one.file, one.text, one.what) == (name, text, what)]
+        for one in fitting:
+            one.applies = True
+        if not fitting:
+            unnamed.append(f"{name}:{number} :: {text} :: {what}")
+    stale = [one.written for one in exempt if not one.applies]
+    lines = [line for file in files.values() for line in file.values()]
+    branches = sum(len(line.branches) for line in lines)
+    taken = branches - sum(line.never_taken() for line in lines)
+    too_few = 100 * taken < LEAST_BRANCHES * branches
+
+    print(f"\n{len(exempt) - len(stale)} lines with an exception that applies")
+    for title, entries in (("not run and without an exception", unnamed), ("exceptions that no longer apply", stale)):
+        if entries:
+            print(f"\n{title}:", *entries, sep="\n    ")
+    if too_few:
+        print(f"\nfewer than {LEAST_BRANCHES:.0f} % of the branches have run")
+    return 1 if unnamed or stale or too_few else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main(Path(sys.argv[1]).resolve(), Path(sys.argv[2])))
