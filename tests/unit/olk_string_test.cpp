@@ -35,6 +35,11 @@ TEST_F(String, WithoutABufferIsTheNullPointer) {
     EXPECT_TRUE(s.empty());
 }
 
+TEST_F(String, WithTextIsNotEmpty) {
+    s.append("a");
+    EXPECT_FALSE(s.empty());
+}
+
 TEST_F(String, PointsAtItsFirstCharacter) {
     s.append("abc");
     EXPECT_EQ(olk::load_word<char*>(&s), s.data());

@@ -49,15 +49,22 @@ TEST_F(ClassWalk, SeesAHeapBehindTheHeadThatHasMoreOrFewerBlocksThanTheClassSays
     EXPECT_FALSE(valid_with(cls, cls.blkperheap, 5));
 }
 
-TEST(ClassWalkOrder, SeesSuchAHeapWhoseRecordLiesInFrontOfTheHeads) {
-    void* const in_front = olk::memheap_::operator new(sizeof(olk::blk_heap));
-    size_class cls(16, 1);
-    cls.malloc_(nullptr);
-    olk::memheap_::operator delete(in_front);
-    cls.malloc_(nullptr);
-    ASSERT_EQ(cls.heaps->next, in_front);
-    EXPECT_TRUE(cls.valid());
-    EXPECT_FALSE(valid_with(cls, cls.blkperheap, 2));
+TEST(ClassWalkOrder, SeesSuchAHeapWhoseRecordLiesOnEitherSideOfTheHeads) {
+    for (const bool head_is_above : {true, false}) {
+        void* one = olk::memheap_::operator new(sizeof(olk::blk_heap));
+        void* other = olk::memheap_::operator new(sizeof(olk::blk_heap));
+        if ((one > other) != head_is_above)
+            std::swap(one, other);
+        olk::memheap_::operator delete(other);
+        olk::memheap_::operator delete(one);  // and is taken first
+        size_class cls(16, 1);
+        cls.malloc_(nullptr);
+        cls.malloc_(nullptr);
+        ASSERT_EQ(cls.heaps, one);
+        ASSERT_EQ(cls.heaps->next, other);
+        EXPECT_TRUE(cls.valid());
+        EXPECT_FALSE(valid_with(cls, cls.blkperheap, 2));
+    }
 }
 
 TEST_F(ClassWalk, SeesAHeapsCountAboveAndBelowEvenWhereTheClassesAgreesWithIt) {
@@ -174,21 +181,27 @@ TEST(ObjectWalk, SeesAListOfFreeSlotsThatRunsInACircle) {
     EXPECT_FALSE(heap.valid());
 }
 
-TEST(ObjectWalk, SeesAWhollyFreePageBehindTheHead) {
+TEST(ObjectWalk, SeesAWhollyFreePageBehindTheHeadOnEitherSideOfIt) {
     olk::objalloctor_<olk::spinlock> heap(page, 56);
     const uint64_t slots = heap.pages->slotcount;
     for (uint64_t i = 0; i <= slots; ++i)
         heap.malloc_(56);
-    ASSERT_TRUE(heap.valid());
-    olk::obj_page& behind = *heap.pages->next;
-    behind.bump = 0;
-    behind.freecount = slots;
-    heap.freecount += slots;
-    EXPECT_FALSE(heap.valid());
-    behind.bump = slots;
-    behind.freecount = 0;
-    heap.freecount -= slots;
-    EXPECT_TRUE(heap.valid());
+    for (int order = 0; order < 2; ++order) {
+        olk::obj_page& head = *heap.pages;
+        olk::obj_page& behind = *head.next;
+        ASSERT_TRUE(heap.valid());
+        const uint64_t used = std::exchange(behind.bump, 0);
+        behind.freecount += used;
+        heap.freecount += used;
+        EXPECT_FALSE(heap.valid());
+        behind.bump = used;
+        behind.freecount -= used;
+        heap.freecount -= used;
+        ASSERT_EQ(behind.next, nullptr);
+        behind.next = &head;
+        head.next = nullptr;
+        heap.pages = &behind;
+    }
 }
 
 }  // namespace
