@@ -1,0 +1,146 @@
+"""What happens to the addresses of a host: kinds of activity, each a burst of its own shape, from a fixed seed."""
+
+import random
+import time
+
+from addresses import MANAGE_TEMPORARY
+
+MOST = 450  # addresses at one time: a request of more would be longer than a datagram of the log may be
+LOOK = 0.1  # seconds between two looks for addresses that fade
+TEMPORARIES = 8  # addresses at one time that the kernel makes temporary ones beside; it keeps 16 addresses of a link
+UNPUBLISHED = ["fe80::1:1", "fec0::1", "fe90:1::1", "::192.0.2.1", "::ffff:192.0.2.2"]
+
+
+class Deck:
+    """Deals each of its cards once before any comes again, so that each kind comes in a short run, too."""
+
+    def __init__(self, cards, source):
+        self._cards, self._source, self._left = cards, source, []
+
+    def draw(self):
+        if not self._left:
+            self._left = self._source.sample(self._cards, len(self._cards))
+        return self._left.pop()
+
+
+class Activities:
+    def __init__(self, addresses, seed):
+        self._addresses = addresses
+        self._random = random.Random(seed)
+        self._usual = [f"2001:db8:aa::{number:x}" for number in range(1, 13)]
+        self._usual += [f"fd12:3456:789a::{number:x}" for number in range(1, 5)]
+        self._flood = []  # places
+        self._fresh = 0
+        kinds = [self._still, self._few, self._flicker, self._flood_or_ebb, self._renumber, self._empty]
+        self._deck = Deck(kinds + [self._lifetimes, self._twice, self._storm, self._flood_or_ebb], self._random)
+
+    def begin(self):
+        """The most addresses there ever are, so that the service has soon met the longest list."""
+        for address in UNPUBLISHED:
+            self._addresses.put(address, self._link())
+        self._pour(MOST)
+
+    def next(self):
+        self._deck.draw()()
+
+    def few(self):
+        """Changes one to three addresses without a pause."""
+        for _ in range(self._random.randint(1, 3)):
+            self._toggle()
+
+    def pause(self, seconds):
+        until = time.monotonic() + seconds
+        while (left := until - time.monotonic()) > 0:
+            time.sleep(min(LOOK, left))
+            self._addresses.look()
+
+    def _link(self):
+        return self._random.choice(self._addresses.links)
+
+    def _new(self):
+        self._fresh += 1
+        prefix = self._random.choice(("2001:db8", "2a00:1450", "fd00:aaaa", "fc01:2", "2002:c000"))
+        return f"{prefix}:{self._random.randrange(1, 1 << 16):x}::{self._fresh:x}"
+
+    def _put(self, address=None, link=None, **options):
+        place = (link or self._link(), address or self._new())
+        self._addresses.put(place[1], place[0], **options)
+        return place
+
+    def _toggle(self):
+        place = (self._random.choice(self._addresses.links), self._random.choice(self._usual))
+        if place in self._addresses.mine:
+            self._addresses.take(*place)
+        else:
+            self._put(place[1], place[0])
+
+    #  The kinds
+
+    def _still(self):
+        self.pause(self._random.uniform(1, 8))
+
+    def _few(self):
+        for _ in range(self._random.randint(1, 6)):
+            self._toggle()
+            self.pause(self._random.uniform(0, 1.5))
+
+    #  Comes and goes within one cycle, or about its end.
+    def _flicker(self):
+        for _ in range(30):
+            place = self._put()
+            self.pause(self._random.choice((0, 0.01, 0.05, 0.4)))
+            self._addresses.take(*place)
+
+    def _flood_or_ebb(self):
+        if self._flood:
+            for place in self._flood:
+                if place in self._addresses.mine:
+                    self._addresses.take(*place)
+            self._flood = []
+        else:
+            self._pour(self._random.randint(100, MOST - 100))
+
+    def _pour(self, count):
+        self._flood = [self._put() for _ in range(count)]
+
+    #  A new prefix in place of all that there was.
+    def _renumber(self):
+        self._take_all()
+        for _ in range(self._random.randint(3, 12)):
+            self._put()
+
+    def _take_all(self):
+        for place in list(self._addresses.mine):
+            if place[1] not in UNPUBLISHED:
+                self._addresses.take(*place)
+        self._flood = []
+
+    def _empty(self):
+        self._take_all()
+        for address in UNPUBLISHED[:2]:
+            place = next((place for place in self._addresses.mine if place[1] == address), None)
+            if place:
+                self._addresses.take(*place)
+                self._put(address)
+
+    def _lifetimes(self):
+        self._put(preferred=0)
+        self._put(preferred=self._random.randint(1, 4))
+        self._put(preferred=1, valid=self._random.randint(2, 6))
+        self._put(preferred=3, valid=self._random.randint(7, 12))
+        with_temporaries = [place for place, prefix in self._addresses.mine.items() if prefix == 64]
+        if len(with_temporaries) >= TEMPORARIES:
+            self._addresses.take(*with_temporaries[0])
+        self._put(link=self._addresses.links[1], flags=MANAGE_TEMPORARY, prefix=64)
+
+    def _twice(self):
+        address = self._new()
+        for link in self._addresses.links:
+            self._put(address, link)
+
+    #  Some ten changes a second over more than one cycle.
+    def _storm(self):
+        until = time.monotonic() + self._random.uniform(8, 14)
+        while time.monotonic() < until:
+            self._toggle()
+            self.pause(self._random.expovariate(15))

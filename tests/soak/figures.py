@@ -1,0 +1,64 @@
+"""What a service costs, and whether it grows. Sampled while the service is at rest and connected to both files, so that
+no call has a file open and every run of the service has the same descriptors.
+"""
+
+import statistics
+import time
+
+WARM_UP = 180.0  # seconds until nothing may grow any more; a third of a shorter soak
+SEVERAL = 3  # samples that a figure is the median of
+
+#  What may be more at the end. RssAnon, kB: the heap's pages that are touched when the main thread and the two of the
+#  client library are at their largest in the same moment. VmData, kB: the service has the C library give memory back
+#  from 1 MB on. Both also have what SQLite keeps of a database that has grown. The descriptor is the C library's own
+#  for syslog, opened with the first line.
+STRAY = {"RssAnon": 192, "VmData": 1024, "descriptors": 1, "threads": 0}
+MEMORY = ("RssAnon", "VmData")
+
+
+class Figures:
+    """seconds: how long the soak is to take."""
+
+    def __init__(self, service, seconds):
+        self._service = service
+        self._warm_up = min(WARM_UP, seconds / 3)
+        self._runs = {}  # number of the start -> [(moment, figures)]
+
+    def sample(self):
+        if found := self._service.figures():
+            self._runs.setdefault(self._service.starts, []).append((time.monotonic(), found))
+
+    def last(self, name):
+        samples = self._runs.get(self._service.starts)
+        return samples[-1][1][name] if samples else 0
+
+    def most(self, name):
+        return max((found[name] for samples in self._runs.values() for _, found in samples), default=0)
+
+    def processor_time(self):
+        return sum(samples[-1][1]["cpu"] for samples in self._runs.values())
+
+    def _course(self, name, samples):
+        """The figure after the warming up, in the middle and at the end, or nothing for a run that was too short."""
+        after = [found[name] for moment, found in samples if moment >= samples[0][0] + self._warm_up]
+        if len(after) < 2 * SEVERAL:
+            return None
+        middle = (len(after) - SEVERAL) // 2
+        pieces = after[:SEVERAL], after[middle : middle + SEVERAL], after[-SEVERAL:]
+        return [round(statistics.median(piece)) for piece in pieces]
+
+    def growths(self, database):
+        """Complaints about what grew in any of the runs. database: its size in kB."""
+        found = []
+        for samples in self._runs.values():
+            for name, stray in STRAY.items():
+                course = self._course(name, samples)
+                if course and course[2] > course[0] + stray + (database if name in MEMORY else 0):
+                    found.append(f"{name} grew: {course}")
+        return found
+
+    def rows(self):
+        """The table's rows for the longest run."""
+        longest = max(self._runs.values(), key=len)
+        courses = [(name, self._course(name, longest)) for name in STRAY]
+        return [(f"{name} early, in the middle, late", ", ".join(map(str, c))) for name, c in courses if c]

@@ -1,0 +1,96 @@
+"""The log of one service as records, from a UDP log server or from the file that its console goes to.
+
+    records.take() -> [Record, ...]     what has come since the last call
+
+A record's time is the receiver's for a datagram and the service's own for the console.
+"""
+
+import datetime
+import json
+import re
+import socket
+import threading
+import time
+from dataclasses import dataclass
+from pathlib import Path
+
+from netns import inside
+
+LEVELS = {10: "err", 20: "wrn", 30: "inf", 31: "mor", 40: "dbg"}
+_LINE = re.compile(r"\[(\d+/\d+/\d+ \d\d:\d\d:\d\d\.\d{6})\] \[(\w+)\] (.*)", re.DOTALL)
+BUFFER = 64 << 20  # bytes that the kernel may keep for the log server; no datagram is to be lost
+
+
+@dataclass
+class Record:
+    time: float
+    level: str  # empty for a line of the console that is no record
+    text: str
+
+
+class UdpLog:
+    """A log server in the sandbox's network."""
+
+    def __init__(self, sandbox):
+        self._socket = inside(sandbox, lambda: socket.socket(socket.AF_INET, socket.SOCK_DGRAM))
+        self._socket.setsockopt(socket.SOL_SOCKET, 33, BUFFER)  # SO_RCVBUFFORCE
+        self._socket.bind(("127.0.0.1", 0))
+        self.url = f"udp://127.0.0.1:{self._socket.getsockname()[1]}/soak?level=dbg"
+        self._records = []
+        self._lock = threading.Lock()
+        threading.Thread(target=self._receive, daemon=True).start()
+
+    def _receive(self):
+        while True:
+            data = self._socket.recv(1 << 16)
+            header, _, text = data.partition(b"\n")
+            fields = json.loads(header)
+            level = LEVELS[fields["level"]] if (fields["order"], fields["cabin"]) == ("wlog", "soak") else "?"
+            with self._lock:
+                self._records.append(Record(time.time(), level, text.decode()))
+
+    def take(self):
+        with self._lock:
+            taken, self._records = self._records, []
+        return taken
+
+    def lost(self):
+        """Datagrams that the kernel threw away: the count of SO_MEMINFO (socket(7)) behind eight others."""
+        return int.from_bytes(self._socket.getsockopt(socket.SOL_SOCKET, 55, 64)[32:36], "little")
+
+
+class ConsoleLog:
+    """Follows the file that a console run writes to."""
+
+    url = "stdout"
+
+    def __init__(self, path):
+        self._path = Path(path)
+        self._path.write_bytes(b"")
+        self._read = 0
+        self._rest = ""
+
+    def has_started(self):
+        return b"Start success!" in self._path.read_bytes()
+
+    def take(self):
+        with self._path.open("rb") as file:
+            file.seek(self._read)
+            data = file.read()
+        self._read += len(data)
+        *lines, self._rest = (self._rest + data.decode()).split("\n")
+        return self._records(lines)
+
+    @staticmethod
+    def _records(lines):
+        found = []
+        for line in lines:
+            if match := _LINE.fullmatch(line):
+                moment = datetime.datetime.strptime(match[1], "%Y/%m/%d %H:%M:%S.%f").timestamp()
+                found.append(Record(moment, match[2], match[3]))
+            elif line.strip():
+                found.append(Record(0.0, "", line))
+        return found
+
+    def lost(self):
+        return 0

@@ -1,0 +1,140 @@
+"""soak.py BUILD MINUTES: two services for so long in real time, in namespaces of their own; a table at the end.
+
+    steady      runs from the beginning to the end, in the background, with a UDP log; files on the disk
+    restless    is ended and started again, now on the console and now in the background; files in a small file system
+                in memory, which is full at times
+
+Requires: private mount, network, IPC and PID namespaces around it (scripts/soak makes them).
+"""
+
+import contextlib
+import subprocess
+import sys
+import tempfile
+import time
+from pathlib import Path
+
+sys.path.insert(1, str(Path(__file__).parents[1] / "support"))
+
+from life import Life  # noqa: E402
+
+SEED = 20251121
+SMALL = "12m"  # of the file system that is filled
+LINES = 30.0  # seconds between two lines of progress
+ENOUGH_CHANGES = 5000 / 30  # a minute
+
+
+def progress(elapsed, lives):
+    changes = sum(life.addresses.ledger.changes for life in lives)
+    rows = sum(life.witness.rows for life in lives)
+    checks = sum(life.checks for life in lives)
+    resident = " ".join(str(life.figures.last("VmRSS")) for life in lives)
+    complaints = sum(len(life.complaints) for life in lives)
+    print(
+        f"{int(elapsed) // 60:3}:{int(elapsed) % 60:02}  changes {changes:6}  publishes {rows:4}  checks {checks:4}"
+        f"  RSS {resident} kB  complaints {complaints}",
+        flush=True,
+    )
+
+
+def watch(lives):
+    """Shows progress and complaints until both lives are over. Returns the seconds that it took."""
+    began = time.monotonic()
+    shown = [0] * len(lives)
+    next_line = LINES
+    while any(life.thread.is_alive() for life in lives):
+        for life in lives:
+            life.thread.join(1)
+        for number, life in enumerate(lives):
+            for complaint in life.complaints[shown[number] :]:
+                print("  !", complaint, flush=True)
+            shown[number] = len(life.complaints)
+        if (elapsed := time.monotonic() - began) >= next_line:
+            progress(elapsed, lives)
+            next_line += LINES
+    return time.monotonic() - began
+
+
+def table_of(life):
+    witness, troubles, figures = life.witness, life.troubles, life.figures
+    return [
+        ("changes of addresses", life.addresses.ledger.changes),
+        ("addresses at one time, most", life.most),
+        ("checks after the addresses were left alone", life.checks),
+        ("values in the database's history", witness.rows),
+        ("requests to the hosts file, answers", f"{witness.requests}, {witness.replies}"),
+        ("latest, untroubled", f"{life.worst['untroubled']:.2f} s"),
+        ("latest after a trouble's end", f"{life.worst['troubled']:.2f} s"),
+        ("looks into the database, failed on a full disk", f"{life.database.reads}, {life.database.excused_reads}"),
+        ("looks into the hosts file", life.hosts.reads),
+        ("edits of the hosts file by another hand", life.hosts.edits),
+        ("times locked, full", f"{troubles.count('lock')}, {troubles.count('full')}"),
+        ("errors in the log", witness.errors),
+        ("starts, other commands", f"{life.service.starts}, {life.commands - life.service.starts}"),
+        *figures.rows(),
+        ("resident, most", f"{figures.most('VmRSS')} kB"),
+        ("processor time", f"{figures.processor_time():.2f} s"),
+        ("size of the database", f"{life.size} kB"),
+        ("complaints", len(life.complaints)),
+    ]
+
+
+def show(tables):
+    print(f"\n| {'':50} | {'steady':>20} | {'restless':>20} |\n| :{'-' * 49} | {'-' * 19}: | {'-' * 19}: |")
+    names = list(dict.fromkeys(name for table in tables for name, _ in table))
+    for name in names:
+        cells = [str(dict(table).get(name, "")) for table in tables]
+        print(f"| {name:50} | {cells[0]:>20} | {cells[1]:>20} |")
+
+
+@contextlib.contextmanager
+def workshop():
+    """A folder with the folder "tiny" in it, a small file system in memory."""
+    with tempfile.TemporaryDirectory(prefix="addrpubd-soak.", dir="/tmp") as work:
+        tiny = Path(work, "tiny")
+        tiny.mkdir()
+        subprocess.run(["mount", "-t", "tmpfs", "-o", f"size={SMALL}", "tmpfs", tiny], check=True)
+        try:
+            yield work
+        finally:
+            subprocess.run(["umount", "--lazy", tiny], check=True)
+
+
+def make_lives(build, work, seconds):
+    Path(work, "data").mkdir()
+    restart = max(20.0, seconds / 6)
+    return [
+        Life("steady", build, f"{work}/steady", f"{work}/data", SEED, seconds),
+        Life("restless", build, f"{work}/restless", f"{work}/tiny", SEED + 1, seconds, restart=restart, tiny=True),
+    ]
+
+
+def soak(build, seconds):
+    """Returns the two lives, which are over, their tables, and how many seconds it took."""
+    with workshop() as work:
+        lives = make_lives(build, work, seconds)
+        for life in lives:
+            life.thread.start()
+        took = watch(lives)
+        tables = [table_of(life) for life in lives]
+        for life in lives:
+            life.close()
+    return lives, tables, took
+
+
+def main():
+    build, seconds = sys.argv[1], float(sys.argv[2]) * 60
+    lives, tables, took = soak(build, seconds)
+    changes = sum(life.addresses.ledger.changes for life in lives)
+    complaints = [complaint for life in lives for complaint in life.complaints]
+    if changes < ENOUGH_CHANGES * seconds / 60:
+        complaints.append(f"only {changes} changes")
+    show(tables)
+    print(f"\n{took:.0f} s, {changes} changes, {len(complaints)} complaints")
+    for complaint in complaints:
+        print("  !", complaint)
+    return 1 if complaints else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())
