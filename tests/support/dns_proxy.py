@@ -8,6 +8,7 @@ A behaviour is a function of one Exchange, called for each query on a thread of 
 sandbox's network namespace as its sockets are. When it returns False the connection is closed.
 """
 
+import contextlib
 import socket
 import threading
 
@@ -147,6 +148,7 @@ class Proxy:
         self._listener.shutdown(socket.SHUT_RDWR)
         self._listener.close()
         for client in list(self._open):
-            client.shutdown(socket.SHUT_RDWR)
+            with contextlib.suppress(OSError):  # it has gone by itself
+                client.shutdown(socket.SHUT_RDWR)
         for thread in self._threads:
             thread.join(PATIENCE)

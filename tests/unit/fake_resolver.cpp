@@ -88,7 +88,7 @@ int FakeResolver::answer_made(const std::vector<std::string>& addresses, addrinf
             ipv6.sin6_family = AF_INET6;
             std::memcpy(&entry.address, &ipv6, sizeof ipv6);
         } else {
-            entry.address.ss_family = AF_UNIX;
+            entry.address.ss_family = addresses[i] == "packet" ? AF_PACKET : AF_UNIX;
         }
         entry.info.ai_family = entry.address.ss_family;
         entry.info.ai_addr = reinterpret_cast<sockaddr*>(&entry.address);

@@ -23,8 +23,8 @@ public:
     FakeResolver(const FakeResolver&) = delete;
     FakeResolver& operator=(const FakeResolver&) = delete;
 
-    //  Gives a name its answer: addresses in the resolver's order, each IPv4 or IPv6, or "local" for an entry of another
-    //  family. No addresses at all is a success with an empty list.
+    //  Gives a name its answer: addresses in the resolver's order, each IPv4 or IPv6, or "local" or "packet" for an entry
+    //  of another family, whose number is below or above. No addresses at all is a success with an empty list.
     void add(const std::string& name, std::vector<std::string> addresses);
 
     //  Lets literals be answered from their text too, which is much faster than the real resolver.

@@ -89,7 +89,7 @@ TEST_F(Resolve, AnEmptyListIsAFailure) {
 }
 
 TEST_F(Resolve, EntriesOfOtherFamiliesAreSkipped) {
-    resolver.add("mixed.example", {"local", "192.0.2.1", "local", "2001:db8::1", "local"});
+    resolver.add("mixed.example", {"local", "packet", "192.0.2.1", "local", "2001:db8::1", "packet"});
     EXPECT_EQ(resolve("mixed.example"), 0);
     EXPECT_EQ(texts(), "192.0.2.1 2001:db8::1");
 }
