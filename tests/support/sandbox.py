@@ -16,8 +16,10 @@ import subprocess
 import time
 from pathlib import Path
 
+import surroundings
+
 AGENT = Path(__file__).with_name("sandbox_agent.py")
-PATIENCE = 30.0  # seconds before a test gives up on something that is certain to come unless the program is wrong
+PATIENCE = 30.0 * surroundings.PATIENCE  # seconds before a test gives up on something that is certain to come unless the program is wrong
 PIPE_SIZE = 1 << 20  # no program under test writes so much that it waits for the test to read
 
 
@@ -112,6 +114,7 @@ class Sandbox:
         self._socket = ours
         self._socket.settimeout(PATIENCE)
         self._processes = []
+        self._place = surroundings.nowhere()
         command = ["unshare", "--mount", "--ipc", "--net", "--pid", "--fork", "--mount-proc"]
         command += ["/usr/bin/python3", "-I", "-S", str(AGENT), str(theirs.fileno())]
         self._unshare = subprocess.Popen(command, pass_fds=[theirs.fileno()], stdin=subprocess.DEVNULL)
@@ -121,6 +124,7 @@ class Sandbox:
         self.run("mount", "-t", "tmpfs", "-o", "mode=755", "tmpfs", "/run")
         self.run("mount", "-t", "tmpfs", "-o", "mode=755", "tmpfs", "/mnt")
         self.run("ip", "link", "set", "lo", "up")
+        self._place = surroundings.place_in(self)
 
     def close(self):
         for process in self._processes:
@@ -146,8 +150,7 @@ class Sandbox:
             ours, theirs = os.pipe()
             fcntl.fcntl(ours, fcntl.F_SETPIPE_SZ, PIPE_SIZE)
         given = stdin if stdin is not None else (theirs if tty else os.open("/dev/null", os.O_RDONLY))
-        environment = {name: os.environ[name] for name in ("PATH", "TZ", "LC_ALL", "LANG") if name in os.environ}
-        message = {"op": "spawn", "argv": [str(word) for word in argv], "env": environment | (env or {})}
+        message = {"op": "spawn", "argv": self._place.command(argv), "env": self._place.environment(argv, env or {})}
         message |= {"cwd": str(cwd), "tty": tty, "uid": uid, "umask": umask}
         answer, passed = self.request(message, [given, theirs, theirs])
         os.close(theirs)

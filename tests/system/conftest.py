@@ -11,6 +11,7 @@ sys.path.insert(0, str(Path(__file__).parents[1] / "support"))
 
 import host as host_module  # noqa: E402
 import sandbox  # noqa: E402
+import surroundings  # noqa: E402
 import world as world_module  # noqa: E402
 
 SKIPPED = 77  # the exit status that ctest takes for "not run"
@@ -26,10 +27,25 @@ def pytest_sessionstart():
 
 def pytest_sessionfinish(session, exitstatus):
     """A run that skipped every test tells ctest so."""
+    surroundings.tally(session.config.pluginmanager.get_plugin("terminalreporter"))
     if exitstatus in (pytest.ExitCode.OK, pytest.ExitCode.NO_TESTS_COLLECTED):
         found = session.config.pluginmanager.get_plugin("terminalreporter").stats
         if found.get("skipped") and not found.get("passed"):
             session.exitstatus = SKIPPED
+
+
+def pytest_collection_modifyitems(items):
+    for item in items:
+        if reason := surroundings.reason_to_skip(item.name):
+            item.add_marker(pytest.mark.skip(reason=reason))
+
+
+@pytest.fixture(autouse=True)
+def memory():
+    """Fails the test in which memcheck found something, once all that the test started has ended."""
+    yield
+    found = surroundings.memory_errors()
+    assert not found, found
 
 
 @pytest.fixture

@@ -18,6 +18,7 @@ import signal
 import time
 from pathlib import Path
 
+import surroundings
 from clock import Clock
 from faults import Faults
 from host import BUILD, DIRECTORY, DNS, PIDFILE, RDB, Host
@@ -26,7 +27,7 @@ from sandbox import wait_until
 
 HERE = Path(__file__).parent
 CYCLES = 3
-HANGS = 10.0  # seconds after which a program that does not come to rest is taken to hang
+HANGS = 10.0 * surroundings.PATIENCE  # seconds after which a program that does not come to rest is taken to hang
 TODAY = "2025/4/11 "
 EMPTY = "(an empty line)"
 STAMP = re.compile(r"\[(?P<stamp>\d+/\d+/\d+ [\d:.]+)\] (?P<record>\[.*)")
@@ -131,7 +132,7 @@ class Bench:
                     name, state = (entry / "stat").read_text().split(" ", 1)[1].rsplit(") ", 1)
                 except (FileNotFoundError, ProcessLookupError):
                     continue
-                if name == "(addrpubd":
+                if name == f"({surroundings.COMM}":
                     found[int(entry.name)] = state[0]
         return found
 
@@ -143,14 +144,15 @@ class Bench:
 
     def lock_holders(self):
         """The pids that hold a lock on the pid file; -1 for a holder without one. A lock that is taken again while the list
-        is read may be in it twice.
+        is read may be in it twice, and so are the locks without a pid of the whole machine, on other devices.
         """
         file = self.host.sandbox.path(PIDFILE)
         if not file.exists():
             return []
-        inode = f":{file.stat().st_ino}"
+        status = file.stat()
+        name = f"{os.major(status.st_dev):02x}:{os.minor(status.st_dev):02x}:{status.st_ino}"
         locks = [line.split() for line in self.host.sandbox.path("/proc/locks").read_text().splitlines()]
-        return sorted({int(lock[4]) for lock in locks if lock[1] != "->" and lock[5].endswith(inode)})
+        return sorted({int(lock[4]) for lock in locks if lock[1] != "->" and lock[5] == name})
 
     def _listen(self):
         command = ["/usr/bin/python3", "-I", "-S", HERE / "udp_receiver.py", "127.0.0.1", "5140"]
@@ -217,7 +219,7 @@ class Run:
         self.ends(process)
 
     def _note_state(self, process):
-        descriptors = os.listdir(self.host.sandbox.path(f"/proc/{process.pid}/fd"))
+        descriptors = surroundings.descriptors(self.host.sandbox.path(f"/proc/{process.pid}/fd"))
         self.lines.append(f"= descriptors {len(descriptors)}")
         if self.bench.lock_holders() == [process.pid]:
             self.lines.append("= it holds the lock")

@@ -11,13 +11,14 @@ import signal
 import time
 
 import pytest
+import surroundings
 from clock import Clock
 from host import BUILD, DIRECTORY, PIDFILE, Host
 from sandbox import PATIENCE, wait_until
 
 ROUNDS = int(os.environ.get("ADDRPUBD_ROUNDS", "1000"))
 ROUNDS_PER_HOST = 25
-SLOW = 2.0  # seconds
+SLOW = 2.0 * surroundings.PATIENCE  # seconds
 
 NOT_RUN = b"\naddrpubd not run!\n\n"
 RUNNING = b"\naddrpubd is runing!\n\n"
@@ -47,7 +48,7 @@ def living(host):
                 name, state = (entry / "stat").read_text().split(" ", 1)[1].rsplit(") ", 1)
             except (FileNotFoundError, ProcessLookupError):
                 continue
-            if name in ("(addrpubd", "(python3") and state[0] not in "ZX":
+            if name in (f"({surroundings.COMM}", "(python3") and state[0] not in "ZX":
                 found.add(int(entry.name))
     return found
 

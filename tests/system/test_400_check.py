@@ -1,5 +1,6 @@
 """addrpubd-check: its command line, its exit statuses, the modes of the file, and the ini files of the repository."""
 
+import errno
 import os
 import re
 import shutil
@@ -7,6 +8,7 @@ import subprocess
 from pathlib import Path
 
 import pytest
+import surroundings
 from host import BUILD
 
 PROGRAM = (BUILD / "addrpubd-check").resolve()
@@ -23,9 +25,14 @@ OUTSIDE = re.compile(
 )
 
 
+def run(*argv, **options):
+    place = surroundings.outside()
+    return subprocess.run(place.command(argv), env=place.environment(argv, dict(os.environ)), check=False, **options)
+
+
 def check(*words, program=PROGRAM, **options):
     """Runs the tool. Returns its status, output and error output."""
-    done = subprocess.run([program, *words], capture_output=True, check=False, text=True, **options)
+    done = run(program, *words, capture_output=True, text=True, **options)
     return done.returncode, done.stdout, done.stderr
 
 
@@ -71,7 +78,7 @@ def test_474_a_file_that_is_not_there_gives_status_2(tmp_path):
     path = tmp_path / "missing.ini"
     status, output, errors = check(path)
     assert (status, errors) == (2, "")
-    assert output.startswith(f"{path}: error: it cannot be opened (No such file or directory)")
+    assert output.startswith(f"{path}: error: it cannot be opened ({os.strerror(errno.ENOENT)})")
 
 
 @pytest.mark.parametrize("words", [("a", "b"), ("-x",), ("--help", "a"), ("",)])
@@ -121,7 +128,7 @@ def test_479_another_user_learns_that_the_file_cannot_be_opened():
         path.chmod(0o600)
         status, output, _ = check(path, program=program, user=65534, group=65534, extra_groups=[])
         assert status == 2
-        assert output.startswith(f"{path}: error: it cannot be opened (Permission denied)")
+        assert output.startswith(f"{path}: error: it cannot be opened ({os.strerror(errno.EACCES)})")
     finally:
         shutil.rmtree(folder)
 
@@ -150,7 +157,7 @@ def test_481_a_pipe_is_read_like_a_file():
 
 def test_482_output_that_cannot_be_written_gives_status_2(ini):
     with open("/dev/full", "wb") as full:
-        done = subprocess.run([PROGRAM, ini(GOOD)], stdout=full, stderr=subprocess.PIPE, check=False)
+        done = run(PROGRAM, ini(GOOD), stdout=full, stderr=subprocess.PIPE)
     assert done.returncode == 2
     assert b"cannot be written" in done.stderr
 

@@ -2,11 +2,13 @@
 other side expects, and of the other side's answers exactly the genuine ones are taken."""
 
 import base64
+import os
 import random
 import subprocess
 import types
 
 import pytest
+import surroundings
 from host import BUILD
 
 dns = pytest.importorskip("dns")
@@ -35,7 +37,10 @@ class Oracle:
     """The program, and the words of the request it made last."""
 
     def __init__(self):
-        self.process = subprocess.Popen([ORACLE], stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True)
+        place = surroundings.outside()
+        environment = place.environment([ORACLE], dict(os.environ))
+        pipes = {"stdin": subprocess.PIPE, "stdout": subprocess.PIPE, "text": True}
+        self.process = subprocess.Popen(place.command([ORACLE]), env=environment, **pipes)
 
     def ask(self, *words):
         self.process.stdin.write(" ".join(str(word) for word in words) + "\n")

@@ -2,6 +2,7 @@
 
 #include "size_class_fixture.h"
 
+#include <clocale>
 #include <csignal>
 #include <cstddef>
 #include <cstring>
@@ -325,17 +326,22 @@ TEST_F(BlkAlloctor, WithoutAHeapRecordTheRequestGetsNullAndNothingIsMapped) {
     EXPECT_EQ(cls.freecount, 0u);
 }
 
-//  The whole line that the C library prints when the assertion of a broken class fails.
+//  The whole line that the C library prints in its own language when the assertion of a broken class fails.
 std::string broken_class_line() {
     return std::string(program_invocation_short_name) +
            ": ../com/olklib3/olk_alloctor:597: void* olk::blk_alloctor<LOCK>::malloc_(size_t*) [with LOCK = "
            "olk::spinlock; size_t = long unsigned int]: Assertion `pret != nullptr' failed.\n";
 }
 
+void take_untranslated(size_class& cls) {
+    std::setlocale(LC_MESSAGES, "C");
+    cls.malloc_(nullptr);
+}
+
 TEST(BlkAlloctorDeathTest, AFreeCountWithoutAnyHeapAbortsWithItsFixedLine) {
     size_class cls(16, 4);
     cls.freecount = 1;
-    EXPECT_EXIT(cls.malloc_(nullptr), testing::KilledBySignal(SIGABRT), testing::Eq(broken_class_line()));
+    EXPECT_EXIT(take_untranslated(cls), testing::KilledBySignal(SIGABRT), testing::Eq(broken_class_line()));
 }
 
 TEST(BlkAlloctorDeathTest, AFreeCountWithFullHeapsOnlyAbortsWithItsFixedLine) {
@@ -343,7 +349,7 @@ TEST(BlkAlloctorDeathTest, AFreeCountWithFullHeapsOnlyAbortsWithItsFixedLine) {
     for (int i = 0; i < 8; ++i)
         cls.malloc_(nullptr);
     cls.freecount = 1;
-    EXPECT_EXIT(cls.malloc_(nullptr), testing::KilledBySignal(SIGABRT), testing::Eq(broken_class_line()));
+    EXPECT_EXIT(take_untranslated(cls), testing::KilledBySignal(SIGABRT), testing::Eq(broken_class_line()));
 }
 
 }  // namespace

@@ -125,7 +125,7 @@ TEST(DnsBackend, OpenFailsWithoutAServer) {
         DnsServer server([](const SeenRequest&) { return Reaction{}; });
         url = server.url();
     }
-    EXPECT_EQ(backendOf(url)->open(plainWaiter).reason, "cannot be reached: Connection refused");
+    EXPECT_EQ(backendOf(url)->open(plainWaiter).reason, "cannot be reached: " + errorText(ECONNREFUSED));
 }
 
 TEST(DnsBackend, APasswordThatIsNoSecretFailsTheOpen) {

@@ -106,8 +106,7 @@ TEST_F(RedisBackend, NeedsNoPermissionToNameItself) {
 TEST_F(RedisBackend, ReadsThePasswordFileAtEachOpen) {
     const Folder folder;
     use("", {"u", "file:" + folder.file("secret")});
-    EXPECT_EQ(open().reason,
-              "the password file " + folder.file("secret") + " cannot be read: No such file or directory");
+    EXPECT_EQ(open().reason, "the password file " + folder.file("secret") + " cannot be read: " + errorText(ENOENT));
     for (const char* secret : {"one", "two"}) {
         writeText(folder.file("secret"), secret);
         opened();

@@ -51,7 +51,7 @@ TEST(Secret, AFileIsReadAnewEachTime) {
 TEST(Secret, AFileThatHoldsNoneIsRefusedByItsName) {
     const Folder folder;
     const std::string path = folder.file("p");
-    EXPECT_EQ(refusal("file:" + path), "the password file " + path + " cannot be read: No such file or directory");
+    EXPECT_EQ(refusal("file:" + path), "the password file " + path + " cannot be read: " + opentest::errorText(ENOENT));
     writeText(path, "\n");
     EXPECT_EQ(refusal("file:" + path), "the password file " + path + " is empty");
     EXPECT_NE(refusal("file:" + folder.path()), "");

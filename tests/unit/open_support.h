@@ -57,6 +57,11 @@ inline void writeText(const std::string& path, const std::string& text) {
     std::ofstream(path, std::ios::binary | std::ios::trunc) << text;
 }
 
+//  What the C library calls an error, in the language of the locale.
+inline std::string errorText(int error) {
+    return std::strerror(error);
+}
+
 //  Repeats condition until it holds. Returns false at the limit.
 template <class Condition>
 bool eventually(Condition condition) {

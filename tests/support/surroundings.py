@@ -1,0 +1,170 @@
+"""What the programs under test run in, beyond what they inherit. Without these variables they run as they are.
+
+    ADDRPUBD_DECIMAL_MARK=,   each is in the locale that LC_ALL and LOCPATH name (localeshim.cpp), and ends at once unless
+                              numbers are written with this mark there
+    ADDRPUBD_UNDER=memcheck   each runs under valgrind's memcheck; an error or a definite leak in any of its processes fails
+                              the test, however the process ended
+    ADDRPUBD_PATIENCE=4       how many times longer than usual a test waits before it gives up
+    ADDRPUBD_TALLY=FILE       the outcome of each system test is appended to the file, one JSON object a line
+    ADDRPUBD_BUILD=FOLDER     the build folder to test
+
+scripts/surroundings sets them.
+"""
+
+import atexit
+import json
+import locale
+import os
+import shutil
+import tempfile
+from pathlib import Path
+
+BUILD = Path(os.environ.get("ADDRPUBD_BUILD", "."))
+DECIMAL_MARK = os.environ.get("ADDRPUBD_DECIMAL_MARK")
+MEMCHECK = os.environ.get("ADDRPUBD_UNDER") == "memcheck"
+PATIENCE = float(os.environ.get("ADDRPUBD_PATIENCE", "1"))
+TALLY = os.environ.get("ADDRPUBD_TALLY")
+
+PROGRAMS = {"addrpubd", "other", "addrpubd-check", "dns_oracle"}
+AGENTS = {"rdb_client_agent.py"}  # scripts of Python that load the client library under test
+PASSED_ON = ("PATH", "TZ", "LC_ALL", "LANG")
+
+#  The name of a process that runs the executable, as the kernel tells it in /proc.
+COMM = "memcheck-amd64-" if MEMCHECK else "addrpubd"
+
+#  The tool itself: the launcher in front of it would load the shims that are meant for the program.
+_TOOL = "/usr/libexec/valgrind/memcheck-amd64-linux"
+_OPTIONS = ["-q", "--trace-children=yes", "--vgdb=no", "--error-exitcode=99", "--leak-check=full"]
+_OPTIONS += ["--show-leak-kinds=definite", "--errors-for-leak-kinds=definite", "--num-callers=30"]
+_OPTIONS += ["--soname-synonyms=somalloc=nouserintercepts"]  # the malloc of the shim that lets it fail stays in place
+_SUPPRESSIONS = Path(__file__).with_name("valgrind.supp")
+_SHIM = BUILD / "tests/liblocaleshim.so"
+
+_BY_SHELL = "a shell closes the standard descriptors and starts the executable; memcheck is not put in between"
+_NO_TEXT = "a number has no text, which no C library brings about: the count of -1 is left for the kernel to refuse"
+
+#  Beginnings of test names, with the reason.
+NOT_UNDER_MEMCHECK = {
+    "test_309_": _BY_SHELL,
+    "test_310_": _BY_SHELL,
+    "test_335_": _BY_SHELL,
+    "test_500_a_failure_ends_as_the_table_says[-run:first:snprintf-1-once": _NO_TEXT,
+}
+
+
+#  The texts of errors come from the locale as well.
+if DECIMAL_MARK:
+    locale.setlocale(locale.LC_ALL, "")
+
+
+def reason_to_skip(test):
+    """Why the test means nothing here, or None."""
+    reasons = NOT_UNDER_MEMCHECK if MEMCHECK else {}
+    return next((reason for start, reason in reasons.items() if test.startswith(start)), None)
+
+
+class Place:
+    """Where programs run: the folders that hold, as they see them, the shim, the locales and memcheck's logs."""
+
+    def __init__(self, shim, locales, logs):
+        self._shim, self._locales, self._logs = str(shim), str(locales), str(logs)
+
+    def environment(self, argv, given):
+        """The environment of a program, with given on top."""
+        passed = {name: os.environ[name] for name in PASSED_ON if name in os.environ}
+        if "LOCPATH" in os.environ:
+            passed["LOCPATH"] = self._locales
+        tested = {Path(word).name for word in map(str, argv)} & (PROGRAMS | AGENTS)
+        if DECIMAL_MARK and tested:
+            passed["ADDRPUBD_DECIMAL_MARK"] = DECIMAL_MARK
+            given = given | {"LD_PRELOAD": f"{self._shim} {given.get('LD_PRELOAD', '')}".rstrip()}
+        if MEMCHECK and tested:
+            passed["VALGRIND_LAUNCHER"] = shutil.which("valgrind") or "valgrind"
+        return passed | given
+
+    def command(self, argv):
+        """The words that start a program."""
+        words = [str(word) for word in argv]
+        if not MEMCHECK or Path(words[0]).name not in PROGRAMS:
+            return words
+        return [_TOOL, *_OPTIONS, f"--suppressions={self._logs}/{_SUPPRESSIONS.name}", f"--log-file={self._logs}/%p.log", *words]
+
+
+def nowhere():
+    """The place of programs that are not under test."""
+    return Place("", "", "")
+
+
+def place_in(sandbox):
+    """Prepares a fresh sandbox. Returns its place."""
+    if DECIMAL_MARK:
+        shutil.copy(_SHIM, sandbox.path("/mnt"))
+        _bind(sandbox, os.environ["LOCPATH"], "/mnt/locales")
+    if MEMCHECK:
+        _bind(sandbox, _new_folder(), "/mnt/memcheck")
+    return Place(f"/mnt/{_SHIM.name}", "/mnt/locales", "/mnt/memcheck")
+
+
+def _bind(sandbox, folder, inside):
+    sandbox.path(inside).mkdir()
+    sandbox.run("mount", "--bind", Path(folder).resolve(), inside)
+
+
+#  Memcheck's logs: a folder for each sandbox, since a pid is unique in one only, and one for programs outside.
+
+_folders = []
+
+
+def _new_folder():
+    folder = Path(tempfile.mkdtemp(prefix="addrpubd-memcheck-"))
+    folder.chmod(0o1777)
+    shutil.copy(_SUPPRESSIONS, folder)
+    (folder / _SUPPRESSIONS.name).chmod(0o644)
+    _folders.append(folder)
+    atexit.register(shutil.rmtree, folder, ignore_errors=True)
+    return folder
+
+
+def outside():
+    """The place of programs that run beside the test."""
+    global _outside
+    if _outside is None:
+        _outside = Place(_SHIM.resolve(), os.environ.get("LOCPATH", ""), _new_folder() if MEMCHECK else "")
+    return _outside
+
+
+_outside = None
+
+
+def descriptors(folder):
+    """The open descriptors in the fd folder of a process, without memcheck's own: its log and those above all limits."""
+    numbers = [int(entry.name) for entry in folder.iterdir()]
+    if not MEMCHECK:
+        return numbers
+    links = {number: os.readlink(folder / str(number)) for number in numbers}
+    return [number for number, link in links.items() if number < 1000 and not link.startswith("/mnt/memcheck/")]
+
+
+def memory_errors():
+    """What memcheck has found since the last call, in whatever process."""
+    found = []
+    for folder in _folders:
+        for log in folder.glob("*.log"):
+            if log.stat().st_size:
+                found.append(log.read_text(errors="backslashreplace"))
+                log.write_text("")
+    return "\n".join(found)
+
+
+def tally(reporter):
+    """Appends the outcomes of a run of pytest to the tally."""
+    if TALLY is None:
+        return
+    with open(TALLY, "a") as file:
+        for kind in ("passed", "failed", "error", "skipped"):
+            for report in reporter.stats.get(kind, []):
+                reason = report.longrepr[2] if kind == "skipped" else ""
+                record = {"test": report.nodeid, "outcome": kind, "reason": reason.removeprefix("Skipped: ")}
+                file.write(json.dumps(record) + "\n")
+        processes = sum(1 for folder in _folders for _ in folder.glob("*.log"))
+        file.write(json.dumps({"memcheck": processes}) + "\n")

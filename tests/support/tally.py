@@ -1,0 +1,70 @@
+"""Prints what the runs of scripts/surroundings have come to: a table, the tests that failed, and those that were skipped.
+
+    tally.py FOLDER NAME...     FOLDER has for each name: ctest's NAME.xml, the system tests' NAME.tally (surroundings.py
+                                writes it) and NAME.seconds
+"""
+
+import collections
+import json
+import re
+import sys
+import xml.etree.ElementTree
+from pathlib import Path
+
+FAILURES = ("failed", "error")
+WIDTHS = (16, 7, 7, 8, 8)
+
+
+def of_program(name, outcome, output):
+    """The outcomes of the tests of a program that ran whole, by what it printed: it names those only that did not pass."""
+    ran = re.search(r"^\[=+\] (\d+) tests? from .* ran", output, re.MULTILINE)
+    failed = re.findall(r"^\[  FAILED  \] (\S+) \(", output, re.MULTILINE)
+    skipped = re.findall(r"^\S*?([^/\s]+:\d+): Skipped\n(.*)$", output, re.MULTILINE)
+    found = [(f"{name}: {test}", "failed", "") for test in failed]
+    found += [(f"{name}: {place}", "skipped", reason) for place, reason in skipped]
+    if outcome == "failed" and not failed:
+        found.append((name, outcome, ""))
+    return found + [(name, "passed", "")] * (int(ran[1]) - len(failed) - len(skipped) if ran else 0)
+
+
+def outcomes(folder, name):
+    """(test, outcome, reason) for each test, and how many processes ran under memcheck. A file of system tests and a
+    program that ran whole count as their tests, not as one.
+    """
+    records = [json.loads(line) for line in (folder / f"{name}.tally").read_text().splitlines()]
+    found = [(test["test"], test["outcome"], test["reason"]) for test in records if "test" in test]
+    told = {Path(test.split("::")[0]).stem for test, outcome, _ in found if outcome in FAILURES}
+    for case in xml.etree.ElementTree.parse(folder / f"{name}.xml").getroot().iter("testcase"):
+        test = case.get("name")
+        outcome = {"run": "passed", "notrun": "skipped"}.get(case.get("status"), "failed")
+        if test.startswith("valgrind."):
+            found += of_program(test, outcome, case.findtext("system-out", ""))
+        elif not test.startswith("system."):
+            found.append((test, outcome, ""))
+        elif outcome == "failed" and test.removeprefix("system.") not in told:
+            found.append((test, outcome, ""))  # it ended before it could tell
+    return found, sum(record.get("memcheck", 0) for record in records)
+
+
+def row(*cells):
+    first, *rest = zip(cells, WIDTHS, strict=True)
+    return first[0].ljust(first[1]) + "".join(str(cell).rjust(width) for cell, width in rest)
+
+
+def main():
+    folder, names = Path(sys.argv[1]), sys.argv[2:]
+    rows, details = [row("surrounding", "tests", "failed", "skipped", "seconds")], []
+    for name in names:
+        found, processes = outcomes(folder, name)
+        counts = collections.Counter(outcome for _, outcome, _ in found)
+        failed = [test for test, outcome, _ in found if outcome in FAILURES]
+        seconds = (folder / f"{name}.seconds").read_text().strip()
+        rows.append(row(name, len(found), len(failed), counts["skipped"], seconds))
+        details += [f"{name}: failed: {test}" for test in failed]
+        details += [f"{name}: skipped: {test} {reason}".rstrip() for test, outcome, reason in found if outcome == "skipped"]
+        if processes:
+            details.append(f"{name}: {processes} processes of system tests ran under memcheck")
+    print("\n".join(details + rows))
+
+
+main()
