@@ -86,7 +86,7 @@ TEST_F(MsgQueue, ReceiveCopiesTheBytesAndLeavesThoseBehindThem) {
     std::memset(text, 'x', sizeof text);
     system.incoming[1].bytes = "ab\0"s;
     EXPECT_EQ(receive(), 3);
-    EXPECT_EQ(std::string(text, sizeof text), "ab\0"s + std::string(509, 'x'));
+    EXPECT_EQ(std::string(text, sizeof text), "ab\0"s.append(509, 'x'));
 }
 
 TEST_F(MsgQueue, AMessageOf512BytesFillsTheText) {
