@@ -60,7 +60,7 @@ def lock_holders(host):
     status = os.stat(host.sandbox.path(PIDFILE))
     file = f"{os.major(status.st_dev):02x}:{os.minor(status.st_dev):02x}:{status.st_ino}"
     lines = [line.split() for line in host.sandbox.path("/proc/locks").read_text().splitlines()]
-    return [int(line[4]) for line in lines if line[1] != "->" and line[5] == file]
+    return sorted({int(line[4]) for line in lines if line[1] != "->" and line[5] == file})
 
 
 def services(host, parents):

@@ -222,6 +222,7 @@ def test_467_the_service_ends_on_ctrl_c_with_both_servers_connected(scene):
     scene.change(add=[A])
     process, hand = scene.run_service()
     hand.advance(0.1)
+    process.wait_for_output(b'"message":"ok"}\r\n')  # or the reply may be logged behind the last line
     process.type(b"\x03")
     assert process.wait() == 0
     assert process.output_so_far().endswith(b"stop addrpubd service success.\r\n")
