@@ -54,7 +54,18 @@ def living(host):
 
 
 def lock_holders(host):
-    """The pids that hold a lock on the pid file. Those that wait for it are not among them."""
+    """The pids that hold a lock on the pid file. Those that wait for it are not among them.
+
+    The kernel gives its list in pages: a lock that goes from one process to the next in between may stand in it for both.
+    So the list counts when it is the same twice.
+    """
+    before, holders = None, listed_holders(host)
+    while holders != before:
+        before, holders = holders, listed_holders(host)
+    return holders
+
+
+def listed_holders(host):
     if not host.sandbox.path(PIDFILE).exists():
         return []
     status = os.stat(host.sandbox.path(PIDFILE))
