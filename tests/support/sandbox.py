@@ -19,7 +19,8 @@ from pathlib import Path
 import surroundings
 
 AGENT = Path(__file__).with_name("sandbox_agent.py")
-PATIENCE = 30.0 * surroundings.PATIENCE  # seconds before a test gives up on something that is certain to come unless the program is wrong
+#  Seconds before a test gives up on something that is certain to come unless the program is wrong.
+PATIENCE = 30.0 * surroundings.PATIENCE
 PIPE_SIZE = 1 << 20  # no program under test writes so much that it waits for the test to read
 
 

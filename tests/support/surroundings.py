@@ -87,7 +87,8 @@ class Place:
         words = [str(word) for word in argv]
         if not MEMCHECK or Path(words[0]).name not in PROGRAMS:
             return words
-        return [_TOOL, *_OPTIONS, f"--suppressions={self._logs}/{_SUPPRESSIONS.name}", f"--log-file={self._logs}/%p.log", *words]
+        files = [f"--suppressions={self._logs}/{_SUPPRESSIONS.name}", f"--log-file={self._logs}/%p.log"]
+        return [_TOOL, *_OPTIONS, *files, *words]
 
 
 def nowhere():

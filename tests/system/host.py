@@ -123,3 +123,23 @@ class Host:
         process = self.sandbox.spawn("/usr/bin/python3", "-I", "-S", LOCK, "hold", PIDFILE, kind, sigterm)
         process.wait_for_output(b"held\n")
         return process
+
+    def lock_holders(self):
+        """The pids of all that hold a lock on the pid file, as the kernel lists them; -1 for a holder without one.
+
+        The kernel gives its list in pages: a lock that goes from one process to the next in between may stand in it for
+        both. So the list counts when it is the same twice.
+        """
+        before, holders = None, self._listed_holders()
+        while holders != before:
+            before, holders = holders, self._listed_holders()
+        return holders
+
+    def _listed_holders(self):
+        file = self.sandbox.path(PIDFILE)
+        if not file.exists():
+            return []
+        status = file.stat()  # the list has locks of other devices, too
+        name = f"{os.major(status.st_dev):02x}:{os.minor(status.st_dev):02x}:{status.st_ino}"
+        lines = [line.split() for line in self.sandbox.path("/proc/locks").read_text().splitlines()]
+        return sorted({int(line[4]) for line in lines if line[1] != "->" and line[5] == name})

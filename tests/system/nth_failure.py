@@ -12,7 +12,6 @@ it as the first one did.
 """
 
 import collections
-import os
 import re
 import signal
 import time
@@ -142,18 +141,6 @@ class Bench:
     def queues(self):
         return self.host.sandbox.run("cat", "/proc/sysvipc/msg").splitlines()[1:]
 
-    def lock_holders(self):
-        """The pids that hold a lock on the pid file; -1 for a holder without one. A lock that is taken again while the list
-        is read may be in it twice, and so are the locks without a pid of the whole machine, on other devices.
-        """
-        file = self.host.sandbox.path(PIDFILE)
-        if not file.exists():
-            return []
-        status = file.stat()
-        name = f"{os.major(status.st_dev):02x}:{os.minor(status.st_dev):02x}:{status.st_ino}"
-        locks = [line.split() for line in self.host.sandbox.path("/proc/locks").read_text().splitlines()]
-        return sorted({int(lock[4]) for lock in locks if lock[1] != "->" and lock[5] == name})
-
     def _listen(self):
         command = ["/usr/bin/python3", "-I", "-S", HERE / "udp_receiver.py", "127.0.0.1", "5140"]
         self._receiver = self.host.sandbox.spawn(*command)
@@ -221,7 +208,7 @@ class Run:
     def _note_state(self, process):
         descriptors = surroundings.descriptors(self.host.sandbox.path(f"/proc/{process.pid}/fd"))
         self.lines.append(f"= descriptors {len(descriptors)}")
-        if self.bench.lock_holders() == [process.pid]:
+        if self.host.lock_holders() == [process.pid]:
             self.lines.append("= it holds the lock")
         if self.host.pidfile() == f"{process.pid}\n".encode():
             self.lines.append("= its pid is in the file")
@@ -255,7 +242,7 @@ class Run:
         self.lines.append(f"= {name} ends with {process.wait()}")
 
     def note_leftovers(self):
-        if self.bench.lock_holders():
+        if self.host.lock_holders():
             self.lines.append("= the lock stays")
         if self.bench.queues():
             self.lines.append("= a queue stays")

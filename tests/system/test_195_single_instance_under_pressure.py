@@ -13,7 +13,7 @@ import time
 import pytest
 import surroundings
 from clock import Clock
-from host import BUILD, DIRECTORY, PIDFILE, Host
+from host import BUILD, DIRECTORY, Host
 from sandbox import PATIENCE, wait_until
 
 ROUNDS = int(os.environ.get("ADDRPUBD_ROUNDS", "1000"))
@@ -53,27 +53,6 @@ def living(host):
     return found
 
 
-def lock_holders(host):
-    """The pids that hold a lock on the pid file. Those that wait for it are not among them.
-
-    The kernel gives its list in pages: a lock that goes from one process to the next in between may stand in it for both.
-    So the list counts when it is the same twice.
-    """
-    before, holders = None, listed_holders(host)
-    while holders != before:
-        before, holders = holders, listed_holders(host)
-    return holders
-
-
-def listed_holders(host):
-    if not host.sandbox.path(PIDFILE).exists():
-        return []
-    status = os.stat(host.sandbox.path(PIDFILE))
-    file = f"{os.major(status.st_dev):02x}:{os.minor(status.st_dev):02x}:{status.st_ino}"
-    lines = [line.split() for line in host.sandbox.path("/proc/locks").read_text().splitlines()]
-    return sorted({int(line[4]) for line in lines if line[1] != "->" and line[5] == file})
-
-
 def services(host, parents):
     """The living programs that have come to their publish loop."""
     slots = [slot for slot in host.clock._control.slots if slot.pid and slot.pid not in parents]
@@ -82,7 +61,7 @@ def services(host, parents):
 
 def check(host, parents):
     """Looks once: one holder at most, and no service beside another."""
-    assert len(lock_holders(host)) <= 1
+    assert len(host.lock_holders()) <= 1
     assert len(services(host, parents)) <= 1
 
 
@@ -100,14 +79,14 @@ def kill(host, pids):
     """Kills and waits until they are gone, with every thread that still ends and would keep the lock for a moment."""
     for pid in pids:
         host.sandbox.request({"op": "kill", "pid": pid, "signal": int(signal.SIGKILL)})
-    wait_until(lambda: not living(host) & set(pids) and not set(lock_holders(host)) & set(pids), "the end of the killed")
+    wait_until(lambda: not living(host) & set(pids) and not set(host.lock_holders()) & set(pids), "the end of the killed")
 
 
 def kill_all(host):
     """Kills until nothing is left. Who waits for the lock may get it in between; that is one holder all the same."""
     while pids := living(host):
         kill(host, pids)
-    assert lock_holders(host) == []
+    assert host.lock_holders() == []
 
 
 def storm(host, chance):
@@ -128,7 +107,7 @@ def next_start_works(host):
     hand = host.clock.of(parent)
     hand.wait_parked()
     child = next(iter(wait_until(lambda: services(host, {parent.pid}), "the service of the next start")))
-    assert (lock_holders(host), host.pidfile()) == ([child], f"{child}\n".encode())
+    assert (host.lock_holders(), host.pidfile()) == ([child], f"{child}\n".encode())
     hand.let_run(31)
     output = parent.all_output()
     assert parent.wait() == 0
@@ -155,7 +134,7 @@ def test_1951_simultaneous_starts_and_kills_leave_one_instance_at_most(chance, c
         settle(host, parents)
         if alive := services(host, parents):
             survivors += 1
-            assert lock_holders(host) == list(alive)
+            assert host.lock_holders() == list(alive)
             assert host.pidfile() == f"{next(iter(alive))}\n".encode()
             assert host.command("-status") == RUNNING
         kill_all(host)
@@ -205,7 +184,7 @@ def test_1952_sigterm_at_any_moment_ends_the_service_with_status_0(chance, capsy
         else:
             longest = max(longest, time.monotonic() - sent)
             assert process.wait() == 0
-        assert lock_holders(host) == []
+        assert host.lock_holders() == []
         process.output_so_far()
     host.close()
     with capsys.disabled():

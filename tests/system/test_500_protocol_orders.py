@@ -52,7 +52,7 @@ class Stage:
         """Waits until the one who holds the lock stands in its loop. Returns its pid."""
 
         def found():
-            holders = [pid for pid in self.bench.lock_holders() if pid > 0]
+            holders = [pid for pid in self.bench.host.lock_holders() if pid > 0]
             assert len(holders) <= 1
             return [pid for pid in holders if self._in_its_loop(pid)]
 
@@ -113,7 +113,7 @@ def test_511_a_child_whose_parent_is_killed_before_it_closes_the_file_becomes_th
 
 def test_512_a_start_that_comes_between_parent_and_child_serves_and_the_child_waits(stage):
     child = stage.begin("-start", ("child", "fcntl", 1))
-    wait_until(lambda: not stage.bench.lock_holders(), "the parent to close the file")
+    wait_until(lambda: not stage.bench.host.lock_holders(), "the parent to close the file")
     other = stage.begin("-run")
     assert stage.service() == other.pid
     stage.go_on(child)
@@ -130,7 +130,7 @@ def test_513_killed_before_any_step_a_start_leaves_nothing_that_keeps_the_next_o
     victim = stage.begin(word, (process, call, nth))
     for pid in stage.bench.living():
         stage.kill(pid)
-    assert not victim.running() and stage.bench.lock_holders() == []
+    assert not victim.running() and stage.bench.host.lock_holders() == []
     other = stage.begin("-run")
     assert stage.service() == other.pid
 
@@ -147,14 +147,14 @@ def test_514_stop_finds_nothing_while_a_start_has_not_claimed_the_file_and_the_s
 @pytest.mark.parametrize("word, process, call, nth", [step for step in EVERY_STEP if step[1:] in HOLDING])
 def test_515_stop_ends_a_start_that_has_the_lock_before_any_of_its_steps(stage, word, process, call, nth):
     victim = stage.begin(word, (process, call, nth))
-    assert wait_until(stage.bench.lock_holders, "the claim") == [victim.pid]
+    assert wait_until(stage.bench.host.lock_holders, "the claim") == [victim.pid]
     stop = stage.begin("-stop")
     hand = stage.run.rests(stop)
     stage.go_on(victim)
     stage.run.ends(victim)
     hand.let_run(400)
     assert stop.all_output() == b"\nstop addrpubd... pid = %d\n" % victim.pid + STOPPED
-    assert stage.bench.lock_holders() == []
+    assert stage.bench.host.lock_holders() == []
 
 
 def test_516_a_child_that_takes_the_lock_of_its_stopped_parent_outlives_stop_and_ends_by_the_next_one(stage):
