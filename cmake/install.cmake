@@ -5,6 +5,9 @@
 #      sbin/addrpubd       goes to that folder and starts the program there
 #      /etc/addrpubd/      the settings; below the prefix unless the prefix is /usr
 #
+#  The wrapper, the unit, the manual pages and addrpubd-check name these places, so the prefix is chosen when the build is
+#  configured.
+#
 #  Everything belongs to root. Who may read the settings, which hold passwords, is the packager's: here only root may.
 
 include(GNUInstallDirs)
@@ -16,9 +19,15 @@ set(ADDRPUBD_INI ${CMAKE_INSTALL_FULL_SYSCONFDIR}/addrpubd/addrpubd.ini)
 set(packaging ${PROJECT_SOURCE_DIR}/packaging)
 set(configured ${PROJECT_BINARY_DIR}/packaging)
 
-foreach(file system/addrpubd system/addrpubd.service)
+foreach(file system/addrpubd system/addrpubd.service man/addrpubd.8 man/addrpubd.ini.5 man/addrpubd-check.8)
     configure_file(${packaging}/${file}.in ${configured}/${file} @ONLY)
 endforeach()
+
+install(CODE "
+    if(NOT CMAKE_INSTALL_PREFIX STREQUAL \"${CMAKE_INSTALL_PREFIX}\")
+        message(FATAL_ERROR \"This build is for ${CMAKE_INSTALL_PREFIX}, which is written into its files. \"
+            \"Configure it with -DCMAKE_INSTALL_PREFIX=\${CMAKE_INSTALL_PREFIX} and build it again.\")
+    endif()")
 
 #  The client library is loaded by the program alone and is not to be executed.
 install(TARGETS addrpubd RUNTIME DESTINATION ${ADDRPUBD_DIR})
@@ -36,14 +45,15 @@ install(FILES ${configured}/system/addrpubd.service DESTINATION ${ADDRPUBD_UNIT_
 install(FILES ${packaging}/system/addrpubd.sysusers DESTINATION lib/sysusers.d RENAME addrpubd.conf)
 install(FILES ${packaging}/system/addrpubd.tmpfiles DESTINATION lib/tmpfiles.d RENAME addrpubd.conf)
 
-install(FILES ${packaging}/man/addrpubd.8 DESTINATION ${CMAKE_INSTALL_MANDIR}/man8)
-install(FILES ${packaging}/man/addrpubd.ini.5 DESTINATION ${CMAKE_INSTALL_MANDIR}/man5)
+install(FILES ${configured}/man/addrpubd.8 DESTINATION ${CMAKE_INSTALL_MANDIR}/man8)
+install(FILES ${configured}/man/addrpubd.ini.5 DESTINATION ${CMAKE_INSTALL_MANDIR}/man5)
 
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/docs/ DESTINATION ${CMAKE_INSTALL_DOCDIR}
     FILES_MATCHING PATTERN *.md PATTERN *.ini PATTERN *.svg)
 install(FILES ${packaging}/system/credentials.conf DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples)
 
 if(TARGET addrpubd-check)
+    target_compile_definitions(addrpubd-check PRIVATE ADDRPUBD_INI="${ADDRPUBD_INI}")
     install(TARGETS addrpubd-check RUNTIME DESTINATION ${CMAKE_INSTALL_SBINDIR})
-    install(FILES ${packaging}/man/addrpubd-check.8 DESTINATION ${CMAKE_INSTALL_MANDIR}/man8)
+    install(FILES ${configured}/man/addrpubd-check.8 DESTINATION ${CMAKE_INSTALL_MANDIR}/man8)
 endif()

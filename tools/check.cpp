@@ -121,16 +121,4 @@ bool checkFile(const std::string& path, CReport& report, std::string& problem) {
     return true;
 }
 
-//  A group may read it: the service's own need not be root's.
-void checkMode(const Subject& subject, const struct stat& status, CReport& report) {
-    if (S_ISDIR(status.st_mode))
-        report.warn(0, "it is a directory, which reads as an empty file");
-    const auto holdsSecret = [&subject](Setting setting) {
-        const std::string& text = subject.text(setting);
-        return !text.empty() && !text.starts_with("file:/");
-    };
-    if ((status.st_mode & S_IROTH) != 0 && (holdsSecret(rdbpswd) || holdsSecret(dnspswd)))
-        report.warn(0, "it holds a password and everybody can read it: chmod o= takes that from them");
-}
-
 }  // namespace check

@@ -47,6 +47,7 @@ bool checkBytes(const std::string& bytes, CReport& report);
 
 //  The parts of an examination. Each adds to report.
 void checkMode(const Subject& subject, const struct stat& status, CReport& report);
+void checkPasswordMode(const Subject& subject, Setting password, CReport& report);  // Requires "file:/PATH" there
 void checkGrammar(const Subject& subject, CIniProbe& probe, CReport& report);
 void checkHost(const Subject& subject, CReport& report);
 void checkLog(const Subject& subject, CReport& report);

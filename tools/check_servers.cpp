@@ -38,15 +38,18 @@ std::vector<std::string> namesOf(const Subject& subject, const Server& server, b
 
 void checkPassword(const Subject& subject, const Server& server, CReport& report) {
     const std::string& password = subject.text(server.password);
+    const bool in_file = password.starts_with("file:/");
     std::string secret;
     std::string reason;
-    if (password.starts_with("file:/"))
+    if (in_file)
         reason = rdbopen::readSecret(subject.given(server.password), secret);
     else if (password.starts_with("file:"))
         reason = "file: is followed by no absolute path, so the text itself is the password";
     if (!reason.empty())
         report.warn(subject.line[server.password],
                     std::string(settings[server.password].name) + ": " + printable(reason));
+    else if (in_file)
+        checkPasswordMode(subject, server.password, report);
 }
 
 void checkBackend(const Subject& subject, const Server& server, CReport& report) {

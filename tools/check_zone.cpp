@@ -5,6 +5,8 @@
 #include "dns_records.h"
 #include "dns_tsig.h"
 #include "secret.h"
+
+#include <algorithm>
 #endif
 
 namespace check {
@@ -20,16 +22,38 @@ bool readZone(const Subject& subject, rdbopen::DnsZone& zone) {
            rdbopen::parseDnsZone(url, zone, reason);
 }
 
+//  Returns the longest name that a record of the host gets; full is its name in the zone. Addresses make no names.
+std::string longestOwner(const Subject& subject, const std::string& full) {
+    const auto& ports = subject.run.dnshttpsports;
+    const std::vector<rdbopen::RecordSet> sets = rdbopen::recordSets(full, {}, {ports.begin(), ports.end()});
+    return std::max_element(sets.begin(), sets.end(),
+                            [](const auto& a, const auto& b) { return a.owner.size() < b.owner.size(); })
+        ->owner;
+}
+
+void checkName(const Subject& subject, const rdbopen::DnsZone& zone, CReport& report) {
+    std::string full;
+    if (!rdbopen::isDnsName(subject.run.hostname))
+        return;
+    if (!rdbopen::nameInZone(subject.run.hostname, zone.zone, full)) {
+        report.warn(subject.line[hostname],
+                    "hostname is not in the zone " + zone.zone + " of dnsurl, so no update is sent");
+        return;
+    }
+    const std::string owner = longestOwner(subject, full);
+    if (!rdbopen::isDnsName(owner))
+        report.warn(subject.line[hostname], "hostname is too long: a name of its records in the zone of dnsurl has " +
+                                                std::to_string(owner.size()) +
+                                                " bytes, 253 at most, so no update is sent");
+}
+
 }  // namespace
 
 void checkZone(const Subject& subject, CReport& report) {
     rdbopen::DnsZone zone;
     if (subject.run.dnsuser.empty() || subject.run.dnspswd.empty() || !readZone(subject, zone))
         return;
-    std::string full;
-    if (rdbopen::isDnsName(subject.run.hostname) && !rdbopen::nameInZone(subject.run.hostname, zone.zone, full))
-        report.warn(subject.line[hostname],
-                    "hostname is not in the zone " + zone.zone + " of dnsurl, so no update is sent");
+    checkName(subject, zone, report);
     std::string secret;
     if (rdbopen::readSecret(subject.given(dnspswd), secret).empty() && !rdbopen::isTsigSecret(secret))
         report.warn(subject.line[dnspswd], "dnspswd is not the secret of a key in base64, so no update is sent");

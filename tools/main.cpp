@@ -8,12 +8,13 @@
 
 namespace {
 
-constexpr char usual_place[] = "/etc/addrpubd/addrpubd.ini";
+//  Where the build's installation has the settings.
+constexpr char usual_place[] = ADDRPUBD_INI;
 
 constexpr char usage[] = "usage: addrpubd-check [FILE]\n"
                          "\n"
                          "Says in words what addrpubd will do with an ini file. Without FILE it is the addrpubd.ini\n"
-                         "beside this program or, when there is none, /etc/addrpubd/addrpubd.ini.\n"
+                         "beside this program or, when there is none, " ADDRPUBD_INI ".\n"
                          "\n"
                          "Exit status: 0 nothing to remark, 1 warnings, 2 the service would not start.\n";
 

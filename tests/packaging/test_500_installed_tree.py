@@ -1,10 +1,11 @@
 """What is installed, where, and with which modes."""
 
+import os
 import re
 import subprocess
 from pathlib import Path
 
-from installation import PACKAGING, SOURCE, cached
+from installation import BUILD, PACKAGING, SOURCE, cached
 
 REQUIRES = ("cmake", "dpkg-parsechangelog")
 
@@ -12,6 +13,9 @@ PROGRAM = "-rwxr-xr-x"
 FILE = "-rw-r--r--"
 SECRET = "-rw-------"
 FOLDER = "drwxr-xr-x"
+
+#  The file of a link or a picture; one to elsewhere has a scheme.
+LINK = re.compile(r"\]\((?!\w+:)([^)#]+)")
 
 
 def below_prefix():
@@ -52,5 +56,21 @@ def test_502_the_version_of_the_package_is_the_projects():
 
 
 def test_503_no_template_is_left_unfilled(installed):
-    for name in (installed.prefix / "sbin/addrpubd", installed.prefix / "lib/systemd/system/addrpubd.service"):
-        assert not re.search(r"@\w+@", installed.path(name).read_text())
+    names = ["sbin/addrpubd", "lib/systemd/system/addrpubd.service"]
+    names += [name for name in below_prefix() if name.startswith("share/man/")]
+    for name in names:
+        assert not re.search(r"@\w+@", installed.path(installed.prefix / name).read_text())
+
+
+def test_504_a_build_is_not_installed_below_another_prefix_than_its_files_name(tmp_path):
+    command = ["cmake", "--install", BUILD, "--prefix", "/other"]
+    run = subprocess.run(command, env=os.environ | {"DESTDIR": str(tmp_path)}, capture_output=True, check=False)
+    assert run.returncode != 0 and b"-DCMAKE_INSTALL_PREFIX=/other" in run.stderr
+    assert list(tmp_path.iterdir()) == []
+
+
+def test_505_the_links_of_the_installed_documents_lead_to_installed_files(installed):
+    documents = list(installed.path(installed.prefix / "share/doc/addrpubd").rglob("*.md"))
+    links = [(page.name, page.parent, link) for page in documents for link in LINK.findall(page.read_text())]
+    assert len(links) > 10
+    assert [(page, link) for page, folder, link in links if not (folder / link).exists()] == []

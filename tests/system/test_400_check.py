@@ -49,6 +49,13 @@ def ini(tmp_path):
     return write
 
 
+def password_file(folder, mode):
+    path = folder / "pw"
+    path.write_text("hunter2\n")
+    path.chmod(mode)
+    return path
+
+
 def findings(output):
     return [line for line in output.splitlines() if ": warning: " in line or ": error: " in line]
 
@@ -134,8 +141,7 @@ def test_479_another_user_learns_that_the_file_cannot_be_opened():
 
 
 def test_480_a_password_file_is_named_and_its_content_is_not_shown(ini, tmp_path):
-    secret = tmp_path / "pw"
-    secret.write_text("hunter2\n")
+    secret = password_file(tmp_path, 0o600)
     path = ini(GOOD.replace("hunter2", f"file:{secret}"))
     status, output, _ = check(path)
     assert status == 0
@@ -169,3 +175,20 @@ def test_483_the_ini_files_of_the_repository_are_without_a_fault(ini, sample):
     faults = [line for line in findings(output) if not OUTSIDE.search(line)]
     assert faults == []
     assert status == 0 or findings(output)
+
+
+@pytest.mark.parametrize("mode, verbs", [(0o640, []), (0o644, ["read"]), (0o602, ["write"]), (0o606, ["read", "write"])])
+def test_484_a_password_file_that_everybody_can_read_or_write_is_remarked(ini, tmp_path, mode, verbs):
+    secret = password_file(tmp_path, mode)
+    path = ini(GOOD.replace("hunter2", f"file:{secret}"))
+    status, output, _ = check(path)
+    assert status == (1 if verbs else 0)
+    remark = ": warning: rdbpswd: everybody can {} the password file {}: chmod o= takes that from them"
+    assert findings(output) == [f"{path}:4" + remark.format(verb, secret) for verb in verbs]
+
+
+def test_485_settings_that_everybody_can_write_are_remarked(ini):
+    path = ini(GOOD, 0o602)
+    status, output, _ = check(path)
+    assert status == 1
+    assert findings(output) == [f"{path}: warning: everybody can write it: chmod o= takes that from them"]

@@ -1,5 +1,6 @@
 #include "check.h"
 
+#include "backend_registry.h"
 #include "service_platform.h"
 #include "service_support.h"
 
@@ -52,6 +53,13 @@ protected:
         std::string problem;
         EXPECT_TRUE(checkFile(path, report, problem)) << problem;
         return report;
+    }
+    //  Returns the path of a file with a password and this mode.
+    std::string passwordFile(mode_t mode) {
+        std::string path = folder.file("password");
+        writeFile(path, "p\n");
+        EXPECT_EQ(chmod(path.c_str(), mode), 0);
+        return path;
     }
     //  Reports say what the C library calls an error, in the language of the locale; the expectations are English.
     static std::string translated(std::string line) {
@@ -158,9 +166,56 @@ TEST_F(Check, APasswordThatEverybodyCanReadIsRemarked) {
 TEST_F(Check, AFileWithoutAPasswordMayBeReadByEverybody) {
     EXPECT_EQ(linesOf(examinedFile("hostname = h\n", 0644)),
               (Lines{"0 warning neither server is configured: the service runs and publishes nothing"}));
-    const std::string password = folder.file("password");
-    writeFile(password, "p\n");
-    EXPECT_EQ(linesOf(examinedFile("hostname=h\nrdburl=log:\nrdbuser=u\nrdbpswd=file:" + password, 0644)), Lines{});
+    const std::string settings = "hostname=h\nrdburl=log:\nrdbuser=u\nrdbpswd=file:" + passwordFile(0600);
+    EXPECT_EQ(linesOf(examinedFile(settings, 0644)), Lines{});
+}
+
+TEST_F(Check, AFileThatEverybodyCanWriteIsRemarked) {
+    const std::string remark = "0 warning everybody can write it: chmod o= takes that from them";
+    EXPECT_EQ(linesOf(examinedFile(base, 0602)), Lines{remark});
+    EXPECT_EQ(linesOf(examinedFile("hostname = h\n", 0646)).at(0), remark);
+    EXPECT_EQ(
+        linesOf(examinedFile(base, 0606)),
+        (Lines{remark, "0 warning it holds a password and everybody can read it: chmod o= takes that from them"}));
+}
+
+TEST_F(Check, ADirectoryOrADeviceThatEverybodyCanWriteIsNotRemarked) {
+    constexpr mode_t types[] = {S_IFDIR, S_IFCHR, S_IFIFO};
+    for (const mode_t type : types) {
+        Subject subject;
+        CReport report;
+        struct stat status {};
+        status.st_mode = type | 0666;
+        checkMode(subject, status, report);
+        EXPECT_EQ(linesOf(report),
+                  type == S_IFDIR ? Lines{"0 warning it is a directory, which reads as an empty file"} : Lines{});
+    }
+}
+
+TEST_F(Check, APasswordFileThatEverybodyCanReadOrWriteIsRemarked) {
+    const auto examine = [this](mode_t mode) {
+        return linesOf(examined("hostname=h\nrdburl=log:\nrdbuser=u\nrdbpswd=file:" + passwordFile(mode)));
+    };
+    const auto remark = [this](const std::string& verb) {
+        return "4 warning rdbpswd: everybody can " + verb + " the password file " + folder.file("password") +
+               ": chmod o= takes that from them";
+    };
+    for (const mode_t mode : {0400U, 0600U, 0640U, 0660U})
+        EXPECT_EQ(examine(mode), Lines{}) << std::oct << mode;
+    EXPECT_EQ(examine(0644), Lines{remark("read")});
+    EXPECT_EQ(examine(0602), Lines{remark("write")});
+    EXPECT_EQ(examine(0606), (Lines{remark("read"), remark("write")}));
+}
+
+TEST_F(Check, ThePasswordFileOfTheDnsServerIsLookedAtToo) {
+    const Lines lines = linesOf(examined("hostname=h\ndnsurl=log:\ndnsuser=u\ndnspswd=file:" + passwordFile(0604)));
+    EXPECT_EQ(lines, (Lines{"4 warning dnspswd: everybody can read the password file " + folder.file("password") +
+                            ": chmod o= takes that from them"}));
+}
+
+TEST_F(Check, ThePasswordFileOfAServerThatIsLeftOutIsNotLookedAt) {
+    const Lines lines = linesOf(examined(std::string(base) + "dnspswd=file:" + passwordFile(0666)));
+    EXPECT_EQ(lines, (Lines{"5 warning dnsurl and dnsuser are missing or empty, so the DNS server is left out"}));
 }
 
 #if defined(RDBOPEN_WITH_SQLITE) && defined(RDBOPEN_WITH_HOSTS)
@@ -187,6 +242,63 @@ TEST_F(Check, ANameOutsideTheZoneIsRemarked) {
     EXPECT_EQ(examine("h.example.com", "log:"), Lines{});
 }
 
+//  A name of length bytes, in labels of 49 at most, in a zone of 11 bytes.
+std::string nameOfLength(std::size_t length) {
+    const std::string zone = "example.org";
+    std::string name;
+    for (std::size_t i = 0; i + zone.size() + 1 < length; ++i)
+        name += i % 50 == 49 ? '.' : 'x';
+    return name + "." + zone;
+}
+
+TEST_F(Check, ANameThatIsTooLongForARecordOfItIsRemarked) {
+    const auto examine = [this](const std::string& name, const std::string& ports, const std::string& zone) {
+        Lines lines = linesOf(examined("hostname=" + name + "\ndnsurl=dns://s/" + zone +
+                                       "\ndnsuser=u\ndnspswd=c2VjcmV0\ndnshttpsports=" + ports + "\n"));
+        std::erase_if(lines, [](const std::string& line) { return line.find("the rdb server gets") != line.npos; });
+        return lines;
+    };
+    const auto remark = [](int length) {
+        return Lines{"1 warning hostname is too long: a name of its records in the zone of dnsurl has " +
+                     std::to_string(length) + " bytes, 253 at most, so no update is sent"};
+    };
+    EXPECT_EQ(examine(nameOfLength(253), "", "example.org"), Lines{});
+    EXPECT_EQ(examine(nameOfLength(253), "443", "example.org"), Lines{});
+    EXPECT_EQ(examine(nameOfLength(240), "8443", "example.org"), Lines{});
+    EXPECT_EQ(examine(nameOfLength(241), "8443", "example.org"), remark(254));
+    EXPECT_EQ(examine(nameOfLength(240), "18443,8443", "example.org"), remark(254));
+    EXPECT_EQ(examine("hostname-of-19bytes", "443", nameOfLength(233)), Lines{});
+    EXPECT_EQ(examine("hostname-of-19bytes", "443", nameOfLength(234)), remark(254));
+}
+
+//  With a password file that is not there the back end refuses by itself what can never succeed, and sends nothing else.
+bool backEndRefuses(const std::string& name, const std::string& port, const std::string& zone) {
+    std::unique_ptr<rdbopen::Backend> backend;
+    std::string reason;
+    std::string reply;
+    EXPECT_EQ(rdbopen::makeBackend("dns://s/" + zone, {"u", "file:/nonexistent"}, backend, reason), 0) << reason;
+    const std::string request = R"({"request":"ws_dnsupdate","seqno":1,"item":{"name":")" + name +
+                                R"(","ipv6s":["2001:db8::1"],"httpsports":[)" + port + "]}}";
+    return backend->message(request, reply).code == rdbopen::errorBadRequest;
+}
+
+TEST_F(Check, ANameIsRemarkedWhenTheBackEndRefusesItAndOnlyThen) {
+    int refused = 0;
+    for (const std::size_t length : {230U, 238U, 239U, 240U, 241U, 242U, 252U, 253U})
+        for (const char* port : {"1", "80", "443", "8443", "18443"})
+            for (const bool dotless : {false, true}) {
+                const std::string zone = dotless ? nameOfLength(length - 2) : "example.org";
+                const std::string name = dotless ? "h" : nameOfLength(length);
+                const std::string settings = "hostname=" + name + "\ndnsurl=dns://s/" + zone +
+                                             "\ndnsuser=u\ndnspswd=file:/nonexistent\ndnshttpsports=" + port + "\n";
+                const std::string text = examined(settings).text();
+                const bool remarked = text.find("so no update is sent") != std::string::npos;
+                EXPECT_EQ(remarked, backEndRefuses(name, port, zone)) << text;
+                refused += remarked ? 1 : 0;
+            }
+    EXPECT_GT(refused, 20);
+}
+
 TEST_F(Check, APasswordThatIsNoSecretOfAKeyIsRemarked) {
     const auto examine = [this](const std::string& password) {
         return linesOf(examined("hostname=h\ndnsurl=dns://s/example.org\ndnsuser=u\ndnspswd=" + password));
@@ -196,6 +308,7 @@ TEST_F(Check, APasswordThatIsNoSecretOfAKeyIsRemarked) {
     EXPECT_EQ(examine("not base64!"), remark);
     const std::string file = folder.file("secret");
     writeFile(file, "c2VjcmV0\n");
+    EXPECT_EQ(chmod(file.c_str(), 0600), 0);
     EXPECT_EQ(examine("file:" + file), Lines{});
     writeFile(file, "key host1 {\n");
     EXPECT_EQ(examine("file:" + file), remark);

@@ -1,0 +1,24 @@
+"""addrpubd-check where it is installed, below whatever prefix that is."""
+
+import pytest
+
+REQUIRES = ("cmake",)
+NAMESPACES = True
+
+
+@pytest.fixture
+def checker(installed):
+    return str(installed.prefix / "sbin/addrpubd-check")
+
+
+def test_591_without_a_name_it_examines_the_settings_that_the_service_reads(machine, installed, checker):
+    machine.path(str(installed.ini)).write_bytes(b"hostname = host1\nrdburl = log:\nrdbuser = u\nrdbpswd = p\n")
+    process = machine.spawn(checker, cwd="/")
+    output = process.all_output().decode()
+    assert f"{installed.ini}: nothing to remark" in output
+    assert '  hostname      = "host1"' in output
+    assert process.wait() == 0
+
+
+def test_592_its_usage_says_where_they_are(machine, installed, checker):
+    assert f"when there is none, {installed.ini}.\n".encode() in machine.run(checker, "--help")
