@@ -10,7 +10,6 @@
 
 #include <cstdio>
 #include <cstdlib>
-#include <new>
 
 #include <fcntl.h>
 #include <strings.h>
@@ -94,7 +93,7 @@ int CDaemon::runChild() {
     }
     umask(0);
     writePid();
-    auto* run = new (std::nothrow) CRunCls;
+    auto* run = new CRunCls;
     if (queue.send("\nstart...\r") != 0)
         std::puts("send message failed");
     if (run == nullptr || !run->start()) {

@@ -8,7 +8,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <new>
 
 #include <pthread.h>
 #include <signal.h>
@@ -63,7 +62,7 @@ void CDaemon::runConsole() {
     if (!claimInstance(unused))
         return;
     writePid();
-    auto* run = new (std::nothrow) CRunCls;
+    auto* run = new CRunCls;
     if (run == nullptr || !run->start()) {
         std::puts("Start failed!");
         CRunCls::forgetLog(run);

@@ -4,7 +4,6 @@
 
 #include <cstdio>
 #include <ctime>
-#include <new>
 
 #include <fcntl.h>
 #include <strings.h>
@@ -45,7 +44,7 @@ void describeService() {
 //  An unknown word and a word too many are silently ignored, on purpose: a service object comes and goes, and nothing is
 //  printed.
 void ignoreCommand() {
-    delete new (std::nothrow) CRunCls;
+    delete new CRunCls;
 }
 
 void runCommand(const char* word) {
