@@ -107,7 +107,12 @@ void bare_locks(std::size_t times) {
     }
 }
 
-//  Half the pairs in a class on one thread, half in another class on another.
+//  Half the pairs in one class, half in another: one half after the other, or each on a thread of its own.
+void one_thread(std::size_t first, std::size_t second, std::size_t times) {
+    pairs<pooled>(first, times / 2);
+    pairs<pooled>(second, times / 2);
+}
+
 void two_threads(std::size_t first, std::size_t second, std::size_t times) {
     std::thread other([=] { pairs<pooled>(second, times / 2); });
     pairs<pooled>(first, times / 2);
@@ -115,10 +120,12 @@ void two_threads(std::size_t first, std::size_t second, std::size_t times) {
 }
 
 void add_threads() {
-    constexpr std::size_t many = 1'000'000;
-    add("threads/olk/one", many, [](std::size_t times) { pairs<pooled>(64, times); });
-    add("threads/olk/64_and_1024", many, [](std::size_t times) { two_threads(64, 1024, times); });
-    add("threads/olk/96_and_128", many, [](std::size_t times) { two_threads(96, 128, times); });
+    constexpr std::size_t many = 1'000'000;  // beside these, starting a thread is nothing
+    for (const auto& [first, second] : {std::pair<std::size_t, std::size_t>(64, 1024), {96, 128}}) {
+        const std::string classes = std::to_string(first) + "_and_" + std::to_string(second);
+        add("threads/one/" + classes, many, [=](std::size_t times) { one_thread(first, second, times); });
+        add("threads/two/" + classes, many, [=](std::size_t times) { two_threads(first, second, times); });
+    }
 }
 
 void touch_pages(void* p, std::size_t size) {

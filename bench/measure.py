@@ -41,14 +41,18 @@ class Times:
         self._rounds = {}
         self.preloads = present_preloads()
 
-    def run(self, pattern, prefix=(), seconds=0.03, rename=None, allocators=False):
-        """Measures the cases that match pattern: one pass per round over all of them, and over all allocators."""
-        for _ in range(ROUNDS):
-            self._pass("addrpubd_bench", prefix, pattern, seconds, rename)
-            for name, library in self.preloads.items() if allocators else ():
-                self._pass("addrpubd_bench_plain", preloaded(library), pattern, seconds, ("malloc", name))
+    def run(self, pattern, prefix=(), seconds=0.03, rename=None, allocators=False, clock="cpu_time"):
+        """Measures the cases that match pattern: one pass per round over all of them, and over all allocators.
 
-    def _pass(self, program, prefix, pattern, seconds, rename):
+        The clock is that of the thread's processor time, so that what else runs on the machine counts little; a case
+        with threads of its own wants real_time.
+        """
+        for _ in range(ROUNDS):
+            self._pass("addrpubd_bench", prefix, pattern, seconds, rename, clock)
+            for name, library in self.preloads.items() if allocators else ():
+                self._pass("addrpubd_bench_plain", preloaded(library), pattern, seconds, ("malloc", name), clock)
+
+    def _pass(self, program, prefix, pattern, seconds, rename, clock):
         with tempfile.NamedTemporaryFile() as file:
             command = [*prefix, self.build / program, f"--benchmark_filter={pattern}"]
             command += [f"--benchmark_min_time={seconds}", f"--benchmark_out={file.name}"]
@@ -56,8 +60,7 @@ class Times:
             text = Path(file.name).read_text()
         for case in json.loads(text)["benchmarks"] if text else []:
             name = case["name"] if rename is None else case["name"].replace(*rename)
-            #  The thread's processor time, so that what else runs on the machine counts little.
-            self._rounds.setdefault(name, []).append(case["cpu_time"])
+            self._rounds.setdefault(name, []).append(case[clock])
 
     def __getitem__(self, name):
         return statistics.median(self._rounds[name])
@@ -108,14 +111,13 @@ class Counts:
         self._build = build
         self._counts = {}
 
-    def run(self, cases, times):
-        with ThreadPoolExecutor(2) as pool:
-            for case, count in zip(cases, pool.map(lambda case: self._count(case, times), cases), strict=True):
-                self._counts[case] = count
+    def run(self, cases, times, program="addrpubd_bench", prefix=()):
+        def count(case):
+            few, many = (collected(*prefix, self._build / program, "--count", case, n) for n in (times, 3 * times))
+            return (many - few) / (2 * times)
 
-    def _count(self, case, times):
-        few, many = (collected(self._build / "addrpubd_bench", "--count", case, n) for n in (times, 3 * times))
-        return (many - few) / (2 * times)
+        with ThreadPoolExecutor(2) as pool:
+            self._counts.update(zip(cases, pool.map(count, cases), strict=True))
 
     def __getitem__(self, case):
         return self._counts[case]

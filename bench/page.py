@@ -27,7 +27,7 @@ def machine():
 
 INTRODUCTION = """# Measured
 
-Every figure on this page was made by one run of
+Every figure of the tables and bars was made by one run of
 
     scripts/bench
 
@@ -36,12 +36,15 @@ on {date}, on a machine with {machine}.
 The script installs the peers from Debian, builds the release preset with the benchmarks in `build/bench`, runs all
 topics and writes this page and its plots. `scripts/bench TOPIC...` runs single topics and writes nothing; they are {topics}.
 
-Times are medians of {rounds} interleaved rounds and count the processor's time of the one thread that is looked at;
-ratios are medians of the rounds' ratios. Nothing on this page is a test: machines differ, and a neighbour's load moves
+Times are medians of {rounds} interleaved rounds and count the processor's time of the one thread that is looked at,
+unless real time is named; ratios are medians of the rounds' ratios. The idle programs are looked at once, side by side,
+and the memory left is that of one run. Nothing on this page is a test: machines differ, and a neighbour's load moves
 times. Instructions are counted by callgrind, in user space, and repeat: they are what to look at when a time surprises.
-Debian's Google Benchmark is a debug build; each case therefore loops by itself, many times at once.
+Debian's Google Benchmark is a debug build; each case therefore loops by itself, many times at once. The reasons given
+for what is missed also name counts of single functions, which were read from callgrind's output by hand.
 
-Peers are built with the flags of this project's release preset, hardening included.
+What is compiled into the benchmark program, peers included, has the flags of this project's release preset, with its
+hardening. The allocators, fmt, spdlog's library, inadyn and ddclient are Debian's binaries.
 
 ## The bars
 

@@ -130,13 +130,12 @@ class Report:
             print(f"survived: {mutant.key}")
 
 
-def already_done(file):
-    """The mutants of an earlier run that did not survive."""
+def last_outcomes(file):
+    """What became of the mutants of an earlier run."""
     if not file.exists():
-        return set()
+        return {}
     rows = [line.split("\t") for line in file.read_text(encoding="utf-8").splitlines()]
-    last = {row[0]: row[2] for row in rows}
-    return {key for key, outcome in last.items() if outcome in ("killed", "does not compile")}
+    return {row[0]: row[2] for row in rows}
 
 
 def chosen(tree, covering, options):
@@ -163,7 +162,7 @@ def arguments():
     parser.add_argument("-k", "--kind", action="append", choices=KINDS, help="mutants of this kind only")
     parser.add_argument("--only", help="mutants whose listed name contains this text")
     parser.add_argument("--list", action="store_true", help="list the mutants and run nothing")
-    parser.add_argument("--resume", action="store_true", help="leave out what an earlier run killed or what is explained")
+    parser.add_argument("--resume", action="store_true", help="leave out what an earlier run settled")
     parser.add_argument("--keep-base", action="store_true", help="use the copy of the tree of the run before")
     parser.add_argument("--no-system", action="store_true", help="do not ask the system tests about survivors")
     parser.add_argument("--work", type=Path, default=DEFAULT_WORK, help="folder for copies and builds")
@@ -171,12 +170,19 @@ def arguments():
 
 
 def asked_for(tree, covering, explained, results, options):
-    """The mutants to try. Where a run is resumed those that are settled are left out."""
+    """The mutants to try. Where a run is resumed those that are settled are left out: a reason settles what it was tried
+    on, and nothing that was never tried."""
     mutants = chosen(tree, covering, options)
     if not options.resume:
         return mutants
-    done = already_done(results)
-    return [m for m in mutants if m.key not in done and not explained.reason(m)]
+    last = last_outcomes(results)
+
+    def settled(mutant):
+        outcome = last.get(mutant.key)
+        explicable = outcome in ("survived", "explained")
+        return outcome in ("killed", "does not compile") or (explicable and explained.reason(mutant))
+
+    return [mutant for mutant in mutants if not settled(mutant)]
 
 
 def unborne(tree, explained, files):
