@@ -75,7 +75,12 @@ def request(times, counts):
     topic = "request text for 2 addresses beside memcpy"
     result.rows.append(Row(topic, f"{copies:.1f} times", "at most 12 times", copies <= 12, why))
     head = ["addresses", "olk", *peers, "olk instr.", *(f"{peer} instr." for peer in peers)]
-    note = "memcpy copies the finished text into a buffer that stands ready; fmt escapes nothing."
+    note = (
+        "memcpy copies the finished text into a buffer that stands ready; fmt escapes nothing. The writer takes 16 "
+        "characters at a time and an element in one piece, which the bar for 1,000 addresses needs: tried by hand, "
+        "looking at single characters costs 0.7 of RapidJSON's time there, and appending an element's parts one by one "
+        "0.35."
+    )
     result.tables.append(Table("Request text", head, lines, f"{BENCH} --benchmark_filter=^request/", note))
     result.plots["request"] = plot
     return result

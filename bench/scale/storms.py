@@ -6,7 +6,7 @@ the other, and hosts that give up after the library's ten seconds and back off a
 
 import numpy
 
-LEAST, MOST = 1000, 60000  # milliseconds
+LEAST, MOST_BASE = 1000, 48000  # milliseconds
 DOUBLINGS = 6
 GIVE_UP = 10.0  # seconds: the limit of opening a connection
 STEP = 0.1  # seconds
@@ -14,9 +14,8 @@ STEP = 0.1  # seconds
 
 def delays(failures, random):
     """A wait for each host, whose failures in a row are given."""
-    highest = numpy.minimum(LEAST * 2 ** numpy.minimum(failures - 1, DOUBLINGS), MOST)
-    lowest = numpy.maximum(highest * 3 // 4, LEAST)
-    return (lowest + random.integers(0, 1 << 32, len(failures)) % (highest - lowest + 1)) / 1000
+    base = numpy.minimum(LEAST * 2 ** numpy.minimum(failures - 1, DOUBLINGS), MOST_BASE)
+    return (base + random.integers(0, 1 << 32, len(failures)) % (base // 4 + 1)) / 1000
 
 
 def tries(lost, away, random):
