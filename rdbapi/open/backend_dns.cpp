@@ -37,7 +37,9 @@ public:
 private:
     Outcome setsFor(const DnsRequest& request, std::vector<RecordSet>& sets) const;
     Outcome update(const DnsRequest& request) const;
+    Outcome findAlias(DnsExchange& exchange, const std::vector<RecordSet>& sets, std::chrono::milliseconds until) const;
     Outcome checkSet(DnsExchange& exchange, const RecordSet& set) const;
+    Outcome checkAlias(DnsExchange& exchange, const std::string& owner, std::chrono::milliseconds until) const;
     Outcome checkAbsence(DnsExchange& exchange, const RecordSet& set) const;
     std::string takeKey(TsigKey& key) const;
 
@@ -122,7 +124,18 @@ Outcome DnsBackend::update(const DnsRequest& request) const {
     if (answer.trust != Trust::whole)
         return outcomeOf(answer);
     const unsigned rcode = rcodeOf(*answer.packet);
+    if (rcode == rcodeYxRrset)
+        return findAlias(exchange, sets, until);
     return rcode == rcodeNoError ? Outcome{} : serverRefused(rcodeWords(rcode));
+}
+
+//  A server whose answer is YXRRSET does not say at which name the update has met an alias.
+Outcome DnsBackend::findAlias(DnsExchange& exchange, const std::vector<RecordSet>& sets,
+                              std::chrono::milliseconds until) const {
+    for (const std::string& owner : ownersOfRecords(sets))
+        if (Outcome found = checkAlias(exchange, owner, until); found.code == errorServerRefused)
+            return found;
+    return serverRefused(rcodeWords(rcodeYxRrset));
 }
 
 Outcome DnsBackend::message(std::string_view text, std::string& reply) {
@@ -141,8 +154,7 @@ std::string DnsBackend::refusal(std::string_view text, int code) {
     return dnsReply(request.seqno, code, "the server is not connected");
 }
 
-//  An alias at a name keeps every other record away from it, and a server passes over updates that want both
-//  (RFC 2136 section 3.4.2.2): asking again would not help. A set without records has nothing that could be kept away.
+//  An alias at a name keeps every other record away from it. A set without records has nothing that could be kept away.
 Outcome DnsBackend::checkSet(DnsExchange& exchange, const RecordSet& set) const {
     const Answer answer = exchange.ask(queryMessage(newId(), set.owner, set.type), monotonicNow() + exchangeLimit);
     if (answer.trust != Trust::whole)
@@ -153,14 +165,23 @@ Outcome DnsBackend::checkSet(DnsExchange& exchange, const RecordSet& set) const 
     if (!ldns_pkt_aa(answer.packet.get()))
         return serverRefused("the server is not authoritative for " + set.owner);
     if (!set.records.empty() && answerHas(*answer.packet, set.owner, typeCname))
-        return serverRefused("a CNAME stands at " + set.owner + " and keeps its other records away");
+        return checkAlias(exchange, set.owner, monotonicNow() + exchangeLimit);
     if (answerHolds(*answer.packet, set))
         return {};
     return set.records.empty() ? checkAbsence(exchange, set) : Outcome{errorNotHeld, {}};
 }
 
-//  Records that a wildcard stands in for look like held ones in an answer (RFC 4592); the condition of an
-//  update looks at the zone itself. A server that does not answer to one gets the update again, which does no harm.
+//  The alias of a wildcard looks in an answer like one that stands at the name (RFC 4592), but gives way to records that
+//  are added there. The condition of an update looks at the zone itself.
+Outcome DnsBackend::checkAlias(DnsExchange& exchange, const std::string& owner, std::chrono::milliseconds until) const {
+    const Answer answer = exchange.ask(absenceMessage(newId(), zone_.zone, owner, typeCname), until);
+    if (answer.trust != Trust::whole)
+        return outcomeOf(answer);
+    return rcodeOf(*answer.packet) == rcodeYxRrset ? serverRefused(aliasWords(owner)) : Outcome{errorNotHeld, {}};
+}
+
+//  Records that a wildcard stands in for look like held ones, too. A server that does not answer to a condition gets the
+//  update again, which does no harm.
 Outcome DnsBackend::checkAbsence(DnsExchange& exchange, const RecordSet& set) const {
     const Answer answer =
         exchange.ask(absenceMessage(newId(), zone_.zone, set.owner, set.type), monotonicNow() + exchangeLimit);

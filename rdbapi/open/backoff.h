@@ -1,6 +1,9 @@
 //  How long a worker waits before it opens a failed back end again: 1 s after the first failure, doubled after each
-//  further one, at most 60 s, and then a random share of up to a quarter less, so that clients that lost the same server
-//  do not return in step. Never less than 1 s.
+//  further one, at most 48 s, and on top of that a random share of up to a quarter of it, so that clients that lost the
+//  same server do not return in step, not even from their first wait:
+//
+//      failures in a row    1          2        3      4       5        6        7 and more
+//      wait, s              1 - 1.25   2 - 2.5  4 - 5  8 - 10  16 - 20  32 - 40  48 - 60
 #ifndef RDBAPI_OPEN_BACKOFF_H
 #define RDBAPI_OPEN_BACKOFF_H
 
@@ -10,7 +13,7 @@
 namespace rdbopen {
 
 inline constexpr std::chrono::milliseconds backoffLeast{1000};
-inline constexpr std::chrono::milliseconds backoffMost{60000};
+inline constexpr std::chrono::milliseconds backoffMostBase{48000};  // without the random share
 
 //  Returns the wait after failures failures in a row without a success between them. random is any number; equal
 //  numbers give equal waits.

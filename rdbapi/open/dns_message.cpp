@@ -11,10 +11,8 @@ constexpr std::uint16_t classIn = 1;
 constexpr std::uint16_t classNone = 254;
 constexpr std::uint16_t classAny = 255;
 
-//  Four counts follow the flags in a header, of which a message of this library has two: that of the questions or zones,
-//  and one of these (RFC 2136 section 2.2).
-constexpr std::size_t prerequisiteCountAt = 6;
-constexpr std::size_t updateCountAt = 8;
+//  The sections behind that of the question or zone, by where the header counts their records (RFC 2136 section 2.2).
+enum class Section : std::size_t { prerequisites = 6, updates = 8 };
 
 class Writer {
 public:
@@ -27,26 +25,32 @@ public:
 
     void question(const std::string& owner, std::uint16_t type) { front(owner, type, classIn); }
 
-    void record(const std::string& owner, std::uint16_t type, std::uint16_t record_class, std::uint32_t ttl,
-                const DnsBytes& data) {
+    void record(Section section, const std::string& owner, std::uint16_t type, std::uint16_t record_class,
+                std::uint32_t ttl, const DnsBytes& data) {
         front(owner, type, record_class);
         putDns16(bytes_, ttl >> 16);
         putDns16(bytes_, ttl & 0xffff);
         putDns16(bytes_, data.size());
         bytes_.insert(bytes_.end(), data.begin(), data.end());
-        ++records_;
+        count(section);
+    }
+
+    //  RFC 2136 section 2.4.3: class NONE, ttl 0 and no data are the condition that the zone has no such set.
+    void absence(const std::string& owner, std::uint16_t type) {
+        record(Section::prerequisites, owner, type, classNone, 0, {});
     }
 
     bool fits() const { return bytes_.size() <= longestMessage; }
 
-    //  count_at: where the records are counted.
-    DnsBytes take(std::size_t count_at) {
-        bytes_[count_at] = static_cast<std::uint8_t>(records_ >> 8);
-        bytes_[count_at + 1] = static_cast<std::uint8_t>(records_);
-        return std::move(bytes_);
-    }
+    DnsBytes take() { return std::move(bytes_); }
 
 private:
+    void count(Section section) {
+        const auto at = static_cast<std::size_t>(section);
+        if (++bytes_[at + 1] == 0)
+            ++bytes_[at];
+    }
+
     void front(const std::string& owner, std::uint16_t type, std::uint16_t record_class) {
         name(owner);
         putDns16(bytes_, type);
@@ -71,7 +75,6 @@ private:
     }
 
     DnsBytes bytes_;
-    std::size_t records_ = 0;
     std::map<std::string, std::size_t> ends_;  // of names, by where they stand
 };
 
@@ -92,33 +95,43 @@ void putDnsName(DnsBytes& bytes, std::string_view name) {
     bytes.push_back(0);
 }
 
+std::vector<std::string> ownersOfRecords(const std::vector<RecordSet>& sets) {
+    std::vector<std::string> owners;
+    for (const RecordSet& set : sets)
+        if (!set.records.empty() && (owners.empty() || owners.back() != set.owner))
+            owners.push_back(set.owner);
+    return owners;
+}
+
 DnsBytes updateMessage(std::uint16_t id, const std::string& zone, std::uint32_t ttl,
                        const std::vector<RecordSet>& sets) {
     Writer writer(id, opcodeUpdate);
     writer.question(zone, typeSoa);
+    for (const std::string& owner : ownersOfRecords(sets))
+        writer.absence(owner, typeCname);
     //  RFC 2136 section 2.5.2: class ANY, ttl 0 and no data delete the set.
     for (const RecordSet& set : sets)
-        writer.record(set.owner, set.type, classAny, 0, {});
+        writer.record(Section::updates, set.owner, set.type, classAny, 0, {});
     for (const RecordSet& set : sets)
         for (const DnsBytes& data : set.records) {
             if (!writer.fits())
                 return {};
-            writer.record(set.owner, set.type, classIn, ttl, data);
+            writer.record(Section::updates, set.owner, set.type, classIn, ttl, data);
         }
-    return writer.fits() ? writer.take(updateCountAt) : DnsBytes();
+    return writer.fits() ? writer.take() : DnsBytes();
 }
 
 DnsBytes absenceMessage(std::uint16_t id, const std::string& zone, const std::string& owner, std::uint16_t type) {
     Writer writer(id, opcodeUpdate);
     writer.question(zone, typeSoa);
-    writer.record(owner, type, classNone, 0, {});
-    return writer.take(prerequisiteCountAt);
+    writer.absence(owner, type);
+    return writer.take();
 }
 
 DnsBytes queryMessage(std::uint16_t id, const std::string& owner, std::uint16_t type) {
     Writer writer(id, opcodeQuery);
     writer.question(owner, type);
-    return writer.take(updateCountAt);
+    return writer.take();
 }
 
 }  // namespace rdbopen

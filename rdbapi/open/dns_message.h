@@ -1,13 +1,17 @@
 //  The messages that this library sends, before they are signed.
 //
 //      update (RFC 2136 section 2):
-//      | id | opcode 5 | counts | zone SOA IN | delete set 1 | delete set 2 ... | add record 1 of set 1 | ...
+//      | id | opcode 5 | counts | zone SOA IN | no CNAME at owner 1 | ... | delete set 1 | delete set 2 ... |
+//      add record 1 of set 1 | ...
 //      condition (RFC 2136 section 2.4.3), an update that has no changes:
 //      | id | opcode 5 | counts | zone SOA IN | owner type NONE |
 //      question (RFC 1035 section 4.1):
 //      | id | opcode 0 | counts | owner type IN |
 //
 //  Owners are compressed (RFC 1035 section 4.1.4); names in a record's data are not.
+//
+//  The messages are written here and signed in dns_tsig.h, while ldns (1.8.3) only takes answers, names and base64 apart:
+//  its writer ends the process by an assertion when a message grows beyond 65535 bytes.
 #ifndef RDBAPI_OPEN_DNS_MESSAGE_H
 #define RDBAPI_OPEN_DNS_MESSAGE_H
 
@@ -43,8 +47,15 @@ struct RecordSet {
 void putDns16(DnsBytes& bytes, std::size_t number);
 void putDnsName(DnsBytes& bytes, std::string_view name);
 
+//  Returns the owners of sets that have records, each once, in their order.
+//  Requires: the sets of one owner stand together.
+std::vector<std::string> ownersOfRecords(const std::vector<RecordSet>& sets);
+
 //  Returns the update that makes zone hold exactly sets of the owners and types in them: each set is deleted, then its
-//  records are added. Empty when it would be longer than longestMessage.
+//  records are added. Empty when it would be longer than longestMessage. Requires: as above.
+//
+//  Its conditions: no alias (CNAME) at any of ownersOfRecords. With one, a server would pass over the records in silence
+//  and answer without an error (RFC 2136 section 3.4.2.2); so it answers YXRRSET and changes nothing.
 DnsBytes updateMessage(std::uint16_t id, const std::string& zone, std::uint32_t ttl,
                        const std::vector<RecordSet>& sets);
 

@@ -30,7 +30,7 @@ bool nameInZone(std::string_view name, const std::string& zone, std::string& ful
 std::vector<Ipv6Address> publishedAddresses(const std::vector<std::string>& texts, const DnsZone& zone,
                                             const LocalFlags& flags);
 
-//  Returns the sets for the name full, which is in zone's form.
+//  Returns the sets for the name full, which is in zone's form. Those of one owner stand together.
 std::vector<RecordSet> recordSets(const std::string& full, const std::vector<Ipv6Address>& addresses,
                                   const std::vector<std::uint16_t>& ports);
 

@@ -9,6 +9,9 @@
 //
 //  The records of an answer are not looked into before its signature is found right.
 //
+//  This is done with OpenSSL's HMAC: ldns (1.8.3) does not sign with hmac-sha384, takes the time of signing itself, and
+//  does not hand on what a server says with BADTIME.
+//
 //  Threads: any, as long as each object is used by one at a time.
 #ifndef RDBAPI_OPEN_DNS_TSIG_H
 #define RDBAPI_OPEN_DNS_TSIG_H

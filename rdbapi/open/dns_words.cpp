@@ -41,6 +41,10 @@ std::string tsigErrorWords(unsigned error) {
     return wordsFor(tsigErrors, error, "the server refuses the signature with code ");
 }
 
+std::string aliasWords(const std::string& owner) {
+    return "a CNAME stands at " + owner + " and keeps its other records away";
+}
+
 std::string badTimeWords(std::int64_t ahead) {
     if (ahead == 0)
         return "BADTIME: the server refuses the time of the message";

@@ -10,6 +10,7 @@ namespace rdbopen {
 //  Codes of a message's header (RFC 1035 section 4.1.1, RFC 2136 section 2.2) and of a signature (RFC 8945 section 3).
 inline constexpr unsigned rcodeNoError = 0;
 inline constexpr unsigned rcodeNxDomain = 3;
+inline constexpr unsigned rcodeYxRrset = 7;
 inline constexpr unsigned rcodeNotAuth = 9;
 inline constexpr unsigned tsigBadSig = 16;
 inline constexpr unsigned tsigBadKey = 17;
@@ -19,6 +20,9 @@ inline constexpr unsigned tsigBadTrunc = 22;
 //  Returns the text for a code other than 0.
 std::string rcodeWords(unsigned rcode);
 std::string tsigErrorWords(unsigned error);
+
+//  Returns the text for an alias that keeps the records of owner away.
+std::string aliasWords(const std::string& owner);
 
 //  Returns the text for BADTIME. ahead: by how many seconds the server's clock is ahead of this host's; may be negative.
 std::string badTimeWords(std::int64_t ahead);

@@ -69,6 +69,7 @@ constexpr Option options[] = {
     {"check", takeCheck},
 };
 
+//  A reason never quotes the url: a secret may have strayed into it.
 bool takeOptions(const Url& url, DnsZone& zone, std::string& reason) {
     const auto refuse = [&reason](const std::string& why) {
         reason = "malformed url: " + why;
@@ -79,13 +80,13 @@ bool takeOptions(const Url& url, DnsZone& zone, std::string& reason) {
         const auto* option = std::find_if(std::begin(options), std::end(options),
                                           [&given](const Option& known) { return known.name == given.name; });
         if (option == std::end(options))
-            return refuse("the options are ttl, algorithm, skip and check, not " + given.name);
+            return refuse("the options are ttl, algorithm, skip and check");
         bool& before = seen[option - std::begin(options)];
         if (before)
-            return refuse("the option " + given.name + " is given twice");
+            return refuse("the option " + std::string(option->name) + " is given twice");
         before = true;
         if (const std::string wanted = option->take(given.value, zone); !wanted.empty())
-            return refuse(given.name + " is " + wanted);
+            return refuse(std::string(option->name) + " is " + wanted);
     }
     return true;
 }

@@ -77,7 +77,7 @@ Outcome notUnderstood(std::string_view command) {
 
 Outcome refusedByRedis(std::string_view command, const RedisReply& answer) {
     std::string reason = redisRefusal(command, answer.text, true);
-    return answer.text.starts_with("NOAUTH") ? backendFailed(std::move(reason)) : serverRefused(std::move(reason));
+    return redisEndsConnection(answer.text) ? backendFailed(std::move(reason)) : serverRefused(std::move(reason));
 }
 
 Outcome readTime(const RedisReply& reply, std::int64_t& now) {

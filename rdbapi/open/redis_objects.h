@@ -44,7 +44,7 @@ struct RedisHeld {
     std::optional<RedisValue> value;
 };
 
-//  Takes an error answer to command: the connection goes on, except when the login is gone.
+//  Takes an error answer to command: the connection goes on, except after redisEndsConnection.
 Outcome refusedByRedis(std::string_view command, const RedisReply& answer);
 
 //  The outcome of an answer that no Redis server gives to command.

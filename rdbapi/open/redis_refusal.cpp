@@ -1,5 +1,6 @@
 #include "redis_refusal.h"
 
+#include <algorithm>
 #include <utility>
 
 namespace rdbopen {
@@ -13,6 +14,9 @@ struct Meaning {
     std::string_view words;
     bool general = false;  // any command is answered so, now one, now another: the reason is the same for all
 };
+
+//  Beginnings of the answers after which a server is of no use.
+constexpr std::string_view endings[] = {"NOAUTH", "READONLY", "MASTERDOWN"};
 
 //  The answers of Redis 7; their first words are fixed, what follows differs between versions.
 constexpr Meaning meanings[] = {
@@ -39,6 +43,10 @@ constexpr Meaning meanings[] = {
 //  The transaction that was not begun for a reason of its own.
 constexpr std::string_view discarded = "EXECABORT Transaction discarded because of: ";
 
+std::string_view withoutDiscarded(std::string_view answer) {
+    return answer.starts_with(discarded) ? answer.substr(discarded.size()) : answer;
+}
+
 std::string printable(std::string_view answer) {
     std::string text(answer.substr(0, longestQuote));
     for (char& c : text)
@@ -49,9 +57,14 @@ std::string printable(std::string_view answer) {
 
 }  // namespace
 
+bool redisEndsConnection(std::string_view answer) {
+    answer = withoutDiscarded(answer);
+    return std::any_of(std::begin(endings), std::end(endings),
+                       [answer](std::string_view ending) { return answer.starts_with(ending); });
+}
+
 std::string redisRefusal(std::string_view command, std::string_view answer, bool quote) {
-    if (answer.starts_with(discarded))
-        answer.remove_prefix(discarded.size());
+    answer = withoutDiscarded(answer);
     std::string subject = std::string(command) + " refused: ";
     for (const Meaning& meaning : meanings)
         if (answer.starts_with(meaning.beginning)) {

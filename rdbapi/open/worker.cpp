@@ -163,6 +163,8 @@ Outcome Worker::session() {
             outcome = checkWanted();
             break;
         }
+        if (outcome.code == errorNone && checkRefused_)
+            outcome = checkWanted();
         checkAt_ = monotonicNow() + backend_->checkInterval();
         if (outcome.code == errorBackendFailed)
             return outcome;
@@ -201,10 +203,12 @@ Outcome Worker::completeWanted() {
     return guarded([this] { return wanted_.complete(*backend_); });
 }
 
+//  Sets checkRefused_: of what a check was refused for, another request that succeeds says nothing.
 Outcome Worker::checkWanted() {
     Outcome outcome = guarded([this] { return backend_->probe(); });
     if (outcome.code == errorNone)
         outcome = guarded([this] { return wanted_.check(*backend_); });
+    checkRefused_ = outcome.code == errorServerRefused;
     return outcome.code == errorNone && wanted_.pending() ? completeWanted() : outcome;
 }
 

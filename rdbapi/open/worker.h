@@ -8,7 +8,9 @@
 //  is completed by the worker itself: before 60001 after a failure, so that a link that fails at its first request tells
 //  nothing; and with the same back-off while serving, when the server refuses it. The wait between attempts to open
 //  grows until a connection has held for steadyTime, so a link that comes and goes is damped. A reason is reported when
-//  it differs from the one before it by more than a count of seconds, not at each attempt.
+//  it differs from the one before it by more than a count of seconds, not at each attempt. That it is over is reported
+//  when a request has succeeded, nothing is pending, and the last check was not refused; after a refused one each
+//  success is followed by a check.
 //
 //  An event or reply is delivered when the handle is not closed at that moment. So when rdb_disconnect returns, at most
 //  one callback is still to begin or to end: the one that the worker was delivering already.
@@ -103,6 +105,7 @@ private:
     std::chrono::milliseconds checkAt_{};     // when the next check is due
     unsigned losses_ = 0;                     // in a row, without a sound connection between them
     unsigned refusals_ = 0;                   // in a row
+    bool checkRefused_ = false;               // the last check was
     std::string lastReason_;                  // without its counts of seconds; empty while all is well
     std::minstd_rand random_;
 };

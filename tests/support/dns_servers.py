@@ -2,8 +2,8 @@
 
 Both serve the zone ZONE on 127.0.0.1 and ::1, each from a folder of its own, and take updates signed by the key
 HOST_KEY for the names in `allowed`: AAAA and HTTPS at each, HTTPS at its _PORT._https children. READER, which no client
-under test knows, may transfer the zone. A server starts with ZONE_FILE, which has other types at NAME and other names
-beside it.
+under test knows, may transfer the zone. A server starts with the text `zone`, usually ZONE_FILE, which has other types
+at NAME and other names beside it.
 
     server = Bind(sandbox)
     server.start()
@@ -88,6 +88,7 @@ class Server:
     program = ""
     package = ""
     folder = ""
+    zone = ZONE_FILE
 
     def __init__(self, sandbox, algorithm="hmac-sha256"):
         self.sandbox = sandbox
@@ -95,6 +96,7 @@ class Server:
         self.keys = {HOST_KEY: secret(HOST_KEY), READER: secret(READER)}
         self.granted = HOST_KEY  # the key that may update
         self.allowed = [NAME]
+        self.has_zone = True  # its configuration names ZONE
         self.process = None
         sandbox.path(self.folder).mkdir(exist_ok=True)
         self.write_zone()
@@ -103,7 +105,7 @@ class Server:
         self.sandbox.path(f"{self.folder}/{name}").write_text(text)
 
     def write_zone(self):
-        self.write("zone", ZONE_FILE)
+        self.write("zone", self.zone)
 
     def start(self):
         self.write("conf", self.configuration())
@@ -186,6 +188,10 @@ class Bind(Server):
         for name in self.allowed:
             grants += [f'grant "{self.granted}" name {name}. AAAA HTTPS;']
             grants += [f'grant "{self.granted}" wildcard *._https.{name}. HTTPS;']
+        zone = [
+            f'zone "{ZONE}" {{ type primary; file "zone"; journal "{self.journal}";',
+            f'allow-transfer {{ key "{READER}"; }}; update-policy {{ {" ".join(grants)} }}; }};',
+        ]
         return "\n".join(
             [
                 f'options {{ directory "{self.folder}"; pid-file none; lock-file none; session-keyfile none;',
@@ -194,10 +200,11 @@ class Bind(Server):
                 "controls { };",
                 "logging { channel out { stderr; }; category default { out; }; category xfer-out { null; }; };",
                 *keys,
-                f'zone "{ZONE}" {{ type primary; file "zone"; journal "{self.journal}";',
-                f'allow-transfer {{ key "{READER}"; }}; update-policy {{ {" ".join(grants)} }}; }};\n',
+                *(zone if self.has_zone else []),
+                "",
             ]
         )
+
 
 class Knot(Server):
     program = "knotd"
@@ -228,6 +235,10 @@ class Knot(Server):
         #  One rule has to cover all records of a message, so the port names stand beside the host names.
         children = ("", "_8443._https.", "_9443._https.")
         names = [f"{child}{name}." for name in self.allowed for child in children]
+        zone = [
+            f"zone:\n  - domain: {ZONE}\n    file: {self.folder}/zone\n    acl: [update, transfer]",
+            "    zonefile-sync: -1\n    zonefile-load: whole\n    journal-content: changes",
+        ]
         keys = [f'  - id: {k}\n    algorithm: {self.algorithm}\n    secret: "{s}"' for k, s in self.keys.items()]
         return "\n".join(
             [
@@ -241,7 +252,7 @@ class Knot(Server):
                 "    update-type: [AAAA, HTTPS]\n    update-owner: name\n    update-owner-match: equal",
                 f"    update-owner-name: [{', '.join(names)}]",
                 f"  - id: transfer\n    key: {READER}\n    action: transfer",
-                f"zone:\n  - domain: {ZONE}\n    file: {self.folder}/zone\n    acl: [update, transfer]",
-                "    zonefile-sync: -1\n    zonefile-load: whole\n    journal-content: changes\n",
+                *(zone if self.has_zone else []),
+                "",
             ]
         )

@@ -10,8 +10,9 @@
 //
 //  The monotonic clock stays real, so a wait that ran out ends early by it; the worker takes the result of poll for due.
 //
-//  HURRYSHIM_FILE     each worker's wait is appended to it when it ends: "MILLISECONDS RESULT\n", the limit as it was asked
-//                     for and what poll returned, 0 when the time ran out. Without it nothing is written down.
+//  HURRYSHIM_FILE     each worker's wait is appended to it, "begin MILLISECONDS\n" and "end MILLISECONDS RESULT\n": the
+//                     limit as it was asked for and what poll returned, 0 when the time ran out. Without it nothing is
+//                     written down.
 //  HURRYSHIM_SOCKETS  a whole number from 1 up.
 //
 //  Threads: any.
@@ -54,15 +55,26 @@ int shortened(int timeout, int divisor) {
 }
 
 //  One write for each line: lines of several threads stay whole.
-void writeDown(int timeout, int result) {
+void writeDown(const char* line) {
     const char* const path = getenv("HURRYSHIM_FILE");
     const int fd = path == nullptr ? -1 : open(path, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0666);
     if (fd < 0)
         return;
-    char line[32];
-    const int length = snprintf(line, sizeof line, "%d %d\n", timeout, result);
-    [[maybe_unused]] const auto written = write(fd, line, static_cast<std::size_t>(length));
+    [[maybe_unused]] const auto written = write(fd, line, strlen(line));
     close(fd);
+}
+
+//  Waits as a worker does.
+int hurry(pollfd* descriptors, nfds_t count, int timeout) {
+    char line[40];
+    snprintf(line, sizeof line, "begin %d\n", timeout);
+    writeDown(line);
+    const int result = realPoll()(descriptors, count, shortened(timeout, workerDivisor));
+    const int error = errno;
+    snprintf(line, sizeof line, "end %d %d\n", timeout, result);
+    writeDown(line);
+    errno = error;
+    return result;
 }
 
 }  // namespace
@@ -74,11 +86,7 @@ int hurriedPoll(pollfd* descriptors, nfds_t count, int timeout) {
     const int before = errno;
     const bool worker = timeout >= 0 && count > 0 && isEventfd(descriptors[0].fd);
     errno = before;
-    if (!worker)
-        return realPoll()(descriptors, count, timeout < 0 ? timeout : shortened(timeout, socketDivisor()));
-    const int result = realPoll()(descriptors, count, shortened(timeout, workerDivisor));
-    const int error = errno;
-    writeDown(timeout, result);
-    errno = error;
-    return result;
+    if (worker)
+        return hurry(descriptors, count, timeout);
+    return realPoll()(descriptors, count, timeout < 0 ? timeout : shortened(timeout, socketDivisor()));
 }

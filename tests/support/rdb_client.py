@@ -15,8 +15,9 @@ library's threads in the order in which they were delivered; client.journal hold
     {"reply": ID, "text": TEXT}        ID: the number that request() returned
 
 With the shim the worker's own waits take a fiftieth of their time, down to 1 ms, and are written down as asked for
-(hurryshim.cpp); client.waits() lists them. Exchanges keep their real limits, but with sockets=N, which divides the
-limits of waits on sockets by N: for servers that stay silent. environment comes on top; an LD_PRELOAD in it is kept.
+(hurryshim.cpp); client.waits() lists them, client.attempts() what the worker did between them. Exchanges keep their real
+limits, but with sockets=N, which divides the limits of waits on sockets by N: for servers that stay silent. environment
+comes on top; an LD_PRELOAD in it is kept.
 
 Syslog gives the sandbox a /dev of its own with the usual devices and the socket /dev/log, which a thread here reads;
 lines() are the texts without priority and time, such as "python3: rdbapi: dns://...: works again".
@@ -34,6 +35,8 @@ from pathlib import Path
 from sandbox import PATIENCE, wait_until
 
 AGENT = Path(__file__).with_name("rdb_client_agent.py")
+LONGEST_WAIT = 60000  # ms; of a back-off and, unless a url says otherwise, until the next check
+LONGEST_BACKOFF_OF_SIX = 40000  # ms; after six failures
 CONNECTED = 60001
 DISCONNECTED = 60003
 
@@ -192,11 +195,49 @@ class RdbClient:
         found = wait_until(lambda: [t for n, t in self.replies() if n == number], f"the reply to request {number}")
         return found[0]
 
-    def waits(self):
-        """The worker's waits so far: (milliseconds asked for, True when the time ran out)."""
+    def _wait_lines(self):
         file = self._sandbox.path(self._waits)
-        lines = file.read_text().splitlines() if file.exists() else []
-        return [(int(asked), ran_out == "0") for asked, ran_out in map(str.split, lines)]
+        return [line.split() for line in file.read_text().splitlines()] if file.exists() else []
+
+    def waits(self):
+        """The worker's waits that have ended: (milliseconds asked for, True when the time ran out)."""
+        return [(int(asked), result == "0") for _, asked, *ended in self._wait_lines() for result in ended]
+
+    def now(self):
+        """This moment, for attempts()."""
+        return len(self._wait_lines())
+
+    def attempts(self, since):
+        """What the worker began of itself after a moment, because a wait had run out, and has ended.
+
+        Each is told by the milliseconds of the wait that it ended with.
+        """
+        found, busy = [], False
+        for what, asked, *result in self._wait_lines()[since:]:
+            if what == "begin" and busy:
+                found.append(int(asked))
+            busy = what == "end" and result == ["0"]
+        return found
+
+    def wait_first_attempt(self, held, what, since=None):
+        """Waits until held() by the first attempt that the worker begins of itself since a moment, now by default.
+
+        An attempt that ends in vain is followed by a back-off, a success by the wait for the next check, and held() must
+        not be false once an attempt has ended. Only from the seventh failure on a back-off can be as long as the wait for
+        a check; then the latter alone tells. However long the failure lasted, no wait is longer than a minute.
+        """
+        since = self.now() if since is None else since
+
+        def condition():
+            ended = self.attempts(since)
+            result = held()
+            assert result or not ended, f"an attempt ended without {what}, the next one is to come in {ended[0]} ms"
+            return result
+
+        wait_until(condition, what)
+        in_vain = [asked for asked in self.attempts(since) if asked <= LONGEST_BACKOFF_OF_SIX]
+        assert not in_vain, f"attempts ended without {what}, the next ones came in {in_vain} ms"
+        assert all(asked <= LONGEST_WAIT for asked, _ in self.waits())
 
     def close(self):
         if self._commands is not None:

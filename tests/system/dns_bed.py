@@ -14,6 +14,7 @@ LIBRARY = BUILD / "librdbapix64.so"
 SHIM = BUILD / "tests/libhurryshim.so"
 OK = 0
 BAD_REQUEST = 1013
+BACKEND_FAILED = 1014
 SERVER_REFUSED = 1017
 
 
@@ -73,6 +74,12 @@ class Bed:
         """Waits until the newest event is that the client is connected."""
         wait_until(lambda: self.client.events(self.handle)[-1] == CONNECTED, "the connection")
 
+    def change_server(self, **changed):
+        """Sets attributes of the running server and makes it follow them."""
+        for name, value in changed.items():
+            setattr(self.server, name, value)
+        self.server.reconfigure()
+
     def ask(self, addresses, ports=(), name=NAME):
         """Hands over a request. Returns the ID of its reply."""
         self._seqno += 1
@@ -96,8 +103,8 @@ class Bed:
         return self.server.published() == records(addresses, ports, **options)
 
     def wait_held(self, addresses, ports=(), **options):
-        """Waits until the server holds exactly this."""
-        wait_until(lambda: self.holds(addresses, ports, **options), f"{addresses} {ports} at the server")
+        """Waits until the server, which is as it should be, holds exactly this by the client's first attempt."""
+        self.client.wait_first_attempt(lambda: self.holds(addresses, ports, **options), f"{addresses} {ports}")
 
     def backoffs(self):
         """The waits that ran out, in seconds, as they were asked for."""

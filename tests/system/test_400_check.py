@@ -16,12 +16,14 @@ TOP = Path(__file__).parents[2]
 SAMPLES = [TOP / "packaging/addrpubd.ini", *sorted((TOP / "docs/examples").glob("*.ini"))]
 GOOD = "hostname = h\nrdburl = log:\nrdbuser = u\nrdbpswd = hunter2\n"
 
-# What is no fault of a sample: the machine it is examined on has no such password file, no name server that knows an
-# example's names, or was built without the back end.
+# What a client library with the back end of a scheme has in it: the name of the library behind it, or the scheme.
+BACK_ENDS = {"log": b"log", "hosts": b"hosts", "sqlite": b"libsqlite3", "redis": b"libhiredis", "dns": b"libldns"}
+
+# What is no fault of a sample: the machine it is examined on has no such password file, and no name server that knows an
+# example's names.
 OUTSIDE = re.compile(
     r": (\w+: the password file \S+ cannot be read: .*"
-    r"|the log stays silent: its server is missing or its name cannot be resolved now"
-    r"|\w+: unknown url scheme \w+: this build has no such back end)$"
+    r"|the log stays silent: its server is missing or its name cannot be resolved now)$"
 )
 
 
@@ -170,7 +172,13 @@ def test_482_output_that_cannot_be_written_gives_status_2(ini):
 
 @pytest.mark.parametrize("sample", SAMPLES, ids=lambda path: path.name)
 def test_483_the_ini_files_of_the_repository_are_without_a_fault(ini, sample):
-    status, output, errors = check(ini(sample.read_text()))
+    text = sample.read_text()
+    schemes = re.findall(r"^(?:rdb|dns)url *= *(\w+):", text, re.MULTILINE)
+    assert schemes
+    built = (BUILD / "librdbapix64.so").read_bytes()
+    if missing := [scheme for scheme in schemes if BACK_ENDS[scheme] not in built]:
+        pytest.skip(f"the open client library was built without {', '.join(missing)}")
+    status, output, errors = check(ini(text))
     assert errors == ""
     faults = [line for line in findings(output) if not OUTSIDE.search(line)]
     assert faults == []

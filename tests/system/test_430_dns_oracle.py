@@ -28,7 +28,7 @@ ORACLE = BUILD / "tests" / "dns_oracle"
 ALGORITHMS = ["hmac-sha1", "hmac-sha256", "hmac-sha384", "hmac-sha512"]
 NOW = 1700000000
 AAAA, HTTPS = dns.rdatatype.AAAA, dns.rdatatype.HTTPS
-IN, ANY = dns.rdataclass.IN, dns.rdataclass.ANY
+IN, NONE, ANY = dns.rdataclass.IN, dns.rdataclass.NONE, dns.rdataclass.ANY
 
 pytestmark = pytest.mark.skipif(not ORACLE.exists(), reason="the client library was built without its back end dns")
 
@@ -129,12 +129,15 @@ def test_431_updates_say_what_the_request_does_and_their_signature_holds(oracle)
                               ",".join(map(str, ports)) or "-")
         message = dns.message.from_wire(wire, keyring={key.name: key}, one_rr_per_rrset=True)
         sets = wanted_records(full, addresses, ports)
+        named = dict.fromkeys(owner for owner, _, records in sets if records)
+        conditions = [(owner, dns.rdatatype.CNAME, NONE, 0, None) for owner in named]
         deletions = [(owner, kind, ANY, 0, None) for owner, kind, _ in sets]
         additions = [(owner, kind, IN, ttl, data.to_wire()) for owner, kind, records in sets for data in records]
         assert (message.id, message.opcode(), message.had_tsig) == (number, dns.opcode.UPDATE, True)
         assert [(zone_set.name, zone_set.rdtype) for zone_set in message.zone] == [
             (dns.name.from_text(zone), dns.rdatatype.SOA)]
-        assert not message.prerequisite and not message.additional
+        assert flat(message.prerequisite) == conditions
+        assert not message.additional
         assert flat(message.update) == deletions + additions
 
 

@@ -1,10 +1,13 @@
-"""The back end dns with Knot DNS, which calls a key that its rules do not let do something unknown (BADKEY)."""
+"""The back end dns with Knot DNS, which calls a key that its rules do not let do something unknown (BADKEY) and signs no
+answer about a zone that it does not have."""
 
 import pytest
 
 pytest.importorskip("dns.tsigkeyring", reason="dnspython is not installed (python3-dnspython)")
 
+from dns_bed import BACKEND_FAILED  # noqa: E402
 from dns_cases import DnsCases, bed  # noqa: E402
+from dns_reply_cases import NOT_AUTH, DnsReplyCases  # noqa: E402
 from dns_servers import Knot  # noqa: E402
 
 __all__ = ["bed"]
@@ -17,3 +20,8 @@ class TestKnot(DnsCases):
 
     def key_without_permission(self, bed, **changed):
         self.refused_until(bed, "BADKEY", **changed)
+
+
+class TestRepliesOfKnot(DnsReplyCases):
+    Server = Knot
+    without_zone = (BACKEND_FAILED, f"the answer is not signed ({NOT_AUTH})")

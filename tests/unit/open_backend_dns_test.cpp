@@ -1,6 +1,7 @@
 //  The back end against a server on loopback that keeps to the standards and answers as its script says.
 #include "backend_dns.h"
 
+#include "dns_words.h"
 #include "open_dns_support.h"
 
 #include <gtest/gtest.h>
@@ -30,11 +31,12 @@ struct Zone {
     std::atomic<unsigned> updateCode{0};
     std::mutex mutex;
     std::vector<AnswerRecord> records;
+    std::string alias;  // a name at which a CNAME stands; set before anything is asked
 
     DnsServer::Script script() {
         return [this](const SeenRequest& seen) {
             if (seen.opcode == LDNS_PACKET_UPDATE)
-                return answered(seen, updateCode);
+                return answered(seen, excludesAlias(seen) ? unsigned{rcodeYxRrset} : unsigned{updateCode});
             if (seen.type == 6)
                 return answered(seen, 0, {soaOf("example.org")});
             const std::lock_guard lock(mutex);
@@ -44,6 +46,21 @@ struct Zone {
                     found.push_back(record);
             return answered(seen, found.empty() ? 3 : 0, found);
         };
+    }
+
+    //  Whether the CNAME stands where a prerequisite of the update says that there is none.
+    bool excludesAlias(const SeenRequest& seen) const {
+        const Packet packet = parseMessage(seen.wire);
+        const std::unique_ptr<ldns_rdf, void (*)(ldns_rdf*)> name(ldns_dname_new_frm_str((alias + ".").c_str()),
+                                                                  ldns_rdf_deep_free);
+        const ldns_rr_list* const prerequisites = ldns_pkt_answer(packet.get());
+        for (std::size_t i = 0; i < ldns_rr_list_rr_count(prerequisites); ++i) {
+            const ldns_rr* const record = ldns_rr_list_rr(prerequisites, i);
+            if (ldns_rr_get_class(record) == LDNS_RR_CLASS_NONE && ldns_rr_get_type(record) == LDNS_RR_TYPE_CNAME &&
+                ldns_dname_compare(ldns_rr_owner(record), name.get()) == 0)
+                return true;
+        }
+        return false;
     }
 };
 
@@ -146,6 +163,23 @@ TEST(DnsBackend, TheSecretIsReadFromItsFileAnewForEachConnection) {
     EXPECT_EQ(backend->checkMessage(request).reason, "the password is not the secret of a key in base64");
 }
 
+//  The server does not say at which of the two names, so each is asked about.
+TEST(DnsBackend, AnAliasThatIsGoneWhenItIsLookedForIsToldInTheServersWords) {
+    std::atomic<int> updates{0};
+    DnsServer server([&updates](const SeenRequest& seen) {
+        if (seen.opcode == LDNS_PACKET_UPDATE)
+            return answered(seen, updates++ == 0 ? unsigned{rcodeYxRrset} : 0);
+        return answered(seen, 0, {soaOf("example.org")});
+    });
+    const auto backend = backendOf(server.url());
+    ASSERT_EQ(backend->open(plainWaiter).reason, "");
+    std::string reply;
+    const Outcome outcome = backend->message(request, reply);
+    EXPECT_EQ(outcome.code, errorServerRefused);
+    EXPECT_EQ(outcome.reason, "YXRRSET: a record set exists that must not");
+    EXPECT_EQ(updates, 3);
+}
+
 //  The fixture's back end is open, and the server has seen the question for the zone.
 class OpenDnsBackend : public testing::Test {
 protected:
@@ -169,6 +203,7 @@ TEST_F(OpenDnsBackend, AMessageIsOneUpdate) {
     const SeenRequest seen = server.requests().take();
     const Packet packet = parseMessage(seen.wire);
     EXPECT_EQ(seen.opcode, unsigned{LDNS_PACKET_UPDATE});
+    EXPECT_EQ(ldns_pkt_ancount(packet.get()), 2U);
     EXPECT_EQ(ldns_pkt_nscount(packet.get()), 6U);
     EXPECT_EQ(server.requests().count(), 0U);
     EXPECT_EQ(server.connections(), 2);
@@ -184,6 +219,19 @@ TEST_F(OpenDnsBackend, ARefusalIsToldInWordsAndAskedAgain) {
     }
     zone.updateCode = 0;
     EXPECT_EQ(send(request).code, errorNone);
+}
+
+TEST_F(OpenDnsBackend, AnUpdateThatMeetsAnAliasIsRefusedWithTheNameAtWhichItStands) {
+    for (const std::string alias : {"host1.example.org", "_8443._https.host1.example.org"}) {
+        zone.alias = alias;
+        start();
+        const Outcome outcome = send(request);
+        EXPECT_EQ(outcome.code, errorServerRefused);
+        EXPECT_EQ(outcome.reason, "a CNAME stands at " + alias + " and keeps its other records away");
+        EXPECT_EQ(reply, R"({"seqno":7,"code":1017,"message":")" + outcome.reason + "\"}");
+        while (server.requests().count() > 0)
+            server.requests().take();
+    }
 }
 
 TEST_F(OpenDnsBackend, ANameOutsideTheZoneIsNeverSent) {
@@ -258,10 +306,21 @@ TEST_F(OpenDnsBackend, ACheckFindsEachRecordThatIsGoneOrAltered) {
 
 TEST_F(OpenDnsBackend, ACheckSaysThatAnAliasStandsAtTheName) {
     zone.records = {{"host1.example.org", typeCname, fromHex("00")}};
+    zone.alias = "host1.example.org";
     start();
     const Outcome outcome = backend->checkMessage(request);
     EXPECT_EQ(outcome.code, errorServerRefused);
     EXPECT_EQ(outcome.reason, "a CNAME stands at host1.example.org and keeps its other records away");
+}
+
+//  The server answers with a wildcard's alias while the zone itself has none at the name: added records take its place.
+TEST_F(OpenDnsBackend, ACheckTakesAWildcardsAliasForRecordsThatAreGone) {
+    zone.records = {{"host1.example.org", typeCname, fromHex("00")}};
+    start();
+    for (const unsigned code : {0U, 5U}) {  // the latter of a server that takes no conditions
+        zone.updateCode = code;
+        EXPECT_EQ(backend->checkMessage(request).code, errorNotHeld);
+    }
 }
 
 constexpr const char* hidden = R"({"request":"ws_dnsupdate","seqno":7,"item":{"name":"host1","ipv6s":["fd00::1"]}})";

@@ -7,31 +7,32 @@ namespace {
 using rdbopen::backoffDelay;
 using std::chrono::milliseconds;
 
-TEST(Backoff, TheFirstWaitIsOneSecond) {
-    for (const std::uint32_t random : {0U, 1U, 12345U, 0xffffffffU})
-        EXPECT_EQ(backoffDelay(1, random), milliseconds(1000));
+//  The longest wait without its random share, by the failures in a row.
+constexpr struct {
+    unsigned failures;
+    int base;  // ms
+} rows[] = {{1, 1000},  {2, 2000},  {3, 4000},   {4, 8000},   {5, 16000},       {6, 32000},         {7, 48000},
+            {8, 48000}, {9, 48000}, {31, 48000}, {33, 48000}, {1000000, 48000}, {0xffffffff, 48000}};
+
+TEST(Backoff, EachFurtherFailureDoublesTheWaitUpTo48Seconds) {
+    for (const auto& row : rows)
+        EXPECT_EQ(backoffDelay(row.failures, 0), milliseconds(row.base)) << row.failures;
 }
 
-TEST(Backoff, EachFurtherFailureDoublesTheLongestWait) {
-    //  The random number that asks for the whole share: the size of the range less one.
-    EXPECT_EQ(backoffDelay(2, 500), milliseconds(2000));
-    EXPECT_EQ(backoffDelay(3, 1000), milliseconds(4000));
-    EXPECT_EQ(backoffDelay(4, 2000), milliseconds(8000));
-    EXPECT_EQ(backoffDelay(5, 4000), milliseconds(16000));
-    EXPECT_EQ(backoffDelay(6, 8000), milliseconds(32000));
-    EXPECT_EQ(backoffDelay(7, 15000), milliseconds(60000));
+TEST(Backoff, TheRandomShareComesOnTopAndIsAtMostAQuarter) {
+    for (const auto& row : rows) {
+        const auto most = static_cast<std::uint32_t>(row.base / 4);
+        EXPECT_EQ(backoffDelay(row.failures, 1), milliseconds(row.base + 1)) << row.failures;
+        EXPECT_EQ(backoffDelay(row.failures, most), milliseconds(row.base + row.base / 4)) << row.failures;
+        EXPECT_EQ(backoffDelay(row.failures, most + 1), milliseconds(row.base)) << row.failures;
+    }
 }
 
-TEST(Backoff, TheShareIsUpToAQuarterLess) {
-    EXPECT_EQ(backoffDelay(2, 0), milliseconds(1500));
-    EXPECT_EQ(backoffDelay(7, 0), milliseconds(45000));
-}
-
-TEST(Backoff, AnyWaitIsBetweenOneAndSixtySeconds) {
-    for (const unsigned failures : {1U, 2U, 3U, 6U, 7U, 8U, 31U, 32U, 33U, 64U, 1000000U, 0xffffffffU})
+TEST(Backoff, AnyWaitIsBetweenItsBaseAndAQuarterMore) {
+    for (const auto& row : rows)
         for (std::uint32_t random = 0; random < 100000; random += 997) {
-            EXPECT_GE(backoffDelay(failures, random), milliseconds(1000)) << failures;
-            EXPECT_LE(backoffDelay(failures, random), milliseconds(60000)) << failures;
+            EXPECT_GE(backoffDelay(row.failures, random), milliseconds(row.base)) << row.failures;
+            EXPECT_LE(backoffDelay(row.failures, random), milliseconds(row.base * 5 / 4)) << row.failures;
         }
 }
 

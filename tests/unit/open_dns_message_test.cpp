@@ -11,19 +11,31 @@ namespace {
 using namespace opentest;
 using namespace rdbopen;
 
-//  RFC 2136 section 2: zone, no prerequisites, updates. All names but the zone's are pointers to earlier ones.
-TEST(DnsUpdate, DeletesEachSetThenAddsItsRecords) {
+//  RFC 2136 section 2: zone, prerequisites, updates. All names but the zone's are pointers to earlier ones.
+TEST(DnsUpdate, ExcludesAliasesThenDeletesEachSetThenAddsItsRecords) {
     const std::vector<RecordSet> sets{{"h.example.org", typeAaaa, {fromHex("20010db8000000000000000000000001")}},
                                       {"h.example.org", typeHttps, {fromHex("000100")}},
                                       {"_80._https.h.example.org", typeHttps, {}}};
     const std::string zone = "07 6578616d706c65 03 6f7267 00 0006 0001";
-    const std::string expected = "1234 2800 0001 0000 0005 0000" + zone +                    //
-                                 "01 68 c00c 001c 00ff 00000000 0000" +                      // AAAA of h, all
+    const std::string expected = "1234 2800 0001 0001 0005 0000" + zone +                    //
+                                 "01 68 c00c 0005 00fe 00000000 0000" +                      // CNAME of h, none
+                                 "c01d 001c 00ff 00000000 0000" +                            // AAAA of h, all
                                  "c01d 0041 00ff 00000000 0000" +                            // HTTPS of h, all
                                  "03 5f3830 06 5f6874747073 c01d 0041 00ff 00000000 0000" +  //
                                  "c01d 001c 0001 0000003c 0010 20010db8000000000000000000000001" +
                                  "c01d 0041 0001 0000003c 0003 000100";
     EXPECT_EQ(toHex(updateMessage(0x1234, "example.org", 60, sets)), toHex(fromHex(expected)));
+}
+
+TEST(DnsUpdate, ExcludesAnAliasOnceAtEachNameThatGetsRecords) {
+    const std::vector<RecordSet> sets{{"a.example.org", typeAaaa, {}},
+                                      {"a.example.org", typeHttps, {DnsBytes(3)}},
+                                      {"b.example.org", typeAaaa, {DnsBytes(16), DnsBytes(16)}},
+                                      {"b.example.org", typeHttps, {DnsBytes(3)}},
+                                      {"c.example.org", typeHttps, {}}};
+    EXPECT_EQ(ownersOfRecords(sets), (std::vector<std::string>{"a.example.org", "b.example.org"}));
+    const DnsBytes wire = updateMessage(1, "example.org", 60, sets);
+    EXPECT_EQ(toHex({wire.begin() + 4, wire.begin() + 12}), "0001000200090000");
 }
 
 TEST(DnsUpdate, HasTheTtlOfTheUrl) {
@@ -50,8 +62,8 @@ TEST(DnsQuery, AsksWithoutRecursion) {
 
 //  A record of 16 bytes with a compressed owner is 28 bytes long.
 TEST(DnsUpdate, UpTo65535BytesIsOneMessage) {
-    RecordSet set{"h.example.org", typeAaaa, {}};
-    const std::size_t most = (65535 - updateMessage(1, "example.org", 60, {set}).size()) / 28;
+    RecordSet set{"h.example.org", typeAaaa, {DnsBytes(16)}};
+    const std::size_t most = 1 + (65535 - updateMessage(1, "example.org", 60, {set}).size()) / 28;
     set.records.assign(most, DnsBytes(16));
     EXPECT_GT(updateMessage(1, "example.org", 60, {set}).size(), 65535U - 28U);
     set.records.emplace_back(16);

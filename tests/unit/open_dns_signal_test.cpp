@@ -1,10 +1,12 @@
 //  rdb_disconnect and rdb_destory in a signal handler at any moment of the exchanges with a server.
 #include "open_dns_support.h"
+#include "open_errors.h"
 #include "open_interrupt.h"
 
 #include <csignal>
 #include <gtest/gtest.h>
 #include <random>
+#include <unistd.h>
 
 namespace {
 
@@ -21,6 +23,29 @@ std::unique_ptr<DnsServer> serverOf(const DnsServer::Script& script) {
     return server;
 }
 
+constexpr unsigned opcodeUpdate = 5;  // RFC 2136 section 1.3
+
+//  Connects and asks for updates until the handler has run.
+void roundOf(const std::string& url, int microseconds) {
+    const std::string text = R"({"request":"ws_dnsupdate","seqno":1,"item":{"name":"h","ipv6s":["2001:db8::1"]}})";
+    Events events;
+    const int handle = rdb_create();
+    ASSERT_GE(handle, 0);
+    ASSERT_EQ(rdb_setmessagenotify(handle, onEvent, &events), 0);
+    handleToEnd = handle;
+    interruptIn(microseconds);
+    const int result = rdb_connectex(handle, url.c_str(), "key1", testSecret, 0);
+    const auto until = std::chrono::steady_clock::now() + hangLimit;
+    while (interrupted == 0 && std::chrono::steady_clock::now() < until)
+        rdb_callmsg(handle, text.data(), static_cast<std::int32_t>(text.size()), ignoreReply, nullptr);
+    const bool inTime = interrupted != 0;
+    rdb_destory(handle);          // if the handler has not
+    ASSERT_TRUE(workersEnded());  // the callback writes into events
+    ASSERT_TRUE(inTime);
+    const bool ended = result == rdbopen::errorClosed || result == rdbopen::errorBadHandle;
+    ASSERT_TRUE(result == 0 || ended) << result;
+}
+
 TEST(DnsSignalHandler, MayDisconnectAndDestroyAtAnyMoment) {
     std::minstd_rand random(1);
     const auto server = serverOf([&random](const SeenRequest& seen) {
@@ -28,19 +53,24 @@ TEST(DnsSignalHandler, MayDisconnectAndDestroyAtAnyMoment) {
             return Reaction{{0, 50, 1}, random() % 2 == 0 ? Reaction::Then::end : Reaction::Then::keepSilent};
         return Reaction{framed(genuineAnswer(seen, 0, {soaOf("example.org")})), Reaction::Then::goOn};
     });
-    const std::string url = server->url();
-    const std::string text = R"({"request":"ws_dnsupdate","seqno":1,"item":{"name":"h","ipv6s":["2001:db8::1"]}})";
-    for (int round = 0; round < 1000; ++round) {
-        Events events;
-        const int handle = rdb_create();
-        ASSERT_GE(handle, 0);
-        ASSERT_EQ(rdb_setmessagenotify(handle, onEvent, &events), 0);
-        handleToEnd = handle;
-        interruptIn(20 + round * 37 % 2000);
-        rdb_connectex(handle, url.c_str(), "key1", testSecret, 0);
-        while (interrupted == 0)
-            rdb_callmsg(handle, text.data(), static_cast<std::int32_t>(text.size()), ignoreReply, nullptr);
-        ASSERT_TRUE(workersEnded());  // the callback writes into events
+    for (int round = 0; round < 1000; ++round)
+        ASSERT_NO_FATAL_FAILURE(roundOf(server->url(), 20 + round * 37 % 2000)) << round;
+    EXPECT_GT(server->connections(), 0);
+}
+
+TEST(DnsSignalHandler, MayDisconnectAndDestroyWhileTheServerHoldsAnAnswerBack) {
+    for (const unsigned held : {0U, opcodeUpdate}) {
+        std::atomic<bool> asked{false};
+        const auto server = serverOf([held, &asked](const SeenRequest& seen) {
+            if (seen.opcode != held)
+                return Reaction{framed(genuineAnswer(seen, 0, {soaOf("example.org")})), Reaction::Then::goOn};
+            asked = true;
+            kill(getpid(), SIGALRM);  // no thread but the test's takes it
+            return Reaction{{}, Reaction::Then::keepSilent};
+        });
+        constexpr int never = 0;  // the timer stays off
+        ASSERT_NO_FATAL_FAILURE(roundOf(server->url(), never)) << held;
+        EXPECT_TRUE(asked) << held;
     }
 }
 

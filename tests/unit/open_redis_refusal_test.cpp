@@ -89,10 +89,8 @@ TEST_F(RedisRefusals, AnErrorToAQueuedCommandNamesItsCause) {
         const char* answer;
         const char* words;
     } rows[] = {
-        {"-READONLY You can't write\r\n", "refused: the server is a read-only replica (READONLY)"},
         {"-OOM command not allowed\r\n", "refused: the server's memory limit is reached (OOM)"},
         {"-MISCONF Redis is configured\r\n", "refused: the server cannot save to its disk (MISCONF)"},
-        {"-MASTERDOWN Link\r\n", "refused: the server is a replica that has lost its master (MASTERDOWN)"},
         {"-LOADING Redis\r\n", "refused: the server is still loading its data (LOADING)"},
         {"-NOPERM no\r\n", "refused: the user has not every permission that is needed (NOPERM)"},
         {"-MOVED 1 h:1\r\n", "refused: the server is part of a cluster, which is not supported (MOVED)"},
@@ -123,6 +121,34 @@ TEST_F(RedisRefusals, ALostLoginIsAFailedConnection) {
     server.answer("HLEN", "-NOAUTH Authentication required.\r\n");
     RdbTag tag = tagNamed("host1");
     EXPECT_EQ(backend->tagGet(tag).code, errorBackendFailed);
+}
+
+TEST_F(RedisRefusals, AServerThatHasBecomeAReplicaIsAFailedConnection) {
+    const std::string readOnly = "refused: the server is a read-only replica (READONLY)";
+    const std::string masterDown = "refused: the server is a replica that has lost its master (MASTERDOWN)";
+    const struct {
+        const char* word;
+        const char* answer;
+        std::string words;
+    } rows[] = {
+        {"XADD", "-READONLY You can't write\r\n", readOnly},
+        {"XADD", "-MASTERDOWN Link\r\n", masterDown},
+        {"HLEN", "-MASTERDOWN Link\r\n", masterDown},
+        {"EXEC", "-EXECABORT Transaction discarded because of: READONLY You can't write\r\n", readOnly},
+        {"EXEC", "-EXECABORT Transaction discarded because of: MASTERDOWN Link\r\n", masterDown},
+    };
+    for (const auto& row : rows) {
+        holdTag();
+        server.answer(row.word, row.answer);
+        const Outcome outcome = put();
+        EXPECT_EQ(outcome.code, errorBackendFailed) << row.word << row.answer;
+        EXPECT_EQ(outcome.reason, row.words);
+        backend->close();
+        server.forget();
+        ASSERT_EQ(backend->open(plainWaiter).code, 0);
+    }
+    server.answer("PING", "-MASTERDOWN Link\r\n");
+    EXPECT_EQ(backend->probe().code, errorBackendFailed);
 }
 
 TEST_F(RedisRefusals, AnAnswerOfTheWrongKindFailsTheConnection) {

@@ -46,6 +46,12 @@ protected:
         rdb_destory(handle);
         ASSERT_TRUE(workersEnded());
     }
+    //  Takes the next pause, which has to be one of the back-off without or with up to its whole random share.
+    static void expectBackoff(int base) {
+        const int pause = pauses.take();
+        EXPECT_GE(pause, base);
+        EXPECT_LE(pause, base * 5 / 4);
+    }
     int tagGet() {
         RdbTag tag = tagNamed("t");
         return rdb_tagget(handle, &tag);

@@ -27,6 +27,14 @@ protected:
         const std::lock_guard lock(script->mutex);
         script->requests = std::move(outcomes);
     }
+    void refuseChecks(std::size_t count) {
+        const std::lock_guard lock(script->mutex);
+        script->checks.assign(count, serverRefused("foreign"));
+    }
+    std::size_t checksLeft() {
+        const std::lock_guard lock(script->mutex);
+        return script->checks.size();
+    }
 };
 
 TEST_F(WorkerWanted, ALostPutIsMadeAgainBeforeConnectedIsTold) {
@@ -56,9 +64,8 @@ TEST_F(WorkerWanted, ARefusedPutIsMadeAgainWithGrowingWaitsWhileTheConnectionSta
     fail({serverRefused("no right"), serverRefused("no right"), serverRefused("no right")});
     EXPECT_EQ(put("1"), errorServerRefused);
     ASSERT_TRUE(servedEventually(4));
-    EXPECT_EQ(pauses.take(), 1000);
-    EXPECT_GE(pauses.take(), 1400);
-    EXPECT_GE(pauses.take(), 2900);
+    for (const int base : {1000, 2000, 4000})
+        expectBackoff(base);
     EXPECT_EQ(events.count(), 0U);
     EXPECT_EQ(reports.take(), "rdbapi: fake: no right");
     EXPECT_EQ(reports.take(), "rdbapi: fake: works again");
@@ -175,6 +182,37 @@ TEST_F(WorkerWanted, WhatTheServerHoldsIsNotPutAgain) {
     EXPECT_EQ(put("1"), 0);
     ASSERT_TRUE(eventually([&] { return pauses.count() > 3; }));
     EXPECT_EQ(script->served, 1);
+}
+
+//  A request that succeeds is not what the check was refused for. Without an interval no other look follows.
+TEST_F(WorkerWanted, WhatACheckIsRefusedForIsOverWhenALookSaysSoAndNotWhenARequestSucceeds) {
+    connect();
+    EXPECT_EQ(put("1"), 0);
+    refuseChecks(2);
+    fail({backendFailed("lost")});
+    EXPECT_EQ(tagGet(), errorBackendFailed);
+    EXPECT_EQ(events.take(), RDB_EVENT_DISCONNECTED);
+    EXPECT_EQ(events.take(), RDB_EVENT_CONNECTED);
+    EXPECT_EQ(reports.take(), "rdbapi: fake: lost");
+    EXPECT_EQ(reports.take(), "rdbapi: fake: foreign");
+    EXPECT_EQ(tagGet(), 0);
+    ASSERT_TRUE(eventually([&] { return checksLeft() == 0; }));
+    EXPECT_EQ(send("m"), 0);
+    replies.take();
+    EXPECT_EQ(reports.take(), "rdbapi: fake: works again");
+    EXPECT_EQ(reports.count(), 0U);
+}
+
+TEST_F(WorkerWanted, WhatACheckIsRefusedForIsToldOnceUntilACheckSucceeds) {
+    connect();
+    EXPECT_EQ(put("1"), 0);
+    refuseChecks(3);
+    script->checkSeconds = 60;
+    EXPECT_EQ(tagGet(), 0);
+    EXPECT_EQ(reports.take(), "rdbapi: fake: foreign");
+    EXPECT_EQ(reports.take(), "rdbapi: fake: works again");
+    EXPECT_EQ(checksLeft(), 0U);
+    EXPECT_EQ(reports.count(), 0U);
 }
 
 TEST_F(WorkerWanted, AConnectionThatTheServerClosesIsNoticedWhileNothingIsAsked) {

@@ -1,0 +1,19 @@
+"""Aliases at the names of the host, with BIND and Knot DNS."""
+
+import pytest
+
+pytest.importorskip("dns.tsigkeyring", reason="dnspython is not installed (python3-dnspython)")
+
+from dns_alias_cases import DnsAliasCases  # noqa: E402
+from dns_cases import bed  # noqa: E402
+from dns_servers import Bind, Knot  # noqa: E402
+
+__all__ = ["bed"]
+
+
+class TestBindAliases(DnsAliasCases):
+    Server = Bind
+
+
+class TestKnotAliases(DnsAliasCases):
+    Server = Knot
