@@ -7,10 +7,19 @@
 #include "olk_words.h"
 
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <new>
 
 #include <strings.h>
+
+void* CRunCls::operator new(std::size_t size) noexcept {
+    return std::malloc(size);
+}
+
+void CRunCls::operator delete(void* object) noexcept {
+    std::free(object);
+}
 
 CRunCls::~CRunCls() {
     olk::release(log);

@@ -19,7 +19,6 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
 #include <ctime>
 #include <string>
 
@@ -58,8 +57,8 @@ public:
 
     //  Gives null without memory, and not by way of an exception: when memory is short from the start, there is none for
     //  one either, and the process would be aborted.
-    static void* operator new(std::size_t size) noexcept { return std::malloc(size); }
-    static void operator delete(void* object) noexcept { std::free(object); }
+    static void* operator new(std::size_t size) noexcept;
+    static void operator delete(void* object) noexcept;
 
     //  Loads the configuration, opens the log, checks the host name and starts the connections. A server that is not
     //  fully configured is left out. Returns false after having reported why; silently when there is no memory for a log

@@ -32,6 +32,6 @@ addrpubd_unit_test(service_background_test
         background_test.cpp
         control_test.cpp
     LIBS service recording_rdb
-    WRAP fork setsid chdir umask dup2 open close fcntl msgget msgsnd msgrcv msgctl usleep sleep kill signal exit
+    WRAP fork setsid chdir umask dup2 open close fcntl msgget msgsnd msgrcv msgctl usleep sleep kill signal exit malloc
         _ZN7CRunCls5startEv _ZN7CRunCls11publishOnceEv
         _ZN3olk9allocator7malloc_EmPm _ZN3olk9allocator5free_EPv)

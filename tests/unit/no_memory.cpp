@@ -3,6 +3,11 @@
 #include <cstdlib>
 #include <new>
 
+extern "C" {
+void* __real_malloc(std::size_t bytes) __attribute__((weak));  // present where the program is linked with --wrap=malloc
+void* __wrap_malloc(std::size_t bytes);
+}
+
 namespace {
 
 thread_local bool g_refused = false;
@@ -11,7 +16,7 @@ thread_local std::size_t g_bytes = NoMemory::any;
 void* request(std::size_t bytes) {
     if (g_refused && (g_bytes == NoMemory::any || g_bytes == bytes))
         return nullptr;
-    return std::malloc(bytes);
+    return __real_malloc != nullptr ? __real_malloc(bytes) : std::malloc(bytes);
 }
 
 void* requestOrThrow(std::size_t bytes) {
@@ -30,6 +35,10 @@ NoMemory::NoMemory(std::size_t bytes) {
 
 NoMemory::~NoMemory() {
     g_refused = false;
+}
+
+void* __wrap_malloc(std::size_t bytes) {
+    return request(bytes);
 }
 
 void* operator new(std::size_t bytes) {

@@ -1,5 +1,6 @@
 //  The program's operator new, which finds no memory while a test says so. It stands in front of the one of every
-//  library that the program loads; the nothrow forms fail with it. The pooled allocator is not part of it.
+//  library that the program loads; the nothrow forms fail with it, and so does the program's malloc where it is linked with
+//  --wrap=malloc. The pooled allocator is not part of it.
 #ifndef NO_MEMORY_H
 #define NO_MEMORY_H
 

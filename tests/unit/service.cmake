@@ -24,4 +24,4 @@ service_unit_test(service_publish_test
 service_unit_test(service_control_test
     service_child.cpp no_memory.cpp runcls_test.cpp runcls_layout_test.cpp runcls_memory_test.cpp pidfile_test.cpp
     daemon_test.cpp daemon_signal_test.cpp)
-target_link_options(service_control_test PRIVATE LINKER:--wrap=pause)
+target_link_options(service_control_test PRIVATE LINKER:--wrap=pause,--wrap=malloc)
