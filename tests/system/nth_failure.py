@@ -2,7 +2,8 @@
 
 A run is written down as lines, its transcript:
 
-    text            a line of standard output, without the time stamp of a log record when that is the clock's own
+    text            a line of standard output, without the time stamp of a log record when that is the clock's own; one
+                    inside the line is written NOW
     udp: text       the text of a log datagram
     > call HANDLE   a call that the client library received
     = fact          exit statuses, the descriptors of the service in its last cycle, what is left behind
@@ -29,6 +30,7 @@ CYCLES = 3
 TODAY = "2025/4/11 "
 EMPTY = "(an empty line)"
 STAMP = re.compile(r"\[(?P<stamp>\d+/\d+/\d+ [\d:.]+)\] (?P<record>\[.*)")
+INNER_STAMP = re.compile(rf"\[{TODAY}[\d:.]+\]")  # of a record that a missing line feed has put behind another
 ADDRESS = "2001:db8:1:2:3:4:5:6"  # too long for a text that needs no memory of its own
 REQUEST = re.compile(
     re.escape('{"request":"ws_dnsupdate","seqno":NUMBER,"item":{"name":"host1",').replace("NUMBER", r"(\d+)")
@@ -236,6 +238,7 @@ class Run:
                 text = stamped["record"]
                 if not stamped["stamp"].startswith(TODAY):
                     self.lines.append("= stamp " + stamped["stamp"].replace(epoch(), "of the epoch"))
+            text = INNER_STAMP.sub("[NOW]", text)
             for pid in self._pids:
                 text = text.replace(f"pid = {pid}", "pid = PID")
             self.lines.append(brief(text))
