@@ -73,16 +73,16 @@ class Times:
         return statistics.median(a / b for a, b in zip(self._rounds[name], self._rounds[beside], strict=True))
 
 
-def collected(*command, cwd=None):
+def collected(*command, cwd=None, prefix=()):
     """Instructions that a program executes in user space, its loader's included."""
-    return sum(by_object(*command, cwd=cwd).values())
+    return sum(by_object(*command, cwd=cwd, prefix=prefix).values())
 
 
-def by_object(*command, cwd=None):
+def by_object(*command, cwd=None, prefix=()):
     """The same, by the object (program or library) that they belong to."""
     with tempfile.TemporaryDirectory() as folder:
         file = Path(folder) / "out"
-        tool = ["valgrind", "--tool=callgrind", f"--callgrind-out-file={file}", "--compress-strings=no"]
+        tool = [*prefix, "valgrind", "--tool=callgrind", f"--callgrind-out-file={file}", "--compress-strings=no"]
         subprocess.run([*tool, *map(str, command)], cwd=cwd, capture_output=True, check=False)
         return _sum_objects(file.read_text())
 
@@ -113,7 +113,8 @@ class Counts:
 
     def run(self, cases, times, program="addrpubd_bench", prefix=()):
         def count(case):
-            few, many = (collected(*prefix, self._build / program, "--count", case, n) for n in (times, 3 * times))
+            command = [self._build / program, "--count", case]
+            few, many = (collected(*command, n, prefix=prefix) for n in (times, 3 * times))
             return (many - few) / (2 * times)
 
         with ThreadPoolExecutor(2) as pool:
