@@ -113,8 +113,8 @@ def console(times, counts):
     times.run("^console/", seconds=0.05)
     result = Result()
     why = (
-        "A flushed record is a system call and printf's work. A prefix put together by hand would come to the bar and "
-        "not below it; the service flushes the few lines of its servers' events only, so the plain code stays."
+        "A flushed record is a system call and printf's work. A prefix put together by hand came to 0.89 and 0.91; the "
+        "service flushes none of its lines, so the plain code stays."
     )
     lines = []
     for where in ("null", "pipe"):
