@@ -65,6 +65,19 @@ olk_allocator_::olk_allocator_() : objheap(objheap_page_bytes, objheap_largest) 
 
 olk_allocator_::~olk_allocator_() = default;
 
+bool olk_allocator_::unlocked() {
+    const auto is_free = [](spinlock& lock) {
+        const bool taken = lock.try_lock();
+        if (taken)
+            lock.unlock();
+        return taken;
+    };
+    for (int32_t i = 0; i < alloc.classcount; ++i)
+        if (!is_free(alloc.classes[i]->lock))
+            return false;
+    return is_free(objheap.lock);
+}
+
 void* memheap_::operator new(size_t size) noexcept {
     return get_olk_alloctor_self()->objheap.malloc_(size);
 }

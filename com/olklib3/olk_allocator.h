@@ -66,6 +66,10 @@ struct olk_allocator_ {
 
     olk_allocator_();
     ~olk_allocator_();
+
+    //  Returns true when no lock of the object heap or of a class was held, each at the moment of being asked. For a signal
+    //  handler, which must not wait for a lock that the code beneath it holds.
+    bool unlocked();
 };
 
 //  Tunes the C library's allocator, which serves everything outside this library (mallopt(3)): one arena for all threads,

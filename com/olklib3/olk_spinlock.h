@@ -22,6 +22,9 @@ public:
     void lock() { pthread_spin_lock(&lock_); }
     void unlock() { pthread_spin_unlock(&lock_); }
 
+    //  Takes the lock if it is free. Returns true when this call took it. Never waits.
+    bool try_lock() { return pthread_spin_trylock(&lock_) == 0; }
+
 private:
     pthread_spinlock_t lock_;
 };

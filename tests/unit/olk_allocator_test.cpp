@@ -44,6 +44,20 @@ TEST(AllocatorGlobals, BothWaysLeadToTheOneInstance) {
     EXPECT_EQ(static_cast<void*>(olk::get_olk_alloctor_self()), static_cast<void*>(&olk::g_olk_allocator.objheap));
 }
 
+TEST(AllocatorGlobals, IsUnlockedUnlessTheObjectHeapOrAClassIsLocked) {
+    olk::olk_allocator_& self = *olk::get_olk_alloctor_self();
+    EXPECT_TRUE(self.unlocked());
+    const auto expect_locked_by = [&self](olk::spinlock& lock) {
+        lock.lock();
+        EXPECT_FALSE(self.unlocked());
+        lock.unlock();
+        EXPECT_TRUE(self.unlocked());
+    };
+    expect_locked_by(self.objheap.lock);
+    for (int32_t i = 0; i < self.alloc.classcount; ++i)
+        expect_locked_by(self.alloc.classes[i]->lock);
+}
+
 TEST(AllocatorGlobals, TheGlibcTuningIsAnEmptyObjectWithoutADestructor) {
     EXPECT_EQ(sizeof olk::g_olk_glibc_noarena, 1u);
     EXPECT_TRUE(std::is_empty_v<decltype(olk::g_olk_glibc_noarena)>);

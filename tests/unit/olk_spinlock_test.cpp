@@ -42,6 +42,15 @@ TEST(Spinlock, IsMadeLockedUnlockedAndDestroyedByTheThreadLibrary) {
     EXPECT_EQ(watch.trace(), (trace{"init", "lock", "unlock", "destroy"}));
 }
 
+TEST(Spinlock, TryLockTakesAFreeLockOnly) {
+    olk::spinlock lock;
+    EXPECT_TRUE(lock.try_lock());
+    EXPECT_FALSE(lock.try_lock());
+    lock.unlock();
+    EXPECT_TRUE(lock.try_lock());
+    lock.unlock();
+}
+
 TEST(Spinlock, CannotBeCopied) {
     EXPECT_FALSE(std::is_copy_constructible_v<olk::spinlock>);
     EXPECT_FALSE(std::is_copy_assignable_v<olk::spinlock>);
