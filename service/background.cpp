@@ -5,6 +5,7 @@
 //
 //  The file is claimed twice on purpose: the parent's claim orders two starts, the child's puts its own pid there.
 #include "daemon.h"
+#include "exitsignal.h"
 #include "msgqueue.h"
 #include "runcls.h"
 

@@ -1,16 +1,14 @@
-//  The service descriptor, the foreground run and the exit signal.
+//  The service descriptor and the foreground run.
 #include "daemon.h"
 
+#include "exitsignal.h"
 #include "pidfile.h"
 #include "runcls.h"
 
-#include <atomic>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
-#include <pthread.h>
-#include <signal.h>
 #include <unistd.h>
 
 constinit CDaemon g_daemon;
@@ -91,69 +89,4 @@ void CDaemon::usage() const {
     std::puts("");
     std::printf("%s %s\n", service_name, version);
     std::puts("");
-}
-
-namespace {
-
-//  Disconnects and gives back a connection.
-void closeConnection(std::int32_t& handle) {
-    if (handle < 0)
-        return;
-    rdb_disconnect(handle);
-    rdb_destory(handle);
-    handle = -1;
-}
-
-//  The pointer is cleared before the log goes, so that a callback on another thread finds no half-destroyed log.
-void stopApplication(CRunCls& run) {
-    if (olk::ilog* log = run.log) {
-        log->add(olk::level_inf, "stop addrpubd service success.");
-        run.log = nullptr;
-        log->release();
-    }
-    closeConnection(run.rdb_handle);
-    closeConnection(run.dns_handle);
-}
-
-constinit std::atomic<pthread_t> ending_thread{0};  // 0 while no thread ends the process
-
-//  Returns true once, for the thread that ends the process. Both signals may arrive at the same moment, on two threads:
-//  then the other one waits for the end. A second signal on the ending thread itself only goes on.
-bool beginsTheEnd() {
-    const pthread_t self = pthread_self();
-    pthread_t other = 0;
-    if (ending_thread.compare_exchange_strong(other, self))
-        return true;
-    while (pthread_equal(other, self) == 0)
-        pause();
-    return false;
-}
-
-}  // namespace
-
-//  A mask inherited from whoever started the program would keep the signals away.
-void installExitSignals() {
-    sigset_t exit_signals;
-    sigemptyset(&exit_signals);
-    for (const int number : {SIGINT, SIGTERM}) {
-        signal(number, onExitSignal);
-        sigaddset(&exit_signals, number);
-    }
-    sigprocmask(SIG_UNBLOCK, &exit_signals, nullptr);
-}
-
-//  From here on the signals are ignored: one must not interrupt the handling of the other.
-void onExitSignal(int signal_number) {
-    if (!beginsTheEnd())
-        return;
-    signal(SIGINT, SIG_IGN);
-    signal(SIGTERM, SIG_IGN);
-    std::printf("exit signal %d.\n", signal_number);
-    if (g_pdaemon != nullptr) {
-        if (g_pdaemon->application != nullptr)
-            stopApplication(*g_pdaemon->application);
-        g_pdaemon->application = nullptr;
-        g_pdaemon = nullptr;
-    }
-    std::exit(0);
 }

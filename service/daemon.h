@@ -5,10 +5,10 @@
 //      -stop   stop()        ends the instance that holds the pid file's lock
 //      -status status()      tells whether there is one
 //
-//  A running service ends only in onExitSignal. Commands talk on standard output; what a pipe receives is what a
+//  A running service ends only by an exit signal (exitsignal.h). Commands talk on standard output; what a pipe receives is what a
 //  terminal shows.
 //
-//  Threads: the main thread only, but for onExitSignal, which runs wherever the system delivers the signal.
+//  Threads: the main thread only.
 #ifndef SERVICE_DAEMON_H
 #define SERVICE_DAEMON_H
 
@@ -57,15 +57,5 @@ private:
 //  The one descriptor, and the exit signal's way to it; the pointer is null once the exit signal has been handled.
 extern CDaemon g_daemon;
 extern CDaemon* g_pdaemon;
-
-//  Handles SIGINT and SIGTERM: reports the stop, releases the log, closes both connections and ends the process with
-//  status 0. Nothing that it interrupted goes on.
-//
-//  It calls the log and the allocator wherever the signal came, and their locks know no owner: a signal that arrives
-//  within the few instructions under such a lock waits for itself, until stop kills the process. That is accepted.
-void onExitSignal(int signal_number);
-
-//  Installs onExitSignal for both signals and lets them through.
-void installExitSignals();
 
 #endif

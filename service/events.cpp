@@ -1,4 +1,5 @@
 //  The callbacks of the client library. Each reads the log's pointer once: the end of the process takes it away.
+#include "exitsignal.h"
 #include "runcls.h"
 
 namespace {
@@ -25,6 +26,7 @@ void clearSentTime(CRunCls& run) {
 
 //  A cleared mark makes the 600-second condition of the next cycle true, so that a server that was away is told again.
 void onRdbEvent(std::int32_t event, std::int64_t, void* user) {
+    const CallbackStep step;
     CRunCls& run = *static_cast<CRunCls*>(user);
     olk::ilog* log = run.log;
     if (log == nullptr)
@@ -40,6 +42,7 @@ void onRdbEvent(std::int32_t event, std::int64_t, void* user) {
 }
 
 void onDnsEvent(std::int32_t event, std::int64_t, void* user) {
+    const CallbackStep step;
     CRunCls& run = *static_cast<CRunCls*>(user);
     olk::ilog* log = run.log;
     if (log == nullptr)
@@ -55,6 +58,7 @@ void onDnsEvent(std::int32_t event, std::int64_t, void* user) {
 }
 
 void onDnsReply(const char* text, std::int32_t length, void* user) {
+    const CallbackStep step;
     CRunCls& run = *static_cast<CRunCls*>(user);
     if (olk::ilog* log = run.log)
         log->add(olk::level_dbg, "recv: %.*s", length, text);

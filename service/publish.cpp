@@ -2,6 +2,7 @@
 //
 //  Every record reads the log's pointer once and tests it: a signal that ends the process may arrive on another thread
 //  and take the log away while a cycle runs.
+#include "exitsignal.h"
 #include "localaddr.h"
 #include "runcls.h"
 
@@ -50,6 +51,7 @@ void CRunCls::publishOnce() {
     if (!passesGate(now, last_cycle_time))
         return;
     last_cycle_time = now;
+    const ServiceStep step;
     try {
         runCycle(now);
     } catch (const std::bad_alloc&) {
@@ -87,6 +89,7 @@ bool CRunCls::putSnapshot(time_t now) {
     copyText(snapshot.name, hostname);
     snapshot.valuetype = RDB_VALUE_TYPE_TEXT;
     snapshot.valuelen = static_cast<std::uint16_t>(copyText(snapshot.value, address_list));
+    endIfSignalled();
     const int result = rdb_objputsnapshot(rdb_handle, &snapshot, 1);
     olk::ilog* sink = log;
     if (sink != nullptr && result == 0)
@@ -102,6 +105,7 @@ bool CRunCls::putSnapshot(time_t now) {
 bool CRunCls::ensureTag() {
     RdbTag tag = {};
     copyText(tag.name, hostname);
+    endIfSignalled();
     const int result = rdb_tagget(rdb_handle, &tag);
     if (result == 0 && tag.tagclass == RDB_TAG_CLASS_USABLE)
         return true;
@@ -122,6 +126,7 @@ bool CRunCls::importTag(RdbTag& tag) {
     tag.valuetype = RDB_VALUE_TYPE_TEXT;
     tag.importflag = 1;
     std::int32_t filled = 0;
+    endIfSignalled();
     const int result = rdb_taginport(rdb_handle, RDB_TAGINPORT_MODE, &tag, &filled);
     olk::ilog* sink = log;
     if (sink != nullptr && result != 0)
@@ -162,6 +167,7 @@ std::int32_t CRunCls::updateDomain(DnsUpdateItem& item) {
     const auto length = static_cast<std::int32_t>(text.size());
     if (olk::ilog* sink = log)
         sink->add(olk::level_dbg, "send: %.*s", length, text.c_str());
+    endIfSignalled();
     const int result = rdb_callmsg(dns_handle, text.c_str(), length, onDnsReply, this);
     if (result == 0)
         return 0;

@@ -24,7 +24,8 @@ CANNOT_FAIL = {
     "its failure is a tuning that is left as it was": "mallopt",
     "it fails for arguments only that are never given": "sigaddset sigemptyset",
     "a lock of this process, made, taken and given back in memory": "pthread_spin_init pthread_spin_lock "
-    "pthread_spin_unlock pthread_spin_destroy",
+    "pthread_spin_trylock pthread_spin_unlock pthread_spin_destroy",
+    "its target is the main thread, which lives as long as the process": "pthread_kill",
     "it works on memory alone": "bcmp explicit_bzero memchr memcmp memcpy memmove memset stpcpy strcasecmp "
     "strchr strcmp strlen strncmp strtol",
     "a variable": "timezone __timezone stderr stdout",

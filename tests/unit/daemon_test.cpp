@@ -1,6 +1,7 @@
 //  The single-instance decision, the foreground run up to its first cycles, and the usage text. Each run is a child
 //  process with a pid file, an ini file and a client library of its own.
 #include "daemon.h"
+#include "exitsignal.h"
 
 #include "no_memory.h"
 #include "recording_rdb.h"

@@ -1,6 +1,8 @@
 //  The exit signal, in child processes: the handler ends the process.
-#include "daemon.h"
+#include "exitsignal.h"
 
+#include "daemon.h"
+#include "olk_allocator.h"
 #include "recording_rdb.h"
 #include "runcls.h"
 #include "service_child.h"
@@ -13,15 +15,15 @@
 #include <cstdio>
 #include <cstdlib>
 #include <thread>
-#include <utility>
 
 #include <fcntl.h>
+#include <sys/time.h>
 #include <unistd.h>
 
 #include <gtest/gtest.h>
 
-//  The handler logs, closes and exits from within the signal, as designed; what the thread sanitizer says about such
-//  calls is not asked for here.
+//  The handler logs, closes and exits from within the signal on purpose. The thread sanitizer reports such calls, so its
+//  check of them is off.
 extern "C" const char* __tsan_default_options();
 const char* __tsan_default_options() {
     return "report_signal_unsafe=0";
@@ -29,15 +31,14 @@ const char* __tsan_default_options() {
 
 namespace {
 
-std::atomic<bool> waits{false};
+bool no_timer = false;
 
 }  // namespace
 
-extern "C" int __real_pause();
-extern "C" int __wrap_pause();
-int __wrap_pause() {
-    waits = true;
-    return __real_pause();
+extern "C" int __real_setitimer(__itimer_which_t which, const itimerval* value, itimerval* old) noexcept;
+extern "C" int __wrap_setitimer(__itimer_which_t which, const itimerval* value, itimerval* old) noexcept;
+int __wrap_setitimer(__itimer_which_t which, const itimerval* value, itimerval* old) noexcept {
+    return no_timer ? -1 : __real_setitimer(which, value, old);
 }
 
 namespace {
@@ -159,27 +160,7 @@ TEST_F(ExitSignal, ASecondSignalDoesNotInterruptTheFirst) {
     EXPECT_EQ(ended.status, 0);
 }
 
-TEST_F(ExitSignal, OfTwoThreadsThatAreSignalledAtTheSameTimeOneEndsTheProcess) {
-    const Ended ended = inChild([] {
-        static auto* const run = new CRunCls;
-        run->rdb_handle = 3;
-        g_daemon.application = run;
-        recording_rdb::set_observer([](const recording_rdb::Call& call) {
-            std::printf("%s %d\n", recording_rdb::name_of(call.function), call.handle);
-            static bool second = false;
-            if (std::exchange(second, true))
-                return;
-            std::thread([] { onExitSignal(2); }).detach();
-            while (!waits)
-                std::this_thread::yield();
-        });
-        onExitSignal(15);
-    });
-    EXPECT_EQ(ended.out, "exit signal 15.\nrdb_disconnect 3\nrdb_destory 3\n");
-    EXPECT_EQ(ended.status, 0);
-}
-
-TEST_F(ExitSignal, ASecondSignalOnTheEndingThreadIsPassedOver) {
+TEST_F(ExitSignal, ASecondSignalDuringTheEndIsIgnored) {
     const Ended ended = inChild([] {
         static auto* const run = new CRunCls;
         run->rdb_handle = 3;
@@ -230,6 +211,164 @@ TEST_F(ExitSignal, ClosingTwiceIsHarmless) {
         std::printf("%d%d", closed, g_daemon.pid_fd == -1);
     });
     EXPECT_EQ(ended.out, "11");
+}
+
+//  A step that waits for ever.
+[[noreturn]] void waitForEver() {
+    for (;;)
+        pause();
+}
+
+TEST_F(ExitSignal, InAStepItEndsTheProcessWhenTheStepIsOver) {
+    const Ended ended = inChild([] {
+        installExitSignals();
+        {
+            const ServiceStep step;
+            std::raise(SIGTERM);
+            std::puts("the step goes on");
+        }
+        std::puts("never");
+    });
+    EXPECT_EQ(ended.out, "the step goes on\nexit signal 15.\n");
+    EXPECT_EQ(ended.status, 0);
+}
+
+TEST_F(ExitSignal, InAStepItEndsTheProcessAtTheNextPlaceWhereItMay) {
+    const Ended ended = inChild([] {
+        installExitSignals();
+        const ServiceStep step;
+        endIfSignalled();
+        std::puts("no signal yet");
+        std::raise(SIGTERM);
+        endIfSignalled();
+        std::puts("never");
+    });
+    EXPECT_EQ(ended.out, "no signal yet\nexit signal 15.\n");
+    EXPECT_EQ(ended.status, 0);
+}
+
+TEST_F(ExitSignal, AStepThatWaitsIsLeftAfterAFewTicks) {
+    const Ended ended = inChild([] {
+        installExitSignals();
+        const ServiceStep step;
+        std::raise(SIGINT);
+        waitForEver();
+    });
+    EXPECT_EQ(ended.out, "exit signal 2.\n");
+    EXPECT_EQ(ended.status, 0);
+}
+
+//  Each pause is ended by a tick.
+TEST_F(ExitSignal, AStepThatHoldsALockOfTheAllocatorIsNotLeft) {
+    const Ended ended = inChild([] {
+        installExitSignals();
+        const ServiceStep step;
+        olk::spinlock& lock = olk::get_olk_allocator()->classes[3]->lock;
+        lock.lock();
+        std::raise(SIGTERM);
+        for (int i = 0; i < 2 * max_step_ticks; ++i)
+            pause();
+        std::puts("still here");
+        lock.unlock();
+        waitForEver();
+    });
+    EXPECT_EQ(ended.out, "still here\nexit signal 15.\n");
+    EXPECT_EQ(ended.status, 0);
+}
+
+TEST_F(ExitSignal, WithoutATimerAStepIsLeftAtOnce) {
+    const Ended ended = inChild([] {
+        no_timer = true;
+        installExitSignals();
+        const ServiceStep step;
+        std::raise(SIGTERM);
+        std::puts("never");
+    });
+    EXPECT_EQ(ended.out, "exit signal 15.\n");
+    EXPECT_EQ(ended.status, 0);
+}
+
+TEST_F(ExitSignal, OfTwoSignalsInAStepTheFirstOneCounts) {
+    const Ended ended = inChild([] {
+        installExitSignals();
+        const ServiceStep step;
+        std::raise(SIGINT);
+        std::raise(SIGTERM);
+    });
+    EXPECT_EQ(ended.out, "exit signal 2.\n");
+}
+
+TEST_F(ExitSignal, DeliveredToAnotherThreadItIsPassedOnToTheServices) {
+    const Ended ended = inChild([] {
+        static const pthread_t main_thread = pthread_self();
+        std::atexit([] { std::printf("on its thread: %d\n", pthread_equal(main_thread, pthread_self()) != 0); });
+        installExitSignals();
+        std::thread([] { onExitSignal(SIGTERM); }).detach();
+        waitForEver();
+    });
+    EXPECT_EQ(ended.out, "exit signal 15.\non its thread: 1\n");
+    EXPECT_EQ(ended.status, 0);
+}
+
+//  The callback of another thread that has begun with a log.
+std::atomic<bool> in_callback{false};
+
+TEST_F(ExitSignal, TheLogIsReleasedWhenNoCallbackOnAnotherThreadHasItAnyMore) {
+    const Ended ended = inChild([] {
+        static PrintingLog log;
+        static auto* const run = new CRunCls;
+        run->log = &log;
+        g_daemon.application = run;
+        installExitSignals();
+        std::thread([] {
+            const CallbackStep step;
+            in_callback = true;
+            while (const_cast<olk::ilog* volatile&>(run->log) != nullptr)
+                std::this_thread::yield();
+            for (int i = 0; i < 1000; ++i)
+                std::this_thread::yield();
+            std::puts("the callback ends");
+        }).detach();
+        while (!in_callback)
+            std::this_thread::yield();
+        std::raise(SIGTERM);
+    });
+    EXPECT_EQ(ended.out, "exit signal 15.\n30 stop addrpubd service success.\nthe callback ends\nrelease\n");
+    EXPECT_EQ(ended.status, 0);
+}
+
+TEST_F(ExitSignal, ACallbackThatNeverEndsDoesNotKeepTheProcess) {
+    const Ended ended = inChild([] {
+        static PrintingLog log;
+        static auto* const run = new CRunCls;
+        run->log = &log;
+        run->rdb_handle = 3;
+        g_daemon.application = run;
+        recording_rdb::set_observer([](const recording_rdb::Call& call) {
+            std::printf("%s %d\n", recording_rdb::name_of(call.function), call.handle);
+        });
+        installExitSignals();
+        std::thread([] {
+            const CallbackStep step;
+            in_callback = true;
+            waitForEver();
+        }).detach();
+        while (!in_callback)
+            std::this_thread::yield();
+        std::raise(SIGTERM);
+    });
+    EXPECT_EQ(ended.out,
+              "exit signal 15.\n30 stop addrpubd service success.\nrelease\nrdb_disconnect 3\nrdb_destory 3\n");
+    EXPECT_EQ(ended.status, 0);
+}
+
+TEST_F(ExitSignal, AnExitFunctionThatNeverEndsIsCutOff) {
+    const Ended ended = inChild([] {
+        std::atexit(waitForEver);
+        installExitSignals();
+        std::raise(SIGTERM);
+    });
+    EXPECT_EQ(ended.status, 0);
 }
 
 }  // namespace

@@ -1,5 +1,6 @@
 #include "fake_process.h"
 
+#include "exitsignal.h"
 #include "olk_allocator.h"
 #include "runcls.h"
 

@@ -23,5 +23,17 @@ service_unit_test(service_publish_test
 
 service_unit_test(service_control_test
     service_child.cpp no_memory.cpp runcls_test.cpp runcls_layout_test.cpp runcls_memory_test.cpp pidfile_test.cpp
-    daemon_test.cpp daemon_signal_test.cpp)
-target_link_options(service_control_test PRIVATE LINKER:--wrap=pause,--wrap=malloc)
+    daemon_test.cpp exitsignal_test.cpp)
+target_link_options(service_control_test PRIVATE LINKER:--wrap=setitimer,--wrap=malloc)
+
+#  The exit signal at chosen instructions. It plays debugger itself, so it does not run below one, and a sanitizer's
+#  run-time library is not what is to be interrupted.
+if(NOT ADDRPUBD_SANITIZE AND CMAKE_SYSTEM_PROCESSOR STREQUAL x86_64)
+    add_executable(service_ends_test exit_anywhere_test.cpp traced_child.cpp)
+    set_target_properties(service_ends_test PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/tests)
+    target_link_libraries(service_ends_test PRIVATE service test_main)
+    target_link_options(service_ends_test PRIVATE
+        LINKER:--wrap=time,--wrap=nanosleep,--wrap=getifaddrs,--wrap=freeifaddrs)
+    target_compile_definitions(service_ends_test PRIVATE EXIT_ROUNDS=20000)
+    gtest_discover_tests(service_ends_test DISCOVERY_TIMEOUT 60 PROPERTIES TIMEOUT 900 COST 500)
+endif()

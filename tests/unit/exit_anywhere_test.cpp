@@ -1,0 +1,258 @@
+//  The exit signal at instructions chosen at random from all that the publish cycle executes: in the allocator's locks, in
+//  the C library's allocator and output, in calls of the client library. The process must always take every step of
+//  its end, and never need the limit of the end for it.
+#include "daemon.h"
+#include "exitsignal.h"
+#include "olk_allocator.h"
+#include "olk_prtlog.h"
+#include "runcls.h"
+#include "traced_child.h"
+
+#include <algorithm>
+#include <atomic>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <random>
+#include <string>
+#include <thread>
+
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <ifaddrs.h>
+#include <netinet/in.h>
+#include <sys/mman.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+namespace {
+
+constexpr int hang_seconds = 30;
+constexpr std::size_t walked_instructions = 120'000;  // about ten cycles
+constexpr unsigned max_occurrence = 6;
+
+//  What a child did on its way to the end; shared with its parent.
+struct Steps {
+    int disconnected;
+    int destroyed;
+    int library_exits;
+    int last_exits;
+    unsigned passes;
+};
+Steps* steps = nullptr;
+
+CRunCls* service = nullptr;
+RdbReply reply = nullptr;
+time_t second = 1'744'350'000;
+unsigned listed = 0;
+
+//  Interfaces with one to three addresses, another number each time.
+ifaddrs entries[3];
+sockaddr_in6 addresses[3];
+
+//  A client library like any other: it takes and frees memory of the C library.
+void workAsALibrary() {
+    const std::string text(static_cast<std::size_t>(100 + listed % 3 * 400), 'x');
+    std::string copy = text + text;
+    free(malloc(70'000 + copy.size()));
+}
+
+}  // namespace
+
+extern "C" {
+
+int rdb_create() {
+    static int next = 0;
+    return next++;
+}
+int rdb_setmessagenotify(int, RdbMessageNotify, void*) {
+    return 0;
+}
+int rdb_connectex(int, const char*, const char*, const char*, int) {
+    return 0;
+}
+int rdb_callmsg(int, const char* text, std::int32_t length, RdbReply callback, void* user) {
+    workAsALibrary();
+    reply = callback;
+    callback(text, length, user);
+    return 0;
+}
+int rdb_tagget(int, RdbTag* tag) {
+    workAsALibrary();
+    tag->tagclass = RDB_TAG_CLASS_USABLE;
+    return 0;
+}
+int rdb_taginport(int, int, RdbTag*, std::int32_t*) {
+    workAsALibrary();
+    return 0;
+}
+int rdb_objputsnapshot(int, const RdbSnapshot*, int) {
+    workAsALibrary();
+    return 0;
+}
+int rdb_disconnect(int) {
+    ++steps->disconnected;
+    return 0;
+}
+int rdb_destory(int) {
+    ++steps->destroyed;
+    return 0;
+}
+
+time_t __wrap_time(time_t*);
+time_t __wrap_time(time_t*) {
+    return second += 601;
+}
+int __wrap_nanosleep(const timespec*, timespec*);
+int __wrap_nanosleep(const timespec*, timespec*) {
+    ++steps->passes;
+    return 0;
+}
+int __real_getifaddrs(ifaddrs** list);
+int __wrap_getifaddrs(ifaddrs** list);
+int __wrap_getifaddrs(ifaddrs** list) {
+    ifaddrs* real = nullptr;
+    if (__real_getifaddrs(&real) == 0)
+        freeifaddrs(real);
+    *list = &entries[++listed % 3];
+    return 0;
+}
+void __real_freeifaddrs(ifaddrs* list);
+void __wrap_freeifaddrs(ifaddrs* list);
+void __wrap_freeifaddrs(ifaddrs* list) {
+    if (list < entries || list >= entries + 3)
+        __real_freeifaddrs(list);
+}
+
+}  // extern "C"
+
+namespace {
+
+void fillInterfaces() {
+    for (unsigned i = 0; i < 3; ++i) {
+        addresses[i].sin6_family = AF_INET6;
+        inet_pton(AF_INET6, "2001:db8:1234:5678:9abc:def0:1234:5678", &addresses[i].sin6_addr);
+        addresses[i].sin6_addr.s6_addr[0] = static_cast<std::uint8_t>(0x20 + i);
+        entries[i].ifa_addr = reinterpret_cast<sockaddr*>(&addresses[i]);
+        entries[i].ifa_next = i < 2 ? &entries[i + 1] : nullptr;
+    }
+}
+
+//  An exit function of a library: it works with the C library's allocator. Registered behind the last one, it runs first.
+void libraryExit() {
+    for (int i = 0; i < 20; ++i)
+        workAsALibrary();
+    ++steps->library_exits;
+}
+
+class ExitAnywhere : public testing::Test {
+protected:
+    static void SetUpTestSuite() {
+        steps = static_cast<Steps*>(
+            mmap(nullptr, sizeof(Steps), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
+        fillInterfaces();
+        service = new CRunCls;
+        service->hostname = "host1";
+        service->rdb_handle = rdb_create();
+        service->dns_handle = rdb_create();
+        service->rdb_connected = 1;
+        service->dns_connected = 1;
+        service->dnshttpsports.push_back(443);
+        service->log = new olk::prtlog;
+        service->log->open("stdout");
+    }
+
+    //  Makes this process, a child, a service that can be ended.
+    static void prepare() {
+        dup2(open("/dev/null", O_RDWR), STDOUT_FILENO);
+        std::atexit([] { ++steps->last_exits; });
+        std::atexit(libraryExit);
+        g_daemon.application = service;
+        installExitSignals();
+    }
+
+    [[noreturn]] static void publish() {
+        for (;;)
+            service->publishOnce();
+    }
+
+    static void traced() {
+        prepare();
+        TracedChild::ready();
+        publish();
+    }
+
+    static bool tookEveryStep() {
+        return steps->disconnected == 2 && steps->destroyed == 2 && steps->library_exits == 1 && steps->last_exits == 1;
+    }
+
+    //  Says whether the child holds a lock of the allocator. A free lock has the value that it has in this process.
+    static bool holdsALock(const TracedChild& child) {
+        const olk::allocator& allocator = *olk::get_olk_allocator();
+        return std::any_of(allocator.classes, allocator.classes + allocator.classcount, [&](const auto* size_class) {
+            const void* lock = &size_class->lock;
+            int here = 0;
+            std::memcpy(&here, lock, sizeof here);
+            return child.wordAt(lock) != here;
+        });
+    }
+};
+
+TEST_F(ExitAnywhere, EndsInOrderFromAnyInstruction) {
+    using Place = std::pair<std::uintptr_t, unsigned>;
+    const std::map<std::uintptr_t, unsigned> walked = TracedChild(traced).walk(walked_instructions);
+    std::vector<Place> places(walked.begin(), walked.end());
+    std::mt19937 random(20260);  // NOLINT(cert-msc51-cpp): every run the same
+    int in_locks = 0;
+    int rounds = 0;
+    while (rounds < EXIT_ROUNDS) {
+        const auto& [address, count] = places[random() % places.size()];
+        const unsigned nth = 1 + static_cast<unsigned>(random()) % std::min(count, max_occurrence);
+        *steps = Steps{};
+        TracedChild child(traced);
+        if (!child.runTo(address, nth))
+            continue;
+        ++rounds;
+        const bool in_lock = holdsALock(child);
+        in_locks += in_lock;
+        const std::optional<int> status = child.goOnWith(SIGTERM, hang_seconds);
+        ASSERT_EQ(status, 0) << "at " << address << ", time " << nth << (in_lock ? ", in a lock" : "");
+        ASSERT_TRUE(tookEveryStep()) << "at " << address << ", time " << nth << (in_lock ? ", in a lock" : "");
+    }
+    std::printf("%d rounds at %zu instructions, %d of them inside a lock of the allocator\n", rounds, places.size(),
+                in_locks);
+    EXPECT_GT(in_locks, 0);
+}
+
+//  A second thread, as a client library has it, makes callbacks without pause; the signal comes after a random time.
+TEST_F(ExitAnywhere, EndsInOrderWhileAnotherThreadIsInCalls) {
+    std::mt19937 random(20261);  // NOLINT(cert-msc51-cpp): every run the same
+    for (int round = 0; round < EXIT_ROUNDS / 10; ++round) {
+        *steps = Steps{};
+        const unsigned passes = 1 + static_cast<unsigned>(random()) % 40;
+        const pid_t pid = fork();
+        if (pid == 0) {
+            prepare();
+            std::thread([] {
+                for (;;) {
+                    onDnsReply("reply", 5, service);
+                    onRdbEvent(RDB_EVENT_CONNECTED, 0, service);
+                    workAsALibrary();
+                }
+            }).detach();
+            publish();
+        }
+        while (const_cast<volatile unsigned&>(steps->passes) < passes)
+            std::this_thread::yield();
+        kill(pid, SIGTERM);
+        int status = -1;
+        waitpid(pid, &status, 0);
+        ASSERT_EQ(status, 0) << "round " << round;
+        ASSERT_TRUE(tookEveryStep()) << "round " << round;
+    }
+}
+
+}  // namespace
