@@ -2,6 +2,8 @@
 #include "exitsignal.h"
 #include "runcls.h"
 
+#include <atomic>
+
 namespace {
 
 //  The callbacks write the four members that they share with the publish cycle through these functions only: the thread
@@ -22,9 +24,15 @@ void clearSentTime(CRunCls& run) {
     run.last_sent_time = 0;
 }
 
+//  Keeps the compiler from moving a store from one side of the call to the other. A cycle that sees a server connected
+//  must find its mark cleared already; the members are plain, and without this the stores may change places.
+void keepStoreOrder() {
+    std::atomic_signal_fence(std::memory_order_seq_cst);
+}
+
 }  // namespace
 
-//  A cleared mark makes the 600-second condition of the next cycle true, so that a server that was away is told again.
+//  A cleared mark is older than 600 seconds, so the next cycle sends the list to a server that was away, unchanged or not.
 void onRdbEvent(std::int32_t event, std::int64_t, void* user) {
     const CallbackStep step;
     CRunCls& run = *static_cast<CRunCls*>(user);
@@ -33,6 +41,7 @@ void onRdbEvent(std::int32_t event, std::int64_t, void* user) {
         return;
     if (event == RDB_EVENT_CONNECTED) {
         clearPutMark(run);
+        keepStoreOrder();
         storeRdbConnected(run, 1);
         log->add(olk::level_inf, "connect rdb server %s success.", run.rdburl.c_str());
     } else if (event == RDB_EVENT_DISCONNECTED) {
@@ -49,6 +58,7 @@ void onDnsEvent(std::int32_t event, std::int64_t, void* user) {
         return;
     if (event == RDB_EVENT_CONNECTED) {
         clearSentTime(run);
+        keepStoreOrder();
         storeDnsConnected(run, 1);
         log->add(olk::level_inf, "connect dns server %s success.", run.dnsurl.c_str());
     } else if (event == RDB_EVENT_DISCONNECTED) {

@@ -37,3 +37,21 @@ if(NOT ADDRPUBD_SANITIZE AND CMAKE_SYSTEM_PROCESSOR STREQUAL x86_64)
     target_compile_definitions(service_ends_test PRIVATE EXIT_ROUNDS=20000)
     gtest_discover_tests(service_ends_test DISCOVERY_TIMEOUT 60 PROPERTIES TIMEOUT 900 COST 500)
 endif()
+
+#  A connect event clears the mark before it sets the flag, in the code of this build and in what each compiler makes of it
+#  at the usual levels of optimisation.
+if(NOT ADDRPUBD_SANITIZE)
+    add_executable(store_order store_order.cpp)
+    set_target_properties(store_order PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/tests)
+    target_link_libraries(store_order PRIVATE service)
+    add_test(NAME store_order.this_build COMMAND store_order)
+endif()
+foreach(compiler g++ clang++)
+    find_program(store_order_${compiler} ${compiler})
+    if(store_order_${compiler})
+        add_test(NAME store_order.${compiler}
+            COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/store_order.sh ${store_order_${compiler}})
+    else()
+        message(STATUS "order of stores: ${compiler} is not installed, its code is not tested")
+    endif()
+endforeach()
