@@ -13,6 +13,7 @@
 #include <cstdlib>
 
 #include <fcntl.h>
+#include <signal.h>
 #include <strings.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -25,9 +26,22 @@ constexpr int poll_limit = 300;         // polls in all, about 30 s
 constexpr int silent_polls = 100;       // a child that has said nothing when the counter is above this
 constexpr int silent_poll_limit = 150;  // is waited for so many polls only, about 15 s
 
+//  Flushes standard output. A reader that has gone away, such as "head" in "-start | head -n 1", must not end the parent
+//  before it has removed the queue, nor the child before it is the service. SIGPIPE is ignored during the flush only: the
+//  client library and the processes of its making keep the disposition that the program was started with.
+void flushOutput() {
+    struct sigaction ignored = {};
+    struct sigaction previous = {};
+    ignored.sa_handler = SIG_IGN;
+    const bool ignoring = sigaction(SIGPIPE, &ignored, &previous) == 0;
+    std::fflush(stdout);
+    if (ignoring)
+        sigaction(SIGPIPE, &previous, nullptr);
+}
+
 //  Points the three standard descriptors at /dev/null. What was printed before reaches its reader first.
 void redirectStandardDescriptors() {
-    std::fflush(stdout);
+    flushOutput();
     const int fd = open("/dev/null", O_RDWR);
     if (fd == -1)
         return;
@@ -46,7 +60,7 @@ void printTexts(CMsgQueue& queue) {
         usleep(poll_microseconds);
         if (queue.isOpen() && queue.receive(text) > 0) {
             std::printf("%s", text);
-            std::fflush(stdout);
+            flushOutput();
             if (strcasecmp(text, end_marker) == 0) {
                 std::putchar('\n');
                 return;
@@ -64,7 +78,7 @@ int CDaemon::start() {
     int result = 0;
     if (!claimInstance(result))
         return result;
-    std::fflush(stdout);
+    flushOutput();
     const pid_t child = fork();
     if (child == -1)
         return -1;

@@ -61,6 +61,8 @@ STAND_BEFORE(int, kill, (pid_t pid, int number) noexcept, (pid, number), -1)
 STAND_BEFORE(sighandler_t, signal, (int number, sighandler_t handler) noexcept, (number, handler), SIG_ERR)
 STAND_BEFORE(int, setitimer, (__itimer_which_t which, const itimerval* value, itimerval* old) noexcept,
              (which, value, old), -1)
+STAND_BEFORE(int, sigaction, (int number, const struct sigaction* action, struct sigaction* old) noexcept,
+             (number, action, old), -1)
 STAND_BEFORE(int, sigprocmask, (int how, const sigset_t* set, sigset_t* old) noexcept, (how, set, old), -1)
 
 STAND_BEFORE(int, msgget, (key_t key, int flags) noexcept, (key, flags), -1)

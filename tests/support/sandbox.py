@@ -88,6 +88,11 @@ class Process:
             self._read(0.1)
         return self._seen
 
+    def stop_reading(self):
+        """Closes the test's end of the output: the next byte written there meets a broken pipe."""
+        os.close(self._output)
+        self._output, self._closed = None, True
+
     def type(self, keys):
         """Types on the terminal."""
         os.write(self._output, keys)
@@ -143,8 +148,11 @@ class Sandbox:
         """The name, outside, of a file of the sandbox. Not for names with absolute symbolic links in them."""
         return Path(f"/proc/{os.getpid()}/fd/{self._root}{inside}")
 
-    def spawn(self, *argv, env=None, cwd="/", tty=False, uid=0, umask=None, stdin=None):
-        """Starts a program with its output on a pipe or, with tty, on a terminal of its own."""
+    def spawn(self, *argv, env=None, cwd="/", tty=False, uid=0, umask=None, stdin=None, unread=False):
+        """Starts a program with its output on a pipe or, with tty, on a terminal of its own.
+
+        With unread, the pipe's reader has gone before the program starts.
+        """
         if tty:
             ours, theirs = pty.openpty()
         else:
@@ -153,6 +161,9 @@ class Sandbox:
         given = stdin if stdin is not None else (theirs if tty else os.open("/dev/null", os.O_RDONLY))
         message = {"op": "spawn", "argv": self._place.command(argv), "env": self._place.environment(argv, env or {})}
         message |= {"cwd": str(cwd), "tty": tty, "uid": uid, "umask": umask}
+        if unread:
+            os.close(ours)
+            ours = None
         answer, passed = self.request(message, [given, theirs, theirs])
         os.close(theirs)
         if given not in (theirs, stdin):

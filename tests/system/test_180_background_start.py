@@ -3,10 +3,11 @@
 The parent stands still at its first poll, so each test decides how far the child has come before the parent looks.
 """
 
+import signal
 from pathlib import Path
 
 import pytest
-from host import ACCESS_ERROR, DNS, INI, PIDFILE, RDB
+from host import ACCESS_ERROR, DIRECTORY, DNS, INI, PIDFILE, RDB
 from sandbox import wait_until
 
 MSGQUEUE = Path(__file__).with_name("msgqueue.py")
@@ -246,3 +247,52 @@ def test_1822_a_terminal_shows_the_same_bytes(silent):
     hand.let_run(31)
     assert parent.wait_for_output(b"finished\r\n") == (b"\n" + SUCCESS).replace(b"\n", b"\r\n")
     assert parent.wait() == 0
+
+
+def service_of(host, parent):
+    """Lets the parent run to its end, which must leave no queue. Returns the service that it has started."""
+    pid = wait_until(lambda: next((pid for pid in host.clock.pids() if pid != parent.pid), None), "the child")
+    child = host.sandbox.adopt(pid)
+    host.clock.of(child).wait_parked()
+    host.clock.of(parent).let_run(31)
+    assert (parent.wait(), queues(host)) == (0, [])
+    assert host.lock_holder() == child.pid
+    return child
+
+
+def publishes(host, service):
+    """Whether the service sends the host's address to both servers in its next cycle."""
+    host.library.connect(RDB, DNS)
+    host.clock.of(service).advance(0.1)
+    return (host.library.puts(), len(host.library.requests())) == ([b"2001:db8::1"], 1)
+
+
+def test_1823_a_reader_gone_before_the_start_leaves_the_service_up_and_no_queue(host):
+    host.sandbox.add_address("2001:db8::1/64")
+    parent = host.start("-start", unread=True)
+    host.clock.of(parent).wait_parked()
+    assert publishes(host, service_of(host, parent))
+
+
+def test_1824_a_reader_gone_after_the_first_line_leaves_the_service_up_and_no_queue(host):
+    host.sandbox.add_address("2001:db8::1/64")
+    host.library.before_start("hold rdb_create 0")
+    parent = host.start("-start")
+    assert parent.wait_for_output(b"\n") == b"\n"
+    host.clock.of(parent).wait_parked()
+    assert host.library.tell("held 30000")
+    parent.stop_reading()
+    host.library.tell("release")
+    assert publishes(host, service_of(host, parent))
+
+
+@pytest.mark.parametrize(("trap", "ignored"), [("-", False), ("''", True)])
+def test_1825_the_service_treats_sigpipe_as_whoever_started_it(silent, trap, ignored):
+    shims = " ".join(f"{name}={value}" for name, value in (silent.clock.env | silent.library.env).items())
+    command = f"trap {trap} PIPE; exec env {shims} ./addrpubd -start"
+    parent = silent.sandbox.spawn("sh", "-c", command, cwd=DIRECTORY)
+    silent.clock.of(parent).wait_parked()
+    service = service_of(silent, parent)
+    status = silent.sandbox.path(f"/proc/{service.pid}/status").read_text()
+    mask = int(status.split("\nSigIgn:\t")[1].split()[0], 16)
+    assert bool(mask & 1 << (signal.SIGPIPE - 1)) == ignored

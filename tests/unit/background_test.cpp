@@ -9,6 +9,7 @@
 
 #include <algorithm>
 
+#include <signal.h>
 #include <unistd.h>
 
 namespace {
@@ -195,6 +196,45 @@ TEST_F(Parent, WhatWasPrintedBeforeTheForkIsFlushedBeforeIt) {
     EXPECT_TRUE(flushed);
 }
 
+//  A disposition of SIGPIPE with a handler and flags of its own, for as long as this lives.
+class SigpipeHandler {
+public:
+    SigpipeHandler() {
+        struct sigaction own = {};
+        own.sa_sigaction = [](int, siginfo_t*, void*) {};
+        own.sa_flags = SA_SIGINFO | SA_RESTART;
+        sigaddset(&own.sa_mask, SIGUSR1);
+        sigaction(SIGPIPE, &own, &before_);
+        sigaction(SIGPIPE, nullptr, &own_);
+    }
+    ~SigpipeHandler() { sigaction(SIGPIPE, &before_, nullptr); }
+    SigpipeHandler(const SigpipeHandler&) = delete;
+    SigpipeHandler& operator=(const SigpipeHandler&) = delete;
+
+    bool isInPlace() const {
+        struct sigaction now = {};
+        sigaction(SIGPIPE, nullptr, &now);
+        return now.sa_sigaction == own_.sa_sigaction && now.sa_flags == own_.sa_flags &&
+               sigismember(&now.sa_mask, SIGUSR1) == 1;
+    }
+
+private:
+    struct sigaction before_ = {};
+    struct sigaction own_ = {};
+};
+
+TEST_F(Parent, SigpipeIsTreatedAsBeforeAtEachCallAndAfterwards) {
+    const SigpipeHandler handler;
+    Lines elsewise;
+    system.on_call = [&](const std::string& line) {
+        if (!handler.isInPlace())
+            elsewise.push_back(line);
+    };
+    prints({"text\n\0"s, "finished\0"s});
+    EXPECT_EQ(elsewise, Lines{});
+    EXPECT_TRUE(handler.isInPlace());
+}
+
 class Child : public testing::Test {
 protected:
     Child() { system.forked = 0; }
@@ -288,6 +328,18 @@ TEST_F(Child, WhatWasPrintedIsFlushedBeforeTheDescriptorsAreRedirected) {
     };
     system.start();
     EXPECT_TRUE(flushed);
+}
+
+TEST_F(Child, SigpipeIsTreatedAsBeforeAtEachCallAndAfterwards) {
+    const SigpipeHandler handler;
+    Lines elsewise;
+    system.on_call = [&](const std::string& line) {
+        if (!handler.isInPlace())
+            elsewise.push_back(line);
+    };
+    system.start();
+    EXPECT_EQ(elsewise, Lines{});
+    EXPECT_TRUE(handler.isInPlace());
 }
 
 TEST_F(Child, AFullQueueIsToldOnTheTerminalOnceAndTheServiceRuns) {
