@@ -55,18 +55,20 @@ bool CRunCls::startAll() {
     return true;
 }
 
-//  The scheme of logurl chooses the log. Whether it could be opened is not looked at: a log that cannot write is silent,
-//  and the service works all the same.
+//  The scheme of logurl chooses the log. Whether opening it succeeds is not checked: a log that cannot write is silent,
+//  and the service works all the same. The member is set last, so that nothing finds a log that is not open yet.
 void CRunCls::openLog() {
     char scheme[olk::word_size];
     std::size_t position = 0;
     const olk::word_end end = olk::read_word(logurl.data(), logurl.size(), position, ":/", scheme);
+    olk::ilog* chosen = nullptr;
     if (end == olk::word_end::separator && strcasecmp(scheme, "udp") == 0)
-        log = new olk::udplog;
+        chosen = new olk::udplog;
     else
-        log = new olk::prtlog(olk::level_dbg);
-    if (log != nullptr)
-        log->open(logurl.c_str());
+        chosen = new olk::prtlog(olk::level_dbg);
+    if (chosen != nullptr)
+        chosen->open(logurl.c_str());
+    log = chosen;
 }
 
 bool CRunCls::checkHostname(const std::string& ini_path) {

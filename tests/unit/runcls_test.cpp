@@ -344,6 +344,17 @@ TEST_F(ServiceLog, ALogThatCannotBeOpenedDoesNotStopTheStart) {
     EXPECT_TRUE(startWith("hostname=h\nlogurl=udp:not an address\n"));
 }
 
+TEST_F(ServiceLog, IsStoredOnceItIsOpen) {
+    Lines seen;
+    platform::hooks().socket = [&](int, int, int) {
+        seen.emplace_back(run->log == nullptr ? "no log while it is opened" : "a log while it is opened");
+        return -1;
+    };
+    EXPECT_TRUE(startWith("hostname=h\nlogurl=udp://192.0.2.1:5140/netsvc\n"));
+    EXPECT_EQ(seen, Lines{"no log while it is opened"});
+    EXPECT_NE(dynamic_cast<olk::udplog*>(run->log), nullptr);
+}
+
 TEST_F(ServiceLog, IsTakenFromThePoolAndGivenBack) {
     const long before = platform::pool_blocks;
     startWith("hostname=h\n");
