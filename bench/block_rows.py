@@ -43,8 +43,8 @@ def pair(times, counts):
             median <= 0.8 and counted[64] <= 105,
             f"The two spin locks alone take {locks:.0f} % of the time, which the minimum pays, too, and which hide the "
             "rest; a third of the instructions are the binary search, which reads the size from each class's record. "
-            "The design asks for that search and fixes what the allocator holds, so there is no table from size to "
-            "class; without one of the two the 105 instructions are out of reach.",
+            "A table from size to class would replace the search, but the allocator's fixed layout has no place for "
+            "one; with the search the 105 instructions are out of reach.",
         )
     )
     result.rows.append(
@@ -149,9 +149,9 @@ def threads(times, _):
         "neighbours 96 and 128",
         "half (within 5 %)",
         apart <= 0.525 and beside <= 0.525,
-        "The design lays records 64 bytes apart from byte 56 of a page on, so a class's first word shares a cache line "
-        "with its neighbour's counters; classes that are not made one after the other share nothing. The figure for "
-        "those is at its best when both processors have nothing else to do.",
+        "Records are 64 bytes apart from byte 56 of a page on, so a class's first word shares a cache line with its "
+        "neighbour's counters; classes that are not made one after the other share nothing. The figure for those is at "
+        "its best when both processors have nothing else to do.",
     )
     return Result([row])
 

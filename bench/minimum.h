@@ -1,4 +1,4 @@
-//  The least that the pooled allocator's design can cost: its class search, one spin lock each way, the counters of heap
+//  The least that a pooled allocator of this kind can cost: its class search, one spin lock each way, the counters of heap
 //  and class, the block's header and the release test, for one heap of 16 blocks per class and nothing else. It never
 //  grows, releases or checks.
 //

@@ -88,7 +88,7 @@ def version(times, _):
             ratio <= 1.1,
             "/bin/true does nothing; here some 7,300 instructions build the allocator's 30 classes before main and "
             "take them down after it, 4,200 read the time zone and 1,500 tune the C library's allocator, whatever the "
-            "command word, as designed. The rest is the C library's own start and end and two printed lines.",
+            "command word. The rest is the C library's own start and end and two printed lines.",
         )
     )
     lines = [["addrpubd -ver", f"{sum(own.values()):,}", f"{without_loader(own):,}"]]

@@ -102,8 +102,8 @@ int rdb_setmessagenotify(int handle, RdbMessageNotify callback, void* user);
 //  else an error code (a bad handle, a malformed url, an unknown scheme, no thread to be had).
 int rdb_connectex(int handle, const char* url, const char* user, const char* password, int reserved);
 
-//  Hands over a request text of length bytes. The reply comes to callback later. Returns 0 when the request was taken,
-//  else an error code; then callback is never called.
+//  Hands over a request text of length bytes. The reply comes to callback later. Returns 0 when it has been accepted. Any
+//  other result is an error code, and callback is never called.
 int rdb_callmsg(int handle, const char* text, std::int32_t length, RdbReply callback, void* user);
 
 //  Looks up the tag named in *tag and fills in the rest of the record. Returns 0, or an error code (also when there is

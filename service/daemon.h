@@ -16,9 +16,9 @@ class CRunCls;
 
 class CDaemon {
 public:
-    int pid_fd = -1;                 // the pid file while a start or run holds it; -1 when closed
+    int pid_fd = -1;                 // descriptor of the pid file; -1 while it is not open
     char pid_work_path[512] = {};    // copy of pid_path made by a start or run before it opens the file
-    CRunCls* application = nullptr;  // the running service object; null until its start has succeeded
+    CRunCls* application = nullptr;  // the service object, once it has started; else null
     int msg_key = 0;                 // System V key of the control queue
     char pid_path[512] = {};
     char service_name[512] = {};

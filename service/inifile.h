@@ -19,8 +19,8 @@ using IniCallback = std::function<bool(const std::string& section, const std::st
 //  true.
 bool read_ini_file(const char* path, const IniCallback& callback);
 
-//  Returns the directory of the running executable with its trailing "/", or an empty text when the system does not
-//  tell; then a file named behind it is looked up in the working directory.
+//  Returns the folder of the executable, with a "/" at its end, or an empty text when the system does not report it; a
+//  file name appended to that is looked up in the working directory.
 std::string getExeDir();
 
 #endif

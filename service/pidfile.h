@@ -2,9 +2,9 @@
 //
 //      /var/run/addrpubd.pid     "<pid>\n"     a POSIX record lock over the whole file, held by the running instance
 //
-//  The lock is what proves that an instance is alive; a file without one is a leftover. The text is read only when the
-//  kernel cannot name the holder. The file is never deleted. A record lock belongs to the process, is not inherited by a
-//  child, and is gone when the process closes any descriptor of the file (fcntl(2), F_SETLK).
+//  The lock is what proves that an instance is alive; a file without one is a leftover. The text is a fallback for a
+//  holder that the kernel reports without a pid. The file is never deleted. A record lock is its process's own: a child
+//  does not get it, and closing one descriptor of the file gives it up, even if another was locked (fcntl(2), F_SETLK).
 #ifndef SERVICE_PIDFILE_H
 #define SERVICE_PIDFILE_H
 

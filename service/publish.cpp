@@ -26,8 +26,8 @@ std::int64_t putMark(time_t now) {
     return static_cast<std::int64_t>(static_cast<std::uint64_t>(now) * 10);
 }
 
-//  Returns false within 9 seconds of the last cycle, to either side: a clock set back by ten seconds or more lets the
-//  next cycle run at once.
+//  Returns false within 9 seconds of the last cycle, to either side. A clock that was set back by at least ten seconds
+//  does not delay the next cycle.
 bool passesGate(time_t now, time_t last) {
     return static_cast<std::uint64_t>(now) - static_cast<std::uint64_t>(last) + 9 > 18;
 }

@@ -8,7 +8,8 @@
 //  Threads: the main thread runs start and publishOnce. The client library may call the three callbacks from threads of
 //  its own. They share rdb_connected, dns_connected, snapshot.time and last_sent_time with the cycle: plain word-sized
 //  members without a lock, because a stale read costs one cycle of delay. A server that reconnects in the instant in
-//  which the cycle sets its mark is told again when the mark has grown old. Nothing else is shared.
+//  which the cycle sets its mark is told again when the mark has grown old. Nothing else is shared. A connect event
+//  clears its mark before it sets its flag, in the machine code too, so that a cycle that sees the flag sees the mark.
 #ifndef SERVICE_RUNCLS_H
 #define SERVICE_RUNCLS_H
 
@@ -24,29 +25,29 @@
 
 class CRunCls {
 public:
-    std::int32_t rdb_handle = -1;     // rdb-server connection; -1 when there is none
-    std::uint32_t rdb_connected = 0;  // 1 while the rdb server is connected
+    std::int32_t rdb_handle = -1;     // connection to the rdb server; -1 without one
+    std::uint32_t rdb_connected = 0;  // 1 after its connect event, 0 after its loss
     olk::ilog* log = nullptr;         // owned; null before start and after the stop
     std::string logurl;               // this and the next four: from the ini file
     std::string hostname;
     std::string rdburl;
     std::string rdbuser;
     std::string rdbpswd;
-    time_t last_cycle_time = 0;       // second at which the last cycle passed the ten-second gate
-    std::string last_put_value;       // address list last written to the rdb server
+    time_t last_cycle_time = 0;       // second of the last cycle that the gate let through
+    std::string last_put_value;       // address list of the last put
     std::string address_list;         // address list of the current cycle, "null" for none
-    std::string last_sent_value;      // address list last handed to the DNS update
+    std::string last_sent_value;      // address list of the last DNS update
     RdbSnapshot snapshot = {};        // the record put; its time, set after the put, is the last-put mark: the put's
                                       // second times 10. Both the factor and the plain seconds of last_sent_time are
                                       // meant; each comparison knows its own.
-    std::int32_t dns_handle = -1;     // DNS-server connection; -1 when there is none
-    std::uint32_t dns_connected = 0;  // 1 while the DNS server is connected
+    std::int32_t dns_handle = -1;     // connection to the DNS server; -1 without one
+    std::uint32_t dns_connected = 0;  // 1 after its connect event, 0 after its loss
     std::string dnsurl;               // this and the next two: from the ini file
     std::string dnsuser;
     std::string dnspswd;
     std::int32_t seqno = 0;                     // number of the last request
     olk::vector_<std::uint16_t> dnshttpsports;  // HTTPS ports told to the DNS server, in configuration order
-    time_t last_sent_time = 0;                  // second at which the last DNS update step ran
+    time_t last_sent_time = 0;                  // second of the last DNS update
 
     CRunCls() = default;
     //  Releases the log and closes the rdb-server connection. dns_handle is left alone on purpose: the exit signal, the
@@ -60,7 +61,7 @@ public:
     static void* operator new(std::size_t size) noexcept;
     static void operator delete(void* object) noexcept;
 
-    //  Loads the configuration, opens the log, checks the host name and starts the connections. A server that is not
+    //  Reads the ini file, opens the log, rejects an illegal host name and starts both connections. A server that is not
     //  fully configured is left out. Returns false after having reported why; silently when there is no memory for a log
     //  or a text.
     bool start();

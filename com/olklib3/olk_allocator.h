@@ -6,14 +6,14 @@
 //      big block:   | maplen | 0 | user's bytes ... |   the user's address is 16 bytes behind the mapping's start; the 0
 //                   0        8   16                     stands where a class block names its heap (address - 8)
 //
-//  One instance serves the whole process. It is built before every other global object of the program and destroyed
-//  after all of them, so a global object may free what it holds in its destructor.
+//  One instance serves the whole process. Its constructor runs before that of any other global object and its destructor
+//  after theirs, so a global object may free what it holds in its destructor.
 //
 //  User addresses are aligned to 8 bytes (16 for big blocks).
 //
-//  Threads: malloc_ and free_ may be called from any thread at any time between those two moments. The table of classes
-//  is written by the constructor only and is read without a lock; each class has a lock of its own, so a signal handler
-//  may call neither when it interrupted one of them.
+//  Threads: between those two moments malloc_ and free_ serve every thread. The table of classes is written by the
+//  constructor only and is read without a lock; each class has a lock of its own, so a signal handler may call neither
+//  when it interrupted one of them.
 #ifndef OLK_ALLOCATOR_H
 #define OLK_ALLOCATOR_H
 

@@ -1,4 +1,5 @@
-//  One size class of the pooled allocator: a list of heaps, each one anonymous mapping cut into equal blocks.
+//  One size class of the pooled allocator: a list of heaps. Each heap is a mapping of its own, divided into blocks of
+//  the class's size.
 //
 //      base                                                    base + maplen
 //      | hdr | block 0 | hdr | block 1 | ... | never used ... |
@@ -14,7 +15,7 @@
 //  freelist + blkcount - bump. (3) Every node of a freelist is a block below bump of that heap, and its header names
 //  that heap. (4) heapcount = length of the list. (5) Every heap behind the head holds exactly blkperheap blocks.
 //
-//  Threads: any thread may call malloc_ and free_; the class's own lock guards the class and all its heaps. The object
+//  Threads: any thread may call malloc_ and free_. A lock of the class covers its list and every heap in it. The object
 //  heap's lock is taken inside it.
 #ifndef OLK_BLK_ALLOCTOR_H
 #define OLK_BLK_ALLOCTOR_H
@@ -33,7 +34,7 @@ struct blk_heap;
 //  LOCK: spinlock, the only one whose classes a heap record can name.
 template <class LOCK>
 struct blk_alloctor : memheap_ {
-    blk_heap* heaps;      // the head heap; null until the first heap exists
+    blk_heap* heaps;      // the head of the list; null while there is no heap
     int32_t heapcount;    // heaps in the list
     uint32_t freecount;   // free blocks over all heaps: never used and freed
     uint32_t blksize;     // bytes per block, a multiple of 8
@@ -77,7 +78,7 @@ struct blk_heap {
     uint32_t freecount;             // free blocks in this heap
     uint32_t blkcount;              // blocks in this heap
     uint32_t blksize;               // bytes per block, as in the class
-    uint32_t bump;                  // blocks handed out so far from the never-used tail
+    uint32_t bump;                  // blocks carved so far; the never-used ones begin after them
     uint64_t maplen;                // bytes of the mapping
     char* base;                     // start of the mapping
     void* freelist;                 // freed blocks (user addresses), linked through their first words; null when none

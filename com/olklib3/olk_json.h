@@ -1,5 +1,5 @@
-//  Writers of JSON text (RFC 8259) into a pooled string. There is no tree: each writer appends what it is given, in call
-//  order, and a member counter kept by the caller decides where commas go.
+//  Writers of JSON text (RFC 8259) into a pooled string. There is no tree: each writer appends its piece at the text's
+//  end. The caller keeps a member counter, from which a writer sees whether its piece needs a comma in front.
 //
 //      uint32_t members = 0;
 //      out.push_back('{');

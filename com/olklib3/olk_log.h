@@ -1,6 +1,6 @@
 //  The abstract log that every message of the service goes through, and the level scheme.
 //
-//  Levels are signed numbers; a smaller one is more severe. A record is written when its level is at most the log's.
+//  Levels are signed numbers; a smaller one is more severe. A log drops every record whose level is above its own.
 //
 //      10 err   20 wrn   30 inf   31 mor   40 dbg   999 all
 //
@@ -25,8 +25,8 @@ constexpr int level_all = 999;
 
 //  One sink of records.
 //
-//  add, append and push return 0 when the record is filtered out, a negative value when the sink is not usable or the
-//  record cannot be formatted, else what the underlying write returned. format and its arguments are printf's.
+//  add, append and push return 0 for a record that the level drops, a negative value for a sink that cannot write or a
+//  record that cannot be formatted, else what the underlying write returned. format and its arguments are printf's.
 class ilog {
 public:
     ilog() = default;
@@ -49,7 +49,7 @@ public:
     __attribute__((format(printf, 4, 0))) virtual int push(int level, const char* tag, const char* format,
                                                            va_list args);
 
-    //  Reads and sets the configured level. Any value is accepted.
+    //  Reads and sets the log's own level. Every number is valid.
     virtual int getlevel() = 0;
     virtual void setlevel(int level) = 0;
 

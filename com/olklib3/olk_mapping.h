@@ -18,8 +18,8 @@
 
 namespace olk {
 
-//  Returns n rounded up to a multiple of the system page size, or 0 when that does not fit. The page size is asked for
-//  at every call and never kept.
+//  Returns the size of the smallest run of pages that holds n bytes, or 0 when that does not fit. The page size is
+//  queried at every call and never kept.
 inline size_t round_to_pages(size_t n) {
     const size_t page = static_cast<size_t>(sysconf(_SC_PAGESIZE));
     return (n + page - 1) / page * page;

@@ -25,7 +25,7 @@ struct obj_page {
     uint64_t slotsize;   // bytes from one slot to the next
     uint64_t freecount;  // free slots: never used and freed
     uint64_t slotcount;  // slots in this page
-    uint64_t bump;       // slots handed out so far from the never-used tail
+    uint64_t bump;       // slots carved so far; the never-used ones begin after them
     void* freelist;      // freed slots, linked through their first words; null when none
     obj_page* next;      // null at the end
 

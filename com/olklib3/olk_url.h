@@ -5,10 +5,10 @@
 //      |     host            path   args
 //      scheme        ^^^^ port                         ipv4, ipv6: the host's addresses, from the resolver
 //
-//  Characters are taken as they are: nothing is decoded, no case is changed, there is no user part. Without a scheme the
-//  text is read from its start as host part. A "?" in front of the first "/" belongs to a plain host part, unless there
-//  is no "/" at all. A bracketed host may lack its "]", and what follows it other than ":" and "/" begins the path. Ports
-//  are read as strtol reads numbers and wrap to 16 bits.
+//  Nothing is decoded, and no case is changed. There is no user part. A text without a scheme begins with the host
+//  part. A "?" in front of the first "/" belongs to a plain host part, unless there is no "/" at all. A bracketed host
+//  may lack its "]", and what follows it other than ":" and "/" begins the path. Ports are read as strtol reads numbers
+//  and wrap to 16 bits.
 //
 //  Threads: as for any plain object; parse waits for the resolver.
 #ifndef OLK_URL_H
@@ -28,7 +28,7 @@ struct url {
     STRING ipv4;        // first IPv4 address of the host, empty when it has none
     STRING ipv6;        // first IPv6 address of the host, empty when it has none
     STRING path;        // behind the "/" that ends the host part
-    STRING args;        // behind "?", up to a line feed or the end
+    STRING args;        // after "?", until the line or the text ends
     STRING host;        // the host part as written, with its port and its brackets
 
     //  Takes s[0..len) apart; no terminating zero is needed. Returns false, with the fields as far as they were filled,

@@ -77,7 +77,7 @@ bool last_begun = false;     /* the one program after the storm */
 /* The lock can be had, or is had already. */
 #define FREE_FOR(p) (holder == NOBODY || holder == p)
 
-/* The kernel takes a record lock away when its process closes any descriptor of the file, or ends. */
+/* A process gives its record lock up by closing one descriptor of the file, whichever it is, and by ending. */
 inline release(p) {
     if
     :: holder == p -> holder = NOBODY

@@ -26,7 +26,7 @@ _COMPATIBLE = ipaddress.ip_network("::/96")
 
 
 def publishable(text):
-    """By the rules of docs/operations.md, the unspecified address being no IPv4-compatible one."""
+    """Whether the service publishes it (docs/operations.md). The unspecified address is no IPv4-compatible one."""
     address = ipaddress.ip_address(text)
     if any(address in network for network in _LEFT_OUT):
         return False

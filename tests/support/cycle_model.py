@@ -8,7 +8,7 @@
     model.end(15)                               # the exit signal
     model.calls, model.records, model.output    # what the client library, a log server and the terminal have seen
 
-The model knows nothing of the service but its description. Every turn is simulated; none is left out to save time.
+The model shares no code with the service. Every turn is simulated; none is left out to save time.
 """
 
 import datetime

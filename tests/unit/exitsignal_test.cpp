@@ -22,8 +22,8 @@
 
 #include <gtest/gtest.h>
 
-//  The handler logs, closes and exits from within the signal on purpose. The thread sanitizer reports such calls, so its
-//  check of them is off.
+//  The handler logs, closes and exits from within the signal on purpose, so the thread sanitizer's reports of such calls
+//  are switched off.
 extern "C" const char* __tsan_default_options();
 const char* __tsan_default_options() {
     return "report_signal_unsafe=0";

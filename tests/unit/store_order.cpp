@@ -6,6 +6,7 @@
 //
 //  The store of the flag faults. The fault handler notes the mark at that moment, lifts the protection, and the store is
 //  made again. Prints one line for each callback. Returns 0 when the marks were cleared first.
+#include "exitsignal.h"
 #include "runcls.h"
 
 #include <cstdio>
@@ -15,6 +16,10 @@
 #include <signal.h>
 #include <sys/mman.h>
 #include <unistd.h>
+
+//  The end of the process plays no part here, so the callbacks need not be counted for it.
+CallbackStep::CallbackStep() noexcept : counted(false) {}
+CallbackStep::~CallbackStep() {}
 
 namespace {
 
