@@ -43,7 +43,7 @@
 #define LOOP 16              /* the publish cycle; left by a signal only */
 #define DYING 17             /* ended by a signal, lock and all still there */
 #define LEAVING 18           /* a service inside its signal handler */
-#define HUNG 19              /* the same, waiting for ever for a lock that the signal interrupted */
+#define HUNG 19              /* the same, but it does not get on: stopped, or kept by a call */
 
 /* The step of -stop. */
 #define IDLE 0
