@@ -33,17 +33,15 @@ std::string suggestion(std::size_t setting) {
 //  A key that starts on an earlier line is nothing that a person has written, so it is not shown.
 void checkUnknownKey(const IniLine& line, CIniProbe& probe, CReport& report) {
     const std::string& key = line.calls.back().key;
-    const std::string own = key.substr(std::min(line.carried.size(), key.size()));
-    if (line.carried.empty()) {
+    if (line.key_front == 0) {
         const std::string name = isHarmless(key) ? " " + quoted(key) : "";
         report.warn(line.number, "unknown key" + name + ", ignored" + suggestion(similarSetting(key)));
         return;
     }
-    const std::size_t meant = settingOf(own, probe);
+    const std::size_t meant = settingOf(key.substr(line.key_front), probe);
     const std::string lost =
         meant == no_setting ? std::string() : std::string(", and ") + settings[meant].name + " is not set here";
-    report.warn(line.number,
-                "the key begins with the text of " + inLine(line.carried_from) + ", so it is unknown" + lost);
+    report.warn(line.number, "the key begins with the text of " + inLine(line.key_from) + ", so it is unknown" + lost);
 }
 
 void checkKey(const IniLine& line, std::array<std::size_t, setting_count>& seen, CIniProbe& probe, CReport& report) {
@@ -96,7 +94,7 @@ void checkValue(const IniLine& line, CReport& report) {
 void checkTextWithoutKey(const IniLine& line, CReport& report) {
     if (line.drops_text)
         report.warn(line.number, "text without \"=\" in front of a comment or a section, dropped");
-    if (!line.sets && !line.carry.empty() && line.carry != line.carried)
+    if (!line.sets && !line.left.empty())
         report.warn(line.number, "no \"=\" in this line: its text becomes the front of the next key");
     if (line.swallows_setting)
         report.warn(line.number, "the line is a section header; what looks like a setting in it is ignored");

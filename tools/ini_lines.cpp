@@ -8,22 +8,30 @@ namespace check {
 
 namespace {
 
-//  The reader is asked about front + a part of text. front brings it into the state in which it reaches the line.
+//  The reader is asked about front_ + a part of text. front_ brings it into the state in which it reaches the line: behind
+//  a line feed, with a key under way when earlier lines left one. Its length matters, its bytes do not, so "x" written
+//  once more often than the line has bytes stands for it. A key of the line is longer than the line when the front is part
+//  of it, and however much earlier lines left, a line costs work in proportion to its own length.
 class CLineReader {
 public:
-    CLineReader(const std::string& text, const std::string& front, CIniProbe& probe)
-        : text_(text), front_(front), probe_(probe) {}
+    CLineReader(const std::string& text, const std::string& carried, bool first, CIniProbe& probe)
+        : text_(text), carried_(carried), filler_(carried.empty() ? 0 : text.size() + 1),
+          //  A byte order mark is skipped at the start of the file only: elsewhere a line feed stands in front.
+          front_(first ? std::string() : "\n" + std::string(filler_, 'x')), probe_(probe) {}
 
     void read(bool ended, IniLine& line);
 
 private:
-    std::size_t callsUpTo(std::size_t end) { return probe_.calls(front_ + text_.substr(0, end)).size(); }
-    std::size_t findEquals(std::size_t calls);
-    std::string keyUpTo(std::size_t end);
+    bool hasFront(const std::string& key) const { return key.size() > text_.size(); }
+    std::string ownPart(const std::string& key) const { return key.substr(hasFront(key) ? filler_ : 0); }
+    std::size_t findEquals();
+    bool dropsText(std::size_t end);
     void readBehind(std::size_t equals, const std::string& value, IniLine& line);
 
     const std::string& text_;
-    const std::string& front_;
+    const std::string& carried_;
+    const std::size_t filler_;
+    const std::string front_;
     CIniProbe& probe_;
 };
 
@@ -31,39 +39,49 @@ private:
 void CLineReader::read(bool ended, IniLine& line) {
     line.calls = probe_.calls(front_ + text_ + "\n=");
     if (!line.calls.empty()) {
-        line.carry = line.calls.back().key;
+        line.keeps_front = hasFront(line.calls.back().key);
+        line.left = ownPart(line.calls.back().key);
         line.calls.pop_back();
     }
     if (!ended)
         line.calls = probe_.calls(front_ + text_);
 
-    const std::size_t equals = line.calls.empty() ? std::string::npos : findEquals(line.calls.size());
+    const std::size_t equals = line.calls.empty() ? std::string::npos : findEquals();
     line.sets = equals != std::string::npos;
     if (line.sets) {
-        line.setting = settingOf(line.calls.back().key, probe_);
+        std::string& key = line.calls.back().key;
+        line.key_front = hasFront(key) ? carried_.size() : 0;
+        key = carried_.substr(0, line.key_front) + ownPart(key);
+        line.setting = settingOf(key, probe_);
         readBehind(equals, line.calls.back().value, line);
     }
     const std::size_t end = text_.find_first_of("#;[");
-    line.drops_text = end < equals && end != std::string::npos && keyUpTo(end).size() > line.carried.size();
+    line.drops_text = end < equals && end != std::string::npos && dropsText(end);
     const auto holdsSetting = [](const IniCall& call) {
         return call.key.empty() && call.value.empty() && call.section.find('=') != std::string::npos;
     };
     line.swallows_setting = !line.sets && std::any_of(line.calls.begin(), line.calls.end(), holdsSetting);
 }
 
-//  Returns where the "=" stands that makes the last of the line's calls: behind it there is one call more than in front
-//  of it. Everywhere else a "=" is part of a value, a header or a comment.
-std::size_t CLineReader::findEquals(std::size_t calls) {
-    std::size_t at = text_.find('=');
-    while (at != std::string::npos && !(callsUpTo(at) + 1 == calls && callsUpTo(at + 1) == calls))
-        at = text_.find('=', at + 1);
-    return at;
+//  Returns where the "=" stands that makes the line's setting, or npos. The reader is asked about the line with the
+//  position of each "=" written behind it: a value then begins with the position of its own. In a header or a comment the
+//  digits change nothing.
+std::size_t CLineReader::findEquals() {
+    std::string numbered;
+    for (std::size_t at = 0; at < text_.size(); ++at) {
+        numbered += text_[at];
+        if (text_[at] == '=')
+            numbered += std::to_string(at) + ':';
+    }
+    const std::vector<IniCall> calls = probe_.calls(front_ + numbered);
+    return calls.empty() || calls.back().value.empty() ? std::string::npos : std::stoul(calls.back().value);
 }
 
-//  Returns the key as far as it was read at end; empty inside a comment, a header or a value.
-std::string CLineReader::keyUpTo(std::size_t end) {
-    const std::vector<IniCall> calls = probe_.calls(front_ + text_.substr(0, end) + "=");
-    return calls.size() > callsUpTo(end) ? calls.back().key : std::string();
+//  Says whether the reader holds text of the line at end; not so inside a comment, a header or a value.
+bool CLineReader::dropsText(std::size_t end) {
+    const std::string until = front_ + text_.substr(0, end);
+    const std::vector<IniCall> calls = probe_.calls(until + "=");
+    return calls.size() > probe_.calls(until).size() && !ownPart(calls.back().key).empty();
 }
 
 //  The value's characters stand in the line as they are.
@@ -87,20 +105,20 @@ void CLineReader::readBehind(std::size_t equals, const std::string& value, IniLi
 
 std::vector<IniLine> readLines(const std::string& bytes, CIniProbe& probe) {
     std::vector<IniLine> lines;
-    std::string carried;
+    std::string carried;  // the key as far as it was read at the line's start
     std::size_t carried_from = 0;
     for (std::size_t start = 0; start < bytes.size();) {
         const std::size_t end = std::min(bytes.find('\n', start), bytes.size());
         const std::string text = bytes.substr(start, end - start);
-        //  A byte order mark is skipped at the start of the file only: elsewhere a line feed stands in front.
-        const std::string front = lines.empty() ? std::string() : "\n" + carried;
         IniLine line;
         line.number = lines.size() + 1;
-        line.carried = carried;
-        line.carried_from = carried_from;
-        CLineReader(text, front, probe).read(end < bytes.size(), line);
-        carried = line.carry;
-        carried_from = carried.empty() ? 0 : (line.carried.empty() ? line.number : line.carried_from);
+        CLineReader(text, carried, lines.empty(), probe).read(end < bytes.size(), line);
+        line.key_from = line.key_front == 0 ? 0 : carried_from;
+        if (!line.keeps_front)
+            carried.clear();
+        if (carried.empty())
+            carried_from = line.number;
+        carried += line.left;
         lines.push_back(std::move(line));
         start = end + 1;
     }

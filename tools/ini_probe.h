@@ -31,7 +31,7 @@ public:
     CIniProbe(const CIniProbe&) = delete;
     CIniProbe& operator=(const CIniProbe&) = delete;
 
-    //  Returns the calls that the service's reader makes for a file of these bytes.
+    //  Returns the calls that the service's reader makes for a file of these bytes; none when failed().
     std::vector<IniCall> calls(std::string_view bytes);
 
     //  Stores the settings of a file of these bytes as the service does.

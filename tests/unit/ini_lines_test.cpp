@@ -5,6 +5,9 @@
 
 #include <random>
 
+#include <sys/syscall.h>
+#include <unistd.h>
+
 #include <gtest/gtest.h>
 
 namespace {
@@ -42,13 +45,25 @@ TEST_F(IniLines, ASettingBehindAHeaderOrAnEndedCommentIsFound) {
 TEST_F(IniLines, TheFrontOfAKeyGoesFromLineToLine) {
     const auto lines = linesOf("a b\n\nc\nk = v\n");
     ASSERT_EQ(lines.size(), 4U);
-    EXPECT_EQ(lines[0].carry, "ab");
-    EXPECT_EQ(lines[1].carry, "ab");
-    EXPECT_EQ(lines[2].carry, "abc");
-    EXPECT_EQ(lines[3].carried, "abc");
-    EXPECT_EQ(lines[3].carried_from, 1U);
+    EXPECT_EQ(lines[0].left, "ab");
+    EXPECT_EQ(lines[1].left, "");
+    EXPECT_TRUE(lines[1].keeps_front);
+    EXPECT_EQ(lines[2].left, "c");
+    EXPECT_TRUE(lines[2].keeps_front);
+    EXPECT_EQ(lines[3].key_front, 3U);
+    EXPECT_EQ(lines[3].key_from, 1U);
     EXPECT_EQ(lines[3].calls.back().key, "abck");
-    EXPECT_EQ(lines[3].carry, "");
+    EXPECT_EQ(lines[3].left, "");
+    EXPECT_FALSE(lines[3].keeps_front);
+}
+
+TEST_F(IniLines, AFrontThatAHeaderDropsIsNoPartOfTheKey) {
+    const auto lines = linesOf("a\n[s]b\nk=v\n");
+    EXPECT_FALSE(lines[1].keeps_front);
+    EXPECT_EQ(lines[1].left, "b");
+    EXPECT_EQ(lines[2].calls.back().key, "bk");
+    EXPECT_EQ(lines[2].key_front, 1U);
+    EXPECT_EQ(lines[2].key_from, 2U);
 }
 
 TEST_F(IniLines, AByteOrderMarkIsSkippedAtTheStartOnly) {
@@ -73,6 +88,53 @@ TEST_F(IniLines, TextInFrontOfACommentIsDropped) {
     EXPECT_FALSE(linesOf("; b\n").front().drops_text);
     EXPECT_FALSE(linesOf("a = b ; c\n").front().drops_text);
     EXPECT_FALSE(linesOf("a\n; b\n").back().drops_text);
+}
+
+TEST_F(IniLines, OfManyEqualsSignsTheSettingsOwnIsFound) {
+    const std::string front = "[a=b=c]  # = = \r";
+    const IniLine line = linesOf(front + "k = 1=2=3 ; = =\n").front();
+    ASSERT_TRUE(line.sets);
+    EXPECT_EQ(line.calls.back().value, "1=2=3");
+    EXPECT_EQ(line.behind, "; = =");
+    EXPECT_FALSE(linesOf("[a=b=c] # = =\n").front().sets);
+}
+
+//  Work is counted in bytes that the reader is given: the sizes of the files in memory.
+std::size_t bytesRead(const std::string& bytes) {
+    std::size_t sum = 0;
+    platform::hooks().ftruncate = [&sum](int file, off_t length) {
+        sum += static_cast<std::size_t>(length);
+        return static_cast<int>(syscall(SYS_ftruncate, file, length));
+    };
+    CIniProbe probe;
+    readLines(bytes, probe);
+    EXPECT_FALSE(probe.failed());
+    platform::reset();
+    return sum;
+}
+
+std::string repeated(const std::string& text, std::size_t times) {
+    std::string all;
+    for (; times > 0; --times)
+        all += text;
+    return all;
+}
+
+TEST_F(IniLines, AFileOfTwiceTheLengthIsTwiceTheWork) {
+    struct Shape {
+        std::string begin, repeat, end;
+    };
+    const Shape shapes[] = {
+        {"", "ab\n", ""},     {"", "ab\n", "k=v\n"},  {"junk\n", "\n", "k=v\n"},  {"", "k=v # c\n", ""},
+        {"", "a;\n", ""},     {"# ", "=", "\rk=v\n"}, {"[", "=", "]k=v\n"},       {"k = ", "=", "\n"},
+        {"", "[=]", "k=v\n"}, {"", "a", "=v\n"},      {"junk\n", "a b\r", "k=v"}, {"", "[a]\n", ""},
+    };
+    for (const Shape& shape : shapes) {
+        const std::size_t once = bytesRead(shape.begin + repeated(shape.repeat, 500) + shape.end);
+        const std::size_t twice = bytesRead(shape.begin + repeated(shape.repeat, 1000) + shape.end);
+        EXPECT_GT(once, 500 * shape.repeat.size());
+        EXPECT_LT(static_cast<double>(twice), 2.4 * static_cast<double>(once)) << shape.begin + shape.repeat;
+    }
 }
 
 TEST_F(IniLines, TogetherMakeTheCallsOfTheWholeFile) {
