@@ -9,8 +9,8 @@ namespace {
 
 constexpr std::string_view mask = "***";
 
-//  Parts of option names, in lower case.
-constexpr std::string_view secret_words[] = {"key", "pass", "pswd", "pwd", "secret", "token"};
+//  The options of the log address and of the open client library's urls.
+constexpr std::string_view known_options[] = {"algorithm", "check", "expire", "level", "skip", "ttl"};
 
 std::string escaped(std::string_view text, std::string_view with_backslash) {
     static constexpr char digits[] = "0123456789abcdef";
@@ -31,24 +31,44 @@ std::string escaped(std::string_view text, std::string_view with_backslash) {
     return out;
 }
 
-bool isSecretName(std::string name) {
-    std::transform(name.begin(), name.end(), name.begin(),
-                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-    return std::any_of(std::begin(secret_words), std::end(secret_words),
-                       [&name](std::string_view word) { return name.find(word) != std::string::npos; });
+char lower(char c) {
+    return static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
 }
 
-void maskOptions(std::string& url) {
-    for (std::size_t at = url.find('?'); at != std::string::npos;) {
-        const std::size_t name = at + 1;
-        std::size_t end = std::min(url.find('&', name), url.size());
-        const std::size_t equals = url.find('=', name);
-        if (equals < end && isSecretName(url.substr(name, equals - name))) {
-            url.replace(equals + 1, end - equals - 1, mask);
-            end = equals + 1 + mask.size();
-        }
-        at = end < url.size() ? end : std::string::npos;
+bool isKnownOption(std::string_view name) {
+    const auto same = [name](std::string_view known) {
+        return std::equal(name.begin(), name.end(), known.begin(), known.end(),
+                          [](char a, char b) { return lower(a) == b; });
+    };
+    return std::any_of(std::begin(known_options), std::end(known_options), same);
+}
+
+//  Numbers, words and lists of them. A "?", "&" or "=" that was put in the wrong place does not bring more into view.
+bool isPlain(std::string_view value) {
+    return std::all_of(value.begin(), value.end(),
+                       [](unsigned char c) { return std::isalnum(c) != 0 || c == '-' || c == ','; });
+}
+
+std::string withoutSecret(std::string_view option) {
+    const std::size_t equals = option.find('=');
+    if (equals == std::string_view::npos)
+        return std::string(option.empty() ? option : mask);
+    const std::string_view value = option.substr(equals + 1);
+    const bool shown = value.empty() || (isKnownOption(option.substr(0, equals)) && isPlain(value));
+    return std::string(option.substr(0, equals + 1)) + std::string(shown ? value : mask);
+}
+
+//  Returns a url's part behind "?".
+std::string queryWithoutSecrets(std::string_view query) {
+    std::string out;
+    for (bool more = true; more;) {
+        const std::size_t end = std::min(query.find('&'), query.size());
+        out += withoutSecret(query.substr(0, end));
+        more = end < query.size();
+        out += more ? "&" : "";
+        query.remove_prefix(more ? end + 1 : end);
     }
+    return out;
 }
 
 }  // namespace
@@ -69,8 +89,10 @@ std::string withoutSecrets(const std::string& url) {
     const std::size_t at = url.rfind('@');
     if (at != std::string::npos && at >= server && url[server] != '/')
         shown.replace(server, at - server, mask);
-    maskOptions(shown);
-    return shown;
+    const std::size_t query = shown.find('?');
+    if (query == std::string::npos)
+        return shown;
+    return shown.substr(0, query + 1) + queryWithoutSecrets(std::string_view(shown).substr(query + 1));
 }
 
 }  // namespace check
