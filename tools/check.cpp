@@ -72,6 +72,22 @@ bool examine(const std::string& bytes, Subject& subject, CReport& report) {
     return !probe.failed();
 }
 
+//  A byte order mark, or two ASCII characters of two bytes each.
+bool isUtf16(std::string_view bytes) {
+    const auto zeros = [bytes](std::size_t first) {
+        return bytes.size() >= 4 && bytes[first] == '\0' && bytes[first + 2] == '\0' && bytes[1 - first] != '\0' &&
+               bytes[3 - first] != '\0';
+    };
+    return bytes.starts_with("\xFF\xFE") || bytes.starts_with("\xFE\xFF") || zeros(0) || zeros(1);
+}
+
+void reportUtf16(CReport& report) {
+    report.table.clear();
+    report.words.clear();
+    report.findings.clear();
+    report.fail(0, "it is UTF-16, in which the service finds no setting: save it as UTF-8");
+}
+
 struct OpenFile {
     FILE* stream;
     explicit OpenFile(const char* path) : stream(std::fopen(path, "rt")) {}
@@ -115,6 +131,8 @@ bool checkFile(const std::string& path, CReport& report, std::string& problem) {
         problem = "the system gives no memory or name for a copy of it (is /proc mounted?)";
         return false;
     }
+    if (subject.run.hostname.empty() && isUtf16(bytes))
+        reportUtf16(report);
     struct stat status {};
     if (fstat(fileno(file.stream), &status) == 0)
         checkMode(subject, status, report);

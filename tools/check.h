@@ -39,7 +39,7 @@ struct Subject {
 std::string defaultPath(const std::string& folder, const std::string& usual_place);
 
 //  Examines the file at path. Returns false when that is not possible, with the reason in problem; a file that cannot be
-//  opened is a finding.
+//  opened is a finding. So is one in UTF-16 that sets no host name: nothing else is reported of its content.
 bool checkFile(const std::string& path, CReport& report, std::string& problem);
 
 //  Examines bytes as the content of a file. Returns false when the system refuses the memory for it.

@@ -31,6 +31,19 @@ bool isDomainName(const std::string& name) {
     return label > 0 && name.size() <= longest_name;
 }
 
+bool isAscii(const std::string& name) {
+    return std::all_of(name.begin(), name.end(), [](unsigned char c) { return c < 0x80; });
+}
+
+//  Returns what to write instead of a name that isDomainName refuses, as the end of a sentence; empty without advice.
+std::string advice(const std::string& name) {
+    if (!isAscii(name))
+        return "; write a name with letters beyond ASCII in its form xn--...";
+    if (name.ends_with('.') && isDomainName(name.substr(0, name.size() - 1)))
+        return "; write it without the dot at its end";
+    return {};
+}
+
 bool reachesDnsServer(const Subject& subject) {
     return !subject.run.dnsurl.empty() && !subject.run.dnsuser.empty() && !subject.run.dnspswd.empty();
 }
@@ -54,7 +67,9 @@ void checkHost(const Subject& subject, CReport& report) {
         report.warn(line, "hostname has " + std::to_string(name.size()) + " bytes; the rdb server gets the first " +
                               std::to_string(record_name));
     if (reachesDnsServer(subject) && !isDomainName(name))
-        report.warn(line, "hostname is not a domain name, so the DNS server will refuse it");
+        report.warn(
+            line, "hostname is not a domain name: the client library will refuse it for a DNS server or a hosts file" +
+                      advice(name));
 }
 
 }  // namespace check

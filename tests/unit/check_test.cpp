@@ -156,6 +156,29 @@ TEST_F(Check, AFileOfMoreThanOneMebibyteIsNotExamined) {
     EXPECT_TRUE(checkFile(path, report, problem));
 }
 
+TEST_F(Check, AFileInUtf16IsNamedInOneLine) {
+    const auto wide = [](const std::string& text, bool big) {
+        std::string bytes;
+        for (const char c : text)
+            bytes += big ? std::string(1, '\0') + c : c + std::string(1, '\0');
+        return bytes;
+    };
+    const Lines remark = {"0 error it is UTF-16, in which the service finds no setting: save it as UTF-8"};
+    for (const std::string& bytes : {"\xFF\xFE" + wide(base, false), "\xFE\xFF" + wide(base, true), wide(base, false),
+                                     wide(base, true), "\xFF\xFE" + wide("", false)}) {
+        const CReport report = examinedFile(bytes, 0600);
+        EXPECT_EQ(linesOf(report), remark) << testing::PrintToString(bytes);
+        EXPECT_EQ(report.table.size() + report.words.size(), 0U);
+        EXPECT_EQ(report.exitStatus(), 2);
+    }
+}
+
+TEST_F(Check, AFileThatSetsAHostNameIsNotTakenForUtf16) {
+    EXPECT_EQ(examinedFile("\xFF\xFE\n" + std::string("#\n") + base, 0600).table.size(), 9U);
+    EXPECT_EQ(examinedFile(std::string(base) + "\xFF\xFE", 0600).table.size(), 9U);
+    EXPECT_EQ(examinedFile(std::string("a\0bc\n", 5), 0600).table.size(), 9U);
+}
+
 TEST_F(Check, APasswordThatEverybodyCanReadIsRemarked) {
     for (const mode_t mode : {0600U, 0640U, 0660U})
         EXPECT_EQ(linesOf(examinedFile(base, mode)), Lines{});
