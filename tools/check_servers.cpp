@@ -4,6 +4,7 @@
 
 #include "backend_registry.h"
 #include "secret.h"
+#include "url.h"
 
 namespace check {
 
@@ -19,6 +20,27 @@ constexpr Server servers[] = {
     {"rdb server", rdburl, rdbuser, rdbpswd, rdbopen::Backend::Service::tags},
     {"DNS server", dnsurl, dnsuser, dnspswd, rdbopen::Backend::Service::messages},
 };
+
+//  The back ends that this build goes without. The last row keeps the list from being empty.
+constexpr struct {
+    std::string_view scheme;
+    std::string_view packages;
+} left_out[] = {
+#include "left_out.inc"
+    {"", ""},
+};
+
+//  Returns what can be done about an unknown scheme. A scheme is never empty.
+std::string cure(const std::string& url_text) {
+    rdbopen::Url url;
+    std::string reason;
+    rdbopen::parseUrl(url_text, url, reason);
+    for (const auto& row : left_out)
+        if (!url.scheme.empty() && row.scheme == url.scheme)
+            return "its back end is left out of this build; to have it, install " + std::string(row.packages) +
+                   " and build again";
+    return "this build has no such back end";
+}
 
 std::string joined(const std::vector<std::string>& words) {
     std::string out;
@@ -60,7 +82,7 @@ void checkBackend(const Subject& subject, const Server& server, CReport& report)
     std::string reason;
     const int code = rdbopen::makeBackend(subject.given(server.url), credentials, backend, reason);
     if (code == rdbopen::errorUnknownScheme)
-        report.fail(line, name + ": " + printable(reason) + ": this build has no such back end");
+        report.fail(line, name + ": " + printable(reason) + ": " + cure(subject.given(server.url)));
     else if (code != rdbopen::errorNone)
         report.fail(line, name + ": " + printable(reason));
     else if (!backend->serves(server.service))

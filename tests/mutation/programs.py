@@ -73,7 +73,7 @@ class Base:
     def fill(self, source):
         """Copies the tree at source. Files that are the same keep their time, so little is built again."""
         _mirror(source, self.tree, {".git", "build"})
-        kind = ["-DCMAKE_BUILD_TYPE=Mutation", f"-DCMAKE_CXX_FLAGS_MUTATION={FLAGS}"]
+        kind = ["-DCMAKE_BUILD_TYPE=Mutation", "-DBUILD_TESTING=ON", f"-DCMAKE_CXX_FLAGS_MUTATION={FLAGS}"]
         command = ["cmake", "-S", self.tree, "-B", self.build, *kind, "-DCMAKE_EXPORT_COMPILE_COMMANDS=ON"]
         subprocess.run(command, check=True, stdout=subprocess.DEVNULL)
 

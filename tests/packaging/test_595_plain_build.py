@@ -1,0 +1,85 @@
+"""What the two build lines of the README make: the program, no test, and a word on what was left out."""
+
+import subprocess
+
+import pytest
+from installation import SOURCE
+
+REQUIRES = ("cmake", "make", "c++", "ctest")
+
+# As on a machine without any of the libraries that back ends need.
+NOTHING_INSTALLED = [
+    "-DCMAKE_DISABLE_FIND_PACKAGE_SQLite3=ON",
+    "-DCMAKE_DISABLE_FIND_PACKAGE_nlohmann_json=ON",
+    "-DCMAKE_DISABLE_FIND_PACKAGE_OpenSSL=ON",
+    "-DHIREDIS_LIBRARY=",
+    "-DLDNS_LIBRARY=",
+]
+
+
+def output(*words, **options):
+    done = subprocess.run(words, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True, check=False, **options)
+    assert done.returncode == 0, done.stdout
+    return done.stdout
+
+
+def targets(build):
+    return {line.removeprefix("... ") for line in output("cmake", "--build", build, "--target", "help").splitlines()}
+
+
+@pytest.fixture(scope="module")
+def plain(tmp_path_factory):
+    """A build folder and what the build said at its end."""
+    build = tmp_path_factory.mktemp("plain")
+    output("cmake", "-S", SOURCE, "-B", build, "-DCMAKE_BUILD_TYPE=Release", *NOTHING_INSTALLED)
+    return build, output("cmake", "--build", build, "--parallel", "2")
+
+
+def test_595_a_plain_build_makes_the_program_and_no_test(plain):
+    build, _ = plain
+    made = {path.name for path in build.iterdir()}
+    assert {"addrpubd", "addrpubd-check", "addrpubd.ini", "librdbapix64.so"} <= made
+    assert "tests" not in made
+    assert "No tests were found" in output("ctest", "--test-dir", build)
+    assert "addrpubd for linux ver" in output("./addrpubd", "-ver", cwd=build)
+
+
+def test_596_the_build_ends_by_naming_what_was_left_out_and_the_packages(plain):
+    _, text = plain
+    lines = [line for line in text.splitlines() if "Built target left_out" not in line]
+    assert lines[-2:] == [
+        "Back ends left out of this build: sqlite, hosts, redis, dns",
+        "To have them, install these packages, then configure and build again: "
+        "libsqlite3-dev nlohmann-json3-dev libhiredis-dev libldns-dev libssl-dev",
+    ]
+
+
+@pytest.mark.parametrize(
+    "url, packages",
+    [
+        ("sqlite:///x", "libsqlite3-dev"),
+        ("hosts:///x", "nlohmann-json3-dev"),
+        ("redis://h", "libhiredis-dev"),
+        ("dns://s/z", "libldns-dev libssl-dev nlohmann-json3-dev"),
+    ],
+)
+def test_597_the_checker_names_the_packages_of_a_missing_back_end(plain, tmp_path, url, packages):
+    ini = tmp_path / "addrpubd.ini"
+    ini.write_text(f"hostname = h\nrdburl = {url}\nrdbuser = u\nrdbpswd = p\n")
+    ini.chmod(0o600)
+    done = subprocess.run([plain[0] / "addrpubd-check", ini], capture_output=True, text=True, check=False)
+    assert done.returncode == 2
+    assert f"; to have it, install {packages} and build again\n" in done.stdout
+
+
+def test_598_the_preset_release_builds_no_test_even_where_tests_were_built(tmp_path):
+    output("cmake", "--preset", "release-tests", "-B", tmp_path, cwd=SOURCE)
+    assert "clockshim" in targets(tmp_path)
+    output("cmake", "--preset", "release", "-B", tmp_path, cwd=SOURCE)
+    assert "clockshim" not in targets(tmp_path)
+    assert "addrpubd" in targets(tmp_path)
+
+
+def test_599_a_build_with_every_back_end_has_nothing_to_name(tmp_path):
+    said = output("cmake", "--preset", "release", "-B", tmp_path, cwd=SOURCE)
+    assert ("left_out" in targets(tmp_path)) == ("left out:" in said)
