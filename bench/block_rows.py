@@ -41,10 +41,10 @@ def pair(times, counts):
             f"{median:.2f} times; {counted[64]:.0f} instructions",
             "0.8 times and 105 instructions",
             median <= 0.8 and counted[64] <= 105,
-            f"The two spin locks alone take {locks:.0f} % of the time, which the minimum pays, too, and which hide the "
-            "rest; a third of the instructions are the binary search, which reads the size from each class's record. "
-            "A table from size to class would replace the search, but the allocator's fixed layout has no place for "
-            "one; with the search the 105 instructions are out of reach.",
+            f"The two spin locks alone take {locks:.0f} % of the time; the minimum has them, too. A third of the "
+            "instructions are the binary search for the class, which reads the size from each class's record. A table "
+            "from size to class would replace the search, but the allocator has none: with the search the 105 "
+            "instructions are out of reach.",
         )
     )
     result.rows.append(
@@ -149,9 +149,9 @@ def threads(times, _):
         "neighbours 96 and 128",
         "half (within 5 %)",
         apart <= 0.525 and beside <= 0.525,
-        "Records are 64 bytes apart from byte 56 of a page on, so a class's first word shares a cache line with its "
-        "neighbour's counters; classes that are not made one after the other share nothing. The figure for those is at "
-        "its best when both processors have nothing else to do.",
+        "The classes' records lie 64 bytes apart, the first at byte 56 of a page, so a class's first word shares a "
+        "cache line with the counters of the class made before it. Other pairs of classes share no line. Their figure "
+        "is best when both processors are otherwise idle.",
     )
     return Result([row])
 

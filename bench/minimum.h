@@ -1,5 +1,5 @@
-//  The least that a pooled allocator of this kind can cost: its class search, one spin lock each way, the counters of heap
-//  and class, the block's header and the release test, for one heap of 16 blocks per class and nothing else. It never
+//  The minimum work of an allocator built like the pooled one: class search, a spin lock to allocate and one to free, the
+//  counters of heap and class, the block's header and the release test, with one heap of 16 blocks per class. It never
 //  grows, releases or checks.
 //
 //  Threads: as for the allocator itself.

@@ -43,7 +43,7 @@ void fillTable(const Subject& subject, CReport& report) {
     }
 }
 
-//  A key that occurs more than once takes its last value.
+//  Later lines overwrite earlier ones with the same key.
 void noteLines(Subject& subject) {
     for (const IniLine& line : subject.lines) {
         if (line.setting == no_setting)

@@ -71,7 +71,7 @@ void checkEnd(const IniLine& line, CReport& report) {
     if (line.behind.empty() || line.behind == "\r")
         return;
     if (line.behind.front() == '\r') {
-        report.warn(line.number, "the value ends at a carriage return; the rest of the line is dropped");
+        report.warn(line.number, "a carriage return ends the value; what follows on the line is dropped");
         return;
     }
     const bool text_follows = line.behind.size() > 1 && line.behind[1] != ' ' && line.behind[1] != '\t' &&

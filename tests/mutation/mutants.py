@@ -1,7 +1,7 @@
 """The mutants of a source file: each constant one up and one down, each comparison turned and moved to its neighbour.
 
-Comments, texts, characters, preprocessor lines, compile-time assertions and format attributes are left alone: the
-first five are no code that runs, and an assertion is itself a test.
+Left alone are comments, string and character literals, preprocessor lines and format attributes, in which no constant or
+comparison runs, and compile-time assertions, which are tests themselves.
 """
 
 import re
