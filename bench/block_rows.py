@@ -8,7 +8,7 @@ from rows import Result, Row, Table, mb, ns
 
 CLASSES = (16, 32, 64, 96, 128, 256, 384, 512, 640, 800, 1024, 1424, 2048, 3072, 5120, 8192, 12288, 16384, 20480)
 CLASSES += (24576, 32768, 49152, 65536, 131072, 262144, 409600, 655360, 1048576, 2097152, 4194304)
-COUNTED = CLASSES[2::4]  # an instruction count takes seconds, and they differ by the steps of the search only
+COUNTED = CLASSES[2::4]  # counting is slow, and the classes differ only in the steps of the search
 ORDERS = ("lifo", "fifo", "random")
 BATCH_SIZES = (64, 256, 1024, 4096, 16384, 65536)
 BENCH = "build/bench/addrpubd_bench"

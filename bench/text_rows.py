@@ -43,8 +43,8 @@ def string(times, counts):
 
 REQUEST_BARS = {2: 0.2, 32: 0.15, 1000: 0.17}
 REQUEST_WHY = {
-    2: "A quarter of the time is spent on allocating and freeing the buffer. Each of about twenty appends waits for the "
-    "length that the append before it has stored.",
+    2: "A quarter of the time is spent on allocating and freeing the buffer. Each of about twenty appends waits for "
+    "the length that the append before it has stored.",
     32: "The buffer is made for a few addresses, so the text is moved twice while it grows.",
     1000: "The buffer is made for a few addresses, so the text is moved several times while it grows.",
 }
@@ -114,8 +114,9 @@ def console(times, counts):
     times.run("^console/", seconds=0.05)
     result = Result()
     why = {
-        "null": "A flushed record costs one system call and printf's formatting. With a prefix that was formatted without "
-        "printf the ratios were 0.89, and 0.91 to a pipe; the service never flushes a line, so it keeps the simpler code.",
+        "null": "A flushed record costs one system call and printf's formatting. With a prefix that was formatted "
+        "without printf the ratios were 0.89, and 0.91 to a pipe; the service never flushes a line, so it keeps the "
+        "simpler code.",
         "pipe": "The reason is that of /dev/null.",
     }
     lines = []
@@ -130,7 +131,8 @@ def console(times, counts):
             lines[-1] += [f"{counts[f'console/{name}/{where}']:.0f}" for name in who]
             result.rows.append(Row(topic, f"{ratio:.2f} of spdlog's stdout sink", "at most 0.9", ratio <= 0.9))
             measured = f"{flushed:.2f} of spdlog's stdout sink"
-            result.rows.append(Row(f"{topic}, flushed as spdlog does", measured, "at most 0.9", flushed <= 0.9, why[where]))
+            topic += ", flushed as spdlog does"
+            result.rows.append(Row(topic, measured, "at most 0.9", flushed <= 0.9, why[where]))
     head = ["to", "add", "push (flushes)", "printf, same line", "spdlog (flushes)"]
     head += ["add instr.", "push instr.", "printf instr.", "spdlog instr."] if len(lines[0]) > len(head) else []
     head = head[: len(lines[0])]

@@ -1,4 +1,4 @@
-#  The build's last words: the back ends that it went without and how to have them. Nothing when it has all.
+#  The end of the build: prints which back ends were left out and the packages that bring them. Prints nothing when none was.
 
 get_property(left_out GLOBAL PROPERTY ADDRPUBD_LEFT_OUT)
 if(NOT left_out)

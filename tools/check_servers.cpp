@@ -21,7 +21,7 @@ constexpr Server servers[] = {
     {"DNS server", dnsurl, dnsuser, dnspswd, rdbopen::Backend::Service::messages},
 };
 
-//  The back ends that this build goes without. The last row keeps the list from being empty.
+//  The back ends that are left out of this build. The last row is there because an array cannot be empty.
 constexpr struct {
     std::string_view scheme;
     std::string_view packages;
@@ -30,8 +30,8 @@ constexpr struct {
     {"", ""},
 };
 
-//  Returns what can be done about an unknown scheme. A scheme is never empty.
-std::string cure(const std::string& url_text) {
+//  Returns what to do about a scheme that the build does not know.
+std::string advice(const std::string& url_text) {
     rdbopen::Url url;
     std::string reason;
     rdbopen::parseUrl(url_text, url, reason);
@@ -82,7 +82,7 @@ void checkBackend(const Subject& subject, const Server& server, CReport& report)
     std::string reason;
     const int code = rdbopen::makeBackend(subject.given(server.url), credentials, backend, reason);
     if (code == rdbopen::errorUnknownScheme)
-        report.fail(line, name + ": " + printable(reason) + ": " + cure(subject.given(server.url)));
+        report.fail(line, name + ": " + printable(reason) + ": " + advice(subject.given(server.url)));
     else if (code != rdbopen::errorNone)
         report.fail(line, name + ": " + printable(reason));
     else if (!backend->serves(server.service))

@@ -8,10 +8,10 @@ namespace check {
 
 namespace {
 
-//  The reader is asked about front_ + a part of text. front_ brings it into the state in which it reaches the line: behind
-//  a line feed, with a key under way when earlier lines left one. Its length matters, its bytes do not, so "x" written
-//  once more often than the line has bytes stands for it. A key of the line is longer than the line when the front is part
-//  of it, and however much earlier lines left, a line costs work in proportion to its own length.
+//  The reader is asked about front_ + a part of the line. front_ brings it into the state that it has at the line's start:
+//  after a line feed, with an unfinished key if earlier lines left one. The bytes of that key do not matter to the reader,
+//  so a run of "x" replaces it, one byte longer than the line: a key that is longer than the line has the run in it. The
+//  work for a line is therefore proportional to its own length, whatever earlier lines left.
 class CLineReader {
 public:
     CLineReader(const std::string& text, const std::string& carried, bool first, CIniProbe& probe)
@@ -35,7 +35,7 @@ private:
     CIniProbe& probe_;
 };
 
-//  A "=" behind the line makes the reader tell the key that it has read so far.
+//  A "=" after the line makes the reader report the key that it has read so far.
 void CLineReader::read(bool ended, IniLine& line) {
     line.calls = probe_.calls(front_ + text_ + "\n=");
     if (!line.calls.empty()) {
@@ -63,9 +63,9 @@ void CLineReader::read(bool ended, IniLine& line) {
     line.swallows_setting = !line.sets && std::any_of(line.calls.begin(), line.calls.end(), holdsSetting);
 }
 
-//  Returns where the "=" stands that makes the line's setting, or npos. The reader is asked about the line with the
-//  position of each "=" written behind it: a value then begins with the position of its own. In a header or a comment the
-//  digits change nothing.
+//  Returns the position of the "=" that makes the line's setting, or npos. The reader is asked about the line with its
+//  position inserted after each "=": the value then begins with the position of the setting's own "=". In headers and
+//  comments the digits change nothing.
 std::size_t CLineReader::findEquals() {
     std::string numbered;
     for (std::size_t at = 0; at < text_.size(); ++at) {
@@ -77,7 +77,7 @@ std::size_t CLineReader::findEquals() {
     return calls.empty() || calls.back().value.empty() ? std::string::npos : std::stoul(calls.back().value);
 }
 
-//  Says whether the reader holds text of the line at end; not so inside a comment, a header or a value.
+//  Returns whether text of the line is part of the unfinished key at end.
 bool CLineReader::dropsText(std::size_t end) {
     const std::string until = front_ + text_.substr(0, end);
     const std::vector<IniCall> calls = probe_.calls(until + "=");
