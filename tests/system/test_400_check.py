@@ -200,3 +200,24 @@ def test_485_settings_that_everybody_can_write_are_remarked(ini):
     status, output, _ = check(path)
     assert status == 1
     assert findings(output) == [f"{path}: warning: everybody can write it: chmod o= takes that from them"]
+
+
+def test_486_a_secret_in_an_option_of_a_url_is_not_shown(ini):
+    path = ini(GOOD.replace("= log:", "= redis://h?auth=hunter3&expire=660"))
+    status, output, _ = check(path)
+    assert status == 2
+    assert '  rdburl        = "redis://h?auth=***&expire=660"\n' in output
+    assert "hunter" not in output
+
+
+@pytest.mark.parametrize("encoding", ["utf-16", "utf-16-le", "utf-16-be"])
+def test_487_a_file_in_utf16_is_named_in_one_line(tmp_path, encoding):
+    path = tmp_path / "addrpubd.ini"
+    path.write_bytes(GOOD.encode(encoding))
+    path.chmod(0o600)
+    status, output, errors = check(path)
+    assert (status, errors) == (2, "")
+    assert output.splitlines() == [
+        f"{path}: error: it is UTF-16, in which the service finds no setting: save it as UTF-8",
+        f"{path}: 1 error: the service would not start",
+    ]
