@@ -13,7 +13,7 @@ namespace check {
 
 namespace {
 
-constexpr std::size_t largest_file = 1 << 20;  // bytes; no file of nine settings comes near
+constexpr std::size_t largest_file = 1 << 20;  // bytes; far more than nine settings need
 
 std::string shown(const Subject& subject, Setting setting) {
     const std::string& text = subject.text(setting);
@@ -112,7 +112,7 @@ bool checkBytes(const std::string& bytes, CReport& report) {
     return examine(bytes, subject, report);
 }
 
-//  A directory can be opened and reads as an empty file: what follows from that is found like anything else.
+//  A directory can be opened and reads as an empty file, so it is examined like one.
 bool checkFile(const std::string& path, CReport& report, std::string& problem) {
     const OpenFile file(path.c_str());
     if (file.stream == nullptr) {

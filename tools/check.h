@@ -1,8 +1,8 @@
-//  The examination of an ini file: what the service takes from it, what it does with that, and what is worth a remark.
+//  The examination of an ini file: which settings the service reads from it, what it does with them, and the warnings.
 //
-//  What counts is always told by the service's own code: its reader, its storing of settings, its port list, its log and
-//  url classes, and the open client library's making of back ends. Nothing is written, no server is contacted; only the
-//  host name of a log address is resolved, as the service does at its start.
+//  Every answer comes from the service's own code: its reader, its table of settings, its port list, its log and url
+//  classes, and the function of the open client library that makes back ends. Nothing is written and no server is
+//  contacted. Only the host name of a log address is resolved, as the service does at its start.
 //
 //  Threads: one examination at a time.
 #ifndef TOOLS_CHECK_H
@@ -30,12 +30,12 @@ struct Subject {
 
     const std::string& text(Setting setting) const { return run.*settings[setting].text; }
 
-    //  As the client library gets it: a C text, which ends at a zero byte.
+    //  Returns the text as the client library receives it: up to the first zero byte.
     std::string given(Setting setting) const { return text(setting).substr(0, text(setting).find('\0')); }
 };
 
-//  The places in which a file is looked for when none is named: beside the program in folder, which ends with "/", or,
-//  when there is none, in the usual place of an installed system.
+//  Returns the file that is examined when none is named: folder's addrpubd.ini, or usual_place if only that exists.
+//  Requires folder to end with "/".
 std::string defaultPath(const std::string& folder, const std::string& usual_place);
 
 //  Examines the file at path. Returns false when that is not possible, with the reason in problem; a file that cannot be

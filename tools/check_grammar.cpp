@@ -1,4 +1,4 @@
-//  Where the reader takes a line otherwise than it looks.
+//  Lines that the reader understands differently from what they seem to say.
 #include "check.h"
 #include "show.h"
 
@@ -13,8 +13,8 @@ std::string inLine(std::size_t number) {
     return "line " + std::to_string(number);
 }
 
-//  A word that is certainly a key and no part of a password that slipped into a line of its own: letters only, and not
-//  near a password's name.
+//  Returns whether key may be shown. A word of letters only, without "pswd" or "pass" in it, cannot be a piece of a
+//  password that was written on a line of its own.
 bool isHarmless(const std::string& key) {
     constexpr std::size_t longest = 20;
     std::string lower;
@@ -30,7 +30,7 @@ std::string suggestion(std::size_t setting) {
     return setting == no_setting ? std::string() : std::string("; ") + settings[setting].name + " may be meant";
 }
 
-//  A key that starts on an earlier line is nothing that a person has written, so it is not shown.
+//  A key that starts on an earlier line is not shown: nobody has written it like that, and it may hold anything.
 void checkUnknownKey(const IniLine& line, CIniProbe& probe, CReport& report) {
     const std::string& key = line.calls.back().key;
     if (line.key_front == 0) {
@@ -65,8 +65,8 @@ bool isSecretLine(const IniLine& line) {
     return line.setting != no_setting && settings[line.setting].secret;
 }
 
-//  A comment stands apart from the value in front of it. In a password's line it also has a blank behind its sign: a
-//  password with a blank in it may go on there.
+//  "#" or ";" is taken for a comment without a warning if a blank precedes it. In a password's line a blank has to
+//  follow it, too: without one it may be a part of a password that has blanks.
 void checkEnd(const IniLine& line, CReport& report) {
     if (line.behind.empty() || line.behind == "\r")
         return;

@@ -9,7 +9,7 @@ namespace check {
 
 namespace {
 
-//  The service looks each character up in a text, whose terminating zero counts too.
+//  The service searches a C string for each character, and finds a zero byte at the string's end.
 constexpr std::string_view refused_by_the_start("'\"():\0", 6);
 
 constexpr std::size_t record_name = sizeof(RdbSnapshot::name) - 1;

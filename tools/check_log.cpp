@@ -1,4 +1,5 @@
-//  The log address. It is opened by the service's own log classes; what they leave unsaid is read out of its parts.
+//  The log address. The service's own log classes open it. They report no reason for a failure, so the parts of the
+//  address are examined as well.
 #include "check.h"
 #include "show.h"
 
@@ -19,7 +20,7 @@ namespace {
 
 using Url = olk::net::url<olk::string>;
 
-//  The choice that the service makes at its start.
+//  Chooses between the two logs as the service does at its start.
 bool choosesUdp(const std::string& address) {
     char scheme[olk::word_size];
     std::size_t position = 0;
@@ -39,7 +40,7 @@ void checkConsole(const std::string& address, std::size_t line, CReport& report)
         report.warn(line, "logurl is neither \"stdout\" nor an address udp://SERVER:PORT/STREAM: nothing is logged");
 }
 
-//  Parses the address as the UDP log does, which leaves out every blank.
+//  Parses the address as the UDP log does: without its blanks.
 bool parse(const std::string& address, Url& url) {
     std::string text;
     for (const char* c = address.c_str(); *c != '\0'; ++c)
@@ -68,7 +69,7 @@ void checkPort(const Url& url, std::size_t line, CReport& report) {
                               (url.port == 0 ? "none, which is 999" : std::to_string(url.port)));
 }
 
-//  A number that is a number to its end. An unknown word is taken for 30, like the names of that level.
+//  A number counts as taken as written if nothing follows it. An unknown word gets level 30, as do "inf" and "msg".
 void checkLevelWord(const std::string& word, std::size_t line, CReport& report) {
     char* end = nullptr;
     const long number = std::strtol(word.c_str(), &end, 10);

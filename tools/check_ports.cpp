@@ -14,7 +14,7 @@ std::vector<std::uint16_t> portsOf(const std::string& list) {
     return {ports.begin(), ports.end()};
 }
 
-//  An item that is too long ends the list, so that a port behind it is not reached.
+//  An item that is too long ends the list, so that a port after it is not reached.
 bool endsTheList(const std::string& item) {
     const std::vector<std::uint16_t> ports = portsOf(item + ",1");
     return ports.empty() || (ports.size() == 1 && portsOf(item).size() == 1);

@@ -1,4 +1,4 @@
-//  What a url of the back end dns asks of the host name and of the password.
+//  Whether host name and password suit the zone in a url of the back end dns.
 #include "check.h"
 
 #ifdef RDBOPEN_WITH_DNS
@@ -22,7 +22,7 @@ bool readZone(const Subject& subject, rdbopen::DnsZone& zone) {
            rdbopen::parseDnsZone(url, zone, reason);
 }
 
-//  Returns the longest name that a record of the host gets; full is its name in the zone. Addresses make no names.
+//  Returns the longest name that a record of the host gets; full is its name in the zone. Addresses add no names.
 std::string longestOwner(const Subject& subject, const std::string& full) {
     const auto& ports = subject.run.dnshttpsports;
     const std::vector<rdbopen::RecordSet> sets = rdbopen::recordSets(full, {}, {ports.begin(), ports.end()});

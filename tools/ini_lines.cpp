@@ -8,15 +8,15 @@ namespace check {
 
 namespace {
 
-//  The reader is asked about front_ + a part of the line. front_ brings it into the state that it has at the line's start:
-//  after a line feed, with an unfinished key if earlier lines left one. The bytes of that key do not matter to the reader,
-//  so a run of "x" replaces it, one byte longer than the line: a key that is longer than the line has the run in it. The
-//  work for a line is therefore proportional to its own length, whatever earlier lines left.
+//  The reader is asked about front_ + a part of the line. front_ brings it into the state that it has at the line's
+//  start: after a line feed, with an unfinished key if earlier lines left one. The bytes of that key do not matter to
+//  the reader, so a run of "x" replaces it, one byte longer than the line: a key that is longer than the line has the
+//  run in it. The work for a line is therefore proportional to its own length, whatever earlier lines left.
 class CLineReader {
 public:
     CLineReader(const std::string& text, const std::string& carried, bool first, CIniProbe& probe)
         : text_(text), carried_(carried), filler_(carried.empty() ? 0 : text.size() + 1),
-          //  A byte order mark is skipped at the start of the file only: elsewhere a line feed stands in front.
+          //  A byte order mark is skipped at the start of the file only; a line feed before it prevents that.
           front_(first ? std::string() : "\n" + std::string(filler_, 'x')), probe_(probe) {}
 
     void read(bool ended, IniLine& line);
@@ -84,7 +84,7 @@ bool CLineReader::dropsText(std::size_t end) {
     return calls.size() > probe_.calls(until).size() && !ownPart(calls.back().key).empty();
 }
 
-//  The value's characters stand in the line as they are.
+//  The value's characters are in the line unchanged.
 void CLineReader::readBehind(std::size_t equals, const std::string& value, IniLine& line) {
     std::size_t at = equals + 1;
     const auto skipBlanks = [&] {

@@ -8,7 +8,7 @@
 
 namespace check {
 
-//  The service's code takes the name of a file. This one holds passwords, so it never touches a disk.
+//  The service's code needs the name of a file. The text holds passwords, so the file is in memory only.
 CIniProbe::CIniProbe()
     : file_(memfd_create("addrpubd-check", MFD_CLOEXEC)), path_("/proc/self/fd/" + std::to_string(file_)),
       failed_(file_ == -1) {}

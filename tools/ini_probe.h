@@ -1,7 +1,7 @@
-//  Asks the service's own ini reader and its own storing of settings about a text.
+//  Runs the service's own ini reader, and its own storing of settings, on a text.
 //
-//  There is no second parser here. Where something is to be known that the reader does not tell, such as where in a line
-//  a value begins, the reader is asked about a shorter or a longer text, and its answers are compared.
+//  There is no second parser. Something that the reader does not report, such as the position of a value in its line,
+//  is found by reading a changed text: a shorter, a longer or a marked one.
 //
 //  Threads: as for any plain object.
 #ifndef TOOLS_INI_PROBE_H
@@ -37,7 +37,7 @@ public:
     //  Stores the settings of a file of these bytes as the service does.
     void load(std::string_view bytes, CRunCls& run);
 
-    //  True when the system refused the memory or the name for a text: then no answer counts.
+    //  Returns true after the system refused the memory or the name for a text; no answer is valid then.
     bool failed() const { return failed_; }
 
 private:

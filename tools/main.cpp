@@ -8,7 +8,7 @@
 
 namespace {
 
-//  Where the build's installation has the settings.
+//  The settings of an installation of this build.
 constexpr char usual_place[] = ADDRPUBD_INI;
 
 constexpr char usage[] = "usage: addrpubd-check [FILE]\n"
@@ -18,7 +18,7 @@ constexpr char usage[] = "usage: addrpubd-check [FILE]\n"
                          "\n"
                          "Exit status: 0 nothing to remark, 1 warnings, 2 the service would not start.\n";
 
-//  Returns false for words that are not to be understood, with the reason in problem.
+//  Stores the file to examine in path. Returns false for a wrong command line, with the reason in problem.
 bool readArguments(int argc, char** argv, std::string& path, std::string& problem) {
     if (argc > 2)
         problem = "more than one file is named";

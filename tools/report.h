@@ -1,7 +1,7 @@
-//  What the examination of one file has found, and how it is said.
+//  What the examination of one file has found, and its text.
 //
 //      addrpubd.ini: the service takes these settings from it:
-//        hostname      = "host1"                     text between quotes, \xHH for bytes that a terminal might obey
+//        hostname      = "host1"                     text between quotes, \xHH for bytes that are not printable ASCII
 //        rdbpswd       = set, not shown
 //        ...
 //      With them:

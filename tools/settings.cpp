@@ -25,7 +25,7 @@ char lower(char c) {
     return static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
 }
 
-//  Letters to be changed, left out or added (Levenshtein's distance), whatever their case.
+//  Returns how many letters have to be changed, removed or added to make a from b (Levenshtein distance), in any case.
 std::size_t slips(std::string_view a, std::string_view b) {
     std::vector<std::size_t> row(b.size() + 1);
     std::iota(row.begin(), row.end(), std::size_t{0});
@@ -42,7 +42,7 @@ std::size_t slips(std::string_view a, std::string_view b) {
 
 }  // namespace
 
-//  The line feed in front keeps a byte order mark from being skipped: it is part of the key.
+//  Without the line feed a byte order mark at the start of the key would be skipped.
 std::size_t settingOf(const std::string& key, CIniProbe& probe) {
     CRunCls run;
     probe.load("\n" + key + "=1\n", run);

@@ -26,7 +26,7 @@ extern const SettingFacts settings[setting_count];
 //  Returns which setting the service stores a value of this key in, or no_setting. The service is asked.
 std::size_t settingOf(const std::string& key, CIniProbe& probe);
 
-//  Returns the setting whose name is at most two slips of the pen away from key, or no_setting.
+//  Returns the setting whose name differs from key by at most two letters, or no_setting.
 std::size_t similarSetting(std::string_view key);
 
 }  // namespace check

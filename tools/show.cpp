@@ -43,7 +43,7 @@ bool isKnownOption(std::string_view name) {
     return std::any_of(std::begin(known_options), std::end(known_options), same);
 }
 
-//  Numbers, words and lists of them. A "?", "&" or "=" that was put in the wrong place does not bring more into view.
+//  Returns whether value consists of words and numbers only. After a misplaced "?" or "=" a secret may follow.
 bool isPlain(std::string_view value) {
     return std::all_of(value.begin(), value.end(),
                        [](unsigned char c) { return std::isalnum(c) != 0 || c == '-' || c == ','; });
@@ -58,7 +58,7 @@ std::string withoutSecret(std::string_view option) {
     return std::string(option.substr(0, equals + 1)) + std::string(shown ? value : mask);
 }
 
-//  Returns a url's part behind "?".
+//  Returns the part of a url after "?", masked.
 std::string queryWithoutSecrets(std::string_view query) {
     std::string out;
     for (bool more = true; more;) {
