@@ -29,6 +29,9 @@ public:
     //  True when nobody waits for it any more.
     virtual bool abandoned() { return false; }
 
+    //  True when its caller can do nothing else before it has succeeded. A failure of it ends the connection.
+    virtual bool required() const { return false; }
+
     //  Carries it out.
     virtual Outcome run(Backend& backend) = 0;
 
@@ -62,16 +65,15 @@ private:
 
 struct TagGetCall : WaitingCall {
     explicit TagGetCall(const RdbTag& query) : tag(query) {}
+    bool required() const override { return true; }
     Outcome run(Backend& backend) override { return backend.tagGet(tag); }
-    void note(Wanted& wanted, int code) const override {
-        if (code == errorNone && tag.tagclass == RDB_TAG_CLASS_USABLE)
-            wanted.noteTag(tag, code);
-    }
+    void note(Wanted& wanted, int code) const override { wanted.noteLookup(tag, code); }
     RdbTag tag;
 };
 
 struct TagImportCall : WaitingCall {
     explicit TagImportCall(const RdbTag& definition) : tag(definition) {}
+    bool required() const override { return true; }
     Outcome run(Backend& backend) override { return backend.tagImport(tag); }
     void note(Wanted& wanted, int code) const override { wanted.noteTag(tag, code); }
     RdbTag tag;

@@ -94,23 +94,22 @@ HandleSlot::Awoken HandleSlot::waitForWake(std::chrono::milliseconds timeout, in
     return woken ? Awoken::byWake : Awoken::byDescriptor;
 }
 
-Waiter::Result HandleSlot::waitForDescriptor(int descriptor, short events,
-                                             std::chrono::milliseconds until) const noexcept {
-    for (;;) {
-        if (closed())
-            return Waiter::Result::closed;
-        const auto left = std::max(until - monotonicNow(), std::chrono::milliseconds(0));
-        pollfd descriptors[]{{descriptor, events, 0}, {wakefd_.load(), POLLIN, 0}};
-        const int ready = poll(descriptors, 2, static_cast<int>(left.count()));
-        if (ready < 0 && errno != EINTR)
-            return Waiter::Result::failed;
-        if (ready > 0 && descriptors[0].revents != 0)
-            return Waiter::Result::ready;
-        if (ready > 0)
-            takeWake();
-        if (ready == 0)
-            return Waiter::Result::timedOut;
-    }
+std::optional<Waiter::Result> HandleSlot::waitForDescriptor(int descriptor, short events,
+                                                            std::chrono::milliseconds until) const noexcept {
+    if (closed())
+        return Waiter::Result::closed;
+    const auto left = std::max(until - monotonicNow(), std::chrono::milliseconds(0));
+    pollfd descriptors[]{{descriptor, events, 0}, {wakefd_.load(), POLLIN, 0}};
+    const int ready = poll(descriptors, 2, static_cast<int>(left.count()));
+    if (ready < 0 && errno != EINTR)
+        return Waiter::Result::failed;
+    if (ready == 0)
+        return Waiter::Result::timedOut;
+    if (ready > 0 && descriptors[0].revents != 0)
+        return Waiter::Result::ready;
+    if (ready > 0)
+        takeWake();
+    return std::nullopt;
 }
 
 //  The wake-up itself means nothing: whoever takes it looks at the flags and the queue again before the next wait.

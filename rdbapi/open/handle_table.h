@@ -23,6 +23,7 @@
 #include <atomic>
 #include <chrono>
 #include <cstdint>
+#include <optional>
 
 namespace rdbopen {
 
@@ -52,8 +53,10 @@ public:
     enum class Awoken { byWake, byDescriptor, byTime };
     Awoken waitForWake(std::chrono::milliseconds timeout, int descriptor = -1) const noexcept;
 
-    //  Waits until descriptor is ready for events, as Waiter::wait has it.
-    Waiter::Result waitForDescriptor(int descriptor, short events, std::chrono::milliseconds until) const noexcept;
+    //  Waits until descriptor is ready for events, as Waiter::wait has it. Returns nothing when wake or a signal ended the
+    //  wait.
+    std::optional<Waiter::Result> waitForDescriptor(int descriptor, short events,
+                                                    std::chrono::milliseconds until) const noexcept;
 
     //  Waits for the whole time, or until the slot is closed.
     void pause(std::chrono::milliseconds time) const noexcept;

@@ -12,7 +12,8 @@ public:
     enum class Result { ready, timedOut, closed, failed };
 
     //  Waits until descriptor is ready for one of events (poll(2)), or is broken, until is reached on monotonicNow(), or
-    //  the handle is closed. failed: errno says why.
+    //  the handle is closed. Ends as timedOut before that time also when nobody would wait for the answer any more.
+    //  failed: errno says why.
     virtual Result wait(int descriptor, short events, std::chrono::milliseconds until) const noexcept = 0;
 
 protected:

@@ -14,12 +14,25 @@ bool worthRepeating(int code) {
 
 }  // namespace
 
+//  "No such tag" is an answer, after which the user of the handle makes the tag.
+void Wanted::noteLookup(const RdbTag& tag, int code) {
+    const bool unanswered = worthRepeating(code) && code != errorNoSuchTag;
+    if (const auto found = entries_.find(tag.name); found != entries_.end())
+        found->second.lookupPending = unanswered;
+    else if (unanswered)
+        entries_[tag.name].lookupPending = true;
+    if (code == errorNone && tag.tagclass == RDB_TAG_CLASS_USABLE)
+        noteTag(tag, code);
+}
+
 void Wanted::noteTag(const RdbTag& tag, int code) {
     if (code != errorNone && !worthRepeating(code))
         return;
     Entry& entry = entries_[tag.name];
     entry.tag = tag;
     entry.tagPending = code != errorNone;
+    if (code == errorNone)
+        entry.lookupPending = false;
 }
 
 void Wanted::noteValue(const RdbSnapshot& value, int code) {
@@ -38,15 +51,23 @@ void Wanted::noteMessage(std::string_view text, int code) {
 }
 
 bool Wanted::pending() const noexcept {
-    return messagePending_ || std::any_of(entries_.begin(), entries_.end(), [](const auto& named) {
-               return named.second.tagPending || named.second.valuePending;
-           });
+    return messagePending_ || tagPending() ||
+           std::any_of(entries_.begin(), entries_.end(), [](const auto& named) { return named.second.valuePending; });
+}
+
+bool Wanted::tagPending() const noexcept {
+    return std::any_of(entries_.begin(), entries_.end(),
+                       [](const auto& named) { return named.second.lookupPending || named.second.tagPending; });
 }
 
 Outcome Wanted::complete(Backend& backend) {
-    for (auto& [name, entry] : entries_)
-        if (Outcome outcome = completeEntry(backend, entry); outcome.code != errorNone)
+    while (tagPending())
+        if (Outcome outcome = completeTag(backend); outcome.code != errorNone)
             return outcome;
+    for (auto& [name, entry] : entries_)
+        if (entry.valuePending)
+            if (Outcome outcome = putValue(backend, entry); outcome.code != errorNone)
+                return outcome;
     if (!messagePending_)
         return {};
     std::string reply;
@@ -55,14 +76,30 @@ Outcome Wanted::complete(Backend& backend) {
     return outcome;
 }
 
-Outcome Wanted::completeEntry(Backend& backend, Entry& entry) {
-    if (entry.tagPending) {
-        Outcome outcome = backend.tagImport(*entry.tag);
-        entry.tagPending = worthRepeating(outcome.code);
-        if (outcome.code != errorNone)
-            return outcome;
+Outcome Wanted::completeTag(Backend& backend) {
+    for (auto& [name, entry] : entries_) {
+        if (entry.tagPending)
+            return importTag(backend, entry);
+        if (entry.lookupPending)
+            return lookUp(backend, name);
     }
-    return entry.valuePending ? putValue(backend, entry) : Outcome{};
+    return {};
+}
+
+Outcome Wanted::lookUp(Backend& backend, const std::string& name) {
+    RdbTag tag{};
+    name.copy(tag.name, sizeof tag.name - 1);
+    Outcome outcome = backend.tagGet(tag);
+    noteLookup(tag, outcome.code);
+    return outcome.code == errorNoSuchTag ? Outcome{} : outcome;
+}
+
+Outcome Wanted::importTag(Backend& backend, Entry& entry) {
+    Outcome outcome = backend.tagImport(*entry.tag);
+    entry.tagPending = worthRepeating(outcome.code);
+    if (!entry.tagPending)
+        entry.lookupPending = false;
+    return outcome;
 }
 
 //  A server that was emptied has lost the tag with the value. Without a definition there is nothing more to do: the user

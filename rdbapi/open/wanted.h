@@ -4,6 +4,7 @@
 //      requested --done--> held --check finds it gone--> pending --complete--> held
 //           \--failed, refused, given up--> pending
 //
+//  A question for a tag that was not answered is kept in the same way: it is asked again until the server answers it.
 //  A request that can never succeed, such as one that is malformed, changes nothing here.
 //
 //  Threads: the worker's only.
@@ -21,14 +22,21 @@ namespace rdbopen {
 class Wanted {
 public:
     //  Take note of a request and of the code with which it ended.
+    void noteLookup(const RdbTag& tag, int code);
     void noteTag(const RdbTag& tag, int code);
     void noteValue(const RdbSnapshot& value, int code);
     void noteMessage(std::string_view text, int code);
 
     bool pending() const noexcept;
 
-    //  Makes the pending requests again. Returns the first failure, with which it stops.
+    //  True when a lookup or an import of a tag is pending: what a user of the handle needs before everything else.
+    bool tagPending() const noexcept;
+
+    //  Makes the pending requests again, those for tags first. Returns the first failure, with which it stops.
     Outcome complete(Backend& backend);
+
+    //  Makes one pending request for a tag again. Requires: tagPending().
+    Outcome completeTag(Backend& backend);
 
     //  Asks the back end for everything that is held, and marks as pending what is not there. Returns how a look failed.
     Outcome check(Backend& backend);
@@ -37,14 +45,18 @@ private:
     struct Entry {
         std::optional<RdbTag> tag;
         std::optional<RdbSnapshot> value;
+        bool lookupPending = false;
         bool tagPending = false;
         bool valuePending = false;
     };
 
-    static Outcome completeEntry(Backend& backend, Entry& entry);
+    using Entries = std::map<std::string, Entry, std::less<>>;
+
+    Outcome lookUp(Backend& backend, const std::string& name);
+    static Outcome importTag(Backend& backend, Entry& entry);
     static Outcome putValue(Backend& backend, Entry& entry);
 
-    std::map<std::string, Entry, std::less<>> entries_;
+    Entries entries_;
     std::string message_;
     bool messagePending_ = false;
 };

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <csignal>
 #include <pthread.h>
+#include <utility>
 
 namespace rdbopen {
 
@@ -32,6 +33,14 @@ std::string withoutSeconds(std::string_view reason) {
     return kept;
 }
 
+//  The reason when nobody was left to take the answer to a request for a tag.
+constexpr char tooLate[] = "a request for a tag was not answered within 3 s";
+
+//  True for the ways in which a request for a tag ends without an answer that its caller can use.
+bool failed(int code) {
+    return code == errorBackendFailed || code == errorServerRefused || code == errorTimedOut;
+}
+
 //  Back ends use containers, which throw when memory is short; that counts as their failure.
 template <class Action>
 Outcome guarded(Action action) noexcept {
@@ -45,7 +54,7 @@ Outcome guarded(Action action) noexcept {
 }  // namespace
 
 Worker::Worker(HandleSlot& slot)
-    : slot_(slot), waiter_(slot), random_(static_cast<std::uint32_t>(wallNow() % 1000000007)) {}
+    : slot_(slot), waiter_(*this), random_(static_cast<std::uint32_t>(wallNow() % 1000000007)) {}
 
 int Worker::setNotify(RdbMessageNotify notify, void* user) {
     const std::lock_guard lock(mutex_);
@@ -110,8 +119,12 @@ int Worker::post(Backend::Service service, std::shared_ptr<Call> call) {
 int Worker::execute(const std::shared_ptr<WaitingCall>& call) {
     if (runningWorker == this)
         return errorInCallback;
-    const int refused = post(Backend::Service::tags, call);
-    return refused != errorNone ? refused : call->wait();
+    if (const int refused = post(Backend::Service::tags, call); refused != errorNone)
+        return refused;
+    const int code = call->wait();
+    if (code == errorTimedOut)
+        slot_.wake();  // so that the worker notices it in the middle of an exchange
+    return code;
 }
 
 void* Worker::threadMain(void* self) {
@@ -135,7 +148,8 @@ void Worker::run() noexcept {
             return;
         noteLoss(end);
         connected_ = false;
-        slot_.pause(backoff(losses_));
+        const bool away = std::exchange(requiredFailed_, false);
+        slot_.pause(std::max(backoff(losses_), away ? awayTime + backoff(1) : std::chrono::milliseconds(0)));
     }
 }
 
@@ -172,14 +186,17 @@ Outcome Worker::session() {
     }
 }
 
-//  Returns errorNone when the back end is open, also when the server refuses to be completed: it can be asked at least.
-//  That it works again is told when a request has succeeded, so that one that opens and fails in turn does not tell both
+//  Returns errorNone when the back end is open and no request for a tag is pending. Other requests that are pending may
+//  be refused: the server can be asked at least. That it works again is told when a request has succeeded, so that one that opens and fails in turn does not tell both
 //  each time.
 Outcome Worker::openAndComplete() {
     Outcome outcome = backend_->open(waiter_);
     if (outcome.code != errorNone)
         return outcome;
     const bool hadPending = wanted_.pending();
+    outcome = completeTags();
+    if (outcome.code != errorNone)
+        return outcome;
     outcome = checkWanted();
     checkAt_ = monotonicNow() + backend_->checkInterval();
     if (outcome.code == errorBackendFailed)
@@ -189,13 +206,39 @@ Outcome Worker::openAndComplete() {
     return {};
 }
 
+//  Returns errorBackendFailed for all that ends the session. What the caller of a failed required call does next is
+//  refused at once instead of queued, so that it gets its answer in one order always.
 Outcome Worker::serve(Call& call) {
     Outcome outcome{errorTimedOut, {}};
     if (!call.abandoned()) {
+        running_ = &call;
         outcome = guarded([&] { return call.run(*backend_); });
+        running_ = nullptr;
+        if (call.required() && failed(outcome.code))
+            setAccepting(false);
         call.complete(outcome.code, slot_.closed());
+        if (call.required() && call.abandoned() && !failed(outcome.code))
+            outcome = {errorTimedOut, {}};
     }
     call.note(wanted_, outcome.code);
+    if (call.required() && failed(outcome.code)) {
+        requiredFailed_ = true;
+        if (outcome.code == errorTimedOut)
+            outcome.reason = tooLate;
+        outcome.code = errorBackendFailed;
+    }
+    return outcome;
+}
+
+//  Each request gets the time that a caller would wait for it: one that takes longer would fail when it is made by the
+//  user of the handle.
+Outcome Worker::completeTags() {
+    Outcome outcome;
+    while (outcome.code == errorNone && wanted_.tagPending()) {
+        waitLimit_ = monotonicNow() + callLimit;
+        outcome = guarded([this] { return wanted_.completeTag(*backend_); });
+        waitLimit_ = std::chrono::milliseconds::max();
+    }
     return outcome;
 }
 
@@ -256,6 +299,23 @@ std::chrono::milliseconds Worker::untilDue(Work& due) const {
     return std::max(checkAt_ - monotonicNow(), now);
 }
 
+//  Called by the worker's thread only.
+bool Worker::callerGaveUp() noexcept {
+    const auto gaveUp = [](Call& call) { return call.required() && call.abandoned(); };
+    if (running_ != nullptr && gaveUp(*running_))
+        return true;
+    const std::lock_guard lock(mutex_);
+    return std::any_of(queue_.begin(), queue_.end(), [&](const auto& call) { return gaveUp(*call); });
+}
+
+Waiter::Result Worker::SlotWaiter::wait(int descriptor, short events, std::chrono::milliseconds until) const noexcept {
+    until = std::min(until, worker_.waitLimit_);
+    std::optional<Result> result;
+    while (!result)
+        result = worker_.callerGaveUp() ? Result::timedOut : worker_.slot_.waitForDescriptor(descriptor, events, until);
+    return *result;
+}
+
 void Worker::setAccepting(bool accepting) {
     const std::lock_guard lock(mutex_);
     accepting_ = accepting;
@@ -265,6 +325,7 @@ void Worker::setAccepting(bool accepting) {
 void Worker::refuseWaiting() noexcept {
     const int code = slot_.closed() ? errorClosed : errorNotConnected;
     for (std::shared_ptr<Call> call; takeCall(call);) {
+        requiredFailed_ |= call->required();
         guarded([&] {
             call->refuse(*backend_, code);
             call->note(wanted_, code);

@@ -7,10 +7,19 @@
 //  Promises: calls are taken between 60001 and 60003 only. What the user of the handle wants the server to hold (wanted.h)
 //  is completed by the worker itself: before 60001 after a failure, so that a link that fails at its first request tells
 //  nothing; and with the same back-off while serving, when the server refuses it. The wait between attempts to open
-//  grows until a connection has held for steadyTime, so a link that comes and goes is damped. A reason is reported when
-//  it differs from the one before it by more than a count of seconds, not at each attempt. That it is over is reported
-//  when a request has succeeded, nothing is pending, and the last check was not refused; after a refused one each
-//  success is followed by a check.
+//  grows until a connection has held for steadyTime, so a link that comes and goes is damped.
+//
+//  A user that cannot have its tag may do nothing else while it is told that it is connected. So a request for a tag
+//  (Call::required) that is refused, fails or is not answered within callLimit ends the connection, and
+//      (1) 60003 follows at once, also when an exchange with a silent server has to be cut short for it;
+//      (2) the worker makes the request again each time that the back end is open, and 60001 follows only after it has
+//          succeeded within callLimit;
+//      (3) 60001 does not follow for awayTime, even when a server refuses every other request.
+//  Another request that is refused, such as a put, leaves the connection as it is.
+//
+//  A reason is reported when it differs from the one before it by more than a count of seconds, not at each attempt.
+//  That it is over is reported when a request has succeeded, nothing is pending, and the last check was not refused;
+//  after a refused one each success is followed by a check.
 //
 //  An event or reply is delivered when the handle is not closed at that moment. So when rdb_disconnect returns, at most
 //  one callback is still to begin or to end: the one that the worker was delivering already.
@@ -33,6 +42,11 @@ inline constexpr std::size_t queueCapacity = 64;
 
 //  A connection that held for so long counts as a sound one.
 inline constexpr std::chrono::milliseconds steadyTime{60000};
+
+//  From 60003 for a failed request for a tag to the first attempt to open again at least, on top of the first back-off
+//  wait: more than the 10 s between two publish cycles of the service, so that one cycle finds the connection away and
+//  goes on to its DNS step.
+inline constexpr std::chrono::milliseconds awayTime{11000};
 
 class Worker {
 public:
@@ -59,6 +73,7 @@ private:
     Outcome session();
     Outcome openAndComplete();
     Outcome serve(Call& call);
+    Outcome completeTags();
     Outcome completeWanted();
     Outcome checkWanted();
     Work nextWork(std::shared_ptr<Call>& call);
@@ -66,6 +81,7 @@ private:
     std::chrono::milliseconds untilDue(Work& due) const;
     void setAccepting(bool accepting);
     void refuseWaiting() noexcept;
+    bool callerGaveUp() noexcept;
     void tell(std::int32_t event) noexcept;
     void noteOutcome(const Outcome& outcome) noexcept;
     void noteLoss(const Outcome& failure) noexcept;
@@ -73,16 +89,14 @@ private:
     void noteSuccess() noexcept;
     std::chrono::milliseconds backoff(unsigned failures);
 
-    //  The back end's view of the handle.
+    //  The back end's view of the handle. A wait ends as timedOut also when a request for a tag waits in vain.
     class SlotWaiter : public Waiter {
     public:
-        explicit SlotWaiter(const HandleSlot& slot) : slot_(slot) {}
-        Result wait(int descriptor, short events, std::chrono::milliseconds until) const noexcept override {
-            return slot_.waitForDescriptor(descriptor, events, until);
-        }
+        explicit SlotWaiter(Worker& worker) : worker_(worker) {}
+        Result wait(int descriptor, short events, std::chrono::milliseconds until) const noexcept override;
 
     private:
-        const HandleSlot& slot_;
+        Worker& worker_;
     };
 
     HandleSlot& slot_;
@@ -99,6 +113,9 @@ private:
 
     //  Used by the worker's thread only. Times are those of monotonicNow().
     Wanted wanted_;
+    Call* running_ = nullptr;                                                 // the call that the back end carries out
+    std::chrono::milliseconds waitLimit_ = std::chrono::milliseconds::max();  // no wait of the back end goes beyond it
+    bool requiredFailed_ = false;                                             // since the last pause
     bool connected_ = false;
     std::chrono::milliseconds connectedAt_{};
     std::chrono::milliseconds completeAt_{};  // when what is pending is due

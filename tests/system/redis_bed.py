@@ -67,6 +67,25 @@ class Server:
         return [lines[i + 1] for i, line in enumerate(lines) if line == "value"]
 
 
+class Proxy:
+    """redis_proxy.py, at port 6380."""
+
+    def __init__(self, sandbox):
+        inside, self._orders = os.pipe()
+        self._process = sandbox.spawn("/usr/bin/python3", "-I", "-S", PROXY, stdin=inside)
+        os.close(inside)
+        self._process.wait_for_output(b".")
+
+    def close(self):
+        os.close(self._orders)
+
+    def order(self, mode):
+        """Sets how answers pass from now on."""
+        before = len(self._process.output_so_far())
+        os.write(self._orders, mode.encode() + b"\n")
+        wait_until(lambda: len(self._process.output_so_far()) > before, "the proxy")
+
+
 class Bed:
     """Nothing runs at first; the client's child starts with its first connection."""
 
@@ -77,12 +96,11 @@ class Bed:
         self.client = None
         self.handle = None
         self._proxy = None
-        self._orders = None
 
     def close(self):
         self.end_client()
-        if self._orders is not None:
-            os.close(self._orders)
+        if self._proxy is not None:
+            self._proxy.close()
         self.log.close()
         self.sandbox.close()
 
@@ -122,10 +140,5 @@ class Bed:
     def proxy(self, mode):
         """Sets how answers pass at port 6380 from now on, see redis_proxy.py."""
         if self._proxy is None:
-            inside, self._orders = os.pipe()
-            self._proxy = self.sandbox.spawn("/usr/bin/python3", "-I", "-S", PROXY, stdin=inside)
-            os.close(inside)
-            self._proxy.wait_for_output(b".")
-        before = len(self._proxy.output_so_far())
-        os.write(self._orders, mode.encode() + b"\n")
-        wait_until(lambda: len(self._proxy.output_so_far()) > before, "the proxy")
+            self._proxy = Proxy(self.sandbox)
+        self._proxy.order(mode)

@@ -6,6 +6,7 @@ A line of standard input sets how the server's answers pass from then on:
     drip      one byte at a time, each in a segment of its own
     hold      not at all
     cut N     N bytes more, then both sides are closed; later connections pass
+    first N   the first N bytes of each connection, and nothing after them
 
 Requests always pass. Standard output gets a "." when it listens, and for each line of input when it has been taken.
 """
@@ -23,6 +24,7 @@ class Proxy:
         self.left = 0
         self.partners = {}  # a socket: the socket at the other side
         self.clients = set()
+        self.passed = {}  # a client: the bytes of its answers that came so far
 
     def accept(self):
         client, _ = self.listener.accept()
@@ -34,12 +36,14 @@ class Proxy:
         client.setsockopt(socket.IPPROTO_TCP, socket.TCP_NODELAY, 1)
         self.partners |= {client: server, server: client}
         self.clients.add(client)
+        self.passed[client] = 0
 
     def close(self, one):
         other = self.partners.pop(one)
         del self.partners[other]
         for side in (one, other):
             self.clients.discard(side)
+            self.passed.pop(side, None)
             side.close()
 
     def carry(self, source):
@@ -62,6 +66,9 @@ class Proxy:
     def answer(self, client, data):
         if self.mode == "hold":
             return
+        if self.mode == "first":
+            data = data[: max(0, self.left - self.passed[client])]
+        self.passed[client] += len(data)
         if self.mode == "drip":
             for byte in data:
                 client.sendall(bytes([byte]))

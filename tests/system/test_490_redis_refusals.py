@@ -1,11 +1,12 @@
 """The open client library with a real Redis server that refuses: it says why, and what was refused is done later."""
 
 import pytest
-from rdb_client import DISCONNECTED
+from rdb_client import CONNECTED, DISCONNECTED
 from redis_bed import DATA, Bed, require
 from sandbox import wait_until
 
 OK = 0
+NOT_CONNECTED = 1005
 SERVER_REFUSED = 1017
 
 
@@ -146,25 +147,51 @@ def test_497_a_server_that_takes_no_writes_is_asked_again(bed):
         ("rdb:value:host1", ["SET", "mine"], ["GET"], "mine"),
         ("rdb:value:host1", ["HSET", "a", "b"], ["HGETALL"], "a\nb"),
         ("rdb:history:host1", ["RPUSH", "mine"], ["LRANGE", "0", "-1"], "mine"),
-        ("rdb:tag:host1", ["HSET", "a", "b"], ["HGETALL"], "a\nb"),
-        ("rdb:tag:host1", ["SADD", "mine"], ["SMEMBERS"], "mine"),
     ],
-    ids=["string", "hash", "list", "hash_for_tag", "set_for_tag"],
+    ids=["string", "hash", "list"],
 )
-def test_498_a_foreign_key_is_left_alone_and_what_is_wanted_made_when_it_is_gone(bed, key, make, look, content):
+def test_498_a_foreign_key_is_left_alone_and_the_put_made_when_it_is_gone(bed, key, make, look, content):
     bed.server.start()
     bed.connected("?expire=900")
-    if "tag" not in key:
-        assert bed.client.taginport(bed.handle, "host1") == OK
-    bed.server.command(make[0], key, *make[1:])
-    before = set(bed.server.command("--scan").splitlines())
-    if "tag" in key:
-        assert bed.client.taginport(bed.handle, "host1") == SERVER_REFUSED
+    assert bed.client.taginport(bed.handle, "host1") == OK
+    before = foreign_key(bed.server, key, make)
     assert bed.put("first") == SERVER_REFUSED
-    assert bed.server.command(look[0], key, *look[1:]) == content
-    assert bed.server.command("TTL", key) == "-1"
-    assert set(bed.server.command("--scan").splitlines()) == before
-    reasons = ("refused: a key of another type is in the way", f"{key} is somebody else's")
-    wait_until(lambda: any(bed.log.lines(reason) for reason in reasons), "the reason")
+    assert_left_alone(bed, key, look, content, before)
     bed.server.command("DEL", key)
     bed.wait_held("first")
+    assert DISCONNECTED not in bed.client.events(bed.handle)
+
+
+@pytest.mark.parametrize(
+    "make, look, content",
+    [(["HSET", "a", "b"], ["HGETALL"], "a\nb"), (["SADD", "mine"], ["SMEMBERS"], "mine")],
+    ids=["hash", "set"],
+)
+def test_499_a_foreign_key_for_the_tag_ends_the_connection_until_it_is_gone(bed, make, look, content):
+    key = "rdb:tag:host1"
+    bed.server.start()
+    bed.connected("?expire=900")
+    before = foreign_key(bed.server, key, make)
+    assert bed.client.taginport(bed.handle, "host1") == SERVER_REFUSED
+    assert bed.put("first") == NOT_CONNECTED
+    wait_until(lambda: len(bed.client.waits()) >= 4, "four attempts")
+    assert bed.client.events(bed.handle) == [CONNECTED, DISCONNECTED]
+    assert_left_alone(bed, key, look, content, before)
+    bed.server.command("DEL", key)
+    bed.wait_connected()
+    assert bed.put("first") == OK
+    assert bed.server.value() == "first"
+
+
+def foreign_key(server, key, make):
+    """Makes key as somebody else does. Returns all keys."""
+    server.command(make[0], key, *make[1:])
+    return set(server.command("--scan").splitlines())
+
+
+def assert_left_alone(bed, key, look, content, keys):
+    assert bed.server.command(look[0], key, *look[1:]) == content
+    assert bed.server.command("TTL", key) == "-1"
+    assert set(bed.server.command("--scan").splitlines()) == keys
+    reasons = ("refused: a key of another type is in the way", f"{key} is somebody else's")
+    wait_until(lambda: any(bed.log.lines(reason) for reason in reasons), "the reason")

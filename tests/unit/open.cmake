@@ -11,7 +11,7 @@ addrpubd_unit_test(open_tcp_stream_test
     WRAP clock_gettime connect getaddrinfo getsockopt poll recv send socket)
 
 addrpubd_unit_test(open_worker_test
-    SOURCES open_worker_test.cpp open_worker_wanted_test.cpp open_worker_wraps.cpp
+    SOURCES open_worker_test.cpp open_worker_wanted_test.cpp open_worker_tag_test.cpp open_worker_wraps.cpp
     LIBS rdbapi_open
     WRAP clock_gettime nanosleep poll pthread_cond_clockwait pthread_create syslog _Znwm)
 

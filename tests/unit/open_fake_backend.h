@@ -19,6 +19,7 @@ struct Script {
     std::deque<rdbopen::Outcome> opens;     // outcomes of the next opens, then success
     std::deque<rdbopen::Outcome> requests;  // outcomes of the next requests, then success
     std::atomic<bool> hold{false};          // a request waits while it is set
+    std::atomic<int> silent{-1};            // a descriptor that a request waits for through the waiter, for an hour
     std::atomic<int> opened{0};
     std::atomic<int> closed{0};
     std::atomic<int> served{0};
@@ -55,7 +56,8 @@ public:
 
     std::string label() const override { return "fake"; }
     bool serves(Service service) const noexcept override { return service == Service::tags || script_->messages; }
-    rdbopen::Outcome open(const rdbopen::Waiter&) override {
+    rdbopen::Outcome open(const rdbopen::Waiter& waiter) override {
+        waiter_ = &waiter;
         ++script_->opened;
         return script_->next(script_->opens);
     }
@@ -91,10 +93,17 @@ private:
         script_->note(text);
         ++script_->served;
         eventually([this] { return !script_->hold; });
+        if (script_->silent >= 0 && !answered())
+            return rdbopen::backendFailed("no answer");
         return script_->next(script_->requests);
+    }
+    bool answered() const {
+        const auto until = rdbopen::monotonicNow() + std::chrono::hours(1);
+        return waiter_->wait(script_->silent, POLLIN, until) == rdbopen::Waiter::Result::ready;
     }
 
     std::shared_ptr<Script> script_;
+    const rdbopen::Waiter* waiter_ = nullptr;
 };
 
 //  Starts handle's worker on a fake back end, as rdb_connectex does with a real one.

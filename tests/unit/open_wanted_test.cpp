@@ -17,11 +17,19 @@ public:
     std::map<std::string, bool> tags;
     std::string sent;
     int failures = 0;
+    int lookups = 0;
 
     std::string label() const override { return "holder"; }
     bool serves(Service) const noexcept override { return true; }
     Outcome open(const Waiter&) override { return {}; }
     void close() noexcept override {}
+    Outcome tagGet(RdbTag& tag) override {
+        if (failing())
+            return backendFailed("x");
+        ++lookups;
+        tag.tagclass = tags.contains(tag.name) ? RDB_TAG_CLASS_USABLE : 0;
+        return {tags.contains(tag.name) ? errorNone : errorNoSuchTag, {}};
+    }
     Outcome tagImport(const RdbTag& tag) override {
         if (failing())
             return backendFailed("x");
@@ -74,6 +82,51 @@ TEST(Wanted, EveryPassingFailureIsPending) {
         message.noteMessage("m", code);
         EXPECT_TRUE(tag.pending() && value.pending() && message.pending()) << code;
     }
+}
+
+TEST(Wanted, ALookupIsPendingUntilTheServerAnswersIt) {
+    for (const int code : {errorBackendFailed, errorServerRefused, errorTimedOut, errorNotConnected}) {
+        Wanted wanted;
+        wanted.noteLookup(tagNamed("t"), code);
+        EXPECT_TRUE(wanted.tagPending()) << code;
+        Holder holder;
+        holder.failures = 1;
+        EXPECT_EQ(wanted.completeTag(holder).code, errorBackendFailed);
+        EXPECT_TRUE(wanted.tagPending()) << code;
+        EXPECT_EQ(wanted.completeTag(holder).code, errorNone);
+        EXPECT_FALSE(wanted.pending()) << code;
+        EXPECT_EQ(holder.lookups, 1);
+    }
+}
+
+TEST(Wanted, AnAnsweredLookupIsNotPending) {
+    for (const int code : {errorNone, errorNoSuchTag, errorNotSupported}) {
+        Wanted wanted;
+        wanted.noteLookup(tagNamed("t"), errorServerRefused);
+        wanted.noteLookup(tagNamed("t"), code);
+        EXPECT_FALSE(wanted.pending()) << code;
+    }
+}
+
+TEST(Wanted, AnImportAnswersTheLookupToo) {
+    Wanted wanted;
+    wanted.noteLookup(tagNamed("t"), errorServerRefused);
+    wanted.noteTag(usableTag("t"), errorServerRefused);
+    Holder holder;
+    EXPECT_EQ(wanted.completeTag(holder).code, errorNone);
+    EXPECT_FALSE(wanted.pending());
+    EXPECT_EQ(holder.lookups, 0);
+}
+
+TEST(Wanted, AllTagsComeBeforeTheFirstValue) {
+    Wanted wanted;
+    wanted.noteValue(recordOf("a", "1"), errorBackendFailed);
+    wanted.noteTag(usableTag("b"), errorBackendFailed);
+    wanted.noteLookup(tagNamed("c"), errorBackendFailed);
+    Holder holder;
+    wanted.complete(holder);
+    EXPECT_TRUE(holder.tags.contains("b"));
+    EXPECT_EQ(holder.lookups, 1);
 }
 
 TEST(Wanted, ARefusalForGoodLeavesTheEarlierWishInPlace) {

@@ -5,6 +5,7 @@
 
 #include "open_fake_backend.h"
 
+#include <functional>
 #include <gtest/gtest.h>
 
 namespace opentest {
@@ -17,6 +18,7 @@ inline std::atomic<std::int64_t> clockAhead{0};  // s
 inline Inbox<int> pauses;                        // ms
 inline Inbox<std::string> reports;               // syslog texts
 inline thread_local bool expireWaits = false;
+inline thread_local std::function<bool()> expireWhen;  // what a wait that expires waits for before; empty for nothing
 inline thread_local bool failNew = false;
 inline thread_local std::int64_t waitLimit = 0;  // ms from now to the deadline of the last wait
 
@@ -31,6 +33,8 @@ protected:
         rdb_disconnect(handle);
         rdb_destory(handle);
         workersEnded();  // the callbacks write into members
+        expireWaits = false;
+        expireWhen = nullptr;
         clockAhead = 0;
         while (reports.count() > 0)
             reports.take();
@@ -55,6 +59,15 @@ protected:
     int tagGet() {
         RdbTag tag = tagNamed("t");
         return rdb_tagget(handle, &tag);
+    }
+    int put(const std::string& value = "1") {
+        const RdbSnapshot record = recordOf("t", value);
+        return rdb_objputsnapshot(handle, &record, 1);
+    }
+    int import() {
+        RdbTag tag = usableTag("t");
+        std::int32_t result = 0;
+        return rdb_taginport(handle, RDB_TAGINPORT_MODE, &tag, &result);
     }
     int send(const char* text) {
         return rdb_callmsg(handle, text, static_cast<std::int32_t>(std::strlen(text)), onReply, &replies);

@@ -11,15 +11,6 @@ using Made = std::vector<std::string>;
 
 class WorkerWanted : public WorkerTest {
 protected:
-    int put(const std::string& value) {
-        const RdbSnapshot record = recordOf("t", value);
-        return rdb_objputsnapshot(handle, &record, 1);
-    }
-    int import() {
-        RdbTag tag = usableTag("t");
-        std::int32_t result = 0;
-        return rdb_taginport(handle, RDB_TAGINPORT_MODE, &tag, &result);
-    }
     bool servedEventually(int count) {
         return eventually([&] { return script->served >= count; });
     }

@@ -62,7 +62,14 @@ int __wrap_pthread_cond_clockwait(pthread_cond_t* condition, pthread_mutex_t* mu
     timespec end{};
     __real_clock_gettime(clock, &end);
     end.tv_sec += waitLimit / 1000 + 1;
-    return expireWaits ? ETIMEDOUT : __real_pthread_cond_clockwait(condition, mutex, clock, &end);
+    if (!expireWaits)
+        return __real_pthread_cond_clockwait(condition, mutex, clock, &end);
+    if (expireWhen) {
+        pthread_mutex_unlock(mutex);
+        eventually(expireWhen);
+        pthread_mutex_lock(mutex);
+    }
+    return ETIMEDOUT;
 }
 
 int __real_pthread_create(pthread_t*, const pthread_attr_t*, void* (*)(void*), void*);

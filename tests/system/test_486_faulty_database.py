@@ -1,0 +1,165 @@
+"""The service with a database that lets it log in and then refuses or stays silent, and a real BIND: whatever the database
+does, the name server is told of the addresses within 20 s of the service's clock."""
+
+import shutil
+import time
+
+import pytest
+
+pytest.importorskip("dns.tsigkeyring", reason="dnspython is not installed (python3-dnspython)")
+
+import dns_bed  # noqa: E402
+import redis_bed  # noqa: E402
+from dns_servers import HOST_KEY, NAME, ZONE, Bind, secret  # noqa: E402
+from host import DIRECTORY, Host  # noqa: E402
+from sandbox import wait_until  # noqa: E402
+
+A, B, C = "2001:db8::a", "2001:db8::b", "2001:db8::c"
+CYCLE = 10  # seconds between two publish cycles
+LIMIT = 20  # seconds
+USER = ["ACL", "SETUSER", "host", "on", ">own", "~*", "&*", "+@all"]
+ANSWERS_TO_LOGIN = b"+OK\r\n+OK\r\n+PONG\r\n+PONG\r\n"  # to AUTH, CLIENT SETNAME, PING and the first check's PING
+SENTINEL = "port 6379\nbind 127.0.0.1\ndir /mnt/redis\nunixsocket /mnt/redis.sock\n"
+
+
+class Scene:
+    """BIND runs; the database and the service do not yet."""
+
+    def __init__(self):
+        self.host = Host(time.time_ns())  # signatures carry the time
+        self.sandbox = self.host.sandbox
+        shutil.copy(dns_bed.LIBRARY, self.sandbox.path(f"{DIRECTORY}/librdbapix64.so"))
+        self.names = Bind(self.sandbox)
+        self.names.start()
+        self.redis = redis_bed.Server(self.sandbox)
+        self.sandbox.add_address(A + "/64")
+        self.process = None
+        self.hand = None
+        self.url = None
+
+    def run_service(self, url="redis://127.0.0.1", user="default", password="any", sockets=1):
+        """Starts the service and waits until it counts both servers as connected. It has run no cycle yet."""
+        self.url = url
+        dnsurl = f"dns://127.0.0.1/{ZONE}"
+        self.host.settings(hostname=NAME, rdburl=url, rdbuser=user, rdbpswd=password, dnsurl=dnsurl, dnsuser=HOST_KEY)
+        settings = self.sandbox.path(f"{DIRECTORY}/addrpubd.ini")
+        settings.write_text(settings.read_text().replace("dnspswd = dpass", f"dnspswd = {secret(HOST_KEY)}"))
+        environment = {"LD_PRELOAD": f"{dns_bed.SHIM.resolve()} {self.host.clock.env['LD_PRELOAD']}"}
+        environment["HURRYSHIM_SOCKETS"] = str(sockets)
+        self.process = self.host.start("-run", tty=True, env=environment)
+        self.hand = self.host.clock.of(self.process)
+        self.hand.wait_parked()
+        self.wait_connected(1)
+        self.process.wait_for_output(f"connect dns server {dnsurl} success.\r\n".encode())
+
+    def wait_connected(self, times):
+        text = f"connect rdb server {self.url} success.\r\n".encode()
+        wait_until(lambda: self.process.output_so_far().count(text) >= times, f"connection {times} to the database")
+
+    def wait_disconnected(self):
+        self.process.wait_for_output(f"rdb server {self.url} disconnected.".encode())
+
+    def addresses(self):
+        return sorted(self.names.dig("+short", "AAAA", NAME).splitlines())
+
+    def wait_told(self, *addresses):
+        wait_until(lambda: self.addresses() == sorted(addresses), f"{addresses} in the name service")
+
+    def first_cycle_fails(self):
+        """Lets one cycle run, whose request for the tag fails and which tells the name server nothing."""
+        self.hand.advance(0.1)
+        self.wait_disconnected()
+        assert self.addresses() == []
+
+    def told_within_the_limit(self):
+        """Lets the next cycle run and sees it tell the name server; then a change is told in the same time."""
+        self.hand.advance(CYCLE)
+        self.wait_told(A)
+        assert self.hand.now_ns <= LIMIT * 1e9
+        self.sandbox.add_address(B + "/64")
+        self.hand.advance(CYCLE)
+        self.wait_told(A, B)
+
+
+@pytest.fixture
+def scene():
+    dns_bed.require(Bind)
+    redis_bed.require()
+    one = Scene()
+    yield one
+    one.host.close()
+
+
+def cluster_without_slots(scene):
+    scene.redis.start("--cluster-enabled", "yes")
+
+
+def cluster_of_one_node(scene):
+    scene.redis.start("--cluster-enabled", "yes")
+    scene.redis.command("CLUSTER", "ADDSLOTSRANGE", 0, 16383)
+    wait_until(lambda: "cluster_state:ok" in scene.redis.command("CLUSTER", "INFO"), "the cluster")
+
+
+def memory_limit(scene):
+    scene.redis.start("--maxmemory", "1")
+
+
+def read_only_replica(scene):
+    scene.redis.start("--replicaof", "127.0.0.1", "1")
+
+
+def sentinel(scene):
+    scene.sandbox.path("/mnt/redis/conf").write_text(SENTINEL)
+    scene.sandbox.spawn("redis-server", "/mnt/redis/conf", "--sentinel").wait_for_output(b"Sentinel ID is")
+
+
+@pytest.mark.parametrize(
+    "make", [cluster_without_slots, cluster_of_one_node, memory_limit, read_only_replica, sentinel]
+)
+def test_486_a_redis_that_refuses_the_tag_does_not_cost_the_name(scene, make):
+    make(scene)
+    scene.run_service()
+    scene.first_cycle_fails()
+    scene.told_within_the_limit()
+    assert scene.process.output_so_far().count(b"connect rdb server") == 1
+
+
+def test_486_a_redis_user_without_permission_does_not_cost_the_name(scene):
+    scene.redis.start()
+    scene.redis.command(*USER, "-@all", "+ping")
+    scene.run_service(user="host", password="own")
+    scene.first_cycle_fails()
+    scene.told_within_the_limit()
+    assert scene.process.output_so_far().count(b"connect rdb server") == 1
+
+
+def test_487_a_redis_that_is_silent_after_the_login_does_not_cost_the_name(scene):
+    scene.redis.start()
+    proxy = redis_bed.Proxy(scene.sandbox)
+    proxy.order(f"first {len(ANSWERS_TO_LOGIN)}")
+    scene.run_service("redis://127.0.0.1:6380", sockets=10)
+    scene.first_cycle_fails()
+    scene.told_within_the_limit()
+    assert scene.process.output_so_far().count(b"connect rdb server") == 1
+    proxy.close()
+
+
+def test_488_a_database_on_a_full_disk_does_not_cost_the_name(scene):
+    scene.sandbox.path("/mnt/data").mkdir()
+    scene.sandbox.run("mount", "-t", "tmpfs", "-o", "size=256k", "tmpfs", "/mnt/data")
+    scene.run_service("sqlite:///mnt/data/rdb.db")
+    with pytest.raises(OSError):
+        scene.sandbox.path("/mnt/data/filler").write_bytes(bytes(1 << 20))
+    scene.first_cycle_fails()
+    scene.told_within_the_limit()
+
+
+def test_489_the_database_gets_the_addresses_once_it_takes_the_tag(scene):
+    memory_limit(scene)
+    scene.run_service()
+    scene.first_cycle_fails()
+    scene.told_within_the_limit()
+    scene.redis.command("CONFIG", "SET", "maxmemory", "0")
+    scene.wait_connected(2)
+    scene.hand.advance(CYCLE)
+    wait_until(lambda: sorted(scene.redis.value(NAME).split(",")) == [A, B], "the addresses in the database")

@@ -1,0 +1,231 @@
+//  A request for a tag that is refused, fails or is not answered in time: the connection counts as lost until the server
+//  has answered it.
+#include "open_worker_fixture.h"
+
+#include <unistd.h>
+
+namespace {
+
+using namespace opentest;
+using namespace rdbopen;
+using Made = std::vector<std::string>;
+
+constexpr int away = 12000;  // ms: the least pause after a failed request for a tag
+
+class WorkerTag : public WorkerTest {
+protected:
+    WorkerTag() { EXPECT_EQ(pipe(ends), 0); }
+    ~WorkerTag() override {
+        script->silent = -1;
+        rdb_disconnect(handle);
+        rdb_destory(handle);
+        workersEnded();
+        close(ends[0]);
+        close(ends[1]);
+    }
+    void answer(std::deque<Outcome> outcomes) {
+        const std::lock_guard lock(script->mutex);
+        script->requests = std::move(outcomes);
+    }
+    //  The test's calls are given up as soon as the back end carries them out.
+    void giveUpCalls() {
+        expireWaits = true;
+        expireWhen = [this, served = script->served + 1] { return script->served >= served; };
+    }
+    //  From now on the server does not answer.
+    void beSilent() { script->silent = ends[0]; }
+
+    int ends[2];
+};
+
+TEST_F(WorkerTag, ARefusedLookupEndsTheConnectionUntilItsRepetitionIsAnswered) {
+    connect();
+    answer({serverRefused("no"), serverRefused("no"), serverRefused("no")});
+    EXPECT_EQ(tagGet(), errorServerRefused);
+    EXPECT_EQ(events.take(), RDB_EVENT_DISCONNECTED);
+    EXPECT_EQ(events.take(), RDB_EVENT_CONNECTED);
+    EXPECT_EQ(script->opened, 4);
+    EXPECT_EQ(script->takeMade(), (Made{"get t", "get t", "get t", "get t"}));
+}
+
+TEST_F(WorkerTag, ARefusedImportEndsTheConnectionUntilItsRepetitionHasSucceeded) {
+    connect();
+    answer({serverRefused("no"), serverRefused("no"), serverRefused("no")});
+    EXPECT_EQ(import(), errorServerRefused);
+    EXPECT_EQ(events.take(), RDB_EVENT_DISCONNECTED);
+    EXPECT_EQ(events.take(), RDB_EVENT_CONNECTED);
+    EXPECT_EQ(script->opened, 4);
+    EXPECT_EQ(script->takeMade(), (Made{"import t", "import t", "import t", "import t"}));
+}
+
+TEST_F(WorkerTag, AServerWithoutTheTagHasAnsweredTheLookup) {
+    connect();
+    answer({serverRefused("no"), {errorNoSuchTag, {}}});
+    EXPECT_EQ(tagGet(), errorServerRefused);
+    EXPECT_EQ(events.take(), RDB_EVENT_DISCONNECTED);
+    EXPECT_EQ(events.take(), RDB_EVENT_CONNECTED);
+    EXPECT_EQ(script->takeMade(), (Made{"get t", "get t"}));
+}
+
+TEST_F(WorkerTag, ALookupThatFailedIsRepeatedBeforeConnectedIsTold) {
+    connect();
+    answer({backendFailed("lost"), backendFailed("lost")});
+    EXPECT_EQ(tagGet(), errorBackendFailed);
+    EXPECT_EQ(events.take(), RDB_EVENT_DISCONNECTED);
+    EXPECT_EQ(events.take(), RDB_EVENT_CONNECTED);
+    EXPECT_EQ(script->takeMade(), (Made{"get t", "get t", "get t"}));
+}
+
+TEST_F(WorkerTag, WhatIsAskedAfterARefusedLookupIsRefusedAtOnce) {
+    skipBackoff = false;
+    connect();
+    for (int i = 0; i < 20; ++i) {
+        answer({serverRefused("no")});
+        EXPECT_EQ(tagGet(), i == 0 ? errorServerRefused : errorNotConnected);
+        EXPECT_EQ(import(), errorNotConnected);
+    }
+    EXPECT_EQ(events.take(), RDB_EVENT_DISCONNECTED);
+    EXPECT_EQ(script->takeMade(), Made{"get t"});
+}
+
+TEST_F(WorkerTag, ARefusedPutLeavesTheConnectionUp) {
+    connect();
+    answer({{}, serverRefused("full"), serverRefused("full")});
+    EXPECT_EQ(tagGet(), 0);
+    EXPECT_EQ(put(), errorServerRefused);
+    ASSERT_TRUE(eventually([&] { return script->served == 4; }));
+    EXPECT_EQ(events.count(), 0U);
+    EXPECT_EQ(script->opened, 1);
+}
+
+TEST_F(WorkerTag, ATagComesBeforeAPutThatIsRefused) {
+    connect();
+    answer({serverRefused("full"), serverRefused("no"), {}, serverRefused("full")});
+    skipBackoff = false;  // so that the put is not made again meanwhile
+    EXPECT_EQ(put(), errorServerRefused);
+    skipBackoff = true;
+    EXPECT_EQ(import(), errorServerRefused);
+    EXPECT_EQ(events.take(), RDB_EVENT_DISCONNECTED);
+    EXPECT_EQ(events.take(), RDB_EVENT_CONNECTED);
+    const Made made = script->takeMade();
+    EXPECT_EQ(Made(made.begin(), made.begin() + 4), (Made{"put t=1", "import t", "import t", "put t=1"}));
+}
+
+TEST_F(WorkerTag, ATagIsAskedForAlsoWhileTheLookAtTheValueIsRefused) {
+    connect();
+    EXPECT_EQ(put(), 0);
+    answer({serverRefused("no")});
+    {
+        const std::lock_guard lock(script->mutex);
+        script->checks = {serverRefused("foreign")};
+    }
+    EXPECT_EQ(tagGet(), errorServerRefused);
+    EXPECT_EQ(events.take(), RDB_EVENT_DISCONNECTED);
+    EXPECT_EQ(events.take(), RDB_EVENT_CONNECTED);
+    EXPECT_EQ(script->takeMade(), (Made{"put t=1", "get t", "get t"}));
+    EXPECT_EQ(script->opened, 2);
+}
+
+//  The service asks every 10 s. When each request fails and each repetition succeeds, every other cycle is to find the
+//  connection away.
+TEST_F(WorkerTag, AServerThatAlternatesIsAwayForLongerThanTheServicesCycleEachTime) {
+    connect();
+    for (int cycle = 0; cycle < 5; ++cycle) {
+        answer({serverRefused("no")});
+        EXPECT_EQ(tagGet(), errorServerRefused);
+        EXPECT_EQ(events.take(), RDB_EVENT_DISCONNECTED);
+        EXPECT_EQ(events.take(), RDB_EVENT_CONNECTED);
+        EXPECT_GE(pauses.take(), away) << cycle;
+    }
+}
+
+TEST_F(WorkerTag, OnlyTheFirstWaitAfterAFailedRequestIsLengthened) {
+    connect();
+    answer({serverRefused("no"), serverRefused("no"), serverRefused("no"), serverRefused("no")});
+    EXPECT_EQ(tagGet(), errorServerRefused);
+    EXPECT_EQ(events.take(), RDB_EVENT_DISCONNECTED);
+    EXPECT_EQ(events.take(), RDB_EVENT_CONNECTED);
+    const int first = pauses.take();
+    EXPECT_TRUE(first >= away && first <= away + 250) << first;
+    for (const int base : {2000, 4000, 8000})
+        expectBackoff(base);
+}
+
+TEST_F(WorkerTag, ALookupThatWaitsBehindAFailureCountsAsFailed) {
+    connect();
+    script->hold = true;
+    answer({backendFailed("broken")});
+    ASSERT_EQ(send("one"), 0);
+    ASSERT_TRUE(eventually([&] { return script->served == 1; }));
+    expireWaits = true;
+    EXPECT_EQ(tagGet(), errorTimedOut);
+    script->hold = false;
+    EXPECT_EQ(events.take(), RDB_EVENT_DISCONNECTED);
+    EXPECT_EQ(events.take(), RDB_EVENT_CONNECTED);
+    EXPECT_GE(pauses.take(), away);
+    EXPECT_EQ(script->takeMade(), (Made{"send one", "get t", "send one"}));
+}
+
+TEST_F(WorkerTag, ALookupThatIsGivenUpEndsTheExchangeAndTheConnection) {
+    connect();
+    skipBackoff = false;
+    beSilent();
+    giveUpCalls();
+    EXPECT_EQ(tagGet(), errorTimedOut);
+    EXPECT_EQ(events.take(), RDB_EVENT_DISCONNECTED);
+    EXPECT_EQ(reports.take(), "rdbapi: fake: no answer");
+}
+
+TEST_F(WorkerTag, ALookupThatIsGivenUpInTheQueueEndsTheExchangeBeforeIt) {
+    connect();
+    skipBackoff = false;
+    beSilent();
+    ASSERT_EQ(send("one"), 0);
+    ASSERT_TRUE(eventually([&] { return script->served == 1; }));
+    expireWaits = true;
+    EXPECT_EQ(tagGet(), errorTimedOut);
+    EXPECT_EQ(events.take(), RDB_EVENT_DISCONNECTED);
+    EXPECT_EQ(script->takeMade(), Made{"send one"});
+}
+
+TEST_F(WorkerTag, APutThatIsGivenUpEndsNothing) {
+    connect();
+    skipBackoff = false;
+    beSilent();
+    giveUpCalls();
+    EXPECT_EQ(put(), errorTimedOut);
+    expireWaits = false;
+    ASSERT_EQ(write(ends[1], "x", 1), 1);
+    EXPECT_EQ(tagGet(), 0);
+    EXPECT_EQ(events.count(), 0U);
+}
+
+TEST_F(WorkerTag, AnAnswerThatComesTooLateForTheCallerCountsAsNone) {
+    connect();
+    script->hold = true;
+    giveUpCalls();
+    EXPECT_EQ(tagGet(), errorTimedOut);
+    script->hold = false;
+    EXPECT_EQ(events.take(), RDB_EVENT_DISCONNECTED);
+    EXPECT_EQ(reports.take(), "rdbapi: fake: a request for a tag was not answered within 3 s");
+    EXPECT_EQ(events.take(), RDB_EVENT_CONNECTED);
+    EXPECT_EQ(script->takeMade(), (Made{"get t", "get t"}));
+}
+
+//  The back end itself would wait for an hour.
+TEST_F(WorkerTag, ARepetitionGetsTheTimeOfACallerAndNoMore) {
+    connect();
+    answer({serverRefused("no")});
+    EXPECT_EQ(tagGet(), errorServerRefused);
+    EXPECT_EQ(events.take(), RDB_EVENT_DISCONNECTED);
+    EXPECT_EQ(events.take(), RDB_EVENT_CONNECTED);
+    pauses.take();
+    answer({serverRefused("no")});
+    beSilent();
+    EXPECT_EQ(tagGet(), errorBackendFailed);
+    EXPECT_EQ(pauses.take(), 3600000);
+    EXPECT_GE(pauses.take(), away);
+    EXPECT_EQ(pauses.take(), 3000);
+}
+
+}  // namespace
