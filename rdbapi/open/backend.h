@@ -31,7 +31,7 @@ struct Credentials {
 
 //  How a request ended. errorBackendFailed means that the back end has to be opened again, errorServerRefused that the
 //  server answered and did not do it; every other code leaves the back end as it is and is final. reason is for the
-//  operator, empty but for these two, and never holds a password.
+//  operator, empty but for these two and errorBadRequest, and never holds a user or a password.
 struct Outcome {
     int code = errorNone;
     std::string reason;

@@ -90,7 +90,6 @@ Outcome DnsBackend::open(const Waiter& waiter) {
     return {};
 }
 
-//  errorBadRequest has its reason for the reply.
 Outcome DnsBackend::setsFor(const DnsRequest& request, std::vector<RecordSet>& sets) const {
     std::string full;
     if (!nameInZone(request.name, zone_.zone, full))
@@ -143,8 +142,6 @@ Outcome DnsBackend::message(std::string_view text, std::string& reply) {
     const std::string refused = parseDnsRequest(text, request);
     Outcome outcome = refused.empty() ? update(request) : Outcome{errorBadRequest, refused};
     reply = dnsReply(request.seqno, outcome.code, outcome.code == errorNone ? "ok" : outcome.reason);
-    if (outcome.code == errorBadRequest)
-        outcome.reason.clear();
     return outcome;
 }
 

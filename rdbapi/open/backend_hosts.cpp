@@ -81,7 +81,7 @@ Outcome HostsBackend::message(std::string_view text, std::string& reply) {
     const std::string refused = parseDnsRequest(text, request);
     if (!refused.empty()) {
         reply = dnsReply(request.seqno, errorBadRequest, refused);
-        return {errorBadRequest, {}};
+        return {errorBadRequest, refused};
     }
     Outcome outcome = update(request);
     reply = dnsReply(request.seqno, outcome.code, outcome.code == errorNone ? "ok" : outcome.reason);

@@ -20,12 +20,12 @@ enum Error : int {
     errorNotSupported = 1010,       // the back end has no such operation
     errorNoSuchTag = 1011,          // rdb_tagget, rdb_objputsnapshot
     errorTagNotUsable = 1012,       // rdb_objputsnapshot on a tag whose class is not RDB_TAG_CLASS_USABLE
-    errorBadRequest = 1013,         // reply only: not a ws_dnsupdate request, or a name or address that is not one
-    errorBackendFailed = 1014,      // the back end failed and is being opened again; the reason is in syslog
-    errorNoResources = 1015,        // no memory or no thread
-    errorInCallback = 1016,         // a waiting call from inside a callback of the same handle, which it would block
-    errorServerRefused = 1017,      // the server answered and did not do it; it is asked again; the reason is in syslog
-    errorNotHeld = 1018,            // never returned to callers: the server has lost what it once took
+    errorBadRequest = 1013,     // reply only: can never succeed, such as one without a name; the reason is in syslog
+    errorBackendFailed = 1014,  // the back end failed and is being opened again; the reason is in syslog
+    errorNoResources = 1015,    // no memory or no thread
+    errorInCallback = 1016,     // a waiting call from inside a callback of the same handle, which it would block
+    errorServerRefused = 1017,  // the server answered and did not do it; it is asked again; the reason is in syslog
+    errorNotHeld = 1018,        // never returned to callers: the server has lost what it once took
 };
 
 }  // namespace rdbopen

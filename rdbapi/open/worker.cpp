@@ -16,23 +16,6 @@ namespace {
 //  The worker on whose thread the code runs; null on every other thread.
 thread_local const Worker* runningWorker = nullptr;
 
-//  A count of seconds is a measurement, such as how far two clocks are apart: it differs a little with each attempt and
-//  makes no new reason.
-std::string withoutSeconds(std::string_view reason) {
-    constexpr std::string_view digits = "0123456789";
-    std::string kept;
-    while (!reason.empty()) {
-        const std::size_t number = std::min(reason.find_first_not_of(digits), reason.size());
-        const std::string_view behind = reason.substr(number);
-        const bool seconds = number != 0 && (behind == " s" || behind.starts_with(" s "));
-        const std::size_t length = std::max(number, std::size_t{1});
-        if (!seconds)
-            kept.append(reason.substr(0, length));
-        reason.remove_prefix(length);
-    }
-    return kept;
-}
-
 //  The reason when nobody was left to take the answer to a request for a tag.
 constexpr char tooLate[] = "a request for a tag was not answered within 3 s";
 
@@ -169,6 +152,8 @@ Outcome Worker::session() {
             return {errorClosed, {}};
         case Work::call:
             outcome = serve(*call);
+            if (outcome.code == errorNone)
+                badRequests_.clear();
             break;
         case Work::complete:
             outcome = completeWanted();
@@ -343,7 +328,9 @@ void Worker::tell(std::int32_t event) noexcept {
 //  Takes note of how a piece of work ended with the back end still open.
 void Worker::noteOutcome(const Outcome& outcome) noexcept {
     if (outcome.code == errorServerRefused)
-        noteReason(outcome.reason);
+        noteReason(reasons_, outcome.reason);
+    if (outcome.code == errorBadRequest)
+        noteReason(badRequests_, outcome.reason);
     if (!wanted_.pending()) {
         if (outcome.code == errorNone)
             noteSuccess();
@@ -355,27 +342,24 @@ void Worker::noteOutcome(const Outcome& outcome) noexcept {
 void Worker::noteLoss(const Outcome& failure) noexcept {
     const bool steady = connected_ && monotonicNow() - connectedAt_ >= steadyTime;
     losses_ = steady ? 1 : losses_ + 1;
-    noteReason(failure.reason);
+    noteReason(reasons_, failure.reason);
 }
 
-void Worker::noteReason(const std::string& reason) noexcept {
+void Worker::noteReason(ReportedReasons& reasons, const std::string& reason) noexcept {
     guarded([&] {
-        std::string fresh = withoutSeconds(reason);
-        if (fresh != lastReason_) {
+        if (reasons.add(reason))
             reportFailure(backend_->label(), reason);
-            lastReason_ = std::move(fresh);
-        }
         return Outcome{};
     });
 }
 
 void Worker::noteSuccess() noexcept {
     refusals_ = 0;
-    if (lastReason_.empty())
+    if (reasons_.empty())
         return;
     guarded([&] {
         reportRecovery(backend_->label(), "works again");
-        lastReason_.clear();
+        reasons_.clear();
         return Outcome{};
     });
 }

@@ -17,9 +17,9 @@
 //      (3) 60001 does not follow for awayTime, even when a server refuses every other request.
 //  Another request that is refused, such as a put, leaves the connection as it is.
 //
-//  A reason is reported when it differs from the one before it by more than a count of seconds, not at each attempt.
-//  That it is over is reported when a request has succeeded, nothing is pending, and the last check was not refused;
-//  after a refused one each success is followed by a check.
+//  A reason is reported once until the server is sound again (reported_reasons.h), not at each attempt. That it is over
+//  is reported when a request has succeeded, nothing is pending, and the last check was not refused; after a refused one
+//  each success is followed by a check. Why a request can never succeed is reported once until a call succeeds.
 //
 //  An event or reply is delivered when the handle is not closed at that moment. So when rdb_disconnect returns, at most
 //  one callback is still to begin or to end: the one that the worker was delivering already.
@@ -30,6 +30,7 @@
 
 #include "call.h"
 #include "handle_table.h"
+#include "reported_reasons.h"
 
 #include <deque>
 #include <memory>
@@ -85,7 +86,7 @@ private:
     void tell(std::int32_t event) noexcept;
     void noteOutcome(const Outcome& outcome) noexcept;
     void noteLoss(const Outcome& failure) noexcept;
-    void noteReason(const std::string& reason) noexcept;
+    void noteReason(ReportedReasons& reasons, const std::string& reason) noexcept;
     void noteSuccess() noexcept;
     std::chrono::milliseconds backoff(unsigned failures);
 
@@ -123,7 +124,8 @@ private:
     unsigned losses_ = 0;                     // in a row, without a sound connection between them
     unsigned refusals_ = 0;                   // in a row
     bool checkRefused_ = false;               // the last check was
-    std::string lastReason_;                  // without its counts of seconds; empty while all is well
+    ReportedReasons reasons_;                 // empty while all is well
+    ReportedReasons badRequests_;             // since a call last succeeded
     std::minstd_rand random_;
 };
 

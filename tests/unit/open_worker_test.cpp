@@ -145,14 +145,24 @@ TEST_F(Worker_, AConnectionThatHeldForAMinuteStartsTheWaitAtOneSecond) {
         expectBackoff(base);
 }
 
-TEST_F(Worker_, AReasonIsReportedOncePerChange) {
-    script->opens = {backendFailed("a"), backendFailed("a"), backendFailed("b"), backendFailed("b"),
-                     backendFailed("a")};
+TEST_F(Worker_, AReasonIsReportedOnceAlsoWhenItAlternatesWithAnother) {
+    script->opens = {backendFailed("a"), backendFailed("a"), backendFailed("b"),
+                     backendFailed("a"), backendFailed("b"), backendFailed("a")};
     connect();
-    EXPECT_EQ(reports.count(), 3U);
+    EXPECT_EQ(reports.count(), 2U);
     EXPECT_EQ(reports.take(), "rdbapi: fake: a");
     EXPECT_EQ(reports.take(), "rdbapi: fake: b");
-    EXPECT_EQ(reports.take(), "rdbapi: fake: a");
+}
+
+TEST_F(Worker_, AReasonIsReportedAgainAfterTheServerWasSound) {
+    script->opens = {backendFailed("a")};
+    connect();
+    EXPECT_EQ(put(), 0);
+    script->requests = {serverRefused("a"), serverRefused("b"), serverRefused("a")};
+    EXPECT_EQ(put(), errorServerRefused);
+    ASSERT_TRUE(eventually([&] { return script->served == 5; }));
+    for (const char* const text : {"a", "works again", "a", "b", "works again"})
+        EXPECT_EQ(reports.take(), std::string("rdbapi: fake: ") + text);
 }
 
 TEST_F(Worker_, AReasonThatMeasuresSecondsIsReportedOnceForAllItsFigures) {

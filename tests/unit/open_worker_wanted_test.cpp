@@ -107,6 +107,21 @@ TEST_F(WorkerWanted, ARequestThatCanNeverSucceedIsNotMadeAgain) {
     EXPECT_EQ(script->takeMade(), (Made{"send bad", "send end"}));
 }
 
+//  A request that succeeds after it is another one: nothing works again.
+TEST_F(WorkerWanted, WhyARequestCanNeverSucceedIsReportedOnceUntilOneSucceeds) {
+    connect();
+    fail({{errorBadRequest, "no name"}, {errorBadRequest, "no name"}, {}, {errorBadRequest, "no name"}, {}});
+    for (int i = 0; i < 5; ++i) {
+        EXPECT_EQ(send("m"), 0);
+        replies.take();
+    }
+    EXPECT_EQ(send("end"), 0);
+    replies.take();
+    EXPECT_EQ(reports.count(), 2U);
+    EXPECT_EQ(reports.take(), "rdbapi: fake: no name");
+    EXPECT_EQ(reports.take(), "rdbapi: fake: no name");
+}
+
 TEST_F(WorkerWanted, AServerThatLostTheTagGetsItAgain) {
     connect();
     EXPECT_EQ(import(), 0);
