@@ -1,5 +1,6 @@
-//  The library's only way to say something: syslog(3), facility daemon. Nothing goes to the standard descriptors, and
-//  the ident is the program's own.
+//  The library's only way to say something: syslog, facility daemon. Nothing goes to the standard descriptors, and the
+//  ident is the program's own. Bytes that are control characters or no UTF-8 are written as \xNN. No line is waited for
+//  (syslog_line.h), and the one for which there is no memory is lost.
 #ifndef RDBAPI_OPEN_REPORT_H
 #define RDBAPI_OPEN_REPORT_H
 

@@ -4,7 +4,12 @@ addrpubd_unit_test(open_parts_test
     SOURCES open_backend_log_test.cpp open_backoff_test.cpp open_reported_reasons_test.cpp open_secret_test.cpp
         open_url_test.cpp open_wanted_test.cpp
     LIBS rdbapi_open
-    WRAP syslog)
+    WRAP sendto)
+
+addrpubd_unit_test(open_report_test
+    SOURCES open_report_test.cpp open_syslog_line_test.cpp
+    LIBS rdbapi_open
+    WRAP sendto)
 
 addrpubd_unit_test(open_tcp_stream_test
     SOURCES open_tcp_stream_test.cpp
@@ -14,7 +19,7 @@ addrpubd_unit_test(open_tcp_stream_test
 addrpubd_unit_test(open_worker_test
     SOURCES open_worker_test.cpp open_worker_wanted_test.cpp open_worker_tag_test.cpp open_worker_wraps.cpp
     LIBS rdbapi_open
-    WRAP clock_gettime nanosleep poll pthread_cond_clockwait pthread_create syslog _Znwm)
+    WRAP clock_gettime nanosleep poll pthread_cond_clockwait pthread_create sendto _Znwm)
 
 addrpubd_unit_test(open_handle_table_test
     SOURCES open_handle_table_test.cpp
@@ -24,17 +29,17 @@ addrpubd_unit_test(open_handle_table_test
 addrpubd_unit_test(open_rdbapi_test
     SOURCES open_rdbapi_test.cpp open_signal_test.cpp
     LIBS rdbapi_open
-    WRAP syslog)
+    WRAP sendto)
 
 addrpubd_unit_test(open_signal_embedded_test
     SOURCES open_signal_embedded_test.cpp open_quiet_syslog.cpp
     LIBS rdbapi_open
-    WRAP syslog)
+    WRAP sendto)
 
 addrpubd_unit_test(open_exit_test
     SOURCES open_exit_test.cpp open_quiet_syslog.cpp
     LIBS rdbapi_open
-    WRAP syslog)
+    WRAP sendto)
 
 addrpubd_unit_test(open_library_test
     SOURCES open_library_test.cpp
@@ -50,7 +55,7 @@ if(SQLite3_FOUND)
     addrpubd_unit_test(open_sqlite_test
         SOURCES open_backend_sqlite_test.cpp open_quiet_syslog.cpp
         LIBS rdbapi_open
-        WRAP syslog)
+        WRAP sendto)
 endif()
 
 find_package(nlohmann_json 3.10 QUIET)
@@ -59,7 +64,7 @@ if(nlohmann_json_FOUND)
         SOURCES open_hosts_file_test.cpp open_dns_request_test.cpp open_backend_hosts_test.cpp
             open_quiet_syslog.cpp
         LIBS rdbapi_open
-        WRAP syslog)
+        WRAP sendto)
     addrpubd_unit_test(open_file_test
         SOURCES open_file_replace_test.cpp open_file_lock_test.cpp
         LIBS rdbapi_open

@@ -1,9 +1,10 @@
 #include "backend_log.h"
 
 #include "open_support.h"
+#include "open_syslog.h"
 
-#include <cstdarg>
 #include <gtest/gtest.h>
+#include <sys/socket.h>
 #include <syslog.h>
 
 namespace {
@@ -13,14 +14,11 @@ std::vector<int> priorities;
 
 }  // namespace
 
-extern "C" void __wrap_syslog(int priority, const char* format, ...) {
-    char text[2048];
-    va_list arguments;
-    va_start(arguments, format);
-    vsnprintf(text, sizeof text, format, arguments);
-    va_end(arguments);
-    reports.emplace_back(text);
-    priorities.push_back(priority);
+extern "C" ssize_t __wrap_sendto(int, const void* bytes, size_t length, int, const sockaddr*, socklen_t) {
+    const opentest::SyslogLine line = opentest::syslogLineOf(bytes, length);
+    reports.push_back(line.text);
+    priorities.push_back(line.priority);
+    return static_cast<ssize_t>(length);
 }
 
 namespace {

@@ -8,7 +8,7 @@ addrpubd_unit_test(open_redis_test
     SOURCES open_redis_reply_test.cpp open_backend_redis_test.cpp open_redis_refusal_test.cpp
         open_fake_redis.cpp open_quiet_syslog.cpp
     LIBS rdbapi_open
-    WRAP syslog)
+    WRAP sendto)
 
 addrpubd_unit_test(open_redis_connection_test
     SOURCES open_redis_connection_test.cpp open_fake_redis.cpp
@@ -18,4 +18,4 @@ addrpubd_unit_test(open_redis_connection_test
 addrpubd_unit_test(open_redis_signal_test
     SOURCES open_redis_signal_test.cpp open_fake_redis.cpp open_quiet_syslog.cpp
     LIBS rdbapi_open
-    WRAP syslog)
+    WRAP sendto)

@@ -1,10 +1,11 @@
+#include "open_syslog.h"
 #include "open_worker_fixture.h"
 
 #include <cerrno>
-#include <cstdarg>
 #include <new>
 #include <poll.h>
 #include <pthread.h>
+#include <sys/socket.h>
 
 using namespace opentest;
 
@@ -77,12 +78,8 @@ int __wrap_pthread_create(pthread_t* thread, const pthread_attr_t* attributes, v
     return failThreads ? EAGAIN : __real_pthread_create(thread, attributes, run, argument);
 }
 
-void __wrap_syslog(int, const char* format, ...) {
-    char text[512];
-    va_list arguments;
-    va_start(arguments, format);
-    vsnprintf(text, sizeof text, format, arguments);
-    va_end(arguments);
-    reports.put(text);
+ssize_t __wrap_sendto(int, const void* bytes, size_t length, int, const sockaddr*, socklen_t) {
+    reports.put(syslogLineOf(bytes, length).text);
+    return static_cast<ssize_t>(length);
 }
 }
