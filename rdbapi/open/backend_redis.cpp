@@ -100,6 +100,7 @@ Outcome RedisBackend::open(const Waiter& waiter) {
 //  not even these; for them the user is "default", too. No answer is quoted: it may hold the password.
 Outcome RedisBackend::logIn(const std::string& password) {
     const std::string& user = settings_.credentials.user;
+    connection_.conceal({user, password});
     std::vector<RedisReply> replies;
     if (Outcome outcome = exchange({{"AUTH", user, password}}, replies); outcome.code != errorNone)
         return outcome;
@@ -112,7 +113,7 @@ Outcome RedisBackend::logIn(const std::string& password) {
         return {};
     if (!replies[0].is(Kind::error))
         return notUnderstood("AUTH");
-    return backendFailed(redisRefusal("AUTH", replies[0].text, false));
+    return backendFailed(redisRefusal("AUTH", replies[0].text, 0));
 }
 
 //  The name is for the server's list of clients only; a server that does not allow it goes without.
@@ -125,7 +126,7 @@ Outcome RedisBackend::choose() {
         return outcome;
     for (std::size_t i = 1; i < commands.size(); ++i) {
         if (replies[i].is(Kind::error))
-            return backendFailed(redisRefusal(commands[i].front(), replies[i].text, true));
+            return backendFailed(redisRefusal(commands[i].front(), replies[i].text, replies[i].quotable));
         if (!replies[i].isStatus(i == 1 ? "PONG" : "OK"))
             return notUnderstood(commands[i].front());
     }

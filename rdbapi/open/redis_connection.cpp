@@ -7,6 +7,7 @@
 #include <poll.h>
 #include <sys/socket.h>
 #include <system_error>
+#include <utility>
 
 namespace rdbopen {
 
@@ -22,11 +23,17 @@ void append(std::string& bytes, const RedisCommand& command) {
     }
 }
 
+//  The beginning of an alert record (RFC 8446 section 5.1), with which such a server answers to anything but TLS.
+bool isTlsAlert(std::string_view bytes) {
+    return bytes.starts_with("\x15\x03");
+}
+
 }  // namespace
 
 std::string RedisConnection::connect(const Server& server, const Waiter& waiter, std::chrono::milliseconds& until) {
     if (!parser_.reset())
         return parser_.reason();
+    silent_ = true;
     return stream_.connect(server, waiter, until);
 }
 
@@ -50,6 +57,8 @@ std::string RedisConnection::exchange(const std::vector<RedisCommand>& commands,
 std::string RedisConnection::takeReply(RedisReply& reply, const Waiter& waiter, std::chrono::milliseconds until) {
     for (;;) {
         const RedisReplyParser::Result result = parser_.next(reply);
+        if (result == RedisReplyParser::Result::complete)
+            markQuotable(reply);
         if (result != RedisReplyParser::Result::incomplete)
             return result == RedisReplyParser::Result::complete ? std::string() : parser_.reason();
         if (monotonicNow() >= until)  // also when the server never pauses
@@ -64,12 +73,26 @@ std::string RedisConnection::takeReply(RedisReply& reply, const Waiter& waiter, 
     }
 }
 
+void RedisConnection::markQuotable(RedisReply& reply) const {
+    if (reply.is(RedisReply::Kind::error))
+        reply.quotable = redisQuotable(reply.text, secrets_);
+    for (RedisReply& element : reply.elements)
+        markQuotable(element);
+}
+
 std::string RedisConnection::takeBytes(bool& wouldWait) {
     char bytes[16384];
     const ssize_t taken = recv(descriptor(), bytes, sizeof bytes, 0);
+    const bool reset = taken < 0 && errno == ECONNRESET;
+    if (silent_ && (taken == 0 || reset))
+        return "the server closed the connection before its first answer, as servers do that speak TLS only at their "
+               "port";
     if (taken == 0)
         return "the server closed the connection";
     if (taken > 0) {
+        if (std::exchange(silent_, false) && isTlsAlert({bytes, static_cast<std::size_t>(taken)}))
+            return "the server speaks TLS only at this port, which this back end does not: it needs a tunnel or a "
+                   "plain port";
         parser_.feed({bytes, static_cast<std::size_t>(taken)});
         return {};
     }
@@ -84,7 +107,7 @@ std::string RedisConnection::checkQuiet() {
         return reason;
     RedisReply unasked;
     if (parser_.next(unasked) == RedisReplyParser::Result::complete && unasked.is(RedisReply::Kind::error))
-        return redisRefusal("connection", unasked.text, false);
+        return redisRefusal("connection", unasked.text, 0);
     return "the server sent what it was not asked for";
 }
 

@@ -19,6 +19,9 @@ using RedisCommand = std::vector<std::string>;
 
 class RedisConnection {
 public:
+    //  Sets what no error of the server may be quoted with from now on, such as the words of a login.
+    void conceal(std::vector<std::string> secrets) { secrets_ = std::move(secrets); }
+
     //  As TcpStream::connect.
     std::string connect(const Server& server, const Waiter& waiter, std::chrono::milliseconds& until);
 
@@ -37,8 +40,12 @@ private:
     std::string takeBytes(bool& wouldWait);
     std::string takeReply(RedisReply& reply, const Waiter& waiter, std::chrono::milliseconds until);
 
+    void markQuotable(RedisReply& reply) const;
+
     TcpStream stream_;
     RedisReplyParser parser_;
+    bool silent_ = true;  // the server has not sent a byte yet
+    std::vector<std::string> secrets_;
 };
 
 }  // namespace rdbopen

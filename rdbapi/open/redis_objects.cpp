@@ -76,7 +76,7 @@ Outcome notUnderstood(std::string_view command) {
 }
 
 Outcome refusedByRedis(std::string_view command, const RedisReply& answer) {
-    std::string reason = redisRefusal(command, answer.text, true);
+    std::string reason = redisRefusal(command, answer.text, answer.quotable);
     return redisEndsConnection(answer.text) ? backendFailed(std::move(reason)) : serverRefused(std::move(reason));
 }
 

@@ -8,6 +8,7 @@ namespace rdbopen {
 namespace {
 
 constexpr std::size_t longestQuote = 120;
+constexpr std::size_t leastSecret = 4;  // bytes of a secret in a row that give it away
 
 struct Meaning {
     std::string_view beginning;  // of the answer
@@ -37,6 +38,7 @@ constexpr Meaning meanings[] = {
     {"CLUSTERDOWN", "the server is part of a cluster, which is not supported", true},
     {"DENIED", "the server is in protected mode and takes connections of its own machine only"},
     {"ERR max number of clients reached", "the server has too many connections"},
+    {"ERR unknown command", "the command is renamed or switched off at this server, or it is a Sentinel"},
     {"ERR DB index is out of range", "the server has no database of this number"},
 };
 
@@ -55,6 +57,14 @@ std::string printable(std::string_view answer) {
     return text;
 }
 
+std::string smallLetters(std::string_view text) {
+    std::string small(text);
+    for (char& c : small)
+        if (c >= 'A' && c <= 'Z')
+            c = static_cast<char>(c - 'A' + 'a');
+    return small;
+}
+
 }  // namespace
 
 bool redisEndsConnection(std::string_view answer) {
@@ -63,7 +73,20 @@ bool redisEndsConnection(std::string_view answer) {
                        [answer](std::string_view ending) { return answer.starts_with(ending); });
 }
 
-std::string redisRefusal(std::string_view command, std::string_view answer, bool quote) {
+std::size_t redisQuotable(std::string_view answer, std::span<const std::string> secrets) {
+    const std::string text = smallLetters(answer.substr(0, discarded.size() + longestQuote + leastSecret));
+    std::size_t quotable = text.size();
+    for (const std::string& one : secrets) {
+        const std::string secret = smallLetters(one);
+        const std::size_t length = std::min(leastSecret, secret.size());
+        for (std::size_t i = 0; length != 0 && i + length <= secret.size(); ++i)
+            quotable = std::min(quotable, text.find(secret.substr(i, length)));
+    }
+    return quotable;
+}
+
+std::string redisRefusal(std::string_view command, std::string_view answer, std::size_t quotable) {
+    const std::string_view quoted = withoutDiscarded(answer.substr(0, quotable));
     answer = withoutDiscarded(answer);
     std::string subject = std::string(command) + " refused: ";
     for (const Meaning& meaning : meanings)
@@ -71,7 +94,7 @@ std::string redisRefusal(std::string_view command, std::string_view answer, bool
             std::string text = meaning.general ? "refused: " : std::move(subject);
             return text.append(meaning.words).append(" (").append(meaning.beginning).append(")");
         }
-    return subject + (quote ? printable(answer) : "the answer is none of the usual ones");
+    return subject + (quoted.empty() ? "the answer is none of the usual ones" : printable(quoted));
 }
 
 }  // namespace rdbopen

@@ -2,6 +2,7 @@
 #ifndef RDBAPI_OPEN_REDIS_REFUSAL_H
 #define RDBAPI_OPEN_REDIS_REFUSAL_H
 
+#include <span>
 #include <string>
 #include <string_view>
 
@@ -11,10 +12,14 @@ namespace rdbopen {
 //  become a replica, so that another one has the name now or will have it.
 bool redisEndsConnection(std::string_view answer);
 
+//  Returns how many bytes at the beginning of an error answer may be quoted: those before the first 4 that are also, in
+//  capitals or not, somewhere in one of secrets, or before the whole of a shorter one. A server or a proxy may repeat
+//  what it was sent, complete or cut off, and so the login. Bytes that are too far back for a quote count as secret.
+std::size_t redisQuotable(std::string_view answer, std::span<const std::string> secrets);
+
 //  Returns the reason why command was refused with the error answer. An answer without words of its own is quoted, at
-//  most 120 bytes of it and printable ones only, when quote allows it: a server may repeat in it what it was sent, and
-//  so the password of a login.
-std::string redisRefusal(std::string_view command, std::string_view answer, bool quote);
+//  most 120 bytes of its first quotable ones, printable ones only.
+std::string redisRefusal(std::string_view command, std::string_view answer, std::size_t quotable);
 
 }  // namespace rdbopen
 

@@ -30,6 +30,7 @@ struct RedisReply {
     long long integer = 0;             // of an integer
     std::string text;                  // of a status, an error, a text; any bytes
     std::vector<RedisReply> elements;  // of an array
+    std::size_t quotable = 0;          // bytes at the beginning of an error that may be repeated to an operator
 
     bool is(Kind wanted) const noexcept { return kind == wanted; }
     bool isStatus(std::string_view wanted) const noexcept { return kind == Kind::status && text == wanted; }

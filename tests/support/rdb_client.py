@@ -23,6 +23,7 @@ Syslog gives the sandbox a /dev of its own with the usual devices and the socket
 lines() are the texts without priority and time, such as "python3: rdbapi: dns://...: works again".
 """
 
+import contextlib
 import json
 import os
 import re
@@ -60,18 +61,32 @@ _HEADER = re.compile(r"^<(\d+)>(?:\w{3} [ \d]\d \d\d:\d\d:\d\d )?")
 class Syslog:
     """What the programs of one sandbox write to syslog. At most one for each sandbox."""
 
-    def __init__(self, sandbox):
+    def __init__(self, sandbox, reading=True):
         sandbox.run("/bin/sh", "-c", _PRIVATE_DEV)
         self._socket = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
         self._socket.bind(str(sandbox.path("/dev/log")))
         sandbox.path("/dev/log").chmod(0o666)
         self._texts = []
         self._thread = threading.Thread(target=self._read, daemon=True)
-        self._thread.start()
+        if reading:
+            self._thread.start()
 
     def _read(self):
         while data := self._socket.recv(1 << 16):
             self._texts.append(data.rstrip(b"\n\0").decode(errors="backslashreplace"))
+
+    def fill(self):
+        """Fills the socket of a daemon that does not read: whoever waits for room in it waits for ever."""
+        with socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM) as sender:
+            sender.setblocking(False)
+            sender.connect(self._socket.getsockname())
+            with contextlib.suppress(BlockingIOError):
+                while True:
+                    sender.send(b"<27>full")
+
+    def read(self):
+        """Begins to read."""
+        self._thread.start()
 
     def raw(self):
         """All texts so far as they came, with priority and time."""
@@ -87,7 +102,8 @@ class Syslog:
 
     def close(self):
         self._socket.shutdown(socket.SHUT_RDWR)
-        self._thread.join()
+        if self._thread.ident is not None:
+            self._thread.join()
         self._socket.close()
 
 

@@ -89,9 +89,9 @@ class Proxy:
 class Bed:
     """Nothing runs at first; the client's child starts with its first connection."""
 
-    def __init__(self):
+    def __init__(self, reading=True):
         self.sandbox = Sandbox()
-        self.log = Syslog(self.sandbox)
+        self.log = Syslog(self.sandbox, reading)
         self.server = Server(self.sandbox)
         self.client = None
         self.handle = None

@@ -219,6 +219,20 @@ TEST_F(RedisConnection, MoreAnswersThanQuestionsFailIt) {
     EXPECT_EQ(second.code, errorBackendFailed);
 }
 
+//  A server with TLS only does not always send an alert before it closes.
+TEST_F(RedisConnection, AnEndBeforeTheFirstAnswerNamesTlsAsACause) {
+    const std::string reason =
+        "the server closed the connection before its first answer, as servers do that speak TLS only at their port";
+    failRecv = ECONNRESET;
+    EXPECT_EQ(backend->open(waiter).reason, reason);
+    backend->close();
+    server.answerAndClose("AUTH", "");
+    EXPECT_EQ(backend->open(waiter).reason, reason);
+    backend->close();
+    server.answerAndClose("PING", "");
+    EXPECT_EQ(backend->open(waiter).reason, "the server closed the connection");
+}
+
 TEST_F(RedisConnection, FailingSystemCallsFailItWithTheirReason) {
     const struct {
         std::atomic<int>& call;
@@ -229,7 +243,7 @@ TEST_F(RedisConnection, FailingSystemCallsFailItWithTheirReason) {
                 {failConnect, ECONNREFUSED, "cannot be reached: "},
                 {failSend, EPIPE, "the connection was lost: "},
                 {failSend, ECONNRESET, "the connection was lost: "},
-                {failRecv, ECONNRESET, "the connection was lost: "},
+                {failRecv, ETIMEDOUT, "the connection was lost: "},
                 {failRecv, ENOMEM, "the connection was lost: "}};
     for (const auto& row : rows) {
         row.call = row.error;

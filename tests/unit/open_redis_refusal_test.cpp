@@ -107,6 +107,44 @@ TEST_F(RedisRefusals, AnErrorToAQueuedCommandNamesItsCause) {
     EXPECT_EQ(backend->probe().code, 0);
 }
 
+TEST_F(RedisRefusals, AnAnswerThatRepeatsTheLoginIsQuotedWithoutIt) {
+    const std::string secret = "hunter2-password";
+    std::string reason;
+    makeBackend(server.url(), {"somebody", secret}, backend, reason);
+    const std::string quoting = "-ERR odd: AUTH somebody " + secret + "\r\n";
+    const auto expectWithout = [](const Outcome& outcome, const std::string& words) {
+        EXPECT_NE(outcome.code, errorNone);
+        EXPECT_EQ(outcome.reason, words);
+    };
+    server.answer("AUTH", quoting);
+    expectWithout(backend->open(plainWaiter), "AUTH refused: the answer is none of the usual ones");
+    backend->close();
+    server.answer("PING", quoting);
+    expectWithout(backend->open(plainWaiter), "PING refused: ERR odd: AUTH ");
+    backend->close();
+    ASSERT_EQ(backend->open(plainWaiter).code, 0);
+    server.answer("HLEN", quoting);
+    expectWithout(backend->tagImport(usableTag("host1")), "HLEN refused: ERR odd: AUTH ");
+    server.answer("EXEC", "*1\r\n" + quoting);
+    expectWithout(backend->tagImport(usableTag("host1")), "HSET refused: ERR odd: AUTH ");
+    server.answer("PING", quoting);
+    expectWithout(backend->probe(), "PING refused: ERR odd: AUTH ");
+}
+
+TEST_F(RedisRefusals, AServerThatSpeaksTlsOnlyIsNamed) {
+    backend->close();
+    server.answerAndClose("AUTH", std::string("\x15\x03\x03\x00\x02\x02\x46", 7));
+    const Outcome outcome = backend->open(plainWaiter);
+    EXPECT_EQ(outcome.code, errorBackendFailed);
+    EXPECT_EQ(
+        outcome.reason,
+        "the server speaks TLS only at this port, which this back end does not: it needs a tunnel or a plain port");
+    backend->close();
+    ASSERT_EQ(backend->open(plainWaiter).code, 0);
+    server.answer("PING", "\x15\x03\x03");  // such bytes later on are no answer to the first ones
+    EXPECT_EQ(backend->probe().reason, "the server does not speak the Redis protocol");
+}
+
 TEST_F(RedisRefusals, AnErrorInsideTheTransactionsAnswerIsARefusal) {
     holdTag();
     server.answer("EXEC", "*6\r\n:1\r\n$3\r\n1-1\r\n-NOPERM ACLs rules changed\r\n:1\r\n:1\r\n:0\r\n");

@@ -86,20 +86,58 @@ TEST_F(RedisParser, AnAnnouncedArrayTakesNoMemoryBeyondItsShare) {
 }
 
 TEST(RedisRefusal, HasWordsForTheUsualAnswers) {
-    EXPECT_EQ(redisRefusal("HSET", "OOM command not allowed when used memory > 'maxmemory'.", true),
+    EXPECT_EQ(redisRefusal("HSET", "OOM command not allowed when used memory > 'maxmemory'.", 0),
               "refused: the server's memory limit is reached (OOM)");
-    EXPECT_EQ(redisRefusal("EXEC", "EXECABORT Transaction discarded because of: READONLY You can't write", true),
+    EXPECT_EQ(redisRefusal("EXEC", "EXECABORT Transaction discarded because of: READONLY You can't write", 0),
               "refused: the server is a read-only replica (READONLY)");
 }
 
 TEST(RedisRefusal, QuotesOthersPrintableAndCut) {
-    EXPECT_EQ(redisRefusal("HSET", "ERR odd\n\x1b[31m\xff", true), "HSET refused: ERR odd??[31m?");
-    EXPECT_EQ(redisRefusal("HSET", std::string(500, 'x'), true), "HSET refused: " + std::string(120, 'x'));
+    EXPECT_EQ(redisRefusal("HSET", "ERR odd\n\x1b[31m\xff", 500), "HSET refused: ERR odd??[31m?");
+    EXPECT_EQ(redisRefusal("HSET", std::string(500, 'x'), 500), "HSET refused: " + std::string(120, 'x'));
+    EXPECT_EQ(redisRefusal("EXEC", "EXECABORT Transaction discarded because of: ERR odd", 500),
+              "EXEC refused: ERR odd");
 }
 
-TEST(RedisRefusal, QuotesNothingWhenToldSo) {
-    EXPECT_EQ(redisRefusal("AUTH", "ERR unknown command 'AUTH', with args beginning with: 'u' 'secret'", false),
-              "AUTH refused: the answer is none of the usual ones");
+TEST(RedisRefusal, QuotesNoMoreThanItMay) {
+    EXPECT_EQ(redisRefusal("HSET", "ERR in front of a secret", 7), "HSET refused: ERR in ");
+    EXPECT_EQ(redisRefusal("AUTH", "ERR with u and secret", 0), "AUTH refused: the answer is none of the usual ones");
+}
+
+TEST(RedisRefusal, ACommandThatTheServerLacksIsRenamedOrOffThere) {
+    EXPECT_EQ(redisRefusal("AUTH", "ERR unknown command 'AUTH', with args beginning with: 'u' 'secret'", 0),
+              "AUTH refused: the command is renamed or switched off at this server, or it is a Sentinel (ERR unknown "
+              "command)");
+}
+
+TEST(RedisRefusal, AQuoteEndsBeforeTheFirstPieceOfASecret) {
+    const struct {
+        const char* answer;
+        std::vector<std::string> secrets;
+        const char* quote;
+    } rows[] = {
+        {"ERR odd", {"user1", "secret"}, "ERR odd"},
+        {"ERR no AUTH user1 secret", {"user1", "secret"}, "ERR no AUTH "},
+        {"ERR no AUTH secret", {"user1", "secret"}, "ERR no AUTH "},
+        {"ERR cut: 'secr", {"user1", "secret"}, "ERR cut: '"},
+        {"ERR end: ret, cret", {"user1", "secret"}, "ERR end: ret, "},
+        {"ERR SeCrEt", {"user1", "sEcReT"}, "ERR "},
+        {"ERR pw!", {"user1", "pw"}, "ERR "},
+        {"ERR any", {"", ""}, "ERR any"},
+        {"secret", {"user1", "secret"}, ""},
+    };
+    for (const auto& row : rows)
+        EXPECT_EQ(std::string_view(row.answer).substr(0, redisQuotable(row.answer, row.secrets)), row.quote);
+}
+
+TEST(RedisRefusal, NoPieceOfASecretIsQuotedWhereverItIsInTheAnswer) {
+    const std::string secret = "0123456789";
+    for (std::size_t at = 0; at < 300; ++at)
+        for (const char* prefix : {"", "EXECABORT Transaction discarded because of: "}) {
+            const std::string answer = prefix + std::string(at, '.') + secret;
+            const std::string reason = redisRefusal("X", answer, redisQuotable(answer, {&secret, 1}));
+            EXPECT_EQ(reason.find("0123"), std::string::npos) << at;
+        }
 }
 
 }  // namespace
