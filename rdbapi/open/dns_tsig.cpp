@@ -150,12 +150,15 @@ bool sameInLowerCase(View name, View lower) {
                       [](std::uint8_t a, std::uint8_t b) { return (a >= 'A' && a <= 'Z' ? a - 'A' + 'a' : a) == b; });
 }
 
+//  A server that forwards updates asks the primary with an ID of its own and gives the answer the client's ID again. The
+//  primary has signed its answer with the forwarder's ID, which is the original ID of the signature (RFC 8945 section
+//  5.3). That the answer belongs to the request is known from the request's mac, which is part of what is signed.
 bool isGenuine(View message, const SignaturePlace& place, const Signature& signature, const SignedRequest& request,
                const TsigKey& key) {
-    if (!ownerIs(message, place.owner, key.name) || !sameInLowerCase(signature.algorithm, nameBytes(key.algorithm)) ||
-        read16(signature.id) != request.id)
+    if (!ownerIs(message, place.owner, key.name) || !sameInLowerCase(signature.algorithm, nameBytes(key.algorithm)))
         return false;
     DnsBytes unsigned_message(message.begin(), message.begin() + static_cast<std::ptrdiff_t>(place.owner));
+    std::copy(signature.id.begin(), signature.id.end(), unsigned_message.begin());
     const unsigned additional = readDns16(&message[additionalAt]) - 1;
     unsigned_message[additionalAt] = static_cast<std::uint8_t>(additional >> 8);
     unsigned_message[additionalAt + 1] = static_cast<std::uint8_t>(additional);

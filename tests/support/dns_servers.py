@@ -20,7 +20,7 @@ import dns.rdata
 import dns.rdatatype
 import dns.tsigkeyring
 from netns import inside
-from sandbox import PATIENCE
+from sandbox import PATIENCE, wait_until
 
 ZONE = "example.test"
 NAME = "host1." + ZONE
@@ -167,9 +167,14 @@ class Bind(Server):
     journal = "zone.jnl"
     small = "64k"
 
+    addresses = ("127.0.0.1", "::1")
+
     def __init__(self, sandbox, **options):
-        sandbox.run("mount", "-t", "tmpfs", "-o", "mode=755", "tmpfs", self.folder)
+        self.make_place(sandbox)
         super().__init__(sandbox, **options)
+
+    def make_place(self, sandbox):
+        sandbox.run("mount", "-t", "tmpfs", "-o", "mode=755", "tmpfs", self.folder)
 
     def use_folder(self, folder):
         self.journal = f"{folder}/zone.jnl"
@@ -182,28 +187,60 @@ class Bind(Server):
         self.sandbox.path(f"{self.folder}/zone.jnl").unlink(missing_ok=True)
         self.write_zone()
 
-    def configuration(self):
-        keys = [f'key "{k}" {{ algorithm {self.algorithm}; secret "{s}"; }};' for k, s in self.keys.items()]
+    def zone_statement(self):
         grants = []
         for name in self.allowed:
             grants += [f'grant "{self.granted}" name {name}. AAAA HTTPS;']
             grants += [f'grant "{self.granted}" wildcard *._https.{name}. HTTPS;']
-        zone = [
+        return [
             f'zone "{ZONE}" {{ type primary; file "zone"; journal "{self.journal}";',
             f'allow-transfer {{ key "{READER}"; }}; update-policy {{ {" ".join(grants)} }}; }};',
         ]
+
+    def configuration(self):
+        keys = [f'key "{k}" {{ algorithm {self.algorithm}; secret "{s}"; }};' for k, s in self.keys.items()]
+        ipv4 = " ".join(f"{address};" for address in self.addresses if ":" not in address)
+        ipv6 = " ".join(f"{address};" for address in self.addresses if ":" in address)
         return "\n".join(
             [
                 f'options {{ directory "{self.folder}"; pid-file none; lock-file none; session-keyfile none;',
-                "listen-on { 127.0.0.1; }; listen-on-v6 { ::1; }; recursion no; dnssec-validation no; notify no;",
+                f"listen-on {{ {ipv4} }}; listen-on-v6 {{ {ipv6} }}; recursion no; dnssec-validation no; notify no;",
                 "empty-zones-enable no; };",
                 "controls { };",
                 "logging { channel out { stderr; }; category default { out; }; category xfer-out { null; }; };",
                 *keys,
-                *(zone if self.has_zone else []),
+                *(self.zone_statement() if self.has_zone else []),
                 "",
             ]
         )
+
+
+class SecondBind(Bind):
+    """Another BIND beside the first, on 127.0.0.2. Without a configuration of its own it is a primary, too."""
+
+    folder = "/var/lib/bind/second"
+    addresses = ("127.0.0.2",)
+
+    def make_place(self, sandbox):
+        sandbox.run("ip", "addr", "add", "127.0.0.2/8", "dev", "lo")  # BIND listens on addresses of interfaces only
+
+
+class ForwardingBind(SecondBind):
+    """A secondary of the first BIND, which passes updates on to it."""
+
+    def zone_statement(self):
+        return [
+            f'zone "{ZONE}" {{ type secondary; file "zone"; primaries {{ 127.0.0.1 key "{READER}"; }};',
+            "allow-update-forwarding { any; }; };",
+        ]
+
+    def start(self):
+        """Also waits until it has the zone."""
+        super().start()
+        wait_until(lambda: self.sandbox.run("dig", "@127.0.0.2", "+short", "SOA", ZONE), "the transfer of the zone")
+
+    def write_zone(self):
+        pass
 
 
 class Knot(Server):

@@ -4,10 +4,10 @@ import pytest
 
 pytest.importorskip("dns.tsigkeyring", reason="dnspython is not installed (python3-dnspython)")
 
-from dns_bed import SERVER_REFUSED  # noqa: E402
+from dns_bed import OK, SERVER_REFUSED  # noqa: E402
 from dns_cases import DnsCases, bed  # noqa: E402
 from dns_reply_cases import NOT_AUTH, DnsReplyCases  # noqa: E402
-from dns_servers import Bind  # noqa: E402
+from dns_servers import Bind, ForwardingBind  # noqa: E402
 
 __all__ = ["bed"]
 
@@ -24,3 +24,15 @@ class TestBind(DnsCases):
 class TestRepliesOfBind(DnsReplyCases):
     Server = Bind
     without_zone = (SERVER_REFUSED, NOT_AUTH)
+
+
+class TestForwardingBind:
+    Server = Bind
+
+    def test_51_an_update_that_a_secondary_passes_on_to_the_primary_is_made(self, bed):
+        forwarder = ForwardingBind(bed.sandbox)
+        forwarder.start()
+        bed.connected("?check=0", server="127.0.0.2")
+        assert bed.update(["2001:db8::a"], [443]) == (OK, "ok")
+        assert bed.holds(["2001:db8::a"], [443])
+        assert bed.log.lines("rdbapi: dns://") == []

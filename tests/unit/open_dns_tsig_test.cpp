@@ -172,6 +172,21 @@ TEST(TsigAnswer, SignedOverAnotherRequestNeverCounts) {
     EXPECT_EQ(read(signMessage(answerFor(request), {}, signingFor(request)), request).trust, Trust::none);
 }
 
+//  The primary has answered the forwarder's ID, which the forwarder has put back to the request's.
+TEST(TsigAnswer, PassedOnByAForwarderCountsWholeByItsOriginalId) {
+    const SignedRequest request = requestWith();
+    for (const unsigned forwarders : {4712U, 4711U ^ 0xffffU}) {
+        const DnsBytes bare = plainAnswer(forwarders, 0, 0, {{"host1.example.org", typeText, fromHex("03 616263")}});
+        DnsBytes message = signMessage(bare, request.mac, signingFor(request));
+        EXPECT_EQ(read(message, request).reason, "the answer belongs to another request");
+        message[0] = static_cast<std::uint8_t>(request.id >> 8);
+        message[1] = static_cast<std::uint8_t>(request.id);
+        const Answer answer = read(message, request);
+        ASSERT_EQ(answer.trust, Trust::whole) << answer.reason;
+        EXPECT_EQ(ldns_pkt_id(answer.packet.get()), request.id);
+    }
+}
+
 TEST(TsigAnswer, WithAnyHeaderFieldWrongNeverCounts) {
     const SignedRequest request = requestWith();
     const struct {
