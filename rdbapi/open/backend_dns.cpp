@@ -221,8 +221,10 @@ int makeDnsBackend(const Url& url, const Credentials& credentials, std::unique_p
         reason = "the user is not the name of a key";
         return errorBadUrl;
     }
-    //  ldns signs with this library, whose clean-up at exit would take it away from a thread that still signs.
-    OPENSSL_init_crypto(OPENSSL_INIT_NO_ATEXIT, nullptr);
+    //  Signatures are made with this library. Its clean-up at exit would take it away from a thread that still signs, and
+    //  its configuration (OPENSSL_CONF or openssl.cnf) could load code of whoever started the program, or forbid the
+    //  algorithms.
+    OPENSSL_init_crypto(OPENSSL_INIT_NO_ATEXIT | OPENSSL_INIT_NO_LOAD_CONFIG, nullptr);
     backend = std::make_unique<DnsBackend>(std::move(zone), std::move(key_name), credentials.password);
     return errorNone;
 }

@@ -26,6 +26,35 @@ class TestRepliesOfBind(DnsReplyCases):
     without_zone = (SERVER_REFUSED, NOT_AUTH)
 
 
+#  With it OpenSSL offers no algorithm at all, since the FIPS module is not loaded.
+FIPS_ONLY = """openssl_conf = init
+[init]
+alg_section = algorithms
+[algorithms]
+default_properties = fips=yes
+"""
+
+
+class TestOpenSslConfiguration:
+    Server = Bind
+
+    def test_52_the_file_that_the_environment_names_is_not_read(self, bed):
+        bed.sandbox.path("/mnt/fips.cnf").write_text(FIPS_ONLY)
+        bed.connected("?check=0", environment={"OPENSSL_CONF": "/mnt/fips.cnf"})
+        assert bed.update(["2001:db8::a"], [443]) == (OK, "ok")
+
+    def test_53_the_fifo_that_the_environment_names_stops_nothing(self, bed):
+        bed.sandbox.run("mkfifo", "/mnt/fifo")
+        bed.connected("?check=0", environment={"OPENSSL_CONF": "/mnt/fifo"})
+        assert bed.update(["2001:db8::a"], [443]) == (OK, "ok")
+
+    def test_54_the_machines_own_file_is_not_read(self, bed):
+        bed.sandbox.path("/mnt/fips.cnf").write_text(FIPS_ONLY)
+        bed.sandbox.run("mount", "--bind", "/mnt/fips.cnf", "/etc/ssl/openssl.cnf")
+        bed.connected("?check=0")
+        assert bed.update(["2001:db8::a"], [443]) == (OK, "ok")
+
+
 class TestForwardingBind:
     Server = Bind
 
