@@ -178,16 +178,15 @@ std::string headerFault(View message, const SignedRequest& request) {
     return (flags & flagTruncated) != 0 ? "the answer is cut short" : "";
 }
 
-std::string unsignedReason(View message) {
-    const unsigned rcode = message[rcodeAt] & 0xf;
-    return "the answer is not signed" + (rcode == rcodeNoError ? std::string() : " (" + rcodeWords(rcode) + ")");
+unsigned headerCode(View message) {
+    return message[rcodeAt] & 0xf;
 }
 
 //  A signature without a mac signs nothing.
 Answer unsignedAnswer(View message, unsigned error) {
-    const bool refusal = (message[rcodeAt] & 0xf) == rcodeNotAuth && (error == tsigBadKey || error == tsigBadSig);
+    const bool refusal = headerCode(message) == rcodeNotAuth && (error == tsigBadKey || error == tsigBadSig);
     return refusal ? Answer{Trust::refusal, tsigErrorWords(error), nullptr}
-                   : Answer{Trust::none, unsignedReason(message), nullptr};
+                   : Answer{Trust::none, unsignedWords(headerCode(message)), nullptr};
 }
 
 std::string refusalReason(const Signature& signature, const SignedRequest& request) {
@@ -259,7 +258,7 @@ Answer readAnswer(View message, const SignedRequest& request, const TsigKey& key
     if (layout == DnsLayout::malformed)
         return worthless("the answer is malformed");
     if (layout == DnsLayout::bare)
-        return worthless(unsignedReason(message));
+        return worthless(unsignedWords(headerCode(message)));
     Signature signature;
     if (!parseSignature(message.subspan(place.data), signature))
         return worthless("the signature of the answer is malformed");

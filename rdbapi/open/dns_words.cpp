@@ -13,11 +13,18 @@ struct Words {
 };
 
 constexpr Words rcodes[] = {
-    {1, "FORMERR: the server does not understand the message"},  {2, "SERVFAIL: the server failed; its log says why"},
-    {3, "NXDOMAIN: the server does not have the name"},          {4, "NOTIMP: the server does not take updates"},
-    {5, "REFUSED: the server does not allow this key to do it"}, {6, "YXDOMAIN: a name exists that must not"},
-    {7, "YXRRSET: a record set exists that must not"},           {8, "NXRRSET: a record set is missing"},
-    {9, "NOTAUTH: the server is not the primary of the zone"},   {10, "NOTZONE: the name is not in the zone"},
+    {1, "FORMERR: the server does not understand the message"},
+    {2, "SERVFAIL: the server failed; its log says why"},
+    {3, "NXDOMAIN: the server does not have the name"},
+    {4, "NOTIMP: the server does not take updates"},
+    {rcodeRefused,
+     "REFUSED: the key may not do this (its policy needs AAAA and HTTPS), or the zone is frozen, takes no "
+     "updates or is not on this server"},
+    {6, "YXDOMAIN: a name exists that must not"},
+    {7, "YXRRSET: a record set exists that must not"},
+    {8, "NXRRSET: a record set is missing"},
+    {rcodeNotAuth, "NOTAUTH: the server is not the primary of the zone"},
+    {10, "NOTZONE: the name is not in the zone"},
 };
 
 constexpr Words tsigErrors[] = {
@@ -35,6 +42,17 @@ std::string wordsFor(std::span<const Words> known, unsigned code, const char* su
 
 std::string rcodeWords(unsigned rcode) {
     return wordsFor(rcodes, rcode, "the server answers with code ");
+}
+
+//  PowerDNS answers a key that it does not accept with NOTAUTH to questions and with REFUSED to updates, both unsigned.
+std::string unsignedWords(unsigned rcode) {
+    std::string text = "the answer is not signed";
+    if (rcode == rcodeNoError)
+        return text;
+    std::string words = rcodeWords(rcode);
+    if (rcode == rcodeNotAuth || rcode == rcodeRefused)
+        words.insert(words.find(": ") + 2, "the key's name, algorithm or secret is wrong, or ");
+    return text.append(" (").append(words).append(")");
 }
 
 std::string tsigErrorWords(unsigned error) {

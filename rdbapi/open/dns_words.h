@@ -10,6 +10,7 @@ namespace rdbopen {
 //  Codes of a message's header (RFC 1035 section 4.1.1, RFC 2136 section 2.2) and of a signature (RFC 8945 section 3).
 inline constexpr unsigned rcodeNoError = 0;
 inline constexpr unsigned rcodeNxDomain = 3;
+inline constexpr unsigned rcodeRefused = 5;
 inline constexpr unsigned rcodeYxRrset = 7;
 inline constexpr unsigned rcodeNotAuth = 9;
 inline constexpr unsigned tsigBadSig = 16;
@@ -20,6 +21,9 @@ inline constexpr unsigned tsigBadTrunc = 22;
 //  Returns the text for a code other than 0.
 std::string rcodeWords(unsigned rcode);
 std::string tsigErrorWords(unsigned error);
+
+//  Returns the text for an answer without a signature; rcode may be rcodeNoError.
+std::string unsignedWords(unsigned rcode);
 
 //  Returns the text for an alias that keeps the records of owner away.
 std::string aliasWords(const std::string& owner);

@@ -1,9 +1,9 @@
 """Real DNS servers inside a sandbox, and what their zone holds.
 
-Both serve the zone ZONE on 127.0.0.1 and ::1, each from a folder of its own, and take updates signed by the key
-HOST_KEY for the names in `allowed`: AAAA and HTTPS at each, HTTPS at its _PORT._https children. READER, which no client
-under test knows, may transfer the zone. A server starts with the text `zone`, usually ZONE_FILE, which has other types
-at NAME and other names beside it.
+Each serves the zone ZONE on 127.0.0.1 and ::1 from a folder of its own and takes updates signed by the key HOST_KEY. BIND
+and Knot take them for the names in `allowed` only: AAAA and HTTPS at each, HTTPS at its _PORT._https children. READER,
+which no client under test knows, may transfer the zone. A server starts with the text `zone`, usually ZONE_FILE, which has
+other types at NAME and other names beside it.
 
     server = Bind(sandbox)
     server.start()
@@ -81,13 +81,14 @@ def belongs(line, name=NAME):
 
 
 class Server:
-    """What both servers have in common."""
+    """What the servers have in common."""
 
     ready = b""  # what the server prints when it answers
     reloaded = b""  # what it prints when it has read its configuration again
     program = ""
     package = ""
     folder = ""
+    conf = "conf"
     zone = ZONE_FILE
 
     def __init__(self, sandbox, algorithm="hmac-sha256"):
@@ -108,7 +109,7 @@ class Server:
         self.write("zone", self.zone)
 
     def start(self):
-        self.write("conf", self.configuration())
+        self.write(self.conf, self.configuration())
         self.process = self.sandbox.spawn(*self.command(), cwd=self.folder)
         self.process.wait_for_output(self.ready)
 
@@ -118,7 +119,7 @@ class Server:
 
     def reconfigure(self):
         """Makes the running server read its changed configuration."""
-        self.write("conf", self.configuration())
+        self.write(self.conf, self.configuration())
         before = self.process.output_so_far().count(self.reloaded)
         self.process.kill(signal.SIGHUP)
         while self.process.output_so_far().count(self.reloaded) == before:
@@ -168,6 +169,8 @@ class Bind(Server):
     small = "64k"
 
     addresses = ("127.0.0.1", "::1")
+    types = "AAAA HTTPS"  # that may be changed at the names themselves
+    takes_updates = True
 
     def __init__(self, sandbox, **options):
         self.make_place(sandbox)
@@ -182,6 +185,12 @@ class Bind(Server):
     def command(self):
         return ["named", "-f", "-n", "1", "-c", f"{self.folder}/conf"]
 
+    def control(self, *words):
+        """Gives rndc these words and waits until the server has done it."""
+        text = f'key "{READER}" {{ algorithm {self.algorithm}; secret "{self.keys[READER]}"; }};\n'
+        self.write("rndc.conf", f'{text}options {{ default-server {self.addresses[0]}; default-key "{READER}"; }};\n')
+        self.sandbox.run("rndc", "-c", f"{self.folder}/rndc.conf", *words)
+
     def forget(self):
         """Gives the stopped server its first zone again."""
         self.sandbox.path(f"{self.folder}/zone.jnl").unlink(missing_ok=True)
@@ -190,11 +199,12 @@ class Bind(Server):
     def zone_statement(self):
         grants = []
         for name in self.allowed:
-            grants += [f'grant "{self.granted}" name {name}. AAAA HTTPS;']
+            grants += [f'grant "{self.granted}" name {name}. {self.types};']
             grants += [f'grant "{self.granted}" wildcard *._https.{name}. HTTPS;']
         return [
             f'zone "{ZONE}" {{ type primary; file "zone"; journal "{self.journal}";',
-            f'allow-transfer {{ key "{READER}"; }}; update-policy {{ {" ".join(grants)} }}; }};',
+            f'allow-transfer {{ key "{READER}"; }};',
+            f"update-policy {{ {' '.join(grants)} }}; }};" if self.takes_updates else "};",
         ]
 
     def configuration(self):
@@ -206,7 +216,7 @@ class Bind(Server):
                 f'options {{ directory "{self.folder}"; pid-file none; lock-file none; session-keyfile none;',
                 f"listen-on {{ {ipv4} }}; listen-on-v6 {{ {ipv6} }}; recursion no; dnssec-validation no; notify no;",
                 "empty-zones-enable no; };",
-                "controls { };",
+                f'controls {{ inet {self.addresses[0]} port 953 allow {{ any; }} keys {{ "{READER}"; }}; }};',
                 "logging { channel out { stderr; }; category default { out; }; category xfer-out { null; }; };",
                 *keys,
                 *(self.zone_statement() if self.has_zone else []),
@@ -290,6 +300,51 @@ class Knot(Server):
                 f"    update-owner-name: [{', '.join(names)}]",
                 f"  - id: transfer\n    key: {READER}\n    action: transfer",
                 *(zone if self.has_zone else []),
+                "",
+            ]
+        )
+
+
+class PowerDns(Server):
+    """Its keys and zones are in an SQLite database; a key may change all of a zone."""
+
+    program = "pdns_server"
+    package = "pdns-server, pdns-backend-sqlite3"
+    folder = "/mnt/pdns"
+    conf = "pdns.conf"
+    ready = b"ready to distribute questions"
+    schema = "/usr/share/pdns-backend-sqlite3/schema/schema.sqlite3.sql"
+    takes_updates = True
+
+    def command(self):
+        return ["pdns_server", f"--config-dir={self.folder}"]
+
+    def tool(self, *words):
+        return self.sandbox.run("pdnsutil", f"--config-dir={self.folder}", *words)
+
+    def write_zone(self):
+        super().write_zone()
+        self.write(self.conf, self.configuration())
+        self.sandbox.run("sqlite3", f"{self.folder}/db", f".read {self.schema}")
+        self.tool("load-zone", ZONE, f"{self.folder}/zone")
+        self.tool("set-meta", ZONE, "TSIG-ALLOW-AXFR", READER)
+        self.write_keys()
+
+    def write_keys(self):
+        """Makes the database, from which the running server reads, hold the keys as they are now."""
+        for name, text in self.keys.items():
+            self.tool("import-tsig-key", name, self.algorithm, text)
+        self.tool("set-meta", ZONE, "TSIG-ALLOW-DNSUPDATE", self.granted)
+
+    def configuration(self):
+        return "\n".join(
+            [
+                f"launch=gsqlite3\ngsqlite3-database={self.folder}/db\ngsqlite3-dnssec=yes",
+                f"local-address=127.0.0.1,::1\nsocket-dir={self.folder}\nguardian=no\ndaemon=no\ndisable-syslog=yes",
+                f"dnsupdate={'yes' if self.takes_updates else 'no'}\nallow-dnsupdate-from=127.0.0.0/8,::1",
+                "cache-ttl=0\nquery-cache-ttl=0\nnegquery-cache-ttl=0",
+                "domain-metadata-cache-ttl=0\nzone-cache-refresh-interval=0",
+                "loglevel=5",
                 "",
             ]
         )

@@ -20,7 +20,17 @@ BAD_SIG = "BADSIG: the password is not the secret that the server has for the ke
 BAD_KEY = "BADKEY: the server does not know the key with this algorithm, or does not allow it to do this"
 BAD_TIME = re.compile(r"BADTIME: the clocks differ, the server's is (\d+) s (ahead|behind)")
 NOT_AUTH = "NOTAUTH: the server is not the primary of the zone"
+REFUSED = (
+    "REFUSED: the key may not do this (its policy needs AAAA and HTTPS), or the zone is frozen, takes no updates or is not"
+    " on this server"
+)
 KEYS = {HOST_KEY: secret(HOST_KEY), READER: secret(READER)}
+
+
+def unsigned(reason):
+    """The text for an answer without a signature whose code has this text."""
+    word, _, text = reason.partition(": ")
+    return f"the answer is not signed ({word}: the key's name, algorithm or secret is wrong, or {text})"
 
 
 class DnsReplyCases:

@@ -6,8 +6,8 @@ pytest.importorskip("dns.tsigkeyring", reason="dnspython is not installed (pytho
 
 from dns_bed import OK, SERVER_REFUSED  # noqa: E402
 from dns_cases import DnsCases, bed  # noqa: E402
-from dns_reply_cases import NOT_AUTH, DnsReplyCases  # noqa: E402
-from dns_servers import Bind, ForwardingBind  # noqa: E402
+from dns_reply_cases import NOT_AUTH, REFUSED, DnsReplyCases  # noqa: E402
+from dns_servers import ZONE, Bind, ForwardingBind  # noqa: E402
 
 __all__ = ["bed"]
 
@@ -24,6 +24,25 @@ class TestBind(DnsCases):
 class TestRepliesOfBind(DnsReplyCases):
     Server = Bind
     without_zone = (SERVER_REFUSED, NOT_AUTH)
+
+    def test_45_a_policy_without_https_records_is_refused_with_this_cause_named(self, bed):
+        bed.change_server(types="AAAA")
+        bed.connected("?check=0")
+        assert bed.update(["2001:db8::a"], [443]) == (SERVER_REFUSED, REFUSED)
+        bed.change_server(types="AAAA HTTPS")
+        bed.wait_held(["2001:db8::a"], [443])
+
+    def test_46_a_frozen_zone_is_refused_with_this_cause_named(self, bed):
+        bed.connected("?check=0")
+        bed.server.control("freeze", ZONE)
+        assert bed.update(["2001:db8::a"], [443]) == (SERVER_REFUSED, REFUSED)
+        bed.server.control("thaw", ZONE)
+        bed.wait_held(["2001:db8::a"], [443])
+
+    def test_47_a_zone_that_takes_no_updates_is_refused_with_this_cause_named(self, bed):
+        bed.change_server(takes_updates=False)
+        bed.connected("?check=0")
+        assert bed.update(["2001:db8::a"], [443]) == (SERVER_REFUSED, REFUSED)
 
 
 #  With it OpenSSL offers no algorithm at all, since the FIPS module is not loaded.

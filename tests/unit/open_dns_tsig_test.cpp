@@ -86,6 +86,18 @@ TEST(TsigAnswer, UnsignedNeverCounts) {
               "the answer is not signed (SERVFAIL: the server failed; its log says why)");
 }
 
+TEST(TsigAnswer, WithoutASignatureNotAuthAndRefusedMayMeanTheKey) {
+    const SignedRequest request = requestWith();
+    const std::string key = "the key's name, algorithm or secret is wrong, or ";
+    const std::string not_auth = "the server is not the primary of the zone";
+    EXPECT_EQ(read(answerFor(request, rcodeNotAuth), request).reason,
+              "the answer is not signed (NOTAUTH: " + key + not_auth + ")");
+    EXPECT_EQ(rcodeWords(rcodeNotAuth), "NOTAUTH: " + not_auth);
+    const std::string refused = rcodeWords(rcodeRefused).substr(std::strlen("REFUSED: "));
+    EXPECT_EQ(read(answerFor(request, rcodeRefused), request).reason,
+              "the answer is not signed (REFUSED: " + key + refused + ")");
+}
+
 TEST(TsigAnswer, AnEmptySignatureIsARefusalForBadKeyAndBadSigOnly) {
     const SignedRequest request = requestWith();
     Signing signing = signingFor(request);
@@ -261,7 +273,9 @@ TEST(DnsWords, EachCodeHasWords) {
         {2, "SERVFAIL: the server failed; its log says why"},
         {3, "NXDOMAIN: the server does not have the name"},
         {4, "NOTIMP: the server does not take updates"},
-        {5, "REFUSED: the server does not allow this key to do it"},
+        {5,
+         "REFUSED: the key may not do this (its policy needs AAAA and HTTPS), or the zone is frozen, takes no updates "
+         "or is not on this server"},
         {6, "YXDOMAIN: a name exists that must not"},
         {7, "YXRRSET: a record set exists that must not"},
         {8, "NXRRSET: a record set is missing"},
