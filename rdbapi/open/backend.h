@@ -85,6 +85,10 @@ public:
     //  How long after the last exchange the worker makes probe and the checks. Zero for never.
     virtual std::chrono::milliseconds checkInterval() const noexcept { return {}; }
 
+    //  Says whether probe and the checks may be cut off at any wait, as those may that have a connection of their own. Then
+    //  each wait ends with callWaits as soon as a call waits, and how the check ends means nothing.
+    virtual bool checksGiveWay() const noexcept { return false; }
+
     //  Looks whether the connection is sound, and takes what made the watched descriptor readable.
     virtual Outcome probe() { return {}; }
 

@@ -17,6 +17,7 @@ namespace {
 
 constexpr std::chrono::milliseconds exchangeLimit{5000};
 constexpr std::chrono::milliseconds openLimit{10000};
+constexpr std::chrono::milliseconds checkLimit{10000};
 
 class DnsBackend : public Backend {
 public:
@@ -32,15 +33,16 @@ public:
     std::string refusal(std::string_view text, int code) override;
 
     std::chrono::milliseconds checkInterval() const noexcept override { return zone_.check; }
+    bool checksGiveWay() const noexcept override { return true; }
     Outcome checkMessage(std::string_view text) override;
 
 private:
     Outcome setsFor(const DnsRequest& request, std::vector<RecordSet>& sets) const;
     Outcome update(const DnsRequest& request) const;
     Outcome findAlias(DnsExchange& exchange, const std::vector<RecordSet>& sets, std::chrono::milliseconds until) const;
-    Outcome checkSet(DnsExchange& exchange, const RecordSet& set) const;
+    Outcome checkSet(DnsExchange& exchange, const RecordSet& set, std::chrono::milliseconds until) const;
     Outcome checkAlias(DnsExchange& exchange, const std::string& owner, std::chrono::milliseconds until) const;
-    Outcome checkAbsence(DnsExchange& exchange, const RecordSet& set) const;
+    Outcome checkAbsence(DnsExchange& exchange, const RecordSet& set, std::chrono::milliseconds until) const;
     std::string takeKey(TsigKey& key) const;
 
     const DnsZone zone_;
@@ -54,6 +56,11 @@ Outcome outcomeOf(const Answer& answer) {
     if (answer.trust == Trust::none)
         return backendFailed(answer.reason);
     return answer.trust == Trust::refusal ? serverRefused(answer.reason) : Outcome{};
+}
+
+//  When one exchange has to end that is a part of something with the limit until.
+std::chrono::milliseconds exchangeEnd(std::chrono::milliseconds until) {
+    return std::min(until, monotonicNow() + exchangeLimit);
 }
 
 std::uint16_t newId() {
@@ -79,8 +86,7 @@ Outcome DnsBackend::open(const Waiter& waiter) {
     DnsExchange exchange(waiter, std::move(key));
     if (std::string failed = exchange.connect(zone_.server, until); !failed.empty())
         return backendFailed(std::move(failed));
-    const Answer answer =
-        exchange.ask(queryMessage(newId(), zone_.zone, typeSoa), std::min(until, monotonicNow() + exchangeLimit));
+    const Answer answer = exchange.ask(queryMessage(newId(), zone_.zone, typeSoa), exchangeEnd(until));
     if (answer.trust != Trust::whole)
         return backendFailed(answer.reason);
     if (const unsigned rcode = rcodeOf(*answer.packet); rcode != rcodeNoError)
@@ -152,8 +158,8 @@ std::string DnsBackend::refusal(std::string_view text, int code) {
 }
 
 //  An alias at a name keeps every other record away from it. A set without records has nothing that could be kept away.
-Outcome DnsBackend::checkSet(DnsExchange& exchange, const RecordSet& set) const {
-    const Answer answer = exchange.ask(queryMessage(newId(), set.owner, set.type), monotonicNow() + exchangeLimit);
+Outcome DnsBackend::checkSet(DnsExchange& exchange, const RecordSet& set, std::chrono::milliseconds until) const {
+    const Answer answer = exchange.ask(queryMessage(newId(), set.owner, set.type), exchangeEnd(until));
     if (answer.trust != Trust::whole)
         return outcomeOf(answer);
     const unsigned rcode = rcodeOf(*answer.packet);
@@ -162,16 +168,16 @@ Outcome DnsBackend::checkSet(DnsExchange& exchange, const RecordSet& set) const 
     if (!ldns_pkt_aa(answer.packet.get()))
         return serverRefused("the server is not authoritative for " + set.owner);
     if (!set.records.empty() && answerHas(*answer.packet, set.owner, typeCname))
-        return checkAlias(exchange, set.owner, monotonicNow() + exchangeLimit);
+        return checkAlias(exchange, set.owner, until);
     if (answerHolds(*answer.packet, set))
         return {};
-    return set.records.empty() ? checkAbsence(exchange, set) : Outcome{errorNotHeld, {}};
+    return set.records.empty() ? checkAbsence(exchange, set, until) : Outcome{errorNotHeld, {}};
 }
 
 //  The alias of a wildcard looks in an answer like one that stands at the name (RFC 4592), but gives way to records that
 //  are added there. The condition of an update looks at the zone itself.
 Outcome DnsBackend::checkAlias(DnsExchange& exchange, const std::string& owner, std::chrono::milliseconds until) const {
-    const Answer answer = exchange.ask(absenceMessage(newId(), zone_.zone, owner, typeCname), until);
+    const Answer answer = exchange.ask(absenceMessage(newId(), zone_.zone, owner, typeCname), exchangeEnd(until));
     if (answer.trust != Trust::whole)
         return outcomeOf(answer);
     return rcodeOf(*answer.packet) == rcodeYxRrset ? serverRefused(aliasWords(owner)) : Outcome{errorNotHeld, {}};
@@ -179,9 +185,8 @@ Outcome DnsBackend::checkAlias(DnsExchange& exchange, const std::string& owner, 
 
 //  Records that a wildcard stands in for look like held ones, too. A server that does not answer to a condition gets the
 //  update again, which does no harm.
-Outcome DnsBackend::checkAbsence(DnsExchange& exchange, const RecordSet& set) const {
-    const Answer answer =
-        exchange.ask(absenceMessage(newId(), zone_.zone, set.owner, set.type), monotonicNow() + exchangeLimit);
+Outcome DnsBackend::checkAbsence(DnsExchange& exchange, const RecordSet& set, std::chrono::milliseconds until) const {
+    const Answer answer = exchange.ask(absenceMessage(newId(), zone_.zone, set.owner, set.type), exchangeEnd(until));
     if (answer.trust != Trust::whole)
         return outcomeOf(answer);
     return rcodeOf(*answer.packet) == rcodeNoError ? Outcome{} : Outcome{errorNotHeld, {}};
@@ -197,12 +202,13 @@ Outcome DnsBackend::checkMessage(std::string_view text) {
     TsigKey key;
     if (std::string failed = takeKey(key); !failed.empty())
         return backendFailed(std::move(failed));
-    std::chrono::milliseconds until = monotonicNow() + exchangeLimit;
+    std::chrono::milliseconds connected = monotonicNow() + exchangeLimit;
     DnsExchange exchange(*waiter_, std::move(key));
-    if (std::string failed = exchange.connect(zone_.server, until); !failed.empty())
+    if (std::string failed = exchange.connect(zone_.server, connected); !failed.empty())
         return backendFailed(std::move(failed));
+    const std::chrono::milliseconds until = connected + checkLimit - exchangeLimit;
     for (const RecordSet& set : sets)
-        if (Outcome outcome = checkSet(exchange, set); outcome.code != errorNone)
+        if (Outcome outcome = checkSet(exchange, set, until); outcome.code != errorNone)
             return outcome;
     return {};
 }

@@ -27,6 +27,8 @@ std::string DnsExchange::connect(const Server& server, std::chrono::milliseconds
 }
 
 Answer DnsExchange::ask(DnsBytes message, std::chrono::milliseconds until) {
+    if (monotonicNow() >= until)  // also when the server is never waited for
+        return noAnswer(waitFailure(Waiter::Result::timedOut));
     SignedRequest request;
     if (!signRequest(std::move(message), key_, wallNow() / 1000, request))
         return noAnswer("out of memory");

@@ -26,6 +26,7 @@ enum Error : int {
     errorInCallback = 1016,     // a waiting call from inside a callback of the same handle, which it would block
     errorServerRefused = 1017,  // the server answered and did not do it; it is asked again; the reason is in syslog
     errorNotHeld = 1018,        // never returned to callers: the server has lost what it once took
+    errorGaveWay = 1019,        // never returned to callers: a check was cut off, because a call waits
 };
 
 }  // namespace rdbopen

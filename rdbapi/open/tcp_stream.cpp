@@ -62,6 +62,8 @@ int pendingError(int descriptor) {
 std::string waitFailure(Waiter::Result result) {
     if (result == Waiter::Result::timedOut)
         return "the server does not answer in time";
+    if (result == Waiter::Result::callWaits)
+        return "a call waits";
     return result == Waiter::Result::closed ? "the handle was closed" : "cannot wait: " + systemText(errno);
 }
 
@@ -83,7 +85,7 @@ std::string TcpStream::connect(const Server& server, const Waiter& waiter, std::
     return reason;
 }
 
-//  closed: the handle was closed meanwhile.
+//  closed: the handle was closed meanwhile, or a call waits.
 std::string TcpStream::connectTo(const addrinfo& address, const Waiter& waiter, std::chrono::milliseconds until,
                                  bool& closed) {
     descriptor_ = socket(address.ai_family, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
@@ -93,7 +95,7 @@ std::string TcpStream::connectTo(const addrinfo& address, const Waiter& waiter, 
     int error = ::connect(descriptor_, address.ai_addr, address.ai_addrlen) == 0 ? 0 : errno;
     if (error == EINPROGRESS) {
         const Waiter::Result result = waiter.wait(descriptor_, POLLOUT, until);
-        closed = result == Waiter::Result::closed;
+        closed = result == Waiter::Result::closed || result == Waiter::Result::callWaits;
         if (result != Waiter::Result::ready)
             return waitFailure(result);
         error = pendingError(descriptor_);

@@ -9,11 +9,11 @@ namespace rdbopen {
 
 class Waiter {
 public:
-    enum class Result { ready, timedOut, closed, failed };
+    enum class Result { ready, timedOut, closed, callWaits, failed };
 
     //  Waits until descriptor is ready for one of events (poll(2)), or is broken, until is reached on monotonicNow(), or
     //  the handle is closed. Ends as timedOut before that time also when nobody would wait for the answer any more.
-    //  failed: errno says why.
+    //  callWaits: only during a check, see Backend::checksGiveWay. failed: errno says why.
     virtual Result wait(int descriptor, short events, std::chrono::milliseconds until) const noexcept = 0;
 
 protected:

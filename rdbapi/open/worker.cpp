@@ -171,9 +171,9 @@ Outcome Worker::session() {
     }
 }
 
-//  Returns errorNone when the back end is open and no request for a tag is pending. Other requests that are pending may
-//  be refused: the server can be asked at least. That it works again is told when a request has succeeded, so that one that opens and fails in turn does not tell both
-//  each time.
+//  Returns errorNone when the back end is open and no request for a tag is pending. Other pending requests may be refused.
+//  Recovery is reported only after a request has succeeded: a server that opens and then fails would otherwise log failure
+//  and recovery each time.
 Outcome Worker::openAndComplete() {
     Outcome outcome = backend_->open(waiter_);
     if (outcome.code != errorNone)
@@ -233,11 +233,31 @@ Outcome Worker::completeWanted() {
 
 //  Sets checkRefused_: of what a check was refused for, another request that succeeds says nothing.
 Outcome Worker::checkWanted() {
+    Outcome outcome = askServer();
+    if (outcome.code == errorGaveWay)
+        return outcome;
+    checkRefused_ = outcome.code == errorServerRefused;
+    return outcome.code == errorNone && wanted_.pending() ? completeWanted() : outcome;
+}
+
+//  The check alone. A call that was posted meanwhile may have cut it off.
+Outcome Worker::askServer() {
+    checking_ = true;
+    gaveWay_ = false;
     Outcome outcome = guarded([this] { return backend_->probe(); });
     if (outcome.code == errorNone)
         outcome = guarded([this] { return wanted_.check(*backend_); });
-    checkRefused_ = outcome.code == errorServerRefused;
-    return outcome.code == errorNone && wanted_.pending() ? completeWanted() : outcome;
+    checking_ = false;
+    return gaveWay_ ? Outcome{errorGaveWay, {}} : outcome;
+}
+
+//  Says whether the next wait of the back end has to end for a call. Once it has, so do all that follow in the same check.
+bool Worker::givesWay() noexcept {
+    if (!checking_ || !backend_->checksGiveWay())
+        return false;
+    const std::lock_guard lock(mutex_);
+    gaveWay_ = gaveWay_ || !queue_.empty();
+    return gaveWay_;
 }
 
 //  Waits for something to do.
@@ -296,8 +316,14 @@ bool Worker::callerGaveUp() noexcept {
 Waiter::Result Worker::SlotWaiter::wait(int descriptor, short events, std::chrono::milliseconds until) const noexcept {
     until = std::min(until, worker_.waitLimit_);
     std::optional<Result> result;
-    while (!result)
-        result = worker_.callerGaveUp() ? Result::timedOut : worker_.slot_.waitForDescriptor(descriptor, events, until);
+    while (!result) {
+        if (worker_.callerGaveUp())
+            result = Result::timedOut;
+        else if (worker_.givesWay())
+            result = Result::callWaits;
+        else
+            result = worker_.slot_.waitForDescriptor(descriptor, events, until);
+    }
     return *result;
 }
 
@@ -327,6 +353,8 @@ void Worker::tell(std::int32_t event) noexcept {
 
 //  Takes note of how a piece of work ended with the back end still open.
 void Worker::noteOutcome(const Outcome& outcome) noexcept {
+    if (outcome.code == errorGaveWay)
+        return;
     if (outcome.code == errorServerRefused)
         noteReason(reasons_, outcome.reason);
     if (outcome.code == errorBadRequest)

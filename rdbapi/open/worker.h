@@ -19,7 +19,8 @@
 //
 //  A reason is reported once until the server is sound again (reported_reasons.h), not at each attempt. That it is over
 //  is reported when a request has succeeded, nothing is pending, and the last check was not refused; after a refused one
-//  each success is followed by a check. Why a request can never succeed is reported once until a call succeeds.
+//  each success is followed by a check. A check that a call cuts off counts as not made. Why a request can never succeed is
+//  reported once until a call succeeds.
 //
 //  An event or reply is delivered when the handle is not closed at that moment. So when rdb_disconnect returns, at most
 //  one callback is still to begin or to end: the one that the worker was delivering already.
@@ -77,6 +78,8 @@ private:
     Outcome completeTags();
     Outcome completeWanted();
     Outcome checkWanted();
+    Outcome askServer();
+    bool givesWay() noexcept;
     Work nextWork(std::shared_ptr<Call>& call);
     bool takeCall(std::shared_ptr<Call>& call);
     std::chrono::milliseconds untilDue(Work& due) const;
@@ -126,6 +129,8 @@ private:
     bool checkRefused_ = false;               // the last check was
     ReportedReasons reasons_;                 // empty while all is well
     ReportedReasons badRequests_;             // since a call last succeeded
+    bool checking_ = false;                   // a check is under way
+    bool gaveWay_ = false;                    // it was cut off
     std::minstd_rand random_;
 };
 

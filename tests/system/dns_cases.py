@@ -10,7 +10,7 @@ from dns_proxy import cut, drip, forward, instead, refuse, silent
 from dns_servers import HOST_KEY, NAME, OTHER_NAME, READER, ZONE, records, secret
 from host import BUILD
 from rdb_client import CONNECTED
-from sandbox import PATIENCE
+from sandbox import PATIENCE, wait_until
 
 A, B, C = "2001:db8::a", "2001:db8::b", "fd00::c"
 PROXY = "127.0.0.1:5300"
@@ -317,6 +317,26 @@ class DnsCases:
         bed.server.allowed = [NAME]
         bed.server.reconfigure()
         bed.wait_held([A, C], [443])
+
+    def test_33_a_check_gives_way_to_an_update_at_once_and_is_no_failure(self, bed):
+        asked = threading.Event()
+
+        def behaviour(exchange):
+            if exchange.is_update or asked.is_set():
+                return forward(exchange)
+            asked.set()
+            return silent(exchange)
+
+        bed.connected(server=PROXY)
+        bed.update([A], [443])
+        bed.proxy.behaviour = behaviour
+        assert asked.wait(PATIENCE)
+        assert bed.update([B], [443]) == (OK, "ok")
+        assert bed.holds([B], [443])
+        since = len(bed.proxy.exchanges)
+        wait_until(lambda: len(bed.proxy.exchanges) >= since + 3, "the next check")
+        assert bed.log.lines("rdbapi: dns://") == []
+        assert bed.client.events(bed.handle) == [CONNECTED]
 
     def refused_until(self, bed, word, **changed):
         """No connection, the reason said once with this word; after the change of the server all is well."""

@@ -8,6 +8,22 @@
 
 namespace {
 
+std::atomic<std::int64_t> drivenClock{0};  // s; the monotonic clock goes by itself while it is 0
+
+}  // namespace
+
+extern "C" {
+int __real_clock_gettime(clockid_t, timespec*);
+int __wrap_clock_gettime(clockid_t clock, timespec* now) {
+    const int result = __real_clock_gettime(clock, now);
+    if (clock == CLOCK_MONOTONIC && drivenClock != 0)
+        *now = {drivenClock, 0};
+    return result;
+}
+}
+
+namespace {
+
 using namespace opentest;
 using namespace rdbopen;
 
@@ -31,10 +47,12 @@ struct Zone {
     std::atomic<unsigned> updateCode{0};
     std::mutex mutex;
     std::vector<AnswerRecord> records;
-    std::string alias;  // a name at which a CNAME stands; set before anything is asked
+    std::string alias;            // a name at which a CNAME stands; set before anything is asked
+    std::atomic<int> seconds{0};  // of the driven clock that each request takes
 
     DnsServer::Script script() {
         return [this](const SeenRequest& seen) {
+            drivenClock += seconds;
             if (seen.opcode == LDNS_PACKET_UPDATE)
                 return answered(seen, excludesAlias(seen) ? unsigned{rcodeYxRrset} : unsigned{updateCode});
             if (seen.type == 6)
@@ -341,6 +359,29 @@ TEST_F(OpenDnsBackend, ACheckFindsRecordsThatTheZoneMustNotHold) {
         zone.updateCode = code;
         EXPECT_EQ(backend->checkMessage(hidden).code, errorNotHeld);
     }
+}
+
+//  The address is left out, so each of the 42 sets is to be empty and takes one question.
+std::string requestWithFortyPorts() {
+    std::string ports;
+    for (int port = 1; port <= 40; ++port)
+        ports += (port == 1 ? "" : ",") + std::to_string(port);
+    return R"({"request":"ws_dnsupdate","seqno":7,"item":{"name":"host1","ipv6s":["fd00::1"],"httpsports":[)" + ports +
+           "]}}";
+}
+
+TEST_F(OpenDnsBackend, ACheckHasTenSecondsForAllItsQuestions) {
+    start();
+    const std::string text = requestWithFortyPorts();
+    EXPECT_EQ(backend->checkMessage(text).code, errorNone);
+    EXPECT_EQ(server.requests().count(), 42U);
+    drivenClock = 1000;
+    zone.seconds = 4;
+    const Outcome outcome = backend->checkMessage(text);
+    drivenClock = 0;
+    EXPECT_EQ(outcome.code, errorBackendFailed);
+    EXPECT_EQ(outcome.reason, "the server does not answer in time");
+    EXPECT_EQ(server.requests().count(), 42U + 3);
 }
 
 TEST_F(OpenDnsBackend, AnAliasAtANameWithoutAddressesKeepsNothingAway) {

@@ -19,4 +19,4 @@ addrpubd_unit_test(open_dns_message_test
 addrpubd_unit_test(open_dns_test
     SOURCES open_backend_dns_test.cpp open_dns_hostile_test.cpp open_dns_signal_test.cpp open_quiet_syslog.cpp
     LIBS open_dns_support
-    WRAP sendto socket send recv open)
+    WRAP clock_gettime sendto socket send recv open)

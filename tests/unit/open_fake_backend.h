@@ -9,6 +9,7 @@
 
 #include <atomic>
 #include <memory>
+#include <unistd.h>
 #include <utility>
 
 namespace opentest {
@@ -25,10 +26,14 @@ struct Script {
     std::atomic<int> served{0};
     std::atomic<bool> messages{true};
     std::atomic<int> watched{-1};         // descriptor
+    std::atomic<bool> takesByte{false};   // a probe takes a byte of it, if there is one
     std::atomic<int> checkSeconds{0};     // interval
     std::deque<rdbopen::Outcome> probes;  // outcomes of the next probes, then success
     std::deque<rdbopen::Outcome> checks;  // outcomes of the next checks, then success
-    std::vector<std::string> made;        // what was asked for, in words
+    std::atomic<int> checkWaits{-1};      // a descriptor of which a check takes a byte, waiting an hour for it
+    std::atomic<int> checksBegun{0};
+    std::atomic<bool> givesWay{true};  // a check does
+    std::vector<std::string> made;     // what was asked for, in words
     std::atomic<int> probed{0};
 
     void note(const std::string& text) {
@@ -80,10 +85,13 @@ public:
     }
     rdbopen::Outcome probe() override {
         ++script_->probed;
+        if (script_->takesByte)
+            takeByte(script_->watched);
         return script_->next(script_->probes);
     }
-    rdbopen::Outcome checkValue(const RdbSnapshot&) override { return script_->next(script_->checks); }
-    rdbopen::Outcome checkMessage(std::string_view) override { return script_->next(script_->checks); }
+    bool checksGiveWay() const noexcept override { return script_->givesWay; }
+    rdbopen::Outcome checkValue(const RdbSnapshot&) override { return check(); }
+    rdbopen::Outcome checkMessage(std::string_view) override { return check(); }
     std::string refusal(std::string_view text, int code) override {
         return "refused " + std::string(text) + " " + std::to_string(code);
     }
@@ -100,6 +108,23 @@ private:
     bool answered() const {
         const auto until = rdbopen::monotonicNow() + std::chrono::hours(1);
         return waiter_->wait(script_->silent, POLLIN, until) == rdbopen::Waiter::Result::ready;
+    }
+
+    static void takeByte(int descriptor) {
+        char byte = 0;
+        [[maybe_unused]] const auto taken = read(descriptor, &byte, 1);
+    }
+
+    //  A wait that does not end as ready is a failure.
+    rdbopen::Outcome check() {
+        const int descriptor = script_->checkWaits;
+        ++script_->checksBegun;
+        const auto until = rdbopen::monotonicNow() + std::chrono::hours(1);
+        if (descriptor >= 0 && waiter_->wait(descriptor, POLLIN, until) != rdbopen::Waiter::Result::ready)
+            return rdbopen::backendFailed("no answer");
+        if (descriptor >= 0)
+            takeByte(descriptor);
+        return script_->next(script_->checks);
     }
 
     std::shared_ptr<Script> script_;

@@ -1,6 +1,7 @@
 //  What the worker does by itself: completes what did not reach the server, and looks whether the server still holds it.
 #include "open_worker_fixture.h"
 
+#include <fcntl.h>
 #include <unistd.h>
 
 namespace {
@@ -219,6 +220,87 @@ TEST_F(WorkerWanted, WhatACheckIsRefusedForIsToldOnceUntilACheckSucceeds) {
     EXPECT_EQ(reports.take(), "rdbapi: fake: works again");
     EXPECT_EQ(checksLeft(), 0U);
     EXPECT_EQ(reports.count(), 0U);
+}
+
+//  Each byte that is written begins a check of what put has left. It waits for an answer that only answer() gives, and
+//  all waits are real ones.
+class WorkerCheck : public WorkerWanted {
+protected:
+    void SetUp() override {
+        ASSERT_EQ(pipe2(begin, O_NONBLOCK), 0);
+        ASSERT_EQ(pipe(answers), 0);
+        connect();
+        ASSERT_EQ(put("1"), 0);
+        script->takesByte = true;
+        script->watched = begin[0];
+        ASSERT_EQ(tagGet(), 0);  // from now on the worker watches it
+        script->takeMade();
+        skipBackoff = false;
+        script->checkWaits = answers[0];
+    }
+    ~WorkerCheck() override {
+        rdb_disconnect(handle);
+        rdb_destory(handle);
+        workersEnded();
+        for (const int descriptor : {begin[0], begin[1], answers[0], answers[1]})
+            close(descriptor);
+    }
+    bool checkBegins() {
+        const int before = script->checksBegun;
+        return write(begin[1], "x", 1) == 1 && eventually([&] { return script->checksBegun > before; });
+    }
+    void answer() { ASSERT_EQ(write(answers[1], "x", 1), 1); }
+
+    int begin[2];
+    int answers[2];
+};
+
+TEST_F(WorkerCheck, GivesWayToACallThatIsPostedMeanwhileAndIsNoFailure) {
+    ASSERT_TRUE(checkBegins());
+    EXPECT_EQ(tagGet(), 0);
+    EXPECT_EQ(events.count(), 0U);
+    EXPECT_EQ(reports.count(), 0U);
+}
+
+TEST_F(WorkerCheck, ThatGaveWayIsMadeAgainAfterTheInterval) {
+    script->checkSeconds = 60;
+    ASSERT_TRUE(checkBegins());
+    script->checkWaits = -1;
+    {
+        const std::lock_guard lock(script->mutex);
+        script->checks = {{errorNotHeld, {}}};
+    }
+    skipBackoff = true;
+    EXPECT_EQ(tagGet(), 0);
+    EXPECT_EQ(pauses.take(), 60000);
+    ASSERT_TRUE(servedEventually(4));
+    EXPECT_EQ(script->takeMade(), (Made{"get t", "put t=1"}));
+    EXPECT_EQ(reports.count(), 0U);
+}
+
+//  What a check was refused for is over when a check says so, and not when one is cut off.
+TEST_F(WorkerCheck, ThatGaveWayIsNoSuccess) {
+    answer();
+    refuseChecks(1);
+    ASSERT_TRUE(checkBegins());
+    EXPECT_EQ(reports.take(), "rdbapi: fake: foreign");
+    ASSERT_TRUE(checkBegins());
+    const int before = script->checksBegun;
+    EXPECT_EQ(tagGet(), 0);
+    ASSERT_TRUE(eventually([&] { return script->checksBegun > before; }));
+    EXPECT_EQ(tagGet(), 0);
+    EXPECT_EQ(reports.count(), 0U);
+    answer();
+    EXPECT_EQ(reports.take(), "rdbapi: fake: works again");
+}
+
+TEST_F(WorkerCheck, ThatMayNotBeCutOffIsMadeToItsEndBeforeTheCall) {
+    script->givesWay = false;
+    ASSERT_TRUE(checkBegins());
+    ASSERT_EQ(send("x"), 0);
+    answer();
+    EXPECT_EQ(replies.take(), "done x");
+    EXPECT_EQ(events.count(), 0U);
 }
 
 TEST_F(WorkerWanted, AConnectionThatTheServerClosesIsNoticedWhileNothingIsAsked) {
