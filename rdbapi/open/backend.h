@@ -31,10 +31,12 @@ struct Credentials {
 
 //  How a request ended. errorBackendFailed means that the back end has to be opened again, errorServerRefused that the
 //  server answered and did not do it; every other code leaves the back end as it is and is final. reason is for the
-//  operator, empty but for these two and errorBadRequest, and never holds a user or a password.
+//  operator, empty but for these two and errorBadRequest, and never holds a user or a password. elsewhere: another address
+//  of the same server may do it (server_addresses.h); the worker does not look at it.
 struct Outcome {
     int code = errorNone;
-    std::string reason;
+    std::string reason{};
+    bool elsewhere = false;
 };
 
 inline Outcome backendFailed(std::string reason) {

@@ -5,8 +5,10 @@
 #include "dns_records.h"
 #include "dns_words.h"
 #include "secret.h"
+#include "server_addresses.h"
 
 #include <algorithm>
+#include <functional>
 #include <openssl/crypto.h>
 #include <stdlib.h>
 #include <system_error>
@@ -37,8 +39,16 @@ public:
     Outcome checkMessage(std::string_view text) override;
 
 private:
+    //  until: the limit of the whole, share: that of the address.
+    using Attempt =
+        std::function<Outcome(DnsExchange&, std::chrono::milliseconds until, std::chrono::milliseconds share)>;
+
+    Outcome atServer(TsigKey key, std::chrono::milliseconds limit, const Attempt& attempt);
+    Outcome askZone(DnsExchange& exchange, std::chrono::milliseconds until) const;
     Outcome setsFor(const DnsRequest& request, std::vector<RecordSet>& sets) const;
-    Outcome update(const DnsRequest& request) const;
+    Outcome update(const DnsRequest& request);
+    Outcome sendUpdate(DnsExchange& exchange, const DnsBytes& message, const std::vector<RecordSet>& sets,
+                       std::chrono::milliseconds until) const;
     Outcome findAlias(DnsExchange& exchange, const std::vector<RecordSet>& sets, std::chrono::milliseconds until) const;
     Outcome checkSet(DnsExchange& exchange, const RecordSet& set, std::chrono::milliseconds until) const;
     Outcome checkAlias(DnsExchange& exchange, const std::string& owner, std::chrono::milliseconds until) const;
@@ -49,13 +59,23 @@ private:
     const std::string keyName_;
     const std::string password_;
     const Waiter* waiter_ = nullptr;  // null while it is closed
+    ServerAddresses addresses_;
 };
 
 //  The failure that an answer is, or errorNone for one whose every byte counts.
 Outcome outcomeOf(const Answer& answer) {
-    if (answer.trust == Trust::none)
-        return backendFailed(answer.reason);
-    return answer.trust == Trust::refusal ? serverRefused(answer.reason) : Outcome{};
+    if (answer.trust == Trust::whole)
+        return {};
+    return {answer.trust == Trust::none ? errorBackendFailed : errorServerRefused, answer.reason, answer.elsewhere};
+}
+
+//  The refusal that a code other than 0 is.
+Outcome refusedWith(unsigned rcode) {
+    return {errorServerRefused, rcodeWords(rcode), isWrongServer(rcode)};
+}
+
+Outcome wrongServer(std::string reason) {
+    return {errorServerRefused, std::move(reason), true};
 }
 
 //  When one exchange has to end that is a part of something with the limit until.
@@ -82,17 +102,36 @@ Outcome DnsBackend::open(const Waiter& waiter) {
     TsigKey key;
     if (std::string failed = takeKey(key); !failed.empty())
         return backendFailed(std::move(failed));
-    std::chrono::milliseconds until = monotonicNow() + openLimit;
-    DnsExchange exchange(waiter, std::move(key));
-    if (std::string failed = exchange.connect(zone_.server, until); !failed.empty())
+    //  Another address may do whatever this one does not; and what fails here has left nothing behind.
+    return atServer(std::move(key), openLimit, [this](DnsExchange& exchange, auto, auto share) {
+        Outcome outcome = askZone(exchange, exchangeEnd(share));
+        if (outcome.code != errorNone)
+            outcome = {errorBackendFailed, std::move(outcome.reason), true};
+        return outcome;
+    });
+}
+
+//  Connects to the server's addresses in turn, until one of them is not the wrong server. Each exchange has a connection of
+//  its own.
+Outcome DnsBackend::atServer(TsigKey key, std::chrono::milliseconds limit, const Attempt& attempt) {
+    std::chrono::milliseconds until = monotonicNow() + limit;
+    if (std::string failed = addresses_.lookUp(zone_.server, until); !failed.empty())
         return backendFailed(std::move(failed));
-    const Answer answer = exchange.ask(queryMessage(newId(), zone_.zone, typeSoa), exchangeEnd(until));
+    DnsExchange exchange(*waiter_, std::move(key));
+    return addresses_.tryEach(
+        *waiter_, until,
+        [&](const ServerAddress& address, auto share) { return exchange.connect(address, exchangeEnd(share)); },
+        [&](auto share) { return attempt(exchange, until, share); });
+}
+
+Outcome DnsBackend::askZone(DnsExchange& exchange, std::chrono::milliseconds until) const {
+    const Answer answer = exchange.ask(queryMessage(newId(), zone_.zone, typeSoa), until);
     if (answer.trust != Trust::whole)
-        return backendFailed(answer.reason);
+        return outcomeOf(answer);
     if (const unsigned rcode = rcodeOf(*answer.packet); rcode != rcodeNoError)
-        return backendFailed(rcodeWords(rcode));
+        return refusedWith(rcode);
     if (!ldns_pkt_aa(answer.packet.get()) || !answerHas(*answer.packet, zone_.zone, typeSoa))
-        return backendFailed("the server is not authoritative for a zone " + zone_.zone);
+        return wrongServer("the server is not authoritative for a zone " + zone_.zone);
     return {};
 }
 
@@ -111,27 +150,30 @@ Outcome DnsBackend::setsFor(const DnsRequest& request, std::vector<RecordSet>& s
     return {};
 }
 
-Outcome DnsBackend::update(const DnsRequest& request) const {
+Outcome DnsBackend::update(const DnsRequest& request) {
     std::vector<RecordSet> sets;
     if (Outcome failed = setsFor(request, sets); failed.code != errorNone)
         return failed;
     TsigKey key;
     if (std::string failed = takeKey(key); !failed.empty())
         return backendFailed(std::move(failed));
-    DnsBytes message = updateMessage(newId(), zone_.zone, zone_.ttl, sets);
+    const DnsBytes message = updateMessage(newId(), zone_.zone, zone_.ttl, sets);
     if (message.empty() || message.size() + signatureLength(key) > longestMessage)
         return {errorBadRequest, "the records do not fit into one update of 65535 bytes"};
-    std::chrono::milliseconds until = monotonicNow() + exchangeLimit;
-    DnsExchange exchange(*waiter_, std::move(key));
-    if (std::string failed = exchange.connect(zone_.server, until); !failed.empty())
-        return backendFailed(std::move(failed));
-    const Answer answer = exchange.ask(std::move(message), until);
+    return atServer(std::move(key), exchangeLimit, [&](DnsExchange& exchange, auto until, auto) {
+        return sendUpdate(exchange, message, sets, until);
+    });
+}
+
+Outcome DnsBackend::sendUpdate(DnsExchange& exchange, const DnsBytes& message, const std::vector<RecordSet>& sets,
+                               std::chrono::milliseconds until) const {
+    const Answer answer = exchange.ask(message, until);
     if (answer.trust != Trust::whole)
         return outcomeOf(answer);
     const unsigned rcode = rcodeOf(*answer.packet);
     if (rcode == rcodeYxRrset)
         return findAlias(exchange, sets, until);
-    return rcode == rcodeNoError ? Outcome{} : serverRefused(rcodeWords(rcode));
+    return rcode == rcodeNoError ? Outcome{} : refusedWith(rcode);
 }
 
 //  A server whose answer is YXRRSET does not say at which name the update has met an alias.
@@ -164,9 +206,9 @@ Outcome DnsBackend::checkSet(DnsExchange& exchange, const RecordSet& set, std::c
         return outcomeOf(answer);
     const unsigned rcode = rcodeOf(*answer.packet);
     if (rcode != rcodeNoError && rcode != rcodeNxDomain)
-        return serverRefused(rcodeWords(rcode));
+        return refusedWith(rcode);
     if (!ldns_pkt_aa(answer.packet.get()))
-        return serverRefused("the server is not authoritative for " + set.owner);
+        return wrongServer("the server is not authoritative for " + set.owner);
     if (!set.records.empty() && answerHas(*answer.packet, set.owner, typeCname))
         return checkAlias(exchange, set.owner, until);
     if (answerHolds(*answer.packet, set))
@@ -202,15 +244,12 @@ Outcome DnsBackend::checkMessage(std::string_view text) {
     TsigKey key;
     if (std::string failed = takeKey(key); !failed.empty())
         return backendFailed(std::move(failed));
-    std::chrono::milliseconds connected = monotonicNow() + exchangeLimit;
-    DnsExchange exchange(*waiter_, std::move(key));
-    if (std::string failed = exchange.connect(zone_.server, connected); !failed.empty())
-        return backendFailed(std::move(failed));
-    const std::chrono::milliseconds until = connected + checkLimit - exchangeLimit;
-    for (const RecordSet& set : sets)
-        if (Outcome outcome = checkSet(exchange, set, until); outcome.code != errorNone)
-            return outcome;
-    return {};
+    return atServer(std::move(key), checkLimit, [&](DnsExchange& exchange, auto until, auto) {
+        for (const RecordSet& set : sets)
+            if (Outcome outcome = checkSet(exchange, set, until); outcome.code != errorNone)
+                return outcome;
+        return Outcome{};
+    });
 }
 
 }  // namespace

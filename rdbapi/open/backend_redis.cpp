@@ -4,6 +4,7 @@
 #include "redis_objects.h"
 #include "redis_refusal.h"
 #include "secret.h"
+#include "server_addresses.h"
 
 namespace rdbopen {
 
@@ -35,13 +36,19 @@ public:
 
     Outcome open(const Waiter& waiter) override;
     void close() noexcept override { connection_.close(); }
-    Outcome tagGet(RdbTag& tag) override;
+    Outcome tagGet(RdbTag& tag) override {
+        return atServer([&] { return lookForTag(tag); });
+    }
     Outcome tagImport(const RdbTag& tag) override;
     Outcome put(std::span<const RdbSnapshot> records) override;
     int watchedDescriptor() const noexcept override { return connection_.descriptor(); }
     std::chrono::milliseconds checkInterval() const noexcept override { return checkAfter; }
-    Outcome probe() override;
-    Outcome checkValue(const RdbSnapshot& record) override;
+    Outcome probe() override {
+        return atServer([this] { return ping(); });
+    }
+    Outcome checkValue(const RdbSnapshot& record) override {
+        return atServer([&] { return lookForValue(record); });
+    }
 
 private:
     enum class Attempt { done, disturbed };
@@ -50,7 +57,12 @@ private:
         std::vector<RedisHeld> held;
     };
 
-    void begin(std::chrono::milliseconds limit) { until_ = monotonicNow() + limit; }
+    //  Carries out one request at the server that the connection is with.
+    using Request = std::function<Outcome()>;
+
+    Outcome atServer(const Request& request);
+    Outcome atOthers(Outcome outcome, const Request& request);
+    Outcome logInUntil(const std::string& password, std::chrono::milliseconds until);
     Outcome exchange(const Commands& commands, std::vector<RedisReply>& replies);
     Outcome logIn(const std::string& password);
     Outcome choose();
@@ -60,11 +72,20 @@ private:
     Outcome endTransaction(Commands commands, Attempt& attempt);
     template <class Append>
     Outcome transaction(const std::vector<const char*>& names, Append append);
+    template <class Append>
+    Outcome transactionHere(const std::vector<const char*>& names, Append append);
+    Outcome lookForTag(RdbTag& tag);
+    Outcome ping();
+    Outcome lookForValue(const RdbSnapshot& record);
     bool holdsAll(std::span<const RdbSnapshot> records, const Looked& looked) const;
     Outcome appendRecords(std::span<const RdbSnapshot> records, const Looked& looked, Commands& commands);
 
     const Settings settings_;
     RedisConnection connection_;
+    ServerAddresses addresses_;
+    const ServerAddresses::Connect connect_ = [this](const ServerAddress& address, std::chrono::milliseconds until) {
+        return connection_.connect(address, *waiter_, until);
+    };
     const Waiter* waiter_ = nullptr;      // set by open
     std::chrono::milliseconds until_{0};  // the limit of the request that is carried out
     bool queueing_ = false;               // inside MULTI
@@ -85,15 +106,47 @@ Outcome RedisBackend::exchange(const Commands& commands, std::vector<RedisReply>
 
 Outcome RedisBackend::open(const Waiter& waiter) {
     waiter_ = &waiter;
-    queueing_ = false;
-    begin(openLimit);
     std::string password;
     if (std::string reason = readSecret(settings_.credentials.password, password); !reason.empty())
         return backendFailed(std::move(reason));
-    if (std::string reason = connection_.connect(settings_.server, waiter, until_); !reason.empty())
+    std::chrono::milliseconds until = monotonicNow() + openLimit;
+    if (std::string reason = addresses_.lookUp(settings_.server, until); !reason.empty())
         return backendFailed(std::move(reason));
+    return addresses_.tryEach(waiter, until, connect_, [&](auto share) { return logInUntil(password, share); });
+}
+
+//  Another address may do whatever this one does not; and what fails here has left nothing behind.
+Outcome RedisBackend::logInUntil(const std::string& password, std::chrono::milliseconds until) {
+    until_ = until;
+    queueing_ = false;
     Outcome outcome = logIn(password);
-    return outcome.code == errorNone ? choose() : outcome;
+    if (outcome.code == errorNone)
+        outcome = choose();
+    outcome.elsewhere = outcome.code != errorNone;
+    return outcome;
+}
+
+Outcome RedisBackend::atServer(const Request& request) {
+    until_ = monotonicNow() + requestLimit;
+    Outcome outcome = request();
+    return outcome.elsewhere && addresses_.hasOthers() ? atOthers(std::move(outcome), request) : outcome;
+}
+
+//  The name is not looked up again here: that may take longer than a request may. When no address is the right server, the
+//  connection is with the last one, if any, and of no use.
+Outcome RedisBackend::atOthers(Outcome outcome, const Request& request) {
+    std::string password;
+    if (std::string reason = readSecret(settings_.credentials.password, password); !reason.empty())
+        return backendFailed(std::move(reason));
+    const auto until = until_;
+    outcome = addresses_.tryOthers(std::move(outcome), *waiter_, until, connect_, [&](auto share) {
+        Outcome tried = logInUntil(password, share);
+        until_ = until;
+        return tried.code == errorNone ? request() : tried;
+    });
+    if (outcome.elsewhere)
+        outcome.code = errorBackendFailed;
+    return outcome;
 }
 
 //  The user "default" of a server without passwords takes any password. Servers before Redis 6 know passwords only, or
@@ -133,8 +186,7 @@ Outcome RedisBackend::choose() {
     return {};
 }
 
-Outcome RedisBackend::tagGet(RdbTag& tag) {
-    begin(requestLimit);
+Outcome RedisBackend::lookForTag(RdbTag& tag) {
     Commands commands;
     appendTagLook(commands, tag.name);
     std::vector<RedisReply> replies;
@@ -203,7 +255,11 @@ Outcome RedisBackend::appendRecords(std::span<const RdbSnapshot> records, const 
 //  nothing. append may be called several times.
 template <class Append>
 Outcome RedisBackend::transaction(const std::vector<const char*>& names, Append append) {
-    begin(requestLimit);
+    return atServer([&] { return transactionHere(names, append); });
+}
+
+template <class Append>
+Outcome RedisBackend::transactionHere(const std::vector<const char*>& names, Append append) {
     for (int i = 0; i < mostAttempts; ++i) {
         Looked looked;
         if (Outcome outcome = beginTransaction(names, looked); outcome.code != errorNone)
@@ -291,8 +347,7 @@ Outcome RedisBackend::endTransaction(Commands commands, Attempt& attempt) {
     return {};
 }
 
-Outcome RedisBackend::probe() {
-    begin(requestLimit);
+Outcome RedisBackend::ping() {
     std::vector<RedisReply> replies;
     if (Outcome outcome = exchange({{"PING"}}, replies); outcome.code != errorNone)
         return outcome;
@@ -301,8 +356,7 @@ Outcome RedisBackend::probe() {
     return replies[0].isStatus("PONG") ? Outcome{} : notUnderstood("PING");
 }
 
-Outcome RedisBackend::checkValue(const RdbSnapshot& record) {
-    begin(requestLimit);
+Outcome RedisBackend::lookForValue(const RdbSnapshot& record) {
     Commands commands;
     appendValueLook(commands, record.name);
     std::vector<RedisReply> replies;

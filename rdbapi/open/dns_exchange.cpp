@@ -22,8 +22,8 @@ DnsBytes framed(const DnsBytes& message) {
 
 }  // namespace
 
-std::string DnsExchange::connect(const Server& server, std::chrono::milliseconds& until) {
-    return stream_.connect(server, waiter_, until);
+std::string DnsExchange::connect(const ServerAddress& address, std::chrono::milliseconds until) {
+    return stream_.connect(address, waiter_, until);
 }
 
 Answer DnsExchange::ask(DnsBytes message, std::chrono::milliseconds until) {

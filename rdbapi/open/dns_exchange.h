@@ -17,8 +17,8 @@ public:
     //  waiter outlives the object.
     DnsExchange(const Waiter& waiter, TsigKey key) : waiter_(waiter), key_(std::move(key)) {}
 
-    //  Returns an empty text, or the reason of the failure. until: as TcpStream::connect has it.
-    std::string connect(const Server& server, std::chrono::milliseconds& until);
+    //  As TcpStream::connect.
+    std::string connect(const ServerAddress& address, std::chrono::milliseconds until);
 
     //  Signs message, sends it and takes the answer. One that did not come counts as Trust::none.
     Answer ask(DnsBytes message, std::chrono::milliseconds until);

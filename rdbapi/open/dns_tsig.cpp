@@ -197,6 +197,34 @@ std::string refusalReason(const Signature& signature, const SignedRequest& reque
     return badTimeWords(time.size() == timeLength ? readTime(time) - request.time : 0);
 }
 
+Answer worthless(std::string reason) {
+    return {Trust::none, std::move(reason), nullptr};
+}
+
+//  Requires: the header is without fault.
+Answer judge(View message, const SignedRequest& request, const TsigKey& key, std::int64_t now) {
+    SignaturePlace place;
+    const DnsLayout layout = layoutOf(message, place);
+    if (layout == DnsLayout::malformed)
+        return worthless("the answer is malformed");
+    if (layout == DnsLayout::bare)
+        return worthless(unsignedWords(headerCode(message)));
+    Signature signature;
+    if (!parseSignature(message.subspan(place.data), signature))
+        return worthless("the signature of the answer is malformed");
+    if (signature.mac.empty())
+        return unsignedAnswer(message, read16(signature.error));
+    if (!isGenuine(message, place, signature, request, key))
+        return worthless("the signature of the answer is wrong");
+    const std::int64_t away = std::abs(now - readTime(signature.times));
+    if (away > static_cast<std::int64_t>(read16(signature.times.subspan(timeLength))))
+        return worthless("the answer was signed at another time, " + std::to_string(away) + " s away");
+    if (read16(signature.error) != 0)
+        return {Trust::refusal, refusalReason(signature, request), nullptr};
+    Packet packet = parseMessage(message);
+    return packet ? Answer{Trust::whole, {}, std::move(packet)} : worthless("the answer is malformed");
+}
+
 }  // namespace
 
 bool isTsigAlgorithm(std::string_view name) {
@@ -250,29 +278,11 @@ bool signRequest(DnsBytes message, const TsigKey& key, std::int64_t now, SignedR
 }
 
 Answer readAnswer(View message, const SignedRequest& request, const TsigKey& key, std::int64_t now) {
-    const auto worthless = [](std::string reason) { return Answer{Trust::none, std::move(reason), nullptr}; };
     if (std::string fault = headerFault(message, request); !fault.empty())
         return worthless(std::move(fault));
-    SignaturePlace place;
-    const DnsLayout layout = layoutOf(message, place);
-    if (layout == DnsLayout::malformed)
-        return worthless("the answer is malformed");
-    if (layout == DnsLayout::bare)
-        return worthless(unsignedWords(headerCode(message)));
-    Signature signature;
-    if (!parseSignature(message.subspan(place.data), signature))
-        return worthless("the signature of the answer is malformed");
-    if (signature.mac.empty())
-        return unsignedAnswer(message, read16(signature.error));
-    if (!isGenuine(message, place, signature, request, key))
-        return worthless("the signature of the answer is wrong");
-    const std::int64_t away = std::abs(now - readTime(signature.times));
-    if (away > static_cast<std::int64_t>(read16(signature.times.subspan(timeLength))))
-        return worthless("the answer was signed at another time, " + std::to_string(away) + " s away");
-    if (read16(signature.error) != 0)
-        return {Trust::refusal, refusalReason(signature, request), nullptr};
-    Packet packet = parseMessage(message);
-    return packet ? Answer{Trust::whole, {}, std::move(packet)} : worthless("the answer is malformed");
+    Answer answer = judge(message, request, key, now);
+    answer.elsewhere = isWrongServer(headerCode(message));
+    return answer;
 }
 
 }  // namespace rdbopen

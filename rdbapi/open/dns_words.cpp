@@ -40,6 +40,10 @@ std::string wordsFor(std::span<const Words> known, unsigned code, const char* su
 
 }  // namespace
 
+bool isWrongServer(unsigned rcode) {
+    return rcode == rcodeNotAuth || rcode == rcodeRefused;
+}
+
 std::string rcodeWords(unsigned rcode) {
     return wordsFor(rcodes, rcode, "the server answers with code ");
 }
@@ -50,7 +54,7 @@ std::string unsignedWords(unsigned rcode) {
     if (rcode == rcodeNoError)
         return text;
     std::string words = rcodeWords(rcode);
-    if (rcode == rcodeNotAuth || rcode == rcodeRefused)
+    if (isWrongServer(rcode))
         words.insert(words.find(": ") + 2, "the key's name, algorithm or secret is wrong, or ");
     return text.append(" (").append(words).append(")");
 }

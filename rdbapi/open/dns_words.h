@@ -18,6 +18,9 @@ inline constexpr unsigned tsigBadKey = 17;
 inline constexpr unsigned tsigBadTime = 18;
 inline constexpr unsigned tsigBadTrunc = 22;
 
+//  Says whether a server with this code says that it is the wrong one, so that another address of its name may be right.
+bool isWrongServer(unsigned rcode);
+
 //  Returns the text for a code other than 0.
 std::string rcodeWords(unsigned rcode);
 std::string tsigErrorWords(unsigned error);

@@ -30,11 +30,12 @@ bool isTlsAlert(std::string_view bytes) {
 
 }  // namespace
 
-std::string RedisConnection::connect(const Server& server, const Waiter& waiter, std::chrono::milliseconds& until) {
+std::string RedisConnection::connect(const ServerAddress& address, const Waiter& waiter,
+                                     std::chrono::milliseconds until) {
     if (!parser_.reset())
         return parser_.reason();
     silent_ = true;
-    return stream_.connect(server, waiter, until);
+    return stream_.connect(address, waiter, until);
 }
 
 std::string RedisConnection::exchange(const std::vector<RedisCommand>& commands, std::vector<RedisReply>& replies,

@@ -23,7 +23,7 @@ public:
     void conceal(std::vector<std::string> secrets) { secrets_ = std::move(secrets); }
 
     //  As TcpStream::connect.
-    std::string connect(const Server& server, const Waiter& waiter, std::chrono::milliseconds& until);
+    std::string connect(const ServerAddress& address, const Waiter& waiter, std::chrono::milliseconds until);
 
     //  Sends commands and stores one answer for each, errors of the server among them.
     std::string exchange(const std::vector<RedisCommand>& commands, std::vector<RedisReply>& replies,

@@ -77,7 +77,8 @@ Outcome notUnderstood(std::string_view command) {
 
 Outcome refusedByRedis(std::string_view command, const RedisReply& answer) {
     std::string reason = redisRefusal(command, answer.text, answer.quotable);
-    return redisEndsConnection(answer.text) ? backendFailed(std::move(reason)) : serverRefused(std::move(reason));
+    const int code = redisEndsConnection(answer.text) ? errorBackendFailed : errorServerRefused;
+    return {code, std::move(reason), redisIsWrongServer(answer.text)};
 }
 
 Outcome readTime(const RedisReply& reply, std::int64_t& now) {

@@ -1,6 +1,7 @@
 #include "redis_refusal.h"
 
 #include <algorithm>
+#include <span>
 #include <utility>
 
 namespace rdbopen {
@@ -18,6 +19,9 @@ struct Meaning {
 
 //  Beginnings of the answers after which a server is of no use.
 constexpr std::string_view endings[] = {"NOAUTH", "READONLY", "MASTERDOWN"};
+
+//  Beginnings of the answers of a server that is not the one to ask.
+constexpr std::string_view wrongServers[] = {"READONLY", "MASTERDOWN", "LOADING"};
 
 //  The answers of Redis 7; their first words are fixed, what follows differs between versions.
 constexpr Meaning meanings[] = {
@@ -49,6 +53,12 @@ std::string_view withoutDiscarded(std::string_view answer) {
     return answer.starts_with(discarded) ? answer.substr(discarded.size()) : answer;
 }
 
+bool startsWithAny(std::string_view answer, std::span<const std::string_view> beginnings) {
+    answer = withoutDiscarded(answer);
+    return std::any_of(beginnings.begin(), beginnings.end(),
+                       [answer](std::string_view beginning) { return answer.starts_with(beginning); });
+}
+
 std::string printable(std::string_view answer) {
     std::string text(answer.substr(0, longestQuote));
     for (char& c : text)
@@ -68,9 +78,11 @@ std::string smallLetters(std::string_view text) {
 }  // namespace
 
 bool redisEndsConnection(std::string_view answer) {
-    answer = withoutDiscarded(answer);
-    return std::any_of(std::begin(endings), std::end(endings),
-                       [answer](std::string_view ending) { return answer.starts_with(ending); });
+    return startsWithAny(answer, endings);
+}
+
+bool redisIsWrongServer(std::string_view answer) {
+    return startsWithAny(answer, wrongServers);
 }
 
 std::size_t redisQuotable(std::string_view answer, std::span<const std::string> secrets) {

@@ -12,6 +12,9 @@ namespace rdbopen {
 //  become a replica, so that another one has the name now or will have it.
 bool redisEndsConnection(std::string_view answer);
 
+//  Says whether the error answer means that another server may do what this one does not now.
+bool redisIsWrongServer(std::string_view answer);
+
 //  Returns how many bytes at the beginning of an error answer may be quoted: those before the first 4 that are also, in
 //  capitals or not, somewhere in one of secrets, or before the whole of a shorter one. A server or a proxy may repeat
 //  what it was sent, complete or cut off, and so the login. Bytes that are too far back for a quote count as secret.

@@ -1,9 +1,6 @@
 #include "tcp_stream.h"
 
-#include "clock.h"
-
 #include <cerrno>
-#include <memory>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <poll.h>
@@ -15,33 +12,8 @@ namespace rdbopen {
 
 namespace {
 
-struct FreeAddresses {
-    void operator()(addrinfo* first) const { freeaddrinfo(first); }
-};
-using Addresses = std::unique_ptr<addrinfo, FreeAddresses>;
-
 std::string systemText(int error) {
     return std::generic_category().message(error);
-}
-
-std::string lookUp(const Server& server, Addresses& addresses) {
-    addrinfo hints{};
-    hints.ai_socktype = SOCK_STREAM;
-    hints.ai_flags = AI_NUMERICSERV;
-    addrinfo* first = nullptr;
-    const int error = getaddrinfo(server.host.c_str(), std::to_string(server.port).c_str(), &hints, &first);
-    addresses.reset(first);
-    if (error == 0)
-        return {};
-    return "the name of the server is not known: " +
-           std::string(error == EAI_SYSTEM ? systemText(errno) : gai_strerror(error));
-}
-
-int countOf(const addrinfo* first) {
-    int count = 0;
-    for (; first != nullptr; first = first->ai_next)
-        ++count;
-    return count;
 }
 
 //  Requests and answers are small and wait for each other: nothing is gained by collecting bytes.
@@ -67,35 +39,23 @@ std::string waitFailure(Waiter::Result result) {
     return result == Waiter::Result::closed ? "the handle was closed" : "cannot wait: " + systemText(errno);
 }
 
-//  An address that swallows what is sent to it leaves time for those behind it.
-std::string TcpStream::connect(const Server& server, const Waiter& waiter, std::chrono::milliseconds& until) {
+std::string TcpStream::connect(const ServerAddress& address, const Waiter& waiter, std::chrono::milliseconds until) {
     close();
-    Addresses addresses;
-    const auto before = monotonicNow();
-    std::string reason = lookUp(server, addresses);
-    until += monotonicNow() - before;
-    bool closed = false;
-    for (const addrinfo* address = addresses.get(); address != nullptr && !closed; address = address->ai_next) {
-        const auto now = monotonicNow();
-        reason = connectTo(*address, waiter, now + (until - now) / countOf(address), closed);
-        if (reason.empty())
-            return {};
+    std::string reason = open(address, waiter, until);
+    if (!reason.empty())
         close();
-    }
     return reason;
 }
 
-//  closed: the handle was closed meanwhile, or a call waits.
-std::string TcpStream::connectTo(const addrinfo& address, const Waiter& waiter, std::chrono::milliseconds until,
-                                 bool& closed) {
-    descriptor_ = socket(address.ai_family, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
+std::string TcpStream::open(const ServerAddress& address, const Waiter& waiter, std::chrono::milliseconds until) {
+    descriptor_ = socket(address.bytes.ss_family, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
     if (descriptor_ < 0)
         return "no socket: " + systemText(errno);
     setOptions(descriptor_);
-    int error = ::connect(descriptor_, address.ai_addr, address.ai_addrlen) == 0 ? 0 : errno;
+    const auto* const place = reinterpret_cast<const sockaddr*>(&address.bytes);
+    int error = ::connect(descriptor_, place, address.length) == 0 ? 0 : errno;
     if (error == EINPROGRESS) {
         const Waiter::Result result = waiter.wait(descriptor_, POLLOUT, until);
-        closed = result == Waiter::Result::closed || result == Waiter::Result::callWaits;
         if (result != Waiter::Result::ready)
             return waitFailure(result);
         error = pendingError(descriptor_);

@@ -6,15 +6,20 @@
 #ifndef RDBAPI_OPEN_TCP_STREAM_H
 #define RDBAPI_OPEN_TCP_STREAM_H
 
-#include "url.h"
 #include "waiter.h"
 
 #include <cstddef>
 #include <cstdint>
-#include <netdb.h>
 #include <span>
+#include <string>
+#include <sys/socket.h>
 
 namespace rdbopen {
+
+struct ServerAddress {
+    sockaddr_storage bytes;
+    socklen_t length;
+};
 
 class TcpStream {
 public:
@@ -23,10 +28,8 @@ public:
     TcpStream& operator=(const TcpStream&) = delete;
     ~TcpStream() { close(); }
 
-    //  Connects to the first of the server's addresses that takes the connection; each has an equal share of the time
-    //  that is left. A name is looked up with getaddrinfo(3), which keeps limits of its own and does not end with the
-    //  handle: until is moved on by the time that this took.
-    std::string connect(const Server& server, const Waiter& waiter, std::chrono::milliseconds& until);
+    //  Closes the connection that there is, and makes one to address.
+    std::string connect(const ServerAddress& address, const Waiter& waiter, std::chrono::milliseconds until);
 
     std::string send(std::span<const std::uint8_t> bytes, const Waiter& waiter, std::chrono::milliseconds until);
 
@@ -39,7 +42,7 @@ public:
     void close() noexcept;
 
 private:
-    std::string connectTo(const addrinfo& address, const Waiter& waiter, std::chrono::milliseconds until, bool& closed);
+    std::string open(const ServerAddress& address, const Waiter& waiter, std::chrono::milliseconds until);
 
     int descriptor_ = -1;
 };

@@ -98,6 +98,7 @@ private:
     public:
         explicit SlotWaiter(Worker& worker) : worker_(worker) {}
         Result wait(int descriptor, short events, std::chrono::milliseconds until) const noexcept override;
+        bool over() const noexcept override { return worker_.slot_.closed() || worker_.givesWay(); }
 
     private:
         Worker& worker_;

@@ -14,7 +14,12 @@ addrpubd_unit_test(open_report_test
 addrpubd_unit_test(open_tcp_stream_test
     SOURCES open_tcp_stream_test.cpp
     LIBS rdbapi_open
-    WRAP clock_gettime connect getaddrinfo getsockopt poll recv send socket)
+    WRAP connect getsockopt poll recv send socket)
+
+addrpubd_unit_test(open_server_addresses_test
+    SOURCES open_server_addresses_test.cpp
+    LIBS rdbapi_open
+    WRAP clock_gettime getaddrinfo)
 
 addrpubd_unit_test(open_worker_test
     SOURCES open_worker_test.cpp open_worker_wanted_test.cpp open_worker_tag_test.cpp open_worker_wraps.cpp

@@ -19,8 +19,6 @@ namespace {
 thread_local int failSocket, failConnect, failOption, failSend, failReceive, failPoll;
 thread_local std::size_t mostBytes = SIZE_MAX;
 thread_local bool expirePoll = false;
-thread_local int clockAhead = 0, lookUpTime = 0;  // s
-thread_local int addresses = 1;                   // of the server, each the same
 
 bool fails(int& error) {
     if (error == 0)
@@ -52,21 +50,6 @@ ssize_t __real_recv(int, void*, std::size_t, int);
 ssize_t __wrap_recv(int descriptor, void* bytes, std::size_t count, int flags) {
     return fails(failReceive) ? -1 : __real_recv(descriptor, bytes, std::min(count, mostBytes), flags);
 }
-int __real_getaddrinfo(const char*, const char*, const addrinfo*, addrinfo**);
-int __wrap_getaddrinfo(const char* name, const char* service, const addrinfo* hints, addrinfo** first) {
-    clockAhead += lookUpTime;
-    addrinfo** end = first;
-    for (int left = addresses; left > 0; --left, end = &(*end)->ai_next)
-        if (const int error = __real_getaddrinfo(name, service, hints, end); error != 0)
-            return error;
-    return 0;
-}
-int __real_clock_gettime(clockid_t, timespec*);
-int __wrap_clock_gettime(clockid_t clock, timespec* now) {
-    const int result = __real_clock_gettime(clock, now);
-    now->tv_sec += clockAhead;
-    return result;
-}
 int __real_poll(pollfd*, nfds_t, int);
 int __wrap_poll(pollfd* descriptors, nfds_t count, int timeout) {
     if (fails(failPoll))
@@ -84,14 +67,12 @@ using namespace rdbopen;
 class Peer {
 public:
     Peer() : listener_(__real_socket(AF_INET6, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
-        sockaddr_in6 address{};
-        address.sin6_family = AF_INET6;
-        address.sin6_addr = in6addr_loopback;
-        bind(listener_, reinterpret_cast<sockaddr*>(&address), sizeof address);
+        address_.sin6_family = AF_INET6;
+        address_.sin6_addr = in6addr_loopback;
+        socklen_t length = sizeof address_;
+        bind(listener_, reinterpret_cast<sockaddr*>(&address_), length);
         listen(listener_, 1);
-        socklen_t length = sizeof address;
-        getsockname(listener_, reinterpret_cast<sockaddr*>(&address), &length);
-        port_ = ntohs(address.sin6_port);
+        getsockname(listener_, reinterpret_cast<sockaddr*>(&address_), &length);
     }
     Peer(const Peer&) = delete;
     Peer& operator=(const Peer&) = delete;
@@ -99,7 +80,12 @@ public:
         hangUp();
         close(listener_);
     }
-    Server server() const { return {"::1", port_}; }
+    ServerAddress address() const {
+        ServerAddress address{};
+        address.length = sizeof address_;
+        std::memcpy(&address.bytes, &address_, sizeof address_);
+        return address;
+    }
     void take() { descriptor_ = accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC); }
     void say(std::string_view text) { EXPECT_EQ(write(descriptor_, text.data(), text.size()), ssize_t(text.size())); }
     std::string hear(std::size_t count) {
@@ -121,7 +107,7 @@ public:
 private:
     int listener_;
     int descriptor_ = -1;
-    std::uint16_t port_ = 0;
+    sockaddr_in6 address_{};
 };
 
 std::span<const std::uint8_t> bytesOf(std::string_view text) {
@@ -138,12 +124,9 @@ protected:
         failSocket = failConnect = failOption = failSend = failReceive = failPoll = 0;
         mostBytes = SIZE_MAX;
         expirePoll = false;
-        clockAhead = lookUpTime = 0;
-        addresses = 1;
     }
     std::string connect(const Waiter& waiter = plainWaiter) {
-        until = soon();
-        std::string reason = stream.connect(peer.server(), waiter, until);
+        std::string reason = stream.connect(peer.address(), waiter, soon());
         if (reason.empty())
             peer.take();
         return reason;
@@ -157,22 +140,15 @@ protected:
 
     Peer peer;
     TcpStream stream;
-    std::chrono::milliseconds until{};
 };
 
-//  Waits for a connection: the first ones end as the test says, the others as they do.
 class EndingWaiter : public Waiter {
 public:
-    EndingWaiter(Result result, std::size_t count) : result_(result), count_(count) {}
-    Result wait(int descriptor, short events, std::chrono::milliseconds until) const noexcept override {
-        limits.push_back(std::chrono::round<std::chrono::seconds>(until - monotonicNow()).count());
-        return limits.size() <= count_ ? result_ : plainWaiter.wait(descriptor, events, until);
-    }
-    mutable std::vector<std::int64_t> limits;  // s
+    explicit EndingWaiter(Result result) : result_(result) {}
+    Result wait(int, short, std::chrono::milliseconds) const noexcept override { return result_; }
 
 private:
     Result result_;
-    std::size_t count_;
 };
 
 TEST_F(OpenTcpStream, BytesGoBothWays) {
@@ -245,36 +221,14 @@ TEST_F(OpenTcpStream, AConnectionThatHangsEndsAtTheLimit) {
     EXPECT_EQ(stream.descriptor(), -1);
 }
 
-TEST_F(OpenTcpStream, AnAddressThatHangsLeavesTheOthersTheirShareOfTheTime) {
-    const EndingWaiter waiter(Waiter::Result::timedOut, 1);
-    addresses = 3;
-    failConnect = EINPROGRESS;
-    EXPECT_EQ(connect(waiter), "");
-    EXPECT_EQ(waiter.limits[0], 10);
-}
-
-TEST_F(OpenTcpStream, AServerWhoseAddressesAllHangEndsAtTheLimit) {
-    const EndingWaiter waiter(Waiter::Result::timedOut, 2);
-    addresses = 2;
-    failConnect = EINPROGRESS;
-    EXPECT_EQ(connect(waiter), "the server does not answer in time");
-    EXPECT_EQ(waiter.limits, (std::vector<std::int64_t>{15, 30}));
-    EXPECT_EQ(stream.descriptor(), -1);
-}
-
-TEST_F(OpenTcpStream, AClosedHandleTriesNoFurtherAddress) {
-    const EndingWaiter waiter(Waiter::Result::closed, 3);
-    addresses = 3;
-    failConnect = EINPROGRESS;
-    EXPECT_EQ(connect(waiter), "the handle was closed");
-    EXPECT_EQ(waiter.limits.size(), 1U);
-    EXPECT_EQ(stream.descriptor(), -1);
-}
-
-TEST_F(OpenTcpStream, TheTimeOfTheLookUpIsNotTakenFromTheConnection) {
-    lookUpTime = 100;
-    ASSERT_EQ(connect(), "");
-    EXPECT_GT(until - monotonicNow(), std::chrono::seconds(10));
+TEST_F(OpenTcpStream, AWaitThatEndsForAnotherReasonSaysSo) {
+    const std::pair<Waiter::Result, std::string> rows[]{{Waiter::Result::closed, "the handle was closed"},
+                                                        {Waiter::Result::callWaits, "a call waits"}};
+    for (const auto& [result, reason] : rows) {
+        failConnect = EINPROGRESS;
+        EXPECT_EQ(connect(EndingWaiter(result)), reason);
+        EXPECT_EQ(stream.descriptor(), -1);
+    }
 }
 
 TEST_F(OpenTcpStream, EveryCallMayFail) {
@@ -287,12 +241,6 @@ TEST_F(OpenTcpStream, EveryCallMayFail) {
     failOption = ENOBUFS;
     EXPECT_EQ(connect(), "cannot be reached: " + errorText(ENOBUFS));
     EXPECT_EQ(connect(), "");
-}
-
-TEST_F(OpenTcpStream, ANameThatIsNotKnownSaysSo) {
-    until = soon();
-    const std::string reason = stream.connect({"no-such-name.invalid", 1}, plainWaiter, until);
-    EXPECT_EQ(reason.substr(0, 35), "the name of the server is not known");
 }
 
 TEST_F(OpenTcpStream, TheDescriptorIsNonBlockingAndClosedOnExec) {

@@ -1,0 +1,224 @@
+//  The addresses of a server's name: which are tried, in which order, for how long, and what is said in the end. Nothing is
+//  connected, and the clock is driven.
+#include "server_addresses.h"
+
+#include "open_support.h"
+
+#include <arpa/inet.h>
+#include <gtest/gtest.h>
+#include <netdb.h>
+#include <netinet/in.h>
+
+namespace {
+
+std::vector<std::string> known;  // the addresses of every name
+int lookUpError = 0;
+std::int64_t clockSeconds = 1000;
+int lookUpSeconds = 0;
+
+}  // namespace
+
+extern "C" {
+int __real_getaddrinfo(const char*, const char*, const addrinfo*, addrinfo**);
+int __wrap_getaddrinfo(const char*, const char* service, const addrinfo* hints, addrinfo** first) {
+    clockSeconds += lookUpSeconds;
+    if (lookUpError != 0) {
+        errno = ENOMEM;
+        return lookUpError;
+    }
+    *first = nullptr;
+    for (const std::string& address : known) {
+        __real_getaddrinfo(address.c_str(), service, hints, first);
+        first = &(*first)->ai_next;
+    }
+    return 0;
+}
+int __wrap_clock_gettime(clockid_t, timespec* now) {
+    *now = {clockSeconds, 0};
+    return 0;
+}
+}
+
+namespace {
+
+using namespace opentest;
+using namespace rdbopen;
+using Texts = std::vector<std::string>;
+using std::chrono::seconds;
+
+std::string textOf(const ServerAddress& address) {
+    sockaddr_in ipv4;
+    std::memcpy(&ipv4, &address.bytes, sizeof ipv4);
+    char text[INET_ADDRSTRLEN];
+    return inet_ntop(AF_INET, &ipv4.sin_addr, text, sizeof text);
+}
+
+class EndingWaiter : public PlainWaiter {
+public:
+    bool over() const noexcept override { return ended; }
+    bool ended = false;
+};
+
+constexpr seconds limit{10};
+
+class ServerAddresses_ : public testing::Test {
+protected:
+    ServerAddresses_() {
+        known = {"192.0.2.1", "192.0.2.2", "192.0.2.3"};
+        lookUpError = lookUpSeconds = 0;
+        lookUp();
+    }
+    std::string lookUp() {
+        until = monotonicNow() + limit;
+        return addresses.lookUp({"name", 53}, until);
+    }
+    Outcome tryEach() {
+        tried.clear();
+        return addresses.tryEach(waiter, until, connect, attempt);
+    }
+    Outcome tryOthers(Outcome outcome) {
+        tried.clear();
+        return addresses.tryOthers(std::move(outcome), waiter, until, connect, attempt);
+    }
+    static Outcome wrongServer(std::string reason) { return {errorServerRefused, std::move(reason), true}; }
+
+    ServerAddresses addresses;
+    EndingWaiter waiter;
+    std::chrono::milliseconds until{};
+    Texts tried;
+    std::map<std::string, std::string> unreachable;  // the reason
+    std::map<std::string, Outcome> outcomes;         // what an attempt at the address ends with, else success
+    int spent = 0;                                   // s, by each connection
+    std::vector<std::int64_t> shares;                // s, of each attempt
+
+    const ServerAddresses::Connect connect = [this](const ServerAddress& address, std::chrono::milliseconds) {
+        tried.push_back(textOf(address));
+        clockSeconds += spent;
+        return unreachable[tried.back()];
+    };
+    const ServerAddresses::Attempt attempt = [this](std::chrono::milliseconds share) {
+        shares.push_back(std::chrono::duration_cast<seconds>(share - monotonicNow()).count() + spent);
+        return outcomes[tried.back()];
+    };
+};
+
+using Addresses = ServerAddresses_;
+
+TEST_F(Addresses, TheFirstThatIsRightEndsTheSearch) {
+    EXPECT_EQ(tryEach().code, errorNone);
+    EXPECT_EQ(tried, (Texts{"192.0.2.1"}));
+}
+
+TEST_F(Addresses, TheNextIsTriedAfterOneThatCannotBeReachedOrSaysThatItIsTheWrongOne) {
+    unreachable["192.0.2.1"] = "down";
+    outcomes["192.0.2.2"] = wrongServer("not me");
+    EXPECT_EQ(tryEach().code, errorNone);
+    EXPECT_EQ(tried, known);
+}
+
+TEST_F(Addresses, AnyOtherFailureEndsTheSearch) {
+    for (const Outcome& failure : {backendFailed("lost"), serverRefused("full"), Outcome{errorNotHeld, {}}}) {
+        outcomes["192.0.2.1"] = failure;
+        EXPECT_EQ(tryEach().code, failure.code);
+        EXPECT_EQ(tried.size(), 1U);
+    }
+}
+
+TEST_F(Addresses, WhenAllFailTheLastAnswerIsTold) {
+    outcomes["192.0.2.1"] = wrongServer("one");
+    outcomes["192.0.2.2"] = wrongServer("two");
+    unreachable["192.0.2.3"] = "down";
+    const Outcome outcome = tryEach();
+    EXPECT_EQ(outcome.reason, "two");
+    EXPECT_EQ(outcome.code, errorServerRefused);
+    EXPECT_TRUE(outcome.elsewhere);
+    EXPECT_EQ(tried, known);
+}
+
+TEST_F(Addresses, WhenNoneCanBeReachedTheLastReasonIsTold) {
+    unreachable = {{"192.0.2.1", "one"}, {"192.0.2.2", "two"}, {"192.0.2.3", "three"}};
+    const Outcome outcome = tryEach();
+    EXPECT_EQ(outcome.reason, "three");
+    EXPECT_EQ(outcome.code, errorBackendFailed);
+}
+
+TEST_F(Addresses, TheOneThatWasRightComesFirstAsLongAsTheNameStandsForIt) {
+    outcomes = {{"192.0.2.1", wrongServer("one")}, {"192.0.2.2", wrongServer("two")}};
+    tryEach();
+    lookUp();
+    tryEach();
+    EXPECT_EQ(tried, (Texts{"192.0.2.3"}));
+    known = {"192.0.2.2", "192.0.2.1"};
+    lookUp();
+    tryEach();
+    EXPECT_EQ(tried, known);
+}
+
+TEST_F(Addresses, OneThatFailedIsNotRight) {
+    unreachable["192.0.2.1"] = "down";
+    outcomes["192.0.2.2"] = backendFailed("lost");
+    tryEach();
+    lookUp();
+    tryEach();
+    EXPECT_EQ(tried, (Texts{"192.0.2.1", "192.0.2.2"}));
+}
+
+TEST_F(Addresses, EachHasAnEqualShareOfTheTimeThatIsLeft) {
+    spent = 4;
+    outcomes = {{"192.0.2.1", wrongServer("one")}, {"192.0.2.2", wrongServer("two")}};
+    until = monotonicNow() + seconds(30);
+    tryEach();
+    EXPECT_EQ(shares, (std::vector<std::int64_t>{10, 13, 22}));
+}
+
+TEST_F(Addresses, AClosedHandleTriesNoFurtherOne) {
+    outcomes["192.0.2.1"] = wrongServer("one");
+    const ServerAddresses::Attempt close = [this](std::chrono::milliseconds) {
+        waiter.ended = true;
+        return wrongServer("one");
+    };
+    EXPECT_NE(addresses.tryEach(waiter, until, connect, close).code, errorNone);
+    EXPECT_EQ(tried, (Texts{"192.0.2.1"}));
+    EXPECT_NE(tryEach().code, errorNone);
+    EXPECT_EQ(tried, Texts());
+}
+
+TEST_F(Addresses, TheOthersAreAllButTheLastTried) {
+    unreachable["192.0.2.1"] = "down";
+    tryEach();
+    unreachable.clear();
+    outcomes["192.0.2.1"] = wrongServer("one");
+    EXPECT_EQ(tryOthers(wrongServer("two")).code, errorNone);
+    EXPECT_EQ(tried, (Texts{"192.0.2.1", "192.0.2.3"}));
+}
+
+TEST_F(Addresses, WhenTheOthersCannotBeReachedTheFirstAnswerIsTold) {
+    tryEach();
+    unreachable = {{"192.0.2.2", "two"}, {"192.0.2.3", "three"}};
+    EXPECT_EQ(tryOthers(wrongServer("one")).reason, "one");
+}
+
+TEST_F(Addresses, OneAloneHasNoOthers) {
+    EXPECT_TRUE(addresses.hasOthers());
+    known = {"192.0.2.1"};
+    lookUp();
+    EXPECT_FALSE(addresses.hasOthers());
+}
+
+TEST_F(Addresses, TheTimeOfTheLookUpIsNotTakenFromTheRest) {
+    lookUpSeconds = 100;
+    EXPECT_EQ(lookUp(), "");
+    EXPECT_EQ(until - monotonicNow(), limit);
+}
+
+TEST_F(Addresses, ANameThatIsNotKnownSaysSo) {
+    lookUpError = EAI_NONAME;
+    EXPECT_EQ(lookUp(), std::string("the name of the server is not known: ") + gai_strerror(EAI_NONAME));
+    lookUpError = EAI_SYSTEM;
+    EXPECT_EQ(lookUp(), "the name of the server is not known: " + errorText(ENOMEM));
+    lookUpError = 0;
+    known.clear();
+    EXPECT_EQ(lookUp(), "the name of the server has no address");
+}
+
+}  // namespace
