@@ -90,6 +90,7 @@ class Server:
     folder = ""
     conf = "conf"
     zone = ZONE_FILE
+    address = "127.0.0.1"  # where it is asked
 
     def __init__(self, sandbox, algorithm="hmac-sha256"):
         self.sandbox = sandbox
@@ -137,7 +138,7 @@ class Server:
 
     def dig(self, *words):
         """What dig prints for a question to this server."""
-        return self.sandbox.run("dig", "@127.0.0.1", "+tries=1", *words).decode()
+        return self.sandbox.run("dig", f"@{self.address}", "+tries=1", *words).decode()
 
     def lines(self):
         """The whole zone but its SOA record, as sorted lines OWNER TTL TYPE DATA."""
@@ -146,7 +147,7 @@ class Server:
     def _transfer(self):
         keyring = dns.tsigkeyring.from_text({READER: (self.algorithm, self.keys[READER])})
         found = []
-        for message in dns.query.xfr("127.0.0.1", ZONE, relativize=False, timeout=PATIENCE, keyring=keyring):
+        for message in dns.query.xfr(self.address, ZONE, relativize=False, timeout=PATIENCE, keyring=keyring):
             for rrset in message.answer:
                 kind = dns.rdatatype.to_text(rrset.rdtype)
                 if kind != "SOA":
@@ -226,31 +227,42 @@ class Bind(Server):
 
 
 class SecondBind(Bind):
-    """Another BIND beside the first, on 127.0.0.2. Without a configuration of its own it is a primary, too."""
+    """Another BIND beside the first server, on 127.0.0.2: a primary, too."""
 
     folder = "/var/lib/bind/second"
-    addresses = ("127.0.0.2",)
+    address = "127.0.0.2"
+    addresses = (address,)
 
     def make_place(self, sandbox):
+        if not sandbox.path(f"{Bind.folder}/conf").exists():
+            sandbox.run("mount", "-t", "tmpfs", "-o", "mode=755", "tmpfs", Bind.folder)
         sandbox.run("ip", "addr", "add", "127.0.0.2/8", "dev", "lo")  # BIND listens on addresses of interfaces only
 
 
-class ForwardingBind(SecondBind):
-    """A secondary of the first BIND, which passes updates on to it."""
+class SecondaryBind(SecondBind):
+    """A secondary of the first server, which takes no updates."""
+
+    forwarding = "none"
 
     def zone_statement(self):
         return [
             f'zone "{ZONE}" {{ type secondary; file "zone"; primaries {{ 127.0.0.1 key "{READER}"; }};',
-            "allow-update-forwarding { any; }; };",
+            f"allow-update-forwarding {{ {self.forwarding}; }}; }};",
         ]
 
     def start(self):
         """Also waits until it has the zone."""
         super().start()
-        wait_until(lambda: self.sandbox.run("dig", "@127.0.0.2", "+short", "SOA", ZONE), "the transfer of the zone")
+        wait_until(lambda: self.dig("+short", "SOA", ZONE), "the transfer of the zone")
 
     def write_zone(self):
         pass
+
+
+class ForwardingBind(SecondaryBind):
+    """It passes updates on to the primary."""
+
+    forwarding = "any"
 
 
 class Knot(Server):

@@ -37,11 +37,12 @@ class Server:
         self.login = []  # the words of redis-cli with which command() comes in
         sandbox.path(folder).mkdir()
 
-    def start(self, *options):
+    def start(self, *options, answer="PONG"):
+        """answer: the first word of what it answers to PING when it is ready for the test."""
         always = ["--port", "6379", "--bind", self._address, "--unixsocket", self._socket, "--dir", self._folder]
         always += ["--save", "", "--loglevel", "warning"]
         self._process = self._sandbox.spawn("redis-server", *always, *options)
-        wait_until(lambda: self._ask("PING") == "PONG", "redis-server")
+        wait_until(lambda: self._ask("PING").split(" ")[0] == answer, "redis-server")
 
     def kill(self):
         """Ends it at once; what is not on the disk is lost."""

@@ -19,6 +19,14 @@ def bed():
     one.close()
 
 
+def name_stands_for(bed, *addresses):
+    """Makes "database" a name of these addresses. Returns the file that says so."""
+    names = bed.sandbox.path("/mnt/hosts")
+    names.write_text("".join(f"{address} database\n" for address in addresses))
+    bed.sandbox.run("mount", "--bind", "/mnt/hosts", "/etc/hosts")
+    return names
+
+
 @pytest.mark.parametrize(
     "stale, words",
     [
@@ -28,9 +36,7 @@ def bed():
     ids=["read_only", "master_down"],
 )
 def test_425_a_server_that_becomes_a_replica_is_left_for_the_one_that_its_name_stands_for(bed, stale, words):
-    names = bed.sandbox.path("/mnt/hosts")
-    names.write_text("127.0.0.1 database\n")
-    bed.sandbox.run("mount", "--bind", "/mnt/hosts", "/etc/hosts")
+    names = name_stands_for(bed, "127.0.0.1")
     other = Server(bed.sandbox, "127.0.0.2", "/mnt/other")
     other.start()
     bed.server.start("--replica-serve-stale-data", stale)
@@ -64,3 +70,63 @@ def test_426_a_foreign_key_that_a_check_finds_is_said_once_whatever_else_succeed
     bed.wait_held("first")
     bed.log.wait("works again")
     assert len(bed.log.lines("rdbapi: redis://")) == 2
+
+
+@pytest.fixture
+def two(bed):
+    """The server of the name's second address; that of the first is bed.server, which the test starts."""
+    other = Server(bed.sandbox, "127.0.0.2", "/mnt/other")
+    other.start()
+    name_stands_for(bed, "127.0.0.1", "127.0.0.2")
+    return other
+
+
+@pytest.mark.parametrize("stale, answer", [("yes", "PONG"), ("no", "MASTERDOWN")], ids=["read_only", "master_down"])
+def test_427_a_replica_at_the_first_address_is_left_for_the_next_one(bed, two, stale, answer):
+    bed.server.start("--replica-serve-stale-data", stale, "--replicaof", "127.0.0.1 1", answer=answer)
+    bed.connected(host="database")
+    bed.register("first")
+    assert two.value() == "first"
+    assert bed.log.lines("rdbapi: redis://") == []
+    assert bed.client.events(bed.handle) == [CONNECTED]
+
+
+@pytest.mark.parametrize("stale", ["yes", "no"], ids=["read_only", "master_down"])
+def test_428_a_server_that_becomes_a_replica_is_left_without_losing_the_connection(bed, two, stale):
+    bed.server.start("--replica-serve-stale-data", stale)
+    bed.connected(host="database")
+    bed.register("first")
+    two.command("HSET", "rdb:tag:host1", "class", 2, "type", 6, "importflag", 1, "imported_ms", 1)
+    bed.server.command("REPLICAOF", "127.0.0.1", "1")
+    assert bed.put("second") == OK
+    assert bed.put("third") == OK
+    assert two.value() == "third"
+    assert bed.log.lines("rdbapi: redis://") == []
+    assert bed.client.events(bed.handle) == [CONNECTED]
+
+
+def test_429_a_server_that_is_loading_its_data_is_left_for_the_next_address(bed, two):
+    bed.server.start("--save", "3600 1", "--rdbcompression", "no")
+    for key in range(100):
+        bed.server.command("SET", f"key{key}", "x" * 1000)
+    bed.server.command("SAVE")
+    bed.server.kill()
+    slow = ["--key-load-delay", "10000000", "--loading-process-events-interval-bytes", "1024"]
+    bed.server.start(*slow, answer="LOADING")
+    bed.connected(host="database")
+    bed.register("first")
+    assert two.value() == "first"
+    assert bed.log.lines("rdbapi: redis://") == []
+
+
+def test_430_of_two_replicas_the_reason_is_said_once_and_a_new_master_ends_it(bed, two):
+    bed.server.start("--replicaof", "127.0.0.1 1")
+    two.command("REPLICAOF", "127.0.0.1", "1")
+    bed.connected(host="database")
+    assert bed.client.taginport(bed.handle, "host1") == BACKEND_FAILED
+    bed.log.wait("the server is a read-only replica (READONLY)")
+    two.command("REPLICAOF", "NO", "ONE")
+    bed.wait_connected()
+    bed.register("first")
+    assert two.value() == "first"
+    assert len(bed.log.lines("READONLY")) == 1

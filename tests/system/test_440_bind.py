@@ -4,10 +4,11 @@ import pytest
 
 pytest.importorskip("dns.tsigkeyring", reason="dnspython is not installed (python3-dnspython)")
 
+from dns_address_cases import DnsAddressCases, name_stands_for  # noqa: E402
 from dns_bed import OK, SERVER_REFUSED  # noqa: E402
 from dns_cases import DnsCases, bed  # noqa: E402
 from dns_reply_cases import NOT_AUTH, REFUSED, DnsReplyCases  # noqa: E402
-from dns_servers import ZONE, Bind, ForwardingBind  # noqa: E402
+from dns_servers import ZONE, Bind, ForwardingBind, SecondaryBind  # noqa: E402
 
 __all__ = ["bed"]
 
@@ -72,6 +73,24 @@ class TestOpenSslConfiguration:
         bed.sandbox.run("mount", "--bind", "/mnt/fips.cnf", "/etc/ssl/openssl.cnf")
         bed.connected("?check=0")
         assert bed.update(["2001:db8::a"], [443]) == (OK, "ok")
+
+
+class TestAddressesOfBind(DnsAddressCases):
+    Server = Bind
+
+    def test_65_an_update_that_a_secondary_refuses_is_made_at_the_primary_which_is_asked_first_from_then_on(self, bed):
+        bed.server.addresses = ("127.0.0.1",)
+        bed.server.reconfigure()
+        secondary = SecondaryBind(bed.sandbox)
+        secondary.address, secondary.addresses = "::1", ("::1",)
+        secondary.start()
+        name_stands_for(bed, "::1", "127.0.0.1")
+        bed.connected("?check=0", server="servers")
+        for address in ("2001:db8::a", "2001:db8::b", "2001:db8::c"):
+            assert bed.update([address], [443]) == (OK, "ok")
+            assert bed.holds([address], [443])
+        assert secondary.process.output_so_far().count(b"update forwarding 'example.test/IN' denied") == 1
+        assert bed.log.lines("rdbapi: dns://") == []
 
 
 class TestForwardingBind:

@@ -5,6 +5,7 @@ import pytest
 
 pytest.importorskip("dns.tsigkeyring", reason="dnspython is not installed (python3-dnspython)")
 
+from dns_address_cases import DnsAddressCases  # noqa: E402
 from dns_bed import BACKEND_FAILED  # noqa: E402
 from dns_cases import DnsCases, bed  # noqa: E402
 from dns_reply_cases import NOT_AUTH, DnsReplyCases, unsigned  # noqa: E402
@@ -25,3 +26,7 @@ class TestKnot(DnsCases):
 class TestRepliesOfKnot(DnsReplyCases):
     Server = Knot
     without_zone = (BACKEND_FAILED, unsigned(NOT_AUTH))
+
+
+class TestAddressesOfKnot(DnsAddressCases):
+    Server = Knot
