@@ -49,13 +49,13 @@ def test_564_a_start_that_failed_is_not_repeated_and_a_fault_a_few_times(unit):
     assert int(unit["StartLimitBurst"][0]) * int(unit["RestartSec"][0]) < int(unit["StartLimitIntervalSec"][0])
 
 
-def test_565_user_and_pid_file_are_the_same_everywhere(installed, unit):
+def test_565_user_and_pid_file_are_the_same_everywhere_and_no_other_user_can_lock_the_file(installed, unit):
     (user,) = unit["User"]
     (pid_file,) = unit["ReadWritePaths"]
     users = installed.path(installed.prefix / "lib/sysusers.d/addrpubd.conf").read_text()
     files = installed.path(installed.prefix / "lib/tmpfiles.d/addrpubd.conf").read_text()
     assert re.search(rf"^u +{user} ", users, re.MULTILINE)
-    assert re.search(rf"^f +{pid_file} +0644 {user} +{user} ", files, re.MULTILINE)
+    assert re.search(rf"^f +{pid_file} +0600 {user} +{user} ", files, re.MULTILINE)
 
 
 def test_566_the_packaged_settings_keep_their_files_in_the_state_folders(unit):
