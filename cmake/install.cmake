@@ -19,7 +19,8 @@ set(ADDRPUBD_INI ${CMAKE_INSTALL_FULL_SYSCONFDIR}/addrpubd/addrpubd.ini)
 set(packaging ${PROJECT_SOURCE_DIR}/packaging)
 set(configured ${PROJECT_BINARY_DIR}/packaging)
 
-foreach(file system/addrpubd system/addrpubd.service man/addrpubd.8 man/addrpubd.ini.5 man/addrpubd-check.8)
+foreach(file system/addrpubd system/addrpubd.service system/check-settings.conf
+        man/addrpubd.8 man/addrpubd.ini.5 man/addrpubd-check.8)
     configure_file(${packaging}/${file}.in ${configured}/${file} @ONLY)
 endforeach()
 
@@ -57,3 +58,4 @@ if(TARGET addrpubd-check)
     install(TARGETS addrpubd-check RUNTIME DESTINATION ${CMAKE_INSTALL_SBINDIR})
     install(FILES ${configured}/man/addrpubd-check.8 DESTINATION ${CMAKE_INSTALL_MANDIR}/man8)
 endif()
+    install(FILES ${configured}/system/check-settings.conf DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples)

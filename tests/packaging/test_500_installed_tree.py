@@ -48,6 +48,7 @@ def test_501_the_files_are_exactly_these_with_these_modes(installed):
     folders = {str(parent) for name in expected for parent in Path(name).parents if parent != Path("/")}
     assert tree == expected | dict.fromkeys(folders, FOLDER)
 
+        "share/doc/addrpubd/examples/check-settings.conf": FILE,
 
 def test_502_the_version_of_the_package_is_the_projects():
     command = ["dpkg-parsechangelog", "--file", PACKAGING / "debian/changelog", "--show-field", "Version"]
@@ -68,6 +69,7 @@ def test_504_a_build_is_not_installed_below_another_prefix_than_its_files_name(t
     assert run.returncode != 0 and b"-DCMAKE_INSTALL_PREFIX=/other" in run.stderr
     assert list(tmp_path.iterdir()) == []
 
+    names += ["share/doc/addrpubd/examples/check-settings.conf"]
 
 def test_505_the_links_of_the_installed_documents_lead_to_installed_files(installed):
     documents = list(installed.path(installed.prefix / "share/doc/addrpubd").rglob("*.md"))

@@ -29,11 +29,12 @@ def test_561_systemd_finds_no_fault(installed):
     assert analyze("verify", "--man=no", installed.path(installed.prefix / UNIT)) == (0, "")
 
 
-def test_562_systemd_finds_no_fault_in_the_example_for_credentials(installed, tmp_path):
+@pytest.mark.parametrize("example", ["credentials.conf", "check-settings.conf"])
+def test_562_systemd_finds_no_fault_in_the_example(installed, tmp_path, example):
     (tmp_path / "addrpubd.service").write_text(installed.path(installed.prefix / UNIT).read_text())
-    drop_in = tmp_path / "addrpubd.service.d/credentials.conf"
+    drop_in = tmp_path / "addrpubd.service.d" / example
     drop_in.parent.mkdir()
-    drop_in.write_text((PACKAGING / "system/credentials.conf").read_text())
+    drop_in.write_text(installed.path(installed.prefix / "share/doc/addrpubd/examples" / example).read_text())
     assert analyze("verify", "--man=no", tmp_path / "addrpubd.service") == (0, "")
 
 
