@@ -49,13 +49,14 @@ install(FILES ${packaging}/system/addrpubd.tmpfiles DESTINATION lib/tmpfiles.d R
 install(FILES ${configured}/man/addrpubd.8 DESTINATION ${CMAKE_INSTALL_MANDIR}/man8)
 install(FILES ${configured}/man/addrpubd.ini.5 DESTINATION ${CMAKE_INSTALL_MANDIR}/man5)
 
+#  The pages for whoever runs the service. Those on how it was measured and tested are for its maintainers.
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/docs/ DESTINATION ${CMAKE_INSTALL_DOCDIR}
-    FILES_MATCHING PATTERN *.md PATTERN *.ini PATTERN *.svg)
+    FILES_MATCHING PATTERN backend*.md PATTERN operations.md PATTERN scale.md PATTERN wire-formats.md PATTERN *.ini)
 install(FILES ${packaging}/system/credentials.conf DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples)
 
 if(TARGET addrpubd-check)
     target_compile_definitions(addrpubd-check PRIVATE ADDRPUBD_INI="${ADDRPUBD_INI}")
     install(TARGETS addrpubd-check RUNTIME DESTINATION ${CMAKE_INSTALL_SBINDIR})
     install(FILES ${configured}/man/addrpubd-check.8 DESTINATION ${CMAKE_INSTALL_MANDIR}/man8)
-endif()
     install(FILES ${configured}/system/check-settings.conf DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples)
+endif()

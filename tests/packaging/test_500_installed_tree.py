@@ -18,14 +18,25 @@ FOLDER = "drwxr-xr-x"
 LINK = re.compile(r"\]\((?!\w+:)([^)#]+)")
 
 
+#  The pages for whoever runs the service. All others in docs/ are for maintainers.
+PAGES = [
+    "backends.md",
+    "backend-dns.md",
+    "backend-hosts.md",
+    "backend-log.md",
+    "backend-redis.md",
+    "backend-sqlite.md",
+    "operations.md",
+    "scale.md",
+    "wire-formats.md",
+]
+
+
 def below_prefix():
-    """Names below the prefix; a page of the documentation is one that stands in docs/."""
-    pages = {
-        f"share/doc/addrpubd/{page.relative_to(SOURCE / 'docs')}": FILE
-        for page in (SOURCE / "docs").rglob("*")
-        if page.suffix in (".md", ".ini", ".svg")
-    }
-    return pages | {
+    """Names below the prefix."""
+    examples = [f"examples/{page.name}" for page in (SOURCE / "docs/examples").iterdir()]
+    documents = {f"share/doc/addrpubd/{name}": FILE for name in PAGES + examples}
+    return documents | {
         "lib/addrpubd/addrpubd": PROGRAM,
         "lib/addrpubd/librdbapix64.so": FILE,
         "sbin/addrpubd": PROGRAM,
@@ -37,6 +48,7 @@ def below_prefix():
         "share/man/man8/addrpubd.8": FILE,
         "share/man/man8/addrpubd-check.8": FILE,
         "share/doc/addrpubd/examples/credentials.conf": FILE,
+        "share/doc/addrpubd/examples/check-settings.conf": FILE,
     }
 
 
@@ -48,7 +60,6 @@ def test_501_the_files_are_exactly_these_with_these_modes(installed):
     folders = {str(parent) for name in expected for parent in Path(name).parents if parent != Path("/")}
     assert tree == expected | dict.fromkeys(folders, FOLDER)
 
-        "share/doc/addrpubd/examples/check-settings.conf": FILE,
 
 def test_502_the_version_of_the_package_is_the_projects():
     command = ["dpkg-parsechangelog", "--file", PACKAGING / "debian/changelog", "--show-field", "Version"]
@@ -58,6 +69,7 @@ def test_502_the_version_of_the_package_is_the_projects():
 
 def test_503_no_template_is_left_unfilled(installed):
     names = ["sbin/addrpubd", "lib/systemd/system/addrpubd.service"]
+    names += ["share/doc/addrpubd/examples/check-settings.conf"]
     names += [name for name in below_prefix() if name.startswith("share/man/")]
     for name in names:
         assert not re.search(r"@\w+@", installed.path(installed.prefix / name).read_text())
@@ -69,7 +81,6 @@ def test_504_a_build_is_not_installed_below_another_prefix_than_its_files_name(t
     assert run.returncode != 0 and b"-DCMAKE_INSTALL_PREFIX=/other" in run.stderr
     assert list(tmp_path.iterdir()) == []
 
-    names += ["share/doc/addrpubd/examples/check-settings.conf"]
 
 def test_505_the_links_of_the_installed_documents_lead_to_installed_files(installed):
     documents = list(installed.path(installed.prefix / "share/doc/addrpubd").rglob("*.md"))
