@@ -1,0 +1,16 @@
+#!/usr/bin/env bash
+#  Sourced by the other files of this folder: the names that they share.
+# shellcheck disable=SC2034 # they are used there
+
+work=${work:?a folder for everything that the test makes}
+helpers=$(dirname "${BASH_SOURCE[0]}")
+top=$(realpath "$helpers/../../..")
+
+root=$work/debian # the machine's disk
+address=2001:db8::10
+name=host1.example
+
+unit=addrpubd.service
+ini=/etc/addrpubd/addrpubd.ini
+drop_ins=/etc/systemd/system/addrpubd.service.d
+examples=/usr/share/doc/addrpubd/examples
