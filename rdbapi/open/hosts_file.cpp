@@ -8,7 +8,8 @@ namespace {
 
 bool isAddress(std::string_view text) {
     char terminated[INET6_ADDRSTRLEN];
-    if (text.size() >= sizeof terminated)
+    //  inet_pton ends at a zero byte and would pass over what follows it.
+    if (text.size() >= sizeof terminated || text.find('\0') != std::string_view::npos)
         return false;
     terminated[text.copy(terminated, text.size())] = '\0';
     in6_addr binary{};

@@ -56,6 +56,14 @@ TEST(HostsFile, ZeroBytesAndBlankLinesAreKept) {
     EXPECT_EQ(withHostLines(file, "h", Addresses{}), file);
 }
 
+TEST(HostsFile, ALineWithAZeroByteInItsAddressIsSomebodyElses) {
+    using namespace std::string_literals;
+    for (const std::string& address : {"::1\0"s, "::1\0x"s, "192.0.2.1\0 # kept"s, "\0"s, "\0::1"s}) {
+        const std::string file = address + " h # addrpubd h\n";
+        EXPECT_EQ(withHostLines(file, "h", Addresses{"::2"}), file + "::2 h # addrpubd h\n");
+    }
+}
+
 TEST(HostsFile, TheSameAddressesAgainChangeNothing) {
     const std::string once = withHostLines("a\nb", "h", Addresses{"::1", "::2"});
     EXPECT_EQ(withHostLines(once, "h", Addresses{"::1", "::2"}), once);
