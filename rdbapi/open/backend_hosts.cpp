@@ -36,8 +36,10 @@ public:
 
 private:
     Outcome update(const DnsRequest& request);
+    Outcome flush(const FilePlace& place);
 
     std::string path_;
+    bool flushed_ = false;  // the directory, since this back end last renamed a file in it
 };
 
 Outcome HostsBackend::open(const Waiter&) {
@@ -70,10 +72,20 @@ Outcome HostsBackend::update(const DnsRequest& request) {
             return failedTo("the file cannot be read", unread);
         const std::string after = withHostLines(before.bytes, request.name, request.addresses);
         if (after == before.bytes)
-            return {};
+            return flushed_ ? Outcome{} : flush(place);
         error = replaceFile(place, before, after);
     }
-    return error == 0 ? Outcome{} : failedTo("the file cannot be replaced", error);
+    if (error == EFBIG)
+        return serverRefused("the file would be larger than 16 MiB; it stays as it is");
+    return error == 0 ? flush(place) : failedTo("the file cannot be replaced", error);
+}
+
+//  After a failure the retry finds the new text in the file. Only flushed_ says that it is not safe yet; a new process
+//  does not know, and flushes once.
+Outcome HostsBackend::flush(const FilePlace& place) {
+    const int error = flushDirectory(place);
+    flushed_ = error == 0;
+    return flushed_ ? Outcome{} : failedTo("the folder cannot be flushed", error);
 }
 
 Outcome HostsBackend::message(std::string_view text, std::string& reply) {

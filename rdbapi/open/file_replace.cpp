@@ -12,7 +12,6 @@ namespace rdbopen {
 
 namespace {
 
-constexpr std::size_t largestFile = 16 << 20;
 constexpr mode_t newFileMode = 0644;  // a name server runs as another user
 constexpr mode_t modeBits = 07777;
 constexpr int mostLinks = 40;  // as the kernel's own limit, path_resolution(7)
@@ -101,11 +100,6 @@ bool unchangedSince(const FilePlace& place, const FileText& before) {
            sameTime(now.st_ctim, before.status.st_ctim);
 }
 
-int flushDirectory(const FilePlace& place) {
-    const Descriptor directory(open(place.directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    return directory.get() < 0 ? errno : errorOf(fsync(directory.get()));
-}
-
 }  // namespace
 
 int resolveFile(const std::string& path, FilePlace& place) {
@@ -161,16 +155,21 @@ int proveReplacing(const FilePlace& place) {
 }
 
 int replaceFile(const FilePlace& place, const FileText& before, std::string_view bytes) {
+    if (bytes.size() > largestFile)
+        return EFBIG;
     int error = writeTemporary(place, before, bytes);
     if (error == 0 && !unchangedSince(place, before))
         error = EAGAIN;
     if (error == 0)
         error = errorOf(rename(place.temporary().c_str(), place.path().c_str()));
-    if (error != 0) {
+    if (error != 0)
         unlink(place.temporary().c_str());
-        return error;
-    }
-    return flushDirectory(place);
+    return error;
+}
+
+int flushDirectory(const FilePlace& place) {
+    const Descriptor directory(open(place.directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    return directory.get() < 0 ? errno : errorOf(fsync(directory.get()));
 }
 
 }  // namespace rdbopen

@@ -15,6 +15,9 @@
 
 namespace rdbopen {
 
+//  Bytes of a file that is read or written at all.
+inline constexpr std::size_t largestFile = 16 << 20;
+
 //  Where the file really is, behind all symbolic links.
 struct FilePlace {
     std::string directory;  // ends with "/"
@@ -35,7 +38,7 @@ struct FileText {
 int resolveFile(const std::string& path, FilePlace& place);
 
 //  Reads the whole file; a missing one is no failure. Returns 0 or an errno value: EINVAL for anything but a regular
-//  file, EFBIG above 16 MiB.
+//  file, EFBIG above largestFile.
 int readFile(const FilePlace& place, FileText& text);
 
 //  Makes the temporary file and removes it again, which shows that the directory can be written. Returns 0 or an errno
@@ -43,10 +46,14 @@ int readFile(const FilePlace& place, FileText& text);
 int proveReplacing(const FilePlace& place);
 
 //  Replaces the file that was read as before by bytes, with its mode and owner, or mode 0644 when there was none.
-//  Returns 0, EAGAIN when the file is not the one that was read any more, or another errno value; the file is then as
-//  it was, except that after a failure to flush the directory it may be either.
+//  Returns 0, EAGAIN when the file is not the one that was read any more, EFBIG above largestFile, which readFile would
+//  refuse from then on, or another errno value; the file is then as it was.
+//  The file survives a power cut only after flushDirectory.
 //  Requires: the lock is held.
 int replaceFile(const FilePlace& place, const FileText& before, std::string_view bytes);
+
+//  Flushes the entry of the file in its directory. Returns 0 or an errno value.
+int flushDirectory(const FilePlace& place);
 
 }  // namespace rdbopen
 

@@ -69,7 +69,7 @@ if(nlohmann_json_FOUND)
         SOURCES open_hosts_file_test.cpp open_dns_request_test.cpp open_backend_hosts_test.cpp
             open_quiet_syslog.cpp
         LIBS rdbapi_open
-        WRAP sendto)
+        WRAP sendto fsync)
     addrpubd_unit_test(open_file_test
         SOURCES open_file_replace_test.cpp open_file_lock_test.cpp
         LIBS rdbapi_open

@@ -3,11 +3,25 @@
 
 #include "open_support.h"
 
+#include <cerrno>
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
+
+namespace {
+int flushes = 0;
+int failingFlush = 0;  // its number, counted from 1
+}  // namespace
+
+extern "C" int __real_fsync(int fd);
+extern "C" int __wrap_fsync(int fd) {
+    if (++flushes != failingFlush)
+        return __real_fsync(fd);
+    errno = EIO;
+    return -1;
+}
 
 namespace {
 
@@ -114,6 +128,54 @@ TEST_F(HostsBackend, TagCallsAreNotSupported) {
 //  Opening without a worker, so that the failure is the test's to see.
 int openCode(const std::string& path) {
     return backendFor("hosts://" + path)->open(plainWaiter).code;
+}
+
+//  Without a worker, so that each request is made once.
+class HostsBackendAlone : public testing::Test {
+protected:
+    HostsBackendAlone() {
+        flushes = 0;
+        failingFlush = 0;
+    }
+    ~HostsBackendAlone() override { failingFlush = 0; }
+    int update(const std::string& address) {
+        const std::string text =
+            R"({"request":"ws_dnsupdate","seqno":7,"item":{"name":"a","ipv6s":[")" + address + "\"]}}";
+        return backend->message(text, reply).code;
+    }
+
+    Folder folder;
+    const std::string file = folder.file("hosts");
+    const std::unique_ptr<Backend> backend = backendFor("hosts://" + file);
+    std::string reply;
+};
+
+TEST_F(HostsBackendAlone, ARetryAfterAFailedFlushOfTheFolderFlushesItAgain) {
+    failingFlush = 2;  // the first is the file's
+    EXPECT_EQ(update("::1"), errorBackendFailed);
+    EXPECT_EQ(readText(file), "::1 a # addrpubd a\n");
+    failingFlush = 3;
+    EXPECT_EQ(update("::1"), errorBackendFailed);
+    EXPECT_EQ(update("::1"), 0);
+    EXPECT_EQ(flushes, 4);
+}
+
+TEST_F(HostsBackendAlone, ATextThatANewProcessFindsUnchangedIsFlushedOnce) {
+    writeText(file, "::1 a # addrpubd a\n");
+    EXPECT_EQ(update("::1"), 0);
+    EXPECT_EQ(flushes, 1);
+    EXPECT_EQ(update("::1"), 0);
+    EXPECT_EQ(flushes, 1);
+}
+
+TEST_F(HostsBackendAlone, AFileThatWouldBecomeTooLargeStaysAndTheReplySaysWhy) {
+    const std::string full(16 << 20, '\n');
+    writeText(file, full);
+    EXPECT_EQ(update("::1"), errorServerRefused);
+    EXPECT_NE(reply.find("the file would be larger than 16 MiB"), std::string::npos);
+    EXPECT_TRUE(readText(file) == full);
+    writeText(file, full.substr(100));
+    EXPECT_EQ(update("::1"), 0);
 }
 
 TEST(HostsBackendOpen, AFolderThatIsMissingFails) {

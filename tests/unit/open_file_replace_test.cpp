@@ -89,7 +89,8 @@ protected:
         FileText before;
         const int unread = readFile(place, before);
         trace.clear();
-        return unread != 0 ? unread : replaceFile(place, before, bytes);
+        const int error = unread != 0 ? unread : replaceFile(place, before, bytes);
+        return error != 0 ? error : flushDirectory(place);
     }
     mode_t modeOf(const std::string& path) {
         struct stat status {};
@@ -197,6 +198,19 @@ TEST_F(FileReplace, FilesAbove16MiBAreRefused) {
     ASSERT_EQ(truncate(file.c_str(), (16 << 20) + 1), 0);
     FileText text;
     EXPECT_EQ(readFile(place, text), EFBIG);
+}
+
+TEST_F(FileReplace, ATextAbove16MiBIsRefusedBeforeItIsWritten) {
+    writeText(file, "old");
+    EXPECT_EQ(replace(std::string((16 << 20) + 1, 'x')), EFBIG);
+    EXPECT_EQ(trace, std::vector<std::string>());
+    EXPECT_EQ(readText(file), "old");
+}
+
+TEST_F(FileReplace, ATextOfJust16MiBIsWrittenAndCanBeReadAgain) {
+    ASSERT_EQ(replace(std::string(16 << 20, 'x')), 0);
+    FileText text;
+    EXPECT_EQ(readFile(place, text), 0);
 }
 
 TEST_F(FileReplace, AMissingFileReadsAsEmpty) {
