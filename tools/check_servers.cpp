@@ -3,6 +3,7 @@
 #include "show.h"
 
 #include "backend_registry.h"
+#include "file_path.h"
 #include "secret.h"
 #include "url.h"
 
@@ -74,6 +75,20 @@ void checkPassword(const Subject& subject, const Server& server, CReport& report
         checkPasswordMode(subject, server.password, report);
 }
 
+//  Who may make files beside the server's own can put a link, or a file that is not the service's, in its place.
+void checkFolder(const Subject& subject, const Server& server, CReport& report) {
+    rdbopen::Url url;
+    rdbopen::FilePlace place;
+    std::string reason;
+    if (!rdbopen::parseUrl(subject.given(server.url), url, reason) || (url.scheme != "hosts" && url.scheme != "sqlite"))
+        return;
+    rdbopen::resolveFile(url.path, place);
+    if (!place.shared.empty())
+        report.warn(subject.line[server.url], std::string(settings[server.url].name) +
+                                                  ": other users can make files in " + printable(place.shared) +
+                                                  ", through which the path leads: use a folder of the service's own");
+}
+
 void checkBackend(const Subject& subject, const Server& server, CReport& report) {
     const std::string name = settings[server.url].name;
     const std::size_t line = subject.line[server.url];
@@ -88,6 +103,8 @@ void checkBackend(const Subject& subject, const Server& server, CReport& report)
     else if (!backend->serves(server.service))
         report.warn(line, name + ": the back end of this scheme is none for the " + server.name +
                               ": every request to it fails (rdburl and dnsurl exchanged?)");
+    else
+        checkFolder(subject, server, report);
 }
 
 //  Returns whether the service connects to the server.

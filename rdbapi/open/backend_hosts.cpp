@@ -44,8 +44,8 @@ private:
 
 Outcome HostsBackend::open(const Waiter&) {
     FilePlace place;
-    if (const int error = resolveFile(path_, place); error != 0)
-        return failedTo("the folder cannot be reached", error);
+    if (const std::string reason = resolveFile(path_, place); !reason.empty())
+        return backendFailed("the file cannot be reached: " + reason);
     FileLock lock;
     if (const int error = lock.acquire(place.lock(), lockLimit); error != 0)
         return failedTo("the lock file cannot be locked", error);
@@ -60,8 +60,8 @@ Outcome HostsBackend::open(const Waiter&) {
 //  The path is resolved anew each time: a link may be pointed elsewhere while the service runs.
 Outcome HostsBackend::update(const DnsRequest& request) {
     FilePlace place;
-    if (const int error = resolveFile(path_, place); error != 0)
-        return failedTo("the folder cannot be reached", error);
+    if (const std::string reason = resolveFile(path_, place); !reason.empty())
+        return backendFailed("the file cannot be reached: " + reason);
     FileLock lock;
     if (const int error = lock.acquire(place.lock(), lockLimit); error != 0)
         return failedTo("the lock file cannot be locked", error);

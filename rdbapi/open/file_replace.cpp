@@ -1,11 +1,8 @@
 #include "file_replace.h"
 
 #include <cerrno>
-#include <climits>
 #include <cstdio>
-#include <cstdlib>
 #include <fcntl.h>
-#include <memory>
 #include <unistd.h>
 
 namespace rdbopen {
@@ -14,7 +11,6 @@ namespace {
 
 constexpr mode_t newFileMode = 0644;  // a name server runs as another user
 constexpr mode_t modeBits = 07777;
-constexpr int mostLinks = 40;  // as the kernel's own limit, path_resolution(7)
 
 class Descriptor {
 public:
@@ -34,18 +30,6 @@ private:
 //  0 for a call that did not fail, otherwise its errno.
 int errorOf(int result) {
     return result < 0 ? errno : 0;
-}
-
-std::string directoryOf(const std::string& path) {
-    return path.substr(0, path.rfind('/') + 1);
-}
-
-int realPath(const std::string& path, std::string& real) {
-    const std::unique_ptr<char, decltype(&std::free)> text(realpath(path.c_str(), nullptr), &std::free);
-    if (text == nullptr)
-        return errno;
-    real = text.get();
-    return 0;
 }
 
 int writeAll(int fd, std::string_view bytes) {
@@ -101,27 +85,6 @@ bool unchangedSince(const FilePlace& place, const FileText& before) {
 }
 
 }  // namespace
-
-int resolveFile(const std::string& path, FilePlace& place) {
-    std::string current = path;
-    for (int links = 0; links < mostLinks; ++links) {
-        char target[PATH_MAX];
-        const ssize_t length = readlink(current.c_str(), target, sizeof target);
-        if (length < 0) {
-            if (errno != EINVAL && errno != ENOENT)  // neither "no link" nor "no file yet"
-                return errno;
-            std::string directory;
-            if (const int error = realPath(directoryOf(current), directory); error != 0)
-                return error;
-            place.directory = directory == "/" ? directory : directory + "/";
-            place.name = current.substr(current.rfind('/') + 1);
-            return 0;
-        }
-        const std::string text(target, static_cast<std::size_t>(length));
-        current = text.starts_with('/') ? text : directoryOf(current).append(text);
-    }
-    return ELOOP;
-}
 
 int readFile(const FilePlace& place, FileText& text) {
     text = FileText();

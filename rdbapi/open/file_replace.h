@@ -9,6 +9,8 @@
 #ifndef RDBAPI_OPEN_FILE_REPLACE_H
 #define RDBAPI_OPEN_FILE_REPLACE_H
 
+#include "file_path.h"
+
 #include <string>
 #include <string_view>
 #include <sys/stat.h>
@@ -18,24 +20,11 @@ namespace rdbopen {
 //  Bytes of a file that is read or written at all.
 inline constexpr std::size_t largestFile = 16 << 20;
 
-//  Where the file really is, behind all symbolic links.
-struct FilePlace {
-    std::string directory;  // ends with "/"
-    std::string name;
-
-    std::string path() const { return directory + name; }
-    std::string temporary() const { return directory + "." + name + ".addrpubd.tmp"; }
-    std::string lock() const { return directory + "." + name + ".addrpubd.lock"; }
-};
-
 struct FileText {
     bool exists = false;
     struct stat status {};  // of the file when it was read; meaningless when it does not exist
     std::string bytes;
 };
-
-//  Resolves path, of which the last component may be missing. Returns 0 or an errno value.
-int resolveFile(const std::string& path, FilePlace& place);
 
 //  Reads the whole file; a missing one is no failure. Returns 0 or an errno value: EINVAL for anything but a regular
 //  file, EFBIG above largestFile.

@@ -95,6 +95,26 @@ TEST_F(Check, FindsWhatEveryRowOfTheTableSays) {
     }
 }
 
+#if defined(RDBOPEN_WITH_SQLITE) && defined(RDBOPEN_WITH_HOSTS)
+
+TEST_F(Check, AFolderThatOtherUsersShareIsRemarkedOnWhereverItIsOnThePath) {
+    const std::string url[] = {"sqlite:///tmp/new/rdb.db", "hosts:///var/../tmp/hosts"};
+    const std::string remark =
+        ": other users can make files in /tmp/, through which the path leads: use a folder of the service's own";
+    const CReport report = examined("hostname=h\nrdburl=" + url[0] + "\nrdbuser=u\nrdbpswd=p\ndnsurl=" + url[1] +
+                                    "\ndnsuser=u\ndnspswd=p\n");
+    EXPECT_EQ(linesOf(report), (Lines{"2 warning rdburl" + remark, "5 warning dnsurl" + remark}));
+    EXPECT_EQ(report.exitStatus(), 1);
+}
+
+TEST_F(Check, AFolderOfOneUserIsNoRemark) {
+    const CReport report = examined("hostname=h\nrdburl=sqlite:///var/lib/new/rdb.db\nrdbuser=u\nrdbpswd=p\n"
+                                    "dnsurl=hosts:///etc/hosts\ndnsuser=u\ndnspswd=p\n");
+    EXPECT_EQ(linesOf(report), Lines());
+}
+
+#endif
+
 TEST_F(Check, TellsTheFindingsInTheOrderOfTheLines) {
     std::vector<std::size_t> order;
     for (const Finding& finding : examined("dnshttpsports = x\nhostname = a:b\nttl = 1\n").findings)

@@ -1,7 +1,8 @@
 #  The open client library. Its back ends are tested when they are built.
 
 addrpubd_unit_test(open_parts_test
-    SOURCES open_backend_log_test.cpp open_backoff_test.cpp open_reported_reasons_test.cpp open_secret_test.cpp
+    SOURCES open_backend_log_test.cpp open_backoff_test.cpp open_file_path_test.cpp open_reported_reasons_test.cpp
+        open_secret_test.cpp
         open_url_test.cpp open_wanted_test.cpp
     LIBS rdbapi_open
     WRAP sendto)

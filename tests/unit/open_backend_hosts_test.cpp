@@ -182,6 +182,21 @@ TEST(HostsBackendOpen, AFolderThatIsMissingFails) {
     EXPECT_EQ(openCode("/nonexistent/hosts"), errorBackendFailed);
 }
 
+TEST(HostsBackendOpen, ALinkOfAStrangerInASharedFolderIsNotFollowed) {
+    const Folder folder;
+    std::filesystem::create_directory(folder.file("shared"));
+    writeText(folder.file("victim"), "kept");
+    const std::string link = folder.file("shared/hosts");
+    ASSERT_EQ(symlink("../victim", link.c_str()), 0);
+    if (lchown(link.c_str(), 1234, 1234) != 0)
+        GTEST_SKIP() << "needs root";
+    EXPECT_EQ(openCode(link), 0);
+    ASSERT_EQ(chmod(folder.file("shared").c_str(), 01777), 0);
+    EXPECT_EQ(backendFor("hosts://" + link)->open(plainWaiter).reason,
+              "the file cannot be reached: the link " + link +
+                  " in a folder that others can write belongs to somebody else");
+}
+
 TEST(HostsBackendOpen, AFolderInPlaceOfTheFileFails) {
     const Folder folder;
     std::filesystem::create_directory(folder.file("hosts"));
