@@ -1,7 +1,9 @@
 #include "backend_sqlite.h"
 
 #include "clock.h"
+#include "file_path.h"
 #include "file_url.h"
+#include "sqlite_creation.h"
 #include "sqlite_schema.h"
 
 #include <sys/stat.h>
@@ -42,9 +44,14 @@ private:
 };
 
 Outcome SqliteBackend::open(const Waiter&) {
-    if (database_.open(path_) != SQLITE_OK)
+    FilePlace place;
+    if (const std::string reason = resolveFile(path_, place); !reason.empty())
+        return backendFailed("the file cannot be reached: " + reason);
+    if (std::string reason = makeSqliteFile(place); !reason.empty())
+        return backendFailed(std::move(reason));
+    if (database_.open(place.path()) != SQLITE_OK)
         return failed("cannot be opened");
-    if (std::string refusal = sqliteFileRefusal(database_); !refusal.empty())
+    if (std::string refusal = sqliteFileRefusal(database_, place.path()); !refusal.empty())
         return backendFailed(std::move(refusal));
     if (std::string reason = makeSqliteSchema(database_); !reason.empty())
         return backendFailed(std::move(reason));

@@ -26,14 +26,41 @@ int SqliteStatement::run() {
     return sqlite3_reset(statement_.get());
 }
 
+std::string_view SqliteStatement::text(int index) {
+    const auto* first = reinterpret_cast<const char*>(sqlite3_column_text(statement_.get(), index));
+    const int size = sqlite3_column_bytes(statement_.get(), index);
+    return first == nullptr ? std::string_view() : std::string_view(first, static_cast<std::size_t>(size));
+}
+
 int SqliteDatabase::open(const std::string& path) {
     sqlite3* connection = nullptr;
-    const int flags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX | SQLITE_OPEN_EXRESCODE;
+    const int flags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOFOLLOW | SQLITE_OPEN_NOMUTEX | SQLITE_OPEN_EXRESCODE;
     const int result = sqlite3_open_v2(path.c_str(), &connection, flags, nullptr);
     connection_.reset(connection);
     if (result != SQLITE_OK)
         return result;
     return sqlite3_busy_timeout(connection, busyLimit);
+}
+
+void SqliteDatabase::abandon() {
+    sqlite3_db_config(connection_.get(), SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);
+    close();
+}
+
+//  What is left in the log stays committed; the next call takes it along.
+void SqliteDatabase::emptyLog() {
+    sqlite3_busy_timeout(connection_.get(), 0);
+    sqlite3_wal_checkpoint_v2(connection_.get(), nullptr, SQLITE_CHECKPOINT_TRUNCATE, nullptr, nullptr);
+    sqlite3_busy_timeout(connection_.get(), busyLimit);
+}
+
+std::string SqliteDatabase::bytes() {
+    sqlite3_int64 size = 0;
+    const std::unique_ptr<unsigned char, decltype(&sqlite3_free)> image(
+        sqlite3_serialize(connection_.get(), "main", &size, 0), &sqlite3_free);
+    if (image == nullptr)
+        return {};
+    return {reinterpret_cast<const char*>(image.get()), static_cast<std::size_t>(size)};
 }
 
 int SqliteDatabase::readFirstBytes(void* bytes, int count, std::int64_t& size) {

@@ -27,6 +27,9 @@ public:
 
     std::int64_t column(int index) { return sqlite3_column_int64(statement_.get(), index); }
 
+    //  The text of a column by its length; it lasts until the next step or reset.
+    std::string_view text(int index);
+
     //  Makes it ready for the next use; ends its read transaction.
     void reset() { sqlite3_reset(statement_.get()); }
 
@@ -42,7 +45,8 @@ private:
 
 class SqliteDatabase {
 public:
-    //  Opens path for reading and writing, creating an empty file when there is none.
+    //  Opens the file at path for reading and writing. Fails when it is missing or when path leads through a link; SQLite
+    //  checks the folders on the way before it opens the file, not while it does.
     int open(const std::string& path);
 
     //  Reads the first count bytes of the file and its size past SQLite's own handling: without a lock and without
@@ -50,8 +54,11 @@ public:
     //  this process holds on the file (fcntl(2)).
     int readFirstBytes(void* bytes, int count, std::int64_t& size);
 
-    //  Closes it. Statements go first.
+    //  Closes it; the last connection writes what is in the log into the file, and removes the log. Statements go first.
     void close() { connection_.reset(); }
+
+    //  Closes it and leaves all files as they are.
+    void abandon();
 
     //  Runs one or more statements and drops their rows.
     int run(const char* sql);
@@ -62,6 +69,18 @@ public:
     //  Runs sql and returns the first column of its first row, or otherwise when there is none.
     std::int64_t number(const char* sql, std::int64_t otherwise);
     std::string text(const char* sql);
+
+    //  PRAGMA data_version: a number that changes when another connection commits. Negative after a failure.
+    std::int64_t dataVersion() { return number("PRAGMA data_version", -1); }
+
+    //  Writes the log into the file and empties it, as far as other connections allow without waiting for them.
+    void emptyLog();
+
+    //  Gives up the copies of pages in memory, so that the next statement reads the file.
+    void forgetPages() { sqlite3_db_release_memory(connection_.get()); }
+
+    //  Returns the whole database as the bytes of a file; empty after a failure.
+    std::string bytes();
 
     //  True inside BEGIN.
     bool inTransaction() const { return sqlite3_get_autocommit(connection_.get()) == 0; }

@@ -2,65 +2,20 @@
 //  second connection, as the stock tool would.
 #include "backend_sqlite.h"
 
-#include "open_support.h"
-#include "sqlite_schema.h"
+#include "open_recorded_disk.h"
+#include "open_sqlite_fixture.h"
 
-#include <atomic>
-#include <gtest/gtest.h>
 #include <sched.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
-#include <sys/syscall.h>
 #include <unistd.h>
-
-namespace {
-std::atomic<int> flushes{0};
-}
-
-//  They stand before the C library's for SQLite as well.
-extern "C" int fsync(int fd) {
-    ++flushes;
-    return static_cast<int>(syscall(SYS_fsync, fd));
-}
-extern "C" int fdatasync(int fd) {
-    ++flushes;
-    return static_cast<int>(syscall(SYS_fdatasync, fd));
-}
 
 namespace {
 
 using namespace opentest;
 using namespace rdbopen;
 
-class SqliteBackend : public testing::Test {
-protected:
-    void open() {
-        const Outcome outcome = backend->open(plainWaiter);
-        ASSERT_EQ(outcome.code, 0) << outcome.reason;
-    }
-    void openWithTag(const std::string& name) {
-        open();
-        ASSERT_EQ(backend->tagImport(usableTag(name)).code, 0);
-    }
-    int put(const std::string& name, const std::string& value) {
-        const RdbSnapshot record = recordOf(name, value);
-        return backend->put({&record, 1}).code;
-    }
-    std::string query(const char* sql) {
-        SqliteDatabase reader;
-        EXPECT_EQ(reader.open(file), SQLITE_OK);
-        return reader.text(sql);
-    }
-    void makeForeign(const char* sql) {
-        SqliteDatabase database;
-        ASSERT_EQ(database.open(file), SQLITE_OK);
-        ASSERT_EQ(database.run(sql), SQLITE_OK) << database.lastError();
-    }
-
-    Folder folder;
-    const std::string file = folder.file("rdb.db");
-    std::unique_ptr<Backend> backend = backendFor("sqlite://" + file);
-};
+class SqliteBackend : public SqliteFixture {};
 
 TEST_F(SqliteBackend, AMissingFileBecomesADatabaseWithItsMarks) {
     open();
@@ -174,9 +129,9 @@ TEST_F(SqliteBackend, TheHistoryKeepsTenThousandRowsOfATag) {
 TEST_F(SqliteBackend, EachPutIsFlushedToTheDisk) {
     openWithTag("a");
     for (int i = 0; i < 3; ++i) {
-        const int before = flushes;
+        const int before = flushCount();
         ASSERT_EQ(put("a", "v"), 0);
-        EXPECT_GT(flushes, before);
+        EXPECT_GT(flushCount(), before);
     }
 }
 

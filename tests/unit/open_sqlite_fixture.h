@@ -1,0 +1,46 @@
+//  What the tests of the back end sqlite share: one back end on a database in a folder of its own, and a second connection
+//  to look at it, as the stock tool would.
+#ifndef TESTS_UNIT_OPEN_SQLITE_FIXTURE_H
+#define TESTS_UNIT_OPEN_SQLITE_FIXTURE_H
+
+#include "open_support.h"
+#include "sqlite_schema.h"
+
+#include <gtest/gtest.h>
+
+namespace opentest {
+
+class SqliteFixture : public testing::Test {
+protected:
+    void open() {
+        const rdbopen::Outcome outcome = backend->open(plainWaiter);
+        ASSERT_EQ(outcome.code, 0) << outcome.reason;
+    }
+    void openWithTag(const std::string& name) {
+        open();
+        ASSERT_EQ(backend->tagImport(usableTag(name)).code, 0);
+    }
+    int put(const std::string& name, const std::string& value) {
+        const RdbSnapshot record = recordOf(name, value);
+        return backend->put({&record, 1}).code;
+    }
+    std::string query(const char* sql) {
+        rdbopen::SqliteDatabase reader;
+        EXPECT_EQ(reader.open(file), SQLITE_OK);
+        return reader.text(sql);
+    }
+    void makeForeign(const char* sql) {
+        rdbopen::SqliteDatabase database;
+        std::ofstream(file, std::ios::app).close();
+        ASSERT_EQ(database.open(file), SQLITE_OK);
+        ASSERT_EQ(database.run(sql), SQLITE_OK) << database.lastError();
+    }
+
+    Folder folder;
+    const std::string file = folder.file("rdb.db");
+    std::unique_ptr<rdbopen::Backend> backend = backendFor("sqlite://" + file);
+};
+
+}  // namespace opentest
+
+#endif
