@@ -4,13 +4,24 @@
 #include "file_path.h"
 #include "file_url.h"
 #include "sqlite_creation.h"
+#include "sqlite_files.h"
 #include "sqlite_schema.h"
 
+#include <algorithm>
 #include <sys/stat.h>
 
 namespace rdbopen {
 
 namespace {
+
+//  As often as the back end redis looks: a check is six calls of stat(2) and one row for each tag.
+constexpr std::chrono::milliseconds checkAfter{60000};
+
+//  Emptying an empty log again would look like a commit to other services.
+bool isEmptyLog(const FilePlace& place) {
+    struct stat log {};
+    return lstat((place.path() + "-wal").c_str(), &log) == 0 && log.st_size == 0;
+}
 
 class SqliteBackend : public Backend {
 public:
@@ -25,53 +36,71 @@ public:
     Outcome tagGet(RdbTag& tag) override;
     Outcome tagImport(const RdbTag& tag) override;
     Outcome put(std::span<const RdbSnapshot> records) override;
+    std::chrono::milliseconds checkInterval() const noexcept override { return checkAfter; }
+    Outcome probe() override;
+    Outcome checkValue(const RdbSnapshot& record) override;
 
 private:
     Outcome failed(const char* what) { return backendFailed(what + (": " + database_.lastError())); }
     bool prepareAll();
     bool proveWriting();
-    bool readIdentity(dev_t& device, ino_t& inode) const;
-    bool fileIsThere() const;
+    Outcome examineFiles();
+    bool leadsToTheFile() const;
+    Outcome settle();
+    Outcome proveHeld(std::span<const RdbSnapshot> records);
     template <class Body>
     Outcome transaction(Body body);
     Outcome putOne(const RdbSnapshot& record, std::int64_t now);
 
     std::string path_;
     SqliteDatabase database_;
-    SqliteStatement findTag_, importTag_, putSnapshot_, putHistory_, trimHistory_;
-    dev_t device_ = 0;  // the file that was opened
-    ino_t inode_ = 0;
+    SqliteStatement findTag_, importTag_, putSnapshot_, putHistory_, trimHistory_, findValue_;
+    FilePlace place_;  // of the file that is open
+    SqliteFiles files_;
+    bool noted_ = false;    // files_ holds how the last request left them
+    bool changed_ = false;  // by another program than SQLite, since then
 };
 
 Outcome SqliteBackend::open(const Waiter&) {
-    FilePlace place;
-    if (const std::string reason = resolveFile(path_, place); !reason.empty())
+    if (const std::string reason = resolveFile(path_, place_); !reason.empty())
         return backendFailed("the file cannot be reached: " + reason);
-    if (std::string reason = makeSqliteFile(place); !reason.empty())
+    if (std::string reason = makeSqliteFile(place_); !reason.empty())
         return backendFailed(std::move(reason));
-    if (database_.open(place.path()) != SQLITE_OK)
+    if (database_.open(place_.path()) != SQLITE_OK)
         return failed("cannot be opened");
-    if (std::string refusal = sqliteFileRefusal(database_, place.path()); !refusal.empty())
+    if (std::string refusal = sqliteFileRefusal(database_, place_.path()); !refusal.empty())
         return backendFailed(std::move(refusal));
     if (std::string reason = makeSqliteSchema(database_); !reason.empty())
         return backendFailed(std::move(reason));
     if (database_.text("PRAGMA journal_mode = WAL") != "wal")
         return failed("cannot use write-ahead logging");
-    if (database_.run("PRAGMA synchronous = FULL; PRAGMA foreign_keys = ON; PRAGMA trusted_schema = OFF") != SQLITE_OK)
+    if (database_.run("PRAGMA synchronous = FULL; PRAGMA wal_autocheckpoint = 0; PRAGMA foreign_keys = ON; "
+                      "PRAGMA trusted_schema = OFF") != SQLITE_OK)
         return failed("cannot be set up");
     if (!prepareAll())
         return failed("does not have the expected tables");
     if (!proveWriting())
         return failed("cannot be written");
-    if (!readIdentity(device_, inode_))
-        return backendFailed("was removed while it was opened");
-    return {};
+    return settle();
 }
 
+//  A connection that closes as usual writes its log into the file, and removes the log by its name. Into a file that is
+//  not the one of the log it must not.
 void SqliteBackend::close() noexcept {
-    for (SqliteStatement* statement : {&findTag_, &importTag_, &putSnapshot_, &putHistory_, &trimHistory_})
+    try {
+        examineFiles();
+    } catch (...) {
+        changed_ = true;  // not known without memory
+    }
+    for (SqliteStatement* statement : {&findTag_, &importTag_, &putSnapshot_, &putHistory_, &trimHistory_, &findValue_})
         *statement = SqliteStatement();
+    if (changed_) {
+        database_.abandon();
+        files_.removeRemains();
+    }
     database_.close();
+    noted_ = false;
+    changed_ = false;
 }
 
 bool SqliteBackend::prepareAll() {
@@ -86,7 +115,9 @@ bool SqliteBackend::prepareAll() {
     putHistory_ = database_.prepare("INSERT INTO history(tag, time_ms, type, value) VALUES(?1, ?2, ?3, ?4)");
     trimHistory_ = database_.prepare("DELETE FROM history WHERE tag = ?1 AND id <= (SELECT id FROM history "
                                      "WHERE tag = ?1 ORDER BY id DESC LIMIT 1 OFFSET ?2)");
-    return findTag_ && importTag_ && putSnapshot_ && putHistory_ && trimHistory_;
+    findValue_ = database_.prepare(
+        "SELECT snapshot.type, value FROM snapshot JOIN tag ON tag.id = snapshot.tag WHERE name = ?1");
+    return findTag_ && importTag_ && putSnapshot_ && putHistory_ && trimHistory_ && findValue_;
 }
 
 //  A lock alone does not show a full or read-only disk; a committed change does.
@@ -96,25 +127,61 @@ bool SqliteBackend::proveWriting() {
     return note && note.bind(1, wallNow()).run() == SQLITE_OK;
 }
 
-bool SqliteBackend::readIdentity(dev_t& device, ino_t& inode) const {
-    struct stat status {};
-    if (stat(path_.c_str(), &status) != 0)
-        return false;
-    device = status.st_dev;
-    inode = status.st_ino;
-    return true;
+//  SQLite goes on writing into a file that was removed or replaced, where nobody would ever read it, and over one that
+//  another program wrote.
+Outcome SqliteBackend::examineFiles() {
+    if (!noted_ || changed_)
+        return {};
+    const std::string change = files_.change(database_);
+    changed_ = !change.empty();
+    if (changed_)
+        return backendFailed(change);
+    return leadsToTheFile() ? Outcome{} : backendFailed("the path leads to another file");
 }
 
-//  SQLite goes on writing into a file that was removed or replaced, where nobody would ever read it.
-bool SqliteBackend::fileIsThere() const {
-    dev_t device = 0;
-    ino_t inode = 0;
-    return readIdentity(device, inode) && device == device_ && inode == inode_;
+//  A link on the path may have been pointed elsewhere; the file itself is as it was then.
+bool SqliteBackend::leadsToTheFile() const {
+    struct stat asked {};
+    struct stat open {};
+    return stat(path_.c_str(), &asked) == 0 && lstat(place_.path().c_str(), &open) == 0 &&
+           asked.st_dev == open.st_dev && asked.st_ino == open.st_ino;
+}
+
+//  What was committed goes from the log into the file, so that a log that is lost, or that belongs to a file that was
+//  replaced, has nothing in it. Then the names are looked at: what was written is where a reader looks for it.
+Outcome SqliteBackend::settle() {
+    if (Outcome outcome = examineFiles(); outcome.code != errorNone)
+        return outcome;
+    if (!isEmptyLog(place_))
+        database_.emptyLog();
+    if (noted_ && !files_.areNamed())
+        return examineFiles();
+    noted_ = files_.note(place_.path(), database_);
+    return noted_ ? Outcome{} : backendFailed("the file was removed while it was written");
+}
+
+//  Also empties a log that a reader kept from being emptied after the last request.
+Outcome SqliteBackend::probe() {
+    return settle();
+}
+
+//  Reads the file and not what SQLite remembers of it.
+Outcome SqliteBackend::checkValue(const RdbSnapshot& record) {
+    database_.forgetPages();
+    const int result = findValue_.bind(1, std::string_view(record.name)).step();
+    Outcome outcome;
+    if (result != SQLITE_ROW && result != SQLITE_DONE)
+        outcome = failed("cannot be read");
+    else if (result == SQLITE_DONE || findValue_.column(0) != record.valuetype ||
+             findValue_.text(1) != std::string_view(record.value, record.valuelen))
+        outcome.code = errorNotHeld;
+    findValue_.reset();
+    return outcome;
 }
 
 Outcome SqliteBackend::tagGet(RdbTag& tag) {
-    if (!fileIsThere())
-        return backendFailed("the file was removed or replaced");
+    if (Outcome outcome = examineFiles(); outcome.code != errorNone)
+        return outcome;
     const int result = findTag_.bind(1, std::string_view(tag.name)).step();
     if (result == SQLITE_ROW) {
         tag.tagclass = static_cast<std::uint8_t>(findTag_.column(1));
@@ -139,13 +206,32 @@ Outcome SqliteBackend::tagImport(const RdbTag& tag) {
 }
 
 Outcome SqliteBackend::put(std::span<const RdbSnapshot> records) {
-    return transaction([&] {
+    Outcome outcome = transaction([&] {
         const std::int64_t now = wallNow();
-        Outcome outcome;
-        for (auto record = records.begin(); outcome.code == errorNone && record != records.end(); ++record)
-            outcome = putOne(*record, now);
-        return outcome;
+        Outcome each;
+        for (auto record = records.begin(); each.code == errorNone && record != records.end(); ++record)
+            each = putOne(*record, now);
+        return each;
     });
+    return outcome.code == errorNone ? proveHeld(records) : outcome;
+}
+
+//  A program that wrote into the file before settle took note of it leaves no other trace. Of several records of one tag
+//  the last is its value.
+Outcome SqliteBackend::proveHeld(std::span<const RdbSnapshot> records) {
+    for (; !records.empty(); records = records.subspan(1)) {
+        const auto isSameTag = [&](const RdbSnapshot& later) {
+            return std::string_view(later.name) == records.front().name;
+        };
+        if (std::any_of(records.begin() + 1, records.end(), isSameTag))
+            continue;
+        Outcome outcome = checkValue(records.front());
+        if (outcome.code == errorNotHeld)
+            return backendFailed("the file was overwritten while it was written");
+        if (outcome.code != errorNone)
+            return outcome;
+    }
+    return {};
 }
 
 //  Requires: inside a transaction.
@@ -174,8 +260,8 @@ Outcome SqliteBackend::putOne(const RdbSnapshot& record, std::int64_t now) {
 //  Runs body inside a write transaction, which is committed only when body succeeds.
 template <class Body>
 Outcome SqliteBackend::transaction(Body body) {
-    if (!fileIsThere())
-        return backendFailed("the file was removed or replaced");
+    if (Outcome changed = examineFiles(); changed.code != errorNone)
+        return changed;
     if (database_.run("BEGIN IMMEDIATE") != SQLITE_OK)
         return failed("cannot be written");
     Outcome outcome = body();
@@ -183,7 +269,7 @@ Outcome SqliteBackend::transaction(Body body) {
         outcome = failed("cannot be written");
     if (database_.inTransaction())
         database_.run("ROLLBACK");
-    return outcome;
+    return outcome.code == errorNone ? settle() : outcome;
 }
 
 }  // namespace

@@ -1,0 +1,377 @@
+//  What another program does to the files of an open database: it is noticed, and the value is written again.
+#include "sqlite_files.h"
+
+#include "open_recorded_disk.h"
+#include "open_sqlite_fixture.h"
+#include "wanted.h"
+
+#include <functional>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace {
+
+using namespace opentest;
+using namespace rdbopen;
+
+//  Writes bytes into the file at path as cp(1) does. A file's time has a grain, within which a change cannot be seen.
+void overwrite(const std::string& path, const std::string& bytes) {
+    struct stat before {};
+    struct stat after {};
+    ASSERT_EQ(stat(path.c_str(), &before), 0);
+    do {
+        writeText(path, bytes);
+        ASSERT_EQ(stat(path.c_str(), &after), 0);
+    } while (before.st_mtim.tv_sec == after.st_mtim.tv_sec && before.st_mtim.tv_nsec == after.st_mtim.tv_nsec);
+}
+
+class SqliteFilesTest : public SqliteFixture {
+protected:
+    //  Puts value as the worker does for a user of the handle.
+    void openAndPut(const std::string& value) {
+        open();
+        wanted.noteTag(usableTag("host1"), backend->tagImport(usableTag("host1")).code);
+        wanted.noteValue(recordOf("host1", value), put("host1", value));
+        ASSERT_FALSE(wanted.pending());
+    }
+    //  What the worker does after a loss, and at each check.
+    void openAndCheck() {
+        open();
+        check();
+    }
+    void check() {
+        ASSERT_EQ(backend->probe().code, 0);
+        ASSERT_EQ(wanted.check(*backend).code, 0);
+        ASSERT_EQ(wanted.complete(*backend).code, 0);
+        ASSERT_FALSE(wanted.pending());
+    }
+    std::string current() { return query("SELECT value FROM current_values WHERE name = 'host1'"); }
+    std::string otherDatabase(const char* sql) {
+        const std::string path = folder.file("other.db");
+        writeText(path, "");
+        {
+            SqliteDatabase other;
+            EXPECT_EQ(other.open(path), SQLITE_OK);
+            EXPECT_EQ(other.run(sql), SQLITE_OK);
+        }
+        return readText(path);
+    }
+
+    Wanted wanted;
+};
+
+struct Accident {
+    const char* name;
+    std::function<void(const std::string& file)> happen;
+};
+
+const Accident accidents[] = {
+    {"OverwrittenByAnotherServicesDatabase",
+     [](const std::string& file) {
+         const Folder elsewhere;
+         const auto other = backendFor("sqlite://" + elsewhere.file("other.db"));
+         ASSERT_EQ(other->open(plainWaiter).code, 0);
+         ASSERT_EQ(other->tagImport(usableTag("host2")).code, 0);
+         other->close();
+         overwrite(file, readText(elsewhere.file("other.db")));
+     }},
+    {"OverwrittenByAnEmptyDatabase", [](const std::string& file) { overwrite(file, newSqliteDatabase()); }},
+    {"Emptied", [](const std::string& file) { overwrite(file, ""); }},
+    {"Removed", [](const std::string& file) { unlink(file.c_str()); }},
+    {"RemovedWithItsLog",
+     [](const std::string& file) {
+         for (const char* suffix : {"", "-wal", "-shm"})
+             unlink((file + suffix).c_str());
+     }},
+    {"Renamed", [](const std::string& file) { std::filesystem::rename(file, file + ".old"); }},
+    {"ReplacedByARename",
+     [](const std::string& file) {
+         writeText(file + ".new", newSqliteDatabase());
+         std::filesystem::rename(file + ".new", file);
+     }},
+    {"LeftWithoutItsLog", [](const std::string& file) { unlink((file + "-wal").c_str()); }},
+    {"LeftWithoutItsIndex", [](const std::string& file) { unlink((file + "-shm").c_str()); }},
+    {"LeftWithoutItsLogAndIndex",
+     [](const std::string& file) {
+         unlink((file + "-wal").c_str());
+         unlink((file + "-shm").c_str());
+     }},
+    {"OverwrittenAndLeftWithoutItsLogAndIndex",
+     [](const std::string& file) {
+         overwrite(file, newSqliteDatabase());
+         unlink((file + "-wal").c_str());
+         unlink((file + "-shm").c_str());
+     }},
+};
+
+class SqliteAccident : public SqliteFilesTest, public testing::WithParamInterface<Accident> {};
+
+TEST_P(SqliteAccident, IsNoticedByThePutAndTheValueIsWrittenAgain) {
+    openAndPut("first");
+    GetParam().happen(file);
+    EXPECT_EQ(put("host1", "second"), errorBackendFailed);
+    wanted.noteValue(recordOf("host1", "second"), errorBackendFailed);
+    backend->close();
+    openAndCheck();
+    EXPECT_EQ(current(), "second");
+    EXPECT_EQ(query("PRAGMA integrity_check"), "ok");
+}
+
+TEST_P(SqliteAccident, IsNoticedByACheckAndTheValueIsWrittenAgain) {
+    openAndPut("first");
+    GetParam().happen(file);
+    EXPECT_EQ(backend->probe().code, errorBackendFailed);
+    backend->close();
+    openAndCheck();
+    EXPECT_EQ(current(), "first");
+    EXPECT_EQ(query("PRAGMA integrity_check"), "ok");
+}
+
+TEST_P(SqliteAccident, IsNoticedByATagCall) {
+    openAndPut("first");
+    GetParam().happen(file);
+    RdbTag tag = tagNamed("host1");
+    EXPECT_EQ(backend->tagGet(tag).code, errorBackendFailed);
+}
+
+TEST_P(SqliteAccident, IsNoticedByEachOfTwoServicesThatShareTheFile) {
+    const auto second = backendFor("sqlite://" + file);
+    openAndPut("first");
+    ASSERT_EQ(second->open(plainWaiter).code, 0);
+    ASSERT_EQ(backend->probe().code, 0);
+    GetParam().happen(file);
+    for (Backend* one : {backend.get(), second.get()}) {
+        EXPECT_EQ(one->probe().code, errorBackendFailed);
+        one->close();
+    }
+    openAndCheck();
+    EXPECT_EQ(second->open(plainWaiter).code, 0);
+    EXPECT_EQ(second->checkValue(recordOf("host1", "first")).code, 0);
+    EXPECT_EQ(current(), "first");
+}
+
+//  It happens when the log is flushed, which ends the transaction, or at a flush after that. What is left then may be no
+//  database at all, when SQLite was just writing into the file.
+TEST_P(SqliteAccident, IsNoticedAlsoWhileAValueIsWritten) {
+    openAndPut("first");
+    int flushes = flushCount();
+    ASSERT_EQ(put("host1", "first"), 0);
+    flushes = flushCount() - flushes;
+    EXPECT_GT(flushes, 1);
+    for (int at = 1; at <= flushes; ++at) {
+        setBeforeFlush([&, left = at](int) mutable {
+            if (--left == 0)
+                GetParam().happen(file);
+            return 0;
+        });
+        EXPECT_EQ(put("host1", "second"), errorBackendFailed) << at;
+        setBeforeFlush(nullptr);
+        backend->close();
+        for (const char* suffix : {"", "-wal", "-shm"})
+            unlink((file + suffix).c_str());
+        openAndPut("first");
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Each, SqliteAccident, testing::ValuesIn(accidents),
+                         [](const auto& test) { return test.param.name; });
+
+TEST_F(SqliteFilesTest, AnotherProgramsFileThatWasCopiedOverItStaysAsItIs) {
+    for (const std::string& bytes : {otherDatabase("CREATE TABLE mine(x)"), std::string(5000, 'x')}) {
+        openAndPut("first");
+        overwrite(file, bytes);
+        EXPECT_EQ(put("host1", "second"), errorBackendFailed);
+        backend->close();
+        EXPECT_EQ(backend->open(plainWaiter).code, errorBackendFailed);
+        backend->close();
+        EXPECT_TRUE(readText(file) == bytes);
+        unlink(file.c_str());
+    }
+}
+
+//  Without a look at the files before, closing would write the log into what is there now.
+TEST_F(SqliteFilesTest, AFileThatWasOverwrittenUnnoticedStaysAsItIsAtTheEnd) {
+    openAndPut("first");
+    SqliteDatabase reader;
+    ASSERT_EQ(reader.open(file), SQLITE_OK);
+    ASSERT_EQ(reader.run("BEGIN; SELECT * FROM tag"), SQLITE_OK);
+    ASSERT_EQ(put("host1", "second"), 0);
+    ASSERT_GT(readText(file + "-wal").size(), 0U);
+    const std::string bytes(5000, 'x');
+    overwrite(file, bytes);
+    reader.close();
+    backend->close();
+    EXPECT_TRUE(readText(file) == bytes);
+    EXPECT_FALSE(std::filesystem::exists(file + "-wal"));
+}
+
+TEST_F(SqliteFilesTest, AfterEachPutTheFileHasTheValueWithoutItsLog) {
+    openAndPut("first");
+    const Folder copy;
+    std::filesystem::copy(file, copy.file("rdb.db"));
+    SqliteDatabase reader;
+    ASSERT_EQ(reader.open(copy.file("rdb.db")), SQLITE_OK);
+    EXPECT_EQ(reader.text("SELECT value FROM current_values"), "first");
+    EXPECT_EQ(readText(file + "-wal"), "");
+}
+
+TEST_F(SqliteFilesTest, ALogThatAReaderNeedsIsEmptiedByALaterCheck) {
+    openAndPut("first");
+    SqliteDatabase reader;
+    ASSERT_EQ(reader.open(file), SQLITE_OK);
+    ASSERT_EQ(reader.run("BEGIN; SELECT * FROM tag"), SQLITE_OK);
+    EXPECT_EQ(put("host1", "second"), 0);
+    EXPECT_EQ(backend->probe().code, 0);
+    EXPECT_NE(readText(file + "-wal"), "");
+    EXPECT_EQ(reader.text("SELECT value FROM current_values"), "first");
+    reader.close();
+    EXPECT_EQ(backend->probe().code, 0);
+    EXPECT_EQ(readText(file + "-wal"), "");
+}
+
+TEST_F(SqliteFilesTest, WhatOtherConnectionsDoIsNoAccident) {
+    const auto second = backendFor("sqlite://" + file);
+    openAndPut("first");
+    ASSERT_EQ(second->open(plainWaiter).code, 0);
+    for (int round = 0; round < 5; ++round) {
+        const RdbSnapshot record = recordOf("host1", std::string(900, static_cast<char>('a' + round)));
+        EXPECT_EQ(second->put({&record, 1}).code, 0);
+        EXPECT_EQ(backend->probe().code, 0);
+        EXPECT_EQ(backend->checkValue(record).code, 0);
+        EXPECT_EQ(put("host1", "v"), 0);
+        EXPECT_EQ(second->probe().code, 0);
+        for (const char* sql : {"VACUUM", "PRAGMA wal_checkpoint(TRUNCATE)", "CREATE TABLE IF NOT EXISTS mine(x)",
+                                "UPDATE tag SET imported_ms = 0"}) {
+            makeForeign(sql);
+            EXPECT_EQ(backend->probe().code, 0) << sql;
+            EXPECT_EQ(second->probe().code, 0) << sql;
+        }
+    }
+    second->close();
+    EXPECT_EQ(put("host1", "v"), 0);
+}
+
+TEST_F(SqliteFilesTest, TheChecksOfAnotherServiceHideNoAccident) {
+    const auto second = backendFor("sqlite://" + file);
+    openAndPut("first");
+    ASSERT_EQ(second->open(plainWaiter).code, 0);
+    ASSERT_EQ(backend->probe().code, 0);
+    ASSERT_EQ(second->probe().code, 0);
+    overwrite(file, newSqliteDatabase());
+    EXPECT_EQ(backend->probe().code, errorBackendFailed);
+}
+
+//  The files then are as SQLite may have left them: only the value shows it.
+TEST_F(SqliteFilesTest, AnAccidentJustAfterAnotherServicesPutIsFoundByACheckOfTheValue) {
+    const auto second = backendFor("sqlite://" + file);
+    openAndPut("first");
+    ASSERT_EQ(second->open(plainWaiter).code, 0);
+    const RdbSnapshot record = recordOf("host1", "second");
+    ASSERT_EQ(second->put({&record, 1}).code, 0);
+    overwrite(file, newSqliteDatabase());
+    EXPECT_EQ(backend->probe().code, 0);
+    EXPECT_NE(backend->checkValue(record).code, 0);
+    EXPECT_EQ(second->probe().code, errorBackendFailed);
+    second->close();
+    EXPECT_EQ(backend->probe().code, errorBackendFailed);
+    backend->close();
+    openAndCheck();
+    EXPECT_EQ(second->open(plainWaiter).code, 0);
+    EXPECT_EQ(current(), "first");
+}
+
+TEST_F(SqliteFilesTest, NoDatabaseAtAllIsFoundAlsoJustAfterAnotherServicesPut) {
+    for (const std::string& bytes : {std::string(), std::string(5000, 'x'), otherDatabase("CREATE TABLE mine(x)")}) {
+        const auto second = backendFor("sqlite://" + file);
+        openAndPut("first");
+        ASSERT_EQ(second->open(plainWaiter).code, 0);
+        const RdbSnapshot record = recordOf("host1", "second");
+        ASSERT_EQ(second->put({&record, 1}).code, 0);
+        overwrite(file, bytes);
+        EXPECT_EQ(backend->probe().reason, "the file was overwritten by another program");
+        second->close();
+        backend->close();
+        EXPECT_TRUE(readText(file) == bytes);
+        unlink(file.c_str());
+    }
+}
+
+TEST_F(SqliteFilesTest, SeveralRecordsOfOneTagArePutInTheirOrder) {
+    openAndPut("first");
+    const RdbSnapshot records[3] = {recordOf("host1", "1"), recordOf("host1", "2"), recordOf("host1", "3")};
+    EXPECT_EQ(backend->put(records).code, 0);
+    EXPECT_EQ(current(), "3");
+}
+
+//  Nothing is lost that was still there, and the reason says what to do about.
+TEST_F(SqliteFilesTest, AFileThatWasCutShortIsReportedAndLeftUntouched) {
+    openAndPut("first");
+    const std::string half = readText(file).substr(0, 3 * 4096);
+    overwrite(file, half);
+    EXPECT_EQ(put("host1", "second"), errorBackendFailed);
+    backend->close();
+    const Outcome outcome = backend->open(plainWaiter);
+    EXPECT_EQ(outcome.code, errorBackendFailed);
+    EXPECT_NE(outcome.reason.find("malformed"), std::string::npos) << outcome.reason;
+    backend->close();
+    EXPECT_TRUE(readText(file) == half);
+}
+
+TEST_F(SqliteFilesTest, AChangeOfModeOrOwnerIsNoAccident) {
+    openAndPut("first");
+    ASSERT_EQ(chmod(file.c_str(), 0600), 0);
+    EXPECT_EQ(backend->probe().code, 0);
+    EXPECT_EQ(put("host1", "second"), 0);
+}
+
+TEST_F(SqliteFilesTest, ALinkThatIsPointedElsewhereIsFollowedAnewAndTheOldFileKeepsItsValue) {
+    const std::string link = folder.file("link.db");
+    ASSERT_EQ(symlink("rdb.db", link.c_str()), 0);
+    backend = backendFor("sqlite://" + link);
+    openAndPut("first");
+    unlink(link.c_str());
+    ASSERT_EQ(symlink("new.db", link.c_str()), 0);
+    EXPECT_EQ(put("host1", "second"), errorBackendFailed);
+    backend->close();
+    EXPECT_EQ(current(), "first");
+    openAndCheck();
+    SqliteDatabase reader;
+    ASSERT_EQ(reader.open(folder.file("new.db")), SQLITE_OK);
+    EXPECT_EQ(reader.text("SELECT value FROM current_values"), "first");
+}
+
+TEST_F(SqliteFilesTest, AValueThatAnotherProgramChangedOrRemovedIsWrittenAgain) {
+    openAndPut("first");
+    for (const char* sql : {"UPDATE snapshot SET value = 'other'", "UPDATE snapshot SET type = 9",
+                            "DELETE FROM snapshot", "DELETE FROM snapshot; DELETE FROM history; DELETE FROM tag"}) {
+        makeForeign(sql);
+        EXPECT_EQ(backend->checkValue(recordOf("host1", "first")).code, errorNotHeld) << sql;
+        check();
+        EXPECT_EQ(current(), "first") << sql;
+    }
+}
+
+TEST_F(SqliteFilesTest, ACheckTakesAValueByItsLength) {
+    openAndPut("first");
+    RdbSnapshot record = recordOf("host1", "a\0b");
+    record.valuelen = 3;
+    std::memcpy(record.value, "a\0b", 3);
+    ASSERT_EQ(backend->put({&record, 1}).code, 0);
+    EXPECT_EQ(backend->checkValue(record).code, 0);
+    record.valuelen = 1;
+    EXPECT_EQ(backend->checkValue(record).code, errorNotHeld);
+}
+
+TEST_F(SqliteFilesTest, AnUnchangedFileIsNotWrittenByChecks) {
+    openAndPut("first");
+    ASSERT_EQ(backend->probe().code, 0);
+    const int before = flushCount();
+    check();
+    EXPECT_EQ(flushCount(), before);
+}
+
+TEST_F(SqliteFilesTest, ChecksFollowTheLastExchangeByAMinute) {
+    EXPECT_EQ(backend->checkInterval(), std::chrono::seconds(60));
+}
+
+}  // namespace
