@@ -98,6 +98,15 @@ TEST(TsigAnswer, WithoutASignatureNotAuthAndRefusedMayMeanTheKey) {
               "the answer is not signed (REFUSED: " + key + refused + ")");
 }
 
+TEST(TsigAnswer, SaysThatTheServerIsTheWrongOneByNotAuthAndRefusedSignedOrNot) {
+    const SignedRequest request = requestWith();
+    for (unsigned rcode = 0; rcode < 16; ++rcode) {
+        const bool wrong = rcode == rcodeNotAuth || rcode == rcodeRefused;
+        EXPECT_EQ(readSigned(request, signingFor(request), rcode).elsewhere, wrong) << rcode;
+        EXPECT_EQ(read(answerFor(request, rcode), request).elsewhere, wrong) << rcode;
+    }
+}
+
 TEST(TsigAnswer, AnEmptySignatureIsARefusalForBadKeyAndBadSigOnly) {
     const SignedRequest request = requestWith();
     Signing signing = signingFor(request);

@@ -189,6 +189,20 @@ TEST_F(RedisRefusals, AServerThatHasBecomeAReplicaIsAFailedConnection) {
     EXPECT_EQ(backend->probe().code, errorBackendFailed);
 }
 
+TEST_F(RedisRefusals, TheWrongServerSaysThatAnotherAddressMayDoIt) {
+    const std::pair<std::string, bool> rows[] = {{"READONLY", true}, {"MASTERDOWN", true}, {"LOADING", true},
+                                                 {"NOPERM", false},  {"OOM", false},       {"MISCONF", false}};
+    for (const auto& [word, wrong] : rows) {
+        holdTag();
+        server.answer("XADD", "-" + word + " x\r\n");
+        server.answer("EXEC", "-EXECABORT Transaction discarded because of previous errors.\r\n");
+        EXPECT_EQ(put().elsewhere, wrong) << word;
+        backend->close();
+        server.forget();
+        ASSERT_EQ(backend->open(plainWaiter).code, 0);
+    }
+}
+
 TEST_F(RedisRefusals, AnAnswerOfTheWrongKindFailsTheConnection) {
     const struct {
         const char* word;
