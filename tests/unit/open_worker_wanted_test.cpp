@@ -118,7 +118,7 @@ TEST_F(WorkerWanted, WhyARequestCanNeverSucceedIsReportedOnceUntilOneSucceeds) {
     }
     EXPECT_EQ(send("end"), 0);
     replies.take();
-    EXPECT_EQ(reports.count(), 2U);
+    ASSERT_EQ(reports.count(), 2U);
     EXPECT_EQ(reports.take(), "rdbapi: fake: no name");
     EXPECT_EQ(reports.take(), "rdbapi: fake: no name");
 }
