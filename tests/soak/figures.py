@@ -10,9 +10,8 @@ SEVERAL = 3  # samples that a figure is the median of
 
 #  What may be more at the end. RssAnon, kB: the heap's pages that are touched when the main thread and the two of the
 #  client library are at their largest in the same moment. VmData, kB: the service has the C library give memory back
-#  from 1 MB on. Both also have what SQLite keeps of a database that has grown. The descriptor is the C library's own
-#  for syslog, opened with the first line.
-STRAY = {"RssAnon": 192, "VmData": 1024, "descriptors": 1, "threads": 0}
+#  from 1 MB on. Both also have what SQLite keeps of a database that has grown.
+STRAY = {"RssAnon": 192, "VmData": 1024, "descriptors": 0, "threads": 0}
 MEMORY = ("RssAnon", "VmData")
 
 
