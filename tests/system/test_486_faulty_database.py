@@ -1,5 +1,7 @@
-"""The service with a database that lets it log in and then refuses or stays silent, and a real BIND: whatever the database
-does, the name server is told of the addresses within 20 s of the service's clock."""
+"""The service with a database that lets it log in and then refuses or stays silent, and a real BIND.
+
+Whatever the database does, the name server is told of the addresses within 20 s of the service's clock.
+"""
 
 import shutil
 import time
