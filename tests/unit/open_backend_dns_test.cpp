@@ -256,6 +256,7 @@ TEST_F(OpenDnsBackend, ANameOutsideTheZoneIsNeverSent) {
     EXPECT_EQ(outcome.code, errorBadRequest);
     EXPECT_EQ(reply,
               R"({"seqno":1,"code":1013,"message":"the zone example.org does not hold the name host1.example.com"})");
+    EXPECT_EQ(outcome.reason, "the zone example.org does not hold the name host1.example.com");
     EXPECT_EQ(server.connections(), 1);
 }
 

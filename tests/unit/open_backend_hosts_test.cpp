@@ -103,6 +103,8 @@ TEST_F(HostsBackend, AnEditBetweenTwoUpdatesSurvives) {
 TEST_F(HostsBackend, AMalformedRequestIsAnsweredAndTheConnectionStaysUp) {
     connect(file);
     EXPECT_EQ(send("nonsense"), "{\"seqno\":null,\"code\":1013,\"message\":\"the request is not a JSON object\"}");
+    std::string reply;
+    EXPECT_EQ(backendFor("hosts://" + file)->message("nonsense", reply).reason, "the request is not a JSON object");
     EXPECT_EQ(update("a", "::1"), done);
     EXPECT_EQ(events.count(), 0U);
 }
