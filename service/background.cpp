@@ -28,7 +28,7 @@ constexpr int silent_poll_limit = 150;  // is waited for so many polls only, abo
 
 //  Flushes standard output. A reader that has gone away, such as "head" in "-start | head -n 1", must not end the parent
 //  before it has removed the queue, nor the child before it is the service. SIGPIPE is ignored during the flush only: the
-//  client library and the processes of its making keep the disposition that the program was started with.
+//  client library and the processes that it starts keep the disposition that the program was started with.
 void flushOutput() {
     struct sigaction ignored = {};
     struct sigaction previous = {};

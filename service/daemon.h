@@ -5,8 +5,8 @@
 //      -stop   stop()        ends the instance that holds the pid file's lock
 //      -status status()      tells whether there is one
 //
-//  A running service ends only by an exit signal (exitsignal.h). Commands talk on standard output; what a pipe receives is what a
-//  terminal shows.
+//  A running service ends only by an exit signal (exitsignal.h). Commands talk on standard output; what a pipe receives is
+//  what a terminal shows.
 //
 //  Threads: the main thread only.
 #ifndef SERVICE_DAEMON_H

@@ -21,9 +21,10 @@ namespace {
 //  program, which the compiler keeps because every access is one of the default order.
 constinit std::atomic<pthread_t> service_thread{0};  // 0 before installExitSignals
 constinit std::atomic<int> pending_signal{0};        // the first exit signal; 0 while none has come
-constinit std::atomic<int> ticks{0};                 // since the first exit signal, then since the end began
+constinit std::atomic<int> ticks_left{0};            // of what is waited for now
 constinit std::atomic<int> callbacks{0};             // on other threads
 constinit std::atomic<bool> in_step{false};
+constinit std::atomic<bool> alarm_handled{false};
 constinit std::atomic<bool> ticking{false};
 constinit std::atomic<bool> ending{false};
 
@@ -43,20 +44,43 @@ void unblock(std::initializer_list<int> numbers) {
     sigprocmask(SIG_UNBLOCK, &set, nullptr);
 }
 
+bool isBlocked(int number) {
+    sigset_t mask;
+    sigemptyset(&mask);
+    sigprocmask(SIG_BLOCK, nullptr, &mask);
+    return sigismember(&mask, number) == 1;
+}
+
+void onTick(int);
+
+//  Ticks come from now on, the first one after a whole period. Without a timer there are no ticks and no limits.
+void setTicks(int count, long period) {
+    const itimerval timer = {{0, period}, {0, period}};
+    ticks_left = count;
+    if (!alarm_handled)
+        alarm_handled = signal(SIGALRM, onTick) != SIG_ERR;
+    ticking = alarm_handled && setitimer(ITIMER_REAL, &timer, nullptr) == 0;
+}
+
 //  Disconnects and releases a connection.
 void closeConnection(std::int32_t& handle) {
     if (handle < 0)
         return;
+    setTicks(max_call_ticks, long_tick);
     rdb_disconnect(handle);
+    setTicks(max_call_ticks, long_tick);
     rdb_destory(handle);
     handle = -1;
 }
 
 //  Waits until every callback on another thread that may still have the log's pointer is over. Each pause ends with the
-//  next tick at the latest. A callback that is kept longer waits for a reader of the console, and uses the log no more.
+//  next tick at the latest. A callback that is still running then is blocked in writing to the console; after that it does
+//  not touch the log object.
 void awaitCallbacks() {
-    while (callbacks != 0 && ticking && ticks < max_callback_ticks)
+    setTicks(max_callback_ticks + 1, short_tick);
+    while (callbacks != 0 && ticking && ticks_left > 1)
         pause();
+    setTicks(max_end_ticks, long_tick);
 }
 
 //  The pointer is cleared before the log goes, so that a callback that begins from now on finds none.
@@ -72,21 +96,11 @@ void stopApplication(CRunCls& run) {
     closeConnection(run.dns_handle);
 }
 
-void onTick(int);
-
-void startTicks() {
-    if (ticking.exchange(true))
-        return;
-    const itimerval period = {{0, tick_microseconds}, {0, tick_microseconds}};
-    if (signal(SIGALRM, onTick) == SIG_ERR || setitimer(ITIMER_REAL, &period, nullptr) != 0)
-        ticking = false;
-}
-
 //  SIGALRM is unblocked because its own handler may have come here.
 [[noreturn]] void endProcess() {
+    ticks_left = max_end_ticks;
     ending = true;
-    ticks = 0;
-    startTicks();
+    setTicks(max_end_ticks, long_tick);
     signal(SIGINT, SIG_IGN);
     signal(SIGTERM, SIG_IGN);
     unblock({SIGALRM});
@@ -97,22 +111,27 @@ void startTicks() {
         g_pdaemon->application = nullptr;
         g_pdaemon = nullptr;
     }
+    setTicks(max_end_ticks, long_tick);
     std::exit(0);
 }
 
 //  Without ticks there is no later moment, so a step that waits is not waited for.
 bool stepGoesOn() {
-    return in_step && ticking && (ticks < max_step_ticks || !olk::get_olk_alloctor_self()->unlocked());
+    return in_step && ticking && (ticks_left > 0 || !olk::get_olk_alloctor_self()->unlocked());
 }
 
 void onTick(int) {
     const int saved = errno;
-    if (!onServiceThread())
+    if (!onServiceThread()) {
         pthread_kill(service_thread, SIGALRM);
-    else if (++ticks >= max_end_ticks && ending)
-        _exit(0);
-    else if (!ending && !stepGoesOn())
-        endProcess();
+    } else {
+        if (ticks_left > 0)
+            --ticks_left;
+        if (ending && ticks_left == 0)
+            _exit(0);
+        if (!ending && !stepGoesOn())
+            endProcess();
+    }
     errno = saved;
 }
 
@@ -124,8 +143,8 @@ void onExitSignal(int signal_number) {
     if (!onServiceThread()) {
         pthread_kill(service_thread, signal_number);
     } else if (!ending && pending_signal.compare_exchange_strong(none, signal_number)) {
-        if (in_step)
-            startTicks();
+        if (in_step && !isBlocked(SIGALRM))
+            setTicks(max_step_ticks, short_tick);
         if (!stepGoesOn())
             endProcess();
     }
@@ -137,7 +156,7 @@ void installExitSignals() {
     for (const int number : {SIGINT, SIGTERM})
         signal(number, onExitSignal);
     //  A mask inherited from whoever started the program would keep them away.
-    unblock({SIGINT, SIGTERM, SIGALRM});
+    unblock({SIGINT, SIGTERM});
 }
 
 ServiceStep::ServiceStep() noexcept {

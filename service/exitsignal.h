@@ -1,34 +1,42 @@
 //  The end of the service: SIGINT and SIGTERM, and the code that they must not interrupt.
 //
-//      signal ----> the service's thread is at rest (it sleeps) ----------------------------------------> end
-//              \--> it is in a step: the number is noted, the step goes on
-//                       |--> before its next call of the client library, or when the step is over -------> end
-//                       \--> it waits for more than max_step_ticks (for a server, for a reader of its
-//                            output): at a tick at which no lock of the allocator is held ---------------> end
+//      signal ----> (1) the service's thread is at rest (it sleeps) -----------------------------------> end
+//              \--> it is in a step: the number is kept, the step goes on
+//                       |--> (2) before its next call of the client library, or when the step is over -> end
+//                       \--> (3) it waits for longer than max_step_ticks, for a server or for a reader
+//                                of its output: at a tick at which no lock of the allocator is held ---> end
 //
-//  So the end never waits for a lock that the code beneath it holds: neither the allocator's own nor those of the C
-//  library. What nobody can rule out, such as an exit function of a library that waits for ever, is cut off: a process
-//  that is still there max_end_ticks after its end began is ended by _exit(0).
+//  On the first two ways the service's thread holds no lock at all. On the third it may hold one of the C library or of the
+//  client library, but none of the allocator.
 //
-//  Ticks come from the process's real-time timer (setitimer(2)). It is started, and SIGALRM handled, by the first exit
-//  signal; before that SIGALRM keeps its default action.
+//  Each part of the end has a limit. A process that exceeds it, such as one whose console nobody reads or whose library
+//  waits for ever in an exit function, is ended by _exit(0).
+//
+//  Limits are counted in ticks of the real-time timer (setitimer(2)): a process that gets no processor gets no ticks, so a
+//  loaded machine cuts nothing off. The first exit signal starts the timer and handles SIGALRM, whose action it leaves
+//  alone before. Started with SIGALRM blocked, the service does not wait for steps (3).
 //
 //  Threads: the end runs on the service's thread, the one that called installExitSignals. A signal that the system
 //  delivers to another thread is passed on to it.
 #ifndef SERVICE_EXITSIGNAL_H
 #define SERVICE_EXITSIGNAL_H
 
-//  Ticks of 10 ms. A process that gets no processor gets no ticks either, so a loaded machine cuts nothing off.
-constexpr long tick_microseconds = 10'000;
-constexpr int max_step_ticks = 5;       // a step's time to come to an end
-constexpr int max_callback_ticks = 50;  // the time of callbacks on other threads, once the log is taken from them
-constexpr int max_end_ticks = 150;      // the time of the whole end
+//  Microseconds between two ticks: while a step or a callback is waited for, and in the rest of the end, where a library's
+//  own waits should not be interrupted often.
+constexpr long short_tick = 10'000;
+constexpr long long_tick = 500'000;
+
+constexpr int max_step_ticks = 5;  // short; the time of a step to come to an end
+constexpr int max_callback_ticks =
+    50;                             // short; the time of callbacks on other threads, once the log is taken from them
+constexpr int max_call_ticks = 10;  // long; the time of one call of the client library
+constexpr int max_end_ticks = 3;    // long; the time of every other part of the end
 
 //  Handles SIGINT and SIGTERM. The end reports the stop, releases the log, closes both connections and exits with status
 //  0. Of several signals the first one counts.
 void onExitSignal(int signal_number);
 
-//  Makes the calling thread the service's, installs onExitSignal for both signals and unblocks them and SIGALRM.
+//  Makes the calling thread the service's, installs onExitSignal for both signals and unblocks them.
 void installExitSignals();
 
 //  A step of the service's thread. Does not nest.

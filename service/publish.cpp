@@ -1,7 +1,6 @@
 //  The publish cycle.
 //
-//  Every record reads the log's pointer once and tests it: a signal that ends the process may arrive on another thread
-//  and take the log away while a cycle runs.
+//  Every record tests the log's pointer: an object without a log publishes all the same.
 #include "exitsignal.h"
 #include "localaddr.h"
 #include "runcls.h"

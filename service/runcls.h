@@ -9,7 +9,8 @@
 //  its own. They share rdb_connected, dns_connected, snapshot.time and last_sent_time with the cycle: plain word-sized
 //  members without a lock, because a stale read costs one cycle of delay. A server that reconnects in the instant in
 //  which the cycle sets its mark is told again when the mark has grown old. Nothing else is shared. A connect event
-//  clears its mark before it sets its flag, in the machine code too, so that a cycle that sees the flag sees the mark.
+//  clears its mark before it sets its flag, in the machine code too, so that a cycle that sees the flag also sees the
+//  cleared mark.
 #ifndef SERVICE_RUNCLS_H
 #define SERVICE_RUNCLS_H
 

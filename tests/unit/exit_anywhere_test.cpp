@@ -30,6 +30,8 @@
 
 namespace {
 
+//  Far above the limits of the end (exitsignal.h), which are what bounds it: they may not be needed here, since a child that
+//  needs one has not taken every step.
 constexpr int hang_seconds = 30;
 constexpr std::size_t walked_instructions = 120'000;  // about ten cycles
 constexpr unsigned max_occurrence = 6;

@@ -9,6 +9,7 @@
 #include "service_platform.h"
 #include "service_support.h"
 
+#include <algorithm>
 #include <atomic>
 #include <csignal>
 #include <cstdarg>
@@ -31,14 +32,31 @@ const char* __tsan_default_options() {
 
 namespace {
 
-bool no_timer = false;
+enum class Timer { real, none, driven };
+Timer timer = Timer::real;  // driven: it is started, and its ticks are raised by the test
+
+std::atomic<bool> in_pause{false};
 
 }  // namespace
 
+extern "C" int __real_pause();
+extern "C" int __wrap_pause();
+int __wrap_pause() {
+    in_pause = true;
+    return __real_pause();
+}
+
 extern "C" int __real_setitimer(__itimer_which_t which, const itimerval* value, itimerval* old) noexcept;
 extern "C" int __wrap_setitimer(__itimer_which_t which, const itimerval* value, itimerval* old) noexcept;
+
+//  The long ticks are shortened: no test waits for them.
 int __wrap_setitimer(__itimer_which_t which, const itimerval* value, itimerval* old) noexcept {
-    return no_timer ? -1 : __real_setitimer(which, value, old);
+    itimerval shortened = *value;
+    shortened.it_value.tv_usec = std::min(shortened.it_value.tv_usec, short_tick);
+    shortened.it_interval = shortened.it_value;
+    if (timer == Timer::real)
+        return __real_setitimer(which, &shortened, old);
+    return timer == Timer::driven ? 0 : -1;
 }
 
 namespace {
@@ -259,6 +277,50 @@ TEST_F(ExitSignal, AStepThatWaitsIsLeftAfterAFewTicks) {
 }
 
 //  Each pause is ended by a tick.
+TEST_F(ExitSignal, AStepThatWaitsIsLeftAndItsEndHasALimit) {
+    const Ended ended = inChild([] {
+        std::atexit(waitForEver);
+        installExitSignals();
+        const ServiceStep step;
+        std::raise(SIGINT);
+        waitForEver();
+    });
+    EXPECT_EQ(ended.status, 0);
+}
+
+TEST_F(ExitSignal, WithTheAlarmBlockedFromTheStartAStepIsLeftAtOnce) {
+    const Ended ended = inChild([] {
+        sigset_t all;
+        sigfillset(&all);
+        sigprocmask(SIG_SETMASK, &all, nullptr);
+        std::raise(SIGALRM);  // an alarm of whoever started the program: it stays away
+        installExitSignals();
+        const ServiceStep step;
+        std::raise(SIGTERM);
+        std::puts("never");
+    });
+    EXPECT_EQ(ended.out, "exit signal 15.\n");
+    EXPECT_EQ(ended.status, 0);
+}
+
+TEST_F(ExitSignal, ATickOnAnotherThreadIsPassedOnToTheServices) {
+    const Ended ended = inChild([] {
+        timer = Timer::driven;
+        installExitSignals();
+        const ServiceStep step;
+        std::raise(SIGTERM);
+        std::thread([] {
+            for (;;) {
+                pthread_kill(pthread_self(), SIGALRM);
+                std::this_thread::yield();
+            }
+        }).detach();
+        waitForEver();
+    });
+    EXPECT_EQ(ended.out, "exit signal 15.\n");
+    EXPECT_EQ(ended.status, 0);
+}
+
 TEST_F(ExitSignal, AStepThatHoldsALockOfTheAllocatorIsNotLeft) {
     const Ended ended = inChild([] {
         installExitSignals();
@@ -278,7 +340,7 @@ TEST_F(ExitSignal, AStepThatHoldsALockOfTheAllocatorIsNotLeft) {
 
 TEST_F(ExitSignal, WithoutATimerAStepIsLeftAtOnce) {
     const Ended ended = inChild([] {
-        no_timer = true;
+        timer = Timer::none;
         installExitSignals();
         const ServiceStep step;
         std::raise(SIGTERM);
@@ -319,21 +381,24 @@ TEST_F(ExitSignal, TheLogIsReleasedWhenNoCallbackOnAnotherThreadHasItAnyMore) {
         static auto* const run = new CRunCls;
         run->log = &log;
         g_daemon.application = run;
+        timer = Timer::driven;
         installExitSignals();
         std::thread([] {
-            const CallbackStep step;
-            in_callback = true;
-            while (const_cast<olk::ilog* volatile&>(run->log) != nullptr)
-                std::this_thread::yield();
-            for (int i = 0; i < 1000; ++i)
-                std::this_thread::yield();
-            std::puts("the callback ends");
+            {
+                const CallbackStep step;
+                in_callback = true;
+                while (!in_pause)
+                    std::this_thread::yield();
+                std::printf("the callback ends, the pointer is gone: %d\n", run->log == nullptr);
+            }
+            std::raise(SIGALRM);
         }).detach();
         while (!in_callback)
             std::this_thread::yield();
         std::raise(SIGTERM);
     });
-    EXPECT_EQ(ended.out, "exit signal 15.\n30 stop addrpubd service success.\nthe callback ends\nrelease\n");
+    EXPECT_EQ(ended.out, "exit signal 15.\n30 stop addrpubd service success.\n"
+                         "the callback ends, the pointer is gone: 1\nrelease\n");
     EXPECT_EQ(ended.status, 0);
 }
 
@@ -368,6 +433,70 @@ TEST_F(ExitSignal, AnExitFunctionThatNeverEndsIsCutOff) {
         installExitSignals();
         std::raise(SIGTERM);
     });
+    EXPECT_EQ(ended.status, 0);
+}
+
+//  Ticks that come while a function of the client library runs.
+void tickInTheLibrary(int count) {
+    sigset_t alarm_signal;
+    sigemptyset(&alarm_signal);
+    sigaddset(&alarm_signal, SIGALRM);
+    pthread_sigmask(SIG_UNBLOCK, &alarm_signal, nullptr);
+    for (int i = 0; i < count; ++i)
+        std::raise(SIGALRM);
+}
+
+//  The end of a service whose library lets so many ticks pass in each call.
+Ended endedWithASlowLibrary(int ticks_of_a_call) {
+    return inChild([=] {
+        timer = Timer::driven;
+        std::setvbuf(stdout, nullptr, _IONBF, 0);
+        static auto* const run = new CRunCls;
+        run->rdb_handle = 4;
+        run->dns_handle = 5;
+        g_daemon.application = run;
+        recording_rdb::set_observer([=](const recording_rdb::Call& call) {
+            std::printf("%s %d\n", recording_rdb::name_of(call.function), call.handle);
+            tickInTheLibrary(ticks_of_a_call);
+        });
+        installExitSignals();
+        std::raise(SIGTERM);
+    });
+}
+
+TEST_F(ExitSignal, EachCallOfTheLibraryHasALimitOfItsOwn) {
+    static_assert(max_call_ticks - 1 > max_end_ticks);
+    const Ended ended = endedWithASlowLibrary(max_call_ticks - 1);
+    EXPECT_EQ(ended.out, "exit signal 15.\nrdb_disconnect 4\nrdb_destory 4\nrdb_disconnect 5\nrdb_destory 5\n");
+    EXPECT_EQ(ended.status, 0);
+}
+
+TEST_F(ExitSignal, ACallOfTheLibraryThatExceedsItsLimitEndsTheProcess) {
+    const Ended ended = endedWithASlowLibrary(max_call_ticks);
+    EXPECT_EQ(ended.out, "exit signal 15.\nrdb_disconnect 4\n");
+    EXPECT_EQ(ended.status, 0);
+}
+
+TEST_F(ExitSignal, NoCallOfTheLibraryIsBegunAfterASignalInTheCycle) {
+    const Ended ended = inChild([] {
+        static auto* const run = new CRunCls;
+        run->rdb_handle = 4;
+        run->rdb_connected = 1;
+        g_daemon.application = run;
+        platform::hooks().nanosleep = [](const timespec*) { return 0; };
+        platform::hooks().getifaddrs = [](ifaddrs**) {
+            std::raise(SIGTERM);
+            std::puts("the cycle goes on");
+            return -1;
+        };
+        recording_rdb::set_observer([](const recording_rdb::Call& call) {
+            std::printf("%s %d\n", recording_rdb::name_of(call.function), call.handle);
+        });
+        installExitSignals();
+        run->publishOnce();
+        std::puts("never");
+    });
+    EXPECT_EQ(ended.out, "the cycle goes on\nexit signal 15.\nrdb_disconnect 4\nrdb_destory 4\n");
     EXPECT_EQ(ended.status, 0);
 }
 

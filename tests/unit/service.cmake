@@ -24,7 +24,7 @@ service_unit_test(service_publish_test
 service_unit_test(service_control_test
     service_child.cpp no_memory.cpp runcls_test.cpp runcls_layout_test.cpp runcls_memory_test.cpp pidfile_test.cpp
     daemon_test.cpp exitsignal_test.cpp)
-target_link_options(service_control_test PRIVATE LINKER:--wrap=setitimer,--wrap=malloc)
+target_link_options(service_control_test PRIVATE LINKER:--wrap=pause,--wrap=setitimer,--wrap=malloc)
 
 #  The exit signal at chosen instructions. It plays debugger itself, so it does not run below one, and a sanitizer's
 #  run-time library is not what is to be interrupted.
