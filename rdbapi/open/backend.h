@@ -6,8 +6,8 @@
 //                             +--a request returns errorServerRefused--> stays open; the request is made again later
 //
 //  The worker remembers what the user of the handle wants the server to hold and makes the request again until it
-//  succeeds. So every request may come more than once. Of a failed one a back end keeps at most by what it recognises
-//  that it was carried out all the same.
+//  succeeds. So every request may come more than once. Of a failed request a back end keeps only what lets it see later that
+//  the request was carried out after all.
 //
 //  Threads: open, close, the requests and the checks are called on the worker's thread only; serves() on any thread.
 #ifndef RDBAPI_OPEN_BACKEND_H

@@ -39,11 +39,11 @@ public:
     Outcome checkMessage(std::string_view text) override;
 
 private:
-    //  until: the limit of the whole, share: that of the address.
-    using Attempt =
-        std::function<Outcome(DnsExchange&, std::chrono::milliseconds until, std::chrono::milliseconds share)>;
+    //  share: the time at which the next address should have its turn.
+    using Attempt = std::function<Outcome(DnsExchange&, std::chrono::milliseconds share)>;
 
-    Outcome atServer(TsigKey key, std::chrono::milliseconds limit, const Attempt& attempt);
+    Outcome lookUpServer(std::chrono::milliseconds& until);
+    Outcome atServer(TsigKey key, std::chrono::milliseconds until, const Attempt& attempt);
     Outcome askZone(DnsExchange& exchange, std::chrono::milliseconds until) const;
     Outcome setsFor(const DnsRequest& request, std::vector<RecordSet>& sets) const;
     Outcome update(const DnsRequest& request);
@@ -102,8 +102,11 @@ Outcome DnsBackend::open(const Waiter& waiter) {
     TsigKey key;
     if (std::string failed = takeKey(key); !failed.empty())
         return backendFailed(std::move(failed));
-    //  Another address may do whatever this one does not; and what fails here has left nothing behind.
-    return atServer(std::move(key), openLimit, [this](DnsExchange& exchange, auto, auto share) {
+    //  Whatever fails here, the next address may do it: nothing has been changed yet.
+    std::chrono::milliseconds until = monotonicNow() + openLimit;
+    if (Outcome failed = lookUpServer(until); failed.code != errorNone)
+        return failed;
+    return atServer(std::move(key), until, [this](DnsExchange& exchange, auto share) {
         Outcome outcome = askZone(exchange, exchangeEnd(share));
         if (outcome.code != errorNone)
             outcome = {errorBackendFailed, std::move(outcome.reason), true};
@@ -111,17 +114,20 @@ Outcome DnsBackend::open(const Waiter& waiter) {
     });
 }
 
+//  A check goes without: it gives way to a call at once, and a look-up cannot be interrupted.
+Outcome DnsBackend::lookUpServer(std::chrono::milliseconds& until) {
+    std::string failed = addresses_.lookUp(zone_.server, until);
+    return failed.empty() ? Outcome{} : backendFailed(std::move(failed));
+}
+
 //  Connects to the server's addresses in turn, until one of them is not the wrong server. Each exchange has a connection of
 //  its own.
-Outcome DnsBackend::atServer(TsigKey key, std::chrono::milliseconds limit, const Attempt& attempt) {
-    std::chrono::milliseconds until = monotonicNow() + limit;
-    if (std::string failed = addresses_.lookUp(zone_.server, until); !failed.empty())
-        return backendFailed(std::move(failed));
+Outcome DnsBackend::atServer(TsigKey key, std::chrono::milliseconds until, const Attempt& attempt) {
     DnsExchange exchange(*waiter_, std::move(key));
     return addresses_.tryEach(
         *waiter_, until,
         [&](const ServerAddress& address, auto share) { return exchange.connect(address, exchangeEnd(share)); },
-        [&](auto share) { return attempt(exchange, until, share); });
+        [&](auto share) { return attempt(exchange, share); });
 }
 
 Outcome DnsBackend::askZone(DnsExchange& exchange, std::chrono::milliseconds until) const {
@@ -160,9 +166,11 @@ Outcome DnsBackend::update(const DnsRequest& request) {
     const DnsBytes message = updateMessage(newId(), zone_.zone, zone_.ttl, sets);
     if (message.empty() || message.size() + signatureLength(key) > longestMessage)
         return {errorBadRequest, "the records do not fit into one update of 65535 bytes"};
-    return atServer(std::move(key), exchangeLimit, [&](DnsExchange& exchange, auto until, auto) {
-        return sendUpdate(exchange, message, sets, until);
-    });
+    std::chrono::milliseconds until = monotonicNow() + exchangeLimit;
+    if (Outcome failed = lookUpServer(until); failed.code != errorNone)
+        return failed;
+    return atServer(std::move(key), until,
+                    [&](DnsExchange& exchange, auto) { return sendUpdate(exchange, message, sets, until); });
 }
 
 Outcome DnsBackend::sendUpdate(DnsExchange& exchange, const DnsBytes& message, const std::vector<RecordSet>& sets,
@@ -199,7 +207,7 @@ std::string DnsBackend::refusal(std::string_view text, int code) {
     return dnsReply(request.seqno, code, "the server is not connected");
 }
 
-//  An alias at a name keeps every other record away from it. A set without records has nothing that could be kept away.
+//  An alias at a name keeps every other record away from it. It does no harm to a set that is to be empty.
 Outcome DnsBackend::checkSet(DnsExchange& exchange, const RecordSet& set, std::chrono::milliseconds until) const {
     const Answer answer = exchange.ask(queryMessage(newId(), set.owner, set.type), exchangeEnd(until));
     if (answer.trust != Trust::whole)
@@ -244,7 +252,8 @@ Outcome DnsBackend::checkMessage(std::string_view text) {
     TsigKey key;
     if (std::string failed = takeKey(key); !failed.empty())
         return backendFailed(std::move(failed));
-    return atServer(std::move(key), checkLimit, [&](DnsExchange& exchange, auto until, auto) {
+    const std::chrono::milliseconds until = monotonicNow() + checkLimit;
+    return atServer(std::move(key), until, [&](DnsExchange& exchange, auto) {
         for (const RecordSet& set : sets)
             if (Outcome outcome = checkSet(exchange, set, until); outcome.code != errorNone)
                 return outcome;

@@ -115,7 +115,7 @@ Outcome RedisBackend::open(const Waiter& waiter) {
     return addresses_.tryEach(waiter, until, connect_, [&](auto share) { return logInUntil(password, share); });
 }
 
-//  Another address may do whatever this one does not; and what fails here has left nothing behind.
+//  Whatever fails here, the next address may do it: nothing has been changed yet.
 Outcome RedisBackend::logInUntil(const std::string& password, std::chrono::milliseconds until) {
     until_ = until;
     queueing_ = false;

@@ -52,7 +52,7 @@ int makeBackend(std::string_view url_text, const Credentials& credentials, std::
     for (const Scheme& scheme : schemes)
         if (scheme.name == url.scheme)
             return scheme.make(url, credentials, backend, reason);
-    reason = "unknown url scheme " + url.scheme;
+    reason = "unknown url scheme";  // not quoted: a password may have strayed into the url
     return errorUnknownScheme;
 }
 

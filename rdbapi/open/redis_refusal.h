@@ -15,9 +15,9 @@ bool redisEndsConnection(std::string_view answer);
 //  Says whether the error answer means that another server may do what this one does not now.
 bool redisIsWrongServer(std::string_view answer);
 
-//  Returns how many bytes at the beginning of an error answer may be quoted: those before the first 4 that are also, in
-//  capitals or not, somewhere in one of secrets, or before the whole of a shorter one. A server or a proxy may repeat
-//  what it was sent, complete or cut off, and so the login. Bytes that are too far back for a quote count as secret.
+//  Returns how many leading bytes of an error answer may be quoted: those up to the first 4 in a row that also occur in one
+//  of secrets, in upper or lower case. A shorter secret counts as a whole. A server or a proxy may repeat what it was sent,
+//  complete or cut off, and so the login. Bytes beyond the length of a quote count as secret.
 std::size_t redisQuotable(std::string_view answer, std::span<const std::string> secrets);
 
 //  Returns the reason why command was refused with the error answer. An answer without words of its own is quoted, at

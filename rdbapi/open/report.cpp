@@ -40,30 +40,31 @@ void appendPrintable(std::string& line, std::string_view text) {
     }
 }
 
-//  Without memory the line is lost.
-void report(int level, std::string_view subject, std::string_view text) noexcept {
+//  Returns false when the line was lost, as it is without memory.
+bool report(int level, std::string_view subject, std::string_view text) noexcept {
     try {
         std::string line = "rdbapi: ";
         appendPrintable(line, subject);
         line += ": ";
         appendPrintable(line, text);
-        sendSyslogLine(_PATH_LOG, syslogLine(LOG_DAEMON | level, time(nullptr), line));
+        return sendSyslogLine(_PATH_LOG, syslogLine(LOG_DAEMON | level, time(nullptr), line));
     } catch (...) {
+        return false;
     }
 }
 
 }  // namespace
 
-void reportFailure(std::string_view subject, std::string_view reason) noexcept {
-    report(LOG_ERR, subject, reason);
+bool reportFailure(std::string_view subject, std::string_view reason) noexcept {
+    return report(LOG_ERR, subject, reason);
 }
 
-void reportNote(std::string_view subject, std::string_view text) noexcept {
-    report(LOG_INFO, subject, text);
+bool reportNote(std::string_view subject, std::string_view text) noexcept {
+    return report(LOG_INFO, subject, text);
 }
 
-void reportRecovery(std::string_view subject, std::string_view text) noexcept {
-    report(LOG_NOTICE, subject, text);
+bool reportRecovery(std::string_view subject, std::string_view text) noexcept {
+    return report(LOG_NOTICE, subject, text);
 }
 
 }  // namespace rdbopen

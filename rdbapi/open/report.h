@@ -8,14 +8,16 @@
 
 namespace rdbopen {
 
+//  Each returns false when the line was lost.
+
 //  Reports at priority err "rdbapi: <subject>: <reason>". Requires: neither text holds a password.
-void reportFailure(std::string_view subject, std::string_view reason) noexcept;
+bool reportFailure(std::string_view subject, std::string_view reason) noexcept;
 
 //  Reports at priority info what is or would be done.
-void reportNote(std::string_view subject, std::string_view text) noexcept;
+bool reportNote(std::string_view subject, std::string_view text) noexcept;
 
 //  Reports at priority notice.
-void reportRecovery(std::string_view subject, std::string_view text) noexcept;
+bool reportRecovery(std::string_view subject, std::string_view text) noexcept;
 
 }  // namespace rdbopen
 

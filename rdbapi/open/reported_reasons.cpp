@@ -36,4 +36,8 @@ bool ReportedReasons::add(const std::string& reason) {
     return true;
 }
 
+void ReportedReasons::remove(const std::string& reason) {
+    std::erase(reasons_, withoutSeconds(reason));
+}
+
 }  // namespace rdbopen

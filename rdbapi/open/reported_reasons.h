@@ -18,6 +18,9 @@ public:
     //  Returns true when reason is not among them, and takes it in. Counts of seconds make no difference.
     bool add(const std::string& reason);
 
+    //  Takes reason, which add took in last, out again.
+    void remove(const std::string& reason);
+
     bool empty() const noexcept { return reasons_.empty(); }
     void clear() noexcept { reasons_.clear(); }
 

@@ -63,7 +63,7 @@ Outcome ServerAddresses::tryOthers(Outcome outcome, const Waiter& waiter, std::c
     return walk({waiter, until, connect, attempt}, current_, std::move(outcome));
 }
 
-//  What a server answered says more than that another one cannot be reached. told: what the skipped one answered.
+//  An answer is worth more to the operator than a failed connection. told: the answer of the skipped address.
 Outcome ServerAddresses::walk(const Walk& how, std::size_t skipped, Outcome told) {
     bool answered = skipped != nothing;
     auto left = static_cast<std::int64_t>(addresses_.size()) - (answered ? 1 : 0);

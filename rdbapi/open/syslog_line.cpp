@@ -34,6 +34,14 @@ Sent sendOn(int type, const sockaddr_un& address, const char* bytes, std::size_t
     return sent < 0 && error == EPROTOTYPE ? Sent::otherType : Sent::lost;
 }
 
+//  Whoever starts the program chooses its name.
+std::string programName() {
+    std::string name = program_invocation_short_name;
+    std::replace_if(
+        name.begin(), name.end(), [](unsigned char c) { return c <= 0x20 || c >= 0x7f; }, '?');
+    return name;
+}
+
 }  // namespace
 
 std::string syslogLine(int priority, time_t now, std::string_view text) {
@@ -42,7 +50,7 @@ std::string syslogLine(int priority, time_t now, std::string_view text) {
     char head[64];
     snprintf(head, sizeof head, "<%d>%s %2d %02d:%02d:%02d ", priority, months[parts.tm_mon], parts.tm_mday,
              parts.tm_hour, parts.tm_min, parts.tm_sec);
-    return std::string(head).append(program_invocation_short_name).append(": ").append(text);
+    return std::string(head).append(programName()).append(": ").append(text);
 }
 
 //  A zero byte ends a line on a stream.

@@ -16,7 +16,7 @@ public:
     //  callWaits: only during a check, see Backend::checksGiveWay. failed: errno says why.
     virtual Result wait(int descriptor, short events, std::chrono::milliseconds until) const noexcept = 0;
 
-    //  True when every wait ends at once, as closed or callWaits.
+    //  True when every wait ends at once, as closed, timedOut or callWaits.
     virtual bool over() const noexcept { return false; }
 
 protected:

@@ -105,8 +105,11 @@ int Worker::execute(const std::shared_ptr<WaitingCall>& call) {
     if (const int refused = post(Backend::Service::tags, call); refused != errorNone)
         return refused;
     const int code = call->wait();
-    if (code == errorTimedOut)
+    if (code == errorTimedOut) {
         slot_.wake();  // so that the worker notices it in the middle of an exchange
+        if (call->required())
+            reportLoss();
+    }
     return code;
 }
 
@@ -124,9 +127,8 @@ void Worker::run() noexcept {
         const Outcome end = guarded([this] { return session(); });
         setAccepting(false);
         refuseWaiting();
+        reportLoss();
         backend_->close();
-        if (connected_)
-            tell(RDB_EVENT_DISCONNECTED);
         if (slot_.closed())  // which ends every exchange and is no failure
             return;
         noteLoss(end);
@@ -143,7 +145,7 @@ Outcome Worker::session() {
     connected_ = true;
     connectedAt_ = monotonicNow();
     setAccepting(true);
-    tell(RDB_EVENT_CONNECTED);
+    reportConnection();
     for (;;) {
         std::shared_ptr<Call> call;
         Outcome outcome;
@@ -191,16 +193,13 @@ Outcome Worker::openAndComplete() {
     return {};
 }
 
-//  Returns errorBackendFailed for all that ends the session. What the caller of a failed required call does next is
-//  refused at once instead of queued, so that it gets its answer in one order always.
+//  Returns errorBackendFailed for all that ends the session.
 Outcome Worker::serve(Call& call) {
     Outcome outcome{errorTimedOut, {}};
     if (!call.abandoned()) {
         running_ = &call;
         outcome = guarded([&] { return call.run(*backend_); });
         running_ = nullptr;
-        if (call.required() && failed(outcome.code))
-            setAccepting(false);
         call.complete(outcome.code, slot_.closed());
         if (call.required() && call.abandoned() && !failed(outcome.code))
             outcome = {errorTimedOut, {}};
@@ -231,7 +230,7 @@ Outcome Worker::completeWanted() {
     return guarded([this] { return wanted_.complete(*backend_); });
 }
 
-//  Sets checkRefused_: of what a check was refused for, another request that succeeds says nothing.
+//  Sets checkRefused_. The success of another request does not clear what a check was refused for.
 Outcome Worker::checkWanted() {
     Outcome outcome = askServer();
     if (outcome.code == errorGaveWay)
@@ -346,6 +345,21 @@ void Worker::refuseWaiting() noexcept {
     }
 }
 
+void Worker::reportConnection() noexcept {
+    const std::lock_guard lock(eventMutex_);
+    connectionReported_ = true;
+    tell(RDB_EVENT_CONNECTED);
+}
+
+//  On the worker's thread, or on that of a caller whose required call had no answer in time while the worker cannot go on,
+//  such as in a system call on a disk that hangs.
+void Worker::reportLoss() noexcept {
+    setAccepting(false);
+    const std::lock_guard lock(eventMutex_);
+    if (std::exchange(connectionReported_, false))
+        tell(RDB_EVENT_DISCONNECTED);
+}
+
 void Worker::tell(std::int32_t event) noexcept {
     if (notify_ != nullptr && !slot_.closed())
         notify_(event, 0, user_);
@@ -375,8 +389,8 @@ void Worker::noteLoss(const Outcome& failure) noexcept {
 
 void Worker::noteReason(ReportedReasons& reasons, const std::string& reason) noexcept {
     guarded([&] {
-        if (reasons.add(reason))
-            reportFailure(backend_->label(), reason);
+        if (reasons.add(reason) && !reportFailure(backend_->label(), reason))
+            reasons.remove(reason);  // the line was lost; the next failure tries again
         return Outcome{};
     });
 }

@@ -17,10 +17,10 @@
 //      (3) 60001 does not follow for awayTime, even when a server refuses every other request.
 //  Another request that is refused, such as a put, leaves the connection as it is.
 //
-//  A reason is reported once until the server is sound again (reported_reasons.h), not at each attempt. That it is over
-//  is reported when a request has succeeded, nothing is pending, and the last check was not refused; after a refused one
-//  each success is followed by a check. A check that a call cuts off counts as not made. Why a request can never succeed is
-//  reported once until a call succeeds.
+//  A reason is reported once until the server is sound again (reported_reasons.h), not at each attempt. Recovery
+//  is reported when a request has succeeded, nothing is pending and the last check was not refused. After a refused check,
+//  each success is followed by a new check. A check that a call cuts off counts as not made. Why a request can never
+//  succeed is reported once until a call succeeds.
 //
 //  An event or reply is delivered when the handle is not closed at that moment. So when rdb_disconnect returns, at most
 //  one callback is still to begin or to end: the one that the worker was delivering already.
@@ -86,6 +86,8 @@ private:
     void setAccepting(bool accepting);
     void refuseWaiting() noexcept;
     bool callerGaveUp() noexcept;
+    void reportConnection() noexcept;
+    void reportLoss() noexcept;
     void tell(std::int32_t event) noexcept;
     void noteOutcome(const Outcome& outcome) noexcept;
     void noteLoss(const Outcome& failure) noexcept;
@@ -98,7 +100,9 @@ private:
     public:
         explicit SlotWaiter(Worker& worker) : worker_(worker) {}
         Result wait(int descriptor, short events, std::chrono::milliseconds until) const noexcept override;
-        bool over() const noexcept override { return worker_.slot_.closed() || worker_.givesWay(); }
+        bool over() const noexcept override {
+            return worker_.slot_.closed() || worker_.callerGaveUp() || worker_.givesWay();
+        }
 
     private:
         Worker& worker_;
@@ -111,6 +115,9 @@ private:
     std::deque<std::shared_ptr<Call>> queue_;
     bool accepting_ = false;
     bool started_ = false;
+
+    bool connectionReported_ = false;  // guarded by eventMutex_
+    std::mutex eventMutex_;            // held while an event is delivered
 
     std::unique_ptr<Backend> backend_;
     RdbMessageNotify notify_ = nullptr;
@@ -128,10 +135,10 @@ private:
     unsigned losses_ = 0;                     // in a row, without a sound connection between them
     unsigned refusals_ = 0;                   // in a row
     bool checkRefused_ = false;               // the last check was
-    ReportedReasons reasons_;                 // empty while all is well
-    ReportedReasons badRequests_;             // since a call last succeeded
     bool checking_ = false;                   // a check is under way
     bool gaveWay_ = false;                    // it was cut off
+    ReportedReasons reasons_;                 // empty while all is well
+    ReportedReasons badRequests_;             // since a call last succeeded
     std::minstd_rand random_;
 };
 

@@ -18,7 +18,6 @@ from sandbox import wait_until  # noqa: E402
 
 A, B, C = "2001:db8::a", "2001:db8::b", "2001:db8::c"
 CYCLE = 10  # seconds between two publish cycles
-LIMIT = 20  # seconds
 USER = ["ACL", "SETUSER", "host", "on", ">own", "~*", "&*", "+@all"]
 ANSWERS_TO_LOGIN = b"+OK\r\n+OK\r\n+PONG\r\n+PONG\r\n"  # to AUTH, CLIENT SETNAME, PING and the first check's PING
 SENTINEL = "port 6379\nbind 127.0.0.1\ndir /mnt/redis\nunixsocket /mnt/redis.sock\n"
@@ -77,7 +76,6 @@ class Scene:
         """Lets the next cycle run and sees it tell the name server; then a change is told in the same time."""
         self.hand.advance(CYCLE)
         self.wait_told(A)
-        assert self.hand.now_ns <= LIMIT * 1e9
         self.sandbox.add_address(B + "/64")
         self.hand.advance(CYCLE)
         self.wait_told(A, B)

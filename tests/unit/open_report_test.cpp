@@ -41,12 +41,12 @@ std::string textOf(std::string_view subject, std::string_view reason) {
 
 TEST(Report, EachKindHasItsLevel) {
     const struct {
-        void (*report)(std::string_view, std::string_view) noexcept;
+        bool (*report)(std::string_view, std::string_view) noexcept;
         int level;
     } kinds[] = {{reportFailure, LOG_ERR}, {reportNote, LOG_INFO}, {reportRecovery, LOG_NOTICE}};
     for (const auto& [report, level] : kinds) {
         reported.reset();
-        report("subject", "text");
+        EXPECT_TRUE(report("subject", "text"));
         ASSERT_TRUE(reported);
         EXPECT_EQ(reported->priority, LOG_DAEMON | level);
         EXPECT_EQ(reported->text, "rdbapi: subject: text");

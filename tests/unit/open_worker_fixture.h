@@ -13,6 +13,7 @@ namespace opentest {
 inline std::atomic<bool> skipBackoff{false};
 inline std::atomic<bool> failThreads{false};
 inline std::atomic<int> failPolls{0};            // the next so many waits of a worker fail
+inline std::atomic<int> loseLines{0};            // the next so many lines of syslog are lost
 inline std::atomic<int> longSleeps{0};           // sleeps of a second or more, which end at once
 inline std::atomic<std::int64_t> clockAhead{0};  // s
 inline Inbox<int> pauses;                        // ms

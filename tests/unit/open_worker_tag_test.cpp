@@ -166,6 +166,23 @@ TEST_F(WorkerTag, ALookupThatWaitsBehindAFailureCountsAsFailed) {
     EXPECT_EQ(script->takeMade(), (Made{"send one", "get t", "send one"}));
 }
 
+//  The back end hangs where no wait of the worker can be ended, as in a system call on a broken disk.
+TEST_F(WorkerTag, ALookupThatIsGivenUpWhileTheBackEndHangsCountsAsDisconnectedAtOnce) {
+    connect();
+    script->hold = true;
+    ASSERT_EQ(send("one"), 0);
+    ASSERT_TRUE(eventually([&] { return script->served == 1; }));
+    expireWaits = true;
+    EXPECT_EQ(tagGet(), errorTimedOut);
+    EXPECT_EQ(events.count(), 1U);
+    EXPECT_EQ(events.take(), RDB_EVENT_DISCONNECTED);
+    EXPECT_EQ(tagGet(), errorNotConnected);
+    expireWaits = false;
+    script->hold = false;
+    EXPECT_EQ(events.take(), RDB_EVENT_CONNECTED);
+    EXPECT_EQ(script->takeMade(), (Made{"send one", "get t"}));
+}
+
 TEST_F(WorkerTag, ALookupThatIsGivenUpEndsTheExchangeAndTheConnection) {
     connect();
     skipBackoff = false;

@@ -154,6 +154,15 @@ TEST_F(Worker_, AReasonIsReportedOnceAlsoWhenItAlternatesWithAnother) {
     EXPECT_EQ(reports.take(), "rdbapi: fake: b");
 }
 
+TEST_F(Worker_, AReasonWhoseLineWasLostIsReportedAtTheNextFailure) {
+    loseLines = 2;
+    script->opens = {backendFailed("a"), backendFailed("a"), backendFailed("a"), backendFailed("a")};
+    connect();
+    EXPECT_EQ(loseLines, 0);
+    EXPECT_EQ(reports.count(), 1U);
+    EXPECT_EQ(reports.take(), "rdbapi: fake: a");
+}
+
 TEST_F(Worker_, AReasonIsReportedAgainAfterTheServerWasSound) {
     script->opens = {backendFailed("a")};
     connect();
