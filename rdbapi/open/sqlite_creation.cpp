@@ -24,7 +24,7 @@ int readStatus(const FilePlace& place, FileText& text) {
     return text.exists || errno == ENOENT ? 0 : errno;
 }
 
-//  What another file is there for is no business of this one's: SQLite and the look at its header come later.
+//  A file with content is left alone: SQLite and the check of its header come later.
 bool isToBeMade(const FileText& found) {
     return !found.exists || (S_ISREG(found.status.st_mode) && found.status.st_size == 0);
 }
