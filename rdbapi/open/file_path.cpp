@@ -17,9 +17,9 @@ std::string failed(const std::string& path, int error) {
     return path + ": " + std::generic_category().message(error);
 }
 
-//  The group counts as others: the service's user need not be the only one in it.
+//  As for the kernel, the group does not count: who may write as one of the group was put into it by an administrator.
 bool isShared(const struct stat& folder) {
-    return (folder.st_mode & S_ISVTX) != 0 && (folder.st_mode & (S_IWGRP | S_IWOTH)) != 0;
+    return (folder.st_mode & S_ISVTX) != 0 && (folder.st_mode & S_IWOTH) != 0;
 }
 
 bool mayBeFollowed(const struct stat& link, const struct stat& folder) {

@@ -17,7 +17,7 @@ namespace rdbopen {
 struct FilePlace {
     std::string directory;  // ends with "/"; neither it nor the name holds a link
     std::string name;
-    std::string shared;  // the first folder on the way that is sticky and that others may write; empty without one
+    std::string shared;  // the first folder on the way that is sticky and that all users may write; empty without one
 
     std::string path() const { return directory + name; }
     std::string temporary() const { return directory + "." + name + ".addrpubd.tmp"; }

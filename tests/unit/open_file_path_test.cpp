@@ -127,7 +127,7 @@ constexpr Link links[] = {
     {"OfTheFoldersOwner", 01777, stranger, stranger, true},
     {"OfAStranger", 01777, 0, stranger, false},
     {"OfANeighbourInAStrangersFolder", 01777, stranger, neighbour, false},
-    {"OfAStrangerInAFolderOfAGroup", 01770, 0, stranger, false},
+    {"OfAStrangerInAStickyFolderOfAGroup", 01775, 0, stranger, true},
     {"OfAStrangerWhereOnlyOthersMayWrite", 01703, 0, stranger, false},
     {"OfAStrangerInAStickyFolderOfOneUser", 01755, 0, stranger, true},
     {"OfAStrangerInAFolderThatIsNotSticky", 0777, 0, stranger, true},
@@ -146,7 +146,7 @@ TEST_F(FilePath, OfTwoSharedFoldersTheUpperOneIsNamed) {
     const std::string here = std::filesystem::current_path().string() + "/shared." + std::to_string(getpid());
     std::filesystem::create_directories(here + "/a/more");
     ASSERT_EQ(chmod((here + "/a/more").c_str(), 01777), 0);
-    ASSERT_EQ(chmod((here + "/a").c_str(), 01770), 0);
+    ASSERT_EQ(chmod((here + "/a").c_str(), 01707), 0);
     resolve(here);
     const std::string outer = place.shared;  // of a build below /tmp
     std::string seen;
@@ -161,6 +161,17 @@ TEST_F(FilePath, OfTwoSharedFoldersTheUpperOneIsNamed) {
 TEST_F(FilePath, APathWithoutASharedFolderNamesNone) {
     resolve("/etc/new");
     EXPECT_EQ(place.shared, "");
+}
+
+TEST_F(FilePath, AStickyFolderOfAGroupIsNotShared) {
+    const std::string here = std::filesystem::current_path().string() + "/group." + std::to_string(getpid());
+    std::filesystem::create_directory(here);
+    resolve(here);
+    const std::string outer = place.shared;  // of a build below /tmp
+    ASSERT_EQ(chmod(here.c_str(), 01770), 0);
+    resolve(here + "/new");
+    std::filesystem::remove(here);
+    EXPECT_EQ(place.shared, outer);
 }
 
 }  // namespace
