@@ -4,6 +4,7 @@
 #include "file_path.h"
 #include "file_url.h"
 #include "sqlite_creation.h"
+#include "sqlite_damage.h"
 #include "sqlite_files.h"
 #include "sqlite_schema.h"
 
@@ -41,7 +42,9 @@ public:
     Outcome checkValue(const RdbSnapshot& record) override;
 
 private:
-    Outcome failed(const char* what) { return backendFailed(what + (": " + database_.lastError())); }
+    Outcome failed(const char* what);
+    Outcome openFile();
+    void closeStatements();
     bool prepareAll();
     bool proveWriting();
     Outcome examineFiles();
@@ -59,19 +62,47 @@ private:
     SqliteFiles files_;
     bool noted_ = false;    // files_ holds how the last request left them
     bool changed_ = false;  // by another program than SQLite, since then
+    bool suspect_ = false;  // SQLite has found the file damaged, and it was not checked since then
 };
 
+Outcome SqliteBackend::failed(const char* what) {
+    suspect_ = suspect_ || database_.lastResultIsDamage();
+    return backendFailed(what + (": " + database_.lastError()));
+}
+
+//  A damaged file is moved aside by an open that fails, so that the worker reports the new name; the next open makes the
+//  new file.
 Outcome SqliteBackend::open(const Waiter&) {
     if (const std::string reason = resolveFile(path_, place_); !reason.empty())
         return backendFailed("the file cannot be reached: " + reason);
+    if (!suspect_) {
+        Outcome outcome = openFile();
+        if (!suspect_)
+            return outcome;
+        closeStatements();
+        database_.abandon();
+    }
+    suspect_ = false;
+    if (std::string reason = moveDamagedSqliteFile(place_); !reason.empty())
+        return backendFailed(std::move(reason));
+    return openFile();
+}
+
+Outcome SqliteBackend::openFile() {
     if (std::string reason = makeSqliteFile(place_); !reason.empty())
         return backendFailed(std::move(reason));
     if (database_.open(place_.path()) != SQLITE_OK)
         return failed("cannot be opened");
     if (std::string refusal = sqliteFileRefusal(database_, place_.path()); !refusal.empty())
         return backendFailed(std::move(refusal));
-    if (std::string reason = makeSqliteSchema(database_); !reason.empty())
+    if (isSqliteFileCutShort(database_, place_.path())) {
+        suspect_ = true;
+        return backendFailed("the file is shorter than its header says");
+    }
+    if (std::string reason = makeSqliteSchema(database_); !reason.empty()) {
+        suspect_ = database_.lastResultIsDamage();
         return backendFailed(std::move(reason));
+    }
     if (database_.text("PRAGMA journal_mode = WAL") != "wal")
         return failed("cannot use write-ahead logging");
     if (database_.run("PRAGMA synchronous = FULL; PRAGMA wal_autocheckpoint = 0; PRAGMA foreign_keys = ON; "
@@ -92,8 +123,7 @@ void SqliteBackend::close() noexcept {
     } catch (...) {
         changed_ = true;  // not known without memory
     }
-    for (SqliteStatement* statement : {&findTag_, &importTag_, &putSnapshot_, &putHistory_, &trimHistory_, &findValue_})
-        *statement = SqliteStatement();
+    closeStatements();
     if (changed_) {
         database_.abandon();
         files_.removeRemains();
@@ -101,6 +131,11 @@ void SqliteBackend::close() noexcept {
     database_.close();
     noted_ = false;
     changed_ = false;
+}
+
+void SqliteBackend::closeStatements() {
+    for (SqliteStatement* statement : {&findTag_, &importTag_, &putSnapshot_, &putHistory_, &trimHistory_, &findValue_})
+        *statement = SqliteStatement();
 }
 
 bool SqliteBackend::prepareAll() {
@@ -127,8 +162,8 @@ bool SqliteBackend::proveWriting() {
     return note && note.bind(1, wallNow()).run() == SQLITE_OK;
 }
 
-//  SQLite goes on writing into a file that was removed or replaced, where nobody would ever read it, and over one that
-//  another program wrote.
+//  SQLite goes on writing into a file that was removed or replaced, where nobody would ever read it. It also overwrites a
+//  file that another program wrote.
 Outcome SqliteBackend::examineFiles() {
     if (!noted_ || changed_)
         return {};

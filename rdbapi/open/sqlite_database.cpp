@@ -8,6 +8,8 @@ namespace {
 //  thread, so that those get SQLite's own answer.
 constexpr int busyLimit = 2000;
 
+constexpr int primaryResult = 0xff;  // of an extended result
+
 }  // namespace
 
 SqliteStatement& SqliteStatement::bind(int index, std::int64_t value) {
@@ -104,6 +106,17 @@ std::string SqliteDatabase::text(const char* sql) {
 
 std::string SqliteDatabase::lastError() const {
     return connection_ == nullptr ? "out of memory" : sqlite3_errmsg(connection_.get());
+}
+
+bool SqliteDatabase::lastResultIsDamage() const {
+    const int result = sqlite3_errcode(connection_.get()) & primaryResult;
+    return result == SQLITE_CORRUPT || result == SQLITE_NOTADB;
+}
+
+bool SqliteDatabase::hasMoved() {
+    int moved = 0;
+    sqlite3_file_control(connection_.get(), "main", SQLITE_FCNTL_HAS_MOVED, &moved);
+    return moved != 0;
 }
 
 }  // namespace rdbopen

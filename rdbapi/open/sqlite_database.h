@@ -88,6 +88,13 @@ public:
     //  SQLite's text for the last failure.
     std::string lastError() const;
 
+    //  True when the last call failed because SQLite found the file damaged.
+    bool lastResultIsDamage() const;
+
+    //  True when the file that is open no longer has the name under which it was opened.
+    //  Requires: open has succeeded.
+    bool hasMoved();
+
     explicit operator bool() const { return connection_ != nullptr; }
 
 private:

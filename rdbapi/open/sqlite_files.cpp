@@ -34,7 +34,8 @@ bool SqliteFiles::note(const std::string& path, SqliteDatabase& database) {
     log_ = look(path + "-wal");
     index_ = look(path + "-shm");
     database_ = look(path);
-    return version_ >= 0 && log_.exists && index_.exists && database_.exists;
+    //  Afterwards: the name may have gone to another file before it was looked at.
+    return version_ >= 0 && log_.exists && index_.exists && database_.exists && !database.hasMoved();
 }
 
 bool SqliteFiles::areNamed() const {
@@ -63,7 +64,7 @@ std::string SqliteFiles::change(SqliteDatabase& database) {
     indexLost_ = databaseLost_;
     if (databaseLost_)
         return "the file was overwritten by another program";
-    //  If it was overwritten all the same, what is read from now on is at least all of one kind.
+    //  If it was overwritten all the same, what is read from now on at least comes from one file.
     database.forgetPages();
     return note(database_.path, database) ? std::string() : "the file was removed or replaced";
 }

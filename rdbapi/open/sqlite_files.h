@@ -20,7 +20,8 @@ namespace rdbopen {
 
 class SqliteFiles {
 public:
-    //  Takes note of the files as a request has left them. Returns false when one is missing.
+    //  Takes note of the files as a request has left them. Returns false when one is missing, or
+    //  when the database has another name now.
     //  Requires: database is open at path, with write-ahead logging, and has been written.
     bool note(const std::string& path, SqliteDatabase& database);
 

@@ -12,8 +12,15 @@ constexpr int headerSize = 100;
 constexpr std::size_t writeFormatAt = 18;
 constexpr std::size_t readFormatAt = 19;
 constexpr char formatWithLog = 2;
+constexpr std::size_t pageSizeAt = 16;
+constexpr std::int64_t pageSizeCode = 1;  // stands for the largest size, which two bytes cannot hold
+constexpr std::int64_t largestPage = 65536;
+constexpr std::size_t changesAt = 24;
+constexpr std::size_t pageCountAt = 28;
+constexpr std::size_t changesAtCountAt = 92;
 constexpr std::size_t userVersionAt = 60;
 constexpr std::size_t applicationIdAt = 68;
+constexpr std::int64_t marksEnd = 72;
 constexpr char magic[16] = "SQLite format 3";
 
 //  The beginning of a journal (section 3 of the same page): magic bytes, and the pages that the database had before.
@@ -95,7 +102,7 @@ std::string sqliteFileRefusal(SqliteDatabase& database, const std::string& path)
     //  The first page is one of those that had not reached the disk.
     if (isBlank(header, headerSize) && isRolledBackToNothing(path))
         return {};
-    if (size < headerSize || std::memcmp(header, magic, sizeof magic) != 0)
+    if (size < marksEnd || std::memcmp(header, magic, sizeof magic) != 0)
         return "the file is not a database";
     if (bigEndian32(header + applicationIdAt) != sqliteApplicationId)
         return "the file is a database of another program";
@@ -104,18 +111,31 @@ std::string sqliteFileRefusal(SqliteDatabase& database, const std::string& path)
     return {};
 }
 
+bool sqliteBytesMissing(SqliteDatabase& database) {
+    unsigned char header[headerSize]{};
+    std::int64_t size = 0;
+    if (database.readFirstBytes(header, headerSize, size) != SQLITE_OK || size == 0)
+        return false;
+    if (size < headerSize)
+        return true;
+    const std::int64_t code = header[pageSizeAt] << 8 | header[pageSizeAt + 1];
+    const std::int64_t pageSize = code == pageSizeCode ? largestPage : code;
+    const bool trusted = bigEndian32(header + changesAt) == bigEndian32(header + changesAtCountAt);
+    return trusted && size < pageSize * bigEndian32(header + pageCountAt);
+}
+
 std::string makeSqliteSchema(SqliteDatabase& database) {
     //  The lock is taken before the look, so that of two services that start together one makes the tables.
     if (database.run("BEGIN IMMEDIATE") != SQLITE_OK)
         return "cannot be written: " + database.lastError();
     const std::int64_t id = database.number("PRAGMA application_id", -1);
     const std::int64_t objects = database.number("SELECT count(*) FROM sqlite_schema", -1);
+    if (id < 0 || objects < 0)
+        return "cannot be read: " + database.lastError();
     std::string reason;
     if (id == 0 && objects == 0) {
         if (!makeTables(database) || database.run("COMMIT") != SQLITE_OK)
             reason = "its tables cannot be made: " + database.lastError();
-    } else if (id < 0 || objects < 0) {
-        reason = "cannot be read: " + database.lastError();
     } else if (id != sqliteApplicationId) {
         reason = "the file is a database of another program";
     }

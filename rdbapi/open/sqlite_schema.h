@@ -22,12 +22,17 @@ inline constexpr std::int64_t sqliteHistoryLimit = 10000;
 //  Requires: database is open at path.
 std::string sqliteFileRefusal(SqliteDatabase& database, const std::string& path);
 
+//  True when the file has fewer bytes than the pages that its header counts. A count that SQLite itself would not
+//  trust, because an old version has written the file since, is ignored.
+//  Requires: database is open, and sqliteFileRefusal has accepted its file.
+bool sqliteBytesMissing(SqliteDatabase& database);
+
 //  Returns the bytes of a database with the tables and without rows, for write-ahead logging; empty when there is no
 //  memory.
 std::string newSqliteDatabase();
 
 //  Makes the tables in an empty database, and sees to it that another's stays as it is. Returns an empty text, or the
-//  reason of the failure.
+//  reason of the failure; a transaction that has failed ends when the connection is closed.
 std::string makeSqliteSchema(SqliteDatabase& database);
 
 }  // namespace rdbopen

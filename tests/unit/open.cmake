@@ -59,7 +59,8 @@ endif()
 find_package(SQLite3 QUIET)
 if(SQLite3_FOUND)
     addrpubd_unit_test(open_sqlite_test
-        SOURCES open_backend_sqlite_test.cpp open_sqlite_creation_test.cpp open_sqlite_files_test.cpp
+        SOURCES open_backend_sqlite_test.cpp open_sqlite_creation_test.cpp open_sqlite_damage_test.cpp
+                open_sqlite_files_test.cpp
             open_recorded_disk.cpp open_quiet_syslog.cpp
         LIBS rdbapi_open
         WRAP sendto)

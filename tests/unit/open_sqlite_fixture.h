@@ -5,6 +5,7 @@
 
 #include "open_support.h"
 #include "sqlite_schema.h"
+#include "wanted.h"
 
 #include <gtest/gtest.h>
 
@@ -39,6 +40,32 @@ protected:
     Folder folder;
     const std::string file = folder.file("rdb.db");
     std::unique_ptr<rdbopen::Backend> backend = backendFor("sqlite://" + file);
+};
+
+//  One tag and its value, which are written again after a loss.
+class SqliteValueFixture : public SqliteFixture {
+protected:
+    //  Puts value as the worker does for a user of the handle.
+    void openAndPut(const std::string& value) {
+        open();
+        wanted.noteTag(usableTag("host1"), backend->tagImport(usableTag("host1")).code);
+        wanted.noteValue(recordOf("host1", value), put("host1", value));
+        ASSERT_FALSE(wanted.pending());
+    }
+    //  What the worker does after a loss, and at each check.
+    void openAndCheck() {
+        open();
+        check();
+    }
+    void check() {
+        ASSERT_EQ(backend->probe().code, 0);
+        ASSERT_EQ(wanted.check(*backend).code, 0);
+        ASSERT_EQ(wanted.complete(*backend).code, 0);
+        ASSERT_FALSE(wanted.pending());
+    }
+    std::string current() { return query("SELECT value FROM current_values WHERE name = 'host1'"); }
+
+    rdbopen::Wanted wanted;
 };
 
 }  // namespace opentest
