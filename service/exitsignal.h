@@ -26,11 +26,10 @@
 constexpr long short_tick = 10'000;
 constexpr long long_tick = 500'000;
 
-constexpr int max_step_ticks = 5;  // short; the time of a step to come to an end
-constexpr int max_callback_ticks =
-    50;                             // short; the time of callbacks on other threads, once the log is taken from them
-constexpr int max_call_ticks = 10;  // long; the time of one call of the client library
-constexpr int max_end_ticks = 3;    // long; the time of every other part of the end
+constexpr int max_step_ticks = 5;       // short; for a step to come to an end
+constexpr int max_callback_ticks = 50;  // short; for callbacks on other threads, once the log is taken from them
+constexpr int max_call_ticks = 10;      // long; for one call of the client library
+constexpr int max_end_ticks = 3;        // long; for every other part of the end
 
 //  Handles SIGINT and SIGTERM. The end reports the stop, releases the log, closes both connections and exits with status
 //  0. Of several signals the first one counts.
