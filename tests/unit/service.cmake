@@ -21,20 +21,10 @@ service_unit_test(service_publish_test
     publish_gates_test.cpp publish_records_test.cpp publish_memory_test.cpp publish_model_test.cpp
     publish_threads_test.cpp no_memory.cpp)
 
-#  The thread sanitizer holds signals back until the thread enters a call that may wait, so that none comes where the tests of
-#  the exit signal raise it.
-set(exit_signal_tests exitsignal_test.cpp)
-set(exit_signal_wraps LINKER:--wrap=pause,--wrap=setitimer)
-if(ADDRPUBD_SANITIZE MATCHES thread)
-    message(STATUS "tests of the exit signal left out: the thread sanitizer delays signals")
-    set(exit_signal_tests "")
-    set(exit_signal_wraps "")
-endif()
-
 service_unit_test(service_control_test
     service_child.cpp no_memory.cpp runcls_test.cpp runcls_layout_test.cpp runcls_memory_test.cpp pidfile_test.cpp
-    daemon_test.cpp ${exit_signal_tests})
-target_link_options(service_control_test PRIVATE ${exit_signal_wraps} LINKER:--wrap=malloc)
+    daemon_test.cpp exitsignal_test.cpp)
+target_link_options(service_control_test PRIVATE LINKER:--wrap=pause,--wrap=setitimer,--wrap=malloc)
 
 #  The exit signal at chosen instructions. It plays debugger itself, so it does not run below one, and a sanitizer's
 #  run-time library is not what is to be interrupted.
