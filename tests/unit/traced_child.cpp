@@ -74,6 +74,8 @@ bool TracedChild::runTo(std::uintptr_t address, unsigned nth) {
             return false;
         ptrace(PTRACE_CONT, pid_, nullptr, nullptr);
         await();
+        if (WIFEXITED(status_))
+            return false;
         if (!WIFSTOPPED(status_) || WSTOPSIG(status_) != SIGTRAP)
             std::abort();
         user_regs_struct registers = registersOf(pid_);

@@ -1,7 +1,7 @@
 //  A child process that is stopped at a chosen instruction and gets a signal there (ptrace(2), x86-64).
 //
-//  All children are forks of one process at one point, so they take the same steps at the same addresses up to their
-//  signal. One of them is walked through instruction by instruction, which gives the addresses.
+//  All children are forks of one process at one point, so they take nearly the same steps at the same addresses up to
+//  their signal. One of them is walked through instruction by instruction, which gives the addresses.
 //
 //  Threads: the parent's calls all come from one thread.
 #ifndef TRACED_CHILD_H
@@ -30,7 +30,7 @@ public:
     std::map<std::uintptr_t, unsigned> walk(std::size_t count);
 
     //  Runs until the instruction at address is about to be executed for the nth time, counted from 1. Returns false
-    //  when no breakpoint can be set there.
+    //  when no breakpoint can be set there, or when the child ended before.
     bool runTo(std::uintptr_t address, unsigned nth);
 
     //  Reads a word of the child's memory, which is where it is in this process, too.
