@@ -2,10 +2,10 @@
 #include "check.h"
 #include "show.h"
 
-#include "backend_registry.h"
-#include "file_path.h"
-#include "secret.h"
-#include "url.h"
+#include "backends.h"
+#include "files/path.h"
+#include "net/secret.h"
+#include "net/url.h"
 
 namespace check {
 

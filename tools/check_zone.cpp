@@ -2,9 +2,9 @@
 #include "check.h"
 
 #ifdef RDBOPEN_WITH_DNS
-#include "dns_records.h"
-#include "dns_tsig.h"
-#include "secret.h"
+#include "dns/records.h"
+#include "dns/tsig.h"
+#include "net/secret.h"
 
 #include <algorithm>
 #endif

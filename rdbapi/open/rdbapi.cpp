@@ -4,10 +4,10 @@
 #include "rdbapi.h"
 #pragma GCC visibility pop
 
-#include "backend_registry.h"
-#include "handle_table.h"
-#include "report.h"
-#include "worker.h"
+#include "backends.h"
+#include "engine/handle_table.h"
+#include "engine/report.h"
+#include "engine/worker.h"
 
 #include <cstring>
 
@@ -15,8 +15,8 @@ using namespace rdbopen;
 
 namespace {
 
-constexpr std::int32_t longestMessage = 1 << 20;  // bytes
-constexpr int mostRecords = 1000;
+constexpr std::int32_t maxMessageLength = 1 << 20;  // bytes
+constexpr int maxRecords = 1000;
 
 //  Runs body with the handle's worker, which stays in being meanwhile.
 template <class Body>
@@ -68,7 +68,7 @@ int rdb_connectex(int handle, const char* url, const char* user, const char* pas
 }
 
 int rdb_callmsg(int handle, const char* text, std::int32_t length, RdbReply callback, void* user) {
-    if (text == nullptr || length < 1 || length > longestMessage || callback == nullptr)
+    if (text == nullptr || length < 1 || length > maxMessageLength || callback == nullptr)
         return errorBadArgument;
     return withWorker(handle, [&](Worker& worker) {
         const std::string_view message(text, static_cast<std::size_t>(length));
@@ -99,7 +99,7 @@ int rdb_taginport(int handle, int mode, RdbTag* tag, std::int32_t* result) {
 }
 
 int rdb_objputsnapshot(int handle, const RdbSnapshot* records, int count) {
-    if (records == nullptr || count < 1 || count > mostRecords)
+    if (records == nullptr || count < 1 || count > maxRecords)
         return errorBadArgument;
     for (int i = 0; i < count; ++i)
         if (!isRecord(records[i]))
@@ -113,5 +113,5 @@ int rdb_disconnect(int handle) {
 }
 
 int rdb_destory(int handle) {
-    return giveBackHandle(handle);
+    return releaseHandle(handle);
 }

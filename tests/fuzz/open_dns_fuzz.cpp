@@ -1,6 +1,6 @@
 //  Answers of a hostile DNS server: whatever their bytes, only what is signed with the key over the request counts, and
 //  only as long as nobody altered it. What does count may still say anything.
-#include "dns_tsig.h"
+#include "dns/tsig.h"
 #include "fuzz_input.h"
 #include "open_dns_support.h"
 
@@ -60,7 +60,7 @@ void checkAltered(const DnsBytes& genuine, std::size_t size, std::size_t at, std
 
 //  Signs what the server says, and reads it as the back end does.
 void checkSigned(const DnsBytes& message, std::size_t at, std::uint8_t mask) {
-    if (message.size() > longestMessage)
+    if (message.size() > maxDnsMessageSize)
         return;
     Signing signing;
     signing.time = now;

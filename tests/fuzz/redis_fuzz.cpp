@@ -1,8 +1,8 @@
 //  The back end redis in front of a server that answers with the input: every byte that it receives, in any pieces.
 //  An answer is read as by a second reader. No request writes into a transaction that the server has not begun, and
 //  no outcome is one that it does not have.
-#include "backend_registry.h"
-#include "clock.h"
+#include "backends.h"
+#include "engine/clock.h"
 #include "fuzz_input.h"
 #include "redis_model.h"
 

@@ -4,7 +4,7 @@
 #ifndef FUZZ_REDIS_MODEL_H
 #define FUZZ_REDIS_MODEL_H
 
-#include "redis_reply.h"
+#include "redis/reply.h"
 
 #include <algorithm>
 #include <optional>
@@ -18,7 +18,7 @@ public:
     //  Returns the answer at the front, or nothing when there is none that is whole and well-formed.
     std::optional<Reply> read(int depth = 0) {
         const std::size_t end = text_.find("\r\n", at_);
-        if (end == std::string::npos || end == at_ || depth > mostDepth)
+        if (end == std::string::npos || end == at_ || depth > maxDepth)
             return std::nullopt;
         const char type = text_[at_];
         const std::string line = text_.substr(at_ + 1, end - at_ - 1);
@@ -43,7 +43,7 @@ public:
     }
 
 private:
-    static constexpr int mostDepth = 6;
+    static constexpr int maxDepth = 6;
 
     //  A line with a carriage return or a line feed in it is not well-formed.
     static std::optional<Reply> simple(Reply::Kind kind, const std::string& line) {

@@ -57,7 +57,7 @@ def test_526_the_c_librarys_checked_functions_are_called_where_that_is_chosen(fi
     [
         "service/CMakeFiles/service.dir/daemon.cpp.o",
         "com/olklib3/CMakeFiles/olklib3.dir/olk_allocator.cpp.o",
-        "rdbapi/open/CMakeFiles/rdbapi_open.dir/worker.cpp.o",
+        "rdbapi/open/CMakeFiles/rdbapi_open.dir/engine/worker.cpp.o",
     ],
 )
 def test_527_indirect_jumps_land_on_marked_places(object_file):

@@ -4,8 +4,8 @@
 //      update ID TIME KEY ALGORITHM SECRET ZONE TTL NAME ADDRESS,... PORT,...      -> the signed message
 //      query  ID TIME KEY ALGORITHM SECRET OWNER TYPE                              -> the signed message
 //      answer NOW ANSWER     to the message made last, with its key                -> "whole", or the reason why not
-#include "dns_records.h"
-#include "dns_tsig.h"
+#include "dns/records.h"
+#include "dns/tsig.h"
 
 #include <cstdio>
 #include <iostream>

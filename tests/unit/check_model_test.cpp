@@ -1,7 +1,7 @@
 //  addrpubd-check beside the service itself, on generated files.
 #include "check.h"
 
-#include "backend_registry.h"
+#include "backends.h"
 #include "check_model.h"
 #include "olk_udplog.h"
 #include "recording_rdb.h"

@@ -1,6 +1,6 @@
 #include "check.h"
 
-#include "backend_registry.h"
+#include "backends.h"
 #include "service_platform.h"
 #include "service_support.h"
 

@@ -1,7 +1,7 @@
 //  The back end against a server on loopback that keeps to the standards and answers as its script says.
-#include "backend_dns.h"
+#include "dns/backend.h"
 
-#include "dns_words.h"
+#include "dns/words.h"
 #include "open_dns_support.h"
 
 #include <gtest/gtest.h>

@@ -1,5 +1,5 @@
 //  hosts:///PATH through the nine functions.
-#include "backend_hosts.h"
+#include "hosts/backend.h"
 
 #include "open_support.h"
 

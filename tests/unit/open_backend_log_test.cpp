@@ -1,4 +1,4 @@
-#include "backend_log.h"
+#include "dryrun/backend.h"
 
 #include "open_support.h"
 #include "open_syslog.h"

@@ -1,5 +1,5 @@
 //  redis://: the back end in front of a fake server that answers as each test tells it.
-#include "backend_redis.h"
+#include "redis/backend.h"
 
 #include "open_fake_redis.h"
 #include "open_support.h"

@@ -1,6 +1,6 @@
 //  sqlite:///PATH: the back end by itself, and once through the nine functions. The database is looked at through a
 //  second connection, as the stock tool would.
-#include "backend_sqlite.h"
+#include "sqlite/backend.h"
 
 #include "open_recorded_disk.h"
 #include "open_sqlite_fixture.h"

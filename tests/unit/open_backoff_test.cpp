@@ -1,4 +1,4 @@
-#include "backoff.h"
+#include "engine/backoff.h"
 
 #include <gtest/gtest.h>
 

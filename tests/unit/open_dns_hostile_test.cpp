@@ -1,5 +1,5 @@
 //  The back end against a server that breaks every rule: nothing of it may count as success, crash or hang.
-#include "backend_dns.h"
+#include "dns/backend.h"
 #include "open_dns_support.h"
 
 #include <cstdarg>

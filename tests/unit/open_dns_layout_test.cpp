@@ -1,4 +1,4 @@
-#include "dns_layout.h"
+#include "dns/layout.h"
 
 #include "open_dns_support.h"
 

@@ -1,7 +1,7 @@
 //  The bytes of updates and questions, and the comparison of answers with what is wanted.
-#include "dns_message.h"
+#include "dns/message.h"
 
-#include "dns_answer.h"
+#include "dns/answer.h"
 #include "open_dns_support.h"
 
 #include <gtest/gtest.h>

@@ -1,4 +1,4 @@
-#include "dns_records.h"
+#include "dns/records.h"
 
 #include "open_dns_support.h"
 

@@ -1,4 +1,4 @@
-#include "dns_request.h"
+#include "request/dns_request.h"
 
 #include <gtest/gtest.h>
 

@@ -1,6 +1,6 @@
 //  rdb_disconnect and rdb_destory in a signal handler at any moment of the exchanges with a server.
+#include "engine/errors.h"
 #include "open_dns_support.h"
-#include "open_errors.h"
 #include "open_interrupt.h"
 
 #include <csignal>

@@ -3,7 +3,7 @@
 #ifndef TESTS_UNIT_OPEN_DNS_SUPPORT_H
 #define TESTS_UNIT_OPEN_DNS_SUPPORT_H
 
-#include "dns_tsig.h"
+#include "dns/tsig.h"
 #include "open_support.h"
 
 #include <atomic>

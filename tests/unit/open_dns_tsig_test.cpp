@@ -1,7 +1,7 @@
 //  What an answer is worth. Answers are put together and signed by the test; only one signed over the request counts.
-#include "dns_tsig.h"
+#include "dns/tsig.h"
 
-#include "dns_words.h"
+#include "dns/words.h"
 #include "open_dns_support.h"
 
 #include <gtest/gtest.h>

@@ -1,4 +1,4 @@
-#include "dns_zone_url.h"
+#include "dns/zone_url.h"
 
 #include <gtest/gtest.h>
 

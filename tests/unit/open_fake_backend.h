@@ -2,10 +2,10 @@
 #ifndef TESTS_UNIT_OPEN_FAKE_BACKEND_H
 #define TESTS_UNIT_OPEN_FAKE_BACKEND_H
 
-#include "backend.h"
-#include "handle_table.h"
+#include "engine/backend.h"
+#include "engine/handle_table.h"
+#include "engine/worker.h"
 #include "open_support.h"
-#include "worker.h"
 
 #include <atomic>
 #include <memory>

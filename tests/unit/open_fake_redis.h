@@ -5,7 +5,7 @@
 #ifndef TESTS_UNIT_OPEN_FAKE_REDIS_H
 #define TESTS_UNIT_OPEN_FAKE_REDIS_H
 
-#include "redis_reply.h"
+#include "redis/reply.h"
 
 #include <cstdint>
 #include <deque>

@@ -1,5 +1,5 @@
 //  On a clock of its own: each sleep moves it on.
-#include "file_lock.h"
+#include "files/lock.h"
 
 #include "open_support.h"
 

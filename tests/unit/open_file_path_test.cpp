@@ -1,5 +1,5 @@
 //  resolveFile. The tests in shared folders make files and links of other users, so they run as root.
-#include "file_path.h"
+#include "files/path.h"
 
 #include "open_support.h"
 

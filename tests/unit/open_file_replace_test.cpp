@@ -1,4 +1,4 @@
-#include "file_replace.h"
+#include "files/replace.h"
 
 #include "open_support.h"
 
@@ -215,7 +215,7 @@ TEST_F(FileReplace, AMissingFileReadsAsEmpty) {
 }
 
 TEST_F(FileReplace, TheProofOfWritingLeavesNothing) {
-    EXPECT_EQ(proveReplacing(place), 0);
+    EXPECT_EQ(checkWritable(place), 0);
     EXPECT_EQ(entriesOf(folder.path().c_str()), 0U);
 }
 

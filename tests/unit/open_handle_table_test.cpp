@@ -1,4 +1,4 @@
-#include "handle_table.h"
+#include "engine/handle_table.h"
 
 #include "open_fake_backend.h"
 

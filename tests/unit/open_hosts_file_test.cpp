@@ -1,4 +1,4 @@
-#include "hosts_file.h"
+#include "hosts/hosts_file.h"
 
 #include <gtest/gtest.h>
 #include <random>

@@ -1,4 +1,4 @@
-#include "local_flags.h"
+#include "net/local_flags.h"
 
 #include "open_support.h"
 

@@ -1,6 +1,6 @@
 //  The parser of a Redis server's answers, and the words for its errors.
-#include "redis_refusal.h"
-#include "redis_reply.h"
+#include "redis/refusal.h"
+#include "redis/reply.h"
 
 #include <gtest/gtest.h>
 
@@ -66,7 +66,7 @@ TEST_F(RedisParser, BreaksAtWhatIsNoAnswer) {
 TEST_F(RedisParser, TakesTheLongestAnswerAndBreaksAtOneByteMore) {
     const std::string head = "$262131\r\n";
     const std::string longest = head + std::string(262131, 'x') + "\r\n";
-    ASSERT_EQ(longest.size(), longestRedisReply - 2);
+    ASSERT_EQ(longest.size(), maxRedisReplySize - 2);
     EXPECT_EQ(parse(longest), Result::complete);
     EXPECT_EQ(parse("$262133\r\n" + std::string(262133, 'x') + "\r\n"), Result::complete);
     EXPECT_EQ(parse("$262134\r\n" + std::string(262134, 'x') + "\r\n"), Result::broken);

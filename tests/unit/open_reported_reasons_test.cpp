@@ -1,4 +1,4 @@
-#include "reported_reasons.h"
+#include "engine/reported_reasons.h"
 
 #include <gtest/gtest.h>
 

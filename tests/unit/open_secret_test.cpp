@@ -1,4 +1,4 @@
-#include "secret.h"
+#include "net/secret.h"
 
 #include "open_support.h"
 
@@ -9,7 +9,7 @@ namespace {
 
 using opentest::Folder;
 using opentest::writeText;
-using rdbopen::longestSecret;
+using rdbopen::maxSecretLength;
 using rdbopen::readSecret;
 
 std::string secretOf(const std::string& configured) {
@@ -60,7 +60,7 @@ TEST(Secret, AFileThatHoldsNoneIsRefusedByItsName) {
 TEST(Secret, TheLongestIsTakenAndALongerOneRefused) {
     const Folder folder;
     const std::string path = folder.file("p");
-    const std::string longest(longestSecret, 's');
+    const std::string longest(maxSecretLength, 's');
     writeText(path, longest + "\r\n");
     EXPECT_EQ(secretOf("file:" + path), longest);
     for (const char* more : {"s", "s\n", "sssssssssss"}) {

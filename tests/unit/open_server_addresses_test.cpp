@@ -1,6 +1,6 @@
 //  The addresses of a server's name: which are tried, in which order, for how long, and what is said in the end. Nothing is
 //  connected, and the clock is driven.
-#include "server_addresses.h"
+#include "net/server_addresses.h"
 
 #include "open_support.h"
 

@@ -1,5 +1,5 @@
 //  How a database is made: whatever moment the power fails at, whoever else starts, whatever the umask.
-#include "sqlite_creation.h"
+#include "sqlite/creation.h"
 
 #include "open_recorded_disk.h"
 #include "open_sqlite_fixture.h"

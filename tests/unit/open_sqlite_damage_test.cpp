@@ -1,7 +1,7 @@
 //  A damaged database is moved aside, and the value is written into a new one. Nobody else's file is moved.
-#include "sqlite_damage.h"
+#include "sqlite/damage.h"
 
-#include "file_lock.h"
+#include "files/lock.h"
 #include "open_recorded_disk.h"
 #include "open_sqlite_fixture.h"
 

@@ -1,6 +1,7 @@
 //  What another program does to the files of an open database: it is noticed, and the value is written again.
-#include "sqlite_files.h"
+#include "sqlite/files.h"
 
+#include "engine/wanted.h"
 #include "open_recorded_disk.h"
 #include "open_sqlite_fixture.h"
 

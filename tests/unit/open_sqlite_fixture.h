@@ -3,9 +3,9 @@
 #ifndef TESTS_UNIT_OPEN_SQLITE_FIXTURE_H
 #define TESTS_UNIT_OPEN_SQLITE_FIXTURE_H
 
+#include "engine/wanted.h"
 #include "open_support.h"
-#include "sqlite_schema.h"
-#include "wanted.h"
+#include "sqlite/schema.h"
 
 #include <gtest/gtest.h>
 

@@ -3,8 +3,8 @@
 #ifndef TESTS_UNIT_OPEN_SUPPORT_H
 #define TESTS_UNIT_OPEN_SUPPORT_H
 
-#include "backend_registry.h"
-#include "clock.h"
+#include "backends.h"
+#include "engine/clock.h"
 #include "rdbapi.h"
 
 #include <chrono>
@@ -133,7 +133,7 @@ inline RdbSnapshot recordOf(const std::string& name, const std::string& value) {
     return record;
 }
 
-//  Waits until the workers of all handles that were given back have ended, so that no callback runs any more: each of
+//  Waits until the workers of all released handles have ended, so that no callback runs any more: each of
 //  the table's places can be had again. Returns false at the limit, or when a handle is still in use.
 inline bool workersEnded() {
     bool allFree = true;

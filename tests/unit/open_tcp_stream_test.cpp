@@ -1,5 +1,5 @@
 //  The TCP connection, against servers of the test on loopback, and with failing system calls.
-#include "tcp_stream.h"
+#include "net/tcp_stream.h"
 
 #include "open_support.h"
 
@@ -17,7 +17,7 @@ namespace {
 
 //  errno with which the next call fails; 0 for none. A count of bytes that a call may carry at most.
 thread_local int failSocket, failConnect, failOption, failSend, failReceive, failPoll;
-thread_local std::size_t mostBytes = SIZE_MAX;
+thread_local std::size_t maxBytes = SIZE_MAX;
 thread_local bool expirePoll = false;
 
 bool fails(int& error) {
@@ -44,11 +44,11 @@ int __wrap_getsockopt(int descriptor, int level, int option, void* value, sockle
 }
 ssize_t __real_send(int, const void*, std::size_t, int);
 ssize_t __wrap_send(int descriptor, const void* bytes, std::size_t count, int flags) {
-    return fails(failSend) ? -1 : __real_send(descriptor, bytes, std::min(count, mostBytes), flags);
+    return fails(failSend) ? -1 : __real_send(descriptor, bytes, std::min(count, maxBytes), flags);
 }
 ssize_t __real_recv(int, void*, std::size_t, int);
 ssize_t __wrap_recv(int descriptor, void* bytes, std::size_t count, int flags) {
-    return fails(failReceive) ? -1 : __real_recv(descriptor, bytes, std::min(count, mostBytes), flags);
+    return fails(failReceive) ? -1 : __real_recv(descriptor, bytes, std::min(count, maxBytes), flags);
 }
 int __real_poll(pollfd*, nfds_t, int);
 int __wrap_poll(pollfd* descriptors, nfds_t count, int timeout) {
@@ -122,7 +122,7 @@ class OpenTcpStream : public testing::Test {
 protected:
     ~OpenTcpStream() override {
         failSocket = failConnect = failOption = failSend = failReceive = failPoll = 0;
-        mostBytes = SIZE_MAX;
+        maxBytes = SIZE_MAX;
         expirePoll = false;
     }
     std::string connect(const Waiter& waiter = plainWaiter) {
@@ -163,7 +163,7 @@ TEST_F(OpenTcpStream, BytesGoBothWays) {
 
 TEST_F(OpenTcpStream, PiecesAreJoined) {
     ASSERT_EQ(connect(), "");
-    mostBytes = 1;
+    maxBytes = 1;
     EXPECT_EQ(stream.send(bytesOf("hello"), plainWaiter, soon()), "");
     EXPECT_EQ(peer.hear(5), "hello");
     peer.say("world");

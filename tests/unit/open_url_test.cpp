@@ -1,6 +1,6 @@
-#include "url.h"
+#include "net/url.h"
 
-#include "backend_registry.h"
+#include "backends.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "wanted.h"
+#include "engine/wanted.h"
 
 #include "open_support.h"
 

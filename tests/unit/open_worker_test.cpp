@@ -1,5 +1,5 @@
 //  The worker: connecting, serving, failing and closing.
-#include "worker.h"
+#include "engine/worker.h"
 
 #include "open_worker_fixture.h"
 

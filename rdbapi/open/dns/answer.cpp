@@ -1,0 +1,68 @@
+#include "dns/answer.h"
+
+#include <algorithm>
+
+namespace rdbopen {
+
+namespace {
+
+struct FreeName {
+    void operator()(ldns_rdf* name) const { ldns_rdf_deep_free(name); }
+};
+using Name = std::unique_ptr<ldns_rdf, FreeName>;
+
+//  The data in wire format, whatever ldns knows of its type.
+DnsBytes dataOf(const ldns_rr& record) {
+    DnsBytes data;
+    for (std::size_t i = 0; i < ldns_rr_rd_count(&record); ++i) {
+        const ldns_rdf* const part = ldns_rr_rdf(&record, i);
+        const std::uint8_t* const bytes = ldns_rdf_data(part);
+        data.insert(data.end(), bytes, bytes + ldns_rdf_size(part));
+    }
+    return data;
+}
+
+bool isOf(const ldns_rr& record, const Name& owner, std::uint16_t type) {
+    return ldns_rr_get_type(&record) == static_cast<ldns_rr_type>(type) &&
+           ldns_rr_get_class(&record) == LDNS_RR_CLASS_IN &&
+           ldns_dname_compare(ldns_rr_owner(&record), owner.get()) == 0;
+}
+
+std::vector<DnsBytes> answerOf(const ldns_pkt& packet, const std::string& owner, std::uint16_t type) {
+    std::vector<DnsBytes> found;
+    const Name name(ldns_dname_new_frm_str((owner + ".").c_str()));
+    const ldns_rr_list* const answer = ldns_pkt_answer(&packet);
+    for (std::size_t i = 0; name && i < ldns_rr_list_rr_count(answer); ++i) {
+        const ldns_rr* const record = ldns_rr_list_rr(answer, i);
+        if (isOf(*record, name, type))
+            found.push_back(dataOf(*record));
+    }
+    return found;
+}
+
+}  // namespace
+
+Packet parseMessage(std::span<const std::uint8_t> message) {
+    ldns_pkt* packet = nullptr;
+    if (ldns_wire2pkt(&packet, message.data(), message.size()) != LDNS_STATUS_OK)
+        return nullptr;
+    return Packet(packet);
+}
+
+unsigned rcodeOf(const ldns_pkt& packet) {
+    return static_cast<unsigned>(ldns_pkt_edns_extended_rcode(&packet)) << 4 | ldns_pkt_get_rcode(&packet);
+}
+
+bool answerHas(const ldns_pkt& packet, const std::string& owner, std::uint16_t type) {
+    return !answerOf(packet, owner, type).empty();
+}
+
+bool answerHolds(const ldns_pkt& packet, const RecordSet& set) {
+    std::vector<DnsBytes> held = answerOf(packet, set.owner, set.type);
+    std::vector<DnsBytes> wanted = set.records;
+    std::sort(held.begin(), held.end());
+    std::sort(wanted.begin(), wanted.end());
+    return held == wanted;
+}
+
+}  // namespace rdbopen

@@ -1,0 +1,48 @@
+#include "dns/exchange.h"
+
+#include "dns/layout.h"
+#include "engine/clock.h"
+
+namespace rdbopen {
+
+namespace {
+
+constexpr std::size_t lengthLength = 2;
+
+Answer noAnswer(std::string reason) {
+    return {Trust::none, std::move(reason), nullptr};
+}
+
+//  The message with its length in front, so that both leave in one segment when they fit.
+DnsBytes framed(const DnsBytes& message) {
+    DnsBytes bytes{static_cast<std::uint8_t>(message.size() >> 8), static_cast<std::uint8_t>(message.size())};
+    bytes.insert(bytes.end(), message.begin(), message.end());
+    return bytes;
+}
+
+}  // namespace
+
+std::string DnsExchange::connect(const ServerAddress& address, std::chrono::milliseconds until) {
+    return stream_.connect(address, waiter_, until);
+}
+
+Answer DnsExchange::ask(DnsBytes message, std::chrono::milliseconds until) {
+    if (monotonicNow() >= until)  // also when the server is never waited for
+        return noAnswer(waitFailure(Waiter::Result::timedOut));
+    SignedRequest request;
+    if (!signRequest(std::move(message), key_, wallNow() / 1000, request))
+        return noAnswer("out of memory");
+    if (request.wire.size() > maxDnsMessageSize)
+        return noAnswer("the signed message is too long");
+    if (std::string failed = stream_.send(framed(request.wire), waiter_, until); !failed.empty())
+        return noAnswer(std::move(failed));
+    std::uint8_t length[lengthLength];
+    if (std::string failed = stream_.receive(length, waiter_, until); !failed.empty())
+        return noAnswer(std::move(failed));
+    DnsBytes received(readDns16(length));
+    if (std::string failed = stream_.receive(received, waiter_, until); !failed.empty())
+        return noAnswer(std::move(failed));
+    return readAnswer(received, request, key_, wallNow() / 1000);
+}
+
+}  // namespace rdbopen

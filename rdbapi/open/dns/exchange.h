@@ -1,0 +1,34 @@
+//  One connection to a DNS server: signed requests and their answers, one after the other (RFC 7766). Each message follows
+//  its length in two bytes.
+//
+//  A connection serves one occasion and is closed: servers close idle ones within seconds.
+//
+//  Threads: one at a time.
+#ifndef RDBAPI_OPEN_DNS_EXCHANGE_H
+#define RDBAPI_OPEN_DNS_EXCHANGE_H
+
+#include "dns/tsig.h"
+#include "net/tcp_stream.h"
+
+namespace rdbopen {
+
+class DnsExchange {
+public:
+    //  waiter outlives the object.
+    DnsExchange(const Waiter& waiter, TsigKey key) : waiter_(waiter), key_(std::move(key)) {}
+
+    //  As TcpStream::connect.
+    std::string connect(const ServerAddress& address, std::chrono::milliseconds until);
+
+    //  Signs message, sends it and takes the answer. One that did not come counts as Trust::none.
+    Answer ask(DnsBytes message, std::chrono::milliseconds until);
+
+private:
+    const Waiter& waiter_;
+    TsigKey key_;
+    TcpStream stream_;
+};
+
+}  // namespace rdbopen
+
+#endif

@@ -1,0 +1,85 @@
+#include "dns/layout.h"
+
+#include <algorithm>
+
+namespace rdbopen {
+
+namespace {
+
+constexpr unsigned typeTsig = 250;
+constexpr std::size_t countsAt = 4;      // of questions, then of the records of three sections
+constexpr std::size_t questionTail = 4;  // type, class
+constexpr std::size_t recordTail = 10;   // type, class, ttl, length of the data
+constexpr std::size_t lengthAt = 8;      // in recordTail
+
+//  What is left of a message. Each operation returns false when it ends too early.
+class Rest {
+public:
+    explicit Rest(std::span<const std::uint8_t> bytes) : bytes_(bytes) {}
+
+    bool empty() const { return bytes_.empty(); }
+    const std::uint8_t* data() const { return bytes_.data(); }
+    bool has(std::size_t length) const { return bytes_.size() >= length; }
+
+    bool skip(std::size_t length) {
+        if (!has(length))
+            return false;
+        bytes_ = bytes_.subspan(length);
+        return true;
+    }
+
+    //  RFC 1035 sections 3.1, 4.1.4
+    bool skipName() {
+        constexpr unsigned kindMask = 0xc0;
+        while (!bytes_.empty()) {
+            const unsigned length = bytes_.front();
+            if ((length & kindMask) == kindMask)
+                return skip(2);
+            if ((length & kindMask) != 0)
+                return false;
+            if (!skip(1 + length))
+                return false;
+            if (length == 0)
+                return true;
+        }
+        return false;
+    }
+
+private:
+    std::span<const std::uint8_t> bytes_;
+};
+
+bool isSignatureTail(const std::uint8_t* tail) {
+    constexpr std::uint8_t fixed[] = {0, typeTsig, 0, 255, 0, 0, 0, 0};
+    return std::equal(std::begin(fixed), std::end(fixed), tail);
+}
+
+}  // namespace
+
+DnsLayout layoutOf(std::span<const std::uint8_t> message, SignaturePlace& place) {
+    Rest rest(message);
+    if (!rest.skip(dnsHeaderLength))
+        return DnsLayout::malformed;
+    const auto count = [&message](std::size_t section) { return readDns16(&message[countsAt + 2 * section]); };
+    for (unsigned left = count(0); left != 0; --left)
+        if (!rest.skipName() || !rest.skip(questionTail))
+            return DnsLayout::malformed;
+    const unsigned additional = count(3);
+    for (unsigned left = count(1) + count(2) + additional; left != 0; --left) {
+        const auto owner = static_cast<std::size_t>(rest.data() - message.data());
+        if (!rest.skipName() || !rest.has(recordTail))
+            return DnsLayout::malformed;
+        const std::uint8_t* const tail = rest.data();
+        const std::size_t length = readDns16(tail + lengthAt);
+        if (!rest.skip(recordTail + length))
+            return DnsLayout::malformed;
+        if (readDns16(tail) != typeTsig)
+            continue;
+        place = {owner, message.size() - length};
+        const bool last = left == 1 && additional != 0 && rest.empty();
+        return last && isSignatureTail(tail) ? DnsLayout::signed_ : DnsLayout::malformed;
+    }
+    return rest.empty() ? DnsLayout::bare : DnsLayout::malformed;
+}
+
+}  // namespace rdbopen

@@ -1,0 +1,137 @@
+#include "dns/message.h"
+
+#include <algorithm>
+#include <map>
+
+namespace rdbopen {
+
+namespace {
+
+constexpr std::uint16_t classIn = 1;
+constexpr std::uint16_t classNone = 254;
+constexpr std::uint16_t classAny = 255;
+
+//  The sections behind that of the question or zone, by where the header counts their records (RFC 2136 section 2.2).
+enum class Section : std::size_t { prerequisites = 6, updates = 8 };
+
+class Writer {
+public:
+    Writer(std::uint16_t id, unsigned opcode) {
+        putDns16(bytes_, id);
+        putDns16(bytes_, opcode << 11);
+        for (const unsigned count : {1U, 0U, 0U, 0U})
+            putDns16(bytes_, count);
+    }
+
+    void question(const std::string& owner, std::uint16_t type) { front(owner, type, classIn); }
+
+    void record(Section section, const std::string& owner, std::uint16_t type, std::uint16_t record_class,
+                std::uint32_t ttl, const DnsBytes& data) {
+        front(owner, type, record_class);
+        putDns16(bytes_, ttl >> 16);
+        putDns16(bytes_, ttl & 0xffff);
+        putDns16(bytes_, data.size());
+        bytes_.insert(bytes_.end(), data.begin(), data.end());
+        count(section);
+    }
+
+    //  RFC 2136 section 2.4.3: class NONE, ttl 0 and no data are the condition that the zone has no such set.
+    void absence(const std::string& owner, std::uint16_t type) {
+        record(Section::prerequisites, owner, type, classNone, 0, {});
+    }
+
+    bool fits() const { return bytes_.size() <= maxDnsMessageSize; }
+
+    DnsBytes take() { return std::move(bytes_); }
+
+private:
+    void count(Section section) {
+        const auto at = static_cast<std::size_t>(section);
+        if (++bytes_[at + 1] == 0)
+            ++bytes_[at];
+    }
+
+    void front(const std::string& owner, std::uint16_t type, std::uint16_t record_class) {
+        name(owner);
+        putDns16(bytes_, type);
+        putDns16(bytes_, record_class);
+    }
+
+    //  Writes the labels in front of the longest end that stands in the message already, then where it stands.
+    void name(std::string_view rest) {
+        constexpr std::size_t pointer = 0xc000;  // and 14 bits of offset
+        while (!rest.empty()) {
+            const auto [known, added] = ends_.try_emplace(std::string(rest), bytes_.size());
+            if (!added)
+                return putDns16(bytes_, pointer | known->second);
+            if (bytes_.size() >= 0x4000)
+                ends_.erase(known);
+            const std::size_t length = std::min(rest.find('.'), rest.size());
+            bytes_.push_back(static_cast<std::uint8_t>(length));
+            bytes_.insert(bytes_.end(), rest.begin(), rest.begin() + static_cast<std::ptrdiff_t>(length));
+            rest.remove_prefix(std::min(length + 1, rest.size()));
+        }
+        bytes_.push_back(0);
+    }
+
+    DnsBytes bytes_;
+    std::map<std::string, std::size_t> ends_;  // of names, by where they stand
+};
+
+}  // namespace
+
+void putDns16(DnsBytes& bytes, std::size_t number) {
+    bytes.push_back(static_cast<std::uint8_t>(number >> 8));
+    bytes.push_back(static_cast<std::uint8_t>(number));
+}
+
+void putDnsName(DnsBytes& bytes, std::string_view name) {
+    while (!name.empty()) {
+        const std::size_t length = std::min(name.find('.'), name.size());
+        bytes.push_back(static_cast<std::uint8_t>(length));
+        bytes.insert(bytes.end(), name.begin(), name.begin() + static_cast<std::ptrdiff_t>(length));
+        name.remove_prefix(std::min(length + 1, name.size()));
+    }
+    bytes.push_back(0);
+}
+
+std::vector<std::string> ownersOfRecords(const std::vector<RecordSet>& sets) {
+    std::vector<std::string> owners;
+    for (const RecordSet& set : sets)
+        if (!set.records.empty() && (owners.empty() || owners.back() != set.owner))
+            owners.push_back(set.owner);
+    return owners;
+}
+
+DnsBytes updateMessage(std::uint16_t id, const std::string& zone, std::uint32_t ttl,
+                       const std::vector<RecordSet>& sets) {
+    Writer writer(id, opcodeUpdate);
+    writer.question(zone, typeSoa);
+    for (const std::string& owner : ownersOfRecords(sets))
+        writer.absence(owner, typeCname);
+    //  RFC 2136 section 2.5.2: class ANY, ttl 0 and no data delete the set.
+    for (const RecordSet& set : sets)
+        writer.record(Section::updates, set.owner, set.type, classAny, 0, {});
+    for (const RecordSet& set : sets)
+        for (const DnsBytes& data : set.records) {
+            if (!writer.fits())
+                return {};
+            writer.record(Section::updates, set.owner, set.type, classIn, ttl, data);
+        }
+    return writer.fits() ? writer.take() : DnsBytes();
+}
+
+DnsBytes absenceMessage(std::uint16_t id, const std::string& zone, const std::string& owner, std::uint16_t type) {
+    Writer writer(id, opcodeUpdate);
+    writer.question(zone, typeSoa);
+    writer.absence(owner, type);
+    return writer.take();
+}
+
+DnsBytes queryMessage(std::uint16_t id, const std::string& owner, std::uint16_t type) {
+    Writer writer(id, opcodeQuery);
+    writer.question(owner, type);
+    return writer.take();
+}
+
+}  // namespace rdbopen

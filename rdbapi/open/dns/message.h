@@ -1,0 +1,71 @@
+//  The messages that this library sends, before they are signed.
+//
+//      update (RFC 2136 section 2):
+//      | id | opcode 5 | counts | zone SOA IN | no CNAME at owner 1 | ... | delete set 1 | delete set 2 ... |
+//      add record 1 of set 1 | ...
+//      condition (RFC 2136 section 2.4.3), an update that has no changes:
+//      | id | opcode 5 | counts | zone SOA IN | owner type NONE |
+//      question (RFC 1035 section 4.1):
+//      | id | opcode 0 | counts | owner type IN |
+//
+//  Owners are compressed (RFC 1035 section 4.1.4); names in a record's data are not.
+//
+//  The messages are written here and signed in tsig.h, while ldns (1.8.3) only takes answers, names and base64 apart:
+//  its writer ends the process by an assertion when a message grows beyond 65535 bytes.
+#ifndef RDBAPI_OPEN_DNS_MESSAGE_H
+#define RDBAPI_OPEN_DNS_MESSAGE_H
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace rdbopen {
+
+using DnsBytes = std::vector<std::uint8_t>;
+
+inline constexpr std::uint16_t typeCname = 5;   // RFC 1035
+inline constexpr std::uint16_t typeSoa = 6;     // RFC 1035
+inline constexpr std::uint16_t typeAaaa = 28;   // RFC 3596
+inline constexpr std::uint16_t typeHttps = 65;  // RFC 9460
+
+inline constexpr unsigned opcodeQuery = 0;
+inline constexpr unsigned opcodeUpdate = 5;
+
+//  A message over TCP has at most so many bytes (RFC 1035 section 4.2.2).
+inline constexpr std::size_t maxDnsMessageSize = 65535;
+
+//  All records of one owner and type.
+struct RecordSet {
+    std::string owner;  // isDnsName, lower case
+    std::uint16_t type = 0;
+    std::vector<DnsBytes> records;  // the data of each, in wire format; names in it are in lower case
+};
+
+//  Append a number and an uncompressed name; an empty name is the root.
+void putDns16(DnsBytes& bytes, std::size_t number);
+void putDnsName(DnsBytes& bytes, std::string_view name);
+
+//  Returns the owners of sets that have records, each once, in their order.
+//  Requires: the sets of one owner stand together.
+std::vector<std::string> ownersOfRecords(const std::vector<RecordSet>& sets);
+
+//  Returns the update that makes zone hold exactly sets of the owners and types in them: each set is deleted, then its
+//  records are added. Empty when it would be longer than maxDnsMessageSize. Requires: as above.
+//
+//  Its conditions: no alias (CNAME) at any of ownersOfRecords. With one, a server would pass over the records in silence
+//  and answer without an error (RFC 2136 section 3.4.2.2); so it answers YXRRSET and changes nothing.
+DnsBytes updateMessage(std::uint16_t id, const std::string& zone, std::uint32_t ttl,
+                       const std::vector<RecordSet>& sets);
+
+//  Returns the update that changes nothing and is answered without an error only when zone itself holds no record of owner
+//  and type.
+DnsBytes absenceMessage(std::uint16_t id, const std::string& zone, const std::string& owner, std::uint16_t type);
+
+//  Returns the question for the set of owner and type, without recursion.
+DnsBytes queryMessage(std::uint16_t id, const std::string& owner, std::uint16_t type);
+
+}  // namespace rdbopen
+
+#endif

@@ -1,0 +1,107 @@
+#include "dns/records.h"
+
+#include <algorithm>
+#include <arpa/inet.h>
+#include <cstring>
+
+namespace rdbopen {
+
+namespace {
+
+constexpr std::uint16_t httpsPort = 443;
+
+//  SvcParamKeys, RFC 9460 section 14.3.2. They stand in ascending order in a record.
+constexpr std::uint16_t keyPort = 3;
+constexpr std::uint16_t keyIpv6Hint = 6;
+
+//  RFC 4193 section 3.1
+bool isUniqueLocal(const Ipv6Address& address) {
+    return (address[0] & 0xfe) == 0xfc;
+}
+
+//  RFC 9460 section 2.2. port 0 for none; target empty for ".".
+DnsBytes httpsRecord(std::size_t priority, const std::string& target, std::uint16_t port,
+                     const std::vector<Ipv6Address>& addresses) {
+    DnsBytes rdata;  // its names are never compressed
+    putDns16(rdata, priority);
+    putDnsName(rdata, target);
+    if (port != 0) {
+        putDns16(rdata, keyPort);
+        putDns16(rdata, sizeof port);
+        putDns16(rdata, port);
+    }
+    const std::size_t hints = std::min(addresses.size(), maxHints);
+    putDns16(rdata, keyIpv6Hint);
+    putDns16(rdata, hints * sizeof(Ipv6Address));
+    for (std::size_t i = 0; i < hints; ++i)
+        rdata.insert(rdata.end(), addresses[i].begin(), addresses[i].end());
+    return rdata;
+}
+
+RecordSet addressSet(const std::string& full, const std::vector<Ipv6Address>& addresses) {
+    RecordSet set{full, typeAaaa, {}};
+    for (const Ipv6Address& address : addresses)
+        set.records.emplace_back(address.begin(), address.end());
+    return set;
+}
+
+RecordSet serviceSet(const std::string& full, const std::vector<Ipv6Address>& addresses,
+                     const std::vector<std::uint16_t>& ports) {
+    RecordSet set{full, typeHttps, {}};
+    if (addresses.empty())
+        return set;
+    if (std::find(ports.begin(), ports.end(), httpsPort) != ports.end()) {
+        set.records.push_back(httpsRecord(1, {}, 0, addresses));
+        return set;
+    }
+    for (const std::uint16_t port : ports)
+        set.records.push_back(httpsRecord(set.records.size() + 1, {}, port, addresses));
+    return set;
+}
+
+RecordSet portSet(const std::string& full, const std::vector<Ipv6Address>& addresses, std::uint16_t port) {
+    RecordSet set{"_" + std::to_string(port) + "._https." + full, typeHttps, {}};
+    if (!addresses.empty())
+        set.records.push_back(httpsRecord(1, full, 0, addresses));
+    return set;
+}
+
+}  // namespace
+
+bool nameInZone(std::string_view name, const std::string& zone, std::string& full) {
+    full = lowerCase(name);
+    if (full == zone || full.ends_with("." + zone))
+        return true;
+    if (full.find('.') != std::string::npos)
+        return false;
+    full += "." + zone;
+    return true;
+}
+
+std::vector<Ipv6Address> publishedAddresses(const std::vector<std::string>& texts, const DnsZone& zone,
+                                            const LocalFlags& flags) {
+    const unsigned unwanted = (zone.skipTemporary ? flagTemporary : 0U) | (zone.skipDeprecated ? flagDeprecated : 0U);
+    std::vector<Ipv6Address> published;
+    for (const std::string& text : texts) {
+        Ipv6Address address{};
+        if (inet_pton(AF_INET6, text.c_str(), address.data()) != 1)
+            continue;
+        const auto known = flags.find(address);
+        const bool skipped =
+            (zone.skipUla && isUniqueLocal(address)) || (known != flags.end() && (known->second & unwanted) != 0);
+        if (!skipped && std::find(published.begin(), published.end(), address) == published.end())
+            published.push_back(address);
+    }
+    return published;
+}
+
+std::vector<RecordSet> recordSets(const std::string& full, const std::vector<Ipv6Address>& addresses,
+                                  const std::vector<std::uint16_t>& ports) {
+    std::vector<RecordSet> sets{addressSet(full, addresses), serviceSet(full, addresses, ports)};
+    for (const std::uint16_t port : ports)
+        if (port != httpsPort)
+            sets.push_back(portSet(full, addresses, port));
+    return sets;
+}
+
+}  // namespace rdbopen

@@ -1,0 +1,288 @@
+#include "dns/tsig.h"
+
+#include "dns/layout.h"
+#include "dns/words.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <openssl/crypto.h>
+#include <openssl/evp.h>
+#include <openssl/hmac.h>
+
+namespace rdbopen {
+
+namespace {
+
+using View = std::span<const std::uint8_t>;
+
+constexpr std::size_t flagsAt = 2;        // QR 1, opcode 4, AA 1, TC 1, RD 1
+constexpr std::size_t rcodeAt = 3;        // its lower half
+constexpr std::size_t additionalAt = 10;  // count of additional records
+constexpr std::uint8_t flagResponse = 0x80;
+constexpr std::uint8_t flagTruncated = 0x02;
+
+struct Algorithm {
+    std::string_view name;
+    const EVP_MD* (*digest)();
+};
+
+constexpr Algorithm algorithms[] = {
+    {"hmac-sha1", EVP_sha1},
+    {"hmac-sha256", EVP_sha256},
+    {"hmac-sha384", EVP_sha384},
+    {"hmac-sha512", EVP_sha512},
+};
+
+struct FreeRdf {
+    void operator()(ldns_rdf* rdf) const { ldns_rdf_deep_free(rdf); }
+};
+using Rdf = std::unique_ptr<ldns_rdf, FreeRdf>;
+
+Rdf decode(const std::string& secret) {
+    ldns_rdf* bytes = nullptr;
+    return Rdf(ldns_str2rdf_b64(&bytes, secret.c_str()) == LDNS_STATUS_OK ? bytes : nullptr);
+}
+
+const Algorithm* algorithmOf(std::string_view name) {
+    const auto* found = std::find_if(std::begin(algorithms), std::end(algorithms),
+                                     [name](const Algorithm& known) { return known.name == name; });
+    return found != std::end(algorithms) ? found : nullptr;
+}
+
+void append(DnsBytes& bytes, View more) {
+    bytes.insert(bytes.end(), more.begin(), more.end());
+}
+
+DnsBytes nameBytes(std::string_view name) {
+    DnsBytes bytes;
+    putDnsName(bytes, name);
+    return bytes;
+}
+
+//  The data of a signature, RFC 8945 section 4.2.
+//
+//      | algorithm | time 6 | fudge 2 | length 2 | mac | original id 2 | error 2 | length 2 | other |
+struct Signature {
+    View algorithm;  // a name, not compressed
+    View times;      // time and fudge
+    View mac;
+    View id;
+    View error;
+    View other;  // its length in front
+};
+
+constexpr std::size_t timeLength = 6;
+constexpr std::size_t timesLength = timeLength + 2;
+
+std::int64_t readTime(View bytes) {
+    std::int64_t number = 0;
+    for (const std::uint8_t byte : bytes.first(timeLength))
+        number = number << 8 | byte;
+    return number;
+}
+
+unsigned read16(View bytes) {
+    return readDns16(bytes.data());
+}
+
+//  Takes length bytes from the front of rest. Returns false when there are fewer.
+bool take(View& rest, std::size_t length, View& taken) {
+    if (rest.size() < length)
+        return false;
+    taken = rest.first(length);
+    rest = rest.subspan(length);
+    return true;
+}
+
+bool takeName(View& rest, View& name) {
+    constexpr std::size_t maxLabelLength = 63;
+    std::size_t length = 0;
+    while (length < rest.size() && rest[length] != 0 && rest[length] <= maxLabelLength)
+        length += std::size_t{1} + rest[length];
+    return length < rest.size() && rest[length] == 0 && take(rest, length + 1, name);
+}
+
+bool parseSignature(View data, Signature& signature) {
+    View length;
+    if (!takeName(data, signature.algorithm) || !take(data, timesLength, signature.times) || !take(data, 2, length) ||
+        !take(data, read16(length), signature.mac) || !take(data, 2, signature.id) || !take(data, 2, signature.error))
+        return false;
+    signature.other = data;
+    return data.size() >= 2 && data.size() == 2 + read16(data);
+}
+
+//  Stores the mac of key over what RFC 8945 section 4.3 names: the request's mac, the message without its signature, and
+//  the signature's variables. Returns false when memory is short or the secret is none.
+bool computeMac(const TsigKey& key, View request_mac, View message, const Signature& signature, DnsBytes& mac) {
+    constexpr std::uint8_t classAnyTtlZero[] = {0, 255, 0, 0, 0, 0};
+    DnsBytes text(request_mac.begin(), request_mac.end());
+    append(text, message);
+    append(text, nameBytes(key.name));
+    append(text, classAnyTtlZero);
+    append(text, nameBytes(key.algorithm));
+    append(text, signature.times);
+    append(text, signature.error);
+    append(text, signature.other);
+    const Algorithm* const algorithm = algorithmOf(key.algorithm);
+    const Rdf secret = decode(key.secret);
+    unsigned length = 0;
+    mac.resize(EVP_MAX_MD_SIZE);
+    const bool done =
+        algorithm != nullptr && secret != nullptr &&
+        HMAC(algorithm->digest(), ldns_rdf_data(secret.get()), static_cast<int>(ldns_rdf_size(secret.get())),
+             text.data(), text.size(), mac.data(), &length) != nullptr;
+    mac.resize(done ? length : 0);
+    return done;
+}
+
+//  The owner of a signature may be compressed, so the name that stands at offset is expanded first.
+bool ownerIs(View message, std::size_t offset, const std::string& name) {
+    ldns_rdf* found = nullptr;
+    if (ldns_wire2dname(&found, message.data(), message.size(), &offset) != LDNS_STATUS_OK)
+        return false;
+    const Rdf owner(found);
+    const Rdf wanted(ldns_dname_new_frm_str((name + ".").c_str()));
+    return wanted != nullptr && ldns_dname_compare(owner.get(), wanted.get()) == 0;
+}
+
+bool sameInLowerCase(View name, View lower) {
+    return std::equal(name.begin(), name.end(), lower.begin(), lower.end(),
+                      [](std::uint8_t a, std::uint8_t b) { return (a >= 'A' && a <= 'Z' ? a - 'A' + 'a' : a) == b; });
+}
+
+//  A server that forwards updates asks the primary with an ID of its own and gives the answer the client's ID again. The
+//  primary has signed its answer with the forwarder's ID, which is the original ID of the signature (RFC 8945 section
+//  5.3). That the answer belongs to the request is known from the request's mac, which is part of what is signed.
+bool isGenuine(View message, const SignaturePlace& place, const Signature& signature, const SignedRequest& request,
+               const TsigKey& key) {
+    if (!ownerIs(message, place.owner, key.name) || !sameInLowerCase(signature.algorithm, nameBytes(key.algorithm)))
+        return false;
+    DnsBytes unsigned_message(message.begin(), message.begin() + static_cast<std::ptrdiff_t>(place.owner));
+    std::copy(signature.id.begin(), signature.id.end(), unsigned_message.begin());
+    const unsigned additional = readDns16(&message[additionalAt]) - 1;
+    unsigned_message[additionalAt] = static_cast<std::uint8_t>(additional >> 8);
+    unsigned_message[additionalAt + 1] = static_cast<std::uint8_t>(additional);
+    DnsBytes mac;
+    return computeMac(key, request.mac, unsigned_message, signature, mac) && mac.size() == signature.mac.size() &&
+           CRYPTO_memcmp(mac.data(), signature.mac.data(), mac.size()) == 0;
+}
+
+std::string headerFault(View message, const SignedRequest& request) {
+    if (message.size() < dnsHeaderLength)
+        return "the answer is too short";
+    const std::uint8_t flags = message[flagsAt];
+    if ((flags & flagResponse) == 0 || (flags >> 3 & 0xf) != request.opcode)
+        return "the answer is not one to the request";
+    if (read16(message) != request.id)
+        return "the answer belongs to another request";
+    return (flags & flagTruncated) != 0 ? "the answer is cut short" : "";
+}
+
+unsigned headerCode(View message) {
+    return message[rcodeAt] & 0xf;
+}
+
+//  A signature without a mac signs nothing.
+Answer unsignedAnswer(View message, unsigned error) {
+    const bool refusal = headerCode(message) == rcodeNotAuth && (error == tsigBadKey || error == tsigBadSig);
+    return refusal ? Answer{Trust::refusal, tsigErrorWords(error), nullptr}
+                   : Answer{Trust::none, unsignedWords(headerCode(message)), nullptr};
+}
+
+std::string refusalReason(const Signature& signature, const SignedRequest& request) {
+    const unsigned error = read16(signature.error);
+    if (error != tsigBadTime)
+        return tsigErrorWords(error);
+    const View time = signature.other.subspan(2);  // RFC 8945 section 5.2.3: the server's
+    return badTimeWords(time.size() == timeLength ? readTime(time) - request.time : 0);
+}
+
+Answer worthless(std::string reason) {
+    return {Trust::none, std::move(reason), nullptr};
+}
+
+//  Requires: the header is without fault.
+Answer judge(View message, const SignedRequest& request, const TsigKey& key, std::int64_t now) {
+    SignaturePlace place;
+    const DnsLayout layout = layoutOf(message, place);
+    if (layout == DnsLayout::malformed)
+        return worthless("the answer is malformed");
+    if (layout == DnsLayout::bare)
+        return worthless(unsignedWords(headerCode(message)));
+    Signature signature;
+    if (!parseSignature(message.subspan(place.data), signature))
+        return worthless("the signature of the answer is malformed");
+    if (signature.mac.empty())
+        return unsignedAnswer(message, read16(signature.error));
+    if (!isGenuine(message, place, signature, request, key))
+        return worthless("the signature of the answer is wrong");
+    const std::int64_t away = std::abs(now - readTime(signature.times));
+    if (away > static_cast<std::int64_t>(read16(signature.times.subspan(timeLength))))
+        return worthless("the answer was signed at another time, " + std::to_string(away) + " s away");
+    if (read16(signature.error) != 0)
+        return {Trust::refusal, refusalReason(signature, request), nullptr};
+    Packet packet = parseMessage(message);
+    return packet ? Answer{Trust::whole, {}, std::move(packet)} : worthless("the answer is malformed");
+}
+
+}  // namespace
+
+bool isTsigAlgorithm(std::string_view name) {
+    return algorithmOf(name) != nullptr;
+}
+
+bool isTsigSecret(const std::string& secret) {
+    const Rdf bytes = decode(secret);
+    return bytes != nullptr && ldns_rdf_size(bytes.get()) != 0;
+}
+
+std::size_t signatureLength(const TsigKey& key) {
+    constexpr std::size_t fixedLength = 10 + timesLength + 2 + 2 + 2 + 2;  // a record's, then a signature's
+    const Algorithm* const algorithm = algorithmOf(key.algorithm);
+    const auto mac = static_cast<std::size_t>(algorithm != nullptr ? EVP_MD_get_size(algorithm->digest()) : 0);
+    return nameBytes(key.name).size() + nameBytes(key.algorithm).size() + fixedLength + mac;
+}
+
+bool signRequest(DnsBytes message, const TsigKey& key, std::int64_t now, SignedRequest& request) {
+    constexpr std::uint8_t none[] = {0, 0};
+    constexpr std::uint8_t typeClassTtl[] = {0, 250, 0, 255, 0, 0, 0, 0};
+    DnsBytes times;
+    for (const int shift : {32, 16, 0})
+        putDns16(times, static_cast<std::size_t>(now >> shift & 0xffff));
+    putDns16(times, tsigFudge);
+    const DnsBytes algorithm = nameBytes(key.algorithm);
+    DnsBytes mac;
+    if (!computeMac(key, {}, message, {algorithm, times, {}, {}, none, none}, mac))
+        return false;
+
+    request.id = static_cast<std::uint16_t>(readDns16(message.data()));
+    request.opcode = message[flagsAt] >> 3 & 0xf;
+    request.time = now;
+    request.mac.clear();
+    putDns16(request.mac, mac.size());
+    append(request.mac, mac);
+
+    DnsBytes data = algorithm;
+    append(data, times);
+    append(data, request.mac);
+    putDns16(data, request.id);
+    append(data, none);
+    append(data, none);
+    message[additionalAt + 1] = 1;
+    append(message, nameBytes(key.name));
+    append(message, typeClassTtl);
+    putDns16(message, data.size());
+    append(message, data);
+    request.wire = std::move(message);
+    return true;
+}
+
+Answer readAnswer(View message, const SignedRequest& request, const TsigKey& key, std::int64_t now) {
+    if (std::string fault = headerFault(message, request); !fault.empty())
+        return worthless(std::move(fault));
+    Answer answer = judge(message, request, key, now);
+    answer.elsewhere = isWrongServer(headerCode(message));
+    return answer;
+}
+
+}  // namespace rdbopen

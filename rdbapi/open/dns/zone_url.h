@@ -1,0 +1,39 @@
+//  The url of the back end dns, taken apart:
+//
+//      dns://SERVER[:PORT]/ZONE[?ttl=60&algorithm=hmac-sha256&skip=ula,temporary,deprecated&check=60]
+//
+//  PORT is 53 when it is left out. Each option may be given once, in any order; algorithm and the words of skip are
+//  written in lower case.
+#ifndef RDBAPI_OPEN_DNS_ZONE_URL_H
+#define RDBAPI_OPEN_DNS_ZONE_URL_H
+
+#include "net/url.h"
+
+#include <chrono>
+
+namespace rdbopen {
+
+struct DnsZone {
+    Server server;
+    std::string zone;                        // lower case, without the last dot; isDnsName
+    std::uint32_t ttl = 60;                  // s, at most 2^31 - 1 (RFC 2181 section 8)
+    std::string algorithm = "hmac-sha256";   // isTsigAlgorithm
+    bool skipUla = false;                    // fc00::/7
+    bool skipTemporary = false;              // by the flags of the interface's address
+    bool skipDeprecated = false;             // as above
+    std::chrono::milliseconds check{60000};  // between looks at the server; 0 for never, at most one day
+};
+
+//  Returns false when url is none of this back end, with the reason.
+bool parseDnsZone(const Url& url, DnsZone& zone, std::string& reason);
+
+//  Says whether name is a name of labels of 1 to 63 letters, digits, "-" and "_", in all 1 to 253 characters and without
+//  a last dot. Such a name needs no escaping anywhere.
+bool isDnsName(std::string_view name);
+
+//  Returns text with A to Z in lower case.
+std::string lowerCase(std::string_view text);
+
+}  // namespace rdbopen
+
+#endif

@@ -1,0 +1,67 @@
+#include "dryrun/backend.h"
+
+#include "engine/report.h"
+
+#include <set>
+
+namespace rdbopen {
+
+namespace {
+
+class LogBackend : public Backend {
+public:
+    std::string label() const override { return "log:"; }
+    bool serves(Service) const noexcept override { return true; }
+
+    Outcome open(const Waiter&) override { return {}; }
+    void close() noexcept override {}
+    Outcome tagGet(RdbTag& tag) override;
+    Outcome tagImport(const RdbTag& tag) override;
+    Outcome put(std::span<const RdbSnapshot> records) override;
+    Outcome message(std::string_view text, std::string& reply) override;
+
+private:
+    void say(const std::string& text) const { reportNote(label(), text); }
+
+    std::set<std::string, std::less<>> tags_;
+};
+
+//  A tag is there once it was made, so that the dry run takes the same steps as a server that begins empty.
+Outcome LogBackend::tagGet(RdbTag& tag) {
+    if (!tags_.contains(std::string_view(tag.name)))
+        return {errorNoSuchTag, {}};
+    tag.tagclass = RDB_TAG_CLASS_USABLE;
+    tag.valuetype = RDB_VALUE_TYPE_TEXT;
+    return {};
+}
+
+Outcome LogBackend::tagImport(const RdbTag& tag) {
+    say("would make the tag " + std::string(tag.name));
+    tags_.emplace(tag.name);
+    return {};
+}
+
+Outcome LogBackend::put(std::span<const RdbSnapshot> records) {
+    for (const RdbSnapshot& record : records)
+        say("would write " + std::string(record.name) + " = " + std::string(record.value, record.valuelen));
+    return {};
+}
+
+Outcome LogBackend::message(std::string_view text, std::string& reply) {
+    say("would send " + std::string(text));
+    reply = R"({"code":0,"message":"dry run"})";
+    return {};
+}
+
+}  // namespace
+
+int makeLogBackend(const Url& url, const Credentials&, std::unique_ptr<Backend>& backend, std::string& reason) {
+    if (!url.authority.empty() || !url.path.empty() || !url.options.empty()) {
+        reason = "malformed url: nothing follows log:";
+        return errorBadUrl;
+    }
+    backend = std::make_unique<LogBackend>();
+    return errorNone;
+}
+
+}  // namespace rdbopen

@@ -1,0 +1,110 @@
+//  One request on its way from a caller to the worker: carries copies of everything, so that neither side ever touches
+//  the other's memory.
+//
+//      WaitingCall: caller waits ---- worker: run, complete ----> caller copies the result out
+//                        \---- limit: abandoned; the worker sees to it later, or completes it unseen
+//      MessageCall: caller goes on; worker: run, complete = reply callback
+//
+//  Shared by shared_ptr; whoever is later frees it.
+#ifndef RDBAPI_OPEN_ENGINE_CALL_H
+#define RDBAPI_OPEN_ENGINE_CALL_H
+
+#include "engine/backend.h"
+#include "engine/timed_condition.h"
+#include "engine/wanted.h"
+
+#include <mutex>
+#include <string>
+#include <vector>
+
+namespace rdbopen {
+
+class Call {
+public:
+    Call() = default;
+    Call(const Call&) = delete;
+    Call& operator=(const Call&) = delete;
+    virtual ~Call() = default;
+
+    //  True when nobody waits for it any more.
+    virtual bool abandoned() { return false; }
+
+    //  True when its caller can do nothing else before it has succeeded. A failure of it ends the connection.
+    virtual bool required() const { return false; }
+
+    //  Carries it out.
+    virtual Outcome run(Backend& backend) = 0;
+
+    //  Takes note that it ends without run, for the reason code.
+    virtual void refuse(Backend&, int) {}
+
+    //  Tells what it wants the server to hold, and that it ended with code.
+    virtual void note(Wanted&, int) const {}
+
+    //  Tells its caller how it ended. closed: the handle was closed, so no callback is called.
+    virtual void complete(int code, bool closed) = 0;
+};
+
+//  A call whose caller waits, at most callLimit.
+class WaitingCall : public Call {
+public:
+    //  Returns the code of the outcome, or errorTimedOut.
+    int wait();
+
+    bool abandoned() override;
+    void complete(int code, bool closed) override;
+
+private:
+    enum class State { waiting, abandoned, complete };
+
+    std::mutex mutex_;
+    TimedCondition completed_;
+    State state_ = State::waiting;
+    int code_ = errorNone;
+};
+
+struct TagGetCall : WaitingCall {
+    explicit TagGetCall(const RdbTag& query) : tag(query) {}
+    bool required() const override { return true; }
+    Outcome run(Backend& backend) override { return backend.tagGet(tag); }
+    void note(Wanted& wanted, int code) const override { wanted.noteLookup(tag, code); }
+    RdbTag tag;
+};
+
+struct TagImportCall : WaitingCall {
+    explicit TagImportCall(const RdbTag& definition) : tag(definition) {}
+    bool required() const override { return true; }
+    Outcome run(Backend& backend) override { return backend.tagImport(tag); }
+    void note(Wanted& wanted, int code) const override { wanted.noteTag(tag, code); }
+    RdbTag tag;
+};
+
+struct PutCall : WaitingCall {
+    PutCall(const RdbSnapshot* first, int count) : records(first, first + count) {}
+    Outcome run(Backend& backend) override { return backend.put(records); }
+    void note(Wanted& wanted, int code) const override {
+        for (const RdbSnapshot& record : records)
+            wanted.noteValue(record, code);
+    }
+    std::vector<RdbSnapshot> records;
+};
+
+class MessageCall : public Call {
+public:
+    MessageCall(std::string_view text, RdbReply callback, void* user) : text_(text), callback_(callback), user_(user) {}
+
+    Outcome run(Backend& backend) override { return backend.message(text_, reply_); }
+    void refuse(Backend& backend, int code) override { reply_ = backend.refusal(text_, code); }
+    void note(Wanted& wanted, int code) const override { wanted.noteMessage(text_, code); }
+    void complete(int code, bool closed) override;
+
+private:
+    std::string text_;
+    std::string reply_;
+    RdbReply callback_;
+    void* user_;
+};
+
+}  // namespace rdbopen
+
+#endif

@@ -1,0 +1,35 @@
+//  Time as the library sees it: limits on the monotonic clock, stamps on the wall clock.
+#ifndef RDBAPI_OPEN_ENGINE_CLOCK_H
+#define RDBAPI_OPEN_ENGINE_CLOCK_H
+
+#include <chrono>
+#include <cstdint>
+#include <time.h>
+
+namespace rdbopen {
+
+//  No call on the caller's thread takes longer.
+inline constexpr std::chrono::milliseconds callLimit{3000};
+
+//  Milliseconds of a clock that no time setting moves.
+inline std::chrono::milliseconds monotonicNow() noexcept {
+    timespec now{};
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return std::chrono::milliseconds(std::int64_t{now.tv_sec} * 1000 + now.tv_nsec / 1000000);
+}
+
+//  Milliseconds since 1970-01-01 UTC.
+inline std::int64_t wallNow() noexcept {
+    timespec now{};
+    clock_gettime(CLOCK_REALTIME, &now);
+    return std::int64_t{now.tv_sec} * 1000 + now.tv_nsec / 1000000;
+}
+
+inline void sleepFor(std::chrono::milliseconds time) noexcept {
+    const timespec wanted{time.count() / 1000, time.count() % 1000 * 1000000};
+    nanosleep(&wanted, nullptr);
+}
+
+}  // namespace rdbopen
+
+#endif

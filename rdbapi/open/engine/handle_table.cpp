@@ -1,0 +1,147 @@
+#include "engine/handle_table.h"
+
+#include "engine/clock.h"
+#include "engine/errors.h"
+#include "engine/timed_condition.h"
+
+#include <mutex>
+#include <new>
+#include <type_traits>
+
+namespace rdbopen {
+
+namespace {
+
+constexpr int indexBits = 4;
+static_assert(handleCapacity == 1 << indexBits);
+constexpr std::uint32_t generationMask = (1U << (31 - indexBits)) - 1;
+
+constexpr std::uint64_t flagInUse = 1;
+constexpr std::uint64_t flagClosed = CloseSignal::closedBit;
+constexpr std::uint64_t flagReleased = 4;
+constexpr std::uint64_t flagWorker = 8;
+constexpr std::uint64_t pinUnit = 1U << 16;
+constexpr std::uint64_t pinMask = 0xffffU << 16;
+
+static_assert(std::atomic<std::uint64_t>::is_always_lock_free);
+
+constexpr std::uint32_t generationOf(std::uint64_t state) {
+    return static_cast<std::uint32_t>(state >> 32);
+}
+
+//  All of it is initialised by the compiler and has no destructor: nothing runs at load, nothing at exit.
+constinit HandleSlot slots[handleCapacity];
+static_assert(std::is_trivially_destructible_v<HandleSlot>);
+constinit std::mutex createMutex;
+constinit TimedCondition slotReusable;
+
+void notifyCreators() noexcept {
+    const std::lock_guard lock(createMutex);
+    slotReusable.notifyAll();
+}
+
+HandleSlot* slotOf(int handle) noexcept {
+    return handle < 0 ? nullptr : &slots[handle & (handleCapacity - 1)];
+}
+
+std::uint32_t generationOfHandle(int handle) noexcept {
+    return static_cast<std::uint32_t>(handle) >> indexBits;
+}
+
+}  // namespace
+
+bool HandleSlot::beginWorker() noexcept {
+    std::uint64_t state = signal_.state.load();
+    do {
+        if ((state & flagClosed) != 0)
+            return false;
+    } while (!signal_.state.compare_exchange_weak(state, state | flagWorker));
+    return true;
+}
+
+void HandleSlot::endWorker() noexcept {
+    signal_.state.fetch_and(~flagWorker);
+    notifyCreators();
+}
+
+//  Requires: createMutex is held, and the slot is vacant or reusable.
+bool HandleSlot::claim(int index, int& handle) {
+    if (!signal_.prepare())
+        return false;
+    Worker* fresh = new (std::nothrow) Worker(signal_, *this);
+    if (fresh == nullptr)
+        return false;
+    delete worker_;
+    worker_ = fresh;
+    signal_.takeWake();  // left over by the slot's last user; it would cut the new worker's first pause in two
+    const std::uint32_t generation = (generationOf(signal_.state.load()) + 1) & generationMask;
+    signal_.state.store(std::uint64_t{generation} << 32 | flagInUse);
+    handle = static_cast<int>(generation << indexBits) | index;
+    return true;
+}
+
+bool HandleSlot::reusable() const noexcept {
+    const std::uint64_t state = signal_.state.load();
+    return (state & flagInUse) == 0 || ((state & flagReleased) != 0 && (state & (flagWorker | pinMask)) == 0);
+}
+
+bool HandleSlot::windingDown() const noexcept {
+    return (signal_.state.load() & flagReleased) != 0;
+}
+
+bool HandleSlot::setFlags(std::uint32_t generation, std::uint64_t flags) noexcept {
+    std::uint64_t state = signal_.state.load();
+    do {
+        if (generationOf(state) != generation || (state & flagInUse) == 0 || (state & flagReleased) != 0)
+            return false;
+    } while (!signal_.state.compare_exchange_weak(state, state | flags));
+    signal_.wake();
+    return true;
+}
+
+int createHandle() {
+    const auto until = monotonicNow() + callLimit;
+    std::unique_lock lock(createMutex);
+    for (;;) {
+        bool mayBecomeFree = false;
+        for (int index = 0; index < handleCapacity; ++index) {
+            int handle = -1;
+            if (slots[index].reusable())
+                return slots[index].claim(index, handle) ? handle : -1;
+            mayBecomeFree |= slots[index].windingDown();
+        }
+        if (!mayBecomeFree || !slotReusable.waitUntil(lock, until))
+            return -1;
+    }
+}
+
+int closeHandle(int handle) noexcept {
+    HandleSlot* slot = slotOf(handle);
+    return slot != nullptr && slot->setFlags(generationOfHandle(handle), flagClosed) ? errorNone : errorBadHandle;
+}
+
+int releaseHandle(int handle) noexcept {
+    HandleSlot* slot = slotOf(handle);
+    return slot != nullptr && slot->setFlags(generationOfHandle(handle), flagClosed | flagReleased) ? errorNone
+                                                                                                    : errorBadHandle;
+}
+
+PinnedHandle::PinnedHandle(int handle) noexcept {
+    HandleSlot* slot = slotOf(handle);
+    if (slot == nullptr)
+        return;
+    std::uint64_t state = slot->signal_.state.load();
+    do {
+        if (generationOf(state) != generationOfHandle(handle) || (state & flagInUse) == 0 ||
+            (state & flagReleased) != 0 || (state & pinMask) == pinMask)
+            return;
+    } while (!slot->signal_.state.compare_exchange_weak(state, state + pinUnit));
+    slot_ = slot;
+}
+
+PinnedHandle::~PinnedHandle() {
+    if (slot_ != nullptr && (slot_->signal_.state.fetch_sub(pinUnit) & flagReleased) != 0)
+        notifyCreators();
+}
+
+}  // namespace rdbopen

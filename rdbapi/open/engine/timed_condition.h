@@ -1,0 +1,30 @@
+//  A condition variable with a limit on the monotonic clock. It is initialised by the compiler and has no destructor,
+//  so that one may be static while threads still wait for it at exit.
+#ifndef RDBAPI_OPEN_ENGINE_TIMED_CONDITION_H
+#define RDBAPI_OPEN_ENGINE_TIMED_CONDITION_H
+
+#include <chrono>
+#include <mutex>
+#include <pthread.h>
+
+namespace rdbopen {
+
+class TimedCondition {
+public:
+    //  Waits for notifyAll, or until the given time of monotonicNow(). Returns false when that time has come. May
+    //  return early without cause.
+    //  Requires: lock is locked.
+    bool waitUntil(std::unique_lock<std::mutex>& lock, std::chrono::milliseconds until) noexcept {
+        const timespec deadline{until.count() / 1000, until.count() % 1000 * 1000000};
+        return pthread_cond_clockwait(&condition_, lock.mutex()->native_handle(), CLOCK_MONOTONIC, &deadline) == 0;
+    }
+
+    void notifyAll() noexcept { pthread_cond_broadcast(&condition_); }
+
+private:
+    pthread_cond_t condition_ = PTHREAD_COND_INITIALIZER;
+};
+
+}  // namespace rdbopen
+
+#endif

@@ -1,0 +1,413 @@
+#include "engine/worker.h"
+
+#include "engine/backoff.h"
+#include "engine/clock.h"
+#include "engine/report.h"
+
+#include <algorithm>
+#include <csignal>
+#include <pthread.h>
+#include <utility>
+
+namespace rdbopen {
+
+namespace {
+
+//  The worker on whose thread the code runs; null on every other thread.
+thread_local const Worker* runningWorker = nullptr;
+
+//  The reason when nobody was left to take the answer to a request for a tag.
+constexpr char tooLate[] = "a request for a tag was not answered within 3 s";
+
+//  True for the ways in which a request for a tag ends without an answer that its caller can use.
+bool failed(int code) {
+    return code == errorBackendFailed || code == errorServerRefused || code == errorTimedOut;
+}
+
+//  Back ends use containers, which throw when memory is short; that counts as their failure.
+template <class Action>
+Outcome guarded(Action action) noexcept {
+    try {
+        return action();
+    } catch (...) {
+        return {errorBackendFailed, "out of memory"};  // short enough for no allocation
+    }
+}
+
+}  // namespace
+
+Worker::Worker(const CloseSignal& signal, WorkerOwner& owner)
+    : signal_(signal), owner_(owner), waiter_(*this), random_(static_cast<std::uint32_t>(wallNow() % 1000000007)) {}
+
+int Worker::setNotify(RdbMessageNotify notify, void* user) {
+    const std::lock_guard lock(mutex_);
+    if (started_)
+        return errorAlreadyConnecting;
+    if (signal_.closed())
+        return errorClosed;
+    notify_ = notify;
+    user_ = user;
+    return errorNone;
+}
+
+int Worker::start(std::unique_ptr<Backend> backend) {
+    const std::lock_guard lock(mutex_);
+    if (started_)
+        return errorAlreadyConnecting;
+    if (!owner_.beginWorker())
+        return errorClosed;
+    backend_ = std::move(backend);
+    started_ = startThread();
+    if (started_)
+        return errorNone;
+    backend_.reset();
+    owner_.endWorker();
+    return errorNoResources;
+}
+
+//  The thread inherits a mask that blocks everything, so that the process's handlers run on threads of the process.
+bool Worker::startThread() {
+    pthread_attr_t attributes;
+    if (pthread_attr_init(&attributes) != 0)
+        return false;
+    pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED);
+    sigset_t all;
+    sigset_t before;
+    sigfillset(&all);
+    pthread_sigmask(SIG_SETMASK, &all, &before);
+    pthread_t thread{};
+    const int failed = pthread_create(&thread, &attributes, threadMain, this);
+    pthread_sigmask(SIG_SETMASK, &before, nullptr);
+    pthread_attr_destroy(&attributes);
+    return failed == 0;
+}
+
+int Worker::post(Backend::Service service, std::shared_ptr<Call> call) {
+    {
+        const std::lock_guard lock(mutex_);
+        if (signal_.closed())
+            return errorClosed;
+        if (started_ && !backend_->serves(service))
+            return errorNotSupported;
+        if (!accepting_)
+            return errorNotConnected;
+        if (queue_.size() >= queueCapacity)
+            return errorBusy;
+        queue_.push_back(std::move(call));
+    }
+    signal_.wake();
+    return errorNone;
+}
+
+int Worker::execute(const std::shared_ptr<WaitingCall>& call) {
+    if (runningWorker == this)
+        return errorInCallback;
+    if (const int refused = post(Backend::Service::tags, call); refused != errorNone)
+        return refused;
+    const int code = call->wait();
+    if (code == errorTimedOut) {
+        signal_.wake();  // so that the worker notices it in the middle of an exchange
+        if (call->required())
+            reportLoss();
+    }
+    return code;
+}
+
+void* Worker::threadMain(void* self) {
+    auto* worker = static_cast<Worker*>(self);
+    runningWorker = worker;
+    WorkerOwner& owner = worker->owner_;
+    worker->run();
+    owner.endWorker();
+    return nullptr;
+}
+
+void Worker::run() noexcept {
+    while (!signal_.closed()) {
+        const Outcome end = guarded([this] { return session(); });
+        setAccepting(false);
+        refuseWaiting();
+        reportLoss();
+        backend_->close();
+        if (signal_.closed())  // which ends every exchange and is no failure
+            return;
+        noteLoss(end);
+        connected_ = false;
+        const bool away = std::exchange(requiredFailed_, false);
+        signal_.pause(std::max(backoff(losses_), away ? awayTime + backoff(1) : std::chrono::milliseconds(0)));
+    }
+}
+
+//  Opens the back end and serves until it fails or the handle is closed.
+Outcome Worker::session() {
+    if (Outcome failed = openAndComplete(); failed.code != errorNone)
+        return failed;
+    connected_ = true;
+    connectedAt_ = monotonicNow();
+    setAccepting(true);
+    reportConnection();
+    for (;;) {
+        std::shared_ptr<Call> call;
+        Outcome outcome;
+        switch (nextWork(call)) {
+        case Work::closed:
+            return {errorClosed, {}};
+        case Work::call:
+            outcome = serve(*call);
+            if (outcome.code == errorNone)
+                badRequests_.clear();
+            break;
+        case Work::complete:
+            outcome = completeWanted();
+            break;
+        case Work::check:
+            outcome = checkWanted();
+            break;
+        }
+        if (outcome.code == errorNone && checkRefused_)
+            outcome = checkWanted();
+        checkAt_ = monotonicNow() + backend_->checkInterval();
+        if (outcome.code == errorBackendFailed)
+            return outcome;
+        noteOutcome(outcome);
+    }
+}
+
+//  Returns errorNone when the back end is open and no request for a tag is pending. Other pending requests may be refused.
+//  Recovery is reported only after a request has succeeded: a server that opens and then fails would otherwise log failure
+//  and recovery each time.
+Outcome Worker::openAndComplete() {
+    Outcome outcome = backend_->open(waiter_);
+    if (outcome.code != errorNone)
+        return outcome;
+    const bool hadPending = wanted_.pending();
+    outcome = completeTags();
+    if (outcome.code != errorNone)
+        return outcome;
+    outcome = checkWanted();
+    checkAt_ = monotonicNow() + backend_->checkInterval();
+    if (outcome.code == errorBackendFailed)
+        return outcome;
+    if (hadPending || outcome.code != errorNone)
+        noteOutcome(outcome);
+    return {};
+}
+
+//  Returns errorBackendFailed for all that ends the session.
+Outcome Worker::serve(Call& call) {
+    Outcome outcome{errorTimedOut, {}};
+    if (!call.abandoned()) {
+        running_ = &call;
+        outcome = guarded([&] { return call.run(*backend_); });
+        running_ = nullptr;
+        call.complete(outcome.code, signal_.closed());
+        if (call.required() && call.abandoned() && !failed(outcome.code))
+            outcome = {errorTimedOut, {}};
+    }
+    call.note(wanted_, outcome.code);
+    if (call.required() && failed(outcome.code)) {
+        requiredFailed_ = true;
+        if (outcome.code == errorTimedOut)
+            outcome.reason = tooLate;
+        outcome.code = errorBackendFailed;
+    }
+    return outcome;
+}
+
+//  Each request gets the time that a caller would wait for it: one that takes longer would fail when it is made by the
+//  user of the handle.
+Outcome Worker::completeTags() {
+    Outcome outcome;
+    while (outcome.code == errorNone && wanted_.tagPending()) {
+        waitLimit_ = monotonicNow() + callLimit;
+        outcome = guarded([this] { return wanted_.completeTag(*backend_); });
+        waitLimit_ = std::chrono::milliseconds::max();
+    }
+    return outcome;
+}
+
+Outcome Worker::completeWanted() {
+    return guarded([this] { return wanted_.complete(*backend_); });
+}
+
+//  Sets checkRefused_. The success of another request does not clear what a check was refused for.
+Outcome Worker::checkWanted() {
+    Outcome outcome = askServer();
+    if (outcome.code == errorGaveWay)
+        return outcome;
+    checkRefused_ = outcome.code == errorServerRefused;
+    return outcome.code == errorNone && wanted_.pending() ? completeWanted() : outcome;
+}
+
+//  The check alone. A call that was posted meanwhile may have cut it off.
+Outcome Worker::askServer() {
+    checking_ = true;
+    gaveWay_ = false;
+    Outcome outcome = guarded([this] { return backend_->probe(); });
+    if (outcome.code == errorNone)
+        outcome = guarded([this] { return wanted_.check(*backend_); });
+    checking_ = false;
+    return gaveWay_ ? Outcome{errorGaveWay, {}} : outcome;
+}
+
+//  Says whether the next wait of the back end has to end for a call. Once it has, so do all that follow in the same check.
+bool Worker::givesWay() noexcept {
+    if (!checking_ || !backend_->checksGiveWay())
+        return false;
+    const std::lock_guard lock(mutex_);
+    gaveWay_ = gaveWay_ || !queue_.empty();
+    return gaveWay_;
+}
+
+//  Waits for something to do.
+Worker::Work Worker::nextWork(std::shared_ptr<Call>& call) {
+    for (;;) {
+        if (signal_.closed())
+            return Work::closed;
+        if (takeCall(call))
+            return Work::call;
+        Work due = Work::check;
+        const auto left = untilDue(due);
+        if (left.count() == 0)
+            return due;
+        switch (signal_.waitForWake(left, backend_->watchedDescriptor())) {
+        case CloseSignal::Awoken::byWake:
+            break;
+        case CloseSignal::Awoken::byDescriptor:
+            return Work::check;
+        case CloseSignal::Awoken::byTime:
+            return due;
+        }
+    }
+}
+
+bool Worker::takeCall(std::shared_ptr<Call>& call) {
+    const std::lock_guard lock(mutex_);
+    if (queue_.empty())
+        return false;
+    call = std::move(queue_.front());
+    queue_.pop_front();
+    return true;
+}
+
+//  Stores what is due next. Returns in how many milliseconds, or a negative time when nothing ever is.
+std::chrono::milliseconds Worker::untilDue(Work& due) const {
+    constexpr std::chrono::milliseconds now{0};
+    if (wanted_.pending()) {
+        due = Work::complete;
+        return std::max(completeAt_ - monotonicNow(), now);
+    }
+    due = Work::check;
+    if (backend_->checkInterval() == now)
+        return std::chrono::milliseconds(-1);
+    return std::max(checkAt_ - monotonicNow(), now);
+}
+
+//  Called by the worker's thread only.
+bool Worker::callerGaveUp() noexcept {
+    const auto gaveUp = [](Call& call) { return call.required() && call.abandoned(); };
+    if (running_ != nullptr && gaveUp(*running_))
+        return true;
+    const std::lock_guard lock(mutex_);
+    return std::any_of(queue_.begin(), queue_.end(), [&](const auto& call) { return gaveUp(*call); });
+}
+
+Waiter::Result Worker::SlotWaiter::wait(int descriptor, short events, std::chrono::milliseconds until) const noexcept {
+    until = std::min(until, worker_.waitLimit_);
+    std::optional<Result> result;
+    while (!result) {
+        if (worker_.callerGaveUp())
+            result = Result::timedOut;
+        else if (worker_.givesWay())
+            result = Result::callWaits;
+        else
+            result = worker_.signal_.waitForDescriptor(descriptor, events, until);
+    }
+    return *result;
+}
+
+void Worker::setAccepting(bool accepting) {
+    const std::lock_guard lock(mutex_);
+    accepting_ = accepting;
+}
+
+//  Needs no memory, so that its callers get their answer also when there is none.
+void Worker::refuseWaiting() noexcept {
+    const int code = signal_.closed() ? errorClosed : errorNotConnected;
+    for (std::shared_ptr<Call> call; takeCall(call);) {
+        requiredFailed_ |= call->required();
+        guarded([&] {
+            call->refuse(*backend_, code);
+            call->note(wanted_, code);
+            return Outcome{};
+        });
+        call->complete(code, signal_.closed());
+    }
+}
+
+void Worker::reportConnection() noexcept {
+    const std::lock_guard lock(eventMutex_);
+    connectionReported_ = true;
+    sendEvent(RDB_EVENT_CONNECTED);
+}
+
+//  On the worker's thread, or on that of a caller whose required call had no answer in time while the worker cannot go on,
+//  such as in a system call on a disk that hangs.
+void Worker::reportLoss() noexcept {
+    setAccepting(false);
+    const std::lock_guard lock(eventMutex_);
+    if (std::exchange(connectionReported_, false))
+        sendEvent(RDB_EVENT_DISCONNECTED);
+}
+
+void Worker::sendEvent(std::int32_t event) noexcept {
+    if (notify_ != nullptr && !signal_.closed())
+        notify_(event, 0, user_);
+}
+
+//  Takes note of how a piece of work ended with the back end still open.
+void Worker::noteOutcome(const Outcome& outcome) noexcept {
+    if (outcome.code == errorGaveWay)
+        return;
+    if (outcome.code == errorServerRefused)
+        noteReason(reasons_, outcome.reason);
+    if (outcome.code == errorBadRequest)
+        noteReason(badRequests_, outcome.reason);
+    if (!wanted_.pending()) {
+        if (outcome.code == errorNone)
+            noteSuccess();
+    } else if (outcome.code != errorNone) {
+        completeAt_ = monotonicNow() + backoff(++refusals_);
+    }
+}
+
+void Worker::noteLoss(const Outcome& failure) noexcept {
+    const bool steady = connected_ && monotonicNow() - connectedAt_ >= steadyTime;
+    losses_ = steady ? 1 : losses_ + 1;
+    noteReason(reasons_, failure.reason);
+}
+
+void Worker::noteReason(ReportedReasons& reasons, const std::string& reason) noexcept {
+    guarded([&] {
+        if (reasons.add(reason) && !reportFailure(backend_->label(), reason))
+            reasons.remove(reason);  // the line was lost; the next failure tries again
+        return Outcome{};
+    });
+}
+
+void Worker::noteSuccess() noexcept {
+    refusals_ = 0;
+    if (reasons_.empty())
+        return;
+    guarded([&] {
+        reportRecovery(backend_->label(), "works again");
+        reasons_.clear();
+        return Outcome{};
+    });
+}
+
+std::chrono::milliseconds Worker::backoff(unsigned failures) {
+    return backoffDelay(failures, static_cast<std::uint32_t>(random_()));
+}
+
+}  // namespace rdbopen

@@ -1,0 +1,27 @@
+//  An exclusive lock between processes (and between workers of one process) by flock(2) on a file of its own, which is
+//  made when it is missing and stays.
+#ifndef RDBAPI_OPEN_FILES_LOCK_H
+#define RDBAPI_OPEN_FILES_LOCK_H
+
+#include <chrono>
+#include <string>
+
+namespace rdbopen {
+
+class FileLock {
+public:
+    FileLock() = default;
+    FileLock(const FileLock&) = delete;
+    FileLock& operator=(const FileLock&) = delete;
+    ~FileLock();
+
+    //  Takes the lock on path, waiting at most limit. Returns 0, or an errno value; EWOULDBLOCK when the time ran out.
+    int acquire(const std::string& path, std::chrono::milliseconds limit);
+
+private:
+    int fd_ = -1;
+};
+
+}  // namespace rdbopen
+
+#endif

@@ -1,0 +1,124 @@
+#include "files/path.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <climits>
+#include <sys/stat.h>
+#include <system_error>
+#include <unistd.h>
+
+namespace rdbopen {
+
+namespace {
+
+constexpr int maxLinks = 40;  // the kernel's own limit, path_resolution(7)
+
+std::string failed(const std::string& path, int error) {
+    return path + ": " + std::generic_category().message(error);
+}
+
+//  As for the kernel, the group does not count: who may write as one of the group was put into it by an administrator.
+bool isShared(const struct stat& folder) {
+    return (folder.st_mode & S_ISVTX) != 0 && (folder.st_mode & S_IWOTH) != 0;
+}
+
+bool mayBeFollowed(const struct stat& link, const struct stat& folder) {
+    return !isShared(folder) || link.st_uid == geteuid() || link.st_uid == folder.st_uid;
+}
+
+//  One walk along a path. Invariant: done_ ends with "/" and holds no link, "." or "..".
+class Walk {
+public:
+    Walk(const std::string& path, FilePlace& place) : rest_(path), place_(place) {}
+
+    //  Goes to the last component. Returns an empty text or the reason of the failure.
+    std::string run() {
+        place_ = FilePlace();
+        std::string reason = goTo("/");
+        while (reason.empty() && place_.name.empty())
+            reason = step(takeName());
+        place_.directory = done_;
+        return reason;
+    }
+
+private:
+    //  Takes the next component and the slashes after it from rest_.
+    std::string takeName() {
+        rest_.erase(0, std::min(rest_.find_first_not_of('/'), rest_.size()));
+        const std::size_t end = std::min(rest_.find('/'), rest_.size());
+        std::string name = rest_.substr(0, end);
+        rest_.erase(0, end);
+        return name;
+    }
+
+    std::string step(const std::string& name) {
+        if (name == "." && !rest_.empty())
+            return {};
+        if (name == ".." && !rest_.empty())
+            return leave();
+        if (name.empty() || name == "." || name == "..")
+            return failed(done_ + name, EISDIR);
+        struct stat status {};
+        const std::string path = done_ + name;
+        if (lstat(path.c_str(), &status) != 0 && (errno != ENOENT || !rest_.empty()))
+            return failed(path, errno);
+        if (S_ISLNK(status.st_mode))
+            return follow(path, status);
+        if (rest_.empty()) {
+            place_.name = name;
+            return {};
+        }
+        if (!S_ISDIR(status.st_mode))
+            return failed(path, ENOTDIR);
+        return enter(path + "/", status);
+    }
+
+    std::string enter(const std::string& directory, const struct stat& status) {
+        done_ = directory;
+        folder_ = status;
+        if (place_.shared.empty() && isShared(folder_))
+            place_.shared = done_;
+        return {};
+    }
+
+    //  Requires: directory has no link in it and, but for the root, no "/" at its end, where lstat would follow one.
+    std::string goTo(const std::string& directory) {
+        struct stat status {};
+        if (lstat(directory.c_str(), &status) != 0)
+            return failed(directory, errno);
+        return enter(directory == "/" ? directory : directory + "/", status);
+    }
+
+    //  Goes to the parent folder; the root is its own.
+    std::string leave() {
+        const std::size_t parent = done_.size() < 2 ? 0 : done_.rfind('/', done_.size() - 2);
+        return goTo(parent == 0 ? "/" : done_.substr(0, parent));
+    }
+
+    std::string follow(const std::string& path, const struct stat& link) {
+        if (!mayBeFollowed(link, folder_))
+            return "the link " + path + " in a folder that others can write belongs to somebody else";
+        if (++links_ > maxLinks)
+            return failed(path, ELOOP);
+        char target[PATH_MAX];
+        const ssize_t length = readlink(path.c_str(), target, sizeof target);
+        if (length < 0)
+            return failed(path, errno);
+        rest_.insert(0, target, static_cast<std::size_t>(length));
+        return rest_.front() == '/' ? goTo("/") : std::string();
+    }
+
+    std::string done_;
+    struct stat folder_ {};  // of done_
+    std::string rest_;
+    FilePlace& place_;
+    int links_ = 0;
+};
+
+}  // namespace
+
+std::string resolveFile(const std::string& path, FilePlace& place) {
+    return Walk(path, place).run();
+}
+
+}  // namespace rdbopen

@@ -1,0 +1,93 @@
+#include "net/server_addresses.h"
+
+#include "engine/clock.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <memory>
+#include <netdb.h>
+#include <system_error>
+
+namespace rdbopen {
+
+namespace {
+
+constexpr std::size_t nothing = SIZE_MAX;
+
+struct FreeAddresses {
+    void operator()(addrinfo* first) const { freeaddrinfo(first); }
+};
+
+bool same(const ServerAddress& one, const ServerAddress& other) {
+    return one.length == other.length && std::memcmp(&one.bytes, &other.bytes, one.length) == 0;
+}
+
+ServerAddress addressOf(const addrinfo& found) {
+    ServerAddress address{};
+    address.length = std::min(found.ai_addrlen, static_cast<socklen_t>(sizeof address.bytes));
+    std::memcpy(&address.bytes, found.ai_addr, address.length);
+    return address;
+}
+
+}  // namespace
+
+std::string ServerAddresses::lookUp(const Server& server, std::chrono::milliseconds& until) {
+    addrinfo hints{};
+    hints.ai_socktype = SOCK_STREAM;
+    hints.ai_flags = AI_NUMERICSERV;
+    addrinfo* first = nullptr;
+    const auto before = monotonicNow();
+    const int error = getaddrinfo(server.host.c_str(), std::to_string(server.port).c_str(), &hints, &first);
+    const int system = errno;
+    const std::unique_ptr<addrinfo, FreeAddresses> found(first);
+    until += monotonicNow() - before;
+    if (error != 0)
+        return "the name of the server is not known: " +
+               (error == EAI_SYSTEM ? std::generic_category().message(system) : std::string(gai_strerror(error)));
+    addresses_.clear();
+    for (const addrinfo* address = found.get(); address != nullptr; address = address->ai_next)
+        addresses_.push_back(addressOf(*address));
+    std::stable_partition(addresses_.begin(), addresses_.end(),
+                          [this](const ServerAddress& address) { return same(address, right_); });
+    return addresses_.empty() ? "the name of the server has no address" : "";
+}
+
+Outcome ServerAddresses::tryEach(const Waiter& waiter, std::chrono::milliseconds until, const Connect& connect,
+                                 const Attempt& attempt) {
+    return walk({waiter, until, connect, attempt}, nothing, {});
+}
+
+Outcome ServerAddresses::tryOthers(Outcome outcome, const Waiter& waiter, std::chrono::milliseconds until,
+                                   const Connect& connect, const Attempt& attempt) {
+    return walk({waiter, until, connect, attempt}, current_, std::move(outcome));
+}
+
+//  An answer is worth more to the operator than a failed connection. told: the answer of the skipped address.
+Outcome ServerAddresses::walk(const Walk& how, std::size_t skipped, Outcome told) {
+    bool answered = skipped != nothing;
+    auto left = static_cast<std::int64_t>(addresses_.size()) - (answered ? 1 : 0);
+    for (std::size_t i = 0; i < addresses_.size(); ++i) {
+        if (i == skipped)
+            continue;
+        if (how.waiter.over())
+            return answered ? told : backendFailed("the handle was closed, or a call waits");
+        const auto now = monotonicNow();
+        const std::chrono::milliseconds share = now + (how.until - now) / left--;
+        current_ = i;
+        std::string failed = how.connect(addresses_[i], share);
+        const bool reached = failed.empty();
+        Outcome outcome = reached ? how.attempt(share) : backendFailed(std::move(failed));
+        if (reached && !outcome.elsewhere) {
+            if (outcome.code != errorBackendFailed)
+                right_ = addresses_[i];
+            return outcome;
+        }
+        if (reached || !answered)
+            told = std::move(outcome);
+        answered = answered || reached;
+    }
+    return told;
+}
+
+}  // namespace rdbopen

@@ -1,0 +1,109 @@
+#include "net/tcp_stream.h"
+
+#include <cerrno>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <system_error>
+#include <unistd.h>
+
+namespace rdbopen {
+
+namespace {
+
+std::string systemText(int error) {
+    return std::generic_category().message(error);
+}
+
+//  Requests and answers are small and wait for each other: nothing is gained by collecting bytes.
+void setOptions(int descriptor) {
+    const int on = 1;
+    setsockopt(descriptor, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
+}
+
+//  Returns 0 when descriptor is connected, else the error that the connection ended with.
+int pendingError(int descriptor) {
+    int error = 0;
+    socklen_t length = sizeof error;
+    return getsockopt(descriptor, SOL_SOCKET, SO_ERROR, &error, &length) == 0 ? error : errno;
+}
+
+}  // namespace
+
+std::string waitFailure(Waiter::Result result) {
+    if (result == Waiter::Result::timedOut)
+        return "the server does not answer in time";
+    if (result == Waiter::Result::callWaits)
+        return "a call waits";
+    return result == Waiter::Result::closed ? "the handle was closed" : "cannot wait: " + systemText(errno);
+}
+
+std::string TcpStream::connect(const ServerAddress& address, const Waiter& waiter, std::chrono::milliseconds until) {
+    close();
+    std::string reason = open(address, waiter, until);
+    if (!reason.empty())
+        close();
+    return reason;
+}
+
+std::string TcpStream::open(const ServerAddress& address, const Waiter& waiter, std::chrono::milliseconds until) {
+    descriptor_ = socket(address.bytes.ss_family, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
+    if (descriptor_ < 0)
+        return "no socket: " + systemText(errno);
+    setOptions(descriptor_);
+    const auto* const place = reinterpret_cast<const sockaddr*>(&address.bytes);
+    int error = ::connect(descriptor_, place, address.length) == 0 ? 0 : errno;
+    if (error == EINPROGRESS) {
+        const Waiter::Result result = waiter.wait(descriptor_, POLLOUT, until);
+        if (result != Waiter::Result::ready)
+            return waitFailure(result);
+        error = pendingError(descriptor_);
+    }
+    return error == 0 ? std::string() : "cannot be reached: " + systemText(error);
+}
+
+std::string TcpStream::send(std::span<const std::uint8_t> bytes, const Waiter& waiter,
+                            std::chrono::milliseconds until) {
+    while (!bytes.empty()) {
+        const ssize_t sent = ::send(descriptor_, bytes.data(), bytes.size(), MSG_NOSIGNAL);
+        if (sent >= 0) {
+            bytes = bytes.subspan(static_cast<std::size_t>(sent));
+            continue;
+        }
+        if (errno == EINTR)
+            continue;
+        if (errno != EAGAIN)
+            return "the connection was lost: " + systemText(errno);
+        if (const Waiter::Result result = waiter.wait(descriptor_, POLLOUT, until); result != Waiter::Result::ready)
+            return waitFailure(result);
+    }
+    return {};
+}
+
+std::string TcpStream::receive(std::span<std::uint8_t> bytes, const Waiter& waiter, std::chrono::milliseconds until) {
+    while (!bytes.empty()) {
+        const ssize_t taken = recv(descriptor_, bytes.data(), bytes.size(), 0);
+        if (taken > 0) {
+            bytes = bytes.subspan(static_cast<std::size_t>(taken));
+            continue;
+        }
+        if (taken == 0)
+            return "the server closed the connection";
+        if (errno == EINTR)
+            continue;
+        if (errno != EAGAIN)
+            return "the connection was lost: " + systemText(errno);
+        if (const Waiter::Result result = waiter.wait(descriptor_, POLLIN, until); result != Waiter::Result::ready)
+            return waitFailure(result);
+    }
+    return {};
+}
+
+void TcpStream::close() noexcept {
+    if (descriptor_ >= 0)
+        ::close(descriptor_);
+    descriptor_ = -1;
+}
+
+}  // namespace rdbopen

@@ -1,0 +1,407 @@
+#include "redis/backend.h"
+
+#include "engine/clock.h"
+#include "net/secret.h"
+#include "net/server_addresses.h"
+#include "redis/objects.h"
+#include "redis/refusal.h"
+
+namespace rdbopen {
+
+namespace {
+
+using Kind = RedisReply::Kind;
+using Commands = std::vector<RedisCommand>;
+
+constexpr std::chrono::milliseconds openLimit{10000};
+constexpr std::chrono::milliseconds requestLimit{5000};
+constexpr std::chrono::milliseconds checkAfter{60000};
+
+//  How often a transaction is begun anew because somebody changed one of its keys meanwhile.
+constexpr int maxAttempts = 5;
+
+struct Settings {
+    Server server;
+    std::uint32_t database = 0;
+    std::uint32_t expire = 0;  // seconds, 0 for never
+    Credentials credentials;
+};
+
+class RedisBackend : public Backend {
+public:
+    explicit RedisBackend(Settings settings) : settings_(std::move(settings)) {}
+
+    std::string label() const override;
+    bool serves(Service service) const noexcept override { return service == Service::tags; }
+
+    Outcome open(const Waiter& waiter) override;
+    void close() noexcept override { connection_.close(); }
+    Outcome tagGet(RdbTag& tag) override {
+        return atServer([&] { return queryTag(tag); });
+    }
+    Outcome tagImport(const RdbTag& tag) override;
+    Outcome put(std::span<const RdbSnapshot> records) override;
+    int watchedDescriptor() const noexcept override { return connection_.descriptor(); }
+    std::chrono::milliseconds checkInterval() const noexcept override { return checkAfter; }
+    Outcome probe() override {
+        return atServer([this] { return ping(); });
+    }
+    Outcome checkValue(const RdbSnapshot& record) override {
+        return atServer([&] { return queryValue(record); });
+    }
+
+private:
+    enum class Attempt { done, disturbed };
+    struct ServerState {
+        std::int64_t now = 0;  // ms, the server's clock
+        std::vector<RedisHeld> held;
+    };
+
+    //  Carries out one request at the server that the connection is with.
+    using Request = std::function<Outcome()>;
+
+    Outcome atServer(const Request& request);
+    Outcome atOthers(Outcome outcome, const Request& request);
+    Outcome logInUntil(const std::string& password, std::chrono::milliseconds until);
+    Outcome exchange(const Commands& commands, std::vector<RedisReply>& replies);
+    Outcome logIn(const std::string& password);
+    Outcome prepareConnection();
+    Outcome beginTransaction(const std::vector<const char*>& names, ServerState& state);
+    Outcome readServerState(std::span<const RedisReply> replies, const std::vector<const char*>& names,
+                            ServerState& state);
+    Outcome abortTransaction(Outcome outcome);
+    Outcome endTransaction(Commands commands, Attempt& attempt);
+    template <class Append>
+    Outcome transaction(const std::vector<const char*>& names, Append append);
+    template <class Append>
+    Outcome runTransaction(const std::vector<const char*>& names, Append append);
+    Outcome queryTag(RdbTag& tag);
+    Outcome ping();
+    Outcome queryValue(const RdbSnapshot& record);
+    bool holdsAll(std::span<const RdbSnapshot> records, const ServerState& state) const;
+    Outcome appendRecords(std::span<const RdbSnapshot> records, const ServerState& state, Commands& commands);
+
+    const Settings settings_;
+    RedisConnection connection_;
+    ServerAddresses addresses_;
+    const ServerAddresses::Connect connect_ = [this](const ServerAddress& address, std::chrono::milliseconds until) {
+        return connection_.connect(address, *waiter_, until);
+    };
+    const Waiter* waiter_ = nullptr;      // set by open
+    std::chrono::milliseconds until_{0};  // the limit of the request that is carried out
+    bool queueing_ = false;               // inside MULTI
+
+    //  Time of a put whose transaction was sent and has not succeeded since, 0 for none: when the same value is put again
+    //  and the server holds it with just this time, the answer was lost and the put has been done already.
+    std::int64_t unansweredPut_ = 0;
+};
+
+std::string RedisBackend::label() const {
+    return "redis://" + serverText(settings_.server) + "/" + std::to_string(settings_.database);
+}
+
+Outcome RedisBackend::exchange(const Commands& commands, std::vector<RedisReply>& replies) {
+    std::string reason = connection_.exchange(commands, replies, *waiter_, until_);
+    return reason.empty() ? Outcome{} : backendFailed(std::move(reason));
+}
+
+Outcome RedisBackend::open(const Waiter& waiter) {
+    waiter_ = &waiter;
+    std::string password;
+    if (std::string reason = readSecret(settings_.credentials.password, password); !reason.empty())
+        return backendFailed(std::move(reason));
+    std::chrono::milliseconds until = monotonicNow() + openLimit;
+    if (std::string reason = addresses_.lookUp(settings_.server, until); !reason.empty())
+        return backendFailed(std::move(reason));
+    return addresses_.tryEach(waiter, until, connect_, [&](auto share) { return logInUntil(password, share); });
+}
+
+//  Whatever fails here, the next address may do it: nothing has been changed yet.
+Outcome RedisBackend::logInUntil(const std::string& password, std::chrono::milliseconds until) {
+    until_ = until;
+    queueing_ = false;
+    Outcome outcome = logIn(password);
+    if (outcome.code == errorNone)
+        outcome = prepareConnection();
+    outcome.elsewhere = outcome.code != errorNone;
+    return outcome;
+}
+
+Outcome RedisBackend::atServer(const Request& request) {
+    until_ = monotonicNow() + requestLimit;
+    Outcome outcome = request();
+    return outcome.elsewhere && addresses_.hasOthers() ? atOthers(std::move(outcome), request) : outcome;
+}
+
+//  The name is not looked up again here: that may take longer than a request may. When no address is the right server, the
+//  connection is with the last one, if any, and of no use.
+Outcome RedisBackend::atOthers(Outcome outcome, const Request& request) {
+    std::string password;
+    if (std::string reason = readSecret(settings_.credentials.password, password); !reason.empty())
+        return backendFailed(std::move(reason));
+    const auto until = until_;
+    outcome = addresses_.tryOthers(std::move(outcome), *waiter_, until, connect_, [&](auto share) {
+        Outcome tried = logInUntil(password, share);
+        until_ = until;
+        return tried.code == errorNone ? request() : tried;
+    });
+    if (outcome.elsewhere)
+        outcome.code = errorBackendFailed;
+    return outcome;
+}
+
+//  The user "default" of a server without passwords takes any password. Servers before Redis 6 know passwords only, or
+//  not even these; for them the user is "default", too. No answer is quoted: it may hold the password.
+Outcome RedisBackend::logIn(const std::string& password) {
+    const std::string& user = settings_.credentials.user;
+    connection_.conceal({user, password});
+    std::vector<RedisReply> replies;
+    if (Outcome outcome = exchange({{"AUTH", user, password}}, replies); outcome.code != errorNone)
+        return outcome;
+    if (user == "default" && replies[0].is(Kind::error) && replies[0].text.starts_with("ERR wrong number of arguments"))
+        if (Outcome outcome = exchange({{"AUTH", password}}, replies); outcome.code != errorNone)
+            return outcome;
+    const bool needless = replies[0].is(Kind::error) && user == "default" &&
+                          replies[0].text.starts_with("ERR Client sent AUTH, but no password is set");
+    if (needless || replies[0].isStatus("OK"))
+        return {};
+    if (!replies[0].is(Kind::error))
+        return notUnderstood("AUTH");
+    return backendFailed(redisRefusal("AUTH", replies[0].text, 0));
+}
+
+//  The name is for the server's list of clients only; a server that does not allow it goes without.
+Outcome RedisBackend::prepareConnection() {
+    Commands commands{{"CLIENT", "SETNAME", "addrpubd"}, {"PING"}};
+    if (settings_.database != 0)
+        commands.push_back({"SELECT", std::to_string(settings_.database)});
+    std::vector<RedisReply> replies;
+    if (Outcome outcome = exchange(commands, replies); outcome.code != errorNone)
+        return outcome;
+    for (std::size_t i = 1; i < commands.size(); ++i) {
+        if (replies[i].is(Kind::error))
+            return backendFailed(redisRefusal(commands[i].front(), replies[i].text, replies[i].quotable));
+        if (!replies[i].isStatus(i == 1 ? "PONG" : "OK"))
+            return notUnderstood(commands[i].front());
+    }
+    return {};
+}
+
+Outcome RedisBackend::queryTag(RdbTag& tag) {
+    Commands commands;
+    appendTagQuery(commands, tag.name);
+    std::vector<RedisReply> replies;
+    if (Outcome outcome = exchange(commands, replies); outcome.code != errorNone)
+        return outcome;
+    std::span<const RedisReply> answers(replies);
+    std::optional<RedisTag> held;
+    if (Outcome outcome = readTag(answers, tag.name, held); outcome.code != errorNone)
+        return outcome;
+    if (!held)
+        return {errorNoSuchTag, {}};
+    tag.tagclass = held->tagclass;
+    tag.valuetype = held->type;
+    tag.importflag = held->importflag;
+    return {};
+}
+
+Outcome RedisBackend::tagImport(const RdbTag& tag) {
+    return transaction({tag.name}, [&](const ServerState& state, Commands& commands) {
+        appendImport(commands, tag, state.now, settings_.expire);
+        return Outcome{};
+    });
+}
+
+Outcome RedisBackend::put(std::span<const RdbSnapshot> records) {
+    std::vector<const char*> names;
+    for (const RdbSnapshot& record : records)
+        names.push_back(record.name);
+    Outcome outcome = transaction(names, [&](const ServerState& state, Commands& commands) {
+        if (unansweredPut_ != 0 && holdsAll(records, state))
+            return Outcome{};
+        Outcome refused = appendRecords(records, state, commands);
+        if (refused.code == errorNone)
+            unansweredPut_ = state.now;
+        return refused;
+    });
+    if (outcome.code == errorNone)
+        unansweredPut_ = 0;
+    return outcome;
+}
+
+//  True when the server holds records as the unanswered put has left them.
+bool RedisBackend::holdsAll(std::span<const RdbSnapshot> records, const ServerState& state) const {
+    for (std::size_t i = 0; i < records.size(); ++i) {
+        const auto& value = state.held[i].value;
+        if (!value || value->time != unansweredPut_ || !value->equals(records[i]))
+            return false;
+    }
+    return true;
+}
+
+Outcome RedisBackend::appendRecords(std::span<const RdbSnapshot> records, const ServerState& state,
+                                    Commands& commands) {
+    for (std::size_t i = 0; i < records.size(); ++i) {
+        const auto& [tag, value] = state.held[i];
+        if (!tag)
+            return {errorNoSuchTag, {}};
+        if (tag->tagclass != RDB_TAG_CLASS_USABLE)
+            return {errorTagNotUsable, {}};
+        const bool changed = !value || !value->equals(records[i]);
+        appendPut(commands, records[i], state.now, settings_.expire, changed);
+    }
+    return {};
+}
+
+//  Reads what the server holds under names and calls append, which appends the commands that write. Sends all of them or,
+//  when there are none or append fails, nothing. append may be called several times.
+template <class Append>
+Outcome RedisBackend::transaction(const std::vector<const char*>& names, Append append) {
+    return atServer([&] { return runTransaction(names, append); });
+}
+
+template <class Append>
+Outcome RedisBackend::runTransaction(const std::vector<const char*>& names, Append append) {
+    for (int i = 0; i < maxAttempts; ++i) {
+        ServerState state;
+        if (Outcome outcome = beginTransaction(names, state); outcome.code != errorNone)
+            return abortTransaction(std::move(outcome));
+        Commands commands;
+        Outcome outcome = append(state, commands);
+        if (outcome.code != errorNone || commands.empty())
+            return abortTransaction(std::move(outcome));
+        Attempt attempt = Attempt::done;
+        outcome = endTransaction(std::move(commands), attempt);
+        if (attempt == Attempt::done)
+            return outcome;
+    }
+    return serverRefused("other clients keep changing the same keys");
+}
+
+//  MULTI is sent with the queries, so that nothing is sent as part of a transaction that the server has not begun.
+Outcome RedisBackend::beginTransaction(const std::vector<const char*>& names, ServerState& state) {
+    Commands commands{{"WATCH"}, {"TIME"}};
+    for (const char* name : names) {
+        appendKeys(commands[0], name);
+        appendQuery(commands, name);
+    }
+    commands.push_back({"MULTI"});
+    std::vector<RedisReply> replies;
+    if (Outcome outcome = exchange(commands, replies); outcome.code != errorNone)
+        return outcome;
+    queueing_ = replies.back().isStatus("OK");
+    return readServerState(replies, names, state);
+}
+
+Outcome RedisBackend::readServerState(std::span<const RedisReply> replies, const std::vector<const char*>& names,
+                                      ServerState& state) {
+    for (const auto& [command, reply] : {std::pair("WATCH", &replies.front()), std::pair("MULTI", &replies.back())}) {
+        if (reply->is(Kind::error))
+            return refusedByRedis(command, *reply);
+        if (!reply->isStatus("OK"))
+            return notUnderstood(command);
+    }
+    if (Outcome outcome = readTime(replies[1], state.now); outcome.code != errorNone)
+        return outcome;
+    replies = replies.subspan(2);
+    state.held.resize(names.size());
+    for (std::size_t i = 0; i < names.size(); ++i)
+        if (Outcome outcome = readHeld(replies, names[i], state.held[i]); outcome.code != errorNone)
+            return outcome;
+    return {};
+}
+
+//  Discards the begun transaction and the watch of its keys. Returns outcome, unless this fails.
+Outcome RedisBackend::abortTransaction(Outcome outcome) {
+    if (outcome.code == errorBackendFailed)
+        return outcome;
+    std::vector<RedisReply> replies;
+    Outcome dropped = exchange({{queueing_ ? "DISCARD" : "UNWATCH"}}, replies);
+    if (dropped.code != errorNone)
+        return dropped;
+    if (queueing_ && !replies[0].isStatus("OK"))
+        return notUnderstood("DISCARD");
+    queueing_ = false;
+    return outcome;
+}
+
+//  Writes commands. A transaction that was refused has written nothing; so has one whose keys were changed meanwhile.
+Outcome RedisBackend::endTransaction(Commands commands, Attempt& attempt) {
+    const std::size_t count = commands.size();
+    commands.push_back({"EXEC"});
+    std::vector<RedisReply> replies;
+    if (Outcome outcome = exchange(commands, replies); outcome.code != errorNone)
+        return outcome;
+    queueing_ = false;
+    for (std::size_t i = 0; i < replies.size(); ++i)
+        if (replies[i].is(Kind::error))
+            return refusedByRedis(commands[i].front(), replies[i]);
+    const RedisReply& result = replies.back();
+    if (result.is(Kind::nil)) {
+        attempt = Attempt::disturbed;
+        return {};
+    }
+    if (!result.is(Kind::array) || result.elements.size() != count)
+        return notUnderstood("EXEC");
+    for (std::size_t i = 0; i < count; ++i)
+        if (result.elements[i].is(Kind::error))
+            return refusedByRedis(commands[i].front(), result.elements[i]);
+    return {};
+}
+
+Outcome RedisBackend::ping() {
+    std::vector<RedisReply> replies;
+    if (Outcome outcome = exchange({{"PING"}}, replies); outcome.code != errorNone)
+        return outcome;
+    if (replies[0].is(Kind::error))
+        return refusedByRedis("PING", replies[0]);
+    return replies[0].isStatus("PONG") ? Outcome{} : notUnderstood("PING");
+}
+
+Outcome RedisBackend::queryValue(const RdbSnapshot& record) {
+    Commands commands;
+    appendValueQuery(commands, record.name);
+    std::vector<RedisReply> replies;
+    if (Outcome outcome = exchange(commands, replies); outcome.code != errorNone)
+        return outcome;
+    std::span<const RedisReply> answers(replies);
+    std::optional<RedisValue> held;
+    if (Outcome outcome = readValue(answers, record.name, held); outcome.code != errorNone)
+        return outcome;
+    return held && held->equals(record) ? Outcome{} : Outcome{errorNotHeld, {}};
+}
+
+//  The options and the path. Returns an empty text, or what is wrong.
+std::string readSettings(const Url& url, Settings& settings) {
+    const bool plain = url.path.empty() || url.path == "/";
+    constexpr std::uint32_t maxDatabase = 2147483647;
+    if (!plain && !parseNumber(std::string_view(url.path).substr(1), maxDatabase, settings.database))
+        return "malformed url: the path is not the number of a database";
+    for (const UrlOption& option : url.options) {
+        if (option.name != "expire")
+            return "malformed url: expire=SECONDS is the only option";
+        if (settings.expire != 0)
+            return "malformed url: expire is given twice";
+        if (!parseNumber(option.value, redisMaxExpiry, settings.expire) || settings.expire < redisMinExpiry)
+            return "malformed url: expire is not a number of seconds from " + std::to_string(redisMinExpiry) +
+                   " (an unchanged value is repeated after 600) to " + std::to_string(redisMaxExpiry);
+    }
+    return {};
+}
+
+}  // namespace
+
+int makeRedisBackend(const Url& url, const Credentials& credentials, std::unique_ptr<Backend>& backend,
+                     std::string& reason) {
+    Settings settings;
+    if (!parseServer(url.authority, redisPort, settings.server, reason))
+        return errorBadUrl;
+    reason = readSettings(url, settings);
+    if (!reason.empty())
+        return errorBadUrl;
+    settings.credentials = credentials;
+    backend = std::make_unique<RedisBackend>(std::move(settings));
+    return errorNone;
+}
+
+}  // namespace rdbopen

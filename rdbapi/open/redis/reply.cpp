@@ -1,0 +1,119 @@
+#include "redis/reply.h"
+
+#include <new>
+
+namespace rdbopen {
+
+namespace {
+
+using Kind = RedisReply::Kind;
+
+//  The reader calls these from C, so nothing may be thrown through them; null tells it that there is no memory. It frees
+//  the root only: the others are elements of their parent.
+RedisReply* place(const redisReadTask* task) noexcept {
+    if (task->parent == nullptr)
+        return new (std::nothrow) RedisReply;
+    auto* parent = static_cast<RedisReply*>(task->parent->obj);
+    return &parent->elements[static_cast<std::size_t>(task->idx)];
+}
+
+template <class Fill>
+void* make(const redisReadTask* task, Fill fill) noexcept {
+    RedisReply* reply = place(task);
+    if (reply == nullptr)
+        return nullptr;
+    try {
+        fill(*reply);
+        return reply;
+    } catch (...) {
+        if (task->parent == nullptr)
+            delete reply;
+        return nullptr;
+    }
+}
+
+void* makeString(const redisReadTask* task, char* text, std::size_t length) {
+    return make(task, [&](RedisReply& reply) {
+        reply.text.assign(text, length);
+        reply.kind = task->type == REDIS_REPLY_ERROR    ? Kind::error
+                     : task->type == REDIS_REPLY_STATUS ? Kind::status
+                                                        : Kind::text;
+    });
+}
+
+//  An array is announced before its elements come, so its size is taken from what the answer may still have.
+void* makeArray(const redisReadTask* task, int count) {
+    const auto size = static_cast<std::size_t>(count);
+    auto& left = *static_cast<std::size_t*>(task->privdata);
+    if (size > left)
+        return nullptr;
+    left -= size;
+    return make(task, [&](RedisReply& reply) {
+        reply.elements.resize(size);
+        reply.kind = Kind::array;
+    });
+}
+
+void* makeInteger(const redisReadTask* task, long long value) {
+    return make(task, [&](RedisReply& reply) {
+        reply.integer = value;
+        reply.kind = Kind::integer;
+    });
+}
+
+void* makeNil(const redisReadTask* task) {
+    return make(task, [](RedisReply& reply) { reply.kind = Kind::nil; });
+}
+
+void freeReply(void* reply) {
+    delete static_cast<RedisReply*>(reply);
+}
+
+//  The reader keeps a pointer to it, not const.
+redisReplyObjectFunctions functions{makeString, makeArray, makeInteger, makeNil, freeReply};
+
+}  // namespace
+
+bool RedisReplyParser::reset() {
+    reader_.reset(redisReaderCreateWithFunctions(&functions));
+    fed_ = 0;
+    elementsLeft_ = maxRedisElements;
+    if (!reader_)
+        return false;
+    reader_->privdata = &elementsLeft_;
+    reader_->maxbuf = 0;  // otherwise it exchanges its buffer from time to time and asserts that it gets one
+    return true;
+}
+
+void RedisReplyParser::feed(std::string_view bytes) {
+    fed_ += bytes.size();
+    if (reader_ && fed_ <= maxRedisReplySize)
+        redisReaderFeed(reader_.get(), bytes.data(), bytes.size());
+}
+
+RedisReplyParser::Result RedisReplyParser::next(RedisReply& reply) {
+    void* made = nullptr;
+    if (!reader_ || fed_ > maxRedisReplySize || redisReaderGetReply(reader_.get(), &made) != REDIS_OK)
+        return Result::broken;
+    if (made == nullptr)
+        return Result::incomplete;
+    const std::unique_ptr<RedisReply> owned(static_cast<RedisReply*>(made));
+    reply = std::move(*owned);
+    fed_ = reader_->len - reader_->pos;
+    elementsLeft_ = maxRedisElements;
+    return Result::complete;
+}
+
+bool RedisReplyParser::drained() const noexcept {
+    return reader_ && fed_ == 0;
+}
+
+const char* RedisReplyParser::reason() const noexcept {
+    if (fed_ > maxRedisReplySize)
+        return "an answer of the server is too long";
+    if (!reader_ || reader_->err == REDIS_ERR_OOM)
+        return "an answer of the server is too long, or memory is short";
+    return "the server does not speak the Redis protocol";
+}
+
+}  // namespace rdbopen

@@ -1,0 +1,116 @@
+#include "request/dns_request.h"
+
+#include <algorithm>
+#include <arpa/inet.h>
+#include <limits>
+#include <nlohmann/json.hpp>
+
+namespace rdbopen {
+
+namespace {
+
+using nlohmann::json;
+
+constexpr std::size_t maxNameLength = 253;  // RFC 1035 section 2.3.4, as text without the last dot
+constexpr std::size_t maxLabelLength = 63;
+
+bool isLabelChar(char c) {
+    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '-' || c == '_';
+}
+
+//  Stricter than hosts(5), which knows only blanks and "#": a name server passes over any other name.
+bool isHostName(std::string_view name) {
+    if (name.empty() || name.size() > maxNameLength)
+        return false;
+    while (true) {
+        const std::size_t length = std::min(name.find('.'), name.size());
+        const std::string_view label = name.substr(0, length);
+        if (label.empty() || length > maxLabelLength || !std::all_of(label.begin(), label.end(), isLabelChar))
+            return false;
+        if (length == name.size())
+            return true;
+        name.remove_prefix(length + 1);
+    }
+}
+
+//  A zero byte would end the text early for inet_pton.
+bool isAddress(const std::string& text, int family) {
+    in6_addr binary{};
+    return text.find('\0') == std::string::npos && inet_pton(family, text.c_str(), &binary) == 1;
+}
+
+//  Appends the members of the list item[key], when there is one. Returns false when it holds anything but addresses.
+bool takeAddresses(const json& item, const char* key, int family, std::vector<std::string>& addresses) {
+    const auto list = item.find(key);
+    if (list == item.end())
+        return true;
+    if (!list->is_array())
+        return false;
+    for (const json& element : *list) {
+        const auto* text = element.get_ptr<const std::string*>();
+        if (text == nullptr || !isAddress(*text, family))
+            return false;
+        if (std::find(addresses.begin(), addresses.end(), *text) == addresses.end())
+            addresses.push_back(*text);
+    }
+    return true;
+}
+
+bool takePorts(const json& item, std::vector<std::uint16_t>& ports) {
+    const auto list = item.find("httpsports");
+    if (list == item.end())
+        return true;
+    if (!list->is_array())
+        return false;
+    for (const json& element : *list) {
+        const auto* number = element.get_ptr<const json::number_unsigned_t*>();
+        if (number == nullptr || *number == 0 || *number > std::numeric_limits<std::uint16_t>::max())
+            return false;
+        const auto port = static_cast<std::uint16_t>(*number);
+        if (std::find(ports.begin(), ports.end(), port) == ports.end())
+            ports.push_back(port);
+    }
+    return true;
+}
+
+}  // namespace
+
+std::string parseDnsRequest(std::string_view text, DnsRequest& request) {
+    const json root = json::parse(text, nullptr, false);
+    if (!root.is_object())
+        return "the request is not a JSON object";
+    const auto seqno = root.find("seqno");
+    if (seqno == root.end() || !seqno->is_number_integer())
+        return "seqno is not an integer";
+    request.seqno = seqno->get<std::int64_t>();
+    const auto kind = root.find("request");
+    if (kind == root.end() || *kind != "ws_dnsupdate")
+        return "the request is not ws_dnsupdate";
+    const auto item = root.find("item");
+    if (item == root.end() || !item->is_object())
+        return "item is not an object";
+    const auto name = item->find("name");
+    if (name == item->end() || !name->is_string() || !isHostName(name->get_ref<const std::string&>()))
+        return "name is not a host name";
+    request.name = name->get<std::string>();
+    if (!takeAddresses(*item, "ipv4s", AF_INET, request.addresses))
+        return "ipv4s is not a list of IPv4 addresses";
+    if (!takeAddresses(*item, "ipv6s", AF_INET6, request.addresses))
+        return "ipv6s is not a list of IPv6 addresses";
+    if (!takePorts(*item, request.httpsPorts))
+        return "httpsports is not a list of port numbers";
+    return {};
+}
+
+std::string dnsReply(const std::optional<std::int64_t>& seqno, int code, std::string_view message) {
+    nlohmann::ordered_json reply;
+    reply["seqno"] = nullptr;
+    if (seqno)
+        reply["seqno"] = *seqno;
+    reply["code"] = code;
+    reply["message"] = message;
+    //  A message may quote a file name, which need not be UTF-8.
+    return reply.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace);
+}
+
+}  // namespace rdbopen

@@ -1,0 +1,126 @@
+#include "sqlite/damage.h"
+
+#include "files/lock.h"
+#include "files/replace.h"
+#include "sqlite/schema.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <sys/stat.h>
+#include <system_error>
+#include <unistd.h>
+
+namespace rdbopen {
+
+namespace {
+
+constexpr std::chrono::milliseconds lockLimit{2000};
+constexpr int lastName = 9;
+
+std::string because(int error) {
+    return ": " + std::generic_category().message(error);
+}
+
+//  Only asks for the status: closing a descriptor of the file would drop SQLite's locks on it (fcntl(2)).
+bool exists(const std::string& path, struct stat& status) {
+    return lstat(path.c_str(), &status) == 0;
+}
+
+bool hasContent(const std::string& path) {
+    struct stat status {};
+    return exists(path, status) && status.st_size > 0;
+}
+
+//  The write lock keeps the log empty, and so the file as it is, while the two are compared.
+bool isCutShortForCertain(SqliteDatabase& database, const std::string& path) {
+    if (database.run("BEGIN IMMEDIATE") != SQLITE_OK)
+        return database.lastResultIsDamage();
+    const bool cut = isSqliteFileCutShort(database, path);
+    database.run("ROLLBACK");
+    return cut;
+}
+
+//  An empty text is a check that could not be made, such as without memory.
+bool hasFaults(SqliteDatabase& database) {
+    const std::string found = database.text("PRAGMA integrity_check(1)");
+    return found.empty() ? database.lastResultIsDamage() : found != "ok";
+}
+
+//  Requires: the lock is held.
+bool isDamaged(const std::string& path) {
+    SqliteDatabase database;
+    if (database.open(path) != SQLITE_OK || !sqliteFileRefusal(database, path).empty())
+        return false;
+    const bool damaged = isCutShortForCertain(database, path) || hasFaults(database);
+    database.abandon();
+    return damaged;
+}
+
+//  A log that is there already would be applied to the file that gets the name.
+bool isFree(const std::string& path) {
+    struct stat status {};
+    for (const char* suffix : {"", "-journal", "-wal", "-shm"})
+        if (exists(path + suffix, status) || errno != ENOENT)
+            return false;
+    return true;
+}
+
+//  Empty when all names are in use.
+std::string freeName(const std::string& path) {
+    for (int number = 0; number <= lastName; ++number) {
+        std::string name = path + ".damaged" + (number == 0 ? "" : "." + std::to_string(number));
+        if (isFree(name))
+            return name;
+    }
+    return {};
+}
+
+//  The database comes first: without its log, a sound one would lose what is in the log. After a power cut between the
+//  calls, the remains are beside a missing file, and go when a new one is made.
+std::string moveTo(const std::string& name, const std::string& path) {
+    if (std::rename(path.c_str(), name.c_str()) != 0)
+        return "the file is damaged and cannot be renamed" + because(errno);
+    for (const char* suffix : {"-journal", "-wal"})
+        if (hasContent(path + suffix))
+            std::rename((path + suffix).c_str(), (name + suffix).c_str());
+    for (const char* suffix : {"-journal", "-wal", "-shm"})
+        unlink((path + suffix).c_str());
+    return "the file was damaged and is now " + name + "; a new one takes its place";
+}
+
+//  Requires: the lock is held.
+std::string moveIfDamaged(const FilePlace& place) {
+    struct stat before {};
+    struct stat after {};
+    if (!exists(place.path(), before) || !isDamaged(place.path()))
+        return {};
+    if (!exists(place.path(), after) || after.st_dev != before.st_dev || after.st_ino != before.st_ino)
+        return {};
+    const std::string name = freeName(place.path());
+    if (name.empty())
+        return "the file is damaged and stays as it is, because all names from " + place.name + ".damaged to " +
+               place.name + ".damaged." + std::to_string(lastName) + " are in use";
+    std::string reason = moveTo(name, place.path());
+    //  Before a new file gets the name: otherwise a power cut might keep the new file and lose the damaged one. When it
+    //  fails, the flush for the new file fails as well and is reported.
+    flushDirectory(place);
+    return reason;
+}
+
+}  // namespace
+
+bool isSqliteFileCutShort(SqliteDatabase& database, const std::string& path) {
+    return !hasContent(path + "-wal") && sqliteBytesMissing(database);
+}
+
+std::string moveDamagedSqliteFile(const FilePlace& place) {
+    FileLock lock;
+    if (const int error = lock.acquire(place.lock(), lockLimit); error != 0)
+        return "the file may be damaged, and cannot be checked: its lock file" + because(error);
+    std::string reason = moveIfDamaged(place);
+    unlink(place.lock().c_str());  // whoever waits for the lock sees that its file has gone
+    return reason;
+}
+
+}  // namespace rdbopen

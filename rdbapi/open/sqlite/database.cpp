@@ -1,0 +1,122 @@
+#include "sqlite/database.h"
+
+namespace rdbopen {
+
+namespace {
+
+//  How long a statement waits for another connection's lock, in ms. Below the limit of the calls on the caller's
+//  thread, so that those get SQLite's own answer.
+constexpr int busyLimit = 2000;
+
+constexpr int primaryResult = 0xff;  // of an extended result
+
+}  // namespace
+
+SqliteStatement& SqliteStatement::bind(int index, std::int64_t value) {
+    sqlite3_bind_int64(statement_.get(), index, value);
+    return *this;
+}
+
+SqliteStatement& SqliteStatement::bind(int index, std::string_view text) {
+    sqlite3_bind_text64(statement_.get(), index, text.data(), text.size(), SQLITE_STATIC, SQLITE_UTF8);
+    return *this;
+}
+
+int SqliteStatement::run() {
+    while (step() == SQLITE_ROW) {
+    }
+    return sqlite3_reset(statement_.get());
+}
+
+std::string_view SqliteStatement::text(int index) {
+    const auto* first = reinterpret_cast<const char*>(sqlite3_column_text(statement_.get(), index));
+    const int size = sqlite3_column_bytes(statement_.get(), index);
+    return first == nullptr ? std::string_view() : std::string_view(first, static_cast<std::size_t>(size));
+}
+
+int SqliteDatabase::open(const std::string& path) {
+    sqlite3* connection = nullptr;
+    const int flags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOFOLLOW | SQLITE_OPEN_NOMUTEX | SQLITE_OPEN_EXRESCODE;
+    const int result = sqlite3_open_v2(path.c_str(), &connection, flags, nullptr);
+    connection_.reset(connection);
+    if (result != SQLITE_OK)
+        return result;
+    return sqlite3_busy_timeout(connection, busyLimit);
+}
+
+void SqliteDatabase::abandon() {
+    sqlite3_db_config(connection_.get(), SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);
+    close();
+}
+
+//  What is left in the log stays committed; the next call takes it along.
+void SqliteDatabase::emptyLog() {
+    sqlite3_busy_timeout(connection_.get(), 0);
+    sqlite3_wal_checkpoint_v2(connection_.get(), nullptr, SQLITE_CHECKPOINT_TRUNCATE, nullptr, nullptr);
+    sqlite3_busy_timeout(connection_.get(), busyLimit);
+}
+
+std::string SqliteDatabase::bytes() {
+    sqlite3_int64 size = 0;
+    const std::unique_ptr<unsigned char, decltype(&sqlite3_free)> image(
+        sqlite3_serialize(connection_.get(), "main", &size, 0), &sqlite3_free);
+    if (image == nullptr)
+        return {};
+    return {reinterpret_cast<const char*>(image.get()), static_cast<std::size_t>(size)};
+}
+
+int SqliteDatabase::readFirstBytes(void* bytes, int count, std::int64_t& size) {
+    sqlite3_file* file = nullptr;
+    int result = sqlite3_file_control(connection_.get(), "main", SQLITE_FCNTL_FILE_POINTER, &file);
+    if (result != SQLITE_OK || file == nullptr || file->pMethods == nullptr)
+        return SQLITE_CANTOPEN;
+    sqlite3_int64 bytesInFile = 0;
+    result = file->pMethods->xFileSize(file, &bytesInFile);
+    size = bytesInFile;
+    if (result != SQLITE_OK)
+        return result;
+    result = file->pMethods->xRead(file, bytes, count, 0);
+    return result == SQLITE_IOERR_SHORT_READ ? SQLITE_OK : result;
+}
+
+int SqliteDatabase::run(const char* sql) {
+    return sqlite3_exec(connection_.get(), sql, nullptr, nullptr, nullptr);
+}
+
+SqliteStatement SqliteDatabase::prepare(const char* sql) {
+    sqlite3_stmt* statement = nullptr;
+    sqlite3_prepare_v3(connection_.get(), sql, -1, SQLITE_PREPARE_PERSISTENT, &statement, nullptr);
+    SqliteStatement prepared;
+    prepared.statement_.reset(statement);
+    return prepared;
+}
+
+std::int64_t SqliteDatabase::number(const char* sql, std::int64_t otherwise) {
+    SqliteStatement query = prepare(sql);
+    return query && query.step() == SQLITE_ROW ? query.column(0) : otherwise;
+}
+
+std::string SqliteDatabase::text(const char* sql) {
+    SqliteStatement query = prepare(sql);
+    if (!query || query.step() != SQLITE_ROW)
+        return {};
+    const unsigned char* first = sqlite3_column_text(query.statement_.get(), 0);
+    return first == nullptr ? std::string() : std::string(reinterpret_cast<const char*>(first));
+}
+
+std::string SqliteDatabase::lastError() const {
+    return connection_ == nullptr ? "out of memory" : sqlite3_errmsg(connection_.get());
+}
+
+bool SqliteDatabase::lastResultIsDamage() const {
+    const int result = sqlite3_errcode(connection_.get()) & primaryResult;
+    return result == SQLITE_CORRUPT || result == SQLITE_NOTADB;
+}
+
+bool SqliteDatabase::hasMoved() {
+    int moved = 0;
+    sqlite3_file_control(connection_.get(), "main", SQLITE_FCNTL_HAS_MOVED, &moved);
+    return moved != 0;
+}
+
+}  // namespace rdbopen

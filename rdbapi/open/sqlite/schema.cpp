@@ -1,0 +1,158 @@
+#include "sqlite/schema.h"
+
+#include <algorithm>
+#include <cstring>
+#include <fstream>
+
+namespace rdbopen {
+
+namespace {
+
+constexpr int headerSize = 100;
+constexpr std::size_t writeFormatAt = 18;
+constexpr std::size_t readFormatAt = 19;
+constexpr char formatWithLog = 2;
+constexpr std::size_t pageSizeAt = 16;
+constexpr std::int64_t pageSizeCode = 1;  // stands for the largest size, which two bytes cannot hold
+constexpr std::int64_t largestPage = 65536;
+constexpr std::size_t changesAt = 24;
+constexpr std::size_t pageCountAt = 28;
+constexpr std::size_t changesAtCountAt = 92;
+constexpr std::size_t userVersionAt = 60;
+constexpr std::size_t applicationIdAt = 68;
+constexpr std::int64_t marksEnd = 72;
+constexpr char magic[16] = "SQLite format 3";
+
+//  The beginning of a journal (section 3 of the same page): magic bytes, and the pages that the database had before.
+constexpr int journalHeaderSize = 28;
+constexpr std::size_t pagesBeforeAt = 16;
+constexpr unsigned char journalMagic[8] = {0xd9, 0xd5, 0x05, 0xf9, 0x20, 0xa1, 0x63, 0xd7};
+
+//  Times are milliseconds since 1970-01-01 UTC; the views show them as ISO 8601 texts.
+constexpr const char* schema = R"sql(
+CREATE TABLE tag (
+    id          INTEGER PRIMARY KEY,
+    name        TEXT NOT NULL UNIQUE,
+    class       INTEGER NOT NULL,
+    type        INTEGER NOT NULL,
+    importflag  INTEGER NOT NULL,
+    imported_ms INTEGER NOT NULL
+);
+CREATE TABLE snapshot (
+    tag     INTEGER PRIMARY KEY REFERENCES tag(id),
+    time_ms INTEGER NOT NULL,
+    type    INTEGER NOT NULL,
+    value   TEXT NOT NULL
+);
+CREATE TABLE history (
+    id      INTEGER PRIMARY KEY,
+    tag     INTEGER NOT NULL REFERENCES tag(id),
+    time_ms INTEGER NOT NULL,
+    type    INTEGER NOT NULL,
+    value   TEXT NOT NULL
+);
+CREATE INDEX history_of_tag ON history(tag, id);
+CREATE TABLE service (
+    one       INTEGER PRIMARY KEY CHECK (one = 1),
+    opened_ms INTEGER NOT NULL
+);
+CREATE VIEW current_values AS
+    SELECT name, strftime('%Y-%m-%dT%H:%M:%fZ', time_ms / 1000.0, 'unixepoch') AS time, value
+    FROM snapshot JOIN tag ON tag.id = snapshot.tag;
+CREATE VIEW past_values AS
+    SELECT name, strftime('%Y-%m-%dT%H:%M:%fZ', time_ms / 1000.0, 'unixepoch') AS time, value
+    FROM history JOIN tag ON tag.id = history.tag ORDER BY history.id;
+)sql";
+
+std::int64_t bigEndian32(const unsigned char* first) {
+    return std::int64_t{first[0]} << 24 | first[1] << 16 | first[2] << 8 | first[3];
+}
+
+//  True when SQLite will make the file at path empty, because its first transaction did not end. A journal of SQLite that
+//  begins with no page says so, whoever wrote it.
+bool isRolledBackToNothing(const std::string& path) {
+    char bytes[journalHeaderSize]{};
+    std::ifstream journal(path + "-journal", std::ios::binary);
+    if (!journal.read(bytes, sizeof bytes))
+        return false;
+    const auto* header = reinterpret_cast<const unsigned char*>(bytes);
+    return std::memcmp(header, journalMagic, sizeof journalMagic) == 0 && bigEndian32(header + pagesBeforeAt) == 0;
+}
+
+bool isBlank(const unsigned char* first, std::size_t size) {
+    return std::all_of(first, first + size, [](unsigned char byte) { return byte == 0; });
+}
+
+bool makeTables(SqliteDatabase& database) {
+    const std::string marks = "PRAGMA application_id = " + std::to_string(sqliteApplicationId) +
+                              "; PRAGMA user_version = " + std::to_string(sqliteSchemaVersion);
+    return database.run(schema) == SQLITE_OK && database.run(marks.c_str()) == SQLITE_OK;
+}
+
+}  // namespace
+
+std::string sqliteFileRefusal(SqliteDatabase& database, const std::string& path) {
+    unsigned char header[headerSize]{};
+    std::int64_t size = 0;
+    if (database.readFirstBytes(header, headerSize, size) != SQLITE_OK)
+        return "cannot be read as a regular file";
+    //  SQLite calls a file of one byte empty, too.
+    if (size == 0 && header[0] == 0)
+        return {};
+    //  The first page is one of those that had not reached the disk.
+    if (isBlank(header, headerSize) && isRolledBackToNothing(path))
+        return {};
+    if (size < marksEnd || std::memcmp(header, magic, sizeof magic) != 0)
+        return "the file is not a database";
+    if (bigEndian32(header + applicationIdAt) != sqliteApplicationId)
+        return "the file is a database of another program";
+    if (bigEndian32(header + userVersionAt) != sqliteSchemaVersion)
+        return "the file is a database of another version of this program";
+    return {};
+}
+
+bool sqliteBytesMissing(SqliteDatabase& database) {
+    unsigned char header[headerSize]{};
+    std::int64_t size = 0;
+    if (database.readFirstBytes(header, headerSize, size) != SQLITE_OK || size == 0)
+        return false;
+    if (size < headerSize)
+        return true;
+    const std::int64_t code = header[pageSizeAt] << 8 | header[pageSizeAt + 1];
+    const std::int64_t pageSize = code == pageSizeCode ? largestPage : code;
+    const bool trusted = bigEndian32(header + changesAt) == bigEndian32(header + changesAtCountAt);
+    return trusted && size < pageSize * bigEndian32(header + pageCountAt);
+}
+
+std::string makeSqliteSchema(SqliteDatabase& database) {
+    //  The lock is taken before the look, so that of two services that start together one makes the tables.
+    if (database.run("BEGIN IMMEDIATE") != SQLITE_OK)
+        return "cannot be written: " + database.lastError();
+    const std::int64_t id = database.number("PRAGMA application_id", -1);
+    const std::int64_t objects = database.number("SELECT count(*) FROM sqlite_schema", -1);
+    if (id < 0 || objects < 0)
+        return "cannot be read: " + database.lastError();
+    std::string reason;
+    if (id == 0 && objects == 0) {
+        if (!makeTables(database) || database.run("COMMIT") != SQLITE_OK)
+            reason = "its tables cannot be made: " + database.lastError();
+    } else if (id != sqliteApplicationId) {
+        reason = "the file is a database of another program";
+    }
+    if (database.inTransaction())
+        database.run("ROLLBACK");
+    return reason;
+}
+
+//  A database in memory has no log; the two format bytes are all by which a file is told to have one.
+std::string newSqliteDatabase() {
+    SqliteDatabase database;
+    if (database.open(":memory:") != SQLITE_OK || !makeTables(database))
+        return {};
+    std::string bytes = database.bytes();
+    if (bytes.size() >= headerSize)
+        bytes[writeFormatAt] = bytes[readFormatAt] = formatWithLog;
+    return bytes;
+}
+
+}  // namespace rdbopen
