@@ -1,4 +1,4 @@
-"""The table on the terminal and docs/measured.md."""
+"""The table on the terminal and docs/maintainer/measured.md."""
 
 import datetime
 import os

@@ -1,4 +1,4 @@
-"""Draws docs/*.svg with gnuplot from the figures of a run."""
+"""Draws docs/maintainer/*.svg with gnuplot from the figures of a run."""
 
 import shutil
 import subprocess

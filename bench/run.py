@@ -1,4 +1,4 @@
-"""run.py BUILD [TOPIC...]: measures all topics, prints the table, writes docs/measured.md and draws its plots.
+"""run.py BUILD [TOPIC...]: measures all topics, prints the table, writes docs/maintainer/measured.md and draws its plots.
 
 With topics named, those alone are measured and nothing is written.
 """
@@ -42,10 +42,10 @@ def main():
     page.print_table([row for result in results for row in result.rows])
     if len(chosen) < len(TOPICS):
         return
-    docs = Path(__file__).resolve().parent.parent / "docs"
+    docs = Path(__file__).resolve().parent.parent / "docs/maintainer"
     drawn = [plots.draw(name, lines, docs) for result in results for name, lines in result.plots.items()]
     page.write(results, TOPICS, [name for name in drawn if name], docs)
-    print("docs/measured.md is written")
+    print("docs/maintainer/measured.md is written")
 
 
 main()

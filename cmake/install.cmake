@@ -49,9 +49,8 @@ install(FILES ${packaging}/system/addrpubd.tmpfiles DESTINATION lib/tmpfiles.d R
 install(FILES ${configured}/man/addrpubd.8 DESTINATION ${CMAKE_INSTALL_MANDIR}/man8)
 install(FILES ${configured}/man/addrpubd.ini.5 DESTINATION ${CMAKE_INSTALL_MANDIR}/man5)
 
-#  The pages for whoever runs the service. Those on how it was measured and tested are for its maintainers.
-install(DIRECTORY ${PROJECT_SOURCE_DIR}/docs/ DESTINATION ${CMAKE_INSTALL_DOCDIR}
-    FILES_MATCHING PATTERN backend*.md PATTERN operations.md PATTERN scale.md PATTERN wire-formats.md PATTERN *.ini)
+#  The pages for users of the service. Those of docs/maintainer are not installed.
+install(DIRECTORY ${PROJECT_SOURCE_DIR}/docs/user/ DESTINATION ${CMAKE_INSTALL_DOCDIR})
 install(FILES ${packaging}/system/credentials.conf DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples)
 
 if(TARGET addrpubd-check)

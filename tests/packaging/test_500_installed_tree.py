@@ -17,25 +17,13 @@ FOLDER = "drwxr-xr-x"
 #  The file of a link or a picture; one to elsewhere has a scheme.
 LINK = re.compile(r"\]\((?!\w+:)([^)#]+)")
 
-
-#  The pages for whoever runs the service. All others in docs/ are for maintainers.
-PAGES = [
-    "backends.md",
-    "backend-dns.md",
-    "backend-hosts.md",
-    "backend-log.md",
-    "backend-redis.md",
-    "backend-sqlite.md",
-    "operations.md",
-    "scale.md",
-    "wire-formats.md",
-]
+#  Every page of this folder is installed, and no other.
+USER = SOURCE / "docs/user"
 
 
 def below_prefix():
     """Names below the prefix."""
-    examples = [f"examples/{page.name}" for page in (SOURCE / "docs/examples").iterdir()]
-    documents = {f"share/doc/addrpubd/{name}": FILE for name in PAGES + examples}
+    documents = {f"share/doc/addrpubd/{page.relative_to(USER)}": FILE for page in USER.rglob("*") if page.is_file()}
     return documents | {
         "lib/addrpubd/addrpubd": PROGRAM,
         "lib/addrpubd/librdbapix64.so": FILE,

@@ -19,14 +19,14 @@ _DONE = 3  # NLMSG_DONE
 _DUMP = 0x300  # NLM_F_DUMP
 _CREATE_NEW = 0x400 | 0x200
 _IFADDRMSG = struct.Struct("=BBBBI")
-VALUE_LIMIT = 999  # bytes of a value in the database, docs/wire-formats.md
+VALUE_LIMIT = 999  # bytes of a value in the database, docs/user/wire-formats.md
 
 _LEFT_OUT = [ipaddress.ip_network(text) for text in ("::1/128", "ff00::/8", "fe80::/9", "::ffff:0:0/96")]
 _COMPATIBLE = ipaddress.ip_network("::/96")
 
 
 def publishable(text):
-    """Whether the service publishes it (docs/operations.md). The unspecified address is no IPv4-compatible one."""
+    """Whether the service publishes it (docs/user/operations.md). The unspecified address is no IPv4-compatible one."""
     address = ipaddress.ip_address(text)
     if any(address in network for network in _LEFT_OUT):
         return False

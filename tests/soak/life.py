@@ -19,7 +19,7 @@ from service import Service
 from troubles import FOUND_AGAIN, Troubles, fill
 from witness import Witness
 
-#  A cycle begins at most 10.1 s after the one before it (docs/operations.md); the rest is what the machine may take.
+#  A cycle begins at most 10.1 s after the one before it (docs/user/operations.md); the rest is what the machine may take.
 LATE = 10.9
 LOOK = 0.05  # seconds between two looks of the one who waits
 CALLS_END = 5.2  # seconds after which no call that a trouble delayed still runs

@@ -11,13 +11,13 @@ import threading
 import time
 from dataclasses import dataclass
 
-#  docs/operations.md: the library finds a server again at most so long after it is back. In seconds.
+#  docs/user/operations.md: the library finds a server again at most so long after it is back. In seconds.
 FOUND_AGAIN = 60.0
 KINDS = ("lock", "full", "restart")
 #  A call that began before the end of a trouble may end with an error so much later: as long as the longest call.
 ERRORS_AFTER = 5.0
 
-#  The errors that a database or a hosts file that cannot be written explains: codes of docs/backends.md.
+#  The errors that a database or a hosts file that cannot be written explains: codes of docs/user/backends.md.
 _EXPLAINED = re.compile(
     r"rdb_(tagget|taginport|objputsnapshot) \S+ failed, errcode (1005|1008|1014)"
     r"|updateDomain errorcode 1005"

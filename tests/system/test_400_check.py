@@ -13,7 +13,7 @@ from host import BUILD
 
 PROGRAM = (BUILD / "addrpubd-check").resolve()
 TOP = Path(__file__).parents[2]
-SAMPLES = [TOP / "packaging/addrpubd.ini", *sorted((TOP / "docs/examples").glob("*.ini"))]
+SAMPLES = [TOP / "packaging/addrpubd.ini", *sorted((TOP / "docs/user/examples").glob("*.ini"))]
 GOOD = "hostname = h\nrdburl = log:\nrdbuser = u\nrdbpswd = hunter2\n"
 
 # What a client library with the back end of a scheme has in it: the name of the library behind it, or the scheme.

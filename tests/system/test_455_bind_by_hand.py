@@ -1,4 +1,4 @@
-"""What docs/operations.md tells to type at a name server, with BIND."""
+"""What docs/user/operations.md tells to type at a name server, with BIND."""
 
 import re
 import shutil
@@ -13,7 +13,7 @@ from dns_servers import HOST_KEY, NAME, Bind, secret  # noqa: E402
 
 __all__ = ["bed"]
 
-PAGE = Path(__file__).parents[2] / "docs/operations.md"
+PAGE = Path(__file__).parents[2] / "docs/user/operations.md"
 KEY = f'key "{HOST_KEY}" {{ algorithm hmac-sha256; secret "{secret(HOST_KEY)}"; }};\n'
 
 
