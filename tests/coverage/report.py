@@ -11,6 +11,10 @@ from pathlib import Path
 
 import counted
 
+sys.path.insert(1, str(Path(__file__).resolve().parents[1] / "support"))
+
+import page_figures  # noqa: E402
+
 ROOT = Path(__file__).resolve().parents[2]
 FOLDERS = ("service", "com/olklib3")
 LEAST_BRANCHES = 95.0  # per cent
@@ -62,21 +66,39 @@ def row(name, lines):
     return name, f"{run} of {len(lines)}", share(run, len(lines)), f"{taken} of {branches}", share(taken, branches)
 
 
-def print_table(files):
+def table_of(files):
+    """A row for each file, each folder and all, after the head."""
     rows = [("file", "lines", "", "branches", "")]
     rows += [row(name, files[name].values()) for name in sorted(files)]
     for folder in FOLDERS:
         inside = [line for name in files if name.startswith(folder + "/") for line in files[name].values()]
         rows.append(row(folder, inside))
     rows.append(row("all", [line for lines in files.values() for line in lines.values()]))
-    for name, *figures in rows:
-        print(f"{name:36}" + "".join(f"{figure:>14}" for figure in figures))
+    return rows
+
+
+def print_table(rows):
+    for name, *cells in rows:
+        print(f"{name:36}" + "".join(f"{cell:>14}" for cell in cells))
+
+
+def write_figures(rows):
+    """Into the page: the folders, and the files that have not run as a whole."""
+    head, *others = rows
+    page_figures.write("coverage", "scripts/coverage", page_figures.table([head, *(r for r in others if not whole(r))]))
+
+
+def whole(cells):
+    """Whether the row is that of a file of which every line and branch has run."""
+    return cells[0].count(".") and cells[2] == cells[4] == "100.0 %"
 
 
 def main(build, exceptions):
     files = counted.read(ROOT, build, FOLDERS, os.cpu_count())
     exempt = read_exceptions(exceptions)
-    print_table(files)
+    rows = table_of(files)
+    print_table(rows)
+    write_figures(rows)
     unnamed = []
     for name, number, text, what in missed(files):
         fitting = [one for one in exempt if (one.file, one.text, one.what) == (name, text, what)]

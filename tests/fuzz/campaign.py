@@ -2,8 +2,8 @@
 
 A target runs on its seeds in tests/fuzz/corpus and on what earlier campaigns kept in FOLDER/campaign/TARGET/corpus,
 where it keeps what is new. It ends early with its first find, which is stored beside its log. Prints a line for each
-running target every half minute and a table at the end, which also stands in FOLDER/campaign/table.txt. The status is 1
-when there is a find.
+running target every half minute and a table at the end, which is also in FOLDER/campaign/table.txt. A run of all targets
+for 600 s or longer also writes it into the page of figures. The status is 1 when there is a find.
 """
 
 import argparse
@@ -14,12 +14,18 @@ import sys
 import time
 from pathlib import Path
 
+sys.path.insert(1, str(Path(__file__).resolve().parents[1] / "support"))
+
+import page_figures  # noqa: E402
+
 HERE = Path(__file__).resolve().parent
 ROOT = HERE.parent.parent
 FINDS = ("crash-", "leak-", "timeout-", "oom-")
 PROGRESS_SECONDS = 30
+USUAL_SECONDS = 600
 COLUMNS = "{:<16}{:>9}{:>13}{:>9}{:>8}{:>8}{:>7}"
-HEADER = COLUMNS.format("target", "seconds", "executions", "exec/s", "edges", "corpus", "finds")
+NAMES = ("target", "seconds", "executions", "exec/s", "edges", "corpus", "finds")
+HEADER = COLUMNS.format(*NAMES)
 
 
 class Run:
@@ -56,7 +62,7 @@ class Run:
     def failed(self):
         return bool(self.finds()) or self.process.returncode != 0
 
-    def row(self):
+    def cells(self):
         """Executions, edges covered and corpus, as the log's last lines tell them."""
         text = self.log.read_text(errors="replace")
         seconds = self.seconds or round(time.monotonic() - self._begun)
@@ -66,7 +72,10 @@ class Run:
         executions = int(counted[-1]) if counted else 0
         edges, corpus = covered[-1] if covered else (0, 0)
         rate = executions // max(seconds, 1)
-        return COLUMNS.format(self.name, seconds, executions, rate, edges, corpus, len(self.finds()))
+        return self.name, seconds, executions, rate, edges, corpus, len(self.finds())
+
+    def row(self):
+        return COLUMNS.format(*self.cells())
 
 
 def campaign(names, build, seconds, jobs):
@@ -100,7 +109,7 @@ def main():
     parser.add_argument("--jobs", type=int, default=os.cpu_count(), help="targets at once (default: the cores)")
     chosen = parser.parse_args()
     targets = list(chosen.words)
-    seconds = int(targets.pop(0)) if targets and targets[0].isdigit() else 600
+    seconds = int(targets.pop(0)) if targets and targets[0].isdigit() else USUAL_SECONDS
     built = sorted(program.name.removesuffix("_fuzz") for program in (chosen.build / "tests").glob("*_fuzz"))
     unknown = sorted(set(targets) - set(built))
     if unknown or not built:
@@ -111,6 +120,8 @@ def main():
     table = "\n".join([HEADER, *(run.row() for run in runs)])
     (chosen.build / "campaign" / "table.txt").write_text(table + "\n")
     print(table)
+    if not targets and seconds >= USUAL_SECONDS:
+        page_figures.write("fuzz", "scripts/fuzz", page_figures.table([NAMES, *(run.cells() for run in runs)]))
     for run in runs:
         for find in run.finds():
             print(f"find: {chosen.build}/tests/{run.name}_fuzz {find}")

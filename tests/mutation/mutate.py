@@ -16,6 +16,9 @@ from concurrent.futures import ThreadPoolExecutor
 from fnmatch import fnmatch
 from pathlib import Path
 
+sys.path.insert(1, str(Path(__file__).resolve().parents[1] / "support"))
+
+import page_figures  # noqa: E402
 import runs
 from mutants import KINDS, mutants_of
 from programs import Base, DoesNotCompile, Worker
@@ -192,6 +195,26 @@ def unborne(tree, explained, files):
             yield f"no such mutant: {key}"
 
 
+def write_figures(results, every):
+    """Into the page: what became of each mutant, when every mutant of the sources has an outcome."""
+    last = last_outcomes(results)
+    if any(mutant.key not in last for mutant in every):
+        return
+    counts = Counter((Path(mutant.file).parts[0], mutant.kind, last[mutant.key]) for mutant in every)
+    rows = [("", "mutants", "killed", "does not compile", "explained", "open")]
+    for part, kind in dict.fromkeys((Path(mutant.file).parts[0], mutant.kind) for mutant in every):
+        rows.append((f"{part}, {kind}s", *by_outcome(counts, lambda key, of=(part, kind): key[:2] == of)))
+    rows.append(("all", *by_outcome(counts, lambda _: True)))
+    page_figures.write("mutation", "scripts/mutate", page_figures.table(rows))
+
+
+def by_outcome(counts, belongs):
+    """The sum, then a figure for each outcome, of the counts whose key belongs there."""
+    outcomes = ("killed", "does not compile", "explained", "survived")
+    figures = [sum(n for key, n in counts.items() if key[2] == name and belongs(key)) for name in outcomes]
+    return sum(figures), *figures
+
+
 def try_all(mutants, judge, report, explained, workers):
     """Judges all mutants, each on one of the workers."""
     idle = queue.SimpleQueue()
@@ -237,6 +260,8 @@ def main():
     try_all(mutants, Judge(base, covering, not options.no_system), report, explained, workers)
     report.close()
     shutil.rmtree(place, ignore_errors=True)
+    if not (options.filter or options.kind or options.only or options.number):
+        write_figures(results, chosen(base.tree, covering, options))
     sys.exit(1 if report.open or report.stale else 0)
 
 

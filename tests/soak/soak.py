@@ -16,12 +16,14 @@ from pathlib import Path
 
 sys.path.insert(1, str(Path(__file__).parents[1] / "support"))
 
+import page_figures  # noqa: E402
 from life import Life  # noqa: E402
 
 SEED = 20251121
 SMALL = "12m"  # of the file system that is filled
 LINES = 30.0  # seconds between two lines of progress
 ENOUGH_CHANGES = 5000 / 30  # a minute
+WHOLE = 1800.0  # seconds; a shorter trial leaves the figures of the page as they are
 
 
 def progress(elapsed, lives):
@@ -79,12 +81,14 @@ def table_of(life):
     ]
 
 
-def show(tables):
-    print(f"\n| {'':50} | {'steady':>20} | {'restless':>20} |\n| :{'-' * 49} | {'-' * 19}: | {'-' * 19}: |")
+def joined(tables):
+    """The figures of both lives, side by side."""
+    lines = [f"| {'':50} | {'steady':>20} | {'restless':>20} |", f"| :{'-' * 49} | {'-' * 19}: | {'-' * 19}: |"]
     names = list(dict.fromkeys(name for table in tables for name, _ in table))
     for name in names:
         cells = [str(dict(table).get(name, "")) for table in tables]
-        print(f"| {name:50} | {cells[0]:>20} | {cells[1]:>20} |")
+        lines.append(f"| {name:50} | {cells[0]:>20} | {cells[1]:>20} |")
+    return "\n".join(lines)
 
 
 @contextlib.contextmanager
@@ -129,10 +133,12 @@ def main():
     complaints = [complaint for life in lives for complaint in life.complaints]
     if changes < ENOUGH_CHANGES * seconds / 60:
         complaints.append(f"only {changes} changes")
-    show(tables)
-    print(f"\n{took:.0f} s, {changes} changes, {len(complaints)} complaints")
+    summary = f"{took:.0f} s, {changes} changes, {len(complaints)} complaints"
+    print(f"\n{joined(tables)}\n\n{summary}")
     for complaint in complaints:
         print("  !", complaint)
+    if seconds >= WHOLE:
+        page_figures.write("soak", "scripts/soak", f"{joined(tables)}\n\n{summary}")
     return 1 if complaints else 0
 
 

@@ -1,7 +1,8 @@
 """Prints what the runs of scripts/surroundings have come to: a table, the tests that failed, and those that were skipped.
 
-    tally.py FOLDER NAME...     FOLDER has for each name: ctest's NAME.xml, the system tests' NAME.tally (surroundings.py
-                                writes it) and NAME.seconds
+    tally.py FOLDER NAME...     FOLDER has for each name: ctest's NAME.xml, NAME.tally of the system tests (written by
+                                surroundings.py) and NAME.seconds. With all five names the table also goes into the page of
+                                figures.
 """
 
 import collections
@@ -11,6 +12,10 @@ import sys
 import xml.etree.ElementTree
 from pathlib import Path
 
+import page_figures
+
+ALL = ("kolkata", "new_york", "decimal_comma", "umask_077", "valgrind")
+HEAD = ("surrounding", "tests", "failed", "skipped", "seconds")
 FAILURES = ("failed", "error")
 WIDTHS = (16, 7, 7, 8, 8)
 
@@ -53,18 +58,20 @@ def row(*cells):
 
 def main():
     folder, names = Path(sys.argv[1]), sys.argv[2:]
-    rows, details = [row("surrounding", "tests", "failed", "skipped", "seconds")], []
+    rows, details = [HEAD], []
     for name in names:
         found, processes = outcomes(folder, name)
         counts = collections.Counter(outcome for _, outcome, _ in found)
         failed = [test for test, outcome, _ in found if outcome in FAILURES]
         seconds = (folder / f"{name}.seconds").read_text().strip()
-        rows.append(row(name, len(found), len(failed), counts["skipped"], seconds))
+        rows.append((name, len(found), len(failed), counts["skipped"], seconds))
         details += [f"{name}: failed: {test}" for test in failed]
         details += [f"{name}: skipped: {test} {reason}".rstrip() for test, outcome, reason in found if outcome == "skipped"]
         if processes:
             details.append(f"{name}: {processes} processes of system tests ran under memcheck")
-    print("\n".join(details + rows))
+    print("\n".join(details + [row(*cells) for cells in rows]))
+    if set(ALL) <= set(names):
+        page_figures.write("surroundings", "scripts/surroundings", page_figures.table(rows))
 
 
 main()
