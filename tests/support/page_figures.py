@@ -26,4 +26,3 @@ def write(name, command, text, page=PAGE):
     if found != 1:
         raise ValueError(f"{page} has {found} blocks {name}, not one")
     page.write_text(new, encoding="utf-8")
-    print(f"figures written: block {name} of {page.name}")
