@@ -17,7 +17,7 @@ KINDS = ("lock", "full", "restart")
 #  A call that began before the end of a trouble may end with an error so much later: as long as the longest call.
 ERRORS_AFTER = 5.0
 
-#  The errors that a database or a hosts file that cannot be written explains: codes of docs/user/backends.md.
+#  The errors that a database or a hosts file that cannot be written explains: docs/user/codes.md.
 _EXPLAINED = re.compile(
     r"rdb_(tagget|taginport|objputsnapshot) \S+ failed, errcode (1005|1008|1014)"
     r"|updateDomain errorcode 1005"
