@@ -8,17 +8,17 @@ addrpubd_unit_test(olk_url_test
         url_table.cpp
         olk_resolve_test.cpp
         olk_url_test.cpp
-        olk_url_model_test.cpp
+    APART olk_url_model_test.cpp
     LIBS olklib3
     WRAP ${resolver_calls})
 target_compile_definitions(olk_url_test PRIVATE TEST_DATA="${PROJECT_SOURCE_DIR}/tests/data")
 
 addrpubd_unit_test(olk_udplog_test
     SOURCES
-        fake_resolver.cpp
         fake_sockets.cpp
         olk_udplog_test.cpp
         olk_udplog_open_test.cpp
+    APART fake_resolver.cpp
     LIBS olklib3
     WRAP ${resolver_calls} socket setsockopt fcntl sendto shutdown close inet_pton snprintf
         malloc _Znwm _ZN3olk9allocator7malloc_EmPm)

@@ -5,20 +5,18 @@ addrpubd_unit_test(olk_alloctor_test
         mapping_spy.cpp
         olk_spinlock_test.cpp
         olk_mapping_test.cpp
-        olk_objalloctor_test.cpp
         olk_objalloctor_model_test.cpp
         olk_blk_alloctor_test.cpp
         olk_blk_release_test.cpp
         olk_blk_model_test.cpp
         olk_allocator_test.cpp
-        olk_allocator_build_test.cpp
         olk_allocator_table_test.cpp
         olk_allocator_limit_test.cpp
-        olk_allocator_model_test.cpp
         olk_allocator_threads_test.cpp
         olk_allocator_exit_test.cpp
         olk_valid_test.cpp
         olk_vector_test.cpp
+    APART olk_objalloctor_test.cpp olk_allocator_build_test.cpp olk_allocator_model_test.cpp
     LIBS olklib3
     WRAP mmap munmap sysconf
         pthread_spin_init pthread_spin_destroy pthread_spin_lock pthread_spin_unlock)

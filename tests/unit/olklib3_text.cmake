@@ -9,8 +9,8 @@ addrpubd_unit_test(olk_string_test
         olk_string_model_test.cpp
         olk_string_spare_test.cpp
         olk_read_until_test.cpp
-        olk_words_test.cpp
         rdbapi_test.cpp
+    APART olk_words_test.cpp
     LIBS olklib3 rdbapi_interface
     WRAP mmap munmap sysconf
         pthread_spin_init pthread_spin_destroy pthread_spin_lock pthread_spin_unlock)
