@@ -13,24 +13,24 @@ constexpr uint64_t objheap_page_bytes = 524288;
 constexpr uint64_t objheap_largest = 56;
 constexpr size_t big_header_size = 16;
 
-//  Deliberate: some sizes fit no series. A rounder one would change which class serves a request, and what it costs.
+//  Deliberate: some sizes fit no series. A rounder size would change which class serves a request, and its cost.
 constexpr uint32_t sizes_to_1424[] = {16, 32, 64, 96, 128, 256, 384, 512, 640, 800, 1024, 1424};
 constexpr uint32_t sizes_to_64k[] = {2048, 3072, 5120, 8192, 12288, 16384, 20480, 24576, 32768, 49152, 65536};
 constexpr uint32_t sizes_to_640k[] = {131072, 262144, 409600, 655360};
 constexpr uint32_t sizes_to_4m[] = {1048576, 2097152, 4194304, 8388608};
 
-//  A run of classes made by one rule. A heap holds heapbytes / size blocks, or two when heapbytes is 0. The run ends at
-//  the first size with fewest blocks or fewer to a heap, and at the first size above largest: that is how 8388608 is
-//  listed and never made.
+//  A list of sizes with common parameters. A heap holds heapbytes / size blocks, or two if heapbytes is 0. The list
+//  ends before the first size with at most min_blocks blocks per heap, and before the first size above largest. So 8388608
+//  is listed, but has no class.
 struct size_list {
     std::span<const uint32_t> sizes;
     uint32_t heapbytes;
-    uint32_t fewest;
+    uint32_t min_blocks;
     uint32_t largest;
-    size_t prealloc;  // so many classes from the start get their first heap at once
+    size_t prealloc;  // number of classes, from the first, whose first heap is created at once
 };
 
-//  Filled by the compiler: the allocator is built before any initialiser of this file runs.
+//  Initialised at compile time: the allocator is constructed before any initialiser of this file runs.
 constexpr size_list size_lists[] = {
     {sizes_to_1424, 1048576, 3, UINT32_MAX, 3},
     {sizes_to_64k, 2097152, 3, UINT32_MAX, 0},
@@ -42,7 +42,7 @@ void add_classes(allocator& target, const size_list& list) {
     for (size_t i = 0; i < list.sizes.size() && target.classcount < allocator::max_classes; ++i) {
         const uint32_t size = list.sizes[i];
         const uint32_t blocks = list.heapbytes == 0 ? 2 : list.heapbytes / size;
-        if (blocks <= list.fewest || size > list.largest)
+        if (blocks <= list.min_blocks || size > list.largest)
             return;
         target.add_class_(size, blocks, i < list.prealloc);
     }
@@ -50,8 +50,8 @@ void add_classes(allocator& target, const size_list& list) {
 
 }  // namespace
 
-//  101 is the first priority that a program may use: these two are built before every object without a priority, in
-//  whatever order the program is linked, and so destroyed after them.
+//  101 is the lowest priority number that a program may use: these two are constructed before all objects without a
+//  priority, in any link order, and so destroyed after them.
 __attribute__((init_priority(101))) glibc_noarena_ g_olk_glibc_noarena;
 __attribute__((init_priority(101))) olk_allocator_ g_olk_allocator;
 

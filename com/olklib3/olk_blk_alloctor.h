@@ -1,5 +1,5 @@
-//  One size class of the pooled allocator: a list of heaps. Each heap is a mapping of its own, divided into blocks of
-//  the class's size.
+//  One size class of the pooled allocator: a list of heaps. Each heap is a separate mapping, divided into blocks of the
+//  same size.
 //
 //      base                                                    base + maplen
 //      | hdr | block 0 | hdr | block 1 | ... | never used ... |
@@ -8,15 +8,15 @@
 //        +--> blk_heap --owner--> blk_alloctor    its heap in one load; stride = blksize + 8
 //
 //      heaps --> head heap --> second --> ... --> null
-//                   |             +-- new heaps go here, and heaps that gave a block and have more
-//                   +-- stays the head for the class's whole life and is never released
+//                   |             +-- new heaps are inserted here; a later heap moves here when it
+//                   +-- never moved or released         has served a block and has more
 //
 //  Invariants: (1) The class's freecount = sum of its heaps' freecounts. (2) A heap's freecount = length of its
-//  freelist + blkcount - bump. (3) Every node of a freelist is a block below bump of that heap, and its header names
-//  that heap. (4) heapcount = length of the list. (5) Every heap behind the head holds exactly blkperheap blocks.
+//  freelist + blkcount - bump. (3) Every node of a freelist is a block below that heap's bump, and its header points to
+//  that heap. (4) heapcount = length of the list. (5) Every heap after the head has exactly blkperheap blocks.
 //
-//  Threads: any thread may call malloc_ and free_. A lock of the class covers its list and every heap in it. The object
-//  heap's lock is taken inside it.
+//  Threads: any thread may call malloc_ and free_. The lock of the class protects its list and all its heaps. While it
+//  is held, the lock of the object heap may be taken.
 #ifndef OLK_BLK_ALLOCTOR_H
 #define OLK_BLK_ALLOCTOR_H
 
@@ -26,43 +26,45 @@
 
 namespace olk {
 
-//  Bytes in front of every user address.
+//  Bytes before every user address.
 constexpr size_t blk_header_size = 8;
 
 struct blk_heap;
 
-//  LOCK: spinlock, the only one whose classes a heap record can name.
+//  LOCK must be spinlock: blk_heap::owner has that type.
 template <class LOCK>
 struct blk_alloctor : memheap_ {
-    blk_heap* heaps;      // the head of the list; null while there is no heap
+    blk_heap* heaps;      // the head of the list; null without a heap
     int32_t heapcount;    // heaps in the list
-    uint32_t freecount;   // free blocks over all heaps: never used and freed
+    uint32_t freecount;   // free blocks of all heaps: never used or freed
     uint32_t blksize;     // bytes per block, a multiple of 8
-    uint32_t blkperheap;  // blocks of every heap but a first one, which is kept small
-    LOCK lock;            // guards everything above and all heaps
+    uint32_t blkperheap;  // blocks of each heap after the head; the head may have fewer
+    LOCK lock;            // protects all members above and all heaps
 
-    //  Makes a class without a heap. size is rounded up to a multiple of 8. Requires: 1 <= size <= 2^32 - 8 and
-    //  per_heap > 0.
+    //  Creates a class without a heap. Rounds size up to a multiple of 8. Requires: 1 <= size <= 2^32 - 8, and per_heap
+    //  > 0.
     blk_alloctor(uint32_t size, uint32_t per_heap);
-    //  Unmaps every heap, whatever is still in use.
+    //  Unmaps all heaps, even if blocks are in use.
     ~blk_alloctor();
     blk_alloctor(const blk_alloctor&) = delete;
     blk_alloctor& operator=(const blk_alloctor&) = delete;
 
-    //  Takes one block. Stores blksize through outsize unless that is null. Returns null, and changes nothing, when a
-    //  heap is needed and cannot be had. Aborts when the free counts are broken.
+    //  Allocates one block. Stores blksize in *outsize unless outsize is null. Returns null, and changes nothing, when
+    //  a new heap is needed and memory is exhausted. Aborts when the free counts are wrong.
     void* malloc_(size_t* outsize);
 
-    //  Gives a block back. Requires: p came from malloc_ of this class and heap is the heap that its header names.
+    //  Frees a block. Requires: p came from malloc_ of this class, and the header of p points to heap.
     void free_(blk_heap* heap, void* p);
 
-    //  Makes the head heap of count blocks. Requires: the class has none. Returns false when it cannot be had.
+    //  Creates the head heap with count blocks. Requires: the class has no heap. Returns false when memory is
+    //  exhausted.
     bool add_first_heap_(uint32_t count);
 
-    //  Returns how many blocks a first heap gets: blkperheap, but no more than fit 32 KiB, and no fewer than 16 for it.
+    //  Returns the number of blocks of a first heap: per_heap, but at most the larger of 16 and the number that fits 32
+    //  KiB.
     static uint32_t first_heap_count(uint32_t size, uint32_t per_heap);
 
-    //  True when all invariants hold. Takes the lock.
+    //  Returns true if all invariants hold. Takes the lock.
     bool valid();
 
 private:
@@ -73,37 +75,37 @@ private:
     bool valid_();
 };
 
-//  The control record of one heap. It lives in the object heap, not in the heap's own mapping.
+//  The record of one heap. It is allocated from the object heap, not from the heap's own mapping.
 struct blk_heap {
     uint32_t freecount;             // free blocks in this heap
     uint32_t blkcount;              // blocks in this heap
     uint32_t blksize;               // bytes per block, as in the class
-    uint32_t bump;                  // blocks carved so far; the never-used ones begin after them
+    uint32_t bump;                  // blocks carved so far; blocks from here on were never used
     uint64_t maplen;                // bytes of the mapping
     char* base;                     // start of the mapping
-    void* freelist;                 // freed blocks (user addresses), linked through their first words; null when none
+    void* freelist;                 // freed blocks (user addresses), linked through their first words; null if none
     blk_alloctor<spinlock>* owner;  // the class
-    blk_heap* next;                 // null at the end
+    blk_heap* next;                 // null in the last heap
 
-    //  Returns the heap that the block at user address p belongs to; null for a big block.
+    //  Returns the heap of the block at user address p; null for a big block.
     static blk_heap* of(const void* p) { return load_word<blk_heap*>(at(p, -ptrdiff_t{blk_header_size})); }
 
-    //  Takes a freed block, else a never-used one. Returns null when the heap is full.
+    //  Takes a freed block, else a block that was never used. Returns null when the heap is full.
     void* take();
-    //  Takes the first never-used block. Requires: bump < blkcount.
+    //  Takes the first block that was never used. Requires: bump < blkcount.
     void* carve();
     bool wholly_free() const { return freecount == blkcount; }
-    //  True when the heap agrees with itself (invariants 2 and 3).
+    //  Returns true if invariants 2 and 3 hold for this heap.
     bool valid() const;
-    //  Unmaps the heap and gives the record back.
+    //  Unmaps the heap and frees this record.
     void release();
 };
 
 static_assert(sizeof(blk_heap) == 56, "a heap record fills one slot of the object heap");
 static_assert(sizeof(blk_alloctor<spinlock>) <= 56, "a class record fits one slot of the object heap");
 
-//  Aborts with the report of a broken size class: a free count above zero, and no block to find. The place that it names
-//  is part of the service's diagnostics and stays the same wherever this code moves.
+//  Aborts and reports a broken size class: its free count is above zero, but no heap has a free block. The source
+//  position in the report is fixed text, part of the service's diagnostics: it stays the same if this code moves.
 [[noreturn]] inline void report_broken_class() {
     __assert_fail("pret != nullptr", "../com/olklib3/olk_alloctor", 597,
                   "void* olk::blk_alloctor<LOCK>::malloc_(size_t*) [with LOCK = olk::spinlock; size_t = long unsigned "
@@ -162,11 +164,11 @@ blk_alloctor<LOCK>::~blk_alloctor() {
 template <class LOCK>
 uint32_t blk_alloctor<LOCK>::first_heap_count(uint32_t size, uint32_t per_heap) {
     constexpr uint32_t small_heap_bytes = 32768;
-    constexpr uint32_t least = 16;
-    if (per_heap <= least || uint64_t{size} * per_heap <= small_heap_bytes)
+    constexpr uint32_t min_count = 16;
+    if (per_heap <= min_count || uint64_t{size} * per_heap <= small_heap_bytes)
         return per_heap;
     const uint32_t fitting = small_heap_bytes / size;
-    return fitting > least ? fitting : least;
+    return fitting > min_count ? fitting : min_count;
 }
 
 template <class LOCK>
@@ -220,8 +222,8 @@ void* blk_alloctor<LOCK>::take_() {
         if (p == nullptr)
             continue;
         --freecount;
-        //  A heap with blocks to give moves up to directly behind the head. The head keeps its place on purpose: it is
-        //  the one heap that is never released, and moving it would change which heap that is.
+        //  A heap that still has free blocks moves to the place after the head. The head itself never moves,
+        //  deliberately: it is the one heap that is never released.
         if (before != nullptr && before != heaps && heap->freecount != 0) {
             before->next = heap->next;
             heap->next = heaps->next;
@@ -235,7 +237,7 @@ void* blk_alloctor<LOCK>::take_() {
 template <class LOCK>
 void* blk_alloctor<LOCK>::malloc_(size_t* outsize) {
     scoped_lock_<LOCK> guard(&lock);
-    //  NOLINTNEXTLINE(clang-analyzer-core.NullDereference): it takes this for null, an entry of the table of classes
+    //  NOLINTNEXTLINE(clang-analyzer-core.NullDereference): clang-analyzer assumes that this may be null
     void* p = freecount == 0 ? grow_() : take_();
     OLK_WALK(valid_());
     if (p != nullptr && outsize != nullptr)
@@ -250,9 +252,9 @@ void blk_alloctor<LOCK>::free_(blk_heap* heap, void* p) {
     heap->freelist = p;
     ++heap->freecount;
     ++freecount;
-    //  Hysteresis: a class of up to three heaps releases none, and a heap that is the class's only free capacity stays,
-    //  so that a class that swings around a heap's boundary does not map and unmap at every call. Above that every
-    //  wholly free heap behind the head goes, so fewer than three may remain.
+    //  Hysteresis: a class of at most three heaps releases none, and neither does a class whose only free blocks are
+    //  those of this heap. Otherwise use that varies around the end of a heap would map and unmap at each call. When
+    //  the class does release, it releases all free heaps after the head, so fewer than three may remain.
     if (heapcount > 3 && heap->wholly_free() && heap != heaps && freecount != blkperheap)
         release_free_heaps_();
     OLK_WALK(valid_());
@@ -269,7 +271,7 @@ void blk_alloctor<LOCK>::release_free_heaps_() {
         before->next = heap->next;
         heap->release();
         --heapcount;
-        freecount -= blkperheap;  // equals the heap's own blkcount behind the head
+        freecount -= blkperheap;  // the blkcount of each heap after the head
     }
 }
 

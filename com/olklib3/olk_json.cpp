@@ -12,7 +12,7 @@ namespace olk {
 
 namespace {
 
-//  The character that follows the backslash, by the character to escape; 0 where none is needed.
+//  Table from a character to the character after its backslash; 0 if the character needs no escape.
 constexpr std::array<char, 256> make_escapes() {
     std::array<char, 256> table{};
     table['\b'] = 'b';
@@ -32,18 +32,18 @@ char escape_of(char c) {
     return escapes[static_cast<unsigned char>(c)];
 }
 
-//  The characters that are copied in one step, and what is found about them: vectors of the compiler's, on which an
-//  operator works on all elements at once.
+//  The characters that are copied in one step, and the result of testing them: compiler vector types, whose operators
+//  act on all 16 elements at once.
 constexpr size_t step = 16;
 using characters = unsigned char __attribute__((vector_size(step)));
-using findings = signed char __attribute__((vector_size(step)));
+using match_mask = signed char __attribute__((vector_size(step)));
 using halves = uint64_t __attribute__((vector_size(step)));
 
-//  Copies length characters in one piece, each step's and then the last step's, which may overlap. Returns false when one
-//  of them may need an escape: six of the eight that do are the double quote or lie below it, as no character of a host
-//  name or an address does. What was copied then counts for nothing. Requires: length >= step.
+//  Copies length characters in steps of 16; the last step may overlap the one before it. Returns false if a character
+//  may need an escape; the copy is then useless. The test covers slash, backslash and all characters up to the double
+//  quote, which include the other six escaped characters. Requires: length >= step.
 bool copy_plain(const char* text, size_t length, char* to) {
-    findings special = {};
+    match_mask special = {};
     const auto copy_step = [&](size_t i) {
         characters c;
         std::memcpy(&c, text + i, step);
@@ -58,22 +58,22 @@ bool copy_plain(const char* text, size_t length, char* to) {
     return (found[0] | found[1]) == 0;
 }
 
-//  Appends the digits of value, lowest first in a buffer filled from its end.
+//  Appends the digits of value, which are written into a buffer from its end, lowest digit first.
 void write_digits(uint64_t value, bool negative, string& out) {
-    constexpr size_t longest = 20;  // a sign and 19 digits, or 20 digits
-    char digits[longest];
-    char* first = digits + longest;
+    constexpr size_t max_digits = 20;  // a sign and 19 digits, or 20 digits
+    char digits[max_digits];
+    char* first = digits + max_digits;
     do {
         *--first = static_cast<char>('0' + value % 10);
         value /= 10;
     } while (value != 0);
     if (negative)
         *--first = '-';
-    out.append(first, static_cast<size_t>(digits + longest - first));
+    out.append(first, static_cast<size_t>(digits + max_digits - first));
 }
 
-//  Writes what writeString writes, whatever the text and the room in out. Kept out of its callers, whose path for an
-//  address then needs no stack.
+//  Does what writeString does, for any text and any room in out. Not inlined, so that the callers' fast path for an
+//  address needs no stack.
 __attribute__((noinline)) void write_piecewise(const char* text, size_t length, string& out) {
     out.push_back('"');
     if (!isJsonPlain(text, length)) {
@@ -85,7 +85,8 @@ __attribute__((noinline)) void write_piecewise(const char* text, size_t length, 
     out.push_back('"');
 }
 
-//  Puts text with its quotes to a place for length + 2 characters. Returns false when it may need an escape or is short.
+//  Writes text with its quotes to a buffer of length + 2 characters. Returns false if text may need an escape or is
+//  short.
 bool put_plain(const char* text, size_t length, char* to) {
     if (length < step || !copy_plain(text, length, to + 1))
         return false;
@@ -94,7 +95,7 @@ bool put_plain(const char* text, size_t length, char* to) {
     return true;
 }
 
-//  Appends lead and a string value: in one step where it fits, else by pieces, by which the buffer grows.
+//  Appends lead and a string value: in one step if it fits, else piece by piece, which makes the buffer grow.
 void write_element(char lead, const char* text, size_t length, string& out) {
     char* end = out.spare(length + 3);
     if (end == nullptr || !put_plain(text, length, end + 1)) {
@@ -113,7 +114,7 @@ void write_key_piecewise(uint32_t* members, const char* key, string& out) {
     out.append("\":", 2);
 }
 
-//  Likewise with a key, its two quotes, a colon and a comma.
+//  Appends a key with its quotes and colon, after a comma if needed: in one step if it fits, else piece by piece.
 void write_key(uint32_t* members, const char* key, string& out) {
     const size_t length = std::strlen(key);
     char* const end = out.spare(length + 4);
@@ -203,8 +204,8 @@ int writeIsoTime(int64_t milliseconds, string& out) {
     if (localtime_r(&seconds, &local) == nullptr)
         return 0;
 
-    constexpr int longest = 47;
-    char text[2 * (longest + 1)];
+    constexpr int max_length = 47;
+    char text[2 * (max_length + 1)];
     char* const end = text + sizeof text;
     char* next = text;
     next +=
@@ -220,7 +221,7 @@ int writeIsoTime(int64_t milliseconds, string& out) {
         next +=
             std::snprintf(next, static_cast<size_t>(end - next), "%c%02ld:00", hours < 0 ? '+' : '-', std::labs(hours));
 
-    if (next - text > longest)
+    if (next - text > max_length)
         return 0;
     out.append(text, static_cast<size_t>(next - text));
     return 1;

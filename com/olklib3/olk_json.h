@@ -1,5 +1,5 @@
-//  Writers of JSON text (RFC 8259) into a pooled string. There is no tree: each writer appends its piece at the text's
-//  end. The caller keeps a member counter, from which a writer sees whether its piece needs a comma in front.
+//  Writers of JSON text (RFC 8259) into a pooled string. Each writer appends its piece to the text; there is no tree.
+//  The caller keeps a counter of members, which tells a writer whether a comma must precede its piece.
 //
 //      uint32_t members = 0;
 //      out.push_back('{');
@@ -7,13 +7,13 @@
 //      writeStringArrayMember(&members, "ipv6s", list, out);  ,"ipv6s":["2001:db8::1"]
 //      out.push_back('}');                                    }
 //
-//  Eight characters are escaped, each by a backslash and one more character. Every other byte is copied as it is, other
-//  control characters and bytes of 128 and above included, although RFC 8259 section 7 wants the former escaped:
-//  receivers of these texts see exactly these bytes.
+//  Eight characters are escaped, each as a backslash and one character. All other bytes are copied unchanged, including
+//  the other control characters, which RFC 8259 section 7 requires to be escaped, and bytes above 127. This is
+//  deliberate: receivers expect exactly these bytes.
 //
-//  Without memory pieces of the text are missing and nothing is reported.
+//  When memory is exhausted, parts of the text are missing, without a report.
 //
-//  Threads: a writer touches nothing but its arguments; writeIsoTime also reads the process's time zone.
+//  Threads: a writer accesses only its arguments; writeIsoTime also reads the time zone of the process.
 #ifndef OLK_JSON_H
 #define OLK_JSON_H
 
@@ -22,35 +22,36 @@
 
 namespace olk {
 
-//  Appends c, escaped when it is one of the eight: backspace, tab, line feed, form feed, carriage return, double quote,
-//  slash, backslash.
+//  Appends c, escaped if it is a backspace, tab, line feed, form feed, carriage return, double quote, slash or
+//  backslash.
 void outJsonEsc(char c, string& out);
 
-//  Returns true when none of the length characters of text needs an escape.
+//  Returns true if none of the length characters of text needs an escape.
 bool isJsonPlain(const char* text, size_t length);
 
-//  Appends a string value with its double quotes. A text that needs no escape is appended in one piece.
+//  Appends a string value with its double quotes. A text without characters to escape is copied in one step.
 void writeString(const char* text, size_t length, string& out);
 
-//  Appends "," unless the member is its object's first one, and counts the member.
+//  Appends "," unless the member is the first of its object, and counts the member.
 void writeSeparator(uint32_t* members, string& out);
 
-//  Appends a member with a string value. An empty value writes nothing and leaves the counter alone. key is
+//  Appends a member with a string value. For an empty value it appends nothing and does not count. key is
 //  zero-terminated and is not escaped.
 void writeStringMember(uint32_t* members, const char* key, const string& value, string& out);
 
-//  Appends a member with an array of strings; an empty list gives [].
+//  Appends a member with an array of strings; an empty list becomes [].
 void writeStringArrayMember(uint32_t* members, const char* key, const vector_<string>& list, string& out);
 
-//  Appends value in decimal, with a leading "-" when it is negative.
+//  Appends value in decimal, with "-" if it is negative.
 void writeDecimal(int32_t value, string& out);
 void writeDecimal(uint32_t value, string& out);
 void writeDecimal(int64_t value, string& out);
 
-//  Appends a time, in milliseconds since the epoch, as local time in the form 2025-04-11T09:05:03.042+08:00, with the
-//  fraction left out when it is zero. The zone is the process's standard-time offset in whole hours, "Z" when that is
-//  zero: minutes are always 00, and daylight saving time moves the clock fields and not the zone; receivers rely on it.
-//  Returns 1, or 0 when the time has no local form or its text would pass 47 characters; then nothing is appended.
+//  Appends a time, given in milliseconds since the epoch, as local time of the form 2025-04-11T09:05:03.042+08:00. A
+//  fraction of zero is omitted. The zone is the standard-time offset of the process in whole hours, or "Z" for offset
+//  zero: minutes are always 00, and daylight saving time changes the clock fields but not the zone. Receivers rely on
+//  this. Returns 1, or 0 if the time has no local form or its text is longer than 47 characters; then it appends
+//  nothing.
 int writeIsoTime(int64_t milliseconds, string& out);
 
 }  // namespace olk

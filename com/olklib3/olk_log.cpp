@@ -16,7 +16,7 @@ struct level_row {
     const char* name;
 };
 
-//  Searched from the top by number and by name. Two rows share the number 30 on purpose, in this order.
+//  Searched from the first row, by number and by name. Two rows have the number 30, deliberately in this order.
 constexpr level_row level_table[] = {
     {level_err, "err"}, {level_wrn, "wrn"}, {level_inf, "inf"}, {level_inf, "msg"},
     {level_mor, "mor"}, {level_dbg, "dbg"}, {level_all, "all"},

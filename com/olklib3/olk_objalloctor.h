@@ -1,16 +1,16 @@
-//  The object heap: equal slots for objects of at most objsize bytes, cut from page mappings and aligned to 8 bytes.
-//  Every record of the allocator itself lives here, so the size classes above need no other heap.
+//  The object heap: slots of equal size for objects of at most objsize bytes, cut from mappings and aligned to 8 bytes.
+//  All records of the allocator are in this heap, so the size classes need no other memory for them.
 //
 //      obj_page at the start of a mapping                                        maplen
 //      | maplen | slotsize | freecount | slotcount | bump | freelist | next | slot 0 | slot 1 | ... |
 //      0                                                                  56   56 + i * slotsize
 //
 //  Invariants: (1) freecount = sum of the pages' freecounts. (2) A page's freecount = length of its freelist +
-//  slotcount - bump. (3) Every node of a freelist is a slot below bump of that page. (4) No page but the head is wholly
-//  free.
+//  slotcount - bump. (3) Every node of a freelist is a slot below that page's bump. (4) No page after the head is
+//  entirely free.
 //
-//  Threads: any thread may call malloc_ and free_; one lock guards the heap and all its pages. It is the innermost lock
-//  of the library.
+//  Threads: any thread may call malloc_ and free_; one lock protects the heap and all its pages. No other lock of the
+//  library is taken while it is held.
 #ifndef OLK_OBJALLOCTOR_H
 #define OLK_OBJALLOCTOR_H
 
@@ -19,22 +19,22 @@
 
 namespace olk {
 
-//  "page" here is one mapping of the object heap, not a page of the system.
+//  "page" here is one mapping of the object heap, not a page of the operating system.
 struct obj_page {
     uint64_t maplen;     // bytes of the mapping, a multiple of the system page
     uint64_t slotsize;   // bytes from one slot to the next
-    uint64_t freecount;  // free slots: never used and freed
+    uint64_t freecount;  // free slots: never used or freed
     uint64_t slotcount;  // slots in this page
-    uint64_t bump;       // slots carved so far; the never-used ones begin after them
-    void* freelist;      // freed slots, linked through their first words; null when none
-    obj_page* next;      // null at the end
+    uint64_t bump;       // slots carved so far; slots from here on were never used
+    void* freelist;      // freed slots, linked through their first words; null if none
+    obj_page* next;      // null in the last page
 
     char* slot(uint64_t i) { return reinterpret_cast<char*>(this + 1) + i * slotsize; }
     bool holds(const void* p) { return distance(slot(0), p) < slotcount * slotsize; }
 
-    //  Takes a freed slot, else a never-used one. Returns null when the page is full.
+    //  Takes a freed slot, else a slot that was never used. Returns null when the page is full.
     void* take();
-    //  True when the page agrees with itself (invariants 2 and 3).
+    //  Returns true if invariants 2 and 3 hold for this page.
     bool valid();
 };
 
@@ -42,29 +42,28 @@ static_assert(sizeof(obj_page) == 56, "slots start 56 bytes behind the start of 
 
 template <class LOCK>
 struct objalloctor_ {
-    uint64_t heapsize;   // bytes asked for per page
-    uint64_t objsize;    // largest object served, bytes
-    uint64_t freecount;  // free slots over all pages
-    obj_page* pages;     // the head page, where slots are looked for first; null when none
-    LOCK lock;           // guards everything above and every page
+    uint64_t heapsize;   // requested bytes per page
+    uint64_t objsize;    // maximum size of an object in bytes
+    uint64_t freecount;  // free slots of all pages
+    obj_page* pages;     // the head page, searched first for a free slot; null if none
+    LOCK lock;           // protects all members above and all pages
 
-    //  Maps the first page at once; pages stays null when there is no memory for it. Requires: largest > 0, and a slot
-    //  of that size fits a page of bytes_per_page.
+    //  Maps the first page at once; pages stays null when memory is exhausted. Requires: largest > 0, and a slot for
+    //  largest bytes fits a page of bytes_per_page.
     objalloctor_(uint64_t bytes_per_page, uint64_t largest);
-    //  Unmaps every page, whatever is still in use.
+    //  Unmaps all pages, even if slots are in use.
     ~objalloctor_();
     objalloctor_(const objalloctor_&) = delete;
     objalloctor_& operator=(const objalloctor_&) = delete;
 
-    //  Takes one slot. Returns null when size is above objsize or no memory can be had.
+    //  Takes one slot. Returns null when size is above objsize or memory is exhausted.
     void* malloc_(size_t size);
 
-    //  Gives a slot back. A page that becomes wholly free is unmapped at once, unless it is the head. Returns true when
-    //  p lay in one of the pages and, where the page was unmapped, that succeeded; null and foreign addresses are
-    //  ignored.
+    //  Frees a slot. Unmaps its page if the page is then entirely free and is not the head. Returns false if p is null
+    //  or in none of the pages, and then changes nothing; also returns false if unmapping fails.
     bool free_(void* p);
 
-    //  True when all invariants hold. Takes the lock.
+    //  Returns true if all invariants hold. Takes the lock.
     bool valid();
 
 private:
@@ -72,8 +71,8 @@ private:
     bool valid_();
 };
 
-//  Base class of the library's small objects: at most objsize bytes each, new and delete draw on the process-wide
-//  object heap. new gives null when there is no slot.
+//  Base class of the library's small objects, of at most objsize bytes: new and delete use the process-wide object
+//  heap. A new expression yields null when there is no slot.
 struct memheap_ {
     static void* operator new(size_t size) noexcept;
     static void operator delete(void* p) noexcept;

@@ -10,7 +10,7 @@ namespace olk {
 
 namespace {
 
-//  Prints "[2025/4/11 09:05:03.042117] [inf] ", or with a tag "[...] [inf][tag] ".
+//  Prints the prefix of a record: "[2025/4/11 09:05:03.042117] [inf] ", or with a tag "[...] [inf][tag] ".
 void print_prefix(int level, const char* tag) {
     timeval now{};
     gettimeofday(&now, nullptr);
@@ -33,7 +33,7 @@ void print_prefix(int level, const char* tag) {
                     local.tm_sec, microseconds, name);
 }
 
-//  Prints one line. Returns what the text's formatting printed.
+//  Prints one record as a line. Returns the result of vprintf for its text.
 __attribute__((format(printf, 3, 0))) int print_record(int level, const char* tag, const char* format, va_list args) {
     print_prefix(level, tag);
     const int printed = std::vprintf(format, args);

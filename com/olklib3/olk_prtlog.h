@@ -1,13 +1,13 @@
 //  The console log: one line per record on standard output.
 //
 //      [2025/4/11 09:05:03.042117] [inf] rdburl: sqlite:///var/lib/addrpubd/rdb.db
-//      [year/month/day local time to the microsecond] [level's name] text
+//      [year/month/day local time in microseconds] [level name] text
 //      [...] [inf][tag] text                                               push with a tag
 //
-//  It is silent until open("stdout"). There is no file target.
+//  It writes nothing until open("stdout"). It cannot write to a file.
 //
-//  add leaves flushing to the C library, push flushes: records of add reach a pipe when its buffer fills or the process
-//  exits.
+//  push flushes standard output, add does not: a record of add reaches a pipe when the C library's buffer is full or
+//  the process exits.
 #ifndef OLK_PRTLOG_H
 #define OLK_PRTLOG_H
 
@@ -20,14 +20,14 @@ namespace olk {
 class prtlog : public ilog {
 public:
     int32_t level;         // records above it are dropped
-    int32_t tostdout = 0;  // 1: print, 0: silent
+    int32_t tostdout = 0;  // 1: prints, 0: drops every record
 
     explicit prtlog(int32_t configured_level = level_dbg) : level(configured_level) {}
 
-    //  Prints from now on when target is "stdout" in any case, else (null included) is silent. Returns 0.
+    //  Prints from now on if target is "stdout" in any case; else, also for null, drops every record. Returns 0.
     int open(const char* target) override;
     __attribute__((format(printf, 3, 4))) int add(int record_level, const char* format, ...) override;
-    //  Prints the text alone: no prefix, no line feed.
+    //  Prints the text alone, without prefix and line feed.
     __attribute__((format(printf, 3, 4))) int append(int record_level, const char* format, ...) override;
     __attribute__((format(printf, 4, 0))) int push(int record_level, const char* tag, const char* format,
                                                    va_list args) override;

@@ -1,4 +1,4 @@
-//  Name resolution: the first IPv4 and the first IPv6 address of a host, as texts.
+//  Name resolution: the first IPv4 address and the first IPv6 address of a host, as text.
 //
 //  Threads: as getaddrinfo(3).
 #ifndef OLK_RESOLVE_H
@@ -10,8 +10,8 @@
 
 namespace olk::net {
 
-//  Stores the first address of one family, in inet_ntop's form, unless text already holds something. Returns the number
-//  of texts stored: 0, also when there is no memory, or 1.
+//  Stores an address of the given family in text, in the form of inet_ntop, unless text is not empty. Returns the
+//  number of addresses stored: 1, or 0 (also when memory is exhausted).
 template <class STRING>
 int store_first_address(int family, const void* address, STRING& text) {
     char buffer[40];  // the longest IPv6 text has 39 characters
@@ -21,11 +21,11 @@ int store_first_address(int family, const void* address, STRING& text) {
     return text.empty() ? 0 : 1;
 }
 
-//  Resolves domain, a name or an address literal, as the system's resolver does (getaddrinfo(3) without hints). ipv4 and
-//  ipv6 receive the first address of their family in the resolver's order; one that is not empty is left as it is.
-//  Returns 0 when at least one was stored, else -1; a name may resolve and store nothing.
+//  Resolves domain, a name or an address literal, with getaddrinfo(3) without hints. Stores the first address of each
+//  family, in the resolver's order, in ipv4 and ipv6; a string that is not empty keeps its contents. Returns 0 if at
+//  least one address was stored, else -1, which includes a name that resolves while both strings have contents.
 //
-//  The resolver's list is not given back: a program that resolves one name per start leaves one small list.
+//  The resolver's list is not freed, deliberately: a program resolves one name per start and loses one small list.
 template <class STRING>
 int get_ips_by_domain(const char* domain, STRING& ipv4, STRING& ipv6) {
     const addrinfo hints = {};

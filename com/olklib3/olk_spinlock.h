@@ -1,10 +1,10 @@
-//  The lock that every structure of the library is parameterised with, and its scoped guard.
+//  The library's lock, a template parameter of its structures, and the scoped guard of a lock.
 //
-//  spinlock never sleeps: it is held for a few dozen instructions as a rule, and for the length of a few mmap or munmap
-//  calls when a structure grows or shrinks.
+//  spinlock never sleeps. It is usually held for a few dozen instructions, and during a few mmap or munmap calls when a
+//  structure grows or shrinks.
 //
-//  Threads: lock and unlock may be called from any thread; a thread must not lock what it already holds. So a signal
-//  handler that interrupted a holder and wants the same lock waits for ever.
+//  Threads: any thread may call lock and unlock. A thread must not lock a spinlock that it holds: so a signal handler
+//  that interrupts the holder and locks the same spinlock waits for ever.
 #ifndef OLK_SPINLOCK_H
 #define OLK_SPINLOCK_H
 
@@ -22,14 +22,14 @@ public:
     void lock() { pthread_spin_lock(&lock_); }
     void unlock() { pthread_spin_unlock(&lock_); }
 
-    //  Takes the lock if it is free. Returns true when this call took it. Never waits.
+    //  Takes the lock if it is free. Returns true if it took the lock. Never waits.
     bool try_lock() { return pthread_spin_trylock(&lock_) == 0; }
 
 private:
     pthread_spinlock_t lock_;
 };
 
-//  Holds a lock for the length of a scope. A null lock is accepted and nothing is locked.
+//  Holds a lock until the end of its scope. With a null lock it does nothing.
 template <class LOCK>
 class scoped_lock_ {
 public:

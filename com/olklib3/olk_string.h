@@ -1,18 +1,18 @@
-//  A byte string on the pooled allocator, one pointer wide.
+//  A byte string in memory of the pooled allocator. The object is one pointer.
 //
 //      one block from allocator::malloc_
-//      | capacity u32 | size u32 | characters ... | terminator when asked for | unused |
+//      | capacity u32 | size u32 | characters ... | terminator once requested | unused |
 //      0              4          8 <- the object points here                           8 + capacity
 //
-//  Invariant: with a buffer, size <= capacity - 1, so a terminator always fits. Without a buffer the pointer is null.
+//  Invariant: with a buffer, size <= capacity - 1, so a terminator always fits. Without a buffer, the pointer is null.
 //
-//  Characters are bytes, zero bytes included; no encoding is assumed. The text is terminated only by c_str.
+//  Characters are bytes, including zero bytes; no encoding is assumed. Only c_str terminates the text.
 //
-//  Every operation that lengthens the text is all or nothing: when no memory can be had, or the text would pass the
-//  ceiling just under 4 GiB, the string stays as it was and nothing is reported. A caller that must know compares sizes.
-//  Assignment clears first: without memory the string is then empty.
+//  An operation that lengthens the text either succeeds or changes nothing: when memory is exhausted or the text would
+//  exceed max_capacity, it leaves the string as it is and reports nothing. A caller that must know compares sizes.
+//  Assignment clears first, so the string is empty when memory is exhausted.
 //
-//  Threads: a string belongs to one thread at a time; strings of different threads share nothing but the allocator.
+//  Threads: one thread at a time may use a string. Strings of different threads share only the allocator.
 #ifndef OLK_STRING_H
 #define OLK_STRING_H
 
@@ -22,27 +22,27 @@
 
 namespace olk {
 
-//  The string's way to the process-wide allocator. It has no state.
+//  Allocation functions of the string: those of the process-wide allocator. No state.
 struct olk_string_alloctor {
     static void* malloc_(size_t size, size_t* outsize) { return g_olk_allocator.alloc.malloc_(size, outsize); }
     static void free_(void* p) { g_olk_allocator.alloc.free_(p); }
     static size_t usable_size(const void* p) { return allocator::usable_size(p); }
 };
 
-//  ALLOCTOR: static malloc_, free_ and usable_size. SIZE: the counts in front of the text. CHAR: a one-byte character.
-//  TRAITS is unused.
+//  ALLOCTOR: a type with static malloc_, free_ and usable_size. SIZE: type of the two counts before the text. CHAR: a
+//  one-byte character. TRAITS is unused.
 template <class ALLOCTOR, class SIZE, class CHAR, class TRAITS>
 class string_ {
 public:
     static_assert(sizeof(SIZE) == 4 && sizeof(CHAR) == 1, "the buffer starts with two 32-bit counts, then bytes");
 
-    //  A needed length below this doubles the capacity, from here on it grows by half.
+    //  A text shorter than this doubles its capacity when it grows; a longer text grows by half.
     static constexpr uint64_t doubling_limit = 16000;
-    //  The largest capacity that growth may ask for. A block gives a few bytes more, and its figures still fit 32 bits.
+    //  Maximum capacity that growth requests. A block may be a few bytes larger; its size still fits 32 bits.
     static constexpr uint64_t max_capacity = 4294967263;
 
     string_() : data_(nullptr) {}
-    //  text may not be null.
+    //  text must not be null.
     explicit string_(const CHAR* text) : data_(nullptr) { append(text); }
     string_(const CHAR* text, size_t length) : data_(appended_(nullptr, text, length)) {}
     string_(const string_& other) : data_(nullptr) { assign(other); }
@@ -54,13 +54,13 @@ public:
             assign(other);
         return *this;
     }
-    //  Swaps the buffers: other holds the old text afterwards.
+    //  Swaps the buffers: afterwards other holds the previous text.
     string_& operator=(string_&& other) noexcept {
         std::swap(data_, other.data_);
         return *this;
     }
 
-    //  Clears, then appends. text may not be null and may not lie in this string.
+    //  Clears, then appends. text must not be null and must not point into this string.
     void assign(const CHAR* text) {
         clear();
         append(text);
@@ -69,7 +69,7 @@ public:
         clear();
         append(text, length);
     }
-    //  Copies the text of other. The buffer is never shared, and an empty text keeps this string's buffer.
+    //  Copies the text of other. Buffers are never shared. After copying an empty text this string keeps its buffer.
     void assign(const string_& other) {
         if (this == &other)
             return;
@@ -80,7 +80,7 @@ public:
 
     void push_back(CHAR c) {
         CHAR* text = data_;
-        const SIZE longer = size() + 1;  // at most the capacity, so it never wraps
+        const SIZE longer = size() + 1;  // at most the capacity, so it cannot overflow
         if (text == nullptr || !fits_(longer)) {
             text = grown_(text, growth_(longer));
             if (text == nullptr)
@@ -91,8 +91,8 @@ public:
         set_size_(text, longer);
     }
 
-    //  Appends length bytes; they may lie in this string. Zero bytes appended to a buffer that holds no text release
-    //  the buffer, on purpose: that is how a caller gives a cleared buffer back.
+    //  Appends length bytes, which may be part of this string. Appending zero bytes to an empty text frees the buffer,
+    //  deliberately: a caller frees the buffer of a cleared string in this way.
     void append(const CHAR* text, size_t length) {
         if (length == 0 || !takes_(length)) {
             data_ = appended_(data_, text, length);
@@ -104,20 +104,20 @@ public:
         set_size_(own, static_cast<SIZE>(old_size + length));
     }
 
-    //  Appends a zero-terminated text, which may not be null. An empty one changes nothing.
+    //  Appends a zero-terminated text, which must not be null. An empty text changes nothing.
     void append(const CHAR* text) {
         const size_t length = std::strlen(text);
         if (length != 0)
             append(text, length);
     }
 
-    //  Returns the place behind the text when length more bytes fit without growing, else null. Whoever writes there
-    //  calls lengthen with what it wrote.
+    //  Returns the end of the text if length more bytes fit without growing, else null. The caller writes there and
+    //  then calls lengthen with the number of bytes written.
     CHAR* spare(size_t length) { return takes_(length) ? data_ + size() : nullptr; }
     //  Requires: spare(length) is not null.
     void lengthen(size_t length) { set_size_(data_, static_cast<SIZE>(size_of_(data_) + length)); }
 
-    //  Makes room for n bytes.
+    //  Reserves capacity for n bytes.
     void reserve(size_t n) {
         if (fits_(n))
             return;
@@ -126,13 +126,13 @@ public:
             data_ = text;
     }
 
-    //  Empties the text and keeps the buffer.
+    //  Removes the text and keeps the buffer.
     void clear() {
         if (data_ != nullptr)
             set_size_(data_, 0);
     }
 
-    //  Gives the buffer back.
+    //  Frees the buffer.
     void release() {
         if (data_ != nullptr)
             ALLOCTOR::free_(block_(data_));
@@ -140,15 +140,15 @@ public:
     }
 
     SIZE size() const { return data_ == nullptr ? 0 : size_of_(data_); }
-    //  Bytes available for characters, terminator included; 0 without a buffer.
+    //  Returns the number of bytes for characters and terminator; 0 without a buffer.
     SIZE capacity() const { return data_ == nullptr ? 0 : load_word<SIZE>(at(data_, -8)); }
     bool empty() const { return size() == 0; }
 
-    //  Returns the first character, null without a buffer. Not terminated.
+    //  Returns the address of the first character, null without a buffer. The text is not terminated.
     CHAR* data() { return data_; }
     const CHAR* data() const { return data_; }
 
-    //  Returns the text terminated, an empty text without a buffer. A terminator that already stands is not written.
+    //  Returns the terminated text; an empty text without a buffer. Does not write a terminator that is already there.
     const CHAR* c_str() const {
         static constexpr CHAR nothing[1] = {};
         if (data_ == nullptr)
@@ -167,19 +167,19 @@ private:
     static void set_size_(CHAR* text, SIZE size) { store_word(at(text, -4), size); }
     static void set_capacity_(CHAR* text, size_t capacity) { store_word(at(text, -8), static_cast<SIZE>(capacity)); }
 
-    //  False without a buffer: the capacity is then 0.
+    //  Returns false without a buffer: the capacity is then 0.
     bool fits_(uint64_t needed) const { return needed < capacity(); }
     bool takes_(size_t added) const { return added <= max_capacity && fits_(size() + uint64_t{added}); }
 
-    //  Returns the capacity that a text of needed bytes grows to.
+    //  Returns the capacity for a text that grows to needed bytes.
     static uint64_t growth_(uint64_t needed) { return needed < doubling_limit ? needed * 2 : needed + needed / 2; }
 
-    //  What follows takes a text, null without a buffer, and gives the text that replaces it: the string itself is not
-    //  handed on, so its one pointer may stay in a register.
+    //  The following functions take the buffer pointer (null without a buffer) and return the new one, instead of
+    //  taking the string, so that callers can keep it in a register.
 
-    //  Gives room for new_capacity bytes. Returns null, and changes nothing, when there is no memory.
+    //  Grows the buffer to new_capacity bytes. Returns null, and changes nothing, when memory is exhausted.
     static CHAR* grown_(CHAR* text, uint64_t new_capacity);
-    //  Appends as append does, whatever it takes.
+    //  Appends as append does, for every case.
     static CHAR* appended_(CHAR* text, const CHAR* added, size_t length);
 
     CHAR* data_;
@@ -208,12 +208,12 @@ CHAR* string_<ALLOCTOR, SIZE, CHAR, TRAITS>::appended_(CHAR* text, const CHAR* a
 
 template <class ALLOCTOR, class SIZE, class CHAR, class TRAITS>
 CHAR* string_<ALLOCTOR, SIZE, CHAR, TRAITS>::grown_(CHAR* text, uint64_t new_capacity) {
-    constexpr size_t least_request = 16;
+    constexpr size_t min_request = 16;
     if (new_capacity > max_capacity)
         return nullptr;
     size_t request = (new_capacity + header_size + 1 + 7) / 8 * 8;
-    if (request < least_request)
-        request = least_request;
+    if (request < min_request)
+        request = min_request;
 
     const size_t old_usable = text == nullptr ? 0 : ALLOCTOR::usable_size(block_(text));
     if (request <= old_usable) {
@@ -235,12 +235,12 @@ CHAR* string_<ALLOCTOR, SIZE, CHAR, TRAITS>::grown_(CHAR* text, uint64_t new_cap
     return grown;
 }
 
-//  The library's string.
+//  The string type of the library.
 using string = string_<olk_string_alloctor, unsigned int, char, void>;
 
-//  Appends the bytes of source from position on to target, up to the delimiter. Returns true, with position just behind
-//  the delimiter, when one was met, and false, with position at length, when the source ran out; a position at or beyond
-//  length stays as it is. A byte for which no memory can be had is skipped.
+//  Appends to target the bytes of source from position up to the delimiter. Returns true if it found the delimiter;
+//  position is then the index after it. Returns false at the end of source; position is then length, or unchanged if it
+//  was length or more. A byte is skipped when memory is exhausted.
 template <class STRING>
 bool read_until(size_t& position, char delimiter, const char* source, size_t length, STRING& target) {
     while (position < length) {

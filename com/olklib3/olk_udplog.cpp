@@ -24,7 +24,7 @@ constexpr size_t record_bytes = 30720;  // a record with its header and a termin
 
 static_assert(sizeof(sockaddr_in) == 16 && sizeof(sockaddr_in6) == 28);
 
-//  Puts text to a place that has room for it. Returns the place behind it.
+//  Copies text to to, without a terminator. Returns the end of the copy.
 char* put(char* to, std::string_view text) {
     std::memcpy(to, text.data(), text.size());
     return to + text.size();
@@ -63,14 +63,14 @@ int udplog::open(const char* url) {
     return sock == -1 ? -1 : 0;
 }
 
-//  A text that is too long leaves the cabin empty, on purpose: a cut name would be another stream's.
+//  A text that is too long leaves the cabin empty, deliberately: a shortened name could be the name of another stream.
 void udplog::set_cabin_(const char* text, size_t length) {
     cabin.length = length < cabin.capacity - 1 ? static_cast<uint32_t>(length) : 0;
     std::memcpy(cabin.text, text, cabin.length);
     cabin.text[cabin.length] = '\0';
 }
 
-//  Only the first pair of the query is looked at.
+//  Only the first parameter of the query is used.
 void udplog::set_level_(const char* query, size_t length) {
     char key[word_size];
     char value[word_size];
@@ -83,7 +83,7 @@ void udplog::set_level_(const char* query, size_t length) {
         level = level_from_text(value);
 }
 
-//  An empty address is 0.0.0.0. One that cannot be converted leaves the destination as it was.
+//  An empty address becomes 0.0.0.0. An address that cannot be converted leaves the destination unchanged.
 void udplog::set_destination_(const char* address, uint16_t port) {
     if (std::strchr(address, ':') != nullptr) {
         sockaddr_in6 ipv6 = {};
@@ -104,7 +104,7 @@ void udplog::set_destination_(const char* address, uint16_t port) {
     addrlen = sizeof ipv4;
 }
 
-//  Returns a socket of the destination's family, or -1.
+//  Opens a socket of the destination's family. Returns -1 on failure.
 int udplog::open_socket_() {
     sa_family_t family = AF_UNSPEC;
     if (addrlen != 0)
@@ -117,19 +117,19 @@ int udplog::open_socket_() {
     return fd;
 }
 
-//  Writes the header line to record, which has room for the longest one. Returns the place behind it.
+//  Writes the header line to record, which has room for the longest header. Returns the end of the header.
 char* udplog::put_header_(char* record, const char* order, int record_level) {
-    constexpr size_t longest_level = 11;
+    constexpr size_t max_digits = 11;
     char* next = put(record, "{\"order\":\"");
     next = stpcpy(next, order);
     next = put(next, "\",\"level\":");
-    next = std::to_chars(next, next + longest_level, record_level).ptr;
+    next = std::to_chars(next, next + max_digits, record_level).ptr;
     next = put(next, ",\"cabin\":\"");
     next = stpcpy(next, cabin.c_str());
     return put(next, "\"}\n");
 }
 
-//  Requires: sends_(record_level).
+//  Formats one record and sends it. Requires: sends_(record_level).
 int udplog::send_(const char* order, int record_level, const char* tag, const char* format, va_list args) {
     char record[record_bytes];
     char* const end = record + record_bytes;

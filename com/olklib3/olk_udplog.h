@@ -1,14 +1,15 @@
-//  The UDP log: one datagram per record, to a log server.
+//  The UDP log: it sends one datagram per record to a log server.
 //
 //      {"order":"wlog","level":30,"cabin":"netsvc"}<line feed>text        add; push without a tag
 //      {"order":"append","level":30,"cabin":"netsvc"}<line feed>text      append
 //      {"order":"wlog","level":30,"cabin":"netsvc"}<line feed>[tag]text   push with a tag
 //
-//  The level is the record's. Neither cabin nor text is escaped: a receiver takes the JSON up to the first line feed.
+//  level is the record's level. cabin and text are not escaped: a receiver reads the JSON up to the first line feed.
 //
-//  A record never waits and is never repeated: what cannot be sent at once is lost. Nothing is allocated per record.
+//  Sending never blocks and is never retried: a record that cannot be sent at once is lost. No memory is allocated per
+//  record.
 //
-//  Threads: open and setlevel change the object; records may be sent from several threads at once.
+//  Threads: several threads may send records at once. open and setlevel change the object without a lock.
 #ifndef OLK_UDPLOG_H
 #define OLK_UDPLOG_H
 
@@ -18,8 +19,8 @@
 
 namespace olk {
 
-//  A text in a buffer of its own. It is terminated when it is read, and a terminator that already stands is not written
-//  again: records of several threads only read. A text that fills the buffer loses its last byte.
+//  A text in a fixed buffer. c_str terminates it, but does not write a terminator that is already there, so threads
+//  that send records only read. A text that fills the buffer loses its last byte.
 template <size_t CAPACITY>
 struct fixed_text_ {
     char text[CAPACITY] = {};
@@ -37,23 +38,23 @@ struct fixed_text_ {
 class udplog : public ilog {
 public:
     int32_t level = level_inf;               // records above it are dropped
-    int32_t sock = -1;                       // UDP socket; -1 when there is none
+    int32_t sock = -1;                       // UDP socket; -1 if none
     alignas(8) unsigned char addr[80] = {};  // destination: a sockaddr_in or a sockaddr_in6
-    uint32_t addrlen = 0;                    // bytes of the destination: 0 none, 16 IPv4, 28 IPv6
-    fixed_text_<128> cabin;                  // name of the log stream at the server
+    uint32_t addrlen = 0;                    // bytes of the destination: 0 if none, 16 for IPv4, 28 for IPv6
+    fixed_text_<128> cabin;                  // name of the log stream on the server
 
     udplog() = default;
     ~udplog() override;
 
-    //  Takes destination, cabin (the path, left empty when it has more than 126 characters) and level (the first
-    //  parameter of the query, when its key is "level") from a url such as udp://192.0.2.10:5140/netsvc?level=dbg.
-    //  Blanks are left out wherever they stand. Without a port it is 999. Waits for the resolver. Returns 0, or -1 when
-    //  the url does not parse, names no host that resolves or has no path (then nothing changes), or when there is no
-    //  socket to be had (then the old one is gone and everything else is new).
+    //  Sets destination, cabin and level from a url such as udp://192.0.2.10:5140/netsvc?level=dbg. The cabin is the
+    //  path; it is empty if the path is longer than 126 characters. The level is the value of the first parameter of
+    //  the query, if its key is "level". Blanks anywhere in the url are ignored. The default port is 999. Waits for the
+    //  resolver. Returns 0, or -1 on failure: without a parsable url, a host that resolves and a path, nothing changes;
+    //  when no socket can be opened, the old one is closed and all other settings are new.
     int open(const char* url) override;
 
-    //  Each returns -1 without a socket, 0 for a record that is filtered out, -1 for one of 30720 bytes or more with its
-    //  header, else what sendto(2) returned.
+    //  Each returns -1 without a socket, 0 for a record that the level drops, -1 for a record of 30720 bytes or more
+    //  including its header, else the result of sendto(2).
     __attribute__((format(printf, 3, 4))) int add(int record_level, const char* format, ...) override;
     __attribute__((format(printf, 3, 4))) int append(int record_level, const char* format, ...) override;
     __attribute__((format(printf, 4, 0))) int push(int record_level, const char* tag, const char* format,
@@ -65,7 +66,7 @@ public:
 
 private:
     bool sends_(int record_level) const { return sock != -1 && record_level <= level; }
-    //  What a record that is not sent gives.
+    //  Returns the result for a record that is not sent.
     int unsent_() const { return sock == -1 ? -1 : 0; }
     void set_cabin_(const char* text, size_t length);
     void set_level_(const char* query, size_t length);

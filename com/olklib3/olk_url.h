@@ -5,12 +5,12 @@
 //      |     host            path   args
 //      scheme        ^^^^ port                         ipv4, ipv6: the host's addresses, from the resolver
 //
-//  Nothing is decoded, and no case is changed. There is no user part. A text without a scheme begins with the host
-//  part. A "?" in front of the first "/" belongs to a plain host part, unless there is no "/" at all. A bracketed host
-//  may lack its "]", and what follows it other than ":" and "/" begins the path. Ports are read as strtol reads numbers
-//  and wrap to 16 bits.
+//  Nothing is decoded, no letter case is changed, and there is no user part. A text without a scheme starts with the
+//  host part. A "?" before the first "/" belongs to a host without brackets, unless the text has no "/". The "]" of a
+//  bracketed host may be missing; if a character other than ":" or "/" follows the "]", the path begins there. Ports
+//  are read as strtol reads numbers and are reduced to 16 bits.
 //
-//  Threads: as for any plain object; parse waits for the resolver.
+//  Threads: one thread at a time may use an object. parse waits for the resolver.
 #ifndef OLK_URL_H
 #define OLK_URL_H
 
@@ -23,16 +23,16 @@ namespace olk::net {
 
 template <class STRING>
 struct url {
-    uint16_t port = 0;  // 0 when there is none
-    STRING scheme;      // in front of "://"; empty when there is none
-    STRING ipv4;        // first IPv4 address of the host, empty when it has none
-    STRING ipv6;        // first IPv6 address of the host, empty when it has none
-    STRING path;        // behind the "/" that ends the host part
-    STRING args;        // after "?", until the line or the text ends
+    uint16_t port = 0;  // 0 if absent
+    STRING scheme;      // before "://"; empty if absent
+    STRING ipv4;        // first IPv4 address of the host, empty if none
+    STRING ipv6;        // first IPv6 address of the host, empty if none
+    STRING path;        // after the "/" that ends the host part
+    STRING args;        // after "?", up to the end of the line or text
     STRING host;        // the host part as written, with its port and its brackets
 
-    //  Takes s[0..len) apart; no terminating zero is needed. Returns false, with the fields as far as they were filled,
-    //  when the host is empty or does not resolve, or the port behind a bracketed host is empty. The object can be
+    //  Parses s[0..len), which needs no terminating zero. Returns false if the host is empty or does not resolve, or if
+    //  the port after a bracketed host is empty; the fields parsed before that keep their new values. The object can be
     //  reused.
     bool parse(const char* s, size_t len);
 
@@ -69,7 +69,7 @@ void url<STRING>::clear_() {
     host.clear();
 }
 
-//  Returns where the host part starts.
+//  Returns the position at which the host part starts.
 template <class STRING>
 size_t url<STRING>::parse_scheme_(const char* s, size_t len) {
     size_t position = 0;
@@ -98,7 +98,7 @@ bool url<STRING>::parse_bracketed_(const char* s, size_t len, size_t& position) 
     return true;
 }
 
-//  Reads behind ":" up to the next "/", else up to the next "?", which stays, else to the end.
+//  Parses the text after ":" up to the next "/", else up to the next "?", which is not consumed, else to the end.
 template <class STRING>
 bool url<STRING>::parse_bracketed_port_(const char* s, size_t len, size_t& position) {
     const size_t start = position + 1;
@@ -128,12 +128,12 @@ bool url<STRING>::parse_plain_(const char* s, size_t len, size_t& position) {
             --position;
     }
     STRING name;
-    size_t behind_name = 0;
-    const bool has_port = read_until(behind_name, ':', host.data(), host.size(), name);
+    size_t after_name = 0;
+    const bool has_port = read_until(after_name, ':', host.data(), host.size(), name);
     if (name.empty() || get_ips_by_domain(name.c_str(), ipv4, ipv6) != 0)
         return false;
     if (has_port)
-        port = to_port_(host.c_str() + behind_name);
+        port = to_port_(host.c_str() + after_name);
     return true;
 }
 

@@ -1,8 +1,9 @@
-//  A growing array on the pooled allocator, for the library's small lists.
+//  A growing array in memory of the pooled allocator, for short lists.
 //
-//  push_back is all or nothing: without memory the element is left out and false returned. Growing asks for twice the
-//  elements and one more, and takes all that the block gives.
-//  Threads: as for any plain object.
+//  push_back either appends or, when memory is exhausted, changes nothing and returns false. When the array grows, it
+//  requests memory for twice the elements plus one, and uses the whole block that it gets.
+//
+//  Threads: one thread at a time may use an array.
 #ifndef OLK_VECTOR_H
 #define OLK_VECTOR_H
 
@@ -27,7 +28,7 @@ public:
     vector_(const vector_&) = delete;
     vector_& operator=(const vector_&) = delete;
 
-    //  Appends item. Returns false, and changes nothing, when no memory can be had.
+    //  Appends item. Returns false, and changes nothing, when memory is exhausted.
     bool push_back(const T& item) requires std::is_trivially_copyable_v<T> { return push_back(T(item)); }
     bool push_back(T&& item) {
         if (size_ == capacity_ && !grow_())

@@ -10,8 +10,8 @@ bool is_separator(char c, const char* separators) {
     return c != '\0' && std::strchr(separators, c) != nullptr;
 }
 
-//  Terminates the word in front of its trailing blanks. Returns false when nothing is left.
-bool finish(char* word, size_t used) {
+//  Removes the trailing blanks of word and terminates it. Returns false if it is then empty.
+bool trim_and_terminate(char* word, size_t used) {
     while (used > 0 && is_blank(word[used - 1]))
         --used;
     word[used] = '\0';
@@ -25,7 +25,7 @@ word_end read_word(const char* text, size_t length, size_t& position, const char
     while (position < length) {
         const char c = text[position++];
         if (is_separator(c, separators)) {
-            if (finish(word, used))
+            if (trim_and_terminate(word, used))
                 return word_end::separator;
             used = 0;
         } else if (c == '\r' || c == '\n' || (used == 0 && is_blank(c))) {
@@ -37,7 +37,7 @@ word_end read_word(const char* text, size_t length, size_t& position, const char
             word[used++] = c;
         }
     }
-    return finish(word, used) ? word_end::text_end : word_end::none;
+    return trim_and_terminate(word, used) ? word_end::text_end : word_end::none;
 }
 
 }  // namespace olk
