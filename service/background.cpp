@@ -1,9 +1,10 @@
-//  The background start: parent and child.
+//  Start in the background: code of the parent and of the child.
 //
-//      parent   claims the pid file   fork   releases it   polls the queue, prints each text ............ removes it
-//      child                                 setsid, chdir   claims the pid file   starts, sends texts   /dev/null  runs
+//      parent   claims the pid file   fork   unlocks it    polls the queue, prints each text ............ removes it
+//      child                                 setsid, chdir   claims the pid file   starts, sends texts  /dev/null  runs
 //
-//  The file is claimed twice on purpose: the parent's claim orders two starts, the child's puts its own pid there.
+//  The file is claimed twice, deliberately: the parent's claim orders concurrent starts, and the child's claim writes
+//  the pid of the service into it.
 #include "daemon.h"
 #include "exitsignal.h"
 #include "msgqueue.h"
@@ -22,13 +23,13 @@ namespace {
 
 constexpr char end_marker[] = "finished";
 constexpr useconds_t poll_microseconds = 100'000;
-constexpr int poll_limit = 300;         // polls in all, about 30 s
-constexpr int silent_polls = 100;       // a child that has said nothing when the counter is above this
-constexpr int silent_poll_limit = 150;  // is waited for so many polls only, about 15 s
+constexpr int poll_limit = 300;         // maximum number of polls, about 30 s
+constexpr int silent_polls = 100;       // without a text after more polls than this,
+constexpr int silent_poll_limit = 150;  // the maximum is this number, about 15 s
 
-//  Flushes standard output. A reader that has gone away, such as "head" in "-start | head -n 1", must not end the parent
-//  before it has removed the queue, nor the child before it is the service. SIGPIPE is ignored during the flush only: the
-//  client library and the processes that it starts keep the disposition that the program was started with.
+//  Flushes standard output. A reader that has exited, such as "head" in "-start | head -n 1", must not end the parent
+//  before it removes the queue, or the child before it is the service. So SIGPIPE is ignored, but only during the
+//  flush: the client library and its child processes keep the disposition that the program started with.
 void flushOutput() {
     struct sigaction ignored = {};
     struct sigaction previous = {};
@@ -39,7 +40,7 @@ void flushOutput() {
         sigaction(SIGPIPE, &previous, nullptr);
 }
 
-//  Points the three standard descriptors at /dev/null. What was printed before reaches its reader first.
+//  Redirects the three standard descriptors to /dev/null. Flushes first, so that earlier output reaches its reader.
 void redirectStandardDescriptors() {
     flushOutput();
     const int fd = open("/dev/null", O_RDWR);
@@ -52,7 +53,7 @@ void redirectStandardDescriptors() {
 
 //  Prints the texts of the queue until the end marker or a limit.
 void printTexts(CMsgQueue& queue) {
-    //  One byte more than a message may have: a text that fills the buffer still ends.
+    //  One byte more than the longest message, so that the text always ends with a zero.
     char text[CMsgQueue::max_text + 1] = {};
     int received = 0;
     int limit = poll_limit;
@@ -97,7 +98,7 @@ void CDaemon::awaitChild() {
     redirectStandardDescriptors();
 }
 
-//  Returns only when the child cannot become the service.
+//  Becomes the service. Returns only if the child cannot change its directory.
 int CDaemon::runChild() {
     CMsgQueue queue(msg_key);
     setsid();
@@ -115,7 +116,7 @@ int CDaemon::runChild() {
         queue.send("Start failed!\n");
         queue.send(end_marker);
         closePidFile();
-        CRunCls::forgetLog(run);
+        CRunCls::detachLog(run);
         std::exit(4);
     }
     redirectStandardDescriptors();

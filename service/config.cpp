@@ -1,4 +1,4 @@
-//  The ini file's keys and where the service object keeps them.
+//  The keys of the ini file, and the members that store their values.
 #include "inifile.h"
 #include "olk_words.h"
 #include "runcls.h"
@@ -24,10 +24,10 @@ bool isKey(const std::string& key, const char* name) {
     return key.size() == std::char_traits<char>::length(name) && strcasecmp(key.c_str(), name) == 0;
 }
 
-//  Reads one item of a port list from position on, up to a comma or the end; trailing blanks are left on it. Returns
-//  false when it grows beyond the 38 characters that an item may hold.
+//  Reads one item of a port list from position on, up to a comma or the end. Trailing blanks remain in the item.
+//  Returns false if the item is longer than 38 characters.
 bool readItem(const std::string& text, std::size_t& position, std::string& item) {
-    constexpr std::size_t longest = 38;
+    constexpr std::size_t max_length = 38;
     item.clear();
     while (position < text.size()) {
         const char c = text[position++];
@@ -35,7 +35,7 @@ bool readItem(const std::string& text, std::size_t& position, std::string& item)
             return true;
         if (c == '\r' || c == '\n' || (item.empty() && olk::is_blank(c)))
             continue;
-        if (item.size() == longest)
+        if (item.size() == max_length)
             return false;
         item += c;
     }
@@ -49,7 +49,7 @@ void parsePortList(const std::string& text, olk::vector_<std::uint16_t>& ports) 
     std::size_t position = 0;
     std::string item;
     while (position < text.size() && readItem(text, position, item)) {
-        //  An empty item converts to 0, and trailing blanks end the number: both need no treatment of their own.
+        //  strtol handles an empty item, which becomes 0, and trailing blanks, which end the number.
         const auto port = static_cast<std::uint16_t>(std::strtol(item.c_str(), nullptr, 10));
         if (port != 0)
             ports.push_back(port);
@@ -63,7 +63,7 @@ bool CRunCls::loadConfig(const char* path) {
     });
 }
 
-//  A section header arrives with an empty key, which is none of the nine.
+//  A section header has an empty key, so it matches none of the nine keys.
 void CRunCls::storeSetting(const std::string& key, const std::string& value) {
     for (const StringKey& known : string_keys)
         if (isKey(key, known.name))

@@ -1,4 +1,4 @@
-//  The commands that look at a running instance from outside. Each of their messages is followed by an empty line.
+//  The commands -stop and -status. Each of their messages is followed by an empty line.
 #include "daemon.h"
 #include "pidfile.h"
 
@@ -49,10 +49,10 @@ void CDaemon::stop(int timeout_seconds) {
     std::putchar('\n');
 }
 
-//  Looks once a second whether somebody still holds the lock; it need not be the instance that was told to end. Returns
-//  false when timeout_seconds looks all found a holder.
+//  Queries the lock once a second, at most timeout_seconds times. Returns true when it is free; its last holder need
+//  not be the instance that received the signal.
 bool CDaemon::awaitRelease(int timeout_seconds) const {
-    for (int looks = 0; looks < timeout_seconds; ++looks) {
+    for (int checks = 0; checks < timeout_seconds; ++checks) {
         pid_t pid = -1;
         if (probePidFile(pid_path, pid) != PidFileState::held || pid < 1)
             return true;

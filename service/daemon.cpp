@@ -1,4 +1,4 @@
-//  The service descriptor and the foreground run.
+//  The process descriptor and the run in the foreground.
 #include "daemon.h"
 
 #include "exitsignal.h"
@@ -30,15 +30,15 @@ void CDaemon::closePidFile() {
     pid_fd = -1;
 }
 
-//  Decides whether this process may become the one instance, and says why not. Returns true to go on; else result is
-//  what start returns.
+//  Decides whether this process may become the instance. Returns true if so. Otherwise prints the reason and sets
+//  result to the return value of start.
 bool CDaemon::claimInstance(int& result) {
     std::memcpy(pid_work_path, pid_path, sizeof pid_work_path);
     pid_fd = openPidFile(pid_work_path);
     pid_t holder = -1;
     const PidFileState state = pid_fd == -1 ? PidFileState::no_access : queryPidLock(pid_fd, holder);
-    //  0: claimed. A holder that is not visible from this pid namespace is 0 as well: this process goes on, and its
-    //  second claim waits until that holder is gone.
+    //  0: claimed. A holder in a pid namespace that is not visible here also has pid 0: this process continues, and its
+    //  second claim waits until that holder releases the lock.
     int outcome = -1;
     if (state == PidFileState::free)
         outcome = writePid();
@@ -63,7 +63,7 @@ void CDaemon::runConsole() {
     auto* run = new CRunCls;
     if (run == nullptr || !run->start()) {
         std::puts("Start failed!");
-        CRunCls::forgetLog(run);
+        CRunCls::detachLog(run);
         return;
     }
     application = run;

@@ -6,7 +6,7 @@
 
 namespace {
 
-//  Appends the member list_name with all addresses, and first_name with the first one. Nothing for an empty list.
+//  Appends member list_name with all addresses and member first_name with the first one; nothing for an empty list.
 void writeAddresses(std::uint32_t* members, const char* list_name, const char* first_name,
                     const olk::vector_<olk::string>& addresses, olk::string& out) {
     if (addresses.empty())
@@ -26,7 +26,7 @@ void writePorts(std::uint32_t* members, const olk::vector_<std::uint32_t>& ports
     out.push_back(']');
 }
 
-//  Appends the item as an object. The order of its members is part of the protocol.
+//  Appends the item as an object. The protocol fixes the order of its members.
 void writeItem(const DnsUpdateItem& item, olk::string& out) {
     std::uint32_t members = 0;
     out.push_back('{');

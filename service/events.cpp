@@ -1,4 +1,5 @@
-//  The callbacks of the client library. Each reads the log's pointer once: the end of the process takes it away.
+//  The callbacks of the client library. Each reads the pointer to the log once, because the exit signal sets it to
+//  null.
 #include "exitsignal.h"
 #include "runcls.h"
 
@@ -6,8 +7,8 @@
 
 namespace {
 
-//  The callbacks write the four members that they share with the publish cycle through these functions only: the thread
-//  sanitizer is told about them by name, and about nothing else.
+//  The callbacks write the four members that they share with the publish cycle only through these functions: the list
+//  of exceptions for the thread sanitizer names the functions, and nothing else.
 void storeRdbConnected(CRunCls& run, std::uint32_t connected) {
     run.rdb_connected = connected;
 }
@@ -24,15 +25,15 @@ void clearSentTime(CRunCls& run) {
     run.last_sent_time = 0;
 }
 
-//  Keeps the compiler from moving a store from one side of the call to the other. A cycle that sees a server connected
-//  must find its mark cleared already; the members are plain, and without this the stores may change places.
-void keepStoreOrder() {
+//  Compiler barrier: keeps stores on their side of the call. A cycle that finds the connected flag set must find the
+//  mark cleared; the members are plain, so without the barrier the compiler may reorder the two stores.
+void compilerBarrier() {
     std::atomic_signal_fence(std::memory_order_seq_cst);
 }
 
 }  // namespace
 
-//  A cleared mark is older than 600 seconds, so the next cycle sends the list to a server that was away, unchanged or not.
+//  A cleared mark is always older than 600 seconds, so after a reconnect the next cycle sends the list, changed or not.
 void onRdbEvent(std::int32_t event, std::int64_t, void* user) {
     const CallbackStep step;
     CRunCls& run = *static_cast<CRunCls*>(user);
@@ -41,7 +42,7 @@ void onRdbEvent(std::int32_t event, std::int64_t, void* user) {
         return;
     if (event == RDB_EVENT_CONNECTED) {
         clearPutMark(run);
-        keepStoreOrder();
+        compilerBarrier();
         storeRdbConnected(run, 1);
         log->add(olk::level_inf, "connect rdb server %s success.", run.rdburl.c_str());
     } else if (event == RDB_EVENT_DISCONNECTED) {
@@ -58,7 +59,7 @@ void onDnsEvent(std::int32_t event, std::int64_t, void* user) {
         return;
     if (event == RDB_EVENT_CONNECTED) {
         clearSentTime(run);
-        keepStoreOrder();
+        compilerBarrier();
         storeDnsConnected(run, 1);
         log->add(olk::level_inf, "connect dns server %s success.", run.dnsurl.c_str());
     } else if (event == RDB_EVENT_DISCONNECTED) {

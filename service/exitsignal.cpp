@@ -17,12 +17,12 @@
 
 namespace {
 
-//  Shared by the handlers and the code that they interrupt, mostly on one thread: what counts there is the order in the
-//  program, which the compiler keeps because every access is one of the default order.
+//  Shared by the handlers and the code that they interrupt, mostly on the same thread. Their order in the program
+//  matters; the compiler keeps it because all accesses have the default memory order.
 constinit std::atomic<pthread_t> service_thread{0};  // 0 before installExitSignals
-constinit std::atomic<int> pending_signal{0};        // the first exit signal; 0 while none has come
-constinit std::atomic<int> ticks_left{0};            // of what is waited for now
-constinit std::atomic<int> callbacks{0};             // on other threads
+constinit std::atomic<int> pending_signal{0};        // number of the first exit signal; 0 before it
+constinit std::atomic<int> ticks_left{0};            // until the current wait ends
+constinit std::atomic<int> callbacks{0};             // callbacks that run on other threads
 constinit std::atomic<bool> in_step{false};
 constinit std::atomic<bool> alarm_handled{false};
 constinit std::atomic<bool> ticking{false};
@@ -53,7 +53,7 @@ bool isBlocked(int number) {
 
 void onTick(int);
 
-//  Ticks come from now on, the first one after a whole period. Without a timer there are no ticks and no limits.
+//  Starts or restarts the timer; the first tick comes after a whole period. If there is no timer, there are no limits.
 void setTicks(int count, long period) {
     const itimerval timer = {{0, period}, {0, period}};
     ticks_left = count;
@@ -73,9 +73,9 @@ void closeConnection(std::int32_t& handle) {
     handle = -1;
 }
 
-//  Waits until every callback on another thread that may still have the log's pointer is over. Each pause ends with the
-//  next tick at the latest. A callback that is still running then is blocked in writing to the console; after that it does
-//  not touch the log object.
+//  Waits until the callbacks on other threads that may still use the log have returned. Each pause lasts until the next
+//  tick at most. A callback that has not returned when the limit expires is blocked in writing to the console; after
+//  that it does not access the log object.
 void awaitCallbacks() {
     setTicks(max_callback_ticks + 1, short_tick);
     while (callbacks != 0 && ticking && ticks_left > 1)
@@ -83,7 +83,7 @@ void awaitCallbacks() {
     setTicks(max_end_ticks, long_tick);
 }
 
-//  The pointer is cleared before the log goes, so that a callback that begins from now on finds none.
+//  Clears the pointer before it releases the log, so that callbacks that start later find no log.
 void stopApplication(CRunCls& run) {
     if (olk::ilog* log = run.log) {
         log->add(olk::level_inf, "stop addrpubd service success.");
@@ -96,7 +96,7 @@ void stopApplication(CRunCls& run) {
     closeConnection(run.dns_handle);
 }
 
-//  SIGALRM is unblocked because its own handler may have come here.
+//  SIGALRM is unblocked because the caller may be its handler.
 [[noreturn]] void endProcess() {
     ticks_left = max_end_ticks;
     ending = true;
@@ -115,8 +115,9 @@ void stopApplication(CRunCls& run) {
     std::exit(0);
 }
 
-//  Without ticks there is no later moment, so a step that waits is not waited for.
-bool stepGoesOn() {
+//  Returns true if the step may continue until a later tick or its end. Without ticks a step could block for ever, so
+//  the process then ends at once.
+bool stepMayContinue() {
     return in_step && ticking && (ticks_left > 0 || !olk::get_olk_alloctor_self()->unlocked());
 }
 
@@ -129,7 +130,7 @@ void onTick(int) {
             --ticks_left;
         if (ending && ticks_left == 0)
             _exit(0);
-        if (!ending && !stepGoesOn())
+        if (!ending && !stepMayContinue())
             endProcess();
     }
     errno = saved;
@@ -145,7 +146,7 @@ void onExitSignal(int signal_number) {
     } else if (!ending && pending_signal.compare_exchange_strong(none, signal_number)) {
         if (in_step && !isBlocked(SIGALRM))
             setTicks(max_step_ticks, short_tick);
-        if (!stepGoesOn())
+        if (!stepMayContinue())
             endProcess();
     }
     errno = saved;
@@ -155,7 +156,7 @@ void installExitSignals() {
     service_thread = pthread_self();
     for (const int number : {SIGINT, SIGTERM})
         signal(number, onExitSignal);
-    //  A mask inherited from whoever started the program would keep them away.
+    //  The program that started the service may have blocked them.
     unblock({SIGINT, SIGTERM});
 }
 

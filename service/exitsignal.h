@@ -1,58 +1,59 @@
-//  The end of the service: SIGINT and SIGTERM, and the code that they must not interrupt.
+//  The end of the service: SIGINT and SIGTERM, and protection of the code that they must not interrupt.
 //
-//      signal ----> (1) the service's thread is at rest (it sleeps) -----------------------------------> end
-//              \--> it is in a step: the number is kept, the step goes on
+//      signal ----> (1) the service's thread sleeps between two cycles ---------------------------------> end
+//              \--> it is in a step: the handler stores the number, the step continues
 //                       |--> (2) before its next call of the client library, or when the step is over -> end
-//                       \--> (3) it waits for longer than max_step_ticks, for a server or for a reader
-//                                of its output: at a tick at which no lock of the allocator is held ---> end
+//                       \--> (3) it is blocked for longer than max_step_ticks, by a server or a reader
+//                                of its output: at the first tick with all locks of the allocator free --> end
 //
-//  On the first two ways the service's thread holds no lock at all. On the third it may hold one of the C library or of the
+//  In cases (1) and (2) the service's thread holds no lock. In case (3) it may hold a lock of the C library or of the
 //  client library, but none of the allocator.
 //
-//  Each part of the end has a limit. A process that exceeds it, such as one whose console nobody reads or whose library
-//  waits for ever in an exit function, is ended by _exit(0).
+//  Each part of the end has a time limit. _exit(0) ends a process that exceeds it, for example because nobody reads its
+//  console output or because a library hangs in an exit function.
 //
-//  Limits are counted in ticks of the real-time timer (setitimer(2)): a process that gets no processor gets no ticks, so a
-//  loaded machine cuts nothing off. The first exit signal starts the timer and handles SIGALRM, whose action it leaves
-//  alone before. Started with SIGALRM blocked, the service does not wait for steps (3).
+//  Limits are counted in ticks of the real-time timer (setitimer(2)). A process without processor time gets no ticks,
+//  so limits do not expire early on a loaded machine. The first exit signal starts the timer and installs the handler
+//  of SIGALRM; before that, the service does not change the action of SIGALRM. If SIGALRM is blocked when the service
+//  starts, there are no ticks: an exit signal in a step ends the process at once.
 //
-//  Threads: the end runs on the service's thread, the one that called installExitSignals. A signal that the system
-//  delivers to another thread is passed on to it.
+//  Threads: the end runs on the service's thread, which is the one that called installExitSignals. An exit signal that
+//  is delivered to another thread is forwarded to it.
 #ifndef SERVICE_EXITSIGNAL_H
 #define SERVICE_EXITSIGNAL_H
 
-//  Microseconds between two ticks: while a step or a callback is waited for, and in the rest of the end, where a library's
-//  own waits should not be interrupted often.
+//  Period of the timer in microseconds: short_tick while waiting for a step or a callback, long_tick for the rest of
+//  the end, to interrupt a library's own waits less often.
 constexpr long short_tick = 10'000;
 constexpr long long_tick = 500'000;
 
-constexpr int max_step_ticks = 5;       // short; for a step to come to an end
-constexpr int max_callback_ticks = 50;  // short; for callbacks on other threads, once the log is taken from them
-constexpr int max_call_ticks = 10;      // long; for one call of the client library
-constexpr int max_end_ticks = 3;        // long; for every other part of the end
+constexpr int max_step_ticks = 5;       // short ticks until a step must have ended
+constexpr int max_callback_ticks = 50;  // short ticks for callbacks on other threads to return
+constexpr int max_call_ticks = 10;      // long ticks for one call of the client library
+constexpr int max_end_ticks = 3;        // long ticks for each other part of the end
 
-//  Handles SIGINT and SIGTERM. The end reports the stop, releases the log, closes both connections and exits with status
-//  0. Of several signals the first one counts.
+//  Handles SIGINT and SIGTERM: logs the stop, releases the log, closes both connections and exits with status 0. Only
+//  the first signal has an effect.
 void onExitSignal(int signal_number);
 
-//  Makes the calling thread the service's, installs onExitSignal for both signals and unblocks them.
+//  Makes the calling thread the service's thread, installs onExitSignal for both signals and unblocks them.
 void installExitSignals();
 
-//  A step of the service's thread. Does not nest.
+//  A scope in which an exit signal is deferred. Must not be nested.
 class ServiceStep {
 public:
     ServiceStep() noexcept;
-    //  Ends the process if an exit signal came during the step.
+    //  Ends the process if an exit signal arrived during the step.
     ~ServiceStep();
     ServiceStep(const ServiceStep&) = delete;
     ServiceStep& operator=(const ServiceStep&) = delete;
 };
 
-//  Ends the process if an exit signal has come. Called within a step, where the service's thread holds nothing.
+//  Ends the process if an exit signal has arrived. Call it in a step, at a place where the thread holds no lock.
 void endIfSignalled();
 
-//  A callback of the client library: on another thread than the service's, the end waits for it before it destroys the
-//  log. Made before the callback reads the log's pointer.
+//  The scope of a callback of the client library. If it runs on another thread than the service's, the end waits for it
+//  before it destroys the log. Create it before reading the pointer to the log.
 class CallbackStep {
 public:
     CallbackStep() noexcept;

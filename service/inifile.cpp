@@ -24,7 +24,7 @@ public:
     void read();
 
 private:
-    enum class Next { go_on, stop };
+    enum class Next { proceed, stop };
 
     void skipByteOrderMark();
     void skipComment();
@@ -40,8 +40,8 @@ private:
 
 void CIniReader::read() {
     skipByteOrderMark();
-    Next next = Next::go_on;
-    while (next == Next::go_on) {
+    Next next = Next::proceed;
+    while (next == Next::proceed) {
         const int c = std::fgetc(file_);
         if (c == EOF)
             next = Next::stop;
@@ -70,7 +70,7 @@ void CIniReader::skipComment() {
     key_.clear();
 }
 
-//  Reads behind "[". What follows "]" on the line is read by the ordinary rules.
+//  Parses the text after "[". The text after "]" on the same line is parsed like any other.
 CIniReader::Next CIniReader::readSection() {
     section_.clear();
     for (;;) {
@@ -83,10 +83,10 @@ CIniReader::Next CIniReader::readSection() {
     }
     key_.clear();
     value_.clear();
-    return callback_(section_, key_, value_) ? Next::stop : Next::go_on;
+    return callback_(section_, key_, value_) ? Next::stop : Next::proceed;
 }
 
-//  Reads behind "=".
+//  Parses the text after "=".
 CIniReader::Next CIniReader::readValue() {
     value_.clear();
     int c;
@@ -101,7 +101,7 @@ CIniReader::Next CIniReader::readValue() {
     while (c != '\n' && c != EOF)
         c = std::fgetc(file_);
     key_.clear();
-    return Next::go_on;
+    return Next::proceed;
 }
 
 }  // namespace

@@ -9,7 +9,7 @@
 
 namespace {
 
-//  Decides by the 16 bytes of an address. Address kinds as in RFC 4291, section 2.
+//  Classifies an address by its 16 bytes. Address types as in RFC 4291, section 2.
 bool isPublishable(const std::uint8_t (&bytes)[16]) {
     static const std::uint8_t zeros[12] = {};
     if (bytes[0] == 0xff)
@@ -21,7 +21,7 @@ bool isPublishable(const std::uint8_t (&bytes)[16]) {
     if (std::memcmp(bytes, zeros, 12) == 0) {
         std::uint32_t word;
         std::memcpy(&word, bytes + 12, sizeof word);
-        return word == 0;  // 0 is the unspecified address, 1 loopback, above it IPv4-compatible ones
+        return word == 0;  // 0: unspecified, 1: loopback, higher: IPv4-compatible
     }
     return true;
 }

@@ -5,13 +5,14 @@
 #include <cstdint>
 #include <string>
 
-//  Appends the host's publishable IPv6 addresses to out: in inet_ntop's form, in the order of the system's interface
-//  list, joined by ",", neither sorted nor made unique. Interface names and flags play no part.
+//  Appends the host's publishable IPv6 addresses to out, in inet_ntop's form, in the order of the system's interface
+//  list, separated by ",". The list is not sorted and may contain duplicates. Interface names and flags are ignored.
 //
-//  Left out are loopback, multicast, fe80::/9 (link-local and site-local), IPv4-mapped and IPv4-compatible addresses.
-//  Kept are all others: unique-local (RFC 4193), temporary and deprecated ones, and, on purpose, the unspecified address.
+//  Excludes loopback, multicast, fe80::/9 (link-local and site-local), IPv4-mapped and IPv4-compatible addresses.
+//  Includes all others: unique-local (RFC 4193), temporary and deprecated addresses and, deliberately, the unspecified
+//  address.
 //
-//  Returns 0, also when there is none, or -1 when the interfaces cannot be listed. Requires: out is empty.
+//  Returns 0, also without any address, or -1 if the interfaces cannot be listed. Requires: out is empty.
 std::int32_t getLocalIpv6List(std::string& out);
 
 #endif

@@ -1,4 +1,4 @@
-//  The entry point: one command word, handed over to the service descriptor.
+//  The main function: finds the command word and calls its function.
 #include "daemon.h"
 #include "runcls.h"
 
@@ -23,7 +23,7 @@ void printVersion() {
     std::printf("%s %s %s\n", g_daemon.service_name, description, g_daemon.version);
 }
 
-//  Matched without regard to case.
+//  Words are compared without regard to case.
 const Command commands[] = {
     {"-start", [] { g_daemon.start(); }},
     {"-stop", [] { g_daemon.stop(stop_timeout_seconds); }},
@@ -33,7 +33,7 @@ const Command commands[] = {
     {"-run", [] { g_daemon.runConsole(); }},
 };
 
-//  Fills the descriptor. Its key stays 0 until here.
+//  Fills the process descriptor. Until then its key is 0.
 void describeService() {
     std::snprintf(g_daemon.pid_path, sizeof g_daemon.pid_path, "/var/run/addrpubd.pid");
     std::snprintf(g_daemon.service_name, sizeof g_daemon.service_name, "addrpubd");
@@ -41,8 +41,7 @@ void describeService() {
     g_daemon.msg_key = 23213;
 }
 
-//  An unknown word and a word too many are silently ignored, on purpose: a service object comes and goes, and nothing is
-//  printed.
+//  Handles an unknown word and extra words: deliberately without output. It only creates and destroys a service object.
 void ignoreCommand() {
     delete new CRunCls;
 }
@@ -57,8 +56,8 @@ void runCommand(const char* word) {
     ignoreCommand();
 }
 
-//  Started with a standard descriptor closed, the program would give its number to the pid file, a socket or the client
-//  library: a line printed would land there, and redirecting the standard descriptors would cut it off.
+//  Opens /dev/null for each standard descriptor that is closed. Otherwise the pid file, a socket or the client library
+//  would get its number: output would be written there, and redirecting the standard descriptors would close it.
 void fillStandardDescriptors() {
     int fd;
     do

@@ -8,7 +8,7 @@
 
 namespace {
 
-//  A write lock over the whole file.
+//  Returns the description of a write lock on the whole file.
 struct flock wholeFile(pid_t pid) {
     struct flock lock = {};
     lock.l_type = F_WRLCK;
@@ -44,9 +44,9 @@ int claimPidFile(int fd) {
 }
 
 pid_t readPidText(int fd) {
-    constexpr size_t longest = 80;
-    char text[longest + 1] = {};
-    if (pread(fd, text, longest, 0) <= 0)
+    constexpr size_t max_length = 80;
+    char text[max_length + 1] = {};
+    if (pread(fd, text, max_length, 0) <= 0)
         return -1;
     const long pid = std::strtol(text, nullptr, 10);
     return pid == static_cast<pid_t>(pid) ? static_cast<pid_t>(pid) : -1;

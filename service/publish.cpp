@@ -1,6 +1,6 @@
 //  The publish cycle.
 //
-//  Every record tests the log's pointer: an object without a log publishes all the same.
+//  Code that logs tests the pointer to the log first: an object without a log still publishes.
 #include "exitsignal.h"
 #include "localaddr.h"
 #include "runcls.h"
@@ -11,27 +11,27 @@
 
 namespace {
 
-constexpr char no_address[] = "null";      // the address list of a host without a publishable address
-constexpr std::uint64_t put_fresh = 5999;  // a put is repeated when its mark differs by more: tenths of a second
-constexpr std::uint64_t sent_fresh = 599;  // a request is repeated when its second differs by more
+constexpr char no_address[] = "null";        // address list of a host without publishable addresses
+constexpr std::uint64_t max_put_age = 5999;  // tenths of a second; an unchanged list is put again when older
+constexpr std::uint64_t max_sent_age = 599;  // seconds; an unchanged list is sent again when older
 
-//  Clock readings are subtracted as unsigned numbers: the clock may be set to anything.
+//  Returns the distance of two clock readings. Unsigned subtraction cannot overflow, whatever the clock is set to.
 std::uint64_t difference(std::int64_t a, std::int64_t b) {
     const auto distance = static_cast<std::uint64_t>(a) - static_cast<std::uint64_t>(b);
     return a < b ? 0 - distance : distance;
 }
 
-std::int64_t putMark(time_t now) {
+std::int64_t toTenths(time_t now) {
     return static_cast<std::int64_t>(static_cast<std::uint64_t>(now) * 10);
 }
 
-//  Returns false within 9 seconds of the last cycle, to either side. A clock that was set back by at least ten seconds
-//  does not delay the next cycle.
-bool passesGate(time_t now, time_t last) {
+//  Returns false if the last cycle is at most 9 seconds away, before or after now. A clock that is set back by 10
+//  seconds or more does not delay the next cycle.
+bool cycleIsDue(time_t now, time_t last) {
     return static_cast<std::uint64_t>(now) - static_cast<std::uint64_t>(last) + 9 > 18;
 }
 
-//  Copies text into a zeroed field, cut so that its terminating zero stays. Returns the bytes copied.
+//  Copies text into a zeroed field, shortened so that the field ends with a zero. Returns the number of bytes copied.
 template <std::size_t N>
 std::size_t copyText(char (&field)[N], const std::string& text) {
     const std::size_t length = std::min(text.size(), N - 1);
@@ -47,14 +47,14 @@ void CRunCls::publishOnce() {
     if (rdb_connected == 0 && dns_connected == 0)
         return;
     const time_t now = time(nullptr);
-    if (!passesGate(now, last_cycle_time))
+    if (!cycleIsDue(now, last_cycle_time))
         return;
     last_cycle_time = now;
     const ServiceStep step;
     try {
         runCycle(now);
     } catch (const std::bad_alloc&) {
-        //  The texts keep what they had; the next cycle compares with them again.
+        //  The texts are unchanged, so the next cycle compares with them again.
     }
 }
 
@@ -76,10 +76,10 @@ void CRunCls::listAddresses() {
         address_list = no_address;
 }
 
-//  Returns false when the tag could not be had: the cycle ends and the whole step is tried again in the next one. A put
-//  that fails counts as done, so it is not repeated before the list changes, it grows old or the server reconnects.
+//  Returns false if the tag is not available: the cycle ends, and the next one tries again. A failed put counts as
+//  done: it is repeated only when the list changes, after 600 seconds, or after a reconnect.
 bool CRunCls::putSnapshot(time_t now) {
-    if (address_list == last_put_value && difference(putMark(now), snapshot.time) <= put_fresh)
+    if (address_list == last_put_value && difference(toTenths(now), snapshot.time) <= max_put_age)
         return true;
     if (!ensureTag())
         return false;
@@ -95,12 +95,12 @@ bool CRunCls::putSnapshot(time_t now) {
         sink->add(olk::level_inf, "rdb_objputsnapshot %s success,ipv6= %s", hostname.c_str(), address_list.c_str());
     else if (sink != nullptr)
         sink->add(olk::level_err, "rdb_objputsnapshot %s failed, errcode %d", hostname.c_str(), result);
-    snapshot.time = putMark(now);
+    snapshot.time = toTenths(now);
     last_put_value = address_list;
     return true;
 }
 
-//  Makes sure that the tag named after the host exists and can take a value. Returns false when it cannot be imported.
+//  Makes sure that the tag of the host exists and accepts values. Returns false if it cannot be imported.
 bool CRunCls::ensureTag() {
     RdbTag tag = {};
     copyText(tag.name, hostname);
@@ -135,12 +135,12 @@ bool CRunCls::importTag(RdbTag& tag) {
     return result == 0;
 }
 
-//  Whatever becomes of the request, it counts as sent. Without an address nothing is sent or remembered: a list that
-//  comes back as it was is due when it would have been, another one is sent at once.
+//  A request counts as sent even if it fails. "null" is neither sent nor remembered: when the same list returns, it
+//  keeps its old due time; another list is sent at once.
 void CRunCls::sendUpdate(time_t now) {
     if (dns_handle < 0 || dns_connected == 0 || address_list == no_address)
         return;
-    if (address_list == last_sent_value && difference(now, last_sent_time) <= sent_fresh)
+    if (address_list == last_sent_value && difference(now, last_sent_time) <= max_sent_age)
         return;
     DnsUpdateItem item;
     splitAddressList(address_list, item.ipv6s);
@@ -151,7 +151,7 @@ void CRunCls::sendUpdate(time_t now) {
 }
 
 std::int32_t CRunCls::updateDomain(DnsUpdateItem& item) {
-    //  The counter is never reset, on purpose: once it has reached its top, every request carries 1.
+    //  The counter is never reset, deliberately: after its maximum, every request has number 1.
     const std::int32_t number = seqno == INT32_MAX ? 1 : ++seqno;
 
     item.name.clear();

@@ -1,4 +1,4 @@
-//  The service object's start and end.
+//  Start and destruction of the service object.
 #include "runcls.h"
 
 #include "inifile.h"
@@ -47,7 +47,7 @@ bool CRunCls::startAll() {
     }
     openLog();
     if (log == nullptr)
-        return false;  // no memory for it, and the callbacks do nothing without one
+        return false;  // memory is exhausted; without a log the callbacks do nothing
     log->add(olk::level_inf, "\n\tstart addrpubd...");
     if (!checkHostname(ini_path) || !connectRdbServer() || !connectDnsServer())
         return false;
@@ -55,8 +55,8 @@ bool CRunCls::startAll() {
     return true;
 }
 
-//  The scheme of logurl chooses the log. Whether opening it succeeds is not checked: a log that cannot write is silent,
-//  and the service works all the same. The member is set last, so that nothing finds a log that is not open yet.
+//  The scheme of logurl selects the log. The result of opening it is not checked: if the log cannot write, the service
+//  runs without output. The member is set last, so that no other code finds a log that is not open yet.
 void CRunCls::openLog() {
     char scheme[olk::word_size];
     std::size_t position = 0;
@@ -77,7 +77,7 @@ bool CRunCls::checkHostname(const std::string& ini_path) {
         return false;
     }
     for (const char c : hostname) {
-        //  strchr also finds the set's terminating zero, so a zero byte is refused too.
+        //  strchr also finds the terminating zero of its set, so it rejects a zero byte too.
         if (std::strchr("'\"():", c) != nullptr) {
             log->add(olk::level_err, "hostname contains illegal characters in %s", ini_path.c_str());
             return false;
@@ -107,7 +107,7 @@ bool CRunCls::connectRdbServer() {
     return true;
 }
 
-//  A failure here leaves the rdb-server connection open: the process ends soon after.
+//  On failure the connection to the rdb server stays open: the process ends soon after.
 bool CRunCls::connectDnsServer() {
     if (dnsurl.empty() || dnsuser.empty() || dnspswd.empty()) {
         log->add(olk::level_inf, "dnsurl: not config.");
