@@ -1,4 +1,4 @@
-#  Flags that hold for every target: language level, warnings, sanitizers, output places.
+#  Flags of all targets: language level, warnings, sanitizers, output folders.
 
 set(CMAKE_CXX_STANDARD 20)
 set(CMAKE_CXX_STANDARD_REQUIRED ON)
@@ -9,16 +9,16 @@ if(NOT CMAKE_BUILD_TYPE)
     set(CMAKE_BUILD_TYPE Release CACHE STRING "Build type" FORCE)
 endif()
 
-#  NDEBUG is defined in no build type: the allocator's assertion is part of the program.
+#  No build type defines NDEBUG: the allocator's assertion is part of the program.
 set(CMAKE_CXX_FLAGS_RELEASE "-O2")
 set(CMAKE_CXX_FLAGS_RELWITHDEBINFO "-O2 -g")
 set(CMAKE_CXX_FLAGS_MINSIZEREL "-Os")
 set(CMAKE_CXX_FLAGS_DEBUG "-Og -g")
 
-#  The client library is found by its relative name, never by a path of the build machine.
+#  The client library is loaded by its relative name, never by a path of the build machine.
 set(CMAKE_SKIP_RPATH ON)
 
-#  The executable finds its client library and its ini file beside itself.
+#  The executable and its client library and ini file are in one folder.
 set(CMAKE_RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR})
 set(CMAKE_LIBRARY_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR})
 
@@ -29,11 +29,11 @@ endif()
 if(ADDRPUBD_CHECK)
     add_compile_definitions(OLK_CHECK)
 endif()
-#  Hardening, of every product and the tests of it alike. A sanitizer checks more and does not go together with it.
-#  - Immediate binding and a read-only relocation table; an executable at a random place, and no executable stack.
-#  - Stack protector, stack probes page by page, landing pads for indirect jumps.
-#  - With ADDRPUBD_FORTIFY, checked variants of the C library's functions. Packages are built so; the unit tests are not,
-#    because they replace the plain functions. A level that a compiler or a distribution has set is overruled.
+#  Hardening of all products and tests. Sanitizers check more and are not compatible with it. - Immediate binding, a
+#  read-only relocation table, a position-independent executable, no executable stack. - Stack protector, stack probes
+#  for each page, branch targets marked for indirect jumps. - With ADDRPUBD_FORTIFY, checked variants of C library
+#  functions. Packages are built with it; the unit tests are not,
+#    because they replace the unchecked functions. This setting overrides the level of a compiler or distribution.
 if(NOT ADDRPUBD_SANITIZE)
     include(CheckPIESupported)
     check_pie_supported(LANGUAGES CXX)

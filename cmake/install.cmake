@@ -1,14 +1,13 @@
-#  What an installation consists of. This is the only list of its files; the Debian package takes it as it is.
+#  The files of an installation. This is the only list of them; the Debian package uses it unchanged.
 #
-#      lib/addrpubd/       the program, its client library and a link to the settings: they find each other by lying in
-#                          one folder
-#      sbin/addrpubd       goes to that folder and starts the program there
-#      /etc/addrpubd/      the settings; below the prefix unless the prefix is /usr
+#      lib/addrpubd/       the program, its client library and a link to the ini file: they must be in one folder
+#      sbin/addrpubd       changes to that folder and starts the program there
+#      /etc/addrpubd/      the ini file; below the prefix unless the prefix is /usr
 #
-#  The wrapper, the unit, the manual pages and addrpubd-check name these places, so the prefix is chosen when the build is
-#  configured.
+#  The wrapper, the unit, the manual pages and addrpubd-check contain these paths, so the prefix is set at
+#  configuration.
 #
-#  Everything belongs to root. Who may read the settings, which hold passwords, is the packager's: here only root may.
+#  All files belong to root. The ini file contains passwords: here only root may read it, and a package may change that.
 
 include(GNUInstallDirs)
 
@@ -30,7 +29,7 @@ install(CODE "
             \"Configure it with -DCMAKE_INSTALL_PREFIX=\${CMAKE_INSTALL_PREFIX} and build it again.\")
     endif()")
 
-#  The client library is loaded by the program alone and is not to be executed.
+#  The client library is loaded by the program only and needs no permission to execute.
 install(TARGETS addrpubd RUNTIME DESTINATION ${ADDRPUBD_DIR})
 install(TARGETS rdbapix64 LIBRARY DESTINATION ${ADDRPUBD_DIR}
     PERMISSIONS OWNER_READ OWNER_WRITE GROUP_READ WORLD_READ)

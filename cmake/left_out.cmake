@@ -1,4 +1,5 @@
-#  The end of the build: prints which back ends were left out and the packages that bring them. Prints nothing when none was.
+#  At the end of the build, prints the back ends that were left out and the packages that they need. Prints nothing if
+#  none was left out.
 
 get_property(left_out GLOBAL PROPERTY ADDRPUBD_LEFT_OUT)
 if(NOT left_out)
@@ -19,6 +20,6 @@ list(JOIN packages " " packages)
 
 add_custom_target(left_out ALL
     COMMAND ${CMAKE_COMMAND} -E echo "Back ends left out of this build: ${schemes}"
-    COMMAND ${CMAKE_COMMAND} -E echo "To have them, install these packages, then configure and build again: ${packages}"
+    COMMAND ${CMAKE_COMMAND} -E echo "To include them, install these packages, then configure and build again: ${packages}"
     VERBATIM)
 add_dependencies(left_out addrpubd rdbapix64 addrpubd-check)

@@ -13,7 +13,7 @@ namespace check {
 
 namespace {
 
-constexpr std::size_t largest_file = 1 << 20;  // bytes; far more than nine settings need
+constexpr std::size_t max_file_bytes = 1 << 20;  // bytes; nine settings need far less
 
 std::string shown(const Subject& subject, Setting setting) {
     const std::string& text = subject.text(setting);
@@ -43,8 +43,8 @@ void fillTable(const Subject& subject, CReport& report) {
     }
 }
 
-//  Later lines overwrite earlier ones with the same key.
-void noteLines(Subject& subject) {
+//  Later lines replace earlier lines with the same key.
+void storeLines(Subject& subject) {
     for (const IniLine& line : subject.lines) {
         if (line.setting == no_setting)
             continue;
@@ -60,7 +60,7 @@ bool examine(const std::string& bytes, Subject& subject, CReport& report) {
         return false;
     probe.load(bytes, subject.run);
     subject.lines = readLines(bytes, probe);
-    noteLines(subject);
+    storeLines(subject);
     fillTable(subject, report);
     checkGrammar(subject, probe, report);
     checkHost(subject, report);
@@ -72,7 +72,7 @@ bool examine(const std::string& bytes, Subject& subject, CReport& report) {
     return !probe.failed();
 }
 
-//  A byte order mark, or two ASCII characters of two bytes each.
+//  Returns true for a UTF-16 byte order mark, and for text that begins with two ASCII characters of two bytes each.
 bool isUtf16(std::string_view bytes) {
     const auto zeros = [bytes](std::size_t first) {
         return bytes.size() >= 4 && bytes[first] == '\0' && bytes[first + 2] == '\0' && bytes[1 - first] != '\0' &&
@@ -112,23 +112,23 @@ bool checkBytes(const std::string& bytes, CReport& report) {
     return examine(bytes, subject, report);
 }
 
-//  A directory can be opened and reads as an empty file, so it is examined like one.
+//  A directory can be opened and reads as an empty file, so it is checked as an empty file.
 bool checkFile(const std::string& path, CReport& report, std::string& problem) {
     const OpenFile file(path.c_str());
     if (file.stream == nullptr) {
         const std::string reason = std::generic_category().message(errno);
-        report.fail(0, "it cannot be opened (" + reason + "): the service says \"Load ... failed.\"");
+        report.fail(0, "it cannot be opened (" + reason + "): the service reports \"Load ... failed.\"");
         return true;
     }
-    std::string bytes(largest_file + 1, '\0');
+    std::string bytes(max_file_bytes + 1, '\0');
     bytes.resize(std::fread(bytes.data(), 1, bytes.size(), file.stream));
-    if (bytes.size() > largest_file) {
+    if (bytes.size() > max_file_bytes) {
         problem = "it has more than 1 MiB and is not examined";
         return false;
     }
     Subject subject;
     if (!examine(bytes, subject, report)) {
-        problem = "the system gives no memory or name for a copy of it (is /proc mounted?)";
+        problem = "memory or a file name for a copy of it is not available (is /proc mounted?)";
         return false;
     }
     if (subject.run.hostname.empty() && isUtf16(bytes))

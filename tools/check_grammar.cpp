@@ -1,4 +1,4 @@
-//  Lines that the reader understands differently from what they seem to say.
+//  Warns about lines that the ini reader interprets differently from what their author probably intended.
 #include "check.h"
 #include "show.h"
 
@@ -13,24 +13,25 @@ std::string inLine(std::size_t number) {
     return "line " + std::to_string(number);
 }
 
-//  Returns whether key may be shown. A word of letters only, without "pswd" or "pass" in it, cannot be a piece of a
-//  password that was written on a line of its own.
+//  Returns whether key may be shown. A word of letters only that contains neither "pswd" nor "pass" is not considered
+//  part of a password that stands on a line of its own.
 bool isHarmless(const std::string& key) {
-    constexpr std::size_t longest = 20;
+    constexpr std::size_t max_length = 20;
     std::string lower;
     for (const char c : key) {
         if (std::isalpha(static_cast<unsigned char>(c)) == 0)
             return false;
         lower += static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
     }
-    return key.size() <= longest && lower.find("pswd") == std::string::npos && lower.find("pass") == std::string::npos;
+    return key.size() <= max_length && lower.find("pswd") == std::string::npos &&
+           lower.find("pass") == std::string::npos;
 }
 
 std::string suggestion(std::size_t setting) {
     return setting == no_setting ? std::string() : std::string("; ") + settings[setting].name + " may be meant";
 }
 
-//  A key that starts on an earlier line is not shown: nobody has written it like that, and it may hold anything.
+//  A key that starts on an earlier line is not shown: it combines text of several lines and may contain a secret.
 void checkUnknownKey(const IniLine& line, CIniProbe& probe, CReport& report) {
     const std::string& key = line.calls.back().key;
     if (line.key_front == 0) {
@@ -56,8 +57,8 @@ void checkKey(const IniLine& line, std::array<std::size_t, setting_count>& seen,
         return;
     }
     if (seen[setting] != 0)
-        report.warn(line.number, std::string(settings[setting].name) + " stands in " + inLine(seen[setting]) +
-                                     " already; the last value counts");
+        report.warn(line.number, std::string(settings[setting].name) + " is set in " + inLine(seen[setting]) +
+                                     " already; the last value is used");
     seen[setting] = line.number;
 }
 
@@ -65,21 +66,21 @@ bool isSecretLine(const IniLine& line) {
     return line.setting != no_setting && settings[line.setting].secret;
 }
 
-//  "#" or ";" is taken for a comment without a warning if a blank precedes it. In a password's line a blank has to
-//  follow it, too: without one it may be a part of a password that has blanks.
+//  No warning if a blank precedes "#" or ";": it starts a comment. In the line of a password a blank must also follow,
+//  because a password with blanks may contain " #".
 void checkEnd(const IniLine& line, CReport& report) {
-    if (line.behind.empty() || line.behind == "\r")
+    if (line.rest.empty() || line.rest == "\r")
         return;
-    if (line.behind.front() == '\r') {
-        report.warn(line.number, "a carriage return ends the value; what follows on the line is dropped");
+    if (line.rest.front() == '\r') {
+        report.warn(line.number, "a carriage return ends the value; the rest of the line is ignored");
         return;
     }
-    const bool text_follows = line.behind.size() > 1 && line.behind[1] != ' ' && line.behind[1] != '\t' &&
-                              line.behind[1] != '\r' && line.behind[1] != line.behind[0];
+    const bool text_follows = line.rest.size() > 1 && line.rest[1] != ' ' && line.rest[1] != '\t' &&
+                              line.rest[1] != '\r' && line.rest[1] != line.rest[0];
     const bool empty = line.calls.back().value.empty();
     if (line.glued || (text_follows && (empty || isSecretLine(line))))
         report.warn(line.number, std::string(empty ? "the value is empty: it" : "the value") + " ends at \"" +
-                                     line.behind.front() + "\"; what follows on the line is dropped");
+                                     line.rest.front() + "\"; the rest of the line is ignored");
 }
 
 void checkValue(const IniLine& line, CReport& report) {
@@ -88,16 +89,16 @@ void checkValue(const IniLine& line, CReport& report) {
         report.warn(line.number, "the quotes are part of the value");
     if (value.find('\0') != std::string::npos)
         report.warn(line.number,
-                    "the value holds a zero byte; the log and the client library get what is in front of it");
+                    "the value contains a zero byte; the log and the client library get the text before it");
 }
 
 void checkTextWithoutKey(const IniLine& line, CReport& report) {
     if (line.drops_text)
-        report.warn(line.number, "text without \"=\" in front of a comment or a section, dropped");
+        report.warn(line.number, "text without \"=\" before a comment or a section, ignored");
     if (!line.sets && !line.left.empty())
-        report.warn(line.number, "no \"=\" in this line: its text becomes the front of the next key");
+        report.warn(line.number, "no \"=\" in this line: its text becomes the start of the next key");
     if (line.swallows_setting)
-        report.warn(line.number, "the line is a section header; what looks like a setting in it is ignored");
+        report.warn(line.number, "the line is a section header; a setting in it is ignored");
 }
 
 }  // namespace

@@ -1,4 +1,4 @@
-//  The host name.
+//  Checks the host name.
 #include "check.h"
 #include "show.h"
 
@@ -9,12 +9,12 @@ namespace check {
 
 namespace {
 
-//  The service searches a C string for each character, and finds a zero byte at the string's end.
-constexpr std::string_view refused_by_the_start("'\"():\0", 6);
+//  The service searches a C string for each character, and that search also finds the terminating zero byte.
+constexpr std::string_view illegal_characters("'\"():\0", 6);
 
 constexpr std::size_t record_name = sizeof(RdbSnapshot::name) - 1;
 
-//  RFC 1035 section 2.3.4, and the characters of RFC 1123 section 2.1 with the underscore that is seen in practice.
+//  Length limits of RFC 1035 section 2.3.4; characters of RFC 1123 section 2.1, and the underscore, which is in use.
 bool isDomainName(const std::string& name) {
     constexpr std::size_t longest_label = 63;
     constexpr std::size_t longest_name = 253;
@@ -35,7 +35,7 @@ bool isAscii(const std::string& name) {
     return std::all_of(name.begin(), name.end(), [](unsigned char c) { return c < 0x80; });
 }
 
-//  Returns what to write instead of a name that isDomainName refuses, as the end of a sentence; empty without advice.
+//  Returns advice on a name that isDomainName rejects, as the end of a sentence; empty if there is no advice.
 std::string advice(const std::string& name) {
     if (!isAscii(name))
         return "; write a name with letters beyond ASCII in its form xn--...";
@@ -57,9 +57,9 @@ void checkHost(const Subject& subject, CReport& report) {
         report.fail(line, "hostname is missing or empty; the service logs \"not config hostname\"");
         return;
     }
-    const std::size_t bad = name.find_first_of(refused_by_the_start);
+    const std::size_t bad = name.find_first_of(illegal_characters);
     if (bad != std::string::npos) {
-        report.fail(line, "hostname holds " + quoted(name.substr(bad, 1)) +
+        report.fail(line, "hostname contains " + quoted(name.substr(bad, 1)) +
                               "; the service logs \"hostname contains illegal characters\"");
         return;
     }
@@ -67,9 +67,9 @@ void checkHost(const Subject& subject, CReport& report) {
         report.warn(line, "hostname has " + std::to_string(name.size()) + " bytes; the rdb server gets the first " +
                               std::to_string(record_name));
     if (reachesDnsServer(subject) && !isDomainName(name))
-        report.warn(
-            line, "hostname is not a domain name: the client library will refuse it for a DNS server or a hosts file" +
-                      advice(name));
+        report.warn(line,
+                    "hostname is not a domain name: the client library rejects it for a DNS server or a hosts file" +
+                        advice(name));
 }
 
 }  // namespace check

@@ -1,5 +1,5 @@
-//  The log address. The service's own log classes open it. They report no reason for a failure, so the parts of the
-//  address are examined as well.
+//  Checks the log address. The service's own log classes open it, but they report no reason for a failure, so the parts
+//  of the address are checked separately.
 #include "check.h"
 #include "show.h"
 
@@ -20,7 +20,7 @@ namespace {
 
 using Url = olk::net::url<olk::string>;
 
-//  Chooses between the two logs as the service does at its start.
+//  Selects one of the two logs as the service does when it starts.
 bool choosesUdp(const std::string& address) {
     char scheme[olk::word_size];
     std::size_t position = 0;
@@ -40,7 +40,7 @@ void checkConsole(const std::string& address, std::size_t line, CReport& report)
         report.warn(line, "logurl is neither \"stdout\" nor an address udp://SERVER:PORT/STREAM: nothing is logged");
 }
 
-//  Parses the address as the UDP log does: without its blanks.
+//  Parses the address as the UDP log does, without its blanks.
 bool parse(const std::string& address, Url& url) {
     std::string text;
     for (const char* c = address.c_str(); *c != '\0'; ++c)
@@ -55,7 +55,7 @@ std::string silence(const std::string& address) {
         return "its server is missing or its name cannot be resolved now";
     if (url.path.empty())
         return "it names no stream: udp://SERVER:PORT/STREAM";
-    return "no socket can be had";
+    return "no socket can be opened";
 }
 
 void checkPort(const Url& url, std::size_t line, CReport& report) {
@@ -65,11 +65,11 @@ void checkPort(const Url& url, std::size_t line, CReport& report) {
         return;
     const std::string port = host.substr(colon + 1);
     if (port != std::to_string(url.port) || url.port == 0)
-        report.warn(line, "the port " + quoted(port) + " of logurl is taken for " +
+        report.warn(line, "the port " + quoted(port) + " of logurl is read as " +
                               (url.port == 0 ? "none, which is 999" : std::to_string(url.port)));
 }
 
-//  A number counts as taken as written if nothing follows it. An unknown word gets level 30, as do "inf" and "msg".
+//  A number is read as written if no text follows it. An unknown word is read as level 30, and so are "inf" and "msg".
 void checkLevelWord(const std::string& word, std::size_t line, CReport& report) {
     char* end = nullptr;
     const long number = std::strtol(word.c_str(), &end, 10);
@@ -78,12 +78,12 @@ void checkLevelWord(const std::string& word, std::size_t line, CReport& report) 
     const bool named_30 = strcasecmp(word.c_str(), "inf") == 0 || strcasecmp(word.c_str(), "msg") == 0;
     const bool taken_as_written = number_in_front ? *end == '\0' && number == level : level != olk::level_inf;
     if (!named_30 && !taken_as_written)
-        report.warn(line, "the level " + quoted(word) + " of logurl is taken for " + std::to_string(level));
+        report.warn(line, "the level " + quoted(word) + " of logurl is read as " + std::to_string(level));
     if (level < olk::level_err)
         report.warn(line, "no record has a level of " + std::to_string(level) + " or less: nothing is logged");
 }
 
-//  Only the first pair of the query counts, and only when its key is "level".
+//  The UDP log uses only the first parameter of the query, and only if its key is "level".
 void checkQuery(const Url& url, std::size_t line, CReport& report) {
     if (url.args.empty())
         return;
@@ -97,14 +97,14 @@ void checkQuery(const Url& url, std::size_t line, CReport& report) {
     if (has_value && strcasecmp(key, "level") == 0)
         checkLevelWord(value, line, report);
     else
-        report.warn(line, "the query of logurl does not begin with level=WORD: it is passed over");
+        report.warn(line, "the query of logurl does not begin with level=WORD: it is ignored");
 }
 
 void checkUdp(const std::string& address, std::size_t line, CReport& report) {
     olk::udplog log;
     if (log.open(address.c_str()) != 0) {
         report.words.emplace_back("nothing is logged");
-        report.warn(line, "the log stays silent: " + silence(address));
+        report.warn(line, "nothing is logged: " + silence(address));
         return;
     }
     char name[olk::level_name_size];

@@ -1,4 +1,5 @@
-//  Who else may read or write the ini file and the password files. A group may: the service's own need not be root's.
+//  Checks whether other users may read or write the ini file and the password files. Access by the group is accepted:
+//  it may be the group of the service.
 #include "check.h"
 #include "show.h"
 
@@ -6,7 +7,7 @@ namespace check {
 
 namespace {
 
-constexpr char advice[] = ": chmod o= takes that from them";
+constexpr char advice[] = ": chmod o= removes this access";
 
 bool holdsSecret(const Subject& subject, Setting setting) {
     const std::string& text = subject.text(setting);
@@ -20,13 +21,13 @@ void checkMode(const Subject& subject, const struct stat& status, CReport& repor
         report.warn(0, "it is a directory, which reads as an empty file");
     if ((status.st_mode & S_IROTH) != 0 && (holdsSecret(subject, rdbpswd) || holdsSecret(subject, dnspswd)))
         report.warn(0, std::string("it holds a password and everybody can read it") + advice);
-    //  A pipe or a device that stands for a file is none of the installation's.
+    //  A pipe or a device is not a file of the installation, so its mode is not checked.
     if (S_ISREG(status.st_mode) && (status.st_mode & S_IWOTH) != 0)
         report.warn(0, std::string("everybody can write it") + advice);
 }
 
 void checkPasswordMode(const Subject& subject, Setting password, CReport& report) {
-    const std::string path = subject.given(password).substr(5);  // behind "file:"
+    const std::string path = subject.given(password).substr(5);  // after "file:"
     struct stat status {};
     if (stat(path.c_str(), &status) != 0)
         return;

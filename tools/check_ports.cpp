@@ -1,4 +1,4 @@
-//  The port list. Each item is given to the service's parser by itself.
+//  Checks the port list. The service's parser reads each item separately.
 #include "check.h"
 #include "show.h"
 
@@ -14,7 +14,7 @@ std::vector<std::uint16_t> portsOf(const std::string& list) {
     return {ports.begin(), ports.end()};
 }
 
-//  An item that is too long ends the list, so that a port after it is not reached.
+//  Returns whether item is so long that it ends the list: the parser then does not reach a port after it.
 bool endsTheList(const std::string& item) {
     const std::vector<std::uint16_t> ports = portsOf(item + ",1");
     return ports.empty() || (ports.size() == 1 && portsOf(item).size() == 1);
@@ -31,20 +31,20 @@ bool isWritten(const std::string& item, std::uint16_t port) {
     return digits != std::string::npos && item.substr(digits) == std::to_string(port);
 }
 
-//  Returns false when the list ends at this item.
+//  Returns false if the list ends at this item.
 bool checkItem(const std::string& text, bool last, std::size_t line, CReport& report) {
     const std::string item = trimmed(text);
     if (endsTheList(text)) {
-        report.warn(line, "a port of more than 38 characters ends the list; it and all behind it are dropped");
+        report.warn(line, "a port of more than 38 characters ends the list; it and all after it are dropped");
         return false;
     }
     const std::vector<std::uint16_t> ports = portsOf(text);
     if (item.empty() && !last)
         report.warn(line, "an empty port is skipped");
     else if (!item.empty() && ports.empty())
-        report.warn(line, "port " + quoted(item) + " is dropped: it is 0 in 16 bits, or no number");
+        report.warn(line, "port " + quoted(item) + " is ignored: it is 0 in 16 bits, or not a number");
     else if (!item.empty() && !isWritten(item, ports.front()))
-        report.warn(line, "port " + quoted(item) + " is taken for " + std::to_string(ports.front()));
+        report.warn(line, "port " + quoted(item) + " is read as " + std::to_string(ports.front()));
     return true;
 }
 
@@ -61,7 +61,7 @@ void checkPorts(const Subject& subject, CReport& report) {
         start = comma + 1;
     }
     if (!subject.ports.empty() && subject.run.dnshttpsports.empty())
-        report.warn(line, "dnshttpsports holds no port; the DNS server is told none");
+        report.warn(line, "dnshttpsports contains no port; the DNS server gets none");
 }
 
 }  // namespace check

@@ -1,4 +1,5 @@
-//  The two servers. Their urls are given to the open client library, which makes its back ends without any exchange.
+//  Checks the settings of the two servers. The open client library creates its back ends for their urls, without
+//  connecting.
 #include "check.h"
 #include "show.h"
 
@@ -22,7 +23,7 @@ constexpr Server servers[] = {
     {"DNS server", dnsurl, dnsuser, dnspswd, rdbopen::Backend::Service::messages},
 };
 
-//  The back ends that are left out of this build. The last row is there because an array cannot be empty.
+//  The back ends that this build leaves out. The last row exists because an array must not be empty.
 constexpr struct {
     std::string_view scheme;
     std::string_view packages;
@@ -31,14 +32,14 @@ constexpr struct {
     {"", ""},
 };
 
-//  Returns what to do about a scheme that the build does not know.
+//  Returns advice on a scheme that this build does not support.
 std::string advice(const std::string& url_text) {
     rdbopen::Url url;
     std::string reason;
     rdbopen::parseUrl(url_text, url, reason);
     for (const auto& row : left_out)
         if (!url.scheme.empty() && row.scheme == url.scheme)
-            return "its back end is left out of this build; to have it, install " + std::string(row.packages) +
+            return "its back end is left out of this build; to include it, install " + std::string(row.packages) +
                    " and build again";
     return "this build has no such back end";
 }
@@ -50,7 +51,7 @@ std::string joined(const std::vector<std::string>& words) {
     return out;
 }
 
-//  Returns the names of those of the server's three settings that are there, or are not.
+//  Returns the names of those of the server's three settings that are set (there is true) or not set.
 std::vector<std::string> namesOf(const Subject& subject, const Server& server, bool there) {
     std::vector<std::string> names;
     for (const Setting setting : {server.url, server.user, server.password})
@@ -67,7 +68,7 @@ void checkPassword(const Subject& subject, const Server& server, CReport& report
     if (in_file)
         reason = rdbopen::readSecret(subject.given(server.password), secret);
     else if (password.starts_with("file:"))
-        reason = "file: is followed by no absolute path, so the text itself is the password";
+        reason = "no absolute path follows file:, so the text itself is the password";
     if (!reason.empty())
         report.warn(subject.line[server.password],
                     std::string(settings[server.password].name) + ": " + printable(reason));
@@ -75,7 +76,7 @@ void checkPassword(const Subject& subject, const Server& server, CReport& report
         checkPasswordMode(subject, server.password, report);
 }
 
-//  Who may make files beside the server's own can put a link, or a file that is not the service's, in its place.
+//  A user who may create files in the folder of the server's file can replace it by a link or by another file.
 void checkFolder(const Subject& subject, const Server& server, CReport& report) {
     rdbopen::Url url;
     rdbopen::FilePlace place;
@@ -84,9 +85,10 @@ void checkFolder(const Subject& subject, const Server& server, CReport& report) 
         return;
     rdbopen::resolveFile(url.path, place);
     if (!place.shared.empty())
-        report.warn(subject.line[server.url], std::string(settings[server.url].name) +
-                                                  ": other users can make files in " + printable(place.shared) +
-                                                  ", through which the path leads: use a folder of the service's own");
+        report.warn(subject.line[server.url],
+                    std::string(settings[server.url].name) + ": other users can create files in " +
+                        printable(place.shared) +
+                        ", a folder of the path: use a folder that only the service may write to");
 }
 
 void checkBackend(const Subject& subject, const Server& server, CReport& report) {
@@ -101,7 +103,7 @@ void checkBackend(const Subject& subject, const Server& server, CReport& report)
     else if (code != rdbopen::errorNone)
         report.fail(line, name + ": " + printable(reason));
     else if (!backend->serves(server.service))
-        report.warn(line, name + ": the back end of this scheme is none for the " + server.name +
+        report.warn(line, name + ": the back end of this scheme does not serve the " + server.name +
                               ": every request to it fails (rdburl and dnsurl exchanged?)");
     else
         checkFolder(subject, server, report);

@@ -1,4 +1,4 @@
-//  Whether host name and password suit the zone in a url of the back end dns.
+//  Checks whether host name and password match the zone in a url of the back end dns.
 #include "check.h"
 
 #ifdef RDBOPEN_WITH_DNS
@@ -22,7 +22,8 @@ bool readZone(const Subject& subject, rdbopen::DnsZone& zone) {
            rdbopen::parseDnsZone(url, zone, reason);
 }
 
-//  Returns the longest name that a record of the host gets; full is its name in the zone. Addresses add no names.
+//  Returns the longest owner name among the host's records. full is the host's name in the zone; the names do not
+//  depend on the addresses.
 std::string longestOwner(const Subject& subject, const std::string& full) {
     const auto& ports = subject.run.dnshttpsports;
     const std::vector<rdbopen::RecordSet> sets = rdbopen::recordSets(full, {}, {ports.begin(), ports.end()});

@@ -8,15 +8,15 @@ namespace check {
 
 namespace {
 
-//  The reader is asked about front_ + a part of the line. front_ brings it into the state that it has at the line's
-//  start: after a line feed, with an unfinished key if earlier lines left one. The bytes of that key do not matter to
-//  the reader, so a run of "x" replaces it, one byte longer than the line: a key that is longer than the line has the
-//  run in it. The work for a line is therefore proportional to its own length, whatever earlier lines left.
+//  Parses one line by passing front_ and a part of the line to the reader. front_ brings the reader into the state that
+//  it has at the start of the line: after a line feed, with an unfinished key if earlier lines left one. The reader
+//  does not depend on the bytes of that key, so front_ contains "x" instead, one byte more than the line has: a key
+//  longer than the line therefore contains them. So the time for a line depends only on the length of the line.
 class CLineReader {
 public:
     CLineReader(const std::string& text, const std::string& carried, bool first, CIniProbe& probe)
         : text_(text), carried_(carried), filler_(carried.empty() ? 0 : text.size() + 1),
-          //  A byte order mark is skipped at the start of the file only; a line feed before it prevents that.
+          //  The reader skips a byte order mark only at the start of the file; the line feed prevents that.
           front_(first ? std::string() : "\n" + std::string(filler_, 'x')), probe_(probe) {}
 
     void read(bool ended, IniLine& line);
@@ -26,7 +26,7 @@ private:
     std::string ownPart(const std::string& key) const { return key.substr(hasFront(key) ? filler_ : 0); }
     std::size_t findEquals();
     bool dropsText(std::size_t end);
-    void readBehind(std::size_t equals, const std::string& value, IniLine& line);
+    void readAfterValue(std::size_t equals, const std::string& value, IniLine& line);
 
     const std::string& text_;
     const std::string& carried_;
@@ -35,7 +35,7 @@ private:
     CIniProbe& probe_;
 };
 
-//  A "=" after the line makes the reader report the key that it has read so far.
+//  A "=" after the line makes the reader report the key that is unfinished there.
 void CLineReader::read(bool ended, IniLine& line) {
     line.calls = probe_.calls(front_ + text_ + "\n=");
     if (!line.calls.empty()) {
@@ -53,7 +53,7 @@ void CLineReader::read(bool ended, IniLine& line) {
         line.key_front = hasFront(key) ? carried_.size() : 0;
         key = carried_.substr(0, line.key_front) + ownPart(key);
         line.setting = settingOf(key, probe_);
-        readBehind(equals, line.calls.back().value, line);
+        readAfterValue(equals, line.calls.back().value, line);
     }
     const std::size_t end = text_.find_first_of("#;[");
     line.drops_text = end < equals && end != std::string::npos && dropsText(end);
@@ -63,9 +63,9 @@ void CLineReader::read(bool ended, IniLine& line) {
     line.swallows_setting = !line.sets && std::any_of(line.calls.begin(), line.calls.end(), holdsSetting);
 }
 
-//  Returns the position of the "=" that makes the line's setting, or npos. The reader is asked about the line with its
-//  position inserted after each "=": the value then begins with the position of the setting's own "=". In headers and
-//  comments the digits change nothing.
+//  Returns the position of the "=" that ends the key of the line's setting, or npos. The reader parses a copy of the
+//  line in which the position is inserted after each "=": the value then begins with the position of the "=" before it.
+//  The inserted digits do not change headers and comments.
 std::size_t CLineReader::findEquals() {
     std::string numbered;
     for (std::size_t at = 0; at < text_.size(); ++at) {
@@ -77,15 +77,15 @@ std::size_t CLineReader::findEquals() {
     return calls.empty() || calls.back().value.empty() ? std::string::npos : std::stoul(calls.back().value);
 }
 
-//  Returns whether text of the line is part of the unfinished key at end.
+//  Returns whether the key that is unfinished at end contains text of the line.
 bool CLineReader::dropsText(std::size_t end) {
     const std::string until = front_ + text_.substr(0, end);
     const std::vector<IniCall> calls = probe_.calls(until + "=");
     return calls.size() > probe_.calls(until).size() && !ownPart(calls.back().key).empty();
 }
 
-//  The value's characters are in the line unchanged.
-void CLineReader::readBehind(std::size_t equals, const std::string& value, IniLine& line) {
+//  Stores the text after the value. The value's characters are in the line unchanged.
+void CLineReader::readAfterValue(std::size_t equals, const std::string& value, IniLine& line) {
     std::size_t at = equals + 1;
     const auto skipBlanks = [&] {
         const std::size_t start = at;
@@ -98,14 +98,14 @@ void CLineReader::readBehind(std::size_t equals, const std::string& value, IniLi
     const bool blank_behind = skipBlanks();
     line.glued = !(value.empty() ? blank_in_front : blank_behind);
     if (at < text_.size())
-        line.behind = text_.substr(at);
+        line.rest = text_.substr(at);
 }
 
 }  // namespace
 
 std::vector<IniLine> readLines(const std::string& bytes, CIniProbe& probe) {
     std::vector<IniLine> lines;
-    std::string carried;  // the key as far as it was read at the line's start
+    std::string carried;  // the key that is unfinished at the line's start
     std::size_t carried_from = 0;
     for (std::size_t start = 0; start < bytes.size();) {
         const std::size_t end = std::min(bytes.find('\n', start), bytes.size());

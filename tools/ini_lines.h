@@ -1,10 +1,10 @@
-//  An ini file line by line, as the service's reader takes it.
+//  The lines of an ini file, as the service's reader parses them.
 //
-//      junk                           no setting; left: "junk"
-//      hostname = h # note            key "junkhostname", its front of 4 bytes from line 1; value "h", behind "# note"
+//      junk                           no setting; left is "junk"
+//      hostname = h # note            key "junkhostname", its first 4 bytes from line 1; value "h", rest is "# note"
 //
 //  Only a line feed ends a line, as in an editor. At a line feed the reader is in no value, header or comment, so its
-//  only state is the key as far as it was read.
+//  state is the unfinished key only.
 #ifndef TOOLS_INI_LINES_H
 #define TOOLS_INI_LINES_H
 
@@ -16,21 +16,21 @@
 namespace check {
 
 struct IniLine {
-    std::size_t number = 0;            // from 1
-    std::vector<IniCall> calls;        // what the reader's callback gets; at most the last one is a setting
-    std::string left;                  // text of this line that the next key begins with
-    bool keeps_front = false;          // the next key still begins with what earlier lines left
-    bool sets = false;                 // the line has a setting: calls.back()
-    std::size_t key_front = 0;         // bytes of its key that earlier lines left
-    std::size_t key_from = 0;          // line that these begin in; 0 without one
-    std::size_t setting = no_setting;  // which one; no_setting for an unknown key
-    bool drops_text = false;           // text of this line before a comment or a header sets nothing
-    bool swallows_setting = false;     // a header that is not closed or holds "="
-    bool glued = false;                // no blank is between the value and what follows it
-    std::string behind;                // text of the line after the value: begins with #, ; or a carriage return
+    std::size_t number = 0;            // line number, from 1
+    std::vector<IniCall> calls;        // calls of the reader's callback; only the last one can be a setting
+    std::string left;                  // text of this line that becomes the start of the next key
+    bool keeps_front = false;          // the next key also starts with text of earlier lines
+    bool sets = false;                 // the line has a setting, which is calls.back()
+    std::size_t key_front = 0;         // bytes of the setting's key that are from earlier lines
+    std::size_t key_from = 0;          // line in which these bytes start; 0 if none
+    std::size_t setting = no_setting;  // index of the setting; no_setting for an unknown key
+    bool drops_text = false;           // this line has text before a comment or header that is ignored
+    bool swallows_setting = false;     // the line has a header that is not closed or contains "="
+    bool glued = false;                // no blank separates the value from the text after it
+    std::string rest;                  // text after the value; starts with #, ; or a carriage return
 };
 
-//  Parses a file. The work is proportional to the file's length.
+//  Parses a file in time proportional to its length.
 std::vector<IniLine> readLines(const std::string& bytes, CIniProbe& probe);
 
 }  // namespace check

@@ -1,9 +1,9 @@
-//  Runs the service's own ini reader, and its own storing of settings, on a text.
+//  Runs the service's own ini reader, and its code that stores settings, on a text.
 //
-//  There is no second parser. Something that the reader does not report, such as the position of a value in its line,
-//  is found by reading a changed text: a shorter, a longer or a marked one.
+//  There is no second parser. A detail that the reader does not report, such as the position of a value in its line, is
+//  found by reading a modified text: shortened, extended or with marks inserted.
 //
-//  Threads: as for any plain object.
+//  Threads: one thread at a time may use an object.
 #ifndef TOOLS_INI_PROBE_H
 #define TOOLS_INI_PROBE_H
 
@@ -31,20 +31,20 @@ public:
     CIniProbe(const CIniProbe&) = delete;
     CIniProbe& operator=(const CIniProbe&) = delete;
 
-    //  Returns the calls that the service's reader makes for a file of these bytes; none when failed().
+    //  Returns the calls that the service's reader makes for a file with these bytes; an empty list if failed().
     std::vector<IniCall> calls(std::string_view bytes);
 
-    //  Stores the settings of a file of these bytes as the service does.
+    //  Stores the settings of a file with these bytes, as the service does.
     void load(std::string_view bytes, CRunCls& run);
 
-    //  Returns true after the system refused the memory or the name for a text; no answer is valid then.
+    //  Returns true after memory or a file name for a text was not available; the results are then invalid.
     bool failed() const { return failed_; }
 
 private:
     void write(std::string_view bytes);
 
-    int file_;          // in memory; -1 when there is none
-    std::string path_;  // its name
+    int file_;          // descriptor of the file in memory; -1 if none
+    std::string path_;  // name of that file
     bool failed_;
 };
 

@@ -1,4 +1,4 @@
-//  The entry point of addrpubd-check.
+//  The main function of addrpubd-check.
 #include "check.h"
 #include "inifile.h"
 #include "show.h"
@@ -8,17 +8,17 @@
 
 namespace {
 
-//  The settings of an installation of this build.
+//  The ini file of an installation of this build.
 constexpr char usual_place[] = ADDRPUBD_INI;
 
 constexpr char usage[] = "usage: addrpubd-check [FILE]\n"
                          "\n"
-                         "Says in words what addrpubd will do with an ini file. Without FILE it is the addrpubd.ini\n"
-                         "beside this program or, when there is none, " ADDRPUBD_INI ".\n"
+                         "Reports what addrpubd does with an ini file. Without FILE it checks the addrpubd.ini in the\n"
+                         "folder of this program or, if there is none, " ADDRPUBD_INI ".\n"
                          "\n"
-                         "Exit status: 0 nothing to remark, 1 warnings, 2 the service would not start.\n";
+                         "Exit status: 0 no findings, 1 warnings, 2 the service would not start.\n";
 
-//  Stores the file to examine in path. Returns false for a wrong command line, with the reason in problem.
+//  Sets path to the file to check. Returns false for a wrong command line, with the reason in problem.
 bool readArguments(int argc, char** argv, std::string& path, std::string& problem) {
     if (argc > 2)
         problem = "more than one file is named";

@@ -21,7 +21,7 @@ std::string summary(const std::vector<Finding>& findings) {
     const std::string errors = counted(countOf(findings, Severity::error), "error");
     const std::string warnings = counted(countOf(findings, Severity::warning), "warning");
     if (errors.empty())
-        return warnings.empty() ? "nothing to remark" : warnings;
+        return warnings.empty() ? "no findings" : warnings;
     return errors + (warnings.empty() ? "" : ", " + warnings) + ": the service would not start";
 }
 

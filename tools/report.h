@@ -1,4 +1,4 @@
-//  What the examination of one file has found, and its text.
+//  The findings of a check, and their text.
 //
 //      addrpubd.ini: the service takes these settings from it:
 //        hostname      = "host1"                     text between quotes, \xHH for bytes that are not printable ASCII
@@ -16,10 +16,10 @@
 
 namespace check {
 
-//  The exit statuses of the tool.
+//  Exit statuses of the tool.
 constexpr int status_clean = 0;
 constexpr int status_warnings = 1;
-constexpr int status_no_start = 2;  // also when the tool cannot do its work
+constexpr int status_no_start = 2;  // also if the check is not possible
 
 enum class Severity {
     warning,
@@ -28,21 +28,21 @@ enum class Severity {
 
 struct Finding {
     Severity severity;
-    std::size_t line;  // from 1; 0 when it belongs to no line
-    std::string text;  // printable, holds no secret
+    std::size_t line;  // from 1; 0 if it belongs to no line
+    std::string text;  // printable, without secrets
 };
 
 class CReport {
 public:
-    std::string file;                // the name as it was given
-    std::vector<std::string> table;  // the nine settings; empty when the file was not read
-    std::vector<std::string> words;  // what the service does with them
+    std::string file;                // file name, as on the command line
+    std::vector<std::string> table;  // the nine settings; empty if the file was not read
+    std::vector<std::string> words;  // sentences: what the service does with them
     std::vector<Finding> findings;
 
     void warn(std::size_t line, std::string text) { findings.push_back({Severity::warning, line, std::move(text)}); }
     void fail(std::size_t line, std::string text) { findings.push_back({Severity::error, line, std::move(text)}); }
 
-    //  The findings in the order of their lines; those that belong to none come last.
+    //  Sorts the findings by line; findings that belong to no line come last.
     void sort();
 
     int exitStatus() const;

@@ -25,8 +25,8 @@ char lower(char c) {
     return static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
 }
 
-//  Returns how many letters have to be changed, removed or added to make a from b (Levenshtein distance), in any case.
-std::size_t slips(std::string_view a, std::string_view b) {
+//  Returns the number of letters to change, remove or add to turn a into b (Levenshtein distance), ignoring case.
+std::size_t editDistance(std::string_view a, std::string_view b) {
     std::vector<std::size_t> row(b.size() + 1);
     std::iota(row.begin(), row.end(), std::size_t{0});
     for (std::size_t i = 0; i < a.size(); ++i) {
@@ -42,7 +42,7 @@ std::size_t slips(std::string_view a, std::string_view b) {
 
 }  // namespace
 
-//  Without the line feed a byte order mark at the start of the key would be skipped.
+//  The line feed prevents the reader from skipping a byte order mark at the start of the key.
 std::size_t settingOf(const std::string& key, CIniProbe& probe) {
     CRunCls run;
     probe.load("\n" + key + "=1\n", run);
@@ -52,10 +52,10 @@ std::size_t settingOf(const std::string& key, CIniProbe& probe) {
 }
 
 std::size_t similarSetting(std::string_view key) {
-    constexpr std::size_t most_slips = 2;
-    constexpr std::size_t longest = 20;
-    const auto similar = [key](const SettingFacts& setting) { return slips(key, setting.name) <= most_slips; };
-    if (key.size() > longest)
+    constexpr std::size_t max_distance = 2;
+    constexpr std::size_t max_length = 20;
+    const auto similar = [key](const SettingFacts& setting) { return editDistance(key, setting.name) <= max_distance; };
+    if (key.size() > max_length)
         return no_setting;
     return static_cast<std::size_t>(std::find_if(std::begin(settings), std::end(settings), similar) -
                                     std::begin(settings));

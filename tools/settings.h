@@ -1,4 +1,4 @@
-//  The nine settings and where the service object keeps them.
+//  The nine settings, and the members of the service object that store them.
 #ifndef TOOLS_SETTINGS_H
 #define TOOLS_SETTINGS_H
 
@@ -20,10 +20,10 @@ struct SettingFacts {
     bool secret;                 // a password
 };
 
-//  In the order of Setting.
+//  In the order of the enumeration Setting.
 extern const SettingFacts settings[setting_count];
 
-//  Returns which setting the service stores a value of this key in, or no_setting. The service is asked.
+//  Returns the setting in which the service stores a value with this key, or no_setting. Runs the service's own code.
 std::size_t settingOf(const std::string& key, CIniProbe& probe);
 
 //  Returns the setting whose name differs from key by at most two letters, or no_setting.

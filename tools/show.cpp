@@ -9,7 +9,7 @@ namespace {
 
 constexpr std::string_view mask = "***";
 
-//  The options of the log address and of the open client library's urls.
+//  Options of the log address and of the urls of the open client library.
 constexpr std::string_view known_options[] = {"algorithm", "check", "expire", "level", "skip", "ttl"};
 
 std::string escaped(std::string_view text, std::string_view with_backslash) {
@@ -43,7 +43,8 @@ bool isKnownOption(std::string_view name) {
     return std::any_of(std::begin(known_options), std::end(known_options), same);
 }
 
-//  Returns whether value consists of words and numbers only. After a misplaced "?" or "=" a secret may follow.
+//  Returns whether value contains only words, numbers and lists of them: after a misplaced "?" or "=" it may be a
+//  secret.
 bool isPlain(std::string_view value) {
     return std::all_of(value.begin(), value.end(),
                        [](unsigned char c) { return std::isalnum(c) != 0 || c == '-' || c == ','; });
@@ -58,7 +59,7 @@ std::string withoutSecret(std::string_view option) {
     return std::string(option.substr(0, equals + 1)) + std::string(shown ? value : mask);
 }
 
-//  Returns the part of a url after "?", masked.
+//  Returns the part of a url after "?", with secrets masked.
 std::string queryWithoutSecrets(std::string_view query) {
     std::string out;
     for (bool more = true; more;) {
@@ -81,7 +82,7 @@ std::string quoted(std::string_view text) {
     return '"' + escaped(text, "\\\"") + '"';
 }
 
-//  A password may hold any byte, "/" and "?" too, so the last "@" of the whole url counts.
+//  A password may contain any byte, including "/" and "?", so the last "@" of the whole url ends it.
 std::string withoutSecrets(const std::string& url) {
     std::string shown = url;
     const std::size_t slashes = url.find("://");

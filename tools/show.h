@@ -1,4 +1,4 @@
-//  How text of the file is shown: on one line, harmless to a terminal, and without a secret.
+//  Displays text of the file: on one line, without control characters for the terminal, and without secrets.
 #ifndef TOOLS_SHOW_H
 #define TOOLS_SHOW_H
 
@@ -7,16 +7,17 @@
 
 namespace check {
 
-//  Returns text with every byte but printable ASCII as \xHH, and a backslash doubled.
+//  Returns text with each byte outside printable ASCII as \xHH, and each backslash doubled.
 std::string printable(std::string_view text);
 
-//  Returns the same between double quotes, with those inside as \". Two different texts are never shown alike.
+//  Returns printable(text) in double quotes, with each double quote inside as \". Different texts yield different
+//  results.
 std::string quoted(std::string_view text);
 
-//  Returns url with *** for what may be a secret in it: everything between "://" and the last "@" of the whole url,
-//  unless a "/" follows "://", and in the query every option that has no "=" and every value of an option that is
-//  neither the log address's nor the open client library's. Values of these are shown as long as they are words,
-//  numbers or lists.
+//  Returns url with possible secrets replaced by ***: everything between "://" and the last "@" of the whole url,
+//  unless a "/" follows "://"; in the query, each option without "=" and the value of each unknown option. Known
+//  options are those of the log address and of the open client library; their values are shown if they are words,
+//  numbers or lists of them.
 std::string withoutSecrets(const std::string& url);
 
 }  // namespace check
