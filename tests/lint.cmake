@@ -1,4 +1,4 @@
-#  Checks of the sources themselves, as tests. A tool that is not installed is left out with a status line.
+#  Checks of the source text, as tests. If a tool is not installed, its check is left out with a status message.
 
 find_program(CLANG_FORMAT clang-format)
 find_program(RUN_CLANG_TIDY run-clang-tidy)
@@ -11,7 +11,7 @@ else()
 endif()
 
 if(RUN_CLANG_TIDY)
-    #  The commands may be g++'s, whose warning options clang-tidy need not know.
+    #  The compile commands may be those of g++, whose warning options clang-tidy does not know.
     foreach(folder com service rdbapi tools)
         add_test(NAME lint.tidy.${folder}
             COMMAND ${RUN_CLANG_TIDY} -quiet -p ${CMAKE_BINARY_DIR}

@@ -1,4 +1,5 @@
-#  The service's three parsers. Beside the service they link the recording client library, which its objects ask for.
+#  The three parsers of the service. They are linked with the recording client library, because the service's objects
+#  need a client library.
 
 addrpubd_fuzz_target(ini RUNS 30000 SOURCES ini_fuzz.cpp LIBS service recording_rdb)
 addrpubd_fuzz_target(ports RUNS 100000 SOURCES ports_fuzz.cpp LIBS service recording_rdb)

@@ -15,7 +15,7 @@ def test_591_without_a_name_it_examines_the_settings_that_the_service_reads(mach
     machine.path(str(installed.ini)).write_bytes(b"hostname = host1\nrdburl = log:\nrdbuser = u\nrdbpswd = p\n")
     process = machine.spawn(checker, cwd="/")
     output = process.all_output().decode()
-    assert f"{installed.ini}: nothing to remark" in output
+    assert f"{installed.ini}: no findings" in output
     assert '  hostname      = "host1"' in output
     assert process.wait() == 0
 

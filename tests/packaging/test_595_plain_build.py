@@ -49,7 +49,7 @@ def test_596_the_build_ends_by_naming_what_was_left_out_and_the_packages(plain):
     lines = [line for line in text.splitlines() if "Built target left_out" not in line]
     assert lines[-2:] == [
         "Back ends left out of this build: sqlite, hosts, redis, dns",
-        "To have them, install these packages, then configure and build again: "
+        "To include them, install these packages, then configure and build again: "
         "libsqlite3-dev nlohmann-json3-dev libhiredis-dev libldns-dev libssl-dev",
     ]
 
@@ -69,7 +69,7 @@ def test_597_the_checker_names_the_packages_of_a_missing_back_end(plain, tmp_pat
     ini.chmod(0o600)
     done = subprocess.run([plain[0] / "addrpubd-check", ini], capture_output=True, text=True, check=False)
     assert done.returncode == 2
-    assert f"; to have it, install {packages} and build again\n" in done.stdout
+    assert f"; to include it, install {packages} and build again\n" in done.stdout
 
 
 def test_598_the_preset_release_builds_no_test_even_where_tests_were_built(tmp_path):

@@ -23,7 +23,7 @@ BACK_ENDS = {"log": b"log", "hosts": b"hosts", "sqlite": b"libsqlite3", "redis":
 # example's names.
 OUTSIDE = re.compile(
     r": (\w+: the password file \S+ cannot be read: .*"
-    r"|the log stays silent: its server is missing or its name cannot be resolved now)$"
+    r"|nothing is logged: its server is missing or its name cannot be resolved now)$"
 )
 
 
@@ -66,7 +66,7 @@ def test_471_settings_without_a_fault_give_status_0(ini):
     path = ini(GOOD)
     status, output, errors = check(path)
     assert (status, errors) == (0, "")
-    assert output.endswith(f"\n{path}: nothing to remark\n")
+    assert output.endswith(f"\n{path}: no findings\n")
 
 
 def test_472_a_warning_gives_status_1(ini):
@@ -80,7 +80,7 @@ def test_473_settings_with_which_the_service_does_not_start_give_status_2(ini):
     path = ini(GOOD.replace("= h\n", "= a:b\n"))
     status, output, errors = check(path)
     assert (status, errors) == (2, "")
-    assert findings(output)[0].startswith(f"{path}:1: error: hostname holds")
+    assert findings(output)[0].startswith(f"{path}:1: error: hostname contains")
 
 
 def test_474_a_file_that_is_not_there_gives_status_2(tmp_path):
@@ -113,7 +113,7 @@ def test_477_without_a_name_it_is_the_file_beside_the_program(tmp_path, ini):
     for start in (program, link / "addrpubd-check"):
         status, output, _ = check(program=start, cwd="/")
         assert status == 0
-        assert output.endswith(f"\n{path}: nothing to remark\n")
+        assert output.endswith(f"\n{path}: no findings\n")
 
 
 @pytest.mark.parametrize("mode, status", [(0o600, 0), (0o640, 0), (0o644, 1), (0o604, 1)])
@@ -191,7 +191,7 @@ def test_484_a_password_file_that_everybody_can_read_or_write_is_remarked(ini, t
     path = ini(GOOD.replace("hunter2", f"file:{secret}"))
     status, output, _ = check(path)
     assert status == (1 if verbs else 0)
-    remark = ": warning: rdbpswd: everybody can {} the password file {}: chmod o= takes that from them"
+    remark = ": warning: rdbpswd: everybody can {} the password file {}: chmod o= removes this access"
     assert findings(output) == [f"{path}:4" + remark.format(verb, secret) for verb in verbs]
 
 
@@ -199,7 +199,7 @@ def test_485_settings_that_everybody_can_write_are_remarked(ini):
     path = ini(GOOD, 0o602)
     status, output, _ = check(path)
     assert status == 1
-    assert findings(output) == [f"{path}: warning: everybody can write it: chmod o= takes that from them"]
+    assert findings(output) == [f"{path}: warning: everybody can write it: chmod o= removes this access"]
 
 
 def test_486_a_secret_in_an_option_of_a_url_is_not_shown(ini):

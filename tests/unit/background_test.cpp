@@ -42,7 +42,7 @@ protected:
     FakeProcess system;
 };
 
-TEST_F(Parent, ClaimsThePidFileForksReleasesItPollsRemovesTheQueueAndLetsGoOfTheTerminal) {
+TEST_F(Parent, ClaimsForksReleasesPollsRemovesTheQueueAndDetaches) {
     prints({"finished\0"s});
     Lines expected = {"claim pid file", "fork", "close pid file", "msgget 23213 create 666", "msgrcv 7"};
     expected.insert(expected.end(), queue_removed_and_descriptors_redirected.begin(),
@@ -51,7 +51,7 @@ TEST_F(Parent, ClaimsThePidFileForksReleasesItPollsRemovesTheQueueAndLetsGoOfThe
     EXPECT_EQ(system.daemon.pid_fd, -1);
 }
 
-TEST_F(Parent, PrintsTheTextsOfASuccessfulStartAndALineFeedBehindTheEndMarker) {
+TEST_F(Parent, PrintsTheTextsOfASuccessfulStartAndALineFeed) {
     EXPECT_EQ(prints({"\nstart...\r\0"s, "Start success!\n\n\0"s, "finished\0"s}),
               "\nstart...\rStart success!\n\nfinished\n");
     EXPECT_EQ(system.polls, 3);
@@ -66,12 +66,12 @@ TEST_F(Parent, PrintsTheTextsOfAFailedChangeOfDirectory) {
     EXPECT_EQ(prints({"chdir failed\n\0"s, "finished\0"s}), "chdir failed\nfinished\n");
 }
 
-TEST_F(Parent, TheEndMarkerIsKnownInAnyCaseAndPrintedAsItCame) {
+TEST_F(Parent, AcceptsTheEndMarkerInAnyCase) {
     EXPECT_EQ(prints({"FiNiShEd\0"s, "more\0"s}), "FiNiShEd\n");
     EXPECT_EQ(system.polls, 1);
 }
 
-TEST_F(Parent, ATextThatOnlyBeginsLikeTheEndMarkerIsNone) {
+TEST_F(Parent, ALongerTextThanTheEndMarkerDoesNotEndIt) {
     EXPECT_EQ(prints({"finished\n\0"s, "finished!\0"s, "finished\0"s}), "finished\nfinished!finished\n");
 }
 
@@ -85,15 +85,15 @@ TEST_F(Parent, EachTextIsFlushedAtOnce) {
     EXPECT_EQ(seen, (Lines{"0", "3", "8"}));
 }
 
-TEST_F(Parent, StaleTextsAreShownFirst) {
+TEST_F(Parent, OlderTextsInTheQueueArePrintedFirst) {
     EXPECT_EQ(prints({"stale\n\0"s, "\nstart...\r\0"s, "finished\0"s}), "stale\n\nstart...\rfinished\n");
 }
 
-TEST_F(Parent, AForeignTextOf512BytesIsShownWhole) {
+TEST_F(Parent, ATextOf512BytesIsPrintedCompletely) {
     EXPECT_EQ(prints({std::string(512, 'm'), "\0"s, "finished\0"s}), std::string(512, 'm') + "finished\n");
 }
 
-TEST_F(Parent, AMessageOfMoreThan512BytesIsNeverTaken) {
+TEST_F(Parent, AMessageOfMoreThan512BytesStaysInTheQueue) {
     for (int poll = 1; poll <= 400; ++poll)
         system.incoming[poll].bytes = std::string(513, 'm');
     EXPECT_EQ(system.start(), 0);
@@ -103,11 +103,11 @@ TEST_F(Parent, AMessageOfMoreThan512BytesIsNeverTaken) {
 }
 
 //  The buffer is zeroed once, so a message without its zero is followed by what an earlier longer one left.
-TEST_F(Parent, AMessageWithoutItsZeroShowsWhatALongerOneLeftBehindIt) {
+TEST_F(Parent, AMessageWithoutItsZeroIsFollowedByOlderBytes) {
     EXPECT_EQ(prints({"abcdef\0"s, "XY", "finished\0"s}), "abcdefXYcdeffinished\n");
 }
 
-TEST_F(Parent, AnEmptyMessageIsNoText) {
+TEST_F(Parent, AnEmptyMessageIsIgnored) {
     for (int poll = 1; poll <= 200; ++poll)
         system.incoming[poll].bytes = "";
     EXPECT_EQ(system.start(), 0);
@@ -122,18 +122,18 @@ TEST_F(Parent, AMessageOfAZeroOnlyIsATextThatPrintsNothing) {
     EXPECT_EQ(system.polls, 300);
 }
 
-TEST_F(Parent, ASilentChildIsWaitedForFor150Polls) {
+TEST_F(Parent, PollsASilentChild150Times) {
     EXPECT_EQ(prints({}), "");
     EXPECT_EQ(system.polls, 150);
 }
 
-TEST_F(Parent, AChildThatHasSaidSomethingIsWaitedForFor300Polls) {
+TEST_F(Parent, PollsAChildThatSentAText300Times) {
     EXPECT_EQ(prints({"text\n\0"s}), "text\n");
     EXPECT_EQ(system.polls, 300);
 }
 
 //  The first look at the silence comes in the pass behind the 101st, after its own reading.
-TEST_F(Parent, TheLimitDropsTo150WhenNoTextHasComeByTheFirstLook) {
+TEST_F(Parent, TheLimitIs150WithoutATextAtPoll101) {
     EXPECT_EQ(polls_with_text_at(100), 300);
     EXPECT_EQ(polls_with_text_at(101), 300);
     EXPECT_EQ(polls_with_text_at(102), 300);
@@ -146,7 +146,7 @@ TEST_F(Parent, AtTheLimitTheQueueIsRemovedAndNothingIsPrinted) {
     EXPECT_EQ(Lines(system.calls.end() - 6, system.calls.end()), queue_removed_and_descriptors_redirected);
 }
 
-TEST_F(Parent, WithoutAQueueItPolls150TimesReadsNothingAndRemovesNothing) {
+TEST_F(Parent, WithoutAQueueItOnlyPolls150Times) {
     system.queue = -1;
     EXPECT_EQ(prints({"text\0"s}), "");
     EXPECT_EQ(system.polls, 150);
@@ -155,34 +155,34 @@ TEST_F(Parent, WithoutAQueueItPolls150TimesReadsNothingAndRemovesNothing) {
     EXPECT_EQ(system.calls.back(), "close 77");
 }
 
-TEST_F(Parent, WithoutDevNullTheTerminalIsKept) {
+TEST_F(Parent, WithoutDevNullItKeepsTheTerminal) {
     system.null_device = -1;
     prints({"finished\0"s});
     EXPECT_EQ(system.calls.back(), "open /dev/null for both");
 }
 
-TEST_F(Parent, NoChildGivesMinus1AndPrintsNothing) {
+TEST_F(Parent, AFailedForkReturnsMinus1AndPrintsNothing) {
     system.forked = -1;
     EXPECT_EQ(system.start(), -1);
     EXPECT_EQ(system.print, "");
     EXPECT_EQ(system.calls, (Lines{"claim pid file", "fork"}));
 }
 
-TEST_F(Parent, ARunningInstanceIsNamedAndNothingIsForked) {
+TEST_F(Parent, ARunningInstanceIsReportedWithoutAFork) {
     system.lock = [](int) { return FakeProcess::Lock{F_WRLCK, 77}; };
     EXPECT_EQ(system.start(), 0);
     EXPECT_EQ(system.print, "theservice alreay runging! pid = 77\n");
     EXPECT_EQ(system.calls, Lines{});
 }
 
-TEST_F(Parent, NoAccessGives1AndNothingIsForked) {
+TEST_F(Parent, NoAccessReturns1WithoutAFork) {
     system.pid_file_refused = [](int) { return true; };
     EXPECT_EQ(system.start(), 1);
     EXPECT_EQ(system.print, "Access Error! Please use root account!\n");
     EXPECT_EQ(system.calls, Lines{});
 }
 
-TEST_F(Parent, WhatWasPrintedBeforeTheForkIsFlushedBeforeIt) {
+TEST_F(Parent, OutputIsFlushedBeforeTheFork) {
     bool flushed = false;
     system.on_call = [&flushed](const std::string& line) {
         if (line == "fork")
@@ -223,7 +223,7 @@ private:
     struct sigaction own_ = {};
 };
 
-TEST_F(Parent, SigpipeIsTreatedAsBeforeAtEachCallAndAfterwards) {
+TEST_F(Parent, TheDispositionOfSigpipeIsUnchangedAtEachCall) {
     const SigpipeHandler handler;
     Lines elsewise;
     system.on_call = [&](const std::string& line) {
@@ -265,7 +265,7 @@ TEST_F(Child, TheTextsOfASuccessfulStartAreExact) {
     EXPECT_EQ(system.sent, (Lines{"\nstart...\r\0"s, "Start success!\n\n\0"s, "finished\0"s}));
 }
 
-TEST_F(Child, TheServiceObjectIsStoredBeforeTheSuccessIsReportedAndNotBeforeTheStart) {
+TEST_F(Child, StoresTheServiceObjectBetweenStartAndReport) {
     Lines stored;
     system.on_call = [this, &stored](const std::string& line) {
         if (line == "start service" || line.starts_with("msgsnd"))
@@ -277,7 +277,7 @@ TEST_F(Child, TheServiceObjectIsStoredBeforeTheSuccessIsReportedAndNotBeforeTheS
     EXPECT_EQ(static_cast<void*>(system.daemon.application), system.run);
 }
 
-TEST_F(Child, PutsItsPidIntoThePidFileAndKeepsItOpen) {
+TEST_F(Child, WritesItsPidAndKeepsThePidFileOpen) {
     system.start();
     EXPECT_EQ(system.daemon.pid_fd, system.pid_file);
     char text[32] = {};
@@ -285,7 +285,7 @@ TEST_F(Child, PutsItsPidIntoThePidFileAndKeepsItOpen) {
     EXPECT_EQ(text, std::to_string(getpid()) + "\n");
 }
 
-TEST_F(Child, AFailedChangeOfDirectoryIsReportedAndGives2) {
+TEST_F(Child, AFailedChangeOfDirectoryIsReportedAndReturns2) {
     system.chdir_result = -1;
     EXPECT_EQ(system.start(), 2);
     EXPECT_EQ(system.sent, (Lines{"chdir failed\n\0"s, "finished\0"s}));
@@ -312,14 +312,14 @@ TEST_F(Child, WithoutMemoryForTheServiceObjectTheStartFails) {
     EXPECT_EQ(system.sent, (Lines{"\nstart...\r\0"s, "Start failed!\n\0"s, "finished\0"s}));
 }
 
-TEST_F(Child, WhatTheServicePrintsWhileItStartsReachesTheTerminal) {
+TEST_F(Child, OutputDuringTheStartReachesTheTerminal) {
     system.start_prints = "Load x failed.\n";
     system.starts = false;
     system.start();
     EXPECT_EQ(system.print, "Load x failed.\n");
 }
 
-TEST_F(Child, WhatWasPrintedIsFlushedBeforeTheDescriptorsAreRedirected) {
+TEST_F(Child, OutputIsFlushedBeforeTheRedirection) {
     system.start_prints = "a log line\n";
     bool flushed = false;
     system.on_call = [&flushed](const std::string& line) {
@@ -330,7 +330,7 @@ TEST_F(Child, WhatWasPrintedIsFlushedBeforeTheDescriptorsAreRedirected) {
     EXPECT_TRUE(flushed);
 }
 
-TEST_F(Child, SigpipeIsTreatedAsBeforeAtEachCallAndAfterwards) {
+TEST_F(Child, TheDispositionOfSigpipeIsUnchangedAtEachCall) {
     const SigpipeHandler handler;
     Lines elsewise;
     system.on_call = [&](const std::string& line) {
@@ -342,14 +342,14 @@ TEST_F(Child, SigpipeIsTreatedAsBeforeAtEachCallAndAfterwards) {
     EXPECT_TRUE(handler.isInPlace());
 }
 
-TEST_F(Child, AFullQueueIsToldOnTheTerminalOnceAndTheServiceRuns) {
+TEST_F(Child, AFullQueueIsPrintedOnceAndTheServiceRuns) {
     system.send_result = -1;
     EXPECT_EQ(system.start(), std::nullopt);
     EXPECT_EQ(system.print, "send message failed\n");
     EXPECT_EQ(system.calls.back(), "publish of the started object");
 }
 
-TEST_F(Child, WithoutAQueueThatIsToldOnTheTerminalOnceAndTheServiceRuns) {
+TEST_F(Child, AMissingQueueIsPrintedOnceAndTheServiceRuns) {
     system.queue = -1;
     EXPECT_EQ(system.start(), std::nullopt);
     EXPECT_EQ(system.print, "send message failed\n");
@@ -357,7 +357,7 @@ TEST_F(Child, WithoutAQueueThatIsToldOnTheTerminalOnceAndTheServiceRuns) {
     EXPECT_EQ(system.calls.back(), "publish of the started object");
 }
 
-TEST_F(Child, TheMessageThatCannotBeSentIsToldBeforeTheServiceStarts) {
+TEST_F(Child, AFailedSendIsPrintedBeforeTheServiceStarts) {
     system.send_result = -1;
     system.starts = false;
     system.start_prints = "start\n";

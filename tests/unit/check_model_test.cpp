@@ -158,7 +158,7 @@ protected:
     TempFolder folder;
 };
 
-TEST_F(CheckModel, SaysOf3000FilesWhatTheServiceStores) {
+TEST_F(CheckModel, PredictsWhatTheServiceStoresFor3000Files) {
     Generator generator(20250411);
     const MemoryFile file;
     for (int i = 0; i < 3000; ++i) {
@@ -172,7 +172,7 @@ TEST_F(CheckModel, SaysOf3000FilesWhatTheServiceStores) {
     }
 }
 
-TEST_F(CheckModel, SaysOf2000FilesWhetherTheServiceStarts) {
+TEST_F(CheckModel, PredictsWhetherTheServiceStartsFor2000Files) {
     Generator generator(443);
     const std::string path = folder.file("addrpubd.ini");
     int starts = 0;

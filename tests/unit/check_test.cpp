@@ -84,7 +84,7 @@ protected:
     TempFolder folder;
 };
 
-TEST_F(Check, FindsWhatEveryRowOfTheTableSays) {
+TEST_F(Check, ReportsTheFindingsOfEveryTableRow) {
     const std::vector<Lines> rows = readTable("check_findings.txt");
     ASSERT_GT(rows.size(), 70U);
     for (const Lines& row : rows) {
@@ -97,17 +97,17 @@ TEST_F(Check, FindsWhatEveryRowOfTheTableSays) {
 
 #if defined(RDBOPEN_WITH_SQLITE) && defined(RDBOPEN_WITH_HOSTS)
 
-TEST_F(Check, AFolderThatOtherUsersShareIsRemarkedOnWhereverItIsOnThePath) {
+TEST_F(Check, AFolderThatOtherUsersShareIsReportedAnywhereOnThePath) {
     const std::string url[] = {"sqlite:///tmp/new/rdb.db", "hosts:///var/../tmp/hosts"};
-    const std::string remark =
-        ": other users can make files in /tmp/, through which the path leads: use a folder of the service's own";
+    const std::string remark = ": other users can create files in /tmp/, a folder of the path: use a folder that only "
+                               "the service may write to";
     const CReport report = examined("hostname=h\nrdburl=" + url[0] + "\nrdbuser=u\nrdbpswd=p\ndnsurl=" + url[1] +
                                     "\ndnsuser=u\ndnspswd=p\n");
     EXPECT_EQ(linesOf(report), (Lines{"2 warning rdburl" + remark, "5 warning dnsurl" + remark}));
     EXPECT_EQ(report.exitStatus(), 1);
 }
 
-TEST_F(Check, AFolderOfOneUserIsNoRemark) {
+TEST_F(Check, AFolderOfOneUserIsNotReported) {
     const CReport report = examined("hostname=h\nrdburl=sqlite:///var/lib/new/rdb.db\nrdbuser=u\nrdbpswd=p\n"
                                     "dnsurl=hosts:///etc/hosts\ndnsuser=u\ndnspswd=p\n");
     EXPECT_EQ(linesOf(report), Lines());
@@ -115,14 +115,14 @@ TEST_F(Check, AFolderOfOneUserIsNoRemark) {
 
 #endif
 
-TEST_F(Check, TellsTheFindingsInTheOrderOfTheLines) {
+TEST_F(Check, ListsTheFindingsInTheOrderOfTheLines) {
     std::vector<std::size_t> order;
     for (const Finding& finding : examined("dnshttpsports = x\nhostname = a:b\nttl = 1\n").findings)
         order.push_back(finding.line);
     EXPECT_EQ(order, (std::vector<std::size_t>{1, 1, 2, 3, 0}));
 }
 
-TEST_F(Check, SaysTheNineSettings) {
+TEST_F(Check, ListsTheNineSettings) {
     const CReport report = examined("hostname=h\xff\nlogurl=stdout\nrdburl=redis://u:pw@r\nrdbuser= a \"b\nrdbpswd=s\n"
                                     "dnsurl=log:\ndnsuser=\ndnspswd=file:/a b\ndnshttpsports=443,8443\n");
     EXPECT_EQ(report.table,
@@ -131,7 +131,7 @@ TEST_F(Check, SaysTheNineSettings) {
                      "dnsuser       = \"\"", "dnspswd       = in the file \"/a b\"", "dnshttpsports = 443, 8443"}));
 }
 
-TEST_F(Check, SaysWhatTheServiceDoesWithThem) {
+TEST_F(Check, DescribesWhatTheServiceDoesWithThem) {
     EXPECT_EQ(examined(base).words,
               (Lines{"nothing is logged", "it connects to the rdb server", "the DNS server is left out"}));
     EXPECT_EQ(examined("logurl=stdout").words, (Lines{"the log goes to the console; -start shows its first lines only",
@@ -141,10 +141,10 @@ TEST_F(Check, SaysWhatTheServiceDoesWithThem) {
     EXPECT_EQ(examined("logurl=udp://unknown.example/x").words.at(0), "nothing is logged");
 }
 
-TEST_F(Check, AnAddressThatGetsNoSocketStaysSilent) {
+TEST_F(Check, ALogWithoutASocketIsReported) {
     platform::hooks().socket = [](int, int, int) { return -1; };
     EXPECT_EQ(linesOf(examined(std::string(base) + "logurl=udp://192.0.2.1/x")),
-              (Lines{"5 warning the log stays silent: no socket can be had"}));
+              (Lines{"5 warning nothing is logged: no socket can be opened"}));
 }
 
 TEST_F(Check, AFileThatCannotBeOpenedIsAnError) {
@@ -176,7 +176,7 @@ TEST_F(Check, AFileOfMoreThanOneMebibyteIsNotExamined) {
     EXPECT_TRUE(checkFile(path, report, problem));
 }
 
-TEST_F(Check, AFileInUtf16IsNamedInOneLine) {
+TEST_F(Check, AFileInUtf16IsReportedInOneLine) {
     const auto wide = [](const std::string& text, bool big) {
         std::string bytes;
         for (const char c : text)
@@ -193,17 +193,17 @@ TEST_F(Check, AFileInUtf16IsNamedInOneLine) {
     }
 }
 
-TEST_F(Check, AFileThatSetsAHostNameIsNotTakenForUtf16) {
+TEST_F(Check, AFileWithAHostNameIsNotReportedAsUtf16) {
     EXPECT_EQ(examinedFile("\xFF\xFE\n" + std::string("#\n") + base, 0600).table.size(), 9U);
     EXPECT_EQ(examinedFile(std::string(base) + "\xFF\xFE", 0600).table.size(), 9U);
     EXPECT_EQ(examinedFile(std::string("a\0bc\n", 5), 0600).table.size(), 9U);
 }
 
-TEST_F(Check, APasswordThatEverybodyCanReadIsRemarked) {
+TEST_F(Check, APasswordThatEverybodyCanReadIsReported) {
     for (const mode_t mode : {0600U, 0640U, 0660U})
         EXPECT_EQ(linesOf(examinedFile(base, mode)), Lines{});
     EXPECT_EQ(linesOf(examinedFile(base, 0604)),
-              (Lines{"0 warning it holds a password and everybody can read it: chmod o= takes that from them"}));
+              (Lines{"0 warning it holds a password and everybody can read it: chmod o= removes this access"}));
 }
 
 TEST_F(Check, AFileWithoutAPasswordMayBeReadByEverybody) {
@@ -213,16 +213,15 @@ TEST_F(Check, AFileWithoutAPasswordMayBeReadByEverybody) {
     EXPECT_EQ(linesOf(examinedFile(settings, 0644)), Lines{});
 }
 
-TEST_F(Check, AFileThatEverybodyCanWriteIsRemarked) {
-    const std::string remark = "0 warning everybody can write it: chmod o= takes that from them";
+TEST_F(Check, AFileThatEverybodyCanWriteIsReported) {
+    const std::string remark = "0 warning everybody can write it: chmod o= removes this access";
     EXPECT_EQ(linesOf(examinedFile(base, 0602)), Lines{remark});
     EXPECT_EQ(linesOf(examinedFile("hostname = h\n", 0646)).at(0), remark);
-    EXPECT_EQ(
-        linesOf(examinedFile(base, 0606)),
-        (Lines{remark, "0 warning it holds a password and everybody can read it: chmod o= takes that from them"}));
+    EXPECT_EQ(linesOf(examinedFile(base, 0606)),
+              (Lines{remark, "0 warning it holds a password and everybody can read it: chmod o= removes this access"}));
 }
 
-TEST_F(Check, ADirectoryOrADeviceThatEverybodyCanWriteIsNotRemarked) {
+TEST_F(Check, ADirectoryOrADeviceThatEverybodyCanWriteIsNotReported) {
     constexpr mode_t types[] = {S_IFDIR, S_IFCHR, S_IFIFO};
     for (const mode_t type : types) {
         Subject subject;
@@ -235,13 +234,13 @@ TEST_F(Check, ADirectoryOrADeviceThatEverybodyCanWriteIsNotRemarked) {
     }
 }
 
-TEST_F(Check, APasswordFileThatEverybodyCanReadOrWriteIsRemarked) {
+TEST_F(Check, APasswordFileThatEverybodyCanReadOrWriteIsReported) {
     const auto examine = [this](mode_t mode) {
         return linesOf(examined("hostname=h\nrdburl=log:\nrdbuser=u\nrdbpswd=file:" + passwordFile(mode)));
     };
     const auto remark = [this](const std::string& verb) {
         return "4 warning rdbpswd: everybody can " + verb + " the password file " + folder.file("password") +
-               ": chmod o= takes that from them";
+               ": chmod o= removes this access";
     };
     for (const mode_t mode : {0400U, 0600U, 0640U, 0660U})
         EXPECT_EQ(examine(mode), Lines{}) << std::oct << mode;
@@ -250,30 +249,31 @@ TEST_F(Check, APasswordFileThatEverybodyCanReadOrWriteIsRemarked) {
     EXPECT_EQ(examine(0606), (Lines{remark("read"), remark("write")}));
 }
 
-TEST_F(Check, ThePasswordFileOfTheDnsServerIsLookedAtToo) {
+TEST_F(Check, ThePasswordFileOfTheDnsServerIsCheckedToo) {
     const Lines lines = linesOf(examined("hostname=h\ndnsurl=log:\ndnsuser=u\ndnspswd=file:" + passwordFile(0604)));
     EXPECT_EQ(lines, (Lines{"4 warning dnspswd: everybody can read the password file " + folder.file("password") +
-                            ": chmod o= takes that from them"}));
+                            ": chmod o= removes this access"}));
 }
 
-TEST_F(Check, ThePasswordFileOfAServerThatIsLeftOutIsNotLookedAt) {
+TEST_F(Check, ThePasswordFileOfAServerThatIsLeftOutIsIgnored) {
     const Lines lines = linesOf(examined(std::string(base) + "dnspswd=file:" + passwordFile(0666)));
     EXPECT_EQ(lines, (Lines{"5 warning dnsurl and dnsuser are missing or empty, so the DNS server is left out"}));
 }
 
 #if defined(RDBOPEN_WITH_SQLITE) && defined(RDBOPEN_WITH_HOSTS)
-TEST_F(Check, ExchangedUrlsAreRemarked) {
+TEST_F(Check, ExchangedUrlsAreReported) {
     const Lines lines = linesOf(examined("hostname=h\nrdburl=hosts:///x\nrdbuser=u\nrdbpswd=p\n"
                                          "dnsurl=sqlite:///x\ndnsuser=u\ndnspswd=p\n"));
-    EXPECT_EQ(lines, (Lines{"2 warning rdburl: the back end of this scheme is none for the rdb server: every request "
-                            "to it fails (rdburl and dnsurl exchanged?)",
-                            "5 warning dnsurl: the back end of this scheme is none for the DNS server: every request "
-                            "to it fails (rdburl and dnsurl exchanged?)"}));
+    EXPECT_EQ(lines,
+              (Lines{"2 warning rdburl: the back end of this scheme does not serve the rdb server: every request "
+                     "to it fails (rdburl and dnsurl exchanged?)",
+                     "5 warning dnsurl: the back end of this scheme does not serve the DNS server: every request "
+                     "to it fails (rdburl and dnsurl exchanged?)"}));
 }
 #endif
 
 #ifdef RDBOPEN_WITH_DNS
-TEST_F(Check, ANameOutsideTheZoneIsRemarked) {
+TEST_F(Check, ANameOutsideTheZoneIsReported) {
     const auto examine = [this](const std::string& name, const std::string& url) {
         return linesOf(examined("hostname=" + name + "\ndnsurl=" + url + "\ndnsuser=u\ndnspswd=c2VjcmV0\n"));
     };
@@ -294,7 +294,7 @@ std::string nameOfLength(std::size_t length) {
     return name + "." + zone;
 }
 
-TEST_F(Check, ANameThatIsTooLongForARecordOfItIsRemarked) {
+TEST_F(Check, ANameThatIsTooLongForItsRecordsIsReported) {
     const auto examine = [this](const std::string& name, const std::string& ports, const std::string& zone) {
         Lines lines = linesOf(examined("hostname=" + name + "\ndnsurl=dns://s/" + zone +
                                        "\ndnsuser=u\ndnspswd=c2VjcmV0\ndnshttpsports=" + ports + "\n"));
@@ -325,7 +325,7 @@ bool backEndRefuses(const std::string& name, const std::string& port, const std:
     return backend->message(request, reply).code == rdbopen::errorBadRequest;
 }
 
-TEST_F(Check, ANameIsRemarkedWhenTheBackEndRefusesItAndOnlyThen) {
+TEST_F(Check, ANameIsReportedExactlyWhenTheBackEndRefusesIt) {
     int refused = 0;
     for (const std::size_t length : {230U, 238U, 239U, 240U, 241U, 242U, 252U, 253U})
         for (const char* port : {"1", "80", "443", "8443", "18443"})
@@ -342,7 +342,7 @@ TEST_F(Check, ANameIsRemarkedWhenTheBackEndRefusesItAndOnlyThen) {
     EXPECT_GT(refused, 20);
 }
 
-TEST_F(Check, APasswordThatIsNoSecretOfAKeyIsRemarked) {
+TEST_F(Check, APasswordThatIsNotAKeySecretIsReported) {
     const auto examine = [this](const std::string& password) {
         return linesOf(examined("hostname=h\ndnsurl=dns://s/example.org\ndnsuser=u\ndnspswd=" + password));
     };
@@ -358,13 +358,13 @@ TEST_F(Check, APasswordThatIsNoSecretOfAKeyIsRemarked) {
 }
 #endif
 
-TEST_F(Check, ASystemWithoutMemoryFilesIsAProblemOfTheTool) {
+TEST_F(Check, WithoutMemoryFilesTheCheckIsNotPossible) {
     platform::hooks().ftruncate = [](int, off_t) { return -1; };
     CReport report;
     EXPECT_FALSE(checkBytes(base, report));
 }
 
-TEST_F(Check, TheUsualPlaceIsTakenWhenThereIsNoFileBesideTheProgram) {
+TEST_F(Check, TheInstalledFileIsUsedIfTheProgramsFolderHasNone) {
     const std::string beside = folder.file("addrpubd.ini");
     const std::string usual = folder.file("usual.ini");
     EXPECT_EQ(defaultPath(folder.path() + "/", usual), beside);

@@ -46,7 +46,7 @@ TEST_F(Config, EachOfTheNineKeysIsStoredInTheFieldOfItsName) {
     EXPECT_EQ(portsOf(run.dnshttpsports), (Ports{443, 8443}));
 }
 
-TEST_F(Config, AKeyTouchesNoFieldButItsOwn) {
+TEST_F(Config, AKeyChangesOnlyItsOwnField) {
     const Lines keys = {"hostname", "logurl", "rdburl", "rdbuser", "rdbpswd", "dnsurl", "dnsuser", "dnspswd"};
     for (std::size_t i = 0; i < keys.size(); ++i) {
         SCOPED_TRACE(keys[i]);
@@ -70,7 +70,7 @@ TEST_F(Config, KeysAreMatchedWithoutRegardToCase) {
     EXPECT_EQ(portsOf(run.dnshttpsports), Ports{80});
 }
 
-TEST_F(Config, TheSectionIsNotLookedAt) {
+TEST_F(Config, TheSectionIsIgnored) {
     load("[dns]\nHostName = h1 ; comment\n[]\nrdburl=x\n[hostname]\nrdbuser=u\n");
     EXPECT_EQ(run.hostname, "h1");
     EXPECT_EQ(run.rdburl, "x");
@@ -82,7 +82,7 @@ TEST_F(Config, AHostNameKeepsItsInnerBlank) {
     EXPECT_EQ(run.hostname, "my host");
 }
 
-TEST_F(Config, TheLastValueOfAKeyCounts) {
+TEST_F(Config, TheLastValueOfAKeyIsUsed) {
     load("hostname=a\ndnshttpsports=1,2\nhostname=b\ndnshttpsports=3\n");
     EXPECT_EQ(run.hostname, "b");
     EXPECT_EQ(portsOf(run.dnshttpsports), Ports{3});
@@ -102,12 +102,12 @@ TEST_F(Config, OtherKeysAreIgnored) {
     EXPECT_EQ(out.text(), "");
 }
 
-TEST_F(Config, JunkInFrontOfAKeyMakesItAnother) {
+TEST_F(Config, TextBeforeAKeyMakesItAnUnknownKey) {
     load("junk\nhostname=h\n");
     EXPECT_EQ(run.hostname, "");
 }
 
-TEST_F(Config, AKeyWithAZeroByteIsNoneOfTheNine) {
+TEST_F(Config, AKeyWithAZeroByteIsNotOneOfTheNine) {
     load(std::string("hostname\0x=h\n", 13));
     EXPECT_EQ(run.hostname, "");
 }
@@ -134,7 +134,7 @@ TEST_F(Config, SectionHeadersAloneStoreNothing) {
     EXPECT_EQ(texts(), Lines(8));
 }
 
-TEST_F(Config, AFileThatCannotBeOpenedGivesFalseAndChangesNothing) {
+TEST_F(Config, AFileThatCannotBeOpenedReturnsFalseAndChangesNothing) {
     const TempFolder folder;
     run.hostname = "kept";
     EXPECT_FALSE(run.loadConfig(folder.file("missing.ini").c_str()));
@@ -153,7 +153,7 @@ TEST_F(PortList, EveryRowOfTheTableYieldsItsPorts) {
     }
 }
 
-TEST_F(PortList, AnItemOf38CharactersCountsAndOneOf39EndsTheList) {
+TEST_F(PortList, AnItemOf38CharactersIsReadAndOneOf39EndsTheList) {
     EXPECT_EQ(parsed("80," + std::string(35, '0') + "443,81"), (Ports{80, 443, 81}));
     EXPECT_EQ(parsed("80," + std::string(36, '0') + "443,81"), Ports{80});
 }
@@ -167,7 +167,7 @@ TEST_F(PortList, TrailingBlanksCountAmongThe38Characters) {
     EXPECT_EQ(parsed("443" + std::string(36, ' ') + ",80"), Ports{});
 }
 
-TEST_F(PortList, ANumberIsCutTo16Bits) {
+TEST_F(PortList, ANumberIsReducedTo16Bits) {
     EXPECT_EQ(parsed("70000"), Ports{4464});
 }
 
@@ -188,7 +188,7 @@ TEST_F(PortList, HoldsAThousandPortsInTheirOrder) {
     EXPECT_EQ(parsed(list), expected);
 }
 
-TEST_F(PortList, TakesItsMemoryFromThePoolAndGivesItBack) {
+TEST_F(PortList, TakesItsMemoryFromThePoolAndFreesIt) {
     const long before = platform::pool_blocks;
     {
         CRunCls object;

@@ -44,7 +44,7 @@ protected:
     FakeProcess system;
 };
 
-TEST_F(Control, NoPidFileMeansThatNothingRunsAndLeavesAnEmptyOne) {
+TEST_F(Control, WithoutAPidFileNothingRunsAndAnEmptyOneIsCreated) {
     EXPECT_EQ(stop(), not_run);
     EXPECT_EQ(status(), not_run);
     struct stat file = {};
@@ -60,14 +60,14 @@ TEST_F(Control, AFileThatCannotBeOpenedIsNoAccess) {
     EXPECT_EQ(signals(), Lines{});
 }
 
-TEST_F(Control, ALockThatCannotBeAskedIsNoAccess) {
+TEST_F(Control, ALockThatCannotBeQueriedIsNoAccess) {
     lock({unanswered});
     EXPECT_EQ(stop(), no_access);
     EXPECT_EQ(status(), no_access);
     EXPECT_EQ(signals(), Lines{});
 }
 
-TEST_F(Control, AFileWithoutALockMeansThatNothingRunsWhateverItsText) {
+TEST_F(Control, AFileWithoutALockMeansThatNothingRuns) {
     lock({unlocked});
     system.write_pid_file("77\n");
     EXPECT_EQ(stop(), not_run);
@@ -131,13 +131,13 @@ TEST_F(Control, TheTextDecidesForAHolderWithoutAPid) {
     }
 }
 
-TEST_F(Control, EightyBytesOfTheTextAreReadFromItsStart) {
+TEST_F(Control, ReadsTheFirst80BytesOfTheText) {
     lock({nameless, unlocked});
     system.write_pid_file(std::string(78, ' ') + "4242\n");
     EXPECT_EQ(stop(), "stop theservice... pid = 42\n\ntheservice stoped gracefully!\n\n");
 }
 
-TEST_F(Control, StopSendsSigtermAndIsContentAtOnceWhenTheLockIsGone) {
+TEST_F(Control, StopReturnsAtOnceIfTheLockIsFreeAfterSigterm) {
     lock({held, unlocked});
     EXPECT_EQ(stop(), stopped);
     EXPECT_EQ(signals(), Lines{"kill 77 15"});
@@ -159,14 +159,14 @@ TEST_F(Control, StopPrintsItsFirstLineBeforeTheSignal) {
     EXPECT_EQ(all.substr(0, before.size()), "stop theservice... pid = 77\n\n");
 }
 
-TEST_F(Control, StopLooksOnceASecond) {
+TEST_F(Control, StopChecksOnceASecond) {
     lock({held, held, held, held, unlocked});
     EXPECT_EQ(stop(), stopped);
     EXPECT_EQ(system.seconds_slept, 3);
     EXPECT_EQ(signals(), Lines{"kill 77 15"});
 }
 
-TEST_F(Control, StopKillsAfter300SecondsWithoutALastLook) {
+TEST_F(Control, StopKillsAfter300SecondsWithoutALastCheck) {
     lock({held});
     EXPECT_EQ(stop(), "stop theservice... pid = 77\n\n300 second Timeout,theservice be killed!\n\n");
     EXPECT_EQ(system.seconds_slept, 300);
@@ -174,7 +174,7 @@ TEST_F(Control, StopKillsAfter300SecondsWithoutALastLook) {
     EXPECT_EQ(signals(), (Lines{"kill 77 15", "kill 77 9"}));
 }
 
-TEST_F(Control, StopIsContentWhenTheLockGoesInTheLastSecond) {
+TEST_F(Control, StopSucceedsIfTheLockIsReleasedInTheLastSecond) {
     std::vector<FakeProcess::Lock> states(300, held);
     states.push_back(unlocked);
     lock(states);
@@ -201,7 +201,7 @@ TEST_F(Control, ATimeLimitBelow1KillsAtOnce) {
     EXPECT_EQ(system.seconds_slept, 0);
 }
 
-TEST_F(Control, AnotherHolderKeepsTheWaitGoingAndTheFirstIsKilled) {
+TEST_F(Control, WaitsForAnyHolderAndKillsTheFirst) {
     lock({held, held, {F_WRLCK, 88}});
     EXPECT_EQ(stop(5), "stop theservice... pid = 77\n\n5 second Timeout,theservice be killed!\n\n");
     EXPECT_EQ(signals(), (Lines{"kill 77 15", "kill 77 9"}));
@@ -221,7 +221,7 @@ TEST_F(Control, AFileThatCannotBeOpenedAgainEndsTheWait) {
     EXPECT_EQ(system.seconds_slept, 2);
 }
 
-TEST_F(Control, ALockThatCannotBeAskedAgainEndsTheWait) {
+TEST_F(Control, ALockThatCannotBeQueriedAgainEndsTheWait) {
     lock({held, held, unanswered});
     EXPECT_EQ(stop(), stopped);
     EXPECT_EQ(system.seconds_slept, 1);
@@ -246,7 +246,7 @@ TEST_F(Control, AHolderWithoutAPidIsTakenFromTheTextInTheWaitToo) {
     EXPECT_EQ(stop(4), "stop theservice... pid = 77\n\n4 second Timeout,theservice be killed!\n\n");
 }
 
-TEST_F(Control, EveryLookClosesTheFile) {
+TEST_F(Control, EveryCheckClosesTheFile) {
     lock({held, held, held, unlocked});
     stop();
     EXPECT_EQ(system.take_calls(),
@@ -256,7 +256,7 @@ TEST_F(Control, EveryLookClosesTheFile) {
     EXPECT_EQ(system.take_calls(), Lines{"close pid file"});
 }
 
-TEST_F(Control, TheOpenFileOfTheDescriptorIsNotTouched) {
+TEST_F(Control, KeepsTheOpenPidFileOfTheDescriptor) {
     lock({held, unlocked});
     stop();
     status();

@@ -108,7 +108,7 @@ TEST_F(RunConsole, KeepsSessionDirectoryAndUmask) {
     EXPECT_EQ(ended.out, "Start success!\n\n111");
 }
 
-TEST_F(RunConsole, GoesOnWithTheCycleForEver) {
+TEST_F(RunConsole, RepeatsTheCycleForEver) {
     const Ended ended = inChild([] {
         int passes = 0;
         platform::hooks().nanosleep = [&](const timespec*) {
@@ -170,7 +170,7 @@ TEST_F(RunConsole, EventsAfterAFailedStartAreNotLogged) {
     EXPECT_TRUE(ended.out.ends_with("Start failed!\n1")) << ended.out;
 }
 
-TEST_F(RunConsole, AMissingIniFileIsNamedBeforeTheFailure) {
+TEST_F(RunConsole, AMissingIniFileIsReportedBeforeTheFailure) {
     unlink(folder.file("addrpubd.ini").c_str());
     const Ended ended = inChild([] { g_daemon.runConsole(); });
     EXPECT_EQ(ended.out, "Load " + folder.file("addrpubd.ini") + " failed.\nStart failed!\n");
@@ -183,7 +183,7 @@ TEST_F(SingleInstance, AStaleFileIsOverwritten) {
     EXPECT_NE(readFile(pidPath), "123456789\n");
 }
 
-TEST_F(SingleInstance, AnotherHolderIsNamedAndNothingIsTouched) {
+TEST_F(SingleInstance, AnotherHolderIsReportedAndTheFileIsUnchanged) {
     const LockHolder other(pidPath);
     writeFile(pidPath, "999999\n");
     const Ended ended = inChild([] { g_daemon.runConsole(); });
@@ -202,7 +202,7 @@ TEST_F(SingleInstance, TheServicesOwnNameIsInTheMessage) {
 }
 
 //  Also the starting process of the background start decides so; it forks only afterwards.
-TEST_F(SingleInstance, TheBackgroundStartDecidesTheSame) {
+TEST_F(SingleInstance, TheBackgroundStartMakesTheSameDecision) {
     const LockHolder other(pidPath);
     const Ended held = inChild([] { std::printf("%d", g_daemon.start()); });
     EXPECT_EQ(held.out, "addrpubd alreay runging! pid = " + std::to_string(other.pid()) + "\n0");
@@ -213,7 +213,7 @@ TEST_F(SingleInstance, TheBackgroundStartDecidesTheSame) {
     EXPECT_EQ(refused.out, no_access + std::string("1"));
 }
 
-TEST_F(SingleInstance, AHolderWithoutAProcessIsAnAccessErrorWithoutALookAtTheText) {
+TEST_F(SingleInstance, AHolderWithoutAProcessIsAnAccessErrorWithoutReadingTheText) {
     writeFile(pidPath, "4321\n");
     const Ended ended = inChild([this] {
         const int fd = open(pidPath.c_str(), O_RDWR | O_CLOEXEC);
@@ -226,7 +226,7 @@ TEST_F(SingleInstance, AHolderWithoutAProcessIsAnAccessErrorWithoutALookAtTheTex
     EXPECT_EQ(readFile(pidPath), "4321\n");
 }
 
-TEST_F(SingleInstance, EveryOtherNumberThanMinusOneAnd0IsAHolders) {
+TEST_F(SingleInstance, AnyPidExceptMinusOneAnd0IsAHolder) {
     const Ended ended = inChild([] {
         platform::hooks().fcntl = [](int fd, int command, void* argument) {
             if (command != F_GETLK)
@@ -280,12 +280,12 @@ TEST_F(WritePid, ClaimsTheFileThatTheDescriptorHolds) {
     EXPECT_EQ(ended.out, "0 1");
 }
 
-TEST_F(WritePid, WithoutADescriptorGivesMinusOne) {
+TEST_F(WritePid, WithoutADescriptorReturnsMinusOne) {
     EXPECT_EQ(g_daemon.pid_fd, -1);
     EXPECT_EQ(g_daemon.writePid(), -1);
 }
 
-TEST_F(Usage, IsTheTextOfFifteenLines) {
+TEST_F(Usage, IsTheFixedTextOfFifteenLines) {
     const StdoutCapture out;
     g_daemon.usage();
     EXPECT_EQ(out.text(), "usage:addrpubd [-start] | [-stop] | [-status] | [-ver]\n"

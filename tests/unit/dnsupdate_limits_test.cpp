@@ -29,20 +29,20 @@ protected:
     }
 };
 
-TEST_F(UpdateLimits, TheFirstRequestCarries1TheNext2) {
+TEST_F(UpdateLimits, TheFirstRequestHasNumber1TheNext2) {
     EXPECT_EQ(numberOf(request()), "1");
     EXPECT_EQ(numberOf(request()), "2");
     EXPECT_EQ(numberOf(request()), "3");
     EXPECT_EQ(run.seqno, 3);
 }
 
-TEST_F(UpdateLimits, ARefusedRequestUsesItsNumberUp) {
+TEST_F(UpdateLimits, ARefusedRequestConsumesItsNumber) {
     recording_rdb::script_result(Function::callmsg, 0, 1);
     EXPECT_EQ(numberOf(request()), "1");
     EXPECT_EQ(numberOf(request()), "2");
 }
 
-TEST_F(UpdateLimits, TheTopIsReachedOnceAndThenEveryRequestCarries1) {
+TEST_F(UpdateLimits, AfterTheMaximumEveryRequestHasNumber1) {
     run.seqno = INT32_MAX - 1;
     EXPECT_EQ(numberOf(request()), "2147483647");
     EXPECT_EQ(numberOf(request()), "1");
@@ -58,7 +58,7 @@ TEST_F(UpdateLimits, FiveControlCharactersOfTheHostNameAreEscaped) {
     EXPECT_EQ(shown("\b\t\n\f\r"), R"(\b\t\n\f\r)");
 }
 
-TEST_F(UpdateLimits, AVerticalTabAndOtherControlCharactersGoRaw) {
+TEST_F(UpdateLimits, OtherControlCharactersAreNotEscaped) {
     for (int c = 1; c < 32; ++c) {
         if (std::string("\b\t\n\f\r").find(static_cast<char>(c)) != std::string::npos)
             continue;
@@ -95,7 +95,7 @@ TEST_F(UpdateLimits, TheBufferIsReservedBeforeTheTextIsWritten) {
     EXPECT_EQ(last, 416U);
 }
 
-TEST_F(UpdateLimits, EveryBlockIsGivenBackOnEveryPath) {
+TEST_F(UpdateLimits, EveryBlockIsFreedOnEveryPath) {
     for (const int result : {0, 5}) {
         recording_rdb::script_result(Function::callmsg, recording_rdb::every_call, result);
         const long before = platform::pool_blocks;
@@ -104,7 +104,7 @@ TEST_F(UpdateLimits, EveryBlockIsGivenBackOnEveryPath) {
     }
 }
 
-TEST_F(UpdateLimits, ARequestOfAThousandAddressesIsWholeAndTerminated) {
+TEST_F(UpdateLimits, ARequestOfAThousandAddressesIsCompleteAndTerminated) {
     DnsUpdateItem item;
     for (int i = 0; i < 1000; ++i)
         item.ipv6s.push_back(olk::string("2001:db8:1111:1111:1111:1111:1111:1111"));
@@ -117,7 +117,7 @@ TEST_F(UpdateLimits, ARequestOfAThousandAddressesIsWholeAndTerminated) {
 }
 
 //  With no memory the request may be short or empty; it must end, be terminated and leak nothing.
-TEST_F(UpdateLimits, APoolThatRefusesAnyOneRequestDoesNoHarm) {
+TEST_F(UpdateLimits, APoolThatRefusesAnyOneRequestIsHarmless) {
     long requests_of_one = platform::pool_requests;
     request();
     requests_of_one = platform::pool_requests - requests_of_one;
@@ -132,7 +132,7 @@ TEST_F(UpdateLimits, APoolThatRefusesAnyOneRequestDoesNoHarm) {
     }
 }
 
-TEST_F(UpdateLimits, APoolThatRefusesEverythingDoesNoHarm) {
+TEST_F(UpdateLimits, APoolThatRefusesEverythingIsHarmless) {
     connect(true, true);
     platform::hooks().pool_refuses = [](std::size_t) { return true; };
     const long before = platform::pool_blocks;

@@ -59,7 +59,7 @@ Lines split(const std::string& list) {
     return texts;
 }
 
-TEST_F(RequestText, IsByteForByteTheProtocolsExample) {
+TEST_F(RequestText, IsIdenticalToTheProtocolsExample) {
     item.name = olk::string("host1");
     item.ipv6s.push_back(olk::string("2001:db8::1"));
     item.ipv6s.push_back(olk::string("2001:db8::2"));
@@ -74,7 +74,7 @@ TEST_F(RequestText, AnEmptyItemHasItsPortsOnly) {
     EXPECT_EQ(textOf(1, item), R"({"request":"ws_dnsupdate","seqno":1,"item":{"httpsports":[]}})");
 }
 
-TEST_F(RequestText, AllMembersStandInTheirOrder) {
+TEST_F(RequestText, AllMembersAreInTheirOrder) {
     item.timestamp = 1'744'362'303'042;
     item.name = olk::string("h");
     item.httpsports.push_back(1);
@@ -131,7 +131,7 @@ TEST_F(RequestText, TheNumberIsDecimalWithASignWhenNegative) {
                   R"({"request":"ws_dnsupdate","seqno":)" + std::string(digits) + R"(,"item":{"httpsports":[]}})");
 }
 
-TEST_F(RequestText, IsAppendedToWhatTheCallerHas) {
+TEST_F(RequestText, IsAppendedToTheCallersText) {
     olk::string text("x");
     writeDnsUpdateRequest(1, item, text);
     EXPECT_EQ(text.data()[0], 'x');
@@ -144,7 +144,7 @@ TEST_F(RequestText, AddressesAreEscaped) {
     EXPECT_EQ(members(), R"("ipv4s":["a\/\"b"],"ipv4":"a\/\"b","ipv6s":["c\\"],"ipv6":"c\\","httpsports":[])");
 }
 
-TEST_F(SplitAddressList, GivesThePiecesInOrder) {
+TEST_F(SplitAddressList, ReturnsThePiecesInOrder) {
     EXPECT_EQ(split("a,b,c"), (Lines{"a", "b", "c"}));
     EXPECT_EQ(split("2001:db8::1"), Lines{"2001:db8::1"});
 }
@@ -202,7 +202,7 @@ TEST_F(UpdateDomain, LogsTheWholeTextAtLevel40BeforeTheCall) {
     EXPECT_EQ(trace.take(), (Lines{"40 send: " + text, "rdb_callmsg 1 " + text}));
 }
 
-TEST_F(UpdateDomain, ARefusalIsLoggedAtLevel10AndGivesMinusOne) {
+TEST_F(UpdateDomain, ARefusalIsLoggedAtLevel10AndReturnsMinusOne) {
     for (const int code : {1, -1, 7, INT32_MIN}) {
         recording_rdb::script_result(Function::callmsg, recording_rdb::every_call, code);
         DnsUpdateItem item;

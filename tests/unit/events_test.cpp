@@ -20,7 +20,7 @@ TEST_F(RdbEvent, AConnectionSetsTheFlagClearsTheMarkAndIsLogged) {
     EXPECT_EQ(trace.take(), Lines{"30 connect rdb server rdb://server success."});
 }
 
-TEST_F(RdbEvent, AConnectionTouchesNothingOfTheDnsServer) {
+TEST_F(RdbEvent, AConnectionKeepsTheStateOfTheDnsServer) {
     run.last_sent_time = 42;
     onRdbEvent(60001, 0, &run);
     EXPECT_EQ(run.dns_connected, 0U);
@@ -37,7 +37,7 @@ TEST_F(RdbEvent, ALossClearsTheFlagKeepsTheMarkAndIsLoggedAtLevel10) {
     EXPECT_EQ(trace.take(), Lines{"10 rdb server rdb://server disconnected."});
 }
 
-TEST_F(RdbEvent, ALossWhileDownLogsAgain) {
+TEST_F(RdbEvent, ARepeatedLossIsLoggedAgain) {
     onRdbEvent(60003, 0, &run);
     onRdbEvent(60003, 0, &run);
     EXPECT_EQ(trace.take(), Lines(2, "10 rdb server rdb://server disconnected."));
@@ -65,7 +65,7 @@ TEST_F(RdbEvent, TheSecondValueIsNotUsed) {
     }
 }
 
-TEST_F(RdbEvent, WithoutALogNothingHappensAtAll) {
+TEST_F(RdbEvent, WithoutALogItIsIgnored) {
     run.log = nullptr;
     run.snapshot.time = 42;
     onRdbEvent(60001, 0, &run);
@@ -76,7 +76,7 @@ TEST_F(RdbEvent, WithoutALogNothingHappensAtAll) {
     EXPECT_EQ(run.rdb_connected, 1U);
 }
 
-TEST_F(RdbEvent, AConnectionPutsAnUnchangedListAtTheNextCycleBehindTheGate) {
+TEST_F(RdbEvent, AfterAConnectionTheNextCyclePutsAnUnchangedList) {
     connect(true, false);
     cycle(start);
     onRdbEvent(60001, 0, &run);
@@ -131,7 +131,7 @@ TEST_F(DnsEvent, AConnectionSetsTheFlagClearsTheTimeAndIsLogged) {
     EXPECT_EQ(trace.take(), Lines{"30 connect dns server dns://server success."});
 }
 
-TEST_F(DnsEvent, AConnectionTouchesNothingOfTheRdbServer) {
+TEST_F(DnsEvent, AConnectionKeepsTheStateOfTheRdbServer) {
     run.snapshot.time = 42;
     onDnsEvent(60001, 0, &run);
     EXPECT_EQ(run.rdb_connected, 0U);
@@ -148,7 +148,7 @@ TEST_F(DnsEvent, ALossClearsTheFlagKeepsTheTimeAndIsLoggedAtLevel10) {
     EXPECT_EQ(trace.take(), Lines{"10 dns server dns://server disconnected."});
 }
 
-TEST_F(DnsEvent, ALossWhileDownLogsAgain) {
+TEST_F(DnsEvent, ARepeatedLossIsLoggedAgain) {
     onDnsEvent(60003, 0, &run);
     onDnsEvent(60003, 0, &run);
     EXPECT_EQ(trace.take(), Lines(2, "10 dns server dns://server disconnected."));
@@ -167,7 +167,7 @@ TEST_F(DnsEvent, AnyOtherCodeChangesAndLogsNothing) {
     EXPECT_EQ(trace.take(), Lines{});
 }
 
-TEST_F(DnsEvent, WithoutALogNothingHappensAtAll) {
+TEST_F(DnsEvent, WithoutALogItIsIgnored) {
     run.log = nullptr;
     run.last_sent_time = 42;
     onDnsEvent(60001, 0, &run);
@@ -178,7 +178,7 @@ TEST_F(DnsEvent, WithoutALogNothingHappensAtAll) {
     EXPECT_EQ(run.dns_connected, 1U);
 }
 
-TEST_F(DnsEvent, AConnectionSendsAnUnchangedListAtTheNextCycleBehindTheGate) {
+TEST_F(DnsEvent, AfterAConnectionTheNextCycleSendsAnUnchangedList) {
     connect(false, true);
     cycle(start);
     onDnsEvent(60001, 0, &run);
@@ -210,7 +210,7 @@ TEST_F(DnsReply, IsLoggedAtLevel40ByItsLengthAlone) {
     }
 }
 
-TEST_F(DnsReply, OfAWholePageIsLoggedWhole) {
+TEST_F(DnsReply, OfOnePageIsLoggedCompletely) {
     connect(false, true);
     cycle(start);
     const std::string text(4096, 'r');
@@ -218,7 +218,7 @@ TEST_F(DnsReply, OfAWholePageIsLoggedWhole) {
     EXPECT_EQ(trace.take(), Lines{"40 recv: " + text});
 }
 
-TEST_F(DnsReply, IsCutAtItsLength) {
+TEST_F(DnsReply, EndsAtItsLength) {
     onDnsReply("abcdef", 3, &run);
     EXPECT_EQ(trace.take(), Lines{"40 recv: abc"});
 }
@@ -235,7 +235,7 @@ TEST_F(DnsReply, ChangesNothingOfTheState) {
     EXPECT_EQ(run.dns_connected, 1U);
 }
 
-TEST_F(DnsReply, WithoutALogNothingHappens) {
+TEST_F(DnsReply, WithoutALogItIsIgnored) {
     run.log = nullptr;
     onDnsReply("abc", 3, &run);
     EXPECT_EQ(trace.take(), Lines{});

@@ -205,7 +205,7 @@ protected:
     }
 };
 
-TEST_F(ExitAnywhere, EndsInOrderFromAnyInstruction) {
+TEST_F(ExitAnywhere, TakesAllStepsFromAnyInstruction) {
     using Place = std::pair<std::uintptr_t, unsigned>;
     const std::map<std::uintptr_t, unsigned> walked = TracedChild(traced).walk(walked_instructions);
     std::vector<Place> places(walked.begin(), walked.end());
@@ -236,7 +236,7 @@ TEST_F(ExitAnywhere, EndsInOrderFromAnyInstruction) {
 }
 
 //  A second thread, as a client library has it, makes callbacks without pause; the signal comes after a random time.
-TEST_F(ExitAnywhere, EndsInOrderWhileAnotherThreadIsInCalls) {
+TEST_F(ExitAnywhere, TakesAllStepsWhileAnotherThreadIsInCallbacks) {
     std::mt19937 random(20261);  // NOLINT(cert-msc51-cpp): every run the same
     for (int round = 0; round < EXIT_ROUNDS / 10; ++round) {
         *steps = Steps{};

@@ -138,7 +138,7 @@ TEST_F(ExitSignal, WithoutALogItOnlyClosesTheConnections) {
                                              "rdb_destory 1\nexit 1 1 1 -1 -1\n");
 }
 
-TEST_F(ExitSignal, ConnectionsThatAreNotThereAreNotClosed) {
+TEST_F(ExitSignal, ConnectionsThatDoNotExistAreNotClosed) {
     EXPECT_EQ(signalled(2, -1, 7, false).out, "exit signal 2.\nrdb_disconnect 7\nrdb_destory 7\nexit 1 1 1 -1 -1\n");
     EXPECT_EQ(signalled(2, 7, -1, false).out, "exit signal 2.\nrdb_disconnect 7\nrdb_destory 7\nexit 1 1 1 -1 -1\n");
 }
@@ -162,7 +162,7 @@ TEST_F(ExitSignal, WithoutADescriptorItOnlyPrintsAndExits) {
     EXPECT_EQ(ended.status, 0);
 }
 
-TEST_F(ExitSignal, AsAHandlerItEndsAProcessThatRuns) {
+TEST_F(ExitSignal, InstalledAsHandlerItEndsTheProcess) {
     const Ended ended = inChild([] {
         std::signal(SIGTERM, onExitSignal);
         std::raise(SIGTERM);
@@ -200,7 +200,7 @@ TEST_F(ExitSignal, ASecondSignalDuringTheEndIsIgnored) {
     EXPECT_EQ(ended.status, 0);
 }
 
-TEST_F(ExitSignal, SignalsThatWereBlockedAtTheStartAreLetThrough) {
+TEST_F(ExitSignal, SignalsThatWereBlockedAtTheStartAreUnblocked) {
     const Ended ended = inChild([] {
         sigset_t all;
         sigfillset(&all);
@@ -244,7 +244,7 @@ TEST_F(ExitSignal, ClosingTwiceIsHarmless) {
         pause();
 }
 
-TEST_F(ExitSignal, InAStepItEndsTheProcessWhenTheStepIsOver) {
+TEST_F(ExitSignal, InAStepItEndsTheProcessAfterTheStep) {
     SKIP_WITH_THREAD_SANITIZER();
     const Ended ended = inChild([] {
         installExitSignals();
@@ -259,7 +259,7 @@ TEST_F(ExitSignal, InAStepItEndsTheProcessWhenTheStepIsOver) {
     EXPECT_EQ(ended.status, 0);
 }
 
-TEST_F(ExitSignal, InAStepItEndsTheProcessAtTheNextPlaceWhereItMay) {
+TEST_F(ExitSignal, InAStepItEndsTheProcessAtTheNextSafePlace) {
     const Ended ended = inChild([] {
         installExitSignals();
         const ServiceStep step;
@@ -273,7 +273,7 @@ TEST_F(ExitSignal, InAStepItEndsTheProcessAtTheNextPlaceWhereItMay) {
     EXPECT_EQ(ended.status, 0);
 }
 
-TEST_F(ExitSignal, AStepThatWaitsIsLeftAfterAFewTicks) {
+TEST_F(ExitSignal, ABlockedStepIsInterruptedAfterAFewTicks) {
     const Ended ended = inChild([] {
         installExitSignals();
         const ServiceStep step;
@@ -285,7 +285,7 @@ TEST_F(ExitSignal, AStepThatWaitsIsLeftAfterAFewTicks) {
 }
 
 //  Each pause is ended by a tick.
-TEST_F(ExitSignal, AStepThatWaitsIsLeftAndItsEndHasALimit) {
+TEST_F(ExitSignal, TheEndAfterABlockedStepHasALimit) {
     const Ended ended = inChild([] {
         std::atexit(waitForEver);
         installExitSignals();
@@ -296,7 +296,7 @@ TEST_F(ExitSignal, AStepThatWaitsIsLeftAndItsEndHasALimit) {
     EXPECT_EQ(ended.status, 0);
 }
 
-TEST_F(ExitSignal, WithTheAlarmBlockedFromTheStartAStepIsLeftAtOnce) {
+TEST_F(ExitSignal, WithTheAlarmBlockedAStepIsInterruptedAtOnce) {
     const Ended ended = inChild([] {
         sigset_t all;
         sigfillset(&all);
@@ -311,7 +311,7 @@ TEST_F(ExitSignal, WithTheAlarmBlockedFromTheStartAStepIsLeftAtOnce) {
     EXPECT_EQ(ended.status, 0);
 }
 
-TEST_F(ExitSignal, ATickOnAnotherThreadIsPassedOnToTheServices) {
+TEST_F(ExitSignal, ATickOnAnotherThreadIsForwarded) {
     const Ended ended = inChild([] {
         timer = Timer::driven;
         installExitSignals();
@@ -329,7 +329,7 @@ TEST_F(ExitSignal, ATickOnAnotherThreadIsPassedOnToTheServices) {
     EXPECT_EQ(ended.status, 0);
 }
 
-TEST_F(ExitSignal, AStepThatHoldsALockOfTheAllocatorIsNotLeft) {
+TEST_F(ExitSignal, AStepWithALockOfTheAllocatorIsNotInterrupted) {
     SKIP_WITH_THREAD_SANITIZER();
     const Ended ended = inChild([] {
         installExitSignals();
@@ -347,7 +347,7 @@ TEST_F(ExitSignal, AStepThatHoldsALockOfTheAllocatorIsNotLeft) {
     EXPECT_EQ(ended.status, 0);
 }
 
-TEST_F(ExitSignal, WithoutATimerAStepIsLeftAtOnce) {
+TEST_F(ExitSignal, WithoutATimerAStepIsInterruptedAtOnce) {
     const Ended ended = inChild([] {
         timer = Timer::none;
         installExitSignals();
@@ -359,7 +359,7 @@ TEST_F(ExitSignal, WithoutATimerAStepIsLeftAtOnce) {
     EXPECT_EQ(ended.status, 0);
 }
 
-TEST_F(ExitSignal, OfTwoSignalsInAStepTheFirstOneCounts) {
+TEST_F(ExitSignal, OfTwoSignalsInAStepTheFirstIsUsed) {
     const Ended ended = inChild([] {
         installExitSignals();
         const ServiceStep step;
@@ -369,7 +369,7 @@ TEST_F(ExitSignal, OfTwoSignalsInAStepTheFirstOneCounts) {
     EXPECT_EQ(ended.out, "exit signal 2.\n");
 }
 
-TEST_F(ExitSignal, DeliveredToAnotherThreadItIsPassedOnToTheServices) {
+TEST_F(ExitSignal, DeliveredToAnotherThreadItIsForwarded) {
     SKIP_WITH_THREAD_SANITIZER();
     const Ended ended = inChild([] {
         static const pthread_t main_thread = pthread_self();
@@ -385,7 +385,7 @@ TEST_F(ExitSignal, DeliveredToAnotherThreadItIsPassedOnToTheServices) {
 //  The callback of another thread that has begun with a log.
 std::atomic<bool> in_callback{false};
 
-TEST_F(ExitSignal, TheLogIsReleasedWhenNoCallbackOnAnotherThreadHasItAnyMore) {
+TEST_F(ExitSignal, TheLogIsReleasedAfterTheLastCallbackThatUsesIt) {
     const Ended ended = inChild([] {
         static PrintingLog log;
         static auto* const run = new CRunCls;
@@ -412,7 +412,7 @@ TEST_F(ExitSignal, TheLogIsReleasedWhenNoCallbackOnAnotherThreadHasItAnyMore) {
     EXPECT_EQ(ended.status, 0);
 }
 
-TEST_F(ExitSignal, ACallbackThatNeverEndsDoesNotKeepTheProcess) {
+TEST_F(ExitSignal, ABlockedCallbackDoesNotPreventTheEnd) {
     const Ended ended = inChild([] {
         static PrintingLog log;
         static auto* const run = new CRunCls;
@@ -437,7 +437,7 @@ TEST_F(ExitSignal, ACallbackThatNeverEndsDoesNotKeepTheProcess) {
     EXPECT_EQ(ended.status, 0);
 }
 
-TEST_F(ExitSignal, AnExitFunctionThatNeverEndsIsCutOff) {
+TEST_F(ExitSignal, ABlockedExitFunctionDoesNotPreventTheEnd) {
     const Ended ended = inChild([] {
         std::atexit(waitForEver);
         installExitSignals();
@@ -487,7 +487,7 @@ TEST_F(ExitSignal, ACallOfTheLibraryThatExceedsItsLimitEndsTheProcess) {
     EXPECT_EQ(ended.status, 0);
 }
 
-TEST_F(ExitSignal, NoCallOfTheLibraryIsBegunAfterASignalInTheCycle) {
+TEST_F(ExitSignal, AfterASignalTheCycleCallsTheLibraryNoMore) {
     SKIP_WITH_THREAD_SANITIZER();
     const Ended ended = inChild([] {
         static auto* const run = new CRunCls;

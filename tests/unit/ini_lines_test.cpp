@@ -26,7 +26,7 @@ protected:
     }
 };
 
-TEST_F(IniLines, ASettingStandsInTheLineOfItsEqualsSign) {
+TEST_F(IniLines, ASettingIsInTheLineOfItsEqualsSign) {
     const auto lines = linesOf("# a = b\n[s]\nkey = v\n");
     ASSERT_EQ(lines.size(), 3U);
     EXPECT_FALSE(lines[0].sets);
@@ -36,13 +36,13 @@ TEST_F(IniLines, ASettingStandsInTheLineOfItsEqualsSign) {
     EXPECT_EQ(lines[2].number, 3U);
 }
 
-TEST_F(IniLines, ASettingBehindAHeaderOrAnEndedCommentIsFound) {
+TEST_F(IniLines, FindsASettingAfterAHeaderOrComment) {
     EXPECT_TRUE(linesOf("[a=b]k=v").front().sets);
     EXPECT_TRUE(linesOf("# a=b\rk=v").front().sets);
     EXPECT_FALSE(linesOf("[a=b]# k=v").front().sets);
 }
 
-TEST_F(IniLines, TheFrontOfAKeyGoesFromLineToLine) {
+TEST_F(IniLines, AnUnfinishedKeyContinuesInTheNextLine) {
     const auto lines = linesOf("a b\n\nc\nk = v\n");
     ASSERT_EQ(lines.size(), 4U);
     EXPECT_EQ(lines[0].left, "ab");
@@ -57,7 +57,7 @@ TEST_F(IniLines, TheFrontOfAKeyGoesFromLineToLine) {
     EXPECT_FALSE(lines[3].keeps_front);
 }
 
-TEST_F(IniLines, AFrontThatAHeaderDropsIsNoPartOfTheKey) {
+TEST_F(IniLines, AHeaderDiscardsAnUnfinishedKey) {
     const auto lines = linesOf("a\n[s]b\nk=v\n");
     EXPECT_FALSE(lines[1].keeps_front);
     EXPECT_EQ(lines[1].left, "b");
@@ -72,17 +72,17 @@ TEST_F(IniLines, AByteOrderMarkIsSkippedAtTheStartOnly) {
     EXPECT_EQ(lines[1].calls.back().key, "\xEF\xBB\xBFk");
 }
 
-TEST_F(IniLines, WhatIsBehindAValueBeginsWithTheSignThatEndsIt) {
-    EXPECT_EQ(linesOf("k = a=b ; c\n").front().behind, "; c");
+TEST_F(IniLines, TheRestStartsWithTheCharacterThatEndsTheValue) {
+    EXPECT_EQ(linesOf("k = a=b ; c\n").front().rest, "; c");
     EXPECT_FALSE(linesOf("k = a ; c\n").front().glued);
     EXPECT_TRUE(linesOf("k = a; c\n").front().glued);
-    EXPECT_EQ(linesOf("k = a\r\n").front().behind, "\r");
-    EXPECT_EQ(linesOf("k = a\n").front().behind, "");
+    EXPECT_EQ(linesOf("k = a\r\n").front().rest, "\r");
+    EXPECT_EQ(linesOf("k = a\n").front().rest, "");
     EXPECT_TRUE(linesOf("k =#c\n").front().glued);
     EXPECT_FALSE(linesOf("k = #c\n").front().glued);
 }
 
-TEST_F(IniLines, TextInFrontOfACommentIsDropped) {
+TEST_F(IniLines, TextBeforeACommentIsIgnored) {
     EXPECT_TRUE(linesOf("a ; b\n").front().drops_text);
     EXPECT_TRUE(linesOf("a [b]\n").front().drops_text);
     EXPECT_FALSE(linesOf("; b\n").front().drops_text);
@@ -90,12 +90,12 @@ TEST_F(IniLines, TextInFrontOfACommentIsDropped) {
     EXPECT_FALSE(linesOf("a\n; b\n").back().drops_text);
 }
 
-TEST_F(IniLines, OfManyEqualsSignsTheSettingsOwnIsFound) {
+TEST_F(IniLines, FindsTheRightOneOfSeveralEqualsSigns) {
     const std::string front = "[a=b=c]  # = = \r";
     const IniLine line = linesOf(front + "k = 1=2=3 ; = =\n").front();
     ASSERT_TRUE(line.sets);
     EXPECT_EQ(line.calls.back().value, "1=2=3");
-    EXPECT_EQ(line.behind, "; = =");
+    EXPECT_EQ(line.rest, "; = =");
     EXPECT_FALSE(linesOf("[a=b=c] # = =\n").front().sets);
 }
 
@@ -120,7 +120,7 @@ std::string repeated(const std::string& text, std::size_t times) {
     return all;
 }
 
-TEST_F(IniLines, AFileOfTwiceTheLengthIsTwiceTheWork) {
+TEST_F(IniLines, TheWorkIsProportionalToTheLength) {
     struct Shape {
         std::string begin, repeat, end;
     };
@@ -137,7 +137,7 @@ TEST_F(IniLines, AFileOfTwiceTheLengthIsTwiceTheWork) {
     }
 }
 
-TEST_F(IniLines, TogetherMakeTheCallsOfTheWholeFile) {
+TEST_F(IniLines, TheLinesYieldTheCallsOfTheWholeFile) {
     static constexpr char alphabet[] = "==;;##[[]]\n\n\n\n\r  \tabk'\"\0\xEF\xBB\xBF";
     std::mt19937 random(23213);
     std::uniform_int_distribution<std::size_t> length(0, 60), pick(0, std::size(alphabet) - 2);

@@ -47,7 +47,7 @@ protected:
     }
 };
 
-TEST_F(IniReader, ReadsEveryRowOfTheTableAsItSays) {
+TEST_F(IniReader, ReadsEveryRowOfTheTable) {
     const std::vector<Lines> rows = readTable("ini_files.txt");
     ASSERT_GT(rows.size(), 70U);
     for (const Lines& row : rows) {
@@ -71,11 +71,11 @@ TEST_F(IniReader, AByteOrderMarkAtTheStartIsSkipped) {
     EXPECT_EQ(eventsOf("\xEF\xBB\xBF[s]\nk = v\n"), eventsOf("[s]\nk = v\n"));
 }
 
-TEST_F(IniReader, ALineWithoutEqualSignBecomesTheFrontOfTheNextKey) {
+TEST_F(IniReader, ALineWithoutEqualSignBecomesTheStartOfTheNextKey) {
     EXPECT_EQ(eventsOf("junk\nhostname=h"), (Events{{"", "junkhostname", "h"}}));
 }
 
-TEST_F(IniReader, BlanksInsideAKeyAreDropped) {
+TEST_F(IniReader, BlanksInsideAKeyAreRemoved) {
     EXPECT_EQ(eventsOf("rdb url = x"), (Events{{"", "rdburl", "x"}}));
 }
 
@@ -83,7 +83,7 @@ TEST_F(IniReader, AnInlineCommentEndsAValue) {
     EXPECT_EQ(eventsOf("rdburl = x ; comment\nk=v"), (Events{{"", "rdburl", "x"}, {"", "k", "v"}}));
 }
 
-TEST_F(IniReader, OnlyALineFeedEndsTheRestOfALineBehindAValue) {
+TEST_F(IniReader, OnlyALineFeedEndsTheLineAfterAValue) {
     EXPECT_EQ(eventsOf("a=1\rb=2\rc=3\nd=4"), (Events{{"", "a", "1"}, {"", "d", "4"}}));
 }
 
@@ -95,7 +95,7 @@ TEST_F(IniReader, ASectionHeaderCutByTheEndOfTheFileCallsNothing) {
     EXPECT_EQ(eventsOf("[abc"), Events{});
 }
 
-TEST_F(IniReader, LongKeysSectionsAndValuesAreKeptWhole) {
+TEST_F(IniReader, LongKeysSectionsAndValuesAreComplete) {
     const std::string s(70000, 's'), k(80000, 'k'), v(90000, 'v');
     EXPECT_EQ(eventsOf("[" + s + "]" + k + "=" + v), (Events{{s, "", ""}, {s, k, v}}));
 }
@@ -105,7 +105,7 @@ TEST_F(IniReader, ADirectoryIsReadAsAnEmptyFile) {
     EXPECT_EQ(eventsAt(folder.path().c_str()), Events{});
 }
 
-TEST_F(IniReader, AFileThatCannotBeOpenedGivesFalseAndCallsNothing) {
+TEST_F(IniReader, AFileThatCannotBeOpenedReturnsFalseAndCallsNothing) {
     const TempFolder folder;
     int calls = 0;
     EXPECT_FALSE(read_ini_file(folder.file("missing").c_str(), [&](auto&, auto&, auto&) { return ++calls != 0; }));
@@ -144,7 +144,7 @@ TEST_F(IniReader, ACallbackThatReturnsTrueAtASectionHeaderStopsTheReading) {
     EXPECT_EQ(calls, 2);
 }
 
-TEST_F(IniReader, LeavesNoFileOpenHoweverItEnds) {
+TEST_F(IniReader, AlwaysClosesTheFile) {
     const TempFolder folder;
     const MemoryFile file;
     const long before = platform::open_files;
@@ -167,7 +167,7 @@ TEST_F(ExeDir, IsTheDirectoryOfThisProgramWithItsSlash) {
     EXPECT_EQ(dir, std::string(target).substr(0, std::string(target).rfind('/') + 1));
 }
 
-TEST_F(ExeDir, AsksForTheExecutablesLinkAndAtMost1023Bytes) {
+TEST_F(ExeDir, ReadsAtMost1023BytesOfTheExecutablesLink) {
     std::string asked;
     platform::hooks().readlink = [&](const char* path, char*, std::size_t size) {
         asked = path + std::string(" ") + std::to_string(size);
@@ -186,19 +186,19 @@ TEST_F(ExeDir, IsEmptyWhenTheLinkIsEmpty) {
     EXPECT_EQ(dirOf(""), "");
 }
 
-TEST_F(ExeDir, ARootFileGivesTheRoot) {
+TEST_F(ExeDir, ARootFileReturnsTheRoot) {
     EXPECT_EQ(dirOf("/addrpubd"), "/");
 }
 
-TEST_F(ExeDir, ATargetThatEndsWithASlashStaysWhole) {
+TEST_F(ExeDir, ATargetThatEndsWithASlashIsUnchanged) {
     EXPECT_EQ(dirOf("/opt/x/"), "/opt/x/");
 }
 
-TEST_F(ExeDir, ATargetWithoutASlashGivesAnEmptyText) {
+TEST_F(ExeDir, ATargetWithoutASlashReturnsAnEmptyText) {
     EXPECT_EQ(dirOf("addrpubd"), "");
 }
 
-TEST_F(ExeDir, ATargetOf1023BytesIsCutBackToItsLastSlash) {
+TEST_F(ExeDir, ATargetOf1023BytesEndsAtItsLastSlash) {
     EXPECT_EQ(dirOf("/opt/" + std::string(1018, 'x')), "/opt/");
     EXPECT_EQ(dirOf("/" + std::string(1021, 'x') + "/"), "/" + std::string(1021, 'x') + "/");
     EXPECT_EQ(dirOf(std::string(1023, 'x')), "");

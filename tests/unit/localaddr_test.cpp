@@ -39,7 +39,7 @@ TEST_F(LocalAddresses, EveryKindOfTheTableIsPublishedOrLeftOut) {
         EXPECT_EQ(listOf({row[0]}), row.size() > 1 ? row[1] : "") << row[0];
 }
 
-TEST_F(LocalAddresses, AHostWithLoopbackAndLinkLocalOnlyGivesAnEmptyText) {
+TEST_F(LocalAddresses, AHostWithLoopbackAndLinkLocalOnlyReturnsAnEmptyText) {
     EXPECT_EQ(listOf({"::1", "fe80::1", "fe80::2"}), "");
 }
 
@@ -55,7 +55,7 @@ TEST_F(LocalAddresses, EntriesWithoutAddressAndOtherFamiliesAreSkipped) {
     EXPECT_EQ(listOf({"", "packet", "192.0.2.1", "2001:db8::1", "", "127.0.0.1"}), "2001:db8::1");
 }
 
-TEST_F(LocalAddresses, FlagsAndNamesPlayNoPart) {
+TEST_F(LocalAddresses, FlagsAndNamesAreIgnored) {
     system->flagless = true;
     EXPECT_EQ(listOf({"2001:db8::1"}), "2001:db8::1");
 }
@@ -64,11 +64,11 @@ TEST_F(LocalAddresses, TheUnspecifiedAddressIsKept) {
     EXPECT_EQ(listOf({"::", "::1"}), "::");
 }
 
-TEST_F(LocalAddresses, AnEmptyInterfaceListGives0AndNothing) {
+TEST_F(LocalAddresses, AnEmptyInterfaceListReturns0AndNothing) {
     EXPECT_EQ(listOf({}), "");
 }
 
-TEST_F(LocalAddresses, AFailureGivesMinusOneAndAppendsAndFreesNothing) {
+TEST_F(LocalAddresses, AFailureReturnsMinusOneAndAppendsAndFreesNothing) {
     system->set(Lines{"2001:db8::1"});
     system->fails = true;
     std::string list = "kept";
@@ -77,7 +77,7 @@ TEST_F(LocalAddresses, AFailureGivesMinusOneAndAppendsAndFreesNothing) {
     EXPECT_EQ(system->lists_out, 0);
 }
 
-TEST_F(LocalAddresses, AreAppendedToWhatTheCallerHas) {
+TEST_F(LocalAddresses, AreAppendedToTheCallersText) {
     system->set(Lines{"2001:db8::1"});
     std::string list = "x";
     EXPECT_EQ(getLocalIpv6List(list), 0);
@@ -93,7 +93,7 @@ TEST_F(LocalAddresses, AnAddressThatCannotBeConvertedIsDropped) {
     EXPECT_EQ(calls, 3);
 }
 
-TEST_F(LocalAddresses, AConversionThatFailsForAllGivesAnEmptyText) {
+TEST_F(LocalAddresses, AConversionThatFailsForAllReturnsAnEmptyText) {
     platform::hooks().inet_ntop = [](int, const void*, char*, socklen_t) -> const char* { return nullptr; };
     EXPECT_EQ(listOf({"2001:db8::1", "2001:db8::2"}), "");
 }

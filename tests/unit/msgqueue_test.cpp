@@ -22,12 +22,12 @@ protected:
     char text[CMsgQueue::max_text] = {};
 };
 
-TEST_F(MsgQueue, ItIsOpenedWithItsKeyAndMadeForEverybodyWhenMissing) {
+TEST_F(MsgQueue, IsOpenedWithItsKeyAndCreatedWithMode666) {
     EXPECT_EQ(system.calls, Lines{"msgget 23213 create 666"});
     EXPECT_TRUE(queue.isOpen());
 }
 
-TEST_F(MsgQueue, AnIdOf0IsAQueue) {
+TEST_F(MsgQueue, AnIdOf0IsValid) {
     system.queue = 0;
     CMsgQueue first(1);
     EXPECT_TRUE(first.isOpen());
@@ -61,7 +61,7 @@ TEST_F(MsgQueue, AFullQueueMakesSendFail) {
     EXPECT_EQ(queue.send("x"), -1);
 }
 
-TEST_F(MsgQueue, TheMessagesMemoryComesFromThePoolAndIsGivenBack) {
+TEST_F(MsgQueue, TheMessagesMemoryComesFromThePoolAndIsFreed) {
     queue.send("x");
     EXPECT_EQ(system.pool_requests, 1);
     system.send_result = -1;
@@ -82,7 +82,7 @@ TEST_F(MsgQueue, ReceiveTakesAMessageOfAnyTypeAndAtMost512BytesWithoutWaiting) {
     EXPECT_EQ(system.flags, Lines{"no wait"});
 }
 
-TEST_F(MsgQueue, ReceiveCopiesTheBytesAndLeavesThoseBehindThem) {
+TEST_F(MsgQueue, ReceiveCopiesTheBytesAndKeepsTheBytesAfterThem) {
     std::memset(text, 'x', sizeof text);
     system.incoming[1].bytes = "ab\0"s;
     EXPECT_EQ(receive(), 3);
@@ -102,7 +102,7 @@ TEST_F(MsgQueue, AnEmptyMessageChangesNothing) {
     EXPECT_STREQ(text, "before");
 }
 
-TEST_F(MsgQueue, NoMessageAndATooLongOneChangeNothing) {
+TEST_F(MsgQueue, NoMessageOrATooLongOneChangesNothing) {
     std::strcpy(text, "before");
     system.incoming[2].bytes = std::string(513, 'm');
     EXPECT_EQ(receive(), -1);

@@ -1,4 +1,4 @@
-#  Urls, name resolution and the UDP log; the control queue, the background start, and stop and status.
+#  Tests of urls, name resolution, the UDP log, the control queue, the background start, -stop and -status.
 
 set(resolver_calls getaddrinfo freeaddrinfo inet_ntop)
 
@@ -23,7 +23,7 @@ addrpubd_unit_test(olk_udplog_test
     WRAP ${resolver_calls} socket setsockopt fcntl sendto shutdown close inet_pton snprintf
         malloc _Znwm _ZN3olk9allocator7malloc_EmPm)
 
-#  Service control without a second process: each call to the system passes through fake_process.cpp.
+#  Service control without a second process: all system calls go through fake_process.cpp.
 addrpubd_unit_test(service_background_test
     SOURCES
         fake_process.cpp

@@ -71,7 +71,7 @@ TEST_F(AllocatorSteps, ClassesGoInTableOrderTheirHeapsFirstThenTheObjectHeapsPag
     EXPECT_EQ(watch.trace(), expected);
 }
 
-TEST(AllocatorBuild, TheTableStartsWithThirtyClassesAndNullsBehindThem) {
+TEST(AllocatorBuild, TheTableStartsWithThirtyClassesAndNullsAfterThem) {
     olk::allocator allocator;
     EXPECT_EQ(allocator.classcount, 30);
     EXPECT_EQ(allocator.bigcount, 0u);
@@ -85,7 +85,7 @@ TEST(AllocatorBuild, TheProcessWideTableHasTheSameThirtyClasses) {
     EXPECT_TRUE(olk::get_olk_allocator()->valid());
 }
 
-TEST(AllocatorBuild, RecordsAllComeFromTheObjectHeapAndGoBack) {
+TEST(AllocatorBuild, RecordsAllComeFromTheObjectHeapAndAreFreed) {
     const uint64_t before = process_heap().freecount;
     auto allocator = std::make_unique<olk::allocator>();
     EXPECT_EQ(process_heap().freecount, before - 30 - 3);
@@ -159,21 +159,21 @@ TEST(AllocatorAddClass, AppendsAClassWithItsFirstHeap) {
     EXPECT_EQ(cls->heaps->owner, cls);
 }
 
-TEST(AllocatorAddClass, TheFirstHeapMadeAheadIsReckonedWithTheUnroundedSize) {
+TEST(AllocatorAddClass, AFirstHeapCreatedAheadUsesTheUnroundedSize) {
     olk::allocator allocator;
     EXPECT_TRUE(allocator.add_class_(1057, 100, true));
     EXPECT_EQ(allocator.classes[30]->blksize, 1064u);
     EXPECT_EQ(allocator.classes[30]->freecount, 31u) << "32768 / 1057, where 32768 / 1064 is 30";
 }
 
-TEST(AllocatorAddClass, TheFirstHeapGrownLaterIsReckonedWithTheRoundedSize) {
+TEST(AllocatorAddClass, AFirstHeapCreatedLaterUsesTheRoundedSize) {
     olk::allocator allocator;
     EXPECT_TRUE(allocator.add_class_(1057, 100, false));
     allocator.classes[30]->malloc_(nullptr);
     EXPECT_EQ(allocator.classes[30]->freecount, 29u);
 }
 
-TEST(AllocatorAddClass, AMissingFirstHeapUndoesEverything) {
+TEST(AllocatorAddClass, AMissingFirstHeapChangesNothing) {
     olk::allocator allocator;
     const uint64_t records = process_heap().freecount;
     spy::watch watch(spy::scope::memory_and_locks);
@@ -187,7 +187,7 @@ TEST(AllocatorAddClass, AMissingFirstHeapUndoesEverything) {
     EXPECT_EQ(std::count(steps.begin(), steps.end(), "destroy"), 1);
 }
 
-TEST(AllocatorAddClass, AMissingClassRecordIsARefusal) {
+TEST(AllocatorAddClass, FailsWithoutAClassRecord) {
     olk::allocator allocator;
     const spy::no_more_records full;
     spy::watch watch;
@@ -196,7 +196,7 @@ TEST(AllocatorAddClass, AMissingClassRecordIsARefusal) {
     EXPECT_EQ(allocator.classcount, 30);
 }
 
-TEST(AllocatorAddClass, AMissingHeapRecordIsARefusalAndTheClassRecordGoesBack) {
+TEST(AllocatorAddClass, FailsWithoutAHeapRecordAndFreesTheClassRecord) {
     olk::allocator allocator;
     void* last_record = olk::memheap_::operator new(56);
     const spy::no_more_records full;

@@ -65,7 +65,7 @@ protected:
     }
 };
 
-TEST_P(AllocatorExit, TheProgramEndsWell) {
+TEST_P(AllocatorExit, TheProgramExitsNormally) {
     EXPECT_TRUE(WIFEXITED(status));
     EXPECT_EQ(WEXITSTATUS(status), 0);
 }
@@ -78,7 +78,7 @@ TEST_P(AllocatorExit, TheCLibraryIsTunedFirstWithThreeCallsInOrder) {
     EXPECT_EQ(last_with("mallopt"), 2u);
 }
 
-TEST_P(AllocatorExit, TheAllocatorIsBuiltNextWithFourMappings) {
+TEST_P(AllocatorExit, TheAllocatorIsBuiltSecondWithFourMappings) {
     ASSERT_GE(life.size(), 7u);
     const char* const lengths[] = {" 524288", " 49152", " 40960", " 36864"};
     for (size_t i = 0; i < 4; ++i) {
@@ -87,19 +87,19 @@ TEST_P(AllocatorExit, TheAllocatorIsBuiltNextWithFourMappings) {
     }
 }
 
-TEST_P(AllocatorExit, EveryOtherGlobalObjectIsBuiltOnAFinishedTable) {
+TEST_P(AllocatorExit, EveryOtherGlobalObjectIsBuiltAfterTheTable) {
     EXPECT_GT(first_with("built"), 6u);
     EXPECT_EQ(std::count_if(life.begin(), life.end(), [](const auto& l) { return starts_with(l, "built"); }), 6);
     EXPECT_EQ(place_of("the table is not there yet"), life.size());
 }
 
-TEST_P(AllocatorExit, EveryOtherGlobalObjectIsDestroyedWhileTheTableStands) {
+TEST_P(AllocatorExit, EveryOtherGlobalObjectIsDestroyedBeforeTheTable) {
     EXPECT_EQ(std::count_if(life.begin(), life.end(), [](const auto& l) { return starts_with(l, "gone"); }), 6);
     EXPECT_EQ(place_of("the table is gone already"), life.size());
     EXPECT_EQ(place_of("contents are damaged"), life.size());
 }
 
-TEST_P(AllocatorExit, TheAllocatorGoesAfterTheLastOfThem) {
+TEST_P(AllocatorExit, TheAllocatorIsDestroyedAfterTheLastOfThem) {
     const size_t last_gone = last_with("gone");
     EXPECT_LT(place_of("exit handler"), last_gone);
     ASSERT_TRUE(starts_with(life[3], "mmap"));
@@ -108,7 +108,7 @@ TEST_P(AllocatorExit, TheAllocatorGoesAfterTheLastOfThem) {
     EXPECT_GT(place_of("munmap" + first_heap), last_gone);
 }
 
-TEST_P(AllocatorExit, OnlyTheBigBlockThatNobodyFreedStaysMapped) {
+TEST_P(AllocatorExit, OnlyABigBlockThatWasNotFreedStaysMapped) {
     EXPECT_EQ(left_mapped(), std::vector<unsigned long long>{5001216});
 }
 

@@ -13,7 +13,7 @@
 
 namespace {
 
-TEST(AllocatorLimit, RequestsNearTheLargestNumberGetNull) {
+TEST(AllocatorLimit, RequestsNearTheLargestNumberReturnNull) {
     olk::allocator allocator;
     size_t usable = 77;
     for (size_t below = 0; below <= 3 * 4096; ++below)
@@ -24,7 +24,7 @@ TEST(AllocatorLimit, RequestsNearTheLargestNumberGetNull) {
     EXPECT_EQ(allocator.bigcount, 0u);
 }
 
-TEST(AllocatorLimit, AFailedBigMappingGetsNullAndIsNotCounted) {
+TEST(AllocatorLimit, AFailedBigMappingReturnsNullAndIsNotCounted) {
     olk::allocator allocator;
     spy::watch watch;
     watch.fail_mmap(1, 1);
@@ -37,7 +37,7 @@ TEST(AllocatorLimit, AFailedBigMappingGetsNullAndIsNotCounted) {
     allocator.free_(p);
 }
 
-TEST(AllocatorLimit, AFailedBigUnmapStillCountsTheBlockOut) {
+TEST(AllocatorLimit, AFailedBigUnmapStillReducesTheCount) {
     olk::allocator allocator;
     void* p = allocator.malloc_(5000000, nullptr);
     spy::watch watch;
@@ -47,7 +47,7 @@ TEST(AllocatorLimit, AFailedBigUnmapStillCountsTheBlockOut) {
     olk::unmap_pages(static_cast<char*>(p) - 16, 5001216);
 }
 
-TEST(AllocatorLimit, EveryClassGivesNullWhenItsHeapCannotBeMapped) {
+TEST(AllocatorLimit, EveryClassReturnsNullWhenItsHeapCannotBeMapped) {
     for (const size_row& row : read_size_classes()) {
         olk::allocator allocator;
         for (uint32_t i = 0; row.at_start && i < row.first_blocks; ++i)
@@ -140,7 +140,7 @@ size_t run_with_failure_at(size_t nth) {
     return watch.count(spy::kind::mmap);
 }
 
-TEST(AllocatorLimit, MmapMayFailAtAnyCallAndTheRestGoesOn) {
+TEST(AllocatorLimit, AFailedMmapAtAnyCallAffectsOnlyThatCall) {
     const size_t mappings = run_with_failure_at(0);
     ASSERT_GT(mappings, 60u);
     for (size_t nth = 1; nth <= mappings; ++nth) {
@@ -210,7 +210,7 @@ TEST(AllocatorLimit, MunmapMayFailEverywhere) {
     _exit(0);
 }
 
-TEST(AllocatorLimitDeathTest, WhenTheAddressSpaceRunsOutRequestsGetNullAndNothingCrashes) {
+TEST(AllocatorLimitDeathTest, WhenTheAddressSpaceRunsOutRequestsReturnNullAndNothingCrashes) {
     if (under_sanitizer() || under_valgrind())
         GTEST_SKIP() << "sanitizers and valgrind need more address space than a limit leaves them";
     EXPECT_EXIT(use_up_the_address_space(), testing::ExitedWithCode(0), "");

@@ -104,7 +104,7 @@ TEST(AllocatorModel, BlocksKeepTheirContentsAndNeverOverlapOver30000RandomOperat
     EXPECT_TRUE(user.valid());
 }
 
-TEST(AllocatorModel, MemoryGoesBackInWholeMappingsWhenTheLoadFalls) {
+TEST(AllocatorModel, MemoryIsUnmappedInWholeMappingsWhenTheLoadFalls) {
     olk::allocator allocator;
     spy::watch watch;
     std::vector<void*> blocks;

@@ -23,7 +23,7 @@ size_t usable_of(olk::allocator& allocator, size_t request) {
     return usable;
 }
 
-TEST(AllocatorLayout, TheFieldsStandInOrder) {
+TEST(AllocatorLayout, TheFieldsAreInOrder) {
     EXPECT_EQ(offsetof(olk::allocator, classcount), 0u);
     EXPECT_EQ(offsetof(olk::allocator, bigcount), 4u);
     EXPECT_EQ(offsetof(olk::allocator, classes), 8u);
@@ -33,12 +33,12 @@ TEST(AllocatorLayout, TheFieldsStandInOrder) {
     EXPECT_TRUE(std::atomic<uint32_t>::is_always_lock_free);
 }
 
-TEST(AllocatorLayout, TheObjectHeapStandsBeforeTheAllocator) {
+TEST(AllocatorLayout, TheObjectHeapIsBeforeTheAllocator) {
     EXPECT_EQ(offsetof(olk::olk_allocator_, objheap), 0u);
     EXPECT_EQ(offsetof(olk::olk_allocator_, alloc), sizeof(olk::objalloctor_<olk::spinlock>));
 }
 
-TEST(AllocatorGlobals, BothWaysLeadToTheOneInstance) {
+TEST(AllocatorGlobals, BothFunctionsReturnTheInstance) {
     EXPECT_EQ(olk::get_olk_alloctor_self(), &olk::g_olk_allocator);
     EXPECT_EQ(olk::get_olk_allocator(), &olk::g_olk_allocator.alloc);
     EXPECT_EQ(static_cast<void*>(olk::get_olk_alloctor_self()), static_cast<void*>(&olk::g_olk_allocator.objheap));
@@ -96,7 +96,7 @@ TEST(AllocatorClasses, EverySizeTakesTheFirstClassThatHoldsIt) {
     EXPECT_EQ(usable_of(allocator, largest_class + 1), 4198384u);
 }
 
-TEST(AllocatorClasses, TheBlockComesFromItsClassAndGoesBackToIt) {
+TEST(AllocatorClasses, TheBlockComesFromItsClassAndIsFreedToIt) {
     olk::allocator allocator;
     void* p = allocator.malloc_(100, nullptr);
     olk::blk_alloctor<olk::spinlock>* cls = allocator.classes[4];
@@ -150,7 +150,7 @@ TEST(AllocatorBigBlocks, BeginAbove4MiBWithAMappingOf4198400BytesAnd4198384Usabl
     allocator.free_(p);
 }
 
-TEST(AllocatorBigBlocks, HoldTheirLengthAndANullInFrontOfTheUsersBytes) {
+TEST(AllocatorBigBlocks, HoldTheirLengthAndANullBeforeTheUsersBytes) {
     olk::allocator allocator;
     spy::watch watch;
     auto* p = static_cast<char*>(allocator.malloc_(5000000, nullptr));
@@ -258,7 +258,7 @@ TEST(AllocatorForkDeathTest, TheChildOfAForkWorksOnACopyOfItsOwn) {
     allocator.free_(p);
 }
 
-TEST(AllocatorChiefHeader, BringsTheStringToo) {
+TEST(AllocatorChiefHeader, IncludesTheString) {
     const olk::string text("chief");
     EXPECT_EQ(text.size(), 5u);
 }

@@ -112,7 +112,7 @@ TEST(AllocatorThreads, NoLockIsTakenInsideTheObjectHeapsLock) {
     EXPECT_EQ(spy::lock_order_violations(), before);
 }
 
-TEST(AllocatorThreads, ALockInsideTheObjectHeapsLockWouldBeSeen) {
+TEST(AllocatorThreads, ALockInsideTheObjectHeapsLockIsDetected) {
     const size_t before = spy::lock_order_violations();
     olk::scoped_lock_<olk::spinlock> outer(&olk::get_olk_alloctor_self()->objheap.lock);
     olk::spinlock other;
@@ -120,7 +120,7 @@ TEST(AllocatorThreads, ALockInsideTheObjectHeapsLockWouldBeSeen) {
     EXPECT_EQ(spy::lock_order_violations(), before + 1);
 }
 
-TEST(AllocatorThreads, HeapsComeAndGoUnderAllThreadsAtOnce) {
+TEST(AllocatorThreads, HeapsAreCreatedAndReleasedByAllThreads) {
     olk::allocator allocator;
     std::vector<std::thread> crowd;
     for (unsigned t = 0; t < threads; ++t)
@@ -163,7 +163,7 @@ TEST(GlibcTuning, EightThreadsShareTheCLibrarysOneArena) {
     EXPECT_EQ(report.find("<heap nr=\"1\">"), std::string::npos);
 }
 
-TEST(AllocatorThreads, BigBlocksAreCountedRightByAllThreads) {
+TEST(AllocatorThreads, BigBlocksAreCountedCorrectlyByAllThreads) {
     olk::allocator allocator;
     std::vector<std::thread> crowd;
     for (unsigned t = 0; t < threads; ++t)

@@ -13,7 +13,7 @@ namespace {
 
 using BlkAlloctor = FourBlockClass;
 
-TEST(BlkAlloctorLayout, TheClassesFieldsStandInOrder) {
+TEST(BlkAlloctorLayout, TheClassesFieldsAreInOrder) {
     EXPECT_EQ(offsetof(size_class, heaps), 0u);
     EXPECT_EQ(offsetof(size_class, heapcount), 8u);
     EXPECT_EQ(offsetof(size_class, freecount), 12u);
@@ -169,7 +169,7 @@ TEST_F(BlkAlloctor, FreedBlocksComeBeforeNeverUsedOnesTheLatestFirst) {
     EXPECT_EQ(cls.malloc_(nullptr), cls.heaps->base + 3 * 24 + 8);
 }
 
-TEST_F(BlkAlloctor, TakingAndGivingBackCountsInHeapAndClass) {
+TEST_F(BlkAlloctor, TakingAndFreeingCountsInHeapAndClass) {
     const auto blocks = take(3);
     EXPECT_EQ(cls.freecount, 1u);
     free_in(cls, blocks[1]);
@@ -213,7 +213,7 @@ TEST(BlkAlloctorFirstHeap, Of16ByteBlocksIs2048BlocksAndTheSecondHeap65536) {
     EXPECT_EQ(cls.freecount, 65535u);
 }
 
-TEST(BlkAlloctorFirstHeap, HasTheGivenBlocksWhenItIsMadeAhead) {
+TEST(BlkAlloctorFirstHeap, HasTheGivenBlocksWhenItIsCreatedAhead) {
     size_class cls(16, 65536);
     ASSERT_TRUE(cls.add_first_heap_(2048));
     EXPECT_EQ(cls.heapcount, 1);
@@ -223,7 +223,7 @@ TEST(BlkAlloctorFirstHeap, HasTheGivenBlocksWhenItIsMadeAhead) {
     EXPECT_TRUE(cls.valid());
 }
 
-TEST_F(BlkAlloctor, ANewHeapGoesDirectlyBehindTheHead) {
+TEST_F(BlkAlloctor, ANewHeapGoesDirectlyAfterTheHead) {
     take(per_heap * 4);
     const auto list = heaps();
     ASSERT_EQ(list.size(), 4u);
@@ -252,7 +252,7 @@ TEST_F(BlkAlloctorOrder, TheFirstHeapWithABlockServes) {
     EXPECT_EQ(cls.malloc_(nullptr), at[1][0]);
 }
 
-TEST_F(BlkAlloctorOrder, AHeapThatStillHasBlocksMovesToDirectlyBehindTheHead) {
+TEST_F(BlkAlloctorOrder, AHeapThatStillHasBlocksMovesToDirectlyAfterTheHead) {
     free_in(cls, at[1][0]);
     free_in(cls, at[1][1]);
     cls.malloc_(nullptr);
@@ -265,7 +265,7 @@ TEST_F(BlkAlloctorOrder, AHeapThatIsNowFullStaysWhereItIs) {
     EXPECT_EQ(heaps(), (std::vector{heap[0], heap[3], heap[2], heap[1]}));
 }
 
-TEST_F(BlkAlloctorOrder, TheHeapBehindTheHeadStaysWhereItIs) {
+TEST_F(BlkAlloctorOrder, TheHeapAfterTheHeadStaysWhereItIs) {
     free_in(cls, at[3][0]);
     free_in(cls, at[3][1]);
     cls.malloc_(nullptr);
@@ -289,7 +289,7 @@ TEST_F(BlkAlloctorOrder, FreeingMovesNoHeap) {
     EXPECT_EQ(heaps(), (std::vector{heap[0], heap[3], heap[2], heap[1]}));
 }
 
-TEST_F(BlkAlloctor, AFailedHeapMappingGetsNullAndTheRecordGoesBack) {
+TEST_F(BlkAlloctor, AFailedHeapMappingReturnsNullAndTheRecordIsFreed) {
     take(per_heap);
     const uint64_t records = free_records();
     spy::watch watch(spy::scope::memory_and_locks);
@@ -316,7 +316,7 @@ TEST_F(BlkAlloctor, AFailedFirstHeapLeavesTheClassWithoutOne) {
     EXPECT_EQ(cls.freecount, 0u);
 }
 
-TEST_F(BlkAlloctor, WithoutAHeapRecordTheRequestGetsNullAndNothingIsMapped) {
+TEST_F(BlkAlloctor, WithoutAHeapRecordTheRequestReturnsNullAndNothingIsMapped) {
     const spy::no_more_records full;
     spy::watch watch;
     watch.fail_mmap(1, 1);

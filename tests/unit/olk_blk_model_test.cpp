@@ -124,15 +124,15 @@ void run_beside_the_model(uint32_t blksize, uint32_t first, uint32_t per_heap, u
     EXPECT_GT(released, 20u) << "the run never released enough heaps to mean anything";
 }
 
-TEST(BlkModel, HeapsComeGoAndMoveAsTheModelSaysWithEqualHeaps) {
+TEST(BlkModel, AgreesWithTheModelWithEqualHeaps) {
     run_beside_the_model(24, 10, 10, 20250411);
 }
 
-TEST(BlkModel, HeapsComeGoAndMoveAsTheModelSaysWithASmallHead) {
+TEST(BlkModel, AgreesWithTheModelWithASmallHead) {
     run_beside_the_model(2048, 16, 20, 23213);
 }
 
-TEST(BlkModel, HeapsOfTwoBlocksFollowTheModelToo) {
+TEST(BlkModel, AgreesWithTheModelWithHeapsOfTwoBlocks) {
     run_beside_the_model(4096, 2, 2, 7);
 }
 

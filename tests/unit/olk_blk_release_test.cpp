@@ -18,7 +18,7 @@ TEST_F(BlkReleaseThreeHeaps, FreeingEveryBlockUnmapsNothing) {
     EXPECT_EQ(cls.freecount, 3 * per_heap);
 }
 
-TEST_F(BlkRelease, AHeapThatIsTheOnlyFreeCapacityIsKept) {
+TEST_F(BlkRelease, AHeapWithTheOnlyFreeBlocksIsKept) {
     spy::watch watch;
     give_back(at[1]);
     EXPECT_EQ(watch.count(spy::kind::munmap), 0u);
@@ -26,7 +26,7 @@ TEST_F(BlkRelease, AHeapThatIsTheOnlyFreeCapacityIsKept) {
     EXPECT_EQ(cls.freecount, per_heap);
 }
 
-TEST_F(BlkRelease, OneMoreFreeBlockElsewhereIsEnoughForTheRelease) {
+TEST_F(BlkRelease, OneMoreFreeBlockAllowsTheRelease) {
     free_in(cls, at[0][0]);
     spy::watch watch;
     watch.name(heap[1]->base, "heap 1");
@@ -39,7 +39,7 @@ TEST_F(BlkRelease, OneMoreFreeBlockElsewhereIsEnoughForTheRelease) {
     EXPECT_TRUE(cls.valid());
 }
 
-TEST_F(BlkRelease, TheFreeCountIsComparedAfterTheBlockHasComeBack) {
+TEST_F(BlkRelease, TheFreeCountIsComparedAfterTheBlockIsFreed) {
     free_in(cls, at[0][0]);
     give_back({at[1][0], at[1][1], at[1][2]});
     EXPECT_EQ(cls.freecount, per_heap);
@@ -48,7 +48,7 @@ TEST_F(BlkRelease, TheFreeCountIsComparedAfterTheBlockHasComeBack) {
     EXPECT_EQ(watch.count(spy::kind::munmap), 1u);
 }
 
-TEST_F(BlkRelease, EveryWhollyFreeHeapBehindTheHeadGoesNotOnlyTheOneJustFreed) {
+TEST_F(BlkRelease, EveryEntirelyFreeHeapAfterTheHeadIsReleased) {
     give_back(at[1]);
     spy::watch watch;
     watch.name(heap[1]->base, "heap 1");
@@ -60,7 +60,7 @@ TEST_F(BlkRelease, EveryWhollyFreeHeapBehindTheHeadGoesNotOnlyTheOneJustFreed) {
     EXPECT_EQ(cls.freecount, 0u);
 }
 
-TEST_F(BlkRelease, TheHeadHeapOutlivesItsLastBlock) {
+TEST_F(BlkRelease, TheHeadHeapStaysWhenItsLastBlockIsFreed) {
     free_in(cls, at[1][0]);
     spy::watch watch;
     give_back(at[0]);
@@ -77,7 +77,7 @@ TEST_F(BlkRelease, TheHeadsLastBlockReleasesNoOtherHeapEither) {
     EXPECT_EQ(watch.count(spy::kind::munmap), 0u);
 }
 
-TEST_F(BlkRelease, ABlockOfAHeapThatIsNotWhollyFreeReleasesNothing) {
+TEST_F(BlkRelease, ABlockOfAHeapThatIsNotEntirelyFreeReleasesNothing) {
     give_back(at[1]);
     spy::watch watch;
     give_back({at[2][0], at[2][1], at[2][2]});
@@ -86,14 +86,14 @@ TEST_F(BlkRelease, ABlockOfAHeapThatIsNotWhollyFreeReleasesNothing) {
     EXPECT_EQ(watch.count(spy::kind::munmap), 2u);
 }
 
-TEST_F(BlkRelease, AWhollyFreeHeadIsPassedOverWhenTheOthersGo) {
+TEST_F(BlkRelease, AnEntirelyFreeHeadIsKeptWhenTheOthersAreReleased) {
     give_back(at[0]);
     give_back(at[1]);
     EXPECT_EQ(heaps(), (std::vector{heap[0], heap[3], heap[2]}));
     EXPECT_EQ(cls.freecount, per_heap);
 }
 
-TEST_F(BlkReleaseSixHeaps, HeapsInARowAllGo) {
+TEST_F(BlkReleaseSixHeaps, AdjacentFreeHeapsAreAllReleased) {
     give_back({at[1][0], at[1][1], at[1][2], at[2][0], at[2][1], at[2][2]});
     give_back({at[3][0], at[3][1], at[3][2]});
     spy::watch watch;
@@ -125,7 +125,7 @@ bool zeroed_behind_the_link(const void* slot, size_t bytes) {
     return std::all_of(first + sizeof(void*), first + bytes, [](char c) { return c == 0; });
 }
 
-TEST_F(BlkRelease, TheRecordIsZeroedAndGoesBackToTheObjectHeap) {
+TEST_F(BlkRelease, TheRecordIsZeroedAndIsFreedToTheObjectHeap) {
     const uint64_t records = free_records();
     free_in(cls, at[0][0]);
     give_back(at[1]);
@@ -192,7 +192,7 @@ TEST(BlkReleaseSmallFirstHeap, AFullHeapsWorthOfFreeBlocksCountsTheSmallHeadsBlo
     EXPECT_TRUE(cls.valid());
 }
 
-TEST_F(BlkRelease, AClassThatSwingsAroundAHeapsBoundaryMapsNothing) {
+TEST_F(BlkRelease, UseThatVariesAroundTheEndOfAHeapMapsNothing) {
     spy::watch watch;
     void* p = cls.malloc_(nullptr);
     EXPECT_EQ(watch.count(spy::kind::mmap), 1u);
@@ -204,7 +204,7 @@ TEST_F(BlkRelease, AClassThatSwingsAroundAHeapsBoundaryMapsNothing) {
     EXPECT_EQ(watch.count(spy::kind::munmap), 0u);
 }
 
-TEST(BlkDestruction, UnmapsEveryHeapInListOrderGivesTheRecordsBackAndDestroysTheLock) {
+TEST(BlkDestruction, UnmapsEveryHeapInListOrderFreesTheRecordsAndDestroysTheLock) {
     const uint64_t records = free_records();
     auto* cls = new size_class(16, 4);
     for (int i = 0; i < 9; ++i)
@@ -224,7 +224,7 @@ TEST(BlkDestruction, UnmapsEveryHeapInListOrderGivesTheRecordsBackAndDestroysThe
     EXPECT_EQ(free_records(), records);
 }
 
-TEST(BlkDestruction, TheHeapRecordsGoBackZeroed) {
+TEST(BlkDestruction, TheHeapRecordsAreZeroedAndFreed) {
     auto* cls = new size_class(16, 4);
     cls->malloc_(nullptr);
     const olk::blk_heap* heap = cls->heaps;
@@ -232,7 +232,7 @@ TEST(BlkDestruction, TheHeapRecordsGoBackZeroed) {
     EXPECT_TRUE(zeroed_behind_the_link(heap, sizeof(olk::blk_heap)));
 }
 
-TEST(BlkDestruction, TheClassRecordGoesBackZeroed) {
+TEST(BlkDestruction, TheClassRecordIsZeroedAndFreed) {
     auto* cls = new size_class(16, 4);
     cls->malloc_(nullptr);
     const void* volatile record = cls;  // the compiler knows that the object is gone; its memory is not

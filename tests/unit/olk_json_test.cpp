@@ -81,7 +81,7 @@ TEST(JsonEscape, EveryOtherByteIsUnchanged) {
     }
 }
 
-TEST(JsonEscape, VerticalTabDelAndHighBytesAreRaw) {
+TEST(JsonEscape, VerticalTabDelAndHighBytesAreNotEscaped) {
     EXPECT_EQ(escaped(11), "\x0b");
     EXPECT_EQ(escaped(127), "\x7f");
     EXPECT_EQ(escaped('\x80'), "\x80");
@@ -90,7 +90,7 @@ TEST(JsonEscape, VerticalTabDelAndHighBytesAreRaw) {
     EXPECT_EQ(escaped(31), "\x1f");
 }
 
-TEST(JsonEscape, AppendsToWhatIsThere) {
+TEST(JsonEscape, AppendsToExistingText) {
     EXPECT_EQ(written([](olk::string& out) {
                   out.append("ab");
                   olk::outJsonEsc('\n', out);
@@ -105,7 +105,7 @@ TEST(JsonPlain, OnlyTheEightNeedAnEscape) {
     }
 }
 
-TEST(JsonPlain, LooksAtEveryCharacterOfTheLength) {
+TEST(JsonPlain, TestsEveryCharacterOfTheLength) {
     EXPECT_FALSE(olk::isJsonPlain("/bc", 3));
     EXPECT_FALSE(olk::isJsonPlain("a/c", 3));
     EXPECT_FALSE(olk::isJsonPlain("ab/", 3));
@@ -114,11 +114,11 @@ TEST(JsonPlain, LooksAtEveryCharacterOfTheLength) {
     EXPECT_FALSE(olk::isJsonPlain("a\0/", 3));
 }
 
-TEST(JsonPlain, AnEmptyTextNeedsNone) {
+TEST(JsonPlain, AnEmptyTextNeedsNoEscape) {
     EXPECT_TRUE(olk::isJsonPlain("", 0));
 }
 
-TEST(JsonString, StandsInDoubleQuotes) {
+TEST(JsonString, IsInDoubleQuotes) {
     EXPECT_EQ(value("host1"), "\"host1\"");
     EXPECT_EQ(value(""), "\"\"");
 }
@@ -155,13 +155,13 @@ TEST(JsonString, ATextWithAnEscapeIsAppendedByteByByte) {
     EXPECT_EQ(out.capacity(), 1016u);
 }
 
-TEST(JsonMember, TheFirstHasNoCommaInFront) {
+TEST(JsonMember, TheFirstHasNoComma) {
     uint32_t members = 0;
     EXPECT_EQ(member(&members, "v"), "\"key\":\"v\"");
     EXPECT_EQ(members, 1u);
 }
 
-TEST(JsonMember, TheNextHasOne) {
+TEST(JsonMember, TheNextHasAComma) {
     uint32_t members = 1;
     EXPECT_EQ(member(&members, "v"), ",\"key\":\"v\"");
     EXPECT_EQ(members, 2u);
@@ -213,7 +213,7 @@ TEST(JsonArray, ElementsAreEscaped) {
     EXPECT_EQ(array(&members, {"2001:db8::/32", "b\n"}), "\"key\":[\"2001:db8::\\/32\",\"b\\n\"]");
 }
 
-TEST(JsonSeparator, IsACommaOnlyBehindAMember) {
+TEST(JsonSeparator, IsACommaOnlyAfterAMember) {
     uint32_t members = 0;
     EXPECT_EQ(written([&](olk::string& out) {
                   for (int i = 0; i < 3; ++i)

@@ -50,7 +50,7 @@ TEST(IsoTime, AWholeSecondHasNoFraction) {
     EXPECT_EQ(iso(0), (outcome{1, "1970-01-01T00:00:00Z"}));
 }
 
-TEST(IsoTime, ARemainderIsThreeDigitsBehindAPoint) {
+TEST(IsoTime, ARemainderIsThreeDigitsAfterAPoint) {
     const zone utc("UTC0");
     EXPECT_EQ(iso(april + 123), (outcome{1, "2025-04-11T09:05:03.123Z"}));
     EXPECT_EQ(iso(april + 42), (outcome{1, "2025-04-11T09:05:03.042Z"}));
@@ -95,7 +95,7 @@ TEST(IsoTime, TheHoursHaveTwoDigits) {
     EXPECT_EQ(iso(april), (outcome{1, "2025-04-10T21:05:03-12:00"}));
 }
 
-TEST(IsoTime, SecondsAndRemainderAreCutTowardZero) {
+TEST(IsoTime, SecondsAndRemainderAreRoundedTowardZero) {
     const zone utc("UTC0");
     EXPECT_EQ(iso(-1000), (outcome{1, "1969-12-31T23:59:59Z"}));
     EXPECT_EQ(iso(-1500), (outcome{1, "1969-12-31T23:59:59.-500Z"}));
@@ -122,7 +122,7 @@ TEST(IsoTime, ATimeWithoutALocalFormAppendsNothing) {
     EXPECT_STREQ(out.c_str(), "kept");
 }
 
-TEST(IsoTime, AppendsToWhatIsThere) {
+TEST(IsoTime, AppendsToExistingText) {
     const zone utc("UTC0");
     olk::string out("kept ");
     EXPECT_EQ(olk::writeIsoTime(0, out), 1);

@@ -96,7 +96,7 @@ TEST(LevelName, TheBufferHas16Bytes) {
     EXPECT_EQ(olk::level_name_size, 16u);
 }
 
-TEST(LevelFromText, EveryNameGivesItsNumber) {
+TEST(LevelFromText, EveryNameYieldsItsNumber) {
     EXPECT_EQ(olk::level_from_text("err"), 10);
     EXPECT_EQ(olk::level_from_text("wrn"), 20);
     EXPECT_EQ(olk::level_from_text("inf"), 30);
@@ -202,7 +202,7 @@ ptrdiff_t slot(OPERATION operation) {
     return words[0] / 8;
 }
 
-TEST(Log, TheVirtualOperationsStandInThisOrder) {
+TEST(Log, TheVirtualOperationsAreInThisOrder) {
     EXPECT_TRUE(std::has_virtual_destructor_v<olk::ilog>);
     //  A virtual destructor takes the two slots in front.
     EXPECT_EQ(slot(&olk::ilog::open), 2);

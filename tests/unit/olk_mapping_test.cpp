@@ -18,13 +18,13 @@ TEST(RoundToPages, RoundsUpToAMultipleOfThePageSize) {
     EXPECT_EQ(olk::round_to_pages(page + 1), 2 * page);
 }
 
-TEST(RoundToPages, GivesZeroWhenTheSumDoesNotFit) {
+TEST(RoundToPages, ReturnsZeroWhenTheSumDoesNotFit) {
     EXPECT_EQ(olk::round_to_pages(SIZE_MAX - page + 1), SIZE_MAX - page + 1);
     EXPECT_EQ(olk::round_to_pages(SIZE_MAX - page + 2), 0u);
     EXPECT_EQ(olk::round_to_pages(SIZE_MAX), 0u);
 }
 
-TEST(RoundToPages, AsksForThePageSizeAtEveryRounding) {
+TEST(RoundToPages, QueriesThePageSizeAtEveryRounding) {
     spy::watch watch;
     for (int i = 0; i < 3; ++i)
         olk::round_to_pages(1);
@@ -39,7 +39,7 @@ TEST(RoundToPages, FollowsAPageSizeThatChanges) {
     EXPECT_EQ(olk::round_to_pages(8193), 65536u);
 }
 
-TEST(MapPages, AsksForPrivateReadableWritableMemoryWithoutAFile) {
+TEST(MapPages, RequestsPrivateReadableWritableMemoryWithoutAFile) {
     spy::watch watch;
     void* p = olk::map_pages(page);
     ASSERT_NE(p, nullptr);
@@ -51,7 +51,7 @@ TEST(MapPages, AsksForPrivateReadableWritableMemoryWithoutAFile) {
     EXPECT_TRUE(olk::unmap_pages(p, page));
 }
 
-TEST(MapPages, GivesZeroedMemory) {
+TEST(MapPages, ReturnsZeroedMemory) {
     auto* p = static_cast<char*>(olk::map_pages(page));
     ASSERT_NE(p, nullptr);
     EXPECT_TRUE(std::all_of(p, p + page, [](char c) { return c == 0; }));
@@ -68,7 +68,7 @@ TEST(MapPages, NoBytesAreNull) {
     EXPECT_EQ(olk::map_pages(0), nullptr);
 }
 
-TEST(UnmapPages, TellsWhetherTheSystemTookTheMappingBack) {
+TEST(UnmapPages, ReportsWhetherTheSystemUnmappedIt) {
     void* p = olk::map_pages(page);
     spy::watch watch;
     watch.fail_munmap(1, 1);

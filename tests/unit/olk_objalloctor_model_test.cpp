@@ -46,11 +46,11 @@ TEST(MemHeap, DeleteReturnsNothing) {
     EXPECT_TRUE(std::is_void_v<decltype(olk::memheap_::operator delete(nullptr))>);
 }
 
-TEST(MemHeap, AnObjectAbove56BytesGetsNull) {
+TEST(MemHeap, AnObjectAbove56BytesReturnsNull) {
     EXPECT_EQ(new object_of<57>, nullptr);
 }
 
-TEST(MemHeap, WithoutMemoryNewGivesNull) {
+TEST(MemHeap, WithoutMemoryNewReturnsNull) {
     const spy::no_more_records full;
     spy::watch watch;
     watch.fail_mmap(1);
@@ -123,7 +123,7 @@ std::vector<uint64_t> free_slots(const object_heap& heap) {
     return counts;
 }
 
-TEST(ObjAlloctorModel, PagesComeGoAndMoveAsTheModelSaysOver20000RandomOperations) {
+TEST(ObjAlloctorModel, AgreesWithTheModelOver20000RandomOperations) {
     constexpr size_t objsize = 200;
     object_heap heap(4096, objsize);
     page_model model((4096 - 56) / 208);

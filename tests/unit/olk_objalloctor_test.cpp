@@ -35,7 +35,7 @@ protected:
     }
 };
 
-TEST(ObjAlloctorLayout, TheHeapsFieldsStandInOrder) {
+TEST(ObjAlloctorLayout, TheHeapsFieldsAreInOrder) {
     EXPECT_EQ(offsetof(object_heap, heapsize), 0u);
     EXPECT_EQ(offsetof(object_heap, objsize), 8u);
     EXPECT_EQ(offsetof(object_heap, freecount), 16u);
@@ -80,7 +80,7 @@ TEST(ObjAlloctorLayout, ASlotIsTheObjectSizeRoundedUpTo16) {
     }
 }
 
-TEST(ObjAlloctorLayout, APageIsRoundedUpToWholeSystemPagesAndAllOfItIsCut) {
+TEST(ObjAlloctorLayout, APageIsRoundedUpToWholeSystemPagesAndFullyUsed) {
     object_heap heap(page + 1, 56);
     EXPECT_EQ(heap.heapsize, page + 1);
     EXPECT_EQ(heap.pages->maplen, 2 * page);
@@ -101,7 +101,7 @@ TEST(ObjAlloctorStart, WithoutMemoryThePageListStaysNull) {
     EXPECT_EQ(heap.freecount, 0u);
 }
 
-TEST(ObjAlloctorStart, AMissingFirstPageIsMadeUpForAtTheFirstRequest) {
+TEST(ObjAlloctorStart, TheFirstRequestMapsAMissingFirstPage) {
     spy::watch watch;
     watch.fail_mmap(1, 1);
     object_heap heap(page, 56);
@@ -118,7 +118,7 @@ TEST_F(ObjAlloctor, TheRequestIsServedUnderTheLock) {
     EXPECT_EQ(watch.trace(), (trace{"lock", "unlock"}));
 }
 
-TEST_F(ObjAlloctor, ASizeAboveTheLargestGetsNullAndTakesNothing) {
+TEST_F(ObjAlloctor, ASizeAboveTheLargestReturnsNullAndTakesNothing) {
     EXPECT_EQ(heap.malloc_(57), nullptr);
     EXPECT_EQ(heap.malloc_(std::numeric_limits<size_t>::max()), nullptr);
     EXPECT_EQ(heap.freecount, slots);
@@ -130,7 +130,7 @@ TEST_F(ObjAlloctor, EverySizeUpToTheLargestGetsASlot) {
         EXPECT_NE(heap.malloc_(size), nullptr) << size;
 }
 
-TEST_F(ObjAlloctor, NeverUsedSlotsAreHandedOutInOrderBehindTheHeader) {
+TEST_F(ObjAlloctor, NeverUsedSlotsAreAllocatedInOrderAfterTheHeader) {
     const char* start = reinterpret_cast<const char*>(heap.pages);
     for (size_t i = 0; i < slots; ++i) {
         EXPECT_EQ(heap.malloc_(56), start + 56 + i * 64);
@@ -180,7 +180,7 @@ TEST_F(ObjAlloctor, ANewPageGoesToTheFront) {
     EXPECT_TRUE(heap.valid());
 }
 
-TEST_F(ObjAlloctor, WhenNoPageCanBeMappedTheRequestGetsNullAndNothingChanges) {
+TEST_F(ObjAlloctor, WhenNoPageCanBeMappedTheRequestReturnsNullAndNothingChanges) {
     take(slots);
     spy::watch watch;
     watch.fail_mmap(1);
@@ -218,7 +218,7 @@ protected:
     std::vector<olk::obj_page*> before;
 };
 
-TEST_F(ObjAlloctorThreePages, AnyPageBehindFullOnesGivesItsFreeSlot) {
+TEST_F(ObjAlloctorThreePages, APageAfterFullPagesServesItsFreeSlot) {
     heap.free_(at[1][5]);
     EXPECT_EQ(heap.malloc_(56), at[1][5]);
     EXPECT_EQ(heap.freecount, 0u);
@@ -250,7 +250,7 @@ TEST_F(ObjAlloctorThreePages, FreeingMovesNoPage) {
     EXPECT_EQ(pages(), before);
 }
 
-TEST_F(ObjAlloctorThreePages, APageBehindTheHeadIsUnmappedTheMomentItsLastSlotComesBack) {
+TEST_F(ObjAlloctorThreePages, APageAfterTheHeadIsUnmappedWithItsLastSlot) {
     spy::watch watch(spy::scope::memory_and_locks);
     watch.name(before[1], "second");
     for (size_t i = 0; i + 1 < slots; ++i)
@@ -266,7 +266,7 @@ TEST_F(ObjAlloctorThreePages, APageBehindTheHeadIsUnmappedTheMomentItsLastSlotCo
     EXPECT_TRUE(heap.valid());
 }
 
-TEST_F(ObjAlloctorThreePages, TheHeadPageStaysMappedWhenWhollyFree) {
+TEST_F(ObjAlloctorThreePages, TheHeadPageStaysMappedWhenEntirelyFree) {
     spy::watch watch;
     for (void* p : at[2])
         EXPECT_TRUE(heap.free_(p));
@@ -275,7 +275,7 @@ TEST_F(ObjAlloctorThreePages, TheHeadPageStaysMappedWhenWhollyFree) {
     EXPECT_EQ(heap.freecount, slots);
 }
 
-TEST_F(ObjAlloctorThreePages, AFailedUnmapIsReportedAsFalseAndThePageIsGoneFromTheList) {
+TEST_F(ObjAlloctorThreePages, AFailedUnmapReturnsFalseAndRemovesThePage) {
     spy::watch watch;
     watch.fail_munmap(1, 1);
     for (size_t i = 0; i + 1 < slots; ++i)

@@ -158,7 +158,7 @@ TEST_F(ConsoleLog, LabelsALevelWithoutANameByItsNumber) {
     EXPECT_EQ(out.flushed(), line("[35] x") + line("[2147483647] x") + line("[-5] x"));
 }
 
-TEST_F(ConsoleLog, PrintsTheTextAsItStands) {
+TEST_F(ConsoleLog, PrintsTheTextUnchanged) {
     const piped_output out;
     log.add(30, "\n\tstart addrpubd...");
     EXPECT_EQ(out.flushed(), line("[inf] \n\tstart addrpubd..."));
@@ -191,7 +191,7 @@ TEST_F(ConsoleLog, PushFlushesWhatAddLeft) {
     EXPECT_EQ(out.arrived(), line("[inf] first") + line("[dbg][rdb] up"));
 }
 
-TEST_F(ConsoleLog, PushPrintsTheTagBehindTheLevel) {
+TEST_F(ConsoleLog, PushPrintsTheTagAfterTheLevel) {
     const piped_output out;
     push(40, "rdb", "up");
     EXPECT_EQ(out.arrived(), line("[dbg][rdb] up"));

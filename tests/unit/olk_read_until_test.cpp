@@ -17,7 +17,7 @@ outcome read(size_t from, char delimiter, const std::string& source) {
     return outcome{met, from, text_of(target)};
 }
 
-TEST(ReadUntil, StopsJustBehindTheDelimiter) {
+TEST(ReadUntil, StopsJustAfterTheDelimiter) {
     EXPECT_EQ(read(0, '/', "a/b"), (outcome{true, 2, "a"}));
 }
 
@@ -29,7 +29,7 @@ TEST(ReadUntil, ADelimiterAtTheStartAppendsNothing) {
     EXPECT_EQ(read(1, '/', "a/b"), (outcome{true, 2, ""}));
 }
 
-TEST(ReadUntil, ADelimiterAtTheVeryEndIsMet) {
+TEST(ReadUntil, ADelimiterAtTheEndIsFound) {
     EXPECT_EQ(read(0, '/', "ab/"), (outcome{true, 3, "ab"}));
 }
 
@@ -42,7 +42,7 @@ TEST(ReadUntil, APositionBeyondTheEndStays) {
     EXPECT_EQ(read(9, '/', "a/b"), (outcome{false, 9, ""}));
 }
 
-TEST(ReadUntil, AppendsToWhatTheTargetHolds) {
+TEST(ReadUntil, AppendsToTheTarget) {
     olk::string target("x");
     size_t position = 0;
     EXPECT_TRUE(olk::read_until(position, '/', "a/b", 3, target));
@@ -57,7 +57,7 @@ TEST(ReadUntil, DoesNotReadBeyondTheLength) {
     EXPECT_EQ(position, 2u);
 }
 
-TEST(ReadUntil, AZeroByteIsAByteLikeAnyOther) {
+TEST(ReadUntil, AZeroByteIsAnOrdinaryByte) {
     EXPECT_EQ(read(0, '/', std::string("a\0b/c", 5)), (outcome{true, 4, std::string("a\0b", 3)}));
     EXPECT_EQ(read(0, '\0', std::string("a\0b", 3)), (outcome{true, 2, "a"}));
 }

@@ -28,7 +28,7 @@ struct no_text {
     void assign(const char*) {}
 };
 
-TEST(StoreFirstAddress, GivesTheNumberOfTextsThatItStored) {
+TEST(StoreFirstAddress, ReturnsTheNumberOfTextsThatItStored) {
     const in_addr address = {htonl(INADDR_LOOPBACK)};
     olk::string text;
     EXPECT_EQ(olk::net::store_first_address(AF_INET, &address, text), 1);
@@ -100,7 +100,7 @@ TEST_F(Resolve, OtherFamiliesAloneAreAFailure) {
     EXPECT_EQ(texts(), " ");
 }
 
-TEST_F(Resolve, AFilledOutputIsLeftAsItIs) {
+TEST_F(Resolve, ANonEmptyOutputIsUnchanged) {
     resolver.add("both.example", {"192.0.2.1", "2001:db8::1"});
     ipv4.assign("kept");
     EXPECT_EQ(resolve("both.example"), 0);
@@ -110,7 +110,7 @@ TEST_F(Resolve, AFilledOutputIsLeftAsItIs) {
     EXPECT_EQ(texts(), "192.0.2.1 2001:db8::1");
 }
 
-TEST_F(Resolve, TwoFilledOutputsAreAFailure) {
+TEST_F(Resolve, TwoNonEmptyOutputsAreAFailure) {
     resolver.add("both.example", {"192.0.2.1", "2001:db8::1"});
     ipv4.assign("a");
     ipv6.assign("b");
@@ -151,7 +151,7 @@ TEST_F(Resolve, OnlyTheAddressesThatAreTakenAreWritten) {
     EXPECT_EQ(resolver.converted.size(), 2u);
 }
 
-TEST_F(Resolve, TheResolverIsAskedOnceForAnyFamilyAnySocketTypeAndNoService) {
+TEST_F(Resolve, TheResolverIsCalledOnceForAnyFamilyAnySocketTypeAndNoService) {
     resolve("no.such.example");
     ASSERT_EQ(resolver.asked, std::vector<std::string>{"no.such.example"});
     const addrinfo& hints = resolver.hints.front();
@@ -163,7 +163,7 @@ TEST_F(Resolve, TheResolverIsAskedOnceForAnyFamilyAnySocketTypeAndNoService) {
 }
 
 //  The list costs one small block for each call and is left to the process, on purpose.
-TEST_F(Resolve, TheResolversListIsNeverGivenBack) {
+TEST_F(Resolve, TheResolversListIsNeverFreed) {
     resolver.add("both.example", {"192.0.2.1", "2001:db8::1"});
     resolver.add("local.example", {"local"});
     resolve("both.example");

@@ -95,7 +95,7 @@ TEST_F(StringWithoutMemory, AssignmentClearsAndAppendsNothing) {
     EXPECT_EQ(full.capacity(), 8u);
 }
 
-TEST_F(StringWithoutMemory, TheStringWorksOnWhenMemoryIsBack) {
+TEST_F(StringWithoutMemory, TheStringWorksAgainWhenMemoryIsBack) {
     {
         const no_memory refused;
         full.push_back('8');
@@ -104,7 +104,7 @@ TEST_F(StringWithoutMemory, TheStringWorksOnWhenMemoryIsBack) {
     EXPECT_EQ(text_of(full), "12345679");
 }
 
-TEST_F(StringWithoutMemory, ReadUntilSkipsTheBytesThatFindNoRoom) {
+TEST_F(StringWithoutMemory, ReadUntilSkipsBytesWithoutMemory) {
     size_t position = 0;
     {
         const no_memory refused;
@@ -114,7 +114,7 @@ TEST_F(StringWithoutMemory, ReadUntilSkipsTheBytesThatFindNoRoom) {
     expect_unchanged();
 }
 
-TEST_F(StringWithoutMemory, ALengthThatNoBlockHoldsIsAbandonedUnread) {
+TEST_F(StringWithoutMemory, ALengthThatFitsNoBlockFails) {
     volatile size_t huge = SIZE_MAX;
     full.append(full.data(), huge);
     full.append(full.data(), huge - 6);  // with the 7 bytes there it would wrap to 0
@@ -123,7 +123,7 @@ TEST_F(StringWithoutMemory, ALengthThatNoBlockHoldsIsAbandonedUnread) {
     expect_unchanged();
 }
 
-TEST_F(StringWithoutMemory, ReservingAboveTheCeilingIsAbandoned) {
+TEST_F(StringWithoutMemory, ReservingAboveTheMaximumFails) {
     watched_alloctor::take();
     for (uint64_t n : {uint64_t{4294967264}, uint64_t{4294967295}, uint64_t{4294967296}, UINT64_MAX - 8, UINT64_MAX}) {
         full.reserve(n);
@@ -134,7 +134,7 @@ TEST_F(StringWithoutMemory, ReservingAboveTheCeilingIsAbandoned) {
     EXPECT_EQ(fresh.data(), nullptr);
 }
 
-TEST_F(StringWithoutMemory, AMappingThatTheSystemRefusesLeavesThePooledStringAsItWas) {
+TEST_F(StringWithoutMemory, AFailedMappingLeavesTheStringUnchanged) {
     olk::string pooled("abc");
     spy::watch watch;
     watch.fail_mmap(1);
@@ -145,7 +145,7 @@ TEST_F(StringWithoutMemory, AMappingThatTheSystemRefusesLeavesThePooledStringAsI
     EXPECT_EQ(pooled.capacity(), 8u);
 }
 
-TEST_F(StringWithoutMemory, GrowingOutOfTheClassesFailsWholeAndSucceedsLater) {
+TEST_F(StringWithoutMemory, GrowingAboveTheClassesFailsAndSucceedsLater) {
     olk::string pooled;
     const std::string text(4000000, 'x');
     pooled.append(text.data(), text.size());

@@ -80,11 +80,11 @@ TEST_F(StringGrowth, TheRequestIsTwiceTheLengthAndNineRoundedUpTo8) {
     EXPECT_EQ(request_for(1000), "malloc 2016");
 }
 
-TEST_F(StringGrowth, ALengthOf15999AsksForTwiceAsMuch) {
+TEST_F(StringGrowth, ALengthOf15999RequestsTwiceAsMuch) {
     EXPECT_EQ(request_for(15999), "malloc 32008");
 }
 
-TEST_F(StringGrowth, ALengthOf16000AsksForHalfAsMuchAgain) {
+TEST_F(StringGrowth, ALengthOf16000RequestsHalfAsMuchAgain) {
     EXPECT_EQ(request_for(16000), "malloc 24016");
 }
 
@@ -219,7 +219,7 @@ TEST_F(StringGrowth, AppendingAPieceGrowsByTheWholeLength) {
     EXPECT_EQ(s.capacity(), 2020u + 1);
 }
 
-TEST_F(StringGrowth, ReserveOf400AsksFor416AndGets504) {
+TEST_F(StringGrowth, ReserveOf400Requests416AndGets504) {
     watched_string s;
     s.reserve(400);
     EXPECT_EQ(watched_alloctor::take(), calls{"malloc 416"});
@@ -253,7 +253,7 @@ TEST_F(StringGrowth, ReserveKeepsTheText) {
     EXPECT_EQ(s.capacity(), 131072u - 8);
 }
 
-TEST_F(StringGrowth, TheCeilingCanBeReserved) {
+TEST_F(StringGrowth, TheMaximumCanBeReserved) {
     mapped_string s;
     s.reserve(4294967263);
     EXPECT_EQ(mapped_alloctor::take(), std::vector<size_t>{4294967272});
@@ -275,7 +275,7 @@ TEST_F(StringGrowth, ATextMayFillTheLargestBlock) {
     EXPECT_EQ(mapped_alloctor::take(), std::vector<size_t>{});
 }
 
-TEST_F(StringGrowth, GrowingReachesTheCeiling) {
+TEST_F(StringGrowth, GrowsUpToTheMaximum) {
     mapped_string s;
     s.reserve(100);
     set_stored_size(s, 2863311508);
@@ -286,7 +286,7 @@ TEST_F(StringGrowth, GrowingReachesTheCeiling) {
     EXPECT_EQ(s.data()[2863311508], 'z');
 }
 
-TEST_F(StringGrowth, GrowingPastTheCeilingIsAbandoned) {
+TEST_F(StringGrowth, GrowingAboveTheMaximumFails) {
     mapped_string s;
     s.reserve(100);
     set_stored_size(s, 2863311509);

@@ -15,13 +15,13 @@ TEST(StringSpare, IsNullWithoutABuffer) {
     EXPECT_EQ(s.data(), nullptr) << "nothing is taken";
 }
 
-TEST(StringSpare, IsThePlaceBehindTheText) {
+TEST(StringSpare, IsTheEndOfTheText) {
     olk::string s("2001:db8::1");
     EXPECT_EQ(s.spare(1), s.data() + 11);
     EXPECT_EQ(s.size(), 11u);
 }
 
-TEST(StringSpare, EndsOneByteInFrontOfTheCapacity) {
+TEST(StringSpare, EndsOneByteBeforeTheCapacity) {
     olk::string s("2001:db8::1");
     const size_t room = s.capacity() - 1 - s.size();
     EXPECT_NE(s.spare(room), nullptr);
@@ -34,7 +34,7 @@ TEST(StringSpare, IsNullForALengthThatWrapsAround) {
         EXPECT_EQ(s.spare(length), nullptr) << length;
 }
 
-TEST(StringSpare, WhatIsWrittenThereCountsWithLengthen) {
+TEST(StringSpare, LengthenAddsTheBytesWrittenThere) {
     olk::string s("2001:db8:");
     std::memcpy(s.spare(2), ":1", 2);
     s.lengthen(2);

@@ -52,13 +52,13 @@ TEST_F(String, TheBlockStartsWithCapacityThenSize) {
     EXPECT_EQ(olk::load_word<uint32_t>(s.data() - 4), 3u);
 }
 
-TEST_F(String, TheBlockBeginsEightBytesInFrontOfTheCharacters) {
+TEST_F(String, TheBlockStartsEightBytesBeforeTheCharacters) {
     olk::string pooled;
     pooled.push_back('x');
     EXPECT_EQ(olk::allocator::usable_size(pooled.data() - 8), 16u);
 }
 
-TEST_F(String, TakesItsBlockFromTheProcessWideAllocatorAndGivesItBack) {
+TEST_F(String, TakesItsBlockFromTheProcessWideAllocatorAndFreesIt) {
     const auto* smallest = olk::get_olk_allocator()->classes[0];
     const uint32_t before = smallest->freecount;
     {
@@ -175,7 +175,7 @@ TEST_F(String, ClearOfAStringWithoutABufferDoesNothing) {
     EXPECT_EQ(s.data(), nullptr);
 }
 
-TEST_F(String, ReleaseGivesTheBlockBackAndLeavesNull) {
+TEST_F(String, ReleaseFreesTheBlockAndLeavesNull) {
     s.append("abc");
     watched_alloctor::take();
     s.release();
@@ -189,7 +189,7 @@ TEST_F(String, ReleaseOfAStringWithoutABufferDoesNothing) {
     EXPECT_EQ(watched_alloctor::take(), calls{});
 }
 
-TEST_F(String, DestructionGivesTheBlockBack) {
+TEST_F(String, DestructionFreesTheBlock) {
     {
         watched_string inner;
         inner.append("abc");
@@ -234,7 +234,7 @@ TEST_F(String, CStrOfAFullBufferWritesItsLastByte) {
     EXPECT_EQ(s.data()[7], '\0');
 }
 
-TEST_F(String, CStrDoesNotWriteATerminatorThatAlreadyStands) {
+TEST_F(String, CStrDoesNotWriteATerminatorThatIsAlreadyThere) {
     mapped_string read_only;
     read_only.append("abc");
     read_only.c_str();
@@ -313,7 +313,7 @@ TEST_F(String, AssignOfItselfKeepsTheText) {
     EXPECT_EQ(text_of(s), "abc");
 }
 
-TEST_F(String, AMoveTakesTheBufferOver) {
+TEST_F(String, AMoveTakesTheBuffer) {
     s.append("abc");
     const char* before = s.data();
     watched_alloctor::take();
@@ -344,7 +344,7 @@ TEST_F(String, MoveAssignmentToItselfKeepsTheText) {
     EXPECT_EQ(text_of(s), "abc");
 }
 
-TEST_F(String, EveryBlockGoesBackOnce) {
+TEST_F(String, EveryBlockIsFreedOnce) {
     {
         watched_string a("abc");
         watched_string b(a);

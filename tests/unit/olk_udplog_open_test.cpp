@@ -21,7 +21,7 @@ TEST_F(UdpLog, ANewLogHasLevel30AndNoSocketDestinationOrCabin) {
     EXPECT_STREQ(log.cabin.c_str(), "");
 }
 
-TEST_F(UdpLog, ItsFieldsStandInOrder) {
+TEST_F(UdpLog, ItsFieldsAreInOrder) {
     const auto place = [this](const void* field) {
         return static_cast<const char*>(field) - reinterpret_cast<const char*>(&log);
     };
@@ -37,7 +37,7 @@ TEST_F(UdpLog, ItsFieldsStandInOrder) {
     EXPECT_EQ(place(&log.cabin.capacity), 232);
 }
 
-TEST_F(UdpLog, AUrlGivesDestinationCabinAndLevel) {
+TEST_F(UdpLog, AUrlSetsDestinationCabinAndLevel) {
     EXPECT_EQ(log.open("udp://192.0.2.10:5140/netsvc?level=dbg"), 0);
     EXPECT_EQ(destination(), "192.0.2.10 5140");
     EXPECT_STREQ(log.cabin.c_str(), "netsvc");
@@ -55,7 +55,7 @@ TEST_F(UdpLog, APortThatWrapsTo0Is999) {
     EXPECT_EQ(destination(), "192.0.2.10 999");
 }
 
-TEST_F(UdpLog, BlanksAreLeftOutWhereverTheyStand) {
+TEST_F(UdpLog, BlanksAreIgnoredAnywhere) {
     EXPECT_EQ(log.open("udp : //192.0.2.10:5140/ net svc"), 0);
     EXPECT_EQ(destination(), "192.0.2.10 5140");
     EXPECT_STREQ(log.cabin.c_str(), "netsvc");
@@ -181,7 +181,7 @@ TEST_F(UdpLog, WithoutAnOldDestinationAnAddressThatCannotBeConvertedMakesASocket
     EXPECT_EQ(log.sock, -1);
 }
 
-TEST_F(UdpLog, ACabinOf126CharactersIsTakenOneOf127AndMoreIsLeftEmpty) {
+TEST_F(UdpLog, ACabinOf126CharactersIsUsedAndOneOf127IsNot) {
     for (const std::size_t length : {1u, 125u, 126u, 127u, 128u, 129u, 5000u}) {
         SCOPED_TRACE(length);
         log.open(usual);
@@ -235,7 +235,7 @@ TEST_F(UdpLog, TheLevelIsANumberOr30) {
     EXPECT_EQ(level_after("level=zero"), 30);
 }
 
-TEST_F(UdpLog, ANumberThatIsNoneSetsALevelThatWasChangedBackTo30) {
+TEST_F(UdpLog, AnInvalidNumberResetsTheLevelTo30) {
     log.setlevel(10);
     EXPECT_EQ(log.open("udp://192.0.2.10/netsvc?level=zero"), 0);
     EXPECT_EQ(log.getlevel(), 30);
@@ -251,13 +251,13 @@ TEST_F(UdpLog, WithoutALevelInTheQueryTheLevelStays) {
     }
 }
 
-TEST_F(UdpLog, OnlyTheFirstPairIsLookedAt) {
+TEST_F(UdpLog, OnlyTheFirstParameterIsUsed) {
     EXPECT_EQ(level_after("x=1&level=dbg"), 30);
     EXPECT_EQ(level_after("level=dbg&level=err"), 40);
     EXPECT_EQ(level_after("level=dbg&x=1"), 40);
 }
 
-TEST_F(UdpLog, EmptyKeysAndEmptyValuesInFrontAreDiscarded) {
+TEST_F(UdpLog, LeadingEmptyKeysAndValuesAreSkipped) {
     EXPECT_EQ(level_after("==level=dbg"), 40);
     EXPECT_EQ(level_after("level=&dbg"), 40);
     EXPECT_EQ(level_after("level=&&err&dbg"), 10);

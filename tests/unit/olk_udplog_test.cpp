@@ -36,7 +36,7 @@ TEST_F(OpenUdpLog, AppendSendsItsOwnOrder) {
     EXPECT_EQ(sockets.take_datagram().bytes, "{\"order\":\"append\",\"level\":30,\"cabin\":\"netsvc\"}\nmore");
 }
 
-TEST_F(OpenUdpLog, PushSendsTheTagInBracketsRightInFrontOfTheText) {
+TEST_F(OpenUdpLog, PushSendsTheTagInBracketsBeforeTheText) {
     EXPECT_EQ(push(10, "rdb", "lost"), 54);
     EXPECT_EQ(sockets.take_datagram().bytes, "{\"order\":\"wlog\",\"level\":10,\"cabin\":\"netsvc\"}\n[rdb]lost");
 }
@@ -61,7 +61,7 @@ TEST_F(OpenUdpLog, NothingIsEscaped) {
               "{\"order\":\"wlog\",\"level\":30,\"cabin\":\"a\"b\\c\"}\n\"quoted\"\n\\\xff");
 }
 
-TEST_F(OpenUdpLog, WithoutACabinItsQuotesStandEmpty) {
+TEST_F(OpenUdpLog, WithoutACabinItsQuotesAreEmpty) {
     log.open(("udp://192.0.2.10/" + std::string(127, 'c')).c_str());
     EXPECT_EQ(add(30, "x"), "{\"order\":\"wlog\",\"level\":30,\"cabin\":\"\"}\nx");
 }
@@ -129,7 +129,7 @@ TEST_F(OpenUdpLog, ARecordOf30719BytesIsSentWholeAndALongerOneNotAtAll) {
     EXPECT_TRUE(sockets.sent.empty());
 }
 
-TEST_F(OpenUdpLog, ATagCountsToTheLengthOfTheRecord) {
+TEST_F(OpenUdpLog, ATagIsPartOfTheRecordsLength) {
     const std::string tag(30719 - header - 2, 'g');
     EXPECT_EQ(push(30, tag.c_str(), "%s", ""), 30719);
     EXPECT_EQ(push(30, tag.c_str(), "%s", "x"), -1);

@@ -49,7 +49,7 @@ TEST_F(Url, ANewObjectIsEmptyAndHasPort0) {
     EXPECT_EQ(row_of("", parsed, true), (url_row{"", "0", "", "", "", "", "", "", "parsed"}));
 }
 
-TEST_F(Url, EveryRowOfTheTableGivesItsFields) {
+TEST_F(Url, EveryRowOfTheTableYieldsItsFields) {
     const std::vector<url_row> rows = read_url_table();
     ASSERT_GE(rows.size(), 120u);
     for (const url_row& expected : rows) {
@@ -58,7 +58,7 @@ TEST_F(Url, EveryRowOfTheTableGivesItsFields) {
     }
 }
 
-TEST_F(Url, AnUsedObjectGivesTheSameFieldsAsANewOne) {
+TEST_F(Url, AnUsedObjectYieldsTheSameFieldsAsANewOne) {
     const std::vector<url_row> rows = read_url_table();
     for (const url_row& before : rows) {
         for (std::size_t i = 0; i < rows.size(); i += 11) {
@@ -80,7 +80,7 @@ TEST_F(Url, AReusedObjectKeepsItsMemory) {
 }
 
 //  The byte behind the text cannot be read.
-TEST_F(Url, NothingBehindTheTextIsRead) {
+TEST_F(Url, ReadsNothingAfterTheText) {
     const auto page = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
     void* const two = mmap(nullptr, 2 * page, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
     ASSERT_NE(two, MAP_FAILED);
@@ -95,7 +95,7 @@ TEST_F(Url, NothingBehindTheTextIsRead) {
     munmap(two, 2 * page);
 }
 
-TEST_F(Url, OnlyTheFirstCharactersCount) {
+TEST_F(Url, OnlyTheGivenLengthIsParsed) {
     const std::string text = "udp://192.0.2.10:5140/netsvc?level=dbg";
     EXPECT_TRUE(parsed.parse(text.data(), std::string("udp://192.0.2.10:51").size()));
     EXPECT_EQ(row_of(text, parsed, true),
@@ -106,7 +106,7 @@ TEST_F(Url, ANullTextOfLength0Fails) {
     EXPECT_FALSE(parsed.parse(nullptr, 0));
 }
 
-TEST_F(Url, TheResolverIsAskedOnceForTheNameWithoutPortAndBrackets) {
+TEST_F(Url, TheResolverIsCalledOnceForTheNameWithoutPortAndBrackets) {
     parse("udp://both.example:5140/netsvc");
     parse("udp://[2001:db8::5]:5140/netsvc");
     parse("udp://[2001:db8::5]:/netsvc");
@@ -127,7 +127,7 @@ TEST_F(Url, AHostThatNoLongerResolvesFailsAndLeavesNoOldAddress) {
               (url_row{"udp://moving.example/x", "0", "udp", "moving.example", "", "", "", "", "failed"}));
 }
 
-TEST_F(Url, LongPiecesAreTakenWhole) {
+TEST_F(Url, LongPartsAreComplete) {
     const std::string path(100'000, 'p');
     const std::string args(100'000, 'a');
     ASSERT_TRUE(parse("udp://four.example/" + path + "?" + args));
@@ -145,7 +145,7 @@ struct scarce_alloctor {
     static size_t usable_size(const void* p) { return olk::allocator::usable_size(p); }
 };
 
-TEST_F(Url, WithoutMemoryCharactersAreDroppedAndParsingGoesOn) {
+TEST_F(Url, WithoutMemoryCharactersAreSkipped) {
     using scarce = olk::string_<scarce_alloctor, unsigned int, char, void>;
     const std::string text = "udp://192.0.2.10:5140/" + std::string(100, 'p') + "?" + std::string(100, 'a');
     bool good = false;
@@ -159,7 +159,7 @@ TEST_F(Url, WithoutMemoryCharactersAreDroppedAndParsingGoesOn) {
     EXPECT_LT(needed, 100);
 }
 
-TEST_F(Url, WithMemoryForTheHostOnlyThePathIsCutAndTheUrlParses) {
+TEST_F(Url, WithMemoryForTheHostOnlyThePathIsShortened) {
     using scarce = olk::string_<scarce_alloctor, unsigned int, char, void>;
     const std::string text = "192.0.2.10/" + std::string(100, 'p');
     for (int blocks = 0; blocks < 100; ++blocks) {

@@ -27,29 +27,29 @@ protected:
     void TearDown() override { EXPECT_TRUE(cls.valid()) << "a damage was not repaired"; }
 };
 
-TEST_F(ClassWalk, SeesTheClassesCountsAboveAndBelow) {
+TEST_F(ClassWalk, DetectsTheClassesCountsAboveAndBelow) {
     EXPECT_FALSE(valid_with(cls, cls.freecount, 1));
     EXPECT_FALSE(valid_with(cls, cls.freecount, 3));
     EXPECT_FALSE(valid_with(cls, cls.heapcount, 1));
     EXPECT_FALSE(valid_with(cls, cls.heapcount, 3));
 }
 
-TEST_F(ClassWalk, SeesAHeapOfAnotherClass) {
+TEST_F(ClassWalk, DetectsAHeapOfAnotherClass) {
     size_class other(16, per_heap);
     EXPECT_FALSE(valid_with(cls, heap[0]->owner, &other));
 }
 
-TEST_F(ClassWalk, SeesABlockSizeAboveAndBelowTheHeaps) {
+TEST_F(ClassWalk, DetectsABlockSizeAboveAndBelowTheHeaps) {
     EXPECT_FALSE(valid_with(cls, cls.blksize, 8));
     EXPECT_FALSE(valid_with(cls, cls.blksize, 24));
 }
 
-TEST_F(ClassWalk, SeesAHeapBehindTheHeadThatHasMoreOrFewerBlocksThanTheClassSays) {
+TEST_F(ClassWalk, DetectsAHeapAfterTheHeadThatHasMoreOrFewerBlocksThanItsClass) {
     EXPECT_FALSE(valid_with(cls, cls.blkperheap, 3));
     EXPECT_FALSE(valid_with(cls, cls.blkperheap, 5));
 }
 
-TEST(ClassWalkOrder, SeesSuchAHeapWhoseRecordLiesOnEitherSideOfTheHeads) {
+TEST(ClassWalkOrder, DetectsSuchAHeapWhoseRecordLiesOnEitherSideOfTheHeads) {
     for (const bool head_is_above : {true, false}) {
         void* one = olk::memheap_::operator new(sizeof(olk::blk_heap));
         void* other = olk::memheap_::operator new(sizeof(olk::blk_heap));
@@ -67,7 +67,7 @@ TEST(ClassWalkOrder, SeesSuchAHeapWhoseRecordLiesOnEitherSideOfTheHeads) {
     }
 }
 
-TEST_F(ClassWalk, SeesAHeapsCountAboveAndBelowEvenWhereTheClassesAgreesWithIt) {
+TEST_F(ClassWalk, DetectsAWrongHeapCountEvenIfTheClassAgrees) {
     cls.freecount = 3;
     EXPECT_FALSE(valid_with(cls, heap[0]->freecount, 2));
     cls.freecount = 1;
@@ -75,14 +75,14 @@ TEST_F(ClassWalk, SeesAHeapsCountAboveAndBelowEvenWhereTheClassesAgreesWithIt) {
     cls.freecount = 2;
 }
 
-TEST_F(ClassWalk, SeesAFreeBlockThatNoBlocksPlaceIs) {
+TEST_F(ClassWalk, DetectsAFreeBlockAtAnInvalidAddress) {
     char* const between = static_cast<char*>(at[0][0]) + olk::blk_header_size;
     olk::store_word(at[0][0], heap[0]);
     olk::store_word<void*>(between, nullptr);
     EXPECT_FALSE(valid_with(cls, heap[0]->freelist, between));
 }
 
-TEST(HeapWalk, SeesAFreeBlockThatWasNeverHandedOut) {
+TEST(HeapWalk, DetectsAFreeBlockThatWasNeverAllocated) {
     size_class cls(16, 4);
     void* const first = cls.malloc_(nullptr);
     free_in(cls, first);
@@ -93,7 +93,7 @@ TEST(HeapWalk, SeesAFreeBlockThatWasNeverHandedOut) {
     EXPECT_TRUE(cls.valid());
 }
 
-TEST(HeapWalk, SeesAFreeBlockThatNamesAnotherHeap) {
+TEST(HeapWalk, DetectsAFreeBlockThatNamesAnotherHeap) {
     size_class cls(16, 4);
     void* const block = cls.malloc_(nullptr);
     free_in(cls, block);
@@ -101,7 +101,7 @@ TEST(HeapWalk, SeesAFreeBlockThatNamesAnotherHeap) {
     EXPECT_FALSE(cls.valid());
 }
 
-TEST(HeapWalk, SeesAListOfFreeBlocksThatRunsInACircle) {
+TEST(HeapWalk, DetectsAListOfFreeBlocksThatRunsInACircle) {
     size_class cls(16, 4);
     void* const block = cls.malloc_(nullptr);
     free_in(cls, block);
@@ -109,7 +109,7 @@ TEST(HeapWalk, SeesAListOfFreeBlocksThatRunsInACircle) {
     EXPECT_FALSE(cls.valid());
 }
 
-TEST(HeapWalk, SeesMoreBlocksHandedOutThanThereAre) {
+TEST(HeapWalk, DetectsMoreBlocksAllocatedThanThereAre) {
     size_class cls(16, 4);
     cls.malloc_(nullptr);
     cls.freecount = cls.heaps->freecount = UINT32_MAX;  // what the counts then agree on
@@ -126,20 +126,20 @@ TEST(HeapWalk, TakesAHeapWhoseBlocksFillItsMapping) {
     EXPECT_FALSE(valid_with(cls, cls.heaps->maplen, 8 * (504 + olk::blk_header_size) - 1));
 }
 
-TEST(TableWalk, SeesDamageInTheFirstClassAndInTheLast) {
+TEST(TableWalk, DetectsDamageInTheFirstClassAndInTheLast) {
     olk::allocator allocator;
     EXPECT_FALSE(valid_with(allocator, allocator.classes[0]->freecount, 0));
     EXPECT_FALSE(valid_with(allocator, allocator.classes[29]->freecount, 1));
     EXPECT_TRUE(allocator.valid());
 }
 
-TEST(TableWalk, SeesAMissingClass) {
+TEST(TableWalk, DetectsAMissingClass) {
     olk::allocator allocator;
     EXPECT_FALSE(valid_with(allocator, allocator.classes[3], nullptr));
     EXPECT_TRUE(allocator.valid());
 }
 
-TEST(TableWalk, SeesTwoClassesOfOneSizeAndTwoInTheWrongOrder) {
+TEST(TableWalk, DetectsTwoClassesOfOneSizeAndTwoInTheWrongOrder) {
     olk::allocator allocator;
     auto& classes = allocator.classes;
     EXPECT_FALSE(valid_with(allocator, classes[0], classes[1]));
@@ -151,7 +151,7 @@ TEST(TableWalk, SeesTwoClassesOfOneSizeAndTwoInTheWrongOrder) {
     EXPECT_TRUE(allocator.valid());
 }
 
-TEST(ObjectWalk, SeesCountsAboveAndBelow) {
+TEST(ObjectWalk, DetectsCountsAboveAndBelow) {
     olk::objalloctor_<olk::spinlock> heap(page, 56);
     heap.malloc_(56);
     const uint64_t free_slots = heap.freecount;
@@ -164,7 +164,7 @@ TEST(ObjectWalk, SeesCountsAboveAndBelow) {
     }
 }
 
-TEST(ObjectWalk, SeesMoreSlotsHandedOutThanThereAre) {
+TEST(ObjectWalk, DetectsMoreSlotsAllocatedThanThereAre) {
     olk::objalloctor_<olk::spinlock> heap(page, 56);
     const uint64_t slots = heap.pages->slotcount;
     heap.freecount = heap.pages->freecount = UINT64_MAX;  // what the counts then agree on
@@ -173,7 +173,7 @@ TEST(ObjectWalk, SeesMoreSlotsHandedOutThanThereAre) {
     EXPECT_TRUE(heap.valid());
 }
 
-TEST(ObjectWalk, SeesAListOfFreeSlotsThatRunsInACircle) {
+TEST(ObjectWalk, DetectsAListOfFreeSlotsThatRunsInACircle) {
     olk::objalloctor_<olk::spinlock> heap(page, 56);
     void* const slot = heap.malloc_(56);
     heap.free_(slot);
@@ -181,7 +181,7 @@ TEST(ObjectWalk, SeesAListOfFreeSlotsThatRunsInACircle) {
     EXPECT_FALSE(heap.valid());
 }
 
-TEST(ObjectWalk, SeesAWhollyFreePageBehindTheHeadOnEitherSideOfIt) {
+TEST(ObjectWalk, DetectsAnEntirelyFreePageAfterTheHead) {
     olk::objalloctor_<olk::spinlock> heap(page, 56);
     const uint64_t slots = heap.pages->slotcount;
     for (uint64_t i = 0; i <= slots; ++i)

@@ -53,7 +53,7 @@ TEST(Vector, ElementsCanBeChangedInPlace) {
     EXPECT_EQ(constant[0], 7);
 }
 
-TEST(Vector, TakesItsMemoryFromThePooledAllocatorAndGivesItBack) {
+TEST(Vector, AllocatesFromThePooledAllocatorAndFrees) {
     olk::allocator& allocator = *olk::get_olk_allocator();
     const auto* smallest = allocator.classes[0];
     const uint32_t before = smallest->freecount;
@@ -69,7 +69,7 @@ TEST(Vector, TakesItsMemoryFromThePooledAllocatorAndGivesItBack) {
     EXPECT_EQ(smallest->freecount, before);
 }
 
-TEST(Vector, GrowingAsksForMoreThanTwiceTheElements) {
+TEST(Vector, GrowingRequestsMoreThanTwiceTheElements) {
     struct three_words {
         uint64_t words[3];
     };
@@ -84,7 +84,7 @@ TEST(Vector, GrowingAsksForMoreThanTwiceTheElements) {
     EXPECT_LE(moves, 10);
 }
 
-TEST(Vector, AsksForTwiceTheElementsAndOneMoreAndTakesAllThatTheBlockGives) {
+TEST(Vector, RequestsTwiceTheElementsPlusOneAndUsesTheWholeBlock) {
     struct sixteen_bytes {
         uint64_t words[2];
     };

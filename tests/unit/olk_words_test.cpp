@@ -45,7 +45,7 @@ TEST(Words, AWordEndsAtTheEndOfTheText) {
     EXPECT_EQ(read("stdout", ":/"), (outcome{word_end::text_end, "stdout", 6}));
 }
 
-TEST(Words, ReadingGoesOnBehindTheSeparator) {
+TEST(Words, ReadingContinuesAfterTheSeparator) {
     const std::string text = "level=dbg&x=1";
     EXPECT_EQ(read(text, "="), (outcome{word_end::separator, "level", 6}));
     EXPECT_EQ(read(text, "&", 6), (outcome{word_end::separator, "dbg", 10}));
@@ -54,11 +54,11 @@ TEST(Words, ReadingGoesOnBehindTheSeparator) {
     EXPECT_EQ(read(text, "=", 13), (outcome{word_end::none, "", 13}));
 }
 
-TEST(Words, BlanksInFrontAreSkipped) {
+TEST(Words, LeadingBlanksAreSkipped) {
     EXPECT_EQ(word_of(" \t udp:"), "udp");
 }
 
-TEST(Words, BlanksBehindAreRemoved) {
+TEST(Words, TrailingBlanksAreRemoved) {
     EXPECT_EQ(word_of("udp \t :"), "udp");
     EXPECT_EQ(word_of("udp \t "), "udp");
 }
@@ -72,12 +72,12 @@ TEST(Words, CarriageReturnsAndLineFeedsAreLeftOutEverywhere) {
     EXPECT_EQ(word_of("\n \r udp \n:"), "udp");
 }
 
-TEST(Words, ASeparatorInFrontOfTheWordIsSkipped) {
+TEST(Words, ASeparatorBeforeTheWordIsSkipped) {
     EXPECT_EQ(read("://udp:x", ":/"), (outcome{word_end::separator, "udp", 7}));
     EXPECT_EQ(read(" = =level=1", "="), (outcome{word_end::separator, "level", 10}));
 }
 
-TEST(Words, BlanksBehindASkippedSeparatorAreSkippedToo) {
+TEST(Words, BlanksAfterASkippedSeparatorAreSkippedToo) {
     EXPECT_EQ(word_of(": \t/ udp:"), "udp");
 }
 
@@ -96,12 +96,12 @@ TEST(Words, ASixteenthCharacterIsNoWord) {
     EXPECT_EQ(read("1234567890123456", ":").end, word_end::none);
 }
 
-TEST(Words, ABlankBehindFifteenCharactersIsTheSixteenth) {
+TEST(Words, ABlankAfterFifteenCharactersIsTheSixteenth) {
     EXPECT_EQ(read("123456789012345 :", ":").end, word_end::none);
     EXPECT_EQ(read("12345678901234 :", ":").word, "12345678901234");
 }
 
-TEST(Words, LineEndsAndBlanksInFrontDoNotCount) {
+TEST(Words, LeadingLineEndsAndBlanksDoNotCount) {
     EXPECT_EQ(word_of("    \r\n 1234567\r\n89012345\r\n:"), "123456789012345");
 }
 
@@ -144,7 +144,7 @@ outcome model(const std::string& text, const std::string& separators, size_t fro
     return outcome{word_end::none, "", from};
 }
 
-TEST(Words, AgreesWithAReaderThatCutsFirstOver200000Texts) {
+TEST(Words, AgreesWithASecondReaderOn200000Texts) {
     static const char alphabet[] = "ab \t\r\n:/=&lev";
     std::mt19937 random(20250411);
     for (int i = 0; i < 200000; ++i) {

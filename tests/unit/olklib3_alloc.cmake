@@ -1,4 +1,4 @@
-#  Tests of the allocator. One program sees and spoils every call that the library makes to the system.
+#  Tests of the allocator. One program observes all system calls of the library and can make them fail.
 
 addrpubd_unit_test(olk_alloctor_test
     SOURCES
@@ -21,8 +21,8 @@ addrpubd_unit_test(olk_alloctor_test
     WRAP mmap munmap sysconf
         pthread_spin_init pthread_spin_destroy pthread_spin_lock pthread_spin_unlock)
 
-#  A program that writes down its own life from the first mapping to the last, linked in four orders: the objects before
-#  and behind the library, and each other.
+#  A program that records its system calls from the first mapping to the last, linked in four orders: its objects before
+#  or after the library, and in both orders relative to each other.
 set(exit_order_calls mmap munmap mallopt)
 function(exit_order_program name)
     add_executable(${name} ${ARGN})
@@ -37,7 +37,7 @@ exit_order_program(exit_order_two_one_library exit_order_two.cpp exit_order_main
 exit_order_program(exit_order_library_one_two exit_order_one.cpp exit_order_two.cpp exit_order_main.cpp)
 exit_order_program(exit_order_library_two_one exit_order_two.cpp exit_order_main.cpp exit_order_one.cpp)
 foreach(name exit_order_library_one_two exit_order_library_two_one)
-    #  Link options stand in front of the objects.
+    #  Link options precede the objects on the command line.
     target_link_options(${name} PRIVATE
         LINKER:--whole-archive $<TARGET_FILE:olklib3> LINKER:--no-whole-archive)
     add_dependencies(${name} olklib3)

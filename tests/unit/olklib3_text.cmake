@@ -1,4 +1,4 @@
-#  Tests of the string, the JSON writers, the logs, the word reader and the client library's records.
+#  Tests of the string, the JSON writers, the logs, the word reader and the records of the client library.
 
 addrpubd_unit_test(olk_string_test
     SOURCES
@@ -34,8 +34,8 @@ else()
     message(STATUS "JSON parser as oracle left out: nlohmann-json3-dev is not installed")
 endif()
 
-#  The compiler knows that no int needs 16 characters and drops the branch for one. This build of the levels asks the C
-#  library, so that the test can make it true.
+#  The compiler removes the branch for an int of 16 characters, because no int is that long. This build of olk_log.cpp
+#  calls a replacement of snprintf, so that the test can execute the branch.
 addrpubd_unit_test(olk_log_test
     SOURCES olk_log_test.cpp ${PROJECT_SOURCE_DIR}/com/olklib3/olk_log.cpp
     LIBS olklib3

@@ -1,4 +1,4 @@
-#  The open client library. Its back ends are tested when they are built.
+#  Tests of the open client library. A back end is tested if it is built.
 
 addrpubd_unit_test(open_parts_test
     SOURCES open_backend_log_test.cpp open_backoff_test.cpp open_file_path_test.cpp open_reported_reasons_test.cpp

@@ -100,7 +100,7 @@ TEST(DnsBackend, ServesMessagesOnly) {
     EXPECT_FALSE(backend->serves(Backend::Service::tags));
 }
 
-TEST(DnsBackend, LooksAsOftenAsTheUrlSays) {
+TEST(DnsBackend, ChecksAsOftenAsTheUrlRequests) {
     EXPECT_EQ(backendOf("dns://s/z")->checkInterval(), std::chrono::seconds(60));
     EXPECT_EQ(backendOf("dns://s/z?check=0")->checkInterval(), std::chrono::seconds(0));
 }
@@ -166,7 +166,7 @@ TEST(DnsBackend, APasswordThatIsNoSecretFailsTheOpen) {
               "the password is not the secret of a key in base64");
 }
 
-TEST(DnsBackend, TheSecretIsReadFromItsFileAnewForEachConnection) {
+TEST(DnsBackend, TheSecretIsReadFromItsFileAgainForEachConnection) {
     const Folder folder;
     writeText(folder.file("key"), std::string(testSecret) + "\n");
     Zone zone;
@@ -180,7 +180,7 @@ TEST(DnsBackend, TheSecretIsReadFromItsFileAnewForEachConnection) {
 }
 
 //  The server does not say at which of the two names, so each is asked about.
-TEST(DnsBackend, AnAliasThatIsGoneWhenItIsLookedForIsToldInTheServersWords) {
+TEST(DnsBackend, AnAliasThatIsGoneWhenItIsLookedForIsReportedInTheServersWords) {
     std::atomic<int> updates{0};
     DnsServer server([&updates](const SeenRequest& seen) {
         if (seen.opcode == LDNS_PACKET_UPDATE)
@@ -225,7 +225,7 @@ TEST_F(OpenDnsBackend, AMessageIsOneUpdate) {
     EXPECT_EQ(server.connections(), 2);
 }
 
-TEST_F(OpenDnsBackend, ARefusalIsToldInWordsAndAskedAgain) {
+TEST_F(OpenDnsBackend, ARefusalIsReportedInWordsAndAskedAgain) {
     start();
     for (unsigned code = 1; code < 12; ++code) {
         zone.updateCode = code;
@@ -237,7 +237,7 @@ TEST_F(OpenDnsBackend, ARefusalIsToldInWordsAndAskedAgain) {
     EXPECT_EQ(send(request).code, errorNone);
 }
 
-TEST_F(OpenDnsBackend, AnUpdateThatMeetsAnAliasIsRefusedWithTheNameAtWhichItStands) {
+TEST_F(OpenDnsBackend, AnUpdateThatMeetsAnAliasIsRefusedWithTheNameWithTheAlias) {
     for (const std::string alias : {"host1.example.org", "_8443._https.host1.example.org"}) {
         zone.alias = alias;
         start();
@@ -321,7 +321,7 @@ TEST_F(OpenDnsBackend, ACheckFindsEachRecordThatIsGoneOrAltered) {
     EXPECT_EQ(backend->checkMessage(request).code, errorNotHeld);
 }
 
-TEST_F(OpenDnsBackend, ACheckSaysThatAnAliasStandsAtTheName) {
+TEST_F(OpenDnsBackend, ACheckReportsThatAnAliasIsAtTheName) {
     zone.records = {{"host1.example.org", typeCname, fromHex("00")}};
     zone.alias = "host1.example.org";
     start();

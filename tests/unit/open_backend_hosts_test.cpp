@@ -84,7 +84,7 @@ TEST_F(HostsBackend, TwoHostsShareOneFile) {
     EXPECT_EQ(readText(file), "::3 a # addrpubd a\n::2 b # addrpubd b\n");
 }
 
-TEST_F(HostsBackend, AnUpdateThatChangesNothingLeavesTheFileAlone) {
+TEST_F(HostsBackend, AnUpdateThatChangesNothingDoesNotWriteTheFile) {
     connect(file);
     EXPECT_EQ(update("a", "::1"), done);
     const ino_t before = inode();
@@ -170,7 +170,7 @@ TEST_F(HostsBackendAlone, ATextThatANewProcessFindsUnchangedIsFlushedOnce) {
     EXPECT_EQ(flushes, 1);
 }
 
-TEST_F(HostsBackendAlone, AFileThatWouldBecomeTooLargeStaysAndTheReplySaysWhy) {
+TEST_F(HostsBackendAlone, AFileThatWouldBecomeTooLargeStaysAndTheReplyReportsWhy) {
     const std::string full(16 << 20, '\n');
     writeText(file, full);
     EXPECT_EQ(update("::1"), errorServerRefused);

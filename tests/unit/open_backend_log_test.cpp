@@ -26,7 +26,7 @@ namespace {
 using namespace opentest;
 using namespace rdbopen;
 
-TEST(LogBackend, SaysWhatItWouldWriteAndTakesTheStepsOfAnEmptyServer) {
+TEST(LogBackend, LogsWhatItWouldWriteAndTakesTheStepsOfAnEmptyServer) {
     reports.clear();
     const auto backend = backendFor("log:");
     ASSERT_NE(backend, nullptr);

@@ -139,7 +139,7 @@ TEST_F(RedisBackend, NoReasonHoldsAPasswordThatTheServerRepeats) {
     }
 }
 
-TEST_F(RedisBackend, SaysInWordsWhyItCannotBeOpened) {
+TEST_F(RedisBackend, ReportsWhyItCannotBeOpened) {
     const struct {
         const char* word;
         const char* answer;
@@ -164,7 +164,7 @@ TEST_F(RedisBackend, SaysInWordsWhyItCannotBeOpened) {
     }
 }
 
-TEST_F(RedisBackend, SaysWhyAServerTakesNoConnection) {
+TEST_F(RedisBackend, ReportsWhyAServerRejectsTheConnection) {
     server.greet("-ERR max number of clients reached\r\n", true);
     EXPECT_NE(open().reason.find("the server has too many connections"), std::string::npos);
 }
@@ -264,7 +264,7 @@ TEST_F(RedisBackend, ATagOfAnotherClassTakesNoValues) {
     EXPECT_EQ(server.received("HSET").size(), 0U);
 }
 
-TEST_F(RedisBackend, ATransactionThatOthersDisturbIsBegunAnewAFewTimes) {
+TEST_F(RedisBackend, ATransactionThatOthersDisturbIsBegunAgainAFewTimes) {
     opened();
     for (int i = 0; i < 3; ++i) {
         server.answer("EXEC", "*-1\r\n");
@@ -319,7 +319,7 @@ TEST_F(RedisBackend, APutWhoseAnswerWasLostIsNotMadeTwiceAfterARefusalEither) {
     EXPECT_EQ(server.received("EXEC").size(), 1U);
 }
 
-TEST_F(RedisBackend, APutWhoseAnswerWasLostIsMadeAgainWhenTheServerHasNotDoneIt) {
+TEST_F(RedisBackend, APutWhoseAnswerWasLostIsRepeatedWhenTheServerHasNotDoneIt) {
     opened();
     holdTag();
     server.answerAndClose("EXEC", "");
@@ -332,7 +332,7 @@ TEST_F(RedisBackend, APutWhoseAnswerWasLostIsMadeAgainWhenTheServerHasNotDoneIt)
     EXPECT_EQ(server.received("EXEC").size(), 2U);
 }
 
-TEST_F(RedisBackend, ACheckTellsWhetherTheValueIsHeld) {
+TEST_F(RedisBackend, ACheckReportsWhetherTheValueIsHeld) {
     opened();
     EXPECT_EQ(backend->checkValue(recordOf("host1", "v")).code, errorNotHeld);
     holdValue("1", "v");

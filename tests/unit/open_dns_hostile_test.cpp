@@ -111,7 +111,7 @@ TEST(HostileDnsServer, ThatEndsTheConnection) {
         "the server closed the connection");
 }
 
-TEST(HostileDnsServer, ThatCutsItsAnswerShort) {
+TEST(HostileDnsServer, ThatTruncatesItsAnswer) {
     for (const std::size_t size : {1U, 2U, 3U, 20U, 100U})
         expectFailure(
             [size](const SeenRequest& seen) {
@@ -208,7 +208,7 @@ TEST(HostileDnsServer, ThatSendsGarbage) {
     }
 }
 
-TEST(HostileDnsServer, ThatSaysBadKeyUnsignedIsARefusal) {
+TEST(HostileDnsServer, ThatReportsBadKeyUnsignedIsARefusal) {
     const auto [sent, checked] = against([](const SeenRequest& seen) {
         Signing signing;
         signing.empty = true;
@@ -233,7 +233,7 @@ TEST(HostileDnsServer, ThatKeepsSilentAtTheOpen) {
     EXPECT_GT(waiter.limit.count(), 1000);
 }
 
-TEST(DnsSystemCalls, ThatFailAreTold) {
+TEST(DnsSystemCalls, ThatFailAreReported) {
     DnsServer server(honest);
     std::unique_ptr<Backend> backend;
     std::string reason;

@@ -45,7 +45,7 @@ TEST(TsigSecret, IsBase64OfAtLeastOneByte) {
         EXPECT_FALSE(isTsigSecret(other)) << other;
 }
 
-TEST(TsigRequest, IsSignedAsTheStandardSays) {
+TEST(TsigRequest, IsSignedAsTheStandardRequires) {
     for (const char* const algorithm : {"hmac-sha1", "hmac-sha256", "hmac-sha384", "hmac-sha512"}) {
         const TsigKey key = testKey(algorithm);
         const SignedRequest request = requestWith(key);
@@ -61,7 +61,7 @@ TEST(TsigRequest, CannotBeSignedWithoutASecret) {
     EXPECT_FALSE(signRequest(queryMessage(1, "a", 1), {"key1", "hmac-md5", testSecret}, 0, request));
 }
 
-TEST(TsigAnswer, SignedOverTheRequestCountsWhole) {
+TEST(TsigAnswer, SignedOverTheRequestIsAuthentic) {
     for (const char* const algorithm : {"hmac-sha1", "hmac-sha256", "hmac-sha384", "hmac-sha512"}) {
         const TsigKey key = testKey(algorithm);
         const SignedRequest request = requestWith(key);
@@ -70,14 +70,14 @@ TEST(TsigAnswer, SignedOverTheRequestCountsWhole) {
     }
 }
 
-TEST(TsigAnswer, ASignedErrorCodeCountsWhole) {
+TEST(TsigAnswer, ASignedErrorCodeIsAuthentic) {
     const SignedRequest request = requestWith();
     const Answer answer = readSigned(request, signingFor(request), 5);
     ASSERT_EQ(answer.trust, Trust::whole);
     EXPECT_EQ(rcodeOf(*answer.packet), 5U);
 }
 
-TEST(TsigAnswer, UnsignedNeverCounts) {
+TEST(TsigAnswer, UnsignedIsNeverAuthentic) {
     const SignedRequest request = requestWith();
     for (unsigned rcode = 0; rcode < 16; ++rcode)
         EXPECT_EQ(read(answerFor(request, rcode), request).trust, Trust::none) << rcode;
@@ -98,7 +98,7 @@ TEST(TsigAnswer, WithoutASignatureNotAuthAndRefusedMayMeanTheKey) {
               "the answer is not signed (REFUSED: " + key + refused + ")");
 }
 
-TEST(TsigAnswer, SaysThatTheServerIsTheWrongOneByNotAuthAndRefusedSignedOrNot) {
+TEST(TsigAnswer, NotAuthAndRefusedMeanTheWrongServer) {
     const SignedRequest request = requestWith();
     for (unsigned rcode = 0; rcode < 16; ++rcode) {
         const bool wrong = rcode == rcodeNotAuth || rcode == rcodeRefused;
@@ -140,7 +140,7 @@ TEST(TsigAnswer, ASignedErrorOfTheSignatureIsARefusalInWords) {
     }
 }
 
-TEST(TsigAnswer, BadTimeSaysWhichClockIsAhead) {
+TEST(TsigAnswer, BadTimeReportsWhichClockIsAhead) {
     const SignedRequest request = requestWith();
     Signing signing = signingFor(request);
     signing.error = tsigBadTime;
@@ -176,7 +176,7 @@ TEST(TsigAnswer, MayPointToTheKeysName) {
     EXPECT_EQ(read(message, request).trust, Trust::none);
 }
 
-TEST(TsigAnswer, OfAnotherKeyNeverCounts) {
+TEST(TsigAnswer, OfAnotherKeyIsNeverAuthentic) {
     const SignedRequest request = requestWith();
     const TsigKey others[] = {{"key2", "hmac-sha256", testSecret},
                               {"key1", "hmac-sha512", testSecret},
@@ -185,7 +185,7 @@ TEST(TsigAnswer, OfAnotherKeyNeverCounts) {
         EXPECT_EQ(readSigned(request, signingFor(request, other)).reason, "the signature of the answer is wrong");
 }
 
-TEST(TsigAnswer, SignedOverAnotherRequestNeverCounts) {
+TEST(TsigAnswer, SignedOverAnotherRequestIsNeverAuthentic) {
     const SignedRequest request = requestWith();
     DnsBytes mac = request.mac;
     mac.back() ^= 1;
@@ -194,7 +194,7 @@ TEST(TsigAnswer, SignedOverAnotherRequestNeverCounts) {
 }
 
 //  The primary has answered the forwarder's ID, which the forwarder has put back to the request's.
-TEST(TsigAnswer, PassedOnByAForwarderCountsWholeByItsOriginalId) {
+TEST(TsigAnswer, ForwardedIsAuthenticByItsOriginalId) {
     const SignedRequest request = requestWith();
     for (const unsigned forwarders : {4712U, 4711U ^ 0xffffU}) {
         const DnsBytes bare = plainAnswer(forwarders, 0, 0, {{"host1.example.org", typeText, fromHex("03 616263")}});
@@ -208,7 +208,7 @@ TEST(TsigAnswer, PassedOnByAForwarderCountsWholeByItsOriginalId) {
     }
 }
 
-TEST(TsigAnswer, WithAnyHeaderFieldWrongNeverCounts) {
+TEST(TsigAnswer, WithAnyHeaderFieldWrongIsNeverAuthentic) {
     const SignedRequest request = requestWith();
     const struct {
         std::size_t at;
@@ -240,7 +240,7 @@ bool onlyChangesCase(const DnsBytes& message, std::size_t signature, std::size_t
     return inName && bit == 5 && std::isalpha(message[at]) != 0;
 }
 
-TEST(TsigAnswer, WithAnyBitFlippedNeverCounts) {
+TEST(TsigAnswer, WithAnyBitFlippedIsNeverAuthentic) {
     const SignedRequest request = requestWith();
     const DnsBytes bare = answerFor(request);
     const DnsBytes message = signMessage(bare, request.mac, signingFor(request));
@@ -253,7 +253,7 @@ TEST(TsigAnswer, WithAnyBitFlippedNeverCounts) {
         }
 }
 
-TEST(TsigAnswer, CutShortOrWithMoreBehindItNeverCounts) {
+TEST(TsigAnswer, TruncatedOrWithMoreAfterItIsNeverAuthentic) {
     const SignedRequest request = requestWith();
     const DnsBytes message = signMessage(answerFor(request), request.mac, signingFor(request));
     for (std::size_t size = 0; size < message.size(); ++size)
@@ -266,7 +266,7 @@ TEST(TsigAnswer, CutShortOrWithMoreBehindItNeverCounts) {
     EXPECT_EQ(read(longer, request).trust, Trust::none);
 }
 
-TEST(TsigAnswer, WithTwoSignaturesNeverCounts) {
+TEST(TsigAnswer, WithTwoSignaturesIsNeverAuthentic) {
     const SignedRequest request = requestWith();
     const Signing signing = signingFor(request);
     const DnsBytes twice = signMessage(signMessage(answerFor(request), request.mac, signing), request.mac, signing);

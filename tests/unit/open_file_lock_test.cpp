@@ -56,7 +56,7 @@ protected:
 
 using FileLock_ = FileLockTest;
 
-TEST_F(FileLock_, IsTakenAndGivenBack) {
+TEST_F(FileLock_, IsTakenAndReleased) {
     for (int i = 0; i < 2; ++i) {
         FileLock lock;
         EXPECT_EQ(lock.acquire(path, milliseconds(0)), 0);
@@ -71,7 +71,7 @@ TEST_F(FileLock_, ASecondOneGivesUpAtItsLimit) {
     EXPECT_EQ(virtualNow, 7000);
 }
 
-TEST_F(FileLock_, ASecondOneIsTakenWhenTheFirstIsGivenBack) {
+TEST_F(FileLock_, ASecondOneIsTakenWhenTheFirstIsReleased) {
     auto first = std::make_unique<FileLock>();
     ASSERT_EQ(first->acquire(path, milliseconds(2000)), 0);
     onSleep = [&] {
@@ -83,7 +83,7 @@ TEST_F(FileLock_, ASecondOneIsTakenWhenTheFirstIsGivenBack) {
     EXPECT_EQ(virtualNow, 5500);
 }
 
-TEST_F(FileLock_, ALockOnARemovedFileIsTakenAnewOnTheNextFile) {
+TEST_F(FileLock_, ALockOnARemovedFileIsTakenAgainOnTheNextFile) {
     auto first = std::make_unique<FileLock>();
     ASSERT_EQ(first->acquire(path, milliseconds(2000)), 0);
     onSleep = [&] {

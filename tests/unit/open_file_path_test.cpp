@@ -116,7 +116,7 @@ TEST_P(FilePathLink, IsFollowedToAFileAndToAFolderOrRefused) {
     }
 }
 
-TEST_P(FilePathLink, HasTheSameRightsBehindALinkOfOurOwn) {
+TEST_P(FilePathLink, HasTheSameRightsThroughALinkOfOurOwn) {
     link("shared/folder", "own");
     EXPECT_EQ(resolve(folder.file("own/b/new")).empty(), GetParam().followed);
 }

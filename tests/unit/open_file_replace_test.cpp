@@ -110,7 +110,7 @@ TEST_F(FileReplace, TheFileIsFlushedBeforeTheRenameAndTheFolderAfterIt) {
     EXPECT_EQ(trace, (std::vector<std::string>{"open", "fchmod", "write", "fsync", "rename", "open", "fsync"}));
 }
 
-TEST_F(FileReplace, AWriteThatTakesLessIsGoneOnWith) {
+TEST_F(FileReplace, AWriteThatTakesLessIsContinued) {
     shortWrite = 3;
     ASSERT_EQ(replace("0123456789"), 0);
     EXPECT_EQ(readText(file), "0123456789");
@@ -175,7 +175,7 @@ TEST_F(FileReplace, AFileMadeDuringTheReplacementIsNotOverwritten) {
     EXPECT_EQ(readText(file), "made meanwhile");
 }
 
-TEST_F(FileReplace, WhatACrashLeftBehindIsReplaced) {
+TEST_F(FileReplace, AFileLeftByACrashIsReplaced) {
     writeText(place.temporary(), "left behind");
     ASSERT_EQ(replace("new"), 0);
     EXPECT_FALSE(std::filesystem::exists(place.temporary()));

@@ -31,12 +31,12 @@ TEST(HostsFile, ALastLineWithoutALineFeedStaysLastAndUnchanged) {
     EXPECT_EQ(withHostLines("a\nb", "h", Addresses{"::1"}), "a\n::1 h # addrpubd h\nb");
 }
 
-TEST(HostsFile, LinesOfAnotherHostAreLeftAlone) {
+TEST(HostsFile, LinesOfAnotherHostAreUnchanged) {
     const std::string file = "::1 host10 # addrpubd host10\n::2 myhost1 # addrpubd myhost1\n";
     EXPECT_EQ(withHostLines(file, "host1", Addresses{}), file);
 }
 
-TEST(HostsFile, LinesThatOnlyResembleAnOwnLineAreLeftAlone) {
+TEST(HostsFile, LinesThatOnlyResembleAnOwnLineAreUnchanged) {
     for (const std::string line :
          {"::1 h", "::1 h # addrpubd h ", "::1  h # addrpubd h", "::1\th # addrpubd h", "::1 h alias # addrpubd h",
           "# ::1 h # addrpubd h", "::1 h # addrpubd h\r", "::1 h #addrpubd h", "::1 H # addrpubd h",

@@ -68,7 +68,7 @@ TEST(LocalFlags, OfAnAddressOnTwoInterfacesAreThoseItHasOnBoth) {
     EXPECT_EQ(flags.at(address("2001:db8::1")), flagDeprecated);
 }
 
-TEST(LocalFlags, LinesOfAnotherFormArePassedOver) {
+TEST(LocalFlags, LinesOfAnotherFormAreSkipped) {
     for (const char* const line :
          {"", "\n\n", "2001:db8::1 02 40 00 80 eth0", "20010db800000000000000000000000g 02 40 00 80 e",
           "20010db8000000000000000000000001 02 40 00", "20010db8000000000000000000000001 02 40 00 8x e"})
@@ -88,7 +88,7 @@ TEST(LocalFlags, ATableOfManyPartsIsReadWhole) {
     EXPECT_EQ(flags.size(), 300U);
 }
 
-TEST(LocalFlags, FailuresOfTheSystemAreTold) {
+TEST(LocalFlags, FailuresOfTheSystemAreReported) {
     LocalFlags flags;
     openError = ENOENT;
     EXPECT_EQ(readLocalFlags(flags), ENOENT);

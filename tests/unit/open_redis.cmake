@@ -1,4 +1,4 @@
-#  The back end redis, in front of a fake server that is told what to answer.
+#  Tests of the back end redis with a fake server, to which the test gives the replies.
 
 if(NOT HIREDIS_INCLUDE OR NOT HIREDIS_LIBRARY)
     return()

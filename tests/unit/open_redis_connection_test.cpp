@@ -156,7 +156,7 @@ TEST_F(RedisConnection, AClosedHandleEndsTheWaitForAnAnswer) {
     EXPECT_EQ(backend->probe().reason, "the handle was closed");
 }
 
-TEST_F(RedisConnection, AnAnswerThatDripsIsCutOffAtTheLimit) {
+TEST_F(RedisConnection, AnAnswerThatDripsIsEndedAtTheLimit) {
     SlowWaiter slow;
     ASSERT_EQ(backend->open(slow).code, 0);
     shift = 0;
@@ -172,7 +172,7 @@ TEST_F(RedisConnection, AnAnswerThatDripsIsCutOffAtTheLimit) {
     EXPECT_LE(slow.waits, 6);
 }
 
-TEST_F(RedisConnection, AnAnswerThatNeverPausesIsCutOffAtTheLimit) {
+TEST_F(RedisConnection, AnAnswerThatNeverPausesIsEndedAtTheLimit) {
     open();
     slowRecv = true;
     EXPECT_EQ(backend->probe().reason, "the server does not answer in time");
@@ -185,7 +185,7 @@ TEST_F(RedisConnection, AnAnswerInAnyPiecesIsTaken) {
     EXPECT_EQ(server.received("EXEC").size(), 1U);
 }
 
-TEST_F(RedisConnection, EveryAnswerCutShortAnywhereFailsIt) {
+TEST_F(RedisConnection, EveryAnswerTruncatedAnywhereFailsIt) {
     const std::pair<const char*, std::string> answers[]{{"WATCH", "+OK\r\n"},
                                                         {"TIME", "*2\r\n$1\r\n1\r\n$1\r\n1\r\n"},
                                                         {"HMGET", "*3\r\n$-1\r\n$-1\r\n$-1\r\n"},
@@ -255,13 +255,13 @@ TEST_F(RedisConnection, FailingSystemCallsFailItWithTheirReason) {
     open();
 }
 
-TEST_F(RedisConnection, InterruptedCallsAreMadeAgain) {
+TEST_F(RedisConnection, InterruptedCallsAreRepeated) {
     failSend = EINTR;
     failRecv = EINTR;
     open();
 }
 
-TEST_F(RedisConnection, ClosingGivesTheDescriptorBack) {
+TEST_F(RedisConnection, ClosingClosesTheDescriptor) {
     const std::size_t before = entriesOf("/proc/self/fd");
     open();
     backend->close();

@@ -36,7 +36,7 @@ protected:
     std::unique_ptr<Backend> backend;
 };
 
-TEST_F(RedisRefusals, AnErrorToAnyCommandOfTheLookWritesNothing) {
+TEST_F(RedisRefusals, AnErrorToAnyCommandOfTheReadWritesNothing) {
     for (const char* word : {"WATCH", "TIME", "HLEN", "HMGET", "TYPE", "MULTI"}) {
         server.answer(word, "-NOPERM no\r\n");
         const Outcome outcome = backend->tagImport(usableTag("host1"));
@@ -48,7 +48,7 @@ TEST_F(RedisRefusals, AnErrorToAnyCommandOfTheLookWritesNothing) {
     EXPECT_EQ(server.received("UNWATCH").size(), 1U);  // MULTI itself was refused
 }
 
-TEST_F(RedisRefusals, AKeyOfAnotherTypeIsLeftAlone) {
+TEST_F(RedisRefusals, AKeyOfAnotherTypeIsUnchanged) {
     for (const char* word : {"HLEN", "HMGET"}) {
         server.answer(word, "-WRONGTYPE Operation against a key\r\n");
         const Outcome outcome = put();
@@ -60,7 +60,7 @@ TEST_F(RedisRefusals, AKeyOfAnotherTypeIsLeftAlone) {
     expectUntouchedAndUsable();
 }
 
-TEST_F(RedisRefusals, AHashWithOtherFieldsIsLeftAlone) {
+TEST_F(RedisRefusals, AHashWithOtherFieldsIsUnchanged) {
     server.answer("HLEN", ":7\r\n");
     const Outcome tag = backend->tagImport(usableTag("host1"));
     EXPECT_EQ(tag.code, errorServerRefused);
@@ -189,7 +189,7 @@ TEST_F(RedisRefusals, AServerThatHasBecomeAReplicaIsAFailedConnection) {
     EXPECT_EQ(backend->probe().code, errorBackendFailed);
 }
 
-TEST_F(RedisRefusals, TheWrongServerSaysThatAnotherAddressMayDoIt) {
+TEST_F(RedisRefusals, TheWrongServerReportsThatAnotherAddressMayDoIt) {
     const std::pair<std::string, bool> rows[] = {{"READONLY", true}, {"MASTERDOWN", true}, {"LOADING", true},
                                                  {"NOPERM", false},  {"OOM", false},       {"MISCONF", false}};
     for (const auto& [word, wrong] : rows) {

@@ -24,7 +24,7 @@ TEST(ReportedReasons, AllAreNewAfterClear) {
     EXPECT_TRUE(reasons.add("a"));
 }
 
-TEST(ReportedReasons, TheOldestGivesWayToOneMoreThanTheCapacity) {
+TEST(ReportedReasons, TheOldestIsReplacedByOneMoreThanTheCapacity) {
     ReportedReasons reasons;
     for (std::size_t i = 0; i <= ReportedReasons::capacity; ++i)
         EXPECT_TRUE(reasons.add(std::string(i + 1, 'x')));

@@ -40,7 +40,7 @@ TEST(Secret, AFileHoldsThePasswordUpToOneLineEnd) {
     }
 }
 
-TEST(Secret, AFileIsReadAnewEachTime) {
+TEST(Secret, AFileIsReadAgainEachTime) {
     const Folder folder;
     writeText(folder.file("p"), "old");
     EXPECT_EQ(secretOf("file:" + folder.file("p")), "old");

@@ -109,7 +109,7 @@ TEST_F(Addresses, TheFirstThatIsRightEndsTheSearch) {
     EXPECT_EQ(tried, (Texts{"192.0.2.1"}));
 }
 
-TEST_F(Addresses, TheNextIsTriedAfterOneThatCannotBeReachedOrSaysThatItIsTheWrongOne) {
+TEST_F(Addresses, TriesTheNextAfterAnUnreachableOrWrongOne) {
     unreachable["192.0.2.1"] = "down";
     outcomes["192.0.2.2"] = wrongServer("not me");
     EXPECT_EQ(tryEach().code, errorNone);
@@ -124,7 +124,7 @@ TEST_F(Addresses, AnyOtherFailureEndsTheSearch) {
     }
 }
 
-TEST_F(Addresses, WhenAllFailTheLastAnswerIsTold) {
+TEST_F(Addresses, WhenAllFailTheLastAnswerIsReported) {
     outcomes["192.0.2.1"] = wrongServer("one");
     outcomes["192.0.2.2"] = wrongServer("two");
     unreachable["192.0.2.3"] = "down";
@@ -135,14 +135,14 @@ TEST_F(Addresses, WhenAllFailTheLastAnswerIsTold) {
     EXPECT_EQ(tried, known);
 }
 
-TEST_F(Addresses, WhenNoneCanBeReachedTheLastReasonIsTold) {
+TEST_F(Addresses, WhenNoneCanBeReachedTheLastReasonIsReported) {
     unreachable = {{"192.0.2.1", "one"}, {"192.0.2.2", "two"}, {"192.0.2.3", "three"}};
     const Outcome outcome = tryEach();
     EXPECT_EQ(outcome.reason, "three");
     EXPECT_EQ(outcome.code, errorBackendFailed);
 }
 
-TEST_F(Addresses, TheOneThatWasRightComesFirstAsLongAsTheNameStandsForIt) {
+TEST_F(Addresses, TheRightOneIsTriedFirstWhileTheNameResolvesToIt) {
     outcomes = {{"192.0.2.1", wrongServer("one")}, {"192.0.2.2", wrongServer("two")}};
     tryEach();
     lookUp();
@@ -163,7 +163,7 @@ TEST_F(Addresses, OneThatFailedIsNotRight) {
     EXPECT_EQ(tried, (Texts{"192.0.2.1", "192.0.2.2"}));
 }
 
-TEST_F(Addresses, EachHasAnEqualShareOfTheTimeThatIsLeft) {
+TEST_F(Addresses, EachHasAnEqualShareOfTheRemainingTime) {
     spent = 4;
     outcomes = {{"192.0.2.1", wrongServer("one")}, {"192.0.2.2", wrongServer("two")}};
     until = monotonicNow() + seconds(30);
@@ -192,7 +192,7 @@ TEST_F(Addresses, TheOthersAreAllButTheLastTried) {
     EXPECT_EQ(tried, (Texts{"192.0.2.1", "192.0.2.3"}));
 }
 
-TEST_F(Addresses, WhenTheOthersCannotBeReachedTheFirstAnswerIsTold) {
+TEST_F(Addresses, WhenTheOthersCannotBeReachedTheFirstAnswerIsReported) {
     tryEach();
     unreachable = {{"192.0.2.2", "two"}, {"192.0.2.3", "three"}};
     EXPECT_EQ(tryOthers(wrongServer("one")).reason, "one");
@@ -211,7 +211,7 @@ TEST_F(Addresses, TheTimeOfTheLookUpIsNotTakenFromTheRest) {
     EXPECT_EQ(until - monotonicNow(), limit);
 }
 
-TEST_F(Addresses, ANameThatIsNotKnownSaysSo) {
+TEST_F(Addresses, AnUnknownNameIsReported) {
     lookUpError = EAI_NONAME;
     EXPECT_EQ(lookUp(), std::string("the name of the server is not known: ") + gai_strerror(EAI_NONAME));
     lookUpError = EAI_SYSTEM;

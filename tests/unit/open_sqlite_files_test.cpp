@@ -312,7 +312,7 @@ TEST_F(SqliteFilesTest, AChangeOfModeOrOwnerIsNoAccident) {
     EXPECT_EQ(put("host1", "second"), 0);
 }
 
-TEST_F(SqliteFilesTest, ALinkThatIsPointedElsewhereIsFollowedAnewAndTheOldFileKeepsItsValue) {
+TEST_F(SqliteFilesTest, ALinkThatIsPointedElsewhereIsFollowedAgainAndTheOldFileKeepsItsValue) {
     const std::string link = folder.file("link.db");
     ASSERT_EQ(symlink("rdb.db", link.c_str()), 0);
     backend = backendFor("sqlite://" + link);

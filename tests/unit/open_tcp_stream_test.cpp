@@ -172,7 +172,7 @@ TEST_F(OpenTcpStream, PiecesAreJoined) {
     EXPECT_EQ(text, "world");
 }
 
-TEST_F(OpenTcpStream, AnInterruptedOrBusyCallIsMadeAgain) {
+TEST_F(OpenTcpStream, AnInterruptedOrBusyCallIsRepeated) {
     ASSERT_EQ(connect(), "");
     for (const int error : {EINTR, EAGAIN}) {
         failSend = error;
@@ -184,7 +184,7 @@ TEST_F(OpenTcpStream, AnInterruptedOrBusyCallIsMadeAgain) {
     }
 }
 
-TEST_F(OpenTcpStream, ALostConnectionSaysWhy) {
+TEST_F(OpenTcpStream, ALostConnectionReportsWhy) {
     ASSERT_EQ(connect(), "");
     failSend = EPIPE;
     EXPECT_EQ(stream.send(bytesOf("x"), plainWaiter, soon()), "the connection was lost: " + errorText(EPIPE));
@@ -193,7 +193,7 @@ TEST_F(OpenTcpStream, ALostConnectionSaysWhy) {
     EXPECT_EQ(receive(1, text), "the connection was lost: " + errorText(ECONNRESET));
 }
 
-TEST_F(OpenTcpStream, AServerThatHangsUpIsTold) {
+TEST_F(OpenTcpStream, AServerThatHangsUpIsReported) {
     ASSERT_EQ(connect(), "");
     peer.say("half");
     peer.hangUp();
@@ -208,7 +208,7 @@ TEST_F(OpenTcpStream, ASilentServerEndsAtTheLimit) {
     EXPECT_EQ(receive(1, text), "the server does not answer in time");
 }
 
-TEST_F(OpenTcpStream, AConnectionThatIsRefusedSaysSo) {
+TEST_F(OpenTcpStream, ARefusedConnectionIsReported) {
     failConnect = ECONNREFUSED;
     EXPECT_EQ(connect(), "cannot be reached: " + errorText(ECONNREFUSED));
     EXPECT_EQ(stream.descriptor(), -1);
@@ -221,7 +221,7 @@ TEST_F(OpenTcpStream, AConnectionThatHangsEndsAtTheLimit) {
     EXPECT_EQ(stream.descriptor(), -1);
 }
 
-TEST_F(OpenTcpStream, AWaitThatEndsForAnotherReasonSaysSo) {
+TEST_F(OpenTcpStream, AnyOtherEndOfAWaitIsReported) {
     const std::pair<Waiter::Result, std::string> rows[]{{Waiter::Result::closed, "the handle was closed"},
                                                         {Waiter::Result::callWaits, "a call waits"}};
     for (const auto& [result, reason] : rows) {

@@ -24,7 +24,7 @@ std::string refusal(std::string_view text) {
     return reason;
 }
 
-TEST(OpenUrl, SchemeAuthorityAndPathAreTakenApart) {
+TEST(OpenUrl, SchemeAuthorityAndPathAreParsed) {
     const Url url = parsed("redis://host:6379/0");
     EXPECT_EQ(url.scheme, "redis");
     EXPECT_EQ(url.authority, "host:6379");
@@ -52,7 +52,7 @@ TEST(OpenUrl, MalformedTextsAreRefusedWithAReason) {
         EXPECT_NE(refusal(text), "") << text;
 }
 
-TEST(OpenUrl, OptionsAreTakenApartAndDecoded) {
+TEST(OpenUrl, OptionsAreParsedAndDecoded) {
     const Url url = parsed("dns://[::1]:53/example.org?ttl=60&skip=ula,temporary&a%20b=c%26d&e=");
     EXPECT_EQ(url.authority, "[::1]:53");
     EXPECT_EQ(url.path, "/example.org");

@@ -54,7 +54,7 @@ TEST_F(OpenPidFile, CreatesAMissingFileEmptyAndWithMode644) {
     EXPECT_EQ(modeOf(), 0644U);
 }
 
-TEST_F(OpenPidFile, TheCallersUmaskCutsTheMode) {
+TEST_F(OpenPidFile, TheCallersUmaskRestrictsTheMode) {
     const mode_t before = umask(077);
     ASSERT_GE(opened(), 0);
     umask(before);
@@ -67,7 +67,7 @@ TEST_F(OpenPidFile, KeepsTheContentOfAnExistingFile) {
     EXPECT_EQ(readFile(path), "12345\n");
 }
 
-TEST_F(OpenPidFile, AsksForReadingWritingCreatingAndClosingOnExec) {
+TEST_F(OpenPidFile, OpensForReadingAndWritingCreatesAndClosesOnExec) {
     std::string asked;
     int flags = 0;
     mode_t mode = 0;
@@ -83,17 +83,17 @@ TEST_F(OpenPidFile, AsksForReadingWritingCreatingAndClosingOnExec) {
     EXPECT_EQ(mode, 0644U);
 }
 
-TEST_F(OpenPidFile, GivesMinusOneWithoutItsFolder) {
+TEST_F(OpenPidFile, ReturnsMinusOneWithoutItsFolder) {
     EXPECT_EQ(openPidFile(folder.file("missing/addrpubd.pid").c_str()), -1);
 }
 
-TEST_F(PidLock, IsFreeOnAFileThatNobodyLocked) {
+TEST_F(PidLock, IsFreeOnAnUnlockedFile) {
     writeFile(path, "1\n");
     pid_t holder = 77;
     EXPECT_EQ(queryPidLock(opened(), holder), PidFileState::free);
 }
 
-TEST_F(PidLock, NamesTheProcessThatHoldsIt) {
+TEST_F(PidLock, ReportsTheProcessThatHoldsIt) {
     LockHolder other(path);
     pid_t holder = -1;
     EXPECT_EQ(queryPidLock(opened(), holder), PidFileState::held);
@@ -118,7 +118,7 @@ TEST_F(PidLock, ABadDescriptorIsNoAccess) {
     EXPECT_EQ(queryPidLock(-1, holder), PidFileState::no_access);
 }
 
-TEST_F(PidLock, AsksAboutAWriteLockOverTheWholeFileWithThePidPresetToMinusOne) {
+TEST_F(PidLock, QueriesAWriteLockOverTheWholeFileWithThePidPresetToMinusOne) {
     struct flock asked = {};
     int command = 0;
     platform::hooks().fcntl = [&](int, int what, void* lock) {
@@ -154,7 +154,7 @@ TEST_F(ClaimPidFile, ClosingTheFileReleasesTheLockAndKeepsTheText) {
     EXPECT_EQ(readFile(path), own_line);
 }
 
-TEST_F(ClaimPidFile, AShorterPidLeavesNoDigitsOfALongerOne) {
+TEST_F(ClaimPidFile, AShorterPidReplacesALongerOneCompletely) {
     writeFile(path, "123456789012345\nmore\n");
     ASSERT_EQ(claimPidFile(opened()), 0);
     EXPECT_EQ(readFile(path), own_line);
@@ -168,7 +168,7 @@ TEST_F(ClaimPidFile, ASecondClaimWritesTheSameContent) {
     EXPECT_EQ(readFile(path), own_line);
 }
 
-TEST_F(ClaimPidFile, AsksForAWriteLockOverTheWholeFileWithItsOwnPid) {
+TEST_F(ClaimPidFile, RequestsAWriteLockOverTheWholeFileWithItsOwnPid) {
     struct flock asked = {};
     int command = 0;
     platform::hooks().fcntl = [&](int, int what, void* lock) {
@@ -212,7 +212,7 @@ TEST_F(ClaimPidFile, WaitsUntilTheHolderIsGone) {
     close(ends[0]);
 }
 
-TEST_F(ClaimPidFile, AnyCallThatFailsGivesMinusOne) {
+TEST_F(ClaimPidFile, AnyCallThatFailsReturnsMinusOne) {
     const auto claimWith = [this](const std::function<void()>& spoil) {
         const int file = openPidFile(path.c_str());
         spoil();
@@ -243,7 +243,7 @@ TEST_F(ClaimPidFile, OneByteWrittenIsEnough) {
     EXPECT_EQ(claimPidFile(fd), 0);
 }
 
-TEST_F(ClaimPidFile, WithoutTheLockNothingIsCutOrWritten) {
+TEST_F(ClaimPidFile, WithoutTheLockTheFileIsUnchanged) {
     writeFile(path, "12345\n");
     opened();
     platform::hooks().fcntl = [](int, int, void*) { return -1; };
@@ -294,7 +294,7 @@ TEST_F(PidText, IsTheNumberAtTheStartOfTheFile) {
     }
 }
 
-TEST_F(PidText, IsReadFromTheStartWhereverTheDescriptorStands) {
+TEST_F(PidText, IsReadFromTheStartAtAnyOffset) {
     writeFile(path, "12345\n");
     lseek(opened(), 3, SEEK_SET);
     EXPECT_EQ(readPidText(fd), 12345);
@@ -327,7 +327,7 @@ TEST_F(ProbePidFile, ReportsTheHolder) {
     EXPECT_EQ(holder, other.pid());
 }
 
-TEST_F(ProbePidFile, AnUnnamedHolderIsTakenFromTheText) {
+TEST_F(ProbePidFile, AHolderWithoutAPidIsTakenFromTheText) {
     const int file = open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644);
     struct flock lock = {};
     lock.l_type = F_WRLCK;
@@ -341,7 +341,7 @@ TEST_F(ProbePidFile, AnUnnamedHolderIsTakenFromTheText) {
     close(file);
 }
 
-TEST_F(ProbePidFile, AHolderOfAnotherPidNamespaceIs0WhateverTheTextSays) {
+TEST_F(ProbePidFile, AHolderOfAnotherPidNamespaceIs0) {
     writeFile(path, "4321\n");
     platform::hooks().fcntl = [](int file, int command, void* argument) {
         if (command != F_GETLK)
@@ -363,7 +363,7 @@ TEST_F(ProbePidFile, NoAccessWhenOpenOrQueryFails) {
     EXPECT_EQ(probePidFile(path.c_str(), holder), PidFileState::no_access);
 }
 
-TEST_F(ProbePidFile, LeavesNothingOpen) {
+TEST_F(ProbePidFile, ClosesTheFile) {
     const std::size_t before = openDescriptors();
     const LockHolder other(path);
     pid_t holder = -1;

@@ -14,7 +14,7 @@ struct Step {
     bool passes;
 };
 
-TEST_F(Gate, ACycleRunsWhenTheClockIsTenSecondsAwayToEitherSide) {
+TEST_F(Gate, ACycleRunsTenSecondsBeforeOrAfterTheLastOne) {
     connect(true, true);
     constexpr Step steps[] = {{0, false},     {1, false},      {9, false},    {10, true},  {11, true},
                               {100000, true}, {-1, false},     {-8, false},   {-9, false}, {-10, true},
@@ -28,7 +28,7 @@ TEST_F(Gate, ACycleRunsWhenTheClockIsTenSecondsAwayToEitherSide) {
     }
 }
 
-TEST_F(Gate, AClockSetBackBy9HoldsTheCycleUntilTenSecondsBehindTheOldMark) {
+TEST_F(Gate, AClockSetBackBy9SecondsDelaysTheCycle) {
     connect(true, true);
     cycle(start);
     interfaces.asked = 0;
@@ -39,14 +39,14 @@ TEST_F(Gate, AClockSetBackBy9HoldsTheCycleUntilTenSecondsBehindTheOldMark) {
     EXPECT_EQ(interfaces.asked, 1);
 }
 
-TEST_F(Gate, AtTheEpochAFreshObjectWaitsTenSeconds) {
+TEST_F(Gate, AtTheEpochTheFirstCycleRunsAfterTenSeconds) {
     connect(true, true);
     EXPECT_EQ(cycle(0), Lines{});
     EXPECT_EQ(cycle(9), Lines{});
     EXPECT_EQ(cycle(10).size(), 5U);
 }
 
-TEST_F(Gate, TheClockMayBeSetToAnything) {
+TEST_F(Gate, AnyClockSettingIsSafe) {
     constexpr auto lowest = std::numeric_limits<time_t>::min();
     constexpr auto highest = std::numeric_limits<time_t>::max();
     connect(true, true);
@@ -60,7 +60,7 @@ TEST_F(Gate, TheClockMayBeSetToAnything) {
     }
 }
 
-TEST_F(PutGate, SkipsUpTo599SecondsToEitherSideAndPutsFrom600) {
+TEST_F(PutGate, RepeatsAfter600SecondsNot599) {
     connect(true, false);
     constexpr Step steps[] = {{10, false},   {599, false}, {600, true},  {601, true},    {-10, false},
                               {-599, false}, {-600, true}, {-601, true}, {1 << 30, true}};
@@ -72,7 +72,7 @@ TEST_F(PutGate, SkipsUpTo599SecondsToEitherSideAndPutsFrom600) {
     }
 }
 
-TEST_F(PutGate, TheMarkIsInTenthsOfSecondsAnd5999SkipsWhere6000Puts) {
+TEST_F(PutGate, RepeatsAfter6000TenthsNot5999) {
     connect(true, false);
     cycle(start);
     constexpr Step steps[] = {{5990, false},  {5999, false},  {6000, true},  {6001, true},
@@ -84,21 +84,21 @@ TEST_F(PutGate, TheMarkIsInTenthsOfSecondsAnd5999SkipsWhere6000Puts) {
     }
 }
 
-TEST_F(PutGate, AnOldMarkOf0PutsAgain) {
+TEST_F(PutGate, AMarkOf0CausesAPut) {
     connect(true, false);
     cycle(start);
     run.snapshot.time = 0;
     EXPECT_EQ(puts(start + 10), 1U);
 }
 
-TEST_F(PutGate, SkippingLeavesTheMarkAlone) {
+TEST_F(PutGate, ASkippedPutKeepsTheMark) {
     connect(true, false);
     cycle(start);
     cycle(start + 300);
     EXPECT_EQ(run.snapshot.time, start * 10);
 }
 
-TEST_F(PutGate, AtCyclesOfTenSecondsAnUnchangedListIsPutEverySixtiethCycle) {
+TEST_F(PutGate, RepeatsEverySixtiethCycleOfTenSeconds) {
     connect(true, false);
     std::size_t count = 0;
     for (time_t now = start; now < start + 6000; now += 10)
@@ -106,7 +106,7 @@ TEST_F(PutGate, AtCyclesOfTenSecondsAnUnchangedListIsPutEverySixtiethCycle) {
     EXPECT_EQ(count, 10U);
 }
 
-TEST_F(PutGate, AtCyclesOfElevenSecondsThePutComesAtTheFirstCycleFrom600On) {
+TEST_F(PutGate, RepeatsInTheFirstCycleAfter600Seconds) {
     connect(true, false);
     cycle(start);
     time_t now = start;
@@ -116,7 +116,7 @@ TEST_F(PutGate, AtCyclesOfElevenSecondsThePutComesAtTheFirstCycleFrom600On) {
     EXPECT_EQ(now - start, 605);
 }
 
-TEST_F(SendGate, SkipsUpTo599SecondsToEitherSideAndSendsFrom600) {
+TEST_F(SendGate, RepeatsAfter600SecondsNot599) {
     connect(false, true);
     constexpr Step steps[] = {{10, false},   {599, false}, {600, true},  {601, true},    {-10, false},
                               {-599, false}, {-600, true}, {-601, true}, {1 << 30, true}};
@@ -128,7 +128,7 @@ TEST_F(SendGate, SkipsUpTo599SecondsToEitherSideAndSendsFrom600) {
     }
 }
 
-TEST_F(SendGate, SkippingLeavesTheTimeAlone) {
+TEST_F(SendGate, ASkippedRequestKeepsTheTime) {
     connect(false, true);
     cycle(start);
     cycle(start + 300);
@@ -145,7 +145,7 @@ TEST_F(SendGate, IsIndependentOfThePutGate) {
     EXPECT_EQ(puts(start + 909), 1U);
 }
 
-TEST_F(Gate, FarBeyond2038BothRefreshesWork) {
+TEST_F(Gate, BothRefreshesWorkFarAfter2038) {
     constexpr time_t far = time_t{1} << 40;
     connect(true, true);
     EXPECT_EQ(cycle(far).size(), 5U);
@@ -153,7 +153,7 @@ TEST_F(Gate, FarBeyond2038BothRefreshesWork) {
     EXPECT_EQ(cycle(far + 609).size(), 5U);
 }
 
-TEST_F(Gate, BeforeTheEpochBothRefreshesWork) {
+TEST_F(Gate, BothRefreshesWorkBeforeTheEpoch) {
     connect(true, true);
     EXPECT_EQ(cycle(-5000).size(), 5U);
     EXPECT_EQ(cycle(-4401), Lines{});

@@ -19,7 +19,7 @@ protected:
     }
 };
 
-TEST_F(CycleMemory, AnIdlePassTakesNothing) {
+TEST_F(CycleMemory, AnIdlePassAllocatesNothing) {
     EXPECT_EQ(requestsDuring(start), 0);
     connect(true, true);
     requestsDuring(start);
@@ -27,14 +27,14 @@ TEST_F(CycleMemory, AnIdlePassTakesNothing) {
     EXPECT_EQ(requestsDuring(start + 10), 0);
 }
 
-TEST_F(CycleMemory, APutWithImportsTakesNothing) {
+TEST_F(CycleMemory, APutWithImportsAllocatesNothing) {
     connect(true, false);
     recording_rdb::script_tag_class(recording_rdb::Function::tagget, recording_rdb::every_call, 1);
     recording_rdb::script_tag_class(recording_rdb::Function::taginport, recording_rdb::every_call, 1);
     EXPECT_EQ(requestsDuring(start), 0);
 }
 
-TEST_F(CycleMemory, ARequestTakesItsTextsAndGivesThemAllBack) {
+TEST_F(CycleMemory, ARequestFreesAllItsTexts) {
     connect(true, true);
     interfaces.set(Lines{"1::1"});
     const long blocks = platform::pool_blocks;
@@ -45,7 +45,7 @@ TEST_F(CycleMemory, ARequestTakesItsTextsAndGivesThemAllBack) {
     }
 }
 
-TEST_F(CycleMemory, ACycleThatFindsNoMemoryIsLeftToTheNextOne) {
+TEST_F(CycleMemory, ACycleWithoutMemoryIsRepeatedByTheNextOne) {
     connect(true, false);
     interfaces.set(Lines{"2001:db8:1:2:3:4:5:6"});
     std::optional<NoMemory> refused;

@@ -71,7 +71,7 @@ TEST_F(TagRecord, AnImportHoldsNameClassTypeAndFlagInAll256Bytes) {
     }
 }
 
-TEST_F(TagRecord, ANameBeyond79CharactersIsCutInQueryAndImport) {
+TEST_F(TagRecord, ANameBeyond79CharactersIsShortenedInQueryAndImport) {
     connect(true, false);
     script_tag_class(Function::tagget, every_call, 0);
     for (const std::size_t length : {80U, 81U, 500U}) {
@@ -104,7 +104,7 @@ TEST_F(SnapshotRecord, HoldsNameTypeLengthAndValueInAll1104Bytes) {
     }
 }
 
-TEST_F(SnapshotRecord, ANameBeyond79CharactersIsCut) {
+TEST_F(SnapshotRecord, ANameBeyond79CharactersIsShortened) {
     connect(true, false);
     for (const std::size_t length : {80U, 81U, 500U}) {
         run.hostname = std::string(length, 'n');
@@ -114,7 +114,7 @@ TEST_F(SnapshotRecord, ANameBeyond79CharactersIsCut) {
     }
 }
 
-TEST_F(SnapshotRecord, TheTimeIsZeroInEveryRecordThatIsPutAndTheMarkComesAfter) {
+TEST_F(SnapshotRecord, TheTimeIsZeroInEveryPutAndSetAfterIt) {
     connect(true, false);
     cycle(start);
     cycle(start + 600);
@@ -123,7 +123,7 @@ TEST_F(SnapshotRecord, TheTimeIsZeroInEveryRecordThatIsPutAndTheMarkComesAfter) 
     EXPECT_EQ(run.snapshot.time, (start + 600) * 10);
 }
 
-TEST_F(SnapshotRecord, AShorterValueLeavesNothingOfALongerOne) {
+TEST_F(SnapshotRecord, AShorterValueReplacesALongerOneCompletely) {
     connect(true, false);
     interfaces.set(Lines(25, "2001:db8:1111:1111:1111:1111:1111:1111"));
     cycle(start);
@@ -132,7 +132,7 @@ TEST_F(SnapshotRecord, AShorterValueLeavesNothingOfALongerOne) {
     EXPECT_EQ(callsOf(Function::objputsnapshot).back().record, snapshotBytes("host1", "1::1"));
 }
 
-TEST_F(SnapshotRecord, AListIsWholeUpTo999CharactersAndCutBeyond) {
+TEST_F(SnapshotRecord, AListIsShortenedTo999Characters) {
     connect(true, false);
     for (const std::size_t length : {255U, 256U, 998U, 999U, 1000U, 1001U, 1500U}) {
         setListLength(length);
@@ -151,7 +151,7 @@ TEST_F(SnapshotRecord, TheSuccessRecordShowsTheWholeList) {
     EXPECT_EQ(lines.back(), "30 rdb_objputsnapshot host1 success,ipv6= " + run.address_list);
 }
 
-TEST_F(SnapshotRecord, ListsThatDifferBeyondTheCutAreDifferent) {
+TEST_F(SnapshotRecord, ListsThatDifferBeyondTheLimitAreDifferent) {
     connect(true, false);
     Lines addresses(30, "2001:db8:1111:1111:1111:1111:1111:1111");
     interfaces.set(addresses);
@@ -161,7 +161,7 @@ TEST_F(SnapshotRecord, ListsThatDifferBeyondTheCutAreDifferent) {
     EXPECT_EQ(puts(start + 10), 1U);
 }
 
-TEST_F(SnapshotRecord, ACutNameIsSentWholeToTheDnsServerAndInTheLog) {
+TEST_F(SnapshotRecord, TheDnsServerAndTheLogGetTheCompleteName) {
     connect(true, true);
     run.hostname = std::string(200, 'n');
     const Lines lines = cycle(start);

@@ -17,7 +17,7 @@ const std::string imported_log = "30 rdb_taginport host1 success";
 const std::string put = "rdb_objputsnapshot 0 host1=2001:db8::1";
 const std::string put_log = "30 rdb_objputsnapshot host1 success,ipv6= 2001:db8::1";
 
-TEST_F(PublishCycle, SleepsATenthOfASecondFirstWhateverElseItDoes) {
+TEST_F(PublishCycle, AlwaysSleepsATenthOfASecondFirst) {
     run.publishOnce();
     connect(true, true);
     run.publishOnce();
@@ -43,7 +43,7 @@ TEST_F(PublishCycle, AFreshObjectPutsAndSendsAtItsFirstCycle) {
                      R"("ipv6s":["2001:db8::1"],"ipv6":"2001:db8::1","httpsports":[]}})"}));
 }
 
-TEST_F(PublishCycle, AsksForTheTimeAndTheAddressesOnce) {
+TEST_F(PublishCycle, ReadsTheTimeAndTheAddressesOnce) {
     connect(true, true);
     cycle(start);
     EXPECT_EQ(clock_reads, 1);
@@ -51,7 +51,7 @@ TEST_F(PublishCycle, AsksForTheTimeAndTheAddressesOnce) {
     EXPECT_EQ(interfaces.lists_out, 0);
 }
 
-TEST_F(PublishCycle, RemembersWhatItDid) {
+TEST_F(PublishCycle, StoresTheMarksAndLists) {
     connect(true, true);
     cycle(start);
     EXPECT_EQ(run.last_cycle_time, start);
@@ -108,7 +108,7 @@ TEST_F(PublishCycle, OneSnapshotIsPutAtATime) {
     EXPECT_EQ(callsOf(Function::objputsnapshot).at(0).count, 1);
 }
 
-TEST_F(PublishCycle, InterfacesThatCannotBeListedAreLoggedAndNullIsPutAndNothingSent) {
+TEST_F(PublishCycle, WithoutAnInterfaceListNullIsPutAndNothingSent) {
     connect(true, true);
     interfaces.fails = true;
     EXPECT_EQ(cycle(start), (Lines{"10 get ipv6 address failed.", found, "rdb_objputsnapshot 0 host1=null",
@@ -116,14 +116,14 @@ TEST_F(PublishCycle, InterfacesThatCannotBeListedAreLoggedAndNullIsPutAndNothing
     EXPECT_EQ(run.address_list, "null");
 }
 
-TEST_F(PublishCycle, WithoutAUsableAddressNullIsPutAndNothingSentOrLogged) {
+TEST_F(PublishCycle, WithoutAnAddressNullIsPutAndNothingSent) {
     connect(true, true);
     interfaces.set(Lines{"::1", "fe80::1"});
     EXPECT_EQ(cycle(start),
               (Lines{found, "rdb_objputsnapshot 0 host1=null", "30 rdb_objputsnapshot host1 success,ipv6= null"}));
 }
 
-TEST_F(PublishCycle, NullIsPutOnceUntilItIs600SecondsOld) {
+TEST_F(PublishCycle, NullIsPutAgainOnlyAfter600Seconds) {
     connect(true, true);
     interfaces.set(Lines{});
     EXPECT_EQ(puts(start), 1U);
@@ -131,7 +131,7 @@ TEST_F(PublishCycle, NullIsPutOnceUntilItIs600SecondsOld) {
     EXPECT_EQ(puts(start + 610), 1U);
 }
 
-TEST_F(PublishCycle, AnAddressThatComesBackChangedIsSentAtOnce) {
+TEST_F(PublishCycle, ADifferentListAfterNullIsSentAtOnce) {
     connect(true, true);
     cycle(start);
     interfaces.set(Lines{});
@@ -142,7 +142,7 @@ TEST_F(PublishCycle, AnAddressThatComesBackChangedIsSentAtOnce) {
     EXPECT_EQ(requests(start + 20), 1U);
 }
 
-TEST_F(PublishCycle, ANullPhaseKeepsTheListLastSentSoTheSameListIsNotSentAgain) {
+TEST_F(PublishCycle, TheSameListAfterNullIsNotSentAgain) {
     connect(true, true);
     cycle(start);
     interfaces.set(Lines{});
@@ -161,7 +161,7 @@ TEST_F(PublishCycle, AChangedListIsPutAndSentAtTheNextCycle) {
     EXPECT_EQ(lines[1], "rdb_objputsnapshot 0 host1=2001:db8::2,2001:db8::1");
 }
 
-TEST_F(PublishCycle, AListInAnotherOrderIsAnotherList) {
+TEST_F(PublishCycle, ADifferentOrderIsADifferentList) {
     connect(true, true);
     interfaces.set(Lines{"2001:db8::1", "2001:db8::2"});
     cycle(start);
@@ -169,7 +169,7 @@ TEST_F(PublishCycle, AListInAnotherOrderIsAnotherList) {
     EXPECT_EQ(puts(start + 10), 1U);
 }
 
-TEST_F(PublishCycle, AListThatIsThePrefixOfTheLastOneIsAnotherList) {
+TEST_F(PublishCycle, APrefixOfTheLastListIsADifferentList) {
     connect(true, true);
     interfaces.set(Lines{"2001:db8::1", "2001:db8::2"});
     cycle(start);
@@ -177,7 +177,7 @@ TEST_F(PublishCycle, AListThatIsThePrefixOfTheLastOneIsAnotherList) {
     EXPECT_EQ(cycle(start + 10).size(), 5U);
 }
 
-TEST_F(PublishCycle, ATagThatIsNotThereIsLoggedAndImportedBeforeThePut) {
+TEST_F(PublishCycle, AMissingTagIsLoggedAndImportedBeforeThePut) {
     connect(true, false);
     script_result(Function::tagget, every_call, -77);
     EXPECT_EQ(cycle(start),
@@ -194,7 +194,7 @@ TEST_F(PublishCycle, ATagClassOtherThan2IsImportedWithoutAnErrorRecord) {
     }
 }
 
-TEST_F(PublishCycle, AFailedQueryIsImportedThoughItLeftClass2) {
+TEST_F(PublishCycle, AfterAFailedQueryTheTagIsImported) {
     connect(true, false);
     script_result(Function::tagget, every_call, 5);
     script_tag_class(Function::tagget, every_call, 2);
@@ -297,7 +297,7 @@ TEST_F(PublishCycle, AFailedRequestIsLoggedAndCountsAsSent) {
     EXPECT_EQ(requests(start + 609), 1U);
 }
 
-TEST_F(PublishCycle, WorksTheSameWithoutALog) {
+TEST_F(PublishCycle, PublishesTheSameWithoutALog) {
     connect(true, true);
     run.log = nullptr;
     interfaces.fails = true;

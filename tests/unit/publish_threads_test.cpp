@@ -46,7 +46,7 @@ TEST_F(PublishThreads, RepliesMayArriveDuringTheCycle) {
     });
 }
 
-TEST_F(PublishThreads, AnEventDuringAHeldPutIsSeenByTheNextCycle) {
+TEST_F(PublishThreads, TheNextCycleSeesAnEventDuringAPut) {
     connect(true, false);
     recording_rdb::script_hold(recording_rdb::Function::objputsnapshot, 0);
     std::thread library([] {

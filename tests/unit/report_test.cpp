@@ -6,10 +6,10 @@ namespace {
 
 using check::CReport;
 
-TEST(Report, WithoutAFindingThereIsNothingToRemark) {
+TEST(Report, WithoutFindingsTheStatusIs0) {
     CReport report;
     report.file = "a.ini";
-    EXPECT_EQ(report.text(), "a.ini: nothing to remark\n");
+    EXPECT_EQ(report.text(), "a.ini: no findings\n");
     EXPECT_EQ(report.exitStatus(), 0);
 }
 
@@ -21,7 +21,7 @@ TEST(Report, WarningsGiveStatus1) {
     EXPECT_EQ(report.exitStatus(), 1);
 }
 
-TEST(Report, AnErrorGivesStatus2WhateverElseThereIs) {
+TEST(Report, AnErrorYieldsStatus2) {
     CReport report;
     report.file = "a.ini";
     report.warn(1, "odd");
@@ -32,7 +32,7 @@ TEST(Report, AnErrorGivesStatus2WhateverElseThereIs) {
     EXPECT_EQ(report.exitStatus(), 2);
 }
 
-TEST(Report, FindingsAreSortedByLineAndThoseWithoutOneComeLast) {
+TEST(Report, FindingsAreSortedByLineThoseWithoutALineLast) {
     CReport report;
     for (const std::size_t line : {0U, 7U, 2U, 0U, 7U})
         report.warn(line, std::to_string(report.findings.size()));
@@ -43,7 +43,7 @@ TEST(Report, FindingsAreSortedByLineAndThoseWithoutOneComeLast) {
     EXPECT_EQ(order, "21403");
 }
 
-TEST(Report, TheTableAndTheWordsStandInFrontOfTheFindings) {
+TEST(Report, TheTableAndTheSentencesPrecedeTheFindings) {
     CReport report;
     report.file = "a";
     report.table = {"row"};
@@ -53,10 +53,10 @@ TEST(Report, TheTableAndTheWordsStandInFrontOfTheFindings) {
                              "a:1: warning: odd\na: 1 warning\n");
 }
 
-TEST(Report, TheNameOfTheFileCannotReachTheTerminalUnescaped) {
+TEST(Report, TheFileNameIsEscaped) {
     CReport report;
     report.file = "a\x1b[2J\nb";
-    EXPECT_EQ(report.text(), "a\\x1b[2J\\x0ab: nothing to remark\n");
+    EXPECT_EQ(report.text(), "a\\x1b[2J\\x0ab: no findings\n");
 }
 
 }  // namespace

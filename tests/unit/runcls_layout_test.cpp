@@ -14,7 +14,7 @@
 
 namespace {
 
-TEST(ServiceObject, MembersStandInTheirOrder) {
+TEST(ServiceObject, MembersAreInTheirOrder) {
     const CRunCls run;
     const auto* base = reinterpret_cast<const char*>(&run);
     const auto at = [&](const auto& member) { return reinterpret_cast<const char*>(&member) - base; };
@@ -67,7 +67,7 @@ TEST(ServiceObject, StartsWithoutHandlesLogTimesAndTexts) {
     EXPECT_TRUE(recording_rdb::calls().empty());
 }
 
-TEST(ServiceDescriptor, MembersStandInTheirOrderAndPlaces) {
+TEST(ServiceDescriptor, MembersAreInTheirOrderAndPlaces) {
     static_assert(std::is_standard_layout_v<CDaemon>);
     EXPECT_EQ(offsetof(CDaemon, pid_fd), 0U);
     EXPECT_EQ(offsetof(CDaemon, pid_work_path), 4U);

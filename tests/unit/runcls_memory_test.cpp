@@ -34,7 +34,7 @@ protected:
     CRunCls run;
 };
 
-TEST_F(StartWithoutMemory, ForAUdpLogItFailsInSilence) {
+TEST_F(StartWithoutMemory, ForAUdpLogItFailsWithoutALog) {
     platform::hooks().pool_refuses = [](std::size_t bytes) { return bytes == sizeof(olk::udplog); };
     const StdoutCapture out;
     EXPECT_FALSE(run.start());
@@ -43,7 +43,7 @@ TEST_F(StartWithoutMemory, ForAUdpLogItFailsInSilence) {
     EXPECT_TRUE(recording_rdb::calls().empty());
 }
 
-TEST_F(StartWithoutMemory, ForItsTextsItFailsInSilence) {
+TEST_F(StartWithoutMemory, ForItsTextsItFailsWithoutALog) {
     const StdoutCapture out;
     const bool started = [this] {
         const NoMemory refused;

@@ -141,7 +141,7 @@ TEST_F(ServiceStart, AMissingIniFileIsPrintedAndFails) {
     EXPECT_EQ(callsMade(), Lines{});
 }
 
-TEST_F(ServiceStart, WithoutAnExecutablePathTheIniFileIsSoughtInTheWorkingDirectory) {
+TEST_F(ServiceStart, WithoutAnExecutablePathItReadsTheIniFileInTheWorkingDirectory) {
     platform::hooks().readlink = [](const char*, char*, std::size_t) { return -1; };
     std::string opened;
     platform::hooks().fopen = [&](const char* path, const char*) {
@@ -159,7 +159,7 @@ TEST_F(ServiceStart, AnEmptyHostNameFails) {
     EXPECT_EQ(callsMade(), Lines{});
 }
 
-TEST_F(ServiceStart, AnEmptyFileAndADirectoryFailForTheHostNameInSilence) {
+TEST_F(ServiceStart, AnEmptyFileOrADirectoryFailsWithoutALog) {
     EXPECT_FALSE(startWith(""));
     EXPECT_EQ(printed, "");
     run.emplace();
@@ -170,7 +170,7 @@ TEST_F(ServiceStart, AnEmptyFileAndADirectoryFailForTheHostNameInSilence) {
     EXPECT_EQ(printed, "");
 }
 
-TEST_F(ServiceStart, EachIllegalCharacterOfAHostNameFailsWhereverItStands) {
+TEST_F(ServiceStart, EachIllegalCharacterOfAHostNameFailsAnywhere) {
     for (const char c : {'\'', '"', '(', ')', ':', '\0'}) {
         const std::string bad(1, c);
         for (const std::string& name : {bad, bad + "x", "x" + bad, "x" + bad + "y"}) {
@@ -233,7 +233,7 @@ TEST_F(ServiceStart, ANegativeRdbHandleFails) {
     EXPECT_EQ(callsMade(), Lines{"rdb_create -3"});
 }
 
-TEST_F(ServiceStart, ARefusedRdbConnectionGivesItsHandleBackAndFails) {
+TEST_F(ServiceStart, ARefusedRdbConnectionFreesItsHandleAndFails) {
     for (const int code : {1, -1}) {
         recording_rdb::reset();
         recording_rdb::script_result(Function::connectex, 0, code);
@@ -255,7 +255,7 @@ TEST_F(ServiceStart, ANegativeDnsHandleFailsAndLeavesTheRdbConnectionOpen) {
     EXPECT_EQ(run->rdb_handle, 0);
 }
 
-TEST_F(ServiceStart, ARefusedDnsConnectionGivesItsHandleBackAndLeavesTheRdbConnectionOpen) {
+TEST_F(ServiceStart, ARefusedDnsConnectionFreesItsHandleOnly) {
     for (const int code : {7, -7}) {
         run.emplace();
         recording_rdb::reset();
@@ -270,18 +270,18 @@ TEST_F(ServiceStart, ARefusedDnsConnectionGivesItsHandleBackAndLeavesTheRdbConne
     }
 }
 
-TEST_F(ServiceStart, TheResultOfSetMessageNotifyIsNotLookedAt) {
+TEST_F(ServiceStart, TheResultOfSetMessageNotifyIsIgnored) {
     recording_rdb::script_result(Function::setmessagenotify, recording_rdb::every_call, -1);
     EXPECT_TRUE(startWith(both));
 }
 
-TEST_F(ServiceStart, AnEventDuringTheConnectionAttemptIsTaken) {
+TEST_F(ServiceStart, AnEventDuringTheConnectionAttemptIsHandled) {
     recording_rdb::script_event(Function::connectex, 0, 60001);
     EXPECT_TRUE(startWith(both));
     EXPECT_EQ(run->rdb_connected, 1U);
 }
 
-TEST_F(ServiceStart, WithoutMemoryForTheLogItFailsInSilence) {
+TEST_F(ServiceStart, WithoutMemoryForTheLogItFailsWithoutALog) {
     platform::hooks().pool_refuses = [](std::size_t) { return true; };
     EXPECT_FALSE(startWith(both));
     EXPECT_EQ(printed, "");
@@ -294,7 +294,7 @@ struct LogRow {
     bool prints;
 };
 
-TEST_F(ServiceLog, TheSchemeOfLogurlChoosesIt) {
+TEST_F(ServiceLog, TheSchemeOfLogurlSelectsIt) {
     const LogRow rows[] = {
         {"", false, false},
         {"stdout", false, true},
@@ -329,7 +329,7 @@ TEST_F(ServiceLog, TheSchemeOfLogurlChoosesIt) {
 }
 
 //  These never come out of an ini file's value, which has neither blanks in front nor line ends.
-TEST_F(ServiceLog, BlanksInFrontAndLineEndsOfTheSchemeAreSkipped) {
+TEST_F(ServiceLog, LeadingBlanksAndLineEndsOfTheSchemeAreSkipped) {
     for (const std::string logurl : {" \tudp://192.0.2.1/x", "\r\nudp://192.0.2.1/x", "u\rd\np://192.0.2.1/x"}) {
         run.emplace();
         run->logurl = logurl;
@@ -344,7 +344,7 @@ TEST_F(ServiceLog, ALogThatCannotBeOpenedDoesNotStopTheStart) {
     EXPECT_TRUE(startWith("hostname=h\nlogurl=udp:not an address\n"));
 }
 
-TEST_F(ServiceLog, IsStoredOnceItIsOpen) {
+TEST_F(ServiceLog, IsStoredAfterItIsOpen) {
     Lines seen;
     platform::hooks().socket = [&](int, int, int) {
         seen.emplace_back(run->log == nullptr ? "no log while it is opened" : "a log while it is opened");
@@ -355,7 +355,7 @@ TEST_F(ServiceLog, IsStoredOnceItIsOpen) {
     EXPECT_NE(dynamic_cast<olk::udplog*>(run->log), nullptr);
 }
 
-TEST_F(ServiceLog, IsTakenFromThePoolAndGivenBack) {
+TEST_F(ServiceLog, IsAllocatedFromThePoolAndFreed) {
     const long before = platform::pool_blocks;
     startWith("hostname=h\n");
     EXPECT_EQ(platform::pool_blocks, before + 1);
@@ -399,7 +399,7 @@ TEST_F(ServiceEnd, AFreshObjectCallsNothing) {
     EXPECT_EQ(callsMade(), Lines{});
 }
 
-TEST_F(ServiceEnd, GivesThePortListBack) {
+TEST_F(ServiceEnd, FreesThePortList) {
     const long before = platform::pool_blocks;
     parsePortList("1,2,3", run->dnshttpsports);
     run.reset();

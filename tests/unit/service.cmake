@@ -1,4 +1,4 @@
-#  The service. Every call that it makes to the system passes through service_platform.cpp.
+#  Tests of the service. All its system calls go through service_platform.cpp.
 
 set(service_calls
     time localtime_r nanosleep getifaddrs freeifaddrs inet_ntop readlink fopen fclose open fcntl ftruncate write pread getaddrinfo
@@ -26,8 +26,8 @@ service_unit_test(service_control_test
     daemon_test.cpp exitsignal_test.cpp)
 target_link_options(service_control_test PRIVATE LINKER:--wrap=pause,--wrap=setitimer,--wrap=malloc)
 
-#  The exit signal at chosen instructions. It plays debugger itself, so it does not run below one, and a sanitizer's
-#  run-time library is not what is to be interrupted.
+#  Delivers the exit signal at chosen instructions. The test is a debugger (ptrace), so it cannot run under another one;
+#  and it must not interrupt the run-time library of a sanitizer.
 if(NOT ADDRPUBD_SANITIZE AND CMAKE_SYSTEM_PROCESSOR STREQUAL x86_64)
     add_executable(service_ends_test exit_anywhere_test.cpp traced_child.cpp)
     set_target_properties(service_ends_test PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/tests)
@@ -38,8 +38,8 @@ if(NOT ADDRPUBD_SANITIZE AND CMAKE_SYSTEM_PROCESSOR STREQUAL x86_64)
     gtest_discover_tests(service_ends_test DISCOVERY_TIMEOUT 60 PROPERTIES TIMEOUT 900 COST 500)
 endif()
 
-#  A connect event clears the mark before it sets the flag, in the code of this build and in what each compiler makes of it
-#  at the usual levels of optimisation.
+#  A connect event clears the mark before it sets the flag. Tested in the machine code of this build and in that of each
+#  compiler at the usual optimisation levels.
 if(NOT ADDRPUBD_SANITIZE)
     add_executable(store_order store_order.cpp)
     set_target_properties(store_order PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/tests)

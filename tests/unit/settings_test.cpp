@@ -24,7 +24,7 @@ TEST(Settings, EachIsFoundByItsNameInAnyCase) {
     EXPECT_FALSE(probe.failed());
 }
 
-TEST(Settings, NoOtherKeyIsOne) {
+TEST(Settings, AnyOtherKeyIsUnknown) {
     platform::reset();
     CIniProbe probe;
     for (const std::string& key : {std::string(), std::string("host"), std::string("hostnamee"),
@@ -32,7 +32,7 @@ TEST(Settings, NoOtherKeyIsOne) {
         EXPECT_EQ(settingOf(key, probe), no_setting) << testing::PrintToString(key);
 }
 
-TEST(Settings, ASlipOfThePenIsNearTheSettingThatWasMeant) {
+TEST(Settings, AMisspeltNameIsSimilarToItsSetting) {
     EXPECT_EQ(similarSetting("hostnmae"), hostname);
     EXPECT_EQ(similarSetting("Host_Name"), hostname);
     EXPECT_EQ(similarSetting("rdbpasswd"), rdbpswd);

@@ -16,13 +16,13 @@ TEST(Show, PrintableEscapesEveryByteThatIsNotPrintableAscii) {
     }
 }
 
-TEST(Show, QuotedMarksTheEndsOfATextAndEscapesItsQuotes) {
+TEST(Show, QuotedAddsQuotesAndEscapesThoseInside) {
     EXPECT_EQ(quoted(""), "\"\"");
     EXPECT_EQ(quoted(" a "), "\" a \"");
     EXPECT_EQ(quoted("a\"b\\\x1b[31m"), "\"a\\\"b\\\\\\x1b[31m\"");
 }
 
-TEST(Show, AUrlWithoutSecretsIsShownAsItIs) {
+TEST(Show, AUrlWithoutSecretsIsUnchanged) {
     for (const char* url :
          {"", "stdout", "sqlite:///var/lib/a@b.db", "udp://192.0.2.1:5140/netsvc?level=dbg",
           "dns://[2001:db8::53]:5353/example.org?ttl=60&algorithm=hmac-sha1&check=0&skip=ula,temporary", "://", "?",
@@ -30,7 +30,7 @@ TEST(Show, AUrlWithoutSecretsIsShownAsItIs) {
         EXPECT_EQ(withoutSecrets(url), url);
 }
 
-TEST(Show, WhatStandsInFrontOfTheServerIsMasked) {
+TEST(Show, TextBeforeTheServerIsMasked) {
     EXPECT_EQ(withoutSecrets("redis://user:pw@host:6379/0"), "redis://***@host:6379/0");
     EXPECT_EQ(withoutSecrets("redis://token@host"), "redis://***@host");
     EXPECT_EQ(withoutSecrets("redis://u:p/w@d@host"), "redis://***@host");
@@ -45,7 +45,7 @@ TEST(Show, ValuesOfUnknownOptionsAreMasked) {
     EXPECT_EQ(withoutSecrets("redis://h?S3cr3t&&expire"), "redis://h?***&&***");
 }
 
-TEST(Show, AKnownOptionWithAnythingButWordsIsMasked) {
+TEST(Show, AKnownOptionWithOtherCharactersIsMasked) {
     for (const char* value : {"60?auth=S3cr3t", "60;auth=S3cr3t", "a=b", "60 x", "%41", "a/b", "\xff"})
         EXPECT_EQ(withoutSecrets(std::string("dns://h/z?ttl=") + value + "&check=1"), "dns://h/z?ttl=***&check=1")
             << value;

@@ -1,5 +1,5 @@
-#  addrpubd-check. The calls to the system pass through service_platform.cpp, and the client library that the service's
-#  start asks is the recording one.
+#  Tests of addrpubd-check. The system calls go through service_platform.cpp. The service's start is linked with the
+#  recording client library.
 
 addrpubd_unit_test(tools_check_test
     SOURCES
