@@ -1,4 +1,4 @@
-//  Name resolution: the first IPv4 address and the first IPv6 address of a host, as text.
+//  Name resolution: of the addresses of a host, the first of each family, as text.
 //
 //  Threads: as getaddrinfo(3).
 #ifndef OLK_RESOLVE_H

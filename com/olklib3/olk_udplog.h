@@ -6,7 +6,7 @@
 //
 //  level is the record's level. cabin and text are not escaped: a receiver reads the JSON up to the first line feed.
 //
-//  Sending never blocks and is never retried: a record that cannot be sent at once is lost. No memory is allocated per
+//  Sending never blocks and is never retried: records that cannot be sent immediately are lost. No memory is allocated per
 //  record.
 //
 //  Threads: several threads may send records at once. open and setlevel change the object without a lock.

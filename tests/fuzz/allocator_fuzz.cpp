@@ -1,5 +1,5 @@
-//  The allocator beside a map of the blocks that are out and a model that knows which block comes next: an input is a
-//  list of operations, each a byte with its arguments, on an allocator of its own.
+//  Compares the allocator with a map of the allocated blocks and a model that predicts the next block. An input is a
+//  list of operations for a separate allocator, each a byte with its arguments.
 #include "fuzz_input.h"
 #include "heap_model.h"
 #include "live_blocks.h"
@@ -14,7 +14,7 @@ constexpr uint64_t most_bytes = uint64_t{1} << 28;
 constexpr size_t most_blocks = 4000;
 
 struct home {
-    uint64_t number;  // of the class; classes for a big block
+    uint64_t number;  // number of the class; classes for a big block
     class_model::place place;
 };
 
@@ -93,7 +93,7 @@ private:
         blocks_.add(p, usable, 16, {classes, {}});
     }
 
-    //  The first block of a heap tells where the heap is; every other one then has its place.
+    //  The first block of a heap determines the heap's address; every other block must have its place in it.
     void check_place(const char* p, const home& where) {
         std::map<uint32_t, const char*>& bases = bases_[where.number];
         const uint64_t offset = models_[where.number].offset(where.place);
@@ -132,7 +132,7 @@ private:
             take(size_table[number].blksize);
     }
 
-    //  From the front, from the back, or every other one.
+    //  Frees blocks from the front, from the back, or every second one.
     void give_back_many(unsigned order, unsigned count) {
         for (unsigned i = 0; i < count && !blocks_.empty(); ++i)
             give_back(order == 0 ? blocks_.first() : order == 1 ? blocks_.last() : blocks_.chosen(2 * i + 1));
@@ -144,7 +144,7 @@ private:
         require(usable == 1 && subject_.bigcount == big_, "a refused request changes nothing");
     }
 
-    //  Big blocks are given back; the others may be left to the allocator's end.
+    //  Frees the big blocks; other blocks may be left to the allocator's destructor.
     void end(unsigned how) {
         while (!blocks_.empty()) {
             const auto place = how % 2 == 0 ? blocks_.first() : blocks_.last();
@@ -159,7 +159,7 @@ private:
     fuzz_input input_;
     olk::allocator subject_;
     std::vector<class_model> models_;
-    std::vector<std::map<uint32_t, const char*>> bases_;  // of each class's heaps
+    std::vector<std::map<uint32_t, const char*>> bases_;  // for each class: base addresses of its heaps
     live_blocks<home> blocks_;
     uint64_t bytes_ = 0;
     uint32_t big_ = 0;

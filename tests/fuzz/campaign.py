@@ -1,9 +1,10 @@
 """campaign.py [--build FOLDER] [--jobs N] [SECONDS] [TARGET...]: runs the fuzz targets, each for SECONDS (default 600).
 
-A target runs on its seeds in tests/fuzz/corpus and on what earlier campaigns kept in FOLDER/campaign/TARGET/corpus,
-where it keeps what is new. It ends early with its first find, which is stored beside its log. Prints a line for each
-running target every half minute and a table at the end, which is also in FOLDER/campaign/table.txt. A run of all targets
-for 600 s or longer also writes it into the page of figures. The status is 1 when there is a find.
+A target starts from its seeds in tests/fuzz/corpus and from the inputs that earlier campaigns stored in
+FOLDER/campaign/TARGET/corpus, where it also stores new inputs. It stops at its first finding, which is stored next to
+its log. Prints a line for each running target every 30 seconds and a table at the end, also in
+FOLDER/campaign/table.txt. A run of all targets for 600 s or longer also writes the table into the verification page.
+Exits with status 1 if there is a finding.
 """
 
 import argparse
@@ -29,7 +30,7 @@ HEADER = COLUMNS.format(*NAMES)
 
 
 class Run:
-    """One target that runs."""
+    """One running target."""
 
     def __init__(self, name, build, seconds):
         self.name = name
@@ -63,7 +64,7 @@ class Run:
         return bool(self.finds()) or self.process.returncode != 0
 
     def cells(self):
-        """Executions, edges covered and corpus, as the log's last lines tell them."""
+        """Returns executions, covered edges and corpus size from the last lines of the log."""
         text = self.log.read_text(errors="replace")
         seconds = self.seconds or round(time.monotonic() - self._begun)
         counted = (re.findall(r"^stat::number_of_executed_units: (\d+)", text, re.M)
@@ -79,7 +80,7 @@ class Run:
 
 
 def campaign(names, build, seconds, jobs):
-    """Runs the targets, so many at once. Returns the runs in the order of names."""
+    """Runs the targets, jobs at once. Returns the runs in the order of names."""
     waiting, running, ended = list(names), [], []
     told = time.monotonic()
     try:

@@ -1,5 +1,5 @@
-//  addrpubd-check beside the service and beside a model of the file: what it says of the settings, and that no password
-//  reaches its output.
+//  Compares the output of addrpubd-check about the settings with the service and with a model of the file, and checks
+//  that no password is in the output.
 #include "check.h"
 #include "check_model.h"
 #include "fuzz_input.h"
@@ -13,7 +13,7 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
-//  No input asks a name server.
+//  No input causes a query to a name server.
 extern "C" int __wrap_getaddrinfo(const char*, const char*, const addrinfo*, addrinfo**) {
     return EAI_NONAME;
 }
@@ -67,7 +67,7 @@ std::string check_one(const std::string& bytes) {
     return text;
 }
 
-//  Around the secret stands what the input begins with, on one line. A password that begins with file: is none.
+//  Places a secret between parts of the input, on one line. A password that starts with file: is not a secret.
 std::string with_secret(const std::string& bytes) {
     std::string line = bytes.substr(0, bytes.size() / 2);
     line.erase(std::remove(line.begin(), line.end(), '\n'), line.end());

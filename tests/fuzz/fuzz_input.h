@@ -1,5 +1,5 @@
-//  Takes an input apart from its front; a taken value is 0 or shorter when the input has run out. require ends the
-//  program, in every build, when two ways of doing the same thing disagree.
+//  Reads values from the start of an input; a value is 0 or shorter when the input ends. require ends the program, in
+//  every build, if its condition is false.
 #ifndef FUZZ_INPUT_H
 #define FUZZ_INPUT_H
 

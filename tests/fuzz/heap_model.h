@@ -1,5 +1,5 @@
-//  One size class a second time, to the block: which heap serves, which block of it, and when a heap goes back. A
-//  heap is a list of the blocks that came back, last in first out, and a count of those that were never out.
+//  A model of one size class: predicts which heap and which block is served, and when a heap is released. A heap is a
+//  list of freed blocks, last in first out, and the number of blocks that were never used.
 #ifndef FUZZ_HEAP_MODEL_H
 #define FUZZ_HEAP_MODEL_H
 
@@ -10,7 +10,7 @@
 
 class class_model {
 public:
-    //  Where a block lies: the number of its heap, which is never used again, and its number in it.
+    //  Place of a block: the number of its heap, which is never reused, and its number in the heap.
     struct place {
         uint32_t heap;
         uint32_t block;
@@ -19,10 +19,10 @@ public:
     class_model(uint64_t blksize, uint32_t first, uint32_t blkperheap)
         : stride_(blksize + 8), first_(first), blkperheap_(blkperheap) {}
 
-    //  Makes the head heap before its first block is asked for.
+    //  Creates the head heap before its first block is requested.
     void prepare() { heaps_.push_back(new_heap(first_)); }
 
-    //  Returns the block that is served next.
+    //  Returns the next block.
     place take() {
         auto serving = std::find_if(heaps_.begin(), heaps_.end(), [](const heap& h) { return h.free_blocks() != 0; });
         if (serving == heaps_.end())
@@ -52,9 +52,9 @@ public:
     }
     size_t heap_count() const { return heaps_.size(); }
     uint32_t blocks_of(uint32_t number) const { return number == 0 ? first_ : blkperheap_; }
-    //  Returns how far behind the start of its heap's mapping the block's user address lies.
+    //  Returns the offset of the block's user address from the start of its heap's mapping.
     uint64_t offset(place where) const { return where.block * stride_ + 8; }
-    //  Returns the bytes of a heap's mapping, with pages of 4 KiB.
+    //  Returns the length of a heap's mapping, with pages of 4 KiB.
     uint64_t mapping(uint32_t number) const { return (stride_ * blocks_of(number) + 4095) & ~uint64_t{4095}; }
 
 private:

@@ -1,6 +1,6 @@
-//  The JSON writers: a text is read back from what was written, by a reader of its own and by a JSON parser; numbers
-//  beside the standard library, and times beside a calendar. The text is written behind something and with more or
-//  less room, as the writers work differently with and without.
+//  The JSON writers: a separate reader and a JSON parser read the text back; numbers are compared with the standard
+//  library, times with a calendar. The text is written after other text and with more or less room, because the writers
+//  use different code depending on the room.
 #include "fuzz_input.h"
 #include "json_oracle.h"
 #include "json_reader.h"
@@ -20,7 +20,7 @@ olk::string pooled(const std::string& text) {
     return olk::string(text.data(), text.size());
 }
 
-//  The word behind a string's block still names the block's heap, or nothing when it was never carved.
+//  The word after a string's block must contain the address of the block's heap, or zero if it was never carved.
 bool next_header_intact(const olk::string& s) {
     const char* block = s.data() - 8;
     const olk::blk_heap* heap = olk::blk_heap::of(block);
@@ -30,7 +30,7 @@ bool next_header_intact(const olk::string& s) {
            olk::load_word<const olk::blk_heap*>(block + heap->blksize) == (next < heap->bump ? heap : nullptr);
 }
 
-//  A text with room for so many bytes, none when it is 0, and with something in it.
+//  Returns a text that is not empty, with room for this many bytes, or without a buffer if room is 0.
 olk::string with_room(size_t room) {
     olk::string out;
     if (room != 0)
@@ -45,7 +45,7 @@ std::string written_behind(const olk::string& out) {
     return text_of(out).substr(11);
 }
 
-//  The text is alone in a block of its size, so that a byte read behind it is found.
+//  The text has a block of exactly its size, so that reading a byte after it is detected.
 void check_string(const std::string& value, size_t room) {
     const std::unique_ptr<char[]> bytes(new char[value.size()]);
     value.copy(bytes.get(), value.size());
@@ -105,8 +105,8 @@ void check_read_back(const std::string& text, const json_object& object) {
     require(reader.empty(), "the object ends the text");
 }
 
-//  Bytes as a parser takes them: those from 128 on as two of UTF-8, and no control characters but those that are
-//  escaped.
+//  Makes bytes acceptable to a parser: bytes above 127 become two bytes of UTF-8, and control characters that are not
+//  escaped are removed.
 std::string parsable(const std::string& bytes) {
     std::string text;
     for (const char c : bytes) {

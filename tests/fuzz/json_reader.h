@@ -1,5 +1,5 @@
-//  Reads back, byte by byte, what the JSON writers write. Any bytes may stand in a text, as the writers promise; so a
-//  parser of RFC 8259 would refuse some of them.
+//  Reads the output of the JSON writers, byte by byte. A text may contain any bytes, as the writers allow; a parser of
+//  RFC 8259 would reject some of them.
 #ifndef FUZZ_JSON_READER_H
 #define FUZZ_JSON_READER_H
 
@@ -16,7 +16,7 @@ public:
         text_.erase(0, expected.size());
     }
 
-    //  Takes the string value at the front.
+    //  Reads the string value at the start.
     std::string value() {
         static const std::string letters = "btnfr\"/\\";
         static const std::string characters = "\b\t\n\f\r\"/\\";

@@ -1,4 +1,4 @@
-//  The level text and the level's name beside their models.
+//  Compares the parser of levels and the names of levels with models.
 #include "fuzz_input.h"
 #include "level_model.h"
 #include "olk_log.h"

@@ -1,4 +1,5 @@
-//  The blocks that are out: no two overlap, each keeps its contents, and the words in front of it are nobody's.
+//  The allocated blocks: checks that no two overlap, that each keeps its contents, and that the bytes before it are
+//  unused.
 #ifndef FUZZ_LIVE_BLOCKS_H
 #define FUZZ_LIVE_BLOCKS_H
 
@@ -9,13 +10,13 @@
 #include <map>
 #include <utility>
 
-//  WHAT: whatever else is known of a block.
+//  WHAT: additional data about a block.
 template <class WHAT>
 class live_blocks {
 public:
     struct block {
         size_t usable;
-        size_t header;  // bytes in front of it that are its own, too
+        size_t header;  // bytes before it that belong to it
         unsigned char pattern;
         WHAT what;
     };
@@ -34,7 +35,7 @@ public:
         return place;
     }
 
-    //  Takes the block off the list.
+    //  Removes the block from the list.
     WHAT remove(iterator place) {
         check(place);
         WHAT what = std::move(place->second.what);
@@ -49,7 +50,7 @@ public:
         });
     }
 
-    //  Returns the block that number chooses. Requires: there is one.
+    //  Returns the block selected by number. Requires: there is a block.
     iterator chosen(size_t number) {
         return std::next(blocks_.begin(), static_cast<ptrdiff_t>(number % blocks_.size()));
     }
@@ -62,7 +63,7 @@ private:
     static char* start_of(iterator place) { return place->first - place->second.header; }
     static char* end_of(iterator place) { return place->first + place->second.usable; }
 
-    //  The first and the last bytes of a large block stand for all of it.
+    //  Of a large block only the first and last bytes are used.
     template <class USE>
     static void for_each_piece(iterator place, USE use) {
         constexpr size_t piece = 128;

@@ -1,5 +1,5 @@
-//  The object heap beside a model that knows which slot comes next: an input is the largest object and a list of
-//  operations. Small pages come and go often.
+//  Compares the object heap with a model that predicts the next slot. An input is the size of the largest object and a
+//  list of operations. Pages are small, so that they are mapped and unmapped often.
 #include "fuzz_input.h"
 #include "live_blocks.h"
 #include "olk_objalloctor.h"
@@ -13,11 +13,11 @@ constexpr size_t most_slots = 400;
 constexpr size_t most_steps = 100;
 
 struct slot_place {
-    unsigned page;  // its number, which is never used again
+    unsigned page;  // number of the page, never reused
     size_t slot;
 };
 
-//  The pages in the order in which they are asked; the slots that came back, last in first out, go first.
+//  The pages in the order of the search; freed slots are served first, last in first out.
 class page_model {
 public:
     explicit page_model(size_t largest)
@@ -94,7 +94,7 @@ public:
     }
 
 private:
-    //  So many slots are taken, or given back from the front, from the back, or from the chosen one on.
+    //  Takes this many slots, or frees them from the front, from the back, or from the chosen one on.
     void step(unsigned what) {
         const unsigned count = what / 8 + 1;
         const size_t start = what % 8 == 7 ? input_.number<uint8_t>() : 0;

@@ -1,5 +1,5 @@
-//  Answers of a hostile DNS server: whatever their bytes, only what is signed with the key over the request counts, and
-//  only as long as nobody altered it. What does count may still say anything.
+//  Answers of a hostile DNS server: for any bytes, only an answer that is signed with the key, includes the request in
+//  its signature and was not modified is authentic. An authentic answer may have any contents.
 #include "dns/tsig.h"
 #include "fuzz_input.h"
 #include "open_dns_support.h"
@@ -33,7 +33,7 @@ DnsBytes bytesOf(const std::string& text) {
     return {text.begin(), text.end()};
 }
 
-//  text behind a header that is the request's answer, so that the deeper checks are reached.
+//  Returns text after a header that matches the request, so that later checks are reached.
 DnsBytes answerOf(fuzz_input& input) {
     DnsBytes message = plainAnswer(id, opcodeQuery, input.number<std::uint8_t>() & 0xf);
     for (std::size_t count = 5; count < message.size(); count += 2)
@@ -43,7 +43,7 @@ DnsBytes answerOf(fuzz_input& input) {
     return message;
 }
 
-//  A letter of the signature's names may change its case; they stand behind the message of the given size.
+//  A letter in the signature's names may change its case; the names are after the message of the given size.
 bool onlyChangesCase(const DnsBytes& message, std::size_t size, std::size_t at, std::uint8_t mask) {
     constexpr std::size_t namesEnd = 28;
     return at >= size && at < size + namesEnd && mask == 0x20 && std::isalpha(message[at]) != 0;
@@ -58,7 +58,7 @@ void checkAltered(const DnsBytes& genuine, std::size_t size, std::size_t at, std
         require(onlyChangesCase(genuine, size, at % genuine.size(), mask), "an altered answer never counts");
 }
 
-//  Signs what the server says, and reads it as the back end does.
+//  Signs the server's answer and reads it like the back end.
 void checkSigned(const DnsBytes& message, std::size_t at, std::uint8_t mask) {
     if (message.size() > maxDnsMessageSize)
         return;
@@ -75,7 +75,7 @@ void checkSigned(const DnsBytes& message, std::size_t at, std::uint8_t mask) {
     checkAltered(genuine, message.size(), at, mask);
 }
 
-//  A record of the records below: what it is about, and what it says.
+//  One record of the list below: its owner and type, and its data.
 struct Said {
     std::string owner;
     std::uint16_t type;
@@ -106,7 +106,7 @@ std::string otherCase(std::string name, unsigned letters) {
     return name;
 }
 
-//  A genuine answer of any records holds those of an owner and type in whatever order and letters, and none else.
+//  An authentic answer matches the records of an owner and type in any order and letter case, and no others.
 void checkRecords(fuzz_input& input, std::size_t at, std::uint8_t mask) {
     std::vector<Said> said;
     std::vector<AnswerRecord> written;

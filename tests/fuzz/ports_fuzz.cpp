@@ -1,4 +1,4 @@
-//  The port list beside a second parser.
+//  Compares the port list parser with a second parser.
 #include "fuzz_input.h"
 #include "port_list_model.h"
 #include "runcls.h"

@@ -1,6 +1,6 @@
-//  The back end redis in front of a server that answers with the input: every byte that it receives, in any pieces.
-//  An answer is read as by a second reader. No request writes into a transaction that the server has not begun, and
-//  no outcome is one that it does not have.
+//  The back end redis with a server that sends the input, in any pieces. Compares parsed answers with a second reader.
+//  No request may write inside a transaction that the server has not started, and no outcome may be one that is not
+//  allowed for the request.
 #include "backends.h"
 #include "engine/clock.h"
 #include "fuzz_input.h"
@@ -19,7 +19,7 @@ using namespace rdbopen;
 std::string toReceive;
 std::string sent;
 std::size_t pieceSize = 1;
-bool pieceThere = false;  // one piece comes with each wait
+bool pieceThere = false;  // each wait provides one piece
 
 class ReadyWaiter : public Waiter {
 public:
@@ -31,7 +31,7 @@ public:
 
 constexpr ReadyWaiter waiter;
 
-//  An answer is the same in whatever pieces it comes, and the same as the second reader's.
+//  The parsed answer must not depend on the pieces and must equal that of the second reader.
 void compareParsers(const std::string& bytes) {
     RedisReplyParser whole;
     RedisReplyParser pieces;

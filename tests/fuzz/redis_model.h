@@ -1,6 +1,6 @@
-//  One answer of a Redis server a second time, by recursion over the whole text
-//  (https://redis.io/docs/reference/protocol-spec, RESP2), and only where every reader agrees: what is malformed, and
-//  the types of later versions, it leaves undecided.
+//  A second implementation of the parser of one Redis answer, recursive over the whole text
+//  (https://redis.io/docs/reference/protocol-spec, RESP2). It leaves malformed answers and types of later versions
+//  undecided, because readers may differ there.
 #ifndef FUZZ_REDIS_MODEL_H
 #define FUZZ_REDIS_MODEL_H
 
@@ -15,7 +15,7 @@ public:
 
     explicit RedisModel(const std::string& text) : text_(text) {}
 
-    //  Returns the answer at the front, or nothing when there is none that is whole and well-formed.
+    //  Returns the answer at the start, or nothing if it is incomplete or malformed.
     std::optional<Reply> read(int depth = 0) {
         const std::size_t end = text_.find("\r\n", at_);
         if (end == std::string::npos || end == at_ || depth > maxDepth)
@@ -45,7 +45,7 @@ public:
 private:
     static constexpr int maxDepth = 6;
 
-    //  A line with a carriage return or a line feed in it is not well-formed.
+    //  A line that contains a carriage return or a line feed is malformed.
     static std::optional<Reply> simple(Reply::Kind kind, const std::string& line) {
         if (line.find_first_of("\r\n") != std::string::npos)
             return std::nullopt;
@@ -55,7 +55,7 @@ private:
         return reply;
     }
 
-    //  Up to nine digits, without a zero in front.
+    //  At most nine digits, without a leading zero.
     static std::optional<long long> decimal(const std::string& line) {
         const std::string digits = line.substr(line.starts_with('-') ? 1 : 0);
         const bool good = !digits.empty() && digits.size() < 10 && (digits == line || digits[0] != '0') &&

@@ -1,4 +1,4 @@
-//  Runs a fuzz target over the files named on the command line. Stands in for libFuzzer where there is none.
+//  Runs a fuzz target on the files given on the command line. Replaces libFuzzer where it is not available.
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>

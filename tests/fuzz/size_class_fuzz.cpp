@@ -1,5 +1,5 @@
-//  One size class of any size beside its model: an input is the size, the blocks of a heap, and a list of operations.
-//  Small heaps come and go often.
+//  Compares one size class with its model. An input is the block size, the number of blocks of a heap, and a list of
+//  operations. Heaps are small, so that they are created and released often.
 #include "fuzz_input.h"
 #include "heap_model.h"
 #include "live_blocks.h"
@@ -12,7 +12,7 @@ constexpr size_t most_steps = 100;
 
 using size_class = olk::blk_alloctor<olk::spinlock>;
 
-//  A first heap has all blocks when they are few or small.
+//  A first heap has all blocks if they are few or small.
 uint32_t first_blocks(uint64_t blksize, uint32_t blkperheap) {
     return blkperheap > 16 && blksize * blkperheap > 32768
                ? std::max<uint32_t>(16, static_cast<uint32_t>(32768 / blksize))
@@ -43,7 +43,7 @@ public:
     }
 
 private:
-    //  So many blocks are taken, or given back from the front, from the back, or from the chosen one on.
+    //  Takes this many blocks, or frees them from the front, from the back, or from the chosen one on.
     void step(unsigned what) {
         const unsigned count = what / 8 + 1;
         const size_t start = what % 8 == 7 ? input_.number<uint8_t>() : 0;

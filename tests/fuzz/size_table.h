@@ -1,4 +1,4 @@
-//  The sizes of the pooled allocator a second time, as a table that is searched from its top.
+//  A second implementation of the table of size classes, searched from its start.
 #ifndef FUZZ_SIZE_TABLE_H
 #define FUZZ_SIZE_TABLE_H
 
@@ -11,7 +11,7 @@ struct size_row {
     uint32_t first;  // blocks of a class's first heap
 };
 
-//  In ascending order. The first three have their first heap from the start.
+//  In ascending order. The first three have their first heap after construction.
 inline constexpr size_row size_table[] = {
     {16, 65536, 2048}, {32, 32768, 1024}, {64, 16384, 512}, {96, 10922, 341}, {128, 8192, 256}, {256, 4096, 128},
     {384, 2730, 85},   {512, 2048, 64},   {640, 1638, 51},  {800, 1310, 40},  {1024, 1024, 32}, {1424, 736, 23},
@@ -22,7 +22,7 @@ inline constexpr size_row size_table[] = {
 inline constexpr uint64_t classes = std::size(size_table);
 inline constexpr uint64_t first_heaps_at_start = 3;
 
-//  Returns the number of the class that serves a request, classes for a big block.
+//  Returns the number of the class that serves a request; classes for a big block.
 inline uint64_t class_for(uint64_t request) {
     uint64_t i = 0;
     while (i < classes && size_table[i].blksize < request)
@@ -30,12 +30,12 @@ inline uint64_t class_for(uint64_t request) {
     return i;
 }
 
-//  Returns the bytes of a big block's mapping, with pages of 4 KiB.
+//  Returns the length of a big block's mapping, with pages of 4 KiB.
 inline uint64_t big_mapping(uint64_t request) {
     return (request + 16 + 4095) & ~uint64_t{4095};
 }
 
-//  Returns the usable bytes that a request is given.
+//  Returns the number of usable bytes for a request.
 inline uint64_t usable_for(uint64_t request) {
     const uint64_t i = class_for(request);
     return i < classes ? size_table[i].blksize : big_mapping(request) - 16;

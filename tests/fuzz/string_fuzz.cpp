@@ -1,6 +1,6 @@
-//  The pooled string beside a model on the standard one: an input is a list of operations, each a byte with its
-//  arguments. Each input is run twice: on the pooled allocator, and on blocks of the C library, whose ends the
-//  address sanitizer watches, with memory that runs short.
+//  Compares the pooled string with a model that uses the standard string. An input is a list of operations, each a byte
+//  with its arguments. Each input is run twice: with the pooled allocator, and with blocks of the C library, whose ends
+//  the address sanitizer checks, and with failing requests.
 #include "fuzz_input.h"
 #include "olk_string.h"
 #include "string_model.h"
@@ -12,10 +12,10 @@ namespace {
 
 constexpr size_t longest = 1 << 17;
 
-//  A block has exactly its usable bytes.
+//  A block has exactly its number of usable bytes.
 struct watched_alloctor {
     static inline refusals memory;
-    static inline std::map<const void*, size_t> blocks;  // usable bytes of each live block
+    static inline std::map<const void*, size_t> blocks;  // usable bytes of each allocated block
 
     static void* malloc_(size_t size, size_t* outsize) {
         if (memory.refuse())
@@ -76,7 +76,7 @@ struct both {
         model.text += written;
     }
 
-    //  As growth finds a block that a lowered capacity does not fill.
+    //  Lowers the capacity, so that growth finds a block with unused bytes.
     void lower_capacity() {
         if (subject.data() == nullptr)
             return;
@@ -93,8 +93,8 @@ struct both {
         model.append(model.text.substr(from, length), memory);
     }
 
-    //  No memory is asked for, and nothing is read. A compiler that knew the length would warn of the copy that is not
-    //  made.
+    //  The request fails, so nothing is read. The length is hidden from the compiler, which would warn of an invalid
+    //  copy.
     void append_beyond_the_ceiling(uint64_t more) {
         const volatile uint64_t least = 2863311510;
         subject.append(subject.c_str(), least + more);

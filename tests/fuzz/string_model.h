@@ -1,5 +1,4 @@
-//  The pooled string a second time: a standard string, the growth rule in plain numbers, and how many blocks it asks
-//  for.
+//  A model of the pooled string: a standard string, the growth rule, and the number of blocks that it requests.
 #ifndef FUZZ_STRING_MODEL_H
 #define FUZZ_STRING_MODEL_H
 
@@ -9,7 +8,7 @@
 #include <cstdint>
 #include <string>
 
-//  What the allocator is to do, told to both sides: so many of the next requests are refused.
+//  How many of the next requests fail; for both the allocator and the model.
 struct refusals {
     uint32_t left = 0;
 

@@ -1,4 +1,5 @@
-//  The time text a second time, for zones with a fixed distance to UTC, from the standard library's calendar.
+//  A second implementation of the time text for zones with a fixed offset from UTC, with the standard library's
+//  calendar.
 #ifndef FUZZ_TIME_MODEL_H
 #define FUZZ_TIME_MODEL_H
 
@@ -8,9 +9,9 @@
 #include <string>
 
 struct zone {
-    const char* name;  // of TZ, for tzset(3)
-    int64_t clock;     // seconds that the clock fields are ahead of UTC
-    int64_t hours;     // whole hours that the text claims
+    const char* name;  // value of TZ, for tzset(3)
+    int64_t clock;     // offset of the clock fields from UTC, seconds
+    int64_t hours;     // whole hours of the zone in the text
 };
 
 inline constexpr zone zones[] = {
@@ -19,7 +20,7 @@ inline constexpr zone zones[] = {
     {"STD3:30", -12600, -3}, {"STD-14", 50400, 14}, {"STD12", -43200, -12},
 };
 
-//  The number in decimal with at least width characters, zeros behind the sign.
+//  Returns the number in decimal with at least width characters; zeros follow the sign.
 inline std::string padded(int64_t number, size_t width) {
     const std::string sign = number < 0 ? "-" : "";
     const std::string digits = std::to_string(std::abs(number));
@@ -28,7 +29,7 @@ inline std::string padded(int64_t number, size_t width) {
 }
 
 inline std::string model_time(int64_t milliseconds, const zone& where) {
-    constexpr int64_t era_days = 146097;  // of 400 years, after which the calendar repeats
+    constexpr int64_t era_days = 146097;  // days of 400 years, after which the calendar repeats
     constexpr int64_t day_seconds = 86400;
     const int64_t remainder = milliseconds % 1000;
     const int64_t local = (milliseconds - remainder) / 1000 + where.clock;

@@ -1,12 +1,13 @@
-//  The url parser beside its model, with a resolver in place of the system's: a host resolves when it begins with a digit
-//  or a colon, and the address texts are made from it.
+//  Compares the url parser with its model. A replacement resolves names: a host resolves if it starts with a digit or a
+//  colon, and its addresses are derived from it.
 #include "fuzz_input.h"
 #include "olk_string.h"
 #include "url_model.h"
 
 namespace fuzz {
 
-//  Found by the parser through its argument's namespace, and preferred to the template that asks the system.
+//  The function for this type is found by argument-dependent lookup and preferred to the template that calls the
+//  system.
 struct text : olk::string {};
 
 std::pair<std::string, std::string> addresses(const std::string& name) {
@@ -51,7 +52,7 @@ void check(olk::net::url<fuzz::text>& parsed, const std::string& input) {
 
 }  // namespace
 
-//  The first byte's number of bytes are one url, the rest is another one that the same object parses next.
+//  The first byte is the length of the first url; the rest is a second url, which the same object parses next.
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     fuzz_input input(data, size);
     olk::net::url<fuzz::text> parsed;

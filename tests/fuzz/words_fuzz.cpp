@@ -1,5 +1,5 @@
-//  The first pair of a query and all words between any separators beside a model, and the word reader's promises: the
-//  position only moves on, the word is terminated, and the text behind its end is not read.
+//  Compares the first parameter of a query, and all words for any separators, with a model. Checks that the position
+//  only increases, that the word is terminated, and that nothing after the end of the text is read.
 #include "fuzz_input.h"
 #include "level_model.h"
 #include "olk_words.h"
@@ -19,7 +19,7 @@ void check_pair(const std::string& query) {
     require(!found || (model.key == key && model.value == value), "the pairs agree");
 }
 
-//  The model knows one separator and no line ends: every separator becomes the same one, then the line ends go.
+//  The model supports one separator and no line ends: replaces all separators by one, then removes line ends.
 std::string for_model(std::string text, const std::string& separators, char separator) {
     for (char& c : text)
         if (separators.find(c) != std::string::npos)
@@ -28,8 +28,8 @@ std::string for_model(std::string text, const std::string& separators, char sepa
     return text;
 }
 
-//  The text is alone in a block of its size, so that a byte read behind it is found. Requires: the separator is in text
-//  only where it separates, and the model takes it for no blank.
+//  The text has a block of exactly its size, so that reading a byte after it is detected. Requires: the separator
+//  character occurs in text only as a separator and is not a blank for the model.
 void check_words(const std::string& separators, char separator, const std::string& text) {
     const std::unique_ptr<char[]> bytes(new char[text.size()]);
     text.copy(bytes.get(), text.size());

@@ -1,4 +1,4 @@
-//  The table of addrpubd-check read back: what it says of the nine settings beside what the service stores.
+//  Reads the table of addrpubd-check, to compare its nine settings with those that the service stores.
 #ifndef TESTS_SUPPORT_CHECK_MODEL_H
 #define TESTS_SUPPORT_CHECK_MODEL_H
 
@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-//  Takes the quotes and escapes off a text. Returns false when it is not written as one.
+//  Removes quotes and escapes from shown. Returns false if shown is not a quoted text.
 inline bool unquoted(const std::string& shown, std::string& text) {
     text.clear();
     if (shown.size() < 2 || shown.front() != '"' || shown.back() != '"')
@@ -26,7 +26,7 @@ inline bool unquoted(const std::string& shown, std::string& text) {
     return true;
 }
 
-//  Returns whether shown says text. Of a url that may hold a secret it says less, which is not looked at.
+//  Returns whether shown represents text. A url that may contain a secret is not compared.
 inline bool saysText(const std::string& shown, const std::string& text, bool url) {
     std::string read;
     return unquoted(shown, read) && ((url && text.find_first_of("@?") != std::string::npos) || read == text);
@@ -45,7 +45,7 @@ inline bool saysPorts(const std::string& shown, const CRunCls& run) {
     return shown == (ports.empty() ? "none" : ports);
 }
 
-//  Returns the first row that says something else than run holds, or an empty text when none does.
+//  Returns the first row that differs from run, or an empty text if none does.
 inline std::string disagreement(const std::vector<std::string>& table, const CRunCls& run) {
     struct Row {
         std::string name;

@@ -1,9 +1,9 @@
-"""The test's side of the clock shim (clockshim.h has the layout and the rules).
+"""The test's interface to the clock shim (clockshim.h describes memory and rules).
 
     clock = Clock(sandbox, library)         # before the programs start
     process = sandbox.spawn(..., env=clock.env)
-    hand = clock.of(process)
-    hand.advance(10)                        # returns when the program has done all there is to do in those 10 seconds
+    control = clock.of(process)
+    control.advance(10)                     # returns when the program has done everything due in these 10 seconds
 """
 
 import ctypes
@@ -55,8 +55,8 @@ def _address(structure, field):
     return ctypes.c_void_p(ctypes.addressof(structure) + getattr(type(structure), field).offset)
 
 
-class Hand:
-    """One process's clock. Times are in seconds, to the nanosecond inside."""
+class ClockControl:
+    """Controls the clock of one process. Times are in seconds; the resolution is one nanosecond."""
 
     def __init__(self, slot, process):
         self._slot = slot
@@ -72,11 +72,11 @@ class Hand:
 
     @property
     def now_ns(self):
-        """Nanoseconds that the process has slept since it started."""
+        """Returns the nanoseconds that the process has slept since it started."""
         return self._slot.now
 
     def wait_parked(self):
-        """Waits until the process has nothing more to do before its limit."""
+        """Waits until the process has nothing more to do before its time limit."""
         give_up = PATIENCE
         while (seen := self._slot.parked, self._slot.parked_limit != self._slot.limit)[1]:
             assert self._process.running(), f"the process ended: {self._process.output_so_far()!r}"
@@ -92,18 +92,18 @@ class Hand:
         _libc.syscall(_SYS_FUTEX, _address(self._slot, "changed"), _FUTEX_WAKE, 1 << 20, None, None, 0)
 
     def advance(self, seconds):
-        """Lets this much time pass and waits until the process has done what there was to do in it."""
+        """Lets this much time pass and waits until the process has done everything due in it."""
         self.wait_parked()
         self.let_run(seconds)
         self.wait_parked()
 
     def step(self, seconds):
-        """Sets the wall clock by this much, back when negative. No sleep is shortened by it."""
+        """Changes the wall clock by this much, also by a negative amount. Sleeps keep their length."""
         self._slot.wall_step += round(seconds * SECOND)
 
 
 class Clock:
-    """All processes of a sandbox started with env. Each stands still at its first sleep until it is let run."""
+    """The clocks of all processes of a sandbox that are started with env. Each process stops at its first sleep."""
 
     def __init__(self, sandbox, library, wall_start_ns=START, initial_limit=0):
         inside = "/mnt/libclockshim.so"
@@ -119,11 +119,12 @@ class Clock:
         self.env = {"LD_PRELOAD": inside, "CLOCKSHIM_FILE": "/mnt/clock"}
 
     def of(self, process):
-        """The hand of a process, once it has one."""
-        return Hand(wait_until(lambda: self._slot_of(process.pid), f"the clock of process {process.pid}"), process)
+        """Returns the clock control of a process; waits until it exists."""
+        slot = wait_until(lambda: self._slot_of(process.pid), f"the clock of process {process.pid}")
+        return ClockControl(slot, process)
 
     def pids(self):
-        """All pids that have or had a clock here, in the order in which they got it."""
+        """Returns all pids that have or had a clock here, in the order of creation."""
         return [slot.pid for slot in self._control.slots if slot.pid]
 
     def _slot_of(self, pid):

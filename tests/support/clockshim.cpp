@@ -1,12 +1,12 @@
-//  Preloaded into a program under test: its wall clock and its sleeps become the test's (see clockshim.h).
+//  Preloaded into a program under test: the test controls its wall clock and its sleeps (see clockshim.h).
 //
-//  Replaced: time, gettimeofday, clock_gettime for the wall clocks, and nanosleep, clock_nanosleep, usleep, sleep. The
-//  monotonic clocks stay real, since the C library measures the time-outs of condition variables and poll by them.
+//  Replaces time, gettimeofday, clock_gettime for the wall clocks, and nanosleep, clock_nanosleep, usleep, sleep. The
+//  monotonic clocks stay real, because the C library uses them for time limits of condition variables and poll.
 //
-//  Only the main thread's sleeps are virtual. Another thread's sleep takes its real time and moves nothing: a client
-//  library's thread can neither push the service's clock forward nor park the process.
+//  Only sleeps of the main thread are virtual. A sleep of another thread takes its real time and does not change the
+//  clock: a thread of a client library can neither advance the service's clock nor park the process.
 //
-//  CLOCKSHIM_FILE names the shared file. Without it, and when it cannot be mapped, everything stays real.
+//  CLOCKSHIM_FILE is the path of the shared file. Without it, or if it cannot be mapped, everything stays real.
 #include "clockshim.h"
 
 #include <fcntl.h>
@@ -28,7 +28,7 @@ constexpr std::int64_t second = 1'000'000'000;
 ClockControl* g_control = nullptr;
 std::atomic<ClockSlot*> g_slot{nullptr};
 
-//  Takes the next slot for this process, with the time of the slot it used before fork, if any.
+//  Takes the next slot for this process, with the time of its slot before fork, if any.
 ClockSlot* take_slot(pid_t pid, const ClockSlot* parent) {
     const std::uint32_t index = g_control->taken.fetch_add(1);
     if (index >= clock_slots) {
@@ -43,7 +43,7 @@ ClockSlot* take_slot(pid_t pid, const ClockSlot* parent) {
     return slot;
 }
 
-//  This process's slot, or null when the clock is real.
+//  Returns this process's slot, or null if the clock is real.
 ClockSlot* own_slot() {
     if (g_control == nullptr) {
         return nullptr;
@@ -83,15 +83,15 @@ timespec timespec_of(std::int64_t ns) {
     return {ns / second, ns % second};
 }
 
-//  Waits until the limit is raised. Returns false when a signal handler ran instead. The time-out is there for its side
-//  effect: a futex wait without one is restarted after a handler installed with SA_RESTART, a sleep never is.
+//  Waits until the limit is raised. Returns false if a signal handler ran instead. The futex wait has a time limit
+//  because a wait without one is restarted after a handler that was installed with SA_RESTART; a sleep never is.
 bool park(ClockSlot* slot, std::uint32_t seen) {
     const timespec long_time{3600, 0};
     const long result = syscall(SYS_futex, &slot->changed, FUTEX_WAIT, seen, &long_time, nullptr, 0);
     return !(result != 0 && errno == EINTR);
 }
 
-//  Lets length nanoseconds pass. Returns the nanoseconds that were left when a signal handler ran, else 0.
+//  Lets length nanoseconds pass. Returns the remaining nanoseconds if a signal handler ran, else 0.
 std::int64_t virtual_sleep(ClockSlot* slot, std::int64_t length) {
     slot->last_sleep = length;
     ++slot->sleeps;
@@ -117,7 +117,7 @@ std::int64_t virtual_sleep(ClockSlot* slot, std::int64_t length) {
     }
 }
 
-//  The slot whose clock a sleep of this thread goes by, or null when the sleep is real.
+//  Returns the slot whose clock applies to a sleep of this thread, or null if the sleep is real.
 ClockSlot* sleeping_slot() {
     return gettid() == getpid() ? own_slot() : nullptr;
 }

@@ -1,19 +1,19 @@
-//  The memory that a test and the processes under its clock share.
+//  The memory shared by a test and the processes whose clock it controls.
 //
 //      +--------------------+--------+--------+- ... -+
-//      | ClockControl head  | slot 0 | slot 1 |       |     one file, mapped by everybody
+//      | ClockControl head  | slot 0 | slot 1 |       |     one file, mapped by all of them
 //      +--------------------+--------+--------+- ... -+
 //
-//  Each process takes the next free slot when the shim is loaded into it, and a child takes one of its own at its
-//  first clock call after fork, beginning with its parent's time. A slot is found by its pid, as the process itself
-//  sees it; the newest slot counts when a pid occurs twice.
+//  Each process takes the next free slot when the shim is loaded. A child takes its own slot at its first clock call
+//  after fork and starts with its parent's time. A slot is identified by the pid as the process itself sees it; if a
+//  pid occurs twice, the newest slot is used.
 //
-//  Time of a process = wall_start + now + wall_step. Only a sleep of the main thread moves now, to its own end, and
-//  never beyond limit: a sleep that ends later leaves now at limit and parks the process until the limit is raised or a
-//  signal handler has run. So a test that raises the limit and waits until parked_limit equals it knows that the
-//  process has done all there is to do up to that time.
+//  Time of a process = wall_start + now + wall_step. Only a sleep of the main thread advances now, to the end of the
+//  sleep but not beyond limit: a sleep that ends later sets now to limit and parks the process until the limit is
+//  raised or a signal handler has run. So when a test has raised the limit and parked_limit equals it, the process has
+//  done everything that is due until then.
 //
-//  All times are nanoseconds. Every field is one aligned word and is read and written whole.
+//  All times are in nanoseconds. Every field is one aligned word, which is read and written atomically.
 #ifndef TESTS_SUPPORT_CLOCKSHIM_H
 #define TESTS_SUPPORT_CLOCKSHIM_H
 
@@ -23,22 +23,22 @@
 
 struct ClockSlot {
     std::atomic<std::int32_t> pid;       // 0 while the slot is free or being filled
-    std::atomic<std::uint32_t> changed;  // futex: the test adds 1 after it raised limit
+    std::atomic<std::uint32_t> changed;  // futex: the test adds 1 after raising limit
     std::atomic<std::uint32_t> parked;   // futex: the process adds 1 whenever it parks
     std::atomic<std::uint32_t> unused;
-    std::atomic<std::int64_t> now;           // since wall_start, sleeps only
+    std::atomic<std::int64_t> now;           // sum of the sleeps since wall_start
     std::atomic<std::int64_t> limit;         // written by the test
-    std::atomic<std::int64_t> wall_step;     // written by the test: steps of the wall clock, may be negative
-    std::atomic<std::int64_t> parked_limit;  // the limit the process is parked at; -1 while it runs
-    std::atomic<std::uint64_t> sleeps;       // sleeps of the main thread that were begun
-    std::atomic<std::int64_t> last_sleep;    // length of the last of them
+    std::atomic<std::int64_t> wall_step;     // written by the test: sum of the wall clock's steps, may be negative
+    std::atomic<std::int64_t> parked_limit;  // the limit at which the process is parked; -1 while it runs
+    std::atomic<std::uint64_t> sleeps;       // number of sleeps that the main thread has started
+    std::atomic<std::int64_t> last_sleep;    // length of the last of these sleeps
 };
 static_assert(sizeof(ClockSlot) == 64);
 
 constexpr std::uint32_t clock_slots = 63;
 
 struct ClockControl {
-    std::atomic<std::uint32_t> taken;  // slots taken so far
+    std::atomic<std::uint32_t> taken;  // number of slots taken
     std::atomic<std::uint32_t> unused;
     std::int64_t wall_start;     // since the epoch; written by the test before the first process starts
     std::int64_t initial_limit;  // limit of a new slot; written by the test before the first process starts

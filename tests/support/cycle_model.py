@@ -1,14 +1,14 @@
-"""What the service does, predicted to the byte and the microsecond, by a plain simulation of its 100 ms turns.
+"""Predicts the service's calls and output, to the byte and the microsecond, by simulating its passes of 100 ms.
 
     model = CycleModel(settings, wall_ns)       # settings: the ini file's keys and values, as texts
     model.addresses = [...]                     # 16 bytes each; None where they cannot be listed
-    model.start()                               # as -run does, up to the first sleep
+    model.start()                               # like -run, up to the first sleep
     model.event(RDB, CONNECTED)
-    model.run(10)                               # ten seconds of turns
-    model.end(15)                               # the exit signal
-    model.calls, model.records, model.output    # what the client library, a log server and the terminal have seen
+    model.run(10)                               # ten seconds of passes
+    model.end(15)                               # the exit signal 15
+    model.calls, model.records, model.output    # calls of the client library, records of a log server, console output
 
-The model shares no code with the service. Every turn is simulated; none is left out to save time.
+The model shares no code with the service. It simulates every pass.
 """
 
 import datetime
@@ -28,7 +28,7 @@ LAST_SEQNO = 2147483647
 
 
 def publishable(address):
-    """Whether an address (16 bytes) is one that the world should know (address kinds: RFC 4291, section 2)."""
+    """Returns whether an address (16 bytes) is to be published (address types: RFC 4291, section 2)."""
     number = int.from_bytes(address, "big")
     first_nine_bits = number >> 119
     multicast = address[0] == 0xFF
@@ -39,23 +39,23 @@ def publishable(address):
 
 
 def _port_list(text):
-    """The ports of a plain list: decimal numbers, commas and blanks."""
+    """Returns the ports of a simple list: decimal numbers, commas and blanks."""
     numbers = [int(item) & 0xFFFF for item in text.split(",") if item.strip()]
     return [number for number in numbers if number != 0]
 
 
 class CycleModel:
-    """One service from its start to its end, on a host with these addresses, beside servers that answer so."""
+    """One service from start to end, on a host with these addresses, with these results of the servers."""
 
     def __init__(self, settings, wall_ns):
         self._settings = {key: value or "" for key, value in settings.items()}
         self._wall_start = wall_ns
-        self._limit = 0  # the time up to which the service may run, in nanoseconds since the start
+        self._limit = 0  # the time until which the service may run, nanoseconds since the start
         self._next_turn = TURN
-        self._moment = 0  # the time of what happens now
+        self._moment = 0  # the time of the current step
         self.wall_step = 0
         self.addresses = []
-        self.answers = {}  # results other than 0, by function
+        self.answers = {}  # results by function, if not 0
         self.query_class, self.import_class = USABLE, UNTOUCHED
 
         self.calls, self.records, self.output = [], [], bytearray()
@@ -66,7 +66,7 @@ class CycleModel:
         self._sent_value, self._sent_time = b"", 0  # the time is in seconds
         self.seqno = 0
 
-    #  The world
+    #  Conditions
 
     def wall_ns(self):
         return self._wall_start + self._moment + self.wall_step
@@ -125,7 +125,7 @@ class CycleModel:
             self._call("rdb_disconnect", server)
             self._call("rdb_destory", server)
 
-    #  One turn
+    #  One pass
 
     def _turn(self):
         if not self._connected[RDB] and not self._connected[DNS]:
@@ -148,7 +148,7 @@ class CycleModel:
         return ",".join(texts).encode() or b"null"
 
     def _rdb_step(self, now, value):
-        """Returns False where the cycle ends at a tag that cannot be had."""
+        """Returns False if the cycle ends because the tag is not available."""
         if value == self._put_value and abs(now * 10 - self._put_mark) <= 5999:
             return True
         if not self._have_tag():
@@ -206,7 +206,7 @@ class CycleModel:
         if result != 0:
             self._log(ERR, b"updateDomain errorcode %d" % result)
 
-    #  What is seen of it
+    #  Calls and output
 
     def _text(self, key):
         return self._settings.get(key, "").encode()

@@ -1,11 +1,11 @@
-"""A TCP proxy inside a sandbox, between a client under test and a DNS server: it may refuse, cut, delay or invent.
+"""A TCP proxy inside a sandbox, between a client and a DNS server. It can refuse, truncate, delay or replace answers.
 
-    proxy = Proxy(sandbox)                   # listens on 127.0.0.1:5300, asks 127.0.0.1:53
+    proxy = Proxy(sandbox)                   # listens on 127.0.0.1:5300, forwards to 127.0.0.1:53
     proxy.behaviour = cut(20)
-    proxy.exchanges                          # queries seen so far
+    proxy.exchanges                          # number of queries so far
 
-A behaviour is a function of one Exchange, called for each query on a thread of the proxy's own, which is in the
-sandbox's network namespace as its sockets are. When it returns False the connection is closed.
+A behaviour is a function of one Exchange. It is called for each query on a thread of the proxy, in the sandbox's
+network namespace. If it returns False, the connection is closed.
 """
 
 import contextlib
@@ -22,20 +22,20 @@ class Exchange:
     def __init__(self, proxy, client, query):
         self._proxy = proxy
         self._client = client
-        self.query = query  # with its two bytes of length
+        self.query = query  # with the two bytes of its length
 
     @property
     def is_update(self):
         return self.query[4] >> 3 & 15 == _OPCODE_UPDATE
 
     def ask(self, length=None):
-        """Sends the query, or so many bytes of it, to the server. Returns the connection."""
+        """Sends the query, or its first length bytes, to the server. Returns the connection."""
         server = socket.create_connection(self._proxy.server, PATIENCE)
         server.sendall(self.query[:length])
         return server
 
     def answer(self):
-        """Returns the server's answer with its two bytes of length."""
+        """Returns the server's answer with the two bytes of its length."""
         with self.ask() as server:
             return _message(server)
 
@@ -73,7 +73,7 @@ def refuse(exchange):
 
 
 def drip(exchange):
-    """Sends the answer in pieces of one byte."""
+    """Sends the answer byte by byte."""
     for byte in exchange.answer():
         exchange.send(bytes([byte]))
 
@@ -84,7 +84,7 @@ def silent(exchange):
 
 
 def cut(length):
-    """Sends so many bytes of the answer and closes the connection."""
+    """Sends this many bytes of the answer and closes the connection."""
 
     def behaviour(exchange):
         exchange.send(exchange.answer()[:length])
@@ -94,7 +94,7 @@ def cut(length):
 
 
 def instead(data):
-    """Sends these bytes in place of an answer."""
+    """Sends these bytes instead of an answer."""
 
     def behaviour(exchange):
         exchange.send(data)
@@ -116,7 +116,7 @@ class Proxy:
         assert self._ready.wait(PATIENCE)
 
     def _accept(self, port):
-        #  The threads that this one starts are in its namespace too.
+        #  Threads that this thread starts are in the same namespace.
         enter(self._sandbox)
         self._listener = socket.create_server(("127.0.0.1", port))
         self._ready.set()
@@ -138,7 +138,7 @@ class Proxy:
                 self.exchanges.append(exchange)
                 if self.behaviour(exchange) is False:
                     break
-        except OSError:  # the client or the server has gone
+        except OSError:  # the client or the server closed the connection
             pass
         finally:
             self._open.discard(client)
@@ -148,7 +148,7 @@ class Proxy:
         self._listener.shutdown(socket.SHUT_RDWR)
         self._listener.close()
         for client in list(self._open):
-            with contextlib.suppress(OSError):  # it has gone by itself
+            with contextlib.suppress(OSError):  # already closed
                 client.shutdown(socket.SHUT_RDWR)
         for thread in self._threads:
             thread.join(PATIENCE)

@@ -1,14 +1,14 @@
-"""Real DNS servers inside a sandbox, and what their zone holds.
+"""Real DNS servers inside a sandbox, and the contents of their zone.
 
-Each serves the zone ZONE on 127.0.0.1 and ::1 from a folder of its own and takes updates signed by the key HOST_KEY. BIND
-and Knot take them for the names in `allowed` only: AAAA and HTTPS at each, HTTPS at its _PORT._https children. READER,
-which no client under test knows, may transfer the zone. A server starts with the text `zone`, usually ZONE_FILE, which has
-other types at NAME and other names beside it.
+Each serves the zone ZONE on 127.0.0.1 and ::1 from a separate folder and accepts updates signed with the key HOST_KEY.
+BIND and Knot accept them only for the names in `allowed`: AAAA and HTTPS records there, HTTPS at the _PORT._https names
+below. READER, a key that no client has, may transfer the zone. A server starts with the zone file `zone`, usually
+ZONE_FILE, which has other record types at NAME and other names.
 
     server = Bind(sandbox)
     server.start()
-    server.published()       # what the zone holds in place of NAME's addresses, as records(...) writes it
-    server.others()          # all the rest
+    server.published()       # the records of NAME's addresses in the zone, in the form of records(...)
+    server.others()          # all other records
 """
 
 import base64
@@ -52,7 +52,7 @@ www IN HTTPS 1 host1.{ZONE}. alpn=h2
 
 
 def secret(name):
-    """The secret of a key, in base64. Each test run has the same."""
+    """Returns the secret of a key, in base64. It is the same in every test run."""
     return base64.b64encode(hashlib.sha256(name.encode()).digest()).decode()
 
 
@@ -61,7 +61,7 @@ def _line(owner, ttl, kind, data):
 
 
 def records(addresses, ports=(), name=NAME, ttl=TTL):
-    """What a zone holds for a name with these addresses and HTTPS ports, as lines in a fixed order."""
+    """Returns the records of a name with these addresses and HTTPS ports, as lines in a fixed order."""
     if not addresses:
         return []
     hint = "ipv6hint=" + ",".join(addresses[:16])
@@ -75,30 +75,30 @@ def records(addresses, ports=(), name=NAME, ttl=TTL):
 
 
 def belongs(line, name=NAME):
-    """Tells whether a line of the zone is one that the client for name writes."""
+    """Returns whether a line of the zone is a record that the client writes for name."""
     owner, _, kind = line.split()[:3]
     return (owner == name + "." and kind in ("AAAA", "HTTPS")) or owner.endswith("._https." + name + ".")
 
 
 class Server:
-    """What the servers have in common."""
+    """Common base class of the servers."""
 
-    ready = b""  # what the server prints when it answers
-    reloaded = b""  # what it prints when it has read its configuration again
+    ready = b""  # output when it is ready
+    reloaded = b""  # output after it has reloaded its configuration
     program = ""
     package = ""
     folder = ""
     conf = "conf"
     zone = ZONE_FILE
-    address = "127.0.0.1"  # where it is asked
+    address = "127.0.0.1"  # its address for queries
 
     def __init__(self, sandbox, algorithm="hmac-sha256"):
         self.sandbox = sandbox
         self.algorithm = algorithm
         self.keys = {HOST_KEY: secret(HOST_KEY), READER: secret(READER)}
-        self.granted = HOST_KEY  # the key that may update
+        self.granted = HOST_KEY  # the key that may send updates
         self.allowed = [NAME]
-        self.has_zone = True  # its configuration names ZONE
+        self.has_zone = True  # its configuration contains ZONE
         self.process = None
         sandbox.path(self.folder).mkdir(exist_ok=True)
         self.write_zone()
@@ -119,7 +119,7 @@ class Server:
         self.process.wait()
 
     def reconfigure(self):
-        """Makes the running server read its changed configuration."""
+        """Makes the running server load its changed configuration."""
         self.write(self.conf, self.configuration())
         before = self.process.output_so_far().count(self.reloaded)
         self.process.kill(signal.SIGHUP)
@@ -127,7 +127,7 @@ class Server:
             assert self.process.running()
 
     def move_to_small_disk(self):
-        """Starts the server again with its journal on an empty disk of its own. Returns its folder."""
+        """Restarts the server with its journal on a separate, empty disk. Returns its folder."""
         self.kill()
         small = f"{self.folder}/small"
         self.sandbox.path(small).mkdir()
@@ -137,11 +137,11 @@ class Server:
         return self.sandbox.path(small)
 
     def dig(self, *words):
-        """What dig prints for a question to this server."""
+        """Returns the output of dig for a query to this server."""
         return self.sandbox.run("dig", f"@{self.address}", "+tries=1", *words).decode()
 
     def lines(self):
-        """The whole zone but its SOA record, as sorted lines OWNER TTL TYPE DATA."""
+        """Returns the whole zone without its SOA record, as sorted lines OWNER TTL TYPE DATA."""
         return inside(self.sandbox, self._transfer)
 
     def _transfer(self):
@@ -164,13 +164,13 @@ class Server:
 class Bind(Server):
     program = "named"
     package = "bind9"
-    folder = "/var/lib/bind"  # of the package; where its AppArmor profile lets it read and write
+    folder = "/var/lib/bind"  # folder of the package; its AppArmor profile allows access
     ready = reloaded = b"running\n"
     journal = "zone.jnl"
     small = "64k"
 
     addresses = ("127.0.0.1", "::1")
-    types = "AAAA HTTPS"  # that may be changed at the names themselves
+    types = "AAAA HTTPS"  # record types that may be changed at the names themselves
     takes_updates = True
 
     def __init__(self, sandbox, **options):
@@ -187,13 +187,13 @@ class Bind(Server):
         return ["named", "-f", "-n", "1", "-c", f"{self.folder}/conf"]
 
     def control(self, *words):
-        """Gives rndc these words and waits until the server has done it."""
+        """Calls rndc with these words and waits until the server has carried them out."""
         text = f'key "{READER}" {{ algorithm {self.algorithm}; secret "{self.keys[READER]}"; }};\n'
         self.write("rndc.conf", f'{text}options {{ default-server {self.addresses[0]}; default-key "{READER}"; }};\n')
         self.sandbox.run("rndc", "-c", f"{self.folder}/rndc.conf", *words)
 
     def forget(self):
-        """Gives the stopped server its first zone again."""
+        """Restores the initial zone of the stopped server."""
         self.sandbox.path(f"{self.folder}/zone.jnl").unlink(missing_ok=True)
         self.write_zone()
 
@@ -227,7 +227,7 @@ class Bind(Server):
 
 
 class SecondBind(Bind):
-    """Another BIND beside the first server, on 127.0.0.2: a primary, too."""
+    """A second BIND next to the first server, on 127.0.0.2, also a primary."""
 
     folder = "/var/lib/bind/second"
     address = "127.0.0.2"
@@ -236,11 +236,11 @@ class SecondBind(Bind):
     def make_place(self, sandbox):
         if not sandbox.path(f"{Bind.folder}/conf").exists():
             sandbox.run("mount", "-t", "tmpfs", "-o", "mode=755", "tmpfs", Bind.folder)
-        sandbox.run("ip", "addr", "add", "127.0.0.2/8", "dev", "lo")  # BIND listens on addresses of interfaces only
+        sandbox.run("ip", "addr", "add", "127.0.0.2/8", "dev", "lo")  # BIND listens only on addresses of interfaces
 
 
 class SecondaryBind(SecondBind):
-    """A secondary of the first server, which takes no updates."""
+    """A secondary of the first server, which accepts no updates."""
 
     forwarding = "none"
 
@@ -260,7 +260,7 @@ class SecondaryBind(SecondBind):
 
 
 class ForwardingBind(SecondaryBind):
-    """It passes updates on to the primary."""
+    """Forwards updates to the primary."""
 
     forwarding = "any"
 
@@ -285,13 +285,13 @@ class Knot(Server):
         return ["knotd", "-c", f"{self.folder}/conf"]
 
     def forget(self):
-        """Gives the stopped server its first zone again."""
+        """Restores the initial zone of the stopped server."""
         for file in self.sandbox.path(f"{self.folder}/{self.storage}").rglob("*.mdb"):
             file.unlink()
         self.write_zone()
 
     def configuration(self):
-        #  One rule has to cover all records of a message, so the port names stand beside the host names.
+        #  One rule must cover all records of a message, so the port names are listed with the host names.
         children = ("", "_8443._https.", "_9443._https.")
         names = [f"{child}{name}." for name in self.allowed for child in children]
         zone = [
@@ -318,7 +318,7 @@ class Knot(Server):
 
 
 class PowerDns(Server):
-    """Its keys and zones are in an SQLite database; a key may change all of a zone."""
+    """Its keys and zones are in an SQLite database. A key may change the whole zone."""
 
     program = "pdns_server"
     package = "pdns-server, pdns-backend-sqlite3"
@@ -343,7 +343,7 @@ class PowerDns(Server):
         self.write_keys()
 
     def write_keys(self):
-        """Makes the database, from which the running server reads, hold the keys as they are now."""
+        """Writes the current keys into the database, from which the running server reads them."""
         for name, text in self.keys.items():
             self.tool("import-tsig-key", name, self.algorithm, text)
         self.tool("set-meta", ZONE, "TSIG-ALLOW-DNSUPDATE", self.granted)

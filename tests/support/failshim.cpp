@@ -1,8 +1,7 @@
-//  The functions that the fault shim stands in front of (failshim.h has the rules).
+//  The functions that the fault shim replaces (failshim.h has the rules).
 //
-//  Left out are the functions that have no failure to report or whose failure has no form: getpid, umask, tzset, sysconf
-//  for the page size, mallopt, the spin locks, the functions on strings and signal sets, and those that give something
-//  back without a result.
+//  Not replaced are functions that cannot report a failure: getpid, umask, tzset, sysconf for the page size, mallopt,
+//  the spinlocks, functions on strings and signal sets, and functions without a result that free a resource.
 #include "failshim.h"
 
 #include <arpa/inet.h>
@@ -31,7 +30,7 @@ FUNCTION next(FUNCTION, const char* name) {
     return reinterpret_cast<FUNCTION>(dlsym(RTLD_NEXT, name));
 }
 
-//  -1 with errno, or 0 where the plan asks for a result that is short.
+//  Returns -1 and sets errno, or returns 0 if the plan requires a short result.
 int refused() {
     return failshim::error() == 0 ? 0 : -1;
 }
@@ -40,7 +39,7 @@ int refused() {
 
 #define STRIKES(name) failshim::strikes(#name, __builtin_return_address(0))
 
-//  Defines name with these parameters, which passes these arguments on, and whose result is failure when the plan strikes.
+//  Defines the replacement of function name, which calls the original, or returns failure if the plan requires it.
 #define STAND_BEFORE(result, name, parameters, arguments, failure)                                                     \
     result name parameters {                                                                                           \
         static const auto real = next(&::name, #name);                                                                 \
@@ -132,7 +131,7 @@ int close(int fd) {
     return -1;
 }
 
-//  What putchar becomes is the compiler's choice.
+//  The compiler may replace putchar by one of several functions.
 int putchar(int c) {
     return STRIKES(putchar) ? EOF : fputc(c, stdout);
 }
@@ -148,7 +147,7 @@ int fclose(FILE* file) {
     return fails ? EOF : result;
 }
 
-//  A mode that was not given is read and passed on all the same; the system does not look at it.
+//  The mode is read and passed on even if the caller did not pass one; the system then ignores it.
 int open(const char* path, int flags, ...) {
     using Open = int (*)(const char*, int, ...);
     static const auto real = reinterpret_cast<Open>(dlsym(RTLD_NEXT, "open"));
@@ -159,7 +158,7 @@ int open(const char* path, int flags, ...) {
     return STRIKES(open) ? -1 : real(path, flags, mode);
 }
 
-//  One argument of a pointer's size carries every command's own.
+//  One argument of pointer size is sufficient for the argument of every command.
 int fcntl(int fd, int command, ...) {
     using Fcntl = int (*)(int, int, ...);
     static const auto real = reinterpret_cast<Fcntl>(dlsym(RTLD_NEXT, "fcntl"));

@@ -1,4 +1,4 @@
-//  The plan of the fault shim: what is counted, and when it strikes.
+//  The plan of the fault shim: counts calls and decides which ones fail.
 #include <fcntl.h>
 #include <link.h>
 #include <sys/syscall.h>
@@ -31,7 +31,7 @@ std::atomic<unsigned> g_calls{0};
 std::uintptr_t g_begin = 0;
 std::uintptr_t g_end = 0;
 
-//  The first object in the list is the executable.
+//  The first object of the list is the executable.
 int find_executable(dl_phdr_info* info, size_t, void*) {
     g_begin = UINTPTR_MAX;
     for (int i = 0; i < info->dlpi_phnum; ++i) {
@@ -72,7 +72,7 @@ __attribute__((constructor)) void read_plan() {
     g_how = how_of(how);
 }
 
-//  By system calls: the shim stands in front of the library's functions.
+//  Uses system calls directly, because the shim replaces the library's functions.
 void report(unsigned call) {
     const char* const path = getenv("FAILSHIM_REACHED");
     if (path == nullptr) {

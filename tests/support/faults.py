@@ -1,10 +1,10 @@
-"""The test's side of the fault shim (failshim.h has the rules).
+"""The test's interface to the fault shim (failshim.h has the rules).
 
     faults = Faults(sandbox, library)
     plan = faults.plan("fcntl", 2, "once", "EIO")
     process = host.start("-run", env=faults.env(host.clock, plan))
     ...
-    faults.reached()        # how often the plan has struck since it was made
+    faults.reached()        # how often the plan made a call fail
 """
 
 import errno
@@ -16,7 +16,7 @@ REACHED = "/mnt/failshim.reached"
 
 
 def number_of(error):
-    """The number of an error: the name of an errno or of a resolver's error, or the number itself."""
+    """Returns the number of an error, given as the name of an errno, the name of a resolver error, or a number."""
     if hasattr(errno, error):
         return getattr(errno, error)
     return getattr(socket, error) if hasattr(socket, error) else int(error)
@@ -28,12 +28,12 @@ class Faults:
         shutil.copy(library, sandbox.path(INSIDE))
 
     def plan(self, function, nth, how, error="0", where="first"):
-        """Forgets what an earlier plan has reached."""
+        """Creates a plan and clears the count of the previous one."""
         self._reached.unlink(missing_ok=True)
         return f"{function} {nth} {how} {number_of(error)} {where}"
 
     def env(self, clock, plan):
-        """The shim stands before the clock."""
+        """The shim is loaded before the clock."""
         preload = f"{INSIDE}:{clock.env['LD_PRELOAD']}"
         return {"LD_PRELOAD": preload, "FAILSHIM_PLAN": plan, "FAILSHIM_REACHED": REACHED}
 

@@ -1,4 +1,4 @@
-"""Waiting for and waking another process at a word of shared memory (futex(2))."""
+"""Waits for another process, and wakes it, through a word of shared memory (futex(2))."""
 
 import ctypes
 
@@ -15,12 +15,12 @@ def _address(structure, field):
 
 
 def wake(structure, field):
-    """Wakes everybody who waits at the field of the ctypes structure."""
+    """Wakes all waiters on the field of the ctypes structure."""
     _libc.syscall(_SYS_FUTEX, _address(structure, field), _FUTEX_WAKE, 1 << 20, None, None, 0)
 
 
 def wait(structure, field, seen, patience):
-    """Waits until the field is something else than seen. Returns whether it is, after at most patience seconds."""
+    """Waits until the field differs from seen, at most patience seconds. Returns whether it differs."""
     tenth = _Timespec(0, 100_000_000)
     while getattr(structure, field) == seen and patience > 0:
         _libc.syscall(_SYS_FUTEX, _address(structure, field), _FUTEX_WAIT, seen, ctypes.byref(tenth), None, 0)

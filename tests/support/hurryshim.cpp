@@ -1,21 +1,22 @@
-//  Preloaded into a program that uses the open client library: the waits of the library's workers pass quickly.
+//  Preloaded into a program that uses the open client library: shortens the waits of the library's workers.
 //
-//  Replaced: poll, for its waits with a limit. A worker's wait between two pieces of work (idle, until the next check, or
-//  the back-off after a failure) has the worker's eventfd as its first descriptor, and an exchange with a server has its
-//  socket there, which tells them apart:
+//  Replaces poll with a limit. The first descriptor distinguishes two kinds of wait: for a worker's wait between two
+//  pieces of work (idle, until the next check, or the back-off after a failure) it is the worker's eventfd; for an
+//  exchange with a server it is its socket:
 //
-//      first descriptor    limit                                       written down
-//      eventfd             a fiftieth, not less than 1 ms              yes
-//      any other           as it is, or divided by HURRYSHIM_SOCKETS   no
+//      first descriptor    limit                                       recorded
+//      eventfd             a fiftieth, at least 1 ms              yes
+//      any other           unchanged, or divided by HURRYSHIM_SOCKETS   no
 //
-//  The monotonic clock stays real, so a wait that ran out ends early by it; the worker takes the result of poll for due.
+//  The monotonic clock stays real, so a shortened wait ends early by that clock. The worker uses the result of poll
+//  instead.
 //
-//  HURRYSHIM_FILE     each worker's wait is appended to it, "begin MILLISECONDS\n" and "end MILLISECONDS RESULT\n": the
-//                     limit as it was asked for and what poll returned, 0 when the time ran out. Without it nothing is
-//                     written down.
-//  HURRYSHIM_SOCKETS  a whole number from 1 up.
+//  HURRYSHIM_FILE     file to which each wait of a worker is appended: "begin MILLISECONDS\n" and "end MILLISECONDS
+//                     RESULT\n", with the requested limit and the result of poll, 0 if the time expired. Without it
+//                     nothing is recorded.
+//  HURRYSHIM_SOCKETS  a whole number of at least 1.
 //
-//  Threads: any.
+//  Threads: any thread may call poll.
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <poll.h>
@@ -54,7 +55,7 @@ int shortened(int timeout, int divisor) {
     return timeout == 0 ? 0 : std::max(1, timeout / divisor);
 }
 
-//  One write for each line: lines of several threads stay whole.
+//  One write per line, so that lines of several threads do not mix.
 void writeDown(const char* line) {
     const char* const path = getenv("HURRYSHIM_FILE");
     const int fd = path == nullptr ? -1 : open(path, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0666);
@@ -64,7 +65,7 @@ void writeDown(const char* line) {
     close(fd);
 }
 
-//  Waits as a worker does.
+//  Waits in place of a worker.
 int hurry(pollfd* descriptors, nfds_t count, int timeout) {
     char line[40];
     snprintf(line, sizeof line, "begin %d\n", timeout);
@@ -79,7 +80,7 @@ int hurry(pollfd* descriptors, nfds_t count, int timeout) {
 
 }  // namespace
 
-//  Under a name of its own, since the C library's declaration calls the descriptors write-only.
+//  Has a different name in C++ because the C library declares the descriptors as write-only.
 extern "C" int hurriedPoll(pollfd* descriptors, nfds_t count, int timeout) __asm__("poll");
 
 int hurriedPoll(pollfd* descriptors, nfds_t count, int timeout) {

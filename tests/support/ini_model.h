@@ -1,4 +1,4 @@
-//  The ini grammar a second time, as one machine with five states that is fed the whole file.
+//  A second implementation of the ini grammar: a machine with five states that reads the whole file.
 #ifndef TESTS_SUPPORT_INI_MODEL_H
 #define TESTS_SUPPORT_INI_MODEL_H
 

@@ -1,4 +1,4 @@
-"""The test's side of the journal client library (journal_rdb.h has the memory and the file)."""
+"""The test's interface to the journal client library (journal_rdb.h describes memory and file)."""
 
 import ctypes
 import mmap
@@ -19,12 +19,12 @@ FUNCTIONS = (
     "rdb_disconnect",
     "rdb_destory",
 )
-UNTOUCHED = -1  # the tag class where rdb_taginport stores none
+UNTOUCHED = -1  # tag class if rdb_taginport does not change it
 _ENTRY = struct.Struct("<qiiiiII")
 
 
 class Call(NamedTuple):
-    """One call: journal_rdb.h says what number and payload are."""
+    """One call; journal_rdb.h explains number and payload."""
 
     wall_ns: int
     function: str
@@ -51,7 +51,7 @@ class _Control(ctypes.Structure):
 
 
 class Journal:
-    """One journal library in the directory (of the sandbox) that it is loaded from."""
+    """One journal library in the sandbox directory from which it is loaded."""
 
     def __init__(self, sandbox, directory):
         self._file = sandbox.path(f"{directory}/rdb.journal")
@@ -67,15 +67,15 @@ class Journal:
         }
 
     def answer(self, function, result):
-        """What the function returns from now on."""
+        """Sets the result of the function from now on."""
         self._control.results[FUNCTIONS.index(function)] = result
 
     def tag_class(self, queried=2, imported=UNTOUCHED):
-        """The tag classes that rdb_tagget and rdb_taginport store from now on."""
+        """Sets the tag classes that rdb_tagget and rdb_taginport store from now on."""
         self._control.query_class, self._control.import_class = queried, imported
 
     def event(self, handle, code):
-        """Delivers an event on the library's thread. Returns when the service has taken it."""
+        """Delivers an event on the library's thread. Returns when the service has handled it."""
         self._control.handle, self._control.code = handle, code
         self._post(0)
 
@@ -94,7 +94,7 @@ class Journal:
         assert futex.wait(self._control, "delivered", before, PATIENCE), "the library never delivered"
 
     def calls(self):
-        """All calls so far, each of which must have come from the main thread."""
+        """Returns all calls so far, which must all come from the main thread."""
         content = self._file.read_bytes() if self._file.exists() else b""
         found, at = [], 0
         while at < len(content):

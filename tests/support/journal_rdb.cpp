@@ -1,10 +1,10 @@
-//  A client library for runs of many thousand calls: it writes every call into a file and keeps nothing in memory, so
-//  that whatever grows in the process belongs to the service.
+//  A client library for runs of many thousand calls. It writes every call to a file and stores nothing in memory, so
+//  any growth of the process is caused by the service.
 //
 //  JOURNAL_RDB_FILE      the journal
 //  JOURNAL_RDB_CONTROL   the shared page (journal_rdb.h)
 //
-//  Its one thread begins with the first rdb_create and blocks all signals: they are for the service's own thread.
+//  Its only thread starts with the first rdb_create and blocks all signals, which are for the service's own thread.
 #include "journal_rdb.h"
 
 #include "rdbapi.h"
@@ -64,7 +64,7 @@ void serve() {
     }
 }
 
-//  The service has no use for the library without the two files.
+//  Opens the two files. Without them the library is of no use, so a failure ends the process.
 void open_outside() {
     g_journal = open(std::getenv("JOURNAL_RDB_FILE"), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0666);
     const int fd = open(std::getenv("JOURNAL_RDB_CONTROL"), O_RDWR | O_CLOEXEC);
@@ -83,7 +83,7 @@ void open_outside() {
     pthread_sigmask(SIG_SETMASK, &before, nullptr);
 }
 
-//  Writes the call down whole or not at all, with no lock: a signal handler may have interrupted another one.
+//  Appends the call in one write, without a lock, because a signal handler may have interrupted another call.
 int enter(JournalFunction function, int handle, int result, int number, const void* payload, std::size_t size) {
     timespec now{};
     clock_gettime(CLOCK_REALTIME, &now);

@@ -1,20 +1,20 @@
-//  The memory that a test and the journal client library share (journal_rdb.cpp).
+//  The memory shared by a test and the journal client library (journal_rdb.cpp).
 //
 //      +---------+---------+
 //      | answers | mailbox |     one file of a page, mapped by both
 //      +---------+---------+
 //
-//  answers holds what the servers say from now on, until the test writes something else. The mailbox carries one event
-//  or reply at a time to the library's thread: the test fills it and adds 1 to posted; the thread calls the service and
-//  adds 1 to delivered. Both counters are futexes.
+//  answers contains the servers' results until the test changes them. The mailbox passes one event or reply at a time
+//  to the library's thread: the test fills it and adds 1 to posted; the thread calls the service and adds 1 to
+//  delivered. Both counters are futexes.
 //
-//  The journal is a file that every call appends one entry to: a JournalEntry and its payload of size bytes.
+//  The journal is a file to which each call appends a JournalEntry and its payload of size bytes.
 //
 //      function              number         payload
-//      rdb_connectex         reserved       url, account and password, each with its zero
+//      rdb_connectex         reserved       url, user and password, each with its zero
 //      rdb_callmsg           length         the text
-//      rdb_tagget            0              the record as given
-//      rdb_taginport         mode           the record as given
+//      rdb_tagget            0              the record as passed
+//      rdb_taginport         mode           the record as passed
 //      rdb_objputsnapshot    count          the records
 //      all others            0              nothing
 #ifndef TESTS_SUPPORT_JOURNAL_RDB_H
@@ -37,9 +37,9 @@ enum class JournalFunction : std::int32_t {
 constexpr int journal_functions = 9;
 
 struct JournalAnswers {
-    std::int32_t results[journal_functions];  // returned by the functions; rdb_create ignores its own
-    std::int32_t query_class;                 // tag class that rdb_tagget stores; all else but the name becomes 0xa5
-    std::int32_t import_class;                // tag class that rdb_taginport stores; negative leaves the byte alone
+    std::int32_t results[journal_functions];  // results of the functions; that of rdb_create is ignored
+    std::int32_t query_class;   // tag class that rdb_tagget stores; it sets all other bytes except the name to 0xa5
+    std::int32_t import_class;  // tag class that rdb_taginport stores; if negative, the byte is unchanged
     std::int32_t unused;
 };
 
@@ -49,9 +49,9 @@ struct JournalMailbox {
     std::atomic<std::uint32_t> posted;
     std::atomic<std::uint32_t> delivered;
     JournalPost post;
-    std::int32_t handle;  // event: whose receiver is called
-    std::int32_t code;    // event: its code
-    std::int32_t length;  // reply: bytes of text; it goes to the receiver named in the last rdb_callmsg
+    std::int32_t handle;  // event: handle whose callback is called
+    std::int32_t code;    // event: code of the event
+    std::int32_t length;  // reply: bytes of text; it goes to the callback of the last rdb_callmsg
     char text[4024];
 };
 

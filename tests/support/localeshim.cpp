@@ -1,7 +1,7 @@
-//  Preloaded into a program under test: the locale that its environment names is in force before its main.
+//  Preloaded into a program under test: sets the locale given by the environment before main runs.
 //
-//  ADDRPUBD_DECIMAL_MARK says what that locale writes between units and tenths. A program in which something else is in
-//  force says so and ends with status 125, so that no test passes in another locale than it believes.
+//  ADDRPUBD_DECIMAL_MARK is the decimal mark of that locale. If the active locale has another one, the program prints
+//  an error and exits with status 125, so that no test passes in another locale than intended.
 #include <unistd.h>
 
 #include <clocale>

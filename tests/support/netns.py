@@ -1,6 +1,6 @@
-"""Work in a sandbox's network namespace from this process: a thread goes into it, and so do the threads that it starts.
+"""Runs code of this process in a sandbox's network namespace: a thread, and the threads that it starts, enter it.
 
-A socket belongs for ever to the namespace that its thread was in when it made it.
+A socket always belongs to the namespace in which its thread was when it created the socket.
 """
 
 import ctypes
@@ -11,7 +11,7 @@ _CLONE_NEWNET = 0x40000000
 
 
 def enter(sandbox):
-    """Takes the calling thread into the sandbox's network namespace, for good."""
+    """Moves the calling thread into the sandbox's network namespace, permanently."""
     namespace = os.open(sandbox.path("/proc/1/ns/net"), os.O_RDONLY)
     try:
         assert ctypes.CDLL(None, use_errno=True).setns(namespace, _CLONE_NEWNET) == 0, os.strerror(ctypes.get_errno())
@@ -20,7 +20,7 @@ def enter(sandbox):
 
 
 def inside(sandbox, function):
-    """Runs function there, on a thread of its own, and returns its result or raises what it raised."""
+    """Runs function there on a new thread. Returns its result or raises its exception."""
     result, raised = [], []
 
     def work():

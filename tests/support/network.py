@@ -1,7 +1,7 @@
-"""The addresses and links of a sandbox, changed over netlink (rtnetlink(7)): some microseconds for each change.
+"""The addresses and links of a sandbox, changed through netlink (rtnetlink(7)), in some microseconds per change.
 
-A socket belongs for ever to the network namespace that its thread was in when it made it, so one thread goes into the
-sandbox's namespace, makes the socket and ends.
+A socket always belongs to the network namespace in which its thread was when it created the socket. So a thread enters
+the sandbox's namespace, creates the socket and ends.
 """
 
 import ctypes
@@ -10,7 +10,7 @@ import socket
 import struct
 import threading
 
-LO = 1  # the index of every sandbox's loopback device
+LO = 1  # index of the loopback device in every sandbox
 
 _CLONE_NEWNET = 0x40000000
 _NLMSG_ERROR, _NLMSG_DONE = 2, 3
@@ -49,7 +49,7 @@ class Network:
         self._socket.close()
 
     def add(self, *addresses, link=LO):
-        """Gives a link addresses (texts), at once and without duplicate address detection."""
+        """Adds addresses (texts) to a link at once, without duplicate address detection."""
         for address in addresses:
             self._address(_RTM_NEWADDR, _CREATE_NEW, address, link)
 
@@ -63,7 +63,7 @@ class Network:
         self._change(_RTM_NEWLINK, 0, body)
 
     def addresses(self):
-        """All IPv6 addresses as 16 bytes each, in the order in which the system lists them."""
+        """Returns all IPv6 addresses, 16 bytes each, in the order of the system's list."""
         self._send(_RTM_GETADDR, _DUMP, _IFADDRMSG.pack(socket.AF_INET6, 0, 0, 0, 0))
         found = []
         while True:

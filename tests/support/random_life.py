@@ -1,4 +1,4 @@
-"""A seeded random life of a host and its servers: what can happen, how often, and in which proportions."""
+"""Random events of a host and its servers from a seed: their kinds, frequencies and proportions."""
 
 import random
 
@@ -16,19 +16,19 @@ ERRORS = (1, -1, 17, 2147483647, -2147483648)
 
 
 class RandomLife:
-    """Lives on a world. changes counts the addresses that came or went.
+    """Applies random events to a scenario. changes counts the addresses that were added or removed.
 
-    It begins with all addresses there are, so that the service has soon met the longest list.
+    It starts with all addresses, so that the service gets the longest list early.
     """
 
-    def __init__(self, world, seed):
-        self._world = world
+    def __init__(self, scenario, seed):
+        self._scenario = scenario
         self._random = random.Random(seed)
         self._present = set(USUAL + FLOOD)
-        self._away = 0  # nanoseconds by which the wall clock is in another era
+        self._away = 0  # offset of the wall clock in another era, nanoseconds
         self._can_list = True
         self.changes = 0
-        world.add(*USUAL, *FLOOD)
+        scenario.add(*USUAL, *FLOOD)
         self._happenings = {
             self._address: 700,
             self._lost_or_back: 60,
@@ -43,11 +43,11 @@ class RandomLife:
         }
 
     def live(self, seconds, pause):
-        """Lets this many whole seconds pass, with a happening every pause seconds on average."""
+        """Lets this many whole seconds pass, with an event every pause seconds on average."""
         left = round(seconds * SECOND)
         while left > 0:
             length = min(left, round(self._random.choice((0.02, 0.1, 0.3, 1, 2.45)) * pause * 1.3 * 20) * SECOND // 20)
-            self._world.run(length / SECOND)
+            self._scenario.run(length / SECOND)
             left -= length
             (happening,) = self._random.choices(list(self._happenings), self._happenings.values())
             happening()
@@ -61,50 +61,50 @@ class RandomLife:
     def _toggle(self, *addresses):
         for address in addresses:
             if address in self._present:
-                self._world.network.remove(address)
+                self._scenario.network.remove(address)
             else:
-                self._world.network.add(address)
+                self._scenario.network.add(address)
         self._present ^= set(addresses)
         self.changes += len(addresses)
-        self._world.look(self._can_list)
+        self._scenario.look(self._can_list)
 
     def _lost_or_back(self):
         server = self._random.choice((RDB, DNS))
-        self._world.event(server, self._random.choice((CONNECTED, CONNECTED, DISCONNECTED)))
+        self._scenario.event(server, self._random.choice((CONNECTED, CONNECTED, DISCONNECTED)))
 
     def _strange_event(self):
-        self._world.event(self._random.choice((RDB, DNS)), self._random.choice((0, -1, 60000, 60002, 60004)))
+        self._scenario.event(self._random.choice((RDB, DNS)), self._random.choice((0, -1, 60000, 60002, 60004)))
 
     def _step(self):
         seconds = self._random.choice(STEPS)
-        if self._world.wall_ns() + seconds * SECOND > 0:
-            self._world.step(seconds)
+        if self._scenario.wall_ns() + seconds * SECOND > 0:
+            self._scenario.step(seconds)
 
     def _other_era(self):
-        """To another era, or back to the own one."""
+        """Sets the clock to another era, or back to the initial one."""
         if self._away:
-            self._world.step(-self._away / SECOND)
+            self._scenario.step(-self._away / SECOND)
             self._away = 0
             return
-        before = self._world.wall_ns()
-        self._world.set_clock(self._random.randint(*self._random.choice(ERAS)))
-        self._away = self._world.wall_ns() - before
+        before = self._scenario.wall_ns()
+        self._scenario.set_clock(self._random.randint(*self._random.choice(ERAS)))
+        self._away = self._scenario.wall_ns() - before
 
     def _trouble(self):
         if self._random.random() < 0.3:
-            self._world.tag_class(self._random.choice((0, 1, 2, 255)), self._random.choice((-1, 0, 2)))
+            self._scenario.tag_class(self._random.choice((0, 1, 2, 255)), self._random.choice((-1, 0, 2)))
         else:
-            self._world.answer(self._random.choice(TROUBLES), self._random.choice(ERRORS))
+            self._scenario.answer(self._random.choice(TROUBLES), self._random.choice(ERRORS))
 
     def _recovery(self):
-        self._world.tag_class()
+        self._scenario.tag_class()
         for function in TROUBLES:
-            self._world.answer(function, 0)
+            self._scenario.answer(function, 0)
 
     def _unable_to_list(self):
         self._can_list = not self._can_list
-        self._world.allow_listing(self._can_list)
+        self._scenario.allow_listing(self._can_list)
 
     def _reply(self):
-        if self._world.model.seqno > 0:
-            self._world.reply(b'{"seqno":%d,"code":0}' % self._world.model.seqno)
+        if self._scenario.model.seqno > 0:
+            self._scenario.reply(b'{"seqno":%d,"code":0}' % self._scenario.model.seqno)

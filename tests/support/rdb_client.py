@@ -1,26 +1,26 @@
 """A client library under test in a child process of a sandbox, with its events, replies and syslog lines.
 
-    log = Syslog(sandbox)                        # optional; before the programs that write to it
+    log = Syslog(sandbox)                        # optional; create it before the programs that write to it
     client = RdbClient(sandbox, LIBRARY, SHIM)   # LIBRARY: a librdbapix64.so, SHIM: libhurryshim.so or None
     handle = client.open(url, user, password)    # create, notify and connect
     client.wait_event(handle, CONNECTED)
     assert client.put(handle, "host1", "2001:db8::1") == 0
     client.wait_reply(client.request(handle, text))
-    client.close()                               # ends the child by SIGKILL if it still runs
+    client.close()                               # kills the child if it still runs
 
-Each call is made on the child's main thread and returns the library's own result. Events and replies come from the
-library's threads in the order in which they were delivered; client.journal holds all of them:
+Each call is made on the child's main thread and returns the result of the library. Events and replies come from the
+library's threads in the order of delivery; client.journal has all of them:
 
     {"event": CODE, "handle": H}
-    {"reply": ID, "text": TEXT}        ID: the number that request() returned
+    {"reply": ID, "text": TEXT}        ID: the result of request()
 
-With the shim the worker's own waits take a fiftieth of their time, down to 1 ms, and are written down as asked for
-(hurryshim.cpp); client.waits() lists them, client.attempts() what the worker did between them. Exchanges keep their real
-limits, but with sockets=N, which divides the limits of waits on sockets by N: for servers that stay silent. environment
-comes on top; an LD_PRELOAD in it is kept.
+With the shim, the worker's own waits last a fiftieth of their time, at least 1 ms, and the requested times are recorded
+(hurryshim.cpp). client.waits() lists them, client.attempts() the worker's actions between them. Exchanges keep their
+real limits, unless sockets=N divides the limits of waits on sockets by N, for servers that do not answer. environment
+is added to the environment; an LD_PRELOAD in it is kept.
 
-Syslog gives the sandbox a /dev of its own with the usual devices and the socket /dev/log, which a thread here reads;
-lines() are the texts without priority and time, such as "python3: rdbapi: dns://...: works again".
+Syslog gives the sandbox a separate /dev with the usual devices and the socket /dev/log, which a thread here reads.
+lines() returns the texts without priority and time, such as "python3: rdbapi: dns://...: works again".
 """
 
 import contextlib
@@ -36,7 +36,7 @@ from pathlib import Path
 from sandbox import PATIENCE, wait_until
 
 AGENT = Path(__file__).with_name("rdb_client_agent.py")
-LONGEST_WAIT = 60000  # ms; of a back-off and, unless a url says otherwise, until the next check
+LONGEST_WAIT = 60000  # ms; of a back-off and, by default, until the next check
 LONGEST_BACKOFF_OF_SIX = 40000  # ms; after six failures
 CONNECTED = 60001
 DISCONNECTED = 60003
@@ -59,7 +59,7 @@ _HEADER = re.compile(r"^<(\d+)>(?:\w{3} [ \d]\d \d\d:\d\d:\d\d )?")
 
 
 class Syslog:
-    """What the programs of one sandbox write to syslog. At most one for each sandbox."""
+    """The syslog messages of the programs of one sandbox. At most one object per sandbox."""
 
     def __init__(self, sandbox, reading=True):
         sandbox.run("/bin/sh", "-c", _PRIVATE_DEV)
@@ -76,7 +76,7 @@ class Syslog:
             self._texts.append(data.rstrip(b"\n\0").decode(errors="backslashreplace"))
 
     def fill(self):
-        """Fills the socket of a daemon that does not read: whoever waits for room in it waits for ever."""
+        """Fills the socket of a daemon that does not read: a program that waits for room in it waits for ever."""
         with socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM) as sender:
             sender.setblocking(False)
             sender.connect(self._socket.getsockname())
@@ -85,19 +85,19 @@ class Syslog:
                     sender.send(b"<27>full")
 
     def read(self):
-        """Begins to read."""
+        """Starts to read."""
         self._thread.start()
 
     def raw(self):
-        """All texts so far as they came, with priority and time."""
+        """Returns all texts so far, with priority and time."""
         return list(self._texts)
 
     def lines(self, part=""):
-        """The texts so far that contain part, without priority and time."""
+        """Returns the texts so far that contain part, without priority and time."""
         return [line for text in self.raw() if part in (line := _HEADER.sub("", text))]
 
     def wait(self, part, count=1):
-        """Waits for so many lines that contain part. Returns them."""
+        """Waits for count lines that contain part. Returns them."""
         return wait_until(lambda: found if len(found := self.lines(part)) >= count else None, f"syslog: {part!r}")
 
     def close(self):
@@ -125,7 +125,7 @@ class RdbClient:
         self._sandbox = sandbox
         self.process = sandbox.spawn(*argv, env=environment, stdin=inside)
         os.close(inside)
-        self._taken = 0  # bytes of the child's output that are in journal or results
+        self._taken = 0  # bytes of the child's output that were processed
         self._results = []
         self._requests = 0
         self.journal = []
@@ -179,7 +179,7 @@ class RdbClient:
         return self._call("destroy", handle)
 
     def open(self, url, user, password):
-        """A new handle that is connecting."""
+        """Returns a new handle that is connecting."""
         handle = self.create()
         assert handle >= 0
         assert self.notify(handle) == 0
@@ -187,23 +187,23 @@ class RdbClient:
         return handle
 
     def request(self, handle, text):
-        """A callmsg that is taken. Returns the ID of the reply."""
+        """Makes a callmsg that is accepted. Returns the ID of the reply."""
         code, number = self.callmsg(handle, text)
         assert code == 0, f"rdb_callmsg: {code}"
         return number
 
     def events(self, handle):
-        """The event codes of a handle so far."""
+        """Returns the event codes of a handle so far."""
         self._read()
         return [record["event"] for record in self.journal if record.get("handle") == handle]
 
     def replies(self):
-        """The replies so far as (ID, text)."""
+        """Returns the replies so far as (ID, text)."""
         self._read()
         return [(record["reply"], record["text"]) for record in self.journal if "reply" in record]
 
     def wait_event(self, handle, code, count=1):
-        """Waits until the handle has had the event so many times in all."""
+        """Waits until the handle has had the event count times in total."""
         wait_until(lambda: self.events(handle).count(code) >= count, f"event {code} of handle {handle}")
 
     def wait_reply(self, number):
@@ -216,17 +216,17 @@ class RdbClient:
         return [line.split() for line in file.read_text().splitlines()] if file.exists() else []
 
     def waits(self):
-        """The worker's waits that have ended: (milliseconds asked for, True when the time ran out)."""
+        """Returns the worker's waits that have ended: (requested milliseconds, whether the time expired)."""
         return [(int(asked), result == "0") for _, asked, *ended in self._wait_lines() for result in ended]
 
     def now(self):
-        """This moment, for attempts()."""
+        """Returns the current position, for attempts()."""
         return len(self._wait_lines())
 
     def attempts(self, since):
-        """What the worker began of itself after a moment, because a wait had run out, and has ended.
+        """Returns the worker's own attempts that started after an expired wait since a position, and have ended.
 
-        Each is told by the milliseconds of the wait that it ended with.
+        Each is represented by the milliseconds of the wait that follows it.
         """
         found, busy = [], False
         for what, asked, *result in self._wait_lines()[since:]:
@@ -236,11 +236,11 @@ class RdbClient:
         return found
 
     def wait_first_attempt(self, held, what, since=None):
-        """Waits until held() by the first attempt that the worker begins of itself since a moment, now by default.
+        """Waits until held(), which must become true by the worker's first own attempt since a position (default: now).
 
-        An attempt that ends in vain is followed by a back-off, a success by the wait for the next check, and held() must
-        not be false once an attempt has ended. Only from the seventh failure on a back-off can be as long as the wait for
-        a check; then the latter alone tells. However long the failure lasted, no wait is longer than a minute.
+        A failed attempt is followed by a back-off, a success by the wait for the next check; held() must be true when
+        the attempt has ended. Only after seven failures a back-off can be as long as the wait for a check; then only
+        held() shows success. No wait is longer than a minute.
         """
         since = self.now() if since is None else since
 

@@ -1,7 +1,7 @@
-"""The child of rdb_client.py: loads the client library named by its argument and makes the calls it is told to make.
+"""The child of rdb_client.py: loads the client library given by its argument and makes the requested calls.
 
 A line of standard input is one call, ["NAME", argument...]; a line of standard output is {"result": ...},
-{"event": ..., "handle": ...} or {"reply": ..., "text": ...}. Ends with its input.
+{"event": ..., "handle": ...} or {"reply": ..., "text": ...}. Exits at the end of its input.
 """
 
 import ctypes
@@ -44,12 +44,12 @@ assert (ctypes.sizeof(Tag), ctypes.sizeof(Snapshot)) == (256, 1104)
 
 
 class Library:
-    """The calls, by the names that standard input uses."""
+    """The calls, by the names used on standard input."""
 
     def __init__(self, path):
         self._functions = ctypes.CDLL(path)
         self._lock = threading.Lock()
-        self._kept = []  # callbacks, which the library may use until the end
+        self._kept = []  # callbacks, which the library may use until the process ends
 
     def write(self, **record):
         line = json.dumps(record).encode() + b"\n"

@@ -1,4 +1,4 @@
-"""The test's side of the recording client library (recording_control.cpp has the commands and the file)."""
+"""The test's interface to the recording client library (recording_control.cpp describes commands and file)."""
 
 import json
 import socket
@@ -13,7 +13,7 @@ _HEX_FIELDS = ("url", "account", "password", "text", "record", "record_after")
 
 
 class Recording:
-    """One recording library in the directory (of the sandbox) that it is loaded from."""
+    """One recording library in the sandbox directory from which it is loaded."""
 
     def __init__(self, sandbox, directory, name="rdb"):
         self._log = sandbox.path(f"{directory}/{name}.calls")
@@ -32,12 +32,12 @@ class Recording:
             self._socket.close()
 
     def before_start(self, *commands):
-        """Commands that hold from the library's first call on. Call it before the program starts."""
+        """Sets commands that apply from the library's first call on. Call it before the program starts."""
         with self._script.open("a") as script:
             script.writelines(command + "\n" for command in commands)
 
     def tell(self, command):
-        """Gives a command to the running library. Returns whether it could be obeyed, after it was."""
+        """Sends a command to the running library and waits until it is done. Returns whether it was possible."""
         if self._socket is None:
             wait_until(self._control.exists, "the library's socket")
             self._socket = wait_until(self._connect, "the library to listen")
@@ -69,7 +69,7 @@ class Recording:
         assert self.tell(f"reply {request} {text.hex()}")
 
     def calls(self, *functions):
-        """All calls so far, or those of the named functions, in their order. Texts and records are bytes."""
+        """Returns all calls so far, or those of the named functions, in order. Texts and records are bytes."""
         if not self._log.exists():
             return []
         found = []
@@ -81,20 +81,20 @@ class Recording:
         return found
 
     def names(self):
-        """The calls so far as (function, handle)."""
+        """Returns the calls so far as (function, handle)."""
         return [(call.call, call.handle) for call in self.calls()]
 
     def puts(self):
-        """The values put so far, as the snapshot records hold them."""
+        """Returns the values put so far, as in the snapshot records."""
         return [snapshot(call.record).value for call in self.calls("rdb_objputsnapshot")]
 
     def requests(self):
-        """The request texts handed over so far."""
+        """Returns the texts of the requests so far."""
         return [call.text for call in self.calls("rdb_callmsg")]
 
 
 def snapshot(record):
-    """The fields of one snapshot record that are not always zero."""
+    """Returns the fields of one snapshot record that are not always zero."""
     length = int.from_bytes(record[102:104], "little")
     return SimpleNamespace(
         name=record[:80].split(b"\0")[0],
@@ -106,17 +106,17 @@ def snapshot(record):
 
 
 def expected_snapshot(name, value):
-    """The 1104 bytes of the record that puts value under name."""
+    """Returns the 1104 bytes of the record that puts value under name."""
     name, value = name[:79], value[:999]
     head = name.ljust(80, b"\0") + bytes(8) + bytes(8) + b"\6" + bytes(5) + len(value).to_bytes(2, "little")
     return head + value.ljust(1000, b"\0")
 
 
 def expected_query(name):
-    """The 256 bytes of the record that asks for the tag name."""
+    """Returns the 256 bytes of the record that queries the tag name."""
     return bytes(12) + name[:79].ljust(80, b"\0") + bytes(164)
 
 
 def expected_import(name):
-    """The 256 bytes of the record that imports the tag name."""
+    """Returns the 256 bytes of the record that imports the tag name."""
     return bytes(4) + b"\6" + bytes(7) + name[:79].ljust(80, b"\0") + bytes(97) + b"\2" + b"\0" + b"\1" + bytes(64)

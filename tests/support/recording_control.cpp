@@ -1,20 +1,20 @@
-//  The outside of the recording library when it is a shared library: a test in another process reads its calls from a
-//  file and drives it through a socket.
+//  The external interface of the recording library as a shared library: a test in another process reads the calls from
+//  a file and controls the library through a socket.
 //
-//  RECORDING_RDB_LOG      file that one JSON line is appended to for every call, before the call returns
-//  RECORDING_RDB_SCRIPT   file of command lines that are obeyed before the first rdb_create returns
-//  RECORDING_RDB_CONTROL  path of a Unix stream socket on which a thread obeys command lines; it answers each with
-//                         "ok\n" or "no\n" once the command has taken effect
+//  RECORDING_RDB_LOG      file to which each call appends one JSON line before it returns
+//  RECORDING_RDB_SCRIPT   file of commands, one per line, that are executed before the first rdb_create returns
+//  RECORDING_RDB_CONTROL  path of a Unix stream socket on which a thread receives command lines; it answers each with
+//                         "ok\n" or "no\n" after executing the command
 //
-//  Commands (INDEX is a call's place among the calls of its function, from 0, or * for every call):
+//  Commands (INDEX is the number of a call of the function, from 0, or * for every call):
 //
 //      result FUNCTION INDEX VALUE     class FUNCTION INDEX VALUE
 //      during FUNCTION INDEX EVENT     hold FUNCTION INDEX
 //      event HANDLE EVENT VALUE        reply REQUEST HEXBYTES
 //      held MILLISECONDS               release
 //
-//  The thread begins with the first rdb_create, never before, so that a fork between the load of the library and the
-//  start of the service keeps it.
+//  The thread starts with the first rdb_create, not earlier, so that it exists in the service if the program forks
+//  between loading the library and starting the service.
 #include <fcntl.h>
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -57,7 +57,7 @@ std::string unhex(const std::string& text) {
     return bytes;
 }
 
-//  Every text travels as hexadecimal digits, so nothing needs an escape.
+//  All texts are written as hexadecimal digits, so no escapes are needed.
 void write_line(const Call& call) {
     std::ostringstream line;
     line << "{\"call\":\"" << name_of(call.function) << "\",\"index\":" << call.index
@@ -83,7 +83,7 @@ bool function_named(const std::string& name, Function& function) {
     return false;
 }
 
-//  The commands that name a call: verb FUNCTION INDEX [VALUE].
+//  Executes the commands that refer to a call: verb FUNCTION INDEX [VALUE].
 bool obey_script(const std::string& verb, std::istringstream& words) {
     std::string function_name;
     std::string index_word;
@@ -173,7 +173,7 @@ void listen_on(const char* path) {
         listen(listener, 4) != 0) {
         return;
     }
-    //  A signal that a call of the service is held in must not be handled by the thread that lets the call go.
+    //  A signal for the thread that is held in a call must not be handled by this thread, which releases the call.
     sigset_t all;
     sigset_t before;
     sigfillset(&all);

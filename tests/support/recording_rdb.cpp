@@ -40,13 +40,13 @@ struct State {
     std::function<void(const Call&)> observer;
 };
 
-//  Never destroyed: exit handlers of the program may still call the library.
+//  Never destroyed, because exit handlers of the program may still call the library.
 State& state() {
     static State* const the_state = new State;
     return *the_state;
 }
 
-//  Holds the one lock with all signals blocked, so that a signal handler never finds its own thread inside.
+//  Holds the lock and blocks all signals, so that a signal handler never interrupts a holder on its own thread.
 class Guard {
 public:
     Guard() {
@@ -70,7 +70,7 @@ private:
     sigset_t before_;
 };
 
-//  Readable while a call is held, and while held calls may go on.
+//  A descriptor that is readable while a call is held, and while held calls may continue.
 int held_signal() {
     static const int fd = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
     return fd;
@@ -120,8 +120,8 @@ std::string bytes_of(const void* start, std::size_t size) {
     return start == nullptr ? std::string() : std::string(static_cast<const char*>(start), size);
 }
 
-//  Gives the call its place and its result, applies the script's tag class to the record, remembers it, and then does
-//  what the script wants done without the lock.
+//  Sets the number and the result of the call, applies the scripted tag class to the record, stores the call, and then
+//  executes the scripted actions without the lock.
 int finish(Call& call, RdbTag* tag, std::optional<int> usual_class) {
     Script script;
     {

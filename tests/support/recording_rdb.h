@@ -1,16 +1,16 @@
-//  A stand-in for the client library that does what a test tells it and remembers what the service did to it.
+//  A client library for tests: it returns scripted results and records the service's calls.
 //
-//  The nine functions of rdbapi.h are defined in recording_rdb.cpp. Each call first takes its script (result, tag
-//  class, synchronous event), then is remembered whole: its place in the order of all calls, its arguments and the raw
+//  recording_rdb.cpp defines the nine functions of rdbapi.h. Each call first applies its script (result, tag class,
+//  synchronous event), then is stored completely: its position in the order of all calls, its arguments and the raw
 //  bytes of its records. Without a script every call succeeds: handles are 0, 1, 2, ..., rdb_tagget stores class 2, and
-//  all else returns 0.
+//  all other functions return 0.
 //
-//  Linked into a unit test (target recording_rdb) the functions below are called directly. In the shared library of the
-//  system tests, recording_control.cpp calls them on behalf of a test in another process.
+//  In a unit test (target recording_rdb) the test calls the functions below directly. In the shared library for system
+//  tests, recording_control.cpp calls them for a test in another process.
 //
-//  Threads: every function here and all nine of rdbapi.h may be called from any thread, and rdb_disconnect and
-//  rdb_destory also from a signal handler that interrupted any of them. Callbacks run with no lock held. Nothing is
-//  ever written to standard output or standard error.
+//  Threads: any thread may call these functions and the nine of rdbapi.h; a signal handler that interrupted any of them
+//  may call rdb_disconnect and rdb_destory. Callbacks run without a lock. Nothing is written to standard output or
+//  standard error.
 #ifndef TESTS_SUPPORT_RECORDING_RDB_H
 #define TESTS_SUPPORT_RECORDING_RDB_H
 
@@ -37,17 +37,17 @@ enum class Function : std::uint8_t {
 };
 constexpr std::size_t function_count = 9;
 
-//  The exported name, such as "rdb_create".
+//  Returns the exported name, such as "rdb_create".
 const char* name_of(Function function);
 
-//  One remembered call. Fields that the function has no argument for keep their initial values.
+//  One recorded call. Fields that are not arguments of the function keep their initial values.
 struct Call {
     Function function = Function::create;
-    std::size_t order = 0;     // place among all calls since reset(), from 0
-    std::size_t index = 0;     // place among the calls of the same function, from 0
-    bool main_thread = false;  // made by the thread whose id is the process id
-    int handle = -1;           // argument; for create the handle given out
-    int result = 0;            // as returned
+    std::size_t order = 0;     // number among all calls since reset(), from 0
+    std::size_t index = 0;     // number among the calls of the same function, from 0
+    bool main_thread = false;  // called on the thread whose id is the process id
+    int handle = -1;           // argument; for create the returned handle
+    int result = 0;            // returned value
 
     std::uintptr_t callback = 0;  // setmessagenotify, callmsg: address of the callback
     std::uintptr_t user = 0;      // setmessagenotify, callmsg: user pointer
@@ -57,59 +57,59 @@ struct Call {
     std::string password;
     int reserved = 0;
 
-    std::string text;         // callmsg: the bytes of the request, as many as the length says
+    std::string text;         // callmsg: the bytes of the request, length bytes
     std::int32_t length = 0;  // callmsg: the length argument
-    bool terminated = false;  // callmsg: a NUL follows the text
+    bool terminated = false;  // callmsg: a zero byte follows the text
 
-    std::string record;        // tagget, taginport: 256 bytes as given; objputsnapshot: 1104 bytes for each record
-    std::string record_after;  // tagget, taginport: the 256 bytes as handed back
+    std::string record;        // tagget, taginport: 256 bytes as passed; objputsnapshot: 1104 bytes for each record
+    std::string record_after;  // tagget, taginport: the 256 bytes after the call
     int mode = 0;              // taginport
-    std::int32_t result_before = 0;  // taginport: the integer behind the last argument, as given
+    std::int32_t result_before = 0;  // taginport: the integer that the last argument points to, before the call
     int count = 0;                   // objputsnapshot
 };
 
-//  Forgets calls, scripts, handles and the observer. Call it between two tests of one program.
+//  Clears calls, scripts, handles and the observer. Call it between two tests of one program.
 void reset();
 
-//  Scripts. index counts the calls of that function from 0; every_call sets what all calls without a script of their
-//  own do. A later script for the same call replaces the earlier one.
+//  Scripts. index is the number of the call of that function, from 0; every_call applies to all calls without a
+//  separate script. A later script for the same call replaces the earlier one.
 constexpr std::size_t every_call = SIZE_MAX;
 
-//  What the function returns. For create it is the handle given out.
+//  Sets the result of the function; for create, the returned handle.
 void script_result(Function function, std::size_t index, int result);
 
-//  The class that rdb_tagget or rdb_taginport stores into the caller's record, also when it returns an error.
-//  A negative value leaves the byte alone (which is what rdb_taginport does without a script).
+//  Sets the class that rdb_tagget or rdb_taginport stores in the caller's record, also if it returns an error. A
+//  negative value leaves the byte unchanged, which is the default of rdb_taginport.
 void script_tag_class(Function function, std::size_t index, int tag_class);
 
-//  Lets the call fire an event on the caller's own thread, before it returns. The event goes to the handle of the call.
+//  Makes the call deliver an event on the caller's own thread before it returns. The event has the handle of the call.
 void script_event(Function function, std::size_t index, std::int32_t event);
 
-//  Lets the call wait, after it was remembered, until release_held().
+//  Makes the call wait, after it was stored, until release_held().
 void script_hold(Function function, std::size_t index);
 
-//  Waits until a call is held. Returns false when none was within milliseconds.
+//  Waits until a call is held. Returns false if none is held within milliseconds.
 bool wait_held(int milliseconds);
 void release_held();
 
-//  A copy of all calls so far, in their order; and of those of one function.
+//  Returns a copy of all calls so far in order, or of those of one function.
 std::vector<Call> calls();
 std::vector<Call> calls_of(Function function);
 
-//  Calls the handle's event callback, on the caller's thread or on a new one, and returns after the callback did.
-//  Returns false when the handle has no callback.
+//  Calls the handle's event callback, on the caller's thread or on a new one, and returns after the callback. Returns
+//  false if the handle has no callback.
 bool fire_event(int handle, std::int32_t event, std::int64_t value = 0);
 bool fire_event_from_thread(int handle, std::int32_t event, std::int64_t value = 0);
 
-//  Calls the reply callback of the request with this index, with the text placed so that the byte after its last one
-//  cannot be read. Returns after the callback did; false when there is no such request or it was refused.
+//  Calls the reply callback of the request with this index. The byte after the text is not readable. Returns after the
+//  callback; returns false if there is no such request or if it was refused.
 bool fire_reply(std::size_t request, std::string_view text);
 bool fire_reply_from_thread(std::size_t request, std::string_view text);
 
-//  Called with each call right after it was remembered, one call at a time, with signals blocked. Empty for none.
+//  Called with each call after it was stored, one call at a time, with signals blocked. An empty function removes it.
 void set_observer(std::function<void(const Call&)> observer);
 
-//  Called once, at the beginning of the first rdb_create of the process, with no lock held. reset() keeps it.
+//  Called once, at the start of the process's first rdb_create, without a lock. reset() keeps it.
 void set_first_create_hook(void (*hook)());
 
 }  // namespace recording_rdb

@@ -1,8 +1,8 @@
 """Private mount, IPC, network and PID namespaces for one test, and the programs that run in them.
 
-Inside, /run (and with it /var/run) and /mnt are empty file systems in memory, lo is up with its two usual addresses,
-there are no System V queues, and process 1 is sandbox_agent.py, which also inherits what a program leaves behind.
-Nothing of the machine's own /run, queues, network or addresses can be reached from there by accident.
+Inside, /run (and so /var/run) and /mnt are empty file systems in memory, lo is up with its two usual addresses, there
+are no System V queues, and process 1 is sandbox_agent.py, which also becomes the parent of orphans. The machine's own
+/run, queues, network and addresses cannot be reached by accident.
 """
 
 import fcntl
@@ -19,13 +19,13 @@ from pathlib import Path
 import surroundings
 
 AGENT = Path(__file__).with_name("sandbox_agent.py")
-#  Seconds before a test gives up on something that is certain to come unless the program is wrong.
+#  Seconds before a test gives up waiting for an event that only a faulty program does not cause.
 PATIENCE = 30.0 * surroundings.PATIENCE
-PIPE_SIZE = 1 << 20  # no program under test writes so much that it waits for the test to read
+PIPE_SIZE = 1 << 20  # so large that no program under test waits until the test reads
 
 
 def permitted():
-    """Tells whether this process may make the namespaces."""
+    """Returns whether this process may create the namespaces."""
     command = ["unshare", "--mount", "--ipc", "--net", "--pid", "--fork", "--mount-proc", "true"]
     try:
         return os.geteuid() == 0 and subprocess.run(command, capture_output=True, check=False).returncode == 0
@@ -34,7 +34,7 @@ def permitted():
 
 
 def wait_until(condition, what):
-    """Returns condition()'s first true result. Looks often and gives up after PATIENCE."""
+    """Calls condition() repeatedly and returns its first true result. Fails after PATIENCE."""
     give_up = time.monotonic() + PATIENCE
     while not (result := condition()):
         assert time.monotonic() < give_up, f"waited in vain for {what}"
@@ -43,18 +43,18 @@ def wait_until(condition, what):
 
 
 class Process:
-    """A program inside the sandbox. pid is its number there."""
+    """A program inside the sandbox. pid is its number in there."""
 
     def __init__(self, sandbox, pid, pidfd, output):
         self.sandbox = sandbox
         self.pid = pid
         self._pidfd = pidfd
-        self._output = output  # descriptor: read end of the pipe, or master of the terminal; None for an adopted one
+        self._output = output  # read end of the pipe or master of the terminal; None if adopted
         self._seen = b""
         self._closed = output is None
 
     def _read(self, seconds):
-        """Takes what output there is, waiting for some at most the given time."""
+        """Reads the available output; waits for some at most the given time."""
         if self._closed or not select.select([self._output], [], [], seconds)[0]:
             return
         try:
@@ -65,7 +65,7 @@ class Process:
         self._closed = not piece
 
     def output_so_far(self):
-        """All bytes that have come out until now."""
+        """Returns all output bytes so far."""
         before = None
         while before != self._seen and not self._closed:
             before = self._seen
@@ -73,7 +73,7 @@ class Process:
         return self._seen
 
     def wait_for_output(self, ending):
-        """Waits until the output contains ending. Returns all of it."""
+        """Waits until the output contains ending. Returns all output."""
         give_up = time.monotonic() + PATIENCE
         while ending not in self._seen:
             assert not self._closed and time.monotonic() < give_up, f"no {ending!r} in {self._seen!r}"
@@ -81,7 +81,7 @@ class Process:
         return self._seen
 
     def all_output(self):
-        """All bytes until every process that could write them has gone."""
+        """Returns all bytes, after every process that could write them has ended."""
         give_up = time.monotonic() + PATIENCE
         while not self._closed:
             assert time.monotonic() < give_up, f"output never ended: {self._seen!r}"
@@ -89,12 +89,12 @@ class Process:
         return self._seen
 
     def stop_reading(self):
-        """Closes the test's end of the output: the next byte written there meets a broken pipe."""
+        """Closes the test's end of the output: the next write there fails with EPIPE."""
         os.close(self._output)
         self._output, self._closed = None, True
 
     def type(self, keys):
-        """Types on the terminal."""
+        """Sends keys to the terminal."""
         os.write(self._output, keys)
 
     def running(self):
@@ -104,7 +104,7 @@ class Process:
         self.sandbox.request({"op": "kill", "pid": self.pid, "signal": int(number)})
 
     def wait(self):
-        """Waits for the end. Returns the exit status, or minus the number of the signal that ended it."""
+        """Waits for the end. Returns the exit status, or the negative number of the signal that ended it."""
         assert select.select([self._pidfd], [], [], PATIENCE)[0], f"process {self.pid} did not end"
         return self.sandbox.status_of(self.pid)
 
@@ -145,13 +145,13 @@ class Sandbox:
         return json.loads(data), passed
 
     def path(self, inside):
-        """The name, outside, of a file of the sandbox. Not for names with absolute symbolic links in them."""
+        """Returns the path, outside, of a file of the sandbox. Not for paths with absolute symbolic links."""
         return Path(f"/proc/{os.getpid()}/fd/{self._root}{inside}")
 
     def spawn(self, *argv, env=None, cwd="/", tty=False, uid=0, umask=None, stdin=None, unread=False):
-        """Starts a program with its output on a pipe or, with tty, on a terminal of its own.
+        """Starts a program with its output on a pipe or, with tty, on a separate terminal.
 
-        With unread, the pipe's reader has gone before the program starts.
+        With unread, the read end of the pipe is closed before the program starts.
         """
         if tty:
             ours, theirs = pty.openpty()
@@ -173,14 +173,14 @@ class Sandbox:
         return process
 
     def adopt(self, pid):
-        """A process of the sandbox that the test did not start itself, such as one in the background."""
+        """Returns a process of the sandbox that the test did not start, such as one in the background."""
         _, passed = self.request({"op": "adopt", "pid": pid})
         process = Process(self, pid, passed[0], None)
         self._processes.append(process)
         return process
 
     def status_of(self, pid):
-        """Waits for the exit status of a process that was left behind by the one that started it."""
+        """Waits for the exit status of an orphaned process."""
         found = wait_until(lambda: [s] if (s := self._status(pid)) is not None else None, f"the end of {pid}")
         return found[0]
 
@@ -188,7 +188,7 @@ class Sandbox:
         return self.request({"op": "status", "pid": pid})[0]["status"]
 
     def run(self, *argv, **options):
-        """Runs a program to its end, which must be a success. Returns its output."""
+        """Runs a program to its end, which must be successful. Returns its output."""
         process = self.spawn(*argv, **options)
         output = process.all_output()
         status = process.wait()
@@ -196,7 +196,7 @@ class Sandbox:
         return output
 
     def add_address(self, address, device="lo", *options):
-        """Gives a device an address at once, without duplicate address detection."""
+        """Adds an address to a device at once, without duplicate address detection."""
         self.run("ip", "-6", "addr", "add", address, "dev", device, *options, "nodad")
 
     def remove_address(self, address, device="lo"):

@@ -1,14 +1,14 @@
-"""Process 1 of a sandbox: starts programs there on behalf of the test outside.
+"""Process 1 of a sandbox: starts programs there for the test outside.
 
-It talks over the SOCK_SEQPACKET socket whose descriptor is its only argument, one JSON object for each request and
-answer, with descriptors beside them as SCM_RIGHTS:
+It communicates over the SOCK_SEQPACKET socket whose descriptor is its only argument, one JSON object per request and
+answer, with descriptors as SCM_RIGHTS:
 
     {"op": "spawn", "argv", "env", "cwd", "tty", "uid", "umask"} + [stdin, stdout, stderr]  ->  {"pid"} + [pidfd]
-    {"op": "adopt", "pid"}          ->  {"pid"} + [pidfd]     a process that another one left behind
-    {"op": "status", "pid"}         ->  {"status"}            exit status, minus the signal's number, or null
+    {"op": "adopt", "pid"}          ->  {"pid"} + [pidfd]     an orphaned process
+    {"op": "status", "pid"}         ->  {"status"}            exit status, negative signal number, or null
     {"op": "kill", "pid", "signal"} ->  {}
 
-Every process of the sandbox ends when this one does, which is when the test closes its end of the socket.
+All processes of the sandbox end when this one does, which is when the test closes its end of the socket.
 """
 
 import fcntl
@@ -21,7 +21,7 @@ import termios
 
 
 def child(request, descriptors):
-    """Becomes the requested program. Never returns."""
+    """Executes the requested program. Never returns."""
     for number in (signal.SIGPIPE, signal.SIGXFSZ, signal.SIGINT):
         signal.signal(number, signal.SIG_DFL)
     for target, descriptor in enumerate(descriptors):

@@ -1,11 +1,12 @@
-"""What the programs under test run in, beyond what they inherit. Without these variables they run as they are.
+"""The environments of the programs under test. Without these variables the programs run normally.
 
-    ADDRPUBD_DECIMAL_MARK=,   each is in the locale that LC_ALL and LOCPATH name (localeshim.cpp), and ends at once unless
-                              numbers are written with this mark there
-    ADDRPUBD_UNDER=memcheck   each runs under valgrind's memcheck; an error or a definite leak in any of its processes fails
-                              the test, however the process ended
-    ADDRPUBD_PATIENCE=4       how many times longer than usual a test waits before it gives up
-    ADDRPUBD_TALLY=FILE       the outcome of each system test is appended to the file, one JSON object a line
+    ADDRPUBD_DECIMAL_MARK=,   each program has the locale given by LC_ALL and LOCPATH (localeshim.cpp), and exits at
+    once
+                              unless that locale writes numbers with this decimal mark
+    ADDRPUBD_UNDER=memcheck   each program runs under valgrind's memcheck; an error or a definite leak in any of its
+                              processes fails the test
+    ADDRPUBD_PATIENCE=4       factor for the time after which a test gives up waiting
+    ADDRPUBD_TALLY=FILE       append the result of each system test to this file, one JSON object per line
     ADDRPUBD_BUILD=FOLDER     the build folder to test
 
 scripts/surroundings sets them.
@@ -26,54 +27,54 @@ PATIENCE = float(os.environ.get("ADDRPUBD_PATIENCE", "1"))
 TALLY = os.environ.get("ADDRPUBD_TALLY")
 
 PROGRAMS = {"addrpubd", "other", "addrpubd-check", "dns_oracle"}
-AGENTS = {"rdb_client_agent.py"}  # scripts of Python that load the client library under test
+AGENTS = {"rdb_client_agent.py"}  # Python scripts that load the client library under test
 PASSED_ON = ("PATH", "TZ", "LC_ALL", "LANG")
 
-#  The name of a process that runs the executable, as the kernel tells it in /proc.
+#  The name, in /proc, of a process that runs the executable.
 COMM = "memcheck-amd64-" if MEMCHECK else "addrpubd"
 
-#  The tool itself: the launcher in front of it would load the shims that are meant for the program.
+#  The tool itself: its launcher would load the shims that are meant for the program.
 _TOOL = "/usr/libexec/valgrind/memcheck-amd64-linux"
 _OPTIONS = ["-q", "--trace-children=yes", "--vgdb=no", "--error-exitcode=99", "--leak-check=full"]
 _OPTIONS += ["--show-leak-kinds=definite", "--errors-for-leak-kinds=definite", "--num-callers=30"]
-_OPTIONS += ["--soname-synonyms=somalloc=nouserintercepts"]  # the malloc of the shim that lets it fail stays in place
+_OPTIONS += ["--soname-synonyms=somalloc=nouserintercepts"]  # keeps the shim's malloc, which makes requests fail
 _SUPPRESSIONS = Path(__file__).with_name("valgrind.supp")
 _SHIM = BUILD / "tests/liblocaleshim.so"
 
 _BY_SHELL = "a shell prepares the surroundings and starts the executable; memcheck is not put in between"
 _NO_TEXT = "a number has no text, which no C library brings about: the count of -1 is left for the kernel to refuse"
 
-#  Beginnings of test names, with the reason.
+#  Prefixes of test names, with the reason.
 NOT_UNDER_MEMCHECK = {
     "test_309_": _BY_SHELL,
     "test_310_": _BY_SHELL,
     "test_335_": _BY_SHELL,
     "test_1825_": _BY_SHELL,
 } | {
-    f"test_500_a_failure_ends_as_the_table_says[{run}:snprintf": _NO_TEXT
+    f"test_500_a_failure_ends_as_in_the_table[{run}:snprintf": _NO_TEXT
     for run in ("-run:first", "-run, udp log:first", "-run, unknown tag:first", "-start:first", "-start:child")
 }
 
 
-#  The texts of errors come from the locale as well.
+#  Error texts are also translated by the locale.
 if DECIMAL_MARK:
     locale.setlocale(locale.LC_ALL, "")
 
 
 def reason_to_skip(test):
-    """Why the test means nothing here, or None."""
+    """Returns why the test is not meaningful in this environment, or None."""
     reasons = NOT_UNDER_MEMCHECK if MEMCHECK else {}
     return next((reason for start, reason in reasons.items() if test.startswith(start)), None)
 
 
 class Place:
-    """Where programs run: the folders that hold, as they see them, the shim, the locales and memcheck's logs."""
+    """The folders, as programs see them, of the shim, the locales and memcheck's logs."""
 
     def __init__(self, shim, locales, logs):
         self._shim, self._locales, self._logs = str(shim), str(locales), str(logs)
 
     def environment(self, argv, given):
-        """The environment of a program, with given on top."""
+        """Returns the environment of a program, including given."""
         passed = {name: os.environ[name] for name in PASSED_ON if name in os.environ}
         if "LOCPATH" in os.environ:
             passed["LOCPATH"] = self._locales
@@ -86,7 +87,7 @@ class Place:
         return passed | given
 
     def command(self, argv):
-        """The words that start a program."""
+        """Returns the command line that starts a program."""
         words = [str(word) for word in argv]
         if not MEMCHECK or Path(words[0]).name not in PROGRAMS:
             return words
@@ -95,12 +96,12 @@ class Place:
 
 
 def nowhere():
-    """The place of programs that are not under test."""
+    """Returns the place of programs that are not under test."""
     return Place("", "", "")
 
 
 def place_in(sandbox):
-    """Prepares a fresh sandbox. Returns its place."""
+    """Prepares a new sandbox. Returns its place."""
     if DECIMAL_MARK:
         shutil.copy(_SHIM, sandbox.path("/mnt"))
         _bind(sandbox, os.environ["LOCPATH"], "/mnt/locales")
@@ -114,7 +115,7 @@ def _bind(sandbox, folder, inside):
     sandbox.run("mount", "--bind", Path(folder).resolve(), inside)
 
 
-#  Memcheck's logs: a folder for each sandbox, since a pid is unique in one only, and one for programs outside.
+#  Memcheck's logs: one folder per sandbox, since pids are unique only there, and one for programs outside.
 
 _folders = []
 
@@ -130,7 +131,7 @@ def _new_folder():
 
 
 def outside():
-    """The place of programs that run beside the test."""
+    """Returns the place of programs that run outside sandboxes."""
     global _outside
     if _outside is None:
         _outside = Place(_SHIM.resolve(), os.environ.get("LOCPATH", ""), _new_folder() if MEMCHECK else "")
@@ -141,7 +142,8 @@ _outside = None
 
 
 def descriptors(folder):
-    """The open descriptors in the fd folder of a process, without memcheck's own: its log and those above all limits."""
+    """Returns the open descriptors in the fd folder of a process, without memcheck's log and its descriptors above the
+    limit."""
     numbers = [int(entry.name) for entry in folder.iterdir()]
     if not MEMCHECK:
         return numbers
@@ -150,7 +152,7 @@ def descriptors(folder):
 
 
 def memory_errors():
-    """What memcheck has found since the last call, in whatever process."""
+    """Returns the errors that memcheck has found since the last call, in any process."""
     found = []
     for folder in _folders:
         for log in folder.glob("*.log"):
@@ -161,7 +163,7 @@ def memory_errors():
 
 
 def tally(reporter):
-    """Appends the outcomes of a run of pytest to the tally."""
+    """Appends the results of a pytest run to the tally."""
     if TALLY is None:
         return
     with open(TALLY, "a") as file:

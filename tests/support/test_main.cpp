@@ -1,7 +1,7 @@
-//  The main of every unit test program: the tests run in the locale that the environment names.
+//  The main function of every unit test program: the tests run in the locale given by the environment.
 //
-//  ADDRPUBD_DECIMAL_MARK, when set, is what that locale has to write between units and tenths, so that no test passes in
-//  another one than it is believed to run in.
+//  ADDRPUBD_DECIMAL_MARK, if set, is the decimal mark of that locale. If it differs, the program fails, so that no test
+//  passes in another locale than intended.
 #include <gtest/gtest.h>
 
 #include <clocale>

@@ -1,4 +1,5 @@
-//  The url a second time: cut by searching, from the outside in, and never read character by character.
+//  A second implementation of the url parser: it searches for delimiters from the outside in, not character by
+//  character.
 #ifndef TESTS_SUPPORT_URL_MODEL_H
 #define TESTS_SUPPORT_URL_MODEL_H
 
@@ -11,7 +12,7 @@
 #include <utility>
 
 struct UrlModel {
-    //  Tells a host's two address texts; both are empty when it does not resolve.
+    //  Returns the two address texts of a host; both are empty if it does not resolve.
     using Resolver = std::function<std::pair<std::string, std::string>(const std::string&)>;
 
     bool good = false;
@@ -38,7 +39,7 @@ private:
         return static_cast<std::uint16_t>(static_cast<std::uint64_t>(modelDecimal(text.c_str())) & 0xffff);
     }
 
-    //  A scheme counts when the text's first colon begins "://" and something follows.
+    //  There is a scheme if the text's first colon starts "://" and is followed by more text.
     std::string without_scheme(const std::string& text) {
         const std::size_t colon = text.find(':');
         if (!has(colon) || colon == 0 || text.compare(colon, 3, "://") != 0 || text.size() == colon + 3)
@@ -68,7 +69,7 @@ private:
         return true;
     }
 
-    //  A slash anywhere behind the colon ends the port; a question mark does only when there is no slash.
+    //  Any slash after the colon ends the port; a question mark ends it only if there is no slash.
     bool with_port(const std::string& text, std::string& tail) {
         const std::size_t slash = text.find('/');
         const std::size_t end = has(slash) ? slash : text.find('?');

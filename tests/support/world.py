@@ -1,13 +1,13 @@
-"""A host, its network and both servers, with a model beside it that lives through the same.
+"""A scenario: a host, its network and both servers, and a model to which the same events are applied.
 
-    world = World(addresses=["2001:db8::1"])    # conditions; ini keys may follow
-    world.start()
-    world.up(RDB, DNS)
-    world.run(10)
-    assert world.puts() == [(0.1, b"2001:db8::1")]
-    world.end()                                 # compares everything that happened with the model
+    scenario = Scenario(addresses=["2001:db8::1"])    # conditions; ini keys may follow
+    scenario.start()
+    scenario.up(RDB, DNS)
+    scenario.run(10)
+    assert scenario.puts() == [(0.1, b"2001:db8::1")]
+    scenario.end()                                 # compares all calls and output with the model
 
-Whatever is done to the world is done to the service and to the model. The service stands still in between.
+Each method acts on the service and on the model. Between calls the service's clock does not advance.
 """
 
 import datetime
@@ -22,10 +22,10 @@ from journal import UNTOUCHED, Journal
 from network import LO, Network
 from recording import CONNECTED, DISCONNECTED, snapshot
 
-__all__ = ["DNS", "RDB", "World", "utc"]
+__all__ = ["DNS", "RDB", "Scenario", "utc"]
 
 
-class World:
+class Scenario:
     def __init__(self, addresses=(), wall_start_ns=START, **settings):
         self.host = Host(wall_start_ns)
         self.sandbox = self.host.sandbox
@@ -35,7 +35,7 @@ class World:
         self.settings = SETTINGS | settings
         self.host.settings(**settings)
         self.wall_start_ns = wall_start_ns
-        self.process = self.hand = self.model = None
+        self.process = self.control = self.model = None
         self.network.add(*addresses)
 
     def close(self):
@@ -45,21 +45,22 @@ class World:
     #  The service
 
     def start(self):
-        """Starts the service on the console. It and the model stand at its first sleep, with no server connected."""
+        """Starts the service in the foreground. Service and model are at their first sleep, with no server
+        connected."""
         assert self.process is None, "ended, or started twice"
         earlier, self.model = self.model, CycleModel(self.settings, self.wall_start_ns)
-        if earlier is not None:  # the servers and what they have seen outlive the service
+        if earlier is not None:  # the servers and their records are kept
             self.model.calls = self.journal.calls()
             self.model.answers = earlier.answers
             self.model.query_class, self.model.import_class = earlier.query_class, earlier.import_class
         self.process = self.host.start("-run", env=self.journal.env)
-        self.hand = self.host.clock.of(self.process)
-        self.hand.wait_parked()
+        self.control = self.host.clock.of(self.process)
+        self.control.wait_parked()
         self.model.start()
         self.look()
 
     def end(self, signal_number=15):
-        """Ends the service and compares all calls and all output with the model's."""
+        """Ends the service and compares all calls and all output with those of the model."""
         self.process.kill(signal_number)
         output = self.process.all_output()
         assert self.process.wait() == 0
@@ -70,13 +71,13 @@ class World:
         assert output == self.model.output
 
     def finish(self):
-        """Ends the service if it has not been ended; it must not have ended by itself."""
+        """Ends the service if it still runs; fails if it has ended by itself."""
         if self.process is not None:
             assert self.process.running(), "the service ended by itself"
             self.end()
 
     def compare_calls(self):
-        """Compares all calls so far with the model's, one by one to keep a failure short."""
+        """Compares all calls so far with the model's, one by one, so that a failure message is short."""
         calls = self.journal.calls()
         for place, (call, expected) in enumerate(zip(calls, self.model.calls, strict=False)):
             assert call == expected, f"call {place}"
@@ -84,11 +85,11 @@ class World:
 
     def run(self, seconds):
         """Lets this much time pass."""
-        self.hand.advance(seconds)
+        self.control.advance(seconds)
         self.model.run(seconds)
         self.process.output_so_far()  # empties the pipe
 
-    #  What happens to the host
+    #  Events of the host
 
     def add(self, *addresses, link=LO):
         self.network.add(*addresses, link=link)
@@ -103,8 +104,8 @@ class World:
         self.look()
 
     def step(self, seconds):
-        """Sets the wall clock by this much, back when negative."""
-        self.hand.step(seconds)
+        """Changes the wall clock by this much, also by a negative amount."""
+        self.control.step(seconds)
         self.model.wall_step += round(seconds * SECOND)
 
     def set_clock(self, seconds):
@@ -112,16 +113,16 @@ class World:
         self.step(seconds - self.wall_ns() / SECOND)
 
     def allow_listing(self, allowed):
-        """Whether the service can list its addresses: it needs a descriptor for that."""
+        """Sets whether the service can list its addresses: it needs a descriptor for that."""
         limit = "1024" if allowed else "0"
         self.sandbox.run("prlimit", "--pid", str(self.process.pid), f"--nofile={limit}:")
         self.look(allowed)
 
     def look(self, allowed=True):
-        """Tells the model what the network has become."""
+        """Copies the state of the network to the model."""
         self.model.addresses = self.network.addresses() if allowed else None
 
-    #  What the servers do
+    #  Events of the servers
 
     def up(self, *servers):
         for server in servers:
@@ -140,19 +141,19 @@ class World:
         self.model.reply(text)
 
     def answer(self, function, result):
-        """What the function returns from now on."""
+        """Sets the result of the function from now on."""
         self.journal.answer(function, result)
         self.model.answers[function] = result
 
     def tag_class(self, queried=2, imported=UNTOUCHED):
-        """The class that the tag is found with, and has after an import, from now on."""
+        """Sets the class of the tag in queries and after an import, from now on."""
         self.journal.tag_class(queried, imported)
         self.model.query_class, self.model.import_class = queried, imported
 
     def _handle(self, server):
         return 1 if server == DNS and self.settings["rdburl"] else 0
 
-    #  What is seen of the service
+    #  Calls of the service
 
     def wall_ns(self):
         return self.model.wall_ns()
@@ -161,12 +162,12 @@ class World:
         return round((wall_ns - self.wall_start_ns) / SECOND, 3)
 
     def seen(self, *functions):
-        """All calls of these functions, with the seconds from the start as the wall clock counts them."""
+        """Returns all calls of these functions, with seconds since the start by the wall clock."""
         calls = [call for call in self.journal.calls() if call.function in functions]
         return [(self.elapsed(call.wall_ns), call) for call in calls]
 
     def names(self):
-        """The functions called since the start was complete."""
+        """Returns the functions called since the end of the start."""
         calls = [call.function for call in self.journal.calls()]
         while calls and calls[0] in ("rdb_create", "rdb_setmessagenotify", "rdb_connectex"):
             del calls[0]
@@ -185,9 +186,9 @@ class World:
         return [at for at, _ in self.requests()]
 
     def figures(self):
-        """What must not grow: the process's own memory in kB, its descriptors and its threads.
+        """Returns the figures that must not grow: the process's own memory in kB, its descriptors and its threads.
 
-        Under memcheck the memory is memcheck's, which looks for what is lost itself.
+        Under memcheck the memory is memcheck's; it detects leaks itself.
         """
         process = self.sandbox.path(f"/proc/{self.process.pid}")
         fields = dict(line.split(":", 1) for line in (process / "status").read_text().splitlines())
@@ -197,5 +198,5 @@ class World:
 
 
 def utc(*fields):
-    """Seconds since the epoch of a moment in UTC."""
+    """Returns the seconds since the epoch of a moment in UTC."""
     return int(datetime.datetime(*fields, tzinfo=datetime.timezone.utc).timestamp())

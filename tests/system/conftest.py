@@ -1,4 +1,4 @@
-"""Fixtures of the system tests. The build folder to test is named by ADDRPUBD_BUILD."""
+"""Fixtures of the system tests. ADDRPUBD_BUILD is the build folder to test."""
 
 import os
 import sys
@@ -12,9 +12,9 @@ sys.path.insert(0, str(Path(__file__).parents[1] / "support"))
 import host as host_module  # noqa: E402
 import sandbox  # noqa: E402
 import surroundings  # noqa: E402
-import world as world_module  # noqa: E402
+import world as scenario_module  # noqa: E402
 
-SKIPPED = 77  # the exit status that ctest takes for "not run"
+SKIPPED = 77  # the exit status that ctest interprets as "not run"
 
 
 def pytest_sessionstart():
@@ -26,7 +26,7 @@ def pytest_sessionstart():
 
 
 def pytest_sessionfinish(session, exitstatus):
-    """A run that skipped every test tells ctest so."""
+    """Reports to ctest that all tests were skipped."""
     surroundings.tally(session.config.pluginmanager.get_plugin("terminalreporter"))
     if exitstatus in (pytest.ExitCode.OK, pytest.ExitCode.NO_TESTS_COLLECTED):
         found = session.config.pluginmanager.get_plugin("terminalreporter").stats
@@ -42,7 +42,7 @@ def pytest_collection_modifyitems(items):
 
 @pytest.fixture(autouse=True)
 def memory():
-    """Fails the test in which memcheck found something, once all that the test started has ended."""
+    """Fails a test if memcheck found an error after all programs of the test have ended."""
     yield
     found = surroundings.memory_errors()
     assert not found, found
@@ -50,33 +50,34 @@ def memory():
 
 @pytest.fixture
 def host():
-    """A host with both servers configured and nothing running on it."""
+    """A host with both servers configured and no program running."""
     one = host_module.Host()
     yield one
     one.close()
 
 
 @pytest.fixture
-def new_world():
-    """Makes worlds (world.py). What still runs at the end of the test is ended and compared with its model."""
-    worlds = []
+def new_scenario():
+    """Creates scenarios (world.py). At the end of the test, services still running are ended and compared with the
+    model."""
+    scenarios = []
 
     def make(*arguments, **options):
-        worlds.append(world_module.World(*arguments, **options))
-        return worlds[-1]
+        scenarios.append(scenario_module.Scenario(*arguments, **options))
+        return scenarios[-1]
 
     yield make
     try:
-        for world in worlds:
-            world.finish()
+        for scenario in scenarios:
+            scenario.finish()
     finally:
-        for world in worlds:
-            world.close()
+        for scenario in scenarios:
+            scenario.close()
 
 
 @pytest.fixture
 def umask():
-    """The umask of this process, which the programs under test inherit."""
+    """Restores the umask of this process, which the programs under test inherit."""
     mask = os.umask(0)
     os.umask(mask)
     return mask

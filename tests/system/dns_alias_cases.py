@@ -1,5 +1,5 @@
-"""What the back end dns does about aliases (CNAME) with any server: one that stands at a name keeps all other records away
-from it, one that a wildcard stands in for gives way to them. test_445_dns_aliases.py runs it with both servers.
+"""The back end dns and aliases (CNAME), with any server: an alias at a name excludes all other records there; an alias
+from a wildcard is replaced by them. Run by test_445_dns_aliases.py with both servers.
 """
 
 import pytest
@@ -9,7 +9,7 @@ from dns_servers import NAME, ZONE_FILE
 A, B = "2001:db8::a", "2001:db8::b"
 PORTS = [443, 8443]
 
-#  A wildcard answers only for names that the zone does not have, nor has anything below.
+#  A wildcard answers only for names that do not exist in the zone and have no names below them.
 WITHOUT_NAME = "".join(line for line in ZONE_FILE.splitlines(True) if not line.split()[0].endswith("host1"))
 WILDCARD = WITHOUT_NAME + "* IN CNAME mail\n"
 
@@ -22,60 +22,60 @@ def words(name):
     return f"a CNAME stands at {name} and keeps its other records away"
 
 
-def serve(bed, zone):
-    """Lets the server come back with this zone, having forgotten all else."""
-    bed.server.kill()
-    bed.server.zone = zone
-    bed.server.forget()
-    bed.server.start()
+def serve(fixture, zone):
+    """Restarts the server with this zone and no other data."""
+    fixture.server.kill()
+    fixture.server.zone = zone
+    fixture.server.forget()
+    fixture.server.start()
 
 
 class DnsAliasCases:
     Server = None
 
-    def test_01_lost_records_that_a_wildcards_alias_stands_in_for_are_made_again(self, bed):
-        serve(bed, WILDCARD)
-        assert "CNAME" in bed.server.dig(NAME, "AAAA", "+noall", "+answer")
-        bed.connected()
-        assert bed.update([A], PORTS) == (OK, "ok")
-        assert bed.holds([A], PORTS)
-        serve(bed, WILDCARD)
-        bed.wait_held([A], PORTS)
-        assert bed.log.lines("CNAME") == []
+    def test_01_lost_records_hidden_by_a_wildcard_alias_are_restored(self, fixture):
+        serve(fixture, WILDCARD)
+        assert "CNAME" in fixture.server.dig(NAME, "AAAA", "+noall", "+answer")
+        fixture.connected()
+        assert fixture.update([A], PORTS) == (OK, "ok")
+        assert fixture.holds([A], PORTS)
+        serve(fixture, WILDCARD)
+        fixture.wait_held([A], PORTS)
+        assert fixture.log.lines("CNAME") == []
 
     @pytest.mark.parametrize("options", ("", "?check=0"), ids=("checked", "unchecked"))
     @pytest.mark.parametrize("name", (NAME, f"_8443._https.{NAME}"), ids=("host", "port"))
-    def test_02_an_update_that_meets_an_alias_changes_nothing_and_says_so_once(self, bed, name, options):
-        serve(bed, alias_at(name))
-        before = bed.server.lines()
-        bed.connected(options)
+    def test_02_an_update_at_an_alias_changes_nothing_and_is_logged_once(self, fixture, name, options):
+        serve(fixture, alias_at(name))
+        before = fixture.server.lines()
+        fixture.connected(options)
         for address in (A, B):
-            assert bed.update([address], PORTS) == (SERVER_REFUSED, words(name))
-            bed.wait_attempts(2)
-        assert bed.server.lines() == before
-        (line,) = bed.log.lines("rdbapi: dns://")
+            assert fixture.update([address], PORTS) == (SERVER_REFUSED, words(name))
+            fixture.wait_attempts(2)
+        assert fixture.server.lines() == before
+        (line,) = fixture.log.lines("rdbapi: dns://")
         assert line.endswith(words(name))
-        serve(bed, WITHOUT_NAME)
-        bed.wait_held([B], PORTS)
-        bed.log.wait("works again")
+        serve(fixture, WITHOUT_NAME)
+        fixture.wait_held([B], PORTS)
+        fixture.log.wait("works again")
 
-    def test_03_an_alias_that_took_the_place_of_held_records_is_said_once_by_checks_and_updates(self, bed):
-        bed.connected()
-        assert bed.update([A], PORTS) == (OK, "ok")
-        serve(bed, alias_at(NAME))
-        bed.log.wait(words(NAME))
-        bed.wait_connected_again()
+    def test_03_an_alias_that_replaced_records_is_logged_once(self, fixture):
+        fixture.connected()
+        assert fixture.update([A], PORTS) == (OK, "ok")
+        serve(fixture, alias_at(NAME))
+        fixture.log.wait(words(NAME))
+        fixture.wait_connected_again()
         for address in (A, B):
-            assert bed.update([address], PORTS) == (SERVER_REFUSED, words(NAME))
-            bed.wait_attempts(2)
-        assert len(bed.log.lines("CNAME")) == 1
-        assert bed.log.lines("works again") == []
+            assert fixture.update([address], PORTS) == (SERVER_REFUSED, words(NAME))
+            fixture.wait_attempts(2)
+        assert len(fixture.log.lines("CNAME")) == 1
+        assert fixture.log.lines("works again") == []
 
-    def test_04_an_alias_may_stand_at_a_name_that_gets_no_records(self, bed):
-        serve(bed, alias_at(NAME))
-        before = bed.server.lines()
-        bed.connected("?skip=ula")
-        assert bed.update(["fd00::c"], PORTS) == (OK, "ok")
-        bed.wait_attempts(2)
-        assert bed.server.lines() == before
-        assert bed.log.lines("rdbapi: dns://") == []
+    def test_04_an_alias_at_a_name_without_records_is_allowed(self, fixture):
+        serve(fixture, alias_at(NAME))
+        before = fixture.server.lines()
+        fixture.connected("?skip=ula")
+        assert fixture.update(["fd00::c"], PORTS) == (OK, "ok")
+        fixture.wait_attempts(2)
+        assert fixture.server.lines() == before
+        assert fixture.log.lines("rdbapi: dns://") == []

@@ -1,4 +1,4 @@
-"""A DNS server, a proxy before it and the open client library as its client, all in one sandbox."""
+"""A DNS server, a proxy in front of it and the open client library as client, in one sandbox."""
 
 import json
 import shutil
@@ -19,15 +19,15 @@ SERVER_REFUSED = 1017
 
 
 def require(Server):
-    """Skips the test unless the server and its client are there."""
+    """Skips the test unless the server and its client are installed."""
     if not shutil.which(Server.program) or not shutil.which("dig"):
         pytest.skip(f"{Server.program} or dig is not installed ({Server.package}, bind9-dnsutils)")
     if not LIBRARY.exists() or b"libldns" not in LIBRARY.read_bytes():
         pytest.skip("the open client library was built without its back end dns")
 
 
-class Bed:
-    """Nothing runs at first but the proxy, on port 5300; the client's child starts with its first connection."""
+class Fixture:
+    """At first only the proxy runs, on port 5300. The client's process starts with its first connection."""
 
     def __init__(self, Server):
         self.sandbox = Sandbox()
@@ -51,19 +51,19 @@ class Bed:
         return self.client
 
     def connect(self, options="", server="127.0.0.1", zone=ZONE, password=None, sockets=None, environment=None):
-        """Begins to connect a new client."""
+        """Starts to connect a new client."""
         self.new_client(sockets, environment)
         self._connection = (f"dns://{server}/{zone}{options}", HOST_KEY, password or secret(HOST_KEY))
         self.handle = self.client.open(*self._connection)
 
     def connect_anew(self):
-        """Gives the handle back and connects another one of the same client, whose back-off begins anew."""
+        """Destroys the handle and connects another one of the same client, whose back-off starts again."""
         assert self.client.destroy(self.handle) == 0
         self.handle = self.client.open(*self._connection)
         self.wait_connected()
 
     def connected(self, *arguments, **options):
-        """Connects a new client and waits until it is."""
+        """Connects a new client and waits until it is connected."""
         self.connect(*arguments, **options)
         self.wait_connected()
 
@@ -71,17 +71,17 @@ class Bed:
         self.client.wait_event(self.handle, CONNECTED)
 
     def wait_connected_again(self):
-        """Waits until the newest event is that the client is connected."""
+        """Waits until the last event is that the client is connected."""
         wait_until(lambda: self.client.events(self.handle)[-1] == CONNECTED, "the connection")
 
     def change_server(self, **changed):
-        """Sets attributes of the running server and makes it follow them."""
+        """Sets attributes of the running server and applies them."""
         for name, value in changed.items():
             setattr(self.server, name, value)
         self.server.reconfigure()
 
     def ask(self, addresses, ports=(), name=NAME):
-        """Hands over a request. Returns the ID of its reply."""
+        """Sends a request. Returns the ID of its reply."""
         self._seqno += 1
         item = {"name": name, "ipv6s": list(addresses), "httpsports": list(ports)}
         return self.client.request(
@@ -95,22 +95,23 @@ class Bed:
         return reply["code"], reply["message"]
 
     def update(self, addresses, ports=(), name=NAME):
-        """Hands over a request and waits for its reply. Returns (code, message)."""
+        """Sends a request and waits for its reply. Returns (code, message)."""
         return self.reply(self.ask(addresses, ports, name))
 
     def holds(self, addresses, ports=(), **options):
-        """Tells whether the server holds exactly this."""
+        """Returns whether the server has exactly these records."""
         return self.server.published() == records(addresses, ports, **options)
 
     def wait_held(self, addresses, ports=(), **options):
-        """Waits until the server, which is as it should be, holds exactly this by the client's first attempt."""
+        """Waits until the repaired server has exactly these records, which must happen at the client's first
+        attempt."""
         self.client.wait_first_attempt(lambda: self.holds(addresses, ports, **options), f"{addresses} {ports}")
 
     def backoffs(self):
-        """The waits that ran out, in seconds, as they were asked for."""
+        """Returns the back-off waits that have expired, in seconds as requested."""
         return [asked / 1000 for asked, ran_out in self.client.waits() if ran_out]
 
     def wait_attempts(self, count):
-        """Waits until so many more back-off waits have run out."""
+        """Waits until this many more back-off waits have expired."""
         before = len(self.backoffs())
         wait_until(lambda: len(self.backoffs()) >= before + count, f"{count} attempts")

@@ -1,6 +1,6 @@
-"""What a reply says when a server that was connected begins to refuse. test_440_bind.py and test_450_knot.py run it.
+"""The reply when a connected server starts to refuse. Run by test_440_bind.py and test_450_knot.py.
 
-Nothing is sent between two updates, so the reply to the first one afterwards is where the change is noticed.
+Nothing is sent between two updates, so the reply to the next update is the first sign of the change.
 """
 
 import re
@@ -28,69 +28,69 @@ KEYS = {HOST_KEY: secret(HOST_KEY), READER: secret(READER)}
 
 
 def unsigned(reason):
-    """The text for an answer without a signature whose code has this text."""
+    """The message for an unsigned answer whose code has this text."""
     word, _, text = reason.partition(": ")
     return f"the answer is not signed ({word}: the key's name, algorithm or secret is wrong, or {text})"
 
 
 class DnsReplyCases:
     Server = None
-    without_zone = ()  # code and message of the reply when the server no longer has the zone
+    without_zone = ()  # code and message of the reply if the server no longer has the zone
 
-    def test_41_a_secret_that_was_changed_is_badsig(self, bed):
-        publish_first(bed)
-        bed.change_server(keys=KEYS | {HOST_KEY: secret("wrong")})
-        assert bed.update([B]) == (SERVER_REFUSED, BAD_SIG)
-        assert bed.holds([A])
-        bed.change_server(keys=KEYS)
-        made_good(bed, BAD_SIG)
+    def test_41_a_changed_secret_is_badsig(self, fixture):
+        publish_first(fixture)
+        fixture.change_server(keys=KEYS | {HOST_KEY: secret("wrong")})
+        assert fixture.update([B]) == (SERVER_REFUSED, BAD_SIG)
+        assert fixture.holds([A])
+        fixture.change_server(keys=KEYS)
+        made_good(fixture, BAD_SIG)
 
-    def test_42_a_key_that_was_taken_away_is_badkey(self, bed):
-        publish_first(bed)
-        bed.change_server(keys={"another": secret(HOST_KEY), READER: secret(READER)}, granted="another")
-        assert bed.update([B]) == (SERVER_REFUSED, BAD_KEY)
-        assert bed.holds([A])
-        bed.change_server(keys=KEYS, granted=HOST_KEY)
-        made_good(bed, BAD_KEY)
+    def test_42_a_removed_key_is_badkey(self, fixture):
+        publish_first(fixture)
+        fixture.change_server(keys={"another": secret(HOST_KEY), READER: secret(READER)}, granted="another")
+        assert fixture.update([B]) == (SERVER_REFUSED, BAD_KEY)
+        assert fixture.holds([A])
+        fixture.change_server(keys=KEYS, granted=HOST_KEY)
+        made_good(fixture, BAD_KEY)
 
     @pytest.mark.parametrize("seconds, word", [(1000, "behind"), (-1000, "ahead")])
-    def test_43_a_clock_that_was_set_is_badtime_with_the_difference(self, bed, seconds, word):
-        start = time.time_ns()  # where the client's clock stays
-        clock = Clock(bed.sandbox, BUILD / "tests/libclockshim.so", start)
-        publish_first(bed, environment=clock.env)
-        hand = clock.of(bed.client.process)
-        hand.step(seconds)
+    def test_43_a_changed_clock_is_badtime_with_the_difference(self, fixture, seconds, word):
+        start = time.time_ns()  # the client's clock does not change
+        clock = Clock(fixture.sandbox, BUILD / "tests/libclockshim.so", start)
+        publish_first(fixture, environment=clock.env)
+        control = clock.of(fixture.client.process)
+        control.step(seconds)
         before = time.time_ns()
-        code, message = bed.update([B])
+        code, message = fixture.update([B])
         away = [(now - start) // SECOND - seconds for now in (before, time.time_ns())]
         found = BAD_TIME.fullmatch(message)
         assert (code, found is not None) == (SERVER_REFUSED, True), message
         assert found[2] == word
         assert min(map(abs, away)) - 1 <= int(found[1]) <= max(map(abs, away)) + 1
-        assert bed.holds([A])
-        hand.step(-seconds)
-        made_good(bed, message)
+        assert fixture.holds([A])
+        control.step(-seconds)
+        made_good(fixture, message)
 
-    def test_44_a_zone_that_was_taken_away_is_notauth(self, bed):
-        publish_first(bed)
-        bed.change_server(has_zone=False)
-        assert bed.update([B]) == self.without_zone
-        (line,) = bed.log.wait("NOTAUTH")
+    def test_44_a_removed_zone_is_notauth(self, fixture):
+        publish_first(fixture)
+        fixture.change_server(has_zone=False)
+        assert fixture.update([B]) == self.without_zone
+        (line,) = fixture.log.wait("NOTAUTH")
         assert line.endswith(f"/{ZONE}: {self.without_zone[1]}")
-        bed.change_server(has_zone=True)
-        wait_until(lambda: bed.server.dig("+short", "SOA", ZONE), "the zone")
-        bed.wait_held([B])
-        bed.log.wait("works again")
+        fixture.change_server(has_zone=True)
+        wait_until(lambda: fixture.server.dig("+short", "SOA", ZONE), "the zone")
+        fixture.wait_held([B])
+        fixture.log.wait("works again")
 
 
-def publish_first(bed, **options):
-    bed.connected(**options)
-    assert bed.update([A]) == (OK, "ok")
+def publish_first(fixture, **options):
+    fixture.connected(**options)
+    assert fixture.update([A]) == (OK, "ok")
 
 
-def made_good(bed, reason):
-    """What was refused is made without being asked for; syslog has the reply's reason once, and that it is over."""
-    bed.wait_held([B])
-    bed.log.wait("works again")
-    assert [line.partition(f"/{ZONE}: ")[2] for line in bed.log.lines("rdbapi: dns://")] == [reason, "works again"]
-    assert bed.client.events(bed.handle) == [CONNECTED]
+def made_good(fixture, reason):
+    """The refused update is repeated automatically. syslog has the reply's reason once, and the recovery."""
+    fixture.wait_held([B])
+    fixture.log.wait("works again")
+    assert [line.partition(f"/{ZONE}: ")[2] for line in fixture.log.lines("rdbapi: dns://")] == [reason, "works again"]
+    assert fixture.client.events(fixture.handle) == [CONNECTED]

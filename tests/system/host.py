@@ -1,4 +1,4 @@
-"""One host for one test: a sandbox with the executable, the recording client library, the clock and an ini file."""
+"""One host per test: a sandbox with the executable, the recording client library, the clock and an ini file."""
 
 import datetime
 import os
@@ -28,7 +28,7 @@ SETTINGS = {
     "dnspswd": "dpass",
     "dnshttpsports": "443, 8443",
 }
-RDB, DNS = 0, 1  # the handles of the two connections when both are configured
+RDB, DNS = 0, 1  # handles of the two connections if both are configured
 
 
 class Host:
@@ -49,12 +49,12 @@ class Host:
         self.sandbox.close()
 
     def settings(self, **changed):
-        """Writes the ini file: SETTINGS with changes; None leaves a key out."""
+        """Writes the ini file: SETTINGS with these changes; None omits a key."""
         lines = [f"{key} = {value}\n" for key, value in (SETTINGS | changed).items() if value is not None]
         self.ini("".join(lines).encode())
 
     def ini(self, content):
-        """Writes the ini file byte for byte; None removes it."""
+        """Writes these bytes as the ini file; None removes it."""
         file = self.sandbox.path(INI)
         if content is None:
             file.unlink()
@@ -62,73 +62,75 @@ class Host:
             file.write_bytes(content)
 
     def start(self, *words, **options):
-        """Starts the executable from its own directory. It stands still at its first sleep."""
+        """Starts the executable in its own directory. Its clock stops at its first sleep."""
         environment = self.clock.env | self.library.env | options.pop("env", {})
         return self.sandbox.spawn("./addrpubd", *words, env=environment, cwd=DIRECTORY, **options)
 
     def command(self, *words, **options):
-        """Runs the executable to its end. Returns what it printed; its status must be 0."""
+        """Runs the executable until it exits, which must be with status 0. Returns its output."""
         process = self.start(*words, **options)
         output = process.all_output()
         assert process.wait() == 0
         return output
 
     def run(self, *connected, **options):
-        """Starts the service on the console and waits for its first sleep; then brings these connections up.
+        """Starts the service in the foreground and waits for its first sleep; then reports these connections as
+        connected.
 
-        Returns the process and the hand of its clock. No time has passed, no cycle has run.
+        Returns the process and its clock control. No time has passed, and no cycle has run.
         """
         process = self.start("-run", **options)
-        hand = self.clock.of(process)
-        hand.wait_parked()
+        control = self.clock.of(process)
+        control.wait_parked()
         self.library.connect(*connected)
-        return process, hand
+        return process, control
 
     def stop(self, process):
-        """Ends the service as -stop does. Returns all it printed; its status must be 0."""
+        """Ends the service as -stop does. Returns all its output; its status must be 0."""
         process.kill()
         output = process.all_output()
         assert process.wait() == 0
         return output
 
     def log(self, process):
-        """Ends the service and returns its log records from the first connect event on, without their time stamps."""
+        """Ends the service. Returns its log records from the first connect event on, without time stamps."""
         output = self.stop(process)
         records = output.split(b"\n")
         start = records.index(b"Start success!") + 2
         return [record[record.index(b"] [") + 2 :] for record in records[start:] if record.startswith(b"[")][:-1]
 
     def line(self, level, text, at=0.0):
-        """One record of the console log, as it is printed at seconds after the start."""
+        """Returns one record of the console log as printed at seconds after the start."""
         ns = self.wall_start_ns + round(at * 1_000_000_000)
         t = datetime.datetime.fromtimestamp(ns // 1_000_000_000)
         stamp = f"{t.year}/{t.month}/{t.day} {t:%H:%M:%S}.{ns % 1_000_000_000 // 1000:06d}"
         return f"[{stamp}] [{level}] ".encode() + text + b"\n"
 
     def interface_list(self):
-        """All IPv6 addresses of the sandbox as getifaddrs yields them there, as texts."""
+        """Returns all IPv6 addresses of the sandbox in the order of getifaddrs, as texts."""
         return self.sandbox.run("/usr/bin/python3", "-I", "-S", INTERFACE_LIST).decode().split()
 
     def pidfile(self):
         return self.sandbox.path(PIDFILE).read_bytes()
 
     def lock_holder(self):
-        """The pid of whoever holds a lock on the pid file, as the kernel tells it inside the sandbox, or 0."""
+        """Returns the pid of the process that locks the pid file, as the kernel reports it in the sandbox, or 0."""
         pid, start, length = self.sandbox.run("/usr/bin/python3", "-I", "-S", LOCK, "ask", PIDFILE).split()
         assert pid == b"0" or (start, length) == (b"0", b"0"), "the lock covers the whole file"
         return int(pid)
 
     def hold_lock(self, kind="process", sigterm="default"):
-        """Starts another process that holds the lock on the pid file, as lock.py says. Returns it once it does."""
+        """Starts another process that holds the lock on the pid file (lock.py). Returns it when it holds the lock."""
         process = self.sandbox.spawn("/usr/bin/python3", "-I", "-S", LOCK, "hold", PIDFILE, kind, sigterm)
         process.wait_for_output(b"held\n")
         return process
 
     def lock_holders(self):
-        """The pids of all that hold a lock on the pid file, as the kernel lists them; -1 for a holder without one.
+        """Returns the pids of all holders of a lock on the pid file, as the kernel lists them; -1 for a holder without
+        a pid.
 
-        The kernel gives its list in pages: a lock that goes from one process to the next in between may stand in it for
-        both. So the list counts when it is the same twice.
+        The kernel produces its list in parts: a lock that passes to another process meanwhile may appear for both. So
+        two identical lists are required.
         """
         before, holders = None, self._listed_holders()
         while holders != before:
@@ -139,7 +141,7 @@ class Host:
         file = self.sandbox.path(PIDFILE)
         if not file.exists():
             return []
-        status = file.stat()  # the list has locks of other devices, too
+        status = file.stat()  # the list also has locks on other devices
         name = f"{os.major(status.st_dev):02x}:{os.minor(status.st_dev):02x}:{status.st_ino}"
         lines = [line.split() for line in self.sandbox.path("/proc/locks").read_text().splitlines()]
         return sorted({int(line[4]) for line in lines if line[1] != "->" and line[5] == name})

@@ -1,4 +1,4 @@
-"""Prints the IPv6 addresses of this network namespace in the order in which getifaddrs yields them, one on a line."""
+"""Prints the IPv6 addresses of this network namespace in the order of getifaddrs, one per line."""
 
 import ctypes
 import socket

@@ -1,10 +1,10 @@
-"""Asks about or holds a write lock on a whole file.
+"""Queries or holds a write lock on a whole file.
 
-    lock.py ask FILE                          prints the holder's pid (0 for nobody), the lock's start and its length
-    lock.py hold FILE KIND SIGTERM            holds it until killed, and prints "held" once it does
+    lock.py ask FILE                          prints the holder's pid (0 if none), the lock's start and its length
+    lock.py hold FILE KIND SIGTERM            holds it until killed, and prints "held" when it has the lock
 
-KIND is process, for a lock of the process, or description, for one of the open file, which has no pid.
-SIGTERM is default, ignore, or release, which gives the lock back, prints "released" and goes on.
+KIND is process, for a lock of the process, or description, for a lock of the open file, which has no pid.
+SIGTERM is default, ignore, or release, which releases the lock, prints "released" and continues.
 """
 
 import fcntl

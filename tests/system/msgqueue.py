@@ -1,6 +1,6 @@
 """Sends one message to the control queue of this IPC namespace: msgqueue.py TYPE TEXT [raw]
 
-The text goes with its terminating zero, or without it when raw is given.
+With raw, the text is sent without its terminating zero.
 """
 
 import ctypes

@@ -1,15 +1,15 @@
-"""The situations in which a call fails, each run once, from its beginning to the end of all its processes.
+"""The situations in which a call fails. Each is run from its start until all its processes have ended.
 
-A run is written down as lines, its transcript:
+A run is recorded as lines, its transcript:
 
-    text            a line of standard output, without the time stamp of a log record when that is the clock's own; one
-                    inside the line is written NOW
+    text            a line of standard output; time stamps of the current time are omitted at the start of a line and
+                    replaced by NOW inside it
     udp: text       the text of a log datagram
     > call HANDLE   a call that the client library received
-    = fact          exit statuses, the descriptors of the service in its last cycle, what is left behind
+    = fact          exit statuses, the descriptors of the service in its last cycle, remaining files and queues
 
-Pids are written PID, the host's address ADDRESS. Situations whose programs end by themselves and those of the service share one host; each run finds
-it as the first one did.
+Pids are written as PID, the host's address as ADDRESS. Situations of commands and of the service share one host; each
+run finds it in the initial state.
 """
 
 import collections
@@ -30,8 +30,8 @@ CYCLES = 3
 TODAY = "2025/4/11 "
 EMPTY = "(an empty line)"
 STAMP = re.compile(r"\[(?P<stamp>\d+/\d+/\d+ [\d:.]+)\] (?P<record>\[.*)")
-INNER_STAMP = re.compile(rf"\[{TODAY}[\d:.]+\]")  # of a record that a missing line feed has put behind another
-ADDRESS = "2001:db8:1:2:3:4:5:6"  # too long for a text that needs no memory of its own
+INNER_STAMP = re.compile(rf"\[{TODAY}[\d:.]+\]")  # of a record that follows another without a line feed
+ADDRESS = "2001:db8:1:2:3:4:5:6"  # too long for a std::string without allocated memory
 REQUEST = re.compile(
     re.escape('{"request":"ws_dnsupdate","seqno":NUMBER,"item":{"name":"host1",').replace("NUMBER", r"(\d+)")
     + re.escape(f'"ipv6s":["{ADDRESS}"],"ipv6":"{ADDRESS}","httpsports":[443,8443]}}}}')
@@ -40,24 +40,24 @@ UDP_LOG = "udp://127.0.0.1:5140/netsvc?level=dbg"
 
 
 def epoch():
-    """The time stamp of the epoch, in local time."""
+    """Returns the time stamp of the epoch, in local time."""
     t = time.localtime(0)
     return f"{t.tm_year}/{t.tm_mon}/{t.tm_mday} {t.tm_hour:02}:{t.tm_min:02}:{t.tm_sec:02}.000000"
 
 
 def brief(text):
-    """One line of text, with the address and each request that is as it should be shortened."""
+    """Returns one line of text, with the address and each correct request abbreviated."""
     text = REQUEST.sub(r"request \1", text).replace(ADDRESS, "ADDRESS")
     return text.rstrip(" ").replace("\t", "\\t").replace("\n", "\\n").replace("\r", "\\r")
 
 
 def outcome(undisturbed, disturbed):
-    """What a transcript says beside the undisturbed one, in one line.
+    """Compares a transcript with the undisturbed one, in one line.
 
-    same                   the same lines, whatever their order
-    -line | +2x line       what is missing, and what came instead
-    all: line | line       when that is shorter, all lines that are not empty; the client library's calls stand at the end
-                           as they are, as changes, or as "usual calls"
+    same                   the same lines, in any order
+    -line | +2x line       the missing lines and the additional ones
+    all: line | line       if that is shorter, all lines that are not empty; calls of the client library are last, in
+                           full, as differences, or as "usual calls"
     """
     changes = _changes(undisturbed, disturbed)
     if not changes:
@@ -77,7 +77,7 @@ def _changes(undisturbed, disturbed):
 
 
 class Bench:
-    """One host on which runs follow each other."""
+    """One host on which all runs take place."""
 
     def __init__(self):
         self.host = Host()
@@ -124,7 +124,7 @@ class Bench:
             self.host.sandbox.run("ipcrm", "--all=msg")
 
     def processes(self):
-        """The executable's pids with their states. One that has ended stays until its status was asked for."""
+        """Returns the executable's pids and their states. An ended process is listed until its status was read."""
         found = {}
         for entry in self.host.sandbox.path("/proc").iterdir():
             if entry.name.isdigit() and entry.name != "1":
@@ -149,7 +149,7 @@ class Bench:
         self._received = len(self._receiver.output_so_far())
 
     def datagrams(self):
-        """The texts that came since the last look, without their header lines."""
+        """Returns the texts received since the last call, without header lines."""
         self.host.sandbox.run("/usr/bin/python3", "-I", "-S", HERE / "udp_sender.py", "127.0.0.1", "5140")
         end = b"end".hex().encode() + b"\n"
         wait_until(lambda: self._receiver.output_so_far()[self._received :].endswith(end), "the last datagram")
@@ -169,13 +169,13 @@ class Run:
         self._pids = set()
 
     def begin(self, *words):
-        """Starts the executable under the plan."""
+        """Starts the executable with the plan."""
         process = self.host.start(*words, env=self.bench.faults.env(self.host.clock, self.plan))
         self._pids.add(process.pid)
         return process
 
     def rests(self, process):
-        """Waits until the process stands still at its limit. Returns its clock, or None when it has ended."""
+        """Waits until the process is at its time limit. Returns its clock control, or None if it has ended."""
         give_up = time.monotonic() + PATIENCE
         while process.running():
             slot = self.host.clock._slot_of(process.pid)
@@ -193,20 +193,20 @@ class Run:
             time.sleep(0.0005)
 
     def _threads(self, process):
-        """What each thread of a process that hangs is at: its state, the kernel's wait and the system call."""
+        """Describes each thread of a process that hangs: its state, the kernel's wait channel and the system call."""
         tasks = self.host.sandbox.path(f"/proc/{process.pid}/task").iterdir()
         looks = ((task / what for what in ("stat", "wchan", "syscall")) for task in tasks)
         return "; ".join(" | ".join(file.read_text().strip() for file in files) for files in looks)
 
     def live(self, process):
-        """Lets a started service have its cycles, each after both servers have connected. Ends it as -stop does."""
+        """Lets a started service run its cycles, each after both servers have connected. Ends it as -stop does."""
         for cycle in range(CYCLES):
-            hand = self.rests(process)
-            if hand is None:
+            control = self.rests(process)
+            if control is None:
                 return
             for handle in (RDB, DNS):
                 self.host.library.tell(f"event {handle} {CONNECTED} 0")
-            hand.let_run(10 if cycle else 0.1)
+            control.let_run(10 if cycle else 0.1)
         if self.rests(process) is not None:
             self._note_state(process)
             process.kill(signal.SIGTERM)
@@ -221,7 +221,7 @@ class Run:
             self.lines.append("= its pid is in the file")
 
     def child_of(self, parent):
-        """The child, or None when the parent ends without one."""
+        """Returns the child, or None if the parent ends without a child."""
 
         def found():
             children = set(self.bench.processes()) - {parent.pid}
@@ -261,7 +261,7 @@ class Run:
         self._pids.add(process.pid)
 
     def refuses(self, function, call):
-        """Whether the plan lets this call of the function fail."""
+        """Returns whether the plan makes this call of the function fail."""
         planned, nth, how = (self.plan or "none 0 once").split()[:3]
         return planned == function and (int(nth) == call or (int(nth) < call and how == "always"))
 
@@ -276,7 +276,7 @@ def service(run):
 
 
 def service_unknown_tag(run):
-    """The same with a server that does not know the tag."""
+    """The same with a server without the tag."""
     run.host.library.before_start("result rdb_tagget * 5")
     service(run)
 
@@ -287,7 +287,7 @@ def service_udp(run):
 
 
 def restless(run):
-    """-run whose sleeps fail: it never stands still, so it is ended once its first cycle has been through."""
+    """-run with sleeps that fail: its clock never stops, so it is ended after its first cycle."""
     run.host.library.before_start(f"during rdb_connectex * {CONNECTED}")
     process = run.begin("-run")
     wait_until(run.host.library.requests, "the first cycle")
@@ -297,22 +297,22 @@ def restless(run):
 
 
 def parent_and_child(run):
-    """Starts in the background and waits for the parent's end. Returns it and the child, or None when there was none."""
+    """Starts in the background and waits until the parent ends. Returns it and the child, or None without a child."""
     parent = run.begin("-start")
     run.rests(parent)
     child = run.child_of(parent)
     if child is not None:
         run.knows(child)
         run.rests(child)
-    hand = run.rests(parent)
-    if hand is not None:
-        hand.let_run(31)
+    control = run.rests(parent)
+    if control is not None:
+        control.let_run(31)
     run.ends(parent)
     return parent, child
 
 
 def background(run):
-    """-start: parent and child, and the child's cycles once the parent has ended."""
+    """-start: parent and child, and the child's cycles after the parent has ended."""
     parent, child = parent_and_child(run)
     if child is not None:
         run.live(child)
@@ -324,7 +324,7 @@ def background(run):
 
 
 def background_hurried(run):
-    """The same with a parent that cannot sleep. Who is faster decides what it prints and who removes the queue."""
+    """The same with a parent that cannot sleep. A race decides what it prints and which process removes the queue."""
     parent, child = parent_and_child(run)
     run.live(child)
     run.note_status("the parent", parent)
@@ -333,13 +333,13 @@ def background_hurried(run):
 
 
 def background_restless(run):
-    """-start whose child never stands still: it is ended once its first cycle has been through."""
+    """-start with a child whose clock never stops: it is ended after its first cycle."""
     run.host.library.before_start(f"during rdb_connectex * {CONNECTED}")
     parent = run.begin("-start")
-    hand = run.rests(parent)
+    control = run.rests(parent)
     child = run.child_of(parent)
     wait_until(run.host.library.requests, "the first cycle")
-    hand.let_run(31)
+    control.let_run(31)
     child.kill(signal.SIGTERM)
     run.note_output(parent.all_output())
     run.note_status("the parent", parent)
@@ -356,19 +356,20 @@ def one_command(*words):
 
 
 def beside_a_holder(word, kind="process", sigterm="default"):
-    """A command while another process holds the lock. It goes on sleeping when a holder that is to end has ended."""
+    """A command while another process holds the lock. If that holder is to end, the command sleeps until it has
+    ended."""
 
     def steps(run):
         holder = run.host.hold_lock(kind, sigterm)
         run.knows(holder)
         run.host.sandbox.path(PIDFILE).write_text(f"{holder.pid}\n")
         process = run.begin(word)
-        hand = run.rests(process)
+        control = run.rests(process)
         terminated = word == "-stop" and sigterm == "default" and not run.refuses("kill", 1)
-        if hand is not None:
+        if control is not None:
             if terminated:
                 run.ends(holder)
-            hand.let_run(400)
+            control.let_run(400)
         output = process.all_output()
         run.note_output(output)
         run.note_status("the command", process)

@@ -1,23 +1,23 @@
-"""The table of the n-th failures: a call of the executable fails, and this is how the run ends.
+"""The table of the n-th failures: a call of the executable fails; the table describes how the run ends.
 
-It is in tests/data/nth_failure_*.tsv, a file for each subject. Fields are parted by tabs; where several values stand in
-one of the first six, the line is a run for each combination:
+It is in tests/data/nth_failure_*.tsv, one file per subject. Fields are separated by tabs. If one of the first six has
+several values, the line describes one run for each combination:
 
-    situation   the command and what it meets (nth_failure.py), several parted by " | "
-    process     first: the one that was started; child: the one that -start forks
+    situation   the command and its conditions (nth_failure.py), several separated by " | "
+    process     first: the process that was started; child: the one that -start forks
     call
-    nth         the call that fails, counted among the calls that the executable itself makes in that process: all of
-                them, or of more than six at least the first three, one in the middle and the last
-    how         once: that call alone; always: that one and all later ones
+    nth         the call that fails, counted among the calls of the executable in that process: all of them, or, of
+                more than six, at least the first three, one in the middle and the last
+    how         once: only that call; always: that call and all later ones
     error       errno, or the result where that is the error; 0: a short result, such as nothing written
-    outcome     beside the undisturbed run, whatever the order of its lines:
-                    same             nothing differs
-                    -line | +line    what is missing, and what comes instead, "2x" for twice
-                    all: line | line all lines but empty ones, where that is shorter
-                A line is one of standard output, of a log datagram ("udp:"), a call that reached the client
-                library (">"), or a fact ("="). ERROR is the number in the sixth field. The undisturbed service has
-                three cycles, each after both servers have connected. At the end of each run all processes have
-                ended, nobody holds the lock and no queue is left, unless a fact says so.
+    outcome     the difference from the undisturbed run, in any order of lines:
+                    same             no difference
+                    -line | +line    missing and additional lines, "2x" for twice
+                    all: line | line all lines that are not empty, if that is shorter
+                A line is one of standard output, of a log datagram ("udp:"), a call of the client library (">"),
+                or a fact ("="). ERROR is the number in the sixth field. The undisturbed service has three cycles,
+                each after both servers have connected. At the end of each run all processes have ended, the lock is
+                free and no queue exists, unless a fact states otherwise.
 """
 
 import itertools

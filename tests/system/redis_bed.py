@@ -1,4 +1,4 @@
-"""A Redis server, a proxy before it and the open client library as its client, all in one sandbox."""
+"""A Redis server, a proxy in front of it and the open client library as client, in one sandbox."""
 
 import os
 import shutil
@@ -18,7 +18,7 @@ DATA = "/mnt/redis"
 
 
 def require():
-    """Skips the test unless the server and its client are there."""
+    """Skips the test unless the server and its client are installed."""
     if not shutil.which("redis-server") or not shutil.which("redis-cli"):
         pytest.skip("redis-server or redis-cli is not installed (redis-server)")
     if not LIBRARY.exists() or b"libhiredis" not in LIBRARY.read_bytes():
@@ -26,7 +26,7 @@ def require():
 
 
 class Server:
-    """redis-server on port 6379 of an address. Keeps nothing on disk unless its options say so."""
+    """redis-server on port 6379 of an address. Stores nothing on disk unless its options request it."""
 
     def __init__(self, sandbox, address="127.0.0.1", folder=DATA):
         self._sandbox = sandbox
@@ -34,18 +34,18 @@ class Server:
         self._folder = folder
         self._socket = f"{folder}.sock"
         self._process = None
-        self.login = []  # the words of redis-cli with which command() comes in
+        self.login = []  # options with which command() logs in
         sandbox.path(folder).mkdir()
 
     def start(self, *options, answer="PONG"):
-        """answer: the first word of what it answers to PING when it is ready for the test."""
+        """answer: the first word of its answer to PING when it is ready for the test."""
         always = ["--port", "6379", "--bind", self._address, "--unixsocket", self._socket, "--dir", self._folder]
         always += ["--save", "", "--loglevel", "warning"]
         self._process = self._sandbox.spawn("redis-server", *always, *options)
         wait_until(lambda: self._ask("PING").split(" ")[0] == answer, "redis-server")
 
     def kill(self):
-        """Ends it at once; what is not on the disk is lost."""
+        """Kills it; data that is not on disk is lost."""
         self._process.kill(signal.SIGKILL)
         self._process.wait()
 
@@ -54,7 +54,7 @@ class Server:
         return subprocess.run(command, capture_output=True, text=True, check=False).stdout.rstrip("\n")
 
     def command(self, *words):
-        """The answer as redis-cli prints it to a pipe: one line for each element."""
+        """Returns the answer as redis-cli prints it to a pipe: one line per element."""
         answer = self._ask(*(str(word) for word in words))
         assert not answer.startswith(("ERR", "NO", "WRONG")), (words, answer)
         return answer
@@ -63,7 +63,7 @@ class Server:
         return self.command("-n", database, "HGET", f"rdb:value:{name}", "value")
 
     def history(self, name="host1"):
-        """The values of the history, oldest first."""
+        """Returns the values of the history, oldest first."""
         lines = self.command("XRANGE", f"rdb:history:{name}", "-", "+").splitlines()
         return [lines[i + 1] for i, line in enumerate(lines) if line == "value"]
 
@@ -81,14 +81,14 @@ class Proxy:
         os.close(self._orders)
 
     def order(self, mode):
-        """Sets how answers pass from now on."""
+        """Sets how answers are passed on from now on."""
         before = len(self._process.output_so_far())
         os.write(self._orders, mode.encode() + b"\n")
         wait_until(lambda: len(self._process.output_so_far()) > before, "the proxy")
 
 
-class Bed:
-    """Nothing runs at first; the client's child starts with its first connection."""
+class Fixture:
+    """At first nothing runs. The client's process starts with its first connection."""
 
     def __init__(self, reading=True):
         self.sandbox = Sandbox()
@@ -106,27 +106,27 @@ class Bed:
         self.sandbox.close()
 
     def end_client(self):
-        """Ends the client without a farewell, if there is one."""
+        """Kills the client, if it runs."""
         if self.client is not None:
             self.client.close()
         self.client = None
 
     def connect(self, rest="", user="default", password="any", port=6379, sockets=None, host="127.0.0.1"):
-        """Begins to connect a client."""
+        """Starts to connect a client."""
         self.client = RdbClient(self.sandbox, LIBRARY, SHIM, sockets)
         self.handle = self.client.open(f"redis://{host}:{port}{rest}", user, password)
 
     def connected(self, *arguments, **options):
-        """Connects a client and waits until it is."""
+        """Connects a client and waits until it is connected."""
         self.connect(*arguments, **options)
         self.wait_connected()
 
     def wait_connected(self):
-        """Waits until the newest event is that the client is connected."""
+        """Waits until the last event is that the client is connected."""
         wait_until(lambda: self.client.events(self.handle)[-1:] == [CONNECTED], "the connection")
 
     def register(self, value, name="host1"):
-        """Makes the tag and puts a value, as the service does for a tag that it does not find."""
+        """Imports the tag and puts a value, as the service does if the tag does not exist."""
         assert self.client.taginport(self.handle, name) == 0
         assert self.put(value, name) == 0
 
@@ -134,12 +134,12 @@ class Bed:
         return self.client.put(self.handle, name, value)
 
     def wait_held(self, value, name="host1", database=0, since=None):
-        """Waits until the server holds value by the client's first attempt since the server is as it should be: now, or
-        since a moment of the client's."""
+        """Waits until the server has value, which must happen at the client's first attempt since the server works
+        again: since now, or since an earlier time of the client."""
         self.client.wait_first_attempt(lambda: self.server.value(name, database) == value, value, since)
 
     def proxy(self, mode):
-        """Sets how answers pass at port 6380 from now on, see redis_proxy.py."""
+        """Sets how answers are passed on at port 6380, see redis_proxy.py."""
         if self._proxy is None:
             self._proxy = Proxy(self.sandbox)
         self._proxy.order(mode)

@@ -1,14 +1,14 @@
-"""A proxy between a client and the Redis server at port 6379 of the same sandbox, listening at port 6380.
+"""A proxy at port 6380, between a client and the Redis server at port 6379 of the same sandbox.
 
-A line of standard input sets how the server's answers pass from then on:
+A line of standard input sets how the server's answers are passed on from then on:
 
-    pass      as they come
-    drip      one byte at a time, each in a segment of its own
+    pass      unchanged
+    drip      one byte at a time, each in a separate segment
     hold      not at all
-    cut N     N bytes more, then both sides are closed; later connections pass
+    cut N     N more bytes, then both sides are closed; later connections pass
     first N   the first N bytes of each connection, and nothing after them
 
-Requests always pass. Standard output gets a "." when it listens, and for each line of input when it has been taken.
+Requests always pass. Writes "." to standard output when it listens, and after each line of input that it has applied.
 """
 
 import os
@@ -22,9 +22,9 @@ class Proxy:
         self.listener = socket.create_server(("127.0.0.1", 6380))
         self.mode = "pass"
         self.left = 0
-        self.partners = {}  # a socket: the socket at the other side
+        self.partners = {}  # maps a socket to the one on the other side
         self.clients = set()
-        self.passed = {}  # a client: the bytes of its answers that came so far
+        self.passed = {}  # maps a client to the number of answer bytes so far
 
     def accept(self):
         client, _ = self.listener.accept()

@@ -1,6 +1,6 @@
-"""Sends signals that are pending together: stops the process, directs them at its threads, and lets it go on.
+"""Sends several signals at once: stops the process, sends the signals to its threads, and continues it.
 
-signals_at_once.py PID SIGNAL:THREAD...     THREAD is a place among the process's threads, 0 for the main thread
+signals_at_once.py PID SIGNAL:THREAD...     THREAD is the index of a thread of the process, 0 for the main thread
 """
 
 import ctypes

@@ -1,4 +1,4 @@
-"""The command line: which words are known, and what those without a service print."""
+"""The command line: the known words, and the output of the words that start no service."""
 
 import pytest
 from host import DIRECTORY, PIDFILE
@@ -42,7 +42,7 @@ def test_103_an_unknown_word_prints_only_the_empty_line(host, word):
 
 
 @pytest.mark.parametrize("words", [("-ver", "-ver"), ("-run", ""), ("-start", "now"), ("-stop", "1"), ("-status",) * 3])
-def test_104_two_words_or_more_print_only_the_empty_line(host, words):
+def test_104_several_words_print_only_the_empty_line(host, words):
     assert host.command(*words) == b"\n"
 
 
@@ -70,12 +70,12 @@ def test_108_a_terminal_shows_what_a_pipe_receives(host, words):
     assert host.command(*words, tty=True) == host.command(*words).replace(b"\n", b"\r\n")
 
 
-def test_109_the_service_is_always_called_addrpubd_whatever_the_file_is_called(host):
+def test_109_the_service_is_called_addrpubd_for_any_file_name(host):
     host.sandbox.run("ln", f"{DIRECTORY}/addrpubd", f"{DIRECTORY}/other")
     process = host.sandbox.spawn("./other", cwd=DIRECTORY)
     assert process.all_output() == USAGE
 
 
-def test_110_without_dev_null_a_command_prints_what_it_always_does(host):
+def test_110_without_dev_null_the_output_is_the_same(host):
     host.sandbox.run("mount", "-t", "tmpfs", "tmpfs", "/dev")
     assert host.command("-ver") == VERSION

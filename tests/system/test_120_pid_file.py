@@ -1,4 +1,4 @@
-"""The pid file: its text, its mode, its lock, and who is kept out by it."""
+"""The pid file: its text, its mode, its lock, and the starts that it prevents."""
 
 import os
 import stat
@@ -54,7 +54,7 @@ GARBAGE = {
 
 
 @pytest.mark.parametrize("content", GARBAGE.values(), ids=GARBAGE)
-def test_126_a_leftover_file_without_a_lock_is_overwritten_and_cut(host, content):
+def test_126_a_leftover_file_without_a_lock_is_replaced(host, content):
     host.sandbox.path(PIDFILE).write_bytes(content)
     process, _ = host.run()
     assert host.pidfile() == f"{process.pid}\n".encode()
@@ -67,14 +67,14 @@ def test_127_a_leftover_file_keeps_its_mode(host):
     assert stat.S_IMODE(os.stat(host.sandbox.path(PIDFILE)).st_mode) == 0o600
 
 
-def test_128_a_second_run_names_the_pid_of_the_first_and_starts_nothing(host):
+def test_128_a_second_run_prints_the_pid_of_the_first_and_starts_nothing(host):
     first, _ = host.run()
     calls = host.library.names()
     assert host.command("-run") == f"\naddrpubd alreay runging! pid = {first.pid}\n".encode()
     assert host.library.names() == calls
 
 
-def test_129_a_second_run_leaves_file_and_lock_of_the_first_alone(host):
+def test_129_a_second_run_changes_neither_file_nor_lock(host):
     first, _ = host.run()
     host.command("-run")
     assert (host.lock_holder(), host.pidfile()) == (first.pid, f"{first.pid}\n".encode())
@@ -86,7 +86,7 @@ def test_130_the_pid_of_a_running_instance_comes_from_the_lock_not_from_the_text
     assert host.command("-run") == f"\naddrpubd alreay runging! pid = {holder.pid}\n".encode()
 
 
-def test_131_a_killed_service_does_not_keep_the_next_one_out(host):
+def test_131_a_killed_service_does_not_prevent_the_next_start(host):
     first, _ = host.run()
     first.kill(9)
     assert first.wait() == -9
@@ -95,44 +95,44 @@ def test_131_a_killed_service_does_not_keep_the_next_one_out(host):
     assert (host.lock_holder(), host.pidfile()) == (second.pid, f"{second.pid}\n".encode())
 
 
-def test_132_who_may_not_write_there_gets_the_access_error(host):
+def test_132_a_user_without_write_permission_gets_the_access_error(host):
     assert host.command("-run", uid=NOBODY) == b"\n" + ACCESS_ERROR
 
 
-def test_133_a_missing_directory_gives_the_access_error(host):
+def test_133_a_missing_directory_is_an_access_error(host):
     host.sandbox.run("mount", "-t", "tmpfs", "tmpfs", "/var")
     assert host.command("-run") == b"\n" + ACCESS_ERROR
 
 
-def test_134_a_directory_in_the_files_place_gives_the_access_error(host):
+def test_134_a_directory_instead_of_the_file_is_an_access_error(host):
     host.sandbox.path(PIDFILE).mkdir()
     assert host.command("-run") == b"\n" + ACCESS_ERROR
 
 
-def test_135_a_read_only_file_system_gives_the_access_error(host):
+def test_135_a_read_only_file_system_is_an_access_error(host):
     host.sandbox.run("mount", "-o", "remount,ro", "/run")
     assert host.command("-run") == b"\n" + ACCESS_ERROR
 
 
-def test_136_a_file_that_cannot_be_cut_gives_the_access_error(host):
+def test_136_a_file_that_cannot_be_truncated_is_an_access_error(host):
     host.sandbox.run("mkfifo", PIDFILE)
     assert host.command("-run") == b"\n" + ACCESS_ERROR
 
 
-def test_137_a_full_file_system_gives_the_access_error(host):
+def test_137_a_full_file_system_is_an_access_error(host):
     host.sandbox.run("mount", "-t", "tmpfs", "-o", "size=4k", "tmpfs", "/run")
     host.sandbox.path("/run/filler").write_bytes(bytes(4096))
     assert host.command("-run") == b"\n" + ACCESS_ERROR
 
 
-def test_138_no_access_error_calls_the_client_library(host):
+def test_138_after_an_access_error_the_client_library_is_not_called(host):
     host.sandbox.path(PIDFILE).mkdir()
     host.command("-run")
     assert host.library.calls() == []
 
 
-def test_139_the_claim_waits_for_no_reader_of_the_file(host):
-    """Only locks count: a process that merely has the file open is no instance."""
+def test_139_the_claim_does_not_wait_for_readers_of_the_file(host):
+    """Only a lock marks an instance; a process that has the file open is none."""
     host.sandbox.path(PIDFILE).write_bytes(b"1\n")
     with open(host.sandbox.path(PIDFILE), "rb"):
         process, _ = host.run()

@@ -1,4 +1,4 @@
-"""The console run from its first byte to its last: start, output on pipe and terminal, signals, exit."""
+"""The foreground run from start to exit: output on a pipe and on a terminal, signals, exit."""
 
 import signal
 
@@ -20,7 +20,7 @@ def expected_run(host, ending):
 
 
 @pytest.mark.parametrize("number", [signal.SIGINT, signal.SIGTERM])
-def test_141_the_whole_output_of_a_run_through_a_pipe(host, number):
+def test_141_the_complete_output_of_a_run_on_a_pipe(host, number):
     process, _ = host.run()
     process.kill(number)
     assert process.all_output() == expected_run(host, f"exit signal {int(number)}.\n".encode())
@@ -33,7 +33,7 @@ def test_142_a_signal_ends_the_service_with_status_0(host, number):
     assert process.wait() == 0
 
 
-def test_143_a_terminal_shows_the_same_bytes_with_its_carriage_returns(host):
+def test_143_a_terminal_shows_the_same_bytes_with_carriage_returns(host):
     process, _ = host.run(tty=True)
     process.kill()
     assert process.all_output() == expected_run(host, b"exit signal 15.\n").replace(b"\n", b"\r\n")
@@ -51,7 +51,7 @@ def test_145_a_terminal_shows_each_line_at_once(host):
     assert process.wait_for_output(b"Start success!\r\n\r\n").count(b"\n") == 8
 
 
-def test_146_the_exit_disconnects_and_gives_back_both_handles_the_rdb_servers_first(host):
+def test_146_the_exit_closes_both_connections_the_rdb_servers_first(host):
     process, _ = host.run()
     host.stop(process)
     assert host.library.names()[-4:] == [
@@ -74,7 +74,7 @@ def test_147_the_exit_logs_before_it_disconnects(host):
 
 
 @pytest.mark.parametrize("url", ["rdburl", "dnsurl"])
-def test_148_the_exit_closes_the_only_connection_there_is(host, url):
+def test_148_the_exit_closes_a_single_connection(host, url):
     host.settings(**{url: None})
     process, _ = host.run()
     host.stop(process)
@@ -83,8 +83,8 @@ def test_148_the_exit_closes_the_only_connection_there_is(host, url):
 
 def test_149_a_service_without_servers_starts_and_never_calls_the_client_library(host):
     host.settings(rdburl=None, dnsurl=None)
-    process, hand = host.run()
-    hand.advance(30)
+    process, control = host.run()
+    control.advance(30)
     assert host.stop(process).endswith(
         b"exit signal 15.\n" + host.line("inf", b"stop addrpubd service success.", at=30)
     )
@@ -95,8 +95,8 @@ def test_149_a_service_without_servers_starts_and_never_calls_the_client_library
 def test_150_a_signal_during_a_call_of_the_client_library_ends_the_service(host, function):
     host.sandbox.add_address("2001:db8::1/64")
     host.library.before_start(f"hold {function} 0")
-    process, hand = host.run(RDB, DNS)
-    hand.let_run(0.1)
+    process, control = host.run(RDB, DNS)
+    control.let_run(0.1)
     assert host.library.tell("held 30000")
     host.stop(process)
     assert [name for name, _ in host.library.names()][-5:] == [function] + ["rdb_disconnect", "rdb_destory"] * 2
@@ -116,19 +116,19 @@ def test_152_the_run_keeps_working_directory_umask_session_and_descriptors(host)
     links = host.sandbox.run("readlink", f"/proc/{process.pid}/cwd", f"/proc/{process.pid}/fd/1").split()
     assert links[0] == DIRECTORY.encode() and links[1].startswith(b"pipe:")
     stat = host.sandbox.path(f"/proc/{process.pid}/stat").read_text().rsplit(") ", 1)[1].split()
-    assert int(stat[3]) != process.pid  # no session of its own
+    assert int(stat[3]) != process.pid  # still in the session of its parent
 
 
-def test_153_each_turn_of_the_loop_sleeps_100_milliseconds(host):
-    _, hand = host.run()
-    hand.advance(1.05)
-    assert (hand.sleeps, hand.last_sleep_ns) == (11, 100_000_000)
+def test_153_each_pass_of_the_loop_sleeps_100_milliseconds(host):
+    _, control = host.run()
+    control.advance(1.05)
+    assert (control.sleeps, control.last_sleep_ns) == (11, 100_000_000)
 
 
-def test_154_the_pid_file_is_the_only_file_the_service_leaves(host):
+def test_154_the_pid_file_is_the_only_remaining_file(host):
     before = {entry.name for entry in host.sandbox.path("/run").iterdir()}
-    process, hand = host.run(RDB, DNS)
-    hand.advance(20)
+    process, control = host.run(RDB, DNS)
+    control.advance(20)
     host.stop(process)
     after = {entry.name for entry in host.sandbox.path("/run").iterdir()}
     assert after - before == {PIDFILE.rsplit("/", 1)[1]}

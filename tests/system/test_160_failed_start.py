@@ -7,19 +7,19 @@ STARTED = [("rdb_create", 0), ("rdb_setmessagenotify", 0), ("rdb_connectex", 0)]
 
 
 def failed(host):
-    """Runs a start that fails. Returns the lines between the start record and the verdict, which must be there."""
+    """Runs a start that fails. Returns the lines between the start record and "Start failed!"."""
     output = host.command("-run")
     start = b"\n" + host.line("inf", b"\n\tstart addrpubd...")
     assert output.startswith(start) and output.endswith(b"Start failed!\n")
     return output[len(start) : -len(b"Start failed!\n")]
 
 
-def test_161_a_missing_ini_file_is_named_on_standard_output(host):
+def test_161_a_missing_ini_file_is_reported_on_standard_output(host):
     host.ini(None)
     assert host.command("-run") == f"\nLoad {INI} failed.\nStart failed!\n".encode()
 
 
-def test_162_the_ini_file_is_looked_for_beside_the_executable_not_in_the_working_directory(host):
+def test_162_the_ini_file_is_read_from_the_folder_of_the_executable(host):
     elsewhere = host.sandbox.path("/mnt/elsewhere")
     elsewhere.mkdir()
     for name in ("librdbapix64.so", "addrpubd.ini"):
@@ -41,13 +41,13 @@ def test_164_a_host_name_with_an_illegal_character_is_refused(host, name):
 
 
 @pytest.mark.parametrize("name", ["a b", "a,b", "a/b", "a\\b", "[x]", "{x}", "a=b", "`x`", "\x7f", "h\u00f6st", "%s%n"])
-def test_165_any_other_character_is_taken(host, name):
+def test_165_any_other_character_is_accepted(host, name):
     host.settings(hostname=name)
     process, _ = host.run()
     assert b"Start success!" in host.stop(process)
 
 
-def test_166_an_empty_ini_file_fails_without_a_word_of_log(host):
+def test_166_an_empty_ini_file_fails_without_a_log(host):
     host.ini(b"")
     assert host.command("-run") == b"\nStart failed!\n"
 
@@ -68,7 +68,7 @@ def test_168_a_host_name_is_checked_before_any_connection(host):
 
 @pytest.mark.parametrize("missing", ["rdburl", "rdbuser", "rdbpswd"])
 @pytest.mark.parametrize("how", [None, "", "# x"])
-def test_169_an_rdb_server_that_is_not_fully_configured_is_done_without(host, missing, how):
+def test_169_an_rdb_server_that_is_not_fully_configured_is_left_out(host, missing, how):
     host.settings(**{missing: how})
     process, _ = host.run()
     assert host.line("inf", b"rdburl: not config.") in host.stop(process)
@@ -77,21 +77,21 @@ def test_169_an_rdb_server_that_is_not_fully_configured_is_done_without(host, mi
 
 @pytest.mark.parametrize("missing", ["dnsurl", "dnsuser", "dnspswd"])
 @pytest.mark.parametrize("how", [None, "", "# x"])
-def test_170_a_dns_server_that_is_not_fully_configured_is_done_without(host, missing, how):
+def test_170_a_dns_server_that_is_not_fully_configured_is_left_out(host, missing, how):
     host.settings(**{missing: how})
     process, _ = host.run()
     assert host.line("inf", b"dnsurl: not config.") in host.stop(process)
     assert [call.url for call in host.library.calls("rdb_connectex")] == [b"rdb://192.0.2.1:900"]
 
 
-def test_171_no_rdb_handle_fails_the_start(host):
+def test_171_without_an_rdb_handle_the_start_fails(host):
     host.library.before_start("result rdb_create 0 -1")
     assert failed(host) == host.line("inf", b"rdburl: rdb://192.0.2.1:900") + host.line("err", b"rdb_create failed")
     assert host.library.names() == [("rdb_create", -1)]
 
 
 @pytest.mark.parametrize("code", [1, -1, 2147483647])
-def test_172_a_refused_rdb_connection_gives_its_handle_back_and_fails_the_start(host, code):
+def test_172_a_refused_rdb_connection_frees_its_handle_and_fails_the_start(host, code):
     host.library.before_start(f"result rdb_connectex 0 {code}")
     assert failed(host) == host.line("inf", b"rdburl: rdb://192.0.2.1:900") + host.line(
         "err", b"rdb_connectex rdb://192.0.2.1:900 asynchronous connection failed"
@@ -99,7 +99,7 @@ def test_172_a_refused_rdb_connection_gives_its_handle_back_and_fails_the_start(
     assert host.library.names() == STARTED + [("rdb_destory", 0)]
 
 
-def test_173_no_dns_handle_fails_the_start_and_leaves_the_rdb_connection_open(host):
+def test_173_without_a_dns_handle_the_start_fails_with_the_rdb_connection_open(host):
     host.library.before_start("result rdb_create 1 -5")
     assert failed(host).endswith(
         host.line("inf", b"dnsurl: dns://192.0.2.2:901")
@@ -109,7 +109,7 @@ def test_173_no_dns_handle_fails_the_start_and_leaves_the_rdb_connection_open(ho
 
 
 @pytest.mark.parametrize("code", [1, -1])
-def test_174_a_refused_dns_connection_gives_its_handle_back_and_leaves_the_rdb_connection_open(host, code):
+def test_174_a_refused_dns_connection_frees_only_its_own_handle(host, code):
     host.library.before_start(f"result rdb_connectex 1 {code}")
     assert failed(host).endswith(
         host.line("inf", b"dnsurl: dns://192.0.2.2:901")

@@ -1,6 +1,6 @@
-"""-start: what the terminal shows and when, the child that stays, and the control queue.
+"""-start: the output and its times, the child, and the control queue.
 
-The parent stands still at its first poll, so each test decides how far the child has come before the parent looks.
+The parent's clock stops at its first poll, so each test decides how far the child has come before the parent polls.
 """
 
 import signal
@@ -16,27 +16,28 @@ FAILURE = b"\nstart...\rStart failed!\nfinished\n"
 
 
 def launch(host):
-    """Starts the service. Returns the parent at its first poll, and the child at its first sleep, with their hands."""
+    """Starts the service. Returns the parent at its first poll, and the child at its first sleep, with their clock
+    controls."""
     parent = host.start("-start")
-    hand = host.clock.of(parent)
-    hand.wait_parked()
+    control = host.clock.of(parent)
+    control.wait_parked()
     pid = wait_until(lambda: next((pid for pid in host.clock.pids() if pid != parent.pid), None), "the child")
     child = host.sandbox.adopt(pid)
-    child_hand = host.clock.of(child)
-    child_hand.wait_parked()
-    return parent, hand, child, child_hand
+    child_control = host.clock.of(child)
+    child_control.wait_parked()
+    return parent, control, child, child_control
 
 
-def finish(process, hand, seconds=31):
+def finish(process, control, seconds=31):
     """Lets a process run to its end. Returns its output; its status must be 0."""
-    hand.let_run(seconds)
+    control.let_run(seconds)
     output = process.all_output()
     assert process.wait() == 0
     return output
 
 
 def queues(host):
-    """The System V queues of the sandbox: all lines but the heading."""
+    """Returns the System V queues of the sandbox: all lines except the heading."""
     return host.sandbox.run("cat", "/proc/sysvipc/msg").splitlines()[1:]
 
 
@@ -48,34 +49,34 @@ def silent(host):
 
 
 def failed_child(host):
-    """Starts a service that fails, and waits for its child's end. Returns the parent, its hand, the child's pid."""
+    """Starts a service that fails, and waits for its child's end. Returns the parent, its control, the child's pid."""
     parent = host.start("-start")
-    hand = host.clock.of(parent)
-    hand.wait_parked()
+    control = host.clock.of(parent)
+    control.wait_parked()
     own = f"{parent.pid}\n".encode()
     wait_until(lambda: host.pidfile() not in (own, b"") and host.lock_holder() == 0, "the child's end")
-    return parent, hand, int(host.pidfile())
+    return parent, control, int(host.pidfile())
 
 
 def test_1801_a_successful_start_shows_start_success_and_finished(silent):
-    parent, hand, child, _ = launch(silent)
-    assert finish(parent, hand) == b"\n" + SUCCESS
+    parent, control, child, _ = launch(silent)
+    assert finish(parent, control) == b"\n" + SUCCESS
     assert child.running()
 
 
 def test_1802_the_parent_prints_one_text_for_each_poll_of_100_milliseconds(silent):
-    parent, hand, _, _ = launch(silent)
-    assert hand.last_sleep_ns == 100_000_000
-    hand.advance(0.1)
+    parent, control, _, _ = launch(silent)
+    assert control.last_sleep_ns == 100_000_000
+    control.advance(0.1)
     assert parent.wait_for_output(b"\r") == b"\n\nstart...\r"
-    hand.advance(0.1)
+    control.advance(0.1)
     assert parent.wait_for_output(b"success!\n\n") == b"\n\nstart...\rStart success!\n\n"
-    assert finish(parent, hand, 0.1) == b"\n" + SUCCESS
+    assert finish(parent, control, 0.1) == b"\n" + SUCCESS
 
 
-def test_1803_the_child_is_a_session_of_its_own_in_the_root_directory_with_umask_0(silent):
-    parent, hand, child, _ = launch(silent)
-    finish(parent, hand)
+def test_1803_the_child_has_a_new_session_the_root_directory_and_umask_0(silent):
+    parent, control, child, _ = launch(silent)
+    finish(parent, control)
     proc = f"/proc/{child.pid}"
     stat = silent.sandbox.path(f"{proc}/stat").read_text().rsplit(") ", 1)[1].split()
     assert (int(stat[1]), int(stat[3])) == (1, child.pid)
@@ -84,17 +85,17 @@ def test_1803_the_child_is_a_session_of_its_own_in_the_root_directory_with_umask
     assert links == b"/\n/dev/null\n/dev/null\n/dev/null\n"
 
 
-def test_1804_the_pid_file_names_the_child_and_the_child_holds_the_lock(silent):
-    parent, hand, child, _ = launch(silent)
-    finish(parent, hand)
+def test_1804_the_pid_file_contains_the_child_which_holds_the_lock(silent):
+    parent, control, child, _ = launch(silent)
+    finish(parent, control)
     assert (silent.pidfile(), silent.lock_holder()) == (f"{child.pid}\n".encode(), child.pid)
 
 
 def test_1805_the_console_log_of_the_start_is_shown_and_nothing_after_it(host):
-    parent, hand, child, child_hand = launch(host)
+    parent, control, child, child_control = launch(host)
     host.library.connect(RDB)
-    child_hand.advance(1)
-    output = finish(parent, hand)
+    child_control.advance(1)
+    output = finish(parent, control)
     assert output == (
         b"\n"
         + host.line("inf", b"\n\tstart addrpubd...")
@@ -108,17 +109,17 @@ def test_1805_the_console_log_of_the_start_is_shown_and_nothing_after_it(host):
 
 def test_1806_the_child_publishes(silent):
     silent.sandbox.add_address("2001:db8::1/64")
-    parent, hand, _, child_hand = launch(silent)
-    finish(parent, hand)
+    parent, control, _, child_control = launch(silent)
+    finish(parent, control)
     silent.library.connect(RDB, DNS)
-    child_hand.advance(0.1)
+    child_control.advance(0.1)
     assert (silent.library.puts(), len(silent.library.requests())) == ([b"2001:db8::1"], 1)
 
 
 @pytest.mark.parametrize("number", [2, 15])
 def test_1807_a_signal_ends_the_child_with_status_0_and_closes_both_connections(silent, number):
-    parent, hand, child, _ = launch(silent)
-    finish(parent, hand)
+    parent, control, child, _ = launch(silent)
+    finish(parent, control)
     child.kill(number)
     assert child.wait() == 0
     assert [name for name, _ in silent.library.names()[6:]] == ["rdb_disconnect", "rdb_destory"] * 2
@@ -127,22 +128,22 @@ def test_1807_a_signal_ends_the_child_with_status_0_and_closes_both_connections(
 
 def test_1808_a_failed_start_shows_start_failed_and_ends_the_child_with_4(silent):
     silent.settings(logurl=None, hostname=None)
-    parent, hand, pid = failed_child(silent)
-    assert finish(parent, hand) == b"\n" + FAILURE
+    parent, control, pid = failed_child(silent)
+    assert finish(parent, control) == b"\n" + FAILURE
     assert silent.sandbox.status_of(pid) == 4
     assert silent.lock_holder() == 0
 
 
-def test_1809_a_missing_ini_file_is_named_before_the_texts(silent):
+def test_1809_a_missing_ini_file_is_reported_before_the_texts(silent):
     silent.ini(None)
-    parent, hand, pid = failed_child(silent)
-    assert finish(parent, hand) == f"\nLoad {INI} failed.\n".encode() + FAILURE
+    parent, control, pid = failed_child(silent)
+    assert finish(parent, control) == f"\nLoad {INI} failed.\n".encode() + FAILURE
     assert silent.sandbox.status_of(pid) == 4
 
 
-def test_1810_a_second_start_names_the_child_and_starts_nothing(silent):
-    parent, hand, child, _ = launch(silent)
-    finish(parent, hand)
+def test_1810_a_second_start_prints_the_pid_of_the_child_and_starts_nothing(silent):
+    parent, control, child, _ = launch(silent)
+    finish(parent, control)
     calls = silent.library.names()
     expected = f"\naddrpubd alreay runging! pid = {child.pid}\n".encode()
     assert (silent.command("-start"), silent.command("-run")) == (expected, expected)
@@ -150,9 +151,9 @@ def test_1810_a_second_start_names_the_child_and_starts_nothing(silent):
 
 
 def test_1811_the_parent_removes_the_queue(silent):
-    parent, hand, _, _ = launch(silent)
+    parent, control, _, _ = launch(silent)
     assert len(queues(silent)) == 1
-    finish(parent, hand)
+    finish(parent, control)
     assert queues(silent) == []
 
 
@@ -170,63 +171,63 @@ def left_over(host, kind, text, *raw):
 
 def test_1813_a_text_left_by_an_earlier_run_is_shown_first(silent):
     left_over(silent, 1, "left over\n")
-    parent, hand, _, _ = launch(silent)
-    assert finish(parent, hand) == b"\nleft over\n" + SUCCESS
+    parent, control, _, _ = launch(silent)
+    assert finish(parent, control) == b"\nleft over\n" + SUCCESS
 
 
 @pytest.mark.parametrize("text", ["finished", "FINISHED", "Finished"])
 def test_1814_an_end_marker_left_by_an_earlier_run_ends_the_parent_in_any_case(silent, text):
     left_over(silent, 1, text)
-    parent, hand, child, _ = launch(silent)
-    assert finish(parent, hand) == b"\n" + text.encode() + b"\n"
-    assert hand.sleeps == 1
+    parent, control, child, _ = launch(silent)
+    assert finish(parent, control) == b"\n" + text.encode() + b"\n"
+    assert control.sleeps == 1
     assert child.running() and queues(silent) == []
 
 
 @pytest.mark.parametrize("kind", [2, 77, 2**62])
 def test_1815_a_message_of_any_type_is_shown(silent, kind):
     left_over(silent, kind, "other\n")
-    parent, hand, _, _ = launch(silent)
-    assert finish(parent, hand) == b"\nother\n" + SUCCESS
+    parent, control, _, _ = launch(silent)
+    assert finish(parent, control) == b"\nother\n" + SUCCESS
 
 
-def test_1816_a_text_of_512_bytes_without_a_zero_is_shown_whole(silent):
+def test_1816_a_text_of_512_bytes_without_a_zero_is_shown_completely(silent):
     left_over(silent, 1, "x" * 511 + "\n", "raw")
-    parent, hand, _, _ = launch(silent)
-    assert finish(parent, hand).startswith(b"\n" + b"x" * 511 + b"\n")
+    parent, control, _, _ = launch(silent)
+    assert finish(parent, control).startswith(b"\n" + b"x" * 511 + b"\n")
 
 
 def test_1817_a_longer_message_blocks_the_queue_for_15_seconds(silent):
     left_over(silent, 1, "x" * 513, "raw")
-    parent, hand, child, _ = launch(silent)
-    assert finish(parent, hand) == b"\n"
-    assert (hand.sleeps, queues(silent)) == (150, [])
+    parent, control, child, _ = launch(silent)
+    assert finish(parent, control) == b"\n"
+    assert (control.sleeps, queues(silent)) == (150, [])
     assert child.running()
 
 
-def test_1818_the_parent_gives_up_after_300_polls_once_a_text_has_come(silent):
+def test_1818_after_a_text_the_parent_polls_300_times(silent):
     silent.library.before_start("hold rdb_create 0")
     parent = silent.start("-start")
-    hand = silent.clock.of(parent)
-    hand.wait_parked()
+    control = silent.clock.of(parent)
+    control.wait_parked()
     assert silent.library.tell("held 30000")
-    hand.advance(29.9)
-    assert hand.sleeps == 300
-    hand.let_run(0.1)
+    control.advance(29.9)
+    assert control.sleeps == 300
+    control.let_run(0.1)
     assert (parent.wait(), parent.output_so_far()) == (0, b"\n\nstart...\r")
-    assert (hand.sleeps, queues(silent)) == (300, [])
+    assert (control.sleeps, queues(silent)) == (300, [])
 
 
-def test_1819_without_a_queue_the_parent_gives_up_after_150_polls(silent):
+def test_1819_without_a_queue_the_parent_polls_150_times(silent):
     silent.sandbox.run("sh", "-c", "echo 0 > /proc/sys/kernel/msgmni")
-    parent, hand, child, _ = launch(silent)
-    hand.advance(14.9)
-    assert finish(parent, hand, 0.1) == b"\nsend message failed\n"
-    assert hand.sleeps == 150
+    parent, control, child, _ = launch(silent)
+    control.advance(14.9)
+    assert finish(parent, control, 0.1) == b"\nsend message failed\n"
+    assert control.sleeps == 150
     assert child.running()
 
 
-def test_1820_no_access_to_the_pid_file_starts_nothing(silent):
+def test_1820_without_access_to_the_pid_file_nothing_starts(silent):
     silent.sandbox.path(PIDFILE).mkdir()
     assert silent.command("-start") == b"\n" + ACCESS_ERROR
     assert (silent.library.calls(), queues(silent)) == ([], [])
@@ -240,17 +241,17 @@ def test_1821_a_stale_pid_file_is_overwritten(silent):
 
 def test_1822_a_terminal_shows_the_same_bytes(silent):
     parent = silent.start("-start", tty=True)
-    hand = silent.clock.of(parent)
-    hand.wait_parked()
+    control = silent.clock.of(parent)
+    control.wait_parked()
     child = wait_until(lambda: next((pid for pid in silent.clock.pids() if pid != parent.pid), None), "the child")
     silent.clock.of(silent.sandbox.adopt(child)).wait_parked()
-    hand.let_run(31)
+    control.let_run(31)
     assert parent.wait_for_output(b"finished\r\n") == (b"\n" + SUCCESS).replace(b"\n", b"\r\n")
     assert parent.wait() == 0
 
 
 def service_of(host, parent):
-    """Lets the parent run to its end, which must leave no queue. Returns the service that it has started."""
+    """Lets the parent run to its end, after which no queue may exist. Returns the service that it has started."""
     pid = wait_until(lambda: next((pid for pid in host.clock.pids() if pid != parent.pid), None), "the child")
     child = host.sandbox.adopt(pid)
     host.clock.of(child).wait_parked()
@@ -261,20 +262,20 @@ def service_of(host, parent):
 
 
 def publishes(host, service):
-    """Whether the service sends the host's address to both servers in its next cycle."""
+    """Returns whether the service sends the host's address to both servers in its next cycle."""
     host.library.connect(RDB, DNS)
     host.clock.of(service).advance(0.1)
     return (host.library.puts(), len(host.library.requests())) == ([b"2001:db8::1"], 1)
 
 
-def test_1823_a_reader_gone_before_the_start_leaves_the_service_up_and_no_queue(host):
+def test_1823_a_pipe_closed_before_the_start_does_not_stop_the_service(host):
     host.sandbox.add_address("2001:db8::1/64")
     parent = host.start("-start", unread=True)
     host.clock.of(parent).wait_parked()
     assert publishes(host, service_of(host, parent))
 
 
-def test_1824_a_reader_gone_after_the_first_line_leaves_the_service_up_and_no_queue(host):
+def test_1824_a_pipe_closed_after_the_first_line_does_not_stop_the_service(host):
     host.sandbox.add_address("2001:db8::1/64")
     host.library.before_start("hold rdb_create 0")
     parent = host.start("-start")
@@ -287,7 +288,7 @@ def test_1824_a_reader_gone_after_the_first_line_leaves_the_service_up_and_no_qu
 
 
 @pytest.mark.parametrize(("trap", "ignored"), [("-", False), ("''", True)])
-def test_1825_the_service_treats_sigpipe_as_whoever_started_it(silent, trap, ignored):
+def test_1825_the_service_inherits_the_disposition_of_sigpipe(silent, trap, ignored):
     shims = " ".join(f"{name}={value}" for name, value in (silent.clock.env | silent.library.env).items())
     command = f"trap {trap} PIPE; exec env {shims} ./addrpubd -start"
     parent = silent.sandbox.spawn("sh", "-c", command, cwd=DIRECTORY)

@@ -1,4 +1,4 @@
-"""-stop and -status: who is found, by the lock or by the file's text, and how an instance is ended."""
+"""-stop and -status: how they find an instance, by the lock or by the file's text, and how -stop ends it."""
 
 import os
 import stat
@@ -13,13 +13,13 @@ BOTH = pytest.mark.parametrize("word", ["-stop", "-status"])
 
 
 @BOTH
-def test_1901_nothing_runs_where_no_pid_file_is(host, word):
+def test_1901_without_a_pid_file_nothing_runs(host, word):
     assert host.command(word) == NOT_RUN
 
 
 @BOTH
 @pytest.mark.parametrize("mask", [0o022, 0o077])
-def test_1902_an_empty_pid_file_of_mode_0644_is_left_behind(host, word, mask):
+def test_1902_an_empty_pid_file_of_mode_0644_is_created(host, word, mask):
     host.command(word, umask=mask)
     assert host.pidfile() == b""
     assert stat.S_IMODE(os.stat(host.sandbox.path(PIDFILE)).st_mode) == 0o644 & ~mask
@@ -27,7 +27,7 @@ def test_1902_an_empty_pid_file_of_mode_0644_is_left_behind(host, word, mask):
 
 @BOTH
 @pytest.mark.parametrize("text", [b"", b"1\n", b"garbage", bytes(300), b"9" * 300])
-def test_1903_a_file_without_a_lock_means_that_nothing_runs_and_is_left_alone(host, word, text):
+def test_1903_a_file_without_a_lock_means_that_nothing_runs(host, word, text):
     host.sandbox.path(PIDFILE).write_bytes(text)
     assert (host.command(word), host.pidfile()) == (NOT_RUN, text)
 
@@ -39,21 +39,21 @@ def test_1904_no_access_is_reported_with_an_empty_line(host, word):
 
 
 @BOTH
-def test_1905_who_may_not_write_there_has_no_access(host, word):
+def test_1905_a_user_without_write_permission_has_no_access(host, word):
     assert host.command(word, uid=65534) == NO_ACCESS
 
 
-def test_1906_status_finds_a_running_service_and_leaves_it_alone(host):
+def test_1906_status_finds_a_running_service_without_disturbing_it(host):
     service, _ = host.run()
     assert host.command("-status") == RUNNING
     assert service.running() and host.lock_holder() == service.pid
 
 
 def stop(host, service):
-    """Runs -stop against a service that ends on SIGTERM. Returns what it printed."""
+    """Runs -stop for a service that ends on SIGTERM. Returns the output of -stop."""
     command = host.start("-stop")
     service.wait()
-    host.clock.of(command).let_run(1)  # in case it looked before the end
+    host.clock.of(command).let_run(1)  # needed if it checked before the end
     output = command.all_output()
     assert command.wait() == 0
     return output
@@ -74,40 +74,40 @@ def test_1908_after_a_stop_nothing_runs(host):
     assert (host.command("-status"), host.command("-stop")) == (NOT_RUN, NOT_RUN)
 
 
-def test_1909_stop_kills_after_300_looks_one_second_apart(host):
+def test_1909_stop_kills_after_300_checks_one_second_apart(host):
     holder = host.hold_lock(sigterm="ignore")
     command = host.start("-stop")
-    hand = host.clock.of(command)
-    hand.advance(299.9)
-    assert (holder.running(), hand.sleeps, hand.last_sleep_ns) == (True, 300, 1_000_000_000)
-    hand.let_run(0.1)
+    control = host.clock.of(command)
+    control.advance(299.9)
+    assert (holder.running(), control.sleeps, control.last_sleep_ns) == (True, 300, 1_000_000_000)
+    control.let_run(0.1)
     assert command.all_output() == (
         f"\nstop addrpubd... pid = {holder.pid}\n\n300 second Timeout,addrpubd be killed!\n\n".encode()
     )
     assert (command.wait(), holder.wait()) == (0, -9)
 
 
-def test_1910_stop_is_content_when_the_lock_is_gone_though_the_process_is_not(host):
+def test_1910_stop_succeeds_when_the_lock_is_free_even_if_the_process_runs(host):
     holder = host.hold_lock(sigterm="release")
     command = host.start("-stop")
     holder.wait_for_output(b"released\n")
-    host.clock.of(command).let_run(1)  # in case it looked before that
+    host.clock.of(command).let_run(1)  # needed if it checked before that
     assert command.all_output().endswith(b"addrpubd stoped gracefully!\n\n")
     assert command.wait() == 0 and holder.running()
 
 
 def test_1911_stop_waits_for_any_holder_of_the_lock(host):
-    """Another holder takes over during the wait. At the limit the kill goes to the first one's pid."""
+    """Another process takes the lock during the wait. At the limit, the first holder's pid is killed."""
     first = host.hold_lock(sigterm="ignore")
     command = host.start("-stop")
-    hand = host.clock.of(command)
-    hand.advance(100)
+    control = host.clock.of(command)
+    control.advance(100)
     first.kill(9)
     first.wait()
     second = host.hold_lock()
-    hand.advance(199.9)
+    control.advance(199.9)
     assert command.running() and second.running()
-    hand.let_run(0.1)
+    control.let_run(0.1)
     assert command.all_output().endswith(b"300 second Timeout,addrpubd be killed!\n\n")
     assert command.wait() == 0 and second.running()
 
@@ -128,7 +128,7 @@ TEXTS = {
 
 
 @pytest.mark.parametrize(("text", "answer"), TEXTS.values(), ids=TEXTS)
-def test_1912_status_goes_by_the_text_when_the_lock_names_no_pid(host, text, answer):
+def test_1912_status_uses_the_text_when_the_lock_has_no_pid(host, text, answer):
     host.hold_lock("description")
     host.sandbox.path(PIDFILE).write_bytes(text)
     assert host.command("-status") == answer
@@ -144,14 +144,14 @@ STOP_TEXTS = {
 
 
 @pytest.mark.parametrize(("text", "answer"), STOP_TEXTS.values(), ids=STOP_TEXTS)
-def test_1913_stop_goes_by_the_text_when_the_lock_names_no_pid_and_ends_nobody(host, text, answer):
+def test_1913_stop_uses_the_text_when_the_lock_has_no_pid(host, text, answer):
     holder = host.hold_lock("description")
     host.sandbox.path(PIDFILE).write_bytes(text)
     assert host.command("-stop") == answer
     assert holder.running()
 
 
-def test_1914_stop_signals_the_pid_of_the_text_when_the_lock_names_none(host):
+def test_1914_stop_signals_the_pid_of_the_text_when_the_lock_has_none(host):
     holder = host.hold_lock("description")
     target = host.sandbox.spawn("sleep", "1000000")
     host.sandbox.path(PIDFILE).write_bytes(f"{target.pid}\n".encode())
@@ -163,8 +163,8 @@ def test_1914_stop_signals_the_pid_of_the_text_when_the_lock_names_none(host):
     assert command.all_output() == f"\nstop addrpubd... pid = {target.pid}\n\naddrpubd stoped gracefully!\n\n".encode()
 
 
-def test_1915_a_run_reports_no_access_when_the_lock_names_no_pid(host):
-    """The text is not asked by -run and -start."""
+def test_1915_a_run_reports_no_access_when_the_lock_has_no_pid(host):
+    """-run and -start do not read the text."""
     host.hold_lock("description")
     host.sandbox.path(PIDFILE).write_bytes(b"31999\n")
     assert host.command("-run") == b"\n" + ACCESS_ERROR
@@ -190,7 +190,7 @@ def test_1918_a_terminal_shows_a_running_service_and_its_end_with_the_same_bytes
     assert host.command("-status", tty=True) == RUNNING.replace(b"\n", b"\r\n")
     command = host.start("-stop", tty=True)
     service.wait()
-    host.clock.of(command).let_run(1)  # in case it looked before the end
+    host.clock.of(command).let_run(1)  # needed if it checked before the end
     expected = b"\nstop addrpubd... pid = %d\n\naddrpubd stoped gracefully!\n\n" % service.pid
     assert command.all_output() == expected.replace(b"\n", b"\r\n")
     assert command.wait() == 0

@@ -1,7 +1,7 @@
-"""One instance, whatever is started and killed at the same time; and an end on SIGTERM, whatever it interrupts.
+"""At most one instance, with concurrent starts and kills; and the end on SIGTERM at any moment.
 
-Every decision comes from a fixed seed; how far a program has come when it is killed is the machine's. ADDRPUBD_ROUNDS
-scales both tests: the number of SIGTERM rounds, and a fifth of it for the rounds of simultaneous starts.
+All decisions come from a fixed seed; the progress of a program when it is killed depends on the machine.
+ADDRPUBD_ROUNDS scales both tests: it is the number of SIGTERM rounds; simultaneous starts have a fifth of it.
 """
 
 import os
@@ -26,7 +26,7 @@ START_PARTS = (b"\nstart...\r", b"Start success!\n\n", b"finished\n")
 
 
 def fresh_clock(host, initial_limit=0):
-    """A clock with all its slots free. No program under the old one may run any more."""
+    """Returns a clock with all slots free. No program that uses the old one may still run."""
     host.clock = Clock(host.sandbox, BUILD / "tests/libclockshim.so", initial_limit=initial_limit)
 
 
@@ -38,7 +38,7 @@ def new_host(**settings):
 
 
 def living(host):
-    """The pids of the sandbox under which the executable runs, or is about to: one that was just spawned still has the
+    """Returns the pids that run the executable or are about to: a process that was just spawned still has the
     name of the agent, which is process 1.
     """
     found = set()
@@ -54,19 +54,19 @@ def living(host):
 
 
 def services(host, parents):
-    """The living programs that have come to their publish loop."""
+    """Returns the running programs that have reached their publish loop."""
     slots = [slot for slot in host.clock._control.slots if slot.pid and slot.pid not in parents]
     return {slot.pid for slot in slots if slot.sleeps} & living(host)
 
 
 def check(host, parents):
-    """Looks once: one holder at most, and no service beside another."""
+    """Checks once: at most one holder of the lock and at most one service."""
     assert len(host.lock_holders()) <= 1
     assert len(services(host, parents)) <= 1
 
 
 def settle(host, parents):
-    """Waits until a service stands in its loop or nothing is left that could become one."""
+    """Waits until a service is in its loop or no process is left that could become a service."""
 
     def settled():
         check(host, parents)
@@ -76,21 +76,22 @@ def settle(host, parents):
 
 
 def kill(host, pids):
-    """Kills and waits until they are gone, with every thread that still ends and would keep the lock for a moment."""
+    """Kills the processes and waits until they and all their threads, which could still hold the lock, have ended."""
     for pid in pids:
         host.sandbox.request({"op": "kill", "pid": pid, "signal": int(signal.SIGKILL)})
     wait_until(lambda: not living(host) & set(pids) and not set(host.lock_holders()) & set(pids), "the end of the killed")
 
 
 def kill_all(host):
-    """Kills until nothing is left. Who waits for the lock may get it in between; that is one holder all the same."""
+    """Kills until no process is left. A process waiting for the lock may get it meanwhile; it is then the only
+    holder."""
     while pids := living(host):
         kill(host, pids)
     assert host.lock_holders() == []
 
 
 def storm(host, chance):
-    """Starts several at once and kills some of them. Returns the pids of the -start parents."""
+    """Starts several processes at once and kills some of them. Returns the pids of the parents of -start."""
     contenders = [(host.start(word), word) for word in chance.choices(["-start", "-run"], k=chance.randint(2, 5))]
     parents = {process.pid for process, word in contenders if word == "-start"}
     for _ in range(chance.randint(1, 4)):
@@ -102,13 +103,13 @@ def storm(host, chance):
 
 
 def next_start_works(host):
-    """The next start has a child that runs, whatever texts an earlier one left in the queue."""
+    """Checks that the next start has a child that runs, with any texts of an earlier start in the queue."""
     parent = host.start("-start")
-    hand = host.clock.of(parent)
-    hand.wait_parked()
+    control = host.clock.of(parent)
+    control.wait_parked()
     child = next(iter(wait_until(lambda: services(host, {parent.pid}), "the service of the next start")))
     assert (host.lock_holders(), host.pidfile()) == ([child], f"{child}\n".encode())
-    hand.let_run(31)
+    control.let_run(31)
     output = parent.all_output()
     assert parent.wait() == 0
     assert output.endswith(b"finished\n") or output.endswith(b"send message failed\n"), output
@@ -120,7 +121,7 @@ def chance():
     return random.Random(19500411)
 
 
-def test_1951_simultaneous_starts_and_kills_leave_one_instance_at_most(chance, capsys):
+def test_1951_simultaneous_starts_and_kills_leave_at_most_one_instance(chance, capsys):
     rounds, survivors, clean = max(1, ROUNDS // 5), 0, 0
     begin = time.monotonic()
     host = None
@@ -152,7 +153,7 @@ def test_1951_simultaneous_starts_and_kills_leave_one_instance_at_most(chance, c
 
 
 def end_of(process, patience):
-    """Waits for the end of a process that may never come. Tells whether it came."""
+    """Waits for the end of a process. Returns whether it has ended."""
     return bool(select.select([process._pidfd], [], [], patience)[0])
 
 
@@ -169,9 +170,9 @@ def test_1952_sigterm_at_any_moment_ends_the_service_with_status_0(chance, capsy
             host.library.before_start("during rdb_connectex * 60001")
         fresh_clock(host)
         process = host.start("-run")
-        hand = host.clock.of(process)
-        hand.wait_parked()
-        hand.let_run(100_000_000)
+        control = host.clock.of(process)
+        control.wait_parked()
+        control.let_run(100_000_000)
         time.sleep(chance.random() * 0.008)
         sent = time.monotonic()
         process.kill(signal.SIGTERM)

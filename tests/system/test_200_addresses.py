@@ -1,13 +1,13 @@
-"""Which of the host's real addresses are published, and in which order."""
+"""Selection and order of the host's published addresses, with real addresses."""
 
 import pytest
 from host import DNS, RDB
 
 
 def published(host):
-    """The value that a first cycle puts."""
-    process, hand = host.run(RDB)
-    hand.advance(0.1)
+    """Returns the value of the first cycle's put."""
+    process, control = host.run(RDB)
+    control.advance(0.1)
     (value,) = host.library.puts()
     host.stop(process)
     return value.decode()
@@ -56,7 +56,7 @@ def test_202_an_address_of_this_kind_is_not_published(host, address):
     assert published(host) == "null"
 
 
-def test_203_loopback_and_link_local_alone_give_null(host):
+def test_203_loopback_and_link_local_alone_yield_null(host):
     host.sandbox.add_address("fe80::5/64")
     assert set(host.interface_list()) == {"::1", "fe80::5"}
     assert published(host) == "null"
@@ -70,7 +70,7 @@ def test_204_a_multicast_address_is_not_published(host):
     assert published(host) == "null"
 
 
-def test_205_a_host_without_any_address_gives_null(host):
+def test_205_a_host_without_addresses_yields_null(host):
     host.sandbox.run("ip", "link", "set", "lo", "down")
     assert host.interface_list() == []
     assert published(host) == "null"
@@ -107,7 +107,7 @@ def test_209_an_address_on_two_interfaces_is_listed_twice(host):
     assert published(host) == "2001:db8::1,2001:db8::1"
 
 
-def test_210_an_interface_that_is_down_counts(host):
+def test_210_addresses_of_an_interface_that_is_down_are_published(host):
     host.sandbox.run("ip", "link", "add", "v0", "type", "veth", "peer", "name", "v1")
     host.sandbox.add_address("2001:db8::1/64", "v0")
     assert b" state DOWN " in host.sandbox.run("ip", "link", "show", "dev", "v0")
@@ -127,7 +127,7 @@ def test_212_a_tentative_address_is_published(host):
     assert published(host) == "2001:db8::1"
 
 
-def test_213_of_a_point_to_point_address_the_own_end_is_published(host):
+def test_213_of_a_point_to_point_address_the_local_end_is_published(host):
     host.sandbox.run("ip", "link", "add", "v0", "type", "veth", "peer", "name", "v1")
     host.sandbox.add_address("2001:db8::1", "v0", "peer", "2001:db8::2")
     assert published(host) == "2001:db8::1"
@@ -141,7 +141,7 @@ def test_214_addresses_are_written_lower_case_and_compressed(host):
 def test_215_both_servers_get_the_same_addresses_in_the_same_order(host):
     for number in range(1, 6):
         host.sandbox.add_address(f"2001:db8::{number}/64")
-    _, hand = host.run(RDB, DNS)
-    hand.advance(0.1)
+    _, control = host.run(RDB, DNS)
+    control.advance(0.1)
     (value,), (request,) = host.library.puts(), host.library.requests()
     assert b'"ipv6s":["' + value.replace(b",", b'","') + b'"]' in request

@@ -1,4 +1,4 @@
-"""What a failure does to the rest of its cycle and to the next ones."""
+"""The effect of a failure on the rest of its cycle and on the next cycles."""
 
 import pytest
 from host import DNS, RDB
@@ -14,57 +14,57 @@ def addressed(host):
 
 
 def cycle(host, *connected):
-    """Runs the service up to its first cycle's end."""
-    process, hand = host.run(*connected)
-    hand.advance(0.1)
-    return process, hand
+    """Runs the service until the end of its first cycle."""
+    process, control = host.run(*connected)
+    control.advance(0.1)
+    return process, control
 
 
 def functions(host):
-    """The functions called since the start, without those of the start."""
+    """Returns the functions called since the end of the start."""
     return [name for name, _ in host.library.names()[6:]]
 
 
-def test_251_a_failed_put_is_not_tried_again_before_600_seconds(addressed):
+def test_251_a_failed_put_is_repeated_only_after_600_seconds(addressed):
     addressed.library.before_start("result rdb_objputsnapshot * 7")
-    _, hand = cycle(addressed, RDB)
-    hand.advance(599.8)
+    _, control = cycle(addressed, RDB)
+    control.advance(599.8)
     assert len(addressed.library.puts()) == 1
-    hand.advance(0.1)
+    control.advance(0.1)
     assert len(addressed.library.puts()) == 2
 
 
-def test_252_a_failed_put_does_not_keep_a_changed_list_back(addressed):
+def test_252_a_failed_put_does_not_delay_a_changed_list(addressed):
     addressed.library.before_start("result rdb_objputsnapshot * 7")
-    _, hand = cycle(addressed, RDB)
+    _, control = cycle(addressed, RDB)
     addressed.sandbox.add_address("2001:db8::2/64")
-    hand.advance(10)
+    control.advance(10)
     assert len(addressed.library.puts()) == 2
 
 
 def test_253_a_failed_put_is_tried_again_after_a_reconnection(addressed):
     addressed.library.before_start("result rdb_objputsnapshot * 7")
-    _, hand = cycle(addressed, RDB)
+    _, control = cycle(addressed, RDB)
     addressed.library.disconnect(RDB)
     addressed.library.connect(RDB)
-    hand.advance(10)
+    control.advance(10)
     assert len(addressed.library.puts()) == 2
 
 
 @pytest.mark.parametrize("code", ERRORS)
-def test_254_a_failed_put_is_logged_and_the_request_is_sent_all_the_same(addressed, code):
+def test_254_a_failed_put_is_logged_and_the_request_is_still_sent(addressed, code):
     addressed.library.before_start(f"result rdb_objputsnapshot 0 {code}")
     process, _ = cycle(addressed, RDB, DNS)
     assert functions(addressed) == ["rdb_tagget", "rdb_objputsnapshot", "rdb_callmsg"]
     assert f"[err] rdb_objputsnapshot host1 failed, errcode {code}".encode() in addressed.log(process)
 
 
-def test_255_a_refused_request_is_not_tried_again_before_600_seconds(addressed):
+def test_255_a_refused_request_is_repeated_only_after_600_seconds(addressed):
     addressed.library.before_start("result rdb_callmsg * 7")
-    _, hand = cycle(addressed, DNS)
-    hand.advance(599.8)
+    _, control = cycle(addressed, DNS)
+    control.advance(599.8)
     assert len(addressed.library.requests()) == 1
-    hand.advance(0.1)
+    control.advance(0.1)
     assert len(addressed.library.requests()) == 2
 
 
@@ -76,11 +76,11 @@ def test_256_a_refused_request_is_logged_after_its_text(addressed, code):
     assert sent.startswith(b"[dbg] send: {") and refused == f"[err] updateDomain errorcode {code}".encode()
 
 
-def test_257_a_refused_request_uses_up_its_sequence_number(addressed):
+def test_257_a_refused_request_consumes_its_sequence_number(addressed):
     addressed.library.before_start("result rdb_callmsg 0 7")
-    _, hand = cycle(addressed, DNS)
+    _, control = cycle(addressed, DNS)
     addressed.library.connect(DNS)
-    hand.advance(10)
+    control.advance(10)
     assert [b'"seqno":%d,' % n in text for n, text in enumerate(addressed.library.requests(), 1)] == [True, True]
 
 
@@ -92,12 +92,12 @@ def test_258_a_failed_import_ends_the_cycle_before_put_and_request(addressed):
 
 def test_259_a_failed_import_is_tried_again_ten_seconds_later(addressed):
     addressed.library.before_start("result rdb_tagget * 5", "result rdb_taginport 0 6", "result rdb_taginport 1 6")
-    _, hand = cycle(addressed, RDB, DNS)
-    hand.advance(9.8)
+    _, control = cycle(addressed, RDB, DNS)
+    control.advance(9.8)
     assert functions(addressed) == ["rdb_tagget", "rdb_taginport"]
-    hand.advance(0.1)
+    control.advance(0.1)
     assert functions(addressed) == ["rdb_tagget", "rdb_taginport"] * 2
-    hand.advance(10)
+    control.advance(10)
     assert functions(addressed) == ["rdb_tagget", "rdb_taginport"] * 3 + ["rdb_objputsnapshot", "rdb_callmsg"]
 
 
@@ -154,7 +154,7 @@ def test_265_a_failure_of_the_second_import_is_logged_and_ignored(addressed):
     ]
 
 
-def test_266_a_failed_query_imports_even_when_the_class_reads_2(addressed):
+def test_266_after_a_failed_query_the_tag_is_imported_even_with_class_2(addressed):
     addressed.library.before_start("result rdb_tagget 0 5", "class rdb_tagget 0 2")
     cycle(addressed, RDB)
     assert functions(addressed) == ["rdb_tagget", "rdb_taginport", "rdb_objputsnapshot"]
@@ -172,29 +172,29 @@ def test_268_null_is_put_and_not_sent(host):
 
 
 def test_269_null_is_put_again_after_600_seconds_like_any_value(host):
-    _, hand = cycle(host, RDB)
-    hand.advance(599.8)
+    _, control = cycle(host, RDB)
+    control.advance(599.8)
     assert host.library.puts() == [b"null"]
-    hand.advance(0.1)
+    control.advance(0.1)
     assert host.library.puts() == [b"null", b"null"]
 
 
 def test_270_an_address_that_comes_after_null_is_put_and_sent_at_the_next_cycle(host):
-    _, hand = cycle(host, RDB, DNS)
+    _, control = cycle(host, RDB, DNS)
     host.sandbox.add_address("2001:db8::1/64")
-    hand.advance(10)
+    control.advance(10)
     assert host.library.puts() == [b"null", b"2001:db8::1"]
     assert len(host.library.requests()) == 1
 
 
-def test_271_a_list_that_comes_back_after_null_is_put_at_once_and_sent_when_it_is_due(addressed):
-    """Null is never remembered as sent, so the list that comes back equals the last one sent."""
-    _, hand = cycle(addressed, RDB, DNS)
+def test_271_the_same_list_after_null_is_put_at_once_and_sent_when_due(addressed):
+    """Null is never stored as sent, so the list afterwards equals the last one sent."""
+    _, control = cycle(addressed, RDB, DNS)
     addressed.sandbox.remove_address("2001:db8::1/64")
-    hand.advance(10)
+    control.advance(10)
     addressed.sandbox.add_address("2001:db8::1/64")
-    hand.advance(10)
+    control.advance(10)
     assert addressed.library.puts() == [b"2001:db8::1", b"null", b"2001:db8::1"]
     assert len(addressed.library.requests()) == 1
-    hand.advance(580)
+    control.advance(580)
     assert len(addressed.library.requests()) == 2

@@ -1,4 +1,4 @@
-"""The calls of one cycle, and every byte of the two records."""
+"""The calls of one cycle, and all bytes of the two records."""
 
 import pytest
 from host import DNS, RDB
@@ -17,13 +17,13 @@ NAMES = {
 
 
 def first_cycle(host, *connected):
-    process, hand = host.run(*connected)
-    hand.advance(0.1)
-    return process, hand
+    process, control = host.run(*connected)
+    control.advance(0.1)
+    return process, control
 
 
 @pytest.mark.parametrize("name", NAMES.values(), ids=NAMES)
-def test_275_the_query_record_holds_the_name_and_nothing_else(host, name):
+def test_275_the_query_record_contains_only_the_name(host, name):
     host.settings(hostname=name)
     first_cycle(host, RDB)
     (call,) = host.library.calls("rdb_tagget")
@@ -61,32 +61,32 @@ def test_279_one_record_is_put(host):
     assert (call.handle, call.count, len(call.record)) == (RDB, 1, 1104)
 
 
-def test_280_the_import_record_keeps_nothing_of_what_the_query_stored(host):
+def test_280_the_import_record_contains_nothing_of_the_query(host):
     host.library.before_start("class rdb_tagget 0 255")
     first_cycle(host, RDB)
     (call,) = host.library.calls("rdb_taginport")
     assert call.record == expected_import(b"host1")
 
 
-def test_281_a_shorter_value_leaves_nothing_of_a_longer_one_in_the_record(host):
+def test_281_a_shorter_value_replaces_a_longer_one_completely(host):
     host.sandbox.add_address("2001:1db8:1111:2222:3333:4444:5555:6666/64")
-    _, hand = first_cycle(host, RDB)
+    _, control = first_cycle(host, RDB)
     host.sandbox.remove_address("2001:1db8:1111:2222:3333:4444:5555:6666/64")
-    hand.advance(10)
+    control.advance(10)
     assert host.library.calls("rdb_objputsnapshot")[1].record == expected_snapshot(b"host1", b"null")
 
 
 def test_282_the_record_is_put_with_time_zero_every_time(host):
-    _, hand = first_cycle(host, RDB)
-    hand.advance(600)
+    _, control = first_cycle(host, RDB)
+    control.advance(600)
     host.library.connect(RDB)
-    hand.advance(10)
+    control.advance(10)
     times = [snapshot(call.record).time for call in host.library.calls("rdb_objputsnapshot")]
     assert times == [0, 0, 0]
 
 
 def long_list(host, count):
-    """Gives the host count addresses of 39 characters. Returns the list that they make."""
+    """Adds count addresses of 39 characters to the host. Returns the resulting list."""
     addresses = [f"2001:1db8:1111:2222:3333:4444:5555:{n:x}" for n in range(0x6601, 0x6601 + count)]
     host.sandbox.path("/mnt/batch").write_text("".join(f"addr add {a}/128 dev lo nodad\n" for a in addresses))
     host.sandbox.run("ip", "-6", "-batch", "/mnt/batch")
@@ -95,7 +95,7 @@ def long_list(host, count):
     return value
 
 
-def test_283_a_list_of_999_characters_is_put_whole(host):
+def test_283_a_list_of_999_characters_is_put_completely(host):
     value = long_list(host, 25)
     first_cycle(host, RDB)
     (call,) = host.library.calls("rdb_objputsnapshot")
@@ -104,7 +104,7 @@ def test_283_a_list_of_999_characters_is_put_whole(host):
 
 
 @pytest.mark.parametrize("count", [26, 100])
-def test_284_a_longer_list_is_cut_at_999_characters_in_the_record_alone(host, count):
+def test_284_a_longer_list_is_shortened_only_in_the_record(host, count):
     value = long_list(host, count)
     process, _ = first_cycle(host, RDB, DNS)
     (call,) = host.library.calls("rdb_objputsnapshot")
@@ -113,12 +113,12 @@ def test_284_a_longer_list_is_cut_at_999_characters_in_the_record_alone(host, co
     assert b"[inf] rdb_objputsnapshot host1 success,ipv6= " + value in host.log(process)
 
 
-def test_285_a_change_beyond_the_cut_is_put_again(host):
-    """Lists are compared whole. The address that goes is the last of the list."""
+def test_285_a_change_after_999_characters_causes_a_put(host):
+    """Complete lists are compared. The last address of the list is removed."""
     value = long_list(host, 30)
-    _, hand = first_cycle(host, RDB)
+    _, control = first_cycle(host, RDB)
     host.sandbox.remove_address(value.rsplit(b",", 1)[1].decode() + "/128")
-    hand.advance(10)
+    control.advance(10)
     puts = host.library.puts()
     assert puts == [value[:999]] * 2
 
@@ -136,12 +136,12 @@ def test_286_a_cycle_queries_puts_and_sends_in_this_order_on_the_main_thread(hos
 
 
 def test_287_the_tag_is_queried_before_every_put(host):
-    _, hand = first_cycle(host, RDB)
-    hand.advance(1200)
+    _, control = first_cycle(host, RDB)
+    control.advance(1200)
     assert [name for name, _ in host.library.names()[6:]] == ["rdb_tagget", "rdb_objputsnapshot"] * 3
 
 
-def test_288_a_long_name_is_logged_whole(host):
+def test_288_a_long_name_is_logged_completely(host):
     host.settings(hostname="n" * 300)
     process, _ = first_cycle(host, RDB)
     assert host.log(process)[-1] == b"[inf] rdb_objputsnapshot " + b"n" * 300 + b" success,ipv6= null"

@@ -1,4 +1,4 @@
-"""The ws_dnsupdate request to the byte, and how it is handed over."""
+"""The bytes of the ws_dnsupdate request, and the arguments of its call."""
 
 import json
 
@@ -8,8 +8,8 @@ from host import DNS, RDB
 
 def first_request(host):
     host.sandbox.add_address("2001:db8::1/64")
-    process, hand = host.run(DNS)
-    hand.advance(0.1)
+    process, control = host.run(DNS)
+    control.advance(0.1)
     (call,) = host.library.calls("rdb_callmsg")
     return call, process
 
@@ -17,9 +17,9 @@ def first_request(host):
 def test_290_the_fifth_request_with_two_addresses_and_two_ports(host):
     host.sandbox.add_address("2001:db8::2/64")
     host.sandbox.add_address("2001:db8::1/64")
-    _, hand = host.run(DNS)
+    _, control = host.run(DNS)
     for _ in range(5):
-        hand.advance(10)
+        control.advance(10)
         host.library.connect(DNS)
     assert host.library.requests()[4] == (
         b'{"request":"ws_dnsupdate","seqno":5,"item":{"name":"host1","ipv6s":["2001:db8::1","2001:db8::2"],'
@@ -29,17 +29,17 @@ def test_290_the_fifth_request_with_two_addresses_and_two_ports(host):
 
 def test_291_the_sequence_number_grows_by_one_with_each_request(host):
     host.sandbox.add_address("2001:db8::1/64")
-    _, hand = host.run(DNS)
+    _, control = host.run(DNS)
     for _ in range(12):
         host.library.connect(DNS)
-        hand.advance(10)
+        control.advance(10)
     assert [json.loads(text)["seqno"] for text in host.library.requests()] == list(range(1, 13))
 
 
 def test_292_the_sequence_number_does_not_grow_without_a_request(host):
     host.sandbox.add_address("2001:db8::1/64")
-    _, hand = host.run(RDB, DNS)
-    hand.advance(600)
+    _, control = host.run(RDB, DNS)
+    control.advance(600)
     assert [json.loads(text)["seqno"] for text in host.library.requests()] == [1, 2]
 
 
@@ -57,7 +57,7 @@ PORTS = {
 
 
 @pytest.mark.parametrize(("ports", "written"), PORTS.values(), ids=PORTS)
-def test_293_the_ports_stand_at_the_end_as_numbers(host, ports, written):
+def test_293_the_ports_are_numbers_at_the_end(host, ports, written):
     host.settings(dnshttpsports=ports)
     call, _ = first_request(host)
     assert call.text.endswith(b'"ipv6":"2001:db8::1","httpsports":' + written + b"}}")
@@ -79,11 +79,11 @@ NAMES = {
 
 
 @pytest.mark.parametrize(("name", "written"), NAMES.values(), ids=NAMES)
-def test_294_the_name_is_escaped_and_never_cut(host, name, written):
+def test_294_the_name_is_escaped_and_never_shortened(host, name, written):
     host.ini(b"hostname=" + name + b"\ndnsurl=d\ndnsuser=u\ndnspswd=p\n")
     host.sandbox.add_address("2001:db8::1/64")
-    _, hand = host.run(0)
-    hand.advance(0.1)
+    _, control = host.run(0)
+    control.advance(0.1)
     assert host.library.requests() == [
         b'{"request":"ws_dnsupdate","seqno":1,"item":{"name":"' + written + b'","ipv6s":["2001:db8::1"],'
         b'"ipv6":"2001:db8::1","httpsports":[]}}'
@@ -95,7 +95,7 @@ def test_295_the_length_counts_the_bytes_and_a_nul_follows_them(host):
     assert (call.length, call.terminated) == (len(call.text), True)
 
 
-def test_296_the_request_is_handed_to_the_dns_connection_with_a_callback_of_its_own(host):
+def test_296_the_request_goes_to_the_dns_connection_with_its_own_callback(host):
     call, _ = first_request(host)
     notify = host.library.calls("rdb_setmessagenotify")
     assert call.handle == DNS
@@ -108,11 +108,11 @@ def test_297_the_text_is_logged_as_it_is_sent(host):
     assert host.log(process)[-1] == b"[dbg] send: " + call.text
 
 
-def test_298_a_request_for_very_many_addresses_is_sent_whole(host):
+def test_298_a_request_with_many_addresses_is_sent_completely(host):
     batch = "".join(f"addr add 2001:db8::{n:x}/128 dev lo nodad\n" for n in range(1, 1201))
     host.sandbox.path("/mnt/batch").write_text(batch)
     host.sandbox.run("ip", "-6", "-batch", "/mnt/batch")
-    _, hand = host.run(DNS)
-    hand.advance(0.1)
+    _, control = host.run(DNS)
+    control.advance(0.1)
     (text,) = host.library.requests()
     assert json.loads(text)["item"]["ipv6s"] == [address for address in host.interface_list() if address != "::1"]

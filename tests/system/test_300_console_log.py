@@ -1,4 +1,4 @@
-"""The console log: its line, its time stamp, and the log addresses that switch it on or leave it silent."""
+"""The console log: its lines, its time stamps, and the log addresses that switch it on or off."""
 
 import datetime
 import os
@@ -17,10 +17,10 @@ MOMENTS = {
 }
 
 
-def test_301_a_record_is_time_level_and_text_on_a_line_of_its_own(host):
+def test_301_a_record_is_one_line_with_time_level_and_text(host):
     host.sandbox.add_address("2001:db8::1/64")
-    process, hand = host.run(RDB, DNS)
-    hand.advance(0.1)
+    process, control = host.run(RDB, DNS)
+    control.advance(0.1)
     host.library.reply(0, b"r")
     host.library.disconnect(RDB)
     expected = (
@@ -69,8 +69,8 @@ SILENT = [None, "", "stdout1", "stdout/", "stdout:", "://stdout", "stderr", "x.l
 def test_305_any_other_address_is_silent(host, target):
     host.settings(logurl=target)
     host.sandbox.add_address("2001:db8::1/64")
-    process, hand = host.run(RDB, DNS)
-    hand.advance(20)
+    process, control = host.run(RDB, DNS)
+    control.advance(20)
     assert host.stop(process) == b"\nStart success!\n\nexit signal 15.\n"
     assert len(host.library.puts()) == len(host.library.requests()) == 1
 
@@ -78,45 +78,45 @@ def test_305_any_other_address_is_silent(host, target):
 def test_306_a_silent_log_creates_no_file(host):
     before = {entry.name for entry in host.sandbox.path(DIRECTORY).iterdir()}
     host.settings(logurl="x.log", rdburl=None, dnsurl=None)
-    process, hand = host.run()
-    hand.advance(1)
+    process, control = host.run()
+    control.advance(1)
     host.stop(process)
     assert {entry.name for entry in host.sandbox.path(DIRECTORY).iterdir()} == before
 
 
 def test_307_a_pipe_receives_the_records_at_the_exit_and_not_before(host):
-    process, hand = host.run(RDB, DNS)
-    hand.advance(1)
+    process, control = host.run(RDB, DNS)
+    control.advance(1)
     assert process.output_so_far() == b""
     assert host.stop(process).count(b"\n") == 13
 
 
-def test_308_a_full_pipe_buffer_is_passed_on_before_the_exit(host):
+def test_308_a_full_buffer_is_written_before_the_exit(host):
     host.sandbox.add_address("2001:db8::1/64")
-    process, hand = host.run(DNS)
-    hand.advance(0.1)
+    process, control = host.run(DNS)
+    control.advance(0.1)
     host.library.reply(0, b"x" * 100_000)
     host.library.reply(0, b"y")
     assert b"recv: xxxx" in process.output_so_far()
     host.stop(process)
 
 
-def test_309_a_closed_standard_output_neither_stops_the_service_nor_spoils_the_pid_file(host):
+def test_309_a_closed_standard_output_harms_neither_service_nor_pid_file(host):
     host.sandbox.add_address("2001:db8::1/64")
     settings = [f"{name}={value}" for name, value in (host.clock.env | host.library.env).items()]
     process = host.sandbox.spawn("sh", "-c", 'exec env "$@" ./addrpubd -run >&- 2>&-', "sh", *settings, cwd=DIRECTORY)
-    hand = host.clock.of(process)
-    hand.wait_parked()
+    control = host.clock.of(process)
+    control.wait_parked()
     host.library.connect(RDB, DNS)
-    hand.advance(0.1)
+    control.advance(0.1)
     assert host.library.puts() == [b"2001:db8::1"]
-    host.library.reply(0, b"x" * 10_000)  # more than the C library holds back
+    host.library.reply(0, b"x" * 10_000)  # more than the C library's buffer
     process.kill()
     assert process.wait() == 0
     assert host.pidfile() == f"{process.pid}\n".encode()
 
 
-def test_310_a_service_started_without_standard_descriptors_has_dev_null_there_and_nowhere_else(host):
+def test_310_closed_standard_descriptors_are_replaced_by_dev_null(host):
     settings = [f"{name}={value}" for name, value in (host.clock.env | host.library.env).items()]
     script = 'exec env "$@" ./addrpubd -run <&- >&- 2>&-'
     process = host.sandbox.spawn("sh", "-c", script, "sh", *settings, cwd=DIRECTORY)

@@ -1,4 +1,4 @@
-"""The UDP log: real datagrams at a real receiver."""
+"""The UDP log, with real datagrams and a real receiver."""
 
 from pathlib import Path
 
@@ -24,7 +24,7 @@ STOP = header(30) + b"stop addrpubd service success."
 
 
 def receive(host, address="127.0.0.1", port=5140):
-    """Starts a receiver. Returns a function that waits for this record to come and returns all records until then."""
+    """Starts a receiver. Returns a function that waits for a record and returns all records up to it."""
     receiver = host.sandbox.spawn("/usr/bin/python3", "-I", "-S", RECEIVER, address, str(port))
     receiver.wait_for_output(b"ready\n")
 
@@ -53,8 +53,8 @@ def test_322_without_a_level_no_traffic_is_sent(host):
     host.settings(logurl="udp://127.0.0.1:5140/netsvc")
     host.sandbox.add_address("2001:db8::1/64")
     until = receive(host)
-    process, hand = host.run(DNS)
-    hand.advance(0.1)
+    process, control = host.run(DNS)
+    control.advance(0.1)
     host.library.reply(0, b"r")
     host.stop(process)
     assert until(STOP)[len(START) + 1 :] == [STOP]
@@ -65,8 +65,8 @@ def test_323_a_level_of_40_or_more_sends_the_traffic(host, level):
     host.settings(logurl=f"udp://127.0.0.1:5140/netsvc?level={level}")
     host.sandbox.add_address("2001:db8::1/64")
     until = receive(host)
-    process, hand = host.run(DNS)
-    hand.advance(0.1)
+    process, control = host.run(DNS)
+    control.advance(0.1)
     host.library.reply(0, b"r\n\"")
     host.stop(process)
     assert until(STOP)[len(START) + 1 :] == [
@@ -76,7 +76,7 @@ def test_323_a_level_of_40_or_more_sends_the_traffic(host, level):
     ]
 
 
-def test_324_a_level_of_10_sends_failures_alone(host):
+def test_324_a_level_of_10_sends_failures_only(host):
     host.settings(logurl="udp://127.0.0.1:5140/netsvc?level=err", hostname=None)
     until = receive(host)
     assert host.command("-run") == b"\nStart failed!\n"
@@ -85,7 +85,7 @@ def test_324_a_level_of_10_sends_failures_alone(host):
 
 
 @pytest.mark.parametrize("scheme", ["udp", "UDP", "  udp", "uDp"])
-def test_325_the_scheme_is_taken_in_any_case_and_after_blanks(host, scheme):
+def test_325_the_scheme_is_accepted_in_any_case_and_after_blanks(host, scheme):
     host.settings(logurl=f"{scheme}://127.0.0.1:5140/netsvc")
     until = receive(host)
     process, _ = host.run()
@@ -110,28 +110,28 @@ def test_327_a_receiver_is_reached_over_ipv6(host):
 
 
 @pytest.mark.parametrize("address", ["udp://127.0.0.1:5140", "udp://127.0.0.1:5140/", "udp://", "udp:", "udp"])
-def test_328_an_address_that_cannot_be_used_leaves_the_service_silent_and_running(host, address):
+def test_328_with_an_unusable_address_the_service_runs_without_a_log(host, address):
     host.settings(logurl=address)
-    process, hand = host.run(RDB)
-    hand.advance(0.1)
+    process, control = host.run(RDB)
+    control.advance(0.1)
     assert host.library.puts() == [b"null"]
     assert host.stop(process) == QUIET_OUTPUT
 
 
-def test_329_a_receiver_that_is_not_there_disturbs_nothing(host):
+def test_329_a_missing_receiver_is_ignored(host):
     host.settings(logurl="udp://127.0.0.1:5140/netsvc")
-    process, hand = host.run(RDB)
-    hand.advance(1200)
+    process, control = host.run(RDB)
+    control.advance(1200)
     assert host.library.puts() == [b"null"] * 3
     assert host.stop(process) == QUIET_OUTPUT
 
 
-def test_330_a_record_that_does_not_fit_is_dropped_whole(host):
+def test_330_a_record_that_is_too_long_is_dropped_completely(host):
     host.settings(logurl="udp://127.0.0.1:5140/netsvc?level=dbg")
     host.sandbox.add_address("2001:db8::1/64")
     until = receive(host)
-    process, hand = host.run(DNS)
-    hand.advance(0.1)
+    process, control = host.run(DNS)
+    control.advance(0.1)
     room = 30719 - len(header(40) + b"recv: ")
     host.library.reply(0, b"a" * (room + 1))
     host.library.reply(0, b"b" * room)
@@ -141,7 +141,7 @@ def test_330_a_record_that_does_not_fit_is_dropped_whole(host):
 
 
 def names(host, *lines):
-    """Gives the sandbox a hosts file of its own."""
+    """Gives the sandbox a separate hosts file."""
     host.sandbox.path("/mnt/hosts").write_text("".join(f"{line}\n" for line in lines))
     host.sandbox.run("mount", "--bind", "/mnt/hosts", "/etc/hosts")
 
@@ -166,25 +166,25 @@ def test_332_a_name_without_an_ipv4_address_is_reached_over_ipv6(host):
     assert until(STOP) == START + [STOP]
 
 
-def test_333_a_name_that_is_not_known_leaves_the_service_silent_and_running(host):
+def test_333_with_an_unknown_name_the_service_runs_without_a_log(host):
     names(host, "127.0.0.1 localhost")
     host.settings(logurl="udp://logs.example:5140/netsvc")
-    process, hand = host.run(RDB)
-    hand.advance(0.1)
+    process, control = host.run(RDB)
+    control.advance(0.1)
     assert host.library.puts() == [b"null"]
     assert host.stop(process) == QUIET_OUTPUT
 
 
-def test_334_a_receiver_that_never_reads_holds_nothing_up(host):
+def test_334_a_receiver_that_never_reads_does_not_delay_the_service(host):
     host.settings(logurl="udp://127.0.0.1:5140/netsvc?level=dbg")
     host.sandbox.add_address("2001:db8::1/64")
     until = receive(host)
     host.sandbox.run("kill", "-STOP", str(until.pid))
-    process, hand = host.run(RDB, DNS)
-    hand.advance(0.1)
+    process, control = host.run(RDB, DNS)
+    control.advance(0.1)
     for _ in range(100):
-        host.library.reply(0, b"x" * 30_000)  # 3 MB, more than a receiver's buffer takes
-    hand.advance(600)
+        host.library.reply(0, b"x" * 30_000)  # 3 MB, more than a receiver's buffer
+    control.advance(600)
     assert host.library.puts() == [b"2001:db8::1"] * 2
     assert host.stop(process) == QUIET_OUTPUT
 

@@ -16,11 +16,11 @@ TOP = Path(__file__).parents[2]
 SAMPLES = [TOP / "packaging/addrpubd.ini", *sorted((TOP / "docs/user/examples").glob("*.ini"))]
 GOOD = "hostname = h\nrdburl = log:\nrdbuser = u\nrdbpswd = hunter2\n"
 
-# What a client library with the back end of a scheme has in it: the name of the library behind it, or the scheme.
+# A byte string that the client library contains if it has the back end: the name of a library, or the scheme.
 BACK_ENDS = {"log": b"log", "hosts": b"hosts", "sqlite": b"libsqlite3", "redis": b"libhiredis", "dns": b"libldns"}
 
-# What is no fault of a sample: the machine it is examined on has no such password file, and no name server that knows an
-# example's names.
+# Findings that are not errors of a sample: the machine has no such password file, and its name servers do not know the
+# names of the examples.
 OUTSIDE = re.compile(
     r": (\w+: the password file \S+ cannot be read: .*"
     r"|nothing is logged: its server is missing or its name cannot be resolved now)$"
@@ -40,7 +40,7 @@ def check(*words, program=PROGRAM, **options):
 
 @pytest.fixture
 def ini(tmp_path):
-    """Writes an ini file with a mode; root's umask plays no part."""
+    """Writes an ini file with this mode, independent of the umask."""
 
     def write(text, mode=0o600):
         path = tmp_path / "addrpubd.ini"
@@ -62,28 +62,28 @@ def findings(output):
     return [line for line in output.splitlines() if ": warning: " in line or ": error: " in line]
 
 
-def test_471_settings_without_a_fault_give_status_0(ini):
+def test_471_settings_without_findings_return_status_0(ini):
     path = ini(GOOD)
     status, output, errors = check(path)
     assert (status, errors) == (0, "")
     assert output.endswith(f"\n{path}: no findings\n")
 
 
-def test_472_a_warning_gives_status_1(ini):
+def test_472_a_warning_returns_status_1(ini):
     path = ini(GOOD + "ttl = 60\n")
     status, output, errors = check(path)
     assert (status, errors) == (1, "")
     assert findings(output) == [f'{path}:5: warning: unknown key "ttl", ignored']
 
 
-def test_473_settings_with_which_the_service_does_not_start_give_status_2(ini):
+def test_473_settings_that_prevent_the_start_return_status_2(ini):
     path = ini(GOOD.replace("= h\n", "= a:b\n"))
     status, output, errors = check(path)
     assert (status, errors) == (2, "")
     assert findings(output)[0].startswith(f"{path}:1: error: hostname contains")
 
 
-def test_474_a_file_that_is_not_there_gives_status_2(tmp_path):
+def test_474_a_missing_file_returns_status_2(tmp_path):
     path = tmp_path / "missing.ini"
     status, output, errors = check(path)
     assert (status, errors) == (2, "")
@@ -91,7 +91,7 @@ def test_474_a_file_that_is_not_there_gives_status_2(tmp_path):
 
 
 @pytest.mark.parametrize("words", [("a", "b"), ("-x",), ("--help", "a"), ("",)])
-def test_475_a_command_line_that_is_not_understood_gives_status_2_and_the_usage(words):
+def test_475_an_invalid_command_line_returns_status_2_and_the_usage(words):
     status, output, errors = check(*words)
     assert (status, output) == (2, "")
     assert errors.startswith("addrpubd-check: ") and "usage: addrpubd-check [FILE]" in errors
@@ -103,7 +103,7 @@ def test_476_help_is_printed_on_request():
     assert output.startswith("usage: addrpubd-check [FILE]\n")
 
 
-def test_477_without_a_name_it_is_the_file_beside_the_program(tmp_path, ini):
+def test_477_the_default_file_is_in_the_folder_of_the_program(tmp_path, ini):
     program = tmp_path / "addrpubd-check"
     shutil.copy(PROGRAM, program)
     path = ini(GOOD)
@@ -117,15 +117,15 @@ def test_477_without_a_name_it_is_the_file_beside_the_program(tmp_path, ini):
 
 
 @pytest.mark.parametrize("mode, status", [(0o600, 0), (0o640, 0), (0o644, 1), (0o604, 1)])
-def test_478_a_password_that_everybody_can_read_is_remarked(ini, mode, status):
+def test_478_a_password_that_everybody_can_read_is_reported(ini, mode, status):
     path = ini(GOOD, mode)
     found, output, _ = check(path)
     assert found == status
     assert [line for line in findings(output) if "everybody can read it" in line] == findings(output)
 
 
-def test_479_another_user_learns_that_the_file_cannot_be_opened():
-    #  Below /tmp itself: pytest's own folders are closed to others.
+def test_479_a_user_without_permission_is_told_that_the_file_cannot_be_opened():
+    #  In /tmp, because other users have no access to pytest's own folders.
     folder = Path(subprocess.run(["mktemp", "-d"], capture_output=True, check=True, text=True).stdout.strip())
     try:
         folder.chmod(0o755)
@@ -142,7 +142,7 @@ def test_479_another_user_learns_that_the_file_cannot_be_opened():
         shutil.rmtree(folder)
 
 
-def test_480_a_password_file_is_named_and_its_content_is_not_shown(ini, tmp_path):
+def test_480_a_password_file_is_reported_without_its_contents(ini, tmp_path):
     secret = password_file(tmp_path, 0o600)
     path = ini(GOOD.replace("hunter2", f"file:{secret}"))
     status, output, _ = check(path)
@@ -163,7 +163,7 @@ def test_481_a_pipe_is_read_like_a_file():
     assert '  hostname      = "h"\n' in output
 
 
-def test_482_output_that_cannot_be_written_gives_status_2(ini):
+def test_482_a_failure_to_write_the_output_returns_status_2(ini):
     with open("/dev/full", "wb") as full:
         done = run(PROGRAM, ini(GOOD), stdout=full, stderr=subprocess.PIPE)
     assert done.returncode == 2
@@ -171,7 +171,7 @@ def test_482_output_that_cannot_be_written_gives_status_2(ini):
 
 
 @pytest.mark.parametrize("sample", SAMPLES, ids=lambda path: path.name)
-def test_483_the_ini_files_of_the_repository_are_without_a_fault(ini, sample):
+def test_483_the_ini_files_of_the_repository_have_no_findings(ini, sample):
     text = sample.read_text()
     schemes = re.findall(r"^(?:rdb|dns)url *= *(\w+):", text, re.MULTILINE)
     assert schemes
@@ -186,7 +186,7 @@ def test_483_the_ini_files_of_the_repository_are_without_a_fault(ini, sample):
 
 
 @pytest.mark.parametrize("mode, verbs", [(0o640, []), (0o644, ["read"]), (0o602, ["write"]), (0o606, ["read", "write"])])
-def test_484_a_password_file_that_everybody_can_read_or_write_is_remarked(ini, tmp_path, mode, verbs):
+def test_484_a_password_file_that_everybody_can_read_or_write_is_reported(ini, tmp_path, mode, verbs):
     secret = password_file(tmp_path, mode)
     path = ini(GOOD.replace("hunter2", f"file:{secret}"))
     status, output, _ = check(path)
@@ -195,7 +195,7 @@ def test_484_a_password_file_that_everybody_can_read_or_write_is_remarked(ini, t
     assert findings(output) == [f"{path}:4" + remark.format(verb, secret) for verb in verbs]
 
 
-def test_485_settings_that_everybody_can_write_are_remarked(ini):
+def test_485_settings_that_everybody_can_write_are_reported(ini):
     path = ini(GOOD, 0o602)
     status, output, _ = check(path)
     assert status == 1
@@ -211,7 +211,7 @@ def test_486_a_secret_in_an_option_of_a_url_is_not_shown(ini):
 
 
 @pytest.mark.parametrize("encoding", ["utf-16", "utf-16-le", "utf-16-be"])
-def test_487_a_file_in_utf16_is_named_in_one_line(tmp_path, encoding):
+def test_487_a_file_in_utf16_is_reported_in_one_line(tmp_path, encoding):
     path = tmp_path / "addrpubd.ini"
     path.write_bytes(GOOD.encode(encoding))
     path.chmod(0o600)

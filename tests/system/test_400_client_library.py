@@ -1,4 +1,4 @@
-"""How the service uses the client library: start, events, replies, threads."""
+"""The service's use of the client library: start, events, replies, threads."""
 
 import pytest
 from host import DIRECTORY, DNS, RDB
@@ -18,25 +18,25 @@ def test_401_the_start_makes_both_connections_the_rdb_servers_first(host):
     assert all(call.main_thread for call in calls)
 
 
-def test_402_the_connections_get_their_own_url_user_and_password_and_0(host):
+def test_402_each_connection_gets_its_url_user_password_and_0(host):
     host.run()
     rdb, dns = host.library.calls("rdb_connectex")
     assert (rdb.url, rdb.account, rdb.password, rdb.reserved) == (b"rdb://192.0.2.1:900", b"ruser", b"rpass", 0)
     assert (dns.url, dns.account, dns.password, dns.reserved) == (b"dns://192.0.2.2:901", b"duser", b"dpass", 0)
 
 
-def test_403_the_handles_are_used_as_they_were_given_out(host):
+def test_403_the_returned_handles_are_used(host):
     host.library.before_start("result rdb_create 0 2147483647", "result rdb_create 1 0")
     host.sandbox.add_address("2001:db8::1/64")
-    process, hand = host.run(2147483647, 0)
-    hand.advance(0.1)
+    process, control = host.run(2147483647, 0)
+    control.advance(0.1)
     host.stop(process)
     assert {call.handle for call in host.library.calls("rdb_tagget", "rdb_objputsnapshot")} == {2147483647}
     assert {call.handle for call in host.library.calls("rdb_callmsg")} == {0}
     assert [call.handle for call in host.library.calls("rdb_destory")] == [2147483647, 0]
 
 
-def test_404_the_result_of_setmessagenotify_disconnect_and_destory_is_not_looked_at(host):
+def test_404_the_results_of_setmessagenotify_disconnect_and_destory_are_ignored(host):
     host.library.before_start(*(f"result rdb_{f} * -9" for f in ("setmessagenotify", "disconnect", "destory")))
     process, _ = host.run()
     host.stop(process)
@@ -61,55 +61,55 @@ def test_405_each_event_is_logged_each_time(host, event, record):
 
 @pytest.mark.parametrize("code", [0, 1, -1, 60000, 60002, 60004, -60001, 2147483647, -2147483648])
 def test_406_an_unknown_event_changes_nothing_and_logs_nothing(host, code):
-    process, hand = host.run()
+    process, control = host.run()
     host.library.event(RDB, code)
     host.library.event(DNS, code)
-    hand.advance(20)
+    control.advance(20)
     assert (host.log(process), len(host.library.calls())) == ([], 10)
 
 
 @pytest.mark.parametrize("code", [0, 60000, 60002, 60004])
-def test_407_an_unknown_event_does_not_take_a_connection_down(host, code):
+def test_407_an_unknown_event_does_not_disconnect(host, code):
     host.sandbox.add_address("2001:db8::1/64")
-    _, hand = host.run(RDB, DNS)
+    _, control = host.run(RDB, DNS)
     host.library.event(RDB, code)
     host.library.event(DNS, code)
-    hand.advance(0.1)
+    control.advance(0.1)
     assert (len(host.library.puts()), len(host.library.requests())) == (1, 1)
 
 
 @pytest.mark.parametrize("value", [0, 1, -1, 2**63 - 1, -(2**63)])
 def test_408_the_value_of_an_event_is_not_used(host, value):
-    process, hand = host.run()
+    process, control = host.run()
     host.library.event(RDB, 60001, value)
-    hand.advance(0.1)
+    control.advance(0.1)
     assert host.library.puts() == [b"null"]
     assert host.log(process)[0] == EVENTS[RDB, 60001]
 
 
-def test_409_an_event_during_rdb_connectex_counts(host):
-    """The library may connect, and say so on the caller's own thread, before rdb_connectex returns."""
+def test_409_an_event_during_rdb_connectex_is_handled(host):
+    """The library may connect and report it on the caller's thread before rdb_connectex returns."""
     host.library.before_start("during rdb_connectex 0 60001", "during rdb_connectex 1 60001")
     host.sandbox.add_address("2001:db8::1/64")
-    _, hand = host.run()
-    hand.advance(0.1)
+    _, control = host.run()
+    control.advance(0.1)
     assert (len(host.library.puts()), len(host.library.requests())) == (1, 1)
 
 
 def test_410_a_disconnect_during_a_put_stops_the_next_one(host):
     host.library.before_start("during rdb_objputsnapshot 0 60003")
-    _, hand = host.run(RDB)
-    hand.advance(1200)
+    _, control = host.run(RDB)
+    control.advance(1200)
     assert host.library.puts() == [b"null"]
 
 
 def test_411_a_connect_event_during_the_cycles_put_is_overwritten_by_its_end(host):
-    """The event clears the mark, and the end of the put sets it: one put in 600 seconds."""
+    """The event clears the mark, and the end of the put sets it again, so there is one put in 600 seconds."""
     host.library.before_start("during rdb_objputsnapshot 0 60001")
-    _, hand = host.run(RDB)
-    hand.advance(599.9)
+    _, control = host.run(RDB)
+    control.advance(599.9)
     assert host.library.puts() == [b"null"]
-    hand.advance(0.1)
+    control.advance(0.1)
     assert host.library.puts() == [b"null", b"null"]
 
 
@@ -127,56 +127,56 @@ REPLIES = {
 
 
 @pytest.mark.parametrize("text", REPLIES.values(), ids=REPLIES)
-def test_412_a_reply_is_logged_by_its_length_and_not_read_beyond_it(host, text):
+def test_412_a_reply_is_read_only_up_to_its_length(host, text):
     host.sandbox.add_address("2001:db8::1/64")
-    process, hand = host.run(DNS)
-    hand.advance(0.1)
+    process, control = host.run(DNS)
+    control.advance(0.1)
     host.library.reply(0, text)
     assert host.log(process)[-1] == b"[dbg] recv: " + text
 
 
 def test_413_a_reply_has_no_effect(host):
     host.sandbox.add_address("2001:db8::1/64")
-    _, hand = host.run(RDB, DNS)
-    hand.advance(0.1)
+    _, control = host.run(RDB, DNS)
+    control.advance(0.1)
     calls = host.library.names()
     host.library.reply(0, b'{"request":"ws_dnsupdate","seqno":1,"result":-1}')
     host.library.reply(0, b"second reply to the same request")
-    hand.advance(599)
+    control.advance(599)
     assert host.library.names() == calls
 
 
-def test_414_a_reply_is_taken_after_the_connection_was_lost(host):
+def test_414_a_reply_after_the_connection_was_lost_is_logged(host):
     host.sandbox.add_address("2001:db8::1/64")
-    process, hand = host.run(DNS)
-    hand.advance(0.1)
+    process, control = host.run(DNS)
+    control.advance(0.1)
     host.library.disconnect(DNS)
     host.library.reply(0, b"late")
     assert host.log(process)[-1] == b"[dbg] recv: late"
 
 
-def test_415_the_service_makes_no_reconnection_of_its_own(host):
-    _, hand = host.run(RDB, DNS)
+def test_415_the_service_does_not_reconnect_itself(host):
+    _, control = host.run(RDB, DNS)
     host.library.disconnect(RDB, DNS)
-    hand.advance(7200)
+    control.advance(7200)
     assert len(host.library.calls("rdb_create", "rdb_connectex")) == 4
 
 
-def test_416_an_event_that_arrives_while_a_call_is_under_way_is_taken(host):
-    """The library's thread delivers it while the main thread is inside the library."""
+def test_416_an_event_during_a_call_is_handled(host):
+    """The library's thread delivers the event while the main thread is in a call of the library."""
     host.sandbox.add_address("2001:db8::1/64")
     host.library.before_start("hold rdb_tagget 0")
-    process, hand = host.run(RDB)
-    hand.let_run(0.1)
+    process, control = host.run(RDB)
+    control.let_run(0.1)
     assert host.library.tell("held 30000")
     host.library.connect(DNS)
     host.library.tell("release")
-    hand.wait_parked()
+    control.wait_parked()
     assert (len(host.library.puts()), len(host.library.requests())) == (1, 1)
     host.stop(process)
 
 
-def test_417_the_library_is_looked_for_in_the_working_directory_alone(host):
+def test_417_the_library_is_loaded_from_the_working_directory_only(host):
     process = host.sandbox.spawn(f"{DIRECTORY}/addrpubd", "-ver", cwd="/")
     assert b"./librdbapix64.so: cannot open shared object file" in process.all_output()
     assert process.wait() == 127

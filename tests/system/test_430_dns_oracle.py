@@ -1,5 +1,5 @@
-"""The client library's DNS messages beside dnspython's: updates and questions say what they should and are signed as the
-other side expects, and of the other side's answers exactly the genuine ones are taken."""
+"""Compares the DNS messages of the client library with dnspython: updates and queries have the right contents and
+signature, and exactly the authentic answers are accepted."""
 
 import base64
 import os
@@ -34,7 +34,7 @@ pytestmark = pytest.mark.skipif(not ORACLE.exists(), reason="the client library 
 
 
 class Oracle:
-    """The program, and the words of the request it made last."""
+    """The program, and the words of its last request."""
 
     def __init__(self):
         place = surroundings.outside()
@@ -48,7 +48,7 @@ class Oracle:
         return self.process.stdout.readline().rstrip("\n")
 
     def message(self, kind, key, number, *words):
-        """The bytes of a request signed with key."""
+        """Returns the bytes of a request signed with key."""
         secret = base64.b64encode(key.secret).decode()
         algorithm = key.algorithm.to_text(omit_final_dot=True)
         name = key.name.to_text(omit_final_dot=True)
@@ -68,7 +68,7 @@ def oracle():
 
 @pytest.fixture(autouse=True)
 def fixed_time(monkeypatch):
-    """What dnspython takes for the present time, from here on; returns the setter."""
+    """Fixes dnspython's current time; returns a function that sets it."""
     clock = types.SimpleNamespace(now=NOW)
     monkeypatch.setattr(dns.message, "time", types.SimpleNamespace(time=lambda: clock.now))
     return clock
@@ -80,7 +80,7 @@ def make_key(seed):
 
 
 def make_request(seed):
-    """Zone, ttl, name, the full name, addresses and ports of one update."""
+    """Returns zone, ttl, name, full name, addresses and ports of one update."""
     zone = ".".join(seed.choice(["example", "org", "a", "x" * 63, "lan-1"]) for _ in range(seed.randrange(1, 4)))
     label = seed.choice(["host1", "h", "a_b", "y" * 60])
     name, full = seed.choice([(label, f"{label}.{zone}"), (f"{label}.{zone}", f"{label}.{zone}"), (zone, zone)])
@@ -95,7 +95,7 @@ def https(text):
 
 
 def wanted_records(full, addresses, ports):
-    """The record sets of a request, written as a zone file would have them."""
+    """Returns the record sets of a request in the form of a zone file."""
     name = dns.name.from_text(full)
     hint = "ipv6hint=" + ",".join(addresses[:16])
     at_name = [f"{place} . port={port} {hint}" for place, port in enumerate(ports, 1)]
@@ -111,7 +111,7 @@ def wanted_records(full, addresses, ports):
 
 
 def flat(section):
-    """Each record of a section as (owner, type, class, ttl, data); data is None for a deletion."""
+    """Returns each record of a section as (owner, type, class, ttl, data); data is None for a deletion."""
     records = []
     for rrset in section:
         for rdata in list(rrset) or [None]:
@@ -120,7 +120,7 @@ def flat(section):
     return records
 
 
-def test_431_updates_say_what_the_request_does_and_their_signature_holds(oracle):
+def test_431_updates_match_the_request_and_have_a_valid_signature(oracle):
     seed = random.Random(431)
     for _ in range(2000):
         key, number = make_key(seed), seed.randrange(1 << 16)
@@ -141,7 +141,7 @@ def test_431_updates_say_what_the_request_does_and_their_signature_holds(oracle)
         assert flat(message.update) == deletions + additions
 
 
-def test_432_questions_ask_for_one_set_and_their_signature_holds(oracle):
+def test_432_queries_are_for_one_record_set_and_have_a_valid_signature(oracle):
     seed = random.Random(432)
     for _ in range(500):
         key, number = make_key(seed), seed.randrange(1 << 16)
@@ -175,7 +175,7 @@ def make_query(oracle, key, number=1):
     return dns.message.from_wire(wire, keyring={key.name: key})
 
 
-def test_433_genuine_answers_are_taken_whatever_their_code(oracle):
+def test_433_authentic_answers_are_accepted_with_any_code(oracle):
     seed = random.Random(433)
     for _ in range(1000):
         key = make_key(seed)
@@ -210,7 +210,7 @@ def test_434_answers_of_another_key_algorithm_request_or_number_are_refused(orac
         assert oracle.judge(bare.to_wire()) == "none: the answer is not signed"
 
 
-def test_435_the_time_counts_up_to_the_fudge(oracle, fixed_time):
+def test_435_the_time_may_differ_up_to_the_fudge(oracle, fixed_time):
     key = dns.tsig.Key("key1", b"secret", "hmac-sha256")
     query = make_query(oracle, key)
     for away in (-100000, -301, -300, -1, 0, 1, 300, 301, 100000):
@@ -221,7 +221,7 @@ def test_435_the_time_counts_up_to_the_fudge(oracle, fixed_time):
 
 
 @pytest.mark.parametrize("away", [-86400, -301, 301, 5000])
-def test_436_a_server_with_another_clock_is_told_by_how_much(oracle, away):
+def test_436_the_difference_of_the_clocks_is_reported(oracle, away):
     key = dns.tsig.Key("key1", b"secret", "hmac-sha256")
     query = make_query(oracle, key)
     answer = made_answer(query, code=dns.rcode.NOTAUTH)
@@ -254,7 +254,7 @@ def test_437_an_answer_with_any_bit_flipped_is_refused(oracle, algorithm):
             assert taken == case_of_a_name(wire, position, bit, key), (position, bit)
 
 
-def test_438_an_answer_cut_short_or_made_longer_is_refused(oracle):
+def test_438_a_truncated_or_extended_answer_is_refused(oracle):
     key = dns.tsig.Key("key1", b"secret", "hmac-sha256")
     query = make_query(oracle, key)
     wire = signed(made_answer(query, random.Random(438)), key, query.mac)

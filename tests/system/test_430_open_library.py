@@ -1,4 +1,4 @@
-"""The service with the open client library of the same build: an address ends up in a database and in a hosts file."""
+"""The service with the open client library of the same build publishes to a database and to a hosts file."""
 
 import shutil
 import sqlite3
@@ -24,13 +24,13 @@ def open_host(host):
 
 
 def run_connected(host):
-    """Starts the service on a terminal and waits until it says that both servers are connected."""
+    """Starts the service on a terminal and waits until it logs that both servers are connected."""
     process = host.start("-run", tty=True)
-    hand = host.clock.of(process)
-    hand.wait_parked()
+    control = host.clock.of(process)
+    control.wait_parked()
     process.wait_for_output(b"connect rdb server sqlite:///mnt/data/rdb.db success.\r\n")
     process.wait_for_output(b"connect dns server hosts:///mnt/data/hosts success.\r\n")
-    return process, hand
+    return process, control
 
 
 def hosts_lines(host):
@@ -38,7 +38,7 @@ def hosts_lines(host):
 
 
 def database_values(host, folder):
-    """The current values, read from a copy in folder of what the stopped service has left."""
+    """Returns the current values, read from a copy of the stopped service's database in folder."""
     for file in host.sandbox.path("/mnt/data").glob("rdb.db*"):
         shutil.copy(file, folder)
     with sqlite3.connect(folder / "rdb.db") as database:
@@ -46,8 +46,8 @@ def database_values(host, folder):
 
 
 def test_431_one_cycle_fills_the_database_and_the_hosts_file(open_host, tmp_path):
-    process, hand = run_connected(open_host)
-    hand.advance(0.1)
+    process, control = run_connected(open_host)
+    control.advance(0.1)
     process.wait_for_output(b"recv: ")
     process.kill()
     assert process.wait() == 0
@@ -56,11 +56,11 @@ def test_431_one_cycle_fills_the_database_and_the_hosts_file(open_host, tmp_path
 
 
 def test_432_a_changed_address_replaces_the_old_one(open_host, tmp_path):
-    process, hand = run_connected(open_host)
-    hand.advance(0.1)
+    process, control = run_connected(open_host)
+    control.advance(0.1)
     open_host.sandbox.add_address("2001:db8::2/64")
     open_host.sandbox.remove_address("2001:db8::1/64")
-    hand.advance(10)
+    control.advance(10)
     wait_until(lambda: hosts_lines(open_host) == [b"2001:db8::2 host1 # addrpubd host1"], "the new address")
     process.kill()
     assert process.wait() == 0
@@ -68,14 +68,14 @@ def test_432_a_changed_address_replaces_the_old_one(open_host, tmp_path):
 
 
 def test_433_the_service_ends_on_ctrl_c_with_both_servers_connected(open_host):
-    process, hand = run_connected(open_host)
-    hand.advance(0.1)
+    process, control = run_connected(open_host)
+    control.advance(0.1)
     process.type(b"\x03")
     assert process.wait() == 0
     assert process.output_so_far().endswith(b"stop addrpubd service success.\r\n")
 
 
-def test_434_a_refused_dns_url_fails_the_start_beside_a_server_that_just_connects(open_host):
+def test_434_a_refused_dns_url_fails_the_start(open_host):
     open_host.settings(logurl=None, **(SETTINGS | {"dnsurl": "no url"}))
     for _ in range(50):
         assert open_host.command("-run") == b"\nStart failed!\n"

@@ -1,7 +1,7 @@
 """The open client library with a real Redis server and a syslog daemon that does not read."""
 
 import pytest
-from redis_bed import Bed, require
+from redis_bed import Fixture, require
 from sandbox import wait_until
 
 OK = 0
@@ -9,25 +9,25 @@ SERVER_REFUSED = 1017
 
 
 @pytest.fixture
-def bed():
+def fixture():
     require()
-    one = Bed(reading=False)
+    one = Fixture(reading=False)
     yield one
     one.close()
 
 
-def test_439_a_syslog_daemon_that_does_not_read_loses_lines_and_keeps_no_value_back(bed):
-    bed.log.fill()
-    bed.server.start()
-    bed.connected()
-    bed.register("first")
-    bed.server.command("CONFIG", "SET", "maxmemory", "1")
-    assert bed.put("second") == SERVER_REFUSED  # for a reason that is to be reported
-    bed.server.command("CONFIG", "SET", "maxmemory", "0")
-    bed.wait_held("second")
-    assert bed.put("third") == OK
-    bed.log.read()
-    wait_until(lambda: bed.log.lines("full"), "the lines that were there before")
-    bed.server.kill()
-    bed.log.wait("rdbapi: redis://127.0.0.1:6379/0: ")
-    assert not bed.log.lines("memory limit")
+def test_439_a_syslog_daemon_that_does_not_read_delays_no_value(fixture):
+    fixture.log.fill()
+    fixture.server.start()
+    fixture.connected()
+    fixture.register("first")
+    fixture.server.command("CONFIG", "SET", "maxmemory", "1")
+    assert fixture.put("second") == SERVER_REFUSED  # the reason must be logged
+    fixture.server.command("CONFIG", "SET", "maxmemory", "0")
+    fixture.wait_held("second")
+    assert fixture.put("third") == OK
+    fixture.log.read()
+    wait_until(lambda: fixture.log.lines("full"), "the lines that were there before")
+    fixture.server.kill()
+    fixture.log.wait("rdbapi: redis://127.0.0.1:6379/0: ")
+    assert not fixture.log.lines("memory limit")

@@ -6,11 +6,11 @@ pytest.importorskip("dns.tsigkeyring", reason="dnspython is not installed (pytho
 
 from dns_address_cases import DnsAddressCases, name_stands_for  # noqa: E402
 from dns_bed import OK, SERVER_REFUSED  # noqa: E402
-from dns_cases import DnsCases, bed  # noqa: E402
+from dns_cases import DnsCases, fixture  # noqa: E402
 from dns_reply_cases import NOT_AUTH, REFUSED, DnsReplyCases  # noqa: E402
 from dns_servers import ZONE, Bind, ForwardingBind, SecondaryBind  # noqa: E402
 
-__all__ = ["bed"]
+__all__ = ["fixture"]
 
 
 class TestBind(DnsCases):
@@ -18,35 +18,35 @@ class TestBind(DnsCases):
     refused = "REFUSED"
     no_zone = "REFUSED"
 
-    def key_without_permission(self, bed, **changed):
-        self.refused_update_until(bed, **changed)
+    def key_without_permission(self, fixture, **changed):
+        self.refused_update_until(fixture, **changed)
 
 
 class TestRepliesOfBind(DnsReplyCases):
     Server = Bind
     without_zone = (SERVER_REFUSED, NOT_AUTH)
 
-    def test_45_a_policy_without_https_records_is_refused_with_this_cause_named(self, bed):
-        bed.change_server(types="AAAA")
-        bed.connected("?check=0")
-        assert bed.update(["2001:db8::a"], [443]) == (SERVER_REFUSED, REFUSED)
-        bed.change_server(types="AAAA HTTPS")
-        bed.wait_held(["2001:db8::a"], [443])
+    def test_45_a_policy_without_https_records_is_reported(self, fixture):
+        fixture.change_server(types="AAAA")
+        fixture.connected("?check=0")
+        assert fixture.update(["2001:db8::a"], [443]) == (SERVER_REFUSED, REFUSED)
+        fixture.change_server(types="AAAA HTTPS")
+        fixture.wait_held(["2001:db8::a"], [443])
 
-    def test_46_a_frozen_zone_is_refused_with_this_cause_named(self, bed):
-        bed.connected("?check=0")
-        bed.server.control("freeze", ZONE)
-        assert bed.update(["2001:db8::a"], [443]) == (SERVER_REFUSED, REFUSED)
-        bed.server.control("thaw", ZONE)
-        bed.wait_held(["2001:db8::a"], [443])
+    def test_46_a_frozen_zone_is_reported(self, fixture):
+        fixture.connected("?check=0")
+        fixture.server.control("freeze", ZONE)
+        assert fixture.update(["2001:db8::a"], [443]) == (SERVER_REFUSED, REFUSED)
+        fixture.server.control("thaw", ZONE)
+        fixture.wait_held(["2001:db8::a"], [443])
 
-    def test_47_a_zone_that_takes_no_updates_is_refused_with_this_cause_named(self, bed):
-        bed.change_server(takes_updates=False)
-        bed.connected("?check=0")
-        assert bed.update(["2001:db8::a"], [443]) == (SERVER_REFUSED, REFUSED)
+    def test_47_a_zone_without_updates_is_reported(self, fixture):
+        fixture.change_server(takes_updates=False)
+        fixture.connected("?check=0")
+        assert fixture.update(["2001:db8::a"], [443]) == (SERVER_REFUSED, REFUSED)
 
 
-#  With it OpenSSL offers no algorithm at all, since the FIPS module is not loaded.
+#  With this configuration OpenSSL has no algorithms, since the FIPS module is not loaded.
 FIPS_ONLY = """openssl_conf = init
 [init]
 alg_section = algorithms
@@ -58,48 +58,49 @@ default_properties = fips=yes
 class TestOpenSslConfiguration:
     Server = Bind
 
-    def test_52_the_file_that_the_environment_names_is_not_read(self, bed):
-        bed.sandbox.path("/mnt/fips.cnf").write_text(FIPS_ONLY)
-        bed.connected("?check=0", environment={"OPENSSL_CONF": "/mnt/fips.cnf"})
-        assert bed.update(["2001:db8::a"], [443]) == (OK, "ok")
+    def test_52_the_configuration_file_in_the_environment_is_not_read(self, fixture):
+        fixture.sandbox.path("/mnt/fips.cnf").write_text(FIPS_ONLY)
+        fixture.connected("?check=0", environment={"OPENSSL_CONF": "/mnt/fips.cnf"})
+        assert fixture.update(["2001:db8::a"], [443]) == (OK, "ok")
 
-    def test_53_the_fifo_that_the_environment_names_stops_nothing(self, bed):
-        bed.sandbox.run("mkfifo", "/mnt/fifo")
-        bed.connected("?check=0", environment={"OPENSSL_CONF": "/mnt/fifo"})
-        assert bed.update(["2001:db8::a"], [443]) == (OK, "ok")
+    def test_53_a_fifo_in_the_environment_does_not_block(self, fixture):
+        fixture.sandbox.run("mkfifo", "/mnt/fifo")
+        fixture.connected("?check=0", environment={"OPENSSL_CONF": "/mnt/fifo"})
+        assert fixture.update(["2001:db8::a"], [443]) == (OK, "ok")
 
-    def test_54_the_machines_own_file_is_not_read(self, bed):
-        bed.sandbox.path("/mnt/fips.cnf").write_text(FIPS_ONLY)
-        bed.sandbox.run("mount", "--bind", "/mnt/fips.cnf", "/etc/ssl/openssl.cnf")
-        bed.connected("?check=0")
-        assert bed.update(["2001:db8::a"], [443]) == (OK, "ok")
+    def test_54_the_system_wide_configuration_is_not_read(self, fixture):
+        fixture.sandbox.path("/mnt/fips.cnf").write_text(FIPS_ONLY)
+        fixture.sandbox.run("mount", "--bind", "/mnt/fips.cnf", "/etc/ssl/openssl.cnf")
+        fixture.connected("?check=0")
+        assert fixture.update(["2001:db8::a"], [443]) == (OK, "ok")
 
 
 class TestAddressesOfBind(DnsAddressCases):
     Server = Bind
 
-    def test_65_an_update_that_a_secondary_refuses_is_made_at_the_primary_which_is_asked_first_from_then_on(self, bed):
-        bed.server.addresses = ("127.0.0.1",)
-        bed.server.reconfigure()
-        secondary = SecondaryBind(bed.sandbox)
+    def test_65_an_update_refused_by_a_secondary_moves_to_the_primary(self,
+    fixture):
+        fixture.server.addresses = ("127.0.0.1",)
+        fixture.server.reconfigure()
+        secondary = SecondaryBind(fixture.sandbox)
         secondary.address, secondary.addresses = "::1", ("::1",)
         secondary.start()
-        name_stands_for(bed, "::1", "127.0.0.1")
-        bed.connected("?check=0", server="servers")
+        name_stands_for(fixture, "::1", "127.0.0.1")
+        fixture.connected("?check=0", server="servers")
         for address in ("2001:db8::a", "2001:db8::b", "2001:db8::c"):
-            assert bed.update([address], [443]) == (OK, "ok")
-            assert bed.holds([address], [443])
+            assert fixture.update([address], [443]) == (OK, "ok")
+            assert fixture.holds([address], [443])
         assert secondary.process.output_so_far().count(b"update forwarding 'example.test/IN' denied") == 1
-        assert bed.log.lines("rdbapi: dns://") == []
+        assert fixture.log.lines("rdbapi: dns://") == []
 
 
 class TestForwardingBind:
     Server = Bind
 
-    def test_51_an_update_that_a_secondary_passes_on_to_the_primary_is_made(self, bed):
-        forwarder = ForwardingBind(bed.sandbox)
+    def test_51_an_update_forwarded_by_a_secondary_succeeds(self, fixture):
+        forwarder = ForwardingBind(fixture.sandbox)
         forwarder.start()
-        bed.connected("?check=0", server="127.0.0.2")
-        assert bed.update(["2001:db8::a"], [443]) == (OK, "ok")
-        assert bed.holds(["2001:db8::a"], [443])
-        assert bed.log.lines("rdbapi: dns://") == []
+        fixture.connected("?check=0", server="127.0.0.2")
+        assert fixture.update(["2001:db8::a"], [443]) == (OK, "ok")
+        assert fixture.holds(["2001:db8::a"], [443])
+        assert fixture.log.lines("rdbapi: dns://") == []

@@ -5,10 +5,10 @@ import pytest
 pytest.importorskip("dns.tsigkeyring", reason="dnspython is not installed (python3-dnspython)")
 
 from dns_alias_cases import DnsAliasCases  # noqa: E402
-from dns_cases import bed  # noqa: E402
+from dns_cases import fixture  # noqa: E402
 from dns_servers import Bind, Knot  # noqa: E402
 
-__all__ = ["bed"]
+__all__ = ["fixture"]
 
 
 class TestBindAliases(DnsAliasCases):

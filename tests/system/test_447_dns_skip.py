@@ -1,4 +1,4 @@
-"""Addresses of the host itself that skip= leaves out of the zone, by the flags that the kernel gives them. With BIND."""
+"""The option skip=: addresses of the host that are left out of the zone because of their kernel flags. With BIND."""
 
 import ipaddress
 import socket
@@ -9,16 +9,16 @@ import pytest
 pytest.importorskip("dns.tsigkeyring", reason="dnspython is not installed (python3-dnspython)")
 
 from dns_bed import OK  # noqa: E402
-from dns_cases import bed  # noqa: E402
+from dns_cases import fixture  # noqa: E402
 from dns_servers import Bind  # noqa: E402
 from netns import inside  # noqa: E402
 from sandbox import wait_until  # noqa: E402
 
-__all__ = ["bed"]
+__all__ = ["fixture"]
 
 A, B = "2001:db8::a", "2001:db8::b"
 PREFIX = "2001:db8:5::"
-ELSEWHERE = "2001:db8:6::1"  # no address of the host
+ELSEWHERE = "2001:db8:6::1"  # not an address of the host
 ROUTER_ADVERTISEMENT, PREFIX_INFORMATION, AUTONOMOUS = 134, 3, 0x40  # RFC 4861 sections 4.2 and 4.6.2
 DAY = 86400  # s
 TEMPORARY = 0x01  # IFA_F_TEMPORARY of linux/if_addr.h
@@ -29,7 +29,7 @@ def deprecate(sandbox, address):
 
 
 def cable(sandbox):
-    """Lays a cable from v0, which makes itself temporary addresses (RFC 8981) at once, to v1, the router's end."""
+    """Connects v0, which creates temporary addresses (RFC 8981) at once, to v1, the router's interface."""
     sandbox.run("ip", "link", "add", "v0", "type", "veth", "peer", "name", "v1")
     for value, setting in ((2, "v0/use_tempaddr"), (0, "v0/dad_transmits"), (0, "v1/accept_ra")):
         sandbox.run("/bin/sh", "-c", f"echo {value} > /proc/sys/net/ipv6/conf/{setting}")
@@ -39,7 +39,7 @@ def cable(sandbox):
 
 
 def advertise(sandbox):
-    """Tells the hosts at the cable, as a router does, to make themselves addresses of PREFIX."""
+    """Sends a router advertisement, so that hosts on the link create addresses of PREFIX."""
     head = struct.pack("!BBHBBHII", ROUTER_ADVERTISEMENT, 0, 0, 0, 0, 0, 0, 0)
     option = struct.pack("!BBBBIII", PREFIX_INFORMATION, 4, 64, AUTONOMOUS, DAY, DAY, 0)
     message = head + option + ipaddress.IPv6Address(PREFIX).packed
@@ -53,7 +53,7 @@ def advertise(sandbox):
 
 
 def flags(sandbox):
-    """The flags of the addresses of PREFIX, as the kernel shows them."""
+    """Returns the kernel's flags of the addresses of PREFIX."""
     found = {}
     for line in sandbox.path("/proc/1/net/if_inet6").read_text().splitlines():
         digits, _, _, _, flag, _ = line.split()
@@ -64,9 +64,9 @@ def flags(sandbox):
 
 
 def advertised(sandbox):
-    """The temporary address that v0 has of PREFIX and the other, once both are there.
+    """Waits for and returns the temporary and the other address of v0 in PREFIX.
 
-    A router repeats itself: a link that has just come up is deaf for a moment.
+    The advertisement is repeated, because a link that has just come up does not receive for a moment.
     """
     advertise(sandbox)
     found = flags(sandbox)
@@ -76,27 +76,27 @@ def advertised(sandbox):
 class TestSkip:
     Server = Bind
 
-    def test_447_a_deprecated_address_is_left_out(self, bed):
-        bed.sandbox.add_address(f"{A}/64")
-        bed.sandbox.add_address(f"{B}/64")
-        deprecate(bed.sandbox, f"{B}/64")
-        bed.connected("?skip=deprecated")
-        assert bed.update([A, B, ELSEWHERE], [443]) == (OK, "ok")
-        assert bed.holds([A, ELSEWHERE], [443])
+    def test_447_a_deprecated_address_is_skipped(self, fixture):
+        fixture.sandbox.add_address(f"{A}/64")
+        fixture.sandbox.add_address(f"{B}/64")
+        deprecate(fixture.sandbox, f"{B}/64")
+        fixture.connected("?skip=deprecated")
+        assert fixture.update([A, B, ELSEWHERE], [443]) == (OK, "ok")
+        assert fixture.holds([A, ELSEWHERE], [443])
 
-    def test_448_an_address_that_becomes_deprecated_is_taken_out_at_the_next_check(self, bed):
-        bed.sandbox.add_address(f"{A}/64")
-        bed.sandbox.add_address(f"{B}/64")
-        bed.connected("?skip=deprecated")
-        bed.update([A, B], [443])
-        assert bed.holds([A, B], [443])
-        deprecate(bed.sandbox, f"{B}/64")
-        bed.wait_held([A], [443])
+    def test_448_an_address_that_becomes_deprecated_is_removed_at_the_next_check(self, fixture):
+        fixture.sandbox.add_address(f"{A}/64")
+        fixture.sandbox.add_address(f"{B}/64")
+        fixture.connected("?skip=deprecated")
+        fixture.update([A, B], [443])
+        assert fixture.holds([A, B], [443])
+        deprecate(fixture.sandbox, f"{B}/64")
+        fixture.wait_held([A], [443])
 
-    def test_449_a_temporary_address_is_left_out(self, bed):
-        cable(bed.sandbox)
-        temporary, stable = wait_until(lambda: advertised(bed.sandbox), "a temporary address")
-        assert flags(bed.sandbox)[temporary] & TEMPORARY and not flags(bed.sandbox)[stable] & TEMPORARY
-        bed.connected("?skip=temporary")
-        assert bed.update([temporary, stable, ELSEWHERE], [443]) == (OK, "ok")
-        assert bed.holds([stable, ELSEWHERE], [443])
+    def test_449_a_temporary_address_is_skipped(self, fixture):
+        cable(fixture.sandbox)
+        temporary, stable = wait_until(lambda: advertised(fixture.sandbox), "a temporary address")
+        assert flags(fixture.sandbox)[temporary] & TEMPORARY and not flags(fixture.sandbox)[stable] & TEMPORARY
+        fixture.connected("?skip=temporary")
+        assert fixture.update([temporary, stable, ELSEWHERE], [443]) == (OK, "ok")
+        assert fixture.holds([stable, ELSEWHERE], [443])

@@ -1,5 +1,5 @@
-"""The back end dns with Knot DNS, which calls a key that its rules do not let do something unknown (BADKEY) and signs no
-answer about a zone that it does not have."""
+"""The back end dns with Knot DNS. It answers BADKEY if its rules do not allow the request, and does not sign answers about
+a zone that it does not have."""
 
 import pytest
 
@@ -7,11 +7,11 @@ pytest.importorskip("dns.tsigkeyring", reason="dnspython is not installed (pytho
 
 from dns_address_cases import DnsAddressCases  # noqa: E402
 from dns_bed import BACKEND_FAILED  # noqa: E402
-from dns_cases import DnsCases, bed  # noqa: E402
+from dns_cases import DnsCases, fixture  # noqa: E402
 from dns_reply_cases import NOT_AUTH, DnsReplyCases, unsigned  # noqa: E402
 from dns_servers import Knot  # noqa: E402
 
-__all__ = ["bed"]
+__all__ = ["fixture"]
 
 
 class TestKnot(DnsCases):
@@ -19,8 +19,8 @@ class TestKnot(DnsCases):
     refused = "BADKEY"
     no_zone = "REFUSED"
 
-    def key_without_permission(self, bed, **changed):
-        self.refused_until(bed, "BADKEY", **changed)
+    def key_without_permission(self, fixture, **changed):
+        self.refused_until(fixture, "BADKEY", **changed)
 
 
 class TestRepliesOfKnot(DnsReplyCases):

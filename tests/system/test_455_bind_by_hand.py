@@ -1,4 +1,4 @@
-"""What docs/user/operations.md tells to type at a name server, with BIND."""
+"""The commands for a name server in docs/user/operations.md, with BIND."""
 
 import re
 import shutil
@@ -8,17 +8,17 @@ import pytest
 
 pytest.importorskip("dns.tsigkeyring", reason="dnspython is not installed (python3-dnspython)")
 
-from dns_cases import bed  # noqa: E402
+from dns_cases import fixture  # noqa: E402
 from dns_servers import HOST_KEY, NAME, Bind, secret  # noqa: E402
 
-__all__ = ["bed"]
+__all__ = ["fixture"]
 
 PAGE = Path(__file__).parents[2] / "docs/user/operations.md"
 KEY = f'key "{HOST_KEY}" {{ algorithm hmac-sha256; secret "{secret(HOST_KEY)}"; }};\n'
 
 
 def typed():
-    """The lines of the page's example, for the server and the name that are here."""
+    """Returns the lines of the page's example, with the server and the name of the test."""
     example = PAGE.read_text().partition("$ nsupdate ")[2].partition("\n\n")[0]
     text = "".join(f"{line}\n" for line in re.findall(r"^ *> (.*)", example, re.MULTILINE))
     return text.replace("ns.example.org", "127.0.0.1").replace("host1.example.org", NAME)
@@ -27,14 +27,14 @@ def typed():
 class TestByHand:
     Server = Bind
 
-    def test_456_the_example_removes_all_records_of_a_host_and_nothing_else(self, bed):
+    def test_456_the_example_removes_all_records_of_a_host_and_nothing_else(self, fixture):
         if not shutil.which("nsupdate"):
             pytest.skip("nsupdate is not installed (bind9-dnsutils)")
-        others = bed.server.others()
-        bed.connected("?check=0")
-        bed.update(["2001:db8::a"], [443, 8443])
-        bed.sandbox.path("/mnt/key").write_text(KEY)
-        bed.sandbox.path("/mnt/typed").write_text(typed())
-        bed.sandbox.run("nsupdate", "-k", "/mnt/key", "/mnt/typed")
-        assert bed.server.published() == []
-        assert bed.server.others() == others
+        others = fixture.server.others()
+        fixture.connected("?check=0")
+        fixture.update(["2001:db8::a"], [443, 8443])
+        fixture.sandbox.path("/mnt/key").write_text(KEY)
+        fixture.sandbox.path("/mnt/typed").write_text(typed())
+        fixture.sandbox.run("nsupdate", "-k", "/mnt/key", "/mnt/typed")
+        assert fixture.server.published() == []
+        assert fixture.server.others() == others

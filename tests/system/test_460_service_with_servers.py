@@ -1,8 +1,8 @@
-"""The service with a real Redis and a real BIND: the host's name resolves to the addresses that the host has.
+"""The service with a real Redis and a real BIND: the host's name resolves to the host's addresses.
 
-Of Debian 12's clients Firefox takes the port from an HTTPS record; curl 7.88 knows none of these records. Without
-Firefox a few lines here do what RFC 9460 section 3 tells a client: look the record up, take port and address, connect,
-and check the certificate for the name.
+Of the clients in Debian 12, Firefox reads the port from an HTTPS record; curl 7.88 does not support these records. If
+Firefox is not installed, a few lines here act as a client of RFC 9460 section 3: query the record, take port and address,
+connect, and verify the certificate for the name.
 """
 
 import shutil
@@ -47,7 +47,8 @@ user_pref("network.connectivity-service.enabled", false);
 
 
 class Scene:
-    """Both servers run; the service does not yet. Its clock is the real one at first: signatures carry the time."""
+    """Both servers run; the service does not yet. Its clock starts at the real time, because signatures contain the
+    time."""
 
     def __init__(self):
         self.host = Host(time.time_ns())
@@ -72,14 +73,14 @@ class Scene:
         self.names.kill()
 
     def run_service(self):
-        """Starts the service on a terminal and waits until it is connected to both; it has run no cycle yet."""
+        """Starts the service on a terminal and waits until both servers are connected; no cycle has run yet."""
         preload = f"{SHIM.resolve()} {self.host.clock.env['LD_PRELOAD']}"
         process = self.host.start("-run", tty=True, env={"LD_PRELOAD": preload})
-        hand = self.host.clock.of(process)
-        hand.wait_parked()
+        control = self.host.clock.of(process)
+        control.wait_parked()
         process.wait_for_output(b"connect rdb server redis://127.0.0.1 success.\r\n")
         process.wait_for_output(b"connect dns server dns://127.0.0.1/example.test success.\r\n")
-        return process, hand
+        return process, control
 
     def change(self, add=(), remove=()):
         for address in add:
@@ -88,17 +89,17 @@ class Scene:
             self.sandbox.remove_address(address + "/64")
 
     def dig(self, kind, name=NAME):
-        """The answers to a question, sorted."""
+        """Returns the answers to a query, sorted."""
         return sorted(self.names.dig("+short", kind, name).splitlines())
 
     def value(self):
-        """The addresses in the database, sorted, or its word for none."""
+        """Returns the addresses in the database, sorted, or "null"."""
         command = ["redis-cli", "--no-auth-warning", "--user", "addrpubd", "--pass", REDIS_PASSWORD]
         text = self.sandbox.run(*command, "HGET", f"rdb:value:{NAME}", "value").decode().strip()
         return sorted(text.split(","))
 
     def wait_published(self, *addresses):
-        """Waits until both servers hold these addresses."""
+        """Waits until both servers have these addresses."""
         wait_until(lambda: self.dig("AAAA") == sorted(addresses), f"{addresses} in the name service")
         wait_until(lambda: self.value() == sorted(addresses), f"{addresses} in the database")
 
@@ -115,33 +116,33 @@ def scene():
 
 def test_461_the_name_and_the_database_follow_the_addresses(scene):
     scene.change(add=[A, "fe80::a"])
-    _, hand = scene.run_service()
-    hand.advance(0.1)
+    _, control = scene.run_service()
+    control.advance(0.1)
     scene.wait_published(A)
     for add, remove, left in (([B, C], [], [A, B, C]), ([], [A, C], [B]), ([A], [B], [A])):
         scene.change(add, remove)
-        hand.advance(10)
+        control.advance(10)
         scene.wait_published(*left)
 
 
-def test_462_a_host_that_lost_its_last_address_keeps_its_name_and_says_null(scene):
+def test_462_a_host_that_lost_its_last_address_keeps_its_name_and_puts_null(scene):
     scene.change(add=[A])
-    _, hand = scene.run_service()
-    hand.advance(0.1)
+    _, control = scene.run_service()
+    control.advance(0.1)
     scene.wait_published(A)
     scene.change(remove=[A])
-    hand.advance(10)
+    control.advance(10)
     wait_until(lambda: scene.value() == ["null"], "null in the database")
     assert scene.dig("AAAA") == [A]
 
 
-def test_463_https_records_hold_the_ports_and_the_addresses(scene):
+def test_463_https_records_contain_the_ports_and_the_addresses(scene):
     scene.change(add=[A])
-    _, hand = scene.run_service()
-    hand.advance(0.1)
+    _, control = scene.run_service()
+    control.advance(0.1)
     scene.wait_published(A)
     scene.change(add=[B], remove=[A])
-    hand.advance(10)
+    control.advance(10)
     scene.wait_published(B)
     assert scene.dig("HTTPS") == [f"1 . port=8443 ipv6hint={B}"]
     assert scene.dig("HTTPS", f"_8443._https.{NAME}") == [f"1 {NAME}. ipv6hint={B}"]
@@ -150,8 +151,8 @@ def test_463_https_records_hold_the_ports_and_the_addresses(scene):
 
 def test_464_programs_of_the_host_resolve_the_name_through_the_c_library(scene):
     scene.change(add=[A])
-    _, hand = scene.run_service()
-    hand.advance(0.1)
+    _, control = scene.run_service()
+    control.advance(0.1)
     scene.wait_published(A)
     found = scene.sandbox.run("getent", "ahostsv6", NAME).decode().split()
     assert (found[0], "STREAM" in found) == (A, True)
@@ -159,8 +160,8 @@ def test_464_programs_of_the_host_resolve_the_name_through_the_c_library(scene):
 
 def test_465_a_client_that_follows_the_https_record_reaches_the_port(scene):
     scene.change(add=[A])
-    _, hand = scene.run_service()
-    hand.advance(0.1)
+    _, control = scene.run_service()
+    control.advance(0.1)
     scene.wait_published(A)
     _, certificate = serve_pages(scene, f"[{A}]:8443")
     record = dns.rdata.from_text("IN", "HTTPS", scene.dig("HTTPS")[0])
@@ -178,7 +179,7 @@ def serve_pages(scene, address):
     new += ["-subj", f"/CN={NAME}", "-addext", f"subjectAltName=DNS:{NAME}", "-keyout", key, "-out", certificate]
     scene.sandbox.run(*new)
     command = ["openssl", "s_server", "-www", "-accept", address, "-key", key, "-cert", certificate]
-    command += ["-servername", NAME, "-key2", key, "-cert2", certificate]  # so that it tells which name was asked for
+    command += ["-servername", NAME, "-key2", key, "-cert2", certificate]  # so that it reports the requested name
     server = scene.sandbox.spawn(*command, tty=True)
     server.wait_for_output(b"ACCEPT")
     return server, certificate
@@ -188,8 +189,8 @@ def test_468_firefox_takes_the_port_from_the_https_record(scene):
     if not shutil.which(FIREFOX):
         pytest.skip("Firefox is not installed (firefox-esr)")
     scene.change(add=[A])
-    _, hand = scene.run_service()
-    hand.advance(0.1)
+    _, control = scene.run_service()
+    control.advance(0.1)
     scene.wait_published(A)
     server, _ = serve_pages(scene, f"[{A}]:8443")
     home = scene.sandbox.path("/mnt/home")
@@ -200,29 +201,29 @@ def test_468_firefox_takes_the_port_from_the_https_record(scene):
     server.wait_for_output(f'Hostname in TLS extension: "{NAME}"'.encode())
 
 
-def test_466_both_servers_killed_and_emptied_come_back_with_the_addresses(scene):
+def test_466_both_servers_get_the_addresses_again_after_losing_their_data(scene):
     scene.change(add=[A])
-    process, hand = scene.run_service()
-    hand.advance(0.1)
+    process, control = scene.run_service()
+    control.advance(0.1)
     scene.wait_published(A)
     scene.kill_servers()
     process.wait_for_output(b"rdb server redis://127.0.0.1 disconnected")
     scene.change(add=[B], remove=[A])
-    hand.advance(10)
+    control.advance(10)
     shutil.rmtree(scene.sandbox.path("/mnt/redis/appendonlydir"))
     scene.names.forget()
     scene.start_servers()
     process.wait_for_output(b"connect dns server")
     wait_until(lambda: process.output_so_far().count(b" success.\r\n") >= 4, "both connections")
-    hand.advance(10)
+    control.advance(10)
     scene.wait_published(B)
 
 
 def test_467_the_service_ends_on_ctrl_c_with_both_servers_connected(scene):
     scene.change(add=[A])
-    process, hand = scene.run_service()
-    hand.advance(0.1)
-    process.wait_for_output(b'"message":"ok"}\r\n')  # or the reply may be logged behind the last line
+    process, control = scene.run_service()
+    control.advance(0.1)
+    process.wait_for_output(b'"message":"ok"}\r\n')  # otherwise the reply may be logged after the last line
     process.type(b"\x03")
     assert process.wait() == 0
     assert process.output_so_far().endswith(b"stop addrpubd service success.\r\n")

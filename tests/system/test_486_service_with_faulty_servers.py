@@ -1,6 +1,6 @@
 """The service with a database that lets it log in and then refuses or stays silent, and a real BIND.
 
-Whatever the database does, the name server is told of the addresses within 20 s of the service's clock.
+In each case the name server gets the addresses within 20 s of the service's clock.
 """
 
 import shutil
@@ -27,7 +27,7 @@ class Scene:
     """BIND runs; the database and the service do not yet."""
 
     def __init__(self):
-        self.host = Host(time.time_ns())  # signatures carry the time
+        self.host = Host(time.time_ns())  # signatures contain the time
         self.sandbox = self.host.sandbox
         shutil.copy(dns_bed.LIBRARY, self.sandbox.path(f"{DIRECTORY}/librdbapix64.so"))
         self.names = Bind(self.sandbox)
@@ -35,11 +35,11 @@ class Scene:
         self.redis = redis_bed.Server(self.sandbox)
         self.sandbox.add_address(A + "/64")
         self.process = None
-        self.hand = None
+        self.control = None
         self.url = None
 
     def run_service(self, url="redis://127.0.0.1", user="default", password="any", sockets=1):
-        """Starts the service and waits until it counts both servers as connected. It has run no cycle yet."""
+        """Starts the service and waits until it logs both servers as connected. No cycle has run yet."""
         self.url = url
         dnsurl = f"dns://127.0.0.1/{ZONE}"
         self.host.settings(hostname=NAME, rdburl=url, rdbuser=user, rdbpswd=password, dnsurl=dnsurl, dnsuser=HOST_KEY)
@@ -48,8 +48,8 @@ class Scene:
         environment = {"LD_PRELOAD": f"{dns_bed.SHIM.resolve()} {self.host.clock.env['LD_PRELOAD']}"}
         environment["HURRYSHIM_SOCKETS"] = str(sockets)
         self.process = self.host.start("-run", tty=True, env=environment)
-        self.hand = self.host.clock.of(self.process)
-        self.hand.wait_parked()
+        self.control = self.host.clock.of(self.process)
+        self.control.wait_parked()
         self.wait_connected(1)
         self.process.wait_for_output(f"connect dns server {dnsurl} success.\r\n".encode())
 
@@ -67,17 +67,17 @@ class Scene:
         wait_until(lambda: self.addresses() == sorted(addresses), f"{addresses} in the name service")
 
     def first_cycle_fails(self):
-        """Lets one cycle run, whose request for the tag fails and which tells the name server nothing."""
-        self.hand.advance(0.1)
+        """Runs one cycle, in which the tag query fails and no DNS update is sent."""
+        self.control.advance(0.1)
         self.wait_disconnected()
         assert self.addresses() == []
 
     def told_within_the_limit(self):
-        """Lets the next cycle run and sees it tell the name server; then a change is told in the same time."""
-        self.hand.advance(CYCLE)
+        """Checks that the next cycle sends a DNS update, and that a change is sent within the same time."""
+        self.control.advance(CYCLE)
         self.wait_told(A)
         self.sandbox.add_address(B + "/64")
-        self.hand.advance(CYCLE)
+        self.control.advance(CYCLE)
         self.wait_told(A, B)
 
 
@@ -116,7 +116,7 @@ def sentinel(scene):
 @pytest.mark.parametrize(
     "make", [cluster_without_slots, cluster_of_one_node, memory_limit, read_only_replica, sentinel]
 )
-def test_486_a_redis_that_refuses_the_tag_does_not_cost_the_name(scene, make):
+def test_486_a_redis_that_refuses_the_tag_does_not_block_dns_updates(scene, make):
     make(scene)
     scene.run_service()
     scene.first_cycle_fails()
@@ -124,7 +124,7 @@ def test_486_a_redis_that_refuses_the_tag_does_not_cost_the_name(scene, make):
     assert scene.process.output_so_far().count(b"connect rdb server") == 1
 
 
-def test_486_a_redis_user_without_permission_does_not_cost_the_name(scene):
+def test_486_a_redis_user_without_permission_does_not_block_dns_updates(scene):
     scene.redis.start()
     scene.redis.command(*USER, "-@all", "+ping")
     scene.run_service(user="host", password="own")
@@ -133,7 +133,7 @@ def test_486_a_redis_user_without_permission_does_not_cost_the_name(scene):
     assert scene.process.output_so_far().count(b"connect rdb server") == 1
 
 
-def test_487_a_redis_that_is_silent_after_the_login_does_not_cost_the_name(scene):
+def test_487_a_redis_that_is_silent_after_the_login_does_not_block_dns_updates(scene):
     scene.redis.start()
     proxy = redis_bed.Proxy(scene.sandbox)
     proxy.order(f"first {len(ANSWERS_TO_LOGIN)}")
@@ -144,7 +144,7 @@ def test_487_a_redis_that_is_silent_after_the_login_does_not_cost_the_name(scene
     proxy.close()
 
 
-def test_488_a_database_on_a_full_disk_does_not_cost_the_name(scene):
+def test_488_a_database_on_a_full_disk_does_not_block_dns_updates(scene):
     scene.sandbox.path("/mnt/data").mkdir()
     scene.sandbox.run("mount", "-t", "tmpfs", "-o", "size=256k", "tmpfs", "/mnt/data")
     scene.run_service("sqlite:///mnt/data/rdb.db")
@@ -154,12 +154,12 @@ def test_488_a_database_on_a_full_disk_does_not_cost_the_name(scene):
     scene.told_within_the_limit()
 
 
-def test_489_the_database_gets_the_addresses_once_it_takes_the_tag(scene):
+def test_489_the_database_gets_the_addresses_after_it_accepts_the_tag(scene):
     memory_limit(scene)
     scene.run_service()
     scene.first_cycle_fails()
     scene.told_within_the_limit()
     scene.redis.command("CONFIG", "SET", "maxmemory", "0")
     scene.wait_connected(2)
-    scene.hand.advance(CYCLE)
+    scene.control.advance(CYCLE)
     wait_until(lambda: sorted(scene.redis.value(NAME).split(",")) == [A, B], "the addresses in the database")

@@ -1,6 +1,6 @@
-"""The n-th failure: each row of the table (nth_failure_table.py) is a run in which a call of the executable fails.
+"""The n-th failure: in the run of each row of the table (nth_failure_table.py), a call of the executable fails.
 
-The table says how a run ends. A row whose call is never made fails: a row that cannot strike shows nothing.
+The table describes how a run ends. If the call of a row is never made, the test fails, because it tests nothing.
 """
 
 import re
@@ -15,7 +15,7 @@ from nth_failure_table import read_table
 
 SHIM = Path(__file__).parents[1] / "support/failshim.cpp"
 
-#  What the executable calls beside the functions of the shim. None of them has a failure to report.
+#  Functions that the executable calls and the shim does not replace. They cannot report a failure.
 CANNOT_FAIL = {
     "it reports nothing": "_exit abort exit free freeifaddrs rewind tzset umask",
     "it names the process or the thread, and that always works": "getpid pthread_self",
@@ -34,17 +34,17 @@ CANNOT_FAIL = {
     "sprintf strerror",
 }
 
-#  What the shim has and no row.
+#  Functions of the shim without a row.
 WITHOUT_ROW = {
     "putc": "it is counted as putchar",
     "fwrite": "called by the run-time library alone, to say that an exception was not caught",
 }
 
-#  Situations that never stand still, so that they have no undisturbed run.
+#  Situations whose clock never stops, so that they have no undisturbed run.
 RESTLESS = {"-run, restless", "-start, restless"}
 
 ROWS = read_table()
-RUNS = ROWS[::5] if surroundings.MEMCHECK else ROWS  # each takes a second there
+RUNS = ROWS[::5] if surroundings.MEMCHECK else ROWS  # a run takes a second under memcheck
 
 
 @pytest.fixture(scope="module")
@@ -56,19 +56,19 @@ def bench():
 
 @pytest.fixture(scope="module")
 def undisturbed(bench):
-    """The transcript of each situation without a failure. There is none of a service that never stands still."""
+    """Returns the transcript of each situation without a failure, except those whose clock never stops."""
     return {name: [] if name in RESTLESS else bench.run(name) for name in SITUATIONS}
 
 
 @pytest.mark.parametrize("row", RUNS, ids=str)
-def test_500_a_failure_ends_as_the_table_says(bench, undisturbed, row):
+def test_500_a_failure_ends_as_in_the_table(bench, undisturbed, row):
     plan = bench.faults.plan(row.function, row.nth, row.how, row.error, row.where)
     transcript = bench.run(row.situation, plan)
     assert bench.faults.reached() > 0, "the call was never made"
     assert outcome(undisturbed[row.situation], transcript) == row.outcome
 
 
-def test_501_after_all_failures_every_situation_is_as_it_was(bench, undisturbed):
+def test_501_after_all_failures_every_situation_runs_as_before(bench, undisturbed):
     for name, before in undisturbed.items():
         assert not before or bench.run(name) == before, name
 
@@ -91,11 +91,11 @@ def test_503_the_undisturbed_service_holds_lock_and_pid_file_and_closes_all(undi
     assert lines[-4:] == ["> rdb_disconnect 0", "> rdb_destory 0", "> rdb_disconnect 1", "> rdb_destory 1"]
 
 
-def test_504_no_two_rows_are_the_same_run():
+def test_504_no_run_occurs_twice():
     assert len({str(row) for row in ROWS}) == len(ROWS) >= 2700
 
 
-def test_505_every_function_of_the_shim_fails_once_and_from_then_on():
+def test_505_every_function_of_the_shim_has_rows_for_once_and_always():
     for how in ("once", "always"):
         assert shimmed() - set(WITHOUT_ROW) == {row.function for row in ROWS if row.how == how}
 
@@ -113,7 +113,7 @@ def test_507_every_situation_has_rows():
 
 
 def shimmed():
-    """The names that the shim defines."""
+    """Returns the names that the shim defines."""
     text = SHIM.read_text()
     macros = re.findall(r"^STAND_BEFORE\([^,]+, (\w+),", text, re.MULTILINE)
     written_out = re.findall(r"^(?:int|pid_t) (\w+)\([^)]*\)(?: noexcept)? \{$", text, re.MULTILINE)

@@ -1,6 +1,6 @@
-"""The orders that the model of the single-instance protocol is about (tests/model), taken by the real program.
+"""Runs the real program through the orders of steps that the model of the single-instance protocol covers (tests/model).
 
-A process is stopped right before one of its calls, so the test decides what comes in between.
+A process is stopped immediately before one of its calls, so the test decides what happens before the call.
 """
 
 import signal
@@ -11,14 +11,14 @@ from sandbox import wait_until
 
 STOPPED = b"\naddrpubd stoped gracefully!\n\n"
 
-#  The steps of a start before its service stands, as (process, call, which of them): before it, the process is stopped.
+#  The steps of a start, as (process, call, number of the call): the process is stopped before that call.
 PARENT_STEPS = [("fcntl", 1), ("fcntl", 2), ("ftruncate", 1), ("lseek", 1), ("write", 1)]
 STEPS = {
     "-run": [("first", *step) for step in PARENT_STEPS + [("fcntl", 3), ("write", 2), ("fopen", 1), ("signal", 1)]],
     "-start": [("first", *step) for step in PARENT_STEPS + [("fork", 1), ("close", 2)]]
     + [("child", call, 1) for call in ("setsid", "chdir", "fcntl", "ftruncate", "write", "fopen", "dup2", "signal")],
 }
-#  Those before which it is the stopped process itself that has the lock, and nobody waits for it.
+#  The steps before which the stopped process itself has the lock, and no other process waits for it.
 HOLDING = [("first", "ftruncate", 1), ("first", "lseek", 1), ("first", "write", 1), ("first", "fcntl", 3)]
 HOLDING += [("first", "write", 2), ("first", "fopen", 1), ("first", "signal", 1), ("first", "fork", 1)]
 HOLDING += [("child", call, 1) for call in ("ftruncate", "write", "fopen", "dup2", "signal")]
@@ -26,7 +26,7 @@ EVERY_STEP = [(word, *step) for word, steps in STEPS.items() for step in steps]
 
 
 class Stage:
-    """A bench with processes that may be stopped."""
+    """A bench with processes that can be stopped."""
 
     def __init__(self):
         self.bench = Bench()
@@ -36,7 +36,8 @@ class Stage:
         self.run = Run(self.bench, "")
 
     def begin(self, word, stop=None):
-        """Starts the executable. With a step, waits until the process of that step is stopped before it, and returns it."""
+        """Starts the executable. With a step, waits until the process of that step is stopped before it, and returns
+        it."""
         self.run.plan = self.bench.faults.plan(stop[1], stop[2], "stop", "0", stop[0]) if stop else ""
         process = self.run.begin(word)
         if stop is None:
@@ -49,7 +50,7 @@ class Stage:
         process.kill(signal.SIGCONT)
 
     def service(self):
-        """Waits until the one who holds the lock stands in its loop. Returns its pid."""
+        """Waits until the holder of the lock is in its loop. Returns its pid."""
 
         def found():
             holders = [pid for pid in self.bench.host.lock_holders() if pid > 0]
@@ -69,7 +70,7 @@ class Stage:
         return bool(int(status.split("\nSigCgt:\t")[1].split("\n")[0], 16) & 1 << signal.SIGTERM - 1)
 
     def waits_for_the_lock(self, process):
-        """Waits until the kernel lists the process among those that wait for a lock."""
+        """Waits until the kernel lists the process as waiting for a lock."""
 
         def listed():
             lines = self.host.sandbox.path("/proc/locks").read_text().splitlines()
@@ -91,7 +92,7 @@ def stage():
 
 @pytest.mark.parametrize("first", ["-run", "-start"])
 @pytest.mark.parametrize("second", ["-run", "-start"])
-def test_510_of_two_starts_that_both_found_the_file_free_one_serves_and_one_waits_for_its_end(stage, first, second):
+def test_510_of_two_concurrent_starts_one_runs_and_one_waits(stage, first, second):
     one = stage.begin(first, ("first", "fcntl", 2))
     two = stage.begin(second, ("first", "fcntl", 2))
     stage.go_on(one)
@@ -111,7 +112,7 @@ def test_511_a_child_whose_parent_is_killed_before_it_closes_the_file_becomes_th
     assert stage.service() == child.pid
 
 
-def test_512_a_start_that_comes_between_parent_and_child_serves_and_the_child_waits(stage):
+def test_512_a_start_between_parent_and_child_runs_and_the_child_waits(stage):
     child = stage.begin("-start", ("child", "fcntl", 1))
     wait_until(lambda: not stage.bench.host.lock_holders(), "the parent to close the file")
     other = stage.begin("-run")
@@ -124,7 +125,7 @@ def test_512_a_start_that_comes_between_parent_and_child_serves_and_the_child_wa
 
 
 @pytest.mark.parametrize("word, process, call, nth", EVERY_STEP)
-def test_513_killed_before_any_step_a_start_leaves_nothing_that_keeps_the_next_one_from_coming_up(
+def test_513_a_start_killed_before_any_step_does_not_prevent_the_next_one(
     stage, word, process, call, nth
 ):
     victim = stage.begin(word, (process, call, nth))
@@ -137,7 +138,7 @@ def test_513_killed_before_any_step_a_start_leaves_nothing_that_keeps_the_next_o
 
 @pytest.mark.parametrize("word", ["-run", "-start"])
 @pytest.mark.parametrize("nth", [1, 2])
-def test_514_stop_finds_nothing_while_a_start_has_not_claimed_the_file_and_the_start_goes_on(stage, word, nth):
+def test_514_stop_finds_nothing_before_a_start_has_claimed_the_file(stage, word, nth):
     starting = stage.begin(word, ("first", "fcntl", nth))
     assert stage.begin("-stop").all_output() == b"\naddrpubd not run!\n\n"
     stage.go_on(starting)
@@ -149,29 +150,29 @@ def test_515_stop_ends_a_start_that_has_the_lock_before_any_of_its_steps(stage, 
     victim = stage.begin(word, (process, call, nth))
     assert wait_until(stage.bench.host.lock_holders, "the claim") == [victim.pid]
     stop = stage.begin("-stop")
-    hand = stage.run.rests(stop)
+    control = stage.run.rests(stop)
     stage.go_on(victim)
     stage.run.ends(victim)
-    hand.let_run(400)
+    control.let_run(400)
     assert stop.all_output() == b"\nstop addrpubd... pid = %d\n" % victim.pid + STOPPED
     assert stage.bench.host.lock_holders() == []
 
 
-def test_516_a_child_that_takes_the_lock_of_its_stopped_parent_outlives_stop_and_ends_by_the_next_one(stage):
+def test_516_a_child_that_takes_the_lock_of_its_stopped_parent_survives_one_stop(stage):
     parent = stage.begin("-start", ("first", "close", 2))
     child = stage.run.child_of(parent)
     stage.waits_for_the_lock(child)
     stop = stage.begin("-stop")
-    hand = stage.run.rests(stop)
+    control = stage.run.rests(stop)
     stage.go_on(parent)
     assert stage.service() == child.pid
-    hand.let_run(400)
+    control.let_run(400)
     killed = b"\n300 second Timeout,addrpubd be killed!\n\n"
     assert stop.all_output() == b"\nstop addrpubd... pid = %d\n" % parent.pid + killed
     assert stage.service() == child.pid
     stop = stage.begin("-stop")
-    hand = stage.run.rests(stop)
+    control = stage.run.rests(stop)
     stage.run.ends(child)
-    if hand is not None:
-        hand.let_run(400)
+    if control is not None:
+        control.let_run(400)
     assert stop.all_output() == b"\nstop addrpubd... pid = %d\n" % child.pid + STOPPED

@@ -1,183 +1,183 @@
-"""Scenarios of the wall clock: steps of every size, other eras, a clock that is held back or hurried on."""
+"""Scenarios of the wall clock: steps of all sizes, other eras, a clock that is too slow or too fast."""
 
 from world import DNS, RDB, utc
 
 ADDRESS, OTHER = "2001:db8::1", "2001:db8::2"
 
 
-def cycled(world):
-    """Starts the service, brings both servers up and runs to the second cycle, 10 s after the start."""
-    world.start()
-    world.up(RDB, DNS)
-    world.run(10)
+def cycled(scenario):
+    """Starts the service, connects both servers and runs to the second cycle, 10 s after the start."""
+    scenario.start()
+    scenario.up(RDB, DNS)
+    scenario.run(10)
 
 
-def test_6201_a_step_moves_the_next_cycle_as_far_as_the_gate_says(new_world):
-    """From a step right after a cycle to the next cycle, in seconds that pass."""
+def test_6201_a_clock_step_moves_the_next_cycle(new_scenario):
+    """Seconds from a step immediately after a cycle to the next cycle."""
     held_back = {0: 10, -1: 11, -8: 18, -9: 19, 1: 9, 8: 2, 9: 1}
     at_once = dict.fromkeys([-10, -11, 10, 11, 599, -599, 600, -600], 0.1)
     wait_after = held_back | at_once
-    world = new_world(addresses=[ADDRESS])
-    cycled(world)
+    scenario = new_scenario(addresses=[ADDRESS])
+    cycled(scenario)
     for number, (step, wait) in enumerate(wait_after.items()):
-        (world.remove if number % 2 else world.add)(OTHER)
-        world.step(step)
-        before = len(world.puts())
-        world.run(wait - 0.1)
-        assert len(world.puts()) == before, step
-        world.run(0.1)
-        assert len(world.puts()) == before + 1, step
+        (scenario.remove if number % 2 else scenario.add)(OTHER)
+        scenario.step(step)
+        before = len(scenario.puts())
+        scenario.run(wait - 0.1)
+        assert len(scenario.puts()) == before, step
+        scenario.run(0.1)
+        assert len(scenario.puts()) == before + 1, step
 
 
-def test_6202_a_step_makes_only_those_due_that_it_carries_over_600_seconds(new_world):
-    world = new_world(addresses=[ADDRESS])
-    cycled(world)
-    world.run(295 - 10)
-    world.up(DNS)  # the request at 300 s is 300 s younger than the put at 0.1 s
-    world.run(10)
-    assert (world.put_times(), world.request_times()) == ([0.1], [0.1, 300.0])
-    world.step(295)
-    world.run(0.1)
-    assert (world.put_times(), world.request_times()) == ([0.1, 600.1], [0.1, 300.0])
+def test_6202_a_clock_step_beyond_600_seconds_makes_a_list_due(new_scenario):
+    scenario = new_scenario(addresses=[ADDRESS])
+    cycled(scenario)
+    scenario.run(295 - 10)
+    scenario.up(DNS)  # the request is sent at 300 s, the put was at 0.1 s
+    scenario.run(10)
+    assert (scenario.put_times(), scenario.request_times()) == ([0.1], [0.1, 300.0])
+    scenario.step(295)
+    scenario.run(0.1)
+    assert (scenario.put_times(), scenario.request_times()) == ([0.1, 600.1], [0.1, 300.0])
 
 
-def test_6203_a_clock_held_back_by_nine_seconds_again_and_again_holds_every_cycle_back(new_world):
+def test_6203_repeated_steps_back_of_nine_seconds_delay_every_cycle(new_scenario):
     hour = 3600
-    world = new_world(addresses=[ADDRESS])
-    cycled(world)
-    world.add(OTHER)
+    scenario = new_scenario(addresses=[ADDRESS])
+    cycled(scenario)
+    scenario.add(OTHER)
     for _ in range(hour // 9):
-        world.step(-9)
-        world.run(9)
-    assert len(world.puts()) == 1
-    world.run(10)
-    assert len(world.puts()) == 2
+        scenario.step(-9)
+        scenario.run(9)
+    assert len(scenario.puts()) == 1
+    scenario.run(10)
+    assert len(scenario.puts()) == 2
 
 
-def test_6204_a_clock_that_stands_still_lets_no_cycle_run(new_world):
-    world = new_world(addresses=[ADDRESS])
-    cycled(world)
-    world.add(OTHER)
+def test_6204_while_the_clock_stops_no_cycle_runs(new_scenario):
+    scenario = new_scenario(addresses=[ADDRESS])
+    cycled(scenario)
+    scenario.add(OTHER)
     for _ in range(600):
-        world.run(1)
-        world.step(-1)
-    assert len(world.puts()) == len(world.requests()) == 1
+        scenario.run(1)
+        scenario.step(-1)
+    assert len(scenario.puts()) == len(scenario.requests()) == 1
 
 
-def test_6205_a_clock_that_runs_backwards_opens_the_gate_every_ten_of_its_seconds(new_world):
-    world = new_world(addresses=[ADDRESS])
-    cycled(world)
+def test_6205_a_clock_that_runs_backwards_starts_a_cycle_every_ten_seconds(new_scenario):
+    scenario = new_scenario(addresses=[ADDRESS])
+    cycled(scenario)
     for number in range(60):
-        (world.remove if number % 2 else world.add)(OTHER)
-        world.step(-20)
-        world.run(10)
-    assert len(world.puts()) == len(world.requests()) == 61
+        (scenario.remove if number % 2 else scenario.add)(OTHER)
+        scenario.step(-20)
+        scenario.run(10)
+    assert len(scenario.puts()) == len(scenario.requests()) == 61
 
 
-def test_6206_a_clock_that_leaps_ten_seconds_each_second_repeats_by_its_own_seconds(new_world):
+def test_6206_a_clock_that_runs_ten_times_faster_repeats_ten_times_as_often(new_scenario):
     real_seconds = 600
-    world = new_world(addresses=[ADDRESS])
-    world.start()
-    world.up(RDB, DNS)
+    scenario = new_scenario(addresses=[ADDRESS])
+    scenario.start()
+    scenario.up(RDB, DNS)
     for _ in range(real_seconds):
-        world.step(10)
-        world.run(1)
-    assert len(world.puts()) == len(world.requests()) == 1 + real_seconds * 11 // 605
+        scenario.step(10)
+        scenario.run(1)
+    assert len(scenario.puts()) == len(scenario.requests()) == 1 + real_seconds * 11 // 605
 
 
-def test_6207_a_visit_to_1970_repeats_both_once_on_the_way_and_once_on_the_way_back(new_world):
-    world = new_world(addresses=[ADDRESS])
-    cycled(world)
-    now = world.wall_ns() / 1e9
-    world.set_clock(utc(1970, 1, 2))
-    world.run(0.1)
-    world.run(100)
-    world.set_clock(now + 100)
-    world.run(100)
-    assert len(world.puts()) == len(world.requests()) == 3
-    assert world.puts()[1][0] < -1_700_000_000
+def test_6207_a_step_to_1970_and_back_repeats_both_once_each_way(new_scenario):
+    scenario = new_scenario(addresses=[ADDRESS])
+    cycled(scenario)
+    now = scenario.wall_ns() / 1e9
+    scenario.set_clock(utc(1970, 1, 2))
+    scenario.run(0.1)
+    scenario.run(100)
+    scenario.set_clock(now + 100)
+    scenario.run(100)
+    assert len(scenario.puts()) == len(scenario.requests()) == 3
+    assert scenario.puts()[1][0] < -1_700_000_000
 
 
-def test_6208_a_visit_to_the_years_after_2038_repeats_both_once_on_the_way_and_once_on_the_way_back(new_world):
-    world = new_world(addresses=[ADDRESS])
-    cycled(world)
-    now = world.wall_ns() / 1e9
+def test_6208_a_step_beyond_2038_and_back_repeats_both_once_each_way(new_scenario):
+    scenario = new_scenario(addresses=[ADDRESS])
+    cycled(scenario)
+    now = scenario.wall_ns() / 1e9
     for year in (2039, 2107, 2200):
-        world.set_clock(utc(year, 1, 1))
-        world.run(300)
-    world.set_clock(now + 900)
-    world.run(300)
-    assert len(world.puts()) == len(world.requests()) == 1 + 3 + 1
+        scenario.set_clock(utc(year, 1, 1))
+        scenario.run(300)
+    scenario.set_clock(now + 900)
+    scenario.run(300)
+    assert len(scenario.puts()) == len(scenario.requests()) == 1 + 3 + 1
 
 
-def test_6209_the_seconds_of_2038_and_2106_pass_like_any_other(new_world):
-    """The last second of a signed and of an unsigned 32-bit count, with a cycle every ten seconds across it."""
+def test_6209_32_bit_time_limits_have_no_effect(new_scenario):
+    """Cycles every ten seconds across the last second of a signed and of an unsigned 32-bit count."""
     for last_second in (2**31 - 1, 2**32 - 1):
-        world = new_world(addresses=[ADDRESS], wall_start_ns=(last_second - 305) * 10**9)
-        world.start()
-        world.up(RDB, DNS)
+        scenario = new_scenario(addresses=[ADDRESS], wall_start_ns=(last_second - 305) * 10**9)
+        scenario.start()
+        scenario.up(RDB, DNS)
         for number in range(62):
-            (world.remove if number % 2 else world.add)(OTHER)
-            world.run(10)
-        assert world.put_times() == [0.1] + [10.0 * number for number in range(2, 63)]
+            (scenario.remove if number % 2 else scenario.add)(OTHER)
+            scenario.run(10)
+        assert scenario.put_times() == [0.1] + [10.0 * number for number in range(2, 63)]
 
 
-def test_6210_a_clock_that_is_back_before_the_next_turn_was_never_away(new_world):
+def test_6210_a_step_that_is_undone_before_the_next_pass_has_no_effect(new_scenario):
     day = 86_400
-    world = new_world(addresses=[ADDRESS])
-    cycled(world)
-    world.step(-day)
-    world.step(day)
-    world.run(5)
-    assert len(world.puts()) == 1
-    world.step(-day)
-    world.run(0.1)
-    world.step(day)
-    world.run(0.1)
-    assert len(world.puts()) == len(world.requests()) == 3
+    scenario = new_scenario(addresses=[ADDRESS])
+    cycled(scenario)
+    scenario.step(-day)
+    scenario.step(day)
+    scenario.run(5)
+    assert len(scenario.puts()) == 1
+    scenario.step(-day)
+    scenario.run(0.1)
+    scenario.step(day)
+    scenario.run(0.1)
+    assert len(scenario.puts()) == len(scenario.requests()) == 3
 
 
-def test_6211_a_step_while_no_server_is_up_counts_once_one_is(new_world):
-    world = new_world(addresses=[ADDRESS])
-    cycled(world)
-    world.down(RDB, DNS)
+def test_6211_a_step_without_a_server_takes_effect_when_one_connects(new_scenario):
+    scenario = new_scenario(addresses=[ADDRESS])
+    cycled(scenario)
+    scenario.down(RDB, DNS)
     for step in (-9, 9, -600, 600, 10):
-        world.step(step)
-        world.run(2)
-    assert len(world.puts()) == 1
-    world.up(RDB)
-    world.run(0.1)
-    assert world.put_times() == [0.1, 30.1]
+        scenario.step(step)
+        scenario.run(2)
+    assert len(scenario.puts()) == 1
+    scenario.up(RDB)
+    scenario.run(0.1)
+    assert scenario.put_times() == [0.1, 30.1]
 
 
-def test_6212_fractions_of_a_second_do_not_count(new_world):
-    """Ten seconds have passed when the number of the second has grown by ten."""
-    world = new_world(addresses=[ADDRESS], wall_start_ns=1_700_000_000_850_000_000)
-    world.start()
-    world.up(RDB)
-    world.run(0.1)  # 0.95 of a second
-    world.add(OTHER)
-    world.run(9.0)
-    assert world.put_times() == [0.1]
-    world.run(0.1)  # 0.05 of a second, 9.1 s later
-    assert world.put_times() == [0.1, 9.2]
+def test_6212_fractions_of_a_second_are_ignored(new_scenario):
+    """Ten seconds have passed when the whole seconds have increased by ten."""
+    scenario = new_scenario(addresses=[ADDRESS], wall_start_ns=1_700_000_000_850_000_000)
+    scenario.start()
+    scenario.up(RDB)
+    scenario.run(0.1)  # 0.95 of a second
+    scenario.add(OTHER)
+    scenario.run(9.0)
+    assert scenario.put_times() == [0.1]
+    scenario.run(0.1)  # 0.05 of a second, 9.1 s later
+    assert scenario.put_times() == [0.1, 9.2]
 
 
-def test_6213_an_excursion_of_599_seconds_repeats_nothing_and_one_of_600_everything_each_way(new_world):
+def test_6213_a_step_of_599_seconds_repeats_nothing_and_one_of_600_everything(new_scenario):
     near, far = (599, -599, 598, -10), (600, -600)
-    world = new_world(addresses=[ADDRESS])
-    world.start()
-    world.up(RDB, DNS)
-    world.run(0.1)
+    scenario = new_scenario(addresses=[ADDRESS])
+    scenario.start()
+    scenario.up(RDB, DNS)
+    scenario.run(0.1)
     for step in near:
-        world.step(step)
-        world.run(0.1)
-        world.step(-step)
-        world.run(0.1)
-    assert len(world.puts()) == len(world.requests()) == 1
+        scenario.step(step)
+        scenario.run(0.1)
+        scenario.step(-step)
+        scenario.run(0.1)
+    assert len(scenario.puts()) == len(scenario.requests()) == 1
     for step in far:
-        world.step(step)
-        world.run(0.1)
-        world.step(-step)
-        world.run(0.1)
-    assert len(world.puts()) == len(world.requests()) == 1 + 2 * len(far)
+        scenario.step(step)
+        scenario.run(0.1)
+        scenario.step(-step)
+        scenario.run(0.1)
+    assert len(scenario.puts()) == len(scenario.requests()) == 1 + 2 * len(far)

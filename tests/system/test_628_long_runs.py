@@ -1,7 +1,7 @@
-"""Long runs: a day of random life, ten thousand addresses, a day of rest; each call to the byte, and nothing grows.
+"""Long runs: a day of random events, ten thousand addresses, a day without changes. Compares all calls and memory use.
 
-The day is 864,000 turns of 100 ms. Every call of the client library and every record of the log, with its microseconds,
-is compared with the model's when the world ends. Addresses are real ones, changed over netlink.
+A day has 864,000 passes of 100 ms. All calls of the client library and all log records, including their microseconds,
+are compared with the model's at the end of the scenario. Addresses are real and changed over netlink.
 """
 
 import itertools
@@ -11,58 +11,59 @@ from world import DNS, RDB
 
 HOUR = 3600
 PUBLISHING = ("rdb_tagget", "rdb_taginport", "rdb_objputsnapshot", "rdb_callmsg")
-STRAY = {"RssAnon": 16}  # kB: where stack and heap begin decides when a page is touched first
+STRAY = {"RssAnon": 16}  # kB: the first use of a page depends on the addresses of stack and heap
 
 
 def grown(before, after):
-    """What has become more between the two. Two bytes lost in each cycle of a day would be seen."""
+    """Returns the figures that have grown. A leak of two bytes per cycle of a day is detected."""
     return {
         name: (figure, after[name]) for name, figure in before.items() if after[name] > figure + STRAY.get(name, 0)
     }
 
 
-def test_6281_a_day_of_random_life_is_what_the_model_predicts_and_nothing_grows(new_world):
-    world = new_world()
-    world.start()
-    world.up(RDB, DNS)
-    life = RandomLife(world, seed=20250411)
+def test_6281_a_day_of_random_events_agrees_with_the_model_and_nothing_grows(new_scenario):
+    scenario = new_scenario()
+    scenario.start()
+    scenario.up(RDB, DNS)
+    life = RandomLife(scenario, seed=20250411)
     life.live(HOUR, pause=7)
-    early = world.figures()
+    early = scenario.figures()
     life.live(23 * HOUR, pause=7)
-    assert world.hand.sleeps == 864_001
+    assert scenario.control.sleeps == 864_001
     assert life.changes > 10_000
-    assert grown(early, world.figures()) == {}
-    world.end()
-    assert min(world.names().count(function) for function in PUBLISHING) > 300
+    assert grown(early, scenario.figures()) == {}
+    scenario.end()
+    assert min(scenario.names().count(function) for function in PUBLISHING) > 300
 
 
-def test_6282_ten_thousand_addresses_one_after_the_other_are_published_each(new_world):
-    """Every cycle finds another address. The ten thousandth request is numbered so."""
+def test_6282_ten_thousand_addresses_one_after_the_other_are_published_each(new_scenario):
+    """Every cycle has another address. The ten thousandth request has that number."""
     changes = 10_000
     addresses = [f"2001:db8::{number:x}" for number in range(1, changes + 1)]
-    world = new_world(addresses=addresses[:1])
-    world.start()
-    world.up(RDB, DNS)
-    world.run(10)
+    scenario = new_scenario(addresses=addresses[:1])
+    scenario.start()
+    scenario.up(RDB, DNS)
+    scenario.run(10)
     for number, (old, new) in enumerate(itertools.pairwise(addresses)):
-        world.remove(old)
-        world.add(new)
-        world.run(10)
+        scenario.remove(old)
+        scenario.add(new)
+        scenario.run(10)
         if number == 360:
-            early = world.figures()
-    assert [value for _, value in world.puts()] == [address.encode() for address in addresses]
-    assert world.put_times() == world.request_times() == [0.1] + [10.0 * number for number in range(2, changes + 1)]
-    assert b'"seqno":10000,' in world.requests()[-1][1]
-    assert grown(early, world.figures()) == {}
+            early = scenario.figures()
+    assert [value for _, value in scenario.puts()] == [address.encode() for address in addresses]
+    times = [0.1] + [10.0 * number for number in range(2, changes + 1)]
+    assert scenario.put_times() == scenario.request_times() == times
+    assert b'"seqno":10000,' in scenario.requests()[-1][1]
+    assert grown(early, scenario.figures()) == {}
 
 
-def test_6283_a_day_without_a_change_is_one_put_and_one_request_every_600_seconds(new_world):
+def test_6283_a_day_without_a_change_is_one_put_and_one_request_every_600_seconds(new_scenario):
     day = 24 * HOUR
-    world = new_world(addresses=["2001:db8::1"])
-    world.start()
-    world.up(RDB, DNS)
-    world.run(HOUR)
-    early = world.figures()
-    world.run(day - HOUR)
-    assert world.put_times() == world.request_times() == [0.1] + [600.0 * n for n in range(1, 145)]
-    assert grown(early, world.figures()) == {}
+    scenario = new_scenario(addresses=["2001:db8::1"])
+    scenario.start()
+    scenario.up(RDB, DNS)
+    scenario.run(HOUR)
+    early = scenario.figures()
+    scenario.run(day - HOUR)
+    assert scenario.put_times() == scenario.request_times() == [0.1] + [600.0 * n for n in range(1, 145)]
+    assert grown(early, scenario.figures()) == {}

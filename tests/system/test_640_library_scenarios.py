@@ -1,159 +1,159 @@
-"""Scenarios of the client library: replies that come late, events that repeat, calls that take long."""
+"""Scenarios of the client library: late replies, repeated events, slow calls."""
 
 import pytest
 from recording import CONNECTED, DISCONNECTED
 from world import DNS, RDB
 
 ADDRESS, OTHER = "2001:db8::1", "2001:db8::2"
-HANDLES = (0, 1)  # of the two connections, the rdb server's first
+HANDLES = (0, 1)  # handles of the two connections, the rdb server's first
 
 
-def begin(world):
-    """Starts the service, brings both servers up and runs to the second cycle, 10 s after the start."""
-    world.start()
-    world.up(RDB, DNS)
-    world.run(10)
+def begin(scenario):
+    """Starts the service, connects both servers and runs to the second cycle, 10 s after the start."""
+    scenario.start()
+    scenario.up(RDB, DNS)
+    scenario.run(10)
 
 
 @pytest.mark.parametrize("late", [0.05, 9, 599, 7200])
-def test_6401_a_late_reply_is_logged_when_it_comes_and_changes_nothing(new_world, late):
-    world = new_world(addresses=[ADDRESS])
-    begin(world)
-    world.run(late)
-    calls = world.journal.calls()
-    world.reply(b'{"seqno":1,"code":-1,"message":"refused"}')
-    assert world.journal.calls() == calls
-    world.run(7300 - late)
-    assert world.request_times() == [0.1] + [600.0 * number for number in range(1, 13)]
+def test_6401_a_late_reply_is_logged_and_changes_nothing(new_scenario, late):
+    scenario = new_scenario(addresses=[ADDRESS])
+    begin(scenario)
+    scenario.run(late)
+    calls = scenario.journal.calls()
+    scenario.reply(b'{"seqno":1,"code":-1,"message":"refused"}')
+    assert scenario.journal.calls() == calls
+    scenario.run(7300 - late)
+    assert scenario.request_times() == [0.1] + [600.0 * number for number in range(1, 13)]
 
 
-def test_6402_a_hundred_replies_to_one_request_are_a_hundred_records(new_world):
-    world = new_world(addresses=[ADDRESS])
-    begin(world)
+def test_6402_a_hundred_replies_to_one_request_are_a_hundred_records(new_scenario):
+    scenario = new_scenario(addresses=[ADDRESS])
+    begin(scenario)
     for number in range(100):
-        world.reply(b"%d" % number)
-    world.end()
-    assert world.model.output.count(b"[dbg] recv: ") == 100
-    assert len(world.requests()) == 1
+        scenario.reply(b"%d" % number)
+    scenario.end()
+    assert scenario.model.output.count(b"[dbg] recv: ") == 100
+    assert len(scenario.requests()) == 1
 
 
-def test_6403_a_reply_after_the_connection_was_lost_does_not_bring_it_back(new_world):
-    world = new_world(addresses=[ADDRESS])
-    begin(world)
-    world.down(DNS)
-    world.reply(b"ok")
-    world.run(1200)
-    assert world.request_times() == [0.1]
+def test_6403_a_reply_after_the_connection_was_lost_does_not_restore_it(new_scenario):
+    scenario = new_scenario(addresses=[ADDRESS])
+    begin(scenario)
+    scenario.down(DNS)
+    scenario.reply(b"ok")
+    scenario.run(1200)
+    assert scenario.request_times() == [0.1]
 
 
-def test_6404_a_connection_reported_in_every_turn_is_served_once_in_each_cycle(new_world):
+def test_6404_connect_events_in_every_pass_are_served_once_per_cycle(new_scenario):
     minute = 60
-    world = new_world(addresses=[ADDRESS])
-    begin(world)
+    scenario = new_scenario(addresses=[ADDRESS])
+    begin(scenario)
     for _ in range(minute * 10):
-        world.up(RDB, DNS)
-        world.run(0.1)
-    assert world.put_times() == world.request_times() == [0.1, 20.0, 30.0, 40.0, 50.0, 60.0, 70.0]
+        scenario.up(RDB, DNS)
+        scenario.run(0.1)
+    assert scenario.put_times() == scenario.request_times() == [0.1, 20.0, 30.0, 40.0, 50.0, 60.0, 70.0]
 
 
-def test_6405_a_loss_reported_a_hundred_times_is_made_good_by_one_connection(new_world):
-    world = new_world(addresses=[ADDRESS])
-    begin(world)
+def test_6405_one_connect_event_ends_a_hundred_disconnect_events(new_scenario):
+    scenario = new_scenario(addresses=[ADDRESS])
+    begin(scenario)
     for _ in range(100):
-        world.down(RDB)
-    world.up(RDB)
-    world.run(10)
-    assert world.put_times() == [0.1, 20.0]
+        scenario.down(RDB)
+    scenario.up(RDB)
+    scenario.run(10)
+    assert scenario.put_times() == [0.1, 20.0]
 
 
-def test_6406_of_all_event_codes_only_two_matter(new_world):
+def test_6406_of_all_event_codes_only_two_matter(new_scenario):
     codes = [*range(59_000, 61_001), 0, 1, -1, -(2**31), 2**31 - 1, CONNECTED + 2**16]
-    world = new_world(addresses=[ADDRESS])
-    begin(world)
-    records = len(world.model.records)
+    scenario = new_scenario(addresses=[ADDRESS])
+    begin(scenario)
+    records = len(scenario.model.records)
     for code in codes:
         if code not in (CONNECTED, DISCONNECTED):
-            world.event(RDB, code)
-            world.event(DNS, code)
-    world.run(580)
-    assert len(world.model.records) == records
-    assert world.put_times() == world.request_times() == [0.1]
+            scenario.event(RDB, code)
+            scenario.event(DNS, code)
+    scenario.run(580)
+    assert len(scenario.model.records) == records
+    assert scenario.put_times() == scenario.request_times() == [0.1]
 
 
-def test_6407_a_put_that_takes_long_delays_nothing_beyond_itself(host):
-    """The cycle's second is the one in which it began: when the put is over after 25 seconds, the next cycle is due."""
+def test_6407_a_slow_put_does_not_delay_the_next_cycle(host):
+    """A cycle counts from its start: after a put of 25 seconds the next cycle is due at once."""
     host.library.before_start("hold rdb_objputsnapshot 0")
     host.sandbox.add_address(ADDRESS + "/64")
-    process, hand = host.run(*HANDLES)
-    hand.let_run(0.1)
+    process, control = host.run(*HANDLES)
+    control.let_run(0.1)
     assert host.library.tell("held 30000")
-    hand.step(25)
+    control.step(25)
     host.sandbox.add_address(OTHER + "/64")
     host.library.tell("release")
-    hand.wait_parked()
+    control.wait_parked()
     assert (len(host.library.puts()), len(host.library.requests())) == (1, 1)
-    hand.advance(0.1)
+    control.advance(0.1)
     assert (len(host.library.puts()), len(host.library.requests())) == (2, 2)
 
 
 @pytest.mark.parametrize("function", ["rdb_tagget", "rdb_taginport"])
-def test_6408_a_connection_lost_while_the_tag_is_made_sure_of_is_put_to_all_the_same(host, function):
+def test_6408_a_disconnect_during_the_tag_check_does_not_prevent_the_put(host, function):
     host.library.before_start("class rdb_tagget 0 1", f"during {function} 0 {DISCONNECTED}")
-    _, hand = host.run(*HANDLES)
-    hand.advance(700)
+    _, control = host.run(*HANDLES)
+    control.advance(700)
     assert len(host.library.puts()) == 1
 
 
-def test_6409_a_connection_reported_while_the_tag_is_made_sure_of_asks_for_nothing_more(host):
-    """The put that is under way sets the mark after the event has cleared it."""
+def test_6409_a_connect_event_during_the_tag_check_causes_no_second_put(host):
+    """The current put sets the mark after the event has cleared it."""
     host.library.before_start(f"during rdb_tagget 0 {CONNECTED}")
-    _, hand = host.run(*HANDLES)
-    hand.advance(599.9)
+    _, control = host.run(*HANDLES)
+    control.advance(599.9)
     assert len(host.library.puts()) == 1
-    hand.advance(0.1)
+    control.advance(0.1)
     assert len(host.library.puts()) == 2
 
 
-def test_6410_a_connection_reported_while_the_request_is_handed_over_asks_for_nothing_more(host):
+def test_6410_a_connect_event_during_the_request_causes_no_second_request(host):
     host.library.before_start(f"during rdb_callmsg 0 {CONNECTED}")
     host.sandbox.add_address(ADDRESS + "/64")
-    _, hand = host.run(*HANDLES)
-    hand.advance(599.9)
+    _, control = host.run(*HANDLES)
+    control.advance(599.9)
     assert len(host.library.requests()) == 1
-    hand.advance(0.1)
+    control.advance(0.1)
     assert len(host.library.requests()) == 2
 
 
-def test_6411_an_event_within_a_failing_import_is_not_forgotten(host):
-    """The cycle ends before it sets a mark, so the next one finds a put that is due, as it would without the event."""
+def test_6411_an_event_during_a_failing_import_is_handled(host):
+    """The cycle ends before it sets a mark, so a put is due in the next cycle, as without the event."""
     host.library.before_start("result rdb_tagget * 5", "result rdb_taginport 1 6")
     host.library.before_start(f"during rdb_taginport 1 {CONNECTED}")
     host.sandbox.add_address(ADDRESS + "/64")
-    _, hand = host.run(*HANDLES)
-    hand.advance(599.9)
+    _, control = host.run(*HANDLES)
+    control.advance(599.9)
     assert len(host.library.puts()) == 1
-    hand.advance(0.1)  # the put is due, its import fails
+    control.advance(0.1)  # the put is due, its import fails
     assert len(host.library.puts()) == 1
-    hand.advance(10)
+    control.advance(10)
     assert len(host.library.puts()) == 2
 
 
-def test_6412_a_storm_of_events_while_the_service_runs_ends_in_order(new_world):
-    """The events fall where they may, so the model is not asked. The last ones count."""
-    world = new_world(addresses=[ADDRESS])
-    begin(world)
-    world.hand.let_run(3600)
+def test_6412_after_many_concurrent_events_the_service_ends_normally(new_scenario):
+    """The times of the events are random, so the model is not used. The last events decide."""
+    scenario = new_scenario(addresses=[ADDRESS])
+    begin(scenario)
+    scenario.control.let_run(3600)
     for number in range(2000):
         for handle in HANDLES:
-            world.journal.event(handle, DISCONNECTED if number % 2 else CONNECTED)
-    world.hand.wait_parked()
-    before = (len(world.puts()), len(world.requests()))
-    world.hand.advance(1200)
-    assert (len(world.puts()), len(world.requests())) == before
+            scenario.journal.event(handle, DISCONNECTED if number % 2 else CONNECTED)
+    scenario.control.wait_parked()
+    before = (len(scenario.puts()), len(scenario.requests()))
+    scenario.control.advance(1200)
+    assert (len(scenario.puts()), len(scenario.requests())) == before
     for handle in HANDLES:
-        world.journal.event(handle, CONNECTED)
-    world.hand.advance(10)
-    assert (len(world.puts()), len(world.requests())) == (before[0] + 1, before[1] + 1)
-    world.process.kill()
-    assert world.process.wait() == 0
-    world.process = None
+        scenario.journal.event(handle, CONNECTED)
+    scenario.control.advance(10)
+    assert (len(scenario.puts()), len(scenario.requests())) == (before[0] + 1, before[1] + 1)
+    scenario.process.kill()
+    assert scenario.process.wait() == 0
+    scenario.process = None

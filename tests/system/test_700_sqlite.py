@@ -1,5 +1,5 @@
 """The open client library with a database whose files another program replaces, overwrites, empties or removes while two
-processes have it open: both notice it, and both values are in the file again."""
+processes use it: both detect this and write their values again."""
 
 import shutil
 import sqlite3
@@ -46,7 +46,7 @@ class Pair:
         return self.sandbox.path(FILE + suffix)
 
     def other(self, puts=0):
-        """The bytes of a database of the same form that holds another host, and puts values of it."""
+        """Returns the bytes of a similar database with another host and this number of its values."""
         holder = Holder(self.sandbox, "/mnt/data/other.db", "host3")
         for _ in range(puts):
             assert holder.put("x" * 900) == 0
@@ -54,7 +54,7 @@ class Pair:
         return self.sandbox.path("/mnt/data/other.db").read_bytes()
 
     def values(self):
-        """What a copy of the file alone holds."""
+        """Returns the values in a copy of the file without its log."""
         copy = self._folder / "copy.db"
         copy.unlink(missing_ok=True)
         try:
@@ -62,7 +62,7 @@ class Pair:
             with sqlite3.connect(copy) as database:
                 assert database.execute("PRAGMA integrity_check").fetchall() == [("ok",)]
                 return dict(database.execute("SELECT name, value FROM current_values"))
-        except (FileNotFoundError, sqlite3.Error, AssertionError):  # just when it is made or written
+        except (FileNotFoundError, sqlite3.Error, AssertionError):  # while the file is created or written
             return {}
 
     def hold(self):
@@ -123,7 +123,7 @@ ACCIDENTS = {
 
 @pytest.mark.parametrize("puts", [0, 40], ids=["small", "large"])
 @pytest.mark.parametrize("accident", ACCIDENTS.values(), ids=ACCIDENTS.keys())
-def test_700_after_an_accident_to_the_files_the_values_are_there_again_without_a_call(pair, accident, puts):
+def test_700_values_are_restored_after_damage_to_the_files(pair, accident, puts):
     for _ in range(puts):
         assert pair.holders[0].put("x" * 900) == 0
     assert pair.holders[0].put("value of host1") == 0
@@ -135,7 +135,7 @@ def test_700_after_an_accident_to_the_files_the_values_are_there_again_without_a
     wait_until(lambda: pair.values().items() >= {"host1": "later", "host2": "later"}.items(), "both later values")
 
 
-def test_701_services_that_share_a_file_disturb_each_other_in_nothing(pair):
+def test_701_services_that_share_a_file_do_not_disturb_each_other(pair):
     for number in range(100):
         for holder in pair.holders:
             assert holder.put(str(number)) == 0
@@ -143,7 +143,7 @@ def test_701_services_that_share_a_file_disturb_each_other_in_nothing(pair):
     assert pair.log.lines() == []
 
 
-def test_702_a_copy_of_the_file_alone_is_a_whole_database_after_each_put(pair):
+def test_702_after_each_put_a_copy_of_the_file_is_a_complete_database(pair):
     for number in range(20):
         assert pair.holders[0].put(str(number)) == 0
         assert pair.values() == {"host1": str(number), "host2": "value of host2"}

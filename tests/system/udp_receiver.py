@@ -1,4 +1,4 @@
-"""Receives datagrams on ADDRESS PORT and prints each as one line of hexadecimal digits. Says "ready" first."""
+"""Receives datagrams on ADDRESS PORT and prints each as a line of hexadecimal digits. Prints "ready" first."""
 
 import socket
 import sys

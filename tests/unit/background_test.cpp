@@ -1,5 +1,4 @@
-//  The background start, its parent and its child each on its own: what is called in which order, what is printed, and
-//  when the parent gives up.
+//  The background start: parent and child separately. Tests the order of calls, the output, and the limits of waiting.
 #include "fake_process.h"
 
 #include "no_memory.h"
@@ -23,14 +22,14 @@ class Parent : public testing::Test {
 protected:
     Parent() { system.forked = 4321; }
 
-    //  Runs the parent while these messages come, the first at the first poll. Returns what it printed.
+    //  Runs the parent with these messages, the first at the first poll. Returns its output.
     std::string prints(const Lines& messages) {
         for (std::size_t i = 0; i < messages.size(); ++i)
             system.incoming[static_cast<int>(i) + 1].bytes = messages[i];
         EXPECT_EQ(system.start(), 0);
         return system.print;
     }
-    //  The polls that a parent makes that gets one text, at this poll.
+    //  The number of polls of a parent that gets one text at the given poll.
     static int polls_with_text_at(int poll) {
         FakeProcess system;
         system.incoming[poll].bytes = "text\n\0"s;
@@ -102,7 +101,7 @@ TEST_F(Parent, AMessageOfMoreThan512BytesStaysInTheQueue) {
     EXPECT_EQ(system.receptions.front(), (std::pair<std::size_t, long>{512, 0}));
 }
 
-//  The buffer is zeroed once, so a message without its zero is followed by what an earlier longer one left.
+//  The buffer is zeroed only once, so a message without a zero is followed by bytes of an earlier, longer message.
 TEST_F(Parent, AMessageWithoutItsZeroIsFollowedByOlderBytes) {
     EXPECT_EQ(prints({"abcdef\0"s, "XY", "finished\0"s}), "abcdefXYcdeffinished\n");
 }
@@ -132,7 +131,7 @@ TEST_F(Parent, PollsAChildThatSentAText300Times) {
     EXPECT_EQ(system.polls, 300);
 }
 
-//  The first look at the silence comes in the pass behind the 101st, after its own reading.
+//  The limit is first lowered in the poll after the 101st, after its message was read.
 TEST_F(Parent, TheLimitIs150WithoutATextAtPoll101) {
     EXPECT_EQ(polls_with_text_at(100), 300);
     EXPECT_EQ(polls_with_text_at(101), 300);
@@ -196,7 +195,7 @@ TEST_F(Parent, OutputIsFlushedBeforeTheFork) {
     EXPECT_TRUE(flushed);
 }
 
-//  A disposition of SIGPIPE with a handler and flags of its own, for as long as this lives.
+//  Gives SIGPIPE a disposition with its own handler and flags while the object exists.
 class SigpipeHandler {
 public:
     SigpipeHandler() {
@@ -239,7 +238,7 @@ class Child : public testing::Test {
 protected:
     Child() { system.forked = 0; }
 
-    //  The calls from the fork on.
+    //  Returns the calls from the fork on.
     Lines calls_of_child() {
         const auto fork = std::find(system.calls.begin(), system.calls.end(), "fork");
         return fork == system.calls.end() ? Lines{"no fork"} : Lines(fork + 1, system.calls.end());

@@ -1,4 +1,4 @@
-//  addrpubd-check beside the service itself, on generated files.
+//  Compares addrpubd-check with the service, on generated files.
 #include "check.h"
 
 #include "backends.h"
@@ -57,7 +57,7 @@ private:
         return oneOf(ends);
     }
 
-    //  Half of them useful, so that the start gets far.
+    //  Half of the values are useful, so that the start gets far.
     std::string value() {
         static constexpr const char* words[] = {"h1",
                                                 "host.example",
@@ -108,7 +108,7 @@ private:
     std::mt19937 random_;
 };
 
-//  What rdb_connectex of the open client library makes of a server's url.
+//  Returns the result of rdb_connectex of the open client library for a server's url.
 int refusal(const std::string& url, const std::string& user, const std::string& password) {
     std::unique_ptr<rdbopen::Backend> backend;
     std::string reason;
@@ -119,7 +119,7 @@ bool complete(const std::string& url, const std::string& user, const std::string
     return !url.empty() && !user.empty() && !password.empty();
 }
 
-//  The client library answers as the open one does.
+//  Makes the client library answer as the open client library does.
 void scriptConnections(const CRunCls& run) {
     std::size_t index = 0;
     recording_rdb::reset();
@@ -147,7 +147,7 @@ protected:
             std::memcpy(target, program.data(), program.size());
             return static_cast<ssize_t>(program.size());
         };
-        //  The UDP log gets no socket, so that the service's start sends nothing.
+        //  The UDP log gets no socket, so that the service sends nothing when it starts.
         platform::hooks().socket = [](int, int, int) { return -1; };
     }
     ~CheckModel() override {

@@ -18,7 +18,7 @@ using namespace check;
 
 constexpr char base[] = "hostname = h\nrdburl = log:\nrdbuser = u\nrdbpswd = p\n";
 
-//  The resolver knows two names, both of one address.
+//  A resolver that knows two names, both with the same address.
 int resolve(const char* name, addrinfo** list) {
     static sockaddr_in address = {AF_INET, 0, {htonl(0xC0000201)}, {}};
     static addrinfo entry = {0, AF_INET, SOCK_DGRAM, 0, sizeof address, nullptr, nullptr, nullptr};
@@ -43,7 +43,7 @@ protected:
         EXPECT_TRUE(checkBytes(bytes, report));
         return report;
     }
-    //  Writes a file with this mode first.
+    //  Writes a file with this mode, then checks it.
     CReport examinedFile(const std::string& bytes, mode_t mode) {
         const std::string path = folder.file("addrpubd.ini");
         writeFile(path, bytes);
@@ -61,7 +61,7 @@ protected:
         EXPECT_EQ(chmod(path.c_str(), mode), 0);
         return path;
     }
-    //  Reports say what the C library calls an error, in the language of the locale; the expectations are English.
+    //  Reports contain error texts of the C library in the language of the locale; the expected texts are English.
     static std::string translated(std::string line) {
         const std::string english = "No such file or directory";
         const std::size_t at = line.find(english);
@@ -152,7 +152,7 @@ TEST_F(Check, AFileThatCannotBeOpenedIsAnError) {
     std::string problem;
     EXPECT_TRUE(checkFile(folder.file("missing"), report, problem));
     EXPECT_EQ(linesOf(report), translated(Lines{"0 error it cannot be opened (No such file or directory): the service "
-                                                "says \"Load ... failed.\""}));
+                                                "reports \"Load ... failed.\""}));
     EXPECT_TRUE(report.table.empty());
     EXPECT_EQ(report.exitStatus(), 2);
 }
@@ -285,7 +285,7 @@ TEST_F(Check, ANameOutsideTheZoneIsReported) {
     EXPECT_EQ(examine("h.example.com", "log:"), Lines{});
 }
 
-//  A name of length bytes, in labels of 49 at most, in a zone of 11 bytes.
+//  Returns a name of length bytes, in labels of at most 49 bytes, in a zone of 11 bytes.
 std::string nameOfLength(std::size_t length) {
     const std::string zone = "example.org";
     std::string name;
@@ -314,7 +314,7 @@ TEST_F(Check, ANameThatIsTooLongForItsRecordsIsReported) {
     EXPECT_EQ(examine("hostname-of-19bytes", "443", nameOfLength(234)), remark(254));
 }
 
-//  With a password file that is not there the back end refuses by itself what can never succeed, and sends nothing else.
+//  Without its password file the back end itself refuses requests that can never succeed, and sends no others.
 bool backEndRefuses(const std::string& name, const std::string& port, const std::string& zone) {
     std::unique_ptr<rdbopen::Backend> backend;
     std::string reason;

@@ -29,7 +29,7 @@ protected:
         file.write(ini);
         EXPECT_TRUE(run.loadConfig(file.path()));
     }
-    //  The eight texts in the order of the keys.
+    //  Returns the eight texts in the order of the keys.
     Lines texts() const {
         return {run.hostname, run.logurl, run.rdburl, run.rdbuser, run.rdbpswd, run.dnsurl, run.dnsuser, run.dnspswd};
     }

@@ -1,4 +1,5 @@
-//  Stop and status: what each finds, says and signals. The kernel's answers about the lock are the test's.
+//  The commands stop and status: their results, output and signals. The test supplies the kernel's answers about the
+//  lock.
 #include "fake_process.h"
 
 #include <gtest/gtest.h>
@@ -26,13 +27,13 @@ protected:
     std::string status() {
         return system.output_of([this] { system.daemon.status(); });
     }
-    //  The lock's state at each look: the given ones in turn, then the last of them for ever.
+    //  Sets the state of the lock at each check: these states in order, then the last one repeatedly.
     void lock(std::vector<FakeProcess::Lock> states) {
         system.lock = [states = std::move(states)](int look) {
             return states[std::min(static_cast<std::size_t>(look), states.size()) - 1];
         };
     }
-    //  Signals sent, in order. Nothing else but closing the pid file may happen.
+    //  Returns the signals that were sent, in order. Fails if there was another call except closing the pid file.
     Lines signals() {
         Lines found;
         for (const std::string& line : system.take_calls())

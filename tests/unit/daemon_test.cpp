@@ -1,5 +1,5 @@
 //  The single-instance decision, the foreground run up to its first cycles, and the usage text. Each run is a child
-//  process with a pid file, an ini file and a client library of its own.
+//  process with a separate pid file, ini file and client library.
 #include "daemon.h"
 #include "exitsignal.h"
 
@@ -43,7 +43,7 @@ protected:
     }
     ~Daemon() override { platform::reset(); }
 
-    //  Runs the foreground service in a child until its first pass, where look runs; then the child ends with 7.
+    //  Runs the foreground service in a child. In its first pass the child calls look and exits with status 7.
     Ended runUntilFirstPass(const std::function<void()>& look = [] {}) const {
         return inChild([&] {
             platform::hooks().nanosleep = [&](const timespec*) -> int {
@@ -201,7 +201,7 @@ TEST_F(SingleInstance, TheServicesOwnNameIsInTheMessage) {
     EXPECT_EQ(ended.out, "other alreay runging! pid = " + std::to_string(other.pid()) + "\n");
 }
 
-//  Also the starting process of the background start decides so; it forks only afterwards.
+//  The starting process of the background start makes the same decision, before it forks.
 TEST_F(SingleInstance, TheBackgroundStartMakesTheSameDecision) {
     const LockHolder other(pidPath);
     const Ended held = inChild([] { std::printf("%d", g_daemon.start()); });

@@ -1,4 +1,4 @@
-//  Request numbers to their top, escapes of the host name, and the memory of a request.
+//  Request numbers up to the maximum, escapes of the host name, and the memory of a request.
 #include "service_platform.h"
 #include "service_publish.h"
 
@@ -20,7 +20,7 @@ protected:
         const std::size_t start_of_number = text.find("\"seqno\":") + 8;
         return text.substr(start_of_number, text.find(',', start_of_number) - start_of_number);
     }
-    //  The name as the request shows it.
+    //  Returns the name as the request contains it.
     std::string shown(const std::string& hostname) {
         run.hostname = hostname;
         const std::string text = request();
@@ -81,7 +81,7 @@ TEST_F(UpdateLimits, TheTextBufferIsOneRequestOf416Bytes) {
     sizes.clear();
     run.updateDomain(item);
     EXPECT_EQ(std::count(sizes.begin(), sizes.end(), 416U), 1);
-    //  Nothing larger follows: the text did not grow.
+    //  No larger request follows: the text did not grow.
     EXPECT_EQ(*std::max_element(sizes.begin(), sizes.end()), 416U);
 }
 
@@ -116,7 +116,7 @@ TEST_F(UpdateLimits, ARequestOfAThousandAddressesIsCompleteAndTerminated) {
     EXPECT_TRUE(call.text.ends_with("\"httpsports\":[]}}"));
 }
 
-//  With no memory the request may be short or empty; it must end, be terminated and leak nothing.
+//  Without memory the request may be short or empty. It must be terminated, without a leak.
 TEST_F(UpdateLimits, APoolThatRefusesAnyOneRequestIsHarmless) {
     long requests_of_one = platform::pool_requests;
     request();

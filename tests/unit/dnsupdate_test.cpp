@@ -13,7 +13,7 @@ using recording_rdb::Function;
 
 using UpdateDomain = PublishTest;
 
-//  Runs in a time zone of its own.
+//  Runs in a fixed time zone.
 class RequestText : public testing::Test {
 protected:
     RequestText() { setZone("UTC0"); }
@@ -33,7 +33,7 @@ protected:
         writeDnsUpdateRequest(seqno, item, text);
         return {text.data(), text.size()};
     }
-    //  The item's members in a request with number 1.
+    //  Returns the item's members in a request with number 1.
     std::string members() const {
         const std::string text = textOf(1, item);
         const std::string front = R"({"request":"ws_dnsupdate","seqno":1,"item":{)";

@@ -203,7 +203,7 @@ TEST_F(DnsEvent, ArrivesThroughTheRegisteredCallback) {
 TEST_F(DnsReply, IsLoggedAtLevel40ByItsLengthAlone) {
     connect(false, true);
     cycle(start);
-    //  The byte behind each of these texts cannot be read.
+    //  The byte after each of these texts is not readable.
     for (const std::string text : {"{\"result\":0}", "x", ""}) {
         ASSERT_TRUE(fire_reply(0, text));
         EXPECT_EQ(trace.take(), Lines{"40 recv: " + text});

@@ -1,6 +1,6 @@
-//  The exit signal at instructions chosen at random from all that the publish cycle executes: in the allocator's locks, in
-//  the C library's allocator and output, in calls of the client library. The process must always take every step of
-//  its end, and never need the limit of the end for it.
+//  Delivers the exit signal at randomly chosen instructions of the publish cycle: in the allocator's locks, in the C
+//  library's allocator and output, in calls of the client library. The process must always take all steps of its end,
+//  without reaching a limit of the end.
 #include "daemon.h"
 #include "exitsignal.h"
 #include "olk_allocator.h"
@@ -30,17 +30,17 @@
 
 namespace {
 
-//  Far above the limits of the end (exitsignal.h), which are what bounds it: they may not be needed here, since a child that
-//  needs one has not taken every step.
+//  Far above the limits of the end (exitsignal.h). A child that reaches one of those limits has not taken all steps,
+//  and fails the test.
 constexpr int hang_seconds = 30;
 constexpr std::size_t walked_instructions = 120'000;  // about ten cycles
 constexpr unsigned max_occurrence = 6;
 
-//  After these a traced child ends by itself. Where the C library's memory lies depends on what its parent had taken when it
-//  forked, so a few instructions that one child executes are left out by others.
+//  After this number of passes a traced child exits. The addresses in the C library's heap depend on the state of the
+//  parent at the fork, so a child may never execute an instruction that another child executes.
 constexpr int max_passes = 100;
 
-//  What a child did on its way to the end; shared with its parent.
+//  The steps that a child took on its way to the end; in memory shared with the parent.
 struct Steps {
     int disconnected;
     int destroyed;
@@ -55,11 +55,11 @@ RdbReply reply = nullptr;
 time_t second = 1'744'350'000;
 unsigned listed = 0;
 
-//  Interfaces with one to three addresses, another number each time.
+//  Returns lists of one to three addresses, a different number each time.
 ifaddrs entries[3];
 sockaddr_in6 addresses[3];
 
-//  A client library like any other: it takes and frees memory of the C library.
+//  A client library that allocates and frees memory of the C library, as real ones do.
 void workAsALibrary() {
     const std::string text(static_cast<std::size_t>(100 + listed % 3 * 400), 'x');
     std::string copy = text + text;
@@ -117,7 +117,7 @@ int __wrap_nanosleep(const timespec*, timespec*) {
     ++steps->passes;
     return 0;
 }
-//  Not the real list: its length depends on the machine, and every child must take the same steps.
+//  Replaces the real list: its length depends on the machine, and all children must execute the same instructions.
 int __wrap_getifaddrs(ifaddrs** list);
 int __wrap_getifaddrs(ifaddrs** list) {
     workAsALibrary();
@@ -143,7 +143,7 @@ void fillInterfaces() {
     }
 }
 
-//  An exit function of a library: it works with the C library's allocator. Registered behind the last one, it runs first.
+//  An exit function of a library, which uses the C library's allocator. Registered last, it runs first.
 void libraryExit() {
     for (int i = 0; i < 20; ++i)
         workAsALibrary();
@@ -167,7 +167,7 @@ protected:
         service->log->open("stdout");
     }
 
-    //  Makes this process, a child, a service that can be ended.
+    //  Turns this process, a child, into a service that can be ended.
     static void prepare() {
         dup2(open("/dev/null", O_RDWR), STDOUT_FILENO);
         std::atexit([] { ++steps->last_exits; });
@@ -193,7 +193,7 @@ protected:
         return steps->disconnected == 2 && steps->destroyed == 2 && steps->library_exits == 1 && steps->last_exits == 1;
     }
 
-    //  Says whether the child holds a lock of the allocator. A free lock has the value that it has in this process.
+    //  Returns whether the child holds a lock of the allocator. A free lock has the same value as in this process.
     static bool holdsALock(const TracedChild& child) {
         const olk::allocator& allocator = *olk::get_olk_allocator();
         return std::any_of(allocator.classes, allocator.classes + allocator.classcount, [&](const auto* size_class) {
@@ -235,7 +235,7 @@ TEST_F(ExitAnywhere, TakesAllStepsFromAnyInstruction) {
     EXPECT_LT(not_reached, EXIT_ROUNDS / 50);
 }
 
-//  A second thread, as a client library has it, makes callbacks without pause; the signal comes after a random time.
+//  A second thread, like one of a client library, calls callbacks continuously; the signal arrives after a random time.
 TEST_F(ExitAnywhere, TakesAllStepsWhileAnotherThreadIsInCallbacks) {
     std::mt19937 random(20261);  // NOLINT(cert-msc51-cpp): every run the same
     for (int round = 0; round < EXIT_ROUNDS / 10; ++round) {

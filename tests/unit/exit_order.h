@@ -1,11 +1,11 @@
-//  A program that writes down its own life: one line per mapping, unmapping, mallopt, and per global object that is
-//  built or gone.
+//  A program that logs its start and exit: one line for each mapping, unmapping and call of mallopt, and for each
+//  construction and destruction of a global object.
 #ifndef EXIT_ORDER_H
 #define EXIT_ORDER_H
 
 #include "olk_alloctor"
 
-//  Writes one line to standard output at once, without any buffer.
+//  Writes one line to standard output, without a buffer.
 void write_line(const char* what, unsigned long long first, unsigned long long second);
 void write_line(const char* what);
 

@@ -1,4 +1,4 @@
-//  The exit signal, in child processes: the handler ends the process.
+//  Tests of the exit signal in child processes, because the handler ends the process.
 #include "exitsignal.h"
 
 #include "daemon.h"
@@ -23,14 +23,14 @@
 
 #include <gtest/gtest.h>
 
-//  The handler logs, closes and exits from within the signal on purpose, so the thread sanitizer's reports of such calls
-//  are switched off.
+//  The handler deliberately logs, closes and exits inside the signal handler, so this report of the thread sanitizer is
+//  switched off.
 extern "C" const char* __tsan_default_options();
 const char* __tsan_default_options() {
     return "report_signal_unsafe=0";
 }
 
-//  For tests in which the sanitizer reports what the test does on purpose, or delivers a signal later than it is raised.
+//  For tests that the sanitizer would report wrongly, or in which it delivers a signal later than it is raised.
 #ifdef __SANITIZE_THREAD__
 #define SKIP_WITH_THREAD_SANITIZER() GTEST_SKIP() << "does not hold with the thread sanitizer"
 #else
@@ -40,7 +40,7 @@ const char* __tsan_default_options() {
 namespace {
 
 enum class Timer { real, none, driven };
-Timer timer = Timer::real;  // driven: it is started, and its ticks are raised by the test
+Timer timer = Timer::real;  // driven: the test raises the ticks
 
 std::atomic<bool> in_pause{false};
 
@@ -56,7 +56,7 @@ int __wrap_pause() {
 extern "C" int __real_setitimer(__itimer_which_t which, const itimerval* value, itimerval* old) noexcept;
 extern "C" int __wrap_setitimer(__itimer_which_t which, const itimerval* value, itimerval* old) noexcept;
 
-//  The long ticks are shortened: no test waits for them.
+//  Shortens the long ticks, so that no test waits for them.
 int __wrap_setitimer(__itimer_which_t which, const itimerval* value, itimerval* old) noexcept {
     itimerval shortened = *value;
     shortened.it_value.tv_usec = std::min(shortened.it_value.tv_usec, short_tick);
@@ -68,7 +68,7 @@ int __wrap_setitimer(__itimer_which_t which, const itimerval* value, itimerval* 
 
 namespace {
 
-//  A log that prints what happens to it, so that its place among the calls of the library is seen.
+//  A log that prints each of its calls, to show their order among the calls of the client library.
 class PrintingLog final : public olk::ilog {
 public:
     ~PrintingLog() override;
@@ -98,7 +98,7 @@ protected:
         platform::reset();
         recording_rdb::reset();
     }
-    //  What the handler does to an object with these handles.
+    //  Runs the handler on an object with these handles.
     static Ended signalled(int number, int rdb_handle, int dns_handle, bool with_log) {
         return inChild([=] {
             static PrintingLog log;
@@ -218,7 +218,7 @@ TEST_F(ExitSignal, TheExitClosesThePidFileAndKeepsItsText) {
     const Ended ended = inChild([&] {
         g_daemon.pid_fd = open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644);
         g_daemon.writePid();
-        //  Registered behind the descriptor's own exit function, so it runs before that one.
+        //  Registered after the descriptor's own exit function, so it runs before that one.
         std::atexit([] { std::printf("%d\n", g_daemon.pid_fd >= 0); });
         onExitSignal(2);
     });
@@ -238,7 +238,7 @@ TEST_F(ExitSignal, ClosingTwiceIsHarmless) {
     EXPECT_EQ(ended.out, "11");
 }
 
-//  A step that waits for ever.
+//  A step that blocks for ever.
 [[noreturn]] void waitForEver() {
     for (;;)
         pause();
@@ -284,7 +284,7 @@ TEST_F(ExitSignal, ABlockedStepIsInterruptedAfterAFewTicks) {
     EXPECT_EQ(ended.status, 0);
 }
 
-//  Each pause is ended by a tick.
+//  A tick ends each pause.
 TEST_F(ExitSignal, TheEndAfterABlockedStepHasALimit) {
     const Ended ended = inChild([] {
         std::atexit(waitForEver);
@@ -301,7 +301,7 @@ TEST_F(ExitSignal, WithTheAlarmBlockedAStepIsInterruptedAtOnce) {
         sigset_t all;
         sigfillset(&all);
         sigprocmask(SIG_SETMASK, &all, nullptr);
-        std::raise(SIGALRM);  // an alarm of whoever started the program: it stays away
+        std::raise(SIGALRM);  // an alarm of the program that started the service stays blocked
         installExitSignals();
         const ServiceStep step;
         std::raise(SIGTERM);
@@ -382,7 +382,7 @@ TEST_F(ExitSignal, DeliveredToAnotherThreadItIsForwarded) {
     EXPECT_EQ(ended.status, 0);
 }
 
-//  The callback of another thread that has begun with a log.
+//  Set while a callback on another thread uses the log.
 std::atomic<bool> in_callback{false};
 
 TEST_F(ExitSignal, TheLogIsReleasedAfterTheLastCallbackThatUsesIt) {
@@ -446,7 +446,7 @@ TEST_F(ExitSignal, ABlockedExitFunctionDoesNotPreventTheEnd) {
     EXPECT_EQ(ended.status, 0);
 }
 
-//  Ticks that come while a function of the client library runs.
+//  Raises ticks while a function of the client library runs.
 void tickInTheLibrary(int count) {
     sigset_t alarm_signal;
     sigemptyset(&alarm_signal);
@@ -456,7 +456,7 @@ void tickInTheLibrary(int count) {
         std::raise(SIGALRM);
 }
 
-//  The end of a service whose library lets so many ticks pass in each call.
+//  Ends a service whose client library uses this many ticks in each call.
 Ended endedWithASlowLibrary(int ticks_of_a_call) {
     return inChild([=] {
         timer = Timer::driven;

@@ -1,13 +1,13 @@
-//  The system as service control sees it, made up: nothing is forked, queued, slept, signalled or redirected.
+//  A simulated system for tests of service control: nothing is forked, queued, slept, signalled or redirected.
 //
-//      parent:  forked > 0, messages come at the polls that incoming names
-//      child:   forked == 0, sent texts are kept; the publish loop and exit leave by the ways below
+//      parent:  forked > 0, messages arrive at the polls given by incoming
+//      child:   forked == 0, sent texts are stored; LoopLeft or exit ends the start
 //
-//  The programs that use it are linked with --wrap for every call of fake_process.cpp. One fake lives at a time; without
-//  one the calls are the real ones. The pid file is a real file in a folder of its own, and its lock is answered by the
-//  test where it wants to.
+//  Test programs are linked with --wrap for each call in fake_process.cpp. At most one object exists at a time; without
+//  one the real calls are made. The pid file is a real file in a separate folder; a test may supply the state of its
+//  lock.
 //
-//  Threads: for one thread.
+//  Threads: one thread only.
 #ifndef FAKE_PROCESS_H
 #define FAKE_PROCESS_H
 
@@ -25,12 +25,12 @@
 
 using Lines = std::vector<std::string>;
 
-//  Leaves the service's endless loop.
+//  Thrown to leave the endless loop of the service.
 struct LoopLeft {};
 
 class FakeProcess {
 public:
-    //  What the kernel answers to a question about the lock: its type F_UNLCK or F_WRLCK, or -1 for a failed call.
+    //  Answer of the kernel to a query of the lock: type F_UNLCK or F_WRLCK, or -1 for a failed call.
     struct Lock {
         int type = F_UNLCK;
         pid_t pid = 0;
@@ -44,43 +44,43 @@ public:
     FakeProcess(const FakeProcess&) = delete;
     FakeProcess& operator=(const FakeProcess&) = delete;
 
-    //  Runs body with standard output caught. Returns what was printed.
+    //  Runs body and returns its standard output.
     std::string output_of(const std::function<void()>& body);
-    //  Runs the background start: its result, or nothing when the child left by exit or out of its loop.
+    //  Runs the background start. Returns its result; nothing if the child exited or left its loop.
     std::optional<int> start();
-    //  The calls so far, forgotten afterwards.
+    //  Returns the calls since the last take_calls.
     Lines take_calls();
-    //  Puts text into the pid file.
+    //  Writes text into the pid file.
     void write_pid_file(const std::string& text) const;
 
     CDaemon daemon;
-    Lines calls;        // in order; polls and looks that find nothing leave no line
-    std::string print;  // what start() printed
+    Lines calls;        // in order; polls without a message and checks are not listed
+    std::string print;  // output of start()
 
-    pid_t forked = 4321;  // what fork returns
+    pid_t forked = 4321;  // result of fork
     int chdir_result = 0;
-    int queue = 7;         // what msgget returns
-    int null_device = 77;  // what opening /dev/null returns
+    int queue = 7;         // result of msgget
+    int null_device = 77;  // result of opening /dev/null
     int send_result = 0;
-    bool starts = true;                                 // what the service object's start returns
-    std::string start_prints;                           // by the service object's start
-    int turns = 1;                                      // of the publish loop
-    std::map<int, Message> incoming;                    // by poll, from 1
-    std::function<void(const std::string&)> on_call;    // told each line of calls
-    std::function<Lock(int look)> lock;                 // told the number of the question, from 1
-    std::function<bool(int opening)> pid_file_refused;  // told the number of the opening, from 1
+    bool starts = true;                                 // result of the service object's start
+    std::string start_prints;                           // output of the service object's start
+    int turns = 1;                                      // passes of the publish loop before it is left
+    std::map<int, Message> incoming;                    // messages by poll number, from 1
+    std::function<void(const std::string&)> on_call;    // called with each line of calls
+    std::function<Lock(int look)> lock;                 // called with the number of the query, from 1
+    std::function<bool(int opening)> pid_file_refused;  // called with the number of the attempt to open, from 1
     int exit_status = -1;
     int polls = 0;
     int seconds_slept = 0;
-    long pool_blocks = 0;           // of the pool: taken and not given back
-    long pool_requests = 0;         // of the pool
-    long pool_left = 1 << 20;       // requests that the pool grants
-    std::vector<std::string> sent;  // the bytes behind the type, of each message
+    long pool_blocks = 0;           // blocks of the pool in use
+    long pool_requests = 0;         // requests to the pool
+    long pool_left = 1 << 20;       // requests that the pool still grants
+    std::vector<std::string> sent;  // bytes after the type of each message
     std::vector<long> sent_types;
-    std::vector<std::pair<std::size_t, long>> receptions;  // size and type asked for, of each msgrcv
-    Lines flags;                                           // of msgsnd and msgrcv
+    std::vector<std::pair<std::size_t, long>> receptions;  // requested size and type of each msgrcv
+    Lines flags;                                           // flags of msgsnd and msgrcv
 
-    //  For the wrapped calls.
+    //  For the wrapped calls only.
     void note(std::string line);
     std::string folder;
     int looks = 0;

@@ -1,10 +1,10 @@
-//  The system's resolver as a test wants it: names come from a table, address literals go to the real getaddrinfo.
+//  A simulated resolver: names are answered from a table, address literals by the real getaddrinfo.
 //
-//  The programs that use it are linked with --wrap for getaddrinfo, freeaddrinfo and inet_ntop. One fake lives at a time;
-//  without one the calls are the real ones. It owns every list that it gave out, the real resolver's among them, and frees
-//  them at its end, so a caller that gives none back leaks nothing here.
+//  Test programs are linked with --wrap for getaddrinfo, freeaddrinfo and inet_ntop. At most one object exists at a
+//  time; without one the real calls are made. The object owns all lists that it returned, including those of the real
+//  resolver, and frees them when it is destroyed. So a caller that frees no list causes no leak here.
 //
-//  Threads: for one thread.
+//  Threads: one thread only.
 #ifndef FAKE_RESOLVER_H
 #define FAKE_RESOLVER_H
 
@@ -23,20 +23,21 @@ public:
     FakeResolver(const FakeResolver&) = delete;
     FakeResolver& operator=(const FakeResolver&) = delete;
 
-    //  Gives a name its answer: addresses in the resolver's order, each IPv4 or IPv6, or "local" or "packet" for an entry
-    //  of another family, whose number is below or above. No addresses at all is a success with an empty list.
+    //  Sets the answer for a name: addresses in the resolver's order, each IPv4 or IPv6; "local" and "packet" are
+    //  entries of other families, whose numbers are lower and higher. Without addresses the result is success with an
+    //  empty list.
     void add(const std::string& name, std::vector<std::string> addresses);
 
-    //  Lets literals be answered from their text too, which is much faster than the real resolver.
+    //  If true, literals are also answered without the real resolver, which is much faster.
     bool answers_literals = false;
 
-    std::vector<std::string> asked;                    // the names, in order
-    std::vector<addrinfo> hints;                       // as given, one for each call
-    bool service_given = false;                        // some call named a service
-    int lists_given = 0;                               // answers with at least one entry
+    std::vector<std::string> asked;                    // requested names, in order
+    std::vector<addrinfo> hints;                       // hints of each call
+    bool service_given = false;                        // a call specified a service
+    int lists_given = 0;                               // returned lists with at least one entry
     int lists_freed = 0;                               // calls of freeaddrinfo
-    std::vector<std::pair<int, socklen_t>> converted;  // calls of inet_ntop: family and buffer size
-    std::vector<int> unconvertible;                    // for each call of inet_ntop, in order: 1 makes it fail
+    std::vector<std::pair<int, socklen_t>> converted;  // family and buffer size of each call of inet_ntop
+    std::vector<int> unconvertible;                    // one number per call of inet_ntop, in order: 1 makes it fail
 
     int answer(const char* name, const char* service, const addrinfo* wanted, addrinfo** list);
     const char* convert(int family, const void* address, char* text, socklen_t size);
@@ -53,8 +54,8 @@ private:
     std::vector<addrinfo*> real_;
 };
 
-//  The names that the tests share: both.example has an address of each family, IPv6 first; four.example and six.example
-//  have one family only; local.example has none of either; empty.example resolves to nothing.
+//  Adds the names that the tests share: both.example has an address of each family, IPv6 first; four.example and
+//  six.example have one family each; local.example has neither; empty.example resolves to an empty list.
 void add_example_names(FakeResolver& resolver);
 
 #endif

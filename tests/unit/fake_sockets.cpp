@@ -14,7 +14,7 @@ namespace {
 FakeSockets* the_fake = nullptr;
 std::atomic<long> memory_requests{0};
 
-//  The descriptor that stands for none is the fake's too: a call that should not be made is written down.
+//  Returns true for descriptors of the fake, and for -1, so that calls with an invalid descriptor are recorded too.
 bool fake(int fd) {
     return the_fake != nullptr && (fd == -1 || the_fake->owns(fd));
 }

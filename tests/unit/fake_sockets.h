@@ -1,9 +1,9 @@
-//  Sockets that write down what is done to them. Each call can be made to fail.
+//  Simulated sockets that record their calls. Each call can be made to fail.
 //
-//  The programs that use it are linked with --wrap for socket, setsockopt, fcntl, sendto, shutdown, close, inet_pton, malloc,
-//  operator new and the pool's malloc_. One fake lives at a time; without one the calls are the real ones.
+//  Test programs are linked with --wrap for socket, setsockopt, fcntl, sendto, shutdown, close, inet_pton, malloc,
+//  operator new and the pool's malloc_. At most one object exists at a time; without one the real calls are made.
 //
-//  Threads: sendto may be called from any thread, all else from one.
+//  Threads: any thread may call sendto; one thread everything else.
 #ifndef FAKE_SOCKETS_H
 #define FAKE_SOCKETS_H
 
@@ -19,8 +19,8 @@ struct Datagram {
     int fd = -1;
     std::string bytes;
     int flags = 0;
-    bool addressed = false;   // a destination was passed
-    std::string destination;  // its bytes, as many as its length says
+    bool addressed = false;   // the call had a destination
+    std::string destination;  // the bytes of the destination
     socklen_t destination_length = 0;
 };
 
@@ -31,7 +31,7 @@ public:
     FakeSockets(const FakeSockets&) = delete;
     FakeSockets& operator=(const FakeSockets&) = delete;
 
-    //  The calls in order, but for sendto, such as "socket 2 2 17" or "close 1000". Sockets are numbered from 1000 on.
+    //  The calls in order, without sendto, such as "socket 2 2 17" or "close 1000". The first socket is 1000.
     std::vector<std::string> calls;
     std::vector<Datagram> sent;
 
@@ -40,8 +40,8 @@ public:
     bool fcntl_fails = false;
     bool inet_pton_fails = false;
     bool sendto_fails = false;
-    bool forgets = false;      // datagrams are not kept
-    int descriptor_flags = 0;  // what F_GETFD gives
+    bool forgets = false;      // do not store datagrams
+    int descriptor_flags = 0;  // result of F_GETFD
 
     std::vector<std::string> take_calls();
     Datagram take_datagram();
@@ -52,7 +52,7 @@ public:
     int option(int fd, int level, int name, const void* value, socklen_t length);
     ssize_t send(const Datagram& datagram);
 
-    //  Requests for memory of this program so far, to the pool or to the C and C++ heaps.
+    //  Returns the number of memory requests of this program so far, to the pool and to the C and C++ heaps.
     static long requests();
 
 private:

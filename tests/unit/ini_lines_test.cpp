@@ -99,7 +99,7 @@ TEST_F(IniLines, FindsTheRightOneOfSeveralEqualsSigns) {
     EXPECT_FALSE(linesOf("[a=b=c] # = =\n").front().sets);
 }
 
-//  Work is counted in bytes that the reader is given: the sizes of the files in memory.
+//  Measures the work in bytes that the reader gets: the sum of the sizes of the files in memory.
 std::size_t bytesRead(const std::string& bytes) {
     std::size_t sum = 0;
     platform::hooks().ftruncate = [&sum](int file, off_t length) {

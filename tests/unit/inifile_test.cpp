@@ -36,7 +36,7 @@ protected:
 
 class ExeDir : public IniReader {
 protected:
-    //  What getExeDir makes of the link's target.
+    //  Returns the result of getExeDir for a link with this target.
     static std::string dirOf(const std::string& target) {
         platform::hooks().readlink = [&](const char*, char* buffer, std::size_t size) {
             const std::size_t length = std::min(size, target.size());

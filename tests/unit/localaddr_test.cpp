@@ -122,7 +122,7 @@ TEST_F(LocalAddresses, AThousandAreAllListed) {
     EXPECT_EQ(listOf(addresses), expected);
 }
 
-//  Bytes near the borders of the kinds, many zeros among them.
+//  Generates bytes near the limits of the address types, many of them zero.
 TEST_F(LocalAddresses, AgreeWithASecondFilterOn150000GeneratedAddresses) {
     static constexpr std::uint8_t heads[] = {0, 0, 0, 0, 0xff, 0xfe, 0xfe, 0xfc, 0x20};
     static constexpr std::uint8_t bytes[] = {0, 0, 0, 0, 0, 1, 2, 0x7f, 0x80, 0xbf, 0xc0, 0xfe, 0xff, 0xff};

@@ -12,7 +12,7 @@
 namespace spy {
 namespace {
 
-//  All of this is in use before any constructor runs: it starts as zeros.
+//  Used before any constructor runs, so all of it is initialised to zero.
 constexpr size_t log_size = 1 << 16;
 call log_of_calls[log_size];
 size_t logged;
@@ -20,7 +20,7 @@ std::atomic<bool> recording;
 std::atomic<bool> recording_locks;
 mmap_request latest_mmap;
 
-//  Calls from the failure's start to its end, counted down; skip is 1 for the next call, 0 when nothing fails.
+//  Counters of calls until the failures start and end; skip is 1 for the next call, 0 if no call fails.
 struct failure {
     size_t skip;
     size_t left;
@@ -50,7 +50,7 @@ void record(kind what, const void* address, size_t value) {
     log_of_calls[logged++] = call{what, address, value};
 }
 
-//  A spin lock of the thread library is a volatile word, of which only the address matters here.
+//  The type of a spinlock is a volatile word; only its address is needed here.
 const void* address_of(pthread_spinlock_t* lock) {
     return const_cast<const int*>(lock);
 }
@@ -159,7 +159,7 @@ no_more_records::~no_more_records() {
 
 }  // namespace spy
 
-//  The linker's names for the wrapped calls and for the real ones behind them.
+//  Linker names of the wrapped calls and of the real functions.
 extern "C" {
 
 void* __real_mmap(void* hint, size_t length, int prot, int flags, int fd, off_t offset);

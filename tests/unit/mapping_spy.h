@@ -1,11 +1,11 @@
-//  Sees and spoils the calls that the allocator makes to the system: mmap, munmap, sysconf, mallopt and the spin locks.
+//  Records the system calls of the allocator, and can make them fail: mmap, munmap, sysconf, mallopt and the spinlocks.
 //
-//  The test program is linked with --wrap for each of them, so every call of the library passes through here and on to
-//  the real function. While a watch lives, the calls are recorded; the watch may also make mappings fail or change the
-//  page size that the library is told.
+//  The test program is linked with --wrap for each of them, so all calls of the library go through this file to the
+//  real function. While a watch exists, calls are recorded; it can also make mappings fail or change the reported page
+//  size.
 //
-//  Threads: one watch at a time, and none while several threads use the allocator, except for the count of lock-order
-//  violations, which every thread may add to.
+//  Threads: one watch at a time, and no watch while several threads use the allocator. Any thread may count lock-order
+//  violations.
 #ifndef MAPPING_SPY_H
 #define MAPPING_SPY_H
 
@@ -23,11 +23,11 @@ enum class kind : uint8_t { sysconf, mmap, munmap, spin_init, spin_destroy, spin
 
 struct call {
     kind what;
-    const void* address;  // the mapping (null when mmap failed) or the lock
-    size_t value;         // bytes of a mapping, what sysconf was asked for, whether a spin lock is shared
+    const void* address;  // the mapping (null if mmap failed) or the lock
+    size_t value;         // length of a mapping, name passed to sysconf, or whether a spinlock is shared
 };
 
-//  What the last mmap asked for beside its length.
+//  The other arguments of the last mmap.
 struct mmap_request {
     const void* hint;
     int prot;
@@ -38,7 +38,7 @@ struct mmap_request {
 
 enum class scope { memory, memory_and_locks };
 
-//  Records from its construction to its destruction; the failures that it arms end with it.
+//  Records while it exists; the failures that it sets up end with it.
 class watch {
 public:
     explicit watch(scope what = scope::memory);
@@ -48,22 +48,22 @@ public:
 
     std::vector<call> calls() const;
     size_t count(kind what) const;
-    //  The lengths of the mappings made (failed ones too) or unmapped, in order.
+    //  Returns the lengths of the mappings that were made (including failed ones) or unmapped, in order.
     std::vector<size_t> lengths(kind what) const;
-    //  The calls as text: "mmap 4096", "mmap 4096 failed", "munmap 4096", "sysconf", "lock NAME", "unlock NAME",
-    //  "init NAME", "destroy NAME". A named mapping is "munmap NAME".
+    //  Returns the calls as text: "mmap 4096", "mmap 4096 failed", "munmap 4096", "sysconf", "lock NAME", "unlock
+    //  NAME", "init NAME", "destroy NAME". A mapping with a name is "munmap NAME".
     std::vector<std::string> trace() const;
-    //  Calls the object at address by name in the trace. A lock without a name is "lock".
+    //  Sets the name of the object at address in the trace. A lock without a name is "lock".
     void name(const void* address, const std::string& name);
-    //  Forgets what was recorded so far.
+    //  Discards the recorded calls.
     void clear();
 
     static constexpr size_t every = SIZE_MAX;
-    //  Makes how_many mappings fail, the nth from now (1 is the next) being the first.
+    //  Makes how_many mappings fail, starting with the nth from now (1 is the next).
     static void fail_mmap(size_t nth, size_t how_many = every);
     static void fail_munmap(size_t nth, size_t how_many = every);
     static void stop_failing();
-    //  What the library is told when it asks for the page size; 0 is the truth.
+    //  Sets the page size that the library gets; 0 restores the real one.
     static void page_size(size_t bytes);
 
 private:
@@ -72,10 +72,10 @@ private:
 
 mmap_request last_mmap();
 
-//  How many times a thread took a lock while it held the process-wide object heap's lock.
+//  Returns how often a thread took a lock while it held the lock of the process-wide object heap.
 size_t lock_order_violations();
 
-//  Takes every free slot of the process-wide object heap; gives them all back at its end.
+//  Takes all free slots of the process-wide object heap; its destructor frees them.
 class no_more_records {
 public:
     no_more_records();

@@ -1,12 +1,12 @@
-//  The program's operator new, which finds no memory while a test says so. It stands in front of the one of every
-//  library that the program loads; the nothrow forms fail with it, and so does the program's malloc where it is linked with
-//  --wrap=malloc. The pooled allocator is not part of it.
+//  Replaces operator new of the program and of all libraries that it loads; it fails while a test requires it. So do
+//  the nothrow forms and, in a program linked with --wrap=malloc, the program's malloc. The pooled allocator is not
+//  affected.
 #ifndef NO_MEMORY_H
 #define NO_MEMORY_H
 
 #include <cstddef>
 
-//  While one lives, this thread's requests fail: those for exactly so many bytes, or all.
+//  While an object exists, requests of this thread fail: those of exactly this many bytes, or all.
 class NoMemory {
 public:
     static constexpr std::size_t any = 0;

@@ -1,4 +1,4 @@
-//  Building and destroying an allocator, step by step.
+//  Construction and destruction of an allocator, step by step.
 #include "mapping_spy.h"
 #include "size_classes.h"
 
@@ -97,7 +97,7 @@ TEST(AllocatorDestruction, LeavesAnEmptyTable) {
     alignas(olk::allocator) char memory[sizeof(olk::allocator)];
     auto* allocator = new (memory) olk::allocator;
     allocator->~allocator();
-    //  The object is gone, as the compiler knows; its bytes are not.
+    //  The object is destroyed; volatile lets the test still read its bytes.
     const char* volatile bytes = memory;
     EXPECT_EQ(olk::load_word<int32_t>(bytes + offsetof(olk::allocator, classcount)), 0);
     for (size_t i = 0; i < 40; ++i)

@@ -1,4 +1,4 @@
-//  Start-up and exit of a whole program that has global objects in several source files, in every order of linking.
+//  Start and exit of a program with global objects in several source files, in every link order.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -45,7 +45,7 @@ protected:
             std::find_if(life.rbegin(), life.rend(), [&](const auto& l) { return starts_with(l, word); });
         return static_cast<size_t>(life.rend() - found) - 1;
     }
-    //  The mappings that were made and not given back, by length.
+    //  Returns the lengths of the mappings that were not unmapped.
     std::vector<unsigned long long> left_mapped() const {
         std::map<std::string, unsigned long long> mapped;
         for (const std::string& line : life) {

@@ -1,4 +1,4 @@
-//  What the allocator does when the system has no memory to give: nulls, and nothing changed.
+//  The allocator when memory is exhausted: it returns null and changes nothing.
 #include "mapping_spy.h"
 #include "size_classes.h"
 #include "surroundings.h"
@@ -112,8 +112,8 @@ TEST(AllocatorLimitAtStart, WithoutRecordsTheTableIsEmptyAndEveryRequestIsABigBl
     allocator.free_(p);
 }
 
-//  A fixed row of requests that makes mappings of every kind; mmap fails at one of them. Returns how many mappings were
-//  asked for.
+//  Makes a fixed series of requests with mappings of every kind; the nth mmap fails. Returns the number of mappings
+//  that were requested.
 size_t run_with_failure_at(size_t nth) {
     spy::watch watch;
     watch.fail_mmap(nth, 1);
@@ -171,7 +171,7 @@ TEST(AllocatorLimit, MunmapMayFailEverywhere) {
     }
 }
 
-//  Runs in a child whose address space ends 64 MiB from here. Exits with 0 when every claim holds.
+//  Runs in a child that may map 64 MiB more. Exits with status 0 if all claims hold.
 [[noreturn]] void use_up_the_address_space() {
     const auto claim = [](bool holds, const char* what) {
         if (!holds) {

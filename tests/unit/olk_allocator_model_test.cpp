@@ -1,4 +1,4 @@
-//  The allocator under random operations: every live block keeps its contents, and no two of them overlap.
+//  The allocator under random operations: each allocated block keeps its contents, and no two blocks overlap.
 #include "mapping_spy.h"
 #include "size_classes.h"
 
@@ -11,7 +11,7 @@
 
 namespace {
 
-//  The first and the last bytes of large blocks stand for all of them, which keeps the run quick.
+//  Of a large block only the first and last bytes are filled, to keep the test fast.
 constexpr size_t filled_ends = 512;
 
 struct block {
@@ -48,7 +48,7 @@ public:
 private:
     using live_blocks = std::map<char*, block>;
 
-    //  Every order of magnitude is as likely as any other; the largest requests are big blocks.
+    //  Returns a size; every order of magnitude is equally likely, and the largest are big blocks.
     size_t some_size() {
         const size_t magnitude = size_t{1} << (random_() % 23);
         return std::min<size_t>(magnitude + random_() % (magnitude + 1), 6000000);

@@ -1,4 +1,4 @@
-//  The table of 30 size classes, each row against the mappings that the class really makes.
+//  The table of 30 size classes: compares each row with the mappings that the class makes.
 #include "mapping_spy.h"
 #include "size_classes.h"
 

@@ -16,7 +16,7 @@ namespace {
 
 constexpr size_t largest_class = 4194304;
 
-//  Freed at once unless kept.
+//  Returns the usable size of a block for this request. Frees the block.
 size_t usable_of(olk::allocator& allocator, size_t request) {
     size_t usable = 0;
     allocator.free_(allocator.malloc_(request, &usable));

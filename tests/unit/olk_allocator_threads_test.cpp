@@ -1,4 +1,4 @@
-//  Eight threads on one allocator. The thread sanitizer is the other half of these tests.
+//  Eight threads that use one allocator. Run these tests with the thread sanitizer as well.
 #include "mapping_spy.h"
 #include "surroundings.h"
 
@@ -29,7 +29,7 @@ struct parcel {
     size_t checked() const { return std::min(size, checked_bytes); }
 };
 
-//  Where threads leave blocks for others to free.
+//  Passes blocks from thread to thread; the receiving thread frees them.
 class exchange {
 public:
     void put(parcel left) {
@@ -60,8 +60,8 @@ bool intact(const parcel& found) {
     return std::count(found.p, found.p + found.checked(), found.fill) == static_cast<ptrdiff_t>(found.checked());
 }
 
-//  Takes rounds blocks and leaves each for another thread; frees what others left, nothing for 32 rounds and two a round
-//  for the next 32, so that the load rises and falls. Returns how many were damaged.
+//  Allocates one block in each of rounds rounds and passes it to another thread. Frees received blocks: none for 32
+//  rounds, then two per round for 32 rounds, so that the load varies. Returns the number of damaged blocks.
 int work(olk::allocator& allocator, exchange& between, unsigned seed, int rounds) {
     std::mt19937 random(seed);
     int damaged = 0;

@@ -326,7 +326,8 @@ TEST_F(BlkAlloctor, WithoutAHeapRecordTheRequestReturnsNullAndNothingIsMapped) {
     EXPECT_EQ(cls.freecount, 0u);
 }
 
-//  The whole line that the C library prints in its own language when the assertion of a broken class fails.
+//  Returns the line that the C library prints, in the language of the locale, when the assertion of a broken class
+//  fails.
 std::string broken_class_line() {
     return std::string(program_invocation_short_name) +
            ": ../com/olklib3/olk_alloctor:597: void* olk::blk_alloctor<LOCK>::malloc_(size_t*) [with LOCK = "

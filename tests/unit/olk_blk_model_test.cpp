@@ -1,4 +1,4 @@
-//  A size class under random operations, next to a model of its heaps in plain words of the standard library.
+//  Compares a size class with a model of its heaps that uses standard containers, under random operations.
 #include "size_class_fixture.h"
 
 #include <algorithm>
@@ -11,7 +11,7 @@ class heap_model {
 public:
     heap_model(uint32_t first, uint32_t per_heap) : first_(first), per_heap_(per_heap) {}
 
-    //  Returns the number of the heap that serves.
+    //  Returns the number of the heap that provides the block.
     int take() {
         size_t i = 0;
         while (i < list_.size() && list_[i].free == 0)
@@ -88,7 +88,7 @@ struct block {
     unsigned char fill;
 };
 
-//  Waves of steps, rising and falling, so that heaps are made and released over and over.
+//  The number of blocks repeatedly rises and falls, so that heaps are created and released many times.
 void run_beside_the_model(uint32_t blksize, uint32_t first, uint32_t per_heap, unsigned seed) {
     size_class cls(blksize, per_heap);
     heap_model model(first, per_heap);

@@ -1,4 +1,4 @@
-//  Heaps of a size class going back to the system: the release rule, its exception, and destruction.
+//  Release of the heaps of a size class: the rule, its exception, and destruction.
 #include "size_class_fixture.h"
 
 #include <algorithm>
@@ -119,7 +119,7 @@ TEST_F(BlkRelease, TheReleaseHoldsTheClassLockAndTakesTheObjectHeapsInside) {
               (trace{"lock class", "munmap heap 1", "lock object heap", "unlock object heap", "unlock class"}));
 }
 
-//  The words of a slot that lies on the object heap's list of freed slots, behind the one that holds the link.
+//  Returns whether a free slot is zero after its first word, which is the link of the object heap's list.
 bool zeroed_behind_the_link(const void* slot, size_t bytes) {
     const char* first = static_cast<const char*>(slot);
     return std::all_of(first + sizeof(void*), first + bytes, [](char c) { return c == 0; });
@@ -172,7 +172,7 @@ TEST_F(BlkRelease, TheExceptionComparesWithTheClassesBlocksPerHeap) {
 }
 
 TEST(BlkReleaseSmallFirstHeap, AFullHeapsWorthOfFreeBlocksCountsTheSmallHeadsBlocksToo) {
-    //  64 blocks in the head, 65 in every other heap; head with one free block and the last heap with 64 make 65.
+    //  64 blocks in the head, 65 in each other heap: one free block in the head and 64 in the last heap make 65.
     size_class cls(512, 65);
     std::vector<void*> blocks;
     for (int i = 0; i < 64 + 3 * 65; ++i)
@@ -235,7 +235,7 @@ TEST(BlkDestruction, TheHeapRecordsAreZeroedAndFreed) {
 TEST(BlkDestruction, TheClassRecordIsZeroedAndFreed) {
     auto* cls = new size_class(16, 4);
     cls->malloc_(nullptr);
-    const void* volatile record = cls;  // the compiler knows that the object is gone; its memory is not
+    const void* volatile record = cls;  // volatile lets the test read the memory of the destroyed object
     delete cls;
     EXPECT_TRUE(zeroed_behind_the_link(record, offsetof(size_class, lock)));
 }

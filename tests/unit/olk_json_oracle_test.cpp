@@ -12,7 +12,7 @@
 
 namespace {
 
-//  A text of printable characters and the eight escaped ones, which every JSON reader takes.
+//  Returns a text of printable characters and the eight escaped ones, which every JSON parser accepts.
 std::string some_text(std::mt19937& random) {
     static const std::string escapes = "\b\t\n\f\r\"/\\";
     std::string text(random() % 60, ' ');

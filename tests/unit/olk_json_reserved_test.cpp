@@ -1,5 +1,5 @@
-//  Members and string values written into a buffer that has room for them, where each is written whole and texts of 16
-//  characters and more are copied in steps.
+//  Members and string values written into a buffer with enough room: each is written in one piece, and texts of 16
+//  characters or more are copied in steps.
 #include "olk_json.h"
 
 #include <gtest/gtest.h>
@@ -10,7 +10,7 @@ namespace {
 
 const std::string address = "2001:db8:1234:5678:9abc:def0:1234:5678";
 
-//  The value as its pieces make it, one character after the other.
+//  Returns the value written character by character.
 std::string expected(const std::string& text) {
     olk::string out;
     out.push_back('"');
@@ -50,8 +50,8 @@ TEST(JsonReserved, AnAddressIsWrittenWhole) {
     EXPECT_EQ(written(address), '"' + address + '"');
 }
 
-//  Writes with write and with pieces, behind every text that a buffer of 120 bytes has room for. Where there is no room
-//  for the whole, both must grow the buffer alike.
+//  Calls write and pieces after each text that fits a buffer of 120 bytes, and compares the results. Without enough
+//  room both must grow the buffer in the same way.
 template <class WRITE, class PIECES>
 void grows_as_for_pieces(WRITE write, PIECES pieces) {
     for (size_t before = 0; before <= 119; ++before) {

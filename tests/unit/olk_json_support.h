@@ -1,4 +1,4 @@
-//  What the tests of the JSON writers share: a buffer shown as a text, and a time zone for the length of a test.
+//  Shared by the tests of the JSON writers: a buffer as text, and a time zone for the duration of a test.
 #ifndef OLK_JSON_SUPPORT_H
 #define OLK_JSON_SUPPORT_H
 
@@ -17,7 +17,7 @@ std::string written(WRITE write) {
     return out.data() == nullptr ? std::string() : std::string(out.data(), out.size());
 }
 
-//  Sets the process's time zone to a POSIX TZ text, and back at its end.
+//  Sets the time zone of the process from a POSIX TZ text; its destructor restores the previous one.
 class zone {
 public:
     explicit zone(const char* tz) {

@@ -14,7 +14,7 @@
 
 namespace {
 
-//  Calls of snprintf, which the decimal writers must not need.
+//  Number of calls of snprintf; the decimal writers must not call it.
 int formatted_outputs;
 
 std::string escaped(char c) {
@@ -34,7 +34,7 @@ olk::string pooled(const std::string& text) {
     return olk::string(text.data(), text.size());
 }
 
-//  The member "key" with the text as its value.
+//  Returns the member "key" with this value.
 std::string member(uint32_t* members, const std::string& text) {
     return written([&](olk::string& out) { olk::writeStringMember(members, "key", pooled(text), out); });
 }

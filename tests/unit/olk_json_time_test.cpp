@@ -10,7 +10,7 @@
 
 namespace {
 
-//  What localtime_r gives while it is armed: a failure, or fields that no calendar has.
+//  Result of localtime_r while it is replaced: a failure, or fields that no calendar has.
 bool fails;
 const tm* told;
 
@@ -32,7 +32,7 @@ outcome iso(int64_t milliseconds) {
     return o;
 }
 
-//  The time that fields gives, whatever it is asked for.
+//  Returns the text for these fields, for any time.
 outcome iso_of(const tm& fields, int64_t milliseconds) {
     told = &fields;
     const outcome o = iso(milliseconds);

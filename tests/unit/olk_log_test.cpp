@@ -18,7 +18,7 @@
 
 namespace {
 
-//  The result that snprintf claims while it is not 0.
+//  The result that snprintf returns while this is not 0.
 int claimed_length;
 
 std::string name_of(int level) {
@@ -27,7 +27,7 @@ std::string name_of(int level) {
     return olk::level_name(level, buffer);
 }
 
-//  The smallest log: it counts its ends and does nothing else.
+//  A minimal log, which only counts its destructions.
 struct bare_log : olk::ilog {
     static inline int destroyed = 0;
     ~bare_log() override { ++destroyed; }
@@ -147,7 +147,7 @@ TEST(LevelFromText, ANameMustBeWhole) {
     EXPECT_EQ(olk::level_from_text(" dbg"), 30);
 }
 
-//  The level of a text, from the rows written out and digits added up.
+//  Returns the level of a text, computed from the table rows and the sum of digits.
 int model(const std::string& text) {
     static const std::pair<const char*, int> rows[] = {{"err", 10}, {"wrn", 20}, {"inf", 30}, {"msg", 30},
                                                        {"mor", 31}, {"dbg", 40}, {"all", 999}};
@@ -192,7 +192,7 @@ TEST(LevelFromText, AgreesWithTheRulesOver200000Texts) {
     }
 }
 
-//  The vtable index of a virtual operation: a pointer to one holds the byte offset of its slot, and 1.
+//  Returns the vtable index of a virtual operation: a member pointer contains the byte offset of its slot, plus 1.
 template <class OPERATION>
 ptrdiff_t slot(OPERATION operation) {
     ptrdiff_t words[2];
@@ -204,7 +204,7 @@ ptrdiff_t slot(OPERATION operation) {
 
 TEST(Log, TheVirtualOperationsAreInThisOrder) {
     EXPECT_TRUE(std::has_virtual_destructor_v<olk::ilog>);
-    //  A virtual destructor takes the two slots in front.
+    //  A virtual destructor occupies the first two slots.
     EXPECT_EQ(slot(&olk::ilog::open), 2);
     EXPECT_EQ(slot(&olk::ilog::add), 3);
     EXPECT_EQ(slot(&olk::ilog::append), 4);
@@ -255,7 +255,7 @@ TEST(Log, ReleaseThroughTheFunctionDestroysTheObject) {
     EXPECT_EQ(bare_log::destroyed, 1);
 }
 
-//  Expects that an object of LOG lives in the process-wide pooled allocator's class of its size.
+//  Checks that an object of type LOG is in the process-wide allocator's class for its size.
 template <class LOG>
 void expect_pooled() {
     const olk::allocator& pool = *olk::get_olk_allocator();

@@ -1,4 +1,5 @@
-//  The process-wide object heap behind memheap_, and the object heap under random operations next to a simple model.
+//  The process-wide object heap that memheap_ uses; and an object heap compared with a simple model, under random
+//  operations.
 #include "mapping_spy.h"
 #include "olk_objalloctor.h"
 
@@ -60,19 +61,19 @@ TEST(MemHeap, WithoutMemoryNewReturnsNull) {
 TEST(MemHeap, DeleteOfAForeignAddressIsIgnored) {
     const uint64_t before = process_heap().freecount;
     int foreign = 0;
-    //  Called through a pointer, since the compiler refuses a delete that it knows to be wrong.
+    //  Called through a pointer, because the compiler rejects a delete that it knows to be wrong.
     void (*volatile free_object)(void*) = &olk::memheap_::operator delete;
     free_object(&foreign);
     free_object(nullptr);
     EXPECT_EQ(process_heap().freecount, before);
 }
 
-//  The page order and counts that the heap must have, in plain words of the standard library.
+//  A model of the order of the pages and their counts, with standard containers.
 class page_model {
 public:
     explicit page_model(uint64_t slots) : slots_(slots), order_{{0, slots}} {}
 
-    //  Returns the page that serves.
+    //  Returns the number of the page that provides the slot.
     int take() {
         size_t i = 0;
         while (i < order_.size() && order_[i].free == 0)
@@ -136,7 +137,8 @@ TEST(ObjAlloctorModel, AgreesWithTheModelOver20000RandomOperations) {
     std::mt19937 random(20250411);
     size_t most = 0;
     for (int step = 0; step < 20000; ++step) {
-        //  Waves of a thousand steps, rising and falling, so that pages are made and unmapped over and over.
+        //  The number of slots repeatedly rises and falls in 1000 steps each, so that pages are mapped and unmapped
+        //  often.
         const bool rising = step / 1000 % 2 == 0;
         if (live.empty() || random() % 8 < (rising ? 5u : 2u)) {
             const slot s{heap.malloc_(random() % (objsize + 1)), model.take(), static_cast<unsigned char>(random())};

@@ -14,7 +14,7 @@ using object_heap = olk::objalloctor_<olk::spinlock>;
 using trace = std::vector<std::string>;
 
 constexpr size_t page = 4096;
-//  Slots of a small heap: one system page each, 64 bytes to a slot.
+//  Number of slots of a small heap: one system page, 64 bytes per slot.
 constexpr size_t slots = (page - 56) / 64;
 
 class ObjAlloctor : public testing::Test {
@@ -206,7 +206,7 @@ TEST_F(ObjAlloctor, FullPagesAndACountAboveZeroIsNull) {
     heap.freecount = 0;
 }
 
-//  Three full pages in the order third, second, first; at[i] are the slots of the page that was made as the ith.
+//  Three full pages in the order third, second, first; at[i] are the slots of the page that was created as the ith.
 class ObjAlloctorThreePages : public ObjAlloctor {
 protected:
     void SetUp() override {
@@ -304,7 +304,7 @@ TEST(ObjAlloctorDestruction, LeavesAFreeCountOfZero) {
     alignas(object_heap) char memory[sizeof(object_heap)];
     auto* heap = new (memory) object_heap(page, 56);
     heap->~object_heap();
-    //  The object is gone, as the compiler knows; its bytes are not.
+    //  The object is destroyed; volatile lets the test still read its bytes.
     const char* volatile bytes = memory;
     EXPECT_EQ(olk::load_word<uint64_t>(bytes + offsetof(object_heap, freecount)), 0u);
 }

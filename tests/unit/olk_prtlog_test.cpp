@@ -15,14 +15,15 @@
 
 namespace {
 
-//  What the clock tells: local time is what local says, unless the conversion fails.
+//  The simulated clock: local time is local, unless the conversion fails.
 bool clock_set;
 bool conversion_fails;
 int clock_reads;
 suseconds_t microseconds;
 tm local;
 
-//  Standard output as a pipe that the C library buffers. Give the text that has arrived, with or without a flush.
+//  Redirects standard output to a pipe, buffered by the C library. Returns the text that has arrived, with or without a
+//  flush.
 class piped_output {
 public:
     piped_output() {

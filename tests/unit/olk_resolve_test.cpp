@@ -14,7 +14,7 @@ using Pairs = std::vector<std::pair<int, socklen_t>>;
 class Resolve : public testing::Test {
 protected:
     int resolve(const char* name) { return olk::net::get_ips_by_domain(name, ipv4, ipv6); }
-    //  Both outputs, a blank between them.
+    //  Returns both outputs, separated by a blank.
     std::string texts() const { return std::string(ipv4.c_str()) + " " + ipv6.c_str(); }
 
     FakeResolver resolver;
@@ -22,7 +22,7 @@ protected:
     olk::string ipv6;
 };
 
-//  A text for which no memory can be had.
+//  A string type whose memory is always exhausted.
 struct no_text {
     bool empty() const { return true; }
     void assign(const char*) {}
@@ -162,7 +162,7 @@ TEST_F(Resolve, TheResolverIsCalledOnceForAnyFamilyAnySocketTypeAndNoService) {
     EXPECT_FALSE(resolver.service_given);
 }
 
-//  The list costs one small block for each call and is left to the process, on purpose.
+//  The list is deliberately not freed: one small block per call.
 TEST_F(Resolve, TheResolversListIsNeverFreed) {
     resolver.add("both.example", {"192.0.2.1", "2001:db8::1"});
     resolver.add("local.example", {"local"});

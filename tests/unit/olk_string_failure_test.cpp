@@ -8,7 +8,7 @@
 
 namespace {
 
-//  Every request is refused while it lives.
+//  Makes every request fail while it exists.
 struct no_memory {
     no_memory() { watched_alloctor::refusing = true; }
     ~no_memory() { watched_alloctor::refusing = false; }
@@ -24,7 +24,7 @@ protected:
         before_ = full.data();
     }
 
-    //  The string is what it was before memory ran out.
+    //  Checks that the string has not changed since memory was exhausted.
     void expect_unchanged() {
         EXPECT_EQ(full.data(), before_);
         EXPECT_EQ(full.capacity(), 8u);
@@ -117,9 +117,9 @@ TEST_F(StringWithoutMemory, ReadUntilSkipsBytesWithoutMemory) {
 TEST_F(StringWithoutMemory, ALengthThatFitsNoBlockFails) {
     volatile size_t huge = SIZE_MAX;
     full.append(full.data(), huge);
-    full.append(full.data(), huge - 6);  // with the 7 bytes there it would wrap to 0
+    full.append(full.data(), huge - 6);  // the sum with the existing 7 bytes would overflow to 0
     full.append(full.data(), 4294967296);
-    full.append(full.data(), 4294967289);  // with the 7 bytes there it would wrap 32 bits to 0
+    full.append(full.data(), 4294967289);  // the sum with the existing 7 bytes would overflow 32 bits to 0
     expect_unchanged();
 }
 

@@ -17,7 +17,7 @@ protected:
         mapped_alloctor::take();
     }
 
-    //  A text of length bytes in a block so large that growing keeps it, with a capacity that is just full.
+    //  Makes a text of length bytes that fills its capacity, in a block so large that growing keeps the block.
     static void fill_up(watched_string& s, uint32_t length) {
         s.reserve(60000);
         s.append(std::string(length, 'x').data(), length);

@@ -12,7 +12,7 @@
 
 namespace {
 
-//  A string beside a standard string with the same text, and the capacity that the growth rule gives.
+//  A string, a standard string with the same text, and the capacity that the growth rule requires.
 class pair_of_strings {
 public:
     void push_back(char c) {
@@ -62,7 +62,7 @@ public:
         subject.release();
         release_model();
     }
-    //  Lowers the stored capacity as far as the text allows, so that the next growth may keep the block.
+    //  Lowers the stored capacity to the minimum, so that the next growth may keep the block.
     void lower_capacity() {
         if (block == 0)
             return;
@@ -90,7 +90,7 @@ public:
     size_t length() const { return model.size(); }
 
 private:
-    //  The smallest of the allocator's block sizes that holds request.
+    //  Returns the smallest block size of the allocator that is at least request.
     static uint64_t block_for(uint64_t request) {
         const olk::allocator& pool = *olk::get_olk_allocator();
         for (int i = 0; i < pool.classcount; ++i)
@@ -134,7 +134,7 @@ size_t below(generator& random, size_t n) {
     return random() % n;
 }
 
-//  Mostly short texts, now and then one of several thousand bytes; zero bytes included.
+//  Returns a text, usually short, sometimes of several thousand bytes, including zero bytes.
 std::string some_text(generator& random) {
     std::string text(below(random, 20) == 0 ? below(random, 9000) : below(random, 40), ' ');
     for (char& c : text)

@@ -1,4 +1,4 @@
-//  Writing behind the text of a string in place.
+//  Writing at the end of a string's text in its buffer.
 #include "olk_string.h"
 
 #include <gtest/gtest.h>

@@ -1,11 +1,11 @@
-//  Allocator types for string_ that write down what the string asks of them.
+//  Allocator types for string_ that record the requests of the string.
 //
-//      watched_alloctor   the process-wide allocator, with a list of its calls; can refuse, and spoils
-//                      what is given back
-//      mapped_alloctor    a private, lazily filled mapping per block, so that blocks of 4 GiB cost nothing; its blocks can
+//      watched_alloctor   the process-wide allocator, with a list of its calls; can fail, and overwrites
+//                      freed blocks
+//      mapped_alloctor    one private mapping per block, so that unused pages of a 4 GiB block need no memory; blocks can
 //                         be made read-only
 //
-//  Threads: for one thread.
+//  Threads: one thread only.
 #ifndef OLK_STRING_WATCH_H
 #define OLK_STRING_WATCH_H
 
@@ -34,7 +34,7 @@ struct watched_alloctor {
     }
     static size_t usable_size(const void* p) { return olk::allocator::usable_size(p); }
 
-    //  Returns the calls since the last take and forgets them.
+    //  Returns the calls since the last take.
     static std::vector<std::string> take() {
         std::vector<std::string> taken;
         taken.swap(calls);
@@ -44,8 +44,8 @@ struct watched_alloctor {
 
 struct mapped_alloctor {
     static inline std::vector<size_t> requests;
-    static inline std::map<const void*, size_t> blocks;  // bytes of each live block
-    //  The usable size that a string is told when it asks, small so that moving a block of 4 GiB copies little.
+    static inline std::map<const void*, size_t> blocks;  // size of each allocated block in bytes
+    //  The usable size that the string gets; small, so that moving a block of 4 GiB copies little.
     static constexpr size_t told_usable = 64;
 
     static void* malloc_(size_t size, size_t* outsize) {
@@ -63,7 +63,7 @@ struct mapped_alloctor {
     }
     static size_t usable_size(const void*) { return told_usable; }
 
-    //  Makes the block of the characters at data read-only, or writable again.
+    //  Makes the block of the characters at data read-only or writable.
     static void protect(char* data, bool read_only) {
         void* block = data - 8;
         mprotect(block, blocks[block], read_only ? PROT_READ : PROT_READ | PROT_WRITE);
@@ -79,7 +79,7 @@ struct mapped_alloctor {
 using watched_string = olk::string_<watched_alloctor, unsigned int, char, void>;
 using mapped_string = olk::string_<mapped_alloctor, unsigned int, char, void>;
 
-//  Write the two counts in front of the characters.
+//  These functions write the two counts before the characters.
 template <class STRING>
 void set_stored_capacity(STRING& s, uint32_t capacity) {
     olk::store_word(olk::at(s.data(), -8), capacity);

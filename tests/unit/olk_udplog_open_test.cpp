@@ -1,4 +1,4 @@
-//  UDP log: opening, and what a url makes of destination, cabin and level.
+//  UDP log: opening, and how a url sets destination, cabin and level.
 #include "udplog_fixture.h"
 
 #include "level_model.h"

@@ -1,4 +1,4 @@
-//  UDP log: records, and the end of the log. Opening has olk_udplog_open_test.cpp.
+//  UDP log: records, and destruction of the log. olk_udplog_open_test.cpp tests opening.
 #include "udplog_fixture.h"
 
 #include <climits>
@@ -20,7 +20,7 @@ protected:
         log.add(level, "%s", text.c_str());
         return sockets.take_datagram().bytes;
     }
-    //  The bytes in front of the text of an add at level 30.
+    //  Number of bytes before the text of an add at level 30.
     static constexpr std::size_t header = 45;
 };
 

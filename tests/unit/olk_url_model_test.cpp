@@ -1,5 +1,5 @@
-//  The url parser, the reading of the first query pair and the level text beside a second way of doing each, on texts made
-//  from a fixed seed out of the pieces that matter.
+//  Compares the url parser, the parser of the first query parameter and the level parser with second implementations,
+//  on texts generated from relevant pieces with a fixed seed.
 #include "fake_resolver.h"
 #include "level_model.h"
 #include "olk_log.h"
@@ -24,14 +24,14 @@ class Maker {
 public:
     explicit Maker(unsigned seed) : random_(seed) {}
 
-    //  Up to most pieces, in a row.
+    //  Returns up to most pieces, joined.
     std::string text(const Pieces& pieces, std::size_t most) {
         std::string made;
         for (std::size_t left = below(most + 1); left > 0; --left)
             made += pieces[below(pieces.size())];
         return made;
     }
-    //  The text with one byte changed, most of the time not at all.
+    //  Returns the text, sometimes with one byte changed.
     std::string spoiled(std::string made) {
         if (!made.empty() && below(4) == 0)
             made[below(made.size())] = static_cast<char>(below(256));
@@ -99,7 +99,7 @@ protected:
         add_example_names(resolver);
     }
 
-    //  What the fake resolver answers, first of each family.
+    //  Returns the answer of the fake resolver, the first address of each family.
     std::pair<std::string, std::string> addresses(const std::string& name) {
         olk::string ipv4;
         olk::string ipv6;

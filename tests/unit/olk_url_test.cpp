@@ -79,7 +79,7 @@ TEST_F(Url, AReusedObjectKeepsItsMemory) {
         EXPECT_EQ(kept[i], memory[i]) << i;
 }
 
-//  The byte behind the text cannot be read.
+//  The byte after the text is not readable.
 TEST_F(Url, ReadsNothingAfterTheText) {
     const auto page = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
     void* const two = mmap(nullptr, 2 * page, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
@@ -135,7 +135,7 @@ TEST_F(Url, LongPartsAreComplete) {
     EXPECT_EQ(text_of(parsed.args), args);
 }
 
-//  Memory of a string that can be had for so many blocks only.
+//  Allocator of a string with memory for this many blocks only.
 struct scarce_alloctor {
     static inline int blocks = 0;
     static void* malloc_(size_t size, size_t* outsize) {

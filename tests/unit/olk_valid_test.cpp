@@ -1,5 +1,5 @@
-//  The validity walks: each kind of damage is seen, to either side of what is right. Checking builds and the other tests
-//  rely on them.
+//  The valid() walks: each detects every kind of damage, in both directions. Checking builds and the other tests rely
+//  on them.
 #include "olk_allocator.h"
 #include "size_class_fixture.h"
 
@@ -7,7 +7,7 @@
 
 namespace {
 
-//  What the walk over whole says while value stands in the place of field.
+//  Returns the result of whole.valid() while field has this value.
 template <class WHOLE, class FIELD, class VALUE>
 bool valid_with(WHOLE& whole, FIELD& field, VALUE value) {
     const FIELD kept = std::exchange(field, static_cast<FIELD>(value));
@@ -16,7 +16,7 @@ bool valid_with(WHOLE& whole, FIELD& field, VALUE value) {
     return result;
 }
 
-//  heap[0] is the head. One block is free in each heap.
+//  heap[0] is the head. Each heap has one free block.
 class ClassWalk : public FullHeaps<2> {
 protected:
     void SetUp() override {
@@ -56,7 +56,7 @@ TEST(ClassWalkOrder, DetectsSuchAHeapWhoseRecordLiesOnEitherSideOfTheHeads) {
         if ((one > other) != head_is_above)
             std::swap(one, other);
         olk::memheap_::operator delete(other);
-        olk::memheap_::operator delete(one);  // and is taken first
+        olk::memheap_::operator delete(one);  // so the next request gets it
         size_class cls(16, 1);
         cls.malloc_(nullptr);
         cls.malloc_(nullptr);
@@ -112,7 +112,7 @@ TEST(HeapWalk, DetectsAListOfFreeBlocksThatRunsInACircle) {
 TEST(HeapWalk, DetectsMoreBlocksAllocatedThanThereAre) {
     size_class cls(16, 4);
     cls.malloc_(nullptr);
-    cls.freecount = cls.heaps->freecount = UINT32_MAX;  // what the counts then agree on
+    cls.freecount = cls.heaps->freecount = UINT32_MAX;  // both counts agree
     EXPECT_FALSE(valid_with(cls, cls.heaps->bump, 5));
     cls.freecount = cls.heaps->freecount = 3;
     EXPECT_TRUE(cls.valid());
@@ -167,7 +167,7 @@ TEST(ObjectWalk, DetectsCountsAboveAndBelow) {
 TEST(ObjectWalk, DetectsMoreSlotsAllocatedThanThereAre) {
     olk::objalloctor_<olk::spinlock> heap(page, 56);
     const uint64_t slots = heap.pages->slotcount;
-    heap.freecount = heap.pages->freecount = UINT64_MAX;  // what the counts then agree on
+    heap.freecount = heap.pages->freecount = UINT64_MAX;  // both counts agree
     EXPECT_FALSE(valid_with(heap, heap.pages->bump, slots + 1));
     heap.freecount = heap.pages->freecount = slots;
     EXPECT_TRUE(heap.valid());

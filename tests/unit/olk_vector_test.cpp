@@ -135,7 +135,7 @@ TEST(Vector, ClearRemovesTheElementsAndKeepsTheMemory) {
 
 TEST(Vector, WithoutMemoryTheElementIsLeftOutAndTheRestStays) {
     olk::vector_<uint64_t> list;
-    //  Growing beyond 4 MiB takes a mapping of its own.
+    //  Growing beyond 4 MiB requires a separate mapping.
     uint64_t next = 0;
     while (list.size() < 4194304 / sizeof(uint64_t) / 2)
         ASSERT_TRUE(list.push_back(next++));

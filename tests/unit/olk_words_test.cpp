@@ -125,7 +125,7 @@ TEST(Words, WithoutSeparatorsTheWholeTextIsTheWord) {
     EXPECT_EQ(read("a:b", ""), (outcome{word_end::text_end, "a:b", 3}));
 }
 
-//  What a reader gives, found by cutting the text at the separators first and looking at each piece as a whole.
+//  Returns the expected result, computed differently: splits the text at the separators, then examines each piece.
 outcome model(const std::string& text, const std::string& separators, size_t from) {
     while (from < text.size()) {
         const size_t cut = std::min(text.find_first_of(separators, from), text.size());

@@ -164,7 +164,7 @@ TEST_F(ClaimPidFile, ASecondClaimWritesTheSameContent) {
     ASSERT_EQ(claimPidFile(opened()), 0);
     ASSERT_EQ(claimPidFile(fd), 0);
     EXPECT_EQ(holderOf(path), getpid());
-    //  Last: closing any descriptor of the file drops this process's lock.
+    //  Last, because closing any descriptor of the file releases this process's lock.
     EXPECT_EQ(readFile(path), own_line);
 }
 
@@ -192,7 +192,7 @@ TEST_F(ClaimPidFile, WaitsUntilTheHolderIsGone) {
     const pid_t claimer = fork();
     if (claimer == 0) {
         platform::hooks().fcntl = [&](int file, int command, void* lock) {
-            //  The lock cannot be had now; only then does the test let the holder go.
+            //  The lock is now held by the other process; only then does the test end that process.
             const bool busy = platform::real_fcntl(file, F_SETLK, lock) == -1;
             if (command == F_SETLKW && busy && write(ends[1], "w", 1) != 1)
                 _exit(3);

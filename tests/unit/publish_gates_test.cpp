@@ -1,4 +1,4 @@
-//  The three gates of the publish cycle, to the second.
+//  The three time limits of the publish cycle, to the second.
 #include "service_publish.h"
 
 #include <limits>

@@ -1,4 +1,4 @@
-//  What a cycle takes from the pool, and what it gives back.
+//  The memory that a cycle takes from the pool, and frees.
 #include "no_memory.h"
 #include "service_platform.h"
 #include "service_publish.h"
@@ -10,7 +10,7 @@ namespace {
 
 class CycleMemory : public PublishTest {
 protected:
-    //  Requests to the pool during one pass.
+    //  Returns the number of requests to the pool during one pass.
     long requestsDuring(time_t now) {
         clock = now;
         const long before = platform::pool_requests;
@@ -39,7 +39,7 @@ TEST_F(CycleMemory, ARequestFreesAllItsTexts) {
     interfaces.set(Lines{"1::1"});
     const long blocks = platform::pool_blocks;
     for (time_t now = start; now < start + 60000; now += 600) {
-        //  One address: its text, the list of them, the name, and the request.
+        //  For one address: its text, the list, the name and the request.
         EXPECT_EQ(requestsDuring(now), 4);
         EXPECT_EQ(platform::pool_blocks, blocks);
     }

@@ -1,5 +1,5 @@
-//  The publish cycle beside a model of it, over many random steps: events, moves of the clock, changes of the addresses,
-//  and return codes of every call. Calls with the bytes of their records, log records and the members are compared.
+//  Compares the publish cycle with a model over many random steps: events, changes of the clock and of the addresses,
+//  and result codes of all calls. Compared are the calls with the bytes of their records, log records and members.
 #include "service_publish.h"
 
 #include <cstring>
@@ -10,15 +10,15 @@ namespace {
 using recording_rdb::Call;
 using recording_rdb::Function;
 
-//  What the world does during one pass.
+//  The events and results during one pass.
 struct World {
     time_t now;
     bool listing_fails;
-    Lines addresses;  // publishable ones
+    Lines addresses;  // publishable addresses
     int get_result, get_class;
-    int import_result[2], import_class[2];  // a negative class leaves the record's byte alone
+    int import_result[2], import_class[2];  // a negative class leaves the record's byte unchanged
     int put_result, message_result;
-    int event_in_put;  // fired on the rdb connection while the put runs; 0 for none
+    int event_in_put;  // event of the rdb connection during the put; 0 for none
 };
 
 std::string bytesLine(Function function, int handle, const std::string& bytes) {
@@ -299,7 +299,7 @@ TEST_F(PublishModel, AgreesWithTheCycleOver30000RandomSteps) {
             ASSERT_NO_FATAL_FAILURE(compare(model));
         }
     }
-    //  The walk went through every part of the cycle.
+    //  The random steps reached all parts of the cycle.
     for (const Function function : {Function::tagget, Function::taginport, Function::objputsnapshot, Function::callmsg})
         EXPECT_GT(next(function), 1000U) << recording_rdb::name_of(function);
 }

@@ -1,4 +1,4 @@
-//  Every byte of the records that go to the client library.
+//  All bytes of the records that are passed to the client library.
 #include "service_platform.h"
 #include "service_publish.h"
 
@@ -37,7 +37,7 @@ const std::string names[] = {"", "h", "host1", std::string(78, 'n'), std::string
 
 class SnapshotRecord : public PublishTest {
 protected:
-    //  Makes the next lists have this length.
+    //  Sets the length of the next lists.
     void setListLength(std::size_t length) {
         Lines texts;
         for (; length > 47; length -= 21)

@@ -1,4 +1,4 @@
-//  The steps of one publish cycle, and what one cycle leaves for the next.
+//  The steps of one publish cycle, and its effect on the next one.
 #include "service_publish.h"
 
 namespace {

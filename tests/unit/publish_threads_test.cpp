@@ -1,5 +1,5 @@
-//  Events and replies from threads of the client library while the cycle runs. The thread sanitizer judges; what it is
-//  told to accept are the four members that the two sides share.
+//  Events and replies on threads of the client library during the cycle. The thread sanitizer detects data races; its
+//  list of exceptions has only the four members that both sides share.
 #include "service_publish.h"
 
 #include <atomic>
@@ -10,7 +10,7 @@ namespace {
 
 class PublishThreads : public PublishTest {
 protected:
-    //  Runs the cycle until the other thread is through, and some cycles at least.
+    //  Runs cycles until the other thread ends, and at least some cycles.
     void cycleBeside(const std::function<void()>& other) {
         std::atomic<bool> through{false};
         std::thread thread([&] {

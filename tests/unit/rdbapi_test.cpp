@@ -8,7 +8,7 @@
 
 namespace {
 
-//  The bytes of a record, all zero but for what fill sets.
+//  Returns the bytes of a record that is zero except for the changes by fill.
 template <class RECORD, class FILL>
 std::string bytes_of(FILL fill) {
     RECORD record;
@@ -17,7 +17,7 @@ std::string bytes_of(FILL fill) {
     return std::string(reinterpret_cast<const char*>(&record), sizeof record);
 }
 
-//  count zero bytes with text at offset.
+//  Returns count zero bytes with text at offset.
 std::string zeros_with(size_t count, size_t offset, const std::string& text) {
     std::string bytes(count, '\0');
     return bytes.replace(offset, text.size(), text);

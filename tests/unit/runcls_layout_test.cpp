@@ -1,4 +1,4 @@
-//  The order, types and initial values of the service object's and the descriptor's members.
+//  Order, types and initial values of the members of the service object and of the process descriptor.
 #include "daemon.h"
 #include "runcls.h"
 

@@ -1,4 +1,4 @@
-//  The service object's start without memory.
+//  The start of the service object when memory is exhausted.
 #include "no_memory.h"
 #include "olk_udplog.h"
 #include "recording_rdb.h"

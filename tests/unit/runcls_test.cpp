@@ -1,4 +1,4 @@
-//  The service object's start, failure by failure, and its end.
+//  The start of the service object with each possible failure, and its destruction.
 #include "runcls.h"
 
 #include "recording_rdb.h"
@@ -24,7 +24,7 @@ using recording_rdb::Function;
 constexpr char both[] = "logurl=stdout\nhostname=h1\nrdburl=rdb://r\nrdbuser=ru\nrdbpswd=rp\n"
                         "dnsurl=dns://d\ndnsuser=du\ndnspswd=dp\n";
 
-//  The ini file lies in the test's own folder; console records are read without their time stamps.
+//  The ini file is in a folder of the test; console records are compared without time stamps.
 class ServiceStart : public testing::Test {
 protected:
     ServiceStart() {
@@ -37,7 +37,7 @@ protected:
             std::memcpy(target, program.data(), program.size());
             return static_cast<ssize_t>(program.size());
         };
-        //  Every name resolves to one address, but the UDP log gets no socket: nothing leaves this process.
+        //  Every name resolves to one address, but the UDP log gets no socket, so that this process sends nothing.
         platform::hooks().getaddrinfo = [](const char*, addrinfo** list) {
             static sockaddr_in address = {AF_INET, 0, {htonl(0xC0000201)}, {}};
             static addrinfo entry = {0, AF_INET, SOCK_DGRAM, 0, sizeof address, nullptr, nullptr, nullptr};
@@ -56,7 +56,7 @@ protected:
         recording_rdb::reset();
     }
 
-    //  Starts with this ini file; records holds what was logged on the console as "inf text".
+    //  Starts with this ini file; records receives the console log as lines "inf text".
     bool startWith(const std::string& ini) {
         writeFile(iniPath, ini);
         return start();
@@ -71,7 +71,7 @@ protected:
             const std::size_t next = text.find("] [", at + 3);
             const std::size_t end = next == std::string::npos ? text.size() : text.rfind('[', next);
             std::string record = text.substr(at + 3, end - at - 3);
-            record.erase(3, 1);  // the bracket behind the level's name
+            record.erase(3, 1);  // the bracket after the name of the level
             while (!record.empty() && record.back() == '\n')
                 record.pop_back();
             records.push_back(record);
@@ -328,7 +328,7 @@ TEST_F(ServiceLog, TheSchemeOfLogurlSelectsIt) {
     }
 }
 
-//  These never come out of an ini file's value, which has neither blanks in front nor line ends.
+//  The ini reader never returns such values: it removes leading blanks and line ends.
 TEST_F(ServiceLog, LeadingBlanksAndLineEndsOfTheSchemeAreSkipped) {
     for (const std::string logurl : {" \tudp://192.0.2.1/x", "\r\nudp://192.0.2.1/x", "u\rd\np://192.0.2.1/x"}) {
         run.emplace();

@@ -12,7 +12,7 @@
 
 namespace {
 
-//  Ends a child that would run for ever because of a fault; no test comes near it.
+//  Ends a child that hangs because of a fault; tests end far earlier.
 constexpr unsigned hang_limit_seconds = 100;
 
 struct flock wholeFile() {
@@ -77,14 +77,14 @@ LockHolder::LockHolder(const std::string& path) : pid_(-1), keep_(-1) {
 void LockHolder::release() {
     if (pid_ == -1)
         return;
-    //  By a signal: children forked meanwhile keep the pipe open.
+    //  By a signal, because children that were forked since then keep the pipe open.
     kill(pid_, SIGKILL);
     waitpid(pid_, nullptr, 0);
     close(keep_);
     pid_ = -1;
 }
 
-//  Asked from a child: closing the file here would drop this process's own lock.
+//  A child queries the lock: closing the file in this process would release this process's own lock.
 pid_t holderOf(const std::string& path) {
     const Ended ended = inChild([&] {
         platform::reset();

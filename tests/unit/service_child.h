@@ -1,5 +1,5 @@
-//  Child processes for tests of the pid file and of runs that end the process: locks belong to processes, and a service
-//  never returns.
+//  Child processes for tests of the pid file and of runs that end the process: a lock belongs to a process, and a
+//  service never returns.
 #ifndef SERVICE_CHILD_H
 #define SERVICE_CHILD_H
 
@@ -9,14 +9,14 @@
 #include <sys/types.h>
 
 struct Ended {
-    int status = -1;  // exit status, or minus the signal
-    std::string out;  // what it printed
+    int status = -1;  // exit status, or the negative signal number
+    std::string out;  // output
 };
 
-//  Runs body in a child and waits for it. A body that returns ends the child with status 99.
+//  Runs body in a child and waits for it. If body returns, the child exits with status 99.
 Ended inChild(const std::function<void()>& body);
 
-//  Holds a write lock over a whole file in a process of its own.
+//  A process that holds a write lock on a whole file.
 class LockHolder {
 public:
     explicit LockHolder(const std::string& path);
@@ -24,15 +24,15 @@ public:
     LockHolder(const LockHolder&) = delete;
     LockHolder& operator=(const LockHolder&) = delete;
     pid_t pid() const { return pid_; }
-    //  Ends the holder and waits until it is gone.
+    //  Ends the process and waits until it has ended.
     void release();
 
 private:
     pid_t pid_;
-    int keep_;  // write end of the pipe that the holder waits on
+    int keep_;  // write end of the pipe on which the process waits
 };
 
-//  Returns the pid that holds the lock of the file, 0 when nobody does, -1 when the lock belongs to no process.
+//  Returns the pid of the lock's holder, 0 if the file is not locked, -1 if the lock belongs to no process.
 pid_t holderOf(const std::string& path);
 
 #endif

@@ -1,11 +1,11 @@
-//  Stands between the service and the system: every call of the list below passes through here.
+//  Intercepts the calls of the service to the system; the list is below.
 //
-//  The test programs are linked with --wrap for each of them. Without a hook the real call is made. Hooks of an earlier
-//  test are forgotten by reset(), which every fixture calls first and last.
+//  Test programs are linked with --wrap for each of them. A call without a hook goes to the real function. reset()
+//  removes all hooks; every fixture calls it first and last.
 //
-//  The pool's two entry points are among them, so that a test counts the service's requests and refuses them one by one.
+//  The list includes the two functions of the pool, so that a test can count the service's requests and make them fail.
 //
-//  Threads: hooks are set while no other thread runs.
+//  Threads: hooks may be set only while no other thread runs.
 #ifndef SERVICE_PLATFORM_H
 #define SERVICE_PLATFORM_H
 
@@ -40,19 +40,19 @@ struct Hooks {
     std::function<int(int, int, int)> socket;
     std::function<unsigned(unsigned)> sleep;
     std::function<int(pid_t, int)> kill;
-    std::function<bool(std::size_t)> pool_refuses;  // told the bytes of each request; true makes it fail
+    std::function<bool(std::size_t)> pool_refuses;  // called with the size of each request; true makes it fail
 };
 
-//  Never destroyed: exit handlers of the program come through here too.
+//  Never destroyed, because exit handlers of the program also call the hooks.
 Hooks& hooks();
 void reset();
 
-//  Files opened by fopen and not closed yet; blocks of the pool taken and not given back; requests to the pool.
+//  Number of files opened by fopen and not closed; of pool blocks in use; of requests to the pool.
 extern std::atomic<long> open_files;
 extern std::atomic<long> pool_blocks;
 extern std::atomic<long> pool_requests;
 
-//  The real calls, for hooks that only look.
+//  The real functions, for hooks that only observe.
 int real_fcntl(int fd, int command, void* argument);
 FILE* real_fopen(const char* path, const char* mode);
 

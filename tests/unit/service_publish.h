@@ -1,5 +1,5 @@
-//  A service object with a log, two connections, a clock and interfaces that a test sets as it likes. What the cycle
-//  does to the client library and to the log is one trace, in order.
+//  A service object with a log, two connections, a clock and interfaces that the test sets. Calls of the client library
+//  and log records are in one trace, in order.
 #ifndef SERVICE_PUBLISH_H
 #define SERVICE_PUBLISH_H
 
@@ -17,9 +17,9 @@ protected:
     PublishTest();
     ~PublishTest() override;
 
-    //  One pass at second now: what it did.
+    //  Runs one pass at second now. Returns its trace.
     Lines cycle(time_t now);
-    //  How many puts or requests that pass made.
+    //  Returns the number of puts or requests of that pass.
     std::size_t puts(time_t now);
     std::size_t requests(time_t now);
 

@@ -1,5 +1,5 @@
-//  What the tests of the service share: a log that remembers, a made-up interface list, a folder of its own for a test,
-//  and standard output as a text.
+//  Shared by the tests of the service: a log that stores its records, a simulated interface list, a temporary folder,
+//  and standard output as text.
 #ifndef SERVICE_SUPPORT_H
 #define SERVICE_SUPPORT_H
 
@@ -16,11 +16,11 @@
 
 using Lines = std::vector<std::string>;
 
-//  What happened, in order, one line each. Any thread may add.
+//  A list of events in order, one line each. Any thread may add lines.
 class Trace {
 public:
     void add(std::string line);
-    //  Returns the lines so far and forgets them.
+    //  Returns the lines since the last take.
     Lines take();
 
 private:
@@ -28,7 +28,7 @@ private:
     Lines lines_;
 };
 
-//  Adds each record to a trace as "level text". Lives on the test's stack: release only counts.
+//  Adds each record to a trace as "level text". It is on the stack of the test: release only counts.
 class RecordingLog final : public olk::ilog {
 public:
     explicit RecordingLog(Trace& trace) : trace_(trace) {}
@@ -48,7 +48,7 @@ private:
     Trace& trace_;
 };
 
-//  The interface list that getifaddrs gives out while this lives.
+//  Replaces the result of getifaddrs while it exists.
 class FakeInterfaces {
 public:
     using Address = std::array<std::uint8_t, 16>;
@@ -58,21 +58,22 @@ public:
     FakeInterfaces(const FakeInterfaces&) = delete;
     FakeInterfaces& operator=(const FakeInterfaces&) = delete;
 
-    //  One entry for each text: an IPv6 or IPv4 address, "packet" for another family, "" for an entry without one.
+    //  One entry for each text: an IPv6 or IPv4 address, "packet" for another family, "" for an entry without an
+    //  address.
     void set(const Lines& addresses);
     //  One IPv6 entry for each address.
     void set(const std::vector<Address>& addresses);
 
     bool fails = false;     // getifaddrs returns -1
     int asked = 0;          // calls of getifaddrs
-    int lists_out = 0;      // lists given out and not freed yet
-    int wrong_frees = 0;    // calls of freeifaddrs with something else than the list given out
+    int lists_out = 0;      // lists returned and not freed
+    int wrong_frees = 0;    // calls of freeifaddrs with another pointer
     bool flagless = false;  // entries are neither up nor running
 
 private:
     struct Entry {
         ifaddrs item;
-        sockaddr* address;  // on the heap with its family's own size, so that reading beyond it is found
+        sockaddr* address;  // on the heap, with the size of its family, so that reading beyond it is detected
     };
     void clear();
     void append(int family, const void* bytes);
@@ -81,7 +82,7 @@ private:
     std::vector<Entry> entries_;
 };
 
-//  The address in binary. The text must be one.
+//  Returns the address in binary. text must be an address.
 FakeInterfaces::Address ipv6(const std::string& text);
 
 class TempFolder {
@@ -103,14 +104,14 @@ void writeFile(const std::string& path, const std::string& text);
 //  Number of open descriptors of this process.
 std::size_t openDescriptors();
 
-//  Standard output goes to memory while this lives.
+//  Redirects standard output to memory while it exists.
 class StdoutCapture {
 public:
     StdoutCapture();
     ~StdoutCapture();
     StdoutCapture(const StdoutCapture&) = delete;
     StdoutCapture& operator=(const StdoutCapture&) = delete;
-    //  Everything printed so far.
+    //  Returns all output so far.
     std::string text() const;
 
 private:
@@ -118,7 +119,7 @@ private:
     int memory_;
 };
 
-//  A file in memory with a path of its own.
+//  A file in memory with a path.
 class MemoryFile {
 public:
     MemoryFile();
@@ -133,8 +134,8 @@ private:
     std::string path_;
 };
 
-//  The rows of a table in tests/data: the fields between tabs, with \n \r \t \\ \xHH replaced; lines that begin with //
-//  and empty lines are left out.
+//  Returns the rows of a table in tests/data: the fields between tabs, with \n \r \t \\ \xHH replaced. Lines that start
+//  with // and empty lines are skipped.
 std::vector<Lines> readTable(const std::string& name);
 
 #endif

@@ -1,4 +1,4 @@
-//  A size class of four blocks of 16 bytes to a heap, and ways to look at its heaps.
+//  A size class with heaps of four blocks of 16 bytes, and functions to examine its heaps.
 #ifndef SIZE_CLASS_FIXTURE_H
 #define SIZE_CLASS_FIXTURE_H
 
@@ -45,8 +45,8 @@ protected:
     std::vector<olk::blk_heap*> heaps() const { return heaps_of(cls); }
 };
 
-//  Some full heaps. heap[i] is the one made as the ith and at[i] its blocks; the list runs heap[0], then from the
-//  youngest to heap[1].
+//  Several full heaps. heap[i] is the heap created as the ith and at[i] its blocks; the list has heap[0] first, then
+//  the others from the newest to heap[1].
 template <size_t COUNT>
 class FullHeaps : public FourBlockClass {
 protected:

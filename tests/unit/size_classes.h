@@ -1,4 +1,4 @@
-//  The table of size classes that the allocator must have, read from tests/data.
+//  The required table of size classes, read from tests/data.
 #ifndef SIZE_CLASSES_H
 #define SIZE_CLASSES_H
 

@@ -1,11 +1,11 @@
-//  Shows that a connect event clears the mark before it sets the connected flag, in the machine code that is linked here.
+//  Shows that a connect event clears the mark before it sets the connected flag, in the machine code of this build.
 //
-//      | page that cannot be written       | page that can be written |
+//      | read-only page                    | writable page            |
 //      |  ... connected flag ...           | mark ...                 |
-//        service object, placed across the border
+//        service object, placed across the boundary
 //
-//  The store of the flag faults. The fault handler notes the mark at that moment, lifts the protection, and the store is
-//  made again. Prints one line for each callback. Returns 0 when the marks were cleared first.
+//  The store to the flag faults. The fault handler records the mark at that moment and makes the page writable, and the
+//  store is repeated. Prints one line for each callback. Returns 0 if the marks were cleared first.
 #include "exitsignal.h"
 #include "runcls.h"
 
@@ -17,7 +17,7 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
-//  The end of the process plays no part here, so the callbacks need not be counted for it.
+//  This test does not end a process, so callbacks need not be counted.
 CallbackStep::CallbackStep() noexcept : counted(false) {}
 CallbackStep::~CallbackStep() {}
 
@@ -36,7 +36,7 @@ public:
     void release() override {}
 };
 
-//  A callback and the two members that it stores.
+//  A callback and the two members that it writes.
 struct Row {
     const char* name;
     void (*callback)(std::int32_t, std::int64_t, void*);
@@ -66,7 +66,7 @@ void onFault(int, siginfo_t* info, void*) {
     mprotect(pages, page_size, PROT_READ | PROT_WRITE);
 }
 
-//  Makes a service object whose mark is the first byte of the second page.
+//  Creates a service object whose mark is the first byte of the second page.
 CRunCls& placeAcrossBorder(const Row& row) {
     alignas(CRunCls) static char sample[sizeof(CRunCls)];
     auto* first = ::new (sample) CRunCls;

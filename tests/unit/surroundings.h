@@ -1,4 +1,4 @@
-//  What the test runs under, for the few tests that cannot mean anything there.
+//  Detects the environment of the test, for the few tests that are not meaningful in every environment.
 #ifndef SURROUNDINGS_H
 #define SURROUNDINGS_H
 
@@ -22,7 +22,7 @@ constexpr bool under_sanitizer() {
 #endif
 }
 
-//  Valgrind loads its own library in front of all others.
+//  Valgrind loads its own library before all others.
 inline bool under_valgrind() {
     const char* preloaded = std::getenv("LD_PRELOAD");
     return preloaded != nullptr && std::strstr(preloaded, "vgpreload") != nullptr;

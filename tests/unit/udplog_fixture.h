@@ -1,4 +1,4 @@
-//  A UDP log over sockets that remember, with a resolver that knows the example names.
+//  A UDP log with sockets that record their calls, and with a resolver that knows the example names.
 #ifndef UDPLOG_FIXTURE_H
 #define UDPLOG_FIXTURE_H
 
@@ -21,7 +21,7 @@ class UdpLog : public testing::Test {
 protected:
     UdpLog() { add_example_names(resolver); }
 
-    //  Where records go, such as "192.0.2.10 5140" or "2001:db8::5 5140"; "nowhere" without a destination.
+    //  Returns the destination of records, such as "192.0.2.10 5140" or "2001:db8::5 5140"; "nowhere" if there is none.
     std::string destination() const { return destination_of(log.addr, log.addrlen); }
     static std::string destination_of(const void* bytes, std::size_t length) {
         char text[INET6_ADDRSTRLEN] = "";
@@ -40,7 +40,7 @@ protected:
         return length == 0 ? "nowhere" : "neither family's address";
     }
 
-    //  The level that a fresh log has after it was opened with this query.
+    //  Returns the level of a new log after opening a url with this query.
     static int level_after(const std::string& query) {
         olk::udplog fresh;
         EXPECT_EQ(fresh.open(("udp://192.0.2.10:5140/netsvc?" + query).c_str()), 0);
