@@ -63,10 +63,9 @@ std::vector<std::string> namesOf(const Subject& subject, const Server& server, b
 void checkPassword(const Subject& subject, const Server& server, CReport& report) {
     const std::string& password = subject.text(server.password);
     const bool in_file = password.starts_with("file:/");
-    std::string secret;
     std::string reason;
     if (in_file)
-        reason = rdbopen::readSecret(subject.given(server.password), secret);
+        reason = rdbopen::readSecret(subject.given(server.password)).status().reason;
     else if (password.starts_with("file:"))
         reason = "no absolute path follows file:, so the text itself is the password";
     if (!reason.empty())
@@ -83,7 +82,7 @@ void checkFolder(const Subject& subject, const Server& server, CReport& report) 
     std::string reason;
     if (!rdbopen::parseUrl(subject.given(server.url), url, reason) || (url.scheme != "hosts" && url.scheme != "sqlite"))
         return;
-    rdbopen::resolveFile(url.path, place);
+    static_cast<void>(rdbopen::resolveFile(url.path, place));  // place.shared is known after a failure, too
     if (!place.shared.empty())
         report.warn(subject.line[server.url],
                     std::string(settings[server.url].name) + ": other users can create files in " +

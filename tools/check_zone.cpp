@@ -55,8 +55,8 @@ void checkZone(const Subject& subject, CReport& report) {
     if (subject.run.dnsuser.empty() || subject.run.dnspswd.empty() || !readZone(subject, zone))
         return;
     checkName(subject, zone, report);
-    std::string secret;
-    if (rdbopen::readSecret(subject.given(dnspswd), secret).empty() && !rdbopen::isTsigSecret(secret))
+    const rdbopen::Result<std::string> secret = rdbopen::readSecret(subject.given(dnspswd));
+    if (secret.ok() && !rdbopen::isTsigSecret(*secret))
         report.warn(subject.line[dnspswd], "dnspswd is not the secret of a key in base64, so no update is sent");
 }
 

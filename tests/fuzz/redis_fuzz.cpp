@@ -59,11 +59,11 @@ void ask(Backend& backend, int request) {
     record.value[0] = 'v';
     record.valuelen = 1;
     sent.clear();
-    const Outcome outcome = request == 0   ? backend.tagGet(tag)
-                            : request == 1 ? backend.tagImport(tag)
-                            : request == 2 ? backend.put({&record, 1})
-                            : request == 3 ? backend.checkValue(record)
-                                           : backend.probe();
+    const Status outcome = request == 0   ? backend.tagGet(tag)
+                           : request == 1 ? backend.tagImport(tag)
+                           : request == 2 ? backend.put({&record, 1})
+                           : request == 3 ? backend.checkValue(record)
+                                          : backend.probe();
     const bool reasoned = outcome.code == errorBackendFailed || outcome.code == errorServerRefused;
     require(reasoned == !outcome.reason.empty(), "a failure has a reason, and nothing else has");
     require(reasoned || outcome.code == errorNone || outcome.code == errorNoSuchTag ||

@@ -128,7 +128,7 @@ TEST(DnsBackend, OpensWithASignedQuestionForTheZone) {
 TEST(DnsBackend, OpenFailsWithTheServersWords) {
     for (const unsigned code : {2U, rcodeRefused, rcodeNotAuth}) {
         DnsServer server([code](const SeenRequest& seen) { return answered(seen, code); });
-        const Outcome outcome = backendOf(server.url())->open(plainWaiter);
+        const Status outcome = backendOf(server.url())->open(plainWaiter);
         EXPECT_EQ(outcome.code, errorBackendFailed);
         EXPECT_EQ(outcome.reason, rcodeWords(code));
     }
@@ -190,7 +190,7 @@ TEST(DnsBackend, AnAliasThatIsGoneWhenItIsLookedForIsReportedInTheServersWords) 
     const auto backend = backendOf(server.url());
     ASSERT_EQ(backend->open(plainWaiter).reason, "");
     std::string reply;
-    const Outcome outcome = backend->message(request, reply);
+    const Status outcome = backend->message(request, reply);
     EXPECT_EQ(outcome.code, errorServerRefused);
     EXPECT_EQ(outcome.reason, "YXRRSET: a record set exists that must not");
     EXPECT_EQ(updates, 3);
@@ -204,7 +204,7 @@ protected:
         ASSERT_EQ(backend->open(plainWaiter).reason, "");
         server.requests().take();
     }
-    Outcome send(const std::string& text) { return backend->message(text, reply); }
+    Status send(const std::string& text) { return backend->message(text, reply); }
 
     Zone zone;
     DnsServer server{zone.script()};
@@ -229,7 +229,7 @@ TEST_F(OpenDnsBackend, ARefusalIsReportedInWordsAndAskedAgain) {
     start();
     for (unsigned code = 1; code < 12; ++code) {
         zone.updateCode = code;
-        const Outcome outcome = send(request);
+        const Status outcome = send(request);
         EXPECT_EQ(outcome.code, errorServerRefused);
         EXPECT_NE(reply.find("\"code\":1017,\"message\":\"" + outcome.reason + "\""), std::string::npos) << reply;
     }
@@ -241,7 +241,7 @@ TEST_F(OpenDnsBackend, AnUpdateThatMeetsAnAliasIsRefusedWithTheNameWithTheAlias)
     for (const std::string alias : {"host1.example.org", "_8443._https.host1.example.org"}) {
         zone.alias = alias;
         start();
-        const Outcome outcome = send(request);
+        const Status outcome = send(request);
         EXPECT_EQ(outcome.code, errorServerRefused);
         EXPECT_EQ(outcome.reason, "a CNAME stands at " + alias + " and keeps its other records away");
         EXPECT_EQ(reply, R"({"seqno":7,"code":1017,"message":")" + outcome.reason + "\"}");
@@ -252,7 +252,7 @@ TEST_F(OpenDnsBackend, AnUpdateThatMeetsAnAliasIsRefusedWithTheNameWithTheAlias)
 
 TEST_F(OpenDnsBackend, ANameOutsideTheZoneIsNeverSent) {
     start();
-    const Outcome outcome = send(R"({"request":"ws_dnsupdate","seqno":1,"item":{"name":"host1.example.com"}})");
+    const Status outcome = send(R"({"request":"ws_dnsupdate","seqno":1,"item":{"name":"host1.example.com"}})");
     EXPECT_EQ(outcome.code, errorBadRequest);
     EXPECT_EQ(reply,
               R"({"seqno":1,"code":1013,"message":"the zone example.org does not hold the name host1.example.com"})");
@@ -325,7 +325,7 @@ TEST_F(OpenDnsBackend, ACheckReportsThatAnAliasIsAtTheName) {
     zone.records = {{"host1.example.org", typeCname, fromHex("00")}};
     zone.alias = "host1.example.org";
     start();
-    const Outcome outcome = backend->checkMessage(request);
+    const Status outcome = backend->checkMessage(request);
     EXPECT_EQ(outcome.code, errorServerRefused);
     EXPECT_EQ(outcome.reason, "a CNAME stands at host1.example.org and keeps its other records away");
 }
@@ -378,7 +378,7 @@ TEST_F(OpenDnsBackend, ACheckHasTenSecondsForAllItsQuestions) {
     EXPECT_EQ(server.requests().count(), 42U);
     drivenClock = 1000;
     zone.seconds = 4;
-    const Outcome outcome = backend->checkMessage(text);
+    const Status outcome = backend->checkMessage(text);
     drivenClock = 0;
     EXPECT_EQ(outcome.code, errorBackendFailed);
     EXPECT_EQ(outcome.reason, "the server does not answer in time");

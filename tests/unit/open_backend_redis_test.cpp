@@ -35,12 +35,12 @@ protected:
         ASSERT_EQ(makeBackend(server.url(rest), credentials, backend, reason), 0) << reason;
     }
     void SetUp() override { use(""); }
-    Outcome open() { return backend->open(plainWaiter); }
+    Status open() { return backend->open(plainWaiter); }
     void opened() {
-        const Outcome outcome = open();
+        const Status outcome = open();
         ASSERT_EQ(outcome.code, 0) << outcome.reason;
     }
-    Outcome put(const std::string& value = "v", const std::string& name = "host1") {
+    Status put(const std::string& value = "v", const std::string& name = "host1") {
         const RdbSnapshot record = recordOf(name, value);
         return backend->put({&record, 1});
     }
@@ -132,7 +132,7 @@ TEST_F(RedisBackend, NoReasonHoldsAPasswordThatTheServerRepeats) {
     for (const char* answer : {"-ERR unknown command 'AUTH', with args beginning with: 'u' 'secret'\r\n", "-secret\r\n",
                                "-WRONGPASS secret\r\n", "+secret\r\n", "$6\r\nsecret\r\n", "secret\r\n"}) {
         server.answer("AUTH", answer);
-        const Outcome outcome = open();
+        const Status outcome = open();
         EXPECT_EQ(outcome.code, errorBackendFailed) << answer;
         EXPECT_EQ(outcome.reason.find("secret"), std::string::npos) << outcome.reason;
         backend->close();
@@ -157,7 +157,7 @@ TEST_F(RedisBackend, ReportsWhyItCannotBeOpened) {
     use("/99");
     for (const auto& row : rows) {
         server.answer(row.word, row.answer);
-        const Outcome outcome = open();
+        const Status outcome = open();
         EXPECT_EQ(outcome.code, errorBackendFailed) << row.answer;
         EXPECT_EQ(outcome.reason, row.reason);
         backend->close();
@@ -281,7 +281,7 @@ TEST_F(RedisBackend, ATransactionThatIsAlwaysDisturbedIsRefused) {
     opened();
     for (int i = 0; i < 5; ++i)
         server.answer("EXEC", "*-1\r\n");
-    const Outcome outcome = backend->tagImport(usableTag("host1"));
+    const Status outcome = backend->tagImport(usableTag("host1"));
     EXPECT_EQ(outcome.code, errorServerRefused);
     EXPECT_EQ(outcome.reason, "other clients keep changing the same keys");
     EXPECT_EQ(backend->probe().code, 0);
@@ -347,7 +347,7 @@ TEST_F(RedisBackend, AProbeNoticesAClosedConnection) {
     server.hangUp();
     pollfd waited{backend->watchedDescriptor(), POLLIN, 0};
     ASSERT_EQ(poll(&waited, 1, 60000), 1);
-    const Outcome outcome = backend->probe();
+    const Status outcome = backend->probe();
     EXPECT_EQ(outcome.code, errorBackendFailed);
     EXPECT_EQ(outcome.reason, "the server closed the connection");
 }
@@ -357,7 +357,7 @@ TEST_F(RedisBackend, AProbeNoticesWhatTheServerSaysUnasked) {
     server.say("+PONG\r\n");
     pollfd waited{backend->watchedDescriptor(), POLLIN, 0};
     ASSERT_EQ(poll(&waited, 1, 60000), 1);
-    const Outcome outcome = backend->probe();
+    const Status outcome = backend->probe();
     EXPECT_EQ(outcome.code, errorBackendFailed);
     EXPECT_EQ(outcome.reason, "the server sent what it was not asked for");
 }

@@ -149,7 +149,7 @@ TEST_F(SqliteBackend, ADatabaseOfAnotherProgramIsRefusedAndLeftUntouched) {
     for (const char* mode : {"PRAGMA journal_mode = DELETE", "PRAGMA journal_mode = WAL"}) {
         makeForeign((std::string(mode) + "; CREATE TABLE mine" + std::string(1, mode[22]) + "(x)").c_str());
         const std::string before = readText(file);
-        const Outcome outcome = backend->open(plainWaiter);
+        const Status outcome = backend->open(plainWaiter);
         backend->close();
         EXPECT_EQ(outcome.code, errorBackendFailed);
         EXPECT_EQ(outcome.reason, "the file is a database of another program");
@@ -200,7 +200,7 @@ TEST_F(SqliteBackend, AFileThatWasRemovedFailsTheNextRequest) {
 
 TEST_F(SqliteBackend, AFileThatWasReplacedFailsTheNextRequest) {
     openWithTag("a");
-    backendFor("sqlite://" + folder.file("other.db"))->open(plainWaiter);
+    ASSERT_TRUE(backendFor("sqlite://" + folder.file("other.db"))->open(plainWaiter).ok());
     std::filesystem::rename(folder.file("other.db"), file);
     RdbTag tag = tagNamed("a");
     EXPECT_EQ(backend->tagGet(tag).code, errorBackendFailed);

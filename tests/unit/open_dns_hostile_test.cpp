@@ -81,7 +81,7 @@ Reaction honest(const SeenRequest& seen) {
 }
 
 //  Opens with an honest server that reacts to what follows as hostile says. Returns the end of a message and a check.
-std::pair<Outcome, Outcome> against(const DnsServer::Script& hostile) {
+std::pair<Status, Status> against(const DnsServer::Script& hostile) {
     DnsServer server([&hostile](const SeenRequest& seen) {
         return seen.type == 6 && seen.opcode == 0 ? honest(seen) : hostile(seen);
     });
@@ -91,7 +91,7 @@ std::pair<Outcome, Outcome> against(const DnsServer::Script& hostile) {
     makeBackend(server.url(), {"key1", testSecret}, backend, reason);
     EXPECT_EQ(backend->open(waiter).reason, "");
     std::string reply;
-    const Outcome sent = backend->message(request, reply);
+    const Status sent = backend->message(request, reply);
     EXPECT_EQ(reply.find("\"code\":0"), std::string::npos);
     return {sent, backend->checkMessage(request)};
 }

@@ -102,8 +102,8 @@ TEST(TsigAnswer, NotAuthAndRefusedMeanTheWrongServer) {
     const SignedRequest request = requestWith();
     for (unsigned rcode = 0; rcode < 16; ++rcode) {
         const bool wrong = rcode == rcodeNotAuth || rcode == rcodeRefused;
-        EXPECT_EQ(readSigned(request, signingFor(request), rcode).elsewhere, wrong) << rcode;
-        EXPECT_EQ(read(answerFor(request, rcode), request).elsewhere, wrong) << rcode;
+        EXPECT_EQ(readSigned(request, signingFor(request), rcode).failover, wrong) << rcode;
+        EXPECT_EQ(read(answerFor(request, rcode), request).failover, wrong) << rcode;
     }
 }
 

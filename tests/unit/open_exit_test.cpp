@@ -55,8 +55,8 @@ TEST_P(ExitInHandler, EndsTheProcessWithItsStatusWhileWorkersRun) {
     const auto busyService = [] {
         const auto script = std::make_shared<Script>();
         for (int i = 0; i < 1000; ++i) {
-            script->opens.push_back(i % 2 == 0 ? rdbopen::Outcome{} : rdbopen::backendFailed("down"));
-            script->requests.push_back(i % 3 == 0 ? rdbopen::backendFailed("broken") : rdbopen::Outcome{});
+            script->opens.push_back(i % 2 == 0 ? rdbopen::Status{} : rdbopen::backendFailed("down"));
+            script->requests.push_back(i % 3 == 0 ? rdbopen::backendFailed("broken") : rdbopen::Status{});
         }
         const int handle = rdb_create();
         connectFake(handle, script);

@@ -17,20 +17,20 @@ namespace opentest {
 //  Lives longer than the back end, which belongs to the worker.
 struct Script {
     std::mutex mutex;
-    std::deque<rdbopen::Outcome> opens;     // outcomes of the next opens, then success
-    std::deque<rdbopen::Outcome> requests;  // outcomes of the next requests, then success
-    std::atomic<bool> hold{false};          // a request waits while it is set
-    std::atomic<int> silent{-1};            // a descriptor that a request waits for through the waiter, for an hour
+    std::deque<rdbopen::Status> opens;     // outcomes of the next opens, then success
+    std::deque<rdbopen::Status> requests;  // outcomes of the next requests, then success
+    std::atomic<bool> hold{false};         // a request waits while it is set
+    std::atomic<int> silent{-1};           // a descriptor that a request waits for through the waiter, for an hour
     std::atomic<int> opened{0};
     std::atomic<int> closed{0};
     std::atomic<int> served{0};
     std::atomic<bool> messages{true};
-    std::atomic<int> watched{-1};         // descriptor
-    std::atomic<bool> takesByte{false};   // a probe takes a byte of it, if there is one
-    std::atomic<int> checkSeconds{0};     // interval
-    std::deque<rdbopen::Outcome> probes;  // outcomes of the next probes, then success
-    std::deque<rdbopen::Outcome> checks;  // outcomes of the next checks, then success
-    std::atomic<int> checkWaits{-1};      // a descriptor of which a check takes a byte, waiting an hour for it
+    std::atomic<int> watched{-1};        // descriptor
+    std::atomic<bool> takesByte{false};  // a probe takes a byte of it, if there is one
+    std::atomic<int> checkSeconds{0};    // interval
+    std::deque<rdbopen::Status> probes;  // outcomes of the next probes, then success
+    std::deque<rdbopen::Status> checks;  // outcomes of the next checks, then success
+    std::atomic<int> checkWaits{-1};     // a descriptor of which a check takes a byte, waiting an hour for it
     std::atomic<int> checksBegun{0};
     std::atomic<bool> givesWay{true};  // a check does
     std::vector<std::string> made;     // what was asked for, in words
@@ -45,11 +45,11 @@ struct Script {
         return std::exchange(made, {});
     }
 
-    rdbopen::Outcome next(std::deque<rdbopen::Outcome>& outcomes) {
+    rdbopen::Status next(std::deque<rdbopen::Status>& outcomes) {
         const std::lock_guard lock(mutex);
         if (outcomes.empty())
             return {};
-        rdbopen::Outcome outcome = outcomes.front();
+        rdbopen::Status outcome = outcomes.front();
         outcomes.pop_front();
         return outcome;
     }
@@ -61,21 +61,21 @@ public:
 
     std::string label() const override { return "fake"; }
     bool serves(Service service) const noexcept override { return service == Service::tags || script_->messages; }
-    rdbopen::Outcome open(const rdbopen::Waiter& waiter) override {
+    rdbopen::Status open(const rdbopen::Waiter& waiter) override {
         waiter_ = &waiter;
         ++script_->opened;
         return script_->next(script_->opens);
     }
     void close() noexcept override { ++script_->closed; }
-    rdbopen::Outcome tagGet(RdbTag& tag) override {
+    rdbopen::Status tagGet(RdbTag& tag) override {
         tag.tagclass = RDB_TAG_CLASS_USABLE;
         return request("get " + std::string(tag.name));
     }
-    rdbopen::Outcome tagImport(const RdbTag& tag) override { return request("import " + std::string(tag.name)); }
-    rdbopen::Outcome put(std::span<const RdbSnapshot> records) override {
+    rdbopen::Status tagImport(const RdbTag& tag) override { return request("import " + std::string(tag.name)); }
+    rdbopen::Status put(std::span<const RdbSnapshot> records) override {
         return request("put " + std::string(records[0].name) + "=" + records[0].value);
     }
-    rdbopen::Outcome message(std::string_view text, std::string& reply) override {
+    rdbopen::Status message(std::string_view text, std::string& reply) override {
         reply = "done " + std::string(text);
         return request("send " + std::string(text));
     }
@@ -83,21 +83,21 @@ public:
     std::chrono::milliseconds checkInterval() const noexcept override {
         return std::chrono::seconds(script_->checkSeconds);
     }
-    rdbopen::Outcome probe() override {
+    rdbopen::Status probe() override {
         ++script_->probed;
         if (script_->takesByte)
             takeByte(script_->watched);
         return script_->next(script_->probes);
     }
     bool checksGiveWay() const noexcept override { return script_->givesWay; }
-    rdbopen::Outcome checkValue(const RdbSnapshot&) override { return check(); }
-    rdbopen::Outcome checkMessage(std::string_view) override { return check(); }
+    rdbopen::Status checkValue(const RdbSnapshot&) override { return check(); }
+    rdbopen::Status checkMessage(std::string_view) override { return check(); }
     std::string refusal(std::string_view text, int code) override {
         return "refused " + std::string(text) + " " + std::to_string(code);
     }
 
 private:
-    rdbopen::Outcome request(const std::string& text) {
+    rdbopen::Status request(const std::string& text) {
         script_->note(text);
         ++script_->served;
         eventually([this] { return !script_->hold; });
@@ -116,7 +116,7 @@ private:
     }
 
     //  A wait that does not end as ready is a failure.
-    rdbopen::Outcome check() {
+    rdbopen::Status check() {
         const int descriptor = script_->checkWaits;
         ++script_->checksBegun;
         const auto until = rdbopen::monotonicNow() + std::chrono::hours(1);

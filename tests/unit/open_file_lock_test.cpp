@@ -59,53 +59,53 @@ using FileLock_ = FileLockTest;
 TEST_F(FileLock_, IsTakenAndReleased) {
     for (int i = 0; i < 2; ++i) {
         FileLock lock;
-        EXPECT_EQ(lock.acquire(path, milliseconds(0)), 0);
+        EXPECT_EQ(lock.acquire(path, milliseconds(0)).code, rdbopen::errorNone);
     }
 }
 
 TEST_F(FileLock_, ASecondOneGivesUpAtItsLimit) {
     FileLock first;
-    ASSERT_EQ(first.acquire(path, milliseconds(2000)), 0);
+    ASSERT_EQ(first.acquire(path, milliseconds(2000)).code, rdbopen::errorNone);
     FileLock second;
-    EXPECT_EQ(second.acquire(path, milliseconds(2000)), EWOULDBLOCK);
+    EXPECT_EQ(second.acquire(path, milliseconds(2000)).reason, errorText(EWOULDBLOCK));
     EXPECT_EQ(virtualNow, 7000);
 }
 
 TEST_F(FileLock_, ASecondOneIsTakenWhenTheFirstIsReleased) {
     auto first = std::make_unique<FileLock>();
-    ASSERT_EQ(first->acquire(path, milliseconds(2000)), 0);
+    ASSERT_EQ(first->acquire(path, milliseconds(2000)).code, rdbopen::errorNone);
     onSleep = [&] {
         if (virtualNow >= 5500)
             first.reset();
     };
     FileLock second;
-    EXPECT_EQ(second.acquire(path, milliseconds(2000)), 0);
+    EXPECT_EQ(second.acquire(path, milliseconds(2000)).code, rdbopen::errorNone);
     EXPECT_EQ(virtualNow, 5500);
 }
 
 TEST_F(FileLock_, ALockOnARemovedFileIsTakenAgainOnTheNextFile) {
     auto first = std::make_unique<FileLock>();
-    ASSERT_EQ(first->acquire(path, milliseconds(2000)), 0);
+    ASSERT_EQ(first->acquire(path, milliseconds(2000)).code, rdbopen::errorNone);
     onSleep = [&] {
         unlink(path.c_str());
         first.reset();
     };
     FileLock second;
-    EXPECT_EQ(second.acquire(path, milliseconds(2000)), 0);
+    EXPECT_EQ(second.acquire(path, milliseconds(2000)).code, rdbopen::errorNone);
     FileLock third;
     onSleep = nullptr;
-    EXPECT_EQ(third.acquire(path, milliseconds(100)), EWOULDBLOCK);
+    EXPECT_EQ(third.acquire(path, milliseconds(100)).reason, errorText(EWOULDBLOCK));
 }
 
 TEST_F(FileLock_, AMissingFolderIsItsError) {
     FileLock lock;
-    EXPECT_EQ(lock.acquire(folder.file("no/lock"), milliseconds(2000)), ENOENT);
+    EXPECT_EQ(lock.acquire(folder.file("no/lock"), milliseconds(2000)).reason, errorText(ENOENT));
 }
 
 TEST_F(FileLock_, ASymbolicLinkIsNotFollowed) {
     ASSERT_EQ(symlink("/etc/passwd", path.c_str()), 0);
     FileLock lock;
-    EXPECT_EQ(lock.acquire(path, milliseconds(2000)), ELOOP);
+    EXPECT_EQ(lock.acquire(path, milliseconds(2000)).reason, errorText(ELOOP));
 }
 
 }  // namespace

@@ -19,7 +19,7 @@ constexpr uid_t neighbour = 2345;
 class FilePath : public testing::Test {
 protected:
     FilePath() { std::filesystem::create_directories(folder.file("a/b")); }
-    std::string resolve(const std::string& path) { return resolveFile(path, place); }
+    std::string resolve(const std::string& path) { return resolveFile(path, place).reason; }
     void link(const std::string& target, const std::string& name) {
         ASSERT_EQ(symlink(target.c_str(), folder.file(name).c_str()), 0);
     }

@@ -79,18 +79,17 @@ using namespace rdbopen;
 
 class FileReplace : public testing::Test {
 protected:
-    FileReplace() { EXPECT_EQ(resolveFile(file, place), ""); }
+    FileReplace() { EXPECT_EQ(resolveFile(file, place).reason, ""); }
     ~FileReplace() override {
         failure = Failure();
         shortWrite = 0;
         beforeFsync = nullptr;
     }
-    int replace(const std::string& bytes) {
-        FileText before;
-        const int unread = readFile(place, before);
+    Status replace(const std::string& bytes) {
+        const Result<FileText> before = readFile(place);
         trace.clear();
-        const int error = unread != 0 ? unread : replaceFile(place, before, bytes);
-        return error != 0 ? error : flushDirectory(place);
+        Status status = before.ok() ? replaceFile(place, *before, bytes) : before.status();
+        return status.ok() ? flushDirectory(place) : status;
     }
     mode_t modeOf(const std::string& path) {
         struct stat status {};
@@ -105,20 +104,20 @@ protected:
 
 TEST_F(FileReplace, TheFileIsFlushedBeforeTheRenameAndTheFolderAfterIt) {
     writeText(file, "old");
-    ASSERT_EQ(replace("new"), 0);
+    ASSERT_EQ(replace("new").code, errorNone);
     EXPECT_EQ(readText(file), "new");
     EXPECT_EQ(trace, (std::vector<std::string>{"open", "fchmod", "write", "fsync", "rename", "open", "fsync"}));
 }
 
 TEST_F(FileReplace, AWriteThatTakesLessIsContinued) {
     shortWrite = 3;
-    ASSERT_EQ(replace("0123456789"), 0);
+    ASSERT_EQ(replace("0123456789").code, errorNone);
     EXPECT_EQ(readText(file), "0123456789");
 }
 
 TEST_F(FileReplace, ANewFileIsReadableByAllWhateverTheUmask) {
     const mode_t before = umask(077);
-    ASSERT_EQ(replace("x"), 0);
+    ASSERT_EQ(replace("x").code, errorNone);
     umask(before);
     EXPECT_EQ(modeOf(file), 0644U);
 }
@@ -126,7 +125,7 @@ TEST_F(FileReplace, ANewFileIsReadableByAllWhateverTheUmask) {
 TEST_F(FileReplace, TheModeIsKept) {
     writeText(file, "old");
     ASSERT_EQ(chmod(file.c_str(), 0640), 0);
-    ASSERT_EQ(replace("new"), 0);
+    ASSERT_EQ(replace("new").code, errorNone);
     EXPECT_EQ(modeOf(file), 0640U);
 }
 
@@ -135,7 +134,7 @@ TEST_F(FileReplace, TheOwnerIsKept) {
     if (chown(file.c_str(), 1234, 2345) != 0)
         GTEST_SKIP() << "needs root";
     ASSERT_EQ(chmod(file.c_str(), 06755), 0);
-    ASSERT_EQ(replace("new"), 0);
+    ASSERT_EQ(replace("new").code, errorNone);
     struct stat status {};
     ASSERT_EQ(stat(file.c_str(), &status), 0);
     EXPECT_EQ(status.st_uid, 1234U);
@@ -147,8 +146,8 @@ TEST_F(FileReplace, ASymbolicLinkStaysAndItsTargetIsReplaced) {
     std::filesystem::create_directory(folder.file("real"));
     writeText(folder.file("real/target"), "old");
     ASSERT_EQ(symlink("real/target", file.c_str()), 0);
-    ASSERT_EQ(resolveFile(file, place), "");
-    ASSERT_EQ(replace("new"), 0);
+    ASSERT_EQ(resolveFile(file, place).reason, "");
+    ASSERT_EQ(replace("new").code, errorNone);
     EXPECT_TRUE(std::filesystem::is_symlink(file));
     EXPECT_EQ(readText(folder.file("real/target")), "new");
     EXPECT_EQ(place.lock(), folder.file("real/.target.addrpubd.lock"));
@@ -156,8 +155,8 @@ TEST_F(FileReplace, ASymbolicLinkStaysAndItsTargetIsReplaced) {
 
 TEST_F(FileReplace, TheTargetOfADanglingLinkIsMade) {
     ASSERT_EQ(symlink("target", file.c_str()), 0);
-    ASSERT_EQ(resolveFile(file, place), "");
-    ASSERT_EQ(replace("new"), 0);
+    ASSERT_EQ(resolveFile(file, place).reason, "");
+    ASSERT_EQ(replace("new").code, errorNone);
     EXPECT_TRUE(std::filesystem::is_symlink(file));
     EXPECT_EQ(readText(folder.file("target")), "new");
 }
@@ -165,57 +164,57 @@ TEST_F(FileReplace, TheTargetOfADanglingLinkIsMade) {
 TEST_F(FileReplace, AnEditDuringTheReplacementIsNotOverwritten) {
     writeText(file, "old");
     beforeFsync = [this] { writeText(file, "edited meanwhile"); };
-    EXPECT_EQ(replace("new"), EAGAIN);
+    EXPECT_EQ(replace("new").code, errorFileChanged);
     EXPECT_EQ(readText(file), "edited meanwhile");
 }
 
 TEST_F(FileReplace, AFileMadeDuringTheReplacementIsNotOverwritten) {
     beforeFsync = [this] { writeText(file, "made meanwhile"); };
-    EXPECT_EQ(replace("new"), EAGAIN);
+    EXPECT_EQ(replace("new").code, errorFileChanged);
     EXPECT_EQ(readText(file), "made meanwhile");
 }
 
 TEST_F(FileReplace, AFileLeftByACrashIsReplaced) {
     writeText(place.temporary(), "left behind");
-    ASSERT_EQ(replace("new"), 0);
+    ASSERT_EQ(replace("new").code, errorNone);
     EXPECT_FALSE(std::filesystem::exists(place.temporary()));
 }
 
 TEST_F(FileReplace, ALinkInPlaceOfTheTemporaryFileIsNotFollowed) {
     writeText(folder.file("victim"), "kept");
     ASSERT_EQ(symlink("victim", place.temporary().c_str()), 0);
-    ASSERT_EQ(replace("new"), 0);
+    ASSERT_EQ(replace("new").code, errorNone);
     EXPECT_EQ(readText(folder.file("victim")), "kept");
 }
 
 TEST_F(FileReplace, FilesAbove16MiBAreRefused) {
     writeText(file, "");
     ASSERT_EQ(truncate(file.c_str(), (16 << 20) + 1), 0);
-    FileText text;
-    EXPECT_EQ(readFile(place, text), EFBIG);
+    const Status status = readFile(place).status();
+    EXPECT_EQ(status.code, errorTooLarge);
+    EXPECT_EQ(status.reason, errorText(EFBIG));
 }
 
 TEST_F(FileReplace, ATextAbove16MiBIsRefusedBeforeItIsWritten) {
     writeText(file, "old");
-    EXPECT_EQ(replace(std::string((16 << 20) + 1, 'x')), EFBIG);
+    EXPECT_EQ(replace(std::string((16 << 20) + 1, 'x')).code, errorTooLarge);
     EXPECT_EQ(trace, std::vector<std::string>());
     EXPECT_EQ(readText(file), "old");
 }
 
 TEST_F(FileReplace, ATextOfJust16MiBIsWrittenAndCanBeReadAgain) {
-    ASSERT_EQ(replace(std::string(16 << 20, 'x')), 0);
-    FileText text;
-    EXPECT_EQ(readFile(place, text), 0);
+    ASSERT_EQ(replace(std::string(16 << 20, 'x')).code, errorNone);
+    EXPECT_TRUE(readFile(place).ok());
 }
 
 TEST_F(FileReplace, AMissingFileReadsAsEmpty) {
-    FileText text;
-    EXPECT_EQ(readFile(place, text), 0);
-    EXPECT_FALSE(text.exists);
+    const Result<FileText> text = readFile(place);
+    ASSERT_TRUE(text.ok());
+    EXPECT_FALSE(text->exists);
 }
 
 TEST_F(FileReplace, TheProofOfWritingLeavesNothing) {
-    EXPECT_EQ(checkWritable(place), 0);
+    EXPECT_TRUE(testWritable(place).ok());
     EXPECT_EQ(entriesOf(folder.path().c_str()), 0U);
 }
 
@@ -229,12 +228,12 @@ class FileReplaceFailure : public FileReplace, public testing::WithParamInterfac
 TEST_P(FileReplaceFailure, IsReportedAndLeavesTheOldTextAndNothingElse) {
     writeText(file, "old");
     ASSERT_EQ(chmod(file.c_str(), 0644), 0);
-    FileText before;
-    ASSERT_EQ(readFile(place, before), 0);
+    Result<FileText> before = readFile(place);
+    ASSERT_TRUE(before.ok());
     if (std::strcmp(GetParam().failure.function, "fchown") == 0)
-        before.status.st_uid += 1;
+        before->inode.st_uid += 1;
     failure = GetParam().failure;
-    EXPECT_EQ(replaceFile(place, before, "new"), GetParam().failure.error);
+    EXPECT_EQ(replaceFile(place, *before, "new").reason, errorText(GetParam().failure.error));
     failure = Failure();
     EXPECT_EQ(readText(file), "old");
     EXPECT_EQ(entriesOf(folder.path().c_str()), 1U);
@@ -250,13 +249,13 @@ INSTANTIATE_TEST_SUITE_P(EachCall, FileReplaceFailure, testing::ValuesIn(failing
 
 TEST_F(FileReplace, AFolderThatCannotBeFlushedIsReported) {
     failure = {"fsync", 2, EIO};
-    EXPECT_EQ(replace("new"), EIO);
+    EXPECT_EQ(replace("new").reason, errorText(EIO));
     EXPECT_EQ(readText(file), "new");
 }
 
 TEST_F(FileReplace, AnInterruptedWriteIsRepeated) {
     failure = {"write", 1, EINTR};
-    EXPECT_EQ(replace("new"), 0);
+    EXPECT_EQ(replace("new").code, errorNone);
     EXPECT_EQ(readText(file), "new");
 }
 

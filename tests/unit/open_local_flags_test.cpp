@@ -83,19 +83,18 @@ TEST(LocalFlags, ATableOfManyPartsIsReadWhole) {
     tablePath = folder.file("table");
     opentest::writeText(tablePath, text);
     readError = EINTR;
-    LocalFlags flags;
-    EXPECT_EQ(readLocalFlags(flags), 0);
-    EXPECT_EQ(flags.size(), 300U);
+    const Result<LocalFlags> flags = readLocalFlags();
+    ASSERT_TRUE(flags.ok());
+    EXPECT_EQ(flags->size(), 300U);
 }
 
 TEST(LocalFlags, FailuresOfTheSystemAreReported) {
-    LocalFlags flags;
     openError = ENOENT;
-    EXPECT_EQ(readLocalFlags(flags), ENOENT);
+    EXPECT_EQ(readLocalFlags().status().reason, systemText(ENOENT));
     openError = 0;
     tablePath = "/dev/null";
     readError = EIO;
-    EXPECT_EQ(readLocalFlags(flags), EIO);
+    EXPECT_EQ(readLocalFlags().status().reason, systemText(EIO));
     readError = 0;
 }
 

@@ -101,7 +101,7 @@ protected:
         makeBackend(server.url(), {"u", "secret"}, backend, reason);
     }
     void open() { ASSERT_EQ(backend->open(waiter).code, 0); }
-    Outcome import() { return backend->tagImport(usableTag("host1")); }
+    Status import() { return backend->tagImport(usableTag("host1")); }
 
     FakeRedis server;
     ImpatientWaiter waiter;
@@ -120,7 +120,7 @@ TEST_F(RedisConnection, OpeningIsLimitedToTenSeconds) {
 TEST_F(RedisConnection, ARequestIsLimitedToFiveSeconds) {
     const RdbSnapshot record = recordOf("host1", "v");
     RdbTag tag = usableTag("host1");
-    const std::function<Outcome()> requests[]{
+    const std::function<Status()> requests[]{
         [&] { return backend->tagGet(tag); }, [&] { return backend->tagImport(tag); },
         [&] {
             return backend->put({&record, 1});
@@ -144,7 +144,7 @@ TEST_F(RedisConnection, AServerThatDoesNotAnswerFailsIt) {
     open();
     waiter.result = Waiter::Result::timedOut;
     server.answer("WATCH", "");
-    const Outcome outcome = import();
+    const Status outcome = import();
     EXPECT_EQ(outcome.code, errorBackendFailed);
     EXPECT_EQ(outcome.reason, "the server does not answer in time");
 }
@@ -166,7 +166,7 @@ TEST_F(RedisConnection, AnAnswerThatDripsIsEndedAtTheLimit) {
         server.say("1");
     };
     server.answer("PING", "+P");
-    const Outcome outcome = backend->probe();
+    const Status outcome = backend->probe();
     EXPECT_EQ(outcome.code, errorBackendFailed);
     EXPECT_EQ(outcome.reason, "the server does not answer in time");
     EXPECT_LE(slow.waits, 6);
@@ -214,8 +214,8 @@ TEST_F(RedisConnection, AnEndlessAnswerFailsIt) {
 TEST_F(RedisConnection, MoreAnswersThanQuestionsFailIt) {
     open();
     server.answer("PING", "+PONG\r\n+PONG\r\n");
-    const Outcome first = backend->probe();
-    const Outcome second = first.code == 0 ? backend->probe() : first;
+    const Status first = backend->probe();
+    const Status second = first.code == 0 ? backend->probe() : first;
     EXPECT_EQ(second.code, errorBackendFailed);
 }
 
@@ -247,7 +247,7 @@ TEST_F(RedisConnection, FailingSystemCallsFailItWithTheirReason) {
                 {failRecv, ENOMEM, "the connection was lost: "}};
     for (const auto& row : rows) {
         row.call = row.error;
-        const Outcome outcome = backend->open(waiter);
+        const Status outcome = backend->open(waiter);
         EXPECT_EQ(outcome.code, errorBackendFailed) << row.reason;
         EXPECT_EQ(outcome.reason, row.reason + errorText(row.error));
         backend->close();

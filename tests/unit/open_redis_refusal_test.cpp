@@ -17,7 +17,7 @@ protected:
         makeBackend(server.url("/2?expire=900"), {"u", "secret"}, backend, reason);
     }
     void SetUp() override { ASSERT_EQ(backend->open(plainWaiter).code, 0); }
-    Outcome put() {
+    Status put() {
         const RdbSnapshot record = recordOf("host1", "v");
         return backend->put({&record, 1});
     }
@@ -39,7 +39,7 @@ protected:
 TEST_F(RedisRefusals, AnErrorToAnyCommandOfTheReadWritesNothing) {
     for (const char* word : {"WATCH", "TIME", "HLEN", "HMGET", "TYPE", "MULTI"}) {
         server.answer(word, "-NOPERM no\r\n");
-        const Outcome outcome = backend->tagImport(usableTag("host1"));
+        const Status outcome = backend->tagImport(usableTag("host1"));
         EXPECT_EQ(outcome.code, errorServerRefused) << word;
         EXPECT_EQ(outcome.reason, "refused: the user has not every permission that is needed (NOPERM)");
     }
@@ -51,7 +51,7 @@ TEST_F(RedisRefusals, AnErrorToAnyCommandOfTheReadWritesNothing) {
 TEST_F(RedisRefusals, AKeyOfAnotherTypeIsUnchanged) {
     for (const char* word : {"HLEN", "HMGET"}) {
         server.answer(word, "-WRONGTYPE Operation against a key\r\n");
-        const Outcome outcome = put();
+        const Status outcome = put();
         EXPECT_EQ(outcome.code, errorServerRefused);
         EXPECT_EQ(outcome.reason, std::string(word) + " refused: a key of another type is in the way (WRONGTYPE)");
     }
@@ -62,12 +62,12 @@ TEST_F(RedisRefusals, AKeyOfAnotherTypeIsUnchanged) {
 
 TEST_F(RedisRefusals, AHashWithOtherFieldsIsUnchanged) {
     server.answer("HLEN", ":7\r\n");
-    const Outcome tag = backend->tagImport(usableTag("host1"));
+    const Status tag = backend->tagImport(usableTag("host1"));
     EXPECT_EQ(tag.code, errorServerRefused);
     EXPECT_EQ(tag.reason, "rdb:tag:host1 is somebody else's and stays as it is");
     holdTag();
     server.answer("HLEN", ":7\r\n");
-    const Outcome value = put();
+    const Status value = put();
     EXPECT_EQ(value.code, errorServerRefused);
     EXPECT_EQ(value.reason, "rdb:value:host1 is somebody else's and stays as it is");
     expectUntouchedAndUsable();
@@ -100,7 +100,7 @@ TEST_F(RedisRefusals, AnErrorToAQueuedCommandNamesItsCause) {
         holdTag();
         server.answer("XADD", row.answer);
         server.answer("EXEC", "-EXECABORT Transaction discarded because of previous errors.\r\n");
-        const Outcome outcome = put();
+        const Status outcome = put();
         EXPECT_EQ(outcome.code, errorServerRefused) << row.answer;
         EXPECT_EQ(outcome.reason, row.words);
     }
@@ -112,7 +112,7 @@ TEST_F(RedisRefusals, AnAnswerThatRepeatsTheLoginIsQuotedWithoutIt) {
     std::string reason;
     makeBackend(server.url(), {"somebody", secret}, backend, reason);
     const std::string quoting = "-ERR odd: AUTH somebody " + secret + "\r\n";
-    const auto expectWithout = [](const Outcome& outcome, const std::string& words) {
+    const auto expectWithout = [](const Status& outcome, const std::string& words) {
         EXPECT_NE(outcome.code, errorNone);
         EXPECT_EQ(outcome.reason, words);
     };
@@ -134,7 +134,7 @@ TEST_F(RedisRefusals, AnAnswerThatRepeatsTheLoginIsQuotedWithoutIt) {
 TEST_F(RedisRefusals, AServerThatSpeaksTlsOnlyIsNamed) {
     backend->close();
     server.answerAndClose("AUTH", std::string("\x15\x03\x03\x00\x02\x02\x46", 7));
-    const Outcome outcome = backend->open(plainWaiter);
+    const Status outcome = backend->open(plainWaiter);
     EXPECT_EQ(outcome.code, errorBackendFailed);
     EXPECT_EQ(
         outcome.reason,
@@ -148,7 +148,7 @@ TEST_F(RedisRefusals, AServerThatSpeaksTlsOnlyIsNamed) {
 TEST_F(RedisRefusals, AnErrorInsideTheTransactionsAnswerIsARefusal) {
     holdTag();
     server.answer("EXEC", "*6\r\n:1\r\n$3\r\n1-1\r\n-NOPERM ACLs rules changed\r\n:1\r\n:1\r\n:0\r\n");
-    const Outcome outcome = put();
+    const Status outcome = put();
     EXPECT_EQ(outcome.code, errorServerRefused);
     EXPECT_EQ(outcome.reason, "refused: the user has not every permission that is needed (NOPERM)");
 }
@@ -178,7 +178,7 @@ TEST_F(RedisRefusals, AServerThatHasBecomeAReplicaIsAFailedConnection) {
     for (const auto& row : rows) {
         holdTag();
         server.answer(row.word, row.answer);
-        const Outcome outcome = put();
+        const Status outcome = put();
         EXPECT_EQ(outcome.code, errorBackendFailed) << row.word << row.answer;
         EXPECT_EQ(outcome.reason, row.words);
         backend->close();
@@ -196,7 +196,7 @@ TEST_F(RedisRefusals, TheWrongServerReportsThatAnotherAddressMayDoIt) {
         holdTag();
         server.answer("XADD", "-" + word + " x\r\n");
         server.answer("EXEC", "-EXECABORT Transaction discarded because of previous errors.\r\n");
-        EXPECT_EQ(put().elsewhere, wrong) << word;
+        EXPECT_EQ(put().failover, wrong) << word;
         backend->close();
         server.forget();
         ASSERT_EQ(backend->open(plainWaiter).code, 0);
@@ -221,7 +221,7 @@ TEST_F(RedisRefusals, AnAnswerOfTheWrongKindFailsTheConnection) {
                 {"EXEC", "+OK\r\n"}};
     for (const auto& row : rows) {
         server.answer(row.word, row.answer);
-        const Outcome outcome = backend->tagImport(usableTag("host1"));
+        const Status outcome = backend->tagImport(usableTag("host1"));
         EXPECT_EQ(outcome.code, errorBackendFailed) << row.word << row.answer;
         EXPECT_EQ(outcome.reason, "the server's answer to " + std::string(row.word) + " is not understood");
         backend->close();

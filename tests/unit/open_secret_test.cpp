@@ -13,14 +13,13 @@ using rdbopen::maxSecretLength;
 using rdbopen::readSecret;
 
 std::string secretOf(const std::string& configured) {
-    std::string secret;
-    EXPECT_EQ(readSecret(configured, secret), "");
-    return secret;
+    const auto secret = readSecret(configured);
+    EXPECT_EQ(secret.status().reason, "");
+    return secret.ok() ? *secret : "";
 }
 
 std::string refusal(const std::string& configured) {
-    std::string secret;
-    return readSecret(configured, secret);
+    return readSecret(configured).status().reason;
 }
 
 TEST(Secret, APlainPasswordIsItself) {

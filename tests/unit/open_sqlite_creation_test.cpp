@@ -39,7 +39,7 @@ protected:
                 shown += name + " of " + std::to_string(bytes.size()) + " bytes; ";
             }
             const auto service = backendFor("sqlite://" + after.file("rdb.db"));
-            const Outcome outcome = service->open(plainWaiter);
+            const Status outcome = service->open(plainWaiter);
             ASSERT_EQ(outcome.code, 0) << outcome.reason << ": " << shown;
             ASSERT_EQ(service->tagImport(usableTag("host1")).code, 0) << shown;
             const RdbSnapshot record = recordOf("host1", "after");
@@ -82,7 +82,7 @@ TEST_F(SqliteCreation, SoDoesOneWhileSqliteFillsTheFileItself) {
     {
         SqliteDatabase database;
         ASSERT_EQ(database.open(file), SQLITE_OK);
-        ASSERT_EQ(makeSqliteSchema(database), "");
+        ASSERT_EQ(makeSqliteSchema(database).reason, "");
         ASSERT_EQ(database.text("PRAGMA journal_mode = WAL"), "wal");
     }
     stopRecording();

@@ -42,7 +42,7 @@ protected:
         return "the file was damaged and is now " + name + "; a new one takes its place";
     }
     std::string failureToOpen() const {
-        Outcome outcome = backend->open(plainWaiter);
+        Status outcome = backend->open(plainWaiter);
         backend->close();
         EXPECT_EQ(outcome.code, errorBackendFailed);
         return outcome.reason;
@@ -207,7 +207,7 @@ TEST_F(SqliteDamage, ServicesThatMeetItAtOnceMoveItOnce) {
                 for (++ready; ready < count;)
                     ;
                 for (int attempt = 0; attempt < 1000; ++attempt) {
-                    const Outcome outcome = service->open(plainWaiter);
+                    const Status outcome = service->open(plainWaiter);
                     moves += outcome.reason == movedTo(file + ".damaged") ? 1 : 0;
                     if (outcome.code == 0 && service->tagImport(usableTag(name)).code == 0 &&
                         service->put({&record, 1}).code == 0)
@@ -311,7 +311,8 @@ TEST_F(SqliteDamage, IsMovedUnderTheLockOfTheNewFile) {
         if (!std::filesystem::exists(file + ".damaged"))
             return 0;
         FileLock lock;
-        EXPECT_EQ(lock.acquire(folder.file(".rdb.db.addrpubd.lock"), std::chrono::milliseconds(0)), EWOULDBLOCK);
+        EXPECT_EQ(lock.acquire(folder.file(".rdb.db.addrpubd.lock"), std::chrono::milliseconds(0)).reason,
+                  errorText(EWOULDBLOCK));
         ++held;
         return 0;
     });

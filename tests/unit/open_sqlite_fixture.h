@@ -14,7 +14,7 @@ namespace opentest {
 class SqliteFixture : public testing::Test {
 protected:
     void open() {
-        const rdbopen::Outcome outcome = backend->open(plainWaiter);
+        const rdbopen::Status outcome = backend->open(plainWaiter);
         ASSERT_EQ(outcome.code, 0) << outcome.reason;
     }
     void openWithTag(const std::string& name) {

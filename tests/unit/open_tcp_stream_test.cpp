@@ -126,14 +126,14 @@ protected:
         expirePoll = false;
     }
     std::string connect(const Waiter& waiter = plainWaiter) {
-        std::string reason = stream.connect(peer.address(), waiter, soon());
+        std::string reason = stream.connect(peer.address(), waiter, soon()).reason;
         if (reason.empty())
             peer.take();
         return reason;
     }
     std::string receive(std::size_t count, std::string& text) {
         std::vector<std::uint8_t> bytes(count);
-        std::string reason = stream.receive(bytes, plainWaiter, soon());
+        std::string reason = stream.receive(bytes, plainWaiter, soon()).reason;
         text.assign(bytes.begin(), bytes.end());
         return reason;
     }
@@ -153,7 +153,7 @@ private:
 
 TEST_F(OpenTcpStream, BytesGoBothWays) {
     ASSERT_EQ(connect(), "");
-    EXPECT_EQ(stream.send(bytesOf("hello"), plainWaiter, soon()), "");
+    EXPECT_EQ(stream.send(bytesOf("hello"), plainWaiter, soon()).reason, "");
     EXPECT_EQ(peer.hear(5), "hello");
     peer.say("world");
     std::string text;
@@ -164,7 +164,7 @@ TEST_F(OpenTcpStream, BytesGoBothWays) {
 TEST_F(OpenTcpStream, PiecesAreJoined) {
     ASSERT_EQ(connect(), "");
     maxBytes = 1;
-    EXPECT_EQ(stream.send(bytesOf("hello"), plainWaiter, soon()), "");
+    EXPECT_EQ(stream.send(bytesOf("hello"), plainWaiter, soon()).reason, "");
     EXPECT_EQ(peer.hear(5), "hello");
     peer.say("world");
     std::string text;
@@ -176,7 +176,7 @@ TEST_F(OpenTcpStream, AnInterruptedOrBusyCallIsRepeated) {
     ASSERT_EQ(connect(), "");
     for (const int error : {EINTR, EAGAIN}) {
         failSend = error;
-        EXPECT_EQ(stream.send(bytesOf("x"), plainWaiter, soon()), "");
+        EXPECT_EQ(stream.send(bytesOf("x"), plainWaiter, soon()).reason, "");
         peer.say("y");
         failReceive = error;
         std::string text;
@@ -187,7 +187,7 @@ TEST_F(OpenTcpStream, AnInterruptedOrBusyCallIsRepeated) {
 TEST_F(OpenTcpStream, ALostConnectionReportsWhy) {
     ASSERT_EQ(connect(), "");
     failSend = EPIPE;
-    EXPECT_EQ(stream.send(bytesOf("x"), plainWaiter, soon()), "the connection was lost: " + errorText(EPIPE));
+    EXPECT_EQ(stream.send(bytesOf("x"), plainWaiter, soon()).reason, "the connection was lost: " + errorText(EPIPE));
     failReceive = ECONNRESET;
     std::string text;
     EXPECT_EQ(receive(1, text), "the connection was lost: " + errorText(ECONNRESET));

@@ -21,22 +21,22 @@ public:
 
     std::string label() const override { return "holder"; }
     bool serves(Service) const noexcept override { return true; }
-    Outcome open(const Waiter&) override { return {}; }
+    Status open(const Waiter&) override { return {}; }
     void close() noexcept override {}
-    Outcome tagGet(RdbTag& tag) override {
+    Status tagGet(RdbTag& tag) override {
         if (failing())
             return backendFailed("x");
         ++lookups;
         tag.tagclass = tags.contains(tag.name) ? RDB_TAG_CLASS_USABLE : 0;
         return {tags.contains(tag.name) ? errorNone : errorNoSuchTag, {}};
     }
-    Outcome tagImport(const RdbTag& tag) override {
+    Status tagImport(const RdbTag& tag) override {
         if (failing())
             return backendFailed("x");
         tags[tag.name] = true;
         return {};
     }
-    Outcome put(std::span<const RdbSnapshot> records) override {
+    Status put(std::span<const RdbSnapshot> records) override {
         if (failing())
             return backendFailed("x");
         if (!tags.contains(records[0].name))
@@ -44,17 +44,17 @@ public:
         values[records[0].name] = records[0].value;
         return {};
     }
-    Outcome message(std::string_view text, std::string&) override {
+    Status message(std::string_view text, std::string&) override {
         if (failing())
             return backendFailed("x");
         sent = text;
         return {};
     }
-    Outcome checkValue(const RdbSnapshot& value) override {
+    Status checkValue(const RdbSnapshot& value) override {
         const auto found = values.find(value.name);
         return {found != values.end() && found->second == value.value ? errorNone : errorNotHeld, {}};
     }
-    Outcome checkMessage(std::string_view text) override { return {sent == text ? errorNone : errorNotHeld, {}}; }
+    Status checkMessage(std::string_view text) override { return {sent == text ? errorNone : errorNotHeld, {}}; }
 
 private:
     bool failing() { return failures > 0 && failures-- > 0; }
@@ -124,7 +124,7 @@ TEST(Wanted, AllTagsComeBeforeTheFirstValue) {
     wanted.noteTag(usableTag("b"), errorBackendFailed);
     wanted.noteLookup(tagNamed("c"), errorBackendFailed);
     Holder holder;
-    wanted.complete(holder);
+    EXPECT_EQ(wanted.complete(holder).code, errorNoSuchTag);
     EXPECT_TRUE(holder.tags.contains("b"));
     EXPECT_EQ(holder.lookups, 1);
 }

@@ -23,7 +23,7 @@ protected:
         close(ends[0]);
         close(ends[1]);
     }
-    void answer(std::deque<Outcome> outcomes) {
+    void answer(std::deque<Status> outcomes) {
         const std::lock_guard lock(script->mutex);
         script->requests = std::move(outcomes);
     }

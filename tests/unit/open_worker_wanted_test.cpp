@@ -15,7 +15,7 @@ protected:
     bool servedEventually(int count) {
         return eventually([&] { return script->served >= count; });
     }
-    void fail(std::deque<Outcome> outcomes) {
+    void fail(std::deque<Status> outcomes) {
         const std::lock_guard lock(script->mutex);
         script->requests = std::move(outcomes);
     }

@@ -22,26 +22,26 @@ DnsBytes framed(const DnsBytes& message) {
 
 }  // namespace
 
-std::string DnsExchange::connect(const ServerAddress& address, std::chrono::milliseconds until) {
+Status DnsExchange::connect(const ServerAddress& address, std::chrono::milliseconds until) {
     return stream_.connect(address, waiter_, until);
 }
 
 Answer DnsExchange::ask(DnsBytes message, std::chrono::milliseconds until) {
     if (monotonicNow() >= until)  // also when the server is never waited for
-        return noAnswer(waitFailure(Waiter::Result::timedOut));
+        return noAnswer(waitFailure(Waiter::Result::timedOut).reason);
     SignedRequest request;
     if (!signRequest(std::move(message), key_, wallNow() / 1000, request))
         return noAnswer("out of memory");
     if (request.wire.size() > maxDnsMessageSize)
         return noAnswer("the signed message is too long");
-    if (std::string failed = stream_.send(framed(request.wire), waiter_, until); !failed.empty())
-        return noAnswer(std::move(failed));
+    if (Status failed = stream_.send(framed(request.wire), waiter_, until); !failed.ok())
+        return noAnswer(std::move(failed.reason));
     std::uint8_t length[lengthLength];
-    if (std::string failed = stream_.receive(length, waiter_, until); !failed.empty())
-        return noAnswer(std::move(failed));
+    if (Status failed = stream_.receive(length, waiter_, until); !failed.ok())
+        return noAnswer(std::move(failed.reason));
     DnsBytes received(readDns16(length));
-    if (std::string failed = stream_.receive(received, waiter_, until); !failed.empty())
-        return noAnswer(std::move(failed));
+    if (Status failed = stream_.receive(received, waiter_, until); !failed.ok())
+        return noAnswer(std::move(failed.reason));
     return readAnswer(received, request, key_, wallNow() / 1000);
 }
 

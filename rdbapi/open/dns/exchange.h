@@ -18,7 +18,7 @@ public:
     DnsExchange(const Waiter& waiter, TsigKey key) : waiter_(waiter), key_(std::move(key)) {}
 
     //  As TcpStream::connect.
-    std::string connect(const ServerAddress& address, std::chrono::milliseconds until);
+    Status connect(const ServerAddress& address, std::chrono::milliseconds until);
 
     //  Signs message, sends it and takes the answer. One that did not come counts as Trust::none.
     Answer ask(DnsBytes message, std::chrono::milliseconds until);

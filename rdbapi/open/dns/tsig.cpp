@@ -281,7 +281,7 @@ Answer readAnswer(View message, const SignedRequest& request, const TsigKey& key
     if (std::string fault = headerFault(message, request); !fault.empty())
         return worthless(std::move(fault));
     Answer answer = judge(message, request, key, now);
-    answer.elsewhere = isWrongServer(headerCode(message));
+    answer.failover = isWrongServer(headerCode(message));
     return answer;
 }
 

@@ -54,9 +54,9 @@ enum class Trust { none, refusal, whole };
 
 struct Answer {
     Trust trust = Trust::none;
-    std::string reason;      // empty for Trust::whole
-    Packet packet;           // null unless Trust::whole
-    bool elsewhere = false;  // its code is isWrongServer, whatever it is worth
+    std::string reason;     // empty for Trust::whole
+    Packet packet;          // null unless Trust::whole
+    bool failover = false;  // its code is isWrongServer, whatever it is worth
 };
 
 //  Says what message is worth as the answer to request. now: s since 1970-01-01 UTC.

@@ -13,12 +13,12 @@ public:
     std::string label() const override { return "log:"; }
     bool serves(Service) const noexcept override { return true; }
 
-    Outcome open(const Waiter&) override { return {}; }
+    Status open(const Waiter&) override { return {}; }
     void close() noexcept override {}
-    Outcome tagGet(RdbTag& tag) override;
-    Outcome tagImport(const RdbTag& tag) override;
-    Outcome put(std::span<const RdbSnapshot> records) override;
-    Outcome message(std::string_view text, std::string& reply) override;
+    Status tagGet(RdbTag& tag) override;
+    Status tagImport(const RdbTag& tag) override;
+    Status put(std::span<const RdbSnapshot> records) override;
+    Status message(std::string_view text, std::string& reply) override;
 
 private:
     void say(const std::string& text) const { reportNote(label(), text); }
@@ -27,7 +27,7 @@ private:
 };
 
 //  A tag is there once it was made, so that the dry run takes the same steps as a server that begins empty.
-Outcome LogBackend::tagGet(RdbTag& tag) {
+Status LogBackend::tagGet(RdbTag& tag) {
     if (!tags_.contains(std::string_view(tag.name)))
         return {errorNoSuchTag, {}};
     tag.tagclass = RDB_TAG_CLASS_USABLE;
@@ -35,19 +35,19 @@ Outcome LogBackend::tagGet(RdbTag& tag) {
     return {};
 }
 
-Outcome LogBackend::tagImport(const RdbTag& tag) {
+Status LogBackend::tagImport(const RdbTag& tag) {
     say("would make the tag " + std::string(tag.name));
     tags_.emplace(tag.name);
     return {};
 }
 
-Outcome LogBackend::put(std::span<const RdbSnapshot> records) {
+Status LogBackend::put(std::span<const RdbSnapshot> records) {
     for (const RdbSnapshot& record : records)
         say("would write " + std::string(record.name) + " = " + std::string(record.value, record.valuelen));
     return {};
 }
 
-Outcome LogBackend::message(std::string_view text, std::string& reply) {
+Status LogBackend::message(std::string_view text, std::string& reply) {
     say("would send " + std::string(text));
     reply = R"({"code":0,"message":"dry run"})";
     return {};

@@ -13,7 +13,7 @@
 #ifndef RDBAPI_OPEN_ENGINE_BACKEND_H
 #define RDBAPI_OPEN_ENGINE_BACKEND_H
 
-#include "engine/errors.h"
+#include "engine/status.h"
 #include "engine/waiter.h"
 #include "rdbapi.h"
 
@@ -28,24 +28,6 @@ struct Credentials {
     std::string user;
     std::string password;
 };
-
-//  How a request ended. errorBackendFailed means that the back end has to be opened again, errorServerRefused that the
-//  server answered and did not do it; every other code leaves the back end as it is and is final. reason is for the
-//  operator, empty but for these two and errorBadRequest, and never holds a user or a password. elsewhere: another address
-//  of the same server may do it (net/server_addresses.h); the worker does not look at it.
-struct Outcome {
-    int code = errorNone;
-    std::string reason{};
-    bool elsewhere = false;
-};
-
-inline Outcome backendFailed(std::string reason) {
-    return {errorBackendFailed, std::move(reason)};
-}
-
-inline Outcome serverRefused(std::string reason) {
-    return {errorServerRefused, std::move(reason)};
-}
 
 class Backend {
 public:
@@ -64,18 +46,18 @@ public:
 
     //  Makes the first exchange. Every wait of this and of later requests goes through waiter, which outlives the back
     //  end's last close. Returns errorNone only when requests can succeed from now on.
-    virtual Outcome open(const Waiter& waiter) = 0;
+    virtual Status open(const Waiter& waiter) = 0;
 
     //  Gives everything back. Also called when open failed or was never called.
     virtual void close() noexcept = 0;
 
     //  Tags: names are terminated, value lengths in range; the caller has checked both.
-    virtual Outcome tagGet(RdbTag&) { return {errorNotSupported, {}}; }
-    virtual Outcome tagImport(const RdbTag&) { return {errorNotSupported, {}}; }
-    virtual Outcome put(std::span<const RdbSnapshot>) { return {errorNotSupported, {}}; }
+    virtual Status tagGet(RdbTag&) { return {errorNotSupported, {}}; }
+    virtual Status tagImport(const RdbTag&) { return {errorNotSupported, {}}; }
+    virtual Status put(std::span<const RdbSnapshot>) { return {errorNotSupported, {}}; }
 
-    //  Carries out one request text. Stores the reply text whatever the outcome.
-    virtual Outcome message(std::string_view, std::string&) { return {errorNotSupported, {}}; }
+    //  Carries out one request text. Stores the reply text whatever the status.
+    virtual Status message(std::string_view, std::string&) { return {errorNotSupported, {}}; }
 
     //  Returns the reply text to a request that is not carried out.
     virtual std::string refusal(std::string_view, int) { return {}; }
@@ -92,12 +74,12 @@ public:
     virtual bool checksGiveWay() const noexcept { return false; }
 
     //  Looks whether the connection is sound, and takes what made the watched descriptor readable.
-    virtual Outcome probe() { return {}; }
+    virtual Status probe() { return {}; }
 
     //  Look whether the server still holds what a successful put or message left there. Also called after each open.
     //  Return errorNone when it does, errorNotHeld when it does not, or how the look failed.
-    virtual Outcome checkValue(const RdbSnapshot&) { return {}; }
-    virtual Outcome checkMessage(std::string_view) { return {}; }
+    virtual Status checkValue(const RdbSnapshot&) { return {}; }
+    virtual Status checkMessage(std::string_view) { return {}; }
 };
 
 }  // namespace rdbopen

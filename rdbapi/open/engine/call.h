@@ -33,7 +33,7 @@ public:
     virtual bool required() const { return false; }
 
     //  Carries it out.
-    virtual Outcome run(Backend& backend) = 0;
+    virtual Status run(Backend& backend) = 0;
 
     //  Takes note that it ends without run, for the reason code.
     virtual void refuse(Backend&, int) {}
@@ -48,7 +48,7 @@ public:
 //  A call whose caller waits, at most callLimit.
 class WaitingCall : public Call {
 public:
-    //  Returns the code of the outcome, or errorTimedOut.
+    //  Returns the code of the status, or errorTimedOut.
     int wait();
 
     bool abandoned() override;
@@ -66,7 +66,7 @@ private:
 struct TagGetCall : WaitingCall {
     explicit TagGetCall(const RdbTag& query) : tag(query) {}
     bool required() const override { return true; }
-    Outcome run(Backend& backend) override { return backend.tagGet(tag); }
+    Status run(Backend& backend) override { return backend.tagGet(tag); }
     void note(Wanted& wanted, int code) const override { wanted.noteLookup(tag, code); }
     RdbTag tag;
 };
@@ -74,14 +74,14 @@ struct TagGetCall : WaitingCall {
 struct TagImportCall : WaitingCall {
     explicit TagImportCall(const RdbTag& definition) : tag(definition) {}
     bool required() const override { return true; }
-    Outcome run(Backend& backend) override { return backend.tagImport(tag); }
+    Status run(Backend& backend) override { return backend.tagImport(tag); }
     void note(Wanted& wanted, int code) const override { wanted.noteTag(tag, code); }
     RdbTag tag;
 };
 
 struct PutCall : WaitingCall {
     PutCall(const RdbSnapshot* first, int count) : records(first, first + count) {}
-    Outcome run(Backend& backend) override { return backend.put(records); }
+    Status run(Backend& backend) override { return backend.put(records); }
     void note(Wanted& wanted, int code) const override {
         for (const RdbSnapshot& record : records)
             wanted.noteValue(record, code);
@@ -93,7 +93,7 @@ class MessageCall : public Call {
 public:
     MessageCall(std::string_view text, RdbReply callback, void* user) : text_(text), callback_(callback), user_(user) {}
 
-    Outcome run(Backend& backend) override { return backend.message(text_, reply_); }
+    Status run(Backend& backend) override { return backend.message(text_, reply_); }
     void refuse(Backend& backend, int code) override { reply_ = backend.refusal(text_, code); }
     void note(Wanted& wanted, int code) const override { wanted.noteMessage(text_, code); }
     void complete(int code, bool closed) override;

@@ -60,23 +60,23 @@ bool Wanted::tagPending() const noexcept {
                        [](const auto& named) { return named.second.lookupPending || named.second.tagPending; });
 }
 
-Outcome Wanted::complete(Backend& backend) {
+Status Wanted::complete(Backend& backend) {
     while (tagPending())
-        if (Outcome outcome = completeTag(backend); outcome.code != errorNone)
-            return outcome;
+        if (Status status = completeTag(backend); !status.ok())
+            return status;
     for (auto& [name, entry] : entries_)
         if (entry.valuePending)
-            if (Outcome outcome = putValue(backend, entry); outcome.code != errorNone)
-                return outcome;
+            if (Status status = putValue(backend, entry); !status.ok())
+                return status;
     if (!messagePending_)
         return {};
     std::string reply;
-    Outcome outcome = backend.message(message_, reply);
-    messagePending_ = isRetryable(outcome.code);
-    return outcome;
+    Status status = backend.message(message_, reply);
+    messagePending_ = isRetryable(status.code);
+    return status;
 }
 
-Outcome Wanted::completeTag(Backend& backend) {
+Status Wanted::completeTag(Backend& backend) {
     for (auto& [name, entry] : entries_) {
         if (entry.tagPending)
             return importTag(backend, entry);
@@ -86,44 +86,44 @@ Outcome Wanted::completeTag(Backend& backend) {
     return {};
 }
 
-Outcome Wanted::lookUp(Backend& backend, const std::string& name) {
+Status Wanted::lookUp(Backend& backend, const std::string& name) {
     RdbTag tag{};
     name.copy(tag.name, sizeof tag.name - 1);
-    Outcome outcome = backend.tagGet(tag);
-    noteLookup(tag, outcome.code);
-    return outcome.code == errorNoSuchTag ? Outcome{} : outcome;
+    Status status = backend.tagGet(tag);
+    noteLookup(tag, status.code);
+    return status.code == errorNoSuchTag ? Status{} : status;
 }
 
-Outcome Wanted::importTag(Backend& backend, Entry& entry) {
-    Outcome outcome = backend.tagImport(*entry.tag);
-    entry.tagPending = isRetryable(outcome.code);
+Status Wanted::importTag(Backend& backend, Entry& entry) {
+    Status status = backend.tagImport(*entry.tag);
+    entry.tagPending = isRetryable(status.code);
     if (!entry.tagPending)
         entry.lookupPending = false;
-    return outcome;
+    return status;
 }
 
 //  A server that was emptied has lost the tag with the value. Without a definition there is nothing more to do: the user
 //  of the handle makes the tag.
-Outcome Wanted::putValue(Backend& backend, Entry& entry) {
-    Outcome outcome = backend.put({&*entry.value, 1});
-    const bool tagMissing = outcome.code == errorNoSuchTag || outcome.code == errorTagNotUsable;
+Status Wanted::putValue(Backend& backend, Entry& entry) {
+    Status status = backend.put({&*entry.value, 1});
+    const bool tagMissing = status.code == errorNoSuchTag || status.code == errorTagNotUsable;
     if (tagMissing && entry.tag) {
-        outcome = backend.tagImport(*entry.tag);
-        if (outcome.code == errorNone)
-            outcome = backend.put({&*entry.value, 1});
+        status = backend.tagImport(*entry.tag);
+        if (status.ok())
+            status = backend.put({&*entry.value, 1});
     }
-    entry.valuePending = isRetryable(outcome.code) && !(tagMissing && !entry.tag);
-    return outcome;
+    entry.valuePending = isRetryable(status.code) && !(tagMissing && !entry.tag);
+    return status;
 }
 
-Outcome Wanted::check(Backend& backend) {
-    const auto look = [](bool& pending, const Outcome& outcome) {
-        pending = outcome.code == errorNotHeld;
-        return pending ? Outcome{} : outcome;
+Status Wanted::check(Backend& backend) {
+    const auto look = [](bool& pending, const Status& status) {
+        pending = status.code == errorNotHeld;
+        return pending ? Status{} : status;
     };
     for (auto& [name, entry] : entries_)
         if (entry.value && !entry.valuePending)
-            if (Outcome failed = look(entry.valuePending, backend.checkValue(*entry.value)); failed.code != errorNone)
+            if (Status failed = look(entry.valuePending, backend.checkValue(*entry.value)); !failed.ok())
                 return failed;
     if (!message_.empty() && !messagePending_)
         return look(messagePending_, backend.checkMessage(message_));

@@ -33,13 +33,13 @@ public:
     bool tagPending() const noexcept;
 
     //  Makes the pending requests again, those for tags first. Returns the first failure, with which it stops.
-    Outcome complete(Backend& backend);
+    Status complete(Backend& backend);
 
     //  Makes one pending request for a tag again. Requires: tagPending().
-    Outcome completeTag(Backend& backend);
+    Status completeTag(Backend& backend);
 
     //  Asks the back end for everything that is held, and marks as pending what is not there. Returns how a look failed.
-    Outcome check(Backend& backend);
+    Status check(Backend& backend);
 
 private:
     struct Entry {
@@ -52,9 +52,9 @@ private:
 
     using Entries = std::map<std::string, Entry, std::less<>>;
 
-    Outcome lookUp(Backend& backend, const std::string& name);
-    static Outcome importTag(Backend& backend, Entry& entry);
-    static Outcome putValue(Backend& backend, Entry& entry);
+    Status lookUp(Backend& backend, const std::string& name);
+    static Status importTag(Backend& backend, Entry& entry);
+    static Status putValue(Backend& backend, Entry& entry);
 
     Entries entries_;
     std::string message_;

@@ -26,11 +26,20 @@ bool failed(int code) {
 
 //  Back ends use containers, which throw when memory is short; that counts as their failure.
 template <class Action>
-Outcome guarded(Action action) noexcept {
+Status guarded(Action action) noexcept {
     try {
         return action();
     } catch (...) {
         return {errorBackendFailed, "out of memory"};  // short enough for no allocation
+    }
+}
+
+//  The same for work without a result of its own: without memory it is left undone.
+template <class Action>
+void attempt(Action action) noexcept {
+    try {
+        action();
+    } catch (...) {
     }
 }
 
@@ -124,7 +133,7 @@ void* Worker::threadMain(void* self) {
 
 void Worker::run() noexcept {
     while (!signal_.closed()) {
-        const Outcome end = guarded([this] { return session(); });
+        const Status end = guarded([this] { return session(); });
         setAccepting(false);
         refuseWaiting();
         reportLoss();
@@ -139,8 +148,8 @@ void Worker::run() noexcept {
 }
 
 //  Opens the back end and serves until it fails or the handle is closed.
-Outcome Worker::session() {
-    if (Outcome failed = openAndComplete(); failed.code != errorNone)
+Status Worker::session() {
+    if (Status failed = openAndComplete(); !failed.ok())
         return failed;
     connected_ = true;
     connectedAt_ = monotonicNow();
@@ -148,106 +157,106 @@ Outcome Worker::session() {
     reportConnection();
     for (;;) {
         std::shared_ptr<Call> call;
-        Outcome outcome;
+        Status status;
         switch (nextWork(call)) {
         case Work::closed:
             return {errorClosed, {}};
         case Work::call:
-            outcome = serve(*call);
-            if (outcome.code == errorNone)
+            status = serve(*call);
+            if (status.ok())
                 badRequests_.clear();
             break;
         case Work::complete:
-            outcome = completeWanted();
+            status = completeWanted();
             break;
         case Work::check:
-            outcome = checkWanted();
+            status = checkWanted();
             break;
         }
-        if (outcome.code == errorNone && checkRefused_)
-            outcome = checkWanted();
+        if (status.ok() && checkRefused_)
+            status = checkWanted();
         checkAt_ = monotonicNow() + backend_->checkInterval();
-        if (outcome.code == errorBackendFailed)
-            return outcome;
-        noteOutcome(outcome);
+        if (status.code == errorBackendFailed)
+            return status;
+        noteStatus(status);
     }
 }
 
 //  Returns errorNone when the back end is open and no request for a tag is pending. Other pending requests may be refused.
 //  Recovery is reported only after a request has succeeded: a server that opens and then fails would otherwise log failure
 //  and recovery each time.
-Outcome Worker::openAndComplete() {
-    Outcome outcome = backend_->open(waiter_);
-    if (outcome.code != errorNone)
-        return outcome;
+Status Worker::openAndComplete() {
+    Status status = backend_->open(waiter_);
+    if (!status.ok())
+        return status;
     const bool hadPending = wanted_.pending();
-    outcome = completeTags();
-    if (outcome.code != errorNone)
-        return outcome;
-    outcome = checkWanted();
+    status = completeTags();
+    if (!status.ok())
+        return status;
+    status = checkWanted();
     checkAt_ = monotonicNow() + backend_->checkInterval();
-    if (outcome.code == errorBackendFailed)
-        return outcome;
-    if (hadPending || outcome.code != errorNone)
-        noteOutcome(outcome);
+    if (status.code == errorBackendFailed)
+        return status;
+    if (hadPending || !status.ok())
+        noteStatus(status);
     return {};
 }
 
 //  Returns errorBackendFailed for all that ends the session.
-Outcome Worker::serve(Call& call) {
-    Outcome outcome{errorTimedOut, {}};
+Status Worker::serve(Call& call) {
+    Status status{errorTimedOut, {}};
     if (!call.abandoned()) {
         running_ = &call;
-        outcome = guarded([&] { return call.run(*backend_); });
+        status = guarded([&] { return call.run(*backend_); });
         running_ = nullptr;
-        call.complete(outcome.code, signal_.closed());
-        if (call.required() && call.abandoned() && !failed(outcome.code))
-            outcome = {errorTimedOut, {}};
+        call.complete(status.code, signal_.closed());
+        if (call.required() && call.abandoned() && !failed(status.code))
+            status = {errorTimedOut, {}};
     }
-    call.note(wanted_, outcome.code);
-    if (call.required() && failed(outcome.code)) {
+    call.note(wanted_, status.code);
+    if (call.required() && failed(status.code)) {
         requiredFailed_ = true;
-        if (outcome.code == errorTimedOut)
-            outcome.reason = tooLate;
-        outcome.code = errorBackendFailed;
+        if (status.code == errorTimedOut)
+            status.reason = tooLate;
+        status.code = errorBackendFailed;
     }
-    return outcome;
+    return status;
 }
 
 //  Each request gets the time that a caller would wait for it: one that takes longer would fail when it is made by the
 //  user of the handle.
-Outcome Worker::completeTags() {
-    Outcome outcome;
-    while (outcome.code == errorNone && wanted_.tagPending()) {
+Status Worker::completeTags() {
+    Status status;
+    while (status.ok() && wanted_.tagPending()) {
         waitLimit_ = monotonicNow() + callLimit;
-        outcome = guarded([this] { return wanted_.completeTag(*backend_); });
+        status = guarded([this] { return wanted_.completeTag(*backend_); });
         waitLimit_ = std::chrono::milliseconds::max();
     }
-    return outcome;
+    return status;
 }
 
-Outcome Worker::completeWanted() {
+Status Worker::completeWanted() {
     return guarded([this] { return wanted_.complete(*backend_); });
 }
 
 //  Sets checkRefused_. The success of another request does not clear what a check was refused for.
-Outcome Worker::checkWanted() {
-    Outcome outcome = askServer();
-    if (outcome.code == errorGaveWay)
-        return outcome;
-    checkRefused_ = outcome.code == errorServerRefused;
-    return outcome.code == errorNone && wanted_.pending() ? completeWanted() : outcome;
+Status Worker::checkWanted() {
+    Status status = askServer();
+    if (status.code == errorGaveWay)
+        return status;
+    checkRefused_ = status.code == errorServerRefused;
+    return status.ok() && wanted_.pending() ? completeWanted() : status;
 }
 
 //  The check alone. A call that was posted meanwhile may have cut it off.
-Outcome Worker::askServer() {
+Status Worker::askServer() {
     checking_ = true;
     gaveWay_ = false;
-    Outcome outcome = guarded([this] { return backend_->probe(); });
-    if (outcome.code == errorNone)
-        outcome = guarded([this] { return wanted_.check(*backend_); });
+    Status status = guarded([this] { return backend_->probe(); });
+    if (status.ok())
+        status = guarded([this] { return wanted_.check(*backend_); });
     checking_ = false;
-    return gaveWay_ ? Outcome{errorGaveWay, {}} : outcome;
+    return gaveWay_ ? Status{errorGaveWay, {}} : status;
 }
 
 //  Says whether the next wait of the back end has to end for a call. Once it has, so do all that follow in the same check.
@@ -336,10 +345,9 @@ void Worker::refuseWaiting() noexcept {
     const int code = signal_.closed() ? errorClosed : errorNotConnected;
     for (std::shared_ptr<Call> call; takeCall(call);) {
         requiredFailed_ |= call->required();
-        guarded([&] {
+        attempt([&] {
             call->refuse(*backend_, code);
             call->note(wanted_, code);
-            return Outcome{};
         });
         call->complete(code, signal_.closed());
     }
@@ -366,32 +374,31 @@ void Worker::sendEvent(std::int32_t event) noexcept {
 }
 
 //  Takes note of how a piece of work ended with the back end still open.
-void Worker::noteOutcome(const Outcome& outcome) noexcept {
-    if (outcome.code == errorGaveWay)
+void Worker::noteStatus(const Status& status) noexcept {
+    if (status.code == errorGaveWay)
         return;
-    if (outcome.code == errorServerRefused)
-        noteReason(reasons_, outcome.reason);
-    if (outcome.code == errorBadRequest)
-        noteReason(badRequests_, outcome.reason);
+    if (status.code == errorServerRefused)
+        noteReason(reasons_, status.reason);
+    if (status.code == errorBadRequest)
+        noteReason(badRequests_, status.reason);
     if (!wanted_.pending()) {
-        if (outcome.code == errorNone)
+        if (status.ok())
             noteSuccess();
-    } else if (outcome.code != errorNone) {
+    } else if (!status.ok()) {
         completeAt_ = monotonicNow() + backoff(++refusals_);
     }
 }
 
-void Worker::noteLoss(const Outcome& failure) noexcept {
+void Worker::noteLoss(const Status& failure) noexcept {
     const bool steady = connected_ && monotonicNow() - connectedAt_ >= steadyTime;
     losses_ = steady ? 1 : losses_ + 1;
     noteReason(reasons_, failure.reason);
 }
 
 void Worker::noteReason(ReportedReasons& reasons, const std::string& reason) noexcept {
-    guarded([&] {
+    attempt([&] {
         if (reasons.add(reason) && !reportFailure(backend_->label(), reason))
             reasons.remove(reason);  // the line was lost; the next failure tries again
-        return Outcome{};
     });
 }
 
@@ -399,10 +406,9 @@ void Worker::noteSuccess() noexcept {
     refusals_ = 0;
     if (reasons_.empty())
         return;
-    guarded([&] {
+    attempt([&] {
         reportRecovery(backend_->label(), "works again");
         reasons_.clear();
-        return Outcome{};
     });
 }
 

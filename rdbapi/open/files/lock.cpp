@@ -30,24 +30,24 @@ FileLock::~FileLock() {
         close(fd_);
 }
 
-int FileLock::acquire(const std::string& path, std::chrono::milliseconds limit) {
+Status FileLock::acquire(const std::string& path, std::chrono::milliseconds limit) {
     const auto until = monotonicNow() + limit;
     for (;;) {
         const int fd = open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, lockMode);
         if (fd < 0)
-            return errno;
+            return systemFailure(errno);
         int error = 0;
         while ((error = flock(fd, LOCK_EX | LOCK_NB) == 0 ? 0 : errno) == EWOULDBLOCK && monotonicNow() < until)
             sleepFor(retryTime);
         if (error == 0 && stillNamed(fd)) {
             fd_ = fd;
-            return 0;
+            return {};
         }
         close(fd);
         if (error != 0)
-            return error;
+            return systemFailure(error);
         if (monotonicNow() >= until)
-            return EWOULDBLOCK;
+            return systemFailure(EWOULDBLOCK);
     }
 }
 

@@ -3,8 +3,9 @@
 #ifndef RDBAPI_OPEN_FILES_LOCK_H
 #define RDBAPI_OPEN_FILES_LOCK_H
 
+#include "engine/status.h"
+
 #include <chrono>
-#include <string>
 
 namespace rdbopen {
 
@@ -15,8 +16,9 @@ public:
     FileLock& operator=(const FileLock&) = delete;
     ~FileLock();
 
-    //  Takes the lock on path, waiting at most limit. Returns 0, or an errno value; EWOULDBLOCK when the time ran out.
-    int acquire(const std::string& path, std::chrono::milliseconds limit);
+    //  Takes the lock on path, waiting at most limit. Fails with the text of EWOULDBLOCK when
+    //  the time ran out.
+    Status acquire(const std::string& path, std::chrono::milliseconds limit);
 
 private:
     int fd_ = -1;

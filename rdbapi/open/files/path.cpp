@@ -4,7 +4,6 @@
 #include <cerrno>
 #include <climits>
 #include <sys/stat.h>
-#include <system_error>
 #include <unistd.h>
 
 namespace rdbopen {
@@ -13,8 +12,8 @@ namespace {
 
 constexpr int maxLinks = 40;  // the kernel's own limit, path_resolution(7)
 
-std::string failed(const std::string& path, int error) {
-    return path + ": " + std::generic_category().message(error);
+Status failed(const std::string& path, int error) {
+    return failedTo(path, systemFailure(error));
 }
 
 //  As for the kernel, the group does not count: who may write as one of the group was put into it by an administrator.
@@ -31,14 +30,14 @@ class Walk {
 public:
     Walk(const std::string& path, FilePlace& place) : rest_(path), place_(place) {}
 
-    //  Goes to the last component. Returns an empty text or the reason of the failure.
-    std::string run() {
+    //  Goes to the last component. Fails with the path that cannot be passed.
+    Status run() {
         place_ = FilePlace();
-        std::string reason = goTo("/");
-        while (reason.empty() && place_.name.empty())
-            reason = step(takeName());
+        Status status = goTo("/");
+        while (status.ok() && place_.name.empty())
+            status = step(takeName());
         place_.directory = done_;
-        return reason;
+        return status;
     }
 
 private:
@@ -51,53 +50,53 @@ private:
         return name;
     }
 
-    std::string step(const std::string& name) {
+    Status step(const std::string& name) {
         if (name == "." && !rest_.empty())
             return {};
         if (name == ".." && !rest_.empty())
             return leave();
         if (name.empty() || name == "." || name == "..")
             return failed(done_ + name, EISDIR);
-        struct stat status {};
+        struct stat found {};
         const std::string path = done_ + name;
-        if (lstat(path.c_str(), &status) != 0 && (errno != ENOENT || !rest_.empty()))
+        if (lstat(path.c_str(), &found) != 0 && (errno != ENOENT || !rest_.empty()))
             return failed(path, errno);
-        if (S_ISLNK(status.st_mode))
-            return follow(path, status);
+        if (S_ISLNK(found.st_mode))
+            return follow(path, found);
         if (rest_.empty()) {
             place_.name = name;
             return {};
         }
-        if (!S_ISDIR(status.st_mode))
+        if (!S_ISDIR(found.st_mode))
             return failed(path, ENOTDIR);
-        return enter(path + "/", status);
+        return enter(path + "/", found);
     }
 
-    std::string enter(const std::string& directory, const struct stat& status) {
+    Status enter(const std::string& directory, const struct stat& found) {
         done_ = directory;
-        folder_ = status;
+        folder_ = found;
         if (place_.shared.empty() && isShared(folder_))
             place_.shared = done_;
         return {};
     }
 
     //  Requires: directory has no link in it and, but for the root, no "/" at its end, where lstat would follow one.
-    std::string goTo(const std::string& directory) {
-        struct stat status {};
-        if (lstat(directory.c_str(), &status) != 0)
+    Status goTo(const std::string& directory) {
+        struct stat found {};
+        if (lstat(directory.c_str(), &found) != 0)
             return failed(directory, errno);
-        return enter(directory == "/" ? directory : directory + "/", status);
+        return enter(directory == "/" ? directory : directory + "/", found);
     }
 
     //  Goes to the parent folder; the root is its own.
-    std::string leave() {
+    Status leave() {
         const std::size_t parent = done_.size() < 2 ? 0 : done_.rfind('/', done_.size() - 2);
         return goTo(parent == 0 ? "/" : done_.substr(0, parent));
     }
 
-    std::string follow(const std::string& path, const struct stat& link) {
+    Status follow(const std::string& path, const struct stat& link) {
         if (!mayBeFollowed(link, folder_))
-            return "the link " + path + " in a folder that others can write belongs to somebody else";
+            return backendFailed("the link " + path + " in a folder that others can write belongs to somebody else");
         if (++links_ > maxLinks)
             return failed(path, ELOOP);
         char target[PATH_MAX];
@@ -105,7 +104,7 @@ private:
         if (length < 0)
             return failed(path, errno);
         rest_.insert(0, target, static_cast<std::size_t>(length));
-        return rest_.front() == '/' ? goTo("/") : std::string();
+        return rest_.front() == '/' ? goTo("/") : Status{};
     }
 
     std::string done_;
@@ -117,7 +116,7 @@ private:
 
 }  // namespace
 
-std::string resolveFile(const std::string& path, FilePlace& place) {
+Status resolveFile(const std::string& path, FilePlace& place) {
     return Walk(path, place).run();
 }
 

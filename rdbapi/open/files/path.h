@@ -10,7 +10,7 @@
 #ifndef RDBAPI_OPEN_FILES_PATH_H
 #define RDBAPI_OPEN_FILES_PATH_H
 
-#include <string>
+#include "engine/status.h"
 
 namespace rdbopen {
 
@@ -24,10 +24,10 @@ struct FilePlace {
     std::string lock() const { return directory + "." + name + ".addrpubd.lock"; }
 };
 
-//  Resolves path, of which the last component may be missing. Returns an empty text, or the reason of the failure;
-//  place.shared is then what was seen up to there.
+//  Stores where path leads; its last component may be missing. After a failure, which names the path that cannot be passed,
+//  place.shared is what was seen up to there.
 //  Requires: path is absolute.
-std::string resolveFile(const std::string& path, FilePlace& place);
+Status resolveFile(const std::string& path, FilePlace& place);
 
 }  // namespace rdbopen
 

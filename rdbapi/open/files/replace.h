@@ -22,26 +22,26 @@ inline constexpr std::size_t maxFileSize = 16 << 20;
 
 struct FileText {
     bool exists = false;
-    struct stat status {};  // of the file when it was read; meaningless when it does not exist
+    struct stat inode {};  // of the file when it was read; meaningless when it does not exist
     std::string bytes;
 };
 
-//  Reads the whole file; a missing one is no failure. Returns 0 or an errno value: EINVAL for anything but a regular
-//  file, EFBIG above maxFileSize.
-int readFile(const FilePlace& place, FileText& text);
+//  Reads the whole file; a missing one is no failure. Fails with errorTooLarge above maxFileSize, and for anything but a
+//  regular file.
+Result<FileText> readFile(const FilePlace& place);
 
-//  Checks that the directory can be written: makes the temporary file and removes it. Returns 0 or an errno value.
-int checkWritable(const FilePlace& place);
+//  Tests that the directory can be written: makes the temporary file and removes it.
+Status testWritable(const FilePlace& place);
 
 //  Replaces the file that was read as before by bytes, with its mode and owner, or mode 0644 when there was none.
-//  Returns 0, EAGAIN when the file is not the one that was read any more, EFBIG above maxFileSize, which readFile would
-//  refuse from then on, or another errno value; the file is then as it was.
+//  Fails with errorFileChanged when the file is not the one that was read any more, and with errorTooLarge above maxFileSize,
+//  which readFile would refuse from then on. After a failure the file is as it was.
 //  The file survives a power cut only after flushDirectory.
 //  Requires: the lock is held.
-int replaceFile(const FilePlace& place, const FileText& before, std::string_view bytes);
+Status replaceFile(const FilePlace& place, const FileText& before, std::string_view bytes);
 
-//  Flushes the entry of the file in its directory. Returns 0 or an errno value.
-int flushDirectory(const FilePlace& place);
+//  Flushes the entry of the file in its directory.
+Status flushDirectory(const FilePlace& place);
 
 }  // namespace rdbopen
 

@@ -1,11 +1,11 @@
 #include "net/local_flags.h"
 
-#include <cerrno>
+#include "files/descriptor.h"
+
 #include <charconv>
 #include <fcntl.h>
 #include <sstream>
 #include <string_view>
-#include <unistd.h>
 
 namespace rdbopen {
 
@@ -25,31 +25,6 @@ bool parsePackedAddress(std::string_view text, Ipv6Address& address) {
         if (!parseHex(text.substr(2 * i, 2), address[i]))
             return false;
     return true;
-}
-
-//  Closed also when memory runs short while it is read.
-struct Descriptor {
-    explicit Descriptor(const char* path) : number(open(path, O_RDONLY | O_CLOEXEC)) {}
-    Descriptor(const Descriptor&) = delete;
-    Descriptor& operator=(const Descriptor&) = delete;
-    ~Descriptor() {
-        if (number >= 0)
-            close(number);
-    }
-    const int number;
-};
-
-int readAll(int descriptor, std::string& text) {
-    char part[4096];
-    for (;;) {
-        const ssize_t taken = read(descriptor, part, sizeof part);
-        if (taken == 0)
-            return 0;
-        if (taken < 0 && errno != EINTR)
-            return errno;
-        if (taken > 0)
-            text.append(part, static_cast<std::size_t>(taken));
-    }
 }
 
 }  // namespace
@@ -81,15 +56,14 @@ LocalFlags parseLocalFlags(const std::string& table) {
     return found;
 }
 
-int readLocalFlags(LocalFlags& flags) {
-    const Descriptor descriptor("/proc/self/net/if_inet6");
-    if (descriptor.number < 0)
-        return errno;
-    std::string table;
-    const int error = readAll(descriptor.number, table);
-    if (error == 0)
-        flags = parseLocalFlags(table);
-    return error;
+Result<LocalFlags> readLocalFlags() {
+    const Descriptor file(open("/proc/self/net/if_inet6", O_RDONLY | O_CLOEXEC));
+    if (file.get() < 0)
+        return systemFailure(errno);
+    const Result<std::string> table = readToEnd(file.get(), SIZE_MAX);
+    if (!table.ok())
+        return table.status();
+    return parseLocalFlags(*table);
 }
 
 }  // namespace rdbopen

@@ -3,10 +3,11 @@
 #ifndef RDBAPI_OPEN_NET_LOCAL_FLAGS_H
 #define RDBAPI_OPEN_NET_LOCAL_FLAGS_H
 
+#include "engine/status.h"
+
 #include <array>
 #include <cstdint>
 #include <map>
-#include <string>
 
 namespace rdbopen {
 
@@ -22,8 +23,8 @@ using LocalFlags = std::map<Ipv6Address, unsigned>;
 //  Reads the table that the kernel shows as /proc/self/net/if_inet6. A line that is none of its form is passed over.
 LocalFlags parseLocalFlags(const std::string& table);
 
-//  Stores the flags of the addresses of this network namespace. Returns 0 or errno.
-int readLocalFlags(LocalFlags& flags);
+//  Returns the flags of the addresses of this network namespace.
+Result<LocalFlags> readLocalFlags();
 
 }  // namespace rdbopen
 

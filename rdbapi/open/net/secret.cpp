@@ -1,11 +1,10 @@
 #include "net/secret.h"
 
-#include <cerrno>
+#include "files/descriptor.h"
+
 #include <fcntl.h>
 #include <string_view>
 #include <sys/stat.h>
-#include <system_error>
-#include <unistd.h>
 
 namespace rdbopen {
 
@@ -13,28 +12,14 @@ namespace {
 
 constexpr std::string_view marker = "file:";
 
-//  Returns 0 or errno. A pipe or a device could keep the reader waiting, so only regular files are read. All memory is
-//  taken before the file is open.
-int readWhole(const char* path, std::string& text) {
-    std::string whole(maxSecretLength + 3, '\0');  // a line end, and one byte more to tell a longer file
-    const int descriptor = open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
-    if (descriptor < 0)
-        return errno;
-    struct stat status {};
-    int error = fstat(descriptor, &status) == 0 ? 0 : errno;
-    if (error == 0 && !S_ISREG(status.st_mode))
-        error = EINVAL;
-    std::size_t filled = 0;
-    for (ssize_t taken = 1; error == 0 && taken != 0 && filled < whole.size();) {
-        taken = read(descriptor, whole.data() + filled, whole.size() - filled);
-        if (taken < 0 && errno != EINTR)
-            error = errno;
-        filled += taken > 0 ? static_cast<std::size_t>(taken) : 0;
-    }
-    close(descriptor);
-    whole.resize(filled);
-    text = std::move(whole);
-    return error;
+//  A pipe or a device could keep the reader waiting, so only regular files are read.
+Result<std::string> readRegularFile(const char* path) {
+    constexpr std::size_t maxLineEnd = 2;
+    const Descriptor file(open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
+    struct stat inode {};
+    if (file.get() < 0 || fstat(file.get(), &inode) != 0)
+        return systemFailure(errno);
+    return S_ISREG(inode.st_mode) ? readToEnd(file.get(), maxSecretLength + maxLineEnd) : systemFailure(EINVAL);
 }
 
 void dropLineEnd(std::string& text) {
@@ -45,22 +30,20 @@ void dropLineEnd(std::string& text) {
 
 }  // namespace
 
-std::string readSecret(const std::string& configured, std::string& secret) {
-    const bool in_file = configured.starts_with(marker) && configured.substr(marker.size()).starts_with('/');
-    if (!in_file) {
-        secret = configured;
-        return {};
-    }
+Result<std::string> readSecret(const std::string& configured) {
+    const bool inFile = configured.starts_with(marker) && configured.substr(marker.size()).starts_with('/');
+    if (!inFile)
+        return configured;
     const std::string path = configured.substr(marker.size());
     const std::string subject = "the password file " + path;
-    if (const int error = readWhole(path.c_str(), secret); error != 0)
-        return subject + " cannot be read: " + std::generic_category().message(error);
-    dropLineEnd(secret);
-    if (secret.empty())
-        return subject + " is empty";
-    if (secret.size() > maxSecretLength)
-        return subject + " is too long";
-    return {};
+    Result<std::string> secret = readRegularFile(path.c_str());
+    if (secret.ok())
+        dropLineEnd(*secret);
+    if (secret.status().code == errorTooLarge || (secret.ok() && secret->size() > maxSecretLength))
+        return backendFailed(subject + " is too long");
+    if (!secret.ok())
+        return failedTo(subject + " cannot be read", secret.status());
+    return secret->empty() ? backendFailed(subject + " is empty") : std::move(secret);
 }
 
 }  // namespace rdbopen

@@ -3,17 +3,16 @@
 #ifndef RDBAPI_OPEN_NET_SECRET_H
 #define RDBAPI_OPEN_NET_SECRET_H
 
-#include <string>
+#include "engine/status.h"
 
 namespace rdbopen {
 
 //  Bytes of a password at most.
 inline constexpr std::size_t maxSecretLength = 4096;
 
-//  Stores the password behind configured. A file is read anew each time, so that a new password counts from the next
-//  login on; one line end at its end does not belong to it. Returns an empty text, or the reason of the failure, which
-//  holds the path and no secret.
-std::string readSecret(const std::string& configured, std::string& secret);
+//  Returns the password that configured is or names. A file is read again each time, so that a new password takes effect at
+//  the next login; one line end at its end is not part of the password. The reason of a failure holds the path and no secret.
+Result<std::string> readSecret(const std::string& configured);
 
 }  // namespace rdbopen
 

@@ -7,7 +7,6 @@
 #include <cstring>
 #include <memory>
 #include <netdb.h>
-#include <system_error>
 
 namespace rdbopen {
 
@@ -32,7 +31,7 @@ ServerAddress addressOf(const addrinfo& found) {
 
 }  // namespace
 
-std::string ServerAddresses::lookUp(const Server& server, std::chrono::milliseconds& until) {
+Status ServerAddresses::lookUp(const Server& server, std::chrono::milliseconds& until) {
     addrinfo hints{};
     hints.ai_socktype = SOCK_STREAM;
     hints.ai_flags = AI_NUMERICSERV;
@@ -43,28 +42,28 @@ std::string ServerAddresses::lookUp(const Server& server, std::chrono::milliseco
     const std::unique_ptr<addrinfo, FreeAddresses> found(first);
     until += monotonicNow() - before;
     if (error != 0)
-        return "the name of the server is not known: " +
-               (error == EAI_SYSTEM ? std::generic_category().message(system) : std::string(gai_strerror(error)));
+        return failedTo("the name of the server is not known",
+                        error == EAI_SYSTEM ? systemFailure(system) : backendFailed(gai_strerror(error)));
     addresses_.clear();
     for (const addrinfo* address = found.get(); address != nullptr; address = address->ai_next)
         addresses_.push_back(addressOf(*address));
     std::stable_partition(addresses_.begin(), addresses_.end(),
                           [this](const ServerAddress& address) { return same(address, right_); });
-    return addresses_.empty() ? "the name of the server has no address" : "";
+    return addresses_.empty() ? backendFailed("the name of the server has no address") : Status{};
 }
 
-Outcome ServerAddresses::tryEach(const Waiter& waiter, std::chrono::milliseconds until, const Connect& connect,
-                                 const Attempt& attempt) {
+Status ServerAddresses::tryEach(const Waiter& waiter, std::chrono::milliseconds until, const Connect& connect,
+                                const Attempt& attempt) {
     return walk({waiter, until, connect, attempt}, nothing, {});
 }
 
-Outcome ServerAddresses::tryOthers(Outcome outcome, const Waiter& waiter, std::chrono::milliseconds until,
-                                   const Connect& connect, const Attempt& attempt) {
-    return walk({waiter, until, connect, attempt}, current_, std::move(outcome));
+Status ServerAddresses::tryOthers(Status status, const Waiter& waiter, std::chrono::milliseconds until,
+                                  const Connect& connect, const Attempt& attempt) {
+    return walk({waiter, until, connect, attempt}, current_, std::move(status));
 }
 
 //  An answer is worth more to the operator than a failed connection. told: the answer of the skipped address.
-Outcome ServerAddresses::walk(const Walk& how, std::size_t skipped, Outcome told) {
+Status ServerAddresses::walk(const Walk& how, std::size_t skipped, Status told) {
     bool answered = skipped != nothing;
     auto left = static_cast<std::int64_t>(addresses_.size()) - (answered ? 1 : 0);
     for (std::size_t i = 0; i < addresses_.size(); ++i) {
@@ -75,16 +74,17 @@ Outcome ServerAddresses::walk(const Walk& how, std::size_t skipped, Outcome told
         const auto now = monotonicNow();
         const std::chrono::milliseconds share = now + (how.until - now) / left--;
         current_ = i;
-        std::string failed = how.connect(addresses_[i], share);
-        const bool reached = failed.empty();
-        Outcome outcome = reached ? how.attempt(share) : backendFailed(std::move(failed));
-        if (reached && !outcome.elsewhere) {
-            if (outcome.code != errorBackendFailed)
+        Status status = how.connect(addresses_[i], share);
+        const bool reached = status.ok();
+        if (reached)
+            status = how.attempt(share);
+        if (reached && !status.failover) {
+            if (status.code != errorBackendFailed)
                 right_ = addresses_[i];
-            return outcome;
+            return status;
         }
         if (reached || !answered)
-            told = std::move(outcome);
+            told = std::move(status);
         answered = answered || reached;
     }
     return told;

@@ -20,27 +20,27 @@ namespace rdbopen {
 
 class ServerAddresses {
 public:
-    //  Connects to an address, up to the given time. Returns an empty text, or why not.
-    using Connect = std::function<std::string(const ServerAddress&, std::chrono::milliseconds)>;
+    //  Connects to an address, up to the given time.
+    using Connect = std::function<Status(const ServerAddress&, std::chrono::milliseconds)>;
 
-    //  Uses the connection; the given time is when the next address should have its turn. An outcome with elsewhere ends
+    //  Uses the connection; the given time is when the next address should have its turn. A status with failover ends
     //  this address's turn.
-    using Attempt = std::function<Outcome(std::chrono::milliseconds)>;
+    using Attempt = std::function<Status(std::chrono::milliseconds)>;
 
-    //  Returns an empty text, or the reason of the failure. getaddrinfo(3) keeps limits of its own and does not end with the
-    //  handle: until is moved on by the time that it took.
-    std::string lookUp(const Server& server, std::chrono::milliseconds& until);
+    //  Resolves the name of server. getaddrinfo(3) keeps limits of its own and does not end with the handle: until is moved on
+    //  by the time that it took.
+    Status lookUp(const Server& server, std::chrono::milliseconds& until);
 
-    //  Each address has an equal share of the time that is left. Return the first outcome that is not elsewhere. Without
+    //  Each address has an equal share of the time that is left. Return the first status without failover. Without
     //  one, the last that a server answered, or else why none could be reached.
     //  Requires: lookUp has succeeded.
-    Outcome tryEach(const Waiter& waiter, std::chrono::milliseconds until, const Connect& connect,
-                    const Attempt& attempt);
+    Status tryEach(const Waiter& waiter, std::chrono::milliseconds until, const Connect& connect,
+                   const Attempt& attempt);
 
-    //  Goes on after an attempt at the connection that tryEach or tryOthers has left: its outcome, which is elsewhere,
+    //  Goes on after an attempt at the connection that tryEach or tryOthers has left: its status, which has failover set,
     //  counts as answered.
-    Outcome tryOthers(Outcome outcome, const Waiter& waiter, std::chrono::milliseconds until, const Connect& connect,
-                      const Attempt& attempt);
+    Status tryOthers(Status status, const Waiter& waiter, std::chrono::milliseconds until, const Connect& connect,
+                     const Attempt& attempt);
 
     //  Says whether tryOthers has an address to try.
     bool hasOthers() const noexcept { return addresses_.size() > 1; }
@@ -52,7 +52,7 @@ private:
         const Connect& connect;
         const Attempt& attempt;
     };
-    Outcome walk(const Walk& how, std::size_t skipped, Outcome told);
+    Status walk(const Walk& how, std::size_t skipped, Status told);
 
     std::vector<ServerAddress> addresses_;
     std::size_t current_ = 0;  // index of the one that was tried last

@@ -5,16 +5,11 @@
 #include <netinet/tcp.h>
 #include <poll.h>
 #include <sys/socket.h>
-#include <system_error>
 #include <unistd.h>
 
 namespace rdbopen {
 
 namespace {
-
-std::string systemText(int error) {
-    return std::generic_category().message(error);
-}
 
 //  Requests and answers are small and wait for each other: nothing is gained by collecting bytes.
 void setOptions(int descriptor) {
@@ -31,26 +26,28 @@ int pendingError(int descriptor) {
 
 }  // namespace
 
-std::string waitFailure(Waiter::Result result) {
+Status waitFailure(Waiter::Result result) {
     if (result == Waiter::Result::timedOut)
-        return "the server does not answer in time";
+        return backendFailed("the server does not answer in time");
     if (result == Waiter::Result::callWaits)
-        return "a call waits";
-    return result == Waiter::Result::closed ? "the handle was closed" : "cannot wait: " + systemText(errno);
+        return backendFailed("a call waits");
+    if (result == Waiter::Result::closed)
+        return backendFailed("the handle was closed");
+    return failedTo("cannot wait", systemFailure(errno));
 }
 
-std::string TcpStream::connect(const ServerAddress& address, const Waiter& waiter, std::chrono::milliseconds until) {
+Status TcpStream::connect(const ServerAddress& address, const Waiter& waiter, std::chrono::milliseconds until) {
     close();
-    std::string reason = open(address, waiter, until);
-    if (!reason.empty())
+    Status status = open(address, waiter, until);
+    if (!status.ok())
         close();
-    return reason;
+    return status;
 }
 
-std::string TcpStream::open(const ServerAddress& address, const Waiter& waiter, std::chrono::milliseconds until) {
+Status TcpStream::open(const ServerAddress& address, const Waiter& waiter, std::chrono::milliseconds until) {
     descriptor_ = socket(address.bytes.ss_family, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
     if (descriptor_ < 0)
-        return "no socket: " + systemText(errno);
+        return failedTo("no socket", systemFailure(errno));
     setOptions(descriptor_);
     const auto* const place = reinterpret_cast<const sockaddr*>(&address.bytes);
     int error = ::connect(descriptor_, place, address.length) == 0 ? 0 : errno;
@@ -60,11 +57,10 @@ std::string TcpStream::open(const ServerAddress& address, const Waiter& waiter, 
             return waitFailure(result);
         error = pendingError(descriptor_);
     }
-    return error == 0 ? std::string() : "cannot be reached: " + systemText(error);
+    return error == 0 ? Status{} : failedTo("cannot be reached", systemFailure(error));
 }
 
-std::string TcpStream::send(std::span<const std::uint8_t> bytes, const Waiter& waiter,
-                            std::chrono::milliseconds until) {
+Status TcpStream::send(std::span<const std::uint8_t> bytes, const Waiter& waiter, std::chrono::milliseconds until) {
     while (!bytes.empty()) {
         const ssize_t sent = ::send(descriptor_, bytes.data(), bytes.size(), MSG_NOSIGNAL);
         if (sent >= 0) {
@@ -74,14 +70,14 @@ std::string TcpStream::send(std::span<const std::uint8_t> bytes, const Waiter& w
         if (errno == EINTR)
             continue;
         if (errno != EAGAIN)
-            return "the connection was lost: " + systemText(errno);
+            return failedTo("the connection was lost", systemFailure(errno));
         if (const Waiter::Result result = waiter.wait(descriptor_, POLLOUT, until); result != Waiter::Result::ready)
             return waitFailure(result);
     }
     return {};
 }
 
-std::string TcpStream::receive(std::span<std::uint8_t> bytes, const Waiter& waiter, std::chrono::milliseconds until) {
+Status TcpStream::receive(std::span<std::uint8_t> bytes, const Waiter& waiter, std::chrono::milliseconds until) {
     while (!bytes.empty()) {
         const ssize_t taken = recv(descriptor_, bytes.data(), bytes.size(), 0);
         if (taken > 0) {
@@ -89,11 +85,11 @@ std::string TcpStream::receive(std::span<std::uint8_t> bytes, const Waiter& wait
             continue;
         }
         if (taken == 0)
-            return "the server closed the connection";
+            return backendFailed("the server closed the connection");
         if (errno == EINTR)
             continue;
         if (errno != EAGAIN)
-            return "the connection was lost: " + systemText(errno);
+            return failedTo("the connection was lost", systemFailure(errno));
         if (const Waiter::Result result = waiter.wait(descriptor_, POLLIN, until); result != Waiter::Result::ready)
             return waitFailure(result);
     }

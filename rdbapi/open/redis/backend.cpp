@@ -34,19 +34,19 @@ public:
     std::string label() const override;
     bool serves(Service service) const noexcept override { return service == Service::tags; }
 
-    Outcome open(const Waiter& waiter) override;
+    Status open(const Waiter& waiter) override;
     void close() noexcept override { connection_.close(); }
-    Outcome tagGet(RdbTag& tag) override {
+    Status tagGet(RdbTag& tag) override {
         return atServer([&] { return queryTag(tag); });
     }
-    Outcome tagImport(const RdbTag& tag) override;
-    Outcome put(std::span<const RdbSnapshot> records) override;
+    Status tagImport(const RdbTag& tag) override;
+    Status put(std::span<const RdbSnapshot> records) override;
     int watchedDescriptor() const noexcept override { return connection_.descriptor(); }
     std::chrono::milliseconds checkInterval() const noexcept override { return checkAfter; }
-    Outcome probe() override {
+    Status probe() override {
         return atServer([this] { return ping(); });
     }
-    Outcome checkValue(const RdbSnapshot& record) override {
+    Status checkValue(const RdbSnapshot& record) override {
         return atServer([&] { return queryValue(record); });
     }
 
@@ -58,28 +58,28 @@ private:
     };
 
     //  Carries out one request at the server that the connection is with.
-    using Request = std::function<Outcome()>;
+    using Request = std::function<Status()>;
 
-    Outcome atServer(const Request& request);
-    Outcome atOthers(Outcome outcome, const Request& request);
-    Outcome logInUntil(const std::string& password, std::chrono::milliseconds until);
-    Outcome exchange(const Commands& commands, std::vector<RedisReply>& replies);
-    Outcome logIn(const std::string& password);
-    Outcome prepareConnection();
-    Outcome beginTransaction(const std::vector<const char*>& names, ServerState& state);
-    Outcome readServerState(std::span<const RedisReply> replies, const std::vector<const char*>& names,
-                            ServerState& state);
-    Outcome abortTransaction(Outcome outcome);
-    Outcome endTransaction(Commands commands, Attempt& attempt);
+    Status atServer(const Request& request);
+    Status atOthers(Status status, const Request& request);
+    Status logInUntil(const std::string& password, std::chrono::milliseconds until);
+    Status exchange(const Commands& commands, std::vector<RedisReply>& replies);
+    Status logIn(const std::string& password);
+    Status prepareConnection();
+    Status beginTransaction(const std::vector<const char*>& names, ServerState& state);
+    Status readServerState(std::span<const RedisReply> replies, const std::vector<const char*>& names,
+                           ServerState& state);
+    Status abortTransaction(Status status);
+    Status endTransaction(Commands commands, Attempt& attempt);
     template <class Append>
-    Outcome transaction(const std::vector<const char*>& names, Append append);
+    Status transaction(const std::vector<const char*>& names, Append append);
     template <class Append>
-    Outcome runTransaction(const std::vector<const char*>& names, Append append);
-    Outcome queryTag(RdbTag& tag);
-    Outcome ping();
-    Outcome queryValue(const RdbSnapshot& record);
+    Status runTransaction(const std::vector<const char*>& names, Append append);
+    Status queryTag(RdbTag& tag);
+    Status ping();
+    Status queryValue(const RdbSnapshot& record);
     bool holdsAll(std::span<const RdbSnapshot> records, const ServerState& state) const;
-    Outcome appendRecords(std::span<const RdbSnapshot> records, const ServerState& state, Commands& commands);
+    Status appendRecords(std::span<const RdbSnapshot> records, const ServerState& state, Commands& commands);
 
     const Settings settings_;
     RedisConnection connection_;
@@ -100,67 +100,66 @@ std::string RedisBackend::label() const {
     return "redis://" + serverText(settings_.server) + "/" + std::to_string(settings_.database);
 }
 
-Outcome RedisBackend::exchange(const Commands& commands, std::vector<RedisReply>& replies) {
-    std::string reason = connection_.exchange(commands, replies, *waiter_, until_);
-    return reason.empty() ? Outcome{} : backendFailed(std::move(reason));
+Status RedisBackend::exchange(const Commands& commands, std::vector<RedisReply>& replies) {
+    return connection_.exchange(commands, replies, *waiter_, until_);
 }
 
-Outcome RedisBackend::open(const Waiter& waiter) {
+Status RedisBackend::open(const Waiter& waiter) {
     waiter_ = &waiter;
-    std::string password;
-    if (std::string reason = readSecret(settings_.credentials.password, password); !reason.empty())
-        return backendFailed(std::move(reason));
+    const Result<std::string> password = readSecret(settings_.credentials.password);
+    if (!password.ok())
+        return password.status();
     std::chrono::milliseconds until = monotonicNow() + openLimit;
-    if (std::string reason = addresses_.lookUp(settings_.server, until); !reason.empty())
-        return backendFailed(std::move(reason));
-    return addresses_.tryEach(waiter, until, connect_, [&](auto share) { return logInUntil(password, share); });
+    if (Status failed = addresses_.lookUp(settings_.server, until); !failed.ok())
+        return failed;
+    return addresses_.tryEach(waiter, until, connect_, [&](auto share) { return logInUntil(*password, share); });
 }
 
 //  Whatever fails here, the next address may do it: nothing has been changed yet.
-Outcome RedisBackend::logInUntil(const std::string& password, std::chrono::milliseconds until) {
+Status RedisBackend::logInUntil(const std::string& password, std::chrono::milliseconds until) {
     until_ = until;
     queueing_ = false;
-    Outcome outcome = logIn(password);
-    if (outcome.code == errorNone)
-        outcome = prepareConnection();
-    outcome.elsewhere = outcome.code != errorNone;
-    return outcome;
+    Status status = logIn(password);
+    if (status.ok())
+        status = prepareConnection();
+    status.failover = !status.ok();
+    return status;
 }
 
-Outcome RedisBackend::atServer(const Request& request) {
+Status RedisBackend::atServer(const Request& request) {
     until_ = monotonicNow() + requestLimit;
-    Outcome outcome = request();
-    return outcome.elsewhere && addresses_.hasOthers() ? atOthers(std::move(outcome), request) : outcome;
+    Status status = request();
+    return status.failover && addresses_.hasOthers() ? atOthers(std::move(status), request) : status;
 }
 
 //  The name is not looked up again here: that may take longer than a request may. When no address is the right server, the
 //  connection is with the last one, if any, and of no use.
-Outcome RedisBackend::atOthers(Outcome outcome, const Request& request) {
-    std::string password;
-    if (std::string reason = readSecret(settings_.credentials.password, password); !reason.empty())
-        return backendFailed(std::move(reason));
+Status RedisBackend::atOthers(Status status, const Request& request) {
+    const Result<std::string> password = readSecret(settings_.credentials.password);
+    if (!password.ok())
+        return password.status();
     const auto until = until_;
-    outcome = addresses_.tryOthers(std::move(outcome), *waiter_, until, connect_, [&](auto share) {
-        Outcome tried = logInUntil(password, share);
+    status = addresses_.tryOthers(std::move(status), *waiter_, until, connect_, [&](auto share) {
+        Status tried = logInUntil(*password, share);
         until_ = until;
-        return tried.code == errorNone ? request() : tried;
+        return tried.ok() ? request() : tried;
     });
-    if (outcome.elsewhere)
-        outcome.code = errorBackendFailed;
-    return outcome;
+    if (status.failover)
+        status.code = errorBackendFailed;
+    return status;
 }
 
 //  The user "default" of a server without passwords takes any password. Servers before Redis 6 know passwords only, or
 //  not even these; for them the user is "default", too. No answer is quoted: it may hold the password.
-Outcome RedisBackend::logIn(const std::string& password) {
+Status RedisBackend::logIn(const std::string& password) {
     const std::string& user = settings_.credentials.user;
     connection_.conceal({user, password});
     std::vector<RedisReply> replies;
-    if (Outcome outcome = exchange({{"AUTH", user, password}}, replies); outcome.code != errorNone)
-        return outcome;
+    if (Status status = exchange({{"AUTH", user, password}}, replies); !status.ok())
+        return status;
     if (user == "default" && replies[0].is(Kind::error) && replies[0].text.starts_with("ERR wrong number of arguments"))
-        if (Outcome outcome = exchange({{"AUTH", password}}, replies); outcome.code != errorNone)
-            return outcome;
+        if (Status status = exchange({{"AUTH", password}}, replies); !status.ok())
+            return status;
     const bool needless = replies[0].is(Kind::error) && user == "default" &&
                           replies[0].text.starts_with("ERR Client sent AUTH, but no password is set");
     if (needless || replies[0].isStatus("OK"))
@@ -171,13 +170,13 @@ Outcome RedisBackend::logIn(const std::string& password) {
 }
 
 //  The name is for the server's list of clients only; a server that does not allow it goes without.
-Outcome RedisBackend::prepareConnection() {
+Status RedisBackend::prepareConnection() {
     Commands commands{{"CLIENT", "SETNAME", "addrpubd"}, {"PING"}};
     if (settings_.database != 0)
         commands.push_back({"SELECT", std::to_string(settings_.database)});
     std::vector<RedisReply> replies;
-    if (Outcome outcome = exchange(commands, replies); outcome.code != errorNone)
-        return outcome;
+    if (Status status = exchange(commands, replies); !status.ok())
+        return status;
     for (std::size_t i = 1; i < commands.size(); ++i) {
         if (replies[i].is(Kind::error))
             return backendFailed(redisRefusal(commands[i].front(), replies[i].text, replies[i].quotable));
@@ -187,16 +186,16 @@ Outcome RedisBackend::prepareConnection() {
     return {};
 }
 
-Outcome RedisBackend::queryTag(RdbTag& tag) {
+Status RedisBackend::queryTag(RdbTag& tag) {
     Commands commands;
     appendTagQuery(commands, tag.name);
     std::vector<RedisReply> replies;
-    if (Outcome outcome = exchange(commands, replies); outcome.code != errorNone)
-        return outcome;
+    if (Status status = exchange(commands, replies); !status.ok())
+        return status;
     std::span<const RedisReply> answers(replies);
     std::optional<RedisTag> held;
-    if (Outcome outcome = readTag(answers, tag.name, held); outcome.code != errorNone)
-        return outcome;
+    if (Status status = readTag(answers, tag.name, held); !status.ok())
+        return status;
     if (!held)
         return {errorNoSuchTag, {}};
     tag.tagclass = held->tagclass;
@@ -205,28 +204,28 @@ Outcome RedisBackend::queryTag(RdbTag& tag) {
     return {};
 }
 
-Outcome RedisBackend::tagImport(const RdbTag& tag) {
+Status RedisBackend::tagImport(const RdbTag& tag) {
     return transaction({tag.name}, [&](const ServerState& state, Commands& commands) {
         appendImport(commands, tag, state.now, settings_.expire);
-        return Outcome{};
+        return Status{};
     });
 }
 
-Outcome RedisBackend::put(std::span<const RdbSnapshot> records) {
+Status RedisBackend::put(std::span<const RdbSnapshot> records) {
     std::vector<const char*> names;
     for (const RdbSnapshot& record : records)
         names.push_back(record.name);
-    Outcome outcome = transaction(names, [&](const ServerState& state, Commands& commands) {
+    Status status = transaction(names, [&](const ServerState& state, Commands& commands) {
         if (unansweredPut_ != 0 && holdsAll(records, state))
-            return Outcome{};
-        Outcome refused = appendRecords(records, state, commands);
-        if (refused.code == errorNone)
+            return Status{};
+        Status refused = appendRecords(records, state, commands);
+        if (refused.ok())
             unansweredPut_ = state.now;
         return refused;
     });
-    if (outcome.code == errorNone)
+    if (status.ok())
         unansweredPut_ = 0;
-    return outcome;
+    return status;
 }
 
 //  True when the server holds records as the unanswered put has left them.
@@ -239,8 +238,7 @@ bool RedisBackend::holdsAll(std::span<const RdbSnapshot> records, const ServerSt
     return true;
 }
 
-Outcome RedisBackend::appendRecords(std::span<const RdbSnapshot> records, const ServerState& state,
-                                    Commands& commands) {
+Status RedisBackend::appendRecords(std::span<const RdbSnapshot> records, const ServerState& state, Commands& commands) {
     for (std::size_t i = 0; i < records.size(); ++i) {
         const auto& [tag, value] = state.held[i];
         if (!tag)
@@ -256,30 +254,30 @@ Outcome RedisBackend::appendRecords(std::span<const RdbSnapshot> records, const 
 //  Reads what the server holds under names and calls append, which appends the commands that write. Sends all of them or,
 //  when there are none or append fails, nothing. append may be called several times.
 template <class Append>
-Outcome RedisBackend::transaction(const std::vector<const char*>& names, Append append) {
+Status RedisBackend::transaction(const std::vector<const char*>& names, Append append) {
     return atServer([&] { return runTransaction(names, append); });
 }
 
 template <class Append>
-Outcome RedisBackend::runTransaction(const std::vector<const char*>& names, Append append) {
+Status RedisBackend::runTransaction(const std::vector<const char*>& names, Append append) {
     for (int i = 0; i < maxAttempts; ++i) {
         ServerState state;
-        if (Outcome outcome = beginTransaction(names, state); outcome.code != errorNone)
-            return abortTransaction(std::move(outcome));
+        if (Status status = beginTransaction(names, state); !status.ok())
+            return abortTransaction(std::move(status));
         Commands commands;
-        Outcome outcome = append(state, commands);
-        if (outcome.code != errorNone || commands.empty())
-            return abortTransaction(std::move(outcome));
+        Status status = append(state, commands);
+        if (!status.ok() || commands.empty())
+            return abortTransaction(std::move(status));
         Attempt attempt = Attempt::done;
-        outcome = endTransaction(std::move(commands), attempt);
+        status = endTransaction(std::move(commands), attempt);
         if (attempt == Attempt::done)
-            return outcome;
+            return status;
     }
     return serverRefused("other clients keep changing the same keys");
 }
 
 //  MULTI is sent with the queries, so that nothing is sent as part of a transaction that the server has not begun.
-Outcome RedisBackend::beginTransaction(const std::vector<const char*>& names, ServerState& state) {
+Status RedisBackend::beginTransaction(const std::vector<const char*>& names, ServerState& state) {
     Commands commands{{"WATCH"}, {"TIME"}};
     for (const char* name : names) {
         appendKeys(commands[0], name);
@@ -287,51 +285,51 @@ Outcome RedisBackend::beginTransaction(const std::vector<const char*>& names, Se
     }
     commands.push_back({"MULTI"});
     std::vector<RedisReply> replies;
-    if (Outcome outcome = exchange(commands, replies); outcome.code != errorNone)
-        return outcome;
+    if (Status status = exchange(commands, replies); !status.ok())
+        return status;
     queueing_ = replies.back().isStatus("OK");
     return readServerState(replies, names, state);
 }
 
-Outcome RedisBackend::readServerState(std::span<const RedisReply> replies, const std::vector<const char*>& names,
-                                      ServerState& state) {
+Status RedisBackend::readServerState(std::span<const RedisReply> replies, const std::vector<const char*>& names,
+                                     ServerState& state) {
     for (const auto& [command, reply] : {std::pair("WATCH", &replies.front()), std::pair("MULTI", &replies.back())}) {
         if (reply->is(Kind::error))
             return refusedByRedis(command, *reply);
         if (!reply->isStatus("OK"))
             return notUnderstood(command);
     }
-    if (Outcome outcome = readTime(replies[1], state.now); outcome.code != errorNone)
-        return outcome;
+    if (Status status = readTime(replies[1], state.now); !status.ok())
+        return status;
     replies = replies.subspan(2);
     state.held.resize(names.size());
     for (std::size_t i = 0; i < names.size(); ++i)
-        if (Outcome outcome = readHeld(replies, names[i], state.held[i]); outcome.code != errorNone)
-            return outcome;
+        if (Status status = readHeld(replies, names[i], state.held[i]); !status.ok())
+            return status;
     return {};
 }
 
-//  Discards the begun transaction and the watch of its keys. Returns outcome, unless this fails.
-Outcome RedisBackend::abortTransaction(Outcome outcome) {
-    if (outcome.code == errorBackendFailed)
-        return outcome;
+//  Discards the begun transaction and the watch of its keys. Returns status, unless this fails.
+Status RedisBackend::abortTransaction(Status status) {
+    if (status.code == errorBackendFailed)
+        return status;
     std::vector<RedisReply> replies;
-    Outcome dropped = exchange({{queueing_ ? "DISCARD" : "UNWATCH"}}, replies);
-    if (dropped.code != errorNone)
+    Status dropped = exchange({{queueing_ ? "DISCARD" : "UNWATCH"}}, replies);
+    if (!dropped.ok())
         return dropped;
     if (queueing_ && !replies[0].isStatus("OK"))
         return notUnderstood("DISCARD");
     queueing_ = false;
-    return outcome;
+    return status;
 }
 
 //  Writes commands. A transaction that was refused has written nothing; so has one whose keys were changed meanwhile.
-Outcome RedisBackend::endTransaction(Commands commands, Attempt& attempt) {
+Status RedisBackend::endTransaction(Commands commands, Attempt& attempt) {
     const std::size_t count = commands.size();
     commands.push_back({"EXEC"});
     std::vector<RedisReply> replies;
-    if (Outcome outcome = exchange(commands, replies); outcome.code != errorNone)
-        return outcome;
+    if (Status status = exchange(commands, replies); !status.ok())
+        return status;
     queueing_ = false;
     for (std::size_t i = 0; i < replies.size(); ++i)
         if (replies[i].is(Kind::error))
@@ -349,26 +347,26 @@ Outcome RedisBackend::endTransaction(Commands commands, Attempt& attempt) {
     return {};
 }
 
-Outcome RedisBackend::ping() {
+Status RedisBackend::ping() {
     std::vector<RedisReply> replies;
-    if (Outcome outcome = exchange({{"PING"}}, replies); outcome.code != errorNone)
-        return outcome;
+    if (Status status = exchange({{"PING"}}, replies); !status.ok())
+        return status;
     if (replies[0].is(Kind::error))
         return refusedByRedis("PING", replies[0]);
-    return replies[0].isStatus("PONG") ? Outcome{} : notUnderstood("PING");
+    return replies[0].isStatus("PONG") ? Status{} : notUnderstood("PING");
 }
 
-Outcome RedisBackend::queryValue(const RdbSnapshot& record) {
+Status RedisBackend::queryValue(const RdbSnapshot& record) {
     Commands commands;
     appendValueQuery(commands, record.name);
     std::vector<RedisReply> replies;
-    if (Outcome outcome = exchange(commands, replies); outcome.code != errorNone)
-        return outcome;
+    if (Status status = exchange(commands, replies); !status.ok())
+        return status;
     std::span<const RedisReply> answers(replies);
     std::optional<RedisValue> held;
-    if (Outcome outcome = readValue(answers, record.name, held); outcome.code != errorNone)
-        return outcome;
-    return held && held->equals(record) ? Outcome{} : Outcome{errorNotHeld, {}};
+    if (Status status = readValue(answers, record.name, held); !status.ok())
+        return status;
+    return held && held->equals(record) ? Status{} : Status{errorNotHeld, {}};
 }
 
 //  The options and the path. Returns an empty text, or what is wrong.

@@ -6,7 +6,6 @@
 #include <cerrno>
 #include <poll.h>
 #include <sys/socket.h>
-#include <system_error>
 #include <utility>
 
 namespace rdbopen {
@@ -30,43 +29,42 @@ bool isTlsAlert(std::string_view bytes) {
 
 }  // namespace
 
-std::string RedisConnection::connect(const ServerAddress& address, const Waiter& waiter,
-                                     std::chrono::milliseconds until) {
+Status RedisConnection::connect(const ServerAddress& address, const Waiter& waiter, std::chrono::milliseconds until) {
     if (!parser_.reset())
-        return parser_.reason();
+        return backendFailed(parser_.reason());
     silent_ = true;
     return stream_.connect(address, waiter, until);
 }
 
-std::string RedisConnection::exchange(const std::vector<RedisCommand>& commands, std::vector<RedisReply>& replies,
-                                      const Waiter& waiter, std::chrono::milliseconds until) {
-    if (std::string reason = checkQuiet(); !reason.empty())
-        return reason;
+Status RedisConnection::exchange(const std::vector<RedisCommand>& commands, std::vector<RedisReply>& replies,
+                                 const Waiter& waiter, std::chrono::milliseconds until) {
+    if (Status status = receiveUnasked(); !status.ok())
+        return status;
     std::string bytes;
     for (const RedisCommand& command : commands)
         append(bytes, command);
     const auto* first = reinterpret_cast<const std::uint8_t*>(bytes.data());
-    if (std::string reason = stream_.send({first, bytes.size()}, waiter, until); !reason.empty())
-        return reason;
+    if (Status status = stream_.send({first, bytes.size()}, waiter, until); !status.ok())
+        return status;
     replies.assign(commands.size(), RedisReply());
     for (RedisReply& reply : replies)
-        if (std::string reason = takeReply(reply, waiter, until); !reason.empty())
-            return reason;
-    return parser_.drained() ? std::string() : "the server sent more than it was asked for";
+        if (Status status = takeReply(reply, waiter, until); !status.ok())
+            return status;
+    return parser_.drained() ? Status{} : backendFailed("the server sent more than it was asked for");
 }
 
-std::string RedisConnection::takeReply(RedisReply& reply, const Waiter& waiter, std::chrono::milliseconds until) {
+Status RedisConnection::takeReply(RedisReply& reply, const Waiter& waiter, std::chrono::milliseconds until) {
     for (;;) {
         const RedisReplyParser::Result result = parser_.next(reply);
         if (result == RedisReplyParser::Result::complete)
             markQuotable(reply);
         if (result != RedisReplyParser::Result::incomplete)
-            return result == RedisReplyParser::Result::complete ? std::string() : parser_.reason();
+            return result == RedisReplyParser::Result::complete ? Status{} : backendFailed(parser_.reason());
         if (monotonicNow() >= until)  // also when the server never pauses
             return waitFailure(Waiter::Result::timedOut);
         bool wouldWait = false;
-        if (std::string reason = takeBytes(wouldWait); !reason.empty())
-            return reason;
+        if (Status status = takeBytes(wouldWait); !status.ok())
+            return status;
         if (!wouldWait)
             continue;
         if (const Waiter::Result waited = waiter.wait(descriptor(), POLLIN, until); waited != Waiter::Result::ready)
@@ -81,35 +79,35 @@ void RedisConnection::markQuotable(RedisReply& reply) const {
         markQuotable(element);
 }
 
-std::string RedisConnection::takeBytes(bool& wouldWait) {
+Status RedisConnection::takeBytes(bool& wouldWait) {
     char bytes[16384];
     const ssize_t taken = recv(descriptor(), bytes, sizeof bytes, 0);
     const bool reset = taken < 0 && errno == ECONNRESET;
     if (silent_ && (taken == 0 || reset))
-        return "the server closed the connection before its first answer, as servers do that speak TLS only at their "
-               "port";
+        return backendFailed("the server closed the connection before its first answer, as servers do that speak TLS "
+                             "only at their port");
     if (taken == 0)
-        return "the server closed the connection";
+        return backendFailed("the server closed the connection");
     if (taken > 0) {
         if (std::exchange(silent_, false) && isTlsAlert({bytes, static_cast<std::size_t>(taken)}))
-            return "the server speaks TLS only at this port, which this back end does not: it needs a tunnel or a "
-                   "plain port";
+            return backendFailed("the server speaks TLS only at this port, which this back end does not: it needs a "
+                                 "tunnel or a plain port");
         parser_.feed({bytes, static_cast<std::size_t>(taken)});
         return {};
     }
     wouldWait = errno == EAGAIN || errno == EINTR;
-    return wouldWait ? std::string() : "the connection was lost: " + std::generic_category().message(errno);
+    return wouldWait ? Status{} : failedTo("the connection was lost", systemFailure(errno));
 }
 
 //  A server that takes no more connections, or none of this host, says so unasked and closes.
-std::string RedisConnection::checkQuiet() {
+Status RedisConnection::receiveUnasked() {
     bool wouldWait = false;
-    if (std::string reason = takeBytes(wouldWait); wouldWait || !reason.empty())
-        return reason;
+    if (Status status = takeBytes(wouldWait); wouldWait || !status.ok())
+        return status;
     RedisReply unasked;
     if (parser_.next(unasked) == RedisReplyParser::Result::complete && unasked.is(RedisReply::Kind::error))
-        return redisRefusal("connection", unasked.text, 0);
-    return "the server sent what it was not asked for";
+        return backendFailed(redisRefusal("connection", unasked.text, 0));
+    return backendFailed("the server sent what it was not asked for");
 }
 
 }  // namespace rdbopen

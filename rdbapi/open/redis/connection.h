@@ -3,7 +3,7 @@
 //  The back end owns the socket, and libhiredis only takes answers apart: its own reading and writing would raise
 //  SIGPIPE, and its memory helpers end the process when there is none.
 //
-//  Failures are texts for the operator; an empty text is success. After a failure the connection is of no use.
+//  Every failure is errorBackendFailed: the connection is of no use after it. An error answer of the server is none.
 //
 //  Threads: one at a time.
 #ifndef RDBAPI_OPEN_REDIS_CONNECTION_H
@@ -23,22 +23,22 @@ public:
     void conceal(std::vector<std::string> secrets) { secrets_ = std::move(secrets); }
 
     //  As TcpStream::connect.
-    std::string connect(const ServerAddress& address, const Waiter& waiter, std::chrono::milliseconds until);
+    Status connect(const ServerAddress& address, const Waiter& waiter, std::chrono::milliseconds until);
 
     //  Sends commands and stores one answer for each, errors of the server among them.
-    std::string exchange(const std::vector<RedisCommand>& commands, std::vector<RedisReply>& replies,
-                         const Waiter& waiter, std::chrono::milliseconds until);
-
-    //  Looks, without waiting, whether the server has closed the connection or has said something unasked.
-    std::string checkQuiet();
+    Status exchange(const std::vector<RedisCommand>& commands, std::vector<RedisReply>& replies, const Waiter& waiter,
+                    std::chrono::milliseconds until);
 
     int descriptor() const noexcept { return stream_.descriptor(); }
     void close() noexcept { stream_.close(); }
 
 private:
+    //  Receives, without waiting, what the server has sent since the last exchange. Ok when that is nothing.
+    Status receiveUnasked();
+
     //  Takes what there is. wouldWait: there was nothing.
-    std::string takeBytes(bool& wouldWait);
-    std::string takeReply(RedisReply& reply, const Waiter& waiter, std::chrono::milliseconds until);
+    Status takeBytes(bool& wouldWait);
+    Status takeReply(RedisReply& reply, const Waiter& waiter, std::chrono::milliseconds until);
 
     void markQuotable(RedisReply& reply) const;
 

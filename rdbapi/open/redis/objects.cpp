@@ -22,21 +22,21 @@ std::string historyKey(const char* name) {
     return std::string("rdb:history:") + name;
 }
 
-Outcome foreign(const std::string& key) {
+Status foreign(const std::string& key) {
     return serverRefused(key + " is somebody else's and stays as it is");
 }
 
-//  Takes the next answer, which has to be of one kind. Returns null when it is not, with the outcome.
-const RedisReply* take(std::span<const RedisReply>& replies, std::string_view command, Kind kind, Outcome& outcome) {
+//  Takes the next answer, which has to be of one kind. Returns null when it is not, with the status.
+const RedisReply* take(std::span<const RedisReply>& replies, std::string_view command, Kind kind, Status& status) {
     if (replies.empty()) {
-        outcome = notUnderstood(command);
+        status = notUnderstood(command);
         return nullptr;
     }
     const RedisReply& reply = replies.front();
     replies = replies.subspan(1);
     if (reply.is(kind))
         return &reply;
-    outcome = reply.is(Kind::error) ? refusedByRedis(command, reply) : notUnderstood(command);
+    status = reply.is(Kind::error) ? refusedByRedis(command, reply) : notUnderstood(command);
     return nullptr;
 }
 
@@ -48,14 +48,14 @@ bool readField(const RedisReply& field, Number& number) {
 }
 
 //  Takes the answers to HLEN and HMGET. Stores null in fields when there is no such key.
-Outcome takeHash(std::span<const RedisReply>& replies, std::size_t count, const std::vector<RedisReply>*& fields) {
-    Outcome outcome;
-    const RedisReply* size = take(replies, "HLEN", Kind::integer, outcome);
+Status takeHash(std::span<const RedisReply>& replies, std::size_t count, const std::vector<RedisReply>*& fields) {
+    Status status;
+    const RedisReply* size = take(replies, "HLEN", Kind::integer, status);
     if (size == nullptr)
-        return outcome;
-    const RedisReply* list = take(replies, "HMGET", Kind::array, outcome);
+        return status;
+    const RedisReply* list = take(replies, "HMGET", Kind::array, status);
     if (list == nullptr)
-        return outcome;
+        return status;
     if (list->elements.size() != count)
         return notUnderstood("HMGET");
     fields = size->integer == 0 ? nullptr : &list->elements;
@@ -71,17 +71,17 @@ void appendExpiry(std::vector<RedisCommand>& commands, const char* name, std::ui
 
 }  // namespace
 
-Outcome notUnderstood(std::string_view command) {
+Status notUnderstood(std::string_view command) {
     return backendFailed("the server's answer to " + std::string(command) + " is not understood");
 }
 
-Outcome refusedByRedis(std::string_view command, const RedisReply& answer) {
+Status refusedByRedis(std::string_view command, const RedisReply& answer) {
     std::string reason = redisRefusal(command, answer.text, answer.quotable);
     const int code = redisEndsConnection(answer.text) ? errorBackendFailed : errorServerRefused;
     return {code, std::move(reason), redisIsWrongServer(answer.text)};
 }
 
-Outcome readTime(const RedisReply& reply, std::int64_t& now) {
+Status readTime(const RedisReply& reply, std::int64_t& now) {
     if (reply.is(Kind::error))
         return refusedByRedis("TIME", reply);
     std::int64_t seconds = 0;
@@ -100,10 +100,10 @@ void appendTagQuery(std::vector<RedisCommand>& commands, const char* name) {
     commands.push_back({"HMGET", tagKey(name), "class", "type", "importflag"});
 }
 
-Outcome readTag(std::span<const RedisReply>& replies, const char* name, std::optional<RedisTag>& tag) {
+Status readTag(std::span<const RedisReply>& replies, const char* name, std::optional<RedisTag>& tag) {
     const std::vector<RedisReply>* fields = nullptr;
-    if (Outcome outcome = takeHash(replies, 3, fields); outcome.code != errorNone)
-        return outcome;
+    if (Status status = takeHash(replies, 3, fields); !status.ok())
+        return status;
     tag.reset();
     if (fields == nullptr)
         return {};
@@ -120,10 +120,10 @@ void appendValueQuery(std::vector<RedisCommand>& commands, const char* name) {
     commands.push_back({"HMGET", valueKey(name), "time_ms", "type", "value"});
 }
 
-Outcome readValue(std::span<const RedisReply>& replies, const char* name, std::optional<RedisValue>& value) {
+Status readValue(std::span<const RedisReply>& replies, const char* name, std::optional<RedisValue>& value) {
     const std::vector<RedisReply>* fields = nullptr;
-    if (Outcome outcome = takeHash(replies, 3, fields); outcome.code != errorNone)
-        return outcome;
+    if (Status status = takeHash(replies, 3, fields); !status.ok())
+        return status;
     value.reset();
     if (fields == nullptr)
         return {};
@@ -141,16 +141,16 @@ void appendQuery(std::vector<RedisCommand>& commands, const char* name) {
     commands.push_back({"TYPE", historyKey(name)});
 }
 
-Outcome readHeld(std::span<const RedisReply>& replies, const char* name, RedisHeld& held) {
-    if (Outcome outcome = readTag(replies, name, held.tag); outcome.code != errorNone)
-        return outcome;
-    if (Outcome outcome = readValue(replies, name, held.value); outcome.code != errorNone)
-        return outcome;
-    Outcome outcome;
-    const RedisReply* type = take(replies, "TYPE", Kind::status, outcome);
+Status readHeld(std::span<const RedisReply>& replies, const char* name, RedisHeld& held) {
+    if (Status status = readTag(replies, name, held.tag); !status.ok())
+        return status;
+    if (Status status = readValue(replies, name, held.value); !status.ok())
+        return status;
+    Status status;
+    const RedisReply* type = take(replies, "TYPE", Kind::status, status);
     if (type == nullptr)
-        return outcome;
-    return type->text == "none" || type->text == "stream" ? Outcome{} : foreign(historyKey(name));
+        return status;
+    return type->text == "none" || type->text == "stream" ? Status{} : foreign(historyKey(name));
 }
 
 void appendKeys(RedisCommand& command, const char* name) {

@@ -45,25 +45,25 @@ struct RedisHeld {
 };
 
 //  Takes an error answer to command: the connection goes on, except after redisEndsConnection.
-Outcome refusedByRedis(std::string_view command, const RedisReply& answer);
+Status refusedByRedis(std::string_view command, const RedisReply& answer);
 
-//  The outcome of an answer that no Redis server gives to command.
-Outcome notUnderstood(std::string_view command);
+//  The status of an answer that no Redis server gives to command.
+Status notUnderstood(std::string_view command);
 
 //  Takes the answer to TIME. now: ms since 1970-01-01 UTC.
-Outcome readTime(const RedisReply& reply, std::int64_t& now);
+Status readTime(const RedisReply& reply, std::int64_t& now);
 
 //  Append the commands that query a tag alone, and take their answers from the front of replies.
 void appendTagQuery(std::vector<RedisCommand>& commands, const char* name);
-Outcome readTag(std::span<const RedisReply>& replies, const char* name, std::optional<RedisTag>& tag);
+Status readTag(std::span<const RedisReply>& replies, const char* name, std::optional<RedisTag>& tag);
 
 //  The same for the current value alone.
 void appendValueQuery(std::vector<RedisCommand>& commands, const char* name);
-Outcome readValue(std::span<const RedisReply>& replies, const char* name, std::optional<RedisValue>& value);
+Status readValue(std::span<const RedisReply>& replies, const char* name, std::optional<RedisValue>& value);
 
 //  The same for everything under a name; fails also when the history is somebody else's.
 void appendQuery(std::vector<RedisCommand>& commands, const char* name);
-Outcome readHeld(std::span<const RedisReply>& replies, const char* name, RedisHeld& held);
+Status readHeld(std::span<const RedisReply>& replies, const char* name, RedisHeld& held);
 
 //  Appends the keys of name, for WATCH.
 void appendKeys(RedisCommand& command, const char* name);

@@ -32,76 +32,76 @@ public:
     std::string label() const override { return "sqlite://" + path_; }
     bool serves(Service service) const noexcept override { return service == Service::tags; }
 
-    Outcome open(const Waiter& waiter) override;
+    Status open(const Waiter& waiter) override;
     void close() noexcept override;
-    Outcome tagGet(RdbTag& tag) override;
-    Outcome tagImport(const RdbTag& tag) override;
-    Outcome put(std::span<const RdbSnapshot> records) override;
+    Status tagGet(RdbTag& tag) override;
+    Status tagImport(const RdbTag& tag) override;
+    Status put(std::span<const RdbSnapshot> records) override;
     std::chrono::milliseconds checkInterval() const noexcept override { return checkAfter; }
-    Outcome probe() override;
-    Outcome checkValue(const RdbSnapshot& record) override;
+    Status probe() override;
+    Status checkValue(const RdbSnapshot& record) override;
 
 private:
-    Outcome failed(const char* what);
-    Outcome openFile();
+    Status failed(const char* what);
+    Status openFile();
     void closeStatements();
     bool prepareAll();
-    bool checkWritable();
-    Outcome examineFiles();
-    bool leadsToTheFile() const;
-    Outcome settle();
-    Outcome proveHeld(std::span<const RdbSnapshot> records);
+    bool writeTest();
+    Status examineFiles();
+    bool pathNamesOpenFile() const;
+    Status settle();
+    Status verifyStored(std::span<const RdbSnapshot> records);
     template <class Body>
-    Outcome transaction(Body body);
-    Outcome putOne(const RdbSnapshot& record, std::int64_t now);
+    Status transaction(Body body);
+    Status putOne(const RdbSnapshot& record, std::int64_t now);
 
     std::string path_;
     SqliteDatabase database_;
     SqliteStatement findTag_, importTag_, putSnapshot_, putHistory_, trimHistory_, findValue_;
     FilePlace place_;  // of the file that is open
     SqliteFiles files_;
-    bool noted_ = false;    // files_ holds how the last request left them
-    bool changed_ = false;  // by another program than SQLite, since then
-    bool suspect_ = false;  // SQLite has found the file damaged, and it was not checked since then
+    bool recorded_ = false;  // files_ holds how the last request left them
+    bool changed_ = false;   // by another program than SQLite, since then
+    bool suspect_ = false;   // SQLite has found the file damaged, and it was not checked since then
 };
 
-Outcome SqliteBackend::failed(const char* what) {
+Status SqliteBackend::failed(const char* what) {
     suspect_ = suspect_ || database_.lastResultIsDamage();
     return backendFailed(what + (": " + database_.lastError()));
 }
 
 //  A damaged file is moved aside by an open that fails, so that the worker reports the new name; the next open makes the
 //  new file.
-Outcome SqliteBackend::open(const Waiter&) {
-    if (const std::string reason = resolveFile(path_, place_); !reason.empty())
-        return backendFailed("the file cannot be reached: " + reason);
+Status SqliteBackend::open(const Waiter&) {
+    if (Status unresolved = resolveFile(path_, place_); !unresolved.ok())
+        return failedTo("the file cannot be reached", std::move(unresolved));
     if (!suspect_) {
-        Outcome outcome = openFile();
+        Status status = openFile();
         if (!suspect_)
-            return outcome;
+            return status;
         closeStatements();
         database_.abandon();
     }
     suspect_ = false;
-    if (std::string reason = moveDamagedSqliteFile(place_); !reason.empty())
-        return backendFailed(std::move(reason));
+    if (Status moved = moveDamagedSqliteFile(place_); !moved.ok())
+        return moved;
     return openFile();
 }
 
-Outcome SqliteBackend::openFile() {
-    if (std::string reason = makeSqliteFile(place_); !reason.empty())
-        return backendFailed(std::move(reason));
+Status SqliteBackend::openFile() {
+    if (Status unmade = makeSqliteFile(place_); !unmade.ok())
+        return unmade;
     if (database_.open(place_.path()) != SQLITE_OK)
         return failed("cannot be opened");
-    if (std::string refusal = sqliteFileRefusal(database_, place_.path()); !refusal.empty())
-        return backendFailed(std::move(refusal));
+    if (Status refused = verifySqliteFile(database_, place_.path()); !refused.ok())
+        return refused;
     if (isSqliteFileCutShort(database_, place_.path())) {
         suspect_ = true;
         return backendFailed("the file is shorter than its header says");
     }
-    if (std::string reason = makeSqliteSchema(database_); !reason.empty()) {
+    if (Status unmade = makeSqliteSchema(database_); !unmade.ok()) {
         suspect_ = database_.lastResultIsDamage();
-        return backendFailed(std::move(reason));
+        return unmade;
     }
     if (database_.text("PRAGMA journal_mode = WAL") != "wal")
         return failed("cannot use write-ahead logging");
@@ -110,7 +110,7 @@ Outcome SqliteBackend::openFile() {
         return failed("cannot be set up");
     if (!prepareAll())
         return failed("does not have the expected tables");
-    if (!checkWritable())
+    if (!writeTest())
         return failed("cannot be written");
     return settle();
 }
@@ -119,7 +119,7 @@ Outcome SqliteBackend::openFile() {
 //  not the one of the log it must not.
 void SqliteBackend::close() noexcept {
     try {
-        examineFiles();
+        static_cast<void>(examineFiles());  // stored in changed_
     } catch (...) {
         changed_ = true;  // not known without memory
     }
@@ -129,7 +129,7 @@ void SqliteBackend::close() noexcept {
         files_.removeRemains();
     }
     database_.close();
-    noted_ = false;
+    recorded_ = false;
     changed_ = false;
 }
 
@@ -156,26 +156,26 @@ bool SqliteBackend::prepareAll() {
 }
 
 //  A lock alone does not show a full or read-only disk; a committed change does.
-bool SqliteBackend::checkWritable() {
-    SqliteStatement note = database_.prepare("INSERT INTO service(one, opened_ms) VALUES(1, ?1) "
+bool SqliteBackend::writeTest() {
+    SqliteStatement mark = database_.prepare("INSERT INTO service(one, opened_ms) VALUES(1, ?1) "
                                              "ON CONFLICT(one) DO UPDATE SET opened_ms = excluded.opened_ms");
-    return note && note.bind(1, wallNow()).run() == SQLITE_OK;
+    return mark && mark.bind(1, wallNow()).run() == SQLITE_OK;
 }
 
 //  SQLite goes on writing into a file that was removed or replaced, where nobody would ever read it. It also overwrites a
 //  file that another program wrote.
-Outcome SqliteBackend::examineFiles() {
-    if (!noted_ || changed_)
+Status SqliteBackend::examineFiles() {
+    if (!recorded_ || changed_)
         return {};
-    const std::string change = files_.change(database_);
-    changed_ = !change.empty();
+    Status verified = files_.verify(database_);
+    changed_ = !verified.ok();
     if (changed_)
-        return backendFailed(change);
-    return leadsToTheFile() ? Outcome{} : backendFailed("the path leads to another file");
+        return verified;
+    return pathNamesOpenFile() ? Status{} : backendFailed("the path leads to another file");
 }
 
 //  A link on the path may have been pointed elsewhere; the file itself is as it was then.
-bool SqliteBackend::leadsToTheFile() const {
+bool SqliteBackend::pathNamesOpenFile() const {
     struct stat asked {};
     struct stat open {};
     return stat(path_.c_str(), &asked) == 0 && lstat(place_.path().c_str(), &open) == 0 &&
@@ -184,93 +184,93 @@ bool SqliteBackend::leadsToTheFile() const {
 
 //  What was committed goes from the log into the file, so that a log that is lost, or that belongs to a file that was
 //  replaced, has nothing in it. Then the names are looked at: what was written is where a reader looks for it.
-Outcome SqliteBackend::settle() {
-    if (Outcome outcome = examineFiles(); outcome.code != errorNone)
-        return outcome;
+Status SqliteBackend::settle() {
+    if (Status status = examineFiles(); !status.ok())
+        return status;
     if (!isEmptyLog(place_))
         database_.emptyLog();
-    if (noted_ && !files_.areNamed())
+    if (recorded_ && !files_.areNamed())
         return examineFiles();
-    noted_ = files_.note(place_.path(), database_);
-    return noted_ ? Outcome{} : backendFailed("the file was removed while it was written");
+    recorded_ = files_.record(place_.path(), database_);
+    return recorded_ ? Status{} : backendFailed("the file was removed while it was written");
 }
 
 //  Also empties a log that a reader kept from being emptied after the last request.
-Outcome SqliteBackend::probe() {
+Status SqliteBackend::probe() {
     return settle();
 }
 
 //  Reads the file and not what SQLite remembers of it.
-Outcome SqliteBackend::checkValue(const RdbSnapshot& record) {
-    database_.forgetPages();
+Status SqliteBackend::checkValue(const RdbSnapshot& record) {
+    database_.dropPageCache();
     const int result = findValue_.bind(1, std::string_view(record.name)).step();
-    Outcome outcome;
+    Status status;
     if (result != SQLITE_ROW && result != SQLITE_DONE)
-        outcome = failed("cannot be read");
+        status = failed("cannot be read");
     else if (result == SQLITE_DONE || findValue_.column(0) != record.valuetype ||
              findValue_.text(1) != std::string_view(record.value, record.valuelen))
-        outcome.code = errorNotHeld;
+        status.code = errorNotHeld;
     findValue_.reset();
-    return outcome;
+    return status;
 }
 
-Outcome SqliteBackend::tagGet(RdbTag& tag) {
-    if (Outcome outcome = examineFiles(); outcome.code != errorNone)
-        return outcome;
+Status SqliteBackend::tagGet(RdbTag& tag) {
+    if (Status status = examineFiles(); !status.ok())
+        return status;
     const int result = findTag_.bind(1, std::string_view(tag.name)).step();
     if (result == SQLITE_ROW) {
         tag.tagclass = static_cast<std::uint8_t>(findTag_.column(1));
         tag.valuetype = static_cast<std::uint8_t>(findTag_.column(2));
         tag.importflag = static_cast<std::uint8_t>(findTag_.column(3));
     }
-    Outcome outcome;
+    Status status;
     if (result == SQLITE_DONE)
-        outcome.code = errorNoSuchTag;
+        status.code = errorNoSuchTag;
     else if (result != SQLITE_ROW)
-        outcome = failed("cannot be read");
+        status = failed("cannot be read");
     findTag_.reset();
-    return outcome;
+    return status;
 }
 
-Outcome SqliteBackend::tagImport(const RdbTag& tag) {
+Status SqliteBackend::tagImport(const RdbTag& tag) {
     return transaction([&] {
         importTag_.bind(1, std::string_view(tag.name)).bind(2, std::int64_t{tag.tagclass});
         importTag_.bind(3, std::int64_t{tag.valuetype}).bind(4, std::int64_t{tag.importflag}).bind(5, wallNow());
-        return importTag_.run() == SQLITE_OK ? Outcome{} : failed("cannot be written");
+        return importTag_.run() == SQLITE_OK ? Status{} : failed("cannot be written");
     });
 }
 
-Outcome SqliteBackend::put(std::span<const RdbSnapshot> records) {
-    Outcome outcome = transaction([&] {
+Status SqliteBackend::put(std::span<const RdbSnapshot> records) {
+    Status status = transaction([&] {
         const std::int64_t now = wallNow();
-        Outcome each;
-        for (auto record = records.begin(); each.code == errorNone && record != records.end(); ++record)
+        Status each;
+        for (auto record = records.begin(); each.ok() && record != records.end(); ++record)
             each = putOne(*record, now);
         return each;
     });
-    return outcome.code == errorNone ? proveHeld(records) : outcome;
+    return status.ok() ? verifyStored(records) : status;
 }
 
-//  A program that wrote into the file before settle took note of it leaves no other trace. Of several records of one tag
+//  A program that wrote into the file before settle recorded it leaves no other trace. Of several records of one tag
 //  the last is its value.
-Outcome SqliteBackend::proveHeld(std::span<const RdbSnapshot> records) {
+Status SqliteBackend::verifyStored(std::span<const RdbSnapshot> records) {
     for (; !records.empty(); records = records.subspan(1)) {
         const auto isSameTag = [&](const RdbSnapshot& later) {
             return std::string_view(later.name) == records.front().name;
         };
         if (std::any_of(records.begin() + 1, records.end(), isSameTag))
             continue;
-        Outcome outcome = checkValue(records.front());
-        if (outcome.code == errorNotHeld)
+        Status status = checkValue(records.front());
+        if (status.code == errorNotHeld)
             return backendFailed("the file was overwritten while it was written");
-        if (outcome.code != errorNone)
-            return outcome;
+        if (!status.ok())
+            return status;
     }
     return {};
 }
 
 //  Requires: inside a transaction.
-Outcome SqliteBackend::putOne(const RdbSnapshot& record, std::int64_t now) {
+Status SqliteBackend::putOne(const RdbSnapshot& record, std::int64_t now) {
     const int found = findTag_.bind(1, std::string_view(record.name)).step();
     const std::int64_t tag = found == SQLITE_ROW ? findTag_.column(0) : 0;
     const std::int64_t tagclass = found == SQLITE_ROW ? findTag_.column(1) : 0;
@@ -288,23 +288,23 @@ Outcome SqliteBackend::putOne(const RdbSnapshot& record, std::int64_t now) {
         if (insert->run() != SQLITE_OK)
             return failed("cannot be written");
     }
-    return trimHistory_.bind(1, tag).bind(2, sqliteHistoryLimit).run() == SQLITE_OK ? Outcome{}
+    return trimHistory_.bind(1, tag).bind(2, sqliteHistoryLimit).run() == SQLITE_OK ? Status{}
                                                                                     : failed("cannot be written");
 }
 
 //  Runs body inside a write transaction, which is committed only when body succeeds.
 template <class Body>
-Outcome SqliteBackend::transaction(Body body) {
-    if (Outcome changed = examineFiles(); changed.code != errorNone)
+Status SqliteBackend::transaction(Body body) {
+    if (Status changed = examineFiles(); !changed.ok())
         return changed;
     if (database_.run("BEGIN IMMEDIATE") != SQLITE_OK)
         return failed("cannot be written");
-    Outcome outcome = body();
-    if (outcome.code == errorNone && database_.run("COMMIT") != SQLITE_OK)
-        outcome = failed("cannot be written");
+    Status status = body();
+    if (status.ok() && database_.run("COMMIT") != SQLITE_OK)
+        status = failed("cannot be written");
     if (database_.inTransaction())
         database_.run("ROLLBACK");
-    return outcome.code == errorNone ? settle() : outcome;
+    return status.ok() ? settle() : status;
 }
 
 }  // namespace

@@ -9,10 +9,10 @@
 namespace rdbopen {
 
 //  Makes the file at place when it is missing or empty, and flushes its folder. A new file has mode 0644 whatever the
-//  umask; an empty one keeps its mode and owner. Of two services that start together one makes it. Returns an empty
-//  text, also when an empty file cannot be renamed over and is left to SQLite, or the reason of the failure.
+//  umask; an empty one keeps its mode and owner. Of two services that start together one makes it. Ok also
+//  when an empty file cannot be renamed over and is left to SQLite.
 //  Requires: no connection of this process to the file is open.
-std::string makeSqliteFile(const FilePlace& place);
+Status makeSqliteFile(const FilePlace& place);
 
 }  // namespace rdbopen
 

@@ -8,7 +8,6 @@
 #include <cstdio>
 #include <cstring>
 #include <sys/stat.h>
-#include <system_error>
 #include <unistd.h>
 
 namespace rdbopen {
@@ -18,18 +17,14 @@ namespace {
 constexpr std::chrono::milliseconds lockLimit{2000};
 constexpr int lastName = 9;
 
-std::string because(int error) {
-    return ": " + std::generic_category().message(error);
-}
-
 //  Only asks for the status: closing a descriptor of the file would drop SQLite's locks on it (fcntl(2)).
-bool exists(const std::string& path, struct stat& status) {
-    return lstat(path.c_str(), &status) == 0;
+bool exists(const std::string& path, struct stat& inode) {
+    return lstat(path.c_str(), &inode) == 0;
 }
 
 bool hasContent(const std::string& path) {
-    struct stat status {};
-    return exists(path, status) && status.st_size > 0;
+    struct stat inode {};
+    return exists(path, inode) && inode.st_size > 0;
 }
 
 //  The write lock keeps the log empty, and so the file as it is, while the two are compared.
@@ -50,7 +45,7 @@ bool hasFaults(SqliteDatabase& database) {
 //  Requires: the lock is held.
 bool isDamaged(const std::string& path) {
     SqliteDatabase database;
-    if (database.open(path) != SQLITE_OK || !sqliteFileRefusal(database, path).empty())
+    if (database.open(path) != SQLITE_OK || !verifySqliteFile(database, path).ok())
         return false;
     const bool damaged = isCutShortForCertain(database, path) || hasFaults(database);
     database.abandon();
@@ -59,9 +54,9 @@ bool isDamaged(const std::string& path) {
 
 //  A log that is there already would be applied to the file that gets the name.
 bool isFree(const std::string& path) {
-    struct stat status {};
+    struct stat inode {};
     for (const char* suffix : {"", "-journal", "-wal", "-shm"})
-        if (exists(path + suffix, status) || errno != ENOENT)
+        if (exists(path + suffix, inode) || errno != ENOENT)
             return false;
     return true;
 }
@@ -77,20 +72,20 @@ std::string freeName(const std::string& path) {
 }
 
 //  The database comes first: without its log, a sound one would lose what is in the log. After a power cut between the
-//  calls, the remains are beside a missing file, and go when a new one is made.
-std::string moveTo(const std::string& name, const std::string& path) {
+//  calls, the remains are beside a missing file, and go when a new one is made. Always a failure: the file is not available.
+Status moveTo(const std::string& name, const std::string& path) {
     if (std::rename(path.c_str(), name.c_str()) != 0)
-        return "the file is damaged and cannot be renamed" + because(errno);
+        return failedTo("the file is damaged and cannot be renamed", systemFailure(errno));
     for (const char* suffix : {"-journal", "-wal"})
         if (hasContent(path + suffix))
             std::rename((path + suffix).c_str(), (name + suffix).c_str());
     for (const char* suffix : {"-journal", "-wal", "-shm"})
         unlink((path + suffix).c_str());
-    return "the file was damaged and is now " + name + "; a new one takes its place";
+    return backendFailed("the file was damaged and is now " + name + "; a new one takes its place");
 }
 
 //  Requires: the lock is held.
-std::string moveIfDamaged(const FilePlace& place) {
+Status moveIfDamaged(const FilePlace& place) {
     struct stat before {};
     struct stat after {};
     if (!exists(place.path(), before) || !isDamaged(place.path()))
@@ -99,13 +94,13 @@ std::string moveIfDamaged(const FilePlace& place) {
         return {};
     const std::string name = freeName(place.path());
     if (name.empty())
-        return "the file is damaged and stays as it is, because all names from " + place.name + ".damaged to " +
-               place.name + ".damaged." + std::to_string(lastName) + " are in use";
-    std::string reason = moveTo(name, place.path());
+        return backendFailed("the file is damaged and stays as it is, because all names from " + place.name +
+                             ".damaged to " + place.name + ".damaged." + std::to_string(lastName) + " are in use");
+    Status moved = moveTo(name, place.path());
     //  Before a new file gets the name: otherwise a power cut might keep the new file and lose the damaged one. When it
     //  fails, the flush for the new file fails as well and is reported.
-    flushDirectory(place);
-    return reason;
+    static_cast<void>(flushDirectory(place));
+    return moved;
 }
 
 }  // namespace
@@ -114,13 +109,13 @@ bool isSqliteFileCutShort(SqliteDatabase& database, const std::string& path) {
     return !hasContent(path + "-wal") && sqliteBytesMissing(database);
 }
 
-std::string moveDamagedSqliteFile(const FilePlace& place) {
+Status moveDamagedSqliteFile(const FilePlace& place) {
     FileLock lock;
-    if (const int error = lock.acquire(place.lock(), lockLimit); error != 0)
-        return "the file may be damaged, and cannot be checked: its lock file" + because(error);
-    std::string reason = moveIfDamaged(place);
+    if (Status failed = lock.acquire(place.lock(), lockLimit); !failed.ok())
+        return failedTo("the file may be damaged, and cannot be checked: its lock file", std::move(failed));
+    Status moved = moveIfDamaged(place);
     unlink(place.lock().c_str());  // whoever waits for the lock sees that its file has gone
-    return reason;
+    return moved;
 }
 
 }  // namespace rdbopen

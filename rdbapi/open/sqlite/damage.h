@@ -14,14 +14,14 @@ namespace rdbopen {
 //  True when the file has fewer bytes than the pages that its header counts. SQLite itself takes a last page that is cut
 //  for a whole one that ends with zeros. False while the log has content, because the log may have the missing pages.
 //  The answer may be wrong while another connection writes, unless database is inside BEGIN IMMEDIATE.
-//  Requires: database is open at path, and sqliteFileRefusal has accepted it.
+//  Requires: database is open at path, and verifySqliteFile has accepted it.
 bool isSqliteFileCutShort(SqliteDatabase& database, const std::string& path);
 
 //  Checks the whole file at place, and renames it when it is damaged, together with a log or journal that has content.
-//  Of several services that share the file one renames it. Returns an empty text when the file is missing, sound, busy
-//  or not one of this library's, or the reason why it cannot be used: its new name, or what keeps it from being renamed.
+//  Of several services that share the file one renames it. Ok when the file is missing, sound, busy or not
+//  one of this library's; otherwise it cannot be used, and the reason is its new name or what keeps it from being renamed.
 //  Requires: the caller has closed its connection to the file.
-std::string moveDamagedSqliteFile(const FilePlace& place);
+Status moveDamagedSqliteFile(const FilePlace& place);
 
 }  // namespace rdbopen
 

@@ -76,8 +76,8 @@ public:
     //  Writes the log into the file and empties it, as far as other connections allow without waiting for them.
     void emptyLog();
 
-    //  Gives up the copies of pages in memory, so that the next statement reads the file.
-    void forgetPages() { sqlite3_db_release_memory(connection_.get()); }
+    //  Frees the copies of pages in memory, so that the next statement reads the file.
+    void dropPageCache() { sqlite3_db_release_memory(connection_.get()); }
 
     //  Returns the whole database as the bytes of a file; empty after a failure.
     std::string bytes();

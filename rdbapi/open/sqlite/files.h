@@ -12,6 +12,7 @@
 #ifndef RDBAPI_OPEN_SQLITE_FILES_H
 #define RDBAPI_OPEN_SQLITE_FILES_H
 
+#include "engine/status.h"
 #include "sqlite/database.h"
 
 #include <sys/stat.h>
@@ -20,30 +21,30 @@ namespace rdbopen {
 
 class SqliteFiles {
 public:
-    //  Takes note of the files as a request has left them. Returns false when one is missing, or
+    //  Records the files as a request has left them. Returns false when one is missing, or
     //  when the database has another name now.
     //  Requires: database is open at path, with write-ahead logging, and has been written.
-    bool note(const std::string& path, SqliteDatabase& database);
+    bool record(const std::string& path, SqliteDatabase& database);
 
-    //  True when the names still are those of the files that were noted.
+    //  True when the names still are those of the recorded files.
     bool areNamed() const;
 
-    //  Returns an empty text when the files are as they were noted or as SQLite has left them since, or what happened.
-    std::string change(SqliteDatabase& database);
+    //  Ok when the files are as they were recorded or as SQLite has left them since; otherwise the reason says what happened.
+    Status verify(SqliteDatabase& database);
 
     //  Removes what no longer fits, so that the next connection, or another process's, does not apply it: the index, and
-    //  the log of a database that was replaced or overwritten. A file that changed after it was noted stays.
-    //  Requires: change returned a text, and database was closed without a checkpoint.
+    //  the log of a database that was replaced or overwritten. A file that changed after it was recorded stays.
+    //  Requires: verify has failed, and database was closed without a checkpoint.
     void removeRemains() const;
 
 private:
     struct File {
         std::string path;
         bool exists = false;
-        struct stat status {};
+        struct stat inode {};
     };
 
-    static File look(const std::string& path);
+    static File inspect(const std::string& path);
     static bool sameFile(const File& left, const File& right);
     static bool sameBytes(const File& left, const File& right);
 

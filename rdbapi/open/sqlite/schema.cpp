@@ -79,6 +79,8 @@ bool isRolledBackToNothing(const std::string& path) {
     return std::memcmp(header, journalMagic, sizeof journalMagic) == 0 && bigEndian32(header + pagesBeforeAt) == 0;
 }
 
+constexpr char foreignFile[] = "the file is a database of another program";
+
 bool isBlank(const unsigned char* first, std::size_t size) {
     return std::all_of(first, first + size, [](unsigned char byte) { return byte == 0; });
 }
@@ -91,11 +93,11 @@ bool makeTables(SqliteDatabase& database) {
 
 }  // namespace
 
-std::string sqliteFileRefusal(SqliteDatabase& database, const std::string& path) {
+Status verifySqliteFile(SqliteDatabase& database, const std::string& path) {
     unsigned char header[headerSize]{};
     std::int64_t size = 0;
     if (database.readFirstBytes(header, headerSize, size) != SQLITE_OK)
-        return "cannot be read as a regular file";
+        return backendFailed("cannot be read as a regular file");
     //  SQLite calls a file of one byte empty, too.
     if (size == 0 && header[0] == 0)
         return {};
@@ -103,11 +105,11 @@ std::string sqliteFileRefusal(SqliteDatabase& database, const std::string& path)
     if (isBlank(header, headerSize) && isRolledBackToNothing(path))
         return {};
     if (size < marksEnd || std::memcmp(header, magic, sizeof magic) != 0)
-        return "the file is not a database";
+        return backendFailed("the file is not a database");
     if (bigEndian32(header + applicationIdAt) != sqliteApplicationId)
-        return "the file is a database of another program";
+        return backendFailed(foreignFile);
     if (bigEndian32(header + userVersionAt) != sqliteSchemaVersion)
-        return "the file is a database of another version of this program";
+        return backendFailed("the file is a database of another version of this program");
     return {};
 }
 
@@ -124,24 +126,24 @@ bool sqliteBytesMissing(SqliteDatabase& database) {
     return trusted && size < pageSize * bigEndian32(header + pageCountAt);
 }
 
-std::string makeSqliteSchema(SqliteDatabase& database) {
+Status makeSqliteSchema(SqliteDatabase& database) {
     //  The lock is taken before the look, so that of two services that start together one makes the tables.
     if (database.run("BEGIN IMMEDIATE") != SQLITE_OK)
-        return "cannot be written: " + database.lastError();
+        return backendFailed("cannot be written: " + database.lastError());
     const std::int64_t id = database.number("PRAGMA application_id", -1);
     const std::int64_t objects = database.number("SELECT count(*) FROM sqlite_schema", -1);
     if (id < 0 || objects < 0)
-        return "cannot be read: " + database.lastError();
-    std::string reason;
+        return backendFailed("cannot be read: " + database.lastError());
+    Status status;
     if (id == 0 && objects == 0) {
         if (!makeTables(database) || database.run("COMMIT") != SQLITE_OK)
-            reason = "its tables cannot be made: " + database.lastError();
+            status = backendFailed("its tables cannot be made: " + database.lastError());
     } else if (id != sqliteApplicationId) {
-        reason = "the file is a database of another program";
+        status = backendFailed(foreignFile);
     }
     if (database.inTransaction())
         database.run("ROLLBACK");
-    return reason;
+    return status;
 }
 
 //  A database in memory has no log; the two format bytes are all by which a file is told to have one.

@@ -6,6 +6,7 @@
 #ifndef RDBAPI_OPEN_SQLITE_SCHEMA_H
 #define RDBAPI_OPEN_SQLITE_SCHEMA_H
 
+#include "engine/status.h"
 #include "sqlite/database.h"
 
 namespace rdbopen {
@@ -17,23 +18,23 @@ inline constexpr std::int64_t sqliteSchemaVersion = 1;
 inline constexpr std::int64_t sqliteHistoryLimit = 10000;
 
 //  Looks at the file's header before SQLite does, so that a foreign file stays as it is: no recovery, no checkpoint, no
-//  lock. Returns an empty text for a database of this schema, for an empty file, and for one whose making was cut off
-//  and which SQLite makes empty again with the journal beside it; otherwise the reason of the refusal.
+//  lock. Ok for a database of this schema, for an empty file, and for one whose making was cut off and which SQLite makes
+//  empty again with the journal beside it.
 //  Requires: database is open at path.
-std::string sqliteFileRefusal(SqliteDatabase& database, const std::string& path);
+Status verifySqliteFile(SqliteDatabase& database, const std::string& path);
 
 //  True when the file has fewer bytes than the pages that its header counts. A count that SQLite itself would not
 //  trust, because an old version has written the file since, is ignored.
-//  Requires: database is open, and sqliteFileRefusal has accepted its file.
+//  Requires: database is open, and verifySqliteFile has accepted its file.
 bool sqliteBytesMissing(SqliteDatabase& database);
 
 //  Returns the bytes of a database with the tables and without rows, for write-ahead logging; empty when there is no
 //  memory.
 std::string newSqliteDatabase();
 
-//  Makes the tables in an empty database, and sees to it that another's stays as it is. Returns an empty text, or the
-//  reason of the failure; a transaction that has failed ends when the connection is closed.
-std::string makeSqliteSchema(SqliteDatabase& database);
+//  Makes the tables in an empty database, and sees to it that another's stays as it is. A transaction that has failed ends
+//  when the connection is closed.
+Status makeSqliteSchema(SqliteDatabase& database);
 
 }  // namespace rdbopen
 

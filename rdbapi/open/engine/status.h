@@ -1,0 +1,88 @@
+//  How an operation of this library ended: the only form in which a failure is passed on between its parts.
+//
+//      Status       ok, or the code and the reason of the failure
+//      Result<T>    a value, or the Status of the failure
+//
+//  A caller that adds what it was doing puts it before the reason with failedTo: "the file cannot be read: Permission
+//  denied". Predicates return bool: "no" is their answer and no failure.
+//
+//  Threads: as for std::string; an object belongs to one thread at a time.
+#ifndef RDBAPI_OPEN_ENGINE_STATUS_H
+#define RDBAPI_OPEN_ENGINE_STATUS_H
+
+#include "engine/errors.h"
+
+#include <optional>
+#include <string>
+#include <string_view>
+#include <system_error>
+#include <type_traits>
+#include <utility>
+
+namespace rdbopen {
+
+//  A request that a back end carries out ends in one of three ways:
+//      errorBackendFailed    the back end has to be opened again
+//      errorServerRefused    the server answered and did not do it; the back end stays open
+//      any other code        final; the back end stays as it is
+struct [[nodiscard]] Status {
+    int code = errorNone;
+    std::string reason{};   // for the operator; never holds a user or a password; may be empty
+    bool failover = false;  // another address of the same server may succeed (net/server_addresses.h)
+
+    bool ok() const noexcept { return code == errorNone; }
+};
+
+static_assert(std::is_nothrow_move_constructible_v<Status> && std::is_nothrow_move_assignable_v<Status>);
+
+inline Status backendFailed(std::string reason) {
+    return {errorBackendFailed, std::move(reason)};
+}
+
+inline Status serverRefused(std::string reason) {
+    return {errorServerRefused, std::move(reason)};
+}
+
+//  Returns the text of an errno value.
+inline std::string systemText(int error) {
+    return std::generic_category().message(error);
+}
+
+//  Returns the failure that an errno value stands for.
+inline Status systemFailure(int error) {
+    return backendFailed(systemText(error));
+}
+
+//  Returns failure with "<action>: " before its reason.
+inline Status failedTo(std::string_view action, Status failure) {
+    failure.reason.insert(0, ": ").insert(0, action);
+    return failure;
+}
+
+template <class T>
+class [[nodiscard]] Result {
+public:
+    Result(T value) : value_(std::move(value)) {}
+
+    //  Requires: !failure.ok().
+    Result(Status failure) : status_(std::move(failure)) {}
+
+    bool ok() const noexcept { return value_.has_value(); }
+
+    //  The failure; ok when there is a value.
+    const Status& status() const noexcept { return status_; }
+
+    //  The value. Requires: ok().
+    T& operator*() noexcept { return *value_; }
+    const T& operator*() const noexcept { return *value_; }
+    T* operator->() noexcept { return &*value_; }
+    const T* operator->() const noexcept { return &*value_; }
+
+private:
+    std::optional<T> value_;
+    Status status_;
+};
+
+}  // namespace rdbopen
+
+#endif

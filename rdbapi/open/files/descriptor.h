@@ -1,0 +1,49 @@
+//  A file descriptor that is closed by its destructor, and the reader of a whole file.
+//
+//  Threads: any; an object belongs to one thread at a time.
+#ifndef RDBAPI_OPEN_FILES_DESCRIPTOR_H
+#define RDBAPI_OPEN_FILES_DESCRIPTOR_H
+
+#include "engine/status.h"
+
+#include <cerrno>
+#include <unistd.h>
+
+namespace rdbopen {
+
+class Descriptor {
+public:
+    //  Takes ownership of fd; negative for none.
+    explicit Descriptor(int fd) : fd_(fd) {}
+    Descriptor(const Descriptor&) = delete;
+    Descriptor& operator=(const Descriptor&) = delete;
+    ~Descriptor() {
+        if (fd_ >= 0)
+            close(fd_);
+    }
+    int get() const noexcept { return fd_; }
+
+private:
+    int fd_;
+};
+
+//  Reads fd to its end. Fails with errorTooLarge when that is more than limit bytes.
+inline Result<std::string> readToEnd(int fd, std::size_t limit) {
+    std::string bytes;
+    char block[16384];
+    for (;;) {
+        const ssize_t size = read(fd, block, sizeof block);
+        if (size == 0)
+            return bytes;
+        if (size < 0 && errno != EINTR)
+            return systemFailure(errno);
+        if (size > 0)
+            bytes.append(block, static_cast<std::size_t>(size));
+        if (bytes.size() > limit)
+            return Status{errorTooLarge, systemText(EFBIG)};
+    }
+}
+
+}  // namespace rdbopen
+
+#endif
