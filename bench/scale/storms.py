@@ -1,4 +1,4 @@
-"""The hosts' return to a server that was away, by the library's back-off (rdbapi/open/engine/backoff.h), in seconds.
+"""The hosts' return to a server that was away, by the library's back-off (rdbapi/open/engine/retry_schedule.h), in seconds.
 
 arrivals() has a server that takes any number at once; queue() one that brings so many hosts back a second, one after
 the other, and hosts that give up after the library's ten seconds and back off anew.

@@ -1,7 +1,7 @@
 #  Tests of the open client library. A back end is tested if it is built.
 
 addrpubd_unit_test(open_parts_test
-    SOURCES open_backend_log_test.cpp open_backoff_test.cpp open_file_path_test.cpp open_reported_reasons_test.cpp
+    SOURCES open_backend_log_test.cpp open_backoff_test.cpp open_file_path_test.cpp open_retry_schedule_test.cpp
         open_secret_test.cpp
         open_url_test.cpp open_wanted_test.cpp
     LIBS rdbapi_open
@@ -9,6 +9,11 @@ addrpubd_unit_test(open_parts_test
 
 addrpubd_unit_test(open_report_test
     SOURCES open_report_test.cpp open_syslog_line_test.cpp
+    LIBS rdbapi_open
+    WRAP sendto)
+
+addrpubd_unit_test(open_reason_log_test
+    SOURCES open_reported_reasons_test.cpp
     LIBS rdbapi_open
     WRAP sendto)
 

@@ -1,4 +1,4 @@
-#include "engine/backoff.h"
+#include "engine/retry_schedule.h"
 
 #include <gtest/gtest.h>
 

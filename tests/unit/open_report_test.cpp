@@ -43,7 +43,7 @@ TEST(Report, EachKindHasItsLevel) {
     const struct {
         bool (*report)(std::string_view, std::string_view) noexcept;
         int level;
-    } kinds[] = {{reportFailure, LOG_ERR}, {reportNote, LOG_INFO}, {reportRecovery, LOG_NOTICE}};
+    } kinds[] = {{reportFailure, LOG_ERR}, {reportInfo, LOG_INFO}, {reportRecovery, LOG_NOTICE}};
     for (const auto& [report, level] : kinds) {
         reported.reset();
         EXPECT_TRUE(report("subject", "text"));

@@ -97,7 +97,7 @@ TEST_P(SqliteCut, WhileTheServiceRunsIsNoticedByThePut) {
     openAndPutMany();
     cut();
     EXPECT_EQ(put("host1", "second"), errorBackendFailed);
-    wanted.noteValue(recordOf("host1", "second"), errorBackendFailed);
+    desired.recordValue(recordOf("host1", "second"), errorBackendFailed);
     backend->close();
     expectMovedAndWrittenAgain("second");
 }
@@ -135,7 +135,7 @@ TEST_F(SqliteDamage, APageThatOnlyAPutReadsMovesTheFileAsideAtTheNextOpen) {
     spoilTable("history");
     open();
     EXPECT_EQ(put("host1", "second"), errorBackendFailed);
-    wanted.noteValue(recordOf("host1", "second"), errorBackendFailed);
+    desired.recordValue(recordOf("host1", "second"), errorBackendFailed);
     backend->close();
     expectMovedAndWrittenAgain("second");
 }
@@ -393,8 +393,8 @@ TEST_F(SqliteDamage, APowerCutAtAnyMomentLosesNeitherTheNewFileNorTheDamagedOne)
             service->close();
             ASSERT_EQ(service->open(plainWaiter).code, 0);
         }
-        EXPECT_EQ(wanted.check(*service).code, 0);
-        EXPECT_EQ(wanted.complete(*service).code, 0);
+        EXPECT_EQ(desired.check(*service).code, 0);
+        EXPECT_EQ(desired.retry(*service).code, 0);
         EXPECT_EQ(service->checkValue(recordOf("host1", "first")).code, 0);
         EXPECT_TRUE(readText(after.file("rdb.db.damaged")) == damaged);
     }

@@ -1,7 +1,7 @@
 //  What another program does to the files of an open database: it is noticed, and the value is written again.
 #include "sqlite/files.h"
 
-#include "engine/wanted.h"
+#include "engine/desired_state.h"
 #include "open_recorded_disk.h"
 #include "open_sqlite_fixture.h"
 
@@ -89,7 +89,7 @@ TEST_P(SqliteAccident, IsNoticedByThePutAndTheValueIsWrittenAgain) {
     openAndPut("first");
     GetParam().happen(file);
     EXPECT_EQ(put("host1", "second"), errorBackendFailed);
-    wanted.noteValue(recordOf("host1", "second"), errorBackendFailed);
+    desired.recordValue(recordOf("host1", "second"), errorBackendFailed);
     backend->close();
     openAndCheck();
     EXPECT_EQ(current(), "second");

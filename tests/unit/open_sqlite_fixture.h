@@ -3,7 +3,7 @@
 #ifndef TESTS_UNIT_OPEN_SQLITE_FIXTURE_H
 #define TESTS_UNIT_OPEN_SQLITE_FIXTURE_H
 
-#include "engine/wanted.h"
+#include "engine/desired_state.h"
 #include "open_support.h"
 #include "sqlite/schema.h"
 
@@ -48,9 +48,9 @@ protected:
     //  Puts value as the worker does for a user of the handle.
     void openAndPut(const std::string& value) {
         open();
-        wanted.noteTag(usableTag("host1"), backend->tagImport(usableTag("host1")).code);
-        wanted.noteValue(recordOf("host1", value), put("host1", value));
-        ASSERT_FALSE(wanted.pending());
+        desired.recordTag(usableTag("host1"), backend->tagImport(usableTag("host1")).code);
+        desired.recordValue(recordOf("host1", value), put("host1", value));
+        ASSERT_FALSE(desired.pending());
     }
     //  What the worker does after a loss, and at each check.
     void openAndCheck() {
@@ -59,13 +59,13 @@ protected:
     }
     void check() {
         ASSERT_EQ(backend->probe().code, 0);
-        ASSERT_EQ(wanted.check(*backend).code, 0);
-        ASSERT_EQ(wanted.complete(*backend).code, 0);
-        ASSERT_FALSE(wanted.pending());
+        ASSERT_EQ(desired.check(*backend).code, 0);
+        ASSERT_EQ(desired.retry(*backend).code, 0);
+        ASSERT_FALSE(desired.pending());
     }
     std::string current() { return query("SELECT value FROM current_values WHERE name = 'host1'"); }
 
-    rdbopen::Wanted wanted;
+    rdbopen::DesiredState desired;
 };
 
 }  // namespace opentest

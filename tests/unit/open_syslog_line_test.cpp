@@ -1,5 +1,5 @@
 //  The line, and its way to a daemon at a socket of the test's own.
-#include "engine/syslog_line.h"
+#include "engine/report.h"
 
 #include "open_support.h"
 

@@ -1,4 +1,4 @@
-#include "engine/wanted.h"
+#include "engine/desired_state.h"
 
 #include "open_support.h"
 
@@ -60,112 +60,112 @@ private:
     bool failing() { return failures > 0 && failures-- > 0; }
 };
 
-TEST(Wanted, NothingIsPendingAtFirst) {
-    EXPECT_FALSE(Wanted().pending());
+TEST(DesiredState, NothingIsPendingAtFirst) {
+    EXPECT_FALSE(DesiredState().pending());
 }
 
-TEST(Wanted, WhatSucceededIsNotPending) {
-    Wanted wanted;
-    wanted.noteTag(usableTag("t"), errorNone);
-    wanted.noteValue(recordOf("t", "1"), errorNone);
-    wanted.noteMessage("m", errorNone);
-    EXPECT_FALSE(wanted.pending());
+TEST(DesiredState, WhatSucceededIsNotPending) {
+    DesiredState desired;
+    desired.recordTag(usableTag("t"), errorNone);
+    desired.recordValue(recordOf("t", "1"), errorNone);
+    desired.recordMessage("m", errorNone);
+    EXPECT_FALSE(desired.pending());
 }
 
-TEST(Wanted, EveryPassingFailureIsPending) {
+TEST(DesiredState, EveryPassingFailureIsPending) {
     for (const int code : {errorBackendFailed, errorServerRefused, errorTimedOut, errorNotConnected}) {
-        Wanted tag;
-        tag.noteTag(usableTag("t"), code);
-        Wanted value;
-        value.noteValue(recordOf("t", "1"), code);
-        Wanted message;
-        message.noteMessage("m", code);
+        DesiredState tag;
+        tag.recordTag(usableTag("t"), code);
+        DesiredState value;
+        value.recordValue(recordOf("t", "1"), code);
+        DesiredState message;
+        message.recordMessage("m", code);
         EXPECT_TRUE(tag.pending() && value.pending() && message.pending()) << code;
     }
 }
 
-TEST(Wanted, ALookupIsPendingUntilTheServerAnswersIt) {
+TEST(DesiredState, ALookupIsPendingUntilTheServerAnswersIt) {
     for (const int code : {errorBackendFailed, errorServerRefused, errorTimedOut, errorNotConnected}) {
-        Wanted wanted;
-        wanted.noteLookup(tagNamed("t"), code);
-        EXPECT_TRUE(wanted.tagPending()) << code;
+        DesiredState desired;
+        desired.recordLookup(tagNamed("t"), code);
+        EXPECT_TRUE(desired.tagPending()) << code;
         Holder holder;
         holder.failures = 1;
-        EXPECT_EQ(wanted.completeTag(holder).code, errorBackendFailed);
-        EXPECT_TRUE(wanted.tagPending()) << code;
-        EXPECT_EQ(wanted.completeTag(holder).code, errorNone);
-        EXPECT_FALSE(wanted.pending()) << code;
+        EXPECT_EQ(desired.retryTag(holder).code, errorBackendFailed);
+        EXPECT_TRUE(desired.tagPending()) << code;
+        EXPECT_EQ(desired.retryTag(holder).code, errorNone);
+        EXPECT_FALSE(desired.pending()) << code;
         EXPECT_EQ(holder.lookups, 1);
     }
 }
 
-TEST(Wanted, AnAnsweredLookupIsNotPending) {
+TEST(DesiredState, AnAnsweredLookupIsNotPending) {
     for (const int code : {errorNone, errorNoSuchTag, errorNotSupported}) {
-        Wanted wanted;
-        wanted.noteLookup(tagNamed("t"), errorServerRefused);
-        wanted.noteLookup(tagNamed("t"), code);
-        EXPECT_FALSE(wanted.pending()) << code;
+        DesiredState desired;
+        desired.recordLookup(tagNamed("t"), errorServerRefused);
+        desired.recordLookup(tagNamed("t"), code);
+        EXPECT_FALSE(desired.pending()) << code;
     }
 }
 
-TEST(Wanted, AnImportAnswersTheLookupToo) {
-    Wanted wanted;
-    wanted.noteLookup(tagNamed("t"), errorServerRefused);
-    wanted.noteTag(usableTag("t"), errorServerRefused);
+TEST(DesiredState, AnImportAnswersTheLookupToo) {
+    DesiredState desired;
+    desired.recordLookup(tagNamed("t"), errorServerRefused);
+    desired.recordTag(usableTag("t"), errorServerRefused);
     Holder holder;
-    EXPECT_EQ(wanted.completeTag(holder).code, errorNone);
-    EXPECT_FALSE(wanted.pending());
+    EXPECT_EQ(desired.retryTag(holder).code, errorNone);
+    EXPECT_FALSE(desired.pending());
     EXPECT_EQ(holder.lookups, 0);
 }
 
-TEST(Wanted, AllTagsComeBeforeTheFirstValue) {
-    Wanted wanted;
-    wanted.noteValue(recordOf("a", "1"), errorBackendFailed);
-    wanted.noteTag(usableTag("b"), errorBackendFailed);
-    wanted.noteLookup(tagNamed("c"), errorBackendFailed);
+TEST(DesiredState, AllTagsComeBeforeTheFirstValue) {
+    DesiredState desired;
+    desired.recordValue(recordOf("a", "1"), errorBackendFailed);
+    desired.recordTag(usableTag("b"), errorBackendFailed);
+    desired.recordLookup(tagNamed("c"), errorBackendFailed);
     Holder holder;
-    EXPECT_EQ(wanted.complete(holder).code, errorNoSuchTag);
+    EXPECT_EQ(desired.retry(holder).code, errorNoSuchTag);
     EXPECT_TRUE(holder.tags.contains("b"));
     EXPECT_EQ(holder.lookups, 1);
 }
 
-TEST(Wanted, ARefusalForGoodLeavesTheEarlierWishInPlace) {
-    Wanted wanted;
-    wanted.noteMessage("m", errorNone);
-    wanted.noteMessage("malformed", errorBadRequest);
+TEST(DesiredState, ARefusalForGoodLeavesTheEarlierWishInPlace) {
+    DesiredState desired;
+    desired.recordMessage("m", errorNone);
+    desired.recordMessage("malformed", errorBadRequest);
     Holder holder;
-    EXPECT_EQ(wanted.check(holder).code, errorNone);
-    EXPECT_EQ(wanted.complete(holder).code, errorNone);
+    EXPECT_EQ(desired.check(holder).code, errorNone);
+    EXPECT_EQ(desired.retry(holder).code, errorNone);
     EXPECT_EQ(holder.sent, "m");
 }
 
-TEST(Wanted, AnEmptiedServerGetsEverythingBack) {
-    Wanted wanted;
+TEST(DesiredState, AnEmptiedServerGetsEverythingBack) {
+    DesiredState desired;
     for (const char* name : {"a", "b", "c"}) {
-        wanted.noteTag(usableTag(name), errorNone);
-        wanted.noteValue(recordOf(name, "of " + std::string(name)), errorNone);
+        desired.recordTag(usableTag(name), errorNone);
+        desired.recordValue(recordOf(name, "of " + std::string(name)), errorNone);
     }
-    wanted.noteMessage("m", errorNone);
+    desired.recordMessage("m", errorNone);
     Holder emptied;
-    EXPECT_EQ(wanted.check(emptied).code, errorNone);
-    EXPECT_TRUE(wanted.pending());
-    EXPECT_EQ(wanted.complete(emptied).code, errorNone);
-    EXPECT_FALSE(wanted.pending());
+    EXPECT_EQ(desired.check(emptied).code, errorNone);
+    EXPECT_TRUE(desired.pending());
+    EXPECT_EQ(desired.retry(emptied).code, errorNone);
+    EXPECT_FALSE(desired.pending());
     EXPECT_EQ(emptied.values, (std::map<std::string, std::string>{{"a", "of a"}, {"b", "of b"}, {"c", "of c"}}));
     EXPECT_EQ(emptied.sent, "m");
 }
 
-TEST(Wanted, WhereverTheCompletionFailsItIsTakenUpAgain) {
+TEST(DesiredState, WhereverTheCompletionFailsItIsTakenUpAgain) {
     for (int failures = 1; failures < 8; ++failures) {
-        Wanted wanted;
-        wanted.noteTag(usableTag("a"), errorBackendFailed);
-        wanted.noteValue(recordOf("a", "1"), errorBackendFailed);
-        wanted.noteMessage("m", errorBackendFailed);
+        DesiredState desired;
+        desired.recordTag(usableTag("a"), errorBackendFailed);
+        desired.recordValue(recordOf("a", "1"), errorBackendFailed);
+        desired.recordMessage("m", errorBackendFailed);
         Holder holder;
         holder.failures = failures;
         for (int attempt = 0; attempt < failures; ++attempt)
-            EXPECT_EQ(wanted.complete(holder).code, errorBackendFailed);
-        EXPECT_EQ(wanted.complete(holder).code, errorNone);
+            EXPECT_EQ(desired.retry(holder).code, errorBackendFailed);
+        EXPECT_EQ(desired.retry(holder).code, errorNone);
         EXPECT_EQ(holder.values["a"], "1");
         EXPECT_EQ(holder.sent, "m");
     }

@@ -21,7 +21,7 @@ public:
     Status message(std::string_view text, std::string& reply) override;
 
 private:
-    void say(const std::string& text) const { reportNote(label(), text); }
+    void say(const std::string& text) const { reportInfo(label(), text); }
 
     std::set<std::string, std::less<>> tags_;
 };

@@ -8,7 +8,7 @@ int WaitingCall::wait() {
     const auto until = monotonicNow() + callLimit;
     std::unique_lock lock(mutex_);
     while (state_ == State::waiting)
-        if (!completed_.waitUntil(lock, until) && state_ == State::waiting) {
+        if (!finishedCondition_.waitUntil(lock, until) && state_ == State::waiting) {
             state_ = State::abandoned;
             return errorTimedOut;
         }
@@ -20,16 +20,16 @@ bool WaitingCall::abandoned() {
     return state_ == State::abandoned;
 }
 
-void WaitingCall::complete(int code, bool) {
+void WaitingCall::finish(int code, bool) {
     const std::lock_guard lock(mutex_);
     if (state_ == State::abandoned)
         return;
-    state_ = State::complete;
+    state_ = State::finished;
     code_ = code;
-    completed_.notifyAll();
+    finishedCondition_.notifyAll();
 }
 
-void MessageCall::complete(int, bool closed) {
+void MessageCall::finish(int, bool closed) {
     if (!closed)
         callback_(reply_.data(), static_cast<std::int32_t>(reply_.size()), user_);
 }

@@ -1,17 +1,17 @@
 //  One request on its way from a caller to the worker: carries copies of everything, so that neither side ever touches
 //  the other's memory.
 //
-//      WaitingCall: caller waits ---- worker: run, complete ----> caller copies the result out
-//                        \---- limit: abandoned; the worker sees to it later, or completes it unseen
-//      MessageCall: caller goes on; worker: run, complete = reply callback
+//      WaitingCall: caller waits ---- worker: run, finish ------> caller copies the result out
+//                        \---- limit: abandoned; the worker sees to it later, or finishes it unseen
+//      MessageCall: caller goes on; worker: run, finish = reply callback
 //
 //  Shared by shared_ptr; whoever is later frees it.
 #ifndef RDBAPI_OPEN_ENGINE_CALL_H
 #define RDBAPI_OPEN_ENGINE_CALL_H
 
 #include "engine/backend.h"
+#include "engine/desired_state.h"
 #include "engine/timed_condition.h"
-#include "engine/wanted.h"
 
 #include <mutex>
 #include <string>
@@ -35,14 +35,14 @@ public:
     //  Carries it out.
     virtual Status run(Backend& backend) = 0;
 
-    //  Takes note that it ends without run, for the reason code.
+    //  Prepares the answer of a call that ends without run, for the reason code.
     virtual void refuse(Backend&, int) {}
 
-    //  Tells what it wants the server to hold, and that it ended with code.
-    virtual void note(Wanted&, int) const {}
+    //  Records in the desired state what the server should hold, and that the call ended with code.
+    virtual void record(DesiredState&, int) const {}
 
-    //  Tells its caller how it ended. closed: the handle was closed, so no callback is called.
-    virtual void complete(int code, bool closed) = 0;
+    //  Hands the result to its caller. closed: the handle was closed, so no callback is called.
+    virtual void finish(int code, bool closed) = 0;
 };
 
 //  A call whose caller waits, at most callLimit.
@@ -52,13 +52,13 @@ public:
     int wait();
 
     bool abandoned() override;
-    void complete(int code, bool closed) override;
+    void finish(int code, bool closed) override;
 
 private:
-    enum class State { waiting, abandoned, complete };
+    enum class State { waiting, abandoned, finished };
 
     std::mutex mutex_;
-    TimedCondition completed_;
+    TimedCondition finishedCondition_;
     State state_ = State::waiting;
     int code_ = errorNone;
 };
@@ -67,7 +67,7 @@ struct TagGetCall : WaitingCall {
     explicit TagGetCall(const RdbTag& query) : tag(query) {}
     bool required() const override { return true; }
     Status run(Backend& backend) override { return backend.tagGet(tag); }
-    void note(Wanted& wanted, int code) const override { wanted.noteLookup(tag, code); }
+    void record(DesiredState& desired, int code) const override { desired.recordLookup(tag, code); }
     RdbTag tag;
 };
 
@@ -75,16 +75,16 @@ struct TagImportCall : WaitingCall {
     explicit TagImportCall(const RdbTag& definition) : tag(definition) {}
     bool required() const override { return true; }
     Status run(Backend& backend) override { return backend.tagImport(tag); }
-    void note(Wanted& wanted, int code) const override { wanted.noteTag(tag, code); }
+    void record(DesiredState& desired, int code) const override { desired.recordTag(tag, code); }
     RdbTag tag;
 };
 
 struct PutCall : WaitingCall {
     PutCall(const RdbSnapshot* first, int count) : records(first, first + count) {}
     Status run(Backend& backend) override { return backend.put(records); }
-    void note(Wanted& wanted, int code) const override {
+    void record(DesiredState& desired, int code) const override {
         for (const RdbSnapshot& record : records)
-            wanted.noteValue(record, code);
+            desired.recordValue(record, code);
     }
     std::vector<RdbSnapshot> records;
 };
@@ -95,8 +95,8 @@ public:
 
     Status run(Backend& backend) override { return backend.message(text_, reply_); }
     void refuse(Backend& backend, int code) override { reply_ = backend.refusal(text_, code); }
-    void note(Wanted& wanted, int code) const override { wanted.noteMessage(text_, code); }
-    void complete(int code, bool closed) override;
+    void record(DesiredState& desired, int code) const override { desired.recordMessage(text_, code); }
+    void finish(int code, bool closed) override;
 
 private:
     std::string text_;

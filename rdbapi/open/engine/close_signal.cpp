@@ -1,6 +1,5 @@
 #include "engine/close_signal.h"
 
-#include "engine/backoff.h"
 #include "engine/clock.h"
 
 #include <algorithm>
@@ -10,6 +9,13 @@
 #include <unistd.h>
 
 namespace rdbopen {
+
+namespace {
+
+//  poll fails without memory only. Its callers wait in loops, which would otherwise take the whole processor.
+constexpr std::chrono::milliseconds failedPollPause{1000};
+
+}  // namespace
 
 bool CloseSignal::prepare() noexcept {
     if (wakefd_.load() < 0)
@@ -31,7 +37,7 @@ CloseSignal::Awoken CloseSignal::waitForWake(std::chrono::milliseconds timeout, 
     if (ready == 0)
         return Awoken::byTime;
     if (ready < 0 && errno != EINTR)
-        sleepFor(backoffMin);  // no memory: whoever waits here would spin
+        sleepFor(failedPollPause);
     const bool woken = ready < 0 || descriptors[0].revents != 0;
     if (woken)
         takeWake();

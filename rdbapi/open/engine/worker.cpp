@@ -1,8 +1,6 @@
 #include "engine/worker.h"
 
-#include "engine/backoff.h"
 #include "engine/clock.h"
-#include "engine/report.h"
 
 #include <algorithm>
 #include <csignal>
@@ -46,7 +44,7 @@ void attempt(Action action) noexcept {
 }  // namespace
 
 Worker::Worker(const CloseSignal& signal, WorkerOwner& owner)
-    : signal_(signal), owner_(owner), waiter_(*this), random_(static_cast<std::uint32_t>(wallNow() % 1000000007)) {}
+    : signal_(signal), owner_(owner), waiter_(*this), schedule_(static_cast<std::uint32_t>(wallNow() % 1000000007)) {}
 
 int Worker::setNotify(RdbMessageNotify notify, void* user) {
     const std::lock_guard lock(mutex_);
@@ -60,12 +58,14 @@ int Worker::setNotify(RdbMessageNotify notify, void* user) {
 }
 
 int Worker::start(std::unique_ptr<Backend> backend) {
+    std::string label = backend->label();  // here, where a lack of memory is the caller's failure
     const std::lock_guard lock(mutex_);
     if (started_)
         return errorAlreadyConnecting;
     if (!owner_.beginWorker())
         return errorClosed;
     backend_ = std::move(backend);
+    label_ = std::move(label);
     started_ = startThread();
     if (started_)
         return errorNone;
@@ -140,19 +140,16 @@ void Worker::run() noexcept {
         backend_->close();
         if (signal_.closed())  // which ends every exchange and is no failure
             return;
-        noteLoss(end);
-        connected_ = false;
-        const bool away = std::exchange(requiredFailed_, false);
-        signal_.pause(std::max(backoff(losses_), away ? awayTime + backoff(1) : std::chrono::milliseconds(0)));
+        failures_.fail(label_, end.reason);
+        signal_.pause(schedule_.lost(monotonicNow()));
     }
 }
 
 //  Opens the back end and serves until it fails or the handle is closed.
 Status Worker::session() {
-    if (Status failed = openAndComplete(); !failed.ok())
+    if (Status failed = openAndRetry(); !failed.ok())
         return failed;
-    connected_ = true;
-    connectedAt_ = monotonicNow();
+    schedule_.connected(monotonicNow());
     setAccepting(true);
     reportConnection();
     for (;;) {
@@ -166,39 +163,39 @@ Status Worker::session() {
             if (status.ok())
                 badRequests_.clear();
             break;
-        case Work::complete:
-            status = completeWanted();
+        case Work::retry:
+            status = retryPending();
             break;
         case Work::check:
-            status = checkWanted();
+            status = checkAndRetry();
             break;
         }
         if (status.ok() && checkRefused_)
-            status = checkWanted();
-        checkAt_ = monotonicNow() + backend_->checkInterval();
+            status = checkAndRetry();
+        schedule_.exchanged(monotonicNow(), backend_->checkInterval());
         if (status.code == errorBackendFailed)
             return status;
-        noteStatus(status);
+        evaluate(status);
     }
 }
 
 //  Returns errorNone when the back end is open and no request for a tag is pending. Other pending requests may be refused.
 //  Recovery is reported only after a request has succeeded: a server that opens and then fails would otherwise log failure
 //  and recovery each time.
-Status Worker::openAndComplete() {
+Status Worker::openAndRetry() {
     Status status = backend_->open(waiter_);
     if (!status.ok())
         return status;
-    const bool hadPending = wanted_.pending();
-    status = completeTags();
+    const bool hadPending = desired_.pending();
+    status = retryTags();
     if (!status.ok())
         return status;
-    status = checkWanted();
-    checkAt_ = monotonicNow() + backend_->checkInterval();
+    status = checkAndRetry();
+    schedule_.exchanged(monotonicNow(), backend_->checkInterval());
     if (status.code == errorBackendFailed)
         return status;
     if (hadPending || !status.ok())
-        noteStatus(status);
+        evaluate(status);
     return {};
 }
 
@@ -209,13 +206,13 @@ Status Worker::serve(Call& call) {
         running_ = &call;
         status = guarded([&] { return call.run(*backend_); });
         running_ = nullptr;
-        call.complete(status.code, signal_.closed());
+        call.finish(status.code, signal_.closed());
         if (call.required() && call.abandoned() && !failed(status.code))
             status = {errorTimedOut, {}};
     }
-    call.note(wanted_, status.code);
+    call.record(desired_, status.code);
     if (call.required() && failed(status.code)) {
-        requiredFailed_ = true;
+        schedule_.tagRequestFailed();
         if (status.code == errorTimedOut)
             status.reason = tooLate;
         status.code = errorBackendFailed;
@@ -225,36 +222,36 @@ Status Worker::serve(Call& call) {
 
 //  Each request gets the time that a caller would wait for it: one that takes longer would fail when it is made by the
 //  user of the handle.
-Status Worker::completeTags() {
+Status Worker::retryTags() {
     Status status;
-    while (status.ok() && wanted_.tagPending()) {
+    while (status.ok() && desired_.tagPending()) {
         waitLimit_ = monotonicNow() + callLimit;
-        status = guarded([this] { return wanted_.completeTag(*backend_); });
+        status = guarded([this] { return desired_.retryTag(*backend_); });
         waitLimit_ = std::chrono::milliseconds::max();
     }
     return status;
 }
 
-Status Worker::completeWanted() {
-    return guarded([this] { return wanted_.complete(*backend_); });
+Status Worker::retryPending() {
+    return guarded([this] { return desired_.retry(*backend_); });
 }
 
 //  Sets checkRefused_. The success of another request does not clear what a check was refused for.
-Status Worker::checkWanted() {
-    Status status = askServer();
+Status Worker::checkAndRetry() {
+    Status status = check();
     if (status.code == errorGaveWay)
         return status;
     checkRefused_ = status.code == errorServerRefused;
-    return status.ok() && wanted_.pending() ? completeWanted() : status;
+    return status.ok() && desired_.pending() ? retryPending() : status;
 }
 
 //  The check alone. A call that was posted meanwhile may have cut it off.
-Status Worker::askServer() {
+Status Worker::check() {
     checking_ = true;
     gaveWay_ = false;
     Status status = guarded([this] { return backend_->probe(); });
     if (status.ok())
-        status = guarded([this] { return wanted_.check(*backend_); });
+        status = guarded([this] { return desired_.check(*backend_); });
     checking_ = false;
     return gaveWay_ ? Status{errorGaveWay, {}} : status;
 }
@@ -301,15 +298,14 @@ bool Worker::takeCall(std::shared_ptr<Call>& call) {
 
 //  Stores what is due next. Returns in how many milliseconds, or a negative time when nothing ever is.
 std::chrono::milliseconds Worker::untilDue(Work& due) const {
-    constexpr std::chrono::milliseconds now{0};
-    if (wanted_.pending()) {
-        due = Work::complete;
-        return std::max(completeAt_ - monotonicNow(), now);
+    if (desired_.pending()) {
+        due = Work::retry;
+        return schedule_.untilRetry(monotonicNow());
     }
     due = Work::check;
-    if (backend_->checkInterval() == now)
+    if (backend_->checkInterval().count() == 0)
         return std::chrono::milliseconds(-1);
-    return std::max(checkAt_ - monotonicNow(), now);
+    return schedule_.untilCheck(monotonicNow());
 }
 
 //  Called by the worker's thread only.
@@ -344,12 +340,13 @@ void Worker::setAccepting(bool accepting) {
 void Worker::refuseWaiting() noexcept {
     const int code = signal_.closed() ? errorClosed : errorNotConnected;
     for (std::shared_ptr<Call> call; takeCall(call);) {
-        requiredFailed_ |= call->required();
+        if (call->required())
+            schedule_.tagRequestFailed();
         attempt([&] {
             call->refuse(*backend_, code);
-            call->note(wanted_, code);
+            call->record(desired_, code);
         });
-        call->complete(code, signal_.closed());
+        call->finish(code, signal_.closed());
     }
 }
 
@@ -373,47 +370,23 @@ void Worker::sendEvent(std::int32_t event) noexcept {
         notify_(event, 0, user_);
 }
 
-//  Takes note of how a piece of work ended with the back end still open.
-void Worker::noteStatus(const Status& status) noexcept {
+//  Reports how a piece of work ended with the back end still open, and sets when what is pending is due. A bad request is
+//  reported apart from failures: it says nothing about the server, and the server's recovery nothing about it. Recovery needs
+//  a success with nothing pending, so that a server that takes one request and refuses another is not reported as working.
+void Worker::evaluate(const Status& status) noexcept {
     if (status.code == errorGaveWay)
         return;
     if (status.code == errorServerRefused)
-        noteReason(reasons_, status.reason);
+        failures_.fail(label_, status.reason);
     if (status.code == errorBadRequest)
-        noteReason(badRequests_, status.reason);
-    if (!wanted_.pending()) {
-        if (status.ok())
-            noteSuccess();
-    } else if (!status.ok()) {
-        completeAt_ = monotonicNow() + backoff(++refusals_);
+        badRequests_.fail(label_, status.reason);
+    if (desired_.pending()) {
+        if (!status.ok())
+            schedule_.refused(monotonicNow());
+    } else if (status.ok()) {
+        schedule_.succeeded();
+        failures_.recover(label_);
     }
-}
-
-void Worker::noteLoss(const Status& failure) noexcept {
-    const bool steady = connected_ && monotonicNow() - connectedAt_ >= steadyTime;
-    losses_ = steady ? 1 : losses_ + 1;
-    noteReason(reasons_, failure.reason);
-}
-
-void Worker::noteReason(ReportedReasons& reasons, const std::string& reason) noexcept {
-    attempt([&] {
-        if (reasons.add(reason) && !reportFailure(backend_->label(), reason))
-            reasons.remove(reason);  // the line was lost; the next failure tries again
-    });
-}
-
-void Worker::noteSuccess() noexcept {
-    refusals_ = 0;
-    if (reasons_.empty())
-        return;
-    attempt([&] {
-        reportRecovery(backend_->label(), "works again");
-        reasons_.clear();
-    });
-}
-
-std::chrono::milliseconds Worker::backoff(unsigned failures) {
-    return backoffDelay(failures, static_cast<std::uint32_t>(random_()));
 }
 
 }  // namespace rdbopen

@@ -4,10 +4,9 @@
 //      idle --start--> opening --ok: 60001--> serving --failed: 60003--> back-off --> opening ...
 //                         \--failed--> back-off --> opening ...           any of them --handle closed--> ended
 //
-//  Promises: calls are taken between 60001 and 60003 only. What the user of the handle wants the server to hold (wanted.h)
-//  is completed by the worker itself: before 60001 after a failure, so that a link that fails at its first request tells
-//  nothing; and with the same back-off while serving, when the server refuses it. The wait between attempts to open
-//  grows until a connection has held for steadyTime, so a link that comes and goes is damped.
+//  Promises: calls are taken between 60001 and 60003 only. What is pending of the desired state (desired_state.h) is
+//  retried by the worker itself: before 60001 after a failure, so that a link that fails at its first request causes no
+//  event; and while serving, when the server refuses it. When is decided by the retry schedule (retry_schedule.h).
 //
 //  A user that cannot have its tag may do nothing else while it is told that it is connected. So a request for a tag
 //  (Call::required) that is refused, fails or is not answered within callLimit ends the connection, and
@@ -17,7 +16,7 @@
 //      (3) 60001 does not follow for awayTime, even when a server refuses every other request.
 //  Another request that is refused, such as a put, leaves the connection as it is.
 //
-//  A reason is reported once until the server is sound again (reported_reasons.h), not at each attempt. Recovery
+//  A reason is reported once until the server is sound again (reason_log.h), not at each attempt. Recovery
 //  is reported when a request has succeeded, nothing is pending and the last check was not refused. After a refused check,
 //  each success is followed by a new check. A check that a call cuts off counts as not made. Why a request can never
 //  succeed is reported once until a call succeeds.
@@ -31,24 +30,17 @@
 
 #include "engine/call.h"
 #include "engine/close_signal.h"
-#include "engine/reported_reasons.h"
+#include "engine/desired_state.h"
+#include "engine/reason_log.h"
+#include "engine/retry_schedule.h"
 
 #include <deque>
 #include <memory>
-#include <random>
 
 namespace rdbopen {
 
 //  Calls that may wait for the worker at one time.
 inline constexpr std::size_t queueCapacity = 64;
-
-//  A connection that held for so long counts as a sound one.
-inline constexpr std::chrono::milliseconds steadyTime{60000};
-
-//  From 60003 for a failed request for a tag to the first attempt to open again at least, on top of the first back-off
-//  wait: more than the 10 s between two publish cycles of the service, so that one cycle finds the connection away and
-//  goes on to its DNS step.
-inline constexpr std::chrono::milliseconds awayTime{11000};
 
 //  Keeps a worker in being from its start to its end.
 class WorkerOwner {
@@ -81,18 +73,18 @@ public:
 
 private:
     //  What there is to do while the back end is open.
-    enum class Work { closed, call, complete, check };
+    enum class Work { closed, call, retry, check };
 
     static void* threadMain(void* self);
     bool startThread();
     void run() noexcept;
     Status session();
-    Status openAndComplete();
+    Status openAndRetry();
     Status serve(Call& call);
-    Status completeTags();
-    Status completeWanted();
-    Status checkWanted();
-    Status askServer();
+    Status retryTags();
+    Status retryPending();
+    Status checkAndRetry();
+    Status check();
     bool givesWay() noexcept;
     Work nextWork(std::shared_ptr<Call>& call);
     bool takeCall(std::shared_ptr<Call>& call);
@@ -103,11 +95,7 @@ private:
     void reportConnection() noexcept;
     void reportLoss() noexcept;
     void sendEvent(std::int32_t event) noexcept;
-    void noteStatus(const Status& status) noexcept;
-    void noteLoss(const Status& failure) noexcept;
-    void noteReason(ReportedReasons& reasons, const std::string& reason) noexcept;
-    void noteSuccess() noexcept;
-    std::chrono::milliseconds backoff(unsigned failures);
+    void evaluate(const Status& status) noexcept;
 
     //  The back end's view of the handle. A wait ends as timedOut also when a request for a tag waits in vain.
     class SlotWaiter : public Waiter {
@@ -135,26 +123,20 @@ private:
     bool connectionReported_ = false;
 
     std::unique_ptr<Backend> backend_;
+    std::string label_;  // of backend_
     RdbMessageNotify notify_ = nullptr;
     void* user_ = nullptr;
 
     //  Used by the worker's thread only. Times are those of monotonicNow().
-    Wanted wanted_;
+    DesiredState desired_;
+    RetrySchedule schedule_;
+    ReasonLog failures_;                                                      // empty while all is well
+    ReasonLog badRequests_;                                                   // since a call last succeeded
     Call* running_ = nullptr;                                                 // the call that the back end carries out
     std::chrono::milliseconds waitLimit_ = std::chrono::milliseconds::max();  // no wait of the back end goes beyond it
-    bool requiredFailed_ = false;                                             // since the last pause
-    bool connected_ = false;
-    std::chrono::milliseconds connectedAt_{};
-    std::chrono::milliseconds completeAt_{};  // when what is pending is due
-    std::chrono::milliseconds checkAt_{};     // when the next check is due
-    unsigned losses_ = 0;                     // in a row, without a sound connection between them
-    unsigned refusals_ = 0;                   // in a row
-    bool checkRefused_ = false;               // the last check was
-    ReportedReasons reasons_;                 // empty while all is well
-    ReportedReasons badRequests_;             // since a call last succeeded
-    bool checking_ = false;                   // a check is under way
-    bool gaveWay_ = false;                    // it was cut off
-    std::minstd_rand random_;
+    bool checkRefused_ = false;                                               // the last check was
+    bool checking_ = false;                                                   // a check is under way
+    bool gaveWay_ = false;                                                    // it was cut off
 };
 
 }  // namespace rdbopen

@@ -1,4 +1,4 @@
-#include "engine/wanted.h"
+#include "engine/desired_state.h"
 
 #include <algorithm>
 
@@ -6,7 +6,8 @@ namespace rdbopen {
 
 namespace {
 
-//  True when the same request may succeed at another time.
+//  True when the same request may succeed at another time. Every other failure lies in the request itself: a retry would fail
+//  for ever and keep the requests after it waiting.
 bool isRetryable(int code) {
     return code == errorBackendFailed || code == errorServerRefused || code == errorTimedOut ||
            code == errorNotConnected || code == errorNoSuchTag || code == errorTagNotUsable;
@@ -15,17 +16,17 @@ bool isRetryable(int code) {
 }  // namespace
 
 //  "No such tag" is an answer, after which the user of the handle makes the tag.
-void Wanted::noteLookup(const RdbTag& tag, int code) {
+void DesiredState::recordLookup(const RdbTag& tag, int code) {
     const bool unanswered = isRetryable(code) && code != errorNoSuchTag;
     if (const auto found = entries_.find(tag.name); found != entries_.end())
         found->second.lookupPending = unanswered;
     else if (unanswered)
         entries_[tag.name].lookupPending = true;
     if (code == errorNone && tag.tagclass == RDB_TAG_CLASS_USABLE)
-        noteTag(tag, code);
+        recordTag(tag, code);
 }
 
-void Wanted::noteTag(const RdbTag& tag, int code) {
+void DesiredState::recordTag(const RdbTag& tag, int code) {
     if (code != errorNone && !isRetryable(code))
         return;
     Entry& entry = entries_[tag.name];
@@ -35,7 +36,7 @@ void Wanted::noteTag(const RdbTag& tag, int code) {
         entry.lookupPending = false;
 }
 
-void Wanted::noteValue(const RdbSnapshot& value, int code) {
+void DesiredState::recordValue(const RdbSnapshot& value, int code) {
     if (code != errorNone && !isRetryable(code))
         return;
     Entry& entry = entries_[value.name];
@@ -43,26 +44,28 @@ void Wanted::noteValue(const RdbSnapshot& value, int code) {
     entry.valuePending = code != errorNone;
 }
 
-void Wanted::noteMessage(std::string_view text, int code) {
+void DesiredState::recordMessage(std::string_view text, int code) {
     if (code != errorNone && !isRetryable(code))
         return;
     message_ = text;
     messagePending_ = code != errorNone;
 }
 
-bool Wanted::pending() const noexcept {
+bool DesiredState::pending() const noexcept {
     return messagePending_ || tagPending() ||
            std::any_of(entries_.begin(), entries_.end(), [](const auto& named) { return named.second.valuePending; });
 }
 
-bool Wanted::tagPending() const noexcept {
+bool DesiredState::tagPending() const noexcept {
     return std::any_of(entries_.begin(), entries_.end(),
                        [](const auto& named) { return named.second.lookupPending || named.second.tagPending; });
 }
 
-Status Wanted::complete(Backend& backend) {
+//  Tags come first: a server that was emptied refuses the values of a tag that it does not know. The first failure ends the
+//  round, because a server that fails one request mostly fails the next, each after its full time limit.
+Status DesiredState::retry(Backend& backend) {
     while (tagPending())
-        if (Status status = completeTag(backend); !status.ok())
+        if (Status status = retryTag(backend); !status.ok())
             return status;
     for (auto& [name, entry] : entries_)
         if (entry.valuePending)
@@ -76,7 +79,7 @@ Status Wanted::complete(Backend& backend) {
     return status;
 }
 
-Status Wanted::completeTag(Backend& backend) {
+Status DesiredState::retryTag(Backend& backend) {
     for (auto& [name, entry] : entries_) {
         if (entry.tagPending)
             return importTag(backend, entry);
@@ -86,15 +89,15 @@ Status Wanted::completeTag(Backend& backend) {
     return {};
 }
 
-Status Wanted::lookUp(Backend& backend, const std::string& name) {
+Status DesiredState::lookUp(Backend& backend, const std::string& name) {
     RdbTag tag{};
     name.copy(tag.name, sizeof tag.name - 1);
     Status status = backend.tagGet(tag);
-    noteLookup(tag, status.code);
+    recordLookup(tag, status.code);
     return status.code == errorNoSuchTag ? Status{} : status;
 }
 
-Status Wanted::importTag(Backend& backend, Entry& entry) {
+Status DesiredState::importTag(Backend& backend, Entry& entry) {
     Status status = backend.tagImport(*entry.tag);
     entry.tagPending = isRetryable(status.code);
     if (!entry.tagPending)
@@ -104,7 +107,7 @@ Status Wanted::importTag(Backend& backend, Entry& entry) {
 
 //  A server that was emptied has lost the tag with the value. Without a definition there is nothing more to do: the user
 //  of the handle makes the tag.
-Status Wanted::putValue(Backend& backend, Entry& entry) {
+Status DesiredState::putValue(Backend& backend, Entry& entry) {
     Status status = backend.put({&*entry.value, 1});
     const bool tagMissing = status.code == errorNoSuchTag || status.code == errorTagNotUsable;
     if (tagMissing && entry.tag) {
@@ -116,17 +119,17 @@ Status Wanted::putValue(Backend& backend, Entry& entry) {
     return status;
 }
 
-Status Wanted::check(Backend& backend) {
-    const auto look = [](bool& pending, const Status& status) {
+Status DesiredState::check(Backend& backend) {
+    const auto markMissing = [](bool& pending, const Status& status) {
         pending = status.code == errorNotHeld;
         return pending ? Status{} : status;
     };
     for (auto& [name, entry] : entries_)
         if (entry.value && !entry.valuePending)
-            if (Status failed = look(entry.valuePending, backend.checkValue(*entry.value)); !failed.ok())
+            if (Status failed = markMissing(entry.valuePending, backend.checkValue(*entry.value)); !failed.ok())
                 return failed;
     if (!message_.empty() && !messagePending_)
-        return look(messagePending_, backend.checkMessage(message_));
+        return markMissing(messagePending_, backend.checkMessage(message_));
     return {};
 }
 

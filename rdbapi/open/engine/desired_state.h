@@ -1,15 +1,15 @@
-//  What the user of one handle wants its server to hold: the newest definition and value of each tag, and the newest
-//  request text. Whatever of it did not reach the server is pending and is completed by the worker.
+//  The desired state of one server: the newest definition and value of each tag that the user of the handle has put, and the
+//  newest request text. What did not reach the server is pending, and the worker retries it.
 //
-//      requested --done--> held --check finds it gone--> pending --complete--> held
+//      requested --done--> held --check finds it gone--> pending --retry--> held
 //           \--failed, refused, given up--> pending
 //
 //  A question for a tag that was not answered is kept in the same way: it is asked again until the server answers it.
 //  A request that can never succeed, such as one that is malformed, changes nothing here.
 //
 //  Threads: the worker's only.
-#ifndef RDBAPI_OPEN_ENGINE_WANTED_H
-#define RDBAPI_OPEN_ENGINE_WANTED_H
+#ifndef RDBAPI_OPEN_ENGINE_DESIRED_STATE_H
+#define RDBAPI_OPEN_ENGINE_DESIRED_STATE_H
 
 #include "engine/backend.h"
 
@@ -19,26 +19,26 @@
 
 namespace rdbopen {
 
-class Wanted {
+class DesiredState {
 public:
-    //  Take note of a request and of the code with which it ended.
-    void noteLookup(const RdbTag& tag, int code);
-    void noteTag(const RdbTag& tag, int code);
-    void noteValue(const RdbSnapshot& value, int code);
-    void noteMessage(std::string_view text, int code);
+    //  Record a request and the code with which it ended.
+    void recordLookup(const RdbTag& tag, int code);
+    void recordTag(const RdbTag& tag, int code);
+    void recordValue(const RdbSnapshot& value, int code);
+    void recordMessage(std::string_view text, int code);
 
     bool pending() const noexcept;
 
     //  True when a lookup or an import of a tag is pending: what a user of the handle needs before everything else.
     bool tagPending() const noexcept;
 
-    //  Makes the pending requests again, those for tags first. Returns the first failure, with which it stops.
-    Status complete(Backend& backend);
+    //  Retries what is pending, tags first. Returns the first failure, with which it stops.
+    Status retry(Backend& backend);
 
-    //  Makes one pending request for a tag again. Requires: tagPending().
-    Status completeTag(Backend& backend);
+    //  Retries one pending request for a tag. Requires: tagPending().
+    Status retryTag(Backend& backend);
 
-    //  Asks the back end for everything that is held, and marks as pending what is not there. Returns how a look failed.
+    //  Compares the server with what it should hold, and marks as pending what is missing. Returns the first failure.
     Status check(Backend& backend);
 
 private:

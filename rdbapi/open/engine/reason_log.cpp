@@ -1,0 +1,59 @@
+#include "engine/reason_log.h"
+
+#include "engine/report.h"
+
+#include <algorithm>
+#include <string_view>
+
+namespace rdbopen {
+
+namespace {
+
+//  A count of seconds is a measurement, such as how far two clocks are apart: it differs a little with each attempt and
+//  makes no new reason.
+std::string withoutSeconds(std::string_view reason) {
+    constexpr std::string_view digits = "0123456789";
+    std::string kept;
+    while (!reason.empty()) {
+        const std::size_t number = std::min(reason.find_first_not_of(digits), reason.size());
+        const std::string_view rest = reason.substr(number);
+        const bool seconds = number != 0 && (rest == " s" || rest.starts_with(" s "));
+        const std::size_t length = std::max(number, std::size_t{1});
+        if (!seconds)
+            kept.append(reason.substr(0, length));
+        reason.remove_prefix(length);
+    }
+    return kept;
+}
+
+}  // namespace
+
+//  The reason is remembered first: without memory for that, it would be reported at every failure.
+void ReasonLog::fail(const std::string& label, const std::string& reason) noexcept {
+    try {
+        const std::string kept = withoutSeconds(reason);
+        if (add(kept) && !reportFailure(label, reason))
+            std::erase(reasons_, kept);
+    } catch (...) {
+    }
+}
+
+//  A lost line of recovery is not sent again: the next failure is reported in any case.
+void ReasonLog::recover(const std::string& label) noexcept {
+    if (reasons_.empty())
+        return;
+    reportRecovery(label, "works again");
+    reasons_.clear();
+}
+
+//  Returns true when reason is new.
+bool ReasonLog::add(std::string reason) {
+    if (std::find(reasons_.begin(), reasons_.end(), reason) != reasons_.end())
+        return false;
+    if (reasons_.size() == capacity)
+        reasons_.erase(reasons_.begin());
+    reasons_.push_back(std::move(reason));
+    return true;
+}
+
+}  // namespace rdbopen
