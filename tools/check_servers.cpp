@@ -15,12 +15,12 @@ namespace {
 struct Server {
     const char* name;
     Setting url, user, password;
-    rdbopen::Backend::Service service;
+    bool (*served_by)(rdbopen::Backend& backend);
 };
 
 constexpr Server servers[] = {
-    {"rdb server", rdburl, rdbuser, rdbpswd, rdbopen::Backend::Service::tags},
-    {"DNS server", dnsurl, dnsuser, dnspswd, rdbopen::Backend::Service::messages},
+    {"rdb server", rdburl, rdbuser, rdbpswd, [](rdbopen::Backend& backend) { return backend.tags() != nullptr; }},
+    {"DNS server", dnsurl, dnsuser, dnspswd, [](rdbopen::Backend& backend) { return backend.updates() != nullptr; }},
 };
 
 //  The back ends that this build leaves out. The last row exists because an array must not be empty.
@@ -101,7 +101,7 @@ void checkBackend(const Subject& subject, const Server& server, CReport& report)
         report.fail(line, name + ": " + printable(reason) + ": " + advice(subject.given(server.url)));
     else if (code != rdbopen::errorNone)
         report.fail(line, name + ": " + printable(reason));
-    else if (!backend->serves(server.service))
+    else if (!server.served_by(*backend))
         report.warn(line, name + ": the back end of this scheme does not serve the " + server.name +
                               ": every request to it fails (rdburl and dnsurl exchanged?)");
     else

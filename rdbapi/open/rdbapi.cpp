@@ -71,8 +71,8 @@ int rdb_callmsg(int handle, const char* text, std::int32_t length, RdbReply call
     if (text == nullptr || length < 1 || length > maxMessageLength || callback == nullptr)
         return errorBadArgument;
     return withWorker(handle, [&](Worker& worker) {
-        const std::string_view message(text, static_cast<std::size_t>(length));
-        return worker.post(Backend::Service::messages, std::make_shared<MessageCall>(message, callback, user));
+        const std::string_view request(text, static_cast<std::size_t>(length));
+        return worker.post(std::make_shared<UpdateCall>(request, callback, user));
     });
 }
 

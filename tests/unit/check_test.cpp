@@ -322,7 +322,7 @@ bool backEndRefuses(const std::string& name, const std::string& port, const std:
     EXPECT_EQ(rdbopen::makeBackend("dns://s/" + zone, {"u", "file:/nonexistent"}, backend, reason), 0) << reason;
     const std::string request = R"({"request":"ws_dnsupdate","seqno":1,"item":{"name":")" + name +
                                 R"(","ipv6s":["2001:db8::1"],"httpsports":[)" + port + "]}}";
-    return backend->message(request, reply).code == rdbopen::errorBadRequest;
+    return backend->updates()->apply(request, reply).code == rdbopen::errorBadRequest;
 }
 
 TEST_F(Check, ANameIsReportedExactlyWhenTheBackEndRefusesIt) {

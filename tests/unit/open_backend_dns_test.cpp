@@ -96,8 +96,8 @@ TEST(DnsBackend, NamesItselfWithoutUserAndPassword) {
 
 TEST(DnsBackend, ServesMessagesOnly) {
     const auto backend = backendOf("dns://s/z");
-    EXPECT_TRUE(backend->serves(Backend::Service::messages));
-    EXPECT_FALSE(backend->serves(Backend::Service::tags));
+    EXPECT_TRUE(backend->updates() != nullptr);
+    EXPECT_FALSE(backend->tags() != nullptr);
 }
 
 TEST(DnsBackend, ChecksAsOftenAsTheUrlRequests) {
@@ -175,8 +175,8 @@ TEST(DnsBackend, TheSecretIsReadFromItsFileAgainForEachConnection) {
     ASSERT_EQ(backend->open(plainWaiter).reason, "");
     writeText(folder.file("key"), "???");
     std::string reply;
-    EXPECT_EQ(backend->message(request, reply).reason, "the password is not the secret of a key in base64");
-    EXPECT_EQ(backend->checkMessage(request).reason, "the password is not the secret of a key in base64");
+    EXPECT_EQ(backend->updates()->apply(request, reply).reason, "the password is not the secret of a key in base64");
+    EXPECT_EQ(backend->updates()->checkRequest(request).reason, "the password is not the secret of a key in base64");
 }
 
 //  The server does not say at which of the two names, so each is asked about.
@@ -190,7 +190,7 @@ TEST(DnsBackend, AnAliasThatIsGoneWhenItIsLookedForIsReportedInTheServersWords) 
     const auto backend = backendOf(server.url());
     ASSERT_EQ(backend->open(plainWaiter).reason, "");
     std::string reply;
-    const Status outcome = backend->message(request, reply);
+    const Status outcome = backend->updates()->apply(request, reply);
     EXPECT_EQ(outcome.code, errorServerRefused);
     EXPECT_EQ(outcome.reason, "YXRRSET: a record set exists that must not");
     EXPECT_EQ(updates, 3);
@@ -204,7 +204,7 @@ protected:
         ASSERT_EQ(backend->open(plainWaiter).reason, "");
         server.requests().take();
     }
-    Status send(const std::string& text) { return backend->message(text, reply); }
+    Status send(const std::string& text) { return backend->updates()->apply(text, reply); }
 
     Zone zone;
     DnsServer server{zone.script()};
@@ -289,18 +289,18 @@ TEST_F(OpenDnsBackend, AMalformedRequestIsRefused) {
     start();
     EXPECT_EQ(send("{").code, errorBadRequest);
     EXPECT_EQ(reply, R"({"seqno":null,"code":1013,"message":"the request is not a JSON object"})");
-    EXPECT_EQ(backend->checkMessage("{").code, errorNone);
+    EXPECT_EQ(backend->updates()->checkRequest("{").code, errorNone);
 }
 
 TEST_F(OpenDnsBackend, ARequestThatIsNotCarriedOutIsAnsweredWithItsNumber) {
-    EXPECT_EQ(backendOf("dns://s/z")->refusal(request, errorNotConnected),
+    EXPECT_EQ(backendOf("dns://s/z")->updates()->refusal(request, errorNotConnected),
               R"({"seqno":7,"code":1005,"message":"the server is not connected"})");
 }
 
 TEST_F(OpenDnsBackend, ACheckAsksForEachSetOnOneConnection) {
     zone.records = published();
     start();
-    EXPECT_EQ(backend->checkMessage(request).code, errorNone);
+    EXPECT_EQ(backend->updates()->checkRequest(request).code, errorNone);
     for (const char* const owner : {"host1.example.org", "host1.example.org", "_8443._https.host1.example.org"})
         EXPECT_EQ(server.requests().take().owner, owner);
     EXPECT_EQ(server.connections(), 2);
@@ -314,18 +314,18 @@ TEST_F(OpenDnsBackend, ACheckFindsEachRecordThatIsGoneOrAltered) {
             zone.records = published();
             zone.records[i].data.back() ^= 1;
         }
-        EXPECT_EQ(backend->checkMessage(request).code, errorNotHeld) << i;
+        EXPECT_EQ(backend->updates()->checkRequest(request).code, errorNotHeld) << i;
         const std::lock_guard lock(zone.mutex);
         zone.records.erase(zone.records.begin() + static_cast<std::ptrdiff_t>(i));
     }
-    EXPECT_EQ(backend->checkMessage(request).code, errorNotHeld);
+    EXPECT_EQ(backend->updates()->checkRequest(request).code, errorNotHeld);
 }
 
 TEST_F(OpenDnsBackend, ACheckReportsThatAnAliasIsAtTheName) {
     zone.records = {{"host1.example.org", typeCname, fromHex("00")}};
     zone.alias = "host1.example.org";
     start();
-    const Status outcome = backend->checkMessage(request);
+    const Status outcome = backend->updates()->checkRequest(request);
     EXPECT_EQ(outcome.code, errorServerRefused);
     EXPECT_EQ(outcome.reason, "a CNAME stands at host1.example.org and keeps its other records away");
 }
@@ -336,7 +336,7 @@ TEST_F(OpenDnsBackend, ACheckTakesAWildcardsAliasForRecordsThatAreGone) {
     start();
     for (const unsigned code : {0U, 5U}) {  // the latter of a server that takes no conditions
         zone.updateCode = code;
-        EXPECT_EQ(backend->checkMessage(request).code, errorNotHeld);
+        EXPECT_EQ(backend->updates()->checkRequest(request).code, errorNotHeld);
     }
 }
 
@@ -346,7 +346,7 @@ constexpr const char* hidden = R"({"request":"ws_dnsupdate","seqno":7,"item":{"n
 TEST_F(OpenDnsBackend, ACheckTakesNoWildcardForARecordThatIsHeld) {
     zone.records = {{"host1.example.org", 28, DnsBytes(16)}};
     start();
-    ASSERT_EQ(backend->checkMessage(hidden).code, errorNone);
+    ASSERT_EQ(backend->updates()->checkRequest(hidden).code, errorNone);
     EXPECT_EQ(server.requests().take().opcode, unsigned{LDNS_PACKET_QUERY});
     const Packet condition = parseMessage(server.requests().take().wire);
     EXPECT_EQ(ldns_pkt_ancount(condition.get()), 1U);
@@ -358,7 +358,7 @@ TEST_F(OpenDnsBackend, ACheckFindsRecordsThatTheZoneMustNotHold) {
     start();
     for (const unsigned code : {7U, 5U}) {  // YXRRSET, and a server that takes no conditions
         zone.updateCode = code;
-        EXPECT_EQ(backend->checkMessage(hidden).code, errorNotHeld);
+        EXPECT_EQ(backend->updates()->checkRequest(hidden).code, errorNotHeld);
     }
 }
 
@@ -374,11 +374,11 @@ std::string requestWithFortyPorts() {
 TEST_F(OpenDnsBackend, ACheckHasTenSecondsForAllItsQuestions) {
     start();
     const std::string text = requestWithFortyPorts();
-    EXPECT_EQ(backend->checkMessage(text).code, errorNone);
+    EXPECT_EQ(backend->updates()->checkRequest(text).code, errorNone);
     EXPECT_EQ(server.requests().count(), 42U);
     drivenClock = 1000;
     zone.seconds = 4;
-    const Status outcome = backend->checkMessage(text);
+    const Status outcome = backend->updates()->checkRequest(text);
     drivenClock = 0;
     EXPECT_EQ(outcome.code, errorBackendFailed);
     EXPECT_EQ(outcome.reason, "the server does not answer in time");
@@ -388,7 +388,7 @@ TEST_F(OpenDnsBackend, ACheckHasTenSecondsForAllItsQuestions) {
 TEST_F(OpenDnsBackend, AnAliasAtANameWithoutAddressesKeepsNothingAway) {
     zone.records = {{"host1.example.org", typeCname, fromHex("00")}};
     start();
-    EXPECT_EQ(backend->checkMessage(hidden).code, errorNone);
+    EXPECT_EQ(backend->updates()->checkRequest(hidden).code, errorNone);
 }
 
 TEST_F(OpenDnsBackend, AServerThatIsGoneFailsBoth) {
@@ -398,8 +398,8 @@ TEST_F(OpenDnsBackend, AServerThatIsGoneFailsBoth) {
         lone = backendOf(other.url());
         ASSERT_EQ(lone->open(plainWaiter).code, errorNone);
     }
-    EXPECT_EQ(lone->message(request, reply).code, errorBackendFailed);
-    EXPECT_EQ(lone->checkMessage(request).code, errorBackendFailed);
+    EXPECT_EQ(lone->updates()->apply(request, reply).code, errorBackendFailed);
+    EXPECT_EQ(lone->updates()->checkRequest(request).code, errorBackendFailed);
 }
 
 }  // namespace

@@ -104,7 +104,8 @@ TEST_F(HostsBackend, AMalformedRequestIsAnsweredAndTheConnectionStaysUp) {
     connect(file);
     EXPECT_EQ(send("nonsense"), "{\"seqno\":null,\"code\":1013,\"message\":\"the request is not a JSON object\"}");
     std::string reply;
-    EXPECT_EQ(backendFor("hosts://" + file)->message("nonsense", reply).reason, "the request is not a JSON object");
+    EXPECT_EQ(backendFor("hosts://" + file)->updates()->apply("nonsense", reply).reason,
+              "the request is not a JSON object");
     EXPECT_EQ(update("a", "::1"), done);
     EXPECT_EQ(events.count(), 0U);
 }
@@ -143,7 +144,7 @@ protected:
     int update(const std::string& address) {
         const std::string text =
             R"({"request":"ws_dnsupdate","seqno":7,"item":{"name":"a","ipv6s":[")" + address + "\"]}}";
-        return backend->message(text, reply).code;
+        return backend->updates()->apply(text, reply).code;
     }
 
     Folder folder;

@@ -32,14 +32,14 @@ TEST(LogBackend, LogsWhatItWouldWriteAndTakesTheStepsOfAnEmptyServer) {
     ASSERT_NE(backend, nullptr);
     EXPECT_EQ(backend->open(plainWaiter).code, 0);
     RdbTag tag = tagNamed("host1");
-    EXPECT_EQ(backend->tagGet(tag).code, errorNoSuchTag);
-    EXPECT_EQ(backend->tagImport(usableTag("host1")).code, 0);
-    EXPECT_EQ(backend->tagGet(tag).code, 0);
+    EXPECT_EQ(backend->tags()->get(tag).code, errorNoSuchTag);
+    EXPECT_EQ(backend->tags()->import(usableTag("host1")).code, 0);
+    EXPECT_EQ(backend->tags()->get(tag).code, 0);
     EXPECT_EQ(tag.tagclass, RDB_TAG_CLASS_USABLE);
     const RdbSnapshot record = recordOf("host1", "2001:db8::1,fd00::1");
-    EXPECT_EQ(backend->put({&record, 1}).code, 0);
+    EXPECT_EQ(backend->tags()->put({&record, 1}).code, 0);
     std::string reply;
-    EXPECT_EQ(backend->message(R"({"request":"ws_dnsupdate"})", reply).code, 0);
+    EXPECT_EQ(backend->updates()->apply(R"({"request":"ws_dnsupdate"})", reply).code, 0);
     EXPECT_EQ(reply, R"({"code":0,"message":"dry run"})");
     EXPECT_EQ(reports, (std::vector<std::string>{"rdbapi: log:: would make the tag host1",
                                                  "rdbapi: log:: would write host1 = 2001:db8::1,fd00::1",
@@ -50,8 +50,8 @@ TEST(LogBackend, LogsWhatItWouldWriteAndTakesTheStepsOfAnEmptyServer) {
 TEST(LogBackend, ServesInPlaceOfEitherServer) {
     const auto backend = backendFor("log://");
     ASSERT_NE(backend, nullptr);
-    EXPECT_TRUE(backend->serves(Backend::Service::tags));
-    EXPECT_TRUE(backend->serves(Backend::Service::messages));
+    EXPECT_TRUE(backend->tags() != nullptr);
+    EXPECT_TRUE(backend->updates() != nullptr);
 }
 
 TEST(LogBackend, NothingFollowsTheScheme) {

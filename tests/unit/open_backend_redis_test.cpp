@@ -42,7 +42,7 @@ protected:
     }
     Status put(const std::string& value = "v", const std::string& name = "host1") {
         const RdbSnapshot record = recordOf(name, value);
-        return backend->put({&record, 1});
+        return backend->tags()->put({&record, 1});
     }
     //  The next look finds a usable tag.
     void holdTag() {
@@ -84,8 +84,8 @@ TEST(RedisUrl, RefusesEverythingElseWithAReason) {
 TEST_F(RedisBackend, IsNamedByItsServerAndDatabaseOnly) {
     use("/3?expire=900", {"someone", "secret"});
     EXPECT_EQ(backend->label(), server.url("/3"));
-    EXPECT_TRUE(backend->serves(Backend::Service::tags));
-    EXPECT_FALSE(backend->serves(Backend::Service::messages));
+    EXPECT_TRUE(backend->tags() != nullptr);
+    EXPECT_FALSE(backend->updates() != nullptr);
 }
 
 TEST_F(RedisBackend, LogsInWithUserAndPasswordAndChoosesTheDatabase) {
@@ -172,7 +172,7 @@ TEST_F(RedisBackend, ReportsWhyAServerRejectsTheConnection) {
 TEST_F(RedisBackend, AnUnknownTagHasItsCode) {
     opened();
     RdbTag tag = tagNamed("host1");
-    EXPECT_EQ(backend->tagGet(tag).code, errorNoSuchTag);
+    EXPECT_EQ(backend->tags()->get(tag).code, errorNoSuchTag);
     EXPECT_EQ(put().code, errorNoSuchTag);
     EXPECT_EQ(server.received("EXEC").size(), 0U);
     EXPECT_EQ(server.received("DISCARD").size(), 1U);
@@ -183,7 +183,7 @@ TEST_F(RedisBackend, AHeldTagIsReadWithItsThreeFields) {
     server.answer("HLEN", ":4\r\n");
     server.answer("HMGET", "*3\r\n$3\r\n255\r\n$1\r\n0\r\n$1\r\n1\r\n");
     RdbTag tag = tagNamed("host1");
-    ASSERT_EQ(backend->tagGet(tag).code, 0);
+    ASSERT_EQ(backend->tags()->get(tag).code, 0);
     EXPECT_EQ(tag.tagclass, 255);
     EXPECT_EQ(tag.valuetype, 0);
     EXPECT_EQ(tag.importflag, 1);
@@ -191,7 +191,7 @@ TEST_F(RedisBackend, AHeldTagIsReadWithItsThreeFields) {
 
 TEST_F(RedisBackend, AnImportIsOneWatchedTransaction) {
     opened();
-    ASSERT_EQ(backend->tagImport(usableTag("host1")).code, 0);
+    ASSERT_EQ(backend->tags()->import(usableTag("host1")).code, 0);
     EXPECT_EQ(server.received("WATCH").front(),
               (FakeRedis::Command{"WATCH", "rdb:tag:host1", "rdb:value:host1", "rdb:history:host1"}));
     EXPECT_EQ(server.received("HSET").front(), (FakeRedis::Command{"HSET", "rdb:tag:host1", "class", "2", "type", "6",
@@ -225,7 +225,7 @@ TEST_F(RedisBackend, ARepeatedValueIsPutAgainAndNotPublished) {
 TEST_F(RedisBackend, AnExpiryIsSetOnAllThreeKeysByEachWrite) {
     use("?expire=1800");
     opened();
-    ASSERT_EQ(backend->tagImport(usableTag("host1")).code, 0);
+    ASSERT_EQ(backend->tags()->import(usableTag("host1")).code, 0);
     holdTag();
     ASSERT_EQ(put().code, 0);
     const auto expiries = server.received("EXPIRE");
@@ -243,7 +243,7 @@ TEST_F(RedisBackend, SeveralRecordsAreOneTransaction) {
     for (const char* answer : {usableHash, "*3\r\n$-1\r\n$-1\r\n$-1\r\n", usableHash})
         server.answer("HMGET", answer);
     const RdbSnapshot records[]{recordOf("a", "1"), recordOf("b", "2")};
-    ASSERT_EQ(backend->put(records).code, 0);
+    ASSERT_EQ(backend->tags()->put(records).code, 0);
     EXPECT_EQ(server.received("EXEC").size(), 1U);
     EXPECT_EQ(server.received("HSET").size(), 2U);
 }
@@ -252,7 +252,7 @@ TEST_F(RedisBackend, OneUnknownTagAmongSeveralStopsAll) {
     opened();
     holdTag();
     const RdbSnapshot records[]{recordOf("a", "1"), recordOf("b", "2")};
-    EXPECT_EQ(backend->put(records).code, errorNoSuchTag);
+    EXPECT_EQ(backend->tags()->put(records).code, errorNoSuchTag);
     EXPECT_EQ(server.received("HSET").size(), 0U);
 }
 
@@ -281,7 +281,7 @@ TEST_F(RedisBackend, ATransactionThatIsAlwaysDisturbedIsRefused) {
     opened();
     for (int i = 0; i < 5; ++i)
         server.answer("EXEC", "*-1\r\n");
-    const Status outcome = backend->tagImport(usableTag("host1"));
+    const Status outcome = backend->tags()->import(usableTag("host1"));
     EXPECT_EQ(outcome.code, errorServerRefused);
     EXPECT_EQ(outcome.reason, "other clients keep changing the same keys");
     EXPECT_EQ(backend->probe().code, 0);
@@ -334,11 +334,11 @@ TEST_F(RedisBackend, APutWhoseAnswerWasLostIsRepeatedWhenTheServerHasNotDoneIt) 
 
 TEST_F(RedisBackend, ACheckReportsWhetherTheValueIsHeld) {
     opened();
-    EXPECT_EQ(backend->checkValue(recordOf("host1", "v")).code, errorNotHeld);
+    EXPECT_EQ(backend->tags()->checkValue(recordOf("host1", "v")).code, errorNotHeld);
     holdValue("1", "v");
-    EXPECT_EQ(backend->checkValue(recordOf("host1", "v")).code, 0);
+    EXPECT_EQ(backend->tags()->checkValue(recordOf("host1", "v")).code, 0);
     holdValue("1", "w");
-    EXPECT_EQ(backend->checkValue(recordOf("host1", "v")).code, errorNotHeld);
+    EXPECT_EQ(backend->tags()->checkValue(recordOf("host1", "v")).code, errorNotHeld);
 }
 
 TEST_F(RedisBackend, AProbeNoticesAClosedConnection) {

@@ -33,14 +33,14 @@ TEST_F(SqliteBackend, AnEmptyFileBecomesADatabaseToo) {
 TEST_F(SqliteBackend, AnUnknownTagHasItsCode) {
     open();
     RdbTag tag = tagNamed("host1");
-    EXPECT_EQ(backend->tagGet(tag).code, errorNoSuchTag);
+    EXPECT_EQ(backend->tags()->get(tag).code, errorNoSuchTag);
     EXPECT_EQ(put("host1", "v"), errorNoSuchTag);
 }
 
 TEST_F(SqliteBackend, AnImportedTagIsFoundWithItsClassTypeAndFlag) {
     openWithTag("host1");
     RdbTag tag = tagNamed("host1");
-    ASSERT_EQ(backend->tagGet(tag).code, 0);
+    ASSERT_EQ(backend->tags()->get(tag).code, 0);
     EXPECT_EQ(tag.tagclass, RDB_TAG_CLASS_USABLE);
     EXPECT_EQ(tag.valuetype, RDB_VALUE_TYPE_TEXT);
     EXPECT_EQ(tag.importflag, 1);
@@ -51,7 +51,7 @@ TEST_F(SqliteBackend, ASecondImportReplacesTheTagAndKeepsItsValues) {
     ASSERT_EQ(put("host1", "v"), 0);
     RdbTag tag = usableTag("host1");
     tag.tagclass = 3;
-    ASSERT_EQ(backend->tagImport(tag).code, 0);
+    ASSERT_EQ(backend->tags()->import(tag).code, 0);
     EXPECT_EQ(query("SELECT count(*) || class FROM tag"), "13");
     EXPECT_EQ(query("SELECT value FROM current_values WHERE name = 'host1'"), "v");
 }
@@ -60,7 +60,7 @@ TEST_F(SqliteBackend, APutForATagOfAnotherClassIsRefused) {
     open();
     RdbTag tag = usableTag("host1");
     tag.tagclass = 3;
-    ASSERT_EQ(backend->tagImport(tag).code, 0);
+    ASSERT_EQ(backend->tags()->import(tag).code, 0);
     EXPECT_EQ(put("host1", "v"), errorTagNotUsable);
 }
 
@@ -76,7 +76,7 @@ TEST_F(SqliteBackend, APutHasTheServersTimeInMilliseconds) {
     openWithTag("host1");
     RdbSnapshot record = recordOf("host1", "v");
     record.time = 12345;
-    ASSERT_EQ(backend->put({&record, 1}).code, 0);
+    ASSERT_EQ(backend->tags()->put({&record, 1}).code, 0);
     EXPECT_EQ(query("SELECT abs(time_ms / 1000 - strftime('%s', 'now')) < 60 FROM snapshot"), "1");
     EXPECT_EQ(query("SELECT time GLOB '20[0-9][0-9]-[01][0-9]-[0-3][0-9]T[0-2][0-9]:[0-5][0-9]:[0-5][0-9].[0-9][0-9]"
                     "[0-9]Z' FROM current_values"),
@@ -87,10 +87,10 @@ TEST_F(SqliteBackend, AValueIsTakenByItsLengthNotByATerminator) {
     openWithTag("host1");
     RdbSnapshot record = recordOf("host1", "abcdef");
     record.valuelen = 3;
-    ASSERT_EQ(backend->put({&record, 1}).code, 0);
+    ASSERT_EQ(backend->tags()->put({&record, 1}).code, 0);
     EXPECT_EQ(query("SELECT value FROM snapshot"), "abc");
     std::memcpy(record.value, "a\0b", 3);
-    ASSERT_EQ(backend->put({&record, 1}).code, 0);
+    ASSERT_EQ(backend->tags()->put({&record, 1}).code, 0);
     EXPECT_EQ(query("SELECT hex(value) FROM snapshot"), "610062");
 }
 
@@ -110,13 +110,13 @@ TEST_F(SqliteBackend, NamesAreDataAndNeverSql) {
 TEST_F(SqliteBackend, SeveralRecordsArePutTogetherOrNotAtAll) {
     openWithTag("a");
     const RdbSnapshot records[2] = {recordOf("a", "1"), recordOf("unknown", "2")};
-    EXPECT_EQ(backend->put(records).code, errorNoSuchTag);
+    EXPECT_EQ(backend->tags()->put(records).code, errorNoSuchTag);
     EXPECT_EQ(query("SELECT count(*) FROM history"), "0");
 }
 
 TEST_F(SqliteBackend, TheHistoryKeepsTenThousandRowsOfATag) {
     openWithTag("a");
-    ASSERT_EQ(backend->tagImport(usableTag("b")).code, 0);
+    ASSERT_EQ(backend->tags()->import(usableTag("b")).code, 0);
     ASSERT_EQ(put("b", "other"), 0);
     makeForeign("WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < 10000) INSERT INTO "
                 "history(tag, time_ms, type, value) SELECT (SELECT id FROM tag WHERE name = 'a'), i, 6, i FROM n");
@@ -141,7 +141,7 @@ TEST_F(SqliteBackend, ValuesOutliveTheService) {
     backend->close();
     open();
     RdbTag tag = tagNamed("a");
-    EXPECT_EQ(backend->tagGet(tag).code, 0);
+    EXPECT_EQ(backend->tags()->get(tag).code, 0);
     EXPECT_EQ(query("SELECT value FROM current_values"), "v");
 }
 
@@ -203,7 +203,7 @@ TEST_F(SqliteBackend, AFileThatWasReplacedFailsTheNextRequest) {
     ASSERT_TRUE(backendFor("sqlite://" + folder.file("other.db"))->open(plainWaiter).ok());
     std::filesystem::rename(folder.file("other.db"), file);
     RdbTag tag = tagNamed("a");
-    EXPECT_EQ(backend->tagGet(tag).code, errorBackendFailed);
+    EXPECT_EQ(backend->tags()->get(tag).code, errorBackendFailed);
 }
 
 TEST_F(SqliteBackend, ACorruptDatabaseFailsTheRequest) {
@@ -236,7 +236,7 @@ TEST_F(SqliteBackend, AFullDiskFailsTheRequestAndNothingIsLost) {
 TEST_F(SqliteBackend, TwoServicesMayShareTheFile) {
     open();
     EXPECT_EQ(backendFor("sqlite://" + file)->open(plainWaiter).code, 0);  // a second service on the same file
-    EXPECT_EQ(backend->tagImport(usableTag("a")).code, 0);
+    EXPECT_EQ(backend->tags()->import(usableTag("a")).code, 0);
 }
 
 TEST_F(SqliteBackend, ServesTagsAndRefusesMessagesThroughTheHandle) {

@@ -91,9 +91,9 @@ std::pair<Status, Status> against(const DnsServer::Script& hostile) {
     makeBackend(server.url(), {"key1", testSecret}, backend, reason);
     EXPECT_EQ(backend->open(waiter).reason, "");
     std::string reply;
-    const Status sent = backend->message(request, reply);
+    const Status sent = backend->updates()->apply(request, reply);
     EXPECT_EQ(reply.find("\"code\":0"), std::string::npos);
-    return {sent, backend->checkMessage(request)};
+    return {sent, backend->updates()->checkRequest(request)};
 }
 
 void expectFailure(const DnsServer::Script& hostile, const std::string& reason) {
@@ -249,8 +249,8 @@ TEST(DnsSystemCalls, ThatFailAreReported) {
     for (const auto& [call, subject] : rows) {
         const std::string expected = subject + errorText(EMFILE);
         failingCall = call;
-        EXPECT_EQ(backend->message(request, reply).reason, expected);
-        EXPECT_EQ(backend->checkMessage(request).reason, expected);
+        EXPECT_EQ(backend->updates()->apply(request, reply).reason, expected);
+        EXPECT_EQ(backend->updates()->checkRequest(request).reason, expected);
         EXPECT_EQ(backend->open(plainWaiter).code == errorNone, std::string(call) == "open");
     }
     failingCall = "";

@@ -55,27 +55,28 @@ struct Script {
     }
 };
 
-class FakeBackend : public rdbopen::Backend {
+class FakeBackend : public rdbopen::Backend, public rdbopen::TagBackend, public rdbopen::UpdateBackend {
 public:
     explicit FakeBackend(std::shared_ptr<Script> script) : script_(std::move(script)) {}
 
     std::string label() const override { return "fake"; }
-    bool serves(Service service) const noexcept override { return service == Service::tags || script_->messages; }
+    rdbopen::TagBackend* tags() noexcept override { return this; }
+    rdbopen::UpdateBackend* updates() noexcept override { return script_->messages ? this : nullptr; }
     rdbopen::Status open(const rdbopen::Waiter& waiter) override {
         waiter_ = &waiter;
         ++script_->opened;
         return script_->next(script_->opens);
     }
     void close() noexcept override { ++script_->closed; }
-    rdbopen::Status tagGet(RdbTag& tag) override {
+    rdbopen::Status get(RdbTag& tag) override {
         tag.tagclass = RDB_TAG_CLASS_USABLE;
         return request("get " + std::string(tag.name));
     }
-    rdbopen::Status tagImport(const RdbTag& tag) override { return request("import " + std::string(tag.name)); }
+    rdbopen::Status import(const RdbTag& tag) override { return request("import " + std::string(tag.name)); }
     rdbopen::Status put(std::span<const RdbSnapshot> records) override {
         return request("put " + std::string(records[0].name) + "=" + records[0].value);
     }
-    rdbopen::Status message(std::string_view text, std::string& reply) override {
+    rdbopen::Status apply(std::string_view text, std::string& reply) override {
         reply = "done " + std::string(text);
         return request("send " + std::string(text));
     }
@@ -91,7 +92,7 @@ public:
     }
     bool checksGiveWay() const noexcept override { return script_->givesWay; }
     rdbopen::Status checkValue(const RdbSnapshot&) override { return check(); }
-    rdbopen::Status checkMessage(std::string_view) override { return check(); }
+    rdbopen::Status checkRequest(std::string_view) override { return check(); }
     std::string refusal(std::string_view text, int code) override {
         return "refused " + std::string(text) + " " + std::to_string(code);
     }

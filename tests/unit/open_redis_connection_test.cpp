@@ -101,7 +101,7 @@ protected:
         makeBackend(server.url(), {"u", "secret"}, backend, reason);
     }
     void open() { ASSERT_EQ(backend->open(waiter).code, 0); }
-    Status import() { return backend->tagImport(usableTag("host1")); }
+    Status import() { return backend->tags()->import(usableTag("host1")); }
 
     FakeRedis server;
     ImpatientWaiter waiter;
@@ -121,11 +121,11 @@ TEST_F(RedisConnection, ARequestIsLimitedToFiveSeconds) {
     const RdbSnapshot record = recordOf("host1", "v");
     RdbTag tag = usableTag("host1");
     const std::function<Status()> requests[]{
-        [&] { return backend->tagGet(tag); }, [&] { return backend->tagImport(tag); },
+        [&] { return backend->tags()->get(tag); }, [&] { return backend->tags()->import(tag); },
         [&] {
-            return backend->put({&record, 1});
+            return backend->tags()->put({&record, 1});
         },
-        [&] { return backend->checkValue(record); }, [&] { return backend->probe(); }};
+        [&] { return backend->tags()->checkValue(record); }, [&] { return backend->probe(); }};
     for (const auto& request : requests) {
         open();
         for (const char* word : {"HLEN", "WATCH", "PING"})

@@ -19,7 +19,7 @@ protected:
     void SetUp() override { ASSERT_EQ(backend->open(plainWaiter).code, 0); }
     Status put() {
         const RdbSnapshot record = recordOf("host1", "v");
-        return backend->put({&record, 1});
+        return backend->tags()->put({&record, 1});
     }
     void holdTag() {
         server.answer("HLEN", ":4\r\n");
@@ -39,7 +39,7 @@ protected:
 TEST_F(RedisRefusals, AnErrorToAnyCommandOfTheReadWritesNothing) {
     for (const char* word : {"WATCH", "TIME", "HLEN", "HMGET", "TYPE", "MULTI"}) {
         server.answer(word, "-NOPERM no\r\n");
-        const Status outcome = backend->tagImport(usableTag("host1"));
+        const Status outcome = backend->tags()->import(usableTag("host1"));
         EXPECT_EQ(outcome.code, errorServerRefused) << word;
         EXPECT_EQ(outcome.reason, "refused: the user has not every permission that is needed (NOPERM)");
     }
@@ -56,13 +56,14 @@ TEST_F(RedisRefusals, AKeyOfAnotherTypeIsUnchanged) {
         EXPECT_EQ(outcome.reason, std::string(word) + " refused: a key of another type is in the way (WRONGTYPE)");
     }
     server.answer("TYPE", "+list\r\n");
-    EXPECT_EQ(backend->tagImport(usableTag("host1")).reason, "rdb:history:host1 is somebody else's and stays as it is");
+    EXPECT_EQ(backend->tags()->import(usableTag("host1")).reason,
+              "rdb:history:host1 is somebody else's and stays as it is");
     expectUntouchedAndUsable();
 }
 
 TEST_F(RedisRefusals, AHashWithOtherFieldsIsUnchanged) {
     server.answer("HLEN", ":7\r\n");
-    const Status tag = backend->tagImport(usableTag("host1"));
+    const Status tag = backend->tags()->import(usableTag("host1"));
     EXPECT_EQ(tag.code, errorServerRefused);
     EXPECT_EQ(tag.reason, "rdb:tag:host1 is somebody else's and stays as it is");
     holdTag();
@@ -80,7 +81,7 @@ TEST_F(RedisRefusals, ADefinitionThatIsNoneIsSomebodyElses) {
         server.answer("HLEN", ":3\r\n");
         server.answer("HMGET", hash);
         RdbTag tag = tagNamed("host1");
-        EXPECT_EQ(backend->tagGet(tag).code, errorServerRefused) << hash;
+        EXPECT_EQ(backend->tags()->get(tag).code, errorServerRefused) << hash;
     }
 }
 
@@ -124,9 +125,9 @@ TEST_F(RedisRefusals, AnAnswerThatRepeatsTheLoginIsQuotedWithoutIt) {
     backend->close();
     ASSERT_EQ(backend->open(plainWaiter).code, 0);
     server.answer("HLEN", quoting);
-    expectWithout(backend->tagImport(usableTag("host1")), "HLEN refused: ERR odd: AUTH ");
+    expectWithout(backend->tags()->import(usableTag("host1")), "HLEN refused: ERR odd: AUTH ");
     server.answer("EXEC", "*1\r\n" + quoting);
-    expectWithout(backend->tagImport(usableTag("host1")), "HSET refused: ERR odd: AUTH ");
+    expectWithout(backend->tags()->import(usableTag("host1")), "HSET refused: ERR odd: AUTH ");
     server.answer("PING", quoting);
     expectWithout(backend->probe(), "PING refused: ERR odd: AUTH ");
 }
@@ -158,7 +159,7 @@ TEST_F(RedisRefusals, ALostLoginIsAFailedConnection) {
     EXPECT_EQ(backend->probe().code, errorBackendFailed);
     server.answer("HLEN", "-NOAUTH Authentication required.\r\n");
     RdbTag tag = tagNamed("host1");
-    EXPECT_EQ(backend->tagGet(tag).code, errorBackendFailed);
+    EXPECT_EQ(backend->tags()->get(tag).code, errorBackendFailed);
 }
 
 TEST_F(RedisRefusals, AServerThatHasBecomeAReplicaIsAFailedConnection) {
@@ -221,7 +222,7 @@ TEST_F(RedisRefusals, AnAnswerOfTheWrongKindFailsTheConnection) {
                 {"EXEC", "+OK\r\n"}};
     for (const auto& row : rows) {
         server.answer(row.word, row.answer);
-        const Status outcome = backend->tagImport(usableTag("host1"));
+        const Status outcome = backend->tags()->import(usableTag("host1"));
         EXPECT_EQ(outcome.code, errorBackendFailed) << row.word << row.answer;
         EXPECT_EQ(outcome.reason, "the server's answer to " + std::string(row.word) + " is not understood");
         backend->close();

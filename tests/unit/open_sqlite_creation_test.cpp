@@ -41,9 +41,9 @@ protected:
             const auto service = backendFor("sqlite://" + after.file("rdb.db"));
             const Status outcome = service->open(plainWaiter);
             ASSERT_EQ(outcome.code, 0) << outcome.reason << ": " << shown;
-            ASSERT_EQ(service->tagImport(usableTag("host1")).code, 0) << shown;
+            ASSERT_EQ(service->tags()->import(usableTag("host1")).code, 0) << shown;
             const RdbSnapshot record = recordOf("host1", "after");
-            ASSERT_EQ(service->put({&record, 1}).code, 0) << shown;
+            ASSERT_EQ(service->tags()->put({&record, 1}).code, 0) << shown;
             SqliteDatabase reader;
             ASSERT_EQ(reader.open(after.file("rdb.db")), SQLITE_OK);
             EXPECT_EQ(reader.text("SELECT value FROM current_values"), "after") << shown;
@@ -227,8 +227,8 @@ TEST_F(SqliteCreation, ServicesThatStartAtOnceShareOneFile) {
                 for (++ready; ready < count;)
                     ;
                 const RdbSnapshot record = recordOf(name, name);
-                if (service->open(plainWaiter).code != 0 || service->tagImport(usableTag(name)).code != 0 ||
-                    service->put({&record, 1}).code != 0)
+                if (service->open(plainWaiter).code != 0 || service->tags()->import(usableTag(name)).code != 0 ||
+                    service->tags()->put({&record, 1}).code != 0)
                     ++failures;
             });
         for (std::thread& service : services)

@@ -177,14 +177,14 @@ TEST_F(SqliteDamage, AnotherServiceThatMetTheDamageTooKeepsTheNewFile) {
     open();
     ASSERT_EQ(second->open(plainWaiter).code, 0);
     const RdbSnapshot record = recordOf("host1", "second");
-    EXPECT_EQ(second->put({&record, 1}).code, errorBackendFailed);
+    EXPECT_EQ(second->tags()->put({&record, 1}).code, errorBackendFailed);
     EXPECT_EQ(put("host1", "second"), errorBackendFailed);
     backend->close();
     EXPECT_EQ(failureToOpen(), movedTo(file + ".damaged"));
     openAndCheck();
     second->close();
     EXPECT_EQ(second->open(plainWaiter).code, 0);
-    EXPECT_EQ(second->put({&record, 1}).code, 0);
+    EXPECT_EQ(second->tags()->put({&record, 1}).code, 0);
     EXPECT_EQ(current(), "second");
     EXPECT_EQ(damagedFiles(), 1U);
 }
@@ -209,8 +209,8 @@ TEST_F(SqliteDamage, ServicesThatMeetItAtOnceMoveItOnce) {
                 for (int attempt = 0; attempt < 1000; ++attempt) {
                     const Status outcome = service->open(plainWaiter);
                     moves += outcome.reason == movedTo(file + ".damaged") ? 1 : 0;
-                    if (outcome.code == 0 && service->tagImport(usableTag(name)).code == 0 &&
-                        service->put({&record, 1}).code == 0)
+                    if (outcome.code == 0 && service->tags()->import(usableTag(name)).code == 0 &&
+                        service->tags()->put({&record, 1}).code == 0)
                         return;
                     service->close();
                 }
@@ -267,7 +267,7 @@ TEST_F(SqliteDamage, ALogWithContentGoesWithIt) {
     SqliteDatabase reader;  // keeps the log from being emptied
     ASSERT_EQ(reader.open(file), SQLITE_OK);
     ASSERT_EQ(reader.run("BEGIN; SELECT * FROM tag"), SQLITE_OK);
-    ASSERT_EQ(backend->tagImport(usableTag("host2")).code, 0);
+    ASSERT_EQ(backend->tags()->import(usableTag("host2")).code, 0);
     EXPECT_EQ(put("host1", "second"), errorBackendFailed);
     const std::string log = readText(file + "-wal");
     EXPECT_GT(log.size(), 0U);
@@ -288,7 +288,7 @@ TEST_F(SqliteDamage, ALogThatWasNotAppliedGoesWithItAsItIs) {
     SqliteDatabase reader;
     ASSERT_EQ(reader.open(file), SQLITE_OK);
     ASSERT_EQ(reader.run("BEGIN; SELECT * FROM tag"), SQLITE_OK);
-    ASSERT_EQ(backend->tagImport(usableTag("host1")).code, 0);
+    ASSERT_EQ(backend->tags()->import(usableTag("host1")).code, 0);
     std::string bytes = readText(file);
     const std::string log = readText(file + "-wal");
     ASSERT_GT(log.size(), 0U);
@@ -395,7 +395,7 @@ TEST_F(SqliteDamage, APowerCutAtAnyMomentLosesNeitherTheNewFileNorTheDamagedOne)
         }
         EXPECT_EQ(desired.check(*service).code, 0);
         EXPECT_EQ(desired.retry(*service).code, 0);
-        EXPECT_EQ(service->checkValue(recordOf("host1", "first")).code, 0);
+        EXPECT_EQ(service->tags()->checkValue(recordOf("host1", "first")).code, 0);
         EXPECT_TRUE(readText(after.file("rdb.db.damaged")) == damaged);
     }
 }

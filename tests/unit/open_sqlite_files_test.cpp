@@ -50,7 +50,7 @@ const Accident accidents[] = {
          const Folder elsewhere;
          const auto other = backendFor("sqlite://" + elsewhere.file("other.db"));
          ASSERT_EQ(other->open(plainWaiter).code, 0);
-         ASSERT_EQ(other->tagImport(usableTag("host2")).code, 0);
+         ASSERT_EQ(other->tags()->import(usableTag("host2")).code, 0);
          other->close();
          overwrite(file, readText(elsewhere.file("other.db")));
      }},
@@ -110,7 +110,7 @@ TEST_P(SqliteAccident, IsNoticedByATagCall) {
     openAndPut("first");
     GetParam().happen(file);
     RdbTag tag = tagNamed("host1");
-    EXPECT_EQ(backend->tagGet(tag).code, errorBackendFailed);
+    EXPECT_EQ(backend->tags()->get(tag).code, errorBackendFailed);
 }
 
 TEST_P(SqliteAccident, IsNoticedByEachOfTwoServicesThatShareTheFile) {
@@ -125,7 +125,7 @@ TEST_P(SqliteAccident, IsNoticedByEachOfTwoServicesThatShareTheFile) {
     }
     openAndCheck();
     EXPECT_EQ(second->open(plainWaiter).code, 0);
-    EXPECT_EQ(second->checkValue(recordOf("host1", "first")).code, 0);
+    EXPECT_EQ(second->tags()->checkValue(recordOf("host1", "first")).code, 0);
     EXPECT_EQ(current(), "first");
 }
 
@@ -214,9 +214,9 @@ TEST_F(SqliteFilesTest, WhatOtherConnectionsDoIsNoAccident) {
     ASSERT_EQ(second->open(plainWaiter).code, 0);
     for (int round = 0; round < 5; ++round) {
         const RdbSnapshot record = recordOf("host1", std::string(900, static_cast<char>('a' + round)));
-        EXPECT_EQ(second->put({&record, 1}).code, 0);
+        EXPECT_EQ(second->tags()->put({&record, 1}).code, 0);
         EXPECT_EQ(backend->probe().code, 0);
-        EXPECT_EQ(backend->checkValue(record).code, 0);
+        EXPECT_EQ(backend->tags()->checkValue(record).code, 0);
         EXPECT_EQ(put("host1", "v"), 0);
         EXPECT_EQ(second->probe().code, 0);
         for (const char* sql : {"VACUUM", "PRAGMA wal_checkpoint(TRUNCATE)", "CREATE TABLE IF NOT EXISTS mine(x)",
@@ -246,10 +246,10 @@ TEST_F(SqliteFilesTest, AnAccidentJustAfterAnotherServicesPutIsFoundByACheckOfTh
     openAndPut("first");
     ASSERT_EQ(second->open(plainWaiter).code, 0);
     const RdbSnapshot record = recordOf("host1", "second");
-    ASSERT_EQ(second->put({&record, 1}).code, 0);
+    ASSERT_EQ(second->tags()->put({&record, 1}).code, 0);
     overwrite(file, newSqliteDatabase());
     EXPECT_EQ(backend->probe().code, 0);
-    EXPECT_NE(backend->checkValue(record).code, 0);
+    EXPECT_NE(backend->tags()->checkValue(record).code, 0);
     EXPECT_EQ(second->probe().code, errorBackendFailed);
     second->close();
     EXPECT_EQ(backend->probe().code, errorBackendFailed);
@@ -265,7 +265,7 @@ TEST_F(SqliteFilesTest, NoDatabaseAtAllIsFoundAlsoJustAfterAnotherServicesPut) {
         openAndPut("first");
         ASSERT_EQ(second->open(plainWaiter).code, 0);
         const RdbSnapshot record = recordOf("host1", "second");
-        ASSERT_EQ(second->put({&record, 1}).code, 0);
+        ASSERT_EQ(second->tags()->put({&record, 1}).code, 0);
         overwrite(file, bytes);
         EXPECT_EQ(backend->probe().reason, "the file was overwritten by another program");
         second->close();
@@ -278,7 +278,7 @@ TEST_F(SqliteFilesTest, NoDatabaseAtAllIsFoundAlsoJustAfterAnotherServicesPut) {
 TEST_F(SqliteFilesTest, SeveralRecordsOfOneTagArePutInTheirOrder) {
     openAndPut("first");
     const RdbSnapshot records[3] = {recordOf("host1", "1"), recordOf("host1", "2"), recordOf("host1", "3")};
-    EXPECT_EQ(backend->put(records).code, 0);
+    EXPECT_EQ(backend->tags()->put(records).code, 0);
     EXPECT_EQ(current(), "3");
 }
 
@@ -333,7 +333,7 @@ TEST_F(SqliteFilesTest, AValueThatAnotherProgramChangedOrRemovedIsWrittenAgain) 
     for (const char* sql : {"UPDATE snapshot SET value = 'other'", "UPDATE snapshot SET type = 9",
                             "DELETE FROM snapshot", "DELETE FROM snapshot; DELETE FROM history; DELETE FROM tag"}) {
         makeForeign(sql);
-        EXPECT_EQ(backend->checkValue(recordOf("host1", "first")).code, errorNotHeld) << sql;
+        EXPECT_EQ(backend->tags()->checkValue(recordOf("host1", "first")).code, errorNotHeld) << sql;
         check();
         EXPECT_EQ(current(), "first") << sql;
     }
@@ -344,10 +344,10 @@ TEST_F(SqliteFilesTest, ACheckTakesAValueByItsLength) {
     RdbSnapshot record = recordOf("host1", "a\0b");
     record.valuelen = 3;
     std::memcpy(record.value, "a\0b", 3);
-    ASSERT_EQ(backend->put({&record, 1}).code, 0);
-    EXPECT_EQ(backend->checkValue(record).code, 0);
+    ASSERT_EQ(backend->tags()->put({&record, 1}).code, 0);
+    EXPECT_EQ(backend->tags()->checkValue(record).code, 0);
     record.valuelen = 1;
-    EXPECT_EQ(backend->checkValue(record).code, errorNotHeld);
+    EXPECT_EQ(backend->tags()->checkValue(record).code, errorNotHeld);
 }
 
 TEST_F(SqliteFilesTest, AnUnchangedFileIsNotWrittenByChecks) {

@@ -19,11 +19,11 @@ protected:
     }
     void openWithTag(const std::string& name) {
         open();
-        ASSERT_EQ(backend->tagImport(usableTag(name)).code, 0);
+        ASSERT_EQ(backend->tags()->import(usableTag(name)).code, 0);
     }
     int put(const std::string& name, const std::string& value) {
         const RdbSnapshot record = recordOf(name, value);
-        return backend->put({&record, 1}).code;
+        return backend->tags()->put({&record, 1}).code;
     }
     std::string query(const char* sql) {
         rdbopen::SqliteDatabase reader;
@@ -48,7 +48,7 @@ protected:
     //  Puts value as the worker does for a user of the handle.
     void openAndPut(const std::string& value) {
         open();
-        desired.recordTag(usableTag("host1"), backend->tagImport(usableTag("host1")).code);
+        desired.recordTag(usableTag("host1"), backend->tags()->import(usableTag("host1")).code);
         desired.recordValue(recordOf("host1", value), put("host1", value));
         ASSERT_FALSE(desired.pending());
     }

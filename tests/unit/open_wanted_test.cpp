@@ -11,50 +11,52 @@ using namespace opentest;
 using namespace rdbopen;
 
 //  A server that holds tags and values, and fails as often as it is told to.
-class Holder : public Backend {
+class Holder : public Backend, public TagBackend, public UpdateBackend {
 public:
     std::map<std::string, std::string> values;
-    std::map<std::string, bool> tags;
+    std::map<std::string, bool> defined;
     std::string sent;
     int failures = 0;
     int lookups = 0;
 
     std::string label() const override { return "holder"; }
-    bool serves(Service) const noexcept override { return true; }
+    TagBackend* tags() noexcept override { return this; }
+    UpdateBackend* updates() noexcept override { return this; }
     Status open(const Waiter&) override { return {}; }
     void close() noexcept override {}
-    Status tagGet(RdbTag& tag) override {
+    Status get(RdbTag& tag) override {
         if (failing())
             return backendFailed("x");
         ++lookups;
-        tag.tagclass = tags.contains(tag.name) ? RDB_TAG_CLASS_USABLE : 0;
-        return {tags.contains(tag.name) ? errorNone : errorNoSuchTag, {}};
+        tag.tagclass = defined.contains(tag.name) ? RDB_TAG_CLASS_USABLE : 0;
+        return {defined.contains(tag.name) ? errorNone : errorNoSuchTag, {}};
     }
-    Status tagImport(const RdbTag& tag) override {
+    Status import(const RdbTag& tag) override {
         if (failing())
             return backendFailed("x");
-        tags[tag.name] = true;
+        defined[tag.name] = true;
         return {};
     }
     Status put(std::span<const RdbSnapshot> records) override {
         if (failing())
             return backendFailed("x");
-        if (!tags.contains(records[0].name))
+        if (!defined.contains(records[0].name))
             return {errorNoSuchTag, {}};
         values[records[0].name] = records[0].value;
         return {};
     }
-    Status message(std::string_view text, std::string&) override {
+    Status apply(std::string_view text, std::string&) override {
         if (failing())
             return backendFailed("x");
         sent = text;
         return {};
     }
+    std::string refusal(std::string_view, int) override { return {}; }
     Status checkValue(const RdbSnapshot& value) override {
         const auto found = values.find(value.name);
         return {found != values.end() && found->second == value.value ? errorNone : errorNotHeld, {}};
     }
-    Status checkMessage(std::string_view text) override { return {sent == text ? errorNone : errorNotHeld, {}}; }
+    Status checkRequest(std::string_view text) override { return {sent == text ? errorNone : errorNotHeld, {}}; }
 
 private:
     bool failing() { return failures > 0 && failures-- > 0; }
@@ -68,7 +70,7 @@ TEST(DesiredState, WhatSucceededIsNotPending) {
     DesiredState desired;
     desired.recordTag(usableTag("t"), errorNone);
     desired.recordValue(recordOf("t", "1"), errorNone);
-    desired.recordMessage("m", errorNone);
+    desired.recordRequest("m", errorNone);
     EXPECT_FALSE(desired.pending());
 }
 
@@ -79,7 +81,7 @@ TEST(DesiredState, EveryPassingFailureIsPending) {
         DesiredState value;
         value.recordValue(recordOf("t", "1"), code);
         DesiredState message;
-        message.recordMessage("m", code);
+        message.recordRequest("m", code);
         EXPECT_TRUE(tag.pending() && value.pending() && message.pending()) << code;
     }
 }
@@ -125,14 +127,14 @@ TEST(DesiredState, AllTagsComeBeforeTheFirstValue) {
     desired.recordLookup(tagNamed("c"), errorBackendFailed);
     Holder holder;
     EXPECT_EQ(desired.retry(holder).code, errorNoSuchTag);
-    EXPECT_TRUE(holder.tags.contains("b"));
+    EXPECT_TRUE(holder.defined.contains("b"));
     EXPECT_EQ(holder.lookups, 1);
 }
 
 TEST(DesiredState, ARefusalForGoodLeavesTheEarlierWishInPlace) {
     DesiredState desired;
-    desired.recordMessage("m", errorNone);
-    desired.recordMessage("malformed", errorBadRequest);
+    desired.recordRequest("m", errorNone);
+    desired.recordRequest("malformed", errorBadRequest);
     Holder holder;
     EXPECT_EQ(desired.check(holder).code, errorNone);
     EXPECT_EQ(desired.retry(holder).code, errorNone);
@@ -145,7 +147,7 @@ TEST(DesiredState, AnEmptiedServerGetsEverythingBack) {
         desired.recordTag(usableTag(name), errorNone);
         desired.recordValue(recordOf(name, "of " + std::string(name)), errorNone);
     }
-    desired.recordMessage("m", errorNone);
+    desired.recordRequest("m", errorNone);
     Holder emptied;
     EXPECT_EQ(desired.check(emptied).code, errorNone);
     EXPECT_TRUE(desired.pending());
@@ -160,7 +162,7 @@ TEST(DesiredState, WhereverTheCompletionFailsItIsTakenUpAgain) {
         DesiredState desired;
         desired.recordTag(usableTag("a"), errorBackendFailed);
         desired.recordValue(recordOf("a", "1"), errorBackendFailed);
-        desired.recordMessage("m", errorBackendFailed);
+        desired.recordRequest("m", errorBackendFailed);
         Holder holder;
         holder.failures = failures;
         for (int attempt = 0; attempt < failures; ++attempt)

@@ -20,22 +20,22 @@ constexpr std::chrono::milliseconds exchangeLimit{5000};
 constexpr std::chrono::milliseconds openLimit{10000};
 constexpr std::chrono::milliseconds checkLimit{10000};
 
-class DnsBackend : public Backend {
+class DnsBackend : public Backend, public UpdateBackend {
 public:
     DnsBackend(DnsZone zone, std::string key_name, std::string password)
         : zone_(std::move(zone)), keyName_(std::move(key_name)), password_(std::move(password)) {}
 
     std::string label() const override { return "dns://" + serverText(zone_.server) + "/" + zone_.zone; }
-    bool serves(Service service) const noexcept override { return service == Service::messages; }
+    UpdateBackend* updates() noexcept override { return this; }
 
     Status open(const Waiter& waiter) override;
     void close() noexcept override { waiter_ = nullptr; }
-    Status message(std::string_view text, std::string& reply) override;
+    Status apply(std::string_view text, std::string& reply) override;
     std::string refusal(std::string_view text, int code) override;
 
     std::chrono::milliseconds checkInterval() const noexcept override { return zone_.check; }
     bool checksGiveWay() const noexcept override { return true; }
-    Status checkMessage(std::string_view text) override;
+    Status checkRequest(std::string_view text) override;
 
 private:
     //  share: the time at which the next address should have its turn.
@@ -184,7 +184,7 @@ Status DnsBackend::findAlias(DnsExchange& exchange, const std::vector<RecordSet>
     return serverRefused(rcodeWords(rcodeYxRrset));
 }
 
-Status DnsBackend::message(std::string_view text, std::string& reply) {
+Status DnsBackend::apply(std::string_view text, std::string& reply) {
     DnsRequest request;
     const std::string refused = parseDnsRequest(text, request);
     Status status = refused.empty() ? update(request) : Status{errorBadRequest, refused};
@@ -233,7 +233,7 @@ Status DnsBackend::checkAbsence(DnsExchange& exchange, const RecordSet& set, std
     return rcodeOf(*answer.packet) == rcodeNoError ? Status{} : Status{errorNotHeld, {}};
 }
 
-Status DnsBackend::checkMessage(std::string_view text) {
+Status DnsBackend::checkRequest(std::string_view text) {
     DnsRequest request;
     std::vector<RecordSet> sets;
     if (!parseDnsRequest(text, request).empty())

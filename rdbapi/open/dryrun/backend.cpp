@@ -8,17 +8,19 @@ namespace rdbopen {
 
 namespace {
 
-class LogBackend : public Backend {
+class LogBackend : public Backend, public TagBackend, public UpdateBackend {
 public:
     std::string label() const override { return "log:"; }
-    bool serves(Service) const noexcept override { return true; }
+    TagBackend* tags() noexcept override { return this; }
+    UpdateBackend* updates() noexcept override { return this; }
 
     Status open(const Waiter&) override { return {}; }
     void close() noexcept override {}
-    Status tagGet(RdbTag& tag) override;
-    Status tagImport(const RdbTag& tag) override;
+    Status get(RdbTag& tag) override;
+    Status import(const RdbTag& tag) override;
     Status put(std::span<const RdbSnapshot> records) override;
-    Status message(std::string_view text, std::string& reply) override;
+    Status apply(std::string_view text, std::string& reply) override;
+    std::string refusal(std::string_view, int) override { return {}; }
 
 private:
     void say(const std::string& text) const { reportInfo(label(), text); }
@@ -27,7 +29,7 @@ private:
 };
 
 //  A tag is there once it was made, so that the dry run takes the same steps as a server that begins empty.
-Status LogBackend::tagGet(RdbTag& tag) {
+Status LogBackend::get(RdbTag& tag) {
     if (!tags_.contains(std::string_view(tag.name)))
         return {errorNoSuchTag, {}};
     tag.tagclass = RDB_TAG_CLASS_USABLE;
@@ -35,7 +37,7 @@ Status LogBackend::tagGet(RdbTag& tag) {
     return {};
 }
 
-Status LogBackend::tagImport(const RdbTag& tag) {
+Status LogBackend::import(const RdbTag& tag) {
     say("would make the tag " + std::string(tag.name));
     tags_.emplace(tag.name);
     return {};
@@ -47,7 +49,7 @@ Status LogBackend::put(std::span<const RdbSnapshot> records) {
     return {};
 }
 
-Status LogBackend::message(std::string_view text, std::string& reply) {
+Status LogBackend::apply(std::string_view text, std::string& reply) {
     say("would send " + std::string(text));
     reply = R"({"code":0,"message":"dry run"})";
     return {};

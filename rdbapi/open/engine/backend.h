@@ -1,15 +1,21 @@
-//  What a back end is to the worker that drives it: something that is opened, serves one request at a time, and is
-//  closed and opened again when it fails.
+//  What a back end is to the worker that drives it: a connection that is opened, serves one request at a time, and is
+//  closed and opened again when it fails. What it serves is one or both of two interfaces.
+//
+//      Backend        open, probe, close
+//        tags()    -> TagBackend       get, import, put, checkValue: the rdb server
+//        updates() -> UpdateBackend    apply, refusal, checkRequest: the DNS server
 //
 //      closed --open() ok--> open --any request returns errorBackendFailed--> close() --back-off--> open() ...
 //                             |
-//                             +--a request returns errorServerRefused--> stays open; the request is made again later
+//                             +--a request returns errorServerRefused--> stays open; the request is retried
 //
-//  The worker remembers what the user of the handle wants the server to hold and makes the request again until it
-//  succeeds. So every request may come more than once. Of a failed request a back end keeps only what lets it see later that
-//  the request was carried out after all.
+//  The worker keeps the desired state of the server and retries each request until it succeeds. So every request may come
+//  more than once. Of a failed request a back end keeps only what shows later that it was carried out after all.
 //
-//  Threads: open, close, the requests and the checks are called on the worker's thread only; serves() on any thread.
+//  Every request ends with a Status (engine/status.h): errorBackendFailed, errorServerRefused, or a final code. Only these two
+//  and errorBadRequest have a reason.
+//
+//  Threads: everything is called on the worker's thread only, but tags() and updates() on any thread.
 #ifndef RDBAPI_OPEN_ENGINE_BACKEND_H
 #define RDBAPI_OPEN_ENGINE_BACKEND_H
 
@@ -29,38 +35,62 @@ struct Credentials {
     std::string password;
 };
 
+//  Serves requests for tags. Names are terminated and value lengths in range; the caller has checked both.
+class TagBackend {
+public:
+    //  Stores the definition of the tag of this name. Fails with errorNoSuchTag when there is none.
+    virtual Status get(RdbTag& tag) = 0;
+
+    //  Defines a tag, or changes its definition.
+    virtual Status import(const RdbTag& tag) = 0;
+
+    //  Stores values, all or none. Fails with errorNoSuchTag or errorTagNotUsable.
+    virtual Status put(std::span<const RdbSnapshot> records) = 0;
+
+    //  Compares the value that the server holds. Fails with errorNotHeld when it is another one, or none. Called after each
+    //  open and at each check.
+    virtual Status checkValue(const RdbSnapshot&) { return {}; }
+
+protected:
+    ~TagBackend() = default;
+};
+
+//  Serves update requests, which are texts.
+class UpdateBackend {
+public:
+    //  Carries out one request. Stores the text of the reply, also after a failure.
+    virtual Status apply(std::string_view request, std::string& reply) = 0;
+
+    //  Returns the reply to a request that is not carried out, for the reason code.
+    virtual std::string refusal(std::string_view request, int code) = 0;
+
+    //  As checkValue, for what a successful request has left at the server.
+    virtual Status checkRequest(std::string_view) { return {}; }
+
+protected:
+    ~UpdateBackend() = default;
+};
+
 class Backend {
 public:
-    enum class Service { tags, messages };
-
     Backend() = default;
     Backend(const Backend&) = delete;
     Backend& operator=(const Backend&) = delete;
     virtual ~Backend() = default;
 
+    //  The interfaces that it serves; null for one that it does not serve. They belong to the back end.
+    virtual TagBackend* tags() noexcept { return nullptr; }
+    virtual UpdateBackend* updates() noexcept { return nullptr; }
+
     //  Names the back end in syslog, without user or password.
     virtual std::string label() const = 0;
 
-    //  Says which group of requests the back end has; the other group is refused with errorNotSupported.
-    virtual bool serves(Service service) const noexcept = 0;
-
     //  Makes the first exchange. Every wait of this and of later requests goes through waiter, which outlives the back
-    //  end's last close. Returns errorNone only when requests can succeed from now on.
+    //  end's last close. Ok only when requests can succeed from now on.
     virtual Status open(const Waiter& waiter) = 0;
 
-    //  Gives everything back. Also called when open failed or was never called.
+    //  Releases everything. Also called when open failed or was never called.
     virtual void close() noexcept = 0;
-
-    //  Tags: names are terminated, value lengths in range; the caller has checked both.
-    virtual Status tagGet(RdbTag&) { return {errorNotSupported, {}}; }
-    virtual Status tagImport(const RdbTag&) { return {errorNotSupported, {}}; }
-    virtual Status put(std::span<const RdbSnapshot>) { return {errorNotSupported, {}}; }
-
-    //  Carries out one request text. Stores the reply text whatever the status.
-    virtual Status message(std::string_view, std::string&) { return {errorNotSupported, {}}; }
-
-    //  Returns the reply text to a request that is not carried out.
-    virtual std::string refusal(std::string_view, int) { return {}; }
 
     //  A descriptor that becomes readable when the server has closed the connection, or -1. Watched while no request
     //  is served; then probe and the checks follow.
@@ -70,16 +100,11 @@ public:
     virtual std::chrono::milliseconds checkInterval() const noexcept { return {}; }
 
     //  Says whether probe and the checks may be cut off at any wait, as those may that have a connection of their own. Then
-    //  each wait ends with callWaits as soon as a call waits, and how the check ends means nothing.
+    //  each wait ends with callWaits as soon as a call waits, and the status of the check is ignored.
     virtual bool checksGiveWay() const noexcept { return false; }
 
-    //  Looks whether the connection is sound, and takes what made the watched descriptor readable.
+    //  Tests the connection, and takes what made the watched descriptor readable.
     virtual Status probe() { return {}; }
-
-    //  Look whether the server still holds what a successful put or message left there. Also called after each open.
-    //  Return errorNone when it does, errorNotHeld when it does not, or how the look failed.
-    virtual Status checkValue(const RdbSnapshot&) { return {}; }
-    virtual Status checkMessage(std::string_view) { return {}; }
 };
 
 }  // namespace rdbopen

@@ -29,7 +29,7 @@ void WaitingCall::finish(int code, bool) {
     finishedCondition_.notifyAll();
 }
 
-void MessageCall::finish(int, bool closed) {
+void UpdateCall::finish(int, bool closed) {
     if (!closed)
         callback_(reply_.data(), static_cast<std::int32_t>(reply_.size()), user_);
 }

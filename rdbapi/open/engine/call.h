@@ -3,7 +3,7 @@
 //
 //      WaitingCall: caller waits ---- worker: run, finish ------> caller copies the result out
 //                        \---- limit: abandoned; the worker sees to it later, or finishes it unseen
-//      MessageCall: caller goes on; worker: run, finish = reply callback
+//      UpdateCall: caller goes on; worker: run, finish = reply callback
 //
 //  Shared by shared_ptr; whoever is later frees it.
 #ifndef RDBAPI_OPEN_ENGINE_CALL_H
@@ -32,7 +32,10 @@ public:
     //  True when its caller can do nothing else before it has succeeded. A failure of it ends the connection.
     virtual bool required() const { return false; }
 
-    //  Carries it out.
+    //  True when backend has the interface that the call needs.
+    virtual bool isServedBy(Backend& backend) const = 0;
+
+    //  Carries it out. Requires: isServedBy(backend), also of refuse and record.
     virtual Status run(Backend& backend) = 0;
 
     //  Prepares the answer of a call that ends without run, for the reason code.
@@ -63,25 +66,30 @@ private:
     int code_ = errorNone;
 };
 
-struct TagGetCall : WaitingCall {
+//  A request for tags.
+struct TagCall : WaitingCall {
+    bool isServedBy(Backend& backend) const override { return backend.tags() != nullptr; }
+};
+
+struct TagGetCall : TagCall {
     explicit TagGetCall(const RdbTag& query) : tag(query) {}
     bool required() const override { return true; }
-    Status run(Backend& backend) override { return backend.tagGet(tag); }
+    Status run(Backend& backend) override { return backend.tags()->get(tag); }
     void record(DesiredState& desired, int code) const override { desired.recordLookup(tag, code); }
     RdbTag tag;
 };
 
-struct TagImportCall : WaitingCall {
+struct TagImportCall : TagCall {
     explicit TagImportCall(const RdbTag& definition) : tag(definition) {}
     bool required() const override { return true; }
-    Status run(Backend& backend) override { return backend.tagImport(tag); }
+    Status run(Backend& backend) override { return backend.tags()->import(tag); }
     void record(DesiredState& desired, int code) const override { desired.recordTag(tag, code); }
     RdbTag tag;
 };
 
-struct PutCall : WaitingCall {
+struct PutCall : TagCall {
     PutCall(const RdbSnapshot* first, int count) : records(first, first + count) {}
-    Status run(Backend& backend) override { return backend.put(records); }
+    Status run(Backend& backend) override { return backend.tags()->put(records); }
     void record(DesiredState& desired, int code) const override {
         for (const RdbSnapshot& record : records)
             desired.recordValue(record, code);
@@ -89,13 +97,15 @@ struct PutCall : WaitingCall {
     std::vector<RdbSnapshot> records;
 };
 
-class MessageCall : public Call {
+//  An update request. Its caller gets the reply by a callback.
+class UpdateCall : public Call {
 public:
-    MessageCall(std::string_view text, RdbReply callback, void* user) : text_(text), callback_(callback), user_(user) {}
+    UpdateCall(std::string_view text, RdbReply callback, void* user) : text_(text), callback_(callback), user_(user) {}
 
-    Status run(Backend& backend) override { return backend.message(text_, reply_); }
-    void refuse(Backend& backend, int code) override { reply_ = backend.refusal(text_, code); }
-    void record(DesiredState& desired, int code) const override { desired.recordMessage(text_, code); }
+    bool isServedBy(Backend& backend) const override { return backend.updates() != nullptr; }
+    Status run(Backend& backend) override { return backend.updates()->apply(text_, reply_); }
+    void refuse(Backend& backend, int code) override { reply_ = backend.updates()->refusal(text_, code); }
+    void record(DesiredState& desired, int code) const override { desired.recordRequest(text_, code); }
     void finish(int code, bool closed) override;
 
 private:

@@ -44,15 +44,15 @@ void DesiredState::recordValue(const RdbSnapshot& value, int code) {
     entry.valuePending = code != errorNone;
 }
 
-void DesiredState::recordMessage(std::string_view text, int code) {
+void DesiredState::recordRequest(std::string_view text, int code) {
     if (code != errorNone && !isRetryable(code))
         return;
-    message_ = text;
-    messagePending_ = code != errorNone;
+    request_ = text;
+    requestPending_ = code != errorNone;
 }
 
 bool DesiredState::pending() const noexcept {
-    return messagePending_ || tagPending() ||
+    return requestPending_ || tagPending() ||
            std::any_of(entries_.begin(), entries_.end(), [](const auto& named) { return named.second.valuePending; });
 }
 
@@ -71,11 +71,11 @@ Status DesiredState::retry(Backend& backend) {
         if (entry.valuePending)
             if (Status status = putValue(backend, entry); !status.ok())
                 return status;
-    if (!messagePending_)
+    if (!requestPending_)
         return {};
     std::string reply;
-    Status status = backend.message(message_, reply);
-    messagePending_ = isRetryable(status.code);
+    Status status = backend.updates()->apply(request_, reply);
+    requestPending_ = isRetryable(status.code);
     return status;
 }
 
@@ -92,13 +92,13 @@ Status DesiredState::retryTag(Backend& backend) {
 Status DesiredState::lookUp(Backend& backend, const std::string& name) {
     RdbTag tag{};
     name.copy(tag.name, sizeof tag.name - 1);
-    Status status = backend.tagGet(tag);
+    Status status = backend.tags()->get(tag);
     recordLookup(tag, status.code);
     return status.code == errorNoSuchTag ? Status{} : status;
 }
 
 Status DesiredState::importTag(Backend& backend, Entry& entry) {
-    Status status = backend.tagImport(*entry.tag);
+    Status status = backend.tags()->import(*entry.tag);
     entry.tagPending = isRetryable(status.code);
     if (!entry.tagPending)
         entry.lookupPending = false;
@@ -108,12 +108,12 @@ Status DesiredState::importTag(Backend& backend, Entry& entry) {
 //  A server that was emptied has lost the tag with the value. Without a definition there is nothing more to do: the user
 //  of the handle makes the tag.
 Status DesiredState::putValue(Backend& backend, Entry& entry) {
-    Status status = backend.put({&*entry.value, 1});
+    Status status = backend.tags()->put({&*entry.value, 1});
     const bool tagMissing = status.code == errorNoSuchTag || status.code == errorTagNotUsable;
     if (tagMissing && entry.tag) {
-        status = backend.tagImport(*entry.tag);
+        status = backend.tags()->import(*entry.tag);
         if (status.ok())
-            status = backend.put({&*entry.value, 1});
+            status = backend.tags()->put({&*entry.value, 1});
     }
     entry.valuePending = isRetryable(status.code) && !(tagMissing && !entry.tag);
     return status;
@@ -126,10 +126,10 @@ Status DesiredState::check(Backend& backend) {
     };
     for (auto& [name, entry] : entries_)
         if (entry.value && !entry.valuePending)
-            if (Status failed = markMissing(entry.valuePending, backend.checkValue(*entry.value)); !failed.ok())
+            if (Status failed = markMissing(entry.valuePending, backend.tags()->checkValue(*entry.value)); !failed.ok())
                 return failed;
-    if (!message_.empty() && !messagePending_)
-        return markMissing(messagePending_, backend.checkMessage(message_));
+    if (!request_.empty() && !requestPending_)
+        return markMissing(requestPending_, backend.updates()->checkRequest(request_));
     return {};
 }
 

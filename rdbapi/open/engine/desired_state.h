@@ -25,7 +25,7 @@ public:
     void recordLookup(const RdbTag& tag, int code);
     void recordTag(const RdbTag& tag, int code);
     void recordValue(const RdbSnapshot& value, int code);
-    void recordMessage(std::string_view text, int code);
+    void recordRequest(std::string_view text, int code);
 
     bool pending() const noexcept;
 
@@ -33,6 +33,7 @@ public:
     bool tagPending() const noexcept;
 
     //  Retries what is pending, tags first. Returns the first failure, with which it stops.
+    //  Requires, of this and the next two: backend serves whatever was recorded.
     Status retry(Backend& backend);
 
     //  Retries one pending request for a tag. Requires: tagPending().
@@ -57,8 +58,8 @@ private:
     static Status putValue(Backend& backend, Entry& entry);
 
     Entries entries_;
-    std::string message_;
-    bool messagePending_ = false;
+    std::string request_;
+    bool requestPending_ = false;
 };
 
 }  // namespace rdbopen

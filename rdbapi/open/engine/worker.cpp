@@ -91,13 +91,13 @@ bool Worker::startThread() {
     return failed == 0;
 }
 
-int Worker::post(Backend::Service service, std::shared_ptr<Call> call) {
+int Worker::post(std::shared_ptr<Call> call) {
     {
         const std::lock_guard lock(mutex_);
         if (signal_.closed())
             return errorClosed;
-        if (started_ && !backend_->serves(service))
-            return errorNotSupported;
+        if (started_ && !call->isServedBy(*backend_))
+            return errorNotSupported;  // the only such check: no call reaches a back end without its interface
         if (!accepting_)
             return errorNotConnected;
         if (queue_.size() >= queueCapacity)
@@ -111,7 +111,7 @@ int Worker::post(Backend::Service service, std::shared_ptr<Call> call) {
 int Worker::execute(const std::shared_ptr<WaitingCall>& call) {
     if (runningWorker == this)
         return errorInCallback;
-    if (const int refused = post(Backend::Service::tags, call); refused != errorNone)
+    if (const int refused = post(call); refused != errorNone)
         return refused;
     const int code = call->wait();
     if (code == errorTimedOut) {
@@ -131,6 +131,9 @@ void* Worker::threadMain(void* self) {
     return nullptr;
 }
 
+//  In this order: no call is taken any more and those in the queue get their answer, then the loss is reported, so that no
+//  answer follows the event; close comes last, because it may take long: SQLite writes its log into the file. A session that
+//  the user of the handle ended is no failure and is not reported.
 void Worker::run() noexcept {
     while (!signal_.closed()) {
         const Status end = guarded([this] { return session(); });
@@ -199,7 +202,9 @@ Status Worker::openAndRetry() {
     return {};
 }
 
-//  Returns errorBackendFailed for all that ends the session.
+//  Returns errorBackendFailed for all that ends the session. A failed request for a tag ends it even when the server answers:
+//  the service publishes nothing, to DNS neither, while a connected database does not take the tag, and only the event 60003
+//  lets it go on without the database. A put that fails is retried in the open session: the service has counted it as sent.
 Status Worker::serve(Call& call) {
     Status status{errorTimedOut, {}};
     if (!call.abandoned()) {
@@ -236,7 +241,8 @@ Status Worker::retryPending() {
     return guarded([this] { return desired_.retry(*backend_); });
 }
 
-//  Sets checkRefused_. The success of another request does not clear what a check was refused for.
+//  Sets checkRefused_. The success of another request does not clear what a check was refused for: a user with the right to
+//  write and without that to read would otherwise be reported as failing and working in turn, at every put.
 Status Worker::checkAndRetry() {
     Status status = check();
     if (status.code == errorGaveWay)

@@ -65,8 +65,8 @@ public:
     int setNotify(RdbMessageNotify notify, void* user);
     int start(std::unique_ptr<Backend> backend);
 
-    //  Queues call. Returns errorNone, or the reason why it was not taken.
-    int post(Backend::Service service, std::shared_ptr<Call> call);
+    //  Queues call. Returns errorNone, or why it was not taken: errorNotSupported when the back end does not serve it.
+    int post(std::shared_ptr<Call> call);
 
     //  Queues call and waits for its end.
     int execute(const std::shared_ptr<WaitingCall>& call);

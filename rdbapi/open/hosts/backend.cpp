@@ -20,16 +20,16 @@ Status unreadable(const Status& failure) {
     return backendFailed("the file cannot be read: " + failure.reason);
 }
 
-class HostsBackend : public Backend {
+class HostsBackend : public Backend, public UpdateBackend {
 public:
     explicit HostsBackend(const std::string& path) : path_(path) {}
 
     std::string label() const override { return "hosts://" + path_; }
-    bool serves(Service service) const noexcept override { return service == Service::messages; }
+    UpdateBackend* updates() noexcept override { return this; }
 
     Status open(const Waiter& waiter) override;
     void close() noexcept override {}
-    Status message(std::string_view text, std::string& reply) override;
+    Status apply(std::string_view text, std::string& reply) override;
     std::string refusal(std::string_view text, int code) override;
 
 private:
@@ -88,7 +88,7 @@ Status HostsBackend::flush(const FilePlace& place) {
     return flushed_ ? Status{} : failedTo("the folder cannot be flushed", std::move(status));
 }
 
-Status HostsBackend::message(std::string_view text, std::string& reply) {
+Status HostsBackend::apply(std::string_view text, std::string& reply) {
     DnsRequest request;
     const std::string refused = parseDnsRequest(text, request);
     if (!refused.empty()) {

@@ -27,19 +27,19 @@ struct Settings {
     Credentials credentials;
 };
 
-class RedisBackend : public Backend {
+class RedisBackend : public Backend, public TagBackend {
 public:
     explicit RedisBackend(Settings settings) : settings_(std::move(settings)) {}
 
     std::string label() const override;
-    bool serves(Service service) const noexcept override { return service == Service::tags; }
+    TagBackend* tags() noexcept override { return this; }
 
     Status open(const Waiter& waiter) override;
     void close() noexcept override { connection_.close(); }
-    Status tagGet(RdbTag& tag) override {
+    Status get(RdbTag& tag) override {
         return atServer([&] { return queryTag(tag); });
     }
-    Status tagImport(const RdbTag& tag) override;
+    Status import(const RdbTag& tag) override;
     Status put(std::span<const RdbSnapshot> records) override;
     int watchedDescriptor() const noexcept override { return connection_.descriptor(); }
     std::chrono::milliseconds checkInterval() const noexcept override { return checkAfter; }
@@ -204,7 +204,7 @@ Status RedisBackend::queryTag(RdbTag& tag) {
     return {};
 }
 
-Status RedisBackend::tagImport(const RdbTag& tag) {
+Status RedisBackend::import(const RdbTag& tag) {
     return transaction({tag.name}, [&](const ServerState& state, Commands& commands) {
         appendImport(commands, tag, state.now, settings_.expire);
         return Status{};

@@ -24,18 +24,18 @@ bool isEmptyLog(const FilePlace& place) {
     return lstat((place.path() + "-wal").c_str(), &log) == 0 && log.st_size == 0;
 }
 
-class SqliteBackend : public Backend {
+class SqliteBackend : public Backend, public TagBackend {
 public:
     explicit SqliteBackend(const std::string& path) : path_(path) {}
     ~SqliteBackend() override { SqliteBackend::close(); }
 
     std::string label() const override { return "sqlite://" + path_; }
-    bool serves(Service service) const noexcept override { return service == Service::tags; }
+    TagBackend* tags() noexcept override { return this; }
 
     Status open(const Waiter& waiter) override;
     void close() noexcept override;
-    Status tagGet(RdbTag& tag) override;
-    Status tagImport(const RdbTag& tag) override;
+    Status get(RdbTag& tag) override;
+    Status import(const RdbTag& tag) override;
     Status put(std::span<const RdbSnapshot> records) override;
     std::chrono::milliseconds checkInterval() const noexcept override { return checkAfter; }
     Status probe() override;
@@ -214,7 +214,7 @@ Status SqliteBackend::checkValue(const RdbSnapshot& record) {
     return status;
 }
 
-Status SqliteBackend::tagGet(RdbTag& tag) {
+Status SqliteBackend::get(RdbTag& tag) {
     if (Status status = examineFiles(); !status.ok())
         return status;
     const int result = findTag_.bind(1, std::string_view(tag.name)).step();
@@ -232,7 +232,7 @@ Status SqliteBackend::tagGet(RdbTag& tag) {
     return status;
 }
 
-Status SqliteBackend::tagImport(const RdbTag& tag) {
+Status SqliteBackend::import(const RdbTag& tag) {
     return transaction([&] {
         importTag_.bind(1, std::string_view(tag.name)).bind(2, std::int64_t{tag.tagclass});
         importTag_.bind(3, std::int64_t{tag.valuetype}).bind(4, std::int64_t{tag.importflag}).bind(5, wallNow());
