@@ -62,8 +62,11 @@ std::string makeRequest(const std::string& kind, std::istream& words) {
     std::int64_t time = 0;
     words >> id >> time >> key.name >> key.algorithm >> key.secret;
     DnsBytes message = kind == "update" ? update(id, words) : query(id, words);
-    if (message.empty() || !signRequest(std::move(message), key, time, request))
+    Result<SignedRequest> made =
+        message.empty() ? backendFailed("too long") : signRequest(std::move(message), key, time);
+    if (!made.ok())
         return "refused";
+    request = std::move(*made);
     std::ostringstream digits;
     for (const std::uint8_t byte : request.wire) {
         char pair[3];
@@ -78,9 +81,9 @@ std::string judge(std::istream& words) {
     std::string digits;
     words >> now >> digits;
     const Answer answer = readAnswer(fromHex(digits), request, key, now);
-    const char* const trusts[] = {"none: ", "refusal: ", "whole "};
-    const std::string rcode = answer.packet ? std::to_string(rcodeOf(*answer.packet)) : "";
-    return trusts[static_cast<int>(answer.trust)] + answer.reason + rcode;
+    if (answer.ok())
+        return "whole " + std::to_string(rcodeOf(**answer));
+    return (answer.status().code == errorServerRefused ? "refusal: " : "none: ") + answer.status().reason;
 }
 
 }  // namespace

@@ -60,13 +60,6 @@ private:
     ServerAddresses addresses_;
 };
 
-//  The failure that an answer is, or errorNone for one whose every byte counts.
-Status statusOf(const Answer& answer) {
-    if (answer.trust == Trust::whole)
-        return {};
-    return {answer.trust == Trust::none ? errorBackendFailed : errorServerRefused, answer.reason, answer.failover};
-}
-
 //  The refusal that a code other than 0 is.
 Status refusedWith(unsigned rcode) {
     return {errorServerRefused, rcodeWords(rcode), isWrongServer(rcode)};
@@ -124,11 +117,11 @@ Status DnsBackend::atServer(TsigKey key, std::chrono::milliseconds until, const 
 
 Status DnsBackend::askZone(DnsExchange& exchange, std::chrono::milliseconds until) const {
     const Answer answer = exchange.ask(queryMessage(newId(), zone_.zone, typeSoa), until);
-    if (answer.trust != Trust::whole)
-        return statusOf(answer);
-    if (const unsigned rcode = rcodeOf(*answer.packet); rcode != rcodeNoError)
+    if (!answer.ok())
+        return answer.status();
+    if (const unsigned rcode = rcodeOf(**answer); rcode != rcodeNoError)
         return refusedWith(rcode);
-    if (!ldns_pkt_aa(answer.packet.get()) || !answerHas(*answer.packet, zone_.zone, typeSoa))
+    if (!ldns_pkt_aa(answer->get()) || !answerHas(**answer, zone_.zone, typeSoa))
         return wrongServer("the server is not authoritative for a zone " + zone_.zone);
     return {};
 }
@@ -167,9 +160,9 @@ Status DnsBackend::update(const DnsRequest& request) {
 Status DnsBackend::sendUpdate(DnsExchange& exchange, const DnsBytes& message, const std::vector<RecordSet>& sets,
                               std::chrono::milliseconds until) const {
     const Answer answer = exchange.ask(message, until);
-    if (answer.trust != Trust::whole)
-        return statusOf(answer);
-    const unsigned rcode = rcodeOf(*answer.packet);
+    if (!answer.ok())
+        return answer.status();
+    const unsigned rcode = rcodeOf(**answer);
     if (rcode == rcodeYxRrset)
         return findAlias(exchange, sets, until);
     return rcode == rcodeNoError ? Status{} : refusedWith(rcode);
@@ -201,16 +194,16 @@ std::string DnsBackend::refusal(std::string_view text, int code) {
 //  An alias at a name keeps every other record away from it. It does no harm to a set that is to be empty.
 Status DnsBackend::checkSet(DnsExchange& exchange, const RecordSet& set, std::chrono::milliseconds until) const {
     const Answer answer = exchange.ask(queryMessage(newId(), set.owner, set.type), exchangeEnd(until));
-    if (answer.trust != Trust::whole)
-        return statusOf(answer);
-    const unsigned rcode = rcodeOf(*answer.packet);
+    if (!answer.ok())
+        return answer.status();
+    const unsigned rcode = rcodeOf(**answer);
     if (rcode != rcodeNoError && rcode != rcodeNxDomain)
         return refusedWith(rcode);
-    if (!ldns_pkt_aa(answer.packet.get()))
+    if (!ldns_pkt_aa(answer->get()))
         return wrongServer("the server is not authoritative for " + set.owner);
-    if (!set.records.empty() && answerHas(*answer.packet, set.owner, typeCname))
+    if (!set.records.empty() && answerHas(**answer, set.owner, typeCname))
         return checkAlias(exchange, set.owner, until);
-    if (answerHolds(*answer.packet, set))
+    if (answerHolds(**answer, set))
         return {};
     return set.records.empty() ? checkAbsence(exchange, set, until) : Status{errorNotHeld, {}};
 }
@@ -219,18 +212,18 @@ Status DnsBackend::checkSet(DnsExchange& exchange, const RecordSet& set, std::ch
 //  are added there. The condition of an update looks at the zone itself.
 Status DnsBackend::checkAlias(DnsExchange& exchange, const std::string& owner, std::chrono::milliseconds until) const {
     const Answer answer = exchange.ask(absenceMessage(newId(), zone_.zone, owner, typeCname), exchangeEnd(until));
-    if (answer.trust != Trust::whole)
-        return statusOf(answer);
-    return rcodeOf(*answer.packet) == rcodeYxRrset ? serverRefused(aliasWords(owner)) : Status{errorNotHeld, {}};
+    if (!answer.ok())
+        return answer.status();
+    return rcodeOf(**answer) == rcodeYxRrset ? serverRefused(aliasWords(owner)) : Status{errorNotHeld, {}};
 }
 
 //  Records that a wildcard stands in for look like held ones, too. A server that does not answer to a condition gets the
 //  update again, which does no harm.
 Status DnsBackend::checkAbsence(DnsExchange& exchange, const RecordSet& set, std::chrono::milliseconds until) const {
     const Answer answer = exchange.ask(absenceMessage(newId(), zone_.zone, set.owner, set.type), exchangeEnd(until));
-    if (answer.trust != Trust::whole)
-        return statusOf(answer);
-    return rcodeOf(*answer.packet) == rcodeNoError ? Status{} : Status{errorNotHeld, {}};
+    if (!answer.ok())
+        return answer.status();
+    return rcodeOf(**answer) == rcodeNoError ? Status{} : Status{errorNotHeld, {}};
 }
 
 Status DnsBackend::checkRequest(std::string_view text) {

@@ -9,10 +9,6 @@ namespace {
 
 constexpr std::size_t lengthLength = 2;
 
-Answer noAnswer(std::string reason) {
-    return {Trust::none, std::move(reason), nullptr};
-}
-
 //  The message with its length in front, so that both leave in one segment when they fit.
 DnsBytes framed(const DnsBytes& message) {
     DnsBytes bytes{static_cast<std::uint8_t>(message.size() >> 8), static_cast<std::uint8_t>(message.size())};
@@ -28,21 +24,21 @@ Status DnsExchange::connect(const ServerAddress& address, std::chrono::milliseco
 
 Answer DnsExchange::ask(DnsBytes message, std::chrono::milliseconds until) {
     if (monotonicNow() >= until)  // also when the server is never waited for
-        return noAnswer(waitFailure(Waiter::Result::timedOut).reason);
-    SignedRequest request;
-    if (!signRequest(std::move(message), key_, wallNow() / 1000, request))
-        return noAnswer("out of memory");
-    if (request.wire.size() > maxDnsMessageSize)
-        return noAnswer("the signed message is too long");
-    if (Status failed = stream_.send(framed(request.wire), waiter_, until); !failed.ok())
-        return noAnswer(std::move(failed.reason));
+        return waitFailure(Waiter::Result::timedOut);
+    const Result<SignedRequest> request = signRequest(std::move(message), key_, wallNow() / 1000);
+    if (!request.ok())
+        return request.status();
+    if (request->wire.size() > maxDnsMessageSize)
+        return backendFailed("the signed message is too long");
+    if (Status failed = stream_.send(framed(request->wire), waiter_, until); !failed.ok())
+        return failed;
     std::uint8_t length[lengthLength];
     if (Status failed = stream_.receive(length, waiter_, until); !failed.ok())
-        return noAnswer(std::move(failed.reason));
+        return failed;
     DnsBytes received(readDns16(length));
     if (Status failed = stream_.receive(received, waiter_, until); !failed.ok())
-        return noAnswer(std::move(failed.reason));
-    return readAnswer(received, request, key_, wallNow() / 1000);
+        return failed;
+    return readAnswer(received, *request, key_, wallNow() / 1000);
 }
 
 }  // namespace rdbopen

@@ -20,7 +20,7 @@ public:
     //  As TcpStream::connect.
     Status connect(const ServerAddress& address, std::chrono::milliseconds until);
 
-    //  Signs message, sends it and takes the answer. One that did not come counts as Trust::none.
+    //  Signs message, sends it and takes the answer. One that did not come is errorBackendFailed.
     Answer ask(DnsBytes message, std::chrono::milliseconds until);
 
 private:

@@ -167,15 +167,15 @@ bool isGenuine(View message, const SignaturePlace& place, const Signature& signa
            CRYPTO_memcmp(mac.data(), signature.mac.data(), mac.size()) == 0;
 }
 
-std::string headerFault(View message, const SignedRequest& request) {
+Status verifyHeader(View message, const SignedRequest& request) {
     if (message.size() < dnsHeaderLength)
-        return "the answer is too short";
+        return backendFailed("the answer is too short");
     const std::uint8_t flags = message[flagsAt];
     if ((flags & flagResponse) == 0 || (flags >> 3 & 0xf) != request.opcode)
-        return "the answer is not one to the request";
+        return backendFailed("the answer is not one to the request");
     if (read16(message) != request.id)
-        return "the answer belongs to another request";
-    return (flags & flagTruncated) != 0 ? "the answer is cut short" : "";
+        return backendFailed("the answer belongs to another request");
+    return (flags & flagTruncated) != 0 ? backendFailed("the answer is cut short") : Status{};
 }
 
 unsigned headerCode(View message) {
@@ -185,8 +185,7 @@ unsigned headerCode(View message) {
 //  A signature without a mac signs nothing.
 Answer unsignedAnswer(View message, unsigned error) {
     const bool refusal = headerCode(message) == rcodeNotAuth && (error == tsigBadKey || error == tsigBadSig);
-    return refusal ? Answer{Trust::refusal, tsigErrorWords(error), nullptr}
-                   : Answer{Trust::none, unsignedWords(headerCode(message)), nullptr};
+    return refusal ? serverRefused(tsigErrorWords(error)) : backendFailed(unsignedWords(headerCode(message)));
 }
 
 std::string refusalReason(const Signature& signature, const SignedRequest& request) {
@@ -197,32 +196,30 @@ std::string refusalReason(const Signature& signature, const SignedRequest& reque
     return badTimeWords(time.size() == timeLength ? readTime(time) - request.time : 0);
 }
 
-Answer worthless(std::string reason) {
-    return {Trust::none, std::move(reason), nullptr};
-}
-
 //  Requires: the header is without fault.
-Answer judge(View message, const SignedRequest& request, const TsigKey& key, std::int64_t now) {
+Answer verify(View message, const SignedRequest& request, const TsigKey& key, std::int64_t now) {
     SignaturePlace place;
     const DnsLayout layout = layoutOf(message, place);
     if (layout == DnsLayout::malformed)
-        return worthless("the answer is malformed");
+        return backendFailed("the answer is malformed");
     if (layout == DnsLayout::bare)
-        return worthless(unsignedWords(headerCode(message)));
+        return backendFailed(unsignedWords(headerCode(message)));
     Signature signature;
     if (!parseSignature(message.subspan(place.data), signature))
-        return worthless("the signature of the answer is malformed");
+        return backendFailed("the signature of the answer is malformed");
     if (signature.mac.empty())
         return unsignedAnswer(message, read16(signature.error));
     if (!isGenuine(message, place, signature, request, key))
-        return worthless("the signature of the answer is wrong");
+        return backendFailed("the signature of the answer is wrong");
     const std::int64_t away = std::abs(now - readTime(signature.times));
     if (away > static_cast<std::int64_t>(read16(signature.times.subspan(timeLength))))
-        return worthless("the answer was signed at another time, " + std::to_string(away) + " s away");
+        return backendFailed("the answer was signed at another time, " + std::to_string(away) + " s away");
     if (read16(signature.error) != 0)
-        return {Trust::refusal, refusalReason(signature, request), nullptr};
+        return serverRefused(refusalReason(signature, request));
     Packet packet = parseMessage(message);
-    return packet ? Answer{Trust::whole, {}, std::move(packet)} : worthless("the answer is malformed");
+    if (packet == nullptr)
+        return backendFailed("the answer is malformed");
+    return packet;
 }
 
 }  // namespace
@@ -243,7 +240,7 @@ std::size_t signatureLength(const TsigKey& key) {
     return nameBytes(key.name).size() + nameBytes(key.algorithm).size() + fixedLength + mac;
 }
 
-bool signRequest(DnsBytes message, const TsigKey& key, std::int64_t now, SignedRequest& request) {
+Result<SignedRequest> signRequest(DnsBytes message, const TsigKey& key, std::int64_t now) {
     constexpr std::uint8_t none[] = {0, 0};
     constexpr std::uint8_t typeClassTtl[] = {0, 250, 0, 255, 0, 0, 0, 0};
     DnsBytes times;
@@ -253,8 +250,9 @@ bool signRequest(DnsBytes message, const TsigKey& key, std::int64_t now, SignedR
     const DnsBytes algorithm = nameBytes(key.algorithm);
     DnsBytes mac;
     if (!computeMac(key, {}, message, {algorithm, times, {}, {}, none, none}, mac))
-        return false;
+        return backendFailed("out of memory");  // the algorithm and the secret were checked before
 
+    SignedRequest request;
     request.id = static_cast<std::uint16_t>(readDns16(message.data()));
     request.opcode = message[flagsAt] >> 3 & 0xf;
     request.time = now;
@@ -274,15 +272,18 @@ bool signRequest(DnsBytes message, const TsigKey& key, std::int64_t now, SignedR
     putDns16(message, data.size());
     append(message, data);
     request.wire = std::move(message);
-    return true;
+    return request;
 }
 
 Answer readAnswer(View message, const SignedRequest& request, const TsigKey& key, std::int64_t now) {
-    if (std::string fault = headerFault(message, request); !fault.empty())
-        return worthless(std::move(fault));
-    Answer answer = judge(message, request, key, now);
-    answer.failover = isWrongServer(headerCode(message));
-    return answer;
+    if (Status fault = verifyHeader(message, request); !fault.ok())
+        return fault;
+    Answer answer = verify(message, request, key, now);
+    if (answer.ok())
+        return answer;
+    Status failure = answer.status();
+    failure.failover = isWrongServer(headerCode(message));
+    return failure;
 }
 
 }  // namespace rdbopen

@@ -1,11 +1,12 @@
 //  Signatures of messages with a secret that both sides share (TSIG, RFC 8945).
 //
-//  What an answer is worth:
+//  How far an answer is trusted:
 //
-//      whole     signed with the key over the request's signature, in time, without an error: every byte counts
-//      refusal   the server says that it does not take the request's signature; reason has its words. Of unsigned answers
-//                only BADKEY and BADSIG are refusals (RFC 8945 section 5.3.2): a server without the key cannot sign
-//      none      everything else: nothing in it counts, whatever it says
+//      ok                    signed with the key over the request's signature, in time, without an error
+//      errorServerRefused    the server does not accept the request's signature; the reason has its words. Of unsigned
+//                            answers only BADKEY and BADSIG are refusals (RFC 8945 section 5.3.2): a server without the
+//                            key cannot sign
+//      errorBackendFailed    everything else: nothing in it counts, whatever it says
 //
 //  The records of an answer are not looked into before its signature is found right.
 //
@@ -17,6 +18,7 @@
 #define RDBAPI_OPEN_DNS_TSIG_H
 
 #include "dns/answer.h"
+#include "engine/status.h"
 
 namespace rdbopen {
 
@@ -47,19 +49,14 @@ struct SignedRequest {
 //  Returns by how many bytes a message grows when it is signed.
 std::size_t signatureLength(const TsigKey& key);
 
-//  Signs message, which has no signature yet, with the time now. Returns false when memory is short.
-bool signRequest(DnsBytes message, const TsigKey& key, std::int64_t now, SignedRequest& request);
+//  Signs message, which has no signature yet, with the time now: s since 1970-01-01 UTC.
+Result<SignedRequest> signRequest(DnsBytes message, const TsigKey& key, std::int64_t now);
 
-enum class Trust { none, refusal, whole };
+//  A verified answer. A failure has failover set when its code is isWrongServer, however far it is trusted: to try
+//  another address does no harm.
+using Answer = Result<Packet>;
 
-struct Answer {
-    Trust trust = Trust::none;
-    std::string reason;     // empty for Trust::whole
-    Packet packet;          // null unless Trust::whole
-    bool failover = false;  // its code is isWrongServer, whatever it is worth
-};
-
-//  Says what message is worth as the answer to request. now: s since 1970-01-01 UTC.
+//  Verifies message as the answer to request. now: s since 1970-01-01 UTC.
 Answer readAnswer(std::span<const std::uint8_t> message, const SignedRequest& request, const TsigKey& key,
                   std::int64_t now);
 

@@ -12,10 +12,6 @@ constexpr std::uint16_t dnsPort = 53;
 constexpr std::uint32_t maxTtl = 2147483647;
 constexpr std::uint32_t maxCheckInterval = 86400;  // s
 
-bool isLabelChar(char c) {
-    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '-' || c == '_';
-}
-
 //  Each taker stores an option's value. Returns an empty text, or what the value has to be.
 std::string takeTtl(const std::string& value, DnsZone& zone) {
     return parseNumber(value, maxTtl, zone.ttl) ? "" : "a number of seconds from 0 to 2147483647";
@@ -92,30 +88,6 @@ bool takeOptions(const Url& url, DnsZone& zone, std::string& reason) {
 }
 
 }  // namespace
-
-bool isDnsName(std::string_view name) {
-    constexpr std::size_t maxNameLength = 253;  // RFC 1035 section 2.3.4, as text without the last dot
-    constexpr std::size_t maxLabelLength = 63;
-    if (name.size() > maxNameLength)
-        return false;
-    for (bool more = true; more;) {
-        const std::size_t length = std::min(name.find('.'), name.size());
-        const std::string_view label = name.substr(0, length);
-        if (label.empty() || length > maxLabelLength || !std::all_of(label.begin(), label.end(), isLabelChar))
-            return false;
-        more = length < name.size();
-        name.remove_prefix(more ? length + 1 : length);
-    }
-    return true;
-}
-
-std::string lowerCase(std::string_view text) {
-    std::string lower(text);
-    for (char& c : lower)
-        if (c >= 'A' && c <= 'Z')
-            c = static_cast<char>(c - 'A' + 'a');
-    return lower;
-}
 
 bool parseDnsZone(const Url& url, DnsZone& zone, std::string& reason) {
     DnsZone parsed;

@@ -7,6 +7,7 @@
 #ifndef RDBAPI_OPEN_DNS_ZONE_URL_H
 #define RDBAPI_OPEN_DNS_ZONE_URL_H
 
+#include "net/host_name.h"
 #include "net/url.h"
 
 #include <chrono>
@@ -26,13 +27,6 @@ struct DnsZone {
 
 //  Returns false when url is none of this back end, with the reason.
 bool parseDnsZone(const Url& url, DnsZone& zone, std::string& reason);
-
-//  Says whether name is a name of labels of 1 to 63 letters, digits, "-" and "_", in all 1 to 253 characters and without
-//  a last dot. Such a name needs no escaping anywhere.
-bool isDnsName(std::string_view name);
-
-//  Returns text with A to Z in lower case.
-std::string lowerCase(std::string_view text);
 
 }  // namespace rdbopen
 

@@ -9,11 +9,11 @@
 //                             |
 //                             +--a request returns errorServerRefused--> stays open; the request is retried
 //
-//  The worker keeps the desired state of the server and retries each request until it succeeds. So every request may come
-//  more than once. Of a failed request a back end keeps only what shows later that it was carried out after all.
+//  The worker keeps the desired state of the server and retries each request until it succeeds. So every request may
+//  come more than once. Of a failed request a back end keeps only what shows later that it was carried out after all.
 //
-//  Every request ends with a Status (engine/status.h): errorBackendFailed, errorServerRefused, or a final code. Only these two
-//  and errorBadRequest have a reason.
+//  Every request ends with a Status (engine/status.h): errorBackendFailed, errorServerRefused, or a final code. Only
+//  these two and errorBadRequest have a reason.
 //
 //  Threads: everything is called on the worker's thread only, but tags() and updates() on any thread.
 #ifndef RDBAPI_OPEN_ENGINE_BACKEND_H
@@ -47,8 +47,8 @@ public:
     //  Stores values, all or none. Fails with errorNoSuchTag or errorTagNotUsable.
     virtual Status put(std::span<const RdbSnapshot> records) = 0;
 
-    //  Compares the value that the server holds. Fails with errorNotHeld when it is another one, or none. Called after each
-    //  open and at each check.
+    //  Compares the value that the server holds. Fails with errorNotHeld when it is another one, or none. Called after
+    //  each open and at each check.
     virtual Status checkValue(const RdbSnapshot&) { return {}; }
 
 protected:

@@ -6,8 +6,8 @@ namespace rdbopen {
 
 namespace {
 
-//  True when the same request may succeed at another time. Every other failure lies in the request itself: a retry would fail
-//  for ever and keep the requests after it waiting.
+//  True when the same request may succeed at another time. Every other failure lies in the request itself: a retry
+//  would fail for ever and keep the requests after it waiting.
 bool isRetryable(int code) {
     return code == errorBackendFailed || code == errorServerRefused || code == errorTimedOut ||
            code == errorNotConnected || code == errorNoSuchTag || code == errorTagNotUsable;
@@ -61,8 +61,8 @@ bool DesiredState::tagPending() const noexcept {
                        [](const auto& named) { return named.second.lookupPending || named.second.tagPending; });
 }
 
-//  Tags come first: a server that was emptied refuses the values of a tag that it does not know. The first failure ends the
-//  round, because a server that fails one request mostly fails the next, each after its full time limit.
+//  Tags come first: a server that was emptied refuses the values of a tag that it does not know. The first failure ends
+//  the round, because a server that fails one request mostly fails the next, each after its full time limit.
 Status DesiredState::retry(Backend& backend) {
     while (tagPending())
         if (Status status = retryTag(backend); !status.ok())
@@ -105,8 +105,8 @@ Status DesiredState::importTag(Backend& backend, Entry& entry) {
     return status;
 }
 
-//  A server that was emptied has lost the tag with the value. Without a definition there is nothing more to do: the user
-//  of the handle makes the tag.
+//  A server that was emptied has lost the tag with the value. Without a definition there is nothing more to do: the
+//  user of the handle makes the tag.
 Status DesiredState::putValue(Backend& backend, Entry& entry) {
     Status status = backend.tags()->put({&*entry.value, 1});
     const bool tagMissing = status.code == errorNoSuchTag || status.code == errorTagNotUsable;

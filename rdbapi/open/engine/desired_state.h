@@ -1,5 +1,5 @@
-//  The desired state of one server: the newest definition and value of each tag that the user of the handle has put, and the
-//  newest request text. What did not reach the server is pending, and the worker retries it.
+//  The desired state of one server: the newest definition and value of each tag that the user of the handle has put,
+//  and the newest request text. What did not reach the server is pending, and the worker retries it.
 //
 //      requested --done--> held --check finds it gone--> pending --retry--> held
 //           \--failed, refused, given up--> pending

@@ -27,8 +27,8 @@ enum Error : int {
     errorServerRefused = 1017,  // the server answered and did not do it; it is asked again; the reason is in syslog
     errorNotHeld = 1018,        // never returned to callers: the server has lost what it once took
     errorGaveWay = 1019,        // never returned to callers: a check was cut off, because a call waits
-    errorFileChanged = 1020,    // never returned to callers: a file is not the one that was read any more
-    errorTooLarge = 1021,       // never returned to callers: more bytes than are read or written at all
+    errorFileChanged = 1022,    // never returned to callers: a file is not the one that was read any more
+    errorTooLarge = 1023,       // never returned to callers: more bytes than are read or written at all
 };
 
 }  // namespace rdbopen

@@ -1,13 +1,13 @@
-//  The library's only way to report something: syslog, facility daemon. Nothing goes to the standard descriptors, and the
-//  ident is the program's own. Bytes that are control characters or no UTF-8 are written as \xNN.
+//  The library's only way to report something: syslog, facility daemon. Nothing goes to the standard descriptors, and
+//  the ident is the program's own. Bytes that are control characters or no UTF-8 are written as \xNN.
 //
 //      <27>Nov 22 02:48:53 addrpubd: rdbapi: SUBJECT: TEXT
 //       |   local time     |
 //       facility + level   the program's name
 //
-//  A line is sent as syslog(3) does, but never waited for: a daemon that does not read loses it, and so is one for which
-//  there is no memory. Each line has a socket of its own, so that nothing is left to close in a child and a daemon that
-//  was started again is found again.
+//  A line is sent as syslog(3) does, but never waited for: a daemon that does not read loses it, and so is one for
+//  which there is no memory. Each line has a socket of its own, so that nothing is left to close in a child and a
+//  daemon that was started again is found again.
 //
 //  Threads: any.
 #ifndef RDBAPI_OPEN_ENGINE_REPORT_H

@@ -13,8 +13,8 @@ std::chrono::milliseconds backoffDelay(unsigned failures, std::uint32_t random) 
     return base + std::chrono::milliseconds(share);
 }
 
-//  A connection that opens and fails at once is no success: without steadyTime, a server that accepts and drops every client
-//  would be opened once a second by each of them.
+//  A connection that opens and fails at once is no success: without steadyTime, a server that accepts and drops every
+//  client would be opened once a second by each of them.
 RetrySchedule::Time RetrySchedule::lost(Time now) {
     const bool steady = connectedAt_ && now - *connectedAt_ >= steadyTime;
     losses_ = steady ? 1 : losses_ + 1;

@@ -1,7 +1,7 @@
 //  When a worker opens its back end again, when it retries what is pending, and when it checks what the server holds.
 //
 //      lost       pause before the next open     grows with each loss, until a connection has held for steadyTime
-//      refused    due time of the next retry     grows with each refusal, until a request succeeds and nothing is pending
+//      refused    due time of the next retry     grows with each refusal, until a success with nothing pending
 //      checked    due time of the next check     one interval of the back end later
 //
 //  Losses and refusals are counted apart: a server that refuses one value for hours must not delay the return of a
@@ -23,9 +23,9 @@ namespace rdbopen {
 inline constexpr std::chrono::milliseconds backoffMin{1000};
 inline constexpr std::chrono::milliseconds backoffMaxBase{48000};  // without the random share
 
-//  Returns how long to wait after failures failures in a row: 1 s after the first, doubled after each further one, at most
-//  48 s, plus a random share of up to a quarter. The share keeps clients that lost the same server from returning in step,
-//  from their first wait on:
+//  Returns how long to wait after failures failures in a row: 1 s after the first, doubled after each further one, at
+//  most 48 s, plus a random share of up to a quarter. The share keeps clients that lost the same server from returning
+//  in step, from their first wait on:
 //
 //      failures in a row    1          2        3      4       5        6        7 and more
 //      wait, s              1 - 1.25   2 - 2.5  4 - 5  8 - 10  16 - 20  32 - 40  48 - 60
@@ -38,8 +38,8 @@ std::chrono::milliseconds backoffDelay(unsigned failures, std::uint32_t random) 
 inline constexpr std::chrono::milliseconds steadyTime{60000};
 
 //  The shortest pause after a failed request for a tag, on top of the first back-off: longer than the 10 s between two
-//  publish cycles of the service. One cycle then finds the connection lost and goes on to its DNS step, which it does not
-//  reach while a connected database does not take the tag.
+//  publish cycles of the service. One cycle then finds the connection lost and goes on to its DNS step, which it does
+//  not reach while a connected database does not take the tag.
 inline constexpr std::chrono::milliseconds awayTime{11000};
 
 class RetrySchedule {

@@ -131,9 +131,9 @@ void* Worker::threadMain(void* self) {
     return nullptr;
 }
 
-//  In this order: no call is taken any more and those in the queue get their answer, then the loss is reported, so that no
-//  answer follows the event; close comes last, because it may take long: SQLite writes its log into the file. A session that
-//  the user of the handle ended is no failure and is not reported.
+//  In this order: no call is taken any more and those in the queue get their answer, then the loss is reported, so that
+//  no answer follows the event; close comes last, because it may take long: SQLite writes its log into the file. A
+//  session that the user of the handle ended is no failure and is not reported.
 void Worker::run() noexcept {
     while (!signal_.closed()) {
         const Status end = guarded([this] { return session(); });
@@ -202,9 +202,10 @@ Status Worker::openAndRetry() {
     return {};
 }
 
-//  Returns errorBackendFailed for all that ends the session. A failed request for a tag ends it even when the server answers:
-//  the service publishes nothing, to DNS neither, while a connected database does not take the tag, and only the event 60003
-//  lets it go on without the database. A put that fails is retried in the open session: the service has counted it as sent.
+//  Returns errorBackendFailed for all that ends the session. A failed request for a tag ends it even when the server
+//  answers: the service publishes nothing, to DNS neither, while a connected database does not take the tag, and only
+//  the event 60003 lets it go on without the database. A put that fails is retried in the open session: the service has
+//  counted it as sent.
 Status Worker::serve(Call& call) {
     Status status{errorTimedOut, {}};
     if (!call.abandoned()) {
@@ -241,8 +242,8 @@ Status Worker::retryPending() {
     return guarded([this] { return desired_.retry(*backend_); });
 }
 
-//  Sets checkRefused_. The success of another request does not clear what a check was refused for: a user with the right to
-//  write and without that to read would otherwise be reported as failing and working in turn, at every put.
+//  Sets checkRefused_. The success of another request does not clear what a check was refused for: a user with the
+//  right to write and without that to read would otherwise be reported as failing and working in turn, at every put.
 Status Worker::checkAndRetry() {
     Status status = check();
     if (status.code == errorGaveWay)
@@ -376,9 +377,10 @@ void Worker::sendEvent(std::int32_t event) noexcept {
         notify_(event, 0, user_);
 }
 
-//  Reports how a piece of work ended with the back end still open, and sets when what is pending is due. A bad request is
-//  reported apart from failures: it says nothing about the server, and the server's recovery nothing about it. Recovery needs
-//  a success with nothing pending, so that a server that takes one request and refuses another is not reported as working.
+//  Reports how a piece of work ended with the back end still open, and sets when what is pending is due. A bad request
+//  is reported apart from failures: it says nothing about the server, and the server's recovery nothing about it.
+//  Recovery needs a success with nothing pending, so that a server that takes one request and refuses another is not
+//  reported as working.
 void Worker::evaluate(const Status& status) noexcept {
     if (status.code == errorGaveWay)
         return;

@@ -24,9 +24,8 @@ struct FilePlace {
     std::string lock() const { return directory + "." + name + ".addrpubd.lock"; }
 };
 
-//  Stores where path leads; its last component may be missing. After a failure, which names the path that cannot be passed,
-//  place.shared is what was seen up to there.
-//  Requires: path is absolute.
+//  Stores where path leads; its last component may be missing. After a failure, which names the path that cannot be
+//  passed, place.shared is what was seen up to there. Requires: path is absolute.
 Status resolveFile(const std::string& path, FilePlace& place);
 
 }  // namespace rdbopen

@@ -26,18 +26,17 @@ struct FileText {
     std::string bytes;
 };
 
-//  Reads the whole file; a missing one is no failure. Fails with errorTooLarge above maxFileSize, and for anything but a
-//  regular file.
+//  Reads the whole file; a missing one is no failure. Fails with errorTooLarge above maxFileSize, and for anything but
+//  a regular file.
 Result<FileText> readFile(const FilePlace& place);
 
 //  Tests that the directory can be written: makes the temporary file and removes it.
 Status testWritable(const FilePlace& place);
 
 //  Replaces the file that was read as before by bytes, with its mode and owner, or mode 0644 when there was none.
-//  Fails with errorFileChanged when the file is not the one that was read any more, and with errorTooLarge above maxFileSize,
-//  which readFile would refuse from then on. After a failure the file is as it was.
-//  The file survives a power cut only after flushDirectory.
-//  Requires: the lock is held.
+//  Fails with errorFileChanged when the file is not the one that was read any more, and with errorTooLarge above
+//  maxFileSize, which readFile would refuse from then on. After a failure the file is as it was. The file survives a
+//  power cut only after flushDirectory. Requires: the lock is held.
 Status replaceFile(const FilePlace& place, const FileText& before, std::string_view bytes);
 
 //  Flushes the entry of the file in its directory.

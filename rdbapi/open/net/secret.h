@@ -10,8 +10,9 @@ namespace rdbopen {
 //  Bytes of a password at most.
 inline constexpr std::size_t maxSecretLength = 4096;
 
-//  Returns the password that configured is or names. A file is read again each time, so that a new password takes effect at
-//  the next login; one line end at its end is not part of the password. The reason of a failure holds the path and no secret.
+//  Returns the password that configured is or names. A file is read again each time, so that a new password takes
+//  effect at the next login; one line end at its end is not part of the password. The reason of a failure holds the
+//  path and no secret.
 Result<std::string> readSecret(const std::string& configured);
 
 }  // namespace rdbopen

@@ -27,8 +27,8 @@ public:
     //  this address's turn.
     using Attempt = std::function<Status(std::chrono::milliseconds)>;
 
-    //  Resolves the name of server. getaddrinfo(3) keeps limits of its own and does not end with the handle: until is moved on
-    //  by the time that it took.
+    //  Resolves the name of server. getaddrinfo(3) keeps limits of its own and does not end with the handle: until is
+    //  moved on by the time that it took.
     Status lookUp(const Server& server, std::chrono::milliseconds& until);
 
     //  Each address has an equal share of the time that is left. Return the first status without failover. Without
@@ -37,8 +37,8 @@ public:
     Status tryEach(const Waiter& waiter, std::chrono::milliseconds until, const Connect& connect,
                    const Attempt& attempt);
 
-    //  Goes on after an attempt at the connection that tryEach or tryOthers has left: its status, which has failover set,
-    //  counts as answered.
+    //  Goes on after an attempt at the connection that tryEach or tryOthers has left: its status, which has failover
+    //  set, counts as answered.
     Status tryOthers(Status status, const Waiter& waiter, std::chrono::milliseconds until, const Connect& connect,
                      const Attempt& attempt);
 

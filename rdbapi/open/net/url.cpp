@@ -66,9 +66,10 @@ bool decodeOptions(std::string_view query, std::vector<UrlOption>& options) {
     return true;
 }
 
-//  The characters of names (RFC 1123 section 2.1, and the underscore that is seen in practice) and of IPv6 addresses
-//  (RFC 4291 section 2.2, and a zone as RFC 4007 section 11 writes it).
-bool isHost(std::string_view host, bool in_brackets) {
+//  Refuses what getaddrinfo(3) cannot know, and nothing more: a name of /etc/hosts and one with a last dot, which
+//  isDnsName refuses, may name a server. The characters are those of names and of IPv6 addresses (RFC 4291 section 2.2,
+//  and a zone as RFC 4007 section 11 writes it).
+bool mayBeServer(std::string_view host, bool in_brackets) {
     constexpr std::size_t maxHostLength = 253;
     if (host.empty() || host.size() > maxHostLength)
         return false;
@@ -130,7 +131,7 @@ bool parseServer(std::string_view authority, std::uint16_t default_port, Server&
     if (end == std::string_view::npos)
         return refuse("malformed url: the address of the server has no closing bracket");
     const std::string_view host = brackets ? authority.substr(1, end - 1) : authority.substr(0, end);
-    if (!isHost(host, brackets))
+    if (!mayBeServer(host, brackets))
         return refuse("malformed url: it names no server");
     std::string_view rest = authority.substr(brackets ? end + 1 : end);
     std::uint32_t port = default_port;

@@ -17,12 +17,12 @@ struct Meaning {
     bool general = false;  // any command is answered so, now one, now another: the reason is the same for all
 };
 
-//  Beginnings of the answers after which a server is of no use. A retry in the same connection cannot succeed: a login is not
-//  renewed, and a replica stays one until somebody promotes it. A new connection looks the name up again.
+//  Beginnings of the answers after which a server is of no use. A retry in the same connection cannot succeed: a login
+//  is not renewed, and a replica stays one until somebody promotes it. A new connection looks the name up again.
 constexpr std::string_view endings[] = {"NOAUTH", "READONLY", "MASTERDOWN"};
 
-//  Beginnings of the answers of a server that is not the one to ask: another address of the name may be the primary, or have
-//  loaded its data. Everything else is the same at each address of a name, so trying them would only take time.
+//  Beginnings of the answers of a server that is not the one to ask: another address of the name may be the primary, or
+//  have loaded its data. Everything else is the same at each address of a name, so trying them would only take time.
 constexpr std::string_view wrongServers[] = {"READONLY", "MASTERDOWN", "LOADING"};
 
 //  The answers of Redis 7; their first words are fixed, what follows differs between versions.

@@ -1,5 +1,7 @@
 #include "request/dns_request.h"
 
+#include "net/host_name.h"
+
 #include <algorithm>
 #include <arpa/inet.h>
 #include <limits>
@@ -10,28 +12,6 @@ namespace rdbopen {
 namespace {
 
 using nlohmann::json;
-
-constexpr std::size_t maxNameLength = 253;  // RFC 1035 section 2.3.4, as text without the last dot
-constexpr std::size_t maxLabelLength = 63;
-
-bool isLabelChar(char c) {
-    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '-' || c == '_';
-}
-
-//  Stricter than hosts(5), which knows only blanks and "#": a name server passes over any other name.
-bool isHostName(std::string_view name) {
-    if (name.empty() || name.size() > maxNameLength)
-        return false;
-    while (true) {
-        const std::size_t length = std::min(name.find('.'), name.size());
-        const std::string_view label = name.substr(0, length);
-        if (label.empty() || length > maxLabelLength || !std::all_of(label.begin(), label.end(), isLabelChar))
-            return false;
-        if (length == name.size())
-            return true;
-        name.remove_prefix(length + 1);
-    }
-}
 
 //  A zero byte would end the text early for inet_pton.
 bool isAddress(const std::string& text, int family) {
@@ -90,7 +70,8 @@ std::string parseDnsRequest(std::string_view text, DnsRequest& request) {
     if (item == root.end() || !item->is_object())
         return "item is not an object";
     const auto name = item->find("name");
-    if (name == item->end() || !name->is_string() || !isHostName(name->get_ref<const std::string&>()))
+    //  Stricter than hosts(5), which knows only blanks and "#": a name server ignores any other name.
+    if (name == item->end() || !name->is_string() || !isDnsName(name->get_ref<const std::string&>()))
         return "name is not a host name";
     request.name = name->get<std::string>();
     if (!takeAddresses(*item, "ipv4s", AF_INET, request.addresses))

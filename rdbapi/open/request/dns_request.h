@@ -17,7 +17,7 @@ namespace rdbopen {
 
 struct DnsRequest {
     std::optional<std::int64_t> seqno;   // none when the request had no usable one; also set when the rest is refused
-    std::string name;                    // letters, digits, "-", "_" and "."; labels of 1 to 63, in all 1 to 253
+    std::string name;                    // isDnsName (net/host_name.h)
     std::vector<std::string> addresses;  // IPv4 before IPv6, as given, each once
     std::vector<std::uint16_t> httpsPorts;  // as given, each once; never 0
 };

@@ -72,7 +72,8 @@ std::string freeName(const std::string& path) {
 }
 
 //  The database comes first: without its log, a sound one would lose what is in the log. After a power cut between the
-//  calls, the remains are beside a missing file, and go when a new one is made. Always a failure: the file is not available.
+//  calls, the remains are beside a missing file, and go when a new one is made. Always a failure: the file is not
+//  available.
 Status moveTo(const std::string& name, const std::string& path) {
     if (std::rename(path.c_str(), name.c_str()) != 0)
         return failedTo("the file is damaged and cannot be renamed", systemFailure(errno));

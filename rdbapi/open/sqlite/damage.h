@@ -19,8 +19,8 @@ bool isSqliteFileCutShort(SqliteDatabase& database, const std::string& path);
 
 //  Checks the whole file at place, and renames it when it is damaged, together with a log or journal that has content.
 //  Of several services that share the file one renames it. Ok when the file is missing, sound, busy or not
-//  one of this library's; otherwise it cannot be used, and the reason is its new name or what keeps it from being renamed.
-//  Requires: the caller has closed its connection to the file.
+//  one of this library's; otherwise it cannot be used, and the reason is its new name or what keeps it from being
+//  renamed. Requires: the caller has closed its connection to the file.
 Status moveDamagedSqliteFile(const FilePlace& place);
 
 }  // namespace rdbopen

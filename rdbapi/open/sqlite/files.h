@@ -29,7 +29,8 @@ public:
     //  True when the names still are those of the recorded files.
     bool areNamed() const;
 
-    //  Ok when the files are as they were recorded or as SQLite has left them since; otherwise the reason says what happened.
+    //  Ok when the files are as they were recorded or as SQLite has left them since; otherwise the reason says what
+    //  happened.
     Status verify(SqliteDatabase& database);
 
     //  Removes what no longer fits, so that the next connection, or another process's, does not apply it: the index, and

@@ -18,9 +18,8 @@ inline constexpr std::int64_t sqliteSchemaVersion = 1;
 inline constexpr std::int64_t sqliteHistoryLimit = 10000;
 
 //  Looks at the file's header before SQLite does, so that a foreign file stays as it is: no recovery, no checkpoint, no
-//  lock. Ok for a database of this schema, for an empty file, and for one whose making was cut off and which SQLite makes
-//  empty again with the journal beside it.
-//  Requires: database is open at path.
+//  lock. Ok for a database of this schema, for an empty file, and for one whose making was cut off and which SQLite
+//  makes empty again with the journal beside it. Requires: database is open at path.
 Status verifySqliteFile(SqliteDatabase& database, const std::string& path);
 
 //  True when the file has fewer bytes than the pages that its header counts. A count that SQLite itself would not
@@ -32,8 +31,8 @@ bool sqliteBytesMissing(SqliteDatabase& database);
 //  memory.
 std::string newSqliteDatabase();
 
-//  Makes the tables in an empty database, and sees to it that another's stays as it is. A transaction that has failed ends
-//  when the connection is closed.
+//  Makes the tables in an empty database, and sees to it that another's stays as it is. A transaction that has failed
+//  ends when the connection is closed.
 Status makeSqliteSchema(SqliteDatabase& database);
 
 }  // namespace rdbopen
