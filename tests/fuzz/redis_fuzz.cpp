@@ -59,10 +59,10 @@ void ask(Backend& backend, int request) {
     record.value[0] = 'v';
     record.valuelen = 1;
     sent.clear();
-    const Status outcome = request == 0   ? backend.tagGet(tag)
-                           : request == 1 ? backend.tagImport(tag)
-                           : request == 2 ? backend.put({&record, 1})
-                           : request == 3 ? backend.checkValue(record)
+    const Status outcome = request == 0   ? backend.tags()->get(tag)
+                           : request == 1 ? backend.tags()->import(tag)
+                           : request == 2 ? backend.tags()->put({&record, 1})
+                           : request == 3 ? backend.tags()->checkValue(record)
                                           : backend.probe();
     const bool reasoned = outcome.code == errorBackendFailed || outcome.code == errorServerRefused;
     require(reasoned == !outcome.reason.empty(), "a failure has a reason, and nothing else has");
