@@ -21,4 +21,4 @@ def test_591_without_a_name_it_examines_the_settings_that_the_service_reads(mach
 
 
 def test_592_its_usage_says_where_they_are(machine, installed, checker):
-    assert f"when there is none, {installed.ini}.\n".encode() in machine.run(checker, "--help")
+    assert f"if there is none, {installed.ini}.\n".encode() in machine.run(checker, "--help")
