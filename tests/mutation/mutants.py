@@ -1,7 +1,7 @@
 """The mutants of a source file: each constant one up and one down, each comparison turned and moved to its neighbour.
 
-Left alone are comments, string and character literals, preprocessor lines and format attributes, in which no constant or
-comparison runs, and compile-time assertions, which are tests themselves.
+Not changed are comments, string and character literals, preprocessor lines and format attributes, which contain no
+code, and compile-time assertions, which are tests themselves.
 """
 
 import re
@@ -12,7 +12,7 @@ CONSTANTS = "constant"
 COMPARISONS = "comparison"
 KINDS = (CONSTANTS, COMPARISONS)
 
-#  What follows a comparison whose sides have no order worth asking about: it is only turned.
+#  Right sides of comparisons without a meaningful order: these comparisons are only inverted.
 UNORDERED = re.compile(r"(nullptr|-1|EOF|'|[A-Z]\w*::|MAP_FAILED|this|SIZE_MAX)")
 
 NEIGHBOURS = {
@@ -28,7 +28,7 @@ NO_CODE = re.compile(
     r"""//[^\n]*                              # a comment
       | /\*.*?\*/
       | (?<![\w])"(?:\\.|[^"\\\n])*"          # a text
-      | (?<![\w])'(?:\\.|[^'\\\n])*'          # a character; a digit separator stands behind a digit
+      | (?<![\w])'(?:\\.|[^'\\\n])*'          # a character; a digit separator follows a digit
       | ^[ \t]*\#(?:\\\n|[^\n])*              # a preprocessor line
       | \bstatic_assert\((?:[^()]|\([^()]*\))*\)
       | \b__attribute__\(\(format\([^)]*\)\)\)
@@ -36,7 +36,8 @@ NO_CODE = re.compile(
     re.VERBOSE | re.DOTALL | re.MULTILINE,
 )
 NUMBER = re.compile(r"(?<![\w.'])(0[xX][0-9a-fA-F']+|\d[\d']*)([uUlL]*)(?![\w.'])")
-#  The formatter puts blanks around a comparison and none inside template brackets; "template <" has one in front only.
+#  The formatter writes blanks around a comparison but not inside template brackets; "template <" has one only before
+#  it.
 COMPARISON = re.compile(r"(?<=\s)(<=|>=|==|!=|<|>)(?=\s)")
 
 
@@ -44,33 +45,33 @@ COMPARISON = re.compile(r"(?<=\s)(<=|>=|==|!=|<|>)(?=\s)")
 class Mutant:
     """One change of one token."""
 
-    file: str  # from the tree's root
+    file: str  # path from the tree's root
     kind: str
     line: int  # counted from 1
     text: str  # the line without the blanks around it
-    line_repeat: int  # which of the lines of this text, counted from 1
-    token_repeat: int  # which of the equal tokens of the line, counted from 1
-    start: int  # place of the token in the file
+    line_repeat: int  # index among the lines with this text, from 1
+    token_repeat: int  # index among the equal tokens of the line, from 1
+    start: int  # offset of the token in the file
     old: str
     new: str
 
     def apply(self, source):
-        """The source with the change made."""
+        """Returns the source with the change."""
         return source[: self.start] + self.new + source[self.start + len(self.old) :]
 
     @property
     def place(self):
-        """File and source text, with a number where the text alone does not tell."""
+        """Returns file and source text, with a number if the text occurs several times."""
         return f"{self.file} :: {self.text}" + (f" #{self.line_repeat}" if self.line_repeat > 1 else "")
 
     @property
     def change(self):
-        """What becomes what, with a number where the line has the token more than once."""
+        """Returns the old and the new token, with a number if the line has the token more than once."""
         return f"{self.old} -> {self.new}" + (f" @{self.token_repeat}" if self.token_repeat > 1 else "")
 
     @property
     def key(self):
-        """The mutant's name: it stays the same when lines are added elsewhere."""
+        """Returns the mutant's name, which does not depend on lines elsewhere."""
         return f"{self.place} :: {self.change}"
 
 
@@ -86,7 +87,7 @@ def _number_neighbours(digits, suffix):
 
 
 def _code_only(source):
-    """The source with everything that is no code blanked out, every place kept."""
+    """Returns the source with everything except code replaced by blanks, so that offsets stay the same."""
     return NO_CODE.sub(lambda match: re.sub(r"[^\n]", " ", match.group()), source)
 
 
@@ -101,7 +102,7 @@ def _tokens(source, code):
 
 
 def mutants_of(file, source):
-    """All mutants of a file, in the order of their places."""
+    """Returns all mutants of a file, in the order of their offsets."""
     lines = source.split("\n")
     seen = Counter()
     repeats = []

@@ -1,6 +1,6 @@
-"""mutate.py [options] [FILTER]: changes the sources one token at a time and asks the tests whether they notice.
+"""mutate.py [options] [FILTER]: changes the sources one token at a time and checks whether the tests detect it.
 
-Prints one line per mutant and ends with the survivors. The exit status is 0 when every survivor is explained.
+Prints one line per mutant, then the survivors. The exit status is 0 if every survivor is explained.
 """
 
 import argparse
@@ -31,17 +31,17 @@ DEFAULT_WORK = Path("/tmp/addrpubd-mutation")
 
 
 class Judge:
-    """Finds out what kills a mutant. Used by all workers at once."""
+    """Determines which test detects a mutant. Used by all workers at once."""
 
     def __init__(self, base, covering, with_system):
         self.base = base
         self.covering = covering
         self.with_system = with_system
-        self._seconds = {}  # of a run on the unchanged sources, by what was run
+        self._seconds = {}  # duration of each run on the unchanged sources
         self._lock = threading.Lock()
 
     def outcome(self, worker, mutant):
-        """What became of the mutant, and by what."""
+        """Returns the outcome of the mutant and the test that determined it."""
         worker.change(mutant)
         try:
             for part in self.covering.units(mutant.file):
@@ -84,7 +84,8 @@ class Judge:
         )
 
     def _measured(self, what, first):
-        """The limits of a run. The first of its kind is preceded by one on the unchanged sources, which has to pass."""
+        """Returns the limits of a run. The first run of its kind is preceded by one on the unchanged sources, which
+        must pass."""
         with self._lock:
             if what not in self._seconds:
                 ended = first()
@@ -95,7 +96,7 @@ class Judge:
 
 
 class Report:
-    """Prints and keeps what became of the mutants."""
+    """Prints and stores the outcomes of the mutants."""
 
     def __init__(self, file, total, stale):
         self._file = open(file, "a", encoding="utf-8")
@@ -103,10 +104,10 @@ class Report:
         self._lock = threading.Lock()
         self.counts = Counter()
         self.open = []
-        self.stale = stale  # explanations of what needs none
+        self.stale = stale  # explanations that are no longer needed
 
     def add(self, mutant, outcome, by, seconds, explained):
-        """Takes one result. A survivor that is explained is no longer open."""
+        """Adds one result. An explained survivor is not listed as open."""
         with self._lock:
             if outcome == "survived" and explained:
                 outcome, by = "explained", explained
@@ -122,7 +123,7 @@ class Report:
             self._file.flush()
 
     def close(self):
-        """Prints the figures and what is open."""
+        """Prints the figures and the open survivors."""
         self._file.close()
         for kind in KINDS:
             figures = {outcome: n for (of_kind, outcome), n in sorted(self.counts.items()) if of_kind == kind}
@@ -134,7 +135,7 @@ class Report:
 
 
 def last_outcomes(file):
-    """What became of the mutants of an earlier run."""
+    """Returns the outcomes of an earlier run."""
     if not file.exists():
         return {}
     rows = [line.split("\t") for line in file.read_text(encoding="utf-8").splitlines()]
@@ -142,7 +143,7 @@ def last_outcomes(file):
 
 
 def chosen(tree, covering, options):
-    """The mutants that the options ask for."""
+    """Returns the mutants that the options select."""
     found = []
     for kind in options.kind or KINDS:
         for file in covering.files():
@@ -157,7 +158,7 @@ def chosen(tree, covering, options):
 
 
 def arguments():
-    """The command line."""
+    """Returns the parsed command line."""
     parser = argparse.ArgumentParser(prog="scripts/mutate", description=__doc__.split("\n", 1)[0].split(": ", 1)[1])
     parser.add_argument("filter", nargs="?", default="", help="part of a file's name: service/, publish, com/*.cpp")
     parser.add_argument("-n", "--number", type=int, help="so many mutants only, drawn with a fixed seed")
@@ -173,8 +174,8 @@ def arguments():
 
 
 def asked_for(tree, covering, explained, results, options):
-    """The mutants to try. Where a run is resumed those that are settled are left out: a reason settles what it was tried
-    on, and nothing that was never tried."""
+    """The mutants to try. Where a run is resumed those that are settled are left out: a reason settles what it was
+    tried on, and nothing that was never tried."""
     mutants = chosen(tree, covering, options)
     if not options.resume:
         return mutants

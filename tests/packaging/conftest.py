@@ -1,7 +1,7 @@
-"""Fixtures of the packaging tests. The build folder to test is named by ADDRPUBD_BUILD.
+"""Fixtures of the packaging tests. ADDRPUBD_BUILD is the build folder to test.
 
-A test file says in REQUIRES which programs it calls, and with NAMESPACES = True that it makes namespaces. Where one of
-them cannot be had, the whole file counts as not run.
+A test file lists the programs that it calls in REQUIRES, and sets NAMESPACES = True if it creates namespaces. If one of
+them is not available, the whole file is skipped.
 """
 
 import shutil
@@ -15,7 +15,7 @@ sys.path.insert(0, str(Path(__file__).parents[1] / "support"))
 import installation  # noqa: E402
 import sandbox  # noqa: E402
 
-SKIPPED = 77  # the exit status that ctest takes for "not run"
+SKIPPED = 77  # the exit status that ctest interprets as "not run"
 
 
 def pytest_collection_finish(session):
@@ -30,13 +30,13 @@ def pytest_collection_finish(session):
 
 @pytest.fixture(scope="session")
 def installed(tmp_path_factory):
-    """The build, installed into a scratch root."""
+    """The build, installed below a temporary root."""
     return installation.Installation(tmp_path_factory.mktemp("root"))
 
 
 @pytest.fixture
 def machine(installed):
-    """A machine of its own, on which the installation stands where it belongs."""
+    """A sandbox in which the installation is at its final paths."""
     if installed.prefix == Path("/usr"):
         pytest.exit("the build's prefix is /usr, which the sandbox shares with this machine", SKIPPED)
     place = sandbox.Sandbox()

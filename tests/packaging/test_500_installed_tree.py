@@ -1,4 +1,4 @@
-"""What is installed, where, and with which modes."""
+"""The installed files, their paths and their modes."""
 
 import os
 import re
@@ -22,7 +22,7 @@ USER = SOURCE / "docs/user"
 
 
 def below_prefix():
-    """Names below the prefix."""
+    """Returns the paths below the prefix."""
     documents = {f"share/doc/addrpubd/{page.relative_to(USER)}": FILE for page in USER.rglob("*") if page.is_file()}
     return documents | {
         "lib/addrpubd/addrpubd": PROGRAM,
@@ -63,14 +63,14 @@ def test_503_no_template_is_left_unfilled(installed):
         assert not re.search(r"@\w+@", installed.path(installed.prefix / name).read_text())
 
 
-def test_504_a_build_is_not_installed_below_another_prefix_than_its_files_name(tmp_path):
+def test_504_a_build_is_installed_only_below_its_configured_prefix(tmp_path):
     command = ["cmake", "--install", BUILD, "--prefix", "/other"]
     run = subprocess.run(command, env=os.environ | {"DESTDIR": str(tmp_path)}, capture_output=True, check=False)
     assert run.returncode != 0 and b"-DCMAKE_INSTALL_PREFIX=/other" in run.stderr
     assert list(tmp_path.iterdir()) == []
 
 
-def test_505_the_links_of_the_installed_documents_lead_to_installed_files(installed):
+def test_505_the_links_of_installed_documents_point_to_installed_files(installed):
     documents = list(installed.path(installed.prefix / "share/doc/addrpubd").rglob("*.md"))
     links = [(page.name, page.parent, link) for page in documents for link in LINK.findall(page.read_text())]
     assert len(links) > 10

@@ -1,4 +1,4 @@
-"""Hardening, read from the files that are built."""
+"""Hardening of the built files."""
 
 import re
 import subprocess
@@ -18,36 +18,36 @@ def readelf(file, *options):
 
 
 @pytest.mark.parametrize("file", EXECUTABLES)
-def test_521_an_executable_is_loaded_at_a_random_place(file):
+def test_521_executables_are_position_independent(file):
     assert re.search(r"Type:\s+DYN \(Position-Independent Executable file\)", readelf(file, "--file-header"))
     assert re.search(r"\(FLAGS_1\).*\bPIE\b", readelf(file, "--dynamic"))
 
 
 @pytest.mark.parametrize("file", PRODUCTS)
-def test_522_all_symbols_are_bound_at_the_start_and_the_table_is_read_only_from_then_on(file):
+def test_522_symbols_are_bound_at_the_start_and_the_table_is_read_only(file):
     assert re.search(r"\(FLAGS_1\).*\bNOW\b", readelf(file, "--dynamic"))
     assert "GNU_RELRO" in readelf(file, "--segments")
 
 
 @pytest.mark.parametrize("file", PRODUCTS)
-def test_523_the_stack_cannot_be_executed(file):
+def test_523_the_stack_is_not_executable(file):
     stack = re.search(r"GNU_STACK .*", readelf(file, "--segments"))
     assert stack and re.search(r" RW +0x", stack.group())
 
 
 @pytest.mark.parametrize("file", PRODUCTS)
-def test_524_no_segment_can_be_both_written_and_executed(file):
+def test_524_no_segment_is_writable_and_executable(file):
     assert not re.search(r"LOAD .* RWE ", readelf(file, "--segments"))
     assert "TEXTREL" not in readelf(file, "--dynamic")
 
 
 @pytest.mark.parametrize("file", PRODUCTS)
-def test_525_functions_with_buffers_guard_their_return_address(file):
+def test_525_functions_with_buffers_have_a_stack_protector(file):
     assert re.search(r" UND +__stack_chk_fail@", readelf(file, "--dyn-syms"))
 
 
 @pytest.mark.parametrize("file", PRODUCTS)
-def test_526_the_c_librarys_checked_functions_are_called_where_that_is_chosen(file):
+def test_526_checked_functions_are_called_if_configured(file):
     called = re.search(r" UND +__v?f?s?n?printf_chk@", readelf(file, "--dyn-syms")) is not None
     assert called == (cached("ADDRPUBD_FORTIFY") == "ON")
 
@@ -60,5 +60,5 @@ def test_526_the_c_librarys_checked_functions_are_called_where_that_is_chosen(fi
         "rdbapi/open/CMakeFiles/rdbapi_open.dir/engine/worker.cpp.o",
     ],
 )
-def test_527_indirect_jumps_land_on_marked_places(object_file):
+def test_527_targets_of_indirect_jumps_are_marked(object_file):
     assert "x86 feature: IBT, SHSTK" in readelf(object_file, "--notes")

@@ -1,4 +1,4 @@
-"""The manual pages as they are installed: without findings, complete, and true about where things are."""
+"""The installed manual pages: without findings, complete, and with the right paths."""
 
 import os
 import re
@@ -10,7 +10,7 @@ from installation import PACKAGING
 REQUIRES = ("cmake", "mandoc")
 
 PAGES = sorted(page.stem for page in (PACKAGING / "man").glob("*.in"))
-#  mandoc looks for pages on this machine, where these need not be installed.
+#  mandoc searches this machine for pages, where they need not be installed.
 NOT_INSTALLED = re.compile(r"STYLE: referenced manual not found: Xr |outdated mandoc\.db lacks ")
 KEYS = "hostname logurl rdburl rdbuser rdbpswd dnsurl dnsuser dnspswd dnshttpsports".split()
 
@@ -22,7 +22,7 @@ def file_of(installed, page):
 def rendered(installed, page):
     command = ["mandoc", "-T", "ascii", file_of(installed, page)]
     text = subprocess.run(command, capture_output=True, check=True, text=True).stdout
-    return re.sub(".\x08", "", text)  # a bold letter is a letter, a backspace and the letter again
+    return re.sub(".\x08", "", text)  # a bold letter is written as letter, backspace, letter
 
 
 @pytest.mark.parametrize("page", PAGES)
@@ -34,7 +34,7 @@ def test_541_mandoc_finds_nothing(installed, page):
 
 
 @pytest.mark.parametrize("page", PAGES)
-def test_542_pages_of_this_package_that_are_referred_to_exist(installed, page):
+def test_542_referenced_pages_of_this_package_exist(installed, page):
     text = file_of(installed, page).read_text()
     referred = {f"{name}.{section}" for name, section in re.findall(r"\.Xr (addrpubd\S*) (\d)", text)}
     assert referred <= set(PAGES)
@@ -47,7 +47,7 @@ def test_543_every_command_word_is_explained(installed, word):
 
 @pytest.mark.parametrize("key", KEYS)
 def test_544_every_key_is_explained(installed, key):
-    #  As a heading; a line of an example has its equals sign.
+    #  As a heading; a line of an example contains an equals sign.
     assert re.search(rf"^ +(\w+, )*{key}\b(?! =)", rendered(installed, "addrpubd.ini.5"), re.MULTILINE)
 
 
@@ -57,8 +57,8 @@ def test_545_every_kind_of_server_is_explained(installed, scheme):
 
 
 @pytest.mark.parametrize("page", PAGES)
-def test_546_the_files_that_a_page_names_are_those_of_the_installation(installed, page):
-    #  What is below /var belongs to the service at work. Inside a url a path does not begin a word.
+def test_546_the_files_named_in_a_page_are_installed(installed, page):
+    #  Files below /var are created by the running service. A path inside a url does not start a word.
     named = re.findall(r"(?<=\s)/(?!dev/|var/)[\w./-]*\w", file_of(installed, page).read_text())
     assert [name for name in named if not os.path.lexists(installed.path(name))] == []
     assert str(installed.ini) in named

@@ -1,4 +1,4 @@
-"""The unit: what systemd says of it, that its pieces agree, and what its command does."""
+"""The unit: systemd's analysis, consistency with other files, and the effect of its command."""
 
 import re
 import shlex
@@ -25,12 +25,12 @@ def analyze(*words):
     return run.returncode, run.stdout + run.stderr
 
 
-def test_561_systemd_finds_no_fault(installed):
+def test_561_systemd_finds_no_error(installed):
     assert analyze("verify", "--man=no", installed.path(installed.prefix / UNIT)) == (0, "")
 
 
 @pytest.mark.parametrize("example", ["credentials.conf", "check-settings.conf"])
-def test_562_systemd_finds_no_fault_in_the_example(installed, tmp_path, example):
+def test_562_systemd_finds_no_error_in_the_example(installed, tmp_path, example):
     (tmp_path / "addrpubd.service").write_text(installed.path(installed.prefix / UNIT).read_text())
     drop_in = tmp_path / "addrpubd.service.d" / example
     drop_in.parent.mkdir()
@@ -38,19 +38,19 @@ def test_562_systemd_finds_no_fault_in_the_example(installed, tmp_path, example)
     assert analyze("verify", "--man=no", tmp_path / "addrpubd.service") == (0, "")
 
 
-def test_563_systemd_finds_the_exposure_low(installed):
+def test_563_the_exposure_level_is_low(installed):
     _, text = analyze("security", "--offline=true", "--no-pager", installed.path(installed.prefix / UNIT))
     exposure = re.search(r"Overall exposure level for \S+: ([\d.]+)", text)
     assert exposure and float(exposure.group(1)) <= WORST_EXPOSURE, text
 
 
-def test_564_a_start_that_failed_is_not_repeated_and_a_fault_a_few_times(unit):
-    #  The program or the checker of a drop-in ends with an exit status in the first case, by a signal in the second.
+def test_564_only_an_abnormal_end_causes_a_restart(unit):
+    #  A failed start ends with an exit status, an abnormal end with a signal.
     assert unit["Restart"] == ["on-abnormal"]
     assert int(unit["StartLimitBurst"][0]) * int(unit["RestartSec"][0]) < int(unit["StartLimitIntervalSec"][0])
 
 
-def test_565_user_and_pid_file_are_the_same_everywhere_and_no_other_user_can_lock_the_file(installed, unit):
+def test_565_user_and_pid_file_are_consistent_and_no_other_user_can_lock_the_file(installed, unit):
     (user,) = unit["User"]
     (pid_file,) = unit["ReadWritePaths"]
     users = installed.path(installed.prefix / "lib/sysusers.d/addrpubd.conf").read_text()
@@ -66,13 +66,13 @@ def test_566_the_packaged_settings_keep_their_files_in_the_state_folders(unit):
 
 
 def start(machine, installed, unit):
-    """Runs the unit's command where it would run, its output on a pipe."""
+    """Runs the unit's command in its working directory, with its output on a pipe."""
     (command,), (folder,) = unit["ExecStart"], unit["WorkingDirectory"]
     assert folder == str(installed.folder)
     return machine.spawn(*shlex.split(command), cwd=folder)
 
 
-def test_567_a_log_line_passes_a_pipe_while_the_service_runs(machine, installed, unit):
+def test_567_a_log_line_reaches_a_pipe_while_the_service_runs(machine, installed, unit):
     machine.path(str(installed.ini)).write_bytes(SETTINGS)
     process = start(machine, installed, unit)
     process.wait_for_output(b"[inf] rdb_objputsnapshot host1 success,ipv6= null\n")
@@ -82,7 +82,7 @@ def test_567_a_log_line_passes_a_pipe_while_the_service_runs(machine, installed,
     assert process.wait() == 0
 
 
-def test_568_with_the_packaged_settings_the_service_ends_in_order_and_says_why(machine, installed, unit):
+def test_568_with_the_packaged_settings_the_service_ends_and_logs_the_reason(machine, installed, unit):
     machine.path(str(installed.ini)).write_bytes((PACKAGING / "system/addrpubd.ini").read_bytes())
     process = start(machine, installed, unit)
     reason = f"[err] not config hostname in {installed.folder}/addrpubd.ini\nStart failed!\n"

@@ -1,4 +1,4 @@
-"""Every system call that the service makes is one that the unit allows."""
+"""The unit allows every system call that the service makes."""
 
 from installation import settings
 from system_calls import STRACE, allowed, calls_in, program_trace
@@ -19,7 +19,7 @@ dnspswd = local
 
 
 def calls_of_one_life(machine, installed):
-    """What the service calls from its first instruction to its end, with an address published into both files."""
+    """Returns the service's calls from its first instruction to its end; it publishes an address to both files."""
     machine.add_address("2001:db8::10/64")
     machine.path(str(installed.ini)).write_bytes(SETTINGS)
     process = machine.spawn(*STRACE, "stdbuf", "-oL", "./addrpubd", "-run", cwd=installed.folder)
@@ -37,7 +37,7 @@ def test_571_the_unit_allows_all_calls_of_the_service_with_files(machine, instal
     assert calls - allowed(unit["SystemCallFilter"]) == set()
 
 
-def test_572_the_unit_denies_calls_of_others(installed):
+def test_572_the_unit_denies_other_calls(installed):
     unit = settings(installed.path(installed.prefix / UNIT).read_text())
     assert allowed(unit["SystemCallFilter"]).isdisjoint(
         {"chown", "mount", "setuid", "ptrace", "init_module", "reboot", "listen", "accept4"}

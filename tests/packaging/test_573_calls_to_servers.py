@@ -1,5 +1,5 @@
-"""Every system call that the service makes with a Redis server and a DNS server is one that the unit allows, also while
-they are away; and so is each kind of address that it uses."""
+"""The unit allows every system call and address family that the service uses with a Redis server and a DNS server, also
+while these are down."""
 
 import re
 
@@ -16,7 +16,7 @@ REQUIRES = ("systemd-analyze", "strace", "redis-server", "redis-cli", "named")
 NAMESPACES = True
 
 UNIT = "lib/systemd/system/addrpubd.service"
-SHIM = BUILD / "tests/libhurryshim.so"  # the waits for servers that are away; its own calls are usual ones
+SHIM = BUILD / "tests/libhurryshim.so"  # shortens the waits for servers that are down
 ADDRESS = "2001:db8::10"
 SETTINGS = f"""hostname = {NAME}
 logurl = stdout
@@ -31,7 +31,7 @@ dnshttpsports = 443
 
 
 class Servers:
-    """Redis and BIND. They start empty each time."""
+    """Redis and BIND, which start without data each time."""
 
     def __init__(self, machine):
         self._machine = machine
@@ -50,7 +50,7 @@ class Servers:
         self._names.kill()
 
     def wait_published(self):
-        """Waits until both hold the address."""
+        """Waits until both have the address."""
         wait_until(lambda: ADDRESS in self._names.dig("+short", "AAAA", NAME).split(), "the address at BIND")
         value = ("redis-cli", "HGET", f"rdb:value:{NAME}", "value")
         wait_until(lambda: self._machine.run(*value).decode().strip() == ADDRESS, "the address at Redis")
@@ -63,7 +63,8 @@ def unit(installed):
 
 @pytest.fixture
 def trace(machine, installed):
-    """What the service does from its first instruction to its end, with servers that go and come back empty."""
+    """Returns the trace of the service from its first instruction to its end, with servers that restart without
+    data."""
     library = installed.path(installed.folder / "librdbapix64.so").read_bytes()
     if b"libhiredis" not in library or b"libldns" not in library:
         pytest.skip("the open client library was built without its back ends redis and dns")

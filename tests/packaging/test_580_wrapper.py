@@ -23,7 +23,7 @@ def test_582_the_program_finds_its_settings_through_the_link(machine, installed,
     assert f"hostname contains illegal characters in {installed.folder}/addrpubd.ini\n".encode() in output
 
 
-def test_583_words_arrive_as_they_were_given(machine, wrapper):
+def test_583_arguments_are_passed_unchanged(machine, wrapper):
     assert machine.run(wrapper, "").count(b"\n") == 1, "one empty word is an unknown word, not the usage"
     assert machine.run(wrapper).count(b"\n") > 1, "no word is the usage"
     assert machine.run(wrapper, "-ver -ver").count(b"\n") == 1, "a blank does not split a word"
@@ -38,7 +38,7 @@ def test_584_the_process_becomes_the_program(machine, installed, wrapper):
     assert machine.path("/run/addrpubd.pid").read_text() == f"{process.pid}\n"
 
 
-def test_585_without_its_folder_it_says_so_and_fails(machine, installed, wrapper):
+def test_585_without_its_folder_it_reports_an_error_and_fails(machine, installed, wrapper):
     machine.run("mount", "-t", "tmpfs", "tmpfs", installed.prefix / "lib")
     process = machine.spawn(wrapper, "-ver")
     assert str(installed.folder).encode() in process.all_output()

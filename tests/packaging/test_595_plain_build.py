@@ -1,4 +1,4 @@
-"""What the two build lines of the README make: the program, no test, and a word on what was left out."""
+"""The two build commands of the README: they build the program and no tests, and print what was left out."""
 
 import subprocess
 
@@ -7,7 +7,7 @@ from installation import SOURCE
 
 REQUIRES = ("cmake", "make", "c++", "ctest")
 
-# As on a machine without any of the libraries that back ends need.
+# As on a machine without the libraries that back ends need.
 NOTHING_INSTALLED = [
     "-DCMAKE_DISABLE_FIND_PACKAGE_SQLite3=ON",
     "-DCMAKE_DISABLE_FIND_PACKAGE_nlohmann_json=ON",
@@ -29,7 +29,7 @@ def targets(build):
 
 @pytest.fixture(scope="module")
 def plain(tmp_path_factory):
-    """A build folder and what the build said at its end."""
+    """A build folder and the last output of the build."""
     build = tmp_path_factory.mktemp("plain")
     output("cmake", "-S", SOURCE, "-B", build, "-DCMAKE_BUILD_TYPE=Release", *NOTHING_INSTALLED)
     return build, output("cmake", "--build", build, "--parallel", "2")
@@ -44,7 +44,7 @@ def test_595_a_plain_build_makes_the_program_and_no_test(plain):
     assert "addrpubd for linux ver" in output("./addrpubd", "-ver", cwd=build)
 
 
-def test_596_the_build_ends_by_naming_what_was_left_out_and_the_packages(plain):
+def test_596_the_build_prints_what_was_left_out_and_the_packages(plain):
     _, text = plain
     lines = [line for line in text.splitlines() if "Built target left_out" not in line]
     assert lines[-2:] == [
@@ -63,7 +63,7 @@ def test_596_the_build_ends_by_naming_what_was_left_out_and_the_packages(plain):
         ("dns://s/z", "libldns-dev libssl-dev nlohmann-json3-dev"),
     ],
 )
-def test_597_the_checker_names_the_packages_of_a_missing_back_end(plain, tmp_path, url, packages):
+def test_597_the_checker_prints_the_packages_of_a_missing_back_end(plain, tmp_path, url, packages):
     ini = tmp_path / "addrpubd.ini"
     ini.write_text(f"hostname = h\nrdburl = {url}\nrdbuser = u\nrdbpswd = p\n")
     ini.chmod(0o600)
@@ -80,6 +80,6 @@ def test_598_the_preset_release_builds_no_test_even_where_tests_were_built(tmp_p
     assert "addrpubd" in targets(tmp_path)
 
 
-def test_599_a_build_with_every_back_end_has_nothing_to_name(tmp_path):
+def test_599_a_build_with_every_back_end_prints_no_packages(tmp_path):
     said = output("cmake", "--preset", "release", "-B", tmp_path, cwd=SOURCE)
     assert ("left_out" in targets(tmp_path)) == ("left out:" in said)

@@ -1,18 +1,18 @@
-"""What happens to the addresses of a host: kinds of activity, each a burst of its own shape, from a fixed seed."""
+"""Changes of a host's addresses: several kinds of activity, each with its own pattern, from a fixed seed."""
 
 import random
 import time
 
 from addresses import MANAGE_TEMPORARY
 
-MOST = 450  # addresses at one time: a request of more would be longer than a datagram of the log may be
-LOOK = 0.1  # seconds between two looks for addresses that fade
-TEMPORARIES = 8  # addresses at one time that the kernel makes temporary ones beside; it keeps 16 addresses of a link
+MOST = 450  # maximum number of addresses: the log datagram of a larger request would be too long
+LOOK = 0.1  # seconds between two checks for addresses that expire
+TEMPORARIES = 8  # maximum number of addresses with temporary addresses; the kernel keeps 16 addresses per link
 UNPUBLISHED = ["fe80::1:1", "fec0::1", "fe90:1::1", "::192.0.2.1", "::ffff:192.0.2.2"]
 
 
 class Deck:
-    """Deals each of its cards once before any comes again, so that each kind comes in a short run, too."""
+    """Returns its items in random order, each once before any repeats, so that a short run has every kind."""
 
     def __init__(self, cards, source):
         self._cards, self._source, self._left = cards, source, []
@@ -35,7 +35,7 @@ class Activities:
         self._deck = Deck(kinds + [self._lifetimes, self._twice, self._storm, self._flood_or_ebb], self._random)
 
     def begin(self):
-        """The most addresses there ever are, so that the service has soon met the longest list."""
+        """Adds the maximum number of addresses, so that the service gets the longest list early."""
         for address in UNPUBLISHED:
             self._addresses.put(address, self._link())
         self._pour(MOST)
@@ -84,7 +84,7 @@ class Activities:
             self._toggle()
             self.pause(self._random.uniform(0, 1.5))
 
-    #  Comes and goes within one cycle, or about its end.
+    #  Adds and removes an address within one cycle, or around its end.
     def _flicker(self):
         for _ in range(30):
             place = self._put()
@@ -103,7 +103,7 @@ class Activities:
     def _pour(self, count):
         self._flood = [self._put() for _ in range(count)]
 
-    #  A new prefix in place of all that there was.
+    #  Replaces all addresses by ones with a new prefix.
     def _renumber(self):
         self._take_all()
         for _ in range(self._random.randint(3, 12)):
@@ -138,7 +138,7 @@ class Activities:
         for link in self._addresses.links:
             self._put(address, link)
 
-    #  Some ten changes a second over more than one cycle.
+    #  About ten changes per second for more than one cycle.
     def _storm(self):
         until = time.monotonic() + self._random.uniform(8, 14)
         while time.monotonic() < until:

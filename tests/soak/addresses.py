@@ -1,5 +1,5 @@
-"""The addresses of one sandbox, changed over netlink (rtnetlink(7)) and written down in a ledger, and what the service
-has to make of them.
+"""The addresses of one sandbox, changed through netlink (rtnetlink(7)) and recorded in a ledger, and the list that the
+service has to publish.
 """
 
 import ipaddress
@@ -10,8 +10,8 @@ import time
 from ledger import Ledger
 from network import LO, Network
 
-FOREVER = 0xFFFFFFFF  # a lifetime without end
-MANAGE_TEMPORARY = 0x100  # IFA_F_MANAGETEMPADDR: the kernel makes temporary addresses (RFC 8981) beside this one
+FOREVER = 0xFFFFFFFF  # an infinite lifetime
+MANAGE_TEMPORARY = 0x100  # IFA_F_MANAGETEMPADDR: the kernel also creates temporary addresses (RFC 8981)
 _NODAD, _NO_PREFIX_ROUTE = 0x02, 0x200
 _IFA_ADDRESS, _IFA_LOCAL, _IFA_CACHEINFO, _IFA_FLAGS = 1, 2, 6, 8
 _RTM_NEWADDR, _RTM_DELADDR, _RTM_GETADDR = 20, 21, 22
@@ -26,7 +26,8 @@ _COMPATIBLE = ipaddress.ip_network("::/96")
 
 
 def publishable(text):
-    """Whether the service publishes it (docs/user/operations.md). The unspecified address is no IPv4-compatible one."""
+    """Returns whether the service publishes the address (docs/user/operations.md). The unspecified address is not
+    IPv4-compatible."""
     address = ipaddress.ip_address(text)
     if any(address in network for network in _LEFT_OUT):
         return False
@@ -34,25 +35,25 @@ def publishable(text):
 
 
 def as_value(listed):
-    """The value of the database that belongs to a list."""
+    """Returns the database value for a list."""
     return (",".join(listed) or "null")[:VALUE_LIMIT]
 
 
 class Addresses(Network):
-    """Changes and knows them. Fading ones go without being removed: by their lifetime, or with the address that they
-    were derived from. For one thread only.
+    """Changes and records the addresses. Expiring ones disappear by their lifetime or with the address from which they
+    were derived. For one thread only.
     """
 
     def __init__(self, sandbox, veth):
         super().__init__(sandbox)
         self.links = (LO, veth)
         self.ledger = Ledger()
-        self.mine = {}  # (link, address) -> prefix length, of those that have to be removed
-        self._fading = {}  # (link, address) -> when it was seen last
+        self.mine = {}  # (link, address) -> prefix length, of the addresses to remove
+        self._fading = {}  # (link, address) -> when it was last seen
         self._known = set(self._places())
 
     def put(self, address, link, preferred=FOREVER, valid=FOREVER, flags=0, prefix=128):
-        """Adds an address. One with an end, or with temporary ones beside it, has look() called after it."""
+        """Adds an address. If it expires or has temporary addresses, look() must be called afterwards."""
         before = time.time()
         self._message(_RTM_NEWADDR, _CREATE_NEW, (link, address, prefix), (preferred, valid), flags)
         after = time.time()
@@ -83,7 +84,7 @@ class Addresses(Network):
             self._known.add(place)
 
     def look(self):
-        """Writes down which of the fading addresses have gone."""
+        """Records which of the expiring addresses have disappeared."""
         if not self._fading:
             return
         now = time.time()
@@ -98,12 +99,12 @@ class Addresses(Network):
             self.ledger.went(*place, seen, after)
 
     def listed(self):
-        """What the service has to publish now, in its order."""
+        """Returns the list that the service has to publish now, in order."""
         texts = [socket.inet_ntop(socket.AF_INET6, address) for address in self.addresses()]
         return [text for text in texts if publishable(text)]
 
     def _places(self):
-        """All (link, address) there are."""
+        """Returns all pairs (link, address)."""
         found = []
         self._send(_RTM_GETADDR, _DUMP, _IFADDRMSG.pack(socket.AF_INET6, 0, 0, 0, 0))
         while True:

@@ -1,16 +1,16 @@
-"""The database file as its readers see it, and who locks it."""
+"""Readers of the database file, and a process that locks it."""
 
 import sqlite3
 import threading
 import time
 
-PAUSE = 0.05  # seconds between two looks
-READER_PATIENCE = 5.0  # seconds that a reader waits for a lock
+PAUSE = 0.05  # seconds between two checks
+READER_PATIENCE = 5.0  # seconds for which a reader waits for a lock
 HISTORY = "SELECT id, time_ms, value FROM history WHERE id > ? ORDER BY id"
 
 
 class Database:
-    """complain(text) takes what a reader should not have seen; excused() tells whether failing is no wonder now."""
+    """complain(text) receives errors of readers; excused() returns whether a failure is expected now."""
 
     def __init__(self, path, name, complain, excused):
         self.path = path
@@ -18,12 +18,12 @@ class Database:
         self._complain, self._excused = complain, excused
         self.reads = self.excused_reads = self.rows = 0
         self._last_id = 0
-        self._seen = set()  # values that the readers got since the last look at the history
+        self._seen = set()  # values read since the last check of the history
         self._ending = threading.Event()
         self._thread = threading.Thread(target=self._watch, daemon=True)
 
     def watch(self):
-        """Begins to read all the time. Requires: the service has made the file."""
+        """Starts to read continuously. Requires: the service has created the file."""
         self._thread.start()
 
     def end(self):
@@ -35,7 +35,7 @@ class Database:
         return sqlite3.connect(f"file:{self.path}?mode=ro", uri=True, timeout=READER_PATIENCE)
 
     def value(self):
-        """The value now, None when there is none yet."""
+        """Returns the current value, None if there is none yet."""
         try:
             connection = self._open()
             try:
@@ -63,7 +63,7 @@ class Database:
                     self._complain(f"the database cannot be read: {error}")
 
     def new_rows(self):
-        """Time and value of each row of the history that is new, and complaints about values that are in no row."""
+        """Returns time and value of each new row of the history, and complains about values that are in no row."""
         seen, self._seen = self._seen, set()
         connection = self._open()
         try:
@@ -92,7 +92,7 @@ class Database:
         return size
 
     def lock(self, seconds):
-        """Holds the write lock for so long."""
+        """Holds the write lock for this long."""
         connection = sqlite3.connect(self.path, isolation_level=None, timeout=READER_PATIENCE)
         try:
             connection.execute("BEGIN IMMEDIATE")

@@ -1,12 +1,12 @@
-"""What a service costs, and whether it grows. Sampled while the service is at rest and connected to both files, so that
-no call has a file open and every run of the service has the same descriptors.
+"""The resources of a service, and whether they grow. Sampled while the service is idle and connected to both files, so
+that no call has a file open and every run of the service has the same descriptors.
 """
 
 import statistics
 import time
 
-WARM_UP = 180.0  # seconds until nothing may grow any more; a third of a shorter soak
-SEVERAL = 3  # samples that a figure is the median of
+WARM_UP = 180.0  # seconds after which no figure may grow; a third of a shorter soak
+SEVERAL = 3  # a figure is the median of this many samples
 
 #  What may be more at the end. RssAnon, kB: the heap's pages that are touched when the main thread and the two of the
 #  client library are at their largest in the same moment. VmData, kB: the service has the C library give memory back
@@ -16,7 +16,7 @@ MEMORY = ("RssAnon", "VmData")
 
 
 class Figures:
-    """seconds: how long the soak is to take."""
+    """seconds: duration of the soak."""
 
     def __init__(self, service, seconds):
         self._service = service
@@ -38,7 +38,8 @@ class Figures:
         return sum(samples[-1][1]["cpu"] for samples in self._runs.values())
 
     def _course(self, name, samples):
-        """The figure after the warming up, in the middle and at the end, or nothing for a run that was too short."""
+        """Returns the figure after the warm-up, in the middle and at the end, or nothing for a run that was too
+        short."""
         after = [found[name] for moment, found in samples if moment >= samples[0][0] + self._warm_up]
         if len(after) < 2 * SEVERAL:
             return None
@@ -47,7 +48,7 @@ class Figures:
         return [round(statistics.median(piece)) for piece in pieces]
 
     def growths(self, database):
-        """Complaints about what grew in any of the runs. database: its size in kB."""
+        """Returns complaints about figures that grew in a run. database: size of the database in kB."""
         found = []
         for samples in self._runs.values():
             for name, stray in STRAY.items():
@@ -57,7 +58,7 @@ class Figures:
         return found
 
     def rows(self):
-        """The table's rows for the longest run."""
+        """Returns the table rows for the longest run."""
         longest = max(self._runs.values(), key=len)
         courses = [(name, self._course(name, longest)) for name in STRAY]
         return [(f"{name} early, in the middle, late", ", ".join(map(str, c))) for name, c in courses if c]

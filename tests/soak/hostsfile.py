@@ -1,4 +1,4 @@
-"""The hosts file as its readers see it, and the hand that edits the lines beside the service's block."""
+"""Readers of the hosts file, and a program that edits the lines outside the service's block."""
 
 import fcntl
 import ipaddress
@@ -8,7 +8,7 @@ import re
 import threading
 from pathlib import Path
 
-PAUSE = 0.02  # seconds between two looks
+PAUSE = 0.02  # seconds between two checks
 
 
 def own_pattern(name):
@@ -20,7 +20,7 @@ def lines_of(text):
 
 
 def split(text, pattern):
-    """The addresses of the own lines, and all other bytes."""
+    """Returns the addresses of the service's lines, and all other bytes."""
     own, foreign = [], []
     for line in lines_of(text):
         match = pattern.fullmatch(line)
@@ -39,7 +39,7 @@ def _is_address(text):
 
 
 class HostsFile:
-    """path and name as the service has them. complain(text) takes what a reader should not have seen."""
+    """path and name are those of the service. complain(text) receives errors of readers."""
 
     def __init__(self, path, name, seed, complain):
         self.path = Path(path)
@@ -47,10 +47,10 @@ class HostsFile:
         self._name, self._pattern = name, own_pattern(name)
         self._random = random.Random(seed)
         self._complain = complain
-        self._versions = [self._first_lines()]  # of the foreign bytes, in the order in which they were written
+        self._versions = [self._first_lines()]  # the bytes of other lines, in the order in which they were written
         self.path.write_bytes(self._versions[0])
         self.reads = self.edits = 0
-        self._blocks = set()  # seen since the last call of blocks()
+        self._blocks = set()  # blocks read since the last call of blocks()
         self._ending = threading.Event()
         self._thread = threading.Thread(target=self._watch, daemon=True)
         self._thread.start()
@@ -66,11 +66,11 @@ class HostsFile:
         self._thread.join()
 
     def block(self):
-        """The addresses of the own lines now."""
+        """Returns the addresses of the service's lines."""
         return split(self.path.read_bytes(), self._pattern)[0]
 
     def blocks(self):
-        """All blocks that were seen since the last call, each as a tuple."""
+        """Returns all blocks read since the last call, each as a tuple."""
         seen, self._blocks = self._blocks, set()
         return seen
 
@@ -98,21 +98,21 @@ class HostsFile:
             self._complain(f"the hosts file's other lines are not the newest: {foreign[-300:]!r}")
 
     def edit(self):
-        """Changes the other lines: a line more at the end, or another file in place of this one."""
+        """Changes the other lines: appends a line, or replaces the file."""
         if self._random.random() < 0.5:
             self._append()
         else:
             self._replace()
         self.edits += 1
 
-    #  One write: a reader sees all of it or nothing.
+    #  A single write, so that a reader sees all of it or nothing.
     def _append(self):
         line = f"2001:db8:ffff::{self.edits:x} edited{self.edits}\n".encode()
         self._versions.append(self._versions[-1] + line)
         with self.path.open("ab", buffering=0) as file:
             file.write(line)
 
-    #  Takes the lock that serialises the writers, so that no block of the service is replaced by an older one.
+    #  Takes the writers' lock, so that no block of the service is replaced by an older one.
     def _replace(self):
         descriptor = os.open(self._lock_path, os.O_RDWR | os.O_CREAT, 0o600)
         try:
@@ -131,7 +131,7 @@ class HostsFile:
             return False
         return b" edited" not in line or self._random.random() < 0.7
 
-    #  Drops some of the lines that were added, and writes another one in front.
+    #  Removes some of the added lines, and inserts another one at the start.
     def _shorten(self, text):
         kept = [line for line in lines_of(text) if self._stays(line)]
         return b"# front %d\n" % self.edits + b"".join(kept)

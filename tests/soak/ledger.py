@@ -1,5 +1,5 @@
-"""When each address was on the host, as far as it can be known from outside the kernel: between two moments it came,
-between two moments it went. All times are seconds of the wall clock (time.time()).
+"""When each address was on the host, as far as this is known outside the kernel: an address is added between two
+moments and removed between two moments. All times are seconds of the wall clock (time.time()).
 """
 
 import bisect
@@ -11,7 +11,7 @@ FOREVER = math.inf
 
 @dataclass
 class Stay:
-    """There for certain from settled to doubted, perhaps already from came, and perhaps still until gone."""
+    """Certainly present from settled to doubted; possibly present from came, and until gone."""
 
     came: float
     settled: float
@@ -21,20 +21,20 @@ class Stay:
 
 class Ledger:
     def __init__(self):
-        self._stays = {}  # (link, address) -> its stays, the newest last
+        self._stays = {}  # (link, address) -> list of Stay, the newest last
         self._links = {}  # address -> the links that ever had it
-        self._ends = []  # of each change, ascending
-        self._begins = []  # beside it
+        self._ends = []  # end of each change, ascending
+        self._begins = []  # start of each change, same order
         self.changes = 0
 
     def came(self, link, address, before, after):
-        """The address was not there before, and is after."""
+        """The address was absent at before and is present at after."""
         self._stays.setdefault((link, address), []).append(Stay(before, after))
         self._links.setdefault(address, set()).add(link)
         self._note(before, after)
 
     def went(self, link, address, before, after):
-        """The address was there before, and is not any more after."""
+        """The address was present at before and is absent at after."""
         stay = self._stays[link, address][-1]
         stay.doubted, stay.gone = before, after
         self._note(before, after)
@@ -49,7 +49,7 @@ class Ledger:
         return self._ends[-1] if self._ends else 0.0
 
     def still(self, low, high):
-        """Tells whether nothing changed between the two moments."""
+        """Returns whether nothing changed between the two moments."""
         at = bisect.bisect_left(self._ends, low)
         return all(begin > high for begin in self._begins[at:])
 
@@ -60,7 +60,7 @@ class Ledger:
         return any(stay.came <= high and stay.gone >= low for stay in self._stays_of(address))
 
     def present(self, low, high):
-        """The addresses that were there all the time between the two moments."""
+        """Returns the addresses that were present all the time between the two moments."""
         return {
             address
             for (_, address), stays in self._stays.items()
@@ -68,9 +68,9 @@ class Ledger:
         }
 
     def judge(self, listed, low, high, publishable, complete=True):
-        """What is wrong with a list of addresses that was taken between the two moments; an empty text when nothing is.
+        """Returns the error in a list of addresses read between the two moments, or an empty text.
 
-        complete: nothing was cut off its end.
+        complete: the list was not shortened.
         """
         never = [address for address in listed if not self.might_have_been(address, low, high)]
         if never:

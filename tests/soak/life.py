@@ -1,7 +1,7 @@
-"""One host of the soak: a service in a sandbox, what happens to it, and whether it follows.
+"""One host of the soak: a service in a sandbox, the events, and the checks of its reaction.
 
-A round is a burst of changes with a trouble or a command beside it; then the addresses are left alone until the
-database and the hosts file say what the host publishes, which has to be soon.
+A round is a series of changes together with a disturbance or a command. Then the addresses stay unchanged until the
+database and the hosts file have the list, which must happen within a limit.
 """
 
 import random
@@ -19,10 +19,10 @@ from service import Service
 from troubles import FOUND_AGAIN, Troubles, fill
 from witness import Witness
 
-#  A cycle begins at most 10.1 s after the one before it (docs/user/operations.md); the rest is what the machine may take.
+#  A cycle begins at most 10.1 s after the one before it (docs/user/operations.md); the rest is for the machine.
 LATE = 10.9
-LOOK = 0.05  # seconds between two looks of the one who waits
-CALLS_END = 5.2  # seconds after which no call that a trouble delayed still runs
+LOOK = 0.05  # seconds between two checks while waiting
+CALLS_END = 5.2  # seconds after which every call delayed by a disturbance has ended
 LINK = """
 ip link add soak0 type veth peer name soak1
 cd /proc/sys/net/ipv6/conf/soak0
@@ -36,7 +36,7 @@ ip link set soak1 up
 
 
 class Life:
-    """restart: seconds between two restarts, None for none. tiny: data is on a file system that can be filled."""
+    """restart: seconds between two restarts, None for no restarts. tiny: the data is on a small file system."""
 
     def __init__(self, title, build, folder, data, seed, seconds, restart=None, tiny=False):
         self.title, self.complaints, self._data = title, [], data
@@ -55,11 +55,11 @@ class Life:
         extras = [self._nothing, self._lock, self.hosts.edit, self._status, self._second_start, self.hosts.edit]
         self._extras = Deck([*extras, self._full] if tiny else extras, self._random)
         self.figures = Figures(self.service, seconds)
-        self.started = 0.0  # when the service was started last
+        self.started = 0.0  # time of the last start of the service
         self.checks = self.restarts = self.commands = 0
-        self.worst = {"untroubled": 0.0, "troubled": 0.0}  # seconds from the last change, or a trouble's end
-        self.most = 0  # addresses that were to be published at one time
-        self.size = 0  # of the database in kB when the soak ends
+        self.worst = {"untroubled": 0.0, "troubled": 0.0}  # seconds from the last change, or from the end of a disturbance
+        self.most = 0  # maximum number of addresses to publish
+        self.size = 0  # size of the database in kB at the end of the soak
         self.thread = threading.Thread(target=self._run, name=title)
 
     def _make_link(self):
@@ -67,7 +67,7 @@ class Life:
         return int(self.sandbox.run("ip", "-o", "link", "show", "dev", "soak0").split(b":")[0])
 
     def close(self):
-        """Ends the sandbox and whatever still runs in it."""
+        """Ends the sandbox and all its programs."""
         self.addresses.close()
         self.sandbox.close()
 
@@ -78,7 +78,7 @@ class Life:
         now = time.time()
         return self.troubles.near(now - 1, now, 1, ("full",)) is not None
 
-    #  The whole life
+    #  The run
 
     def _run(self):
         try:
@@ -126,7 +126,7 @@ class Life:
 
     def _stop(self):
         self._say(self.service.stop())
-        time.sleep(0.2)  # a datagram is in the receiver's hands a moment later
+        time.sleep(0.2)  # a datagram reaches the receiver a moment later
         self.witness.take_records(self.service.log.take())
         self.witness.end_run()
 
@@ -148,7 +148,7 @@ class Life:
     def _second_start(self):
         self._say(self.service.start_again())
 
-    #  Troubles
+    #  Disturbances
 
     def _lock(self):
         seconds = self._random.uniform(3, 15)
@@ -163,7 +163,7 @@ class Life:
     #  Checks
 
     def _settle(self):
-        """Waits until both servers have what the host publishes, and judges all that was said and written."""
+        """Waits until both servers have the list, and checks all log records and file contents."""
         looks = 0
         while True:
             looks += 1
@@ -193,7 +193,7 @@ class Life:
             return False
         return self.hosts.block() == self._block(listed)
 
-    #  A host without an address leaves its name as it is; an address on two links has one line.
+    #  A host without addresses keeps its lines; an address on two links has one line.
     def _block(self, listed):
         return list(dict.fromkeys(listed or self.witness.sent))
 
@@ -212,7 +212,7 @@ class Life:
 
     def _judge_all(self):
         rows = self.database.new_rows()
-        time.sleep(0.1)  # what a row's put says in the log
+        time.sleep(0.1)  # for the log record of a row's put
         self.witness.take_blocks_later(self.hosts.blocks())
         self.witness.take_records(self.service.log.take())
         self.witness.take_rows(rows + self.database.new_rows())
@@ -222,7 +222,7 @@ class Life:
         if not self.checks % 10:
             self.database.check_whole()
 
-    #  The library says in syslog why it fails, and only then.
+    #  The library writes to syslog why it fails, and only then.
     def _check_syslog(self):
         for line in self.syslog.lines("rdbapi: "):
             reason = line.split("rdbapi: ", 1)[1]

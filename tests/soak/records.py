@@ -1,6 +1,6 @@
-"""The log of one service as records, from a UDP log server or from the file that its console goes to.
+"""The log of one service as records, from a UDP log server or from the file with its console output.
 
-    records.take() -> [Record, ...]     what has come since the last call
+    records.take() -> [Record, ...]     records since the last call
 
 A record's time is the receiver's for a datagram and the service's own for the console.
 """
@@ -18,13 +18,13 @@ from netns import inside
 
 LEVELS = {10: "err", 20: "wrn", 30: "inf", 31: "mor", 40: "dbg"}
 _LINE = re.compile(r"\[(\d+/\d+/\d+ \d\d:\d\d:\d\d\.\d{6})\] \[(\w+)\] (.*)", re.DOTALL)
-BUFFER = 64 << 20  # bytes that the kernel may keep for the log server; no datagram is to be lost
+BUFFER = 64 << 20  # receive buffer in bytes, so large that no datagram is lost
 
 
 @dataclass
 class Record:
     time: float
-    level: str  # empty for a line of the console that is no record
+    level: str  # empty for a console line that is not a record
     text: str
 
 
@@ -55,12 +55,12 @@ class UdpLog:
         return taken
 
     def lost(self):
-        """Datagrams that the kernel threw away: the count of SO_MEMINFO (socket(7)) behind eight others."""
+        """Returns the number of datagrams that the kernel dropped: the ninth number of SO_MEMINFO (socket(7))."""
         return int.from_bytes(self._socket.getsockopt(socket.SOL_SOCKET, 55, 64)[32:36], "little")
 
 
 class ConsoleLog:
-    """Follows the file that a console run writes to."""
+    """Reads the file to which a foreground run writes."""
 
     url = "stdout"
 

@@ -1,4 +1,4 @@
-"""One service in a sandbox: its folder, its commands, what it costs."""
+"""One service in a sandbox: its folder, its commands, its resources."""
 
 import os
 import shutil
@@ -12,7 +12,7 @@ PORTS = [443, 8443]
 
 
 class Service:
-    """folder is one that the sandbox sees under the same name; data is where the database and the hosts file are."""
+    """folder has the same path inside the sandbox; data is the folder of the database and the hosts file."""
 
     def __init__(self, sandbox, build, folder, data, name):
         self.sandbox, self.name = sandbox, name
@@ -25,7 +25,7 @@ class Service:
         self.log = self.udp
         self.pid = 0
         self.starts = 0
-        self._process = None  # of a console run
+        self._process = None  # the process of a foreground run
 
     def _configure(self):
         (self.folder / "addrpubd.ini").write_text(
@@ -35,11 +35,11 @@ class Service:
         )
 
     def command(self, word):
-        """Runs the executable with a command word. Returns what it printed."""
+        """Runs the executable with a command word. Returns its output."""
         return self.sandbox.run("./addrpubd", word, cwd=self.folder).decode()
 
     def start(self):
-        """Starts it in the background, with the UDP log. Returns what is wrong, or an empty text."""
+        """Starts it in the background, with the UDP log. Returns an error text, empty on success."""
         self.log = self.udp
         self._configure()
         said = self.command("-start")
@@ -47,7 +47,7 @@ class Service:
         return "" if said == "\n\nstart...\rStart success!\n\nfinished\n" else f"-start said {said!r}"
 
     def run(self):
-        """Starts it in the foreground, with its console in a file. Returns what is wrong, or an empty text."""
+        """Starts it in the foreground, with its output in a file. Returns an error text, empty on success."""
         self.log = ConsoleLog(self.folder / f"console{self.starts}")
         self._configure()
         words = f"exec stdbuf -oL ./addrpubd -run >console{self.starts} 2>&1"
@@ -64,7 +64,7 @@ class Service:
         return int(self.sandbox.path(PID_FILE).read_text())
 
     def stop(self):
-        """Ends it with -stop. Returns what is wrong, or an empty text."""
+        """Ends it with -stop. Returns an error text, empty on success."""
         expected = f"\nstop addrpubd... pid = {self.pid}\n\naddrpubd stoped gracefully!\n\n"
         said = self.command("-stop")
         if said != expected:
@@ -78,12 +78,12 @@ class Service:
         return "" if self.recorded_pid() == self.pid else "the pid file changed with -stop"
 
     def look(self):
-        """Asks -status. Returns what is wrong, or an empty text."""
+        """Runs -status. Returns an error text, empty on success."""
         said = self.command("-status")
         return "" if said == "\naddrpubd is runing!\n\n" else f"-status said {said!r}"
 
     def start_again(self):
-        """Tries a second -start, which has to be refused. Returns what is wrong, or an empty text."""
+        """Runs a second -start, which must be refused. Returns an error text, empty on success."""
         said = self.command("-start")
         expected = f"\naddrpubd alreay runging! pid = {self.pid}\n"
         if said != expected:
@@ -91,7 +91,7 @@ class Service:
         return "" if self.recorded_pid() == self.pid else "the pid file changed with a second -start"
 
     def figures(self):
-        """Memory in kB, descriptors, threads and processor seconds, or None while it does not run."""
+        """Returns memory in kB, descriptors, threads and processor seconds, or None if it does not run."""
         try:
             process = self.sandbox.path(f"/proc/{self.pid}")
             fields = dict(line.split(":", 1) for line in (process / "status").read_text().splitlines())
@@ -108,7 +108,7 @@ class Service:
             return None
 
     def left_behind(self):
-        """What is still there after the stop and should not be."""
+        """Returns what should not remain after the stop."""
         found = []
         entries = [entry for entry in os.listdir(self.sandbox.path("/proc")) if entry.isdigit() and entry != "1"]
         for entry in entries:

@@ -1,8 +1,8 @@
-"""soak.py BUILD MINUTES: two services for so long in real time, in namespaces of their own; a table at the end.
+"""soak.py BUILD MINUTES: two services in real time for MINUTES, in private namespaces; prints a table at the end.
 
-    steady      runs from the beginning to the end, in the background, with a UDP log; files on the disk
-    restless    is ended and started again, now on the console and now in the background; files in a small file system
-                in memory, which is full at times
+    steady      runs all the time in the background, with a UDP log; files on the disk
+    restless    is ended and started repeatedly, in the foreground or background; files in a small file system
+                in memory, which is sometimes full
 
 Requires: private mount, network, IPC and PID namespaces around it (scripts/soak makes them).
 """
@@ -20,9 +20,9 @@ import page_figures  # noqa: E402
 from life import Life  # noqa: E402
 
 SEED = 20251121
-SMALL = "12m"  # of the file system that is filled
+SMALL = "12m"  # size of the file system that is filled
 LINES = 30.0  # seconds between two lines of progress
-ENOUGH_CHANGES = 5000 / 30  # a minute
+ENOUGH_CHANGES = 5000 / 30  # per minute
 WHOLE = 1800.0  # seconds; a shorter trial leaves the figures of the page as they are
 
 
@@ -40,7 +40,7 @@ def progress(elapsed, lives):
 
 
 def watch(lives):
-    """Shows progress and complaints until both lives are over. Returns the seconds that it took."""
+    """Shows progress and complaints until both runs end. Returns the elapsed seconds."""
     began = time.monotonic()
     shown = [0] * len(lives)
     next_line = LINES
@@ -69,7 +69,7 @@ def table_of(life):
         ("latest after a trouble's end", f"{life.worst['troubled']:.2f} s"),
         ("looks into the database, failed on a full disk", f"{life.database.reads}, {life.database.excused_reads}"),
         ("looks into the hosts file", life.hosts.reads),
-        ("edits of the hosts file by another hand", life.hosts.edits),
+        ("edits of the hosts file by another program", life.hosts.edits),
         ("times locked, full", f"{troubles.count('lock')}, {troubles.count('full')}"),
         ("errors in the log", witness.errors),
         ("starts, other commands", f"{life.service.starts}, {life.commands - life.service.starts}"),
@@ -93,7 +93,7 @@ def joined(tables):
 
 @contextlib.contextmanager
 def workshop():
-    """A folder with the folder "tiny" in it, a small file system in memory."""
+    """A folder that contains "tiny", a small file system in memory."""
     with tempfile.TemporaryDirectory(prefix="addrpubd-soak.", dir="/tmp") as work:
         tiny = Path(work, "tiny")
         tiny.mkdir()
@@ -114,7 +114,7 @@ def make_lives(build, work, seconds):
 
 
 def soak(build, seconds):
-    """Returns the two lives, which are over, their tables, and how many seconds it took."""
+    """Returns the two completed runs, their tables and the elapsed seconds."""
     with workshop() as work:
         lives = make_lives(build, work, seconds)
         for life in lives:

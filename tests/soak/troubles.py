@@ -1,4 +1,4 @@
-"""What the soak does to the service's files, and for how long that may be seen in the log.
+"""Disturbances of the service's files, and how long they may affect the log.
 
     with troubles.during("lock"): ...
 """
@@ -11,10 +11,11 @@ import threading
 import time
 from dataclasses import dataclass
 
-#  docs/user/operations.md: the library finds a server again at most so long after it is back. In seconds.
+#  docs/user/operations.md: maximum time until the library detects that a server works again, seconds.
 FOUND_AGAIN = 60.0
 KINDS = ("lock", "full", "restart")
-#  A call that began before the end of a trouble may end with an error so much later: as long as the longest call.
+#  A call that started before the end of a disturbance may fail this much later: the duration of the longest call,
+#  seconds.
 ERRORS_AFTER = 5.0
 
 #  The errors that a database or a hosts file that cannot be written explains: docs/user/codes.md.
@@ -30,7 +31,7 @@ class Trouble:
     kind: str
     start: float
     end: float = float("inf")
-    over: float = float("inf")  # when all was seen to be well again
+    over: float = float("inf")  # when everything worked again
 
 
 class Troubles:
@@ -48,7 +49,7 @@ class Troubles:
             trouble.end = time.time()
 
     def begin(self, kind, action):
-        """Runs action on a thread of its own, as a trouble of this kind."""
+        """Runs action on a new thread, as a disturbance of this kind."""
 
         def work():
             with self.during(kind):
@@ -59,7 +60,7 @@ class Troubles:
         self._threads.append(thread)
 
     def wait(self):
-        """Waits until all of them are over."""
+        """Waits until all have ended."""
         for thread in self._threads:
             thread.join()
         self._threads.clear()
@@ -68,7 +69,7 @@ class Troubles:
         return sum(trouble.kind == kind for trouble in self.all)
 
     def near(self, low, high, after, kinds=KINDS):
-        """The start of the first trouble that could be felt between the two moments; None when there is none."""
+        """Returns the start of the first disturbance that may have an effect between the two moments; None if none."""
         starts = [
             trouble.start
             for trouble in self.all
@@ -77,25 +78,25 @@ class Troubles:
         return min(starts, default=None)
 
     def last_end(self):
-        """When the last trouble ended that is not over; 0 when there is none."""
+        """Returns the end of the last disturbance that still has effects; 0 if none."""
         return max((trouble.end for trouble in self.all if trouble.over == float("inf")), default=0.0)
 
     def all_is_well(self):
-        """What was troubled works again. Calls that were begun before have ended as well."""
+        """Everything works again, and all earlier calls have ended."""
         now = time.time()
         for trouble in self.all:
             if trouble.end + ERRORS_AFTER < now:
                 trouble.over = min(trouble.over, now)
 
     def explain(self, text, moment):
-        """Tells whether an error in the log comes from a trouble with the files."""
+        """Returns whether an error in the log is caused by a disturbance of the files."""
         if _EXPLAINED.fullmatch(text) is None:
             return False
         return self.near(moment, moment, ERRORS_AFTER, ("lock", "full")) is not None
 
 
 def fill(folder, seconds):
-    """Leaves no byte on the folder's file system for so long. What is removed there meanwhile is taken as well."""
+    """Fills the folder's file system for this long, including space that becomes free meanwhile."""
     path = f"{folder}/filler"
     until = time.monotonic() + seconds
     with open(path, "wb", buffering=0) as file:

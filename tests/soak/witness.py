@@ -1,6 +1,6 @@
-"""Judges what a service says and writes: its log, the rows of its history, the blocks in its hosts file.
+"""Checks a service's output: its log, the rows of its history, the blocks in its hosts file.
 
-Everything is compared with the ledger of the addresses, which knows nothing of the service.
+All is compared with the ledger of the addresses, which is independent of the service.
 """
 
 import json
@@ -11,11 +11,11 @@ from addresses import VALUE_LIMIT, as_value, publishable
 from service import PORTS
 from troubles import FOUND_AGAIN
 
-#  A row's time is taken within the put, which follows the list by two calls on a healthy database. In seconds.
+#  A row's time is set in the put, two calls of a working database after the list was read. In seconds.
 ROW_WINDOW = 1.0
-#  A record may come after two calls, each as long as the disk takes, at most 3 s each.
+#  A record may follow two calls of at most 3 s each, the time limit for the disk.
 RECORD_WINDOW = 6.5
-CLOCK_STEP = 0.002  # rows have whole milliseconds
+CLOCK_STEP = 0.002  # times of rows are whole milliseconds
 
 _KNOWN = re.compile(
     r"\n?\s*start addrpubd\.\.\.|rdburl: .*|dnsurl: .*|addrpubd service started successfully\."
@@ -32,25 +32,25 @@ class Witness:
     def __init__(self, name, ledger, troubles, complain):
         self._name, self._ledger, self._troubles, self._complain = name, ledger, troubles, complain
         self._put_success = re.compile(rf"rdb_objputsnapshot {re.escape(name)} success,ipv6= (.*)")
-        self._tag_is_new = True  # the database does not know the host until the first import
+        self._tag_is_new = True  # the database does not have the tag until the first import
         self.connected = {"rdb": False, "dns": False}
         self.puts = self.requests = self.replies = self.errors = self.rows = 0
-        self._puts = []  # time and value of the successful puts that no row was looked for yet
-        self._rows = []  # rows that no put was found for yet
-        self.sent = []  # the newest list that was sent
-        self._blocks = {()}  # blocks that may stand in the hosts file
+        self._puts = []  # time and value of successful puts not yet compared with rows
+        self._rows = []  # rows without a put so far
+        self.sent = []  # the last list sent
+        self._blocks = {()}  # blocks that the hosts file may contain
         self._older_blocks = set()
         self._seen_blocks = set()
         self.begin_run()
 
     def begin_run(self):
-        """The service was started: its requests count from 1."""
+        """The service was started: the numbers of its requests start at 1."""
         self._sent_number = 0
         self._unanswered = []
         self.connected = dict.fromkeys(self.connected, False)
 
     def end_run(self):
-        """The service was ended: all that was sent has to have been answered, but for the last in the making."""
+        """The service was ended: all requests must have been answered, except the last one if it was being sent."""
         if len(self._unanswered) > 1:
             self._complain(f"requests without an answer: {self._unanswered}")
 
@@ -88,7 +88,7 @@ class Witness:
             if record.text.startswith(f"{server} server") and "disconnected" in record.text:
                 self.connected[server] = False
         if record.text.startswith("updateDomain errorcode"):
-            del self._unanswered[-1:]  # it was not taken
+            del self._unanswered[-1:]  # it was not accepted
         if self._tag_is_new and record.text == f"rdb_tagget {self._name} failed, errcode 1011":
             self._tag_is_new = False
         elif not self._troubles.explain(record.text, record.time):
@@ -127,7 +127,7 @@ class Witness:
         if reply["code"] != 0 and self._troubles.near(record.time, record.time, RECORD_WINDOW) is None:
             self._complain(f"a refusal without a reason: {record.text}")
 
-    #  What was written
+    #  File contents
 
     def take_rows(self, rows):
         for moment, value in rows:
@@ -138,13 +138,13 @@ class Witness:
         self._rows += rows
 
     def compare_puts_with_rows(self):
-        """Each put that succeeded has its row. Requires: the rows were read after the log."""
+        """Checks that each successful put has its row. Requires: the rows were read after the log."""
         for moment, value in self._puts:
             places = [place for place, row in enumerate(self._rows) if row[1] == value and row[0] <= moment]
             if not places:
                 self._complain(f"the put of {clock(moment)} has no row: {value[:200]}")
                 continue
-            #  The last of equal ones: those before it were put by the library itself.
+            #  The last of equal rows: the earlier ones were put by the library itself.
             self._rows_without_put(self._rows[: places[-1]])
             del self._rows[: places[-1] + 1]
         self._puts.clear()
@@ -152,14 +152,14 @@ class Witness:
         self._rows_without_put(old)
         del self._rows[: len(old)]
 
-    #  The library itself puts what could not be put before.
+    #  The library itself repeats puts that have failed.
     def _rows_without_put(self, rows):
         for moment, value in rows:
             if self._troubles.near(moment, moment, FOUND_AGAIN + RECORD_WINDOW) is None:
                 self._complain(f"the row of {clock(moment)} has no put in the log: {value[:200]}")
 
     def take_blocks_later(self, blocks):
-        """Blocks that readers saw before the records that are taken next."""
+        """Stores blocks that readers saw before the next records."""
         self._seen_blocks.update(blocks)
 
     def judge_blocks(self):

@@ -34,7 +34,7 @@ sums() {
     (cd "$1" && sha256sum -- *.deb *.tar.xz)
 }
 
-#  The second build does without a compiler cache, which could return the files of the first.
+#  The second build uses no compiler cache, which could return the files of the first.
 build_twice() {
     say "building the package"
     copy_tree "$work/one"

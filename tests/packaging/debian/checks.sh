@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
-#  Sourced by scripts/package-test: what every check is made of.
+#  Sourced by scripts/package-test: functions that the checks share.
 
-patience=300 # checks, 0.1 s apart, of something that comes within about a second unless the package is wrong
+patience=300 # number of checks, 0.1 s apart; a correct package needs about a second
 
 say() {
     printf '%s  %s\n' "$(date +%T)" "$*"
@@ -32,7 +32,7 @@ until_true() {
     shift
     for ((checks = 0; checks < patience; checks++)); do
         if "$@"; then
-            return 0 # in a trap, the status would be that of before
+            return 0 # in a trap, "return" would use the status before the trap
         fi
         sleep 0.1
     done

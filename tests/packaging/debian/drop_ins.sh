@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-#  Sourced by scripts/package-test: the drop-ins that the package brings as examples, and those of the test itself.
+#  Sourced by scripts/package-test: the example drop-ins of the package, and the test's own drop-ins.
 
 # shellcheck source=tests/packaging/debian/names.sh
 source "$(dirname "${BASH_SOURCE[0]}")/names.sh"
@@ -16,7 +16,7 @@ remove_runtime_drop_in() {
     quietly systemctl daemon-reload
 }
 
-#  install_drop_in EXAMPLE [UNUSED]: as the examples themselves describe it, without the lines that contain UNUSED.
+#  install_drop_in EXAMPLE [UNUSED]: installs an example as described in it, without the lines that contain UNUSED.
 install_drop_in() {
     quietly install -D -m 644 "$examples/$1" "$drop_ins/$1"
     [ -z "${2:-}" ] || sed -i "/$2/d" "$root$drop_ins/$1"
@@ -28,7 +28,7 @@ remove_drop_ins() {
     quietly systemctl daemon-reload
 }
 
-#  Debian's Redis server knows the user host1 by this password only.
+#  Sets the only password of user host1 in Debian's Redis server.
 set_password() {
     quietly redis-cli ACL SETUSER host1 reset on ">$1" '~*' '&*' '+@all'
     quietly redis-cli DEL rdb:value:host1.example
@@ -48,7 +48,7 @@ expect_password_hidden() {
     ! in_journal "$1" || fail "the password is in the journal"
 }
 
-#  Outside the unit there is no credential, and inside it the checker reads it as the service does.
+#  The credential exists only inside the unit, where the checker can read it like the service.
 expect_credential_checked() {
     local reason="/run/credentials/$unit/rdbpswd.* cannot be read"
     grep -q "$reason" <<<"$(inside setpriv --reuid nobody --regid addrpubd --clear-groups addrpubd-check "$ini")" ||
@@ -71,7 +71,7 @@ END
     until_true "the address in Redis" in_redis
     expect_password_hidden first-secret
     expect_credential_checked
-    say "credentials.conf: a new password counts after a restart, and without the file there is no start"
+    say "credentials.conf: a new password takes effect after a restart, and without the file the start fails"
     set_password second-secret
     start_service
     until_true "the address in Redis" in_redis
@@ -87,11 +87,11 @@ expect_refusal() {
     inside systemctl reset-failed "$unit"
     ! inside systemctl restart "$unit" 2>/dev/null || fail "the service has started"
     expect "the unit's state" failed "$(property ActiveState)"
-    in_journal "$1" || fail "the journal lacks the checker's words: $(journal)"
+    in_journal "$1" || fail "the journal lacks the checker's message: $(journal)"
 }
 
 check_settings_check() {
-    say "check-settings.conf: settings that the service does not start with fail the unit, in the checker's words"
+    say "check-settings.conf: settings that prevent the start make the unit fail with the checker's messages"
     install_drop_in check-settings.conf
     sed -i 's/^hostname = .*/hostname = a:b/' "$root$ini"
     expect_refusal "^$ini:1: error: "

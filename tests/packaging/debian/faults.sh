@@ -1,10 +1,10 @@
 #!/usr/bin/env bash
-#  Sourced by scripts/package-test: what systemd does when the service ends by a fault.
+#  Sourced by scripts/package-test: restarts by systemd after a crash of the service.
 
 # shellcheck source=tests/packaging/debian/names.sh
 source "$(dirname "${BASH_SOURCE[0]}")/names.sh"
 
-#  The process is the program once it has replaced stdbuf.
+#  The process is the program after stdbuf has executed it.
 runs_again_after() {
     local pid
     pid=$(property MainPID)
@@ -16,7 +16,7 @@ end_by_fault() {
 }
 
 check_restart() {
-    say "an end by a fault is followed by a new start after 10 s"
+    say "a crash causes a restart after 10 s"
     start_service
     local pid ended started
     pid=$(property MainPID)
@@ -35,7 +35,7 @@ check_restart() {
 
 #  Only the delay is shortened.
 check_limit() {
-    say "the fifth end by a fault within ten minutes is the last"
+    say "the fifth crash within ten minutes causes no restart"
     runtime_drop_in 'RestartSec=100ms'
     start_service
     local pid fault
@@ -50,7 +50,7 @@ check_limit() {
     expect "the number of restarts" 5 "$(property NRestarts)"
     grep -q 'Start request repeated too quickly' <<<"$(said_by_systemd | tail -n 4)" || fail "systemd named another reason"
     remove_runtime_drop_in
-    say "it starts again when somebody starts it"
+    say "it can be started manually again"
     start_service
 }
 

@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 #  Sourced by scripts/package-test: a fresh Debian in a folder, and systemd as process 1 of it.
 #
-#      machine        the process of unshare(1), with which everything in the machine's namespaces ends
-#      control_group  the control group of the host below which systemd makes its own
+#      machine        the process of unshare(1); when it ends, all processes in the machine's namespaces end
+#      control_group  the host's control group below which systemd creates its own
 
 # shellcheck source=tests/packaging/debian/names.sh
 source "$(dirname "${BASH_SOURCE[0]}")/names.sh"
@@ -42,7 +42,7 @@ boot_machine() {
     until_true "the end of the boot" booted
 }
 
-#  "degraded" is the state in which a service of Debian has failed.
+#  "degraded" means that a service of Debian has failed.
 booted() {
     kill -0 "$machine" || {
         cat "$work/boot.log"
@@ -91,7 +91,7 @@ without_processes() {
     grep -q '^populated 0' "$control_group/cgroup.events"
 }
 
-#  Owner, group and mode of a file, by name as the machine knows them.
+#  Prints owner, group and mode of a file, with the names of the machine.
 owner() {
     inside stat --format '%U:%G %a' "$1"
 }

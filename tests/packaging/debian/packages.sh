@@ -32,7 +32,7 @@ check_first_install() {
 }
 
 check_upgrade_of_untouched_settings() {
-    say "upgrade: settings that nobody has touched are replaced and keep owner and mode"
+    say "upgrade: unchanged settings are replaced and keep owner and mode"
     install_package "$(next_package)"
     expect "the version" "$(version_of "$(next_package)")" "$(installed_version)"
     tail -n 1 "$root$ini" | grep -q 'Another line' || fail "the settings are the old ones"
@@ -61,7 +61,7 @@ check_upgrade_while_running() {
 }
 
 check_reboot() {
-    say "at the machine's end the service ends in order; after the boot it runs, with a new pid file"
+    say "the service ends normally at shutdown; after the boot it runs, with a new pid file"
     local run
     run=$(property InvocationID)
     power_off_machine
@@ -94,13 +94,13 @@ expect_nothing_left() {
 }
 
 check_purge() {
-    say "purge: nothing is left but the user"
+    say "purge: only the user remains"
     quietly dpkg --purge addrpubd
     expect_nothing_left
 }
 
 check_purge_of_passwords() {
-    say "purge: the password files of the documentation are removed, other files are named"
+    say "purge: the password files of the documentation are removed, other files are listed"
     install -d "$root$drop_ins"
     touch "$root/etc/addrpubd/rdbpswd" "$root/etc/addrpubd/dnspswd" "$root/etc/addrpubd/own.key" "$root$drop_ins/own.conf"
     quietly dpkg --purge addrpubd

@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-#  Sourced by scripts/package-test: the unit's confinement as the kernel enforces it.
+#  Sourced by scripts/package-test: the restrictions of the unit, as enforced by the kernel.
 
 # shellcheck source=tests/packaging/debian/names.sh
 source "$(dirname "${BASH_SOURCE[0]}")/names.sh"
@@ -44,7 +44,7 @@ attempts_outside() {
     inside setpriv --reuid addrpubd --regid addrpubd --clear-groups /usr/local/bin/attempts
 }
 
-#  Runs the attempts where the service would run, by a drop-in that lasts until the machine ends.
+#  Runs the attempts in the unit, by a drop-in that exists until the machine ends.
 attempts_in_unit() {
     runtime_drop_in 'ExecStartPre=/usr/local/bin/attempts'
     start_service
@@ -53,7 +53,7 @@ attempts_in_unit() {
 }
 
 check_attempts() {
-    say "what its user can do outside the unit is refused inside:"
+    say "actions that its user may do outside the unit are refused inside:"
     prepare_attempts
     attempts_outside >"$work/outside"
     attempts_in_unit >"$work/unit"

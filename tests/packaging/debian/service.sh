@@ -24,7 +24,7 @@ dnspswd = local
 END
 }
 
-#  property NAME: what systemd knows of the unit.
+#  property NAME: prints a property of the unit.
 property() {
     inside systemctl show --property "$1" --value "$unit"
 }
@@ -39,7 +39,7 @@ journal_of_run() {
     inside journalctl --quiet --output cat "_SYSTEMD_INVOCATION_ID=$1" ${2:+"_TRANSPORT=$2"}
 }
 
-#  What systemd said of the unit since the machine's boot.
+#  Prints systemd's messages about the unit since the boot.
 said_by_systemd() {
     inside journalctl --quiet --output cat --boot "UNIT=$unit" _PID=1
 }
@@ -52,7 +52,7 @@ is_property() {
     [ "$(property "$1")" = "$2" ]
 }
 
-#  The start limit begins to count again.
+#  Resets the start limit.
 start_service() {
     inside systemctl reset-failed "$unit"
     quietly systemctl restart "$unit"
@@ -118,9 +118,9 @@ found_journal() {
     journal stdout | sed 's|^\[[0-9/]* [0-9:.]*\]|[NOW]|; s/ *$//; /^$/d'
 }
 
-#  In which order the two connections and their first writes come is up to the client library's threads.
+#  The order of the two connections and their first writes depends on the client library's threads.
 check_journal() {
-    say "the journal has each line of the running service as an entry of its own"
+    say "each line of the running service is a separate entry in the journal"
     until_true "the snapshot" in_journal 'rdb_objputsnapshot '
     until_true "the reply of the DNS server" in_journal 'recv: '
     expect "the first lines" "$(expected_journal | head -n 6)" "$(found_journal | head -n 6)"
@@ -179,7 +179,7 @@ END
     expect "the unit's result" success "$(property Result)"
 }
 
-#  Connections to it succeed, and nothing ever answers.
+#  A server that accepts connections and never answers.
 start_mute_server() {
     quietly systemd-run --unit mute python3 -c "
 import socket, signal
@@ -197,7 +197,7 @@ has_connections() {
     [ "$(inside cat /proc/net/tcp6 | grep -c ':[0-9A-F]* 0\{24\}01000000:14B4 01 ')" -ge "$1" ]
 }
 
-#  Prints how the checker judges the installed settings.
+#  Prints the checker's result for the installed settings.
 verdict() {
     local status=0
     inside addrpubd-check >"$work/command.log" 2>&1 || status=$?
