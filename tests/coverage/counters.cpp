@@ -1,16 +1,16 @@
-//  Linked into every program of a coverage build: adds what has run to files, however the program ends.
+//  Linked into every program of a coverage build: adds the counters of executed code to files when the program ends.
 //
-//  The compiler's own run-time library does not write them. It reads and writes through the C library, where the tests
-//  have their stand-ins, it complains on standard error when it may not write, and it forgets what ran before _exit or
-//  a failed assertion. Here every access is a system call of its own: no stand-in sees one, the program imports nothing
-//  new, and a file that cannot be had is left out in silence.
+//  The compiler's own run-time library is not suitable. It uses the C library, whose functions the tests replace; it
+//  writes to standard error if it cannot write a file; and it loses the counters before _exit or a failed assertion.
+//  This file makes system calls directly: no replacement intercepts them, the program imports no additional function,
+//  and a file that cannot be opened is silently skipped.
 //
 //      COUNTERS_FOLDER/PROGRAM/-build-folder-of-the-object.gcda
 //
-//  One file for each object of each program, in the format of gcov (gcov-io.h of GCC 12), all counters written out, so
-//  that the next run finds each at the same place. What runs at the same time takes turns by flock.
+//  One file for each object of each program, in the format of gcov (gcov-io.h of GCC 12). All counters are written, so
+//  that the next run finds each at the same offset. Concurrent processes are serialised by flock.
 //
-//  Not counted is what a process did that was killed, or that became another program.
+//  Code of a process that was killed, or that executed another program, is not counted.
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -23,7 +23,7 @@
 extern "C" {
 #include <gcov.h>
 
-//  The compiler's list of objects, between these two; both null in a program of which nothing is counted.
+//  The compiler's list of objects, between these two symbols; both are null in a program without counted objects.
 __attribute__((weak)) extern const gcov_info* const __start_coverage_info[];
 __attribute__((weak)) extern const gcov_info* const __stop_coverage_info[];
 }
@@ -47,7 +47,7 @@ long address(const void* p) {
     return reinterpret_cast<long>(p);
 }
 
-//  The file of one object as the compiler's library tells it, piece by piece.
+//  The file of one object, which the compiler's library passes in pieces.
 struct Stream {
     char path[longest_path];
     std::size_t path_length;
@@ -76,7 +76,7 @@ void appendToPath(const char* text, std::size_t length) {
     g_stream.path[g_stream.path_length] = 0;
 }
 
-//  The folder of this program is made when it is missing.
+//  Creates the folder of this program if it does not exist.
 void beginPath() {
     g_stream.path_length = 0;
     appendToPath(COUNTERS_FOLDER, sizeof COUNTERS_FOLDER - 1);
@@ -93,7 +93,7 @@ void beginPath() {
     appendToPath("/", 1);
 }
 
-//  Called once for an object, with the path that the compiler wrote down.
+//  Called once per object, with the path that the compiler recorded.
 void nameObject(const char* file, void*) {
     const std::size_t start = g_stream.path_length;
     appendToPath(file, std::strlen(file));
@@ -108,13 +108,13 @@ void takePiece(const void* piece, unsigned length, void*) {
     g_stream.size += length;
 }
 
-//  For counters of values, which this build does not have.
+//  Required for counters of values, which this build does not have.
 void* noMemory(unsigned, void*) {
     return nullptr;
 }
 
-//  Writes out the counters of functions that have not run: their record is a negative length alone. Returns false when
-//  there is no room for them.
+//  Writes zero counters for functions that were not executed: their record is only a negative length. Returns false if
+//  there is no room.
 bool writeOutZeros() {
     std::memcpy(g_stream.kept, g_stream.bytes, g_stream.size);
     const char* from = g_stream.old();
@@ -145,7 +145,7 @@ bool writeOutZeros() {
     return true;
 }
 
-//  Adds the counters of the file as it was to those of this process.
+//  Adds the counters in the existing file to those of this process.
 void addKept() {
     for (std::size_t place = 16; place + 8 <= g_stream.size;) {
         const std::uint32_t tag = wordAt(g_stream.begin() + place);
@@ -163,7 +163,7 @@ void addKept() {
     }
 }
 
-//  False when the linker has kept the functions of other objects only.
+//  Returns false if the linker has kept no function of this object.
 bool hasFunctions() {
     for (std::size_t place = 16; place + 8 <= g_stream.size;) {
         const std::uint32_t length = wordAt(g_stream.begin() + place + 4);
@@ -193,7 +193,7 @@ void keepObject(const gcov_info* object, std::size_t folder_length) {
     systemCall(SYS_close, fd);
 }
 
-//  Nothing may interrupt it: neither a signal's handler nor the signal for a file that grows too large.
+//  Must not be interrupted, neither by a signal handler nor by the signal for a file that exceeds its limit.
 void keepCounters() {
     if (__atomic_exchange_n(&g_done, true, __ATOMIC_SEQ_CST))
         return;
@@ -211,15 +211,15 @@ void keepCounters() {
 
 extern "C" {
 
-//  The last of the program's destructors. coverage.cmake has the linker ask for it.
+//  The last destructor of the program. coverage.cmake makes the linker include it.
 __attribute__((destructor(101))) void addrpubdKeepCountersAtExit() {
     keepCounters();
 }
 
-//  What the compiler names beside each counter. It would add the counters of a file; nobody calls it.
+//  The compiler refers to this function for each counter. It is never called.
 __attribute__((visibility("hidden"))) void __gcov_merge_add(std::int64_t*, unsigned) {}
 
-//  The linker sends the calls of these three here.
+//  The linker redirects calls of these three functions to here.
 [[noreturn]] void __wrap__exit(int status) {
     keepCounters();
     for (;;)

@@ -1,7 +1,7 @@
-"""report.py BUILD EXCEPTIONS: prints what has run, a row for each file, and checks it against the exceptions.
+"""report.py BUILD EXCEPTIONS: prints what was executed, a row for each file, and compares it with the exceptions.
 
-The exit status is 1 when a line or branch that has not run is not named there, when a line there no longer applies, and
-when too few branches have run.
+The exit status is 1 if a line or branch that was not executed is not an exception, if an exception no longer applies,
+or if too few branches were executed.
 """
 
 import os
@@ -17,7 +17,7 @@ import page_figures  # noqa: E402
 
 ROOT = Path(__file__).resolve().parents[2]
 FOLDERS = ("service", "com/olklib3")
-LEAST_BRANCHES = 95.0  # per cent
+MIN_BRANCHES = 95.0  # per cent
 
 
 @dataclass
@@ -42,7 +42,7 @@ def read_exceptions(path):
 
 
 def missed(files):
-    """What has not run: file, number of the line, its text with "#2" for the second such line, and what."""
+    """Returns what was not executed: file, line number, text with "#2" for the second such line, and line or branch."""
     for name in sorted(files):
         seen = {}
         for number, line in sorted(files[name].items()):
@@ -59,7 +59,7 @@ def share(part, whole):
 
 
 def row(name, lines):
-    """Name and figures. A branch of a line that has not run counts as not taken."""
+    """Returns name and figures. A branch of a line that was not executed is not taken."""
     branches = sum(len(line.branches) for line in lines)
     taken = branches - sum(line.never_taken() for line in lines)
     run = sum(line.count > 0 for line in lines)
@@ -67,7 +67,7 @@ def row(name, lines):
 
 
 def table_of(files):
-    """A row for each file, each folder and all, after the head."""
+    """Returns the heading and a row for each file, each folder and the total."""
     rows = [("file", "lines", "", "branches", "")]
     rows += [row(name, files[name].values()) for name in sorted(files)]
     for folder in FOLDERS:
@@ -83,13 +83,13 @@ def print_table(rows):
 
 
 def write_figures(rows):
-    """Into the page: the folders, and the files that have not run as a whole."""
+    """Writes to the page the folders, and the files that were not executed completely."""
     head, *others = rows
     page_figures.write("coverage", "scripts/coverage", page_figures.table([head, *(r for r in others if not whole(r))]))
 
 
 def whole(cells):
-    """Whether the row is that of a file of which every line and branch has run."""
+    """Returns whether the row is that of a file of which every line and branch was executed."""
     return cells[0].count(".") and cells[2] == cells[4] == "100.0 %"
 
 
@@ -110,14 +110,14 @@ def main(build, exceptions):
     lines = [line for file in files.values() for line in file.values()]
     branches = sum(len(line.branches) for line in lines)
     taken = branches - sum(line.never_taken() for line in lines)
-    too_few = 100 * taken < LEAST_BRANCHES * branches
+    too_few = 100 * taken < MIN_BRANCHES * branches
 
     print(f"\n{len(exempt) - len(stale)} lines with an exception that applies")
     for title, entries in (("not run and without an exception", unnamed), ("exceptions that no longer apply", stale)):
         if entries:
             print(f"\n{title}:", *entries, sep="\n    ")
     if too_few:
-        print(f"\nfewer than {LEAST_BRANCHES:.0f} % of the branches have run")
+        print(f"\nfewer than {MIN_BRANCHES:.0f} % of the branches have run")
     return 1 if unnamed or stale or too_few else 0
 
 

@@ -1,20 +1,20 @@
 /*
- *  The end of the service: an exit signal at any point of the service's thread, beside a thread of the client library.
+ *  The end of the service: an exit signal at any point of the service's thread, with one thread of the client library.
  *
  *      service    rest --> step: own code, in a lock of the allocator, in the C library's allocator --> call --> rest
- *                                                                              the call may wait for ever
+ *                                                                              the call may block for ever
  *      library    idle --> callback: reads the log's pointer, uses the log --> idle
- *      timer      a tick now and then, once it was started
+ *      timer      ticks at any time after it was started
  *
- *  Signal and tick interrupt the service's thread at any place. Each lets its step go on or begins the end, as
- *  service/exitsignal.cpp does. README.md says how to run it and what holds.
+ *  Signal and tick interrupt the service's thread at any place. Each lets the step continue or starts the end, like
+ *  service/exitsignal.cpp. README.md describes how to run the model, and its results.
  *
- *  The other defines break one thing each, so that the checks can be seen to fail.
+ *  Each of the other defines breaks one thing, to show that the checks can fail.
  */
 
 #define STEP_TICKS 2         /* 5 in the program */
 
-/* Where the service's thread is. */
+/* The state of the service's thread. */
 mtype = { REST, OWN, ALLOCATOR, C_LIBRARY, CALL, STUCK_CALL }
 mtype place = REST;
 
@@ -35,7 +35,7 @@ bool ended = false;
 
 #define IN_STEP (place != REST)
 
-/* What the handler decides: true to let the step go on. */
+/* The decision of the handler: true to let the step continue. */
 #ifdef END_AT_ONCE
 #define STEP_GOES_ON false
 #else
@@ -46,7 +46,7 @@ bool ended = false;
 #endif
 #endif
 
-/* What the service's thread does until a signal ends it. A step of the program is finite. */
+/* The service's thread until a signal ends it. A step of the program is finite. */
 proctype Service() {
     byte work = 0;
     do
@@ -97,8 +97,8 @@ proctype Timer() {
     od
 }
 
-/* The end, on the service's thread: what it interrupted does not go on. Without a lock that is held there it goes through;
-   a lock of the allocator that is held there is waited for until the limit. */
+/* The end, on the service's thread: the interrupted code does not continue. If that code holds no lock, the end
+   completes;    if it holds a lock of the allocator, the end waits for the lock until the limit. */
 proctype End() {
     ending;
     log_there = false;
@@ -122,7 +122,7 @@ proctype End() {
     ended = true
 }
 
-/* A callback uses the log while it has the pointer. Kept for long, it waits for a reader of the console. */
+/* A callback uses the log while it has the pointer. It may block on a reader of the console. */
 proctype Library() {
     do
     :: atomic { !ended && !in_callback && log_there -> in_callback = true }
@@ -135,11 +135,11 @@ init {
     atomic { run Service(); run Signal(); run Timer(); run End(); run Library() }
 }
 
-/* Both connections are closed before the process ends: no lock of the allocator keeps the end from that. */
+/* Both connections are closed before the process ends: no lock of the allocator prevents this. */
 ltl orderly { [] (ended -> closed) }
 
 /* A signal ends the process. */
 ltl ends { [] (signalled -> <> ended) }
 
-/* The limit is met only where a step waited too long, and then only inside the C library's allocator. */
+/* The limit is reached only if a step was blocked too long, and then only inside the C library's allocator. */
 ltl uncut { [] (cut_off -> (place == C_LIBRARY && ticks == STEP_TICKS)) }

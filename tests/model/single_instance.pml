@@ -1,29 +1,29 @@
 /*
- *  The single-instance protocol: two starters, one stopper, and death at any point.
+ *  The single-instance protocol: two starters, one stopper, and kills at any point.
  *
  *      -start   query   claim   write   fork   close                     the parent's claim orders two starts
  *                                         \  chdir  claim  write  start  arm  loop     the child becomes the service
  *      -run     query   claim   write   claim   write   start   arm   loop
  *      -stop    query   SIGTERM   (query, second) * limit   SIGKILL
  *
- *  A step is about one system call: everybody else may come in between any two of them, and a process may be killed
- *  there. A process is a number from 1 to 4, and what it does next is its step. The odd ones are begun by the two
- *  starters, again and again; process n + 1 is the child that process n forks.
+ *  A step is about one system call: other processes may run between any two steps, and a process may be killed
+ *  there. A process is a number from 1 to 4, and its step is its next action. The two starters repeatedly start the odd
+ *  ones; process n + 1 is the child that process n forks.
  *
- *  The storm ends at any moment. From then on nobody is killed but by -stop, which is given until it says that nothing
- *  runs; and one more program is begun.
+ *  The storm of starts and kills ends at any moment. From then on only -stop kills, which is repeated until it reports
+ *  that nothing runs; and one more program is started.
  *
- *  README.md says how to run it, what holds, and what the abstraction leaves out.
+ *  README.md describes how to run the model, its results, and what it leaves out.
  *
- *  QUIET leaves the storm and -stop out: each starter begins one program. The other defines break the protocol, each in
- *  one place, so that the checks can be seen to fail.
+ *  QUIET leaves out the storm and -stop: each starter starts one program. Each of the other defines breaks the protocol
+ *  in one place, to show that the checks can fail.
  */
 
 #define NOBODY 0
 #define LAST 4
 #define STOP_LIMIT 3         /* looks of -stop: 300 in the program */
 
-/* The step that a process does next. SIGTERM ends it up to ARM, which stands for all of the service's start. */
+/* The next step of a process. SIGTERM ends it up to ARM, which represents the whole start of the service. */
 #define ABSENT 0             /* no such process */
 #define QUERY 1              /* F_GETLK */
 #define CLAIM 2              /* F_SETLKW */
@@ -67,17 +67,17 @@ bool last_begun = false;     /* the one program after the storm */
 #define IS_SERVICE(p) (step[p] == ARM || step[p] == LOOP || step[p] == LEAVING || step[p] == HUNG)
 #define SERVING (step[1] == LOOP || step[2] == LOOP || step[3] == LOOP || step[4] == LOOP)
 
-/* The kernel lets one process have the lock, so where this holds for all, no two services are up. */
+/* Only one process can hold the lock, so if this is true for all processes, at most one service runs. */
 #define SINGLE(p) (!IS_SERVICE(p) || (holder == p && text == p))
 
-/* Nothing left to do: absent, in the loop, or waiting for the lock of somebody else, who is alive. */
+/* Nothing left to do: absent, in the loop, or waiting for the lock of another live process. */
 #define SETTLED(p) (step[p] == ABSENT || step[p] == LOOP || \
                     ((step[p] == CLAIM || step[p] == CHILD_CLAIM) && holder != NOBODY && step[holder] == LOOP))
 
-/* The lock can be had, or is had already. */
+/* The lock is free, or the process holds it already. */
 #define FREE_FOR(p) (holder == NOBODY || holder == p)
 
-/* A process gives its record lock up by closing one descriptor of the file, whichever it is, and by ending. */
+/* A process releases its record lock by closing any descriptor of the file, and by ending. */
 inline release(p) {
     if
     :: holder == p -> holder = NOBODY
@@ -103,7 +103,7 @@ inline sigterm(p) {
     fi
 }
 
-/* Goes on, or fails as chdir and the start of the service object may; not after the storm. */
+/* Continues, or fails like chdir or the start of the service object; does not fail after the storm. */
 inline go_on_or_fail(p, next) {
     if
     :: step[p] = next
@@ -174,7 +174,7 @@ inline stop_ended() {
     stop_step = IDLE
 }
 
-/* -stop, again and again; after the storm until it says that nothing runs. It may be killed, too. */
+/* -stop, repeatedly; after the storm until it reports that nothing runs. It may be killed, too. */
 proctype Stopper() {
     do
     :: atomic { stop_step == IDLE && (!calm || !not_run) -> stop_step = PROBE }
@@ -219,12 +219,12 @@ proctype Storm() {
     od
 }
 
-/* Looks at every moment: a service has the lock, and the file holds its pid, as long as it is up. */
+/* Checks at every moment: while a service runs, it holds the lock and the file contains its pid. */
 proctype Watch() {
     !(SINGLE(1) && SINGLE(2) && SINGLE(3) && SINGLE(4)) -> assert(false)
 }
 
-/* Looks when nothing moves any more. */
+/* Checks states without further steps. */
 proctype DeadEnds() {
     timeout;
     assert(SETTLED(1) && SETTLED(2) && SETTLED(3) && SETTLED(4) && stop_step == IDLE && SERVING)
@@ -245,11 +245,11 @@ init {
     }
 }
 
-/* -stop ends, whatever it meets. */
+/* -stop always ends. */
 ltl stop_ends { [] (stop_step != IDLE -> <> (stop_step == IDLE)) }
 
-/* From every state, once the storm is over: -stop until nothing runs, one start, and a service is up and stays. */
+/* From every state after the storm: -stop until nothing runs, one start, and a service runs and keeps running. */
 ltl recovers { [] (calm -> <> [] SERVING) }
 
-/* Two starts at once and nothing else: a service comes up and stays. */
+/* Two starts at once and nothing else: a service starts and keeps running. */
 ltl one_comes_up { <> [] SERVING }

@@ -18,7 +18,7 @@ KINDS = ("lock", "full", "restart")
 #  seconds.
 ERRORS_AFTER = 5.0
 
-#  The errors that a database or a hosts file that cannot be written explains: docs/user/codes.md.
+#  Errors caused by a database or hosts file that cannot be written: docs/user/codes.md.
 _EXPLAINED = re.compile(
     r"rdb_(tagget|taginport|objputsnapshot) \S+ failed, errcode (1005|1008|1014)"
     r"|updateDomain errorcode 1005"
