@@ -29,9 +29,10 @@ install(CODE "
             \"Configure it with -DCMAKE_INSTALL_PREFIX=\${CMAKE_INSTALL_PREFIX} and build it again.\")
     endif()")
 
-#  The client library is loaded by the program only and needs no permission to execute.
+#  The program loads the client library, and the library loads its modules. None of them needs permission to execute.
 install(TARGETS addrpubd RUNTIME DESTINATION ${ADDRPUBD_DIR})
-install(TARGETS rdbapix64 LIBRARY DESTINATION ${ADDRPUBD_DIR}
+get_property(modules GLOBAL PROPERTY ADDRPUBD_MODULES)
+install(TARGETS rdbapix64 ${modules} LIBRARY DESTINATION ${ADDRPUBD_DIR}
     PERMISSIONS OWNER_READ OWNER_WRITE GROUP_READ WORLD_READ)
 file(MAKE_DIRECTORY ${configured}/link)
 file(CREATE_LINK ${ADDRPUBD_INI} ${configured}/link/addrpubd.ini SYMBOLIC)
@@ -53,7 +54,7 @@ install(DIRECTORY ${PROJECT_SOURCE_DIR}/docs/user/ DESTINATION ${CMAKE_INSTALL_D
 install(FILES ${packaging}/system/credentials.conf DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples)
 
 if(TARGET addrpubd-check)
-    target_compile_definitions(addrpubd-check PRIVATE ADDRPUBD_INI="${ADDRPUBD_INI}")
+    target_compile_definitions(addrpubd-check PRIVATE ADDRPUBD_INI="${ADDRPUBD_INI}" ADDRPUBD_DIR="${ADDRPUBD_DIR}")
     install(TARGETS addrpubd-check RUNTIME DESTINATION ${CMAKE_INSTALL_SBINDIR})
     install(FILES ${configured}/man/addrpubd-check.8 DESTINATION ${CMAKE_INSTALL_MANDIR}/man8)
     install(FILES ${configured}/system/check-settings.conf DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples)

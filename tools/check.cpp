@@ -66,7 +66,6 @@ bool examine(const std::string& bytes, Subject& subject, CReport& report) {
     checkHost(subject, report);
     checkLog(subject, report);
     checkServers(subject, report);
-    checkZone(subject, report);
     checkPorts(subject, report);
     report.sort();
     return !probe.failed();

@@ -1,7 +1,7 @@
 //  Checks an ini file: which settings the service reads from it, what the service does with them, and the warnings.
 //
 //  All results come from the service's own code: its ini reader, its table of settings, its port list parser, its log
-//  and url classes, and the function of the open client library that creates back ends. Nothing is written, and no
+//  and url classes, and the modules of the open client library that the service would load. Nothing is written, and no
 //  server is contacted. Only the host name of a log address is resolved, as the service does when it starts.
 //
 //  Threads: one check at a time.
@@ -53,7 +53,6 @@ void checkGrammar(const Subject& subject, CIniProbe& probe, CReport& report);
 void checkHost(const Subject& subject, CReport& report);
 void checkLog(const Subject& subject, CReport& report);
 void checkServers(const Subject& subject, CReport& report);
-void checkZone(const Subject& subject, CReport& report);
 void checkPorts(const Subject& subject, CReport& report);
 
 }  // namespace check

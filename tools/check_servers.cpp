@@ -4,7 +4,6 @@
 #include "show.h"
 
 #include "backends.h"
-#include "files/path.h"
 #include "net/secret.h"
 #include "net/url.h"
 
@@ -22,27 +21,6 @@ constexpr Server servers[] = {
     {"rdb server", rdburl, rdbuser, rdbpswd, [](rdbopen::Backend& backend) { return backend.tags() != nullptr; }},
     {"DNS server", dnsurl, dnsuser, dnspswd, [](rdbopen::Backend& backend) { return backend.updates() != nullptr; }},
 };
-
-//  The back ends that this build leaves out. The last row exists because an array must not be empty.
-constexpr struct {
-    std::string_view scheme;
-    std::string_view packages;
-} left_out[] = {
-#include "left_out.inc"
-    {"", ""},
-};
-
-//  Returns advice on a scheme that this build does not support.
-std::string advice(const std::string& url_text) {
-    rdbopen::Url url;
-    std::string reason;
-    rdbopen::parseUrl(url_text, url, reason);
-    for (const auto& row : left_out)
-        if (!url.scheme.empty() && row.scheme == url.scheme)
-            return "its back end is left out of this build; to include it, install " + std::string(row.packages) +
-                   " and build again";
-    return "this build has no such back end";
-}
 
 std::string joined(const std::vector<std::string>& words) {
     std::string out;
@@ -75,19 +53,27 @@ void checkPassword(const Subject& subject, const Server& server, CReport& report
         checkPasswordMode(subject, server.password, report);
 }
 
-//  A user who may create files in the folder of the server's file can replace it by a link or by another file.
-void checkFolder(const Subject& subject, const Server& server, CReport& report) {
+//  Adds the advice of the module on the url.
+void askModule(const Subject& subject, const Server& server, const rdbopen::Credentials& credentials, CReport& report) {
     rdbopen::Url url;
-    rdbopen::FilePlace place;
     std::string reason;
-    if (!rdbopen::parseUrl(subject.given(server.url), url, reason) || (url.scheme != "hosts" && url.scheme != "sqlite"))
+    const rdbopen::Module* module = nullptr;
+    if (!rdbopen::parseUrl(subject.given(server.url), url, reason))
         return;
-    static_cast<void>(rdbopen::resolveFile(url.path, place));  // place.shared is known after a failure, too
-    if (!place.shared.empty())
-        report.warn(subject.line[server.url],
-                    std::string(settings[server.url].name) + ": other users can create files in " +
-                        printable(place.shared) +
-                        ", a folder of the path: use a folder that only the service may write to");
+    static_cast<void>(rdbopen::moduleForUrl(url, module));  // the caller has reported a failure
+    if (module == nullptr)
+        return;
+    const Setting about[] = {server.url, server.password, hostname};
+    std::vector<rdbopen::Advice> advice;
+    module->advise({url,
+                    credentials,
+                    settings[server.url].name,
+                    settings[server.password].name,
+                    subject.run.hostname,
+                    {subject.run.dnshttpsports.begin(), subject.run.dnshttpsports.end()}},
+                   advice);
+    for (const rdbopen::Advice& one : advice)
+        report.warn(subject.line[about[static_cast<std::size_t>(one.about)]], printable(one.text));
 }
 
 void checkBackend(const Subject& subject, const Server& server, CReport& report) {
@@ -98,14 +84,15 @@ void checkBackend(const Subject& subject, const Server& server, CReport& report)
     std::string reason;
     const int code = rdbopen::makeBackend(subject.given(server.url), credentials, backend, reason);
     if (code == rdbopen::errorUnknownScheme)
-        report.fail(line, name + ": " + printable(reason) + ": " + advice(subject.given(server.url)));
+        report.fail(line, name + ": " + printable(reason) + ": this build has no such back end");
     else if (code != rdbopen::errorNone)
         report.fail(line, name + ": " + printable(reason));
-    else if (!server.served_by(*backend))
+    else if (!server.served_by(*backend)) {
         report.warn(line, name + ": the back end of this scheme does not serve the " + server.name +
                               ": every request to it fails (rdburl and dnsurl exchanged?)");
-    else
-        checkFolder(subject, server, report);
+        return;
+    }
+    askModule(subject, server, credentials, report);
 }
 
 //  Returns whether the service connects to the server.

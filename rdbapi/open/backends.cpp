@@ -1,47 +1,50 @@
 #include "backends.h"
 
-#include "dryrun/backend.h"
-#include "net/url.h"
+#include "dryrun/module.h"
+#include "module/finder.h"
 
-#ifdef RDBOPEN_WITH_DNS
-#include "dns/backend.h"
-#endif
-#ifdef RDBOPEN_WITH_HOSTS
-#include "hosts/backend.h"
-#endif
-#ifdef RDBOPEN_WITH_REDIS
-#include "redis/backend.h"
-#endif
-#ifdef RDBOPEN_WITH_SQLITE
-#include "sqlite/backend.h"
-#endif
+#include <algorithm>
 
 namespace rdbopen {
 
 namespace {
 
-struct Scheme {
-    std::string_view name;
-    int (*make)(const Url& url, const Credentials& credentials, std::unique_ptr<Backend>& backend, std::string& reason);
+//  back_ends.inc has a row {SCHEME, BACK END, PACKAGES} for each back end of the sources. PACKAGES are those for which the
+//  back end is left out of this build, or empty.
+constexpr struct {
+    std::string_view scheme;
+    std::string_view backEnd;
+    std::string_view packages;
+} schemes[] = {
+#include "back_ends.inc"
 };
 
-constexpr Scheme schemes[] = {
-    {"log", makeLogBackend},
-#ifdef RDBOPEN_WITH_SQLITE
-    {"sqlite", makeSqliteBackend},
-#endif
-#ifdef RDBOPEN_WITH_HOSTS
-    {"hosts", makeHostsBackend},
-#endif
-#ifdef RDBOPEN_WITH_REDIS
-    {"redis", makeRedisBackend},
-#endif
-#ifdef RDBOPEN_WITH_DNS
-    {"dns", makeDnsBackend},
-#endif
-};
+std::string advice(std::string_view packages) {
+    if (packages.empty())
+        return "; install addrpubd again";
+    return "; to have it, install " + std::string(packages) + " and build again";
+}
 
 }  // namespace
+
+Status moduleForUrl(const Url& url, const Module*& module) {
+    module = &rdbapix64_log;
+    if (url.scheme == "log")
+        return {};
+    module = nullptr;
+    const auto* const row =
+        std::find_if(std::begin(schemes), std::end(schemes), [&](const auto& r) { return r.scheme == url.scheme; });
+    if (row == std::end(schemes))
+        return {errorUnknownScheme, "unknown url scheme"};  // not quoted: a password may have strayed into the url
+    Status status = findModule(std::string(row->backEnd), module);
+    if (status.code == errorNotInstalled)
+        status.reason += advice(row->packages);
+    if (module == nullptr ||
+        std::find(module->schemes.begin(), module->schemes.end(), url.scheme) != module->schemes.end())
+        return status;
+    module = nullptr;
+    return {errorNotLoadable, "the back end " + std::string(row->backEnd) + " does not serve the url's scheme"};
+}
 
 int makeBackend(std::string_view url_text, const Credentials& credentials, std::unique_ptr<Backend>& backend,
                 std::string& reason) {
@@ -49,11 +52,12 @@ int makeBackend(std::string_view url_text, const Credentials& credentials, std::
     Url url;
     if (!parseUrl(url_text, url, reason))
         return errorBadUrl;
-    for (const Scheme& scheme : schemes)
-        if (scheme.name == url.scheme)
-            return scheme.make(url, credentials, backend, reason);
-    reason = "unknown url scheme";  // not quoted: a password may have strayed into the url
-    return errorUnknownScheme;
+    const Module* module = nullptr;
+    Status status = moduleForUrl(url, module);
+    if (module != nullptr)
+        return module->make(url, credentials, backend, reason);
+    reason = std::move(status.reason);
+    return status.code;
 }
 
 }  // namespace rdbopen

@@ -1,4 +1,4 @@
 #  addrpubd-check, without name resolution.
 
-addrpubd_fuzz_target(check RUNS 800 SOURCES check_fuzz.cpp LIBS addrpubd_check)
+addrpubd_fuzz_target(check RUNS 800 SOURCES check_fuzz.cpp LIBS addrpubd_check rdbapi_open)
 target_link_options(check_fuzz PRIVATE LINKER:--wrap=getaddrinfo)

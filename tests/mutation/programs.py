@@ -21,6 +21,10 @@ UNDER_TEST = ("service", "com", "rdbapi")
 SYSTEM_FILES = (
     "addrpubd",
     "librdbapix64.so",
+    "librdbapix64-dns.so",
+    "librdbapix64-hosts.so",
+    "librdbapix64-redis.so",
+    "librdbapix64-sqlite.so",
     "tests/libclockshim.so",
     "tests/libfailshim.so",
     "tests/recording/librdbapix64.so",

@@ -5,6 +5,7 @@ import re
 import subprocess
 from pathlib import Path
 
+import open_library
 from installation import BUILD, PACKAGING, SOURCE, cached
 
 REQUIRES = ("cmake", "dpkg-parsechangelog")
@@ -24,9 +25,9 @@ USER = SOURCE / "docs/user"
 def below_prefix():
     """Returns the paths below the prefix."""
     documents = {f"share/doc/addrpubd/{page.relative_to(USER)}": FILE for page in USER.rglob("*") if page.is_file()}
-    return documents | {
+    modules = {f"lib/addrpubd/{file.name}": FILE for file in open_library.files(BUILD)}
+    return documents | modules | {
         "lib/addrpubd/addrpubd": PROGRAM,
-        "lib/addrpubd/librdbapix64.so": FILE,
         "sbin/addrpubd": PROGRAM,
         "sbin/addrpubd-check": PROGRAM,
         "lib/systemd/system/addrpubd.service": FILE,

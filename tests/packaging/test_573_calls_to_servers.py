@@ -3,6 +3,7 @@ while these are down."""
 
 import re
 
+import open_library
 import pytest
 
 pytest.importorskip("dns.tsigkeyring", reason="dnspython is not installed (python3-dnspython)")
@@ -65,8 +66,7 @@ def unit(installed):
 def trace(machine, installed):
     """Returns the trace of the service from its first instruction to its end, with servers that restart without
     data."""
-    library = installed.path(installed.folder / "librdbapix64.so").read_bytes()
-    if b"libhiredis" not in library or b"libldns" not in library:
+    if not open_library.has(installed.path(installed.folder), "redis", "dns"):
         pytest.skip("the open client library was built without its back ends redis and dns")
     machine.add_address(f"{ADDRESS}/64")
     machine.path("/mnt/rdbpswd").write_text("any\n")

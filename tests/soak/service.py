@@ -4,6 +4,7 @@ import os
 import shutil
 from pathlib import Path
 
+import open_library
 from records import ConsoleLog, UdpLog
 from sandbox import wait_until
 
@@ -19,8 +20,8 @@ class Service:
         self.folder = Path(folder)
         self.database, self.hosts = f"{data}/rdb.db", f"{data}/hosts"
         self.folder.mkdir()
-        for file in ("addrpubd", "librdbapix64.so"):
-            shutil.copy(Path(build, file), self.folder)
+        shutil.copy(Path(build, "addrpubd"), self.folder)
+        open_library.install(build, self.folder)
         self.udp = UdpLog(sandbox)
         self.log = self.udp
         self.pid = 0

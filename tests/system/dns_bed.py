@@ -3,6 +3,7 @@
 import json
 import shutil
 
+import open_library
 import pytest
 from dns_proxy import Proxy
 from dns_servers import HOST_KEY, NAME, ZONE, records, secret
@@ -22,7 +23,7 @@ def require(Server):
     """Skips the test unless the server and its client are installed."""
     if not shutil.which(Server.program) or not shutil.which("dig"):
         pytest.skip(f"{Server.program} or dig is not installed ({Server.package}, bind9-dnsutils)")
-    if not LIBRARY.exists() or b"libldns" not in LIBRARY.read_bytes():
+    if not open_library.has(BUILD, "dns"):
         pytest.skip("the open client library was built without its back end dns")
 
 

@@ -6,6 +6,7 @@ import signal
 import subprocess
 from pathlib import Path
 
+import open_library
 import pytest
 from host import BUILD
 from rdb_client import CONNECTED, RdbClient, Syslog
@@ -21,7 +22,7 @@ def require():
     """Skips the test unless the server and its client are installed."""
     if not shutil.which("redis-server") or not shutil.which("redis-cli"):
         pytest.skip("redis-server or redis-cli is not installed (redis-server)")
-    if not LIBRARY.exists() or b"libhiredis" not in LIBRARY.read_bytes():
+    if not open_library.has(BUILD, "redis"):
         pytest.skip("the open client library was built without its back end redis")
 
 

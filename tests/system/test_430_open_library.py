@@ -3,20 +3,20 @@
 import shutil
 import sqlite3
 
+import open_library
 import pytest
 from host import BUILD, DIRECTORY
 from sandbox import wait_until
 
-LIBRARY = BUILD / "librdbapix64.so"
 SETTINGS = {"rdburl": "sqlite:///mnt/data/rdb.db", "dnsurl": "hosts:///mnt/data/hosts"}
 
 
 @pytest.fixture
 def open_host(host):
     """A host with the open client library, one address and settings for files below /mnt/data."""
-    if not LIBRARY.exists() or not all(scheme in LIBRARY.read_bytes() for scheme in (b"sqlite", b"hosts")):
+    if not open_library.has(BUILD, "sqlite", "hosts"):
         pytest.skip("the open client library was built without one of its back ends")
-    shutil.copy(LIBRARY, host.sandbox.path(f"{DIRECTORY}/librdbapix64.so"))
+    open_library.install(BUILD, host.sandbox.path(DIRECTORY))
     host.sandbox.path("/mnt/data").mkdir()
     host.settings(**SETTINGS)
     host.sandbox.add_address("2001:db8::1/64")

@@ -8,15 +8,16 @@ connect, and verify the certificate for the name.
 import shutil
 import time
 
+import open_library
 import pytest
 
 pytest.importorskip("dns.tsigkeyring", reason="dnspython is not installed (python3-dnspython)")
 
 import dns.rdata  # noqa: E402
 from dns.rdtypes.svcbbase import ParamKey  # noqa: E402
-from dns_bed import LIBRARY, SHIM, require  # noqa: E402
+from dns_bed import SHIM, require  # noqa: E402
 from dns_servers import HOST_KEY, NAME, ZONE, Bind, records, secret  # noqa: E402
-from host import DIRECTORY, Host  # noqa: E402
+from host import BUILD, DIRECTORY, Host  # noqa: E402
 from sandbox import wait_until  # noqa: E402
 
 A, B, C = "2001:db8::a", "2001:db8::b", "fd00::c"
@@ -53,7 +54,7 @@ class Scene:
     def __init__(self):
         self.host = Host(time.time_ns())
         self.sandbox = self.host.sandbox
-        shutil.copy(LIBRARY, self.sandbox.path(f"{DIRECTORY}/librdbapix64.so"))
+        open_library.install(BUILD, self.sandbox.path(DIRECTORY))
         self.host.settings(**SETTINGS)
         self.sandbox.path("/mnt/resolv.conf").write_text("nameserver 127.0.0.1\n")
         self.sandbox.run("mount", "--bind", "/mnt/resolv.conf", "/etc/resolv.conf")
@@ -107,7 +108,7 @@ class Scene:
 @pytest.fixture
 def scene():
     require(Bind)
-    if not shutil.which("redis-server") or b"libhiredis" not in LIBRARY.read_bytes():
+    if not shutil.which("redis-server") or not open_library.has(BUILD, "redis"):
         pytest.skip("redis-server is not installed, or the open client library was built without its back end redis")
     one = Scene()
     yield one

@@ -3,9 +3,9 @@
 In each case the name server gets the addresses within 20 s of the service's clock.
 """
 
-import shutil
 import time
 
+import open_library
 import pytest
 
 pytest.importorskip("dns.tsigkeyring", reason="dnspython is not installed (python3-dnspython)")
@@ -13,7 +13,7 @@ pytest.importorskip("dns.tsigkeyring", reason="dnspython is not installed (pytho
 import dns_bed  # noqa: E402
 import redis_bed  # noqa: E402
 from dns_servers import HOST_KEY, NAME, ZONE, Bind, secret  # noqa: E402
-from host import DIRECTORY, Host  # noqa: E402
+from host import BUILD, DIRECTORY, Host  # noqa: E402
 from sandbox import wait_until  # noqa: E402
 
 A, B, C = "2001:db8::a", "2001:db8::b", "2001:db8::c"
@@ -29,7 +29,7 @@ class Scene:
     def __init__(self):
         self.host = Host(time.time_ns())  # signatures contain the time
         self.sandbox = self.host.sandbox
-        shutil.copy(dns_bed.LIBRARY, self.sandbox.path(f"{DIRECTORY}/librdbapix64.so"))
+        open_library.install(BUILD, self.sandbox.path(DIRECTORY))
         self.names = Bind(self.sandbox)
         self.names.start()
         self.redis = redis_bed.Server(self.sandbox)

@@ -4,6 +4,7 @@ processes use it: both detect this and write their values again."""
 import shutil
 import sqlite3
 
+import open_library
 import pytest
 from host import BUILD
 from rdb_client import CONNECTED, RdbClient, Syslog
@@ -77,7 +78,7 @@ class Pair:
 
 @pytest.fixture
 def pair(tmp_path):
-    if not LIBRARY.exists() or b"libsqlite3" not in LIBRARY.read_bytes():
+    if not open_library.has(BUILD, "sqlite"):
         pytest.skip("the open client library was built without its back end sqlite")
     one = Pair(tmp_path)
     yield one

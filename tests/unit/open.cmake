@@ -56,7 +56,10 @@ addrpubd_unit_test(open_library_test
     SOURCES open_library_test.cpp
     LIBS rdbapi_interface ${CMAKE_DL_LIBS})
 add_dependencies(open_library_test rdbapix64)
-target_compile_definitions(open_library_test PRIVATE LIBRARY_PATH="$<TARGET_FILE:rdbapix64>")
+get_property(back_ends GLOBAL PROPERTY ADDRPUBD_BACK_ENDS)
+list(JOIN back_ends " " back_ends)
+target_compile_definitions(open_library_test PRIVATE LIBRARY_PATH="$<TARGET_FILE:rdbapix64>"
+    LIBRARY_FOLDER="$<TARGET_FILE_DIR:rdbapix64>" BACK_ENDS="${back_ends}")
 if(ADDRPUBD_SANITIZE)
     target_compile_definitions(open_library_test PRIVATE SANITIZED)
 endif()

@@ -1,8 +1,5 @@
 #  The back end dns of the open client library.
-if(TARGET rdbapi_open)
-    get_target_property(definitions rdbapi_open COMPILE_DEFINITIONS)
-endif()
-if(NOT "RDBOPEN_WITH_DNS" IN_LIST definitions)
+if(NOT TARGET rdbopen_dns)
     return()
 endif()
 

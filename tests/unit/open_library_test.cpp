@@ -1,4 +1,4 @@
-//  The shared library as the service meets it: its name, what it exports, and one run through it.
+//  The shared library and its modules as the service meets them: their names, what they export, and one run through it.
 #include "rdbapi.h"
 
 #include <cstdio>
@@ -21,15 +21,25 @@ std::string outputOf(const std::string& command) {
     return output;
 }
 
-TEST(OpenLibrary, ExportsTheNineFunctionsAndNothingElse) {
-    std::istringstream lines(outputOf("nm -D --defined-only " LIBRARY_PATH));
+std::set<std::string> exportsOf(const std::string& file) {
+    std::istringstream lines(outputOf("nm -D --defined-only " + file));
     std::set<std::string> exported;
     for (std::string address, type, name; lines >> address >> type >> name;)
         exported.insert(name);
+    return exported;
+}
+
+TEST(OpenLibrary, ExportsTheNineFunctionsAndNothingElse) {
     const std::set<std::string> functions = {"rdb_create",         "rdb_setmessagenotify", "rdb_connectex",
                                              "rdb_callmsg",        "rdb_tagget",           "rdb_taginport",
                                              "rdb_objputsnapshot", "rdb_disconnect",       "rdb_destory"};
-    EXPECT_EQ(exported, functions);
+    EXPECT_EQ(exportsOf(LIBRARY_PATH), functions);
+}
+
+TEST(OpenLibrary, AModuleExportsItsDescriptorAndNothingElse) {
+    std::istringstream names(BACK_ENDS);
+    for (std::string name; names >> name;)
+        EXPECT_EQ(exportsOf(LIBRARY_FOLDER "/librdbapix64-" + name + ".so"), std::set{"rdbapix64_" + name});
 }
 
 TEST(OpenLibrary, ItsSonameIsTheRelativeName) {
@@ -37,10 +47,29 @@ TEST(OpenLibrary, ItsSonameIsTheRelativeName) {
 }
 
 #ifndef SANITIZED  // a sanitizer brings the run-time library along
-TEST(OpenLibrary, NeedsNoRunTimeLibraryOfCpp) {
-    const std::string dynamic = outputOf("readelf -d " LIBRARY_PATH);
-    EXPECT_EQ(dynamic.find("libstdc++"), std::string::npos);
-    EXPECT_EQ(dynamic.find("libgcc_s"), std::string::npos);
+std::set<std::string> neededBy(const std::string& file) {
+    std::istringstream lines(outputOf("readelf -dW " + file));
+    std::set<std::string> needed;
+    for (std::string line; std::getline(lines, line);)
+        if (line.find("(NEEDED)") != std::string::npos)
+            needed.insert(line.substr(line.find('[')));
+    return needed;
+}
+
+TEST(OpenLibrary, NeedsTheCLibraryAlone) {
+    std::set<std::string> needed = neededBy(LIBRARY_PATH);
+    needed.erase("[ld-linux-x86-64.so.2]");
+    EXPECT_EQ(needed, std::set<std::string>{"[libc.so.6]"});
+}
+
+TEST(OpenLibrary, AModuleNeedsNoRunTimeLibraryOfCpp) {
+    std::istringstream names(BACK_ENDS);
+    for (std::string name; names >> name;) {
+        const std::set<std::string> needed = neededBy(LIBRARY_FOLDER "/librdbapix64-" + name + ".so");
+        EXPECT_TRUE(needed.contains("[libc.so.6]")) << name;
+        EXPECT_FALSE(needed.contains("[libstdc++.so.6]")) << name;
+        EXPECT_FALSE(needed.contains("[libgcc_s.so.1]")) << name;
+    }
 }
 #endif
 

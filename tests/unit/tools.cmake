@@ -11,6 +11,6 @@ addrpubd_unit_test(tools_check_test
         show_test.cpp
         service_platform.cpp
         service_support.cpp
-    LIBS addrpubd_check recording_rdb
+    LIBS addrpubd_check recording_rdb rdbapi_open
     WRAP ${service_calls})
 target_compile_definitions(tools_check_test PRIVATE TEST_DATA="${PROJECT_SOURCE_DIR}/tests/data")

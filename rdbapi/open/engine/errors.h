@@ -11,7 +11,7 @@ enum Error : int {
     errorBadHandle = 1001,          // never returned by rdb_create, or already released by rdb_destory
     errorBadArgument = 1002,        // null, out of range, or a text without its terminator
     errorBadUrl = 1003,             // malformed; the reason is in syslog
-    errorUnknownScheme = 1004,      // no back end of this build serves the url's scheme
+    errorUnknownScheme = 1004,      // no back end serves the url's scheme
     errorNotConnected = 1005,       // before the event 60001, or after 60003
     errorAlreadyConnecting = 1006,  // rdb_connectex or rdb_setmessagenotify after a successful rdb_connectex
     errorClosed = 1007,             // rdb_disconnect was called for the handle
@@ -27,6 +27,8 @@ enum Error : int {
     errorServerRefused = 1017,  // the server answered and did not do it; it is asked again; the reason is in syslog
     errorNotHeld = 1018,        // never returned to callers: the server has lost what it once took
     errorGaveWay = 1019,        // never returned to callers: a check was cut off, because a call waits
+    errorNotInstalled = 1020,   // the back end of the url's scheme is not beside the library; the reason is in syslog
+    errorNotLoadable = 1021,    // it is there and cannot be loaded or is of another version; the reason is in syslog
     errorFileChanged = 1022,    // never returned to callers: a file is not the one that was read any more
     errorTooLarge = 1023,       // never returned to callers: more bytes than are read or written at all
 };

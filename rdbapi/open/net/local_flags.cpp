@@ -2,9 +2,10 @@
 
 #include "files/descriptor.h"
 
+#include <algorithm>
+#include <cerrno>
 #include <charconv>
 #include <fcntl.h>
-#include <sstream>
 #include <string_view>
 
 namespace rdbopen {
@@ -16,6 +17,17 @@ bool parseHex(std::string_view text, Number& number) {
     const char* const last = text.data() + text.size();
     const auto [end, error] = std::from_chars(text.data(), last, number, 16);
     return error == std::errc() && end == last;
+}
+
+constexpr std::string_view blanks = " \t\r";
+
+//  Removes a word or line from the front of text, with the separators after it, and returns it. The streams of the
+//  standard library would bring all of its locales into the module.
+std::string_view takeUntil(std::string_view& text, std::string_view separators) {
+    const std::size_t end = std::min(text.find_first_of(separators), text.size());
+    const std::string_view taken = text.substr(0, end);
+    text.remove_prefix(std::min(text.find_first_not_of(separators, end), text.size()));
+    return taken;
 }
 
 bool parsePackedAddress(std::string_view text, Ipv6Address& address) {
@@ -36,18 +48,16 @@ bool parsePackedAddress(std::string_view text, Ipv6Address& address) {
 //                                       interface number
 LocalFlags parseLocalFlags(const std::string& table) {
     LocalFlags found;
-    std::istringstream lines(table);
-    for (std::string line; std::getline(lines, line);) {
-        std::istringstream words(line);
-        std::string packed;
-        std::string number;
-        std::string prefix;
-        std::string scope;
-        std::string flags_text;
-        words >> packed >> number >> prefix >> scope >> flags_text;
+    std::string_view lines = table;
+    while (!lines.empty()) {
+        std::string_view line = takeUntil(lines, "\n");
+        const std::string_view packed = takeUntil(line, blanks);
+        takeUntil(line, blanks);  // number
+        takeUntil(line, blanks);  // prefix
+        takeUntil(line, blanks);  // scope
         Ipv6Address address{};
         unsigned flags = 0;
-        if (!parsePackedAddress(packed, address) || !parseHex(flags_text, flags))
+        if (!parsePackedAddress(packed, address) || !parseHex(takeUntil(line, blanks), flags))
             continue;
         const auto [known, added] = found.try_emplace(address, flags);
         if (!added)

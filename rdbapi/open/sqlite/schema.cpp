@@ -2,7 +2,8 @@
 
 #include <algorithm>
 #include <cstring>
-#include <fstream>
+#include <fcntl.h>
+#include <unistd.h>
 
 namespace rdbopen {
 
@@ -71,12 +72,14 @@ std::int64_t bigEndian32(const unsigned char* first) {
 //  True when SQLite will make the file at path empty, because its first transaction did not end. A journal of SQLite that
 //  begins with no page says so, whoever wrote it.
 bool isRolledBackToNothing(const std::string& path) {
-    char bytes[journalHeaderSize]{};
-    std::ifstream journal(path + "-journal", std::ios::binary);
-    if (!journal.read(bytes, sizeof bytes))
+    unsigned char header[journalHeaderSize]{};
+    const int journal = open((path + "-journal").c_str(), O_RDONLY | O_CLOEXEC);
+    if (journal < 0)
         return false;
-    const auto* header = reinterpret_cast<const unsigned char*>(bytes);
-    return std::memcmp(header, journalMagic, sizeof journalMagic) == 0 && bigEndian32(header + pagesBeforeAt) == 0;
+    const ssize_t taken = read(journal, header, sizeof header);
+    close(journal);
+    return taken == sizeof header && std::memcmp(header, journalMagic, sizeof journalMagic) == 0 &&
+           bigEndian32(header + pagesBeforeAt) == 0;
 }
 
 constexpr char foreignFile[] = "the file is a database of another program";

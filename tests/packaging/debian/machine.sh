@@ -17,7 +17,7 @@ make_debian() {
     }
     say "installing systemd, a Redis server, Python, and what the package depends on"
     in_folder apt-get satisfy -q -y --no-install-recommends systemd-sysv redis-server python3 \
-        "$(dpkg-deb --field "$(package)" Depends)"
+        "$(dpkg-deb --field "$(package)" Depends)" "$(dpkg-deb --field "$(package)" Recommends)"
     #  Debian's daily services would change files during the test.
     ln -s /dev/null "$root/etc/systemd/system/timers.target"
 }

@@ -1,0 +1,64 @@
+#  How the folder of a back end describes itself to the build.
+
+include(CheckLinkerFlag)
+check_linker_flag(CXX LINKER:-z,pack-relative-relocs ADDRPUBD_PACKS_RELOCATIONS)
+
+#  addrpubd_leave_out(SCHEME PACKAGE...)
+#
+#  Reports a back end that is not built because packages are missing. The property ADDRPUBD_LEFT_OUT keeps one element for
+#  each such back end, "SCHEME PACKAGE...": the end of the build and the reason that the library reports name them again.
+function(addrpubd_leave_out scheme)
+    list(JOIN ARGN " " packages)
+    message(STATUS "back end ${scheme} left out: not installed: ${packages}")
+    set_property(GLOBAL APPEND PROPERTY ADDRPUBD_LEFT_OUT "${scheme} ${packages}")
+    set_property(GLOBAL APPEND_STRING PROPERTY ADDRPUBD_BACK_END_ROWS
+        "    {\"${scheme}\", \"${scheme}\", \"${packages}\"},\n")
+endfunction()
+
+#  addrpubd_back_end(NAME SOURCE...)
+#
+#  The back end NAME of the scheme NAME: the static library rdbopen_NAME of the sources, and the module rdbapix64-NAME.
+function(addrpubd_back_end name)
+    add_library(rdbopen_${name} STATIC ${ARGN} module.cpp)
+    target_link_libraries(rdbopen_${name} PUBLIC rdbopen_support)
+
+    #  Nothing but the descriptor is exported.
+    set(exports ${CMAKE_CURRENT_BINARY_DIR}/exports.map)
+    file(CONFIGURE OUTPUT ${exports} CONTENT "{ global: rdbapix64_${name}; local: *; };\n")
+    add_library(rdbapix64-${name} MODULE module.cpp)
+    target_link_libraries(rdbapix64-${name} PRIVATE rdbopen_${name})
+    target_link_options(rdbapix64-${name} PRIVATE LINKER:--version-script,${exports})
+    addrpubd_self_contained(rdbapix64-${name})
+
+    set_property(GLOBAL APPEND PROPERTY ADDRPUBD_BACK_ENDS ${name})
+    set_property(GLOBAL APPEND PROPERTY ADDRPUBD_MODULES rdbapix64-${name})
+    set_property(GLOBAL APPEND_STRING PROPERTY ADDRPUBD_BACK_END_ROWS "    {\"${name}\", \"${name}\", \"\"},\n")
+endfunction()
+
+#  addrpubd_self_contained(TARGET)
+#
+#  A shared object with the run-time libraries of C++ inside and hidden: the program and each module bring their own.
+function(addrpubd_self_contained target)
+    set_target_properties(${target} PROPERTIES LIBRARY_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR})
+    if(ADDRPUBD_SANITIZE)
+        #  A sanitizer's run-time is in the executable, so its symbols are undefined here.
+        target_link_options(${target} PRIVATE LINKER:-z,undefs)
+    else()
+        target_sources(${target} PRIVATE ${PROJECT_SOURCE_DIR}/rdbapi/open/module/terminate.cpp)
+        target_link_options(${target} PRIVATE -static-libstdc++ -static-libgcc LINKER:--no-undefined
+            LINKER:--gc-sections LINKER:--as-needed)
+        if(ADDRPUBD_PACKS_RELOCATIONS)
+            target_link_options(${target} PRIVATE LINKER:-z,pack-relative-relocs)
+        endif()
+    endif()
+endfunction()
+
+#  Writes back_ends.inc, the table of backends.cpp, and linked_modules.inc, that of module/linked_modules.cpp.
+function(addrpubd_write_back_ends)
+    get_property(rows GLOBAL PROPERTY ADDRPUBD_BACK_END_ROWS)
+    get_property(built GLOBAL PROPERTY ADDRPUBD_BACK_ENDS)
+    list(TRANSFORM built REPLACE "(.+)" "LINKED(\\1)\n")
+    list(JOIN built "" linked)
+    file(CONFIGURE OUTPUT back_ends.inc CONTENT "@rows@" @ONLY)
+    file(CONFIGURE OUTPUT linked_modules.inc CONTENT "@linked@" @ONLY)
+endfunction()

@@ -1,0 +1,60 @@
+//  The module of the back end dns, and its advice: whether host name and password suit the zone of the url.
+#include "dns/backend.h"
+#include "dns/records.h"
+#include "dns/tsig.h"
+#include "module/guarded_backend.h"
+#include "net/host_name.h"
+#include "net/secret.h"
+
+#include <algorithm>
+
+namespace rdbopen {
+
+namespace {
+
+//  Returns the longest name that a record of the host gets; full is its name in the zone. Addresses add no names.
+std::string longestOwner(const UrlUse& use, const std::string& full) {
+    const std::vector<RecordSet> sets = recordSets(full, {}, {use.httpsPorts.begin(), use.httpsPorts.end()});
+    return std::max_element(sets.begin(), sets.end(),
+                            [](const auto& a, const auto& b) { return a.owner.size() < b.owner.size(); })
+        ->owner;
+}
+
+void adviseOnName(const UrlUse& use, const DnsZone& zone, std::vector<Advice>& advice) {
+    std::string full;
+    const std::string url(use.urlName);
+    if (!isDnsName(use.hostname))
+        return;
+    if (!nameInZone(use.hostname, zone.zone, full)) {
+        advice.push_back(
+            {Setting::hostname, "hostname is not in the zone " + zone.zone + " of " + url + ", so no update is sent"});
+        return;
+    }
+    const std::string owner = longestOwner(use, full);
+    if (!isDnsName(owner))
+        advice.push_back({Setting::hostname, "hostname is too long: a name of its records in the zone of " + url +
+                                                 " has " + std::to_string(owner.size()) +
+                                                 " bytes, 253 at most, so no update is sent"});
+}
+
+void adviseOnZone(const UrlUse& use, std::vector<Advice>& advice) {
+    DnsZone zone;
+    std::string reason;
+    if (!parseDnsZone(use.url, zone, reason))
+        return;
+    adviseOnName(use, zone, advice);
+    const Result<std::string> secret = readSecret(use.credentials.password);
+    if (secret.ok() && !isTsigSecret(*secret))
+        advice.push_back({Setting::password, std::string(use.passwordName) +
+                                                 " is not the secret of a key in base64, so no update is sent"});
+}
+
+constexpr std::string_view schemes[] = {"dns"};
+
+}  // namespace
+
+}  // namespace rdbopen
+
+RDBAPI_MODULE(dns);
+constinit const rdbopen::Module rdbapix64_dns =
+    rdbopen::describeModule<rdbopen::makeDnsBackend, rdbopen::adviseOnZone>(rdbopen::schemes);

@@ -1,0 +1,9 @@
+//  The descriptor of the back end log, which needs no package and is part of the client library itself.
+#ifndef RDBAPI_OPEN_DRYRUN_MODULE_H
+#define RDBAPI_OPEN_DRYRUN_MODULE_H
+
+#include "module/module.h"
+
+extern "C" const rdbopen::Module rdbapix64_log;
+
+#endif

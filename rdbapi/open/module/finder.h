@@ -1,0 +1,19 @@
+//  How the module of a back end is found. A program links exactly one of the definitions:
+//
+//      loaded_modules.cpp              librdbapix64.so: the files in the folder of the library itself
+//      linked_modules.cpp              unit tests: the back ends are part of the program
+//      tools/installed_modules.cpp     addrpubd-check: the files that the service would load
+#ifndef RDBAPI_OPEN_MODULE_FINDER_H
+#define RDBAPI_OPEN_MODULE_FINDER_H
+
+#include "module/module.h"
+
+namespace rdbopen {
+
+//  Stores the descriptor of the back end name, which stays valid until the process ends. On failure stores null and returns
+//  errorNotInstalled or errorNotLoadable with the reason.
+Status findModule(const std::string& name, const Module*& module);
+
+}  // namespace rdbopen
+
+#endif

@@ -1,0 +1,136 @@
+//  The edge of a module: catches what a back end throws, since the caller has another C++ run time.
+#ifndef RDBAPI_OPEN_MODULE_GUARDED_BACKEND_H
+#define RDBAPI_OPEN_MODULE_GUARDED_BACKEND_H
+
+#include "module/module.h"
+
+#include <utility>
+
+namespace rdbopen {
+
+//  Back ends use containers, which throw when memory is short. Returns what action returns, or a failure: the worker then
+//  closes the back end and opens it again.
+template <class Action>
+Status guarded(Action action) noexcept {
+    try {
+        return action();
+    } catch (...) {
+        return {errorBackendFailed, "out of memory"};  // short enough for no allocation
+    }
+}
+
+//  The same for a text, which is empty after a failure.
+template <class Action>
+std::string guardedText(Action action) noexcept {
+    try {
+        return action();
+    } catch (...) {
+        return {};
+    }
+}
+
+class GuardedTags final : public TagBackend {
+public:
+    explicit GuardedTags(TagBackend* tags) noexcept : tags_(tags) {}
+
+    Status get(RdbTag& tag) noexcept override {
+        return guarded([&] { return tags_->get(tag); });
+    }
+    Status import(const RdbTag& tag) noexcept override {
+        return guarded([&] { return tags_->import(tag); });
+    }
+    Status put(std::span<const RdbSnapshot> records) noexcept override {
+        return guarded([&] { return tags_->put(records); });
+    }
+    Status checkValue(const RdbSnapshot& record) noexcept override {
+        return guarded([&] { return tags_->checkValue(record); });
+    }
+
+private:
+    TagBackend* tags_;
+};
+
+class GuardedUpdates final : public UpdateBackend {
+public:
+    explicit GuardedUpdates(UpdateBackend* updates) noexcept : updates_(updates) {}
+
+    Status apply(std::string_view request, std::string& reply) noexcept override {
+        return guarded([&] { return updates_->apply(request, reply); });
+    }
+    std::string refusal(std::string_view request, int code) noexcept override {
+        return guardedText([&] { return updates_->refusal(request, code); });
+    }
+    Status checkRequest(std::string_view request) noexcept override {
+        return guarded([&] { return updates_->checkRequest(request); });
+    }
+
+private:
+    UpdateBackend* updates_;
+};
+
+//  Forwards each operation to the back end that it owns.
+class GuardedBackend final : public Backend {
+public:
+    explicit GuardedBackend(std::unique_ptr<Backend> backend) noexcept
+        : backend_(std::move(backend)), tags_(backend_->tags()), updates_(backend_->updates()) {}
+
+    TagBackend* tags() noexcept override { return backend_->tags() == nullptr ? nullptr : &tags_; }
+    UpdateBackend* updates() noexcept override { return backend_->updates() == nullptr ? nullptr : &updates_; }
+    std::string label() const noexcept override {
+        return guardedText([this] { return backend_->label(); });
+    }
+    Status open(const Waiter& waiter) noexcept override {
+        return guarded([&] { return backend_->open(waiter); });
+    }
+    void close() noexcept override { backend_->close(); }
+    int watchedDescriptor() const noexcept override { return backend_->watchedDescriptor(); }
+    std::chrono::milliseconds checkInterval() const noexcept override { return backend_->checkInterval(); }
+    bool checksGiveWay() const noexcept override { return backend_->checksGiveWay(); }
+    Status probe() noexcept override {
+        return guarded([this] { return backend_->probe(); });
+    }
+
+private:
+    std::unique_ptr<Backend> backend_;
+    GuardedTags tags_;
+    GuardedUpdates updates_;
+};
+
+using MakeBackend = int(const Url&, const Credentials&, std::unique_ptr<Backend>&, std::string&);
+using AdviseOnUrl = void(const UrlUse&, std::vector<Advice>&);
+
+template <MakeBackend* make>
+int makeGuarded(const Url& url, const Credentials& credentials, std::unique_ptr<Backend>& backend,
+                std::string& reason) noexcept {
+    try {
+        std::unique_ptr<Backend> made;
+        const int code = make(url, credentials, made, reason);
+        backend = made == nullptr ? nullptr : std::make_unique<GuardedBackend>(std::move(made));
+        return code;
+    } catch (...) {
+        backend.reset();
+        reason = "out of memory";  // short enough for no allocation
+        return errorNoResources;
+    }
+}
+
+template <AdviseOnUrl* advise>
+void adviseGuarded(const UrlUse& use, std::vector<Advice>& advice) noexcept {
+    try {
+        advise(use, advice);
+    } catch (...) {
+        return;  // the advice so far is kept
+    }
+}
+
+inline void adviseNothing(const UrlUse&, std::vector<Advice>&) {}
+
+//  Returns the descriptor of a back end of this build.
+template <MakeBackend* make, AdviseOnUrl* advise = adviseNothing>
+constexpr Module describeModule(std::span<const std::string_view> schemes) {
+    return {moduleInterface, RDBAPI_VERSION, schemes, makeGuarded<make>, adviseGuarded<advise>};
+}
+
+}  // namespace rdbopen
+
+#endif

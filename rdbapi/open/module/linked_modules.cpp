@@ -1,0 +1,35 @@
+//  The back ends of this build, linked into the program. linked_modules.inc has a row LINKED(NAME) for each.
+#include "module/finder.h"
+
+#define LINKED(NAME) RDBAPI_MODULE(NAME);
+#include "linked_modules.inc"
+#undef LINKED
+
+namespace rdbopen {
+
+namespace {
+
+//  The last row is there because an array cannot be empty.
+constexpr struct {
+    std::string_view name;
+    const Module* module;
+} linked[] = {
+#define LINKED(NAME) {#NAME, &rdbapix64_##NAME},
+#include "linked_modules.inc"
+#undef LINKED
+    {"", nullptr},
+};
+
+}  // namespace
+
+Status findModule(const std::string& name, const Module*& module) {
+    for (const auto& row : linked)
+        if (row.name == name) {
+            module = row.module;
+            return {};
+        }
+    module = nullptr;
+    return {errorNotInstalled, "the back end " + name + " is not installed: it is not linked into this program"};
+}
+
+}  // namespace rdbopen

@@ -1,0 +1,99 @@
+#include "module/loader.h"
+
+#include "files/descriptor.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <charconv>
+#include <csignal>
+#include <cstdint>
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <unistd.h>
+
+namespace rdbopen {
+
+namespace {
+
+class BlockedSignals {
+public:
+    BlockedSignals() noexcept {
+        sigset_t all;
+        sigfillset(&all);
+        pthread_sigmask(SIG_SETMASK, &all, &before_);
+    }
+    BlockedSignals(const BlockedSignals&) = delete;
+    BlockedSignals& operator=(const BlockedSignals&) = delete;
+    ~BlockedSignals() { pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
+
+private:
+    sigset_t before_;
+};
+
+Status descriptorIn(const std::string& path, const std::string& symbol, const Module*& module) {
+    const BlockedSignals blocked;
+    void* file = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL | RTLD_NODELETE);
+    if (file == nullptr) {
+        const char* problem = dlerror();
+        return {errorNotLoadable, "cannot be loaded: " + std::string(problem == nullptr ? path : problem)};
+    }
+    module = static_cast<const Module*>(dlsym(file, symbol.c_str()));
+    if (module == nullptr)
+        return {errorNotLoadable, "cannot be used: " + path + " is no module of it"};
+    return {};
+}
+
+//  The first two members are the same in every version.
+bool isOfThisVersion(const Module& module) {
+    return module.interface == moduleInterface && module.version != nullptr &&
+           std::string_view(module.version) == RDBAPI_VERSION;
+}
+
+//  Says whether line of /proc/PID/maps, "START-END MODE ...", is the mapping of address.
+bool holds(std::string_view line, std::uintptr_t address) {
+    std::uintptr_t start = 0;
+    std::uintptr_t end = 0;
+    const char* last = line.data() + line.size();
+    const char* dash = std::from_chars(line.data(), last, start, 16).ptr;
+    return dash != last && std::from_chars(dash + 1, last, end, 16).ec == std::errc() && start <= address &&
+           address < end;
+}
+
+}  // namespace
+
+Status loadModule(const std::string& folder, const std::string& name, const Module*& module) {
+    const std::string path = folder + "librdbapix64-" + name + ".so";
+    const std::string subject = "the back end " + name + " ";
+    module = nullptr;
+    if (access(path.c_str(), F_OK) != 0 && (errno == ENOENT || errno == ENOTDIR))
+        return {errorNotInstalled, subject + "is not installed: " + path + " does not exist"};
+    Status status = descriptorIn(path, "rdbapix64_" + name, module);
+    if (module == nullptr) {
+        status.reason = subject + status.reason;
+        return status;
+    }
+    if (isOfThisVersion(*module))
+        return {};
+    module = nullptr;
+    return {errorNotLoadable, subject + "cannot be used: " + path +
+                                  " is not of version " RDBAPI_VERSION ", which the client library has"};
+}
+
+std::string folderOfCode(const void* address) {
+    const Descriptor file(open("/proc/self/maps", O_RDONLY | O_CLOEXEC));
+    const Result<std::string> maps = readToEnd(file.get(), SIZE_MAX);
+    if (!maps.ok())
+        return {};
+    for (std::size_t start = 0; start < maps->size();) {
+        const std::size_t end = std::min(maps->find('\n', start), maps->size());
+        const std::string_view line = std::string_view(*maps).substr(start, end - start);
+        if (holds(line, reinterpret_cast<std::uintptr_t>(address))) {
+            const std::size_t first = std::min(line.find('/'), line.size());
+            return std::string(line.substr(first, line.rfind('/') + 1 - first));
+        }
+        start = end + 1;
+    }
+    return {};
+}
+
+}  // namespace rdbopen

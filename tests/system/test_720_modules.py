@@ -1,0 +1,134 @@
+"""The modules of the open client library: which are loaded, from where, and what a missing one means."""
+
+import re
+import shutil
+
+import open_library
+import pytest
+from host import BUILD, DIRECTORY
+from rdb_client import Syslog
+from sandbox import wait_until
+
+SETTINGS = {"rdburl": "sqlite:///mnt/data/rdb.db", "dnsurl": "hosts:///mnt/data/hosts"}
+PLANTED = "/mnt/planted"
+
+# Connects to a url in a process whose library was loaded by the relative name and whose working folder then changed.
+CLIENT = """
+import ctypes, os, sys
+library = ctypes.CDLL("./librdbapix64.so")
+os.chdir(sys.argv[1])
+print(library.rdb_connectex(library.rdb_create(), sys.argv[2].encode(), b"u", b"p", 0))
+"""
+OK = 0
+NOT_INSTALLED = 1020
+NOT_LOADABLE = 1021
+
+
+@pytest.fixture
+def open_host(host):
+    """A host with the open client library, one address and settings for files below /mnt/data."""
+    if not open_library.has(BUILD, "sqlite", "hosts"):
+        pytest.skip("the open client library was built without one of its back ends")
+    open_library.install(BUILD, host.sandbox.path(DIRECTORY))
+    host.sandbox.path("/mnt/data").mkdir()
+    host.sandbox.path(PLANTED).mkdir()
+    host.settings(**SETTINGS)
+    host.sandbox.add_address("2001:db8::1/64")
+    host.syslog = Syslog(host.sandbox)
+    yield host
+    host.syslog.close()
+
+
+def module(host, name):
+    return host.sandbox.path(f"{DIRECTORY}/librdbapix64-{name}.so")
+
+
+def connect(host, url, folder="/"):
+    """The result of rdb_connectex for a program that was started with the planted folder in its search path."""
+    command = ["/usr/bin/python3", "-I", "-S", "-c", CLIENT, folder, url]
+    environment = {"LD_LIBRARY_PATH": f"{PLANTED}:."}
+    process = host.sandbox.spawn(*command, cwd=DIRECTORY, env=environment)
+    output = process.all_output()
+    assert process.wait() == 0
+    return int(output)
+
+
+def mapped(host):
+    """The names of the shared objects in the service."""
+    pid = host.sandbox.path("/run/addrpubd.pid").read_text().strip()
+    maps = host.sandbox.path(f"/proc/{pid}/maps").read_text()
+    return set(re.findall(r"/([^/\n]+\.so[.\d]*)$", maps, re.MULTILINE))
+
+
+def test_721_a_command_loads_the_client_library_and_no_back_end(open_host):
+    process = open_host.sandbox.spawn("./addrpubd", "-status", env={"LD_TRACE_LOADED_OBJECTS": "1"}, cwd=DIRECTORY)
+    loaded = set(re.findall(r"^\s*(\S+)", process.all_output().decode(), re.MULTILINE))
+    system = {"linux-vdso.so.1", "libc.so.6", "libm.so.6", "/lib64/ld-linux-x86-64.so.2"}
+    assert loaded - system == {"./librdbapix64.so"}
+
+
+def test_722_a_service_with_files_has_no_library_for_servers_in_it(open_host):
+    process = open_host.start("-run", tty=True)
+    open_host.clock.of(process).wait_parked()
+    process.wait_for_output(b"connect rdb server sqlite:///mnt/data/rdb.db success.\r\n")
+    process.wait_for_output(b"connect dns server hosts:///mnt/data/hosts success.\r\n")
+    names = mapped(open_host)
+    process.kill()
+    assert process.wait() == 0
+    own = {name for name in names if name.startswith("librdbapix64")}
+    assert own == {"librdbapix64.so", "librdbapix64-sqlite.so", "librdbapix64-hosts.so"}
+    assert [name for name in names if re.match(r"lib(hiredis|ldns|ssl|crypto|stdc\+\+)", name)] == []
+
+
+def test_723_a_service_in_the_background_finds_its_modules_from_another_working_folder(open_host):
+    open_host.settings(**SETTINGS, logurl=None)
+    parent = open_host.start("-start")
+    parent_hand = open_host.clock.of(parent)
+    parent_hand.wait_parked()
+    pid = wait_until(lambda: next((pid for pid in open_host.clock.pids() if pid != parent.pid), None), "the service")
+    service = open_host.sandbox.adopt(pid)
+    open_host.clock.of(service).wait_parked()
+    assert str(open_host.sandbox.path(f"/proc/{pid}/cwd").readlink()) != DIRECTORY
+    names = mapped(open_host)
+    parent_hand.let_run(31)
+    assert b"Start success!" in parent.all_output()
+    assert {"librdbapix64-sqlite.so", "librdbapix64-hosts.so"} <= names
+
+
+def test_724_a_module_that_is_missing_is_named_and_the_service_does_not_start(open_host):
+    module(open_host, "hosts").unlink()
+    process = open_host.start("-run")
+    output = process.all_output()
+    assert b"connectex hosts:///mnt/data/hosts asynchronous connection failed" in output
+    missing = f"{DIRECTORY}/librdbapix64-hosts.so"
+    reason = f"the back end hosts is not installed: {missing} does not exist; install addrpubd again"
+    assert [line for line in open_host.syslog.lines() if line.endswith(f"rdbapi: rdb_connectex: {reason}")]
+
+
+@pytest.mark.parametrize("folder", ["/", PLANTED])
+def test_725_a_module_is_taken_from_the_folder_of_the_library_only(open_host, folder):
+    assert connect(open_host, "sqlite:///mnt/data/rdb.db", folder) == OK
+    shutil.move(module(open_host, "sqlite"), open_host.sandbox.path(PLANTED))
+    assert connect(open_host, "sqlite:///mnt/data/rdb.db", folder) == NOT_INSTALLED
+
+
+@pytest.mark.parametrize("url", ["sqlite/../planted/x:///x", "../planted/librdbapix64-x:///x", "planted:///x"])
+def test_726_no_url_leads_to_another_file(open_host, url):
+    shutil.copy(module(open_host, "sqlite"), open_host.sandbox.path(f"{PLANTED}/librdbapix64-x.so"))
+    shutil.copy(module(open_host, "sqlite"), module(open_host, "planted"))
+    assert connect(open_host, url, PLANTED) in (1003, 1004)
+
+
+def test_727_a_file_that_cannot_be_loaded_has_a_code_of_its_own(open_host):
+    module(open_host, "sqlite").write_text("no shared object\n")
+    assert connect(open_host, "sqlite:///mnt/data/rdb.db") == NOT_LOADABLE
+
+
+def test_728_the_checker_asks_for_the_module_where_the_service_does(open_host):
+    shutil.copy(BUILD / "addrpubd-check", open_host.sandbox.path(DIRECTORY))
+    check = (f"{DIRECTORY}/addrpubd-check", f"{DIRECTORY}/addrpubd.ini")
+    assert b"not installed" not in open_host.sandbox.spawn(*check).all_output()
+    module(open_host, "hosts").unlink()
+    output = open_host.sandbox.spawn(*check).all_output()
+    text = f"dnsurl: the back end hosts is not installed: {DIRECTORY}/librdbapix64-hosts.so does not exist"
+    assert text.encode() in output

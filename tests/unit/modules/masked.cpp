@@ -1,0 +1,16 @@
+//  A shared object that notes in the environment which signals are blocked while it is loaded.
+#include <csignal>
+#include <cstdlib>
+#include <string>
+
+namespace {
+
+__attribute__((constructor)) void note() {
+    sigset_t mask;
+    pthread_sigmask(SIG_SETMASK, nullptr, &mask);
+    std::string blocked = sigismember(&mask, SIGINT) == 1 ? "INT " : "";
+    blocked += sigismember(&mask, SIGTERM) == 1 ? "TERM" : "";
+    setenv("MASKED_MODULE_BLOCKED", blocked.c_str(), 1);
+}
+
+}  // namespace

@@ -1,0 +1,22 @@
+//  The modules that the service would load: those in the folder of the client library. That is the folder of this program
+//  when the library lies there, as in a build; else the folder of the installation.
+#include "inifile.h"
+#include "module/finder.h"
+#include "module/loader.h"
+
+#include <unistd.h>
+
+namespace {
+
+constexpr char usual_folder[] = ADDRPUBD_DIR "/";
+
+std::string libraryFolder() {
+    const std::string beside = getExeDir();
+    return access((beside + "librdbapix64.so").c_str(), F_OK) == 0 ? beside : usual_folder;
+}
+
+}  // namespace
+
+rdbopen::Status rdbopen::findModule(const std::string& name, const Module*& module) {
+    return loadModule(libraryFolder(), name, module);
+}
