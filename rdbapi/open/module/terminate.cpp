@@ -5,7 +5,8 @@
 
 namespace __cxxabiv1 {
 
-extern std::terminate_handler __terminate_handler;
-std::terminate_handler __terminate_handler = std::abort;
+//  The name is that of libstdc++, whose own definition is then not linked.
+extern std::terminate_handler __terminate_handler;        // NOLINT(bugprone-reserved-identifier)
+std::terminate_handler __terminate_handler = std::abort;  // NOLINT(bugprone-reserved-identifier)
 
 }  // namespace __cxxabiv1
