@@ -24,8 +24,8 @@ namespace {
 constexpr char end_marker[] = "finished";
 constexpr useconds_t poll_microseconds = 100'000;
 constexpr int poll_limit = 300;         // maximum number of polls, about 30 s
-constexpr int silent_polls = 100;       // without a text after more polls than this,
-constexpr int silent_poll_limit = 150;  // the maximum is this number, about 15 s
+constexpr int silent_polls = 100;       // if no text has arrived after this number of polls,
+constexpr int silent_poll_limit = 150;  // this is the maximum number of polls, about 15 s
 
 //  Flushes standard output. A reader that has exited, such as "head" in "-start | head -n 1", must not end the parent
 //  before it removes the queue, or the child before it is the service. So SIGPIPE is ignored, but only during the

@@ -19,7 +19,7 @@ struct DnsUpdateItem {
     olk::string name;                        // host name
     olk::vector_<std::uint32_t> httpsports;  // HTTPS ports of the host
     olk::vector_<olk::string> ipv4s;         // IPv4 addresses
-    olk::vector_<olk::string> ipv6s;         // IPv6 addresses; in the order of the text
+    olk::vector_<olk::string> ipv6s;         // IPv6 addresses, written in this order
 };
 
 //  Bytes reserved for a request: enough for a few addresses, so that the text need not grow.

@@ -2,8 +2,8 @@
 //
 //      watched_alloctor   the process-wide allocator, with a list of its calls; can fail, and overwrites
 //                      freed blocks
-//      mapped_alloctor    one private mapping per block, so that unused pages of a 4 GiB block need no memory; blocks can
-//                         be made read-only
+//      mapped_alloctor    one private mapping per block, so that unused pages of a 4 GiB block use no memory; blocks
+//                         can be made read-only
 //
 //  Threads: one thread only.
 #ifndef OLK_STRING_WATCH_H

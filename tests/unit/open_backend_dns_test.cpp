@@ -1,4 +1,4 @@
-//  The back end against a server on loopback that keeps to the standards and answers as its script says.
+//  The back end with a server on loopback that follows the standards and answers as in its script.
 #include "dns/backend.h"
 
 #include "dns/words.h"
@@ -8,7 +8,7 @@
 
 namespace {
 
-std::atomic<std::int64_t> drivenClock{0};  // s; the monotonic clock goes by itself while it is 0
+std::atomic<std::int64_t> drivenClock{0};  // s; if 0, the monotonic clock is the real one
 
 }  // namespace
 
@@ -42,13 +42,13 @@ Reaction answered(const SeenRequest& seen, unsigned rcode, const std::vector<Ans
     return {framed(genuineAnswer(seen, rcode, records)), Reaction::Then::goOn};
 }
 
-//  A server of the zone that takes and refuses what the test sets.
+//  A server of the zone that accepts or refuses as the test sets it.
 struct Zone {
     std::atomic<unsigned> updateCode{0};
     std::mutex mutex;
     std::vector<AnswerRecord> records;
-    std::string alias;            // a name at which a CNAME stands; set before anything is asked
-    std::atomic<int> seconds{0};  // of the driven clock that each request takes
+    std::string alias;            // a name with a CNAME; set it before the first query
+    std::atomic<int> seconds{0};  // duration of each request on the controlled clock
 
     DnsServer::Script script() {
         return [this](const SeenRequest& seen) {
@@ -66,7 +66,7 @@ struct Zone {
         };
     }
 
-    //  Whether the CNAME stands where a prerequisite of the update says that there is none.
+    //  Returns whether the CNAME is at a name where a prerequisite of the update excludes one.
     bool excludesAlias(const SeenRequest& seen) const {
         const Packet packet = parseMessage(seen.wire);
         const std::unique_ptr<ldns_rdf, void (*)(ldns_rdf*)> name(ldns_dname_new_frm_str((alias + ".").c_str()),
@@ -179,7 +179,7 @@ TEST(DnsBackend, TheSecretIsReadFromItsFileAgainForEachConnection) {
     EXPECT_EQ(backend->updates()->checkRequest(request).reason, "the password is not the secret of a key in base64");
 }
 
-//  The server does not say at which of the two names, so each is asked about.
+//  The server does not report which of the two names has the alias, so each is queried.
 TEST(DnsBackend, AnAliasThatIsGoneWhenItIsLookedForIsReportedInTheServersWords) {
     std::atomic<int> updates{0};
     DnsServer server([&updates](const SeenRequest& seen) {
@@ -196,7 +196,7 @@ TEST(DnsBackend, AnAliasThatIsGoneWhenItIsLookedForIsReportedInTheServersWords) 
     EXPECT_EQ(updates, 3);
 }
 
-//  The fixture's back end is open, and the server has seen the question for the zone.
+//  The fixture's back end is open, and the server has received the query for the zone.
 class OpenDnsBackend : public testing::Test {
 protected:
     void start(const std::string& options = "?skip=ula") {
@@ -330,11 +330,11 @@ TEST_F(OpenDnsBackend, ACheckReportsThatAnAliasIsAtTheName) {
     EXPECT_EQ(outcome.reason, "a CNAME stands at host1.example.org and keeps its other records away");
 }
 
-//  The server answers with a wildcard's alias while the zone itself has none at the name: added records take its place.
+//  The server answers with a wildcard's alias, and the zone has no alias at the name: added records replace it.
 TEST_F(OpenDnsBackend, ACheckTakesAWildcardsAliasForRecordsThatAreGone) {
     zone.records = {{"host1.example.org", typeCname, fromHex("00")}};
     start();
-    for (const unsigned code : {0U, 5U}) {  // the latter of a server that takes no conditions
+    for (const unsigned code : {0U, 5U}) {  // 5 is from a server that does not support prerequisites
         zone.updateCode = code;
         EXPECT_EQ(backend->updates()->checkRequest(request).code, errorNotHeld);
     }
@@ -342,7 +342,7 @@ TEST_F(OpenDnsBackend, ACheckTakesAWildcardsAliasForRecordsThatAreGone) {
 
 constexpr const char* hidden = R"({"request":"ws_dnsupdate","seqno":7,"item":{"name":"host1","ipv6s":["fd00::1"]}})";
 
-//  The server answers with records of a wildcard while the zone itself holds none at the name.
+//  The server answers with records of a wildcard, and the zone has none at the name.
 TEST_F(OpenDnsBackend, ACheckTakesNoWildcardForARecordThatIsHeld) {
     zone.records = {{"host1.example.org", 28, DnsBytes(16)}};
     start();
@@ -356,13 +356,13 @@ TEST_F(OpenDnsBackend, ACheckTakesNoWildcardForARecordThatIsHeld) {
 TEST_F(OpenDnsBackend, ACheckFindsRecordsThatTheZoneMustNotHold) {
     zone.records = {{"host1.example.org", 28, DnsBytes(16)}};
     start();
-    for (const unsigned code : {7U, 5U}) {  // YXRRSET, and a server that takes no conditions
+    for (const unsigned code : {7U, 5U}) {  // YXRRSET, and a server that does not support prerequisites
         zone.updateCode = code;
         EXPECT_EQ(backend->updates()->checkRequest(hidden).code, errorNotHeld);
     }
 }
 
-//  The address is left out, so each of the 42 sets is to be empty and takes one question.
+//  The address is left out, so each of the 42 sets must be empty and needs one query.
 std::string requestWithFortyPorts() {
     std::string ports;
     for (int port = 1; port <= 40; ++port)

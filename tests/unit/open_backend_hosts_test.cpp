@@ -12,7 +12,7 @@
 
 namespace {
 int flushes = 0;
-int failingFlush = 0;  // its number, counted from 1
+int failingFlush = 0;  // number of the flush that fails, from 1
 }  // namespace
 
 extern "C" int __real_fsync(int fd);
@@ -33,7 +33,7 @@ protected:
     ~HostsBackend() override {
         rdb_disconnect(handle);
         rdb_destory(handle);
-        workersEnded();  // the callbacks write into members
+        workersEnded();  // because callbacks write to members
     }
     void connect(const std::string& path) {
         ASSERT_EQ(rdb_setmessagenotify(handle, onEvent, &events), 0);
@@ -128,7 +128,7 @@ TEST_F(HostsBackend, TagCallsAreNotSupported) {
     EXPECT_EQ(rdb_objputsnapshot(handle, &record, 1), errorNotSupported);
 }
 
-//  Opening without a worker, so that the failure is the test's to see.
+//  Opens without a worker, so that the test gets the failure.
 int openCode(const std::string& path) {
     return backendFor("hosts://" + path)->open(plainWaiter).code;
 }
@@ -154,7 +154,7 @@ protected:
 };
 
 TEST_F(HostsBackendAlone, ARetryAfterAFailedFlushOfTheFolderFlushesItAgain) {
-    failingFlush = 2;  // the first is the file's
+    failingFlush = 2;  // the first flush is the file's
     EXPECT_EQ(update("::1"), errorBackendFailed);
     EXPECT_EQ(readText(file), "::1 a # addrpubd a\n");
     failingFlush = 3;

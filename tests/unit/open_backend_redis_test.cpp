@@ -1,4 +1,4 @@
-//  redis://: the back end in front of a fake server that answers as each test tells it.
+//  redis://: the back end with a fake server, to which each test gives the answers.
 #include "redis/backend.h"
 
 #include "open_fake_redis.h"
@@ -22,7 +22,7 @@ std::string makeReason(const std::string& url) {
     return reason;
 }
 
-//  The answer to HMGET on a current value.
+//  Returns the answer to HMGET for a current value.
 std::string valueHash(const std::string& time, const std::string& value) {
     return "*3\r\n$" + std::to_string(time.size()) + "\r\n" + time + "\r\n$1\r\n6\r\n$" + std::to_string(value.size()) +
            "\r\n" + value + "\r\n";
@@ -44,7 +44,7 @@ protected:
         const RdbSnapshot record = recordOf(name, value);
         return backend->tags()->put({&record, 1});
     }
-    //  The next look finds a usable tag.
+    //  Makes the next read find a usable tag.
     void holdTag() {
         server.answer("HLEN", ":3\r\n");
         server.answer("HMGET", usableHash);
@@ -300,7 +300,7 @@ TEST_F(RedisBackend, APutWhoseAnswerWasLostIsNotMadeTwice) {
     EXPECT_EQ(server.received("EXEC").size(), 1U);
     holdTag();
     holdValue("1700000000123", "v");
-    EXPECT_EQ(put().code, 0);  // a further put is one of its own
+    EXPECT_EQ(put().code, 0);  // a further put is independent
     EXPECT_EQ(server.received("EXEC").size(), 2U);
 }
 

@@ -1,5 +1,5 @@
-//  sqlite:///PATH: the back end by itself, and once through the nine functions. The database is looked at through a
-//  second connection, as the stock tool would.
+//  sqlite:///PATH: the back end alone, and once through the nine functions. A second connection reads the database,
+//  like the sqlite3 program.
 #include "sqlite/backend.h"
 
 #include "open_recorded_disk.h"
@@ -217,7 +217,7 @@ TEST_F(SqliteBackend, ACorruptDatabaseFailsTheRequest) {
     EXPECT_EQ(backend->open(plainWaiter).code, errorBackendFailed);
 }
 
-//  A file system of its own that is full but for a few pages.
+//  A separate file system with only a few free pages.
 TEST_F(SqliteBackend, AFullDiskFailsTheRequestAndNothingIsLost) {
     if (unshare(CLONE_NEWNS) != 0 || mount("none", "/", "none", MS_REC | MS_PRIVATE, nullptr) != 0 ||
         mount("none", folder.path().c_str(), "tmpfs", 0, "size=512k") != 0)

@@ -7,7 +7,7 @@ namespace {
 using rdbopen::backoffDelay;
 using std::chrono::milliseconds;
 
-//  The longest wait without its random share, by the failures in a row.
+//  The wait without its random share, by the number of consecutive failures.
 constexpr struct {
     unsigned failures;
     int base;  // ms

@@ -1,4 +1,5 @@
-//  The back end against a server that breaks every rule: nothing of it may count as success, crash or hang.
+//  The back end with a server that violates the protocol: no answer may count as success, and nothing may crash or
+//  hang.
 #include "dns/backend.h"
 #include "open_dns_support.h"
 
@@ -55,7 +56,7 @@ using namespace rdbopen;
 constexpr const char* request =
     R"({"request":"ws_dnsupdate","seqno":7,"item":{"name":"host1","ipv6s":["2001:db8::1"]}})";
 
-//  Runs out of time once the server keeps silent, and notes the limit that was set.
+//  Reports that the time has expired if the server does not answer, and stores the limit that was set.
 class ImpatientWaiter : public Waiter {
 public:
     explicit ImpatientWaiter(const DnsServer& server) : server_(server) {}
@@ -80,7 +81,7 @@ Reaction honest(const SeenRequest& seen) {
     return {framed(genuineAnswer(seen, 0, {soaOf("example.org")})), Reaction::Then::goOn};
 }
 
-//  Opens with an honest server that reacts to what follows as hostile says. Returns the end of a message and a check.
+//  Opens with a correct server that then reacts as hostile defines. Returns the results of a message and of a check.
 std::pair<Status, Status> against(const DnsServer::Script& hostile) {
     DnsServer server([&hostile](const SeenRequest& seen) {
         return seen.type == 6 && seen.opcode == 0 ? honest(seen) : hostile(seen);

@@ -1,4 +1,4 @@
-//  The bytes of updates and questions, and the comparison of answers with what is wanted.
+//  The bytes of updates and queries, and the comparison of answers with the expected records.
 #include "dns/message.h"
 
 #include "dns/answer.h"
@@ -11,7 +11,7 @@ namespace {
 using namespace opentest;
 using namespace rdbopen;
 
-//  RFC 2136 section 2: zone, prerequisites, updates. All names but the zone's are pointers to earlier ones.
+//  RFC 2136 section 2: zone, prerequisites, updates. All names except the zone's are pointers to earlier names.
 TEST(DnsUpdate, ExcludesAliasesThenDeletesEachSetThenAddsItsRecords) {
     const std::vector<RecordSet> sets{{"h.example.org", typeAaaa, {fromHex("20010db8000000000000000000000001")}},
                                       {"h.example.org", typeHttps, {fromHex("000100")}},
@@ -72,7 +72,7 @@ TEST(DnsUpdate, UpTo65535BytesIsOneMessage) {
     EXPECT_TRUE(updateMessage(1, "example.org", 60, {set}).empty());
 }
 
-//  A pointer has 14 bits, so a name that first stands behind 16383 is written out each time.
+//  A pointer has 14 bits, so a name that first occurs after offset 16383 is always written in full.
 TEST(DnsUpdate, NamesFarBehindAreNotPointedTo) {
     std::vector<RecordSet> sets{{"h.example.org", typeHttps, {DnsBytes(3)}}};
     for (int i = 0; i < 1200; ++i)

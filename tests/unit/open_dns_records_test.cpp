@@ -23,7 +23,7 @@ std::vector<Ipv6Address> addresses(std::size_t count) {
     return list;
 }
 
-//  One line for each set: its owner, its type and its records.
+//  Returns one line per set: its owner, its type and its records.
 std::vector<std::string> lines(const std::vector<RecordSet>& sets) {
     std::vector<std::string> texts;
     for (const RecordSet& set : sets) {
@@ -43,7 +43,7 @@ const std::string first = "000100";                                   // priorit
 const std::string second = "000200";
 const std::string port8443 = "0003000220fb";
 const std::string port80 = "000300020050";
-const std::string hint = "0006";  // its length follows
+const std::string hint = "0006";  // followed by its length
 
 TEST(DnsRecords, WithoutPortsAreAddressesOnly) {
     EXPECT_EQ(lines(recordSets("host1.example.org", addresses(2), {})),
@@ -126,7 +126,7 @@ TEST(DnsRecords, AddressesAreSkippedByTheirFlagsOnRequest) {
 TEST(DnsRecords, TheNameIsTheZonesOrBelowItOrStandsForOneInIt) {
     const struct {
         const char* name;
-        const char* full;  // null when the zone does not hold it
+        const char* full;  // null if the zone does not contain it
     } rows[] = {
         {"host1", "host1.example.org"},
         {"HOST1.Example.Org", "host1.example.org"},

@@ -1,4 +1,4 @@
-//  rdb_disconnect and rdb_destory in a signal handler at any moment of the exchanges with a server.
+//  A signal handler calls rdb_disconnect and rdb_destory at any moment of the exchanges with a server.
 #include "engine/errors.h"
 #include "open_dns_support.h"
 #include "open_interrupt.h"
@@ -12,7 +12,7 @@ namespace {
 
 using namespace opentest;
 
-//  The server's thread leaves the signal to the test's.
+//  The server's thread blocks the signal, so that the test's thread gets it.
 std::unique_ptr<DnsServer> serverOf(const DnsServer::Script& script) {
     sigset_t alarm;
     sigemptyset(&alarm);
@@ -25,7 +25,7 @@ std::unique_ptr<DnsServer> serverOf(const DnsServer::Script& script) {
 
 constexpr unsigned opcodeUpdate = 5;  // RFC 2136 section 1.3
 
-//  Connects and asks for updates until the handler has run.
+//  Connects and sends updates until the handler has run.
 void roundOf(const std::string& url, int microseconds) {
     const std::string text = R"({"request":"ws_dnsupdate","seqno":1,"item":{"name":"h","ipv6s":["2001:db8::1"]}})";
     Events events;
@@ -39,8 +39,8 @@ void roundOf(const std::string& url, int microseconds) {
     while (interrupted == 0 && std::chrono::steady_clock::now() < until)
         rdb_callmsg(handle, text.data(), static_cast<std::int32_t>(text.size()), ignoreReply, nullptr);
     const bool inTime = interrupted != 0;
-    rdb_destory(handle);          // if the handler has not
-    ASSERT_TRUE(workersEnded());  // the callback writes into events
+    rdb_destory(handle);          // in case the handler has not
+    ASSERT_TRUE(workersEnded());  // because the callback writes to events
     ASSERT_TRUE(inTime);
     const bool ended = result == rdbopen::errorClosed || result == rdbopen::errorBadHandle;
     ASSERT_TRUE(result == 0 || ended) << result;
@@ -65,10 +65,10 @@ TEST(DnsSignalHandler, MayDisconnectAndDestroyWhileTheServerHoldsAnAnswerBack) {
             if (seen.opcode != held)
                 return Reaction{framed(genuineAnswer(seen, 0, {soaOf("example.org")})), Reaction::Then::goOn};
             asked = true;
-            kill(getpid(), SIGALRM);  // no thread but the test's takes it
+            kill(getpid(), SIGALRM);  // only the test's thread receives it
             return Reaction{{}, Reaction::Then::keepSilent};
         });
-        constexpr int never = 0;  // the timer stays off
+        constexpr int never = 0;  // the timer is not started
         ASSERT_NO_FATAL_FAILURE(roundOf(server->url(), never)) << held;
         EXPECT_TRUE(asked) << held;
     }

@@ -1,5 +1,5 @@
-//  DNS for tests: messages put together byte by byte and signed without the code under test, and a server on loopback
-//  that answers as its script says.
+//  DNS for tests: messages that are built byte by byte and signed without the code under test, and a server on loopback
+//  that answers as in its script.
 #ifndef TESTS_UNIT_OPEN_DNS_SUPPORT_H
 #define TESTS_UNIT_OPEN_DNS_SUPPORT_H
 
@@ -19,24 +19,24 @@ inline constexpr const char* testSecret = "MTIzNDU2Nzg5MDEyMzQ1Njc4OTAxMjM0NTY3O
 //  The key of all tests.
 rdbopen::TsigKey testKey(const std::string& algorithm = "hmac-sha256");
 
-//  Bytes from hexadecimal digits; blanks are passed over.
+//  Returns bytes from hexadecimal digits; blanks are ignored.
 DnsBytes fromHex(const std::string& digits);
 std::string toHex(const DnsBytes& bytes);
 
-//  What a server writes into a signature.
+//  The contents of a server's signature.
 struct Signing {
     rdbopen::TsigKey key = testKey();
     std::int64_t time = 0;
     std::uint16_t fudge = 300;
     unsigned error = 0;
     DnsBytes other;
-    bool empty = false;  // without a mac
+    bool empty = false;  // without a MAC
 };
 
-//  Returns message with a signature behind it. mac: the request's, its length in front; may be empty.
+//  Returns message with a signature appended. mac: the request's MAC, preceded by its length; may be empty.
 DnsBytes signMessage(DnsBytes message, const DnsBytes& mac, const Signing& signing);
 
-//  Six bytes of a time.
+//  Returns a time as six bytes.
 DnsBytes timeBytes(std::int64_t time);
 
 struct AnswerRecord {
@@ -45,39 +45,39 @@ struct AnswerRecord {
     DnsBytes data;
 };
 
-//  Returns an answer without a question and without a signature: authoritative, of id and opcode.
+//  Returns an authoritative answer with this id and opcode, without question and signature.
 DnsBytes plainAnswer(unsigned id, unsigned opcode, unsigned rcode, const std::vector<AnswerRecord>& records = {});
 
-//  A request as a server sees it.
+//  A request as received by a server.
 struct SeenRequest {
     DnsBytes wire;
     unsigned id = 0;
     unsigned opcode = 0;
-    std::string owner;  // of the first question, in lower case and without the last dot
+    std::string owner;  // owner of the first question, in lower case, without the final dot
     unsigned type = 0;
-    DnsBytes mac;  // its length in front
+    DnsBytes mac;  // preceded by its length
     std::int64_t time = 0;
 };
 SeenRequest seeRequest(const DnsBytes& wire);
 
-//  Returns a genuine answer to request: signed at its own time.
+//  Returns an authentic answer to request, signed with the request's time.
 DnsBytes genuineAnswer(const SeenRequest& request, unsigned rcode, const std::vector<AnswerRecord>& records = {});
 
-//  The answer record that opening asks for.
+//  Returns the answer record for the query of an open.
 AnswerRecord soaOf(const std::string& zone);
 
-//  message with its length in front.
+//  Returns message preceded by its length.
 DnsBytes framed(const DnsBytes& message);
 
-//  What a server does with a request: sends bytes as they are, then goes on, ends the connection, or keeps it open and
-//  silent.
+//  A server's reaction to a request: sends bytes unchanged, then continues, closes the connection, or keeps it open
+//  without answering.
 struct Reaction {
     enum class Then { goOn, end, keepSilent };
     DnsBytes bytes;
     Then then = Then::goOn;
 };
 
-//  One connection at a time. Ends all when it is destroyed.
+//  Serves one connection at a time. The destructor ends all.
 class DnsServer {
 public:
     using Script = std::function<Reaction(const SeenRequest&)>;
@@ -88,7 +88,7 @@ public:
     std::string url(const std::string& rest = "/example.org") const {
         return "dns://127.0.0.1:" + std::to_string(port_) + rest;
     }
-    //  True once the server keeps silent, or has ended a connection.
+    //  Returns true if the server has stopped answering or has closed a connection.
     bool silent() const { return silent_; }
     int connections() const { return connections_; }
     Inbox<SeenRequest>& requests() { return requests_; }

@@ -1,4 +1,5 @@
-//  What an answer is worth. Answers are put together and signed by the test; only one signed over the request counts.
+//  Authentication of answers. The test builds and signs them; only an answer whose signature includes the request is
+//  authentic.
 #include "dns/tsig.h"
 
 #include "dns/words.h"
@@ -163,7 +164,7 @@ TEST(TsigAnswer, CountsUpToTheFudgeAwayAndNotBeyond) {
     EXPECT_EQ(readSigned(request, signing).status().reason, "the answer was signed at another time, 301 s away");
 }
 
-//  Servers compress the key's name when it stands in the message already.
+//  Servers compress the key's name if it already occurs in the message.
 TEST(TsigAnswer, MayPointToTheKeysName) {
     const SignedRequest request = requestWith();
     const DnsBytes bare = plainAnswer(request.id, 0, 0, {{"key1", typeText, fromHex("03 616263")}});
@@ -199,7 +200,7 @@ TEST(TsigAnswer, SignedOverAnotherRequestIsNeverAuthentic) {
               errorBackendFailed);
 }
 
-//  The primary has answered the forwarder's ID, which the forwarder has put back to the request's.
+//  The primary answered with the forwarder's ID, which the forwarder has replaced by the request's.
 TEST(TsigAnswer, ForwardedIsAuthenticByItsOriginalId) {
     const SignedRequest request = requestWith();
     for (const unsigned forwarders : {4712U, 4711U ^ 0xffffU}) {
@@ -234,7 +235,8 @@ TEST(TsigAnswer, WithAnyHeaderFieldWrongIsNeverAuthentic) {
     }
 }
 
-//  A letter of the key's or algorithm's name may change its case: it is signed in lower case (RFC 8945 section 4.3.3).
+//  A letter of the key's or algorithm's name may change its case: the names are signed in lower case (RFC 8945 section
+//  4.3.3).
 bool onlyChangesCase(const DnsBytes& message, std::size_t signature, std::size_t at, int bit) {
     constexpr std::size_t keyFirst = 1;
     constexpr std::size_t keyLast = 4;

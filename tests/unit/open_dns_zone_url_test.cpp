@@ -58,7 +58,7 @@ TEST(DnsZoneUrl, WhatIsNotOneIsRefusedWithTheReason) {
     const std::string check = "malformed url: check is a number of seconds from 0 to 86400";
     const std::string skip = "malformed url: skip is a list of ula, temporary and deprecated, each once";
     const std::string algorithm = "malformed url: algorithm is hmac-sha1, hmac-sha256, hmac-sha384 or hmac-sha512";
-    const std::string options = "malformed url: the options are ttl, algorithm, skip and check";  // and quotes nothing
+    const std::string options = "malformed url: the options are ttl, algorithm, skip and check";  // without the url
     const std::string zone = "malformed url: it names no zone, as in dns://SERVER/ZONE";
     const std::pair<std::string, std::string> rows[] = {
         {"dns:///z", "malformed url: it names no server"},

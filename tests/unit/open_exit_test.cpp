@@ -1,4 +1,4 @@
-//  exit(0) in a signal handler behind rdb_disconnect and rdb_destory, while workers still run: how the service ends.
+//  A signal handler calls exit(0) after rdb_disconnect and rdb_destory while workers run, like the service at its end.
 #include "open_fake_backend.h"
 
 #include <csignal>
@@ -6,7 +6,7 @@
 #include <gtest/gtest.h>
 #include <sys/time.h>
 
-//  exit runs the test program's own destructors inside the handler; the thread sanitizer need not report each of them.
+//  exit runs the test program's destructors inside the handler; these reports of the thread sanitizer are switched off.
 extern "C" const char* __tsan_default_options() {
     return "report_signal_unsafe=0";
 }
@@ -23,7 +23,7 @@ void endProcess(int) {
     std::exit(0);
 }
 
-//  Raises SIGALRM once in the given number of microseconds.
+//  Raises SIGALRM once, after the given number of microseconds.
 void interruptIn(int microseconds) {
     struct sigaction action {};
     action.sa_handler = endProcess;
@@ -33,7 +33,7 @@ void interruptIn(int microseconds) {
     setitimer(ITIMER_REAL, &timer, nullptr);
 }
 
-//  Calls without end; the workers are in every state meanwhile.
+//  Makes calls in an endless loop, so that the workers are in various states.
 void work(int handle, int other) {
     const RdbSnapshot record = recordOf("t", "v");
     for (;;) {
@@ -49,7 +49,7 @@ void work(int handle, int other) {
 
 class ExitInHandler : public testing::TestWithParam<int> {};
 
-//  The process of its own comes out of a fresh start of this program, since threads do not survive a fork.
+//  Starts this program again as a separate process, because threads do not survive a fork.
 TEST_P(ExitInHandler, EndsTheProcessWithItsStatusWhileWorkersRun) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     const auto busyService = [] {

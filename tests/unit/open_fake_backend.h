@@ -1,4 +1,4 @@
-//  A back end under the test's control.
+//  A back end controlled by the test.
 #ifndef TESTS_UNIT_OPEN_FAKE_BACKEND_H
 #define TESTS_UNIT_OPEN_FAKE_BACKEND_H
 
@@ -14,26 +14,26 @@
 
 namespace opentest {
 
-//  Lives longer than the back end, which belongs to the worker.
+//  Outlives the back end, which the worker owns.
 struct Script {
     std::mutex mutex;
     std::deque<rdbopen::Status> opens;     // outcomes of the next opens, then success
     std::deque<rdbopen::Status> requests;  // outcomes of the next requests, then success
-    std::atomic<bool> hold{false};         // a request waits while it is set
-    std::atomic<int> silent{-1};           // a descriptor that a request waits for through the waiter, for an hour
+    std::atomic<bool> hold{false};         // a request waits while this is true
+    std::atomic<int> silent{-1};           // a descriptor for which a request waits through the waiter, for an hour
     std::atomic<int> opened{0};
     std::atomic<int> closed{0};
     std::atomic<int> served{0};
     std::atomic<bool> messages{true};
     std::atomic<int> watched{-1};        // descriptor
-    std::atomic<bool> takesByte{false};  // a probe takes a byte of it, if there is one
+    std::atomic<bool> takesByte{false};  // a probe reads a byte from it, if available
     std::atomic<int> checkSeconds{0};    // interval
     std::deque<rdbopen::Status> probes;  // outcomes of the next probes, then success
     std::deque<rdbopen::Status> checks;  // outcomes of the next checks, then success
-    std::atomic<int> checkWaits{-1};     // a descriptor of which a check takes a byte, waiting an hour for it
+    std::atomic<int> checkWaits{-1};     // a descriptor from which a check reads a byte; waits for it for an hour
     std::atomic<int> checksBegun{0};
     std::atomic<bool> givesWay{true};  // a check does
-    std::vector<std::string> made;     // what was asked for, in words
+    std::vector<std::string> made;     // descriptions of the requests
     std::atomic<int> probed{0};
 
     void note(const std::string& text) {
@@ -116,7 +116,7 @@ private:
         [[maybe_unused]] const auto taken = read(descriptor, &byte, 1);
     }
 
-    //  A wait that does not end as ready is a failure.
+    //  A wait that does not end with "ready" is a failure.
     rdbopen::Status check() {
         const int descriptor = script_->checkWaits;
         ++script_->checksBegun;
@@ -132,7 +132,7 @@ private:
     const rdbopen::Waiter* waiter_ = nullptr;
 };
 
-//  Starts handle's worker on a fake back end, as rdb_connectex does with a real one.
+//  Starts the worker of handle with a fake back end, as rdb_connectex does with a real one.
 inline int connectFake(int handle, const std::shared_ptr<Script>& script) {
     const rdbopen::PinnedHandle pin(handle);
     return pin.worker()->start(std::make_unique<FakeBackend>(script));

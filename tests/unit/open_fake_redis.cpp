@@ -12,7 +12,7 @@ namespace opentest {
 
 namespace {
 
-//  A client that has gone is no failure of the test.
+//  It is no test failure if the client has closed the connection.
 void writeAll(int descriptor, const std::string& bytes) {
     std::size_t done = 0;
     while (done < bytes.size()) {
@@ -108,7 +108,7 @@ int FakeRedis::connections() {
     return accepted_;
 }
 
-//  Looks at its list of connections anew often enough for those that the test has closed.
+//  Updates its list of connections often enough for those that the test has closed.
 void FakeRedis::run() {
     for (;;) {
         std::vector<pollfd> waited{{stop_[0], POLLIN, 0}, {listener_, POLLIN, 0}};

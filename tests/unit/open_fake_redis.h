@@ -1,7 +1,7 @@
-//  A Redis server on a free loopback port that answers as told. Without a script it answers as a server that is empty and
-//  takes everything; it keeps nothing.
+//  A Redis server on a free loopback port with scripted answers. Without a script it answers like an empty server that
+//  accepts everything; it stores nothing.
 //
-//  It uses read(2) and write(2) only, so that a test may let the library's own socket calls fail.
+//  It uses only read(2) and write(2), so that a test can make the library's socket calls fail.
 #ifndef TESTS_UNIT_OPEN_FAKE_REDIS_H
 #define TESTS_UNIT_OPEN_FAKE_REDIS_H
 
@@ -29,23 +29,23 @@ public:
 
     std::string url(const std::string& rest = "") const;
 
-    //  The bytes of the next answer to a command with this first word, instead of the usual ones; several calls line up.
+    //  Sets the bytes of the next answer to a command with this first word. Several calls set several answers.
     void answer(const std::string& word, const std::string& bytes);
 
-    //  Closes the connection instead of answering, after these bytes.
+    //  Sends these bytes instead of an answer and closes the connection.
     void answerAndClose(const std::string& word, const std::string& bytes);
 
-    //  Answers as usual from now on.
+    //  Removes the scripted answers.
     void forget();
 
-    //  Sent as soon as a connection is there.
+    //  Sends these bytes as soon as a client connects.
     void greet(const std::string& bytes, bool close);
 
-    //  Sends bytes to, or closes, every connection.
+    //  Sends bytes to every connection, or closes every connection.
     void say(const std::string& bytes);
     void hangUp();
 
-    //  All commands received so far, in order, and those with one first word.
+    //  Returns all commands so far in order, or those with the given first word.
     std::vector<Command> received();
     std::vector<Command> received(const std::string& word);
     int connections();
@@ -57,7 +57,7 @@ private:
     };
     struct Connection {
         int descriptor = -1;
-        int queued = -1;  // commands since MULTI, -1 outside
+        int queued = -1;  // commands since MULTI; -1 outside of a transaction
         rdbopen::RedisReplyParser parser;
     };
 

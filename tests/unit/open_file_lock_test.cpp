@@ -1,4 +1,4 @@
-//  On a clock of its own: each sleep moves it on.
+//  Uses a virtual clock, which each sleep advances.
 #include "files/lock.h"
 
 #include "open_support.h"

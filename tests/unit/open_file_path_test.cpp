@@ -1,4 +1,4 @@
-//  resolveFile. The tests in shared folders make files and links of other users, so they run as root.
+//  resolveFile. The tests in shared folders create files and links of other users, so they run as root.
 #include "files/path.h"
 
 #include "open_support.h"
@@ -80,7 +80,7 @@ TEST_F(FilePath, WhatIsNoFileInAFolderIsAFailure) {
         EXPECT_NE(resolve(folder.file(path)).find(errorText(error)), std::string::npos) << path << ' ' << place.path();
 }
 
-//  The folder in which the link is, who owns it, and who owns the link.
+//  The folder of the link, the owner of the folder, and the owner of the link.
 struct Link {
     const char* name;
     mode_t mode;
@@ -141,14 +141,14 @@ TEST_F(FilePath, TheFirstSharedFolderOnTheWayIsNamed) {
     EXPECT_EQ(place.shared, "/tmp/");
 }
 
-//  The other tests' folder is in /tmp, which is shared; this one is in the folder in which the tests are run.
+//  The folder of the other tests is in the shared folder /tmp; this one is in the working directory of the tests.
 TEST_F(FilePath, OfTwoSharedFoldersTheUpperOneIsNamed) {
     const std::string here = std::filesystem::current_path().string() + "/shared." + std::to_string(getpid());
     std::filesystem::create_directories(here + "/a/more");
     ASSERT_EQ(chmod((here + "/a/more").c_str(), 01777), 0);
     ASSERT_EQ(chmod((here + "/a").c_str(), 01707), 0);
     resolve(here);
-    const std::string outer = place.shared;  // of a build below /tmp
+    const std::string outer = place.shared;  // not empty if the build is below /tmp
     std::string seen;
     for (const std::string& path : {here + "/a/more/new", here + "/a/no/new", here + "/new"}) {
         resolve(path);
@@ -167,7 +167,7 @@ TEST_F(FilePath, AStickyFolderOfAGroupIsNotShared) {
     const std::string here = std::filesystem::current_path().string() + "/group." + std::to_string(getpid());
     std::filesystem::create_directory(here);
     resolve(here);
-    const std::string outer = place.shared;  // of a build below /tmp
+    const std::string outer = place.shared;  // not empty if the build is below /tmp
     ASSERT_EQ(chmod(here.c_str(), 01770), 0);
     resolve(here + "/new");
     std::filesystem::remove(here);

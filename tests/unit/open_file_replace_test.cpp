@@ -12,15 +12,15 @@
 
 namespace {
 
-//  Fails one call: the number-th of the named function, counted from 1.
+//  Makes one call fail: the number-th call of the named function, from 1.
 struct Failure {
     const char* function = "";
     int number = 0;
     int error = 0;
 };
 Failure failure;
-int shortWrite = 0;                 // bytes that one write takes at most, 0 for all
-std::function<void()> beforeFsync;  // stands for what another process does meanwhile
+int shortWrite = 0;                 // maximum number of bytes per write, 0 for no limit
+std::function<void()> beforeFsync;  // simulates the actions of another process
 std::vector<std::string> trace;
 
 bool fails(const char* function) {

@@ -27,7 +27,7 @@ namespace {
 using namespace opentest;
 using namespace rdbopen;
 
-//  Gives back what it created, also when a test fails.
+//  Destroys the handles that it created, also if a test fails.
 class Handles {
 public:
     ~Handles() {
@@ -45,7 +45,7 @@ private:
     std::set<int> all_;
 };
 
-//  Runs first: later the slots have their descriptors already.
+//  Must run first: afterwards the slots have their descriptors.
 TEST(AHandleTable, ACreateWithoutADescriptorFails) {
     failEventfd = true;
     EXPECT_LT(rdb_create(), 0);
@@ -90,7 +90,7 @@ TEST(HandleTable, AStaleHandleIsBadInEveryCall) {
         EXPECT_EQ(rdb_objputsnapshot(handle, &record, 1), errorBadHandle);
         EXPECT_EQ(rdb_disconnect(handle), errorBadHandle);
         EXPECT_EQ(rdb_destory(handle), errorBadHandle);
-        const int next = rdb_create();  // the second pass meets the slot in use again
+        const int next = rdb_create();  // in the second pass the slot is in use again
         EXPECT_NE(next, handle);
         rdb_destory(next);
     }
@@ -153,7 +153,7 @@ TEST(HandleTable, ThousandsOfRoundsLeaveNoThreadNoDescriptorAndNoStack) {
     }
     EXPECT_TRUE(eventually([] { return entriesOf("/proc/self/task") <= 2; }));  // a sanitizer may have one
     EXPECT_EQ(entriesOf("/proc/self/fd"), descriptors);
-    EXPECT_LT(mappings(), mapped + 500);  // a stack that is kept takes two
+    EXPECT_LT(mappings(), mapped + 500);  // each stack that is not freed has two
 }
 
 TEST(HandleTable, WhatARoundAllocatesIsFreedByTheNextCreate) {

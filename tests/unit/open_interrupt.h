@@ -1,4 +1,4 @@
-//  A handle that is ended by a signal handler, on the thread that the signal interrupts.
+//  A handle that a signal handler ends, on the thread that the signal interrupts.
 #ifndef TESTS_UNIT_OPEN_INTERRUPT_H
 #define TESTS_UNIT_OPEN_INTERRUPT_H
 
@@ -10,7 +10,7 @@
 
 namespace opentest {
 
-inline std::atomic<int> interrupted{0};  // 1 once the handler has run
+inline std::atomic<int> interrupted{0};  // 1 after the handler has run
 inline int volatile handleToEnd = -1;
 
 inline void endHandle(int) {
@@ -19,7 +19,7 @@ inline void endHandle(int) {
     interrupted = 1;
 }
 
-//  Raises SIGALRM once in the given number of microseconds.
+//  Raises SIGALRM once, after the given number of microseconds.
 inline void interruptIn(int microseconds) {
     interrupted = 0;
     struct sigaction action {};

@@ -1,4 +1,4 @@
-//  The shared library and its modules as the service meets them: their names, what they export, and one run through it.
+//  The shared library and its modules as the service loads them: names, exports, and one run.
 #include "rdbapi.h"
 
 #include <cstdio>
@@ -46,7 +46,7 @@ TEST(OpenLibrary, ItsSonameIsTheRelativeName) {
     EXPECT_NE(outputOf("readelf -d " LIBRARY_PATH).find("soname: [./librdbapix64.so]"), std::string::npos);
 }
 
-#ifndef SANITIZED  // a sanitizer brings the run-time library along
+#ifndef SANITIZED  // a sanitizer needs the run-time library
 std::set<std::string> neededBy(const std::string& file) {
     std::istringstream lines(outputOf("readelf -dW " + file));
     std::set<std::string> needed;

@@ -10,7 +10,7 @@
 
 namespace {
 
-std::string tablePath;  // stands in for the kernel's table
+std::string tablePath;  // replaces the kernel's table
 int openError = 0;
 int readError = 0;
 

@@ -1,4 +1,4 @@
-//  Keeps a test program out of the machine's syslog.
+//  Prevents a test program from writing to the machine's syslog.
 #include <sys/socket.h>
 
 extern "C" ssize_t __wrap_sendto(int, const void*, size_t, int, const sockaddr*, socklen_t);

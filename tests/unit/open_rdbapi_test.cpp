@@ -1,4 +1,4 @@
-//  The nine functions: their arguments, and what they leave in syslog.
+//  The nine functions: their arguments, and their messages in syslog.
 #include "open_fake_backend.h"
 #include "open_syslog.h"
 
@@ -25,7 +25,7 @@ protected:
     ~Rdbapi() override {
         rdb_disconnect(handle);
         rdb_destory(handle);
-        workersEnded();  // the callbacks write into members
+        workersEnded();  // because callbacks write to members
     }
     void connect() {
         rdb_setmessagenotify(handle, onEvent, &events);

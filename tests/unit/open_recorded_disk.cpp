@@ -20,7 +20,7 @@ namespace {
 struct Call {
     enum class Kind { make, rename, remove, write, resize, flushFile, flushFolder };
     Kind kind;
-    int file = -1;  // a number of its own for each file that was ever made
+    int file = -1;  // a unique number for each file
     std::string name, newName, bytes;
     std::size_t at = 0;
 
@@ -33,7 +33,7 @@ std::function<int(int)> beforeFlush;
 bool recording = false;
 std::string folder;  // ends with "/"
 std::vector<Call> calls;
-std::size_t prepared = 0;  // calls that stand for what was there before
+std::size_t prepared = 0;  // number of calls that represent the initial files
 std::map<ino_t, int> fileOf;
 int files = 0;
 
@@ -56,7 +56,7 @@ void noteFile(const std::string& path, ino_t inode) {
     calls.push_back({Call::Kind::make, fileOf[inode], nameOf(path), "", "", 0});
 }
 
-//  The number of the file behind fd, or -1.
+//  Returns the number of the file with descriptor fd, or -1.
 int recordedFile(int fd) {
     struct stat status {};
     if (!recording || fstat(fd, &status) != 0)
@@ -96,7 +96,7 @@ int openRecorded(const char* path, int flags, mode_t mode) {
 
 using Skipped = std::function<bool(std::size_t)>;
 
-//  The folder after the first count calls without those that are skipped.
+//  Returns the folder after the first count calls, without the skipped calls.
 FolderContent replay(std::size_t count, const Skipped& skipped) {
     std::map<int, std::string> contents;
     std::map<std::string, int> names;
@@ -134,7 +134,7 @@ FolderContent replay(std::size_t count, const Skipped& skipped) {
     return content;
 }
 
-//  True when call i has reached the disk before the cut after count calls.
+//  Returns true if call i was flushed to the disk before the power failed after count calls.
 bool isFlushed(std::size_t i, std::size_t count) {
     for (std::size_t later = i + 1; later < count; ++later)
         if ((calls[i].isData() && calls[later].kind == Call::Kind::flushFile && calls[later].file == calls[i].file) ||
@@ -144,7 +144,7 @@ bool isFlushed(std::size_t i, std::size_t count) {
 }
 
 void addCuts(std::size_t count, std::set<FolderContent>& folders) {
-    std::vector<bool> open(count);  // may be lost
+    std::vector<bool> open(count);  // calls that may be lost
     for (std::size_t i = 0; i < count; ++i)
         open[i] = (calls[i].isData() || calls[i].isName()) && !isFlushed(i, count);
     folders.insert(replay(count, [](std::size_t) { return false; }));
@@ -208,7 +208,7 @@ void setBeforeFlush(std::function<int(int)> action) {
 
 }  // namespace opentest
 
-//  They stand before the C library's for SQLite as well.
+//  These replace the C library's functions, also for SQLite.
 extern "C" {
 
 int open(const char* path, int flags, ...) {

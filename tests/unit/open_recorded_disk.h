@@ -1,11 +1,12 @@
-//  Power cuts: records what a program writes into one folder, and makes the folders that a cut could leave.
+//  Power failures: records the writes of a program in one folder, and computes the possible contents after a power
+//  failure.
 //
-//  What is recorded are the calls of the whole process, SQLite's included, on files in the folder: a file made, renamed
-//  or removed, bytes written, a size set, a file or the folder flushed. The index of a log (-shm) is left out: it is made
-//  again after a cut.
+//  Recorded are the calls of the whole process, including SQLite, on files in the folder: creating, renaming and
+//  removing a file, writing bytes, setting a size, flushing a file or the folder. The index of a log (-shm) is not
+//  recorded, because it is created again after a power failure.
 //
-//  A cut comes after any call. What was flushed by then is on the disk. Of the rest there is everything, nothing, all but
-//  one call, or one call only; of the names everything or what was flushed.
+//  The power may fail after any call. Data flushed before is on the disk. Of the other calls, the disk has all, none,
+//  all except one, or only one; of the names, all changes or only the flushed ones.
 //
 //  Threads: recording is for one thread.
 #ifndef TESTS_UNIT_OPEN_RECORDED_DISK_H
@@ -18,20 +19,21 @@
 
 namespace opentest {
 
-//  Names and contents of a folder.
+//  The names and contents of the files in a folder.
 using FolderContent = std::map<std::string, std::string>;
 
-//  Begins with the files that are in folder, which count as flushed.
+//  Starts recording. The files in folder count as flushed.
 void startRecording(const std::string& folder);
 
 void stopRecording();
 
-//  The folders that a cut could leave, at any moment of the recording or after its last call.
+//  Returns the possible contents of the folder after a power failure at any moment of the recording or after its last
+//  call.
 std::set<FolderContent> cutsAtAnyMoment();
 std::set<FolderContent> cutsAtTheEnd();
 
-//  How many calls flushed a file or a folder, and what is called before each with its descriptor. The call fails with the
-//  errno value that it returns, if that is not 0.
+//  Returns the number of calls that flushed a file or a folder; and a function that is called before each with its
+//  descriptor. If it returns an errno value other than 0, the call fails with it.
 int flushCount();
 void setBeforeFlush(std::function<int(int)> action);
 

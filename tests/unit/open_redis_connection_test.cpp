@@ -1,4 +1,5 @@
-//  redis://: answers cut short, slow or endless, and system calls that fail. The clock stands until a test moves it.
+//  redis://: truncated, slow and endless answers, and failing system calls. The clock advances only when a test moves
+//  it.
 #include "open_fake_redis.h"
 #include "open_support.h"
 
@@ -10,12 +11,12 @@
 
 namespace {
 
-std::atomic<std::int64_t> shift{0};  // ms that the clock is ahead
+std::atomic<std::int64_t> shift{0};  // offset of the clock, ms
 std::atomic<int> failSocket{0}, failConnect{0}, failSend{0}, failRecv{0};
 std::atomic<std::size_t> sendAtMost{0};  // bytes, 0 for no limit
 std::atomic<bool> slowRecv{false};       // one byte at a time, each of which takes a second
 
-//  Takes the planned failure of one call.
+//  Consumes the planned failure of one call. Returns true and sets errno if the call must fail.
 bool failsNow(std::atomic<int>& planned) {
     const int error = planned.exchange(0);
     errno = error == 0 ? errno : error;
@@ -62,7 +63,7 @@ namespace {
 using namespace opentest;
 using namespace rdbopen;
 
-//  Never waits: what is not there within an instant does not come, and the handle may be closed meanwhile.
+//  Never waits: data that does not arrive at once never arrives, and the handle may be closed meanwhile.
 class ImpatientWaiter : public Waiter {
 public:
     Result wait(int descriptor, short events, std::chrono::milliseconds until) const noexcept override {
@@ -75,7 +76,7 @@ public:
     Result result = Result::ready;
 };
 
-//  Every wait takes a second of the clock.
+//  Every wait takes one second of the clock.
 class SlowWaiter : public Waiter {
 public:
     Result wait(int descriptor, short events, std::chrono::milliseconds until) const noexcept override {
@@ -219,7 +220,7 @@ TEST_F(RedisConnection, MoreAnswersThanQuestionsFailIt) {
     EXPECT_EQ(second.code, errorBackendFailed);
 }
 
-//  A server with TLS only does not always send an alert before it closes.
+//  A server that requires TLS does not always send an alert before it closes the connection.
 TEST_F(RedisConnection, AnEndBeforeTheFirstAnswerNamesTlsAsACause) {
     const std::string reason =
         "the server closed the connection before its first answer, as servers do that speak TLS only at their port";

@@ -1,5 +1,5 @@
-//  redis://: what the server refuses, and what is somebody else's. Nothing of a refused request is written, and the
-//  connection goes on.
+//  redis://: requests that the server refuses, and data of other programs. A refused request writes nothing, and the
+//  connection continues.
 #include "open_fake_redis.h"
 #include "open_support.h"
 
@@ -45,7 +45,7 @@ TEST_F(RedisRefusals, AnErrorToAnyCommandOfTheReadWritesNothing) {
     }
     expectUntouchedAndUsable();
     EXPECT_EQ(server.received("DISCARD").size(), 5U);
-    EXPECT_EQ(server.received("UNWATCH").size(), 1U);  // MULTI itself was refused
+    EXPECT_EQ(server.received("UNWATCH").size(), 1U);  // because MULTI itself was refused
 }
 
 TEST_F(RedisRefusals, AKeyOfAnotherTypeIsUnchanged) {
@@ -142,7 +142,7 @@ TEST_F(RedisRefusals, AServerThatSpeaksTlsOnlyIsNamed) {
         "the server speaks TLS only at this port, which this back end does not: it needs a tunnel or a plain port");
     backend->close();
     ASSERT_EQ(backend->open(plainWaiter).code, 0);
-    server.answer("PING", "\x15\x03\x03");  // such bytes later on are no answer to the first ones
+    server.answer("PING", "\x15\x03\x03");  // later such bytes are not a reaction to the first request
     EXPECT_EQ(backend->probe().reason, "the server does not speak the Redis protocol");
 }
 

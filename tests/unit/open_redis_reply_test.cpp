@@ -1,4 +1,4 @@
-//  The parser of a Redis server's answers, and the words for its errors.
+//  The parser of a Redis server's answers, and the texts for its errors.
 #include "redis/refusal.h"
 #include "redis/reply.h"
 

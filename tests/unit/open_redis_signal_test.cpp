@@ -1,5 +1,5 @@
-//  rdb_disconnect and rdb_destory in a signal handler at any moment of a connection to a Redis server: while it is made,
-//  while it logs in, inside a request, and while nothing happens.
+//  A signal handler calls rdb_disconnect and rdb_destory at any moment of a connection to a Redis server: while
+//  connecting, during the login, in a request, and while idle.
 #include "open_fake_redis.h"
 #include "open_interrupt.h"
 #include "open_support.h"
@@ -10,7 +10,7 @@ namespace {
 
 using namespace opentest;
 
-//  Connects and works until the handler has run.
+//  Connects and makes requests until the handler has run.
 void roundOf(const std::string& url, int microseconds) {
     const int handle = rdb_create();
     ASSERT_GE(handle, 0);

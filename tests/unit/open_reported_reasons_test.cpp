@@ -11,7 +11,7 @@ namespace {
 using rdbopen::ReasonLog;
 
 std::vector<std::string> lines;
-int loseLines = 0;  // the next so many
+int loseLines = 0;  // number of next lines to lose
 
 }  // namespace
 
@@ -30,7 +30,7 @@ namespace {
 class ReasonLogTest : public testing::Test {
 protected:
     ReasonLogTest() { lines.clear(); }
-    //  Returns how many lines the failure sends.
+    //  Returns the number of lines that the failure sends.
     std::size_t fail(const std::string& reason) {
         const std::size_t before = lines.size();
         log.fail("server", reason);

@@ -11,7 +11,7 @@ using rdbopen::steadyTime;
 using std::chrono::milliseconds;
 using std::chrono::seconds;
 
-//  Expects a back-off of base with a random share of up to a quarter.
+//  Checks that wait is base plus a random share of at most a quarter of base.
 void expectBackoff(milliseconds wait, milliseconds base) {
     EXPECT_GE(wait, base);
     EXPECT_LE(wait, base + base / 4);

@@ -1,5 +1,5 @@
-//  The addresses of a server's name: which are tried, in which order, for how long, and what is said in the end. Nothing is
-//  connected, and the clock is driven.
+//  The addresses of a server's name: selection, order, time limits and the reported reason. Nothing connects, and the
+//  test controls the clock.
 #include "net/server_addresses.h"
 
 #include "open_support.h"
@@ -11,7 +11,7 @@
 
 namespace {
 
-std::vector<std::string> known;  // the addresses of every name
+std::vector<std::string> known;  // the addresses to which every name resolves
 int lookUpError = 0;
 std::int64_t clockSeconds = 1000;
 int lookUpSeconds = 0;
@@ -86,10 +86,10 @@ protected:
     EndingWaiter waiter;
     std::chrono::milliseconds until{};
     Texts tried;
-    std::map<std::string, std::string> unreachable;  // the reason
-    std::map<std::string, Status> outcomes;          // what an attempt at the address ends with, else success
-    int spent = 0;                                   // s, by each connection
-    std::vector<std::int64_t> shares;                // s, of each attempt
+    std::map<std::string, std::string> unreachable;  // reason for each unreachable address
+    std::map<std::string, Status> outcomes;          // result of an attempt by address; default success
+    int spent = 0;                                   // duration of each connection, s
+    std::vector<std::int64_t> shares;                // time limit of each attempt, s
 
     const ServerAddresses::Connect connect = [this](const ServerAddress& address, std::chrono::milliseconds) {
         tried.push_back(textOf(address));

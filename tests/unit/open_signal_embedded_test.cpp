@@ -1,5 +1,5 @@
-//  rdb_disconnect and rdb_destory in a signal handler at any moment of an embedded back end's work: connecting, serving,
-//  or between two requests.
+//  A signal handler calls rdb_disconnect and rdb_destory at any moment of an embedded back end's work: while
+//  connecting, in a request, or between two requests.
 #include "open_interrupt.h"
 #include "open_support.h"
 
@@ -37,7 +37,7 @@ void thousandRounds(const std::string& url) {
     EXPECT_TRUE(workersEnded());
 }
 
-//  What another handle finds afterwards shows that nothing was left locked.
+//  Returns whether another handle works afterwards, which shows that no lock is held.
 bool worksAfterwards(const std::string& url) {
     Events events;
     const int handle = rdb_create();

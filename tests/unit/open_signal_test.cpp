@@ -1,4 +1,4 @@
-//  rdb_disconnect and rdb_destory in a signal handler that interrupted the same thread anywhere in any other call.
+//  A signal handler calls rdb_disconnect and rdb_destory after it interrupted any other call on the same thread.
 #include "open_fake_backend.h"
 #include "open_interrupt.h"
 
@@ -46,7 +46,7 @@ void createAndConnect(int) {
 constexpr void (*calls[])(int) = {createAndDestroy, setNotify, connectBadly, sendMessage,
                                   getTag,           importTag, putValue,     createAndConnect};
 
-//  Repeats one call until the handler has run in it.
+//  Repeats one call until the handler has interrupted it.
 void roundOf(void (*call)(int), int microseconds) {
     Events events;
     const auto script = std::make_shared<Script>();
@@ -61,7 +61,7 @@ void roundOf(void (*call)(int), int microseconds) {
         call(handle);
     RdbTag tag = tagNamed("t");
     EXPECT_NE(rdb_tagget(handle, &tag), 0);
-    ASSERT_TRUE(workersEnded());  // the callback writes into events
+    ASSERT_TRUE(workersEnded());  // because the callback writes to events
 }
 
 TEST(SignalHandler, MayDisconnectAndDestroyInsideAnyOtherCall) {
@@ -77,7 +77,7 @@ TEST(SignalHandler, MayEndAHandleWhoseCallIsWaiting) {
     ASSERT_EQ(connectFake(handle, script), 0);
     ASSERT_EQ(events.take(), RDB_EVENT_CONNECTED);
     script->hold = true;
-    ASSERT_EQ(rdb_callmsg(handle, "x", 1, ignoreReply, nullptr), 0);  // holds the worker
+    ASSERT_EQ(rdb_callmsg(handle, "x", 1, ignoreReply, nullptr), 0);  // keeps the worker busy
     handleToEnd = handle;
     interruptIn(20000);
     const auto release = [](void* held) -> void* {

@@ -1,4 +1,4 @@
-//  How a database is made: whatever moment the power fails at, whoever else starts, whatever the umask.
+//  Creation of a database: power failures at any moment, concurrent starts, and any umask.
 #include "sqlite/creation.h"
 
 #include "open_recorded_disk.h"
@@ -29,7 +29,7 @@ protected:
         EXPECT_EQ(query("PRAGMA integrity_check"), "ok");
         EXPECT_EQ(query("PRAGMA journal_mode"), "wal");
     }
-    //  Opens each of folders as a service would after a power cut.
+    //  Opens the database in each of folders, as a service would after a power failure.
     static void expectThatAllOpen(const std::set<FolderContent>& folders) {
         for (const FolderContent& content : folders) {
             const Folder after;
@@ -75,7 +75,7 @@ TEST_F(SqliteCreation, SoDoesOneWhileAnEmptyFileIsFilled) {
     expectThatAllOpen(folders);
 }
 
-//  As an empty file on which nothing can be renamed, and as all new files of earlier versions.
+//  The case of an empty file, which cannot be replaced by renaming, and of new files of earlier versions.
 TEST_F(SqliteCreation, SoDoesOneWhileSqliteFillsTheFileItself) {
     writeText(file, "");
     startRecording(folder.path());
@@ -95,7 +95,7 @@ TEST_F(SqliteCreation, AFileThatOnlyBeginsBlankIsRefusedAndLeftUntouched) {
     const std::string blank(8192, '\0');
     std::string journal(512, '\0');
     journal.replace(0, 8, "\xd9\xd5\x05\xf9\x20\xa1\x63\xd7");
-    journal[19] = 2;  // pages before: SQLite would write them back
+    journal[19] = 2;  // number of original pages: SQLite would restore them
     for (const std::string& beside : {std::string(), std::string(512, 'x'), journal}) {
         writeText(file, blank);
         if (!beside.empty())
@@ -112,12 +112,12 @@ TEST_F(SqliteCreation, NothingIsLeftBesideTheDatabase) {
     EXPECT_EQ(entriesOf(folder.path().c_str()), 1U);
 }
 
-//  A log with the value "old" in it, left by a file that was removed.
+//  A log that contains the value "old", left from a removed file.
 class SqliteCreationBesideALog : public SqliteCreation {
 protected:
     void SetUp() override {
         openWithTag("host1");
-        SqliteDatabase reader;  // keeps the log from being emptied
+        SqliteDatabase reader;  // prevents SQLite from emptying the log
         ASSERT_EQ(reader.open(file), SQLITE_OK);
         ASSERT_EQ(reader.run("BEGIN; SELECT * FROM tag"), SQLITE_OK);
         ASSERT_EQ(put("host1", "old"), 0);
@@ -253,7 +253,7 @@ TEST_F(SqliteCreation, ALinkOfAStrangerInASharedFolderIsNotFollowed) {
                   " in a folder that others can write belongs to somebody else");
 }
 
-//  SQLite follows links of its own accord; it is told not to, should one appear after the path was resolved.
+//  SQLite follows links by default. This is switched off, for links that appear after the path was resolved.
 TEST_F(SqliteCreation, AConnectionFollowsNoLinkItself) {
     open();
     ASSERT_EQ(symlink("rdb.db", folder.file("link").c_str()), 0);

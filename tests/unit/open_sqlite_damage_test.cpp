@@ -1,4 +1,4 @@
-//  A damaged database is moved aside, and the value is written into a new one. Nobody else's file is moved.
+//  A damaged database is moved aside, and the value is written to a new one. Files of other programs are not moved.
 #include "sqlite/damage.h"
 
 #include "files/lock.h"
@@ -20,14 +20,15 @@ constexpr std::size_t page = 4096;
 
 class SqliteDamage : public SqliteValueFixture {
 protected:
-    //  Has values enough for several pages of history.
+    //  Puts enough values for several pages of history.
     void openAndPutMany() {
         openAndPut("first");
         for (int i = 0; i < 40; ++i)
             ASSERT_EQ(put("host1", std::string(900, 'x')), 0);
         ASSERT_EQ(put("host1", "first"), 0);
     }
-    //  Writes garbage over one page, as a failing disk does. The first page of history is read only when a put trims it.
+    //  Overwrites one page with garbage, like a failing disk. The first page of history is read only when a put trims
+    //  it.
     void spoil(std::int64_t number) const {
         std::fstream stream(file, std::ios::in | std::ios::out | std::ios::binary);
         stream.seekp((number - 1) * static_cast<std::int64_t>(page));
@@ -123,12 +124,12 @@ TEST_F(SqliteDamage, AHeaderThatIsNoDatabasesButForItsMarksMovesTheFileAside) {
     openAndPut("first");
     backend->close();
     std::string bytes = readText(file);
-    bytes[16] = bytes[17] = 7;  // no page size
+    bytes[16] = bytes[17] = 7;  // not a valid page size
     writeText(file, bytes);
     expectMovedAndWrittenAgain("first");
 }
 
-//  Opening reads no page of it.
+//  Opening does not read this page.
 TEST_F(SqliteDamage, APageThatOnlyAPutReadsMovesTheFileAsideAtTheNextOpen) {
     openAndPutMany();
     backend->close();
@@ -162,7 +163,7 @@ TEST_F(SqliteDamage, AnotherProgramsDamagedFileInPlaceOfTheDamagedOneStays) {
     EXPECT_EQ(put("host1", "second"), errorBackendFailed);
     backend->close();
     std::string bytes = readText(file).substr(0, 2 * page);
-    bytes[71] = 'x';  // of application_id
+    bytes[71] = 'x';  // a byte of application_id
     writeText(file, bytes);
     EXPECT_EQ(failureToOpen(), "the file is a database of another program");
     EXPECT_TRUE(readText(file) == bytes);
@@ -264,7 +265,7 @@ TEST_F(SqliteDamage, ALogWithContentGoesWithIt) {
     backend->close();
     spoilTable("history");
     open();
-    SqliteDatabase reader;  // keeps the log from being emptied
+    SqliteDatabase reader;  // prevents SQLite from emptying the log
     ASSERT_EQ(reader.open(file), SQLITE_OK);
     ASSERT_EQ(reader.run("BEGIN; SELECT * FROM tag"), SQLITE_OK);
     ASSERT_EQ(backend->tags()->import(usableTag("host2")).code, 0);
@@ -282,7 +283,7 @@ TEST_F(SqliteDamage, ALogWithContentGoesWithIt) {
     EXPECT_EQ(current(), "first");
 }
 
-//  SQLite meets the damage while it reads the first page, before it needs the log.
+//  SQLite detects the damage when it reads the first page, before it needs the log.
 TEST_F(SqliteDamage, ALogThatWasNotAppliedGoesWithItAsItIs) {
     openAndPutMany();
     SqliteDatabase reader;
@@ -294,7 +295,7 @@ TEST_F(SqliteDamage, ALogThatWasNotAppliedGoesWithItAsItIs) {
     ASSERT_GT(log.size(), 0U);
     reader.close();
     backend->close();
-    bytes[100] = 'x';  // no kind of page
+    bytes[100] = 'x';  // not a valid page type
     writeText(file, bytes);
     writeText(file + "-wal", log);
     EXPECT_EQ(failureToOpen(), movedTo(file + ".damaged"));
@@ -321,13 +322,13 @@ TEST_F(SqliteDamage, IsMovedUnderTheLockOfTheNewFile) {
     EXPECT_GT(held, 0);
 }
 
-//  As after a write by a version of SQLite that does not keep the count.
+//  As after a write by a version of SQLite that does not maintain the count.
 TEST_F(SqliteDamage, ACountOfPagesThatBelongsToAnEarlierWriteIsIgnored) {
     openAndPut("first");
     backend->close();
     std::string bytes = readText(file);
-    ++bytes[27];  // changes
-    ++bytes[31];  // pages
+    ++bytes[27];  // change counter
+    ++bytes[31];  // page count
     writeText(file, bytes);
     open();
     EXPECT_EQ(current(), "first");
@@ -349,7 +350,7 @@ TEST_F(SqliteDamage, AnotherProgramsDatabaseStaysAsItIs) {
     }
 }
 
-//  A checkpoint writes the header before the pages after it: the log has what the file lacks.
+//  A checkpoint writes the header before the following pages: the log contains the pages that the file lacks.
 TEST_F(SqliteDamage, AFileWhoseLogHasTheMissingPagesIsSound) {
     openAndPut("first");
     const std::string before = readText(file);

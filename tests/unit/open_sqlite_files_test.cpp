@@ -1,4 +1,4 @@
-//  What another program does to the files of an open database: it is noticed, and the value is written again.
+//  Changes by other programs to the files of an open database: they are detected, and the value is written again.
 #include "sqlite/files.h"
 
 #include "engine/desired_state.h"
@@ -14,7 +14,7 @@ namespace {
 using namespace opentest;
 using namespace rdbopen;
 
-//  Writes bytes into the file at path as cp(1) does. A file's time has a grain, within which a change cannot be seen.
+//  Writes bytes to the file at path like cp(1). Repeats until the file's time changes, which has a limited resolution.
 void overwrite(const std::string& path, const std::string& bytes) {
     struct stat before {};
     struct stat after {};
@@ -129,7 +129,8 @@ TEST_P(SqliteAccident, IsNoticedByEachOfTwoServicesThatShareTheFile) {
     EXPECT_EQ(current(), "first");
 }
 
-//  It happens when the log is flushed, which ends the transaction, or at a flush after that. What is left then may be no
+//  It happens when the log is flushed, which ends the transaction, or at a later flush. The file may then not be a
+//  database, if SQLite was writing to it.
 //  database at all, when SQLite was just writing into the file.
 TEST_P(SqliteAccident, IsNoticedAlsoWhileAValueIsWritten) {
     openAndPut("first");
@@ -168,7 +169,7 @@ TEST_F(SqliteFilesTest, AnotherProgramsFileThatWasCopiedOverItStaysAsItIs) {
     }
 }
 
-//  Without a look at the files before, closing would write the log into what is there now.
+//  Without a check of the files first, closing would write the log into the current file.
 TEST_F(SqliteFilesTest, AFileThatWasOverwrittenUnnoticedStaysAsItIsAtTheEnd) {
     openAndPut("first");
     SqliteDatabase reader;
@@ -240,7 +241,7 @@ TEST_F(SqliteFilesTest, TheChecksOfAnotherServiceHideNoAccident) {
     EXPECT_EQ(backend->probe().code, errorBackendFailed);
 }
 
-//  The files then are as SQLite may have left them: only the value shows it.
+//  The files then may be in a state that SQLite itself creates: only the value shows the change.
 TEST_F(SqliteFilesTest, AnAccidentJustAfterAnotherServicesPutIsFoundByACheckOfTheValue) {
     const auto second = backendFor("sqlite://" + file);
     openAndPut("first");
@@ -282,7 +283,7 @@ TEST_F(SqliteFilesTest, SeveralRecordsOfOneTagArePutInTheirOrder) {
     EXPECT_EQ(current(), "3");
 }
 
-//  SQLite goes on with the file that it opened, whatever name that has by the end of the opening.
+//  SQLite continues with the file that it opened, even if that file has another name when opening ends.
 TEST_F(SqliteFilesTest, AFileThatIsReplacedWhileItIsOpenedIsNoticed) {
     openAndPut("first");
     backend->close();

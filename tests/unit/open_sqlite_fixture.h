@@ -1,5 +1,5 @@
-//  What the tests of the back end sqlite share: one back end on a database in a folder of its own, and a second connection
-//  to look at it, as the stock tool would.
+//  Shared by the tests of the back end sqlite: a back end with a database in a temporary folder, and a second
+//  connection that reads it, like the sqlite3 program.
 #ifndef TESTS_UNIT_OPEN_SQLITE_FIXTURE_H
 #define TESTS_UNIT_OPEN_SQLITE_FIXTURE_H
 
@@ -45,14 +45,14 @@ protected:
 //  One tag and its value, which are written again after a loss.
 class SqliteValueFixture : public SqliteFixture {
 protected:
-    //  Puts value as the worker does for a user of the handle.
+    //  Puts value like the worker for a user of the handle.
     void openAndPut(const std::string& value) {
         open();
         desired.recordTag(usableTag("host1"), backend->tags()->import(usableTag("host1")).code);
         desired.recordValue(recordOf("host1", value), put("host1", value));
         ASSERT_FALSE(desired.pending());
     }
-    //  What the worker does after a loss, and at each check.
+    //  Does what the worker does after a loss and at each check.
     void openAndCheck() {
         open();
         check();

@@ -1,5 +1,5 @@
-//  What the tests of the open client library share: a folder of its own for each test, records, and waiting for what
-//  another thread does. A wait ends as soon as the thing happens; its limit only ends a test that would hang.
+//  Shared by the tests of the open client library: a temporary folder for each test, records, and waiting for other
+//  threads. A wait ends as soon as its condition is true; its limit only ends a test that would hang.
 #ifndef TESTS_UNIT_OPEN_SUPPORT_H
 #define TESTS_UNIT_OPEN_SUPPORT_H
 
@@ -57,12 +57,12 @@ inline void writeText(const std::string& path, const std::string& text) {
     std::ofstream(path, std::ios::binary | std::ios::trunc) << text;
 }
 
-//  What the C library calls an error, in the language of the locale.
+//  Returns the C library's text for an error, in the language of the locale.
 inline std::string errorText(int error) {
     return std::strerror(error);
 }
 
-//  Repeats condition until it holds. Returns false at the limit.
+//  Repeats condition until it is true. Returns false at the limit.
 template <class Condition>
 bool eventually(Condition condition) {
     const timespec pause{0, 1000000};
@@ -72,7 +72,7 @@ bool eventually(Condition condition) {
     return true;
 }
 
-//  What callbacks leave behind for the test's thread, in order.
+//  Items that callbacks pass to the test's thread, in order.
 template <class T>
 class Inbox {
 public:
@@ -133,8 +133,8 @@ inline RdbSnapshot recordOf(const std::string& name, const std::string& value) {
     return record;
 }
 
-//  Waits until the workers of all released handles have ended, so that no callback runs any more: each of
-//  the table's places can be had again. Returns false at the limit, or when a handle is still in use.
+//  Waits until the workers of all released handles have ended, so that no more callbacks run and every slot of the
+//  table is free. Returns false at the limit, or if a handle is still in use.
 inline bool workersEnded() {
     bool allFree = true;
     std::vector<int> handles;
@@ -151,7 +151,7 @@ inline bool workersEnded() {
     return allFree;
 }
 
-//  Waits as a handle that is never closed.
+//  Waits like a handle that is never closed.
 class PlainWaiter : public rdbopen::Waiter {
 public:
     Result wait(int descriptor, short events, std::chrono::milliseconds until) const noexcept override {
@@ -165,7 +165,7 @@ public:
 };
 inline constexpr PlainWaiter plainWaiter;
 
-//  Makes the back end of url, or returns null.
+//  Creates the back end for url, or returns null.
 inline std::unique_ptr<rdbopen::Backend> backendFor(const std::string& url) {
     std::unique_ptr<rdbopen::Backend> backend;
     std::string reason;

@@ -1,4 +1,4 @@
-//  What the library sends to the syslog daemon, for tests that wrap sendto(2).
+//  The library's messages to the syslog daemon, for tests that wrap sendto(2).
 #ifndef TESTS_UNIT_OPEN_SYSLOG_H
 #define TESTS_UNIT_OPEN_SYSLOG_H
 
@@ -10,7 +10,7 @@ namespace opentest {
 
 struct SyslogLine {
     int priority = 0;
-    std::string text;  // after time and program
+    std::string text;  // text after time and program
 };
 
 //  bytes: "<27>Nov 22 02:48:53 program: text".

@@ -1,4 +1,4 @@
-//  The line, and its way to a daemon at a socket of the test's own.
+//  The text of a line, and its delivery to a daemon at a socket of the test.
 #include "engine/report.h"
 
 #include "open_support.h"
@@ -14,7 +14,7 @@ namespace {
 using namespace opentest;
 using namespace rdbopen;
 
-//  A syslog daemon's socket. It reads nothing by itself.
+//  The socket of a syslog daemon. It reads only when the test does.
 class Daemon {
 public:
     Daemon(const std::string& path, int type) : descriptor_(socket(AF_UNIX, type, 0)) {
@@ -88,7 +88,7 @@ TEST_F(SyslogLineTest, IsLostWithoutADaemonAndReachesTheNextOne) {
     EXPECT_EQ(next.read(), "there");
 }
 
-//  Lines that waited would hang here.
+//  Lines that wait would hang here.
 TEST_F(SyslogLineTest, IsLostInsteadOfWaitingForADaemonThatDoesNotRead) {
     for (const int type : {SOCK_DGRAM, SOCK_STREAM}) {
         const Daemon daemon(path, type);

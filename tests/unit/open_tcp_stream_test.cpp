@@ -1,4 +1,4 @@
-//  The TCP connection, against servers of the test on loopback, and with failing system calls.
+//  The TCP connection, with servers of the test on loopback, and with failing system calls.
 #include "net/tcp_stream.h"
 
 #include "open_support.h"
@@ -15,7 +15,7 @@
 
 namespace {
 
-//  errno with which the next call fails; 0 for none. A count of bytes that a call may carry at most.
+//  errno with which the next call fails; 0 for success.
 thread_local int failSocket, failConnect, failOption, failSend, failReceive, failPoll;
 thread_local std::size_t maxBytes = SIZE_MAX;
 thread_local bool expirePoll = false;
@@ -63,7 +63,7 @@ namespace {
 using namespace opentest;
 using namespace rdbopen;
 
-//  A listening socket on ::1 and, after accept, the server's side of the connection.
+//  A listening socket on ::1 and, after accept, the server's end of the connection.
 class Peer {
 public:
     Peer() : listener_(__real_socket(AF_INET6, SOCK_STREAM | SOCK_CLOEXEC, 0)) {

@@ -10,7 +10,7 @@ namespace {
 using namespace opentest;
 using namespace rdbopen;
 
-//  A server that holds tags and values, and fails as often as it is told to.
+//  A server that stores tags and values, and fails as often as the test sets it.
 class Holder : public Backend, public TagBackend, public UpdateBackend {
 public:
     std::map<std::string, std::string> values;

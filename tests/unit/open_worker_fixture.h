@@ -1,5 +1,5 @@
-//  A worker on a fake back end. Waits of the back-off and of the call limit end at once and are only noted; the monotonic
-//  clock stands still unless a test moves it.
+//  A worker with a fake back end. Waits for the back-off and for the call limit end at once and are only recorded; the
+//  monotonic clock advances only when a test moves it.
 #ifndef TESTS_UNIT_OPEN_WORKER_FIXTURE_H
 #define TESTS_UNIT_OPEN_WORKER_FIXTURE_H
 
@@ -12,14 +12,14 @@ namespace opentest {
 
 inline std::atomic<bool> skipBackoff{false};
 inline std::atomic<bool> failThreads{false};
-inline std::atomic<int> failPolls{0};            // the next so many waits of a worker fail
-inline std::atomic<int> loseLines{0};            // the next so many lines of syslog are lost
+inline std::atomic<int> failPolls{0};            // number of next waits of a worker that fail
+inline std::atomic<int> loseLines{0};            // number of next syslog lines that are lost
 inline std::atomic<int> longSleeps{0};           // sleeps of a second or more, which end at once
 inline std::atomic<std::int64_t> clockAhead{0};  // s
 inline Inbox<int> pauses;                        // ms
 inline Inbox<std::string> reports;               // syslog texts
 inline thread_local bool expireWaits = false;
-inline thread_local std::function<bool()> expireWhen;  // what a wait that expires waits for before; empty for nothing
+inline thread_local std::function<bool()> expireWhen;  // an expiring wait waits for it first
 inline thread_local bool failNew = false;
 inline thread_local std::int64_t waitLimit = 0;  // ms from now to the deadline of the last wait
 
@@ -33,7 +33,7 @@ protected:
         script->hold = false;
         rdb_disconnect(handle);
         rdb_destory(handle);
-        workersEnded();  // the callbacks write into members
+        workersEnded();  // because callbacks write to members
         expireWaits = false;
         expireWhen = nullptr;
         clockAhead = 0;
@@ -46,12 +46,12 @@ protected:
         ASSERT_EQ(connectFake(handle, script), 0);
         ASSERT_EQ(events.take(), RDB_EVENT_CONNECTED);
     }
-    //  For tests whose callbacks write into what stands on their stack.
+    //  For tests whose callbacks write to local variables.
     void end() {
         rdb_destory(handle);
         ASSERT_TRUE(workersEnded());
     }
-    //  Takes the next pause, which has to be one of the back-off without or with up to its whole random share.
+    //  Takes the next pause, which must be the back-off base plus at most its random share.
     static void expectBackoff(int base) {
         const int pause = pauses.take();
         EXPECT_GE(pause, base);

@@ -1,5 +1,5 @@
-//  A request for a tag that is refused, fails or is not answered in time: the connection counts as lost until the server
-//  has answered it.
+//  A tag query that is refused, fails or is not answered in time: the connection counts as lost until the server has
+//  answered it.
 #include "open_worker_fixture.h"
 
 #include <unistd.h>
@@ -10,7 +10,7 @@ using namespace opentest;
 using namespace rdbopen;
 using Made = std::vector<std::string>;
 
-constexpr int away = 12000;  // ms: the least pause after a failed request for a tag
+constexpr int away = 12000;  // ms: minimum pause after a failed tag query
 
 class WorkerTag : public WorkerTest {
 protected:
@@ -27,12 +27,12 @@ protected:
         const std::lock_guard lock(script->mutex);
         script->requests = std::move(outcomes);
     }
-    //  The test's calls are given up as soon as the back end carries them out.
+    //  The test's calls are abandoned as soon as the back end executes them.
     void giveUpCalls() {
         expireWaits = true;
         expireWhen = [this, served = script->served + 1] { return script->served >= served; };
     }
-    //  From now on the server does not answer.
+    //  The server stops answering.
     void beSilent() { script->silent = ends[0]; }
 
     int ends[2];
@@ -101,7 +101,7 @@ TEST_F(WorkerTag, ARefusedPutLeavesTheConnectionUp) {
 TEST_F(WorkerTag, ATagComesBeforeAPutThatIsRefused) {
     connect();
     answer({serverRefused("full"), serverRefused("no"), {}, serverRefused("full")});
-    skipBackoff = false;  // so that the put is not made again meanwhile
+    skipBackoff = false;  // so that the put is not repeated meanwhile
     EXPECT_EQ(put(), errorServerRefused);
     skipBackoff = true;
     EXPECT_EQ(import(), errorServerRefused);
@@ -126,8 +126,8 @@ TEST_F(WorkerTag, ATagIsAskedForAlsoWhileTheLookAtTheValueIsRefused) {
     EXPECT_EQ(script->opened, 2);
 }
 
-//  The service asks every 10 s. When each request fails and each repetition succeeds, every other cycle is to find the
-//  connection away.
+//  The service queries every 10 s. If each query fails and each repetition succeeds, every second cycle must find the
+//  connection lost.
 TEST_F(WorkerTag, AServerThatAlternatesIsAwayForLongerThanTheServicesCycleEachTime) {
     connect();
     for (int cycle = 0; cycle < 5; ++cycle) {
@@ -166,7 +166,7 @@ TEST_F(WorkerTag, ALookupThatWaitsBehindAFailureCountsAsFailed) {
     EXPECT_EQ(script->takeMade(), (Made{"send one", "get t", "send one"}));
 }
 
-//  The back end hangs where no wait of the worker can be ended, as in a system call on a broken disk.
+//  The back end hangs where the worker cannot end a wait, as in a system call on a broken disk.
 TEST_F(WorkerTag, ALookupThatIsGivenUpWhileTheBackEndHangsCountsAsDisconnectedAtOnce) {
     connect();
     script->hold = true;

@@ -75,7 +75,7 @@ TEST_F(Worker_, AWaitingCallFromACallbackIsRefusedInsteadOfBlockingItself) {
     end();
 }
 
-//  Memory runs out when the first reply is delivered and is back with the second.
+//  Memory is exhausted when the first reply is delivered and available again for the second.
 TEST_F(Worker_, CallsThatWaitAreRefusedAlsoWithoutMemory) {
     struct Context {
         Inbox<int> lengths;

@@ -1,4 +1,4 @@
-//  What the worker does by itself: completes what did not reach the server, and looks whether the server still holds it.
+//  The worker's own actions: it repeats what did not reach the server, and checks whether the server still has it.
 #include "open_worker_fixture.h"
 
 #include <fcntl.h>
@@ -108,7 +108,7 @@ TEST_F(WorkerWanted, ARequestThatCanNeverSucceedIsNotMadeAgain) {
     EXPECT_EQ(script->takeMade(), (Made{"send bad", "send end"}));
 }
 
-//  A request that succeeds after it is another one: nothing works again.
+//  A different request succeeds afterwards: this is not a recovery.
 TEST_F(WorkerWanted, WhyARequestCanNeverSucceedIsReportedOnceUntilOneSucceeds) {
     connect();
     fail({{errorBadRequest, "no name"}, {errorBadRequest, "no name"}, {}, {errorBadRequest, "no name"}, {}});
@@ -191,7 +191,7 @@ TEST_F(WorkerWanted, WhatTheServerHoldsIsNotPutAgain) {
     EXPECT_EQ(script->served, 1);
 }
 
-//  A request that succeeds is not what the check was refused for. Without an interval no other look follows.
+//  The success of a request does not show that a refused check would pass. Without an interval no other check follows.
 TEST_F(WorkerWanted, WhatACheckIsRefusedForIsOverWhenALookSaysSoAndNotWhenARequestSucceeds) {
     connect();
     EXPECT_EQ(put("1"), 0);
@@ -222,8 +222,8 @@ TEST_F(WorkerWanted, WhatACheckIsRefusedForIsToldOnceUntilACheckSucceeds) {
     EXPECT_EQ(reports.count(), 0U);
 }
 
-//  Each byte that is written begins a check of what put has left. It waits for an answer that only answer() gives, and
-//  all waits are real ones.
+//  Each byte that is written starts a check of the value that put has written. The check waits for an answer, which
+//  only answer() gives; all waits are real.
 class WorkerCheck : public WorkerWanted {
 protected:
     void SetUp() override {
@@ -233,7 +233,7 @@ protected:
         ASSERT_EQ(put("1"), 0);
         script->takesByte = true;
         script->watched = begin[0];
-        ASSERT_EQ(tagGet(), 0);  // from now on the worker watches it
+        ASSERT_EQ(tagGet(), 0);  // from now on the worker checks it
         script->takeMade();
         skipBackoff = false;
         script->checkWaits = answers[0];
@@ -278,7 +278,7 @@ TEST_F(WorkerCheck, ThatGaveWayIsMadeAgainAfterTheInterval) {
     EXPECT_EQ(reports.count(), 0U);
 }
 
-//  What a check was refused for is over when a check says so, and not when one is cut off.
+//  A refused check is over when a check succeeds, not when a check is interrupted.
 TEST_F(WorkerCheck, ThatGaveWayIsNoSuccess) {
     answer();
     refuseChecks(1);

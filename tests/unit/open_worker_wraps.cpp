@@ -26,7 +26,7 @@ int __wrap_poll(pollfd* descriptors, nfds_t count, int timeout) {
     if (timeout < 0 || !skipBackoff)
         return __real_poll(descriptors, count, timeout);
     const int ready = __real_poll(descriptors, count, 0);
-    if (ready == 0)  // otherwise a wake-up for the slot's last user
+    if (ready == 0)  // otherwise a wake-up for the slot's previous user
         pauses.put(timeout);
     return ready;
 }
@@ -39,7 +39,7 @@ int __wrap_nanosleep(const timespec* time, timespec* left) {
     return 0;
 }
 
-//  The monotonic clock stands still and is moved by clockAhead alone, so that each pause is noted as long as it was meant.
+//  The monotonic clock is changed only by clockAhead, so that each pause is recorded with its intended length.
 int __real_clock_gettime(clockid_t clock, timespec* now);
 int __wrap_clock_gettime(clockid_t clock, timespec* now) {
     if (clock != CLOCK_MONOTONIC)
@@ -53,7 +53,7 @@ int __wrap_clock_gettime(clockid_t clock, timespec* now) {
     return 0;
 }
 
-//  Waits as long as was meant, by the clock that goes; rounded up to seconds.
+//  Waits for the intended time, by the real clock; rounded up to seconds.
 int __real_pthread_cond_clockwait(pthread_cond_t*, pthread_mutex_t*, clockid_t, const timespec*);
 int __wrap_pthread_cond_clockwait(pthread_cond_t* condition, pthread_mutex_t* mutex, clockid_t clock,
                                   const timespec* deadline) {
