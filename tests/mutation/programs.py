@@ -1,7 +1,7 @@
-"""Test programs with one source changed: only what includes that source is compiled anew.
+"""Test programs with one changed source: only files that include the source are compiled again.
 
-The base is a built copy of the tree. Each worker has a small tree of its own for the sources under test and a folder for
-its objects, so that workers do not meet and the base stays as it is.
+The base is a built copy of the tree. Each worker has a small tree for the sources under test and a folder for
+its objects, so that workers do not affect each other or the base.
 
     base/tree, base/build       everything, unchanged, built by cmake
     worker/tree                 service, com, rdbapi: one file changed at a time
@@ -30,11 +30,11 @@ SYSTEM_FILES = (
     "tests/recording/librdbapix64.so",
     "tests/journal/librdbapix64.so",
 )
-FLAGS = "-O0 -g0 -w"  # quick to compile; no test depends on what the compiler makes of the code
+FLAGS = "-O0 -g0 -w"  # fast to compile; no test depends on optimisation
 
 
 class DoesNotCompile(Exception):
-    """The change is refused by the compiler or the linker."""
+    """The compiler or the linker rejects the change."""
 
 
 def _run(command, folder):
@@ -45,7 +45,7 @@ def _run(command, folder):
 
 
 def _mirror(source, target, left_out=frozenset()):
-    """Makes target the same as source, but for the names left out."""
+    """Makes target equal to source, without the names in left_out."""
     target.mkdir(parents=True, exist_ok=True)
     names = {entry.name for entry in source.iterdir()} - left_out
     for entry in target.iterdir():
@@ -61,21 +61,21 @@ def _mirror(source, target, left_out=frozenset()):
 
 @dataclass(frozen=True)
 class Linked:
-    """A program or a library as cmake links it."""
+    """The link command of a program or library in cmake's build."""
 
     folder: Path  # where its command runs
     command: tuple
 
 
 class Base:
-    """The built copy."""
+    """The built copy of the tree."""
 
     def __init__(self, folder):
         self.tree = folder / "tree"
         self.build = folder / "build"
 
     def fill(self, source):
-        """Copies the tree at source. Files that are the same keep their time, so little is built again."""
+        """Copies the tree at source. Unchanged files keep their time, so little is built again."""
         _mirror(source, self.tree, {".git", "build"})
         kind = ["-DCMAKE_BUILD_TYPE=Mutation", "-DBUILD_TESTING=ON", f"-DCMAKE_CXX_FLAGS_MUTATION={FLAGS}"]
         command = ["cmake", "-S", self.tree, "-B", self.build, *kind, "-DCMAKE_EXPORT_COMPILE_COMMANDS=ON"]
@@ -89,7 +89,7 @@ class Base:
             raise SystemExit(f"the unchanged tree does not build:\n{done.stdout[-3000:]}{done.stderr[-3000:]}")
 
     def read(self):
-        """Learns from cmake's files how each object, library and program is made."""
+        """Reads the commands for each object, library and program from cmake's files."""
         self._compile = {}
         for entry in json.loads((self.build / "compile_commands.json").read_text()):
             command = shlex.split(entry["command"])
@@ -105,19 +105,19 @@ class Base:
         self._members = {}
 
     def linked(self, made):
-        """How the program or library is made; None for one that is not of this tree."""
+        """Returns the link command of a program or library; None if it does not belong to this tree."""
         return self._link.get(made.resolve())
 
     def compiled(self, made):
-        """Folder and command of an object."""
+        """Returns folder and command of an object."""
         return self._compile[made]
 
     def source_of(self, made):
-        """The source of an object."""
+        """Returns the source of an object."""
         return Path(self._compile[made][1][-1])
 
     def part(self, target, sources):
-        """Makes the program of some test files of cmake's target, unchanged. Returns its path."""
+        """Builds the program of some test files of cmake's target, without changes. Returns its path."""
         original = self.build / "tests" / target
         if not sources:
             return original
@@ -130,26 +130,26 @@ class Base:
         return made
 
     def members(self, made, sources):
-        """The names of the libraries' objects that the linker takes for the program."""
+        """Returns the names of the library objects that the linker uses for the program."""
         if (made, sources) not in self._members:
             linked = self.linked(made)
             command = [word for word in linked.command if not self.left_out(linked.folder / word, sources)]
             made_anew = self.build / f"traced{threading.get_ident()}"
             command[command.index("-o") + 1] = str(made_anew)
-            listed = _run([*command, "-Wl,--trace,--trace"], linked.folder)  # twice: with the members of libraries
+            listed = _run([*command, "-Wl,--trace,--trace"], linked.folder)  # given twice, it also lists members of libraries
             made_anew.unlink()
             self._members[made, sources] = set(re.findall(r"^\(.*\)([\w.]+\.o)$", listed, re.MULTILINE))
         return self._members[made, sources]
 
     def left_out(self, made, sources):
-        """Tells whether an object is a test that was not asked for. Helpers of the tests are always in."""
+        """Returns whether an object is a test that is not requested. Helpers of the tests are always included."""
         if made.suffix != ".o":
             return False
         name = self.source_of(made).stem
         return bool(sources) and name.endswith("_test") and name not in sources
 
     def includes(self, made):
-        """The files that an object is made of."""
+        """Returns the files from which an object is compiled."""
         if made not in self._includes:
             text = made.with_name(made.name + ".d").read_text().replace("\\\n", " ")
             self._includes[made] = {word for word in text.split() if word.startswith(str(self.tree))}
@@ -157,20 +157,20 @@ class Base:
 
 
 class Worker:
-    """One place to change a source and to make programs with it."""
+    """A folder in which a source is changed and programs are built with it."""
 
     def __init__(self, base, folder):
         self.base = base
         self.tree = folder / "tree"
         self.made = folder / "made"
-        self.scratch = folder / "scratch"  # working folder of what is run
+        self.scratch = folder / "scratch"  # working directory of the programs
         shutil.rmtree(folder, ignore_errors=True)
         for name in UNDER_TEST:
             shutil.copytree(base.tree / name, self.tree / name)
         self.scratch.mkdir()
 
     def change(self, mutant):
-        """Puts the mutant in place of whatever was changed before."""
+        """Undoes the previous change and applies the mutant."""
         self.restore()
         self._changed = mutant.file
         file = self.tree / mutant.file
@@ -179,18 +179,18 @@ class Worker:
         self.made.mkdir()
 
     def restore(self):
-        """Takes the change back."""
+        """Undoes the change."""
         if changed := getattr(self, "_changed", None):
             shutil.copyfile(self.base.tree / changed, self.tree / changed)
             self._changed = None
 
     def program(self, target, sources=()):
-        """Makes the program of cmake's target. With sources only these of its tests are in it. Returns its path, None
-        when it does not contain the change."""
+        """Builds the program of cmake's target, with only the tests in sources if given. Returns its path, None
+        if it does not contain the change."""
         return self._make(self.base.build / target, sources)
 
     def build_with(self, executable):
-        """A folder that the system tests take for a build, with this executable."""
+        """Returns a folder with this executable that the system tests can use as a build folder."""
         folder = self.made / "build"
         for name in SYSTEM_FILES:
             if (file := self.base.build / name).exists():
@@ -202,7 +202,7 @@ class Worker:
         return self.made / (str(original.relative_to(self.base.build)).replace("/", "%") + tag)
 
     def _object(self, original):
-        """The object with the change, None when it has none."""
+        """Returns the object with the change, None if it does not contain the change."""
         if str(self.base.tree / self._changed) not in self.base.includes(original):
             return None
         made = self._place(original)
@@ -212,7 +212,7 @@ class Worker:
         return made
 
     def _moved(self, word):
-        """A word of a command, with the worker's sources for the base's."""
+        """Returns a word of a command, with the base's sources replaced by the worker's."""
         for name in UNDER_TEST:
             word = re.sub(f"{re.escape(str(self.base.tree))}/{name}(?=/|$)", f"{self.tree}/{name}", word)
         return word
@@ -242,7 +242,7 @@ class Worker:
         return made
 
     def _library(self, original, members, program):
-        """The library with the change in those members that the program takes; None when they have none."""
+        """Returns the library with the change in the members that the program uses; None if they do not contain it."""
         linked = self.base.linked(original)
         objects = [linked.folder / word for word in linked.command if Path(word).name in members]
         changed = [(file.name, new) for file in objects if (new := self._object(file))]
@@ -250,7 +250,7 @@ class Worker:
             return None
         made = self._place(original, f"+{program}")
         if made.exists():
-            return made  # named twice
+            return made  # already built
         folder = made.with_name(f"{made.name}.members")
         folder.mkdir()
         for name, new in changed:

@@ -1,7 +1,7 @@
-"""Runs of test programs that may do anything: loop, eat memory, signal everybody.
+"""Runs of test programs that may loop, use all memory, or send signals to any process.
 
-Each run has namespaces of its own where the user may make them, so that a wrong pid or path reaches nothing of the
-machine's, and limits on processor time and on what it may write. A run beyond its limits counts as failed.
+Each run has private namespaces if the user may create them, so that a wrong pid or path does not affect the
+machine, and limits on processor time and file sizes. A run that exceeds its limits counts as failed.
 """
 
 import os
@@ -22,26 +22,26 @@ FAILED_TEST = re.compile(r"^\[  FAILED  \] ([\w/.]+)|^FAILED \S*?::(\S+)|^([\w/.
 
 @dataclass(frozen=True)
 class Limits:
-    """Seconds. The processor's hold for a single process."""
+    """Limits in seconds. The limit of processor time applies to a single process."""
 
     processor: int
     wall: int
 
 
-FIRST = Limits(300, 900)  # of a run whose length is not known
+FIRST = Limits(300, 900)  # for a run of unknown duration
 
 
 def following(seconds):
-    """The limits of a run like one that passed in so many seconds: a busy machine must not fail it."""
+    """Returns the limits of a run that usually takes this many seconds, with a margin for a busy machine."""
     return Limits(int(5 + 4 * seconds), int(20 + 8 * seconds))
 
 
 @dataclass(frozen=True)
 class Outcome:
-    """What became of a run."""
+    """The result of a run."""
 
     passed: bool
-    reason: str  # the first test that failed, or how the program ended
+    reason: str  # the first failed test, or the end of the program
     seconds: float
     output: str
 
@@ -64,8 +64,8 @@ def _limited(limits):
 
 
 def run(command, folder, limits, covers=None, environment=None):
-    """Runs command in folder until it ends or leaves its limits. It finds each file of covers' keys replaced by the
-    value, where the user may make namespaces."""
+    """Runs command in folder until it ends or exceeds its limits. Each file in covers' keys is replaced by the
+    value, if the user may create namespaces."""
     start = time.monotonic()
     with open(folder / "output", "w+b") as output:
         process = subprocess.Popen(
@@ -82,7 +82,7 @@ def run(command, folder, limits, covers=None, environment=None):
             status = process.wait(limits.wall)
             ended = f"ended with {status}"
         except subprocess.TimeoutExpired:
-            process.kill()  # process 1 of the namespace goes with it, and so does everything in there
+            process.kill()  # this also ends process 1 of the namespace and all processes in it
             process.wait()
             status, ended = -1, "time-out"
         output.seek(0)
@@ -97,7 +97,7 @@ def unit(program, folder, limits, covers=None):
 
 
 def system(file, build, folder, limits):
-    """Runs a file of system tests on the executable in build, up to its first failing test. They make namespaces of
-    their own, below the ones of this run."""
+    """Runs a file of system tests with the executable in build, up to its first failing test. They create namespaces
+    inside those of this run."""
     command = ["/usr/bin/python3", "-B", "-m", "pytest", "-x", "-q", "-p", "no:cacheprovider", file]
     return run(command, folder, limits, environment={"ADDRPUBD_BUILD": str(build)})

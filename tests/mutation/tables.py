@@ -1,10 +1,10 @@
-"""The two tables beside this file: which tests cover a source, and why a mutant may survive."""
+"""The two tables in this folder: the tests that cover a source, and the reasons why a mutant may survive."""
 
 from dataclasses import dataclass
 
 
 def _rows(file):
-    """The lines of a table, without empty ones and remarks."""
+    """Returns the lines of a table, without empty lines and comments."""
     if not file.exists():
         return
     for line in file.read_text(encoding="utf-8").splitlines():
@@ -14,7 +14,7 @@ def _rows(file):
 
 @dataclass(frozen=True)
 class Part:
-    """A test program, or a program of a few of its test files. It may run other programs."""
+    """A test program, or a program built from a few of its test files. It may run other programs."""
 
     program: str
     sources: tuple = ()
@@ -22,7 +22,7 @@ class Part:
 
 
 class Covering:
-    """tests_of.txt: "FILE PART... [| SYSTEM TEST...]", in the order of asking."""
+    """tests_of.txt: "FILE PART... [| SYSTEM TEST...]", in the order in which they are run."""
 
     def __init__(self, file):
         self._units, self._systems = {}, {}
@@ -39,19 +39,19 @@ class Covering:
         return Part(program, *(tuple(names.split(",")) if names else () for names in (sources, others)))
 
     def files(self):
-        """All sources, in the table's order."""
+        """Returns all sources, in the table's order."""
         return list(self._units)
 
     def units(self, file):
-        """The unit test programs of a source."""
+        """Returns the unit test programs of a source."""
         return self._units[file]
 
     def systems(self, file):
-        """The files of system tests of a source."""
+        """Returns the files of system tests of a source."""
         return self._systems[file]
 
     def targets(self, files, with_system):
-        """What cmake has to build for these sources."""
+        """Returns the targets that cmake must build for these sources."""
         targets = {name for file in files for part in self._units[file] for name in (part.program, *part.others)}
         if with_system and any(self._systems[file] for file in files):
             targets |= {"addrpubd", "recording_rdb_shared", "journal_rdb_shared", "clockshim", "failshim"}
@@ -59,7 +59,7 @@ class Covering:
 
 
 class Explained:
-    """explained.txt: "FILE :: SOURCE TEXT :: OLD -> NEW :: REASON" for each mutant that no test can tell."""
+    """explained.txt: "FILE :: SOURCE TEXT :: OLD -> NEW :: REASON" for each mutant that no test can detect."""
 
     def __init__(self, file):
         self._reasons = {}
@@ -68,10 +68,10 @@ class Explained:
             self._reasons[key] = reason
 
     def reason(self, mutant):
-        """Why the mutant may survive; None when nothing says so."""
+        """Returns why the mutant may survive; None without an explanation."""
         return self._reasons.get(mutant.key)
 
     def without_mutant(self, file, mutants):
-        """The explanations of a file that none of its mutants bears: the source has changed."""
+        """Returns the explanations of a file that match no mutant, because the source has changed."""
         keys = {mutant.key for mutant in mutants}
         return [key for key in self._reasons if key.startswith(f"{file} :: ") and key not in keys]

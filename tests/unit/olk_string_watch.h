@@ -1,7 +1,7 @@
 //  Allocator types for string_ that record the requests of the string.
 //
 //      watched_alloctor   the process-wide allocator, with a list of its calls; can fail, and overwrites
-//                      freed blocks
+//                         freed blocks
 //      mapped_alloctor    one private mapping per block, so that unused pages of a 4 GiB block use no memory; blocks
 //                         can be made read-only
 //
