@@ -11,7 +11,7 @@ struct FreeName {
 };
 using Name = std::unique_ptr<ldns_rdf, FreeName>;
 
-//  The data in wire format, whatever ldns knows of its type.
+//  Returns the record's data in wire format, for any record type.
 DnsBytes dataOf(const ldns_rr& record) {
     DnsBytes data;
     for (std::size_t i = 0; i < ldns_rr_rd_count(&record); ++i) {

@@ -38,7 +38,7 @@ public:
     Status checkRequest(std::string_view text) override;
 
 private:
-    //  share: the time at which the next address should have its turn.
+    //  share: the time until which this address may be tried before the next one.
     using Attempt = std::function<Status(DnsExchange&, std::chrono::milliseconds share)>;
 
     Status atServer(TsigKey key, std::chrono::milliseconds until, const Attempt& attempt);
@@ -56,11 +56,11 @@ private:
     const DnsZone zone_;
     const std::string keyName_;
     const std::string password_;
-    const Waiter* waiter_ = nullptr;  // null while it is closed
+    const Waiter* waiter_ = nullptr;  // null while closed
     ServerAddresses addresses_;
 };
 
-//  The refusal that a code other than 0 is.
+//  Returns the refusal for a code other than 0.
 Status refusedWith(unsigned rcode) {
     return {errorServerRefused, rcodeWords(rcode), isWrongServer(rcode)};
 }
@@ -69,7 +69,7 @@ Status wrongServer(std::string reason) {
     return {errorServerRefused, std::move(reason), true};
 }
 
-//  When one exchange has to end that is a part of something with the limit until.
+//  Returns the time limit of one exchange within an operation whose limit is until.
 std::chrono::milliseconds exchangeEnd(std::chrono::milliseconds until) {
     return std::min(until, monotonicNow() + exchangeLimit);
 }
@@ -93,7 +93,7 @@ Status DnsBackend::open(const Waiter& waiter) {
     Result<TsigKey> key = readKey();
     if (!key.ok())
         return key.status();
-    //  Whatever fails here, the next address may do it: nothing has been changed yet.
+    //  After any failure here the next address may be tried: nothing has been changed yet.
     std::chrono::milliseconds until = monotonicNow() + openLimit;
     if (Status failed = addresses_.lookUp(zone_.server, until); !failed.ok())
         return failed;
@@ -105,8 +105,7 @@ Status DnsBackend::open(const Waiter& waiter) {
     });
 }
 
-//  Connects to the server's addresses in turn, until one of them is not the wrong server. Each exchange has a connection of
-//  its own.
+//  Tries the server's addresses in turn, until one is not the wrong server. Each exchange has a separate connection.
 Status DnsBackend::atServer(TsigKey key, std::chrono::milliseconds until, const Attempt& attempt) {
     DnsExchange exchange(*waiter_, std::move(key));
     return addresses_.tryEach(
@@ -168,7 +167,7 @@ Status DnsBackend::sendUpdate(DnsExchange& exchange, const DnsBytes& message, co
     return rcode == rcodeNoError ? Status{} : refusedWith(rcode);
 }
 
-//  A server whose answer is YXRRSET does not say at which name the update has met an alias.
+//  A server that answers YXRRSET does not report at which name the update has found an alias.
 Status DnsBackend::findAlias(DnsExchange& exchange, const std::vector<RecordSet>& sets,
                              std::chrono::milliseconds until) const {
     for (const std::string& owner : ownersOfRecords(sets))
@@ -191,7 +190,7 @@ std::string DnsBackend::refusal(std::string_view text, int code) {
     return dnsReply(request.seqno, code, "the server is not connected");
 }
 
-//  An alias at a name keeps every other record away from it. It does no harm to a set that is to be empty.
+//  An alias at a name excludes all other records there. It does not matter for a set that must be empty.
 Status DnsBackend::checkSet(DnsExchange& exchange, const RecordSet& set, std::chrono::milliseconds until) const {
     const Answer answer = exchange.ask(queryMessage(newId(), set.owner, set.type), exchangeEnd(until));
     if (!answer.ok())
@@ -208,8 +207,8 @@ Status DnsBackend::checkSet(DnsExchange& exchange, const RecordSet& set, std::ch
     return set.records.empty() ? checkAbsence(exchange, set, until) : Status{errorNotHeld, {}};
 }
 
-//  The alias of a wildcard looks in an answer like one that stands at the name (RFC 4592), but gives way to records that
-//  are added there. The condition of an update looks at the zone itself.
+//  In an answer, an alias from a wildcard looks like one at the name itself (RFC 4592), but records can be added there.
+//  The prerequisite of an update is tested against the zone itself.
 Status DnsBackend::checkAlias(DnsExchange& exchange, const std::string& owner, std::chrono::milliseconds until) const {
     const Answer answer = exchange.ask(absenceMessage(newId(), zone_.zone, owner, typeCname), exchangeEnd(until));
     if (!answer.ok())
@@ -217,8 +216,8 @@ Status DnsBackend::checkAlias(DnsExchange& exchange, const std::string& owner, s
     return rcodeOf(**answer) == rcodeYxRrset ? serverRefused(aliasWords(owner)) : Status{errorNotHeld, {}};
 }
 
-//  Records that a wildcard stands in for look like held ones, too. A server that does not answer to a condition gets the
-//  update again, which does no harm.
+//  Records from a wildcard look like records at the name, too. If a server does not answer a prerequisite, it gets the
+//  update again, which is harmless.
 Status DnsBackend::checkAbsence(DnsExchange& exchange, const RecordSet& set, std::chrono::milliseconds until) const {
     const Answer answer = exchange.ask(absenceMessage(newId(), zone_.zone, set.owner, set.type), exchangeEnd(until));
     if (!answer.ok())
@@ -236,7 +235,7 @@ Status DnsBackend::checkRequest(std::string_view text) {
     Result<TsigKey> key = readKey();
     if (!key.ok())
         return key.status();
-    //  Without a look-up of the name: a check gives way to a call at once, and a look-up cannot be interrupted.
+    //  Without resolving the name: a call may interrupt a check at once, but cannot interrupt name resolution.
     const std::chrono::milliseconds until = monotonicNow() + checkLimit;
     return atServer(std::move(*key), until, [&](DnsExchange& exchange, auto) {
         for (const RecordSet& set : sets)
@@ -260,8 +259,8 @@ int makeDnsBackend(const Url& url, const Credentials& credentials, std::unique_p
         reason = "the user is not the name of a key";
         return errorBadUrl;
     }
-    //  Signatures are made with this library. Its clean-up at exit would take it away from a thread that still signs, and
-    //  its configuration (OPENSSL_CONF or openssl.cnf) could load code of whoever started the program, or forbid the
+    //  OpenSSL makes the signatures. Its clean-up at exit would affect a thread that still signs. Its configuration
+    //  (OPENSSL_CONF or openssl.cnf) could load code chosen by the user who started the program, or disable the
     //  algorithms.
     OPENSSL_init_crypto(OPENSSL_INIT_NO_ATEXIT | OPENSSL_INIT_NO_LOAD_CONFIG, nullptr);
     backend = std::make_unique<DnsBackend>(std::move(zone), std::move(key_name), credentials.password);

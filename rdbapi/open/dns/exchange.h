@@ -1,7 +1,7 @@
-//  One connection to a DNS server: signed requests and their answers, one after the other (RFC 7766). Each message follows
-//  its length in two bytes.
+//  One connection to a DNS server: signed requests and their answers, one after the other (RFC 7766). Each message is
+//  preceded by a two-byte length.
 //
-//  A connection serves one occasion and is closed: servers close idle ones within seconds.
+//  A connection is used for one operation and then closed: servers close idle ones within seconds.
 //
 //  Threads: one at a time.
 #ifndef RDBAPI_OPEN_DNS_EXCHANGE_H
@@ -14,13 +14,13 @@ namespace rdbopen {
 
 class DnsExchange {
 public:
-    //  waiter outlives the object.
+    //  Requires: waiter outlives the object.
     DnsExchange(const Waiter& waiter, TsigKey key) : waiter_(waiter), key_(std::move(key)) {}
 
-    //  As TcpStream::connect.
+    //  Connects like TcpStream::connect.
     Status connect(const ServerAddress& address, std::chrono::milliseconds until);
 
-    //  Signs message, sends it and takes the answer. One that did not come is errorBackendFailed.
+    //  Signs message, sends it and returns the answer. Without an answer: errorBackendFailed.
     Answer ask(DnsBytes message, std::chrono::milliseconds until);
 
 private:

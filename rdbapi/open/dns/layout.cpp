@@ -7,12 +7,12 @@ namespace rdbopen {
 namespace {
 
 constexpr unsigned typeTsig = 250;
-constexpr std::size_t countsAt = 4;      // of questions, then of the records of three sections
+constexpr std::size_t countsAt = 4;      // number of questions, then of the records of three sections
 constexpr std::size_t questionTail = 4;  // type, class
 constexpr std::size_t recordTail = 10;   // type, class, ttl, length of the data
 constexpr std::size_t lengthAt = 8;      // in recordTail
 
-//  What is left of a message. Each operation returns false when it ends too early.
+//  The unread rest of a message. Each operation returns false if the message ends too early.
 class Rest {
 public:
     explicit Rest(std::span<const std::uint8_t> bytes) : bytes_(bytes) {}

@@ -1,5 +1,5 @@
-//  Where the records of a message lie, without looking into them. Made for messages of which nothing is known yet: it
-//  reads each byte at most once, follows no compression pointer and allocates nothing.
+//  The positions of a message's records, without parsing their data. For messages that are not trusted yet: each byte
+//  is read at most once, compression pointers are not followed, and nothing is allocated.
 //
 //      | header | questions | answers | authority | additional ... | signature |
 //                                                                              ^ end of message, or it is malformed
@@ -27,7 +27,7 @@ struct SignaturePlace {
     std::size_t data = 0;
 };
 
-//  Says how message is laid out. Stores place for DnsLayout::signed_.
+//  Determines the layout of message. Sets place for DnsLayout::signed_.
 DnsLayout layoutOf(std::span<const std::uint8_t> message, SignaturePlace& place);
 
 inline unsigned readDns16(const std::uint8_t* bytes) {

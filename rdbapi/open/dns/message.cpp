@@ -11,7 +11,7 @@ constexpr std::uint16_t classIn = 1;
 constexpr std::uint16_t classNone = 254;
 constexpr std::uint16_t classAny = 255;
 
-//  The sections behind that of the question or zone, by where the header counts their records (RFC 2136 section 2.2).
+//  The sections after that of the question or zone, by the offset of their count in the header (RFC 2136 section 2.2).
 enum class Section : std::size_t { prerequisites = 6, updates = 8 };
 
 class Writer {
@@ -35,7 +35,7 @@ public:
         count(section);
     }
 
-    //  RFC 2136 section 2.4.3: class NONE, ttl 0 and no data are the condition that the zone has no such set.
+    //  RFC 2136 section 2.4.3: class NONE, ttl 0 and no data mean the prerequisite that the zone has no such set.
     void absence(const std::string& owner, std::uint16_t type) {
         record(Section::prerequisites, owner, type, classNone, 0, {});
     }
@@ -57,9 +57,9 @@ private:
         putDns16(bytes_, record_class);
     }
 
-    //  Writes the labels in front of the longest end that stands in the message already, then where it stands.
+    //  Writes the labels up to the longest suffix already present, then a pointer to it.
     void name(std::string_view rest) {
-        constexpr std::size_t pointer = 0xc000;  // and 14 bits of offset
+        constexpr std::size_t pointer = 0xc000;  // plus 14 bits of offset
         while (!rest.empty()) {
             const auto [known, added] = ends_.try_emplace(std::string(rest), bytes_.size());
             if (!added)
@@ -75,7 +75,7 @@ private:
     }
 
     DnsBytes bytes_;
-    std::map<std::string, std::size_t> ends_;  // of names, by where they stand
+    std::map<std::string, std::size_t> ends_;  // offset of each suffix in the message
 };
 
 }  // namespace

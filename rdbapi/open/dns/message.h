@@ -10,8 +10,8 @@
 //
 //  Owners are compressed (RFC 1035 section 4.1.4); names in a record's data are not.
 //
-//  The messages are written here and signed in tsig.h, while ldns (1.8.3) only takes answers, names and base64 apart:
-//  its writer ends the process by an assertion when a message grows beyond 65535 bytes.
+//  This file writes the messages, and tsig.h signs them. ldns (1.8.3) is used only to parse answers, names and base64:
+//  its writer ends the process by an assertion if a message is longer than 65535 bytes.
 #ifndef RDBAPI_OPEN_DNS_MESSAGE_H
 #define RDBAPI_OPEN_DNS_MESSAGE_H
 
@@ -33,37 +33,36 @@ inline constexpr std::uint16_t typeHttps = 65;  // RFC 9460
 inline constexpr unsigned opcodeQuery = 0;
 inline constexpr unsigned opcodeUpdate = 5;
 
-//  A message over TCP has at most so many bytes (RFC 1035 section 4.2.2).
+//  Maximum length of a message over TCP in bytes (RFC 1035 section 4.2.2).
 inline constexpr std::size_t maxDnsMessageSize = 65535;
 
 //  All records of one owner and type.
 struct RecordSet {
     std::string owner;  // isDnsName, lower case
     std::uint16_t type = 0;
-    std::vector<DnsBytes> records;  // the data of each, in wire format; names in it are in lower case
+    std::vector<DnsBytes> records;  // data of each record in wire format; names in it are lower case
 };
 
-//  Append a number and an uncompressed name; an empty name is the root.
+//  Append a number, and a name without compression; an empty name is the root.
 void putDns16(DnsBytes& bytes, std::size_t number);
 void putDnsName(DnsBytes& bytes, std::string_view name);
 
-//  Returns the owners of sets that have records, each once, in their order.
-//  Requires: the sets of one owner stand together.
+//  Returns the owners of the sets that have records, each once, in order. Requires: the sets of one owner are adjacent.
 std::vector<std::string> ownersOfRecords(const std::vector<RecordSet>& sets);
 
-//  Returns the update that makes zone hold exactly sets of the owners and types in them: each set is deleted, then its
-//  records are added. Empty when it would be longer than maxDnsMessageSize. Requires: as above.
+//  Returns an update after which zone has exactly these sets of their owners and types: each set is deleted, then its
+//  records are added. Empty if it would be longer than maxDnsMessageSize. Requires: as above.
 //
-//  Its conditions: no alias (CNAME) at any of ownersOfRecords. With one, a server would pass over the records in silence
-//  and answer without an error (RFC 2136 section 3.4.2.2); so it answers YXRRSET and changes nothing.
+//  Its prerequisites exclude an alias (CNAME) at each of ownersOfRecords. With an alias, a server would silently ignore
+//  the records and answer without an error (RFC 2136 section 3.4.2.2); with the prerequisite it answers YXRRSET and
+//  changes nothing.
 DnsBytes updateMessage(std::uint16_t id, const std::string& zone, std::uint32_t ttl,
                        const std::vector<RecordSet>& sets);
 
-//  Returns the update that changes nothing and is answered without an error only when zone itself holds no record of owner
-//  and type.
+//  Returns an update without changes, which succeeds only if zone itself has no record of owner and type.
 DnsBytes absenceMessage(std::uint16_t id, const std::string& zone, const std::string& owner, std::uint16_t type);
 
-//  Returns the question for the set of owner and type, without recursion.
+//  Returns a query for the set of owner and type, without recursion.
 DnsBytes queryMessage(std::uint16_t id, const std::string& owner, std::uint16_t type);
 
 }  // namespace rdbopen

@@ -10,7 +10,7 @@ namespace {
 
 constexpr std::uint16_t httpsPort = 443;
 
-//  SvcParamKeys, RFC 9460 section 14.3.2. They stand in ascending order in a record.
+//  SvcParamKeys, RFC 9460 section 14.3.2. They must be in ascending order in a record.
 constexpr std::uint16_t keyPort = 3;
 constexpr std::uint16_t keyIpv6Hint = 6;
 
@@ -22,7 +22,7 @@ bool isUniqueLocal(const Ipv6Address& address) {
 //  RFC 9460 section 2.2. port 0 for none; target empty for ".".
 DnsBytes httpsRecord(std::size_t priority, const std::string& target, std::uint16_t port,
                      const std::vector<Ipv6Address>& addresses) {
-    DnsBytes rdata;  // its names are never compressed
+    DnsBytes rdata;  // names in it are never compressed
     putDns16(rdata, priority);
     putDnsName(rdata, target);
     if (port != 0) {

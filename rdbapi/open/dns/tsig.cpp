@@ -16,7 +16,7 @@ namespace {
 using View = std::span<const std::uint8_t>;
 
 constexpr std::size_t flagsAt = 2;        // QR 1, opcode 4, AA 1, TC 1, RD 1
-constexpr std::size_t rcodeAt = 3;        // its lower half
+constexpr std::size_t rcodeAt = 3;        // in the lower half of the byte
 constexpr std::size_t additionalAt = 10;  // count of additional records
 constexpr std::uint8_t flagResponse = 0x80;
 constexpr std::uint8_t flagTruncated = 0x02;
@@ -68,7 +68,7 @@ struct Signature {
     View mac;
     View id;
     View error;
-    View other;  // its length in front
+    View other;  // preceded by its length
 };
 
 constexpr std::size_t timeLength = 6;
@@ -85,7 +85,7 @@ unsigned read16(View bytes) {
     return readDns16(bytes.data());
 }
 
-//  Takes length bytes from the front of rest. Returns false when there are fewer.
+//  Removes length bytes from the start of rest and returns them in taken. Returns false if rest is shorter.
 bool take(View& rest, std::size_t length, View& taken) {
     if (rest.size() < length)
         return false;
@@ -111,8 +111,8 @@ bool parseSignature(View data, Signature& signature) {
     return data.size() >= 2 && data.size() == 2 + read16(data);
 }
 
-//  Stores the mac of key over what RFC 8945 section 4.3 names: the request's mac, the message without its signature, and
-//  the signature's variables. Returns false when memory is short or the secret is none.
+//  Stores the MAC of key over the data of RFC 8945 section 4.3: the request's MAC, the message without its signature,
+//  and the TSIG variables. Returns false when memory is exhausted or the secret is invalid.
 bool computeMac(const TsigKey& key, View request_mac, View message, const Signature& signature, DnsBytes& mac) {
     constexpr std::uint8_t classAnyTtlZero[] = {0, 255, 0, 0, 0, 0};
     DnsBytes text(request_mac.begin(), request_mac.end());
@@ -135,7 +135,7 @@ bool computeMac(const TsigKey& key, View request_mac, View message, const Signat
     return done;
 }
 
-//  The owner of a signature may be compressed, so the name that stands at offset is expanded first.
+//  The owner of a signature may be compressed, so the name at offset is expanded first.
 bool ownerIs(View message, std::size_t offset, const std::string& name) {
     ldns_rdf* found = nullptr;
     if (ldns_wire2dname(&found, message.data(), message.size(), &offset) != LDNS_STATUS_OK)
@@ -150,9 +150,9 @@ bool sameInLowerCase(View name, View lower) {
                       [](std::uint8_t a, std::uint8_t b) { return (a >= 'A' && a <= 'Z' ? a - 'A' + 'a' : a) == b; });
 }
 
-//  A server that forwards updates asks the primary with an ID of its own and gives the answer the client's ID again. The
-//  primary has signed its answer with the forwarder's ID, which is the original ID of the signature (RFC 8945 section
-//  5.3). That the answer belongs to the request is known from the request's mac, which is part of what is signed.
+//  A server that forwards updates sends them to the primary with its own ID, and restores the client's ID in the
+//  answer. The primary has signed its answer with the forwarder's ID, which is the original ID of the signature (RFC
+//  8945 section 5.3). The signature includes the request's MAC, which proves that the answer belongs to the request.
 bool isGenuine(View message, const SignaturePlace& place, const Signature& signature, const SignedRequest& request,
                const TsigKey& key) {
     if (!ownerIs(message, place.owner, key.name) || !sameInLowerCase(signature.algorithm, nameBytes(key.algorithm)))
@@ -182,7 +182,7 @@ unsigned headerCode(View message) {
     return message[rcodeAt] & 0xf;
 }
 
-//  A signature without a mac signs nothing.
+//  A signature without a MAC authenticates nothing.
 Answer unsignedAnswer(View message, unsigned error) {
     const bool refusal = headerCode(message) == rcodeNotAuth && (error == tsigBadKey || error == tsigBadSig);
     return refusal ? serverRefused(tsigErrorWords(error)) : backendFailed(unsignedWords(headerCode(message)));
@@ -192,11 +192,11 @@ std::string refusalReason(const Signature& signature, const SignedRequest& reque
     const unsigned error = read16(signature.error);
     if (error != tsigBadTime)
         return tsigErrorWords(error);
-    const View time = signature.other.subspan(2);  // RFC 8945 section 5.2.3: the server's
+    const View time = signature.other.subspan(2);  // RFC 8945 section 5.2.3: the server's time
     return badTimeWords(time.size() == timeLength ? readTime(time) - request.time : 0);
 }
 
-//  Requires: the header is without fault.
+//  Requires: the header is valid.
 Answer verify(View message, const SignedRequest& request, const TsigKey& key, std::int64_t now) {
     SignaturePlace place;
     const DnsLayout layout = layoutOf(message, place);
@@ -234,7 +234,7 @@ bool isTsigSecret(const std::string& secret) {
 }
 
 std::size_t signatureLength(const TsigKey& key) {
-    constexpr std::size_t fixedLength = 10 + timesLength + 2 + 2 + 2 + 2;  // a record's, then a signature's
+    constexpr std::size_t fixedLength = 10 + timesLength + 2 + 2 + 2 + 2;  // record header, TSIG fields
     const Algorithm* const algorithm = algorithmOf(key.algorithm);
     const auto mac = static_cast<std::size_t>(algorithm != nullptr ? EVP_MD_get_size(algorithm->digest()) : 0);
     return nameBytes(key.name).size() + nameBytes(key.algorithm).size() + fixedLength + mac;

@@ -48,7 +48,7 @@ std::string rcodeWords(unsigned rcode) {
     return wordsFor(rcodes, rcode, "the server answers with code ");
 }
 
-//  PowerDNS answers a key that it does not accept with NOTAUTH to questions and with REFUSED to updates, both unsigned.
+//  PowerDNS answers a key that it does not accept with NOTAUTH to queries and with REFUSED to updates, both unsigned.
 std::string unsignedWords(unsigned rcode) {
     std::string text = "the answer is not signed";
     if (rcode == rcodeNoError)

@@ -1,4 +1,4 @@
-//  What a server's codes say, for the operator.
+//  Texts for a server's codes, for the operator.
 #ifndef RDBAPI_OPEN_DNS_WORDS_H
 #define RDBAPI_OPEN_DNS_WORDS_H
 
@@ -18,7 +18,7 @@ inline constexpr unsigned tsigBadKey = 17;
 inline constexpr unsigned tsigBadTime = 18;
 inline constexpr unsigned tsigBadTrunc = 22;
 
-//  Says whether a server with this code says that it is the wrong one, so that another address of its name may be right.
+//  Returns whether this code means that the server is the wrong one, so that another address of its name may be right.
 bool isWrongServer(unsigned rcode);
 
 //  Returns the text for a code other than 0.
@@ -28,10 +28,11 @@ std::string tsigErrorWords(unsigned error);
 //  Returns the text for an answer without a signature; rcode may be rcodeNoError.
 std::string unsignedWords(unsigned rcode);
 
-//  Returns the text for an alias that keeps the records of owner away.
+//  Returns the text for an alias that excludes the records of owner.
 std::string aliasWords(const std::string& owner);
 
-//  Returns the text for BADTIME. ahead: by how many seconds the server's clock is ahead of this host's; may be negative.
+//  Returns the text for BADTIME. ahead: number of seconds by which the server's clock is ahead of this host's; may be
+//  negative.
 std::string badTimeWords(std::int64_t ahead);
 
 }  // namespace rdbopen

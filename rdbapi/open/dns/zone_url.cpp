@@ -12,7 +12,7 @@ constexpr std::uint16_t dnsPort = 53;
 constexpr std::uint32_t maxTtl = 2147483647;
 constexpr std::uint32_t maxCheckInterval = 86400;  // s
 
-//  Each taker stores an option's value. Returns an empty text, or what the value has to be.
+//  Each of these stores an option's value. Returns an empty text, or a description of valid values.
 std::string takeTtl(const std::string& value, DnsZone& zone) {
     return parseNumber(value, maxTtl, zone.ttl) ? "" : "a number of seconds from 0 to 2147483647";
 }
@@ -65,7 +65,7 @@ constexpr Option options[] = {
     {"check", takeCheck},
 };
 
-//  A reason never quotes the url: a secret may have strayed into it.
+//  A reason never contains the url, because it may contain a misplaced secret.
 bool takeOptions(const Url& url, DnsZone& zone, std::string& reason) {
     const auto refuse = [&reason](const std::string& why) {
         reason = "malformed url: " + why;

@@ -1,9 +1,8 @@
-//  The url of the back end dns, taken apart:
+//  The parsed url of the back end dns:
 //
 //      dns://SERVER[:PORT]/ZONE[?ttl=60&algorithm=hmac-sha256&skip=ula,temporary,deprecated&check=60]
 //
-//  PORT is 53 when it is left out. Each option may be given once, in any order; algorithm and the words of skip are
-//  written in lower case.
+//  The default PORT is 53. Each option may be given once, in any order; algorithm and the words of skip are lower case.
 #ifndef RDBAPI_OPEN_DNS_ZONE_URL_H
 #define RDBAPI_OPEN_DNS_ZONE_URL_H
 
@@ -22,10 +21,10 @@ struct DnsZone {
     bool skipUla = false;                    // fc00::/7
     bool skipTemporary = false;              // by the flags of the interface's address
     bool skipDeprecated = false;             // as above
-    std::chrono::milliseconds check{60000};  // between looks at the server; 0 for never, at most one day
+    std::chrono::milliseconds check{60000};  // interval between checks of the server; 0 for never, at most one day
 };
 
-//  Returns false when url is none of this back end, with the reason.
+//  Returns false if url is not a valid url of this back end, with the reason.
 bool parseDnsZone(const Url& url, DnsZone& zone, std::string& reason);
 
 }  // namespace rdbopen

@@ -28,7 +28,7 @@ private:
     std::set<std::string, std::less<>> tags_;
 };
 
-//  A tag is there once it was made, so that the dry run takes the same steps as a server that begins empty.
+//  A tag exists after it was imported, so that the dry run takes the same steps as with an empty server.
 Status LogBackend::get(RdbTag& tag) {
     if (!tags_.contains(std::string_view(tag.name)))
         return {errorNoSuchTag, {}};

@@ -1,4 +1,4 @@
-//  The back end log:, a dry run in place of either server: every request succeeds and syslog says what it would write.
+//  The back end log:, a dry run instead of either server: every request succeeds, and syslog has what it would write.
 #ifndef RDBAPI_OPEN_DRYRUN_BACKEND_H
 #define RDBAPI_OPEN_DRYRUN_BACKEND_H
 

@@ -1,6 +1,6 @@
 //  A file descriptor that is closed by its destructor, and the reader of a whole file.
 //
-//  Threads: any; an object belongs to one thread at a time.
+//  Threads: any thread; one at a time per object.
 #ifndef RDBAPI_OPEN_FILES_DESCRIPTOR_H
 #define RDBAPI_OPEN_FILES_DESCRIPTOR_H
 

@@ -17,7 +17,7 @@ constexpr std::chrono::milliseconds retryTime{20};
 //  Only this process's user and root need to open it.
 constexpr mode_t lockMode = 0600;
 
-//  Somebody who removes the file while it is locked would let a second holder in.
+//  If another process removes the file while it is locked, a second holder could lock a new file.
 bool stillNamed(int fd) {
     struct stat status {};
     return fstat(fd, &status) == 0 && status.st_nlink > 0;

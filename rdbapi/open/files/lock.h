@@ -1,5 +1,5 @@
-//  An exclusive lock between processes (and between workers of one process) by flock(2) on a file of its own, which is
-//  made when it is missing and stays.
+//  An exclusive lock between processes (and between workers of one process) by flock(2) on a separate file, which is
+//  created if it does not exist and is not removed.
 #ifndef RDBAPI_OPEN_FILES_LOCK_H
 #define RDBAPI_OPEN_FILES_LOCK_H
 
@@ -16,8 +16,7 @@ public:
     FileLock& operator=(const FileLock&) = delete;
     ~FileLock();
 
-    //  Takes the lock on path, waiting at most limit. Fails with the text of EWOULDBLOCK when
-    //  the time ran out.
+    //  Takes the lock on path; waits at most limit. Fails with the text of EWOULDBLOCK when the time expires.
     Status acquire(const std::string& path, std::chrono::milliseconds limit);
 
 private:

@@ -16,7 +16,7 @@ Status failed(const std::string& path, int error) {
     return failedTo(path, systemFailure(error));
 }
 
-//  As for the kernel, the group does not count: who may write as one of the group was put into it by an administrator.
+//  Like the kernel, this ignores the group: an administrator decides who belongs to it.
 bool isShared(const struct stat& folder) {
     return (folder.st_mode & S_ISVTX) != 0 && (folder.st_mode & S_IWOTH) != 0;
 }
@@ -25,12 +25,12 @@ bool mayBeFollowed(const struct stat& link, const struct stat& folder) {
     return !isShared(folder) || link.st_uid == geteuid() || link.st_uid == folder.st_uid;
 }
 
-//  One walk along a path. Invariant: done_ ends with "/" and holds no link, "." or "..".
+//  The resolution of one path. Invariant: done_ ends with "/" and contains no link, "." or "..".
 class Walk {
 public:
     Walk(const std::string& path, FilePlace& place) : rest_(path), place_(place) {}
 
-    //  Goes to the last component. Fails with the path that cannot be passed.
+    //  Resolves up to the last component. Fails with the path that cannot be resolved.
     Status run() {
         place_ = FilePlace();
         Status status = goTo("/");
@@ -41,7 +41,7 @@ public:
     }
 
 private:
-    //  Takes the next component and the slashes after it from rest_.
+    //  Removes the next component and the slashes after it from rest_ and returns the component.
     std::string takeName() {
         rest_.erase(0, std::min(rest_.find_first_not_of('/'), rest_.size()));
         const std::size_t end = std::min(rest_.find('/'), rest_.size());
@@ -80,7 +80,8 @@ private:
         return {};
     }
 
-    //  Requires: directory has no link in it and, but for the root, no "/" at its end, where lstat would follow one.
+    //  Requires: directory contains no link and, except for the root, does not end with "/", where lstat would follow
+    //  one.
     Status goTo(const std::string& directory) {
         struct stat found {};
         if (lstat(directory.c_str(), &found) != 0)
@@ -88,7 +89,7 @@ private:
         return enter(directory == "/" ? directory : directory + "/", found);
     }
 
-    //  Goes to the parent folder; the root is its own.
+    //  Goes to the parent folder; the root is its own parent.
     Status leave() {
         const std::size_t parent = done_.size() < 2 ? 0 : done_.rfind('/', done_.size() - 2);
         return goTo(parent == 0 ? "/" : done_.substr(0, parent));
@@ -108,7 +109,7 @@ private:
     }
 
     std::string done_;
-    struct stat folder_ {};  // of done_
+    struct stat folder_ {};  // status of done_
     std::string rest_;
     FilePlace& place_;
     int links_ = 0;

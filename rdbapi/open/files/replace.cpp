@@ -14,7 +14,7 @@ namespace {
 constexpr mode_t newFileMode = 0644;  // a name server runs as another user
 constexpr mode_t modeBits = 07777;
 
-//  The status of a system call that returned result.
+//  Returns the status for the result of a system call.
 Status statusOf(int result) {
     return result < 0 ? systemFailure(errno) : Status{};
 }
@@ -30,7 +30,7 @@ Status writeAll(int fd, std::string_view bytes) {
     return {};
 }
 
-//  The owner comes first: a change of owner clears mode bits.
+//  The owner is set first, because a change of owner clears mode bits.
 Status copyOwnerAndMode(int fd, const FileText& before) {
     if (!before.exists)
         return statusOf(fchmod(fd, newFileMode));
@@ -41,7 +41,7 @@ Status copyOwnerAndMode(int fd, const FileText& before) {
     return status.ok() ? statusOf(fchmod(fd, before.inode.st_mode & modeBits)) : status;
 }
 
-//  What a crash left behind is removed first; O_EXCL then makes sure that nobody else's file is written.
+//  Removes the file of an earlier crash; then O_EXCL makes sure that no file of another program is written.
 int openTemporary(const FilePlace& place) {
     unlink(place.temporary().c_str());
     return open(place.temporary().c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600);

@@ -12,10 +12,10 @@ namespace {
 
 constexpr std::chrono::milliseconds lockLimit{2000};
 
-//  How often an update is made anew because somebody edited the file meanwhile.
+//  Maximum number of attempts of an update when another program edits the file meanwhile.
 constexpr int maxAttempts = 5;
 
-//  A file that is too large counts as one that cannot be read.
+//  A file that is too large is treated as one that cannot be read.
 Status unreadable(const Status& failure) {
     return backendFailed("the file cannot be read: " + failure.reason);
 }
@@ -37,7 +37,7 @@ private:
     Status flush(const FilePlace& place);
 
     std::string path_;
-    bool flushed_ = false;  // the directory, since this back end last renamed a file in it
+    bool flushed_ = false;  // the directory was flushed since the last rename by this back end
 };
 
 Status HostsBackend::open(const Waiter&) {
@@ -54,7 +54,7 @@ Status HostsBackend::open(const Waiter&) {
     return {};
 }
 
-//  The path is resolved again each time: a link may be pointed elsewhere while the service runs.
+//  The path is resolved each time: a link may change while the service runs.
 Status HostsBackend::update(const DnsRequest& request) {
     FilePlace place;
     if (Status failed = resolveFile(path_, place); !failed.ok())
@@ -72,7 +72,7 @@ Status HostsBackend::update(const DnsRequest& request) {
             return flushed_ ? Status{} : flush(place);
         status = replaceFile(place, *before, after);
     }
-    //  Opening again would not help: only the administrator can make the file shorter.
+    //  Opening again would not help: only the administrator can shorten the file.
     if (status.code == errorTooLarge)
         return serverRefused("the file would be larger than 16 MiB; it stays as it is");
     if (status.ok())
@@ -80,8 +80,8 @@ Status HostsBackend::update(const DnsRequest& request) {
     return backendFailed("the file cannot be replaced: " + status.reason);
 }
 
-//  After a failure the retry finds the new text in the file. Only flushed_ says that it is not safe yet; a new process
-//  does not know, and flushes once.
+//  After a failure, the retry finds the new text in the file. Only flushed_ shows that it is not on the disk yet; a new
+//  process does not know this and flushes once.
 Status HostsBackend::flush(const FilePlace& place) {
     Status status = flushDirectory(place);
     flushed_ = status.ok();

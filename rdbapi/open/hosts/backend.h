@@ -1,5 +1,5 @@
-//  The back end hosts:///PATH: a DNS server's view of this host, kept as lines of a hosts(5) file that a name server
-//  serves. Several services may share the file, each with a host name of its own.
+//  The back end hosts:///PATH: stores this host's addresses as lines of a hosts(5) file, which a name server serves.
+//  Several services may share the file, each with a different host name.
 #ifndef RDBAPI_OPEN_HOSTS_BACKEND_H
 #define RDBAPI_OPEN_HOSTS_BACKEND_H
 
@@ -10,7 +10,7 @@
 
 namespace rdbopen {
 
-//  Returns errorNone, or errorBadUrl with the reason. Knows no users: access is the file system's business.
+//  Returns errorNone, or errorBadUrl with the reason. Ignores user and password: the file system controls access.
 int makeHostsBackend(const Url& url, const Credentials& credentials, std::unique_ptr<Backend>& backend,
                      std::string& reason);
 

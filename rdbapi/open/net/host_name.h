@@ -1,6 +1,6 @@
-//  The one check of host names, and their lower-case form.
+//  Validation of host names, and their lower-case form.
 //
-//  Threads: any.
+//  Threads: any thread may call these functions.
 #ifndef RDBAPI_OPEN_NET_HOST_NAME_H
 #define RDBAPI_OPEN_NET_HOST_NAME_H
 
@@ -9,12 +9,12 @@
 
 namespace rdbopen {
 
-//  Says whether name consists of labels of 1 to 63 letters, digits, "-" and "_" (RFC 1123 section 2.1, and the
-//  underscore that is seen in practice), in all 1 to 253 characters (RFC 1035 section 2.3.4, as text) and without a
-//  last dot. Such a name needs no escaping in a zone, a message, a hosts file or JSON.
+//  Returns whether name consists of labels of 1 to 63 letters, digits, "-" and "_" (RFC 1123 section 2.1, and the
+//  underscore, which is in use), has 1 to 253 characters (RFC 1035 section 2.3.4, as text) and no final dot. Such a
+//  name needs no escaping in a zone, a message, a hosts file or JSON.
 bool isDnsName(std::string_view name);
 
-//  Returns text with A to Z in lower case, whatever the locale.
+//  Returns text with A to Z in lower case, in any locale.
 std::string lowerCase(std::string_view text);
 
 }  // namespace rdbopen

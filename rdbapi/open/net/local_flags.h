@@ -1,5 +1,4 @@
-//  What the kernel says about this host's own IPv6 addresses: whether one is temporary (RFC 8981) or deprecated
-//  (RFC 4862 section 5.5.4).
+//  Flags of this host's own IPv6 addresses in the kernel: temporary (RFC 8981) and deprecated (RFC 4862 section 5.5.4).
 #ifndef RDBAPI_OPEN_NET_LOCAL_FLAGS_H
 #define RDBAPI_OPEN_NET_LOCAL_FLAGS_H
 
@@ -17,10 +16,10 @@ using Ipv6Address = std::array<std::uint8_t, 16>;
 inline constexpr unsigned flagTemporary = 0x01;
 inline constexpr unsigned flagDeprecated = 0x20;
 
-//  An address of several interfaces has the flags that it has on all of them.
+//  An address of several interfaces has only the flags that it has on all of them.
 using LocalFlags = std::map<Ipv6Address, unsigned>;
 
-//  Reads the table that the kernel shows as /proc/self/net/if_inet6. A line that is none of its form is passed over.
+//  Parses the table that the kernel provides as /proc/self/net/if_inet6. Malformed lines are skipped.
 LocalFlags parseLocalFlags(const std::string& table);
 
 //  Returns the flags of the addresses of this network namespace.

@@ -12,7 +12,7 @@ namespace {
 
 constexpr std::string_view marker = "file:";
 
-//  A pipe or a device could keep the reader waiting, so only regular files are read.
+//  Only regular files are read, because a pipe or a device could block the reader.
 Result<std::string> readRegularFile(const char* path) {
     constexpr std::size_t maxLineEnd = 2;
     const Descriptor file(open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));

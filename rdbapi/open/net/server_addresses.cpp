@@ -62,10 +62,10 @@ Status ServerAddresses::tryOthers(Status status, const Waiter& waiter, std::chro
     return walk({waiter, until, connect, attempt}, current_, std::move(status));
 }
 
-//  Each address gets an equal share of the time that is left, so that one that drops packets does not use up the time
-//  of the next, and what a fast one leaves goes to the others. The address that was right is remembered only when it
-//  did not fail: it is the first to be tried next time. An answer is worth more to the operator than a failed
-//  connection. told: the answer of the skipped address.
+//  Each address gets an equal share of the remaining time, so that an address that drops packets does not consume the
+//  time of the next one; unused time is shared by the others. The right address is stored only if it did not fail; it
+//  is tried first next time. For the operator, an answer is more useful than a failed connection. told: the answer of
+//  the skipped address.
 Status ServerAddresses::walk(const Walk& how, std::size_t skipped, Status told) {
     bool answered = skipped != nothing;
     auto left = static_cast<std::int64_t>(addresses_.size()) - (answered ? 1 : 0);

@@ -1,11 +1,11 @@
-//  The addresses that the name of a server stands for. A back end tries them in turn until it has the right server: one
-//  that cannot be reached, and one whose answer says that it is the wrong one, leave the turn to the next.
+//  The addresses of a server's name. A back end tries them in turn until it finds the right server: it skips an address
+//  that cannot be reached, and one whose answer shows that it is the wrong server.
 //
 //      lookUp:      | the one that was right last | the others, in the resolver's order |
-//      tryEach:     all of them, from the front
-//      tryOthers:   all but the one that was tried last
+//      tryEach:     all of them, from the first
+//      tryOthers:   all except the one that was tried last
 //
-//  Threads: one at a time.
+//  Threads: one thread at a time.
 #ifndef RDBAPI_OPEN_NET_SERVER_ADDRESSES_H
 #define RDBAPI_OPEN_NET_SERVER_ADDRESSES_H
 
@@ -20,29 +20,28 @@ namespace rdbopen {
 
 class ServerAddresses {
 public:
-    //  Connects to an address, up to the given time.
+    //  Connects to an address, until the given time.
     using Connect = std::function<Status(const ServerAddress&, std::chrono::milliseconds)>;
 
-    //  Uses the connection; the given time is when the next address should have its turn. A status with failover ends
-    //  this address's turn.
+    //  Uses the connection; the next address should be tried at the given time. A status with failover ends the use of
+    //  this address.
     using Attempt = std::function<Status(std::chrono::milliseconds)>;
 
-    //  Resolves the name of server. getaddrinfo(3) keeps limits of its own and does not end with the handle: until is
-    //  moved on by the time that it took.
+    //  Resolves the name of server. getaddrinfo(3) has its own time limits and does not end with the handle: its
+    //  duration is added to until.
     Status lookUp(const Server& server, std::chrono::milliseconds& until);
 
-    //  Each address has an equal share of the time that is left. Return the first status without failover. Without
-    //  one, the last that a server answered, or else why none could be reached.
-    //  Requires: lookUp has succeeded.
+    //  Each address has an equal share of the remaining time. Return the first status without failover, else the last
+    //  answer of a server, else why no server could be reached. Requires: lookUp has succeeded.
     Status tryEach(const Waiter& waiter, std::chrono::milliseconds until, const Connect& connect,
                    const Attempt& attempt);
 
-    //  Goes on after an attempt at the connection that tryEach or tryOthers has left: its status, which has failover
-    //  set, counts as answered.
+    //  Continues after an attempt with the connection of tryEach or tryOthers, whose status has failover set and counts
+    //  as an answer.
     Status tryOthers(Status status, const Waiter& waiter, std::chrono::milliseconds until, const Connect& connect,
                      const Attempt& attempt);
 
-    //  Says whether tryOthers has an address to try.
+    //  Returns whether there is another address to try.
     bool hasOthers() const noexcept { return addresses_.size() > 1; }
 
 private:
@@ -55,8 +54,8 @@ private:
     Status walk(const Walk& how, std::size_t skipped, Status told);
 
     std::vector<ServerAddress> addresses_;
-    std::size_t current_ = 0;  // index of the one that was tried last
-    ServerAddress right_{};    // its length is 0 while none was
+    std::size_t current_ = 0;  // index of the address that was tried last
+    ServerAddress right_{};    // the last right one; length 0 if none
 };
 
 }  // namespace rdbopen

@@ -11,13 +11,13 @@ namespace rdbopen {
 
 namespace {
 
-//  Requests and answers are small and wait for each other: nothing is gained by collecting bytes.
+//  Requests and answers are small and alternate, so delaying bytes to combine them has no benefit.
 void setOptions(int descriptor) {
     const int on = 1;
     setsockopt(descriptor, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
 }
 
-//  Returns 0 when descriptor is connected, else the error that the connection ended with.
+//  Returns 0 if descriptor is connected, else the error of the connection attempt.
 int pendingError(int descriptor) {
     int error = 0;
     socklen_t length = sizeof error;

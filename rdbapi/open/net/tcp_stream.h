@@ -1,8 +1,8 @@
 //  One TCP connection of a back end. Every wait ends at a given time or when the handle is closed.
 //
-//  Every failure is errorBackendFailed: the connection is of no use after it.
+//  Every failure is errorBackendFailed: the connection cannot be used afterwards.
 //
-//  Threads: one at a time.
+//  Threads: one thread at a time.
 #ifndef RDBAPI_OPEN_NET_TCP_STREAM_H
 #define RDBAPI_OPEN_NET_TCP_STREAM_H
 
@@ -28,7 +28,7 @@ public:
     TcpStream& operator=(const TcpStream&) = delete;
     ~TcpStream() { close(); }
 
-    //  Closes the connection that there is, and makes one to address.
+    //  Closes the current connection and connects to address.
     Status connect(const ServerAddress& address, const Waiter& waiter, std::chrono::milliseconds until);
 
     Status send(std::span<const std::uint8_t> bytes, const Waiter& waiter, std::chrono::milliseconds until);
@@ -36,7 +36,7 @@ public:
     //  Fills bytes completely.
     Status receive(std::span<std::uint8_t> bytes, const Waiter& waiter, std::chrono::milliseconds until);
 
-    //  The descriptor, non-blocking and closed on exec; -1 when there is none.
+    //  The descriptor, non-blocking and closed on exec; -1 if none.
     int descriptor() const noexcept { return descriptor_; }
 
     void close() noexcept;
@@ -47,7 +47,7 @@ private:
     int descriptor_ = -1;
 };
 
-//  The failure for the end of a wait that was not Waiter::Result::ready. Requires: errno is still that of the wait.
+//  Returns the failure for a wait that did not end with Waiter::Result::ready. Requires: errno is that of the wait.
 Status waitFailure(Waiter::Result result);
 
 }  // namespace rdbopen

@@ -31,7 +31,7 @@ constexpr int hexDigit(char c) {
     return -1;
 }
 
-//  RFC 3986 section 2.1. Zero bytes are refused, encoded or not: no path and no option holds one.
+//  RFC 3986 section 2.1. Zero bytes are refused, encoded or not: no path and no option contains one.
 bool decode(std::string_view raw, std::string& decoded) {
     for (std::size_t i = 0; i < raw.size(); ++i) {
         char c = raw[i];
@@ -66,9 +66,9 @@ bool decodeOptions(std::string_view query, std::vector<UrlOption>& options) {
     return true;
 }
 
-//  Refuses what getaddrinfo(3) cannot know, and nothing more: a name of /etc/hosts and one with a last dot, which
-//  isDnsName refuses, may name a server. The characters are those of names and of IPv6 addresses (RFC 4291 section 2.2,
-//  and a zone as RFC 4007 section 11 writes it).
+//  Refuses only names that getaddrinfo(3) cannot resolve: a name in /etc/hosts, and a name with a final dot, which
+//  isDnsName refuses, may be a server. The characters are those of names and of IPv6 addresses (RFC 4291 section 2.2,
+//  with a zone as in RFC 4007 section 11).
 bool mayBeServer(std::string_view host, bool in_brackets) {
     constexpr std::size_t maxHostLength = 253;
     if (host.empty() || host.size() > maxHostLength)

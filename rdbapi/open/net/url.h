@@ -26,12 +26,12 @@ struct UrlOption {
 
 struct Url {
     std::string scheme;              // lower case
-    std::string authority;           // as written; may hold a password, so never reported
+    std::string authority;           // as written; may contain a password, so never reported
     std::string path;                // decoded, begins with "/" unless empty; no zero byte
-    std::vector<UrlOption> options;  // decoded, in their order; no zero byte
+    std::vector<UrlOption> options;  // decoded, in order; no zero byte
 };
 
-//  Takes text apart. Returns false for a malformed one, with the reason, which quotes nothing of text.
+//  Parses text. Returns false for a malformed text, with a reason that contains no part of text.
 bool parseUrl(std::string_view text, Url& url, std::string& reason);
 
 struct Server {
@@ -39,16 +39,16 @@ struct Server {
     std::uint16_t port = 0;
 };
 
-//  Takes HOST[:PORT] apart. Returns false when it is none, with the reason, which quotes nothing of authority.
+//  Parses HOST[:PORT]. Returns false for a malformed text, with a reason that contains no part of authority.
 bool parseServer(std::string_view authority, std::uint16_t default_port, Server& server, std::string& reason);
 
-//  Returns server as it is written in a url.
+//  Returns server in the form of a url.
 std::string serverText(const Server& server);
 
-//  Returns false when url names anything but one file by its absolute path, as SCHEME:///PATH does, with the reason.
+//  Returns false, with the reason, unless url is one file with an absolute path, like SCHEME:///PATH.
 bool isFileUrl(const Url& url, std::string& reason);
 
-//  Reads a decimal number of at most max, without sign or blanks. Returns false when text is none.
+//  Parses a decimal number of at most max, without sign or blanks. Returns false if text is not such a number.
 bool parseNumber(std::string_view text, std::uint32_t max, std::uint32_t& number);
 
 }  // namespace rdbopen

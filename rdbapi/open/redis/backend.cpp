@@ -17,7 +17,7 @@ constexpr std::chrono::milliseconds openLimit{10000};
 constexpr std::chrono::milliseconds requestLimit{5000};
 constexpr std::chrono::milliseconds checkAfter{60000};
 
-//  How often a transaction is begun anew because somebody changed one of its keys meanwhile.
+//  Maximum number of attempts of a transaction when others change its keys meanwhile.
 constexpr int maxAttempts = 5;
 
 struct Settings {
@@ -57,7 +57,7 @@ private:
         std::vector<RedisHeld> held;
     };
 
-    //  Carries out one request at the server that the connection is with.
+    //  Executes one request at the connected server.
     using Request = std::function<Status()>;
 
     Status atServer(const Request& request);
@@ -88,11 +88,11 @@ private:
         return connection_.connect(address, *waiter_, until);
     };
     const Waiter* waiter_ = nullptr;      // set by open
-    std::chrono::milliseconds until_{0};  // the limit of the request that is carried out
+    std::chrono::milliseconds until_{0};  // time limit of the current request
     bool queueing_ = false;               // inside MULTI
 
-    //  Time of a put whose transaction was sent and has not succeeded since, 0 for none: when the same value is put again
-    //  and the server holds it with just this time, the answer was lost and the put has been done already.
+    //  Time of a put whose transaction was sent without a reply since (0: none). If the same value is put again and the
+    //  server has it with this time, the put was done and only the reply was lost.
     std::int64_t unansweredPut_ = 0;
 };
 
@@ -115,7 +115,7 @@ Status RedisBackend::open(const Waiter& waiter) {
     return addresses_.tryEach(waiter, until, connect_, [&](auto share) { return logInUntil(*password, share); });
 }
 
-//  Whatever fails here, the next address may do it: nothing has been changed yet.
+//  After any failure here the next address may be tried: nothing has been changed yet.
 Status RedisBackend::logInUntil(const std::string& password, std::chrono::milliseconds until) {
     until_ = until;
     queueing_ = false;
@@ -132,8 +132,8 @@ Status RedisBackend::atServer(const Request& request) {
     return status.failover && addresses_.hasOthers() ? atOthers(std::move(status), request) : status;
 }
 
-//  The name is not looked up again here: that may take longer than a request may. When no address is the right server, the
-//  connection is with the last one, if any, and of no use.
+//  The name is not resolved again here: that may take longer than a request may take. If no address is the right
+//  server, the connection is to the last one, if any, and cannot be used.
 Status RedisBackend::atOthers(Status status, const Request& request) {
     const Result<std::string> password = readSecret(settings_.credentials.password);
     if (!password.ok())
@@ -149,8 +149,8 @@ Status RedisBackend::atOthers(Status status, const Request& request) {
     return status;
 }
 
-//  The user "default" of a server without passwords takes any password. Servers before Redis 6 know passwords only, or
-//  not even these; for them the user is "default", too. No answer is quoted: it may hold the password.
+//  A server without passwords accepts any password for the user "default". Servers before Redis 6 know only passwords,
+//  or not even these; for them the user is "default", too. No answer is quoted, because it may contain the password.
 Status RedisBackend::logIn(const std::string& password) {
     const std::string& user = settings_.credentials.user;
     connection_.conceal({user, password});
@@ -169,7 +169,7 @@ Status RedisBackend::logIn(const std::string& password) {
     return backendFailed(redisRefusal("AUTH", replies[0].text, 0));
 }
 
-//  The name is for the server's list of clients only; a server that does not allow it goes without.
+//  Sets the name in the server's list of clients (CLIENT LIST); a failure to set it is ignored.
 Status RedisBackend::prepareConnection() {
     Commands commands{{"CLIENT", "SETNAME", "addrpubd"}, {"PING"}};
     if (settings_.database != 0)
@@ -228,7 +228,7 @@ Status RedisBackend::put(std::span<const RdbSnapshot> records) {
     return status;
 }
 
-//  True when the server holds records as the unanswered put has left them.
+//  Returns true if the server has records as written by the unanswered put.
 bool RedisBackend::holdsAll(std::span<const RdbSnapshot> records, const ServerState& state) const {
     for (std::size_t i = 0; i < records.size(); ++i) {
         const auto& value = state.held[i].value;
@@ -251,8 +251,8 @@ Status RedisBackend::appendRecords(std::span<const RdbSnapshot> records, const S
     return {};
 }
 
-//  Reads what the server holds under names and calls append, which appends the commands that write. Sends all of them or,
-//  when there are none or append fails, nothing. append may be called several times.
+//  Reads the server's data for names and calls append, which appends the writing commands. Executes them atomically; if
+//  there are none or append fails, writes nothing. append may be called several times.
 template <class Append>
 Status RedisBackend::transaction(const std::vector<const char*>& names, Append append) {
     return atServer([&] { return runTransaction(names, append); });
@@ -309,7 +309,7 @@ Status RedisBackend::readServerState(std::span<const RedisReply> replies, const 
     return {};
 }
 
-//  Discards the begun transaction and the watch of its keys. Returns status, unless this fails.
+//  Discards the transaction and stops watching its keys. Returns status, unless this fails.
 Status RedisBackend::abortTransaction(Status status) {
     if (status.code == errorBackendFailed)
         return status;
@@ -323,7 +323,7 @@ Status RedisBackend::abortTransaction(Status status) {
     return status;
 }
 
-//  Writes commands. A transaction that was refused has written nothing; so has one whose keys were changed meanwhile.
+//  Writes commands. A refused transaction has written nothing, and neither has one whose keys were changed meanwhile.
 Status RedisBackend::endTransaction(Commands commands, Attempt& attempt) {
     const std::size_t count = commands.size();
     commands.push_back({"EXEC"});
@@ -369,7 +369,7 @@ Status RedisBackend::queryValue(const RdbSnapshot& record) {
     return held && held->equals(record) ? Status{} : Status{errorNotHeld, {}};
 }
 
-//  The options and the path. Returns an empty text, or what is wrong.
+//  Parses options and path. Returns an empty text, or the error.
 std::string readSettings(const Url& url, Settings& settings) {
     const bool plain = url.path.empty() || url.path == "/";
     constexpr std::uint32_t maxDatabase = 2147483647;

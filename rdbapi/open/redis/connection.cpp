@@ -12,7 +12,7 @@ namespace rdbopen {
 
 namespace {
 
-//  The protocol's form of a request: an array of texts.
+//  Appends a request in the form of the protocol: an array of strings.
 void append(std::string& bytes, const RedisCommand& command) {
     bytes += "*" + std::to_string(command.size()) + "\r\n";
     for (const std::string& word : command) {
@@ -22,7 +22,7 @@ void append(std::string& bytes, const RedisCommand& command) {
     }
 }
 
-//  The beginning of an alert record (RFC 8446 section 5.1), with which such a server answers to anything but TLS.
+//  The start of an alert record (RFC 8446 section 5.1), with which a TLS server answers other protocols.
 bool isTlsAlert(std::string_view bytes) {
     return bytes.starts_with("\x15\x03");
 }
@@ -60,7 +60,7 @@ Status RedisConnection::takeReply(RedisReply& reply, const Waiter& waiter, std::
             markQuotable(reply);
         if (result != RedisReplyParser::Result::incomplete)
             return result == RedisReplyParser::Result::complete ? Status{} : backendFailed(parser_.reason());
-        if (monotonicNow() >= until)  // also when the server never pauses
+        if (monotonicNow() >= until)  // also if the server never pauses
             return waitFailure(Waiter::Result::timedOut);
         bool wouldWait = false;
         if (Status status = takeBytes(wouldWait); !status.ok())
@@ -99,7 +99,7 @@ Status RedisConnection::takeBytes(bool& wouldWait) {
     return wouldWait ? Status{} : failedTo("the connection was lost", systemFailure(errno));
 }
 
-//  A server that takes no more connections, or none of this host, says so unasked and closes.
+//  A server that accepts no more connections, or none from this host, sends an error without a request and closes.
 Status RedisConnection::receiveUnasked() {
     bool wouldWait = false;
     if (Status status = takeBytes(wouldWait); wouldWait || !status.ok())

@@ -1,11 +1,12 @@
-//  One connection to a Redis server: commands go out in one piece, and the answers come back in their order.
+//  One connection to a Redis server: commands are sent in one piece, and the answers arrive in the same order.
 //
-//  The back end owns the socket, and libhiredis only takes answers apart: its own reading and writing would raise
-//  SIGPIPE, and its memory helpers end the process when there is none.
+//  The back end owns the socket, and libhiredis only parses answers: its own reading and writing would raise SIGPIPE,
+//  and its memory functions end the process when memory is exhausted.
 //
-//  Every failure is errorBackendFailed: the connection is of no use after it. An error answer of the server is none.
+//  Every failure is errorBackendFailed: the connection cannot be used afterwards. An error answer of the server is no
+//  failure.
 //
-//  Threads: one at a time.
+//  Threads: one thread at a time.
 #ifndef RDBAPI_OPEN_REDIS_CONNECTION_H
 #define RDBAPI_OPEN_REDIS_CONNECTION_H
 
@@ -14,18 +15,18 @@
 
 namespace rdbopen {
 
-//  A command and its arguments, any bytes.
+//  A command and its arguments, which may contain any bytes.
 using RedisCommand = std::vector<std::string>;
 
 class RedisConnection {
 public:
-    //  Sets what no error of the server may be quoted with from now on, such as the words of a login.
+    //  Sets the secrets that must not appear in quoted errors of the server, such as the login.
     void conceal(std::vector<std::string> secrets) { secrets_ = std::move(secrets); }
 
-    //  As TcpStream::connect.
+    //  Connects like TcpStream::connect.
     Status connect(const ServerAddress& address, const Waiter& waiter, std::chrono::milliseconds until);
 
-    //  Sends commands and stores one answer for each, errors of the server among them.
+    //  Sends commands and stores one answer for each, including errors of the server.
     Status exchange(const std::vector<RedisCommand>& commands, std::vector<RedisReply>& replies, const Waiter& waiter,
                     std::chrono::milliseconds until);
 
@@ -33,10 +34,10 @@ public:
     void close() noexcept { stream_.close(); }
 
 private:
-    //  Receives, without waiting, what the server has sent since the last exchange. Ok when that is nothing.
+    //  Receives, without waiting, data that the server has sent since the last exchange. Ok if there is none.
     Status receiveUnasked();
 
-    //  Takes what there is. wouldWait: there was nothing.
+    //  Receives the available bytes. wouldWait: there were none.
     Status takeBytes(bool& wouldWait);
     Status takeReply(RedisReply& reply, const Waiter& waiter, std::chrono::milliseconds until);
 

@@ -26,7 +26,7 @@ Status foreign(const std::string& key) {
     return serverRefused(key + " is somebody else's and stays as it is");
 }
 
-//  Takes the next answer, which has to be of one kind. Returns null when it is not, with the status.
+//  Removes the next answer, which must be of one kind. Otherwise returns null and the status.
 const RedisReply* take(std::span<const RedisReply>& replies, std::string_view command, Kind kind, Status& status) {
     if (replies.empty()) {
         status = notUnderstood(command);
@@ -47,7 +47,7 @@ bool readField(const RedisReply& field, Number& number) {
     return field.is(Kind::text) && error == std::errc() && end == text.data() + text.size();
 }
 
-//  Takes the answers to HLEN and HMGET. Stores null in fields when there is no such key.
+//  Removes the answers to HLEN and HMGET. Sets fields to null if the key does not exist.
 Status takeHash(std::span<const RedisReply>& replies, std::size_t count, const std::vector<RedisReply>*& fields) {
     Status status;
     const RedisReply* size = take(replies, "HLEN", Kind::integer, status);

@@ -9,23 +9,23 @@ namespace rdbopen {
 namespace {
 
 constexpr std::size_t maxQuoteLength = 120;
-constexpr std::size_t minSecretMatch = 4;  // bytes of a secret in a row that give it away
+constexpr std::size_t minSecretMatch = 4;  // consecutive bytes of a secret that must not be quoted
 
 struct Meaning {
-    std::string_view beginning;  // of the answer
+    std::string_view beginning;  // start of the answer
     std::string_view words;
     bool general = false;  // any command is answered so, now one, now another: the reason is the same for all
 };
 
-//  Beginnings of the answers after which a server is of no use. A retry in the same connection cannot succeed: a login
-//  is not renewed, and a replica stays one until somebody promotes it. A new connection looks the name up again.
+//  Prefixes of answers after which the connection is useless. A retry in the same connection cannot succeed: a login is
+//  not renewed, and a replica stays one until it is promoted. A new connection resolves the name again.
 constexpr std::string_view endings[] = {"NOAUTH", "READONLY", "MASTERDOWN"};
 
-//  Beginnings of the answers of a server that is not the one to ask: another address of the name may be the primary, or
-//  have loaded its data. Everything else is the same at each address of a name, so trying them would only take time.
+//  Prefixes of answers of a wrong server: another address of the name may be the primary, or may have loaded its data.
+//  All other errors are the same at each address of a name, so trying them would only take time.
 constexpr std::string_view wrongServers[] = {"READONLY", "MASTERDOWN", "LOADING"};
 
-//  The answers of Redis 7; their first words are fixed, what follows differs between versions.
+//  The answers of Redis 7; their first words are fixed, the rest differs between versions.
 constexpr Meaning meanings[] = {
     {"WRONGPASS", "user or password is wrong, or the user is switched off"},
     {"NOAUTH", "the connection is not logged in"},
@@ -48,7 +48,7 @@ constexpr Meaning meanings[] = {
     {"ERR DB index is out of range", "the server has no database of this number"},
 };
 
-//  The transaction that was not begun for a reason of its own.
+//  Prefix of an EXECABORT reply; the actual cause follows it.
 constexpr std::string_view discarded = "EXECABORT Transaction discarded because of: ";
 
 std::string_view withoutDiscarded(std::string_view answer) {

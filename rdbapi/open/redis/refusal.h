@@ -1,4 +1,4 @@
-//  What an error answer of a Redis server means, in words for the operator.
+//  The meaning of a Redis server's error answers, as text for the operator.
 #ifndef RDBAPI_OPEN_REDIS_REFUSAL_H
 #define RDBAPI_OPEN_REDIS_REFUSAL_H
 
@@ -8,20 +8,20 @@
 
 namespace rdbopen {
 
-//  Says whether the error answer means that the connection is of no use any more: the login is gone, or the server has
-//  become a replica, so that another one has the name now or will have it.
+//  Returns whether the error answer means that the connection is useless: the login is no longer valid, or the server
+//  has become a replica, so that the name will resolve to another server.
 bool redisEndsConnection(std::string_view answer);
 
-//  Says whether the error answer means that another server may do what this one does not now.
+//  Returns whether the error answer means that another server may be able to execute the command.
 bool redisIsWrongServer(std::string_view answer);
 
-//  Returns how many leading bytes of an error answer may be quoted: those up to the first 4 in a row that also occur in one
-//  of secrets, in upper or lower case. A shorter secret counts as a whole. A server or a proxy may repeat what it was sent,
-//  complete or cut off, and so the login. Bytes beyond the length of a quote count as secret.
+//  Returns how many leading bytes of an error answer may be quoted: those before the first 4 consecutive bytes that
+//  also occur in one of secrets, ignoring case. A shorter secret is compared as a whole. A server or a proxy may repeat
+//  its input, complete or truncated, and so the login. Bytes after the maximum length of a quote are treated as secret.
 std::size_t redisQuotable(std::string_view answer, std::span<const std::string> secrets);
 
-//  Returns the reason why command was refused with the error answer. An answer without words of its own is quoted, at
-//  most 120 bytes of its first quotable ones, printable ones only.
+//  Returns the reason why command was refused with the error answer. An unknown answer is quoted: at most its first 120
+//  quotable bytes, only printable ones.
 std::string redisRefusal(std::string_view command, std::string_view answer, std::size_t quotable);
 
 }  // namespace rdbopen

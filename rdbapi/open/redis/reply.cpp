@@ -8,8 +8,8 @@ namespace {
 
 using Kind = RedisReply::Kind;
 
-//  The reader calls these from C, so nothing may be thrown through them; null tells it that there is no memory. It frees
-//  the root only: the others are elements of their parent.
+//  The reader calls these functions from C, so they must not throw; null means that memory is exhausted. The reader
+//  frees only the root: other replies are elements of their parent.
 RedisReply* place(const redisReadTask* task) noexcept {
     if (task->parent == nullptr)
         return new (std::nothrow) RedisReply;
@@ -41,7 +41,7 @@ void* makeString(const redisReadTask* task, char* text, std::size_t length) {
     });
 }
 
-//  An array is announced before its elements come, so its size is taken from what the answer may still have.
+//  The size of an array is known before its elements arrive, so it is limited to what the answer may still have.
 void* makeArray(const redisReadTask* task, int count) {
     const auto size = static_cast<std::size_t>(count);
     auto& left = *static_cast<std::size_t*>(task->privdata);
@@ -69,7 +69,7 @@ void freeReply(void* reply) {
     delete static_cast<RedisReply*>(reply);
 }
 
-//  The reader keeps a pointer to it, not const.
+//  Not const, because the reader stores a pointer to it.
 redisReplyObjectFunctions functions{makeString, makeArray, makeInteger, makeNil, freeReply};
 
 }  // namespace
@@ -81,7 +81,7 @@ bool RedisReplyParser::reset() {
     if (!reader_)
         return false;
     reader_->privdata = &elementsLeft_;
-    reader_->maxbuf = 0;  // otherwise it exchanges its buffer from time to time and asserts that it gets one
+    reader_->maxbuf = 0;  // otherwise it sometimes replaces its buffer and asserts that the allocation succeeds
     return true;
 }
 

@@ -1,10 +1,10 @@
-//  One answer of a Redis server, and the parser that makes answers of bytes (https://redis.io/docs/reference/protocol-spec,
-//  RESP2), which is libhiredis' reader.
+//  One answer of a Redis server, and the parser of answers (https://redis.io/docs/reference/protocol-spec, RESP2),
+//  which uses libhiredis' reader.
 //
-//  Whatever a server sends, an answer takes bounded memory: see the two limits. What is longer or malformed breaks the
-//  parser, and with it the connection.
+//  The memory of an answer is bounded by the two limits below, whatever a server sends. A longer or malformed answer
+//  breaks the parser and ends the connection.
 //
-//  Threads: one at a time.
+//  Threads: one thread at a time.
 #ifndef RDBAPI_OPEN_REDIS_REPLY_H
 #define RDBAPI_OPEN_REDIS_REPLY_H
 
@@ -18,8 +18,8 @@
 
 namespace rdbopen {
 
-//  Bytes of one answer at most, and elements of all its arrays together at most. The longest answer that is ever asked
-//  for is that to the transaction of a put of 1000 records: 6000 elements.
+//  Maximum number of bytes of one answer, and of elements of all its arrays together. The longest answer needed is that
+//  to the transaction of a put of 1000 records: 6000 elements.
 inline constexpr std::size_t maxRedisReplySize = 262144;
 inline constexpr std::size_t maxRedisElements = 8192;
 
@@ -27,10 +27,10 @@ struct RedisReply {
     enum class Kind { nil, status, error, integer, text, array };
 
     Kind kind = Kind::nil;
-    long long integer = 0;             // of an integer
-    std::string text;                  // of a status, an error, a text; any bytes
-    std::vector<RedisReply> elements;  // of an array
-    std::size_t quotable = 0;          // bytes at the beginning of an error that may be repeated to an operator
+    long long integer = 0;             // value of an integer
+    std::string text;                  // bytes of a status, an error or a text
+    std::vector<RedisReply> elements;  // elements of an array
+    std::size_t quotable = 0;          // number of leading bytes of an error that may be shown to an operator
 
     bool is(Kind wanted) const noexcept { return kind == wanted; }
     bool isStatus(std::string_view wanted) const noexcept { return kind == Kind::status && text == wanted; }
@@ -40,19 +40,19 @@ class RedisReplyParser {
 public:
     enum class Result { complete, incomplete, broken };
 
-    //  Begins anew. Returns false when there is no memory; the parser is then broken.
+    //  Starts again. Returns false when memory is exhausted; the parser is then broken.
     bool reset();
 
-    //  Takes further bytes of the server.
+    //  Adds bytes received from the server.
     void feed(std::string_view bytes);
 
-    //  Stores the next answer when it is complete. Once broken, it stays so until reset.
+    //  Stores the next answer if it is complete. A broken parser stays broken until reset.
     Result next(RedisReply& reply);
 
-    //  True when the last byte fed was the last one of an answer taken.
+    //  Returns true if no bytes remain after the last answer.
     bool drained() const noexcept;
 
-    //  Says why it is broken. Quotes nothing that was fed.
+    //  Returns why it is broken, without any received bytes.
     const char* reason() const noexcept;
 
 private:
@@ -62,7 +62,7 @@ private:
 
     std::unique_ptr<redisReader, FreeReader> reader_;
     std::size_t fed_ = 0;                          // bytes since the last complete answer
-    std::size_t elementsLeft_ = maxRedisElements;  // that the answer may still have
+    std::size_t elementsLeft_ = maxRedisElements;  // elements that the answer may still have
 };
 
 }  // namespace rdbopen

@@ -13,13 +13,13 @@ namespace {
 
 using nlohmann::json;
 
-//  A zero byte would end the text early for inet_pton.
+//  inet_pton would treat a zero byte as the end of the text.
 bool isAddress(const std::string& text, int family) {
     in6_addr binary{};
     return text.find('\0') == std::string::npos && inet_pton(family, text.c_str(), &binary) == 1;
 }
 
-//  Appends the members of the list item[key], when there is one. Returns false when it holds anything but addresses.
+//  Appends the elements of the list item[key], if it exists. Returns false if it contains anything except addresses.
 bool takeAddresses(const json& item, const char* key, int family, std::vector<std::string>& addresses) {
     const auto list = item.find(key);
     if (list == item.end())
@@ -70,7 +70,7 @@ std::string parseDnsRequest(std::string_view text, DnsRequest& request) {
     if (item == root.end() || !item->is_object())
         return "item is not an object";
     const auto name = item->find("name");
-    //  Stricter than hosts(5), which knows only blanks and "#": a name server ignores any other name.
+    //  Stricter than hosts(5), which excludes only blanks and "#": a name server ignores any other name.
     if (name == item->end() || !name->is_string() || !isDnsName(name->get_ref<const std::string&>()))
         return "name is not a host name";
     request.name = name->get<std::string>();
@@ -90,7 +90,7 @@ std::string dnsReply(const std::optional<std::int64_t>& seqno, int code, std::st
         reply["seqno"] = *seqno;
     reply["code"] = code;
     reply["message"] = message;
-    //  A message may quote a file name, which need not be UTF-8.
+    //  A message may contain a file name, which may not be UTF-8.
     return reply.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace);
 }
 

@@ -3,7 +3,7 @@
 //      {"request":"ws_dnsupdate","seqno":5,"item":{"name":"host1","ipv6s":["2001:db8::1","2001:db8::2"],...}}
 //      {"seqno":5,"code":0,"message":"ok"}
 //
-//  Of the item, "name", "ipv4s", "ipv6s" and "httpsports" count; the lists may be left out. Other members are passed over.
+//  The item's members "name", "ipv4s", "ipv6s" and "httpsports" are used; the lists may be missing. Others are ignored.
 #ifndef RDBAPI_OPEN_REQUEST_DNS_REQUEST_H
 #define RDBAPI_OPEN_REQUEST_DNS_REQUEST_H
 
@@ -16,16 +16,16 @@
 namespace rdbopen {
 
 struct DnsRequest {
-    std::optional<std::int64_t> seqno;   // none when the request had no usable one; also set when the rest is refused
-    std::string name;                    // isDnsName (net/host_name.h)
-    std::vector<std::string> addresses;  // IPv4 before IPv6, as given, each once
-    std::vector<std::uint16_t> httpsPorts;  // as given, each once; never 0
+    std::optional<std::int64_t> seqno;      // empty if the request has no valid one; also set if the request is refused
+    std::string name;                       // isDnsName (net/host_name.h)
+    std::vector<std::string> addresses;     // IPv4 before IPv6, in order, each once
+    std::vector<std::uint16_t> httpsPorts;  // in order, each once; never 0
 };
 
-//  Takes text apart. Returns an empty text, or the reason why it is refused.
+//  Parses text. Returns an empty text, or the reason why it is refused.
 std::string parseDnsRequest(std::string_view text, DnsRequest& request);
 
-//  Returns a reply text. seqno none is written as null.
+//  Returns the text of a reply. An empty seqno is written as null.
 std::string dnsReply(const std::optional<std::int64_t>& seqno, int code, std::string_view message);
 
 }  // namespace rdbopen

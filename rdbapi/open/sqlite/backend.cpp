@@ -15,10 +15,10 @@ namespace rdbopen {
 
 namespace {
 
-//  As often as the back end redis looks: a check is six calls of stat(2) and one row for each tag.
+//  The interval of the back end redis. A check is six calls of stat(2) and one row for each tag.
 constexpr std::chrono::milliseconds checkAfter{60000};
 
-//  Emptying an empty log again would look like a commit to other services.
+//  Emptying an empty log would look like a commit to other services.
 bool isEmptyLog(const FilePlace& place) {
     struct stat log {};
     return lstat((place.path() + "-wal").c_str(), &log) == 0 && log.st_size == 0;
@@ -58,11 +58,11 @@ private:
     std::string path_;
     SqliteDatabase database_;
     SqliteStatement findTag_, importTag_, putSnapshot_, putHistory_, trimHistory_, findValue_;
-    FilePlace place_;  // of the file that is open
+    FilePlace place_;  // place of the open file
     SqliteFiles files_;
-    bool recorded_ = false;  // files_ holds how the last request left them
-    bool changed_ = false;   // by another program than SQLite, since then
-    bool suspect_ = false;   // SQLite has found the file damaged, and it was not checked since then
+    bool recorded_ = false;  // files_ has the state after the last request
+    bool changed_ = false;   // changed since then by a program other than SQLite
+    bool suspect_ = false;   // SQLite has reported damage, and the file was not checked since
 };
 
 Status SqliteBackend::failed(const char* what) {
@@ -70,7 +70,7 @@ Status SqliteBackend::failed(const char* what) {
     return backendFailed(what + (": " + database_.lastError()));
 }
 
-//  A damaged file is moved aside by an open that fails, so that the worker reports the new name; the next open makes the
+//  An open that moves a damaged file aside fails, so that the worker reports the new name; the next open creates the
 //  new file.
 Status SqliteBackend::open(const Waiter&) {
     if (Status unresolved = resolveFile(path_, place_); !unresolved.ok())
@@ -115,13 +115,13 @@ Status SqliteBackend::openFile() {
     return settle();
 }
 
-//  A connection that closes as usual writes its log into the file, and removes the log by its name. Into a file that is
-//  not the one of the log it must not.
+//  A normal close writes the log into the file, and removes the log by its name. The log must not be written into
+//  another file than its own.
 void SqliteBackend::close() noexcept {
     try {
         static_cast<void>(examineFiles());  // stored in changed_
     } catch (...) {
-        changed_ = true;  // not known without memory
+        changed_ = true;  // unknown when memory is exhausted
     }
     closeStatements();
     if (changed_) {
@@ -155,15 +155,15 @@ bool SqliteBackend::prepareAll() {
     return findTag_ && importTag_ && putSnapshot_ && putHistory_ && trimHistory_ && findValue_;
 }
 
-//  A lock alone does not show a full or read-only disk; a committed change does.
+//  A lock alone does not detect a full or read-only disk; a committed change does.
 bool SqliteBackend::writeTest() {
     SqliteStatement mark = database_.prepare("INSERT INTO service(one, opened_ms) VALUES(1, ?1) "
                                              "ON CONFLICT(one) DO UPDATE SET opened_ms = excluded.opened_ms");
     return mark && mark.bind(1, wallNow()).run() == SQLITE_OK;
 }
 
-//  SQLite goes on writing into a file that was removed or replaced, where nobody would ever read it. It also overwrites a
-//  file that another program wrote.
+//  SQLite continues to write to a file that was removed or replaced, where nobody reads it. It also overwrites a file
+//  that another program has written.
 Status SqliteBackend::examineFiles() {
     if (!recorded_ || changed_)
         return {};
@@ -174,7 +174,7 @@ Status SqliteBackend::examineFiles() {
     return pathNamesOpenFile() ? Status{} : backendFailed("the path leads to another file");
 }
 
-//  A link on the path may have been pointed elsewhere; the file itself is as it was then.
+//  A link on the path may have changed, while the file itself is the same.
 bool SqliteBackend::pathNamesOpenFile() const {
     struct stat asked {};
     struct stat open {};
@@ -182,8 +182,8 @@ bool SqliteBackend::pathNamesOpenFile() const {
            asked.st_dev == open.st_dev && asked.st_ino == open.st_ino;
 }
 
-//  What was committed goes from the log into the file, so that a log that is lost, or that belongs to a file that was
-//  replaced, has nothing in it. Then the names are looked at: what was written is where a reader looks for it.
+//  Writes committed data from the log into the file, so that a log that is lost, or that belongs to a replaced file, is
+//  empty. Then checks the names, so that the data is where a reader expects it.
 Status SqliteBackend::settle() {
     if (Status status = examineFiles(); !status.ok())
         return status;
@@ -195,12 +195,12 @@ Status SqliteBackend::settle() {
     return recorded_ ? Status{} : backendFailed("the file was removed while it was written");
 }
 
-//  Also empties a log that a reader kept from being emptied after the last request.
+//  Also empties a log that could not be emptied after the last request because of a reader.
 Status SqliteBackend::probe() {
     return settle();
 }
 
-//  Reads the file and not what SQLite remembers of it.
+//  Reads the file, not SQLite's cache.
 Status SqliteBackend::checkValue(const RdbSnapshot& record) {
     database_.dropPageCache();
     const int result = findValue_.bind(1, std::string_view(record.name)).step();
@@ -251,8 +251,8 @@ Status SqliteBackend::put(std::span<const RdbSnapshot> records) {
     return status.ok() ? verifyStored(records) : status;
 }
 
-//  A program that wrote into the file before settle recorded it leaves no other trace. Of several records of one tag
-//  the last is its value.
+//  If a program wrote to the file before settle recorded its state, only the value shows it. Of several records of one
+//  tag, the last is its value.
 Status SqliteBackend::verifyStored(std::span<const RdbSnapshot> records) {
     for (; !records.empty(); records = records.subspan(1)) {
         const auto isSameTag = [&](const RdbSnapshot& later) {
@@ -292,7 +292,7 @@ Status SqliteBackend::putOne(const RdbSnapshot& record, std::int64_t now) {
                                                                                     : failed("cannot be written");
 }
 
-//  Runs body inside a write transaction, which is committed only when body succeeds.
+//  Runs body in a write transaction, which is committed only if body succeeds.
 template <class Body>
 Status SqliteBackend::transaction(Body body) {
     if (Status changed = examineFiles(); !changed.ok())

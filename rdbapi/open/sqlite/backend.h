@@ -1,5 +1,5 @@
-//  The back end sqlite:///PATH: an rdb server in one SQLite file. Tags, their current values and the values they had
-//  are rows of its tables; each call is one transaction that is on the disk when the call returns.
+//  The back end sqlite:///PATH: an rdb server in one SQLite file. Tags, their current values and their history are rows
+//  of its tables; each call is one transaction, which is on the disk when the call returns.
 #ifndef RDBAPI_OPEN_SQLITE_BACKEND_H
 #define RDBAPI_OPEN_SQLITE_BACKEND_H
 
@@ -10,7 +10,7 @@
 
 namespace rdbopen {
 
-//  Returns errorNone, or errorBadUrl with the reason. Knows no users: access is the file system's business.
+//  Returns errorNone, or errorBadUrl with the reason. Ignores user and password: the file system controls access.
 int makeSqliteBackend(const Url& url, const Credentials& credentials, std::unique_ptr<Backend>& backend,
                       std::string& reason);
 

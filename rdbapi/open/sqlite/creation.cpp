@@ -13,19 +13,19 @@ namespace {
 
 constexpr std::chrono::milliseconds lockLimit{2000};
 
-//  Only asks for the status: closing a descriptor of the file would drop SQLite's locks on it (fcntl(2)).
+//  Only reads the status: closing a descriptor of the file would release SQLite's locks on it (fcntl(2)).
 Status readInode(const FilePlace& place, FileText& text) {
     text.exists = lstat(place.path().c_str(), &text.inode) == 0;
     return text.exists || errno == ENOENT ? Status{} : failedTo("cannot be reached", systemFailure(errno));
 }
 
-//  A file with content is left alone: SQLite and the check of its header come later.
+//  A file with contents is not changed: SQLite and the check of its header handle it.
 bool isToBeMade(const FileText& found) {
     return !found.exists || (S_ISREG(found.inode.st_mode) && found.inode.st_size == 0);
 }
 
-//  SQLite would apply a journal or log of a file that was removed to the new one. It removes them itself beside an empty
-//  file. Their end is on the disk before the new file is.
+//  SQLite would apply a journal or log of a removed file to the new one. It removes them itself next to an empty file.
+//  Their removal is on the disk before the new file is.
 Status removeRemains(const FilePlace& place) {
     bool any = false;
     for (const char* suffix : {"-journal", "-wal", "-shm"}) {
@@ -50,7 +50,7 @@ Status fill(const FilePlace& place) {
     Status status = removeRemains(place);
     if (status.ok())
         status = replaceFile(place, before, database);
-    //  A file that is there is left to SQLite; when it has changed, another program has made it meanwhile.
+    //  An existing file is left to SQLite; if it has changed, another program has created it meanwhile.
     const bool left = status.ok() || status.code == errorFileChanged || before.exists;
     return left ? Status{} : backendFailed("cannot be made: " + status.reason);
 }
@@ -66,11 +66,11 @@ Status makeSqliteFile(const FilePlace& place) {
         if (Status failed = lock.acquire(place.lock(), lockLimit); !failed.ok())
             return failedTo("cannot be made: its lock file", std::move(failed));
         Status status = fill(place);
-        unlink(place.lock().c_str());  // whoever waits for the lock sees that its file has gone
+        unlink(place.lock().c_str());  // a process waiting for the lock sees that its file was removed
         if (!status.ok())
             return status;
     }
-    //  Also for a file that was there: it may have been renamed just before a process was killed.
+    //  Also for an existing file: it may have been renamed just before a process was killed.
     Status flushed = flushDirectory(place);
     return flushed.ok() ? flushed : failedTo("the folder cannot be flushed", std::move(flushed));
 }

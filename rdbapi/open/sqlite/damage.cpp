@@ -17,7 +17,7 @@ namespace {
 constexpr std::chrono::milliseconds lockLimit{2000};
 constexpr int lastName = 9;
 
-//  Only asks for the status: closing a descriptor of the file would drop SQLite's locks on it (fcntl(2)).
+//  Only reads the status: closing a descriptor of the file would release SQLite's locks on it (fcntl(2)).
 bool exists(const std::string& path, struct stat& inode) {
     return lstat(path.c_str(), &inode) == 0;
 }
@@ -27,7 +27,7 @@ bool hasContent(const std::string& path) {
     return exists(path, inode) && inode.st_size > 0;
 }
 
-//  The write lock keeps the log empty, and so the file as it is, while the two are compared.
+//  The write lock keeps the log empty, and so the file unchanged, during the comparison.
 bool isCutShortForCertain(SqliteDatabase& database, const std::string& path) {
     if (database.run("BEGIN IMMEDIATE") != SQLITE_OK)
         return database.lastResultIsDamage();
@@ -36,7 +36,7 @@ bool isCutShortForCertain(SqliteDatabase& database, const std::string& path) {
     return cut;
 }
 
-//  An empty text is a check that could not be made, such as without memory.
+//  An empty result means that the check was not possible, for example without memory.
 bool hasFaults(SqliteDatabase& database) {
     const std::string found = database.text("PRAGMA integrity_check(1)");
     return found.empty() ? database.lastResultIsDamage() : found != "ok";
@@ -52,7 +52,7 @@ bool isDamaged(const std::string& path) {
     return damaged;
 }
 
-//  A log that is there already would be applied to the file that gets the name.
+//  An existing log would be applied to the file that gets the name.
 bool isFree(const std::string& path) {
     struct stat inode {};
     for (const char* suffix : {"", "-journal", "-wal", "-shm"})
@@ -61,7 +61,7 @@ bool isFree(const std::string& path) {
     return true;
 }
 
-//  Empty when all names are in use.
+//  Returns an empty text if all names are in use.
 std::string freeName(const std::string& path) {
     for (int number = 0; number <= lastName; ++number) {
         std::string name = path + ".damaged" + (number == 0 ? "" : "." + std::to_string(number));
@@ -71,9 +71,9 @@ std::string freeName(const std::string& path) {
     return {};
 }
 
-//  The database comes first: without its log, a sound one would lose what is in the log. After a power cut between the
-//  calls, the remains are beside a missing file, and go when a new one is made. Always a failure: the file is not
-//  available.
+//  The database is renamed first: without its log, an undamaged one would lose the log's contents. After a power
+//  failure between the calls, the other files are next to a missing database, and are removed when a new one is
+//  created. Always returns a failure: the file is not available.
 Status moveTo(const std::string& name, const std::string& path) {
     if (std::rename(path.c_str(), name.c_str()) != 0)
         return failedTo("the file is damaged and cannot be renamed", systemFailure(errno));
@@ -98,8 +98,8 @@ Status moveIfDamaged(const FilePlace& place) {
         return backendFailed("the file is damaged and stays as it is, because all names from " + place.name +
                              ".damaged to " + place.name + ".damaged." + std::to_string(lastName) + " are in use");
     Status moved = moveTo(name, place.path());
-    //  Before a new file gets the name: otherwise a power cut might keep the new file and lose the damaged one. When it
-    //  fails, the flush for the new file fails as well and is reported.
+    //  Flushed before a new file gets the name: otherwise a power failure could keep the new file and lose the damaged
+    //  one. If this fails, the flush for the new file fails as well and is reported.
     static_cast<void>(flushDirectory(place));
     return moved;
 }
@@ -115,7 +115,7 @@ Status moveDamagedSqliteFile(const FilePlace& place) {
     if (Status failed = lock.acquire(place.lock(), lockLimit); !failed.ok())
         return failedTo("the file may be damaged, and cannot be checked: its lock file", std::move(failed));
     Status moved = moveIfDamaged(place);
-    unlink(place.lock().c_str());  // whoever waits for the lock sees that its file has gone
+    unlink(place.lock().c_str());  // a process waiting for the lock sees that its file was removed
     return moved;
 }
 

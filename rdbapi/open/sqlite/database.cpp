@@ -4,11 +4,11 @@ namespace rdbopen {
 
 namespace {
 
-//  How long a statement waits for another connection's lock, in ms. Below the limit of the calls on the caller's
-//  thread, so that those get SQLite's own answer.
+//  Maximum wait of a statement for another connection's lock, in ms. Less than the limit of the calls on the caller's
+//  thread, so that they get SQLite's own error.
 constexpr int busyLimit = 2000;
 
-constexpr int primaryResult = 0xff;  // of an extended result
+constexpr int primaryResult = 0xff;  // mask for the primary code of an extended result
 
 }  // namespace
 
@@ -49,7 +49,7 @@ void SqliteDatabase::abandon() {
     close();
 }
 
-//  What is left in the log stays committed; the next call takes it along.
+//  Data that stays in the log remains committed; the next call writes it.
 void SqliteDatabase::emptyLog() {
     sqlite3_busy_timeout(connection_.get(), 0);
     sqlite3_wal_checkpoint_v2(connection_.get(), nullptr, SQLITE_CHECKPOINT_TRUNCATE, nullptr, nullptr);

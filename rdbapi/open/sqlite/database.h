@@ -1,7 +1,7 @@
-//  One SQLite connection and its prepared statements, closed by their destructors. Results are SQLite's own result
-//  codes (https://www.sqlite.org/rescode.html), extended ones included.
+//  One SQLite connection and its prepared statements, closed by their destructors. Results are SQLite's result codes
+//  (https://www.sqlite.org/rescode.html), including extended ones.
 //
-//  Threads: one at a time.
+//  Threads: one thread at a time.
 #ifndef RDBAPI_OPEN_SQLITE_DATABASE_H
 #define RDBAPI_OPEN_SQLITE_DATABASE_H
 
@@ -27,10 +27,10 @@ public:
 
     std::int64_t column(int index) { return sqlite3_column_int64(statement_.get(), index); }
 
-    //  The text of a column by its length; it lasts until the next step or reset.
+    //  Returns the text of a column, by its length; valid until the next step or reset.
     std::string_view text(int index);
 
-    //  Makes it ready for the next use; ends its read transaction.
+    //  Prepares it for the next use; ends its read transaction.
     void reset() { sqlite3_reset(statement_.get()); }
 
     explicit operator bool() const { return statement_ != nullptr; }
@@ -45,53 +45,53 @@ private:
 
 class SqliteDatabase {
 public:
-    //  Opens the file at path for reading and writing. Fails when it is missing or when path leads through a link; SQLite
-    //  checks the folders on the way before it opens the file, not while it does.
+    //  Opens the file at path for reading and writing. Fails if it is missing or if path contains a link; SQLite checks
+    //  the folders of the path before it opens the file, not during the open.
     int open(const std::string& path);
 
-    //  Reads the first count bytes of the file and its size past SQLite's own handling: without a lock and without
-    //  looking at a journal. It goes through SQLite's descriptor because closing another one would drop the locks that
-    //  this process holds on the file (fcntl(2)).
+    //  Reads the first count bytes of the file and its size directly: without a lock and without the journal. Uses
+    //  SQLite's descriptor, because closing another one would release this process's locks on the file (fcntl(2)).
     int readFirstBytes(void* bytes, int count, std::int64_t& size);
 
-    //  Closes it; the last connection writes what is in the log into the file, and removes the log. Statements go first.
+    //  Closes the connection; the last connection writes the log into the file and removes it. Destroy statements
+    //  first.
     void close() { connection_.reset(); }
 
-    //  Closes it and leaves all files as they are.
+    //  Closes the connection and leaves all files unchanged.
     void abandon();
 
-    //  Runs one or more statements and drops their rows.
+    //  Runs one or more statements and discards their rows.
     int run(const char* sql);
 
-    //  Returns a statement, or an empty one when sql does not fit the schema.
+    //  Returns a statement, or an empty one if sql does not match the schema.
     SqliteStatement prepare(const char* sql);
 
-    //  Runs sql and returns the first column of its first row, or otherwise when there is none.
+    //  Runs sql and returns the first column of its first row, or otherwise if there is no row.
     std::int64_t number(const char* sql, std::int64_t otherwise);
     std::string text(const char* sql);
 
     //  PRAGMA data_version: a number that changes when another connection commits. Negative after a failure.
     std::int64_t dataVersion() { return number("PRAGMA data_version", -1); }
 
-    //  Writes the log into the file and empties it, as far as other connections allow without waiting for them.
+    //  Writes the log into the file and empties it, as far as possible without waiting for other connections.
     void emptyLog();
 
-    //  Frees the copies of pages in memory, so that the next statement reads the file.
+    //  Frees the cached pages, so that the next statement reads the file.
     void dropPageCache() { sqlite3_db_release_memory(connection_.get()); }
 
-    //  Returns the whole database as the bytes of a file; empty after a failure.
+    //  Returns the whole database as the bytes of a file; empty on failure.
     std::string bytes();
 
-    //  True inside BEGIN.
+    //  Returns true inside BEGIN.
     bool inTransaction() const { return sqlite3_get_autocommit(connection_.get()) == 0; }
 
-    //  SQLite's text for the last failure.
+    //  Returns SQLite's text for the last failure.
     std::string lastError() const;
 
-    //  True when the last call failed because SQLite found the file damaged.
+    //  Returns true if the last call failed because SQLite found the file damaged.
     bool lastResultIsDamage() const;
 
-    //  True when the file that is open no longer has the name under which it was opened.
+    //  Returns true if the open file no longer has the name under which it was opened.
     //  Requires: open has succeeded.
     bool hasMoved();
 

@@ -18,15 +18,15 @@ bool SqliteFiles::sameFile(const File& left, const File& right) {
            left.inode.st_ino == right.inode.st_ino;
 }
 
-//  A change of mode or owner is none, so that the time of the last status change is not looked at.
+//  Ignores changes of mode and owner, so the time of the last status change is not compared.
 bool SqliteFiles::sameBytes(const File& left, const File& right) {
     return sameFile(left, right) && left.inode.st_size == right.inode.st_size &&
            left.inode.st_mtim.tv_sec == right.inode.st_mtim.tv_sec &&
            left.inode.st_mtim.tv_nsec == right.inode.st_mtim.tv_nsec;
 }
 
-//  In this order: a log that is empty after the version was read shows that all commits up to that version are in the
-//  database, which is looked at last.
+//  The order matters: a log that is empty after the version was read proves that all commits up to that version are in
+//  the database, which is examined last.
 bool SqliteFiles::record(const std::string& path, SqliteDatabase& database) {
     indexLost_ = false;
     databaseLost_ = false;
@@ -34,7 +34,7 @@ bool SqliteFiles::record(const std::string& path, SqliteDatabase& database) {
     log_ = inspect(path + "-wal");
     index_ = inspect(path + "-shm");
     database_ = inspect(path);
-    //  Afterwards: the name may have gone to another file before it was looked at.
+    //  Last, because the name may have passed to another file before it was examined.
     return version_ >= 0 && log_.exists && index_.exists && database_.exists && !database.hasMoved();
 }
 
@@ -43,7 +43,8 @@ bool SqliteFiles::areNamed() const {
            sameFile(index_, inspect(index_.path));
 }
 
-//  The database is looked at before its version is asked for: the commit that explains a change comes before it.
+//  The database is examined before its version is read, so that a commit that explains a change is included in the
+//  version.
 Status SqliteFiles::verify(SqliteDatabase& database) {
     const File now = inspect(database_.path);
     databaseLost_ = !sameFile(database_, now);
@@ -64,7 +65,7 @@ Status SqliteFiles::verify(SqliteDatabase& database) {
     indexLost_ = databaseLost_;
     if (databaseLost_)
         return backendFailed("the file was overwritten by another program");
-    //  If it was overwritten all the same, what is read from now on at least comes from one file.
+    //  If it was overwritten nevertheless, later reads at least see a single file.
     database.dropPageCache();
     return record(database_.path, database) ? Status{} : backendFailed("the file was removed or replaced");
 }

@@ -1,14 +1,13 @@
-//  The files of an open database: whether they are still the ones that are open, and changed by SQLite only.
+//  The files of an open database: checks that they are still the open ones, and that only SQLite has changed them.
 //
 //      DIR/NAME        the database
-//      DIR/NAME-wal    the log: what was committed and is not in the database yet; empty after most requests
+//      DIR/NAME-wal    the log: committed data that is not in the database yet; empty after most requests
 //      DIR/NAME-shm    the index of the log, shared by all processes that have the database open
 //
-//  While a connection is open, none of them is replaced by SQLite. An empty log has nothing left for the database: when
-//  the database changes after that although nobody has committed (PRAGMA data_version), another program wrote into it,
-//  such as cp(1) or truncate(1). Of a log that could not be emptied, because a reader still needs it, this cannot be
-//  said, nor when another process has just committed; then only the database's header is looked at, and that a value is lost
-//  is found by a check of the value.
+//  SQLite replaces none of these files while a connection is open. An empty log contains nothing to write: if the
+//  database then changes without a commit (PRAGMA data_version), another program wrote to it, such as cp(1) or
+//  truncate(1). This cannot be detected if a reader prevents the log from being emptied, or if another process has just
+//  committed. Then only the header of the database is examined, and a check of the value detects a lost value.
 #ifndef RDBAPI_OPEN_SQLITE_FILES_H
 #define RDBAPI_OPEN_SQLITE_FILES_H
 
@@ -21,21 +20,19 @@ namespace rdbopen {
 
 class SqliteFiles {
 public:
-    //  Records the files as a request has left them. Returns false when one is missing, or
-    //  when the database has another name now.
-    //  Requires: database is open at path, with write-ahead logging, and has been written.
+    //  Records the state of the files after a request. Returns false if a file is missing or the database has another
+    //  name. Requires: database is open at path, with write-ahead logging, and has been written.
     bool record(const std::string& path, SqliteDatabase& database);
 
-    //  True when the names still are those of the recorded files.
+    //  Returns true if the names still refer to the recorded files.
     bool areNamed() const;
 
-    //  Ok when the files are as they were recorded or as SQLite has left them since; otherwise the reason says what
-    //  happened.
+    //  Ok if the files are as recorded, or as SQLite has changed them since; otherwise the reason describes the change.
     Status verify(SqliteDatabase& database);
 
-    //  Removes what no longer fits, so that the next connection, or another process's, does not apply it: the index, and
-    //  the log of a database that was replaced or overwritten. A file that changed after it was recorded stays.
-    //  Requires: verify has failed, and database was closed without a checkpoint.
+    //  Removes files that no longer match, so that no connection applies them: the index, and the log of a database
+    //  that was replaced or overwritten. Keeps a file that changed after it was recorded. Requires: verify has failed,
+    //  and database was closed without a checkpoint.
     void removeRemains() const;
 
 private:
