@@ -1,5 +1,5 @@
-//  The allocators side by side. c_library is whatever malloc the process has: glibc's, or one that was preloaded. It is
-//  measured in a program of its own, BENCH_PLAIN, since olklib3 tunes glibc's in every program that it is linked to.
+//  The allocators that are compared. c_library is the malloc of the process: glibc's or a preloaded one. It is measured
+//  in a program of its own, compiled with BENCH_PLAIN, because olklib3 tunes glibc's malloc in each program with it.
 #ifndef BENCH_ALLOCATORS_H
 #define BENCH_ALLOCATORS_H
 
@@ -15,20 +15,20 @@ namespace bench {
 #ifndef BENCH_PLAIN
 struct pooled {
     static constexpr char name[] = "olk";
-    static void* take(std::size_t size) { return olk::get_olk_allocator()->malloc_(size, nullptr); }
-    static void give(void* p) { olk::get_olk_allocator()->free_(p); }
+    static void* allocate(std::size_t size) { return olk::get_olk_allocator()->malloc_(size, nullptr); }
+    static void release(void* p) { olk::get_olk_allocator()->free_(p); }
 };
 
-struct least {
+struct minimum {
     static constexpr char name[] = "minimum";
-    static void* take(std::size_t size) { return minimum_malloc(size, nullptr); }
-    static void give(void* p) { minimum_free(p); }
+    static void* allocate(std::size_t size) { return minimum_malloc(size, nullptr); }
+    static void release(void* p) { minimum_free(p); }
 };
 #else
 struct c_library {
     static constexpr char name[] = "malloc";
-    static void* take(std::size_t size) { return std::malloc(size); }
-    static void give(void* p) { std::free(p); }
+    static void* allocate(std::size_t size) { return std::malloc(size); }
+    static void release(void* p) { std::free(p); }
 };
 #endif
 

@@ -1,5 +1,5 @@
-/*  The least that a program of the service's shape does: it wakes ten times a second and lists its addresses every ten
- *  seconds, in plain C and on its stack. */
+/*  The minimum of a program that works like the service: it wakes ten times a second and lists its addresses every ten
+ *  seconds, in plain C without allocations of its own. */
 #define _GNU_SOURCE
 #include <arpa/inet.h>
 #include <ifaddrs.h>

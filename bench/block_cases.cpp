@@ -1,4 +1,4 @@
-//  Pairs and batches of blocks.
+//  Blocks that are allocated and freed: in pairs, in batches, at random, on two threads, above the largest class.
 #include "allocators.h"
 #include "cases.h"
 
@@ -23,14 +23,14 @@ constexpr std::array<std::size_t, 30> class_sizes = {
 constexpr std::size_t pairs_at_once = 1000;
 constexpr std::size_t blocks_in_batch = 1000;
 constexpr std::size_t batch_sizes[] = {64, 256, 1024, 4096, 16384, 65536};
-constexpr std::size_t churns_at_once = 200'000;  // the blocks that are there to begin with are few beside these
+constexpr std::size_t churns_at_once = 20'000;  // hides the cost of allocating the first live blocks
 
 template <class ALLOCATOR>
 void pairs(std::size_t size, std::size_t times) {
     for (; times-- > 0;) {
-        void* p = ALLOCATOR::take(size);
+        void* p = ALLOCATOR::allocate(size);
         keep(p);
-        ALLOCATOR::give(p);
+        ALLOCATOR::release(p);
     }
 }
 
@@ -43,7 +43,7 @@ void add_pairs() {
 
 enum class Order { lifo, fifo, random };
 
-std::vector<std::size_t> giving_order(Order order) {
+std::vector<std::size_t> release_order(Order order) {
     std::vector<std::size_t> places(blocks_in_batch);
     std::iota(places.begin(), places.end(), std::size_t{0});
     if (order == Order::lifo)
@@ -58,11 +58,11 @@ void batches(std::size_t size, const std::vector<std::size_t>& order, std::size_
     static std::array<void*, blocks_in_batch> blocks;
     for (; times-- > 0;) {
         for (void*& block : blocks) {
-            block = ALLOCATOR::take(size);
+            block = ALLOCATOR::allocate(size);
             *static_cast<char*>(block) = 1;
         }
         for (const std::size_t place : order)
-            ALLOCATOR::give(blocks[place]);
+            ALLOCATOR::release(blocks[place]);
     }
 }
 
@@ -73,10 +73,10 @@ void add_batches() {
     for (const auto& [order, order_name] : orders)
         for (const std::size_t size : batch_sizes)
             add("batch/" + std::string(ALLOCATOR::name) + '/' + order_name + '/' + std::to_string(size), 1,
-                [size, places = giving_order(order)](std::size_t times) { batches<ALLOCATOR>(size, places, times); });
+                [size, places = release_order(order)](std::size_t times) { batches<ALLOCATOR>(size, places, times); });
 }
 
-//  One of 10,000 live blocks, of any size from 16 to 65,536 bytes, is given back and another taken, over and over.
+//  Frees one of 10,000 live blocks and allocates another, again and again; sizes are random from 16 to 65,536 bytes.
 template <class ALLOCATOR>
 void churn(std::size_t times) {
     constexpr std::size_t live = 10'000;
@@ -84,17 +84,17 @@ void churn(std::size_t times) {
     static std::uniform_int_distribution<std::size_t> any_size(16, 65536);
     static std::vector<void*> blocks;
     while (blocks.size() < live)
-        blocks.push_back(ALLOCATOR::take(any_size(random)));
+        blocks.push_back(ALLOCATOR::allocate(any_size(random)));
     for (; times-- > 0;) {
         void*& block = blocks[random() % live];
-        ALLOCATOR::give(block);
-        block = ALLOCATOR::take(any_size(random));
+        ALLOCATOR::release(block);
+        block = ALLOCATOR::allocate(any_size(random));
         *static_cast<char*>(block) = 1;
     }
 }
 
 #ifndef BENCH_PLAIN
-//  Two takings and givings of an uncontended spin lock.
+//  Locks and unlocks an uncontended spin lock twice, as a pair does.
 void bare_locks(std::size_t times) {
     static pthread_spinlock_t lock = [] {
         pthread_spinlock_t made;
@@ -107,7 +107,7 @@ void bare_locks(std::size_t times) {
     }
 }
 
-//  Half the pairs in one class, half in another: one half after the other, or each on a thread of its own.
+//  Half of the pairs are in one class, half in another. One thread does both halves, or two threads do one half each.
 void one_thread(std::size_t first, std::size_t second, std::size_t times) {
     pairs<pooled>(first, times / 2);
     pairs<pooled>(second, times / 2);
@@ -120,11 +120,15 @@ void two_threads(std::size_t first, std::size_t second, std::size_t times) {
 }
 
 void add_threads() {
-    constexpr std::size_t many = 1'000'000;  // beside these, starting a thread is nothing
-    for (const auto& [first, second] : {std::pair<std::size_t, std::size_t>(64, 1024), {96, 128}}) {
-        const std::string classes = std::to_string(first) + "_and_" + std::to_string(second);
-        add("threads/one/" + classes, many, [=](std::size_t times) { one_thread(first, second, times); });
-        add("threads/two/" + classes, many, [=](std::size_t times) { two_threads(first, second, times); });
+    constexpr std::size_t many = 1'000'000;  // hides the cost of starting a thread
+    struct two_classes {
+        std::size_t first;
+        std::size_t second;
+    };
+    for (const two_classes both : {two_classes{64, 1024}, two_classes{96, 128}}) {
+        const std::string classes = std::to_string(both.first) + "_and_" + std::to_string(both.second);
+        add("threads/one/" + classes, many, [=](std::size_t times) { one_thread(both.first, both.second, times); });
+        add("threads/two/" + classes, many, [=](std::size_t times) { two_threads(both.first, both.second, times); });
     }
 }
 
@@ -140,9 +144,9 @@ void add_big() {
     for (const std::size_t size : big_sizes) {
         add("big/olk/" + std::to_string(size), 1, [size](std::size_t times) {
             for (; times-- > 0;) {
-                void* p = pooled::take(size);
+                void* p = pooled::allocate(size);
                 touch_pages(p, size);
-                pooled::give(p);
+                pooled::release(p);
             }
         });
         add("big/mmap/" + std::to_string(size), 1, [size](std::size_t times) {
@@ -168,7 +172,7 @@ const bool added = [] {
     add_all<c_library>();
 #else
     add_all<pooled>();
-    add_pairs<least>();
+    add_pairs<minimum>();
     add("pair/two_locks/64", pairs_at_once, bare_locks);
     add_threads();
     add_big();

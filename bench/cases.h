@@ -1,10 +1,10 @@
-//  The things that are measured, and what they are measured beside.
+//  The measured cases.
 //
-//  A case does one thing so many times in a loop of its own, so that whoever measures it adds nothing to it: Debian's
-//  Google Benchmark is a debug build, and its own loop would show in a few nanoseconds. Cases are named
-//  topic/who[/argument...]; "olk" is this project.
+//  A case does one operation many times in its own loop, so that the measuring tool adds nothing: Debian's Google
+//  Benchmark is a debug build, and its loop would be visible in a few nanoseconds. A case is named
+//  topic/who[/argument...]; the who of this project's code is "olk".
 //
-//  Threads: for one thread; a case may start its own.
+//  Threads: cases run on one thread at a time; a case may start its own.
 #ifndef BENCH_CASES_H
 #define BENCH_CASES_H
 
@@ -19,25 +19,25 @@ using work = std::function<void(std::size_t times)>;
 
 struct measured_case {
     std::string name;
-    std::size_t batch;  // so many times at a call; large enough that a call takes microseconds
+    std::size_t batch;  // operations per call of run; enough that a call takes microseconds
     work run;
 };
 
 //  All cases of the program, in the order in which they were added.
 std::vector<measured_case>& cases();
 
-//  Adds a case. Call it before main. Returns true, for the initialiser that it is called from.
+//  Adds a case. Call it before main. Returns true, so that it can initialise a variable.
 bool add(std::string name, std::size_t batch, work run);
 
-//  Keeps the compiler from dropping what value was made for.
+//  Makes the compiler believe that value is read, so that it keeps the computation of value.
 template <class T>
 inline void keep(const T& value) {
     asm volatile("" : : "r,m"(value) : "memory");
 }
 
-//  Keeps the compiler from knowing value from before.
+//  Makes the compiler believe that value changes, so that it does not use what it knows about value.
 template <class T>
-inline void forget_what_is_known(T& value) {
+inline void forget(T& value) {
     asm volatile("" : "+r"(value) : : "memory");
 }
 

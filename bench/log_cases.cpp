@@ -1,7 +1,5 @@
-//  One record of the console log and of the UDP log, beside the least that the system asks for it and beside spdlog's
-//  sinks with the same line.
-//
-//  spdlog's stdout sink flushes after each record, as push does and add does not.
+//  One record of the console log and of the UDP log, beside printf or sendto with the same line, and beside spdlog's
+//  sinks. spdlog's stdout sink flushes after each record, as push does; add does not flush.
 #include "cases.h"
 #include "olk_prtlog.h"
 #include "olk_udplog.h"
@@ -24,7 +22,6 @@
 #include <fcntl.h>
 #include <sys/socket.h>
 #include <sys/time.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 namespace bench {
@@ -33,52 +30,27 @@ namespace {
 
 constexpr char target[] = "sqlite:///var/lib/addrpubd/rdb.db";
 
-//  Standard output goes elsewhere while it lives: to /dev/null, or through a pipe to a process that reads and drops it.
-class other_output {
+//  Standard output goes to /dev/null during the lifetime of an object.
+class muted_output {
 public:
-    explicit other_output(bool pipe_it) {
+    muted_output() {
         std::fflush(stdout);
         before_ = fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 3);
-        if (pipe_it)
-            to_reader_();
-        else
-            replace_(open("/dev/null", O_WRONLY | O_CLOEXEC));
+        const int null = open("/dev/null", O_WRONLY | O_CLOEXEC);
+        dup2(null, STDOUT_FILENO);
+        close(null);
         std::setvbuf(stdout, nullptr, _IOFBF, 0);
     }
-    ~other_output() {
+    ~muted_output() {
         std::fflush(stdout);
         dup2(before_, STDOUT_FILENO);
         close(before_);
-        if (reader_ > 0)
-            waitpid(reader_, nullptr, 0);
     }
-    other_output(const other_output&) = delete;
-    other_output& operator=(const other_output&) = delete;
+    muted_output(const muted_output&) = delete;
+    muted_output& operator=(const muted_output&) = delete;
 
 private:
-    void to_reader_() {
-        int ends[2];
-        if (pipe2(ends, O_CLOEXEC) != 0)
-            std::abort();
-        reader_ = fork();
-        if (reader_ == 0) {
-            close(ends[1]);
-            dup2(before_, STDOUT_FILENO);
-            static char dropped[65536];
-            while (read(ends[0], dropped, sizeof dropped) > 0) {
-            }
-            _exit(0);
-        }
-        close(ends[0]);
-        replace_(ends[1]);
-    }
-    static void replace_(int fd) {
-        dup2(fd, STDOUT_FILENO);
-        close(fd);
-    }
-
     int before_;
-    pid_t reader_ = -1;
 };
 
 void by_add(std::size_t times) {
@@ -122,16 +94,11 @@ void by_stdout_sink(std::size_t times) {
 }
 #endif
 
-//  Setting the output up is part of a call, and small beside so many records.
-constexpr std::size_t many_records = 20'000;
+constexpr std::size_t many_records = 20'000;  // hides the cost of redirecting standard output
 
-void add_console(const std::string& who, work run) {
-    add("console/" + who + "/null", many_records, [run](std::size_t times) {
-        const other_output muted(false);
-        run(times);
-    });
-    add("console/" + who + "/pipe", many_records, [run](std::size_t times) {
-        const other_output piped(true);
+void add_console(const std::string& who, const work& run) {
+    add("console/" + who, many_records, [run](std::size_t times) {
+        const muted_output muted;
         run(times);
     });
 }
@@ -143,8 +110,8 @@ void filtered_console(std::size_t times) {
         log.add(40, "rdburl: %s", target);
 }
 
-//  A receiver on a loopback port of its own that never reads: what does not fit its buffer is dropped by the kernel, for
-//  every sender alike.
+//  A receiver on its own loopback port that never reads. The kernel drops what does not fit its buffer, for each sender
+//  alike.
 class deaf_receiver {
 public:
     deaf_receiver() : fd_(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)) {
@@ -187,7 +154,7 @@ void udp_by_add(std::size_t times) {
 
 void udp_filtered(std::size_t times) {
     olk::ilog* log = &open_udplog();
-    forget_what_is_known(log);
+    forget(log);
     for (; times-- > 0;)
         log->add(40, "rdburl: %s", target);
 }

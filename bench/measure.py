@@ -1,27 +1,34 @@
-"""Runs programs and gives what they cost: medians over interleaved rounds, and instructions counted by callgrind."""
+"""Measures programs: instructions counted by callgrind, and times with the spread of several rounds.
+
+Instructions repeat from run to run and from machine to machine. Times do not: they are medians of ROUNDS rounds, and
+their spread is half the range of the rounds.
+"""
 
 import json
 import re
 import statistics
 import subprocess
 import tempfile
-from concurrent.futures import ThreadPoolExecutor
 from pathlib import Path
 
 ROUNDS = 5
-PRELOADS = {
+ALLOCATORS = {
     "glibc": None,
     "jemalloc": "libjemalloc.so.2",
     "mimalloc": "libmimalloc.so.2.0",
     "tcmalloc": "libtcmalloc_minimal.so.4",
 }
 LIBRARIES = Path("/usr/lib/x86_64-linux-gnu")
+COUNTED = "bench::counted(bench::measured_case const&)"  # in main.cpp
+#  Callgrind counts "rep movsb", one instruction that copies a whole buffer, once for each byte. Without it memcpy is a
+#  loop of vector instructions, also on a machine that has this instruction.
+NO_REP_MOVSB = "GLIBC_TUNABLES=glibc.cpu.hwcaps=-ERMS"
 
 
-def present_preloads():
-    """The allocators that are installed, with a line for each one that is not."""
+def installed_allocators():
+    """Name and library of each installed allocator. Prints a line for each missing one."""
     found = {}
-    for name, library in PRELOADS.items():
+    for name, library in ALLOCATORS.items():
         if library is None or (LIBRARIES / library).exists():
             found[name] = library
         else:
@@ -33,62 +40,119 @@ def preloaded(library):
     return ["env", f"LD_PRELOAD={library}"] if library else []
 
 
-class Times:
-    """Nanoseconds of each case, a figure per round. Cases of the plain program are named after the allocator."""
+def callgrind(file, *options):
+    return ["valgrind", "--tool=callgrind", f"--callgrind-out-file={file}", *options]
+
+
+def succeeds(*command):
+    return subprocess.run(command, capture_output=True, check=False).returncode == 0
+
+
+def duration(ns):
+    """A time with its unit."""
+    if ns < 1_000:
+        return f"{ns:.1f} ns"
+    return f"{ns / 1_000:.2f} us" if ns < 1_000_000 else f"{ns / 1_000_000:.2f} ms"
+
+
+class Figures:
+    """Instructions and times per operation of each measured case."""
 
     def __init__(self, build):
         self.build = build
+        self.allocators = installed_allocators()
+        self._counts = {}
         self._rounds = {}
-        self.preloads = present_preloads()
+        self._writes = {}
 
-    def run(self, pattern, prefix=(), seconds=0.03, rename=None, allocators=False, clock="cpu_time"):
-        """Measures the cases that match pattern: one pass per round over all of them, and over all allocators.
+    def measure(self, topic, seconds=0.03, allocators=False, timed=".*", clock="cpu_time", wrap=(), rename=("", "")):
+        """Counts and times all cases of a topic.
 
-        The clock is that of the thread's processor time, so that what else runs on the machine counts little; a case
-        with threads of its own wants real_time.
+        allocators: also those of addrpubd_bench_plain with each installed allocator, named after it.
+        timed: the cases that are timed, as a regular expression for the part of their names after the topic.
+        clock: cpu_time, the processor time of the case's thread; or real_time, for cases with threads: these are not
+        counted.
+        wrap: the command that runs the program.
+        rename: a part of the cases' names and its replacement.
         """
+        programs = [("addrpubd_bench", list(wrap), rename)]
+        if allocators:
+            programs += [
+                ("addrpubd_bench_plain", preloaded(library), ("/malloc", f"/{name}"))
+                for name, library in self.allocators.items()
+            ]
+        for program, wrapper, names in programs if clock == "cpu_time" else []:
+            self._count(wrapper, self.build / program, topic, names)
         for _ in range(ROUNDS):
-            self._pass("addrpubd_bench", prefix, pattern, seconds, rename, clock)
-            for name, library in self.preloads.items() if allocators else ():
-                self._pass("addrpubd_bench_plain", preloaded(library), pattern, seconds, ("malloc", name), clock)
+            for program, wrapper, names in programs:
+                self._time([*wrapper, self.build / program], f"^{topic}/{timed}$", seconds, names, clock)
 
-    def _pass(self, program, prefix, pattern, seconds, rename, clock):
+    def _count(self, wrapper, program, topic, names):
+        with tempfile.TemporaryDirectory() as folder:
+            out = Path(folder) / "out"
+            tool = callgrind(out, f"--toggle-collect={COUNTED}", f"--dump-after={COUNTED}")
+            command = [*wrapper, "env", NO_REP_MOVSB, *tool, program, "--once", f"{topic}/"]
+            lines = subprocess.run(command, check=True, capture_output=True, text=True).stdout.splitlines()
+            for part, line in enumerate(lines, 1):
+                name, batch, _ = line.split()
+                total = re.search(r"^totals: (\d+)", Path(f"{out}.{part}").read_text(), re.MULTILINE)
+                self._counts[name.replace(*names)] = int(total[1]) / int(batch)
+
+    def _time(self, command, pattern, seconds, names, clock):
         with tempfile.NamedTemporaryFile() as file:
-            command = [*prefix, self.build / program, f"--benchmark_filter={pattern}"]
-            command += [f"--benchmark_min_time={seconds}", f"--benchmark_out={file.name}"]
-            subprocess.run(command, check=True, capture_output=True)
+            options = [f"--benchmark_filter={pattern}", f"--benchmark_min_time={seconds}"]
+            subprocess.run([*command, *options, f"--benchmark_out={file.name}"], check=True, capture_output=True)
             text = Path(file.name).read_text()
-        for case in json.loads(text)["benchmarks"] if text else []:
-            name = case["name"] if rename is None else case["name"].replace(*rename)
-            self._rounds.setdefault(name, []).append(case[clock])
+        for case in json.loads(text)["benchmarks"]:
+            self._rounds.setdefault(case["name"].replace(*names), []).append(case[clock])
 
-    def __getitem__(self, name):
-        return statistics.median(self._rounds[name])
+    def count_writes(self, topic):
+        """Counts the calls of write(2). Under callgrind its own writes would be counted, too."""
+        command = [self.build / "addrpubd_bench", "--once", f"{topic}/"]
+        for line in subprocess.run(command, check=True, capture_output=True, text=True).stdout.splitlines():
+            name, batch, writes = line.split()
+            self._writes[name] = int(writes) / int(batch)
 
     def __contains__(self, name):
         return name in self._rounds
 
-    def ratio(self, name, beside):
-        """The median over the rounds of name's time in units of the other's."""
-        return statistics.median(a / b for a, b in zip(self._rounds[name], self._rounds[beside], strict=True))
+    def instructions(self, name):
+        return self._counts[name]
+
+    def writes(self, name):
+        return self._writes[name]
+
+    def ratio(self, name, peer):
+        """Instructions of name per instruction of peer."""
+        return self._counts[name] / self._counts[peer]
+
+    def time_ratio(self, name, peer):
+        """The median over the rounds of name's time per time of peer, with its spread."""
+        ratios = [a / b for a, b in zip(self._rounds[name], self._rounds[peer], strict=True)]
+        return f"{statistics.median(ratios):.2f} ± {(max(ratios) - min(ratios)) / 2:.2f}"
+
+    def time(self, name):
+        rounds = self._rounds[name]
+        middle = statistics.median(rounds)
+        return f"{duration(middle)} ± {50 * (max(rounds) - min(rounds)) / middle:.0f} %"
+
+    def cell(self, name):
+        """What a table shows of a case."""
+        return f"{self._counts[name]:,.0f} ({self.time(name)})"
 
 
-def collected(*command, cwd=None, prefix=()):
-    """Instructions that a program executes in user space, its loader's included."""
-    return sum(by_object(*command, cwd=cwd, prefix=prefix).values())
-
-
-def by_object(*command, cwd=None, prefix=()):
-    """The same, by the object (program or library) that they belong to."""
+def start_cost(*command, cwd=None, wrap=()):
+    """Instructions of a program from exec to exit in user space: all of them, and those outside the loader."""
     with tempfile.TemporaryDirectory() as folder:
         file = Path(folder) / "out"
-        tool = [*prefix, "valgrind", "--tool=callgrind", f"--callgrind-out-file={file}", "--compress-strings=no"]
-        subprocess.run([*tool, *map(str, command)], cwd=cwd, capture_output=True, check=False)
-        return _sum_objects(file.read_text())
+        tool = callgrind(file, "--compress-strings=no")
+        subprocess.run([*wrap, *tool, *map(str, command)], cwd=cwd, capture_output=True, check=False)
+        costs = _costs_by_object(file.read_text())
+    return sum(costs.values()), sum(cost for name, cost in costs.items() if "ld-linux" not in name)
 
 
-def _sum_objects(text):
-    """Sums the self cost lines of a callgrind file: those that do not follow a calls= line."""
+def _costs_by_object(text):
+    """Adds up the lines of a callgrind file that are a function's own cost: those that do not follow a calls= line."""
     costs = {}
     current = ""
     skip = False
@@ -102,29 +166,3 @@ def _sum_objects(text):
                 costs[current] = costs.get(current, 0) + int(line.split()[1])
             skip = False
     return costs
-
-
-class Counts:
-    """Instructions of one time of a case: the difference of two runs, so that starting and ending count nothing."""
-
-    def __init__(self, build):
-        self._build = build
-        self._counts = {}
-
-    def run(self, cases, times, program="addrpubd_bench", prefix=()):
-        def count(case):
-            command = [self._build / program, "--count", case]
-            few, many = (collected(*command, n, prefix=prefix) for n in (times, 3 * times))
-            return (many - few) / (2 * times)
-
-        with ThreadPoolExecutor(2) as pool:
-            self._counts.update(zip(cases, pool.map(count, cases), strict=True))
-
-    def __getitem__(self, case):
-        return self._counts[case]
-
-    def __contains__(self, case):
-        return case in self._counts
-
-    def ratio(self, case, beside):
-        return self._counts[case] / self._counts[beside]

@@ -39,11 +39,11 @@ void print_memory_left(std::size_t size) {
     resident();
     const long before = resident();
     for (std::size_t i = 0; i < million; ++i) {
-        blocks[i] = allocator::take(size);
+        blocks[i] = allocator::allocate(size);
         std::memset(blocks[i], 1, size);
     }
     for (std::size_t i = 0; i < million; ++i)
-        allocator::give(blocks[i]);
+        allocator::release(blocks[i]);
     std::printf("%ld\n", resident() - before);
 }
 

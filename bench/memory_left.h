@@ -1,4 +1,4 @@
-//  What stays with the process after it has given everything back.
+//  The memory that remains with the process after it has freed all its blocks.
 #ifndef BENCH_MEMORY_LEFT_H
 #define BENCH_MEMORY_LEFT_H
 
@@ -6,8 +6,8 @@
 
 namespace bench {
 
-//  Takes a million blocks of size bytes, touches each, gives all back in the order in which they were taken, and prints
-//  by how many bytes the process has grown since before.
+//  Allocates a million blocks of size bytes, writes to each, frees all in the order of their allocation, and prints by
+//  how many bytes the process has grown.
 void print_memory_left(std::size_t size);
 
 }  // namespace bench

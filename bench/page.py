@@ -1,4 +1,4 @@
-"""The table on the terminal and docs/maintainer/measured.md."""
+"""The table on the terminal, and the part of docs/maintainer/measured.md between its two markers."""
 
 import datetime
 import os
@@ -8,70 +8,83 @@ from pathlib import Path
 
 from measure import ROUNDS
 
+BEGIN = "<!-- figures: bench -->\n"
+END = "<!-- end: bench -->\n"
+BUSY = 0.3  # load per processor above which times are called unreliable
 
-def print_table(rows):
-    width = max(len(row.topic) for row in rows)
-    for row in rows:
-        print(f"{'met   ' if row.met else 'MISSED'}  {row.topic:{width}}  {row.measured}  [{row.bar}]")
+
+def find():
+    return next((Path(__file__).resolve().parent.parent / "docs").rglob("measured.md"))
+
+
+def print_bars(results):
+    bars = [bar for result in results for bar in result.bars]
+    width = max((len(bar.topic) for bar in bars), default=0)
+    for bar in bars:
+        times = f"; time {bar.times}" if bar.times else ""
+        print(f"{'met   ' if bar.met else 'MISSED'}  {bar.topic:{width}}  {bar.measured}  [{bar.goal}]{times}")
+    for cost in [cost for result in results for cost in result.costs]:
+        print(f"layout  {cost.topic:{width}}  {cost.measured}  [{cost.goal}]; floor {cost.floor}")
 
 
 def machine():
-    model = "unknown processor"
-    for line in Path("/proc/cpuinfo").read_text().splitlines():
-        if line.startswith("model name"):
-            model = line.split(":")[1].strip()
+    lines = Path("/proc/cpuinfo").read_text().splitlines()
+    model = next((line.split(":")[1].strip() for line in lines if line.startswith("model name")), "unknown processor")
     compiler = subprocess.run(["g++", "--version"], capture_output=True, text=True, check=True).stdout.splitlines()[0]
     library = " ".join(platform.libc_ver())
     return f"{os.cpu_count()} processors ({model}), Linux {platform.release()}, {library}, {compiler}"
 
 
-INTRODUCTION = """# Measured
-
-Every figure of the tables and bars was made by one run of
-
-    scripts/bench
-
-on {date}, on a machine with {machine}.
-
-The script installs the peers from Debian, builds the release preset with the benchmarks in `build/bench`, runs all
-topics and writes this page and its plots. `scripts/bench TOPIC...` runs single topics and writes nothing; they are {topics}.
-
-Times are medians of {rounds} interleaved rounds and count the processor's time of the one thread that is looked at,
-unless real time is named; ratios are medians of the rounds' ratios. The idle programs are looked at once, side by side,
-and the memory left is that of one run. Nothing on this page is a test: machines differ, and a neighbour's load moves
-times. Instructions are counted by callgrind, in user space, and repeat: they are what to look at when a time surprises.
-Debian's Google Benchmark is a debug build; each case therefore loops by itself, many times at once. The reasons given
-for what is missed also name counts of single functions, which were read from callgrind's output by hand.
-
-What is compiled into the benchmark program, peers included, has the flags of this project's release preset, with its
-hardening. The allocators, fmt, spdlog's library, inadyn and ddclient are Debian's binaries.
-
-## The bars
-
-| topic | measured | bar | |
-|---|---|---|---|
-"""
+def markdown(head, lines):
+    rows = [head, ["---"] * len(head), *lines]
+    return "".join("| " + " | ".join(map(str, row)) + " |\n" for row in rows)
 
 
-def write(results, topics, plots, folder):
-    rows = [row for result in results for row in result.rows]
-    text = INTRODUCTION.format(
-        date=datetime.date.today(), machine=machine(), topics=", ".join(topics), rounds=ROUNDS
+def conditions(load):
+    """When and where the figures were made. load: the load average before the run."""
+    busy = load > BUSY * os.cpu_count()
+    remark = "**Other programs used the machine during this run: its times are unreliable.**" if busy else ""
+    return (
+        f"Made by `scripts/bench` on {datetime.date.today()}, on a machine with {machine()}. Times are medians of "
+        f"{ROUNDS} rounds. The load average before the run was {load:.1f}. {remark}".rstrip() + "\n"
     )
-    for row in rows:
-        text += f"| {row.topic} | {row.measured} | {row.bar} | {'met' if row.met else '**missed**'} |\n"
-    missed = [row for row in rows if not row.met]
-    text += "\n## Missed, and why\n\n" if missed else "\nNo bar is missed.\n"
-    text += "".join(f"- **{row.topic}**: {row.measured}. {row.why}\n" for row in missed)
-    for result in results:
-        for table in result.tables:
-            text += table_text(table)
-    text += "".join(f"\n![{name}]({name})\n" for name in plots)
-    (folder / "measured.md").write_text(text)
 
 
-def table_text(table):
-    lines = [table.head, ["---"] * len(table.head), *table.lines]
-    text = f"\n## {table.title}\n\n`{table.command}`\n\n"
-    text += "".join("| " + " | ".join(map(str, line)) + " |\n" for line in lines)
+def bar_sections(bars):
+    """The table of all bars, and what is missed with the reasons."""
+    missed = [bar for bar in bars if not bar.met]
+    lines = [[b.topic, b.measured, b.goal, "met" if b.met else "**missed**", b.times] for b in bars]
+    text = f"\n## Bars\n\n{len(bars) - len(missed)} of {len(bars)} bars are met.\n\n"
+    text += markdown(["topic", "measured", "bar", "", "time beside"], lines)
+    if missed:
+        text += "\n## What falls short\n\n"
+        text += "".join(
+            f"- **{bar.topic}**: {bar.measured}; bar: {bar.goal}. {bar.why}".rstrip() + "\n" for bar in missed
+        )
+    return text
+
+
+def cost_section(costs):
+    lines = [[cost.topic, cost.measured, cost.goal, cost.floor, cost.why] for cost in costs]
+    text = "\n## Costs of the fixed layout\n\nThe layout of the allocator and of its classes is fixed. These goals are "
+    text += "out of reach with it; the floor is the minimum that the layout allows.\n\n"
+    return text + markdown(["topic", "measured", "goal", "floor", "reason"], lines)
+
+
+def table_section(table):
+    text = f"\n## {table.title}\n\n" + markdown(table.head, table.lines)
     return text + (f"\n{table.note}\n" if table.note else "")
+
+
+def write(results, plots, load):
+    """Replaces the part between the markers. plots: names of the drawn files."""
+    file = find()
+    before, _, rest = file.read_text().partition(BEGIN)
+    _, _, after = rest.partition(END)
+    text = conditions(load)
+    text += bar_sections([bar for result in results for bar in result.bars])
+    text += cost_section([cost for result in results for cost in result.costs])
+    text += "".join(table_section(table) for result in results for table in result.tables)
+    text += "".join(f"\n![{name}]({name})\n" for name in plots)
+    file.write_text(before + BEGIN + text + END + after)
+    return file

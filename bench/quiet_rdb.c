@@ -1,4 +1,5 @@
-/*  A client library that needs no other: both connections come up at once, every call succeeds, nothing is kept. */
+/*  A client library without dependencies, to measure the executable alone: both connections come up at once, each call
+ *  succeeds, and nothing is stored. */
 #include <stdint.h>
 
 #define EXPORTED __attribute__((visibility("default")))
@@ -34,7 +35,7 @@ EXPORTED int rdb_callmsg(int handle, const char* text, int32_t length, void* cal
     return 0;
 }
 
-/*  The tag class 2 at its place in the record: the tag is there and usable. */
+/*  Writes tag class 2 to its place in the record: the tag exists and may be used. */
 EXPORTED int rdb_tagget(int handle, unsigned char* tag) {
     (void)handle;
     tag[189] = 2;

@@ -1,6 +1,5 @@
-//  The text of one DNS update request, written into a fresh buffer, beside the same text by RapidJSON, by fmt (which
-//  escapes nothing) and by appending to a standard string, and beside copying the finished text to where it is wanted.
-//  Every writer starts from the item as the service holds it.
+//  The text of one DNS update request, written into a new buffer. Peers are RapidJSON, fmt (which escapes nothing), a
+//  standard string with appends, and memcpy of the finished text. Each writer starts from the service's own item.
 #include "cases.h"
 #include "dnsupdate.h"
 
@@ -40,7 +39,7 @@ std::unique_ptr<DnsUpdateItem> filled(std::size_t addresses) {
     return item;
 }
 
-//  Made when it is first asked for, and kept.
+//  The item is made on the first call and kept.
 const DnsUpdateItem& item_of(std::size_t addresses) {
     static std::map<std::size_t, std::unique_ptr<DnsUpdateItem>> items;
     std::unique_ptr<DnsUpdateItem>& item = items[addresses];
@@ -70,7 +69,7 @@ const std::string& finished_text_of(std::size_t addresses) {
     return text;
 }
 
-//  A peer that writes another text measures another thing.
+//  Ends the program if a peer writes a different text: its cost would not be comparable.
 void check(const DnsUpdateItem& item, const std::string& text) {
     if (text == finished(item))
         return;
@@ -78,7 +77,7 @@ void check(const DnsUpdateItem& item, const std::string& text) {
     std::abort();
 }
 
-//  The character behind the backslash, or 0.
+//  The character that follows the backslash in c's escape, or 0 without an escape.
 char escape_of(char c) {
     switch (c) {
     case '\b':
@@ -208,21 +207,21 @@ void by_rapidjson(const DnsUpdateItem& item) {
 using writer = void (*)(const DnsUpdateItem&);
 
 void add_writer(const std::string& who, std::size_t addresses, writer write) {
-    add("request/" + who + '/' + std::to_string(addresses), 10, [addresses, write](std::size_t times) {
+    add("request/" + who + '/' + std::to_string(addresses), 100, [addresses, write](std::size_t times) {
         const DnsUpdateItem& item = item_of(addresses);
         for (; times-- > 0;)
             write(item);
     });
 }
 
-//  Into a buffer that stands ready.
+//  The buffer already exists.
 void add_copy(std::size_t addresses) {
     add("request/memcpy/" + std::to_string(addresses), 100,
         [addresses, to = std::vector<char>(1 << 16)](std::size_t times) mutable {
             const std::string& text = finished_text_of(addresses);
             for (; times-- > 0;) {
                 std::size_t length = text.size();
-                forget_what_is_known(length);
+                forget(length);
                 std::memcpy(to.data(), text.data(), length);
                 keep(to.data());
             }

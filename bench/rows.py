@@ -1,15 +1,29 @@
-"""What a topic gives: a row per bar, tables with all that was measured, and the text for a bar that is missed."""
+"""The result of a topic: bars, costs of the fixed layout, tables and plots."""
 
 from dataclasses import dataclass, field
 
 
 @dataclass
-class Row:
+class Bar:
+    """A goal that is met or missed. It is never a time: times depend on the machine and its load."""
+
     topic: str
     measured: str
-    bar: str
+    goal: str
     met: bool
-    why: str = ""  # when it is missed, or something is to be known
+    times: str = ""  # shown beside
+    why: str = ""  # the reason if it is missed
+
+
+@dataclass
+class Cost:
+    """A figure above its goal because a layout or a sequence is fixed, with the minimum for that layout."""
+
+    topic: str
+    measured: str
+    goal: str
+    floor: str
+    why: str
 
 
 @dataclass
@@ -17,22 +31,15 @@ class Table:
     title: str
     head: list
     lines: list
-    command: str
     note: str = ""
 
 
 @dataclass
 class Result:
-    rows: list = field(default_factory=list)
+    bars: list = field(default_factory=list)
+    costs: list = field(default_factory=list)
     tables: list = field(default_factory=list)
     plots: dict = field(default_factory=dict)  # file name: lines of data, drawn by plots.py
-
-
-def ns(value):
-    """A time in the unit that suits it."""
-    if value < 1_000:
-        return f"{value:.1f} ns"
-    return f"{value / 1_000:.2f} us" if value < 1_000_000 else f"{value / 1_000_000:.2f} ms"
 
 
 def mb(value):

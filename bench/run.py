@@ -1,17 +1,21 @@
-"""run.py BUILD [TOPIC...]: measures all topics, prints the table, writes docs/maintainer/measured.md and draws its plots.
+"""run.py BUILD [TOPIC...]: measures all topics, prints the bars, and writes docs/maintainer/measured.md and its plots.
 
-With topics named, those alone are measured and nothing is written.
+With topics, only these are measured and nothing is written.
 """
 
+import os
 import sys
+import time
 from pathlib import Path
 
 import block_rows
+import idle_rows
+import latency_rows
 import page
 import plots
-import program_rows
+import start_rows
 import text_rows
-from measure import Counts, Times
+from measure import Figures
 
 TOPICS = {
     "pair": block_rows.pair,
@@ -25,27 +29,30 @@ TOPICS = {
     "udp": text_rows.udp,
     "console": text_rows.console,
     "addresses": text_rows.addresses,
-    "version": program_rows.version,
-    "idle": program_rows.idle,
-    "latency": program_rows.latency,
+    "start": start_rows.start,
+    "idle": idle_rows.idle,
+    "latency": latency_rows.latency,
 }
+TESTS = Path(__file__).resolve().parent.parent / "tests"
 
 
 def main():
+    load = os.getloadavg()[0]
     build = Path(sys.argv[1]).resolve()
+    os.environ["ADDRPUBD_BUILD"] = str(build)  # for the tests' modules, which some topics import
+    sys.path += [str(TESTS / folder) for folder in ("support", "system", "servers")]
     chosen = sys.argv[2:] or list(TOPICS)
-    times, counts = Times(build), Counts(build)
+    figures = Figures(build)
     results = []
     for topic in chosen:
-        print(f"-- {topic}", flush=True)
-        results.append(TOPICS[topic](times, counts))
-    page.print_table([row for result in results for row in result.rows])
-    if len(chosen) < len(TOPICS):
-        return
-    docs = Path(__file__).resolve().parent.parent / "docs/maintainer"
-    drawn = [plots.draw(name, lines, docs) for result in results for name, lines in result.plots.items()]
-    page.write(results, TOPICS, [name for name in drawn if name], docs)
-    print("docs/maintainer/measured.md is written")
+        start = time.monotonic()
+        results.append(TOPICS[topic](figures))
+        print(f"-- {topic}, {time.monotonic() - start:.0f} s", flush=True)
+    page.print_bars(results)
+    if len(chosen) == len(TOPICS):
+        folder = page.find().parent
+        drawn = [plots.draw(name, lines, folder) for result in results for name, lines in result.plots.items()]
+        print(f"{page.write(results, [name for name in drawn if name], load)} is written")
 
 
 main()

@@ -1,4 +1,4 @@
-//  The pooled string beside the standard one.
+//  The pooled string beside std::string.
 #include "cases.h"
 #include "olk_string.h"
 
@@ -29,14 +29,14 @@ void pieces(std::size_t times) {
     }
 }
 
-//  A text of 39 bytes, the longest form of an address, made and dropped.
+//  Constructs and destroys a text of 39 bytes, the longest form of an address.
 template <class STRING>
 void made(std::size_t times) {
     const char* text = "2001:0db8:1234:5678:9abc:def0:1234:5678";
     std::size_t length = 39;
     for (; times-- > 0;) {
-        forget_what_is_known(text);
-        forget_what_is_known(length);
+        forget(text);
+        forget(length);
         STRING s(text, length);
         keep(s.data());
     }

@@ -1,168 +1,182 @@
 """Topics of the string, the request text, the logs and the address list."""
 
-import subprocess
-import sys
-
-from rows import Result, Row, Table, ns
-
-BENCH = "build/bench/addrpubd_bench"
+from measure import succeeds
+from rows import Bar, Cost, Result, Table
 
 STRING_BARS = (
-    ("100000_bytes", "string of 100,000 single bytes", 0.65, 3),
-    ("pieces_of_12", "string of 12-byte pieces to 408 bytes", 0.60, 300),
-    ("400_bytes", "string of 400 single bytes", 0.95, 300),
-    ("39_made", "string of 39 bytes made and dropped", 1.2, 1000),
+    ("100000_bytes", "string of 100,000 single bytes", 0.65),
+    ("400_bytes", "string of 400 single bytes", 0.95),
+    ("39_made", "string of 39 bytes, constructed and destroyed", 1.2),
 )
-STRING_WHY = {
-    "100000_bytes": "A byte costs six instructions here, two loads and two stores among them, since length and "
-    "capacity stand in front of the text; the rest is the loop and the copies of growing.",
-    "pieces_of_12": "The three pooled pairs' six locks alone take about half the standard string's time, which "
-    "outweighs the cheaper appends.",
-    "400_bytes": "Six pooled pairs with their locks stand against five of glibc's without, and eat up what the cheaper "
-    "bytes save.",
-    "39_made": "It is one pair of the allocator: its two locks alone take as long as all of the standard string's.",
-}
+POOLED_PAIRS = 3  # of the string of 12-byte pieces, which grows to 408 bytes
 
 
-def string(times, counts):
-    times.run("^string/", seconds=0.05)
+def string(figures):
+    figures.measure("string", seconds=0.05)
+    if "pair/minimum/64" not in figures:
+        figures.measure("pair/minimum", seconds=0.001)
     result = Result()
     lines = []
-    for case, topic, bar, n in STRING_BARS:
+    pieces = ("pieces_of_12", "string of 12-byte pieces to 408 bytes")
+    for case, topic in [bar[:2] for bar in STRING_BARS] + [pieces]:
         own, peer = f"string/olk/{case}", f"string/std/{case}"
-        counts.run([own, peer], n)
-        ratio, counted = times.ratio(own, peer), counts.ratio(own, peer)
-        measured = f"{ratio:.2f} of std::string; {counted:.2f} in instructions"
-        result.rows.append(Row(topic, measured, f"at most {bar:.2f}", ratio <= bar, STRING_WHY[case]))
-        lines.append([topic, ns(times[own]), ns(times[peer]), f"{ratio:.2f}"])
-        lines[-1] += [f"{counts[own]:.0f}", f"{counts[peer]:.0f}", f"{counted:.2f}"]
-    head = ["case", "olk", "std", "ratio", "olk instr.", "std instr.", "ratio"]
-    result.tables.append(Table("String", head, lines, f"{BENCH} --benchmark_filter=^string/"))
+        lines.append([topic, figures.cell(own), figures.cell(peer)])
+    for case, topic, goal in STRING_BARS:
+        own, peer = f"string/olk/{case}", f"string/std/{case}"
+        ratio = figures.ratio(own, peer)
+        times = f"{figures.time_ratio(own, peer)} of std::string"
+        result.bars.append(Bar(topic, f"{ratio:.2f} of std::string", f"at most {goal}", ratio <= goal, times))
+    result.costs.append(pieces_cost(figures, pieces[1]))
+    result.tables.append(Table("String", ["case", "olk", "std::string"], lines))
     return result
 
 
-REQUEST_BARS = {2: 0.2, 32: 0.15, 1000: 0.17}
+def pieces_cost(figures, topic):
+    own, peer = "string/olk/pieces_of_12", "string/std/pieces_of_12"
+    floor = POOLED_PAIRS * figures.instructions("pair/minimum/64")
+    return Cost(
+        topic,
+        f"{figures.instructions(own):,.0f} instructions, {figures.ratio(own, peer):.2f} of std::string; "
+        f"time {figures.time_ratio(own, peer)}",
+        "0.6 of std::string",
+        f"{floor:.0f} instructions for its {POOLED_PAIRS} blocks with the minimum allocator, "
+        f"{floor / figures.instructions(peer):.2f} of std::string before any byte is appended",
+        "The string takes its blocks from the pooled allocator: six spin locks, where std::string takes none.",
+    )
+
+
+REQUEST_GOALS = {2: 0.2, 32: 0.15, 1000: 0.17}
 REQUEST_WHY = {
-    2: "A quarter of the time is spent on allocating and freeing the buffer. Each of about twenty appends waits for "
-    "the length that the append before it has stored.",
-    32: "The buffer is made for a few addresses, so the text is moved twice while it grows.",
-    1000: "The buffer is made for a few addresses, so the text is moved several times while it grows.",
+    2: "Two thirds of the instructions do not depend on the addresses: they write member names and numbers, and "
+    "allocate and free the buffer.",
+    32: "The buffer is reserved for 400 bytes and grows twice. An address that does not fit is written piece by piece. "
+    "Both together take a quarter of the instructions.",
+    1000: "The buffer is reserved for 400 bytes and is copied each time it grows.",
 }
 
 
-def request(times, counts):
-    times.run("^request/", seconds=0.05)
-    peers = [who for who in ("rapidjson", "fmt", "std", "memcpy") if f"request/{who}/2" in times]
+def request(figures):
+    figures.measure("request", seconds=0.05)
+    who = [name for name in ("olk", "rapidjson", "fmt", "std", "memcpy") if f"request/{name}/2" in figures]
     result = Result()
-    lines = []
-    plot = [["addresses", "olk", *peers]]
-    for addresses, bar in REQUEST_BARS.items():
-        counts.run([f"request/{who}/{addresses}" for who in ["olk", *peers]], 20 if addresses == 1000 else 200)
-        own = f"request/olk/{addresses}"
-        if "rapidjson" in peers:
-            peer = f"request/rapidjson/{addresses}"
-            ratio = times.ratio(own, peer)
-            measured = f"{ratio:.2f} of RapidJSON; {counts.ratio(own, peer):.2f} in instructions"
-            topic = f"request text for {addresses} addresses"
-            result.rows.append(Row(topic, measured, f"at most {bar}", ratio <= bar, REQUEST_WHY[addresses]))
-        lines.append([addresses] + [ns(times[f"request/{who}/{addresses}"]) for who in ["olk", *peers]])
-        lines[-1] += [f"{counts[f'request/{who}/{addresses}']:.0f}" for who in ["olk", *peers]]
-        plot.append([addresses] + [times[f"request/{who}/{addresses}"] for who in ["olk", *peers]])
-    copies = times.ratio("request/olk/2", "request/memcpy/2")
-    why = (
-        "The copy goes to a buffer that exists already. The text goes to one that is allocated and freed, which alone "
-        "takes about seven times as long as the copy."
+    for addresses, goal in REQUEST_GOALS.items() if "rapidjson" in who else []:
+        own, peer = f"request/olk/{addresses}", f"request/rapidjson/{addresses}"
+        ratio = figures.ratio(own, peer)
+        topic = f"request text for {addresses:,} addresses"
+        times = f"{figures.time_ratio(own, peer)} of RapidJSON"
+        measured, why = f"{ratio:.2f} of RapidJSON", REQUEST_WHY[addresses]
+        result.bars.append(Bar(topic, measured, f"at most {goal}", ratio <= goal, times, why))
+    copies = figures.ratio("request/olk/2", "request/memcpy/2")
+    result.bars.append(
+        Bar(
+            "request text for 2 addresses beside memcpy",
+            f"{copies:.1f} times",
+            "at most 12 times",
+            copies <= 12,
+            f"{figures.time_ratio('request/olk/2', 'request/memcpy/2')} times",
+            "memcpy copies the finished text to an existing buffer, 32 bytes with each instruction. The writer "
+            "allocates and frees its buffer, which alone is four times the instructions of memcpy, and checks each "
+            "character.",
+        )
     )
-    topic = "request text for 2 addresses beside memcpy"
-    result.rows.append(Row(topic, f"{copies:.1f} times", "at most 12 times", copies <= 12, why))
-    head = ["addresses", "olk", *peers, "olk instr.", *(f"{peer} instr." for peer in peers)]
-    note = (
-        "memcpy copies the finished text into a buffer that stands ready; fmt escapes nothing. The writer takes 16 "
-        "characters at a time and an element in one piece, which the bar for 1,000 addresses needs: tried by hand, "
-        "looking at single characters costs 0.7 of RapidJSON's time there, and appending an element's parts one by one "
-        "0.35."
-    )
-    result.tables.append(Table("Request text", head, lines, f"{BENCH} --benchmark_filter=^request/", note))
-    result.plots["request"] = plot
+    cells = [[f"{n:,}", *(figures.cell(f"request/{name}/{n}") for name in who)] for n in REQUEST_GOALS]
+    note = "memcpy copies the finished text to an existing buffer. fmt escapes nothing."
+    result.tables.append(Table("Request text", ["addresses", *who], cells, note))
+    plot = [[n, *(figures.instructions(f"request/{name}/{n}") for name in who)] for n in REQUEST_GOALS]
+    result.plots["request"] = [["addresses", *who], *plot]
     return result
 
 
-def udp(times, counts):
-    times.run("^udp/", seconds=0.1)
-    counts.run(["filtered/olk/udp", "udp/olk", "udp/sendto"], 1000)
-    ratio = times.ratio("udp/olk", "udp/sendto")
-    result = Result()
-    why = (
-        "Formatting takes some 150 ns, most of it in the C library's vsnprintf: how much that is beside the system "
-        "call depends on the kernel."
-    )
-    extra = counts["udp/olk"] - counts["udp/sendto"]
-    own, bare = ns(times["udp/olk"]), ns(times["udp/sendto"])
-    figures = f"{ratio:.3f} of bare sendto ({own}, {bare}), {extra:.0f} instructions more"
-    result.rows.append(Row("one UDP record", figures, "at most 1.08", ratio <= 1.08, why))
-    if "udp/spdlog" in times:
-        beside = times.ratio("udp/olk", "udp/spdlog")
-        measured = f"{beside:.3f} of spdlog's UDP sink"
-        why = "Both are the system call and little else: within a few hundredths they change places from run to run."
-        result.rows.append(Row("one UDP record beside spdlog", measured, "ahead of spdlog", beside < 1, why))
-    filtered = counts["filtered/olk/udp"]
-    result.rows.append(Row("a filtered record", f"{filtered:.0f} instructions", "under 30 instructions", filtered < 30))
-    return result
+def udp(figures):
+    figures.measure("udp", seconds=0.1)
+    figures.measure("filtered", seconds=0.01)
+    extra = figures.instructions("udp/olk") - figures.instructions("udp/sendto")
+    filtered = figures.instructions("filtered/olk/udp")
+    bars = [
+        Bar(
+            "one UDP record",
+            f"{extra:.0f} instructions more than bare sendto",
+            "at most 1,000 more",
+            extra <= 1000,
+            f"{figures.time_ratio('udp/olk', 'udp/sendto')} of bare sendto",
+        ),
+        Bar("one record that the level filters out", f"{filtered:.0f} instructions", "under 30", filtered < 30),
+    ]
+    if "udp/spdlog" in figures:
+        ratio = figures.ratio("udp/olk", "udp/spdlog")
+        times = f"{figures.time_ratio('udp/olk', 'udp/spdlog')} of spdlog"
+        why = "Most of the instructions are those of the C library's vsnprintf."
+        measured = f"{ratio:.2f} of spdlog's UDP sink"
+        bars.append(Bar("one UDP record beside spdlog", measured, "under 1", ratio < 1, times, why))
+    who = [name for name in ("olk", "sendto", "spdlog") if f"udp/{name}" in figures]
+    table = Table("UDP record", who, [[figures.cell(f"udp/{name}") for name in who]])
+    return Result(bars, tables=[table])
 
 
-def console(times, counts):
-    times.run("^console/", seconds=0.05)
-    result = Result()
-    why = {
-        "null": "A flushed record costs one system call and printf's formatting. With a prefix that was formatted "
-        "without printf the ratios were 0.89, and 0.91 to a pipe; the service never flushes a line, so it keeps the "
-        "simpler code.",
-        "pipe": "The reason is that of /dev/null.",
-    }
-    lines = []
-    for where in ("null", "pipe"):
-        who = [name for name in ("olk", "olk_push", "printf", "spdlog") if f"console/{name}/{where}" in times]
-        lines.append([where] + [ns(times[f"console/{name}/{where}"]) for name in who])
-        if "spdlog" in who:
-            ratio = times.ratio(f"console/olk/{where}", f"console/spdlog/{where}")
-            flushed = times.ratio(f"console/olk_push/{where}", f"console/spdlog/{where}")
-            topic = "one console record to " + ("/dev/null" if where == "null" else "a pipe")
-            counts.run([f"console/{name}/{where}" for name in who], 1000)
-            lines[-1] += [f"{counts[f'console/{name}/{where}']:.0f}" for name in who]
-            result.rows.append(Row(topic, f"{ratio:.2f} of spdlog's stdout sink", "at most 0.9", ratio <= 0.9))
-            measured = f"{flushed:.2f} of spdlog's stdout sink"
-            topic += ", flushed as spdlog does"
-            result.rows.append(Row(topic, measured, "at most 0.9", flushed <= 0.9, why[where]))
-    head = ["to", "add", "push (flushes)", "printf, same line", "spdlog (flushes)"]
-    head += ["add instr.", "push instr.", "printf instr.", "spdlog instr."] if len(lines[0]) > len(head) else []
-    head = head[: len(lines[0])]
-    result.tables.append(Table("Console record", head, lines, f"{BENCH} --benchmark_filter=^console/"))
-    return result
+CONSOLE_CASES = {
+    "olk": "add",
+    "olk_push": "push (flushes)",
+    "printf": "printf, same line",
+    "spdlog": "spdlog (flushes)",
+}
 
 
-def addresses(times, counts):
-    """In a network namespace of its own, with so many addresses on lo."""
-    result = Result()
-    figures = []
-    worst = 0.0
+def console(figures):
+    figures.measure("console", seconds=0.05)
+    figures.count_writes("console")
+    who = [name for name in CONSOLE_CASES if f"console/{name}" in figures]
+    cells = [["instructions (time)", *(figures.cell(f"console/{name}") for name in who)]]
+    cells.append(["calls of write(2)", *(f"{figures.writes(f'console/{name}'):.3f}" for name in who)])
+    table = Table("Console record, to /dev/null", ["", *(CONSOLE_CASES[name] for name in who)], cells)
+    if "spdlog" not in who:
+        return Result(tables=[table])
+    writes = figures.writes("console/olk") / figures.writes("console/spdlog")
+    ratio = figures.ratio("console/olk_push", "console/spdlog")
+    bars = [
+        Bar(
+            "one console record, calls of write(2)",
+            f"{writes:.3f} of spdlog's stdout sink",
+            "at most 0.9",
+            writes <= 0.9,
+            f"{figures.time_ratio('console/olk', 'console/spdlog')} of spdlog",
+        ),
+        Bar(
+            "one console record, flushed as spdlog does, instructions",
+            f"{ratio:.2f} of spdlog's stdout sink",
+            "at most 0.9",
+            ratio <= 0.9,
+            f"{figures.time_ratio('console/olk_push', 'console/spdlog')} of spdlog",
+            "printf formats the prefix with date and time. The same line by printf alone is "
+            f"{figures.ratio('console/printf', 'console/spdlog'):.2f} of spdlog, which has a formatter of its own and "
+            "formats the date once a second.",
+        ),
+    ]
+    return Result(bars, tables=[table])
+
+
+ADD_ADDRESSES = """ip link set lo up; ip -6 addr flush dev lo
+seq -f 'addr add 2001:db8::%g/128 dev lo nodad' "$0" | ip -6 -batch -
+exec "$@" """
+
+
+def addresses(figures):
+    """In a network namespace with so many addresses on lo."""
+    ratios = {}
+    times = []
     for number in (1, 100, 1000):
-        script = "ip link set lo up; ip -6 addr flush dev lo; i=0; while [ $i -lt $0 ]; do i=$((i + 1));"
-        script += ' printf "addr add 2001:db8::%x/128 dev lo nodad\\n" $i; done | ip -6 -batch -; exec "$@"'
-        prefix = ["unshare", "--net", "sh", "-c", script, str(number)]
-        if subprocess.run([*prefix, "true"], capture_output=True, check=False).returncode != 0:
-            print("-- address list left out: no network namespace to be had (root is needed)", file=sys.stderr)
-            return result
-        times.run("^addresses/", prefix=prefix, seconds=0.05, rename=("addresses/", f"addresses/{number}/"))
-        counts.run(["addresses/olk", "addresses/walk"], 20, prefix=prefix)
-        ratio = times.ratio(f"addresses/{number}/olk", f"addresses/{number}/walk")
-        counted = counts.ratio("addresses/olk", "addresses/walk")
-        worst = max(worst, ratio)
-        own = ns(times[f"addresses/{number}/olk"])
-        figures.append(f"{ratio:.3f} at {number} ({own}; {counted:.2f} in instructions)")
-    why = (
-        "On top of the walk, which has 2,800 instructions an address, come 90 for the address's kind and the joined "
-        "text: it moves around the bar from run to run."
+        wrap = ["unshare", "--net", "sh", "-c", ADD_ADDRESSES, str(number)]
+        if not succeeds(*wrap, "true"):
+            print("-- address list left out: network namespaces are not available (root is needed)")
+            return Result()
+        own, walk = f"addresses/{number}/olk", f"addresses/{number}/walk"
+        figures.measure("addresses", 0.05, wrap=wrap, rename=("addresses/", f"addresses/{number}/"))
+        ratios[number] = figures.ratio(own, walk)
+        times.append(f"{figures.time_ratio(own, walk)} of a bare walk at {number:,} ({figures.time(own)})")
+    bar = Bar(
+        "address list of 1, 100 and 1,000 addresses",
+        ", ".join(f"{ratio:.3f} at {number:,}" for number, ratio in ratios.items()) + " of a bare walk",
+        "at most 1.05",
+        max(ratios.values()) <= 1.05,
+        "; ".join(times),
     )
-    topic = "address list of 1, 100, 1,000 addresses"
-    result.rows.append(Row(topic, ", ".join(figures), "at most 1.05 of a bare walk", worst <= 1.05, why))
-    return result
+    return Result([bar])

@@ -1,8 +1,8 @@
-"""compute.py: what a fleet asks of the two servers, from the costs of one request in figures.json, as tables.
+"""compute.py: computes the load of a fleet on the two servers from the costs of each request in figures.json.
 
-At rest, each host within REPEAT seconds: one publication and REPEAT / 60 looks of redis; one update and REPEAT / check
-checks of dns. One address, HTTPS port 443, so that a check has two questions. Everything else (a host that changes its
-address) comes on top.
+A host at rest makes within REPEAT seconds: one publication and REPEAT / LOOK checks of the connection with redis; one
+update and REPEAT / check checks with dns. It has one address and HTTPS port 443, so that a check asks two questions. A
+host that changes its address makes further requests.
 """
 
 import json
@@ -15,19 +15,19 @@ FIGURES = json.loads(Path(__file__).with_name("figures.json").read_text())
 COSTS = ("packets", "bytes", "us")
 FLEETS = (10_000, 1_000_000)
 REPEAT = 600  # seconds after which the service repeats what has not changed
-LOOK = 60  # seconds between two looks of redis
-CHECKS = (60, 600, 0)  # of a fleet at rest
+LOOK = 60  # seconds between two checks of a connection to redis
+CHECKS = (60, 600, 0)  # values of the url's option check; 0: no checks
 STORM_CHECKS = (60, 600)
 HISTORY = 10_000  # entries that redis keeps for each host
 ABSENCES = ((0.5, "0.5 s"), (10, "10 s"), (600, "10 min"), (3600, "1 h"))
 CROWD = 640  # hosts of the measured storms
-CROWD_CHECK = 5  # seconds between the checks of theirs
+CROWD_CHECK = 5  # seconds between the checks of these hosts
 START = 0.2  # seconds that a server takes to start
 SEED = 1
 
 
 def short(number):
-    """A number of three digits with its prefix."""
+    """A number with three digits and its unit prefix."""
     for limit, suffix in ((1e9, " G"), (1e6, " M"), (1e4, " k")):
         if number >= limit:
             return f"{number / (1e3 if suffix == ' k' else limit):.3g}{suffix}"
@@ -99,8 +99,11 @@ def dns_rest(hosts, check):
 
 
 def return_cost(server):
-    """Microseconds of one host's return: to redis, which has lost its data, the least of the measured storms; to dns,
-    which keeps its zone, the opening, the check that follows and the service's update."""
+    """Server time of one host's return, in microseconds.
+
+    For redis, which has lost its data, it is the minimum of the measured storms. For dns, which keeps its zone, it is
+    the sum of opening, check and update.
+    """
     figures = FIGURES[server]
     if server == "redis":
         return min(storm["us"] for storm in figures["storms"])
@@ -127,7 +130,7 @@ def storm_rows(random):
 
 
 def costs():
-    """What was measured of one request each."""
+    """The measured cost of each kind of request."""
     for server, names in (
         ("redis", ("connect", "first", "same", "changed", "look")),
         ("bind", ("open", "same", "changed", "check")),
@@ -142,7 +145,7 @@ def costs():
 
 
 def forecast(random):
-    """The measured storms beside the computed ones, which have the server answer in no time."""
+    """The measured storms beside the computed ones, in which the server answers at once."""
     for server, spread in (("redis", 0), ("bind", CROWD_CHECK), ("knot", CROWD_CHECK)):
         for storm in FIGURES[server]["storms"]:
             lost = random.random(CROWD) * spread
@@ -153,7 +156,7 @@ def forecast(random):
 
 
 def one_core():
-    """How many hosts one core serves when it does nothing else."""
+    """Number of hosts that one core serves if it does nothing else."""
     redis = FIGURES["redis"]
     each = redis["same"]["us"] / REPEAT + redis["look"]["us"] / LOOK
     yield ["redis", f"{1e6 / redis['same']['us']:,.0f}", f"{1e6 / redis['look']['us']:,.0f}", "", short(1e6 / each)]

@@ -1,7 +1,7 @@
 """How a request's cost is counted: processor time of the server, packets and bytes of the loopback.
 
-Every time is the least of ROUNDS repetitions, which are interleaved where cases are compared: what else runs on the
-machine can only add to it. Rates are the most of the same repetitions.
+Each time is the minimum of ROUNDS repetitions, because other programs on the machine can only add to it. Each rate is
+the maximum of the same repetitions. Cases that are compared are interleaved.
 """
 
 import signal
@@ -10,31 +10,31 @@ from pathlib import Path
 
 ROUNDS = 3
 SECONDS = 2  # of one repetition
-MANY = 64  # hosts that publish at once
-NAMES = 156  # names of each of them
+MANY = 64  # hosts that publish at the same time
+NAMES = 156  # names of each of these hosts
 CROWD = 640  # hosts that lose their server
-PACED = 15  # requests whose packets are counted, one after the other
+PACED = 15  # requests, one after the other, whose packets are counted
 PAUSE = 0.06  # seconds between them: longer than a delayed acknowledgement
-ETHERNET = 14  # bytes that the loopback counts for each packet beyond IP
+ETHERNET = 14  # bytes per packet that the loopback counts in addition to IP
 
 
 def wire():
-    """Packets that have crossed the loopback, and their bytes from IP up."""
+    """Packets that have crossed the loopback, and their bytes including the IP header."""
     words = next(line for line in Path("/proc/net/dev").read_text().splitlines() if "lo:" in line).split()
     packets = int(words[10])
     return packets, int(words[9]) - ETHERNET * packets
 
 
 def opened():
-    """TCP connections accepted in this network so far."""
+    """Number of TCP connections that were accepted in this network."""
     lines = Path("/proc/net/snmp").read_text().splitlines()
     names, values = (line.split() for line in lines if line.startswith("Tcp:"))
     return int(values[names.index("PassiveOpens")])
 
 
 def crossed(action, count=1):
-    """Packets and bytes of one of the count requests that action makes."""
-    time.sleep(PAUSE)  # until what was closed before has said good-bye
+    """Packets and bytes per request. action makes count requests."""
+    time.sleep(PAUSE)  # until the connections that were closed before have ended
     before = wire()
     action()
     time.sleep(PAUSE)
@@ -43,7 +43,7 @@ def crossed(action, count=1):
 
 
 def paced(action):
-    """Packets and bytes of one action, made PACED times."""
+    """Packets and bytes of one action. It is made PACED times."""
 
     def repeat():
         for _ in range(PACED):
@@ -54,14 +54,14 @@ def paced(action):
 
 
 def cost(server, work):
-    """Runs work, which returns how many requests it made: microseconds of the server, and requests a second."""
+    """Runs work, which returns its number of requests. Returns server time per request in us, and requests a second."""
     cpu, start = server.cpu(), time.monotonic()
     count = work()
     return (server.cpu() - cpu) / count * 1e6, count / (time.monotonic() - start)
 
 
 def best(server, works):
-    """Runs all of works ROUNDS times in turn: for each name the least microseconds and the most requests a second."""
+    """Runs all works in turn, ROUNDS times. Returns the minimum time and the maximum rate for each name."""
     found = {name: [] for name in works}
     for _ in range(ROUNDS):
         for name, work in works.items():
@@ -73,13 +73,15 @@ def best(server, works):
 
 
 def storm(server, hosts, away):
-    """Kills the server and starts it again after so many seconds. Returns the seconds until half, and until all hosts
-    have published to it, and what one host's return costs the server."""
+    """Kills the server and starts it again after away seconds.
+
+    Returns the seconds until half of the hosts and until all hosts have published to it, and the server time per host.
+    """
     server.end(signal.SIGKILL)
     time.sleep(away)
     start = server.start()
     cpu = server.cpu()
-    times = hosts.wait("told", CROWD, since=start - 0.05)
+    times = hosts.wait("published", CROWD, since=start - 0.05)
     time.sleep(0.5)
     return {
         "away": away,

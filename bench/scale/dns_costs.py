@@ -1,4 +1,4 @@
-"""What the fleet costs a DNS server."""
+"""The costs of a DNS server."""
 
 import time
 
@@ -7,8 +7,8 @@ from hosts import Hosts
 from servers import Bind, Knot, SECRET, ZONE
 
 HOSTS = MANY * NAMES  # in the zone
-GREAT = 5 * HOSTS  # in the zone whose memory is compared with that one
-POLICY_HOSTS = 10000  # with a key of their own each
+GREAT = 5 * HOSTS  # in the larger zone whose memory is compared
+POLICY_HOSTS = 10000  # each with its own key
 
 
 def open_hosts(build, server, count, check=0, hurried=False):
@@ -51,7 +51,7 @@ def requests(build, server):
 
 
 def open_and_check(build, server):
-    """Hosts that connect, without a request of theirs; and hurried ones that do nothing but check."""
+    """Measures hosts that connect without a request, and hurried hosts that only check."""
 
     def connect():
         hosts = open_hosts(build, server, MANY)
@@ -72,7 +72,7 @@ def open_and_check(build, server):
 
 
 def memory(server):
-    """Bytes for each host of a zone: what a five times greater zone takes more."""
+    """Bytes per host: the difference between a zone and one with five times as many hosts."""
     restart(server, HOSTS)
     less = server.resident()
     restart(server, GREAT)
@@ -80,11 +80,11 @@ def memory(server):
 
 
 def storms(build, server):
-    """Hosts that check every five seconds notice that the server is away within the ten seconds of its absence."""
+    """The server is away for ten seconds. The hosts check every five seconds, so all notice it."""
     restart(server, CROWD)
     crowd = open_hosts(build, server, CROWD, check=5)
     crowd.order("follow")
-    crowd.wait("told", CROWD)
+    crowd.wait("published", CROWD)
     time.sleep(6)  # until the checks have spread
     result = [storm(server, crowd, 10)]
     crowd.end()
@@ -113,7 +113,7 @@ def measure_knot(build):
 
 
 def measure_policies(build):
-    """An update under BIND's policy when each host has a key: two rules for each host, or one for all."""
+    """An update under two policies of BIND with a key per host: two rules for each host, or one rule for all."""
     result = {}
     for policy in ("name", "selfsub"):
         server = Bind(policy, POLICY_HOSTS)

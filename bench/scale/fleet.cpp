@@ -1,18 +1,18 @@
-//  fleet KIND URL USER PASSWORD HOSTS FIRST: up to 16 hosts of a fleet in one process, each a handle of the open client
-//  library with a thread of its own that makes the calls of the service's publish cycle. KIND is rdb or dns.
+//  fleet KIND URL USER PASSWORD HOSTS FIRST: up to 16 hosts of a fleet in one process. Each host is a handle of the
+//  open client library, and a thread that makes the calls of the service's publish cycle. KIND is rdb or dns.
 //
-//  Standard output, one line each; T is the monotonic clock in seconds:
+//  Standard output, one line for each event; T is the monotonic clock in seconds:
 //
-//      connected HOST T     lost HOST T     told HOST T     done CALLS FAILED
+//      connected HOST T     lost HOST T     published HOST T     done CALLS FAILED
 //
-//  Standard input, one order a line, answered by "done" when all hosts have carried it out; the program ends with its input:
+//  Standard input, one order a line. "done" follows when all hosts have executed it. The program ends with its input.
 //
-//      publish NAMES SECONDS FRESH   each host publishes under NAMES names in turn, for so long; with 0 once under each.
-//                                    FRESH is 1 when the address differs each time.
-//      follow                        from now on each host publishes as soon as it is connected, and says "told"; this
-//                                    order has no end and no answer
+//      publish NAMES SECONDS FRESH   each host publishes under NAMES names in turn for SECONDS; if 0, once under each.
+//                                    FRESH is 1 if the address differs each time.
+//      follow                        each host publishes as soon as it is connected, from now on, and prints
+//                                    "published"; this order has no end and no "done"
 //
-//  Threads: one for each host, the library's, and main. Events only set flags.
+//  Threads: one for each host, those of the library, and main. Events only set flags.
 #include "rdbapi.h"
 
 #include <atomic>
@@ -56,7 +56,7 @@ public:
         changed_.wait(lock, [this] { return connected_; });
     }
 
-    //  Carries order out. Adds to calls and failed.
+    //  Executes order. Adds to calls and failed.
     void publish(const Order& order, std::atomic<unsigned>& calls, std::atomic<unsigned>& failed) {
         const auto until = Clock::now() + std::chrono::seconds(order.seconds);
         for (unsigned i = 0; order.seconds == 0 ? i < order.names : Clock::now() < until; ++i) {
@@ -66,12 +66,12 @@ public:
         }
     }
 
-    //  Publishes each time that the server has come back. Never returns.
+    //  Publishes each time the connection is made. Never returns.
     [[noreturn]] void follow() {
         for (;;) {
             waitConnected();
             if (publishName(number_, 0))
-                say("told");
+                report("published");
             std::unique_lock lock(mutex_);
             changed_.wait(lock, [this] { return !connected_; });
         }
@@ -80,7 +80,7 @@ public:
 private:
     static void onEvent(std::int32_t event, std::int64_t, void* user) {
         Host& host = *static_cast<Host*>(user);
-        host.say(event == RDB_EVENT_CONNECTED ? "connected" : "lost");
+        host.report(event == RDB_EVENT_CONNECTED ? "connected" : "lost");
         const std::lock_guard lock(host.mutex_);
         host.connected_ = event == RDB_EVENT_CONNECTED;
         host.changed_.notify_all();
@@ -95,7 +95,7 @@ private:
         host.changed_.notify_all();
     }
 
-    void say(const char* word) const { std::printf("%s %u %.3f\n", word, number_, seconds()); }
+    void report(const char* word) const { std::printf("%s %u %.3f\n", word, number_, seconds()); }
 
     bool publishName(unsigned name, unsigned address) {
         char name_text[80];
@@ -106,7 +106,7 @@ private:
         return dns_ ? sendUpdate(name_text, address_text) : put(name_text, address_text);
     }
 
-    //  The publish cycle's look at the tag, its import when there is none, and the put.
+    //  As the publish cycle does: reads the tag, imports it if it does not exist, and puts the value.
     bool put(const char* name, const char* address) const {
         RdbTag tag{};
         std::strcpy(tag.name, name);
@@ -149,7 +149,7 @@ private:
     bool good_ = false;
 };
 
-void carryOut(std::vector<Host*>& hosts, const Order& order) {
+void execute(std::vector<Host*>& hosts, const Order& order) {
     std::atomic<unsigned> calls{0};
     std::atomic<unsigned> failed{0};
     std::vector<std::thread> threads;
@@ -160,14 +160,14 @@ void carryOut(std::vector<Host*>& hosts, const Order& order) {
     std::printf("done %u %u\n", calls.load(), failed.load());
 }
 
-void obey(std::vector<Host*>& hosts) {
+void readOrders(std::vector<Host*>& hosts) {
     char line[128];
     while (std::fgets(line, sizeof line, stdin) != nullptr) {
         Order order;
         unsigned fresh = 0;
         if (std::sscanf(line, "publish %u %u %u", &order.names, &order.seconds, &fresh) == 3) {
             order.fresh = fresh != 0;
-            carryOut(hosts, order);
+            execute(hosts, order);
         } else if (std::strcmp(line, "follow\n") == 0) {
             for (Host* host : hosts)
                 std::thread([host] { host->follow(); }).detach();
@@ -190,6 +190,6 @@ int main(int count, char** words) {
     }
     for (Host* host : hosts)
         host->waitConnected();
-    obey(hosts);
+    readOrders(hosts);
     std::_Exit(0);
 }

@@ -6,15 +6,16 @@ import threading
 import time
 from pathlib import Path
 
-MOST = 16  # handles of the library in one process
+MAX_HOSTS = 16  # handles of the library in one process
 PATIENCE = 120.0
 
 
 class Hosts:
-    """So many hosts, connected. hurried: the library's own waits, such as the one until the next look, take a fiftieth.
-    first: the number of the first host.
+    """count connected hosts.
 
-    events: ("connected" | "lost" | "told", host, monotonic seconds), of all hosts.
+    hurried: the waits inside the library, such as the one until the next check, are divided by 50.
+    first: the number of the first host.
+    events: ("connected" | "lost" | "published", host, monotonic seconds), of all hosts.
     """
 
     def __init__(self, build, kind, url, count, user="default", password="none", hurried=False, first=0):
@@ -25,8 +26,8 @@ class Hosts:
         self._done = []
         self._processes = []
         self._threads = []
-        for start in range(0, count, MOST):
-            command = ["./fleet", kind, url, user, password, str(min(MOST, count - start)), str(first + start)]
+        for start in range(0, count, MAX_HOSTS):
+            command = ["./fleet", kind, url, user, password, str(min(MAX_HOSTS, count - start)), str(first + start)]
             process = subprocess.Popen(
                 command, cwd=build, env=environment, stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True
             )
@@ -44,7 +45,7 @@ class Hosts:
                 self.events.append((word, int(first), float(second)))
 
     def times(self, word, since=0.0):
-        """When the hosts had an event, the first one of each host after since."""
+        """Times of an event, in order: the first after since of each host."""
         found = {}
         for kind, number, when in list(self.events):
             if kind == word and when >= since:
@@ -52,7 +53,7 @@ class Hosts:
         return sorted(found.values())
 
     def wait(self, word, count, since=0.0):
-        """Waits until so many hosts have had the event."""
+        """Waits until count hosts have had the event. Returns the times."""
         give_up = time.monotonic() + PATIENCE
         while len(found := self.times(word, since)) < count:
             if time.monotonic() > give_up:
@@ -66,7 +67,7 @@ class Hosts:
             process.stdin.flush()
 
     def publish(self, names=1, seconds=0, fresh=False):
-        """Returns the calls made. All have to succeed."""
+        """Returns the number of calls. All must succeed."""
         self._done.clear()
         self.order(f"publish {names} {seconds} {int(fresh)}")
         while len(self._done) < len(self._processes):

@@ -1,7 +1,7 @@
-"""measure.py BUILD [TOPIC...]: measures what the fleet costs the servers, inside a network of its own, and prints it.
+"""measure.py BUILD [TOPIC...]: measures the load of a fleet on the servers in a private network, and prints it.
 
-Without topics all are measured. The figures go to figures.json, from which compute.py computes; those of other topics
-stay there as they are.
+Without topics, all are measured. The figures are written to figures.json, which compute.py reads; figures of other
+topics remain in that file.
 """
 
 import datetime

@@ -1,4 +1,4 @@
-"""What the fleet costs a Redis server."""
+"""The costs of a Redis server."""
 
 import time
 
@@ -7,12 +7,12 @@ from hosts import Hosts
 from servers import Redis
 
 URL = "redis://127.0.0.1?expire=1800"
-HURRY = 50  # how much faster a hurried host looks
-FULL = 10000  # entries that a history has at most
+HURRY = 50  # divisor of the waits of a hurried host
+FULL = 10000  # maximum number of entries of a history
 
 
 def protocol(server, work):
-    """Commands and bytes of the protocol, to the server and from it, that work makes."""
+    """Commands of work, and its bytes of the protocol to the server and from it."""
     before, asking = server.statistics()
     work()
     after = server.info()
@@ -27,7 +27,7 @@ def protocol(server, work):
 
 
 def looks(server):
-    """Looks that the server has answered so far: each has one PING."""
+    """Number of connection checks that the server has answered. Each check has one PING."""
     counts = server.info().get("cmdstat_ping", "calls=0,")
     return int(counts.split("=")[1].split(",")[0])
 
@@ -39,7 +39,7 @@ def look_for(server, seconds):
 
 
 def exchanges(build, server):
-    """One host, one exchange after the other."""
+    """The requests of one host, one after the other."""
     hosts = []
 
     def connect():
@@ -54,10 +54,10 @@ def exchanges(build, server):
 
 
 def look(build, server):
-    """The look at an idle connection: one host's packets, then what a crowd costs."""
+    """The check of an idle connection: the packets of one host, then the server time of many."""
     one = Hosts(build, "rdb", URL, 1, hurried=True)
     one.publish()
-    seconds = 4.3 * 60 / HURRY  # neither of the two waits ends near a look
+    seconds = 4.3 * 60 / HURRY  # neither of the two waits ends near a check
     before = looks(server)
     result = crossed(lambda: time.sleep(seconds))
     count = looks(server) - before
@@ -74,7 +74,7 @@ def look(build, server):
 
 
 def memory(build, server):
-    """Bytes that the server counts for a connection, for a host with one history entry, and for a full history."""
+    """Bytes that the server counts for a connection, a host with one history entry, and an entry of a full history."""
 
     def used():
         return int(server.info()["used_memory"])
@@ -124,7 +124,7 @@ def publications(build, server):
 def storms(build, server):
     crowd = Hosts(build, "rdb", URL, CROWD)
     crowd.order("follow")
-    crowd.wait("told", CROWD)
+    crowd.wait("published", CROWD)
     result = [storm(server, crowd, away) for away in (0, 10)]
     crowd.end()
     return result

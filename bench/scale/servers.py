@@ -1,7 +1,7 @@
-"""The servers that the fleet is measured against, on the loopback of a private network, and what they cost.
+"""The measured servers, on the loopback of a private network.
 
-Each listens on 127.0.0.1 and works in a folder in memory. cpu() counts the processor time of all threads in seconds, to
-the nanosecond (/proc/PID/task/*/schedstat); resident() is VmRSS in bytes.
+Each listens on 127.0.0.1 and keeps its files in memory. cpu() is the processor time of all threads in seconds, with
+nanosecond resolution (/proc/PID/task/*/schedstat). resident() is VmRSS in bytes.
 """
 
 import base64
@@ -15,7 +15,7 @@ from pathlib import Path
 ZONE = "example.test"
 KEY = "fleet"
 SECRET = base64.b64encode(hashlib.sha256(KEY.encode()).digest()).decode()
-PATIENCE = 60.0  # seconds until a server has to have started
+PATIENCE = 60.0  # seconds within which a server must start
 
 
 def host(number):
@@ -23,7 +23,7 @@ def host(number):
 
 
 def own_address(number):
-    """The address that the host with this number publishes, as long as it is the same one."""
+    """The address that the host with this number publishes until it gets a new one."""
     return f"2001:db8:{number >> 16:x}:{number & 0xFFFF:x}::1"
 
 
@@ -39,7 +39,7 @@ class Server:
         Path(self.folder, name).write_text(text)
 
     def start(self):
-        """Starts it. Returns the monotonic time at which it answered."""
+        """Starts the server. Returns the monotonic time of its first answer."""
         with Path(self.folder, "log").open("ab") as log:
             self.process = subprocess.Popen(self.command(), cwd=self.folder, stdout=log, stderr=log)
         give_up = time.monotonic() + PATIENCE
@@ -64,7 +64,7 @@ class Server:
         return next(int(line.split()[1]) * 1024 for line in lines if line.startswith("VmRSS"))
 
     def ask(self, request, enough):
-        """Sends bytes and returns what has come back as soon as enough(answer)."""
+        """Sends request. Returns the answer as soon as enough(answer) is true."""
         with socket.create_connection(("127.0.0.1", self.port), 5) as connection:
             connection.sendall(request)
             answer = b""
@@ -101,7 +101,7 @@ class Redis(Server):
         return subprocess.run(command, check=True, capture_output=True, text=True).stdout.strip()
 
     def statistics(self):
-        """All of INFO by name; and the bytes of asking, to the server and from it."""
+        """The fields of INFO by name, and the bytes of this request and of its answer."""
         request = b"INFO everything\r\n"
 
         def whole(answer):
@@ -117,10 +117,10 @@ class Redis(Server):
 
 
 class DnsServer(Server):
-    """The zone holds the given number of hosts with one address each, as their updates leave it."""
+    """The zone contains a given number of hosts with one address each, as their updates leave it."""
 
     port = 53
-    journal = ""  # what the server keeps its changes in
+    journal = ""  # the files with the server's changes, as a pattern
 
     def fill(self, hosts):
         lines = ["$TTL 60", f"{ZONE}. IN SOA ns hostmaster 1 3600 600 86400 30", f"{ZONE}. IN NS ns.{ZONE}."]
@@ -133,7 +133,7 @@ class DnsServer(Server):
             file.unlink()
 
     def answers(self):
-        #  A question for the zone's SOA record, with its length in front; the answer has to have come without an error.
+        #  A question for the zone's SOA record, preceded by its length. The answer must have no error code.
         labels = b"".join(bytes([len(label)]) + label.encode() for label in ZONE.split("."))
         question = b"\0\7" + b"\0\0\0\1" + bytes(6) + labels + b"\0\0\6\0\1"
         try:
@@ -144,10 +144,10 @@ class DnsServer(Server):
 
 
 class Bind(DnsServer):
-    """policy: "zonesub", one key for the zone, or "name" or "selfsub", a key for each of so many hosts, and two grants
-    for each or one for all."""
+    """policy: "zonesub": one key for the zone; "name": a key and two grants for each host; "selfsub": a key for each
+    host and one grant for all."""
 
-    folder = "/var/lib/bind"  # where its AppArmor profile lets it read and write
+    folder = "/var/lib/bind"  # its AppArmor profile allows it to read and write there
     journal = "zone.jnl"
 
     def __init__(self, policy="zonesub", hosts=1):

@@ -1,28 +1,28 @@
-"""The hosts' return to a server that was away, by the library's back-off (rdbapi/open/engine/retry_schedule.h), in seconds.
+"""The return of hosts to a server that was away, with the back-off of rdbapi/open/engine; times in seconds.
 
-arrivals() has a server that takes any number at once; queue() one that brings so many hosts back a second, one after
-the other, and hosts that give up after the library's ten seconds and back off anew.
+In arrivals() the server serves any number of hosts at once. In queue() it serves a given number a second, one after the
+other, and a host gives up after GIVE_UP and backs off again.
 """
 
 import numpy
 
-LEAST, MOST_BASE = 1000, 48000  # milliseconds
+MIN_BASE, MAX_BASE = 1000, 48000  # milliseconds
 DOUBLINGS = 6
 GIVE_UP = 10.0  # seconds: the limit of opening a connection
 STEP = 0.1  # seconds
 
 
 def delays(failures, random):
-    """A wait for each host, whose failures in a row are given."""
-    base = numpy.minimum(LEAST * 2 ** numpy.minimum(failures - 1, DOUBLINGS), MOST_BASE)
+    """A delay for each host. failures: the consecutive failures of each host."""
+    base = numpy.minimum(MIN_BASE * 2 ** numpy.minimum(failures - 1, DOUBLINGS), MAX_BASE)
     return (base + random.integers(0, 1 << 32, len(failures)) % (base // 4 + 1)) / 1000
 
 
 def tries(lost, away, random):
-    """lost: when each host finds that the server is away; one that would after its return does not notice.
+    """lost: when each host notices that the server is away. A host that would notice after its return is left out.
 
-    Returns when each of the others comes back, counted from the server's return, its failures until then, and all tries
-    that failed.
+    Returns, for the others, the time between the return of the server and that of the host, the failures of each host,
+    and the number of failed tries of all hosts.
     """
     when = lost[lost < away]
     failures = numpy.ones(len(when), dtype=numpy.int64)
@@ -36,7 +36,7 @@ def tries(lost, away, random):
 
 
 def arrivals(when):
-    """The most that come within one second, and when the last one comes."""
+    """The maximum number of hosts within one second, and the time of the last host."""
     if len(when) == 0:
         return 0, 0.0
     ordered = numpy.sort(when)
@@ -45,7 +45,7 @@ def arrivals(when):
 
 
 def queue(when, failures, rate, random):
-    """When the last host is served at so many a second. A host that has given up has cost the server nothing."""
+    """When the last host is served, at rate hosts a second. A host that has given up costs the server nothing."""
     failures = failures.copy()
     buckets = {}
 
