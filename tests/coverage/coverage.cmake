@@ -6,7 +6,7 @@ if(NOT CMAKE_CXX_COMPILER_ID STREQUAL "GNU" OR NOT CMAKE_SYSTEM_PROCESSOR STREQU
     message(FATAL_ERROR "ADDRPUBD_COVERAGE is for g++ on x86-64")
 endif()
 
-set(counted com/olklib3 service tests/unit)
+set(counted com/olklib3 service tests/unit/olklib3 tests/unit/service)
 list(TRANSFORM counted PREPEND ${PROJECT_SOURCE_DIR}/)
 set(is_counted $<IN_LIST:$<TARGET_PROPERTY:SOURCE_DIR>,$<JOIN:${counted},$<SEMICOLON>>>)
 
@@ -33,9 +33,8 @@ add_link_options(
 #  counted_programs: the target that scripts/coverage builds. It includes only the unit tests of the two folders.
 function(add_counted_programs)
     add_custom_target(counted_programs DEPENDS addrpubd)
-    foreach(folder tests/unit tests/support)
+    foreach(folder tests/unit/olklib3 tests/unit/service tests/support)
         get_property(programs DIRECTORY ${PROJECT_SOURCE_DIR}/${folder} PROPERTY BUILDSYSTEM_TARGETS)
-        list(FILTER programs EXCLUDE REGEX "^(open|tools)_")
         add_dependencies(counted_programs ${programs})
     endforeach()
 endfunction()

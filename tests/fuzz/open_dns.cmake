@@ -1,8 +1,8 @@
 #  Answers to the back end dns of the open client library.
 if(TARGET rdbopen_dns)
     addrpubd_fuzz_target(open_dns RUNS 8000
-        SOURCES open_dns_fuzz.cpp ${PROJECT_SOURCE_DIR}/tests/unit/open_dns_support.cpp
+        SOURCES open_dns_fuzz.cpp ${PROJECT_SOURCE_DIR}/tests/unit/client/open_dns_support.cpp
         LIBS rdbapi_open)
-    target_include_directories(open_dns_fuzz PRIVATE ${PROJECT_SOURCE_DIR}/tests/unit)
+    target_include_directories(open_dns_fuzz PRIVATE ${PROJECT_SOURCE_DIR}/tests/unit/client)
     target_link_libraries(open_dns_fuzz PRIVATE ${OPENSSL_CRYPTO_LIBRARY})
 endif()

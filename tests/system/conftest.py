@@ -1,83 +1,8 @@
-"""Fixtures of the system tests. ADDRPUBD_BUILD is the build folder to test."""
+"""Fixtures of the system tests: support/host_fixtures.py."""
 
-import os
 import sys
-import time
 from pathlib import Path
-
-import pytest
 
 sys.path.insert(0, str(Path(__file__).parents[1] / "support"))
 
-import host as host_module  # noqa: E402
-import sandbox  # noqa: E402
-import surroundings  # noqa: E402
-import world as scenario_module  # noqa: E402
-
-SKIPPED = 77  # the exit status that ctest interprets as "not run"
-
-
-def pytest_sessionstart():
-    time.tzset()
-    if not sandbox.permitted():
-        pytest.exit("needs root and the right to make namespaces", SKIPPED)
-    if not (host_module.BUILD / "addrpubd").exists():
-        pytest.exit(f"no addrpubd in {host_module.BUILD.resolve()}: set ADDRPUBD_BUILD", 2)
-
-
-def pytest_sessionfinish(session, exitstatus):
-    """Reports to ctest that all tests were skipped."""
-    surroundings.tally(session.config.pluginmanager.get_plugin("terminalreporter"))
-    if exitstatus in (pytest.ExitCode.OK, pytest.ExitCode.NO_TESTS_COLLECTED):
-        found = session.config.pluginmanager.get_plugin("terminalreporter").stats
-        if found.get("skipped") and not found.get("passed"):
-            session.exitstatus = SKIPPED
-
-
-def pytest_collection_modifyitems(items):
-    for item in items:
-        if reason := surroundings.reason_to_skip(item.name):
-            item.add_marker(pytest.mark.skip(reason=reason))
-
-
-@pytest.fixture(autouse=True)
-def memory():
-    """Fails a test if memcheck found an error after all programs of the test have ended."""
-    yield
-    found = surroundings.memory_errors()
-    assert not found, found
-
-
-@pytest.fixture
-def host():
-    """A host with both servers configured and no program running."""
-    one = host_module.Host()
-    yield one
-    one.close()
-
-
-@pytest.fixture
-def new_scenario():
-    """Creates scenarios (world.py). At the end of the test, services still running are ended and compared with the
-    model."""
-    scenarios = []
-
-    def make(*arguments, **options):
-        scenarios.append(scenario_module.Scenario(*arguments, **options))
-        return scenarios[-1]
-
-    yield make
-    try:
-        for scenario in scenarios:
-            scenario.finish()
-    finally:
-        for scenario in scenarios:
-            scenario.close()
-
-
-@pytest.fixture
-def umask():
-    """Restores the umask of this process, which the programs under test inherit."""
-    mask = os.umask(0)
-    os.umask(mask)
-    return mask
+from host_fixtures import *  # noqa: E402, F403

@@ -3,7 +3,7 @@
 #  with it. Exits with status 1 if the code of a level sets a connected flag before it clears the mark.
 set -eu
 compiler=$1
-root=$(CDPATH='' cd -- "$(dirname -- "$0")/../.." && pwd)
+root=$(CDPATH='' cd -- "$(dirname -- "$0")/../../.." && pwd)
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 
@@ -13,7 +13,7 @@ build() {
 
 build -O2 -c "$root/com/olklib3/olk_log.cpp" -o "$work/log.o"
 build -O2 -c "$root/com/olklib3/olk_allocator.cpp" -o "$work/allocator.o"
-build -O0 -c "$root/tests/unit/store_order.cpp" -o "$work/watch.o"
+build -O0 -c "$root/tests/unit/service/store_order.cpp" -o "$work/watch.o"
 
 failed=0
 for level in -O1 -O2 -O3 -Os; do

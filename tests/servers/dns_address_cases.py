@@ -1,5 +1,5 @@
 """A server name with two addresses, one of which belongs to the wrong server. Run by test_440_bind.py and
-test_450_knot.py, each with its server at the first address."""
+test_442_knot.py, each with its server at the first address."""
 
 from dns_bed import OK, SERVER_REFUSED
 from dns_servers import SecondBind

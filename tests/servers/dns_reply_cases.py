@@ -1,4 +1,4 @@
-"""The reply when a connected server starts to refuse. Run by test_440_bind.py and test_450_knot.py.
+"""The reply when a connected server starts to refuse. Run by test_440_bind.py and test_442_knot.py.
 
 Nothing is sent between two updates, so the reply to the next update is the first sign of the change.
 """

@@ -1,4 +1,4 @@
-#  Tests of the string, the JSON writers, the logs, the word reader and the records of the client library.
+#  Tests of the string, the JSON writers, the logs, and the word reader.
 
 addrpubd_unit_test(olk_string_test
     SOURCES
@@ -9,9 +9,8 @@ addrpubd_unit_test(olk_string_test
         olk_string_model_test.cpp
         olk_string_spare_test.cpp
         olk_read_until_test.cpp
-        rdbapi_test.cpp
     APART olk_words_test.cpp
-    LIBS olklib3 rdbapi_interface
+    LIBS olklib3
     WRAP mmap munmap sysconf
         pthread_spin_init pthread_spin_destroy pthread_spin_lock pthread_spin_unlock)
 

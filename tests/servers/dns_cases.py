@@ -1,4 +1,4 @@
-"""Tests of the back end dns with any server. Run by test_440_bind.py and test_450_knot.py with theirs."""
+"""Tests of the back end dns with any server. Run by test_440_bind.py and test_442_knot.py with theirs."""
 
 import threading
 import time

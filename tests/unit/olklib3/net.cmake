@@ -1,4 +1,4 @@
-#  Tests of urls, name resolution, the UDP log, the control queue, the background start, -stop and -status.
+#  Tests of urls, name resolution and the UDP log.
 
 set(resolver_calls getaddrinfo freeaddrinfo inet_ntop)
 
@@ -22,16 +22,3 @@ addrpubd_unit_test(olk_udplog_test
     LIBS olklib3
     WRAP ${resolver_calls} socket setsockopt fcntl sendto shutdown close inet_pton snprintf
         malloc _Znwm _ZN3olk9allocator7malloc_EmPm)
-
-#  Service control without a second process: all system calls go through fake_process.cpp.
-addrpubd_unit_test(service_background_test
-    SOURCES
-        fake_process.cpp
-        no_memory.cpp
-        msgqueue_test.cpp
-        background_test.cpp
-        control_test.cpp
-    LIBS service recording_rdb
-    WRAP fork setsid chdir umask dup2 open close fcntl msgget msgsnd msgrcv msgctl usleep sleep kill signal exit malloc
-        _ZN7CRunCls5startEv _ZN7CRunCls11publishOnceEv
-        _ZN3olk9allocator7malloc_EmPm _ZN3olk9allocator5free_EPv)

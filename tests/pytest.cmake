@@ -1,0 +1,85 @@
+#  addrpubd_pytest(KIND)
+#
+#  The files test_*.py of the current folder, which run the whole program in private namespaces. Each file is a test of
+#  ctest with the label KIND, and with the label dns or redis when it imports a module of that name. The tests that a file
+#  or its cases mark with a subject (refusal, retry, failover) are a test of ctest of their own, with that label; the file's
+#  test has the others.
+
+set(python /usr/bin/python3)
+set(namespaces unshare --mount --ipc --net --pid --fork --mount-proc)
+set(subjects refusal retry failover)
+
+#  Each check is a command that succeeds where the tests can run.
+execute_process(COMMAND ${python} -c "import pytest" RESULT_VARIABLE no_pytest OUTPUT_QUIET ERROR_QUIET)
+execute_process(COMMAND ${namespaces} ip link set lo up RESULT_VARIABLE no_namespaces OUTPUT_QUIET ERROR_QUIET)
+
+#  text_with_cases(FILE VARIABLE): the text of a test file and of the modules NAME_cases.py that it imports.
+function(text_with_cases file variable)
+    file(READ ${file} text)
+    cmake_path(GET file PARENT_PATH folder)
+    string(REGEX MATCHALL "from [a-z_]+_cases import" imports "${text}")
+    foreach(import IN LISTS imports)
+        string(REGEX REPLACE "from ([a-z_]+) import" "\\1" module ${import})
+        file(READ ${folder}/${module}.py cases)
+        string(APPEND text "${cases}")
+    endforeach()
+    set(${variable} "${text}" PARENT_SCOPE)
+endfunction()
+
+function(addrpubd_pytest kind)
+    if(no_pytest)
+        message(STATUS "${kind} tests left out: pytest (python3-pytest) is not installed")
+        return()
+    endif()
+    if(no_namespaces)
+        message(STATUS "${kind} tests left out: no right to make namespaces (not root), or unshare or ip is missing")
+        return()
+    endif()
+    if(ADDRPUBD_SANITIZE)
+        message(STATUS "${kind} tests left out: the clock is preloaded, which a sanitizer's run-time library does not allow")
+        return()
+    endif()
+
+    set(timeout 900)
+    if(ADDRPUBD_VALGRIND)
+        set(timeout 7200)  # here, too, each program under test may run under it (scripts/surroundings)
+    endif()
+    file(GLOB files CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/*.py)
+    set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${files})
+    list(FILTER files INCLUDE REGEX "/test_[^/]*$")
+    foreach(file ${files})
+        cmake_path(GET file STEM name)
+        text_with_cases(${file} text)
+        set(labels ${kind})
+        foreach(service dns redis)
+            if(text MATCHES "import ${service}_|from ${service}_" OR name MATCHES "_${service}")
+                list(APPEND labels ${service})
+            endif()
+        endforeach()
+        set(marked "")
+        foreach(subject ${subjects})
+            if(text MATCHES "pytest[.]mark[.]${subject}")
+                list(APPEND marked ${subject})
+            endif()
+        endforeach()
+        foreach(subject none ${marked})
+            set(test ${kind}.${name})
+            set(chosen "")
+            set(subject_label "")
+            if(NOT subject STREQUAL none)
+                string(APPEND test .${subject})
+                set(chosen -m ${subject})
+                set(subject_label ${subject})
+            elseif(marked)
+                list(JOIN marked " or " any)
+                set(chosen -m "not (${any})")
+            endif()
+            add_test(NAME ${test} COMMAND ${python} -B -m pytest -q -p no:cacheprovider ${chosen} ${file})
+            set_tests_properties(${test} PROPERTIES
+                ENVIRONMENT "ADDRPUBD_BUILD=${CMAKE_BINARY_DIR}"
+                SKIP_RETURN_CODE 77
+                TIMEOUT ${timeout}
+                LABELS "${labels};${subject_label}")
+        endforeach()
+    endforeach()
+endfunction()
