@@ -14,6 +14,9 @@ set(CMAKE_CXX_FLAGS_RELEASE "-O2")
 set(CMAKE_CXX_FLAGS_RELWITHDEBINFO "-O2 -g")
 set(CMAKE_CXX_FLAGS_MINSIZEREL "-Os")
 set(CMAKE_CXX_FLAGS_DEBUG "-Og -g")
+if(ADDRPUBD_SANITIZE)
+    set(CMAKE_CXX_FLAGS_DEBUG "-Og -g1")  # a report needs lines only; a third of the size
+endif()
 
 #  The client library is loaded by its relative name, never by a path of the build machine.
 set(CMAKE_SKIP_RPATH ON)

@@ -27,3 +27,7 @@ if(SHELLCHECK)
 else()
     message(STATUS "shell check left out: shellcheck is not installed")
 endif()
+
+get_property(tests DIRECTORY PROPERTY TESTS)
+list(FILTER tests INCLUDE REGEX "^lint[.]")
+set_tests_properties(${tests} PROPERTIES LABELS lint)

@@ -106,7 +106,7 @@ def campaign(names, build, seconds, jobs):
 def main():
     parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
     parser.add_argument("words", nargs="*", metavar="[SECONDS] [TARGET...]", help="all targets when none is named")
-    parser.add_argument("--build", type=Path, default=ROOT / "build" / "fuzz")
+    parser.add_argument("--build", type=Path, default=ROOT / "build" / "asan")
     parser.add_argument("--jobs", type=int, default=os.cpu_count(), help="targets at once (default: the cores)")
     chosen = parser.parse_args()
     targets = list(chosen.words)

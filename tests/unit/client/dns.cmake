@@ -7,7 +7,7 @@ add_library(open_dns_support STATIC open_dns_support.cpp)
 target_include_directories(open_dns_support PUBLIC ${CMAKE_CURRENT_SOURCE_DIR})
 target_link_libraries(open_dns_support PUBLIC rdbapi_open ${OPENSSL_CRYPTO_LIBRARY})
 
-addrpubd_unit_test(open_dns_message_test
+addrpubd_unit_test(open_dns_message_test ONE_THREAD
     SOURCES open_dns_zone_url_test.cpp open_dns_records_test.cpp open_dns_message_test.cpp open_dns_layout_test.cpp
         open_dns_tsig_test.cpp open_local_flags_test.cpp
     LIBS open_dns_support

@@ -15,7 +15,7 @@ addrpubd_unit_test(open_redis_connection_test
     LIBS rdbapi_open
     WRAP clock_gettime socket connect send recv)
 
-addrpubd_unit_test(open_redis_signal_test
+addrpubd_unit_test(open_redis_signal_test NOT_UNDER_VALGRIND
     SOURCES open_redis_signal_test.cpp open_fake_redis.cpp open_quiet_syslog.cpp
     LIBS rdbapi_open
     WRAP sendto)

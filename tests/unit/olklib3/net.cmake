@@ -2,7 +2,7 @@
 
 set(resolver_calls getaddrinfo freeaddrinfo inet_ntop)
 
-addrpubd_unit_test(olk_url_test
+addrpubd_unit_test(olk_url_test ONE_THREAD
     SOURCES
         fake_resolver.cpp
         url_table.cpp

@@ -14,19 +14,19 @@ addrpubd_unit_test(olk_string_test
     WRAP mmap munmap sysconf
         pthread_spin_init pthread_spin_destroy pthread_spin_lock pthread_spin_unlock)
 
-addrpubd_unit_test(olk_json_test
+addrpubd_unit_test(olk_json_test ONE_THREAD
     SOURCES olk_json_test.cpp olk_json_reserved_test.cpp
     LIBS olklib3
     WRAP snprintf)
 
-addrpubd_unit_test(olk_json_time_test
+addrpubd_unit_test(olk_json_time_test ONE_THREAD
     SOURCES olk_json_time_test.cpp
     LIBS olklib3
     WRAP localtime_r)
 
 find_package(nlohmann_json 3.10 QUIET)
 if(nlohmann_json_FOUND)
-    addrpubd_unit_test(olk_json_oracle_test
+    addrpubd_unit_test(olk_json_oracle_test ONE_THREAD
         SOURCES olk_json_oracle_test.cpp
         LIBS olklib3)
 else()
@@ -35,14 +35,14 @@ endif()
 
 #  The compiler removes the branch for an int of 16 characters, because no int is that long. This build of olk_log.cpp
 #  calls a replacement of snprintf, so that the test can execute the branch.
-addrpubd_unit_test(olk_log_test
+addrpubd_unit_test(olk_log_test ONE_THREAD
     SOURCES olk_log_test.cpp ${PROJECT_SOURCE_DIR}/com/olklib3/olk_log.cpp
     LIBS olklib3
     WRAP snprintf)
 set_source_files_properties(${PROJECT_SOURCE_DIR}/com/olklib3/olk_log.cpp PROPERTIES
     COMPILE_OPTIONS -fno-builtin-snprintf)
 
-addrpubd_unit_test(olk_prtlog_test
+addrpubd_unit_test(olk_prtlog_test ONE_THREAD
     SOURCES olk_prtlog_test.cpp
     LIBS olklib3
     WRAP gettimeofday localtime_r)

@@ -1,0 +1,31 @@
+#  Read by ctest: gives the tests of a GoogleTest program their labels. Requires: program.
+#
+#  Every test has the label unit, that of a back end which talks to a server also dns or redis. A subject is a list of
+#  patterns of test names, SUITE.NAME; the tests in Python have the same subjects as marks of pytest.
+
+set(refusal "^(RedisRefusals?|TsigAnswer)[.]"
+    "^(Open)?(Dns|Redis|Sqlite)Backend[.].*(Refus|NotAuth)" "^HostileDnsServer[.].*BadKey" "^OpenTcpStream[.].*Refused"
+    "^(WorkerTag|WorkerWanted|Wanted)[.].*Refus" "^Worker_[.]ARefusedRequest" "^Addresses[.].*WrongOne"
+    "^(PublishCycle|SendGate|PutGate|Events)[.].*Refus")
+set(retry "^(Backoff|WorkerCheck)[.]"
+    "^(Open)?(Dns|Redis|Sqlite)Backend[.].*(Again|Lost)" "^HostsBackendAlone[.].*Retry" "^Sqlite(Creation|Accident)[.].*(Retry|Again)"
+    "^(WorkerTag|WorkerWanted|Wanted|Worker_)[.].*(Again|Repeat|Later|BackOff)")
+set(failover "^Addresses[.]" "^RedisRefusals[.].*(AnotherAddress|Replica)")
+set(not_of_a_server "Malformed|NoKeyName")  # refused by the client library itself
+
+set(labels unit)
+foreach(server dns redis)
+    if(program MATCHES "^open_${server}")
+        list(APPEND labels ${server})
+    endif()
+endforeach()
+foreach(test IN LISTS ${program}_TESTS)
+    set(of_test ${labels})
+    foreach(subject refusal retry failover)
+        list(JOIN ${subject} "|" pattern)
+        if(test MATCHES "${pattern}" AND NOT test MATCHES "${not_of_a_server}")
+            list(APPEND of_test ${subject})
+        endif()
+    endforeach()
+    set_tests_properties("${test}" PROPERTIES LABELS "${of_test}")
+endforeach()
