@@ -1,6 +1,7 @@
 """A server name with two addresses, one of which belongs to the wrong server. Run by test_440_bind.py and
 test_442_knot.py, each with its server at the first address."""
 
+import pytest
 from dns_bed import OK, SERVER_REFUSED
 from dns_servers import SecondBind
 from rdb_client import CONNECTED
@@ -17,7 +18,8 @@ def name_stands_for(fixture, *addresses):
 class DnsAddressCases:
     Server = None
 
-    def test_61_a_server_without_the_zone_is_skipped_for_the_next_address(self, fixture):
+    @pytest.mark.failover
+    def test_4461_a_server_without_the_zone_is_skipped_for_the_next_address(self, fixture):
         fixture.change_server(has_zone=False)
         second = SecondBind(fixture.sandbox)
         second.start()
@@ -27,7 +29,8 @@ class DnsAddressCases:
         assert [A] == [line.split()[3] for line in second.published() if " AAAA " in line]
         assert fixture.log.lines("rdbapi: dns://") == []
 
-    def test_62_an_update_moves_to_the_next_address_when_the_zone_is_removed(self, fixture):
+    @pytest.mark.failover
+    def test_4462_an_update_moves_to_the_next_address_when_the_zone_is_removed(self, fixture):
         second = SecondBind(fixture.sandbox)
         second.start()
         name_stands_for(fixture, "127.0.0.1", "127.0.0.2")
@@ -40,7 +43,9 @@ class DnsAddressCases:
         assert fixture.log.lines("rdbapi: dns://") == []
         assert fixture.client.events(fixture.handle) == [CONNECTED]
 
-    def test_63_when_all_addresses_are_wrong_the_last_reason_is_reported(self, fixture):
+    @pytest.mark.failover
+    @pytest.mark.refusal
+    def test_4463_when_all_addresses_are_wrong_the_last_reason_is_reported(self, fixture):
         second = SecondBind(fixture.sandbox)
         second.start()
         name_stands_for(fixture, "127.0.0.1", "127.0.0.2")
@@ -51,7 +56,9 @@ class DnsAddressCases:
         code, message = fixture.update([A], [443])
         assert (code, "NOTAUTH" in message) == (SERVER_REFUSED, True), message
 
-    def test_64_a_name_with_wrong_addresses_only_never_connects_and_is_logged_once(self, fixture):
+    @pytest.mark.failover
+    @pytest.mark.refusal
+    def test_4464_a_name_with_wrong_addresses_only_never_connects_and_is_logged_once(self, fixture):
         fixture.change_server(has_zone=False)
         second = SecondBind(fixture.sandbox)
         second.has_zone = False

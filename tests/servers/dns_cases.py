@@ -37,57 +37,58 @@ class DnsCases:
     refused = ""  # the word in the reason if the policy does not allow the key to change the name
     no_zone = ""  # the word in the reason if the server does not have the zone
 
-    def test_01_the_zone_has_a_first_registration_when_the_reply_arrives(self, fixture):
+    def test_4401_the_zone_has_a_first_registration_when_the_reply_arrives(self, fixture):
         fixture.connected()
         assert fixture.update([A, B], [443]) == (OK, "ok")
         assert fixture.holds([A, B], [443])
 
-    def test_02_a_change_replaces_all_records(self, fixture):
+    def test_4402_a_change_replaces_all_records(self, fixture):
         fixture.connected()
         fixture.update([A, B], [443])
         assert fixture.update([B, C], [443]) == (OK, "ok")
         assert fixture.holds([B, C], [443])
 
-    def test_03_the_https_records_are_removed_with_the_last_address(self, fixture):
+    def test_4403_the_https_records_are_removed_with_the_last_address(self, fixture):
         fixture.connected()
         for addresses in ([A, B, C], [A, C], [C], []):
             assert fixture.update(addresses, [443, 8443]) == (OK, "ok")
             assert fixture.holds(addresses, [443, 8443])
 
-    def test_04_https_records_follow_the_ports(self, fixture):
+    def test_4404_https_records_follow_the_ports(self, fixture):
         fixture.connected()
         for ports in ([], [443], [443, 8443], [443, 8443, 9443]):
             assert fixture.update([A, B], ports) == (OK, "ok")
             assert fixture.holds([A, B], ports)
 
-    def test_05_without_port_443_the_name_itself_has_the_ports(self, fixture):
+    def test_4405_without_port_443_the_name_itself_has_the_ports(self, fixture):
         fixture.connected()
         for ports in ([8443], [9443, 8443]):
             assert fixture.update([A, B], ports) == (OK, "ok")
             assert fixture.holds([A, B], ports)
 
-    def test_06_the_name_of_a_port_that_is_no_longer_listed_keeps_its_record(self, fixture):
+    def test_4406_the_name_of_a_port_that_is_no_longer_listed_keeps_its_record(self, fixture):
         fixture.connected()
         fixture.update([A, B], [8443, 9443])
         left = [line for line in records([A, B], [8443]) if line.startswith("_8443.")]
         assert fixture.update([B, C], [443, 9443]) == (OK, "ok")
         assert fixture.server.published() == sorted(records([B, C], [443, 9443]) + left)
 
-    def test_07_other_types_and_names_are_unchanged(self, fixture):
+    def test_4407_other_types_and_names_are_unchanged(self, fixture):
         others = fixture.server.others()
         fixture.connected()
         for addresses, ports in (([A, B], [443, 8443]), ([C], [9443]), ([], [])):
             assert fixture.update(addresses, ports) == (OK, "ok")
             assert fixture.server.others() == others
 
-    def test_08_one_request_is_one_message(self, fixture):
+    def test_4408_one_request_is_one_message(self, fixture):
         fixture.connected(server=PROXY)
         for addresses, ports in (([A, B], [443, 8443]), ([C], [9443]), ([], [])):
             before = sum(exchange.is_update for exchange in fixture.proxy.exchanges)
             fixture.update(addresses, ports)
             assert sum(exchange.is_update for exchange in fixture.proxy.exchanges) == before + 1
 
-    def test_09_a_server_that_lost_the_records_gets_them_again(self, fixture):
+    @pytest.mark.retry
+    def test_4409_a_server_that_lost_the_records_gets_them_again(self, fixture):
         fixture.connected()
         fixture.update([A, B], [443, 8443])
         fixture.server.kill()
@@ -96,7 +97,7 @@ class DnsCases:
         assert fixture.server.published() == []
         fixture.wait_held([A, B], [443, 8443])
 
-    def test_10_records_changed_by_others_are_restored_at_the_next_check(self, fixture):
+    def test_4410_records_changed_by_others_are_restored_at_the_next_check(self, fixture):
         fixture.connected()
         fixture.update([A, B], [443])
         script = f"server 127.0.0.1\nzone {ZONE}\nupdate delete {NAME} AAAA {A}\nupdate delete {NAME} HTTPS\nsend\n"
@@ -105,7 +106,8 @@ class DnsCases:
         assert not fixture.holds([A, B], [443])
         fixture.wait_held([A, B], [443])
 
-    def test_11_a_server_killed_during_updates_has_the_desired_records_in_the_end(self, fixture):
+    @pytest.mark.retry
+    def test_4411_a_server_killed_during_updates_has_the_desired_records_in_the_end(self, fixture):
         fixture.connected(server=PROXY)
         held = []
         for turn in range(1, 21):
@@ -146,7 +148,8 @@ class DnsCases:
         fixture.server.kill()
         killed.set()
 
-    def test_12_a_truncated_answer_is_requested_again(self, fixture):
+    @pytest.mark.retry
+    def test_4412_a_truncated_answer_is_requested_again(self, fixture):
         fixture.connected(server=PROXY)
         for turn, length in enumerate((0, 1, 2, 3, 13, 14, 40), 1):
             wanted = [f"2001:db8::{turn:x}:1"]
@@ -156,20 +159,22 @@ class DnsCases:
             fixture.wait_held(wanted)
             fixture.wait_connected_again()
 
-    def test_13_an_answer_may_arrive_byte_by_byte(self, fixture):
+    def test_4413_an_answer_may_arrive_byte_by_byte(self, fixture):
         fixture.proxy.behaviour = drip
         fixture.connected(server=PROXY)
         assert fixture.update([A, B], [443]) == (OK, "ok")
         assert fixture.holds([A, B], [443])
 
-    def test_14_a_request_without_an_answer_is_retried(self, fixture):
+    @pytest.mark.retry
+    def test_4414_a_request_without_an_answer_is_retried(self, fixture):
         fixture.connected(server=PROXY, sockets=25)
         fixture.proxy.behaviour = silent
         assert fixture.update([A])[0] != OK
         fixture.proxy.behaviour = forward
         fixture.wait_held([A])
 
-    def test_15_after_a_malformed_answer_the_request_is_retried(self, fixture):
+    @pytest.mark.retry
+    def test_4415_after_a_malformed_answer_the_request_is_retried(self, fixture):
         fixture.connected(server=PROXY)
         for turn, data in enumerate((b"HTTP/1.1 400 Bad Request\r\n\r\n", b"\0\0", b"\0\x0c" + b"\xff" * 12), 1):
             wanted = [f"2001:db8::{turn:x}:1"]
@@ -179,14 +184,15 @@ class DnsCases:
             fixture.wait_held(wanted)
             fixture.wait_connected_again()
 
-    def test_16_an_unsigned_answer_is_ignored(self, fixture):
+    def test_4416_an_unsigned_answer_is_ignored(self, fixture):
         fixture.connected(server=PROXY)
         fixture.proxy.behaviour = unsigned_yes
         assert fixture.update([A])[0] != OK
         fixture.proxy.behaviour = forward
         fixture.wait_held([A])
 
-    def test_17_a_key_unknown_to_the_server_is_badkey_until_it_is_added(self, fixture):
+    @pytest.mark.refusal
+    def test_4417_a_key_unknown_to_the_server_is_badkey_until_it_is_added(self, fixture):
         fixture.server.keys["another"] = fixture.server.keys.pop(HOST_KEY)
         fixture.server.granted = "another"
         fixture.server.reconfigure()
@@ -194,13 +200,14 @@ class DnsCases:
         keys = {HOST_KEY: secret(HOST_KEY), READER: secret(READER)}
         self.refused_until(fixture, "BADKEY", keys=keys, granted=HOST_KEY)
 
-    def test_18_a_wrong_secret_is_badsig_until_it_is_corrected(self, fixture):
+    @pytest.mark.refusal
+    def test_4418_a_wrong_secret_is_badsig_until_it_is_corrected(self, fixture):
         fixture.server.keys[HOST_KEY] = secret("wrong")
         fixture.server.reconfigure()
         fixture.connect()
         self.refused_until(fixture, "BADSIG", keys={HOST_KEY: secret(HOST_KEY), READER: secret(READER)})
 
-    def test_19_a_password_file_is_read_again_at_each_attempt(self, fixture):
+    def test_4419_a_password_file_is_read_again_at_each_attempt(self, fixture):
         file = fixture.sandbox.path("/mnt/secret")
         file.write_text(secret("wrong") + "\n")
         fixture.connect(password="file:/mnt/secret")
@@ -211,7 +218,8 @@ class DnsCases:
         assert fixture.holds([A], [443])
 
     @pytest.mark.parametrize("seconds", (1000, -1000))
-    def test_20_a_wrong_clock_is_badtime_until_it_is_corrected(self, fixture, seconds):
+    @pytest.mark.refusal
+    def test_4420_a_wrong_clock_is_badtime_until_it_is_corrected(self, fixture, seconds):
         clock = Clock(fixture.sandbox, BUILD / "tests/libclockshim.so", time.time_ns() + seconds * SECOND)
         fixture.connect(environment=clock.env)
         (line,) = fixture.log.wait("BADTIME")
@@ -222,38 +230,41 @@ class DnsCases:
         assert fixture.update([A]) == (OK, "ok")
         assert fixture.holds([A])
 
-    def test_21_a_name_not_allowed_by_the_policy_is_refused_until_it_is_allowed(self, fixture):
+    @pytest.mark.refusal
+    def test_4421_a_name_not_allowed_by_the_policy_is_refused_until_it_is_allowed(self, fixture):
         fixture.server.allowed = [OTHER_NAME]
         fixture.server.reconfigure()
         fixture.connected()
         self.refused_update_until(fixture, allowed=[NAME])
 
-    def test_22_a_key_without_permission_is_refused_until_it_has_it(self, fixture):
+    @pytest.mark.refusal
+    def test_4422_a_key_without_permission_is_refused_until_it_has_it(self, fixture):
         fixture.server.granted = READER
         fixture.server.reconfigure()
         fixture.connect()
         self.key_without_permission(fixture, granted=HOST_KEY)
 
-    def test_23_a_name_outside_the_zone_is_a_bad_request(self, fixture):
+    def test_4423_a_name_outside_the_zone_is_a_bad_request(self, fixture):
         lines = fixture.server.lines()
         fixture.connected()
         for name in ("host1.example.com", "example.test.host1.example", "host1.xexample.test"):
             assert fixture.update([A], [443], name)[0] == BAD_REQUEST
         assert fixture.server.lines() == lines
 
-    def test_24_a_short_name_belongs_to_the_zone(self, fixture):
+    def test_4424_a_short_name_belongs_to_the_zone(self, fixture):
         fixture.connected()
         assert fixture.update([A], [443], "host1") == (OK, "ok")
         assert fixture.holds([A], [443])
 
-    def test_25_a_missing_zone_is_logged_once_and_never_connects(self, fixture):
+    @pytest.mark.refusal
+    def test_4425_a_missing_zone_is_logged_once_and_never_connects(self, fixture):
         fixture.connect(zone="another.test")
         fixture.wait_attempts(4)
         (line,) = fixture.log.lines("rdbapi: dns://")
         assert self.no_zone in line
         assert fixture.client.events(fixture.handle) == []
 
-    def test_26_an_invalid_base64_secret_is_reported_without_the_secret(self, fixture):
+    def test_4426_an_invalid_base64_secret_is_reported_without_the_secret(self, fixture):
         client = fixture.new_client()
         handle = client.create()
         code = client.connect(handle, f"dns://127.0.0.1/{ZONE}", HOST_KEY, "not*base64")
@@ -262,7 +273,9 @@ class DnsCases:
         assert client.events(handle) == []
         assert code in (0, 1003)
 
-    def test_27_an_update_refused_by_a_full_disk_is_made_when_space_is_available(self, fixture):
+    @pytest.mark.refusal
+    @pytest.mark.retry
+    def test_4427_an_update_refused_by_a_full_disk_is_made_when_space_is_available(self, fixture):
         folder = fixture.server.move_to_small_disk()
         many = [f"2001:db8::1:{i:x}" for i in range(1, 100)]  # BIND accepts at most 100
         fixture.connected()
@@ -278,26 +291,27 @@ class DnsCases:
         fixture.wait_held(many, [8443])
         assert len(fixture.log.lines("SERVFAIL")) == 1
 
-    def test_28_the_server_may_be_an_ipv6_address_with_and_without_a_port(self, fixture):
+    def test_4428_the_server_may_be_an_ipv6_address_with_and_without_a_port(self, fixture):
         for server in ("[::1]", "[::1]:53"):
             fixture.connected(server=server)
             assert fixture.update([A], [443]) == (OK, "ok")
             assert fixture.holds([A], [443])
             fixture.client.close()
 
-    def test_29_ttl_and_algorithm_come_from_the_url(self, fixture):
+    def test_4429_ttl_and_algorithm_come_from_the_url(self, fixture):
         fixture.server.algorithm = "hmac-sha512"
         fixture.server.reconfigure()
         fixture.connected("?ttl=5&algorithm=hmac-sha512")
         assert fixture.update([A], [443, 8443]) == (OK, "ok")
         assert fixture.holds([A], [443, 8443], ttl=5)
 
-    def test_30_unique_local_addresses_are_skipped_on_request(self, fixture):
+    def test_4430_unique_local_addresses_are_skipped_on_request(self, fixture):
         fixture.connected("?skip=ula")
         assert fixture.update([C, A, B], [443]) == (OK, "ok")
         assert fixture.holds([A, B], [443])
 
-    def test_31_the_back_off_grows_from_one_second_to_sixty(self, fixture):
+    @pytest.mark.retry
+    def test_4431_the_back_off_grows_from_one_second_to_sixty(self, fixture):
         fixture.server.kill()
         fixture.connect()
         fixture.wait_attempts(8)
@@ -309,7 +323,8 @@ class DnsCases:
         fixture.server.start()
         fixture.wait_connected()
 
-    def test_32_of_several_failed_requests_only_the_last_is_repeated(self, fixture):
+    @pytest.mark.retry
+    def test_4432_of_several_failed_requests_only_the_last_is_repeated(self, fixture):
         fixture.server.allowed = [OTHER_NAME]
         fixture.server.reconfigure()
         fixture.connected()
@@ -319,7 +334,8 @@ class DnsCases:
         fixture.server.reconfigure()
         fixture.wait_held([A, C], [443])
 
-    def test_33_an_update_interrupts_a_check_without_a_failure(self, fixture):
+    @pytest.mark.retry
+    def test_4433_an_update_interrupts_a_check_without_a_failure(self, fixture):
         asked = threading.Event()
 
         def behaviour(exchange):

@@ -37,7 +37,8 @@ class DnsReplyCases:
     Server = None
     without_zone = ()  # code and message of the reply if the server no longer has the zone
 
-    def test_41_a_changed_secret_is_badsig(self, fixture):
+    @pytest.mark.refusal
+    def test_4441_a_changed_secret_is_badsig(self, fixture):
         publish_first(fixture)
         fixture.change_server(keys=KEYS | {HOST_KEY: secret("wrong")})
         assert fixture.update([B]) == (SERVER_REFUSED, BAD_SIG)
@@ -45,7 +46,8 @@ class DnsReplyCases:
         fixture.change_server(keys=KEYS)
         made_good(fixture, BAD_SIG)
 
-    def test_42_a_removed_key_is_badkey(self, fixture):
+    @pytest.mark.refusal
+    def test_4442_a_removed_key_is_badkey(self, fixture):
         publish_first(fixture)
         fixture.change_server(keys={"another": secret(HOST_KEY), READER: secret(READER)}, granted="another")
         assert fixture.update([B]) == (SERVER_REFUSED, BAD_KEY)
@@ -54,7 +56,8 @@ class DnsReplyCases:
         made_good(fixture, BAD_KEY)
 
     @pytest.mark.parametrize("seconds, word", [(1000, "behind"), (-1000, "ahead")])
-    def test_43_a_changed_clock_is_badtime_with_the_difference(self, fixture, seconds, word):
+    @pytest.mark.refusal
+    def test_4443_a_changed_clock_is_badtime_with_the_difference(self, fixture, seconds, word):
         start = time.time_ns()  # the client's clock does not change
         clock = Clock(fixture.sandbox, BUILD / "tests/libclockshim.so", start)
         publish_first(fixture, environment=clock.env)
@@ -71,7 +74,8 @@ class DnsReplyCases:
         control.step(-seconds)
         made_good(fixture, message)
 
-    def test_44_a_removed_zone_is_notauth(self, fixture):
+    @pytest.mark.refusal
+    def test_4444_a_removed_zone_is_notauth(self, fixture):
         publish_first(fixture)
         fixture.change_server(has_zone=False)
         assert fixture.update([B]) == self.without_zone

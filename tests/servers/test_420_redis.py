@@ -58,6 +58,7 @@ def test_421_a_change_and_the_removal_of_all_addresses_are_kept_in_the_history(r
     assert registered.server.history() == ["first", "2001:db8::2,2001:db8::3", "null", "null"]
 
 
+@pytest.mark.retry
 def test_422_a_server_that_is_restarted_empty_is_filled_again(registered):
     registered.server.kill()
     registered.client.wait_event(registered.handle, DISCONNECTED)
@@ -68,6 +69,7 @@ def test_422_a_server_that_is_restarted_empty_is_filled_again(registered):
     assert registered.server.history() == ["first"]
 
 
+@pytest.mark.retry
 def test_423_a_server_killed_during_updates_neither_loses_nor_repeats_a_value(fixture):
     persistent = ["--appendonly", "yes", "--appendfsync", "always"]
     fixture.server.start(*persistent)
@@ -91,6 +93,7 @@ def test_423_a_server_killed_during_updates_neither_loses_nor_repeats_a_value(fi
     assert fixture.server.history() == [str(number) for number in range(21)]
 
 
+@pytest.mark.retry
 def test_424_truncated_answers_neither_lose_nor_repeat_a_value(fixture):
     fixture.server.start()
     fixture.proxy("pass")
@@ -129,6 +132,7 @@ def test_425_slow_answers_are_accepted_and_silence_ends_the_connection(fixture):
     assert fixture.server.history() == ["first", "second"]
 
 
+@pytest.mark.retry
 def test_426_data_flushed_during_a_connection_is_restored(registered):
     registered.server.command("FLUSHALL")
     registered.wait_held("first")

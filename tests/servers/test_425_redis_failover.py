@@ -35,7 +35,8 @@ def name_stands_for(fixture, *addresses):
     ],
     ids=["read_only", "master_down"],
 )
-def test_425_after_a_server_becomes_a_replica_its_name_is_resolved_again(fixture, stale, words):
+@pytest.mark.failover
+def test_4251_after_a_server_becomes_a_replica_its_name_is_resolved_again(fixture, stale, words):
     names = name_stands_for(fixture, "127.0.0.1")
     other = Server(fixture.sandbox, "127.0.0.2", "/mnt/other")
     other.start()
@@ -55,7 +56,8 @@ def test_425_after_a_server_becomes_a_replica_its_name_is_resolved_again(fixture
     assert fixture.server.history() == ["first"]
 
 
-def test_426_a_foreign_key_found_by_a_check_is_logged_once(fixture):
+@pytest.mark.refusal
+def test_4252_a_foreign_key_found_by_a_check_is_logged_once(fixture):
     fixture.server.start()
     fixture.connected()
     fixture.register("first")
@@ -82,7 +84,8 @@ def two(fixture):
 
 
 @pytest.mark.parametrize("stale, answer", [("yes", "PONG"), ("no", "MASTERDOWN")], ids=["read_only", "master_down"])
-def test_427_a_replica_at_the_first_address_is_skipped_for_the_next_one(fixture, two, stale, answer):
+@pytest.mark.failover
+def test_4253_a_replica_at_the_first_address_is_skipped_for_the_next_one(fixture, two, stale, answer):
     fixture.server.start("--replica-serve-stale-data", stale, "--replicaof", "127.0.0.1 1", answer=answer)
     fixture.connected(host="database")
     fixture.register("first")
@@ -92,7 +95,8 @@ def test_427_a_replica_at_the_first_address_is_skipped_for_the_next_one(fixture,
 
 
 @pytest.mark.parametrize("stale", ["yes", "no"], ids=["read_only", "master_down"])
-def test_428_a_server_that_becomes_a_replica_is_replaced_without_a_disconnect(fixture, two, stale):
+@pytest.mark.failover
+def test_4254_a_server_that_becomes_a_replica_is_replaced_without_a_disconnect(fixture, two, stale):
     fixture.server.start("--replica-serve-stale-data", stale)
     fixture.connected(host="database")
     fixture.register("first")
@@ -105,7 +109,8 @@ def test_428_a_server_that_becomes_a_replica_is_replaced_without_a_disconnect(fi
     assert fixture.client.events(fixture.handle) == [CONNECTED]
 
 
-def test_429_a_server_that_loads_its_data_is_skipped_for_the_next_address(fixture, two):
+@pytest.mark.failover
+def test_4255_a_server_that_loads_its_data_is_skipped_for_the_next_address(fixture, two):
     fixture.server.start("--save", "3600 1", "--rdbcompression", "no")
     for key in range(100):
         fixture.server.command("SET", f"key{key}", "x" * 1000)
@@ -119,7 +124,8 @@ def test_429_a_server_that_loads_its_data_is_skipped_for_the_next_address(fixtur
     assert fixture.log.lines("rdbapi: redis://") == []
 
 
-def test_430_two_replicas_are_logged_once_and_a_new_master_is_used(fixture, two):
+@pytest.mark.failover
+def test_4256_two_replicas_are_logged_once_and_a_new_master_is_used(fixture, two):
     fixture.server.start("--replicaof", "127.0.0.1 1")
     two.command("REPLICAOF", "127.0.0.1", "1")
     fixture.connected(host="database")

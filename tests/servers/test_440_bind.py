@@ -26,21 +26,24 @@ class TestRepliesOfBind(DnsReplyCases):
     Server = Bind
     without_zone = (SERVER_REFUSED, NOT_AUTH)
 
-    def test_45_a_policy_without_https_records_is_reported(self, fixture):
+    @pytest.mark.refusal
+    def test_4445_a_policy_without_https_records_is_reported(self, fixture):
         fixture.change_server(types="AAAA")
         fixture.connected("?check=0")
         assert fixture.update(["2001:db8::a"], [443]) == (SERVER_REFUSED, REFUSED)
         fixture.change_server(types="AAAA HTTPS")
         fixture.wait_held(["2001:db8::a"], [443])
 
-    def test_46_a_frozen_zone_is_reported(self, fixture):
+    @pytest.mark.refusal
+    def test_4446_a_frozen_zone_is_reported(self, fixture):
         fixture.connected("?check=0")
         fixture.server.control("freeze", ZONE)
         assert fixture.update(["2001:db8::a"], [443]) == (SERVER_REFUSED, REFUSED)
         fixture.server.control("thaw", ZONE)
         fixture.wait_held(["2001:db8::a"], [443])
 
-    def test_47_a_zone_without_updates_is_reported(self, fixture):
+    @pytest.mark.refusal
+    def test_4447_a_zone_without_updates_is_reported(self, fixture):
         fixture.change_server(takes_updates=False)
         fixture.connected("?check=0")
         assert fixture.update(["2001:db8::a"], [443]) == (SERVER_REFUSED, REFUSED)
@@ -58,17 +61,17 @@ default_properties = fips=yes
 class TestOpenSslConfiguration:
     Server = Bind
 
-    def test_52_the_configuration_file_in_the_environment_is_not_read(self, fixture):
+    def test_4452_the_configuration_file_in_the_environment_is_not_read(self, fixture):
         fixture.sandbox.path("/mnt/fips.cnf").write_text(FIPS_ONLY)
         fixture.connected("?check=0", environment={"OPENSSL_CONF": "/mnt/fips.cnf"})
         assert fixture.update(["2001:db8::a"], [443]) == (OK, "ok")
 
-    def test_53_a_fifo_in_the_environment_does_not_block(self, fixture):
+    def test_4453_a_fifo_in_the_environment_does_not_block(self, fixture):
         fixture.sandbox.run("mkfifo", "/mnt/fifo")
         fixture.connected("?check=0", environment={"OPENSSL_CONF": "/mnt/fifo"})
         assert fixture.update(["2001:db8::a"], [443]) == (OK, "ok")
 
-    def test_54_the_system_wide_configuration_is_not_read(self, fixture):
+    def test_4454_the_system_wide_configuration_is_not_read(self, fixture):
         fixture.sandbox.path("/mnt/fips.cnf").write_text(FIPS_ONLY)
         fixture.sandbox.run("mount", "--bind", "/mnt/fips.cnf", "/etc/ssl/openssl.cnf")
         fixture.connected("?check=0")
@@ -78,7 +81,8 @@ class TestOpenSslConfiguration:
 class TestAddressesOfBind(DnsAddressCases):
     Server = Bind
 
-    def test_65_an_update_refused_by_a_secondary_moves_to_the_primary(self,
+    @pytest.mark.failover
+    def test_4465_an_update_refused_by_a_secondary_moves_to_the_primary(self,
     fixture):
         fixture.server.addresses = ("127.0.0.1",)
         fixture.server.reconfigure()
@@ -97,7 +101,7 @@ class TestAddressesOfBind(DnsAddressCases):
 class TestForwardingBind:
     Server = Bind
 
-    def test_51_an_update_forwarded_by_a_secondary_succeeds(self, fixture):
+    def test_4451_an_update_forwarded_by_a_secondary_succeeds(self, fixture):
         forwarder = ForwardingBind(fixture.sandbox)
         forwarder.start()
         fixture.connected("?check=0", server="127.0.0.2")

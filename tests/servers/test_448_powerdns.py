@@ -19,7 +19,7 @@ A, B, C = "2001:db8::a", "2001:db8::b", "fd00::c"
 class TestPowerDns:
     Server = PowerDns
 
-    def test_01_updates_replace_the_records_and_no_others(self, fixture):
+    def test_4481_updates_replace_the_records_and_no_others(self, fixture):
         others = fixture.server.others()
         fixture.connected()
         for addresses, ports in (([A, B], [443, 8443]), ([B], [8443]), ([], [8443]), ([A], [443, 8443])):
@@ -27,7 +27,8 @@ class TestPowerDns:
             assert fixture.holds(addresses, ports)
             assert fixture.server.others() == others
 
-    def test_02_the_next_check_restores_a_lost_record(self, fixture):
+    @pytest.mark.retry
+    def test_4482_the_next_check_restores_a_lost_record(self, fixture):
         fixture.connected("?skip=ula")
         for addresses in ([A, C], [C]):
             assert fixture.update(addresses, [443]) == (OK, "ok")
@@ -38,18 +39,21 @@ class TestPowerDns:
         fixture.server.tool("delete-rrset", ZONE, "host1", "HTTPS")
         fixture.wait_held([A], [443])
 
-    def test_03_a_wrong_secret_is_reported_until_it_is_corrected(self, fixture):
+    @pytest.mark.refusal
+    def test_4483_a_wrong_secret_is_reported_until_it_is_corrected(self, fixture):
         fixture.server.keys[HOST_KEY] = secret("wrong")
         fixture.server.write_keys()
         fixture.connect()
         self.named_until(fixture, HOST_KEY)
 
-    def test_04_a_wrong_key_name_is_reported_until_it_is_corrected(self, fixture):
+    @pytest.mark.refusal
+    def test_4484_a_wrong_key_name_is_reported_until_it_is_corrected(self, fixture):
         fixture.server.tool("delete-tsig-key", HOST_KEY)
         fixture.connect()
         self.named_until(fixture, HOST_KEY)
 
-    def test_05_a_changed_secret_is_reported_in_the_reply(self, fixture):
+    @pytest.mark.refusal
+    def test_4485_a_changed_secret_is_reported_in_the_reply(self, fixture):
         fixture.connected("?check=0")
         assert fixture.update([A], [443]) == (OK, "ok")
         fixture.server.keys[HOST_KEY] = secret("wrong")
@@ -57,7 +61,8 @@ class TestPowerDns:
         assert fixture.update([B], [443]) == (BACKEND_FAILED, unsigned(REFUSED))
         assert fixture.holds([A], [443])
 
-    def test_06_a_key_without_permission_is_refused_until_it_has_it(self, fixture):
+    @pytest.mark.refusal
+    def test_4486_a_key_without_permission_is_refused_until_it_has_it(self, fixture):
         fixture.server.granted = READER
         fixture.server.write_keys()
         fixture.connected("?check=0")
@@ -67,14 +72,16 @@ class TestPowerDns:
         fixture.wait_held([A], [443])
         assert fixture.client.events(fixture.handle) == [CONNECTED]
 
-    def test_07_a_server_without_updates_refuses_with_the_same_words(self, fixture):
+    @pytest.mark.refusal
+    def test_4487_a_server_without_updates_refuses_with_the_same_words(self, fixture):
         fixture.server.kill()
         fixture.server.takes_updates = False
         fixture.server.start()
         fixture.connected("?check=0")
         assert fixture.update([A], [443]) == (SERVER_REFUSED, REFUSED)
 
-    def test_08_a_missing_zone_is_refused_with_the_same_words(self, fixture):
+    @pytest.mark.refusal
+    def test_4488_a_missing_zone_is_refused_with_the_same_words(self, fixture):
         fixture.connect(zone="another.test")
         (line,) = fixture.log.wait("rdbapi: dns://")
         assert line.endswith(f"/another.test: {REFUSED}")

@@ -202,6 +202,7 @@ def test_468_firefox_takes_the_port_from_the_https_record(scene):
     server.wait_for_output(f'Hostname in TLS extension: "{NAME}"'.encode())
 
 
+@pytest.mark.retry
 def test_466_both_servers_get_the_addresses_again_after_losing_their_data(scene):
     scene.change(add=[A])
     process, control = scene.run_service()

@@ -12,6 +12,7 @@ def fixture():
     one.close()
 
 
+@pytest.mark.refusal
 def test_469_a_server_that_requires_tls_is_reported(fixture):
     new = ["openssl", "req", "-x509", "-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:P-256", "-noenc"]
     fixture.sandbox.run(*new, "-subj", "/CN=x", "-days", "1", "-keyout", f"{DATA}/key", "-out", f"{DATA}/certificate")
@@ -22,6 +23,7 @@ def test_469_a_server_that_requires_tls_is_reported(fixture):
     assert len(fixture.log.lines("rdbapi: redis://")) == 1
 
 
+@pytest.mark.refusal
 def test_470_a_server_without_the_command_auth_is_reported(fixture):
     fixture.server.start("--rename-command", "AUTH", "LOGIN-HERE")
     fixture.connect(user="default", password="a-password-of-redis")

@@ -116,7 +116,8 @@ def sentinel(scene):
 @pytest.mark.parametrize(
     "make", [cluster_without_slots, cluster_of_one_node, memory_limit, read_only_replica, sentinel]
 )
-def test_486_a_redis_that_refuses_the_tag_does_not_block_dns_updates(scene, make):
+@pytest.mark.refusal
+def test_4861_a_redis_that_refuses_the_tag_does_not_block_dns_updates(scene, make):
     make(scene)
     scene.run_service()
     scene.first_cycle_fails()
@@ -124,7 +125,8 @@ def test_486_a_redis_that_refuses_the_tag_does_not_block_dns_updates(scene, make
     assert scene.process.output_so_far().count(b"connect rdb server") == 1
 
 
-def test_486_a_redis_user_without_permission_does_not_block_dns_updates(scene):
+@pytest.mark.refusal
+def test_4862_a_redis_user_without_permission_does_not_block_dns_updates(scene):
     scene.redis.start()
     scene.redis.command(*USER, "-@all", "+ping")
     scene.run_service(user="host", password="own")
@@ -133,7 +135,7 @@ def test_486_a_redis_user_without_permission_does_not_block_dns_updates(scene):
     assert scene.process.output_so_far().count(b"connect rdb server") == 1
 
 
-def test_487_a_redis_that_is_silent_after_the_login_does_not_block_dns_updates(scene):
+def test_4863_a_redis_that_is_silent_after_the_login_does_not_block_dns_updates(scene):
     scene.redis.start()
     proxy = redis_bed.Proxy(scene.sandbox)
     proxy.order(f"first {len(ANSWERS_TO_LOGIN)}")
@@ -144,7 +146,7 @@ def test_487_a_redis_that_is_silent_after_the_login_does_not_block_dns_updates(s
     proxy.close()
 
 
-def test_488_a_database_on_a_full_disk_does_not_block_dns_updates(scene):
+def test_4864_a_database_on_a_full_disk_does_not_block_dns_updates(scene):
     scene.sandbox.path("/mnt/data").mkdir()
     scene.sandbox.run("mount", "-t", "tmpfs", "-o", "size=256k", "tmpfs", "/mnt/data")
     scene.run_service("sqlite:///mnt/data/rdb.db")
@@ -154,7 +156,8 @@ def test_488_a_database_on_a_full_disk_does_not_block_dns_updates(scene):
     scene.told_within_the_limit()
 
 
-def test_489_the_database_gets_the_addresses_after_it_accepts_the_tag(scene):
+@pytest.mark.retry
+def test_4865_the_database_gets_the_addresses_after_it_accepts_the_tag(scene):
     memory_limit(scene)
     scene.run_service()
     scene.first_cycle_fails()

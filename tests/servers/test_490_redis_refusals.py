@@ -36,6 +36,7 @@ def test_490_each_form_of_login_works(fixture, setting, login, user, password):
     assert fixture.server.value() == "first"
 
 
+@pytest.mark.refusal
 def test_491_a_wrong_password_is_reported_until_the_server_accepts_it(fixture):
     fixture.server.start()
     fixture.server.command("ACL", "SETUSER", "host", "on", ">other", "~*", "&*", "+@all")
@@ -48,6 +49,7 @@ def test_491_a_wrong_password_is_reported_until_the_server_accepts_it(fixture):
     assert not fixture.log.lines("own") and len(fixture.log.lines("WRONGPASS")) == 1
 
 
+@pytest.mark.refusal
 def test_492_a_new_password_in_the_file_is_used_at_the_next_login(fixture):
     fixture.server.start()
     fixture.server.command("CONFIG", "SET", "requirepass", "new")
@@ -62,6 +64,7 @@ def test_492_a_new_password_in_the_file_is_used_at_the_next_login(fixture):
     assert fixture.server.value() == "first"
 
 
+@pytest.mark.refusal
 def test_493_a_missing_permission_is_reported_and_the_put_repeated(fixture):
     fixture.server.start()
     fixture.server.command("ACL", "SETUSER", "host", "on", ">own", "~rdb:*", "&rdb:*", "+@all", "-xadd")
@@ -88,6 +91,7 @@ def test_494_the_documented_permissions_are_enough(fixture):
     assert fixture.server.value(database=2) == "second"
 
 
+@pytest.mark.refusal
 def test_495_a_missing_database_number_is_reported(fixture):
     fixture.server.start()
     fixture.connect("/16")
@@ -99,6 +103,8 @@ def test_495_a_missing_database_number_is_reported(fixture):
     assert fixture.server.value(database=16) == "first"
 
 
+@pytest.mark.refusal
+@pytest.mark.retry
 def test_496_a_full_disk_is_reported_and_the_put_repeated(fixture):
     fixture.sandbox.run("mount", "-t", "tmpfs", "-o", "size=64k", "tmpfs", DATA)
     fixture.server.start("--save", "3600 1000000", "--stop-writes-on-bgsave-error", "yes")
@@ -127,6 +133,8 @@ def save(server, status):
     wait_until(ended, f"a background save that ends {status}")
 
 
+@pytest.mark.refusal
+@pytest.mark.retry
 def test_497_a_put_refused_by_a_read_only_server_is_repeated(fixture):
     fixture.server.start()
     fixture.connected()
@@ -150,6 +158,7 @@ def test_497_a_put_refused_by_a_read_only_server_is_repeated(fixture):
     ],
     ids=["string", "hash", "list"],
 )
+@pytest.mark.refusal
 def test_498_a_foreign_key_is_unchanged_and_the_put_made_after_its_removal(fixture, key, make, look, content):
     fixture.server.start()
     fixture.connected("?expire=900")
@@ -167,6 +176,7 @@ def test_498_a_foreign_key_is_unchanged_and_the_put_made_after_its_removal(fixtu
     [(["HSET", "a", "b"], ["HGETALL"], "a\nb"), (["SADD", "mine"], ["SMEMBERS"], "mine")],
     ids=["hash", "set"],
 )
+@pytest.mark.refusal
 def test_499_a_foreign_key_for_the_tag_ends_the_connection_until_its_removal(fixture, make, look, content):
     key = "rdb:tag:host1"
     fixture.server.start()

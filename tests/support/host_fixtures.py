@@ -13,6 +13,18 @@ import world as scenario_module
 
 SKIPPED = 77  # the exit status that ctest interprets as "not run"
 
+#  The marks of tests, whatever their file. ctest has them as labels (pytest.cmake), with the unit tests of the subject.
+SUBJECTS = {
+    "refusal": "a server refuses, or the service treats it so",
+    "retry": "what failed or was lost is made again",
+    "failover": "another address of the server's name is tried",
+}
+
+
+def pytest_configure(config):
+    for subject, meaning in SUBJECTS.items():
+        config.addinivalue_line("markers", f"{subject}: {meaning}")
+
 
 def pytest_sessionstart():
     time.tzset()

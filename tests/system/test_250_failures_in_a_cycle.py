@@ -25,6 +25,7 @@ def functions(host):
     return [name for name, _ in host.library.names()[6:]]
 
 
+@pytest.mark.retry
 def test_251_a_failed_put_is_repeated_only_after_600_seconds(addressed):
     addressed.library.before_start("result rdb_objputsnapshot * 7")
     _, control = cycle(addressed, RDB)
@@ -42,6 +43,7 @@ def test_252_a_failed_put_does_not_delay_a_changed_list(addressed):
     assert len(addressed.library.puts()) == 2
 
 
+@pytest.mark.retry
 def test_253_a_failed_put_is_tried_again_after_a_reconnection(addressed):
     addressed.library.before_start("result rdb_objputsnapshot * 7")
     _, control = cycle(addressed, RDB)
@@ -52,6 +54,7 @@ def test_253_a_failed_put_is_tried_again_after_a_reconnection(addressed):
 
 
 @pytest.mark.parametrize("code", ERRORS)
+@pytest.mark.refusal
 def test_254_a_failed_put_is_logged_and_the_request_is_still_sent(addressed, code):
     addressed.library.before_start(f"result rdb_objputsnapshot 0 {code}")
     process, _ = cycle(addressed, RDB, DNS)
@@ -59,6 +62,8 @@ def test_254_a_failed_put_is_logged_and_the_request_is_still_sent(addressed, cod
     assert f"[err] rdb_objputsnapshot host1 failed, errcode {code}".encode() in addressed.log(process)
 
 
+@pytest.mark.retry
+@pytest.mark.refusal
 def test_255_a_refused_request_is_repeated_only_after_600_seconds(addressed):
     addressed.library.before_start("result rdb_callmsg * 7")
     _, control = cycle(addressed, DNS)
@@ -69,6 +74,7 @@ def test_255_a_refused_request_is_repeated_only_after_600_seconds(addressed):
 
 
 @pytest.mark.parametrize("code", ERRORS)
+@pytest.mark.refusal
 def test_256_a_refused_request_is_logged_after_its_text(addressed, code):
     addressed.library.before_start(f"result rdb_callmsg 0 {code}")
     process, _ = cycle(addressed, DNS)
@@ -76,6 +82,7 @@ def test_256_a_refused_request_is_logged_after_its_text(addressed, code):
     assert sent.startswith(b"[dbg] send: {") and refused == f"[err] updateDomain errorcode {code}".encode()
 
 
+@pytest.mark.refusal
 def test_257_a_refused_request_consumes_its_sequence_number(addressed):
     addressed.library.before_start("result rdb_callmsg 0 7")
     _, control = cycle(addressed, DNS)
@@ -90,6 +97,7 @@ def test_258_a_failed_import_ends_the_cycle_before_put_and_request(addressed):
     assert functions(addressed) == ["rdb_tagget", "rdb_taginport"]
 
 
+@pytest.mark.retry
 def test_259_a_failed_import_is_tried_again_ten_seconds_later(addressed):
     addressed.library.before_start("result rdb_tagget * 5", "result rdb_taginport 0 6", "result rdb_taginport 1 6")
     _, control = cycle(addressed, RDB, DNS)
@@ -102,6 +110,7 @@ def test_259_a_failed_import_is_tried_again_ten_seconds_later(addressed):
 
 
 @pytest.mark.parametrize("code", ERRORS)
+@pytest.mark.refusal
 def test_260_a_failed_import_is_logged_after_the_query(addressed, code):
     addressed.library.before_start(f"result rdb_tagget 0 {code}", f"result rdb_taginport 0 {code}")
     process, _ = cycle(addressed, RDB)
@@ -171,6 +180,7 @@ def test_268_null_is_put_and_not_sent(host):
     assert host.log(process)[-1] == b"[inf] rdb_objputsnapshot host1 success,ipv6= null"
 
 
+@pytest.mark.retry
 def test_269_null_is_put_again_after_600_seconds_like_any_value(host):
     _, control = cycle(host, RDB)
     control.advance(599.8)

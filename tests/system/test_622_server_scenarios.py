@@ -21,6 +21,7 @@ def every(seconds, until):
     return [0.1] + [float(at) for at in range(seconds, until + 1, seconds)]
 
 
+@pytest.mark.retry
 def test_6221_each_server_gets_the_list_once_after_reconnecting_in_any_order(new_scenario):
     """A server gets the list once if it has reconnected between two cycles and is still connected."""
     happenings = [(Scenario.down, RDB), (Scenario.down, DNS), (Scenario.up, RDB), (Scenario.up, DNS)]
@@ -77,6 +78,7 @@ def test_6224_a_single_connection_up_for_one_pass_in_twelve_seconds_is_served(ne
     assert scenario.put_times() == [round(12 * n + 0.1, 3) for n in range(HOUR // 12)]
 
 
+@pytest.mark.retry
 def test_6225_a_reconnected_server_gets_the_current_list_only(new_scenario):
     scenario = new_scenario(addresses=["2001:db8::f"])
     begin(scenario, RDB, DNS)
@@ -91,6 +93,7 @@ def test_6225_a_reconnected_server_gets_the_current_list_only(new_scenario):
     assert len(scenario.puts()) == 11
 
 
+@pytest.mark.retry
 def test_6226_a_failing_put_is_repeated_at_changes_and_every_600_seconds(new_scenario):
     change_at = 1805
     scenario = new_scenario(addresses=[ADDRESS])
@@ -103,6 +106,8 @@ def test_6226_a_failing_put_is_repeated_at_changes_and_every_600_seconds(new_sce
     assert scenario.put_times() == [0.1, 600.0, 1200.0, 1800.0, 1810.0, 2410.0, 3010.0]
 
 
+@pytest.mark.retry
+@pytest.mark.refusal
 def test_6227_a_tag_that_cannot_be_imported_delays_both_servers(new_scenario):
     trouble = 300
     scenario = new_scenario(addresses=[ADDRESS])
@@ -148,6 +153,8 @@ def test_6230_a_tag_that_stays_unusable_is_imported_twice_and_put(new_scenario):
     assert scenario.names() == ["rdb_tagget", "rdb_taginport", "rdb_taginport", "rdb_objputsnapshot"] * 3
 
 
+@pytest.mark.retry
+@pytest.mark.refusal
 def test_6231_refused_requests_are_repeated_every_600_seconds_with_new_numbers(new_scenario):
     scenario = new_scenario(addresses=[ADDRESS])
     scenario.start()
@@ -158,6 +165,8 @@ def test_6231_refused_requests_are_repeated_every_600_seconds_with_new_numbers(n
     assert [b'"seqno":%d,' % n in text for n, (_, text) in enumerate(scenario.requests(), 1)] == [True] * 7
 
 
+@pytest.mark.retry
+@pytest.mark.refusal
 def test_6232_cycles_continue_when_everything_fails_and_recover(new_scenario):
     failing = ("rdb_tagget", "rdb_objputsnapshot", "rdb_callmsg")
     scenario = new_scenario(addresses=[ADDRESS])

@@ -2,6 +2,7 @@
 
 import signal
 
+import pytest
 from recording import expected_snapshot
 from world import DNS, RDB, utc
 
@@ -105,6 +106,7 @@ def test_6907_a_shorter_list_replaces_a_longer_one_completely(new_scenario):
     ]
 
 
+@pytest.mark.refusal
 def test_6908_a_failed_put_or_request_counts_as_done(new_scenario):
     """Mistake: a retry every ten seconds, which overloads a failing server."""
     scenario = new_scenario(addresses=[ADDRESS])

@@ -45,7 +45,7 @@ def database_values(host, folder):
         return database.execute("SELECT name, value FROM current_values").fetchall()
 
 
-def test_431_one_cycle_fills_the_database_and_the_hosts_file(open_host, tmp_path):
+def test_711_one_cycle_fills_the_database_and_the_hosts_file(open_host, tmp_path):
     process, control = run_connected(open_host)
     control.advance(0.1)
     process.wait_for_output(b"recv: ")
@@ -55,7 +55,7 @@ def test_431_one_cycle_fills_the_database_and_the_hosts_file(open_host, tmp_path
     assert hosts_lines(open_host) == [b"2001:db8::1 host1 # addrpubd host1"]
 
 
-def test_432_a_changed_address_replaces_the_old_one(open_host, tmp_path):
+def test_712_a_changed_address_replaces_the_old_one(open_host, tmp_path):
     process, control = run_connected(open_host)
     control.advance(0.1)
     open_host.sandbox.add_address("2001:db8::2/64")
@@ -67,7 +67,7 @@ def test_432_a_changed_address_replaces_the_old_one(open_host, tmp_path):
     assert database_values(open_host, tmp_path) == [("host1", "2001:db8::2")]
 
 
-def test_433_the_service_ends_on_ctrl_c_with_both_servers_connected(open_host):
+def test_713_the_service_ends_on_ctrl_c_with_both_servers_connected(open_host):
     process, control = run_connected(open_host)
     control.advance(0.1)
     process.type(b"\x03")
@@ -75,7 +75,7 @@ def test_433_the_service_ends_on_ctrl_c_with_both_servers_connected(open_host):
     assert process.output_so_far().endswith(b"stop addrpubd service success.\r\n")
 
 
-def test_434_a_refused_dns_url_fails_the_start(open_host):
+def test_714_a_refused_dns_url_fails_the_start(open_host):
     open_host.settings(logurl=None, **(SETTINGS | {"dnsurl": "no url"}))
     for _ in range(50):
         assert open_host.command("-run") == b"\nStart failed!\n"
