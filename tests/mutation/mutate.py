@@ -45,18 +45,24 @@ class Judge:
         worker.change(mutant)
         try:
             for part in self.covering.units(mutant.file):
-                program = worker.program(f"tests/{part.program}", part.sources)
-                others = {name: worker.program(f"tests/{name}") for name in part.others}
-                if program is None and not any(others.values()):
+                program, covers = self._changed(worker, part)
+                if program is None:
                     continue
-                covers = {self.base.build / "tests" / name: new for name, new in others.items() if new}
-                program = program or self.base.part(part.program, part.sources)
                 ended = runs.unit(program, worker.scratch, self._limits(worker, part), covers)
                 if not ended.passed:
                     return "killed", f"{part.program}: {ended.reason}"
             return self._by_system(worker, mutant)
         except DoesNotCompile as refusal:
             return "does not compile", next((s for s in str(refusal).splitlines() if "error" in s), "")[-150:]
+
+    def _changed(self, worker, part):
+        """The part's program, None when neither it nor a program that it runs contains the change; and the latter."""
+        program = worker.program(f"tests/{part.program}", part.sources)
+        others = {name: worker.program(f"tests/{name}") for name in part.others}
+        covers = {self.base.build / "tests" / name: new for name, new in others.items() if new}
+        if program is None and covers:
+            program = self.base.part(part.program, part.sources)
+        return program, covers
 
     def _by_system(self, worker, mutant):
         files = self.covering.systems(mutant.file) if self.with_system else ()
@@ -95,6 +101,36 @@ class Judge:
             return runs.following(self._seconds[what])
 
 
+class Census(Judge):
+    """Finds out every test that kills a mutant, in each unit test program that contains the change and in the system
+    tests."""
+
+    #  These take minutes, or need more than the programs that a worker makes.
+    LEFT_OUT = ("test_195_", "test_450_", "test_470_", "test_500_", "test_510_", "test_628_", "test_700_", "test_710_")
+
+    def outcome(self, worker, mutant):
+        """What became of the mutant, and the names of all tests that fail."""
+        worker.change(mutant)
+        found = []
+        try:
+            for part in self.covering.programs():
+                program, covers = self._changed(worker, part)
+                if program is not None:
+                    failed = runs.every_unit(program, worker.scratch, self._limits(worker, part), covers)
+                    found += [f"{part.program}: {name}" for name in failed]
+            executable = worker.program("addrpubd") if self.with_system else None
+            if executable:
+                build = worker.build_with(executable)
+                for file in sorted((self.base.tree / "tests/system").glob("test_*.py")):
+                    if not file.name.startswith(self.LEFT_OUT):
+                        limits = self._system_limits(worker, file.stem)
+                        failed = runs.every_system(file, build, worker.scratch, limits)
+                        found += [f"{file.stem}: {name}" for name in failed]
+        except DoesNotCompile as refusal:
+            return "does not compile", next((s for s in str(refusal).splitlines() if "error" in s), "")[-150:]
+        return ("killed", "\n    ".join(["", *found, f"{len(found)} tests"])) if found else ("survived", "")
+
+
 class Report:
     """Prints and stores the outcomes of the mutants."""
 
@@ -119,6 +155,7 @@ class Report:
             done = sum(self.counts.values())
             place = f"{mutant.file}:{mutant.line}"
             print(f"[{done}/{self._total}] {place} {mutant.change} | {outcome} | {by} | {seconds:.1f} s", flush=True)
+            by = ", ".join(by.split("\n    ")[1:]) if "\n" in by else by
             self._file.write(f"{mutant.key}\t{mutant.kind}\t{outcome}\t{by}\n")
             self._file.flush()
 
@@ -169,6 +206,7 @@ def arguments():
     parser.add_argument("--resume", action="store_true", help="leave out what an earlier run settled")
     parser.add_argument("--keep-base", action="store_true", help="use the copy of the tree of the run before")
     parser.add_argument("--no-system", action="store_true", help="do not ask the system tests about survivors")
+    parser.add_argument("--every-test", action="store_true", help="list all tests that kill a mutant, not the first one")
     parser.add_argument("--work", type=Path, default=DEFAULT_WORK, help="folder for copies and builds")
     return parser.parse_args()
 
@@ -252,13 +290,17 @@ def main():
     if not options.resume:
         results.unlink(missing_ok=True)
     files = {mutant.file for mutant in mutants}
+    changed = sorted(files)
+    if options.every_test:
+        files = set(covering.files())
     base.make(covering.targets(files, not options.no_system), options.jobs)
     base.read()
 
-    report = Report(results, len(mutants), list(unborne(base.tree, explained, files)))
+    report = Report(results, len(mutants), list(unborne(base.tree, explained, changed)))
     place = options.work / f"run{os.getpid()}"
     workers = [Worker(base, place / str(number)) for number in range(options.jobs)]
-    try_all(mutants, Judge(base, covering, not options.no_system), report, explained, workers)
+    judge = (Census if options.every_test else Judge)(base, covering, not options.no_system)
+    try_all(mutants, judge, report, explained, workers)
     report.close()
     shutil.rmtree(place, ignore_errors=True)
     if not (options.filter or options.kind or options.only or options.number):

@@ -17,6 +17,7 @@ NAMESPACES = ["unshare", "--mount", "--ipc", "--net", "--pid", "--fork", "--kill
 INSIDE = 'mount -t tmpfs none /run && ip link set lo up; exec "$@"'
 LARGEST_FILE = 1 << 28
 MEMORY = 16 << 30
+FAILED_NAME = re.compile(r"^\[  FAILED  \] (\w[\w/]*\.[\w/]+)|^FAILED \S*?::(.+?)(?: - .*)?$", re.MULTILINE)
 FAILED_TEST = re.compile(r"^\[  FAILED  \] ([\w/.]+)|^FAILED \S*?::(\S+)|^([\w/.]+): .*\bFailure$", re.MULTILINE)
 
 
@@ -44,6 +45,7 @@ class Outcome:
     reason: str  # the first failed test, or the end of the program
     seconds: float
     output: str
+    reached_end: bool = True  # the program ended by itself with 0 or 1
 
 
 def _command(command, covers):
@@ -88,7 +90,7 @@ def run(command, folder, limits, covers=None, environment=None):
         output.seek(0)
         text = output.read(1 << 22).decode(errors="replace")
     failed = next((next(filter(None, match.groups())) for match in FAILED_TEST.finditer(text)), None)
-    return Outcome(status == 0, failed or ended, time.monotonic() - start, text)
+    return Outcome(status == 0, failed or ended, time.monotonic() - start, text, status in (0, 1))
 
 
 def unit(program, folder, limits, covers=None):
@@ -101,3 +103,39 @@ def system(file, build, folder, limits):
     inside those of this run."""
     command = ["/usr/bin/python3", "-B", "-m", "pytest", "-x", "-q", "-p", "no:cacheprovider", file]
     return run(command, folder, limits, environment={"ADDRPUBD_BUILD": str(build)})
+
+
+def _names(text):
+    """All tests that failed, in the order of their first mention."""
+    return list(dict.fromkeys(next(filter(None, match.groups())) for match in FAILED_NAME.finditer(text)))
+
+
+def _tests_of(program, folder):
+    """The names of a GoogleTest program's tests."""
+    suite, names = "", []
+    for line in run([program, "--gtest_list_tests"], folder, FIRST).output.splitlines():
+        line = line.partition("#")[0].rstrip()
+        if line.startswith("  "):
+            names.append(suite + line.strip())
+        elif line.endswith("."):
+            suite = line
+    return names
+
+
+def every_unit(program, folder, limits, covers=None):
+    """The names of all tests of a GoogleTest program that fail. Where it does not come to its end, each runs alone."""
+    ended = run([program, "--gtest_brief=1"], folder, limits, covers)
+    if ended.passed or ended.reached_end:
+        return _names(ended.output)
+    alone = {
+        test: run([program, "--gtest_brief=1", f"--gtest_filter={test}"], folder, limits, covers)
+        for test in _tests_of(program, folder)
+    }
+    return [test for test, outcome in alone.items() if not outcome.passed]
+
+
+def every_system(file, build, folder, limits):
+    """The names of all tests of a file of system tests that fail, or how the file ended when none was named."""
+    command = ["/usr/bin/python3", "-B", "-m", "pytest", "-q", "-p", "no:cacheprovider", file]
+    ended = run(command, folder, limits, environment={"ADDRPUBD_BUILD": str(build)})
+    return [] if ended.passed else _names(ended.output) or [f"{file.name}: {ended.reason}"]

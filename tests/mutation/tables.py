@@ -46,6 +46,13 @@ class Covering:
         """Returns the unit test programs of a source."""
         return self._units[file]
 
+    def programs(self):
+        """Every unit test program of the table, whole."""
+        others = {}
+        for part in (part for parts in self._units.values() for part in parts):
+            others.setdefault(part.program, {}).update(dict.fromkeys(part.others))
+        return [Part(name, (), tuple(names)) for name, names in others.items()]
+
     def systems(self, file):
         """Returns the files of system tests of a source."""
         return self._systems[file]
