@@ -178,15 +178,16 @@ Status DnsBackend::findAlias(DnsExchange& exchange, const std::vector<RecordSet>
 
 Status DnsBackend::apply(std::string_view text, std::string& reply) {
     DnsRequest request;
-    const std::string refused = parseDnsRequest(text, request);
-    Status status = refused.empty() ? update(request) : Status{errorBadRequest, refused};
+    Status status = parseDnsRequest(text, request);
+    if (status.ok())
+        status = update(request);
     reply = dnsReply(request.seqno, status.code, status.ok() ? "ok" : status.reason);
     return status;
 }
 
 std::string DnsBackend::refusal(std::string_view text, int code) {
     DnsRequest request;
-    parseDnsRequest(text, request);
+    static_cast<void>(parseDnsRequest(text, request));  // for the seqno
     return dnsReply(request.seqno, code, "the server is not connected");
 }
 
@@ -228,7 +229,7 @@ Status DnsBackend::checkAbsence(DnsExchange& exchange, const RecordSet& set, std
 Status DnsBackend::checkRequest(std::string_view text) {
     DnsRequest request;
     std::vector<RecordSet> sets;
-    if (!parseDnsRequest(text, request).empty())
+    if (!parseDnsRequest(text, request).ok())
         return {};
     if (Status failed = setsFor(request, sets); !failed.ok())
         return failed.code == errorBadRequest ? Status{} : failed;

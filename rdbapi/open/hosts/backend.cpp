@@ -90,19 +90,16 @@ Status HostsBackend::flush(const FilePlace& place) {
 
 Status HostsBackend::apply(std::string_view text, std::string& reply) {
     DnsRequest request;
-    const std::string refused = parseDnsRequest(text, request);
-    if (!refused.empty()) {
-        reply = dnsReply(request.seqno, errorBadRequest, refused);
-        return {errorBadRequest, refused};
-    }
-    Status status = update(request);
+    Status status = parseDnsRequest(text, request);
+    if (status.ok())
+        status = update(request);
     reply = dnsReply(request.seqno, status.code, status.ok() ? "ok" : status.reason);
     return status;
 }
 
 std::string HostsBackend::refusal(std::string_view text, int code) {
     DnsRequest request;
-    parseDnsRequest(text, request);
+    static_cast<void>(parseDnsRequest(text, request));  // for the seqno
     return dnsReply(request.seqno, code, "the server is not connected");
 }
 

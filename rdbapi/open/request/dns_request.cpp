@@ -53,33 +53,37 @@ bool takePorts(const json& item, std::vector<std::uint16_t>& ports) {
     return true;
 }
 
+Status badRequest(const char* reason) {
+    return {errorBadRequest, reason};
+}
+
 }  // namespace
 
-std::string parseDnsRequest(std::string_view text, DnsRequest& request) {
+Status parseDnsRequest(std::string_view text, DnsRequest& request) {
     const json root = json::parse(text, nullptr, false);
     if (!root.is_object())
-        return "the request is not a JSON object";
+        return badRequest("the request is not a JSON object");
     const auto seqno = root.find("seqno");
     if (seqno == root.end() || !seqno->is_number_integer())
-        return "seqno is not an integer";
+        return badRequest("seqno is not an integer");
     request.seqno = seqno->get<std::int64_t>();
     const auto kind = root.find("request");
     if (kind == root.end() || *kind != "ws_dnsupdate")
-        return "the request is not ws_dnsupdate";
+        return badRequest("the request is not ws_dnsupdate");
     const auto item = root.find("item");
     if (item == root.end() || !item->is_object())
-        return "item is not an object";
+        return badRequest("item is not an object");
     const auto name = item->find("name");
     //  Stricter than hosts(5), which excludes only blanks and "#": a name server ignores any other name.
     if (name == item->end() || !name->is_string() || !isDnsName(name->get_ref<const std::string&>()))
-        return "name is not a host name";
+        return badRequest("name is not a host name");
     request.name = name->get<std::string>();
     if (!takeAddresses(*item, "ipv4s", AF_INET, request.addresses))
-        return "ipv4s is not a list of IPv4 addresses";
+        return badRequest("ipv4s is not a list of IPv4 addresses");
     if (!takeAddresses(*item, "ipv6s", AF_INET6, request.addresses))
-        return "ipv6s is not a list of IPv6 addresses";
+        return badRequest("ipv6s is not a list of IPv6 addresses");
     if (!takePorts(*item, request.httpsPorts))
-        return "httpsports is not a list of port numbers";
+        return badRequest("httpsports is not a list of port numbers");
     return {};
 }
 

@@ -7,6 +7,8 @@
 #ifndef RDBAPI_OPEN_REQUEST_DNS_REQUEST_H
 #define RDBAPI_OPEN_REQUEST_DNS_REQUEST_H
 
+#include "engine/status.h"
+
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -22,8 +24,8 @@ struct DnsRequest {
     std::vector<std::uint16_t> httpsPorts;  // in order, each once; never 0
 };
 
-//  Parses text. Returns an empty text, or the reason why it is refused.
-std::string parseDnsRequest(std::string_view text, DnsRequest& request);
+//  Parses text. Fails with errorBadRequest; then, too, request has the seqno if there is a valid one.
+Status parseDnsRequest(std::string_view text, DnsRequest& request);
 
 //  Returns the text of a reply. An empty seqno is written as null.
 std::string dnsReply(const std::optional<std::int64_t>& seqno, int code, std::string_view message);

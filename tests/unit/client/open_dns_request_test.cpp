@@ -8,7 +8,7 @@ using namespace rdbopen;
 
 std::string refusalOf(std::string_view text) {
     DnsRequest request;
-    return parseDnsRequest(text, request);
+    return parseDnsRequest(text, request).reason;
 }
 
 std::string requestWith(const std::string& item) {
@@ -23,7 +23,8 @@ TEST(DnsRequest, TheServicesRequestIsUnderstood) {
     DnsRequest request;
     ASSERT_EQ(parseDnsRequest("{\"request\":\"ws_dnsupdate\",\"seqno\":5,\"item\":{\"name\":\"host1\",\"ipv6s\":"
                               "[\"2001:db8::1\",\"2001:db8::2\"],\"ipv6\":\"2001:db8::1\",\"httpsports\":[443,8443]}}",
-                              request),
+                              request)
+                  .reason,
               "");
     EXPECT_EQ(request.seqno, 5);
     EXPECT_EQ(request.name, "host1");
@@ -33,20 +34,22 @@ TEST(DnsRequest, TheServicesRequestIsUnderstood) {
 
 TEST(DnsRequest, Ipv4ComesBeforeIpv6) {
     DnsRequest request;
-    ASSERT_EQ(parseDnsRequest(requestWith("{\"name\":\"h\",\"ipv6s\":[\"::1\"],\"ipv4s\":[\"192.0.2.1\"]}"), request),
-              "");
+    ASSERT_EQ(
+        parseDnsRequest(requestWith("{\"name\":\"h\",\"ipv6s\":[\"::1\"],\"ipv4s\":[\"192.0.2.1\"]}"), request).reason,
+        "");
     EXPECT_EQ(request.addresses, (std::vector<std::string>{"192.0.2.1", "::1"}));
 }
 
 TEST(DnsRequest, AnAddressIsTakenOnce) {
     DnsRequest request;
-    ASSERT_EQ(parseDnsRequest(requestWith("{\"name\":\"h\",\"ipv6s\":[\"::1\",\"::2\",\"::1\"]}"), request), "");
+    ASSERT_EQ(parseDnsRequest(requestWith("{\"name\":\"h\",\"ipv6s\":[\"::1\",\"::2\",\"::1\"]}"), request).reason, "");
     EXPECT_EQ(request.addresses, (std::vector<std::string>{"::1", "::2"}));
 }
 
 TEST(DnsRequest, PortsAreTakenOnceInTheirOrder) {
     DnsRequest request;
-    ASSERT_EQ(parseDnsRequest(requestWith("{\"name\":\"h\",\"httpsports\":[8443,443,8443,1,65535]}"), request), "");
+    ASSERT_EQ(parseDnsRequest(requestWith("{\"name\":\"h\",\"httpsports\":[8443,443,8443,1,65535]}"), request).reason,
+              "");
     EXPECT_EQ(request.httpsPorts, (std::vector<std::uint16_t>{8443, 443, 1, 65535}));
 }
 
@@ -81,7 +84,7 @@ TEST(DnsRequest, DeepNestingIsRefusedWithoutACrash) {
 
 TEST(DnsRequest, TheSequenceNumberIsKeptWhenTheRestIsRefused) {
     DnsRequest request;
-    EXPECT_NE(parseDnsRequest("{\"seqno\":2147483647,\"request\":\"x\"}", request), "");
+    EXPECT_NE(parseDnsRequest("{\"seqno\":2147483647,\"request\":\"x\"}", request).reason, "");
     EXPECT_EQ(request.seqno, 2147483647);
 }
 
