@@ -110,7 +110,7 @@ TEST_F(HostsBackend, AMalformedRequestIsAnsweredAndTheConnectionStaysUp) {
     EXPECT_EQ(events.count(), 0U);
 }
 
-TEST_F(HostsBackend, AFolderThatGoesAwayEndsTheConnection) {
+TEST_F(HostsBackend, ARemovedFolderEndsTheConnection) {
     std::filesystem::create_directory(folder.file("sub"));
     connect(folder.file("sub/hosts"));
     std::filesystem::remove_all(folder.file("sub"));
@@ -185,7 +185,7 @@ TEST(HostsBackendOpen, AFolderThatIsMissingFails) {
     EXPECT_EQ(openCode("/nonexistent/hosts"), errorBackendFailed);
 }
 
-TEST(HostsBackendOpen, ALinkOfAStrangerInASharedFolderIsNotFollowed) {
+TEST(HostsBackendOpen, ALinkOfAnotherUserInASharedFolderIsNotFollowed) {
     const Folder folder;
     std::filesystem::create_directory(folder.file("shared"));
     writeText(folder.file("victim"), "kept");

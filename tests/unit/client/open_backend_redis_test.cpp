@@ -352,7 +352,7 @@ TEST_F(RedisBackend, AProbeNoticesAClosedConnection) {
     EXPECT_EQ(outcome.reason, "the server closed the connection");
 }
 
-TEST_F(RedisBackend, AProbeNoticesWhatTheServerSaysUnasked) {
+TEST_F(RedisBackend, AProbeDetectsUnrequestedData) {
     opened();
     server.say("+PONG\r\n");
     pollfd waited{backend->watchedDescriptor(), POLLIN, 0};

@@ -73,7 +73,7 @@ TEST(DnsUpdate, UpTo65535BytesIsOneMessage) {
 }
 
 //  A pointer has 14 bits, so a name that first occurs after offset 16383 is always written in full.
-TEST(DnsUpdate, NamesFarBehindAreNotPointedTo) {
+TEST(DnsUpdate, NamesAfterOffset16383AreNotCompressed) {
     std::vector<RecordSet> sets{{"h.example.org", typeHttps, {DnsBytes(3)}}};
     for (int i = 0; i < 1200; ++i)
         sets.push_back({"_" + std::to_string(1000 + i) + "._https.h.example.org", typeHttps, {DnsBytes(3)}});

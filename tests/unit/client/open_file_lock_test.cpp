@@ -63,7 +63,7 @@ TEST_F(FileLock_, IsTakenAndReleased) {
     }
 }
 
-TEST_F(FileLock_, ASecondOneGivesUpAtItsLimit) {
+TEST_F(FileLock_, ASecondLockFailsAtItsLimit) {
     FileLock first;
     ASSERT_EQ(first.acquire(path, milliseconds(2000)).code, rdbopen::errorNone);
     FileLock second;

@@ -64,7 +64,7 @@ TEST(HandleTable, SixteenHandlesFitAndTheNextIsRefused) {
     EXPECT_EQ(handles.create(), -1);
 }
 
-TEST(HandleTable, AHandleThatWasGivenBackMakesRoom) {
+TEST(HandleTable, AReleasedHandleCanBeReused) {
     Handles handles;
     for (int i = 0; i < handleCapacity - 1; ++i)
         handles.create();

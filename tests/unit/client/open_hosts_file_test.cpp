@@ -18,7 +18,7 @@ TEST(HostsFile, NewLinesFollowTheLastLine) {
               "127.0.0.1 localhost\n::1 h # addrpubd h\n");
 }
 
-TEST(HostsFile, NewLinesReplaceTheOldOnesWhereTheFirstStood) {
+TEST(HostsFile, NewLinesStartAtTheFirstOldLine) {
     EXPECT_EQ(withHostLines("a\n::1 h # addrpubd h\nb\n::2 h # addrpubd h\nc\n", "h", Addresses{"::3", "::4"}),
               "a\n::3 h # addrpubd h\n::4 h # addrpubd h\nb\nc\n");
 }
@@ -46,7 +46,7 @@ TEST(HostsFile, LinesThatOnlyResembleAnOwnLineAreUnchanged) {
     }
 }
 
-TEST(HostsFile, AnOwnLineWithoutItsLineFeedIsSomebodyElses) {
+TEST(HostsFile, ALineWithoutItsLineFeedIsNotOwn) {
     const std::string file = "::1 h # addrpubd h";
     EXPECT_EQ(withHostLines(file, "h", Addresses{}), file);
 }
@@ -56,7 +56,7 @@ TEST(HostsFile, ZeroBytesAndBlankLinesAreKept) {
     EXPECT_EQ(withHostLines(file, "h", Addresses{}), file);
 }
 
-TEST(HostsFile, ALineWithAZeroByteInItsAddressIsSomebodyElses) {
+TEST(HostsFile, ALineWithAZeroByteInItsAddressIsNotOwn) {
     using namespace std::string_literals;
     for (const std::string& address : {"::1\0"s, "::1\0x"s, "192.0.2.1\0 # kept"s, "\0"s, "\0::1"s}) {
         const std::string file = address + " h # addrpubd h\n";

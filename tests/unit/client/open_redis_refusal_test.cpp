@@ -74,7 +74,7 @@ TEST_F(RedisRefusals, AHashWithOtherFieldsIsUnchanged) {
     expectUntouchedAndUsable();
 }
 
-TEST_F(RedisRefusals, ADefinitionThatIsNoneIsSomebodyElses) {
+TEST_F(RedisRefusals, AnInvalidDefinitionBelongsToAnotherProgram) {
     for (const char* hash : {"*3\r\n$3\r\n256\r\n$1\r\n6\r\n$1\r\n1\r\n", "*3\r\n$2\r\n-1\r\n$1\r\n6\r\n$1\r\n1\r\n",
                              "*3\r\n$0\r\n\r\n$1\r\n6\r\n$1\r\n1\r\n", "*3\r\n$1\r\n2\r\n$2\r\n6x\r\n$1\r\n1\r\n",
                              "*3\r\n$1\r\n2\r\n$1\r\n6\r\n$-1\r\n", "*3\r\n:2\r\n:6\r\n:1\r\n"}) {
@@ -230,7 +230,7 @@ TEST_F(RedisRefusals, AnAnswerOfTheWrongKindFailsTheConnection) {
     }
 }
 
-TEST_F(RedisRefusals, ATransactionThatCannotBeGivenUpFailsTheConnection) {
+TEST_F(RedisRefusals, ATransactionThatCannotBeDiscardedFailsTheConnection) {
     server.answer("DISCARD", "-ERR no\r\n");
     EXPECT_EQ(put().code, errorBackendFailed);
 }

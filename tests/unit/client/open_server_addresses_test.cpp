@@ -206,7 +206,7 @@ TEST_F(Addresses, OneAloneHasNoOthers) {
     EXPECT_FALSE(addresses.hasOthers());
 }
 
-TEST_F(Addresses, TheTimeOfTheLookUpIsNotTakenFromTheRest) {
+TEST_F(Addresses, TheDurationOfTheNameResolutionIsAddedToTheLimit) {
     lookUpSeconds = 100;
     EXPECT_EQ(lookUp(), "");
     EXPECT_EQ(until - monotonicNow(), limit);

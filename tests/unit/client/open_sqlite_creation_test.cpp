@@ -188,7 +188,7 @@ TEST_F(SqliteCreation, ARetryAfterAFailedFlushOfTheFolderFlushesItAgain) {
     open();
 }
 
-TEST_F(SqliteCreation, EachFileHasTheDocumentedModeWhateverTheUmask) {
+TEST_F(SqliteCreation, EachFileHasTheDocumentedModeWithAnyUmask) {
     for (const mode_t mask : {mode_t{0}, mode_t{022}, mode_t{077}, mode_t{0777}}) {
         const mode_t before = umask(mask);
         openWithTag("host1");
@@ -239,7 +239,7 @@ TEST_F(SqliteCreation, ServicesThatStartAtOnceShareOneFile) {
     }
 }
 
-TEST_F(SqliteCreation, ALinkOfAStrangerInASharedFolderIsNotFollowed) {
+TEST_F(SqliteCreation, ALinkOfAnotherUserInASharedFolderIsNotFollowed) {
     const std::string link = folder.file("shared/rdb.db");
     std::filesystem::create_directory(folder.file("shared"));
     ASSERT_EQ(symlink("../rdb.db", link.c_str()), 0);

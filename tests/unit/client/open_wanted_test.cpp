@@ -131,7 +131,7 @@ TEST(DesiredState, AllTagsComeBeforeTheFirstValue) {
     EXPECT_EQ(holder.lookups, 1);
 }
 
-TEST(DesiredState, ARefusalForGoodLeavesTheEarlierWishInPlace) {
+TEST(DesiredState, AFinalRefusalKeepsTheEarlierValue) {
     DesiredState desired;
     desired.recordRequest("m", errorNone);
     desired.recordRequest("malformed", errorBadRequest);

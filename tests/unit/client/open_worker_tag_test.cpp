@@ -67,7 +67,7 @@ TEST_F(WorkerTag, AServerWithoutTheTagHasAnsweredTheLookup) {
     EXPECT_EQ(script->takeMade(), (Made{"get t", "get t"}));
 }
 
-TEST_F(WorkerTag, ALookupThatFailedIsRepeatedBeforeConnectedIsTold) {
+TEST_F(WorkerTag, AFailedQueryIsRepeatedBeforeConnectedIsReported) {
     connect();
     answer({backendFailed("lost"), backendFailed("lost")});
     EXPECT_EQ(tagGet(), errorBackendFailed);
@@ -111,7 +111,7 @@ TEST_F(WorkerTag, ATagComesBeforeAPutThatIsRefused) {
     EXPECT_EQ(Made(made.begin(), made.begin() + 4), (Made{"put t=1", "import t", "import t", "put t=1"}));
 }
 
-TEST_F(WorkerTag, ATagIsAskedForAlsoWhileTheLookAtTheValueIsRefused) {
+TEST_F(WorkerTag, ATagIsQueriedEvenIfTheCheckOfTheValueIsRefused) {
     connect();
     EXPECT_EQ(put(), 0);
     answer({serverRefused("no")});
@@ -151,7 +151,7 @@ TEST_F(WorkerTag, OnlyTheFirstWaitAfterAFailedRequestIsLengthened) {
         expectBackoff(base);
 }
 
-TEST_F(WorkerTag, ALookupThatWaitsBehindAFailureCountsAsFailed) {
+TEST_F(WorkerTag, AQueryQueuedAfterAFailureFails) {
     connect();
     script->hold = true;
     answer({backendFailed("broken")});
@@ -167,7 +167,7 @@ TEST_F(WorkerTag, ALookupThatWaitsBehindAFailureCountsAsFailed) {
 }
 
 //  The back end hangs where the worker cannot end a wait, as in a system call on a broken disk.
-TEST_F(WorkerTag, ALookupThatIsGivenUpWhileTheBackEndHangsCountsAsDisconnectedAtOnce) {
+TEST_F(WorkerTag, AQueryAbandonedWhileTheBackEndHangsDisconnectsAtOnce) {
     connect();
     script->hold = true;
     ASSERT_EQ(send("one"), 0);
@@ -183,7 +183,7 @@ TEST_F(WorkerTag, ALookupThatIsGivenUpWhileTheBackEndHangsCountsAsDisconnectedAt
     EXPECT_EQ(script->takeMade(), (Made{"send one", "get t"}));
 }
 
-TEST_F(WorkerTag, ALookupThatIsGivenUpEndsTheExchangeAndTheConnection) {
+TEST_F(WorkerTag, AnAbandonedQueryEndsTheExchangeAndTheConnection) {
     connect();
     skipBackoff = false;
     beSilent();
@@ -193,7 +193,7 @@ TEST_F(WorkerTag, ALookupThatIsGivenUpEndsTheExchangeAndTheConnection) {
     EXPECT_EQ(reports.take(), "rdbapi: fake: no answer");
 }
 
-TEST_F(WorkerTag, ALookupThatIsGivenUpInTheQueueEndsTheExchangeBeforeIt) {
+TEST_F(WorkerTag, AQueryAbandonedInTheQueueEndsTheCurrentExchange) {
     connect();
     skipBackoff = false;
     beSilent();
@@ -205,7 +205,7 @@ TEST_F(WorkerTag, ALookupThatIsGivenUpInTheQueueEndsTheExchangeBeforeIt) {
     EXPECT_EQ(script->takeMade(), Made{"send one"});
 }
 
-TEST_F(WorkerTag, APutThatIsGivenUpEndsNothing) {
+TEST_F(WorkerTag, AnAbandonedPutDoesNotDisconnect) {
     connect();
     skipBackoff = false;
     beSilent();

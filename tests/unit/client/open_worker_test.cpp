@@ -14,7 +14,7 @@ using namespace rdbopen;
 
 using Worker_ = WorkerTest;
 
-TEST_F(Worker_, TellsConnectedAfterTheFirstSuccessfulOpenOnly) {
+TEST_F(Worker_, ReportsConnectedOnlyAfterTheFirstSuccessfulOpen) {
     script->opens = {backendFailed("a"), backendFailed("a"), {}};
     connect();
     EXPECT_EQ(script->opened, 3);
@@ -211,7 +211,7 @@ TEST_F(Worker_, TheRecoveryIsReportedAfterTheFirstSuccessfulRequest) {
     EXPECT_EQ(reports.take(), "rdbapi: fake: works again");
 }
 
-TEST_F(Worker_, ACallGivesUpAtThreeSeconds) {
+TEST_F(Worker_, ACallTimesOutAfterThreeSeconds) {
     connect();
     script->hold = true;
     expireWaits = true;
@@ -220,7 +220,7 @@ TEST_F(Worker_, ACallGivesUpAtThreeSeconds) {
     EXPECT_EQ(waitLimit, 3000);
 }
 
-TEST_F(Worker_, AnAbandonedCallLeavesTheCallersRecordAlone) {
+TEST_F(Worker_, AnAbandonedCallDoesNotWriteToTheCallersRecord) {
     connect();
     script->hold = true;
     RdbTag tag = tagNamed("t");
@@ -256,7 +256,7 @@ TEST_F(Worker_, TheQueueIsBounded) {
     EXPECT_EQ(send("too many"), errorBusy);
 }
 
-TEST_F(Worker_, MessagesBehindAFailureAreAnsweredWithARefusal) {
+TEST_F(Worker_, MessagesQueuedAfterAFailureAreRefused) {
     connect();
     script->hold = true;
     script->requests = {backendFailed("broken")};
@@ -319,7 +319,7 @@ TEST_F(Worker_, AThreadThatCannotBeStartedIsAnErrorAndMayBeTriedAgain) {
     connect();
 }
 
-TEST_F(Worker_, AWaitThatFailsIsMadeAgainAfterAPauseInsteadOfAtOnce) {
+TEST_F(Worker_, AFailedWaitIsRepeatedAfterAPause) {
     longSleeps = 0;
     failPolls = 3;
     connect();

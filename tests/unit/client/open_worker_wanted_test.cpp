@@ -29,7 +29,7 @@ protected:
     }
 };
 
-TEST_F(WorkerWanted, ALostPutIsMadeAgainBeforeConnectedIsTold) {
+TEST_F(WorkerWanted, ALostPutIsRepeatedBeforeConnectedIsReported) {
     connect();
     fail({backendFailed("lost")});
     EXPECT_EQ(put("1"), errorBackendFailed);
@@ -38,7 +38,7 @@ TEST_F(WorkerWanted, ALostPutIsMadeAgainBeforeConnectedIsTold) {
     EXPECT_EQ(script->takeMade(), (Made{"put t=1", "put t=1"}));
 }
 
-TEST_F(WorkerWanted, ALinkThatFailsAtTheCompletionTellsNothing) {
+TEST_F(WorkerWanted, AConnectionThatFailsInTheRetryIsNotReported) {
     connect();
     fail({backendFailed("lost"), backendFailed("lost"), backendFailed("lost")});
     EXPECT_EQ(put("1"), errorBackendFailed);
@@ -51,7 +51,7 @@ TEST_F(WorkerWanted, ALinkThatFailsAtTheCompletionTellsNothing) {
     EXPECT_EQ(reports.count(), 0U);
 }
 
-TEST_F(WorkerWanted, ARefusedPutIsMadeAgainWithGrowingWaitsWhileTheConnectionStays) {
+TEST_F(WorkerWanted, ARefusedPutIsRepeatedWithGrowingWaitsInTheConnection) {
     connect();
     fail({serverRefused("no right"), serverRefused("no right"), serverRefused("no right")});
     EXPECT_EQ(put("1"), errorServerRefused);
@@ -64,7 +64,7 @@ TEST_F(WorkerWanted, ARefusedPutIsMadeAgainWithGrowingWaitsWhileTheConnectionSta
     EXPECT_EQ(reports.count(), 0U);
 }
 
-TEST_F(WorkerWanted, OnlyTheNewestValueIsMadeAgain) {
+TEST_F(WorkerWanted, OnlyTheNewestValueIsRetried) {
     connect();
     skipBackoff = false;
     fail({serverRefused("no right"), serverRefused("no right")});
@@ -74,7 +74,7 @@ TEST_F(WorkerWanted, OnlyTheNewestValueIsMadeAgain) {
     EXPECT_EQ(script->takeMade(), (Made{"put t=1", "put t=2", "put t=2"}));
 }
 
-TEST_F(WorkerWanted, ARequestThatSucceedsEndsTheCompletion) {
+TEST_F(WorkerWanted, ASuccessfulRequestEndsTheRetry) {
     connect();
     skipBackoff = false;
     fail({serverRefused("no right")});
@@ -87,7 +87,7 @@ TEST_F(WorkerWanted, ARequestThatSucceedsEndsTheCompletion) {
     EXPECT_EQ(reports.take(), "rdbapi: fake: works again");
 }
 
-TEST_F(WorkerWanted, AMessageIsAnsweredOnceAndCompletedInSilence) {
+TEST_F(WorkerWanted, AMessageIsAnsweredOnceAndRetriedWithoutAReply) {
     connect();
     fail({serverRefused("REFUSED")});
     EXPECT_EQ(send("m"), 0);
@@ -98,7 +98,7 @@ TEST_F(WorkerWanted, AMessageIsAnsweredOnceAndCompletedInSilence) {
     EXPECT_EQ(script->takeMade(), (Made{"send m", "send m", "send end"}));
 }
 
-TEST_F(WorkerWanted, ARequestThatCanNeverSucceedIsNotMadeAgain) {
+TEST_F(WorkerWanted, ARequestThatCanNeverSucceedIsNotRepeated) {
     connect();
     fail({{errorBadRequest, {}}});
     EXPECT_EQ(send("bad"), 0);
@@ -109,7 +109,7 @@ TEST_F(WorkerWanted, ARequestThatCanNeverSucceedIsNotMadeAgain) {
 }
 
 //  A different request succeeds afterwards: this is not a recovery.
-TEST_F(WorkerWanted, WhyARequestCanNeverSucceedIsReportedOnceUntilOneSucceeds) {
+TEST_F(WorkerWanted, AFinalFailureIsReportedOnceUntilASuccess) {
     connect();
     fail({{errorBadRequest, "no name"}, {errorBadRequest, "no name"}, {}, {errorBadRequest, "no name"}, {}});
     for (int i = 0; i < 5; ++i) {
@@ -132,7 +132,7 @@ TEST_F(WorkerWanted, AServerThatLostTheTagGetsItAgain) {
     EXPECT_EQ(script->takeMade(), (Made{"import t", "put t=1", "put t=1", "import t", "put t=1"}));
 }
 
-TEST_F(WorkerWanted, AValueOfATagNeverSeenIsLeftToItsUser) {
+TEST_F(WorkerWanted, AValueOfAnUnknownTagIsLeftToItsUser) {
     connect();
     fail({{errorNoSuchTag, {}}, {errorNoSuchTag, {}}});
     EXPECT_EQ(put("1"), errorNoSuchTag);
@@ -142,7 +142,7 @@ TEST_F(WorkerWanted, AValueOfATagNeverSeenIsLeftToItsUser) {
     EXPECT_EQ(script->takeMade(), (Made{"put t=1", "put t=1", "send end"}));
 }
 
-TEST_F(WorkerWanted, AnAbandonedPutIsMadeLater) {
+TEST_F(WorkerWanted, AnAbandonedPutIsRetriedLater) {
     connect();
     script->hold = true;
     ASSERT_EQ(send("first"), 0);
@@ -155,7 +155,7 @@ TEST_F(WorkerWanted, AnAbandonedPutIsMadeLater) {
     EXPECT_EQ(script->takeMade(), (Made{"send first", "put t=1"}));
 }
 
-TEST_F(WorkerWanted, WhatWaitedBehindAFailureIsCompletedToo) {
+TEST_F(WorkerWanted, RequestsQueuedAfterAFailureAreRetriedToo) {
     connect();
     script->hold = true;
     fail({backendFailed("broken")});
@@ -168,7 +168,7 @@ TEST_F(WorkerWanted, WhatWaitedBehindAFailureIsCompletedToo) {
     EXPECT_EQ(script->takeMade(), (Made{"send one", "send two"}));
 }
 
-TEST_F(WorkerWanted, ACheckThatFindsTheValueGonePutsItAgain) {
+TEST_F(WorkerWanted, ACheckThatFindsTheValueMissingPutsItAgain) {
     connect();
     EXPECT_EQ(put("1"), 0);
     script->checkSeconds = 60;
@@ -183,7 +183,7 @@ TEST_F(WorkerWanted, ACheckThatFindsTheValueGonePutsItAgain) {
     EXPECT_EQ(made, (Made{"put t=1", "get t", "put t=1"}));
 }
 
-TEST_F(WorkerWanted, WhatTheServerHoldsIsNotPutAgain) {
+TEST_F(WorkerWanted, AValueOnTheServerIsNotPutAgain) {
     script->checkSeconds = 60;
     connect();
     EXPECT_EQ(put("1"), 0);
@@ -192,7 +192,7 @@ TEST_F(WorkerWanted, WhatTheServerHoldsIsNotPutAgain) {
 }
 
 //  The success of a request does not show that a refused check would pass. Without an interval no other check follows.
-TEST_F(WorkerWanted, WhatACheckIsRefusedForIsOverWhenALookSaysSoAndNotWhenARequestSucceeds) {
+TEST_F(WorkerWanted, ARefusedCheckRecoversOnlyThroughACheck) {
     connect();
     EXPECT_EQ(put("1"), 0);
     refuseChecks(2);
@@ -210,7 +210,7 @@ TEST_F(WorkerWanted, WhatACheckIsRefusedForIsOverWhenALookSaysSoAndNotWhenAReque
     EXPECT_EQ(reports.count(), 0U);
 }
 
-TEST_F(WorkerWanted, WhatACheckIsRefusedForIsToldOnceUntilACheckSucceeds) {
+TEST_F(WorkerWanted, ARefusedCheckIsReportedOnceUntilACheckSucceeds) {
     connect();
     EXPECT_EQ(put("1"), 0);
     refuseChecks(3);
@@ -255,14 +255,14 @@ protected:
     int answers[2];
 };
 
-TEST_F(WorkerCheck, GivesWayToACallThatIsPostedMeanwhileAndIsNoFailure) {
+TEST_F(WorkerCheck, IsInterruptedByACallWithoutAFailure) {
     ASSERT_TRUE(checkBegins());
     EXPECT_EQ(tagGet(), 0);
     EXPECT_EQ(events.count(), 0U);
     EXPECT_EQ(reports.count(), 0U);
 }
 
-TEST_F(WorkerCheck, ThatGaveWayIsMadeAgainAfterTheInterval) {
+TEST_F(WorkerCheck, ThatWasInterruptedIsRepeatedAfterTheInterval) {
     script->checkSeconds = 60;
     ASSERT_TRUE(checkBegins());
     script->checkWaits = -1;
@@ -279,7 +279,7 @@ TEST_F(WorkerCheck, ThatGaveWayIsMadeAgainAfterTheInterval) {
 }
 
 //  A refused check is over when a check succeeds, not when a check is interrupted.
-TEST_F(WorkerCheck, ThatGaveWayIsNoSuccess) {
+TEST_F(WorkerCheck, ThatWasInterruptedIsNoSuccess) {
     answer();
     refuseChecks(1);
     ASSERT_TRUE(checkBegins());
@@ -294,7 +294,7 @@ TEST_F(WorkerCheck, ThatGaveWayIsNoSuccess) {
     EXPECT_EQ(reports.take(), "rdbapi: fake: works again");
 }
 
-TEST_F(WorkerCheck, ThatMayNotBeCutOffIsMadeToItsEndBeforeTheCall) {
+TEST_F(WorkerCheck, ThatMayNotBeInterruptedEndsBeforeTheCall) {
     script->givesWay = false;
     ASSERT_TRUE(checkBegins());
     ASSERT_EQ(send("x"), 0);
@@ -303,7 +303,7 @@ TEST_F(WorkerCheck, ThatMayNotBeCutOffIsMadeToItsEndBeforeTheCall) {
     EXPECT_EQ(events.count(), 0U);
 }
 
-TEST_F(WorkerWanted, AConnectionThatTheServerClosesIsNoticedWhileNothingIsAsked) {
+TEST_F(WorkerWanted, AnIdleConnectionThatTheServerClosesIsDetected) {
     int ends[2];
     ASSERT_EQ(pipe(ends), 0);
     script->watched = ends[0];

@@ -28,7 +28,7 @@ std::string written(const std::string& text) {
     return std::string(out.data() + 1, out.size() - 1);
 }
 
-TEST(JsonReserved, EveryByteAtEveryPlaceIsWrittenAsItsPiecesAre) {
+TEST(JsonReserved, EveryByteAtEveryPlaceMatchesPiecewiseWriting) {
     for (size_t length = 1; length <= 40; ++length)
         for (size_t place = 0; place < length; ++place)
             for (int byte = 0; byte < 256; ++byte) {
@@ -38,7 +38,7 @@ TEST(JsonReserved, EveryByteAtEveryPlaceIsWrittenAsItsPiecesAre) {
             }
 }
 
-TEST(JsonReserved, ATextOfOneByteAloneIsWrittenAsItsPiecesAre) {
+TEST(JsonReserved, ATextOfOneByteMatchesPiecewiseWriting) {
     for (size_t length = 16; length <= 40; ++length)
         for (int byte = 0; byte < 256; ++byte) {
             const std::string text(length, static_cast<char>(byte));
@@ -82,12 +82,12 @@ void append_key(const char* key, olk::string& out) {
     out.append("\":");
 }
 
-TEST(JsonReserved, TheBufferGrowsAsForTheValuesPieces) {
+TEST(JsonReserved, TheBufferGrowsAsInPiecewiseWritingOfAValue) {
     grows_as_for_pieces([](olk::string& out) { olk::writeString(address.data(), address.size(), out); },
                         [](olk::string& out) { append_value(address, out); });
 }
 
-TEST(JsonReserved, TheBufferGrowsAsForTheFirstMembersPieces) {
+TEST(JsonReserved, TheBufferGrowsAsInPiecewiseWritingOfTheFirstMember) {
     grows_as_for_pieces(
         [](olk::string& out) {
             uint32_t members = 0;
@@ -100,7 +100,7 @@ TEST(JsonReserved, TheBufferGrowsAsForTheFirstMembersPieces) {
         });
 }
 
-TEST(JsonReserved, TheBufferGrowsAsForTheNextMembersPieces) {
+TEST(JsonReserved, TheBufferGrowsAsInPiecewiseWritingOfTheNextMember) {
     grows_as_for_pieces(
         [](olk::string& out) {
             uint32_t members = 1;
@@ -114,7 +114,7 @@ TEST(JsonReserved, TheBufferGrowsAsForTheNextMembersPieces) {
         });
 }
 
-TEST(JsonReserved, TheBufferGrowsAsForTheArraysPieces) {
+TEST(JsonReserved, TheBufferGrowsAsInPiecewiseWritingOfAnArray) {
     olk::vector_<olk::string> list;
     for (int i = 0; i < 3; ++i)
         list.push_back(olk::string(address.data(), address.size()));
