@@ -33,7 +33,7 @@ void compilerBarrier() {
 
 }  // namespace
 
-//  A cleared mark is always older than 600 seconds, so after a reconnect the next cycle sends the list, changed or not.
+//  A cleared mark is the time 0, which is long past. So after a reconnect the next cycle sends the list, changed or not.
 void onRdbEvent(std::int32_t event, std::int64_t, void* user) {
     const CallbackStep step;
     CRunCls& run = *static_cast<CRunCls*>(user);

@@ -21,7 +21,7 @@ namespace {
 //  matters; the compiler keeps it because all accesses have the default memory order.
 constinit std::atomic<pthread_t> service_thread{0};  // 0 before installExitSignals
 constinit std::atomic<int> pending_signal{0};        // number of the first exit signal; 0 before it
-constinit std::atomic<int> ticks_left{0};            // until the current wait ends
+constinit std::atomic<int> ticks_left{0};            // ticks until the current wait ends
 constinit std::atomic<int> callbacks{0};             // callbacks that run on other threads
 constinit std::atomic<bool> in_step{false};
 constinit std::atomic<bool> alarm_handled{false};

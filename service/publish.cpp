@@ -1,6 +1,6 @@
 //  The publish cycle.
 //
-//  Code that logs tests the pointer to the log first: an object without a log still publishes.
+//  An object without a log publishes too, so the pointer to the log is tested before each use.
 #include "exitsignal.h"
 #include "localaddr.h"
 #include "runcls.h"

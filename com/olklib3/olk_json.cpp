@@ -32,8 +32,8 @@ char escape_of(char c) {
     return escapes[static_cast<unsigned char>(c)];
 }
 
-//  The characters that are copied in one step, and the result of testing them: compiler vector types, whose operators
-//  act on all 16 elements at once.
+//  Types for the 16 characters of one step and for the result of their test. They are compiler vector types: an operator
+//  acts on all 16 elements at once.
 constexpr size_t step = 16;
 using characters = unsigned char __attribute__((vector_size(step)));
 using match_mask = signed char __attribute__((vector_size(step)));

@@ -1,4 +1,4 @@
-//  Name resolution: of the addresses of a host, the first of each family, as text.
+//  Resolves the name of a host to text: one IPv4 and one IPv6 address, the first of each.
 //
 //  Threads: as getaddrinfo(3).
 #ifndef OLK_RESOLVE_H
