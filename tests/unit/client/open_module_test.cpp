@@ -15,15 +15,15 @@ using namespace rdbopen;
 
 const std::string modules = MODULES "/";  // the folder of the test's modules
 
-Outcome loaded(const std::string& name, const Module*& module) {
+Status loaded(const std::string& name, const Module*& module) {
     return loadModule(modules, name, module);
 }
 
 TEST(ModuleLoader, AMissingFileIsNotInstalled) {
     const Module* module = nullptr;
-    const Outcome outcome = loaded("absent", module);
-    EXPECT_EQ(outcome.code, errorNotInstalled);
-    EXPECT_EQ(outcome.reason,
+    const Status status = loaded("absent", module);
+    EXPECT_EQ(status.code, errorNotInstalled);
+    EXPECT_EQ(status.reason,
               "the back end absent is not installed: " + modules + "librdbapix64-absent.so does not exist");
     EXPECT_EQ(module, nullptr);
 }
@@ -37,26 +37,25 @@ TEST(ModuleLoader, AFileThatIsNoSharedObjectCannotBeLoaded) {
     const opentest::Folder folder;
     const Module* module = nullptr;
     std::ofstream(folder.file("librdbapix64-text.so")) << "This is no shared object.\n";
-    const Outcome outcome = loadModule(folder.file(""), "text", module);
-    EXPECT_EQ(outcome.code, errorNotLoadable);
-    EXPECT_EQ(outcome.reason.find("the back end text cannot be loaded: " + folder.file("librdbapix64-text.so")), 0U)
-        << outcome.reason;
+    const Status status = loadModule(folder.file(""), "text", module);
+    EXPECT_EQ(status.code, errorNotLoadable);
+    EXPECT_EQ(status.reason.find("the back end text cannot be loaded: " + folder.file("librdbapix64-text.so")), 0U)
+        << status.reason;
     EXPECT_EQ(module, nullptr);
 }
 
 TEST(ModuleLoader, TheReasonNamesALibraryThatAModuleNeeds) {
     const Module* module = nullptr;
-    const Outcome outcome = loaded("needy", module);
-    EXPECT_EQ(outcome.code, errorNotLoadable);
-    EXPECT_EQ(outcome.reason.find("the back end needy cannot be loaded: libneeded_by_needy.so: "), 0U)
-        << outcome.reason;
+    const Status status = loaded("needy", module);
+    EXPECT_EQ(status.code, errorNotLoadable);
+    EXPECT_EQ(status.reason.find("the back end needy cannot be loaded: libneeded_by_needy.so: "), 0U) << status.reason;
 }
 
 TEST(ModuleLoader, AForeignFileHasNoDescriptor) {
     const Module* module = nullptr;
-    const Outcome outcome = loaded("foreign", module);
-    EXPECT_EQ(outcome.code, errorNotLoadable);
-    EXPECT_EQ(outcome.reason,
+    const Status status = loaded("foreign", module);
+    EXPECT_EQ(status.code, errorNotLoadable);
+    EXPECT_EQ(status.reason,
               "the back end foreign cannot be used: " + modules + "librdbapix64-foreign.so is no module of it");
     EXPECT_EQ(module, nullptr);
 }
@@ -72,10 +71,10 @@ TEST(ModuleLoader, TheModuleOfAnotherBackEndUnderTheNameIsForeign) {
 TEST(ModuleLoader, AModuleOfAnotherVersionIsNotUsed) {
     for (const std::string name : {"otherversion", "otherinterface", "noversion"}) {
         const Module* module = nullptr;
-        const Outcome outcome = loaded(name, module);
-        EXPECT_EQ(outcome.code, errorNotLoadable) << name;
-        EXPECT_EQ(outcome.reason, "the back end " + name + " cannot be used: " + modules + "librdbapix64-" + name +
-                                      ".so is not of version " RDBAPI_VERSION ", which the client library has");
+        const Status status = loaded(name, module);
+        EXPECT_EQ(status.code, errorNotLoadable) << name;
+        EXPECT_EQ(status.reason, "the back end " + name + " cannot be used: " + modules + "librdbapix64-" + name +
+                                     ".so is not of version " RDBAPI_VERSION ", which the client library has");
         EXPECT_EQ(module, nullptr);
     }
 }
@@ -174,15 +173,16 @@ TEST_F(ThrowingModule, AThrowingRequestIsAFailedBackEnd) {
     ASSERT_EQ(module->make(Url{"throwing", "", "/", {}}, {}, backend, text), errorNone);
     RdbTag tag{};
     RdbSnapshot record{};
-    const Outcome outcomes[] = {backend->open(NoWaiter()),   backend->tagGet(tag),       backend->tagImport(tag),
-                                backend->put({&record, 1}),  backend->message("", text), backend->probe(),
-                                backend->checkValue(record), backend->checkMessage("")};
-    for (const Outcome& outcome : outcomes) {
-        EXPECT_EQ(outcome.code, errorBackendFailed);
-        EXPECT_EQ(outcome.reason, "out of memory");
+    const Status statuses[] = {backend->open(NoWaiter()),           backend->tags()->get(tag),
+                               backend->tags()->import(tag),        backend->tags()->put({&record, 1}),
+                               backend->updates()->apply("", text), backend->probe(),
+                               backend->tags()->checkValue(record), backend->updates()->checkRequest("")};
+    for (const Status& status : statuses) {
+        EXPECT_EQ(status.code, errorBackendFailed);
+        EXPECT_EQ(status.reason, "out of memory");
     }
     EXPECT_EQ(backend->label(), "");
-    EXPECT_EQ(backend->refusal("", 0), "");
+    EXPECT_EQ(backend->updates()->refusal("", 0), "");
 }
 
 }  // namespace

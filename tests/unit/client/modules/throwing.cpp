@@ -7,20 +7,21 @@ namespace {
 
 using namespace rdbopen;
 
-class ThrowingBackend : public Backend {
+class ThrowingBackend : public Backend, public TagBackend, public UpdateBackend {
 public:
+    TagBackend* tags() noexcept override { return this; }
+    UpdateBackend* updates() noexcept override { return this; }
     std::string label() const override { throw std::runtime_error("label"); }
-    bool serves(Service) const noexcept override { return true; }
-    Outcome open(const Waiter&) override { throw std::runtime_error("open"); }
+    Status open(const Waiter&) override { throw std::runtime_error("open"); }
     void close() noexcept override {}
-    Outcome tagGet(RdbTag&) override { throw std::bad_alloc(); }
-    Outcome tagImport(const RdbTag&) override { throw 1; }
-    Outcome put(std::span<const RdbSnapshot>) override { throw std::runtime_error("put"); }
-    Outcome message(std::string_view, std::string&) override { throw std::runtime_error("message"); }
+    Status get(RdbTag&) override { throw std::bad_alloc(); }
+    Status import(const RdbTag&) override { throw 1; }
+    Status put(std::span<const RdbSnapshot>) override { throw std::runtime_error("put"); }
+    Status apply(std::string_view, std::string&) override { throw std::runtime_error("apply"); }
     std::string refusal(std::string_view, int) override { throw std::runtime_error("refusal"); }
-    Outcome probe() override { throw std::runtime_error("probe"); }
-    Outcome checkValue(const RdbSnapshot&) override { throw std::runtime_error("checkValue"); }
-    Outcome checkMessage(std::string_view) override { throw std::runtime_error("checkMessage"); }
+    Status probe() override { throw std::runtime_error("probe"); }
+    Status checkValue(const RdbSnapshot&) override { throw std::runtime_error("checkValue"); }
+    Status checkRequest(std::string_view) override { throw std::runtime_error("checkRequest"); }
 };
 
 int make(const Url& url, const Credentials&, std::unique_ptr<Backend>& backend, std::string&) {
