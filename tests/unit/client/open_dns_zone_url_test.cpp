@@ -6,22 +6,22 @@ namespace {
 
 using namespace rdbopen;
 
-struct Result {
+struct Parsed {
     bool taken = false;
     DnsZone zone;
     std::string reason;
 };
 
-Result parse(const std::string& text) {
+Parsed parse(const std::string& text) {
     Url url;
-    Result result;
+    Parsed result;
     EXPECT_TRUE(parseUrl(text, url, result.reason)) << text;
     result.taken = parseDnsZone(url, result.zone, result.reason);
     return result;
 }
 
 TEST(DnsZoneUrl, HasDefaultsForEverythingButServerAndZone) {
-    const Result result = parse("dns://ns.example.org/example.org");
+    const Parsed result = parse("dns://ns.example.org/example.org");
     ASSERT_TRUE(result.taken) << result.reason;
     EXPECT_EQ(result.zone.server.host, "ns.example.org");
     EXPECT_EQ(result.zone.server.port, 53);
@@ -33,7 +33,7 @@ TEST(DnsZoneUrl, HasDefaultsForEverythingButServerAndZone) {
 }
 
 TEST(DnsZoneUrl, TakesEachOption) {
-    const Result result = parse("dns://[2001:db8::53]:5353/example.org?check=0&skip=deprecated,ula,temporary"
+    const Parsed result = parse("dns://[2001:db8::53]:5353/example.org?check=0&skip=deprecated,ula,temporary"
                                 "&algorithm=hmac-sha512&ttl=2147483647");
     ASSERT_TRUE(result.taken) << result.reason;
     EXPECT_EQ(result.zone.server.host, "2001:db8::53");
@@ -90,7 +90,7 @@ TEST(DnsZoneUrl, WhatIsNotOneIsRefusedWithTheReason) {
         {"dns://s/z?MTIzNDU2Nzg5MDEyMzQ1Ng==", options},
     };
     for (const auto& [url, reason] : rows) {
-        const Result result = parse(url);
+        const Parsed result = parse(url);
         EXPECT_FALSE(result.taken) << url;
         EXPECT_EQ(result.reason, reason) << url;
     }
