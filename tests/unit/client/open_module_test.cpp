@@ -110,7 +110,7 @@ TEST(ModuleLoader, LeavesTheSignalMaskAsItWas) {
     sigaddset(&before, SIGUSR1);
     pthread_sigmask(SIG_SETMASK, &before, nullptr);
     for (const char* name : {"throwing", "foreign", "absent"})
-        loaded(name, module);
+        static_cast<void>(loaded(name, module));
     pthread_sigmask(SIG_SETMASK, nullptr, &after);
     for (int signal = 1; signal < SIGRTMAX; ++signal)
         EXPECT_EQ(sigismember(&before, signal), sigismember(&after, signal)) << signal;
@@ -120,7 +120,7 @@ TEST(ModuleLoader, LeavesTheSignalMaskAsItWas) {
 TEST(ModuleLoader, BlocksTheExitSignalsWhileAModuleIsLoaded) {
     const Module* module = nullptr;
     unsetenv("MASKED_MODULE_BLOCKED");
-    loaded("masked", module);
+    static_cast<void>(loaded("masked", module));
     EXPECT_STREQ(getenv("MASKED_MODULE_BLOCKED"), "INT TERM");
 }
 
