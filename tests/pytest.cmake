@@ -3,7 +3,8 @@
 #  The files test_*.py of the current folder, which run the whole program in private namespaces. Each file is a test of
 #  ctest with the label KIND, and with the label dns or redis when it imports a module of that name. The tests that a file
 #  or its cases mark with a subject (refusal, retry, failover) are a test of ctest of their own, with that label; the file's
-#  test has the others.
+#  test has the others. In a file that imports modules of both names a comment after the mark names the server that the
+#  marked test is about: @pytest.mark.refusal  # redis.
 
 set(python /usr/bin/python3)
 set(namespaces unshare --mount --ipc --net --pid --fork --mount-proc)
@@ -69,7 +70,7 @@ function(addrpubd_pytest kind)
         endforeach()
         #  Without the marked tests; a mark is the last line above its test, or another mark is.
         list(JOIN subjects "|" any)
-        string(REGEX REPLACE "@pytest[.]mark[.](${any})\n *(@[^\n]*\n *)*def test_" "" others "${text}")
+        string(REGEX REPLACE "@pytest[.]mark[.](${any})[^\n]*\n *(@[^\n]*\n *)*def test_" "" others "${text}")
         if(others MATCHES "def test_" OR NOT marked)
             list(PREPEND marked none)
         endif()
@@ -77,6 +78,13 @@ function(addrpubd_pytest kind)
             set(test ${kind}.${name})
             set(chosen "")
             set(subject_label "")
+            set(of_test ${labels})
+            string(REGEX MATCHALL "pytest[.]mark[.]${subject}  # (dns|redis)" named "${text}")
+            if(named)
+                list(REMOVE_ITEM of_test dns redis)
+                list(TRANSFORM named REPLACE ".* # " "")
+                list(APPEND of_test ${named})
+            endif()
             if(NOT subject STREQUAL none)
                 string(APPEND test .${subject})
                 set(chosen -m ${subject})
@@ -91,7 +99,7 @@ function(addrpubd_pytest kind)
                 SKIP_RETURN_CODE 77
                 TIMEOUT ${timeout}
                 COST ${cost}
-                LABELS "${labels};${subject_label}")
+                LABELS "${of_test};${subject_label}")
         endforeach()
     endforeach()
 endfunction()

@@ -116,7 +116,7 @@ def sentinel(scene):
 @pytest.mark.parametrize(
     "make", [cluster_without_slots, cluster_of_one_node, memory_limit, read_only_replica, sentinel]
 )
-@pytest.mark.refusal
+@pytest.mark.refusal  # redis
 def test_4861_a_redis_that_refuses_the_tag_does_not_block_dns_updates(scene, make):
     make(scene)
     scene.run_service()
@@ -125,7 +125,7 @@ def test_4861_a_redis_that_refuses_the_tag_does_not_block_dns_updates(scene, mak
     assert scene.process.output_so_far().count(b"connect rdb server") == 1
 
 
-@pytest.mark.refusal
+@pytest.mark.refusal  # redis
 def test_4862_a_redis_user_without_permission_does_not_block_dns_updates(scene):
     scene.redis.start()
     scene.redis.command(*USER, "-@all", "+ping")

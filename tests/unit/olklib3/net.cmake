@@ -10,8 +10,8 @@ addrpubd_unit_test(olk_url_test ONE_THREAD
         olk_url_test.cpp
     APART olk_url_model_test.cpp
     LIBS olklib3
-    WRAP ${resolver_calls})
-target_compile_definitions(olk_url_test PRIVATE TEST_DATA="${PROJECT_SOURCE_DIR}/tests/data")
+    WRAP ${resolver_calls}
+    DEFINES TEST_DATA="${PROJECT_SOURCE_DIR}/tests/data")
 
 addrpubd_unit_test(olk_udplog_test
     SOURCES
