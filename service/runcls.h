@@ -47,7 +47,7 @@ public:
     std::string dnsuser;
     std::string dnspswd;
     std::int32_t seqno = 0;                     // number of the last request
-    olk::vector_<std::uint16_t> dnshttpsports;  // HTTPS ports for the DNS server, in the order of the ini file
+    olk::vector_<std::uint16_t> dnshttpsports;  // this host's HTTPS ports, in the order of the ini file
     time_t last_sent_time = 0;                  // time of the last DNS update, seconds; 0 after a connect event
 
     CRunCls() = default;

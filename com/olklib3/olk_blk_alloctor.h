@@ -31,7 +31,7 @@ constexpr size_t blk_header_size = 8;
 
 struct blk_heap;
 
-//  LOCK must be spinlock: blk_heap::owner has that type.
+//  LOCK must be spinlock: blk_heap::owner points to blk_alloctor<spinlock>.
 template <class LOCK>
 struct blk_alloctor : memheap_ {
     blk_heap* heaps;      // the head of the list; null without a heap

@@ -47,7 +47,7 @@ long address(const void* p) {
     return reinterpret_cast<long>(p);
 }
 
-//  The file of one object, which the compiler's library passes in pieces.
+//  The counter file of one object file; libgcov passes its contents in pieces.
 struct Stream {
     char path[longest_path];
     std::size_t path_length;

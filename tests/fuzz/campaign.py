@@ -80,7 +80,7 @@ class Run:
 
 
 def campaign(names, build, seconds, jobs):
-    """Runs the targets, jobs at once. Returns the runs in the order of names."""
+    """Runs the targets, at most jobs at a time. Returns the runs in the order of names."""
     waiting, running, ended = list(names), [], []
     told = time.monotonic()
     try:

@@ -228,7 +228,7 @@ def asked_for(tree, covering, explained, results, options):
 
 
 def unborne(tree, explained, files):
-    """What is explained about these files and is true of none of their mutants."""
+    """Yields the lines of explained.txt for these files that match no mutant."""
     for file in files:
         for key in explained.without_mutant(file, mutants_of(file, (tree / file).read_text())):
             yield f"no such mutant: {key}"

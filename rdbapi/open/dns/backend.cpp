@@ -69,7 +69,7 @@ Status wrongServer(std::string reason) {
     return {errorServerRefused, std::move(reason), true};
 }
 
-//  Returns the time limit of one exchange within an operation whose limit is until.
+//  Returns the time at which one exchange must end; the whole operation must end at until.
 std::chrono::milliseconds exchangeEnd(std::chrono::milliseconds until) {
     return std::min(until, monotonicNow() + exchangeLimit);
 }

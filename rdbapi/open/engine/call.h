@@ -5,7 +5,7 @@
 //                        \---- limit: abandoned; the worker sees to it later, or finishes it unseen
 //      UpdateCall: caller goes on; worker: run, finish = reply callback
 //
-//  Shared by shared_ptr; whoever is later frees it.
+//  Held by shared_ptr; the last owner frees it.
 #ifndef RDBAPI_OPEN_ENGINE_CALL_H
 #define RDBAPI_OPEN_ENGINE_CALL_H
 

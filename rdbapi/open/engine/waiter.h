@@ -11,8 +11,8 @@ class Waiter {
 public:
     enum class Result { ready, timedOut, closed, callWaits, failed };
 
-    //  Waits until descriptor is ready for one of events (poll(2)), or is broken, until is reached on monotonicNow(), or
-    //  the handle is closed. Ends as timedOut before that time also when nobody would wait for the answer any more.
+    //  Waits until descriptor is ready for one of events (poll(2)) or is broken, until monotonicNow() reaches the time
+    //  until, or until the handle is closed. Returns timedOut before that time if the caller has given up.
     //  callWaits: only during a check, see Backend::checksGiveWay. failed: errno says why.
     virtual Result wait(int descriptor, short events, std::chrono::milliseconds until) const noexcept = 0;
 

@@ -1,7 +1,7 @@
 //  The addresses of a server's name. A back end tries them in turn until it finds the right server: it skips an address
 //  that cannot be reached, and one whose answer shows that it is the wrong server.
 //
-//      lookUp:      | the one that was right last | the others, in the resolver's order |
+//      lookUp:      | the last address that was the right server | the others, in the resolver's order |
 //      tryEach:     all of them, from the first
 //      tryOthers:   all except the one that was tried last
 //

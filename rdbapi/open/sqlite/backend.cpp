@@ -15,7 +15,7 @@ namespace rdbopen {
 
 namespace {
 
-//  The interval of the back end redis. A check is six calls of stat(2) and one row for each tag.
+//  The same interval as in redis/backend.cpp. A check is six calls of stat(2) and one row for each tag.
 constexpr std::chrono::milliseconds checkAfter{60000};
 
 //  Emptying an empty log would look like a commit to other services.

@@ -24,7 +24,8 @@ constexpr std::size_t applicationIdAt = 68;
 constexpr std::int64_t marksEnd = 72;
 constexpr char magic[16] = "SQLite format 3";
 
-//  The beginning of a journal (section 3 of the same page): magic bytes, and the pages that the database had before.
+//  The beginning of a journal (section 3 of https://www.sqlite.org/fileformat.html): magic bytes, and the number of
+//  pages that the database had before.
 constexpr int journalHeaderSize = 28;
 constexpr std::size_t pagesBeforeAt = 16;
 constexpr unsigned char journalMagic[8] = {0xd9, 0xd5, 0x05, 0xf9, 0x20, 0xa1, 0x63, 0xd7};
@@ -69,8 +70,8 @@ std::int64_t bigEndian32(const unsigned char* first) {
     return std::int64_t{first[0]} << 24 | first[1] << 16 | first[2] << 8 | first[3];
 }
 
-//  True when SQLite will make the file at path empty, because its first transaction did not end. A journal of SQLite that
-//  begins with no page says so, whoever wrote it.
+//  Returns whether SQLite will empty the file at path, because its first transaction did not end: its journal then says
+//  that the database had no page before.
 bool isRolledBackToNothing(const std::string& path) {
     unsigned char header[journalHeaderSize]{};
     const int journal = open((path + "-journal").c_str(), O_RDONLY | O_CLOEXEC);

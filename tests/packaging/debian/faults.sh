@@ -4,7 +4,7 @@
 # shellcheck source=tests/packaging/debian/names.sh
 source "$(dirname "${BASH_SOURCE[0]}")/names.sh"
 
-#  The process is the program after stdbuf has executed it.
+#  MainPID has the name addrpubd only after stdbuf has executed it.
 runs_again_after() {
     local pid
     pid=$(property MainPID)

@@ -161,7 +161,7 @@ TEST(DnsBackend, OpenFailsWithoutAServer) {
     EXPECT_EQ(backendOf(url)->open(plainWaiter).reason, "cannot be reached: " + errorText(ECONNREFUSED));
 }
 
-TEST(DnsBackend, APasswordThatIsNoSecretFailsTheOpen) {
+TEST(DnsBackend, OpenFailsWhenThePasswordIsNotABase64Key) {
     EXPECT_EQ(backendOf("dns://127.0.0.1:1/z", "se*cret")->open(plainWaiter).reason,
               "the password is not the secret of a key in base64");
 }

@@ -36,7 +36,7 @@ TEST(DnsLayout, OfASignatureAtTheEndIsSigned) {
     EXPECT_EQ(place.data, 30U);
 }
 
-TEST(DnsLayout, ASignatureAnywhereElseIsMalformed) {
+TEST(DnsLayout, ASignatureThatIsNotTheLastRecordIsMalformed) {
     const std::string other = " 00 0001 0001 00000000 0000";
     EXPECT_EQ(layout(header("0000 0001 0000 0000") + signature), DnsLayout::malformed);
     EXPECT_EQ(layout(header("0000 0000 0001 0000") + signature), DnsLayout::malformed);

@@ -36,7 +36,7 @@ TEST_F(RedisParser, TakesEachKindOfAnswer) {
     EXPECT_TRUE(reply.elements[5].is(Kind::array));
 }
 
-TEST_F(RedisParser, TakesTheSameAnswerByteByByte) {
+TEST_F(RedisParser, TakesAnAnswerThatArrivesByteByByte) {
     const std::string bytes = "*2\r\n$3\r\nabc\r\n*1\r\n:5\r\n";
     for (std::size_t i = 0; i + 1 < bytes.size(); ++i)
         ASSERT_EQ(parse(bytes.substr(i, 1)), Result::incomplete) << i;

@@ -68,7 +68,7 @@ TEST(IsoTime, EightHoursEastEndsWithPlus08) {
     EXPECT_EQ(iso(april + 42), (outcome{1, "2025-04-11T17:05:03.042+08:00"}));
 }
 
-TEST(IsoTime, AHalfHourIsInTheClockAndNotInTheSuffix) {
+TEST(IsoTime, AHalfHourOffsetShiftsTheTimeButTheSuffixHasWholeHours) {
     const zone east("EHT-5:30");
     EXPECT_EQ(iso(april), (outcome{1, "2025-04-11T14:35:03+05:00"}));
     const zone west("WHT3:30");

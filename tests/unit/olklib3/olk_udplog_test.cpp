@@ -87,7 +87,7 @@ TEST_F(OpenUdpLog, AnIpv6DestinationIsPassedWhole) {
     EXPECT_EQ(datagram.destination_length, 28u);
 }
 
-TEST_F(OpenUdpLog, WithoutADestinationNoneIsPassed) {
+TEST_F(OpenUdpLog, WithoutADestinationSendtoGetsNoAddress) {
     log.addrlen = 0;
     log.add(30, "x");
     const Datagram datagram = sockets.take_datagram();
