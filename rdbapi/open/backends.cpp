@@ -22,7 +22,7 @@ constexpr struct {
 std::string advice(std::string_view packages) {
     if (packages.empty())
         return "; install addrpubd again";
-    return "; to have it, install " + std::string(packages) + " and build again";
+    return "; to include it, install " + std::string(packages) + " and build again";
 }
 
 }  // namespace
