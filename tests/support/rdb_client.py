@@ -55,6 +55,7 @@ ln -s /proc/self/fd /run/dev/fd
 ln -s pts/ptmx /run/dev/ptmx
 mount --move /run/dev /dev
 """
+_MARK = b"read up to here"
 _HEADER = re.compile(r"^<(\d+)>(?:\w{3} [ \d]\d \d\d:\d\d:\d\d )?")
 
 
@@ -66,14 +67,20 @@ class Syslog:
         self._socket = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
         self._socket.bind(str(sandbox.path("/dev/log")))
         sandbox.path("/dev/log").chmod(0o666)
+        self._marker = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
+        self._marker.connect(self._socket.getsockname())
         self._texts = []
+        self._mark_read = threading.Event()
         self._thread = threading.Thread(target=self._read, daemon=True)
         if reading:
             self._thread.start()
 
     def _read(self):
         while data := self._socket.recv(1 << 16):
-            self._texts.append(data.rstrip(b"\n\0").decode(errors="backslashreplace"))
+            if data == _MARK:
+                self._mark_read.set()
+            else:
+                self._texts.append(data.rstrip(b"\n\0").decode(errors="backslashreplace"))
 
     def fill(self):
         """Fills the socket of a daemon that does not read: a program that waits for room in it waits for ever."""
@@ -89,7 +96,11 @@ class Syslog:
         self._thread.start()
 
     def raw(self):
-        """Returns all texts so far, with priority and time."""
+        """Returns all texts so far, with priority and time: what was sent before this call is read first."""
+        if self._thread.is_alive():
+            self._mark_read.clear()
+            self._marker.send(_MARK)
+            assert self._mark_read.wait(PATIENCE), "the messages of syslog are not read"
         return list(self._texts)
 
     def lines(self, part=""):
@@ -104,6 +115,7 @@ class Syslog:
         self._socket.shutdown(socket.SHUT_RDWR)
         if self._thread.ident is not None:
             self._thread.join()
+        self._marker.close()
         self._socket.close()
 
 
