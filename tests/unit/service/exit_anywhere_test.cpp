@@ -15,10 +15,12 @@
 #include <cstdlib>
 #include <cstring>
 #include <random>
+#include <sstream>
 #include <string>
 #include <thread>
 
 #include <arpa/inet.h>
+#include <dlfcn.h>
 #include <fcntl.h>
 #include <ifaddrs.h>
 #include <netinet/in.h>
@@ -35,6 +37,8 @@ namespace {
 constexpr int hang_seconds = 30;
 constexpr std::size_t walked_instructions = 120'000;  // about ten cycles
 constexpr unsigned max_occurrence = 6;
+
+const char* const every_step = "disconnected 2, destroyed 2, exit functions 1 and 1";
 
 //  The signals of a run: ADDRPUBD_EXIT_ROUNDS in the environment (scripts/test --full: 20,000), or 2,000.
 int exitRounds() {
@@ -149,6 +153,17 @@ void fillInterfaces() {
     }
 }
 
+//  The file and the offset in it of a loaded instruction, as addr2line takes them.
+std::string nameOf(std::uintptr_t address) {
+    Dl_info info = {};
+    if (dladdr(reinterpret_cast<void*>(address), &info) == 0)
+        return "at " + std::to_string(address);
+    const std::uintptr_t offset = address - reinterpret_cast<std::uintptr_t>(info.dli_fbase);
+    std::ostringstream text;
+    text << "at " << info.dli_fname << " 0x" << std::hex << offset;
+    return text.str();
+}
+
 //  An exit function of a library, which uses the C library's allocator. Registered last, it runs first.
 void libraryExit() {
     for (int i = 0; i < 20; ++i)
@@ -195,8 +210,10 @@ protected:
         _exit(1);
     }
 
-    static bool tookEveryStep() {
-        return steps->disconnected == 2 && steps->destroyed == 2 && steps->library_exits == 1 && steps->last_exits == 1;
+    static std::string takenSteps() {
+        return "disconnected " + std::to_string(steps->disconnected) + ", destroyed " +
+               std::to_string(steps->destroyed) + ", exit functions " + std::to_string(steps->library_exits) + " and " +
+               std::to_string(steps->last_exits);
     }
 
     //  Returns whether the child holds a lock of the allocator. A free lock has the same value as in this process.
@@ -234,8 +251,9 @@ TEST_F(ExitAnywhere, TakesAllStepsFromAnyInstruction) {
         const bool in_lock = holdsALock(child);
         in_locks += in_lock;
         const std::optional<int> status = child.goOnWith(SIGTERM, hang_seconds);
-        ASSERT_EQ(status, 0) << "at " << address << ", time " << nth << (in_lock ? ", in a lock" : "");
-        ASSERT_TRUE(tookEveryStep()) << "at " << address << ", time " << nth << (in_lock ? ", in a lock" : "");
+        const std::string place = nameOf(address) + ", time " + std::to_string(nth) + (in_lock ? ", in a lock" : "");
+        ASSERT_EQ(status, 0) << place;
+        ASSERT_EQ(takenSteps(), every_step) << place;
     }
     std::printf("%d rounds at %zu instructions, %d inside a lock of the allocator; %d not reached\n", rounds,
                 places.size(), in_locks, not_reached);
@@ -269,7 +287,7 @@ TEST_F(ExitAnywhere, TakesAllStepsWhileAnotherThreadIsInCallbacks) {
         int status = -1;
         waitpid(pid, &status, 0);
         ASSERT_EQ(status, 0) << "round " << round;
-        ASSERT_TRUE(tookEveryStep()) << "round " << round;
+        ASSERT_EQ(takenSteps(), every_step) << "round " << round;
     }
 }
 
