@@ -14,6 +14,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 #include <random>
 #include <sstream>
 #include <string>
@@ -186,6 +187,9 @@ protected:
         service->dnshttpsports.push_back(443);
         service->log = new olk::prtlog;
         service->log->open("stdout");
+        //  A child would open the time zone's file at its first line of the log. Reading a file may take longer than a
+        //  step may last, and the end then has to skip steps.
+        tzset();
     }
 
     //  Turns this process, a child, into a service that can be ended.
