@@ -55,23 +55,21 @@ void checkPassword(const Subject& subject, const Server& server, CReport& report
 
 //  Adds the advice of the module on the url.
 void askModule(const Subject& subject, const Server& server, const rdbopen::Credentials& credentials, CReport& report) {
-    rdbopen::Url url;
-    std::string reason;
-    const rdbopen::Module* module = nullptr;
-    if (!rdbopen::parseUrl(subject.given(server.url), url, reason))
+    const rdbopen::Result<rdbopen::Url> url = rdbopen::parseUrl(subject.given(server.url));
+    if (!url.ok())
         return;
-    static_cast<void>(rdbopen::moduleForUrl(url, module));  // the caller has reported a failure
-    if (module == nullptr)
-        return;
+    const rdbopen::Result<const rdbopen::Module*> module = rdbopen::moduleForUrl(*url);
+    if (!module.ok())
+        return;  // the caller has reported it
     const Setting about[] = {server.url, server.password, hostname};
     std::vector<rdbopen::Advice> advice;
-    module->advise({url,
-                    credentials,
-                    settings[server.url].name,
-                    settings[server.password].name,
-                    subject.run.hostname,
-                    {subject.run.dnshttpsports.begin(), subject.run.dnshttpsports.end()}},
-                   advice);
+    (*module)->advise({*url,
+                       credentials,
+                       settings[server.url].name,
+                       settings[server.password].name,
+                       subject.run.hostname,
+                       {subject.run.dnshttpsports.begin(), subject.run.dnshttpsports.end()}},
+                      advice);
     for (const rdbopen::Advice& one : advice)
         report.warn(subject.line[about[static_cast<std::size_t>(one.about)]], printable(one.text));
 }
@@ -80,14 +78,13 @@ void checkBackend(const Subject& subject, const Server& server, CReport& report)
     const std::string name = settings[server.url].name;
     const std::size_t line = subject.line[server.url];
     const rdbopen::Credentials credentials = {subject.given(server.user), subject.given(server.password)};
-    std::unique_ptr<rdbopen::Backend> backend;
-    std::string reason;
-    const int code = rdbopen::makeBackend(subject.given(server.url), credentials, backend, reason);
-    if (code == rdbopen::errorUnknownScheme)
-        report.fail(line, name + ": " + printable(reason) + ": this build has no such back end");
-    else if (code != rdbopen::errorNone)
-        report.fail(line, name + ": " + printable(reason));
-    else if (!server.served_by(*backend)) {
+    rdbopen::BackendResult backend = rdbopen::makeBackend(subject.given(server.url), credentials);
+    const rdbopen::Status& status = backend.status();
+    if (status.code == rdbopen::errorUnknownScheme)
+        report.fail(line, name + ": " + printable(status.reason) + ": this build has no such back end");
+    else if (!status.ok())
+        report.fail(line, name + ": " + printable(status.reason));
+    else if (!server.served_by(**backend)) {
         report.warn(line, name + ": the back end of this scheme does not serve the " + server.name +
                               ": every request to it fails (rdburl and dnsurl exchanged?)");
         return;

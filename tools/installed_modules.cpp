@@ -17,6 +17,6 @@ std::string libraryFolder() {
 
 }  // namespace
 
-rdbopen::Status rdbopen::findModule(const std::string& name, const Module*& module) {
-    return loadModule(libraryFolder(), name, module);
+rdbopen::Result<const rdbopen::Module*> rdbopen::findModule(const std::string& name) {
+    return loadModule(libraryFolder(), name);
 }

@@ -27,37 +27,34 @@ std::string advice(std::string_view packages) {
 
 }  // namespace
 
-Status moduleForUrl(const Url& url, const Module*& module) {
-    module = &rdbapix64_log;
+Result<const Module*> moduleForUrl(const Url& url) {
     if (url.scheme == "log")
-        return {};
-    module = nullptr;
+        return &rdbapix64_log;
     const auto* const row =
         std::find_if(std::begin(schemes), std::end(schemes), [&](const auto& r) { return r.scheme == url.scheme; });
     if (row == std::end(schemes))
-        return {errorUnknownScheme, "unknown url scheme"};  // not quoted: a password may have strayed into the url
-    Status status = findModule(std::string(row->backEnd), module);
-    if (status.code == errorNotInstalled)
-        status.reason += advice(row->packages);
-    if (module == nullptr ||
-        std::find(module->schemes.begin(), module->schemes.end(), url.scheme) != module->schemes.end())
-        return status;
-    module = nullptr;
-    return {errorNotLoadable, "the back end " + std::string(row->backEnd) + " does not serve the url's scheme"};
+        return Status{errorUnknownScheme,
+                      "unknown url scheme"};  // not quoted: a password may have strayed into the url
+    Result<const Module*> module = findModule(std::string(row->backEnd));
+    if (module.status().code == errorNotInstalled)
+        return Status{errorNotInstalled, module.status().reason + advice(row->packages)};
+    if (!module.ok())
+        return module;
+    const auto served = (*module)->schemes;
+    if (std::find(served.begin(), served.end(), url.scheme) == served.end())
+        return Status{errorNotLoadable,
+                      "the back end " + std::string(row->backEnd) + " does not serve the url's scheme"};
+    return module;
 }
 
-int makeBackend(std::string_view url_text, const Credentials& credentials, std::unique_ptr<Backend>& backend,
-                std::string& reason) {
-    backend.reset();
-    Url url;
-    if (!parseUrl(url_text, url, reason))
-        return errorBadUrl;
-    const Module* module = nullptr;
-    Status status = moduleForUrl(url, module);
-    if (module != nullptr)
-        return module->make(url, credentials, backend, reason);
-    reason = std::move(status.reason);
-    return status.code;
+BackendResult makeBackend(std::string_view urlText, const Credentials& credentials) {
+    const Result<Url> url = parseUrl(urlText);
+    if (!url.ok())
+        return url.status();
+    const Result<const Module*> module = moduleForUrl(*url);
+    if (!module.ok())
+        return module.status();
+    return (*module)->make(*url, credentials);
 }
 
 }  // namespace rdbopen

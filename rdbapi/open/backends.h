@@ -5,18 +5,15 @@
 
 #include "module/module.h"
 
-#include <memory>
-
 namespace rdbopen {
 
-//  Stores the module that serves the url's scheme. On failure stores null and returns errorUnknownScheme,
-//  errorNotInstalled or errorNotLoadable with the reason, which holds nothing of the url but a known scheme.
-Status moduleForUrl(const Url& url, const Module*& module);
+//  Returns the module that serves the url's scheme. Fails with errorUnknownScheme, errorNotInstalled or errorNotLoadable;
+//  the reason holds nothing of the url but a known scheme.
+Result<const Module*> moduleForUrl(const Url& url);
 
-//  Makes the back end for url_text, unopened and without any exchange. Stores null in backend on failure, with the
-//  reason, which holds no password. Returns errorNone, errorBadUrl, errorNoResources or a code of moduleForUrl.
-int makeBackend(std::string_view url_text, const Credentials& credentials, std::unique_ptr<Backend>& backend,
-                std::string& reason);
+//  Makes the back end for urlText, unopened and without any exchange. Fails with errorBadUrl, errorNoResources or a code
+//  of moduleForUrl; the reason holds no password.
+BackendResult makeBackend(std::string_view urlText, const Credentials& credentials);
 
 }  // namespace rdbopen
 

@@ -57,13 +57,11 @@ int rdb_connectex(int handle, const char* url, const char* user, const char* pas
     if (url == nullptr || user == nullptr || password == nullptr || reserved != 0)
         return errorBadArgument;
     return withWorker(handle, [&](Worker& worker) {
-        std::unique_ptr<Backend> backend;
-        std::string reason;
-        const int refused = makeBackend(url, {user, password}, backend, reason);
-        if (refused == errorNone)
-            return worker.start(std::move(backend));
-        reportFailure("rdb_connectex", reason);
-        return refused;
+        BackendResult backend = makeBackend(url, {user, password});
+        if (backend.ok())
+            return worker.start(std::move(*backend));
+        reportFailure("rdb_connectex", backend.status().reason);
+        return backend.status().code;
     });
 }
 

@@ -108,9 +108,9 @@ int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const std::size_t answerPieces = 1U + input.number<std::uint8_t>();
     const std::string answers = input.all();
     compareParsers(answers);
-    std::unique_ptr<Backend> backend;
-    std::string reason;
-    require(makeBackend("redis://127.0.0.1", {"u", "secret"}, backend, reason) == errorNone, "the url is one");
+    const BackendResult made = makeBackend("redis://127.0.0.1", {"u", "secret"});
+    require(made.ok(), "the url is one");
+    const std::unique_ptr<Backend>& backend = *made;
     toReceive = "+OK\r\n+OK\r\n+PONG\r\n";
     pieceSize = 1;
     require(backend->open(waiter).code == errorNone, "a sound server is opened");

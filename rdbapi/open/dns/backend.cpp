@@ -22,8 +22,8 @@ constexpr std::chrono::milliseconds checkLimit{10000};
 
 class DnsBackend : public Backend, public UpdateBackend {
 public:
-    DnsBackend(DnsZone zone, std::string key_name, std::string password)
-        : zone_(std::move(zone)), keyName_(std::move(key_name)), password_(std::move(password)) {}
+    DnsBackend(DnsZone zone, std::string keyName, std::string password)
+        : zone_(std::move(zone)), keyName_(std::move(keyName)), password_(std::move(password)) {}
 
     std::string label() const override { return "dns://" + serverText(zone_.server) + "/" + zone_.zone; }
     UpdateBackend* updates() noexcept override { return this; }
@@ -248,24 +248,20 @@ Status DnsBackend::checkRequest(std::string_view text) {
 
 }  // namespace
 
-int makeDnsBackend(const Url& url, const Credentials& credentials, std::unique_ptr<Backend>& backend,
-                   std::string& reason) {
-    DnsZone zone;
-    if (!parseDnsZone(url, zone, reason))
-        return errorBadUrl;
-    std::string key_name = lowerCase(credentials.user);
-    if (key_name.ends_with('.'))
-        key_name.pop_back();
-    if (!isDnsName(key_name)) {
-        reason = "the user is not the name of a key";
-        return errorBadUrl;
-    }
+BackendResult makeDnsBackend(const Url& url, const Credentials& credentials) {
+    Result<DnsZone> zone = parseDnsZone(url);
+    if (!zone.ok())
+        return zone.status();
+    std::string keyName = lowerCase(credentials.user);
+    if (keyName.ends_with('.'))
+        keyName.pop_back();
+    if (!isDnsName(keyName))
+        return Status{errorBadUrl, "the user is not the name of a key"};
     //  OpenSSL makes the signatures. Its clean-up at exit would affect a thread that still signs. Its configuration
     //  (OPENSSL_CONF or openssl.cnf) could load code chosen by the user who started the program, or disable the
     //  algorithms.
     OPENSSL_init_crypto(OPENSSL_INIT_NO_ATEXIT | OPENSSL_INIT_NO_LOAD_CONFIG, nullptr);
-    backend = std::make_unique<DnsBackend>(std::move(zone), std::move(key_name), credentials.password);
-    return errorNone;
+    return BackendResult(std::make_unique<DnsBackend>(std::move(*zone), std::move(keyName), credentials.password));
 }
 
 }  // namespace rdbopen

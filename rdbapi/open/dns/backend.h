@@ -8,13 +8,10 @@
 #include "engine/backend.h"
 #include "net/url.h"
 
-#include <memory>
-
 namespace rdbopen {
 
-//  Returns errorNone, or errorBadUrl with the reason. The user is the key's name, the password its secret in base64.
-int makeDnsBackend(const Url& url, const Credentials& credentials, std::unique_ptr<Backend>& backend,
-                   std::string& reason);
+//  Makes the back end. Fails with errorBadUrl. The user is the key's name, the password its secret in base64.
+BackendResult makeDnsBackend(const Url& url, const Credentials& credentials);
 
 }  // namespace rdbopen
 

@@ -38,11 +38,10 @@ void adviseOnName(const UrlUse& use, const DnsZone& zone, std::vector<Advice>& a
 }
 
 void adviseOnZone(const UrlUse& use, std::vector<Advice>& advice) {
-    DnsZone zone;
-    std::string reason;
-    if (!parseDnsZone(use.url, zone, reason))
+    const Result<DnsZone> zone = parseDnsZone(use.url);
+    if (!zone.ok())
         return;
-    adviseOnName(use, zone, advice);
+    adviseOnName(use, *zone, advice);
     const Result<std::string> secret = readSecret(use.credentials.password);
     if (secret.ok() && !isTsigSecret(*secret))
         advice.push_back({Setting::password, std::string(use.passwordName) +

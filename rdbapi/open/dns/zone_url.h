@@ -24,8 +24,8 @@ struct DnsZone {
     std::chrono::milliseconds check{60000};  // interval between checks of the server; 0 for never, at most one day
 };
 
-//  Returns false if url is not a valid url of this back end, with the reason.
-bool parseDnsZone(const Url& url, DnsZone& zone, std::string& reason);
+//  Parses a url of this back end. Fails with malformedUrl.
+Result<DnsZone> parseDnsZone(const Url& url);
 
 }  // namespace rdbopen
 

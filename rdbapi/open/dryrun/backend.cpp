@@ -57,13 +57,10 @@ Status LogBackend::apply(std::string_view text, std::string& reply) {
 
 }  // namespace
 
-int makeLogBackend(const Url& url, const Credentials&, std::unique_ptr<Backend>& backend, std::string& reason) {
-    if (!url.authority.empty() || !url.path.empty() || !url.options.empty()) {
-        reason = "malformed url: nothing follows log:";
-        return errorBadUrl;
-    }
-    backend = std::make_unique<LogBackend>();
-    return errorNone;
+BackendResult makeLogBackend(const Url& url, const Credentials&) {
+    if (!url.authority.empty() || !url.path.empty() || !url.options.empty())
+        return malformedUrl("nothing follows log:");
+    return BackendResult(std::make_unique<LogBackend>());
 }
 
 }  // namespace rdbopen

@@ -5,13 +5,10 @@
 #include "engine/backend.h"
 #include "net/url.h"
 
-#include <memory>
-
 namespace rdbopen {
 
-//  Returns errorNone, or errorBadUrl with the reason.
-int makeLogBackend(const Url& url, const Credentials& credentials, std::unique_ptr<Backend>& backend,
-                   std::string& reason);
+//  Makes the back end. Fails with errorBadUrl.
+BackendResult makeLogBackend(const Url& url, const Credentials& credentials);
 
 }  // namespace rdbopen
 

@@ -23,6 +23,7 @@
 #include "engine/waiter.h"
 #include "rdbapi.h"
 
+#include <memory>
 #include <span>
 #include <string>
 #include <string_view>
@@ -106,6 +107,9 @@ public:
     //  Tests the connection, and takes what made the watched descriptor readable.
     virtual Status probe() { return {}; }
 };
+
+//  A new back end, unopened, or why the url does not describe one: errorBadUrl, errorNoResources.
+using BackendResult = Result<std::unique_ptr<Backend>>;
 
 }  // namespace rdbopen
 

@@ -105,11 +105,11 @@ std::string HostsBackend::refusal(std::string_view text, int code) {
 
 }  // namespace
 
-int makeHostsBackend(const Url& url, const Credentials&, std::unique_ptr<Backend>& backend, std::string& reason) {
-    if (!isFileUrl(url, reason))
-        return errorBadUrl;
-    backend = std::make_unique<HostsBackend>(url.path);
-    return errorNone;
+BackendResult makeHostsBackend(const Url& url, const Credentials&) {
+    const Result<std::string> path = filePathOf(url);
+    if (!path.ok())
+        return path.status();
+    return BackendResult(std::make_unique<HostsBackend>(*path));
 }
 
 }  // namespace rdbopen

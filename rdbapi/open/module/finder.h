@@ -10,9 +10,9 @@
 
 namespace rdbopen {
 
-//  Stores the descriptor of the back end name, which stays valid until the process ends. On failure stores null and returns
-//  errorNotInstalled or errorNotLoadable with the reason.
-Status findModule(const std::string& name, const Module*& module);
+//  Returns the descriptor of the back end name, which stays valid until the process ends. Fails with errorNotInstalled or
+//  errorNotLoadable.
+Result<const Module*> findModule(const std::string& name);
 
 }  // namespace rdbopen
 

@@ -96,21 +96,16 @@ private:
     GuardedUpdates updates_;
 };
 
-using MakeBackend = int(const Url&, const Credentials&, std::unique_ptr<Backend>&, std::string&);
+using MakeBackend = BackendResult(const Url&, const Credentials&);
 using AdviseOnUrl = void(const UrlUse&, std::vector<Advice>&);
 
 template <MakeBackend* make>
-int makeGuarded(const Url& url, const Credentials& credentials, std::unique_ptr<Backend>& backend,
-                std::string& reason) noexcept {
+BackendResult makeGuarded(const Url& url, const Credentials& credentials) noexcept {
     try {
-        std::unique_ptr<Backend> made;
-        const int code = make(url, credentials, made, reason);
-        backend = made == nullptr ? nullptr : std::make_unique<GuardedBackend>(std::move(made));
-        return code;
+        BackendResult made = make(url, credentials);
+        return made.ok() ? BackendResult(std::make_unique<GuardedBackend>(std::move(*made))) : std::move(made);
     } catch (...) {
-        backend.reset();
-        reason = "out of memory";  // short enough for no allocation
-        return errorNoResources;
+        return Status{errorNoResources, "out of memory"};  // short enough for no allocation
     }
 }
 

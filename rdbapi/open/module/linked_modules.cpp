@@ -22,14 +22,11 @@ constexpr struct {
 
 }  // namespace
 
-Status findModule(const std::string& name, const Module*& module) {
+Result<const Module*> findModule(const std::string& name) {
     for (const auto& row : linked)
-        if (row.name == name) {
-            module = row.module;
-            return {};
-        }
-    module = nullptr;
-    return {errorNotInstalled, "the back end " + name + " is not installed: it is not linked into this program"};
+        if (row.name == name)
+            return row.module;
+    return Status{errorNotInstalled, "the back end " + name + " is not installed: it is not linked into this program"};
 }
 
 }  // namespace rdbopen

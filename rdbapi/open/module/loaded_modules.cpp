@@ -4,13 +4,11 @@
 
 namespace rdbopen {
 
-Status findModule(const std::string& name, const Module*& module) {
-    const std::string folder = folderOfCode(reinterpret_cast<const void*>(&findModule));
-    if (!folder.empty())
-        return loadModule(folder, name, module);
-    module = nullptr;
-    return {errorNotLoadable,
-            "the back end " + name + " cannot be loaded: /proc/self/maps does not say where the client library lies"};
+Result<const Module*> findModule(const std::string& name) {
+    const Result<std::string> folder = folderOfCode(reinterpret_cast<const void*>(&findModule));
+    if (!folder.ok())
+        return failedTo("the back end " + name + " cannot be loaded", folder.status());
+    return loadModule(*folder, name);
 }
 
 }  // namespace rdbopen

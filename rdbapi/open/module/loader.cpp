@@ -30,17 +30,17 @@ private:
     sigset_t before_;
 };
 
-Status descriptorIn(const std::string& path, const std::string& symbol, const Module*& module) {
+Result<const Module*> descriptorIn(const std::string& path, const std::string& symbol) {
     const BlockedSignals blocked;
     void* file = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL | RTLD_NODELETE);
     if (file == nullptr) {
         const char* problem = dlerror();
-        return {errorNotLoadable, "cannot be loaded: " + std::string(problem == nullptr ? path : problem)};
+        return Status{errorNotLoadable, "cannot be loaded: " + std::string(problem == nullptr ? path : problem)};
     }
-    module = static_cast<const Module*>(dlsym(file, symbol.c_str()));
+    const auto* const module = static_cast<const Module*>(dlsym(file, symbol.c_str()));
     if (module == nullptr)
-        return {errorNotLoadable, "cannot be used: " + path + " is no module of it"};
-    return {};
+        return Status{errorNotLoadable, "cannot be used: " + path + " is no module of it"};
+    return module;
 }
 
 //  The first two members are the same in every version.
@@ -61,39 +61,33 @@ bool holds(std::string_view line, std::uintptr_t address) {
 
 }  // namespace
 
-Status loadModule(const std::string& folder, const std::string& name, const Module*& module) {
+Result<const Module*> loadModule(const std::string& folder, const std::string& name) {
     const std::string path = folder + "librdbapix64-" + name + ".so";
     const std::string subject = "the back end " + name + " ";
-    module = nullptr;
     if (access(path.c_str(), F_OK) != 0 && (errno == ENOENT || errno == ENOTDIR))
-        return {errorNotInstalled, subject + "is not installed: " + path + " does not exist"};
-    Status status = descriptorIn(path, "rdbapix64_" + name, module);
-    if (module == nullptr) {
-        status.reason = subject + status.reason;
-        return status;
-    }
-    if (isOfThisVersion(*module))
-        return {};
-    module = nullptr;
-    return {errorNotLoadable, subject + "cannot be used: " + path +
-                                  " is not of version " RDBAPI_VERSION ", which the client library has"};
+        return Status{errorNotInstalled, subject + "is not installed: " + path + " does not exist"};
+    Result<const Module*> module = descriptorIn(path, "rdbapix64_" + name);
+    if (!module.ok())
+        return Status{errorNotLoadable, subject + module.status().reason};
+    if (!isOfThisVersion(**module))
+        return Status{errorNotLoadable, subject + "cannot be used: " + path +
+                                            " is not of version " RDBAPI_VERSION ", which the client library has"};
+    return module;
 }
 
-std::string folderOfCode(const void* address) {
+Result<std::string> folderOfCode(const void* address) {
     const Descriptor file(open("/proc/self/maps", O_RDONLY | O_CLOEXEC));
     const Result<std::string> maps = readToEnd(file.get(), SIZE_MAX);
-    if (!maps.ok())
-        return {};
-    for (std::size_t start = 0; start < maps->size();) {
-        const std::size_t end = std::min(maps->find('\n', start), maps->size());
-        const std::string_view line = std::string_view(*maps).substr(start, end - start);
-        if (holds(line, reinterpret_cast<std::uintptr_t>(address))) {
-            const std::size_t first = std::min(line.find('/'), line.size());
+    const std::string_view text = maps.ok() ? std::string_view(*maps) : std::string_view();
+    for (std::size_t start = 0; start < text.size();) {
+        const std::size_t end = std::min(text.find('\n', start), text.size());
+        const std::string_view line = text.substr(start, end - start);
+        const std::size_t first = line.find('/');
+        if (first != std::string_view::npos && holds(line, reinterpret_cast<std::uintptr_t>(address)))
             return std::string(line.substr(first, line.rfind('/') + 1 - first));
-        }
         start = end + 1;
     }
-    return {};
+    return Status{errorNotLoadable, "/proc/self/maps does not say where the client library lies"};
 }
 
 }  // namespace rdbopen

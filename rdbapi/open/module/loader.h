@@ -13,15 +13,15 @@
 
 namespace rdbopen {
 
-//  Stores the descriptor of the module. On failure stores null and returns errorNotInstalled when the file does not exist,
-//  or errorNotLoadable when it cannot be loaded, has no descriptor, or is of another version.
+//  Returns the descriptor of the module. Fails with errorNotInstalled when the file does not exist, and with
+//  errorNotLoadable when it cannot be loaded, has no descriptor, or is of another version.
 //  Requires: folder is an absolute path that ends with "/"; name consists of letters and digits.
-Status loadModule(const std::string& folder, const std::string& name, const Module*& module);
+Result<const Module*> loadModule(const std::string& folder, const std::string& name);
 
-//  Returns the absolute path, with "/" at its end, of the folder that holds the file which is mapped at address; empty
-//  when it cannot be found. The kernel is asked, not the loader: the loader knows ./librdbapix64.so by this
-//  relative name, and the working folder may be another one by now.
-std::string folderOfCode(const void* address);
+//  Returns the absolute path, with "/" at its end, of the folder that holds the file which is mapped at address, code of
+//  the client library. Fails with errorNotLoadable. The kernel is asked, not the loader: the loader knows
+//  ./librdbapix64.so by this relative name, and the working folder may be another one by now.
+Result<std::string> folderOfCode(const void* address);
 
 }  // namespace rdbopen
 

@@ -8,7 +8,8 @@
 //
 //  Both sides use the same C++ types and the same malloc, so the version of the project has to be equal. Everything else of
 //  the two, the C++ run time included, is separate: a module has its own copy of net, files, request and engine/report.
-//  Nothing is thrown out of a function of the descriptor or of a back end that it makes (guarded_backend.h).
+//  Nothing is thrown out of a function of the descriptor or of a back end that it makes (guarded_backend.h): a failure
+//  crosses the edge as a Status or a Result, as everywhere else, since both sides free the memory of its reason alike.
 //
 //  Threads: make and advise on any thread.
 #ifndef RDBAPI_OPEN_MODULE_MODULE_H
@@ -18,14 +19,13 @@
 #include "net/url.h"
 
 #include <cstdint>
-#include <memory>
 #include <span>
 #include <vector>
 
 namespace rdbopen {
 
 //  Raised by 1 with each change of Module or of a type that it uses, Backend included.
-inline constexpr std::uint32_t moduleInterface = 1;
+inline constexpr std::uint32_t moduleInterface = 2;
 
 //  A setting of the service on which a back end has advice.
 enum class Setting { url, password, hostname };
@@ -51,10 +51,9 @@ struct Module {
     const char* version;      // of the project
     std::span<const std::string_view> schemes;
 
-    //  Makes a back end, unopened and without any exchange. Stores null on failure, with the reason, which holds no
-    //  password. Returns errorNone, errorBadUrl or errorNoResources. Requires: the url's scheme is one of schemes.
-    int (*make)(const Url& url, const Credentials& credentials, std::unique_ptr<Backend>& backend,
-                std::string& reason) noexcept;
+    //  Makes a back end, unopened and without any exchange. The reason of a failure holds no password. Requires: the
+    //  url's scheme is one of schemes.
+    BackendResult (*make)(const Url& url, const Credentials& credentials) noexcept;
 
     //  Adds what the administrator should change before the service uses the url. Reads files, changes nothing and
     //  contacts no server. Adds nothing for a malformed url. A lack of memory may lose advice.

@@ -31,114 +31,119 @@ constexpr int hexDigit(char c) {
     return -1;
 }
 
-//  RFC 3986 section 2.1. Zero bytes are refused, encoded or not: no path and no option contains one.
-bool decode(std::string_view raw, std::string& decoded) {
+//  Decodes raw (RFC 3986 section 2.1), or returns nothing if it is malformed. Zero bytes are refused, encoded or not: no
+//  path and no option contains one.
+std::optional<std::string> decode(std::string_view raw) {
+    std::string decoded;
     for (std::size_t i = 0; i < raw.size(); ++i) {
         char c = raw[i];
         if (c == '%') {
             const int high = i + 2 < raw.size() ? hexDigit(raw[i + 1]) : -1;
             const int low = i + 2 < raw.size() ? hexDigit(raw[i + 2]) : -1;
             if (high < 0 || low < 0)
-                return false;
+                return std::nullopt;
             c = static_cast<char>(high * 16 + low);
             i += 2;
         }
         if (c == '\0')
-            return false;
+            return std::nullopt;
         decoded.push_back(c);
     }
-    return true;
+    return decoded;
 }
 
-bool decodeOptions(std::string_view query, std::vector<UrlOption>& options) {
+Result<std::vector<UrlOption>> decodeOptions(std::string_view query) {
+    std::vector<UrlOption> options;
     for (bool more = true; more;) {
         const std::size_t end = std::min(query.find('&'), query.size());
         const std::string_view pair = query.substr(0, end);
         const std::size_t equals = pair.find('=');
-        UrlOption option;
-        if (equals == std::string_view::npos || equals == 0 || !decode(pair.substr(0, equals), option.name) ||
-            !decode(pair.substr(equals + 1), option.value))
-            return false;
-        options.push_back(std::move(option));
+        const bool named = equals != std::string_view::npos && equals != 0;
+        auto name = decode(pair.substr(0, named ? equals : 0));
+        auto value = decode(pair.substr(named ? equals + 1 : 0));
+        if (!named || !name || !value)
+            return malformedUrl("the query is not a list of NAME=VALUE (write ? as %3F in a path)");
+        options.push_back({std::move(*name), std::move(*value)});
         more = end < query.size();
         query.remove_prefix(more ? end + 1 : end);
     }
-    return true;
+    return options;
 }
 
 //  Refuses only names that getaddrinfo(3) cannot resolve: a name in /etc/hosts, and a name with a final dot, which
 //  isDnsName refuses, may be a server. The characters are those of names and of IPv6 addresses (RFC 4291 section 2.2,
 //  with a zone as in RFC 4007 section 11).
-bool mayBeServer(std::string_view host, bool in_brackets) {
+bool mayBeServer(std::string_view host, bool inBrackets) {
     constexpr std::size_t maxHostLength = 253;
     if (host.empty() || host.size() > maxHostLength)
         return false;
-    return std::all_of(host.begin(), host.end(), [in_brackets](char c) {
+    return std::all_of(host.begin(), host.end(), [inBrackets](char c) {
         if (isAlpha(c) || (c >= '0' && c <= '9') || c == '.' || c == '-' || c == '_')
             return true;
-        return in_brackets && (c == ':' || c == '%');
+        return inBrackets && (c == ':' || c == '%');
     });
 }
 
 }  // namespace
 
-bool parseUrl(std::string_view text, Url& url, std::string& reason) {
-    const auto refuse = [&reason](const char* why) {
-        reason = why;
-        return false;
-    };
+Result<Url> parseUrl(std::string_view text) {
     const std::size_t colon = text.find(':');
     const bool bare = colon != std::string_view::npos && colon + 1 == text.size();
     if (colon == std::string_view::npos || colon == 0 || (!bare && text.substr(colon, 3) != "://"))
-        return refuse("malformed url: it does not begin with a scheme and \"://\"");
+        return malformedUrl("it does not begin with a scheme and \"://\"");
     const std::string_view scheme = text.substr(0, colon);
     if (!isAlpha(scheme.front()) || !std::all_of(scheme.begin(), scheme.end(), isSchemeChar))
-        return refuse("malformed url: the scheme is not a word");
+        return malformedUrl("the scheme is not a word");
     if (text.find('#') != std::string_view::npos)
-        return refuse("malformed url: it has a fragment (write # as %23)");
+        return malformedUrl("it has a fragment (write # as %23)");
 
     std::string_view rest = bare ? std::string_view() : text.substr(colon + 3);
-    Url parsed;
-    parsed.scheme.resize(scheme.size());
-    std::transform(scheme.begin(), scheme.end(), parsed.scheme.begin(), toLower);
+    Url url;
+    url.scheme.resize(scheme.size());
+    std::transform(scheme.begin(), scheme.end(), url.scheme.begin(), toLower);
     const std::size_t question = rest.find('?');
-    if (question != std::string_view::npos && !decodeOptions(rest.substr(question + 1), parsed.options))
-        return refuse("malformed url: the query is not a list of NAME=VALUE (write ? as %3F in a path)");
+    if (question != std::string_view::npos) {
+        Result<std::vector<UrlOption>> options = decodeOptions(rest.substr(question + 1));
+        if (!options.ok())
+            return options.status();
+        url.options = std::move(*options);
+    }
     rest = rest.substr(0, question);
     const std::size_t slash = std::min(rest.find('/'), rest.size());
-    parsed.authority = rest.substr(0, slash);
-    if (!decode(rest.substr(slash), parsed.path))
-        return refuse("malformed url: the path holds a bad percent-encoding or a zero byte");
-    url = std::move(parsed);
-    return true;
+    url.authority = rest.substr(0, slash);
+    auto path = decode(rest.substr(slash));
+    if (!path)
+        return malformedUrl("the path holds a bad percent-encoding or a zero byte");
+    url.path = std::move(*path);
+    return url;
 }
 
-bool parseNumber(std::string_view text, std::uint32_t max, std::uint32_t& number) {
+std::optional<std::uint32_t> parseNumber(std::string_view text, std::uint32_t max) {
+    std::uint32_t number = 0;
     const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
-    return error == std::errc() && end == text.data() + text.size() && number <= max;
+    if (error != std::errc() || end != text.data() + text.size() || number > max)
+        return std::nullopt;
+    return number;
 }
 
-bool parseServer(std::string_view authority, std::uint16_t default_port, Server& server, std::string& reason) {
+Result<Server> parseServer(std::string_view authority, std::uint16_t defaultPort) {
     constexpr std::uint32_t maxPort = 65535;
-    const auto refuse = [&reason](const char* why) {
-        reason = why;
-        return false;
-    };
     if (authority.find('@') != std::string_view::npos)
-        return refuse("malformed url: user and password have settings of their own and do not belong into the url");
+        return malformedUrl("user and password have settings of their own and do not belong into the url");
     const bool brackets = authority.starts_with('[');
     const std::size_t end = brackets ? authority.find(']') : std::min(authority.find(':'), authority.size());
     if (end == std::string_view::npos)
-        return refuse("malformed url: the address of the server has no closing bracket");
+        return malformedUrl("the address of the server has no closing bracket");
     const std::string_view host = brackets ? authority.substr(1, end - 1) : authority.substr(0, end);
     if (!mayBeServer(host, brackets))
-        return refuse("malformed url: it names no server");
-    std::string_view rest = authority.substr(brackets ? end + 1 : end);
-    std::uint32_t port = default_port;
-    if (!rest.empty() && (rest.front() != ':' || !parseNumber(rest.substr(1), maxPort, port) || port == 0))
-        return refuse("malformed url: the port of the server is not a number from 1 to 65535");
-    server = {std::string(host), static_cast<std::uint16_t>(port)};
-    return true;
+        return malformedUrl("it names no server");
+    const std::string_view rest = authority.substr(brackets ? end + 1 : end);
+    if (rest.empty())
+        return Server{std::string(host), defaultPort};
+    const std::uint32_t port = rest.front() == ':' ? parseNumber(rest.substr(1), maxPort).value_or(0) : 0;
+    if (port == 0)
+        return malformedUrl("the port of the server is not a number from 1 to 65535");
+    return Server{std::string(host), static_cast<std::uint16_t>(port)};
 }
 
 std::string serverText(const Server& server) {
@@ -146,16 +151,13 @@ std::string serverText(const Server& server) {
     return server.host.find(':') == std::string::npos ? server.host + port : "[" + server.host + "]" + port;
 }
 
-bool isFileUrl(const Url& url, std::string& reason) {
-    if (!url.options.empty()) {
-        reason = "malformed url: " + url.scheme + " has no options (write ? as %3F in a path)";
-        return false;
-    }
+Result<std::string> filePathOf(const Url& url) {
+    if (!url.options.empty())
+        return malformedUrl(url.scheme + " has no options (write ? as %3F in a path)");
     if (url.authority.empty() && url.path.size() > 1 && url.path.front() == '/' && url.path.back() != '/')
-        return true;
-    reason = "malformed url: " + url.scheme + " needs the absolute path of a file, as in " + url.scheme +
-             ":///var/lib/addrpubd/file";
-    return false;
+        return url.path;
+    return malformedUrl(url.scheme + " needs the absolute path of a file, as in " + url.scheme +
+                        ":///var/lib/addrpubd/file");
 }
 
 }  // namespace rdbopen

@@ -12,7 +12,10 @@
 #ifndef RDBAPI_OPEN_NET_URL_H
 #define RDBAPI_OPEN_NET_URL_H
 
+#include "engine/status.h"
+
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -31,25 +34,30 @@ struct Url {
     std::vector<UrlOption> options;  // decoded, in order; no zero byte
 };
 
-//  Parses text. Returns false for a malformed text, with a reason that contains no part of text.
-bool parseUrl(std::string_view text, Url& url, std::string& reason);
+//  Returns the failure for a malformed url: errorBadUrl. Requires: fault contains no part of the url but its scheme.
+inline Status malformedUrl(std::string fault) {
+    return failedTo("malformed url", {errorBadUrl, std::move(fault)});
+}
+
+//  Parses text. Fails with malformedUrl.
+Result<Url> parseUrl(std::string_view text);
 
 struct Server {
     std::string host;  // a name or an address, without brackets; 1 to 253 characters
     std::uint16_t port = 0;
 };
 
-//  Parses HOST[:PORT]. Returns false for a malformed text, with a reason that contains no part of authority.
-bool parseServer(std::string_view authority, std::uint16_t default_port, Server& server, std::string& reason);
+//  Parses HOST[:PORT]. Fails with malformedUrl.
+Result<Server> parseServer(std::string_view authority, std::uint16_t defaultPort);
 
 //  Returns server in the form of a url.
 std::string serverText(const Server& server);
 
-//  Returns false, with the reason, unless url is one file with an absolute path, like SCHEME:///PATH.
-bool isFileUrl(const Url& url, std::string& reason);
+//  Returns the path of a url that is one file with an absolute path, like SCHEME:///PATH. Fails with malformedUrl.
+Result<std::string> filePathOf(const Url& url);
 
-//  Parses a decimal number of at most max, without sign or blanks. Returns false if text is not such a number.
-bool parseNumber(std::string_view text, std::uint32_t max, std::uint32_t& number);
+//  Returns the decimal number in text, or nothing if text is not a number of at most max without sign and blanks.
+std::optional<std::uint32_t> parseNumber(std::string_view text, std::uint32_t max);
 
 }  // namespace rdbopen
 

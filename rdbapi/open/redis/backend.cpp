@@ -369,37 +369,44 @@ Status RedisBackend::queryValue(const RdbSnapshot& record) {
     return held && held->equals(record) ? Status{} : Status{errorNotHeld, {}};
 }
 
-//  Parses options and path. Returns an empty text, or the error.
-std::string readSettings(const Url& url, Settings& settings) {
-    const bool plain = url.path.empty() || url.path == "/";
+Result<std::uint32_t> parseDatabase(const std::string& path) {
     constexpr std::uint32_t maxDatabase = 2147483647;
-    if (!plain && !parseNumber(std::string_view(url.path).substr(1), maxDatabase, settings.database))
-        return "malformed url: the path is not the number of a database";
-    for (const UrlOption& option : url.options) {
+    if (path.empty() || path == "/")
+        return 0U;
+    const auto database = parseNumber(std::string_view(path).substr(1), maxDatabase);
+    if (!database)
+        return malformedUrl("the path is not the number of a database");
+    return *database;
+}
+
+Result<std::uint32_t> parseExpiry(const std::vector<UrlOption>& options) {
+    std::uint32_t expire = 0;
+    for (const UrlOption& option : options) {
         if (option.name != "expire")
-            return "malformed url: expire=SECONDS is the only option";
-        if (settings.expire != 0)
-            return "malformed url: expire is given twice";
-        if (!parseNumber(option.value, redisMaxExpiry, settings.expire) || settings.expire < redisMinExpiry)
-            return "malformed url: expire is not a number of seconds from " + std::to_string(redisMinExpiry) +
-                   " (an unchanged value is repeated after 600) to " + std::to_string(redisMaxExpiry);
+            return malformedUrl("expire=SECONDS is the only option");
+        if (expire != 0)
+            return malformedUrl("expire is given twice");
+        expire = parseNumber(option.value, redisMaxExpiry).value_or(0);
+        if (expire < redisMinExpiry)
+            return malformedUrl("expire is not a number of seconds from " + std::to_string(redisMinExpiry) +
+                                " (an unchanged value is repeated after 600) to " + std::to_string(redisMaxExpiry));
     }
-    return {};
+    return expire;
 }
 
 }  // namespace
 
-int makeRedisBackend(const Url& url, const Credentials& credentials, std::unique_ptr<Backend>& backend,
-                     std::string& reason) {
-    Settings settings;
-    if (!parseServer(url.authority, redisPort, settings.server, reason))
-        return errorBadUrl;
-    reason = readSettings(url, settings);
-    if (!reason.empty())
-        return errorBadUrl;
-    settings.credentials = credentials;
-    backend = std::make_unique<RedisBackend>(std::move(settings));
-    return errorNone;
+BackendResult makeRedisBackend(const Url& url, const Credentials& credentials) {
+    Result<Server> server = parseServer(url.authority, redisPort);
+    if (!server.ok())
+        return server.status();
+    const Result<std::uint32_t> database = parseDatabase(url.path);
+    if (!database.ok())
+        return database.status();
+    const Result<std::uint32_t> expire = parseExpiry(url.options);
+    if (!expire.ok())
+        return expire.status();
+    return BackendResult(std::make_unique<RedisBackend>(Settings{std::move(*server), *database, *expire, credentials}));
 }
 
 }  // namespace rdbopen

@@ -6,8 +6,6 @@
 #include "engine/backend.h"
 #include "net/url.h"
 
-#include <memory>
-
 namespace rdbopen {
 
 //  The default port: 6379 (https://www.iana.org/assignments/service-names-port-numbers).
@@ -18,9 +16,8 @@ inline constexpr std::uint16_t redisPort = 6379;
 inline constexpr std::uint32_t redisMinExpiry = 660;
 inline constexpr std::uint32_t redisMaxExpiry = 31536000;
 
-//  Returns errorNone, or errorBadUrl with the reason.
-int makeRedisBackend(const Url& url, const Credentials& credentials, std::unique_ptr<Backend>& backend,
-                     std::string& reason);
+//  Makes the back end. Fails with errorBadUrl.
+BackendResult makeRedisBackend(const Url& url, const Credentials& credentials);
 
 }  // namespace rdbopen
 

@@ -309,11 +309,11 @@ Status SqliteBackend::transaction(Body body) {
 
 }  // namespace
 
-int makeSqliteBackend(const Url& url, const Credentials&, std::unique_ptr<Backend>& backend, std::string& reason) {
-    if (!isFileUrl(url, reason))
-        return errorBadUrl;
-    backend = std::make_unique<SqliteBackend>(url.path);
-    return errorNone;
+BackendResult makeSqliteBackend(const Url& url, const Credentials&) {
+    const Result<std::string> path = filePathOf(url);
+    if (!path.ok())
+        return path.status();
+    return BackendResult(std::make_unique<SqliteBackend>(*path));
 }
 
 }  // namespace rdbopen

@@ -6,13 +6,10 @@
 #include "engine/backend.h"
 #include "net/url.h"
 
-#include <memory>
-
 namespace rdbopen {
 
-//  Returns errorNone, or errorBadUrl with the reason. Ignores user and password: the file system controls access.
-int makeSqliteBackend(const Url& url, const Credentials& credentials, std::unique_ptr<Backend>& backend,
-                      std::string& reason);
+//  Makes the back end. Fails with errorBadUrl. Ignores user and password: the file system controls access.
+BackendResult makeSqliteBackend(const Url& url, const Credentials& credentials);
 
 }  // namespace rdbopen
 

@@ -32,10 +32,9 @@ constexpr const char* request = R"({"request":"ws_dnsupdate","seqno":7,"item":{"
 
 std::unique_ptr<Backend> backendOf(const std::string& url, const std::string& password = testSecret,
                                    const std::string& user = "key1") {
-    std::unique_ptr<Backend> backend;
-    std::string reason;
-    EXPECT_EQ(makeBackend(url, {user, password}, backend, reason), errorNone) << reason;
-    return backend;
+    BackendResult backend = makeBackend(url, {user, password});
+    EXPECT_TRUE(backend.ok()) << backend.status().reason;
+    return backend.ok() ? std::move(*backend) : nullptr;
 }
 
 Reaction answered(const SeenRequest& seen, unsigned rcode, const std::vector<AnswerRecord>& records = {}) {
@@ -107,10 +106,9 @@ TEST(DnsBackend, ChecksAsOftenAsTheUrlRequests) {
 
 TEST(DnsBackend, AUserThatIsNoKeyNameIsRefused) {
     for (const char* const user : {"", "a b", "a..b", "."}) {
-        std::unique_ptr<Backend> backend;
-        std::string reason;
-        EXPECT_EQ(makeBackend("dns://s/z", {user, testSecret}, backend, reason), errorBadUrl) << user;
-        EXPECT_EQ(reason, "the user is not the name of a key");
+        const BackendResult backend = makeBackend("dns://s/z", {user, testSecret});
+        EXPECT_EQ(backend.status().code, errorBadUrl) << user;
+        EXPECT_EQ(backend.status().reason, "the user is not the name of a key");
     }
 }
 

@@ -14,12 +14,9 @@ using namespace rdbopen;
 constexpr char usableHash[] = "*3\r\n$1\r\n2\r\n$1\r\n6\r\n$1\r\n1\r\n";
 
 std::string makeReason(const std::string& url) {
-    std::unique_ptr<Backend> backend;
-    std::string reason;
-    const int code = makeBackend(url, {"u", "p"}, backend, reason);
-    EXPECT_EQ(code == 0, backend != nullptr) << url;
-    EXPECT_TRUE(code == 0 || code == errorBadUrl) << url;
-    return reason;
+    const BackendResult backend = makeBackend(url, {"u", "p"});
+    EXPECT_TRUE(backend.ok() || backend.status().code == errorBadUrl) << url;
+    return backend.status().reason;
 }
 
 //  Returns the answer to HMGET for a current value.
@@ -31,8 +28,8 @@ std::string valueHash(const std::string& time, const std::string& value) {
 class RedisBackend : public testing::Test {
 protected:
     void use(const std::string& rest, const Credentials& credentials = {"u", "secret"}) {
-        std::string reason;
-        ASSERT_EQ(makeBackend(server.url(rest), credentials, backend, reason), 0) << reason;
+        backend = backendFor(server.url(rest), credentials);
+        ASSERT_NE(backend, nullptr);
     }
     void SetUp() override { use(""); }
     Status open() { return backend->open(plainWaiter); }

@@ -87,9 +87,7 @@ std::pair<Status, Status> against(const DnsServer::Script& hostile) {
         return seen.type == 6 && seen.opcode == 0 ? honest(seen) : hostile(seen);
     });
     const ImpatientWaiter waiter(server);
-    std::unique_ptr<Backend> backend;
-    std::string reason;
-    makeBackend(server.url(), {"key1", testSecret}, backend, reason);
+    const auto backend = backendFor(server.url(), {"key1", testSecret});
     EXPECT_EQ(backend->open(waiter).reason, "");
     std::string reply;
     const Status sent = backend->updates()->apply(request, reply);
@@ -226,9 +224,7 @@ TEST(HostileDnsServer, ThatReportsBadKeyUnsignedIsARefusal) {
 TEST(HostileDnsServer, ThatKeepsSilentAtTheOpen) {
     DnsServer server([](const SeenRequest&) { return Reaction{{}, Reaction::Then::keepSilent}; });
     const ImpatientWaiter waiter(server);
-    std::unique_ptr<Backend> backend;
-    std::string reason;
-    makeBackend(server.url(), {"key1", testSecret}, backend, reason);
+    const auto backend = backendFor(server.url(), {"key1", testSecret});
     EXPECT_EQ(backend->open(waiter).reason, "the server does not answer in time");
     EXPECT_LE(waiter.limit.count(), 5000);
     EXPECT_GT(waiter.limit.count(), 1000);
@@ -236,9 +232,7 @@ TEST(HostileDnsServer, ThatKeepsSilentAtTheOpen) {
 
 TEST(DnsSystemCalls, ThatFailAreReported) {
     DnsServer server(honest);
-    std::unique_ptr<Backend> backend;
-    std::string reason;
-    makeBackend(server.url("/example.org?skip=temporary"), {"key1", testSecret}, backend, reason);
+    const auto backend = backendFor(server.url("/example.org?skip=temporary"), {"key1", testSecret});
     ASSERT_EQ(backend->open(plainWaiter).code, errorNone);
     std::string reply;
     const std::pair<const char*, const char*> rows[] = {

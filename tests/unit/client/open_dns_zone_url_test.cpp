@@ -6,51 +6,43 @@ namespace {
 
 using namespace rdbopen;
 
-struct Parsed {
-    bool taken = false;
-    DnsZone zone;
-    std::string reason;
-};
-
-Parsed parse(const std::string& text) {
-    Url url;
-    Parsed result;
-    EXPECT_TRUE(parseUrl(text, url, result.reason)) << text;
-    result.taken = parseDnsZone(url, result.zone, result.reason);
-    return result;
+Result<DnsZone> parse(const std::string& text) {
+    const Result<Url> url = parseUrl(text);
+    EXPECT_TRUE(url.ok()) << text;
+    return url.ok() ? parseDnsZone(*url) : url.status();
 }
 
 TEST(DnsZoneUrl, HasDefaultsForEverythingButServerAndZone) {
-    const Parsed result = parse("dns://ns.example.org/example.org");
-    ASSERT_TRUE(result.taken) << result.reason;
-    EXPECT_EQ(result.zone.server.host, "ns.example.org");
-    EXPECT_EQ(result.zone.server.port, 53);
-    EXPECT_EQ(result.zone.zone, "example.org");
-    EXPECT_EQ(result.zone.ttl, 60U);
-    EXPECT_EQ(result.zone.algorithm, "hmac-sha256");
-    EXPECT_FALSE(result.zone.skipUla || result.zone.skipTemporary || result.zone.skipDeprecated);
-    EXPECT_EQ(result.zone.check, std::chrono::seconds(60));
+    const Result<DnsZone> result = parse("dns://ns.example.org/example.org");
+    ASSERT_TRUE(result.ok()) << result.status().reason;
+    EXPECT_EQ(result->server.host, "ns.example.org");
+    EXPECT_EQ(result->server.port, 53);
+    EXPECT_EQ(result->zone, "example.org");
+    EXPECT_EQ(result->ttl, 60U);
+    EXPECT_EQ(result->algorithm, "hmac-sha256");
+    EXPECT_FALSE(result->skipUla || result->skipTemporary || result->skipDeprecated);
+    EXPECT_EQ(result->check, std::chrono::seconds(60));
 }
 
 TEST(DnsZoneUrl, TakesEachOption) {
-    const Parsed result = parse("dns://[2001:db8::53]:5353/example.org?check=0&skip=deprecated,ula,temporary"
-                                "&algorithm=hmac-sha512&ttl=2147483647");
-    ASSERT_TRUE(result.taken) << result.reason;
-    EXPECT_EQ(result.zone.server.host, "2001:db8::53");
-    EXPECT_EQ(result.zone.server.port, 5353);
-    EXPECT_EQ(result.zone.ttl, 2147483647U);
-    EXPECT_EQ(result.zone.algorithm, "hmac-sha512");
-    EXPECT_TRUE(result.zone.skipUla && result.zone.skipTemporary && result.zone.skipDeprecated);
-    EXPECT_EQ(result.zone.check, std::chrono::seconds(0));
+    const Result<DnsZone> result = parse("dns://[2001:db8::53]:5353/example.org?check=0&skip=deprecated,ula,temporary"
+                                         "&algorithm=hmac-sha512&ttl=2147483647");
+    ASSERT_TRUE(result.ok()) << result.status().reason;
+    EXPECT_EQ(result->server.host, "2001:db8::53");
+    EXPECT_EQ(result->server.port, 5353);
+    EXPECT_EQ(result->ttl, 2147483647U);
+    EXPECT_EQ(result->algorithm, "hmac-sha512");
+    EXPECT_TRUE(result->skipUla && result->skipTemporary && result->skipDeprecated);
+    EXPECT_EQ(result->check, std::chrono::seconds(0));
 }
 
 TEST(DnsZoneUrl, TakesEachAlgorithm) {
     for (const std::string algorithm : {"hmac-sha1", "hmac-sha256", "hmac-sha384", "hmac-sha512"})
-        EXPECT_EQ(parse("dns://s/z?algorithm=" + algorithm).zone.algorithm, algorithm);
+        EXPECT_EQ(parse("dns://s/z?algorithm=" + algorithm)->algorithm, algorithm);
 }
 
 TEST(DnsZoneUrl, TheZoneIsTakenInLowerCaseAndWithoutItsLastDot) {
-    EXPECT_EQ(parse("dns://s/Example.ORG.").zone.zone, "example.org");
+    EXPECT_EQ(parse("dns://s/Example.ORG.")->zone, "example.org");
 }
 
 TEST(DnsZoneUrl, WhatIsNotOneIsRefusedWithTheReason) {
@@ -90,9 +82,9 @@ TEST(DnsZoneUrl, WhatIsNotOneIsRefusedWithTheReason) {
         {"dns://s/z?MTIzNDU2Nzg5MDEyMzQ1Ng==", options},
     };
     for (const auto& [url, reason] : rows) {
-        const Parsed result = parse(url);
-        EXPECT_FALSE(result.taken) << url;
-        EXPECT_EQ(result.reason, reason) << url;
+        const Result<DnsZone> result = parse(url);
+        EXPECT_EQ(result.status().code, errorBadUrl) << url;
+        EXPECT_EQ(result.status().reason, reason) << url;
     }
 }
 

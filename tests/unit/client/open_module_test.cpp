@@ -15,102 +15,88 @@ using namespace rdbopen;
 
 const std::string modules = MODULES "/";  // the folder of the test's modules
 
-Status loaded(const std::string& name, const Module*& module) {
-    return loadModule(modules, name, module);
+Result<const Module*> loaded(const std::string& name) {
+    return loadModule(modules, name);
 }
 
 TEST(ModuleLoader, AMissingFileIsNotInstalled) {
-    const Module* module = nullptr;
-    const Status status = loaded("absent", module);
+    const Status status = loaded("absent").status();
     EXPECT_EQ(status.code, errorNotInstalled);
     EXPECT_EQ(status.reason,
               "the back end absent is not installed: " + modules + "librdbapix64-absent.so does not exist");
-    EXPECT_EQ(module, nullptr);
 }
 
 TEST(ModuleLoader, AFolderThatIsAFileHoldsNoModule) {
-    const Module* module = nullptr;
-    EXPECT_EQ(loadModule("/dev/null/", "absent", module).code, errorNotInstalled);
+    EXPECT_EQ(loadModule("/dev/null/", "absent").status().code, errorNotInstalled);
 }
 
 TEST(ModuleLoader, AFileThatIsNoSharedObjectCannotBeLoaded) {
     const opentest::Folder folder;
-    const Module* module = nullptr;
     std::ofstream(folder.file("librdbapix64-text.so")) << "This is no shared object.\n";
-    const Status status = loadModule(folder.file(""), "text", module);
+    const Status status = loadModule(folder.file(""), "text").status();
     EXPECT_EQ(status.code, errorNotLoadable);
     EXPECT_EQ(status.reason.find("the back end text cannot be loaded: " + folder.file("librdbapix64-text.so")), 0U)
         << status.reason;
-    EXPECT_EQ(module, nullptr);
 }
 
 TEST(ModuleLoader, TheReasonNamesALibraryThatAModuleNeeds) {
-    const Module* module = nullptr;
-    const Status status = loaded("needy", module);
+    const Status status = loaded("needy").status();
     EXPECT_EQ(status.code, errorNotLoadable);
     EXPECT_EQ(status.reason.find("the back end needy cannot be loaded: libneeded_by_needy.so: "), 0U) << status.reason;
 }
 
 TEST(ModuleLoader, AForeignFileHasNoDescriptor) {
-    const Module* module = nullptr;
-    const Status status = loaded("foreign", module);
+    const Status status = loaded("foreign").status();
     EXPECT_EQ(status.code, errorNotLoadable);
     EXPECT_EQ(status.reason,
               "the back end foreign cannot be used: " + modules + "librdbapix64-foreign.so is no module of it");
-    EXPECT_EQ(module, nullptr);
 }
 
 TEST(ModuleLoader, TheModuleOfAnotherBackEndUnderTheNameIsForeign) {
     const opentest::Folder folder;
-    const Module* module = nullptr;
     std::filesystem::copy_file(modules + "librdbapix64-throwing.so", folder.file("librdbapix64-other.so"));
-    EXPECT_EQ(loadModule(folder.file(""), "other", module).code, errorNotLoadable);
-    EXPECT_EQ(module, nullptr);
+    EXPECT_EQ(loadModule(folder.file(""), "other").status().code, errorNotLoadable);
 }
 
 TEST(ModuleLoader, AModuleOfAnotherVersionIsNotUsed) {
     for (const std::string name : {"otherversion", "otherinterface", "noversion"}) {
-        const Module* module = nullptr;
-        const Status status = loaded(name, module);
+        const Status status = loaded(name).status();
         EXPECT_EQ(status.code, errorNotLoadable) << name;
         EXPECT_EQ(status.reason, "the back end " + name + " cannot be used: " + modules + "librdbapix64-" + name +
                                      ".so is not of version " RDBAPI_VERSION ", which the client library has");
-        EXPECT_EQ(module, nullptr);
     }
 }
 
 TEST(ModuleLoader, AModuleOfThisVersionIsLoadedAndStays) {
-    const Module* module = nullptr;
-    ASSERT_EQ(loaded("throwing", module).code, errorNone);
-    ASSERT_NE(module, nullptr);
-    EXPECT_EQ(module->schemes.front(), "throwing");
-    const Module* again = nullptr;
-    EXPECT_EQ(loaded("throwing", again).code, errorNone);
-    EXPECT_EQ(again, module);
+    const Result<const Module*> module = loaded("throwing");
+    ASSERT_TRUE(module.ok());
+    EXPECT_EQ((*module)->schemes.front(), "throwing");
+    const Result<const Module*> again = loaded("throwing");
+    ASSERT_TRUE(again.ok());
+    EXPECT_EQ(*again, *module);
     Dl_info info{};
-    ASSERT_NE(dladdr(module, &info), 0);
+    ASSERT_NE(dladdr(*module, &info), 0);
     void* const file = dlopen(info.dli_fname, RTLD_NOW | RTLD_NOLOAD);
     ASSERT_NE(file, nullptr);
     for (int i = 0; i < 3; ++i)
         dlclose(file);  // of all references, also those of the loader
-    EXPECT_EQ(module->interface, moduleInterface);
+    EXPECT_EQ((*module)->interface, moduleInterface);
 }
 
 TEST(ModuleLoader, NoSymbolOfAModuleIsSeenByTheProgram) {
-    const Module* module = nullptr;
-    ASSERT_EQ(loaded("throwing", module).code, errorNone);
+    const Result<const Module*> module = loaded("throwing");
+    ASSERT_TRUE(module.ok());
     EXPECT_EQ(dlsym(RTLD_DEFAULT, "rdbapix64_throwing"), nullptr);
 }
 
 TEST(ModuleLoader, LeavesTheSignalMaskAsItWas) {
     sigset_t before;
     sigset_t after;
-    const Module* module = nullptr;
     sigemptyset(&before);
     sigaddset(&before, SIGUSR1);
     pthread_sigmask(SIG_SETMASK, &before, nullptr);
     for (const char* name : {"throwing", "foreign", "absent"})
-        static_cast<void>(loaded(name, module));
+        static_cast<void>(loaded(name));
     pthread_sigmask(SIG_SETMASK, nullptr, &after);
     for (int signal = 1; signal < SIGRTMAX; ++signal)
         EXPECT_EQ(sigismember(&before, signal), sigismember(&after, signal)) << signal;
@@ -118,32 +104,38 @@ TEST(ModuleLoader, LeavesTheSignalMaskAsItWas) {
 
 //  The constructor of the module sees the mask of the thread that loads it.
 TEST(ModuleLoader, BlocksTheExitSignalsWhileAModuleIsLoaded) {
-    const Module* module = nullptr;
     unsetenv("MASKED_MODULE_BLOCKED");
-    static_cast<void>(loaded("masked", module));
+    static_cast<void>(loaded("masked"));
     EXPECT_STREQ(getenv("MASKED_MODULE_BLOCKED"), "INT TERM");
 }
 
 TEST(FolderOfCode, IsThatOfTheFileWhateverTheWorkingFolderIs) {
     const std::string before = std::filesystem::current_path();
-    const Module* module = nullptr;
-    ASSERT_EQ(loaded("throwing", module).code, errorNone);
+    const Result<const Module*> module = loaded("throwing");
+    ASSERT_TRUE(module.ok());
     std::filesystem::current_path("/");
-    EXPECT_EQ(folderOfCode(module), std::filesystem::canonical(modules).string() + "/");
+    const Result<std::string> folder = folderOfCode(*module);
+    ASSERT_TRUE(folder.ok());
+    EXPECT_EQ(*folder, std::filesystem::canonical(modules).string() + "/");
     std::filesystem::current_path(before);
 }
 
-TEST(FolderOfCode, IsEmptyForAnAddressThatNoFileIsMappedAt) {
+TEST(FolderOfCode, FailsForAnAddressThatNoFileIsMappedAt) {
     const int onTheStack = 0;
-    EXPECT_EQ(folderOfCode(&onTheStack), "");
-    EXPECT_EQ(folderOfCode(nullptr), "");
+    for (const void* const address : {static_cast<const void*>(&onTheStack), static_cast<const void*>(nullptr)}) {
+        const Status status = folderOfCode(address).status();
+        EXPECT_EQ(status.code, errorNotLoadable);
+        EXPECT_EQ(status.reason, "/proc/self/maps does not say where the client library lies");
+    }
 }
 
 class ThrowingModule : public testing::Test {
 protected:
-    void SetUp() override { ASSERT_EQ(loaded("throwing", module).code, errorNone); }
-
-    const Module* module = nullptr;
+    void SetUp() override {
+        const Result<const Module*> found = loaded("throwing");
+        ASSERT_TRUE(found.ok());
+        module = *found;
+    }
 };
 
 struct NoWaiter final : Waiter {
@@ -151,11 +143,9 @@ struct NoWaiter final : Waiter {
 };
 
 TEST_F(ThrowingModule, AThrowingMakeIsAFailureWithoutABackEnd) {
-    std::unique_ptr<Backend> backend;
-    std::string reason;
-    EXPECT_EQ(module->make(Url{"throwing", "", "/make", {}}, {}, backend, reason), errorNoResources);
-    EXPECT_EQ(reason, "out of memory");
-    EXPECT_EQ(backend, nullptr);
+    const Status status = module->make(Url{"throwing", "", "/make", {}}, {}).status();
+    EXPECT_EQ(status.code, errorNoResources);
+    EXPECT_EQ(status.reason, "out of memory");
 }
 
 TEST_F(ThrowingModule, AThrowingAdviceKeepsWhatWasSaid) {
@@ -168,9 +158,10 @@ TEST_F(ThrowingModule, AThrowingAdviceKeepsWhatWasSaid) {
 }
 
 TEST_F(ThrowingModule, AThrowingRequestIsAFailedBackEnd) {
-    std::unique_ptr<Backend> backend;
+    const BackendResult made = module->make(Url{"throwing", "", "/", {}}, {});
+    ASSERT_TRUE(made.ok());
+    const std::unique_ptr<Backend>& backend = *made;
     std::string text;
-    ASSERT_EQ(module->make(Url{"throwing", "", "/", {}}, {}, backend, text), errorNone);
     RdbTag tag{};
     RdbSnapshot record{};
     const Status statuses[] = {backend->open(NoWaiter()),           backend->tags()->get(tag),

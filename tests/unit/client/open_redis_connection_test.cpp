@@ -98,8 +98,7 @@ protected:
             *planned = 0;
         sendAtMost = 0;
         slowRecv = false;
-        std::string reason;
-        makeBackend(server.url(), {"u", "secret"}, backend, reason);
+        backend = backendFor(server.url(), {"u", "secret"});
     }
     void open() { ASSERT_EQ(backend->open(waiter).code, 0); }
     Status import() { return backend->tags()->import(usableTag("host1")); }

@@ -12,10 +12,7 @@ using namespace rdbopen;
 
 class RedisRefusals : public testing::Test {
 protected:
-    RedisRefusals() {
-        std::string reason;
-        makeBackend(server.url("/2?expire=900"), {"u", "secret"}, backend, reason);
-    }
+    RedisRefusals() { backend = backendFor(server.url("/2?expire=900"), {"u", "secret"}); }
     void SetUp() override { ASSERT_EQ(backend->open(plainWaiter).code, 0); }
     Status put() {
         const RdbSnapshot record = recordOf("host1", "v");
@@ -110,8 +107,7 @@ TEST_F(RedisRefusals, AnErrorToAQueuedCommandNamesItsCause) {
 
 TEST_F(RedisRefusals, AnAnswerThatRepeatsTheLoginIsQuotedWithoutIt) {
     const std::string secret = "hunter2-password";
-    std::string reason;
-    makeBackend(server.url(), {"somebody", secret}, backend, reason);
+    backend = backendFor(server.url(), {"somebody", secret});
     const std::string quoting = "-ERR odd: AUTH somebody " + secret + "\r\n";
     const auto expectWithout = [](const Status& outcome, const std::string& words) {
         EXPECT_NE(outcome.code, errorNone);

@@ -166,11 +166,10 @@ public:
 inline constexpr PlainWaiter plainWaiter;
 
 //  Creates the back end for url, or returns null.
-inline std::unique_ptr<rdbopen::Backend> backendFor(const std::string& url) {
-    std::unique_ptr<rdbopen::Backend> backend;
-    std::string reason;
-    rdbopen::makeBackend(url, {}, backend, reason);
-    return backend;
+inline std::unique_ptr<rdbopen::Backend> backendFor(const std::string& url,
+                                                    const rdbopen::Credentials& credentials = {}) {
+    rdbopen::BackendResult backend = rdbopen::makeBackend(url, credentials);
+    return backend.ok() ? std::move(*backend) : nullptr;
 }
 
 inline std::size_t entriesOf(const char* folder) {

@@ -110,9 +110,7 @@ private:
 
 //  Returns the result of rdb_connectex of the open client library for a server's url.
 int refusal(const std::string& url, const std::string& user, const std::string& password) {
-    std::unique_ptr<rdbopen::Backend> backend;
-    std::string reason;
-    return rdbopen::makeBackend(url.c_str(), {user.c_str(), password.c_str()}, backend, reason);
+    return rdbopen::makeBackend(url.c_str(), {user.c_str(), password.c_str()}).status().code;
 }
 
 bool complete(const std::string& url, const std::string& user, const std::string& password) {

@@ -316,13 +316,12 @@ TEST_F(Check, ANameThatIsTooLongForItsRecordsIsReported) {
 
 //  Without its password file the back end itself refuses requests that can never succeed, and sends no others.
 bool backEndRefuses(const std::string& name, const std::string& port, const std::string& zone) {
-    std::unique_ptr<rdbopen::Backend> backend;
-    std::string reason;
+    const rdbopen::BackendResult backend = rdbopen::makeBackend("dns://s/" + zone, {"u", "file:/nonexistent"});
+    EXPECT_TRUE(backend.ok()) << backend.status().reason;
     std::string reply;
-    EXPECT_EQ(rdbopen::makeBackend("dns://s/" + zone, {"u", "file:/nonexistent"}, backend, reason), 0) << reason;
     const std::string request = R"({"request":"ws_dnsupdate","seqno":1,"item":{"name":")" + name +
                                 R"(","ipv6s":["2001:db8::1"],"httpsports":[)" + port + "]}}";
-    return backend->updates()->apply(request, reply).code == rdbopen::errorBadRequest;
+    return backend.ok() && (*backend)->updates()->apply(request, reply).code == rdbopen::errorBadRequest;
 }
 
 TEST_F(Check, ANameIsReportedExactlyWhenTheBackEndRefusesIt) {

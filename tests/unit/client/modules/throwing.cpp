@@ -24,11 +24,10 @@ public:
     Status checkRequest(std::string_view) override { throw std::runtime_error("checkRequest"); }
 };
 
-int make(const Url& url, const Credentials&, std::unique_ptr<Backend>& backend, std::string&) {
-    backend = std::make_unique<ThrowingBackend>();
+BackendResult make(const Url& url, const Credentials&) {
     if (url.path == "/make")
         throw std::runtime_error("make");
-    return errorNone;
+    return BackendResult(std::make_unique<ThrowingBackend>());
 }
 
 void advise(const UrlUse& use, std::vector<Advice>& advice) {
