@@ -66,9 +66,8 @@ private:
     Status exchange(const Commands& commands, std::vector<RedisReply>& replies);
     Status logIn(const std::string& password);
     Status prepareConnection();
-    Status beginTransaction(const std::vector<const char*>& names, ServerState& state);
-    Status readServerState(std::span<const RedisReply> replies, const std::vector<const char*>& names,
-                           ServerState& state);
+    Result<ServerState> beginTransaction(const std::vector<const char*>& names);
+    Result<ServerState> readServerState(std::span<const RedisReply> replies, const std::vector<const char*>& names);
     Status abortTransaction(Status status);
     Status endTransaction(Commands commands, Attempt& attempt);
     template <class Append>
@@ -193,14 +192,14 @@ Status RedisBackend::queryTag(RdbTag& tag) {
     if (Status status = exchange(commands, replies); !status.ok())
         return status;
     std::span<const RedisReply> answers(replies);
-    std::optional<RedisTag> held;
-    if (Status status = readTag(answers, tag.name, held); !status.ok())
-        return status;
-    if (!held)
+    const Result<std::optional<RedisTag>> held = readTag(answers, tag.name);
+    if (!held.ok())
+        return held.status();
+    if (!*held)
         return {errorNoSuchTag, {}};
-    tag.tagclass = held->tagclass;
-    tag.valuetype = held->type;
-    tag.importflag = held->importflag;
+    tag.tagclass = (*held)->tagclass;
+    tag.valuetype = (*held)->type;
+    tag.importflag = (*held)->importflag;
     return {};
 }
 
@@ -261,11 +260,11 @@ Status RedisBackend::transaction(const std::vector<const char*>& names, Append a
 template <class Append>
 Status RedisBackend::runTransaction(const std::vector<const char*>& names, Append append) {
     for (int i = 0; i < maxAttempts; ++i) {
-        ServerState state;
-        if (Status status = beginTransaction(names, state); !status.ok())
-            return abortTransaction(std::move(status));
+        const Result<ServerState> state = beginTransaction(names);
+        if (!state.ok())
+            return abortTransaction(state.status());
         Commands commands;
-        Status status = append(state, commands);
+        Status status = append(*state, commands);
         if (!status.ok() || commands.empty())
             return abortTransaction(std::move(status));
         Attempt attempt = Attempt::done;
@@ -277,7 +276,7 @@ Status RedisBackend::runTransaction(const std::vector<const char*>& names, Appen
 }
 
 //  MULTI is sent with the queries, so that nothing is sent as part of a transaction that the server has not begun.
-Status RedisBackend::beginTransaction(const std::vector<const char*>& names, ServerState& state) {
+Result<RedisBackend::ServerState> RedisBackend::beginTransaction(const std::vector<const char*>& names) {
     Commands commands{{"WATCH"}, {"TIME"}};
     for (const char* name : names) {
         appendKeys(commands[0], name);
@@ -288,25 +287,29 @@ Status RedisBackend::beginTransaction(const std::vector<const char*>& names, Ser
     if (Status status = exchange(commands, replies); !status.ok())
         return status;
     queueing_ = replies.back().isStatus("OK");
-    return readServerState(replies, names, state);
+    return readServerState(replies, names);
 }
 
-Status RedisBackend::readServerState(std::span<const RedisReply> replies, const std::vector<const char*>& names,
-                                     ServerState& state) {
+Result<RedisBackend::ServerState> RedisBackend::readServerState(std::span<const RedisReply> replies,
+                                                                const std::vector<const char*>& names) {
     for (const auto& [command, reply] : {std::pair("WATCH", &replies.front()), std::pair("MULTI", &replies.back())}) {
         if (reply->is(Kind::error))
             return refusedByRedis(command, *reply);
         if (!reply->isStatus("OK"))
             return notUnderstood(command);
     }
-    if (Status status = readTime(replies[1], state.now); !status.ok())
-        return status;
+    const Result<std::int64_t> now = readTime(replies[1]);
+    if (!now.ok())
+        return now.status();
+    ServerState state{*now, {}};
     replies = replies.subspan(2);
-    state.held.resize(names.size());
-    for (std::size_t i = 0; i < names.size(); ++i)
-        if (Status status = readHeld(replies, names[i], state.held[i]); !status.ok())
-            return status;
-    return {};
+    for (const char* name : names) {
+        Result<RedisHeld> held = readHeld(replies, name);
+        if (!held.ok())
+            return held.status();
+        state.held.push_back(std::move(*held));
+    }
+    return state;
 }
 
 //  Discards the transaction and stops watching its keys. Returns status, unless this fails.
@@ -363,10 +366,10 @@ Status RedisBackend::queryValue(const RdbSnapshot& record) {
     if (Status status = exchange(commands, replies); !status.ok())
         return status;
     std::span<const RedisReply> answers(replies);
-    std::optional<RedisValue> held;
-    if (Status status = readValue(answers, record.name, held); !status.ok())
-        return status;
-    return held && held->equals(record) ? Status{} : Status{errorNotHeld, {}};
+    const Result<std::optional<RedisValue>> held = readValue(answers, record.name);
+    if (!held.ok())
+        return held.status();
+    return *held && (*held)->equals(record) ? Status{} : Status{errorNotHeld, {}};
 }
 
 Result<std::uint32_t> parseDatabase(const std::string& path) {

@@ -30,8 +30,8 @@ bool isTlsAlert(std::string_view bytes) {
 }  // namespace
 
 Status RedisConnection::connect(const ServerAddress& address, const Waiter& waiter, std::chrono::milliseconds until) {
-    if (!parser_.reset())
-        return backendFailed(parser_.reason());
+    if (Status failed = parser_.reset(); !failed.ok())
+        return failed;
     silent_ = true;
     return stream_.connect(address, waiter, until);
 }
@@ -55,17 +55,20 @@ Status RedisConnection::exchange(const std::vector<RedisCommand>& commands, std:
 
 Status RedisConnection::takeReply(RedisReply& reply, const Waiter& waiter, std::chrono::milliseconds until) {
     for (;;) {
-        const RedisReplyParser::Result result = parser_.next(reply);
-        if (result == RedisReplyParser::Result::complete)
+        Result<std::optional<RedisReply>> next = parser_.next();
+        if (!next.ok())
+            return next.status();
+        if (*next) {
+            reply = std::move(**next);
             markQuotable(reply);
-        if (result != RedisReplyParser::Result::incomplete)
-            return result == RedisReplyParser::Result::complete ? Status{} : backendFailed(parser_.reason());
+            return {};
+        }
         if (monotonicNow() >= until)  // also if the server never pauses
             return waitFailure(Waiter::Result::timedOut);
-        bool wouldWait = false;
-        if (Status status = takeBytes(wouldWait); !status.ok())
-            return status;
-        if (!wouldWait)
+        const Result<bool> taken = takeBytes();
+        if (!taken.ok())
+            return taken.status();
+        if (*taken)
             continue;
         if (const Waiter::Result waited = waiter.wait(descriptor(), POLLIN, until); waited != Waiter::Result::ready)
             return waitFailure(waited);
@@ -79,7 +82,7 @@ void RedisConnection::markQuotable(RedisReply& reply) const {
         markQuotable(element);
 }
 
-Status RedisConnection::takeBytes(bool& wouldWait) {
+Result<bool> RedisConnection::takeBytes() {
     char bytes[16384];
     const ssize_t taken = recv(descriptor(), bytes, sizeof bytes, 0);
     const bool reset = taken < 0 && errno == ECONNRESET;
@@ -93,20 +96,21 @@ Status RedisConnection::takeBytes(bool& wouldWait) {
             return backendFailed("the server speaks TLS only at this port, which this back end does not: it needs a "
                                  "tunnel or a plain port");
         parser_.feed({bytes, static_cast<std::size_t>(taken)});
-        return {};
+        return true;
     }
-    wouldWait = errno == EAGAIN || errno == EINTR;
-    return wouldWait ? Status{} : failedTo("the connection was lost", systemFailure(errno));
+    if (errno != EAGAIN && errno != EINTR)
+        return failedTo("the connection was lost", systemFailure(errno));
+    return false;
 }
 
 //  A server that accepts no more connections, or none from this host, sends an error without a request and closes.
 Status RedisConnection::receiveUnasked() {
-    bool wouldWait = false;
-    if (Status status = takeBytes(wouldWait); wouldWait || !status.ok())
-        return status;
-    RedisReply unasked;
-    if (parser_.next(unasked) == RedisReplyParser::Result::complete && unasked.is(RedisReply::Kind::error))
-        return backendFailed(redisRefusal("connection", unasked.text, 0));
+    const Result<bool> taken = takeBytes();
+    if (!taken.ok() || !*taken)
+        return taken.status();
+    const Result<std::optional<RedisReply>> unasked = parser_.next();
+    if (unasked.ok() && *unasked && (*unasked)->is(RedisReply::Kind::error))
+        return backendFailed(redisRefusal("connection", (*unasked)->text, 0));
     return backendFailed("the server sent what it was not asked for");
 }
 

@@ -37,8 +37,8 @@ private:
     //  Receives, without waiting, data that the server has sent since the last exchange. Ok if there is none.
     Status receiveUnasked();
 
-    //  Receives the available bytes. wouldWait: there were none.
-    Status takeBytes(bool& wouldWait);
+    //  Receives the available bytes. Returns whether there were any.
+    Result<bool> takeBytes();
     Status takeReply(RedisReply& reply, const Waiter& waiter, std::chrono::milliseconds until);
 
     void markQuotable(RedisReply& reply) const;

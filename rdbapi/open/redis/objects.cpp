@@ -26,18 +26,15 @@ Status foreign(const std::string& key) {
     return serverRefused(key + " is somebody else's and stays as it is");
 }
 
-//  Removes the next answer, which must be of one kind. Otherwise returns null and the status.
-const RedisReply* take(std::span<const RedisReply>& replies, std::string_view command, Kind kind, Status& status) {
-    if (replies.empty()) {
-        status = notUnderstood(command);
-        return nullptr;
-    }
+//  Removes the next answer, which must be of one kind.
+Result<const RedisReply*> take(std::span<const RedisReply>& replies, std::string_view command, Kind kind) {
+    if (replies.empty())
+        return notUnderstood(command);
     const RedisReply& reply = replies.front();
     replies = replies.subspan(1);
     if (reply.is(kind))
         return &reply;
-    status = reply.is(Kind::error) ? refusedByRedis(command, reply) : notUnderstood(command);
-    return nullptr;
+    return reply.is(Kind::error) ? refusedByRedis(command, reply) : notUnderstood(command);
 }
 
 template <class Number>
@@ -47,19 +44,17 @@ bool readField(const RedisReply& field, Number& number) {
     return field.is(Kind::text) && error == std::errc() && end == text.data() + text.size();
 }
 
-//  Removes the answers to HLEN and HMGET. Sets fields to null if the key does not exist.
-Status takeHash(std::span<const RedisReply>& replies, std::size_t count, const std::vector<RedisReply>*& fields) {
-    Status status;
-    const RedisReply* size = take(replies, "HLEN", Kind::integer, status);
-    if (size == nullptr)
-        return status;
-    const RedisReply* list = take(replies, "HMGET", Kind::array, status);
-    if (list == nullptr)
-        return status;
-    if (list->elements.size() != count)
+//  Removes the answers to HLEN and HMGET, and returns the fields: null if the key does not exist.
+Result<const RedisReply*> takeHash(std::span<const RedisReply>& replies, std::size_t count) {
+    const Result<const RedisReply*> size = take(replies, "HLEN", Kind::integer);
+    if (!size.ok())
+        return size;
+    const Result<const RedisReply*> fields = take(replies, "HMGET", Kind::array);
+    if (!fields.ok())
+        return fields;
+    if ((*fields)->elements.size() != count)
         return notUnderstood("HMGET");
-    fields = size->integer == 0 ? nullptr : &list->elements;
-    return {};
+    return (*size)->integer == 0 ? nullptr : *fields;
 }
 
 void appendExpiry(std::vector<RedisCommand>& commands, const char* name, std::uint32_t expire) {
@@ -81,7 +76,7 @@ Status refusedByRedis(std::string_view command, const RedisReply& answer) {
     return {code, std::move(reason), redisIsWrongServer(answer.text)};
 }
 
-Status readTime(const RedisReply& reply, std::int64_t& now) {
+Result<std::int64_t> readTime(const RedisReply& reply) {
     if (reply.is(Kind::error))
         return refusedByRedis("TIME", reply);
     std::int64_t seconds = 0;
@@ -91,8 +86,7 @@ Status readTime(const RedisReply& reply, std::int64_t& now) {
         !readField(reply.elements[1], microseconds) || seconds < 0 || seconds > maxSeconds || microseconds < 0 ||
         microseconds > 999999)
         return notUnderstood("TIME");
-    now = seconds * 1000 + microseconds / 1000;
-    return {};
+    return seconds * 1000 + microseconds / 1000;
 }
 
 void appendTagQuery(std::vector<RedisCommand>& commands, const char* name) {
@@ -100,19 +94,17 @@ void appendTagQuery(std::vector<RedisCommand>& commands, const char* name) {
     commands.push_back({"HMGET", tagKey(name), "class", "type", "importflag"});
 }
 
-Status readTag(std::span<const RedisReply>& replies, const char* name, std::optional<RedisTag>& tag) {
-    const std::vector<RedisReply>* fields = nullptr;
-    if (Status status = takeHash(replies, 3, fields); !status.ok())
-        return status;
-    tag.reset();
-    if (fields == nullptr)
-        return {};
-    RedisTag read;
-    if (!readField((*fields)[0], read.tagclass) || !readField((*fields)[1], read.type) ||
-        !readField((*fields)[2], read.importflag))
+Result<std::optional<RedisTag>> readTag(std::span<const RedisReply>& replies, const char* name) {
+    const Result<const RedisReply*> hash = takeHash(replies, 3);
+    if (!hash.ok())
+        return hash.status();
+    if (*hash == nullptr)
+        return std::optional<RedisTag>();
+    const std::vector<RedisReply>& fields = (*hash)->elements;
+    RedisTag tag;
+    if (!readField(fields[0], tag.tagclass) || !readField(fields[1], tag.type) || !readField(fields[2], tag.importflag))
         return foreign(tagKey(name));
-    tag = read;
-    return {};
+    return std::optional(tag);
 }
 
 void appendValueQuery(std::vector<RedisCommand>& commands, const char* name) {
@@ -120,19 +112,18 @@ void appendValueQuery(std::vector<RedisCommand>& commands, const char* name) {
     commands.push_back({"HMGET", valueKey(name), "time_ms", "type", "value"});
 }
 
-Status readValue(std::span<const RedisReply>& replies, const char* name, std::optional<RedisValue>& value) {
-    const std::vector<RedisReply>* fields = nullptr;
-    if (Status status = takeHash(replies, 3, fields); !status.ok())
-        return status;
-    value.reset();
-    if (fields == nullptr)
-        return {};
-    RedisValue read;
-    if (!readField((*fields)[0], read.time) || !readField((*fields)[1], read.type) || !(*fields)[2].is(Kind::text))
+Result<std::optional<RedisValue>> readValue(std::span<const RedisReply>& replies, const char* name) {
+    const Result<const RedisReply*> hash = takeHash(replies, 3);
+    if (!hash.ok())
+        return hash.status();
+    if (*hash == nullptr)
+        return std::optional<RedisValue>();
+    const std::vector<RedisReply>& fields = (*hash)->elements;
+    RedisValue value;
+    if (!readField(fields[0], value.time) || !readField(fields[1], value.type) || !fields[2].is(Kind::text))
         return foreign(valueKey(name));
-    read.value = (*fields)[2].text;
-    value = std::move(read);
-    return {};
+    value.value = fields[2].text;
+    return std::optional(std::move(value));
 }
 
 void appendQuery(std::vector<RedisCommand>& commands, const char* name) {
@@ -141,16 +132,19 @@ void appendQuery(std::vector<RedisCommand>& commands, const char* name) {
     commands.push_back({"TYPE", historyKey(name)});
 }
 
-Status readHeld(std::span<const RedisReply>& replies, const char* name, RedisHeld& held) {
-    if (Status status = readTag(replies, name, held.tag); !status.ok())
-        return status;
-    if (Status status = readValue(replies, name, held.value); !status.ok())
-        return status;
-    Status status;
-    const RedisReply* type = take(replies, "TYPE", Kind::status, status);
-    if (type == nullptr)
-        return status;
-    return type->text == "none" || type->text == "stream" ? Status{} : foreign(historyKey(name));
+Result<RedisHeld> readHeld(std::span<const RedisReply>& replies, const char* name) {
+    Result<std::optional<RedisTag>> tag = readTag(replies, name);
+    if (!tag.ok())
+        return tag.status();
+    Result<std::optional<RedisValue>> value = readValue(replies, name);
+    if (!value.ok())
+        return value.status();
+    const Result<const RedisReply*> type = take(replies, "TYPE", Kind::status);
+    if (!type.ok())
+        return type.status();
+    if ((*type)->text != "none" && (*type)->text != "stream")
+        return foreign(historyKey(name));
+    return RedisHeld{*tag, std::move(*value)};
 }
 
 void appendKeys(RedisCommand& command, const char* name) {

@@ -50,20 +50,21 @@ Status refusedByRedis(std::string_view command, const RedisReply& answer);
 //  Returns the status for a reply that is impossible for this command.
 Status notUnderstood(std::string_view command);
 
-//  Reads the answer to TIME. now: ms since 1970-01-01 UTC.
-Status readTime(const RedisReply& reply, std::int64_t& now);
+//  Reads the answer to TIME: ms since 1970-01-01 UTC.
+Result<std::int64_t> readTime(const RedisReply& reply);
 
-//  Append the commands that query only a tag, and remove their answers from the start of replies.
+//  Append the commands that query only a tag, and remove their answers from the start of replies. A tag that the server
+//  does not have is no failure.
 void appendTagQuery(std::vector<RedisCommand>& commands, const char* name);
-Status readTag(std::span<const RedisReply>& replies, const char* name, std::optional<RedisTag>& tag);
+Result<std::optional<RedisTag>> readTag(std::span<const RedisReply>& replies, const char* name);
 
 //  The same for the current value only.
 void appendValueQuery(std::vector<RedisCommand>& commands, const char* name);
-Status readValue(std::span<const RedisReply>& replies, const char* name, std::optional<RedisValue>& value);
+Result<std::optional<RedisValue>> readValue(std::span<const RedisReply>& replies, const char* name);
 
 //  The same for all keys of a name; also fails if the history belongs to another program.
 void appendQuery(std::vector<RedisCommand>& commands, const char* name);
-Status readHeld(std::span<const RedisReply>& replies, const char* name, RedisHeld& held);
+Result<RedisHeld> readHeld(std::span<const RedisReply>& replies, const char* name);
 
 //  Appends the keys of name, for WATCH.
 void appendKeys(RedisCommand& command, const char* name);

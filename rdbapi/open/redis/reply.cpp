@@ -74,15 +74,15 @@ redisReplyObjectFunctions functions{makeString, makeArray, makeInteger, makeNil,
 
 }  // namespace
 
-bool RedisReplyParser::reset() {
+Status RedisReplyParser::reset() {
     reader_.reset(redisReaderCreateWithFunctions(&functions));
     fed_ = 0;
     elementsLeft_ = maxRedisElements;
     if (!reader_)
-        return false;
+        return fault();
     reader_->privdata = &elementsLeft_;
     reader_->maxbuf = 0;  // otherwise it sometimes replaces its buffer and asserts that the allocation succeeds
-    return true;
+    return {};
 }
 
 void RedisReplyParser::feed(std::string_view bytes) {
@@ -91,29 +91,28 @@ void RedisReplyParser::feed(std::string_view bytes) {
         redisReaderFeed(reader_.get(), bytes.data(), bytes.size());
 }
 
-RedisReplyParser::Result RedisReplyParser::next(RedisReply& reply) {
+Result<std::optional<RedisReply>> RedisReplyParser::next() {
     void* made = nullptr;
     if (!reader_ || fed_ > maxRedisReplySize || redisReaderGetReply(reader_.get(), &made) != REDIS_OK)
-        return Result::broken;
+        return fault();
     if (made == nullptr)
-        return Result::incomplete;
+        return std::optional<RedisReply>();
     const std::unique_ptr<RedisReply> owned(static_cast<RedisReply*>(made));
-    reply = std::move(*owned);
     fed_ = reader_->len - reader_->pos;
     elementsLeft_ = maxRedisElements;
-    return Result::complete;
+    return std::optional<RedisReply>(std::move(*owned));
 }
 
 bool RedisReplyParser::drained() const noexcept {
     return reader_ && fed_ == 0;
 }
 
-const char* RedisReplyParser::reason() const noexcept {
+Status RedisReplyParser::fault() const {
     if (fed_ > maxRedisReplySize)
-        return "an answer of the server is too long";
+        return backendFailed("an answer of the server is too long");
     if (!reader_ || reader_->err == REDIS_ERR_OOM)
-        return "an answer of the server is too long, or memory is short";
-    return "the server does not speak the Redis protocol";
+        return backendFailed("an answer of the server is too long, or memory is short");
+    return backendFailed("the server does not speak the Redis protocol");
 }
 
 }  // namespace rdbopen

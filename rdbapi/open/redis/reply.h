@@ -8,10 +8,13 @@
 #ifndef RDBAPI_OPEN_REDIS_REPLY_H
 #define RDBAPI_OPEN_REDIS_REPLY_H
 
+#include "engine/status.h"
+
 #include <hiredis/read.h>
 
 #include <cstddef>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -32,30 +35,28 @@ struct RedisReply {
     std::vector<RedisReply> elements;  // elements of an array
     std::size_t quotable = 0;          // number of leading bytes of an error that may be shown to an operator
 
-    bool is(Kind wanted) const noexcept { return kind == wanted; }
-    bool isStatus(std::string_view wanted) const noexcept { return kind == Kind::status && text == wanted; }
+    bool is(Kind expected) const noexcept { return kind == expected; }
+    bool isStatus(std::string_view expected) const noexcept { return kind == Kind::status && text == expected; }
 };
 
 class RedisReplyParser {
 public:
-    enum class Result { complete, incomplete, broken };
-
-    //  Starts again. Returns false when memory is exhausted; the parser is then broken.
-    bool reset();
+    //  Starts again. Fails when memory is exhausted; the parser is then broken.
+    Status reset();
 
     //  Adds bytes received from the server.
     void feed(std::string_view bytes);
 
-    //  Stores the next answer if it is complete. A broken parser stays broken until reset.
-    Result next(RedisReply& reply);
+    //  Returns the next answer, or nothing while it is incomplete. Fails when the parser is broken, which it stays until
+    //  reset; the reason contains no received bytes.
+    Result<std::optional<RedisReply>> next();
 
     //  Returns true if no bytes remain after the last answer.
     bool drained() const noexcept;
 
-    //  Returns why it is broken, without any received bytes.
-    const char* reason() const noexcept;
-
 private:
+    Status fault() const;
+
     struct FreeReader {
         void operator()(redisReader* reader) const { redisReaderFree(reader); }
     };

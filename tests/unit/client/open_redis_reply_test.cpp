@@ -9,23 +9,33 @@ namespace {
 using namespace rdbopen;
 using namespace std::string_literals;
 using Kind = RedisReply::Kind;
-using Result = RedisReplyParser::Result;
+
+enum class Outcome { complete, incomplete, broken };
 
 class RedisParser : public testing::Test {
 protected:
-    RedisParser() { EXPECT_TRUE(parser.reset()); }
-    Result parse(const std::string& bytes) {
+    RedisParser() { EXPECT_TRUE(parser.reset().ok()); }
+    Outcome next() {
+        const rdbopen::Result<std::optional<RedisReply>> taken = parser.next();
+        reason = taken.status().reason;
+        if (!taken.ok())
+            return Outcome::broken;
+        reply = taken->value_or(RedisReply());
+        return *taken ? Outcome::complete : Outcome::incomplete;
+    }
+    Outcome parse(const std::string& bytes) {
         parser.feed(bytes);
-        return parser.next(reply);
+        return next();
     }
     RedisReplyParser parser;
     RedisReply reply;
+    std::string reason;
 };
 
 TEST_F(RedisParser, TakesEachKindOfAnswer) {
     ASSERT_EQ(parse("*6\r\n+OK\r\n-ERR no\r\n:-7\r\n$3\r\na\0b\r\n"
                     "$-1\r\n*0\r\n"s),
-              Result::complete);
+              Outcome::complete);
     ASSERT_EQ(reply.elements.size(), 6U);
     EXPECT_TRUE(reply.elements[0].isStatus("OK"));
     EXPECT_TRUE(reply.elements[1].is(Kind::error));
@@ -39,16 +49,16 @@ TEST_F(RedisParser, TakesEachKindOfAnswer) {
 TEST_F(RedisParser, TakesAnAnswerThatArrivesByteByByte) {
     const std::string bytes = "*2\r\n$3\r\nabc\r\n*1\r\n:5\r\n";
     for (std::size_t i = 0; i + 1 < bytes.size(); ++i)
-        ASSERT_EQ(parse(bytes.substr(i, 1)), Result::incomplete) << i;
-    ASSERT_EQ(parse(bytes.substr(bytes.size() - 1)), Result::complete);
+        ASSERT_EQ(parse(bytes.substr(i, 1)), Outcome::incomplete) << i;
+    ASSERT_EQ(parse(bytes.substr(bytes.size() - 1)), Outcome::complete);
     EXPECT_EQ(reply.elements[1].elements[0].integer, 5);
     EXPECT_TRUE(parser.drained());
 }
 
 TEST_F(RedisParser, LeavesTheNextAnswerForLater) {
-    ASSERT_EQ(parse("+one\r\n+two\r\n"), Result::complete);
+    ASSERT_EQ(parse("+one\r\n+two\r\n"), Outcome::complete);
     EXPECT_FALSE(parser.drained());
-    ASSERT_EQ(parser.next(reply), Result::complete);
+    ASSERT_EQ(next(), Outcome::complete);
     EXPECT_TRUE(reply.isStatus("two"));
     EXPECT_TRUE(parser.drained());
 }
@@ -56,10 +66,10 @@ TEST_F(RedisParser, LeavesTheNextAnswerForLater) {
 TEST_F(RedisParser, BreaksAtWhatIsNoAnswer) {
     for (const char* bytes : {"hello\r\n", ":12x\r\n", "*-2\r\n", "$-2\r\n", "$x\r\n", "*99999999999999999999\r\n",
                               "*1\r\n*1\r\n*1\r\n*1\r\n*1\r\n*1\r\n*1\r\n*1\r\n*1\r\n"}) {
-        ASSERT_TRUE(parser.reset());
-        EXPECT_EQ(parse(bytes), Result::broken) << bytes;
-        EXPECT_EQ(parse("+OK\r\n"), Result::broken) << bytes;
-        EXPECT_NE(std::string(parser.reason()).find("does not speak"), std::string::npos) << bytes;
+        ASSERT_TRUE(parser.reset().ok());
+        EXPECT_EQ(parse(bytes), Outcome::broken) << bytes;
+        EXPECT_EQ(parse("+OK\r\n"), Outcome::broken) << bytes;
+        EXPECT_NE(reason.find("does not speak"), std::string::npos) << bytes;
     }
 }
 
@@ -67,22 +77,22 @@ TEST_F(RedisParser, TakesTheLongestAnswerAndBreaksAtOneByteMore) {
     const std::string head = "$262131\r\n";
     const std::string longest = head + std::string(262131, 'x') + "\r\n";
     ASSERT_EQ(longest.size(), maxRedisReplySize - 2);
-    EXPECT_EQ(parse(longest), Result::complete);
-    EXPECT_EQ(parse("$262133\r\n" + std::string(262133, 'x') + "\r\n"), Result::complete);
-    EXPECT_EQ(parse("$262134\r\n" + std::string(262134, 'x') + "\r\n"), Result::broken);
-    EXPECT_STREQ(parser.reason(), "an answer of the server is too long");
+    EXPECT_EQ(parse(longest), Outcome::complete);
+    EXPECT_EQ(parse("$262133\r\n" + std::string(262133, 'x') + "\r\n"), Outcome::complete);
+    EXPECT_EQ(parse("$262134\r\n" + std::string(262134, 'x') + "\r\n"), Outcome::broken);
+    EXPECT_EQ(reason, "an answer of the server is too long");
 }
 
 TEST_F(RedisParser, TakesTheWidestArraysAndBreaksAtOneElementMore) {
     std::string bytes = "*2\r\n*8190\r\n";
     for (int i = 0; i < 8190; ++i)
         bytes += ":1\r\n";
-    EXPECT_EQ(parse(bytes + ":1\r\n"), Result::complete);
-    EXPECT_EQ(parse(bytes + "*1\r\n"), Result::broken);
+    EXPECT_EQ(parse(bytes + ":1\r\n"), Outcome::complete);
+    EXPECT_EQ(parse(bytes + "*1\r\n"), Outcome::broken);
 }
 
 TEST_F(RedisParser, AnAnnouncedArrayTakesNoMemoryBeyondItsShare) {
-    EXPECT_EQ(parse("*2147483647\r\n"), Result::broken);
+    EXPECT_EQ(parse("*2147483647\r\n"), Outcome::broken);
 }
 
 TEST(RedisRefusal, HasWordsForTheUsualAnswers) {
