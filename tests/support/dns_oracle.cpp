@@ -34,20 +34,20 @@ std::vector<std::string> split(const std::string& list) {
     return words;
 }
 
-DnsBytes update(std::uint16_t id, std::istream& words) {
+Result<DnsBytes> update(std::uint16_t id, std::istream& words) {
     DnsZone zone;
     std::string name;
     std::string addresses;
     std::string ports;
     words >> zone.zone >> zone.ttl >> name >> addresses >> ports;
-    std::string full;
-    if (!nameInZone(name, zone.zone, full))
-        return {};
+    const Result<std::string> full = nameInZone(name, zone.zone);
+    if (!full.ok())
+        return full.status();
     std::vector<std::uint16_t> numbers;
     for (const std::string& port : split(ports))
         numbers.push_back(static_cast<std::uint16_t>(std::stoi(port)));
     return updateMessage(id, zone.zone, zone.ttl,
-                         recordSets(full, publishedAddresses(split(addresses), zone, {}), numbers));
+                         recordSets(*full, publishedAddresses(split(addresses), zone, {}), numbers));
 }
 
 DnsBytes query(std::uint16_t id, std::istream& words) {
@@ -61,9 +61,10 @@ std::string makeRequest(const std::string& kind, std::istream& words) {
     std::uint16_t id = 0;
     std::int64_t time = 0;
     words >> id >> time >> key.name >> key.algorithm >> key.secret;
-    DnsBytes message = kind == "update" ? update(id, words) : query(id, words);
-    Result<SignedRequest> made =
-        message.empty() ? backendFailed("too long") : signRequest(std::move(message), key, time);
+    Result<DnsBytes> message = kind == "update" ? update(id, words) : query(id, words);
+    if (!message.ok())
+        return "refused";
+    Result<SignedRequest> made = signRequest(std::move(*message), key, time);
     if (!made.ok())
         return "refused";
     request = std::move(*made);

@@ -42,10 +42,10 @@ std::vector<DnsBytes> answerOf(const ldns_pkt& packet, const std::string& owner,
 
 }  // namespace
 
-Packet parseMessage(std::span<const std::uint8_t> message) {
+Result<Packet> parseMessage(std::span<const std::uint8_t> message) {
     ldns_pkt* packet = nullptr;
     if (ldns_wire2pkt(&packet, message.data(), message.size()) != LDNS_STATUS_OK)
-        return nullptr;
+        return backendFailed("the answer is malformed");
     return Packet(packet);
 }
 
@@ -59,10 +59,10 @@ bool answerHas(const ldns_pkt& packet, const std::string& owner, std::uint16_t t
 
 bool answerHolds(const ldns_pkt& packet, const RecordSet& set) {
     std::vector<DnsBytes> held = answerOf(packet, set.owner, set.type);
-    std::vector<DnsBytes> wanted = set.records;
+    std::vector<DnsBytes> expected = set.records;
     std::sort(held.begin(), held.end());
-    std::sort(wanted.begin(), wanted.end());
-    return held == wanted;
+    std::sort(expected.begin(), expected.end());
+    return held == expected;
 }
 
 }  // namespace rdbopen

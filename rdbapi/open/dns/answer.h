@@ -19,8 +19,8 @@ struct FreePacket {
 };
 using Packet = std::unique_ptr<ldns_pkt, FreePacket>;
 
-//  Parses message. Returns null when it is malformed. Bytes after its end are ignored.
-Packet parseMessage(std::span<const std::uint8_t> message);
+//  Parses message. Fails with errorBackendFailed when it is malformed. Bytes after its end are ignored.
+Result<Packet> parseMessage(std::span<const std::uint8_t> message);
 
 //  Returns the code of packet's header with its extension (RFC 6891 section 6.1.3).
 unsigned rcodeOf(const ldns_pkt& packet);

@@ -43,7 +43,7 @@ private:
 
     Status atServer(TsigKey key, std::chrono::milliseconds until, const Attempt& attempt);
     Status askZone(DnsExchange& exchange, std::chrono::milliseconds until) const;
-    Status setsFor(const DnsRequest& request, std::vector<RecordSet>& sets) const;
+    Result<std::vector<RecordSet>> setsFor(const DnsRequest& request) const;
     Status update(const DnsRequest& request);
     Status sendUpdate(DnsExchange& exchange, const DnsBytes& message, const std::vector<RecordSet>& sets,
                       std::chrono::milliseconds until) const;
@@ -125,35 +125,38 @@ Status DnsBackend::askZone(DnsExchange& exchange, std::chrono::milliseconds unti
     return {};
 }
 
-Status DnsBackend::setsFor(const DnsRequest& request, std::vector<RecordSet>& sets) const {
-    std::string full;
-    if (!nameInZone(request.name, zone_.zone, full))
-        return {errorBadRequest, "the zone " + zone_.zone + " does not hold the name " + request.name};
+Result<std::vector<RecordSet>> DnsBackend::setsFor(const DnsRequest& request) const {
+    const Result<std::string> full = nameInZone(request.name, zone_.zone);
+    if (!full.ok())
+        return full.status();
     const bool needed = zone_.skipTemporary || zone_.skipDeprecated;
     const Result<LocalFlags> flags = needed ? readLocalFlags() : LocalFlags();
     if (!flags.ok())
         return failedTo("the flags of the addresses cannot be read", flags.status());
-    sets = recordSets(full, publishedAddresses(request.addresses, zone_, *flags), request.httpsPorts);
+    std::vector<RecordSet> sets =
+        recordSets(*full, publishedAddresses(request.addresses, zone_, *flags), request.httpsPorts);
     if (!std::all_of(sets.begin(), sets.end(), [](const RecordSet& set) { return isDnsName(set.owner); }))
-        return {errorBadRequest, "the name " + request.name + " is too long for its records"};
-    return {};
+        return Status{errorBadRequest, "the name " + request.name + " is too long for its records"};
+    return sets;
 }
 
 Status DnsBackend::update(const DnsRequest& request) {
-    std::vector<RecordSet> sets;
-    if (Status failed = setsFor(request, sets); !failed.ok())
-        return failed;
+    const Result<std::vector<RecordSet>> sets = setsFor(request);
+    if (!sets.ok())
+        return sets.status();
     Result<TsigKey> key = readKey();
     if (!key.ok())
         return key.status();
-    const DnsBytes message = updateMessage(newId(), zone_.zone, zone_.ttl, sets);
-    if (message.empty() || message.size() + signatureLength(*key) > maxDnsMessageSize)
-        return {errorBadRequest, "the records do not fit into one update of 65535 bytes"};
+    const Result<DnsBytes> message = updateMessage(newId(), zone_.zone, zone_.ttl, *sets);
+    if (!message.ok())
+        return message.status();
+    if (message->size() + signatureLength(*key) > maxDnsMessageSize)
+        return updateTooLong();
     std::chrono::milliseconds until = monotonicNow() + exchangeLimit;
     if (Status failed = addresses_.lookUp(zone_.server, until); !failed.ok())
         return failed;
     return atServer(std::move(*key), until,
-                    [&](DnsExchange& exchange, auto) { return sendUpdate(exchange, message, sets, until); });
+                    [&](DnsExchange& exchange, auto) { return sendUpdate(exchange, *message, *sets, until); });
 }
 
 Status DnsBackend::sendUpdate(DnsExchange& exchange, const DnsBytes& message, const std::vector<RecordSet>& sets,
@@ -228,18 +231,18 @@ Status DnsBackend::checkAbsence(DnsExchange& exchange, const RecordSet& set, std
 
 Status DnsBackend::checkRequest(std::string_view text) {
     DnsRequest request;
-    std::vector<RecordSet> sets;
     if (!parseDnsRequest(text, request).ok())
         return {};
-    if (Status failed = setsFor(request, sets); !failed.ok())
-        return failed.code == errorBadRequest ? Status{} : failed;
+    const Result<std::vector<RecordSet>> sets = setsFor(request);
+    if (!sets.ok())
+        return sets.status().code == errorBadRequest ? Status{} : sets.status();
     Result<TsigKey> key = readKey();
     if (!key.ok())
         return key.status();
     //  Without resolving the name: a call may interrupt a check at once, but cannot interrupt name resolution.
     const std::chrono::milliseconds until = monotonicNow() + checkLimit;
     return atServer(std::move(*key), until, [&](DnsExchange& exchange, auto) {
-        for (const RecordSet& set : sets)
+        for (const RecordSet& set : *sets)
             if (Status status = checkSet(exchange, set, until); !status.ok())
                 return status;
         return Status{};

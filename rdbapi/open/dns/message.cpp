@@ -25,9 +25,9 @@ public:
 
     void question(const std::string& owner, std::uint16_t type) { front(owner, type, classIn); }
 
-    void record(Section section, const std::string& owner, std::uint16_t type, std::uint16_t record_class,
+    void record(Section section, const std::string& owner, std::uint16_t type, std::uint16_t recordClass,
                 std::uint32_t ttl, const DnsBytes& data) {
-        front(owner, type, record_class);
+        front(owner, type, recordClass);
         putDns16(bytes_, ttl >> 16);
         putDns16(bytes_, ttl & 0xffff);
         putDns16(bytes_, data.size());
@@ -51,10 +51,10 @@ private:
             ++bytes_[at];
     }
 
-    void front(const std::string& owner, std::uint16_t type, std::uint16_t record_class) {
+    void front(const std::string& owner, std::uint16_t type, std::uint16_t recordClass) {
         name(owner);
         putDns16(bytes_, type);
-        putDns16(bytes_, record_class);
+        putDns16(bytes_, recordClass);
     }
 
     //  Writes the labels up to the longest suffix already present, then a pointer to it.
@@ -103,8 +103,12 @@ std::vector<std::string> ownersOfRecords(const std::vector<RecordSet>& sets) {
     return owners;
 }
 
-DnsBytes updateMessage(std::uint16_t id, const std::string& zone, std::uint32_t ttl,
-                       const std::vector<RecordSet>& sets) {
+Status updateTooLong() {
+    return {errorBadRequest, "the records do not fit into one update of 65535 bytes"};
+}
+
+Result<DnsBytes> updateMessage(std::uint16_t id, const std::string& zone, std::uint32_t ttl,
+                               const std::vector<RecordSet>& sets) {
     Writer writer(id, opcodeUpdate);
     writer.question(zone, typeSoa);
     for (const std::string& owner : ownersOfRecords(sets))
@@ -115,10 +119,12 @@ DnsBytes updateMessage(std::uint16_t id, const std::string& zone, std::uint32_t 
     for (const RecordSet& set : sets)
         for (const DnsBytes& data : set.records) {
             if (!writer.fits())
-                return {};
+                return updateTooLong();
             writer.record(Section::updates, set.owner, set.type, classIn, ttl, data);
         }
-    return writer.fits() ? writer.take() : DnsBytes();
+    if (!writer.fits())
+        return updateTooLong();
+    return writer.take();
 }
 
 DnsBytes absenceMessage(std::uint16_t id, const std::string& zone, const std::string& owner, std::uint16_t type) {

@@ -15,6 +15,8 @@
 #ifndef RDBAPI_OPEN_DNS_MESSAGE_H
 #define RDBAPI_OPEN_DNS_MESSAGE_H
 
+#include "engine/status.h"
+
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -51,13 +53,16 @@ void putDnsName(DnsBytes& bytes, std::string_view name);
 std::vector<std::string> ownersOfRecords(const std::vector<RecordSet>& sets);
 
 //  Returns an update after which zone has exactly these sets of their owners and types: each set is deleted, then its
-//  records are added. Empty if it would be longer than maxDnsMessageSize. Requires: as above.
+//  records are added. Fails with updateTooLong. Requires: as above.
 //
 //  Its prerequisites exclude an alias (CNAME) at each of ownersOfRecords. With an alias, a server would silently ignore
 //  the records and answer without an error (RFC 2136 section 3.4.2.2); with the prerequisite it answers YXRRSET and
 //  changes nothing.
-DnsBytes updateMessage(std::uint16_t id, const std::string& zone, std::uint32_t ttl,
-                       const std::vector<RecordSet>& sets);
+Result<DnsBytes> updateMessage(std::uint16_t id, const std::string& zone, std::uint32_t ttl,
+                               const std::vector<RecordSet>& sets);
+
+//  Returns the failure of an update that would be longer than maxDnsMessageSize: errorBadRequest.
+Status updateTooLong();
 
 //  Returns an update without changes, which succeeds only if zone itself has no record of owner and type.
 DnsBytes absenceMessage(std::uint16_t id, const std::string& zone, const std::string& owner, std::uint16_t type);

@@ -21,16 +21,16 @@ std::string longestOwner(const UrlUse& use, const std::string& full) {
 }
 
 void adviseOnName(const UrlUse& use, const DnsZone& zone, std::vector<Advice>& advice) {
-    std::string full;
     const std::string url(use.urlName);
     if (!isDnsName(use.hostname))
         return;
-    if (!nameInZone(use.hostname, zone.zone, full)) {
+    const Result<std::string> full = nameInZone(std::string(use.hostname), zone.zone);
+    if (!full.ok()) {
         advice.push_back(
             {Setting::hostname, "hostname is not in the zone " + zone.zone + " of " + url + ", so no update is sent"});
         return;
     }
-    const std::string owner = longestOwner(use, full);
+    const std::string owner = longestOwner(use, *full);
     if (!isDnsName(owner))
         advice.push_back({Setting::hostname, "hostname is too long: a name of its records in the zone of " + url +
                                                  " has " + std::to_string(owner.size()) +

@@ -68,14 +68,13 @@ RecordSet portSet(const std::string& full, const std::vector<Ipv6Address>& addre
 
 }  // namespace
 
-bool nameInZone(std::string_view name, const std::string& zone, std::string& full) {
-    full = lowerCase(name);
+Result<std::string> nameInZone(const std::string& name, const std::string& zone) {
+    const std::string full = lowerCase(name);
     if (full == zone || full.ends_with("." + zone))
-        return true;
+        return full;
     if (full.find('.') != std::string::npos)
-        return false;
-    full += "." + zone;
-    return true;
+        return Status{errorBadRequest, "the zone " + zone + " does not hold the name " + name};
+    return full + "." + zone;
 }
 
 std::vector<Ipv6Address> publishedAddresses(const std::vector<std::string>& texts, const DnsZone& zone,

@@ -22,9 +22,9 @@ namespace rdbopen {
 //  addresses.
 inline constexpr std::size_t maxHints = 16;
 
-//  Sets full to the name in zone that name denotes: name itself if it is the zone's name or below it, NAME.ZONE if it
-//  has no dot. Returns false if name is not in the zone.
-bool nameInZone(std::string_view name, const std::string& zone, std::string& full);
+//  Returns the name in zone that name denotes: name itself if it is the zone's name or below it, NAME.ZONE if it has no
+//  dot. Fails with errorBadRequest if name is not in the zone.
+Result<std::string> nameInZone(const std::string& name, const std::string& zone);
 
 //  Returns the addresses of texts to publish: the IPv6 addresses, each once, without those that zone skips. flags:
 //  flags of this host's addresses; an address that is not in flags has none.

@@ -102,20 +102,24 @@ bool takeName(View& rest, View& name) {
     return length < rest.size() && rest[length] == 0 && take(rest, length + 1, name);
 }
 
-bool parseSignature(View data, Signature& signature) {
+Result<Signature> parseSignature(View data) {
+    const Status malformed = backendFailed("the signature of the answer is malformed");
+    Signature signature;
     View length;
     if (!takeName(data, signature.algorithm) || !take(data, timesLength, signature.times) || !take(data, 2, length) ||
         !take(data, read16(length), signature.mac) || !take(data, 2, signature.id) || !take(data, 2, signature.error))
-        return false;
+        return malformed;
+    if (data.size() < 2 || data.size() != 2 + read16(data))
+        return malformed;
     signature.other = data;
-    return data.size() >= 2 && data.size() == 2 + read16(data);
+    return signature;
 }
 
-//  Stores the MAC of key over the data of RFC 8945 section 4.3: the request's MAC, the message without its signature,
-//  and the TSIG variables. Returns false when memory is exhausted or the secret is invalid.
-bool computeMac(const TsigKey& key, View request_mac, View message, const Signature& signature, DnsBytes& mac) {
+//  Returns the MAC of key over the data of RFC 8945 section 4.3: the request's MAC, the message without its signature,
+//  and the TSIG variables. Requires: isTsigAlgorithm and isTsigSecret hold for the key.
+Result<DnsBytes> computeMac(const TsigKey& key, View requestMac, View message, const Signature& signature) {
     constexpr std::uint8_t classAnyTtlZero[] = {0, 255, 0, 0, 0, 0};
-    DnsBytes text(request_mac.begin(), request_mac.end());
+    DnsBytes text(requestMac.begin(), requestMac.end());
     append(text, message);
     append(text, nameBytes(key.name));
     append(text, classAnyTtlZero);
@@ -126,13 +130,15 @@ bool computeMac(const TsigKey& key, View request_mac, View message, const Signat
     const Algorithm* const algorithm = algorithmOf(key.algorithm);
     const Rdf secret = decode(key.secret);
     unsigned length = 0;
-    mac.resize(EVP_MAX_MD_SIZE);
+    DnsBytes mac(EVP_MAX_MD_SIZE);
     const bool done =
         algorithm != nullptr && secret != nullptr &&
         HMAC(algorithm->digest(), ldns_rdf_data(secret.get()), static_cast<int>(ldns_rdf_size(secret.get())),
              text.data(), text.size(), mac.data(), &length) != nullptr;
-    mac.resize(done ? length : 0);
-    return done;
+    if (!done)
+        return backendFailed("out of memory");
+    mac.resize(length);
+    return mac;
 }
 
 //  The owner of a signature may be compressed, so the name at offset is expanded first.
@@ -157,14 +163,14 @@ bool isGenuine(View message, const SignaturePlace& place, const Signature& signa
                const TsigKey& key) {
     if (!ownerIs(message, place.owner, key.name) || !sameInLowerCase(signature.algorithm, nameBytes(key.algorithm)))
         return false;
-    DnsBytes unsigned_message(message.begin(), message.begin() + static_cast<std::ptrdiff_t>(place.owner));
-    std::copy(signature.id.begin(), signature.id.end(), unsigned_message.begin());
+    DnsBytes unsignedMessage(message.begin(), message.begin() + static_cast<std::ptrdiff_t>(place.owner));
+    std::copy(signature.id.begin(), signature.id.end(), unsignedMessage.begin());
     const unsigned additional = readDns16(&message[additionalAt]) - 1;
-    unsigned_message[additionalAt] = static_cast<std::uint8_t>(additional >> 8);
-    unsigned_message[additionalAt + 1] = static_cast<std::uint8_t>(additional);
-    DnsBytes mac;
-    return computeMac(key, request.mac, unsigned_message, signature, mac) && mac.size() == signature.mac.size() &&
-           CRYPTO_memcmp(mac.data(), signature.mac.data(), mac.size()) == 0;
+    unsignedMessage[additionalAt] = static_cast<std::uint8_t>(additional >> 8);
+    unsignedMessage[additionalAt + 1] = static_cast<std::uint8_t>(additional);
+    const Result<DnsBytes> mac = computeMac(key, request.mac, unsignedMessage, signature);
+    return mac.ok() && mac->size() == signature.mac.size() &&
+           CRYPTO_memcmp(mac->data(), signature.mac.data(), mac->size()) == 0;
 }
 
 Status verifyHeader(View message, const SignedRequest& request) {
@@ -204,22 +210,19 @@ Answer verify(View message, const SignedRequest& request, const TsigKey& key, st
         return backendFailed("the answer is malformed");
     if (layout == DnsLayout::bare)
         return backendFailed(unsignedWords(headerCode(message)));
-    Signature signature;
-    if (!parseSignature(message.subspan(place.data), signature))
-        return backendFailed("the signature of the answer is malformed");
-    if (signature.mac.empty())
-        return unsignedAnswer(message, read16(signature.error));
-    if (!isGenuine(message, place, signature, request, key))
+    const Result<Signature> signature = parseSignature(message.subspan(place.data));
+    if (!signature.ok())
+        return signature.status();
+    if (signature->mac.empty())
+        return unsignedAnswer(message, read16(signature->error));
+    if (!isGenuine(message, place, *signature, request, key))
         return backendFailed("the signature of the answer is wrong");
-    const std::int64_t away = std::abs(now - readTime(signature.times));
-    if (away > static_cast<std::int64_t>(read16(signature.times.subspan(timeLength))))
+    const std::int64_t away = std::abs(now - readTime(signature->times));
+    if (away > static_cast<std::int64_t>(read16(signature->times.subspan(timeLength))))
         return backendFailed("the answer was signed at another time, " + std::to_string(away) + " s away");
-    if (read16(signature.error) != 0)
-        return serverRefused(refusalReason(signature, request));
-    Packet packet = parseMessage(message);
-    if (packet == nullptr)
-        return backendFailed("the answer is malformed");
-    return packet;
+    if (read16(signature->error) != 0)
+        return serverRefused(refusalReason(*signature, request));
+    return parseMessage(message);
 }
 
 }  // namespace
@@ -248,17 +251,17 @@ Result<SignedRequest> signRequest(DnsBytes message, const TsigKey& key, std::int
         putDns16(times, static_cast<std::size_t>(now >> shift & 0xffff));
     putDns16(times, tsigFudge);
     const DnsBytes algorithm = nameBytes(key.algorithm);
-    DnsBytes mac;
-    if (!computeMac(key, {}, message, {algorithm, times, {}, {}, none, none}, mac))
-        return backendFailed("out of memory");  // the algorithm and the secret were checked before
+    const Result<DnsBytes> mac = computeMac(key, {}, message, {algorithm, times, {}, {}, none, none});
+    if (!mac.ok())
+        return mac.status();
 
     SignedRequest request;
     request.id = static_cast<std::uint16_t>(readDns16(message.data()));
     request.opcode = message[flagsAt] >> 3 & 0xf;
     request.time = now;
     request.mac.clear();
-    putDns16(request.mac, mac.size());
-    append(request.mac, mac);
+    putDns16(request.mac, mac->size());
+    append(request.mac, *mac);
 
     DnsBytes data = algorithm;
     append(data, times);

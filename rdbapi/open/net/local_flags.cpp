@@ -6,17 +6,20 @@
 #include <cerrno>
 #include <charconv>
 #include <fcntl.h>
+#include <optional>
 #include <string_view>
 
 namespace rdbopen {
 
 namespace {
 
+//  Returns the hexadecimal number in text, or nothing if text is not one.
 template <class Number>
-bool parseHex(std::string_view text, Number& number) {
+std::optional<Number> parseHex(std::string_view text) {
+    Number number = 0;
     const char* const last = text.data() + text.size();
     const auto [end, error] = std::from_chars(text.data(), last, number, 16);
-    return error == std::errc() && end == last;
+    return error == std::errc() && end == last ? std::optional(number) : std::nullopt;
 }
 
 constexpr std::string_view blanks = " \t\r";
@@ -30,13 +33,17 @@ std::string_view takeUntil(std::string_view& text, std::string_view separators) 
     return taken;
 }
 
-bool parsePackedAddress(std::string_view text, Ipv6Address& address) {
+std::optional<Ipv6Address> parsePackedAddress(std::string_view text) {
+    Ipv6Address address{};
     if (text.size() != 2 * address.size())
-        return false;
-    for (std::size_t i = 0; i < address.size(); ++i)
-        if (!parseHex(text.substr(2 * i, 2), address[i]))
-            return false;
-    return true;
+        return std::nullopt;
+    for (std::size_t i = 0; i < address.size(); ++i) {
+        const auto byte = parseHex<std::uint8_t>(text.substr(2 * i, 2));
+        if (!byte)
+            return std::nullopt;
+        address[i] = *byte;
+    }
+    return address;
 }
 
 }  // namespace
@@ -55,13 +62,13 @@ LocalFlags parseLocalFlags(const std::string& table) {
         takeUntil(line, blanks);  // number
         takeUntil(line, blanks);  // prefix
         takeUntil(line, blanks);  // scope
-        Ipv6Address address{};
-        unsigned flags = 0;
-        if (!parsePackedAddress(packed, address) || !parseHex(takeUntil(line, blanks), flags))
+        const auto address = parsePackedAddress(packed);
+        const auto flags = parseHex<unsigned>(takeUntil(line, blanks));
+        if (!address || !flags)
             continue;
-        const auto [known, added] = found.try_emplace(address, flags);
+        const auto [known, added] = found.try_emplace(*address, *flags);
         if (!added)
-            known->second &= flags;
+            known->second &= *flags;
     }
     return found;
 }

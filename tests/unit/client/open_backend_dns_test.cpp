@@ -67,7 +67,7 @@ struct Zone {
 
     //  Returns whether the CNAME is at a name where a prerequisite of the update excludes one.
     bool excludesAlias(const SeenRequest& seen) const {
-        const Packet packet = parseMessage(seen.wire);
+        const Packet packet = std::move(*parseMessage(seen.wire));
         const std::unique_ptr<ldns_rdf, void (*)(ldns_rdf*)> name(ldns_dname_new_frm_str((alias + ".").c_str()),
                                                                   ldns_rdf_deep_free);
         const ldns_rr_list* const prerequisites = ldns_pkt_answer(packet.get());
@@ -215,7 +215,7 @@ TEST_F(OpenDnsBackend, AMessageIsOneUpdate) {
     EXPECT_EQ(send(request).code, errorNone);
     EXPECT_EQ(reply, R"({"seqno":7,"code":0,"message":"ok"})");
     const SeenRequest seen = server.requests().take();
-    const Packet packet = parseMessage(seen.wire);
+    const Packet packet = std::move(*parseMessage(seen.wire));
     EXPECT_EQ(seen.opcode, unsigned{LDNS_PACKET_UPDATE});
     EXPECT_EQ(ldns_pkt_ancount(packet.get()), 2U);
     EXPECT_EQ(ldns_pkt_nscount(packet.get()), 6U);
@@ -346,7 +346,7 @@ TEST_F(OpenDnsBackend, ACheckTakesNoWildcardForARecordThatIsHeld) {
     start();
     ASSERT_EQ(backend->updates()->checkRequest(hidden).code, errorNone);
     EXPECT_EQ(server.requests().take().opcode, unsigned{LDNS_PACKET_QUERY});
-    const Packet condition = parseMessage(server.requests().take().wire);
+    const Packet condition = std::move(*parseMessage(server.requests().take().wire));
     EXPECT_EQ(ldns_pkt_ancount(condition.get()), 1U);
     EXPECT_EQ(ldns_pkt_nscount(condition.get()), 0U);
 }

@@ -139,10 +139,13 @@ TEST(DnsRecords, TheNameIsTheZonesOrBelowItOrStandsForOneInIt) {
         {"example.org.host1", nullptr},
     };
     for (const auto& row : rows) {
-        std::string full;
-        EXPECT_EQ(nameInZone(row.name, "example.org", full), row.full != nullptr) << row.name;
+        const Result<std::string> full = nameInZone(row.name, "example.org");
         if (row.full != nullptr) {
-            EXPECT_EQ(full, row.full);
+            ASSERT_TRUE(full.ok()) << row.name;
+            EXPECT_EQ(*full, row.full);
+        } else {
+            EXPECT_EQ(full.status().code, errorBadRequest) << row.name;
+            EXPECT_EQ(full.status().reason, "the zone example.org does not hold the name " + std::string(row.name));
         }
     }
 }

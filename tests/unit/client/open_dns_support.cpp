@@ -136,17 +136,18 @@ DnsBytes plainAnswer(unsigned id, unsigned opcode, unsigned rcode, const std::ve
 SeenRequest seeRequest(const DnsBytes& wire) {
     SeenRequest seen;
     seen.wire = wire;
-    const rdbopen::Packet packet = rdbopen::parseMessage(wire);
-    if (!packet || ldns_pkt_qdcount(packet.get()) == 0)
+    const rdbopen::Result<rdbopen::Packet> parsed = rdbopen::parseMessage(wire);
+    const ldns_pkt* const packet = parsed.ok() ? parsed->get() : nullptr;
+    if (packet == nullptr || ldns_pkt_qdcount(packet) == 0)
         return seen;
-    seen.id = ldns_pkt_id(packet.get());
-    seen.opcode = ldns_pkt_get_opcode(packet.get());
-    const ldns_rr* const question = ldns_rr_list_rr(ldns_pkt_question(packet.get()), 0);
+    seen.id = ldns_pkt_id(packet);
+    seen.opcode = ldns_pkt_get_opcode(packet);
+    const ldns_rr* const question = ldns_rr_list_rr(ldns_pkt_question(packet), 0);
     const std::unique_ptr<char, void (*)(void*)> owner(ldns_rdf2str(ldns_rr_owner(question)), std::free);
     seen.owner = owner.get();
     seen.owner.pop_back();
     seen.type = ldns_rr_get_type(question);
-    if (const ldns_rr* const signature = ldns_pkt_tsig(packet.get()); signature != nullptr) {
+    if (const ldns_rr* const signature = ldns_pkt_tsig(packet); signature != nullptr) {
         const ldns_rdf* const mac = ldns_rr_rdf(signature, 3);
         seen.mac.assign(ldns_rdf_data(mac), ldns_rdf_data(mac) + ldns_rdf_size(mac));
         const std::uint8_t* const time = ldns_rdf_data(ldns_rr_rdf(signature, 1));
