@@ -42,11 +42,11 @@ public:
     Status checkValue(const RdbSnapshot& record) override;
 
 private:
-    Status failed(const char* what);
+    Status failed(const char* what, Status cause);
     Status openFile();
     void closeStatements();
-    bool prepareAll();
-    bool writeTest();
+    Status prepareAll();
+    Status writeTest();
     Status examineFiles();
     bool pathNamesOpenFile() const;
     Status settle();
@@ -54,6 +54,7 @@ private:
     template <class Body>
     Status transaction(Body body);
     Status putOne(const RdbSnapshot& record, std::int64_t now);
+    Status writtenBy(SqliteStatement& statement);
 
     std::string path_;
     SqliteDatabase database_;
@@ -65,9 +66,10 @@ private:
     bool suspect_ = false;   // SQLite has reported damage, and the file was not checked since
 };
 
-Status SqliteBackend::failed(const char* what) {
+//  Returns the failure that cause, the last result of SQLite, is for the operator.
+Status SqliteBackend::failed(const char* what, Status cause) {
     suspect_ = suspect_ || database_.lastResultIsDamage();
-    return backendFailed(what + (": " + database_.lastError()));
+    return failedTo(what, std::move(cause));
 }
 
 //  An open that moves a damaged file aside fails, so that the worker reports the new name; the next open creates the
@@ -91,8 +93,8 @@ Status SqliteBackend::open(const Waiter&) {
 Status SqliteBackend::openFile() {
     if (Status unmade = makeSqliteFile(place_); !unmade.ok())
         return unmade;
-    if (database_.open(place_.path()) != SQLITE_OK)
-        return failed("cannot be opened");
+    if (Status unopened = database_.open(place_.path()); !unopened.ok())
+        return failed("cannot be opened", std::move(unopened));
     if (Status refused = verifySqliteFile(database_, place_.path()); !refused.ok())
         return refused;
     if (isSqliteFileCutShort(database_, place_.path())) {
@@ -103,15 +105,16 @@ Status SqliteBackend::openFile() {
         suspect_ = database_.lastResultIsDamage();
         return unmade;
     }
-    if (database_.text("PRAGMA journal_mode = WAL") != "wal")
-        return failed("cannot use write-ahead logging");
-    if (database_.run("PRAGMA synchronous = FULL; PRAGMA wal_autocheckpoint = 0; PRAGMA foreign_keys = ON; "
-                      "PRAGMA trusted_schema = OFF") != SQLITE_OK)
-        return failed("cannot be set up");
-    if (!prepareAll())
-        return failed("does not have the expected tables");
-    if (!writeTest())
-        return failed("cannot be written");
+    if (const auto mode = database_.text("PRAGMA journal_mode = WAL"); !mode.ok() || *mode != "wal")
+        return failed("cannot use write-ahead logging", database_.lastFailure());
+    if (Status unset = database_.run("PRAGMA synchronous = FULL; PRAGMA wal_autocheckpoint = 0; "
+                                     "PRAGMA foreign_keys = ON; PRAGMA trusted_schema = OFF");
+        !unset.ok())
+        return failed("cannot be set up", std::move(unset));
+    if (Status unprepared = prepareAll(); !unprepared.ok())
+        return failed("does not have the expected tables", std::move(unprepared));
+    if (Status unwritten = writeTest(); !unwritten.ok())
+        return failed("cannot be written", std::move(unwritten));
     return settle();
 }
 
@@ -138,28 +141,34 @@ void SqliteBackend::closeStatements() {
         *statement = SqliteStatement();
 }
 
-bool SqliteBackend::prepareAll() {
-    findTag_ = database_.prepare("SELECT id, class, type, importflag FROM tag WHERE name = ?1");
-    importTag_ = database_.prepare("INSERT INTO tag(name, class, type, importflag, imported_ms) "
-                                   "VALUES(?1, ?2, ?3, ?4, ?5) ON CONFLICT(name) DO UPDATE SET class = excluded.class, "
-                                   "type = excluded.type, importflag = excluded.importflag, "
-                                   "imported_ms = excluded.imported_ms");
-    putSnapshot_ = database_.prepare("INSERT INTO snapshot(tag, time_ms, type, value) VALUES(?1, ?2, ?3, ?4) "
-                                     "ON CONFLICT(tag) DO UPDATE SET time_ms = excluded.time_ms, "
-                                     "type = excluded.type, value = excluded.value");
-    putHistory_ = database_.prepare("INSERT INTO history(tag, time_ms, type, value) VALUES(?1, ?2, ?3, ?4)");
-    trimHistory_ = database_.prepare("DELETE FROM history WHERE tag = ?1 AND id <= (SELECT id FROM history "
-                                     "WHERE tag = ?1 ORDER BY id DESC LIMIT 1 OFFSET ?2)");
-    findValue_ = database_.prepare(
-        "SELECT snapshot.type, value FROM snapshot JOIN tag ON tag.id = snapshot.tag WHERE name = ?1");
-    return findTag_ && importTag_ && putSnapshot_ && putHistory_ && trimHistory_ && findValue_;
+Status SqliteBackend::prepareAll() {
+    const std::pair<SqliteStatement*, const char*> statements[] = {
+        {&findTag_, "SELECT id, class, type, importflag FROM tag WHERE name = ?1"},
+        {&importTag_, "INSERT INTO tag(name, class, type, importflag, imported_ms) "
+                      "VALUES(?1, ?2, ?3, ?4, ?5) ON CONFLICT(name) DO UPDATE SET class = excluded.class, "
+                      "type = excluded.type, importflag = excluded.importflag, imported_ms = excluded.imported_ms"},
+        {&putSnapshot_, "INSERT INTO snapshot(tag, time_ms, type, value) VALUES(?1, ?2, ?3, ?4) "
+                        "ON CONFLICT(tag) DO UPDATE SET time_ms = excluded.time_ms, type = excluded.type, "
+                        "value = excluded.value"},
+        {&putHistory_, "INSERT INTO history(tag, time_ms, type, value) VALUES(?1, ?2, ?3, ?4)"},
+        {&trimHistory_, "DELETE FROM history WHERE tag = ?1 AND id <= (SELECT id FROM history "
+                        "WHERE tag = ?1 ORDER BY id DESC LIMIT 1 OFFSET ?2)"},
+        {&findValue_, "SELECT snapshot.type, value FROM snapshot JOIN tag ON tag.id = snapshot.tag WHERE name = ?1"},
+    };
+    for (const auto& [statement, sql] : statements) {
+        Result<SqliteStatement> prepared = database_.prepare(sql);
+        if (!prepared.ok())
+            return prepared.status();
+        *statement = std::move(*prepared);
+    }
+    return {};
 }
 
 //  A lock alone does not detect a full or read-only disk; a committed change does.
-bool SqliteBackend::writeTest() {
-    SqliteStatement mark = database_.prepare("INSERT INTO service(one, opened_ms) VALUES(1, ?1) "
-                                             "ON CONFLICT(one) DO UPDATE SET opened_ms = excluded.opened_ms");
-    return mark && mark.bind(1, wallNow()).run() == SQLITE_OK;
+Status SqliteBackend::writeTest() {
+    Result<SqliteStatement> mark = database_.prepare("INSERT INTO service(one, opened_ms) VALUES(1, ?1) "
+                                                     "ON CONFLICT(one) DO UPDATE SET opened_ms = excluded.opened_ms");
+    return mark.ok() ? mark->bind(1, wallNow()).run() : mark.status();
 }
 
 //  SQLite continues to write to a file that was removed or replaced, where nobody reads it. It also overwrites a file
@@ -191,7 +200,7 @@ Status SqliteBackend::settle() {
         database_.emptyLog();
     if (recorded_ && !files_.areNamed())
         return examineFiles();
-    recorded_ = files_.record(place_.path(), database_);
+    recorded_ = files_.record(place_.path(), database_).ok();
     return recorded_ ? Status{} : backendFailed("the file was removed while it was written");
 }
 
@@ -203,11 +212,11 @@ Status SqliteBackend::probe() {
 //  Reads the file, not SQLite's cache.
 Status SqliteBackend::checkValue(const RdbSnapshot& record) {
     database_.dropPageCache();
-    const int result = findValue_.bind(1, std::string_view(record.name)).step();
+    const Result<bool> found = findValue_.bind(1, std::string_view(record.name)).step();
     Status status;
-    if (result != SQLITE_ROW && result != SQLITE_DONE)
-        status = failed("cannot be read");
-    else if (result == SQLITE_DONE || findValue_.column(0) != record.valuetype ||
+    if (!found.ok())
+        status = failed("cannot be read", found.status());
+    else if (!*found || findValue_.column(0) != record.valuetype ||
              findValue_.text(1) != std::string_view(record.value, record.valuelen))
         status.code = errorNotHeld;
     findValue_.reset();
@@ -217,17 +226,17 @@ Status SqliteBackend::checkValue(const RdbSnapshot& record) {
 Status SqliteBackend::get(RdbTag& tag) {
     if (Status status = examineFiles(); !status.ok())
         return status;
-    const int result = findTag_.bind(1, std::string_view(tag.name)).step();
-    if (result == SQLITE_ROW) {
+    const Result<bool> found = findTag_.bind(1, std::string_view(tag.name)).step();
+    if (found.ok() && *found) {
         tag.tagclass = static_cast<std::uint8_t>(findTag_.column(1));
         tag.valuetype = static_cast<std::uint8_t>(findTag_.column(2));
         tag.importflag = static_cast<std::uint8_t>(findTag_.column(3));
     }
     Status status;
-    if (result == SQLITE_DONE)
+    if (!found.ok())
+        status = failed("cannot be read", found.status());
+    else if (!*found)
         status.code = errorNoSuchTag;
-    else if (result != SQLITE_ROW)
-        status = failed("cannot be read");
     findTag_.reset();
     return status;
 }
@@ -236,7 +245,7 @@ Status SqliteBackend::import(const RdbTag& tag) {
     return transaction([&] {
         importTag_.bind(1, std::string_view(tag.name)).bind(2, std::int64_t{tag.tagclass});
         importTag_.bind(3, std::int64_t{tag.valuetype}).bind(4, std::int64_t{tag.importflag}).bind(5, wallNow());
-        return importTag_.run() == SQLITE_OK ? Status{} : failed("cannot be written");
+        return writtenBy(importTag_);
     });
 }
 
@@ -269,27 +278,33 @@ Status SqliteBackend::verifyStored(std::span<const RdbSnapshot> records) {
     return {};
 }
 
+//  Runs a statement that writes.
+Status SqliteBackend::writtenBy(SqliteStatement& statement) {
+    Status status = statement.run();
+    return status.ok() ? status : failed("cannot be written", std::move(status));
+}
+
 //  Requires: inside a transaction.
 Status SqliteBackend::putOne(const RdbSnapshot& record, std::int64_t now) {
-    const int found = findTag_.bind(1, std::string_view(record.name)).step();
-    const std::int64_t tag = found == SQLITE_ROW ? findTag_.column(0) : 0;
-    const std::int64_t tagclass = found == SQLITE_ROW ? findTag_.column(1) : 0;
+    const Result<bool> found = findTag_.bind(1, std::string_view(record.name)).step();
+    const bool exists = found.ok() && *found;
+    const std::int64_t tag = exists ? findTag_.column(0) : 0;
+    const std::int64_t tagclass = exists ? findTag_.column(1) : 0;
     findTag_.reset();
-    if (found == SQLITE_DONE)
+    if (!found.ok())
+        return failed("cannot be read", found.status());
+    if (!exists)
         return {errorNoSuchTag, {}};
-    if (found != SQLITE_ROW)
-        return failed("cannot be read");
     if (tagclass != RDB_TAG_CLASS_USABLE)
         return {errorTagNotUsable, {}};
 
     const std::string_view value(record.value, record.valuelen);
     for (SqliteStatement* insert : {&putSnapshot_, &putHistory_}) {
         insert->bind(1, tag).bind(2, now).bind(3, std::int64_t{record.valuetype}).bind(4, value);
-        if (insert->run() != SQLITE_OK)
-            return failed("cannot be written");
+        if (Status unwritten = writtenBy(*insert); !unwritten.ok())
+            return unwritten;
     }
-    return trimHistory_.bind(1, tag).bind(2, sqliteHistoryLimit).run() == SQLITE_OK ? Status{}
-                                                                                    : failed("cannot be written");
+    return writtenBy(trimHistory_.bind(1, tag).bind(2, sqliteHistoryLimit));
 }
 
 //  Runs body in a write transaction, which is committed only if body succeeds.
@@ -297,13 +312,14 @@ template <class Body>
 Status SqliteBackend::transaction(Body body) {
     if (Status changed = examineFiles(); !changed.ok())
         return changed;
-    if (database_.run("BEGIN IMMEDIATE") != SQLITE_OK)
-        return failed("cannot be written");
+    if (Status locked = database_.run("BEGIN IMMEDIATE"); !locked.ok())
+        return failed("cannot be written", std::move(locked));
     Status status = body();
-    if (status.ok() && database_.run("COMMIT") != SQLITE_OK)
-        status = failed("cannot be written");
+    if (status.ok())
+        if (Status committed = database_.run("COMMIT"); !committed.ok())
+            status = failed("cannot be written", std::move(committed));
     if (database_.inTransaction())
-        database_.run("ROLLBACK");
+        database_.rollBack();
     return status.ok() ? settle() : status;
 }
 

@@ -44,12 +44,12 @@ Status fill(const FilePlace& place) {
         return failed;
     if (!isToBeMade(before))
         return {};
-    const std::string database = newSqliteDatabase();
-    if (database.empty())
-        return backendFailed("its tables cannot be made");
+    const Result<std::string> database = newSqliteDatabase();
+    if (!database.ok())
+        return database.status();
     Status status = removeRemains(place);
     if (status.ok())
-        status = replaceFile(place, before, database);
+        status = replaceFile(place, before, *database);
     //  An existing file is left to SQLite; if it has changed, another program has created it meanwhile.
     const bool left = status.ok() || status.code == errorFileChanged || before.exists;
     return left ? Status{} : backendFailed("cannot be made: " + status.reason);

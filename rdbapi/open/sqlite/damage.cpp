@@ -29,23 +29,23 @@ bool hasContent(const std::string& path) {
 
 //  The write lock keeps the log empty, and so the file unchanged, during the comparison.
 bool isCutShortForCertain(SqliteDatabase& database, const std::string& path) {
-    if (database.run("BEGIN IMMEDIATE") != SQLITE_OK)
+    if (!database.run("BEGIN IMMEDIATE").ok())
         return database.lastResultIsDamage();
     const bool cut = isSqliteFileCutShort(database, path);
-    database.run("ROLLBACK");
+    database.rollBack();
     return cut;
 }
 
-//  An empty result means that the check was not possible, for example without memory.
+//  The check itself may fail, for example without memory.
 bool hasFaults(SqliteDatabase& database) {
-    const std::string found = database.text("PRAGMA integrity_check(1)");
-    return found.empty() ? database.lastResultIsDamage() : found != "ok";
+    const Result<std::string> found = database.text("PRAGMA integrity_check(1)");
+    return !found.ok() || found->empty() ? database.lastResultIsDamage() : *found != "ok";
 }
 
 //  Requires: the lock is held.
 bool isDamaged(const std::string& path) {
     SqliteDatabase database;
-    if (database.open(path) != SQLITE_OK || !verifySqliteFile(database, path).ok())
+    if (!database.open(path).ok() || !verifySqliteFile(database, path).ok())
         return false;
     const bool damaged = isCutShortForCertain(database, path) || hasFaults(database);
     database.abandon();
@@ -61,14 +61,14 @@ bool isFree(const std::string& path) {
     return true;
 }
 
-//  Returns an empty text if all names are in use.
-std::string freeName(const std::string& path) {
+Result<std::string> freeName(const FilePlace& place) {
     for (int number = 0; number <= lastName; ++number) {
-        std::string name = path + ".damaged" + (number == 0 ? "" : "." + std::to_string(number));
+        std::string name = place.path() + ".damaged" + (number == 0 ? "" : "." + std::to_string(number));
         if (isFree(name))
             return name;
     }
-    return {};
+    return backendFailed("the file is damaged and stays as it is, because all names from " + place.name +
+                         ".damaged to " + place.name + ".damaged." + std::to_string(lastName) + " are in use");
 }
 
 //  The database is renamed first: without its log, an undamaged one would lose the log's contents. After a power
@@ -93,11 +93,10 @@ Status moveIfDamaged(const FilePlace& place) {
         return {};
     if (!exists(place.path(), after) || after.st_dev != before.st_dev || after.st_ino != before.st_ino)
         return {};
-    const std::string name = freeName(place.path());
-    if (name.empty())
-        return backendFailed("the file is damaged and stays as it is, because all names from " + place.name +
-                             ".damaged to " + place.name + ".damaged." + std::to_string(lastName) + " are in use");
-    Status moved = moveTo(name, place.path());
+    const Result<std::string> name = freeName(place);
+    if (!name.ok())
+        return name.status();
+    Status moved = moveTo(*name, place.path());
     //  Flushed before a new file gets the name: otherwise a power failure could keep the new file and lose the damaged
     //  one. If this fails, the flush for the new file fails as well and is reported.
     static_cast<void>(flushDirectory(place));

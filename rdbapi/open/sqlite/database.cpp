@@ -10,6 +10,11 @@ constexpr int busyLimit = 2000;
 
 constexpr int primaryResult = 0xff;  // mask for the primary code of an extended result
 
+//  A null connection means that memory is exhausted.
+Status failureOf(sqlite3* connection) {
+    return backendFailed(connection == nullptr ? "out of memory" : sqlite3_errmsg(connection));
+}
+
 }  // namespace
 
 SqliteStatement& SqliteStatement::bind(int index, std::int64_t value) {
@@ -22,10 +27,18 @@ SqliteStatement& SqliteStatement::bind(int index, std::string_view text) {
     return *this;
 }
 
-int SqliteStatement::run() {
-    while (step() == SQLITE_ROW) {
+Result<bool> SqliteStatement::step() {
+    const int result = sqlite3_step(statement_.get());
+    if (result != SQLITE_ROW && result != SQLITE_DONE)
+        return failureOf(sqlite3_db_handle(statement_.get()));
+    return result == SQLITE_ROW;
+}
+
+Status SqliteStatement::run() {
+    while (sqlite3_step(statement_.get()) == SQLITE_ROW) {
     }
-    return sqlite3_reset(statement_.get());
+    const int result = sqlite3_reset(statement_.get());
+    return result == SQLITE_OK ? Status{} : failureOf(sqlite3_db_handle(statement_.get()));
 }
 
 std::string_view SqliteStatement::text(int index) {
@@ -34,14 +47,14 @@ std::string_view SqliteStatement::text(int index) {
     return first == nullptr ? std::string_view() : std::string_view(first, static_cast<std::size_t>(size));
 }
 
-int SqliteDatabase::open(const std::string& path) {
+Status SqliteDatabase::open(const std::string& path) {
     sqlite3* connection = nullptr;
     const int flags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOFOLLOW | SQLITE_OPEN_NOMUTEX | SQLITE_OPEN_EXRESCODE;
     const int result = sqlite3_open_v2(path.c_str(), &connection, flags, nullptr);
     connection_.reset(connection);
-    if (result != SQLITE_OK)
-        return result;
-    return sqlite3_busy_timeout(connection, busyLimit);
+    if (result != SQLITE_OK || sqlite3_busy_timeout(connection, busyLimit) != SQLITE_OK)
+        return lastFailure();
+    return {};
 }
 
 void SqliteDatabase::abandon() {
@@ -56,56 +69,67 @@ void SqliteDatabase::emptyLog() {
     sqlite3_busy_timeout(connection_.get(), busyLimit);
 }
 
-std::string SqliteDatabase::bytes() {
+Result<std::string> SqliteDatabase::bytes() {
     sqlite3_int64 size = 0;
     const std::unique_ptr<unsigned char, decltype(&sqlite3_free)> image(
         sqlite3_serialize(connection_.get(), "main", &size, 0), &sqlite3_free);
     if (image == nullptr)
-        return {};
-    return {reinterpret_cast<const char*>(image.get()), static_cast<std::size_t>(size)};
+        return lastFailure();
+    return std::string(reinterpret_cast<const char*>(image.get()), static_cast<std::size_t>(size));
 }
 
-int SqliteDatabase::readFirstBytes(void* bytes, int count, std::int64_t& size) {
+Result<std::int64_t> SqliteDatabase::readFirstBytes(void* bytes, int count) {
+    const Status unreadable = backendFailed("cannot be read as a regular file");
     sqlite3_file* file = nullptr;
     int result = sqlite3_file_control(connection_.get(), "main", SQLITE_FCNTL_FILE_POINTER, &file);
     if (result != SQLITE_OK || file == nullptr || file->pMethods == nullptr)
-        return SQLITE_CANTOPEN;
-    sqlite3_int64 bytesInFile = 0;
-    result = file->pMethods->xFileSize(file, &bytesInFile);
-    size = bytesInFile;
-    if (result != SQLITE_OK)
-        return result;
-    result = file->pMethods->xRead(file, bytes, count, 0);
-    return result == SQLITE_IOERR_SHORT_READ ? SQLITE_OK : result;
+        return unreadable;
+    sqlite3_int64 size = 0;
+    result = file->pMethods->xFileSize(file, &size);
+    if (result == SQLITE_OK)
+        result = file->pMethods->xRead(file, bytes, count, 0);
+    if (result != SQLITE_OK && result != SQLITE_IOERR_SHORT_READ)
+        return unreadable;
+    return std::int64_t{size};
 }
 
-int SqliteDatabase::run(const char* sql) {
-    return sqlite3_exec(connection_.get(), sql, nullptr, nullptr, nullptr);
+Status SqliteDatabase::run(const char* sql) {
+    const int result = sqlite3_exec(connection_.get(), sql, nullptr, nullptr, nullptr);
+    return result == SQLITE_OK ? Status{} : lastFailure();
 }
 
-SqliteStatement SqliteDatabase::prepare(const char* sql) {
+void SqliteDatabase::rollBack() {
+    sqlite3_exec(connection_.get(), "ROLLBACK", nullptr, nullptr, nullptr);
+}
+
+Result<SqliteStatement> SqliteDatabase::prepare(const char* sql) {
     sqlite3_stmt* statement = nullptr;
     sqlite3_prepare_v3(connection_.get(), sql, -1, SQLITE_PREPARE_PERSISTENT, &statement, nullptr);
+    if (statement == nullptr)
+        return lastFailure();
     SqliteStatement prepared;
     prepared.statement_.reset(statement);
     return prepared;
 }
 
-std::int64_t SqliteDatabase::number(const char* sql, std::int64_t otherwise) {
-    SqliteStatement query = prepare(sql);
-    return query && query.step() == SQLITE_ROW ? query.column(0) : otherwise;
+Result<std::int64_t> SqliteDatabase::number(const char* sql) {
+    Result<SqliteStatement> query = prepare(sql);
+    if (!query.ok())
+        return query.status();
+    const Result<bool> row = query->step();
+    return row.ok() && *row ? Result(query->column(0)) : lastFailure();
 }
 
-std::string SqliteDatabase::text(const char* sql) {
-    SqliteStatement query = prepare(sql);
-    if (!query || query.step() != SQLITE_ROW)
-        return {};
-    const unsigned char* first = sqlite3_column_text(query.statement_.get(), 0);
-    return first == nullptr ? std::string() : std::string(reinterpret_cast<const char*>(first));
+Result<std::string> SqliteDatabase::text(const char* sql) {
+    Result<SqliteStatement> query = prepare(sql);
+    if (!query.ok())
+        return query.status();
+    const Result<bool> row = query->step();
+    return row.ok() && *row ? Result(std::string(query->text(0))) : lastFailure();
 }
 
-std::string SqliteDatabase::lastError() const {
-    return connection_ == nullptr ? "out of memory" : sqlite3_errmsg(connection_.get());
+Status SqliteDatabase::lastFailure() const {
+    return failureOf(connection_.get());
 }
 
 bool SqliteDatabase::lastResultIsDamage() const {

@@ -1,9 +1,11 @@
-//  One SQLite connection and its prepared statements, closed by their destructors. Results are SQLite's result codes
-//  (https://www.sqlite.org/rescode.html), including extended ones.
+//  One SQLite connection and its prepared statements, closed by their destructors. The reason of a failure is SQLite's
+//  text for it.
 //
 //  Threads: one thread at a time.
 #ifndef RDBAPI_OPEN_SQLITE_DATABASE_H
 #define RDBAPI_OPEN_SQLITE_DATABASE_H
+
+#include "engine/status.h"
 
 #include <cstdint>
 #include <memory>
@@ -19,11 +21,11 @@ public:
     SqliteStatement& bind(int index, std::int64_t value);
     SqliteStatement& bind(int index, std::string_view text);
 
-    //  Runs to the next row or to the end: SQLITE_ROW, SQLITE_DONE or an error.
-    int step() { return sqlite3_step(statement_.get()); }
+    //  Runs to the next row or to the end. Returns whether there is a row.
+    Result<bool> step();
 
-    //  Runs to the end and resets. Returns SQLITE_OK or the error.
-    int run();
+    //  Runs to the end and resets.
+    Status run();
 
     std::int64_t column(int index) { return sqlite3_column_int64(statement_.get(), index); }
 
@@ -32,8 +34,6 @@ public:
 
     //  Prepares it for the next use; ends its read transaction.
     void reset() { sqlite3_reset(statement_.get()); }
-
-    explicit operator bool() const { return statement_ != nullptr; }
 
 private:
     friend class SqliteDatabase;
@@ -47,11 +47,12 @@ class SqliteDatabase {
 public:
     //  Opens the file at path for reading and writing. Fails if it is missing or if path contains a link; SQLite checks
     //  the folders of the path before it opens the file, not during the open.
-    int open(const std::string& path);
+    Status open(const std::string& path);
 
-    //  Reads the first count bytes of the file and its size directly: without a lock and without the journal. Uses
-    //  SQLite's descriptor, because closing another one would release this process's locks on the file (fcntl(2)).
-    int readFirstBytes(void* bytes, int count, std::int64_t& size);
+    //  Reads the first count bytes of the file directly, zeros after its end: without a lock and without the journal.
+    //  Returns the size of the file. Uses SQLite's descriptor, because closing another one would release this process's
+    //  locks on the file (fcntl(2)).
+    Result<std::int64_t> readFirstBytes(void* bytes, int count);
 
     //  Closes the connection; the last connection writes the log into the file and removes it. Destroy statements
     //  first.
@@ -61,17 +62,20 @@ public:
     void abandon();
 
     //  Runs one or more statements and discards their rows.
-    int run(const char* sql);
+    Status run(const char* sql);
 
-    //  Returns a statement, or an empty one if sql does not match the schema.
-    SqliteStatement prepare(const char* sql);
+    //  Ends a transaction without its changes. If that fails, closing the connection does it.
+    void rollBack();
 
-    //  Runs sql and returns the first column of its first row, or otherwise if there is no row.
-    std::int64_t number(const char* sql, std::int64_t otherwise);
-    std::string text(const char* sql);
+    //  Returns a statement. Fails if sql does not match the schema.
+    Result<SqliteStatement> prepare(const char* sql);
 
-    //  PRAGMA data_version: a number that changes when another connection commits. Negative after a failure.
-    std::int64_t dataVersion() { return number("PRAGMA data_version", -1); }
+    //  Run sql and return the first column of its first row. Fail if there is no row.
+    Result<std::int64_t> number(const char* sql);
+    Result<std::string> text(const char* sql);
+
+    //  PRAGMA data_version: a number that changes when another connection commits.
+    Result<std::int64_t> dataVersion() { return number("PRAGMA data_version"); }
 
     //  Writes the log into the file and empties it, as far as possible without waiting for other connections.
     void emptyLog();
@@ -79,14 +83,14 @@ public:
     //  Frees the cached pages, so that the next statement reads the file.
     void dropPageCache() { sqlite3_db_release_memory(connection_.get()); }
 
-    //  Returns the whole database as the bytes of a file; empty on failure.
-    std::string bytes();
+    //  Returns the whole database as the bytes of a file.
+    Result<std::string> bytes();
 
     //  Returns true inside BEGIN.
     bool inTransaction() const { return sqlite3_get_autocommit(connection_.get()) == 0; }
 
-    //  Returns SQLite's text for the last failure.
-    std::string lastError() const;
+    //  Returns the failure with SQLite's text for the last result.
+    Status lastFailure() const;
 
     //  Returns true if the last call failed because SQLite found the file damaged.
     bool lastResultIsDamage() const;
@@ -94,8 +98,6 @@ public:
     //  Returns true if the open file no longer has the name under which it was opened.
     //  Requires: open has succeeded.
     bool hasMoved();
-
-    explicit operator bool() const { return connection_ != nullptr; }
 
 private:
     struct Close {

@@ -27,15 +27,18 @@ bool SqliteFiles::sameBytes(const File& left, const File& right) {
 
 //  The order matters: a log that is empty after the version was read proves that all commits up to that version are in
 //  the database, which is examined last.
-bool SqliteFiles::record(const std::string& path, SqliteDatabase& database) {
+Status SqliteFiles::record(const std::string& path, SqliteDatabase& database) {
     indexLost_ = false;
     databaseLost_ = false;
-    version_ = database.dataVersion();
+    const Result<std::int64_t> version = database.dataVersion();
     log_ = inspect(path + "-wal");
     index_ = inspect(path + "-shm");
     database_ = inspect(path);
     //  Last, because the name may have passed to another file before it was examined.
-    return version_ >= 0 && log_.exists && index_.exists && database_.exists && !database.hasMoved();
+    if (!version.ok() || !log_.exists || !index_.exists || !database_.exists || database.hasMoved())
+        return backendFailed("the file was removed or replaced");
+    version_ = *version;
+    return {};
 }
 
 bool SqliteFiles::areNamed() const {
@@ -57,17 +60,17 @@ Status SqliteFiles::verify(SqliteDatabase& database) {
         return {};
     databaseLost_ = now.inode.st_size == 0 || !verifySqliteFile(database, database_.path).ok();
     if (!databaseLost_) {
-        const std::int64_t version = database.dataVersion();
-        if (version < 0)
-            return backendFailed("cannot be read: " + database.lastError());
-        databaseLost_ = log_.inode.st_size == 0 && version == version_;
+        const Result<std::int64_t> version = database.dataVersion();
+        if (!version.ok())
+            return failedTo("cannot be read", version.status());
+        databaseLost_ = log_.inode.st_size == 0 && *version == version_;
     }
     indexLost_ = databaseLost_;
     if (databaseLost_)
         return backendFailed("the file was overwritten by another program");
     //  If it was overwritten nevertheless, later reads at least see a single file.
     database.dropPageCache();
-    return record(database_.path, database) ? Status{} : backendFailed("the file was removed or replaced");
+    return record(database_.path, database);
 }
 
 void SqliteFiles::removeRemains() const {

@@ -20,9 +20,9 @@ namespace rdbopen {
 
 class SqliteFiles {
 public:
-    //  Records the state of the files after a request. Returns false if a file is missing or the database has another
-    //  name. Requires: database is open at path, with write-ahead logging, and has been written.
-    bool record(const std::string& path, SqliteDatabase& database);
+    //  Records the state of the files after a request. Fails if a file is missing or the database has another name.
+    //  Requires: database is open at path, with write-ahead logging, and has been written.
+    Status record(const std::string& path, SqliteDatabase& database);
 
     //  Returns true if the names still refer to the recorded files.
     bool areNamed() const;

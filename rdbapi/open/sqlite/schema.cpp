@@ -15,7 +15,7 @@ constexpr std::size_t readFormatAt = 19;
 constexpr char formatWithLog = 2;
 constexpr std::size_t pageSizeAt = 16;
 constexpr std::int64_t pageSizeCode = 1;  // stands for the largest size, which two bytes cannot hold
-constexpr std::int64_t largestPage = 65536;
+constexpr std::int64_t maxPageSize = 65536;
 constexpr std::size_t changesAt = 24;
 constexpr std::size_t pageCountAt = 28;
 constexpr std::size_t changesAtCountAt = 92;
@@ -89,26 +89,28 @@ bool isBlank(const unsigned char* first, std::size_t size) {
     return std::all_of(first, first + size, [](unsigned char byte) { return byte == 0; });
 }
 
-bool makeTables(SqliteDatabase& database) {
+Status makeTables(SqliteDatabase& database) {
     const std::string marks = "PRAGMA application_id = " + std::to_string(sqliteApplicationId) +
                               "; PRAGMA user_version = " + std::to_string(sqliteSchemaVersion);
-    return database.run(schema) == SQLITE_OK && database.run(marks.c_str()) == SQLITE_OK;
+    if (Status failed = database.run(schema); !failed.ok())
+        return failed;
+    return database.run(marks.c_str());
 }
 
 }  // namespace
 
 Status verifySqliteFile(SqliteDatabase& database, const std::string& path) {
     unsigned char header[headerSize]{};
-    std::int64_t size = 0;
-    if (database.readFirstBytes(header, headerSize, size) != SQLITE_OK)
-        return backendFailed("cannot be read as a regular file");
+    const Result<std::int64_t> size = database.readFirstBytes(header, headerSize);
+    if (!size.ok())
+        return size.status();
     //  SQLite calls a file of one byte empty, too.
-    if (size == 0 && header[0] == 0)
+    if (*size == 0 && header[0] == 0)
         return {};
     //  The first page is one of those that had not reached the disk.
     if (isBlank(header, headerSize) && isRolledBackToNothing(path))
         return {};
-    if (size < marksEnd || std::memcmp(header, magic, sizeof magic) != 0)
+    if (*size < marksEnd || std::memcmp(header, magic, sizeof magic) != 0)
         return backendFailed("the file is not a database");
     if (bigEndian32(header + applicationIdAt) != sqliteApplicationId)
         return backendFailed(foreignFile);
@@ -119,45 +121,52 @@ Status verifySqliteFile(SqliteDatabase& database, const std::string& path) {
 
 bool sqliteBytesMissing(SqliteDatabase& database) {
     unsigned char header[headerSize]{};
-    std::int64_t size = 0;
-    if (database.readFirstBytes(header, headerSize, size) != SQLITE_OK || size == 0)
+    const Result<std::int64_t> size = database.readFirstBytes(header, headerSize);
+    if (!size.ok() || *size == 0)
         return false;
-    if (size < headerSize)
+    if (*size < headerSize)
         return true;
     const std::int64_t code = header[pageSizeAt] << 8 | header[pageSizeAt + 1];
-    const std::int64_t pageSize = code == pageSizeCode ? largestPage : code;
+    const std::int64_t pageSize = code == pageSizeCode ? maxPageSize : code;
     const bool trusted = bigEndian32(header + changesAt) == bigEndian32(header + changesAtCountAt);
-    return trusted && size < pageSize * bigEndian32(header + pageCountAt);
+    return trusted && *size < pageSize * bigEndian32(header + pageCountAt);
 }
 
 Status makeSqliteSchema(SqliteDatabase& database) {
-    //  The lock is taken before the look, so that of two services that start together one makes the tables.
-    if (database.run("BEGIN IMMEDIATE") != SQLITE_OK)
-        return backendFailed("cannot be written: " + database.lastError());
-    const std::int64_t id = database.number("PRAGMA application_id", -1);
-    const std::int64_t objects = database.number("SELECT count(*) FROM sqlite_schema", -1);
-    if (id < 0 || objects < 0)
-        return backendFailed("cannot be read: " + database.lastError());
+    //  The lock is taken before the check, so that of two services that start together one makes the tables.
+    if (Status failed = database.run("BEGIN IMMEDIATE"); !failed.ok())
+        return failedTo("cannot be written", std::move(failed));
+    const Result<std::int64_t> id = database.number("PRAGMA application_id");
+    if (!id.ok())
+        return failedTo("cannot be read", id.status());
+    const Result<std::int64_t> objects = database.number("SELECT count(*) FROM sqlite_schema");
+    if (!objects.ok())
+        return failedTo("cannot be read", objects.status());
     Status status;
-    if (id == 0 && objects == 0) {
-        if (!makeTables(database) || database.run("COMMIT") != SQLITE_OK)
-            status = backendFailed("its tables cannot be made: " + database.lastError());
-    } else if (id != sqliteApplicationId) {
+    if (*id == 0 && *objects == 0) {
+        status = makeTables(database);
+        if (status.ok())
+            status = database.run("COMMIT");
+        if (!status.ok())
+            status = failedTo("its tables cannot be made", std::move(status));
+    } else if (*id != sqliteApplicationId) {
         status = backendFailed(foreignFile);
     }
     if (database.inTransaction())
-        database.run("ROLLBACK");
+        database.rollBack();
     return status;
 }
 
-//  A database in memory has no log; the two format bytes are all by which a file is told to have one.
-std::string newSqliteDatabase() {
+//  A database in memory has no log. Only the two format bytes mark a file as one that has a log.
+Result<std::string> newSqliteDatabase() {
+    const Status failed = backendFailed("its tables cannot be made");
     SqliteDatabase database;
-    if (database.open(":memory:") != SQLITE_OK || !makeTables(database))
-        return {};
-    std::string bytes = database.bytes();
-    if (bytes.size() >= headerSize)
-        bytes[writeFormatAt] = bytes[readFormatAt] = formatWithLog;
+    if (!database.open(":memory:").ok() || !makeTables(database).ok())
+        return failed;
+    Result<std::string> bytes = database.bytes();
+    if (!bytes.ok() || bytes->size() < headerSize)
+        return failed;
+    (*bytes)[writeFormatAt] = (*bytes)[readFormatAt] = formatWithLog;
     return bytes;
 }
 

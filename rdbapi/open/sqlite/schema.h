@@ -27,9 +27,9 @@ Status verifySqliteFile(SqliteDatabase& database, const std::string& path);
 //  verifySqliteFile has accepted its file.
 bool sqliteBytesMissing(SqliteDatabase& database);
 
-//  Returns the bytes of a database with the tables and without rows, for write-ahead logging; empty when memory is
+//  Returns the bytes of a database with the tables and without rows, for write-ahead logging. Fails when memory is
 //  exhausted.
-std::string newSqliteDatabase();
+Result<std::string> newSqliteDatabase();
 
 //  Creates the tables in an empty database, and leaves a database of another program unchanged. A failed transaction
 //  ends when the connection is closed.

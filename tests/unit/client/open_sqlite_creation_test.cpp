@@ -45,9 +45,9 @@ protected:
             const RdbSnapshot record = recordOf("host1", "after");
             ASSERT_EQ(service->tags()->put({&record, 1}).code, 0) << shown;
             SqliteDatabase reader;
-            ASSERT_EQ(reader.open(after.file("rdb.db")), SQLITE_OK);
-            EXPECT_EQ(reader.text("SELECT value FROM current_values"), "after") << shown;
-            EXPECT_EQ(reader.text("PRAGMA integrity_check"), "ok") << shown;
+            ASSERT_TRUE(reader.open(after.file("rdb.db")).ok());
+            EXPECT_EQ(textOf(reader, "SELECT value FROM current_values"), "after") << shown;
+            EXPECT_EQ(textOf(reader, "PRAGMA integrity_check"), "ok") << shown;
         }
     }
 };
@@ -81,9 +81,9 @@ TEST_F(SqliteCreation, SoDoesOneWhileSqliteFillsTheFileItself) {
     startRecording(folder.path());
     {
         SqliteDatabase database;
-        ASSERT_EQ(database.open(file), SQLITE_OK);
+        ASSERT_TRUE(database.open(file).ok());
         ASSERT_EQ(makeSqliteSchema(database).reason, "");
-        ASSERT_EQ(database.text("PRAGMA journal_mode = WAL"), "wal");
+        ASSERT_EQ(textOf(database, "PRAGMA journal_mode = WAL"), "wal");
     }
     stopRecording();
     const auto folders = cutsAtAnyMoment();
@@ -118,8 +118,8 @@ protected:
     void SetUp() override {
         openWithTag("host1");
         SqliteDatabase reader;  // prevents SQLite from emptying the log
-        ASSERT_EQ(reader.open(file), SQLITE_OK);
-        ASSERT_EQ(reader.run("BEGIN; SELECT * FROM tag"), SQLITE_OK);
+        ASSERT_TRUE(reader.open(file).ok());
+        ASSERT_TRUE(reader.run("BEGIN; SELECT * FROM tag").ok());
         ASSERT_EQ(put("host1", "old"), 0);
         const std::string log = readText(file + "-wal");
         ASSERT_GT(log.size(), 0U);
@@ -154,8 +154,8 @@ TEST_F(SqliteCreationBesideALog, APowerCutDoesNotBringItBack) {
         const auto service = backendFor("sqlite://" + after.file("rdb.db"));
         ASSERT_EQ(service->open(plainWaiter).code, 0);
         SqliteDatabase reader;
-        ASSERT_EQ(reader.open(after.file("rdb.db")), SQLITE_OK);
-        EXPECT_EQ(reader.text(leftovers), "0");
+        ASSERT_TRUE(reader.open(after.file("rdb.db")).ok());
+        EXPECT_EQ(textOf(reader, leftovers), "0");
     }
 }
 
@@ -169,8 +169,8 @@ TEST_F(SqliteCreation, WhatWasPutSurvivesAPowerCut) {
         for (const auto& [name, bytes] : content)
             writeText(after.file(name), bytes);
         SqliteDatabase reader;
-        ASSERT_EQ(reader.open(after.file("rdb.db")), SQLITE_OK);
-        EXPECT_EQ(reader.text("SELECT value FROM current_values"), "v");
+        ASSERT_TRUE(reader.open(after.file("rdb.db")).ok());
+        EXPECT_EQ(textOf(reader, "SELECT value FROM current_values"), "v");
     }
 }
 
@@ -258,7 +258,7 @@ TEST_F(SqliteCreation, AConnectionFollowsNoLinkItself) {
     open();
     ASSERT_EQ(symlink("rdb.db", folder.file("link").c_str()), 0);
     SqliteDatabase database;
-    EXPECT_NE(database.open(folder.file("link")), SQLITE_OK);
+    EXPECT_FALSE(database.open(folder.file("link")).ok());
 }
 
 }  // namespace

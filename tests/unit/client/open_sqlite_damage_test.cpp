@@ -266,8 +266,8 @@ TEST_F(SqliteDamage, ALogWithContentGoesWithIt) {
     spoilTable("history");
     open();
     SqliteDatabase reader;  // prevents SQLite from emptying the log
-    ASSERT_EQ(reader.open(file), SQLITE_OK);
-    ASSERT_EQ(reader.run("BEGIN; SELECT * FROM tag"), SQLITE_OK);
+    ASSERT_TRUE(reader.open(file).ok());
+    ASSERT_TRUE(reader.run("BEGIN; SELECT * FROM tag").ok());
     ASSERT_EQ(backend->tags()->import(usableTag("host2")).code, 0);
     EXPECT_EQ(put("host1", "second"), errorBackendFailed);
     const std::string log = readText(file + "-wal");
@@ -287,8 +287,8 @@ TEST_F(SqliteDamage, ALogWithContentGoesWithIt) {
 TEST_F(SqliteDamage, ALogThatWasNotAppliedGoesWithItAsItIs) {
     openAndPutMany();
     SqliteDatabase reader;
-    ASSERT_EQ(reader.open(file), SQLITE_OK);
-    ASSERT_EQ(reader.run("BEGIN; SELECT * FROM tag"), SQLITE_OK);
+    ASSERT_TRUE(reader.open(file).ok());
+    ASSERT_TRUE(reader.run("BEGIN; SELECT * FROM tag").ok());
     ASSERT_EQ(backend->tags()->import(usableTag("host1")).code, 0);
     std::string bytes = readText(file);
     const std::string log = readText(file + "-wal");
@@ -355,8 +355,8 @@ TEST_F(SqliteDamage, AFileWhoseLogHasTheMissingPagesIsSound) {
     openAndPut("first");
     const std::string before = readText(file);
     SqliteDatabase reader;
-    ASSERT_EQ(reader.open(file), SQLITE_OK);
-    ASSERT_EQ(reader.run("BEGIN; SELECT * FROM tag"), SQLITE_OK);
+    ASSERT_TRUE(reader.open(file).ok());
+    ASSERT_TRUE(reader.run("BEGIN; SELECT * FROM tag").ok());
     for (int i = 0; i < 40; ++i)
         ASSERT_EQ(put("host1", std::string(900, 'x')), 0);
     ASSERT_EQ(put("host1", "second"), 0);

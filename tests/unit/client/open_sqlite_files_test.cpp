@@ -32,8 +32,8 @@ protected:
         writeText(path, "");
         {
             SqliteDatabase other;
-            EXPECT_EQ(other.open(path), SQLITE_OK);
-            EXPECT_EQ(other.run(sql), SQLITE_OK);
+            EXPECT_TRUE(other.open(path).ok());
+            EXPECT_TRUE(other.run(sql).ok());
         }
         return readText(path);
     }
@@ -54,7 +54,7 @@ const Accident accidents[] = {
          other->close();
          overwrite(file, readText(elsewhere.file("other.db")));
      }},
-    {"OverwrittenByAnEmptyDatabase", [](const std::string& file) { overwrite(file, newSqliteDatabase()); }},
+    {"OverwrittenByAnEmptyDatabase", [](const std::string& file) { overwrite(file, *newSqliteDatabase()); }},
     {"Emptied", [](const std::string& file) { overwrite(file, ""); }},
     {"Removed", [](const std::string& file) { unlink(file.c_str()); }},
     {"RemovedWithItsLog",
@@ -65,7 +65,7 @@ const Accident accidents[] = {
     {"Renamed", [](const std::string& file) { std::filesystem::rename(file, file + ".old"); }},
     {"ReplacedByARename",
      [](const std::string& file) {
-         writeText(file + ".new", newSqliteDatabase());
+         writeText(file + ".new", *newSqliteDatabase());
          std::filesystem::rename(file + ".new", file);
      }},
     {"LeftWithoutItsLog", [](const std::string& file) { unlink((file + "-wal").c_str()); }},
@@ -77,7 +77,7 @@ const Accident accidents[] = {
      }},
     {"OverwrittenAndLeftWithoutItsLogAndIndex",
      [](const std::string& file) {
-         overwrite(file, newSqliteDatabase());
+         overwrite(file, *newSqliteDatabase());
          unlink((file + "-wal").c_str());
          unlink((file + "-shm").c_str());
      }},
@@ -173,8 +173,8 @@ TEST_F(SqliteFilesTest, AnotherProgramsFileThatWasCopiedOverItStaysAsItIs) {
 TEST_F(SqliteFilesTest, AFileThatWasOverwrittenUnnoticedStaysAsItIsAtTheEnd) {
     openAndPut("first");
     SqliteDatabase reader;
-    ASSERT_EQ(reader.open(file), SQLITE_OK);
-    ASSERT_EQ(reader.run("BEGIN; SELECT * FROM tag"), SQLITE_OK);
+    ASSERT_TRUE(reader.open(file).ok());
+    ASSERT_TRUE(reader.run("BEGIN; SELECT * FROM tag").ok());
     ASSERT_EQ(put("host1", "second"), 0);
     ASSERT_GT(readText(file + "-wal").size(), 0U);
     const std::string bytes(5000, 'x');
@@ -190,20 +190,20 @@ TEST_F(SqliteFilesTest, AfterEachPutTheFileHasTheValueWithoutItsLog) {
     const Folder copy;
     std::filesystem::copy(file, copy.file("rdb.db"));
     SqliteDatabase reader;
-    ASSERT_EQ(reader.open(copy.file("rdb.db")), SQLITE_OK);
-    EXPECT_EQ(reader.text("SELECT value FROM current_values"), "first");
+    ASSERT_TRUE(reader.open(copy.file("rdb.db")).ok());
+    EXPECT_EQ(textOf(reader, "SELECT value FROM current_values"), "first");
     EXPECT_EQ(readText(file + "-wal"), "");
 }
 
 TEST_F(SqliteFilesTest, ALogThatAReaderNeedsIsEmptiedByALaterCheck) {
     openAndPut("first");
     SqliteDatabase reader;
-    ASSERT_EQ(reader.open(file), SQLITE_OK);
-    ASSERT_EQ(reader.run("BEGIN; SELECT * FROM tag"), SQLITE_OK);
+    ASSERT_TRUE(reader.open(file).ok());
+    ASSERT_TRUE(reader.run("BEGIN; SELECT * FROM tag").ok());
     EXPECT_EQ(put("host1", "second"), 0);
     EXPECT_EQ(backend->probe().code, 0);
     EXPECT_NE(readText(file + "-wal"), "");
-    EXPECT_EQ(reader.text("SELECT value FROM current_values"), "first");
+    EXPECT_EQ(textOf(reader, "SELECT value FROM current_values"), "first");
     reader.close();
     EXPECT_EQ(backend->probe().code, 0);
     EXPECT_EQ(readText(file + "-wal"), "");
@@ -237,7 +237,7 @@ TEST_F(SqliteFilesTest, TheChecksOfAnotherServiceHideNoAccident) {
     ASSERT_EQ(second->open(plainWaiter).code, 0);
     ASSERT_EQ(backend->probe().code, 0);
     ASSERT_EQ(second->probe().code, 0);
-    overwrite(file, newSqliteDatabase());
+    overwrite(file, *newSqliteDatabase());
     EXPECT_EQ(backend->probe().code, errorBackendFailed);
 }
 
@@ -248,7 +248,7 @@ TEST_F(SqliteFilesTest, AnAccidentJustAfterAnotherServicesPutIsFoundByACheckOfTh
     ASSERT_EQ(second->open(plainWaiter).code, 0);
     const RdbSnapshot record = recordOf("host1", "second");
     ASSERT_EQ(second->tags()->put({&record, 1}).code, 0);
-    overwrite(file, newSqliteDatabase());
+    overwrite(file, *newSqliteDatabase());
     EXPECT_EQ(backend->probe().code, 0);
     EXPECT_NE(backend->tags()->checkValue(record).code, 0);
     EXPECT_EQ(second->probe().code, errorBackendFailed);
@@ -288,7 +288,7 @@ TEST_F(SqliteFilesTest, AFileThatIsReplacedWhileItIsOpenedIsNoticed) {
     openAndPut("first");
     backend->close();
     const std::string other = folder.file("other.db");
-    writeText(other, newSqliteDatabase());
+    writeText(other, *newSqliteDatabase());
     setBeforeFlush([&](int fd) {
         struct stat status {};
         if (fstat(fd, &status) != 0 || !S_ISREG(status.st_mode) || !std::filesystem::exists(other))
@@ -325,8 +325,8 @@ TEST_F(SqliteFilesTest, ALinkThatIsPointedElsewhereIsFollowedAgainAndTheOldFileK
     EXPECT_EQ(current(), "first");
     openAndCheck();
     SqliteDatabase reader;
-    ASSERT_EQ(reader.open(folder.file("new.db")), SQLITE_OK);
-    EXPECT_EQ(reader.text("SELECT value FROM current_values"), "first");
+    ASSERT_TRUE(reader.open(folder.file("new.db")).ok());
+    EXPECT_EQ(textOf(reader, "SELECT value FROM current_values"), "first");
 }
 
 TEST_F(SqliteFilesTest, AValueThatAnotherProgramChangedOrRemovedIsWrittenAgain) {

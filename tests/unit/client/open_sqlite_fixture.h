@@ -11,6 +11,12 @@
 
 namespace opentest {
 
+//  Returns the first column of the first row; empty without a row.
+inline std::string textOf(rdbopen::SqliteDatabase& database, const char* sql) {
+    const rdbopen::Result<std::string> text = database.text(sql);
+    return text.ok() ? *text : std::string();
+}
+
 class SqliteFixture : public testing::Test {
 protected:
     void open() {
@@ -27,14 +33,14 @@ protected:
     }
     std::string query(const char* sql) {
         rdbopen::SqliteDatabase reader;
-        EXPECT_EQ(reader.open(file), SQLITE_OK);
-        return reader.text(sql);
+        EXPECT_TRUE(reader.open(file).ok());
+        return textOf(reader, sql);
     }
     void makeForeign(const char* sql) {
         rdbopen::SqliteDatabase database;
         std::ofstream(file, std::ios::app).close();
-        ASSERT_EQ(database.open(file), SQLITE_OK);
-        ASSERT_EQ(database.run(sql), SQLITE_OK) << database.lastError();
+        ASSERT_TRUE(database.open(file).ok());
+        ASSERT_EQ(database.run(sql).reason, "");
     }
 
     Folder folder;
