@@ -136,6 +136,8 @@ protected:
         ASSERT_TRUE(found.ok());
         module = *found;
     }
+
+    const Module* module = nullptr;
 };
 
 struct NoWaiter final : Waiter {
