@@ -34,7 +34,7 @@ public:
     std::string refusal(std::string_view text, int code) override;
 
     std::chrono::milliseconds checkInterval() const noexcept override { return zone_.check; }
-    bool checksGiveWay() const noexcept override { return true; }
+    bool checksArePreemptible() const noexcept override { return true; }
     Status checkRequest(std::string_view text) override;
 
 private:

@@ -77,7 +77,7 @@ DnsLayout layoutOf(std::span<const std::uint8_t> message, SignaturePlace& place)
             continue;
         place = {owner, message.size() - length};
         const bool last = left == 1 && additional != 0 && rest.empty();
-        return last && isSignatureTail(tail) ? DnsLayout::signed_ : DnsLayout::malformed;
+        return last && isSignatureTail(tail) ? DnsLayout::hasSignature : DnsLayout::malformed;
     }
     return rest.empty() ? DnsLayout::bare : DnsLayout::malformed;
 }

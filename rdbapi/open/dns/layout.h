@@ -15,10 +15,10 @@ namespace rdbopen {
 inline constexpr std::size_t dnsHeaderLength = 12;  // RFC 1035 section 4.1.1
 
 enum class DnsLayout {
-    malformed,  // its records do not end where the message ends, or a signature is not its last record (RFC 8945
-                // section 5.1), is not of class ANY and ttl 0 (section 4.2), or is one of several
-    bare,       // without a signature
-    signed_,    // its last record is a signature
+    malformed,     // its records do not end where the message ends, or a signature is not its last record (RFC 8945
+                   // section 5.1), is not of class ANY and ttl 0 (section 4.2), or is one of several
+    bare,          // without a signature
+    hasSignature,  // its last record is a signature
 };
 
 //  Offsets of a signature in its message. Its data ends with the message.
@@ -27,7 +27,7 @@ struct SignaturePlace {
     std::size_t data = 0;
 };
 
-//  Determines the layout of message. Sets place for DnsLayout::signed_.
+//  Determines the layout of message. Sets place for DnsLayout::hasSignature.
 DnsLayout layoutOf(std::span<const std::uint8_t> message, SignaturePlace& place);
 
 inline unsigned readDns16(const std::uint8_t* bytes) {

@@ -147,8 +147,8 @@ bool ownerIs(View message, std::size_t offset, const std::string& name) {
     if (ldns_wire2dname(&found, message.data(), message.size(), &offset) != LDNS_STATUS_OK)
         return false;
     const Rdf owner(found);
-    const Rdf wanted(ldns_dname_new_frm_str((name + ".").c_str()));
-    return wanted != nullptr && ldns_dname_compare(owner.get(), wanted.get()) == 0;
+    const Rdf expected(ldns_dname_new_frm_str((name + ".").c_str()));
+    return expected != nullptr && ldns_dname_compare(owner.get(), expected.get()) == 0;
 }
 
 bool sameInLowerCase(View name, View lower) {

@@ -23,7 +23,7 @@ public:
     std::string refusal(std::string_view, int) override { return {}; }
 
 private:
-    void say(const std::string& text) const { reportInfo(label(), text); }
+    void log(const std::string& text) const { reportInfo(label(), text); }
 
     std::set<std::string, std::less<>> tags_;
 };
@@ -38,19 +38,19 @@ Status LogBackend::get(RdbTag& tag) {
 }
 
 Status LogBackend::import(const RdbTag& tag) {
-    say("would make the tag " + std::string(tag.name));
+    log("would make the tag " + std::string(tag.name));
     tags_.emplace(tag.name);
     return {};
 }
 
 Status LogBackend::put(std::span<const RdbSnapshot> records) {
     for (const RdbSnapshot& record : records)
-        say("would write " + std::string(record.name) + " = " + std::string(record.value, record.valuelen));
+        log("would write " + std::string(record.name) + " = " + std::string(record.value, record.valuelen));
     return {};
 }
 
 Status LogBackend::apply(std::string_view text, std::string& reply) {
-    say("would send " + std::string(text));
+    log("would send " + std::string(text));
     reply = R"({"code":0,"message":"dry run"})";
     return {};
 }

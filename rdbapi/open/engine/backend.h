@@ -100,9 +100,9 @@ public:
     //  How long after the last exchange the worker makes probe and the checks. Zero for never.
     virtual std::chrono::milliseconds checkInterval() const noexcept { return {}; }
 
-    //  Says whether probe and the checks may be cut off at any wait, as those may that have a connection of their own. Then
+    //  Returns whether probe and the checks may be cut off at any wait, as those may that have a connection of their own. Then
     //  each wait ends with callWaits as soon as a call waits, and the status of the check is ignored.
-    virtual bool checksGiveWay() const noexcept { return false; }
+    virtual bool checksArePreemptible() const noexcept { return false; }
 
     //  Tests the connection, and takes what made the watched descriptor readable.
     virtual Status probe() { return {}; }

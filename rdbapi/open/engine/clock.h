@@ -26,8 +26,8 @@ inline std::int64_t wallNow() noexcept {
 }
 
 inline void sleepFor(std::chrono::milliseconds time) noexcept {
-    const timespec wanted{time.count() / 1000, time.count() % 1000 * 1000000};
-    nanosleep(&wanted, nullptr);
+    const timespec duration{time.count() / 1000, time.count() % 1000 * 1000000};
+    nanosleep(&duration, nullptr);
 }
 
 }  // namespace rdbopen

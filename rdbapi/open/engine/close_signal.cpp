@@ -31,17 +31,17 @@ void CloseSignal::wake() const noexcept {
     errno = saved;
 }
 
-CloseSignal::Awoken CloseSignal::waitForWake(std::chrono::milliseconds timeout, int descriptor) const noexcept {
+CloseSignal::WakeReason CloseSignal::waitForWake(std::chrono::milliseconds timeout, int descriptor) const noexcept {
     pollfd descriptors[]{{wakefd_.load(), POLLIN, 0}, {descriptor, POLLIN, 0}};
     const int ready = poll(descriptors, descriptor < 0 ? 1 : 2, static_cast<int>(timeout.count()));
     if (ready == 0)
-        return Awoken::byTime;
+        return WakeReason::timeout;
     if (ready < 0 && errno != EINTR)
         sleepFor(failedPollPause);
     const bool woken = ready < 0 || descriptors[0].revents != 0;
     if (woken)
         takeWake();
-    return woken ? Awoken::byWake : Awoken::byDescriptor;
+    return woken ? WakeReason::wake : WakeReason::descriptor;
 }
 
 std::optional<Waiter::Result> CloseSignal::waitForDescriptor(int descriptor, short events,
@@ -71,7 +71,7 @@ void CloseSignal::takeWake() const noexcept {
 void CloseSignal::pause(std::chrono::milliseconds time) const noexcept {
     const auto until = monotonicNow() + time;
     for (auto left = time; left.count() > 0 && !closed(); left = until - monotonicNow())
-        if (waitForWake(left) == Awoken::byTime)
+        if (waitForWake(left) == WakeReason::timeout)
             return;
 }
 

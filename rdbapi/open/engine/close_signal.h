@@ -45,8 +45,8 @@ public:
 
     //  Waits for wake, for descriptor to have something to read (-1 for none), or for the time to run out; without a
     //  limit when timeout is negative.
-    enum class Awoken { byWake, byDescriptor, byTime };
-    Awoken waitForWake(std::chrono::milliseconds timeout, int descriptor = -1) const noexcept;
+    enum class WakeReason { wake, descriptor, timeout };
+    WakeReason waitForWake(std::chrono::milliseconds timeout, int descriptor = -1) const noexcept;
 
     //  Waits until descriptor is ready for events, as Waiter::wait has it. Returns nothing when wake or a signal ended the
     //  wait.

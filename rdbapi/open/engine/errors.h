@@ -26,7 +26,7 @@ enum Error : int {
     errorInCallback = 1016,     // a waiting call from inside a callback of the same handle, which it would block
     errorServerRefused = 1017,  // the server answered and did not do it; it is asked again; the reason is in syslog
     errorNotHeld = 1018,        // never returned to callers: the server has lost what it once took
-    errorGaveWay = 1019,        // never returned to callers: a check was cut off, because a call waits
+    errorPreempted = 1019,      // never returned to callers: a check was cut off, because a call waits
     errorNotInstalled = 1020,   // the back end of the url's scheme is not beside the library; the reason is in syslog
     errorNotLoadable = 1021,    // it is there and cannot be loaded or is of another version; the reason is in syslog
     errorFileChanged = 1022,    // never returned to callers: a file is not the one that was read any more

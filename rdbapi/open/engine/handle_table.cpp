@@ -85,7 +85,7 @@ bool HandleSlot::reusable() const noexcept {
     return (state & flagInUse) == 0 || ((state & flagReleased) != 0 && (state & (flagWorker | pinMask)) == 0);
 }
 
-bool HandleSlot::windingDown() const noexcept {
+bool HandleSlot::released() const noexcept {
     return (signal_.state.load() & flagReleased) != 0;
 }
 
@@ -108,7 +108,7 @@ int createHandle() {
             int handle = -1;
             if (slots[index].reusable())
                 return slots[index].claim(index, handle) ? handle : -1;
-            mayBecomeFree |= slots[index].windingDown();
+            mayBecomeFree |= slots[index].released();
         }
         if (!mayBecomeFree || !slotReusable.waitUntil(lock, until))
             return -1;

@@ -41,7 +41,7 @@ private:
 
     bool claim(int index, int& handle);
     bool reusable() const noexcept;
-    bool windingDown() const noexcept;
+    bool released() const noexcept;
     bool setFlags(std::uint32_t generation, std::uint64_t flags) noexcept;
 
     CloseSignal signal_;        // with the state

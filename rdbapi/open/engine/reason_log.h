@@ -19,10 +19,10 @@ public:
     //  difference. A line that is lost, or for which there is no memory, is reported at the next failure.
     void fail(const std::string& label, const std::string& reason) noexcept;
 
-    //  Reports that the back end works again when it has reported a reason, and forgets all reasons.
+    //  Reports that the back end works again when it has reported a reason, and clears the reasons.
     void recover(const std::string& label) noexcept;
 
-    //  Forgets all reasons without a report.
+    //  Clears the reasons without a report.
     void clear() noexcept { reasons_.clear(); }
 
 private:

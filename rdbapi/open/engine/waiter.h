@@ -13,11 +13,11 @@ public:
 
     //  Waits until descriptor is ready for one of events (poll(2)) or is broken, until monotonicNow() reaches the time
     //  until, or until the handle is closed. Returns timedOut before that time if the caller has given up.
-    //  callWaits: only during a check, see Backend::checksGiveWay. failed: errno says why.
+    //  callWaits: only during a check, see Backend::checksArePreemptible. failed: errno says why.
     virtual Result wait(int descriptor, short events, std::chrono::milliseconds until) const noexcept = 0;
 
     //  True when every wait ends at once, as closed, timedOut or callWaits.
-    virtual bool over() const noexcept { return false; }
+    virtual bool cancelled() const noexcept { return false; }
 
 protected:
     ~Waiter() = default;

@@ -15,7 +15,7 @@ namespace {
 thread_local const Worker* runningWorker = nullptr;
 
 //  The reason when nobody was left to take the answer to a request for a tag.
-constexpr char tooLate[] = "a request for a tag was not answered within 3 s";
+constexpr char tagRequestTimedOut[] = "a request for a tag was not answered within 3 s";
 
 //  True for the ways in which a request for a tag ends without an answer that its caller can use.
 bool failed(int code) {
@@ -220,7 +220,7 @@ Status Worker::serve(Call& call) {
     if (call.required() && failed(status.code)) {
         schedule_.tagRequestFailed();
         if (status.code == errorTimedOut)
-            status.reason = tooLate;
+            status.reason = tagRequestTimedOut;
         status.code = errorBackendFailed;
     }
     return status;
@@ -246,7 +246,7 @@ Status Worker::retryPending() {
 //  right to write and without that to read would otherwise be reported as failing and working in turn, at every put.
 Status Worker::checkAndRetry() {
     Status status = check();
-    if (status.code == errorGaveWay)
+    if (status.code == errorPreempted)
         return status;
     checkRefused_ = status.code == errorServerRefused;
     return status.ok() && desired_.pending() ? retryPending() : status;
@@ -255,21 +255,21 @@ Status Worker::checkAndRetry() {
 //  The check alone. A call that was posted meanwhile may have cut it off.
 Status Worker::check() {
     checking_ = true;
-    gaveWay_ = false;
+    checkPreempted_ = false;
     Status status = guarded([this] { return backend_->probe(); });
     if (status.ok())
         status = guarded([this] { return desired_.check(*backend_); });
     checking_ = false;
-    return gaveWay_ ? Status{errorGaveWay, {}} : status;
+    return checkPreempted_ ? Status{errorPreempted, {}} : status;
 }
 
-//  Says whether the next wait of the back end has to end for a call. Once it has, so do all that follow in the same check.
-bool Worker::givesWay() noexcept {
-    if (!checking_ || !backend_->checksGiveWay())
+//  Returns whether the next wait of the back end has to end for a call. Then all that follow in the same check end, too.
+bool Worker::callPreemptsCheck() noexcept {
+    if (!checking_ || !backend_->checksArePreemptible())
         return false;
     const std::lock_guard lock(mutex_);
-    gaveWay_ = gaveWay_ || !queue_.empty();
-    return gaveWay_;
+    checkPreempted_ = checkPreempted_ || !queue_.empty();
+    return checkPreempted_;
 }
 
 //  Waits for something to do.
@@ -284,11 +284,11 @@ Worker::Work Worker::nextWork(std::shared_ptr<Call>& call) {
         if (left.count() == 0)
             return due;
         switch (signal_.waitForWake(left, backend_->watchedDescriptor())) {
-        case CloseSignal::Awoken::byWake:
+        case CloseSignal::WakeReason::wake:
             break;
-        case CloseSignal::Awoken::byDescriptor:
+        case CloseSignal::WakeReason::descriptor:
             return Work::check;
-        case CloseSignal::Awoken::byTime:
+        case CloseSignal::WakeReason::timeout:
             return due;
         }
     }
@@ -316,7 +316,7 @@ std::chrono::milliseconds Worker::untilDue(Work& due) const {
 }
 
 //  Called by the worker's thread only.
-bool Worker::callerGaveUp() noexcept {
+bool Worker::requiredCallAbandoned() noexcept {
     const auto gaveUp = [](Call& call) { return call.required() && call.abandoned(); };
     if (running_ != nullptr && gaveUp(*running_))
         return true;
@@ -328,9 +328,9 @@ Waiter::Result Worker::SlotWaiter::wait(int descriptor, short events, std::chron
     until = std::min(until, worker_.waitLimit_);
     std::optional<Result> result;
     while (!result) {
-        if (worker_.callerGaveUp())
+        if (worker_.requiredCallAbandoned())
             result = Result::timedOut;
-        else if (worker_.givesWay())
+        else if (worker_.callPreemptsCheck())
             result = Result::callWaits;
         else
             result = worker_.signal_.waitForDescriptor(descriptor, events, until);
@@ -382,7 +382,7 @@ void Worker::sendEvent(std::int32_t event) noexcept {
 //  Recovery needs a success with nothing pending, so that a server that takes one request and refuses another is not
 //  reported as working.
 void Worker::evaluate(const Status& status) noexcept {
-    if (status.code == errorGaveWay)
+    if (status.code == errorPreempted)
         return;
     if (status.code == errorServerRefused)
         failures_.fail(label_, status.reason);

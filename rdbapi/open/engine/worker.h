@@ -85,13 +85,13 @@ private:
     Status retryPending();
     Status checkAndRetry();
     Status check();
-    bool givesWay() noexcept;
+    bool callPreemptsCheck() noexcept;
     Work nextWork(std::shared_ptr<Call>& call);
     bool takeCall(std::shared_ptr<Call>& call);
     std::chrono::milliseconds untilDue(Work& due) const;
     void setAccepting(bool accepting);
     void refuseWaiting() noexcept;
-    bool callerGaveUp() noexcept;
+    bool requiredCallAbandoned() noexcept;
     void reportConnection() noexcept;
     void reportLoss() noexcept;
     void sendEvent(std::int32_t event) noexcept;
@@ -102,8 +102,8 @@ private:
     public:
         explicit SlotWaiter(Worker& worker) : worker_(worker) {}
         Result wait(int descriptor, short events, std::chrono::milliseconds until) const noexcept override;
-        bool over() const noexcept override {
-            return worker_.signal_.closed() || worker_.callerGaveUp() || worker_.givesWay();
+        bool cancelled() const noexcept override {
+            return worker_.signal_.closed() || worker_.requiredCallAbandoned() || worker_.callPreemptsCheck();
         }
 
     private:
@@ -136,7 +136,7 @@ private:
     std::chrono::milliseconds waitLimit_ = std::chrono::milliseconds::max();  // no wait of the back end goes beyond it
     bool checkRefused_ = false;                                               // the last check was
     bool checking_ = false;                                                   // a check is under way
-    bool gaveWay_ = false;                                                    // it was cut off
+    bool checkPreempted_ = false;                                             // it was cut off
 };
 
 }  // namespace rdbopen

@@ -85,7 +85,7 @@ public:
     void close() noexcept override { backend_->close(); }
     int watchedDescriptor() const noexcept override { return backend_->watchedDescriptor(); }
     std::chrono::milliseconds checkInterval() const noexcept override { return backend_->checkInterval(); }
-    bool checksGiveWay() const noexcept override { return backend_->checksGiveWay(); }
+    bool checksArePreemptible() const noexcept override { return backend_->checksArePreemptible(); }
     Status probe() noexcept override {
         return guarded([this] { return backend_->probe(); });
     }

@@ -64,16 +64,16 @@ Status ServerAddresses::tryOthers(Status status, const Waiter& waiter, std::chro
 
 //  Each address gets an equal share of the remaining time, so that an address that drops packets does not consume the
 //  time of the next one; unused time is shared by the others. The right address is stored only if it did not fail; it
-//  is tried first next time. For the operator, an answer is more useful than a failed connection. told: the answer of
+//  is tried first next time. For the operator, an answer is more useful than a failed connection. answer: the answer of
 //  the skipped address.
-Status ServerAddresses::walk(const Walk& how, std::size_t skipped, Status told) {
+Status ServerAddresses::walk(const Walk& how, std::size_t skipped, Status answer) {
     bool answered = skipped != nothing;
     auto left = static_cast<std::int64_t>(addresses_.size()) - (answered ? 1 : 0);
     for (std::size_t i = 0; i < addresses_.size(); ++i) {
         if (i == skipped)
             continue;
-        if (how.waiter.over())
-            return answered ? told : backendFailed("the handle was closed, or a call waits");
+        if (how.waiter.cancelled())
+            return answered ? answer : backendFailed("the handle was closed, or a call waits");
         const auto now = monotonicNow();
         const std::chrono::milliseconds share = now + (how.until - now) / left--;
         current_ = i;
@@ -87,10 +87,10 @@ Status ServerAddresses::walk(const Walk& how, std::size_t skipped, Status told) 
             return status;
         }
         if (reached || !answered)
-            told = std::move(status);
+            answer = std::move(status);
         answered = answered || reached;
     }
-    return told;
+    return answer;
 }
 
 }  // namespace rdbopen

@@ -51,7 +51,7 @@ private:
         const Connect& connect;
         const Attempt& attempt;
     };
-    Status walk(const Walk& how, std::size_t skipped, Status told);
+    Status walk(const Walk& how, std::size_t skipped, Status answer);
 
     std::vector<ServerAddress> addresses_;
     std::size_t current_ = 0;  // index of the address that was tried last

@@ -49,7 +49,7 @@ private:
     Status writeTest();
     Status examineFiles();
     bool pathNamesOpenFile() const;
-    Status settle();
+    Status checkpoint();
     Status verifyStored(std::span<const RdbSnapshot> records);
     template <class Body>
     Status transaction(Body body);
@@ -115,7 +115,7 @@ Status SqliteBackend::openFile() {
         return failed("does not have the expected tables", std::move(unprepared));
     if (Status unwritten = writeTest(); !unwritten.ok())
         return failed("cannot be written", std::move(unwritten));
-    return settle();
+    return checkpoint();
 }
 
 //  A normal close writes the log into the file, and removes the log by its name. The log must not be written into
@@ -193,7 +193,7 @@ bool SqliteBackend::pathNamesOpenFile() const {
 
 //  Writes committed data from the log into the file, so that a log that is lost, or that belongs to a replaced file, is
 //  empty. Then checks the names, so that the data is where a reader expects it.
-Status SqliteBackend::settle() {
+Status SqliteBackend::checkpoint() {
     if (Status status = examineFiles(); !status.ok())
         return status;
     if (!isEmptyLog(place_))
@@ -206,7 +206,7 @@ Status SqliteBackend::settle() {
 
 //  Also empties a log that could not be emptied after the last request because of a reader.
 Status SqliteBackend::probe() {
-    return settle();
+    return checkpoint();
 }
 
 //  Reads the file, not SQLite's cache.
@@ -260,7 +260,7 @@ Status SqliteBackend::put(std::span<const RdbSnapshot> records) {
     return status.ok() ? verifyStored(records) : status;
 }
 
-//  If a program wrote to the file before settle recorded its state, only the value shows it. Of several records of one
+//  If a program wrote to the file before checkpoint recorded its state, only the value shows it. Of several records of one
 //  tag, the last is its value.
 Status SqliteBackend::verifyStored(std::span<const RdbSnapshot> records) {
     for (; !records.empty(); records = records.subspan(1)) {
@@ -320,7 +320,7 @@ Status SqliteBackend::transaction(Body body) {
             status = failed("cannot be written", std::move(committed));
     if (database_.inTransaction())
         database_.rollBack();
-    return status.ok() ? settle() : status;
+    return status.ok() ? checkpoint() : status;
 }
 
 }  // namespace

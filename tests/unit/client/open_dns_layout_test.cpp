@@ -31,7 +31,7 @@ TEST(DnsLayout, OfAMessageWithoutASignatureIsBare) {
 TEST(DnsLayout, OfASignatureAtTheEndIsSigned) {
     SignaturePlace place;
     EXPECT_EQ(layoutOf(fromHex(header("0001 0000 0000 0001") + "0161 00 0001 0001" + signature), place),
-              DnsLayout::signed_);
+              DnsLayout::hasSignature);
     EXPECT_EQ(place.owner, 19U);
     EXPECT_EQ(place.data, 30U);
 }

@@ -89,9 +89,9 @@ TEST(DnsUpdate, NamesAfterOffset16383AreNotCompressed) {
     }
 }
 
-bool holds(const std::vector<AnswerRecord>& answer, const std::vector<DnsBytes>& wanted) {
+bool holds(const std::vector<AnswerRecord>& answer, const std::vector<DnsBytes>& expected) {
     const Result<Packet> packet = parseMessage(plainAnswer(1, 0, 0, answer));
-    return packet.ok() && answerHolds(**packet, {"h.example.org", typeHttps, wanted});
+    return packet.ok() && answerHolds(**packet, {"h.example.org", typeHttps, expected});
 }
 
 TEST(DnsAnswer, HoldsASetWhenItHasExactlyItsRecordsInAnyOrder) {

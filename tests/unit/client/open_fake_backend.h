@@ -32,8 +32,8 @@ struct Script {
     std::deque<rdbopen::Status> checks;  // outcomes of the next checks, then success
     std::atomic<int> checkWaits{-1};     // a descriptor from which a check reads a byte; waits for it for an hour
     std::atomic<int> checksBegun{0};
-    std::atomic<bool> givesWay{true};  // a check does
-    std::vector<std::string> made;     // descriptions of the requests
+    std::atomic<bool> checksArePreemptible{true};  // a check does
+    std::vector<std::string> made;                 // descriptions of the requests
     std::atomic<int> probed{0};
 
     void note(const std::string& text) {
@@ -90,7 +90,7 @@ public:
             takeByte(script_->watched);
         return script_->next(script_->probes);
     }
-    bool checksGiveWay() const noexcept override { return script_->givesWay; }
+    bool checksArePreemptible() const noexcept override { return script_->checksArePreemptible; }
     rdbopen::Status checkValue(const RdbSnapshot&) override { return check(); }
     rdbopen::Status checkRequest(std::string_view) override { return check(); }
     std::string refusal(std::string_view text, int code) override {

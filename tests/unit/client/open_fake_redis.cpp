@@ -67,7 +67,7 @@ void FakeRedis::answerAndClose(const std::string& word, const std::string& bytes
     script_[word].push_back({bytes, true});
 }
 
-void FakeRedis::forget() {
+void FakeRedis::clearAnswers() {
     const std::lock_guard lock(mutex_);
     script_.clear();
 }

@@ -36,7 +36,7 @@ public:
     void answerAndClose(const std::string& word, const std::string& bytes);
 
     //  Removes the scripted answers.
-    void forget();
+    void clearAnswers();
 
     //  Sends these bytes as soon as a client connects.
     void greet(const std::string& bytes, bool close);

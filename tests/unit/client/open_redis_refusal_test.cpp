@@ -179,7 +179,7 @@ TEST_F(RedisRefusals, AServerThatHasBecomeAReplicaIsAFailedConnection) {
         EXPECT_EQ(outcome.code, errorBackendFailed) << row.word << row.answer;
         EXPECT_EQ(outcome.reason, row.words);
         backend->close();
-        server.forget();
+        server.clearAnswers();
         ASSERT_EQ(backend->open(plainWaiter).code, 0);
     }
     server.answer("PING", "-MASTERDOWN Link\r\n");
@@ -195,7 +195,7 @@ TEST_F(RedisRefusals, TheWrongServerReportsThatAnotherAddressMayDoIt) {
         server.answer("EXEC", "-EXECABORT Transaction discarded because of previous errors.\r\n");
         EXPECT_EQ(put().failover, wrong) << word;
         backend->close();
-        server.forget();
+        server.clearAnswers();
         ASSERT_EQ(backend->open(plainWaiter).code, 0);
     }
 }

@@ -55,7 +55,7 @@ std::string textOf(const ServerAddress& address) {
 
 class EndingWaiter : public PlainWaiter {
 public:
-    bool over() const noexcept override { return ended; }
+    bool cancelled() const noexcept override { return ended; }
     bool ended = false;
 };
 

@@ -295,7 +295,7 @@ TEST_F(WorkerCheck, ThatWasInterruptedIsNoSuccess) {
 }
 
 TEST_F(WorkerCheck, ThatMayNotBeInterruptedEndsBeforeTheCall) {
-    script->givesWay = false;
+    script->checksArePreemptible = false;
     ASSERT_TRUE(checkBegins());
     ASSERT_EQ(send("x"), 0);
     answer();
