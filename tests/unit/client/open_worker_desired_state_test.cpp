@@ -10,7 +10,7 @@ using namespace opentest;
 using namespace rdbopen;
 using Made = std::vector<std::string>;
 
-class WorkerWanted : public WorkerTest {
+class WorkerDesiredState : public WorkerTest {
 protected:
     bool servedEventually(int count) {
         return eventually([&] { return script->served >= count; });
@@ -29,7 +29,7 @@ protected:
     }
 };
 
-TEST_F(WorkerWanted, ALostPutIsRepeatedBeforeConnectedIsReported) {
+TEST_F(WorkerDesiredState, ALostPutIsRepeatedBeforeConnectedIsReported) {
     connect();
     fail({backendFailed("lost")});
     EXPECT_EQ(put("1"), errorBackendFailed);
@@ -38,7 +38,7 @@ TEST_F(WorkerWanted, ALostPutIsRepeatedBeforeConnectedIsReported) {
     EXPECT_EQ(script->takeMade(), (Made{"put t=1", "put t=1"}));
 }
 
-TEST_F(WorkerWanted, AConnectionThatFailsInTheRetryIsNotReported) {
+TEST_F(WorkerDesiredState, AConnectionThatFailsInTheRetryIsNotReported) {
     connect();
     fail({backendFailed("lost"), backendFailed("lost"), backendFailed("lost")});
     EXPECT_EQ(put("1"), errorBackendFailed);
@@ -51,7 +51,7 @@ TEST_F(WorkerWanted, AConnectionThatFailsInTheRetryIsNotReported) {
     EXPECT_EQ(reports.count(), 0U);
 }
 
-TEST_F(WorkerWanted, ARefusedPutIsRepeatedWithGrowingWaitsInTheConnection) {
+TEST_F(WorkerDesiredState, ARefusedPutIsRepeatedWithGrowingWaitsInTheConnection) {
     connect();
     fail({serverRefused("no right"), serverRefused("no right"), serverRefused("no right")});
     EXPECT_EQ(put("1"), errorServerRefused);
@@ -64,7 +64,7 @@ TEST_F(WorkerWanted, ARefusedPutIsRepeatedWithGrowingWaitsInTheConnection) {
     EXPECT_EQ(reports.count(), 0U);
 }
 
-TEST_F(WorkerWanted, OnlyTheNewestValueIsRetried) {
+TEST_F(WorkerDesiredState, OnlyTheNewestValueIsRetried) {
     connect();
     skipBackoff = false;
     fail({serverRefused("no right"), serverRefused("no right")});
@@ -74,7 +74,7 @@ TEST_F(WorkerWanted, OnlyTheNewestValueIsRetried) {
     EXPECT_EQ(script->takeMade(), (Made{"put t=1", "put t=2", "put t=2"}));
 }
 
-TEST_F(WorkerWanted, ASuccessfulRequestEndsTheRetry) {
+TEST_F(WorkerDesiredState, ASuccessfulRequestEndsTheRetry) {
     connect();
     skipBackoff = false;
     fail({serverRefused("no right")});
@@ -87,7 +87,7 @@ TEST_F(WorkerWanted, ASuccessfulRequestEndsTheRetry) {
     EXPECT_EQ(reports.take(), "rdbapi: fake: works again");
 }
 
-TEST_F(WorkerWanted, AMessageIsAnsweredOnceAndRetriedWithoutAReply) {
+TEST_F(WorkerDesiredState, AMessageIsAnsweredOnceAndRetriedWithoutAReply) {
     connect();
     fail({serverRefused("REFUSED")});
     EXPECT_EQ(send("m"), 0);
@@ -98,7 +98,7 @@ TEST_F(WorkerWanted, AMessageIsAnsweredOnceAndRetriedWithoutAReply) {
     EXPECT_EQ(script->takeMade(), (Made{"send m", "send m", "send end"}));
 }
 
-TEST_F(WorkerWanted, ARequestThatCanNeverSucceedIsNotRepeated) {
+TEST_F(WorkerDesiredState, ARequestThatCanNeverSucceedIsNotRepeated) {
     connect();
     fail({{errorBadRequest, {}}});
     EXPECT_EQ(send("bad"), 0);
@@ -109,7 +109,7 @@ TEST_F(WorkerWanted, ARequestThatCanNeverSucceedIsNotRepeated) {
 }
 
 //  A different request succeeds afterwards: this is not a recovery.
-TEST_F(WorkerWanted, AFinalFailureIsReportedOnceUntilASuccess) {
+TEST_F(WorkerDesiredState, AFinalFailureIsReportedOnceUntilASuccess) {
     connect();
     fail({{errorBadRequest, "no name"}, {errorBadRequest, "no name"}, {}, {errorBadRequest, "no name"}, {}});
     for (int i = 0; i < 5; ++i) {
@@ -123,7 +123,7 @@ TEST_F(WorkerWanted, AFinalFailureIsReportedOnceUntilASuccess) {
     EXPECT_EQ(reports.take(), "rdbapi: fake: no name");
 }
 
-TEST_F(WorkerWanted, AServerThatLostTheTagGetsItAgain) {
+TEST_F(WorkerDesiredState, AServerThatLostTheTagGetsItAgain) {
     connect();
     EXPECT_EQ(import(), 0);
     fail({{errorNoSuchTag, {}}, {errorNoSuchTag, {}}});
@@ -132,7 +132,7 @@ TEST_F(WorkerWanted, AServerThatLostTheTagGetsItAgain) {
     EXPECT_EQ(script->takeMade(), (Made{"import t", "put t=1", "put t=1", "import t", "put t=1"}));
 }
 
-TEST_F(WorkerWanted, AValueOfAnUnknownTagIsLeftToItsUser) {
+TEST_F(WorkerDesiredState, AValueOfAnUnknownTagIsLeftToItsUser) {
     connect();
     fail({{errorNoSuchTag, {}}, {errorNoSuchTag, {}}});
     EXPECT_EQ(put("1"), errorNoSuchTag);
@@ -142,7 +142,7 @@ TEST_F(WorkerWanted, AValueOfAnUnknownTagIsLeftToItsUser) {
     EXPECT_EQ(script->takeMade(), (Made{"put t=1", "put t=1", "send end"}));
 }
 
-TEST_F(WorkerWanted, AnAbandonedPutIsRetriedLater) {
+TEST_F(WorkerDesiredState, AnAbandonedPutIsRetriedLater) {
     connect();
     script->hold = true;
     ASSERT_EQ(send("first"), 0);
@@ -155,7 +155,7 @@ TEST_F(WorkerWanted, AnAbandonedPutIsRetriedLater) {
     EXPECT_EQ(script->takeMade(), (Made{"send first", "put t=1"}));
 }
 
-TEST_F(WorkerWanted, RequestsQueuedAfterAFailureAreRetriedToo) {
+TEST_F(WorkerDesiredState, RequestsQueuedAfterAFailureAreRetriedToo) {
     connect();
     script->hold = true;
     fail({backendFailed("broken")});
@@ -168,7 +168,7 @@ TEST_F(WorkerWanted, RequestsQueuedAfterAFailureAreRetriedToo) {
     EXPECT_EQ(script->takeMade(), (Made{"send one", "send two"}));
 }
 
-TEST_F(WorkerWanted, ACheckThatFindsTheValueMissingPutsItAgain) {
+TEST_F(WorkerDesiredState, ACheckThatFindsTheValueMissingPutsItAgain) {
     connect();
     EXPECT_EQ(put("1"), 0);
     script->checkSeconds = 60;
@@ -183,7 +183,7 @@ TEST_F(WorkerWanted, ACheckThatFindsTheValueMissingPutsItAgain) {
     EXPECT_EQ(made, (Made{"put t=1", "get t", "put t=1"}));
 }
 
-TEST_F(WorkerWanted, AValueOnTheServerIsNotPutAgain) {
+TEST_F(WorkerDesiredState, AValueOnTheServerIsNotPutAgain) {
     script->checkSeconds = 60;
     connect();
     EXPECT_EQ(put("1"), 0);
@@ -192,7 +192,7 @@ TEST_F(WorkerWanted, AValueOnTheServerIsNotPutAgain) {
 }
 
 //  The success of a request does not show that a refused check would pass. Without an interval no other check follows.
-TEST_F(WorkerWanted, ARefusedCheckRecoversOnlyThroughACheck) {
+TEST_F(WorkerDesiredState, ARefusedCheckRecoversOnlyThroughACheck) {
     connect();
     EXPECT_EQ(put("1"), 0);
     refuseChecks(2);
@@ -210,7 +210,7 @@ TEST_F(WorkerWanted, ARefusedCheckRecoversOnlyThroughACheck) {
     EXPECT_EQ(reports.count(), 0U);
 }
 
-TEST_F(WorkerWanted, ARefusedCheckIsReportedOnceUntilACheckSucceeds) {
+TEST_F(WorkerDesiredState, ARefusedCheckIsReportedOnceUntilACheckSucceeds) {
     connect();
     EXPECT_EQ(put("1"), 0);
     refuseChecks(3);
@@ -224,7 +224,7 @@ TEST_F(WorkerWanted, ARefusedCheckIsReportedOnceUntilACheckSucceeds) {
 
 //  Each byte that is written starts a check of the value that put has written. The check waits for an answer, which
 //  only answer() gives; all waits are real.
-class WorkerCheck : public WorkerWanted {
+class WorkerCheck : public WorkerDesiredState {
 protected:
     void SetUp() override {
         ASSERT_EQ(pipe2(begin, O_NONBLOCK), 0);
@@ -303,7 +303,7 @@ TEST_F(WorkerCheck, ThatMayNotBeInterruptedEndsBeforeTheCall) {
     EXPECT_EQ(events.count(), 0U);
 }
 
-TEST_F(WorkerWanted, AnIdleConnectionThatTheServerClosesIsDetected) {
+TEST_F(WorkerDesiredState, AnIdleConnectionThatTheServerClosesIsDetected) {
     int ends[2];
     ASSERT_EQ(pipe(ends), 0);
     script->watched = ends[0];
