@@ -20,7 +20,7 @@ constexpr std::chrono::milliseconds exchangeLimit{5000};
 constexpr std::chrono::milliseconds openLimit{10000};
 constexpr std::chrono::milliseconds checkLimit{10000};
 
-class DnsBackend : public Backend, public UpdateBackend {
+class DnsBackend : public Backend, public DnsUpdateBackend {
 public:
     DnsBackend(DnsZone zone, std::string keyName, std::string password)
         : zone_(std::move(zone)), keyName_(std::move(keyName)), password_(std::move(password)) {}
@@ -30,8 +30,6 @@ public:
 
     Status open(const Waiter& waiter) override;
     void close() noexcept override { waiter_ = nullptr; }
-    Status apply(std::string_view text, std::string& reply) override;
-    std::string refusal(std::string_view text, int code) override;
 
     std::chrono::milliseconds checkInterval() const noexcept override { return zone_.check; }
     bool checksArePreemptible() const noexcept override { return true; }
@@ -44,7 +42,7 @@ private:
     Status atServer(TsigKey key, std::chrono::milliseconds until, const Attempt& attempt);
     Status askZone(DnsExchange& exchange, std::chrono::milliseconds until) const;
     Result<std::vector<RecordSet>> setsFor(const DnsRequest& request) const;
-    Status update(const DnsRequest& request);
+    Status update(const DnsRequest& request) override;
     Status sendUpdate(DnsExchange& exchange, const DnsBytes& message, const std::vector<RecordSet>& sets,
                       std::chrono::milliseconds until) const;
     Status findAlias(DnsExchange& exchange, const std::vector<RecordSet>& sets, std::chrono::milliseconds until) const;
@@ -177,21 +175,6 @@ Status DnsBackend::findAlias(DnsExchange& exchange, const std::vector<RecordSet>
         if (Status found = checkAlias(exchange, owner, until); found.code == errorServerRefused)
             return found;
     return serverRefused(rcodeWords(rcodeYxRrset));
-}
-
-Status DnsBackend::apply(std::string_view text, std::string& reply) {
-    DnsRequest request;
-    Status status = parseDnsRequest(text, request);
-    if (status.ok())
-        status = update(request);
-    reply = dnsReply(request.seqno, status.code, status.ok() ? "ok" : status.reason);
-    return status;
-}
-
-std::string DnsBackend::refusal(std::string_view text, int code) {
-    DnsRequest request;
-    static_cast<void>(parseDnsRequest(text, request));  // for the seqno
-    return dnsReply(request.seqno, code, "the server is not connected");
 }
 
 //  An alias at a name excludes all other records there. It does not matter for a set that must be empty.

@@ -20,7 +20,7 @@ Status unreadable(const Status& failure) {
     return backendFailed("the file cannot be read: " + failure.reason);
 }
 
-class HostsBackend : public Backend, public UpdateBackend {
+class HostsBackend : public Backend, public DnsUpdateBackend {
 public:
     explicit HostsBackend(const std::string& path) : path_(path) {}
 
@@ -29,11 +29,9 @@ public:
 
     Status open(const Waiter& waiter) override;
     void close() noexcept override {}
-    Status apply(std::string_view text, std::string& reply) override;
-    std::string refusal(std::string_view text, int code) override;
 
 private:
-    Status update(const DnsRequest& request);
+    Status update(const DnsRequest& request) override;
     Status flush(const FilePlace& place);
 
     std::string path_;
@@ -86,21 +84,6 @@ Status HostsBackend::flush(const FilePlace& place) {
     Status status = flushDirectory(place);
     flushed_ = status.ok();
     return flushed_ ? Status{} : failedTo("the folder cannot be flushed", std::move(status));
-}
-
-Status HostsBackend::apply(std::string_view text, std::string& reply) {
-    DnsRequest request;
-    Status status = parseDnsRequest(text, request);
-    if (status.ok())
-        status = update(request);
-    reply = dnsReply(request.seqno, status.code, status.ok() ? "ok" : status.reason);
-    return status;
-}
-
-std::string HostsBackend::refusal(std::string_view text, int code) {
-    DnsRequest request;
-    static_cast<void>(parseDnsRequest(text, request));  // for the seqno
-    return dnsReply(request.seqno, code, "the server is not connected");
 }
 
 }  // namespace

@@ -19,42 +19,45 @@ bool isAddress(const std::string& text, int family) {
     return text.find('\0') == std::string::npos && inet_pton(family, text.c_str(), &binary) == 1;
 }
 
-//  Appends the elements of the list item[key], if it exists. Returns false if it contains anything except addresses.
-bool takeAddresses(const json& item, const char* key, int family, std::vector<std::string>& addresses) {
+Status badRequest(const char* reason) {
+    return {errorBadRequest, reason};
+}
+
+//  Appends the elements of the list item[key], if it exists. Fails with badRequest(reason) if it contains anything except
+//  addresses.
+Status takeAddresses(const json& item, const char* key, int family, const char* reason,
+                     std::vector<std::string>& addresses) {
     const auto list = item.find(key);
     if (list == item.end())
-        return true;
+        return {};
     if (!list->is_array())
-        return false;
+        return badRequest(reason);
     for (const json& element : *list) {
         const auto* text = element.get_ptr<const std::string*>();
         if (text == nullptr || !isAddress(*text, family))
-            return false;
+            return badRequest(reason);
         if (std::find(addresses.begin(), addresses.end(), *text) == addresses.end())
             addresses.push_back(*text);
     }
-    return true;
+    return {};
 }
 
-bool takePorts(const json& item, std::vector<std::uint16_t>& ports) {
+Status takePorts(const json& item, std::vector<std::uint16_t>& ports) {
+    constexpr char reason[] = "httpsports is not a list of port numbers";
     const auto list = item.find("httpsports");
     if (list == item.end())
-        return true;
+        return {};
     if (!list->is_array())
-        return false;
+        return badRequest(reason);
     for (const json& element : *list) {
         const auto* number = element.get_ptr<const json::number_unsigned_t*>();
         if (number == nullptr || *number == 0 || *number > std::numeric_limits<std::uint16_t>::max())
-            return false;
+            return badRequest(reason);
         const auto port = static_cast<std::uint16_t>(*number);
         if (std::find(ports.begin(), ports.end(), port) == ports.end())
             ports.push_back(port);
     }
-    return true;
-}
-
-Status badRequest(const char* reason) {
-    return {errorBadRequest, reason};
+    return {};
 }
 
 }  // namespace
@@ -78,13 +81,10 @@ Status parseDnsRequest(std::string_view text, DnsRequest& request) {
     if (name == item->end() || !name->is_string() || !isDnsName(name->get_ref<const std::string&>()))
         return badRequest("name is not a host name");
     request.name = name->get<std::string>();
-    if (!takeAddresses(*item, "ipv4s", AF_INET, request.addresses))
-        return badRequest("ipv4s is not a list of IPv4 addresses");
-    if (!takeAddresses(*item, "ipv6s", AF_INET6, request.addresses))
-        return badRequest("ipv6s is not a list of IPv6 addresses");
-    if (!takePorts(*item, request.httpsPorts))
-        return badRequest("httpsports is not a list of port numbers");
-    return {};
+    Status status = takeAddresses(*item, "ipv4s", AF_INET, "ipv4s is not a list of IPv4 addresses", request.addresses);
+    if (status.ok())
+        status = takeAddresses(*item, "ipv6s", AF_INET6, "ipv6s is not a list of IPv6 addresses", request.addresses);
+    return status.ok() ? takePorts(*item, request.httpsPorts) : status;
 }
 
 std::string dnsReply(const std::optional<std::int64_t>& seqno, int code, std::string_view message) {
@@ -96,6 +96,21 @@ std::string dnsReply(const std::optional<std::int64_t>& seqno, int code, std::st
     reply["message"] = message;
     //  A message may contain a file name, which may not be UTF-8.
     return reply.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace);
+}
+
+Status DnsUpdateBackend::apply(std::string_view text, std::string& reply) {
+    DnsRequest request;
+    Status status = parseDnsRequest(text, request);
+    if (status.ok())
+        status = update(request);
+    reply = dnsReply(request.seqno, status.code, status.ok() ? "ok" : status.reason);
+    return status;
+}
+
+std::string DnsUpdateBackend::refusal(std::string_view text, int code) {
+    DnsRequest request;
+    static_cast<void>(parseDnsRequest(text, request));  // for the seqno
+    return dnsReply(request.seqno, code, "the server is not connected");
 }
 
 }  // namespace rdbopen

@@ -4,10 +4,11 @@
 //      {"seqno":5,"code":0,"message":"ok"}
 //
 //  The item's members "name", "ipv4s", "ipv6s" and "httpsports" are used; the lists may be missing. Others are ignored.
+//  DnsUpdateBackend serves such requests for a back end that can put the addresses of a name somewhere.
 #ifndef RDBAPI_OPEN_REQUEST_DNS_REQUEST_H
 #define RDBAPI_OPEN_REQUEST_DNS_REQUEST_H
 
-#include "engine/status.h"
+#include "engine/backend.h"
 
 #include <cstdint>
 #include <optional>
@@ -29,6 +30,20 @@ Status parseDnsRequest(std::string_view text, DnsRequest& request);
 
 //  Returns the text of a reply. An empty seqno is written as null.
 std::string dnsReply(const std::optional<std::int64_t>& seqno, int code, std::string_view message);
+
+//  Parses each request and writes its reply.
+class DnsUpdateBackend : public UpdateBackend {
+public:
+    Status apply(std::string_view text, std::string& reply) final;
+    std::string refusal(std::string_view text, int code) final;
+
+protected:
+    ~DnsUpdateBackend() = default;
+
+private:
+    //  Carries out a request that is valid.
+    virtual Status update(const DnsRequest& request) = 0;
+};
 
 }  // namespace rdbopen
 
