@@ -39,7 +39,7 @@ Result<const Module*> descriptorIn(const std::string& path, const std::string& s
     }
     const auto* const module = static_cast<const Module*>(dlsym(file, symbol.c_str()));
     if (module == nullptr)
-        return Status{errorNotLoadable, "cannot be used: " + path + " is no module of it"};
+        return Status{errorNotLoadable, "cannot be used: " + path + " is not a module of this back end"};
     return module;
 }
 

@@ -64,7 +64,7 @@ Status makeSqliteFile(const FilePlace& place) {
     if (isToBeMade(found)) {
         FileLock lock;
         if (Status failed = lock.acquire(place.lock(), lockLimit); !failed.ok())
-            return failedTo("cannot be made: its lock file", std::move(failed));
+            return failedTo("cannot be made: the lock file cannot be locked", std::move(failed));
         Status status = fill(place);
         unlink(place.lock().c_str());  // a process waiting for the lock sees that its file was removed
         if (!status.ok())

@@ -112,7 +112,8 @@ bool isSqliteFileCutShort(SqliteDatabase& database, const std::string& path) {
 Status moveDamagedSqliteFile(const FilePlace& place) {
     FileLock lock;
     if (Status failed = lock.acquire(place.lock(), lockLimit); !failed.ok())
-        return failedTo("the file may be damaged, and cannot be checked: its lock file", std::move(failed));
+        return failedTo("the file may be damaged, and cannot be checked: the lock file cannot be locked",
+                        std::move(failed));
     Status moved = moveIfDamaged(place);
     unlink(place.lock().c_str());  // a process waiting for the lock sees that its file was removed
     return moved;

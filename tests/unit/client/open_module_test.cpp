@@ -48,8 +48,8 @@ TEST(ModuleLoader, TheReasonNamesALibraryThatAModuleNeeds) {
 TEST(ModuleLoader, AForeignFileHasNoDescriptor) {
     const Status status = loaded("foreign").status();
     EXPECT_EQ(status.code, errorNotLoadable);
-    EXPECT_EQ(status.reason,
-              "the back end foreign cannot be used: " + modules + "librdbapix64-foreign.so is no module of it");
+    EXPECT_EQ(status.reason, "the back end foreign cannot be used: " + modules +
+                                 "librdbapix64-foreign.so is not a module of this back end");
 }
 
 TEST(ModuleLoader, TheModuleOfAnotherBackEndUnderTheNameIsForeign) {
