@@ -17,10 +17,10 @@ constexpr std::chrono::milliseconds failedPollPause{1000};
 
 }  // namespace
 
-bool CloseSignal::prepare() noexcept {
+Status CloseSignal::prepare() {
     if (wakefd_.load() < 0)
         wakefd_.store(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
-    return wakefd_.load() >= 0;
+    return wakefd_.load() < 0 ? systemFailure(errno) : Status{};
 }
 
 void CloseSignal::wake() const noexcept {
@@ -62,7 +62,7 @@ std::optional<Waiter::Result> CloseSignal::waitForDescriptor(int descriptor, sho
     return std::nullopt;
 }
 
-//  The wake-up itself means nothing: whoever takes it looks at the flags and the queue again before the next wait.
+//  The wake-up itself means nothing: whoever takes it checks the flags and the queue again before the next wait.
 void CloseSignal::takeWake() const noexcept {
     std::uint64_t count = 0;
     [[maybe_unused]] const auto taken = read(wakefd_.load(), &count, sizeof count);

@@ -12,6 +12,7 @@
 #ifndef RDBAPI_OPEN_ENGINE_CLOSE_SIGNAL_H
 #define RDBAPI_OPEN_ENGINE_CLOSE_SIGNAL_H
 
+#include "engine/status.h"
 #include "engine/waiter.h"
 
 #include <atomic>
@@ -31,8 +32,8 @@ public:
     static constexpr std::uint64_t closedBit = 2;
     std::atomic<std::uint64_t> state{0};
 
-    //  Makes the eventfd unless there is one. Returns false when there is no descriptor left.
-    bool prepare() noexcept;
+    //  Makes the eventfd unless there is one. Fails when no descriptor is available.
+    Status prepare();
 
     //  True as soon as rdb_disconnect or rdb_destory was called. Never turns back for the same worker.
     bool closed() const noexcept { return (state.load(std::memory_order_acquire) & closedBit) != 0; }

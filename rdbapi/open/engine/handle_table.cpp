@@ -64,20 +64,19 @@ void HandleSlot::endWorker() noexcept {
     notifyCreators();
 }
 
-//  Requires: createMutex is held, and the slot is vacant or reusable.
-bool HandleSlot::claim(int index, int& handle) {
-    if (!signal_.prepare())
-        return false;
-    Worker* fresh = new (std::nothrow) Worker(signal_, *this);
-    if (fresh == nullptr)
-        return false;
+//  Returns the handle. Requires: createMutex is held, and the slot is vacant or reusable.
+Result<int> HandleSlot::claim(int index) {
+    if (Status failed = signal_.prepare(); !failed.ok())
+        return failed;
+    auto* const worker = new (std::nothrow) Worker(signal_, *this);
+    if (worker == nullptr)
+        return Status{errorNoResources, "out of memory"};  // short enough for no allocation
     delete worker_;
-    worker_ = fresh;
+    worker_ = worker;
     signal_.takeWake();  // left over by the slot's last user; it would cut the new worker's first pause in two
     const std::uint32_t generation = (generationOf(signal_.state.load()) + 1) & generationMask;
     signal_.state.store(std::uint64_t{generation} << 32 | flagInUse);
-    handle = static_cast<int>(generation << indexBits) | index;
-    return true;
+    return static_cast<int>(generation << indexBits) | index;
 }
 
 bool HandleSlot::reusable() const noexcept {
@@ -105,9 +104,10 @@ int createHandle() {
     for (;;) {
         bool mayBecomeFree = false;
         for (int index = 0; index < handleCapacity; ++index) {
-            int handle = -1;
-            if (slots[index].reusable())
-                return slots[index].claim(index, handle) ? handle : -1;
+            if (slots[index].reusable()) {
+                const Result<int> handle = slots[index].claim(index);
+                return handle.ok() ? *handle : -1;
+            }
             mayBecomeFree |= slots[index].released();
         }
         if (!mayBecomeFree || !slotReusable.waitUntil(lock, until))

@@ -39,7 +39,7 @@ private:
     friend int releaseHandle(int handle) noexcept;
     friend class PinnedHandle;
 
-    bool claim(int index, int& handle);
+    Result<int> claim(int index);
     bool reusable() const noexcept;
     bool released() const noexcept;
     bool setFlags(std::uint32_t generation, std::uint64_t flags) noexcept;

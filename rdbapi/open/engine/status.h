@@ -4,7 +4,11 @@
 //      Result<T>    a value, or the Status of the failure
 //
 //  A caller that adds what it was doing puts it before the reason with failedTo: "the file cannot be read: Permission
-//  denied". Predicates return bool: "no" is their answer and no failure.
+//  denied".
+//
+//  Not a failure: the "no" of a predicate, which is a bool, and a search that finds nothing or a word that is no number,
+//  which is an empty std::optional or null; the caller may make a failure of it. Functions whose result goes to the caller
+//  of the library unchanged return the code alone.
 //
 //  Threads: as for std::string; an object belongs to one thread at a time.
 #ifndef RDBAPI_OPEN_ENGINE_STATUS_H

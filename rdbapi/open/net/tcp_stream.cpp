@@ -17,11 +17,13 @@ void setOptions(int descriptor) {
     setsockopt(descriptor, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
 }
 
-//  Returns 0 if descriptor is connected, else the error of the connection attempt.
-int pendingError(int descriptor) {
+//  Returns how the connection attempt of descriptor ended.
+Status connectResult(int descriptor) {
     int error = 0;
     socklen_t length = sizeof error;
-    return getsockopt(descriptor, SOL_SOCKET, SO_ERROR, &error, &length) == 0 ? error : errno;
+    if (getsockopt(descriptor, SOL_SOCKET, SO_ERROR, &error, &length) != 0)
+        return systemFailure(errno);
+    return error == 0 ? Status{} : systemFailure(error);
 }
 
 }  // namespace
@@ -50,14 +52,14 @@ Status TcpStream::open(const ServerAddress& address, const Waiter& waiter, std::
         return failedTo("no socket", systemFailure(errno));
     setOptions(descriptor_);
     const auto* const place = reinterpret_cast<const sockaddr*>(&address.bytes);
-    int error = ::connect(descriptor_, place, address.length) == 0 ? 0 : errno;
-    if (error == EINPROGRESS) {
-        const Waiter::Result result = waiter.wait(descriptor_, POLLOUT, until);
-        if (result != Waiter::Result::ready)
-            return waitFailure(result);
-        error = pendingError(descriptor_);
-    }
-    return error == 0 ? Status{} : failedTo("cannot be reached", systemFailure(error));
+    if (::connect(descriptor_, place, address.length) == 0)
+        return {};
+    if (errno != EINPROGRESS)
+        return failedTo("cannot be reached", systemFailure(errno));
+    if (const Waiter::Result result = waiter.wait(descriptor_, POLLOUT, until); result != Waiter::Result::ready)
+        return waitFailure(result);
+    Status status = connectResult(descriptor_);
+    return status.ok() ? status : failedTo("cannot be reached", std::move(status));
 }
 
 Status TcpStream::send(std::span<const std::uint8_t> bytes, const Waiter& waiter, std::chrono::milliseconds until) {

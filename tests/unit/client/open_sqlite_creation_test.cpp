@@ -253,6 +253,11 @@ TEST_F(SqliteCreation, ALinkOfAnotherUserInASharedFolderIsNotFollowed) {
                   " in a folder that others can write belongs to somebody else");
 }
 
+TEST_F(SqliteCreation, ALockFileThatCannotBeLockedIsNamed) {
+    std::filesystem::create_directory(folder.file(".rdb.db.addrpubd.lock"));
+    EXPECT_EQ(backend->open(plainWaiter).reason, "cannot be made: the lock file cannot be locked: Is a directory");
+}
+
 //  SQLite follows links by default. This is switched off, for links that appear after the path was resolved.
 TEST_F(SqliteCreation, AConnectionFollowsNoLinkItself) {
     open();

@@ -113,6 +113,15 @@ TEST_P(SqliteCut, WhileTheServiceRunsIsNoticedByACheck) {
 
 INSTANTIATE_TEST_SUITE_P(Each, SqliteCut, testing::ValuesIn(cuts), [](const auto& test) { return test.param.name; });
 
+TEST_F(SqliteDamage, ALockFileThatCannotBeLockedIsNamed) {
+    openAndPutMany();
+    backend->close();
+    cutTo(page);
+    std::filesystem::create_directory(folder.file(".rdb.db.addrpubd.lock"));
+    EXPECT_EQ(backend->open(plainWaiter).reason,
+              "the file may be damaged, and cannot be checked: the lock file cannot be locked: Is a directory");
+}
+
 TEST_F(SqliteDamage, AMalformedSchemaMovesTheFileAside) {
     openAndPut("first");
     backend->close();
