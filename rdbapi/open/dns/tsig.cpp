@@ -85,34 +85,34 @@ unsigned read16(View bytes) {
     return readDns16(bytes.data());
 }
 
-//  Removes length bytes from the start of rest and returns them in taken. Returns false if rest is shorter.
-bool take(View& rest, std::size_t length, View& taken) {
+//  Removes length bytes from the start of rest and returns them, or nothing if rest is shorter.
+std::optional<View> take(View& rest, std::size_t length) {
     if (rest.size() < length)
-        return false;
-    taken = rest.first(length);
+        return std::nullopt;
+    const View taken = rest.first(length);
     rest = rest.subspan(length);
-    return true;
+    return taken;
 }
 
-bool takeName(View& rest, View& name) {
+std::optional<View> takeName(View& rest) {
     constexpr std::size_t maxLabelLength = 63;
     std::size_t length = 0;
     while (length < rest.size() && rest[length] != 0 && rest[length] <= maxLabelLength)
         length += std::size_t{1} + rest[length];
-    return length < rest.size() && rest[length] == 0 && take(rest, length + 1, name);
+    return length < rest.size() && rest[length] == 0 ? take(rest, length + 1) : std::nullopt;
 }
 
+//  After a part that is missing the others are not those of a signature, but no byte outside of data is read.
 Result<Signature> parseSignature(View data) {
-    const Status malformed = backendFailed("the signature of the answer is malformed");
-    Signature signature;
-    View length;
-    if (!takeName(data, signature.algorithm) || !take(data, timesLength, signature.times) || !take(data, 2, length) ||
-        !take(data, read16(length), signature.mac) || !take(data, 2, signature.id) || !take(data, 2, signature.error))
-        return malformed;
-    if (data.size() < 2 || data.size() != 2 + read16(data))
-        return malformed;
-    signature.other = data;
-    return signature;
+    const auto algorithm = takeName(data);
+    const auto times = take(data, timesLength);
+    const auto length = take(data, 2);
+    const auto mac = take(data, length ? read16(*length) : 0);
+    const auto id = take(data, 2);
+    const auto error = take(data, 2);
+    if (!algorithm || !times || !length || !mac || !id || !error || data.size() < 2 || data.size() != 2 + read16(data))
+        return backendFailed("the signature of the answer is malformed");
+    return Signature{*algorithm, *times, *mac, *id, *error, data};
 }
 
 //  Returns the MAC of key over the data of RFC 8945 section 4.3: the request's MAC, the message without its signature,

@@ -277,7 +277,8 @@ Worker::Work Worker::nextWork(std::shared_ptr<Call>& call) {
     for (;;) {
         if (signal_.closed())
             return Work::closed;
-        if (takeCall(call))
+        call = takeCall();
+        if (call != nullptr)
             return Work::call;
         Work due = Work::check;
         const auto left = untilDue(due);
@@ -294,13 +295,14 @@ Worker::Work Worker::nextWork(std::shared_ptr<Call>& call) {
     }
 }
 
-bool Worker::takeCall(std::shared_ptr<Call>& call) {
+//  Returns null when no call is queued.
+std::shared_ptr<Call> Worker::takeCall() {
     const std::lock_guard lock(mutex_);
     if (queue_.empty())
-        return false;
-    call = std::move(queue_.front());
+        return nullptr;
+    std::shared_ptr<Call> call = std::move(queue_.front());
     queue_.pop_front();
-    return true;
+    return call;
 }
 
 //  Stores what is due next. Returns in how many milliseconds, or a negative time when nothing ever is.
@@ -346,7 +348,7 @@ void Worker::setAccepting(bool accepting) {
 //  Needs no memory, so that its callers get their answer also when there is none.
 void Worker::refuseWaiting() noexcept {
     const int code = signal_.closed() ? errorClosed : errorNotConnected;
-    for (std::shared_ptr<Call> call; takeCall(call);) {
+    while (const std::shared_ptr<Call> call = takeCall()) {
         if (call->required())
             schedule_.tagRequestFailed();
         attempt([&] {

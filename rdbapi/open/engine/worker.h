@@ -87,7 +87,7 @@ private:
     Status check();
     bool callPreemptsCheck() noexcept;
     Work nextWork(std::shared_ptr<Call>& call);
-    bool takeCall(std::shared_ptr<Call>& call);
+    std::shared_ptr<Call> takeCall();
     std::chrono::milliseconds untilDue(Work& due) const;
     void setAccepting(bool accepting);
     void refuseWaiting() noexcept;

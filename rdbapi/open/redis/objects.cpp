@@ -37,11 +37,14 @@ Result<const RedisReply*> take(std::span<const RedisReply>& replies, std::string
     return reply.is(Kind::error) ? refusedByRedis(command, reply) : notUnderstood(command);
 }
 
+//  Returns the number in the text of field, or nothing if it is not one.
 template <class Number>
-bool readField(const RedisReply& field, Number& number) {
+std::optional<Number> numberIn(const RedisReply& field) {
+    Number number = 0;
     const std::string& text = field.text;
     const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
-    return field.is(Kind::text) && error == std::errc() && end == text.data() + text.size();
+    const bool isNumber = field.is(Kind::text) && error == std::errc() && end == text.data() + text.size();
+    return isNumber ? std::optional(number) : std::nullopt;
 }
 
 //  Removes the answers to HLEN and HMGET, and returns the fields: null if the key does not exist.
@@ -79,12 +82,12 @@ Status refusedByRedis(std::string_view command, const RedisReply& answer) {
 Result<std::int64_t> readTime(const RedisReply& reply) {
     if (reply.is(Kind::error))
         return refusedByRedis("TIME", reply);
-    std::int64_t seconds = 0;
-    std::int64_t microseconds = 0;
     constexpr std::int64_t maxSeconds = 1000000000000;  // far from any overflow
-    if (reply.elements.size() != 2 || !readField(reply.elements[0], seconds) ||
-        !readField(reply.elements[1], microseconds) || seconds < 0 || seconds > maxSeconds || microseconds < 0 ||
-        microseconds > 999999)
+    if (reply.elements.size() != 2)
+        return notUnderstood("TIME");
+    const std::int64_t seconds = numberIn<std::int64_t>(reply.elements[0]).value_or(-1);
+    const std::int64_t microseconds = numberIn<std::int64_t>(reply.elements[1]).value_or(-1);
+    if (seconds < 0 || seconds > maxSeconds || microseconds < 0 || microseconds > 999999)
         return notUnderstood("TIME");
     return seconds * 1000 + microseconds / 1000;
 }
@@ -101,10 +104,12 @@ Result<std::optional<RedisTag>> readTag(std::span<const RedisReply>& replies, co
     if (*hash == nullptr)
         return std::optional<RedisTag>();
     const std::vector<RedisReply>& fields = (*hash)->elements;
-    RedisTag tag;
-    if (!readField(fields[0], tag.tagclass) || !readField(fields[1], tag.type) || !readField(fields[2], tag.importflag))
+    const auto tagclass = numberIn<std::uint8_t>(fields[0]);
+    const auto type = numberIn<std::uint8_t>(fields[1]);
+    const auto importflag = numberIn<std::uint8_t>(fields[2]);
+    if (!tagclass || !type || !importflag)
         return foreign(tagKey(name));
-    return std::optional(tag);
+    return std::optional(RedisTag{*tagclass, *type, *importflag});
 }
 
 void appendValueQuery(std::vector<RedisCommand>& commands, const char* name) {
@@ -119,11 +124,11 @@ Result<std::optional<RedisValue>> readValue(std::span<const RedisReply>& replies
     if (*hash == nullptr)
         return std::optional<RedisValue>();
     const std::vector<RedisReply>& fields = (*hash)->elements;
-    RedisValue value;
-    if (!readField(fields[0], value.time) || !readField(fields[1], value.type) || !fields[2].is(Kind::text))
+    const auto time = numberIn<std::int64_t>(fields[0]);
+    const auto type = numberIn<std::uint8_t>(fields[1]);
+    if (!time || !type || !fields[2].is(Kind::text))
         return foreign(valueKey(name));
-    value.value = fields[2].text;
-    return std::optional(std::move(value));
+    return std::optional(RedisValue{*time, *type, fields[2].text});
 }
 
 void appendQuery(std::vector<RedisCommand>& commands, const char* name) {

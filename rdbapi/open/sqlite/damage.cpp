@@ -18,13 +18,15 @@ constexpr std::chrono::milliseconds lockLimit{2000};
 constexpr int lastName = 9;
 
 //  Only reads the status: closing a descriptor of the file would release SQLite's locks on it (fcntl(2)).
-bool exists(const std::string& path, struct stat& inode) {
-    return lstat(path.c_str(), &inode) == 0;
+//  Returns nothing, and sets errno, if that fails.
+std::optional<struct stat> inodeOf(const std::string& path) {
+    struct stat inode {};
+    return lstat(path.c_str(), &inode) == 0 ? std::optional(inode) : std::nullopt;
 }
 
 bool hasContent(const std::string& path) {
-    struct stat inode {};
-    return exists(path, inode) && inode.st_size > 0;
+    const auto inode = inodeOf(path);
+    return inode && inode->st_size > 0;
 }
 
 //  The write lock keeps the log empty, and so the file unchanged, during the comparison.
@@ -54,9 +56,8 @@ bool isDamaged(const std::string& path) {
 
 //  An existing log would be applied to the file that gets the name.
 bool isFree(const std::string& path) {
-    struct stat inode {};
     for (const char* suffix : {"", "-journal", "-wal", "-shm"})
-        if (exists(path + suffix, inode) || errno != ENOENT)
+        if (inodeOf(path + suffix) || errno != ENOENT)
             return false;
     return true;
 }
@@ -87,11 +88,11 @@ Status moveTo(const std::string& name, const std::string& path) {
 
 //  Requires: the lock is held.
 Status moveIfDamaged(const FilePlace& place) {
-    struct stat before {};
-    struct stat after {};
-    if (!exists(place.path(), before) || !isDamaged(place.path()))
+    const auto before = inodeOf(place.path());
+    if (!before || !isDamaged(place.path()))
         return {};
-    if (!exists(place.path(), after) || after.st_dev != before.st_dev || after.st_ino != before.st_ino)
+    const auto after = inodeOf(place.path());
+    if (!after || after->st_dev != before->st_dev || after->st_ino != before->st_ino)
         return {};
     const Result<std::string> name = freeName(place);
     if (!name.ok())
