@@ -51,10 +51,10 @@ std::optional<Number> numberIn(const RedisReply& field) {
 Result<const RedisReply*> takeHash(std::span<const RedisReply>& replies, std::size_t count) {
     const Result<const RedisReply*> size = take(replies, "HLEN", Kind::integer);
     if (!size.ok())
-        return size;
+        return size.status();
     const Result<const RedisReply*> fields = take(replies, "HMGET", Kind::array);
     if (!fields.ok())
-        return fields;
+        return fields.status();
     if ((*fields)->elements.size() != count)
         return notUnderstood("HMGET");
     return (*size)->integer == 0 ? nullptr : *fields;
