@@ -1,5 +1,6 @@
 #  Answers to the back end dns of the open client library.
 if(TARGET rdbopen_dns)
+    find_package(OpenSSL REQUIRED)
     addrpubd_fuzz_target(open_dns RUNS 8000
         SOURCES open_dns_fuzz.cpp ${PROJECT_SOURCE_DIR}/tests/unit/client/open_dns_support.cpp
         LIBS rdbapi_open)

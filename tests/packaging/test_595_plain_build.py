@@ -11,9 +11,9 @@ REQUIRES = ("cmake", "make", "c++", "ctest")
 NOTHING_INSTALLED = [
     "-DCMAKE_DISABLE_FIND_PACKAGE_SQLite3=ON",
     "-DCMAKE_DISABLE_FIND_PACKAGE_nlohmann_json=ON",
-    "-DCMAKE_DISABLE_FIND_PACKAGE_OpenSSL=ON",
     "-DHIREDIS_LIBRARY=",
     "-DLDNS_LIBRARY=",
+    "-DNETTLE_LIBRARY=",
 ]
 
 
@@ -50,7 +50,7 @@ def test_596_the_build_prints_what_was_left_out_and_the_packages(plain):
     assert lines[-2:] == [
         "Back ends left out of this build: sqlite, hosts, redis, dns",
         "To include them, install these packages, then configure and build again: "
-        "libsqlite3-dev nlohmann-json3-dev libhiredis-dev libldns-dev libssl-dev",
+        "libsqlite3-dev nlohmann-json3-dev libhiredis-dev libldns-dev nettle-dev",
     ]
 
 
@@ -60,7 +60,7 @@ def test_596_the_build_prints_what_was_left_out_and_the_packages(plain):
         ("sqlite:///x", "libsqlite3-dev"),
         ("hosts:///x", "nlohmann-json3-dev"),
         ("redis://h", "libhiredis-dev"),
-        ("dns://s/z", "libldns-dev libssl-dev nlohmann-json3-dev"),
+        ("dns://s/z", "libldns-dev nettle-dev nlohmann-json3-dev"),
     ],
 )
 def test_597_the_checker_prints_the_packages_of_a_missing_back_end(plain, tmp_path, url, packages):

@@ -2,6 +2,7 @@
 
 import re
 import shutil
+import subprocess
 
 import open_library
 import pytest
@@ -132,3 +133,20 @@ def test_728_the_checker_asks_for_the_module_where_the_service_does(open_host):
     output = open_host.sandbox.spawn(*check).all_output()
     text = f"dnsurl: the back end hosts is not installed: {DIRECTORY}/librdbapix64-hosts.so does not exist"
     assert text.encode() in output
+
+
+@pytest.mark.parametrize(
+    "name, libraries",
+    [
+        ("sqlite", {"libsqlite3"}),
+        ("hosts", set()),
+        ("redis", {"libhiredis"}),
+        ("dns", {"libldns", "libnettle"}),
+    ],
+)
+def test_729_a_module_needs_the_libraries_of_its_back_end_only(name, libraries):
+    if not open_library.has(BUILD, name):
+        pytest.skip("the open client library was built without this back end")
+    command = ["readelf", "--wide", "--dynamic", BUILD / f"librdbapix64-{name}.so"]
+    rows = subprocess.run(command, capture_output=True, check=True, text=True).stdout
+    assert set(re.findall(r"\(NEEDED\).*\[(.*)\.so", rows)) - {"libc", "ld-linux-x86-64"} == libraries

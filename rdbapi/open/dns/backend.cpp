@@ -9,7 +9,6 @@
 
 #include <algorithm>
 #include <functional>
-#include <openssl/crypto.h>
 #include <stdlib.h>
 
 namespace rdbopen {
@@ -243,10 +242,6 @@ BackendResult makeDnsBackend(const Url& url, const Credentials& credentials) {
         keyName.pop_back();
     if (!isDnsName(keyName))
         return Status{errorBadUrl, "the user is not the name of a key"};
-    //  OpenSSL makes the signatures. Its clean-up at exit would affect a thread that still signs. Its configuration
-    //  (OPENSSL_CONF or openssl.cnf) could load code chosen by the user who started the program, or disable the
-    //  algorithms.
-    OPENSSL_init_crypto(OPENSSL_INIT_NO_ATEXIT | OPENSSL_INIT_NO_LOAD_CONFIG, nullptr);
     return BackendResult(std::make_unique<DnsBackend>(std::move(*zone), std::move(keyName), credentials.password));
 }
 

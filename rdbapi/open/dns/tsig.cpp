@@ -5,9 +5,8 @@
 
 #include <algorithm>
 #include <cstdlib>
-#include <openssl/crypto.h>
-#include <openssl/evp.h>
-#include <openssl/hmac.h>
+#include <nettle/hmac.h>
+#include <nettle/memops.h>
 
 namespace rdbopen {
 
@@ -21,16 +20,29 @@ constexpr std::size_t additionalAt = 10;  // count of additional records
 constexpr std::uint8_t flagResponse = 0x80;
 constexpr std::uint8_t flagTruncated = 0x02;
 
+//  Stores the MAC of text with secret in mac, which has the length of the algorithm.
+template <class Context, auto setKey, auto update, auto digest>
+void hmac(View secret, View text, std::span<std::uint8_t> mac) {
+    Context context;
+    setKey(&context, secret.size(), secret.data());
+    update(&context, text.size(), text.data());
+    digest(&context, mac.size(), mac.data());
+}
+
 struct Algorithm {
     std::string_view name;
-    const EVP_MD* (*digest)();
+    std::size_t length;  // of a MAC, in bytes
+    void (*compute)(View secret, View text, std::span<std::uint8_t> mac);
 };
 
 constexpr Algorithm algorithms[] = {
-    {"hmac-sha1", EVP_sha1},
-    {"hmac-sha256", EVP_sha256},
-    {"hmac-sha384", EVP_sha384},
-    {"hmac-sha512", EVP_sha512},
+    {"hmac-sha1", SHA1_DIGEST_SIZE, hmac<hmac_sha1_ctx, hmac_sha1_set_key, hmac_sha1_update, hmac_sha1_digest>},
+    {"hmac-sha256", SHA256_DIGEST_SIZE,
+     hmac<hmac_sha256_ctx, hmac_sha256_set_key, hmac_sha256_update, hmac_sha256_digest>},
+    {"hmac-sha384", SHA384_DIGEST_SIZE,
+     hmac<hmac_sha512_ctx, hmac_sha384_set_key, hmac_sha512_update, hmac_sha384_digest>},
+    {"hmac-sha512", SHA512_DIGEST_SIZE,
+     hmac<hmac_sha512_ctx, hmac_sha512_set_key, hmac_sha512_update, hmac_sha512_digest>},
 };
 
 struct FreeRdf {
@@ -129,15 +141,10 @@ Result<DnsBytes> computeMac(const TsigKey& key, View requestMac, View message, c
     append(text, signature.other);
     const Algorithm* const algorithm = algorithmOf(key.algorithm);
     const Rdf secret = decode(key.secret);
-    unsigned length = 0;
-    DnsBytes mac(EVP_MAX_MD_SIZE);
-    const bool done =
-        algorithm != nullptr && secret != nullptr &&
-        HMAC(algorithm->digest(), ldns_rdf_data(secret.get()), static_cast<int>(ldns_rdf_size(secret.get())),
-             text.data(), text.size(), mac.data(), &length) != nullptr;
-    if (!done)
+    if (algorithm == nullptr || secret == nullptr)
         return backendFailed("out of memory");
-    mac.resize(length);
+    DnsBytes mac(algorithm->length);
+    algorithm->compute({ldns_rdf_data(secret.get()), ldns_rdf_size(secret.get())}, text, mac);
     return mac;
 }
 
@@ -170,7 +177,7 @@ bool isGenuine(View message, const SignaturePlace& place, const Signature& signa
     unsignedMessage[additionalAt + 1] = static_cast<std::uint8_t>(additional);
     const Result<DnsBytes> mac = computeMac(key, request.mac, unsignedMessage, signature);
     return mac.ok() && mac->size() == signature.mac.size() &&
-           CRYPTO_memcmp(mac->data(), signature.mac.data(), mac->size()) == 0;
+           memeql_sec(mac->data(), signature.mac.data(), mac->size()) != 0;
 }
 
 Status verifyHeader(View message, const SignedRequest& request) {
@@ -239,7 +246,7 @@ bool isTsigSecret(const std::string& secret) {
 std::size_t signatureLength(const TsigKey& key) {
     constexpr std::size_t fixedLength = 10 + timesLength + 2 + 2 + 2 + 2;  // record header, TSIG fields
     const Algorithm* const algorithm = algorithmOf(key.algorithm);
-    const auto mac = static_cast<std::size_t>(algorithm != nullptr ? EVP_MD_get_size(algorithm->digest()) : 0);
+    const std::size_t mac = algorithm != nullptr ? algorithm->length : 0;
     return nameBytes(key.name).size() + nameBytes(key.algorithm).size() + fixedLength + mac;
 }
 

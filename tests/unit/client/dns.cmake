@@ -3,6 +3,8 @@ if(NOT TARGET rdbopen_dns)
     return()
 endif()
 
+#  OpenSSL makes the signatures of the tests: another library than that of the back end.
+find_package(OpenSSL REQUIRED)
 add_library(open_dns_support STATIC open_dns_support.cpp)
 target_include_directories(open_dns_support PUBLIC ${CMAKE_CURRENT_SOURCE_DIR})
 target_link_libraries(open_dns_support PUBLIC rdbapi_open ${OPENSSL_CRYPTO_LIBRARY})
