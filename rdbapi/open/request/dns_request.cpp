@@ -11,7 +11,7 @@ namespace rdbopen {
 
 namespace {
 
-using nlohmann::json;
+using json = nlohmann::ordered_json;
 
 //  inet_pton would treat a zero byte as the end of the text.
 bool isAddress(const std::string& text, int family) {
@@ -88,14 +88,14 @@ Status parseDnsRequest(std::string_view text, DnsRequest& request) {
 }
 
 std::string dnsReply(const std::optional<std::int64_t>& seqno, int code, std::string_view message) {
-    nlohmann::ordered_json reply;
+    json reply;
     reply["seqno"] = nullptr;
     if (seqno)
         reply["seqno"] = *seqno;
     reply["code"] = code;
     reply["message"] = message;
     //  A message may contain a file name, which may not be UTF-8.
-    return reply.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace);
+    return reply.dump(-1, ' ', false, json::error_handler_t::replace);
 }
 
 Status DnsUpdateBackend::apply(std::string_view text, std::string& reply) {
