@@ -209,7 +209,7 @@ Status SqliteBackend::probe() {
     return checkpoint();
 }
 
-//  Reads the file, not SQLite's cache.
+//  Reads the file, not SQLite's cache. The cache is of no use afterwards, and its first page makes SQLite allocate twenty.
 Status SqliteBackend::checkValue(const RdbSnapshot& record) {
     database_.dropPageCache();
     const Result<bool> found = findValue_.bind(1, std::string_view(record.name)).step();
@@ -220,6 +220,7 @@ Status SqliteBackend::checkValue(const RdbSnapshot& record) {
              findValue_.text(1) != std::string_view(record.value, record.valuelen))
         status.code = errorNotHeld;
     findValue_.reset();
+    database_.dropPageCache();
     return status;
 }
 

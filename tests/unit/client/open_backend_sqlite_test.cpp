@@ -72,6 +72,13 @@ TEST_F(SqliteBackend, APutReplacesTheCurrentValueAndAddsToTheHistory) {
     EXPECT_EQ(query("SELECT group_concat(value) FROM past_values"), "first,second");
 }
 
+TEST_F(SqliteBackend, APutLeavesNoPagesInTheCache) {
+    openWithTag("host1");
+    ASSERT_EQ(put("host1", "v"), 0);
+    constexpr sqlite3_int64 sizeOfTwentyPages = 20 * 4096;
+    EXPECT_LT(sqlite3_memory_used(), sizeOfTwentyPages);
+}
+
 TEST_F(SqliteBackend, APutHasTheServersTimeInMilliseconds) {
     openWithTag("host1");
     RdbSnapshot record = recordOf("host1", "v");

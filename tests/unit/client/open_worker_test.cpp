@@ -21,6 +21,14 @@ TEST_F(Worker_, ReportsConnectedOnlyAfterTheFirstSuccessfulOpen) {
     EXPECT_EQ(events.count(), 0U);
 }
 
+TEST_F(Worker_, ReleasesFreeMemoryAfterTheOpenAndAfterEachCall) {
+    const int before = trims;
+    connect();
+    EXPECT_TRUE(eventually([before] { return trims == before + 1; }));
+    ASSERT_EQ(put(), 0);
+    EXPECT_TRUE(eventually([before] { return trims == before + 2; }));
+}
+
 TEST_F(Worker_, WaitsLongerAfterEachFailure) {
     script->opens = {backendFailed("a"), backendFailed("a"), backendFailed("a")};
     connect();
