@@ -24,7 +24,7 @@ TEST_F(Worker_, ReportsConnectedOnlyAfterTheFirstSuccessfulOpen) {
 TEST_F(Worker_, ReleasesFreeMemoryAfterTheOpenAndAfterEachCall) {
     const int before = trims;
     connect();
-    EXPECT_TRUE(eventually([before] { return trims == before + 1; }));
+    ASSERT_TRUE(eventually([before] { return trims == before + 1; }));
     ASSERT_EQ(put(), 0);
     EXPECT_TRUE(eventually([before] { return trims == before + 2; }));
 }
