@@ -124,14 +124,21 @@ def executable_alone(sandbox, build):
     return programs
 
 
-def published(program, condition, what):
-    """Measures a service's memory after it has published its address."""
+def bare(sandbox, build, program, name):
+    """Starts a program that only has the libraries of back ends in it; see bare_libraries.c."""
+    shutil.copy(build / program, sandbox.path(FOLDER))
+    return Idle(sandbox, name, f"./{program}")
+
+
+def published(program, condition, what, *floors):
+    """Measures a service's memory after it has published its address, and that of the bare programs beside it."""
     from sandbox import wait_until
 
     wait_until(condition, what)
     time.sleep(SETTLE_SECONDS)
-    program.set_memory()
-    return [program]
+    for one in (program, *floors):
+        one.set_memory()
+    return [program, *floors]
 
 
 def with_files(sandbox, build):
@@ -143,7 +150,9 @@ def with_files(sandbox, build):
     def written():
         return database.exists() and hosts.exists() and ADDRESS in hosts.read_text()
 
-    return published(program, written, "the database and the hosts file")
+    libc = bare(sandbox, build, "bare_libc", "libc alone")
+    sqlite = bare(sandbox, build, "bare_sqlite", "libsqlite3 alone, with a database")
+    return published(program, written, "the database and the hosts file", libc, sqlite)
 
 
 def with_servers(sandbox, build):
@@ -161,7 +170,8 @@ def with_servers(sandbox, build):
         value = sandbox.run("redis-cli", "HGET", f"rdb:value:{NAME}", "value")
         return ADDRESS.encode() in value and ADDRESS in names.dig("+short", "AAAA", NAME)
 
-    return published(program, answered, "both servers to have the address")
+    libraries = bare(sandbox, build, "bare_servers", "libhiredis, libldns and libnettle alone")
+    return published(program, answered, "both servers to have the address", libraries)
 
 
 def idle(figures):
@@ -177,8 +187,9 @@ def idle(figures):
             programs += setup(sandbox, figures.build)
         finally:
             sandbox.close()
-    *alone, files, servers = programs
-    return Result(alone_bars(*alone) + real_bars(alone, files, servers), tables=[idle_table(programs)])
+    *alone, files, _, sqlite, servers, libraries = programs
+    bars = alone_bars(*alone) + real_bars(alone[2:], (files, sqlite), (servers, libraries))
+    return Result(bars, tables=[idle_table(programs)])
 
 
 def alone_bars(own, loop, *others):
@@ -202,26 +213,27 @@ def alone_bars(own, loop, *others):
     ]
 
 
-def real_bars(alone, files, servers):
-    others = alone[2:]
+def real_bars(others, with_files, with_servers):
+    """with_files and with_servers: the service, and the program that only has the same libraries in it."""
+    (files, sqlite), (servers, libraries) = with_files, with_servers
     return [
         Bar(
             "idle with SQLite and a hosts file, resident",
-            f"{mb(files.resident)}; {beside(files, others)}",
+            f"{mb(files.resident)}; {beside(files, others)}; its libraries alone {mb(sqlite.resident)}",
             "at most 3.8 MB",
             files.resident <= 3.8e6,
             why=files.largest(),
         ),
         Bar(
             "idle with SQLite and a hosts file, private",
-            mb(files.private),
+            f"{mb(files.private)}; its libraries alone {mb(sqlite.private)}",
             "at most 1.0 MB",
             files.private <= 1.0e6,
             why="These are the client library's own files, the written data of all its libraries, and the heap.",
         ),
         Bar(
             "idle with Redis and DNS servers, resident",
-            f"{mb(servers.resident)}; {beside(servers, others)}",
+            f"{mb(servers.resident)}; {beside(servers, others)}; its libraries alone {mb(libraries.resident)}",
             "at most 6.5 MB",
             servers.resident <= 6.5e6,
             why=servers.largest(),
@@ -242,8 +254,9 @@ def idle_table(programs):
     note = (
         "The executable alone, the bare loop, inadyn and ddclient run side by side. The bare loop lists the addresses "
         "as the service does and does nothing else. The two services with real back ends run after them, one at a "
-        "time, with the real client library. Private are the pages that a program has written and those of its own "
-        "files; pages of installed libraries are shared. Address space randomisation is off, because the resident size "
-        "depends on it."
+        "time, with the real client library. The programs with libraries alone do the least work with them and wait: a "
+        "database with one row; a DNS message and a signature. Private are the pages that a program has written and "
+        "those of its own files; pages of installed libraries are shared. Address space randomisation is off, because "
+        "the resident size depends on it."
     )
     return Table("Idle", head, lines, note)
