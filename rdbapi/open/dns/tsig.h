@@ -11,8 +11,8 @@
 //  The records of an answer are parsed only after its signature was verified.
 //
 //  The MAC is Nettle's: ldns (1.8.3) does not support hmac-sha384, determines the time of signing itself, and does not
-//  pass on a server's data for BADTIME. OpenSSL, which ldns needs, is loaded but never initialised: its first HMAC reads
-//  its configuration, registers a clean-up at exit, and makes 2.2 MB resident where Nettle's makes 0.3 MB.
+//  pass on a server's data for BADTIME. OpenSSL, which ldns needs, is loaded but never initialised: its first HMAC would
+//  read its configuration, register a clean-up at exit, and make 2.2 MB resident, where Nettle's makes 0.3 MB.
 //
 //  Threads: any thread; one at a time per object.
 #ifndef RDBAPI_OPEN_DNS_TSIG_H

@@ -209,7 +209,8 @@ Status SqliteBackend::probe() {
     return checkpoint();
 }
 
-//  Reads the file, not SQLite's cache. The cache is of no use afterwards, and its first page makes SQLite allocate twenty.
+//  Reads the file, not SQLite's cache. Afterwards the cache is of no use until the next request, which may be minutes
+//  away; SQLite allocates twenty pages for the first one.
 Status SqliteBackend::checkValue(const RdbSnapshot& record) {
     database_.dropPageCache();
     const Result<bool> found = findValue_.bind(1, std::string_view(record.name)).step();
