@@ -5,11 +5,11 @@
 
 set(refusal "^(RedisRefusals?|TsigAnswer)[.]"
     "^(Open)?(Dns|Redis|Sqlite)Backend[.].*(Refus|NotAuth)" "^HostileDnsServer[.].*BadKey" "^OpenTcpStream[.].*Refused"
-    "^(WorkerTag|WorkerDesiredState|Wanted)[.].*Refus" "^Worker_[.]ARefusedRequest" "^Addresses[.].*WrongOne"
+    "^(WorkerTagQuery|WorkerDesiredState|Wanted)[.].*Refus" "^Worker_[.]ARefusedRequest" "^Addresses[.].*WrongOne"
     "^(PublishCycle|SendGate|PutGate|Events)[.].*Refus")
 set(retry "^(Backoff|WorkerCheck)[.]"
-    "^(Open)?(Dns|Redis|Sqlite)Backend[.].*(Again|Lost)" "^HostsBackendAlone[.].*Retry" "^Sqlite(Creation|Accident)[.].*(Retry|Again)"
-    "^(WorkerTag|WorkerDesiredState|Wanted|Worker_)[.].*(Again|Repeat|Later|BackOff)")
+    "^(Open)?(Dns|Redis|Sqlite)Backend[.].*(Again|Lost)" "^HostsBackendAlone[.].*Retry" "^Sqlite(Creation|ForeignChange)[.].*(Retry|Again)"
+    "^(WorkerTagQuery|WorkerDesiredState|Wanted|Worker_)[.].*(Again|Repeat|Later|BackOff)")
 set(failover "^Addresses[.]" "^RedisRefusals[.].*(AnotherAddress|Replica)")
 set(not_of_a_server "Malformed|NoKeyName")  # refused by the client library itself
 

@@ -1,4 +1,4 @@
-//  The back end with a server on loopback that follows the standards and answers as in its script.
+//  The back end dns with a server on loopback that follows the standards and answers according to a script.
 #include "dns/backend.h"
 
 #include "dns/words.h"
@@ -8,7 +8,7 @@
 
 namespace {
 
-std::atomic<std::int64_t> drivenClock{0};  // s; if 0, the monotonic clock is the real one
+std::atomic<std::int64_t> drivenClock{0};  // s; if 0, the real monotonic clock is used
 
 }  // namespace
 
@@ -41,7 +41,7 @@ Reaction answered(const SeenRequest& seen, unsigned rcode, const std::vector<Ans
     return {framed(genuineAnswer(seen, rcode, records)), Reaction::Then::goOn};
 }
 
-//  A server of the zone that accepts or refuses as the test sets it.
+//  A server of the zone. The test determines whether it accepts or refuses an update.
 struct Zone {
     std::atomic<unsigned> updateCode{0};
     std::mutex mutex;
@@ -65,7 +65,7 @@ struct Zone {
         };
     }
 
-    //  Returns whether the CNAME is at a name where a prerequisite of the update excludes one.
+    //  Returns whether the update has a prerequisite that excludes a CNAME at the name that has one.
     bool excludesAlias(const SeenRequest& seen) const {
         const Packet packet = std::move(*parseMessage(seen.wire));
         const std::unique_ptr<ldns_rdf, void (*)(ldns_rdf*)> name(ldns_dname_new_frm_str((alias + ".").c_str()),
@@ -89,11 +89,11 @@ std::vector<AnswerRecord> published() {
              fromHex("0001 05686f737431076578616d706c65036f726700 0006 0010 20010db8000000000000000000000001")}};
 }
 
-TEST(DnsBackend, NamesItselfWithoutUserAndPassword) {
+TEST(DnsBackend, ItsNameContainsNeitherUserNorPassword) {
     EXPECT_EQ(backendOf("dns://[2001:db8::53]/Example.org?ttl=5")->label(), "dns://[2001:db8::53]:53/example.org");
 }
 
-TEST(DnsBackend, ServesMessagesOnly) {
+TEST(DnsBackend, ServesOnlyMessages) {
     const auto backend = backendOf("dns://s/z");
     EXPECT_TRUE(backend->updates() != nullptr);
     EXPECT_FALSE(backend->tags() != nullptr);
@@ -104,7 +104,7 @@ TEST(DnsBackend, ChecksAsOftenAsTheUrlRequests) {
     EXPECT_EQ(backendOf("dns://s/z?check=0")->checkInterval(), std::chrono::seconds(0));
 }
 
-TEST(DnsBackend, AUserThatIsNoKeyNameIsRefused) {
+TEST(DnsBackend, AUserThatIsNotAKeyNameIsRefused) {
     for (const char* const user : {"", "a b", "a..b", "."}) {
         const BackendResult backend = makeBackend("dns://s/z", {user, testSecret});
         EXPECT_EQ(backend.status().code, errorBadUrl) << user;
@@ -123,7 +123,7 @@ TEST(DnsBackend, OpensWithASignedQuestionForTheZone) {
     EXPECT_EQ(seen.mac.size(), 34U);
 }
 
-TEST(DnsBackend, OpenFailsWithTheServersWords) {
+TEST(DnsBackend, OpenFailsWithTheServersErrorText) {
     for (const unsigned code : {2U, rcodeRefused, rcodeNotAuth}) {
         DnsServer server([code](const SeenRequest& seen) { return answered(seen, code); });
         const Status outcome = backendOf(server.url())->open(plainWaiter);
@@ -144,7 +144,7 @@ TEST(DnsBackend, OpenFailsWhenTheServerIsNotAuthoritative) {
               "the server is not authoritative for a zone example.org");
 }
 
-TEST(DnsBackend, OpenFailsWhenTheNameIsNoZone) {
+TEST(DnsBackend, OpenFailsWhenTheNameIsNotAZone) {
     DnsServer server([](const SeenRequest& seen) { return answered(seen, 0, {soaOf("org")}); });
     EXPECT_EQ(backendOf(server.url())->open(plainWaiter).reason,
               "the server is not authoritative for a zone example.org");
@@ -177,8 +177,8 @@ TEST(DnsBackend, TheSecretIsReadFromItsFileAgainForEachConnection) {
     EXPECT_EQ(backend->updates()->checkRequest(request).reason, "the password is not the secret of a key in base64");
 }
 
-//  The server does not report which of the two names has the alias, so each is queried.
-TEST(DnsBackend, AnAliasThatIsGoneWhenItIsLookedForIsReportedInTheServersWords) {
+//  The server does not report which of the two names has the alias, so the back end queries each name.
+TEST(DnsBackend, AnAliasThatNoLongerExistsIsReportedWithTheServersErrorText) {
     std::atomic<int> updates{0};
     DnsServer server([&updates](const SeenRequest& seen) {
         if (seen.opcode == LDNS_PACKET_UPDATE)
@@ -223,7 +223,7 @@ TEST_F(OpenDnsBackend, AMessageIsOneUpdate) {
     EXPECT_EQ(server.connections(), 2);
 }
 
-TEST_F(OpenDnsBackend, ARefusalIsReportedInWordsAndAskedAgain) {
+TEST_F(OpenDnsBackend, ARefusalIsReportedAsTextAndTheUpdateCanBeRepeated) {
     start();
     for (unsigned code = 1; code < 12; ++code) {
         zone.updateCode = code;
@@ -235,7 +235,7 @@ TEST_F(OpenDnsBackend, ARefusalIsReportedInWordsAndAskedAgain) {
     EXPECT_EQ(send(request).code, errorNone);
 }
 
-TEST_F(OpenDnsBackend, AnUpdateThatMeetsAnAliasIsRefusedWithTheNameWithTheAlias) {
+TEST_F(OpenDnsBackend, ARefusalBecauseOfAnAliasReportsTheNameThatHasIt) {
     for (const std::string alias : {"host1.example.org", "_8443._https.host1.example.org"}) {
         zone.alias = alias;
         start();
@@ -270,7 +270,7 @@ TEST_F(OpenDnsBackend, ANameTooLongForItsRecordsIsNeverSent) {
     EXPECT_NE(reply.find("is too long for its records"), std::string::npos);
 }
 
-TEST_F(OpenDnsBackend, WhatDoesNotFitOneMessageIsNeverSent) {
+TEST_F(OpenDnsBackend, ARequestThatDoesNotFitOneMessageIsNeverSent) {
     start();
     const auto text = [](int count) {
         std::string list;
@@ -290,12 +290,12 @@ TEST_F(OpenDnsBackend, AMalformedRequestIsRefused) {
     EXPECT_EQ(backend->updates()->checkRequest("{").code, errorNone);
 }
 
-TEST_F(OpenDnsBackend, ARequestThatIsNotCarriedOutIsAnsweredWithItsNumber) {
+TEST_F(OpenDnsBackend, ARequestThatIsNotExecutedIsAnsweredWithItsNumber) {
     EXPECT_EQ(backendOf("dns://s/z")->updates()->refusal(request, errorNotConnected),
               R"({"seqno":7,"code":1005,"message":"the server is not connected"})");
 }
 
-TEST_F(OpenDnsBackend, ACheckAsksForEachSetOnOneConnection) {
+TEST_F(OpenDnsBackend, ACheckQueriesEachRecordSetOnOneConnection) {
     zone.records = published();
     start();
     EXPECT_EQ(backend->updates()->checkRequest(request).code, errorNone);
@@ -304,7 +304,7 @@ TEST_F(OpenDnsBackend, ACheckAsksForEachSetOnOneConnection) {
     EXPECT_EQ(server.connections(), 2);
 }
 
-TEST_F(OpenDnsBackend, ACheckFindsEachRecordThatIsGoneOrAltered) {
+TEST_F(OpenDnsBackend, ACheckDetectsEachMissingOrChangedRecord) {
     start();
     for (std::size_t i = 0; i < published().size(); ++i) {
         {
@@ -319,7 +319,7 @@ TEST_F(OpenDnsBackend, ACheckFindsEachRecordThatIsGoneOrAltered) {
     EXPECT_EQ(backend->updates()->checkRequest(request).code, errorNotHeld);
 }
 
-TEST_F(OpenDnsBackend, ACheckReportsThatAnAliasIsAtTheName) {
+TEST_F(OpenDnsBackend, ACheckReportsAnAliasAtTheName) {
     zone.records = {{"host1.example.org", typeCname, fromHex("00")}};
     zone.alias = "host1.example.org";
     start();
@@ -328,11 +328,12 @@ TEST_F(OpenDnsBackend, ACheckReportsThatAnAliasIsAtTheName) {
     EXPECT_EQ(outcome.reason, "a CNAME stands at host1.example.org and keeps its other records away");
 }
 
-//  The server answers with a wildcard's alias, and the zone has no alias at the name: added records replace it.
-TEST_F(OpenDnsBackend, ACheckTakesAWildcardsAliasForRecordsThatAreGone) {
+//  The server answers with the alias of a wildcard, and the zone itself has no alias at the name. So an update can add
+//  the missing records.
+TEST_F(OpenDnsBackend, ACheckTreatsAWildcardsAliasAsMissingRecords) {
     zone.records = {{"host1.example.org", typeCname, fromHex("00")}};
     start();
-    for (const unsigned code : {0U, 5U}) {  // 5 is from a server that does not support prerequisites
+    for (const unsigned code : {0U, 5U}) {  // a server that does not support prerequisites answers 5
         zone.updateCode = code;
         EXPECT_EQ(backend->updates()->checkRequest(request).code, errorNotHeld);
     }
@@ -340,8 +341,8 @@ TEST_F(OpenDnsBackend, ACheckTakesAWildcardsAliasForRecordsThatAreGone) {
 
 constexpr const char* hidden = R"({"request":"ws_dnsupdate","seqno":7,"item":{"name":"host1","ipv6s":["fd00::1"]}})";
 
-//  The server answers with records of a wildcard, and the zone has none at the name.
-TEST_F(OpenDnsBackend, ACheckTakesNoWildcardForARecordThatIsHeld) {
+//  The server answers with records of a wildcard, and the zone itself has no record at the name.
+TEST_F(OpenDnsBackend, ACheckDoesNotAcceptAWildcardsRecords) {
     zone.records = {{"host1.example.org", 28, DnsBytes(16)}};
     start();
     ASSERT_EQ(backend->updates()->checkRequest(hidden).code, errorNone);
@@ -351,16 +352,16 @@ TEST_F(OpenDnsBackend, ACheckTakesNoWildcardForARecordThatIsHeld) {
     EXPECT_EQ(ldns_pkt_nscount(condition.get()), 0U);
 }
 
-TEST_F(OpenDnsBackend, ACheckFindsRecordsThatTheZoneMustNotHold) {
+TEST_F(OpenDnsBackend, ACheckDetectsRecordsThatTheZoneMustNotHave) {
     zone.records = {{"host1.example.org", 28, DnsBytes(16)}};
     start();
-    for (const unsigned code : {7U, 5U}) {  // YXRRSET, and a server that does not support prerequisites
+    for (const unsigned code : {7U, 5U}) {  // YXRRSET; a server that does not support prerequisites answers 5
         zone.updateCode = code;
         EXPECT_EQ(backend->updates()->checkRequest(hidden).code, errorNotHeld);
     }
 }
 
-//  The address is left out, so each of the 42 sets must be empty and needs one query.
+//  The address is left out, so each of the 42 record sets must be empty. The check needs one query for each set.
 std::string requestWithFortyPorts() {
     std::string ports;
     for (int port = 1; port <= 40; ++port)
@@ -369,7 +370,7 @@ std::string requestWithFortyPorts() {
            "]}}";
 }
 
-TEST_F(OpenDnsBackend, ACheckHasTenSecondsForAllItsQuestions) {
+TEST_F(OpenDnsBackend, ACheckHasTenSecondsForAllItsQueries) {
     start();
     const std::string text = requestWithFortyPorts();
     EXPECT_EQ(backend->updates()->checkRequest(text).code, errorNone);
@@ -383,13 +384,13 @@ TEST_F(OpenDnsBackend, ACheckHasTenSecondsForAllItsQuestions) {
     EXPECT_EQ(server.requests().count(), 42U + 3);
 }
 
-TEST_F(OpenDnsBackend, AnAliasAtANameWithoutAddressesKeepsNothingAway) {
+TEST_F(OpenDnsBackend, AnAliasAtANameWithoutAddressesIsNoFailure) {
     zone.records = {{"host1.example.org", typeCname, fromHex("00")}};
     start();
     EXPECT_EQ(backend->updates()->checkRequest(hidden).code, errorNone);
 }
 
-TEST_F(OpenDnsBackend, AServerThatIsGoneFailsBoth) {
+TEST_F(OpenDnsBackend, WithoutAServerUpdateAndCheckFail) {
     std::unique_ptr<Backend> lone;
     {
         DnsServer other(zone.script());

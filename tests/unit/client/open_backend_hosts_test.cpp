@@ -1,4 +1,4 @@
-//  hosts:///PATH through the nine functions.
+//  Urls of the form hosts:///PATH, used through the nine functions.
 #include "hosts/backend.h"
 
 #include "open_support.h"
@@ -33,7 +33,7 @@ protected:
     ~HostsBackend() override {
         rdb_disconnect(handle);
         rdb_destory(handle);
-        workersEnded();  // because callbacks write to members
+        workersEnded();  // callbacks write to members, so they must have ended
     }
     void connect(const std::string& path) {
         ASSERT_EQ(rdb_setmessagenotify(handle, onEvent, &events), 0);
@@ -62,13 +62,13 @@ protected:
 
 constexpr auto done = "{\"seqno\":7,\"code\":0,\"message\":\"ok\"}";
 
-TEST_F(HostsBackend, AnUpdateMakesTheMissingFile) {
+TEST_F(HostsBackend, AnUpdateCreatesAMissingFile) {
     connect(file);
     EXPECT_EQ(update("host1", "2001:db8::1"), done);
     EXPECT_EQ(readText(file), "2001:db8::1 host1 # addrpubd host1\n");
 }
 
-TEST_F(HostsBackend, AnUpdateKeepsWhatIsNotItsOwn) {
+TEST_F(HostsBackend, AnUpdateKeepsLinesOfOthers) {
     writeText(file, "127.0.0.1 localhost\n2001:db8::9 host1\n");
     connect(file);
     EXPECT_EQ(update("host1", "2001:db8::1"), done);
@@ -128,12 +128,12 @@ TEST_F(HostsBackend, TagCallsAreNotSupported) {
     EXPECT_EQ(rdb_objputsnapshot(handle, &record, 1), errorNotSupported);
 }
 
-//  Opens without a worker, so that the test gets the failure.
+//  Opens the back end without a worker, so that the test gets its error code.
 int openCode(const std::string& path) {
     return backendFor("hosts://" + path)->open(plainWaiter).code;
 }
 
-//  Without a worker, so that each request is made once.
+//  The back end without a worker, so that each request is made exactly once.
 class HostsBackendAlone : public testing::Test {
 protected:
     HostsBackendAlone() {
@@ -154,7 +154,7 @@ protected:
 };
 
 TEST_F(HostsBackendAlone, ARetryAfterAFailedFlushOfTheFolderFlushesItAgain) {
-    failingFlush = 2;  // the first flush is the file's
+    failingFlush = 2;  // the first flush is that of the file
     EXPECT_EQ(update("::1"), errorBackendFailed);
     EXPECT_EQ(readText(file), "::1 a # addrpubd a\n");
     failingFlush = 3;
@@ -163,7 +163,7 @@ TEST_F(HostsBackendAlone, ARetryAfterAFailedFlushOfTheFolderFlushesItAgain) {
     EXPECT_EQ(flushes, 4);
 }
 
-TEST_F(HostsBackendAlone, ATextThatANewProcessFindsUnchangedIsFlushedOnce) {
+TEST_F(HostsBackendAlone, AnUnchangedFileIsFlushedOnceByANewProcess) {
     writeText(file, "::1 a # addrpubd a\n");
     EXPECT_EQ(update("::1"), 0);
     EXPECT_EQ(flushes, 1);
@@ -171,7 +171,7 @@ TEST_F(HostsBackendAlone, ATextThatANewProcessFindsUnchangedIsFlushedOnce) {
     EXPECT_EQ(flushes, 1);
 }
 
-TEST_F(HostsBackendAlone, AFileThatWouldBecomeTooLargeStaysAndTheReplyReportsWhy) {
+TEST_F(HostsBackendAlone, AFileThatWouldBecomeTooLargeIsUnchangedAndTheReplyReportsWhy) {
     const std::string full(16 << 20, '\n');
     writeText(file, full);
     EXPECT_EQ(update("::1"), errorServerRefused);
@@ -181,7 +181,7 @@ TEST_F(HostsBackendAlone, AFileThatWouldBecomeTooLargeStaysAndTheReplyReportsWhy
     EXPECT_EQ(update("::1"), 0);
 }
 
-TEST(HostsBackendOpen, AFolderThatIsMissingFails) {
+TEST(HostsBackendOpen, AMissingFolderFails) {
     EXPECT_EQ(openCode("/nonexistent/hosts"), errorBackendFailed);
 }
 
@@ -216,13 +216,13 @@ TEST(HostsBackendOpen, AFolderThatCannotBeWrittenFails) {
     EXPECT_EQ(openCode("/proc/hosts"), errorBackendFailed);
 }
 
-TEST(HostsBackendOpen, AFolderThatTakesTheLockFileButNoTemporaryFileFails) {
+TEST(HostsBackendOpen, AFolderWhereOnlyTheLockFileCanBeWrittenFails) {
     const Folder folder;
     std::filesystem::create_directory(folder.file(".hosts.addrpubd.tmp"));
     EXPECT_EQ(openCode(folder.file("hosts")), errorBackendFailed);
 }
 
-TEST(HostsBackendOpen, LeavesNothingButTheLockFile) {
+TEST(HostsBackendOpen, LeavesOnlyTheLockFile) {
     const Folder folder;
     EXPECT_EQ(openCode(folder.file("hosts")), 0);
     EXPECT_EQ(entriesOf(folder.path().c_str()), 1U);

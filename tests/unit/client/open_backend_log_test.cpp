@@ -26,7 +26,7 @@ namespace {
 using namespace opentest;
 using namespace rdbopen;
 
-TEST(LogBackend, LogsWhatItWouldWriteAndTakesTheStepsOfAnEmptyServer) {
+TEST(LogBackend, LogsItsRequestsAndAnswersLikeAnEmptyServer) {
     reports.clear();
     const auto backend = backendFor("log:");
     ASSERT_NE(backend, nullptr);
@@ -47,14 +47,14 @@ TEST(LogBackend, LogsWhatItWouldWriteAndTakesTheStepsOfAnEmptyServer) {
     EXPECT_EQ(priorities.back(), LOG_DAEMON | LOG_INFO);
 }
 
-TEST(LogBackend, ServesInPlaceOfEitherServer) {
+TEST(LogBackend, CanReplaceEitherServer) {
     const auto backend = backendFor("log://");
     ASSERT_NE(backend, nullptr);
     EXPECT_TRUE(backend->tags() != nullptr);
     EXPECT_TRUE(backend->updates() != nullptr);
 }
 
-TEST(LogBackend, NothingFollowsTheScheme) {
+TEST(LogBackend, TextAfterTheSchemeIsRefused) {
     for (const char* url : {"log:///x", "log://host", "log://?a=b", "log:x"})
         EXPECT_EQ(backendFor(url), nullptr) << url;
 }

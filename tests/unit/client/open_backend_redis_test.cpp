@@ -1,4 +1,4 @@
-//  redis://: the back end with a fake server, to which each test gives the answers.
+//  The back end redis with a fake server. Each test determines the server's answers.
 #include "redis/backend.h"
 
 #include "open_fake_redis.h"
@@ -19,7 +19,7 @@ std::string makeReason(const std::string& url) {
     return backend.status().reason;
 }
 
-//  Returns the answer to HMGET for a current value.
+//  Returns the server's answer to HMGET for this current value.
 std::string valueHash(const std::string& time, const std::string& value) {
     return "*3\r\n$" + std::to_string(time.size()) + "\r\n" + time + "\r\n$1\r\n6\r\n$" + std::to_string(value.size()) +
            "\r\n" + value + "\r\n";
@@ -41,7 +41,7 @@ protected:
         const RdbSnapshot record = recordOf(name, value);
         return backend->tags()->put({&record, 1});
     }
-    //  Makes the next read find a usable tag.
+    //  Sets the server's answer so that the next read finds a valid tag.
     void holdTag() {
         server.answer("HLEN", ":3\r\n");
         server.answer("HMGET", usableHash);
@@ -63,7 +63,7 @@ protected:
 
 using Words = std::vector<std::string>;
 
-TEST(RedisUrl, TakesAServerAPortADatabaseAndAnExpiry) {
+TEST(RedisUrl, AcceptsAServerAPortADatabaseAndAnExpiry) {
     for (const char* url : {"redis://host", "redis://host/", "redis://[::1]:7000/3", "redis://10.0.0.1/15?expire=660",
                             "redis://h/0?expire=31536000", "REDIS://h"})
         EXPECT_EQ(makeReason(url), "") << url;
@@ -78,14 +78,14 @@ TEST(RedisUrl, RefusesEverythingElseWithAReason) {
     EXPECT_NE(makeReason("redis://h?expire=600").find("660"), std::string::npos);
 }
 
-TEST_F(RedisBackend, IsNamedByItsServerAndDatabaseOnly) {
+TEST_F(RedisBackend, ItsNameContainsOnlyServerAndDatabase) {
     use("/3?expire=900", {"someone", "secret"});
     EXPECT_EQ(backend->label(), server.url("/3"));
     EXPECT_TRUE(backend->tags() != nullptr);
     EXPECT_FALSE(backend->updates() != nullptr);
 }
 
-TEST_F(RedisBackend, LogsInWithUserAndPasswordAndChoosesTheDatabase) {
+TEST_F(RedisBackend, LogsInWithUserAndPasswordAndSelectsTheDatabase) {
     use("/3", {"u", "secret"});
     opened();
     EXPECT_EQ(server.received(),
@@ -95,7 +95,7 @@ TEST_F(RedisBackend, LogsInWithUserAndPasswordAndChoosesTheDatabase) {
     EXPECT_EQ(backend->checkInterval(), std::chrono::seconds(60));
 }
 
-TEST_F(RedisBackend, NeedsNoPermissionToNameItself) {
+TEST_F(RedisBackend, NeedsNoPermissionToSetItsConnectionName) {
     server.answer("CLIENT", "-NOPERM no\r\n");
     opened();
 }
@@ -114,7 +114,7 @@ TEST_F(RedisBackend, ReadsThePasswordFileAtEachOpen) {
     EXPECT_EQ(server.received("AUTH")[1][2], "two");
 }
 
-TEST_F(RedisBackend, UserDefaultLogsInToAServerThatKnowsPasswordsOnly) {
+TEST_F(RedisBackend, UserDefaultLogsInToAServerWithoutUserNames) {
     use("", {"default", "secret"});
     server.answer("AUTH", "-ERR wrong number of arguments for 'auth' command\r\n");
     opened();
@@ -125,7 +125,7 @@ TEST_F(RedisBackend, UserDefaultLogsInToAServerThatKnowsPasswordsOnly) {
     opened();
 }
 
-TEST_F(RedisBackend, NoReasonHoldsAPasswordThatTheServerRepeats) {
+TEST_F(RedisBackend, NoReasonContainsAPasswordThatTheServerRepeats) {
     for (const char* answer : {"-ERR unknown command 'AUTH', with args beginning with: 'u' 'secret'\r\n", "-secret\r\n",
                                "-WRONGPASS secret\r\n", "+secret\r\n", "$6\r\nsecret\r\n", "secret\r\n"}) {
         server.answer("AUTH", answer);
@@ -166,7 +166,7 @@ TEST_F(RedisBackend, ReportsWhyAServerRejectsTheConnection) {
     EXPECT_NE(open().reason.find("the server has too many connections"), std::string::npos);
 }
 
-TEST_F(RedisBackend, AnUnknownTagHasItsCode) {
+TEST_F(RedisBackend, AnUnknownTagHasItsOwnErrorCode) {
     opened();
     RdbTag tag = tagNamed("host1");
     EXPECT_EQ(backend->tags()->get(tag).code, errorNoSuchTag);
@@ -175,7 +175,7 @@ TEST_F(RedisBackend, AnUnknownTagHasItsCode) {
     EXPECT_EQ(server.received("DISCARD").size(), 1U);
 }
 
-TEST_F(RedisBackend, AHeldTagIsReadWithItsThreeFields) {
+TEST_F(RedisBackend, AStoredTagIsReadWithItsThreeFields) {
     opened();
     server.answer("HLEN", ":4\r\n");
     server.answer("HMGET", "*3\r\n$3\r\n255\r\n$1\r\n0\r\n$1\r\n1\r\n");
@@ -210,7 +210,7 @@ TEST_F(RedisBackend, APutWritesValueHistoryAndChangeWithTheServersTime) {
     EXPECT_EQ(server.received("EXPIRE").size(), 0U);
 }
 
-TEST_F(RedisBackend, ARepeatedValueIsPutAgainAndNotPublished) {
+TEST_F(RedisBackend, ARepeatedValueIsPutAgainButNotPublished) {
     opened();
     holdTag();
     holdValue("1699999999000", "v");
@@ -245,7 +245,7 @@ TEST_F(RedisBackend, SeveralRecordsAreOneTransaction) {
     EXPECT_EQ(server.received("HSET").size(), 2U);
 }
 
-TEST_F(RedisBackend, OneUnknownTagAmongSeveralStopsAll) {
+TEST_F(RedisBackend, OneUnknownTagPreventsAllPutsOfARequest) {
     opened();
     holdTag();
     const RdbSnapshot records[]{recordOf("a", "1"), recordOf("b", "2")};
@@ -253,7 +253,7 @@ TEST_F(RedisBackend, OneUnknownTagAmongSeveralStopsAll) {
     EXPECT_EQ(server.received("HSET").size(), 0U);
 }
 
-TEST_F(RedisBackend, ATagOfAnotherClassTakesNoValues) {
+TEST_F(RedisBackend, ATagOfAnotherClassAcceptsNoValues) {
     opened();
     server.answer("HLEN", ":3\r\n");
     server.answer("HMGET", "*3\r\n$1\r\n3\r\n$1\r\n6\r\n$1\r\n1\r\n");
@@ -261,7 +261,7 @@ TEST_F(RedisBackend, ATagOfAnotherClassTakesNoValues) {
     EXPECT_EQ(server.received("HSET").size(), 0U);
 }
 
-TEST_F(RedisBackend, ATransactionThatOthersDisturbIsBegunAgainAFewTimes) {
+TEST_F(RedisBackend, ATransactionThatOthersInterruptIsRepeatedAFewTimes) {
     opened();
     for (int i = 0; i < 3; ++i) {
         server.answer("EXEC", "*-1\r\n");
@@ -274,7 +274,7 @@ TEST_F(RedisBackend, ATransactionThatOthersDisturbIsBegunAgainAFewTimes) {
     EXPECT_EQ(server.received("EXEC").size(), 4U);
 }
 
-TEST_F(RedisBackend, ATransactionThatIsAlwaysDisturbedIsRefused) {
+TEST_F(RedisBackend, ATransactionThatIsInterruptedEachTimeIsRefused) {
     opened();
     for (int i = 0; i < 5; ++i)
         server.answer("EXEC", "*-1\r\n");
@@ -297,11 +297,11 @@ TEST_F(RedisBackend, APutWhoseAnswerWasLostIsNotMadeTwice) {
     EXPECT_EQ(server.received("EXEC").size(), 1U);
     holdTag();
     holdValue("1700000000123", "v");
-    EXPECT_EQ(put().code, 0);  // a further put is independent
+    EXPECT_EQ(put().code, 0);  // another put is independent of the lost answer
     EXPECT_EQ(server.received("EXEC").size(), 2U);
 }
 
-TEST_F(RedisBackend, APutWhoseAnswerWasLostIsNotMadeTwiceAfterARefusalEither) {
+TEST_F(RedisBackend, APutWhoseAnswerWasLostIsNotMadeTwiceEvenAfterARefusal) {
     opened();
     holdTag();
     server.answerAndClose("EXEC", "");
@@ -329,7 +329,7 @@ TEST_F(RedisBackend, APutWhoseAnswerWasLostIsRepeatedWhenTheServerHasNotDoneIt) 
     EXPECT_EQ(server.received("EXEC").size(), 2U);
 }
 
-TEST_F(RedisBackend, ACheckReportsWhetherTheValueIsHeld) {
+TEST_F(RedisBackend, ACheckReportsWhetherTheServerHasTheValue) {
     opened();
     EXPECT_EQ(backend->tags()->checkValue(recordOf("host1", "v")).code, errorNotHeld);
     holdValue("1", "v");

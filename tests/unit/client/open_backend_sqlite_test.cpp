@@ -1,5 +1,5 @@
-//  sqlite:///PATH: the back end alone, and once through the nine functions. A second connection reads the database,
-//  like the sqlite3 program.
+//  Urls of the form sqlite:///PATH: the back end alone, and once through the nine functions. The test reads the
+//  database through a second connection, like the sqlite3 program.
 #include "sqlite/backend.h"
 
 #include "open_recorded_disk.h"
@@ -17,20 +17,20 @@ using namespace rdbopen;
 
 class SqliteBackend : public SqliteFixture {};
 
-TEST_F(SqliteBackend, AMissingFileBecomesADatabaseWithItsMarks) {
+TEST_F(SqliteBackend, AMissingFileBecomesADatabaseOfTheBackEnd) {
     open();
     EXPECT_EQ(query("PRAGMA application_id"), std::to_string(sqliteApplicationId));
     EXPECT_EQ(query("PRAGMA user_version"), "1");
     EXPECT_EQ(query("PRAGMA journal_mode"), "wal");
 }
 
-TEST_F(SqliteBackend, AnEmptyFileBecomesADatabaseToo) {
+TEST_F(SqliteBackend, AnEmptyFileBecomesADatabaseOfTheBackEnd) {
     writeText(file, "");
     open();
     EXPECT_EQ(query("PRAGMA user_version"), "1");
 }
 
-TEST_F(SqliteBackend, AnUnknownTagHasItsCode) {
+TEST_F(SqliteBackend, AnUnknownTagHasItsOwnErrorCode) {
     open();
     RdbTag tag = tagNamed("host1");
     EXPECT_EQ(backend->tags()->get(tag).code, errorNoSuchTag);
@@ -90,7 +90,7 @@ TEST_F(SqliteBackend, APutHasTheServersTimeInMilliseconds) {
               "1");
 }
 
-TEST_F(SqliteBackend, AValueIsTakenByItsLengthNotByATerminator) {
+TEST_F(SqliteBackend, AValueIsStoredByItsLengthNotUpToATerminator) {
     openWithTag("host1");
     RdbSnapshot record = recordOf("host1", "abcdef");
     record.valuelen = 3;
@@ -101,13 +101,13 @@ TEST_F(SqliteBackend, AValueIsTakenByItsLengthNotByATerminator) {
     EXPECT_EQ(query("SELECT hex(value) FROM snapshot"), "610062");
 }
 
-TEST_F(SqliteBackend, AnEmptyValueIsAValue) {
+TEST_F(SqliteBackend, AnEmptyValueIsStored) {
     openWithTag("host1");
     ASSERT_EQ(put("host1", ""), 0);
     EXPECT_EQ(query("SELECT count(*) FROM current_values WHERE value = ''"), "1");
 }
 
-TEST_F(SqliteBackend, NamesAreDataAndNeverSql) {
+TEST_F(SqliteBackend, NamesAreNeverInterpretedAsSql) {
     const std::string name = "x'); DROP TABLE tag; --";
     openWithTag(name);
     ASSERT_EQ(put(name, name), 0);
@@ -121,7 +121,7 @@ TEST_F(SqliteBackend, SeveralRecordsArePutTogetherOrNotAtAll) {
     EXPECT_EQ(query("SELECT count(*) FROM history"), "0");
 }
 
-TEST_F(SqliteBackend, TheHistoryKeepsTenThousandRowsOfATag) {
+TEST_F(SqliteBackend, TheHistoryKeepsTenThousandRowsPerTag) {
     openWithTag("a");
     ASSERT_EQ(backend->tags()->import(usableTag("b")).code, 0);
     ASSERT_EQ(put("b", "other"), 0);
@@ -142,7 +142,7 @@ TEST_F(SqliteBackend, EachPutIsFlushedToTheDisk) {
     }
 }
 
-TEST_F(SqliteBackend, ValuesOutliveTheService) {
+TEST_F(SqliteBackend, ValuesRemainAfterTheServiceEnds) {
     openWithTag("a");
     ASSERT_EQ(put("a", "v"), 0);
     backend->close();
@@ -152,7 +152,7 @@ TEST_F(SqliteBackend, ValuesOutliveTheService) {
     EXPECT_EQ(query("SELECT value FROM current_values"), "v");
 }
 
-TEST_F(SqliteBackend, ADatabaseOfAnotherProgramIsRefusedAndLeftUntouched) {
+TEST_F(SqliteBackend, ADatabaseOfAnotherProgramIsRefusedAndUnchanged) {
     for (const char* mode : {"PRAGMA journal_mode = DELETE", "PRAGMA journal_mode = WAL"}) {
         makeForeign((std::string(mode) + "; CREATE TABLE mine" + std::string(1, mode[22]) + "(x)").c_str());
         const std::string before = readText(file);
@@ -164,7 +164,7 @@ TEST_F(SqliteBackend, ADatabaseOfAnotherProgramIsRefusedAndLeftUntouched) {
     }
 }
 
-TEST_F(SqliteBackend, AFileThatIsNoDatabaseIsRefusedAndLeftUntouched) {
+TEST_F(SqliteBackend, AFileThatIsNotADatabaseIsRefusedAndUnchanged) {
     for (const std::string& text : {std::string("x"), std::string(5000, 'x'), std::string("SQLite format 3")}) {
         writeText(file, text);
         EXPECT_EQ(backend->open(plainWaiter).reason, "the file is not a database");
@@ -180,19 +180,19 @@ TEST_F(SqliteBackend, ADatabaseOfALaterVersionIsRefused) {
     EXPECT_EQ(backend->open(plainWaiter).reason, "the file is a database of another version of this program");
 }
 
-TEST_F(SqliteBackend, AMissingTableIsAFailureToOpen) {
+TEST_F(SqliteBackend, WithAMissingTableOpenFails) {
     open();
     backend->close();
     makeForeign("DROP TABLE snapshot");
     EXPECT_EQ(backend->open(plainWaiter).code, errorBackendFailed);
 }
 
-TEST_F(SqliteBackend, AFolderInPlaceOfTheFileIsAFailureToOpen) {
+TEST_F(SqliteBackend, WithAFolderInPlaceOfTheFileOpenFails) {
     std::filesystem::create_directory(file);
     EXPECT_EQ(backend->open(plainWaiter).code, errorBackendFailed);
 }
 
-TEST_F(SqliteBackend, AMissingFolderIsAFailureToOpen) {
+TEST_F(SqliteBackend, InAMissingFolderOpenFails) {
     EXPECT_EQ(backendFor("sqlite://" + folder.file("no/rdb.db"))->open(plainWaiter).code, errorBackendFailed);
 }
 
@@ -224,7 +224,7 @@ TEST_F(SqliteBackend, ACorruptDatabaseFailsTheRequest) {
     EXPECT_EQ(backend->open(plainWaiter).code, errorBackendFailed);
 }
 
-//  A separate file system with only a few free pages.
+//  The database is on a separate file system that has only a few free pages.
 TEST_F(SqliteBackend, AFullDiskFailsTheRequestAndNothingIsLost) {
     if (unshare(CLONE_NEWNS) != 0 || mount("none", "/", "none", MS_REC | MS_PRIVATE, nullptr) != 0 ||
         mount("none", folder.path().c_str(), "tmpfs", 0, "size=512k") != 0)

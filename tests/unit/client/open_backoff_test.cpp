@@ -7,7 +7,7 @@ namespace {
 using rdbopen::backoffDelay;
 using std::chrono::milliseconds;
 
-//  The wait without its random share, by the number of consecutive failures.
+//  The wait without its random share, for each number of consecutive failures.
 constexpr struct {
     unsigned failures;
     int base;  // ms
@@ -19,7 +19,7 @@ TEST(Backoff, EachFurtherFailureDoublesTheWaitUpTo48Seconds) {
         EXPECT_EQ(backoffDelay(row.failures, 0), milliseconds(row.base)) << row.failures;
 }
 
-TEST(Backoff, TheRandomShareComesOnTopAndIsAtMostAQuarter) {
+TEST(Backoff, TheAddedRandomShareIsAtMostAQuarter) {
     for (const auto& row : rows) {
         const auto most = static_cast<std::uint32_t>(row.base / 4);
         EXPECT_EQ(backoffDelay(row.failures, 1), milliseconds(row.base + 1)) << row.failures;
@@ -28,7 +28,7 @@ TEST(Backoff, TheRandomShareComesOnTopAndIsAtMostAQuarter) {
     }
 }
 
-TEST(Backoff, AnyWaitIsBetweenItsBaseAndAQuarterMore) {
+TEST(Backoff, EveryWaitIsAtLeastItsBaseAndAtMostAQuarterLonger) {
     for (const auto& row : rows)
         for (std::uint32_t random = 0; random < 100000; random += 997) {
             EXPECT_GE(backoffDelay(row.failures, random), milliseconds(row.base)) << row.failures;

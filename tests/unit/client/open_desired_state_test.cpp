@@ -10,7 +10,7 @@ namespace {
 using namespace opentest;
 using namespace rdbopen;
 
-//  A server that stores tags and values, and fails as often as the test sets it.
+//  A server that stores tags and values. The test sets how often it fails.
 class Holder : public Backend, public TagBackend, public UpdateBackend {
 public:
     std::map<std::string, std::string> values;
@@ -66,7 +66,7 @@ TEST(DesiredState, NothingIsPendingAtFirst) {
     EXPECT_FALSE(DesiredState().pending());
 }
 
-TEST(DesiredState, WhatSucceededIsNotPending) {
+TEST(DesiredState, ASuccessfulRequestIsNotPending) {
     DesiredState desired;
     desired.recordTag(usableTag("t"), errorNone);
     desired.recordValue(recordOf("t", "1"), errorNone);
@@ -74,7 +74,7 @@ TEST(DesiredState, WhatSucceededIsNotPending) {
     EXPECT_FALSE(desired.pending());
 }
 
-TEST(DesiredState, EveryPassingFailureIsPending) {
+TEST(DesiredState, EveryTemporaryFailureIsPending) {
     for (const int code : {errorBackendFailed, errorServerRefused, errorTimedOut, errorNotConnected}) {
         DesiredState tag;
         tag.recordTag(usableTag("t"), code);
@@ -120,7 +120,7 @@ TEST(DesiredState, AnImportAnswersTheLookupToo) {
     EXPECT_EQ(holder.lookups, 0);
 }
 
-TEST(DesiredState, AllTagsComeBeforeTheFirstValue) {
+TEST(DesiredState, AllTagsAreSentBeforeTheFirstValue) {
     DesiredState desired;
     desired.recordValue(recordOf("a", "1"), errorBackendFailed);
     desired.recordTag(usableTag("b"), errorBackendFailed);
@@ -141,7 +141,7 @@ TEST(DesiredState, AFinalRefusalKeepsTheEarlierValue) {
     EXPECT_EQ(holder.sent, "m");
 }
 
-TEST(DesiredState, AnEmptiedServerGetsEverythingBack) {
+TEST(DesiredState, AnEmptiedServerReceivesEverythingAgain) {
     DesiredState desired;
     for (const char* name : {"a", "b", "c"}) {
         desired.recordTag(usableTag(name), errorNone);
@@ -157,7 +157,7 @@ TEST(DesiredState, AnEmptiedServerGetsEverythingBack) {
     EXPECT_EQ(emptied.sent, "m");
 }
 
-TEST(DesiredState, WhereverTheCompletionFailsItIsTakenUpAgain) {
+TEST(DesiredState, ARetryThatFailsAtAnyStepIsContinued) {
     for (int failures = 1; failures < 8; ++failures) {
         DesiredState desired;
         desired.recordTag(usableTag("a"), errorBackendFailed);

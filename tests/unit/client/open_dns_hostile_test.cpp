@@ -1,5 +1,5 @@
-//  The back end with a server that violates the protocol: no answer may count as success, and nothing may crash or
-//  hang.
+//  The back end dns with a server that violates the protocol. No such answer may count as success, and nothing may
+//  crash or hang.
 #include "dns/backend.h"
 #include "open_dns_support.h"
 
@@ -56,7 +56,7 @@ using namespace rdbopen;
 constexpr const char* request =
     R"({"request":"ws_dnsupdate","seqno":7,"item":{"name":"host1","ipv6s":["2001:db8::1"]}})";
 
-//  Reports that the time has expired if the server does not answer, and stores the limit that was set.
+//  A waiter that stores the deadline, and reports at once that the time has expired if the server does not answer.
 class ImpatientWaiter : public Waiter {
 public:
     explicit ImpatientWaiter(const DnsServer& server) : server_(server) {}
@@ -81,7 +81,8 @@ Reaction honest(const SeenRequest& seen) {
     return {framed(genuineAnswer(seen, 0, {soaOf("example.org")})), Reaction::Then::goOn};
 }
 
-//  Opens with a correct server that then reacts as hostile defines. Returns the results of a message and of a check.
+//  Opens with a correct server that afterwards reacts as the script hostile defines. Returns the results of a message
+//  and of a check.
 std::pair<Status, Status> against(const DnsServer::Script& hostile) {
     DnsServer server([&hostile](const SeenRequest& seen) {
         return seen.type == 6 && seen.opcode == 0 ? honest(seen) : hostile(seen);
@@ -102,7 +103,7 @@ void expectFailure(const DnsServer::Script& hostile, const std::string& reason) 
     EXPECT_EQ(checked.code, errorBackendFailed);
 }
 
-TEST(HostileDnsServer, ThatEndsTheConnection) {
+TEST(HostileDnsServer, AServerThatClosesTheConnectionFails) {
     expectFailure(
         [](const SeenRequest&) {
             return Reaction{{}, Reaction::Then::end};
@@ -110,7 +111,7 @@ TEST(HostileDnsServer, ThatEndsTheConnection) {
         "the server closed the connection");
 }
 
-TEST(HostileDnsServer, ThatTruncatesItsAnswer) {
+TEST(HostileDnsServer, AServerThatTruncatesItsAnswerFails) {
     for (const std::size_t size : {1U, 2U, 3U, 20U, 100U})
         expectFailure(
             [size](const SeenRequest& seen) {
@@ -121,7 +122,7 @@ TEST(HostileDnsServer, ThatTruncatesItsAnswer) {
             "the server closed the connection");
 }
 
-TEST(HostileDnsServer, ThatKeepsSilent) {
+TEST(HostileDnsServer, AServerThatDoesNotAnswerFails) {
     for (const std::size_t size : {0U, 1U, 50U})
         expectFailure(
             [size](const SeenRequest& seen) {
@@ -132,7 +133,7 @@ TEST(HostileDnsServer, ThatKeepsSilent) {
             "the server does not answer in time");
 }
 
-TEST(HostileDnsServer, ThatPromisesMoreThanItSends) {
+TEST(HostileDnsServer, AServerThatAnnouncesMoreBytesThanItSendsFails) {
     expectFailure(
         [](const SeenRequest& seen) {
             DnsBytes bytes = framed(genuineAnswer(seen, 0));
@@ -142,11 +143,11 @@ TEST(HostileDnsServer, ThatPromisesMoreThanItSends) {
         "the server does not answer in time");
 }
 
-TEST(HostileDnsServer, ThatAnswersWithNothing) {
+TEST(HostileDnsServer, AnEmptyAnswerFails) {
     expectFailure([](const SeenRequest&) { return Reaction{{0, 0}, Reaction::Then::goOn}; }, "the answer is too short");
 }
 
-TEST(HostileDnsServer, ThatAnswersAnotherRequest) {
+TEST(HostileDnsServer, AnAnswerToAnotherRequestFails) {
     expectFailure(
         [](const SeenRequest& seen) {
             SeenRequest other = seen;
@@ -156,7 +157,7 @@ TEST(HostileDnsServer, ThatAnswersAnotherRequest) {
         "the answer belongs to another request");
 }
 
-TEST(HostileDnsServer, ThatSignsWithAnotherSecret) {
+TEST(HostileDnsServer, AnAnswerSignedWithAnotherSecretFails) {
     expectFailure(
         [](const SeenRequest& seen) {
             Signing signing;
@@ -168,7 +169,7 @@ TEST(HostileDnsServer, ThatSignsWithAnotherSecret) {
         "the signature of the answer is wrong");
 }
 
-TEST(HostileDnsServer, ThatClaimsSuccessUnsigned) {
+TEST(HostileDnsServer, AnUnsignedAnswerOfSuccessFails) {
     expectFailure(
         [](const SeenRequest& seen) {
             return Reaction{framed(plainAnswer(seen.id, seen.opcode, 0)), Reaction::Then::goOn};
@@ -176,7 +177,7 @@ TEST(HostileDnsServer, ThatClaimsSuccessUnsigned) {
         "the answer is not signed");
 }
 
-TEST(HostileDnsServer, WhoseNamesPointAtThemselves) {
+TEST(HostileDnsServer, AnAnswerWithNamesThatPointAtThemselvesFails) {
     for (const char* const name : {"c00c", "c00e c00c", "01 61 c00c", "c0ff"})
         expectFailure(
             [name](const SeenRequest& seen) {
@@ -191,7 +192,7 @@ TEST(HostileDnsServer, WhoseNamesPointAtThemselves) {
             "the answer is malformed");
 }
 
-TEST(HostileDnsServer, ThatSendsGarbage) {
+TEST(HostileDnsServer, AnAnswerOfRandomBytesFails) {
     std::minstd_rand random(1);
     for (int round = 0; round < 200; ++round) {
         const auto [sent, checked] = against([&random](const SeenRequest& seen) {
@@ -207,7 +208,7 @@ TEST(HostileDnsServer, ThatSendsGarbage) {
     }
 }
 
-TEST(HostileDnsServer, ThatReportsBadKeyUnsignedIsARefusal) {
+TEST(HostileDnsServer, AnUnsignedBadKeyIsARefusal) {
     const auto [sent, checked] = against([](const SeenRequest& seen) {
         Signing signing;
         signing.empty = true;
@@ -221,7 +222,7 @@ TEST(HostileDnsServer, ThatReportsBadKeyUnsignedIsARefusal) {
     EXPECT_EQ(checked.code, errorServerRefused);
 }
 
-TEST(HostileDnsServer, ThatKeepsSilentAtTheOpen) {
+TEST(HostileDnsServer, AServerThatDoesNotAnswerTheOpenFails) {
     DnsServer server([](const SeenRequest&) { return Reaction{{}, Reaction::Then::keepSilent}; });
     const ImpatientWaiter waiter(server);
     const auto backend = backendFor(server.url(), {"key1", testSecret});
@@ -230,7 +231,7 @@ TEST(HostileDnsServer, ThatKeepsSilentAtTheOpen) {
     EXPECT_GT(waiter.limit.count(), 1000);
 }
 
-TEST(DnsSystemCalls, ThatFailAreReported) {
+TEST(DnsSystemCalls, FailuresAreReported) {
     DnsServer server(honest);
     const auto backend = backendFor(server.url("/example.org?skip=temporary"), {"key1", testSecret});
     ASSERT_EQ(backend->open(plainWaiter).code, errorNone);

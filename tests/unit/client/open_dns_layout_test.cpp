@@ -20,7 +20,7 @@ std::string header(const char* counts) {
     return std::string("1234 8400 ") + counts + " ";
 }
 
-TEST(DnsLayout, OfAMessageWithoutASignatureIsBare) {
+TEST(DnsLayout, AMessageWithoutASignatureIsBare) {
     EXPECT_EQ(layout(header("0000 0000 0000 0000")), DnsLayout::bare);
     EXPECT_EQ(layout(header("0001 0000 0000 0000") + "0161 00 0001 0001"), DnsLayout::bare);
     EXPECT_EQ(layout(header("0000 0001 0001 0001") + "c00c 0001 0001 00000000 0000" + "00 0001 0001 00000000 0001 ff" +
@@ -28,7 +28,7 @@ TEST(DnsLayout, OfAMessageWithoutASignatureIsBare) {
               DnsLayout::bare);
 }
 
-TEST(DnsLayout, OfASignatureAtTheEndIsSigned) {
+TEST(DnsLayout, AMessageWithASignatureAtTheEndIsSigned) {
     SignaturePlace place;
     EXPECT_EQ(layoutOf(fromHex(header("0001 0000 0000 0001") + "0161 00 0001 0001" + signature), place),
               DnsLayout::hasSignature);

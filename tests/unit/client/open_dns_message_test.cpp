@@ -11,16 +11,17 @@ namespace {
 using namespace opentest;
 using namespace rdbopen;
 
-//  RFC 2136 section 2: zone, prerequisites, updates. All names except the zone's are pointers to earlier names.
+//  RFC 2136 section 2: an update has a zone, prerequisites and updates. All names except the zone's are pointers to
+//  earlier names.
 TEST(DnsUpdate, ExcludesAliasesThenDeletesEachSetThenAddsItsRecords) {
     const std::vector<RecordSet> sets{{"h.example.org", typeAaaa, {fromHex("20010db8000000000000000000000001")}},
                                       {"h.example.org", typeHttps, {fromHex("000100")}},
                                       {"_80._https.h.example.org", typeHttps, {}}};
     const std::string zone = "07 6578616d706c65 03 6f7267 00 0006 0001";
     const std::string expected = "1234 2800 0001 0001 0005 0000" + zone +                    //
-                                 "01 68 c00c 0005 00fe 00000000 0000" +                      // CNAME of h, none
-                                 "c01d 001c 00ff 00000000 0000" +                            // AAAA of h, all
-                                 "c01d 0041 00ff 00000000 0000" +                            // HTTPS of h, all
+                                 "01 68 c00c 0005 00fe 00000000 0000" +                      // h must have no CNAME
+                                 "c01d 001c 00ff 00000000 0000" +                            // delete all AAAA of h
+                                 "c01d 0041 00ff 00000000 0000" +                            // delete all HTTPS of h
                                  "03 5f3830 06 5f6874747073 c01d 0041 00ff 00000000 0000" +  //
                                  "c01d 001c 0001 0000003c 0010 20010db8000000000000000000000001" +
                                  "c01d 0041 0001 0000003c 0003 000100";
@@ -48,20 +49,20 @@ TEST(DnsUpdate, HasTheTtlOfTheUrl) {
     }
 }
 
-//  RFC 2136 section 2.4.3: zone, one prerequisite of class NONE, no updates.
-TEST(DnsUpdate, AsksWhetherTheZoneItselfLacksASet) {
+//  RFC 2136 section 2.4.3: the request has a zone, one prerequisite of class NONE, and no updates.
+TEST(DnsUpdate, CanRequireThatTheZoneItselfHasNoSuchRecordSet) {
     EXPECT_EQ(toHex(absenceMessage(0x1234, "example.org", "h.example.org", typeAaaa)),
               toHex(fromHex("1234 2800 0001 0001 0000 0000 07 6578616d706c65 03 6f7267 00 0006 0001"
                             "01 68 c00c 001c 00fe 00000000 0000")));
 }
 
-TEST(DnsQuery, AsksWithoutRecursion) {
+TEST(DnsQuery, RequestsNoRecursion) {
     EXPECT_EQ(toHex(queryMessage(0x1234, "example.org", typeSoa)),
               toHex(fromHex("1234 0000 0001 0000 0000 0000 07 6578616d706c65 03 6f7267 00 0006 0001")));
 }
 
 //  A record of 16 bytes with a compressed owner is 28 bytes long.
-TEST(DnsUpdate, UpTo65535BytesIsOneMessage) {
+TEST(DnsUpdate, HasAtMost65535Bytes) {
     RecordSet set{"h.example.org", typeAaaa, {DnsBytes(16)}};
     const std::size_t most = 1 + (65535 - updateMessage(1, "example.org", 60, {set})->size()) / 28;
     set.records.assign(most, DnsBytes(16));
@@ -94,7 +95,7 @@ bool holds(const std::vector<AnswerRecord>& answer, const std::vector<DnsBytes>&
     return packet.ok() && answerHolds(**packet, {"h.example.org", typeHttps, expected});
 }
 
-TEST(DnsAnswer, HoldsASetWhenItHasExactlyItsRecordsInAnyOrder) {
+TEST(DnsAnswer, MatchesASetIfItHasExactlyItsRecordsInAnyOrder) {
     const DnsBytes a = fromHex("0001 00 0006 0010 20010db8000000000000000000000001");
     const DnsBytes b = fromHex("0002 00 0003 0002 20fb");
     const AnswerRecord first{"h.example.org", typeHttps, a};
@@ -108,7 +109,7 @@ TEST(DnsAnswer, HoldsASetWhenItHasExactlyItsRecordsInAnyOrder) {
     EXPECT_FALSE(holds({}, {a}));
 }
 
-TEST(DnsAnswer, RecordsOfAnotherNameOrTypeDoNotCount) {
+TEST(DnsAnswer, RecordsOfAnotherNameOrTypeAreIgnored) {
     const DnsBytes a = fromHex("0001 00");
     EXPECT_FALSE(holds({{"g.example.org", typeHttps, a}}, {a}));
     EXPECT_FALSE(holds({{"h.example.org", 64, a}}, {a}));

@@ -45,7 +45,7 @@ const std::string port8443 = "0003000220fb";
 const std::string port80 = "000300020050";
 const std::string hint = "0006";  // followed by its length
 
-TEST(DnsRecords, WithoutPortsAreAddressesOnly) {
+TEST(DnsRecords, WithoutPortsThereAreOnlyAddressRecords) {
     EXPECT_EQ(lines(recordSets("host1.example.org", addresses(2), {})),
               (Lines{"host1.example.org 28 " + one + " " + two, "host1.example.org 65"}));
 }
@@ -56,13 +56,13 @@ TEST(DnsRecords, Port443IsServedAtTheName) {
                      "host1.example.org 65 " + first + hint + "0020" + one + two}));
 }
 
-TEST(DnsRecords, AnotherPortIsServedAtItsNameBesidePort443) {
+TEST(DnsRecords, WithPort443AnotherPortIsServedAtItsOwnName) {
     EXPECT_EQ(lines(recordSets("host1.example.org", addresses(1), {443, 8443})),
               (Lines{"host1.example.org 28 " + one, "host1.example.org 65 " + first + hint + "0010" + one,
                      "_8443._https.host1.example.org 65 0001" + target + hint + "0010" + one}));
 }
 
-TEST(DnsRecords, OtherPortsAloneAreServedAtTheNameInTheirOrder) {
+TEST(DnsRecords, WithoutPort443OtherPortsAreServedAtTheHostNameInOrder) {
     EXPECT_EQ(lines(recordSets("host1.example.org", addresses(1), {8443, 80})),
               (Lines{"host1.example.org 28 " + one,
                      "host1.example.org 65 " + first + port8443 + hint + "0010" + one + " " + second + port80 + hint +
@@ -90,7 +90,7 @@ TEST(DnsRecords, IPv4AddressesAreNeverPublished) {
     EXPECT_EQ(publishedAddresses({"192.0.2.1", "2001:db8::1"}, {}, {}), addresses(1));
 }
 
-TEST(DnsRecords, AnAddressInTwoWritingsIsPublishedOnce) {
+TEST(DnsRecords, AnAddressInTwoNotationsIsPublishedOnce) {
     EXPECT_EQ(publishedAddresses({"2001:db8::1", "2001:DB8:0::1"}, {}, {}), addresses(1));
 }
 
@@ -123,7 +123,7 @@ TEST(DnsRecords, AddressesAreSkippedByTheirFlagsOnRequest) {
     EXPECT_EQ(kept(true, true), "15");
 }
 
-TEST(DnsRecords, TheNameIsTheZonesOrBelowItOrStandsForOneInIt) {
+TEST(DnsRecords, TheNameIsTheZonesOrBelowItOrIsCompletedByTheZone) {
     const struct {
         const char* name;
         const char* full;  // null if the zone does not contain it

@@ -19,7 +19,7 @@ std::string requestNamed(const std::string& name) {
     return requestWith("{\"name\":\"" + name + "\"}");
 }
 
-TEST(DnsRequest, TheServicesRequestIsUnderstood) {
+TEST(DnsRequest, ARequestOfTheServiceIsParsed) {
     DnsRequest request;
     ASSERT_EQ(parseDnsRequest("{\"request\":\"ws_dnsupdate\",\"seqno\":5,\"item\":{\"name\":\"host1\",\"ipv6s\":"
                               "[\"2001:db8::1\",\"2001:db8::2\"],\"ipv6\":\"2001:db8::1\",\"httpsports\":[443,8443]}}",
@@ -40,20 +40,20 @@ TEST(DnsRequest, Ipv4ComesBeforeIpv6) {
     EXPECT_EQ(request.addresses, (std::vector<std::string>{"192.0.2.1", "::1"}));
 }
 
-TEST(DnsRequest, AnAddressIsTakenOnce) {
+TEST(DnsRequest, ARepeatedAddressIsUsedOnce) {
     DnsRequest request;
     ASSERT_EQ(parseDnsRequest(requestWith("{\"name\":\"h\",\"ipv6s\":[\"::1\",\"::2\",\"::1\"]}"), request).reason, "");
     EXPECT_EQ(request.addresses, (std::vector<std::string>{"::1", "::2"}));
 }
 
-TEST(DnsRequest, PortsAreTakenOnceInTheirOrder) {
+TEST(DnsRequest, RepeatedPortsAreUsedOnceInTheirOrder) {
     DnsRequest request;
     ASSERT_EQ(parseDnsRequest(requestWith("{\"name\":\"h\",\"httpsports\":[8443,443,8443,1,65535]}"), request).reason,
               "");
     EXPECT_EQ(request.httpsPorts, (std::vector<std::uint16_t>{8443, 443, 1, 65535}));
 }
 
-TEST(DnsRequest, WhatIsNoPortListIsRefused) {
+TEST(DnsRequest, AnInvalidPortListIsRefused) {
     for (const char* list :
          {"443", "{}", "[0]", "[65536]", "[-1]", "[1.5]", "[\"443\"]", "[null]", "[18446744073709551616]"})
         EXPECT_EQ(refusalOf(requestWith("{\"name\":\"h\",\"httpsports\":" + std::string(list) + "}")),
@@ -65,7 +65,7 @@ TEST(DnsRequest, TheListsMayBeMissing) {
     EXPECT_EQ(refusalOf(requestWith("{\"name\":\"h\"}")), "");
 }
 
-TEST(DnsRequest, TextsThatAreNoRequestAreRefused) {
+TEST(DnsRequest, InvalidRequestsAreRefused) {
     for (const std::string text : {"", "x", "{", "[]", "1", "null", "{}", "{\"seqno\":1}", "{\"seqno\":\"1\"}",
                                    "{\"seqno\":1.5}", "{\"seqno\":1,\"request\":5}", "{\"seqno\":1,\"request\":\"x\"}",
                                    "{\"request\":\"ws_dnsupdate\",\"item\":{\"name\":\"h\"}}",
@@ -96,12 +96,12 @@ TEST(DnsRequest, HostNamesAreLettersDigitsHyphensUnderscoresAndDots) {
         EXPECT_NE(refusalOf(requestNamed(name)), "") << name;
 }
 
-TEST(DnsRequest, ALabelOf63CharactersIsTakenAnd64IsRefused) {
+TEST(DnsRequest, ALabelOf63CharactersIsAcceptedAnd64IsRefused) {
     EXPECT_EQ(refusalOf(requestNamed(std::string("b.").append(63, 'a'))), "");
     EXPECT_NE(refusalOf(requestNamed(std::string("b.").append(64, 'a'))), "");
 }
 
-TEST(DnsRequest, ANameOf253CharactersIsTakenAnd254IsRefused) {
+TEST(DnsRequest, ANameOf253CharactersIsAcceptedAnd254IsRefused) {
     std::string label(63, 'a');
     label.back() = '.';
     const std::string name = label + label + label + label;  // 252
@@ -125,7 +125,7 @@ TEST(DnsReply, AnUnknownSequenceNumberIsNull) {
     EXPECT_EQ(dnsReply(std::nullopt, 1013, "x"), "{\"seqno\":null,\"code\":1013,\"message\":\"x\"}");
 }
 
-TEST(DnsReply, AMessageThatIsNotUtf8IsStillJson) {
+TEST(DnsReply, AReplyWhoseMessageIsNotUtf8IsStillValidJson) {
     EXPECT_EQ(dnsReply(1, 2, "a\"\xff"), "{\"seqno\":1,\"code\":2,\"message\":\"a\\\"\xef\xbf\xbd\"}");
 }
 

@@ -12,7 +12,7 @@ namespace {
 
 using namespace opentest;
 
-//  The server's thread blocks the signal, so that the test's thread gets it.
+//  The server's thread blocks SIGALRM, so that the test's thread receives the signal.
 std::unique_ptr<DnsServer> serverOf(const DnsServer::Script& script) {
     sigset_t alarm;
     sigemptyset(&alarm);
@@ -39,8 +39,8 @@ void roundOf(const std::string& url, int microseconds) {
     while (interrupted == 0 && std::chrono::steady_clock::now() < until)
         rdb_callmsg(handle, text.data(), static_cast<std::int32_t>(text.size()), ignoreReply, nullptr);
     const bool inTime = interrupted != 0;
-    rdb_destory(handle);          // in case the handler has not
-    ASSERT_TRUE(workersEnded());  // because the callback writes to events
+    rdb_destory(handle);          // needed if the handler did not run
+    ASSERT_TRUE(workersEnded());  // the callback writes to events, so it must have ended
     ASSERT_TRUE(inTime);
     const bool ended = result == rdbopen::errorClosed || result == rdbopen::errorBadHandle;
     ASSERT_TRUE(result == 0 || ended) << result;
@@ -58,7 +58,7 @@ TEST(DnsSignalHandler, MayDisconnectAndDestroyAtAnyMoment) {
     EXPECT_GT(server->connections(), 0);
 }
 
-TEST(DnsSignalHandler, MayDisconnectAndDestroyWhileTheServerHoldsAnAnswerBack) {
+TEST(DnsSignalHandler, MayDisconnectAndDestroyWhileTheServerDelaysAnAnswer) {
     for (const unsigned held : {0U, opcodeUpdate}) {
         std::atomic<bool> asked{false};
         const auto server = serverOf([held, &asked](const SeenRequest& seen) {
@@ -68,7 +68,7 @@ TEST(DnsSignalHandler, MayDisconnectAndDestroyWhileTheServerHoldsAnAnswerBack) {
             kill(getpid(), SIGALRM);  // only the test's thread receives it
             return Reaction{{}, Reaction::Then::keepSilent};
         });
-        constexpr int never = 0;  // the timer is not started
+        constexpr int never = 0;  // 0: the timer is not started
         ASSERT_NO_FATAL_FAILURE(roundOf(server->url(), never)) << held;
         EXPECT_TRUE(asked) << held;
     }

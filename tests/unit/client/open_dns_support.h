@@ -1,5 +1,5 @@
-//  DNS for tests: messages that are built byte by byte and signed without the code under test, and a server on loopback
-//  that answers as in its script.
+//  DNS for tests: messages that are built byte by byte and signed without the code under test; and a server on loopback
+//  that answers according to a script.
 #ifndef TESTS_UNIT_OPEN_DNS_SUPPORT_H
 #define TESTS_UNIT_OPEN_DNS_SUPPORT_H
 
@@ -16,7 +16,7 @@ using rdbopen::DnsBytes;
 
 inline constexpr const char* testSecret = "MTIzNDU2Nzg5MDEyMzQ1Njc4OTAxMjM0NTY3ODkwMTI=";
 
-//  The key of all tests.
+//  The key that all tests use.
 rdbopen::TsigKey testKey(const std::string& algorithm = "hmac-sha256");
 
 //  Returns bytes from hexadecimal digits; blanks are ignored.
@@ -30,7 +30,7 @@ struct Signing {
     std::uint16_t fudge = 300;
     unsigned error = 0;
     DnsBytes other;
-    bool empty = false;  // without a MAC
+    bool empty = false;  // the signature has no MAC
 };
 
 //  Returns message with a signature appended. mac: the request's MAC, preceded by its length; may be empty.
@@ -45,7 +45,7 @@ struct AnswerRecord {
     DnsBytes data;
 };
 
-//  Returns an authoritative answer with this id and opcode, without question and signature.
+//  Returns an authoritative answer with this id and opcode. It has no question and no signature.
 DnsBytes plainAnswer(unsigned id, unsigned opcode, unsigned rcode, const std::vector<AnswerRecord>& records = {});
 
 //  A request as received by a server.
@@ -69,15 +69,15 @@ AnswerRecord soaOf(const std::string& zone);
 //  Returns message preceded by its length.
 DnsBytes framed(const DnsBytes& message);
 
-//  A server's reaction to a request: sends bytes unchanged, then continues, closes the connection, or keeps it open
-//  without answering.
+//  A server's reaction to a request. The server sends bytes unchanged; then it continues, closes the connection, or
+//  keeps the connection open without answering.
 struct Reaction {
     enum class Then { goOn, end, keepSilent };
     DnsBytes bytes;
     Then then = Then::goOn;
 };
 
-//  Serves one connection at a time. The destructor ends all.
+//  Serves one connection at a time. The destructor closes the connection and ends the server's thread.
 class DnsServer {
 public:
     using Script = std::function<Reaction(const SeenRequest&)>;

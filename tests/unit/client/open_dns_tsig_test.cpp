@@ -1,5 +1,5 @@
-//  Authentication of answers. The test builds and signs them; only an answer whose signature includes the request is
-//  authentic.
+//  Authentication of answers. The test builds and signs the answers. An answer is authentic only if its signature
+//  covers the request.
 #include "dns/tsig.h"
 
 #include "dns/words.h"
@@ -61,7 +61,7 @@ TEST(TsigRequest, CannotBeSignedWithoutASecret) {
     EXPECT_FALSE(signRequest(queryMessage(1, "a", 1), {"key1", "hmac-md5", testSecret}, 0).ok());
 }
 
-TEST(TsigAnswer, SignedOverTheRequestIsAuthentic) {
+TEST(TsigAnswer, AnAnswerSignedWithTheRequestsMacIsAuthentic) {
     for (const char* const algorithm : {"hmac-sha1", "hmac-sha256", "hmac-sha384", "hmac-sha512"}) {
         const TsigKey key = testKey(algorithm);
         const SignedRequest request = requestWith(key);
@@ -77,7 +77,7 @@ TEST(TsigAnswer, ASignedErrorCodeIsAuthentic) {
     EXPECT_EQ(rcodeOf(**answer), 5U);
 }
 
-TEST(TsigAnswer, UnsignedIsNeverAuthentic) {
+TEST(TsigAnswer, AnUnsignedAnswerIsNeverAuthentic) {
     const SignedRequest request = requestWith();
     for (unsigned rcode = 0; rcode < 16; ++rcode)
         EXPECT_EQ(read(answerFor(request, rcode), request).status().code, errorBackendFailed) << rcode;
@@ -86,7 +86,7 @@ TEST(TsigAnswer, UnsignedIsNeverAuthentic) {
               "the answer is not signed (SERVFAIL: the server failed; its log says why)");
 }
 
-TEST(TsigAnswer, WithoutASignatureNotAuthAndRefusedMayMeanTheKey) {
+TEST(TsigAnswer, UnsignedNotAuthAndRefusedMayMeanAWrongKey) {
     const SignedRequest request = requestWith();
     const std::string key = "the key's name, algorithm or secret is wrong, or ";
     const std::string not_auth = "the server is not the primary of the zone";
@@ -107,7 +107,7 @@ TEST(TsigAnswer, NotAuthAndRefusedMeanTheWrongServer) {
     }
 }
 
-TEST(TsigAnswer, AnEmptySignatureIsARefusalForBadKeyAndBadSigOnly) {
+TEST(TsigAnswer, AnEmptySignatureIsARefusalOnlyForBadKeyAndBadSig) {
     const SignedRequest request = requestWith();
     Signing signing = signingFor(request);
     signing.empty = true;
@@ -120,7 +120,7 @@ TEST(TsigAnswer, AnEmptySignatureIsARefusalForBadKeyAndBadSigOnly) {
         }
 }
 
-TEST(TsigAnswer, ASignedErrorOfTheSignatureIsARefusalInWords) {
+TEST(TsigAnswer, ASignedTsigErrorIsARefusalWithAText) {
     const SignedRequest request = requestWith();
     Signing signing = signingFor(request);
     const struct {
@@ -153,7 +153,7 @@ TEST(TsigAnswer, BadTimeReportsWhichClockIsAhead) {
               "BADTIME: the clocks differ, the server's is 301 s behind");
 }
 
-TEST(TsigAnswer, CountsUpToTheFudgeAwayAndNotBeyond) {
+TEST(TsigAnswer, IsValidOnlyWithinTheFudgeOfItsTime) {
     const SignedRequest request = requestWith();
     Signing signing = signingFor(request);
     for (const std::int64_t away : {-301, -300, 0, 300, 301}) {
@@ -164,7 +164,7 @@ TEST(TsigAnswer, CountsUpToTheFudgeAwayAndNotBeyond) {
     EXPECT_EQ(readSigned(request, signing).status().reason, "the answer was signed at another time, 301 s away");
 }
 
-//  Servers compress the key's name if it already occurs in the message.
+//  A server compresses the key's name if the name already occurs in the message.
 TEST(TsigAnswer, MayPointToTheKeysName) {
     const SignedRequest request = requestWith();
     const DnsBytes bare = plainAnswer(request.id, 0, 0, {{"key1", typeText, fromHex("03 616263")}});
@@ -180,7 +180,7 @@ TEST(TsigAnswer, MayPointToTheKeysName) {
     EXPECT_EQ(read(message, request).status().code, errorBackendFailed);
 }
 
-TEST(TsigAnswer, OfAnotherKeyIsNeverAuthentic) {
+TEST(TsigAnswer, AnAnswerSignedWithAnotherKeyIsNeverAuthentic) {
     const SignedRequest request = requestWith();
     const TsigKey others[] = {{"key2", "hmac-sha256", testSecret},
                               {"key1", "hmac-sha512", testSecret},
@@ -190,7 +190,7 @@ TEST(TsigAnswer, OfAnotherKeyIsNeverAuthentic) {
                   "the signature of the answer is wrong");
 }
 
-TEST(TsigAnswer, SignedOverAnotherRequestIsNeverAuthentic) {
+TEST(TsigAnswer, AnAnswerSignedForAnotherRequestIsNeverAuthentic) {
     const SignedRequest request = requestWith();
     DnsBytes mac = request.mac;
     mac.back() ^= 1;
@@ -200,8 +200,8 @@ TEST(TsigAnswer, SignedOverAnotherRequestIsNeverAuthentic) {
               errorBackendFailed);
 }
 
-//  The primary answered with the forwarder's ID, which the forwarder has replaced by the request's.
-TEST(TsigAnswer, ForwardedIsAuthenticByItsOriginalId) {
+//  The primary server answered with the forwarder's ID. The forwarder has replaced this ID by that of the request.
+TEST(TsigAnswer, AForwardedAnswerIsAuthenticByItsOriginalId) {
     const SignedRequest request = requestWith();
     for (const unsigned forwarders : {4712U, 4711U ^ 0xffffU}) {
         const DnsBytes bare = plainAnswer(forwarders, 0, 0, {{"host1.example.org", typeText, fromHex("03 616263")}});
@@ -215,7 +215,7 @@ TEST(TsigAnswer, ForwardedIsAuthenticByItsOriginalId) {
     }
 }
 
-TEST(TsigAnswer, WithAnyHeaderFieldWrongIsNeverAuthentic) {
+TEST(TsigAnswer, AnAnswerWithAWrongHeaderFieldIsNeverAuthentic) {
     const SignedRequest request = requestWith();
     const struct {
         std::size_t at;
@@ -235,8 +235,8 @@ TEST(TsigAnswer, WithAnyHeaderFieldWrongIsNeverAuthentic) {
     }
 }
 
-//  A letter of the key's or algorithm's name may change its case: the names are signed in lower case (RFC 8945 section
-//  4.3.3).
+//  The case of a letter in the key's or the algorithm's name may change, because both names are signed in lower case
+//  (RFC 8945 section 4.3.3).
 bool onlyChangesCase(const DnsBytes& message, std::size_t signature, std::size_t at, int bit) {
     constexpr std::size_t keyFirst = 1;
     constexpr std::size_t keyLast = 4;
@@ -248,7 +248,7 @@ bool onlyChangesCase(const DnsBytes& message, std::size_t signature, std::size_t
     return inName && bit == 5 && std::isalpha(message[at]) != 0;
 }
 
-TEST(TsigAnswer, WithAnyBitFlippedIsNeverAuthentic) {
+TEST(TsigAnswer, AnAnswerWithAnInvertedBitIsNeverAuthentic) {
     const SignedRequest request = requestWith();
     const DnsBytes bare = answerFor(request);
     const DnsBytes message = signMessage(bare, request.mac, signingFor(request));
@@ -261,7 +261,7 @@ TEST(TsigAnswer, WithAnyBitFlippedIsNeverAuthentic) {
         }
 }
 
-TEST(TsigAnswer, TruncatedOrWithMoreAfterItIsNeverAuthentic) {
+TEST(TsigAnswer, ATruncatedOrExtendedAnswerIsNeverAuthentic) {
     const SignedRequest request = requestWith();
     const DnsBytes message = signMessage(answerFor(request), request.mac, signingFor(request));
     for (std::size_t size = 0; size < message.size(); ++size)
@@ -275,14 +275,14 @@ TEST(TsigAnswer, TruncatedOrWithMoreAfterItIsNeverAuthentic) {
     EXPECT_EQ(read(longer, request).status().code, errorBackendFailed);
 }
 
-TEST(TsigAnswer, WithTwoSignaturesIsNeverAuthentic) {
+TEST(TsigAnswer, AnAnswerWithTwoSignaturesIsNeverAuthentic) {
     const SignedRequest request = requestWith();
     const Signing signing = signingFor(request);
     const DnsBytes twice = signMessage(signMessage(answerFor(request), request.mac, signing), request.mac, signing);
     EXPECT_EQ(read(twice, request).status().reason, "the answer is malformed");
 }
 
-TEST(DnsWords, EachCodeHasWords) {
+TEST(DnsWords, EachCodeHasAText) {
     const struct {
         unsigned code;
         const char* text;

@@ -12,7 +12,7 @@ Result<DnsZone> parse(const std::string& text) {
     return url.ok() ? parseDnsZone(*url) : url.status();
 }
 
-TEST(DnsZoneUrl, HasDefaultsForEverythingButServerAndZone) {
+TEST(DnsZoneUrl, HasDefaultsForAllPartsExceptServerAndZone) {
     const Result<DnsZone> result = parse("dns://ns.example.org/example.org");
     ASSERT_TRUE(result.ok()) << result.status().reason;
     EXPECT_EQ(result->server.host, "ns.example.org");
@@ -24,7 +24,7 @@ TEST(DnsZoneUrl, HasDefaultsForEverythingButServerAndZone) {
     EXPECT_EQ(result->check, std::chrono::seconds(60));
 }
 
-TEST(DnsZoneUrl, TakesEachOption) {
+TEST(DnsZoneUrl, AcceptsEachOption) {
     const Result<DnsZone> result = parse("dns://[2001:db8::53]:5353/example.org?check=0&skip=deprecated,ula,temporary"
                                          "&algorithm=hmac-sha512&ttl=2147483647");
     ASSERT_TRUE(result.ok()) << result.status().reason;
@@ -36,21 +36,22 @@ TEST(DnsZoneUrl, TakesEachOption) {
     EXPECT_EQ(result->check, std::chrono::seconds(0));
 }
 
-TEST(DnsZoneUrl, TakesEachAlgorithm) {
+TEST(DnsZoneUrl, AcceptsEachAlgorithm) {
     for (const std::string algorithm : {"hmac-sha1", "hmac-sha256", "hmac-sha384", "hmac-sha512"})
         EXPECT_EQ(parse("dns://s/z?algorithm=" + algorithm)->algorithm, algorithm);
 }
 
-TEST(DnsZoneUrl, TheZoneIsTakenInLowerCaseAndWithoutItsLastDot) {
+TEST(DnsZoneUrl, TheZoneIsStoredInLowerCaseWithoutItsLastDot) {
     EXPECT_EQ(parse("dns://s/Example.ORG.")->zone, "example.org");
 }
 
-TEST(DnsZoneUrl, WhatIsNotOneIsRefusedWithTheReason) {
+TEST(DnsZoneUrl, AnInvalidUrlIsRefusedWithAReason) {
     const std::string ttl = "malformed url: ttl is a number of seconds from 0 to 2147483647";
     const std::string check = "malformed url: check is a number of seconds from 0 to 86400";
     const std::string skip = "malformed url: skip is a list of ula, temporary and deprecated, each once";
     const std::string algorithm = "malformed url: algorithm is hmac-sha1, hmac-sha256, hmac-sha384 or hmac-sha512";
-    const std::string options = "malformed url: the options are ttl, algorithm, skip and check";  // without the url
+    const std::string options =
+        "malformed url: the options are ttl, algorithm, skip and check";  // the message does not quote the url
     const std::string zone = "malformed url: it names no zone, as in dns://SERVER/ZONE";
     const std::pair<std::string, std::string> rows[] = {
         {"dns:///z", "malformed url: it names no server"},
@@ -88,7 +89,7 @@ TEST(DnsZoneUrl, WhatIsNotOneIsRefusedWithTheReason) {
     }
 }
 
-TEST(DnsName, HasLabelsOfUpTo63And253CharactersInAll) {
+TEST(DnsName, HasLabelsOfAtMost63AndAtMost253CharactersInTotal) {
     const std::string label(63, 'a');
     const std::string longest = label + "." + label + "." + label + "." + std::string(61, 'a');
     for (const std::string& name : {std::string("a"), std::string("A-b_c.9"), label, longest})

@@ -1,4 +1,5 @@
-//  A signal handler calls exit(0) after rdb_disconnect and rdb_destory while workers run, like the service at its end.
+//  A signal handler calls rdb_disconnect, rdb_destory and exit(0) while workers run, as the service does when a signal
+//  ends it.
 #include "open_fake_backend.h"
 
 #include <csignal>
@@ -6,7 +7,8 @@
 #include <gtest/gtest.h>
 #include <sys/time.h>
 
-//  exit runs the test program's destructors inside the handler; these reports of the thread sanitizer are switched off.
+//  exit runs the test program's destructors inside the handler. The thread sanitizer reports this, so these reports are
+//  switched off.
 extern "C" const char* __tsan_default_options() {
     return "report_signal_unsafe=0";
 }
@@ -33,7 +35,7 @@ void interruptIn(int microseconds) {
     setitimer(ITIMER_REAL, &timer, nullptr);
 }
 
-//  Makes calls in an endless loop, so that the workers are in various states.
+//  Makes calls in an endless loop, so that the signal finds the workers in various states.
 void work(int handle, int other) {
     const RdbSnapshot record = recordOf("t", "v");
     for (;;) {

@@ -1,4 +1,4 @@
-//  A back end controlled by the test.
+//  A back end whose results the test determines.
 #ifndef TESTS_UNIT_OPEN_FAKE_BACKEND_H
 #define TESTS_UNIT_OPEN_FAKE_BACKEND_H
 
@@ -14,25 +14,25 @@
 
 namespace opentest {
 
-//  Outlives the back end, which the worker owns.
+//  The state that the test and the back end share. It outlives the back end, which the worker owns.
 struct Script {
     std::mutex mutex;
-    std::deque<rdbopen::Status> opens;     // outcomes of the next opens, then success
-    std::deque<rdbopen::Status> requests;  // outcomes of the next requests, then success
+    std::deque<rdbopen::Status> opens;     // results of the next opens; further opens succeed
+    std::deque<rdbopen::Status> requests;  // results of the next requests; further requests succeed
     std::atomic<bool> hold{false};         // a request waits while this is true
-    std::atomic<int> silent{-1};           // a descriptor for which a request waits through the waiter, for an hour
+    std::atomic<int> silent{-1};           // if not -1, a request waits for this descriptor for up to an hour
     std::atomic<int> opened{0};
     std::atomic<int> closed{0};
     std::atomic<int> served{0};
     std::atomic<bool> messages{true};
     std::atomic<int> watched{-1};        // descriptor
-    std::atomic<bool> takesByte{false};  // a probe reads a byte from it, if available
-    std::atomic<int> checkSeconds{0};    // interval
-    std::deque<rdbopen::Status> probes;  // outcomes of the next probes, then success
-    std::deque<rdbopen::Status> checks;  // outcomes of the next checks, then success
-    std::atomic<int> checkWaits{-1};     // a descriptor from which a check reads a byte; waits for it for an hour
+    std::atomic<bool> takesByte{false};  // a probe reads a byte from the watched descriptor, if available
+    std::atomic<int> checkSeconds{0};    // interval of checks
+    std::deque<rdbopen::Status> probes;  // results of the next probes; further probes succeed
+    std::deque<rdbopen::Status> checks;  // results of the next checks; further checks succeed
+    std::atomic<int> checkWaits{-1};     // if not -1, a check waits up to an hour for a byte from this descriptor
     std::atomic<int> checksBegun{0};
-    std::atomic<bool> checksArePreemptible{true};  // a check does
+    std::atomic<bool> checksArePreemptible{true};  // calls may interrupt a check
     std::vector<std::string> made;                 // descriptions of the requests
     std::atomic<int> probed{0};
 
@@ -116,7 +116,7 @@ private:
         [[maybe_unused]] const auto taken = read(descriptor, &byte, 1);
     }
 
-    //  A wait that does not end with "ready" is a failure.
+    //  If the wait ends with any result except "ready", the check fails.
     rdbopen::Status check() {
         const int descriptor = script_->checkWaits;
         ++script_->checksBegun;

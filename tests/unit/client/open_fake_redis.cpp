@@ -12,7 +12,7 @@ namespace opentest {
 
 namespace {
 
-//  It is no test failure if the client has closed the connection.
+//  The client may have closed the connection. That is not a failure of the test.
 void writeAll(int descriptor, const std::string& bytes) {
     std::size_t done = 0;
     while (done < bytes.size()) {
@@ -108,7 +108,7 @@ int FakeRedis::connections() {
     return accepted_;
 }
 
-//  Updates its list of connections often enough for those that the test has closed.
+//  Updates the list of connections often enough to notice connections that the test has closed.
 void FakeRedis::run() {
     for (;;) {
         std::vector<pollfd> waited{{stop_[0], POLLIN, 0}, {listener_, POLLIN, 0}};

@@ -1,5 +1,5 @@
 //  A Redis server on a free loopback port with scripted answers. Without a script it answers like an empty server that
-//  accepts everything; it stores nothing.
+//  accepts every command. It stores nothing.
 //
 //  It uses only read(2) and write(2), so that a test can make the library's socket calls fail.
 #ifndef TESTS_UNIT_OPEN_FAKE_REDIS_H

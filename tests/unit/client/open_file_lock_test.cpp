@@ -1,4 +1,4 @@
-//  Uses a virtual clock, which each sleep advances.
+//  These tests use a virtual clock that advances only by sleeping.
 #include "files/lock.h"
 
 #include "open_support.h"
@@ -71,7 +71,7 @@ TEST_F(FileLock_, ASecondLockFailsAtItsLimit) {
     EXPECT_EQ(virtualNow, 7000);
 }
 
-TEST_F(FileLock_, ASecondOneIsTakenWhenTheFirstIsReleased) {
+TEST_F(FileLock_, ASecondLockIsTakenWhenTheFirstIsReleased) {
     auto first = std::make_unique<FileLock>();
     ASSERT_EQ(first->acquire(path, milliseconds(2000)).code, rdbopen::errorNone);
     onSleep = [&] {
@@ -83,7 +83,7 @@ TEST_F(FileLock_, ASecondOneIsTakenWhenTheFirstIsReleased) {
     EXPECT_EQ(virtualNow, 5500);
 }
 
-TEST_F(FileLock_, ALockOnARemovedFileIsTakenAgainOnTheNextFile) {
+TEST_F(FileLock_, IfTheLockedFileWasRemovedTheNewFileIsLocked) {
     auto first = std::make_unique<FileLock>();
     ASSERT_EQ(first->acquire(path, milliseconds(2000)).code, rdbopen::errorNone);
     onSleep = [&] {
@@ -97,7 +97,7 @@ TEST_F(FileLock_, ALockOnARemovedFileIsTakenAgainOnTheNextFile) {
     EXPECT_EQ(third.acquire(path, milliseconds(100)).reason, errorText(EWOULDBLOCK));
 }
 
-TEST_F(FileLock_, AMissingFolderIsItsError) {
+TEST_F(FileLock_, AMissingFolderIsReported) {
     FileLock lock;
     EXPECT_EQ(lock.acquire(folder.file("no/lock"), milliseconds(2000)).reason, errorText(ENOENT));
 }

@@ -1,4 +1,4 @@
-//  resolveFile. The tests in shared folders create files and links of other users, so they run as root.
+//  Tests of resolveFile. The tests in shared folders create files and links of other users, so they must run as root.
 #include "files/path.h"
 
 #include "open_support.h"
@@ -28,7 +28,7 @@ protected:
     FilePlace place;
 };
 
-TEST_F(FilePath, APathWithoutLinksStaysAsItIs) {
+TEST_F(FilePath, APathWithoutLinksIsUnchanged) {
     EXPECT_EQ(resolve(folder.file("a/b/new")), "");
     EXPECT_EQ(place.path(), folder.file("a/b/new"));
     EXPECT_EQ(place.temporary(), folder.file("a/b/.new.addrpubd.tmp"));
@@ -40,7 +40,7 @@ TEST_F(FilePath, AFileInTheRootIsResolved) {
     EXPECT_EQ(place.path(), "/new");
 }
 
-TEST_F(FilePath, DotsAndDoubledSlashesAreTakenAway) {
+TEST_F(FilePath, DotsAndDoubledSlashesAreRemoved) {
     EXPECT_EQ(resolve(folder.file("a//./b/..//../a/b/new")), "");
     EXPECT_EQ(place.path(), folder.file("a/b/new"));
     EXPECT_EQ(resolve("/../../new"), "");
@@ -57,7 +57,7 @@ TEST_F(FilePath, LinksToFilesAndFoldersAreFollowed) {
     }
 }
 
-TEST_F(FilePath, TwoDotsAfterALinkLeaveItsTarget) {
+TEST_F(FilePath, TwoDotsAfterALinkMeanTheParentOfItsTarget) {
     link("a/b", "near");
     EXPECT_EQ(resolve(folder.file("near/../new")), "");
     EXPECT_EQ(place.path(), folder.file("a/new"));
@@ -71,7 +71,7 @@ TEST_F(FilePath, ALoopOfLinksIsAFailure) {
         EXPECT_NE(resolve(folder.file(name)).find(errorText(ELOOP)), std::string::npos) << name;
 }
 
-TEST_F(FilePath, WhatIsNoFileInAFolderIsAFailure) {
+TEST_F(FilePath, APathWithoutAFolderAndAFileNameIsAFailure) {
     writeText(folder.file("file"), "");
     link("a/", "folder");
     for (const auto& [path, error] :
@@ -80,7 +80,7 @@ TEST_F(FilePath, WhatIsNoFileInAFolderIsAFailure) {
         EXPECT_NE(resolve(folder.file(path)).find(errorText(error)), std::string::npos) << path << ' ' << place.path();
 }
 
-//  The folder of the link, the owner of the folder, and the owner of the link.
+//  A link: its folder, the owner of the folder, and the owner of the link.
 struct Link {
     const char* name;
     mode_t mode;
@@ -116,7 +116,7 @@ TEST_P(FilePathLink, IsFollowedToAFileAndToAFolderOrRefused) {
     }
 }
 
-TEST_P(FilePathLink, HasTheSameRightsThroughALinkOfOurOwn) {
+TEST_P(FilePathLink, IsCheckedAlsoAfterAPermittedLink) {
     link("shared/folder", "own");
     EXPECT_EQ(resolve(folder.file("own/b/new")).empty(), GetParam().followed);
 }
@@ -136,13 +136,13 @@ constexpr Link links[] = {
 INSTANTIATE_TEST_SUITE_P(EachLink, FilePathLink, testing::ValuesIn(links),
                          [](const auto& test) { return test.param.name; });
 
-TEST_F(FilePath, TheFirstSharedFolderOnTheWayIsNamed) {
+TEST_F(FilePath, TheFirstSharedFolderOfThePathIsReported) {
     resolve(folder.file("a/b/new"));
     EXPECT_EQ(place.shared, "/tmp/");
 }
 
-//  The folder of the other tests is in the shared folder /tmp; this one is in the working directory of the tests.
-TEST_F(FilePath, OfTwoSharedFoldersTheUpperOneIsNamed) {
+//  The other tests use a folder in the shared folder /tmp. This test uses a folder in its working directory.
+TEST_F(FilePath, OfTwoSharedFoldersTheUpperOneIsReported) {
     const std::string here = std::filesystem::current_path().string() + "/shared." + std::to_string(getpid());
     std::filesystem::create_directories(here + "/a/more");
     ASSERT_EQ(chmod((here + "/a/more").c_str(), 01777), 0);
@@ -158,7 +158,7 @@ TEST_F(FilePath, OfTwoSharedFoldersTheUpperOneIsNamed) {
     EXPECT_EQ(seen, outer.empty() ? here + "/a/|" + here + "/a/||" : outer + "|" + outer + "|" + outer + "|");
 }
 
-TEST_F(FilePath, APathWithoutASharedFolderNamesNone) {
+TEST_F(FilePath, APathWithoutASharedFolderReportsNoFolder) {
     resolve("/etc/new");
     EXPECT_EQ(place.shared, "");
 }

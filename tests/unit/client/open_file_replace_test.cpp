@@ -12,7 +12,7 @@
 
 namespace {
 
-//  Makes one call fail: the number-th call of the named function, from 1.
+//  Makes one call fail: call number n of the named function, counted from 1.
 struct Failure {
     const char* function = "";
     int number = 0;
@@ -20,7 +20,7 @@ struct Failure {
 };
 Failure failure;
 int shortWrite = 0;                 // maximum number of bytes per write, 0 for no limit
-std::function<void()> beforeFsync;  // simulates the actions of another process
+std::function<void()> beforeFsync;  // simulates what another process does meanwhile
 std::vector<std::string> trace;
 
 bool fails(const char* function) {
@@ -109,7 +109,7 @@ TEST_F(FileReplace, TheFileIsFlushedBeforeTheRenameAndTheFolderAfterIt) {
     EXPECT_EQ(trace, (std::vector<std::string>{"open", "fchmod", "write", "fsync", "rename", "open", "fsync"}));
 }
 
-TEST_F(FileReplace, AWriteThatTakesLessIsContinued) {
+TEST_F(FileReplace, APartialWriteIsContinued) {
     shortWrite = 3;
     ASSERT_EQ(replace("0123456789").code, errorNone);
     EXPECT_EQ(readText(file), "0123456789");
@@ -142,7 +142,7 @@ TEST_F(FileReplace, TheOwnerIsKept) {
     EXPECT_EQ(status.st_mode & 07777, 06755U);
 }
 
-TEST_F(FileReplace, ASymbolicLinkStaysAndItsTargetIsReplaced) {
+TEST_F(FileReplace, ASymbolicLinkIsKeptAndItsTargetIsReplaced) {
     std::filesystem::create_directory(folder.file("real"));
     writeText(folder.file("real/target"), "old");
     ASSERT_EQ(symlink("real/target", file.c_str()), 0);
@@ -153,7 +153,7 @@ TEST_F(FileReplace, ASymbolicLinkStaysAndItsTargetIsReplaced) {
     EXPECT_EQ(place.lock(), folder.file("real/.target.addrpubd.lock"));
 }
 
-TEST_F(FileReplace, TheTargetOfADanglingLinkIsMade) {
+TEST_F(FileReplace, TheMissingTargetOfALinkIsCreated) {
     ASSERT_EQ(symlink("target", file.c_str()), 0);
     ASSERT_EQ(resolveFile(file, place).reason, "");
     ASSERT_EQ(replace("new").code, errorNone);
@@ -168,7 +168,7 @@ TEST_F(FileReplace, AnEditDuringTheReplacementIsNotOverwritten) {
     EXPECT_EQ(readText(file), "edited meanwhile");
 }
 
-TEST_F(FileReplace, AFileMadeDuringTheReplacementIsNotOverwritten) {
+TEST_F(FileReplace, AFileCreatedDuringTheReplacementIsNotOverwritten) {
     beforeFsync = [this] { writeText(file, "made meanwhile"); };
     EXPECT_EQ(replace("new").code, errorFileChanged);
     EXPECT_EQ(readText(file), "made meanwhile");
@@ -202,18 +202,18 @@ TEST_F(FileReplace, ATextAbove16MiBIsRefusedBeforeItIsWritten) {
     EXPECT_EQ(readText(file), "old");
 }
 
-TEST_F(FileReplace, ATextOfJust16MiBIsWrittenAndCanBeReadAgain) {
+TEST_F(FileReplace, ATextOfExactly16MiBIsWrittenAndCanBeRead) {
     ASSERT_EQ(replace(std::string(16 << 20, 'x')).code, errorNone);
     EXPECT_TRUE(readFile(place).ok());
 }
 
-TEST_F(FileReplace, AMissingFileReadsAsEmpty) {
+TEST_F(FileReplace, AMissingFileIsReadAsEmpty) {
     const Result<FileText> text = readFile(place);
     ASSERT_TRUE(text.ok());
     EXPECT_FALSE(text->exists);
 }
 
-TEST_F(FileReplace, TheProofOfWritingLeavesNothing) {
+TEST_F(FileReplace, TheTestWhetherTheFolderIsWritableLeavesNoFile) {
     EXPECT_TRUE(testWritable(place).ok());
     EXPECT_EQ(entriesOf(folder.path().c_str()), 0U);
 }
@@ -225,7 +225,7 @@ struct FailingCall {
 
 class FileReplaceFailure : public FileReplace, public testing::WithParamInterface<FailingCall> {};
 
-TEST_P(FileReplaceFailure, IsReportedAndLeavesTheOldTextAndNothingElse) {
+TEST_P(FileReplaceFailure, IsReportedAndLeavesOnlyTheOldFile) {
     writeText(file, "old");
     ASSERT_EQ(chmod(file.c_str(), 0644), 0);
     Result<FileText> before = readFile(place);

@@ -27,7 +27,7 @@ namespace {
 using namespace opentest;
 using namespace rdbopen;
 
-//  Destroys the handles that it created, also if a test fails.
+//  Destroys the handles that it created, even if a test fails.
 class Handles {
 public:
     ~Handles() {
@@ -45,7 +45,7 @@ private:
     std::set<int> all_;
 };
 
-//  Must run first: afterwards the slots have their descriptors.
+//  This test must run first: later the slots already have their descriptors.
 TEST(AHandleTable, ACreateWithoutADescriptorFails) {
     failEventfd = true;
     EXPECT_LT(rdb_create(), 0);
@@ -54,7 +54,7 @@ TEST(AHandleTable, ACreateWithoutADescriptorFails) {
     EXPECT_GE(handles.create(), 0);
 }
 
-TEST(HandleTable, SixteenHandlesFitAndTheNextIsRefused) {
+TEST(HandleTable, SixteenHandlesCanBeCreatedAndTheNextIsRefused) {
     Handles handles;
     std::set<int> given;
     for (int i = 0; i < handleCapacity; ++i)
@@ -75,7 +75,7 @@ TEST(HandleTable, AReleasedHandleCanBeReused) {
     }
 }
 
-TEST(HandleTable, AStaleHandleIsBadInEveryCall) {
+TEST(HandleTable, EveryCallRefusesADestroyedHandle) {
     const int handle = rdb_create();
     ASSERT_EQ(rdb_destory(handle), 0);
     for (int reused = 0; reused < 2; ++reused) {
@@ -90,13 +90,13 @@ TEST(HandleTable, AStaleHandleIsBadInEveryCall) {
         EXPECT_EQ(rdb_objputsnapshot(handle, &record, 1), errorBadHandle);
         EXPECT_EQ(rdb_disconnect(handle), errorBadHandle);
         EXPECT_EQ(rdb_destory(handle), errorBadHandle);
-        const int next = rdb_create();  // in the second pass the slot is in use again
+        const int next = rdb_create();  // the slot is in use again in the second pass
         EXPECT_NE(next, handle);
         rdb_destory(next);
     }
 }
 
-TEST(HandleTable, NumbersThatWereNeverGivenOutAreBad) {
+TEST(HandleTable, NumbersThatWereNeverHandlesAreRefused) {
     for (const int handle : {-1, -2, INT32_MIN, INT32_MAX, 0x7ffffff0})
         EXPECT_EQ(rdb_disconnect(handle), errorBadHandle) << handle;
 }
@@ -135,10 +135,10 @@ std::ptrdiff_t mappings() {
     return std::count(maps.begin(), maps.end(), '\n');
 }
 
-TEST(HandleTable, ThousandsOfRoundsLeaveNoThreadNoDescriptorAndNoStack) {
+TEST(HandleTable, ThousandsOfRoundsLeakNoThreadDescriptorOrStack) {
     const auto script = std::make_shared<Script>();
     {
-        Handles handles;  // each slot has its descriptor from now on
+        Handles handles;  // from now on each slot has its descriptor
         for (int i = 0; i < handleCapacity; ++i)
             handles.create();
     }
@@ -151,12 +151,12 @@ TEST(HandleTable, ThousandsOfRoundsLeaveNoThreadNoDescriptorAndNoStack) {
         ASSERT_EQ(rdb_disconnect(handle), 0);
         ASSERT_EQ(rdb_destory(handle), 0);
     }
-    EXPECT_TRUE(eventually([] { return entriesOf("/proc/self/task") <= 2; }));  // a sanitizer may have one
+    EXPECT_TRUE(eventually([] { return entriesOf("/proc/self/task") <= 2; }));  // a sanitizer may run one more thread
     EXPECT_EQ(entriesOf("/proc/self/fd"), descriptors);
-    EXPECT_LT(mappings(), mapped + 500);  // each stack that is not freed has two
+    EXPECT_LT(mappings(), mapped + 500);  // each stack that is not freed has two mappings
 }
 
-TEST(HandleTable, WhatARoundAllocatesIsFreedByTheNextCreate) {
+TEST(HandleTable, MemoryOfAnEndedHandleIsFreedByTheNextCreate) {
     const auto script = std::make_shared<Script>();
     const std::weak_ptr<Script> seen = script;
     for (int round = 0; round < 3 * handleCapacity; ++round) {

@@ -18,12 +18,12 @@ TEST(HostsFile, NewLinesFollowTheLastLine) {
               "127.0.0.1 localhost\n::1 h # addrpubd h\n");
 }
 
-TEST(HostsFile, NewLinesStartAtTheFirstOldLine) {
+TEST(HostsFile, NewLinesReplaceTheOldLinesAtTheFirstOfThem) {
     EXPECT_EQ(withHostLines("a\n::1 h # addrpubd h\nb\n::2 h # addrpubd h\nc\n", "h", Addresses{"::3", "::4"}),
               "a\n::3 h # addrpubd h\n::4 h # addrpubd h\nb\nc\n");
 }
 
-TEST(HostsFile, NoAddressTakesTheLinesAway) {
+TEST(HostsFile, WithoutAddressesTheLinesAreRemoved) {
     EXPECT_EQ(withHostLines("a\n::1 h # addrpubd h\nb\n", "h", Addresses{}), "a\nb\n");
 }
 
@@ -69,7 +69,7 @@ TEST(HostsFile, TheSameAddressesAgainChangeNothing) {
     EXPECT_EQ(withHostLines(once, "h", Addresses{"::1", "::2"}), once);
 }
 
-TEST(HostsFile, WhatIsNotAnOwnLineSurvivesAnyOrderOfUpdates) {
+TEST(HostsFile, OtherLinesAreKeptInAnyOrderOfUpdates) {
     std::minstd_rand random(20250411);
     for (int round = 0; round < 2000; ++round) {
         std::string foreign;

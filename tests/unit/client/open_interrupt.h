@@ -1,4 +1,4 @@
-//  A handle that a signal handler ends, on the thread that the signal interrupts.
+//  A handle, and a signal handler that disconnects and destroys it on the thread that the signal interrupts.
 #ifndef TESTS_UNIT_OPEN_INTERRUPT_H
 #define TESTS_UNIT_OPEN_INTERRUPT_H
 

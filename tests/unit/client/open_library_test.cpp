@@ -1,4 +1,4 @@
-//  The shared library and its modules as the service loads them: names, exports, and one run.
+//  The shared library and its modules, loaded as the service loads them: names, exported symbols, and one run.
 #include "rdbapi.h"
 
 #include <cstdio>
@@ -46,7 +46,7 @@ TEST(OpenLibrary, ItsSonameIsTheRelativeName) {
     EXPECT_NE(outputOf("readelf -d " LIBRARY_PATH).find("soname: [./librdbapix64.so]"), std::string::npos);
 }
 
-#ifndef SANITIZED  // a sanitizer needs the run-time library
+#ifndef SANITIZED  // with a sanitizer the library needs the C++ run-time library
 std::set<std::string> neededBy(const std::string& file) {
     std::istringstream lines(outputOf("readelf -dW " + file));
     std::set<std::string> needed;
@@ -56,7 +56,7 @@ std::set<std::string> neededBy(const std::string& file) {
     return needed;
 }
 
-TEST(OpenLibrary, NeedsTheCLibraryAlone) {
+TEST(OpenLibrary, NeedsOnlyTheCLibrary) {
     std::set<std::string> needed = neededBy(LIBRARY_PATH);
     needed.erase("[ld-linux-x86-64.so.2]");
     EXPECT_EQ(needed, std::set<std::string>{"[libc.so.6]"});

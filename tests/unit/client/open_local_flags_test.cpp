@@ -54,7 +54,7 @@ constexpr const char* table = "00000000000000000000000000000001 01 80 10 80     
                               "20010db8000000000000000000000002 02 40 00 01     eth0\n"
                               "20010db8000000000000000000000003 1f 40 00 a0   wlan12\n";
 
-TEST(LocalFlags, AreThoseOfTheKernelsTable) {
+TEST(LocalFlags, FlagsAreThoseOfTheKernelsTable) {
     const LocalFlags flags = parseLocalFlags(table);
     EXPECT_EQ(flags.size(), 4U);
     EXPECT_EQ(flags.at(address("2001:db8::1")) & (flagTemporary | flagDeprecated), 0U);
@@ -62,20 +62,20 @@ TEST(LocalFlags, AreThoseOfTheKernelsTable) {
     EXPECT_EQ(flags.at(address("2001:db8::3")) & (flagTemporary | flagDeprecated), flagDeprecated);
 }
 
-TEST(LocalFlags, OfAnAddressOnTwoInterfacesAreThoseItHasOnBoth) {
+TEST(LocalFlags, AnAddressOnTwoInterfacesHasTheFlagsCommonToBoth) {
     const LocalFlags flags = parseLocalFlags("20010db8000000000000000000000001 02 40 00 21 eth0\n"
                                              "20010db8000000000000000000000001 03 40 00 20 eth1\n");
     EXPECT_EQ(flags.at(address("2001:db8::1")), flagDeprecated);
 }
 
-TEST(LocalFlags, LinesOfAnotherFormAreSkipped) {
+TEST(LocalFlags, InvalidLinesAreSkipped) {
     for (const char* const line :
          {"", "\n\n", "2001:db8::1 02 40 00 80 eth0", "20010db800000000000000000000000g 02 40 00 80 e",
           "20010db8000000000000000000000001 02 40 00", "20010db8000000000000000000000001 02 40 00 8x e"})
         EXPECT_TRUE(parseLocalFlags(line).empty()) << line;
 }
 
-TEST(LocalFlags, ATableOfManyPartsIsReadWhole) {
+TEST(LocalFlags, ATableThatNeedsManyReadsIsReadCompletely) {
     const opentest::Folder folder;
     std::string text;
     for (int i = 0; i < 300; ++i)

@@ -1,4 +1,4 @@
-//  Loading a module, with files of which most are not to be used, and the edge of a module that throws.
+//  Loading a module, mostly from files that must be refused; and exceptions that a module throws.
 #include "module/loader.h"
 #include "open_support.h"
 
@@ -26,11 +26,11 @@ TEST(ModuleLoader, AMissingFileIsNotInstalled) {
               "the back end absent is not installed: " + modules + "librdbapix64-absent.so does not exist");
 }
 
-TEST(ModuleLoader, AFolderThatIsAFileHoldsNoModule) {
+TEST(ModuleLoader, AFileInPlaceOfTheFolderContainsNoModule) {
     EXPECT_EQ(loadModule("/dev/null/", "absent").status().code, errorNotInstalled);
 }
 
-TEST(ModuleLoader, AFileThatIsNoSharedObjectCannotBeLoaded) {
+TEST(ModuleLoader, AFileThatIsNotASharedObjectCannotBeLoaded) {
     const opentest::Folder folder;
     std::ofstream(folder.file("librdbapix64-text.so")) << "This is no shared object.\n";
     const Status status = loadModule(folder.file(""), "text").status();
@@ -39,7 +39,7 @@ TEST(ModuleLoader, AFileThatIsNoSharedObjectCannotBeLoaded) {
         << status.reason;
 }
 
-TEST(ModuleLoader, TheReasonNamesALibraryThatAModuleNeeds) {
+TEST(ModuleLoader, TheReasonNamesAMissingLibraryThatAModuleNeeds) {
     const Status status = loaded("needy").status();
     EXPECT_EQ(status.code, errorNotLoadable);
     EXPECT_EQ(status.reason.find("the back end needy cannot be loaded: libneeded_by_needy.so: "), 0U) << status.reason;
@@ -52,7 +52,7 @@ TEST(ModuleLoader, AForeignFileHasNoDescriptor) {
                                  "librdbapix64-foreign.so is not a module of this back end");
 }
 
-TEST(ModuleLoader, TheModuleOfAnotherBackEndUnderTheNameIsForeign) {
+TEST(ModuleLoader, TheModuleOfAnotherBackEndIsRefused) {
     const opentest::Folder folder;
     std::filesystem::copy_file(modules + "librdbapix64-throwing.so", folder.file("librdbapix64-other.so"));
     EXPECT_EQ(loadModule(folder.file(""), "other").status().code, errorNotLoadable);
@@ -79,17 +79,17 @@ TEST(ModuleLoader, AModuleOfThisVersionIsLoadedAndStays) {
     void* const file = dlopen(info.dli_fname, RTLD_NOW | RTLD_NOLOAD);
     ASSERT_NE(file, nullptr);
     for (int i = 0; i < 3; ++i)
-        dlclose(file);  // of all references, also those of the loader
+        dlclose(file);  // drops all references to the file, also those of the loader
     EXPECT_EQ((*module)->interface, moduleInterface);
 }
 
-TEST(ModuleLoader, NoSymbolOfAModuleIsSeenByTheProgram) {
+TEST(ModuleLoader, NoSymbolOfAModuleIsVisibleToTheProgram) {
     const Result<const Module*> module = loaded("throwing");
     ASSERT_TRUE(module.ok());
     EXPECT_EQ(dlsym(RTLD_DEFAULT, "rdbapix64_throwing"), nullptr);
 }
 
-TEST(ModuleLoader, LeavesTheSignalMaskAsItWas) {
+TEST(ModuleLoader, LeavesTheSignalMaskUnchanged) {
     sigset_t before;
     sigset_t after;
     sigemptyset(&before);
@@ -102,14 +102,14 @@ TEST(ModuleLoader, LeavesTheSignalMaskAsItWas) {
         EXPECT_EQ(sigismember(&before, signal), sigismember(&after, signal)) << signal;
 }
 
-//  The constructor of the module sees the mask of the thread that loads it.
+//  The constructor of the loaded module records the signal mask of the thread that loads it.
 TEST(ModuleLoader, BlocksTheExitSignalsWhileAModuleIsLoaded) {
     unsetenv("MASKED_MODULE_BLOCKED");
     static_cast<void>(loaded("masked"));
     EXPECT_STREQ(getenv("MASKED_MODULE_BLOCKED"), "INT TERM");
 }
 
-TEST(FolderOfCode, IsThatOfTheFileWhateverTheWorkingFolderIs) {
+TEST(FolderOfCode, IsTheFoldersPathInAnyWorkingDirectory) {
     const std::string before = std::filesystem::current_path();
     const Result<const Module*> module = loaded("throwing");
     ASSERT_TRUE(module.ok());
@@ -120,7 +120,7 @@ TEST(FolderOfCode, IsThatOfTheFileWhateverTheWorkingFolderIs) {
     std::filesystem::current_path(before);
 }
 
-TEST(FolderOfCode, FailsForAnAddressThatNoFileIsMappedAt) {
+TEST(FolderOfCode, FailsForAnAddressOutsideAllMappedFiles) {
     const int onTheStack = 0;
     for (const void* const address : {static_cast<const void*>(&onTheStack), static_cast<const void*>(nullptr)}) {
         const Status status = folderOfCode(address).status();
@@ -144,13 +144,13 @@ struct NoWaiter final : Waiter {
     Result wait(int, short, std::chrono::milliseconds) const noexcept override { return Result::failed; }
 };
 
-TEST_F(ThrowingModule, AThrowingMakeIsAFailureWithoutABackEnd) {
+TEST_F(ThrowingModule, AnExceptionFromMakeIsAFailureWithoutABackEnd) {
     const Status status = module->make(Url{"throwing", "", "/make", {}}, {}).status();
     EXPECT_EQ(status.code, errorNoResources);
     EXPECT_EQ(status.reason, "out of memory");
 }
 
-TEST_F(ThrowingModule, AThrowingAdviceKeepsWhatWasSaid) {
+TEST_F(ThrowingModule, AnExceptionFromAdviceKeepsTheAdviceSoFar) {
     const Url url;
     const Credentials credentials;
     std::vector<Advice> advice;
@@ -159,7 +159,7 @@ TEST_F(ThrowingModule, AThrowingAdviceKeepsWhatWasSaid) {
     EXPECT_EQ(advice[0].text, "rdburl");
 }
 
-TEST_F(ThrowingModule, AThrowingRequestIsAFailedBackEnd) {
+TEST_F(ThrowingModule, AnExceptionFromARequestIsAFailureOfTheBackEnd) {
     const BackendResult made = module->make(Url{"throwing", "", "/", {}}, {});
     ASSERT_TRUE(made.ok());
     const std::unique_ptr<Backend>& backend = *made;

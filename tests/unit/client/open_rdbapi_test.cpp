@@ -25,7 +25,7 @@ protected:
     ~Rdbapi() override {
         rdb_disconnect(handle);
         rdb_destory(handle);
-        workersEnded();  // because callbacks write to members
+        workersEnded();  // callbacks write to members, so they must have ended
     }
     void connect() {
         rdb_setmessagenotify(handle, onEvent, &events);
@@ -90,7 +90,7 @@ TEST_F(Rdbapi, AnEmptyNameIsRefused) {
     EXPECT_EQ(rdb_tagget(handle, &tag), errorBadArgument);
 }
 
-TEST_F(Rdbapi, AValueLengthOf999IsTakenAnd1000IsRefused) {
+TEST_F(Rdbapi, AValueLengthOf999IsAcceptedAnd1000IsRefused) {
     connect();
     RdbSnapshot record = recordOf("t", "v");
     record.valuelen = 999;
@@ -99,7 +99,7 @@ TEST_F(Rdbapi, AValueLengthOf999IsTakenAnd1000IsRefused) {
     EXPECT_EQ(rdb_objputsnapshot(handle, &record, 1), errorBadArgument);
 }
 
-TEST_F(Rdbapi, OneBadRecordRefusesTheWholePut) {
+TEST_F(Rdbapi, OneInvalidRecordMakesTheWholePutFail) {
     connect();
     RdbSnapshot records[2] = {recordOf("t", "v"), recordOf("t", "v")};
     records[1].valuelen = 1000;
@@ -125,7 +125,7 @@ TEST_F(Rdbapi, AFailedConnectMayBeRepeatedOnTheSameHandle) {
     connect();
 }
 
-TEST_F(Rdbapi, TheResultOfTagInportIsItsCode) {
+TEST_F(Rdbapi, TagInportReturnsItsErrorCode) {
     std::int32_t result = 0;
     RdbTag tag = usableTag("t");
     EXPECT_EQ(rdb_taginport(handle, RDB_TAGINPORT_MODE, &tag, &result), errorNotConnected);

@@ -96,7 +96,7 @@ int openRecorded(const char* path, int flags, mode_t mode) {
 
 using Skipped = std::function<bool(std::size_t)>;
 
-//  Returns the folder after the first count calls, without the skipped calls.
+//  Returns the contents of the folder after the first count calls, except the skipped calls.
 FolderContent replay(std::size_t count, const Skipped& skipped) {
     std::map<int, std::string> contents;
     std::map<std::string, int> names;
@@ -134,7 +134,7 @@ FolderContent replay(std::size_t count, const Skipped& skipped) {
     return content;
 }
 
-//  Returns true if call i was flushed to the disk before the power failed after count calls.
+//  Returns whether the data of call i was flushed to the disk, if the power fails after count calls.
 bool isFlushed(std::size_t i, std::size_t count) {
     for (std::size_t later = i + 1; later < count; ++later)
         if ((calls[i].isData() && calls[later].kind == Call::Kind::flushFile && calls[later].file == calls[i].file) ||
@@ -208,7 +208,7 @@ void setBeforeFlush(std::function<int(int)> action) {
 
 }  // namespace opentest
 
-//  These replace the C library's functions, also for SQLite.
+//  These functions replace those of the C library, also for SQLite.
 extern "C" {
 
 int open(const char* path, int flags, ...) {

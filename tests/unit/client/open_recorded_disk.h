@@ -1,12 +1,12 @@
-//  Power failures: records the writes of a program in one folder, and computes the possible contents after a power
-//  failure.
+//  Simulates power failures: records the writes of a program in one folder, and computes the contents that the folder
+//  may have after a power failure.
 //
-//  Recorded are the calls of the whole process, including SQLite, on files in the folder: creating, renaming and
-//  removing a file, writing bytes, setting a size, flushing a file or the folder. The index of a log (-shm) is not
-//  recorded, because it is created again after a power failure.
+//  The recording includes all calls of the process, also those of SQLite, on files in the folder: creating, renaming
+//  and removing a file, writing bytes, setting a size, flushing a file or the folder. The index of a write-ahead log
+//  (-shm) is not recorded, because SQLite creates it again after a power failure.
 //
-//  The power may fail after any call. Data flushed before is on the disk. Of the other calls, the disk has all, none,
-//  all except one, or only one; of the names, all changes or only the flushed ones.
+//  The power may fail after any call. Everything flushed before is on the disk. Of the other calls, the disk has all,
+//  none, all except one, or only one. Of the changes of names, it has all or only the flushed changes.
 //
 //  Threads: recording is for one thread.
 #ifndef TESTS_UNIT_OPEN_RECORDED_DISK_H
@@ -22,7 +22,7 @@ namespace opentest {
 //  The names and contents of the files in a folder.
 using FolderContent = std::map<std::string, std::string>;
 
-//  Starts recording. The files in folder count as flushed.
+//  Starts recording. The files that are in the folder at this time count as flushed.
 void startRecording(const std::string& folder);
 
 void stopRecording();
@@ -32,8 +32,8 @@ void stopRecording();
 std::set<FolderContent> cutsAtAnyMoment();
 std::set<FolderContent> cutsAtTheEnd();
 
-//  Returns the number of calls that flushed a file or a folder; and a function that is called before each with its
-//  descriptor. If it returns an errno value other than 0, the call fails with it.
+//  flushCount returns the number of calls that flushed a file or a folder. The function is called before each flush
+//  with its descriptor. If it returns an errno value other than 0, the flush fails with that error.
 int flushCount();
 void setBeforeFlush(std::function<int(int)> action);
 

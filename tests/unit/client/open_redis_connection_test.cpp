@@ -1,5 +1,5 @@
-//  redis://: truncated, slow and endless answers, and failing system calls. The clock advances only when a test moves
-//  it.
+//  The back end redis with truncated, slow and endless answers, and with failing system calls. The clock advances only
+//  when a test advances it.
 #include "open_fake_redis.h"
 #include "open_support.h"
 
@@ -14,9 +14,9 @@ namespace {
 std::atomic<std::int64_t> shift{0};  // offset of the clock, ms
 std::atomic<int> failSocket{0}, failConnect{0}, failSend{0}, failRecv{0};
 std::atomic<std::size_t> sendAtMost{0};  // bytes, 0 for no limit
-std::atomic<bool> slowRecv{false};       // one byte at a time, each of which takes a second
+std::atomic<bool> slowRecv{false};       // recv returns one byte at a time and takes a second for each
 
-//  Consumes the planned failure of one call. Returns true and sets errno if the call must fail.
+//  Consumes the failure that is planned for one call. Returns true and sets errno if the call must fail.
 bool failsNow(std::atomic<int>& planned) {
     const int error = planned.exchange(0);
     errno = error == 0 ? errno : error;
@@ -63,7 +63,7 @@ namespace {
 using namespace opentest;
 using namespace rdbopen;
 
-//  Never waits: data that does not arrive at once never arrives, and the handle may be closed meanwhile.
+//  A waiter that never waits. Data that is not yet there never arrives. The handle may be closed during the wait.
 class ImpatientWaiter : public Waiter {
 public:
     Result wait(int descriptor, short events, std::chrono::milliseconds until) const noexcept override {
@@ -76,7 +76,7 @@ public:
     Result result = Result::ready;
 };
 
-//  Every wait takes one second of the clock.
+//  Every wait advances the clock by one second.
 class SlowWaiter : public Waiter {
 public:
     Result wait(int descriptor, short events, std::chrono::milliseconds until) const noexcept override {
@@ -140,7 +140,7 @@ TEST_F(RedisConnection, ARequestIsLimitedToFiveSeconds) {
     }
 }
 
-TEST_F(RedisConnection, AServerThatDoesNotAnswerFailsIt) {
+TEST_F(RedisConnection, AnUnansweredRequestFails) {
     open();
     waiter.result = Waiter::Result::timedOut;
     server.answer("WATCH", "");
@@ -156,7 +156,7 @@ TEST_F(RedisConnection, AClosedHandleEndsTheWaitForAnAnswer) {
     EXPECT_EQ(backend->probe().reason, "the handle was closed");
 }
 
-TEST_F(RedisConnection, AnAnswerThatDripsIsEndedAtTheLimit) {
+TEST_F(RedisConnection, ASlowAnswerIsEndedAtTheTimeLimit) {
     SlowWaiter slow;
     ASSERT_EQ(backend->open(slow).code, 0);
     shift = 0;
@@ -172,20 +172,20 @@ TEST_F(RedisConnection, AnAnswerThatDripsIsEndedAtTheLimit) {
     EXPECT_LE(slow.waits, 6);
 }
 
-TEST_F(RedisConnection, AnAnswerThatNeverPausesIsEndedAtTheLimit) {
+TEST_F(RedisConnection, AnAnswerWithoutPausesIsEndedAtTheTimeLimit) {
     open();
     slowRecv = true;
     EXPECT_EQ(backend->probe().reason, "the server does not answer in time");
 }
 
-TEST_F(RedisConnection, AnAnswerInAnyPiecesIsTaken) {
+TEST_F(RedisConnection, AnAnswerInPiecesOfAnySizeIsAccepted) {
     open();
     sendAtMost = 1;
     EXPECT_EQ(import().code, 0);
     EXPECT_EQ(server.received("EXEC").size(), 1U);
 }
 
-TEST_F(RedisConnection, EveryAnswerTruncatedAnywhereFailsIt) {
+TEST_F(RedisConnection, AnAnswerTruncatedAnywhereIsAFailure) {
     const std::pair<const char*, std::string> answers[]{{"WATCH", "+OK\r\n"},
                                                         {"TIME", "*2\r\n$1\r\n1\r\n$1\r\n1\r\n"},
                                                         {"HMGET", "*3\r\n$-1\r\n$-1\r\n$-1\r\n"},
@@ -200,7 +200,7 @@ TEST_F(RedisConnection, EveryAnswerTruncatedAnywhereFailsIt) {
     }
 }
 
-TEST_F(RedisConnection, AnEndlessAnswerFailsIt) {
+TEST_F(RedisConnection, AnEndlessAnswerIsAFailure) {
     for (const std::string& bytes :
          {"+" + std::string(300000, 'x'), "$2000000000\r\n" + std::string(300000, 'x'), std::string("*2147483647\r\n"),
           "*3\r\n" + std::string(300000, '\n'), std::string("\0\r\n", 3)}) {
@@ -211,7 +211,7 @@ TEST_F(RedisConnection, AnEndlessAnswerFailsIt) {
     }
 }
 
-TEST_F(RedisConnection, MoreAnswersThanQuestionsFailIt) {
+TEST_F(RedisConnection, MoreAnswersThanRequestsAreAFailure) {
     open();
     server.answer("PING", "+PONG\r\n+PONG\r\n");
     const Status first = backend->probe();
@@ -219,8 +219,8 @@ TEST_F(RedisConnection, MoreAnswersThanQuestionsFailIt) {
     EXPECT_EQ(second.code, errorBackendFailed);
 }
 
-//  A server that requires TLS does not always send an alert before it closes the connection.
-TEST_F(RedisConnection, AnEndBeforeTheFirstAnswerNamesTlsAsACause) {
+//  If a server requires TLS, it may close the connection without sending an alert.
+TEST_F(RedisConnection, IfTheServerClosesBeforeItsFirstAnswerTheReasonMentionsTls) {
     const std::string reason =
         "the server closed the connection before its first answer, as servers do that speak TLS only at their port";
     failRecv = ECONNRESET;
@@ -233,7 +233,7 @@ TEST_F(RedisConnection, AnEndBeforeTheFirstAnswerNamesTlsAsACause) {
     EXPECT_EQ(backend->open(waiter).reason, "the server closed the connection");
 }
 
-TEST_F(RedisConnection, FailingSystemCallsFailItWithTheirReason) {
+TEST_F(RedisConnection, FailingSystemCallsAreReportedWithTheirReason) {
     const struct {
         std::atomic<int>& call;
         int error;

@@ -1,5 +1,5 @@
-//  redis://: requests that the server refuses, and data of other programs. A refused request writes nothing, and the
-//  connection continues.
+//  The back end redis: requests that the server refuses, and data of other programs. A refused request writes nothing,
+//  and the connection stays open.
 #include "open_fake_redis.h"
 #include "open_support.h"
 
@@ -33,7 +33,7 @@ protected:
     std::unique_ptr<Backend> backend;
 };
 
-TEST_F(RedisRefusals, AnErrorToAnyCommandOfTheReadWritesNothing) {
+TEST_F(RedisRefusals, AfterAnErrorToAReadingCommandNothingIsWritten) {
     for (const char* word : {"WATCH", "TIME", "HLEN", "HMGET", "TYPE", "MULTI"}) {
         server.answer(word, "-NOPERM no\r\n");
         const Status outcome = backend->tags()->import(usableTag("host1"));
@@ -42,7 +42,7 @@ TEST_F(RedisRefusals, AnErrorToAnyCommandOfTheReadWritesNothing) {
     }
     expectUntouchedAndUsable();
     EXPECT_EQ(server.received("DISCARD").size(), 5U);
-    EXPECT_EQ(server.received("UNWATCH").size(), 1U);  // because MULTI itself was refused
+    EXPECT_EQ(server.received("UNWATCH").size(), 1U);  // MULTI itself was refused, so UNWATCH is needed
 }
 
 TEST_F(RedisRefusals, AKeyOfAnotherTypeIsUnchanged) {
@@ -105,7 +105,7 @@ TEST_F(RedisRefusals, AnErrorToAQueuedCommandNamesItsCause) {
     EXPECT_EQ(backend->probe().code, 0);
 }
 
-TEST_F(RedisRefusals, AnAnswerThatRepeatsTheLoginIsQuotedWithoutIt) {
+TEST_F(RedisRefusals, AQuotedAnswerOmitsUserAndPassword) {
     const std::string secret = "hunter2-password";
     backend = backendFor(server.url(), {"somebody", secret});
     const std::string quoting = "-ERR odd: AUTH somebody " + secret + "\r\n";
@@ -128,7 +128,7 @@ TEST_F(RedisRefusals, AnAnswerThatRepeatsTheLoginIsQuotedWithoutIt) {
     expectWithout(backend->probe(), "PING refused: ERR odd: AUTH ");
 }
 
-TEST_F(RedisRefusals, AServerThatSpeaksTlsOnlyIsNamed) {
+TEST_F(RedisRefusals, AServerThatRequiresTlsIsReportedAsSuch) {
     backend->close();
     server.answerAndClose("AUTH", std::string("\x15\x03\x03\x00\x02\x02\x46", 7));
     const Status outcome = backend->open(plainWaiter);
@@ -138,11 +138,11 @@ TEST_F(RedisRefusals, AServerThatSpeaksTlsOnlyIsNamed) {
         "the server speaks TLS only at this port, which this back end does not: it needs a tunnel or a plain port");
     backend->close();
     ASSERT_EQ(backend->open(plainWaiter).code, 0);
-    server.answer("PING", "\x15\x03\x03");  // later such bytes are not a reaction to the first request
+    server.answer("PING", "\x15\x03\x03");  // after the first answer such bytes do not mean TLS
     EXPECT_EQ(backend->probe().reason, "the server does not speak the Redis protocol");
 }
 
-TEST_F(RedisRefusals, AnErrorInsideTheTransactionsAnswerIsARefusal) {
+TEST_F(RedisRefusals, AnErrorInTheAnswerOfATransactionIsARefusal) {
     holdTag();
     server.answer("EXEC", "*6\r\n:1\r\n$3\r\n1-1\r\n-NOPERM ACLs rules changed\r\n:1\r\n:1\r\n:0\r\n");
     const Status outcome = put();
@@ -186,7 +186,7 @@ TEST_F(RedisRefusals, AServerThatHasBecomeAReplicaIsAFailedConnection) {
     EXPECT_EQ(backend->probe().code, errorBackendFailed);
 }
 
-TEST_F(RedisRefusals, TheWrongServerReportsThatAnotherAddressMayDoIt) {
+TEST_F(RedisRefusals, AWrongServerCausesAnAttemptAtAnotherAddress) {
     const std::pair<std::string, bool> rows[] = {{"READONLY", true}, {"MASTERDOWN", true}, {"LOADING", true},
                                                  {"NOPERM", false},  {"OOM", false},       {"MISCONF", false}};
     for (const auto& [word, wrong] : rows) {

@@ -1,4 +1,4 @@
-//  The parser of a Redis server's answers, and the texts for its errors.
+//  The parser of a Redis server's answers, and the messages for its errors.
 #include "redis/refusal.h"
 #include "redis/reply.h"
 
@@ -32,7 +32,7 @@ protected:
     std::string reason;
 };
 
-TEST_F(RedisParser, TakesEachKindOfAnswer) {
+TEST_F(RedisParser, ParsesEachKindOfAnswer) {
     ASSERT_EQ(parse("*6\r\n+OK\r\n-ERR no\r\n:-7\r\n$3\r\na\0b\r\n"
                     "$-1\r\n*0\r\n"s),
               Outcome::complete);
@@ -46,7 +46,7 @@ TEST_F(RedisParser, TakesEachKindOfAnswer) {
     EXPECT_TRUE(reply.elements[5].is(Kind::array));
 }
 
-TEST_F(RedisParser, TakesAnAnswerThatArrivesByteByByte) {
+TEST_F(RedisParser, ParsesAnAnswerThatArrivesByteByByte) {
     const std::string bytes = "*2\r\n$3\r\nabc\r\n*1\r\n:5\r\n";
     for (std::size_t i = 0; i + 1 < bytes.size(); ++i)
         ASSERT_EQ(parse(bytes.substr(i, 1)), Outcome::incomplete) << i;
@@ -55,7 +55,7 @@ TEST_F(RedisParser, TakesAnAnswerThatArrivesByteByByte) {
     EXPECT_TRUE(parser.drained());
 }
 
-TEST_F(RedisParser, LeavesTheNextAnswerForLater) {
+TEST_F(RedisParser, StopsAfterOneAnswer) {
     ASSERT_EQ(parse("+one\r\n+two\r\n"), Outcome::complete);
     EXPECT_FALSE(parser.drained());
     ASSERT_EQ(next(), Outcome::complete);
@@ -63,7 +63,7 @@ TEST_F(RedisParser, LeavesTheNextAnswerForLater) {
     EXPECT_TRUE(parser.drained());
 }
 
-TEST_F(RedisParser, BreaksAtWhatIsNoAnswer) {
+TEST_F(RedisParser, FailsAtAnInvalidAnswer) {
     for (const char* bytes : {"hello\r\n", ":12x\r\n", "*-2\r\n", "$-2\r\n", "$x\r\n", "*99999999999999999999\r\n",
                               "*1\r\n*1\r\n*1\r\n*1\r\n*1\r\n*1\r\n*1\r\n*1\r\n*1\r\n"}) {
         ASSERT_TRUE(parser.reset().ok());
@@ -73,7 +73,7 @@ TEST_F(RedisParser, BreaksAtWhatIsNoAnswer) {
     }
 }
 
-TEST_F(RedisParser, TakesTheLongestAnswerAndBreaksAtOneByteMore) {
+TEST_F(RedisParser, ParsesTheLongestAnswerAndFailsAtOneByteMore) {
     const std::string head = "$262131\r\n";
     const std::string longest = head + std::string(262131, 'x') + "\r\n";
     ASSERT_EQ(longest.size(), maxRedisReplySize - 2);
@@ -83,7 +83,7 @@ TEST_F(RedisParser, TakesTheLongestAnswerAndBreaksAtOneByteMore) {
     EXPECT_EQ(reason, "an answer of the server is too long");
 }
 
-TEST_F(RedisParser, TakesTheWidestArraysAndBreaksAtOneElementMore) {
+TEST_F(RedisParser, ParsesTheLargestArraysAndFailsAtOneElementMore) {
     std::string bytes = "*2\r\n*8190\r\n";
     for (int i = 0; i < 8190; ++i)
         bytes += ":1\r\n";
@@ -91,36 +91,36 @@ TEST_F(RedisParser, TakesTheWidestArraysAndBreaksAtOneElementMore) {
     EXPECT_EQ(parse(bytes + "*1\r\n"), Outcome::broken);
 }
 
-TEST_F(RedisParser, AnAnnouncedArrayTakesNoMemoryBeyondItsShare) {
+TEST_F(RedisParser, AnArrayThatIsAnnouncedTooLargeIsRefused) {
     EXPECT_EQ(parse("*2147483647\r\n"), Outcome::broken);
 }
 
-TEST(RedisRefusal, HasWordsForTheUsualAnswers) {
+TEST(RedisRefusal, HasAMessageForEachCommonError) {
     EXPECT_EQ(redisRefusal("HSET", "OOM command not allowed when used memory > 'maxmemory'.", 0),
               "refused: the server's memory limit is reached (OOM)");
     EXPECT_EQ(redisRefusal("EXEC", "EXECABORT Transaction discarded because of: READONLY You can't write", 0),
               "refused: the server is a read-only replica (READONLY)");
 }
 
-TEST(RedisRefusal, QuotesOthersPrintableAndCut) {
+TEST(RedisRefusal, QuotesOtherErrorsPrintableAndShortened) {
     EXPECT_EQ(redisRefusal("HSET", "ERR odd\n\x1b[31m\xff", 500), "HSET refused: ERR odd??[31m?");
     EXPECT_EQ(redisRefusal("HSET", std::string(500, 'x'), 500), "HSET refused: " + std::string(120, 'x'));
     EXPECT_EQ(redisRefusal("EXEC", "EXECABORT Transaction discarded because of: ERR odd", 500),
               "EXEC refused: ERR odd");
 }
 
-TEST(RedisRefusal, QuotesNoMoreThanItMay) {
+TEST(RedisRefusal, QuotesAtMostTheAllowedLength) {
     EXPECT_EQ(redisRefusal("HSET", "ERR in front of a secret", 7), "HSET refused: ERR in ");
     EXPECT_EQ(redisRefusal("AUTH", "ERR with u and secret", 0), "AUTH refused: the answer is none of the usual ones");
 }
 
-TEST(RedisRefusal, ACommandThatTheServerLacksIsRenamedOrOffThere) {
+TEST(RedisRefusal, AnUnknownCommandMayBeRenamedOrSwitchedOff) {
     EXPECT_EQ(redisRefusal("AUTH", "ERR unknown command 'AUTH', with args beginning with: 'u' 'secret'", 0),
               "AUTH refused: the command is renamed or switched off at this server, or it is a Sentinel (ERR unknown "
               "command)");
 }
 
-TEST(RedisRefusal, AQuoteEndsBeforeTheFirstPieceOfASecret) {
+TEST(RedisRefusal, AQuoteEndsBeforeTheFirstPartOfASecret) {
     const struct {
         const char* answer;
         std::vector<std::string> secrets;
@@ -140,7 +140,7 @@ TEST(RedisRefusal, AQuoteEndsBeforeTheFirstPieceOfASecret) {
         EXPECT_EQ(std::string_view(row.answer).substr(0, redisQuotable(row.answer, row.secrets)), row.quote);
 }
 
-TEST(RedisRefusal, NoPieceOfASecretIsQuotedWhereverItIsInTheAnswer) {
+TEST(RedisRefusal, NoPartOfASecretIsQuotedWhereverItIsInTheAnswer) {
     const std::string secret = "0123456789";
     for (std::size_t at = 0; at < 300; ++at)
         for (const char* prefix : {"", "EXECABORT Transaction discarded because of: "}) {

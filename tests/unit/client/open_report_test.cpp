@@ -22,7 +22,7 @@ ssize_t __real_sendto(int, const void*, size_t, int, const sockaddr*, socklen_t)
 ssize_t __wrap_sendto(int descriptor, const void* bytes, size_t length, int flags, const sockaddr* to, socklen_t size) {
     reportedTo = reinterpret_cast<const sockaddr_un*>(to)->sun_path;
     reportedFlags = flags;
-    if (reportedTo != _PATH_LOG)  // for the tests of syslog lines in the same program
+    if (reportedTo != _PATH_LOG)  // other tests of the same program read the lines of syslog
         return __real_sendto(descriptor, bytes, length, flags, to, size);
     reported = opentest::syslogLineOf(bytes, length);
     return static_cast<ssize_t>(length);
@@ -39,7 +39,7 @@ std::string textOf(std::string_view subject, std::string_view reason) {
     return reported ? reported->text : "nothing";
 }
 
-TEST(Report, EachKindHasItsLevel) {
+TEST(Report, EachKindHasItsSyslogLevel) {
     const struct {
         bool (*report)(std::string_view, std::string_view) noexcept;
         int level;
@@ -54,7 +54,7 @@ TEST(Report, EachKindHasItsLevel) {
     }
 }
 
-TEST(Report, NeitherWaitsNorRaisesASignal) {
+TEST(Report, SendingNeitherWaitsNorRaisesASignal) {
     reportFailure("subject", "text");
     EXPECT_EQ(reportedFlags & (MSG_DONTWAIT | MSG_NOSIGNAL), MSG_DONTWAIT | MSG_NOSIGNAL);
 }
@@ -70,7 +70,7 @@ TEST(Report, EveryControlByteIsWrittenAsItsNumber) {
     }
 }
 
-TEST(Report, CharactersOfUtf8StayAndOtherBytesAreWrittenAsTheirNumbers) {
+TEST(Report, Utf8CharactersAreKeptAndOtherBytesAreWrittenAsNumbers) {
     const struct {
         const char* text;
         const char* written;
@@ -80,7 +80,7 @@ TEST(Report, CharactersOfUtf8StayAndOtherBytesAreWrittenAsTheirNumbers) {
         {"\xc2\x9b"
          "31m",
          "\\xc2\\x9b"
-         "31m"},  // U+009B begins a sequence as ESC [ does
+         "31m"},  // U+009B starts a terminal control sequence, like ESC [
         {"\x9b"
          "31m",
          "\\x9b"

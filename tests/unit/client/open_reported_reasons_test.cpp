@@ -11,7 +11,7 @@ namespace {
 using rdbopen::ReasonLog;
 
 std::vector<std::string> lines;
-int loseLines = 0;  // number of next lines to lose
+int loseLines = 0;  // number of the next lines that are lost
 
 }  // namespace
 
@@ -30,7 +30,7 @@ namespace {
 class ReasonLogTest : public testing::Test {
 protected:
     ReasonLogTest() { lines.clear(); }
-    //  Returns the number of lines that the failure sends.
+    //  Reports this failure. Returns the number of lines sent.
     std::size_t fail(const std::string& reason) {
         const std::size_t before = lines.size();
         log.fail("server", reason);
@@ -74,7 +74,7 @@ TEST_F(ReasonLogTest, ALostLineIsSentAtTheNextFailure) {
     EXPECT_EQ(fail("a"), 1U);
 }
 
-TEST_F(ReasonLogTest, ADifferentCountOfSecondsIsNoNewReason) {
+TEST_F(ReasonLogTest, ADifferentNumberOfSecondsIsNotANewReason) {
     fail("the clocks differ by 3 s");
     EXPECT_EQ(fail("the clocks differ by 4 s"), 0U);
     EXPECT_EQ(fail("the clocks differ by 4 h"), 1U);

@@ -1,4 +1,4 @@
-//  RetrySchedule with explicit times. No thread runs and no clock is read.
+//  RetrySchedule with times that the test passes. No thread runs, and the clock is not read.
 #include "engine/retry_schedule.h"
 
 #include <gtest/gtest.h>
@@ -23,12 +23,12 @@ protected:
     milliseconds now = seconds(1000);
 };
 
-TEST_F(Schedule, EachLossDoublesThePauseUpTo48Seconds) {
+TEST_F(Schedule, EachLostConnectionDoublesThePauseUpTo48Seconds) {
     for (const int base : {1, 2, 4, 8, 16, 32, 48, 48})
         expectBackoff(schedule.lost(now), seconds(base));
 }
 
-TEST_F(Schedule, AConnectionOf60SecondsEndsTheRowOfLossesAndOneOf59999MsDoesNot) {
+TEST_F(Schedule, AConnectionOf60SecondsResetsThePauseAnd59999MsDoNot) {
     for (const auto& [held, base] : {std::pair(steadyTime - milliseconds(1), 2), std::pair(steadyTime, 1)}) {
         RetrySchedule fresh{1};
         static_cast<void>(fresh.lost(now));
@@ -37,20 +37,20 @@ TEST_F(Schedule, AConnectionOf60SecondsEndsTheRowOfLossesAndOneOf59999MsDoesNot)
     }
 }
 
-TEST_F(Schedule, AFailedOpenAfterASteadyConnectionCountsOn) {
+TEST_F(Schedule, AFailedOpenAfterALongConnectionLengthensThePause) {
     schedule.connected(now);
     expectBackoff(schedule.lost(now + steadyTime), seconds(1));
     expectBackoff(schedule.lost(now + 2 * steadyTime), seconds(2));
 }
 
-TEST_F(Schedule, AFailedTagRequestKeepsTheConnectionAwayForMoreThanOneCycle) {
+TEST_F(Schedule, AfterAFailedTagRequestThePauseExceedsOneCycle) {
     schedule.tagRequestFailed();
     const milliseconds pause = schedule.lost(now);
     EXPECT_GE(pause, awayTime + seconds(1));
     EXPECT_LE(pause, awayTime + milliseconds(1250));
 }
 
-TEST_F(Schedule, AFailedTagRequestLengthensOnePauseOnly) {
+TEST_F(Schedule, AFailedTagRequestLengthensOnlyOnePause) {
     schedule.tagRequestFailed();
     static_cast<void>(schedule.lost(now));
     expectBackoff(schedule.lost(now), seconds(2));
@@ -74,7 +74,7 @@ TEST_F(Schedule, EachRefusalDoublesTheTimeToTheNextRetry) {
     }
 }
 
-TEST_F(Schedule, TheTimeToARetryRunsOutAndStaysZero) {
+TEST_F(Schedule, TheTimeToARetryReachesZeroAndStaysZero) {
     schedule.refused(now);
     const milliseconds left = schedule.untilRetry(now);
     EXPECT_EQ(schedule.untilRetry(now + left - milliseconds(1)), milliseconds(1));
@@ -82,7 +82,7 @@ TEST_F(Schedule, TheTimeToARetryRunsOutAndStaysZero) {
     EXPECT_EQ(schedule.untilRetry(now + left + seconds(100)), milliseconds(0));
 }
 
-TEST_F(Schedule, ASuccessEndsTheRowOfRefusals) {
+TEST_F(Schedule, ASuccessResetsTheCountOfRefusals) {
     schedule.refused(now);
     schedule.refused(now);
     schedule.succeeded();
@@ -90,7 +90,7 @@ TEST_F(Schedule, ASuccessEndsTheRowOfRefusals) {
     expectBackoff(schedule.untilRetry(now), seconds(1));
 }
 
-TEST_F(Schedule, ALossAndAReconnectionDoNotEndTheRowOfRefusals) {
+TEST_F(Schedule, AReconnectionDoesNotResetTheCountOfRefusals) {
     schedule.refused(now);
     schedule.connected(now);
     static_cast<void>(schedule.lost(now + steadyTime));
@@ -113,7 +113,7 @@ TEST_F(Schedule, ACheckIsDueOneIntervalAfterTheLastExchange) {
     EXPECT_EQ(schedule.untilCheck(now + seconds(119)), milliseconds(0));
 }
 
-TEST_F(Schedule, DifferentSeedsReturnAtDifferentTimes) {
+TEST_F(Schedule, DifferentSeedsYieldDifferentPauses) {
     RetrySchedule other{2};
     EXPECT_NE(schedule.lost(now), other.lost(now));
 }

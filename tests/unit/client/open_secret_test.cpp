@@ -22,12 +22,12 @@ std::string refusal(const std::string& configured) {
     return readSecret(configured).status().reason;
 }
 
-TEST(Secret, APlainPasswordIsItself) {
+TEST(Secret, APlainPasswordIsUsedUnchanged) {
     for (const std::string text : {"x", "file:", "file:relative", "File:/x", "a:b/c", ""})
         EXPECT_EQ(secretOf(text), text);
 }
 
-TEST(Secret, AFileHoldsThePasswordUpToOneLineEnd) {
+TEST(Secret, ThePasswordOfAFileEndsBeforeOneLineEnd) {
     const Folder folder;
     const struct {
         const char* text;
@@ -47,7 +47,7 @@ TEST(Secret, AFileIsReadAgainEachTime) {
     EXPECT_EQ(secretOf("file:" + folder.file("p")), "new");
 }
 
-TEST(Secret, AFileThatHoldsNoneIsRefusedByItsName) {
+TEST(Secret, AFileWithoutAPasswordIsRefusedWithItsName) {
     const Folder folder;
     const std::string path = folder.file("p");
     EXPECT_EQ(refusal("file:" + path), "the password file " + path + " cannot be read: " + opentest::errorText(ENOENT));
@@ -56,7 +56,7 @@ TEST(Secret, AFileThatHoldsNoneIsRefusedByItsName) {
     EXPECT_NE(refusal("file:" + folder.path()), "");
 }
 
-TEST(Secret, TheLongestIsTakenAndALongerOneRefused) {
+TEST(Secret, APasswordOfMaximumLengthIsAcceptedAndALongerOneRefused) {
     const Folder folder;
     const std::string path = folder.file("p");
     const std::string longest(maxSecretLength, 's');

@@ -1,5 +1,5 @@
-//  The addresses of a server's name: selection, order, time limits and the reported reason. Nothing connects, and the
-//  test controls the clock.
+//  The addresses of a server's name: their selection and order, the time limits, and the reported reason. No connection
+//  is made, and the test controls the clock.
 #include "net/server_addresses.h"
 
 #include "open_support.h"
@@ -87,7 +87,7 @@ protected:
     std::chrono::milliseconds until{};
     Texts tried;
     std::map<std::string, std::string> unreachable;  // reason for each unreachable address
-    std::map<std::string, Status> outcomes;          // result of an attempt by address; default success
+    std::map<std::string, Status> outcomes;          // result of the attempt by address; missing: success
     int spent = 0;                                   // duration of each connection, s
     std::vector<std::int64_t> shares;                // time limit of each attempt, s
 
@@ -105,12 +105,12 @@ protected:
 
 using Addresses = ServerAddresses_;
 
-TEST_F(Addresses, TheFirstThatIsRightEndsTheSearch) {
+TEST_F(Addresses, TheFirstRightServerEndsTheSearch) {
     EXPECT_EQ(tryEach().code, errorNone);
     EXPECT_EQ(tried, (Texts{"192.0.2.1"}));
 }
 
-TEST_F(Addresses, TriesTheNextAfterAnUnreachableOrWrongOne) {
+TEST_F(Addresses, AfterAnUnreachableOrWrongServerTheNextAddressIsTried) {
     unreachable["192.0.2.1"] = "down";
     outcomes["192.0.2.2"] = wrongServer("not me");
     EXPECT_EQ(tryEach().code, errorNone);
@@ -125,7 +125,7 @@ TEST_F(Addresses, AnyOtherFailureEndsTheSearch) {
     }
 }
 
-TEST_F(Addresses, WhenAllFailTheLastAnswerIsReported) {
+TEST_F(Addresses, IfAllFailTheLastAnswerIsReported) {
     outcomes["192.0.2.1"] = wrongServer("one");
     outcomes["192.0.2.2"] = wrongServer("two");
     unreachable["192.0.2.3"] = "down";
@@ -136,14 +136,14 @@ TEST_F(Addresses, WhenAllFailTheLastAnswerIsReported) {
     EXPECT_EQ(tried, known);
 }
 
-TEST_F(Addresses, WhenNoneCanBeReachedTheLastReasonIsReported) {
+TEST_F(Addresses, IfNoAddressCanBeReachedTheLastReasonIsReported) {
     unreachable = {{"192.0.2.1", "one"}, {"192.0.2.2", "two"}, {"192.0.2.3", "three"}};
     const Status outcome = tryEach();
     EXPECT_EQ(outcome.reason, "three");
     EXPECT_EQ(outcome.code, errorBackendFailed);
 }
 
-TEST_F(Addresses, TheRightOneIsTriedFirstWhileTheNameResolvesToIt) {
+TEST_F(Addresses, TheLastRightAddressIsTriedFirstWhileTheNameResolvesToIt) {
     outcomes = {{"192.0.2.1", wrongServer("one")}, {"192.0.2.2", wrongServer("two")}};
     static_cast<void>(tryEach());
     lookUp();
@@ -155,7 +155,7 @@ TEST_F(Addresses, TheRightOneIsTriedFirstWhileTheNameResolvesToIt) {
     EXPECT_EQ(tried, known);
 }
 
-TEST_F(Addresses, OneThatFailedIsNotRight) {
+TEST_F(Addresses, AnAddressThatFailedIsNotTriedFirst) {
     unreachable["192.0.2.1"] = "down";
     outcomes["192.0.2.2"] = backendFailed("lost");
     static_cast<void>(tryEach());
@@ -164,7 +164,7 @@ TEST_F(Addresses, OneThatFailedIsNotRight) {
     EXPECT_EQ(tried, (Texts{"192.0.2.1", "192.0.2.2"}));
 }
 
-TEST_F(Addresses, EachHasAnEqualShareOfTheRemainingTime) {
+TEST_F(Addresses, EachAddressHasAnEqualShareOfTheRemainingTime) {
     spent = 4;
     outcomes = {{"192.0.2.1", wrongServer("one")}, {"192.0.2.2", wrongServer("two")}};
     until = monotonicNow() + seconds(30);
@@ -172,7 +172,7 @@ TEST_F(Addresses, EachHasAnEqualShareOfTheRemainingTime) {
     EXPECT_EQ(shares, (std::vector<std::int64_t>{10, 13, 22}));
 }
 
-TEST_F(Addresses, AClosedHandleTriesNoFurtherOne) {
+TEST_F(Addresses, AClosedHandleTriesNoFurtherAddress) {
     outcomes["192.0.2.1"] = wrongServer("one");
     const ServerAddresses::Attempt close = [this](std::chrono::milliseconds) {
         waiter.ended = true;
@@ -184,7 +184,7 @@ TEST_F(Addresses, AClosedHandleTriesNoFurtherOne) {
     EXPECT_EQ(tried, Texts());
 }
 
-TEST_F(Addresses, TheOthersAreAllButTheLastTried) {
+TEST_F(Addresses, TheOtherAddressesAreAllExceptTheLastTried) {
     unreachable["192.0.2.1"] = "down";
     static_cast<void>(tryEach());
     unreachable.clear();
@@ -193,13 +193,13 @@ TEST_F(Addresses, TheOthersAreAllButTheLastTried) {
     EXPECT_EQ(tried, (Texts{"192.0.2.1", "192.0.2.3"}));
 }
 
-TEST_F(Addresses, WhenTheOthersCannotBeReachedTheFirstAnswerIsReported) {
+TEST_F(Addresses, IfTheOthersCannotBeReachedTheFirstAnswerIsReported) {
     static_cast<void>(tryEach());
     unreachable = {{"192.0.2.2", "two"}, {"192.0.2.3", "three"}};
     EXPECT_EQ(tryOthers(wrongServer("one")).reason, "one");
 }
 
-TEST_F(Addresses, OneAloneHasNoOthers) {
+TEST_F(Addresses, WithOneAddressThereAreNoOthers) {
     EXPECT_TRUE(addresses.hasOthers());
     known = {"192.0.2.1"};
     lookUp();

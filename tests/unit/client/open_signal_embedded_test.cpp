@@ -37,7 +37,7 @@ void thousandRounds(const std::string& url) {
     EXPECT_TRUE(workersEnded());
 }
 
-//  Returns whether another handle works afterwards, which shows that no lock is held.
+//  Returns whether another handle works after the signal. If it works, no lock is still held.
 bool worksAfterwards(const std::string& url) {
     Events events;
     const int handle = rdb_create();

@@ -61,7 +61,7 @@ void roundOf(void (*call)(int), int microseconds) {
         call(handle);
     RdbTag tag = tagNamed("t");
     EXPECT_NE(rdb_tagget(handle, &tag), 0);
-    ASSERT_TRUE(workersEnded());  // because the callback writes to events
+    ASSERT_TRUE(workersEnded());  // the callback writes to events, so it must have ended
 }
 
 TEST(SignalHandler, MayDisconnectAndDestroyInsideAnyOtherCall) {

@@ -1,4 +1,4 @@
-//  Creation of a database: power failures at any moment, concurrent starts, and any umask.
+//  Creation of a database: power failures at any moment, starts of several services at the same time, and any umask.
 #include "sqlite/creation.h"
 
 #include "open_recorded_disk.h"
@@ -29,7 +29,7 @@ protected:
         EXPECT_EQ(query("PRAGMA integrity_check"), "ok");
         EXPECT_EQ(query("PRAGMA journal_mode"), "wal");
     }
-    //  Opens the database in each of folders, as a service would after a power failure.
+    //  Opens the database in each of these folders, as a service does after a power failure.
     static void expectThatAllOpen(const std::set<FolderContent>& folders) {
         for (const FolderContent& content : folders) {
             const Folder after;
@@ -52,7 +52,7 @@ protected:
     }
 };
 
-TEST_F(SqliteCreation, APowerCutAtAnyMomentLeavesADatabaseThatOpens) {
+TEST_F(SqliteCreation, APowerFailureAtAnyMomentLeavesADatabaseThatOpens) {
     startRecording(folder.path());
     openWithTag("host1");
     EXPECT_EQ(put("host1", "before"), 0);
@@ -63,7 +63,7 @@ TEST_F(SqliteCreation, APowerCutAtAnyMomentLeavesADatabaseThatOpens) {
     expectThatAllOpen(folders);
 }
 
-TEST_F(SqliteCreation, SoDoesOneWhileAnEmptyFileIsFilled) {
+TEST_F(SqliteCreation, APowerFailureWhileAnEmptyFileIsFilledLeavesADatabaseThatOpens) {
     writeText(file, "");
     writeText(file + "-journal", "left behind");
     startRecording(folder.path());
@@ -75,8 +75,9 @@ TEST_F(SqliteCreation, SoDoesOneWhileAnEmptyFileIsFilled) {
     expectThatAllOpen(folders);
 }
 
-//  The case of an empty file, which cannot be replaced by renaming, and of new files of earlier versions.
-TEST_F(SqliteCreation, SoDoesOneWhileSqliteFillsTheFileItself) {
+//  SQLite fills the file itself in two cases: for an empty file, which cannot be replaced by renaming, and for a new
+//  file of an earlier version.
+TEST_F(SqliteCreation, APowerFailureWhileSqliteFillsTheFileLeavesADatabaseThatOpens) {
     writeText(file, "");
     startRecording(folder.path());
     {
@@ -91,11 +92,11 @@ TEST_F(SqliteCreation, SoDoesOneWhileSqliteFillsTheFileItself) {
     expectThatAllOpen(folders);
 }
 
-TEST_F(SqliteCreation, AFileThatOnlyBeginsBlankIsRefusedAndLeftUntouched) {
+TEST_F(SqliteCreation, AFileOfZerosIsRefusedAndUnchanged) {
     const std::string blank(8192, '\0');
     std::string journal(512, '\0');
     journal.replace(0, 8, "\xd9\xd5\x05\xf9\x20\xa1\x63\xd7");
-    journal[19] = 2;  // number of original pages: SQLite would restore them
+    journal[19] = 2;  // number of original pages; SQLite would restore these
     for (const std::string& beside : {std::string(), std::string(512, 'x'), journal}) {
         writeText(file, blank);
         if (!beside.empty())
@@ -106,13 +107,13 @@ TEST_F(SqliteCreation, AFileThatOnlyBeginsBlankIsRefusedAndLeftUntouched) {
     }
 }
 
-TEST_F(SqliteCreation, NothingIsLeftBesideTheDatabase) {
+TEST_F(SqliteCreation, NoTemporaryFileIsLeft) {
     open();
     backend->close();
     EXPECT_EQ(entriesOf(folder.path().c_str()), 1U);
 }
 
-//  A log that contains the value "old", left from a removed file.
+//  A write-ahead log that contains the value "old". It remains from a removed database.
 class SqliteCreationBesideALog : public SqliteCreation {
 protected:
     void SetUp() override {
@@ -132,18 +133,18 @@ protected:
     const char* const leftovers = "SELECT count(*) FROM history";
 };
 
-TEST_F(SqliteCreationBesideALog, AMissingFileIsMadeWithoutIt) {
+TEST_F(SqliteCreationBesideALog, AMissingFileIsCreatedWithoutTheLogsValue) {
     openWithTag("host2");
     EXPECT_EQ(query(leftovers), "0");
 }
 
-TEST_F(SqliteCreationBesideALog, AnEmptyFileIsFilledWithoutIt) {
+TEST_F(SqliteCreationBesideALog, AnEmptyFileIsFilledWithoutTheLogsValue) {
     writeText(file, "");
     openWithTag("host2");
     EXPECT_EQ(query(leftovers), "0");
 }
 
-TEST_F(SqliteCreationBesideALog, APowerCutDoesNotBringItBack) {
+TEST_F(SqliteCreationBesideALog, APowerFailureDoesNotRestoreItsValue) {
     startRecording(folder.path());
     open();
     stopRecording();
@@ -159,7 +160,7 @@ TEST_F(SqliteCreationBesideALog, APowerCutDoesNotBringItBack) {
     }
 }
 
-TEST_F(SqliteCreation, WhatWasPutSurvivesAPowerCut) {
+TEST_F(SqliteCreation, APutValueSurvivesAPowerFailure) {
     startRecording(folder.path());
     openWithTag("host1");
     EXPECT_EQ(put("host1", "v"), 0);
@@ -214,7 +215,7 @@ TEST_F(SqliteCreation, AnEmptyFileKeepsItsModeAndOwner) {
         EXPECT_EQ(modeOf(suffix), 0640U) << suffix;
 }
 
-TEST_F(SqliteCreation, ServicesThatStartAtOnceShareOneFile) {
+TEST_F(SqliteCreation, ServicesThatStartTogetherShareOneFile) {
     constexpr int count = 4;
     for (int round = 0; round < 10; ++round) {
         std::atomic<int> ready{0};
@@ -258,8 +259,9 @@ TEST_F(SqliteCreation, ALockFileThatCannotBeLockedIsNamed) {
     EXPECT_EQ(backend->open(plainWaiter).reason, "cannot be made: the lock file cannot be locked: Is a directory");
 }
 
-//  SQLite follows links by default. This is switched off, for links that appear after the path was resolved.
-TEST_F(SqliteCreation, AConnectionFollowsNoLinkItself) {
+//  SQLite follows links by default. The back end switches this off, because a link may appear after the path was
+//  resolved.
+TEST_F(SqliteCreation, SqliteItselfFollowsNoLink) {
     open();
     ASSERT_EQ(symlink("rdb.db", folder.file("link").c_str()), 0);
     SqliteDatabase database;

@@ -1,4 +1,4 @@
-//  A damaged database is moved aside, and the value is written to a new one. Files of other programs are not moved.
+//  A damaged database is renamed, and its value is written to a new database. Files of other programs are not renamed.
 #include "sqlite/damage.h"
 
 #include "files/lock.h"
@@ -20,15 +20,15 @@ constexpr std::size_t page = 4096;
 
 class SqliteDamage : public SqliteValueFixture {
 protected:
-    //  Puts enough values for several pages of history.
+    //  Puts so many values that the history has several pages.
     void openAndPutMany() {
         openAndPut("first");
         for (int i = 0; i < 40; ++i)
             ASSERT_EQ(put("host1", std::string(900, 'x')), 0);
         ASSERT_EQ(put("host1", "first"), 0);
     }
-    //  Overwrites one page with garbage, like a failing disk. The first page of history is read only when a put trims
-    //  it.
+    //  Overwrites one page with garbage, as a failing disk does. The first page of the history is read only when a put
+    //  deletes old rows.
     void spoil(std::int64_t number) const {
         std::fstream stream(file, std::ios::in | std::ios::out | std::ios::binary);
         stream.seekp((number - 1) * static_cast<std::int64_t>(page));
@@ -87,14 +87,14 @@ const Cut cuts[] = {
     {"ByAByte", [](std::size_t size) { return size - 1; }},
 };
 
-TEST_P(SqliteCut, BeforeTheServiceStartsMovesTheFileAside) {
+TEST_P(SqliteCut, ATruncatedFileIsRenamedAtTheStart) {
     openAndPutMany();
     backend->close();
     cut();
     expectMovedAndWrittenAgain("first");
 }
 
-TEST_P(SqliteCut, WhileTheServiceRunsIsNoticedByThePut) {
+TEST_P(SqliteCut, TruncationWhileTheServiceRunsIsDetectedByAPut) {
     openAndPutMany();
     cut();
     EXPECT_EQ(put("host1", "second"), errorBackendFailed);
@@ -103,7 +103,7 @@ TEST_P(SqliteCut, WhileTheServiceRunsIsNoticedByThePut) {
     expectMovedAndWrittenAgain("second");
 }
 
-TEST_P(SqliteCut, WhileTheServiceRunsIsNoticedByACheck) {
+TEST_P(SqliteCut, TruncationWhileTheServiceRunsIsDetectedByACheck) {
     openAndPutMany();
     cut();
     EXPECT_EQ(backend->probe().code, errorBackendFailed);
@@ -122,14 +122,14 @@ TEST_F(SqliteDamage, ALockFileThatCannotBeLockedIsNamed) {
               "the file may be damaged, and cannot be checked: the lock file cannot be locked: Is a directory");
 }
 
-TEST_F(SqliteDamage, AMalformedSchemaMovesTheFileAside) {
+TEST_F(SqliteDamage, AFileWithAMalformedSchemaIsRenamed) {
     openAndPut("first");
     backend->close();
     makeForeign("PRAGMA writable_schema = ON; UPDATE sqlite_schema SET sql = 'CREATE x' WHERE name = 'snapshot'");
     expectMovedAndWrittenAgain("first");
 }
 
-TEST_F(SqliteDamage, AHeaderThatIsNoDatabasesButForItsMarksMovesTheFileAside) {
+TEST_F(SqliteDamage, AFileWithADamagedHeaderButOurMarksIsRenamed) {
     openAndPut("first");
     backend->close();
     std::string bytes = readText(file);
@@ -139,7 +139,7 @@ TEST_F(SqliteDamage, AHeaderThatIsNoDatabasesButForItsMarksMovesTheFileAside) {
 }
 
 //  Opening does not read this page.
-TEST_F(SqliteDamage, APageThatOnlyAPutReadsMovesTheFileAsideAtTheNextOpen) {
+TEST_F(SqliteDamage, DamageThatOnlyAPutDetectsRenamesTheFileAtTheNextOpen) {
     openAndPutMany();
     backend->close();
     spoilTable("history");
@@ -150,7 +150,7 @@ TEST_F(SqliteDamage, APageThatOnlyAPutReadsMovesTheFileAsideAtTheNextOpen) {
     expectMovedAndWrittenAgain("second");
 }
 
-TEST_F(SqliteDamage, ASoundFileInPlaceOfTheDamagedOneStays) {
+TEST_F(SqliteDamage, AnUndamagedReplacementIsNotRenamed) {
     openAndPutMany();
     backend->close();
     const std::string sound = readText(file);
@@ -164,7 +164,7 @@ TEST_F(SqliteDamage, ASoundFileInPlaceOfTheDamagedOneStays) {
     EXPECT_EQ(damagedFiles(), 0U);
 }
 
-TEST_F(SqliteDamage, AnotherProgramsDamagedFileInPlaceOfTheDamagedOneStays) {
+TEST_F(SqliteDamage, ADamagedReplacementOfAnotherProgramIsNotRenamed) {
     openAndPutMany();
     backend->close();
     spoilTable("history");
@@ -179,7 +179,7 @@ TEST_F(SqliteDamage, AnotherProgramsDamagedFileInPlaceOfTheDamagedOneStays) {
     EXPECT_EQ(damagedFiles(), 0U);
 }
 
-TEST_F(SqliteDamage, AnotherServiceThatMetTheDamageTooKeepsTheNewFile) {
+TEST_F(SqliteDamage, AnotherServiceThatDetectedTheDamageKeepsTheNewFile) {
     const auto second = backendFor("sqlite://" + file);
     openAndPutMany();
     backend->close();
@@ -199,7 +199,7 @@ TEST_F(SqliteDamage, AnotherServiceThatMetTheDamageTooKeepsTheNewFile) {
     EXPECT_EQ(damagedFiles(), 1U);
 }
 
-TEST_F(SqliteDamage, ServicesThatMeetItAtOnceMoveItOnce) {
+TEST_F(SqliteDamage, ServicesThatDetectItTogetherRenameTheFileOnce) {
     constexpr int count = 4;
     for (int round = 0; round < 10; ++round) {
         openAndPutMany();
@@ -237,7 +237,7 @@ TEST_F(SqliteDamage, ServicesThatMeetItAtOnceMoveItOnce) {
     }
 }
 
-TEST_F(SqliteDamage, TakesTheFirstFreeNameAndWithoutOneStaysAsItIs) {
+TEST_F(SqliteDamage, TheFirstFreeNameIsUsedAndWithoutOneTheFileIsNotRenamed) {
     openAndPutMany();
     backend->close();
     cutShort();
@@ -260,7 +260,7 @@ TEST_F(SqliteDamage, TakesTheFirstFreeNameAndWithoutOneStaysAsItIs) {
     EXPECT_EQ(failureToOpen(), movedTo(file + ".damaged.4"));
 }
 
-TEST_F(SqliteDamage, TakesNoNameThatALogHas) {
+TEST_F(SqliteDamage, ANameThatALogUsesIsNotFree) {
     openAndPutMany();
     backend->close();
     cutShort();
@@ -269,7 +269,7 @@ TEST_F(SqliteDamage, TakesNoNameThatALogHas) {
     EXPECT_EQ(readText(file + ".damaged-wal"), "of another file");
 }
 
-TEST_F(SqliteDamage, ALogWithContentGoesWithIt) {
+TEST_F(SqliteDamage, ALogWithContentIsRenamedWithTheFile) {
     openAndPutMany();
     backend->close();
     spoilTable("history");
@@ -292,8 +292,8 @@ TEST_F(SqliteDamage, ALogWithContentGoesWithIt) {
     EXPECT_EQ(current(), "first");
 }
 
-//  SQLite detects the damage when it reads the first page, before it needs the log.
-TEST_F(SqliteDamage, ALogThatWasNotAppliedGoesWithItAsItIs) {
+//  SQLite detects the damage when it reads the first page. At that time it has not yet used the log.
+TEST_F(SqliteDamage, ALogThatWasNotAppliedIsRenamedUnchanged) {
     openAndPutMany();
     SqliteDatabase reader;
     ASSERT_TRUE(reader.open(file).ok());
@@ -312,7 +312,7 @@ TEST_F(SqliteDamage, ALogThatWasNotAppliedGoesWithItAsItIs) {
     EXPECT_TRUE(readText(file + ".damaged-wal") == log);
 }
 
-TEST_F(SqliteDamage, IsMovedUnderTheLockOfTheNewFile) {
+TEST_F(SqliteDamage, TheFileIsRenamedUnderTheLockOfTheNewFile) {
     openAndPutMany();
     backend->close();
     cutShort();
@@ -331,7 +331,7 @@ TEST_F(SqliteDamage, IsMovedUnderTheLockOfTheNewFile) {
     EXPECT_GT(held, 0);
 }
 
-//  As after a write by a version of SQLite that does not maintain the count.
+//  A version of SQLite that does not maintain the page count leaves such a file after a write.
 TEST_F(SqliteDamage, ACountOfPagesThatBelongsToAnEarlierWriteIsIgnored) {
     openAndPut("first");
     backend->close();
@@ -343,7 +343,7 @@ TEST_F(SqliteDamage, ACountOfPagesThatBelongsToAnEarlierWriteIsIgnored) {
     EXPECT_EQ(current(), "first");
 }
 
-TEST_F(SqliteDamage, AnotherProgramsDatabaseStaysAsItIs) {
+TEST_F(SqliteDamage, AnotherProgramsDatabaseIsUnchanged) {
     for (const char* marks : {"PRAGMA user_version = 1", "PRAGMA application_id = 1; PRAGMA user_version = 1",
                               "PRAGMA application_id = 1094996036; PRAGMA user_version = 2"}) {
         makeForeign((std::string(marks) + "; CREATE TABLE mine(x); CREATE TABLE more(x)").c_str());
@@ -359,8 +359,9 @@ TEST_F(SqliteDamage, AnotherProgramsDatabaseStaysAsItIs) {
     }
 }
 
-//  A checkpoint writes the header before the following pages: the log contains the pages that the file lacks.
-TEST_F(SqliteDamage, AFileWhoseLogHasTheMissingPagesIsSound) {
+//  A checkpoint writes the header before the pages that follow. So the log contains the pages that are missing in the
+//  file.
+TEST_F(SqliteDamage, AFileWhoseLogHasTheMissingPagesIsUndamaged) {
     openAndPut("first");
     const std::string before = readText(file);
     SqliteDatabase reader;
@@ -381,7 +382,7 @@ TEST_F(SqliteDamage, AFileWhoseLogHasTheMissingPagesIsSound) {
     EXPECT_EQ(query("PRAGMA integrity_check"), "ok");
 }
 
-TEST_F(SqliteDamage, APowerCutAtAnyMomentLosesNeitherTheNewFileNorTheDamagedOne) {
+TEST_F(SqliteDamage, APowerFailureAtAnyMomentLosesNeitherTheNewNorTheDamagedFile) {
     openAndPutMany();
     backend->close();
     cutShort();

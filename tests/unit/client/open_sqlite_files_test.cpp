@@ -1,4 +1,4 @@
-//  Changes by other programs to the files of an open database: they are detected, and the value is written again.
+//  Other programs change the files of an open database. The back end detects this and writes the value again.
 #include "sqlite/files.h"
 
 #include "engine/desired_state.h"
@@ -14,7 +14,8 @@ namespace {
 using namespace opentest;
 using namespace rdbopen;
 
-//  Writes bytes to the file at path like cp(1). Repeats until the file's time changes, which has a limited resolution.
+//  Writes bytes to the file at path, as cp(1) does. Repeats this until the modification time changes, because its
+//  resolution is limited.
 void overwrite(const std::string& path, const std::string& bytes) {
     struct stat before {};
     struct stat after {};
@@ -39,12 +40,12 @@ protected:
     }
 };
 
-struct Accident {
+struct ForeignChange {
     const char* name;
     std::function<void(const std::string& file)> happen;
 };
 
-const Accident accidents[] = {
+const ForeignChange accidents[] = {
     {"OverwrittenByAnotherServicesDatabase",
      [](const std::string& file) {
          const Folder elsewhere;
@@ -83,9 +84,9 @@ const Accident accidents[] = {
      }},
 };
 
-class SqliteAccident : public SqliteFilesTest, public testing::WithParamInterface<Accident> {};
+class SqliteForeignChange : public SqliteFilesTest, public testing::WithParamInterface<ForeignChange> {};
 
-TEST_P(SqliteAccident, IsNoticedByThePutAndTheValueIsWrittenAgain) {
+TEST_P(SqliteForeignChange, APutDetectsItAndTheValueIsWrittenAgain) {
     openAndPut("first");
     GetParam().happen(file);
     EXPECT_EQ(put("host1", "second"), errorBackendFailed);
@@ -96,7 +97,7 @@ TEST_P(SqliteAccident, IsNoticedByThePutAndTheValueIsWrittenAgain) {
     EXPECT_EQ(query("PRAGMA integrity_check"), "ok");
 }
 
-TEST_P(SqliteAccident, IsNoticedByACheckAndTheValueIsWrittenAgain) {
+TEST_P(SqliteForeignChange, ACheckDetectsItAndTheValueIsWrittenAgain) {
     openAndPut("first");
     GetParam().happen(file);
     EXPECT_EQ(backend->probe().code, errorBackendFailed);
@@ -106,14 +107,14 @@ TEST_P(SqliteAccident, IsNoticedByACheckAndTheValueIsWrittenAgain) {
     EXPECT_EQ(query("PRAGMA integrity_check"), "ok");
 }
 
-TEST_P(SqliteAccident, IsNoticedByATagCall) {
+TEST_P(SqliteForeignChange, ATagCallDetectsIt) {
     openAndPut("first");
     GetParam().happen(file);
     RdbTag tag = tagNamed("host1");
     EXPECT_EQ(backend->tags()->get(tag).code, errorBackendFailed);
 }
 
-TEST_P(SqliteAccident, IsNoticedByEachOfTwoServicesThatShareTheFile) {
+TEST_P(SqliteForeignChange, EachOfTwoServicesThatShareTheFileDetectsIt) {
     const auto second = backendFor("sqlite://" + file);
     openAndPut("first");
     ASSERT_EQ(second->open(plainWaiter).code, 0);
@@ -129,10 +130,9 @@ TEST_P(SqliteAccident, IsNoticedByEachOfTwoServicesThatShareTheFile) {
     EXPECT_EQ(current(), "first");
 }
 
-//  It happens when the log is flushed, which ends the transaction, or at a later flush. The file may then not be a
-//  database, if SQLite was writing to it.
-//  database at all, when SQLite was just writing into the file.
-TEST_P(SqliteAccident, IsNoticedAlsoWhileAValueIsWritten) {
+//  The back end notices it when it flushes the log at the end of the transaction, or at a later flush. If SQLite was
+//  writing to the file, the result may not be a database.
+TEST_P(SqliteForeignChange, ItIsDetectedEvenWhileAValueIsWritten) {
     openAndPut("first");
     int flushes = flushCount();
     ASSERT_EQ(put("host1", "first"), 0);
@@ -153,10 +153,10 @@ TEST_P(SqliteAccident, IsNoticedAlsoWhileAValueIsWritten) {
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(Each, SqliteAccident, testing::ValuesIn(accidents),
+INSTANTIATE_TEST_SUITE_P(Each, SqliteForeignChange, testing::ValuesIn(accidents),
                          [](const auto& test) { return test.param.name; });
 
-TEST_F(SqliteFilesTest, AnotherProgramsFileThatWasCopiedOverItStaysAsItIs) {
+TEST_F(SqliteFilesTest, AnotherProgramsFileThatReplacedItIsUnchanged) {
     for (const std::string& bytes : {otherDatabase("CREATE TABLE mine(x)"), std::string(5000, 'x')}) {
         openAndPut("first");
         overwrite(file, bytes);
@@ -169,8 +169,8 @@ TEST_F(SqliteFilesTest, AnotherProgramsFileThatWasCopiedOverItStaysAsItIs) {
     }
 }
 
-//  Without a check of the files first, closing would write the log into the current file.
-TEST_F(SqliteFilesTest, AFileThatWasOverwrittenUnnoticedStaysAsItIsAtTheEnd) {
+//  If the back end did not check the files first, closing would write the log into the current file.
+TEST_F(SqliteFilesTest, ClosingDoesNotChangeAFileThatWasOverwrittenUndetected) {
     openAndPut("first");
     SqliteDatabase reader;
     ASSERT_TRUE(reader.open(file).ok());
@@ -209,7 +209,7 @@ TEST_F(SqliteFilesTest, ALogThatAReaderNeedsIsEmptiedByALaterCheck) {
     EXPECT_EQ(readText(file + "-wal"), "");
 }
 
-TEST_F(SqliteFilesTest, WhatOtherConnectionsDoIsNoAccident) {
+TEST_F(SqliteFilesTest, ChangesByOtherConnectionsAreNotDamage) {
     const auto second = backendFor("sqlite://" + file);
     openAndPut("first");
     ASSERT_EQ(second->open(plainWaiter).code, 0);
@@ -231,7 +231,7 @@ TEST_F(SqliteFilesTest, WhatOtherConnectionsDoIsNoAccident) {
     EXPECT_EQ(put("host1", "v"), 0);
 }
 
-TEST_F(SqliteFilesTest, TheChecksOfAnotherServiceHideNoAccident) {
+TEST_F(SqliteFilesTest, ChecksOfAnotherServiceDoNotHideDamage) {
     const auto second = backendFor("sqlite://" + file);
     openAndPut("first");
     ASSERT_EQ(second->open(plainWaiter).code, 0);
@@ -241,8 +241,8 @@ TEST_F(SqliteFilesTest, TheChecksOfAnotherServiceHideNoAccident) {
     EXPECT_EQ(backend->probe().code, errorBackendFailed);
 }
 
-//  The files then may be in a state that SQLite itself creates: only the value shows the change.
-TEST_F(SqliteFilesTest, AnAccidentJustAfterAnotherServicesPutIsFoundByACheckOfTheValue) {
+//  The files may then be in a state that SQLite itself creates. Only the missing value shows the change.
+TEST_F(SqliteFilesTest, DamageAfterAnotherServicesPutIsDetectedByACheckOfTheValue) {
     const auto second = backendFor("sqlite://" + file);
     openAndPut("first");
     ASSERT_EQ(second->open(plainWaiter).code, 0);
@@ -260,7 +260,7 @@ TEST_F(SqliteFilesTest, AnAccidentJustAfterAnotherServicesPutIsFoundByACheckOfTh
     EXPECT_EQ(current(), "first");
 }
 
-TEST_F(SqliteFilesTest, NoDatabaseAtAllIsFoundAlsoJustAfterAnotherServicesPut) {
+TEST_F(SqliteFilesTest, AFileThatIsNotADatabaseIsDetectedAlsoAfterAnotherServicesPut) {
     for (const std::string& bytes : {std::string(), std::string(5000, 'x'), otherDatabase("CREATE TABLE mine(x)")}) {
         const auto second = backendFor("sqlite://" + file);
         openAndPut("first");
@@ -283,8 +283,8 @@ TEST_F(SqliteFilesTest, SeveralRecordsOfOneTagArePutInTheirOrder) {
     EXPECT_EQ(current(), "3");
 }
 
-//  SQLite continues with the file that it opened, even if that file has another name when opening ends.
-TEST_F(SqliteFilesTest, AFileThatIsReplacedWhileItIsOpenedIsNoticed) {
+//  SQLite keeps using the file that it opened, even if the file is renamed before opening ends.
+TEST_F(SqliteFilesTest, AFileThatIsReplacedWhileItIsOpenedIsDetected) {
     openAndPut("first");
     backend->close();
     const std::string other = folder.file("other.db");
@@ -306,14 +306,14 @@ TEST_F(SqliteFilesTest, AFileThatIsReplacedWhileItIsOpenedIsNoticed) {
     EXPECT_EQ(current(), "first");
 }
 
-TEST_F(SqliteFilesTest, AChangeOfModeOrOwnerIsNoAccident) {
+TEST_F(SqliteFilesTest, AChangeOfModeOrOwnerIsNotDamage) {
     openAndPut("first");
     ASSERT_EQ(chmod(file.c_str(), 0600), 0);
     EXPECT_EQ(backend->probe().code, 0);
     EXPECT_EQ(put("host1", "second"), 0);
 }
 
-TEST_F(SqliteFilesTest, ALinkThatIsPointedElsewhereIsFollowedAgainAndTheOldFileKeepsItsValue) {
+TEST_F(SqliteFilesTest, AChangedLinkIsFollowedAgainAndTheOldFileKeepsItsValue) {
     const std::string link = folder.file("link.db");
     ASSERT_EQ(symlink("rdb.db", link.c_str()), 0);
     backend = backendFor("sqlite://" + link);
@@ -340,7 +340,7 @@ TEST_F(SqliteFilesTest, AValueThatAnotherProgramChangedOrRemovedIsWrittenAgain) 
     }
 }
 
-TEST_F(SqliteFilesTest, ACheckTakesAValueByItsLength) {
+TEST_F(SqliteFilesTest, ACheckComparesAValueByItsLength) {
     openAndPut("first");
     RdbSnapshot record = recordOf("host1", "a\0b");
     record.valuelen = 3;

@@ -48,17 +48,17 @@ protected:
     std::unique_ptr<rdbopen::Backend> backend = backendFor("sqlite://" + file);
 };
 
-//  One tag and its value, which are written again after a loss.
+//  One tag and its value. The back end writes both again after a loss.
 class SqliteValueFixture : public SqliteFixture {
 protected:
-    //  Puts value like the worker for a user of the handle.
+    //  Opens and puts value, as the worker does for a user of the handle.
     void openAndPut(const std::string& value) {
         open();
         desired.recordTag(usableTag("host1"), backend->tags()->import(usableTag("host1")).code);
         desired.recordValue(recordOf("host1", value), put("host1", value));
         ASSERT_FALSE(desired.pending());
     }
-    //  Does what the worker does after a loss and at each check.
+    //  Opens and checks, as the worker does after a loss and at each check.
     void openAndCheck() {
         open();
         check();

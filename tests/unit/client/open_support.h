@@ -1,6 +1,5 @@
 //  Shared by the tests of the open client library: a temporary folder for each test, records, and waiting for other
-//  threads. A wait ends as soon as its condition is true; its limit only ends a test that would hang.
-#ifndef TESTS_UNIT_OPEN_SUPPORT_H
+//  threads. A wait ends as soon as its condition is true. Its limit only matters for a test that would otherwise hang.
 #define TESTS_UNIT_OPEN_SUPPORT_H
 
 #include "backends.h"
@@ -62,7 +61,7 @@ inline std::string errorText(int error) {
     return std::strerror(error);
 }
 
-//  Repeats condition until it is true. Returns false at the limit.
+//  Calls condition repeatedly until it returns true. Returns false at the time limit.
 template <class Condition>
 bool eventually(Condition condition) {
     const timespec pause{0, 1000000};
@@ -72,7 +71,7 @@ bool eventually(Condition condition) {
     return true;
 }
 
-//  Items that callbacks pass to the test's thread, in order.
+//  A queue of items that callbacks pass to the test's thread.
 template <class T>
 class Inbox {
 public:
@@ -80,7 +79,7 @@ public:
         const std::lock_guard lock(mutex_);
         items_.push_back(std::move(item));
     }
-    //  Returns the next item, or T() at the limit.
+    //  Returns the next item, or T() at the time limit.
     T take() {
         eventually([this] { return count() > 0; });
         const std::lock_guard lock(mutex_);
@@ -151,7 +150,7 @@ inline bool workersEnded() {
     return allFree;
 }
 
-//  Waits like a handle that is never closed.
+//  A waiter of a handle that is never closed.
 class PlainWaiter : public rdbopen::Waiter {
 public:
     Result wait(int descriptor, short events, std::chrono::milliseconds until) const noexcept override {
@@ -165,7 +164,7 @@ public:
 };
 inline constexpr PlainWaiter plainWaiter;
 
-//  Creates the back end for url, or returns null.
+//  Creates the back end for url. Returns null on failure.
 inline std::unique_ptr<rdbopen::Backend> backendFor(const std::string& url,
                                                     const rdbopen::Credentials& credentials = {}) {
     rdbopen::BackendResult backend = rdbopen::makeBackend(url, credentials);

@@ -10,10 +10,10 @@ namespace opentest {
 
 struct SyslogLine {
     int priority = 0;
-    std::string text;  // text after time and program
+    std::string text;  // the part after the time and the program name
 };
 
-//  bytes: "<27>Nov 22 02:48:53 program: text".
+//  Parses a line such as "<27>Nov 22 02:48:53 program: text".
 inline SyslogLine syslogLineOf(const void* bytes, std::size_t length) {
     const std::string line(static_cast<const char*>(bytes), length);
     const std::size_t priority_end = line.find('>');

@@ -1,4 +1,4 @@
-//  The text of a line, and its delivery to a daemon at a socket of the test.
+//  The text of a syslog line, and its delivery to a daemon. The daemon's socket belongs to the test.
 #include "engine/report.h"
 
 #include "open_support.h"
@@ -14,7 +14,7 @@ namespace {
 using namespace opentest;
 using namespace rdbopen;
 
-//  The socket of a syslog daemon. It reads only when the test does.
+//  The socket of a syslog daemon. The daemon reads only when the test calls read.
 class Daemon {
 public:
     Daemon(const std::string& path, int type) : descriptor_(socket(AF_UNIX, type, 0)) {
@@ -79,7 +79,7 @@ TEST_F(SyslogLineTest, ReachesADaemonWithAStreamSocketAndEndsInAZeroByte) {
     EXPECT_EQ(daemon.readOfNextConnection(), std::string("one", 4));
 }
 
-TEST_F(SyslogLineTest, IsLostWithoutADaemonAndReachesTheNextOne) {
+TEST_F(SyslogLineTest, IsLostWithoutADaemonAndLaterLinesReachANewDaemon) {
     EXPECT_FALSE(send("nobody"));
     { const Daemon daemon(path, SOCK_DGRAM); }
     EXPECT_FALSE(send("gone"));
@@ -88,7 +88,7 @@ TEST_F(SyslogLineTest, IsLostWithoutADaemonAndReachesTheNextOne) {
     EXPECT_EQ(next.read(), "there");
 }
 
-//  Lines that wait would hang here.
+//  A library that waits for the daemon would hang here.
 TEST_F(SyslogLineTest, IsLostInsteadOfWaitingForADaemonThatDoesNotRead) {
     for (const int type : {SOCK_DGRAM, SOCK_STREAM}) {
         const Daemon daemon(path, type);
@@ -101,7 +101,7 @@ TEST_F(SyslogLineTest, IsLostInsteadOfWaitingForADaemonThatDoesNotRead) {
     }
 }
 
-TEST_F(SyslogLineTest, LeavesNoDescriptor) {
+TEST_F(SyslogLineTest, LeaksNoDescriptor) {
     const Daemon daemon(path, SOCK_DGRAM);
     const std::size_t before = entriesOf("/proc/self/fd");
     send("line");

@@ -1,4 +1,4 @@
-//  The TCP connection, with servers of the test on loopback, and with failing system calls.
+//  The TCP connection, with servers of the test on loopback, and with system calls that fail.
 #include "net/tcp_stream.h"
 
 #include "open_support.h"
@@ -151,7 +151,7 @@ private:
     Result result_;
 };
 
-TEST_F(OpenTcpStream, BytesGoBothWays) {
+TEST_F(OpenTcpStream, BytesAreSentAndReceived) {
     ASSERT_EQ(connect(), "");
     EXPECT_EQ(stream.send(bytesOf("hello"), plainWaiter, soon()).reason, "");
     EXPECT_EQ(peer.hear(5), "hello");
@@ -161,7 +161,7 @@ TEST_F(OpenTcpStream, BytesGoBothWays) {
     EXPECT_EQ(text, "world");
 }
 
-TEST_F(OpenTcpStream, PiecesAreJoined) {
+TEST_F(OpenTcpStream, PartsOfAMessageAreJoined) {
     ASSERT_EQ(connect(), "");
     maxBytes = 1;
     EXPECT_EQ(stream.send(bytesOf("hello"), plainWaiter, soon()).reason, "");
@@ -193,7 +193,7 @@ TEST_F(OpenTcpStream, ALostConnectionReportsWhy) {
     EXPECT_EQ(receive(1, text), "the connection was lost: " + errorText(ECONNRESET));
 }
 
-TEST_F(OpenTcpStream, AServerThatHangsUpIsReported) {
+TEST_F(OpenTcpStream, AServerThatClosesTheConnectionIsReported) {
     ASSERT_EQ(connect(), "");
     peer.say("half");
     peer.hangUp();
@@ -201,7 +201,7 @@ TEST_F(OpenTcpStream, AServerThatHangsUpIsReported) {
     EXPECT_EQ(receive(5, text), "the server closed the connection");
 }
 
-TEST_F(OpenTcpStream, ASilentServerEndsAtTheLimit) {
+TEST_F(OpenTcpStream, TheWaitForASilentServerEndsAtTheTimeLimit) {
     ASSERT_EQ(connect(), "");
     expirePoll = true;
     std::string text;
@@ -214,14 +214,14 @@ TEST_F(OpenTcpStream, ARefusedConnectionIsReported) {
     EXPECT_EQ(stream.descriptor(), -1);
 }
 
-TEST_F(OpenTcpStream, AConnectionThatHangsEndsAtTheLimit) {
+TEST_F(OpenTcpStream, TheWaitForAConnectionEndsAtTheTimeLimit) {
     failConnect = EINPROGRESS;
     expirePoll = true;
     EXPECT_EQ(connect(), "the server does not answer in time");
     EXPECT_EQ(stream.descriptor(), -1);
 }
 
-TEST_F(OpenTcpStream, AnyOtherEndOfAWaitIsReported) {
+TEST_F(OpenTcpStream, AnyOtherFailureOfAWaitIsReported) {
     const std::pair<Waiter::Result, std::string> rows[]{{Waiter::Result::closed, "the handle was closed"},
                                                         {Waiter::Result::callWaits, "a call waits"}};
     for (const auto& [result, reason] : rows) {

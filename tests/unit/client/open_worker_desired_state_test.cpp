@@ -1,4 +1,5 @@
-//  The worker's own actions: it repeats what did not reach the server, and checks whether the server still has it.
+//  The worker's own actions: it repeats requests that did not reach the server, and checks whether the server still has
+//  the data.
 #include "open_worker_fixture.h"
 
 #include <fcntl.h>
@@ -38,7 +39,7 @@ TEST_F(WorkerDesiredState, ALostPutIsRepeatedBeforeConnectedIsReported) {
     EXPECT_EQ(script->takeMade(), (Made{"put t=1", "put t=1"}));
 }
 
-TEST_F(WorkerDesiredState, AConnectionThatFailsInTheRetryIsNotReported) {
+TEST_F(WorkerDesiredState, AConnectionThatFailsDuringTheRetryIsNotReported) {
     connect();
     fail({backendFailed("lost"), backendFailed("lost"), backendFailed("lost")});
     EXPECT_EQ(put("1"), errorBackendFailed);
@@ -51,7 +52,7 @@ TEST_F(WorkerDesiredState, AConnectionThatFailsInTheRetryIsNotReported) {
     EXPECT_EQ(reports.count(), 0U);
 }
 
-TEST_F(WorkerDesiredState, ARefusedPutIsRepeatedWithGrowingWaitsInTheConnection) {
+TEST_F(WorkerDesiredState, ARefusedPutIsRepeatedWithGrowingWaitsWithoutReconnecting) {
     connect();
     fail({serverRefused("no right"), serverRefused("no right"), serverRefused("no right")});
     EXPECT_EQ(put("1"), errorServerRefused);
@@ -108,7 +109,7 @@ TEST_F(WorkerDesiredState, ARequestThatCanNeverSucceedIsNotRepeated) {
     EXPECT_EQ(script->takeMade(), (Made{"send bad", "send end"}));
 }
 
-//  A different request succeeds afterwards: this is not a recovery.
+//  A different request succeeds afterwards. This does not count as a recovery.
 TEST_F(WorkerDesiredState, AFinalFailureIsReportedOnceUntilASuccess) {
     connect();
     fail({{errorBadRequest, "no name"}, {errorBadRequest, "no name"}, {}, {errorBadRequest, "no name"}, {}});
@@ -123,7 +124,7 @@ TEST_F(WorkerDesiredState, AFinalFailureIsReportedOnceUntilASuccess) {
     EXPECT_EQ(reports.take(), "rdbapi: fake: no name");
 }
 
-TEST_F(WorkerDesiredState, AServerThatLostTheTagGetsItAgain) {
+TEST_F(WorkerDesiredState, AServerThatLostTheTagReceivesItAgain) {
     connect();
     EXPECT_EQ(import(), 0);
     fail({{errorNoSuchTag, {}}, {errorNoSuchTag, {}}});
@@ -132,7 +133,7 @@ TEST_F(WorkerDesiredState, AServerThatLostTheTagGetsItAgain) {
     EXPECT_EQ(script->takeMade(), (Made{"import t", "put t=1", "put t=1", "import t", "put t=1"}));
 }
 
-TEST_F(WorkerDesiredState, AValueOfAnUnknownTagIsLeftToItsUser) {
+TEST_F(WorkerDesiredState, AValueOfAnUnknownTagIsRepeatedOnlyOnce) {
     connect();
     fail({{errorNoSuchTag, {}}, {errorNoSuchTag, {}}});
     EXPECT_EQ(put("1"), errorNoSuchTag);
@@ -191,7 +192,8 @@ TEST_F(WorkerDesiredState, AValueOnTheServerIsNotPutAgain) {
     EXPECT_EQ(script->served, 1);
 }
 
-//  The success of a request does not show that a refused check would pass. Without an interval no other check follows.
+//  The success of a request does not show that a refused check would pass. Without a check interval no further check
+//  follows.
 TEST_F(WorkerDesiredState, ARefusedCheckRecoversOnlyThroughACheck) {
     connect();
     EXPECT_EQ(put("1"), 0);
@@ -222,8 +224,8 @@ TEST_F(WorkerDesiredState, ARefusedCheckIsReportedOnceUntilACheckSucceeds) {
     EXPECT_EQ(reports.count(), 0U);
 }
 
-//  Each byte that is written starts a check of the value that put has written. The check waits for an answer, which
-//  only answer() gives; all waits are real.
+//  Each byte that is written starts a check of the value that put has written. The check waits until the test calls
+//  answer(). All waits are real.
 class WorkerCheck : public WorkerDesiredState {
 protected:
     void SetUp() override {
@@ -233,7 +235,7 @@ protected:
         ASSERT_EQ(put("1"), 0);
         script->takesByte = true;
         script->watched = begin[0];
-        ASSERT_EQ(tagGet(), 0);  // from now on the worker checks it
+        ASSERT_EQ(tagGet(), 0);  // from now on the worker checks the tag
         script->takeMade();
         skipBackoff = false;
         script->checkWaits = answers[0];
@@ -262,7 +264,7 @@ TEST_F(WorkerCheck, IsInterruptedByACallWithoutAFailure) {
     EXPECT_EQ(reports.count(), 0U);
 }
 
-TEST_F(WorkerCheck, ThatWasInterruptedIsRepeatedAfterTheInterval) {
+TEST_F(WorkerCheck, AnInterruptedCheckIsRepeatedAfterTheInterval) {
     script->checkSeconds = 60;
     ASSERT_TRUE(checkBegins());
     script->checkWaits = -1;
@@ -278,8 +280,8 @@ TEST_F(WorkerCheck, ThatWasInterruptedIsRepeatedAfterTheInterval) {
     EXPECT_EQ(reports.count(), 0U);
 }
 
-//  A refused check is over when a check succeeds, not when a check is interrupted.
-TEST_F(WorkerCheck, ThatWasInterruptedIsNoSuccess) {
+//  The refusal of a check ends when a check succeeds. An interrupted check does not end it.
+TEST_F(WorkerCheck, AnInterruptedCheckIsNotASuccess) {
     answer();
     refuseChecks(1);
     ASSERT_TRUE(checkBegins());
@@ -294,7 +296,7 @@ TEST_F(WorkerCheck, ThatWasInterruptedIsNoSuccess) {
     EXPECT_EQ(reports.take(), "rdbapi: fake: works again");
 }
 
-TEST_F(WorkerCheck, ThatMayNotBeInterruptedEndsBeforeTheCall) {
+TEST_F(WorkerCheck, ACheckThatMustNotBeInterruptedEndsBeforeTheCall) {
     script->checksArePreemptible = false;
     ASSERT_TRUE(checkBegins());
     ASSERT_EQ(send("x"), 0);

@@ -1,5 +1,5 @@
-//  A worker with a fake back end. Waits for the back-off and for the call limit end at once and are only recorded; the
-//  monotonic clock advances only when a test moves it.
+//  A worker with a fake back end. Waits for a back-off or a call's time limit end at once and are only recorded. The
+//  monotonic clock advances only when a test advances it.
 #ifndef TESTS_UNIT_OPEN_WORKER_FIXTURE_H
 #define TESTS_UNIT_OPEN_WORKER_FIXTURE_H
 
@@ -20,7 +20,7 @@ inline std::atomic<std::int64_t> clockAhead{0};  // s
 inline Inbox<int> pauses;                        // ms
 inline Inbox<std::string> reports;               // syslog texts
 inline thread_local bool expireWaits = false;
-inline thread_local std::function<bool()> expireWhen;  // an expiring wait waits for it first
+inline thread_local std::function<bool()> expireWhen;  // an expiring wait first waits until this returns true
 inline thread_local bool failNew = false;
 inline thread_local std::int64_t waitLimit = 0;  // ms from now to the deadline of the last wait
 
@@ -34,7 +34,7 @@ protected:
         script->hold = false;
         rdb_disconnect(handle);
         rdb_destory(handle);
-        workersEnded();  // because callbacks write to members
+        workersEnded();  // callbacks write to members, so they must have ended
         expireWaits = false;
         expireWhen = nullptr;
         clockAhead = 0;
@@ -47,12 +47,12 @@ protected:
         ASSERT_EQ(connectFake(handle, script), 0);
         ASSERT_EQ(events.take(), RDB_EVENT_CONNECTED);
     }
-    //  For tests whose callbacks write to local variables.
+    //  Ends the worker, for tests whose callbacks write to local variables.
     void end() {
         rdb_destory(handle);
         ASSERT_TRUE(workersEnded());
     }
-    //  Takes the next pause, which must be the back-off base plus at most its random share.
+    //  Takes the next recorded pause. It must be the base of the back-off plus at most its random share.
     static void expectBackoff(int base) {
         const int pause = pauses.take();
         EXPECT_GE(pause, base);

@@ -1,5 +1,5 @@
-//  A tag query that is refused, fails or is not answered in time: the connection counts as lost until the server has
-//  answered it.
+//  A tag query that is refused, fails or is not answered in time. The connection counts as lost until the server has
+//  answered this query.
 #include "open_worker_fixture.h"
 
 #include <unistd.h>
@@ -12,10 +12,10 @@ using Made = std::vector<std::string>;
 
 constexpr int away = 12000;  // ms: minimum pause after a failed tag query
 
-class WorkerTag : public WorkerTest {
+class WorkerTagQuery : public WorkerTest {
 protected:
-    WorkerTag() { EXPECT_EQ(pipe(ends), 0); }
-    ~WorkerTag() override {
+    WorkerTagQuery() { EXPECT_EQ(pipe(ends), 0); }
+    ~WorkerTagQuery() override {
         script->silent = -1;
         rdb_disconnect(handle);
         rdb_destory(handle);
@@ -27,18 +27,18 @@ protected:
         const std::lock_guard lock(script->mutex);
         script->requests = std::move(outcomes);
     }
-    //  The test's calls are abandoned as soon as the back end executes them.
+    //  From now on the test's calls are abandoned as soon as the back end executes them.
     void giveUpCalls() {
         expireWaits = true;
         expireWhen = [this, served = script->served + 1] { return script->served >= served; };
     }
-    //  The server stops answering.
+    //  Makes the server stop answering.
     void beSilent() { script->silent = ends[0]; }
 
     int ends[2];
 };
 
-TEST_F(WorkerTag, ARefusedLookupEndsTheConnectionUntilItsRepetitionIsAnswered) {
+TEST_F(WorkerTagQuery, ARefusedLookupEndsTheConnectionUntilItsRepetitionIsAnswered) {
     connect();
     answer({serverRefused("no"), serverRefused("no"), serverRefused("no")});
     EXPECT_EQ(tagGet(), errorServerRefused);
@@ -48,7 +48,7 @@ TEST_F(WorkerTag, ARefusedLookupEndsTheConnectionUntilItsRepetitionIsAnswered) {
     EXPECT_EQ(script->takeMade(), (Made{"get t", "get t", "get t", "get t"}));
 }
 
-TEST_F(WorkerTag, ARefusedImportEndsTheConnectionUntilItsRepetitionHasSucceeded) {
+TEST_F(WorkerTagQuery, ARefusedImportEndsTheConnectionUntilItsRepetitionHasSucceeded) {
     connect();
     answer({serverRefused("no"), serverRefused("no"), serverRefused("no")});
     EXPECT_EQ(import(), errorServerRefused);
@@ -58,7 +58,7 @@ TEST_F(WorkerTag, ARefusedImportEndsTheConnectionUntilItsRepetitionHasSucceeded)
     EXPECT_EQ(script->takeMade(), (Made{"import t", "import t", "import t", "import t"}));
 }
 
-TEST_F(WorkerTag, AServerWithoutTheTagHasAnsweredTheLookup) {
+TEST_F(WorkerTagQuery, AServerWithoutTheTagHasAnsweredTheLookup) {
     connect();
     answer({serverRefused("no"), {errorNoSuchTag, {}}});
     EXPECT_EQ(tagGet(), errorServerRefused);
@@ -67,7 +67,7 @@ TEST_F(WorkerTag, AServerWithoutTheTagHasAnsweredTheLookup) {
     EXPECT_EQ(script->takeMade(), (Made{"get t", "get t"}));
 }
 
-TEST_F(WorkerTag, AFailedQueryIsRepeatedBeforeConnectedIsReported) {
+TEST_F(WorkerTagQuery, AFailedQueryIsRepeatedBeforeConnectedIsReported) {
     connect();
     answer({backendFailed("lost"), backendFailed("lost")});
     EXPECT_EQ(tagGet(), errorBackendFailed);
@@ -76,7 +76,7 @@ TEST_F(WorkerTag, AFailedQueryIsRepeatedBeforeConnectedIsReported) {
     EXPECT_EQ(script->takeMade(), (Made{"get t", "get t", "get t"}));
 }
 
-TEST_F(WorkerTag, WhatIsAskedAfterARefusedLookupIsRefusedAtOnce) {
+TEST_F(WorkerTagQuery, RequestsAfterARefusedLookupAreRefusedAtOnce) {
     skipBackoff = false;
     connect();
     for (int i = 0; i < 20; ++i) {
@@ -88,7 +88,7 @@ TEST_F(WorkerTag, WhatIsAskedAfterARefusedLookupIsRefusedAtOnce) {
     EXPECT_EQ(script->takeMade(), Made{"get t"});
 }
 
-TEST_F(WorkerTag, ARefusedPutLeavesTheConnectionUp) {
+TEST_F(WorkerTagQuery, ARefusedPutLeavesTheConnectionUp) {
     connect();
     answer({{}, serverRefused("full"), serverRefused("full")});
     EXPECT_EQ(tagGet(), 0);
@@ -98,10 +98,10 @@ TEST_F(WorkerTag, ARefusedPutLeavesTheConnectionUp) {
     EXPECT_EQ(script->opened, 1);
 }
 
-TEST_F(WorkerTag, ATagComesBeforeAPutThatIsRefused) {
+TEST_F(WorkerTagQuery, ATagIsSentBeforeARefusedPut) {
     connect();
     answer({serverRefused("full"), serverRefused("no"), {}, serverRefused("full")});
-    skipBackoff = false;  // so that the put is not repeated meanwhile
+    skipBackoff = false;  // so that the put is not repeated during the test
     EXPECT_EQ(put(), errorServerRefused);
     skipBackoff = true;
     EXPECT_EQ(import(), errorServerRefused);
@@ -111,7 +111,7 @@ TEST_F(WorkerTag, ATagComesBeforeAPutThatIsRefused) {
     EXPECT_EQ(Made(made.begin(), made.begin() + 4), (Made{"put t=1", "import t", "import t", "put t=1"}));
 }
 
-TEST_F(WorkerTag, ATagIsQueriedEvenIfTheCheckOfTheValueIsRefused) {
+TEST_F(WorkerTagQuery, ATagIsQueriedEvenIfTheCheckOfTheValueIsRefused) {
     connect();
     EXPECT_EQ(put(), 0);
     answer({serverRefused("no")});
@@ -126,9 +126,9 @@ TEST_F(WorkerTag, ATagIsQueriedEvenIfTheCheckOfTheValueIsRefused) {
     EXPECT_EQ(script->opened, 2);
 }
 
-//  The service queries every 10 s. If each query fails and each repetition succeeds, every second cycle must find the
+//  The service queries every 10 s. Each query fails and each repetition succeeds. Then every second cycle must find the
 //  connection lost.
-TEST_F(WorkerTag, AServerThatAlternatesIsAwayForLongerThanTheServicesCycleEachTime) {
+TEST_F(WorkerTagQuery, IfEachQueryFailsEachPauseExceedsTheServicesCycle) {
     connect();
     for (int cycle = 0; cycle < 5; ++cycle) {
         answer({serverRefused("no")});
@@ -139,7 +139,7 @@ TEST_F(WorkerTag, AServerThatAlternatesIsAwayForLongerThanTheServicesCycleEachTi
     }
 }
 
-TEST_F(WorkerTag, OnlyTheFirstWaitAfterAFailedRequestIsLengthened) {
+TEST_F(WorkerTagQuery, OnlyTheFirstWaitAfterAFailedRequestIsLengthened) {
     connect();
     answer({serverRefused("no"), serverRefused("no"), serverRefused("no"), serverRefused("no")});
     EXPECT_EQ(tagGet(), errorServerRefused);
@@ -151,7 +151,7 @@ TEST_F(WorkerTag, OnlyTheFirstWaitAfterAFailedRequestIsLengthened) {
         expectBackoff(base);
 }
 
-TEST_F(WorkerTag, AQueryQueuedAfterAFailureFails) {
+TEST_F(WorkerTagQuery, AQueryQueuedAfterAFailureFails) {
     connect();
     script->hold = true;
     answer({backendFailed("broken")});
@@ -166,8 +166,8 @@ TEST_F(WorkerTag, AQueryQueuedAfterAFailureFails) {
     EXPECT_EQ(script->takeMade(), (Made{"send one", "get t", "send one"}));
 }
 
-//  The back end hangs where the worker cannot end a wait, as in a system call on a broken disk.
-TEST_F(WorkerTag, AQueryAbandonedWhileTheBackEndHangsDisconnectsAtOnce) {
+//  The back end hangs in a place where the worker cannot end the wait, such as a system call on a failing disk.
+TEST_F(WorkerTagQuery, AQueryAbandonedWhileTheBackEndHangsDisconnectsAtOnce) {
     connect();
     script->hold = true;
     ASSERT_EQ(send("one"), 0);
@@ -183,7 +183,7 @@ TEST_F(WorkerTag, AQueryAbandonedWhileTheBackEndHangsDisconnectsAtOnce) {
     EXPECT_EQ(script->takeMade(), (Made{"send one", "get t"}));
 }
 
-TEST_F(WorkerTag, AnAbandonedQueryEndsTheExchangeAndTheConnection) {
+TEST_F(WorkerTagQuery, AnAbandonedQueryEndsTheExchangeAndTheConnection) {
     connect();
     skipBackoff = false;
     beSilent();
@@ -193,7 +193,7 @@ TEST_F(WorkerTag, AnAbandonedQueryEndsTheExchangeAndTheConnection) {
     EXPECT_EQ(reports.take(), "rdbapi: fake: no answer");
 }
 
-TEST_F(WorkerTag, AQueryAbandonedInTheQueueEndsTheCurrentExchange) {
+TEST_F(WorkerTagQuery, AQueryAbandonedInTheQueueEndsTheCurrentExchange) {
     connect();
     skipBackoff = false;
     beSilent();
@@ -205,7 +205,7 @@ TEST_F(WorkerTag, AQueryAbandonedInTheQueueEndsTheCurrentExchange) {
     EXPECT_EQ(script->takeMade(), Made{"send one"});
 }
 
-TEST_F(WorkerTag, AnAbandonedPutDoesNotDisconnect) {
+TEST_F(WorkerTagQuery, AnAbandonedPutDoesNotDisconnect) {
     connect();
     skipBackoff = false;
     beSilent();
@@ -217,7 +217,7 @@ TEST_F(WorkerTag, AnAbandonedPutDoesNotDisconnect) {
     EXPECT_EQ(events.count(), 0U);
 }
 
-TEST_F(WorkerTag, AnAnswerThatComesTooLateForTheCallerCountsAsNone) {
+TEST_F(WorkerTagQuery, AnAnswerThatIsTooLateForTheCallerIsIgnored) {
     connect();
     script->hold = true;
     giveUpCalls();
@@ -229,8 +229,8 @@ TEST_F(WorkerTag, AnAnswerThatComesTooLateForTheCallerCountsAsNone) {
     EXPECT_EQ(script->takeMade(), (Made{"get t", "get t"}));
 }
 
-//  The back end itself would wait for an hour.
-TEST_F(WorkerTag, ARepetitionGetsTheTimeOfACallerAndNoMore) {
+//  Without a limit the back end would wait for an hour.
+TEST_F(WorkerTagQuery, ARepetitionHasTheSameTimeLimitAsACall) {
     connect();
     answer({serverRefused("no")});
     EXPECT_EQ(tagGet(), errorServerRefused);

@@ -1,4 +1,4 @@
-//  The worker: connecting, serving, failing and closing.
+//  The worker: connecting, serving requests, failures and closing.
 #include "engine/worker.h"
 
 #include "open_worker_fixture.h"
@@ -36,7 +36,7 @@ TEST_F(Worker_, WaitsLongerAfterEachFailure) {
         expectBackoff(base);
 }
 
-TEST_F(Worker_, TheFirstWaitDiffersFromLossToLoss) {
+TEST_F(Worker_, TheFirstWaitDiffersBetweenLosses) {
     connect();
     std::set<int> seen;
     for (int loss = 0; loss < 20; ++loss) {
@@ -67,7 +67,7 @@ TEST_F(Worker_, CallsSucceedInsideTheConnectedEvent) {
     end();
 }
 
-TEST_F(Worker_, AWaitingCallFromACallbackIsRefusedInsteadOfBlockingItself) {
+TEST_F(Worker_, ABlockingCallFromACallbackIsRefused) {
     struct Context {
         int handle;
         Inbox<int> codes;
@@ -83,8 +83,8 @@ TEST_F(Worker_, AWaitingCallFromACallbackIsRefusedInsteadOfBlockingItself) {
     end();
 }
 
-//  Memory is exhausted when the first reply is delivered and available again for the second.
-TEST_F(Worker_, CallsThatWaitAreRefusedAlsoWithoutMemory) {
+//  When the first reply is delivered, memory is exhausted. When the second is delivered, memory is available again.
+TEST_F(Worker_, BlockingCallsFromACallbackAreRefusedAlsoWithoutMemory) {
     struct Context {
         Inbox<int> lengths;
         static void onFirst(const char*, std::int32_t, void*) { failNew = true; }
@@ -128,7 +128,7 @@ TEST_F(Worker_, ARefusedRequestLeavesTheConnectionUp) {
     EXPECT_EQ(script->opened, 1);
 }
 
-TEST_F(Worker_, TheWaitKeepsGrowingWhileConnectionsDoNotHold) {
+TEST_F(Worker_, TheWaitKeepsGrowingWhileConnectionsAreShort) {
     connect();
     for (const int base : {1000, 2000, 4000, 8000}) {
         EXPECT_EQ(put(), 0);
@@ -140,7 +140,7 @@ TEST_F(Worker_, TheWaitKeepsGrowingWhileConnectionsDoNotHold) {
     }
 }
 
-TEST_F(Worker_, AConnectionThatHeldForAMinuteStartsTheWaitAtOneSecond) {
+TEST_F(Worker_, AfterAConnectionOfAMinuteTheWaitStartsAtOneSecond) {
     connect();
     for (const int seconds : {0, 59, 60, 60}) {
         clockAhead += seconds;
@@ -153,7 +153,7 @@ TEST_F(Worker_, AConnectionThatHeldForAMinuteStartsTheWaitAtOneSecond) {
         expectBackoff(base);
 }
 
-TEST_F(Worker_, AReasonIsReportedOnceAlsoWhenItAlternatesWithAnother) {
+TEST_F(Worker_, AlternatingReasonsAreEachReportedOnce) {
     script->opens = {backendFailed("a"), backendFailed("a"), backendFailed("b"),
                      backendFailed("a"), backendFailed("b"), backendFailed("a")};
     connect();
@@ -171,7 +171,7 @@ TEST_F(Worker_, AReasonWhoseLineWasLostIsReportedAtTheNextFailure) {
     EXPECT_EQ(reports.take(), "rdbapi: fake: a");
 }
 
-TEST_F(Worker_, AReasonIsReportedAgainAfterTheServerWasSound) {
+TEST_F(Worker_, AReasonIsReportedAgainAfterARecovery) {
     script->opens = {backendFailed("a")};
     connect();
     EXPECT_EQ(put(), 0);
@@ -182,7 +182,7 @@ TEST_F(Worker_, AReasonIsReportedAgainAfterTheServerWasSound) {
         EXPECT_EQ(reports.take(), std::string("rdbapi: fake: ") + text);
 }
 
-TEST_F(Worker_, AReasonThatMeasuresSecondsIsReportedOnceForAllItsFigures) {
+TEST_F(Worker_, AReasonThatContainsSecondsIsReportedOnceForAllNumbers) {
     script->opens = {backendFailed("clocks 400 s ahead"),
                      backendFailed("clocks 9 s ahead"),
                      backendFailed("clocks 400 s behind"),
@@ -198,7 +198,7 @@ TEST_F(Worker_, AReasonThatMeasuresSecondsIsReportedOnceForAllItsFigures) {
         EXPECT_EQ(reports.take(), std::string("rdbapi: fake: ") + reason);
 }
 
-TEST_F(Worker_, AnExchangeThatEndsWithTheHandleIsNoFailureToReport) {
+TEST_F(Worker_, AnExchangeThatTheClosedHandleEndsIsNotReported) {
     connect();
     script->hold = true;
     script->requests = {backendFailed("the handle was closed")};
@@ -236,11 +236,11 @@ TEST_F(Worker_, AnAbandonedCallDoesNotWriteToTheCallersRecord) {
     EXPECT_EQ(rdb_tagget(handle, &tag), errorTimedOut);
     expireWaits = false;
     script->hold = false;
-    EXPECT_EQ(events.take(), RDB_EVENT_DISCONNECTED);  // the abandoned call has ended by now
+    EXPECT_EQ(events.take(), RDB_EVENT_DISCONNECTED);  // the abandoned call has ended before this event
     EXPECT_EQ(tag.tagclass, 0);
 }
 
-TEST_F(Worker_, ACallThatWasAbandonedInTheQueueIsNotCarriedOut) {
+TEST_F(Worker_, ACallThatWasAbandonedInTheQueueIsNotExecuted) {
     connect();
     skipBackoff = false;
     script->hold = true;
@@ -275,7 +275,7 @@ TEST_F(Worker_, MessagesQueuedAfterAFailureAreRefused) {
     EXPECT_EQ(replies.take(), "refused two 1005");
 }
 
-TEST_F(Worker_, AServiceThatTheBackEndLacksIsRefusedEvenUnconnected) {
+TEST_F(Worker_, ACallThatTheBackEndDoesNotSupportIsRefusedEvenUnconnected) {
     script->messages = false;
     script->opens = {backendFailed("a")};
     connect();
@@ -309,7 +309,7 @@ TEST_F(Worker_, NoEventAndNoReplyFollowADisconnect) {
     EXPECT_EQ(replies.count(), 0U);
 }
 
-TEST_F(Worker_, ADisconnectEndsTheBackOffAtOnce) {
+TEST_F(Worker_, ADisconnectEndsTheWaitBeforeAnOpenAtOnce) {
     skipBackoff = false;
     script->opens = {backendFailed("a")};
     ASSERT_EQ(connectFake(handle, script), 0);
@@ -320,7 +320,7 @@ TEST_F(Worker_, ADisconnectEndsTheBackOffAtOnce) {
     EXPECT_EQ(script->opened, 1);
 }
 
-TEST_F(Worker_, AThreadThatCannotBeStartedIsAnErrorAndMayBeTriedAgain) {
+TEST_F(Worker_, IfTheThreadCannotBeStartedConnectFailsAndMayBeRepeated) {
     failThreads = true;
     EXPECT_EQ(connectFake(handle, script), errorNoResources);
     failThreads = false;
@@ -352,7 +352,7 @@ TEST_F(Worker_, ItsThreadBlocksEverySignal) {
     end();
 }
 
-TEST_F(Worker_, TheCallersSignalMaskStaysAsItWas) {
+TEST_F(Worker_, TheCallersSignalMaskIsUnchanged) {
     connect();
     sigset_t mask;
     pthread_sigmask(SIG_SETMASK, nullptr, &mask);

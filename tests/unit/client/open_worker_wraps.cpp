@@ -26,7 +26,7 @@ int __wrap_poll(pollfd* descriptors, nfds_t count, int timeout) {
     if (timeout < 0 || !skipBackoff)
         return __real_poll(descriptors, count, timeout);
     const int ready = __real_poll(descriptors, count, 0);
-    if (ready == 0)  // otherwise a wake-up for the slot's previous user
+    if (ready == 0)  // otherwise this is a wake-up for the previous user of the slot
         pauses.put(timeout);
     return ready;
 }
@@ -44,7 +44,7 @@ int __wrap_nanosleep(const timespec* time, timespec* left) {
     return 0;
 }
 
-//  The monotonic clock is changed only by clockAhead, so that each pause is recorded with its intended length.
+//  Only clockAhead changes the monotonic clock, so that each pause is recorded with its intended length.
 int __real_clock_gettime(clockid_t clock, timespec* now);
 int __wrap_clock_gettime(clockid_t clock, timespec* now) {
     if (clock != CLOCK_MONOTONIC)
@@ -58,7 +58,7 @@ int __wrap_clock_gettime(clockid_t clock, timespec* now) {
     return 0;
 }
 
-//  Waits for the intended time, by the real clock; rounded up to seconds.
+//  Waits for the intended time of the real clock, rounded up to seconds.
 int __real_pthread_cond_clockwait(pthread_cond_t*, pthread_mutex_t*, clockid_t, const timespec*);
 int __wrap_pthread_cond_clockwait(pthread_cond_t* condition, pthread_mutex_t* mutex, clockid_t clock,
                                   const timespec* deadline) {

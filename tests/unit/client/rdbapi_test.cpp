@@ -8,7 +8,7 @@
 
 namespace {
 
-//  Returns the bytes of a record that is zero except for the changes by fill.
+//  Returns the bytes of a record. All bytes are zero except those that fill changes.
 template <class RECORD, class FILL>
 std::string bytes_of(FILL fill) {
     RECORD record;
@@ -17,7 +17,7 @@ std::string bytes_of(FILL fill) {
     return std::string(reinterpret_cast<const char*>(&record), sizeof record);
 }
 
-//  Returns count zero bytes with text at offset.
+//  Returns count zero bytes, with text at the given offset.
 std::string zeros_with(size_t count, size_t offset, const std::string& text) {
     std::string bytes(count, '\0');
     return bytes.replace(offset, text.size(), text);
@@ -50,7 +50,7 @@ TEST(RdbTag, HoldsTheImportFlagAt191) {
     EXPECT_EQ(bytes_of<RdbTag>([](RdbTag& tag) { tag.importflag = 1; }), zeros_with(256, 191, "\x01"));
 }
 
-TEST(RdbTag, NamesEveryByte) {
+TEST(RdbTag, EveryByteBelongsToAMember) {
     EXPECT_TRUE(std::has_unique_object_representations_v<RdbTag>);
 }
 
@@ -89,11 +89,11 @@ TEST(RdbSnapshot, HoldsTheValueAt104ToItsEnd) {
     EXPECT_EQ(sizeof(RdbSnapshot::value), 1000u);
 }
 
-TEST(RdbSnapshot, NamesEveryByte) {
+TEST(RdbSnapshot, EveryByteBelongsToAMember) {
     EXPECT_TRUE(std::has_unique_object_representations_v<RdbSnapshot>);
 }
 
-TEST(RdbApi, NumbersItsEventsAndKinds) {
+TEST(RdbApi, EventsAndKindsHaveTheirNumbers) {
     EXPECT_EQ(RDB_EVENT_CONNECTED, 60001);
     EXPECT_EQ(RDB_EVENT_DISCONNECTED, 60003);
     EXPECT_EQ(RDB_VALUE_TYPE_TEXT, 6);
@@ -101,7 +101,7 @@ TEST(RdbApi, NumbersItsEventsAndKinds) {
     EXPECT_EQ(RDB_TAGINPORT_MODE, 16);
 }
 
-TEST(RdbApi, DeclaresTheNineFunctionsAsTheyAreCalled) {
+TEST(RdbApi, TheNineFunctionsHaveTheirTypes) {
     EXPECT_TRUE((std::is_same_v<decltype(rdb_create), int()>));
     EXPECT_TRUE((std::is_same_v<decltype(rdb_setmessagenotify), int(int, RdbMessageNotify, void*)>));
     EXPECT_TRUE((std::is_same_v<decltype(rdb_connectex), int(int, const char*, const char*, const char*, int)>));

@@ -1,4 +1,4 @@
-#  Tests of the back end redis with a fake server, to which the test gives the replies.
+#  Tests of the back end redis with a fake server. The tests determine the server's answers.
 
 if(NOT HIREDIS_INCLUDE OR NOT HIREDIS_LIBRARY)
     return()

@@ -21,8 +21,8 @@ addrpubd_unit_test(olk_alloctor_test
     WRAP mmap munmap sysconf
         pthread_spin_init pthread_spin_destroy pthread_spin_lock pthread_spin_unlock)
 
-#  A program that records its system calls from the first mapping to the last, linked in four orders: its objects before
-#  or after the library, and in both orders relative to each other.
+#  These programs record their system calls from the first mapping to the last. They are linked in four orders: their
+#  objects before or after the library, and in both orders relative to each other.
 set(exit_order_calls mmap munmap mallopt)
 function(exit_order_program name)
     add_executable(${name} ${ARGN})

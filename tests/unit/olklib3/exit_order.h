@@ -1,5 +1,5 @@
-//  A program that logs its start and exit: one line for each mapping, unmapping and call of mallopt, and for each
-//  construction and destruction of a global object.
+//  A program that logs its start and its exit. It writes one line for each mapping, unmapping and call of mallopt, and
+//  for each construction and destruction of a global object.
 #ifndef EXIT_ORDER_H
 #define EXIT_ORDER_H
 

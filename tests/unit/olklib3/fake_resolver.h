@@ -1,8 +1,8 @@
 //  A simulated resolver: names are answered from a table, address literals by the real getaddrinfo.
 //
 //  Test programs are linked with --wrap for getaddrinfo, freeaddrinfo and inet_ntop. At most one object exists at a
-//  time; without one the real calls are made. The object owns all lists that it returned, including those of the real
-//  resolver, and frees them when it is destroyed. So a caller that frees no list causes no leak here.
+//  time; without an object the real calls are made. The object owns all lists that it returned, including those of the
+//  real resolver. It frees them when it is destroyed, so a caller that frees no list causes no leak here.
 //
 //  Threads: one thread only.
 #ifndef FAKE_RESOLVER_H
@@ -23,12 +23,12 @@ public:
     FakeResolver(const FakeResolver&) = delete;
     FakeResolver& operator=(const FakeResolver&) = delete;
 
-    //  Sets the answer for a name: addresses in the resolver's order, each IPv4 or IPv6; "local" and "packet" are
-    //  entries of other families, whose numbers are lower and higher. Without addresses the result is success with an
-    //  empty list.
+    //  Sets the answer for a name. The addresses are in the resolver's order; each is IPv4 or IPv6. "local" and
+    //  "packet" are entries of other address families, with lower and higher family numbers. Without addresses the
+    //  lookup succeeds with an empty list.
     void add(const std::string& name, std::vector<std::string> addresses);
 
-    //  If true, literals are also answered without the real resolver, which is much faster.
+    //  If true, address literals are also answered without the real resolver. This is much faster.
     bool answers_literals = false;
 
     std::vector<std::string> asked;                    // requested names, in order

@@ -1,9 +1,9 @@
 //  Simulated sockets that record their calls. Each call can be made to fail.
 //
 //  Test programs are linked with --wrap for socket, setsockopt, fcntl, sendto, shutdown, close, inet_pton, malloc,
-//  operator new and the pool's malloc_. At most one object exists at a time; without one the real calls are made.
+//  operator new and the pool's malloc_. At most one object exists at a time; without an object the real calls are made.
 //
-//  Threads: any thread may call sendto; one thread everything else.
+//  Threads: any thread may call sendto. All other functions are called by one thread.
 #ifndef FAKE_SOCKETS_H
 #define FAKE_SOCKETS_H
 
@@ -31,7 +31,8 @@ public:
     FakeSockets(const FakeSockets&) = delete;
     FakeSockets& operator=(const FakeSockets&) = delete;
 
-    //  The calls in order, without sendto, such as "socket 2 2 17" or "close 1000". The first socket is 1000.
+    //  The calls in order, except sendto. Examples: "socket 2 2 17", "close 1000". The first socket has descriptor
+    //  1000.
     std::vector<std::string> calls;
     std::vector<Datagram> sent;
 

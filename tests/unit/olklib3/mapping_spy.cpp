@@ -12,7 +12,7 @@
 namespace spy {
 namespace {
 
-//  Used before any constructor runs, so all of it is initialised to zero.
+//  Used before any constructor runs, so everything here is initialised to zero at load time.
 constexpr size_t log_size = 1 << 16;
 call log_of_calls[log_size];
 size_t logged;
@@ -20,7 +20,8 @@ std::atomic<bool> recording;
 std::atomic<bool> recording_locks;
 mmap_request latest_mmap;
 
-//  Counters of calls until the failures start and end; skip is 1 for the next call, 0 if no call fails.
+//  Numbers of calls until the failures start and until they end. skip is 1 if the next call fails, and 0 if no call
+//  fails.
 struct failure {
     size_t skip;
     size_t left;

@@ -1,11 +1,11 @@
 //  Records the system calls of the allocator, and can make them fail: mmap, munmap, sysconf, mallopt and the spinlocks.
 //
-//  The test program is linked with --wrap for each of them, so all calls of the library go through this file to the
-//  real function. While a watch exists, calls are recorded; it can also make mappings fail or change the reported page
+//  The test program is linked with --wrap for each of these functions, so all calls of the library reach this file
+//  first. While a watch exists, the calls are recorded. A watch can also make mappings fail or change the reported page
 //  size.
 //
-//  Threads: one watch at a time, and no watch while several threads use the allocator. Any thread may count lock-order
-//  violations.
+//  Threads: at most one watch exists at a time, and only while a single thread uses the allocator. Any thread may count
+//  lock-order violations.
 #ifndef MAPPING_SPY_H
 #define MAPPING_SPY_H
 
@@ -38,7 +38,7 @@ struct mmap_request {
 
 enum class scope { memory, memory_and_locks };
 
-//  Records while it exists; the failures that it sets up end with it.
+//  Records calls while it exists. Failures that it set up end when it is destroyed.
 class watch {
 public:
     explicit watch(scope what = scope::memory);
@@ -51,7 +51,7 @@ public:
     //  Returns the lengths of the mappings that were made (including failed ones) or unmapped, in order.
     std::vector<size_t> lengths(kind what) const;
     //  Returns the calls as text: "mmap 4096", "mmap 4096 failed", "munmap 4096", "sysconf", "lock NAME", "unlock
-    //  NAME", "init NAME", "destroy NAME". A mapping with a name is "munmap NAME".
+    //  NAME", "init NAME", "destroy NAME". If the mapping has a name, unmapping it is "munmap NAME".
     std::vector<std::string> trace() const;
     //  Sets the name of the object at address in the trace. A lock without a name is "lock".
     void name(const void* address, const std::string& name);
@@ -63,7 +63,7 @@ public:
     static void fail_mmap(size_t nth, size_t how_many = every);
     static void fail_munmap(size_t nth, size_t how_many = every);
     static void stop_failing();
-    //  Sets the page size that the library gets; 0 restores the real one.
+    //  Sets the page size that is reported to the library; 0 restores the real size.
     static void page_size(size_t bytes);
 
 private:

@@ -27,7 +27,7 @@ protected:
     static trace one_record() { return {"lock records", "unlock records"}; }
 };
 
-TEST_F(AllocatorSteps, TheObjectHeapIsBuiltFirstThenThirtyClassesOfWhichThreeGetAHeap) {
+TEST_F(AllocatorSteps, TheObjectHeapIsBuiltBeforeThirtyClassesAndThreeHeaps) {
     auto built = std::make_unique<olk::olk_allocator_>();
     watch.name(&built->objheap.lock, "object heap");
     trace expected = {"init object heap", "sysconf", "mmap 524288"};
@@ -45,7 +45,7 @@ TEST_F(AllocatorSteps, TheObjectHeapIsBuiltFirstThenThirtyClassesOfWhichThreeGet
     EXPECT_EQ(watch.trace(), expected);
 }
 
-TEST_F(AllocatorSteps, ClassesGoInTableOrderTheirHeapsFirstThenTheObjectHeapsPages) {
+TEST_F(AllocatorSteps, ClassesAreDestroyedInTableOrderBeforeTheObjectHeap) {
     auto built = std::make_unique<olk::olk_allocator_>();
     for (int i = 0; i < 2049; ++i)
         built->alloc.malloc_(16, nullptr);
@@ -85,7 +85,7 @@ TEST(AllocatorBuild, TheProcessWideTableHasTheSameThirtyClasses) {
     EXPECT_TRUE(olk::get_olk_allocator()->valid());
 }
 
-TEST(AllocatorBuild, RecordsAllComeFromTheObjectHeapAndAreFreed) {
+TEST(AllocatorBuild, AllRecordsComeFromTheObjectHeapAndAreFreed) {
     const uint64_t before = process_heap().freecount;
     auto allocator = std::make_unique<olk::allocator>();
     EXPECT_EQ(process_heap().freecount, before - 30 - 3);
@@ -104,7 +104,7 @@ TEST(AllocatorDestruction, LeavesAnEmptyTable) {
         EXPECT_EQ(olk::load_word<void*>(bytes + offsetof(olk::allocator, classes) + i * sizeof(void*)), nullptr);
 }
 
-TEST(AllocatorDestruction, BlocksThatLiveInClassesGoWithTheirHeaps) {
+TEST(AllocatorDestruction, AllocatedBlocksAreUnmappedWithTheirHeaps) {
     spy::watch watch;
     {
         olk::allocator allocator;
@@ -159,7 +159,7 @@ TEST(AllocatorAddClass, AppendsAClassWithItsFirstHeap) {
     EXPECT_EQ(cls->heaps->owner, cls);
 }
 
-TEST(AllocatorAddClass, AFirstHeapCreatedAheadUsesTheUnroundedSize) {
+TEST(AllocatorAddClass, AFirstHeapCreatedWithTheClassUsesTheUnroundedSize) {
     olk::allocator allocator;
     EXPECT_TRUE(allocator.add_class_(1057, 100, true));
     EXPECT_EQ(allocator.classes[30]->blksize, 1064u);

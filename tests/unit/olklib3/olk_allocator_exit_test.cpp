@@ -103,7 +103,7 @@ TEST_P(AllocatorExit, TheAllocatorIsDestroyedAfterTheLastOfThem) {
     const size_t last_gone = last_with("gone");
     EXPECT_LT(place_of("exit handler"), last_gone);
     ASSERT_TRUE(starts_with(life[3], "mmap"));
-    EXPECT_EQ("munmap" + life[3].substr(4), life.back()) << "the object heap's page is the last to go";
+    EXPECT_EQ("munmap" + life[3].substr(4), life.back()) << "the object heap's page is unmapped last";
     const auto first_heap = life[4].substr(4);
     EXPECT_GT(place_of("munmap" + first_heap), last_gone);
 }

@@ -63,7 +63,7 @@ TEST(AllocatorLimit, EveryClassReturnsNullWhenItsHeapCannotBeMapped) {
     }
 }
 
-TEST(AllocatorLimitAtStart, WithoutItsFirstHeapAClassIsLeftOutAndTheNextLargerServes) {
+TEST(AllocatorLimitAtStart, AClassWithoutItsFirstHeapIsLeftOutAndTheNextLargerClassServes) {
     const size_t sizes[] = {16, 32, 64, 96};
     for (size_t left_out = 0; left_out < 3; ++left_out) {
         spy::watch watch;
@@ -78,7 +78,7 @@ TEST(AllocatorLimitAtStart, WithoutItsFirstHeapAClassIsLeftOutAndTheNextLargerSe
     }
 }
 
-TEST(AllocatorLimitAtStart, WithoutAnyFirstHeapTheClassOf96ServesAllBelow) {
+TEST(AllocatorLimitAtStart, WithoutAnyFirstHeapTheClassOf96BytesServesSmallerRequests) {
     spy::watch watch;
     watch.fail_mmap(1, 3);
     olk::allocator allocator;
@@ -88,7 +88,7 @@ TEST(AllocatorLimitAtStart, WithoutAnyFirstHeapTheClassOf96ServesAllBelow) {
     EXPECT_EQ(usable, 96u);
 }
 
-TEST(AllocatorLimitAtStart, WithoutItsFirstPageTheObjectHeapIsEmptyAndTheClassesAreThere) {
+TEST(AllocatorLimitAtStart, WithoutItsFirstPageTheObjectHeapIsEmptyButTheClassesExist) {
     spy::watch watch;
     watch.fail_mmap(1, 1);
     olk::olk_allocator_ whole;
@@ -112,8 +112,8 @@ TEST(AllocatorLimitAtStart, WithoutRecordsTheTableIsEmptyAndEveryRequestIsABigBl
     allocator.free_(p);
 }
 
-//  Makes a fixed series of requests with mappings of every kind; the nth mmap fails. Returns the number of mappings
-//  that were requested.
+//  Makes a fixed series of requests that needs mappings of every kind. The nth mmap fails. Returns the number of
+//  requested mappings.
 size_t run_with_failure_at(size_t nth) {
     spy::watch watch;
     watch.fail_mmap(nth, 1);
@@ -130,7 +130,7 @@ size_t run_with_failure_at(size_t nth) {
             live.emplace_back(p, size);
         }
     EXPECT_TRUE(whole.alloc.valid());
-    EXPECT_GE(live.size() + 1, 200u) << "one failure costs one request at most";
+    EXPECT_GE(live.size() + 1, 200u) << "one failed mapping makes at most one request fail";
     for (const auto& [p, size] : live) {
         EXPECT_EQ(p[0], p[size - 1]);
         whole.alloc.free_(p);
@@ -212,7 +212,7 @@ TEST(AllocatorLimit, MunmapMayFailEverywhere) {
 
 TEST(AllocatorLimitDeathTest, WhenTheAddressSpaceRunsOutRequestsReturnNullAndNothingCrashes) {
     if (under_sanitizer() || under_valgrind())
-        GTEST_SKIP() << "sanitizers and valgrind need more address space than a limit leaves them";
+        GTEST_SKIP() << "sanitizers and valgrind need more address space than the limit allows";
     EXPECT_EXIT(use_up_the_address_space(), testing::ExitedWithCode(0), "");
 }
 

@@ -11,7 +11,7 @@
 
 namespace {
 
-//  Of a large block only the first and last bytes are filled, to keep the test fast.
+//  In a large block only the first and last bytes are filled. This keeps the test fast.
 constexpr size_t filled_ends = 512;
 
 struct block {
@@ -48,7 +48,7 @@ public:
 private:
     using live_blocks = std::map<char*, block>;
 
-    //  Returns a size; every order of magnitude is equally likely, and the largest are big blocks.
+    //  Returns a random size. Every order of magnitude is equally likely; the largest sizes are big blocks.
     size_t some_size() {
         const size_t magnitude = size_t{1} << (random_() % 23);
         return std::min<size_t>(magnitude + random_() % (magnitude + 1), 6000000);

@@ -1,4 +1,4 @@
-//  The table of 30 size classes: compares each row with the mappings that the class makes.
+//  The table of 30 size classes. Each row is compared with the mappings that the class makes.
 #include "mapping_spy.h"
 #include "size_classes.h"
 
@@ -18,7 +18,7 @@ TEST_P(AllocatorTable, HasTheBlockSizeAndTheBlocksPerHeap) {
     EXPECT_EQ(cls.blkperheap, row.blkperheap);
 }
 
-TEST_P(AllocatorTable, StartsWithItsFirstHeapOrWithNone) {
+TEST_P(AllocatorTable, StartsWithItsFirstHeapOrWithoutAHeap) {
     EXPECT_EQ(cls.heapcount, row.at_start ? 1 : 0);
     EXPECT_EQ(cls.heaps != nullptr, row.at_start);
     EXPECT_EQ(cls.freecount, row.at_start ? row.first_blocks : 0);
@@ -56,7 +56,7 @@ INSTANTIATE_TEST_SUITE_P(Class, AllocatorTable, testing::Range(0, 30), [](const 
     return "Of" + std::to_string(read_size_classes().at(static_cast<size_t>(index.param)).blksize) + "Bytes";
 });
 
-TEST(AllocatorTableFile, HasThirtyRowsAndTheAllocatorAsMany) {
+TEST(AllocatorTableFile, HasThirtyRowsLikeTheAllocator) {
     EXPECT_EQ(read_size_classes().size(), 30u);
     EXPECT_EQ(olk::allocator().classcount, 30);
 }

@@ -107,7 +107,7 @@ TEST(AllocatorClasses, TheBlockComesFromItsClassAndIsFreedToIt) {
     EXPECT_EQ(cls->heaps->freelist, p);
 }
 
-TEST(AllocatorClasses, UsableSizeIsTheFigureThatMallocReported) {
+TEST(AllocatorClasses, UsableSizeIsTheSizeThatMallocReported) {
     olk::allocator allocator;
     for (unsigned request : {0u, 17u, 1425u, 4194304u, 4194305u, 10000000u}) {
         size_t usable = 0;
@@ -130,7 +130,7 @@ TEST(AllocatorClasses, EveryUsableByteCanBeWritten) {
     EXPECT_TRUE(allocator.valid());
 }
 
-TEST(AllocatorClasses, ARequestIsServedUnderItsClassesLockAlone) {
+TEST(AllocatorClasses, ARequestTakesOnlyTheLockOfItsClass) {
     olk::allocator allocator;
     allocator.free_(allocator.malloc_(500, nullptr));
     spy::watch watch(spy::scope::memory_and_locks);
@@ -229,7 +229,7 @@ TEST(AllocatorOutsize, MayBeNull) {
     EXPECT_NE(small, nullptr);
     void* big = allocator.malloc_(5000000, nullptr);
     EXPECT_NE(big, nullptr);
-    EXPECT_EQ(allocator.bigcount, 1u) << "a big block counts without outsize too";
+    EXPECT_EQ(allocator.bigcount, 1u) << "a big block is also counted without outsize";
     allocator.free_(small);
     allocator.free_(big);
 }
@@ -242,7 +242,7 @@ TEST(AllocatorFree, NullDoesNothing) {
     EXPECT_EQ(allocator.bigcount, 0u);
 }
 
-TEST(AllocatorForkDeathTest, TheChildOfAForkWorksOnACopyOfItsOwn) {
+TEST(AllocatorForkDeathTest, AForkedChildWorksOnItsOwnCopy) {
     olk::allocator& allocator = *olk::get_olk_allocator();
     auto* p = static_cast<char*>(allocator.malloc_(100, nullptr));
     std::strcpy(p, "parent");

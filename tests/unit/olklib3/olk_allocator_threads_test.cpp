@@ -1,4 +1,4 @@
-//  Eight threads that use one allocator. Run these tests with the thread sanitizer as well.
+//  Eight threads that use one allocator. These tests are also run with the thread sanitizer.
 #include "mapping_spy.h"
 #include "surroundings.h"
 
@@ -60,8 +60,9 @@ bool intact(const parcel& found) {
     return std::count(found.p, found.p + found.checked(), found.fill) == static_cast<ptrdiff_t>(found.checked());
 }
 
-//  Allocates one block in each of rounds rounds and passes it to another thread. Frees received blocks: none for 32
-//  rounds, then two per round for 32 rounds, so that the load varies. Returns the number of damaged blocks.
+//  Runs the given number of rounds. Each round allocates one block and passes it to another thread. For 32 rounds no
+//  received block is freed, then two per round for 32 rounds, so that the load varies. Returns the number of damaged
+//  blocks.
 int work(olk::allocator& allocator, exchange& between, unsigned seed, int rounds) {
     std::mt19937 random(seed);
     int damaged = 0;

@@ -53,7 +53,7 @@ TEST(BlkAlloctorLayout, AHeapRecordLiesInTheObjectHeapNotInItsOwnMapping) {
     EXPECT_TRUE(record < cls.heaps->base || record >= cls.heaps->base + cls.heaps->maplen);
 }
 
-TEST(BlkAlloctorFirstHeap, Takes32768BytesAndNotOneMore) {
+TEST(BlkAlloctorFirstHeap, HasAtMost32768Bytes) {
     EXPECT_EQ(size_class::first_heap_count(1, 32768), 32768u);
     EXPECT_EQ(size_class::first_heap_count(1, 32769), 32768u);
 }
@@ -125,7 +125,7 @@ TEST_F(BlkAlloctor, GrowingTakesTheClassLockThenTheRecordThenTheMapping) {
               (trace{"lock class", "lock object heap", "unlock object heap", "sysconf", "mmap 4096", "unlock class"}));
 }
 
-TEST_F(BlkAlloctor, ABlockFromAHeapThatIsThereTakesTheClassLockOnly) {
+TEST_F(BlkAlloctor, ABlockFromAnExistingHeapTakesOnlyTheClassLock) {
     take(1);
     spy::watch watch(spy::scope::memory_and_locks);
     watch.name(&cls.lock, "class");
@@ -180,16 +180,21 @@ TEST_F(BlkAlloctor, TakingAndFreeingCountsInHeapAndClass) {
     EXPECT_EQ(cls.heaps->freecount, 1u);
 }
 
-TEST(BlkAlloctorFirstHeap, IsKeptSmall) {
+TEST(BlkAlloctorFirstHeap, HasTheBlocksOfEachTableRow) {
     const struct {
         uint32_t size, per_heap, blocks;
         const char* why;
     } rows[] = {
-        {16, 65536, 2048, "32768 / 16"},       {2048, 16, 16, "16 blocks are never reduced"},
-        {4194304, 2, 2, "fewer neither"},      {1024, 32, 32, "32768 bytes are small enough"},
-        {1024, 33, 32, "33792 bytes are not"}, {8, 4097, 4096, "one block too many"},
-        {2048, 17, 16, "the quotient is 16"},  {2056, 17, 16, "the quotient is 15, and 16 the least"},
-        {65536, 32, 16, "the quotient is 0"},  {1920, 18, 17, "the quotient is 17"},
+        {16, 65536, 2048, "32768 / 16"},
+        {2048, 16, 16, "16 blocks are never reduced"},
+        {4194304, 2, 2, "fewer than 16 are not reduced"},
+        {1024, 32, 32, "32768 bytes are small enough"},
+        {1024, 33, 32, "33792 bytes are too many"},
+        {8, 4097, 4096, "one block too many"},
+        {2048, 17, 16, "the quotient is 16"},
+        {2056, 17, 16, "the quotient is 15, and 16 the least"},
+        {65536, 32, 16, "the quotient is 0"},
+        {1920, 18, 17, "the quotient is 17"},
     };
     for (const auto& row : rows) {
         size_class cls(row.size, row.per_heap);
@@ -213,7 +218,7 @@ TEST(BlkAlloctorFirstHeap, Of16ByteBlocksIs2048BlocksAndTheSecondHeap65536) {
     EXPECT_EQ(cls.freecount, 65535u);
 }
 
-TEST(BlkAlloctorFirstHeap, HasTheGivenBlocksWhenItIsCreatedAhead) {
+TEST(BlkAlloctorFirstHeap, HasTheGivenNumberOfBlocksWhenCreatedWithTheClass) {
     size_class cls(16, 65536);
     ASSERT_TRUE(cls.add_first_heap_(2048));
     EXPECT_EQ(cls.heapcount, 1);
@@ -307,7 +312,7 @@ TEST_F(BlkAlloctor, AFailedHeapMappingReturnsNullAndTheRecordIsFreed) {
     EXPECT_TRUE(cls.valid());
 }
 
-TEST_F(BlkAlloctor, AFailedFirstHeapLeavesTheClassWithoutOne) {
+TEST_F(BlkAlloctor, AFailedFirstHeapLeavesTheClassWithoutAHeap) {
     spy::watch watch;
     watch.fail_mmap(1);
     EXPECT_EQ(cls.malloc_(nullptr), nullptr);
@@ -321,13 +326,13 @@ TEST_F(BlkAlloctor, WithoutAHeapRecordTheRequestReturnsNullAndNothingIsMapped) {
     spy::watch watch;
     watch.fail_mmap(1, 1);
     EXPECT_EQ(cls.malloc_(nullptr), nullptr);
-    EXPECT_EQ(watch.lengths(spy::kind::mmap), std::vector<size_t>{524288}) << "the object heap's try for a page";
+    EXPECT_EQ(watch.lengths(spy::kind::mmap), std::vector<size_t>{524288}) << "the object heap tried to map a page";
     EXPECT_EQ(cls.heaps, nullptr);
     EXPECT_EQ(cls.freecount, 0u);
 }
 
-//  Returns the line that the C library prints, in the language of the locale, when the assertion of a broken class
-//  fails.
+//  Returns the line that the C library prints when the assertion for a damaged class fails. The line is in the language
+//  of the locale.
 std::string broken_class_line() {
     return std::string(program_invocation_short_name) +
            ": ../com/olklib3/olk_alloctor:597: void* olk::blk_alloctor<LOCK>::malloc_(size_t*) [with LOCK = "
@@ -339,13 +344,13 @@ void take_untranslated(size_class& cls) {
     cls.malloc_(nullptr);
 }
 
-TEST(BlkAlloctorDeathTest, AFreeCountWithoutAnyHeapAbortsWithItsFixedLine) {
+TEST(BlkAlloctorDeathTest, AFreeCountWithoutAnyHeapAbortsWithAFixedMessage) {
     size_class cls(16, 4);
     cls.freecount = 1;
     EXPECT_EXIT(take_untranslated(cls), testing::KilledBySignal(SIGABRT), testing::Eq(broken_class_line()));
 }
 
-TEST(BlkAlloctorDeathTest, AFreeCountWithFullHeapsOnlyAbortsWithItsFixedLine) {
+TEST(BlkAlloctorDeathTest, AFreeCountWithOnlyFullHeapsAbortsWithAFixedMessage) {
     size_class cls(16, 4);
     for (int i = 0; i < 8; ++i)
         cls.malloc_(nullptr);

@@ -1,4 +1,4 @@
-//  Release of the heaps of a size class: the rule, its exception, and destruction.
+//  Release of the heaps of a size class: when a heap is released, when it is kept, and destruction of the class.
 #include "size_class_fixture.h"
 
 #include <algorithm>
@@ -54,7 +54,7 @@ TEST_F(BlkRelease, EveryEntirelyFreeHeapAfterTheHeadIsReleased) {
     watch.name(heap[1]->base, "heap 1");
     watch.name(heap[3]->base, "heap 3");
     give_back(at[3]);
-    EXPECT_EQ(watch.trace(), (trace{"munmap heap 3", "munmap heap 1"})) << "in the list's order";
+    EXPECT_EQ(watch.trace(), (trace{"munmap heap 3", "munmap heap 1"})) << "in the order of the list";
     EXPECT_EQ(heaps(), (std::vector{heap[0], heap[2]}));
     EXPECT_EQ(cls.heapcount, 2);
     EXPECT_EQ(cls.freecount, 0u);
@@ -69,7 +69,7 @@ TEST_F(BlkRelease, TheHeadHeapStaysWhenItsLastBlockIsFreed) {
     EXPECT_EQ(cls.heapcount, 4);
 }
 
-TEST_F(BlkRelease, TheHeadsLastBlockReleasesNoOtherHeapEither) {
+TEST_F(BlkRelease, FreeingTheHeadsLastBlockReleasesNoHeap) {
     give_back(at[1]);
     spy::watch watch;
     give_back(at[0]);
@@ -101,7 +101,8 @@ TEST_F(BlkReleaseSixHeaps, AdjacentFreeHeapsAreAllReleased) {
     EXPECT_EQ(watch.count(spy::kind::munmap), 1u);
     free_in(cls, at[1][3]);
     free_in(cls, at[3][3]);
-    EXPECT_EQ(heaps(), (std::vector{heap[0], heap[5], heap[4], heap[3]})) << "heap 3 came back as the only capacity";
+    EXPECT_EQ(heaps(), (std::vector{heap[0], heap[5], heap[4], heap[3]}))
+        << "heap 3 is kept because it has the only free blocks";
     give_back(at[4]);
     EXPECT_EQ(heaps(), (std::vector{heap[0], heap[5]}));
     EXPECT_TRUE(cls.valid());
@@ -119,7 +120,8 @@ TEST_F(BlkRelease, TheReleaseHoldsTheClassLockAndTakesTheObjectHeapsInside) {
               (trace{"lock class", "munmap heap 1", "lock object heap", "unlock object heap", "unlock class"}));
 }
 
-//  Returns whether a free slot is zero after its first word, which is the link of the object heap's list.
+//  Returns whether all bytes of a free slot after its first word are zero. The first word is the link in the object
+//  heap's list of free slots.
 bool zeroed_behind_the_link(const void* slot, size_t bytes) {
     const char* first = static_cast<const char*>(slot);
     return std::all_of(first + sizeof(void*), first + bytes, [](char c) { return c == 0; });
@@ -133,7 +135,7 @@ TEST_F(BlkRelease, TheRecordIsZeroedAndIsFreedToTheObjectHeap) {
     EXPECT_TRUE(zeroed_behind_the_link(heap[1], sizeof(olk::blk_heap)));
 }
 
-TEST_F(BlkRelease, AFailedUnmapStillTakesTheHeapOutOfTheClass) {
+TEST_F(BlkRelease, AFailedUnmapStillRemovesTheHeapFromTheClass) {
     free_in(cls, at[0][0]);
     char* const base = heap[1]->base;
     spy::watch watch;
@@ -145,22 +147,22 @@ TEST_F(BlkRelease, AFailedUnmapStillTakesTheHeapOutOfTheClass) {
     olk::unmap_pages(base, page);
 }
 
-TEST_F(BlkRelease, TheDeductionIsByTheClassesBlocksPerHeap) {
+TEST_F(BlkRelease, AReleaseDeductsTheClassesBlocksPerHeap) {
 #ifdef OLK_CHECK
-    GTEST_SKIP() << "a checking build stops at a class whose figures disagree";
+    GTEST_SKIP() << "a checking build stops at a class whose counts are inconsistent";
 #else
     free_in(cls, at[0][0]);
     give_back({at[1][0], at[1][1], at[1][2]});
     cls.blkperheap = 3;
     free_in(cls, at[1][3]);
     EXPECT_EQ(cls.heapcount, 3);
-    EXPECT_EQ(cls.freecount, 5u - 3u) << "not by the four blocks of the heap itself";
+    EXPECT_EQ(cls.freecount, 5u - 3u) << "the four blocks of the heap itself are not deducted";
 #endif
 }
 
 TEST_F(BlkRelease, TheExceptionComparesWithTheClassesBlocksPerHeap) {
 #ifdef OLK_CHECK
-    GTEST_SKIP() << "a checking build stops at a class whose figures disagree";
+    GTEST_SKIP() << "a checking build stops at a class whose counts are inconsistent";
 #else
     free_in(cls, at[0][0]);
     give_back({at[1][0], at[1][1], at[1][2]});
@@ -171,8 +173,8 @@ TEST_F(BlkRelease, TheExceptionComparesWithTheClassesBlocksPerHeap) {
 #endif
 }
 
-TEST(BlkReleaseSmallFirstHeap, AFullHeapsWorthOfFreeBlocksCountsTheSmallHeadsBlocksToo) {
-    //  64 blocks in the head, 65 in each other heap: one free block in the head and 64 in the last heap make 65.
+TEST(BlkReleaseSmallFirstHeap, TheFreeCountIncludesTheBlocksOfASmallHead) {
+    //  The head has 64 blocks, each other heap 65. One free block in the head and 64 in the last heap make 65.
     size_class cls(512, 65);
     std::vector<void*> blocks;
     for (int i = 0; i < 64 + 3 * 65; ++i)
@@ -192,7 +194,7 @@ TEST(BlkReleaseSmallFirstHeap, AFullHeapsWorthOfFreeBlocksCountsTheSmallHeadsBlo
     EXPECT_TRUE(cls.valid());
 }
 
-TEST_F(BlkRelease, UseThatVariesAroundTheEndOfAHeapMapsNothing) {
+TEST_F(BlkRelease, FreeingAndTakingTheOnlyBlockOfAHeapMapsNothing) {
     spy::watch watch;
     void* p = cls.malloc_(nullptr);
     EXPECT_EQ(watch.count(spy::kind::mmap), 1u);

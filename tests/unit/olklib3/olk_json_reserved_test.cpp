@@ -1,5 +1,5 @@
-//  Members and string values written into a buffer with enough room: each is written in one piece, and texts of 16
-//  characters or more are copied in steps.
+//  Writes members and string values into a buffer with enough room. Each is then written in one operation; texts of 16
+//  characters or more are copied 16 at a time.
 #include "olk_json.h"
 
 #include <gtest/gtest.h>
@@ -50,8 +50,8 @@ TEST(JsonReserved, AnAddressIsWrittenWhole) {
     EXPECT_EQ(written(address), '"' + address + '"');
 }
 
-//  Calls write and pieces after each text that fits a buffer of 120 bytes, and compares the results. Without enough
-//  room both must grow the buffer in the same way.
+//  Calls the functions write and pieces after each text that fits a buffer of 120 bytes, and compares the results. If
+//  the room is too small, both must grow the buffer in the same way.
 template <class WRITE, class PIECES>
 void grows_as_for_pieces(WRITE write, PIECES pieces) {
     for (size_t before = 0; before <= 119; ++before) {

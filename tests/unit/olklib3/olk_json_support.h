@@ -1,4 +1,5 @@
-//  Shared by the tests of the JSON writers: a buffer as text, and a time zone for the duration of a test.
+//  Shared by the tests of the JSON writers: the text of a buffer, and a time zone that is set for the duration of a
+//  test.
 #ifndef OLK_JSON_SUPPORT_H
 #define OLK_JSON_SUPPORT_H
 
@@ -9,7 +10,7 @@
 #include <optional>
 #include <string>
 
-//  Returns what write appends to an empty buffer.
+//  Returns the text that the function write appends to an empty buffer.
 template <class WRITE>
 std::string written(WRITE write) {
     olk::string out;

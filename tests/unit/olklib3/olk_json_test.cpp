@@ -98,7 +98,7 @@ TEST(JsonEscape, AppendsToExistingText) {
               "ab\\n");
 }
 
-TEST(JsonPlain, OnlyTheEightNeedAnEscape) {
+TEST(JsonPlain, OnlyEightCharactersNeedAnEscape) {
     for (int byte = 0; byte < 256; ++byte) {
         const char c = static_cast<char>(byte);
         EXPECT_EQ(olk::isJsonPlain(&c, 1), escaped(c).size() == 1) << "byte " << byte;
@@ -134,11 +134,11 @@ TEST(JsonString, AVerticalTabIsUnchanged) {
               "b\"");
 }
 
-TEST(JsonString, AllEightAreEscapedInOneText) {
+TEST(JsonString, AllEightCharactersAreEscapedInOneText) {
     EXPECT_EQ(value("\b\t\n\f\r\"/\\"), "\"\\b\\t\\n\\f\\r\\\"\\/\\\\\"");
 }
 
-TEST(JsonString, HighBytesBesideAnEscapeAreRaw) {
+TEST(JsonString, HighBytesNextToAnEscapeAreUnchanged) {
     EXPECT_EQ(value("\xc3\xa9/\xff"), "\"\xc3\xa9\\/\xff\"");
 }
 

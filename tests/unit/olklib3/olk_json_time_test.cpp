@@ -10,7 +10,7 @@
 
 namespace {
 
-//  Result of localtime_r while it is replaced: a failure, or fields that no calendar has.
+//  Results of the replaced localtime_r: whether it fails, and the fields that it returns, which may be no valid date.
 bool fails;
 const tm* told;
 
@@ -32,7 +32,7 @@ outcome iso(int64_t milliseconds) {
     return o;
 }
 
-//  Returns the text for these fields, for any time.
+//  Returns the result of writeIsoTime when localtime_r returns these fields for any time.
 outcome iso_of(const tm& fields, int64_t milliseconds) {
     told = &fields;
     const outcome o = iso(milliseconds);
@@ -82,7 +82,7 @@ TEST(IsoTime, LessThanAnHourIsZ) {
     EXPECT_EQ(iso(april), (outcome{1, "2025-04-11T08:05:04Z"}));
 }
 
-TEST(IsoTime, DaylightSavingMovesTheClockAndNotTheSuffix) {
+TEST(IsoTime, DaylightSavingChangesTheTimeButNotTheSuffix) {
     const zone summer("EST5EDT,M3.2.0,M11.1.0");
     EXPECT_EQ(iso(april), (outcome{1, "2025-04-11T05:05:03-05:00"}));
     EXPECT_EQ(iso(1736586303000), (outcome{1, "2025-01-11T04:05:03-05:00"}));
@@ -108,13 +108,13 @@ TEST(IsoTime, TheYearIsNotPadded) {
     EXPECT_EQ(iso(253402300800000), (outcome{1, "10000-01-01T00:00:00Z"}));
 }
 
-TEST(IsoTime, TheExtremesOfTheArgumentHaveATime) {
+TEST(IsoTime, TheExtremeArgumentsYieldATime) {
     const zone utc("UTC0");
     EXPECT_EQ(iso(std::numeric_limits<int64_t>::max()), (outcome{1, "292278994-08-17T07:12:55.807Z"}));
     EXPECT_EQ(iso(std::numeric_limits<int64_t>::min()), (outcome{1, "-292275055-05-16T16:47:05.-808Z"}));
 }
 
-TEST(IsoTime, ATimeWithoutALocalFormAppendsNothing) {
+TEST(IsoTime, ATimeThatCannotBeConvertedAppendsNothing) {
     fails = true;
     olk::string out("kept");
     EXPECT_EQ(olk::writeIsoTime(april, out), 0);
@@ -146,13 +146,13 @@ TEST(IsoTime, ATextOf47CharactersIsAppended) {
     EXPECT_EQ(iso_of(longest, 0), (outcome{1, "1234567890-01-1234567890T1234567890:1234567:00Z"}));
 }
 
-TEST(IsoTime, ATextOf48CharactersIsNot) {
+TEST(IsoTime, ATextOf48CharactersIsNotAppended) {
     const zone utc("UTC0");
     const tm too_long = fields(1234567890, 1234567890, 1234567890, 12345678);
     EXPECT_EQ(iso_of(too_long, 0), (outcome{0, ""}));
 }
 
-TEST(IsoTime, TheSuffixCountsInTheLength) {
+TEST(IsoTime, TheLengthIncludesTheSuffix) {
     const zone east("EST-8");
     const tm with_46 = fields(1234567890, 1234567890, 1234567890, 1234567);
     EXPECT_EQ(iso_of(with_46, 0), (outcome{0, ""}));
@@ -160,7 +160,7 @@ TEST(IsoTime, TheSuffixCountsInTheLength) {
     EXPECT_EQ(iso_of(with_41, 0), (outcome{1, "1234567890-01-1234567890T1234567890:12:00+08:00"}));
 }
 
-TEST(IsoTime, TheFractionCountsInTheLength) {
+TEST(IsoTime, TheLengthIncludesTheFraction) {
     const zone utc("UTC0");
     const tm with_47 = fields(1234567890, 1234567890, 1234567890, 123);
     EXPECT_EQ(iso_of(with_47, 5), (outcome{1, "1234567890-01-1234567890T1234567890:123:00.005Z"}));

@@ -18,7 +18,7 @@
 
 namespace {
 
-//  The result that snprintf returns while this is not 0.
+//  If not 0, the result that snprintf returns.
 int claimed_length;
 
 std::string name_of(int level) {
@@ -27,7 +27,7 @@ std::string name_of(int level) {
     return olk::level_name(level, buffer);
 }
 
-//  A minimal log, which only counts its destructions.
+//  A minimal log. It only counts its destructions.
 struct bare_log : olk::ilog {
     static inline int destroyed = 0;
     ~bare_log() override { ++destroyed; }
@@ -48,7 +48,7 @@ TEST(LevelName, WrnIs20) {
     EXPECT_EQ(name_of(20), "wrn");
     EXPECT_EQ(olk::level_wrn, 20);
 }
-TEST(LevelName, InfIs30AndMsgIsNeverGiven) {
+TEST(LevelName, InfIs30AndMsgIsNeverReturned) {
     EXPECT_EQ(name_of(30), "inf");
     EXPECT_EQ(olk::level_inf, 30);
 }
@@ -65,7 +65,7 @@ TEST(LevelName, AllIs999) {
     EXPECT_EQ(olk::level_all, 999);
 }
 
-TEST(LevelName, ANumberBetweenTheRowsIsItsDigits) {
+TEST(LevelName, ANumberWithoutANameIsWrittenInDigits) {
     EXPECT_EQ(name_of(35), "35");
     EXPECT_EQ(name_of(0), "0");
     EXPECT_EQ(name_of(-1), "-1");
@@ -78,7 +78,7 @@ TEST(LevelName, TheExtremesFitTheBuffer) {
     EXPECT_EQ(name_of(std::numeric_limits<int>::min()), "-2147483648");
 }
 
-TEST(LevelName, ANumberOf16CharactersIsNdf) {
+TEST(LevelName, ANumberOf16CharactersIsWrittenAsNdf) {
     claimed_length = 16;
     EXPECT_EQ(name_of(35), "ndf");
     claimed_length = 15;
@@ -86,7 +86,7 @@ TEST(LevelName, ANumberOf16CharactersIsNdf) {
     claimed_length = 0;
 }
 
-TEST(LevelName, ANumberThatCannotBeWrittenIsNdf) {
+TEST(LevelName, ANumberThatCannotBeFormattedIsWrittenAsNdf) {
     claimed_length = -1;
     EXPECT_EQ(name_of(35), "ndf");
     claimed_length = 0;
@@ -106,7 +106,7 @@ TEST(LevelFromText, EveryNameYieldsItsNumber) {
     EXPECT_EQ(olk::level_from_text("all"), 999);
 }
 
-TEST(LevelFromText, NamesAreTakenInAnyCase) {
+TEST(LevelFromText, NamesAreAcceptedInAnyCase) {
     EXPECT_EQ(olk::level_from_text("MSG"), 30);
     EXPECT_EQ(olk::level_from_text("All"), 999);
     EXPECT_EQ(olk::level_from_text("eRR"), 10);
@@ -122,13 +122,13 @@ TEST(LevelFromText, AZeroIs30) {
     EXPECT_EQ(olk::level_from_text("0x28"), 30);
 }
 
-TEST(LevelFromText, ATextThatIsNoNumberIs30) {
+TEST(LevelFromText, ATextThatIsNotANumberIs30) {
     EXPECT_EQ(olk::level_from_text("abc"), 30);
     EXPECT_EQ(olk::level_from_text("zero"), 30);
     EXPECT_EQ(olk::level_from_text("-"), 30);
 }
 
-TEST(LevelFromText, ANumberIsTakenAsItIs) {
+TEST(LevelFromText, ANumberIsUsedUnchanged) {
     EXPECT_EQ(olk::level_from_text("35"), 35);
     EXPECT_EQ(olk::level_from_text("-1"), -1);
     EXPECT_EQ(olk::level_from_text("2147483647"), 2147483647);
@@ -141,13 +141,13 @@ TEST(LevelFromText, LeadingDigitsAreEnough) {
     EXPECT_EQ(olk::level_from_text("+35"), 35);
 }
 
-TEST(LevelFromText, ANameMustBeWhole) {
+TEST(LevelFromText, PartOfANameIsNotAccepted) {
     EXPECT_EQ(olk::level_from_text("dbgx"), 30);
     EXPECT_EQ(olk::level_from_text("db"), 30);
     EXPECT_EQ(olk::level_from_text(" dbg"), 30);
 }
 
-//  Returns the level of a text, computed from the table rows and the sum of digits.
+//  Returns the level of a text. Computes it independently, from the table of names and by adding digits.
 int model(const std::string& text) {
     static const std::pair<const char*, int> rows[] = {{"err", 10}, {"wrn", 20}, {"inf", 30}, {"msg", 30},
                                                        {"mor", 31}, {"dbg", 40}, {"all", 999}};
@@ -171,7 +171,7 @@ int model(const std::string& text) {
     return number == 0 ? 30 : static_cast<int>(number);
 }
 
-TEST(LevelFromText, AgreesWithTheRulesOver200000Texts) {
+TEST(LevelFromText, AgreesWithTheModelOver200000Texts) {
     static const std::string letters = "errwninfmsgodbalERWNIMSGODBAL0123456789-+ \tx";
     static const char* const names[] = {"err", "wrn", "inf", "msg", "mor", "dbg", "all"};
     std::mt19937 random(20250411);
@@ -192,7 +192,8 @@ TEST(LevelFromText, AgreesWithTheRulesOver200000Texts) {
     }
 }
 
-//  Returns the vtable index of a virtual operation: a member pointer contains the byte offset of its slot, plus 1.
+//  Returns the vtable index of a virtual operation. A pointer to a virtual member contains the byte offset of its slot,
+//  plus 1.
 template <class OPERATION>
 ptrdiff_t slot(OPERATION operation) {
     ptrdiff_t words[2];
@@ -282,7 +283,7 @@ struct large_log : bare_log {
     char ballast[5 << 20];
 };
 
-TEST(Log, AnObjectAboveTheClassesIsABigBlock) {
+TEST(Log, AnObjectLargerThanAllClassesIsABigBlock) {
     const uint32_t before = olk::get_olk_allocator()->bigcount;
     olk::ilog* log = new large_log;
     EXPECT_EQ(olk::get_olk_allocator()->bigcount, before + 1);
@@ -290,7 +291,7 @@ TEST(Log, AnObjectAboveTheClassesIsABigBlock) {
     EXPECT_EQ(olk::get_olk_allocator()->bigcount, before);
 }
 
-TEST(Log, NewWithoutMemoryIsNull) {
+TEST(Log, NewWithoutMemoryReturnsNull) {
     struct impossible_log : bare_log {
         char ballast[int64_t{1} << 47];
     };

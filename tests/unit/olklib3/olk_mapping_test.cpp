@@ -64,7 +64,7 @@ TEST(MapPages, TurnsTheSystemsFailureMarkerIntoNull) {
     EXPECT_EQ(olk::map_pages(page), nullptr);
 }
 
-TEST(MapPages, NoBytesAreNull) {
+TEST(MapPages, AMappingOf0BytesIsNull) {
     EXPECT_EQ(olk::map_pages(0), nullptr);
 }
 
@@ -76,7 +76,7 @@ TEST(UnmapPages, ReportsWhetherTheSystemUnmappedIt) {
     EXPECT_TRUE(olk::unmap_pages(p, page));
 }
 
-TEST(Words, AreReadBackAsTheyWereStoredAtAnyAlignment) {
+TEST(Words, AreReadAsTheyWereStoredAtAnyAlignment) {
     char bytes[17] = {};
     olk::store_word<uint64_t>(bytes + 1, 0x0123456789abcdefU);
     EXPECT_EQ(olk::load_word<uint64_t>(bytes + 1), 0x0123456789abcdefU);
@@ -84,7 +84,7 @@ TEST(Words, AreReadBackAsTheyWereStoredAtAnyAlignment) {
     EXPECT_EQ(bytes[9], 0);
 }
 
-TEST(Words, AtGoesBothWays) {
+TEST(Words, AtAcceptsPositiveAndNegativeOffsets) {
     char bytes[16];
     const char* constant = bytes;
     EXPECT_EQ(olk::at(bytes, 8), bytes + 8);

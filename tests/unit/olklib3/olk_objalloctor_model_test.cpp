@@ -1,5 +1,5 @@
-//  The process-wide object heap that memheap_ uses; and an object heap compared with a simple model, under random
-//  operations.
+//  Two subjects: the process-wide object heap that memheap_ uses; and an object heap that is compared with a simple
+//  model, under random operations.
 #include "mapping_spy.h"
 #include "olk_objalloctor.h"
 
@@ -33,7 +33,7 @@ TEST(MemHeap, TheProcessWideHeapServes56BytesFrom512KiBPages) {
     EXPECT_EQ(process_heap().pages->maplen, 524288u);
 }
 
-TEST(MemHeap, NewAndDeleteDrawOnTheProcessWideHeap) {
+TEST(MemHeap, NewAndDeleteUseTheProcessWideHeap) {
     const uint64_t before = process_heap().freecount;
     auto* object = new object_of<56>;
     ASSERT_NE(object, nullptr);
@@ -61,14 +61,15 @@ TEST(MemHeap, WithoutMemoryNewReturnsNull) {
 TEST(MemHeap, DeleteOfAForeignAddressIsIgnored) {
     const uint64_t before = process_heap().freecount;
     int foreign = 0;
-    //  Called through a pointer, because the compiler rejects a delete that it knows to be wrong.
+    //  Called through a pointer, because the compiler rejects a direct delete of an address that it knows to be
+    //  invalid.
     void (*volatile free_object)(void*) = &olk::memheap_::operator delete;
     free_object(&foreign);
     free_object(nullptr);
     EXPECT_EQ(process_heap().freecount, before);
 }
 
-//  A model of the order of the pages and their counts, with standard containers.
+//  A model of the order of the pages and of their counts. It uses standard containers.
 class page_model {
 public:
     explicit page_model(uint64_t slots) : slots_(slots), order_{{0, slots}} {}
@@ -159,7 +160,7 @@ TEST(ObjAlloctorModel, AgreesWithTheModelOver20000RandomOperations) {
         ASSERT_TRUE(heap.valid());
         most = std::max(most, free_slots(heap).size());
     }
-    EXPECT_GT(most, 5u) << "the run never used enough pages to mean anything";
+    EXPECT_GT(most, 5u) << "the run used too few pages for a meaningful test";
 }
 
 TEST(ObjAlloctorThreads, EightThreadsKeepTheirOwnObjects) {

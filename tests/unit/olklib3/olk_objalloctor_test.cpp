@@ -87,7 +87,7 @@ TEST(ObjAlloctorLayout, APageIsRoundedUpToWholeSystemPagesAndFullyUsed) {
     EXPECT_EQ(heap.pages->slotcount, (2 * page - 56) / 64);
 }
 
-TEST(ObjAlloctorStart, LocksAreMadeThenTheFirstPageIsMapped) {
+TEST(ObjAlloctorStart, TheLockIsInitialisedBeforeTheFirstPageIsMapped) {
     spy::watch watch(spy::scope::memory_and_locks);
     object_heap heap(524288, 56);
     EXPECT_EQ(watch.trace(), (trace{"init", "sysconf", "mmap 524288"}));
@@ -118,14 +118,14 @@ TEST_F(ObjAlloctor, TheRequestIsServedUnderTheLock) {
     EXPECT_EQ(watch.trace(), (trace{"lock", "unlock"}));
 }
 
-TEST_F(ObjAlloctor, ASizeAboveTheLargestReturnsNullAndTakesNothing) {
+TEST_F(ObjAlloctor, ASizeAboveTheMaximumReturnsNullAndTakesNoSlot) {
     EXPECT_EQ(heap.malloc_(57), nullptr);
     EXPECT_EQ(heap.malloc_(std::numeric_limits<size_t>::max()), nullptr);
     EXPECT_EQ(heap.freecount, slots);
     EXPECT_EQ(heap.pages->bump, 0u);
 }
 
-TEST_F(ObjAlloctor, EverySizeUpToTheLargestGetsASlot) {
+TEST_F(ObjAlloctor, EverySizeUpToTheMaximumGetsASlot) {
     for (size_t size = 0; size <= 56; ++size)
         EXPECT_NE(heap.malloc_(size), nullptr) << size;
 }
@@ -191,7 +191,7 @@ TEST_F(ObjAlloctor, WhenNoPageCanBeMappedTheRequestReturnsNullAndNothingChanges)
     EXPECT_NE(heap.malloc_(56), nullptr);
 }
 
-TEST_F(ObjAlloctor, NoPagesAndACountAboveZeroIsNull) {
+TEST_F(ObjAlloctor, APositiveFreeCountWithoutPagesReturnsNull) {
     olk::obj_page* pages_kept = heap.pages;
     heap.pages = nullptr;
     EXPECT_EQ(heap.malloc_(56), nullptr);
@@ -199,14 +199,15 @@ TEST_F(ObjAlloctor, NoPagesAndACountAboveZeroIsNull) {
     heap.pages = pages_kept;
 }
 
-TEST_F(ObjAlloctor, FullPagesAndACountAboveZeroIsNull) {
+TEST_F(ObjAlloctor, APositiveFreeCountWithFullPagesReturnsNull) {
     take(slots);
     heap.freecount = 1;
     EXPECT_EQ(heap.malloc_(56), nullptr);
     heap.freecount = 0;
 }
 
-//  Three full pages in the order third, second, first; at[i] are the slots of the page that was created as the ith.
+//  Three full pages. The list has the third page first, then the second and the first. at[i] contains the slots of the
+//  page that was created as the ith.
 class ObjAlloctorThreePages : public ObjAlloctor {
 protected:
     void SetUp() override {
@@ -224,7 +225,7 @@ TEST_F(ObjAlloctorThreePages, APageAfterFullPagesServesItsFreeSlot) {
     EXPECT_EQ(heap.freecount, 0u);
 }
 
-TEST_F(ObjAlloctorThreePages, APageThatStillHasFreeSlotsMovesToTheVeryFront) {
+TEST_F(ObjAlloctorThreePages, APageThatStillHasFreeSlotsMovesToTheFront) {
     heap.free_(at[0][1]);
     heap.free_(at[0][2]);
     heap.malloc_(56);
@@ -286,7 +287,7 @@ TEST_F(ObjAlloctorThreePages, AFailedUnmapReturnsFalseAndRemovesThePage) {
     olk::unmap_pages(before[1], page);
 }
 
-TEST(ObjAlloctorDestruction, UnmapsEveryPageFromTheHeadOnAndDestroysTheLock) {
+TEST(ObjAlloctorDestruction, UnmapsEveryPageInListOrderAndDestroysTheLock) {
     spy::watch watch(spy::scope::memory_and_locks);
     auto* doomed = new object_heap(page, 56);
     for (size_t i = 0; i < 2 * slots + 1; ++i)
@@ -315,9 +316,9 @@ TEST_F(ObjAlloctor, NullAndForeignAddressesAreIgnored) {
     char* start = reinterpret_cast<char*>(heap.pages);
     EXPECT_FALSE(heap.free_(nullptr));
     EXPECT_FALSE(heap.free_(&foreign));
-    EXPECT_FALSE(heap.free_(start)) << "the header is no slot";
+    EXPECT_FALSE(heap.free_(start)) << "the header is not a slot";
     EXPECT_FALSE(heap.free_(start + 55));
-    EXPECT_FALSE(heap.free_(start + 56 + slots * 64)) << "the rest behind the last slot";
+    EXPECT_FALSE(heap.free_(start + 56 + slots * 64)) << "the unused bytes after the last slot";
     EXPECT_EQ(heap.freecount, slots - 2);
     EXPECT_EQ(heap.pages->freelist, nullptr);
 }
@@ -328,7 +329,7 @@ TEST_F(ObjAlloctor, TheFirstAndTheLastSlotBelongToThePage) {
     EXPECT_TRUE(heap.free_(taken.back()));
 }
 
-TEST_F(ObjAlloctor, TheValidityWalkSeesACountThatIsOff) {
+TEST_F(ObjAlloctor, TheValidityCheckDetectsAWrongCount) {
     EXPECT_TRUE(heap.valid());
     ++heap.freecount;
     EXPECT_FALSE(heap.valid());
@@ -339,13 +340,13 @@ TEST_F(ObjAlloctor, TheValidityWalkSeesACountThatIsOff) {
     EXPECT_TRUE(heap.valid());
 }
 
-TEST_F(ObjAlloctor, TheValidityWalkSeesALinkThatLeavesTheSlots) {
+TEST_F(ObjAlloctor, TheValidityCheckDetectsALinkOutsideTheSlots) {
     const auto taken = take(3);
     heap.free_(taken[0]);
     heap.pages->freelist = static_cast<char*>(taken[0]) + 8;
     EXPECT_FALSE(heap.valid()) << "between two slots";
     heap.pages->freelist = static_cast<char*>(taken[2]) + 64;
-    EXPECT_FALSE(heap.valid()) << "never handed out";
+    EXPECT_FALSE(heap.valid()) << "a slot that was never allocated";
     heap.pages->freelist = taken[0];
     EXPECT_TRUE(heap.valid());
 }

@@ -15,15 +15,15 @@
 
 namespace {
 
-//  The simulated clock: local time is local, unless the conversion fails.
+//  The simulated clock. If clock_set is true, localtime_r returns the fields in local, or fails.
 bool clock_set;
 bool conversion_fails;
 int clock_reads;
 suseconds_t microseconds;
 tm local;
 
-//  Redirects standard output to a pipe, buffered by the C library. Returns the text that has arrived, with or without a
-//  flush.
+//  Redirects standard output to a pipe that the C library buffers. Returns the text that has arrived in the pipe, with
+//  or without a flush.
 class piped_output {
 public:
     piped_output() {
@@ -97,7 +97,7 @@ std::string line(const std::string& rest) {
     return stamp + rest + "\n";
 }
 
-TEST_F(ConsoleLog, IsMadeWithLevel40AndSilent) {
+TEST_F(ConsoleLog, StartsWithLevel40AndSilent) {
     const olk::prtlog fresh;
     EXPECT_EQ(fresh.level, 40);
     EXPECT_EQ(fresh.tostdout, 0);
@@ -165,14 +165,14 @@ TEST_F(ConsoleLog, PrintsTheTextUnchanged) {
     EXPECT_EQ(out.flushed(), line("[inf] \n\tstart addrpubd..."));
 }
 
-TEST_F(ConsoleLog, AddReturnsTheCharactersOfTheTextAlone) {
+TEST_F(ConsoleLog, AddReturnsTheLengthOfTheText) {
     const piped_output out;
     EXPECT_EQ(log.add(30, "%s", "four"), 4);
     EXPECT_EQ(log.add(30, "%s", ""), 0);
     EXPECT_EQ(out.flushed(), line("[inf] four") + line("[inf] "));
 }
 
-TEST_F(ConsoleLog, AddLeavesFlushingToTheCLibrary) {
+TEST_F(ConsoleLog, AddDoesNotFlush) {
     const piped_output out;
     log.add(30, "x");
     EXPECT_EQ(out.arrived(), "");
@@ -185,7 +185,7 @@ TEST_F(ConsoleLog, PushFlushes) {
     EXPECT_EQ(out.arrived(), line("[inf] x"));
 }
 
-TEST_F(ConsoleLog, PushFlushesWhatAddLeft) {
+TEST_F(ConsoleLog, PushAlsoFlushesTheOutputOfAdd) {
     const piped_output out;
     log.add(30, "first");
     push(40, "rdb", "up");
@@ -205,12 +205,12 @@ TEST_F(ConsoleLog, PushWithoutATagIsLikeAdd) {
     EXPECT_EQ(out.arrived(), line("[inf] 1") + line("[inf] 2"));
 }
 
-TEST_F(ConsoleLog, PushReturnsTheCharactersOfTheTextAlone) {
+TEST_F(ConsoleLog, PushReturnsTheLengthOfTheText) {
     const piped_output out;
     EXPECT_EQ(push(30, "tag", "%s", "four"), 4);
 }
 
-TEST_F(ConsoleLog, AppendPrintsTheTextAloneAndDoesNotFlush) {
+TEST_F(ConsoleLog, AppendPrintsOnlyTheTextAndDoesNotFlush) {
     const piped_output out;
     EXPECT_EQ(log.append(30, "%s", "more"), 4);
     EXPECT_EQ(out.arrived(), "");
@@ -238,7 +238,7 @@ TEST_F(ConsoleLog, ASilentLogsPushPrintsAndReturnsNothing) {
     EXPECT_EQ(out.flushed(), "");
 }
 
-TEST_F(ConsoleLog, OpenTakesStdoutInAnyCase) {
+TEST_F(ConsoleLog, OpenAcceptsStdoutInAnyCase) {
     for (const char* target : {"stdout", "STDOUT", "StdOut"}) {
         olk::prtlog fresh;
         EXPECT_EQ(fresh.open(target), 0);
@@ -257,7 +257,7 @@ TEST_F(ConsoleLog, OpenWithAnythingElseIsSilentAndReturns0) {
     EXPECT_EQ(log.tostdout, 0);
 }
 
-TEST_F(ConsoleLog, OpenLeavesTheLevel) {
+TEST_F(ConsoleLog, OpenKeepsTheLevel) {
     log.setlevel(20);
     log.open("stdout");
     EXPECT_EQ(log.getlevel(), 20);
@@ -272,7 +272,7 @@ TEST_F(ConsoleLog, DropsARecordAboveItsLevel) {
     EXPECT_EQ(out.flushed(), "");
 }
 
-TEST_F(ConsoleLog, PassesARecordAtItsLevel) {
+TEST_F(ConsoleLog, PrintsARecordAtItsLevel) {
     log.setlevel(30);
     const piped_output out;
     EXPECT_EQ(log.add(30, "x"), 1);
@@ -289,7 +289,7 @@ TEST_F(ConsoleLog, ARecordOf999NeedsLevel999) {
     EXPECT_EQ(out.flushed(), line("[all] x"));
 }
 
-TEST_F(ConsoleLog, ANegativeLevelDropsEveryRecordOfAPositiveOne) {
+TEST_F(ConsoleLog, ANegativeLevelDropsEveryRecordOfAPositiveLevel) {
     log.setlevel(-1);
     const piped_output out;
     EXPECT_EQ(log.add(10, "x"), 0);
@@ -312,7 +312,7 @@ TEST_F(ConsoleLog, SetLevelTakesAnyValue) {
     }
 }
 
-TEST_F(ConsoleLog, WithoutALocalTimeItIs1970WithTheMicrosecondsRead) {
+TEST_F(ConsoleLog, WithoutALocalTimeTheDateIs1970AndTheMicrosecondsAreCorrect) {
     conversion_fails = true;
     microseconds = 123456;
     const piped_output out;

@@ -32,17 +32,17 @@ TEST(StoreFirstAddress, ReturnsTheNumberOfTextsThatItStored) {
     const in_addr address = {htonl(INADDR_LOOPBACK)};
     olk::string text;
     EXPECT_EQ(olk::net::store_first_address(AF_INET, &address, text), 1);
-    EXPECT_EQ(olk::net::store_first_address(AF_INET, &address, text), 0) << "one is there";
+    EXPECT_EQ(olk::net::store_first_address(AF_INET, &address, text), 0) << "the text already has an address";
     no_text none;
     EXPECT_EQ(olk::net::store_first_address(AF_INET, &address, none), 0) << "no memory";
 }
 
-TEST_F(Resolve, AnIpv4LiteralIsItsOwnAddress) {
+TEST_F(Resolve, AnIpv4LiteralYieldsItself) {
     EXPECT_EQ(resolve("192.0.2.10"), 0);
     EXPECT_EQ(texts(), "192.0.2.10 ");
 }
 
-TEST_F(Resolve, AnIpv6LiteralIsItsOwnAddress) {
+TEST_F(Resolve, AnIpv6LiteralYieldsItself) {
     EXPECT_EQ(resolve("2001:db8::5"), 0);
     EXPECT_EQ(texts(), " 2001:db8::5");
 }
@@ -94,7 +94,7 @@ TEST_F(Resolve, EntriesOfOtherFamiliesAreSkipped) {
     EXPECT_EQ(texts(), "192.0.2.1 2001:db8::1");
 }
 
-TEST_F(Resolve, OtherFamiliesAloneAreAFailure) {
+TEST_F(Resolve, OnlyEntriesOfOtherFamiliesAreAFailure) {
     resolver.add("local.example", {"local", "local"});
     EXPECT_EQ(resolve("local.example"), -1);
     EXPECT_EQ(texts(), " ");
@@ -118,21 +118,21 @@ TEST_F(Resolve, TwoNonEmptyOutputsAreAFailure) {
     EXPECT_EQ(texts(), "a b");
 }
 
-TEST_F(Resolve, AddressesOfAFilledFamilyAloneAreAFailure) {
+TEST_F(Resolve, OnlyAddressesOfAFilledFamilyAreAFailure) {
     resolver.add("four.example", {"192.0.2.1"});
     ipv4.assign("kept");
     EXPECT_EQ(resolve("four.example"), -1);
     EXPECT_EQ(texts(), "kept ");
 }
 
-TEST_F(Resolve, AnAddressThatCannotBeWrittenIsSkippedForTheNextOfItsFamily) {
+TEST_F(Resolve, AfterAnAddressThatCannotBeConvertedTheNextOfItsFamilyIsUsed) {
     resolver.add("many.example", {"192.0.2.1", "2001:db8::1", "192.0.2.2", "2001:db8::2"});
     resolver.unconvertible = {1, 1};
     EXPECT_EQ(resolve("many.example"), 0);
     EXPECT_EQ(texts(), "192.0.2.2 2001:db8::2");
 }
 
-TEST_F(Resolve, AddressesThatCannotBeWrittenAreAFailure) {
+TEST_F(Resolve, OnlyAddressesThatCannotBeConvertedAreAFailure) {
     resolver.add("both.example", {"192.0.2.1", "2001:db8::1"});
     resolver.unconvertible = {1, 1};
     EXPECT_EQ(resolve("both.example"), -1);
@@ -145,13 +145,13 @@ TEST_F(Resolve, TextsAreWrittenIntoABufferOf40Bytes) {
     EXPECT_EQ(resolver.converted, (Pairs{{AF_INET, 40}, {AF_INET6, 40}}));
 }
 
-TEST_F(Resolve, OnlyTheAddressesThatAreTakenAreWritten) {
+TEST_F(Resolve, OnlyTheAddressesThatAreReturnedAreConverted) {
     resolver.add("many.example", {"192.0.2.1", "192.0.2.2", "2001:db8::1", "2001:db8::2"});
     resolve("many.example");
     EXPECT_EQ(resolver.converted.size(), 2u);
 }
 
-TEST_F(Resolve, TheResolverIsCalledOnceForAnyFamilyAnySocketTypeAndNoService) {
+TEST_F(Resolve, TheResolverIsCalledOnceWithoutFamilySocketTypeAndService) {
     resolve("no.such.example");
     ASSERT_EQ(resolver.asked, std::vector<std::string>{"no.such.example"});
     const addrinfo& hints = resolver.hints.front();
@@ -162,7 +162,7 @@ TEST_F(Resolve, TheResolverIsCalledOnceForAnyFamilyAnySocketTypeAndNoService) {
     EXPECT_FALSE(resolver.service_given);
 }
 
-//  The list is deliberately not freed: one small block per call.
+//  The function deliberately never frees the resolver's list, so each call leaks one small block.
 TEST_F(Resolve, TheResolversListIsNeverFreed) {
     resolver.add("both.example", {"192.0.2.1", "2001:db8::1"});
     resolver.add("local.example", {"local"});

@@ -32,7 +32,7 @@ TEST(Spinlock, IsPrivateToTheProcess) {
     EXPECT_EQ(watch.calls()[0].value, size_t{PTHREAD_PROCESS_PRIVATE});
 }
 
-TEST(Spinlock, IsMadeLockedUnlockedAndDestroyedByTheThreadLibrary) {
+TEST(Spinlock, UsesTheThreadLibraryForEveryOperation) {
     spy::watch watch(spy::scope::memory_and_locks);
     {
         olk::spinlock lock;
@@ -56,7 +56,7 @@ TEST(Spinlock, CannotBeCopied) {
     EXPECT_FALSE(std::is_copy_assignable_v<olk::spinlock>);
 }
 
-TEST(Spinlock, KeepsEightThreadsApart) {
+TEST(Spinlock, IsHeldByOnlyOneOfEightThreadsAtATime) {
     constexpr int threads = 8;
     constexpr int rounds = 2000;
     olk::spinlock lock;
@@ -97,7 +97,7 @@ TEST(ScopedLock, UnlocksOnAnEarlyReturn) {
     EXPECT_EQ(lock.unlocked, 1);
 }
 
-TEST(ScopedLock, UnlocksWhenAnExceptionPasses) {
+TEST(ScopedLock, UnlocksWhenAnExceptionIsThrown) {
     counting_lock lock;
     const auto throws = [&lock] {
         olk::scoped_lock_<counting_lock> guard(&lock);

@@ -8,7 +8,7 @@
 
 namespace {
 
-//  Makes every request fail while it exists.
+//  While an object exists, every request for memory fails.
 struct no_memory {
     no_memory() { watched_alloctor::refusing = true; }
     ~no_memory() { watched_alloctor::refusing = false; }
@@ -24,7 +24,7 @@ protected:
         before_ = full.data();
     }
 
-    //  Checks that the string has not changed since memory was exhausted.
+    //  Checks that the string is the same as before memory was exhausted.
     void expect_unchanged() {
         EXPECT_EQ(full.data(), before_);
         EXPECT_EQ(full.capacity(), 8u);
@@ -63,14 +63,14 @@ TEST_F(StringWithoutMemory, ReserveLeavesTheStringAsItWas) {
     expect_unchanged();
 }
 
-TEST_F(StringWithoutMemory, WhatFitsTheBufferIsStillAppended) {
+TEST_F(StringWithoutMemory, ATextThatFitsTheBufferIsStillAppended) {
     const no_memory refused;
     full.clear();
     full.append("abcdefg");
     EXPECT_EQ(text_of(full), "abcdefg");
 }
 
-TEST_F(StringWithoutMemory, AStringWithoutABufferStaysWithoutOne) {
+TEST_F(StringWithoutMemory, AStringWithoutABufferGetsNoBuffer) {
     const no_memory refused;
     fresh.push_back('a');
     fresh.append("abc");
@@ -95,7 +95,7 @@ TEST_F(StringWithoutMemory, AssignmentClearsAndAppendsNothing) {
     EXPECT_EQ(full.capacity(), 8u);
 }
 
-TEST_F(StringWithoutMemory, TheStringWorksAgainWhenMemoryIsBack) {
+TEST_F(StringWithoutMemory, TheStringWorksWhenMemoryIsAvailableAgain) {
     {
         const no_memory refused;
         full.push_back('8');
@@ -140,7 +140,7 @@ TEST_F(StringWithoutMemory, AFailedMappingLeavesTheStringUnchanged) {
     watch.fail_mmap(1);
     pooled.reserve(4294967263);
     watch.stop_failing();
-    EXPECT_EQ(watch.lengths(spy::kind::mmap), std::vector<size_t>{4294967296}) << "it was asked for";
+    EXPECT_EQ(watch.lengths(spy::kind::mmap), std::vector<size_t>{4294967296}) << "the mapping was requested";
     EXPECT_EQ(text_of(pooled), "abc");
     EXPECT_EQ(pooled.capacity(), 8u);
 }

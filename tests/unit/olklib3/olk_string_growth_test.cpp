@@ -17,7 +17,7 @@ protected:
         mapped_alloctor::take();
     }
 
-    //  Makes a text of length bytes that fills its capacity, in a block so large that growing keeps the block.
+    //  Makes a text of the given length that fills its capacity. Its block is so large that growing keeps the block.
     static void fill_up(watched_string& s, uint32_t length) {
         s.reserve(60000);
         s.append(std::string(length, 'x').data(), length);
@@ -60,7 +60,7 @@ TEST_F(StringGrowth, TheEighthByteMovesTheTextToABlockOf32) {
     EXPECT_EQ(text_of(s), "12345678");
 }
 
-TEST_F(StringGrowth, SingleBytesGrowThroughTheseBlocks) {
+TEST_F(StringGrowth, SingleBytesGrowTheStringThroughTheExpectedBlocks) {
     watched_string s;
     std::vector<uint32_t> capacities;
     while (s.size() < 40000) {
@@ -71,7 +71,7 @@ TEST_F(StringGrowth, SingleBytesGrowThroughTheseBlocks) {
     EXPECT_EQ(capacities, (std::vector<uint32_t>{8, 24, 56, 120, 248, 504, 1016, 2040, 5112, 12280, 24568, 49144}));
 }
 
-TEST_F(StringGrowth, TheRequestIsTwiceTheLengthAndNineRoundedUpTo8) {
+TEST_F(StringGrowth, TheRequestIsTwiceTheLengthPlusNineRoundedUpTo8) {
     EXPECT_EQ(request_for(1), "malloc 16");
     EXPECT_EQ(request_for(3), "malloc 16");
     EXPECT_EQ(request_for(4), "malloc 24");
@@ -93,7 +93,7 @@ TEST_F(StringGrowth, HalfOfAnOddLengthIsRoundedDown) {
     EXPECT_EQ(request_for(16007), "malloc 24024");
 }
 
-TEST_F(StringGrowth, TheCapacityOfAFreshBlockIsItsUsableSizeLess8) {
+TEST_F(StringGrowth, TheCapacityOfANewBlockIsItsUsableSizeMinus8) {
     for (uint32_t length : {1u, 8u, 100u, 5000u, 16000u, 70000u, 900000u}) {
         watched_string s;
         s.append(std::string(length, 'x').data(), length);
@@ -101,7 +101,7 @@ TEST_F(StringGrowth, TheCapacityOfAFreshBlockIsItsUsableSizeLess8) {
     }
 }
 
-TEST_F(StringGrowth, ABigBlockCountsItsMappingLess16) {
+TEST_F(StringGrowth, ABigBlocksUsableSizeIsItsMappingMinus16) {
     watched_string s;
     s.reserve(5000000);
     EXPECT_EQ(watched_alloctor::take(), calls{"malloc 5000016"});
@@ -134,7 +134,7 @@ TEST_F(StringGrowth, TheWholeOldBlockIsCopied) {
     s.append("ab");
     s.reserve(600);
     EXPECT_EQ(s.size(), 2u);
-    EXPECT_EQ(std::string(s.data(), 504), "ab" + std::string(502, 'x')) << "bytes behind the text move along";
+    EXPECT_EQ(std::string(s.data(), 504), "ab" + std::string(502, 'x')) << "the bytes after the text are copied too";
 }
 
 TEST_F(StringGrowth, TheOldBlockIsFreedAfterTheNewOneIsTaken) {
@@ -157,13 +157,13 @@ TEST_F(StringGrowth, ABlockWithRoomForTheRequestIsKept) {
     EXPECT_EQ(text_of(s), "123456789a");
 }
 
-TEST_F(StringGrowth, AKeptBlockGetsTheCapacityAskedForAndOne) {
+TEST_F(StringGrowth, AKeptBlockGetsTheRequestedCapacityPlusOne) {
     watched_string s;
     s.reserve(400);
     s.append("123456789");
     set_stored_capacity(s, 10);
     s.push_back('a');
-    EXPECT_EQ(s.capacity(), 21u) << "10 bytes, doubled, and one";
+    EXPECT_EQ(s.capacity(), 21u) << "twice the 10 bytes, plus one";
 }
 
 TEST_F(StringGrowth, ABlockIsKeptUpToItsExactUsableSize) {
@@ -198,21 +198,21 @@ TEST_F(StringGrowth, ABigBlockIsKeptToo) {
     EXPECT_EQ(s.capacity(), 21u);
 }
 
-TEST_F(StringGrowth, At15999BytesOfNeedTheCapacityDoubles) {
+TEST_F(StringGrowth, WhenTheNeedIs15999BytesTheCapacityDoubles) {
     watched_string s;
     fill_up(s, 15998);
     s.push_back('x');
     EXPECT_EQ(s.capacity(), 31998u + 1);
 }
 
-TEST_F(StringGrowth, At16000BytesOfNeedTheCapacityGrowsByHalf) {
+TEST_F(StringGrowth, WhenTheNeedIs16000BytesTheCapacityGrowsByHalf) {
     watched_string s;
     fill_up(s, 15999);
     s.push_back('x');
     EXPECT_EQ(s.capacity(), 24000u + 1);
 }
 
-TEST_F(StringGrowth, AppendingAPieceGrowsByTheWholeLength) {
+TEST_F(StringGrowth, AppendGrowsOnceForTheWholePiece) {
     watched_string s;
     fill_up(s, 1000);
     s.append("0123456789");
@@ -228,7 +228,7 @@ TEST_F(StringGrowth, ReserveOf400Requests416AndGets504) {
     EXPECT_EQ(s.size(), 0u);
 }
 
-TEST_F(StringGrowth, ReserveOfNothingStillTakesTheSmallestBlock) {
+TEST_F(StringGrowth, ReserveOf0TakesTheSmallestBlock) {
     watched_string s;
     s.reserve(0);
     EXPECT_EQ(watched_alloctor::take(), calls{"malloc 16"});
@@ -271,7 +271,7 @@ TEST_F(StringGrowth, ATextMayFillTheLargestBlock) {
     EXPECT_EQ(s.c_str()[4294967263], '\0');
     mapped_alloctor::take();
     s.push_back('z');
-    EXPECT_EQ(s.size(), 4294967263u) << "the next byte would pass the ceiling";
+    EXPECT_EQ(s.size(), 4294967263u) << "the next byte would exceed the maximum";
     EXPECT_EQ(mapped_alloctor::take(), std::vector<size_t>{});
 }
 
@@ -281,7 +281,7 @@ TEST_F(StringGrowth, GrowsUpToTheMaximum) {
     set_stored_size(s, 2863311508);
     mapped_alloctor::take();
     s.push_back('z');
-    EXPECT_EQ(mapped_alloctor::take(), std::vector<size_t>{4294967272}) << "2863311509 and half of it is the ceiling";
+    EXPECT_EQ(mapped_alloctor::take(), std::vector<size_t>{4294967272}) << "2863311509 plus half of it is the maximum";
     EXPECT_EQ(s.size(), 2863311509u);
     EXPECT_EQ(s.data()[2863311508], 'z');
 }

@@ -12,7 +12,7 @@
 
 namespace {
 
-//  A string, a standard string with the same text, and the capacity that the growth rule requires.
+//  A string of the library, a standard string with the same text, and the capacity that the growth rule requires.
 class pair_of_strings {
 public:
     void push_back(char c) {

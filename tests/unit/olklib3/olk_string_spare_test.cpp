@@ -1,4 +1,4 @@
-//  Writing at the end of a string's text in its buffer.
+//  Tests of spare() and lengthen(): they let a caller write after the text, directly into the string's buffer.
 #include "olk_string.h"
 
 #include <gtest/gtest.h>
@@ -12,7 +12,7 @@ TEST(StringSpare, IsNullWithoutABuffer) {
     olk::string s;
     EXPECT_EQ(s.spare(0), nullptr);
     EXPECT_EQ(s.spare(1), nullptr);
-    EXPECT_EQ(s.data(), nullptr) << "nothing is taken";
+    EXPECT_EQ(s.data(), nullptr) << "no buffer is allocated";
 }
 
 TEST(StringSpare, IsTheEndOfTheText) {

@@ -19,7 +19,7 @@ protected:
     watched_string s;
 };
 
-TEST_F(String, IsTheTemplateOnItsOwnAllocatorWith32BitCounts) {
+TEST_F(String, IsTheStringTemplateWithThePooledAllocatorAnd32BitCounts) {
     EXPECT_TRUE((std::is_same_v<olk::string, olk::string_<olk::olk_string_alloctor, unsigned int, char, void>>));
 }
 
@@ -87,13 +87,13 @@ TEST_F(String, PushBackAppendsOneByte) {
     EXPECT_EQ(text_of(s), "ab");
 }
 
-TEST_F(String, AppendTakesThatManyBytes) {
+TEST_F(String, AppendAppendsTheGivenNumberOfBytes) {
     s.append("abcdef", 4);
     s.append("xyz", 1);
     EXPECT_EQ(text_of(s), "abcdx");
 }
 
-TEST_F(String, AppendOfAZeroTerminatedTextLeavesTheTerminatorOut) {
+TEST_F(String, AppendOfAZeroTerminatedTextOmitsTheTerminator) {
     s.append("abc");
     s.append("de");
     EXPECT_EQ(text_of(s), "abcde");
@@ -204,7 +204,7 @@ TEST_F(String, CStrOfANeverUsedStringIsEmptyAndAllocatesNothing) {
     EXPECT_EQ(watched_alloctor::take(), calls{});
 }
 
-TEST_F(String, CStrsOfStringsWithoutBuffersAreOneStaticText) {
+TEST_F(String, CStrOfEveryStringWithoutABufferIsTheSameStaticText) {
     const watched_string other;
     EXPECT_EQ(s.c_str(), other.c_str());
 }
@@ -271,7 +271,7 @@ TEST_F(String, AssignOfAZeroLengthRunReleasesTheBuffer) {
     EXPECT_EQ(s.data(), nullptr);
 }
 
-TEST_F(String, ACopyHasABufferOfItsOwn) {
+TEST_F(String, ACopyHasItsOwnBuffer) {
     s.append("abc");
     watched_string copy(s);
     EXPECT_NE(copy.data(), s.data());
@@ -280,12 +280,12 @@ TEST_F(String, ACopyHasABufferOfItsOwn) {
     EXPECT_EQ(text_of(s), "abc");
 }
 
-TEST_F(String, ACopyOfAStringWithoutABufferHasNone) {
+TEST_F(String, ACopyOfAStringWithoutABufferHasNoBuffer) {
     const watched_string copy(s);
     EXPECT_EQ(copy.data(), nullptr);
 }
 
-TEST_F(String, CopyAssignmentHasABufferOfItsOwn) {
+TEST_F(String, CopyAssignmentUsesItsOwnBuffer) {
     s.append("abc");
     watched_string other("something else");
     other = s;
@@ -361,7 +361,7 @@ TEST_F(String, EveryBlockIsFreedOnce) {
     EXPECT_EQ(live, 0);
 }
 
-TEST_F(String, AppendsItsOwnWholeTextWhileItMoves) {
+TEST_F(String, AppendsItsOwnTextWhenTheBufferMoves) {
     const std::string text = "abcdefghijklmnopqrstuvw";
     for (char c : text)
         s.push_back(c);

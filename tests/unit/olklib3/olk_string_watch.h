@@ -45,8 +45,8 @@ struct watched_alloctor {
 struct mapped_alloctor {
     static inline std::vector<size_t> requests;
     static inline std::map<const void*, size_t> blocks;  // size of each allocated block in bytes
-    //  The usable size that the string gets; small, so that moving a block of 4 GiB copies little.
-    static constexpr size_t told_usable = 64;
+    //  The usable size that is reported to the string. It is small, so that moving a block of 4 GiB copies few bytes.
+    static constexpr size_t reported_usable = 64;
 
     static void* malloc_(size_t size, size_t* outsize) {
         requests.push_back(size);
@@ -61,9 +61,9 @@ struct mapped_alloctor {
         munmap(p, blocks[p]);
         blocks.erase(p);
     }
-    static size_t usable_size(const void*) { return told_usable; }
+    static size_t usable_size(const void*) { return reported_usable; }
 
-    //  Makes the block of the characters at data read-only or writable.
+    //  Makes the block that contains these characters read-only or writable.
     static void protect(char* data, bool read_only) {
         void* block = data - 8;
         mprotect(block, blocks[block], read_only ? PROT_READ : PROT_READ | PROT_WRITE);

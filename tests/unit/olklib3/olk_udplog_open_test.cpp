@@ -1,4 +1,4 @@
-//  UDP log: opening, and how a url sets destination, cabin and level.
+//  UDP log: opening it, and how a url sets the destination, the cabin and the level.
 #include "udplog_fixture.h"
 
 #include "level_model.h"
@@ -44,7 +44,7 @@ TEST_F(UdpLog, AUrlSetsDestinationCabinAndLevel) {
     EXPECT_EQ(log.level, 40);
 }
 
-TEST_F(UdpLog, WithoutAPortItIs999AndTheLevelStays30) {
+TEST_F(UdpLog, WithoutAPortThePortIs999AndTheLevelIs30) {
     EXPECT_EQ(log.open("udp://192.0.2.10/netsvc"), 0);
     EXPECT_EQ(destination(), "192.0.2.10 999");
     EXPECT_EQ(log.level, 30);
@@ -127,14 +127,14 @@ TEST_F(UdpLog, ReopeningClosesTheOldSocketWithoutShutdownBeforeTheNewOne) {
     EXPECT_EQ(Calls(calls.begin(), calls.begin() + 2), (Calls{"close 1000", "socket 10 2 17"}));
 }
 
-TEST_F(UdpLog, AReopeningThatGetsNoSocketLeavesNone) {
+TEST_F(UdpLog, AFailedReopeningLeavesNoSocket) {
     log.open(usual);
     sockets.socket_fails = true;
     EXPECT_EQ(log.open(usual), -1);
     EXPECT_EQ(log.sock, -1);
 }
 
-TEST_F(UdpLog, AnOpenThatFailsKeepsEverything) {
+TEST_F(UdpLog, AFailedOpenChangesNothing) {
     ASSERT_EQ(log.open("udp://192.0.2.10:5140/netsvc?level=dbg"), 0);
     sockets.take_calls();
     const char* const failing[] = {nullptr,
@@ -173,7 +173,7 @@ TEST_F(UdpLog, AnAddressThatCannotBeConvertedKeepsTheOldDestinationAndItsFamily)
     EXPECT_EQ(destination(), "2001:db8::5 5140");
 }
 
-TEST_F(UdpLog, WithoutAnOldDestinationAnAddressThatCannotBeConvertedMakesASocketOfNoFamily) {
+TEST_F(UdpLog, AnAddressThatCannotBeConvertedCreatesASocketOfFamily0AtTheFirstOpen) {
     sockets.inet_pton_fails = true;
     EXPECT_EQ(log.open(usual), -1);
     EXPECT_EQ(sockets.calls, Calls{"socket 0 2 17"});
@@ -181,7 +181,7 @@ TEST_F(UdpLog, WithoutAnOldDestinationAnAddressThatCannotBeConvertedMakesASocket
     EXPECT_EQ(log.sock, -1);
 }
 
-TEST_F(UdpLog, ACabinOf126CharactersIsUsedAndOneOf127IsNot) {
+TEST_F(UdpLog, ACabinOf126CharactersIsUsedAndACabinOf127IsNot) {
     for (const std::size_t length : {1u, 125u, 126u, 127u, 128u, 129u, 5000u}) {
         SCOPED_TRACE(length);
         log.open(usual);
@@ -192,7 +192,7 @@ TEST_F(UdpLog, ACabinOf126CharactersIsUsedAndOneOf127IsNot) {
     }
 }
 
-TEST_F(UdpLog, AShorterCabinLeavesNothingOfALongerOne) {
+TEST_F(UdpLog, AShorterCabinReplacesALongerOneCompletely) {
     log.open("udp://192.0.2.10/a-long-cabin");
     log.open("udp://192.0.2.10/ab");
     EXPECT_STREQ(log.cabin.c_str(), "ab");
@@ -205,7 +205,7 @@ TEST_F(UdpLog, ACabinWhoseLengthReachedTheCapacityLosesItsLastByte) {
     EXPECT_EQ(log.cabin.capacity, 128u);
 }
 
-TEST_F(UdpLog, ACabinIsTerminatedWhenItIsRead) {
+TEST_F(UdpLog, ReadingACabinTerminatesIt) {
     std::memcpy(log.cabin.text, "netsvc", 6);
     log.cabin.length = 3;
     EXPECT_STREQ(log.cabin.c_str(), "net");
@@ -263,12 +263,12 @@ TEST_F(UdpLog, LeadingEmptyKeysAndValuesAreSkipped) {
     EXPECT_EQ(level_after("level=&&err&dbg"), 10);
 }
 
-TEST_F(UdpLog, AKeyOf15CharactersIsReadAndOneOf16EndsTheReading) {
+TEST_F(UdpLog, AKeyOf15CharactersIsReadAndAKeyOf16EndsTheParsing) {
     EXPECT_EQ(level_after("level=000000000000031"), 31);
     EXPECT_EQ(level_after("level=0000000000000031"), 30);
 }
 
-TEST_F(UdpLog, CarriageReturnsInTheQueryAreLeftOut) {
+TEST_F(UdpLog, CarriageReturnsInTheQueryAreIgnored) {
     EXPECT_EQ(level_after("le\rvel=d\rbg"), 40);
 }
 

@@ -1,4 +1,4 @@
-//  UDP log: records, and destruction of the log. olk_udplog_open_test.cpp tests opening.
+//  UDP log: records, and destruction of the log. Opening is tested in olk_udplog_open_test.cpp.
 #include "udplog_fixture.h"
 
 #include <climits>
@@ -20,7 +20,7 @@ protected:
         log.add(level, "%s", text.c_str());
         return sockets.take_datagram().bytes;
     }
-    //  Number of bytes before the text of an add at level 30.
+    //  Number of bytes that add sends before the text at level 30.
     static constexpr std::size_t header = 45;
 };
 
@@ -31,7 +31,7 @@ TEST_F(OpenUdpLog, AddSendsTheHeaderLineAndTheText) {
     EXPECT_EQ(bytes.size(), 48u);
 }
 
-TEST_F(OpenUdpLog, AppendSendsItsOwnOrder) {
+TEST_F(OpenUdpLog, AppendSendsTheFieldsInItsOwnOrder) {
     EXPECT_EQ(log.append(30, "%s", "more"), 51);
     EXPECT_EQ(sockets.take_datagram().bytes, "{\"order\":\"append\",\"level\":30,\"cabin\":\"netsvc\"}\nmore");
 }
@@ -41,7 +41,7 @@ TEST_F(OpenUdpLog, PushSendsTheTagInBracketsBeforeTheText) {
     EXPECT_EQ(sockets.take_datagram().bytes, "{\"order\":\"wlog\",\"level\":10,\"cabin\":\"netsvc\"}\n[rdb]lost");
 }
 
-TEST_F(OpenUdpLog, PushWithoutATagIsAnAdd) {
+TEST_F(OpenUdpLog, PushWithoutATagIsLikeAdd) {
     for (const char* tag : {static_cast<const char*>(nullptr), ""}) {
         push(10, tag, "lost %d", 2);
         EXPECT_EQ(sockets.take_datagram().bytes, "{\"order\":\"wlog\",\"level\":10,\"cabin\":\"netsvc\"}\nlost 2");
@@ -103,7 +103,7 @@ TEST_F(OpenUdpLog, ARecordAtTheConfiguredLevelIsSentAndOneAboveItIsNot) {
     EXPECT_EQ(sockets.sent.size(), 1u);
 }
 
-TEST_F(OpenUdpLog, ANegativeLevelDropsEveryRecordOfAPositiveOne) {
+TEST_F(OpenUdpLog, ANegativeLevelDropsEveryRecordOfAPositiveLevel) {
     log.setlevel(-1);
     EXPECT_EQ(log.add(0, "x"), 0);
     EXPECT_EQ(log.add(10, "x"), 0);
@@ -160,7 +160,7 @@ TEST_F(OpenUdpLog, AFailedSendLosesTheRecordAndChangesNothing) {
     EXPECT_EQ(sockets.sent.size(), 2u);
 }
 
-TEST_F(UdpLog, WithoutASocketEveryRecordFailsEvenOneThatWouldBeDropped) {
+TEST_F(UdpLog, WithoutASocketEveryRecordFailsWhateverItsLevel) {
     EXPECT_EQ(log.add(10, "x"), -1);
     EXPECT_EQ(log.add(999, "x"), -1);
     EXPECT_EQ(log.append(10, "x"), -1);
@@ -204,7 +204,7 @@ TEST_F(OpenUdpLog, RuntimeDoesNothing) {
     EXPECT_EQ(log.sock, 1000);
 }
 
-TEST_F(UdpLog, TheEndShutsTheSocketDownInBothDirectionsAndClosesIt) {
+TEST_F(UdpLog, DestructionShutsTheSocketDownInBothDirectionsAndClosesIt) {
     auto* const ending = new olk::udplog;
     ending->open(usual);
     sockets.take_calls();
@@ -212,7 +212,7 @@ TEST_F(UdpLog, TheEndShutsTheSocketDownInBothDirectionsAndClosesIt) {
     EXPECT_EQ(sockets.take_calls(), (Calls{"shutdown 1000 2", "close 1000"}));
 }
 
-TEST_F(UdpLog, TheEndWithoutASocketClosesNothing) {
+TEST_F(UdpLog, DestructionWithoutASocketClosesNothing) {
     (new olk::udplog)->release();
     EXPECT_EQ(sockets.take_calls(), Calls{});
 }

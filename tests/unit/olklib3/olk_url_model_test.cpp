@@ -1,5 +1,5 @@
-//  Compares the url parser, the parser of the first query parameter and the level parser with second implementations,
-//  on texts generated from relevant pieces with a fixed seed.
+//  Compares the url parser, the parser of the first query parameter and the level parser with independent
+//  implementations. The input texts are generated from relevant pieces with a fixed seed.
 #include "fake_resolver.h"
 #include "level_model.h"
 #include "olk_log.h"
@@ -24,14 +24,14 @@ class Maker {
 public:
     explicit Maker(unsigned seed) : random_(seed) {}
 
-    //  Returns up to most pieces, joined.
+    //  Returns a text of at most this many pieces.
     std::string text(const Pieces& pieces, std::size_t most) {
         std::string made;
         for (std::size_t left = below(most + 1); left > 0; --left)
             made += pieces[below(pieces.size())];
         return made;
     }
-    //  Returns the text, sometimes with one byte changed.
+    //  Returns the text. Sometimes one of its bytes is changed.
     std::string spoiled(std::string made) {
         if (!made.empty() && below(4) == 0)
             made[below(made.size())] = static_cast<char>(below(256));
@@ -99,7 +99,7 @@ protected:
         add_example_names(resolver);
     }
 
-    //  Returns the answer of the fake resolver, the first address of each family.
+    //  Returns the answer of the simulated resolver: the first address of each family.
     std::pair<std::string, std::string> addresses(const std::string& name) {
         olk::string ipv4;
         olk::string ipv6;

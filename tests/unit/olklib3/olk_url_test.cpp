@@ -58,7 +58,7 @@ TEST_F(Url, EveryRowOfTheTableYieldsItsFields) {
     }
 }
 
-TEST_F(Url, AnUsedObjectYieldsTheSameFieldsAsANewOne) {
+TEST_F(Url, AReusedObjectYieldsTheSameFieldsAsANewOne) {
     const std::vector<url_row> rows = read_url_table();
     for (const url_row& before : rows) {
         for (std::size_t i = 0; i < rows.size(); i += 11) {
@@ -79,7 +79,7 @@ TEST_F(Url, AReusedObjectKeepsItsMemory) {
         EXPECT_EQ(kept[i], memory[i]) << i;
 }
 
-//  The byte after the text is not readable.
+//  The text ends at a page that cannot be read, so reading one more byte crashes.
 TEST_F(Url, ReadsNothingAfterTheText) {
     const auto page = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
     void* const two = mmap(nullptr, 2 * page, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
@@ -127,7 +127,7 @@ TEST_F(Url, AHostThatNoLongerResolvesFailsAndLeavesNoOldAddress) {
               (url_row{"udp://moving.example/x", "0", "udp", "moving.example", "", "", "", "", "failed"}));
 }
 
-TEST_F(Url, LongPartsAreComplete) {
+TEST_F(Url, LongPartsAreNotShortened) {
     const std::string path(100'000, 'p');
     const std::string args(100'000, 'a');
     ASSERT_TRUE(parse("udp://four.example/" + path + "?" + args));
@@ -135,7 +135,7 @@ TEST_F(Url, LongPartsAreComplete) {
     EXPECT_EQ(text_of(parsed.args), args);
 }
 
-//  Allocator of a string with memory for this many blocks only.
+//  An allocator for strings that has memory for this many blocks only.
 struct scarce_alloctor {
     static inline int blocks = 0;
     static void* malloc_(size_t size, size_t* outsize) {
@@ -170,7 +170,7 @@ TEST_F(Url, WithMemoryForTheHostOnlyThePathIsShortened) {
             return;
         }
     }
-    ADD_FAILURE() << "no shortage cut the path";
+    ADD_FAILURE() << "no shortage of memory shortened the path";
 }
 
 }  // namespace

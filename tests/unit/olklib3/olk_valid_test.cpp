@@ -1,5 +1,5 @@
-//  The valid() walks: each detects every kind of damage, in both directions. Checking builds and the other tests rely
-//  on them.
+//  The valid() checks: each detects every kind of damage, such as a count that is too high or too low. Checking builds
+//  and the other tests rely on these checks.
 #include "olk_allocator.h"
 #include "size_class_fixture.h"
 
@@ -7,7 +7,7 @@
 
 namespace {
 
-//  Returns the result of whole.valid() while field has this value.
+//  Returns the result of whole.valid() while field temporarily has this value.
 template <class WHOLE, class FIELD, class VALUE>
 bool valid_with(WHOLE& whole, FIELD& field, VALUE value) {
     const FIELD kept = std::exchange(field, static_cast<FIELD>(value));
@@ -16,7 +16,7 @@ bool valid_with(WHOLE& whole, FIELD& field, VALUE value) {
     return result;
 }
 
-//  heap[0] is the head. Each heap has one free block.
+//  A class with two heaps; heap[0] is the head. Each heap has one free block.
 class ClassWalk : public FullHeaps<2> {
 protected:
     void SetUp() override {
@@ -24,7 +24,7 @@ protected:
         give_back({at[0][1], at[1][1]});
         ASSERT_TRUE(cls.valid());
     }
-    void TearDown() override { EXPECT_TRUE(cls.valid()) << "a damage was not repaired"; }
+    void TearDown() override { EXPECT_TRUE(cls.valid()) << "the test did not undo its damage"; }
 };
 
 TEST_F(ClassWalk, DetectsTheClassesCountsAboveAndBelow) {
@@ -49,14 +49,14 @@ TEST_F(ClassWalk, DetectsAHeapAfterTheHeadThatHasMoreOrFewerBlocksThanItsClass) 
     EXPECT_FALSE(valid_with(cls, cls.blkperheap, 5));
 }
 
-TEST(ClassWalkOrder, DetectsSuchAHeapWhoseRecordLiesOnEitherSideOfTheHeads) {
+TEST(ClassWalkOrder, DetectsAWrongBlockCountInEitherOrderOfTheRecords) {
     for (const bool head_is_above : {true, false}) {
         void* one = olk::memheap_::operator new(sizeof(olk::blk_heap));
         void* other = olk::memheap_::operator new(sizeof(olk::blk_heap));
         if ((one > other) != head_is_above)
             std::swap(one, other);
         olk::memheap_::operator delete(other);
-        olk::memheap_::operator delete(one);  // so the next request gets it
+        olk::memheap_::operator delete(one);  // freed last, so the next request gets it
         size_class cls(16, 1);
         cls.malloc_(nullptr);
         cls.malloc_(nullptr);
@@ -101,7 +101,7 @@ TEST(HeapWalk, DetectsAFreeBlockThatNamesAnotherHeap) {
     EXPECT_FALSE(cls.valid());
 }
 
-TEST(HeapWalk, DetectsAListOfFreeBlocksThatRunsInACircle) {
+TEST(HeapWalk, DetectsACyclicListOfFreeBlocks) {
     size_class cls(16, 4);
     void* const block = cls.malloc_(nullptr);
     free_in(cls, block);
@@ -109,7 +109,7 @@ TEST(HeapWalk, DetectsAListOfFreeBlocksThatRunsInACircle) {
     EXPECT_FALSE(cls.valid());
 }
 
-TEST(HeapWalk, DetectsMoreBlocksAllocatedThanThereAre) {
+TEST(HeapWalk, DetectsMoreAllocatedBlocksThanExist) {
     size_class cls(16, 4);
     cls.malloc_(nullptr);
     cls.freecount = cls.heaps->freecount = UINT32_MAX;  // both counts agree
@@ -118,7 +118,7 @@ TEST(HeapWalk, DetectsMoreBlocksAllocatedThanThereAre) {
     EXPECT_TRUE(cls.valid());
 }
 
-TEST(HeapWalk, TakesAHeapWhoseBlocksFillItsMapping) {
+TEST(HeapWalk, AcceptsAHeapWhoseBlocksFillItsMapping) {
     size_class cls(504, 8);
     cls.malloc_(nullptr);
     ASSERT_EQ(cls.heaps->maplen, 8 * (504 + olk::blk_header_size));
@@ -159,12 +159,12 @@ TEST(ObjectWalk, DetectsCountsAboveAndBelow) {
     for (const uint64_t wrong : {free_slots - 1, free_slots + 1}) {
         EXPECT_FALSE(valid_with(heap, heap.freecount, wrong));
         heap.freecount = wrong;
-        EXPECT_FALSE(valid_with(heap, heap.pages->freecount, wrong)) << "with the page's count agreeing";
+        EXPECT_FALSE(valid_with(heap, heap.pages->freecount, wrong)) << "the page's count is wrong by the same amount";
         heap.freecount = free_slots;
     }
 }
 
-TEST(ObjectWalk, DetectsMoreSlotsAllocatedThanThereAre) {
+TEST(ObjectWalk, DetectsMoreAllocatedSlotsThanExist) {
     olk::objalloctor_<olk::spinlock> heap(page, 56);
     const uint64_t slots = heap.pages->slotcount;
     heap.freecount = heap.pages->freecount = UINT64_MAX;  // both counts agree
@@ -173,7 +173,7 @@ TEST(ObjectWalk, DetectsMoreSlotsAllocatedThanThereAre) {
     EXPECT_TRUE(heap.valid());
 }
 
-TEST(ObjectWalk, DetectsAListOfFreeSlotsThatRunsInACircle) {
+TEST(ObjectWalk, DetectsACyclicListOfFreeSlots) {
     olk::objalloctor_<olk::spinlock> heap(page, 56);
     void* const slot = heap.malloc_(56);
     heap.free_(slot);

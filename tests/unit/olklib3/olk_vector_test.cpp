@@ -62,9 +62,9 @@ TEST(Vector, AllocatesFromThePooledAllocatorAndFrees) {
         list.push_back(1);
         EXPECT_EQ(smallest->freecount, before - 1);
         list.push_back(2);
-        EXPECT_EQ(smallest->freecount, before - 1) << "16 usable bytes hold two";
+        EXPECT_EQ(smallest->freecount, before - 1) << "16 usable bytes hold two elements";
         list.push_back(3);
-        EXPECT_EQ(smallest->freecount, before) << "the outgrown block has gone back";
+        EXPECT_EQ(smallest->freecount, before) << "the old block was freed";
     }
     EXPECT_EQ(smallest->freecount, before);
 }

@@ -67,7 +67,7 @@ TEST(Words, BlanksInsideAreKept) {
     EXPECT_EQ(word_of("u d\tp:"), "u d\tp");
 }
 
-TEST(Words, CarriageReturnsAndLineFeedsAreLeftOutEverywhere) {
+TEST(Words, CarriageReturnsAndLineFeedsAreIgnoredEverywhere) {
     EXPECT_EQ(word_of("\r\nu\rd\np\r\n:"), "udp");
     EXPECT_EQ(word_of("\n \r udp \n:"), "udp");
 }
@@ -81,7 +81,7 @@ TEST(Words, BlanksAfterASkippedSeparatorAreSkippedToo) {
     EXPECT_EQ(word_of(": \t/ udp:"), "udp");
 }
 
-TEST(Words, LineEndsAloneAreNoWord) {
+TEST(Words, OnlyLineEndsAreNotAWord) {
     EXPECT_EQ(read("\r\n=x=", "="), (outcome{word_end::separator, "x", 5}));
 }
 
@@ -90,13 +90,13 @@ TEST(Words, FifteenCharactersAreAWord) {
     EXPECT_EQ(read("123456789012345", ":"), (outcome{word_end::text_end, "123456789012345", 15}));
 }
 
-TEST(Words, ASixteenthCharacterIsNoWord) {
+TEST(Words, SixteenCharactersAreNotAWord) {
     EXPECT_EQ(read("1234567890123456:", ":").end, word_end::none);
     EXPECT_EQ(read("1234567890123456:", ":").word, "");
     EXPECT_EQ(read("1234567890123456", ":").end, word_end::none);
 }
 
-TEST(Words, ABlankAfterFifteenCharactersIsTheSixteenth) {
+TEST(Words, ABlankAfterFifteenCharactersCountsAsTheSixteenth) {
     EXPECT_EQ(read("123456789012345 :", ":").end, word_end::none);
     EXPECT_EQ(read("12345678901234 :", ":").word, "12345678901234");
 }
@@ -105,15 +105,15 @@ TEST(Words, LeadingLineEndsAndBlanksDoNotCount) {
     EXPECT_EQ(word_of("    \r\n 1234567\r\n89012345\r\n:"), "123456789012345");
 }
 
-TEST(Words, AnEmptyTextIsNoWord) {
+TEST(Words, AnEmptyTextIsNotAWord) {
     EXPECT_EQ(read("", ":/"), (outcome{word_end::none, "", 0}));
 }
 
-TEST(Words, BlanksLineEndsAndSeparatorsAloneAreNoWord) {
+TEST(Words, OnlyBlanksLineEndsAndSeparatorsAreNotAWord) {
     EXPECT_EQ(read(" \t\r\n:/ ", ":/"), (outcome{word_end::none, "", 7}));
 }
 
-TEST(Words, AZeroByteIsNoSeparator) {
+TEST(Words, AZeroByteIsNotASeparator) {
     const std::string text("a\0b:", 4);
     char word[olk::word_size];
     size_t position = 0;
@@ -125,7 +125,7 @@ TEST(Words, WithoutSeparatorsTheWholeTextIsTheWord) {
     EXPECT_EQ(read("a:b", ""), (outcome{word_end::text_end, "a:b", 3}));
 }
 
-//  Returns the expected result, computed differently: splits the text at the separators, then examines each piece.
+//  Returns the expected result, computed in another way: splits the text at the separators, then examines each piece.
 outcome model(const std::string& text, const std::string& separators, size_t from) {
     while (from < text.size()) {
         const size_t cut = std::min(text.find_first_of(separators, from), text.size());
@@ -144,7 +144,7 @@ outcome model(const std::string& text, const std::string& separators, size_t fro
     return outcome{word_end::none, "", from};
 }
 
-TEST(Words, AgreesWithASecondReaderOn200000Texts) {
+TEST(Words, AgreesWithTheModelOn200000Texts) {
     static const char alphabet[] = "ab \t\r\n:/=&lev";
     std::mt19937 random(20250411);
     for (int i = 0; i < 200000; ++i) {

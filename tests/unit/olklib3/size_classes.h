@@ -1,4 +1,4 @@
-//  The required table of size classes, read from tests/data.
+//  The expected table of size classes, read from a file in tests/data.
 #ifndef SIZE_CLASSES_H
 #define SIZE_CLASSES_H
 

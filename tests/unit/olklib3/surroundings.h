@@ -1,4 +1,4 @@
-//  Detects the environment of the test, for the few tests that are not meaningful in every environment.
+//  Detects the environment in which the test runs. A few tests are not meaningful in every environment.
 #ifndef SURROUNDINGS_H
 #define SURROUNDINGS_H
 
@@ -22,7 +22,7 @@ constexpr bool under_sanitizer() {
 #endif
 }
 
-//  Valgrind loads its own library before all others.
+//  Valgrind preloads a library of its own into the program.
 inline bool under_valgrind() {
     const char* preloaded = std::getenv("LD_PRELOAD");
     return preloaded != nullptr && std::strstr(preloaded, "vgpreload") != nullptr;

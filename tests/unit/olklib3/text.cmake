@@ -30,11 +30,11 @@ if(nlohmann_json_FOUND)
         SOURCES olk_json_oracle_test.cpp
         LIBS olklib3)
 else()
-    message(STATUS "JSON parser as oracle left out: nlohmann-json3-dev is not installed")
+    message(STATUS "olk_json_oracle_test is not built: nlohmann-json3-dev is not installed")
 endif()
 
-#  The compiler removes the branch for an int of 16 characters, because no int is that long. This build of olk_log.cpp
-#  calls a replacement of snprintf, so that the test can execute the branch.
+#  No int is 16 characters long, so the compiler removes the branch for that case. This build of olk_log.cpp calls a
+#  replacement of snprintf, so that the test can execute the branch.
 addrpubd_unit_test(olk_log_test ONE_THREAD
     SOURCES olk_log_test.cpp ${PROJECT_SOURCE_DIR}/com/olklib3/olk_log.cpp
     LIBS olklib3

@@ -1,4 +1,4 @@
-//  A UDP log with sockets that record their calls, and with a resolver that knows the example names.
+//  A UDP log whose sockets record their calls, and a resolver that knows the example names.
 #ifndef UDPLOG_FIXTURE_H
 #define UDPLOG_FIXTURE_H
 

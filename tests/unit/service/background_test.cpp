@@ -1,4 +1,5 @@
-//  The background start: parent and child separately. Tests the order of calls, the output, and the limits of waiting.
+//  The background start; parent and child are tested separately. The tests check the order of calls, the output, and
+//  the time limits.
 #include "fake_process.h"
 
 #include "no_memory.h"
@@ -22,14 +23,15 @@ class Parent : public testing::Test {
 protected:
     Parent() { system.forked = 4321; }
 
-    //  Runs the parent with these messages, the first at the first poll. Returns its output.
+    //  Runs the parent, which receives the first message at its first poll, the next at the second, and so on. Returns
+    //  its output.
     std::string prints(const Lines& messages) {
         for (std::size_t i = 0; i < messages.size(); ++i)
             system.incoming[static_cast<int>(i) + 1].bytes = messages[i];
         EXPECT_EQ(system.start(), 0);
         return system.print;
     }
-    //  The number of polls of a parent that gets one text at the given poll.
+    //  Returns the number of polls of a parent that receives one text, at the given poll.
     static int polls_with_text_at(int poll) {
         FakeProcess system;
         system.incoming[poll].bytes = "text\n\0"s;
@@ -41,7 +43,7 @@ protected:
     FakeProcess system;
 };
 
-TEST_F(Parent, ClaimsForksReleasesPollsRemovesTheQueueAndDetaches) {
+TEST_F(Parent, MakesItsCallsInOrderFromTheClaimToDetaching) {
     prints({"finished\0"s});
     Lines expected = {"claim pid file", "fork", "close pid file", "msgget 23213 create 666", "msgrcv 7"};
     expected.insert(expected.end(), queue_removed_and_descriptors_redirected.begin(),
@@ -70,7 +72,7 @@ TEST_F(Parent, AcceptsTheEndMarkerInAnyCase) {
     EXPECT_EQ(system.polls, 1);
 }
 
-TEST_F(Parent, ALongerTextThanTheEndMarkerDoesNotEndIt) {
+TEST_F(Parent, ATextThatContinuesAfterTheEndMarkerDoesNotEndTheOutput) {
     EXPECT_EQ(prints({"finished\n\0"s, "finished!\0"s, "finished\0"s}), "finished\nfinished!finished\n");
 }
 
@@ -101,8 +103,9 @@ TEST_F(Parent, AMessageOfMoreThan512BytesStaysInTheQueue) {
     EXPECT_EQ(system.receptions.front(), (std::pair<std::size_t, long>{512, 0}));
 }
 
-//  The buffer is zeroed only once, so a message without a zero is followed by bytes of an earlier, longer message.
-TEST_F(Parent, AMessageWithoutItsZeroIsFollowedByOlderBytes) {
+//  The buffer is zeroed only once. So a message without a zero byte is followed by the rest of an earlier, longer
+//  message.
+TEST_F(Parent, AMessageWithoutAZeroByteIsFollowedByOlderBytes) {
     EXPECT_EQ(prints({"abcdef\0"s, "XY", "finished\0"s}), "abcdefXYcdeffinished\n");
 }
 
@@ -114,7 +117,7 @@ TEST_F(Parent, AnEmptyMessageIsIgnored) {
     EXPECT_EQ(system.polls, 150);
 }
 
-TEST_F(Parent, AMessageOfAZeroOnlyIsATextThatPrintsNothing) {
+TEST_F(Parent, AMessageOfOneZeroByteCountsAsATextButPrintsNothing) {
     system.incoming[1].bytes = "\0"s;
     EXPECT_EQ(system.start(), 0);
     EXPECT_EQ(system.print, "");
@@ -131,8 +134,8 @@ TEST_F(Parent, PollsAChildThatSentAText300Times) {
     EXPECT_EQ(system.polls, 300);
 }
 
-//  The limit is first lowered in the poll after the 101st, after its message was read.
-TEST_F(Parent, TheLimitIs150WithoutATextAtPoll101) {
+//  The poll after the 101st is the first that lowers the limit. It does so after its own message was read.
+TEST_F(Parent, AfterPoll102WithoutATextTheLimitIs150) {
     EXPECT_EQ(polls_with_text_at(100), 300);
     EXPECT_EQ(polls_with_text_at(101), 300);
     EXPECT_EQ(polls_with_text_at(102), 300);
@@ -145,7 +148,7 @@ TEST_F(Parent, AtTheLimitTheQueueIsRemovedAndNothingIsPrinted) {
     EXPECT_EQ(Lines(system.calls.end() - 6, system.calls.end()), queue_removed_and_descriptors_redirected);
 }
 
-TEST_F(Parent, WithoutAQueueItOnlyPolls150Times) {
+TEST_F(Parent, WithoutAQueueTheParentOnlyPolls150Times) {
     system.queue = -1;
     EXPECT_EQ(prints({"text\0"s}), "");
     EXPECT_EQ(system.polls, 150);
@@ -154,7 +157,7 @@ TEST_F(Parent, WithoutAQueueItOnlyPolls150Times) {
     EXPECT_EQ(system.calls.back(), "close 77");
 }
 
-TEST_F(Parent, WithoutDevNullItKeepsTheTerminal) {
+TEST_F(Parent, WithoutDevNullTheParentKeepsTheTerminal) {
     system.null_device = -1;
     prints({"finished\0"s});
     EXPECT_EQ(system.calls.back(), "open /dev/null for both");
@@ -174,7 +177,7 @@ TEST_F(Parent, ARunningInstanceIsReportedWithoutAFork) {
     EXPECT_EQ(system.calls, Lines{});
 }
 
-TEST_F(Parent, NoAccessReturns1WithoutAFork) {
+TEST_F(Parent, WithoutAccessToThePidFileItReturns1WithoutAFork) {
     system.pid_file_refused = [](int) { return true; };
     EXPECT_EQ(system.start(), 1);
     EXPECT_EQ(system.print, "Access Error! Please use root account!\n");
@@ -195,7 +198,7 @@ TEST_F(Parent, OutputIsFlushedBeforeTheFork) {
     EXPECT_TRUE(flushed);
 }
 
-//  Gives SIGPIPE a disposition with its own handler and flags while the object exists.
+//  While an object exists, SIGPIPE has a disposition with a separate handler and flags.
 class SigpipeHandler {
 public:
     SigpipeHandler() {
@@ -238,7 +241,7 @@ class Child : public testing::Test {
 protected:
     Child() { system.forked = 0; }
 
-    //  Returns the calls from the fork on.
+    //  Returns the calls of a child, starting with the fork.
     Lines calls_of_child() {
         const auto fork = std::find(system.calls.begin(), system.calls.end(), "fork");
         return fork == system.calls.end() ? Lines{"no fork"} : Lines(fork + 1, system.calls.end());
@@ -247,7 +250,7 @@ protected:
     FakeProcess system;
 };
 
-TEST_F(Child, DetachesClaimsThePidFileStartsReportsAndPublishes) {
+TEST_F(Child, MakesItsCallsInOrderFromDetachingToPublishing) {
     system.turns = 3;
     EXPECT_EQ(system.start(), std::nullopt);
     EXPECT_EQ(
@@ -364,7 +367,7 @@ TEST_F(Child, AFailedSendIsPrintedBeforeTheServiceStarts) {
     EXPECT_EQ(system.print, "send message failed\nstart\n");
 }
 
-TEST_F(Child, WithoutDevNullItKeepsItsDescriptorsAndRuns) {
+TEST_F(Child, WithoutDevNullTheChildKeepsItsDescriptorsAndRuns) {
     system.null_device = -1;
     system.start();
     EXPECT_EQ(std::count(system.calls.begin(), system.calls.end(), "dup2 -1 0"), 0);

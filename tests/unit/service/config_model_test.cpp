@@ -1,4 +1,4 @@
-//  Compares the port list parser with a second parser, on generated lists.
+//  Compares the port list parser with an independent parser, on generated lists.
 #include "port_list_model.h"
 #include "runcls.h"
 

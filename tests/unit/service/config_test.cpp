@@ -94,7 +94,7 @@ TEST_F(Config, ALaterEmptyValueEmptiesAField) {
     EXPECT_TRUE(run.dnshttpsports.empty());
 }
 
-TEST_F(Config, OtherKeysAreIgnored) {
+TEST_F(Config, UnknownKeysAreIgnored) {
     const StdoutCapture out;
     load("host=h\nhostnames=h\nhostnam=h\nlevel=40\ndnshttpsport=1\ndnshttpsports1=1\n=x\nhost\xC3=h\n");
     EXPECT_EQ(texts(), Lines(8));
@@ -107,7 +107,7 @@ TEST_F(Config, TextBeforeAKeyMakesItAnUnknownKey) {
     EXPECT_EQ(run.hostname, "");
 }
 
-TEST_F(Config, AKeyWithAZeroByteIsNotOneOfTheNine) {
+TEST_F(Config, AKeyWithAZeroByteIsUnknown) {
     load(std::string("hostname\0x=h\n", 13));
     EXPECT_EQ(run.hostname, "");
 }
@@ -129,7 +129,7 @@ TEST_F(Config, AnEmptyFileLoadsAndLeavesEveryFieldEmpty) {
     EXPECT_TRUE(run.dnshttpsports.empty());
 }
 
-TEST_F(Config, SectionHeadersAloneStoreNothing) {
+TEST_F(Config, AFileOfSectionHeadersStoresNothing) {
     load("[hostname]\n[rdburl]\n");
     EXPECT_EQ(texts(), Lines(8));
 }
@@ -153,16 +153,16 @@ TEST_F(PortList, EveryRowOfTheTableYieldsItsPorts) {
     }
 }
 
-TEST_F(PortList, AnItemOf38CharactersIsReadAndOneOf39EndsTheList) {
+TEST_F(PortList, AnItemOf38CharactersIsReadAndAnItemOf39EndsTheList) {
     EXPECT_EQ(parsed("80," + std::string(35, '0') + "443,81"), (Ports{80, 443, 81}));
     EXPECT_EQ(parsed("80," + std::string(36, '0') + "443,81"), Ports{80});
 }
 
-TEST_F(PortList, LeadingBlanksDoNotCountAmongThe38Characters) {
+TEST_F(PortList, LeadingBlanksAreNotPartOfThe38Characters) {
     EXPECT_EQ(parsed(std::string(100, ' ') + "443"), Ports{443});
 }
 
-TEST_F(PortList, TrailingBlanksCountAmongThe38Characters) {
+TEST_F(PortList, TrailingBlanksArePartOfThe38Characters) {
     EXPECT_EQ(parsed("443" + std::string(35, ' ') + ",80"), (Ports{443, 80}));
     EXPECT_EQ(parsed("443" + std::string(36, ' ') + ",80"), Ports{});
 }
@@ -171,7 +171,7 @@ TEST_F(PortList, ANumberIsReducedTo16Bits) {
     EXPECT_EQ(parsed("70000"), Ports{4464});
 }
 
-TEST_F(PortList, IsClearedFirst) {
+TEST_F(PortList, TheListIsClearedFirst) {
     olk::vector_<std::uint16_t> ports;
     parsePortList("1,2,3", ports);
     parsePortList("4", ports);

@@ -1,5 +1,5 @@
-//  The commands stop and status: their results, output and signals. The test supplies the kernel's answers about the
-//  lock.
+//  The commands stop and status: their results, output and signals. The test determines the kernel's answers to queries
+//  of the lock.
 #include "fake_process.h"
 
 #include <gtest/gtest.h>
@@ -27,13 +27,14 @@ protected:
     std::string status() {
         return system.output_of([this] { system.daemon.status(); });
     }
-    //  Sets the state of the lock at each check: these states in order, then the last one repeatedly.
+    //  Sets the state of the lock at each query: these states in order, then the last state for all further queries.
     void lock(std::vector<FakeProcess::Lock> states) {
         system.lock = [states = std::move(states)](int look) {
             return states[std::min(static_cast<std::size_t>(look), states.size()) - 1];
         };
     }
-    //  Returns the signals that were sent, in order. Fails if there was another call except closing the pid file.
+    //  Returns the signals that were sent, in order. The test fails if there was another call, except closing the pid
+    //  file.
     Lines signals() {
         Lines found;
         for (const std::string& line : system.take_calls())
@@ -54,14 +55,14 @@ TEST_F(Control, WithoutAPidFileNothingRunsAndAnEmptyOneIsCreated) {
     EXPECT_EQ(signals(), Lines{});
 }
 
-TEST_F(Control, AFileThatCannotBeOpenedIsNoAccess) {
+TEST_F(Control, AFileThatCannotBeOpenedIsReportedAsNoAccess) {
     system.pid_file_refused = [](int) { return true; };
     EXPECT_EQ(stop(), no_access);
     EXPECT_EQ(status(), no_access);
     EXPECT_EQ(signals(), Lines{});
 }
 
-TEST_F(Control, ALockThatCannotBeQueriedIsNoAccess) {
+TEST_F(Control, ALockThatCannotBeQueriedIsReportedAsNoAccess) {
     lock({unanswered});
     EXPECT_EQ(stop(), no_access);
     EXPECT_EQ(status(), no_access);
@@ -76,13 +77,13 @@ TEST_F(Control, AFileWithoutALockMeansThatNothingRuns) {
     EXPECT_EQ(signals(), Lines{});
 }
 
-TEST_F(Control, StatusFindsAHolder) {
+TEST_F(Control, StatusReportsTheHolderOfTheLock) {
     lock({held});
     EXPECT_EQ(status(), "theservice is runing!\n\n");
     EXPECT_EQ(signals(), Lines{});
 }
 
-TEST_F(Control, AHolderOfPid0MeansThatNothingRuns) {
+TEST_F(Control, AHolderWithPid0MeansThatNothingRuns) {
     lock({{F_WRLCK, 0}});
     system.write_pid_file("77\n");
     EXPECT_EQ(stop(), not_run);
@@ -90,7 +91,7 @@ TEST_F(Control, AHolderOfPid0MeansThatNothingRuns) {
     EXPECT_EQ(signals(), Lines{});
 }
 
-TEST_F(Control, AHolderWithoutAPidIsTakenFromTheText) {
+TEST_F(Control, TheTextIdentifiesAHolderWithoutAPid) {
     lock({nameless});
     system.write_pid_file("4242\n");
     EXPECT_EQ(status(), "theservice is runing!\n\n");
@@ -100,20 +101,20 @@ TEST_F(Control, AHolderWithoutAPidIsTakenFromTheText) {
     EXPECT_EQ(signals(), Lines{"kill 4242 15"});
 }
 
-TEST_F(Control, AnyNegativePidIsTakenFromTheText) {
+TEST_F(Control, TheTextIdentifiesAHolderWithAnyNegativePid) {
     lock({{F_WRLCK, -7}, unlocked});
     system.write_pid_file("77\n");
     EXPECT_EQ(stop(), stopped);
 }
 
-TEST_F(Control, AHolderWithAPidIsNotTakenFromTheText) {
+TEST_F(Control, TheTextIsIgnoredIfTheHolderHasAPid) {
     lock({held, unlocked});
     system.write_pid_file("4242\n");
     EXPECT_EQ(stop(), stopped);
     EXPECT_EQ(signals(), Lines{"kill 77 15"});
 }
 
-TEST_F(Control, TheTextDecidesForAHolderWithoutAPid) {
+TEST_F(Control, TheTextDeterminesTheResultIfTheHolderHasNoPid) {
     struct Row {
         const char* text;
         const char* stop;
@@ -160,7 +161,7 @@ TEST_F(Control, StopPrintsItsFirstLineBeforeTheSignal) {
     EXPECT_EQ(all.substr(0, before.size()), "stop theservice... pid = 77\n\n");
 }
 
-TEST_F(Control, StopChecksOnceASecond) {
+TEST_F(Control, StopChecksTheLockOnceASecond) {
     lock({held, held, held, held, unlocked});
     EXPECT_EQ(stop(), stopped);
     EXPECT_EQ(system.seconds_slept, 3);
@@ -183,7 +184,7 @@ TEST_F(Control, StopSucceedsIfTheLockIsReleasedInTheLastSecond) {
     EXPECT_EQ(system.seconds_slept, 299);
 }
 
-TEST_F(Control, TheTimeLimitIsTheCallers) {
+TEST_F(Control, TheCallerSetsTheTimeLimit) {
     lock({held});
     EXPECT_EQ(stop(1), "stop theservice... pid = 77\n\n1 second Timeout,theservice be killed!\n\n");
     EXPECT_EQ(system.seconds_slept, 1);
@@ -202,13 +203,13 @@ TEST_F(Control, ATimeLimitBelow1KillsAtOnce) {
     EXPECT_EQ(system.seconds_slept, 0);
 }
 
-TEST_F(Control, WaitsForAnyHolderAndKillsTheFirst) {
+TEST_F(Control, WaitsForAnyHolderButKillsOnlyTheFirst) {
     lock({held, held, {F_WRLCK, 88}});
     EXPECT_EQ(stop(5), "stop theservice... pid = 77\n\n5 second Timeout,theservice be killed!\n\n");
     EXPECT_EQ(signals(), (Lines{"kill 77 15", "kill 77 9"}));
 }
 
-TEST_F(Control, AHolderOfPid1IsStoppedAndWaitedForLikeAnyOther) {
+TEST_F(Control, AHolderWithPid1IsStoppedLikeAnyOther) {
     lock({{F_WRLCK, 1}, {F_WRLCK, 1}, unlocked});
     EXPECT_EQ(stop(), "stop theservice... pid = 1\n\ntheservice stoped gracefully!\n\n");
     EXPECT_EQ(system.seconds_slept, 1);
@@ -228,13 +229,13 @@ TEST_F(Control, ALockThatCannotBeQueriedAgainEndsTheWait) {
     EXPECT_EQ(system.seconds_slept, 1);
 }
 
-TEST_F(Control, AHolderOfPid0EndsTheWait) {
+TEST_F(Control, AHolderWithPid0EndsTheWait) {
     lock({held, held, {F_WRLCK, 0}});
     EXPECT_EQ(stop(), stopped);
     EXPECT_EQ(system.seconds_slept, 1);
 }
 
-TEST_F(Control, AHolderWithoutAPidIsTakenFromTheTextInTheWaitToo) {
+TEST_F(Control, DuringTheWaitTheTextIdentifiesAHolderWithoutAPid) {
     lock({held, nameless});
     for (const char* text : {"", "-1\n", "0\n", "text", "-2\n"}) {
         system.write_pid_file(text);

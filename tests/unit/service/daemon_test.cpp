@@ -1,5 +1,5 @@
-//  The single-instance decision, the foreground run up to its first cycles, and the usage text. Each run is a child
-//  process with a separate pid file, ini file and client library.
+//  The single-instance check, the foreground run up to its first cycles, and the usage text. Each run is a child
+//  process with its own pid file, ini file and client library.
 #include "daemon.h"
 #include "exitsignal.h"
 
@@ -43,7 +43,8 @@ protected:
     }
     ~Daemon() override { platform::reset(); }
 
-    //  Runs the foreground service in a child. In its first pass the child calls look and exits with status 7.
+    //  Runs the foreground service in a child. In its first pass the child calls the function look and exits with
+    //  status 7.
     Ended runUntilFirstPass(const std::function<void()>& look = [] {}) const {
         return inChild([&] {
             platform::hooks().nanosleep = [&](const timespec*) -> int {
@@ -70,7 +71,7 @@ TEST_F(RunConsole, PrintsSuccessAndAnEmptyLineAndEntersTheCycle) {
     EXPECT_EQ(ended.status, 7);
 }
 
-TEST_F(RunConsole, HoldsTheLockAndItsPidIsInTheFile) {
+TEST_F(RunConsole, HoldsTheLockAndWritesItsPid) {
     const Ended ended = runUntilFirstPass([this] {
         const bool held = holderOf(pidPath) == getpid();
         std::printf("%d %d", held, readFile(pidPath) == std::to_string(getpid()) + "\n");
@@ -108,7 +109,7 @@ TEST_F(RunConsole, KeepsSessionDirectoryAndUmask) {
     EXPECT_EQ(ended.out, "Start success!\n\n111");
 }
 
-TEST_F(RunConsole, RepeatsTheCycleForEver) {
+TEST_F(RunConsole, RepeatsTheCycleForever) {
     const Ended ended = inChild([] {
         int passes = 0;
         platform::hooks().nanosleep = [&](const timespec*) {
@@ -138,7 +139,7 @@ TEST_F(RunConsole, ClaimsTheFileTwice) {
     EXPECT_EQ(ended.out, "Start success!\n\n2 claims");
 }
 
-TEST_F(RunConsole, AServiceThatDoesNotStartIsReportedAndReturns) {
+TEST_F(RunConsole, AFailedStartIsReportedAndReturns) {
     writeFile(folder.file("addrpubd.ini"), "");
     const Ended ended = inChild([] {
         g_daemon.runConsole();
@@ -201,7 +202,7 @@ TEST_F(SingleInstance, TheServicesOwnNameIsInTheMessage) {
     EXPECT_EQ(ended.out, "other alreay runging! pid = " + std::to_string(other.pid()) + "\n");
 }
 
-//  The starting process of the background start makes the same decision, before it forks.
+//  The process that starts the background service makes the same decision, before it forks.
 TEST_F(SingleInstance, TheBackgroundStartMakesTheSameDecision) {
     const LockHolder other(pidPath);
     const Ended held = inChild([] { std::printf("%d", g_daemon.start()); });
@@ -213,7 +214,7 @@ TEST_F(SingleInstance, TheBackgroundStartMakesTheSameDecision) {
     EXPECT_EQ(refused.out, no_access + std::string("1"));
 }
 
-TEST_F(SingleInstance, AHolderWithoutAProcessIsAnAccessErrorWithoutReadingTheText) {
+TEST_F(SingleInstance, AHolderWithoutAProcessIsAnAccessErrorWhateverTheFileSays) {
     writeFile(pidPath, "4321\n");
     const Ended ended = inChild([this] {
         const int fd = open(pidPath.c_str(), O_RDWR | O_CLOEXEC);
@@ -226,7 +227,7 @@ TEST_F(SingleInstance, AHolderWithoutAProcessIsAnAccessErrorWithoutReadingTheTex
     EXPECT_EQ(readFile(pidPath), "4321\n");
 }
 
-TEST_F(SingleInstance, AnyPidExceptMinusOneAnd0IsAHolder) {
+TEST_F(SingleInstance, AnyPidExceptMinusOneAnd0IdentifiesAHolder) {
     const Ended ended = inChild([] {
         platform::hooks().fcntl = [](int fd, int command, void* argument) {
             if (command != F_GETLK)
@@ -239,7 +240,7 @@ TEST_F(SingleInstance, AnyPidExceptMinusOneAnd0IsAHolder) {
     EXPECT_EQ(ended.out, "addrpubd alreay runging! pid = -7\n");
 }
 
-TEST_F(SingleInstance, AnyCallThatFailsIsAnAccessError) {
+TEST_F(SingleInstance, AnyFailedCallIsAnAccessError) {
     const std::function<void()> failures[] = {
         [] { platform::hooks().open = [](const char*, int, mode_t) { return -1; }; },
         [] { platform::hooks().fcntl = [](int, int, void*) { return -1; }; },

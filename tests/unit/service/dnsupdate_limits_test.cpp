@@ -20,7 +20,7 @@ protected:
         const std::size_t start_of_number = text.find("\"seqno\":") + 8;
         return text.substr(start_of_number, text.find(',', start_of_number) - start_of_number);
     }
-    //  Returns the name as the request contains it.
+    //  Returns the host name as it is written in the request.
     std::string shown(const std::string& hostname) {
         run.hostname = hostname;
         const std::string text = request();
@@ -29,7 +29,7 @@ protected:
     }
 };
 
-TEST_F(UpdateLimits, TheFirstRequestHasNumber1TheNext2) {
+TEST_F(UpdateLimits, TheFirstRequestHasNumber1TheNextNumber2) {
     EXPECT_EQ(numberOf(request()), "1");
     EXPECT_EQ(numberOf(request()), "2");
     EXPECT_EQ(numberOf(request()), "3");
@@ -68,7 +68,7 @@ TEST_F(UpdateLimits, OtherControlCharactersAreNotEscaped) {
     EXPECT_EQ(shown("a\x7F\x80\xFF"), "a\x7F\x80\xFF");
 }
 
-TEST_F(UpdateLimits, TheTextBufferIsOneRequestOf416Bytes) {
+TEST_F(UpdateLimits, TheTextBufferIsAllocatedOnceWith416Bytes) {
     std::vector<std::size_t> sizes;
     platform::hooks().pool_refuses = [&](std::size_t size) {
         sizes.push_back(size);
@@ -81,7 +81,7 @@ TEST_F(UpdateLimits, TheTextBufferIsOneRequestOf416Bytes) {
     sizes.clear();
     run.updateDomain(item);
     EXPECT_EQ(std::count(sizes.begin(), sizes.end(), 416U), 1);
-    //  No larger request follows: the text did not grow.
+    //  No later request was larger, so the text was reserved once and did not grow.
     EXPECT_EQ(*std::max_element(sizes.begin(), sizes.end()), 416U);
 }
 
@@ -116,8 +116,8 @@ TEST_F(UpdateLimits, ARequestOfAThousandAddressesIsCompleteAndTerminated) {
     EXPECT_TRUE(call.text.ends_with("\"httpsports\":[]}}"));
 }
 
-//  Without memory the request may be short or empty. It must be terminated, without a leak.
-TEST_F(UpdateLimits, APoolThatRefusesAnyOneRequestIsHarmless) {
+//  Without memory the request may be shortened or empty. It must still be terminated, and nothing may leak.
+TEST_F(UpdateLimits, AnyOneFailedRequestToThePoolIsHarmless) {
     long requests_of_one = platform::pool_requests;
     request();
     requests_of_one = platform::pool_requests - requests_of_one;
@@ -132,7 +132,7 @@ TEST_F(UpdateLimits, APoolThatRefusesAnyOneRequestIsHarmless) {
     }
 }
 
-TEST_F(UpdateLimits, APoolThatRefusesEverythingIsHarmless) {
+TEST_F(UpdateLimits, APoolWithoutMemoryIsHarmless) {
     connect(true, true);
     platform::hooks().pool_refuses = [](std::size_t) { return true; };
     const long before = platform::pool_blocks;

@@ -13,7 +13,7 @@ using recording_rdb::Function;
 
 using UpdateDomain = PublishTest;
 
-//  Runs in a fixed time zone.
+//  All tests use a fixed time zone.
 class RequestText : public testing::Test {
 protected:
     RequestText() { setZone("UTC0"); }
@@ -33,7 +33,7 @@ protected:
         writeDnsUpdateRequest(seqno, item, text);
         return {text.data(), text.size()};
     }
-    //  Returns the item's members in a request with number 1.
+    //  Returns the members of the item, as written in a request with number 1.
     std::string members() const {
         const std::string text = textOf(1, item);
         const std::string front = R"({"request":"ws_dnsupdate","seqno":1,"item":{)";
@@ -70,7 +70,7 @@ TEST_F(RequestText, IsIdenticalToTheProtocolsExample) {
                                R"("httpsports":[443,8443]}})");
 }
 
-TEST_F(RequestText, AnEmptyItemHasItsPortsOnly) {
+TEST_F(RequestText, AnEmptyItemHasOnlyItsPorts) {
     EXPECT_EQ(textOf(1, item), R"({"request":"ws_dnsupdate","seqno":1,"item":{"httpsports":[]}})");
 }
 
@@ -95,7 +95,7 @@ TEST_F(RequestText, WithIpv4OnlyThereIsNoIpv6Member) {
     EXPECT_EQ(members(), R"("ipv4s":["192.0.2.1"],"ipv4":"192.0.2.1","httpsports":[])");
 }
 
-TEST_F(RequestText, ATimestampIsWrittenOnlyAbove0) {
+TEST_F(RequestText, OnlyAPositiveTimestampIsWritten) {
     for (const std::int64_t none : {std::int64_t{0}, std::int64_t{-1}, INT64_MIN}) {
         item.timestamp = none;
         EXPECT_EQ(members(), R"("httpsports":[])");
@@ -110,7 +110,7 @@ TEST_F(RequestText, ATimestampIsLocalTimeWithItsZone) {
     EXPECT_EQ(members(), R"("timestamp":"2025-04-11T04:05:03-05:00","httpsports":[])");
 }
 
-TEST_F(RequestText, ATimestampWithoutALocalFormLeavesTheQuotesEmpty) {
+TEST_F(RequestText, ATimestampThatCannotBeConvertedLeavesTheQuotesEmpty) {
     platform::hooks().localtime_r = [](const time_t*, tm*) -> tm* { return nullptr; };
     item.timestamp = 1;
     EXPECT_EQ(members(), R"("timestamp":"","httpsports":[])");
@@ -124,7 +124,7 @@ TEST_F(RequestText, PortsAreUnsigned32BitNumbers) {
     EXPECT_EQ(members(), R"("httpsports":[0,65535,4294967295])");
 }
 
-TEST_F(RequestText, TheNumberIsDecimalWithASignWhenNegative) {
+TEST_F(RequestText, TheNumberIsDecimalAndHasASignIfNegative) {
     for (const auto& [seqno, digits] :
          {std::pair{0, "0"}, {10, "10"}, {INT32_MAX, "2147483647"}, {-1, "-1"}, {INT32_MIN, "-2147483648"}})
         EXPECT_EQ(textOf(seqno, item),
@@ -180,7 +180,7 @@ TEST_F(UpdateDomain, AnEmptyHostNameEmptiesTheName) {
               R"({"request":"ws_dnsupdate","seqno":1,"item":{"ipv6s":["1::1"],"ipv6":"1::1","httpsports":[]}})");
 }
 
-TEST_F(UpdateDomain, HandsOverHandleTextLengthCallbackAndObject) {
+TEST_F(UpdateDomain, PassesHandleTextLengthCallbackAndObject) {
     run.dns_handle = 34;
     DnsUpdateItem item;
     run.updateDomain(item);

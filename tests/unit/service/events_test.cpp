@@ -12,7 +12,7 @@ using RdbEvent = PublishTest;
 using DnsEvent = PublishTest;
 using DnsReply = PublishTest;
 
-TEST_F(RdbEvent, AConnectionSetsTheFlagClearsTheMarkAndIsLogged) {
+TEST_F(RdbEvent, AConnectionSetsTheFlagAndClearsTheMarkAndIsLogged) {
     run.snapshot.time = 42;
     onRdbEvent(60001, 0, &run);
     EXPECT_EQ(run.rdb_connected, 1U);
@@ -27,7 +27,7 @@ TEST_F(RdbEvent, AConnectionKeepsTheStateOfTheDnsServer) {
     EXPECT_EQ(run.last_sent_time, 42);
 }
 
-TEST_F(RdbEvent, ALossClearsTheFlagKeepsTheMarkAndIsLoggedAtLevel10) {
+TEST_F(RdbEvent, ALossClearsTheFlagButKeepsTheMarkAndIsLoggedAtLevel10) {
     connect(true, true);
     run.snapshot.time = 42;
     onRdbEvent(60003, 0, &run);
@@ -101,7 +101,7 @@ TEST_F(RdbEvent, ALossLeavesTheDnsStepRunning) {
     EXPECT_EQ(callsOf(recording_rdb::Function::tagget).size(), 0U);
 }
 
-TEST_F(RdbEvent, WithBothServersLostTheCycleIdles) {
+TEST_F(RdbEvent, WithoutBothServersTheCycleDoesNothing) {
     connect(true, true);
     onRdbEvent(60003, 0, &run);
     onDnsEvent(60003, 0, &run);
@@ -116,14 +116,14 @@ TEST_F(RdbEvent, ArrivesThroughTheRegisteredCallback) {
     EXPECT_EQ(run.rdb_connected, 0U);
 }
 
-TEST_F(RdbEvent, AConnectionDuringThePutIsOverwrittenByTheMarkOfThePut) {
+TEST_F(RdbEvent, ThePutOverwritesTheMarkThatAConnectionClearedDuringIt) {
     connect(true, false);
     recording_rdb::script_event(recording_rdb::Function::objputsnapshot, 0, 60001);
     cycle(start);
     EXPECT_EQ(run.snapshot.time, start * 10);
 }
 
-TEST_F(DnsEvent, AConnectionSetsTheFlagClearsTheTimeAndIsLogged) {
+TEST_F(DnsEvent, AConnectionSetsTheFlagAndClearsTheTimeAndIsLogged) {
     run.last_sent_time = 42;
     onDnsEvent(60001, 0, &run);
     EXPECT_EQ(run.dns_connected, 1U);
@@ -138,7 +138,7 @@ TEST_F(DnsEvent, AConnectionKeepsTheStateOfTheRdbServer) {
     EXPECT_EQ(run.snapshot.time, 42);
 }
 
-TEST_F(DnsEvent, ALossClearsTheFlagKeepsTheTimeAndIsLoggedAtLevel10) {
+TEST_F(DnsEvent, ALossClearsTheFlagButKeepsTheTimeAndIsLoggedAtLevel10) {
     connect(true, true);
     run.last_sent_time = 42;
     onDnsEvent(60003, 0, &run);
@@ -200,17 +200,17 @@ TEST_F(DnsEvent, ArrivesThroughTheRegisteredCallback) {
     EXPECT_EQ(run.rdb_connected, 0U);
 }
 
-TEST_F(DnsReply, IsLoggedAtLevel40ByItsLengthAlone) {
+TEST_F(DnsReply, AReplyIsLoggedAtLevel40UpToItsLength) {
     connect(false, true);
     cycle(start);
-    //  The byte after each of these texts is not readable.
+    //  The byte after each of these texts cannot be read: reading it crashes.
     for (const std::string text : {"{\"result\":0}", "x", ""}) {
         ASSERT_TRUE(fire_reply(0, text));
         EXPECT_EQ(trace.take(), Lines{"40 recv: " + text});
     }
 }
 
-TEST_F(DnsReply, OfOnePageIsLoggedCompletely) {
+TEST_F(DnsReply, AReplyOfOnePageIsLoggedCompletely) {
     connect(false, true);
     cycle(start);
     const std::string text(4096, 'r');
@@ -218,12 +218,12 @@ TEST_F(DnsReply, OfOnePageIsLoggedCompletely) {
     EXPECT_EQ(trace.take(), Lines{"40 recv: " + text});
 }
 
-TEST_F(DnsReply, EndsAtItsLength) {
+TEST_F(DnsReply, OnlyTheGivenLengthIsLogged) {
     onDnsReply("abcdef", 3, &run);
     EXPECT_EQ(trace.take(), Lines{"40 recv: abc"});
 }
 
-TEST_F(DnsReply, ChangesNothingOfTheState) {
+TEST_F(DnsReply, AReplyChangesNoState) {
     connect(true, true);
     cycle(start);
     const RdbSnapshot before = run.snapshot;

@@ -1,6 +1,6 @@
-//  Delivers the exit signal at randomly chosen instructions of the publish cycle: in the allocator's locks, in the C
-//  library's allocator and output, in calls of the client library. The process must always take all steps of its end,
-//  without reaching a limit of the end.
+//  Delivers the exit signal at randomly chosen instructions of the publish cycle. Among them are instructions inside
+//  the allocator's locks, the C library's allocator and output, and calls of the client library. The process must
+//  always take all steps of its shutdown, without reaching a time limit of the shutdown.
 #include "daemon.h"
 #include "exitsignal.h"
 #include "olk_allocator.h"
@@ -33,25 +33,26 @@
 
 namespace {
 
-//  Far above the limits of the end (exitsignal.h). A child that reaches one of those limits has not taken all steps,
-//  and fails the test.
+//  Far above the time limits of the shutdown (exitsignal.h). A child that reaches one of those limits has not taken all
+//  steps, so the test fails.
 constexpr int hang_seconds = 30;
 constexpr std::size_t walked_instructions = 120'000;  // about ten cycles
 constexpr unsigned max_occurrence = 6;
 
 const char* const every_step = "disconnected 2, destroyed 2, exit functions 1 and 1";
 
-//  The signals of a run: ADDRPUBD_EXIT_ROUNDS in the environment (scripts/test --full: 20,000), or 2,000.
+//  Number of signals in a run: ADDRPUBD_EXIT_ROUNDS in the environment (scripts/test --full sets 20,000), otherwise
+//  2,000.
 int exitRounds() {
     const char* rounds = std::getenv("ADDRPUBD_EXIT_ROUNDS");
     return rounds == nullptr ? 2'000 : std::atoi(rounds);
 }
 
-//  After this number of passes a traced child exits. The addresses in the C library's heap depend on the state of the
-//  parent at the fork, so a child may never execute an instruction that another child executes.
+//  A traced child exits after this number of passes. The addresses in the C library's heap depend on the parent's state
+//  at the fork. So a child may never execute an instruction that another child executes, and must end anyway.
 constexpr int max_passes = 100;
 
-//  The steps that a child took on its way to the end; in memory shared with the parent.
+//  The steps of the shutdown that a child has taken. The object is in memory shared with the parent.
 struct Steps {
     int disconnected;
     int destroyed;
@@ -66,11 +67,11 @@ RdbReply reply = nullptr;
 time_t second = 1'744'350'000;
 unsigned listed = 0;
 
-//  Returns lists of one to three addresses, a different number each time.
+//  Returns lists of one, two or three addresses in turn.
 ifaddrs entries[3];
 sockaddr_in6 addresses[3];
 
-//  A client library that allocates and frees memory of the C library, as real ones do.
+//  The simulated client library allocates and frees memory of the C library, as real client libraries do.
 void workAsALibrary() {
     const std::string text(static_cast<std::size_t>(100 + listed % 3 * 400), 'x');
     std::string copy = text + text;
@@ -128,7 +129,7 @@ int __wrap_nanosleep(const timespec*, timespec*) {
     ++steps->passes;
     return 0;
 }
-//  Replaces the real list: its length depends on the machine, and all children must execute the same instructions.
+//  Replaces the real list. The real list differs between machines, but all children must execute the same instructions.
 int __wrap_getifaddrs(ifaddrs** list);
 int __wrap_getifaddrs(ifaddrs** list) {
     workAsALibrary();
@@ -165,7 +166,7 @@ std::string nameOf(std::uintptr_t address) {
     return text.str();
 }
 
-//  An exit function of a library, which uses the C library's allocator. Registered last, it runs first.
+//  An exit function of a library. It uses the C library's allocator. It is registered last, so it runs first.
 void libraryExit() {
     for (int i = 0; i < 20; ++i)
         workAsALibrary();
@@ -192,7 +193,7 @@ protected:
         tzset();
     }
 
-    //  Turns this process, a child, into a service that can be ended.
+    //  Prepares this process, a child, to run as a service that a signal can end.
     static void prepare() {
         dup2(open("/dev/null", O_RDWR), STDOUT_FILENO);
         std::atexit([] { ++steps->last_exits; });
@@ -220,7 +221,7 @@ protected:
                std::to_string(steps->last_exits);
     }
 
-    //  Returns whether the child holds a lock of the allocator. A free lock has the same value as in this process.
+    //  Returns whether the child holds a lock of the allocator. The value of a free lock is known from this process.
     static bool holdsALock(const TracedChild& child) {
         const olk::allocator& allocator = *olk::get_olk_allocator();
         return std::any_of(allocator.classes, allocator.classes + allocator.classcount, [&](const auto* size_class) {
@@ -232,11 +233,11 @@ protected:
     }
 };
 
-TEST_F(ExitAnywhere, TakesAllStepsFromAnyInstruction) {
+TEST_F(ExitAnywhere, AllStepsAreTakenFromAnyInstruction) {
     using Place = std::pair<std::uintptr_t, unsigned>;
     const std::map<std::uintptr_t, unsigned> walked = TracedChild(traced).walk(walked_instructions);
     std::vector<Place> places(walked.begin(), walked.end());
-    std::mt19937 random(20260);  // NOLINT(cert-msc51-cpp): every run the same
+    std::mt19937 random(20260);  // NOLINT(cert-msc51-cpp): a fixed seed repeats every run
     const int wanted = exitRounds();
     ASSERT_GT(wanted, 0);
     int in_locks = 0;
@@ -265,9 +266,10 @@ TEST_F(ExitAnywhere, TakesAllStepsFromAnyInstruction) {
     EXPECT_LT(not_reached, wanted / 10);
 }
 
-//  A second thread, like one of a client library, calls callbacks continuously; the signal arrives after a random time.
-TEST_F(ExitAnywhere, TakesAllStepsWhileAnotherThreadIsInCallbacks) {
-    std::mt19937 random(20261);  // NOLINT(cert-msc51-cpp): every run the same
+//  A second thread, like a thread of a client library, calls callbacks continuously. The signal arrives after a random
+//  time.
+TEST_F(ExitAnywhere, AllStepsAreTakenWhileAnotherThreadRunsCallbacks) {
+    std::mt19937 random(20261);  // NOLINT(cert-msc51-cpp): a fixed seed repeats every run
     const int wanted = exitRounds() / 10;
     ASSERT_GT(wanted, 0);
     for (int round = 0; round < wanted; ++round) {

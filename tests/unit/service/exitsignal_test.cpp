@@ -23,16 +23,17 @@
 
 #include <gtest/gtest.h>
 
-//  The handler deliberately logs, closes and exits inside the signal handler, so this report of the thread sanitizer is
-//  switched off.
+//  The handler deliberately logs, closes and exits inside the signal handler. The thread sanitizer reports this, so
+//  that report is switched off.
 extern "C" const char* __tsan_default_options();
 const char* __tsan_default_options() {
     return "report_signal_unsafe=0";
 }
 
-//  For tests that the sanitizer would report wrongly, or in which it delivers a signal later than it is raised.
+//  For two kinds of tests: the sanitizer would report an error wrongly, or it delivers a signal later than it is
+//  raised.
 #ifdef __SANITIZE_THREAD__
-#define SKIP_WITH_THREAD_SANITIZER() GTEST_SKIP() << "does not hold with the thread sanitizer"
+#define SKIP_WITH_THREAD_SANITIZER() GTEST_SKIP() << "the thread sanitizer changes the behaviour of signals"
 #else
 #define SKIP_WITH_THREAD_SANITIZER() static_cast<void>(0)
 #endif
@@ -40,10 +41,10 @@ const char* __tsan_default_options() {
 namespace {
 
 enum class Timer { real, none, driven };
-Timer timer = Timer::real;  // driven: the test raises the ticks
+Timer timer = Timer::real;  // driven: the test raises the timer's signals itself
 
 std::atomic<bool> in_pause{false};
-std::atomic<bool> end_began{false};  // long ticks were asked for
+std::atomic<bool> end_began{false};  // true after the service set the timer to long ticks
 
 }  // namespace
 
@@ -57,7 +58,7 @@ int __wrap_pause() {
 extern "C" int __real_setitimer(__itimer_which_t which, const itimerval* value, itimerval* old) noexcept;
 extern "C" int __wrap_setitimer(__itimer_which_t which, const itimerval* value, itimerval* old) noexcept;
 
-//  Shortens the long ticks, so that no test waits for them.
+//  Shortens the long ticks, so that tests do not wait for them.
 int __wrap_setitimer(__itimer_which_t which, const itimerval* value, itimerval* old) noexcept {
     itimerval shortened = *value;
     if (value->it_value.tv_usec > short_tick)
@@ -71,7 +72,7 @@ int __wrap_setitimer(__itimer_which_t which, const itimerval* value, itimerval* 
 
 namespace {
 
-//  A log that prints each of its calls, to show their order among the calls of the client library.
+//  A log that prints each of its calls. This shows their order among the calls of the client library.
 class PrintingLog final : public olk::ilog {
 public:
     ~PrintingLog() override;
@@ -101,7 +102,7 @@ protected:
         platform::reset();
         recording_rdb::reset();
     }
-    //  Runs the handler on an object with these handles.
+    //  Runs the handler with a service object that has these handles.
     static Ended signalled(int number, int rdb_handle, int dns_handle, bool with_log) {
         return inChild([=] {
             static PrintingLog log;
@@ -146,7 +147,7 @@ TEST_F(ExitSignal, ConnectionsThatDoNotExistAreNotClosed) {
     EXPECT_EQ(signalled(2, 7, -1, false).out, "exit signal 2.\nrdb_disconnect 7\nrdb_destory 7\nexit 1 1 1 -1 -1\n");
 }
 
-TEST_F(ExitSignal, WithoutAnObjectItOnlyPrintsClearsAndExits) {
+TEST_F(ExitSignal, WithoutAServiceObjectItOnlyPrintsAndClearsAndExits) {
     const Ended ended = inChild([] {
         g_daemon.application = nullptr;
         std::atexit([] { std::printf("exit %d\n", g_pdaemon == nullptr); });
@@ -188,7 +189,7 @@ TEST_F(ExitSignal, ASecondSignalDoesNotInterruptTheFirst) {
     EXPECT_EQ(ended.status, 0);
 }
 
-TEST_F(ExitSignal, ASecondSignalDuringTheEndIsIgnored) {
+TEST_F(ExitSignal, ASecondSignalDuringTheShutdownIsIgnored) {
     const Ended ended = inChild([] {
         static auto* const run = new CRunCls;
         run->rdb_handle = 3;
@@ -221,7 +222,7 @@ TEST_F(ExitSignal, TheExitClosesThePidFileAndKeepsItsText) {
     const Ended ended = inChild([&] {
         g_daemon.pid_fd = open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644);
         g_daemon.writePid();
-        //  Registered after the descriptor's own exit function, so it runs before that one.
+        //  Registered after the descriptor's own exit function, so it runs first.
         std::atexit([] { std::printf("%d\n", g_daemon.pid_fd >= 0); });
         onExitSignal(2);
     });
@@ -241,13 +242,13 @@ TEST_F(ExitSignal, ClosingTwiceIsHarmless) {
     EXPECT_EQ(ended.out, "11");
 }
 
-//  A step that blocks for ever.
+//  A step that blocks forever.
 [[noreturn]] void waitForEver() {
     for (;;)
         pause();
 }
 
-TEST_F(ExitSignal, InAStepItEndsTheProcessAfterTheStep) {
+TEST_F(ExitSignal, DuringAStepItEndsTheProcessAfterTheStep) {
     SKIP_WITH_THREAD_SANITIZER();
     const Ended ended = inChild([] {
         installExitSignals();
@@ -262,7 +263,7 @@ TEST_F(ExitSignal, InAStepItEndsTheProcessAfterTheStep) {
     EXPECT_EQ(ended.status, 0);
 }
 
-TEST_F(ExitSignal, InAStepItEndsTheProcessAtTheNextSafePlace) {
+TEST_F(ExitSignal, DuringAStepItEndsTheProcessAtTheNextSafePlace) {
     const Ended ended = inChild([] {
         installExitSignals();
         const ServiceStep step;
@@ -287,8 +288,8 @@ TEST_F(ExitSignal, ABlockedStepIsInterruptedAfterAFewTicks) {
     EXPECT_EQ(ended.status, 0);
 }
 
-//  A tick ends each pause.
-TEST_F(ExitSignal, TheEndAfterABlockedStepHasALimit) {
+//  Each call of pause() returns at the next tick.
+TEST_F(ExitSignal, TheShutdownAfterABlockedStepHasATimeLimit) {
     const Ended ended = inChild([] {
         std::atexit(waitForEver);
         installExitSignals();
@@ -304,7 +305,7 @@ TEST_F(ExitSignal, WithTheAlarmBlockedAStepIsInterruptedAtOnce) {
         sigset_t all;
         sigfillset(&all);
         sigprocmask(SIG_SETMASK, &all, nullptr);
-        std::raise(SIGALRM);  // an alarm of the program that started the service stays blocked
+        std::raise(SIGALRM);  // the program that started the service left an alarm blocked and pending
         installExitSignals();
         const ServiceStep step;
         std::raise(SIGTERM);
@@ -332,7 +333,7 @@ TEST_F(ExitSignal, ATickOnAnotherThreadIsForwarded) {
     EXPECT_EQ(ended.status, 0);
 }
 
-TEST_F(ExitSignal, AStepWithALockOfTheAllocatorIsNotInterrupted) {
+TEST_F(ExitSignal, AStepThatHoldsALockOfTheAllocatorIsNotInterrupted) {
     SKIP_WITH_THREAD_SANITIZER();
     const Ended ended = inChild([] {
         installExitSignals();
@@ -362,7 +363,7 @@ TEST_F(ExitSignal, WithoutATimerAStepIsInterruptedAtOnce) {
     EXPECT_EQ(ended.status, 0);
 }
 
-TEST_F(ExitSignal, OfTwoSignalsInAStepTheFirstIsUsed) {
+TEST_F(ExitSignal, OfTwoSignalsDuringAStepTheFirstIsReported) {
     const Ended ended = inChild([] {
         installExitSignals();
         const ServiceStep step;
@@ -385,7 +386,7 @@ TEST_F(ExitSignal, DeliveredToAnotherThreadItIsForwarded) {
     EXPECT_EQ(ended.status, 0);
 }
 
-//  Set while a callback on another thread uses the log.
+//  True while a callback on another thread uses the log.
 std::atomic<bool> in_callback{false};
 
 TEST_F(ExitSignal, TheLogIsReleasedAfterTheLastCallbackThatUsesIt) {
@@ -415,7 +416,7 @@ TEST_F(ExitSignal, TheLogIsReleasedAfterTheLastCallbackThatUsesIt) {
     EXPECT_EQ(ended.status, 0);
 }
 
-TEST_F(ExitSignal, ABlockedCallbackDoesNotPreventTheEnd) {
+TEST_F(ExitSignal, ABlockedCallbackDoesNotPreventTheExit) {
     const Ended ended = inChild([] {
         static PrintingLog log;
         static auto* const run = new CRunCls;
@@ -440,7 +441,7 @@ TEST_F(ExitSignal, ABlockedCallbackDoesNotPreventTheEnd) {
     EXPECT_EQ(ended.status, 0);
 }
 
-TEST_F(ExitSignal, ABlockedExitFunctionDoesNotPreventTheEnd) {
+TEST_F(ExitSignal, ABlockedExitFunctionDoesNotPreventTheExit) {
     const Ended ended = inChild([] {
         std::atexit(waitForEver);
         installExitSignals();
@@ -459,7 +460,7 @@ void tickInTheLibrary(int count) {
         std::raise(SIGALRM);
 }
 
-//  Ends a service whose client library uses this many ticks in each call.
+//  Runs the shutdown of a service. Each call of its client library takes this number of ticks.
 Ended endedWithASlowLibrary(int ticks_of_a_call) {
     return inChild([=] {
         timer = Timer::driven;
@@ -477,20 +478,20 @@ Ended endedWithASlowLibrary(int ticks_of_a_call) {
     });
 }
 
-TEST_F(ExitSignal, EachCallOfTheLibraryHasALimitOfItsOwn) {
+TEST_F(ExitSignal, EachCallOfTheLibraryHasItsOwnTimeLimit) {
     static_assert(max_call_ticks - 1 > max_end_ticks);
     const Ended ended = endedWithASlowLibrary(max_call_ticks - 1);
     EXPECT_EQ(ended.out, "exit signal 15.\nrdb_disconnect 4\nrdb_destory 4\nrdb_disconnect 5\nrdb_destory 5\n");
     EXPECT_EQ(ended.status, 0);
 }
 
-TEST_F(ExitSignal, ACallOfTheLibraryThatExceedsItsLimitEndsTheProcess) {
+TEST_F(ExitSignal, ACallOfTheLibraryBeyondItsTimeLimitEndsTheProcess) {
     const Ended ended = endedWithASlowLibrary(max_call_ticks);
     EXPECT_EQ(ended.out, "exit signal 15.\nrdb_disconnect 4\n");
     EXPECT_EQ(ended.status, 0);
 }
 
-TEST_F(ExitSignal, AfterASignalTheCycleCallsTheLibraryNoMore) {
+TEST_F(ExitSignal, AfterASignalTheCycleDoesNotCallTheLibrary) {
     SKIP_WITH_THREAD_SANITIZER();
     const Ended ended = inChild([] {
         static auto* const run = new CRunCls;

@@ -1,11 +1,12 @@
-//  A simulated system for tests of service control: nothing is forked, queued, slept, signalled or redirected.
+//  A simulated system for tests of service control. Forks, message queues, sleeps, signals and redirections are only
+//  recorded.
 //
-//      parent:  forked > 0, messages arrive at the polls given by incoming
-//      child:   forked == 0, sent texts are stored; LoopLeft or exit ends the start
+//      parent:  forked > 0; incoming contains the message of each poll
+//      child:   forked == 0; sent texts are stored; the start ends with LoopLeft or exit
 //
 //  Test programs are linked with --wrap for each call in fake_process.cpp. At most one object exists at a time; without
-//  one the real calls are made. The pid file is a real file in a separate folder; a test may supply the state of its
-//  lock.
+//  an object the real calls are made. The pid file is a real file in a separate folder; a test may supply the state of
+//  its lock.
 //
 //  Threads: one thread only.
 #ifndef FAKE_PROCESS_H
@@ -25,12 +26,12 @@
 
 using Lines = std::vector<std::string>;
 
-//  Thrown to leave the endless loop of the service.
+//  Thrown to leave the endless publish loop of the service.
 struct LoopLeft {};
 
 class FakeProcess {
 public:
-    //  Answer of the kernel to a query of the lock: type F_UNLCK or F_WRLCK, or -1 for a failed call.
+    //  The kernel's answer to a query of the lock: its type is F_UNLCK or F_WRLCK, or -1 for a failed call.
     struct Lock {
         int type = F_UNLCK;
         pid_t pid = 0;
@@ -46,15 +47,15 @@ public:
 
     //  Runs body and returns its standard output.
     std::string output_of(const std::function<void()>& body);
-    //  Runs the background start. Returns its result; nothing if the child exited or left its loop.
+    //  Runs the background start. Returns its result, or nothing if the child exited or left the publish loop.
     std::optional<int> start();
-    //  Returns the calls since the last take_calls.
+    //  Returns the calls since the last call of take_calls.
     Lines take_calls();
     //  Writes text into the pid file.
     void write_pid_file(const std::string& text) const;
 
     CDaemon daemon;
-    Lines calls;        // in order; polls without a message and checks are not listed
+    Lines calls;        // in order, without polls that got no message and without lock queries
     std::string print;  // output of start()
 
     pid_t forked = 4321;  // result of fork

@@ -1,4 +1,4 @@
-//  Compares the ini reader with a second reader of the same grammar, on generated files.
+//  Compares the ini reader with an independent reader of the same grammar, on generated files.
 #include "inifile.h"
 
 #include "ini_model.h"

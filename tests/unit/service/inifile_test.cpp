@@ -95,7 +95,7 @@ TEST_F(IniReader, ASectionHeaderCutByTheEndOfTheFileCallsNothing) {
     EXPECT_EQ(eventsOf("[abc"), Events{});
 }
 
-TEST_F(IniReader, LongKeysSectionsAndValuesAreComplete) {
+TEST_F(IniReader, LongKeysSectionsAndValuesAreNotShortened) {
     const std::string s(70000, 's'), k(80000, 'k'), v(90000, 'v');
     EXPECT_EQ(eventsOf("[" + s + "]" + k + "=" + v), (Events{{s, "", ""}, {s, k, v}}));
 }
@@ -158,7 +158,7 @@ TEST_F(IniReader, AlwaysClosesTheFile) {
     EXPECT_EQ(platform::open_files, before);
 }
 
-TEST_F(ExeDir, IsTheDirectoryOfThisProgramWithItsSlash) {
+TEST_F(ExeDir, IsTheDirectoryOfThisProgramWithATrailingSlash) {
     const std::string dir = getExeDir();
     ASSERT_FALSE(dir.empty());
     EXPECT_EQ(dir.back(), '/');
@@ -186,7 +186,7 @@ TEST_F(ExeDir, IsEmptyWhenTheLinkIsEmpty) {
     EXPECT_EQ(dirOf(""), "");
 }
 
-TEST_F(ExeDir, ARootFileReturnsTheRoot) {
+TEST_F(ExeDir, AFileInTheRootReturnsTheRoot) {
     EXPECT_EQ(dirOf("/addrpubd"), "/");
 }
 

@@ -34,7 +34,7 @@ TEST_F(MsgQueue, AnIdOf0IsValid) {
     EXPECT_EQ(first.send("x"), 0);
 }
 
-TEST_F(MsgQueue, WithoutAQueueSendFailsAndTakesNoMemory) {
+TEST_F(MsgQueue, WithoutAQueueSendFailsAndAllocatesNothing) {
     system.queue = -1;
     CMsgQueue none(1);
     EXPECT_FALSE(none.isOpen());
@@ -43,7 +43,7 @@ TEST_F(MsgQueue, WithoutAQueueSendFailsAndTakesNoMemory) {
     EXPECT_EQ(system.pool_requests, 0);
 }
 
-TEST_F(MsgQueue, AMessageIsTheTextWithItsZeroAndHasType1) {
+TEST_F(MsgQueue, AMessageIsTheTextWithItsZeroByteAndHasType1) {
     EXPECT_EQ(queue.send("finished"), 0);
     EXPECT_EQ(queue.send(""), 0);
     EXPECT_EQ(queue.send("Start success!\n\n"), 0);
@@ -82,7 +82,7 @@ TEST_F(MsgQueue, ReceiveTakesAMessageOfAnyTypeAndAtMost512BytesWithoutWaiting) {
     EXPECT_EQ(system.flags, Lines{"no wait"});
 }
 
-TEST_F(MsgQueue, ReceiveCopiesTheBytesAndKeepsTheBytesAfterThem) {
+TEST_F(MsgQueue, ReceiveOverwritesOnlyTheLengthOfTheMessage) {
     std::memset(text, 'x', sizeof text);
     system.incoming[1].bytes = "ab\0"s;
     EXPECT_EQ(receive(), 3);
@@ -102,7 +102,7 @@ TEST_F(MsgQueue, AnEmptyMessageChangesNothing) {
     EXPECT_STREQ(text, "before");
 }
 
-TEST_F(MsgQueue, NoMessageOrATooLongOneChangesNothing) {
+TEST_F(MsgQueue, NoMessageOrATooLongMessageChangesNothing) {
     std::strcpy(text, "before");
     system.incoming[2].bytes = std::string(513, 'm');
     EXPECT_EQ(receive(), -1);

@@ -4,7 +4,7 @@
 #include <new>
 
 extern "C" {
-void* __real_malloc(std::size_t bytes) __attribute__((weak));  // present where the program is linked with --wrap=malloc
+void* __real_malloc(std::size_t bytes) __attribute__((weak));  // linked only into programs with --wrap=malloc
 void* __wrap_malloc(std::size_t bytes);
 }
 

@@ -100,20 +100,20 @@ TEST_F(PidLock, ReportsTheProcessThatHoldsIt) {
     EXPECT_EQ(holder, other.pid());
 }
 
-TEST_F(PidLock, IsFreeAgainWhenTheHolderEnds) {
+TEST_F(PidLock, IsFreeWhenTheHolderHasEnded) {
     LockHolder other(path);
     other.release();
     pid_t holder = -1;
     EXPECT_EQ(queryPidLock(opened(), holder), PidFileState::free);
 }
 
-TEST_F(PidLock, AFailedQueryIsNoAccess) {
+TEST_F(PidLock, AFailedQueryIsReportedAsNoAccess) {
     platform::hooks().fcntl = [](int, int, void*) { return -1; };
     pid_t holder = -1;
     EXPECT_EQ(queryPidLock(5, holder), PidFileState::no_access);
 }
 
-TEST_F(PidLock, ABadDescriptorIsNoAccess) {
+TEST_F(PidLock, AnInvalidDescriptorIsReportedAsNoAccess) {
     pid_t holder = -1;
     EXPECT_EQ(queryPidLock(-1, holder), PidFileState::no_access);
 }
@@ -164,7 +164,7 @@ TEST_F(ClaimPidFile, ASecondClaimWritesTheSameContent) {
     ASSERT_EQ(claimPidFile(opened()), 0);
     ASSERT_EQ(claimPidFile(fd), 0);
     EXPECT_EQ(holderOf(path), getpid());
-    //  Last, because closing any descriptor of the file releases this process's lock.
+    //  This check is last, because closing any descriptor of the file releases this process's lock.
     EXPECT_EQ(readFile(path), own_line);
 }
 
@@ -192,7 +192,7 @@ TEST_F(ClaimPidFile, WaitsUntilTheHolderIsGone) {
     const pid_t claimer = fork();
     if (claimer == 0) {
         platform::hooks().fcntl = [&](int file, int command, void* lock) {
-            //  The lock is now held by the other process; only then does the test end that process.
+            //  Here the other process holds the lock. The test ends that process only after this query.
             const bool busy = platform::real_fcntl(file, F_SETLK, lock) == -1;
             if (command == F_SETLKW && busy && write(ends[1], "w", 1) != 1)
                 _exit(3);
@@ -212,7 +212,7 @@ TEST_F(ClaimPidFile, WaitsUntilTheHolderIsGone) {
     close(ends[0]);
 }
 
-TEST_F(ClaimPidFile, AnyCallThatFailsReturnsMinusOne) {
+TEST_F(ClaimPidFile, AnyFailedCallReturnsMinusOne) {
     const auto claimWith = [this](const std::function<void()>& spoil) {
         const int file = openPidFile(path.c_str());
         spoil();
@@ -229,7 +229,7 @@ TEST_F(ClaimPidFile, AnyCallThatFailsReturnsMinusOne) {
     EXPECT_EQ(claimWith([] {}), 0);
 }
 
-TEST_F(ClaimPidFile, AWriteThatFailsLeavesTheFileEmpty) {
+TEST_F(ClaimPidFile, AFailedWriteLeavesTheFileEmpty) {
     writeFile(path, "12345\n");
     opened();
     platform::hooks().write = [](int, const void*, std::size_t) { return -1; };
@@ -237,7 +237,7 @@ TEST_F(ClaimPidFile, AWriteThatFailsLeavesTheFileEmpty) {
     EXPECT_EQ(readFile(path), "");
 }
 
-TEST_F(ClaimPidFile, OneByteWrittenIsEnough) {
+TEST_F(ClaimPidFile, APartialWriteOfOneByteIsEnough) {
     opened();
     platform::hooks().write = [](int, const void*, std::size_t) { return 1; };
     EXPECT_EQ(claimPidFile(fd), 0);
@@ -306,7 +306,7 @@ TEST_F(PidText, IsMinusOneWhenReadingFails) {
     EXPECT_EQ(readPidText(opened()), -1);
 }
 
-TEST_F(ProbePidFile, AStaleFileWithAPidAndWithoutLockIsFree) {
+TEST_F(ProbePidFile, AnUnlockedFileWithAPidIsFree) {
     writeFile(path, "1\n");
     pid_t holder = -1;
     EXPECT_EQ(probePidFile(path.c_str(), holder), PidFileState::free);
@@ -327,7 +327,7 @@ TEST_F(ProbePidFile, ReportsTheHolder) {
     EXPECT_EQ(holder, other.pid());
 }
 
-TEST_F(ProbePidFile, AHolderWithoutAPidIsTakenFromTheText) {
+TEST_F(ProbePidFile, TheTextIdentifiesAHolderWithoutAPid) {
     const int file = open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644);
     struct flock lock = {};
     lock.l_type = F_WRLCK;
@@ -341,7 +341,7 @@ TEST_F(ProbePidFile, AHolderWithoutAPidIsTakenFromTheText) {
     close(file);
 }
 
-TEST_F(ProbePidFile, AHolderOfAnotherPidNamespaceIs0) {
+TEST_F(ProbePidFile, AHolderInAnotherPidNamespaceIsReportedAs0) {
     writeFile(path, "4321\n");
     platform::hooks().fcntl = [](int file, int command, void* argument) {
         if (command != F_GETLK)
@@ -371,7 +371,7 @@ TEST_F(ProbePidFile, ClosesTheFile) {
     probePidFile(folder.file("free").c_str(), holder);
     platform::hooks().fcntl = [](int, int, void*) { return -1; };
     probePidFile(path.c_str(), holder);
-    EXPECT_EQ(openDescriptors(), before + 1);  // the holder's pipe
+    EXPECT_EQ(openDescriptors(), before + 1);  // the pipe to the lock holder
 }
 
 }  // namespace

@@ -14,7 +14,7 @@ struct Step {
     bool passes;
 };
 
-TEST_F(Gate, ACycleRunsTenSecondsBeforeOrAfterTheLastOne) {
+TEST_F(Gate, ACycleRunsIfTheTimeDiffersFromTheLastOneByTenSeconds) {
     connect(true, true);
     constexpr Step steps[] = {{0, false},     {1, false},      {9, false},    {10, true},  {11, true},
                               {100000, true}, {-1, false},     {-8, false},   {-9, false}, {-10, true},
@@ -72,7 +72,7 @@ TEST_F(PutGate, RepeatsAfter600SecondsNot599) {
     }
 }
 
-TEST_F(PutGate, RepeatsAfter6000TenthsNot5999) {
+TEST_F(PutGate, RepeatsAfter6000TenthsOfASecondNot5999) {
     connect(true, false);
     cycle(start);
     constexpr Step steps[] = {{5990, false},  {5999, false},  {6000, true},  {6001, true},

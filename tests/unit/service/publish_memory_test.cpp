@@ -1,4 +1,4 @@
-//  The memory that a cycle takes from the pool, and frees.
+//  The memory that a cycle takes from the pool and frees again.
 #include "no_memory.h"
 #include "service_platform.h"
 #include "service_publish.h"
@@ -39,7 +39,7 @@ TEST_F(CycleMemory, ARequestFreesAllItsTexts) {
     interfaces.set(Lines{"1::1"});
     const long blocks = platform::pool_blocks;
     for (time_t now = start; now < start + 60000; now += 600) {
-        //  For one address: its text, the list, the name and the request.
+        //  The four requests for one address are its text, the list, the name and the request.
         EXPECT_EQ(requestsDuring(now), 4);
         EXPECT_EQ(platform::pool_blocks, blocks);
     }

@@ -1,5 +1,6 @@
 //  Compares the publish cycle with a model over many random steps: events, changes of the clock and of the addresses,
-//  and result codes of all calls. Compared are the calls with the bytes of their records, log records and members.
+//  and result codes of all calls. The test compares the calls with the bytes of their records, the log records and the
+//  members of the service object.
 #include "service_publish.h"
 
 #include <cstring>
@@ -299,7 +300,7 @@ TEST_F(PublishModel, AgreesWithTheCycleOver30000RandomSteps) {
             ASSERT_NO_FATAL_FAILURE(compare(model));
         }
     }
-    //  The random steps reached all parts of the cycle.
+    //  Checks that the random steps reached all parts of the cycle.
     for (const Function function : {Function::tagget, Function::taginport, Function::objputsnapshot, Function::callmsg})
         EXPECT_GT(next(function), 1000U) << recording_rdb::name_of(function);
 }

@@ -50,7 +50,7 @@ protected:
     }
 };
 
-TEST_F(TagRecord, AQueryHoldsTheNameAndZerosInAll256Bytes) {
+TEST_F(TagRecord, AQueryHasTheNameAndOtherwiseZerosInIts256Bytes) {
     connect(true, false);
     for (const std::string& name : names) {
         run.hostname = name;
@@ -60,7 +60,7 @@ TEST_F(TagRecord, AQueryHoldsTheNameAndZerosInAll256Bytes) {
     }
 }
 
-TEST_F(TagRecord, AnImportHoldsNameClassTypeAndFlagInAll256Bytes) {
+TEST_F(TagRecord, AnImportHasNameClassTypeAndFlagInIts256Bytes) {
     for (const std::string& name : names) {
         run.hostname = name;
         RdbTag tag;
@@ -94,7 +94,7 @@ TEST_F(TagRecord, ASecondImportHoldsTheSameBytesAsTheFirst) {
     EXPECT_EQ(imports[1].record, tagBytes("host1", true));
 }
 
-TEST_F(SnapshotRecord, HoldsNameTypeLengthAndValueInAll1104Bytes) {
+TEST_F(SnapshotRecord, HasNameTypeLengthAndValueInIts1104Bytes) {
     connect(true, false);
     for (const std::string& name : names) {
         run.hostname = name;
@@ -114,7 +114,7 @@ TEST_F(SnapshotRecord, ANameBeyond79CharactersIsShortened) {
     }
 }
 
-TEST_F(SnapshotRecord, TheTimeIsZeroInEveryPutAndSetAfterIt) {
+TEST_F(SnapshotRecord, TheTimeIsZeroInEveryPutAndIsSetAfterwards) {
     connect(true, false);
     cycle(start);
     cycle(start + 600);
@@ -143,7 +143,7 @@ TEST_F(SnapshotRecord, AListIsShortenedTo999Characters) {
     }
 }
 
-TEST_F(SnapshotRecord, TheSuccessRecordShowsTheWholeList) {
+TEST_F(SnapshotRecord, TheLogRecordOfASuccessHasTheWholeList) {
     connect(true, false);
     setListLength(1500);
     const Lines lines = cycle(start);
@@ -151,7 +151,7 @@ TEST_F(SnapshotRecord, TheSuccessRecordShowsTheWholeList) {
     EXPECT_EQ(lines.back(), "30 rdb_objputsnapshot host1 success,ipv6= " + run.address_list);
 }
 
-TEST_F(SnapshotRecord, ListsThatDifferBeyondTheLimitAreDifferent) {
+TEST_F(SnapshotRecord, ListsThatDifferOnlyAfterTheLimitAreDifferent) {
     connect(true, false);
     Lines addresses(30, "2001:db8:1111:1111:1111:1111:1111:1111");
     interfaces.set(addresses);

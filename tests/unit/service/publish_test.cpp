@@ -17,7 +17,7 @@ const std::string imported_log = "30 rdb_taginport host1 success";
 const std::string put = "rdb_objputsnapshot 0 host1=2001:db8::1";
 const std::string put_log = "30 rdb_objputsnapshot host1 success,ipv6= 2001:db8::1";
 
-TEST_F(PublishCycle, AlwaysSleepsATenthOfASecondFirst) {
+TEST_F(PublishCycle, AlwaysStartsWithASleepOfATenthOfASecond) {
     run.publishOnce();
     connect(true, true);
     run.publishOnce();
@@ -33,7 +33,7 @@ TEST_F(PublishCycle, WithBothConnectionsDownItOnlySleeps) {
     EXPECT_EQ(interfaces.asked, 0);
 }
 
-TEST_F(PublishCycle, AFreshObjectPutsAndSendsAtItsFirstCycle) {
+TEST_F(PublishCycle, ANewObjectPutsAndSendsInItsFirstCycle) {
     connect(true, true);
     EXPECT_EQ(cycle(start),
               (Lines{found, put, put_log,
@@ -84,7 +84,7 @@ TEST_F(PublishCycle, WithoutADnsHandleNothingIsSent) {
     EXPECT_EQ(run.last_sent_time, 0);
 }
 
-TEST_F(PublishCycle, ADnsHandleOf0IsAHandle) {
+TEST_F(PublishCycle, ADnsHandleOf0IsValid) {
     connect(false, true);
     run.dns_handle = 0;
     EXPECT_EQ(requests(start), 1U);
@@ -108,7 +108,7 @@ TEST_F(PublishCycle, OneSnapshotIsPutAtATime) {
     EXPECT_EQ(callsOf(Function::objputsnapshot).at(0).count, 1);
 }
 
-TEST_F(PublishCycle, WithoutAnInterfaceListNullIsPutAndNothingSent) {
+TEST_F(PublishCycle, WithoutAnInterfaceListNullIsPutAndNothingIsSent) {
     connect(true, true);
     interfaces.fails = true;
     EXPECT_EQ(cycle(start), (Lines{"10 get ipv6 address failed.", found, "rdb_objputsnapshot 0 host1=null",
@@ -116,7 +116,7 @@ TEST_F(PublishCycle, WithoutAnInterfaceListNullIsPutAndNothingSent) {
     EXPECT_EQ(run.address_list, "null");
 }
 
-TEST_F(PublishCycle, WithoutAnAddressNullIsPutAndNothingSent) {
+TEST_F(PublishCycle, WithoutAnAddressNullIsPutAndNothingIsSent) {
     connect(true, true);
     interfaces.set(Lines{"::1", "fe80::1"});
     EXPECT_EQ(cycle(start),
@@ -201,7 +201,7 @@ TEST_F(PublishCycle, AfterAFailedQueryTheTagIsImported) {
     EXPECT_EQ(cycle(start).size(), 6U);
 }
 
-TEST_F(PublishCycle, AFailedImportEndsTheCycleWithoutPutAndWithoutDnsStep) {
+TEST_F(PublishCycle, AFailedImportEndsTheCycleWithoutAPutAndWithoutTheDnsStep) {
     connect(true, true);
     script_tag_class(Function::tagget, every_call, 1);
     script_result(Function::taginport, every_call, 9);

@@ -1,5 +1,5 @@
-//  Events and replies on threads of the client library during the cycle. The thread sanitizer detects data races; its
-//  list of exceptions has only the four members that both sides share.
+//  The client library delivers events and replies on its own threads during the cycle. The thread sanitizer detects
+//  data races. Its list of exceptions contains only the four members that both threads use.
 #include "service_publish.h"
 
 #include <atomic>
@@ -10,7 +10,7 @@ namespace {
 
 class PublishThreads : public PublishTest {
 protected:
-    //  Runs cycles until the other thread ends, and at least some cycles.
+    //  Runs cycles until the other thread ends, and at least a minimum number of cycles.
     void cycleBeside(const std::function<void()>& other) {
         std::atomic<bool> through{false};
         std::thread thread([&] {
@@ -25,7 +25,7 @@ protected:
     }
 };
 
-TEST_F(PublishThreads, EventsOfBothServersMayArriveDuringTheCycle) {
+TEST_F(PublishThreads, EventsFromBothServersMayArriveDuringTheCycle) {
     cycleBeside([] {
         for (int i = 0; i < 500; ++i) {
             recording_rdb::fire_event(rdb, i % 3 == 2 ? 60003 : 60001);

@@ -1,4 +1,4 @@
-//  Order, types and initial values of the members of the service object and of the process descriptor.
+//  Members of the service object and of the process descriptor: their order, types and initial values.
 #include "daemon.h"
 #include "runcls.h"
 
@@ -14,7 +14,7 @@
 
 namespace {
 
-TEST(ServiceObject, MembersAreInTheirOrder) {
+TEST(ServiceObject, MembersHaveTheExpectedOrder) {
     const CRunCls run;
     const auto* base = reinterpret_cast<const char*>(&run);
     const auto at = [&](const auto& member) { return reinterpret_cast<const char*>(&member) - base; };
@@ -32,7 +32,7 @@ TEST(ServiceObject, MembersAreInTheirOrder) {
     EXPECT_EQ(at(run.last_sent_time) + 8, static_cast<std::ptrdiff_t>(sizeof run));
 }
 
-TEST(ServiceObject, MembersHaveTheirTypes) {
+TEST(ServiceObject, MembersHaveTheExpectedTypes) {
     static_assert(std::is_same_v<decltype(CRunCls::rdb_handle), std::int32_t>);
     static_assert(std::is_same_v<decltype(CRunCls::rdb_connected), std::uint32_t>);
     static_assert(std::is_same_v<decltype(CRunCls::log), olk::ilog*>);
@@ -46,7 +46,7 @@ TEST(ServiceObject, MembersHaveTheirTypes) {
     static_assert(!std::is_polymorphic_v<CRunCls>);
 }
 
-TEST(ServiceObject, StartsWithoutHandlesLogTimesAndTexts) {
+TEST(ServiceObject, StartsWithoutHandlesOrLogAndWithEmptyMembers) {
     recording_rdb::reset();
     const CRunCls run;
     EXPECT_EQ(run.rdb_handle, -1);
@@ -67,7 +67,7 @@ TEST(ServiceObject, StartsWithoutHandlesLogTimesAndTexts) {
     EXPECT_TRUE(recording_rdb::calls().empty());
 }
 
-TEST(ServiceDescriptor, MembersAreInTheirOrderAndPlaces) {
+TEST(ServiceDescriptor, MembersHaveTheExpectedOrderAndOffsets) {
     static_assert(std::is_standard_layout_v<CDaemon>);
     EXPECT_EQ(offsetof(CDaemon, pid_fd), 0U);
     EXPECT_EQ(offsetof(CDaemon, pid_work_path), 4U);
@@ -87,7 +87,7 @@ TEST(ServiceDescriptor, StartsClosedWithEmptyTextsAndKey0) {
         EXPECT_EQ(std::string(*text, 512), std::string(512, '\0'));
 }
 
-TEST(ServiceDescriptor, TheSignalsPointerNamesTheOneInstance) {
+TEST(ServiceDescriptor, TheGlobalPointerPointsAtTheGlobalInstance) {
     EXPECT_EQ(g_pdaemon, &g_daemon);
 }
 

@@ -34,7 +34,7 @@ protected:
     CRunCls run;
 };
 
-TEST_F(StartWithoutMemory, ForAUdpLogItFailsWithoutALog) {
+TEST_F(StartWithoutMemory, WithoutMemoryForAUdpLogItFailsSilently) {
     platform::hooks().pool_refuses = [](std::size_t bytes) { return bytes == sizeof(olk::udplog); };
     const StdoutCapture out;
     EXPECT_FALSE(run.start());
@@ -43,7 +43,7 @@ TEST_F(StartWithoutMemory, ForAUdpLogItFailsWithoutALog) {
     EXPECT_TRUE(recording_rdb::calls().empty());
 }
 
-TEST_F(StartWithoutMemory, ForItsTextsItFailsWithoutALog) {
+TEST_F(StartWithoutMemory, WithoutMemoryForItsTextsItFailsSilently) {
     const StdoutCapture out;
     const bool started = [this] {
         const NoMemory refused;

@@ -1,4 +1,4 @@
-//  The start of the service object with each possible failure, and its destruction.
+//  The start of the service object, with each possible failure; and its destruction.
 #include "runcls.h"
 
 #include "recording_rdb.h"
@@ -24,7 +24,7 @@ using recording_rdb::Function;
 constexpr char both[] = "logurl=stdout\nhostname=h1\nrdburl=rdb://r\nrdbuser=ru\nrdbpswd=rp\n"
                         "dnsurl=dns://d\ndnsuser=du\ndnspswd=dp\n";
 
-//  The ini file is in a folder of the test; console records are compared without time stamps.
+//  The ini file is in a folder of the test. Console records are compared without their time stamps.
 class ServiceStart : public testing::Test {
 protected:
     ServiceStart() {
@@ -37,7 +37,7 @@ protected:
             std::memcpy(target, program.data(), program.size());
             return static_cast<ssize_t>(program.size());
         };
-        //  Every name resolves to one address, but the UDP log gets no socket, so that this process sends nothing.
+        //  Every name resolves to one address. The UDP log gets no socket, so that this process sends nothing.
         platform::hooks().getaddrinfo = [](const char*, addrinfo** list) {
             static sockaddr_in address = {AF_INET, 0, {htonl(0xC0000201)}, {}};
             static addrinfo entry = {0, AF_INET, SOCK_DGRAM, 0, sizeof address, nullptr, nullptr, nullptr};
@@ -56,7 +56,8 @@ protected:
         recording_rdb::reset();
     }
 
-    //  Starts with this ini file; records receives the console log as lines "inf text".
+    //  Starts the service with this ini file. Afterwards records contains the lines of the console log, such as "inf
+    //  text".
     bool startWith(const std::string& ini) {
         writeFile(iniPath, ini);
         return start();
@@ -109,7 +110,7 @@ TEST_F(ServiceStart, OpensBothConnectionsAndReportsEachStep) {
     EXPECT_EQ(run->dns_handle, 1);
 }
 
-TEST_F(ServiceStart, RegistersEachConnectionsOwnCallbackWithTheObject) {
+TEST_F(ServiceStart, RegistersACallbackForEachConnectionWithTheObject) {
     startWith(both);
     const auto calls = recording_rdb::calls_of(Function::setmessagenotify);
     EXPECT_EQ(calls.at(0).callback, reinterpret_cast<std::uintptr_t>(&onRdbEvent));
@@ -118,7 +119,7 @@ TEST_F(ServiceStart, RegistersEachConnectionsOwnCallbackWithTheObject) {
     EXPECT_EQ(calls.at(1).user, reinterpret_cast<std::uintptr_t>(&*run));
 }
 
-TEST_F(ServiceStart, ConnectsEachWithItsUrlUserPasswordAnd0) {
+TEST_F(ServiceStart, ConnectsEachServerWithItsUrlUserAndPassword) {
     startWith(both);
     const auto calls = recording_rdb::calls_of(Function::connectex);
     ASSERT_EQ(calls.size(), 2U);
@@ -128,7 +129,7 @@ TEST_F(ServiceStart, ConnectsEachWithItsUrlUserPasswordAnd0) {
     EXPECT_EQ(calls[1].reserved, 0);
 }
 
-TEST_F(ServiceStart, LeavesTheConnectedFlagsToTheEvents) {
+TEST_F(ServiceStart, DoesNotSetTheConnectedFlags) {
     startWith(both);
     EXPECT_EQ(run->rdb_connected, 0U);
     EXPECT_EQ(run->dns_connected, 0U);
@@ -192,7 +193,7 @@ TEST_F(ServiceStart, EveryOtherByteOfAHostNameIsLegal) {
     EXPECT_TRUE(startWith("logurl=stdout\nhostname=my host\n"));
 }
 
-TEST_F(ServiceStart, WithNeitherServerConfiguredItStarts) {
+TEST_F(ServiceStart, StartsWithoutAConfiguredServer) {
     EXPECT_TRUE(startWith("logurl=stdout\nhostname=h\n"));
     EXPECT_EQ(records, (Lines{first, "inf rdburl: not config.", "inf dnsurl: not config.", last}));
     EXPECT_EQ(callsMade(), Lines{});
@@ -200,7 +201,7 @@ TEST_F(ServiceStart, WithNeitherServerConfiguredItStarts) {
     EXPECT_EQ(run->dns_handle, -1);
 }
 
-TEST_F(ServiceStart, AnRdbServerWithOneOfItsThreeKeysEmptyIsLeftOut) {
+TEST_F(ServiceStart, AnRdbServerWithoutOneOfItsThreeKeysIsNotUsed) {
     for (const char* partial : {"rdburl=a\nrdbuser=b\n", "rdburl=a\nrdbpswd=c\n", "rdbuser=b\nrdbpswd=c\n"}) {
         run.emplace();
         EXPECT_TRUE(startWith(std::string("logurl=stdout\nhostname=h\n") + partial));
@@ -210,7 +211,7 @@ TEST_F(ServiceStart, AnRdbServerWithOneOfItsThreeKeysEmptyIsLeftOut) {
     EXPECT_EQ(callsMade(), Lines{});
 }
 
-TEST_F(ServiceStart, ADnsServerWithOneOfItsThreeKeysEmptyIsLeftOut) {
+TEST_F(ServiceStart, ADnsServerWithoutOneOfItsThreeKeysIsNotUsed) {
     for (const char* partial : {"dnsurl=a\ndnsuser=b\n", "dnsurl=a\ndnspswd=c\n", "dnsuser=b\ndnspswd=c\n"}) {
         run.emplace();
         EXPECT_TRUE(startWith(std::string("logurl=stdout\nhostname=h\n") + partial));
@@ -255,7 +256,7 @@ TEST_F(ServiceStart, ANegativeDnsHandleFailsAndLeavesTheRdbConnectionOpen) {
     EXPECT_EQ(run->rdb_handle, 0);
 }
 
-TEST_F(ServiceStart, ARefusedDnsConnectionFreesItsHandleOnly) {
+TEST_F(ServiceStart, ARefusedDnsConnectionFreesOnlyItsOwnHandle) {
     for (const int code : {7, -7}) {
         run.emplace();
         recording_rdb::reset();
@@ -294,7 +295,7 @@ struct LogRow {
     bool prints;
 };
 
-TEST_F(ServiceLog, TheSchemeOfLogurlSelectsIt) {
+TEST_F(ServiceLog, TheSchemeOfLogurlSelectsTheLog) {
     const LogRow rows[] = {
         {"", false, false},
         {"stdout", false, true},
@@ -328,7 +329,7 @@ TEST_F(ServiceLog, TheSchemeOfLogurlSelectsIt) {
     }
 }
 
-//  The ini reader never returns such values: it removes leading blanks and line ends.
+//  The ini reader never returns such values, because it removes leading blanks and line ends.
 TEST_F(ServiceLog, LeadingBlanksAndLineEndsOfTheSchemeAreSkipped) {
     for (const std::string logurl : {" \tudp://192.0.2.1/x", "\r\nudp://192.0.2.1/x", "u\rd\np://192.0.2.1/x"}) {
         run.emplace();
@@ -363,7 +364,7 @@ TEST_F(ServiceLog, IsAllocatedFromThePoolAndFreed) {
     EXPECT_EQ(platform::pool_blocks, before);
 }
 
-TEST_F(ServiceEnd, ReleasesTheLogAndClosesTheRdbConnectionOnly) {
+TEST_F(ServiceEnd, ReleasesTheLogAndClosesOnlyTheRdbConnection) {
     Trace trace;
     RecordingLog log(trace);
     run->log = &log;
@@ -394,7 +395,7 @@ TEST_F(ServiceEnd, TheLogIsReleasedBeforeTheConnectionIsClosed) {
     EXPECT_EQ(released_before, 1);
 }
 
-TEST_F(ServiceEnd, AFreshObjectCallsNothing) {
+TEST_F(ServiceEnd, ANewObjectCallsNothing) {
     run.reset();
     EXPECT_EQ(callsMade(), Lines{});
 }

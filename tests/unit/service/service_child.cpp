@@ -12,7 +12,7 @@
 
 namespace {
 
-//  Ends a child that hangs because of a fault; tests end far earlier.
+//  Time after which a hanging child is ended. Tests end far earlier unless they are faulty.
 constexpr unsigned hang_limit_seconds = 100;
 
 struct flock wholeFile() {
@@ -77,14 +77,14 @@ LockHolder::LockHolder(const std::string& path) : pid_(-1), keep_(-1) {
 void LockHolder::release() {
     if (pid_ == -1)
         return;
-    //  By a signal, because children that were forked since then keep the pipe open.
+    //  Ended by a signal: closing the pipe is not enough, because children that were forked since then keep it open.
     kill(pid_, SIGKILL);
     waitpid(pid_, nullptr, 0);
     close(keep_);
     pid_ = -1;
 }
 
-//  A child queries the lock: closing the file in this process would release this process's own lock.
+//  A child makes the query. If this process closed the file, it would release its own lock.
 pid_t holderOf(const std::string& path) {
     const Ended ended = inChild([&] {
         platform::reset();

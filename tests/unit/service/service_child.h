@@ -1,5 +1,5 @@
-//  Child processes for tests of the pid file and of runs that end the process: a lock belongs to a process, and a
-//  service never returns.
+//  Child processes for tests of the pid file, because a lock belongs to a process, and for tests of the running
+//  service, because it never returns.
 #ifndef SERVICE_CHILD_H
 #define SERVICE_CHILD_H
 

@@ -1,9 +1,10 @@
-//  Intercepts the calls of the service to the system; the list is below.
+//  Intercepts the system calls of the service, listed below.
 //
-//  Test programs are linked with --wrap for each of them. A call without a hook goes to the real function. reset()
-//  removes all hooks; every fixture calls it first and last.
+//  Test programs are linked with --wrap for each call. A call without a hook goes to the real function. reset() removes
+//  all hooks; every fixture calls it before and after a test.
 //
-//  The list includes the two functions of the pool, so that a test can count the service's requests and make them fail.
+//  The list includes the two functions of the pooled allocator, so that a test can count the service's requests and
+//  make them fail.
 //
 //  Threads: hooks may be set only while no other thread runs.
 #ifndef SERVICE_PLATFORM_H
@@ -47,7 +48,8 @@ struct Hooks {
 Hooks& hooks();
 void reset();
 
-//  Number of files opened by fopen and not closed; of pool blocks in use; of requests to the pool.
+//  open_files: files opened by fopen and not closed. pool_blocks: pool blocks in use. pool_requests: requests to the
+//  pool.
 extern std::atomic<long> open_files;
 extern std::atomic<long> pool_blocks;
 extern std::atomic<long> pool_requests;

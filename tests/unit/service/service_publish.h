@@ -1,5 +1,5 @@
-//  A service object with a log, two connections, a clock and interfaces that the test sets. Calls of the client library
-//  and log records are in one trace, in order.
+//  A service object with a log and two connections; the test sets the clock and the interfaces. Calls of the client
+//  library and log records are in one trace, in order.
 #ifndef SERVICE_PUBLISH_H
 #define SERVICE_PUBLISH_H
 
@@ -9,7 +9,8 @@
 
 #include <gtest/gtest.h>
 
-//  "rdb_tagget 0 host1", "rdb_taginport 0 host1", "rdb_objputsnapshot 0 host1=value", "rdb_callmsg 1 text".
+//  Returns a call as text: "rdb_tagget 0 host1", "rdb_taginport 0 host1", "rdb_objputsnapshot 0 host1=value",
+//  "rdb_callmsg 1 text".
 std::string lineOf(const recording_rdb::Call& call);
 
 class PublishTest : public testing::Test {
@@ -17,9 +18,9 @@ protected:
     PublishTest();
     ~PublishTest() override;
 
-    //  Runs one pass at second now. Returns its trace.
+    //  Runs one pass at the second now. Returns its trace.
     Lines cycle(time_t now);
-    //  Returns the number of puts or requests of that pass.
+    //  Runs one pass at the second now. Returns the number of its puts or requests.
     std::size_t puts(time_t now);
     std::size_t requests(time_t now);
 

@@ -20,7 +20,7 @@ using Lines = std::vector<std::string>;
 class Trace {
 public:
     void add(std::string line);
-    //  Returns the lines since the last take.
+    //  Returns the lines since the last call of take().
     Lines take();
 
 private:
@@ -28,7 +28,8 @@ private:
     Lines lines_;
 };
 
-//  Adds each record to a trace as "level text". It is on the stack of the test: release only counts.
+//  Adds each record to a trace as "level text". The object is on the stack of the test, so release() only counts its
+//  calls.
 class RecordingLog final : public olk::ilog {
 public:
     explicit RecordingLog(Trace& trace) : trace_(trace) {}
@@ -58,10 +59,10 @@ public:
     FakeInterfaces(const FakeInterfaces&) = delete;
     FakeInterfaces& operator=(const FakeInterfaces&) = delete;
 
-    //  One entry for each text: an IPv6 or IPv4 address, "packet" for another family, "" for an entry without an
-    //  address.
+    //  Sets one entry for each text: an IPv6 or IPv4 address, "packet" for another address family, or "" for an entry
+    //  without an address.
     void set(const Lines& addresses);
-    //  One IPv6 entry for each address.
+    //  Sets one IPv6 entry for each address.
     void set(const std::vector<Address>& addresses);
 
     bool fails = false;     // getifaddrs returns -1
@@ -73,7 +74,7 @@ public:
 private:
     struct Entry {
         ifaddrs item;
-        sockaddr* address;  // on the heap, with the size of its family, so that reading beyond it is detected
+        sockaddr* address;  // allocated with the size of its family, so that a sanitizer detects reading beyond it
     };
     void clear();
     void append(int family, const void* bytes);
@@ -82,7 +83,7 @@ private:
     std::vector<Entry> entries_;
 };
 
-//  Returns the address in binary. text must be an address.
+//  Returns the address in binary form. Requires a valid address.
 FakeInterfaces::Address ipv6(const std::string& text);
 
 class TempFolder {
@@ -119,7 +120,7 @@ private:
     int memory_;
 };
 
-//  A file in memory with a path.
+//  A file that exists only in memory, but has a path.
 class MemoryFile {
 public:
     MemoryFile();

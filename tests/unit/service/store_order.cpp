@@ -1,11 +1,13 @@
-//  Shows that a connect event clears the mark before it sets the connected flag, in the machine code of this build.
+//  Shows that a connect event clears the mark before it sets the connected flag. This is tested in the machine code of
+//  this build.
 //
 //      | read-only page                    | writable page            |
 //      |  ... connected flag ...           | mark ...                 |
 //        service object, placed across the boundary
 //
-//  The store to the flag faults. The fault handler records the mark at that moment and makes the page writable, and the
-//  store is repeated. Prints one line for each callback. Returns 0 if the marks were cleared first.
+//  The store to the flag causes a page fault. The fault handler records the mark at that moment and makes the page
+//  writable; then the store is repeated. The program prints one line for each callback. It returns 0 if every mark was
+//  cleared first.
 #include "exitsignal.h"
 #include "runcls.h"
 
@@ -17,7 +19,7 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
-//  This test does not end a process, so callbacks need not be counted.
+//  This program does not end like the service, so callbacks need not be counted.
 CallbackStep::CallbackStep() noexcept : counted(false) {}
 CallbackStep::~CallbackStep() {}
 

@@ -100,7 +100,7 @@ std::optional<int> TracedChild::goOnWith(int signal_number, int hang_seconds) {
     while (waitpid(pid_, &status_, WNOHANG) == 0) {
         clock_gettime(CLOCK_MONOTONIC, &now);
         if (now.tv_sec - begun.tv_sec > hang_seconds) {
-            status_ = 0x7f;  // as for a stopped child: it still exists
+            status_ = 0x7f;  // the same value as for a stopped child: it still exists
             return std::nullopt;
         }
         clock_nanosleep(CLOCK_MONOTONIC, 0, &look, nullptr);

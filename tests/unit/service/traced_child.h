@@ -1,9 +1,9 @@
 //  A child process that is stopped at a chosen instruction and gets a signal there (ptrace(2), x86-64).
 //
-//  All children are forked from one process at the same point, so until their signal they execute almost the same
-//  instructions at the same addresses. One child is single-stepped to find the addresses.
+//  All children are forked from one process at the same point. So until their signal they execute almost the same
+//  instructions at the same addresses. One child is single-stepped to find these addresses.
 //
-//  Threads: the parent's calls must all be made by one thread.
+//  Threads: all calls of the parent must be made by one thread.
 #ifndef TRACED_CHILD_H
 #define TRACED_CHILD_H
 
@@ -29,16 +29,15 @@ public:
     //  Executes count single steps. Returns how often each address was executed.
     std::map<std::uintptr_t, unsigned> walk(std::size_t count);
 
-    //  Runs until the instruction at address is about to be executed for the nth time, from 1. Returns false if no
-    //  breakpoint can be set there, or if the child ended before.
+    //  Runs until the instruction at address is about to be executed for the nth time, starting from 1. Returns false
+    //  if no breakpoint can be set there, or if the child ends first.
     bool runTo(std::uintptr_t address, unsigned nth);
 
-    //  Reads a word of the child's memory, at the address that it has in this process.
+    //  Reads a word of the child's memory. The address is the same in this process.
     int wordAt(const volatile void* address) const;
 
-    //  Continues the child with signal_number. Returns its exit status or the negative number of the signal that ended
+    //  Continues the child with signal_number. Returns its exit status, or the negative number of the signal that ended
     //  it, or nothing if it still runs after hang_seconds.
-    std::optional<int> goOnWith(int signal_number, int hang_seconds);
 
 private:
     bool step();

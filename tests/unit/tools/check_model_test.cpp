@@ -57,7 +57,7 @@ private:
         return oneOf(ends);
     }
 
-    //  Half of the values are useful, so that the start gets far.
+    //  Half of the values are valid, so that the start often gets past the first checks.
     std::string value() {
         static constexpr const char* words[] = {"h1",
                                                 "host.example",
@@ -108,7 +108,7 @@ private:
     std::mt19937 random_;
 };
 
-//  Returns the result of rdb_connectex of the open client library for a server's url.
+//  Returns the result of rdb_connectex of the open client library for this server.
 int refusal(const std::string& url, const std::string& user, const std::string& password) {
     return rdbopen::makeBackend(url.c_str(), {user.c_str(), password.c_str()}).status().code;
 }
@@ -117,7 +117,7 @@ bool complete(const std::string& url, const std::string& user, const std::string
     return !url.empty() && !user.empty() && !password.empty();
 }
 
-//  Makes the client library answer as the open client library does.
+//  Makes the recording client library answer like the open client library.
 void scriptConnections(const CRunCls& run) {
     std::size_t index = 0;
     recording_rdb::reset();

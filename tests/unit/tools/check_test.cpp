@@ -18,7 +18,7 @@ using namespace check;
 
 constexpr char base[] = "hostname = h\nrdburl = log:\nrdbuser = u\nrdbpswd = p\n";
 
-//  A resolver that knows two names, both with the same address.
+//  A resolver that knows two names with the same address.
 int resolve(const char* name, addrinfo** list) {
     static sockaddr_in address = {AF_INET, 0, {htonl(0xC0000201)}, {}};
     static addrinfo entry = {0, AF_INET, SOCK_DGRAM, 0, sizeof address, nullptr, nullptr, nullptr};
@@ -43,7 +43,7 @@ protected:
         EXPECT_TRUE(checkBytes(bytes, report));
         return report;
     }
-    //  Writes a file with this mode, then checks it.
+    //  Writes a file with this mode. Returns the report of its check.
     CReport examinedFile(const std::string& bytes, mode_t mode) {
         const std::string path = folder.file("addrpubd.ini");
         writeFile(path, bytes);
@@ -61,7 +61,8 @@ protected:
         EXPECT_EQ(chmod(path.c_str(), mode), 0);
         return path;
     }
-    //  Reports contain error texts of the C library in the language of the locale; the expected texts are English.
+    //  Reports contain error texts of the C library in the language of the locale. This function translates the
+    //  expected English texts.
     static std::string translated(std::string line) {
         const std::string english = "No such file or directory";
         const std::size_t at = line.find(english);
@@ -97,7 +98,7 @@ TEST_F(Check, ReportsTheFindingsOfEveryTableRow) {
 
 #if defined(RDBOPEN_WITH_SQLITE) && defined(RDBOPEN_WITH_HOSTS)
 
-TEST_F(Check, AFolderThatOtherUsersShareIsReportedAnywhereOnThePath) {
+TEST_F(Check, AFolderThatOtherUsersCanWriteIsReportedAnywhereOnThePath) {
     const std::string url[] = {"sqlite:///tmp/new/rdb.db", "hosts:///var/../tmp/hosts"};
     const std::string remark = ": other users can create files in /tmp/, a folder of the path: use a folder that only "
                                "the service may write to";
@@ -157,7 +158,7 @@ TEST_F(Check, AFileThatCannotBeOpenedIsAnError) {
     EXPECT_EQ(report.exitStatus(), 2);
 }
 
-TEST_F(Check, ADirectoryReadsAsAnEmptyFile) {
+TEST_F(Check, ADirectoryIsCheckedAsAnEmptyFile) {
     CReport report;
     std::string problem;
     EXPECT_TRUE(checkFile(folder.path(), report, problem));
@@ -255,13 +256,13 @@ TEST_F(Check, ThePasswordFileOfTheDnsServerIsCheckedToo) {
                             ": chmod o= removes this access"}));
 }
 
-TEST_F(Check, ThePasswordFileOfAServerThatIsLeftOutIsIgnored) {
+TEST_F(Check, ThePasswordFileOfAnUnusedServerIsIgnored) {
     const Lines lines = linesOf(examined(std::string(base) + "dnspswd=file:" + passwordFile(0666)));
     EXPECT_EQ(lines, (Lines{"5 warning dnsurl and dnsuser are missing or empty, so the DNS server is left out"}));
 }
 
 #if defined(RDBOPEN_WITH_SQLITE) && defined(RDBOPEN_WITH_HOSTS)
-TEST_F(Check, ExchangedUrlsAreReported) {
+TEST_F(Check, UrlsInTheWrongSettingAreReported) {
     const Lines lines = linesOf(examined("hostname=h\nrdburl=hosts:///x\nrdbuser=u\nrdbpswd=p\n"
                                          "dnsurl=sqlite:///x\ndnsuser=u\ndnspswd=p\n"));
     EXPECT_EQ(lines,
@@ -285,7 +286,7 @@ TEST_F(Check, ANameOutsideTheZoneIsReported) {
     EXPECT_EQ(examine("h.example.com", "log:"), Lines{});
 }
 
-//  Returns a name of length bytes, in labels of at most 49 bytes, in a zone of 11 bytes.
+//  Returns a name of the given length in bytes. Its labels have at most 49 bytes; its zone has 11 bytes.
 std::string nameOfLength(std::size_t length) {
     const std::string zone = "example.org";
     std::string name;
@@ -314,7 +315,8 @@ TEST_F(Check, ANameThatIsTooLongForItsRecordsIsReported) {
     EXPECT_EQ(examine("hostname-of-19bytes", "443", nameOfLength(234)), remark(254));
 }
 
-//  Without its password file the back end itself refuses requests that can never succeed, and sends no others.
+//  Returns whether the back end refuses the name. The password file does not exist, so the back end sends no request;
+//  it still refuses requests that can never succeed.
 bool backEndRefuses(const std::string& name, const std::string& port, const std::string& zone) {
     const rdbopen::BackendResult backend = rdbopen::makeBackend("dns://s/" + zone, {"u", "file:/nonexistent"});
     EXPECT_TRUE(backend.ok()) << backend.status().reason;
@@ -357,7 +359,7 @@ TEST_F(Check, APasswordThatIsNotAKeySecretIsReported) {
 }
 #endif
 
-TEST_F(Check, WithoutMemoryFilesTheCheckIsNotPossible) {
+TEST_F(Check, WithoutFilesInMemoryTheCheckIsNotPossible) {
     platform::hooks().ftruncate = [](int, off_t) { return -1; };
     CReport report;
     EXPECT_FALSE(checkBytes(base, report));

@@ -26,7 +26,7 @@ protected:
     }
 };
 
-TEST_F(IniLines, ASettingIsInTheLineOfItsEqualsSign) {
+TEST_F(IniLines, TheLineOfASettingIsThatOfItsEqualsSign) {
     const auto lines = linesOf("# a = b\n[s]\nkey = v\n");
     ASSERT_EQ(lines.size(), 3U);
     EXPECT_FALSE(lines[0].sets);
@@ -72,7 +72,7 @@ TEST_F(IniLines, AByteOrderMarkIsSkippedAtTheStartOnly) {
     EXPECT_EQ(lines[1].calls.back().key, "\xEF\xBB\xBFk");
 }
 
-TEST_F(IniLines, TheRestStartsWithTheCharacterThatEndsTheValue) {
+TEST_F(IniLines, TheRestOfTheLineStartsWithTheCharacterThatEndsTheValue) {
     EXPECT_EQ(linesOf("k = a=b ; c\n").front().rest, "; c");
     EXPECT_FALSE(linesOf("k = a ; c\n").front().glued);
     EXPECT_TRUE(linesOf("k = a; c\n").front().glued);
@@ -99,7 +99,7 @@ TEST_F(IniLines, FindsTheRightOneOfSeveralEqualsSigns) {
     EXPECT_FALSE(linesOf("[a=b=c] # = =\n").front().sets);
 }
 
-//  Measures the work in bytes that the reader gets: the sum of the sizes of the files in memory.
+//  Returns the number of bytes that the reader processes: the sum of the sizes of all files in memory that it reads.
 std::size_t bytesRead(const std::string& bytes) {
     std::size_t sum = 0;
     platform::hooks().ftruncate = [&sum](int file, off_t length) {
@@ -137,7 +137,7 @@ TEST_F(IniLines, TheWorkIsProportionalToTheLength) {
     }
 }
 
-TEST_F(IniLines, TheLinesYieldTheCallsOfTheWholeFile) {
+TEST_F(IniLines, ReadingLineByLineYieldsTheSameCallsAsTheWholeFile) {
     static constexpr char alphabet[] = "==;;##[[]]\n\n\n\n\r  \tabk'\"\0\xEF\xBB\xBF";
     std::mt19937 random(23213);
     std::uniform_int_distribution<std::size_t> length(0, 60), pick(0, std::size(alphabet) - 2);

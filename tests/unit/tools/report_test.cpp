@@ -32,7 +32,7 @@ TEST(Report, AnErrorYieldsStatus2) {
     EXPECT_EQ(report.exitStatus(), 2);
 }
 
-TEST(Report, FindingsAreSortedByLineThoseWithoutALineLast) {
+TEST(Report, FindingsAreSortedByLineAndThoseWithoutALineAreLast) {
     CReport report;
     for (const std::size_t line : {0U, 7U, 2U, 0U, 7U})
         report.warn(line, std::to_string(report.findings.size()));

@@ -12,7 +12,7 @@ namespace {
 
 using namespace check;
 
-TEST(Settings, EachIsFoundByItsNameInAnyCase) {
+TEST(Settings, EachSettingIsFoundByItsNameInAnyCase) {
     platform::reset();
     CIniProbe probe;
     for (std::size_t i = 0; i < setting_count; ++i) {

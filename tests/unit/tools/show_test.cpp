@@ -16,7 +16,7 @@ TEST(Show, PrintableEscapesEveryByteThatIsNotPrintableAscii) {
     }
 }
 
-TEST(Show, QuotedAddsQuotesAndEscapesThoseInside) {
+TEST(Show, QuotedAddsQuotesAndEscapesQuotesInside) {
     EXPECT_EQ(quoted(""), "\"\"");
     EXPECT_EQ(quoted(" a "), "\" a \"");
     EXPECT_EQ(quoted("a\"b\\\x1b[31m"), "\"a\\\"b\\\\\\x1b[31m\"");

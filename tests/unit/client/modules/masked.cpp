@@ -1,4 +1,4 @@
-//  A shared object that notes in the environment which signals are blocked while it is loaded.
+//  A shared object. While it is loaded, it writes into the environment which signals are blocked.
 #include <csignal>
 #include <cstdlib>
 #include <string>

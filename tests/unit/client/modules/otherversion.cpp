@@ -1,4 +1,4 @@
-//  Modules of another version. The functions are null: the loader must not use them.
+//  Modules of another version. Their function pointers are null, so a loader that uses them crashes.
 #include "module/module.h"
 
 RDBAPI_MODULE(otherversion);

@@ -1,4 +1,4 @@
-//  A module whose functions throw, each where the url's path says.
+//  A module whose functions throw exceptions. The path of the url names the function that throws.
 #include "module/guarded_backend.h"
 
 #include <stdexcept>
