@@ -1,4 +1,5 @@
-#  Checks of the source text, as tests. If a tool is not installed, its check is left out with a status message.
+#  Checks of the source text, defined as ctest tests. If a tool is not installed, its check is left out with a status
+#  message.
 
 find_program(CLANG_FORMAT clang-format)
 find_program(RUN_CLANG_TIDY run-clang-tidy)
@@ -11,7 +12,7 @@ else()
 endif()
 
 if(RUN_CLANG_TIDY)
-    #  The compile commands may be those of g++, whose warning options clang-tidy does not know.
+    #  The compile commands may be those of g++. clang-tidy does not know all warning options of g++.
     foreach(folder com service rdbapi tools)
         add_test(NAME lint.tidy.${folder}
             COMMAND ${RUN_CLANG_TIDY} -quiet -p ${CMAKE_BINARY_DIR}

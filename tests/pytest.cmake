@@ -1,20 +1,20 @@
 #  addrpubd_pytest(KIND)
 #
-#  The files test_*.py of the current folder, which run the whole program in private namespaces. Each file is a test of
-#  ctest with the label KIND, and with the label dns or redis when it imports a module of that name. The tests that a file
-#  or its cases mark with a subject (refusal, retry, failover) are a test of ctest of their own, with that label; the file's
-#  test has the others. In a file that imports modules of both names a comment after the mark names the server that the
-#  marked test is about: @pytest.mark.refusal  # redis.
+#  Defines tests for the files test_*.py of the current folder, which run the whole program in private namespaces. Each
+#  file is a ctest test with the label KIND, and with the label dns or redis if it imports a module of that name. Tests
+#  that are marked with a subject (refusal, retry, failover), in the file or in its cases, form a separate ctest test
+#  with that label. The file's own ctest test has the remaining tests. If a file imports modules of both names, a
+#  comment after the mark names the server: @pytest.mark.refusal  # redis.
 
 set(python /usr/bin/python3)
 set(namespaces unshare --mount --ipc --net --pid --fork --mount-proc)
 set(subjects refusal retry failover)
 
-#  Each check is a command that succeeds where the tests can run.
+#  Each check is a command. It succeeds if the tests can run.
 execute_process(COMMAND ${python} -c "import pytest" RESULT_VARIABLE no_pytest OUTPUT_QUIET ERROR_QUIET)
 execute_process(COMMAND ${namespaces} ip link set lo up RESULT_VARIABLE no_namespaces OUTPUT_QUIET ERROR_QUIET)
 
-#  text_with_cases(FILE VARIABLE): the text of a test file and of the modules NAME_cases.py whose classes it runs.
+#  text_with_cases(FILE VARIABLE): reads the text of a test file and of the modules NAME_cases.py whose classes it runs.
 function(text_with_cases file variable)
     file(READ ${file} text)
     cmake_path(GET file PARENT_PATH folder)
@@ -37,13 +37,13 @@ function(addrpubd_pytest kind)
         return()
     endif()
     if(ADDRPUBD_SANITIZE)
-        message(STATUS "${kind} tests left out: the clock is preloaded, which a sanitizer's run-time library does not allow")
+        message(STATUS "${kind} tests left out: a sanitizer's run-time library does not allow preloading the clock")
         return()
     endif()
 
     set(timeout 900)
     if(ADDRPUBD_VALGRIND)
-        set(timeout 7200)  # here, too, each program under test may run under it (scripts/surroundings)
+        set(timeout 7200)  # with scripts/surroundings each program may also run under valgrind
     endif()
     file(GLOB files CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/*.py)
     set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${files})
@@ -60,7 +60,7 @@ function(addrpubd_pytest kind)
         set(cost 0)
         if(name MATCHES "nth_failure")
             list(APPEND labels nth_failure)
-            set(cost 1000)  # the longest one: begun last, it would run alone
+            set(cost 1000)  # this test takes longest: if it started last, it would run alone at the end
         endif()
         set(marked "")
         foreach(subject ${subjects})
@@ -68,7 +68,7 @@ function(addrpubd_pytest kind)
                 list(APPEND marked ${subject})
             endif()
         endforeach()
-        #  Without the marked tests; a mark is the last line above its test, or another mark is.
+        #  Removes the marked tests. A mark is in the line above its test or above another mark.
         list(JOIN subjects "|" any)
         string(REGEX REPLACE "@pytest[.]mark[.](${any})[^\n]*\n *(@[^\n]*\n *)*def test_" "" others "${text}")
         if(others MATCHES "def test_" OR NOT marked)

@@ -1,17 +1,19 @@
-#  Read by ctest: gives the tests of a GoogleTest program their labels. Requires: program.
+#  Read by ctest: sets the labels of the tests of a GoogleTest program. Requires the variable program.
 #
-#  Every test has the label unit, that of a back end which talks to a server also dns or redis. A subject is a list of
-#  patterns of test names, SUITE.NAME; the tests in Python have the same subjects as marks of pytest.
+#  Every test has the label unit. A test of a back end that communicates with a server also has the label dns or redis.
+#  The other labels are subjects. Each subject is a list of patterns of test names (SUITE.NAME); tests in Python have
+#  the same subjects as marks of pytest.
 
 set(refusal "^(RedisRefusals?|TsigAnswer)[.]"
     "^(Open)?(Dns|Redis|Sqlite)Backend[.].*(Refus|NotAuth)" "^HostileDnsServer[.].*BadKey" "^OpenTcpStream[.].*Refused"
-    "^(WorkerTagQuery|WorkerDesiredState|Wanted)[.].*Refus" "^Worker_[.]ARefusedRequest" "^Addresses[.].*WrongOne"
+    "^(WorkerTagQuery|WorkerDesiredState|Wanted)[.].*Refus" "^Worker_[.]ARefusedRequest" "^Addresses[.].*WrongServer"
     "^(PublishCycle|SendGate|PutGate|Events)[.].*Refus")
 set(retry "^(Backoff|WorkerCheck)[.]"
-    "^(Open)?(Dns|Redis|Sqlite)Backend[.].*(Again|Lost)" "^HostsBackendAlone[.].*Retry" "^Sqlite(Creation|ForeignChange)[.].*(Retry|Again)"
+    "^(Open)?(Dns|Redis|Sqlite)Backend[.].*(Again|Lost)" "^HostsBackendAlone[.].*Retry"
+    "^Sqlite(Creation|ForeignChange)[.].*(Retry|Again)"
     "^(WorkerTagQuery|WorkerDesiredState|Wanted|Worker_)[.].*(Again|Repeat|Later|BackOff)")
 set(failover "^Addresses[.]" "^RedisRefusals[.].*(AnotherAddress|Replica)")
-set(not_of_a_server "Malformed|NoKeyName")  # refused by the client library itself
+set(not_of_a_server "Malformed|NotAKeyName")  # these urls and users are refused by the client library itself
 
 set(labels unit)
 foreach(server dns redis)

@@ -1,5 +1,5 @@
-//  A second implementation of the address filter and the address text: prefixes in binary text, and a separate writer
-//  of the compressed form (RFC 5952, section 4, as inet_ntop(3) writes it).
+//  A second implementation of the address filter and of the address text. The filter compares prefixes as binary text.
+//  A separate function writes the compressed form (RFC 5952, section 4, as inet_ntop(3) writes it).
 #ifndef TESTS_SUPPORT_ADDRESS_MODEL_H
 #define TESTS_SUPPORT_ADDRESS_MODEL_H
 
@@ -23,7 +23,7 @@ inline bool modelIsPublished(const AddressBytes& bytes) {
            !begins(zeros.substr(0, 96));
 }
 
-//  Only for published addresses, which never end with an IPv4 part.
+//  Requires a published address: such addresses never end with an IPv4 part.
 inline std::string modelAddressText(const AddressBytes& bytes) {
     std::array<unsigned, 8> words{};
     for (std::size_t i = 0; i < 8; ++i)

@@ -1,9 +1,9 @@
-"""The test's interface to the clock shim (clockshim.h describes memory and rules).
+"""The test's interface to the clock shim. clockshim.h describes the shared memory and its rules.
 
     clock = Clock(sandbox, library)         # before the programs start
     process = sandbox.spawn(..., env=clock.env)
     control = clock.of(process)
-    control.advance(10)                     # returns when the program has done everything due in these 10 seconds
+    control.advance(10)                     # returns when the program has done all work that is due in these 10 seconds
 """
 
 import ctypes
@@ -76,7 +76,7 @@ class ClockControl:
         return self._slot.now
 
     def wait_parked(self):
-        """Waits until the process has nothing more to do before its time limit."""
+        """Waits until the process has done everything that is due before its time limit."""
         give_up = PATIENCE
         while (seen := self._slot.parked, self._slot.parked_limit != self._slot.limit)[1]:
             assert self._process.running(), f"the process ended: {self._process.output_so_far()!r}"
@@ -86,19 +86,19 @@ class ClockControl:
             give_up -= 0.1
 
     def let_run(self, seconds):
-        """Raises the limit and returns at once."""
+        """Raises the time limit by this many seconds and returns at once."""
         self._slot.limit += round(seconds * SECOND)
         self._slot.changed += 1
         _libc.syscall(_SYS_FUTEX, _address(self._slot, "changed"), _FUTEX_WAKE, 1 << 20, None, None, 0)
 
     def advance(self, seconds):
-        """Lets this much time pass and waits until the process has done everything due in it."""
+        """Advances the clock by this many seconds and waits until the process has done all work that is due by then."""
         self.wait_parked()
         self.let_run(seconds)
         self.wait_parked()
 
     def step(self, seconds):
-        """Changes the wall clock by this much, also by a negative amount. Sleeps keep their length."""
+        """Changes the wall clock by this many seconds, which may be negative. Sleeps keep their length."""
         self._slot.wall_step += round(seconds * SECOND)
 
 
@@ -119,12 +119,12 @@ class Clock:
         self.env = {"LD_PRELOAD": inside, "CLOCKSHIM_FILE": "/mnt/clock"}
 
     def of(self, process):
-        """Returns the clock control of a process; waits until it exists."""
+        """Returns the clock control of a process. Waits until the process has a clock."""
         slot = wait_until(lambda: self._slot_of(process.pid), f"the clock of process {process.pid}")
         return ClockControl(slot, process)
 
     def pids(self):
-        """Returns all pids that have or had a clock here, in the order of creation."""
+        """Returns the pids of all processes that have or had a clock of this sandbox, in the order of creation."""
         return [slot.pid for slot in self._control.slots if slot.pid]
 
     def _slot_of(self, pid):

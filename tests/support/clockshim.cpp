@@ -1,12 +1,13 @@
-//  Preloaded into a program under test: the test controls its wall clock and its sleeps (see clockshim.h).
+//  Preloaded into a program under test. The test then controls the program's wall clock and sleeps (see clockshim.h).
 //
 //  Replaces time, gettimeofday, clock_gettime for the wall clocks, and nanosleep, clock_nanosleep, usleep, sleep. The
 //  monotonic clocks stay real, because the C library uses them for time limits of condition variables and poll.
 //
 //  Only sleeps of the main thread are virtual. A sleep of another thread takes its real time and does not change the
-//  clock: a thread of a client library can neither advance the service's clock nor park the process.
+//  clock. So a thread of a client library can neither advance the service's clock nor park the process.
 //
-//  CLOCKSHIM_FILE is the path of the shared file. Without it, or if it cannot be mapped, everything stays real.
+//  CLOCKSHIM_FILE is the path of the shared file. If it is not set or the file cannot be mapped, all functions are the
+//  real ones.
 #include "clockshim.h"
 
 #include <fcntl.h>
@@ -28,7 +29,7 @@ constexpr std::int64_t second = 1'000'000'000;
 ClockControl* g_control = nullptr;
 std::atomic<ClockSlot*> g_slot{nullptr};
 
-//  Takes the next slot for this process, with the time of its slot before fork, if any.
+//  Takes the next free slot for this process. After a fork, it starts with the time of the parent's slot.
 ClockSlot* take_slot(pid_t pid, const ClockSlot* parent) {
     const std::uint32_t index = g_control->taken.fetch_add(1);
     if (index >= clock_slots) {
@@ -83,15 +84,16 @@ timespec timespec_of(std::int64_t ns) {
     return {ns / second, ns % second};
 }
 
-//  Waits until the limit is raised. Returns false if a signal handler ran instead. The futex wait has a time limit
-//  because a wait without one is restarted after a handler that was installed with SA_RESTART; a sleep never is.
+//  Waits until the limit is raised. Returns false if a signal handler ran instead. The futex wait has a time limit,
+//  because the kernel restarts a wait without a limit after a handler that was installed with SA_RESTART. A sleep is
+//  never restarted.
 bool park(ClockSlot* slot, std::uint32_t seen) {
     const timespec long_time{3600, 0};
     const long result = syscall(SYS_futex, &slot->changed, FUTEX_WAIT, seen, &long_time, nullptr, 0);
     return !(result != 0 && errno == EINTR);
 }
 
-//  Lets length nanoseconds pass. Returns the remaining nanoseconds if a signal handler ran, else 0.
+//  Advances the clock by length nanoseconds. Returns the remaining nanoseconds if a signal handler ran, else 0.
 std::int64_t virtual_sleep(ClockSlot* slot, std::int64_t length) {
     slot->last_sleep = length;
     ++slot->sleeps;

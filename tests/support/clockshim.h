@@ -4,16 +4,16 @@
 //      | ClockControl head  | slot 0 | slot 1 |       |     one file, mapped by all of them
 //      +--------------------+--------+--------+- ... -+
 //
-//  Each process takes the next free slot when the shim is loaded. A child takes its own slot at its first clock call
-//  after fork and starts with its parent's time. A slot is identified by the pid as the process itself sees it; if a
-//  pid occurs twice, the newest slot is used.
+//  Each process takes the next free slot when the shim is loaded. A child process takes its own slot at its first clock
+//  call after fork; it starts with its parent's time. A slot is identified by the pid that the process itself sees. If
+//  a pid occurs twice, the newest slot is used.
 //
 //  Time of a process = wall_start + now + wall_step. Only a sleep of the main thread advances now, to the end of the
-//  sleep but not beyond limit: a sleep that ends later sets now to limit and parks the process until the limit is
-//  raised or a signal handler has run. So when a test has raised the limit and parked_limit equals it, the process has
-//  done everything that is due until then.
+//  sleep, but not beyond limit. If the sleep ends later than limit, now becomes limit, and the process is parked until
+//  the limit is raised or a signal handler has run. So if parked_limit equals the limit that the test has set, the
+//  process has done everything that is due until then.
 //
-//  All times are in nanoseconds. Every field is one aligned word, which is read and written atomically.
+//  All times are in nanoseconds. Every field is one aligned word that is read and written atomically.
 #ifndef TESTS_SUPPORT_CLOCKSHIM_H
 #define TESTS_SUPPORT_CLOCKSHIM_H
 

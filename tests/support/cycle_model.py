@@ -1,4 +1,5 @@
-"""Predicts the service's calls and output, to the byte and the microsecond, by simulating its passes of 100 ms.
+"""Predicts the service's calls and output by simulating its passes of 100 ms. Predictions are exact to the byte and the
+microsecond.
 
     model = CycleModel(settings, wall_ns)       # settings: the ini file's keys and values, as texts
     model.addresses = [...]                     # 16 bytes each; None where they cannot be listed
@@ -8,7 +9,7 @@
     model.end(15)                               # the exit signal 15
     model.calls, model.records, model.output    # calls of the client library, records of a log server, console output
 
-The model shares no code with the service. It simulates every pass.
+The model shares no code with the service.
 """
 
 import datetime
@@ -45,7 +46,7 @@ def _port_list(text):
 
 
 class CycleModel:
-    """One service from start to end, on a host with these addresses, with these results of the servers."""
+    """One service from start to end: its host has the given addresses, and its servers return the given results."""
 
     def __init__(self, settings, wall_ns):
         self._settings = {key: value or "" for key, value in settings.items()}
@@ -55,7 +56,7 @@ class CycleModel:
         self._moment = 0  # the time of the current step
         self.wall_step = 0
         self.addresses = []
-        self.answers = {}  # results by function, if not 0
+        self.answers = {}  # results by function; functions that are not listed return 0
         self.query_class, self.import_class = USABLE, UNTOUCHED
 
         self.calls, self.records, self.output = [], [], bytearray()
@@ -72,7 +73,7 @@ class CycleModel:
         return self._wall_start + self._moment + self.wall_step
 
     def event(self, server, code):
-        """The client library reports a connection event."""
+        """Simulates a connection event that the client library reports."""
         url = self._text(server + "url")
         if code == CONNECTED:
             if server == RDB:
@@ -89,7 +90,7 @@ class CycleModel:
         self._log(DBG, b"recv: " + text)
 
     def run(self, seconds):
-        """Lets this much time pass."""
+        """Simulates the passes of this many seconds."""
         self._limit += round(seconds * SECOND)
         while self._next_turn <= self._limit:
             self._moment = self._next_turn

@@ -1,10 +1,10 @@
-//  Makes and checks DNS messages with the code of the open client library, for comparison with another implementation.
-//  Reads one command per line from standard input and writes one line for each; bytes are hexadecimal digits, "-" is an
-//  empty word.
+//  Makes and checks DNS messages with the code of the open client library. The test compares them with those of another
+//  implementation. The program reads one command per line from standard input and writes one line for each. Bytes are
+//  hexadecimal digits; "-" is an empty word.
 //
 //      update ID TIME KEY ALGORITHM SECRET ZONE TTL NAME ADDRESS,... PORT,...      -> the signed message
 //      query  ID TIME KEY ALGORITHM SECRET OWNER TYPE                              -> the signed message
-//      answer NOW ANSWER     to the last message, with its key                      -> "whole", or the reason
+//      answer NOW ANSWER     checks an answer to the last message            -> "whole", or the reason
 #include "dns/records.h"
 #include "dns/tsig.h"
 

@@ -1,9 +1,9 @@
 """Real DNS servers inside a sandbox, and the contents of their zone.
 
-Each serves the zone ZONE on 127.0.0.1 and ::1 from a separate folder and accepts updates signed with the key HOST_KEY.
-BIND and Knot accept them only for the names in `allowed`: AAAA and HTTPS records there, HTTPS at the _PORT._https names
-below. READER, a key that no client has, may transfer the zone. A server starts with the zone file `zone`, usually
-ZONE_FILE, which has other record types at NAME and other names.
+Each server serves the zone ZONE on 127.0.0.1 and ::1 from a separate folder and accepts updates signed with the key
+HOST_KEY. BIND and Knot accept updates only for the names in `allowed`: AAAA and HTTPS records at these names, and HTTPS
+records at the _PORT._https names below them. READER, a key that no client has, may transfer the zone. A server starts
+with the zone file `zone`, usually ZONE_FILE, which has other record types at NAME and records of other names.
 
     server = Bind(sandbox)
     server.start()
@@ -83,14 +83,14 @@ def belongs(line, name=NAME):
 class Server:
     """Common base class of the servers."""
 
-    ready = b""  # output when it is ready
-    reloaded = b""  # output after it has reloaded its configuration
+    ready = b""  # text that it prints when it is ready
+    reloaded = b""  # text that it prints after it has reloaded its configuration
     program = ""
     package = ""
     folder = ""
     conf = "conf"
     zone = ZONE_FILE
-    address = "127.0.0.1"  # its address for queries
+    address = "127.0.0.1"  # address at which the tests query it
 
     def __init__(self, sandbox, algorithm="hmac-sha256"):
         self.sandbox = sandbox
@@ -127,7 +127,7 @@ class Server:
             assert self.process.running()
 
     def move_to_small_disk(self):
-        """Restarts the server with its journal on a separate, empty disk. Returns its folder."""
+        """Restarts the server with its journal on a separate, empty disk. Returns the folder of that disk."""
         self.kill()
         small = f"{self.folder}/small"
         self.sandbox.path(small).mkdir()
@@ -164,7 +164,7 @@ class Server:
 class Bind(Server):
     program = "named"
     package = "bind9"
-    folder = "/var/lib/bind"  # folder of the package; its AppArmor profile allows access
+    folder = "/var/lib/bind"  # the package's folder; the AppArmor profile of BIND allows access to it
     ready = reloaded = b"running\n"
     journal = "zone.jnl"
     small = "64k"
@@ -187,7 +187,7 @@ class Bind(Server):
         return ["named", "-f", "-n", "1", "-c", f"{self.folder}/conf"]
 
     def control(self, *words):
-        """Calls rndc with these words and waits until the server has carried them out."""
+        """Calls rndc with these words and waits until the server has executed the command."""
         text = f'key "{READER}" {{ algorithm {self.algorithm}; secret "{self.keys[READER]}"; }};\n'
         self.write("rndc.conf", f'{text}options {{ default-server {self.addresses[0]}; default-key "{READER}"; }};\n')
         self.sandbox.run("rndc", "-c", f"{self.folder}/rndc.conf", *words)
@@ -227,7 +227,7 @@ class Bind(Server):
 
 
 class SecondBind(Bind):
-    """A second BIND next to the first server, on 127.0.0.2, also a primary."""
+    """A second primary BIND, on 127.0.0.2."""
 
     folder = "/var/lib/bind/second"
     address = "127.0.0.2"
@@ -240,7 +240,7 @@ class SecondBind(Bind):
 
 
 class SecondaryBind(SecondBind):
-    """A secondary of the first server, which accepts no updates."""
+    """A secondary of the first server. It accepts no updates."""
 
     forwarding = "none"
 
@@ -251,7 +251,7 @@ class SecondaryBind(SecondBind):
         ]
 
     def start(self):
-        """Also waits until it has the zone."""
+        """Starts the server and waits until it has transferred the zone."""
         super().start()
         wait_until(lambda: self.dig("+short", "SOA", ZONE), "the transfer of the zone")
 
@@ -260,7 +260,7 @@ class SecondaryBind(SecondBind):
 
 
 class ForwardingBind(SecondaryBind):
-    """Forwards updates to the primary."""
+    """A secondary of the first server that forwards updates to it."""
 
     forwarding = "any"
 
@@ -291,7 +291,7 @@ class Knot(Server):
         self.write_zone()
 
     def configuration(self):
-        #  One rule must cover all records of a message, so the port names are listed with the host names.
+        #  All records of a message must be covered by one rule, so the port names are listed with the host names.
         children = ("", "_8443._https.", "_9443._https.")
         names = [f"{child}{name}." for name in self.allowed for child in children]
         zone = [
@@ -318,7 +318,7 @@ class Knot(Server):
 
 
 class PowerDns(Server):
-    """Its keys and zones are in an SQLite database. A key may change the whole zone."""
+    """PowerDNS. Its keys and zones are in an SQLite database. A key may change the whole zone."""
 
     program = "pdns_server"
     package = "pdns-server, pdns-backend-sqlite3"
@@ -343,7 +343,7 @@ class PowerDns(Server):
         self.write_keys()
 
     def write_keys(self):
-        """Writes the current keys into the database, from which the running server reads them."""
+        """Writes the current keys into the database. The running server reads them from there."""
         for name, text in self.keys.items():
             self.tool("import-tsig-key", name, self.algorithm, text)
         self.tool("set-meta", ZONE, "TSIG-ALLOW-DNSUPDATE", self.granted)

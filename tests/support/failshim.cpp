@@ -1,6 +1,6 @@
-//  The functions that the fault shim replaces (failshim.h has the rules).
+//  The functions that the fault shim replaces. failshim.h describes the rules.
 //
-//  Not replaced are functions that cannot report a failure: getpid, umask, tzset, sysconf for the page size, mallopt,
+//  Functions that cannot report a failure are not replaced: getpid, umask, tzset, sysconf for the page size, mallopt,
 //  the spinlocks, functions on strings and signal sets, and functions without a result that free a resource.
 #include "failshim.h"
 
@@ -30,7 +30,7 @@ FUNCTION next(FUNCTION, const char* name) {
     return reinterpret_cast<FUNCTION>(dlsym(RTLD_NEXT, name));
 }
 
-//  Returns -1 and sets errno, or returns 0 if the plan requires a short result.
+//  Returns -1 and sets errno. If the plan requires a short result, returns 0 instead.
 int refused() {
     return failshim::error() == 0 ? 0 : -1;
 }
@@ -39,7 +39,8 @@ int refused() {
 
 #define STRIKES(name) failshim::strikes(#name, __builtin_return_address(0))
 
-//  Defines the replacement of function name, which calls the original, or returns failure if the plan requires it.
+//  Defines the replacement of the function name. The replacement calls the original, or returns failure if the plan
+//  requires it.
 #define STAND_BEFORE(result, name, parameters, arguments, failure)                                                     \
     result name parameters {                                                                                           \
         static const auto real = next(&::name, #name);                                                                 \
@@ -131,7 +132,7 @@ int close(int fd) {
     return -1;
 }
 
-//  The compiler may replace putchar by one of several functions.
+//  Both functions below count as putchar, because the compiler may replace a call of putchar by one of putc.
 int putchar(int c) {
     return STRIKES(putchar) ? EOF : fputc(c, stdout);
 }
@@ -147,7 +148,7 @@ int fclose(FILE* file) {
     return fails ? EOF : result;
 }
 
-//  The mode is read and passed on even if the caller did not pass one; the system then ignores it.
+//  The mode is read and passed on even if the caller passed none; in that case the system ignores it.
 int open(const char* path, int flags, ...) {
     using Open = int (*)(const char*, int, ...);
     static const auto real = reinterpret_cast<Open>(dlsym(RTLD_NEXT, "open"));
@@ -158,7 +159,7 @@ int open(const char* path, int flags, ...) {
     return STRIKES(open) ? -1 : real(path, flags, mode);
 }
 
-//  One argument of pointer size is sufficient for the argument of every command.
+//  The argument of every command fits into one argument of pointer size.
 int fcntl(int fd, int command, ...) {
     using Fcntl = int (*)(int, int, ...);
     static const auto real = reinterpret_cast<Fcntl>(dlsym(RTLD_NEXT, "fcntl"));

@@ -1,5 +1,5 @@
-//  The interface of the fault shim. It is preloaded into the executable and makes the n-th call of one function fail.
-//  Only calls by the executable itself are counted, not those of libraries.
+//  The interface of the fault shim, which is preloaded into the executable. It makes the n-th call of one function
+//  fail. It counts only calls by the executable itself, not those of libraries.
 //
 //  FAILSHIM_PLAN    "FUNCTION NTH HOW ERROR WHERE", or empty for no failure
 //
@@ -12,10 +12,10 @@
 //
 //  FAILSHIM_REACHED file to which the line "FUNCTION NTH\n" is appended for each call that is made to fail.
 //
-//  A call that fails has no effect, except close, which closes the descriptor as the system's close does (close(2),
-//  "Dealing with error returns from close()"). SIGSTOP holds a process between two of its calls.
+//  A failing call has no effect. The exception is close, which closes the descriptor, as the system's close does
+//  (close(2), "Dealing with error returns from close()"). SIGSTOP stops a process between two of its calls.
 //
-//  Threads: any thread may call the functions; the whole process has one count.
+//  Threads: any thread may call the functions. The counts are those of the whole process.
 #ifndef TESTS_SUPPORT_FAILSHIM_H
 #define TESTS_SUPPORT_FAILSHIM_H
 
@@ -23,14 +23,14 @@
 
 namespace failshim {
 
-//  Counts one call of function from the address caller. Returns true if it must fail, and sets errno. If the plan is
-//  "stop", stops the process, then returns false.
+//  Counts one call of function; caller is the address of the call. Returns true and sets errno if the call must fail.
+//  If the plan is "stop", stops the process, then returns false.
 bool strikes(const char* function, const void* caller);
 
 //  Returns the planned error.
 int error();
 
-//  Call it in a child after fork.
+//  Restarts the counts. A child must call this after fork.
 void begin_child();
 
 }  // namespace failshim

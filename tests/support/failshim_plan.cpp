@@ -31,7 +31,7 @@ std::atomic<unsigned> g_calls{0};
 std::uintptr_t g_begin = 0;
 std::uintptr_t g_end = 0;
 
-//  The first object of the list is the executable.
+//  The first object in the list of dl_iterate_phdr is the executable.
 int find_executable(dl_phdr_info* info, size_t, void*) {
     g_begin = UINTPTR_MAX;
     for (int i = 0; i < info->dlpi_phnum; ++i) {
@@ -72,7 +72,7 @@ __attribute__((constructor)) void read_plan() {
     g_how = how_of(how);
 }
 
-//  Uses system calls directly, because the shim replaces the library's functions.
+//  Makes system calls directly, because the shim replaces the library's functions.
 void report(unsigned call) {
     const char* const path = getenv("FAILSHIM_REACHED");
     if (path == nullptr) {

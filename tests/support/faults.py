@@ -1,4 +1,4 @@
-"""The test's interface to the fault shim (failshim.h has the rules).
+"""The test's interface to the fault shim. failshim.h describes the rules.
 
     faults = Faults(sandbox, library)
     plan = faults.plan("fcntl", 2, "once", "EIO")
@@ -16,7 +16,7 @@ REACHED = "/mnt/failshim.reached"
 
 
 def number_of(error):
-    """Returns the number of an error, given as the name of an errno, the name of a resolver error, or a number."""
+    """Returns the number of an error. The error is the name of an errno, the name of a resolver error, or a number."""
     if hasattr(errno, error):
         return getattr(errno, error)
     return getattr(socket, error) if hasattr(socket, error) else int(error)
@@ -33,7 +33,7 @@ class Faults:
         return f"{function} {nth} {how} {number_of(error)} {where}"
 
     def env(self, clock, plan):
-        """The shim is loaded before the clock."""
+        """Returns the environment for a plan. It loads the shim before the clock."""
         preload = f"{INSIDE}:{clock.env['LD_PRELOAD']}"
         return {"LD_PRELOAD": preload, "FAILSHIM_PLAN": plan, "FAILSHIM_REACHED": REACHED}
 

@@ -20,7 +20,7 @@ def wake(structure, field):
 
 
 def wait(structure, field, seen, patience):
-    """Waits until the field differs from seen, at most patience seconds. Returns whether it differs."""
+    """Waits until the field differs from seen, for at most patience seconds. Returns whether it differs."""
     tenth = _Timespec(0, 100_000_000)
     while getattr(structure, field) == seen and patience > 0:
         _libc.syscall(_SYS_FUTEX, _address(structure, field), _FUTEX_WAIT, seen, ctypes.byref(tenth), None, 0)

@@ -1,4 +1,4 @@
-"""One host per test: a sandbox with the executable, the recording client library, the clock and an ini file."""
+"""The host of a test: a sandbox with the executable, the recording client library, the clock and an ini file."""
 
 import datetime
 import os
@@ -49,7 +49,7 @@ class Host:
         self.sandbox.close()
 
     def settings(self, **changed):
-        """Writes the ini file: SETTINGS with these changes; None omits a key."""
+        """Writes the ini file: SETTINGS with these changes. The value None omits a key."""
         lines = [f"{key} = {value}\n" for key, value in (SETTINGS | changed).items() if value is not None]
         self.ini("".join(lines).encode())
 
@@ -62,19 +62,19 @@ class Host:
             file.write_bytes(content)
 
     def start(self, *words, **options):
-        """Starts the executable in its own directory. Its clock stops at its first sleep."""
+        """Starts the executable in its own folder. Its clock stops at its first sleep."""
         environment = self.clock.env | self.library.env | options.pop("env", {})
         return self.sandbox.spawn("./addrpubd", *words, env=environment, cwd=DIRECTORY, **options)
 
     def command(self, *words, **options):
-        """Runs the executable until it exits, which must be with status 0. Returns its output."""
+        """Runs the executable until it exits. The exit status must be 0. Returns its output."""
         process = self.start(*words, **options)
         output = process.all_output()
         assert process.wait() == 0
         return output
 
     def run(self, *connected, **options):
-        """Starts the service in the foreground and waits for its first sleep; then reports these connections as
+        """Starts the service in the foreground and waits for its first sleep. Then reports the given connections as
         connected.
 
         Returns the process and its clock control. No time has passed, and no cycle has run.
@@ -86,21 +86,21 @@ class Host:
         return process, control
 
     def stop(self, process):
-        """Ends the service as -stop does. Returns all its output; its status must be 0."""
+        """Ends the service with SIGTERM, as -stop does. Returns all its output. Its exit status must be 0."""
         process.kill()
         output = process.all_output()
         assert process.wait() == 0
         return output
 
     def log(self, process):
-        """Ends the service. Returns its log records from the first connect event on, without time stamps."""
+        """Ends the service. Returns its log records without time stamps, starting with the first connect event."""
         output = self.stop(process)
         records = output.split(b"\n")
         start = records.index(b"Start success!") + 2
         return [record[record.index(b"] [") + 2 :] for record in records[start:] if record.startswith(b"[")][:-1]
 
     def line(self, level, text, at=0.0):
-        """Returns one record of the console log as printed at seconds after the start."""
+        """Returns one record of the console log, as printed this many seconds after the start."""
         ns = self.wall_start_ns + round(at * 1_000_000_000)
         t = datetime.datetime.fromtimestamp(ns // 1_000_000_000)
         stamp = f"{t.year}/{t.month}/{t.day} {t:%H:%M:%S}.{ns % 1_000_000_000 // 1000:06d}"
@@ -120,17 +120,18 @@ class Host:
         return int(pid)
 
     def hold_lock(self, kind="process", sigterm="default"):
-        """Starts another process that holds the lock on the pid file (lock.py). Returns it when it holds the lock."""
+        """Starts another process that holds the lock on the pid file (lock.py). Returns it as soon as it holds the
+        lock."""
         process = self.sandbox.spawn("/usr/bin/python3", "-I", "-S", LOCK, "hold", PIDFILE, kind, sigterm)
         process.wait_for_output(b"held\n")
         return process
 
     def lock_holders(self):
-        """Returns the pids of all holders of a lock on the pid file, as the kernel lists them; -1 for a holder without
-        a pid.
+        """Returns the pids of all holders of a lock on the pid file, as the kernel lists them. A holder without a pid
+        is -1.
 
-        The kernel produces its list in parts: a lock that passes to another process meanwhile may appear for both. So
-        two identical lists are required.
+        The kernel produces its list in several parts. If a lock passes to another process meanwhile, both may be
+        listed. So two identical lists in a row are required.
         """
         before, holders = None, self._listed_holders()
         while holders != before:

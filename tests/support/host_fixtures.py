@@ -1,5 +1,5 @@
-"""Fixtures and hooks of the tests in tests/system and tests/servers, whose conftest.py files import them from here.
-ADDRPUBD_BUILD is the build folder to test."""
+"""Fixtures and hooks of the tests in tests/system and tests/servers. The conftest.py files there import them. The
+environment variable ADDRPUBD_BUILD is the build folder to test."""
 
 import os
 import time
@@ -13,7 +13,7 @@ import world as scenario_module
 
 SKIPPED = 77  # the exit status that ctest interprets as "not run"
 
-#  The marks of tests, whatever their file. ctest has them as labels (pytest.cmake), with the unit tests of the subject.
+#  The marks of tests, in all files. In ctest they are labels (pytest.cmake), like the subjects of the unit tests.
 SUBJECTS = {
     "refusal": "a server refuses, or the service treats it so",
     "retry": "what failed or was lost is made again",
@@ -51,7 +51,7 @@ def pytest_collection_modifyitems(items):
 
 @pytest.fixture(autouse=True)
 def memory():
-    """Fails a test if memcheck found an error after all programs of the test have ended."""
+    """Fails a test if memcheck found an error. The check runs after all programs of the test have ended."""
     yield
     found = surroundings.memory_errors()
     assert not found, found
@@ -67,8 +67,8 @@ def host():
 
 @pytest.fixture
 def new_scenario():
-    """Creates scenarios (world.py). At the end of the test, services still running are ended and compared with the
-    model."""
+    """Returns a function that creates scenarios (world.py). At the end of the test, each service that still runs is
+    ended and compared with its model."""
     scenarios = []
 
     def make(*arguments, **options):

@@ -1,19 +1,19 @@
-//  Preloaded into a program that uses the open client library: shortens the waits of the library's workers.
+//  Preloaded into a program that uses the open client library. Shortens the waits of the library's workers.
 //
-//  Replaces poll with a limit. The first descriptor distinguishes two kinds of wait: for a worker's wait between two
-//  pieces of work (idle, until the next check, or the back-off after a failure) it is the worker's eventfd; for an
-//  exchange with a server it is its socket:
+//  Replaces calls of poll that have a time limit. The first descriptor distinguishes two kinds of wait. If it is the
+//  worker's eventfd, the worker waits between two pieces of work: it is idle, waits for the next check, or waits after
+//  a failure. If it is a socket, the worker exchanges messages with a server:
 //
-//      first descriptor    limit                                       recorded
+//      first descriptor    limit                                  recorded
 //      eventfd             a fiftieth, at least 1 ms              yes
 //      any other           unchanged, or divided by HURRYSHIM_SOCKETS   no
 //
-//  The monotonic clock stays real, so a shortened wait ends early by that clock. The worker uses the result of poll
-//  instead.
+//  The monotonic clock stays real, so by that clock a shortened wait ends early. The worker does not compare the clock:
+//  it uses the result of poll.
 //
 //  HURRYSHIM_FILE     file to which each wait of a worker is appended: "begin MILLISECONDS\n" and "end MILLISECONDS
-//                     RESULT\n", with the requested limit and the result of poll, 0 if the time expired. Without it
-//                     nothing is recorded.
+//                     RESULT\n", with the requested limit and the result of poll, 0 if the time expired. If it is not
+//                     set, nothing is recorded.
 //  HURRYSHIM_SOCKETS  a whole number of at least 1.
 //
 //  Threads: any thread may call poll.
@@ -55,7 +55,7 @@ int shortened(int timeout, int divisor) {
     return timeout == 0 ? 0 : std::max(1, timeout / divisor);
 }
 
-//  One write per line, so that lines of several threads do not mix.
+//  Each line is written with one write, so that lines of several threads do not mix.
 void writeDown(const char* line) {
     const char* const path = getenv("HURRYSHIM_FILE");
     const int fd = path == nullptr ? -1 : open(path, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0666);
@@ -65,7 +65,7 @@ void writeDown(const char* line) {
     close(fd);
 }
 
-//  Waits in place of a worker.
+//  Makes the shortened wait in place of a worker's wait.
 int hurry(pollfd* descriptors, nfds_t count, int timeout) {
     char line[40];
     snprintf(line, sizeof line, "begin %d\n", timeout);
@@ -80,7 +80,7 @@ int hurry(pollfd* descriptors, nfds_t count, int timeout) {
 
 }  // namespace
 
-//  Has a different name in C++ because the C library declares the descriptors as write-only.
+//  The function has a different name in C++, because the C library declares the descriptors as write-only.
 extern "C" int hurriedPoll(pollfd* descriptors, nfds_t count, int timeout) __asm__("poll");
 
 int hurriedPoll(pollfd* descriptors, nfds_t count, int timeout) {

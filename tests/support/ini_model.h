@@ -1,4 +1,4 @@
-//  A second implementation of the ini grammar: a machine with five states that reads the whole file.
+//  A second implementation of the ini grammar: a state machine with five states that reads the whole file.
 #ifndef TESTS_SUPPORT_INI_MODEL_H
 #define TESTS_SUPPORT_INI_MODEL_H
 

@@ -1,4 +1,4 @@
-"""The test's interface to the journal client library (journal_rdb.h describes memory and file)."""
+"""The test's interface to the journal client library. journal_rdb.h describes the shared memory and the file."""
 
 import ctypes
 import mmap
@@ -24,7 +24,7 @@ _ENTRY = struct.Struct("<qiiiiII")
 
 
 class Call(NamedTuple):
-    """One call; journal_rdb.h explains number and payload."""
+    """One call of the client library. journal_rdb.h explains number and payload."""
 
     wall_ns: int
     function: str
@@ -51,7 +51,7 @@ class _Control(ctypes.Structure):
 
 
 class Journal:
-    """One journal library in the sandbox directory from which it is loaded."""
+    """One journal library, in the folder of the sandbox from which the service loads it."""
 
     def __init__(self, sandbox, directory):
         self._file = sandbox.path(f"{directory}/rdb.journal")
@@ -94,7 +94,7 @@ class Journal:
         assert futex.wait(self._control, "delivered", before, PATIENCE), "the library never delivered"
 
     def calls(self):
-        """Returns all calls so far, which must all come from the main thread."""
+        """Returns all calls so far. All of them must come from the main thread."""
         content = self._file.read_bytes() if self._file.exists() else b""
         found, at = [], 0
         while at < len(content):

@@ -1,10 +1,11 @@
-//  A client library for runs of many thousand calls. It writes every call to a file and stores nothing in memory, so
-//  any growth of the process is caused by the service.
+//  A client library for runs of many thousand calls. It writes every call to a file and stores nothing in memory. So
+//  the service causes any growth of the process.
 //
 //  JOURNAL_RDB_FILE      the journal
 //  JOURNAL_RDB_CONTROL   the shared page (journal_rdb.h)
 //
-//  Its only thread starts with the first rdb_create and blocks all signals, which are for the service's own thread.
+//  Its only thread starts with the first rdb_create. It blocks all signals, because signals are for the service's own
+//  thread.
 #include "journal_rdb.h"
 
 #include "rdbapi.h"
@@ -64,7 +65,7 @@ void serve() {
     }
 }
 
-//  Opens the two files. Without them the library is of no use, so a failure ends the process.
+//  Opens the two files. The library cannot work without them, so a failure ends the process.
 void open_outside() {
     g_journal = open(std::getenv("JOURNAL_RDB_FILE"), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0666);
     const int fd = open(std::getenv("JOURNAL_RDB_CONTROL"), O_RDWR | O_CLOEXEC);
@@ -83,7 +84,7 @@ void open_outside() {
     pthread_sigmask(SIG_SETMASK, &before, nullptr);
 }
 
-//  Appends the call in one write, without a lock, because a signal handler may have interrupted another call.
+//  Appends the call with one write. It takes no lock, because a signal handler may have interrupted another call.
 int enter(JournalFunction function, int handle, int result, int number, const void* payload, std::size_t size) {
     timespec now{};
     clock_gettime(CLOCK_REALTIME, &now);

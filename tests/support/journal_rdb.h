@@ -5,10 +5,10 @@
 //      +---------+---------+
 //
 //  answers contains the servers' results until the test changes them. The mailbox passes one event or reply at a time
-//  to the library's thread: the test fills it and adds 1 to posted; the thread calls the service and adds 1 to
+//  to the library's thread: the test writes it and increments posted; the thread calls the service and increments
 //  delivered. Both counters are futexes.
 //
-//  The journal is a file to which each call appends a JournalEntry and its payload of size bytes.
+//  The journal is a file. Each call appends a JournalEntry and its payload of size bytes.
 //
 //      function              number         payload
 //      rdb_connectex         reserved       url, user and password, each with its zero
@@ -37,9 +37,9 @@ enum class JournalFunction : std::int32_t {
 constexpr int journal_functions = 9;
 
 struct JournalAnswers {
-    std::int32_t results[journal_functions];  // results of the functions; that of rdb_create is ignored
+    std::int32_t results[journal_functions];  // results of the functions; the result of rdb_create is ignored
     std::int32_t query_class;   // tag class that rdb_tagget stores; it sets all other bytes except the name to 0xa5
-    std::int32_t import_class;  // tag class that rdb_taginport stores; if negative, the byte is unchanged
+    std::int32_t import_class;  // tag class that rdb_taginport stores; if negative, the class is not changed
     std::int32_t unused;
 };
 
@@ -49,9 +49,9 @@ struct JournalMailbox {
     std::atomic<std::uint32_t> posted;
     std::atomic<std::uint32_t> delivered;
     JournalPost post;
-    std::int32_t handle;  // event: handle whose callback is called
+    std::int32_t handle;  // event: the handle whose callback is called
     std::int32_t code;    // event: code of the event
-    std::int32_t length;  // reply: bytes of text; it goes to the callback of the last rdb_callmsg
+    std::int32_t length;  // reply: length of the text, which is passed to the callback of the last rdb_callmsg
     char text[4024];
 };
 
@@ -68,7 +68,7 @@ struct JournalEntry {
     std::int32_t result;
     std::int32_t number;
     std::uint32_t size;
-    std::uint32_t main_thread;  // 1 when the call came from the main thread
+    std::uint32_t main_thread;  // 1 if the call came from the main thread
 };
 static_assert(sizeof(JournalEntry) == 32);
 

@@ -1,5 +1,5 @@
-//  A second implementation of the level text and of the first query parameter: removes carriage returns and line feeds,
-//  then splits the text at every separator and examines each piece.
+//  A second implementation of the level text and of the first query parameter. It removes carriage returns and line
+//  feeds, splits the text at every separator, and examines each piece.
 #ifndef TESTS_SUPPORT_LEVEL_MODEL_H
 #define TESTS_SUPPORT_LEVEL_MODEL_H
 
@@ -18,7 +18,7 @@ inline std::string modelLowerCase(std::string text) {
     return text;
 }
 
-//  The number is reduced to 32 bits before it is compared with 0.
+//  The number is truncated to 32 bits before the comparison with 0.
 inline std::int32_t modelLevel(const std::string& text) {
     static const std::map<std::string, std::int32_t> names = {{"err", 10}, {"wrn", 20}, {"inf", 30}, {"msg", 30},
                                                               {"mor", 31}, {"dbg", 40}, {"all", 999}};
@@ -29,8 +29,8 @@ inline std::int32_t modelLevel(const std::string& text) {
     return number == 0 ? 30 : number;
 }
 
-//  Removes the next word from the start of text, which contains no carriage return or line feed. Sets ended if a
-//  separator ended the word. Returns nothing if there is no word.
+//  Removes the next word from the start of text. Requires a text without carriage returns and line feeds. Sets ended if
+//  a separator ended the word. Returns nothing if there is no word.
 inline std::optional<std::string> modelWord(std::string& text, char separator, bool& ended) {
     for (;;) {
         const std::size_t end = text.find(separator);
@@ -50,7 +50,7 @@ inline std::optional<std::string> modelWord(std::string& text, char separator, b
 
 struct PairModel {
     bool found = false;
-    std::string key, value;  // up to a zero byte, like C strings
+    std::string key, value;  // the parts before a zero byte, as in C strings
 
     explicit PairModel(std::string query) {
         std::erase_if(query, [](char c) { return c == '\r' || c == '\n'; });
@@ -66,7 +66,7 @@ struct PairModel {
         value = *second;
     }
 
-    //  Returns the level of a log with this level after it was opened with the query.
+    //  Returns the level after a log with the level before was opened with the query.
     std::int32_t level(std::int32_t before) const {
         return found && modelLowerCase(key) == "level" ? modelLevel(value) : before;
     }

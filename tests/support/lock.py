@@ -1,10 +1,12 @@
 """Queries or holds a write lock on a whole file.
 
     lock.py ask FILE                          prints the holder's pid (0 if none), the lock's start and its length
-    lock.py hold FILE KIND SIGTERM            holds it until killed, and prints "held" when it has the lock
+    lock.py hold FILE KIND SIGTERM            holds the lock until killed; prints "held" when it has the lock
 
-KIND is process, for a lock of the process, or description, for a lock of the open file, which has no pid.
-SIGTERM is default, ignore, or release, which releases the lock, prints "released" and continues.
+KIND is process for a lock that belongs to the process, or description for a lock that belongs to the open file and has
+no pid.
+SIGTERM is the reaction to that signal: default, ignore, or release, which releases the lock, prints "released" and
+continues.
 """
 
 import fcntl

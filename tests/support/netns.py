@@ -1,6 +1,7 @@
-"""Runs code of this process in a sandbox's network namespace: a thread, and the threads that it starts, enter it.
+"""Runs code of this process in a sandbox's network namespace. A thread, and the threads that it starts, enter the
+namespace.
 
-A socket always belongs to the namespace in which its thread was when it created the socket.
+A socket always belongs to the namespace in which the creating thread was at that time.
 """
 
 import ctypes
@@ -20,7 +21,7 @@ def enter(sandbox):
 
 
 def inside(sandbox, function):
-    """Runs function there on a new thread. Returns its result or raises its exception."""
+    """Runs function on a new thread in the sandbox's network namespace. Returns its result or raises its exception."""
     result, raised = [], []
 
     def work():

@@ -1,7 +1,8 @@
-"""The addresses and links of a sandbox, changed through netlink (rtnetlink(7)), in some microseconds per change.
+"""The addresses and links of a sandbox. They are changed through netlink (rtnetlink(7)), in some microseconds per
+change.
 
-A socket always belongs to the network namespace in which its thread was when it created the socket. So a thread enters
-the sandbox's namespace, creates the socket and ends.
+A socket always belongs to the network namespace in which the creating thread was at that time. So a thread enters the
+sandbox's namespace, creates the socket and ends.
 """
 
 import ctypes
@@ -49,7 +50,7 @@ class Network:
         self._socket.close()
 
     def add(self, *addresses, link=LO):
-        """Adds addresses (texts) to a link at once, without duplicate address detection."""
+        """Adds addresses, given as texts, to a link. They are usable at once, without duplicate address detection."""
         for address in addresses:
             self._address(_RTM_NEWADDR, _CREATE_NEW, address, link)
 
@@ -58,7 +59,7 @@ class Network:
             self._address(_RTM_DELADDR, 0, address, link)
 
     def set_link(self, link, up):
-        """Brings a link up or down. A link that goes down loses its addresses."""
+        """Brings a link up or down. A link that is brought down loses its addresses."""
         body = _IFINFOMSG.pack(socket.AF_UNSPEC, 0, link, _IFF_UP if up else 0, _IFF_UP)
         self._change(_RTM_NEWLINK, 0, body)
 

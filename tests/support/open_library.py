@@ -1,4 +1,5 @@
-"""The open client library of a build: librdbapix64.so, and beside it the modules of the back ends that were built."""
+"""The open client library of a build: librdbapix64.so and, in the same folder, the modules of the back ends that were
+built."""
 
 import shutil
 from pathlib import Path
@@ -7,12 +8,12 @@ NAME = "librdbapix64.so"
 
 
 def files(build):
-    """The library and its modules in the folder build."""
+    """Returns the library and its modules in the folder build."""
     return [Path(build, NAME), *sorted(Path(build).glob("librdbapix64-*.so"))]
 
 
 def has(build, *back_ends):
-    """Whether the library and the modules of all back_ends were built."""
+    """Returns whether the library and the modules of all back_ends were built."""
     return all(Path(build, name).exists() for name in (NAME, *(f"librdbapix64-{name}.so" for name in back_ends)))
 
 

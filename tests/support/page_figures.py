@@ -1,7 +1,7 @@
-"""Replaces a block of figures in docs/maintainer/verification.md by those of a run that has just ended.
+"""Replaces a block of figures in docs/maintainer/verification.md by the figures of a run that has just ended.
 
-A block begins with "<!-- figures: NAME -->" and ends with "<!-- end: NAME -->". Only a run of everything writes a block:
-a trial with fewer targets or less time does not replace the figures of a whole run.
+A block begins with "<!-- figures: NAME -->" and ends with "<!-- end: NAME -->". Only a complete run replaces a block. A
+run with fewer targets or less time does not.
 """
 
 import datetime
@@ -12,13 +12,13 @@ PAGE = Path(__file__).resolve().parents[2] / "docs/maintainer/verification.md"
 
 
 def table(rows):
-    """A Markdown table. rows: lists of cells of equal length; the first one is the head."""
+    """Returns a Markdown table. rows: lists of cells of equal length; the first list is the heading."""
     head, *others = [[str(cell) for cell in row] for row in rows]
     return "\n".join("| " + " | ".join(row) + " |" for row in [head, ["---"] * len(head), *others])
 
 
 def write(name, command, text, page=PAGE):
-    """Replaces the block by the text, with the date and the command before it. Raises ValueError without the block."""
+    """Replaces the block by the date, the command and the text. Raises ValueError if the block does not exist."""
     today = datetime.datetime.now(datetime.UTC).date()
     block = f"<!-- figures: {name} -->\nMeasured on {today} by `{command}`.\n\n{text.strip()}\n<!-- end: {name} -->"
     old = page.read_text(encoding="utf-8")

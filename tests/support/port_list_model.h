@@ -1,4 +1,4 @@
-//  A second implementation of the port list: splits it at the commas, then examines each piece.
+//  A second implementation of the port list: it splits the list at the commas, then examines each piece.
 #ifndef TESTS_SUPPORT_PORT_LIST_MODEL_H
 #define TESTS_SUPPORT_PORT_LIST_MODEL_H
 
@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-//  Reads a decimal number like strtol(3), limited to the range of 64 bits.
+//  Reads a decimal number as strtol(3) does, limited to the range of 64 bits.
 inline std::int64_t modelDecimal(const std::string& text) {
     std::size_t i = text.find_first_not_of(" \t\n\v\f\r");
     if (i == std::string::npos)

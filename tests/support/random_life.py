@@ -1,4 +1,5 @@
-"""Random events of a host and its servers from a seed: their kinds, frequencies and proportions."""
+"""Generates random events of a host and its servers from a seed. Defines the kinds of events and how often they
+occur."""
 
 import random
 
@@ -16,16 +17,16 @@ ERRORS = (1, -1, 17, 2147483647, -2147483648)
 
 
 class RandomLife:
-    """Applies random events to a scenario. changes counts the addresses that were added or removed.
+    """Applies random events to a scenario. The member changes counts the addresses that were added or removed.
 
-    It starts with all addresses, so that the service gets the longest list early.
+    The host starts with all addresses, so that the service gets the longest list early.
     """
 
     def __init__(self, scenario, seed):
         self._scenario = scenario
         self._random = random.Random(seed)
         self._present = set(USUAL + FLOOD)
-        self._away = 0  # offset of the wall clock in another era, nanoseconds
+        self._away = 0  # current offset of the wall clock from the initial era, nanoseconds
         self._can_list = True
         self.changes = 0
         scenario.add(*USUAL, *FLOOD)
@@ -43,7 +44,7 @@ class RandomLife:
         }
 
     def live(self, seconds, pause):
-        """Lets this many whole seconds pass, with an event every pause seconds on average."""
+        """Runs this many whole seconds, with an event every pause seconds on average."""
         left = round(seconds * SECOND)
         while left > 0:
             length = min(left, round(self._random.choice((0.02, 0.1, 0.3, 1, 2.45)) * pause * 1.3 * 20) * SECOND // 20)
@@ -81,7 +82,7 @@ class RandomLife:
             self._scenario.step(seconds)
 
     def _other_era(self):
-        """Sets the clock to another era, or back to the initial one."""
+        """Sets the clock to another era, or back to the initial era."""
         if self._away:
             self._scenario.step(-self._away / SECOND)
             self._away = 0

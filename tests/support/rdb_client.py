@@ -9,18 +9,18 @@
     client.close()                               # kills the child if it still runs
 
 Each call is made on the child's main thread and returns the result of the library. Events and replies come from the
-library's threads in the order of delivery; client.journal has all of them:
+library's threads in the order of delivery. client.journal has all of them:
 
     {"event": CODE, "handle": H}
     {"reply": ID, "text": TEXT}        ID: the result of request()
 
-With the shim, the worker's own waits last a fiftieth of their time, at least 1 ms, and the requested times are recorded
-(hurryshim.cpp). client.waits() lists them, client.attempts() the worker's actions between them. Exchanges keep their
-real limits, unless sockets=N divides the limits of waits on sockets by N, for servers that do not answer. environment
-is added to the environment; an LD_PRELOAD in it is kept.
+With the shim, the worker's own waits last a fiftieth of their time, at least 1 ms. The shim records the requested times
+(hurryshim.cpp). client.waits() lists them; client.attempts() lists the worker's actions between them. Exchanges keep
+their real time limits. For servers that do not answer, sockets=N divides the time limits of waits on sockets by N.
+environment is added to the child's environment; an LD_PRELOAD in it is kept.
 
-Syslog gives the sandbox a separate /dev with the usual devices and the socket /dev/log, which a thread here reads.
-lines() returns the texts without priority and time, such as "python3: rdbapi: dns://...: works again".
+Syslog provides a separate /dev in the sandbox, with the usual devices and the socket /dev/log, which a thread of the
+test reads. lines() returns the texts without priority and time, such as "python3: rdbapi: dns://...: works again".
 """
 
 import contextlib
@@ -36,8 +36,8 @@ from pathlib import Path
 from sandbox import PATIENCE, wait_until
 
 AGENT = Path(__file__).with_name("rdb_client_agent.py")
-LONGEST_WAIT = 60000  # ms; of a back-off and, by default, until the next check
-LONGEST_BACKOFF_OF_SIX = 40000  # ms; after six failures
+LONGEST_WAIT = 60000  # ms; limit of a back-off and, by default, of the wait for the next check
+LONGEST_BACKOFF_OF_SIX = 40000  # ms; limit of the back-off after six failures
 CONNECTED = 60001
 DISCONNECTED = 60003
 
@@ -83,7 +83,8 @@ class Syslog:
                 self._texts.append(data.rstrip(b"\n\0").decode(errors="backslashreplace"))
 
     def fill(self):
-        """Fills the socket of a daemon that does not read: a program that waits for room in it waits for ever."""
+        """Fills the socket, like a daemon that does not read. A program that waits for room in the socket would wait
+        forever."""
         with socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM) as sender:
             sender.setblocking(False)
             sender.connect(self._socket.getsockname())
@@ -92,11 +93,11 @@ class Syslog:
                     sender.send(b"<27>full")
 
     def read(self):
-        """Starts to read."""
+        """Starts to read the socket."""
         self._thread.start()
 
     def raw(self):
-        """Returns all texts so far, with priority and time: what was sent before this call is read first."""
+        """Returns all texts so far, with priority and time. Texts that were sent before this call are included."""
         if self._thread.is_alive():
             self._mark_read.clear()
             self._marker.send(_MARK)
@@ -199,7 +200,7 @@ class RdbClient:
         return handle
 
     def request(self, handle, text):
-        """Makes a callmsg that is accepted. Returns the ID of the reply."""
+        """Makes a callmsg, which must be accepted. Returns the ID of the reply."""
         code, number = self.callmsg(handle, text)
         assert code == 0, f"rdb_callmsg: {code}"
         return number
@@ -228,7 +229,7 @@ class RdbClient:
         return [line.split() for line in file.read_text().splitlines()] if file.exists() else []
 
     def waits(self):
-        """Returns the worker's waits that have ended: (requested milliseconds, whether the time expired)."""
+        """Returns the worker's waits that have ended. Each is (requested milliseconds, whether the time expired)."""
         return [(int(asked), result == "0") for _, asked, *ended in self._wait_lines() for result in ended]
 
     def now(self):
@@ -236,9 +237,8 @@ class RdbClient:
         return len(self._wait_lines())
 
     def attempts(self, since):
-        """Returns the worker's own attempts that started after an expired wait since a position, and have ended.
-
-        Each is represented by the milliseconds of the wait that follows it.
+        """Returns the worker's own attempts since a position. These are attempts that started after an expired wait and
+        have ended. Each is represented by the milliseconds of the wait that follows it.
         """
         found, busy = [], False
         for what, asked, *result in self._wait_lines()[since:]:
@@ -248,11 +248,12 @@ class RdbClient:
         return found
 
     def wait_first_attempt(self, held, what, since=None):
-        """Waits until held(), which must become true by the worker's first own attempt since a position (default: now).
+        """Waits until held() is true. It must become true by the worker's first own attempt since a position (default:
+        now).
 
-        A failed attempt is followed by a back-off, a success by the wait for the next check; held() must be true when
-        the attempt has ended. Only after seven failures a back-off can be as long as the wait for a check; then only
-        held() shows success. No wait is longer than a minute.
+        A failed attempt is followed by a back-off, a successful one by the wait for the next check. held() must be true
+        when the attempt has ended. Only after seven failures can a back-off be as long as the wait for a check; then
+        only held() shows success. No wait is longer than a minute.
         """
         since = self.now() if since is None else since
 

@@ -1,7 +1,7 @@
 """The child of rdb_client.py: loads the client library given by its argument and makes the requested calls.
 
-A line of standard input is one call, ["NAME", argument...]; a line of standard output is {"result": ...},
-{"event": ..., "handle": ...} or {"reply": ..., "text": ...}. Exits at the end of its input.
+A line of standard input is one call, ["NAME", argument...]. A line of standard output is {"result": ...}, {"event":
+..., "handle": ...} or {"reply": ..., "text": ...}. The program exits at the end of its input.
 """
 
 import ctypes
@@ -44,12 +44,12 @@ assert (ctypes.sizeof(Tag), ctypes.sizeof(Snapshot)) == (256, 1104)
 
 
 class Library:
-    """The calls, by the names used on standard input."""
+    """The calls, under the names used on standard input."""
 
     def __init__(self, path):
         self._functions = ctypes.CDLL(path)
         self._lock = threading.Lock()
-        self._kept = []  # callbacks, which the library may use until the process ends
+        self._kept = []  # callbacks must exist until the process ends, because the library may use them
 
     def write(self, **record):
         line = json.dumps(record).encode() + b"\n"

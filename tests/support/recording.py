@@ -1,4 +1,4 @@
-"""The test's interface to the recording client library (recording_control.cpp describes commands and file)."""
+"""The test's interface to the recording client library. recording_control.cpp describes the commands and the file."""
 
 import json
 import socket
@@ -13,7 +13,7 @@ _HEX_FIELDS = ("url", "account", "password", "text", "record", "record_after")
 
 
 class Recording:
-    """One recording library in the sandbox directory from which it is loaded."""
+    """One recording library, in the folder of the sandbox from which the service loads it."""
 
     def __init__(self, sandbox, directory, name="rdb"):
         self._log = sandbox.path(f"{directory}/{name}.calls")
@@ -32,12 +32,13 @@ class Recording:
             self._socket.close()
 
     def before_start(self, *commands):
-        """Sets commands that apply from the library's first call on. Call it before the program starts."""
+        """Sets commands that apply from the library's first call on. Must be called before the program starts."""
         with self._script.open("a") as script:
             script.writelines(command + "\n" for command in commands)
 
     def tell(self, command):
-        """Sends a command to the running library and waits until it is done. Returns whether it was possible."""
+        """Sends a command to the running library and waits until the library has executed it. Returns whether that was
+        possible."""
         if self._socket is None:
             wait_until(self._control.exists, "the library's socket")
             self._socket = wait_until(self._connect, "the library to listen")
@@ -85,7 +86,7 @@ class Recording:
         return [(call.call, call.handle) for call in self.calls()]
 
     def puts(self):
-        """Returns the values put so far, as in the snapshot records."""
+        """Returns the values put so far, taken from the snapshot records."""
         return [snapshot(call.record).value for call in self.calls("rdb_objputsnapshot")]
 
     def requests(self):
@@ -94,7 +95,7 @@ class Recording:
 
 
 def snapshot(record):
-    """Returns the fields of one snapshot record that are not always zero."""
+    """Returns the fields of a snapshot record, except those that are always zero."""
     length = int.from_bytes(record[102:104], "little")
     return SimpleNamespace(
         name=record[:80].split(b"\0")[0],

@@ -1,10 +1,10 @@
-//  The external interface of the recording library as a shared library: a test in another process reads the calls from
-//  a file and controls the library through a socket.
+//  The recording library as a shared library has this external interface. A test in another process reads the calls
+//  from a file and controls the library through a socket.
 //
 //  RECORDING_RDB_LOG      file to which each call appends one JSON line before it returns
 //  RECORDING_RDB_SCRIPT   file of commands, one per line, that are executed before the first rdb_create returns
-//  RECORDING_RDB_CONTROL  path of a Unix stream socket on which a thread receives command lines; it answers each with
-//                         "ok\n" or "no\n" after executing the command
+//  RECORDING_RDB_CONTROL  path of a Unix stream socket on which a thread receives command lines; it executes each
+//                         command, then answers "ok\n" or "no\n"
 //
 //  Commands (INDEX is the number of a call of the function, from 0, or * for every call):
 //
@@ -13,8 +13,8 @@
 //      event HANDLE EVENT VALUE        reply REQUEST HEXBYTES
 //      held MILLISECONDS               release
 //
-//  The thread starts with the first rdb_create, not earlier, so that it exists in the service if the program forks
-//  between loading the library and starting the service.
+//  The thread starts with the first rdb_create. If it started when the library is loaded, it would not exist in a
+//  service that the program forks after loading the library.
 #include <fcntl.h>
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -57,7 +57,7 @@ std::string unhex(const std::string& text) {
     return bytes;
 }
 
-//  All texts are written as hexadecimal digits, so no escapes are needed.
+//  All texts are written as hexadecimal digits, so escapes are not needed.
 void write_line(const Call& call) {
     std::ostringstream line;
     line << "{\"call\":\"" << name_of(call.function) << "\",\"index\":" << call.index
@@ -83,7 +83,7 @@ bool function_named(const std::string& name, Function& function) {
     return false;
 }
 
-//  Executes the commands that refer to a call: verb FUNCTION INDEX [VALUE].
+//  Executes the commands that apply to one call: verb FUNCTION INDEX [VALUE].
 bool obey_script(const std::string& verb, std::istringstream& words) {
     std::string function_name;
     std::string index_word;
@@ -173,7 +173,8 @@ void listen_on(const char* path) {
         listen(listener, 4) != 0) {
         return;
     }
-    //  A signal for the thread that is held in a call must not be handled by this thread, which releases the call.
+    //  This thread releases held calls, so it must not handle signals: a signal may be meant for the thread that is
+    //  held.
     sigset_t all;
     sigset_t before;
     sigfillset(&all);

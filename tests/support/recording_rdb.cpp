@@ -46,7 +46,7 @@ State& state() {
     return *the_state;
 }
 
-//  Holds the lock and blocks all signals, so that a signal handler never interrupts a holder on its own thread.
+//  Holds the lock and blocks all signals. So a signal handler never interrupts the thread that holds the lock.
 class Guard {
 public:
     Guard() {
@@ -70,7 +70,7 @@ private:
     sigset_t before_;
 };
 
-//  A descriptor that is readable while a call is held, and while held calls may continue.
+//  A descriptor that is readable while a call is held and while held calls may continue.
 int held_signal() {
     static const int fd = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
     return fd;
@@ -120,8 +120,8 @@ std::string bytes_of(const void* start, std::size_t size) {
     return start == nullptr ? std::string() : std::string(static_cast<const char*>(start), size);
 }
 
-//  Sets the number and the result of the call, applies the scripted tag class to the record, stores the call, and then
-//  executes the scripted actions without the lock.
+//  Sets the number and the result of the call, applies the scripted tag class to the record, and stores the call. Then
+//  it executes the scripted actions, without holding the lock.
 int finish(Call& call, RdbTag* tag, std::optional<int> usual_class) {
     Script script;
     {

@@ -1,16 +1,16 @@
 //  A client library for tests: it returns scripted results and records the service's calls.
 //
-//  recording_rdb.cpp defines the nine functions of rdbapi.h. Each call first applies its script (result, tag class,
-//  synchronous event), then is stored completely: its position in the order of all calls, its arguments and the raw
+//  recording_rdb.cpp defines the nine functions of rdbapi.h. Each call first applies its script: result, tag class,
+//  synchronous event. Then the call is stored with its position in the order of all calls, its arguments and the raw
 //  bytes of its records. Without a script every call succeeds: handles are 0, 1, 2, ..., rdb_tagget stores class 2, and
 //  all other functions return 0.
 //
 //  In a unit test (target recording_rdb) the test calls the functions below directly. In the shared library for system
 //  tests, recording_control.cpp calls them for a test in another process.
 //
-//  Threads: any thread may call these functions and the nine of rdbapi.h; a signal handler that interrupted any of them
-//  may call rdb_disconnect and rdb_destory. Callbacks run without a lock. Nothing is written to standard output or
-//  standard error.
+//  Threads: any thread may call these functions and the nine functions of rdbapi.h. A signal handler that interrupted
+//  any of them may call rdb_disconnect and rdb_destory. Callbacks run without a lock. Nothing is written to standard
+//  output or standard error.
 #ifndef TESTS_SUPPORT_RECORDING_RDB_H
 #define TESTS_SUPPORT_RECORDING_RDB_H
 
@@ -45,7 +45,7 @@ struct Call {
     Function function = Function::create;
     std::size_t order = 0;     // number among all calls since reset(), from 0
     std::size_t index = 0;     // number among the calls of the same function, from 0
-    bool main_thread = false;  // called on the thread whose id is the process id
+    bool main_thread = false;  // called on the main thread, whose id is the process id
     int handle = -1;           // argument; for create the returned handle
     int result = 0;            // returned value
 
@@ -68,7 +68,7 @@ struct Call {
     int count = 0;                   // objputsnapshot
 };
 
-//  Clears calls, scripts, handles and the observer. Call it between two tests of one program.
+//  Clears calls, scripts, handles and the observer. Must be called between two tests of one program.
 void reset();
 
 //  Scripts. index is the number of the call of that function, from 0; every_call applies to all calls without a
@@ -101,15 +101,17 @@ std::vector<Call> calls_of(Function function);
 bool fire_event(int handle, std::int32_t event, std::int64_t value = 0);
 bool fire_event_from_thread(int handle, std::int32_t event, std::int64_t value = 0);
 
-//  Calls the reply callback of the request with this index. The byte after the text is not readable. Returns after the
-//  callback; returns false if there is no such request or if it was refused.
+//  Calls the reply callback of the request with this index. The byte after the text cannot be read. Returns true after
+//  the callback, or false if there is no such request or if the request was refused.
 bool fire_reply(std::size_t request, std::string_view text);
 bool fire_reply_from_thread(std::size_t request, std::string_view text);
 
-//  Called with each call after it was stored, one call at a time, with signals blocked. An empty function removes it.
+//  Sets a function that is called with each call after it was stored. Calls are passed one at a time, with signals
+//  blocked. An empty function removes the observer.
 void set_observer(std::function<void(const Call&)> observer);
 
-//  Called once, at the start of the process's first rdb_create, without a lock. reset() keeps it.
+//  Sets a function that is called once, without a lock, at the start of the process's first rdb_create. reset() keeps
+//  it.
 void set_first_create_hook(void (*hook)());
 
 }  // namespace recording_rdb

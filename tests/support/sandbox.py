@@ -1,8 +1,8 @@
 """Private mount, IPC, network and PID namespaces for one test, and the programs that run in them.
 
-Inside, /run (and so /var/run) and /mnt are empty file systems in memory, lo is up with its two usual addresses, there
-are no System V queues, and process 1 is sandbox_agent.py, which also becomes the parent of orphans. The machine's own
-/run, queues, network and addresses cannot be reached by accident.
+In a sandbox, /run (and so /var/run) and /mnt are empty file systems in memory. lo is up with its two usual addresses.
+There are no System V queues. Process 1 is sandbox_agent.py, which also becomes the parent of orphans. Programs in the
+sandbox cannot affect the machine's own /run, queues, network and addresses.
 """
 
 import fcntl
@@ -19,7 +19,7 @@ from pathlib import Path
 import surroundings
 
 AGENT = Path(__file__).with_name("sandbox_agent.py")
-#  Seconds before a test gives up waiting for an event that only a faulty program does not cause.
+#  Seconds that a test waits for an event before it fails. Only a faulty program reaches this limit.
 PATIENCE = 30.0 * surroundings.PATIENCE
 PIPE_SIZE = 1 << 20  # so large that no program under test waits until the test reads
 
@@ -34,7 +34,7 @@ def permitted():
 
 
 def wait_until(condition, what):
-    """Calls condition() repeatedly and returns its first true result. Fails after PATIENCE."""
+    """Calls condition() repeatedly and returns its first true result. Fails after PATIENCE seconds."""
     give_up = time.monotonic() + PATIENCE
     while not (result := condition()):
         assert time.monotonic() < give_up, f"waited in vain for {what}"
@@ -43,7 +43,7 @@ def wait_until(condition, what):
 
 
 class Process:
-    """A program inside the sandbox. pid is its number in there."""
+    """A program inside the sandbox. pid is its process number inside."""
 
     def __init__(self, sandbox, pid, pidfd, output):
         self.sandbox = sandbox
@@ -54,7 +54,7 @@ class Process:
         self._closed = output is None
 
     def _read(self, seconds):
-        """Reads the available output; waits for some at most the given time."""
+        """Reads the available output. If there is none, waits at most the given time."""
         if self._closed or not select.select([self._output], [], [], seconds)[0]:
             return
         try:
@@ -81,7 +81,7 @@ class Process:
         return self._seen
 
     def all_output(self):
-        """Returns all bytes, after every process that could write them has ended."""
+        """Returns all bytes of the output. Waits until every process that could write has ended."""
         give_up = time.monotonic() + PATIENCE
         while not self._closed:
             assert time.monotonic() < give_up, f"output never ended: {self._seen!r}"
@@ -89,7 +89,7 @@ class Process:
         return self._seen
 
     def stop_reading(self):
-        """Closes the test's end of the output: the next write there fails with EPIPE."""
+        """Closes the test's end of the output. The program's next write fails with EPIPE."""
         os.close(self._output)
         self._output, self._closed = None, True
 
@@ -104,7 +104,7 @@ class Process:
         self.sandbox.request({"op": "kill", "pid": self.pid, "signal": int(number)})
 
     def wait(self):
-        """Waits for the end. Returns the exit status, or the negative number of the signal that ended it."""
+        """Waits until the program ends. Returns the exit status, or the negative number of the signal that ended it."""
         assert select.select([self._pidfd], [], [], PATIENCE)[0], f"process {self.pid} did not end"
         return self.sandbox.status_of(self.pid)
 
@@ -145,11 +145,12 @@ class Sandbox:
         return json.loads(data), passed
 
     def path(self, inside):
-        """Returns the path, outside, of a file of the sandbox. Not for paths with absolute symbolic links."""
+        """Returns the path outside the sandbox of a file inside. Paths with absolute symbolic links are not
+        supported."""
         return Path(f"/proc/{os.getpid()}/fd/{self._root}{inside}")
 
     def spawn(self, *argv, env=None, cwd="/", tty=False, uid=0, umask=None, stdin=None, unread=False):
-        """Starts a program with its output on a pipe or, with tty, on a separate terminal.
+        """Starts a program. Its output goes to a pipe or, with tty, to a separate terminal.
 
         With unread, the read end of the pipe is closed before the program starts.
         """
@@ -173,7 +174,7 @@ class Sandbox:
         return process
 
     def adopt(self, pid):
-        """Returns a process of the sandbox that the test did not start, such as one in the background."""
+        """Returns a process of the sandbox that the test did not start itself, such as a service in the background."""
         _, passed = self.request({"op": "adopt", "pid": pid})
         process = Process(self, pid, passed[0], None)
         self._processes.append(process)
@@ -188,7 +189,7 @@ class Sandbox:
         return self.request({"op": "status", "pid": pid})[0]["status"]
 
     def run(self, *argv, **options):
-        """Runs a program to its end, which must be successful. Returns its output."""
+        """Runs a program, which must succeed. Returns its output."""
         process = self.spawn(*argv, **options)
         output = process.all_output()
         status = process.wait()
@@ -196,7 +197,7 @@ class Sandbox:
         return output
 
     def add_address(self, address, device="lo", *options):
-        """Adds an address to a device at once, without duplicate address detection."""
+        """Adds an address to a device. It is usable at once, without duplicate address detection."""
         self.run("ip", "-6", "addr", "add", address, "dev", device, *options, "nodad")
 
     def remove_address(self, address, device="lo"):

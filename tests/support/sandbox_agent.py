@@ -1,14 +1,14 @@
-"""Process 1 of a sandbox: starts programs there for the test outside.
+"""Process 1 of a sandbox: it starts programs inside for the test outside.
 
-It communicates over the SOCK_SEQPACKET socket whose descriptor is its only argument, one JSON object per request and
-answer, with descriptors as SCM_RIGHTS:
+It communicates over the SOCK_SEQPACKET socket whose descriptor is its only argument. Each request and each answer is
+one JSON object; descriptors are passed as SCM_RIGHTS:
 
     {"op": "spawn", "argv", "env", "cwd", "tty", "uid", "umask"} + [stdin, stdout, stderr]  ->  {"pid"} + [pidfd]
     {"op": "adopt", "pid"}          ->  {"pid"} + [pidfd]     an orphaned process
     {"op": "status", "pid"}         ->  {"status"}            exit status, negative signal number, or null
     {"op": "kill", "pid", "signal"} ->  {}
 
-All processes of the sandbox end when this one does, which is when the test closes its end of the socket.
+When the test closes its end of the socket, this process ends, and with it all processes of the sandbox.
 """
 
 import fcntl

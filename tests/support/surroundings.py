@@ -1,8 +1,7 @@
-"""The environments of the programs under test. Without these variables the programs run normally.
+"""The environments in which the programs under test run. Without these variables the programs run normally.
 
-    ADDRPUBD_DECIMAL_MARK=,   each program has the locale given by LC_ALL and LOCPATH (localeshim.cpp), and exits at
-    once
-                              unless that locale writes numbers with this decimal mark
+    ADDRPUBD_DECIMAL_MARK=,   each program has the locale of LC_ALL and LOCPATH (localeshim.cpp); a program exits
+                              at once if that locale has a different decimal mark
     ADDRPUBD_UNDER=memcheck   each program runs under valgrind's memcheck; an error or a definite leak in any of its
                               processes fails the test
     ADDRPUBD_PATIENCE=4       factor for the time after which a test gives up waiting
@@ -33,18 +32,18 @@ PASSED_ON = ("PATH", "TZ", "LC_ALL", "LANG")
 #  The name, in /proc, of a process that runs the executable.
 COMM = "memcheck-amd64-" if MEMCHECK else "addrpubd"
 
-#  The tool itself: its launcher would load the shims that are meant for the program.
+#  The tool itself. Its launcher must not be used, because it would load the shims that are meant for the program.
 _TOOL = "/usr/libexec/valgrind/memcheck-amd64-linux"
 _OPTIONS = ["-q", "--trace-children=yes", "--vgdb=no", "--error-exitcode=99", "--leak-check=full"]
 _OPTIONS += ["--show-leak-kinds=definite", "--errors-for-leak-kinds=definite", "--num-callers=30"]
-_OPTIONS += ["--soname-synonyms=somalloc=nouserintercepts"]  # keeps the shim's malloc, which makes requests fail
+_OPTIONS += ["--soname-synonyms=somalloc=nouserintercepts"]  # keeps the shim's malloc
 _SUPPRESSIONS = Path(__file__).with_name("valgrind.supp")
 _SHIM = BUILD / "tests/liblocaleshim.so"
 
-_BY_SHELL = "a shell prepares the surroundings and starts the executable; memcheck is not put in between"
-_NO_TEXT = "a number has no text, which no C library brings about: the count of -1 is left for the kernel to refuse"
+_BY_SHELL = "a shell prepares the environment and starts the executable; memcheck is not put in between"
+_NO_TEXT = "a failure that no C library produces makes a length -1, which the test leaves to the kernel to refuse"
 
-#  Prefixes of test names, with the reason.
+#  Tests that are skipped under memcheck: prefixes of their names, with the reason.
 NOT_UNDER_MEMCHECK = {
     "test_309_": _BY_SHELL,
     "test_310_": _BY_SHELL,
@@ -56,7 +55,7 @@ NOT_UNDER_MEMCHECK = {
 }
 
 
-#  Error texts are also translated by the locale.
+#  The locale also translates error texts.
 if DECIMAL_MARK:
     locale.setlocale(locale.LC_ALL, "")
 
@@ -68,13 +67,13 @@ def reason_to_skip(test):
 
 
 class Place:
-    """The folders, as programs see them, of the shim, the locales and memcheck's logs."""
+    """The folders of the shim, of the locales and of memcheck's logs, as programs see them."""
 
     def __init__(self, shim, locales, logs):
         self._shim, self._locales, self._logs = str(shim), str(locales), str(logs)
 
     def environment(self, argv, given):
-        """Returns the environment of a program, including given."""
+        """Returns the environment of a program. It includes the variables in given."""
         passed = {name: os.environ[name] for name in PASSED_ON if name in os.environ}
         if "LOCPATH" in os.environ:
             passed["LOCPATH"] = self._locales
@@ -96,7 +95,7 @@ class Place:
 
 
 def nowhere():
-    """Returns the place of programs that are not under test."""
+    """Returns the place for programs that are not under test."""
     return Place("", "", "")
 
 
@@ -115,7 +114,7 @@ def _bind(sandbox, folder, inside):
     sandbox.run("mount", "--bind", Path(folder).resolve(), inside)
 
 
-#  Memcheck's logs: one folder per sandbox, since pids are unique only there, and one for programs outside.
+#  Memcheck's logs. There is one folder per sandbox, because pids are unique only there, and one for programs outside.
 
 _folders = []
 
@@ -131,7 +130,7 @@ def _new_folder():
 
 
 def outside():
-    """Returns the place of programs that run outside sandboxes."""
+    """Returns the place for programs that run outside sandboxes."""
     global _outside
     if _outside is None:
         _outside = Place(_SHIM.resolve(), os.environ.get("LOCPATH", ""), _new_folder() if MEMCHECK else "")
@@ -142,8 +141,8 @@ _outside = None
 
 
 def descriptors(folder):
-    """Returns the open descriptors in the fd folder of a process, without memcheck's log and its descriptors above the
-    limit."""
+    """Returns the open descriptors in the fd folder of a process, except memcheck's log and memcheck's own descriptors
+    above the limit."""
     numbers = [int(entry.name) for entry in folder.iterdir()]
     if not MEMCHECK:
         return numbers

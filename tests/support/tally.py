@@ -1,8 +1,8 @@
 """Prints the results of scripts/surroundings: a table, the failed tests, and the skipped tests.
 
-    tally.py FOLDER NAME...     FOLDER has for each name: ctest's NAME.xml, NAME.tally of the system tests (written by
-                                surroundings.py) and NAME.seconds. With all five names it also writes the table into the
-                                verification page.
+    tally.py FOLDER NAME...     FOLDER has for each NAME: ctest's NAME.xml, NAME.tally of the system tests (written by
+                                surroundings.py) and NAME.seconds. If all five names are given, it also writes the table
+                                into the verification page.
 """
 
 import collections
@@ -21,8 +21,8 @@ WIDTHS = (16, 7, 7, 8, 8)
 
 
 def of_program(name, outcome, output):
-    """Returns the results of the tests of a program that ran as a whole, from its output, which names only tests that
-    failed or were skipped."""
+    """Returns the results of a program's tests if the program ran as one ctest test. They are read from its output,
+    which names only tests that failed or were skipped."""
     ran = re.search(r"^\[=+\] (\d+) tests? from .* ran", output, re.MULTILINE)
     failed = re.findall(r"^\[  FAILED  \] (\S+) \(", output, re.MULTILINE)
     skipped = re.findall(r"^\S*?([^/\s]+:\d+): Skipped\n(.*)$", output, re.MULTILINE)
@@ -34,8 +34,8 @@ def of_program(name, outcome, output):
 
 
 def outcomes(folder, name):
-    """Returns (test, outcome, reason) for each test, and the number of processes under memcheck. A file of system tests
-    and a program that ran as a whole count as their tests, not as one.
+    """Returns (test, outcome, reason) for each test, and the number of processes under memcheck. A file of system
+    tests, or a program that ran as one ctest test, is replaced by its individual tests.
     """
     records = [json.loads(line) for line in (folder / f"{name}.tally").read_text().splitlines()]
     found = [(test["test"], test["outcome"], test["reason"]) for test in records if "test" in test]
@@ -48,7 +48,7 @@ def outcomes(folder, name):
         elif not test.startswith(("system.", "servers.")):
             found.append((test, outcome, ""))
         elif outcome == "failed" and test.removeprefix("system.") not in told:
-            found.append((test, outcome, ""))  # it ended before it wrote its results
+            found.append((test, outcome, ""))  # the file ended before it wrote its results
     return found, sum(record.get("memcheck", 0) for record in records)
 
 

@@ -1,7 +1,7 @@
-//  The main function of every unit test program: the tests run in the locale given by the environment.
+//  The main function of every unit test program. The tests run in the locale that the environment names.
 //
-//  ADDRPUBD_DECIMAL_MARK, if set, is the decimal mark of that locale. If it differs, the program fails, so that no test
-//  passes in another locale than intended.
+//  ADDRPUBD_DECIMAL_MARK, if set, is the decimal mark of that locale. If the active locale has a different mark, the
+//  program fails. So no test passes in a locale that is not the intended one.
 #include <gtest/gtest.h>
 
 #include <clocale>

@@ -1,4 +1,4 @@
-//  A second implementation of the url parser: it searches for delimiters from the outside in, not character by
+//  A second implementation of the url parser. It searches for delimiters from the outside inwards, not character by
 //  character.
 #ifndef TESTS_SUPPORT_URL_MODEL_H
 #define TESTS_SUPPORT_URL_MODEL_H
@@ -39,7 +39,7 @@ private:
         return static_cast<std::uint16_t>(static_cast<std::uint64_t>(modelDecimal(text.c_str())) & 0xffff);
     }
 
-    //  There is a scheme if the text's first colon starts "://" and is followed by more text.
+    //  A text has a scheme if its first colon starts "://" and further text follows.
     std::string without_scheme(const std::string& text) {
         const std::size_t colon = text.find(':');
         if (!has(colon) || colon == 0 || text.compare(colon, 3, "://") != 0 || text.size() == colon + 3)

@@ -1,4 +1,4 @@
-"""A scenario: a host, its network and both servers, and a model to which the same events are applied.
+"""A scenario: a host, its network and both servers, and a model. The same events are applied to both.
 
     scenario = Scenario(addresses=["2001:db8::1"])    # conditions; ini keys may follow
     scenario.start()
@@ -7,7 +7,7 @@
     assert scenario.puts() == [(0.1, b"2001:db8::1")]
     scenario.end()                                 # compares all calls and output with the model
 
-Each method acts on the service and on the model. Between calls the service's clock does not advance.
+Each method acts on both the service and the model. Between calls the service's clock does not advance.
 """
 
 import datetime
@@ -45,11 +45,11 @@ class Scenario:
     #  The service
 
     def start(self):
-        """Starts the service in the foreground. Service and model are at their first sleep, with no server
+        """Starts the service in the foreground. Afterwards service and model are at their first sleep, and no server is
         connected."""
         assert self.process is None, "ended, or started twice"
         earlier, self.model = self.model, CycleModel(self.settings, self.wall_start_ns)
-        if earlier is not None:  # the servers and their records are kept
+        if earlier is not None:  # the servers and their records are kept from the earlier run
             self.model.calls = self.journal.calls()
             self.model.answers = earlier.answers
             self.model.query_class, self.model.import_class = earlier.query_class, earlier.import_class
@@ -60,7 +60,7 @@ class Scenario:
         self.look()
 
     def end(self, signal_number=15):
-        """Ends the service and compares all calls and all output with those of the model."""
+        """Ends the service. Compares all its calls and all its output with those of the model."""
         self.process.kill(signal_number)
         output = self.process.all_output()
         assert self.process.wait() == 0
@@ -71,20 +71,21 @@ class Scenario:
         assert output == self.model.output
 
     def finish(self):
-        """Ends the service if it still runs; fails if it has ended by itself."""
+        """Ends the service if it still runs. Fails if it has ended by itself."""
         if self.process is not None:
             assert self.process.running(), "the service ended by itself"
             self.end()
 
     def compare_calls(self):
-        """Compares all calls so far with the model's, one by one, so that a failure message is short."""
+        """Compares all calls so far with the model's. They are compared one by one, so that a failure message is
+        short."""
         calls = self.journal.calls()
         for place, (call, expected) in enumerate(zip(calls, self.model.calls, strict=False)):
             assert call == expected, f"call {place}"
         assert len(calls) == len(self.model.calls)
 
     def run(self, seconds):
-        """Lets this much time pass."""
+        """Runs the service and the model for this many seconds."""
         self.control.advance(seconds)
         self.model.run(seconds)
         self.process.output_so_far()  # empties the pipe
@@ -104,7 +105,7 @@ class Scenario:
         self.look()
 
     def step(self, seconds):
-        """Changes the wall clock by this much, also by a negative amount."""
+        """Changes the wall clock by this many seconds, which may be negative."""
         self.control.step(seconds)
         self.model.wall_step += round(seconds * SECOND)
 
@@ -113,7 +114,7 @@ class Scenario:
         self.step(seconds - self.wall_ns() / SECOND)
 
     def allow_listing(self, allowed):
-        """Sets whether the service can list its addresses: it needs a descriptor for that."""
+        """Sets whether the service can list its addresses. It needs a free descriptor for that."""
         limit = "1024" if allowed else "0"
         self.sandbox.run("prlimit", "--pid", str(self.process.pid), f"--nofile={limit}:")
         self.look(allowed)
@@ -162,7 +163,7 @@ class Scenario:
         return round((wall_ns - self.wall_start_ns) / SECOND, 3)
 
     def seen(self, *functions):
-        """Returns all calls of these functions, with seconds since the start by the wall clock."""
+        """Returns all calls of these functions, with their times in seconds since the start, by the wall clock."""
         calls = [call for call in self.journal.calls() if call.function in functions]
         return [(self.elapsed(call.wall_ns), call) for call in calls]
 
@@ -188,7 +189,7 @@ class Scenario:
     def figures(self):
         """Returns the figures that must not grow: the process's own memory in kB, its descriptors and its threads.
 
-        Under memcheck the memory is memcheck's; it detects leaks itself.
+        Under memcheck the memory is that of memcheck, so it is left out; memcheck itself detects leaks.
         """
         process = self.sandbox.path(f"/proc/{self.process.pid}")
         fields = dict(line.split(":", 1) for line in (process / "status").read_text().splitlines())

@@ -1,6 +1,7 @@
-"""The situations in which a call fails. Each is run from its start until all its processes have ended.
+"""The situations in which a call is made to fail. Each situation is run from its start until all its processes have
+ended.
 
-A run is recorded as lines, its transcript:
+A run is recorded as a transcript of lines:
 
     text            a line of standard output; time stamps of the current time are omitted at the start of a line and
                     replaced by NOW inside it
@@ -8,8 +9,8 @@ A run is recorded as lines, its transcript:
     > call HANDLE   a call that the client library received
     = fact          exit statuses, the descriptors of the service in its last cycle, remaining files and queues
 
-Pids are written as PID, the host's address as ADDRESS. Situations of commands and of the service share one host; each
-run finds it in the initial state.
+Pids are written as PID, the host's address as ADDRESS. All situations of commands and of the service share one host.
+Each run starts with that host in its initial state.
 """
 
 import collections
@@ -30,8 +31,8 @@ CYCLES = 3
 TODAY = "2025/4/11 "
 EMPTY = "(an empty line)"
 STAMP = re.compile(r"\[(?P<stamp>\d+/\d+/\d+ [\d:.]+)\] (?P<record>\[.*)")
-INNER_STAMP = re.compile(rf"\[{TODAY}[\d:.]+\]")  # of a record that follows another without a line feed
-ADDRESS = "2001:db8:1:2:3:4:5:6"  # too long for a std::string without allocated memory
+INNER_STAMP = re.compile(rf"\[{TODAY}[\d:.]+\]")  # of a record that does not start a line
+ADDRESS = "2001:db8:1:2:3:4:5:6"  # so long that a std::string must allocate memory for it
 REQUEST = re.compile(
     re.escape('{"request":"ws_dnsupdate","seqno":NUMBER,"item":{"name":"host1",').replace("NUMBER", r"(\d+)")
     + re.escape(f'"ipv6s":["{ADDRESS}"],"ipv6":"{ADDRESS}","httpsports":[443,8443]}}}}')
@@ -46,17 +47,17 @@ def epoch():
 
 
 def brief(text):
-    """Returns one line of text, with the address and each correct request abbreviated."""
+    """Returns one line of text. The address and each correct request are abbreviated."""
     text = REQUEST.sub(r"request \1", text).replace(ADDRESS, "ADDRESS")
     return text.rstrip(" ").replace("\t", "\\t").replace("\n", "\\n").replace("\r", "\\r")
 
 
 def outcome(undisturbed, disturbed):
-    """Compares a transcript with the undisturbed one, in one line.
+    """Compares a transcript with the undisturbed transcript. Returns the result in one line.
 
     same                   the same lines, in any order
-    -line | +2x line       the missing lines and the additional ones
-    all: line | line       if that is shorter, all lines that are not empty; calls of the client library are last, in
+    -line | +2x line       the missing lines and the additional lines
+    all: line | line       all lines that are not empty, if that is shorter; calls of the client library are last: in
                            full, as differences, or as "usual calls"
     """
     changes = _changes(undisturbed, disturbed)
@@ -77,7 +78,7 @@ def _changes(undisturbed, disturbed):
 
 
 class Bench:
-    """One host on which all runs take place."""
+    """The host on which all runs take place."""
 
     def __init__(self):
         self.host = Host()
@@ -114,7 +115,7 @@ class Bench:
     def _clear(self):
         for pid in self.living():
             self.host.sandbox.request({"op": "kill", "pid": pid, "signal": int(signal.SIGKILL)})
-        wait_until(lambda: not self.living(), "the end of all")
+        wait_until(lambda: not self.living(), "the end of all processes")
         kept = [process for process in self.host.sandbox._processes if process is self._receiver]
         for process in self.host.sandbox._processes:
             if process not in kept:
@@ -124,7 +125,7 @@ class Bench:
             self.host.sandbox.run("ipcrm", "--all=msg")
 
     def processes(self):
-        """Returns the executable's pids and their states. An ended process is listed until its status was read."""
+        """Returns the executable's pids and their states. An ended process is listed until its exit status was read."""
         found = {}
         for entry in self.host.sandbox.path("/proc").iterdir():
             if entry.name.isdigit() and entry.name != "1":
@@ -149,7 +150,7 @@ class Bench:
         self._received = len(self._receiver.output_so_far())
 
     def datagrams(self):
-        """Returns the texts received since the last call, without header lines."""
+        """Returns the texts of the datagrams received since the last call, without header lines."""
         self.host.sandbox.run("/usr/bin/python3", "-I", "-S", HERE / "udp_sender.py", "127.0.0.1", "5140")
         end = b"end".hex().encode() + b"\n"
         wait_until(lambda: self._receiver.output_so_far()[self._received :].endswith(end), "the last datagram")
@@ -175,13 +176,14 @@ class Run:
         return process
 
     def rests(self, process):
-        """Waits until the process is at its time limit. Returns its clock control, or None if it has ended."""
+        """Waits until the process has reached its time limit. Returns its clock control, or None if the process has
+        ended."""
         give_up = time.monotonic() + PATIENCE
         while process.running():
             slot = self.host.clock._slot_of(process.pid)
             if slot is not None and slot.parked_limit == slot.limit:
                 return self.host.clock.of(process)
-            assert time.monotonic() < give_up, f"neither ends nor rests: {self._threads(process)}"
+            assert time.monotonic() < give_up, f"neither ends nor reaches its time limit: {self._threads(process)}"
             time.sleep(0.0005)
         return None
 
@@ -193,13 +195,15 @@ class Run:
             time.sleep(0.0005)
 
     def _threads(self, process):
-        """Describes each thread of a process that hangs: its state, the kernel's wait channel and the system call."""
+        """Describes each thread of a process that hangs: its state, the kernel function in which it waits, and its
+        system call."""
         tasks = self.host.sandbox.path(f"/proc/{process.pid}/task").iterdir()
         looks = ((task / what for what in ("stat", "wchan", "syscall")) for task in tasks)
         return "; ".join(" | ".join(file.read_text().strip() for file in files) for files in looks)
 
     def live(self, process):
-        """Lets a started service run its cycles, each after both servers have connected. Ends it as -stop does."""
+        """Lets a started service run its cycles. Before each cycle both servers connect. Ends the service as -stop
+        does."""
         for cycle in range(CYCLES):
             control = self.rests(process)
             if control is None:
@@ -221,7 +225,7 @@ class Run:
             self.lines.append("= its pid is in the file")
 
     def child_of(self, parent):
-        """Returns the child, or None if the parent ends without a child."""
+        """Returns the child of parent, or None if the parent ends without a child."""
 
         def found():
             children = set(self.bench.processes()) - {parent.pid}
@@ -276,7 +280,7 @@ def service(run):
 
 
 def service_unknown_tag(run):
-    """The same with a server without the tag."""
+    """-run, with its cycles and a server that does not have the tag."""
     run.host.library.before_start("result rdb_tagget * 5")
     service(run)
 
@@ -287,7 +291,8 @@ def service_udp(run):
 
 
 def restless(run):
-    """-run with sleeps that fail: its clock never stops, so it is ended after its first cycle."""
+    """-run with sleeps that fail. The clock of the service never stops, so the service is ended after its first
+    cycle."""
     run.host.library.before_start(f"during rdb_connectex * {CONNECTED}")
     process = run.begin("-run")
     wait_until(run.host.library.requests, "the first cycle")
@@ -297,7 +302,7 @@ def restless(run):
 
 
 def parent_and_child(run):
-    """Starts in the background and waits until the parent ends. Returns it and the child, or None without a child."""
+    """Starts in the background and waits until the parent ends. Returns the parent, and the child or None."""
     parent = run.begin("-start")
     run.rests(parent)
     child = run.child_of(parent)
@@ -312,7 +317,7 @@ def parent_and_child(run):
 
 
 def background(run):
-    """-start: parent and child, and the child's cycles after the parent has ended."""
+    """-start: the parent, the child, and the child's cycles after the parent has ended."""
     parent, child = parent_and_child(run)
     if child is not None:
         run.live(child)
@@ -324,7 +329,8 @@ def background(run):
 
 
 def background_hurried(run):
-    """The same with a parent that cannot sleep. A race decides what it prints and which process removes the queue."""
+    """-start with a parent whose sleeps fail. A race determines what the parent prints and which process removes the
+    queue."""
     parent, child = parent_and_child(run)
     run.live(child)
     run.note_status("the parent", parent)
@@ -333,7 +339,7 @@ def background_hurried(run):
 
 
 def background_restless(run):
-    """-start with a child whose clock never stops: it is ended after its first cycle."""
+    """-start with a child whose sleeps fail. Its clock never stops, so it is ended after its first cycle."""
     run.host.library.before_start(f"during rdb_connectex * {CONNECTED}")
     parent = run.begin("-start")
     control = run.rests(parent)
@@ -356,8 +362,8 @@ def one_command(*words):
 
 
 def beside_a_holder(word, kind="process", sigterm="default"):
-    """A command while another process holds the lock. If that holder is to end, the command sleeps until it has
-    ended."""
+    """Runs a command while another process holds the lock. If that holder ends during the command, the command sleeps
+    until then."""
 
     def steps(run):
         holder = run.host.hold_lock(kind, sigterm)

@@ -1,21 +1,22 @@
-"""The table of the n-th failures: a call of the executable fails; the table describes how the run ends.
+"""The table of the n-th failures: in each run one call of the executable fails, and the table describes how the run
+ends.
 
-It is in tests/data/nth_failure_*.tsv, one file per subject. Fields are separated by tabs. If one of the first six has
-several values, the line describes one run for each combination:
+The table is in tests/data/nth_failure_*.tsv, one file per subject. Fields are separated by tabs. If one of the first
+six fields has several values, the line describes one run for each combination:
 
     situation   the command and its conditions (nth_failure.py), several separated by " | "
-    process     first: the process that was started; child: the one that -start forks
-    call
-    nth         the call that fails, counted among the calls of the executable in that process: all of them, or, of
-                more than six, at least the first three, one in the middle and the last
+    process     first: the process that was started; child: the process that -start forks
+    call        the function whose call fails
+    nth         which call fails, counted among the calls of the executable in that process. If there are more than
+                six calls, rows exist for at least the first three, one in the middle and the last
     how         once: only that call; always: that call and all later ones
-    error       errno, or the result where that is the error; 0: a short result, such as nothing written
-    outcome     the difference from the undisturbed run, in any order of lines:
+    error       errno, or the result if the function returns its error; 0: a short result, such as nothing written
+    outcome     the difference from the undisturbed run; the order of lines is ignored:
                     same             no difference
                     -line | +line    missing and additional lines, "2x" for twice
                     all: line | line all lines that are not empty, if that is shorter
-                A line is one of standard output, of a log datagram ("udp:"), a call of the client library (">"),
-                or a fact ("="). ERROR is the number in the sixth field. The undisturbed service has three cycles,
+                A line is a line of standard output, of a log datagram ("udp:"), a call of the client library (">"),
+                or a fact ("="). ERROR is the number in the sixth field. The undisturbed service runs three cycles,
                 each after both servers have connected. At the end of each run all processes have ended, the lock is
                 free and no queue exists, unless a fact states otherwise.
 """

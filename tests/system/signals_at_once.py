@@ -1,4 +1,5 @@
-"""Sends several signals at once: stops the process, sends the signals to its threads, and continues it.
+"""Sends several signals at the same time: stops the process, sends the signals to its threads, and continues the
+process.
 
 signals_at_once.py PID SIGNAL:THREAD...     THREAD is the index of a thread of the process, 0 for the main thread
 """

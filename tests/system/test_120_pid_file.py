@@ -9,7 +9,7 @@ from host import ACCESS_ERROR, PIDFILE
 NOBODY = 65534
 
 
-def test_121_the_file_holds_the_pid_and_a_line_feed(host):
+def test_121_the_file_contains_the_pid_and_a_line_feed(host):
     process, _ = host.run()
     assert host.pidfile() == f"{process.pid}\n".encode()
 
@@ -21,7 +21,7 @@ def test_122_the_files_mode_is_0644_subject_to_the_umask(host, mask):
     assert mode == 0o644 & ~mask
 
 
-def test_123_the_mode_follows_the_umask_that_is_inherited(host, umask):
+def test_123_the_mode_depends_on_the_inherited_umask(host, umask):
     host.run()
     assert stat.S_IMODE(os.stat(host.sandbox.path(PIDFILE)).st_mode) == 0o644 & ~umask
 
@@ -31,7 +31,7 @@ def test_124_the_running_service_holds_a_lock_on_the_whole_file(host):
     assert host.lock_holder() == process.pid
 
 
-def test_125_the_lock_is_gone_after_the_end_and_the_pid_stays(host):
+def test_125_after_the_end_the_lock_is_free_and_the_pid_remains(host):
     process, _ = host.run()
     host.stop(process)
     assert (host.lock_holder(), host.pidfile()) == (0, f"{process.pid}\n".encode())
@@ -131,8 +131,8 @@ def test_138_after_an_access_error_the_client_library_is_not_called(host):
     assert host.library.calls() == []
 
 
-def test_139_the_claim_does_not_wait_for_readers_of_the_file(host):
-    """Only a lock marks an instance; a process that has the file open is none."""
+def test_139_a_start_does_not_wait_for_readers_of_the_file(host):
+    """Only a lock identifies an instance. A process that only has the file open is not an instance."""
     host.sandbox.path(PIDFILE).write_bytes(b"1\n")
     with open(host.sandbox.path(PIDFILE), "rb"):
         process, _ = host.run()

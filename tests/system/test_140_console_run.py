@@ -1,4 +1,4 @@
-"""The foreground run from start to exit: output on a pipe and on a terminal, signals, exit."""
+"""The foreground run from start to exit: its output on a pipe and on a terminal, its signals, and its exit."""
 
 import signal
 
@@ -51,7 +51,7 @@ def test_145_a_terminal_shows_each_line_at_once(host):
     assert process.wait_for_output(b"Start success!\r\n\r\n").count(b"\n") == 8
 
 
-def test_146_the_exit_closes_both_connections_the_rdb_servers_first(host):
+def test_146_the_exit_closes_the_rdb_connection_then_the_dns_connection(host):
     process, _ = host.run()
     host.stop(process)
     assert host.library.names()[-4:] == [
@@ -116,7 +116,7 @@ def test_152_the_run_keeps_working_directory_umask_session_and_descriptors(host)
     links = host.sandbox.run("readlink", f"/proc/{process.pid}/cwd", f"/proc/{process.pid}/fd/1").split()
     assert links[0] == DIRECTORY.encode() and links[1].startswith(b"pipe:")
     stat = host.sandbox.path(f"/proc/{process.pid}/stat").read_text().rsplit(") ", 1)[1].split()
-    assert int(stat[3]) != process.pid  # still in the session of its parent
+    assert int(stat[3]) != process.pid  # it is still in the session of its parent
 
 
 def test_153_each_pass_of_the_loop_sleeps_100_milliseconds(host):

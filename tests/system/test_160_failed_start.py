@@ -1,4 +1,5 @@
-"""Starts that fail: the reason, "Start failed!", status 0 and a free pid file."""
+"""Starts that fail. Each prints the reason and "Start failed!", exits with status 0 and leaves the pid file
+unlocked."""
 
 import pytest
 from host import DIRECTORY, INI, PIDFILE
@@ -7,7 +8,7 @@ STARTED = [("rdb_create", 0), ("rdb_setmessagenotify", 0), ("rdb_connectex", 0)]
 
 
 def failed(host):
-    """Runs a start that fails. Returns the lines between the start record and "Start failed!"."""
+    """Runs a start that fails. Returns the lines of its output between the start record and "Start failed!"."""
     output = host.command("-run")
     start = b"\n" + host.line("inf", b"\n\tstart addrpubd...")
     assert output.startswith(start) and output.endswith(b"Start failed!\n")
@@ -52,7 +53,7 @@ def test_166_an_empty_ini_file_fails_without_a_log(host):
     assert host.command("-run") == b"\nStart failed!\n"
 
 
-def test_167_a_failed_start_keeps_the_pid_in_the_file_and_no_lock(host):
+def test_167_a_failed_start_leaves_the_pid_in_the_file_but_no_lock(host):
     host.settings(hostname=None)
     process = host.start("-run")
     process.all_output()
@@ -68,7 +69,7 @@ def test_168_a_host_name_is_checked_before_any_connection(host):
 
 @pytest.mark.parametrize("missing", ["rdburl", "rdbuser", "rdbpswd"])
 @pytest.mark.parametrize("how", [None, "", "# x"])
-def test_169_an_rdb_server_that_is_not_fully_configured_is_left_out(host, missing, how):
+def test_169_an_rdb_server_that_is_not_fully_configured_is_not_used(host, missing, how):
     host.settings(**{missing: how})
     process, _ = host.run()
     assert host.line("inf", b"rdburl: not config.") in host.stop(process)
@@ -77,7 +78,7 @@ def test_169_an_rdb_server_that_is_not_fully_configured_is_left_out(host, missin
 
 @pytest.mark.parametrize("missing", ["dnsurl", "dnsuser", "dnspswd"])
 @pytest.mark.parametrize("how", [None, "", "# x"])
-def test_170_a_dns_server_that_is_not_fully_configured_is_left_out(host, missing, how):
+def test_170_a_dns_server_that_is_not_fully_configured_is_not_used(host, missing, how):
     host.settings(**{missing: how})
     process, _ = host.run()
     assert host.line("inf", b"dnsurl: not config.") in host.stop(process)

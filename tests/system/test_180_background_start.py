@@ -1,6 +1,6 @@
-"""-start: the output and its times, the child, and the control queue.
+"""-start: its output, the times of the output, the child process, and the control queue.
 
-The parent's clock stops at its first poll, so each test decides how far the child has come before the parent polls.
+The parent's clock stops at its first poll. So each test determines how far the child is when the parent polls.
 """
 
 import signal
@@ -16,8 +16,8 @@ FAILURE = b"\nstart...\rStart failed!\nfinished\n"
 
 
 def launch(host):
-    """Starts the service. Returns the parent at its first poll, and the child at its first sleep, with their clock
-    controls."""
+    """Starts the service. Returns the parent at its first poll and the child at its first sleep, each with its clock
+    control."""
     parent = host.start("-start")
     control = host.clock.of(parent)
     control.wait_parked()
@@ -29,7 +29,7 @@ def launch(host):
 
 
 def finish(process, control, seconds=31):
-    """Lets a process run to its end. Returns its output; its status must be 0."""
+    """Lets a process run to its end. Its exit status must be 0. Returns its output."""
     control.let_run(seconds)
     output = process.all_output()
     assert process.wait() == 0
@@ -37,7 +37,7 @@ def finish(process, control, seconds=31):
 
 
 def queues(host):
-    """Returns the System V queues of the sandbox: all lines except the heading."""
+    """Returns the System V queues of the sandbox: the lines of ipcs without the heading."""
     return host.sandbox.run("cat", "/proc/sysvipc/msg").splitlines()[1:]
 
 
@@ -49,7 +49,8 @@ def silent(host):
 
 
 def failed_child(host):
-    """Starts a service that fails, and waits for its child's end. Returns the parent, its control, the child's pid."""
+    """Starts a service whose start fails, and waits for the end of its child. Returns the parent, the parent's clock
+    control and the child's pid."""
     parent = host.start("-start")
     control = host.clock.of(parent)
     control.wait_parked()
@@ -85,7 +86,7 @@ def test_1803_the_child_has_a_new_session_the_root_directory_and_umask_0(silent)
     assert links == b"/\n/dev/null\n/dev/null\n/dev/null\n"
 
 
-def test_1804_the_pid_file_contains_the_child_which_holds_the_lock(silent):
+def test_1804_the_pid_file_contains_the_childs_pid_and_the_child_holds_the_lock(silent):
     parent, control, child, _ = launch(silent)
     finish(parent, control)
     assert (silent.pidfile(), silent.lock_holder()) == (f"{child.pid}\n".encode(), child.pid)
@@ -134,7 +135,7 @@ def test_1808_a_failed_start_shows_start_failed_and_ends_the_child_with_4(silent
     assert silent.lock_holder() == 0
 
 
-def test_1809_a_missing_ini_file_is_reported_before_the_texts(silent):
+def test_1809_a_missing_ini_file_is_reported_before_start_failed(silent):
     silent.ini(None)
     parent, control, pid = failed_child(silent)
     assert finish(parent, control) == f"\nLoad {INI} failed.\n".encode() + FAILURE
@@ -157,7 +158,7 @@ def test_1811_the_parent_removes_the_queue(silent):
     assert queues(silent) == []
 
 
-def test_1812_the_queue_has_key_23213_mode_666_and_the_three_texts_with_their_zeros(silent):
+def test_1812_the_queue_has_key_23213_and_mode_666_and_contains_three_terminated_texts(silent):
     launch(silent)
     (row,) = queues(silent)
     key, _, mode, size, count = row.split()[:5]
@@ -251,7 +252,8 @@ def test_1822_a_terminal_shows_the_same_bytes(silent):
 
 
 def service_of(host, parent):
-    """Lets the parent run to its end, after which no queue may exist. Returns the service that it has started."""
+    """Lets the parent run to its end. Afterwards no queue may exist. Returns the service that the parent has
+    started."""
     pid = wait_until(lambda: next((pid for pid in host.clock.pids() if pid != parent.pid), None), "the child")
     child = host.sandbox.adopt(pid)
     host.clock.of(child).wait_parked()

@@ -1,4 +1,5 @@
-"""-stop and -status: how they find an instance, by the lock or by the file's text, and how -stop ends it."""
+"""-stop and -status: how they find an instance, by the lock or by the text of the file, and how -stop ends the
+instance."""
 
 import os
 import stat
@@ -43,7 +44,7 @@ def test_1905_a_user_without_write_permission_has_no_access(host, word):
     assert host.command(word, uid=65534) == NO_ACCESS
 
 
-def test_1906_status_finds_a_running_service_without_disturbing_it(host):
+def test_1906_status_reports_a_running_service_and_does_not_affect_it(host):
     service, _ = host.run()
     assert host.command("-status") == RUNNING
     assert service.running() and host.lock_holder() == service.pid
@@ -53,7 +54,7 @@ def stop(host, service):
     """Runs -stop for a service that ends on SIGTERM. Returns the output of -stop."""
     command = host.start("-stop")
     service.wait()
-    host.clock.of(command).let_run(1)  # needed if it checked before the end
+    host.clock.of(command).let_run(1)  # needed if it checked the lock before the service had ended
     output = command.all_output()
     assert command.wait() == 0
     return output
@@ -91,13 +92,13 @@ def test_1910_stop_succeeds_when_the_lock_is_free_even_if_the_process_runs(host)
     holder = host.hold_lock(sigterm="release")
     command = host.start("-stop")
     holder.wait_for_output(b"released\n")
-    host.clock.of(command).let_run(1)  # needed if it checked before that
+    host.clock.of(command).let_run(1)  # needed if it checked the lock before it was free
     assert command.all_output().endswith(b"addrpubd stoped gracefully!\n\n")
     assert command.wait() == 0 and holder.running()
 
 
 def test_1911_stop_waits_for_any_holder_of_the_lock(host):
-    """Another process takes the lock during the wait. At the limit, the first holder's pid is killed."""
+    """Another process takes the lock during the wait. At the time limit, the pid of the first holder is killed."""
     first = host.hold_lock(sigterm="ignore")
     command = host.start("-stop")
     control = host.clock.of(command)
@@ -190,7 +191,7 @@ def test_1918_a_terminal_shows_a_running_service_and_its_end_with_the_same_bytes
     assert host.command("-status", tty=True) == RUNNING.replace(b"\n", b"\r\n")
     command = host.start("-stop", tty=True)
     service.wait()
-    host.clock.of(command).let_run(1)  # needed if it checked before the end
+    host.clock.of(command).let_run(1)  # needed if it checked the lock before the service had ended
     expected = b"\nstop addrpubd... pid = %d\n\naddrpubd stoped gracefully!\n\n" % service.pid
     assert command.all_output() == expected.replace(b"\n", b"\r\n")
     assert command.wait() == 0

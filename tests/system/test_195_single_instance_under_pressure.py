@@ -1,7 +1,8 @@
-"""At most one instance, with concurrent starts and kills; and the end on SIGTERM at any moment.
+"""At most one instance runs, even with concurrent starts and kills; and SIGTERM ends the service at any moment.
 
-All decisions come from a fixed seed; the progress of a program when it is killed depends on the machine.
-ADDRPUBD_ROUNDS scales both tests: it is the number of SIGTERM rounds; simultaneous starts have a fifth of it.
+All random decisions come from a fixed seed. How far a program is when it is killed depends on the machine.
+ADDRPUBD_ROUNDS scales both tests: it is the number of SIGTERM rounds; there are a fifth as many rounds of simultaneous
+starts.
 """
 
 import os
@@ -26,7 +27,7 @@ START_PARTS = (b"\nstart...\r", b"Start success!\n\n", b"finished\n")
 
 
 def fresh_clock(host, initial_limit=0):
-    """Returns a clock with all slots free. No program that uses the old one may still run."""
+    """Returns a clock whose slots are all free. Programs that use the old clock must have ended."""
     host.clock = Clock(host.sandbox, BUILD / "tests/libclockshim.so", initial_limit=initial_limit)
 
 
@@ -38,8 +39,8 @@ def new_host(**settings):
 
 
 def living(host):
-    """Returns the pids that run the executable or are about to: a process that was just spawned still has the
-    name of the agent, which is process 1.
+    """Returns the pids that run the executable or will run it. A process that was just spawned still has the name of
+    the agent, which is process 1.
     """
     found = set()
     for entry in host.sandbox.path("/proc").iterdir():
@@ -54,44 +55,43 @@ def living(host):
 
 
 def services(host, parents):
-    """Returns the running programs that have reached their publish loop."""
+    """Returns the programs that are in their publish loop."""
     slots = [slot for slot in host.clock._control.slots if slot.pid and slot.pid not in parents]
     return {slot.pid for slot in slots if slot.sleeps} & living(host)
 
 
 def check(host, parents):
-    """Checks once: at most one holder of the lock and at most one service."""
+    """Checks that there is at most one holder of the lock and at most one service."""
     assert len(host.lock_holders()) <= 1
     assert len(services(host, parents)) <= 1
 
 
 def settle(host, parents):
-    """Waits until a service is in its loop or no process is left that could become a service."""
+    """Waits until a service is in its loop, or until no process is left that could become a service."""
 
     def settled():
         check(host, parents)
         return services(host, parents) or not (living(host) - parents)
 
-    wait_until(settled, "a service or the end of all")
+    wait_until(settled, "a service or the end of all processes")
 
 
 def kill(host, pids):
-    """Kills the processes and waits until they and all their threads, which could still hold the lock, have ended."""
+    """Kills the processes. Waits until all of their threads have ended, because a thread could still hold the lock."""
     for pid in pids:
         host.sandbox.request({"op": "kill", "pid": pid, "signal": int(signal.SIGKILL)})
-    wait_until(lambda: not living(host) & set(pids) and not set(host.lock_holders()) & set(pids), "the end of the killed")
+    wait_until(lambda: not living(host) & set(pids) and not set(host.lock_holders()) & set(pids), "the end")
 
 
 def kill_all(host):
-    """Kills until no process is left. A process waiting for the lock may get it meanwhile; it is then the only
-    holder."""
+    """Kills until no process is left. If a waiting process gets the lock meanwhile, it must be the only holder."""
     while pids := living(host):
         kill(host, pids)
     assert host.lock_holders() == []
 
 
 def storm(host, chance):
-    """Starts several processes at once and kills some of them. Returns the pids of the parents of -start."""
+    """Starts several processes at the same time and kills some of them. Returns the pids of the parents of -start."""
     contenders = [(host.start(word), word) for word in chance.choices(["-start", "-run"], k=chance.randint(2, 5))]
     parents = {process.pid for process, word in contenders if word == "-start"}
     for _ in range(chance.randint(1, 4)):
@@ -103,7 +103,7 @@ def storm(host, chance):
 
 
 def next_start_works(host):
-    """Checks that the next start has a child that runs, with any texts of an earlier start in the queue."""
+    """Checks that the child of the next start runs. Texts of an earlier start may be in the queue."""
     parent = host.start("-start")
     control = host.clock.of(parent)
     control.wait_parked()
@@ -180,7 +180,7 @@ def test_1952_sigterm_at_any_moment_ends_the_service_with_status_0(chance, capsy
         slow += not ended
         if not ended and not end_of(process, PATIENCE):
             stuck += 1
-            process.kill(signal.SIGKILL)  # as -stop does at its time limit
+            process.kill(signal.SIGKILL)  # as -stop does after its time limit
             assert process.wait() == -signal.SIGKILL
         else:
             longest = max(longest, time.monotonic() - sent)

@@ -56,7 +56,7 @@ def test_202_an_address_of_this_kind_is_not_published(host, address):
     assert published(host) == "null"
 
 
-def test_203_loopback_and_link_local_alone_yield_null(host):
+def test_203_only_loopback_and_link_local_addresses_yield_null(host):
     host.sandbox.add_address("fe80::5/64")
     assert set(host.interface_list()) == {"::1", "fe80::5"}
     assert published(host) == "null"
@@ -127,7 +127,7 @@ def test_212_a_tentative_address_is_published(host):
     assert published(host) == "2001:db8::1"
 
 
-def test_213_of_a_point_to_point_address_the_local_end_is_published(host):
+def test_213_the_local_end_of_a_point_to_point_address_is_published(host):
     host.sandbox.run("ip", "link", "add", "v0", "type", "veth", "peer", "name", "v1")
     host.sandbox.add_address("2001:db8::1", "v0", "peer", "2001:db8::2")
     assert published(host) == "2001:db8::1"

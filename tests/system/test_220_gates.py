@@ -1,6 +1,6 @@
-"""The times of the cycles and of repeated puts and requests, to the second.
+"""The times at which cycles run and at which puts and requests are repeated, to the second.
 
-The service wakes every 100 ms. Its clock starts at a fraction of a second for which passes are at whole seconds.
+The service wakes every 100 ms. Its clock starts at a fraction of a second such that some passes are at whole seconds.
 The first cycle runs 0.1 s after the start.
 """
 
@@ -12,7 +12,7 @@ FIRST = 0.1
 
 @pytest.fixture
 def cycled(host):
-    """A host with one address and both servers connected, after the first cycle: (host, clock control)."""
+    """Returns (host, clock control) after the first cycle of a service with one address and both servers connected."""
     host.sandbox.add_address("2001:db8::1/64")
     _, control = host.run(RDB, DNS)
     control.advance(FIRST)
@@ -58,7 +58,7 @@ def test_223_the_ten_seconds_count_from_each_cycle(cycled):
         assert counts(host) == (cycle, cycle)
 
 
-def test_224_an_unchanged_list_is_published_again_at_600_seconds_not_before(cycled):
+def test_224_an_unchanged_list_is_published_again_after_600_seconds_not_earlier(cycled):
     host, control = cycled
     control.advance(599.9 - FIRST)
     assert counts(host) == (1, 1)
@@ -82,7 +82,7 @@ def test_226_a_clock_stepped_by_600_seconds_repeats_both_at_once(cycled, seconds
     assert counts(host) == (2, 2)
 
 
-def test_227_a_cycle_at_599_seconds_leaves_the_refresh_to_the_next_one(cycled):
+def test_227_after_a_cycle_at_599_seconds_the_next_cycle_repeats_both(cycled):
     host, control = cycled
     control.step(599)
     control.advance(9.8)
@@ -137,7 +137,7 @@ def test_232_a_connect_event_of_the_dns_server_repeats_only_the_request(cycled):
     assert counts(host) == (1, 2)
 
 
-def test_233_each_repeated_connect_event_repeats_once(cycled):
+def test_233_each_repeated_connect_event_causes_one_repetition(cycled):
     host, control = cycled
     host.library.connect(RDB, RDB, DNS, DNS)
     control.advance(30)
@@ -207,8 +207,8 @@ def test_240_an_unchanged_list_makes_no_call_at_all(cycled):
     assert host.library.names() == calls
 
 
-def test_241_a_list_is_compared_with_the_last_one_only(cycled):
-    """A list that changes and changes back is sent both times."""
+def test_241_a_list_is_compared_only_with_the_last_list(cycled):
+    """A list that changes and then changes back is sent both times."""
     host, control = cycled
     host.sandbox.add_address("2001:db8::2/64")
     control.advance(10)

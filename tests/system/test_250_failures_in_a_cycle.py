@@ -1,4 +1,4 @@
-"""The effect of a failure on the rest of its cycle and on the next cycles."""
+"""The effect of a failure on the rest of its cycle and on later cycles."""
 
 import pytest
 from host import DNS, RDB
@@ -132,7 +132,7 @@ def test_261_an_unknown_tag_is_imported_once_and_then_put(addressed):
 
 
 @pytest.mark.parametrize("tag_class", [0, 1, 3, 255])
-def test_262_a_tag_of_another_class_than_2_is_imported_without_an_error(addressed, tag_class):
+def test_262_a_tag_whose_class_is_not_2_is_imported_without_an_error(addressed, tag_class):
     addressed.library.before_start(f"class rdb_tagget 0 {tag_class}")
     process, _ = cycle(addressed, RDB)
     assert functions(addressed) == ["rdb_tagget", "rdb_taginport", "rdb_objputsnapshot"]
@@ -140,13 +140,13 @@ def test_262_a_tag_of_another_class_than_2_is_imported_without_an_error(addresse
 
 
 @pytest.mark.parametrize("tag_class", [0, 1, 3, 255])
-def test_263_a_class_that_is_not_2_after_the_import_is_imported_a_second_time(addressed, tag_class):
+def test_263_a_tag_whose_class_is_not_2_after_the_import_is_imported_again(addressed, tag_class):
     addressed.library.before_start(f"class rdb_tagget 0 {tag_class}", f"class rdb_taginport * {tag_class}")
     cycle(addressed, RDB)
     assert functions(addressed) == ["rdb_tagget", "rdb_taginport", "rdb_taginport", "rdb_objputsnapshot"]
 
 
-def test_264_the_second_import_is_made_from_a_fresh_record(addressed):
+def test_264_the_second_import_uses_a_new_record(addressed):
     addressed.library.before_start("class rdb_tagget 0 1", "class rdb_taginport 0 1")
     cycle(addressed, RDB)
     first, second = addressed.library.calls("rdb_taginport")
@@ -174,7 +174,7 @@ def test_267_a_usable_tag_is_not_imported(addressed):
     assert functions(addressed) == ["rdb_tagget", "rdb_objputsnapshot"]
 
 
-def test_268_null_is_put_and_not_sent(host):
+def test_268_null_is_put_but_not_sent(host):
     process, _ = cycle(host, RDB, DNS)
     assert (host.library.puts(), host.library.requests()) == ([b"null"], [])
     assert host.log(process)[-1] == b"[inf] rdb_objputsnapshot host1 success,ipv6= null"
@@ -189,7 +189,7 @@ def test_269_null_is_put_again_after_600_seconds_like_any_value(host):
     assert host.library.puts() == [b"null", b"null"]
 
 
-def test_270_an_address_that_comes_after_null_is_put_and_sent_at_the_next_cycle(host):
+def test_270_an_address_that_follows_null_is_put_and_sent_in_the_next_cycle(host):
     _, control = cycle(host, RDB, DNS)
     host.sandbox.add_address("2001:db8::1/64")
     control.advance(10)
@@ -198,7 +198,7 @@ def test_270_an_address_that_comes_after_null_is_put_and_sent_at_the_next_cycle(
 
 
 def test_271_the_same_list_after_null_is_put_at_once_and_sent_when_due(addressed):
-    """Null is never stored as sent, so the list afterwards equals the last one sent."""
+    """Null is never stored as sent, so the following list is compared with the last list that was sent."""
     _, control = cycle(addressed, RDB, DNS)
     addressed.sandbox.remove_address("2001:db8::1/64")
     control.advance(10)

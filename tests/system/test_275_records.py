@@ -1,4 +1,4 @@
-"""The calls of one cycle, and all bytes of the two records."""
+"""The calls of one cycle, and all bytes of the records."""
 
 import pytest
 from host import DNS, RDB
@@ -31,7 +31,7 @@ def test_275_the_query_record_contains_only_the_name(host, name):
 
 
 @pytest.mark.parametrize("name", NAMES.values(), ids=NAMES)
-def test_276_the_import_record_holds_name_class_type_and_flag(host, name):
+def test_276_the_import_record_contains_name_class_type_and_flag(host, name):
     host.settings(hostname=name)
     host.library.before_start("result rdb_tagget 0 1")
     first_cycle(host, RDB)
@@ -40,7 +40,7 @@ def test_276_the_import_record_holds_name_class_type_and_flag(host, name):
 
 
 @pytest.mark.parametrize("name", NAMES.values(), ids=NAMES)
-def test_277_the_snapshot_record_holds_name_type_length_and_value(host, name):
+def test_277_the_snapshot_record_contains_name_type_length_and_value(host, name):
     host.settings(hostname=name)
     host.sandbox.add_address("2001:db8::1/64")
     first_cycle(host, RDB)
@@ -55,13 +55,13 @@ def test_278_the_import_is_made_with_mode_16_and_an_integer_that_starts_at_0(hos
     assert (call.handle, call.mode, call.result_before) == (RDB, 16, 0)
 
 
-def test_279_one_record_is_put(host):
+def test_279_each_put_has_one_record(host):
     first_cycle(host, RDB)
     (call,) = host.library.calls("rdb_objputsnapshot")
     assert (call.handle, call.count, len(call.record)) == (RDB, 1, 1104)
 
 
-def test_280_the_import_record_contains_nothing_of_the_query(host):
+def test_280_the_import_record_contains_no_bytes_of_the_query_record(host):
     host.library.before_start("class rdb_tagget 0 255")
     first_cycle(host, RDB)
     (call,) = host.library.calls("rdb_taginport")
@@ -114,7 +114,7 @@ def test_284_a_longer_list_is_shortened_only_in_the_record(host, count):
 
 
 def test_285_a_change_after_999_characters_causes_a_put(host):
-    """Complete lists are compared. The last address of the list is removed."""
+    """The service compares complete lists. In this test the last address of the list is removed."""
     value = long_list(host, 30)
     _, control = first_cycle(host, RDB)
     host.sandbox.remove_address(value.rsplit(b",", 1)[1].decode() + "/128")

@@ -1,4 +1,4 @@
-"""The bytes of the ws_dnsupdate request, and the arguments of its call."""
+"""The bytes of the ws_dnsupdate request, and the arguments of the call that sends it."""
 
 import json
 
@@ -14,7 +14,7 @@ def first_request(host):
     return call, process
 
 
-def test_290_the_fifth_request_with_two_addresses_and_two_ports(host):
+def test_290_a_request_with_two_addresses_and_two_ports_has_the_expected_bytes(host):
     host.sandbox.add_address("2001:db8::2/64")
     host.sandbox.add_address("2001:db8::1/64")
     _, control = host.run(DNS)
@@ -103,7 +103,7 @@ def test_296_the_request_goes_to_the_dns_connection_with_its_own_callback(host):
     assert len({call.callback, notify[0].callback, notify[1].callback}) == 3
 
 
-def test_297_the_text_is_logged_as_it_is_sent(host):
+def test_297_the_sent_text_is_logged_unchanged(host):
     call, process = first_request(host)
     assert host.log(process)[-1] == b"[dbg] send: " + call.text
 

@@ -1,4 +1,4 @@
-"""The console log: its lines, its time stamps, and the log addresses that switch it on or off."""
+"""The console log: its lines, its time stamps, and the log urls that switch it on or off."""
 
 import datetime
 import os
@@ -36,7 +36,7 @@ def test_301_a_record_is_one_line_with_time_level_and_text(host):
 
 
 @pytest.mark.parametrize("moment", MOMENTS.values(), ids=MOMENTS)
-def test_302_the_date_is_not_padded_and_the_time_is(moment):
+def test_302_the_time_is_padded_and_the_date_is_not(moment):
     seconds = int(moment.replace(tzinfo=datetime.timezone.utc).timestamp())
     host = Host((seconds * 1_000_000 + moment.microsecond) * 1000 + 999)
     try:
@@ -66,7 +66,7 @@ SILENT = [None, "", "stdout1", "stdout/", "stdout:", "://stdout", "stderr", "x.l
 
 
 @pytest.mark.parametrize("target", SILENT)
-def test_305_any_other_address_is_silent(host, target):
+def test_305_with_any_other_log_url_nothing_is_printed(host, target):
     host.settings(logurl=target)
     host.sandbox.add_address("2001:db8::1/64")
     process, control = host.run(RDB, DNS)
@@ -84,7 +84,7 @@ def test_306_a_silent_log_creates_no_file(host):
     assert {entry.name for entry in host.sandbox.path(DIRECTORY).iterdir()} == before
 
 
-def test_307_a_pipe_receives_the_records_at_the_exit_and_not_before(host):
+def test_307_a_pipe_receives_the_records_only_at_the_exit(host):
     process, control = host.run(RDB, DNS)
     control.advance(1)
     assert process.output_so_far() == b""
@@ -101,7 +101,7 @@ def test_308_a_full_buffer_is_written_before_the_exit(host):
     host.stop(process)
 
 
-def test_309_a_closed_standard_output_harms_neither_service_nor_pid_file(host):
+def test_309_a_closed_standard_output_affects_neither_service_nor_pid_file(host):
     host.sandbox.add_address("2001:db8::1/64")
     settings = [f"{name}={value}" for name, value in (host.clock.env | host.library.env).items()]
     process = host.sandbox.spawn("sh", "-c", 'exec env "$@" ./addrpubd -run >&- 2>&-', "sh", *settings, cwd=DIRECTORY)

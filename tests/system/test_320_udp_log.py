@@ -24,7 +24,7 @@ STOP = header(30) + b"stop addrpubd service success."
 
 
 def receive(host, address="127.0.0.1", port=5140):
-    """Starts a receiver. Returns a function that waits for a record and returns all records up to it."""
+    """Starts a receiver. Returns a function that waits for a given record and returns all records up to that record."""
     receiver = host.sandbox.spawn("/usr/bin/python3", "-I", "-S", RECEIVER, address, str(port))
     receiver.wait_for_output(b"ready\n")
 
@@ -49,7 +49,7 @@ def test_321_every_record_is_one_datagram_with_its_header(host):
     ]
 
 
-def test_322_without_a_level_no_traffic_is_sent(host):
+def test_322_without_a_level_requests_and_replies_are_not_logged(host):
     host.settings(logurl="udp://127.0.0.1:5140/netsvc")
     host.sandbox.add_address("2001:db8::1/64")
     until = receive(host)
@@ -61,7 +61,7 @@ def test_322_without_a_level_no_traffic_is_sent(host):
 
 
 @pytest.mark.parametrize("level", ["dbg", "DBG", "40", "all"])
-def test_323_a_level_of_40_or_more_sends_the_traffic(host, level):
+def test_323_with_level_40_or_more_requests_and_replies_are_logged(host, level):
     host.settings(logurl=f"udp://127.0.0.1:5140/netsvc?level={level}")
     host.sandbox.add_address("2001:db8::1/64")
     until = receive(host)
@@ -76,7 +76,7 @@ def test_323_a_level_of_40_or_more_sends_the_traffic(host, level):
     ]
 
 
-def test_324_a_level_of_10_sends_failures_only(host):
+def test_324_with_level_10_only_failures_are_logged(host):
     host.settings(logurl="udp://127.0.0.1:5140/netsvc?level=err", hostname=None)
     until = receive(host)
     assert host.command("-run") == b"\nStart failed!\n"
@@ -93,7 +93,7 @@ def test_325_the_scheme_is_accepted_in_any_case_and_after_blanks(host, scheme):
     assert until(STOP) == START + [STOP]
 
 
-def test_326_the_port_is_999_when_none_is_given(host):
+def test_326_the_default_port_is_999(host):
     host.settings(logurl="udp://127.0.0.1/netsvc")
     until = receive(host, port=999)
     process, _ = host.run()

@@ -1,10 +1,10 @@
-"""The service's use of the client library: start, events, replies, threads."""
+"""How the service uses the client library: start, events, replies, threads."""
 
 import pytest
 from host import DIRECTORY, DNS, RDB
 
 
-def test_401_the_start_makes_both_connections_the_rdb_servers_first(host):
+def test_401_the_start_opens_the_rdb_connection_then_the_dns_connection(host):
     host.run()
     calls = host.library.calls()
     assert [(call.call, call.handle) for call in calls] == [
@@ -18,7 +18,7 @@ def test_401_the_start_makes_both_connections_the_rdb_servers_first(host):
     assert all(call.main_thread for call in calls)
 
 
-def test_402_each_connection_gets_its_url_user_password_and_0(host):
+def test_402_each_connection_is_opened_with_its_url_user_and_password(host):
     host.run()
     rdb, dns = host.library.calls("rdb_connectex")
     assert (rdb.url, rdb.account, rdb.password, rdb.reserved) == (b"rdb://192.0.2.1:900", b"ruser", b"rpass", 0)
@@ -88,7 +88,7 @@ def test_408_the_value_of_an_event_is_not_used(host, value):
 
 
 def test_409_an_event_during_rdb_connectex_is_handled(host):
-    """The library may connect and report it on the caller's thread before rdb_connectex returns."""
+    """The library may connect and report the event on the caller's thread before rdb_connectex returns."""
     host.library.before_start("during rdb_connectex 0 60001", "during rdb_connectex 1 60001")
     host.sandbox.add_address("2001:db8::1/64")
     _, control = host.run()
@@ -96,15 +96,15 @@ def test_409_an_event_during_rdb_connectex_is_handled(host):
     assert (len(host.library.puts()), len(host.library.requests())) == (1, 1)
 
 
-def test_410_a_disconnect_during_a_put_stops_the_next_one(host):
+def test_410_a_disconnect_during_a_put_prevents_the_next_put(host):
     host.library.before_start("during rdb_objputsnapshot 0 60003")
     _, control = host.run(RDB)
     control.advance(1200)
     assert host.library.puts() == [b"null"]
 
 
-def test_411_a_connect_event_during_the_cycles_put_is_overwritten_by_its_end(host):
-    """The event clears the mark, and the end of the put sets it again, so there is one put in 600 seconds."""
+def test_411_the_end_of_a_put_overwrites_the_effect_of_a_connect_event(host):
+    """The event clears the mark; at its end the put sets the mark again. So there is only one put in 600 seconds."""
     host.library.before_start("during rdb_objputsnapshot 0 60001")
     _, control = host.run(RDB)
     control.advance(599.9)
@@ -176,7 +176,7 @@ def test_416_an_event_during_a_call_is_handled(host):
     host.stop(process)
 
 
-def test_417_the_library_is_loaded_from_the_working_directory_only(host):
+def test_417_the_library_is_loaded_only_from_the_working_directory(host):
     process = host.sandbox.spawn(f"{DIRECTORY}/addrpubd", "-ver", cwd="/")
     assert b"./librdbapix64.so: cannot open shared object file" in process.all_output()
     assert process.wait() == 127

@@ -1,4 +1,4 @@
-"""The executable's dynamic section: needed libraries, search path and exported symbols."""
+"""The dynamic section of the executable: needed libraries, search path and exported symbols."""
 
 import re
 import subprocess
@@ -6,7 +6,7 @@ import subprocess
 from host import BUILD
 
 USUAL = {"libc.so.6", "libm.so.6", "libstdc++.so.6", "libgcc_s.so.1"}
-LOADER = "ld-linux-x86-64.so.2"  # needed with libc if thread-local storage is used
+LOADER = "ld-linux-x86-64.so.2"  # needed besides libc if thread-local storage is used
 
 
 def readelf(*options):
@@ -19,11 +19,11 @@ def needed():
     return re.findall(r"\(NEEDED\).*\[(.*)\]", readelf("--dynamic"))
 
 
-def test_451_the_client_library_is_needed_by_its_relative_name():
+def test_451_the_client_library_is_needed_under_its_relative_name():
     assert needed().count("./librdbapix64.so") == 1
 
 
-def test_452_only_system_libraries_are_needed_besides():
+def test_452_all_other_needed_libraries_are_system_libraries():
     assert set(needed()) - USUAL - {LOADER, "./librdbapix64.so"} == set()
 
 

@@ -1,4 +1,5 @@
-"""addrpubd-check: its command line, its exit statuses, the modes of the file, and the ini files of the repository."""
+"""addrpubd-check: its command line, its exit statuses, how it treats file modes, and the ini files of the
+repository."""
 
 import errno
 import os
@@ -17,8 +18,8 @@ TOP = Path(__file__).parents[2]
 SAMPLES = [TOP / "packaging/addrpubd.ini", *sorted((TOP / "docs/user/examples").glob("*.ini"))]
 GOOD = "hostname = h\nrdburl = log:\nrdbuser = u\nrdbpswd = hunter2\n"
 
-# Findings that are not errors of a sample: the machine has no such password file, and its name servers do not know the
-# names of the examples.
+# Findings that depend on the machine: it does not have the password files of the samples, and its name servers do not
+# know the names in the examples.
 OUTSIDE = re.compile(
     r": (\w+: the password file \S+ cannot be read: .*"
     r"|nothing is logged: its server is missing or its name cannot be resolved now)$"
@@ -38,7 +39,7 @@ def check(*words, program=PROGRAM, **options):
 
 @pytest.fixture
 def ini(tmp_path):
-    """Writes an ini file with this mode, independent of the umask."""
+    """Returns a function that writes an ini file with this mode, independent of the umask."""
 
     def write(text, mode=0o600):
         path = tmp_path / "addrpubd.ini"
@@ -122,8 +123,8 @@ def test_478_a_password_that_everybody_can_read_is_reported(ini, mode, status):
     assert [line for line in findings(output) if "everybody can read it" in line] == findings(output)
 
 
-def test_479_a_user_without_permission_is_told_that_the_file_cannot_be_opened():
-    #  In /tmp, because other users have no access to pytest's own folders.
+def test_479_without_permission_the_tool_reports_that_it_cannot_open_the_file():
+    #  The folder is in /tmp, because other users have no access to pytest's own folders.
     folder = Path(subprocess.run(["mktemp", "-d"], capture_output=True, check=True, text=True).stdout.strip())
     try:
         folder.chmod(0o755)

@@ -1,6 +1,6 @@
-"""The n-th failure: in the run of each row of the table (nth_failure_table.py), a call of the executable fails.
+"""The n-th failure: for each row of the table (nth_failure_table.py), a situation is run in which one call fails.
 
-The table describes how a run ends. If the call of a row is never made, the test fails, because it tests nothing.
+The table describes how the run ends. If the call of a row is never made, the row tests nothing, so the test fails.
 """
 
 import re
@@ -15,32 +15,32 @@ from nth_failure_table import read_table
 
 SHIM = Path(__file__).parents[1] / "support/failshim.cpp"
 
-#  Functions that the executable calls and the shim does not replace. They cannot report a failure.
+#  Functions that the executable calls but the shim does not replace. They cannot report a failure.
 CANNOT_FAIL = {
-    "it reports nothing": "_exit abort exit free freeifaddrs rewind tzset umask",
-    "it names the process or the thread, and that always works": "getpid pthread_self",
-    "it only ever returns because a signal came, and is called in a loop": "pause",
+    "it has no result": "_exit abort exit free freeifaddrs rewind tzset umask",
+    "it returns the id of the process or the thread and always succeeds": "getpid pthread_self",
+    "it returns only after a signal and is called in a loop": "pause",
     "a constant of the machine": "sysconf",
-    "its failure is a tuning that is left as it was": "mallopt",
-    "it fails for arguments only that are never given": "sigaddset sigemptyset sigismember",
-    "a lock of this process, made, taken and given back in memory": "pthread_spin_init pthread_spin_lock "
+    "if it fails, a setting of the C library is unchanged": "mallopt",
+    "it fails only for arguments that are never passed": "sigaddset sigemptyset sigismember",
+    "an operation in memory on a lock of this process": "pthread_spin_init pthread_spin_lock "
     "pthread_spin_trylock pthread_spin_unlock pthread_spin_destroy",
-    "its target is the main thread, which lives as long as the process": "pthread_kill",
-    "it works on memory alone": "bcmp explicit_bzero memchr memcmp memcpy memmove memset stpcpy strcasecmp "
+    "its target is the main thread, which exists as long as the process": "pthread_kill",
+    "it only accesses memory": "bcmp explicit_bzero memchr memcmp memcpy memmove memset stpcpy strcasecmp "
     "strchr strcmp strlen strncmp strtol",
     "a variable": "timezone __timezone stderr stdout",
-    "called by the compiler's code and its run-time library alone": "__.* _dl_find_object _Unwind.* arc4random fputc "
+    "called only by code of the compiler and its run-time library": "__.* _dl_find_object _Unwind.* arc4random fputc "
     "fputs fwrite gettext getentropy ioctl open64 pthread_mutex_lock pthread_mutex_unlock read realloc secure_getenv "
     "sprintf strerror",
 }
 
-#  Functions of the shim without a row.
+#  Functions of the shim that have no row.
 WITHOUT_ROW = {
     "putc": "it is counted as putchar",
-    "fwrite": "called by the run-time library alone, to say that an exception was not caught",
+    "fwrite": "called only by the run-time library, to report an uncaught exception",
 }
 
-#  Situations whose clock never stops, so that they have no undisturbed run.
+#  Situations whose clock never stops. They have no undisturbed run.
 RESTLESS = {"-run, restless", "-start, restless"}
 
 ROWS = read_table()
@@ -79,7 +79,7 @@ def test_502_a_call_that_is_never_made_is_not_reached(bench, undisturbed):
     assert bench.faults.reached() == 0
 
 
-def test_503_the_undisturbed_service_holds_lock_and_pid_file_and_closes_all(undisturbed):
+def test_503_the_undisturbed_service_holds_the_lock_and_closes_all_descriptors(undisturbed):
     lines = undisturbed["-run"]
     assert [line for line in lines if line.startswith("= ")] == [
         "= descriptors 7",

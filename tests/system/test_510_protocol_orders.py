@@ -1,6 +1,7 @@
-"""Runs the real program through the orders of steps that the model of the single-instance protocol covers (tests/model).
+"""Runs the real program through the orders of steps that the model of the single-instance protocol contains
+(tests/model).
 
-A process is stopped immediately before one of its calls, so the test decides what happens before the call.
+A process is stopped immediately before one of its calls, so the test determines what happens before that call.
 """
 
 import signal
@@ -11,14 +12,14 @@ from sandbox import wait_until
 
 STOPPED = b"\naddrpubd stoped gracefully!\n\n"
 
-#  The steps of a start, as (process, call, number of the call): the process is stopped before that call.
+#  The steps of a start, as (process, call, number of the call). A process is stopped before that call.
 PARENT_STEPS = [("fcntl", 1), ("fcntl", 2), ("ftruncate", 1), ("lseek", 1), ("write", 1)]
 STEPS = {
     "-run": [("first", *step) for step in PARENT_STEPS + [("fcntl", 3), ("write", 2), ("fopen", 1), ("signal", 1)]],
     "-start": [("first", *step) for step in PARENT_STEPS + [("fork", 1), ("close", 2)]]
     + [("child", call, 1) for call in ("setsid", "chdir", "fcntl", "ftruncate", "write", "fopen", "dup2", "signal")],
 }
-#  The steps before which the stopped process itself has the lock, and no other process waits for it.
+#  The steps at which the stopped process itself has the lock and no other process waits for the lock.
 HOLDING = [("first", "ftruncate", 1), ("first", "lseek", 1), ("first", "write", 1), ("first", "fcntl", 3)]
 HOLDING += [("first", "write", 2), ("first", "fopen", 1), ("first", "signal", 1), ("first", "fork", 1)]
 HOLDING += [("child", call, 1) for call in ("ftruncate", "write", "fopen", "dup2", "signal")]
@@ -26,7 +27,7 @@ EVERY_STEP = [(word, *step) for word, steps in STEPS.items() for step in steps]
 
 
 class Stage:
-    """A bench with processes that can be stopped."""
+    """A bench with processes that the test can stop."""
 
     def __init__(self):
         self.bench = Bench()
@@ -36,8 +37,8 @@ class Stage:
         self.run = Run(self.bench, "")
 
     def begin(self, word, stop=None):
-        """Starts the executable. With a step, waits until the process of that step is stopped before it, and returns
-        it."""
+        """Starts the executable. If a step is given, waits until its process is stopped before the step, and returns
+        that process."""
         self.run.plan = self.bench.faults.plan(stop[1], stop[2], "stop", "0", stop[0]) if stop else ""
         process = self.run.begin(word)
         if stop is None:
@@ -50,7 +51,7 @@ class Stage:
         process.kill(signal.SIGCONT)
 
     def service(self):
-        """Waits until the holder of the lock is in its loop. Returns its pid."""
+        """Waits until the holder of the lock is in its publish loop. Returns its pid."""
 
         def found():
             holders = [pid for pid in self.bench.host.lock_holders() if pid > 0]
@@ -80,7 +81,7 @@ class Stage:
 
     def kill(self, pid):
         self.host.sandbox.request({"op": "kill", "pid": pid, "signal": int(signal.SIGKILL)})
-        wait_until(lambda: pid not in self.bench.living(), "the end of the killed")
+        wait_until(lambda: pid not in self.bench.living(), "the end of the killed process")
 
 
 @pytest.fixture

@@ -10,11 +10,11 @@ from sandbox import wait_until
 from world import DNS, RDB, utc
 
 SIGNALS_AT_ONCE = Path(__file__).with_name("signals_at_once.py")
-HANDLES = (0, 1)  # handles of the two connections, the rdb server's first
+HANDLES = (0, 1)  # handles of the two connections; that of the rdb server is first
 ADDRESS = "2001:db8::1"
 
 
-def test_6101_sigterm_ends_the_service_at_any_moment_of_a_cycle(new_scenario):
+def test_6101_sigterm_at_any_moment_of_a_cycle_ends_the_service(new_scenario):
     moments = [0, 0.001, 0.05, 0.099, 0.1, 0.101, 5, 9.95, 9.999, 10, 10.05, 600, 600.05]
     scenario = new_scenario(addresses=[ADDRESS])
     for moment in moments:
@@ -27,7 +27,7 @@ def test_6101_sigterm_ends_the_service_at_any_moment_of_a_cycle(new_scenario):
 
 
 def end_with(host, *signals):
-    """Ends a service by several signals at once. Returns its exit status and its output."""
+    """Ends a service by several signals at the same time. Returns its exit status and its output."""
     process, _ = host.run(*HANDLES)
     host.sandbox.run("/usr/bin/python3", "-I", "-S", SIGNALS_AT_ONCE, str(process.pid), *signals)
     return process.wait(), process.all_output()
@@ -75,7 +75,7 @@ def test_6105_status_and_stop_work_on_a_service_that_hangs_in_a_put(host):
     assert stop.all_output().endswith(b"addrpubd stoped gracefully!\n\n")
 
 
-def test_6106_a_restart_starts_without_history(new_scenario):
+def test_6106_a_restarted_service_publishes_at_once(new_scenario):
     runs = 5
     scenario = new_scenario(addresses=[ADDRESS])
     for _ in range(runs):
@@ -103,7 +103,7 @@ def test_6107_a_changed_ini_file_takes_effect_at_the_next_start(new_scenario):
     assert names == [before.encode(), before.encode(), after.encode()]
 
 
-def test_6108_a_removed_ini_file_is_noticed_only_at_the_next_start(new_scenario):
+def test_6108_removing_the_ini_file_has_no_effect_until_the_next_start(new_scenario):
     scenario = new_scenario(addresses=[ADDRESS])
     scenario.start()
     scenario.up(RDB)
@@ -138,7 +138,7 @@ def test_6109_the_background_service_publishes_like_the_foreground_run(new_scena
     assert scenario.journal.calls()[len(on_the_console) :] == on_the_console
 
 
-def test_6110_a_service_stopped_for_an_hour_then_runs_one_cycle(new_scenario):
+def test_6110_a_service_that_was_stopped_for_an_hour_runs_one_cycle(new_scenario):
     stopped = 3600
     scenario = new_scenario(addresses=[ADDRESS])
     scenario.start()
@@ -176,8 +176,9 @@ def test_6112_the_pid_file_contains_the_latest_of_many_runs(new_scenario):
     assert scenario.host.lock_holder() == 0
 
 
-def test_6113_a_second_signal_while_the_service_is_ending_changes_nothing(host):
-    """The end is held in its first call of the client library, after the log's release and before the disconnects."""
+def test_6113_a_second_signal_during_the_shutdown_has_no_effect(host):
+    """The shutdown is stopped in its first call of the client library: the log is released, but nothing is disconnected
+    yet."""
     host.library.before_start("hold rdb_disconnect 0")
     process, _ = host.run(*HANDLES)
     process.kill(signal.SIGINT)

@@ -6,14 +6,14 @@ ADDRESS, OTHER = "2001:db8::1", "2001:db8::2"
 
 
 def cycled(scenario):
-    """Starts the service, connects both servers and runs to the second cycle, 10 s after the start."""
+    """Starts the service, connects both servers and runs until the second cycle, 10 s after the start."""
     scenario.start()
     scenario.up(RDB, DNS)
     scenario.run(10)
 
 
 def test_6201_a_clock_step_moves_the_next_cycle(new_scenario):
-    """Seconds from a step immediately after a cycle to the next cycle."""
+    """Checks the seconds between a clock step immediately after a cycle and the next cycle."""
     held_back = {0: 10, -1: 11, -8: 18, -9: 19, 1: 9, 8: 2, 9: 1}
     at_once = dict.fromkeys([-10, -11, 10, 11, 599, -599, 600, -600], 0.1)
     wait_after = held_back | at_once
@@ -54,7 +54,7 @@ def test_6203_repeated_steps_back_of_nine_seconds_delay_every_cycle(new_scenario
     assert len(scenario.puts()) == 2
 
 
-def test_6204_while_the_clock_stops_no_cycle_runs(new_scenario):
+def test_6204_while_the_clock_stands_still_no_cycle_runs(new_scenario):
     scenario = new_scenario(addresses=[ADDRESS])
     cycled(scenario)
     scenario.add(OTHER)
@@ -85,7 +85,7 @@ def test_6206_a_clock_that_runs_ten_times_faster_repeats_ten_times_as_often(new_
     assert len(scenario.puts()) == len(scenario.requests()) == 1 + real_seconds * 11 // 605
 
 
-def test_6207_a_step_to_1970_and_back_repeats_both_once_each_way(new_scenario):
+def test_6207_a_step_to_1970_and_the_step_back_each_repeat_put_and_request(new_scenario):
     scenario = new_scenario(addresses=[ADDRESS])
     cycled(scenario)
     now = scenario.wall_ns() / 1e9
@@ -98,7 +98,7 @@ def test_6207_a_step_to_1970_and_back_repeats_both_once_each_way(new_scenario):
     assert scenario.puts()[1][0] < -1_700_000_000
 
 
-def test_6208_a_step_beyond_2038_and_back_repeats_both_once_each_way(new_scenario):
+def test_6208_a_step_beyond_2038_and_the_step_back_each_repeat_put_and_request(new_scenario):
     scenario = new_scenario(addresses=[ADDRESS])
     cycled(scenario)
     now = scenario.wall_ns() / 1e9
@@ -111,7 +111,7 @@ def test_6208_a_step_beyond_2038_and_back_repeats_both_once_each_way(new_scenari
 
 
 def test_6209_32_bit_time_limits_have_no_effect(new_scenario):
-    """Cycles every ten seconds across the last second of a signed and of an unsigned 32-bit count."""
+    """The cycles every ten seconds pass the last second of a signed and of an unsigned 32-bit count."""
     for last_second in (2**31 - 1, 2**32 - 1):
         scenario = new_scenario(addresses=[ADDRESS], wall_start_ns=(last_second - 305) * 10**9)
         scenario.start()
@@ -137,7 +137,7 @@ def test_6210_a_step_that_is_undone_before_the_next_pass_has_no_effect(new_scena
     assert len(scenario.puts()) == len(scenario.requests()) == 3
 
 
-def test_6211_a_step_without_a_server_takes_effect_when_one_connects(new_scenario):
+def test_6211_a_step_without_a_server_takes_effect_when_a_server_connects(new_scenario):
     scenario = new_scenario(addresses=[ADDRESS])
     cycled(scenario)
     scenario.down(RDB, DNS)
@@ -151,19 +151,19 @@ def test_6211_a_step_without_a_server_takes_effect_when_one_connects(new_scenari
 
 
 def test_6212_fractions_of_a_second_are_ignored(new_scenario):
-    """Ten seconds have passed when the whole seconds have increased by ten."""
+    """Ten seconds have passed when the count of whole seconds has increased by ten."""
     scenario = new_scenario(addresses=[ADDRESS], wall_start_ns=1_700_000_000_850_000_000)
     scenario.start()
     scenario.up(RDB)
-    scenario.run(0.1)  # 0.95 of a second
+    scenario.run(0.1)  # the clock is at 0.95 of a second
     scenario.add(OTHER)
     scenario.run(9.0)
     assert scenario.put_times() == [0.1]
-    scenario.run(0.1)  # 0.05 of a second, 9.1 s later
+    scenario.run(0.1)  # the clock is at 0.05 of a second, 9.1 s later
     assert scenario.put_times() == [0.1, 9.2]
 
 
-def test_6213_a_step_of_599_seconds_repeats_nothing_and_one_of_600_everything(new_scenario):
+def test_6213_a_step_of_599_seconds_repeats_nothing_and_a_step_of_600_repeats_both(new_scenario):
     near, far = (599, -599, 598, -10), (600, -600)
     scenario = new_scenario(addresses=[ADDRESS])
     scenario.start()

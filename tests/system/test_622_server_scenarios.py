@@ -10,20 +10,20 @@ HOUR = 3600
 
 
 def begin(scenario, *servers):
-    """Starts the service, connects these servers and runs to the first cycle."""
+    """Starts the service, connects these servers and runs until the first cycle."""
     scenario.start()
     scenario.up(*servers)
     scenario.run(0.1)
 
 
 def every(seconds, until):
-    """Returns the time of the first cycle and then multiples of seconds."""
+    """Returns the time of the first cycle, then the multiples of seconds up to until."""
     return [0.1] + [float(at) for at in range(seconds, until + 1, seconds)]
 
 
 @pytest.mark.retry
 def test_6221_each_server_gets_the_list_once_after_reconnecting_in_any_order(new_scenario):
-    """A server gets the list once if it has reconnected between two cycles and is still connected."""
+    """A server gets the list once if it has reconnected between two cycles and is still connected in the next cycle."""
     happenings = [(Scenario.down, RDB), (Scenario.down, DNS), (Scenario.up, RDB), (Scenario.up, DNS)]
     scenario = new_scenario(addresses=[ADDRESS])
     begin(scenario, RDB, DNS)
@@ -67,7 +67,7 @@ def test_6223_a_connection_that_is_up_only_between_cycles_is_never_served(new_sc
 
 
 def test_6224_a_single_connection_up_for_one_pass_in_twelve_seconds_is_served(new_scenario):
-    """Without a connected server no cycle runs, so a cycle is due as soon as one connects."""
+    """Without a connected server no cycle runs. So a cycle is due as soon as a server connects."""
     scenario = new_scenario(addresses=[ADDRESS])
     scenario.start()
     for _ in range(HOUR // 12):
@@ -79,7 +79,7 @@ def test_6224_a_single_connection_up_for_one_pass_in_twelve_seconds_is_served(ne
 
 
 @pytest.mark.retry
-def test_6225_a_reconnected_server_gets_the_current_list_only(new_scenario):
+def test_6225_a_reconnected_server_gets_only_the_current_list(new_scenario):
     scenario = new_scenario(addresses=["2001:db8::f"])
     begin(scenario, RDB, DNS)
     scenario.down(DNS)
@@ -134,7 +134,7 @@ def test_6228_an_unusable_tag_has_no_effect_until_the_put_is_due(new_scenario):
     assert scenario.request_times() == [0.1] + [10.0 * number for number in range(2, 60)]  # the put is due at 600 s
 
 
-def test_6229_a_tag_changed_by_others_is_repaired_when_the_next_put_is_due(new_scenario):
+def test_6229_a_tag_changed_by_others_is_imported_when_the_next_put_is_due(new_scenario):
     scenario = new_scenario(addresses=[ADDRESS])
     begin(scenario, RDB)
     scenario.tag_class(queried=0)

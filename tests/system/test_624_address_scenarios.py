@@ -10,20 +10,21 @@ HOUR = 3600
 
 
 def begin(scenario):
-    """Starts the service, connects both servers and runs to the second cycle, 10 s after the start."""
+    """Starts the service, connects both servers and runs until the second cycle, 10 s after the start."""
     scenario.start()
     scenario.up(RDB, DNS)
     scenario.run(10)
 
 
 def published(scenario):
-    """Returns the values put, in order; as many requests must have been sent at the same times."""
+    """Returns the values that were put, in order. Requests must have been sent at the same times."""
     assert scenario.request_times() == scenario.put_times()
     return [value.decode() for _, value in scenario.puts()]
 
 
 def text_of(scenario):
-    """Returns the publishable addresses in the order of the system, as one text. The only other address is ::1."""
+    """Returns the publishable addresses in the system's order, as one text. The only other address of the host is
+    ::1."""
     return ",".join(address for address in scenario.host.interface_list() if address != "::1")
 
 
@@ -83,7 +84,7 @@ def test_6245_a_different_order_is_a_different_list(new_scenario):
     )
 
 
-def test_6246_without_an_address_null_is_put_every_600_seconds_and_nothing_sent(new_scenario):
+def test_6246_without_an_address_null_is_put_every_600_seconds_and_nothing_is_sent(new_scenario):
     scenario = new_scenario()
     scenario.start()
     scenario.up(RDB, DNS)
@@ -113,7 +114,7 @@ def test_6248_an_address_that_comes_and_goes_is_sent_only_every_600_seconds(new_
     assert scenario.request_times() == [0.1, 610.0, 1210.0, 1810.0, 2410.0, 3010.0, 3610.0]
 
 
-def test_6249_without_an_interface_list_null_is_put_and_nothing_sent(new_scenario):
+def test_6249_without_an_interface_list_null_is_put_and_nothing_is_sent(new_scenario):
     scenario = new_scenario(addresses=[ADDRESS])
     begin(scenario)
     scenario.allow_listing(False)
@@ -124,7 +125,7 @@ def test_6249_without_an_interface_list_null_is_put_and_nothing_sent(new_scenari
     assert scenario.request_times() == [0.1]
 
 
-def test_6250_a_thousand_addresses_are_shortened_in_the_put_only(new_scenario):
+def test_6250_a_list_of_a_thousand_addresses_is_shortened_only_in_the_put(new_scenario):
     addresses = [f"2001:db8:1:2:3:4:5:{number:x}" for number in range(0x1000, 0x1000 + 1000)]
     scenario = new_scenario(addresses=addresses)
     scenario.start()
@@ -139,13 +140,13 @@ def test_6250_a_thousand_addresses_are_shortened_in_the_put_only(new_scenario):
 
 
 def address_of(length, digit):
-    """Returns an address of this many characters, 15 to 39: eight groups of digits, without a zero."""
+    """Returns an address with this number of characters, 15 to 39. It has eight groups of digits and no zero."""
     widths = [(length - 7 + group) // 8 for group in range(8)]
     return ":".join(digit * width for width in widths)
 
 
 def test_6251_a_list_of_1000_characters_or_more_is_shortened(new_scenario):
-    """24 addresses of 39 characters, and two that make the list as long as required."""
+    """The list has 24 addresses of 39 characters, and two addresses that give it the required length."""
     longest = [f"2001:1db8:1111:2222:3333:4444:5555:{number:x}" for number in range(0x6601, 0x6601 + 24)]
     scenario = new_scenario(addresses=longest)
     begin(scenario)
@@ -208,7 +209,7 @@ def test_6254_an_address_of_two_links_is_listed_once_per_link(new_scenario):
     assert published(scenario) == [",".join([OTHER] * count) for count in (3, 2, 1)]
 
 
-def test_6255_an_unstable_link_is_published_as_it_is_in_each_cycle(new_scenario):
+def test_6255_the_address_of_an_unstable_link_is_published_if_it_exists_in_the_cycle(new_scenario):
     scenario = new_scenario()
     plug_in(scenario, V0)
     begin(scenario)
@@ -223,7 +224,7 @@ def test_6255_an_unstable_link_is_published_as_it_is_in_each_cycle(new_scenario)
     assert {value for _, value in scenario.puts()} == {b"null", OTHER.encode()}
 
 
-def test_6256_a_new_prefix_every_ten_seconds_gives_the_two_thousandth_request_its_number(new_scenario):
+def test_6256_with_a_new_prefix_every_ten_seconds_the_two_thousandth_request_has_number_2000(new_scenario):
     prefixes = 2000
     scenario = new_scenario(addresses=["2001:db8:0::1"])
     scenario.start()

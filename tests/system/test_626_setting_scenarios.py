@@ -1,4 +1,4 @@
-"""Scenarios of the settings: names at the record's limit, port lists of all lengths, all at maximum length."""
+"""Scenarios of the settings: names at the record's limit, port lists of all lengths, all values at maximum length."""
 
 import json
 
@@ -24,7 +24,7 @@ def records(scenario):
 
 
 @pytest.mark.parametrize("length", [1, 78, 79, 80, 81, 1000])
-def test_6261_a_name_is_shortened_to_79_bytes_in_records_only(new_scenario, length):
+def test_6261_only_in_records_a_name_is_shortened_to_79_bytes(new_scenario, length):
     name = ("0123456789" * 100)[:length]
     cut = name[:79].encode()
     scenario = new_scenario(addresses=[ADDRESS], hostname=name)

@@ -1,7 +1,8 @@
-"""Long runs: a day of random events, ten thousand addresses, a day without changes. Compares all calls and memory use.
+"""Long runs: a day of random events, ten thousand addresses, a day without changes. All calls and the memory use are
+compared.
 
-A day has 864,000 passes of 100 ms. All calls of the client library and all log records, including their microseconds,
-are compared with the model's at the end of the scenario. Addresses are real and changed over netlink.
+A day has 864,000 passes of 100 ms. At the end of the scenario all calls of the client library and all log records,
+including their microseconds, are compared with those of the model. Addresses are real and are changed through netlink.
 """
 
 import itertools
@@ -11,11 +12,11 @@ from world import DNS, RDB
 
 HOUR = 3600
 PUBLISHING = ("rdb_tagget", "rdb_taginport", "rdb_objputsnapshot", "rdb_callmsg")
-STRAY = {"RssAnon": 16}  # kB: the first use of a page depends on the addresses of stack and heap
+STRAY = {"RssAnon": 16}  # kB: how many pages are in use depends on the addresses of stack and heap
 
 
 def grown(before, after):
-    """Returns the figures that have grown. A leak of two bytes per cycle of a day is detected."""
+    """Returns the figures that have grown. A leak of two bytes per cycle is detected within a day."""
     return {
         name: (figure, after[name]) for name, figure in before.items() if after[name] > figure + STRAY.get(name, 0)
     }
@@ -36,8 +37,8 @@ def test_6281_a_day_of_random_events_agrees_with_the_model_and_nothing_grows(new
     assert min(scenario.names().count(function) for function in PUBLISHING) > 300
 
 
-def test_6282_ten_thousand_addresses_one_after_the_other_are_published_each(new_scenario):
-    """Every cycle has another address. The ten thousandth request has that number."""
+def test_6282_each_of_ten_thousand_successive_addresses_is_published(new_scenario):
+    """Every cycle has another address. So the ten thousandth request has the sequence number 10,000."""
     changes = 10_000
     addresses = [f"2001:db8::{number:x}" for number in range(1, changes + 1)]
     scenario = new_scenario(addresses=addresses[:1])
@@ -57,7 +58,7 @@ def test_6282_ten_thousand_addresses_one_after_the_other_are_published_each(new_
     assert grown(early, scenario.figures()) == {}
 
 
-def test_6283_a_day_without_a_change_is_one_put_and_one_request_every_600_seconds(new_scenario):
+def test_6283_a_day_without_a_change_has_one_put_and_one_request_every_600_seconds(new_scenario):
     day = 24 * HOUR
     scenario = new_scenario(addresses=["2001:db8::1"])
     scenario.start()

@@ -1,4 +1,4 @@
-"""Scenarios of the logs: an hour over UDP, no log, the end of daylight saving time, other eras."""
+"""Scenarios of the logs: an hour of UDP records, no log, the end of daylight saving time, other eras."""
 
 import time
 from pathlib import Path
@@ -34,14 +34,14 @@ def busy_hour(scenario):
 
 
 def datagrams(scenario, level, stream):
-    """Returns the records of the scenario's model up to this level, as a log server receives them."""
+    """Returns the records of the scenario's model up to this level, in the form in which a log server receives them."""
     head = b'{"order":"wlog","level":%d,"cabin":"' + stream + b'"}\n'
     return [head % record + text for record, text in scenario.model.records if record <= level]
 
 
 def log_server(scenario):
-    """Starts a log server. Returns a function that waits for the last of the given datagrams and returns all
-    received."""
+    """Starts a log server. Returns a function that waits for the last of the given datagrams and returns all received
+    datagrams."""
     receiver = scenario.sandbox.spawn("/usr/bin/python3", "-I", "-S", RECEIVER, "::1", "5140")
     receiver.wait_for_output(b"ready\n")
 
@@ -65,7 +65,7 @@ def test_6301_an_hour_of_udp_records_agrees_with_the_model(new_scenario, level, 
     assert received(expected) == expected
 
 
-def test_6302_what_is_published_does_not_depend_on_the_log(new_scenario):
+def test_6302_the_published_data_do_not_depend_on_the_log(new_scenario):
     calls = []
     for logurl in ("stdout", None, "no/such/log", "udp://[::1]:5140/nobody?level=all", "udp://[::1]:5140"):
         scenario = new_scenario(addresses=[ADDRESS], logurl=logurl)
@@ -91,7 +91,7 @@ def test_6303_a_log_server_that_starts_late_gets_later_records(new_scenario):
 
 
 def test_6304_the_end_of_daylight_saving_time_delays_nothing(new_scenario, monkeypatch):
-    """In New York, 2 November 2025 has two hours from 1:00 to 2:00. The model uses the same zone."""
+    """In New York, 2 November 2025 has the hour from 1:00 to 2:00 twice. The model uses the same time zone."""
     zone, before_the_change = "America/New_York", utc(2025, 11, 2, 5, 55)
     monkeypatch.setenv("TZ", zone)
     time.tzset()

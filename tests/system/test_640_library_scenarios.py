@@ -5,11 +5,11 @@ from recording import CONNECTED, DISCONNECTED
 from world import DNS, RDB
 
 ADDRESS, OTHER = "2001:db8::1", "2001:db8::2"
-HANDLES = (0, 1)  # handles of the two connections, the rdb server's first
+HANDLES = (0, 1)  # handles of the two connections; that of the rdb server is first
 
 
 def begin(scenario):
-    """Starts the service, connects both servers and runs to the second cycle, 10 s after the start."""
+    """Starts the service, connects both servers and runs until the second cycle, 10 s after the start."""
     scenario.start()
     scenario.up(RDB, DNS)
     scenario.run(10)
@@ -56,7 +56,7 @@ def test_6404_connect_events_in_every_pass_are_served_once_per_cycle(new_scenari
     assert scenario.put_times() == scenario.request_times() == [0.1, 20.0, 30.0, 40.0, 50.0, 60.0, 70.0]
 
 
-def test_6405_one_connect_event_ends_a_hundred_disconnect_events(new_scenario):
+def test_6405_one_connect_event_after_a_hundred_disconnect_events_is_enough(new_scenario):
     scenario = new_scenario(addresses=[ADDRESS])
     begin(scenario)
     for _ in range(100):
@@ -66,7 +66,7 @@ def test_6405_one_connect_event_ends_a_hundred_disconnect_events(new_scenario):
     assert scenario.put_times() == [0.1, 20.0]
 
 
-def test_6406_of_all_event_codes_only_two_matter(new_scenario):
+def test_6406_all_event_codes_except_two_are_ignored(new_scenario):
     codes = [*range(59_000, 61_001), 0, 1, -1, -(2**31), 2**31 - 1, CONNECTED + 2**16]
     scenario = new_scenario(addresses=[ADDRESS])
     begin(scenario)
@@ -81,7 +81,7 @@ def test_6406_of_all_event_codes_only_two_matter(new_scenario):
 
 
 def test_6407_a_slow_put_does_not_delay_the_next_cycle(host):
-    """A cycle counts from its start: after a put of 25 seconds the next cycle is due at once."""
+    """The ten seconds count from the start of a cycle. After a put of 25 seconds the next cycle is due at once."""
     host.library.before_start("hold rdb_objputsnapshot 0")
     host.sandbox.add_address(ADDRESS + "/64")
     process, control = host.run(*HANDLES)
@@ -105,7 +105,7 @@ def test_6408_a_disconnect_during_the_tag_check_does_not_prevent_the_put(host, f
 
 
 def test_6409_a_connect_event_during_the_tag_check_causes_no_second_put(host):
-    """The current put sets the mark after the event has cleared it."""
+    """The event clears the mark, and the current put sets the mark again."""
     host.library.before_start(f"during rdb_tagget 0 {CONNECTED}")
     _, control = host.run(*HANDLES)
     control.advance(599.9)
@@ -125,7 +125,7 @@ def test_6410_a_connect_event_during_the_request_causes_no_second_request(host):
 
 
 def test_6411_an_event_during_a_failing_import_is_handled(host):
-    """The cycle ends before it sets a mark, so a put is due in the next cycle, as without the event."""
+    """The cycle ends before it sets a mark. So a put is due in the next cycle, as it would be without the event."""
     host.library.before_start("result rdb_tagget * 5", "result rdb_taginport 1 6")
     host.library.before_start(f"during rdb_taginport 1 {CONNECTED}")
     host.sandbox.add_address(ADDRESS + "/64")
@@ -139,7 +139,7 @@ def test_6411_an_event_during_a_failing_import_is_handled(host):
 
 
 def test_6412_after_many_concurrent_events_the_service_ends_normally(new_scenario):
-    """The times of the events are random, so the model is not used. The last events decide."""
+    """The times of the events are random, so the model is not used. The last events determine the final state."""
     scenario = new_scenario(addresses=[ADDRESS])
     begin(scenario)
     scenario.control.let_run(3600)

@@ -1,4 +1,4 @@
-"""Scenarios that detect a plausible mistake, which each docstring describes."""
+"""Scenarios that detect plausible mistakes. Each docstring describes the mistake."""
 
 import signal
 
@@ -10,7 +10,7 @@ ADDRESS, OTHER = "2001:db8::1", "2001:db8::2"
 
 
 def test_6901_a_service_started_in_1970_waits_for_the_tenth_second(new_scenario):
-    """The time of the last cycle is initially 0, which is a time like any other. Mistake: 0 treated as "never"."""
+    """The time of the last cycle is initially 0, which is an ordinary time. Mistake: treating 0 as "never"."""
     scenario = new_scenario(addresses=[ADDRESS], wall_start_ns=2 * 10**9)
     scenario.start()
     scenario.up(RDB, DNS)
@@ -20,8 +20,9 @@ def test_6901_a_service_started_in_1970_waits_for_the_tenth_second(new_scenario)
     assert scenario.put_times() == scenario.request_times() == [8.0]
 
 
-def test_6902_in_the_first_ten_minutes_of_1970_a_reconnection_repeats_nothing(new_scenario):
-    """A cleared mark is the time 0, here less than 600 seconds ago. Mistake: a separate "cleared" flag instead of 0."""
+def test_6902_in_the_first_ten_minutes_of_1970_a_reconnection_causes_no_repetition(new_scenario):
+    """A cleared mark is the time 0, which is less than 600 seconds ago here. Mistake: a separate "cleared" flag instead
+    of 0."""
     scenario = new_scenario(addresses=[ADDRESS], wall_start_ns=20 * 10**9)
     scenario.start()
     scenario.up(RDB, DNS)
@@ -35,7 +36,7 @@ def test_6902_in_the_first_ten_minutes_of_1970_a_reconnection_repeats_nothing(ne
 
 
 def test_6903_the_put_mark_in_tenths_of_seconds_needs_64_bits(new_scenario):
-    """Mistake: a mark of 32 bits, which overflows every 429,496,729.6 seconds, so that a put is due too early or too
+    """Mistake: a mark of 32 bits. It overflows every 429,496,729.6 seconds, so that a put is due too early or too
     late."""
     wraps = 2**32 / 10
     scenario = new_scenario(addresses=[ADDRESS])
@@ -49,7 +50,7 @@ def test_6903_the_put_mark_in_tenths_of_seconds_needs_64_bits(new_scenario):
     assert len(scenario.puts()) == len(scenario.requests()) == 4
 
 
-def test_6904_differences_of_2_to_the_32_seconds_are_large(new_scenario):
+def test_6904_a_difference_of_2_to_the_32_seconds_is_not_treated_as_0(new_scenario):
     """Mistake: time differences computed with 32 bits."""
     far = 2**32
     scenario = new_scenario(addresses=[ADDRESS])
@@ -63,7 +64,7 @@ def test_6904_differences_of_2_to_the_32_seconds_are_large(new_scenario):
 
 
 def test_6905_null_is_not_remembered_as_sent(new_scenario):
-    """Mistake: null stored as the last sent list, so that the same list is sent again at once."""
+    """Mistake: storing null as the last sent list, so that the same list is sent again at once."""
     scenario = new_scenario(addresses=[ADDRESS])
     scenario.start()
     scenario.up(RDB, DNS)
@@ -89,7 +90,8 @@ def test_6906_null_is_put_again_after_a_reconnect(new_scenario):
 
 
 def test_6907_a_shorter_list_replaces_a_longer_one_completely(new_scenario):
-    """Mistake: a record that is not cleared. The address has 39 characters, then 11, then the list is null."""
+    """Mistake: a record that is not cleared. The list is an address of 39 characters, then of 11 characters, then
+    null."""
     long_address = "2001:1db8:1111:2222:3333:4444:5555:6666"
     scenario = new_scenario(addresses=[long_address])
     scenario.start()
@@ -107,7 +109,7 @@ def test_6907_a_shorter_list_replaces_a_longer_one_completely(new_scenario):
 
 
 @pytest.mark.refusal
-def test_6908_a_failed_put_or_request_counts_as_done(new_scenario):
+def test_6908_a_failed_put_or_request_is_not_retried_every_cycle(new_scenario):
     """Mistake: a retry every ten seconds, which overloads a failing server."""
     scenario = new_scenario(addresses=[ADDRESS])
     scenario.start()
@@ -131,8 +133,8 @@ def test_6909_the_sleep_of_100_milliseconds_continues_after_sigstop_and_sigcont(
     assert scenario.put_times() == [0.1]
 
 
-def test_6910_both_marks_are_cleared_by_their_own_server_only(new_scenario):
-    """Mistake: one mark for both. The rdb server reconnects at 100 s, the DNS server at 200 s."""
+def test_6910_each_mark_is_cleared_only_by_its_own_server(new_scenario):
+    """Mistake: one mark for both servers. In the test the rdb server reconnects at 100 s, the DNS server at 200 s."""
     scenario = new_scenario(addresses=[ADDRESS])
     scenario.start()
     scenario.up(RDB, DNS)
@@ -146,7 +148,7 @@ def test_6910_both_marks_are_cleared_by_their_own_server_only(new_scenario):
 
 
 def test_6911_midnight_of_a_leap_day_or_new_year_has_no_effect(new_scenario):
-    """Mistake: dates instead of seconds."""
+    """Mistake: computing with dates instead of seconds."""
     for midnight in (utc(2028, 2, 29), utc(2028, 3, 1), utc(2027, 1, 1), utc(2100, 3, 1)):
         scenario = new_scenario(addresses=[ADDRESS], wall_start_ns=(midnight - 5) * 10**9)
         scenario.start()

@@ -1,5 +1,5 @@
-"""The open client library with a database whose files another program replaces, overwrites, empties or removes while two
-processes use it: both detect this and write their values again."""
+"""The open client library with a database that two processes use. Another program replaces, overwrites, empties or
+removes its files. Both processes detect this and write their values again."""
 
 import shutil
 import sqlite3
@@ -16,7 +16,7 @@ FILE = "/mnt/data/rdb.db"
 
 
 class Holder:
-    """A process that holds the value of one host in a database."""
+    """A process that puts the value of one host into a database."""
 
     def __init__(self, sandbox, file, name):
         self._client = RdbClient(sandbox, LIBRARY, SHIM)
@@ -34,7 +34,7 @@ class Holder:
 
 
 class Pair:
-    """Two processes that hold the values of host1 and host2 in one database."""
+    """Two processes that put the values of host1 and host2 into one database."""
 
     def __init__(self, folder):
         self.sandbox = Sandbox()
@@ -47,7 +47,7 @@ class Pair:
         return self.sandbox.path(FILE + suffix)
 
     def other(self, puts=0):
-        """Returns the bytes of a similar database with another host and this number of its values."""
+        """Returns the bytes of a similar database that contains another host with this number of values."""
         holder = Holder(self.sandbox, "/mnt/data/other.db", "host3")
         for _ in range(puts):
             assert holder.put("x" * 900) == 0
@@ -55,7 +55,7 @@ class Pair:
         return self.sandbox.path("/mnt/data/other.db").read_bytes()
 
     def values(self):
-        """Returns the values in a copy of the file without its log."""
+        """Returns the values in a copy of the database file, without its write-ahead log."""
         copy = self._folder / "copy.db"
         copy.unlink(missing_ok=True)
         try:
@@ -63,7 +63,7 @@ class Pair:
             with sqlite3.connect(copy) as database:
                 assert database.execute("PRAGMA integrity_check").fetchall() == [("ok",)]
                 return dict(database.execute("SELECT name, value FROM current_values"))
-        except (FileNotFoundError, sqlite3.Error, AssertionError):  # while the file is created or written
+        except (FileNotFoundError, sqlite3.Error, AssertionError):  # the file is being created or written
             return {}
 
     def hold(self):
@@ -86,11 +86,11 @@ def pair(tmp_path):
 
 
 def remove(*suffixes):
-    def accident(pair):
+    def change(pair):
         for suffix in suffixes:
             pair.path(suffix).unlink()
 
-    return accident
+    return change
 
 
 def overwrite(pair, puts=0):
@@ -108,7 +108,7 @@ def replace(pair):
     new.rename(pair.path())
 
 
-ACCIDENTS = {
+CHANGES = {
     "emptied": lambda pair: pair.path().write_bytes(b""),
     "overwritten": overwrite,
     "overwritten-by-a-larger-one": lambda pair: overwrite(pair, 40),
@@ -123,20 +123,20 @@ ACCIDENTS = {
 
 
 @pytest.mark.parametrize("puts", [0, 40], ids=["small", "large"])
-@pytest.mark.parametrize("accident", ACCIDENTS.values(), ids=ACCIDENTS.keys())
-def test_700_values_are_restored_after_damage_to_the_files(pair, accident, puts):
+@pytest.mark.parametrize("change", CHANGES.values(), ids=CHANGES.keys())
+def test_700_values_are_restored_after_damage_to_the_files(pair, change, puts):
     for _ in range(puts):
         assert pair.holders[0].put("x" * 900) == 0
     assert pair.holders[0].put("value of host1") == 0
     assert pair.hold()
-    accident(pair)
+    change(pair)
     wait_until(pair.hold, "both values again")
     for holder in pair.holders:
         wait_until(lambda holder=holder: holder.put("later") == 0, "a put")
     wait_until(lambda: pair.values().items() >= {"host1": "later", "host2": "later"}.items(), "both later values")
 
 
-def test_701_services_that_share_a_file_do_not_disturb_each_other(pair):
+def test_701_services_that_share_a_file_keep_each_others_values(pair):
     for number in range(100):
         for holder in pair.holders:
             assert holder.put(str(number)) == 0

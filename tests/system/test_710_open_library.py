@@ -13,7 +13,7 @@ SETTINGS = {"rdburl": "sqlite:///mnt/data/rdb.db", "dnsurl": "hosts:///mnt/data/
 
 @pytest.fixture
 def open_host(host):
-    """A host with the open client library, one address and settings for files below /mnt/data."""
+    """A host with the open client library, one address, and settings that use files below /mnt/data."""
     if not open_library.has(BUILD, "sqlite", "hosts"):
         pytest.skip("the open client library was built without one of its back ends")
     open_library.install(BUILD, host.sandbox.path(DIRECTORY))
@@ -38,7 +38,7 @@ def hosts_lines(host):
 
 
 def database_values(host, folder):
-    """Returns the current values, read from a copy of the stopped service's database in folder."""
+    """Returns the current values of the stopped service's database. They are read from a copy in folder."""
     for file in host.sandbox.path("/mnt/data").glob("rdb.db*"):
         shutil.copy(file, folder)
     with sqlite3.connect(folder / "rdb.db") as database:
@@ -67,10 +67,10 @@ def test_712_a_changed_address_replaces_the_old_one(open_host, tmp_path):
     assert database_values(open_host, tmp_path) == [("host1", "2001:db8::2")]
 
 
-def test_713_the_service_ends_on_ctrl_c_with_both_servers_connected(open_host):
+def test_713_ctrl_c_ends_the_service_while_both_servers_are_connected(open_host):
     process, control = run_connected(open_host)
     control.advance(0.1)
-    process.wait_for_output(b'"message":"ok"}\r\n')  # a reply that is on its way is logged after the last text
+    process.wait_for_output(b'"message":"ok"}\r\n')  # a reply that was already sent is logged after the last text
     process.type(b"\x03")
     assert process.wait() == 0
     assert process.output_so_far().endswith(b"stop addrpubd service success.\r\n")

@@ -1,4 +1,4 @@
-"""The modules of the open client library: which are loaded, from where, and what a missing one means."""
+"""The modules of the open client library: which are loaded, from which folder, and what happens if one is missing."""
 
 import re
 import shutil
@@ -13,7 +13,7 @@ from sandbox import wait_until
 SETTINGS = {"rdburl": "sqlite:///mnt/data/rdb.db", "dnsurl": "hosts:///mnt/data/hosts"}
 PLANTED = "/mnt/planted"
 
-# Connects to a url in a process whose library was loaded by the relative name and whose working folder then changed.
+# Connects to a url in a process that loaded the library by its relative name and then changed its working directory.
 CLIENT = """
 import ctypes, os, sys
 library = ctypes.CDLL("./librdbapix64.so")
@@ -27,7 +27,7 @@ NOT_LOADABLE = 1021
 
 @pytest.fixture
 def open_host(host):
-    """A host with the open client library, one address and settings for files below /mnt/data."""
+    """A host with the open client library, one address, and settings that use files below /mnt/data."""
     if not open_library.has(BUILD, "sqlite", "hosts"):
         pytest.skip("the open client library was built without one of its back ends")
     open_library.install(BUILD, host.sandbox.path(DIRECTORY))
@@ -45,7 +45,7 @@ def module(host, name):
 
 
 def connect(host, url, folder="/"):
-    """The result of rdb_connectex for a program that was started with the planted folder in its search path."""
+    """Returns the result of rdb_connectex for a program whose search path contains the planted folder."""
     command = ["/usr/bin/python3", "-I", "-S", "-c", CLIENT, folder, url]
     environment = {"LD_LIBRARY_PATH": f"{PLANTED}:."}
     process = host.sandbox.spawn(*command, cwd=DIRECTORY, env=environment)
@@ -55,7 +55,7 @@ def connect(host, url, folder="/"):
 
 
 def mapped(host):
-    """The names of the shared objects in the service."""
+    """Returns the names of the shared objects that the service has mapped."""
     pid = host.sandbox.path("/run/addrpubd.pid").read_text().strip()
     maps = host.sandbox.path(f"/proc/{pid}/maps").read_text()
     return set(re.findall(r"/([^/\n]+\.so[.\d]*)$", maps, re.MULTILINE))
@@ -68,7 +68,7 @@ def test_721_a_command_loads_the_client_library_and_no_back_end(open_host):
     assert loaded - system == {"./librdbapix64.so"}
 
 
-def test_722_a_service_with_files_has_no_library_for_servers_in_it(open_host):
+def test_722_a_service_that_uses_only_files_loads_no_library_for_servers(open_host):
     process = open_host.start("-run", tty=True)
     open_host.clock.of(process).wait_parked()
     process.wait_for_output(b"connect rdb server sqlite:///mnt/data/rdb.db success.\r\n")
@@ -81,7 +81,7 @@ def test_722_a_service_with_files_has_no_library_for_servers_in_it(open_host):
     assert [name for name in names if re.match(r"lib(hiredis|ldns|ssl|crypto|stdc\+\+)", name)] == []
 
 
-def test_723_a_service_in_the_background_finds_its_modules_from_another_working_folder(open_host):
+def test_723_a_background_service_with_another_working_directory_finds_its_modules(open_host):
     open_host.settings(**SETTINGS, logurl=None)
     parent = open_host.start("-start")
     parent_hand = open_host.clock.of(parent)
@@ -107,25 +107,25 @@ def test_724_a_module_that_is_missing_is_named_and_the_service_does_not_start(op
 
 
 @pytest.mark.parametrize("folder", ["/", PLANTED])
-def test_725_a_module_is_taken_from_the_folder_of_the_library_only(open_host, folder):
+def test_725_a_module_is_loaded_only_from_the_folder_of_the_library(open_host, folder):
     assert connect(open_host, "sqlite:///mnt/data/rdb.db", folder) == OK
     shutil.move(module(open_host, "sqlite"), open_host.sandbox.path(PLANTED))
     assert connect(open_host, "sqlite:///mnt/data/rdb.db", folder) == NOT_INSTALLED
 
 
 @pytest.mark.parametrize("url", ["sqlite/../planted/x:///x", "../planted/librdbapix64-x:///x", "planted:///x"])
-def test_726_no_url_leads_to_another_file(open_host, url):
+def test_726_no_url_loads_another_file(open_host, url):
     shutil.copy(module(open_host, "sqlite"), open_host.sandbox.path(f"{PLANTED}/librdbapix64-x.so"))
     shutil.copy(module(open_host, "sqlite"), module(open_host, "planted"))
     assert connect(open_host, url, PLANTED) in (1003, 1004)
 
 
-def test_727_a_file_that_cannot_be_loaded_has_a_code_of_its_own(open_host):
+def test_727_a_file_that_cannot_be_loaded_has_its_own_error_code(open_host):
     module(open_host, "sqlite").write_text("no shared object\n")
     assert connect(open_host, "sqlite:///mnt/data/rdb.db") == NOT_LOADABLE
 
 
-def test_728_the_checker_asks_for_the_module_where_the_service_does(open_host):
+def test_728_addrpubd_check_searches_modules_in_the_same_folder_as_the_service(open_host):
     shutil.copy(BUILD / "addrpubd-check", open_host.sandbox.path(DIRECTORY))
     check = (f"{DIRECTORY}/addrpubd-check", f"{DIRECTORY}/addrpubd.ini")
     assert b"not installed" not in open_host.sandbox.spawn(*check).all_output()

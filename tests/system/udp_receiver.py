@@ -1,4 +1,5 @@
-"""Receives datagrams on ADDRESS PORT and prints each as a line of hexadecimal digits. Prints "ready" first."""
+"""Receives datagrams on ADDRESS PORT and prints each as a line of hexadecimal digits. Before the first it prints
+"ready"."""
 
 import socket
 import sys

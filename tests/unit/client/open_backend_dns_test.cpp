@@ -223,7 +223,7 @@ TEST_F(OpenDnsBackend, AMessageIsOneUpdate) {
     EXPECT_EQ(server.connections(), 2);
 }
 
-TEST_F(OpenDnsBackend, ARefusalIsReportedAsTextAndTheUpdateCanBeRepeated) {
+TEST_F(OpenDnsBackend, ARefusalIsReportedAsTextAndTheUpdateCanBeMadeAgain) {
     start();
     for (unsigned code = 1; code < 12; ++code) {
         zone.updateCode = code;

@@ -261,7 +261,7 @@ TEST_F(RedisBackend, ATagOfAnotherClassAcceptsNoValues) {
     EXPECT_EQ(server.received("HSET").size(), 0U);
 }
 
-TEST_F(RedisBackend, ATransactionThatOthersInterruptIsRepeatedAFewTimes) {
+TEST_F(RedisBackend, ATransactionThatOthersInterruptIsMadeAgainAFewTimes) {
     opened();
     for (int i = 0; i < 3; ++i) {
         server.answer("EXEC", "*-1\r\n");

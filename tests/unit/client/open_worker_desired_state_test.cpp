@@ -133,7 +133,7 @@ TEST_F(WorkerDesiredState, AServerThatLostTheTagReceivesItAgain) {
     EXPECT_EQ(script->takeMade(), (Made{"import t", "put t=1", "put t=1", "import t", "put t=1"}));
 }
 
-TEST_F(WorkerDesiredState, AValueOfAnUnknownTagIsRepeatedOnlyOnce) {
+TEST_F(WorkerDesiredState, AValueOfAnUnknownTagIsSentOnlyTwice) {
     connect();
     fail({{errorNoSuchTag, {}}, {errorNoSuchTag, {}}});
     EXPECT_EQ(put("1"), errorNoSuchTag);

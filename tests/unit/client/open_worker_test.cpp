@@ -309,7 +309,7 @@ TEST_F(Worker_, NoEventAndNoReplyFollowADisconnect) {
     EXPECT_EQ(replies.count(), 0U);
 }
 
-TEST_F(Worker_, ADisconnectEndsTheWaitBeforeAnOpenAtOnce) {
+TEST_F(Worker_, ADisconnectEndsTheBackOffAtOnce) {
     skipBackoff = false;
     script->opens = {backendFailed("a")};
     ASSERT_EQ(connectFake(handle, script), 0);

@@ -38,6 +38,7 @@ public:
 
     //  Continues the child with signal_number. Returns its exit status, or the negative number of the signal that ended
     //  it, or nothing if it still runs after hang_seconds.
+    std::optional<int> goOnWith(int signal_number, int hang_seconds);
 
 private:
     bool step();
