@@ -1,16 +1,17 @@
-//  Linked into every program of a coverage build: adds the counters of executed code to files when the program ends.
+//  Linked into every program of a coverage build. When the program ends, it adds the counters of executed code to
+//  files.
 //
-//  The compiler's own run-time library is not suitable. It uses the C library, whose functions the tests replace; it
-//  writes to standard error if it cannot write a file; and it loses the counters before _exit or a failed assertion.
-//  This file makes system calls directly: no replacement intercepts them, the program imports no additional function,
-//  and a file that cannot be opened is silently skipped.
+//  The compiler's own run-time library is not suitable. It uses the C library, whose functions the tests replace. It
+//  writes to standard error if it cannot write a file. It loses the counters if the program ends by _exit or a failed
+//  assertion. This file makes system calls directly, so no replacement intercepts them, and the program imports no
+//  additional function. A file that cannot be opened is silently skipped.
 //
 //      COUNTERS_FOLDER/PROGRAM/-build-folder-of-the-object.gcda
 //
-//  One file for each object of each program, in the format of gcov (gcov-io.h of GCC 12). All counters are written, so
-//  that the next run finds each at the same offset. Concurrent processes are serialised by flock.
+//  There is one file for each object file of each program, in the format of gcov (gcov-io.h of GCC 12). All counters
+//  are written, so that the next run finds each counter at the same offset. flock serialises concurrent processes.
 //
-//  Code of a process that was killed, or that executed another program, is not counted.
+//  Code is not counted if its process was killed or executed another program.
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -23,7 +24,8 @@
 extern "C" {
 #include <gcov.h>
 
-//  The compiler's list of objects, between these two symbols; both are null in a program without counted objects.
+//  The compiler's list of object files is between these two symbols. Both are null in a program without counted object
+//  files.
 __attribute__((weak)) extern const gcov_info* const __start_coverage_info[];
 __attribute__((weak)) extern const gcov_info* const __stop_coverage_info[];
 }
@@ -76,7 +78,7 @@ void appendToPath(const char* text, std::size_t length) {
     g_stream.path[g_stream.path_length] = 0;
 }
 
-//  Creates the folder of this program if it does not exist.
+//  Creates this program's folder if it does not exist.
 void beginPath() {
     g_stream.path_length = 0;
     appendToPath(COUNTERS_FOLDER, sizeof COUNTERS_FOLDER - 1);
@@ -113,8 +115,8 @@ void* noMemory(unsigned, void*) {
     return nullptr;
 }
 
-//  Writes zero counters for functions that were not executed: their record is only a negative length. Returns false if
-//  there is no room.
+//  Writes zero counters for functions that were not executed; for these, the input has only a negative length. Returns
+//  false if there is not enough room.
 bool writeOutZeros() {
     std::memcpy(g_stream.kept, g_stream.bytes, g_stream.size);
     const char* from = g_stream.old();
@@ -145,7 +147,7 @@ bool writeOutZeros() {
     return true;
 }
 
-//  Adds the counters in the existing file to those of this process.
+//  Adds the counters of the existing file to the counters of this process.
 void addKept() {
     for (std::size_t place = 16; place + 8 <= g_stream.size;) {
         const std::uint32_t tag = wordAt(g_stream.begin() + place);
@@ -163,7 +165,7 @@ void addKept() {
     }
 }
 
-//  Returns false if the linker has kept no function of this object.
+//  Returns false if the linker has removed all functions of this object file.
 bool hasFunctions() {
     for (std::size_t place = 16; place + 8 <= g_stream.size;) {
         const std::uint32_t length = wordAt(g_stream.begin() + place + 4);
@@ -193,7 +195,7 @@ void keepObject(const gcov_info* object, std::size_t folder_length) {
     systemCall(SYS_close, fd);
 }
 
-//  Must not be interrupted, neither by a signal handler nor by the signal for a file that exceeds its limit.
+//  Nothing may interrupt this function, neither a signal handler nor the signal for a file that exceeds its size limit.
 void keepCounters() {
     if (__atomic_exchange_n(&g_done, true, __ATOMIC_SEQ_CST))
         return;
@@ -216,10 +218,10 @@ __attribute__((destructor(101))) void addrpubdKeepCountersAtExit() {
     keepCounters();
 }
 
-//  The compiler refers to this function for each counter. It is never called.
+//  The compiler generates a reference to this function for each counter. It is never called.
 __attribute__((visibility("hidden"))) void __gcov_merge_add(std::int64_t*, unsigned) {}
 
-//  The linker redirects calls of these three functions to here.
+//  The linker redirects calls of _exit, abort and __assert_fail to the three functions below.
 [[noreturn]] void __wrap__exit(int status) {
     keepCounters();
     for (;;)

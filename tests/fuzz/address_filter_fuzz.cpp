@@ -1,4 +1,5 @@
-//  Compares the address list with a second filter: each 16 bytes of the input are one entry of the interface list.
+//  Compares the address list with an independent filter. Each 16 bytes of the input are one entry of the interface
+//  list.
 #include "address_model.h"
 #include "fuzz_input.h"
 #include "localaddr.h"

@@ -1,5 +1,5 @@
-//  Compares the output of addrpubd-check about the settings with the service and with a model of the file, and checks
-//  that no password is in the output.
+//  Compares what addrpubd-check prints about the settings with the service and with a model of the file. Checks that
+//  the output contains no password.
 #include "check.h"
 #include "check_model.h"
 #include "fuzz_input.h"
@@ -13,7 +13,7 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
-//  No input causes a query to a name server.
+//  Replaces the resolver, so that no input causes a query to a name server.
 extern "C" int __wrap_getaddrinfo(const char*, const char*, const addrinfo*, addrinfo**) {
     return EAI_NONAME;
 }
@@ -67,7 +67,7 @@ std::string check_one(const std::string& bytes) {
     return text;
 }
 
-//  Places a secret between parts of the input, on one line. A password that starts with file: is not a secret.
+//  Inserts a secret between parts of the input, on one line. A password that starts with file: is not a secret.
 std::string with_secret(const std::string& bytes) {
     std::string line = bytes.substr(0, bytes.size() / 2);
     line.erase(std::remove(line.begin(), line.end(), '\n'), line.end());

@@ -1,5 +1,5 @@
-//  Reads values from the start of an input; a value is 0 or shorter when the input ends. require ends the program, in
-//  every build, if its condition is false.
+//  Reads values from the start of an input. When the input ends, a value is 0 or shorter than requested. require ends
+//  the program if its condition is false, in every build.
 #ifndef FUZZ_INPUT_H
 #define FUZZ_INPUT_H
 

@@ -1,5 +1,5 @@
-//  A model of one size class: predicts which heap and which block is served, and when a heap is released. A heap is a
-//  list of freed blocks, last in first out, and the number of blocks that were never used.
+//  A model of one size class. It predicts which heap and which block serve a request, and when a heap is released. A
+//  heap is a list of freed blocks, last in first out, and the number of blocks that were never used.
 #ifndef FUZZ_HEAP_MODEL_H
 #define FUZZ_HEAP_MODEL_H
 
@@ -10,7 +10,7 @@
 
 class class_model {
 public:
-    //  Place of a block: the number of its heap, which is never reused, and its number in the heap.
+    //  Place of a block: the number of its heap (never reused), and the number of the block in the heap.
     struct place {
         uint32_t heap;
         uint32_t block;

@@ -1,4 +1,4 @@
-//  Compares the ini reader with a second reader of the same grammar.
+//  Compares the ini reader with an independent reader of the same grammar.
 #include "fuzz_input.h"
 #include "ini_model.h"
 #include "inifile.h"
@@ -23,7 +23,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
             "every file is read");
     require(events == expected, "both readers call the same");
 
-    //  A callback that returns true at one of the calls gets no further call.
+    //  If a call of the callback returns true, it must be the last call.
     const size_t stop = expected.empty() ? 0 : size % expected.size();
     size_t calls = 0;
     read_ini_file(path.c_str(),

@@ -1,6 +1,6 @@
-//  The JSON writers: a separate reader and a JSON parser read the text back; numbers are compared with the standard
-//  library, times with a calendar. The text is written after other text and with more or less room, because the writers
-//  use different code depending on the room.
+//  The JSON writers. A separate reader and a JSON parser read the text; numbers are compared with the standard library,
+//  times with a calendar. The text is written after other text, and with different amounts of room in the buffer,
+//  because the writers use different code depending on the room.
 #include "fuzz_input.h"
 #include "json_oracle.h"
 #include "json_reader.h"
@@ -20,7 +20,8 @@ olk::string pooled(const std::string& text) {
     return olk::string(text.data(), text.size());
 }
 
-//  The word after a string's block must contain the address of the block's heap, or zero if it was never carved.
+//  The word after a string's block must be unchanged: it is the address of the block's heap, or zero if the next block
+//  was never used.
 bool next_header_intact(const olk::string& s) {
     const char* block = s.data() - 8;
     const olk::blk_heap* heap = olk::blk_heap::of(block);
@@ -30,7 +31,7 @@ bool next_header_intact(const olk::string& s) {
            olk::load_word<const olk::blk_heap*>(block + heap->blksize) == (next < heap->bump ? heap : nullptr);
 }
 
-//  Returns a text that is not empty, with room for this many bytes, or without a buffer if room is 0.
+//  Returns a text that is not empty. It has room for this many more bytes, or no buffer if room is 0.
 olk::string with_room(size_t room) {
     olk::string out;
     if (room != 0)
@@ -45,7 +46,7 @@ std::string written_behind(const olk::string& out) {
     return text_of(out).substr(11);
 }
 
-//  The text has a block of exactly its size, so that reading a byte after it is detected.
+//  The text is in a block of exactly its size. So a sanitizer detects reading beyond it.
 void check_string(const std::string& value, size_t room) {
     const std::unique_ptr<char[]> bytes(new char[value.size()]);
     value.copy(bytes.get(), value.size());
@@ -105,8 +106,8 @@ void check_read_back(const std::string& text, const json_object& object) {
     require(reader.empty(), "the object ends the text");
 }
 
-//  Makes bytes acceptable to a parser: bytes above 127 become two bytes of UTF-8, and control characters that are not
-//  escaped are removed.
+//  Makes bytes acceptable to a JSON parser: bytes above 127 become two bytes of UTF-8, and control characters that are
+//  not escaped are removed.
 std::string parsable(const std::string& bytes) {
     std::string text;
     for (const char c : bytes) {

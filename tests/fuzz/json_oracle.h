@@ -1,5 +1,5 @@
-//  A JSON parser independent of the writers, and the object that both describe. If no parser is installed, every text
-//  is accepted.
+//  A JSON parser that is independent of the writers, and the object that is written and parsed. If no parser is
+//  installed, every text is accepted.
 #ifndef FUZZ_JSON_ORACLE_H
 #define FUZZ_JSON_ORACLE_H
 
@@ -16,8 +16,8 @@ struct json_object {
     bool operator==(const json_object&) const = default;
 };
 
-//  Returns whether text is a JSON text (RFC 8259) with exactly the members of object; an empty first or second member
-//  is omitted. Requires: object's texts are UTF-8.
+//  Returns whether text is a JSON text (RFC 8259) with exactly the members of object. An empty first or second member
+//  is omitted. Requires that object's texts are UTF-8.
 bool oracle_reads(const std::string& text, const json_object& object);
 
 #endif

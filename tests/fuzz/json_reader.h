@@ -1,5 +1,5 @@
-//  Reads the output of the JSON writers, byte by byte. A text may contain any bytes, as the writers allow; a parser of
-//  RFC 8259 would reject some of them.
+//  Reads the output of the JSON writers byte by byte. It accepts texts with any bytes, because the writers write any
+//  bytes; a parser for RFC 8259 would reject some of them.
 #ifndef FUZZ_JSON_READER_H
 #define FUZZ_JSON_READER_H
 

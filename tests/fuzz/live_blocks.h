@@ -1,5 +1,5 @@
-//  The allocated blocks: checks that no two overlap, that each keeps its contents, and that the bytes before it are
-//  unused.
+//  The allocated blocks. Checks that no two blocks overlap, that each block keeps its contents, and that the header
+//  bytes of a block belong to no other block.
 #ifndef FUZZ_LIVE_BLOCKS_H
 #define FUZZ_LIVE_BLOCKS_H
 
@@ -16,7 +16,7 @@ class live_blocks {
 public:
     struct block {
         size_t usable;
-        size_t header;  // bytes before it that belong to it
+        size_t header;  // number of header bytes that belong to the block
         unsigned char pattern;
         WHAT what;
     };
@@ -50,7 +50,7 @@ public:
         });
     }
 
-    //  Returns the block selected by number. Requires: there is a block.
+    //  Returns the block that number selects. Requires at least one block.
     iterator chosen(size_t number) {
         return std::next(blocks_.begin(), static_cast<ptrdiff_t>(number % blocks_.size()));
     }
@@ -63,7 +63,7 @@ private:
     static char* start_of(iterator place) { return place->first - place->second.header; }
     static char* end_of(iterator place) { return place->first + place->second.usable; }
 
-    //  Of a large block only the first and last bytes are used.
+    //  In a large block only the first and last bytes are used.
     template <class USE>
     static void for_each_piece(iterator place, USE use) {
         constexpr size_t piece = 128;

@@ -17,7 +17,7 @@ struct slot_place {
     size_t slot;
 };
 
-//  The pages in the order of the search; freed slots are served first, last in first out.
+//  The pages in search order. Freed slots are reused first, last in first out.
 class page_model {
 public:
     explicit page_model(size_t largest)
@@ -94,7 +94,7 @@ public:
     }
 
 private:
-    //  Takes this many slots, or frees them from the front, from the back, or from the chosen one on.
+    //  Takes several slots, or frees several: from the front, from the back, or starting at a chosen slot.
     void step(unsigned what) {
         const unsigned count = what / 8 + 1;
         const size_t start = what % 8 == 7 ? input_.number<uint8_t>() : 0;

@@ -1,5 +1,5 @@
-//  Answers of a hostile DNS server: for any bytes, only an answer that is signed with the key, includes the request in
-//  its signature and was not modified is authentic. An authentic answer may have any contents.
+//  Answers of a hostile DNS server. For any bytes, an answer is authentic only if it is signed with the key, if its
+//  signature covers the request, and if it was not modified. An authentic answer may have any contents.
 #include "dns/tsig.h"
 #include "fuzz_input.h"
 #include "open_dns_support.h"
@@ -32,7 +32,7 @@ DnsBytes bytesOf(const std::string& text) {
     return {text.begin(), text.end()};
 }
 
-//  Returns text after a header that matches the request, so that later checks are reached.
+//  Returns a header that matches the request, followed by bytes of the input. So the later checks are reached, too.
 DnsBytes answerOf(fuzz_input& input) {
     DnsBytes message = plainAnswer(id, opcodeQuery, input.number<std::uint8_t>() & 0xf);
     for (std::size_t count = 5; count < message.size(); count += 2)
@@ -42,7 +42,7 @@ DnsBytes answerOf(fuzz_input& input) {
     return message;
 }
 
-//  A letter in the signature's names may change its case; the names are after the message of the given size.
+//  The case of a letter in the signature's two names may change. These names are after the message of the given size.
 bool onlyChangesCase(const DnsBytes& message, std::size_t size, std::size_t at, std::uint8_t mask) {
     constexpr std::size_t namesEnd = 28;
     return at >= size && at < size + namesEnd && mask == 0x20 && std::isalpha(message[at]) != 0;
@@ -57,7 +57,7 @@ void checkAltered(const DnsBytes& genuine, std::size_t size, std::size_t at, std
         require(onlyChangesCase(genuine, size, at % genuine.size(), mask), "an altered answer never counts");
 }
 
-//  Signs the server's answer and reads it like the back end.
+//  Signs the server's answer, and reads it as the back end does.
 void checkSigned(const DnsBytes& message, std::size_t at, std::uint8_t mask) {
     if (message.size() > maxDnsMessageSize)
         return;
@@ -73,7 +73,7 @@ void checkSigned(const DnsBytes& message, std::size_t at, std::uint8_t mask) {
     checkAltered(genuine, message.size(), at, mask);
 }
 
-//  One record of the list below: its owner and type, and its data.
+//  One record of the expected list: its owner, its type and its data.
 struct Said {
     std::string owner;
     std::uint16_t type;
@@ -104,7 +104,7 @@ std::string otherCase(std::string name, unsigned letters) {
     return name;
 }
 
-//  An authentic answer matches the records of an owner and type in any order and letter case, and no others.
+//  An authentic answer matches exactly the records of an owner and type, in any order and letter case.
 void checkRecords(fuzz_input& input, std::size_t at, std::uint8_t mask) {
     std::vector<Said> said;
     std::vector<AnswerRecord> written;

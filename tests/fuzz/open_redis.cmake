@@ -1,4 +1,4 @@
-#  The back end redis, with the socket calls in the target's hands.
+#  The back end redis. The fuzz target replaces the socket calls.
 if(TARGET rdbopen_redis)
     addrpubd_fuzz_target(redis RUNS 25000 SOURCES redis_fuzz.cpp LIBS rdbapi_open)
     foreach(call connect send recv)

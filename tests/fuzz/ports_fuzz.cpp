@@ -1,4 +1,4 @@
-//  Compares the port list parser with a second parser.
+//  Compares the port list parser with an independent parser.
 #include "fuzz_input.h"
 #include "port_list_model.h"
 #include "runcls.h"

@@ -1,6 +1,6 @@
-//  The back end redis with a server that sends the input, in any pieces. Compares parsed answers with a second reader.
-//  No request may write inside a transaction that the server has not started, and no outcome may be one that is not
-//  allowed for the request.
+//  The back end redis with a server that sends the input, split into any pieces. Parsed answers are compared with an
+//  independent parser. No request may write inside a transaction that the server has not started. No request may end
+//  with an outcome that is not allowed for it.
 #include "backends.h"
 #include "engine/clock.h"
 #include "fuzz_input.h"
@@ -19,7 +19,7 @@ using namespace rdbopen;
 std::string toReceive;
 std::string sent;
 std::size_t pieceSize = 1;
-bool pieceThere = false;  // each wait provides one piece
+bool pieceThere = false;  // true while the current piece can be read; each wait provides one piece
 
 class ReadyWaiter : public Waiter {
 public:
@@ -31,7 +31,7 @@ public:
 
 constexpr ReadyWaiter waiter;
 
-//  The parsed answer must not depend on the pieces and must equal that of the second reader.
+//  The parsed answer must not depend on how the bytes are split, and must equal the answer of the independent parser.
 void compareParsers(const std::string& bytes) {
     RedisReplyParser whole;
     RedisReplyParser pieces;

@@ -1,6 +1,6 @@
-//  A second implementation of the parser of one Redis answer, recursive over the whole text
-//  (https://redis.io/docs/reference/protocol-spec, RESP2). It leaves malformed answers and types of later versions
-//  undecided, because readers may differ there.
+//  A second implementation of the parser of one Redis answer, which works recursively on the whole text
+//  (https://redis.io/docs/reference/protocol-spec, RESP2). For malformed answers and types of later versions it returns
+//  no result, because parsers may differ there.
 #ifndef FUZZ_REDIS_MODEL_H
 #define FUZZ_REDIS_MODEL_H
 
@@ -15,7 +15,7 @@ public:
 
     explicit RedisModel(const std::string& text) : text_(text) {}
 
-    //  Returns the answer at the start, or nothing if it is incomplete or malformed.
+    //  Returns the answer at the start of the text, or nothing if the answer is incomplete or malformed.
     std::optional<Reply> read(int depth = 0) {
         const std::size_t end = text_.find("\r\n", at_);
         if (end == std::string::npos || end == at_ || depth > maxDepth)

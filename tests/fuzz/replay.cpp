@@ -1,4 +1,4 @@
-//  Runs a fuzz target on the files given on the command line. Replaces libFuzzer where it is not available.
+//  Runs a fuzz target on the files given on the command line. Used where libFuzzer is not available.
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>

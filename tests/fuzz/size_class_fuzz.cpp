@@ -12,7 +12,7 @@ constexpr size_t most_steps = 100;
 
 using size_class = olk::blk_alloctor<olk::spinlock>;
 
-//  A first heap has all blocks if they are few or small.
+//  A first heap has all blocks of the class if they are few or small.
 uint32_t first_blocks(uint64_t blksize, uint32_t blkperheap) {
     return blkperheap > 16 && blksize * blkperheap > 32768
                ? std::max<uint32_t>(16, static_cast<uint32_t>(32768 / blksize))
@@ -43,7 +43,7 @@ public:
     }
 
 private:
-    //  Takes this many blocks, or frees them from the front, from the back, or from the chosen one on.
+    //  Takes several blocks, or frees several: from the front, from the back, or starting at a chosen block.
     void step(unsigned what) {
         const unsigned count = what / 8 + 1;
         const size_t start = what % 8 == 7 ? input_.number<uint8_t>() : 0;

@@ -1,4 +1,4 @@
-//  A second implementation of the table of size classes, searched from its start.
+//  A second implementation of the table of size classes. It is searched from its start.
 #ifndef FUZZ_SIZE_TABLE_H
 #define FUZZ_SIZE_TABLE_H
 
@@ -11,7 +11,7 @@ struct size_row {
     uint32_t first;  // blocks of a class's first heap
 };
 
-//  In ascending order. The first three have their first heap after construction.
+//  In ascending order. The first three classes get their first heap when the allocator is constructed.
 inline constexpr size_row size_table[] = {
     {16, 65536, 2048}, {32, 32768, 1024}, {64, 16384, 512}, {96, 10922, 341}, {128, 8192, 256}, {256, 4096, 128},
     {384, 2730, 85},   {512, 2048, 64},   {640, 1638, 51},  {800, 1310, 40},  {1024, 1024, 32}, {1424, 736, 23},
@@ -22,7 +22,7 @@ inline constexpr size_row size_table[] = {
 inline constexpr uint64_t classes = std::size(size_table);
 inline constexpr uint64_t first_heaps_at_start = 3;
 
-//  Returns the number of the class that serves a request; classes for a big block.
+//  Returns the number of the class that serves a request. The number of classes means a big block.
 inline uint64_t class_for(uint64_t request) {
     uint64_t i = 0;
     while (i < classes && size_table[i].blksize < request)

@@ -12,7 +12,7 @@ namespace {
 
 constexpr size_t longest = 1 << 17;
 
-//  A block has exactly its number of usable bytes.
+//  The block has exactly the number of usable bytes that is reported.
 struct watched_alloctor {
     static inline refusals memory;
     static inline std::map<const void*, size_t> blocks;  // usable bytes of each allocated block
@@ -33,7 +33,7 @@ struct watched_alloctor {
 };
 
 struct pooled_alloctor : olk::olk_string_alloctor {
-    static inline refusals memory;  // never set
+    static inline refusals memory;  // no request fails
 };
 
 template <class ALLOCTOR>
@@ -76,7 +76,7 @@ struct both {
         model.text += written;
     }
 
-    //  Lowers the capacity, so that growth finds a block with unused bytes.
+    //  Lowers the stored capacity, so that growth finds unused bytes in the block.
     void lower_capacity() {
         if (subject.data() == nullptr)
             return;
@@ -93,8 +93,8 @@ struct both {
         model.append(model.text.substr(from, length), memory);
     }
 
-    //  The request fails, so nothing is read. The length is hidden from the compiler, which would warn of an invalid
-    //  copy.
+    //  The request fails, so no bytes are read. The length is hidden from the compiler, which otherwise warns of an
+    //  invalid copy.
     void append_beyond_the_ceiling(uint64_t more) {
         const volatile uint64_t least = 2863311510;
         subject.append(subject.c_str(), least + more);

@@ -1,4 +1,4 @@
-//  A model of the pooled string: a standard string, the growth rule, and the number of blocks that it requests.
+//  A model of the pooled string: a standard string, the growth rule, and the number of blocks that the string requests.
 #ifndef FUZZ_STRING_MODEL_H
 #define FUZZ_STRING_MODEL_H
 
@@ -8,7 +8,7 @@
 #include <cstdint>
 #include <string>
 
-//  How many of the next requests fail; for both the allocator and the model.
+//  Number of next requests that fail. The allocator and the model use the same object.
 struct refusals {
     uint32_t left = 0;
 

@@ -1,5 +1,5 @@
-//  A second implementation of the time text for zones with a fixed offset from UTC, with the standard library's
-//  calendar.
+//  A second implementation of the time text, for time zones with a fixed offset from UTC. It uses the calendar of the
+//  standard library.
 #ifndef FUZZ_TIME_MODEL_H
 #define FUZZ_TIME_MODEL_H
 
@@ -11,7 +11,7 @@
 struct zone {
     const char* name;  // value of TZ, for tzset(3)
     int64_t clock;     // offset of the clock fields from UTC, seconds
-    int64_t hours;     // whole hours of the zone in the text
+    int64_t hours;     // whole hours of the zone that the text shows
 };
 
 inline constexpr zone zones[] = {

@@ -1,13 +1,13 @@
-//  Compares the url parser with its model. A replacement resolves names: a host resolves if it starts with a digit or a
-//  colon, and its addresses are derived from it.
+//  Compares the url parser with its model. The resolver is replaced: a host resolves if it starts with a digit or a
+//  colon, and its addresses are computed from its name.
 #include "fuzz_input.h"
 #include "olk_string.h"
 #include "url_model.h"
 
 namespace fuzz {
 
-//  The function for this type is found by argument-dependent lookup and preferred to the template that calls the
-//  system.
+//  The parser calls a function template for its text type. For this type, argument-dependent lookup finds the function
+//  below, which is preferred to the template that calls the system's resolver.
 struct text : olk::string {};
 
 std::pair<std::string, std::string> addresses(const std::string& name) {
@@ -52,7 +52,7 @@ void check(olk::net::url<fuzz::text>& parsed, const std::string& input) {
 
 }  // namespace
 
-//  The first byte is the length of the first url; the rest is a second url, which the same object parses next.
+//  The first byte is the length of the first url. The rest is a second url, which the same object parses afterwards.
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     fuzz_input input(data, size);
     olk::net::url<fuzz::text> parsed;

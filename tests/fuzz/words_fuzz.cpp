@@ -19,7 +19,7 @@ void check_pair(const std::string& query) {
     require(!found || (model.key == key && model.value == value), "the pairs agree");
 }
 
-//  The model supports one separator and no line ends: replaces all separators by one, then removes line ends.
+//  The model supports one separator and no line ends. So all separators are replaced by one, and line ends are removed.
 std::string for_model(std::string text, const std::string& separators, char separator) {
     for (char& c : text)
         if (separators.find(c) != std::string::npos)
@@ -28,8 +28,8 @@ std::string for_model(std::string text, const std::string& separators, char sepa
     return text;
 }
 
-//  The text has a block of exactly its size, so that reading a byte after it is detected. Requires: the separator
-//  character occurs in text only as a separator and is not a blank for the model.
+//  The text is in a block of exactly its size, so that a sanitizer detects reading beyond it. Requires that the
+//  separator character occurs in text only as a separator and is not a blank for the model.
 void check_words(const std::string& separators, char separator, const std::string& text) {
     const std::unique_ptr<char[]> bytes(new char[text.size()]);
     text.copy(bytes.get(), text.size());

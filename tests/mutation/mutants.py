@@ -1,7 +1,8 @@
-"""The mutants of a source file: each constant one up and one down, each comparison turned and moved to its neighbour.
+"""The mutants of a source file: each constant is increased and decreased by one; each comparison is inverted and
+replaced by its neighbours.
 
-Not changed are comments, string and character literals, preprocessor lines and format attributes, which contain no
-code, and compile-time assertions, which are tests themselves.
+Some parts are not changed: comments, string and character literals, preprocessor lines and format attributes contain no
+code; compile-time assertions are tests themselves.
 """
 
 import re
@@ -12,7 +13,7 @@ CONSTANTS = "constant"
 COMPARISONS = "comparison"
 KINDS = (CONSTANTS, COMPARISONS)
 
-#  Right sides of comparisons without a meaningful order: these comparisons are only inverted.
+#  Right sides of comparisons that have no meaningful order. Comparisons with these are only inverted.
 UNORDERED = re.compile(r"(nullptr|-1|EOF|'|[A-Z]\w*::|MAP_FAILED|this|SIZE_MAX)")
 
 NEIGHBOURS = {
@@ -36,8 +37,8 @@ NO_CODE = re.compile(
     re.VERBOSE | re.DOTALL | re.MULTILINE,
 )
 NUMBER = re.compile(r"(?<![\w.'])(0[xX][0-9a-fA-F']+|\d[\d']*)([uUlL]*)(?![\w.'])")
-#  The formatter writes blanks around a comparison but not inside template brackets; "template <" has one only before
-#  it.
+#  The formatter writes a blank on both sides of a comparison, but not inside template brackets. "template <" has only a
+#  blank before the bracket.
 COMPARISON = re.compile(r"(?<=\s)(<=|>=|==|!=|<|>)(?=\s)")
 
 
@@ -49,7 +50,7 @@ class Mutant:
     kind: str
     line: int  # counted from 1
     text: str  # the line without the blanks around it
-    line_repeat: int  # index among the lines with this text, from 1
+    line_repeat: int  # index among the lines with the same text, from 1
     token_repeat: int  # index among the equal tokens of the line, from 1
     start: int  # offset of the token in the file
     old: str
@@ -61,12 +62,12 @@ class Mutant:
 
     @property
     def place(self):
-        """Returns file and source text, with a number if the text occurs several times."""
+        """Returns the file and the source line, with a number if the text occurs several times."""
         return f"{self.file} :: {self.text}" + (f" #{self.line_repeat}" if self.line_repeat > 1 else "")
 
     @property
     def change(self):
-        """Returns the old and the new token, with a number if the line has the token more than once."""
+        """Returns the old and the new token, with a number if the line contains the token more than once."""
         return f"{self.old} -> {self.new}" + (f" @{self.token_repeat}" if self.token_repeat > 1 else "")
 
     @property

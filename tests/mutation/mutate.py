@@ -1,4 +1,4 @@
-"""mutate.py [options] [FILTER]: changes the sources one token at a time and checks whether the tests detect it.
+"""mutate.py [options] [FILTER]: changes the sources one token at a time and checks whether a test detects the change.
 
 Prints one line per mutant, then the survivors. The exit status is 0 if every survivor is explained.
 """
@@ -31,7 +31,7 @@ DEFAULT_WORK = Path("/tmp/addrpubd-mutation")
 
 
 class Judge:
-    """Determines which test detects a mutant. Used by all workers at once."""
+    """Determines which test detects a mutant. All workers use it at the same time."""
 
     def __init__(self, base, covering, with_system):
         self.base = base
@@ -56,7 +56,8 @@ class Judge:
             return "does not compile", next((s for s in str(refusal).splitlines() if "error" in s), "")[-150:]
 
     def _changed(self, worker, part):
-        """The part's program, None when neither it nor a program that it runs contains the change; and the latter."""
+        """Returns the part's program and the other programs that it runs. The program is None if none of them contains
+        the change."""
         program = worker.program(f"tests/{part.program}", part.sources)
         others = {name: worker.program(f"tests/{name}") for name in part.others}
         covers = {self.base.build / "tests" / name: new for name, new in others.items() if new}
@@ -90,8 +91,8 @@ class Judge:
         )
 
     def _measured(self, what, first):
-        """Returns the limits of a run. The first run of its kind is preceded by one on the unchanged sources, which
-        must pass."""
+        """Returns the time limits of a run. Before the first run of its kind, the same run is made on the unchanged
+        sources; it must pass."""
         with self._lock:
             if what not in self._seconds:
                 ended = first()
@@ -102,14 +103,14 @@ class Judge:
 
 
 class Census(Judge):
-    """Finds out every test that kills a mutant, in each unit test program that contains the change and in the system
+    """Finds every test that kills a mutant, in each unit test program that contains the change and in the system
     tests."""
 
-    #  These take minutes, or need more than the programs that a worker makes.
+    #  These tests take minutes, or need more programs than a worker builds.
     LEFT_OUT = ("test_195_", "test_450_", "test_470_", "test_500_", "test_510_", "test_628_", "test_700_", "test_710_")
 
     def outcome(self, worker, mutant):
-        """What became of the mutant, and the names of all tests that fail."""
+        """Returns the outcome of the mutant and the names of all tests that fail."""
         worker.change(mutant)
         found = []
         try:
@@ -143,7 +144,7 @@ class Report:
         self.stale = stale  # explanations that are no longer needed
 
     def add(self, mutant, outcome, by, seconds, explained):
-        """Adds one result. An explained survivor is not listed as open."""
+        """Adds one result. A survivor with an explanation is not listed as open."""
         with self._lock:
             if outcome == "survived" and explained:
                 outcome, by = "explained", explained
@@ -198,22 +199,22 @@ def arguments():
     """Returns the parsed command line."""
     parser = argparse.ArgumentParser(prog="scripts/mutate", description=__doc__.split("\n", 1)[0].split(": ", 1)[1])
     parser.add_argument("filter", nargs="?", default="", help="part of a file's name: service/, publish, com/*.cpp")
-    parser.add_argument("-n", "--number", type=int, help="so many mutants only, drawn with a fixed seed")
+    parser.add_argument("-n", "--number", type=int, help="try only this number of mutants, drawn with a fixed seed")
     parser.add_argument("-j", "--jobs", type=int, default=2, help="mutants at a time (2)")
-    parser.add_argument("-k", "--kind", action="append", choices=KINDS, help="mutants of this kind only")
+    parser.add_argument("-k", "--kind", action="append", choices=KINDS, help="only mutants of this kind")
     parser.add_argument("--only", help="mutants whose listed name contains this text")
     parser.add_argument("--list", action="store_true", help="list the mutants and run nothing")
-    parser.add_argument("--resume", action="store_true", help="leave out what an earlier run settled")
-    parser.add_argument("--keep-base", action="store_true", help="use the copy of the tree of the run before")
-    parser.add_argument("--no-system", action="store_true", help="do not ask the system tests about survivors")
+    parser.add_argument("--resume", action="store_true", help="leave out mutants that an earlier run decided")
+    parser.add_argument("--keep-base", action="store_true", help="use the previous run's copy of the tree")
+    parser.add_argument("--no-system", action="store_true", help="do not run the system tests on survivors")
     parser.add_argument("--every-test", action="store_true", help="list all tests that kill a mutant, not the first one")
     parser.add_argument("--work", type=Path, default=DEFAULT_WORK, help="folder for copies and builds")
     return parser.parse_args()
 
 
 def asked_for(tree, covering, explained, results, options):
-    """The mutants to try. Where a run is resumed those that are settled are left out: a reason settles what it was
-    tried on, and nothing that was never tried."""
+    """Returns the mutants to try. A resumed run leaves out mutants that an earlier run decided. A mutant that was never
+    tried is not left out, even if it has an explanation."""
     mutants = chosen(tree, covering, options)
     if not options.resume:
         return mutants
@@ -235,7 +236,7 @@ def unborne(tree, explained, files):
 
 
 def write_figures(results, every):
-    """Into the page: what became of each mutant, when every mutant of the sources has an outcome."""
+    """Writes the outcomes of the mutants into the page if every mutant of the sources has an outcome."""
     last = last_outcomes(results)
     if any(mutant.key not in last for mutant in every):
         return
@@ -248,14 +249,14 @@ def write_figures(results, every):
 
 
 def by_outcome(counts, belongs):
-    """The sum, then a figure for each outcome, of the counts whose key belongs there."""
+    """Returns the sum of the counts whose key belongs to the row, then a figure for each outcome."""
     outcomes = ("killed", "does not compile", "explained", "survived")
     figures = [sum(n for key, n in counts.items() if key[2] == name and belongs(key)) for name in outcomes]
     return sum(figures), *figures
 
 
 def try_all(mutants, judge, report, explained, workers):
-    """Judges all mutants, each on one of the workers."""
+    """Tries all mutants, each on one of the workers."""
     idle = queue.SimpleQueue()
     for worker in workers:
         idle.put(worker)

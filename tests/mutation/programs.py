@@ -1,7 +1,7 @@
-"""Test programs with one changed source: only files that include the source are compiled again.
+"""Builds test programs with one changed source file. Only files that include that source are compiled again.
 
-The base is a built copy of the tree. Each worker has a small tree for the sources under test and a folder for
-its objects, so that workers do not affect each other or the base.
+The base is a built copy of the tree. Each worker has a small tree for the sources under test and a folder for its
+objects. So workers do not affect each other or the base.
 
     base/tree, base/build       everything, unchanged, built by cmake
     worker/tree                 service, com, rdbapi: one file changed at a time
@@ -45,7 +45,7 @@ def _run(command, folder):
 
 
 def _mirror(source, target, left_out=frozenset()):
-    """Makes target equal to source, without the names in left_out."""
+    """Makes target equal to source, except for the names in left_out."""
     target.mkdir(parents=True, exist_ok=True)
     names = {entry.name for entry in source.iterdir()} - left_out
     for entry in target.iterdir():
@@ -63,7 +63,7 @@ def _mirror(source, target, left_out=frozenset()):
 class Linked:
     """The link command of a program or library in cmake's build."""
 
-    folder: Path  # where its command runs
+    folder: Path  # the folder in which the command runs
     command: tuple
 
 
@@ -75,7 +75,7 @@ class Base:
         self.build = folder / "build"
 
     def fill(self, source):
-        """Copies the tree at source. Unchanged files keep their time, so little is built again."""
+        """Copies the tree at source. Unchanged files keep their time stamps, so few files are built again."""
         _mirror(source, self.tree, {".git", "build"})
         kind = ["-DCMAKE_BUILD_TYPE=Mutation", "-DBUILD_TESTING=ON", f"-DCMAKE_CXX_FLAGS_MUTATION={FLAGS}"]
         command = ["cmake", "-S", self.tree, "-B", self.build, *kind, "-DCMAKE_EXPORT_COMPILE_COMMANDS=ON"]
@@ -89,7 +89,7 @@ class Base:
             raise SystemExit(f"the unchanged tree does not build:\n{done.stdout[-3000:]}{done.stderr[-3000:]}")
 
     def read(self):
-        """Reads the commands for each object, library and program from cmake's files."""
+        """Reads the commands of each object, library and program from cmake's files."""
         self._compile = {}
         for entry in json.loads((self.build / "compile_commands.json").read_text()):
             command = shlex.split(entry["command"])
@@ -105,11 +105,11 @@ class Base:
         self._members = {}
 
     def linked(self, made):
-        """Returns the link command of a program or library; None if it does not belong to this tree."""
+        """Returns the link command of a program or library, or None if it does not belong to this tree."""
         return self._link.get(made.resolve())
 
     def compiled(self, made):
-        """Returns folder and command of an object."""
+        """Returns the folder and the command that compile an object."""
         return self._compile[made]
 
     def source_of(self, made):
@@ -117,7 +117,7 @@ class Base:
         return Path(self._compile[made][1][-1])
 
     def part(self, target, sources):
-        """Builds the program of some test files of cmake's target, without changes. Returns its path."""
+        """Builds the program of some test files of cmake's target, from unchanged sources. Returns its path."""
         original = self.build / "tests" / target
         if not sources:
             return original
@@ -157,7 +157,7 @@ class Base:
 
 
 class Worker:
-    """A folder in which a source is changed and programs are built with it."""
+    """A folder in which one source is changed, and in which programs are built from it."""
 
     def __init__(self, base, folder):
         self.base = base
@@ -185,12 +185,12 @@ class Worker:
             self._changed = None
 
     def program(self, target, sources=()):
-        """Builds the program of cmake's target, with only the tests in sources if given. Returns its path, None
+        """Builds the program of cmake's target; if sources are given, only with these tests. Returns its path, or None
         if it does not contain the change."""
         return self._make(self.base.build / target, sources)
 
     def build_with(self, executable):
-        """Returns a folder with this executable that the system tests can use as a build folder."""
+        """Returns a folder that contains this executable. The system tests can use it as a build folder."""
         folder = self.made / "build"
         for name in SYSTEM_FILES:
             if (file := self.base.build / name).exists():
@@ -202,7 +202,7 @@ class Worker:
         return self.made / (str(original.relative_to(self.base.build)).replace("/", "%") + tag)
 
     def _object(self, original):
-        """Returns the object with the change, None if it does not contain the change."""
+        """Returns the object with the change, or None if it does not contain the change."""
         if str(self.base.tree / self._changed) not in self.base.includes(original):
             return None
         made = self._place(original)
@@ -212,7 +212,7 @@ class Worker:
         return made
 
     def _moved(self, word):
-        """Returns a word of a command, with the base's sources replaced by the worker's."""
+        """Returns a word of a command. The base's sources in it are replaced by the worker's."""
         for name in UNDER_TEST:
             word = re.sub(f"{re.escape(str(self.base.tree))}/{name}(?=/|$)", f"{self.tree}/{name}", word)
         return word
@@ -242,7 +242,8 @@ class Worker:
         return made
 
     def _library(self, original, members, program):
-        """Returns the library with the change in the members that the program uses; None if they do not contain it."""
+        """Returns the library with the change in those members that the program uses, or None if they do not contain
+        the change."""
         linked = self.base.linked(original)
         objects = [linked.folder / word for word in linked.command if Path(word).name in members]
         changed = [(file.name, new) for file in objects if (new := self._object(file))]

@@ -1,7 +1,7 @@
-"""Runs of test programs that may loop, use all memory, or send signals to any process.
+"""Runs test programs that may loop forever, use all memory, or send signals to any process.
 
-Each run has private namespaces if the user may create them, so that a wrong pid or path does not affect the
-machine, and limits on processor time and file sizes. A run that exceeds its limits counts as failed.
+Each run has private namespaces if the user may create them, so that a wrong pid or path does not affect the machine.
+Each run has limits on processor time and file sizes. A run that exceeds its limits counts as failed.
 """
 
 import os
@@ -29,7 +29,7 @@ class Limits:
     wall: int
 
 
-FIRST = Limits(300, 900)  # for a run of unknown duration
+FIRST = Limits(300, 900)  # for a run whose duration is not known
 
 
 def following(seconds):
@@ -42,10 +42,10 @@ class Outcome:
     """The result of a run."""
 
     passed: bool
-    reason: str  # the first failed test, or the end of the program
+    reason: str  # the first failed test, or how the program ended
     seconds: float
     output: str
-    reached_end: bool = True  # the program ended by itself with 0 or 1
+    reached_end: bool = True  # the program ended by itself with status 0 or 1
 
 
 def _command(command, covers):
@@ -66,8 +66,8 @@ def _limited(limits):
 
 
 def run(command, folder, limits, covers=None, environment=None):
-    """Runs command in folder until it ends or exceeds its limits. Each file in covers' keys is replaced by the
-    value, if the user may create namespaces."""
+    """Runs command in folder until it ends or exceeds its limits. covers maps files to their replacements, which are
+    used if the user may create namespaces."""
     start = time.monotonic()
     with open(folder / "output", "w+b") as output:
         process = subprocess.Popen(
@@ -99,19 +99,19 @@ def unit(program, folder, limits, covers=None):
 
 
 def system(file, build, folder, limits):
-    """Runs a file of system tests with the executable in build, up to its first failing test. They create namespaces
-    inside those of this run."""
+    """Runs a file of system tests with the executable in build, up to the first failing test. These tests create
+    namespaces inside those of this run."""
     command = ["/usr/bin/python3", "-B", "-m", "pytest", "-x", "-q", "-p", "no:cacheprovider", file]
     return run(command, folder, limits, environment={"ADDRPUBD_BUILD": str(build)})
 
 
 def _names(text):
-    """All tests that failed, in the order of their first mention."""
+    """Returns all failed tests, in the order of their first mention."""
     return list(dict.fromkeys(next(filter(None, match.groups())) for match in FAILED_NAME.finditer(text)))
 
 
 def _tests_of(program, folder):
-    """The names of a GoogleTest program's tests."""
+    """Returns the names of a GoogleTest program's tests."""
     suite, names = "", []
     for line in run([program, "--gtest_list_tests"], folder, FIRST).output.splitlines():
         line = line.partition("#")[0].rstrip()
@@ -123,7 +123,8 @@ def _tests_of(program, folder):
 
 
 def every_unit(program, folder, limits, covers=None):
-    """The names of all tests of a GoogleTest program that fail. Where it does not come to its end, each runs alone."""
+    """Returns the names of all failing tests of a GoogleTest program. If the program does not run to its end, each test
+    runs separately."""
     ended = run([program, "--gtest_brief=1"], folder, limits, covers)
     if ended.passed or ended.reached_end:
         return _names(ended.output)
@@ -135,7 +136,8 @@ def every_unit(program, folder, limits, covers=None):
 
 
 def every_system(file, build, folder, limits):
-    """The names of all tests of a file of system tests that fail, or how the file ended when none was named."""
+    """Returns the names of all failing tests of a file of system tests. If no test is named, returns how the run
+    ended."""
     command = ["/usr/bin/python3", "-B", "-m", "pytest", "-q", "-p", "no:cacheprovider", file]
     ended = run(command, folder, limits, environment={"ADDRPUBD_BUILD": str(build)})
     return [] if ended.passed else _names(ended.output) or [f"{file.name}: {ended.reason}"]

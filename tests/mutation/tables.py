@@ -1,4 +1,4 @@
-"""The two tables in this folder: the tests that cover a source, and the reasons why a mutant may survive."""
+"""The two tables in this folder: the tests that cover each source, and the reasons why a mutant may survive."""
 
 from dataclasses import dataclass
 
@@ -14,7 +14,7 @@ def _rows(file):
 
 @dataclass(frozen=True)
 class Part:
-    """A test program, or a program built from a few of its test files. It may run other programs."""
+    """A test program, or a program that is built from some of its test files. It may run other programs."""
 
     program: str
     sources: tuple = ()
@@ -22,7 +22,7 @@ class Part:
 
 
 class Covering:
-    """tests_of.txt: "FILE PART... [| SYSTEM TEST...]", in the order in which they are run."""
+    """tests_of.txt: "FILE PART... [| SYSTEM TEST...]", in the order in which the tests are run."""
 
     def __init__(self, file):
         self._units, self._systems = {}, {}
@@ -47,7 +47,7 @@ class Covering:
         return self._units[file]
 
     def programs(self):
-        """Every unit test program of the table, whole."""
+        """Returns every unit test program of the table, with all its tests."""
         others = {}
         for part in (part for parts in self._units.values() for part in parts):
             others.setdefault(part.program, {}).update(dict.fromkeys(part.others))
@@ -75,7 +75,7 @@ class Explained:
             self._reasons[key] = reason
 
     def reason(self, mutant):
-        """Returns why the mutant may survive; None without an explanation."""
+        """Returns why the mutant may survive, or None without an explanation."""
         return self._reasons.get(mutant.key)
 
     def without_mutant(self, file, mutants):

@@ -1,7 +1,7 @@
-"""Fixtures of the packaging tests. ADDRPUBD_BUILD is the build folder to test.
+"""Fixtures of the packaging tests. The environment variable ADDRPUBD_BUILD is the build folder to test.
 
-A test file lists the programs that it calls in REQUIRES, and sets NAMESPACES = True if it creates namespaces. If one of
-them is not available, the whole file is skipped.
+A test file lists the programs that it calls in REQUIRES, and sets NAMESPACES = True if it creates namespaces. If a
+program or the right to create namespaces is missing, the whole file is skipped.
 """
 
 import shutil
@@ -30,13 +30,13 @@ def pytest_collection_finish(session):
 
 @pytest.fixture(scope="session")
 def installed(tmp_path_factory):
-    """The build, installed below a temporary root."""
+    """Installs the build below a temporary root."""
     return installation.Installation(tmp_path_factory.mktemp("root"))
 
 
 @pytest.fixture
 def machine(installed):
-    """A sandbox in which the installation is at its final paths."""
+    """A sandbox in which the installed files are at their final paths."""
     if installed.prefix == Path("/usr"):
         pytest.exit("the build's prefix is /usr, which the sandbox shares with this machine", SKIPPED)
     place = sandbox.Sandbox()

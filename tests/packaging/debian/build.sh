@@ -4,7 +4,7 @@
 # shellcheck source=tests/packaging/debian/names.sh
 source "$(dirname "${BASH_SOURCE[0]}")/names.sh"
 
-#  The package under test, and the one that replaces it in an upgrade.
+#  The package under test, and the package that replaces it in an upgrade.
 package() {
     find "$work/first" -name 'addrpubd_*.deb'
 }
@@ -34,7 +34,7 @@ sums() {
     (cd "$1" && sha256sum -- *.deb *.tar.xz)
 }
 
-#  The second build uses no compiler cache, which could return the files of the first.
+#  The second build does not use the compiler cache, because the cache could return the files of the first build.
 build_twice() {
     say "building the package"
     copy_tree "$work/one"
@@ -64,11 +64,11 @@ check_hardening() {
     dpkg-deb --extract "$(package)" "$work/files"
     for file in lib/addrpubd/addrpubd lib/addrpubd/librdbapix64.so sbin/addrpubd-check; do
         symbols=$(readelf --wide --dyn-syms "$work/files/usr/$file")
-        [[ $symbols == *printf_chk@* ]] || fail "$file calls none"
+        [[ $symbols == *printf_chk@* ]] || fail "$file calls no checked function"
     done
 }
 
-#  The same programs with another version and other packaged settings.
+#  The same programs, with another version and other packaged settings.
 make_next_version() {
     local tree=$work/next
     dpkg-deb --raw-extract "$(package)" "$tree"

@@ -4,7 +4,7 @@
 # shellcheck source=tests/packaging/debian/names.sh
 source "$(dirname "${BASH_SOURCE[0]}")/names.sh"
 
-#  runtime_drop_in LINE: adds a line to the unit's section [Service].
+#  runtime_drop_in LINE: adds a line to the section [Service] of the unit.
 runtime_drop_in() {
     quietly install -d /run/systemd/system/addrpubd.service.d
     printf '[Service]\n%s\n' "$1" | inside tee /run/systemd/system/addrpubd.service.d/test.conf >/dev/null
@@ -16,7 +16,8 @@ remove_runtime_drop_in() {
     quietly systemctl daemon-reload
 }
 
-#  install_drop_in EXAMPLE [UNUSED]: installs an example as described in it, without the lines that contain UNUSED.
+#  install_drop_in EXAMPLE [UNUSED]: installs an example in the way that the example describes, without the lines that
+#  contain UNUSED.
 install_drop_in() {
     quietly install -D -m 644 "$examples/$1" "$drop_ins/$1"
     [ -z "${2:-}" ] || sed -i "/$2/d" "$root$drop_ins/$1"
@@ -48,7 +49,7 @@ expect_password_hidden() {
     ! in_journal "$1" || fail "the password is in the journal"
 }
 
-#  The credential exists only inside the unit, where the checker can read it like the service.
+#  The credential exists only inside the unit, where the checker, like the service, can read it.
 expect_credential_checked() {
     local reason="/run/credentials/$unit/rdbpswd.* cannot be read"
     grep -q "$reason" <<<"$(inside setpriv --reuid nobody --regid addrpubd --clear-groups addrpubd-check "$ini")" ||
@@ -82,7 +83,7 @@ END
     configure_files
 }
 
-#  expect_refusal LINE: these settings make the start fail at once, with this line in the journal.
+#  expect_refusal LINE: checks that these settings make the start fail at once, with this line in the journal.
 expect_refusal() {
     inside systemctl reset-failed "$unit"
     ! inside systemctl restart "$unit" 2>/dev/null || fail "the service has started"

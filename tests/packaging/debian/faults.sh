@@ -1,10 +1,10 @@
 #!/usr/bin/env bash
-#  Sourced by scripts/package-test: restarts by systemd after a crash of the service.
+#  Sourced by scripts/package-test: systemd restarts the service after a crash.
 
 # shellcheck source=tests/packaging/debian/names.sh
 source "$(dirname "${BASH_SOURCE[0]}")/names.sh"
 
-#  MainPID has the name addrpubd only after stdbuf has executed it.
+#  The process MainPID is named addrpubd only after stdbuf has executed the service.
 runs_again_after() {
     local pid
     pid=$(property MainPID)
@@ -33,7 +33,7 @@ check_restart() {
     say "the new start came $(((started - ended) / 1000)) ms after the end"
 }
 
-#  Only the delay is shortened.
+#  Only the delay before a restart is shortened.
 check_limit() {
     say "the fifth crash within ten minutes causes no restart"
     runtime_drop_in 'RestartSec=100ms'

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
-#  Sourced by scripts/package-test: a fresh Debian in a folder, and systemd as process 1 of it.
+#  Sourced by scripts/package-test: a new Debian in a folder, and systemd as its process 1.
 #
-#      machine        the process of unshare(1); when it ends, all processes in the machine's namespaces end
+#      machine        the process of unshare(1); all processes in the machine's namespaces end with it
 #      control_group  the host's control group below which systemd creates its own
 
 # shellcheck source=tests/packaging/debian/names.sh
@@ -42,7 +42,7 @@ boot_machine() {
     until_true "the end of the boot" booted
 }
 
-#  "degraded" means that a service of Debian has failed.
+#  "degraded" means that a service of Debian itself has failed.
 booted() {
     kill -0 "$machine" || {
         cat "$work/boot.log"
@@ -57,7 +57,7 @@ inside() {
         env --ignore-environment PATH=/usr/sbin:/usr/bin:/sbin:/bin DEBIAN_FRONTEND=noninteractive "$@"
 }
 
-#  The same, with no output unless it fails.
+#  Runs a command in the machine, as root, and prints its output only if it fails.
 quietly() {
     inside "$@" >"$work/command.log" 2>&1 || {
         cat "$work/command.log"
@@ -72,7 +72,7 @@ power_off_machine() {
     remove_control_group
 }
 
-#  Ends the machine as a power failure would; does nothing without a machine.
+#  Ends the machine as a power failure does. Does nothing if no machine runs.
 destroy_machine() {
     if [ -n "$machine" ]; then
         kill -KILL "$machine" || true
@@ -91,13 +91,13 @@ without_processes() {
     grep -q '^populated 0' "$control_group/cgroup.events"
 }
 
-#  Prints owner, group and mode of a file, with the names of the machine.
+#  Prints the owner, the group and the mode of a file. The names are those of the machine.
 owner() {
     inside stat --format '%U:%G %a' "$1"
 }
 
-#  Names, owners and modes of all files on the machine's disk, and the content of those in /etc, but for what Debian
-#  changes on its own. The user stays after a purge, so the files of users and groups are left out.
+#  Prints the names, owners and modes of all files on the machine's disk, and the contents of those in /etc, except what
+#  Debian changes on its own. The service's user is kept after a purge, so the files of users and groups are left out.
 snapshot() {
     (
         cd "$root" || exit

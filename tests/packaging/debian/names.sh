@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-#  Sourced by the other files of this folder: the names that they share.
+#  Sourced by the other files of this folder: names that they all use.
 # shellcheck disable=SC2034 # they are used there
 
 work=${work:?a folder for everything that the test makes}

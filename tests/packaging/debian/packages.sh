@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-#  Sourced by scripts/package-test: installing, upgrading, removing and purging the package while systemd runs.
+#  Sourced by scripts/package-test: installs, upgrades, removes and purges the package while systemd runs.
 
 # shellcheck source=tests/packaging/debian/names.sh
 source "$(dirname "${BASH_SOURCE[0]}")/names.sh"
@@ -39,7 +39,7 @@ check_upgrade_of_untouched_settings() {
     expect "the settings' owner and mode" "root:addrpubd 640" "$(owner "$ini")"
 }
 
-#  The pid file of the running service is given the mode of an earlier version.
+#  The test gives the pid file of the running service the mode that an earlier version used.
 check_upgrade_while_running() {
     say "upgrade of the running service: the new one runs; settings and data stay; the pid file gets its mode"
     configure_files
