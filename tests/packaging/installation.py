@@ -1,4 +1,4 @@
-"""A build, installed below a temporary root."""
+"""A build that is installed below a temporary root."""
 
 import os
 import re
@@ -12,14 +12,14 @@ BUILD = Path(os.environ.get("ADDRPUBD_BUILD", ".")).resolve()
 
 
 def cached(name):
-    """Returns a setting of the build."""
+    """Returns the value of a cmake setting of the build."""
     cache = (BUILD / "CMakeCache.txt").read_text()
     found = re.search(rf"^{name}:\w+=(.*)$", cache, re.MULTILINE)
     return found.group(1) if found else ""
 
 
 class Installation:
-    """root: the temporary root. prefix, folder, ini: absolute paths as in the installed files."""
+    """root: the temporary root. prefix, folder, ini: absolute paths, as they are written in the installed files."""
 
     def __init__(self, root):
         self.root = root
@@ -35,11 +35,11 @@ class Installation:
         )
 
     def path(self, name):
-        """Returns the current path of the file with this absolute path."""
+        """Returns the current path of the installed file with this absolute path."""
         return self.root / Path(name).relative_to("/")
 
     def tree(self):
-        """Returns all paths with their modes, or with the targets of links."""
+        """Returns all installed paths. Each path has its mode or, for a link, its target."""
         return {"/" + str(path.relative_to(self.root)): kind(path) for path in self.root.rglob("*")}
 
 
@@ -50,7 +50,7 @@ def kind(path):
 
 
 def settings(text):
-    """Returns the settings of a text such as a unit: each key with the list of its values."""
+    """Returns the settings of a text such as a unit file: each key with the list of its values."""
     found = {}
     for line in text.splitlines():
         key, equals, value = line.partition("=")

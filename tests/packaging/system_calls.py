@@ -1,4 +1,4 @@
-"""The system calls that a unit allows, and those that a program makes."""
+"""The system calls that a unit allows, and the system calls that a program makes."""
 
 import re
 import subprocess
@@ -8,7 +8,7 @@ STRACE = ("strace", "-f", "-qq", "-o", TRACE)
 
 
 def call_groups():
-    """Returns systemd's groups of system calls: each name with its members, which may be groups."""
+    """Returns systemd's groups of system calls: each group name with its members, which may be groups themselves."""
     command = ["systemd-analyze", "syscall-filter", "--no-pager"]
     groups, members = {}, set()
     for line in subprocess.run(command, capture_output=True, check=True, text=True).stdout.splitlines():
@@ -27,7 +27,7 @@ def members_of(word, groups):
 
 
 def allowed(filters):
-    """Returns the calls that the unit allows; each line adds to or removes from those of the previous lines."""
+    """Returns the calls that the unit allows. Each line adds calls to those of the previous lines or removes some."""
     groups, calls = call_groups(), set()
     for line in filters:
         words = set().union(*(members_of(word, groups) for word in line.lstrip("~").split()))
@@ -36,7 +36,7 @@ def allowed(filters):
 
 
 def program_trace(machine):
-    """Returns the trace of STRACE for the service, from its first instruction on."""
+    """Returns the strace output of the service, from its first instruction on."""
     trace = machine.path(TRACE).read_text()
     return trace[trace.index('execve("./addrpubd"') :]
 

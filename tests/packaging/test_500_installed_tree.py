@@ -15,15 +15,15 @@ FILE = "-rw-r--r--"
 SECRET = "-rw-------"
 FOLDER = "drwxr-xr-x"
 
-#  The file of a link or a picture; one to elsewhere has a scheme.
+#  The file of a link or a picture. A link to another site has a scheme and does not match.
 LINK = re.compile(r"\]\((?!\w+:)([^)#]+)")
 
-#  Every page of this folder is installed, and no other.
+#  Every page of this folder is installed; pages of other folders are not.
 USER = SOURCE / "docs/user"
 
 
 def below_prefix():
-    """Returns the paths below the prefix."""
+    """Returns the paths that must exist below the prefix."""
     documents = {f"share/doc/addrpubd/{page.relative_to(USER)}": FILE for page in USER.rglob("*") if page.is_file()}
     modules = {f"lib/addrpubd/{file.name}": FILE for file in open_library.files(BUILD)}
     return documents | modules | {
@@ -56,7 +56,7 @@ def test_502_the_version_of_the_package_is_the_projects():
     assert version == cached("CMAKE_PROJECT_VERSION")
 
 
-def test_503_no_template_is_left_unfilled(installed):
+def test_503_no_installed_file_has_an_unfilled_template_variable(installed):
     names = ["sbin/addrpubd", "lib/systemd/system/addrpubd.service"]
     names += ["share/doc/addrpubd/examples/check-settings.conf"]
     names += [name for name in below_prefix() if name.startswith("share/man/")]
@@ -71,7 +71,7 @@ def test_504_a_build_is_installed_only_below_its_configured_prefix(tmp_path):
     assert list(tmp_path.iterdir()) == []
 
 
-def test_505_the_links_of_installed_documents_point_to_installed_files(installed):
+def test_505_links_of_installed_documents_point_to_installed_files(installed):
     documents = list(installed.path(installed.prefix / "share/doc/addrpubd").rglob("*.md"))
     links = [(page.name, page.parent, link) for page in documents for link in LINK.findall(page.read_text())]
     assert len(links) > 10

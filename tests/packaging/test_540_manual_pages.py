@@ -1,4 +1,4 @@
-"""The installed manual pages: without findings, complete, and with the right paths."""
+"""The installed manual pages: they have no findings of mandoc, are complete, and contain the right paths."""
 
 import os
 import re
@@ -10,7 +10,7 @@ from installation import PACKAGING
 REQUIRES = ("cmake", "mandoc")
 
 PAGES = sorted(page.stem for page in (PACKAGING / "man").glob("*.in"))
-#  mandoc searches this machine for pages, where they need not be installed.
+#  mandoc also searches this machine for referenced pages. They need not be installed here.
 NOT_INSTALLED = re.compile(r"STYLE: referenced manual not found: Xr |outdated mandoc\.db lacks ")
 KEYS = "hostname logurl rdburl rdbuser rdbpswd dnsurl dnsuser dnspswd dnshttpsports".split()
 
@@ -22,11 +22,11 @@ def file_of(installed, page):
 def rendered(installed, page):
     command = ["mandoc", "-T", "ascii", file_of(installed, page)]
     text = subprocess.run(command, capture_output=True, check=True, text=True).stdout
-    return re.sub(".\x08", "", text)  # a bold letter is written as letter, backspace, letter
+    return re.sub(".\x08", "", text)  # nroff writes a bold letter as letter, backspace, letter
 
 
 @pytest.mark.parametrize("page", PAGES)
-def test_541_mandoc_finds_nothing(installed, page):
+def test_541_mandoc_reports_no_findings(installed, page):
     command = ["mandoc", "-T", "lint", "-W", "all", file_of(installed, page)]
     run = subprocess.run(command, capture_output=True, check=False, text=True)
     findings = (run.stdout + run.stderr).splitlines()
@@ -47,7 +47,7 @@ def test_543_every_command_word_is_explained(installed, word):
 
 @pytest.mark.parametrize("key", KEYS)
 def test_544_every_key_is_explained(installed, key):
-    #  As a heading; a line of an example contains an equals sign.
+    #  The key must be a heading. A line of an example contains an equals sign.
     assert re.search(rf"^ +(\w+, )*{key}\b(?! =)", rendered(installed, "addrpubd.ini.5"), re.MULTILINE)
 
 
@@ -58,7 +58,7 @@ def test_545_every_kind_of_server_is_explained(installed, scheme):
 
 @pytest.mark.parametrize("page", PAGES)
 def test_546_the_files_named_in_a_page_are_installed(installed, page):
-    #  Files below /var are created by the running service. A path inside a url does not start a word.
+    #  The running service creates the files below /var. A path inside a url does not start a word.
     named = re.findall(r"(?<=\s)/(?!dev/|var/)[\w./-]*\w", file_of(installed, page).read_text())
     assert [name for name in named if not os.path.lexists(installed.path(name))] == []
     assert str(installed.ini) in named

@@ -1,4 +1,4 @@
-"""The unit: systemd's analysis, consistency with other files, and the effect of its command."""
+"""The unit file: systemd's analysis, consistency with other files, and the effect of its command."""
 
 import re
 import shlex
@@ -45,7 +45,7 @@ def test_563_the_exposure_level_is_low(installed):
 
 
 def test_564_only_an_abnormal_end_causes_a_restart(unit):
-    #  A failed start ends with an exit status, an abnormal end with a signal.
+    #  A failed start exits with a status. An abnormal end is caused by a signal.
     assert unit["Restart"] == ["on-abnormal"]
     assert int(unit["StartLimitBurst"][0]) * int(unit["RestartSec"][0]) < int(unit["StartLimitIntervalSec"][0])
 
@@ -66,7 +66,7 @@ def test_566_the_packaged_settings_keep_their_files_in_the_state_folders(unit):
 
 
 def start(machine, installed, unit):
-    """Runs the unit's command in its working directory, with its output on a pipe."""
+    """Runs the unit's command in the unit's working directory. The output goes to a pipe."""
     (command,), (folder,) = unit["ExecStart"], unit["WorkingDirectory"]
     assert folder == str(installed.folder)
     return machine.spawn(*shlex.split(command), cwd=folder)

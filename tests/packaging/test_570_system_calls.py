@@ -19,7 +19,8 @@ dnspswd = local
 
 
 def calls_of_one_life(machine, installed):
-    """Returns the service's calls from its first instruction to its end; it publishes an address to both files."""
+    """Returns the service's system calls from its first instruction to its end. The service publishes an address to
+    both files."""
     machine.add_address("2001:db8::10/64")
     machine.path(str(installed.ini)).write_bytes(SETTINGS)
     process = machine.spawn(*STRACE, "stdbuf", "-oL", "./addrpubd", "-run", cwd=installed.folder)
@@ -30,14 +31,14 @@ def calls_of_one_life(machine, installed):
     return calls_in(program_trace(machine))
 
 
-def test_571_the_unit_allows_all_calls_of_the_service_with_files(machine, installed):
+def test_571_the_unit_allows_all_system_calls_of_the_service_with_files(machine, installed):
     unit = settings(installed.path(installed.prefix / UNIT).read_text())
     calls = calls_of_one_life(machine, installed)
     assert {"clone3", "fdatasync", "rename", "socket"} <= calls, "the service has done its work"
     assert calls - allowed(unit["SystemCallFilter"]) == set()
 
 
-def test_572_the_unit_denies_other_calls(installed):
+def test_572_the_unit_denies_other_system_calls(installed):
     unit = settings(installed.path(installed.prefix / UNIT).read_text())
     assert allowed(unit["SystemCallFilter"]).isdisjoint(
         {"chown", "mount", "setuid", "ptrace", "init_module", "reboot", "listen", "accept4"}

@@ -1,5 +1,5 @@
-"""The unit allows every system call and address family that the service uses with a Redis server and a DNS server, also
-while these are down."""
+"""The unit allows every system call and address family that the service uses with a Redis server and a DNS server, even
+while these servers are down."""
 
 import re
 
@@ -32,7 +32,7 @@ dnshttpsports = 443
 
 
 class Servers:
-    """Redis and BIND, which start without data each time."""
+    """Redis and BIND. Each start has no data of an earlier start."""
 
     def __init__(self, machine):
         self._machine = machine
@@ -51,7 +51,7 @@ class Servers:
         self._names.kill()
 
     def wait_published(self):
-        """Waits until both have the address."""
+        """Waits until both servers have the address."""
         wait_until(lambda: ADDRESS in self._names.dig("+short", "AAAA", NAME).split(), "the address at BIND")
         value = ("redis-cli", "HGET", f"rdb:value:{NAME}", "value")
         wait_until(lambda: self._machine.run(*value).decode().strip() == ADDRESS, "the address at Redis")
@@ -64,8 +64,8 @@ def unit(installed):
 
 @pytest.fixture
 def trace(machine, installed):
-    """Returns the trace of the service from its first instruction to its end, with servers that restart without
-    data."""
+    """Returns the strace output of the service from its first instruction to its end. Meanwhile the servers restart
+    without data."""
     if not open_library.has(installed.path(installed.folder), "redis", "dns"):
         pytest.skip("the open client library was built without its back ends redis and dns")
     machine.add_address(f"{ADDRESS}/64")
@@ -86,7 +86,7 @@ def trace(machine, installed):
     return program_trace(machine)
 
 
-def test_573_the_unit_allows_all_calls_of_the_service_with_servers(trace, unit):
+def test_573_the_unit_allows_all_system_calls_of_the_service_with_servers(trace, unit):
     calls = calls_in(trace)
     assert {"clone3", "connect", "sendto", "recvfrom", "poll"} <= calls, "the service has done its work"
     assert calls - allowed(unit["SystemCallFilter"]) == set()

@@ -24,12 +24,12 @@ def test_582_the_program_finds_its_settings_through_the_link(machine, installed,
 
 
 def test_583_arguments_are_passed_unchanged(machine, wrapper):
-    assert machine.run(wrapper, "").count(b"\n") == 1, "one empty word is an unknown word, not the usage"
-    assert machine.run(wrapper).count(b"\n") > 1, "no word is the usage"
-    assert machine.run(wrapper, "-ver -ver").count(b"\n") == 1, "a blank does not split a word"
+    assert machine.run(wrapper, "").count(b"\n") == 1, "an empty word must be treated as unknown, not print the usage"
+    assert machine.run(wrapper).count(b"\n") > 1, "without a word the usage must be printed"
+    assert machine.run(wrapper, "-ver -ver").count(b"\n") == 1, "a blank must not split a word"
 
 
-def test_584_the_process_becomes_the_program(machine, installed, wrapper):
+def test_584_the_wrapper_is_replaced_by_the_program(machine, installed, wrapper):
     machine.path(str(installed.ini)).write_bytes(b"hostname = host1\n")
     process = machine.spawn(wrapper, "-run")
     assert process.running()
@@ -38,7 +38,7 @@ def test_584_the_process_becomes_the_program(machine, installed, wrapper):
     assert machine.path("/run/addrpubd.pid").read_text() == f"{process.pid}\n"
 
 
-def test_585_without_its_folder_it_reports_an_error_and_fails(machine, installed, wrapper):
+def test_585_without_the_folder_of_the_program_it_reports_an_error(machine, installed, wrapper):
     machine.run("mount", "-t", "tmpfs", "tmpfs", installed.prefix / "lib")
     process = machine.spawn(wrapper, "-ver")
     assert str(installed.folder).encode() in process.all_output()

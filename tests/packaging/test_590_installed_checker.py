@@ -11,7 +11,7 @@ def checker(installed):
     return str(installed.prefix / "sbin/addrpubd-check")
 
 
-def test_591_without_a_name_it_checks_the_settings_that_the_service_reads(machine, installed, checker):
+def test_591_without_a_file_name_it_checks_the_settings_that_the_service_reads(machine, installed, checker):
     machine.path(str(installed.ini)).write_bytes(b"hostname = host1\nrdburl = log:\nrdbuser = u\nrdbpswd = p\n")
     process = machine.spawn(checker, cwd="/")
     output = process.all_output().decode()
@@ -20,5 +20,5 @@ def test_591_without_a_name_it_checks_the_settings_that_the_service_reads(machin
     assert process.wait() == 0
 
 
-def test_592_its_usage_contains_their_path(machine, installed, checker):
+def test_592_the_usage_contains_the_path_of_the_settings(machine, installed, checker):
     assert f"if there is none, {installed.ini}.\n".encode() in machine.run(checker, "--help")

@@ -1,4 +1,4 @@
-"""The two build commands of the README: they build the program and no tests, and print what was left out."""
+"""The two build commands of the README: they build the program without tests, and print which parts were left out."""
 
 import subprocess
 
@@ -7,7 +7,7 @@ from installation import SOURCE
 
 REQUIRES = ("cmake", "make", "c++", "ctest")
 
-# As on a machine without the libraries that back ends need.
+# Simulates a machine without the libraries that back ends need.
 NOTHING_INSTALLED = [
     "-DCMAKE_DISABLE_FIND_PACKAGE_SQLite3=ON",
     "-DCMAKE_DISABLE_FIND_PACKAGE_nlohmann_json=ON",
@@ -29,13 +29,13 @@ def targets(build):
 
 @pytest.fixture(scope="module")
 def plain(tmp_path_factory):
-    """A build folder and the last output of the build."""
+    """Returns a build folder and the last output of the build."""
     build = tmp_path_factory.mktemp("plain")
     output("cmake", "-S", SOURCE, "-B", build, "-DCMAKE_BUILD_TYPE=Release", *NOTHING_INSTALLED)
     return build, output("cmake", "--build", build, "--parallel", "2")
 
 
-def test_595_a_plain_build_makes_the_program_and_no_test(plain):
+def test_595_a_plain_build_builds_the_program_and_no_test(plain):
     build, _ = plain
     made = {path.name for path in build.iterdir()}
     assert {"addrpubd", "addrpubd-check", "addrpubd.ini", "librdbapix64.so"} <= made

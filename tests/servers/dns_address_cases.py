@@ -1,5 +1,5 @@
-"""A server name with two addresses, one of which belongs to the wrong server. Run by test_440_bind.py and
-test_442_knot.py, each with its server at the first address."""
+"""A server name with two addresses, one of which belongs to the wrong server. test_440_bind.py and test_442_knot.py run
+these tests, each with its own server at the first address."""
 
 import pytest
 from dns_bed import OK, SERVER_REFUSED
@@ -10,7 +10,7 @@ A, B = "2001:db8::a", "2001:db8::b"
 
 
 def name_stands_for(fixture, *addresses):
-    """Makes "servers" a name with these addresses; the resolver sorts ::1 before 127.0.0.1 before 127.0.0.2."""
+    """Makes "servers" a name with these addresses. The resolver returns ::1, then 127.0.0.1, then 127.0.0.2."""
     fixture.sandbox.path("/mnt/hosts").write_text("".join(f"{address} servers\n" for address in addresses))
     fixture.sandbox.run("mount", "--bind", "/mnt/hosts", "/etc/hosts")
 
@@ -19,7 +19,7 @@ class DnsAddressCases:
     Server = None
 
     @pytest.mark.failover
-    def test_4461_a_server_without_the_zone_is_skipped_for_the_next_address(self, fixture):
+    def test_4461_after_a_server_without_the_zone_the_next_address_is_used(self, fixture):
         fixture.change_server(has_zone=False)
         second = SecondBind(fixture.sandbox)
         second.start()
@@ -45,7 +45,7 @@ class DnsAddressCases:
 
     @pytest.mark.failover
     @pytest.mark.refusal
-    def test_4463_when_all_addresses_are_wrong_the_last_reason_is_reported(self, fixture):
+    def test_4463_if_all_addresses_are_wrong_the_last_reason_is_reported(self, fixture):
         second = SecondBind(fixture.sandbox)
         second.start()
         name_stands_for(fixture, "127.0.0.1", "127.0.0.2")
@@ -58,7 +58,7 @@ class DnsAddressCases:
 
     @pytest.mark.failover
     @pytest.mark.refusal
-    def test_4464_a_name_with_wrong_addresses_only_never_connects_and_is_logged_once(self, fixture):
+    def test_4464_a_name_with_only_wrong_addresses_never_connects_and_is_logged_once(self, fixture):
         fixture.change_server(has_zone=False)
         second = SecondBind(fixture.sandbox)
         second.has_zone = False

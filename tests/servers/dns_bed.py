@@ -1,4 +1,4 @@
-"""A DNS server, a proxy in front of it and the open client library as client, in one sandbox."""
+"""A DNS server, a proxy between client and server, and the open client library as the client, in one sandbox."""
 
 import json
 import shutil
@@ -28,7 +28,7 @@ def require(Server):
 
 
 class Fixture:
-    """At first only the proxy runs, on port 5300. The client's process starts with its first connection."""
+    """At first only the proxy runs, on port 5300. The process of the client starts with its first connection."""
 
     def __init__(self, Server):
         self.sandbox = Sandbox()
@@ -52,19 +52,19 @@ class Fixture:
         return self.client
 
     def connect(self, options="", server="127.0.0.1", zone=ZONE, password=None, sockets=None, environment=None):
-        """Starts to connect a new client."""
+        """Creates a new client and starts to connect it."""
         self.new_client(sockets, environment)
         self._connection = (f"dns://{server}/{zone}{options}", HOST_KEY, password or secret(HOST_KEY))
         self.handle = self.client.open(*self._connection)
 
     def connect_anew(self):
-        """Destroys the handle and connects another one of the same client, whose back-off starts again."""
+        """Destroys the handle and connects another handle of the same client, whose back-off starts again."""
         assert self.client.destroy(self.handle) == 0
         self.handle = self.client.open(*self._connection)
         self.wait_connected()
 
     def connected(self, *arguments, **options):
-        """Connects a new client and waits until it is connected."""
+        """Creates a new client, connects it and waits until it is connected."""
         self.connect(*arguments, **options)
         self.wait_connected()
 
@@ -72,11 +72,11 @@ class Fixture:
         self.client.wait_event(self.handle, CONNECTED)
 
     def wait_connected_again(self):
-        """Waits until the last event is that the client is connected."""
+        """Waits until the client's last event is that it is connected."""
         wait_until(lambda: self.client.events(self.handle)[-1] == CONNECTED, "the connection")
 
     def change_server(self, **changed):
-        """Sets attributes of the running server and applies them."""
+        """Sets attributes of the running server and makes the server use them."""
         for name, value in changed.items():
             setattr(self.server, name, value)
         self.server.reconfigure()
@@ -100,19 +100,19 @@ class Fixture:
         return self.reply(self.ask(addresses, ports, name))
 
     def holds(self, addresses, ports=(), **options):
-        """Returns whether the server has exactly these records."""
+        """Returns whether the server has exactly the records of this request."""
         return self.server.published() == records(addresses, ports, **options)
 
     def wait_held(self, addresses, ports=(), **options):
-        """Waits until the repaired server has exactly these records, which must happen at the client's first
-        attempt."""
+        """Waits until the server, which works again, has exactly these records. The client's first attempt must
+        succeed."""
         self.client.wait_first_attempt(lambda: self.holds(addresses, ports, **options), f"{addresses} {ports}")
 
     def backoffs(self):
-        """Returns the back-off waits that have expired, in seconds as requested."""
+        """Returns the waits after failures that have expired, in the requested seconds."""
         return [asked / 1000 for asked, ran_out in self.client.waits() if ran_out]
 
     def wait_attempts(self, count):
-        """Waits until this many more back-off waits have expired."""
+        """Waits until this many more waits after failures have expired."""
         before = len(self.backoffs())
         wait_until(lambda: len(self.backoffs()) >= before + count, f"{count} attempts")

@@ -1,4 +1,5 @@
-"""Tests of the back end dns with any server. Run by test_440_bind.py and test_442_knot.py with theirs."""
+"""Tests of the back end dns with any server. test_440_bind.py and test_442_knot.py run them, each with its own
+server."""
 
 import threading
 import time
@@ -19,7 +20,7 @@ SECOND = 1_000_000_000
 
 @pytest.fixture
 def fixture(request):
-    """The server runs. At the end no line of syslog may contain a secret."""
+    """Starts the server. At the end of the test no line of syslog may contain a secret."""
     Server = request.cls.Server
     require(Server)
     one = Fixture(Server)
@@ -34,10 +35,10 @@ def fixture(request):
 
 class DnsCases:
     Server = None
-    refused = ""  # the word in the reason if the policy does not allow the key to change the name
-    no_zone = ""  # the word in the reason if the server does not have the zone
+    refused = ""  # word in the reason if the policy does not allow the key to change the name
+    no_zone = ""  # word in the reason if the server does not have the zone
 
-    def test_4401_the_zone_has_a_first_registration_when_the_reply_arrives(self, fixture):
+    def test_4401_when_the_reply_arrives_the_zone_has_the_records(self, fixture):
         fixture.connected()
         assert fixture.update([A, B], [443]) == (OK, "ok")
         assert fixture.holds([A, B], [443])
@@ -107,7 +108,7 @@ class DnsCases:
         fixture.wait_held([A, B], [443])
 
     @pytest.mark.retry
-    def test_4411_a_server_killed_during_updates_has_the_desired_records_in_the_end(self, fixture):
+    def test_4411_a_server_killed_during_updates_finally_has_the_desired_records(self, fixture):
         fixture.connected(server=PROXY)
         held = []
         for turn in range(1, 21):
@@ -125,7 +126,7 @@ class DnsCases:
 
     @staticmethod
     def kill_during(fixture, turn, wanted):
-        """Requests an update and kills the server before, during or after it, depending on turn."""
+        """Requests an update. Kills the server before, during or after the update, depending on turn."""
         reached, killed = threading.Event(), threading.Event()
 
         def behaviour(exchange):
@@ -192,7 +193,7 @@ class DnsCases:
         fixture.wait_held([A])
 
     @pytest.mark.refusal
-    def test_4417_a_key_unknown_to_the_server_is_badkey_until_it_is_added(self, fixture):
+    def test_4417_an_unknown_key_is_refused_with_badkey_until_it_is_added(self, fixture):
         fixture.server.keys["another"] = fixture.server.keys.pop(HOST_KEY)
         fixture.server.granted = "another"
         fixture.server.reconfigure()
@@ -201,7 +202,7 @@ class DnsCases:
         self.refused_until(fixture, "BADKEY", keys=keys, granted=HOST_KEY)
 
     @pytest.mark.refusal
-    def test_4418_a_wrong_secret_is_badsig_until_it_is_corrected(self, fixture):
+    def test_4418_a_wrong_secret_is_refused_with_badsig_until_it_is_corrected(self, fixture):
         fixture.server.keys[HOST_KEY] = secret("wrong")
         fixture.server.reconfigure()
         fixture.connect()
@@ -219,7 +220,7 @@ class DnsCases:
 
     @pytest.mark.parametrize("seconds", (1000, -1000))
     @pytest.mark.refusal
-    def test_4420_a_wrong_clock_is_badtime_until_it_is_corrected(self, fixture, seconds):
+    def test_4420_a_wrong_clock_is_refused_with_badtime_until_it_is_corrected(self, fixture, seconds):
         clock = Clock(fixture.sandbox, BUILD / "tests/libclockshim.so", time.time_ns() + seconds * SECOND)
         fixture.connect(environment=clock.env)
         (line,) = fixture.log.wait("BADTIME")
@@ -238,7 +239,7 @@ class DnsCases:
         self.refused_update_until(fixture, allowed=[NAME])
 
     @pytest.mark.refusal
-    def test_4422_a_key_without_permission_is_refused_until_it_has_it(self, fixture):
+    def test_4422_a_key_is_refused_until_it_has_permission(self, fixture):
         fixture.server.granted = READER
         fixture.server.reconfigure()
         fixture.connect()
@@ -356,8 +357,8 @@ class DnsCases:
         assert fixture.client.events(fixture.handle) == [CONNECTED]
 
     def refused_until(self, fixture, word, **changed):
-        """No connection; the reason is logged once, with this word. After the change of the server the update
-        succeeds."""
+        """Checks that there is no connection and that the reason is logged once and contains this word. Then changes
+        the server; the update must succeed."""
         fixture.log.wait(word)
         fixture.wait_attempts(4)
         assert len(fixture.log.lines(word)) == 1
@@ -369,8 +370,8 @@ class DnsCases:
         assert fixture.log.lines(word) == fixture.log.lines("rdbapi: dns://")[:1]
 
     def refused_update_until(self, fixture, **changed):
-        """The update is refused and the reason logged once. After the change of the server it is repeated
-        automatically."""
+        """Checks that the update is refused and that the reason is logged once. Then changes the server; the update
+        must be repeated automatically."""
         fixture.wait_connected()
         code, message = fixture.update([A, B], [443, 8443])
         assert (code, self.refused in message) == (SERVER_REFUSED, True), message
@@ -385,6 +386,6 @@ class DnsCases:
 
 
 def unsigned_yes(exchange):
-    """Answers NOERROR to any query, with the header alone."""
+    """Answers any query with NOERROR, as a message that has only a header."""
     identity, flags = exchange.query[2:4], bytes([exchange.query[4] | 0x80, 0])
     exchange.send(b"\0\x0c" + identity + flags + bytes(8))

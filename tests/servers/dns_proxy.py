@@ -1,11 +1,11 @@
-"""A TCP proxy inside a sandbox, between a client and a DNS server. It can refuse, truncate, delay or replace answers.
+"""A TCP proxy in a sandbox between a client and a DNS server. It can refuse, truncate, delay or replace answers.
 
     proxy = Proxy(sandbox)                   # listens on 127.0.0.1:5300, forwards to 127.0.0.1:53
     proxy.behaviour = cut(20)
     proxy.exchanges                          # number of queries so far
 
-A behaviour is a function of one Exchange. It is called for each query on a thread of the proxy, in the sandbox's
-network namespace. If it returns False, the connection is closed.
+A behaviour is a function of one Exchange. A thread of the proxy calls it for each query, in the sandbox's network
+namespace. If the function returns False, the connection is closed.
 """
 
 import contextlib
@@ -35,7 +35,7 @@ class Exchange:
         return server
 
     def answer(self):
-        """Returns the server's answer with the two bytes of its length."""
+        """Returns the server's answer, including the two bytes of its length."""
         with self.ask() as server:
             return _message(server)
 
@@ -68,7 +68,7 @@ def forward(exchange):
 
 
 def refuse(exchange):
-    """Also closes each connection at once."""
+    """Closes the connection at once. Also makes the proxy close each new connection at once."""
     return False
 
 
@@ -116,7 +116,7 @@ class Proxy:
         assert self._ready.wait(PATIENCE)
 
     def _accept(self, port):
-        #  Threads that this thread starts are in the same namespace.
+        #  Threads that this thread starts use the same namespace.
         enter(self._sandbox)
         self._listener = socket.create_server(("127.0.0.1", port))
         self._ready.set()

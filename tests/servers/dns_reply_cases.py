@@ -1,6 +1,6 @@
-"""The reply when a connected server starts to refuse. Run by test_440_bind.py and test_442_knot.py.
+"""The reply when a connected server starts to refuse. test_440_bind.py and test_442_knot.py run these tests.
 
-Nothing is sent between two updates, so the reply to the next update is the first sign of the change.
+The client sends nothing between two updates. So the reply to the next update is the first sign of the change.
 """
 
 import re
@@ -28,7 +28,7 @@ KEYS = {HOST_KEY: secret(HOST_KEY), READER: secret(READER)}
 
 
 def unsigned(reason):
-    """The message for an unsigned answer whose code has this text."""
+    """Returns the message for an unsigned answer whose code has this text."""
     word, _, text = reason.partition(": ")
     return f"the answer is not signed ({word}: the key's name, algorithm or secret is wrong, or {text})"
 
@@ -38,7 +38,7 @@ class DnsReplyCases:
     without_zone = ()  # code and message of the reply if the server no longer has the zone
 
     @pytest.mark.refusal
-    def test_4441_a_changed_secret_is_badsig(self, fixture):
+    def test_4441_a_changed_secret_is_refused_with_badsig(self, fixture):
         publish_first(fixture)
         fixture.change_server(keys=KEYS | {HOST_KEY: secret("wrong")})
         assert fixture.update([B]) == (SERVER_REFUSED, BAD_SIG)
@@ -47,7 +47,7 @@ class DnsReplyCases:
         made_good(fixture, BAD_SIG)
 
     @pytest.mark.refusal
-    def test_4442_a_removed_key_is_badkey(self, fixture):
+    def test_4442_a_removed_key_is_refused_with_badkey(self, fixture):
         publish_first(fixture)
         fixture.change_server(keys={"another": secret(HOST_KEY), READER: secret(READER)}, granted="another")
         assert fixture.update([B]) == (SERVER_REFUSED, BAD_KEY)
@@ -57,7 +57,7 @@ class DnsReplyCases:
 
     @pytest.mark.parametrize("seconds, word", [(1000, "behind"), (-1000, "ahead")])
     @pytest.mark.refusal
-    def test_4443_a_changed_clock_is_badtime_with_the_difference(self, fixture, seconds, word):
+    def test_4443_a_changed_clock_is_refused_with_badtime_and_the_difference(self, fixture, seconds, word):
         start = time.time_ns()  # the client's clock does not change
         clock = Clock(fixture.sandbox, BUILD / "tests/libclockshim.so", start)
         publish_first(fixture, environment=clock.env)
@@ -75,7 +75,7 @@ class DnsReplyCases:
         made_good(fixture, message)
 
     @pytest.mark.refusal
-    def test_4444_a_removed_zone_is_notauth(self, fixture):
+    def test_4444_a_removed_zone_is_refused_with_notauth(self, fixture):
         publish_first(fixture)
         fixture.change_server(has_zone=False)
         assert fixture.update([B]) == self.without_zone
@@ -93,7 +93,8 @@ def publish_first(fixture, **options):
 
 
 def made_good(fixture, reason):
-    """The refused update is repeated automatically. syslog has the reply's reason once, and the recovery."""
+    """Checks that the refused update is repeated automatically, and that syslog has the reply's reason once and the
+    recovery."""
     fixture.wait_held([B])
     fixture.log.wait("works again")
     assert [line.partition(f"/{ZONE}: ")[2] for line in fixture.log.lines("rdbapi: dns://")] == [reason, "works again"]

@@ -1,4 +1,4 @@
-"""A Redis server, a proxy in front of it and the open client library as client, in one sandbox."""
+"""A Redis server, a proxy between client and server, and the open client library as the client, in one sandbox."""
 
 import os
 import shutil
@@ -27,7 +27,7 @@ def require():
 
 
 class Server:
-    """redis-server on port 6379 of an address. Stores nothing on disk unless its options request it."""
+    """redis-server on port 6379 of an address. It stores nothing on disk unless its options request it."""
 
     def __init__(self, sandbox, address="127.0.0.1", folder=DATA):
         self._sandbox = sandbox
@@ -39,14 +39,14 @@ class Server:
         sandbox.path(folder).mkdir()
 
     def start(self, *options, answer="PONG"):
-        """answer: the first word of its answer to PING when it is ready for the test."""
+        """Starts the server. answer is the first word of its answer to PING as soon as it is ready for the test."""
         always = ["--port", "6379", "--bind", self._address, "--unixsocket", self._socket, "--dir", self._folder]
         always += ["--save", "", "--loglevel", "warning"]
         self._process = self._sandbox.spawn("redis-server", *always, *options)
         wait_until(lambda: self._ask("PING").split(" ")[0] == answer, "redis-server")
 
     def kill(self):
-        """Kills it; data that is not on disk is lost."""
+        """Kills the server. Data that is not on disk is lost."""
         self._process.kill(signal.SIGKILL)
         self._process.wait()
 
@@ -55,7 +55,7 @@ class Server:
         return subprocess.run(command, capture_output=True, text=True, check=False).stdout.rstrip("\n")
 
     def command(self, *words):
-        """Returns the answer as redis-cli prints it to a pipe: one line per element."""
+        """Executes a command. Returns the answer as redis-cli prints it to a pipe: one line per element."""
         answer = self._ask(*(str(word) for word in words))
         assert not answer.startswith(("ERR", "NO", "WRONG")), (words, answer)
         return answer
@@ -70,7 +70,7 @@ class Server:
 
 
 class Proxy:
-    """redis_proxy.py, at port 6380."""
+    """The program redis_proxy.py, on port 6380."""
 
     def __init__(self, sandbox):
         inside, self._orders = os.pipe()
@@ -82,14 +82,14 @@ class Proxy:
         os.close(self._orders)
 
     def order(self, mode):
-        """Sets how answers are passed on from now on."""
+        """Sets how the proxy passes on answers from now on."""
         before = len(self._process.output_so_far())
         os.write(self._orders, mode.encode() + b"\n")
         wait_until(lambda: len(self._process.output_so_far()) > before, "the proxy")
 
 
 class Fixture:
-    """At first nothing runs. The client's process starts with its first connection."""
+    """At first no program runs. The process of the client starts with its first connection."""
 
     def __init__(self, reading=True):
         self.sandbox = Sandbox()
@@ -113,17 +113,17 @@ class Fixture:
         self.client = None
 
     def connect(self, rest="", user="default", password="any", port=6379, sockets=None, host="127.0.0.1"):
-        """Starts to connect a client."""
+        """Creates a client and starts to connect it."""
         self.client = RdbClient(self.sandbox, LIBRARY, SHIM, sockets)
         self.handle = self.client.open(f"redis://{host}:{port}{rest}", user, password)
 
     def connected(self, *arguments, **options):
-        """Connects a client and waits until it is connected."""
+        """Creates a client, connects it and waits until it is connected."""
         self.connect(*arguments, **options)
         self.wait_connected()
 
     def wait_connected(self):
-        """Waits until the last event is that the client is connected."""
+        """Waits until the client's last event is that it is connected."""
         wait_until(lambda: self.client.events(self.handle)[-1:] == [CONNECTED], "the connection")
 
     def register(self, value, name="host1"):
@@ -135,12 +135,12 @@ class Fixture:
         return self.client.put(self.handle, name, value)
 
     def wait_held(self, value, name="host1", database=0, since=None):
-        """Waits until the server has value, which must happen at the client's first attempt since the server works
-        again: since now, or since an earlier time of the client."""
+        """Waits until the server has value. The client's first attempt must succeed that starts after now, or after the
+        given earlier time of the client."""
         self.client.wait_first_attempt(lambda: self.server.value(name, database) == value, value, since)
 
     def proxy(self, mode):
-        """Sets how answers are passed on at port 6380, see redis_proxy.py."""
+        """Sets how the proxy on port 6380 passes on answers; redis_proxy.py lists the modes."""
         if self._proxy is None:
             self._proxy = Proxy(self.sandbox)
         self._proxy.order(mode)

@@ -1,14 +1,14 @@
-"""A proxy at port 6380, between a client and the Redis server at port 6379 of the same sandbox.
+"""A proxy on port 6380 between a client and the Redis server on port 6379 of the same sandbox.
 
 A line of standard input sets how the server's answers are passed on from then on:
 
     pass      unchanged
     drip      one byte at a time, each in a separate segment
-    hold      not at all
-    cut N     N more bytes, then both sides are closed; later connections pass
-    first N   the first N bytes of each connection, and nothing after them
+    hold      answers are not passed on
+    cut N     N more bytes, then both connections are closed; later connections pass
+    first N   the first N bytes of each connection, and no bytes after them
 
-Requests always pass. Writes "." to standard output when it listens, and after each line of input that it has applied.
+Requests always pass. The proxy writes "." to standard output when it listens, and after each line that it has applied.
 """
 
 import os
@@ -22,9 +22,9 @@ class Proxy:
         self.listener = socket.create_server(("127.0.0.1", 6380))
         self.mode = "pass"
         self.left = 0
-        self.partners = {}  # maps a socket to the one on the other side
+        self.partners = {}  # maps a socket to the socket of the other side
         self.clients = set()
-        self.passed = {}  # maps a client to the number of answer bytes so far
+        self.passed = {}  # maps a client's socket to the number of answer bytes passed on so far
 
     def accept(self):
         client, _ = self.listener.accept()

@@ -1,4 +1,4 @@
-"""The open client library with a real Redis server: after any failure the server has the last value."""
+"""The open client library with a real Redis server. After any failure the server must have the last value."""
 
 import random
 import threading
@@ -25,14 +25,14 @@ def fixture():
 
 @pytest.fixture
 def registered(fixture):
-    """A server without passwords that holds the value "first" of a connected client."""
+    """A server without passwords and a connected client, which has put the value "first"."""
     fixture.server.start()
     fixture.connected()
     fixture.register("first")
     return fixture
 
 
-def test_420_a_first_registration_makes_the_three_keys(fixture):
+def test_420_a_first_registration_creates_the_three_keys(fixture):
     fixture.server.start()
     fixture.connected("/3")
     assert fixture.client.tagget(fixture.handle, "host1")[0] == NO_SUCH_TAG
@@ -85,7 +85,7 @@ def test_423_a_server_killed_during_updates_neither_loses_nor_repeats_a_value(fi
         fixture.client.wait_event(fixture.handle, DISCONNECTED, number)
         fixture.server.start(*persistent)
         back = fixture.client.now()
-        if code == NOT_CONNECTED:  # refused at once, or repeated before the connect event
+        if code == NOT_CONNECTED:  # the put was refused at once, or the client repeats it before the connect event
             fixture.wait_connected()
             if fixture.server.value() != str(number):
                 assert fixture.put(str(number)) == OK
@@ -104,7 +104,7 @@ def test_424_truncated_answers_neither_lose_nor_repeat_a_value(fixture):
         fixture.wait_connected()
         fixture.proxy(f"cut {length}")
         fixture.put(f"{length}")
-        fixture.put(f"{length}b")  # consumes the rest of the answers to the first put
+        fixture.put(f"{length}b")  # receives the rest of the answers to the first put
         fixture.proxy("cut 0")
         fixture.client.tagget(fixture.handle, "host1")
         fixture.client.wait_event(fixture.handle, DISCONNECTED, lost)
@@ -117,7 +117,7 @@ def test_424_truncated_answers_neither_lose_nor_repeat_a_value(fixture):
     assert [value for value in history if value.endswith("c")] == [f"{length}c" for length in cuts]
 
 
-def test_425_slow_answers_are_accepted_and_silence_ends_the_connection(fixture):
+def test_425_slow_answers_are_accepted_and_missing_answers_end_the_connection(fixture):
     fixture.server.start()
     fixture.proxy("drip")
     fixture.connected(port=6380, sockets=50)

@@ -1,5 +1,5 @@
-"""The open client library with a real Redis server that becomes a replica or has a foreign key: the logged reason and the
-server that is used next."""
+"""The open client library with a real Redis server that becomes a replica, or that has a key of another program. The
+tests check the logged reason and which server is used next."""
 
 import pytest
 from rdb_client import CONNECTED, DISCONNECTED
@@ -20,7 +20,7 @@ def fixture():
 
 
 def name_stands_for(fixture, *addresses):
-    """Makes "database" a name with these addresses. Returns the file that defines it."""
+    """Makes "database" a name with these addresses. Returns the hosts file that defines the name."""
     names = fixture.sandbox.path("/mnt/hosts")
     names.write_text("".join(f"{address} database\n" for address in addresses))
     fixture.sandbox.run("mount", "--bind", "/mnt/hosts", "/etc/hosts")
@@ -57,7 +57,7 @@ def test_4251_after_a_server_becomes_a_replica_its_name_is_resolved_again(fixtur
 
 
 @pytest.mark.refusal
-def test_4252_a_foreign_key_found_by_a_check_is_logged_once(fixture):
+def test_4252_a_key_of_another_program_is_logged_once(fixture):
     fixture.server.start()
     fixture.connected()
     fixture.register("first")
@@ -76,7 +76,7 @@ def test_4252_a_foreign_key_found_by_a_check_is_logged_once(fixture):
 
 @pytest.fixture
 def two(fixture):
-    """The server at the name's second address. The one at the first is fixture.server, which the test starts."""
+    """The server at the second address of the name. fixture.server, which the test starts, is at the first address."""
     other = Server(fixture.sandbox, "127.0.0.2", "/mnt/other")
     other.start()
     name_stands_for(fixture, "127.0.0.1", "127.0.0.2")
@@ -85,7 +85,7 @@ def two(fixture):
 
 @pytest.mark.parametrize("stale, answer", [("yes", "PONG"), ("no", "MASTERDOWN")], ids=["read_only", "master_down"])
 @pytest.mark.failover
-def test_4253_a_replica_at_the_first_address_is_skipped_for_the_next_one(fixture, two, stale, answer):
+def test_4253_after_a_replica_at_the_first_address_the_next_address_is_used(fixture, two, stale, answer):
     fixture.server.start("--replica-serve-stale-data", stale, "--replicaof", "127.0.0.1 1", answer=answer)
     fixture.connected(host="database")
     fixture.register("first")
@@ -110,7 +110,7 @@ def test_4254_a_server_that_becomes_a_replica_is_replaced_without_a_disconnect(f
 
 
 @pytest.mark.failover
-def test_4255_a_server_that_loads_its_data_is_skipped_for_the_next_address(fixture, two):
+def test_4255_while_a_server_loads_its_data_the_next_address_is_used(fixture, two):
     fixture.server.start("--save", "3600 1", "--rdbcompression", "no")
     for key in range(100):
         fixture.server.command("SET", f"key{key}", "x" * 1000)

@@ -1,5 +1,5 @@
-"""Compares the DNS messages of the client library with dnspython: updates and queries have the right contents and
-signature, and exactly the authentic answers are accepted."""
+"""Compares the DNS messages of the client library with dnspython. Updates and queries must have the right contents and
+a valid signature. Exactly the authentic answers must be accepted."""
 
 import base64
 import os
@@ -34,7 +34,7 @@ pytestmark = pytest.mark.skipif(not ORACLE.exists(), reason="the client library 
 
 
 class Oracle:
-    """The program, and the words of its last request."""
+    """The program dns_oracle, and the words of its last request."""
 
     def __init__(self):
         place = surroundings.outside()
@@ -68,7 +68,7 @@ def oracle():
 
 @pytest.fixture(autouse=True)
 def fixed_time(monkeypatch):
-    """Fixes dnspython's current time; returns a function that sets it."""
+    """Fixes dnspython's current time. Returns a function that changes it."""
     clock = types.SimpleNamespace(now=NOW)
     monkeypatch.setattr(dns.message, "time", types.SimpleNamespace(time=lambda: clock.now))
     return clock
@@ -80,7 +80,7 @@ def make_key(seed):
 
 
 def make_request(seed):
-    """Returns zone, ttl, name, full name, addresses and ports of one update."""
+    """Returns the zone, ttl, name, full name, addresses and ports of one random update."""
     zone = ".".join(seed.choice(["example", "org", "a", "x" * 63, "lan-1"]) for _ in range(seed.randrange(1, 4)))
     label = seed.choice(["host1", "h", "a_b", "y" * 60])
     name, full = seed.choice([(label, f"{label}.{zone}"), (f"{label}.{zone}", f"{label}.{zone}"), (zone, zone)])
@@ -111,7 +111,7 @@ def wanted_records(full, addresses, ports):
 
 
 def flat(section):
-    """Returns each record of a section as (owner, type, class, ttl, data); data is None for a deletion."""
+    """Returns each record of a section as (owner, type, class, ttl, data). For a deletion, data is None."""
     records = []
     for rrset in section:
         for rdata in list(rrset) or [None]:
@@ -231,8 +231,8 @@ def test_436_the_difference_of_the_clocks_is_reported(oracle, away):
 
 
 def case_of_a_name(wire, position, bit, key):
-    """Whether a flipped bit only changes the case of a letter in the signature's two names, which are signed in lower
-    case."""
+    """Returns whether a flipped bit only changes the case of a letter in the two names of the signature. These names
+    are signed in lower case."""
     name, algorithm = key.name.to_wire(), key.algorithm.to_wire()
     start = wire.rindex(name)
     places = list(range(start, start + len(name)))

@@ -16,13 +16,13 @@ def fixture():
     one.close()
 
 
-def test_439_a_syslog_daemon_that_does_not_read_delays_no_value(fixture):
+def test_439_a_syslog_daemon_that_does_not_read_does_not_delay_values(fixture):
     fixture.log.fill()
     fixture.server.start()
     fixture.connected()
     fixture.register("first")
     fixture.server.command("CONFIG", "SET", "maxmemory", "1")
-    assert fixture.put("second") == SERVER_REFUSED  # the reason must be logged
+    assert fixture.put("second") == SERVER_REFUSED  # the library must log the reason
     fixture.server.command("CONFIG", "SET", "maxmemory", "0")
     fixture.wait_held("second")
     assert fixture.put("third") == OK

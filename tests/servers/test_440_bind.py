@@ -49,7 +49,7 @@ class TestRepliesOfBind(DnsReplyCases):
         assert fixture.update(["2001:db8::a"], [443]) == (SERVER_REFUSED, REFUSED)
 
 
-#  With this configuration OpenSSL has no algorithms, since the FIPS module is not loaded.
+#  With this configuration OpenSSL has no algorithms, because the FIPS module is not loaded.
 FIPS_ONLY = """openssl_conf = init
 [init]
 alg_section = algorithms
@@ -82,8 +82,7 @@ class TestAddressesOfBind(DnsAddressCases):
     Server = Bind
 
     @pytest.mark.failover
-    def test_4465_an_update_refused_by_a_secondary_moves_to_the_primary(self,
-    fixture):
+    def test_4465_an_update_refused_by_a_secondary_moves_to_the_primary(self, fixture):
         fixture.server.addresses = ("127.0.0.1",)
         fixture.server.reconfigure()
         secondary = SecondaryBind(fixture.sandbox)

@@ -1,5 +1,5 @@
-"""The back end dns with Knot DNS. It answers BADKEY if its rules do not allow the request, and does not sign answers about
-a zone that it does not have."""
+"""The back end dns with Knot DNS. Knot answers BADKEY if its rules do not allow the request. It does not sign answers
+about a zone that it does not have."""
 
 import pytest
 

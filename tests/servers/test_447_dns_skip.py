@@ -1,4 +1,4 @@
-"""The option skip=: addresses of the host that are left out of the zone because of their kernel flags. With BIND."""
+"""The option skip=, with BIND. It leaves out addresses of the host from the zone because of their kernel flags."""
 
 import ipaddress
 import socket
@@ -29,7 +29,7 @@ def deprecate(sandbox, address):
 
 
 def cable(sandbox):
-    """Connects v0, which creates temporary addresses (RFC 8981) at once, to v1, the router's interface."""
+    """Connects v0 to v1, the router's interface. v0 creates temporary addresses (RFC 8981) at once."""
     sandbox.run("ip", "link", "add", "v0", "type", "veth", "peer", "name", "v1")
     for value, setting in ((2, "v0/use_tempaddr"), (0, "v0/dad_transmits"), (0, "v1/accept_ra")):
         sandbox.run("/bin/sh", "-c", f"echo {value} > /proc/sys/net/ipv6/conf/{setting}")
@@ -39,7 +39,7 @@ def cable(sandbox):
 
 
 def advertise(sandbox):
-    """Sends a router advertisement, so that hosts on the link create addresses of PREFIX."""
+    """Sends a router advertisement. Hosts on the link then create addresses of PREFIX."""
     head = struct.pack("!BBHBBHII", ROUTER_ADVERTISEMENT, 0, 0, 0, 0, 0, 0, 0)
     option = struct.pack("!BBBBIII", PREFIX_INFORMATION, 4, 64, AUTONOMOUS, DAY, DAY, 0)
     message = head + option + ipaddress.IPv6Address(PREFIX).packed
@@ -64,9 +64,9 @@ def flags(sandbox):
 
 
 def advertised(sandbox):
-    """Waits for and returns the temporary and the other address of v0 in PREFIX.
+    """Waits until v0 has addresses in PREFIX. Returns the temporary address and the other address.
 
-    The advertisement is repeated, because a link that has just come up does not receive for a moment.
+    The advertisement is repeated, because a link that has just come up receives nothing for a moment.
     """
     advertise(sandbox)
     found = flags(sandbox)

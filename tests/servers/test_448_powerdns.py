@@ -1,5 +1,5 @@
-"""The back end dns with PowerDNS. It does not sign answers if the key is unknown or its secret is wrong: NOTAUTH to a
-query, REFUSED to an update."""
+"""The back end dns with PowerDNS. If the key is unknown or its secret is wrong, PowerDNS does not sign its answers:
+NOTAUTH to a query, REFUSED to an update."""
 
 import pytest
 
@@ -19,7 +19,7 @@ A, B, C = "2001:db8::a", "2001:db8::b", "fd00::c"
 class TestPowerDns:
     Server = PowerDns
 
-    def test_4481_updates_replace_the_records_and_no_others(self, fixture):
+    def test_4481_updates_replace_only_the_records_of_the_name(self, fixture):
         others = fixture.server.others()
         fixture.connected()
         for addresses, ports in (([A, B], [443, 8443]), ([B], [8443]), ([], [8443]), ([A], [443, 8443])):
@@ -62,7 +62,7 @@ class TestPowerDns:
         assert fixture.holds([A], [443])
 
     @pytest.mark.refusal
-    def test_4486_a_key_without_permission_is_refused_until_it_has_it(self, fixture):
+    def test_4486_a_key_is_refused_until_it_has_permission(self, fixture):
         fixture.server.granted = READER
         fixture.server.write_keys()
         fixture.connected("?check=0")
@@ -73,7 +73,7 @@ class TestPowerDns:
         assert fixture.client.events(fixture.handle) == [CONNECTED]
 
     @pytest.mark.refusal
-    def test_4487_a_server_without_updates_refuses_with_the_same_words(self, fixture):
+    def test_4487_a_server_that_accepts_no_updates_refuses_with_the_same_text(self, fixture):
         fixture.server.kill()
         fixture.server.takes_updates = False
         fixture.server.start()
@@ -81,14 +81,15 @@ class TestPowerDns:
         assert fixture.update([A], [443]) == (SERVER_REFUSED, REFUSED)
 
     @pytest.mark.refusal
-    def test_4488_a_missing_zone_is_refused_with_the_same_words(self, fixture):
+    def test_4488_a_missing_zone_is_refused_with_the_same_text(self, fixture):
         fixture.connect(zone="another.test")
         (line,) = fixture.log.wait("rdbapi: dns://")
         assert line.endswith(f"/another.test: {REFUSED}")
 
     @staticmethod
     def named_until(fixture, key):
-        """No connection, and syslog has the reason once. The update succeeds after the server has the key."""
+        """Checks that there is no connection and that syslog has the reason once. After the server has the key, the
+        update must succeed."""
         fixture.wait_attempts(4)
         (line,) = fixture.log.lines("rdbapi: dns://")
         assert line.endswith(f"/{ZONE}: {unsigned(NOT_AUTH)}")

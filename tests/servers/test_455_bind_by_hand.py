@@ -1,4 +1,4 @@
-"""The commands for a name server in docs/user/operations.md, with BIND."""
+"""The commands for a name server in docs/user/operations.md, executed with BIND."""
 
 import re
 import shutil
@@ -18,7 +18,7 @@ KEY = f'key "{HOST_KEY}" {{ algorithm hmac-sha256; secret "{secret(HOST_KEY)}"; 
 
 
 def typed():
-    """Returns the lines of the page's example, with the server and the name of the test."""
+    """Returns the lines of the page's example. The server and the host name are replaced by those of the test."""
     example = PAGE.read_text().partition("$ nsupdate ")[2].partition("\n\n")[0]
     text = "".join(f"{line}\n" for line in re.findall(r"^ *> (.*)", example, re.MULTILINE))
     return text.replace("ns.example.org", "127.0.0.1").replace("host1.example.org", NAME)

@@ -1,8 +1,8 @@
 """The service with a real Redis and a real BIND: the host's name resolves to the host's addresses.
 
-Of the clients in Debian 12, Firefox reads the port from an HTTPS record; curl 7.88 does not support these records. If
-Firefox is not installed, a few lines here act as a client of RFC 9460 section 3: query the record, take port and address,
-connect, and verify the certificate for the name.
+Of the clients in Debian 12, Firefox uses the port of an HTTPS record; curl 7.88 does not support these records.
+test_465 therefore acts as a client of RFC 9460 section 3 itself: it queries the record, takes port and address,
+connects, and verifies the certificate for the name.
 """
 
 import shutil
@@ -74,7 +74,7 @@ class Scene:
         self.names.kill()
 
     def run_service(self):
-        """Starts the service on a terminal and waits until both servers are connected; no cycle has run yet."""
+        """Starts the service on a terminal and waits until both servers are connected. No cycle has run yet."""
         preload = f"{SHIM.resolve()} {self.host.clock.env['LD_PRELOAD']}"
         process = self.host.start("-run", tty=True, env={"LD_PRELOAD": preload})
         control = self.host.clock.of(process)
@@ -94,7 +94,7 @@ class Scene:
         return sorted(self.names.dig("+short", kind, name).splitlines())
 
     def value(self):
-        """Returns the addresses in the database, sorted, or "null"."""
+        """Returns the addresses in the database, sorted; the value may be "null"."""
         command = ["redis-cli", "--no-auth-warning", "--user", "addrpubd", "--pass", REDIS_PASSWORD]
         text = self.sandbox.run(*command, "HGET", f"rdb:value:{NAME}", "value").decode().strip()
         return sorted(text.split(","))
@@ -115,7 +115,7 @@ def scene():
     one.host.close()
 
 
-def test_461_the_name_and_the_database_follow_the_addresses(scene):
+def test_461_changed_addresses_are_published_in_dns_and_in_the_database(scene):
     scene.change(add=[A, "fe80::a"])
     _, control = scene.run_service()
     control.advance(0.1)
@@ -126,7 +126,7 @@ def test_461_the_name_and_the_database_follow_the_addresses(scene):
         scene.wait_published(*left)
 
 
-def test_462_a_host_that_lost_its_last_address_keeps_its_name_and_puts_null(scene):
+def test_462_a_host_without_addresses_keeps_its_name_and_puts_null(scene):
     scene.change(add=[A])
     _, control = scene.run_service()
     control.advance(0.1)
@@ -174,7 +174,7 @@ def test_465_a_client_that_follows_the_https_record_reaches_the_port(scene):
 
 
 def serve_pages(scene, address):
-    """Starts an HTTPS server for NAME. Returns it and its certificate's file."""
+    """Starts an HTTPS server for NAME. Returns the server and the file of its certificate."""
     key, certificate = "/mnt/key.pem", "/mnt/certificate.pem"
     new = ["openssl", "req", "-x509", "-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:P-256", "-noenc", "-days", "1"]
     new += ["-subj", f"/CN={NAME}", "-addext", f"subjectAltName=DNS:{NAME}", "-keyout", key, "-out", certificate]
@@ -221,11 +221,11 @@ def test_466_both_servers_get_the_addresses_again_after_losing_their_data(scene)
     scene.wait_published(B)
 
 
-def test_467_the_service_ends_on_ctrl_c_with_both_servers_connected(scene):
+def test_467_ctrl_c_ends_the_service_while_both_servers_are_connected(scene):
     scene.change(add=[A])
     process, control = scene.run_service()
     control.advance(0.1)
-    process.wait_for_output(b'"message":"ok"}\r\n')  # otherwise the reply may be logged after the last line
+    process.wait_for_output(b'"message":"ok"}\r\n')  # without this wait the reply may be logged after the last line
     process.type(b"\x03")
     assert process.wait() == 0
     assert process.output_so_far().endswith(b"stop addrpubd service success.\r\n")

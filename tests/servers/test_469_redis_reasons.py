@@ -1,4 +1,4 @@
-"""The open client library's syslog messages about a real Redis server that refuses the login."""
+"""The messages that the open client library writes to syslog when a real Redis server refuses the login."""
 
 import pytest
 from redis_bed import DATA, Fixture, require

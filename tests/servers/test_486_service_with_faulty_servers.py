@@ -1,6 +1,6 @@
-"""The service with a database that lets it log in and then refuses or stays silent, and a real BIND.
+"""The service with a real BIND, and with a database that accepts the login but then refuses or does not answer.
 
-In each case the name server gets the addresses within 20 s of the service's clock.
+In each case the name server must get the addresses within 20 s of the service's clock.
 """
 
 import time
@@ -19,12 +19,12 @@ from sandbox import wait_until  # noqa: E402
 A, B, C = "2001:db8::a", "2001:db8::b", "2001:db8::c"
 CYCLE = 10  # seconds between two publish cycles
 USER = ["ACL", "SETUSER", "host", "on", ">own", "~*", "&*", "+@all"]
-ANSWERS_TO_LOGIN = b"+OK\r\n+OK\r\n+PONG\r\n+PONG\r\n"  # to AUTH, CLIENT SETNAME, PING and the first check's PING
+ANSWERS_TO_LOGIN = b"+OK\r\n+OK\r\n+PONG\r\n+PONG\r\n"  # AUTH, CLIENT SETNAME, PING, PING of a check
 SENTINEL = "port 6379\nbind 127.0.0.1\ndir /mnt/redis\nunixsocket /mnt/redis.sock\n"
 
 
 class Scene:
-    """BIND runs; the database and the service do not yet."""
+    """BIND runs. The database and the service do not run yet."""
 
     def __init__(self):
         self.host = Host(time.time_ns())  # signatures contain the time
@@ -67,13 +67,13 @@ class Scene:
         wait_until(lambda: self.addresses() == sorted(addresses), f"{addresses} in the name service")
 
     def first_cycle_fails(self):
-        """Runs one cycle, in which the tag query fails and no DNS update is sent."""
+        """Runs one cycle. Its tag query fails, so no DNS update is sent."""
         self.control.advance(0.1)
         self.wait_disconnected()
         assert self.addresses() == []
 
-    def told_within_the_limit(self):
-        """Checks that the next cycle sends a DNS update, and that a change is sent within the same time."""
+    def updated_within_the_limit(self):
+        """Checks that the next cycle sends a DNS update, and that a later change is sent within the same time."""
         self.control.advance(CYCLE)
         self.wait_told(A)
         self.sandbox.add_address(B + "/64")
@@ -121,7 +121,7 @@ def test_4861_a_redis_that_refuses_the_tag_does_not_block_dns_updates(scene, mak
     make(scene)
     scene.run_service()
     scene.first_cycle_fails()
-    scene.told_within_the_limit()
+    scene.updated_within_the_limit()
     assert scene.process.output_so_far().count(b"connect rdb server") == 1
 
 
@@ -131,7 +131,7 @@ def test_4862_a_redis_user_without_permission_does_not_block_dns_updates(scene):
     scene.redis.command(*USER, "-@all", "+ping")
     scene.run_service(user="host", password="own")
     scene.first_cycle_fails()
-    scene.told_within_the_limit()
+    scene.updated_within_the_limit()
     assert scene.process.output_so_far().count(b"connect rdb server") == 1
 
 
@@ -141,7 +141,7 @@ def test_4863_a_redis_that_is_silent_after_the_login_does_not_block_dns_updates(
     proxy.order(f"first {len(ANSWERS_TO_LOGIN)}")
     scene.run_service("redis://127.0.0.1:6380", sockets=10)
     scene.first_cycle_fails()
-    scene.told_within_the_limit()
+    scene.updated_within_the_limit()
     assert scene.process.output_so_far().count(b"connect rdb server") == 1
     proxy.close()
 
@@ -153,7 +153,7 @@ def test_4864_a_database_on_a_full_disk_does_not_block_dns_updates(scene):
     with pytest.raises(OSError):
         scene.sandbox.path("/mnt/data/filler").write_bytes(bytes(1 << 20))
     scene.first_cycle_fails()
-    scene.told_within_the_limit()
+    scene.updated_within_the_limit()
 
 
 @pytest.mark.retry
@@ -161,7 +161,7 @@ def test_4865_the_database_gets_the_addresses_after_it_accepts_the_tag(scene):
     memory_limit(scene)
     scene.run_service()
     scene.first_cycle_fails()
-    scene.told_within_the_limit()
+    scene.updated_within_the_limit()
     scene.redis.command("CONFIG", "SET", "maxmemory", "0")
     scene.wait_connected(2)
     scene.control.advance(CYCLE)

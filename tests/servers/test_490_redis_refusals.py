@@ -1,4 +1,5 @@
-"""The open client library with a real Redis server that refuses: it logs the reason and repeats the request later."""
+"""The open client library with a real Redis server that refuses requests. It logs the reason and repeats the request
+later."""
 
 import pytest
 from rdb_client import CONNECTED, DISCONNECTED
@@ -65,7 +66,7 @@ def test_492_a_new_password_in_the_file_is_used_at_the_next_login(fixture):
 
 
 @pytest.mark.refusal
-def test_493_a_missing_permission_is_reported_and_the_put_repeated(fixture):
+def test_493_a_missing_permission_is_reported_and_the_put_is_repeated(fixture):
     fixture.server.start()
     fixture.server.command("ACL", "SETUSER", "host", "on", ">own", "~rdb:*", "&rdb:*", "+@all", "-xadd")
     fixture.connected(user="host", password="own")
@@ -105,7 +106,7 @@ def test_495_a_missing_database_number_is_reported(fixture):
 
 @pytest.mark.refusal
 @pytest.mark.retry
-def test_496_a_full_disk_is_reported_and_the_put_repeated(fixture):
+def test_496_a_full_disk_is_reported_and_the_put_is_repeated(fixture):
     fixture.sandbox.run("mount", "-t", "tmpfs", "-o", "size=64k", "tmpfs", DATA)
     fixture.server.start("--save", "3600 1000000", "--stop-writes-on-bgsave-error", "yes")
     fixture.connected()
@@ -123,7 +124,7 @@ def test_496_a_full_disk_is_reported_and_the_put_repeated(fixture):
 
 
 def save(server, status):
-    """Saves in the background until the result is as required."""
+    """Saves in the background. Repeats this until the save ends with this status."""
     server.command("BGSAVE")
 
     def ended():
@@ -159,7 +160,7 @@ def test_497_a_put_refused_by_a_read_only_server_is_repeated(fixture):
     ids=["string", "hash", "list"],
 )
 @pytest.mark.refusal
-def test_498_a_foreign_key_is_unchanged_and_the_put_made_after_its_removal(fixture, key, make, look, content):
+def test_498_a_key_of_another_program_is_unchanged_and_the_put_follows_its_removal(fixture, key, make, look, content):
     fixture.server.start()
     fixture.connected("?expire=900")
     assert fixture.client.taginport(fixture.handle, "host1") == OK
@@ -177,7 +178,7 @@ def test_498_a_foreign_key_is_unchanged_and_the_put_made_after_its_removal(fixtu
     ids=["hash", "set"],
 )
 @pytest.mark.refusal
-def test_499_a_foreign_key_for_the_tag_ends_the_connection_until_its_removal(fixture, make, look, content):
+def test_499_another_programs_key_for_the_tag_ends_the_connection_until_its_removal(fixture, make, look, content):
     key = "rdb:tag:host1"
     fixture.server.start()
     fixture.connected("?expire=900")
@@ -194,7 +195,7 @@ def test_499_a_foreign_key_for_the_tag_ends_the_connection_until_its_removal(fix
 
 
 def foreign_key(server, key, make):
-    """Creates key as another program would. Returns all keys."""
+    """Creates key, as another program would. Returns all keys of the server."""
     server.command(make[0], key, *make[1:])
     return set(server.command("--scan").splitlines())
 

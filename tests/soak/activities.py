@@ -1,4 +1,4 @@
-"""Changes of a host's addresses: several kinds of activity, each with its own pattern, from a fixed seed."""
+"""Changes of a host's addresses from a fixed seed. There are several kinds of activity, each with its own pattern."""
 
 import random
 import time
@@ -12,7 +12,8 @@ UNPUBLISHED = ["fe80::1:1", "fec0::1", "fe90:1::1", "::192.0.2.1", "::ffff:192.0
 
 
 class Deck:
-    """Returns its items in random order, each once before any repeats, so that a short run has every kind."""
+    """Returns its items in random order. Each item is returned once before any is repeated, so that a short run has
+    every kind."""
 
     def __init__(self, cards, source):
         self._cards, self._source, self._left = cards, source, []
@@ -84,7 +85,7 @@ class Activities:
             self._toggle()
             self.pause(self._random.uniform(0, 1.5))
 
-    #  Adds and removes an address within one cycle, or around its end.
+    #  Adds an address and removes it within the same cycle, or near the end of the cycle.
     def _flicker(self):
         for _ in range(30):
             place = self._put()
@@ -103,7 +104,7 @@ class Activities:
     def _pour(self, count):
         self._flood = [self._put() for _ in range(count)]
 
-    #  Replaces all addresses by ones with a new prefix.
+    #  Replaces all addresses by addresses with a new prefix.
     def _renumber(self):
         self._take_all()
         for _ in range(self._random.randint(3, 12)):

@@ -1,5 +1,5 @@
-"""The addresses of one sandbox, changed through netlink (rtnetlink(7)) and recorded in a ledger, and the list that the
-service has to publish.
+"""The addresses of one sandbox. They are changed through netlink (rtnetlink(7)) and recorded in a ledger. Also computes
+the list that the service has to publish.
 """
 
 import ipaddress
@@ -40,16 +40,16 @@ def as_value(listed):
 
 
 class Addresses(Network):
-    """Changes and records the addresses. Expiring ones disappear by their lifetime or with the address from which they
-    were derived. For one thread only.
+    """Changes and records the addresses. An expiring address disappears at the end of its lifetime, or with the address
+    from which it was derived. One thread only.
     """
 
     def __init__(self, sandbox, veth):
         super().__init__(sandbox)
         self.links = (LO, veth)
         self.ledger = Ledger()
-        self.mine = {}  # (link, address) -> prefix length, of the addresses to remove
-        self._fading = {}  # (link, address) -> when it was last seen
+        self.mine = {}  # (link, address) -> prefix length, of the addresses that are to be removed
+        self._fading = {}  # (link, address) -> time at which it was last seen
         self._known = set(self._places())
 
     def put(self, address, link, preferred=FOREVER, valid=FOREVER, flags=0, prefix=128):
@@ -99,7 +99,7 @@ class Addresses(Network):
             self.ledger.went(*place, seen, after)
 
     def listed(self):
-        """Returns the list that the service has to publish now, in order."""
+        """Returns the list that the service has to publish now, in the right order."""
         texts = [socket.inet_ntop(socket.AF_INET6, address) for address in self.addresses()]
         return [text for text in texts if publishable(text)]
 

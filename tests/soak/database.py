@@ -10,7 +10,7 @@ HISTORY = "SELECT id, time_ms, value FROM history WHERE id > ? ORDER BY id"
 
 
 class Database:
-    """complain(text) receives errors of readers; excused() returns whether a failure is expected now."""
+    """complain(text) receives the errors of readers. excused() returns whether a failure is expected now."""
 
     def __init__(self, path, name, complain, excused):
         self.path = path
@@ -23,7 +23,7 @@ class Database:
         self._thread = threading.Thread(target=self._watch, daemon=True)
 
     def watch(self):
-        """Starts to read continuously. Requires: the service has created the file."""
+        """Starts to read continuously. The service must have created the file."""
         self._thread.start()
 
     def end(self):
@@ -35,7 +35,7 @@ class Database:
         return sqlite3.connect(f"file:{self.path}?mode=ro", uri=True, timeout=READER_PATIENCE)
 
     def value(self):
-        """Returns the current value, None if there is none yet."""
+        """Returns the current value, or None if there is no value yet."""
         try:
             connection = self._open()
             try:
@@ -63,7 +63,8 @@ class Database:
                     self._complain(f"the database cannot be read: {error}")
 
     def new_rows(self):
-        """Returns time and value of each new row of the history, and complains about values that are in no row."""
+        """Returns time and value of each new row of the history. Complains about values that were read but are in no
+        row."""
         seen, self._seen = self._seen, set()
         connection = self._open()
         try:
@@ -92,7 +93,7 @@ class Database:
         return size
 
     def lock(self, seconds):
-        """Holds the write lock for this long."""
+        """Holds the write lock for this many seconds."""
         connection = sqlite3.connect(self.path, isolation_level=None, timeout=READER_PATIENCE)
         try:
             connection.execute("BEGIN IMMEDIATE")

@@ -1,16 +1,16 @@
-"""The resources of a service, and whether they grow. Sampled while the service is idle and connected to both files, so
-that no call has a file open and every run of the service has the same descriptors.
+"""The resources of a service, and whether they grow. They are measured while the service is idle and connected to both
+files. At these times no call has a file open, and every run of the service has the same descriptors.
 """
 
 import statistics
 import time
 
-WARM_UP = 180.0  # seconds after which no figure may grow; a third of a shorter soak
+WARM_UP = 180.0  # seconds after which no figure may grow; in a shorter soak, a third of its duration
 SEVERAL = 3  # a figure is the median of this many samples
 
-#  What may be more at the end. RssAnon, kB: the heap's pages that are touched when the main thread and the two of the
-#  client library are at their largest in the same moment. VmData, kB: the service has the C library give memory back
-#  from 1 MB on. Both also have what SQLite keeps of a database that has grown.
+#  Allowed growth until the end. RssAnon, kB: pages of the heap that are used when the main thread and two threads of
+#  the client library need most memory at the same moment. VmData, kB: the C library returns memory to the system only
+#  from 1 MB on. Both figures include memory that SQLite keeps for a database that has grown.
 STRAY = {"RssAnon": 192, "VmData": 1024, "descriptors": 0, "threads": 0}
 MEMORY = ("RssAnon", "VmData")
 
@@ -38,8 +38,7 @@ class Figures:
         return sum(samples[-1][1]["cpu"] for samples in self._runs.values())
 
     def _course(self, name, samples):
-        """Returns the figure after the warm-up, in the middle and at the end, or nothing for a run that was too
-        short."""
+        """Returns the figure after the warm-up, in the middle and at the end, or nothing if the run was too short."""
         after = [found[name] for moment, found in samples if moment >= samples[0][0] + self._warm_up]
         if len(after) < 2 * SEVERAL:
             return None
@@ -48,7 +47,7 @@ class Figures:
         return [round(statistics.median(piece)) for piece in pieces]
 
     def growths(self, database):
-        """Returns complaints about figures that grew in a run. database: size of the database in kB."""
+        """Returns complaints about figures that grew in a run. database is the size of the database in kB."""
         found = []
         for samples in self._runs.values():
             for name, stray in STRAY.items():

@@ -20,7 +20,7 @@ def lines_of(text):
 
 
 def split(text, pattern):
-    """Returns the addresses of the service's lines, and all other bytes."""
+    """Returns the addresses in the service's lines, and all other bytes."""
     own, foreign = [], []
     for line in lines_of(text):
         match = pattern.fullmatch(line)
@@ -39,7 +39,7 @@ def _is_address(text):
 
 
 class HostsFile:
-    """path and name are those of the service. complain(text) receives errors of readers."""
+    """path and name are those of the service. complain(text) receives the errors of readers."""
 
     def __init__(self, path, name, seed, complain):
         self.path = Path(path)
@@ -47,7 +47,7 @@ class HostsFile:
         self._name, self._pattern = name, own_pattern(name)
         self._random = random.Random(seed)
         self._complain = complain
-        self._versions = [self._first_lines()]  # the bytes of other lines, in the order in which they were written
+        self._versions = [self._first_lines()]  # versions of the other lines, in the order in which they were written
         self.path.write_bytes(self._versions[0])
         self.reads = self.edits = 0
         self._blocks = set()  # blocks read since the last call of blocks()
@@ -90,29 +90,29 @@ class HostsFile:
             own, foreign = split(text, self._pattern)
             self._blocks.add(tuple(own))
             if foreign not in self._versions[max(oldest - 1, 0) :]:
-                self._complain(f"the hosts file's other lines are not what they were: {foreign[-300:]!r}")
+                self._complain(f"the other lines of the hosts file have changed: {foreign[-300:]!r}")
 
     def check_others(self):
         foreign = split(self.path.read_bytes(), self._pattern)[1]
         if foreign != self._versions[-1]:
-            self._complain(f"the hosts file's other lines are not the newest: {foreign[-300:]!r}")
+            self._complain(f"the other lines of the hosts file are not the newest version: {foreign[-300:]!r}")
 
     def edit(self):
-        """Changes the other lines: appends a line, or replaces the file."""
+        """Changes the other lines: appends a line or replaces the file."""
         if self._random.random() < 0.5:
             self._append()
         else:
             self._replace()
         self.edits += 1
 
-    #  A single write, so that a reader sees all of it or nothing.
+    #  The line is written with a single write, so that a reader sees either the whole line or nothing.
     def _append(self):
         line = f"2001:db8:ffff::{self.edits:x} edited{self.edits}\n".encode()
         self._versions.append(self._versions[-1] + line)
         with self.path.open("ab", buffering=0) as file:
             file.write(line)
 
-    #  Takes the writers' lock, so that no block of the service is replaced by an older one.
+    #  Holds the writers' lock, so that an older block cannot replace a newer block of the service.
     def _replace(self):
         descriptor = os.open(self._lock_path, os.O_RDWR | os.O_CREAT, 0o600)
         try:
@@ -131,7 +131,7 @@ class HostsFile:
             return False
         return b" edited" not in line or self._random.random() < 0.7
 
-    #  Removes some of the added lines, and inserts another one at the start.
+    #  Removes some of the added lines, and inserts another line at the start.
     def _shorten(self, text):
         kept = [line for line in lines_of(text) if self._stays(line)]
         return b"# front %d\n" % self.edits + b"".join(kept)

@@ -1,5 +1,5 @@
-"""When each address was on the host, as far as this is known outside the kernel: an address is added between two
-moments and removed between two moments. All times are seconds of the wall clock (time.time()).
+"""Records when each address was on the host, as far as this is known outside the kernel. For each addition and each
+removal only two moments are known, one before and one after it. All times are seconds of the wall clock (time.time()).
 """
 
 import bisect
@@ -11,7 +11,7 @@ FOREVER = math.inf
 
 @dataclass
 class Stay:
-    """Certainly present from settled to doubted; possibly present from came, and until gone."""
+    """A stay of an address. It is certainly present from settled to doubted, and possibly present from came to gone."""
 
     came: float
     settled: float
@@ -23,8 +23,8 @@ class Ledger:
     def __init__(self):
         self._stays = {}  # (link, address) -> list of Stay, the newest last
         self._links = {}  # address -> the links that ever had it
-        self._ends = []  # end of each change, ascending
-        self._begins = []  # start of each change, same order
+        self._ends = []  # ends of the changes, ascending
+        self._begins = []  # starts of the changes, in the same order
         self.changes = 0
 
     def came(self, link, address, before, after):
@@ -49,7 +49,7 @@ class Ledger:
         return self._ends[-1] if self._ends else 0.0
 
     def still(self, low, high):
-        """Returns whether nothing changed between the two moments."""
+        """Returns whether no address changed between the two moments."""
         at = bisect.bisect_left(self._ends, low)
         return all(begin > high for begin in self._begins[at:])
 
@@ -60,7 +60,7 @@ class Ledger:
         return any(stay.came <= high and stay.gone >= low for stay in self._stays_of(address))
 
     def present(self, low, high):
-        """Returns the addresses that were present all the time between the two moments."""
+        """Returns the addresses that were present during the whole time between the two moments."""
         return {
             address
             for (_, address), stays in self._stays.items()
@@ -68,17 +68,18 @@ class Ledger:
         }
 
     def judge(self, listed, low, high, publishable, complete=True):
-        """Returns the error in a list of addresses read between the two moments, or an empty text.
+        """Returns the error in a list of addresses that was read between the two moments, or an empty text if it is
+        correct.
 
         complete: the list was not shortened.
         """
         never = [address for address in listed if not self.might_have_been(address, low, high)]
         if never:
-            return f"lists what was not there: {' '.join(never[:5])}"
+            return f"lists addresses that were not there: {' '.join(never[:5])}"
         unfit = [address for address in listed if not publishable(address)]
         if unfit:
-            return f"lists what must not be published: {' '.join(unfit[:5])}"
+            return f"lists addresses that must not be published: {' '.join(unfit[:5])}"
         if not complete or not self.still(low, high):
             return ""
         missing = {address for address in self.present(low, high) if publishable(address)} - set(listed)
-        return f"lacks what was there: {' '.join(sorted(missing)[:5])}" if missing else ""
+        return f"lacks addresses that were there: {' '.join(sorted(missing)[:5])}" if missing else ""

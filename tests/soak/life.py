@@ -1,7 +1,7 @@
-"""One host of the soak: a service in a sandbox, the events, and the checks of its reaction.
+"""One host of the soak: a service in a sandbox, random events, and checks of how the service reacts.
 
-A round is a series of changes together with a disturbance or a command. Then the addresses stay unchanged until the
-database and the hosts file have the list, which must happen within a limit.
+A round is a series of changes, together with a disturbance or a command. Then the addresses stay unchanged until the
+database and the hosts file have the list. This must happen within a time limit.
 """
 
 import random
@@ -19,7 +19,8 @@ from service import Service
 from troubles import FOUND_AGAIN, Troubles, fill
 from witness import Witness
 
-#  A cycle begins at most 10.1 s after the one before it (docs/user/operations.md); the rest is for the machine.
+#  A cycle begins at most 10.1 s after the previous cycle (docs/user/operations.md). The rest allows for delays of the
+#  machine.
 LATE = 10.9
 LOOK = 0.05  # seconds between two checks while waiting
 CALLS_END = 5.2  # seconds after which every call delayed by a disturbance has ended
@@ -36,7 +37,7 @@ ip link set soak1 up
 
 
 class Life:
-    """restart: seconds between two restarts, None for no restarts. tiny: the data is on a small file system."""
+    """restart: seconds between two restarts, or None. tiny: whether the data is on a small file system."""
 
     def __init__(self, title, build, folder, data, seed, seconds, restart=None, tiny=False):
         self.title, self.complaints, self._data = title, [], data
@@ -57,7 +58,7 @@ class Life:
         self.figures = Figures(self.service, seconds)
         self.started = 0.0  # time of the last start of the service
         self.checks = self.restarts = self.commands = 0
-        self.worst = {"untroubled": 0.0, "troubled": 0.0}  # seconds from the last change, or from the end of a disturbance
+        self.worst = {"untroubled": 0.0, "troubled": 0.0}  # seconds after the last change or disturbance
         self.most = 0  # maximum number of addresses to publish
         self.size = 0  # size of the database in kB at the end of the soak
         self.thread = threading.Thread(target=self._run, name=title)
@@ -193,7 +194,7 @@ class Life:
             return False
         return self.hosts.block() == self._block(listed)
 
-    #  A host without addresses keeps its lines; an address on two links has one line.
+    #  A host without addresses keeps its lines. An address that is on two links has one line.
     def _block(self, listed):
         return list(dict.fromkeys(listed or self.witness.sent))
 
@@ -212,7 +213,7 @@ class Life:
 
     def _judge_all(self):
         rows = self.database.new_rows()
-        time.sleep(0.1)  # for the log record of a row's put
+        time.sleep(0.1)  # waits for the log record of the put that wrote the row
         self.witness.take_blocks_later(self.hosts.blocks())
         self.witness.take_records(self.service.log.take())
         self.witness.take_rows(rows + self.database.new_rows())
@@ -222,7 +223,7 @@ class Life:
         if not self.checks % 10:
             self.database.check_whole()
 
-    #  The library writes to syslog why it fails, and only then.
+    #  The library writes to syslog only when it fails, and then gives the reason.
     def _check_syslog(self):
         for line in self.syslog.lines("rdbapi: "):
             reason = line.split("rdbapi: ", 1)[1]

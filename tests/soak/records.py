@@ -1,8 +1,9 @@
-"""The log of one service as records, from a UDP log server or from the file with its console output.
+"""The log records of one service, from a UDP log server or from the file with its console output.
 
     records.take() -> [Record, ...]     records since the last call
 
-A record's time is the receiver's for a datagram and the service's own for the console.
+The time of a datagram's record is the time at which the receiver got it. The time of a console record is that of the
+service.
 """
 
 import datetime

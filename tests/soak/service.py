@@ -13,7 +13,7 @@ PORTS = [443, 8443]
 
 
 class Service:
-    """folder has the same path inside the sandbox; data is the folder of the database and the hosts file."""
+    """folder has the same path inside the sandbox. data is the folder of the database and of the hosts file."""
 
     def __init__(self, sandbox, build, folder, data, name):
         self.sandbox, self.name = sandbox, name
@@ -40,7 +40,7 @@ class Service:
         return self.sandbox.run("./addrpubd", word, cwd=self.folder).decode()
 
     def start(self):
-        """Starts it in the background, with the UDP log. Returns an error text, empty on success."""
+        """Starts the service in the background, with the UDP log. Returns an error text, empty on success."""
         self.log = self.udp
         self._configure()
         said = self.command("-start")
@@ -48,7 +48,7 @@ class Service:
         return "" if said == "\n\nstart...\rStart success!\n\nfinished\n" else f"-start said {said!r}"
 
     def run(self):
-        """Starts it in the foreground, with its output in a file. Returns an error text, empty on success."""
+        """Starts the service in the foreground, with its output in a file. Returns an error text, empty on success."""
         self.log = ConsoleLog(self.folder / f"console{self.starts}")
         self._configure()
         words = f"exec stdbuf -oL ./addrpubd -run >console{self.starts} 2>&1"
@@ -65,7 +65,7 @@ class Service:
         return int(self.sandbox.path(PID_FILE).read_text())
 
     def stop(self):
-        """Ends it with -stop. Returns an error text, empty on success."""
+        """Ends the service with -stop. Returns an error text, empty on success."""
         expected = f"\nstop addrpubd... pid = {self.pid}\n\naddrpubd stoped gracefully!\n\n"
         said = self.command("-stop")
         if said != expected:
@@ -92,7 +92,7 @@ class Service:
         return "" if self.recorded_pid() == self.pid else "the pid file changed with a second -start"
 
     def figures(self):
-        """Returns memory in kB, descriptors, threads and processor seconds, or None if it does not run."""
+        """Returns memory in kB, descriptors, threads and processor seconds, or None if the service does not run."""
         try:
             process = self.sandbox.path(f"/proc/{self.pid}")
             fields = dict(line.split(":", 1) for line in (process / "status").read_text().splitlines())
@@ -109,7 +109,7 @@ class Service:
             return None
 
     def left_behind(self):
-        """Returns what should not remain after the stop."""
+        """Returns the names of things that should not remain after the stop."""
         found = []
         entries = [entry for entry in os.listdir(self.sandbox.path("/proc")) if entry.isdigit() and entry != "1"]
         for entry in entries:

@@ -1,10 +1,10 @@
-"""soak.py BUILD MINUTES: two services in real time for MINUTES, in private namespaces; prints a table at the end.
+"""soak.py BUILD MINUTES: runs two services in real time for MINUTES in private namespaces. Prints a table at the end.
 
-    steady      runs all the time in the background, with a UDP log; files on the disk
-    restless    is ended and started repeatedly, in the foreground or background; files in a small file system
+    steady      runs all the time in the background, with a UDP log; its files are on the disk
+    restless    is ended and started repeatedly, in the foreground or background; its files are in a small file system
                 in memory, which is sometimes full
 
-Requires: private mount, network, IPC and PID namespaces around it (scripts/soak makes them).
+Requires private mount, network, IPC and PID namespaces, which scripts/soak creates.
 """
 
 import contextlib
@@ -23,7 +23,7 @@ SEED = 20251121
 SMALL = "12m"  # size of the file system that is filled
 LINES = 30.0  # seconds between two lines of progress
 ENOUGH_CHANGES = 5000 / 30  # per minute
-WHOLE = 1800.0  # seconds; a shorter trial leaves the figures of the page as they are
+WHOLE = 1800.0  # seconds; a shorter trial does not replace the figures of the page
 
 
 def progress(elapsed, lives):
@@ -61,14 +61,14 @@ def table_of(life):
     witness, troubles, figures = life.witness, life.troubles, life.figures
     return [
         ("changes of addresses", life.addresses.ledger.changes),
-        ("addresses at one time, most", life.most),
-        ("checks after the addresses were left alone", life.checks),
+        ("maximum number of addresses at one time", life.most),
+        ("checks after a pause in the changes", life.checks),
         ("values in the database's history", witness.rows),
         ("requests to the hosts file, answers", f"{witness.requests}, {witness.replies}"),
         ("latest, untroubled", f"{life.worst['untroubled']:.2f} s"),
-        ("latest after a trouble's end", f"{life.worst['troubled']:.2f} s"),
-        ("looks into the database, failed on a full disk", f"{life.database.reads}, {life.database.excused_reads}"),
-        ("looks into the hosts file", life.hosts.reads),
+        ("latest after the end of a disturbance", f"{life.worst['troubled']:.2f} s"),
+        ("reads of the database, failed on a full disk", f"{life.database.reads}, {life.database.excused_reads}"),
+        ("reads of the hosts file", life.hosts.reads),
         ("edits of the hosts file by another program", life.hosts.edits),
         ("times locked, full", f"{troubles.count('lock')}, {troubles.count('full')}"),
         ("errors in the log", witness.errors),
@@ -82,7 +82,7 @@ def table_of(life):
 
 
 def joined(tables):
-    """The figures of both lives, side by side."""
+    """Returns the figures of both lives, side by side."""
     lines = [f"| {'':50} | {'steady':>20} | {'restless':>20} |", f"| :{'-' * 49} | {'-' * 19}: | {'-' * 19}: |"]
     names = list(dict.fromkeys(name for table in tables for name, _ in table))
     for name in names:
@@ -93,7 +93,7 @@ def joined(tables):
 
 @contextlib.contextmanager
 def workshop():
-    """A folder that contains "tiny", a small file system in memory."""
+    """Creates a folder that contains "tiny", a small file system in memory."""
     with tempfile.TemporaryDirectory(prefix="addrpubd-soak.", dir="/tmp") as work:
         tiny = Path(work, "tiny")
         tiny.mkdir()
@@ -114,7 +114,7 @@ def make_lives(build, work, seconds):
 
 
 def soak(build, seconds):
-    """Returns the two completed runs, their tables and the elapsed seconds."""
+    """Runs the soak. Returns the two completed runs, their tables and the elapsed seconds."""
     with workshop() as work:
         lives = make_lives(build, work, seconds)
         for life in lives:

@@ -1,4 +1,4 @@
-"""Disturbances of the service's files, and how long they may affect the log.
+"""Disturbances of the service's files, and how long each may affect the log.
 
     with troubles.during("lock"): ...
 """
@@ -11,14 +11,14 @@ import threading
 import time
 from dataclasses import dataclass
 
-#  docs/user/operations.md: maximum time until the library detects that a server works again, seconds.
+#  Maximum time in seconds until the library detects that a server works again (docs/user/operations.md).
 FOUND_AGAIN = 60.0
 KINDS = ("lock", "full", "restart")
-#  A call that started before the end of a disturbance may fail this much later: the duration of the longest call,
-#  seconds.
+#  A call that started before the end of a disturbance may fail this many seconds later. This is the duration of the
+#  longest call.
 ERRORS_AFTER = 5.0
 
-#  Errors caused by a database or hosts file that cannot be written: docs/user/codes.md.
+#  Errors whose cause is a database or hosts file that cannot be written (docs/user/codes.md).
 _EXPLAINED = re.compile(
     r"rdb_(tagget|taginport|objputsnapshot) \S+ failed, errcode (1005|1008|1014)"
     r"|updateDomain errorcode 1005"
@@ -31,7 +31,7 @@ class Trouble:
     kind: str
     start: float
     end: float = float("inf")
-    over: float = float("inf")  # when everything worked again
+    over: float = float("inf")  # time when all calls worked again
 
 
 class Troubles:
@@ -49,7 +49,7 @@ class Troubles:
             trouble.end = time.time()
 
     def begin(self, kind, action):
-        """Runs action on a new thread, as a disturbance of this kind."""
+        """Runs action on a new thread. It counts as a disturbance of this kind."""
 
         def work():
             with self.during(kind):
@@ -60,7 +60,7 @@ class Troubles:
         self._threads.append(thread)
 
     def wait(self):
-        """Waits until all have ended."""
+        """Waits until all disturbances have ended."""
         for thread in self._threads:
             thread.join()
         self._threads.clear()
@@ -69,7 +69,7 @@ class Troubles:
         return sum(trouble.kind == kind for trouble in self.all)
 
     def near(self, low, high, after, kinds=KINDS):
-        """Returns the start of the first disturbance that may have an effect between the two moments; None if none."""
+        """Returns the start of the first disturbance that may have an effect between the two moments, or None."""
         starts = [
             trouble.start
             for trouble in self.all
@@ -78,25 +78,25 @@ class Troubles:
         return min(starts, default=None)
 
     def last_end(self):
-        """Returns the end of the last disturbance that still has effects; 0 if none."""
+        """Returns the end of the last disturbance that still has effects, or 0."""
         return max((trouble.end for trouble in self.all if trouble.over == float("inf")), default=0.0)
 
     def all_is_well(self):
-        """Everything works again, and all earlier calls have ended."""
+        """Must be called when everything works again and all earlier calls have ended."""
         now = time.time()
         for trouble in self.all:
             if trouble.end + ERRORS_AFTER < now:
                 trouble.over = min(trouble.over, now)
 
     def explain(self, text, moment):
-        """Returns whether an error in the log is caused by a disturbance of the files."""
+        """Returns whether a disturbance of the files causes this error in the log."""
         if _EXPLAINED.fullmatch(text) is None:
             return False
         return self.near(moment, moment, ERRORS_AFTER, ("lock", "full")) is not None
 
 
 def fill(folder, seconds):
-    """Fills the folder's file system for this long, including space that becomes free meanwhile."""
+    """Fills the folder's file system for this many seconds, including space that becomes free meanwhile."""
     path = f"{folder}/filler"
     until = time.monotonic() + seconds
     with open(path, "wb", buffering=0) as file:

@@ -1,6 +1,6 @@
-"""Checks a service's output: its log, the rows of its history, the blocks in its hosts file.
+"""Checks a service's output: its log, the rows in its history, and the blocks in its hosts file.
 
-All is compared with the ledger of the addresses, which is independent of the service.
+All of these are compared with the ledger of the addresses, which does not depend on the service.
 """
 
 import json
@@ -11,11 +11,11 @@ from addresses import VALUE_LIMIT, as_value, publishable
 from service import PORTS
 from troubles import FOUND_AGAIN
 
-#  A row's time is set in the put, two calls of a working database after the list was read. In seconds.
+#  Seconds. The put sets the time of a row. It happens two calls of a working database after the list was read.
 ROW_WINDOW = 1.0
-#  A record may follow two calls of at most 3 s each, the time limit for the disk.
+#  Seconds. A record may follow two calls of at most 3 s each, which is the time limit for the disk.
 RECORD_WINDOW = 6.5
-CLOCK_STEP = 0.002  # times of rows are whole milliseconds
+CLOCK_STEP = 0.002  # the times of rows are whole milliseconds
 
 _KNOWN = re.compile(
     r"\n?\s*start addrpubd\.\.\.|rdburl: .*|dnsurl: .*|addrpubd service started successfully\."
@@ -35,8 +35,8 @@ class Witness:
         self._tag_is_new = True  # the database does not have the tag until the first import
         self.connected = {"rdb": False, "dns": False}
         self.puts = self.requests = self.replies = self.errors = self.rows = 0
-        self._puts = []  # time and value of successful puts not yet compared with rows
-        self._rows = []  # rows without a put so far
+        self._puts = []  # time and value of successful puts that were not yet compared with rows
+        self._rows = []  # rows for which no put was found so far
         self.sent = []  # the last list sent
         self._blocks = {()}  # blocks that the hosts file may contain
         self._older_blocks = set()
@@ -44,13 +44,14 @@ class Witness:
         self.begin_run()
 
     def begin_run(self):
-        """The service was started: the numbers of its requests start at 1."""
+        """Must be called when the service was started: the numbers of its requests start at 1."""
         self._sent_number = 0
         self._unanswered = []
         self.connected = dict.fromkeys(self.connected, False)
 
     def end_run(self):
-        """The service was ended: all requests must have been answered, except the last one if it was being sent."""
+        """Must be called when the service has ended. All requests must have been answered; the last may be unanswered
+        if it was being sent."""
         if len(self._unanswered) > 1:
             self._complain(f"requests without an answer: {self._unanswered}")
 
@@ -73,7 +74,7 @@ class Witness:
 
     def _line(self, record):
         if record.level == "?" or not _CONSOLE.fullmatch(record.text):
-            self._complain(f"an unknown line in the log: {record.text!r}")
+            self._complain(f"the log has an unknown line: {record.text!r}")
 
     def _event(self, record):
         if record.text and not _KNOWN.fullmatch(record.text):
@@ -88,7 +89,7 @@ class Witness:
             if record.text.startswith(f"{server} server") and "disconnected" in record.text:
                 self.connected[server] = False
         if record.text.startswith("updateDomain errorcode"):
-            del self._unanswered[-1:]  # it was not accepted
+            del self._unanswered[-1:]  # the last request was not accepted
         if self._tag_is_new and record.text == f"rdb_tagget {self._name} failed, errcode 1011":
             self._tag_is_new = False
         elif not self._troubles.explain(record.text, record.time):
@@ -122,7 +123,7 @@ class Witness:
         self.replies += 1
         reply = json.loads(record.text.removeprefix("recv: "))
         if self._unanswered[:1] != [reply["seqno"]]:
-            self._complain(f"an answer out of order: {record.text}, due was {self._unanswered[:1]}")
+            self._complain(f"an answer is out of order: {record.text}, due was {self._unanswered[:1]}")
         self._unanswered = [number for number in self._unanswered if number > reply["seqno"]]
         if reply["code"] != 0 and self._troubles.near(record.time, record.time, RECORD_WINDOW) is None:
             self._complain(f"a refusal without a reason: {record.text}")
@@ -138,13 +139,13 @@ class Witness:
         self._rows += rows
 
     def compare_puts_with_rows(self):
-        """Checks that each successful put has its row. Requires: the rows were read after the log."""
+        """Checks that each successful put has its row. The rows must have been read after the log."""
         for moment, value in self._puts:
             places = [place for place, row in enumerate(self._rows) if row[1] == value and row[0] <= moment]
             if not places:
                 self._complain(f"the put of {clock(moment)} has no row: {value[:200]}")
                 continue
-            #  The last of equal rows: the earlier ones were put by the library itself.
+            #  Of several equal rows the last belongs to the put. The library itself put the earlier rows.
             self._rows_without_put(self._rows[: places[-1]])
             del self._rows[: places[-1] + 1]
         self._puts.clear()
@@ -152,14 +153,14 @@ class Witness:
         self._rows_without_put(old)
         del self._rows[: len(old)]
 
-    #  The library itself repeats puts that have failed.
+    #  The library itself repeats failed puts.
     def _rows_without_put(self, rows):
         for moment, value in rows:
             if self._troubles.near(moment, moment, FOUND_AGAIN + RECORD_WINDOW) is None:
                 self._complain(f"the row of {clock(moment)} has no put in the log: {value[:200]}")
 
     def take_blocks_later(self, blocks):
-        """Stores blocks that readers saw before the next records."""
+        """Stores blocks that readers saw before the next records were read."""
         self._seen_blocks.update(blocks)
 
     def judge_blocks(self):

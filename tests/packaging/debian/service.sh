@@ -1,10 +1,10 @@
 #!/usr/bin/env bash
-#  Sourced by scripts/package-test: the packaged service under systemd: its settings, its log, its start and its end.
+#  Sourced by scripts/package-test: the packaged service under systemd: its settings, its log, its start and its exit.
 
 # shellcheck source=tests/packaging/debian/names.sh
 source "$(dirname "${BASH_SOURCE[0]}")/names.sh"
 
-#  Writes the settings: a name, the log, and the lines on standard input.
+#  Writes the settings: a host name, the log, and the lines from standard input.
 configure() {
     {
         printf 'hostname = %s\ndnshttpsports = 443\nlogurl = stdout\n' "$name"
@@ -29,8 +29,8 @@ property() {
     inside systemctl show --property "$1" --value "$unit"
 }
 
-#  What the unit's last run, or another one, wrote into the journal, one entry on a line; all of it, or what came by one
-#  of journald's transports.
+#  Prints what a run of the unit (by default the last) wrote into the journal, one entry per line: all of it, or only
+#  entries of one of journald's transports.
 journal() {
     journal_of_run "$(property InvocationID)" "$@"
 }
@@ -118,7 +118,7 @@ found_journal() {
     journal stdout | sed 's|^\[[0-9/]* [0-9:.]*\]|[NOW]|; s/ *$//; /^$/d'
 }
 
-#  The order of the two connections and their first writes depends on the client library's threads.
+#  The order of the two connections and of their first writes depends on the threads of the client library.
 check_journal() {
     say "each line of the running service is a separate entry in the journal"
     until_true "the snapshot" in_journal 'rdb_objputsnapshot '
@@ -143,7 +143,7 @@ has_reason() {
     grep -q 'rdbapi: .*/etc/addrpubd/rdb.db' <<<"$(journal syslog)"
 }
 
-#  Microseconds between the two last changes of the unit's state, from systemd's own clock readings.
+#  Prints the microseconds between the last two changes of the unit's state, from time stamps that systemd recorded.
 time_of_stop() {
     echo $(($(property InactiveEnterTimestampMonotonic) - $(property ActiveExitTimestampMonotonic)))
 }
@@ -192,7 +192,7 @@ is_listening() {
     grep -q ':14B4 0\{32\}:0000 0A ' <<<"$(inside cat /proc/net/tcp6)"
 }
 
-#  Connections to port 5300 that are established, each seen from its client.
+#  Prints the established connections to port 5300, each as seen by its client.
 has_connections() {
     [ "$(inside cat /proc/net/tcp6 | grep -c ':[0-9A-F]* 0\{24\}01000000:14B4 01 ')" -ge "$1" ]
 }

@@ -45,7 +45,7 @@ struct ForeignChange {
     std::function<void(const std::string& file)> happen;
 };
 
-const ForeignChange accidents[] = {
+const ForeignChange foreign_changes[] = {
     {"OverwrittenByAnotherServicesDatabase",
      [](const std::string& file) {
          const Folder elsewhere;
@@ -153,7 +153,7 @@ TEST_P(SqliteForeignChange, ItIsDetectedEvenWhileAValueIsWritten) {
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(Each, SqliteForeignChange, testing::ValuesIn(accidents),
+INSTANTIATE_TEST_SUITE_P(Each, SqliteForeignChange, testing::ValuesIn(foreign_changes),
                          [](const auto& test) { return test.param.name; });
 
 TEST_F(SqliteFilesTest, AnotherProgramsFileThatReplacedItIsUnchanged) {
