@@ -1,4 +1,4 @@
-#  Flags of all targets: language level, warnings, sanitizers, output folders.
+#  Compiler and linker flags of all targets: language level, warnings, sanitizers, output folders.
 
 set(CMAKE_CXX_STANDARD 20)
 set(CMAKE_CXX_STANDARD_REQUIRED ON)
@@ -15,7 +15,7 @@ set(CMAKE_CXX_FLAGS_RELWITHDEBINFO "-O2 -g")
 set(CMAKE_CXX_FLAGS_MINSIZEREL "-Os")
 set(CMAKE_CXX_FLAGS_DEBUG "-Og -g")
 if(ADDRPUBD_SANITIZE)
-    set(CMAKE_CXX_FLAGS_DEBUG "-Og -g1")  # a report needs lines only; a third of the size
+    set(CMAKE_CXX_FLAGS_DEBUG "-Og -g1")  # line numbers are enough for reports; a third of the size
 endif()
 
 #  The client library is loaded by its relative name, never by a path of the build machine.
@@ -32,11 +32,12 @@ endif()
 if(ADDRPUBD_CHECK)
     add_compile_definitions(OLK_CHECK)
 endif()
-#  Hardening of all products and tests. Sanitizers check more and are not compatible with it. - Immediate binding, a
-#  read-only relocation table, a position-independent executable, no executable stack. - Stack protector, stack probes
-#  for each page, branch targets marked for indirect jumps. - With ADDRPUBD_FORTIFY, checked variants of C library
-#  functions. Packages are built with it; the unit tests are not,
-#    because they replace the unchecked functions. This setting overrides the level of a compiler or distribution.
+#  Hardening of all products and tests. Sanitizers check more and are not compatible with these flags.
+#  - Immediate binding, a read-only relocation table, a position-independent executable, no executable stack.
+#  - Stack protector, stack probes for each page, branch targets marked for indirect jumps.
+#  - With ADDRPUBD_FORTIFY, checked variants of C library functions. Packages are built with it. Unit tests are built
+#    without it, because they replace the unchecked functions. This setting overrides the level of a compiler or
+#    distribution.
 if(NOT ADDRPUBD_SANITIZE)
     include(CheckPIESupported)
     check_pie_supported(LANGUAGES CXX)

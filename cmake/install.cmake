@@ -1,13 +1,13 @@
-#  The files of an installation. This is the only list of them; the Debian package uses it unchanged.
+#  The files of an installation. No other file lists them; the Debian package uses this list unchanged.
 #
-#      lib/addrpubd/       the program, its client library and a link to the ini file: they must be in one folder
+#      lib/addrpubd/       the program, its client library and a link to the ini file, which must be in one folder
 #      sbin/addrpubd       changes to that folder and starts the program there
-#      /etc/addrpubd/      the ini file; below the prefix unless the prefix is /usr
+#      /etc/addrpubd/      the ini file; this folder is below the prefix, except if the prefix is /usr
 #
-#  The wrapper, the unit, the manual pages and addrpubd-check contain these paths, so the prefix is set at
-#  configuration.
+#  The wrapper, the unit, the manual pages and addrpubd-check contain these paths. So the prefix must be set when the
+#  build is configured.
 #
-#  All files belong to root. The ini file contains passwords: here only root may read it, and a package may change that.
+#  All files belong to root. The ini file contains passwords, so only root may read it here. A package may change this.
 
 include(GNUInstallDirs)
 
@@ -29,7 +29,7 @@ install(CODE "
             \"Configure it with -DCMAKE_INSTALL_PREFIX=\${CMAKE_INSTALL_PREFIX} and build it again.\")
     endif()")
 
-#  The program loads the client library, and the library loads its modules. None of them needs permission to execute.
+#  The program loads the client library, and the library loads its modules. These files need no permission to execute.
 install(TARGETS addrpubd RUNTIME DESTINATION ${ADDRPUBD_DIR})
 get_property(modules GLOBAL PROPERTY ADDRPUBD_MODULES)
 install(TARGETS rdbapix64 ${modules} LIBRARY DESTINATION ${ADDRPUBD_DIR}
@@ -49,7 +49,7 @@ install(FILES ${packaging}/system/addrpubd.tmpfiles DESTINATION lib/tmpfiles.d R
 install(FILES ${configured}/man/addrpubd.8 DESTINATION ${CMAKE_INSTALL_MANDIR}/man8)
 install(FILES ${configured}/man/addrpubd.ini.5 DESTINATION ${CMAKE_INSTALL_MANDIR}/man5)
 
-#  The pages for users of the service. Those of docs/maintainer are not installed.
+#  The pages for users of the service are installed; the pages in docs/maintainer are not.
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/docs/user/ DESTINATION ${CMAKE_INSTALL_DOCDIR})
 install(FILES ${packaging}/system/credentials.conf DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples)
 

@@ -1,5 +1,5 @@
 #  At the end of the build, prints the back ends that were left out and the packages that they need. Prints nothing if
-#  none was left out.
+#  all back ends were built.
 
 get_property(left_out GLOBAL PROPERTY ADDRPUBD_LEFT_OUT)
 if(NOT left_out)

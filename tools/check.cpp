@@ -13,7 +13,7 @@ namespace check {
 
 namespace {
 
-constexpr std::size_t max_file_bytes = 1 << 20;  // bytes; nine settings need far less
+constexpr std::size_t max_file_bytes = 1 << 20;  // bytes; nine settings need far fewer
 
 std::string shown(const Subject& subject, Setting setting) {
     const std::string& text = subject.text(setting);
@@ -43,7 +43,7 @@ void fillTable(const Subject& subject, CReport& report) {
     }
 }
 
-//  Later lines replace earlier lines with the same key.
+//  Stores the line of each setting. If a key is repeated, the last line is stored.
 void storeLines(Subject& subject) {
     for (const IniLine& line : subject.lines) {
         if (line.setting == no_setting)
@@ -71,7 +71,7 @@ bool examine(const std::string& bytes, Subject& subject, CReport& report) {
     return !probe.failed();
 }
 
-//  Returns true for a UTF-16 byte order mark, and for text that begins with two ASCII characters of two bytes each.
+//  Returns true if bytes starts with a UTF-16 byte order mark or with two ASCII characters of two bytes each.
 bool isUtf16(std::string_view bytes) {
     const auto zeros = [bytes](std::size_t first) {
         return bytes.size() >= 4 && bytes[first] == '\0' && bytes[first + 2] == '\0' && bytes[1 - first] != '\0' &&
@@ -111,7 +111,7 @@ bool checkBytes(const std::string& bytes, CReport& report) {
     return examine(bytes, subject, report);
 }
 
-//  A directory can be opened and reads as an empty file, so it is checked as an empty file.
+//  A directory can be opened, and reading it yields no bytes. So it is checked as an empty file.
 bool checkFile(const std::string& path, CReport& report, std::string& problem) {
     const OpenFile file(path.c_str());
     if (file.stream == nullptr) {

@@ -1,8 +1,9 @@
-//  Checks an ini file: which settings the service reads from it, what the service does with them, and the warnings.
+//  Checks an ini file: which settings the service reads from it, what the service does with them, and which mistakes
+//  are likely.
 //
 //  All results come from the service's own code: its ini reader, its table of settings, its port list parser, its log
-//  and url classes, and the modules of the open client library that the service would load. Nothing is written, and no
-//  server is contacted. Only the host name of a log address is resolved, as the service does when it starts.
+//  and url classes, and the modules of the open client library that the service would load. The check writes nothing
+//  and contacts no server. It only resolves the host name of a log url, as the service does when it starts.
 //
 //  Threads: one check at a time.
 #ifndef TOOLS_CHECK_H
@@ -21,33 +22,35 @@
 
 namespace check {
 
-//  A file as the service reads it. Not copyable, because the service object is not.
+//  A file, parsed as the service parses it. Not copyable, because the service object is not copyable.
 struct Subject {
-    CRunCls run;                                       // holds the nine settings as the service stores them
-    std::vector<IniLine> lines;                        // the lines of the file
-    std::array<std::size_t, setting_count> line = {};  // line of the value in use, from 1; 0 if none
-    std::string ports;                                 // text of the port list
+    CRunCls run;                 // contains the nine settings as the service stores them
+    std::vector<IniLine> lines;  // the lines of the file
+    std::array<std::size_t, setting_count> line =
+        {};             // line of the value that is used, from 1; 0 if the setting is missing
+    std::string ports;  // text of the port list
 
     const std::string& text(Setting setting) const { return run.*settings[setting].text; }
 
-    //  Returns the text that the client library receives: all bytes before the first zero byte.
+    //  Returns the text that the client library receives, which are all bytes before the first zero byte.
     std::string given(Setting setting) const { return text(setting).substr(0, text(setting).find('\0')); }
 };
 
-//  Returns the path of the file to check if the command line names none: addrpubd.ini in folder, or usual_place if only
-//  that one exists. Requires: folder ends with "/".
+//  Returns the path of the file to check if the command line names no file: addrpubd.ini in folder, or usual_place if
+//  only that file exists. Requires that folder ends with "/".
 std::string defaultPath(const std::string& folder, const std::string& usual_place);
 
-//  Checks the file at path. Returns false, and sets problem to the reason, if it cannot be checked. A file that cannot
-//  be opened is reported as a finding. So is UTF-16 text without a host name; nothing else is then reported.
+//  Checks the file at path. Returns false and sets problem to the reason if the check is not possible. A file that
+//  cannot be opened is reported as a finding. UTF-16 text without a host name is also a finding; then nothing else is
+//  reported.
 bool checkFile(const std::string& path, CReport& report, std::string& problem);
 
-//  Checks bytes as the contents of a file. Returns false when memory for it is exhausted.
+//  Checks bytes as the contents of a file. Returns false if memory is exhausted.
 bool checkBytes(const std::string& bytes, CReport& report);
 
-//  The parts of a check. Each adds its findings to report.
+//  The parts of a check. Each part adds its findings to report.
 void checkMode(const Subject& subject, const struct stat& status, CReport& report);
-//  Requires: the value of password starts with "file:/".
+//  Requires that the value of password starts with "file:/".
 void checkPasswordMode(const Subject& subject, Setting password, CReport& report);
 void checkGrammar(const Subject& subject, CIniProbe& probe, CReport& report);
 void checkHost(const Subject& subject, CReport& report);

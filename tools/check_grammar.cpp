@@ -13,8 +13,8 @@ std::string inLine(std::size_t number) {
     return "line " + std::to_string(number);
 }
 
-//  Returns whether key may be shown. A word of letters only that contains neither "pswd" nor "pass" is not considered
-//  part of a password that stands on a line of its own.
+//  Returns whether key may be shown. A key may be a part of a password that is on a separate line. A word that has only
+//  letters and contains neither "pswd" nor "pass" is considered harmless.
 bool isHarmless(const std::string& key) {
     constexpr std::size_t max_length = 20;
     std::string lower;
@@ -31,7 +31,8 @@ std::string suggestion(std::size_t setting) {
     return setting == no_setting ? std::string() : std::string("; ") + settings[setting].name + " may be meant";
 }
 
-//  A key that starts on an earlier line is not shown: it combines text of several lines and may contain a secret.
+//  A key that starts on an earlier line is not shown, because it combines text of several lines and may contain a
+//  secret.
 void checkUnknownKey(const IniLine& line, CIniProbe& probe, CReport& report) {
     const std::string& key = line.calls.back().key;
     if (line.key_front == 0) {
@@ -66,8 +67,8 @@ bool isSecretLine(const IniLine& line) {
     return line.setting != no_setting && settings[line.setting].secret;
 }
 
-//  No warning if a blank precedes "#" or ";": it starts a comment. In the line of a password a blank must also follow,
-//  because a password with blanks may contain " #".
+//  There is no warning if a blank precedes "#" or ";", because then it starts a comment. In the line of a password a
+//  blank must also follow, because a password with blanks may contain " #".
 void checkEnd(const IniLine& line, CReport& report) {
     if (line.rest.empty() || line.rest == "\r")
         return;

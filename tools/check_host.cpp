@@ -19,7 +19,7 @@ bool isAscii(const std::string& name) {
     return std::all_of(name.begin(), name.end(), [](unsigned char c) { return c < 0x80; });
 }
 
-//  Returns advice on a name that isDnsName rejects, as the end of a sentence; empty if there is no advice.
+//  Returns advice on a name that isDnsName rejects. The advice is the end of a sentence, or empty.
 std::string advice(const std::string& name) {
     if (!isAscii(name))
         return "; write a name with letters beyond ASCII in its form xn--...";

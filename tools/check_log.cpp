@@ -1,5 +1,5 @@
-//  Checks the log address. The service's own log classes open it, but they report no reason for a failure, so the parts
-//  of the address are checked separately.
+//  Checks the log url. The service's own log classes open it, but they report no reason for a failure. So the parts of
+//  the url are also checked separately.
 #include "check.h"
 #include "show.h"
 
@@ -20,7 +20,7 @@ namespace {
 
 using Url = olk::net::url<olk::string>;
 
-//  Selects one of the two logs as the service does when it starts.
+//  Returns whether the service would choose the UDP log for this url.
 bool choosesUdp(const std::string& address) {
     char scheme[olk::word_size];
     std::size_t position = 0;
@@ -40,7 +40,7 @@ void checkConsole(const std::string& address, std::size_t line, CReport& report)
         report.warn(line, "logurl is neither \"stdout\" nor an address udp://SERVER:PORT/STREAM: nothing is logged");
 }
 
-//  Parses the address as the UDP log does, without its blanks.
+//  Parses the url as the UDP log does, which ignores blanks.
 bool parse(const std::string& address, Url& url) {
     std::string text;
     for (const char* c = address.c_str(); *c != '\0'; ++c)
@@ -69,7 +69,7 @@ void checkPort(const Url& url, std::size_t line, CReport& report) {
                               (url.port == 0 ? "none, which is 999" : std::to_string(url.port)));
 }
 
-//  A number is read as written if no text follows it. An unknown word is read as level 30, and so are "inf" and "msg".
+//  A number is read as written only if no text follows it. An unknown word is read as level 30, like "inf" and "msg".
 void checkLevelWord(const std::string& word, std::size_t line, CReport& report) {
     char* end = nullptr;
     const long number = std::strtol(word.c_str(), &end, 10);

@@ -1,4 +1,4 @@
-//  Checks the port list. The service's parser reads each item separately.
+//  Checks the port list. Each item is read separately, by the parser of the service.
 #include "check.h"
 #include "show.h"
 
@@ -14,7 +14,7 @@ std::vector<std::uint16_t> portsOf(const std::string& list) {
     return {ports.begin(), ports.end()};
 }
 
-//  Returns whether item is so long that it ends the list: the parser then does not reach a port after it.
+//  Returns whether item is so long that the list ends there. The parser then reads no port after it.
 bool endsTheList(const std::string& item) {
     const std::vector<std::uint16_t> ports = portsOf(item + ",1");
     return ports.empty() || (ports.size() == 1 && portsOf(item).size() == 1);

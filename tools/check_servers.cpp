@@ -1,5 +1,5 @@
-//  Checks the settings of the two servers. The open client library creates its back ends for their urls, without
-//  connecting.
+//  Checks the settings of the two servers. The open client library creates a back end for each url, but does not
+//  connect.
 #include "check.h"
 #include "show.h"
 
@@ -29,7 +29,8 @@ std::string joined(const std::vector<std::string>& words) {
     return out;
 }
 
-//  Returns the names of those of the server's three settings that are set (there is true) or not set.
+//  Returns the names of those of the server's three settings that are set (if there is true) or not set (if it is
+//  false).
 std::vector<std::string> namesOf(const Subject& subject, const Server& server, bool there) {
     std::vector<std::string> names;
     for (const Setting setting : {server.url, server.user, server.password})
@@ -60,7 +61,7 @@ void askModule(const Subject& subject, const Server& server, const rdbopen::Cred
         return;
     const rdbopen::Result<const rdbopen::Module*> module = rdbopen::moduleForUrl(*url);
     if (!module.ok())
-        return;  // the caller has reported it
+        return;  // the caller has already reported it
     const Setting about[] = {server.url, server.password, hostname};
     std::vector<rdbopen::Advice> advice;
     (*module)->advise({*url,

@@ -8,10 +8,11 @@ namespace check {
 
 namespace {
 
-//  Parses one line by passing front_ and a part of the line to the reader. front_ brings the reader into the state that
-//  it has at the start of the line: after a line feed, with an unfinished key if earlier lines left one. The reader
-//  does not depend on the bytes of that key, so front_ contains "x" instead, one byte more than the line has: a key
-//  longer than the line therefore contains them. So the time for a line depends only on the length of the line.
+//  Parses one line by passing the text front_ and a part of the line to the reader. front_ brings the reader into the
+//  state that it has at the start of the line: after a line feed, and with an unfinished key if earlier lines left one.
+//  The reader's behaviour does not depend on the bytes of that key, so front_ contains "x" instead. It has one byte
+//  more than the line, so a key that is longer than the line must contain front_. Thus the time for a line depends only
+//  on the length of the line.
 class CLineReader {
 public:
     CLineReader(const std::string& text, const std::string& carried, bool first, CIniProbe& probe)
@@ -35,7 +36,7 @@ private:
     CIniProbe& probe_;
 };
 
-//  A "=" after the line makes the reader report the key that is unfinished there.
+//  The added "=" makes the reader report the key that is unfinished at the end of the line.
 void CLineReader::read(bool ended, IniLine& line) {
     line.calls = probe_.calls(front_ + text_ + "\n=");
     if (!line.calls.empty()) {
@@ -64,8 +65,8 @@ void CLineReader::read(bool ended, IniLine& line) {
 }
 
 //  Returns the position of the "=" that ends the key of the line's setting, or npos. The reader parses a copy of the
-//  line in which the position is inserted after each "=": the value then begins with the position of the "=" before it.
-//  The inserted digits do not change headers and comments.
+//  line in which each "=" is followed by its position. So the value that the reader reports begins with the position of
+//  its "=". The inserted digits do not change headers and comments.
 std::size_t CLineReader::findEquals() {
     std::string numbered;
     for (std::size_t at = 0; at < text_.size(); ++at) {
@@ -77,14 +78,14 @@ std::size_t CLineReader::findEquals() {
     return calls.empty() || calls.back().value.empty() ? std::string::npos : std::stoul(calls.back().value);
 }
 
-//  Returns whether the key that is unfinished at end contains text of the line.
+//  Returns whether the unfinished key at the position end contains text of the line.
 bool CLineReader::dropsText(std::size_t end) {
     const std::string until = front_ + text_.substr(0, end);
     const std::vector<IniCall> calls = probe_.calls(until + "=");
     return calls.size() > probe_.calls(until).size() && !ownPart(calls.back().key).empty();
 }
 
-//  Stores the text after the value. The value's characters are in the line unchanged.
+//  Stores the text after the value. The value occurs unchanged in the line.
 void CLineReader::readAfterValue(std::size_t equals, const std::string& value, IniLine& line) {
     std::size_t at = equals + 1;
     const auto skipBlanks = [&] {
@@ -105,7 +106,7 @@ void CLineReader::readAfterValue(std::size_t equals, const std::string& value, I
 
 std::vector<IniLine> readLines(const std::string& bytes, CIniProbe& probe) {
     std::vector<IniLine> lines;
-    std::string carried;  // the key that is unfinished at the line's start
+    std::string carried;  // the key that is unfinished at the start of the line
     std::size_t carried_from = 0;
     for (std::size_t start = 0; start < bytes.size();) {
         const std::size_t end = std::min(bytes.find('\n', start), bytes.size());

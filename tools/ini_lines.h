@@ -1,10 +1,10 @@
-//  The lines of an ini file, as the service's reader parses them.
+//  The lines of an ini file, as the service's reader interprets them.
 //
-//      junk                           no setting; left is "junk"
+//      junk                           no setting; the member left is "junk"
 //      hostname = h # note            key "junkhostname", its first 4 bytes from line 1; value "h", rest is "# note"
 //
-//  Only a line feed ends a line, as in an editor. At a line feed the reader is in no value, header or comment, so its
-//  state is the unfinished key only.
+//  Only a line feed ends a line, as in an editor. At a line feed the reader is not inside a value, header or comment.
+//  So its only state is the unfinished key.
 #ifndef TOOLS_INI_LINES_H
 #define TOOLS_INI_LINES_H
 
@@ -17,15 +17,15 @@ namespace check {
 
 struct IniLine {
     std::size_t number = 0;            // line number, from 1
-    std::vector<IniCall> calls;        // calls of the reader's callback; only the last one can be a setting
+    std::vector<IniCall> calls;        // calls of the reader's callback; only the last can be a setting
     std::string left;                  // text of this line that becomes the start of the next key
-    bool keeps_front = false;          // the next key also starts with text of earlier lines
+    bool keeps_front = false;          // the next key also contains text of earlier lines
     bool sets = false;                 // the line has a setting, which is calls.back()
-    std::size_t key_front = 0;         // bytes of the setting's key that are from earlier lines
-    std::size_t key_from = 0;          // line in which these bytes start; 0 if none
+    std::size_t key_front = 0;         // number of bytes of the setting's key that are from earlier lines
+    std::size_t key_from = 0;          // line in which these bytes start; 0 if there are none
     std::size_t setting = no_setting;  // index of the setting; no_setting for an unknown key
-    bool drops_text = false;           // this line has text before a comment or header that is ignored
-    bool swallows_setting = false;     // the line has a header that is not closed or contains "="
+    bool drops_text = false;           // text of this line is ignored, because a comment or header follows it
+    bool swallows_setting = false;     // the line has a header that is not closed or that contains "="
     bool glued = false;                // no blank separates the value from the text after it
     std::string rest;                  // text after the value; starts with #, ; or a carriage return
 };

@@ -8,7 +8,7 @@
 
 namespace check {
 
-//  The service's code requires a file name. The text may contain passwords, so the file exists in memory only.
+//  The service's code requires a file name. The text may contain passwords, so the file exists only in memory.
 CIniProbe::CIniProbe()
     : file_(memfd_create("addrpubd-check", MFD_CLOEXEC)), path_("/proc/self/fd/" + std::to_string(file_)),
       failed_(file_ == -1) {}
@@ -18,7 +18,7 @@ CIniProbe::~CIniProbe() {
         close(file_);
 }
 
-//  The size is set last, so that the file keeps its pages for the next text.
+//  The size is set last, so that the file keeps its memory pages for the next text.
 void CIniProbe::write(std::string_view bytes) {
     const auto size = static_cast<off_t>(bytes.size());
     for (off_t end = 0; !failed_ && !bytes.empty();) {

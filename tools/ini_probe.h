@@ -1,7 +1,7 @@
-//  Runs the service's own ini reader, and its code that stores settings, on a text.
+//  Runs the service's own ini reader, and its code that stores settings, on a given text.
 //
-//  There is no second parser. A detail that the reader does not report, such as the position of a value in its line, is
-//  found by reading a modified text: shortened, extended or with marks inserted.
+//  There is no second parser. If the reader does not report a detail, such as the position of a value in its line, a
+//  modified text is read: shortened, extended, or with inserted marks.
 //
 //  Threads: one thread at a time may use an object.
 #ifndef TOOLS_INI_PROBE_H
@@ -18,7 +18,7 @@ namespace check {
 //  One call of the reader's callback.
 struct IniCall {
     std::string section;
-    std::string key;    // empty for a section header, and for a line that begins with "="
+    std::string key;    // empty for a section header and for a line that begins with "="
     std::string value;  // empty for a section header
 
     bool operator==(const IniCall&) const = default;
@@ -31,13 +31,13 @@ public:
     CIniProbe(const CIniProbe&) = delete;
     CIniProbe& operator=(const CIniProbe&) = delete;
 
-    //  Returns the calls that the service's reader makes for a file with these bytes; an empty list if failed().
+    //  Returns the calls that the service's reader makes for a file with these bytes, or an empty list if failed().
     std::vector<IniCall> calls(std::string_view bytes);
 
     //  Stores the settings of a file with these bytes, as the service does.
     void load(std::string_view bytes, CRunCls& run);
 
-    //  Returns true after memory or a file name for a text was not available; the results are then invalid.
+    //  Returns true if memory or a file name was not available for a text; then the results are invalid.
     bool failed() const { return failed_; }
 
 private:

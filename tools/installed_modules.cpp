@@ -1,5 +1,5 @@
-//  The modules that the service would load: those in the folder of the client library. That is the folder of this program
-//  when the library lies there, as in a build; else the folder of the installation.
+//  The modules that the service would load: those in the folder of the client library. This is the folder of this
+//  program if the library is there, as in a build; otherwise it is the folder of the installation.
 #include "inifile.h"
 #include "module/finder.h"
 #include "module/loader.h"

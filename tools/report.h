@@ -1,7 +1,7 @@
-//  The findings of a check, and their text.
+//  The findings of a check, and the text in which they are printed.
 //
 //      addrpubd.ini: the service takes these settings from it:
-//        hostname      = "host1"                     text between quotes, \xHH for bytes that are not printable ASCII
+//        hostname      = "host1"                     texts in quotes; \xHH for each byte that is not printable ASCII
 //        rdbpswd       = set, not shown
 //        ...
 //      With them:
@@ -19,16 +19,16 @@ namespace check {
 //  Exit statuses of the tool.
 constexpr int status_clean = 0;
 constexpr int status_warnings = 1;
-constexpr int status_no_start = 2;  // also if the check is not possible
+constexpr int status_no_start = 2;  // also used if the check is not possible
 
 enum class Severity {
     warning,
-    error,  // the service does not start
+    error,  // the service would not start
 };
 
 struct Finding {
     Severity severity;
-    std::size_t line;  // from 1; 0 if it belongs to no line
+    std::size_t line;  // line number from 1; 0 if the finding belongs to no line
     std::string text;  // printable, without secrets
 };
 
@@ -36,13 +36,13 @@ class CReport {
 public:
     std::string file;                // file name, as on the command line
     std::vector<std::string> table;  // the nine settings; empty if the file was not read
-    std::vector<std::string> words;  // sentences: what the service does with them
+    std::vector<std::string> words;  // sentences about what the service does with the settings
     std::vector<Finding> findings;
 
     void warn(std::size_t line, std::string text) { findings.push_back({Severity::warning, line, std::move(text)}); }
     void fail(std::size_t line, std::string text) { findings.push_back({Severity::error, line, std::move(text)}); }
 
-    //  Sorts the findings by line; findings that belong to no line come last.
+    //  Sorts the findings by line. Findings that belong to no line are last.
     void sort();
 
     int exitStatus() const;

@@ -23,7 +23,7 @@ struct SettingFacts {
 //  In the order of the enumeration Setting.
 extern const SettingFacts settings[setting_count];
 
-//  Returns the setting in which the service stores a value with this key, or no_setting. Runs the service's own code.
+//  Returns the setting in which the service stores the value of this key, or no_setting. Runs the service's own code.
 std::size_t settingOf(const std::string& key, CIniProbe& probe);
 
 //  Returns the setting whose name differs from key by at most two letters, or no_setting.

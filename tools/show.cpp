@@ -9,7 +9,7 @@ namespace {
 
 constexpr std::string_view mask = "***";
 
-//  Options of the log address and of the urls of the open client library.
+//  Options of the log url and of the urls of the open client library.
 constexpr std::string_view known_options[] = {"algorithm", "check", "expire", "level", "skip", "ttl"};
 
 std::string escaped(std::string_view text, std::string_view with_backslash) {
@@ -43,8 +43,8 @@ bool isKnownOption(std::string_view name) {
     return std::any_of(std::begin(known_options), std::end(known_options), same);
 }
 
-//  Returns whether value contains only words, numbers and lists of them: after a misplaced "?" or "=" it may be a
-//  secret.
+//  Returns whether value contains only words, numbers and lists of these. Other text may be a secret that follows a
+//  misplaced "?" or "=".
 bool isPlain(std::string_view value) {
     return std::all_of(value.begin(), value.end(),
                        [](unsigned char c) { return std::isalnum(c) != 0 || c == '-' || c == ','; });

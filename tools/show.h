@@ -1,4 +1,4 @@
-//  Displays text of the file: on one line, without control characters for the terminal, and without secrets.
+//  Displays text of the ini file: on one line, without control characters for the terminal, and without secrets.
 #ifndef TOOLS_SHOW_H
 #define TOOLS_SHOW_H
 
@@ -7,17 +7,17 @@
 
 namespace check {
 
-//  Returns text with each byte outside printable ASCII as \xHH, and each backslash doubled.
+//  Returns text. Each byte that is not printable ASCII is written as \xHH, and each backslash is doubled.
 std::string printable(std::string_view text);
 
-//  Returns printable(text) in double quotes, with each double quote inside as \". Different texts yield different
+//  Returns printable(text) in double quotes. Each double quote inside is written as \". Different texts yield different
 //  results.
 std::string quoted(std::string_view text);
 
-//  Returns url with possible secrets replaced by ***: everything between "://" and the last "@" of the whole url,
-//  unless a "/" follows "://"; in the query, each option without "=" and the value of each unknown option. Known
-//  options are those of the log address and of the open client library; their values are shown if they are words,
-//  numbers or lists of them.
+//  Returns url with possible secrets replaced by ***. These are: everything between "://" and the last "@" of the whole
+//  url, unless a "/" follows "://"; in the query, each option without "=" and the value of each unknown option. Known
+//  options are those of the log url and of the open client library. Their values are shown if they consist of words,
+//  numbers or lists of these.
 std::string withoutSecrets(const std::string& url);
 
 }  // namespace check
