@@ -1,10 +1,10 @@
-//  Start in the background: code of the parent and of the child.
+//  Start in the background: the code of the parent and of the child.
 //
 //      parent   claims the pid file   fork   unlocks it    polls the queue, prints each text ............ removes it
 //      child                                 setsid, chdir   claims the pid file   starts, sends texts  /dev/null  runs
 //
-//  The file is claimed twice, deliberately: the parent's claim orders concurrent starts, and the child's claim writes
-//  the pid of the service into it.
+//  The file is deliberately claimed twice. The parent's claim orders concurrent starts. The child's claim writes the
+//  pid of the service into the file.
 #include "daemon.h"
 #include "exitsignal.h"
 #include "msgqueue.h"
@@ -27,9 +27,10 @@ constexpr int poll_limit = 300;         // maximum number of polls, about 30 s
 constexpr int silent_polls = 100;       // if no text has arrived after this number of polls,
 constexpr int silent_poll_limit = 150;  // this is the maximum number of polls, about 15 s
 
-//  Flushes standard output. A reader that has exited, such as "head" in "-start | head -n 1", must not end the parent
-//  before it removes the queue, or the child before it is the service. So SIGPIPE is ignored, but only during the
-//  flush: the client library and its child processes keep the disposition that the program started with.
+//  Flushes standard output. A reader such as "head" in "-start | head -n 1" may have exited. The resulting SIGPIPE must
+//  not end the parent before it removes the queue, or the child before it is the service. So SIGPIPE is ignored, but
+//  only during the flush: the client library and its child processes keep the disposition that the program had at its
+//  start.
 void flushOutput() {
     struct sigaction ignored = {};
     struct sigaction previous = {};
@@ -53,7 +54,7 @@ void redirectStandardDescriptors() {
 
 //  Prints the texts of the queue until the end marker or a limit.
 void printTexts(CMsgQueue& queue) {
-    //  One byte more than the longest message, so that the text always ends with a zero.
+    //  One byte more than the longest message, so that a zero byte always follows the text.
     char text[CMsgQueue::max_text + 1] = {};
     int received = 0;
     int limit = poll_limit;

@@ -24,7 +24,7 @@ bool isKey(const std::string& key, const char* name) {
     return key.size() == std::char_traits<char>::length(name) && strcasecmp(key.c_str(), name) == 0;
 }
 
-//  Reads one item of a port list from position on, up to a comma or the end. Trailing blanks remain in the item.
+//  Reads one item of a port list, starting at position, up to a comma or the end. Trailing blanks remain in the item.
 //  Returns false if the item is longer than 38 characters.
 bool readItem(const std::string& text, std::size_t& position, std::string& item) {
     constexpr std::size_t max_length = 38;

@@ -1,4 +1,4 @@
-//  The commands -stop and -status. Each of their messages is followed by an empty line.
+//  The commands -stop and -status. An empty line follows each of their messages.
 #include "daemon.h"
 #include "pidfile.h"
 
@@ -49,8 +49,8 @@ void CDaemon::stop(int timeout_seconds) {
     std::putchar('\n');
 }
 
-//  Queries the lock once a second, at most timeout_seconds times. Returns true when it is free; its last holder need
-//  not be the instance that received the signal.
+//  Queries the lock once a second, at most timeout_seconds times. Returns true when the lock is free. The last holder
+//  of the lock may be another instance than the one that received the signal.
 bool CDaemon::awaitRelease(int timeout_seconds) const {
     for (int checks = 0; checks < timeout_seconds; ++checks) {
         pid_t pid = -1;

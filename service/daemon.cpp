@@ -30,15 +30,15 @@ void CDaemon::closePidFile() {
     pid_fd = -1;
 }
 
-//  Decides whether this process may become the instance. Returns true if so. Otherwise prints the reason and sets
-//  result to the return value of start.
+//  Determines whether this process may become the instance. If it may, returns true. Otherwise prints the reason and
+//  sets result to the return value of start.
 bool CDaemon::claimInstance(int& result) {
     std::memcpy(pid_work_path, pid_path, sizeof pid_work_path);
     pid_fd = openPidFile(pid_work_path);
     pid_t holder = -1;
     const PidFileState state = pid_fd == -1 ? PidFileState::no_access : queryPidLock(pid_fd, holder);
-    //  0: claimed. A holder in a pid namespace that is not visible here also has pid 0: this process continues, and its
-    //  second claim waits until that holder releases the lock.
+    //  0 means claimed. A holder in a pid namespace that is not visible here also has pid 0. In that case this process
+    //  continues, and its second claim waits until the holder releases the lock.
     int outcome = -1;
     if (state == PidFileState::free)
         outcome = writePid();

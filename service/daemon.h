@@ -5,10 +5,10 @@
 //      -stop   stop()        ends the instance that holds the pid file's lock
 //      -status status()      prints whether an instance runs
 //
-//  Only an exit signal ends a running service (exitsignal.h). Commands print to standard output, with the same text on
-//  a pipe as on a terminal.
+//  Only an exit signal ends a running service (exitsignal.h). Commands print to standard output. The text is the same
+//  on a pipe and on a terminal.
 //
-//  Threads: only the main thread may use it.
+//  Threads: only the main thread may use the descriptor.
 #ifndef SERVICE_DAEMON_H
 #define SERVICE_DAEMON_H
 
@@ -24,11 +24,13 @@ public:
     char service_name[512] = {};
     char version[512] = {};
 
-    //  Starts the service in the background. Returns in the parent: 0 after the child's reports, and if an instance
-    //  already runs; 1 without access; -1 if fork fails. Returns 2 in a child that cannot change its directory.
+    //  Starts the service in the background. Returns in the parent: 0 after the child's reports or if an instance
+    //  already runs; 1 without access to the pid file; -1 if fork fails. Returns 2 in a child that cannot change its
+    //  directory.
     int start();
 
-    //  Ends the running instance with SIGTERM. Sends SIGKILL after timeout_seconds, or at once if that is below 1.
+    //  Ends the running instance with SIGTERM. Sends SIGKILL after timeout_seconds, or at once if timeout_seconds is
+    //  below 1.
     void stop(int timeout_seconds);
 
     //  Prints whether an instance runs.
@@ -54,7 +56,8 @@ private:
     bool awaitRelease(int timeout_seconds) const;
 };
 
-//  The process descriptor, and the pointer by which the exit signal finds it; the exit signal sets the pointer to null.
+//  The process descriptor, and the pointer through which the exit signal finds it. The exit signal sets this pointer to
+//  null.
 extern CDaemon g_daemon;
 extern CDaemon* g_pdaemon;
 

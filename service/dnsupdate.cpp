@@ -6,7 +6,8 @@
 
 namespace {
 
-//  Appends member list_name with all addresses and member first_name with the first one; nothing for an empty list.
+//  Appends the member list_name with all addresses and the member first_name with the first address. For an empty list
+//  it appends nothing.
 void writeAddresses(std::uint32_t* members, const char* list_name, const char* first_name,
                     const olk::vector_<olk::string>& addresses, olk::string& out) {
     if (addresses.empty())

@@ -12,8 +12,9 @@
 #include <cstdint>
 #include <string>
 
-//  One DNS update. The text omits a member whose field is empty (timestamp: not above 0); ports are always written. A
-//  list of addresses yields two members: "ipv6s" with all addresses and "ipv6" with the first.
+//  One DNS update. The text omits a member whose field is empty, and the timestamp if it is not above 0; ports are
+//  always written. A list of addresses yields two members, such as "ipv6s" with all addresses and "ipv6" with the
+//  first.
 struct DnsUpdateItem {
     std::int64_t timestamp = 0;              // milliseconds since the epoch
     olk::string name;                        // host name
@@ -22,14 +23,14 @@ struct DnsUpdateItem {
     olk::vector_<olk::string> ipv6s;         // IPv6 addresses, written in this order
 };
 
-//  Bytes reserved for a request: enough for a few addresses, so that the text need not grow.
+//  Bytes reserved for a request. They are enough for a few addresses, so that the text usually need not grow.
 constexpr std::size_t dns_request_reserve = 400;
 
 //  Splits an address list at each "," and appends the pieces to addresses in order. Skips empty pieces.
 void splitAddressList(const std::string& list, olk::vector_<olk::string>& addresses);
 
-//  Appends the request text to out. When memory is exhausted, parts are missing: a caller that must know checks the end
-//  of the text.
+//  Appends the request text to out. If memory is exhausted, parts of the text are missing. A caller that must detect
+//  this checks the end of the text.
 void writeDnsUpdateRequest(std::int32_t seqno, const DnsUpdateItem& item, olk::string& out);
 
 #endif

@@ -7,8 +7,8 @@
 
 namespace {
 
-//  The callbacks write the four members that they share with the publish cycle only through these functions: the list
-//  of exceptions for the thread sanitizer names the functions, and nothing else.
+//  The callbacks write the four members that they share with the publish cycle only through these functions. The list
+//  of exceptions for the thread sanitizer names these functions and nothing else.
 void storeRdbConnected(CRunCls& run, std::uint32_t connected) {
     run.rdb_connected = connected;
 }
@@ -25,15 +25,16 @@ void clearSentTime(CRunCls& run) {
     run.last_sent_time = 0;
 }
 
-//  Compiler barrier: keeps stores on their side of the call. A cycle that finds the connected flag set must find the
-//  mark cleared; the members are plain, so without the barrier the compiler may reorder the two stores.
+//  Compiler barrier: the compiler must not move stores across the call. A cycle that reads the set connected flag must
+//  also read the cleared mark. The members are plain, so without the barrier the compiler may reorder the two stores.
 void compilerBarrier() {
     std::atomic_signal_fence(std::memory_order_seq_cst);
 }
 
 }  // namespace
 
-//  A cleared mark is the time 0, which is long past. So after a reconnect the next cycle sends the list, changed or not.
+//  A cleared mark is the time 0, which is long ago. So after a reconnection the next cycle sends the list even if it is
+//  unchanged.
 void onRdbEvent(std::int32_t event, std::int64_t, void* user) {
     const CallbackStep step;
     CRunCls& run = *static_cast<CRunCls*>(user);

@@ -17,8 +17,8 @@
 
 namespace {
 
-//  Shared by the handlers and the code that they interrupt, mostly on the same thread. Their order in the program
-//  matters; the compiler keeps it because all accesses have the default memory order.
+//  Shared by the handlers and the code that they interrupt, mostly on the same thread. The accesses must take place in
+//  program order. The compiler keeps this order, because all accesses have the default memory order.
 constinit std::atomic<pthread_t> service_thread{0};  // 0 before installExitSignals
 constinit std::atomic<int> pending_signal{0};        // number of the first exit signal; 0 before it
 constinit std::atomic<int> ticks_left{0};            // ticks until the current wait ends
@@ -53,7 +53,8 @@ bool isBlocked(int number) {
 
 void onTick(int);
 
-//  Starts or restarts the timer; the first tick comes after a whole period. If there is no timer, there are no limits.
+//  Starts or restarts the timer. The first tick comes after a whole period. If no timer is available, there are no time
+//  limits.
 void setTicks(int count, long period) {
     const itimerval timer = {{0, period}, {0, period}};
     ticks_left = count;
@@ -73,9 +74,9 @@ void closeConnection(std::int32_t& handle) {
     handle = -1;
 }
 
-//  Waits until the callbacks on other threads that may still use the log have returned. Each pause lasts until the next
-//  tick at most. A callback that has not returned when the limit expires is blocked in writing to the console; after
-//  that it does not access the log object.
+//  Waits until the callbacks on other threads that may still use the log have returned. Each pause ends at the next
+//  tick at the latest. If a callback has not returned when the time limit expires, it is blocked while it writes to the
+//  console; afterwards it does not access the log object.
 void awaitCallbacks() {
     setTicks(max_callback_ticks + 1, short_tick);
     while (callbacks != 0 && ticking && ticks_left > 1)
@@ -96,7 +97,7 @@ void stopApplication(CRunCls& run) {
     closeConnection(run.dns_handle);
 }
 
-//  SIGALRM is unblocked because the caller may be its handler.
+//  SIGALRM is unblocked, because this function may have been called by the handler of SIGALRM.
 [[noreturn]] void endProcess() {
     ticks_left = max_end_ticks;
     ending = true;
@@ -115,8 +116,8 @@ void stopApplication(CRunCls& run) {
     std::exit(0);
 }
 
-//  Returns true if the step may continue until a later tick or its end. Without ticks a step could block for ever, so
-//  the process then ends at once.
+//  Returns true if the step may continue until a later tick or until its end. Without ticks a step could block forever,
+//  so the process then ends at once.
 bool stepMayContinue() {
     return in_step && ticking && (ticks_left > 0 || !olk::get_olk_alloctor_self()->unlocked());
 }
@@ -156,7 +157,7 @@ void installExitSignals() {
     service_thread = pthread_self();
     for (const int number : {SIGINT, SIGTERM})
         signal(number, onExitSignal);
-    //  The program that started the service may have blocked them.
+    //  The program that started the service may have blocked these signals.
     unblock({SIGINT, SIGTERM});
 }
 

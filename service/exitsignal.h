@@ -1,4 +1,4 @@
-//  The end of the service: SIGINT and SIGTERM, and protection of the code that they must not interrupt.
+//  The shutdown of the service by SIGINT or SIGTERM, and the protection of code that these signals must not interrupt.
 //
 //      signal ----> (1) the service's thread sleeps between two cycles ---------------------------------> end
 //              \--> it is in a step: the handler stores the number, the step continues
@@ -9,21 +9,21 @@
 //  In cases (1) and (2) the service's thread holds no lock. In case (3) it may hold a lock of the C library or of the
 //  client library, but none of the allocator.
 //
-//  Each part of the end has a time limit. _exit(0) ends a process that exceeds it, for example because nobody reads its
-//  console output or because a library hangs in an exit function.
+//  Each part of the shutdown has a time limit. If a part exceeds its limit, _exit(0) ends the process, for example
+//  because no program reads its console output or because a library hangs in an exit function.
 //
-//  Limits are counted in ticks of the real-time timer (setitimer(2)). A process without processor time gets no ticks,
-//  so limits do not expire early on a loaded machine. The first exit signal starts the timer and installs the handler
-//  of SIGALRM; before that, the service does not change the action of SIGALRM. If SIGALRM is blocked when the service
-//  starts, there are no ticks: an exit signal in a step ends the process at once.
+//  Time limits are counted in ticks of the real-time timer (setitimer(2)). A process that gets no processor time gets
+//  no ticks, so the limits do not expire early on a loaded machine. The first exit signal starts the timer and installs
+//  the handler of SIGALRM. Before that, the service does not change the action of SIGALRM. If SIGALRM is blocked when
+//  the service starts, there are no ticks. Then an exit signal in a step ends the process at once.
 //
-//  Threads: the end runs on the service's thread, which is the one that called installExitSignals. An exit signal that
-//  is delivered to another thread is forwarded to it.
+//  Threads: the shutdown runs on the service's thread, which is the thread that called installExitSignals. An exit
+//  signal that is delivered to another thread is forwarded to the service's thread.
 #ifndef SERVICE_EXITSIGNAL_H
 #define SERVICE_EXITSIGNAL_H
 
 //  Period of the timer in microseconds: short_tick while waiting for a step or a callback, long_tick for the rest of
-//  the end, to interrupt a library's own waits less often.
+//  the shutdown. The longer period interrupts the waits inside a library less often.
 constexpr long short_tick = 10'000;
 constexpr long long_tick = 500'000;
 
@@ -39,7 +39,7 @@ void onExitSignal(int signal_number);
 //  Makes the calling thread the service's thread, installs onExitSignal for both signals and unblocks them.
 void installExitSignals();
 
-//  A scope in which an exit signal is deferred. Must not be nested.
+//  A scope in which an exit signal is deferred. Scopes must not be nested.
 class ServiceStep {
 public:
     ServiceStep() noexcept;
@@ -49,11 +49,11 @@ public:
     ServiceStep& operator=(const ServiceStep&) = delete;
 };
 
-//  Ends the process if an exit signal has arrived. Call it in a step, at a place where the thread holds no lock.
+//  Ends the process if an exit signal has arrived. Must be called in a step, at a place where the thread holds no lock.
 void endIfSignalled();
 
-//  The scope of a callback of the client library. If it runs on another thread than the service's, the end waits for it
-//  before it destroys the log. Create it before reading the pointer to the log.
+//  The scope of a callback of the client library. If the callback runs on a thread other than the service's thread, the
+//  shutdown waits for it before it destroys the log. The object must be created before the pointer to the log is read.
 class CallbackStep {
 public:
     CallbackStep() noexcept;

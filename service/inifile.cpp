@@ -70,7 +70,7 @@ void CIniReader::skipComment() {
     key_.clear();
 }
 
-//  Parses the text after "[". The text after "]" on the same line is parsed like any other.
+//  Parses the text after "[". The text that follows "]" on the same line is parsed like any other text.
 CIniReader::Next CIniReader::readSection() {
     section_.clear();
     for (;;) {

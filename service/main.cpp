@@ -23,7 +23,7 @@ void printVersion() {
     std::printf("%s %s %s\n", g_daemon.service_name, description, g_daemon.version);
 }
 
-//  Words are compared without regard to case.
+//  Upper and lower case make no difference in words.
 const Command commands[] = {
     {"-start", [] { g_daemon.start(); }},
     {"-stop", [] { g_daemon.stop(stop_timeout_seconds); }},
@@ -33,7 +33,7 @@ const Command commands[] = {
     {"-run", [] { g_daemon.runConsole(); }},
 };
 
-//  Fills the process descriptor. Until then its key is 0.
+//  Fills the process descriptor. Before this call the key of the queue is 0.
 void describeService() {
     std::snprintf(g_daemon.pid_path, sizeof g_daemon.pid_path, "/var/run/addrpubd.pid");
     std::snprintf(g_daemon.service_name, sizeof g_daemon.service_name, "addrpubd");
@@ -41,7 +41,8 @@ void describeService() {
     g_daemon.msg_key = 23213;
 }
 
-//  Handles an unknown word and extra words: deliberately without output. It only creates and destroys a service object.
+//  Handles an unknown word and extra words. It deliberately prints nothing; it only creates and destroys a service
+//  object.
 void ignoreCommand() {
     delete new CRunCls;
 }
@@ -57,7 +58,8 @@ void runCommand(const char* word) {
 }
 
 //  Opens /dev/null for each standard descriptor that is closed. Otherwise the pid file, a socket or the client library
-//  would get its number: output would be written there, and redirecting the standard descriptors would close it.
+//  would get the number of a standard descriptor. Output would then be written there, and redirecting the standard
+//  descriptors would close it.
 void fillStandardDescriptors() {
     int fd;
     do

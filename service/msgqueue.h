@@ -2,7 +2,7 @@
 //
 //      | type: long, always 1 | text and terminating zero |       System V message, key 23213
 //
-//  Parent or child, whichever is first, creates the queue; the parent removes it. Neither waits on it.
+//  The parent or the child, whichever is first, creates the queue; the parent removes it. Neither of them waits on it.
 #ifndef SERVICE_MSGQUEUE_H
 #define SERVICE_MSGQUEUE_H
 
@@ -18,12 +18,12 @@ public:
 
     bool isOpen() const { return id >= 0; }
 
-    //  Sends text. Returns 0, or -1 without a queue, memory for the message or space in the queue.
+    //  Sends text. Returns 0, or -1 if there is no queue, no memory for the message or no space in the queue.
     int send(const char* text);
 
-    //  Takes the next message, of any type, and copies its bytes to text, which has room for max_text bytes. Adds no
-    //  terminating zero; later bytes of text keep their values. Returns the number of bytes, or -1 if there is no
-    //  message or it is longer than max_text.
+    //  Takes the next message, of any type, and copies its bytes to text, which must have room for max_text bytes. Adds
+    //  no terminating zero; later bytes of text keep their values. Returns the number of bytes, or -1 if there is no
+    //  message or if it is longer than max_text.
     int receive(char* text);
 
     //  Removes the queue from the system.

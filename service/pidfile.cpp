@@ -8,7 +8,7 @@
 
 namespace {
 
-//  Returns the description of a write lock on the whole file.
+//  Returns the description of a write lock that covers the whole file.
 struct flock wholeFile(pid_t pid) {
     struct flock lock = {};
     lock.l_type = F_WRLCK;

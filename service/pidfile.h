@@ -2,10 +2,10 @@
 //
 //      /var/run/addrpubd.pid     "<pid>\n"     a POSIX record lock on the whole file, held by the instance
 //
-//  An instance is running while the lock is held; a file without a lock is left from an earlier run. The text is used
-//  only when the kernel reports the holder without a pid. The file is never deleted. A record lock belongs to one
-//  process: a child does not inherit it, and closing any descriptor of the file releases it, even another than the one
-//  that was locked (fcntl(2), F_SETLK).
+//  An instance is running while the lock is held. A file without a lock remains from an earlier run. The text is used
+//  only if the kernel reports the holder without a pid. The file is never deleted. A record lock belongs to one
+//  process, and a child does not inherit it. Closing any descriptor of the file releases the lock, even if the lock was
+//  taken with another descriptor (fcntl(2), F_SETLK).
 #ifndef SERVICE_PIDFILE_H
 #define SERVICE_PIDFILE_H
 
@@ -22,19 +22,19 @@ enum class PidFileState {
 int openPidFile(const char* path);
 
 //  Queries the holder of the lock on fd. If the state is held, sets holder to its pid: 0 for a process in a pid
-//  namespace that is not visible here, -1 for a lock that belongs to no process. Otherwise leaves holder unchanged.
+//  namespace that is not visible here, -1 for a lock that belongs to no process. In other states holder is unchanged.
 PidFileState queryPidLock(int fd, pid_t& holder);
 
 //  Waits for the lock on fd, takes it and replaces the contents of the file by the pid of this process. Returns 0, or
-//  -1 on failure; the lock may then be held.
+//  -1 on failure; even then the lock may be held.
 int claimPidFile(int fd);
 
 //  Returns the number at the start of the file's text, 0 if the text does not start with a number, or -1 if the file
 //  cannot be read or the number does not fit pid_t.
 pid_t readPidText(int fd);
 
-//  Opens the file, queries the lock and closes the file. If the kernel reports no pid for the holder, takes it from the
-//  text.
+//  Opens the file, queries the lock and closes the file. If the kernel reports no pid for the holder, reads the pid
+//  from the text.
 PidFileState probePidFile(const char* path, pid_t& holder);
 
 #endif

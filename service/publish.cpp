@@ -1,6 +1,6 @@
 //  The publish cycle.
 //
-//  An object without a log publishes too, so the pointer to the log is tested before each use.
+//  An object without a log also publishes, so the pointer to the log is tested before each use.
 #include "exitsignal.h"
 #include "localaddr.h"
 #include "runcls.h"
@@ -15,7 +15,7 @@ constexpr char no_address[] = "null";        // address list of a host without p
 constexpr std::uint64_t max_put_age = 5999;  // tenths of a second; an unchanged list is put again when older
 constexpr std::uint64_t max_sent_age = 599;  // seconds; an unchanged list is sent again when older
 
-//  Returns the distance of two clock readings. Unsigned subtraction cannot overflow, whatever the clock is set to.
+//  Returns the distance between two clock readings. Unsigned subtraction cannot overflow, whatever the clock shows.
 std::uint64_t difference(std::int64_t a, std::int64_t b) {
     const auto distance = static_cast<std::uint64_t>(a) - static_cast<std::uint64_t>(b);
     return a < b ? 0 - distance : distance;
@@ -25,13 +25,14 @@ std::int64_t toTenths(time_t now) {
     return static_cast<std::int64_t>(static_cast<std::uint64_t>(now) * 10);
 }
 
-//  Returns false if the last cycle is at most 9 seconds away, before or after now. A clock that is set back by 10
-//  seconds or more does not delay the next cycle.
+//  Returns false if the time of the last cycle differs from now by at most 9 seconds, in either direction. So a clock
+//  that is set back by 10 seconds or more does not delay the next cycle.
 bool cycleIsDue(time_t now, time_t last) {
     return static_cast<std::uint64_t>(now) - static_cast<std::uint64_t>(last) + 9 > 18;
 }
 
-//  Copies text into a zeroed field, shortened so that the field ends with a zero. Returns the number of bytes copied.
+//  Copies text into a zeroed field. The text is shortened if necessary, so that the field ends with a zero. Returns the
+//  number of bytes copied.
 template <std::size_t N>
 std::size_t copyText(char (&field)[N], const std::string& text) {
     const std::size_t length = std::min(text.size(), N - 1);
@@ -54,7 +55,7 @@ void CRunCls::publishOnce() {
     try {
         runCycle(now);
     } catch (const std::bad_alloc&) {
-        //  The texts are unchanged, so the next cycle compares with them again.
+        //  The stored texts are unchanged, so the next cycle compares its list with them again.
     }
 }
 
@@ -76,8 +77,9 @@ void CRunCls::listAddresses() {
         address_list = no_address;
 }
 
-//  Returns false if the tag is not available: the cycle ends, and the next one tries again. A failed put counts as
-//  done: it is repeated only when the list changes, after 600 seconds, or after a reconnect.
+//  Returns false if the tag is not available; then the cycle ends, and the next cycle tries again. A failed put is
+//  treated like a successful one: it is repeated only when the list changes, after 600 seconds, or after a
+//  reconnection.
 bool CRunCls::putSnapshot(time_t now) {
     if (address_list == last_put_value && difference(toTenths(now), snapshot.time) <= max_put_age)
         return true;
@@ -135,8 +137,8 @@ bool CRunCls::importTag(RdbTag& tag) {
     return result == 0;
 }
 
-//  A request counts as sent even if it fails. "null" is neither sent nor remembered: when the same list returns, it
-//  keeps its old due time; another list is sent at once.
+//  A request is treated as sent even if it fails. "null" is neither sent nor remembered. If the previous list then
+//  returns, it is sent when it would have been due anyway; another list is sent at once.
 void CRunCls::sendUpdate(time_t now) {
     if (dns_handle < 0 || dns_connected == 0 || address_list == no_address)
         return;
@@ -151,7 +153,7 @@ void CRunCls::sendUpdate(time_t now) {
 }
 
 std::int32_t CRunCls::updateDomain(DnsUpdateItem& item) {
-    //  The counter is never reset, deliberately: after its maximum, every request has number 1.
+    //  The counter is deliberately never reset: after its maximum, every request has number 1.
     const std::int32_t number = seqno == INT32_MAX ? 1 : ++seqno;
 
     item.name.clear();

@@ -56,7 +56,7 @@ bool CRunCls::startAll() {
 }
 
 //  The scheme of logurl selects the log. The result of opening it is not checked: if the log cannot write, the service
-//  runs without output. The member is set last, so that no other code finds a log that is not open yet.
+//  runs without log output. The member is set last, so that no other code finds a log that is not open yet.
 void CRunCls::openLog() {
     char scheme[olk::word_size];
     std::size_t position = 0;
@@ -77,7 +77,7 @@ bool CRunCls::checkHostname(const std::string& ini_path) {
         return false;
     }
     for (const char c : hostname) {
-        //  strchr also finds the terminating zero of its set, so it rejects a zero byte too.
+        //  strchr also finds the terminating zero of its set, so the test also rejects a zero byte.
         if (std::strchr("'\"():", c) != nullptr) {
             log->add(olk::level_err, "hostname contains illegal characters in %s", ini_path.c_str());
             return false;
@@ -107,7 +107,7 @@ bool CRunCls::connectRdbServer() {
     return true;
 }
 
-//  On failure the connection to the rdb server stays open: the process ends soon after.
+//  On failure the connection to the rdb server stays open, because the process ends soon after.
 bool CRunCls::connectDnsServer() {
     if (dnsurl.empty() || dnsuser.empty() || dnspswd.empty()) {
         log->add(olk::level_inf, "dnsurl: not config.");

@@ -13,15 +13,16 @@ constexpr uint64_t objheap_page_bytes = 524288;
 constexpr uint64_t objheap_largest = 56;
 constexpr size_t big_header_size = 16;
 
-//  Deliberate: some sizes fit no series. A rounder size would change which class serves a request, and its cost.
+//  Deliberate: some sizes follow no series. A rounder size would change which class serves a request, and the cost of
+//  the request.
 constexpr uint32_t sizes_to_1424[] = {16, 32, 64, 96, 128, 256, 384, 512, 640, 800, 1024, 1424};
 constexpr uint32_t sizes_to_64k[] = {2048, 3072, 5120, 8192, 12288, 16384, 20480, 24576, 32768, 49152, 65536};
 constexpr uint32_t sizes_to_640k[] = {131072, 262144, 409600, 655360};
 constexpr uint32_t sizes_to_4m[] = {1048576, 2097152, 4194304, 8388608};
 
-//  A list of sizes with common parameters. A heap holds heapbytes / size blocks, or two if heapbytes is 0. The list
-//  ends before the first size with at most min_blocks blocks per heap, and before the first size above largest. So 8388608
-//  is listed, but has no class.
+//  A list of sizes with common parameters. A heap has heapbytes / size blocks, or two blocks if heapbytes is 0. The
+//  list ends before the first size with at most min_blocks blocks per heap, and before the first size above largest. So
+//  8388608 is in the list but gets no class.
 struct size_list {
     std::span<const uint32_t> sizes;
     uint32_t heapbytes;
@@ -30,7 +31,7 @@ struct size_list {
     size_t prealloc;  // number of classes, from the first, whose first heap is created at once
 };
 
-//  Initialised at compile time: the allocator is constructed before any initialiser of this file runs.
+//  Initialised at compile time, because the allocator is constructed before any initialiser of this file runs.
 constexpr size_list size_lists[] = {
     {sizes_to_1424, 1048576, 3, UINT32_MAX, 3},
     {sizes_to_64k, 2097152, 3, UINT32_MAX, 0},
@@ -50,8 +51,8 @@ void add_classes(allocator& target, const size_list& list) {
 
 }  // namespace
 
-//  101 is the lowest priority number that a program may use: these two are constructed before all objects without a
-//  priority, in any link order, and so destroyed after them.
+//  101 is the lowest priority number that a program may use. So these two objects are constructed before all objects
+//  without a priority, in any link order, and are destroyed after them.
 __attribute__((init_priority(101))) glibc_noarena_ g_olk_glibc_noarena;
 __attribute__((init_priority(101))) olk_allocator_ g_olk_allocator;
 

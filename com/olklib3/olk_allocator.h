@@ -1,7 +1,7 @@
 //  The pooled allocator: a sorted table of size classes, and a separate mapping for each request above the largest
 //  class.
 //
-//      size class   one block size and all its heaps (olk_blk_alloctor.h); 30 of them, 16 bytes to 4 MiB
+//      size class   one block size and all its heaps (olk_blk_alloctor.h); there are 30, from 16 bytes to 4 MiB
 //      big block    one mapping per request above 4 MiB
 //
 //      big block:   | maplen | 0 | user's bytes ... |   the user's address is 16 bytes after base; the 0 is
@@ -12,9 +12,9 @@
 //
 //  User addresses are aligned to 8 bytes (16 for big blocks).
 //
-//  Threads: from the constructor to the destructor, any thread may call malloc_ and free_. Only the constructor writes
-//  the table of classes, so it is read without a lock. Each class has its own lock, so a signal handler must not call
-//  malloc_ or free_ if it interrupted either of them.
+//  Threads: after the constructor and before the destructor, any thread may call malloc_ and free_. Only the
+//  constructor writes the table of classes, so the table is read without a lock. Each class has its own lock, so a
+//  signal handler must not call malloc_ or free_ if it interrupted one of them.
 #ifndef OLK_ALLOCATOR_H
 #define OLK_ALLOCATOR_H
 
@@ -31,8 +31,8 @@ struct allocator {
     std::atomic<uint32_t> bigcount;                // big blocks in use; statistics only
     blk_alloctor<spinlock>* classes[max_classes];  // ascending by blksize; null from index classcount on
 
-    //  Builds the 30 classes. A class without memory for its record or its first heap is left out; the next larger
-    //  class then serves its sizes.
+    //  Creates the 30 classes. If memory for the record or the first heap of a class is exhausted, the class is left
+    //  out, and the next larger class serves its sizes.
     allocator();
     //  Unmaps every heap of every class. Big blocks are not tracked and stay mapped.
     ~allocator();
@@ -40,17 +40,17 @@ struct allocator {
     allocator& operator=(const allocator&) = delete;
 
     //  Allocates a block of at least size bytes. Stores the number of usable bytes in *outsize unless outsize is null.
-    //  Returns null when memory is exhausted.
+    //  Returns null if memory is exhausted.
     void* malloc_(size_t size, size_t* outsize);
 
-    //  Frees a block. Null is ignored. Requires: p came from malloc_ and has not been freed since.
+    //  Frees a block. Null is ignored. Requires that malloc_ returned p and that p was not freed since.
     void free_(void* p);
 
-    //  Returns the number of usable bytes of the block at p, the same number that malloc_ stored.
+    //  Returns the number of usable bytes of the block at p. malloc_ stored the same number.
     static size_t usable_size(const void* p);
 
-    //  Appends one class, with its first heap if prealloc is true. Requires: blksize is greater than that of the last
-    //  class, and the table has room. Returns false, and changes nothing, when memory is exhausted.
+    //  Appends one class, with its first heap if prealloc is true. Requires that blksize is greater than that of the
+    //  last class, and that the table has room. Returns false and changes nothing if memory is exhausted.
     bool add_class_(uint32_t blksize, uint32_t blkperheap, bool prealloc);
 
     //  Returns true if the table is sorted and the invariants of every class hold.
@@ -60,7 +60,8 @@ private:
     void* malloc_big_(size_t size, size_t* outsize);
 };
 
-//  The object heap and the allocator that uses it. The order of the members matters: the allocator is destroyed first.
+//  The object heap and the allocator that uses it. The order of the members matters: the allocator must be destroyed
+//  first.
 struct olk_allocator_ {
     objalloctor_<spinlock> objheap;
     allocator alloc;
@@ -68,8 +69,8 @@ struct olk_allocator_ {
     olk_allocator_();
     ~olk_allocator_();
 
-    //  Returns true if the lock of the object heap and the locks of all classes were free, each when it was tested. For
-    //  a signal handler, which must not wait for a lock that the interrupted code holds.
+    //  Returns true if the lock of the object heap and the locks of all classes were free, each at the time when it was
+    //  tested. Intended for a signal handler, which must not wait for a lock that the interrupted code holds.
     bool unlocked();
 };
 

@@ -41,27 +41,26 @@ struct blk_alloctor : memheap_ {
     uint32_t blkperheap;  // blocks of each heap after the head; the head may have fewer
     LOCK lock;            // protects all members above and all heaps
 
-    //  Creates a class without a heap. Rounds size up to a multiple of 8. Requires: 1 <= size <= 2^32 - 8, and per_heap
-    //  > 0.
+    //  Creates a class without a heap. Rounds size up to a multiple of 8. Requires 1 <= size <= 2^32 - 8 and per_heap >
+    //  0.
     blk_alloctor(uint32_t size, uint32_t per_heap);
     //  Unmaps all heaps, even if blocks are in use.
     ~blk_alloctor();
     blk_alloctor(const blk_alloctor&) = delete;
     blk_alloctor& operator=(const blk_alloctor&) = delete;
 
-    //  Allocates one block. Stores blksize in *outsize unless outsize is null. Returns null, and changes nothing, when
-    //  a new heap is needed and memory is exhausted. Aborts when the free counts are wrong.
+    //  Allocates one block. Stores blksize in *outsize unless outsize is null. Returns null and changes nothing if a
+    //  new heap is needed and memory is exhausted. Aborts if the free counts are wrong.
     void* malloc_(size_t* outsize);
 
-    //  Frees a block. Requires: p came from malloc_ of this class, and the header of p points to heap.
+    //  Frees a block. Requires that malloc_ of this class returned p, and that the header of p points to heap.
     void free_(blk_heap* heap, void* p);
 
-    //  Creates the head heap with count blocks. Requires: the class has no heap. Returns false when memory is
-    //  exhausted.
+    //  Creates the head heap with count blocks. Requires a class without a heap. Returns false if memory is exhausted.
     bool add_first_heap_(uint32_t count);
 
-    //  Returns the number of blocks of a first heap: per_heap, but at most the larger of 16 and the number that fits 32
-    //  KiB.
+    //  Returns the number of blocks of a first heap: per_heap, but at most 16 or the number of blocks that fit 32 KiB,
+    //  whichever is larger.
     static uint32_t first_heap_count(uint32_t size, uint32_t per_heap);
 
     //  Returns true if all invariants hold. Takes the lock.
@@ -90,9 +89,9 @@ struct blk_heap {
     //  Returns the heap of the block at user address p; null for a big block.
     static blk_heap* of(const void* p) { return load_word<blk_heap*>(at(p, -ptrdiff_t{blk_header_size})); }
 
-    //  Takes a freed block, else a block that was never used. Returns null when the heap is full.
+    //  Takes a freed block or, if there is none, a block that was never used. Returns null if the heap is full.
     void* take();
-    //  Takes the first block that was never used. Requires: bump < blkcount.
+    //  Takes the first block that was never used. Requires bump < blkcount.
     void* carve();
     bool wholly_free() const { return freecount == blkcount; }
     //  Returns true if invariants 2 and 3 hold for this heap.
@@ -104,8 +103,9 @@ struct blk_heap {
 static_assert(sizeof(blk_heap) == 56, "a heap record fills one slot of the object heap");
 static_assert(sizeof(blk_alloctor<spinlock>) <= 56, "a class record fits one slot of the object heap");
 
-//  Aborts and reports a broken size class: its free count is above zero, but no heap has a free block. The source
-//  position in the report is fixed text, part of the service's diagnostics: it stays the same if this code moves.
+//  Reports a damaged size class and aborts: its free count is above zero, but no heap has a free block. The source
+//  position in the report is fixed text, because it is part of the service's diagnostics. It stays the same if this
+//  code moves.
 [[noreturn]] inline void report_broken_class() {
     __assert_fail("pret != nullptr", "../com/olklib3/olk_alloctor", 597,
                   "void* olk::blk_alloctor<LOCK>::malloc_(size_t*) [with LOCK = olk::spinlock; size_t = long unsigned "
@@ -222,8 +222,8 @@ void* blk_alloctor<LOCK>::take_() {
         if (p == nullptr)
             continue;
         --freecount;
-        //  A heap that still has free blocks moves to the place after the head. The head itself never moves,
-        //  deliberately: it is the one heap that is never released.
+        //  A heap that still has free blocks moves to the place after the head. The head itself deliberately never
+        //  moves, because it is the only heap that is never released.
         if (before != nullptr && before != heaps && heap->freecount != 0) {
             before->next = heap->next;
             heap->next = heaps->next;
@@ -252,9 +252,10 @@ void blk_alloctor<LOCK>::free_(blk_heap* heap, void* p) {
     heap->freelist = p;
     ++heap->freecount;
     ++freecount;
-    //  Hysteresis: a class of at most three heaps releases none, and neither does a class whose only free blocks are
-    //  those of this heap. Otherwise use that varies around the end of a heap would map and unmap at each call. When
-    //  the class does release, it releases all free heaps after the head, so fewer than three may remain.
+    //  Hysteresis: no heap is released if the class has at most three heaps, or if the freed heap has the only free
+    //  blocks of the class. Otherwise a number of blocks that varies around a full heap would cause a mapping or
+    //  unmapping at each call. When the class releases heaps, it releases all entirely free heaps after the head, so
+    //  fewer than three may remain.
     if (heapcount > 3 && heap->wholly_free() && heap != heaps && freecount != blkperheap)
         release_free_heaps_();
     OLK_WALK(valid_());

@@ -12,7 +12,8 @@ namespace olk {
 
 namespace {
 
-//  Table from a character to the character after its backslash; 0 if the character needs no escape.
+//  Table from a character to the character that follows the backslash in its escape; 0 if the character needs no
+//  escape.
 constexpr std::array<char, 256> make_escapes() {
     std::array<char, 256> table{};
     table['\b'] = 'b';
@@ -32,16 +33,16 @@ char escape_of(char c) {
     return escapes[static_cast<unsigned char>(c)];
 }
 
-//  Types for the 16 characters of one step and for the result of their test. They are compiler vector types: an operator
-//  acts on all 16 elements at once.
+//  Types for the 16 characters of one step and for the result of their test. They are compiler vector types: one
+//  operator acts on all 16 elements.
 constexpr size_t step = 16;
 using characters = unsigned char __attribute__((vector_size(step)));
 using match_mask = signed char __attribute__((vector_size(step)));
 using halves = uint64_t __attribute__((vector_size(step)));
 
-//  Copies length characters in steps of 16; the last step may overlap the one before it. Returns false if a character
-//  may need an escape; the copy is then useless. The test covers slash, backslash and all characters up to the double
-//  quote, which include the other six escaped characters. Requires: length >= step.
+//  Copies length characters in steps of 16; the last step may overlap the previous step. Returns false if a character
+//  may need an escape; the copy is then useless. The test detects slash, backslash and all characters up to the double
+//  quote. These include the other six escaped characters. Requires length >= step.
 bool copy_plain(const char* text, size_t length, char* to) {
     match_mask special = {};
     const auto copy_step = [&](size_t i) {
@@ -58,7 +59,7 @@ bool copy_plain(const char* text, size_t length, char* to) {
     return (found[0] | found[1]) == 0;
 }
 
-//  Appends the digits of value, which are written into a buffer from its end, lowest digit first.
+//  Appends value in decimal. The digits are written into a buffer from its end, the lowest digit first.
 void write_digits(uint64_t value, bool negative, string& out) {
     constexpr size_t max_digits = 20;  // a sign and 19 digits, or 20 digits
     char digits[max_digits];
@@ -72,8 +73,8 @@ void write_digits(uint64_t value, bool negative, string& out) {
     out.append(first, static_cast<size_t>(digits + max_digits - first));
 }
 
-//  Does what writeString does, for any text and any room in out. Not inlined, so that the callers' fast path for an
-//  address needs no stack.
+//  Appends a text in the same form as writeString, whatever the text and the room in out. It is not inlined, so that
+//  the fast path of its callers for an address needs no stack.
 __attribute__((noinline)) void write_piecewise(const char* text, size_t length, string& out) {
     out.push_back('"');
     if (!isJsonPlain(text, length)) {
@@ -85,8 +86,8 @@ __attribute__((noinline)) void write_piecewise(const char* text, size_t length, 
     out.push_back('"');
 }
 
-//  Writes text with its quotes to a buffer of length + 2 characters. Returns false if text may need an escape or is
-//  short.
+//  Writes text with its quotes to a buffer of length + 2 characters. Returns false if the text is too short for this or
+//  may need an escape.
 bool put_plain(const char* text, size_t length, char* to) {
     if (length < step || !copy_plain(text, length, to + 1))
         return false;
@@ -95,7 +96,8 @@ bool put_plain(const char* text, size_t length, char* to) {
     return true;
 }
 
-//  Appends lead and a string value: in one step if it fits, else piece by piece, which makes the buffer grow.
+//  Appends lead and a string value. If they fit, they are written at once; otherwise they are written in pieces, which
+//  makes the buffer grow.
 void write_element(char lead, const char* text, size_t length, string& out) {
     char* end = out.spare(length + 3);
     if (end == nullptr || !put_plain(text, length, end + 1)) {
@@ -114,7 +116,8 @@ void write_key_piecewise(uint32_t* members, const char* key, string& out) {
     out.append("\":", 2);
 }
 
-//  Appends a key with its quotes and colon, after a comma if needed: in one step if it fits, else piece by piece.
+//  Appends a key with its quotes and colon, after a comma if needed. If they fit, they are written at once; otherwise
+//  in pieces.
 void write_key(uint32_t* members, const char* key, string& out) {
     const size_t length = std::strlen(key);
     char* const end = out.spare(length + 4);

@@ -1,5 +1,5 @@
-//  Writers of JSON text (RFC 8259) into a pooled string. Each writer appends its piece to the text; there is no tree.
-//  The caller keeps a counter of members, which tells a writer whether a comma must precede its piece.
+//  Writers of JSON text (RFC 8259) into a pooled string. Each writer appends its part to the text; there is no tree.
+//  The caller keeps a counter of members. A writer uses it to determine whether a comma must precede its part.
 //
 //      uint32_t members = 0;
 //      out.push_back('{');
@@ -11,7 +11,7 @@
 //  the other control characters, which RFC 8259 section 7 requires to be escaped, and bytes above 127. This is
 //  deliberate: receivers expect exactly these bytes.
 //
-//  When memory is exhausted, parts of the text are missing, without a report.
+//  When memory is exhausted, parts of the text are missing, and this is not reported.
 //
 //  Threads: a writer accesses only its arguments; writeIsoTime also reads the time zone of the process.
 #ifndef OLK_JSON_H
@@ -29,7 +29,7 @@ void outJsonEsc(char c, string& out);
 //  Returns true if none of the length characters of text needs an escape.
 bool isJsonPlain(const char* text, size_t length);
 
-//  Appends a string value with its double quotes. A text without characters to escape is copied in one step.
+//  Appends a string value with its double quotes. A text in which no character needs an escape is copied at once.
 void writeString(const char* text, size_t length, string& out);
 
 //  Appends "," unless the member is the first of its object, and counts the member.
@@ -50,8 +50,8 @@ void writeDecimal(int64_t value, string& out);
 //  Appends a time, given in milliseconds since the epoch, as local time of the form 2025-04-11T09:05:03.042+08:00. A
 //  fraction of zero is omitted. The zone is the standard-time offset of the process in whole hours, or "Z" for offset
 //  zero: minutes are always 00, and daylight saving time changes the clock fields but not the zone. Receivers rely on
-//  this. Returns 1, or 0 if the time has no local form or its text is longer than 47 characters; then it appends
-//  nothing.
+//  this. Returns 1. Returns 0 and appends nothing if the time cannot be converted to local time or its text is longer
+//  than 47 characters.
 int writeIsoTime(int64_t milliseconds, string& out);
 
 }  // namespace olk

@@ -16,7 +16,8 @@ struct level_row {
     const char* name;
 };
 
-//  Searched from the first row, by number and by name. Two rows have the number 30, deliberately in this order.
+//  The table is searched from its first row, by number and by name. Two rows deliberately have the number 30, in this
+//  order.
 constexpr level_row level_table[] = {
     {level_err, "err"}, {level_wrn, "wrn"}, {level_inf, "inf"}, {level_inf, "msg"},
     {level_mor, "mor"}, {level_dbg, "dbg"}, {level_all, "all"},

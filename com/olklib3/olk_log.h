@@ -25,8 +25,8 @@ constexpr int level_all = 999;
 
 //  One destination of records.
 //
-//  add, append and push return 0 for a record that the level drops, a negative value when the record cannot be
-//  formatted or written, else the result of the underlying write. format and its arguments are those of printf.
+//  add, append and push return 0 for a record that the level drops, a negative value if the record cannot be formatted
+//  or written, and otherwise the result of the underlying write. format and its arguments are those of printf.
 class ilog {
 public:
     ilog() = default;
@@ -44,8 +44,8 @@ public:
     //  Writes text that continues the previous record.
     __attribute__((format(printf, 3, 4))) virtual int append(int level, const char* format, ...) = 0;
 
-    //  Writes one complete record with arguments from va_start, and with tag in brackets unless it is null or empty.
-    //  The base class does nothing and returns 0.
+    //  Writes one complete record with arguments from va_start. Writes tag in brackets before it, unless tag is null or
+    //  empty. The base class does nothing and returns 0.
     __attribute__((format(printf, 4, 0))) virtual int push(int level, const char* tag, const char* format,
                                                            va_list args);
 
@@ -56,25 +56,26 @@ public:
     //  Does periodic maintenance.
     virtual void runtime() = 0;
 
-    //  Destroys the object. release(ilog*) below also accepts null.
+    //  Destroys the object. The function release(ilog*) below also accepts null.
     virtual void release() = 0;
 
-    //  Allocates from the pooled allocator; a new expression yields null when memory is exhausted.
+    //  Allocates from the pooled allocator. A new expression yields null if memory is exhausted.
     static void* operator new(size_t size) noexcept;
     static void operator delete(void* p) noexcept;
 };
 
-//  Destroys log; does nothing when it is null.
+//  Destroys log. Does nothing if log is null.
 void release(ilog* log);
 
-//  Size of the buffer for level_name, in bytes, terminator included.
+//  Size of the buffer for level_name in bytes, including the terminator.
 constexpr size_t level_name_size = 16;
 
-//  Returns the name of a level: the first table row with this number, else the number in decimal, written into buffer
-//  ("ndf" if it does not fit). 30 is always "inf": "msg" has the same number but is used only by level_from_text.
+//  Returns the name of a level, which is the name in the first table row with this number. Without such a row, writes
+//  the number in decimal into buffer ("ndf" if it does not fit) and returns it. 30 is always "inf": "msg" has the same
+//  number but is used only by level_from_text.
 const char* level_name(int level, char (&buffer)[level_name_size]);
 
-//  Returns the level named by text: a name of the table in any case, else a decimal number as strtol reads it, reduced
+//  Returns the level that text names: a name of the table in any case, or a decimal number as strtol reads it, reduced
 //  to 32 bits. text must not be null. Returns 30 for an empty text, for a text that is not a number, and for 0.
 int level_from_text(const char* text);
 

@@ -1,8 +1,8 @@
 //  Raw memory: anonymous mappings, rounding to pages, and words stored inside other objects' memory.
 //
-//  A free slot or block holds its list link in its own first word, and every block has a word before it. These words
-//  share memory with the user's data, so they are read and written with memcpy only. Otherwise the compiler could
-//  reorder an access to a link and an access to the user's data, under the aliasing rule.
+//  The first word of a free slot or block contains its list link, and a word precedes every block. These words are in
+//  the same memory as the user's data, so they are only read and written with memcpy. Otherwise the aliasing rule would
+//  allow the compiler to reorder an access to a link and an access to the user's data.
 //
 //  Threads: any thread may call these functions.
 #ifndef OLK_MAPPING_H
@@ -18,14 +18,14 @@
 
 namespace olk {
 
-//  Returns n rounded up to whole pages, or 0 if the result does not fit size_t. The page size is queried at each call.
+//  Returns n rounded up to whole pages, or 0 if the result does not fit size_t. Queries the page size at each call.
 inline size_t round_to_pages(size_t n) {
     const size_t page = static_cast<size_t>(sysconf(_SC_PAGESIZE));
     return (n + page - 1) / page * page;
 }
 
-//  Maps len bytes of zeroed private memory, readable and writable. Returns null on failure, not MAP_FAILED, so that
-//  callers test for null only.
+//  Maps len bytes of zeroed private memory, readable and writable. On failure returns null, not MAP_FAILED, so that
+//  callers need to test only for null.
 inline void* map_pages(size_t len) {
     void* p = mmap(nullptr, len, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
     return p == MAP_FAILED ? nullptr : p;
@@ -58,20 +58,20 @@ inline const void* at(const void* p, ptrdiff_t offset) {
     return static_cast<const char*>(p) + offset;
 }
 
-//  Returns the number of bytes from base to p, a huge number if p is below base. The two may belong to different
-//  mappings, whose addresses cannot be compared as pointers.
+//  Returns the number of bytes from base to p, or a huge number if p is below base. The two may belong to different
+//  mappings, and such addresses cannot be compared as pointers.
 inline uint64_t distance(const void* base, const void* p) {
     return reinterpret_cast<uintptr_t>(p) - reinterpret_cast<uintptr_t>(base);
 }
 
-//  Zeroes memory of an object that is being destroyed. The compiler may remove ordinary stores there.
+//  Sets memory of an object that is being destroyed to zero. The compiler may remove ordinary stores to such memory.
 inline void forget(void* p, size_t len) {
     explicit_bzero(p, len);
 }
 
 }  // namespace olk
 
-//  OLK_WALK(condition): in a checking build, asserts condition, which walks over a whole structure; otherwise no code.
+//  OLK_WALK(condition): in a checking build, asserts condition, which checks a whole structure; otherwise does nothing.
 #ifdef OLK_CHECK
 #include <cassert>
 #define OLK_WALK(condition) assert(condition)

@@ -1,5 +1,5 @@
-//  The object heap: slots of equal size for objects of at most objsize bytes, cut from mappings and aligned to 8 bytes.
-//  All records of the allocator are in this heap, so the size classes need no other memory for them.
+//  The object heap: slots of equal size for objects of at most objsize bytes, taken from mappings and aligned to 8
+//  bytes. All records of the allocator are in this heap, so the size classes need no other memory for their records.
 //
 //      obj_page at the start of a mapping                                        maplen
 //      | maplen | slotsize | freecount | slotcount | bump | freelist | next | slot 0 | slot 1 | ... |
@@ -32,7 +32,7 @@ struct obj_page {
     char* slot(uint64_t i) { return reinterpret_cast<char*>(this + 1) + i * slotsize; }
     bool holds(const void* p) { return distance(slot(0), p) < slotcount * slotsize; }
 
-    //  Takes a freed slot, else a slot that was never used. Returns null when the page is full.
+    //  Takes a freed slot or, if there is none, a slot that was never used. Returns null if the page is full.
     void* take();
     //  Returns true if invariants 2 and 3 hold for this page.
     bool valid();
@@ -48,19 +48,19 @@ struct objalloctor_ {
     obj_page* pages;     // the head page, searched first for a free slot; null if none
     LOCK lock;           // protects all members above and all pages
 
-    //  Maps the first page at once; pages stays null when memory is exhausted. Requires: largest > 0, and a slot for
-    //  largest bytes fits a page of bytes_per_page.
+    //  Maps the first page at once; if memory is exhausted, pages is null. Requires largest > 0, and a slot for largest
+    //  bytes must fit a page of bytes_per_page.
     objalloctor_(uint64_t bytes_per_page, uint64_t largest);
     //  Unmaps all pages, even if slots are in use.
     ~objalloctor_();
     objalloctor_(const objalloctor_&) = delete;
     objalloctor_& operator=(const objalloctor_&) = delete;
 
-    //  Takes one slot. Returns null when size is above objsize or memory is exhausted.
+    //  Takes one slot. Returns null if size is above objsize or if memory is exhausted.
     void* malloc_(size_t size);
 
-    //  Frees a slot. Unmaps its page if the page is then entirely free and is not the head. Returns false if p is null
-    //  or in none of the pages, and then changes nothing; also returns false if unmapping fails.
+    //  Frees a slot. If its page is then entirely free and is not the head, unmaps the page. Returns false and changes
+    //  nothing if p is null or in none of the pages. Also returns false if unmapping fails.
     bool free_(void* p);
 
     //  Returns true if all invariants hold. Takes the lock.
@@ -71,8 +71,8 @@ private:
     bool valid_();
 };
 
-//  Base class of the library's small objects, of at most objsize bytes: new and delete use the process-wide object
-//  heap. A new expression yields null when there is no slot.
+//  Base class of the library's small objects, of at most objsize bytes. new and delete use the process-wide object
+//  heap. A new expression yields null if there is no slot.
 struct memheap_ {
     static void* operator new(size_t size) noexcept;
     static void operator delete(void* p) noexcept;

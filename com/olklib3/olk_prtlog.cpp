@@ -10,7 +10,7 @@ namespace olk {
 
 namespace {
 
-//  Prints the prefix of a record: "[2025/4/11 09:05:03.042117] [inf] ", or with a tag "[...] [inf][tag] ".
+//  Prints the prefix of a record: "[2025/4/11 09:05:03.042117] [inf] ", or "[...] [inf][tag] " with a tag.
 void print_prefix(int level, const char* tag) {
     timeval now{};
     gettimeofday(&now, nullptr);

@@ -6,8 +6,8 @@
 //
 //  It writes nothing until open("stdout"). It cannot write to a file.
 //
-//  push flushes standard output, add does not: a record of add reaches a pipe when the C library's buffer is full or
-//  the process exits.
+//  push flushes standard output; add does not. So a record of add reaches a pipe when the C library's buffer is full or
+//  when the process exits.
 #ifndef OLK_PRTLOG_H
 #define OLK_PRTLOG_H
 
@@ -24,10 +24,11 @@ public:
 
     explicit prtlog(int32_t configured_level = level_dbg) : level(configured_level) {}
 
-    //  Prints from now on if target is "stdout" in any case; else, also for null, drops every record. Returns 0.
+    //  If target is "stdout" in any case, prints all later records. Otherwise, also for null, drops every record.
+    //  Returns 0.
     int open(const char* target) override;
     __attribute__((format(printf, 3, 4))) int add(int record_level, const char* format, ...) override;
-    //  Prints the text alone, without prefix and line feed.
+    //  Prints only the text, without prefix and line feed.
     __attribute__((format(printf, 3, 4))) int append(int record_level, const char* format, ...) override;
     __attribute__((format(printf, 4, 0))) int push(int record_level, const char* tag, const char* format,
                                                    va_list args) override;

@@ -10,8 +10,8 @@
 
 namespace olk::net {
 
-//  Stores an address of the given family in text, in the form of inet_ntop, unless text is not empty. Returns the
-//  number of addresses stored: 1, or 0 (also when memory is exhausted).
+//  Stores an address of the given family in text, in the form of inet_ntop, unless text already has contents. Returns
+//  the number of addresses stored: 1, or 0, also if memory is exhausted.
 template <class STRING>
 int store_first_address(int family, const void* address, STRING& text) {
     char buffer[40];  // the longest IPv6 text has 39 characters
@@ -22,10 +22,12 @@ int store_first_address(int family, const void* address, STRING& text) {
 }
 
 //  Resolves domain, a name or an address literal, with getaddrinfo(3) without hints. Stores the first address of each
-//  family, in the resolver's order, in ipv4 and ipv6; a string that is not empty keeps its contents. Returns 0 if at
-//  least one address was stored, else -1, which includes a name that resolves while both strings have contents.
+//  family, in the resolver's order, in ipv4 and ipv6. A string that is not empty keeps its contents. Returns 0 if at
+//  least one address was stored, else -1. So it also returns -1 if the name resolves but both strings already have
+//  contents.
 //
-//  The resolver's list is not freed, deliberately: a program resolves one name per start and loses one small list.
+//  The resolver's list is deliberately not freed: a program resolves one name at its start, so only one small list is
+//  lost.
 template <class STRING>
 int get_ips_by_domain(const char* domain, STRING& ipv4, STRING& ipv6) {
     const addrinfo hints = {};

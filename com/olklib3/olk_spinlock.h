@@ -1,10 +1,11 @@
-//  The library's lock, a template parameter of its structures, and the scoped guard of a lock.
+//  The library's lock, which is a template parameter of its structures, and a guard that holds a lock until the end of
+//  a scope.
 //
-//  spinlock never sleeps. It is usually held for a few dozen instructions, and during a few mmap or munmap calls when a
-//  structure grows or shrinks.
+//  A thread that waits for a spinlock does not sleep. A spinlock is usually held for a few dozen instructions; when a
+//  structure grows or shrinks, it is also held during a few mmap or munmap calls.
 //
-//  Threads: any thread may call lock and unlock. A thread must not lock a spinlock that it holds: so a signal handler
-//  that interrupts the holder and locks the same spinlock waits for ever.
+//  Threads: any thread may call lock and unlock. A thread must not lock a spinlock that it holds. So if a signal
+//  handler interrupts the holder and locks the same spinlock, it waits forever.
 #ifndef OLK_SPINLOCK_H
 #define OLK_SPINLOCK_H
 

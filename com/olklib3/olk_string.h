@@ -8,9 +8,9 @@
 //
 //  Characters are bytes, including zero bytes; no encoding is assumed. Only c_str terminates the text.
 //
-//  An operation that lengthens the text either succeeds or changes nothing: when memory is exhausted or the text would
-//  exceed max_capacity, it leaves the string as it is and reports nothing. A caller that must know compares sizes.
-//  Assignment clears first, so the string is empty when memory is exhausted.
+//  An operation that lengthens the text either succeeds or changes nothing. If memory is exhausted or the text would
+//  exceed max_capacity, the string is unchanged, and this is not reported. A caller that must detect this compares
+//  sizes. Assignment clears the string first, so the string is empty if memory is exhausted.
 //
 //  Threads: one thread at a time may use a string. Strings of different threads share only the allocator.
 #ifndef OLK_STRING_H
@@ -54,7 +54,7 @@ public:
             assign(other);
         return *this;
     }
-    //  Swaps the buffers: afterwards other holds the previous text.
+    //  Exchanges the buffers; afterwards other contains the previous text.
     string_& operator=(string_&& other) noexcept {
         std::swap(data_, other.data_);
         return *this;
@@ -91,8 +91,8 @@ public:
         set_size_(text, longer);
     }
 
-    //  Appends length bytes, which may be part of this string. Appending zero bytes to an empty text frees the buffer,
-    //  deliberately: a caller frees the buffer of a cleared string in this way.
+    //  Appends length bytes, which may be part of this string. If length is 0 and the text is empty, frees the buffer.
+    //  This is deliberate: callers use it to free the buffer of a cleared string.
     void append(const CHAR* text, size_t length) {
         if (length == 0 || !takes_(length)) {
             data_ = appended_(data_, text, length);
@@ -111,10 +111,10 @@ public:
             append(text, length);
     }
 
-    //  Returns the end of the text if length more bytes fit without growing, else null. The caller writes there and
-    //  then calls lengthen with the number of bytes written.
+    //  Returns the end of the text if length more bytes fit without growing, else null. The caller writes there, then
+    //  calls lengthen with the number of bytes written.
     CHAR* spare(size_t length) { return takes_(length) ? data_ + size() : nullptr; }
-    //  Requires: spare(length) is not null.
+    //  Requires that spare(length) is not null.
     void lengthen(size_t length) { set_size_(data_, static_cast<SIZE>(size_of_(data_) + length)); }
 
     //  Reserves capacity for n bytes.
@@ -148,7 +148,8 @@ public:
     CHAR* data() { return data_; }
     const CHAR* data() const { return data_; }
 
-    //  Returns the terminated text; an empty text without a buffer. Does not write a terminator that is already there.
+    //  Returns the terminated text, or an empty text without a buffer. Does not write a terminator that is already
+    //  there.
     const CHAR* c_str() const {
         static constexpr CHAR nothing[1] = {};
         if (data_ == nullptr)
@@ -167,19 +168,19 @@ private:
     static void set_size_(CHAR* text, SIZE size) { store_word(at(text, -4), size); }
     static void set_capacity_(CHAR* text, size_t capacity) { store_word(at(text, -8), static_cast<SIZE>(capacity)); }
 
-    //  Returns false without a buffer: the capacity is then 0.
+    //  Returns false without a buffer, because the capacity is then 0.
     bool fits_(uint64_t needed) const { return needed < capacity(); }
     bool takes_(size_t added) const { return added <= max_capacity && fits_(size() + uint64_t{added}); }
 
     //  Returns the capacity for a text that grows to needed bytes.
     static uint64_t growth_(uint64_t needed) { return needed < doubling_limit ? needed * 2 : needed + needed / 2; }
 
-    //  The following functions take the buffer pointer (null without a buffer) and return the new one, instead of
-    //  taking the string, so that callers can keep it in a register.
+    //  The following functions take the buffer pointer (null without a buffer) and return the new pointer. They do not
+    //  take the string, so that callers can keep the pointer in a register.
 
-    //  Grows the buffer to new_capacity bytes. Returns null, and changes nothing, when memory is exhausted.
+    //  Grows the buffer to new_capacity bytes. Returns null and changes nothing if memory is exhausted.
     static CHAR* grown_(CHAR* text, uint64_t new_capacity);
-    //  Appends as append does, for every case.
+    //  Does the work of append in every case.
     static CHAR* appended_(CHAR* text, const CHAR* added, size_t length);
 
     CHAR* data_;
@@ -238,9 +239,9 @@ CHAR* string_<ALLOCTOR, SIZE, CHAR, TRAITS>::grown_(CHAR* text, uint64_t new_cap
 //  The string type of the library.
 using string = string_<olk_string_alloctor, unsigned int, char, void>;
 
-//  Appends to target the bytes of source from position up to the delimiter. Returns true if it found the delimiter;
+//  Appends to target the bytes of source from position up to the delimiter. Returns true if it finds the delimiter;
 //  position is then the index after it. Returns false at the end of source; position is then length, or unchanged if it
-//  was length or more. A byte is skipped when memory is exhausted.
+//  was length or more. If memory is exhausted, bytes are skipped.
 template <class STRING>
 bool read_until(size_t& position, char delimiter, const char* source, size_t length, STRING& target) {
     while (position < length) {

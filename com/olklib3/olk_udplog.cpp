@@ -24,7 +24,7 @@ constexpr size_t record_bytes = 30720;  // a record with its header and a termin
 
 static_assert(sizeof(sockaddr_in) == 16 && sizeof(sockaddr_in6) == 28);
 
-//  Copies text to to, without a terminator. Returns the end of the copy.
+//  Copies text to the address to, without a terminator. Returns the end of the copy.
 char* put(char* to, std::string_view text) {
     std::memcpy(to, text.data(), text.size());
     return to + text.size();
@@ -63,7 +63,7 @@ int udplog::open(const char* url) {
     return sock == -1 ? -1 : 0;
 }
 
-//  A text that is too long leaves the cabin empty, deliberately: a shortened name could be the name of another stream.
+//  If the text is too long, the cabin is deliberately left empty: a shortened name could be the name of another stream.
 void udplog::set_cabin_(const char* text, size_t length) {
     cabin.length = length < cabin.capacity - 1 ? static_cast<uint32_t>(length) : 0;
     std::memcpy(cabin.text, text, cabin.length);
@@ -117,7 +117,7 @@ int udplog::open_socket_() {
     return fd;
 }
 
-//  Writes the header line to record, which has room for the longest header. Returns the end of the header.
+//  Writes the header line to record, which must have room for the longest header. Returns the end of the header.
 char* udplog::put_header_(char* record, const char* order, int record_level) {
     constexpr size_t max_digits = 11;
     char* next = put(record, "{\"order\":\"");
@@ -129,7 +129,7 @@ char* udplog::put_header_(char* record, const char* order, int record_level) {
     return put(next, "\"}\n");
 }
 
-//  Formats one record and sends it. Requires: sends_(record_level).
+//  Formats one record and sends it. Requires that sends_(record_level) is true.
 int udplog::send_(const char* order, int record_level, const char* tag, const char* format, va_list args) {
     char record[record_bytes];
     char* const end = record + record_bytes;

@@ -6,10 +6,10 @@
 //
 //  level is the record's level. cabin and text are not escaped: a receiver reads the JSON up to the first line feed.
 //
-//  Sending never blocks and is never retried: records that cannot be sent immediately are lost. No memory is allocated per
-//  record.
+//  Sending never blocks and is never repeated: a record that cannot be sent immediately is lost. No memory is allocated
+//  for a record.
 //
-//  Threads: several threads may send records at once. open and setlevel change the object without a lock.
+//  Threads: several threads may send records at the same time. open and setlevel change the object without a lock.
 #ifndef OLK_UDPLOG_H
 #define OLK_UDPLOG_H
 
@@ -19,8 +19,8 @@
 
 namespace olk {
 
-//  A text in a fixed buffer. c_str terminates it, but does not write a terminator that is already there, so threads
-//  that send records only read. A text that fills the buffer loses its last byte.
+//  A text in a fixed buffer. c_str terminates the text, but does not write a terminator that is already there. So
+//  threads that send records only read the text. A text that fills the buffer loses its last byte.
 template <size_t CAPACITY>
 struct fixed_text_ {
     char text[CAPACITY] = {};
@@ -47,14 +47,14 @@ public:
     ~udplog() override;
 
     //  Sets destination, cabin and level from a url such as udp://192.0.2.10:5140/netsvc?level=dbg. The cabin is the
-    //  path; it is empty if the path is longer than 126 characters. The level is the value of the first parameter of
-    //  the query, if its key is "level". Blanks anywhere in the url are ignored. The default port is 999. Waits for the
-    //  resolver. Returns 0, or -1 on failure: without a parsable url, a host that resolves and a path, nothing changes;
-    //  when no socket can be opened, the old one is closed and all other settings are new.
+    //  path, or empty if the path is longer than 126 characters. The level is the value of the first parameter of the
+    //  query if its key is "level". Blanks anywhere in the url are ignored. The default port is 999. Waits for the
+    //  resolver. Returns 0, or -1 on failure. If the url cannot be parsed, its host does not resolve or it has no path,
+    //  nothing changes. If no socket can be opened, the old socket is closed and all other settings are new.
     int open(const char* url) override;
 
     //  Each returns -1 without a socket, 0 for a record that the level drops, -1 for a record of 30720 bytes or more
-    //  including its header, else the result of sendto(2).
+    //  including its header, and otherwise the result of sendto(2).
     __attribute__((format(printf, 3, 4))) int add(int record_level, const char* format, ...) override;
     __attribute__((format(printf, 3, 4))) int append(int record_level, const char* format, ...) override;
     __attribute__((format(printf, 4, 0))) int push(int record_level, const char* tag, const char* format,

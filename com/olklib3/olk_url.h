@@ -7,7 +7,7 @@
 //
 //  Nothing is decoded, no letter case is changed, and there is no user part. A text without a scheme starts with the
 //  host part. A "?" before the first "/" belongs to a host without brackets, unless the text has no "/". The "]" of a
-//  bracketed host may be missing; if a character other than ":" or "/" follows the "]", the path begins there. Ports
+//  bracketed host may be missing. If a character other than ":" or "/" follows the "]", the path begins there. Ports
 //  are read as strtol reads numbers and are reduced to 16 bits.
 //
 //  Threads: one thread at a time may use an object. parse waits for the resolver.
@@ -32,8 +32,8 @@ struct url {
     STRING host;        // the host part as written, with its port and its brackets
 
     //  Parses s[0..len), which needs no terminating zero. Returns false if the host is empty or does not resolve, or if
-    //  the port after a bracketed host is empty; the fields parsed before that keep their new values. The object can be
-    //  reused.
+    //  the port after a bracketed host is empty; the fields that were parsed before keep their new values. The object
+    //  can be used again.
     bool parse(const char* s, size_t len);
 
 private:
@@ -98,7 +98,8 @@ bool url<STRING>::parse_bracketed_(const char* s, size_t len, size_t& position) 
     return true;
 }
 
-//  Parses the text after ":" up to the next "/", else up to the next "?", which is not consumed, else to the end.
+//  Parses the text after ":". It ends at the next "/" or, without a "/", at the next "?", which is not consumed, or at
+//  the end.
 template <class STRING>
 bool url<STRING>::parse_bracketed_port_(const char* s, size_t len, size_t& position) {
     const size_t start = position + 1;

@@ -28,7 +28,7 @@ public:
     vector_(const vector_&) = delete;
     vector_& operator=(const vector_&) = delete;
 
-    //  Appends item. Returns false, and changes nothing, when memory is exhausted.
+    //  Appends item. Returns false and changes nothing if memory is exhausted.
     bool push_back(const T& item) requires std::is_trivially_copyable_v<T> { return push_back(T(item)); }
     bool push_back(T&& item) {
         if (size_ == capacity_ && !grow_())

@@ -2,8 +2,8 @@
 //
 //      "  level = dbg & x=1"
 //         ^^^^^ ^ the separator that ends the word; reading continues after it
-//         word: leading and trailing blanks are removed, carriage returns and line feeds ignored; trailing
-//         blanks count towards the 15 characters
+//         word: leading and trailing blanks are removed; carriage returns and line feeds are ignored; trailing
+//         blanks are part of the maximum of 15 characters
 //
 //  A separator before the first character of a word is skipped. Nothing is allocated.
 #ifndef OLK_WORDS_H
@@ -13,10 +13,10 @@
 
 namespace olk {
 
-//  Size of a word's buffer in bytes, terminator included.
+//  Size of a word's buffer in bytes, including the terminator.
 constexpr size_t word_size = 16;
 
-//  Returns true for a space and a tab, the characters that the readers skip around words.
+//  Returns true for a space and a tab. The readers skip these characters around words.
 constexpr bool is_blank(int c) {
     return c == ' ' || c == '\t';
 }
@@ -27,8 +27,8 @@ enum class word_end {
     none,       // no word: the text has none, or the word is longer than 15 characters
 };
 
-//  Reads the next word of text[0..length) from position on, and advances position. separators is zero-terminated. word
-//  is zero-terminated, and empty if the result is none.
+//  Reads the next word of text[0..length), starting at position, and advances position. separators is zero-terminated.
+//  word is zero-terminated, and empty if the result is none.
 word_end read_word(const char* text, size_t length, size_t& position, const char* separators, char (&word)[word_size]);
 
 }  // namespace olk
