@@ -1,5 +1,5 @@
-//  The list of this host's addresses, beside the minimum for such a list: one walk over the result of getifaddrs that
-//  writes each IPv6 address with inet_ntop.
+//  The list of this host's addresses, compared with the minimum: one pass over the result of getifaddrs that writes
+//  each IPv6 address with inet_ntop.
 #include "cases.h"
 #include "localaddr.h"
 

@@ -1,5 +1,6 @@
-//  The allocators that are compared. c_library is the malloc of the process: glibc's or a preloaded one. It is measured
-//  in a program of its own, compiled with BENCH_PLAIN, because olklib3 tunes glibc's malloc in each program with it.
+//  The allocators that are compared. c_library is the malloc of the process: that of glibc or a preloaded one. It is
+//  measured in a separate program, compiled with BENCH_PLAIN, because olklib3 tunes glibc's malloc in each program that
+//  contains it.
 #ifndef BENCH_ALLOCATORS_H
 #define BENCH_ALLOCATORS_H
 

@@ -76,7 +76,7 @@ void add_batches() {
                 [size, places = release_order(order)](std::size_t times) { batches<ALLOCATOR>(size, places, times); });
 }
 
-//  Frees one of 10,000 live blocks and allocates another, again and again; sizes are random from 16 to 65,536 bytes.
+//  Repeatedly frees one of 10,000 live blocks and allocates another. Sizes are random, from 16 to 65,536 bytes.
 template <class ALLOCATOR>
 void churn(std::size_t times) {
     constexpr std::size_t live = 10'000;
@@ -94,7 +94,7 @@ void churn(std::size_t times) {
 }
 
 #ifndef BENCH_PLAIN
-//  Locks and unlocks an uncontended spin lock twice, as a pair does.
+//  Locks and unlocks a free spin lock twice, as a pair does.
 void bare_locks(std::size_t times) {
     static pthread_spinlock_t lock = [] {
         pthread_spinlock_t made;
@@ -107,7 +107,8 @@ void bare_locks(std::size_t times) {
     }
 }
 
-//  Half of the pairs are in one class, half in another. One thread does both halves, or two threads do one half each.
+//  Half of the pairs are in one class, half in another. Either one thread makes both halves, or two threads make one
+//  half each.
 void one_thread(std::size_t first, std::size_t second, std::size_t times) {
     pairs<pooled>(first, times / 2);
     pairs<pooled>(second, times / 2);

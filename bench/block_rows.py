@@ -27,7 +27,7 @@ def pair(figures):
             f"64 bytes: {figures.time('pair/olk/64')}, minimum {figures.time('pair/minimum/64')}",
         ),
         Bar(
-            "pair, the dearest class beside the cheapest",
+            "pair, the slowest class compared with the fastest",
             f"{max(own.values()) / min(own.values()):.3f} times",
             "at most 1.1 times",
             max(own.values()) <= 1.1 * min(own.values()),
@@ -74,7 +74,7 @@ def churn(figures):
         "at most 0.33 of glibc",
         ratio <= 0.33,
         f"{figures.time_ratio('churn/olk', 'churn/glibc')} of glibc",
-        "An allocation searches the heaps of its class from the head of the list on, past full ones. Page faults and "
+        "An allocation searches the heaps of its class from the head of the list and skips full heaps. Page faults and "
         "cache misses dominate glibc's time; instructions do not show them.",
     )
     cells = [[figures.cell(f"churn/{name}") for name in who]]

@@ -1,10 +1,10 @@
 //  The measured cases.
 //
-//  A case does one operation many times in its own loop, so that the measuring tool adds nothing: Debian's Google
+//  A case makes one operation many times in its own loop, so that the measuring tool adds no cost. Debian's Google
 //  Benchmark is a debug build, and its loop would be visible in a few nanoseconds. A case is named
-//  topic/who[/argument...]; the who of this project's code is "olk".
+//  topic/who[/argument...]. For this project's code, who is "olk".
 //
-//  Threads: cases run on one thread at a time; a case may start its own.
+//  Threads: cases run on one thread at a time. A case may start threads itself.
 #ifndef BENCH_CASES_H
 #define BENCH_CASES_H
 
@@ -19,23 +19,23 @@ using work = std::function<void(std::size_t times)>;
 
 struct measured_case {
     std::string name;
-    std::size_t batch;  // operations per call of run; enough that a call takes microseconds
+    std::size_t batch;  // operations per call of run; so many that a call takes microseconds
     work run;
 };
 
 //  All cases of the program, in the order in which they were added.
 std::vector<measured_case>& cases();
 
-//  Adds a case. Call it before main. Returns true, so that it can initialise a variable.
+//  Adds a case. Must be called before main. Returns true, so that the call can initialise a variable.
 bool add(std::string name, std::size_t batch, work run);
 
-//  Makes the compiler believe that value is read, so that it keeps the computation of value.
+//  Makes the compiler assume that value is read, so that it does not remove the computation of value.
 template <class T>
 inline void keep(const T& value) {
     asm volatile("" : : "r,m"(value) : "memory");
 }
 
-//  Makes the compiler believe that value changes, so that it does not use what it knows about value.
+//  Makes the compiler assume that value changes, so that it does not use what it knows about value.
 template <class T>
 inline void forget(T& value) {
     asm volatile("" : "+r"(value) : : "memory");

@@ -60,12 +60,12 @@ class Idle:
         return self._sandbox.run("cat", f"/proc/{self._process.pid}/{file}").decode()
 
     def counters(self):
-        """Wake-ups of the main thread, and its processor time in ns."""
+        """Returns the wake-ups of the main thread, and its processor time in ns."""
         status = dict(line.split(":") for line in self._read("status").splitlines())
         return int(status["voluntary_ctxt_switches"]), int(self._read("schedstat").split()[0])
 
     def set_rates(self, before):
-        """Sets wake-ups a minute and processor time a minute in ms. before: the counters IDLE_SECONDS ago."""
+        """Sets wake-ups per minute, and processor time per minute in ms. before: the counters IDLE_SECONDS ago."""
         after = self.counters()
         self.wakeups = (after[0] - before[0]) * 60 / IDLE_SECONDS
         self.busy = (after[1] - before[1]) * 60 / IDLE_SECONDS / 1e6
@@ -73,8 +73,9 @@ class Idle:
     def set_memory(self):
         """Sets resident and private bytes, and the resident bytes of each mapped file.
 
-        Private are pages that the program has written and those of its own files, which are in a file system in memory
-        and therefore dirty. Pages of installed libraries are not: other processes may share them.
+        Private pages are pages that the program has written and pages of its own files, which are in a file system in
+        memory and therefore dirty. Pages of installed libraries are not private, because other processes may share
+        them.
         """
         self.resident = self.private = 0
         self.files = {}
@@ -89,13 +90,13 @@ class Idle:
                 self.private += int(words[0]) * 1024
 
     def largest(self):
-        """The five files with the most resident bytes, as a sentence."""
+        """Returns a sentence that names the five files with the most resident bytes."""
         sizes = sorted(self.files.items(), key=lambda file: file[1], reverse=True)[:5]
         return "Of the resident bytes, " + ", ".join(f"{mb(size)} are {name}" for name, size in sizes) + "."
 
 
 def service(sandbox, build, libraries, title, **settings):
-    """Starts addrpubd on a host with one address."""
+    """Starts addrpubd on a host with one address, and returns the program."""
     install(sandbox.path(FOLDER), build, libraries)
     sandbox.path(f"{FOLDER}/addrpubd.ini").write_text(INI.format(**settings))
     sandbox.add_address(f"{ADDRESS}/128")
@@ -103,7 +104,7 @@ def service(sandbox, build, libraries, title, **settings):
 
 
 def executable_alone(sandbox, build):
-    """addrpubd with a client library without dependencies, the minimum loop, and the peers, side by side."""
+    """Runs addrpubd with a client library without dependencies, the minimal loop, and the peers at the same time."""
     unused = {"name": "host1", "rdburl": "rdb://192.0.2.1:900", "dnsurl": "dns://192.0.2.2:901"}
     own = service(sandbox, build, standin(build), "addrpubd, executable alone", dnsuser="u", dnspswd="p", **unused)
     folder = sandbox.path(FOLDER)
@@ -255,7 +256,7 @@ def idle_table(programs):
         "The executable alone, the bare loop, inadyn and ddclient run side by side. The bare loop lists the addresses "
         "as the service does and does nothing else. The two services with real back ends run after them, one at a "
         "time, with the real client library. The programs with libraries alone do the least work with them and wait: a "
-        "database with one row; a DNS message and a signature. Private are the pages that a program has written and "
+        "database with one row; a DNS message and a signature. Private pages are those that a program has written and "
         "those of its own files; pages of installed libraries are shared. Address space randomisation is off, because "
         "the resident size depends on it."
     )

@@ -1,4 +1,4 @@
-"""The topic of the wait between an address change and the call that reports it."""
+"""The topic of the time between an address change and the call that reports it."""
 
 import random
 import statistics
@@ -11,7 +11,8 @@ PATIENCE = 60e9  # ns of the driven clock
 
 
 def latency(_):
-    """Changes an address at moments all over a cycle. The clock is driven, so nothing depends on the machine."""
+    """Changes an address at moments that are spread over a cycle. The test controls the clock, so the machine has no
+    effect."""
     import sandbox as sandboxes
 
     if not sandboxes.permitted():

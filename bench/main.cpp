@@ -25,7 +25,7 @@ bool add(std::string name, std::size_t batch, work run) {
     return true;
 }
 
-//  One batch. measure.py passes this function's name to callgrind, which counts and reports each call of it.
+//  Runs one batch. measure.py passes this function's name to callgrind, which counts and reports each call of it.
 __attribute__((noinline)) void counted(const measured_case& one) {
     one.run(one.batch);
     asm volatile("" : : : "memory");  // prevents a tail call: callgrind must see this function return
@@ -45,7 +45,8 @@ unsigned long long writes() {
     return found;
 }
 
-//  The first runs also allocate what later runs use again. An allocator's free lists need more than one run to settle.
+//  The first runs also allocate memory that later runs use again. The free lists of an allocator need several runs
+//  until they no longer change.
 constexpr int warm_runs = 3;
 
 //  Prints a line for each case: its name, the size of the batch, and how often the batch called write.
@@ -70,8 +71,8 @@ void register_cases() {
         });
 }
 
-//  The service's process always has other threads: those of the client library. The C library skips its locks in a
-//  process with a single thread, which would make it look cheaper here than it is in the service.
+//  The service's process always has other threads, which belong to the client library. In a process with a single
+//  thread the C library skips its locks, so its cost would be lower here than in the service.
 void start_idle_thread() {
     std::thread([] { pause(); }).detach();
 }

@@ -1,7 +1,7 @@
 """Measures programs: instructions counted by callgrind, and times with the spread of several rounds.
 
-Instructions repeat from run to run and from machine to machine. Times do not: they are medians of ROUNDS rounds, and
-their spread is half the range of the rounds.
+Instructions are the same in each run and on each machine. Times are not: they are medians of ROUNDS rounds, and their
+spread is half the range of the rounds.
 """
 
 import json
@@ -20,13 +20,13 @@ ALLOCATORS = {
 }
 LIBRARIES = Path("/usr/lib/x86_64-linux-gnu")
 COUNTED = "bench::counted(bench::measured_case const&)"  # in main.cpp
-#  Callgrind counts "rep movsb", one instruction that copies a whole buffer, once for each byte. Without it memcpy is a
-#  loop of vector instructions, also on a machine that has this instruction.
+#  Callgrind counts "rep movsb", one instruction that copies a whole buffer, once for each byte. With this setting
+#  memcpy is a loop of vector instructions, even on a machine that has this instruction.
 NO_REP_MOVSB = "GLIBC_TUNABLES=glibc.cpu.hwcaps=-ERMS"
 
 
 def installed_allocators():
-    """Name and library of each installed allocator. Prints a line for each missing one."""
+    """Returns the name and the library of each installed allocator. Prints a line for each missing allocator."""
     found = {}
     for name, library in ALLOCATORS.items():
         if library is None or (LIBRARIES / library).exists():
@@ -49,14 +49,14 @@ def succeeds(*command):
 
 
 def duration(ns):
-    """A time with its unit."""
+    """Returns a time with its unit."""
     if ns < 1_000:
         return f"{ns:.1f} ns"
     return f"{ns / 1_000:.2f} us" if ns < 1_000_000 else f"{ns / 1_000_000:.2f} ms"
 
 
 class Figures:
-    """Instructions and times per operation of each measured case."""
+    """The instructions and times per operation of each measured case."""
 
     def __init__(self, build):
         self.build = build
@@ -68,10 +68,11 @@ class Figures:
     def measure(self, topic, seconds=0.03, allocators=False, timed=".*", clock="cpu_time", wrap=(), rename=("", "")):
         """Counts and times all cases of a topic.
 
-        allocators: also those of addrpubd_bench_plain with each installed allocator, named after it.
-        timed: the cases that are timed, as a regular expression for the part of their names after the topic.
-        clock: cpu_time, the processor time of the case's thread; or real_time, for cases with threads: these are not
-        counted.
+        allocators: also measures the cases of addrpubd_bench_plain with each installed allocator. These are named after
+        it.
+        timed: the cases whose times are measured, as a regular expression for the part of their names after the topic.
+        clock: cpu_time, the processor time of the case's thread, or real_time, for cases with threads. Instructions of
+        cases with threads are not counted.
         wrap: the command that runs the program.
         rename: a part of the cases' names and its replacement.
         """
@@ -107,7 +108,7 @@ class Figures:
             self._rounds.setdefault(case["name"].replace(*names), []).append(case[clock])
 
     def count_writes(self, topic):
-        """Counts the calls of write(2). Under callgrind its own writes would be counted, too."""
+        """Counts the calls of write(2). This is not done under callgrind, whose own writes would be counted, too."""
         command = [self.build / "addrpubd_bench", "--once", f"{topic}/"]
         for line in subprocess.run(command, check=True, capture_output=True, text=True).stdout.splitlines():
             name, batch, writes = line.split()
@@ -123,11 +124,11 @@ class Figures:
         return self._writes[name]
 
     def ratio(self, name, peer):
-        """Instructions of name per instruction of peer."""
+        """Returns the instructions of name divided by the instructions of peer."""
         return self._counts[name] / self._counts[peer]
 
     def time_ratio(self, name, peer):
-        """The median over the rounds of name's time per time of peer, with its spread."""
+        """Returns the median over the rounds of name's time divided by peer's time, with its spread."""
         ratios = [a / b for a, b in zip(self._rounds[name], self._rounds[peer], strict=True)]
         return f"{statistics.median(ratios):.2f} ± {(max(ratios) - min(ratios)) / 2:.2f}"
 
@@ -137,12 +138,13 @@ class Figures:
         return f"{duration(middle)} ± {50 * (max(rounds) - min(rounds)) / middle:.0f} %"
 
     def cell(self, name):
-        """What a table shows of a case."""
+        """Returns the text that a table shows for a case."""
         return f"{self._counts[name]:,.0f} ({self.time(name)})"
 
 
 def start_cost(*command, cwd=None, wrap=()):
-    """Instructions of a program from exec to exit in user space: all of them, and those outside the loader."""
+    """Returns the instructions of a program from exec to exit in user space: all of them, and those outside the
+    loader."""
     with tempfile.TemporaryDirectory() as folder:
         file = Path(folder) / "out"
         tool = callgrind(file, "--compress-strings=no")
@@ -152,7 +154,7 @@ def start_cost(*command, cwd=None, wrap=()):
 
 
 def _costs_by_object(text):
-    """Adds up the lines of a callgrind file that are a function's own cost: those that do not follow a calls= line."""
+    """Adds up the lines of a callgrind file that state a function's own cost. These do not follow a calls= line."""
     costs = {}
     current = ""
     skip = False

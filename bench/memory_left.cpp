@@ -14,7 +14,7 @@ namespace {
 
 constexpr std::size_t million = 1'000'000;
 
-//  Resident bytes of this process.
+//  Returns the resident bytes of this process.
 long resident() {
     std::FILE* file = std::fopen("/proc/self/statm", "re");
     long total = 0;

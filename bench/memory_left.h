@@ -1,4 +1,4 @@
-//  The memory that remains with the process after it has freed all its blocks.
+//  The memory that a process still has after it has freed all its blocks.
 #ifndef BENCH_MEMORY_LEFT_H
 #define BENCH_MEMORY_LEFT_H
 
@@ -6,7 +6,7 @@
 
 namespace bench {
 
-//  Allocates a million blocks of size bytes, writes to each, frees all in the order of their allocation, and prints by
+//  Allocates a million blocks of size bytes, writes to each, and frees all in the order of their allocation. Prints by
 //  how many bytes the process has grown.
 void print_memory_left(std::size_t size);
 

@@ -102,7 +102,7 @@ void minimum_free(void* p) {
     to->freelist = block;
     ++to->freecount;
     ++cls->freecount;
-    //  The test that decides whether to release the heap. It is never true, because there is only one heap.
+    //  This test decides whether the heap is released. It is never true, because there is only one heap.
     if (cls->heapcount > 3 && to->freecount == to->blkcount && to != cls->head && cls->freecount != cls->blkperheap)
         std::abort();
     pthread_spin_unlock(&cls->lock);

@@ -1,8 +1,8 @@
-//  The minimum work of an allocator built like the pooled one: class search, a spin lock to allocate and one to free,
-//  the counters of heap and class, the block's header and the release test, with one heap of 16 blocks per class. It
-//  never grows, releases or checks.
+//  The minimum work of an allocator that is built like the pooled allocator: class search, a spin lock to allocate and
+//  one to free, the counters of heap and class, the block's header and the release test. Each class has one heap of 16
+//  blocks. The allocator never grows, never releases memory and makes no checks.
 //
-//  Threads: as for the allocator itself.
+//  Threads: the same as for the pooled allocator.
 #ifndef BENCH_MINIMUM_H
 #define BENCH_MINIMUM_H
 
@@ -10,7 +10,7 @@
 
 namespace bench {
 
-//  Requires: size is at most 4194304, and fewer than 16 blocks of its class are allocated.
+//  Requires that size is at most 4194304, and that fewer than 16 blocks of its class are allocated.
 void* minimum_malloc(std::size_t size, std::size_t* outsize);
 void minimum_free(void* p);
 

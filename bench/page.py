@@ -1,4 +1,4 @@
-"""The table on the terminal, and the part of docs/maintainer/measured.md between its two markers."""
+"""Prints the table on the terminal, and writes the part of docs/maintainer/measured.md between its two markers."""
 
 import datetime
 import os
@@ -41,7 +41,7 @@ def markdown(head, lines):
 
 
 def conditions(load):
-    """When and where the figures were made. load: the load average before the run."""
+    """Returns when and where the figures were made. load: the load average before the run."""
     busy = load > BUSY * os.cpu_count()
     remark = "**Other programs used the machine during this run: its times are unreliable.**" if busy else ""
     return (
@@ -51,13 +51,13 @@ def conditions(load):
 
 
 def bar_sections(bars):
-    """The table of all bars, and what is missed with the reasons."""
+    """Returns the table of all bars, and the bars that are missed with their reasons."""
     missed = [bar for bar in bars if not bar.met]
     lines = [[b.topic, b.measured, b.goal, "met" if b.met else "**missed**", b.times] for b in bars]
     text = f"\n## Bars\n\n{len(bars) - len(missed)} of {len(bars)} bars are met.\n\n"
     text += markdown(["topic", "measured", "bar", "", "time beside"], lines)
     if missed:
-        text += "\n## What falls short\n\n"
+        text += "\n## Bars that are missed\n\n"
         text += "".join(
             f"- **{bar.topic}**: {bar.measured}; bar: {bar.goal}. {bar.why}".rstrip() + "\n" for bar in missed
         )
@@ -66,8 +66,8 @@ def bar_sections(bars):
 
 def cost_section(costs):
     lines = [[cost.topic, cost.measured, cost.goal, cost.floor, cost.why] for cost in costs]
-    text = "\n## Costs of the fixed layout\n\nThe layout of the allocator and of its classes is fixed. These goals are "
-    text += "out of reach with it; the floor is the minimum that the layout allows.\n\n"
+    text = "\n## Costs of the fixed layout\n\nThe layout of the allocator and of its classes is fixed. This layout "
+    text += "makes these goals impossible; the floor is the minimum that the layout allows.\n\n"
     return text + markdown(["topic", "measured", "goal", "floor", "reason"], lines)
 
 

@@ -1,4 +1,5 @@
-"""The executables that are measured as a whole: addrpubd with its client library, and Debian's inadyn and ddclient."""
+"""The executables that are measured as whole programs: addrpubd with its client library, and Debian's inadyn and
+ddclient."""
 
 import shutil
 import subprocess
@@ -7,12 +8,12 @@ PEERS = {"inadyn": "usr/bin/inadyn", "ddclient": "usr/bin/ddclient"}
 
 
 def standin(build):
-    """The client library without dependencies, to measure the executable alone."""
+    """Returns the client library without dependencies. It is used to measure the executable alone."""
     return [build / "bench/quiet/librdbapix64.so"]
 
 
 def real(build):
-    """The client library, and its back ends if they are modules of their own."""
+    """Returns the real client library, and its back ends if they are separate modules."""
     return [build / "librdbapix64.so", *sorted(build.glob("librdbapix64-*.so"))]
 
 
@@ -25,7 +26,8 @@ def install(folder, build, libraries):
 
 
 def peers(build):
-    """The executables of the peers. They are unpacked, not installed, because an installed peer starts its service."""
+    """Returns the executables of the peers. Their packages are unpacked, not installed, because installing them would
+    start a service."""
     folder = build / "peers"
     folder.mkdir(exist_ok=True)
     found = {}

@@ -35,7 +35,7 @@ EXPORTED int rdb_callmsg(int handle, const char* text, int32_t length, void* cal
     return 0;
 }
 
-/*  Writes tag class 2 to its place in the record: the tag exists and may be used. */
+/*  Writes tag class 2 to its place in the record, which means that the tag exists and may be used. */
 EXPORTED int rdb_tagget(int handle, unsigned char* tag) {
     (void)handle;
     tag[189] = 2;

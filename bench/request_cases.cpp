@@ -39,7 +39,7 @@ std::unique_ptr<DnsUpdateItem> filled(std::size_t addresses) {
     return item;
 }
 
-//  The item is made on the first call and kept.
+//  The item is created at the first call and kept.
 const DnsUpdateItem& item_of(std::size_t addresses) {
     static std::map<std::size_t, std::unique_ptr<DnsUpdateItem>> items;
     std::unique_ptr<DnsUpdateItem>& item = items[addresses];
@@ -69,7 +69,7 @@ const std::string& finished_text_of(std::size_t addresses) {
     return text;
 }
 
-//  Ends the program if a peer writes a different text: its cost would not be comparable.
+//  Ends the program if a peer writes a different text, because its cost would not be comparable.
 void check(const DnsUpdateItem& item, const std::string& text) {
     if (text == finished(item))
         return;
@@ -77,7 +77,7 @@ void check(const DnsUpdateItem& item, const std::string& text) {
     std::abort();
 }
 
-//  The character that follows the backslash in c's escape, or 0 without an escape.
+//  Returns the character that follows the backslash in the escape of c, or 0 if c needs no escape.
 char escape_of(char c) {
     switch (c) {
     case '\b':
@@ -214,7 +214,7 @@ void add_writer(const std::string& who, std::size_t addresses, writer write) {
     });
 }
 
-//  The buffer already exists.
+//  The buffer exists before the measurement.
 void add_copy(std::size_t addresses) {
     add("request/memcpy/" + std::to_string(addresses), 100,
         [addresses, to = std::vector<char>(1 << 16)](std::size_t times) mutable {

@@ -5,19 +5,21 @@ from dataclasses import dataclass, field
 
 @dataclass
 class Bar:
-    """A goal that is met or missed. It is never a time: times depend on the machine and its load."""
+    """A limit for a figure, which is met or missed. It is never a limit of a time, because times depend on the machine
+    and its load."""
 
     topic: str
     measured: str
     goal: str
     met: bool
-    times: str = ""  # shown beside
-    why: str = ""  # the reason if it is missed
+    times: str = ""  # times that are shown in addition
+    why: str = ""  # the reason why it is missed
 
 
 @dataclass
 class Cost:
-    """A figure above its goal because a layout or a sequence is fixed, with the minimum for that layout."""
+    """A figure above its goal because a layout or a sequence is fixed. It is shown with the minimum that this layout
+    allows."""
 
     topic: str
     measured: str

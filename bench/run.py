@@ -1,6 +1,6 @@
 """run.py BUILD [TOPIC...]: measures all topics, prints the bars, and writes docs/maintainer/measured.md and its plots.
 
-With topics, only these are measured and nothing is written.
+If topics are given, only these are measured, and no file is written.
 """
 
 import os

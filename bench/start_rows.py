@@ -1,10 +1,10 @@
-"""The topic of a command's start and end, counted from exec to exit."""
+"""The topic of the start and end of a command, counted from exec to exit."""
 
 from measure import start_cost, succeeds
 from programs import install, peers, real, standin
 from rows import Bar, Cost, Result, Table
 
-#  A /run of its own: the command must not see the pid file of a service on this machine.
+#  A private /run, because the command must not see the pid file of a service on this machine.
 PRIVATE_RUN = ["unshare", "--mount", "--ipc", "sh", "-c", 'mount -t tmpfs tmpfs /run && exec "$@"', "sh"]
 
 
@@ -42,7 +42,8 @@ def start_bars(costs):
             f"{status / 1e6:.2f} million instructions",
             "at most 0.5 million",
             status <= 500_000,
-            why=f"The loader takes all but {outside:,} of them, for the libraries that the client library needs.",
+            why=f"Except for {outside:,} instructions, all are executed by the loader, for the libraries that the "
+            "client library needs.",
         )
     ]
     if "inadyn --version" in costs:
@@ -73,7 +74,7 @@ def start_layout(costs):
         "-ver, executable alone, outside the loader",
         f"{own:,} instructions",
         f"1.1 times /bin/true, which is {1.1 * least:,.0f}",
-        f"{floor:,} instructions: a program that has the allocator, reads the time zone and does nothing else",
+        f"{floor:,} instructions: a program that only constructs the allocator and reads the time zone",
         "The allocator builds its 30 classes before main and destroys them after it, and tunes the C library's malloc, "
         "whatever the command word is.",
     )

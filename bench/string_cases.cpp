@@ -1,4 +1,4 @@
-//  The pooled string beside std::string.
+//  The pooled string compared with std::string.
 #include "cases.h"
 #include "olk_string.h"
 

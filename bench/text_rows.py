@@ -80,7 +80,7 @@ def request(figures):
         )
     )
     cells = [[f"{n:,}", *(figures.cell(f"request/{name}/{n}") for name in who)] for n in REQUEST_GOALS]
-    note = "memcpy copies the finished text to an existing buffer. fmt escapes nothing."
+    note = "memcpy copies the finished text to an existing buffer. fmt escapes no characters."
     result.tables.append(Table("Request text", ["addresses", *who], cells, note))
     plot = [[n, *(figures.instructions(f"request/{name}/{n}") for name in who)] for n in REQUEST_GOALS]
     result.plots["request"] = [["addresses", *who], *plot]
@@ -160,7 +160,7 @@ exec "$@" """
 
 
 def addresses(figures):
-    """In a network namespace with so many addresses on lo."""
+    """Measures the address list in a network namespace with this number of addresses on lo."""
     ratios = {}
     times = []
     for number in (1, 100, 1000):

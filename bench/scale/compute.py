@@ -1,8 +1,8 @@
 """compute.py: computes the load of a fleet on the two servers from the costs of each request in figures.json.
 
-A host at rest makes within REPEAT seconds: one publication and REPEAT / LOOK checks of the connection with redis; one
-update and REPEAT / check checks with dns. It has one address and HTTPS port 443, so that a check asks two questions. A
-host that changes its address makes further requests.
+Within REPEAT seconds a host in normal operation makes the following requests. With redis: one publication and REPEAT /
+LOOK checks of the connection. With dns: one update and REPEAT / check checks. It has one address and HTTPS port 443, so
+a check has two queries. A host whose address changes makes further requests.
 """
 
 import json
@@ -14,20 +14,20 @@ from storms import arrivals, queue, tries
 FIGURES = json.loads(Path(__file__).with_name("figures.json").read_text())
 COSTS = ("packets", "bytes", "us")
 FLEETS = (10_000, 1_000_000)
-REPEAT = 600  # seconds after which the service repeats what has not changed
+REPEAT = 600  # seconds after which the service repeats an unchanged list
 LOOK = 60  # seconds between two checks of a connection to redis
 CHECKS = (60, 600, 0)  # values of the url's option check; 0: no checks
 STORM_CHECKS = (60, 600)
-HISTORY = 10_000  # entries that redis keeps for each host
+HISTORY = 10_000  # history entries that redis keeps for each host
 ABSENCES = ((0.5, "0.5 s"), (10, "10 s"), (600, "10 min"), (3600, "1 h"))
-CROWD = 640  # hosts of the measured storms
+CROWD = 640  # hosts in the measured reconnection storms
 CROWD_CHECK = 5  # seconds between the checks of these hosts
 START = 0.2  # seconds that a server takes to start
 SEED = 1
 
 
 def short(number):
-    """A number with three digits and its unit prefix."""
+    """Returns a number with three digits and its unit prefix."""
     for limit, suffix in ((1e9, " G"), (1e6, " M"), (1e4, " k")):
         if number >= limit:
             return f"{number / (1e3 if suffix == ' k' else limit):.3g}{suffix}"
@@ -43,7 +43,7 @@ def table(title, head, rows):
 
 
 def loads(kinds):
-    """Sums rate times cost over kinds of requests: (rate, {commands, packets, bytes, us, ...})."""
+    """Adds up rate times cost over the kinds of requests. Returns (rate, {commands, packets, bytes, us, ...})."""
     total = {}
     for rate, costs in kinds:
         for name, figure in costs.items():
@@ -99,10 +99,10 @@ def dns_rest(hosts, check):
 
 
 def return_cost(server):
-    """Server time of one host's return, in microseconds.
+    """Returns the server time of one host's reconnection, in microseconds.
 
-    For redis, which has lost its data, it is the minimum of the measured storms. For dns, which keeps its zone, it is
-    the sum of opening, check and update.
+    For redis, which has lost its data, it is the minimum of the measured storms. For dns, which still has its zone, it
+    is the sum of opening, check and update.
     """
     figures = FIGURES[server]
     if server == "redis":
@@ -130,7 +130,7 @@ def storm_rows(random):
 
 
 def costs():
-    """The measured cost of each kind of request."""
+    """Returns the measured cost of each kind of request."""
     for server, names in (
         ("redis", ("connect", "first", "same", "changed", "look")),
         ("bind", ("open", "same", "changed", "check")),
@@ -145,7 +145,7 @@ def costs():
 
 
 def forecast(random):
-    """The measured storms beside the computed ones, in which the server answers at once."""
+    """Compares the measured storms with computed storms in which the server answers at once."""
     for server, spread in (("redis", 0), ("bind", CROWD_CHECK), ("knot", CROWD_CHECK)):
         for storm in FIGURES[server]["storms"]:
             lost = random.random(CROWD) * spread
@@ -156,7 +156,7 @@ def forecast(random):
 
 
 def one_core():
-    """Number of hosts that one core serves if it does nothing else."""
+    """Returns the number of hosts that one core serves if it does no other work."""
     redis = FIGURES["redis"]
     each = redis["same"]["us"] / REPEAT + redis["look"]["us"] / LOOK
     yield ["redis", f"{1e6 / redis['same']['us']:,.0f}", f"{1e6 / redis['look']['us']:,.0f}", "", short(1e6 / each)]

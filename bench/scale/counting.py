@@ -1,7 +1,7 @@
-"""How a request's cost is counted: processor time of the server, packets and bytes of the loopback.
+"""How the cost of a request is counted: processor time of the server, and packets and bytes on the loopback.
 
-Each time is the minimum of ROUNDS repetitions, because other programs on the machine can only add to it. Each rate is
-the maximum of the same repetitions. Cases that are compared are interleaved.
+Each time is the minimum of ROUNDS repetitions, because other programs on the machine can only increase it. Each rate is
+the maximum of the same repetitions. Repetitions of cases that are compared are interleaved.
 """
 
 import signal
@@ -9,31 +9,31 @@ import time
 from pathlib import Path
 
 ROUNDS = 3
-SECONDS = 2  # of one repetition
+SECONDS = 2  # duration of one repetition
 MANY = 64  # hosts that publish at the same time
-NAMES = 156  # names of each of these hosts
-CROWD = 640  # hosts that lose their server
-PACED = 15  # requests, one after the other, whose packets are counted
-PAUSE = 0.06  # seconds between them: longer than a delayed acknowledgement
+NAMES = 156  # names under which each of these hosts publishes
+CROWD = 640  # hosts that lose the connection to their server
+PACED = 15  # requests, one after the other, during which packets are counted
+PAUSE = 0.06  # seconds between these requests; longer than a delayed acknowledgement
 ETHERNET = 14  # bytes per packet that the loopback counts in addition to IP
 
 
 def wire():
-    """Packets that have crossed the loopback, and their bytes including the IP header."""
+    """Returns the packets that have crossed the loopback, and their bytes including the IP header."""
     words = next(line for line in Path("/proc/net/dev").read_text().splitlines() if "lo:" in line).split()
     packets = int(words[10])
     return packets, int(words[9]) - ETHERNET * packets
 
 
 def opened():
-    """Number of TCP connections that were accepted in this network."""
+    """Returns the number of TCP connections that were accepted in this network."""
     lines = Path("/proc/net/snmp").read_text().splitlines()
     names, values = (line.split() for line in lines if line.startswith("Tcp:"))
     return int(values[names.index("PassiveOpens")])
 
 
 def crossed(action, count=1):
-    """Packets and bytes per request. action makes count requests."""
+    """Returns packets and bytes per request. action makes count requests."""
     time.sleep(PAUSE)  # until the connections that were closed before have ended
     before = wire()
     action()
@@ -43,7 +43,7 @@ def crossed(action, count=1):
 
 
 def paced(action):
-    """Packets and bytes of one action. It is made PACED times."""
+    """Returns the packets and bytes of one action. The action is repeated PACED times."""
 
     def repeat():
         for _ in range(PACED):
@@ -54,7 +54,8 @@ def paced(action):
 
 
 def cost(server, work):
-    """Runs work, which returns its number of requests. Returns server time per request in us, and requests a second."""
+    """Runs work, which returns its number of requests. Returns the server time per request in us, and the requests per
+    second."""
     cpu, start = server.cpu(), time.monotonic()
     count = work()
     return (server.cpu() - cpu) / count * 1e6, count / (time.monotonic() - start)

@@ -6,8 +6,8 @@ from counting import CROWD, MANY, NAMES, SECONDS, best, crossed, opened, paced, 
 from hosts import Hosts
 from servers import Bind, Knot, SECRET, ZONE
 
-HOSTS = MANY * NAMES  # in the zone
-GREAT = 5 * HOSTS  # in the larger zone whose memory is compared
+HOSTS = MANY * NAMES  # hosts in the zone
+GREAT = 5 * HOSTS  # hosts in the larger zone, whose memory use is compared
 POLICY_HOSTS = 10000  # each with its own key
 
 
@@ -51,7 +51,7 @@ def requests(build, server):
 
 
 def open_and_check(build, server):
-    """Measures hosts that connect without a request, and hurried hosts that only check."""
+    """Measures hosts that only connect, and hosts with shortened waits that only check."""
 
     def connect():
         hosts = open_hosts(build, server, MANY)
@@ -72,7 +72,7 @@ def open_and_check(build, server):
 
 
 def memory(server):
-    """Bytes per host: the difference between a zone and one with five times as many hosts."""
+    """Returns bytes per host, from the difference between a zone and a zone with five times as many hosts."""
     restart(server, HOSTS)
     less = server.resident()
     restart(server, GREAT)
@@ -80,12 +80,12 @@ def memory(server):
 
 
 def storms(build, server):
-    """The server is away for ten seconds. The hosts check every five seconds, so all notice it."""
+    """The server is unavailable for ten seconds. The hosts check every five seconds, so all of them detect it."""
     restart(server, CROWD)
     crowd = open_hosts(build, server, CROWD, check=5)
     crowd.order("follow")
     crowd.wait("published", CROWD)
-    time.sleep(6)  # until the checks have spread
+    time.sleep(6)  # until the checks are distributed over time
     result = [storm(server, crowd, 10)]
     crowd.end()
     return result
@@ -113,7 +113,8 @@ def measure_knot(build):
 
 
 def measure_policies(build):
-    """An update under two policies of BIND with a key per host: two rules for each host, or one rule for all."""
+    """Measures an update under two policies of BIND with a key per host: two rules for each host, or one rule for all
+    hosts."""
     result = {}
     for policy in ("name", "selfsub"):
         server = Bind(policy, POLICY_HOSTS)

@@ -1,18 +1,19 @@
-//  fleet KIND URL USER PASSWORD HOSTS FIRST: up to 16 hosts of a fleet in one process. Each host is a handle of the
-//  open client library, and a thread that makes the calls of the service's publish cycle. KIND is rdb or dns.
+//  fleet KIND URL USER PASSWORD HOSTS FIRST: runs up to 16 hosts of a fleet in one process. Each host is a handle of
+//  the open client library, and a thread that makes the calls of the service's publish cycle. KIND is rdb or dns.
 //
 //  Standard output, one line for each event; T is the monotonic clock in seconds:
 //
 //      connected HOST T     lost HOST T     published HOST T     done CALLS FAILED
 //
-//  Standard input, one order a line. "done" follows when all hosts have executed it. The program ends with its input.
+//  Standard input has one order per line. The program prints "done" when all hosts have executed the order. It ends at
+//  the end of its input.
 //
-//      publish NAMES SECONDS FRESH   each host publishes under NAMES names in turn for SECONDS; if 0, once under each.
-//                                    FRESH is 1 if the address differs each time.
-//      follow                        each host publishes as soon as it is connected, from now on, and prints
-//                                    "published"; this order has no end and no "done"
+//      publish NAMES SECONDS FRESH   each host publishes under NAMES names in turn for SECONDS; if SECONDS is 0, once
+//                                    under each name. FRESH is 1 if the address differs each time.
+//      follow                        from now on each host publishes as soon as it is connected, and prints
+//                                    "published"; this order never ends, so "done" is not printed
 //
-//  Threads: one for each host, those of the library, and main. Events only set flags.
+//  Threads: main, one for each host, and those of the library. Callbacks of events only set flags.
 #include "rdbapi.h"
 
 #include <atomic>
@@ -56,7 +57,7 @@ public:
         changed_.wait(lock, [this] { return connected_; });
     }
 
-    //  Executes order. Adds to calls and failed.
+    //  Executes order. Adds its calls and failures to the two counters.
     void publish(const Order& order, std::atomic<unsigned>& calls, std::atomic<unsigned>& failed) {
         const auto until = Clock::now() + std::chrono::seconds(order.seconds);
         for (unsigned i = 0; order.seconds == 0 ? i < order.names : Clock::now() < until; ++i) {
@@ -66,7 +67,7 @@ public:
         }
     }
 
-    //  Publishes each time the connection is made. Never returns.
+    //  Publishes each time the host is connected. Never returns.
     [[noreturn]] void follow() {
         for (;;) {
             waitConnected();
@@ -106,7 +107,7 @@ private:
         return dns_ ? sendUpdate(name_text, address_text) : put(name_text, address_text);
     }
 
-    //  As the publish cycle does: reads the tag, imports it if it does not exist, and puts the value.
+    //  Works like the publish cycle: reads the tag, imports it if it does not exist, and puts the value.
     bool put(const char* name, const char* address) const {
         RdbTag tag{};
         std::strcpy(tag.name, name);
@@ -142,7 +143,7 @@ private:
     const unsigned number_;
     int handle_ = -1;
     unsigned address_ = 0;
-    std::mutex mutex_;  // guards what follows
+    std::mutex mutex_;  // guards the members below
     std::condition_variable changed_;
     bool connected_ = false;
     bool replied_ = false;
@@ -182,7 +183,7 @@ int main(int count, char** words) {
         return 2;
     std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
     const auto first = static_cast<unsigned>(std::atoi(words[6]));
-    std::vector<Host*> hosts;  // never freed: callbacks and threads use them to the end
+    std::vector<Host*> hosts;  // never freed, because callbacks and threads use the hosts until the program ends
     for (unsigned i = 0; i < static_cast<unsigned>(std::atoi(words[5])); ++i) {
         hosts.push_back(new Host(std::strcmp(words[1], "dns") == 0, first + i));
         if (!hosts.back()->connect(words[2], words[3], words[4]))

@@ -1,4 +1,4 @@
-"""Hosts of the fleet: processes of the program fleet, 16 hosts each, that run the real client library."""
+"""Hosts of the fleet: processes of the program fleet, with 16 hosts each, that use the real client library."""
 
 import os
 import subprocess
@@ -11,9 +11,9 @@ PATIENCE = 120.0
 
 
 class Hosts:
-    """count connected hosts.
+    """A set of count connected hosts.
 
-    hurried: the waits inside the library, such as the one until the next check, are divided by 50.
+    hurried: divides the waits inside the library, such as the wait for the next check, by 50.
     first: the number of the first host.
     events: ("connected" | "lost" | "published", host, monotonic seconds), of all hosts.
     """
@@ -45,7 +45,7 @@ class Hosts:
                 self.events.append((word, int(first), float(second)))
 
     def times(self, word, since=0.0):
-        """Times of an event, in order: the first after since of each host."""
+        """Returns the times of an event in order: for each host, the first time after since."""
         found = {}
         for kind, number, when in list(self.events):
             if kind == word and when >= since:
@@ -53,7 +53,7 @@ class Hosts:
         return sorted(found.values())
 
     def wait(self, word, count, since=0.0):
-        """Waits until count hosts have had the event. Returns the times."""
+        """Waits until the event has occurred at count hosts. Returns the times."""
         give_up = time.monotonic() + PATIENCE
         while len(found := self.times(word, since)) < count:
             if time.monotonic() > give_up:
@@ -67,7 +67,7 @@ class Hosts:
             process.stdin.flush()
 
     def publish(self, names=1, seconds=0, fresh=False):
-        """Returns the number of calls. All must succeed."""
+        """Makes all hosts publish. Returns the number of calls. All of them must succeed."""
         self._done.clear()
         self.order(f"publish {names} {seconds} {int(fresh)}")
         while len(self._done) < len(self._processes):

@@ -7,12 +7,12 @@ from hosts import Hosts
 from servers import Redis
 
 URL = "redis://127.0.0.1?expire=1800"
-HURRY = 50  # divisor of the waits of a hurried host
+HURRY = 50  # divisor for the waits of a host with shortened waits
 FULL = 10000  # maximum number of entries of a history
 
 
 def protocol(server, work):
-    """Commands of work, and its bytes of the protocol to the server and from it."""
+    """Returns the commands of work, and its bytes of the protocol to the server and from the server."""
     before, asking = server.statistics()
     work()
     after = server.info()
@@ -27,7 +27,7 @@ def protocol(server, work):
 
 
 def looks(server):
-    """Number of connection checks that the server has answered. Each check has one PING."""
+    """Returns the number of connection checks that the server has answered. Each check has one PING."""
     counts = server.info().get("cmdstat_ping", "calls=0,")
     return int(counts.split("=")[1].split(",")[0])
 
@@ -39,7 +39,7 @@ def look_for(server, seconds):
 
 
 def exchanges(build, server):
-    """The requests of one host, one after the other."""
+    """Measures the requests of one host, one after the other."""
     hosts = []
 
     def connect():
@@ -54,10 +54,10 @@ def exchanges(build, server):
 
 
 def look(build, server):
-    """The check of an idle connection: the packets of one host, then the server time of many."""
+    """Measures the check of an idle connection: the packets of one host, then the server time for many hosts."""
     one = Hosts(build, "rdb", URL, 1, hurried=True)
     one.publish()
-    seconds = 4.3 * 60 / HURRY  # neither of the two waits ends near a check
+    seconds = 4.3 * 60 / HURRY  # chosen so that none of the two waits ends near a check
     before = looks(server)
     result = crossed(lambda: time.sleep(seconds))
     count = looks(server) - before
@@ -74,7 +74,8 @@ def look(build, server):
 
 
 def memory(build, server):
-    """Bytes that the server counts for a connection, a host with one history entry, and an entry of a full history."""
+    """Returns the bytes that the server counts for a connection, for a host with one history entry, and for an entry of
+    a full history."""
 
     def used():
         return int(server.info()["used_memory"])

@@ -1,7 +1,7 @@
 """The measured servers, on the loopback of a private network.
 
-Each listens on 127.0.0.1 and keeps its files in memory. cpu() is the processor time of all threads in seconds, with
-nanosecond resolution (/proc/PID/task/*/schedstat). resident() is VmRSS in bytes.
+Each server listens on 127.0.0.1 and has its files in memory. cpu() is the processor time of all threads in seconds,
+with a resolution of one nanosecond (/proc/PID/task/*/schedstat). resident() is VmRSS in bytes.
 """
 
 import base64
@@ -23,7 +23,7 @@ def host(number):
 
 
 def own_address(number):
-    """The address that the host with this number publishes until it gets a new one."""
+    """Returns the address that the host with this number publishes until it gets a new address."""
     return f"2001:db8:{number >> 16:x}:{number & 0xFFFF:x}::1"
 
 
@@ -77,7 +77,7 @@ class Server:
 
 
 class Redis(Server):
-    """Without persistence; one user for the whole fleet."""
+    """A Redis server without persistence. The whole fleet uses one user."""
 
     port = 6379
     folder = "/mnt"
@@ -96,12 +96,12 @@ class Redis(Server):
             return False
 
     def call(self, *words):
-        """What redis-cli prints."""
+        """Returns the output of redis-cli."""
         command = ["redis-cli", *map(str, words)]
         return subprocess.run(command, check=True, capture_output=True, text=True).stdout.strip()
 
     def statistics(self):
-        """The fields of INFO by name, and the bytes of this request and of its answer."""
+        """Returns the fields of INFO by name, and the bytes of this request and of its answer."""
         request = b"INFO everything\r\n"
 
         def whole(answer):
@@ -117,7 +117,8 @@ class Redis(Server):
 
 
 class DnsServer(Server):
-    """The zone contains a given number of hosts with one address each, as their updates leave it."""
+    """A DNS server whose zone contains a given number of hosts with one address each, as if their updates had written
+    them."""
 
     port = 53
     journal = ""  # the files with the server's changes, as a pattern
@@ -133,7 +134,7 @@ class DnsServer(Server):
             file.unlink()
 
     def answers(self):
-        #  A question for the zone's SOA record, preceded by its length. The answer must have no error code.
+        #  A query for the zone's SOA record, preceded by its length. The answer must have no error code.
         labels = b"".join(bytes([len(label)]) + label.encode() for label in ZONE.split("."))
         question = b"\0\7" + b"\0\0\0\1" + bytes(6) + labels + b"\0\0\6\0\1"
         try:

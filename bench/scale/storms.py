@@ -1,28 +1,30 @@
-"""The return of hosts to a server that was away, with the back-off of rdbapi/open/engine; times in seconds.
+"""Computes how hosts reconnect to a server that was unavailable, with the back-off of rdbapi/open/engine. Times are in
+seconds.
 
-In arrivals() the server serves any number of hosts at once. In queue() it serves a given number a second, one after the
-other, and a host gives up after GIVE_UP and backs off again.
+In arrivals() the server serves any number of hosts at the same time. In queue() it serves a given number per second,
+one after the other; a host gives up after GIVE_UP and pauses again.
 """
 
 import numpy
 
 MIN_BASE, MAX_BASE = 1000, 48000  # milliseconds
 DOUBLINGS = 6
-GIVE_UP = 10.0  # seconds: the limit of opening a connection
+GIVE_UP = 10.0  # seconds; the time limit of opening a connection
 STEP = 0.1  # seconds
 
 
 def delays(failures, random):
-    """A delay for each host. failures: the consecutive failures of each host."""
+    """Returns a delay for each host. failures: the number of consecutive failures of each host."""
     base = numpy.minimum(MIN_BASE * 2 ** numpy.minimum(failures - 1, DOUBLINGS), MAX_BASE)
     return (base + random.integers(0, 1 << 32, len(failures)) % (base // 4 + 1)) / 1000
 
 
 def tries(lost, away, random):
-    """lost: when each host notices that the server is away. A host that would notice after its return is left out.
+    """lost: when each host detects that the server is unavailable. Hosts that would detect it only after the server's
+    return are left out.
 
-    Returns, for the others, the time between the return of the server and that of the host, the failures of each host,
-    and the number of failed tries of all hosts.
+    Returns three results for the other hosts: the time between the return of the server and the host's reconnection,
+    the failures of each host, and the number of failed attempts of all hosts.
     """
     when = lost[lost < away]
     failures = numpy.ones(len(when), dtype=numpy.int64)
@@ -36,7 +38,7 @@ def tries(lost, away, random):
 
 
 def arrivals(when):
-    """The maximum number of hosts within one second, and the time of the last host."""
+    """Returns the maximum number of hosts within one second, and the time of the last host."""
     if len(when) == 0:
         return 0, 0.0
     ordered = numpy.sort(when)
@@ -45,7 +47,8 @@ def arrivals(when):
 
 
 def queue(when, failures, rate, random):
-    """When the last host is served, at rate hosts a second. A host that has given up costs the server nothing."""
+    """Returns when the last host is served, at rate hosts per second. A host that has given up costs the server no
+    time."""
     failures = failures.copy()
     buckets = {}
 
