@@ -104,7 +104,7 @@ TEST(AllocatorModel, BlocksKeepTheirContentsAndNeverOverlapOver30000RandomOperat
     EXPECT_TRUE(user.valid());
 }
 
-TEST(AllocatorModel, MemoryIsUnmappedInWholeMappingsWhenTheLoadFalls) {
+TEST(AllocatorModel, MemoryIsUnmappedWhenFewerBlocksAreInUse) {
     olk::allocator allocator;
     spy::watch watch;
     std::vector<void*> blocks;

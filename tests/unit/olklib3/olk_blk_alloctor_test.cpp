@@ -206,7 +206,7 @@ TEST(BlkAlloctorFirstHeap, HasTheBlocksOfEachTableRow) {
     }
 }
 
-TEST(BlkAlloctorFirstHeap, Of16ByteBlocksIs2048BlocksAndTheSecondHeap65536) {
+TEST(BlkAlloctorFirstHeap, With16ByteBlocksHas2048BlocksAndTheSecondHeapHas65536) {
     size_class cls(16, 65536);
     spy::watch watch;
     for (int i = 0; i < 2049; ++i)
