@@ -1,8 +1,8 @@
 /*
- *  The end of the service: an exit signal at any point of the service's thread, with one thread of the client library.
+ *  Shutdown of the service: an exit signal at any point of the service's thread, and one thread of the client library.
  *
  *      service    rest --> step: own code, in a lock of the allocator, in the C library's allocator --> call --> rest
- *                                                                              the call may block for ever
+ *                                                                              the call may block forever
  *      library    idle --> callback: reads the log's pointer, uses the log --> idle
  *      timer      ticks at any time after it was started
  *
@@ -19,23 +19,23 @@ mtype = { REST, OWN, ALLOCATOR, C_LIBRARY, CALL, STUCK_CALL }
 mtype place = REST;
 
 bool signalled = false;      /* the signal was sent */
-bool pending = false;        /* it was taken note of */
+bool pending = false;        /* the handler has stored the signal */
 bool ticking = false;
 byte ticks = 0;
 bool ending = false;
 
-bool log_there = true;       /* the pointer */
-bool log_alive = true;       /* the object */
+bool log_there = true;       /* the pointer to the log is set */
+bool log_alive = true;       /* the log object exists */
 bool in_callback = false;    /* the library's thread is in a callback and has read the pointer */
-bool kept = false;           /* the end has waited for that callback as long as it may */
+bool kept = false;           /* the wait for that callback has reached its limit */
 
 bool closed = false;         /* both connections were closed */
-bool cut_off = false;        /* the limit of the end was needed */
+bool cut_off = false;        /* the time limit of the shutdown was reached */
 bool ended = false;
 
 #define IN_STEP (place != REST)
 
-/* The decision of the handler: true to let the step continue. */
+/* The decision of the handler: true lets the step continue. */
 #ifdef END_AT_ONCE
 #define STEP_GOES_ON false
 #else
@@ -97,15 +97,15 @@ proctype Timer() {
     od
 }
 
-/* The end, on the service's thread: the interrupted code does not continue. If that code holds no lock, the end
-   completes;    if it holds a lock of the allocator, the end waits for the lock until the limit. */
+/* The shutdown on the service's thread: the interrupted code does not continue. If that code holds no lock, the
+   shutdown finishes. If it holds a lock of the allocator, the shutdown waits for the lock until the time limit. */
 proctype End() {
     ending;
     log_there = false;
 #ifndef NO_CALLBACK_WAIT
     if
     :: !in_callback -> skip
-    :: in_callback -> kept = true                    /* for max_callback_ticks: it uses the log no more */
+    :: in_callback -> kept = true                    /* after max_callback_ticks it no longer uses the log */
     fi;
 #endif
     if

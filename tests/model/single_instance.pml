@@ -7,11 +7,11 @@
  *      -stop    query   SIGTERM   (query, second) * limit   SIGKILL
  *
  *  A step is about one system call: other processes may run between any two steps, and a process may be killed
- *  there. A process is a number from 1 to 4, and its step is its next action. The two starters repeatedly start the odd
- *  ones; process n + 1 is the child that process n forks.
+ *  there. A process is a number from 1 to 4, and its step is its next action. The two starters repeatedly start
+ *  processes 1 and 3; process n + 1 is the child that process n forks.
  *
- *  The storm of starts and kills ends at any moment. From then on only -stop kills, which is repeated until it reports
- *  that nothing runs; and one more program is started.
+ *  The phase of random starts and kills ("storm") ends at any moment. Afterwards only -stop kills. It is repeated until
+ *  it reports that nothing runs. Then one more program is started.
  *
  *  README.md describes how to run the model, its results, and what it leaves out.
  *
@@ -21,7 +21,7 @@
 
 #define NOBODY 0
 #define LAST 4
-#define STOP_LIMIT 3         /* looks of -stop: 300 in the program */
+#define STOP_LIMIT 3         /* queries of -stop: 300 in the program */
 
 /* The next step of a process. SIGTERM ends it up to ARM, which represents the whole start of the service. */
 #define ABSENT 0             /* no such process */
@@ -33,17 +33,17 @@
 #define TRUNCATE_AGAIN 6
 #define WRITE_AGAIN 7
 #define FORK 8               /* -start */
-#define CLOSE 9              /* the parent; what it does after it, it does alone */
+#define CLOSE 9              /* the parent; its later steps affect no other process */
 #define CHDIR 10             /* the child */
 #define CHILD_CLAIM 11       /* F_SETLKW */
 #define CHILD_TRUNCATE 12
 #define CHILD_WRITE 13
 #define START 14             /* CRunCls::start */
-#define ARM 15               /* the service object is up, the signal handler is not */
-#define LOOP 16              /* the publish cycle; left by a signal only */
-#define DYING 17             /* ended by a signal, lock and all still there */
+#define ARM 15               /* the service object runs, but no signal handler is installed */
+#define LOOP 16              /* the publish cycle; only a signal ends it */
+#define DYING 17             /* a signal ends it, but it still has its lock */
 #define LEAVING 18           /* a service inside its signal handler */
-#define HUNG 19              /* the same, but it does not get on: stopped, or kept by a call */
+#define HUNG 19              /* the same, but it does not continue: stopped, or blocked in a call */
 
 /* The step of -stop. */
 #define IDLE 0
@@ -52,25 +52,25 @@
 #define LOOK 3
 #define KILL 4
 
-byte step[LAST + 2];       /* nobody is process 0, and process 4 has no child */
-byte holder = NOBODY;        /* whose record lock lies on the pid file: the kernel lets one have it */
-byte text = NOBODY;          /* whose pid the file holds; it stays when the lock goes */
+byte step[LAST + 2];       /* process 0 does not exist, and process 4 has no child */
+byte holder = NOBODY;        /* the process with the record lock on the pid file; there is at most one */
+byte text = NOBODY;          /* the process whose pid is in the file, even after it has lost the lock */
 
 byte stop_step = IDLE;
 byte stop_looks = 0;
-byte target = NOBODY;        /* whom -stop is to end; NOBODY when that one is gone, since no number comes twice */
+byte target = NOBODY;        /* the process that -stop is to end; NOBODY after it has ended */
 
 bool calm = false;           /* the storm is over */
-bool not_run = false;        /* the last -stop said so, and it was given after the storm */
-bool last_begun = false;     /* the one program after the storm */
+bool not_run = false;        /* the last -stop reported this, and it started after the storm */
+bool last_begun = false;     /* the program after the storm was started */
 
 #define IS_SERVICE(p) (step[p] == ARM || step[p] == LOOP || step[p] == LEAVING || step[p] == HUNG)
 #define SERVING (step[1] == LOOP || step[2] == LOOP || step[3] == LOOP || step[4] == LOOP)
 
-/* Only one process can hold the lock, so if this is true for all processes, at most one service runs. */
+/* Only one process can hold the lock. So if this is true for all processes, at most one service runs. */
 #define SINGLE(p) (!IS_SERVICE(p) || (holder == p && text == p))
 
-/* Nothing left to do: absent, in the loop, or waiting for the lock of another live process. */
+/* The process has no further step: it is absent, in the loop, or waiting for the lock of another live process. */
 #define SETTLED(p) (step[p] == ABSENT || step[p] == LOOP || \
                     ((step[p] == CLAIM || step[p] == CHILD_CLAIM) && holder != NOBODY && step[holder] == LOOP))
 
@@ -103,7 +103,7 @@ inline sigterm(p) {
     fi
 }
 
-/* Continues, or fails like chdir or the start of the service object; does not fail after the storm. */
+/* Continues, or fails like chdir or the start of the service object. After the storm it does not fail. */
 inline go_on_or_fail(p, next) {
     if
     :: step[p] = next
@@ -174,7 +174,7 @@ inline stop_ended() {
     stop_step = IDLE
 }
 
-/* -stop, repeatedly; after the storm until it reports that nothing runs. It may be killed, too. */
+/* Runs -stop repeatedly; after the storm, until it reports that nothing runs. -stop may be killed, too. */
 proctype Stopper() {
     do
     :: atomic { stop_step == IDLE && (!calm || !not_run) -> stop_step = PROBE }
@@ -224,7 +224,7 @@ proctype Watch() {
     !(SINGLE(1) && SINGLE(2) && SINGLE(3) && SINGLE(4)) -> assert(false)
 }
 
-/* Checks states without further steps. */
+/* Checks the states in which no process has a further step. */
 proctype DeadEnds() {
     timeout;
     assert(SETTLED(1) && SETTLED(2) && SETTLED(3) && SETTLED(4) && stop_step == IDLE && SERVING)
@@ -248,8 +248,8 @@ init {
 /* -stop always ends. */
 ltl stop_ends { [] (stop_step != IDLE -> <> (stop_step == IDLE)) }
 
-/* From every state after the storm: -stop until nothing runs, one start, and a service runs and keeps running. */
+/* From every state after the storm: after -stop until nothing runs, and one start, a service runs and keeps running. */
 ltl recovers { [] (calm -> <> [] SERVING) }
 
-/* Two starts at once and nothing else: a service starts and keeps running. */
+/* If two programs start at the same time, and nothing else happens, a service starts and keeps running. */
 ltl one_comes_up { <> [] SERVING }

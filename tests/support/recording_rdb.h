@@ -78,8 +78,8 @@ constexpr std::size_t every_call = SIZE_MAX;
 //  Sets the result of the function; for create, the returned handle.
 void script_result(Function function, std::size_t index, int result);
 
-//  Sets the class that rdb_tagget or rdb_taginport stores in the caller's record, also if it returns an error. A
-//  negative value leaves the byte unchanged, which is the default of rdb_taginport.
+//  Sets the class that rdb_tagget or rdb_taginport stores in the caller's record, even if it returns an error.
+//  A negative value leaves the byte unchanged; this is the default for rdb_taginport.
 void script_tag_class(Function function, std::size_t index, int tag_class);
 
 //  Makes the call deliver an event on the caller's own thread before it returns. The event has the handle of the call.
