@@ -1,10 +1,13 @@
-/*  A program that does the least work with the libraries of back ends and then waits: the floor of the idle service's
- *  memory with these back ends. Compiled once for each of
+/*  The least work with the libraries of back ends: the floor of the idle service's memory with these back ends.
  *
  *      bare_libc       nothing but the C library
  *      bare_sqlite     WITH_SQLITE: a database with a log and one row, in the working directory
  *      bare_servers    WITH_SERVERS: one parser of Redis replies, one DNS message, one HMAC
+ *
+ *  Each is a program that does it and waits. The last two are also, AS_CLIENT_LIBRARY, part of a client library that does
+ *  it when it is loaded and nothing afterwards (quiet_rdb.c).
  */
+#include <stdlib.h>
 #include <unistd.h>
 
 #ifdef WITH_SQLITE
@@ -43,9 +46,16 @@ static int work(void) {
 }
 #endif
 
+#ifdef AS_CLIENT_LIBRARY
+__attribute__((constructor)) static void start(void) {
+    if (!work())
+        abort();
+}
+#else
 int main(void) {
     if (!work())
         return 1;
     for (;;)
         pause();
 }
+#endif
