@@ -1,6 +1,7 @@
 """campaign.py [--build FOLDER] [--jobs N] [SECONDS] [TARGET...]: runs the fuzz targets, each for SECONDS (default 600).
+campaign.py [--build FOLDER] --keep N TARGET...: adds inputs of the last campaigns to tests/fuzz/corpus (found.py).
 
-A target starts from its seeds in tests/fuzz/corpus and from the inputs that earlier campaigns stored in
+A target starts from its corpus (tests/fuzz/corpus) and from the inputs that earlier campaigns stored in
 FOLDER/campaign/TARGET/corpus. It stores new inputs there as well. It stops at its first finding, which is stored next
 to its log. The program prints a line for each running target every 30 seconds. At the end it prints a table, also to
 FOLDER/campaign/table.txt. A run of all targets for 600 s or longer also writes the table into the verification page.
@@ -16,6 +17,7 @@ from pathlib import Path
 
 sys.path.insert(1, str(Path(__file__).resolve().parents[1] / "support"))
 
+import found  # noqa: E402
 import page_figures  # noqa: E402
 
 HERE = Path(__file__).resolve().parent
@@ -45,7 +47,7 @@ class Run:
         self._begun = time.monotonic()
         self._begun_at = time.time()
         with self.log.open("wb") as log:
-            self.process = subprocess.Popen([*command, kept, HERE / "corpus" / name], stdin=subprocess.DEVNULL,
+            self.process = subprocess.Popen([*command, kept, build / found.UNPACKED / name], stdin=subprocess.DEVNULL,
                                             stdout=log, stderr=subprocess.STDOUT)
         self.seconds = 0
 
@@ -107,6 +109,7 @@ def main():
     parser.add_argument("words", nargs="*", metavar="[SECONDS] [TARGET...]", help="all targets when none is named")
     parser.add_argument("--build", type=Path, default=ROOT / "build" / "asan")
     parser.add_argument("--jobs", type=int, default=os.cpu_count(), help="targets at once (default: the cores)")
+    parser.add_argument("--keep", type=int, metavar="N", help="run nothing; add up to N inputs per target to its archive")
     chosen = parser.parse_args()
     targets = list(chosen.words)
     seconds = int(targets.pop(0)) if targets and targets[0].isdigit() else USUAL_SECONDS
@@ -114,6 +117,10 @@ def main():
     unknown = sorted(set(targets) - set(built))
     if unknown or not built:
         parser.error(f"no such target: {' '.join(unknown)}; there are: {' '.join(built)}")
+    if chosen.keep is not None:
+        for name in targets or built:
+            print(f"{name}: {found.keep(chosen.build, name, chosen.keep)} inputs added")
+        return 0
 
     print("        ", HEADER)
     runs = campaign(targets or built, chosen.build, seconds, max(chosen.jobs, 1))
