@@ -28,7 +28,6 @@ SYSTEM_FILES = (
     "tests/libclockshim.so",
     "tests/libfailshim.so",
     "tests/recording/librdbapix64.so",
-    "tests/journal/librdbapix64.so",
 )
 FLAGS = "-O0 -g0 -w"  # fast to compile; no test depends on optimisation
 

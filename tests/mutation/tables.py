@@ -61,7 +61,7 @@ class Covering:
         """Returns the targets that cmake must build for these sources."""
         targets = {name for file in files for part in self._units[file] for name in (part.program, *part.others)}
         if with_system and any(self._systems[file] for file in files):
-            targets |= {"addrpubd", "recording_rdb_shared", "journal_rdb_shared", "clockshim", "failshim"}
+            targets |= {"addrpubd", "recording_rdb_shared", "clockshim", "failshim"}
         return sorted(targets)
 
 

@@ -15,8 +15,8 @@ The model shares no code with the service.
 import datetime
 import json
 import socket
+from typing import NamedTuple
 
-from journal import UNTOUCHED, Call
 from recording import CONNECTED, DISCONNECTED, expected_import, expected_query, expected_snapshot
 
 RDB, DNS = "rdb", "dns"
@@ -25,7 +25,36 @@ LEVEL_NAMES = {ERR: "err", INF: "inf", DBG: "dbg"}
 SECOND = 1_000_000_000
 TURN = SECOND // 10
 USABLE = 2
+UNTOUCHED = -1  # tag class if rdb_taginport does not change it
 LAST_SEQNO = 2147483647
+
+
+class Call(NamedTuple):
+    """One call of the client library, of the service or of the model.
+
+    function            number      payload
+    rdb_connectex       reserved    url, user and password, each with its zero
+    rdb_callmsg         length      the text
+    rdb_tagget          0           the record as passed
+    rdb_taginport       mode        the record as passed
+    rdb_objputsnapshot  count       the records
+    all others          0           nothing
+    """
+
+    wall_ns: int
+    function: str
+    handle: int
+    result: int
+    number: int
+    payload: bytes
+
+    @classmethod
+    def of(cls, call):
+        """Returns a recorded call in this form."""
+        texts = b"".join(text + b"\0" for text in (call.url, call.account, call.password))
+        payload = texts if call.call == "rdb_connectex" else call.text or call.record
+        number = call.reserved or call.length or call.mode or call.count
+        return cls(call.wall_ns, call.call, call.handle, call.result, number, payload)
 
 
 def publishable(address):

@@ -9,7 +9,7 @@ from sandbox import PATIENCE, wait_until
 CONNECTED = 60001
 DISCONNECTED = 60003
 
-_HEX_FIELDS = ("url", "account", "password", "text", "record", "record_after")
+_HEX_FIELDS = ("url", "account", "password", "text", "record")
 
 
 class Recording:
@@ -21,6 +21,7 @@ class Recording:
         self._script = sandbox.path(f"{directory}/{name}.script")
         self._script.write_text("")
         self._socket = None
+        self._calls, self._read = [], 0  # the calls so far, and the bytes of the file that contain them
         self.env = {
             "RECORDING_RDB_LOG": f"{directory}/{name}.calls",
             "RECORDING_RDB_CONTROL": f"{directory}/{name}.control",
@@ -30,15 +31,23 @@ class Recording:
     def close(self):
         if self._socket is not None:
             self._socket.close()
+        self._socket = None
 
     def before_start(self, *commands):
-        """Sets commands that apply from the library's first call on. Must be called before the program starts."""
+        """Sets commands that apply from the library's first call on, in all later runs."""
         with self._script.open("a") as script:
             script.writelines(command + "\n" for command in commands)
 
     def tell(self, command):
         """Sends a command to the running library and waits until the library has executed it. Returns whether that was
         possible."""
+        try:
+            return self._ask(command)
+        except BrokenPipeError:  # the process of the connection has ended; another one runs
+            self.close()
+            return self._ask(command)
+
+    def _ask(self, command):
         if self._socket is None:
             wait_until(self._control.exists, "the library's socket")
             self._socket = wait_until(self._connect, "the library to listen")
@@ -66,20 +75,22 @@ class Recording:
         for handle in handles:
             self.event(handle, DISCONNECTED)
 
-    def reply(self, request, text):
-        assert self.tell(f"reply {request} {text.hex()}")
+    def reply(self, text):
+        """Delivers a reply to the last request that was not refused."""
+        assert self.tell(f"reply {text.hex()}")
 
     def calls(self, *functions):
         """Returns all calls so far, or those of the named functions, in order. Texts and records are bytes."""
-        if not self._log.exists():
-            return []
-        found = []
-        for line in self._log.read_text().splitlines():
-            fields = json.loads(line)
-            if not functions or fields["call"] in functions:
+        if self._log.exists():
+            with self._log.open("rb") as log:
+                log.seek(self._read)
+                new = log.read()
+            self._read += len(new)
+            for line in new.splitlines():
+                fields = json.loads(line)
                 fields |= {name: bytes.fromhex(fields[name]) for name in _HEX_FIELDS}
-                found.append(SimpleNamespace(**fields))
-        return found
+                self._calls.append(SimpleNamespace(**fields))
+        return [call for call in self._calls if not functions or call.call in functions]
 
     def names(self):
         """Returns the calls so far as (function, handle)."""

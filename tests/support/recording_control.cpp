@@ -10,7 +10,7 @@
 //
 //      result FUNCTION INDEX VALUE     class FUNCTION INDEX VALUE
 //      during FUNCTION INDEX EVENT     hold FUNCTION INDEX
-//      event HANDLE EVENT VALUE        reply REQUEST HEXBYTES
+//      event HANDLE EVENT VALUE        reply HEXBYTES
 //      held MILLISECONDS               release
 //
 //  The thread starts with the first rdb_create. If it started when the library is loaded, it would not exist in a
@@ -18,6 +18,7 @@
 #include <fcntl.h>
 #include <sys/socket.h>
 #include <sys/un.h>
+#include <time.h>
 #include <unistd.h>
 
 #include <csignal>
@@ -57,18 +58,22 @@ std::string unhex(const std::string& text) {
     return bytes;
 }
 
-//  All texts are written as hexadecimal digits, so escapes are not needed.
+//  All texts are written as hexadecimal digits, so escapes are not needed. wall_ns is the process's wall clock,
+//  nanoseconds since the epoch.
 void write_line(const Call& call) {
+    timespec now{};
+    clock_gettime(CLOCK_REALTIME, &now);
     std::ostringstream line;
     line << "{\"call\":\"" << name_of(call.function) << "\",\"index\":" << call.index
+         << ",\"wall_ns\":" << now.tv_sec * 1'000'000'000 + now.tv_nsec
          << ",\"main_thread\":" << (call.main_thread ? "true" : "false") << ",\"pid\":" << getpid()
          << ",\"handle\":" << call.handle << ",\"result\":" << call.result << ",\"callback\":" << call.callback
          << ",\"user\":" << call.user << ",\"url\":\"" << hex(call.url) << "\",\"account\":\"" << hex(call.account)
          << "\",\"password\":\"" << hex(call.password) << "\",\"reserved\":" << call.reserved << ",\"text\":\""
          << hex(call.text) << "\",\"length\":" << call.length
          << ",\"terminated\":" << (call.terminated ? "true" : "false") << ",\"record\":\"" << hex(call.record)
-         << "\",\"record_after\":\"" << hex(call.record_after) << "\",\"mode\":" << call.mode
-         << ",\"result_before\":" << call.result_before << ",\"count\":" << call.count << "}\n";
+         << "\",\"mode\":" << call.mode << ",\"result_before\":" << call.result_before << ",\"count\":" << call.count
+         << "}\n";
     const std::string bytes = line.str();
     static_cast<void>(!write(g_log, bytes.data(), bytes.size()));
 }
@@ -127,10 +132,9 @@ bool obey(const std::string& line) {
         return recording_rdb::fire_event(handle, event, value);
     }
     if (verb == "reply") {
-        std::size_t request = 0;
         std::string digits;
-        words >> request >> digits;
-        return recording_rdb::fire_reply(request, unhex(digits));
+        words >> digits;
+        return recording_rdb::fire_reply(unhex(digits));
     }
     if (verb == "held") {
         int milliseconds = 0;
@@ -165,6 +169,7 @@ void serve(int listener) {
 }
 
 void listen_on(const char* path) {
+    unlink(path);  // that of an earlier run
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
     std::snprintf(address.sun_path, sizeof address.sun_path, "%s", path);
@@ -187,6 +192,7 @@ void open_outside() {
     if (const char* path = std::getenv("RECORDING_RDB_LOG")) {
         g_log = open(path, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0666);
         recording_rdb::set_observer(write_line);
+        recording_rdb::stop_storing();
     }
     if (const char* path = std::getenv("RECORDING_RDB_SCRIPT")) {
         std::ifstream script(path);

@@ -37,6 +37,9 @@ struct State {
     std::array<std::size_t, function_count> made{};
     std::map<std::pair<Function, std::size_t>, Script> scripts;
     std::map<int, Receiver> receivers;
+    RdbReply reply = nullptr;  // of the last request that was not refused
+    void* reply_user = nullptr;
+    bool storing = true;
     std::function<void(const Call&)> observer;
 };
 
@@ -141,9 +144,14 @@ int finish(Call& call, RdbTag* tag, std::optional<int> usual_class) {
             if (tag_class >= 0) {
                 tag->tagclass = static_cast<std::uint8_t>(tag_class);
             }
-            call.record_after = bytes_of(tag, sizeof *tag);
         }
-        s.calls.push_back(call);
+        if (call.function == Function::callmsg && call.result == 0) {
+            s.reply = std::bit_cast<RdbReply>(call.callback);
+            s.reply_user = std::bit_cast<void*>(call.user);
+        }
+        if (s.storing) {
+            s.calls.push_back(call);
+        }
         if (s.observer) {
             s.observer(call);
         }
@@ -255,17 +263,13 @@ bool fire_event_from_thread(int handle, std::int32_t event, std::int64_t value) 
     return fired;
 }
 
-bool fire_reply(std::size_t request, std::string_view text) {
+bool fire_reply(std::string_view text) {
     RdbReply callback = nullptr;
     void* user = nullptr;
     {
         const Guard guard;
-        for (const Call& call : state().calls) {
-            if (call.function == Function::callmsg && call.index == request && call.result == 0) {
-                callback = std::bit_cast<RdbReply>(call.callback);
-                user = std::bit_cast<void*>(call.user);
-            }
-        }
+        callback = state().reply;
+        user = state().reply_user;
     }
     if (callback == nullptr) {
         return false;
@@ -285,15 +289,20 @@ bool fire_reply(std::size_t request, std::string_view text) {
     return true;
 }
 
-bool fire_reply_from_thread(std::size_t request, std::string_view text) {
+bool fire_reply_from_thread(std::string_view text) {
     bool fired = false;
-    std::thread([&] { fired = fire_reply(request, text); }).join();
+    std::thread([&] { fired = fire_reply(text); }).join();
     return fired;
 }
 
 void set_observer(std::function<void(const Call&)> observer) {
     const Guard guard;
     state().observer = std::move(observer);
+}
+
+void stop_storing() {
+    const Guard guard;
+    state().storing = false;
 }
 
 void set_first_create_hook(void (*hook)()) {
@@ -358,6 +367,12 @@ int rdb_tagget(int handle, RdbTag* tag) {
     call.function = Function::tagget;
     call.handle = handle;
     call.record = bytes_of(tag, sizeof *tag);
+    if (tag != nullptr) {
+        RdbTag filled;
+        std::memset(&filled, 0xa5, sizeof filled);
+        std::memcpy(filled.name, tag->name, sizeof filled.name);
+        *tag = filled;
+    }
     return finish(call, tag, RDB_TAG_CLASS_USABLE);
 }
 

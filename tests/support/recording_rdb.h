@@ -3,10 +3,12 @@
 //  recording_rdb.cpp defines the nine functions of rdbapi.h. Each call first applies its script: result, tag class,
 //  synchronous event. Then the call is stored with its position in the order of all calls, its arguments and the raw
 //  bytes of its records. Without a script every call succeeds: handles are 0, 1, 2, ..., rdb_tagget stores class 2, and
-//  all other functions return 0.
+//  all other functions return 0. rdb_tagget sets all other bytes of the record except the name to 0xa5, so that a test
+//  detects a caller that does not clear the record for its next call.
 //
 //  In a unit test (target recording_rdb) the test calls the functions below directly. In the shared library for system
-//  tests, recording_control.cpp calls them for a test in another process.
+//  tests, recording_control.cpp calls them for a test in another process. The calls are then in a file and not in
+//  memory, so that any growth of the process is caused by the service.
 //
 //  Threads: any thread may call these functions and the nine functions of rdbapi.h. A signal handler that interrupted
 //  any of them may call rdb_disconnect and rdb_destory. Callbacks run without a lock. Nothing is written to standard
@@ -43,7 +45,7 @@ const char* name_of(Function function);
 //  One recorded call. Fields that are not arguments of the function keep their initial values.
 struct Call {
     Function function = Function::create;
-    std::size_t order = 0;     // number among all calls since reset(), from 0
+    std::size_t order = 0;     // number among the stored calls, from 0
     std::size_t index = 0;     // number among the calls of the same function, from 0
     bool main_thread = false;  // called on the main thread, whose id is the process id
     int handle = -1;           // argument; for create the returned handle
@@ -61,9 +63,8 @@ struct Call {
     std::int32_t length = 0;  // callmsg: the length argument
     bool terminated = false;  // callmsg: a zero byte follows the text
 
-    std::string record;        // tagget, taginport: 256 bytes as passed; objputsnapshot: 1104 bytes for each record
-    std::string record_after;  // tagget, taginport: the 256 bytes after the call
-    int mode = 0;              // taginport
+    std::string record;              // tagget, taginport: 256 bytes as passed; objputsnapshot: 1104 for each record
+    int mode = 0;                    // taginport
     std::int32_t result_before = 0;  // taginport: the integer that the last argument points to, before the call
     int count = 0;                   // objputsnapshot
 };
@@ -101,14 +102,17 @@ std::vector<Call> calls_of(Function function);
 bool fire_event(int handle, std::int32_t event, std::int64_t value = 0);
 bool fire_event_from_thread(int handle, std::int32_t event, std::int64_t value = 0);
 
-//  Calls the reply callback of the request with this index. The byte after the text cannot be read. Returns true after
-//  the callback, or false if there is no such request or if the request was refused.
-bool fire_reply(std::size_t request, std::string_view text);
-bool fire_reply_from_thread(std::size_t request, std::string_view text);
+//  Calls the reply callback of the last request that was not refused. The byte after the text cannot be read. Returns
+//  true after the callback, or false if there is no such request.
+bool fire_reply(std::string_view text);
+bool fire_reply_from_thread(std::string_view text);
 
-//  Sets a function that is called with each call after it was stored. Calls are passed one at a time, with signals
-//  blocked. An empty function removes the observer.
+//  Sets a function that is called with each call, one at a time, with signals blocked. An empty function removes the
+//  observer.
 void set_observer(std::function<void(const Call&)> observer);
+
+//  Stops storing calls: from now on only the observer gets them, and calls() does not change.
+void stop_storing();
 
 //  Sets a function that is called once, without a lock, at the start of the process's first rdb_create. reset() keeps
 //  it.

@@ -12,13 +12,11 @@ Each method acts on both the service and the model. Between calls the service's 
 
 import datetime
 import os
-import shutil
 
 import surroundings
 from clock import SECOND, START
-from cycle_model import DNS, RDB, CycleModel
-from host import BUILD, DIRECTORY, SETTINGS, Host
-from journal import UNTOUCHED, Journal
+from cycle_model import DNS, RDB, UNTOUCHED, Call, CycleModel
+from host import SETTINGS, Host
 from network import LO, Network
 from recording import CONNECTED, DISCONNECTED, snapshot
 
@@ -29,9 +27,8 @@ class Scenario:
     def __init__(self, addresses=(), wall_start_ns=START, **settings):
         self.host = Host(wall_start_ns)
         self.sandbox = self.host.sandbox
-        shutil.copy(BUILD / "tests/journal/librdbapix64.so", self.sandbox.path(DIRECTORY))
         self.network = Network(self.sandbox)
-        self.journal = Journal(self.sandbox, DIRECTORY)
+        self.library = self.host.library
         self.settings = SETTINGS | settings
         self.host.settings(**settings)
         self.wall_start_ns = wall_start_ns
@@ -50,10 +47,10 @@ class Scenario:
         assert self.process is None, "ended, or started twice"
         earlier, self.model = self.model, CycleModel(self.settings, self.wall_start_ns)
         if earlier is not None:  # the servers and their records are kept from the earlier run
-            self.model.calls = self.journal.calls()
+            self.model.calls = self.calls()
             self.model.answers = earlier.answers
             self.model.query_class, self.model.import_class = earlier.query_class, earlier.import_class
-        self.process = self.host.start("-run", env=self.journal.env)
+        self.process = self.host.start("-run")
         self.control = self.host.clock.of(self.process)
         self.control.wait_parked()
         self.model.start()
@@ -79,7 +76,7 @@ class Scenario:
     def compare_calls(self):
         """Compares all calls so far with the model's. They are compared one by one, so that a failure message is
         short."""
-        calls = self.journal.calls()
+        calls = self.calls()
         for place, (call, expected) in enumerate(zip(calls, self.model.calls, strict=False)):
             assert call == expected, f"call {place}"
         assert len(calls) == len(self.model.calls)
@@ -134,27 +131,39 @@ class Scenario:
             self.event(server, DISCONNECTED)
 
     def event(self, server, code):
-        self.journal.event(self._handle(server), code)
+        self.library.event(self._handle(server), code)
         self.model.event(server, code)
 
     def reply(self, text):
-        self.journal.reply(text)
+        self.library.reply(text)
         self.model.reply(text)
 
     def answer(self, function, result):
         """Sets the result of the function from now on."""
-        self.journal.answer(function, result)
+        self._command(f"result {function} * {result}")
         self.model.answers[function] = result
 
     def tag_class(self, queried=2, imported=UNTOUCHED):
         """Sets the class of the tag in queries and after an import, from now on."""
-        self.journal.tag_class(queried, imported)
+        self._command(f"class rdb_tagget * {queried}", f"class rdb_taginport * {imported}")
         self.model.query_class, self.model.import_class = queried, imported
+
+    def _command(self, *commands):
+        """Gives commands to the library, for this run, if the service runs, and for all later ones."""
+        self.library.before_start(*commands)
+        if self.process is not None:
+            assert all([self.library.tell(command) for command in commands])
 
     def _handle(self, server):
         return 1 if server == DNS and self.settings["rdburl"] else 0
 
     #  Calls of the service
+
+    def calls(self):
+        """Returns all calls so far as those of the model. All must come from the main thread."""
+        calls = self.library.calls()
+        assert all(call.main_thread for call in calls)
+        return [Call.of(call) for call in calls]
 
     def wall_ns(self):
         return self.model.wall_ns()
@@ -164,12 +173,12 @@ class Scenario:
 
     def seen(self, *functions):
         """Returns all calls of these functions, with their times in seconds since the start, by the wall clock."""
-        calls = [call for call in self.journal.calls() if call.function in functions]
+        calls = [Call.of(call) for call in self.library.calls(*functions)]
         return [(self.elapsed(call.wall_ns), call) for call in calls]
 
     def names(self):
         """Returns the functions called since the end of the start."""
-        calls = [call.function for call in self.journal.calls()]
+        calls = [call.call for call in self.library.calls()]
         while calls and calls[0] in ("rdb_create", "rdb_setmessagenotify", "rdb_connectex"):
             del calls[0]
         return calls

@@ -21,7 +21,7 @@ def test_301_a_record_is_one_line_with_time_level_and_text(host):
     host.sandbox.add_address("2001:db8::1/64")
     process, control = host.run(RDB, DNS)
     control.advance(0.1)
-    host.library.reply(0, b"r")
+    host.library.reply(b"r")
     host.library.disconnect(RDB)
     expected = (
         host.line("inf", b"connect rdb server rdb://192.0.2.1:900 success.")
@@ -95,8 +95,8 @@ def test_308_a_full_buffer_is_written_before_the_exit(host):
     host.sandbox.add_address("2001:db8::1/64")
     process, control = host.run(DNS)
     control.advance(0.1)
-    host.library.reply(0, b"x" * 100_000)
-    host.library.reply(0, b"y")
+    host.library.reply(b"x" * 100_000)
+    host.library.reply(b"y")
     assert b"recv: xxxx" in process.output_so_far()
     host.stop(process)
 
@@ -110,7 +110,7 @@ def test_309_a_closed_standard_output_affects_neither_service_nor_pid_file(host)
     host.library.connect(RDB, DNS)
     control.advance(0.1)
     assert host.library.puts() == [b"2001:db8::1"]
-    host.library.reply(0, b"x" * 10_000)  # more than the C library's buffer
+    host.library.reply(b"x" * 10_000)  # more than the C library's buffer
     process.kill()
     assert process.wait() == 0
     assert host.pidfile() == f"{process.pid}\n".encode()

@@ -55,7 +55,7 @@ def test_322_without_a_level_requests_and_replies_are_not_logged(host):
     until = receive(host)
     process, control = host.run(DNS)
     control.advance(0.1)
-    host.library.reply(0, b"r")
+    host.library.reply(b"r")
     host.stop(process)
     assert until(STOP)[len(START) + 1 :] == [STOP]
 
@@ -67,7 +67,7 @@ def test_323_with_level_40_or_more_requests_and_replies_are_logged(host, level):
     until = receive(host)
     process, control = host.run(DNS)
     control.advance(0.1)
-    host.library.reply(0, b"r\n\"")
+    host.library.reply(b"r\n\"")
     host.stop(process)
     assert until(STOP)[len(START) + 1 :] == [
         header(40) + b"send: " + host.library.requests()[0],
@@ -133,8 +133,8 @@ def test_330_a_record_that_is_too_long_is_dropped_completely(host):
     process, control = host.run(DNS)
     control.advance(0.1)
     room = 30719 - len(header(40) + b"recv: ")
-    host.library.reply(0, b"a" * (room + 1))
-    host.library.reply(0, b"b" * room)
+    host.library.reply(b"a" * (room + 1))
+    host.library.reply(b"b" * room)
     host.stop(process)
     assert until(STOP)[-2:] == [header(40) + b"recv: " + b"b" * room, STOP]
     assert not any(b"aaa" in record for record in until(STOP))
@@ -183,7 +183,7 @@ def test_334_a_receiver_that_never_reads_does_not_delay_the_service(host):
     process, control = host.run(RDB, DNS)
     control.advance(0.1)
     for _ in range(100):
-        host.library.reply(0, b"x" * 30_000)  # 3 MB, more than a receiver's buffer
+        host.library.reply(b"x" * 30_000)  # 3 MB, more than a receiver's buffer
     control.advance(600)
     assert host.library.puts() == [b"2001:db8::1"] * 2
     assert host.stop(process) == QUIET_OUTPUT

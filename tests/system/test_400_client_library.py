@@ -131,7 +131,7 @@ def test_412_a_reply_is_read_only_up_to_its_length(host, text):
     host.sandbox.add_address("2001:db8::1/64")
     process, control = host.run(DNS)
     control.advance(0.1)
-    host.library.reply(0, text)
+    host.library.reply(text)
     assert host.log(process)[-1] == b"[dbg] recv: " + text
 
 
@@ -140,8 +140,8 @@ def test_413_a_reply_has_no_effect(host):
     _, control = host.run(RDB, DNS)
     control.advance(0.1)
     calls = host.library.names()
-    host.library.reply(0, b'{"request":"ws_dnsupdate","seqno":1,"result":-1}')
-    host.library.reply(0, b"second reply to the same request")
+    host.library.reply(b'{"request":"ws_dnsupdate","seqno":1,"result":-1}')
+    host.library.reply(b"second reply to the same request")
     control.advance(599)
     assert host.library.names() == calls
 
@@ -151,7 +151,7 @@ def test_414_a_reply_after_the_connection_was_lost_is_logged(host):
     process, control = host.run(DNS)
     control.advance(0.1)
     host.library.disconnect(DNS)
-    host.library.reply(0, b"late")
+    host.library.reply(b"late")
     assert host.log(process)[-1] == b"[dbg] recv: late"
 
 

@@ -121,9 +121,9 @@ def test_6109_the_background_service_publishes_like_the_foreground_run(new_scena
     scenario.up(RDB, DNS)
     scenario.run(hour)
     scenario.end()
-    on_the_console = scenario.journal.calls()
+    on_the_console = scenario.calls()
 
-    parent = scenario.host.start("-start", env=scenario.journal.env)
+    parent = scenario.host.start("-start")
     pid = wait_until(lambda: [pid for pid in scenario.host.clock.pids() if pid > parent.pid], "the child")[0]
     child = scenario.sandbox.adopt(pid)
     control = scenario.host.clock.of(child)
@@ -131,11 +131,11 @@ def test_6109_the_background_service_publishes_like_the_foreground_run(new_scena
     scenario.host.clock.of(parent).let_run(31)
     assert parent.wait() == 0
     for handle in HANDLES:
-        scenario.journal.event(handle, CONNECTED)
+        scenario.library.event(handle, CONNECTED)
     control.advance(hour)
     child.kill()
     assert child.wait() == 0
-    assert scenario.journal.calls()[len(on_the_console) :] == on_the_console
+    assert scenario.calls()[len(on_the_console) :] == on_the_console
 
 
 def test_6110_a_service_that_was_stopped_for_an_hour_runs_one_cycle(new_scenario):

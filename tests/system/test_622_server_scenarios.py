@@ -198,7 +198,7 @@ def test_6234_a_day_without_any_server_makes_no_call_at_all(new_scenario):
     scenario = new_scenario(addresses=[ADDRESS], rdburl=None, dnsurl=None)
     scenario.start()
     scenario.run(day)
-    assert (scenario.control.sleeps, scenario.journal.calls()) == (day * 10 + 1, [])
+    assert (scenario.control.sleeps, scenario.calls()) == (day * 10 + 1, [])
 
 
 def test_6235_the_service_waits_a_day_for_servers_that_never_connect(new_scenario):

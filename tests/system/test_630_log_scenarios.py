@@ -71,7 +71,7 @@ def test_6302_the_published_data_do_not_depend_on_the_log(new_scenario):
         scenario = new_scenario(addresses=[ADDRESS], logurl=logurl)
         busy_hour(scenario)
         scenario.end()
-        calls.append(scenario.journal.calls())
+        calls.append(scenario.calls())
     assert calls[1:] == calls[:1] * 4
     assert len(calls[0]) > 70
 

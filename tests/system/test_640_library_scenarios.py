@@ -20,9 +20,9 @@ def test_6401_a_late_reply_is_logged_and_changes_nothing(new_scenario, late):
     scenario = new_scenario(addresses=[ADDRESS])
     begin(scenario)
     scenario.run(late)
-    calls = scenario.journal.calls()
+    calls = scenario.calls()
     scenario.reply(b'{"seqno":1,"code":-1,"message":"refused"}')
-    assert scenario.journal.calls() == calls
+    assert scenario.calls() == calls
     scenario.run(7300 - late)
     assert scenario.request_times() == [0.1] + [600.0 * number for number in range(1, 13)]
 
@@ -145,13 +145,13 @@ def test_6412_after_many_concurrent_events_the_service_ends_normally(new_scenari
     scenario.control.let_run(3600)
     for number in range(2000):
         for handle in HANDLES:
-            scenario.journal.event(handle, DISCONNECTED if number % 2 else CONNECTED)
+            scenario.library.event(handle, DISCONNECTED if number % 2 else CONNECTED)
     scenario.control.wait_parked()
     before = (len(scenario.puts()), len(scenario.requests()))
     scenario.control.advance(1200)
     assert (len(scenario.puts()), len(scenario.requests())) == before
     for handle in HANDLES:
-        scenario.journal.event(handle, CONNECTED)
+        scenario.library.event(handle, CONNECTED)
     scenario.control.advance(10)
     assert (len(scenario.puts()), len(scenario.requests())) == (before[0] + 1, before[1] + 1)
     scenario.process.kill()

@@ -205,7 +205,7 @@ TEST_F(DnsReply, AReplyIsLoggedAtLevel40UpToItsLength) {
     cycle(start);
     //  The byte after each of these texts cannot be read: reading it crashes.
     for (const std::string text : {"{\"result\":0}", "x", ""}) {
-        ASSERT_TRUE(fire_reply(0, text));
+        ASSERT_TRUE(fire_reply(text));
         EXPECT_EQ(trace.take(), Lines{"40 recv: " + text});
     }
 }
@@ -214,7 +214,7 @@ TEST_F(DnsReply, AReplyOfOnePageIsLoggedCompletely) {
     connect(false, true);
     cycle(start);
     const std::string text(4096, 'r');
-    ASSERT_TRUE(recording_rdb::fire_reply_from_thread(0, text));
+    ASSERT_TRUE(recording_rdb::fire_reply_from_thread(text));
     EXPECT_EQ(trace.take(), Lines{"40 recv: " + text});
 }
 

@@ -42,7 +42,7 @@ TEST_F(PublishThreads, RepliesMayArriveDuringTheCycle) {
     cycle(clock + 10);
     cycleBeside([] {
         for (int i = 0; i < 200; ++i)
-            EXPECT_TRUE(recording_rdb::fire_reply(0, "{\"result\":0}"));
+            EXPECT_TRUE(recording_rdb::fire_reply("{\"result\":0}"));
     });
 }
 
