@@ -15,7 +15,10 @@
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
+#include <functional>
+#include <string>
 #include <thread>
+#include <utility>
 
 #include <fcntl.h>
 #include <sys/time.h>
@@ -96,88 +99,102 @@ int PrintingLog::add(int level, const char* format, ...) {
     return std::puts("");
 }
 
+//  Returns a new service with these handles and a log that prints, for the descriptor. The calls of its client library
+//  are printed, too.
+CRunCls& newService(int rdb_handle, int dns_handle) {
+    static PrintingLog log;
+    auto* const run = new CRunCls;
+    run->rdb_handle = rdb_handle;
+    run->dns_handle = dns_handle;
+    run->log = &log;
+    g_daemon.application = run;
+    recording_rdb::set_observer([](const recording_rdb::Call& call) {
+        std::printf("%s %d\n", recording_rdb::name_of(call.function), call.handle);
+    });
+    return *run;
+}
+
+void blockAllSignals() {
+    sigset_t all;
+    sigfillset(&all);
+    sigprocmask(SIG_SETMASK, &all, nullptr);
+}
+
+//  A step that blocks for ever.
+[[noreturn]] void waitForEver() {
+    for (;;)
+        pause();
+}
+
 class ExitSignal : public testing::Test {
 protected:
     ExitSignal() {
         platform::reset();
         recording_rdb::reset();
     }
-    //  Runs the handler with a service object that has these handles.
-    static Ended signalled(int number, int rdb_handle, int dns_handle, bool with_log) {
-        return inChild([=] {
-            static PrintingLog log;
-            static auto* const run = new CRunCls;
-            run->rdb_handle = rdb_handle;
-            run->dns_handle = dns_handle;
-            run->log = with_log ? &log : nullptr;
-            g_daemon.application = run;
-            recording_rdb::set_observer([](const recording_rdb::Call& call) {
-                std::printf("%s %d\n", recording_rdb::name_of(call.function), call.handle);
-            });
-            std::atexit([] {
-                std::printf("exit %d %d %d %d %d\n", g_daemon.application == nullptr, g_pdaemon == nullptr,
-                            run->log == nullptr, run->rdb_handle, run->dns_handle);
-            });
-            onExitSignal(number);
+    //  Runs body in a child, which must print this and exit with status 0.
+    static void expectEnd(const std::string& out, const std::function<void()>& body) {
+        const Ended ended = inChild(body);
+        EXPECT_EQ(ended.out, out);
+        EXPECT_EQ(ended.status, 0);
+    }
+    //  The same; the two exit signals are installed before body runs.
+    static void expectEndOfService(const std::string& out, const std::function<void()>& body) {
+        expectEnd(out, [&] {
+            installExitSignals();
+            body();
         });
     }
 };
 
 TEST_F(ExitSignal, ReportsReleasesClosesBothConnectionsAndExitsWith0) {
-    const Ended ended = signalled(15, 4, 5, true);
-    EXPECT_EQ(ended.out, "exit signal 15.\n"
-                         "30 stop addrpubd service success.\n"
-                         "release\n"
-                         "rdb_disconnect 4\nrdb_destory 4\nrdb_disconnect 5\nrdb_destory 5\n"
-                         "exit 1 1 1 -1 -1\n");
-    EXPECT_EQ(ended.status, 0);
-}
-
-TEST_F(ExitSignal, PrintsTheNumberOfTheSignal) {
-    EXPECT_TRUE(signalled(2, -1, -1, false).out.starts_with("exit signal 2.\n"));
+    expectEnd("exit signal 15.\n"
+              "30 stop addrpubd service success.\n"
+              "release\n"
+              "rdb_disconnect 4\nrdb_destory 4\nrdb_disconnect 5\nrdb_destory 5\n"
+              "exit 1 1 1 -1 -1\n",
+              [] {
+                  static const CRunCls& run = newService(4, 5);
+                  std::atexit([] {
+                      std::printf("exit %d %d %d %d %d\n", g_daemon.application == nullptr, g_pdaemon == nullptr,
+                                  run.log == nullptr, run.rdb_handle, run.dns_handle);
+                  });
+                  onExitSignal(15);
+              });
 }
 
 TEST_F(ExitSignal, WithoutALogItOnlyClosesTheConnections) {
-    EXPECT_EQ(signalled(2, 0, 1, false).out, "exit signal 2.\nrdb_disconnect 0\nrdb_destory 0\nrdb_disconnect 1\n"
-                                             "rdb_destory 1\nexit 1 1 1 -1 -1\n");
+    expectEnd("exit signal 2.\nrdb_disconnect 0\nrdb_destory 0\nrdb_disconnect 1\nrdb_destory 1\n", [] {
+        newService(0, 1).log = nullptr;
+        onExitSignal(2);
+    });
 }
 
 TEST_F(ExitSignal, ConnectionsThatDoNotExistAreNotClosed) {
-    EXPECT_EQ(signalled(2, -1, 7, false).out, "exit signal 2.\nrdb_disconnect 7\nrdb_destory 7\nexit 1 1 1 -1 -1\n");
-    EXPECT_EQ(signalled(2, 7, -1, false).out, "exit signal 2.\nrdb_disconnect 7\nrdb_destory 7\nexit 1 1 1 -1 -1\n");
+    for (const auto& handles : {std::pair(-1, 7), std::pair(7, -1)})
+        expectEnd("exit signal 2.\nrdb_disconnect 7\nrdb_destory 7\n", [=] {
+            newService(handles.first, handles.second).log = nullptr;
+            onExitSignal(2);
+        });
 }
 
 TEST_F(ExitSignal, WithoutAServiceObjectItOnlyPrintsAndClearsAndExits) {
-    const Ended ended = inChild([] {
+    expectEnd("exit signal 2.\nexit 1\n", [] {
         g_daemon.application = nullptr;
         std::atexit([] { std::printf("exit %d\n", g_pdaemon == nullptr); });
         onExitSignal(2);
     });
-    EXPECT_EQ(ended.out, "exit signal 2.\nexit 1\n");
-    EXPECT_EQ(ended.status, 0);
 }
 
 TEST_F(ExitSignal, WithoutADescriptorItOnlyPrintsAndExits) {
-    const Ended ended = inChild([] {
+    expectEnd("exit signal 15.\n", [] {
         g_pdaemon = nullptr;
         onExitSignal(15);
     });
-    EXPECT_EQ(ended.out, "exit signal 15.\n");
-    EXPECT_EQ(ended.status, 0);
-}
-
-TEST_F(ExitSignal, InstalledAsHandlerItEndsTheProcess) {
-    const Ended ended = inChild([] {
-        std::signal(SIGTERM, onExitSignal);
-        std::raise(SIGTERM);
-    });
-    EXPECT_EQ(ended.out, "exit signal 15.\n");
-    EXPECT_EQ(ended.status, 0);
 }
 
 TEST_F(ExitSignal, ASecondSignalDoesNotInterruptTheFirst) {
-    const Ended ended = inChild([] {
-        installExitSignals();
+    expectEndOfService("exit signal 15.\nnot interrupted\n", [] {
         std::atexit([] {
             std::raise(SIGINT);
             std::raise(SIGTERM);
@@ -185,48 +202,47 @@ TEST_F(ExitSignal, ASecondSignalDoesNotInterruptTheFirst) {
         });
         std::raise(SIGTERM);
     });
-    EXPECT_EQ(ended.out, "exit signal 15.\nnot interrupted\n");
-    EXPECT_EQ(ended.status, 0);
 }
 
 TEST_F(ExitSignal, ASecondSignalDuringTheShutdownIsIgnored) {
-    const Ended ended = inChild([] {
-        static auto* const run = new CRunCls;
-        run->rdb_handle = 3;
-        g_daemon.application = run;
+    expectEnd("exit signal 15.\nrdb_disconnect\nrdb_destory\n", [] {
+        newService(3, -1).log = nullptr;
         recording_rdb::set_observer([](const recording_rdb::Call& call) {
-            std::printf("%s %d\n", recording_rdb::name_of(call.function), call.handle);
+            std::puts(recording_rdb::name_of(call.function));
             onExitSignal(2);
         });
         onExitSignal(15);
     });
-    EXPECT_EQ(ended.out, "exit signal 15.\nrdb_disconnect 3\nrdb_destory 3\n");
-    EXPECT_EQ(ended.status, 0);
+}
+
+TEST_F(ExitSignal, ASafePlaceDuringTheEndIsIgnored) {
+    expectEndOfService("exit signal 15.\nthe end goes on\n", [] {
+        std::atexit([] {
+            endIfSignalled();
+            std::puts("the end goes on");
+        });
+        std::raise(SIGTERM);
+    });
 }
 
 TEST_F(ExitSignal, SignalsThatWereBlockedAtTheStartAreUnblocked) {
-    const Ended ended = inChild([] {
-        sigset_t all;
-        sigfillset(&all);
-        sigprocmask(SIG_SETMASK, &all, nullptr);
+    expectEnd("exit signal 2.\n", [] {
+        blockAllSignals();
         installExitSignals();
         std::raise(SIGINT);
     });
-    EXPECT_EQ(ended.out, "exit signal 2.\n");
-    EXPECT_EQ(ended.status, 0);
 }
 
 TEST_F(ExitSignal, TheExitClosesThePidFileAndKeepsItsText) {
     const TempFolder folder;
     const std::string path = folder.file("addrpubd.pid");
-    const Ended ended = inChild([&] {
+    expectEnd("exit signal 2.\n1\n", [&] {
         g_daemon.pid_fd = open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644);
         g_daemon.writePid();
         //  Registered after the descriptor's own exit function, so it runs first.
         std::atexit([] { std::printf("%d\n", g_daemon.pid_fd >= 0); });
         onExitSignal(2);
     });
-    EXPECT_EQ(ended.out, "exit signal 2.\n1\n");
     EXPECT_EQ(holderOf(path), 0);
     EXPECT_NE(readFile(path), "");
 }
@@ -242,16 +258,9 @@ TEST_F(ExitSignal, ClosingTwiceIsHarmless) {
     EXPECT_EQ(ended.out, "11");
 }
 
-//  A step that blocks forever.
-[[noreturn]] void waitForEver() {
-    for (;;)
-        pause();
-}
-
 TEST_F(ExitSignal, DuringAStepItEndsTheProcessAfterTheStep) {
     SKIP_WITH_THREAD_SANITIZER();
-    const Ended ended = inChild([] {
-        installExitSignals();
+    expectEndOfService("the step goes on\nexit signal 15.\n", [] {
         {
             const ServiceStep step;
             std::raise(SIGTERM);
@@ -259,13 +268,10 @@ TEST_F(ExitSignal, DuringAStepItEndsTheProcessAfterTheStep) {
         }
         std::puts("never");
     });
-    EXPECT_EQ(ended.out, "the step goes on\nexit signal 15.\n");
-    EXPECT_EQ(ended.status, 0);
 }
 
 TEST_F(ExitSignal, DuringAStepItEndsTheProcessAtTheNextSafePlace) {
-    const Ended ended = inChild([] {
-        installExitSignals();
+    expectEndOfService("no signal yet\nexit signal 15.\n", [] {
         const ServiceStep step;
         endIfSignalled();
         std::puts("no signal yet");
@@ -273,19 +279,14 @@ TEST_F(ExitSignal, DuringAStepItEndsTheProcessAtTheNextSafePlace) {
         endIfSignalled();
         std::puts("never");
     });
-    EXPECT_EQ(ended.out, "no signal yet\nexit signal 15.\n");
-    EXPECT_EQ(ended.status, 0);
 }
 
 TEST_F(ExitSignal, ABlockedStepIsInterruptedAfterAFewTicks) {
-    const Ended ended = inChild([] {
-        installExitSignals();
+    expectEndOfService("exit signal 2.\n", [] {
         const ServiceStep step;
         std::raise(SIGINT);
         waitForEver();
     });
-    EXPECT_EQ(ended.out, "exit signal 2.\n");
-    EXPECT_EQ(ended.status, 0);
 }
 
 //  Each call of pause() returns at the next tick.
@@ -301,22 +302,18 @@ TEST_F(ExitSignal, TheShutdownAfterABlockedStepHasATimeLimit) {
 }
 
 TEST_F(ExitSignal, WithTheAlarmBlockedAStepIsInterruptedAtOnce) {
-    const Ended ended = inChild([] {
-        sigset_t all;
-        sigfillset(&all);
-        sigprocmask(SIG_SETMASK, &all, nullptr);
+    expectEnd("exit signal 15.\n", [] {
+        blockAllSignals();
         std::raise(SIGALRM);  // the program that started the service left an alarm blocked and pending
         installExitSignals();
         const ServiceStep step;
         std::raise(SIGTERM);
         std::puts("never");
     });
-    EXPECT_EQ(ended.out, "exit signal 15.\n");
-    EXPECT_EQ(ended.status, 0);
 }
 
 TEST_F(ExitSignal, ATickOnAnotherThreadIsForwarded) {
-    const Ended ended = inChild([] {
+    expectEnd("exit signal 15.\n", [] {
         timer = Timer::driven;
         installExitSignals();
         const ServiceStep step;
@@ -329,14 +326,11 @@ TEST_F(ExitSignal, ATickOnAnotherThreadIsForwarded) {
         }).detach();
         waitForEver();
     });
-    EXPECT_EQ(ended.out, "exit signal 15.\n");
-    EXPECT_EQ(ended.status, 0);
 }
 
 TEST_F(ExitSignal, AStepThatHoldsALockOfTheAllocatorIsNotInterrupted) {
     SKIP_WITH_THREAD_SANITIZER();
-    const Ended ended = inChild([] {
-        installExitSignals();
+    expectEndOfService("still here\nexit signal 15.\n", [] {
         const ServiceStep step;
         olk::spinlock& lock = olk::get_olk_allocator()->classes[3]->lock;
         lock.lock();
@@ -347,98 +341,76 @@ TEST_F(ExitSignal, AStepThatHoldsALockOfTheAllocatorIsNotInterrupted) {
         lock.unlock();
         waitForEver();
     });
-    EXPECT_EQ(ended.out, "still here\nexit signal 15.\n");
-    EXPECT_EQ(ended.status, 0);
 }
 
 TEST_F(ExitSignal, WithoutATimerAStepIsInterruptedAtOnce) {
-    const Ended ended = inChild([] {
+    expectEnd("exit signal 15.\n", [] {
         timer = Timer::none;
         installExitSignals();
         const ServiceStep step;
         std::raise(SIGTERM);
         std::puts("never");
     });
-    EXPECT_EQ(ended.out, "exit signal 15.\n");
-    EXPECT_EQ(ended.status, 0);
 }
 
 TEST_F(ExitSignal, OfTwoSignalsDuringAStepTheFirstIsReported) {
-    const Ended ended = inChild([] {
-        installExitSignals();
+    expectEndOfService("exit signal 2.\n", [] {
         const ServiceStep step;
         std::raise(SIGINT);
         std::raise(SIGTERM);
     });
-    EXPECT_EQ(ended.out, "exit signal 2.\n");
 }
 
 TEST_F(ExitSignal, DeliveredToAnotherThreadItIsForwarded) {
     SKIP_WITH_THREAD_SANITIZER();
-    const Ended ended = inChild([] {
+    expectEndOfService("exit signal 15.\non its thread: 1\n", [] {
         static const pthread_t main_thread = pthread_self();
         std::atexit([] { std::printf("on its thread: %d\n", pthread_equal(main_thread, pthread_self()) != 0); });
-        installExitSignals();
         std::thread([] { onExitSignal(SIGTERM); }).detach();
         waitForEver();
     });
-    EXPECT_EQ(ended.out, "exit signal 15.\non its thread: 1\n");
-    EXPECT_EQ(ended.status, 0);
 }
 
-//  True while a callback on another thread uses the log.
-std::atomic<bool> in_callback{false};
+//  Calls whileInUse on another thread, in a callback that uses the log. Returns when it has begun.
+void beginCallback(void (*whileInUse)()) {
+    static std::atomic<bool> in_callback{false};
+    std::thread([=] {
+        {
+            const CallbackStep step;
+            in_callback = true;
+            whileInUse();
+        }
+        std::raise(SIGALRM);
+    }).detach();
+    while (!in_callback)
+        std::this_thread::yield();
+}
 
 TEST_F(ExitSignal, TheLogIsReleasedAfterTheLastCallbackThatUsesIt) {
-    const Ended ended = inChild([] {
-        static PrintingLog log;
-        static auto* const run = new CRunCls;
-        run->log = &log;
-        g_daemon.application = run;
-        timer = Timer::driven;
-        installExitSignals();
-        std::thread([] {
-            {
-                const CallbackStep step;
-                in_callback = true;
+    expectEnd(
+        "exit signal 15.\n30 stop addrpubd service success.\nthe callback ends, the pointer is gone: 1\nrelease\n", [] {
+            static const CRunCls& run = newService(-1, -1);
+            timer = Timer::driven;
+            installExitSignals();
+            beginCallback([] {
                 while (!in_pause)
                     std::this_thread::yield();
-                std::printf("the callback ends, the pointer is gone: %d\n", run->log == nullptr);
-            }
-            std::raise(SIGALRM);
-        }).detach();
-        while (!in_callback)
-            std::this_thread::yield();
-        std::raise(SIGTERM);
-    });
-    EXPECT_EQ(ended.out, "exit signal 15.\n30 stop addrpubd service success.\n"
-                         "the callback ends, the pointer is gone: 1\nrelease\n");
-    EXPECT_EQ(ended.status, 0);
+                std::printf("the callback ends, the pointer is gone: %d\n", run.log == nullptr);
+            });
+            std::raise(SIGTERM);
+        });
 }
 
 TEST_F(ExitSignal, ABlockedCallbackDoesNotPreventTheExit) {
-    const Ended ended = inChild([] {
-        static PrintingLog log;
-        static auto* const run = new CRunCls;
-        run->log = &log;
-        run->rdb_handle = 3;
-        g_daemon.application = run;
-        recording_rdb::set_observer([](const recording_rdb::Call& call) {
-            std::printf("%s %d\n", recording_rdb::name_of(call.function), call.handle);
-        });
-        installExitSignals();
-        std::thread([] {
-            const CallbackStep step;
-            in_callback = true;
-            waitForEver();
-        }).detach();
-        while (!in_callback)
-            std::this_thread::yield();
-        std::raise(SIGTERM);
-    });
-    EXPECT_EQ(ended.out,
-              "exit signal 15.\n30 stop addrpubd service success.\nrelease\nrdb_disconnect 3\nrdb_destory 3\n");
-    EXPECT_EQ(ended.status, 0);
+    for (const Timer with : {Timer::real, Timer::none})
+        expectEnd("exit signal 15.\n30 stop addrpubd service success.\nrelease\nrdb_disconnect 3\nrdb_destory 3\n",
+                  [=] {
+                      timer = with;
+                      newService(3, -1);
+                      installExitSignals();
+                      beginCallback(waitForEver);
+                      std::raise(SIGTERM);
+                  });
 }
 
 TEST_F(ExitSignal, ABlockedExitFunctionDoesNotPreventTheExit) {
@@ -461,58 +433,43 @@ void tickInTheLibrary(int count) {
 }
 
 //  Runs the shutdown of a service. Each call of its client library takes this number of ticks.
-Ended endedWithASlowLibrary(int ticks_of_a_call) {
-    return inChild([=] {
-        timer = Timer::driven;
-        std::setvbuf(stdout, nullptr, _IONBF, 0);
-        static auto* const run = new CRunCls;
-        run->rdb_handle = 4;
-        run->dns_handle = 5;
-        g_daemon.application = run;
-        recording_rdb::set_observer([=](const recording_rdb::Call& call) {
-            std::printf("%s %d\n", recording_rdb::name_of(call.function), call.handle);
-            tickInTheLibrary(ticks_of_a_call);
-        });
-        installExitSignals();
-        std::raise(SIGTERM);
+void endWithASlowLibrary(int ticks_of_a_call) {
+    timer = Timer::driven;
+    std::setvbuf(stdout, nullptr, _IONBF, 0);
+    newService(4, 5).log = nullptr;
+    recording_rdb::set_observer([=](const recording_rdb::Call& call) {
+        std::printf("%s %d\n", recording_rdb::name_of(call.function), call.handle);
+        tickInTheLibrary(ticks_of_a_call);
     });
+    installExitSignals();
+    std::raise(SIGTERM);
 }
 
 TEST_F(ExitSignal, EachCallOfTheLibraryHasItsOwnTimeLimit) {
     static_assert(max_call_ticks - 1 > max_end_ticks);
-    const Ended ended = endedWithASlowLibrary(max_call_ticks - 1);
-    EXPECT_EQ(ended.out, "exit signal 15.\nrdb_disconnect 4\nrdb_destory 4\nrdb_disconnect 5\nrdb_destory 5\n");
-    EXPECT_EQ(ended.status, 0);
+    expectEnd("exit signal 15.\nrdb_disconnect 4\nrdb_destory 4\nrdb_disconnect 5\nrdb_destory 5\n",
+              [] { endWithASlowLibrary(max_call_ticks - 1); });
 }
 
 TEST_F(ExitSignal, ACallOfTheLibraryBeyondItsTimeLimitEndsTheProcess) {
-    const Ended ended = endedWithASlowLibrary(max_call_ticks);
-    EXPECT_EQ(ended.out, "exit signal 15.\nrdb_disconnect 4\n");
-    EXPECT_EQ(ended.status, 0);
+    expectEnd("exit signal 15.\nrdb_disconnect 4\n", [] { endWithASlowLibrary(max_call_ticks); });
 }
 
 TEST_F(ExitSignal, AfterASignalTheCycleDoesNotCallTheLibrary) {
     SKIP_WITH_THREAD_SANITIZER();
-    const Ended ended = inChild([] {
-        static auto* const run = new CRunCls;
-        run->rdb_handle = 4;
-        run->rdb_connected = 1;
-        g_daemon.application = run;
+    expectEndOfService("the cycle goes on\nexit signal 15.\nrdb_disconnect 4\nrdb_destory 4\n", [] {
+        CRunCls& run = newService(4, -1);
+        run.log = nullptr;
+        run.rdb_connected = 1;
         platform::hooks().nanosleep = [](const timespec*) { return 0; };
         platform::hooks().getifaddrs = [](ifaddrs**) {
             std::raise(SIGTERM);
             std::puts("the cycle goes on");
             return -1;
         };
-        recording_rdb::set_observer([](const recording_rdb::Call& call) {
-            std::printf("%s %d\n", recording_rdb::name_of(call.function), call.handle);
-        });
-        installExitSignals();
-        run->publishOnce();
+        run.publishOnce();
         std::puts("never");
     });
-    EXPECT_EQ(ended.out, "the cycle goes on\nexit signal 15.\nrdb_disconnect 4\nrdb_destory 4\n");
-    EXPECT_EQ(ended.status, 0);
 }
 
 }  // namespace
