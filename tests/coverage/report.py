@@ -1,11 +1,9 @@
-"""report.py BUILD EXCEPTIONS: prints a row for each file with the share of code that was executed, and compares it with
-the exceptions.
+"""report.py BUILD EXCEPTIONS: prints what was executed, a row for each file, and compares it with the exceptions.
 
-The exit status is 1 in three cases: a line or branch that was not executed is not an exception; an exception no longer
-applies; too few branches were executed.
+The exit status is 1 if a line or branch that was not executed is not an exception, if an exception no longer applies,
+or if too few branches were executed.
 """
 
-import os
 import sys
 from dataclasses import dataclass
 from pathlib import Path
@@ -43,8 +41,7 @@ def read_exceptions(path):
 
 
 def missed(files):
-    """Returns the code that was not executed: file, line number, text (with "#2" for the second such line), and line or
-    branch."""
+    """Returns what was not executed: file, line number, text with "#2" for the second such line, and line or branch."""
     for name in sorted(files):
         seen = {}
         for number, line in sorted(files[name].items()):
@@ -61,7 +58,7 @@ def share(part, whole):
 
 
 def row(name, lines):
-    """Returns the name and the figures. A branch of a line that was not executed counts as not taken."""
+    """Returns name and figures. A branch of a line that was not executed is not taken."""
     branches = sum(len(line.branches) for line in lines)
     taken = branches - sum(line.never_taken() for line in lines)
     run = sum(line.count > 0 for line in lines)
@@ -85,18 +82,18 @@ def print_table(rows):
 
 
 def write_figures(rows):
-    """Writes figures to the page: those of the folders, and those of files that were not executed completely."""
+    """Writes to the page the folders, and the files that were not executed completely."""
     head, *others = rows
     page_figures.write("coverage", "scripts/coverage", page_figures.table([head, *(r for r in others if not whole(r))]))
 
 
 def whole(cells):
-    """Returns whether every line and branch of the row's file was executed."""
-    return cells[0].count(".") and cells[2] == cells[4] == "100.0 %"
+    """Returns whether the row is that of a file of which every line and branch was executed."""
+    return cells[0].count(".") and cells[2] == "100.0 %" and cells[4] in ("100.0 %", "-")
 
 
 def main(build, exceptions):
-    files = counted.read(ROOT, build, FOLDERS, os.cpu_count())
+    files = counted.read(ROOT, build, FOLDERS)
     exempt = read_exceptions(exceptions)
     rows = table_of(files)
     print_table(rows)
@@ -115,11 +112,11 @@ def main(build, exceptions):
     too_few = 100 * taken < MIN_BRANCHES * branches
 
     print(f"\n{len(exempt) - len(stale)} lines with an exception that applies")
-    for title, entries in (("not executed and without an exception", unnamed), ("exceptions that no longer apply", stale)):
+    for title, entries in (("not run and without an exception", unnamed), ("exceptions that no longer apply", stale)):
         if entries:
             print(f"\n{title}:", *entries, sep="\n    ")
     if too_few:
-        print(f"\nfewer than {MIN_BRANCHES:.0f} % of the branches were executed")
+        print(f"\nfewer than {MIN_BRANCHES:.0f} % of the branches have run")
     return 1 if unnamed or stale or too_few else 0
 
 
