@@ -3,7 +3,7 @@
 import random
 import time
 
-from addresses import MANAGE_TEMPORARY
+from network import MANAGE_TEMPORARY
 
 MOST = 450  # maximum number of addresses: the log datagram of a larger request would be too long
 LOOK = 0.1  # seconds between two checks for addresses that expire

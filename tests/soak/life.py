@@ -14,7 +14,6 @@ from database import Database
 from figures import Figures
 from hostsfile import HostsFile
 from rdb_client import Syslog
-from sandbox import Sandbox
 from service import Service
 from troubles import FOUND_AGAIN, Troubles, fill
 from witness import Witness
@@ -39,15 +38,14 @@ ip link set soak1 up
 class Life:
     """restart: seconds between two restarts, or None. tiny: whether the data is on a small file system."""
 
-    def __init__(self, title, build, folder, data, seed, seconds, restart=None, tiny=False):
+    def __init__(self, title, data, seed, seconds, restart=None, tiny=False):
         self.title, self.complaints, self._data = title, [], data
         self._random = random.Random(seed)
         self._end_at = time.monotonic() + seconds
         self._restart_after, self._foreground = restart, False
-        self.sandbox = Sandbox()
-        self.syslog = Syslog(self.sandbox)
-        self.service = Service(self.sandbox, build, folder, data, f"{title}.example")
-        self.addresses = Addresses(self.sandbox, self._make_link())
+        self.service = Service(data, f"{title}.example")
+        self.syslog = Syslog(self.service.sandbox)
+        self.addresses = Addresses(self.service.sandbox, self._make_link())
         self.troubles = Troubles()
         self.witness = Witness(self.service.name, self.addresses.ledger, self.troubles, self.complain)
         self.hosts = HostsFile(self.service.hosts, self.service.name, seed, self.complain)
@@ -64,13 +62,13 @@ class Life:
         self.thread = threading.Thread(target=self._run, name=title)
 
     def _make_link(self):
-        self.sandbox.run("/bin/sh", "-e", "-c", LINK)
-        return int(self.sandbox.run("ip", "-o", "link", "show", "dev", "soak0").split(b":")[0])
+        self.service.sandbox.run("/bin/sh", "-e", "-c", LINK)
+        return int(self.service.sandbox.run("ip", "-o", "link", "show", "dev", "soak0").split(b":")[0])
 
     def close(self):
         """Ends the sandbox and all its programs."""
         self.addresses.close()
-        self.sandbox.close()
+        self.service.close()
 
     def complain(self, text):
         self.complaints.append(f"{time.strftime('%H:%M:%S')} {self.title}: {text}")
@@ -122,11 +120,11 @@ class Life:
 
     def _start(self):
         self.witness.begin_run()
-        self._say(self.service.run() if self._foreground else self.service.start())
+        self._say(self.service.start_in_foreground() if self._foreground else self.service.start_in_background())
         self.started = time.time()
 
     def _stop(self):
-        self._say(self.service.stop())
+        self._say(self.service.end())
         time.sleep(0.2)  # a datagram reaches the receiver a moment later
         self.witness.take_records(self.service.log.take())
         self.witness.end_run()

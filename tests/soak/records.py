@@ -1,4 +1,4 @@
-"""The log records of one service, from a UDP log server or from the file with its console output.
+"""The log records of one service, from a UDP log server or from its console output.
 
     records.take() -> [Record, ...]     records since the last call
 
@@ -13,7 +13,6 @@ import socket
 import threading
 import time
 from dataclasses import dataclass
-from pathlib import Path
 
 from netns import inside
 
@@ -61,26 +60,19 @@ class UdpLog:
 
 
 class ConsoleLog:
-    """Reads the file to which a foreground run writes."""
+    """The output of a foreground run. process: that run; its output must be a pipe."""
 
     url = "stdout"
 
-    def __init__(self, path):
-        self._path = Path(path)
-        self._path.write_bytes(b"")
-        self._read = 0
-        self._rest = ""
-
-    def has_started(self):
-        return b"Start success!" in self._path.read_bytes()
+    def __init__(self):
+        self.process = None
+        self._taken = 0  # bytes
 
     def take(self):
-        with self._path.open("rb") as file:
-            file.seek(self._read)
-            data = file.read()
-        self._read += len(data)
-        *lines, self._rest = (self._rest + data.decode()).split("\n")
-        return self._records(lines)
+        new = self.process.output_so_far()[self._taken :]
+        new = new[: new.rfind(b"\n") + 1]
+        self._taken += len(new)
+        return self._records(new.decode().split("\n"))
 
     @staticmethod
     def _records(lines):
@@ -92,6 +84,3 @@ class ConsoleLog:
             elif line.strip():
                 found.append(Record(0.0, "", line))
         return found
-
-    def lost(self):
-        return 0

@@ -1,72 +1,57 @@
-"""One service in a sandbox: its folder, its commands, its resources."""
+"""One service on a host of the system tests, with the open client library: its commands, its resources."""
 
 import os
-import shutil
 from pathlib import Path
 
 import open_library
+from host import BUILD, DIRECTORY, PlainHost
 from records import ConsoleLog, UdpLog
-from sandbox import wait_until
 
-PID_FILE = "/run/addrpubd.pid"
 PORTS = [443, 8443]
 
 
-class Service:
-    """folder has the same path inside the sandbox. data is the folder of the database and of the hosts file."""
+class Service(PlainHost):
+    """data is the folder of the database and of the hosts file. It has the same path inside the sandbox."""
 
-    def __init__(self, sandbox, build, folder, data, name):
-        self.sandbox, self.name = sandbox, name
-        self.folder = Path(folder)
+    def __init__(self, data, name):
+        super().__init__()
+        self.name = name
         self.database, self.hosts = f"{data}/rdb.db", f"{data}/hosts"
-        self.folder.mkdir()
-        shutil.copy(Path(build, "addrpubd"), self.folder)
-        open_library.install(build, self.folder)
-        self.udp = UdpLog(sandbox)
+        self.install(*open_library.files(BUILD))
+        self.udp = UdpLog(self.sandbox)
         self.log = self.udp
         self.pid = 0
         self.starts = 0
         self._process = None  # the process of a foreground run
 
     def _configure(self):
-        (self.folder / "addrpubd.ini").write_text(
-            f"hostname = {self.name}\ndnshttpsports = {', '.join(map(str, PORTS))}\nlogurl = {self.log.url}\n"
-            f"rdburl = sqlite://{self.database}\nrdbuser = soak\nrdbpswd = soak\n"
-            f"dnsurl = hosts://{self.hosts}\ndnsuser = soak\ndnspswd = soak\n"
-        )
+        urls = {"rdburl": f"sqlite://{self.database}", "dnsurl": f"hosts://{self.hosts}"}
+        self.settings(hostname=self.name, logurl=self.log.url, **urls)
 
-    def command(self, word):
-        """Runs the executable with a command word. Returns its output."""
-        return self.sandbox.run("./addrpubd", word, cwd=self.folder).decode()
-
-    def start(self):
+    def start_in_background(self):
         """Starts the service in the background, with the UDP log. Returns an error text, empty on success."""
         self.log = self.udp
         self._configure()
         said = self.command("-start")
         self._started()
-        return "" if said == "\n\nstart...\rStart success!\n\nfinished\n" else f"-start said {said!r}"
+        return "" if said == b"\n\nstart...\rStart success!\n\nfinished\n" else f"-start said {said!r}"
 
-    def run(self):
-        """Starts the service in the foreground, with its output in a file. Returns an error text, empty on success."""
-        self.log = ConsoleLog(self.folder / f"console{self.starts}")
+    def start_in_foreground(self):
+        """Starts the service in the foreground, with its output on a pipe. Returns an error text, empty on success."""
+        self.log = ConsoleLog()
         self._configure()
-        words = f"exec stdbuf -oL ./addrpubd -run >console{self.starts} 2>&1"
-        self._process = self.sandbox.spawn("/bin/sh", "-c", words, cwd=self.folder)
-        wait_until(self.log.has_started, "the console run")
+        self._process = self.log.process = self.sandbox.spawn("stdbuf", "-oL", "./addrpubd", "-run", cwd=DIRECTORY)
+        self._process.wait_for_output(b"Start success!")
         self._started()
         return ""
 
     def _started(self):
-        self.pid = self.recorded_pid()
+        self.pid = int(self.pidfile())
         self.starts += 1
 
-    def recorded_pid(self):
-        return int(self.sandbox.path(PID_FILE).read_text())
-
-    def stop(self):
+    def end(self):
         """Ends the service with -stop. Returns an error text, empty on success."""
-        expected = f"\nstop addrpubd... pid = {self.pid}\n\naddrpubd stoped gracefully!\n\n"
+        expected = b"\nstop addrpubd... pid = %d\n\naddrpubd stoped gracefully!\n\n" % self.pid
         said = self.command("-stop")
         if said != expected:
             return f"-stop said {said!r}"
@@ -74,22 +59,22 @@ class Service:
             return f"the console run ended with status {status}"
         self._process = None
         said = self.command("-status")
-        if said != "\naddrpubd not run!\n\n":
+        if said != b"\naddrpubd not run!\n\n":
             return f"-status after -stop said {said!r}"
-        return "" if self.recorded_pid() == self.pid else "the pid file changed with -stop"
+        return "" if int(self.pidfile()) == self.pid else "the pid file changed with -stop"
 
     def look(self):
         """Runs -status. Returns an error text, empty on success."""
         said = self.command("-status")
-        return "" if said == "\naddrpubd is runing!\n\n" else f"-status said {said!r}"
+        return "" if said == b"\naddrpubd is runing!\n\n" else f"-status said {said!r}"
 
     def start_again(self):
         """Runs a second -start, which must be refused. Returns an error text, empty on success."""
         said = self.command("-start")
-        expected = f"\naddrpubd alreay runging! pid = {self.pid}\n"
+        expected = b"\naddrpubd alreay runging! pid = %d\n" % self.pid
         if said != expected:
             return f"a second -start said {said!r}"
-        return "" if self.recorded_pid() == self.pid else "the pid file changed with a second -start"
+        return "" if int(self.pidfile()) == self.pid else "the pid file changed with a second -start"
 
     def figures(self):
         """Returns memory in kB, descriptors, threads and processor seconds, or None if the service does not run."""
@@ -118,7 +103,7 @@ class Service:
                 found.append(f"process {entry}: {command!r}")
         if len(self.sandbox.path("/proc/sysvipc/msg").read_text().splitlines()) > 1:
             found.append("a message queue")
-        if self.sandbox.path(PID_FILE).read_text() != f"{self.pid}\n":
+        if self.pidfile() != b"%d\n" % self.pid:
             found.append("another text in the pid file")
         data = Path(self.database).parent
         expected = {"rdb.db", "rdb.db-shm", "rdb.db-wal", "hosts", ".hosts.addrpubd.lock"}

@@ -1,10 +1,11 @@
-"""soak.py BUILD MINUTES: runs two services in real time for MINUTES in private namespaces. Prints a table at the end.
+"""soak.py MINUTES: runs two services in real time for MINUTES in private namespaces. Prints a table at the end.
 
     steady      runs all the time in the background, with a UDP log; its files are on the disk
     restless    is ended and started repeatedly, in the foreground or background; its files are in a small file system
                 in memory, which is sometimes full
 
-Requires private mount, network, IPC and PID namespaces, which scripts/soak creates.
+Requires private mount, network, IPC and PID namespaces, and the build folder in ADDRPUBD_BUILD. scripts/soak sets up
+both.
 """
 
 import contextlib
@@ -104,19 +105,19 @@ def workshop():
             subprocess.run(["umount", "--lazy", tiny], check=True)
 
 
-def make_lives(build, work, seconds):
+def make_lives(work, seconds):
     Path(work, "data").mkdir()
     restart = max(20.0, seconds / 6)
     return [
-        Life("steady", build, f"{work}/steady", f"{work}/data", SEED, seconds),
-        Life("restless", build, f"{work}/restless", f"{work}/tiny", SEED + 1, seconds, restart=restart, tiny=True),
+        Life("steady", f"{work}/data", SEED, seconds),
+        Life("restless", f"{work}/tiny", SEED + 1, seconds, restart=restart, tiny=True),
     ]
 
 
-def soak(build, seconds):
+def soak(seconds):
     """Runs the soak. Returns the two completed runs, their tables and the elapsed seconds."""
     with workshop() as work:
-        lives = make_lives(build, work, seconds)
+        lives = make_lives(work, seconds)
         for life in lives:
             life.thread.start()
         took = watch(lives)
@@ -127,8 +128,8 @@ def soak(build, seconds):
 
 
 def main():
-    build, seconds = sys.argv[1], float(sys.argv[2]) * 60
-    lives, tables, took = soak(build, seconds)
+    seconds = float(sys.argv[1]) * 60
+    lives, tables, took = soak(seconds)
     changes = sum(life.addresses.ledger.changes for life in lives)
     complaints = [complaint for life in lives for complaint in life.complaints]
     if changes < ENOUGH_CHANGES * seconds / 60:

@@ -1,4 +1,6 @@
-"""The host of a test: a sandbox with the executable, the recording client library, the clock and an ini file."""
+"""The host of a test: a sandbox with the executable and an ini file, and usually the recording client library and the
+clock.
+"""
 
 import datetime
 import os
@@ -31,22 +33,28 @@ SETTINGS = {
 RDB, DNS = 0, 1  # handles of the two connections if both are configured
 
 
-class Host:
-    def __init__(self, wall_start_ns=START):
+class PlainHost:
+    """A sandbox with the executable, without a client library."""
+
+    def __init__(self):
         self.sandbox = Sandbox()
-        self.wall_start_ns = wall_start_ns
         self.sandbox.path(DIRECTORY).mkdir()
         self.sandbox.path(DIRECTORY).chmod(0o755)
-        for file in (BUILD / "addrpubd", BUILD / "tests/recording/librdbapix64.so"):
+        self.install(BUILD / "addrpubd")
+
+    def install(self, *files):
+        """Copies files to the folder of the executable."""
+        for file in files:
             shutil.copy(file, self.sandbox.path(DIRECTORY))
             self.sandbox.path(f"{DIRECTORY}/{file.name}").chmod(0o755)
-        self.clock = Clock(self.sandbox, BUILD / "tests/libclockshim.so", wall_start_ns)
-        self.library = Recording(self.sandbox, DIRECTORY)
-        self.settings()
 
     def close(self):
-        self.library.close()
         self.sandbox.close()
+
+    @property
+    def env(self):
+        """The environment of the programs that start() starts."""
+        return {}
 
     def settings(self, **changed):
         """Writes the ini file: SETTINGS with these changes. The value None omits a key."""
@@ -62,9 +70,8 @@ class Host:
             file.write_bytes(content)
 
     def start(self, *words, **options):
-        """Starts the executable in its own folder. Its clock stops at its first sleep."""
-        environment = self.clock.env | self.library.env | options.pop("env", {})
-        return self.sandbox.spawn("./addrpubd", *words, env=environment, cwd=DIRECTORY, **options)
+        """Starts the executable in its own folder."""
+        return self.sandbox.spawn("./addrpubd", *words, env=self.env | options.pop("env", {}), cwd=DIRECTORY, **options)
 
     def command(self, *words, **options):
         """Runs the executable until it exits. The exit status must be 0. Returns its output."""
@@ -72,39 +79,6 @@ class Host:
         output = process.all_output()
         assert process.wait() == 0
         return output
-
-    def run(self, *connected, **options):
-        """Starts the service in the foreground and waits for its first sleep. Then reports the given connections as
-        connected.
-
-        Returns the process and its clock control. No time has passed, and no cycle has run.
-        """
-        process = self.start("-run", **options)
-        control = self.clock.of(process)
-        control.wait_parked()
-        self.library.connect(*connected)
-        return process, control
-
-    def stop(self, process):
-        """Ends the service with SIGTERM, as -stop does. Returns all its output. Its exit status must be 0."""
-        process.kill()
-        output = process.all_output()
-        assert process.wait() == 0
-        return output
-
-    def log(self, process):
-        """Ends the service. Returns its log records without time stamps, starting with the first connect event."""
-        output = self.stop(process)
-        records = output.split(b"\n")
-        start = records.index(b"Start success!") + 2
-        return [record[record.index(b"] [") + 2 :] for record in records[start:] if record.startswith(b"[")][:-1]
-
-    def line(self, level, text, at=0.0):
-        """Returns one record of the console log, as printed this many seconds after the start."""
-        ns = self.wall_start_ns + round(at * 1_000_000_000)
-        t = datetime.datetime.fromtimestamp(ns // 1_000_000_000)
-        stamp = f"{t.year}/{t.month}/{t.day} {t:%H:%M:%S}.{ns % 1_000_000_000 // 1000:06d}"
-        return f"[{stamp}] [{level}] ".encode() + text + b"\n"
 
     def interface_list(self):
         """Returns all IPv6 addresses of the sandbox in the order of getifaddrs, as texts."""
@@ -146,3 +120,56 @@ class Host:
         name = f"{os.major(status.st_dev):02x}:{os.minor(status.st_dev):02x}:{status.st_ino}"
         lines = [line.split() for line in self.sandbox.path("/proc/locks").read_text().splitlines()]
         return sorted({int(line[4]) for line in lines if line[1] != "->" and line[5] == name})
+
+
+class Host(PlainHost):
+    """A host with the recording client library. The clock of each program stops at its first sleep."""
+
+    def __init__(self, wall_start_ns=START):
+        super().__init__()
+        self.wall_start_ns = wall_start_ns
+        self.install(BUILD / "tests/recording/librdbapix64.so")
+        self.clock = Clock(self.sandbox, BUILD / "tests/libclockshim.so", wall_start_ns)
+        self.library = Recording(self.sandbox, DIRECTORY)
+        self.settings()
+
+    def close(self):
+        self.library.close()
+        super().close()
+
+    @property
+    def env(self):
+        return self.clock.env | self.library.env
+
+    def run(self, *connected, **options):
+        """Starts the service in the foreground and waits for its first sleep. Then reports the given connections as
+        connected.
+
+        Returns the process and its clock control. No time has passed, and no cycle has run.
+        """
+        process = self.start("-run", **options)
+        control = self.clock.of(process)
+        control.wait_parked()
+        self.library.connect(*connected)
+        return process, control
+
+    def stop(self, process):
+        """Ends the service with SIGTERM, as -stop does. Returns all its output. Its exit status must be 0."""
+        process.kill()
+        output = process.all_output()
+        assert process.wait() == 0
+        return output
+
+    def log(self, process):
+        """Ends the service. Returns its log records without time stamps, starting with the first connect event."""
+        output = self.stop(process)
+        records = output.split(b"\n")
+        start = records.index(b"Start success!") + 2
+        return [record[record.index(b"] [") + 2 :] for record in records[start:] if record.startswith(b"[")][:-1]
+
+    def line(self, level, text, at=0.0):
+        """Returns one record of the console log, as printed this many seconds after the start."""
+        ns = self.wall_start_ns + round(at * 1_000_000_000)
+        t = datetime.datetime.fromtimestamp(ns // 1_000_000_000)
+        stamp = f"{t.year}/{t.month}/{t.day} {t:%H:%M:%S}.{ns % 1_000_000_000 // 1000:06d}"
+        return f"[{stamp}] [{level}] ".encode() + text + b"\n"
