@@ -1,12 +1,13 @@
-#  How the folder of a back end describes itself to the build.
+#  Functions with which the folder of a back end adds itself to the build.
 
 include(CheckLinkerFlag)
 check_linker_flag(CXX LINKER:-z,pack-relative-relocs ADDRPUBD_PACKS_RELOCATIONS)
 
 #  addrpubd_leave_out(SCHEME PACKAGE...)
 #
-#  Reports a back end that is not built because packages are missing. The property ADDRPUBD_LEFT_OUT keeps one element for
-#  each such back end, "SCHEME PACKAGE...": the end of the build and the reason that the library reports name them again.
+#  Reports a back end that is not built because packages are missing. The property ADDRPUBD_LEFT_OUT has one element
+#  "SCHEME PACKAGE..." for each such back end. The end of the build prints these elements, and the library reports the
+#  packages when a url has the scheme.
 function(addrpubd_leave_out scheme)
     list(JOIN ARGN " " packages)
     message(STATUS "back end ${scheme} left out: not installed: ${packages}")
@@ -17,12 +18,13 @@ endfunction()
 
 #  addrpubd_back_end(NAME SOURCE...)
 #
-#  The back end NAME of the scheme NAME: the static library rdbopen_NAME of the sources, and the module rdbapix64-NAME.
+#  Adds the back end NAME of the scheme NAME: the static library rdbopen_NAME with the sources, and the module
+#  rdbapix64-NAME.
 function(addrpubd_back_end name)
     add_library(rdbopen_${name} STATIC ${ARGN} module.cpp)
     target_link_libraries(rdbopen_${name} PUBLIC rdbopen_support)
 
-    #  Nothing but the descriptor is exported.
+    #  Exports only the descriptor.
     set(exports ${CMAKE_CURRENT_BINARY_DIR}/exports.map)
     file(CONFIGURE OUTPUT ${exports} CONTENT "{ global: rdbapix64_${name}; local: *; };\n")
     add_library(rdbapix64-${name} MODULE module.cpp)
@@ -37,11 +39,12 @@ endfunction()
 
 #  addrpubd_self_contained(TARGET)
 #
-#  A shared object with the run-time libraries of C++ inside and hidden: the program and each module bring their own.
+#  Links the C++ run-time libraries statically into the shared object TARGET and hides their symbols, so that the
+#  program and each module have separate copies.
 function(addrpubd_self_contained target)
     set_target_properties(${target} PROPERTIES LIBRARY_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR})
     if(ADDRPUBD_SANITIZE)
-        #  A sanitizer's run-time is in the executable, so its symbols are undefined here.
+        #  The run-time library of a sanitizer is linked into the executable, so its symbols are undefined here.
         target_link_options(${target} PRIVATE LINKER:-z,undefs)
     else()
         target_sources(${target} PRIVATE ${PROJECT_SOURCE_DIR}/rdbapi/open/module/terminate.cpp)
@@ -53,7 +56,7 @@ function(addrpubd_self_contained target)
     endif()
 endfunction()
 
-#  Writes back_ends.inc, the table of backends.cpp, and linked_modules.inc, that of module/linked_modules.cpp.
+#  Writes the tables back_ends.inc for backends.cpp and linked_modules.inc for module/linked_modules.cpp.
 function(addrpubd_write_back_ends)
     get_property(rows GLOBAL PROPERTY ADDRPUBD_BACK_END_ROWS)
     get_property(built GLOBAL PROPERTY ADDRPUBD_BACK_ENDS)
