@@ -1,36 +1,36 @@
-//  The client library's interface: the nine functions of ./librdbapix64.so, their callback types, the event codes and
-//  the two fixed-layout records.
+//  The interface of the client library: the nine functions of ./librdbapix64.so, their callback types, the event codes
+//  and two records of fixed layout.
 //
-//  One handle is one asynchronous connection to one server. The library owns reconnection, time-outs and its threads;
-//  the caller only reacts to events.
+//  One handle is one asynchronous connection to one server. The library reconnects, limits waiting times and creates
+//  its own threads; the caller only reacts to events.
 //
 //      rdb_create -> rdb_setmessagenotify -> rdb_connectex --(60001)--> calls --(60003)--> ... --> rdb_disconnect
 //                                                             ^            |                       rdb_destory
 //                                                             +------------+  the library reconnects
 //
-//  What the caller relies on: an event 60001 means that calls can succeed from now on; every call on the caller's
-//  thread is bounded; rdb_disconnect and rdb_destory may be called from a signal handler that interrupted any other
-//  call of the library.
+//  Guarantees: after event 60001, calls can succeed. Every call that waits has a time limit. rdb_disconnect and
+//  rdb_destory may be called in a signal handler, even one that interrupts another call of the library.
 //
-//  Threads: callbacks may come from threads of the library, at the same time as the caller's own calls. When
-//  rdb_disconnect returns, a callback that was being delivered may still run, and no other begins: user must outlive it.
+//  Threads: the library may call callbacks on its own threads, in parallel with the caller's calls. When rdb_disconnect
+//  returns, a callback that was being delivered may still run, but no other one starts. The object that user points to
+//  must outlive that callback.
 //
-//  Ownership: the library keeps copies of the texts and records given to it; the caller's are free when the call returns.
+//  Ownership: the library copies the texts and records passed to it. The caller may free its own when the call returns.
 //
-//  Both records are wire formats of the library: little-endian, no padding beyond what is listed, every byte not listed
-//  is zero. The assertions below hold each offset.
+//  Both records have a fixed binary layout: little-endian, without other padding than the reserved members. Reserved
+//  bytes are zero. The assertions below check each offset.
 #ifndef RDBAPI_RDBAPI_H
 #define RDBAPI_RDBAPI_H
 
 #include <cstddef>
 #include <cstdint>
 
-//  Event codes given to RdbMessageNotify. Any other code is to be ignored.
+//  Event codes passed to RdbMessageNotify. Callers ignore any other code.
 constexpr std::int32_t RDB_EVENT_CONNECTED = 60001;     // the connection is established
 constexpr std::int32_t RDB_EVENT_DISCONNECTED = 60003;  // the connection is lost
 
-constexpr std::uint8_t RDB_VALUE_TYPE_TEXT = 6;   // RdbTag::valuetype, RdbSnapshot::valuetype: a text
-constexpr std::uint8_t RDB_TAG_CLASS_USABLE = 2;  // RdbTag::tagclass: the only class whose values may be put
+constexpr std::uint8_t RDB_VALUE_TYPE_TEXT = 6;   // a text; in RdbTag::valuetype and RdbSnapshot::valuetype
+constexpr std::uint8_t RDB_TAG_CLASS_USABLE = 2;  // in RdbTag::tagclass: values can be put only for tags of this class
 constexpr int RDB_TAGINPORT_MODE = 16;            // second argument of rdb_taginport
 
 //  A tag definition.
@@ -66,7 +66,7 @@ static_assert(offsetof(RdbTag, reserved192) == 192);
 //      | name[80]      | time    | zero  |t | zero | len | value[1000]              |
 struct RdbSnapshot {
     char name[80];      // NUL-terminated, at most 79 characters
-    std::int64_t time;  // zero in a record that is put: the server's own time counts
+    std::int64_t time;  // 0 when putting: the server uses its own time
     std::uint8_t reserved88[8];
     std::uint8_t valuetype;  // RDB_VALUE_TYPE_TEXT
     std::uint8_t reserved97[5];
@@ -84,44 +84,45 @@ static_assert(offsetof(RdbSnapshot, value) == 104);
 
 extern "C" {
 
-//  Receives a connection event. value belongs to the library and is not used by callers; user is the pointer given to
+//  Receives a connection event. Callers ignore value, which is internal to the library. user is the pointer passed to
 //  rdb_setmessagenotify.
 typedef void (*RdbMessageNotify)(std::int32_t event, std::int64_t value, void* user);
 
 //  Receives the reply to one rdb_callmsg. text holds length bytes, need not be NUL-terminated and is valid during the
-//  call only; user is the pointer given to rdb_callmsg.
+//  call only; user is the pointer passed to rdb_callmsg.
 typedef void (*RdbReply)(const char* text, std::int32_t length, void* user);
 
-//  Creates an unconnected handle. Returns it (0 or greater), or a negative value when there is none to give.
+//  Creates an unconnected handle. Returns the handle (0 or greater), or a negative value if none can be created.
 int rdb_create(void);
 
 //  Sets the receiver of the handle's connection events. Call it before rdb_connectex. Returns 0, or an error code.
 int rdb_setmessagenotify(int handle, RdbMessageNotify callback, void* user);
 
-//  Starts the asynchronous connection; its outcome arrives as an event. reserved is 0. Returns 0 when it was started,
-//  else an error code (a bad handle, a malformed url, an unknown scheme, no thread to be had).
+//  Starts the asynchronous connection; an event reports when it is established. reserved must be 0. Returns 0 when the
+//  connection was started, else an error code (for example a bad handle, a malformed url, an unknown scheme, no
+//  thread).
 int rdb_connectex(int handle, const char* url, const char* user, const char* password, int reserved);
 
-//  Hands over a request text of length bytes. The reply comes to callback later. Returns 0 when it has been accepted. Any
-//  other result is an error code, and callback is never called.
+//  Passes a request text of length bytes to the library. Returns 0 when the request was accepted; then callback
+//  receives the reply later. Any other result is an error code, and callback is never called.
 int rdb_callmsg(int handle, const char* text, std::int32_t length, RdbReply callback, void* user);
 
-//  Looks up the tag named in *tag and fills in the rest of the record. Returns 0, or an error code (also when there is
-//  no such tag).
+//  Looks up the tag tag->name and fills in the rest of the record. Returns 0, or an error code, also if the tag does
+//  not exist.
 int rdb_tagget(int handle, RdbTag* tag);
 
-//  Creates or replaces the tag that *tag defines. mode is RDB_TAGINPORT_MODE; *result receives
-//  a figure of the library's own, of no meaning to callers. Returns 0, or an error code.
+//  Creates or replaces the tag that *tag defines. mode must be RDB_TAGINPORT_MODE. *result receives
+//  a number that is internal to the library. Returns 0, or an error code.
 int rdb_taginport(int handle, int mode, RdbTag* tag, std::int32_t* result);
 
 //  Puts the current values of count objects. Returns 0, or an error code.
 int rdb_objputsnapshot(int handle, const RdbSnapshot* records, int count);
 
-//  Ends the connection. No event is delivered for it. Safe in a signal handler. Returns 0, or an error code.
+//  Ends the connection without an event. Async-signal-safe. Returns 0, or an error code.
 int rdb_disconnect(int handle);
 
-//  Gives the handle back. Safe in a signal handler. Returns 0, or an error code. The name is spelled as the library
-//  exports it.
+//  Releases the handle. Async-signal-safe. Returns 0, or an error code. The spelling is deliberate: it is the exported
+//  name.
 int rdb_destory(int handle);
 }
 

@@ -1,5 +1,5 @@
-//  Which url scheme is served by which back end, and where its code is: log in the library itself, every other one in a
-//  module (module/module.h) that is found when a url names its scheme.
+//  Maps a url scheme to its back end. The scheme log is implemented in the library itself; each other scheme has a
+//  module (module/module.h), which is loaded when a url has this scheme.
 #ifndef RDBAPI_OPEN_BACKENDS_H
 #define RDBAPI_OPEN_BACKENDS_H
 
@@ -7,12 +7,12 @@
 
 namespace rdbopen {
 
-//  Returns the module that serves the url's scheme. Fails with errorUnknownScheme, errorNotInstalled or errorNotLoadable;
-//  the reason holds nothing of the url but a known scheme.
+//  Returns the module that serves the url's scheme. Fails with errorUnknownScheme, errorNotInstalled or
+//  errorNotLoadable; the reason holds nothing of the url but a known scheme.
 Result<const Module*> moduleForUrl(const Url& url);
 
-//  Makes the back end for urlText, unopened and without any exchange. Fails with errorBadUrl, errorNoResources or a code
-//  of moduleForUrl; the reason holds no password.
+//  Makes the back end for urlText, unopened and without any exchange. Fails with errorBadUrl, errorNoResources or a
+//  code of moduleForUrl; the reason holds no password.
 BackendResult makeBackend(std::string_view urlText, const Credentials& credentials);
 
 }  // namespace rdbopen

@@ -1,5 +1,5 @@
-//  The nine functions: check the arguments, copy them, and hand them to the handle's worker. Nothing is thrown out of
-//  them.
+//  The nine exported functions. They check and copy their arguments and pass them to the handle's worker. No exception
+//  leaves them.
 #pragma GCC visibility push(default)
 #include "rdbapi.h"
 #pragma GCC visibility pop
@@ -18,7 +18,7 @@ namespace {
 constexpr std::int32_t maxMessageLength = 1 << 20;  // bytes
 constexpr int maxRecords = 1000;
 
-//  Runs body with the handle's worker, which stays in being meanwhile.
+//  Calls body with the handle's worker, which is not deleted before body returns.
 template <class Body>
 int withWorker(int handle, Body body) noexcept {
     try {

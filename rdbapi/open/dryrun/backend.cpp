@@ -28,7 +28,7 @@ private:
     std::set<std::string, std::less<>> tags_;
 };
 
-//  A tag exists after it was imported, so that the dry run takes the same steps as with an empty server.
+//  A tag exists only after its import, so the service takes the same steps as with an empty server.
 Status LogBackend::get(RdbTag& tag) {
     if (!tags_.contains(std::string_view(tag.name)))
         return {errorNoSuchTag, {}};

@@ -1,4 +1,5 @@
-//  The back end log:, a dry run instead of either server: every request succeeds, and syslog has what it would write.
+//  The back end of the url log:, a dry run for either server. Every request succeeds; syslog shows what would be
+//  written.
 #ifndef RDBAPI_OPEN_DRYRUN_BACKEND_H
 #define RDBAPI_OPEN_DRYRUN_BACKEND_H
 

@@ -1,4 +1,4 @@
-//  Advice on a url that names a file, for each back end that keeps one.
+//  Advice of addrpubd-check on a url that names a file; used by each back end that stores its data in a file.
 #ifndef RDBAPI_OPEN_MODULE_FILE_ADVICE_H
 #define RDBAPI_OPEN_MODULE_FILE_ADVICE_H
 
@@ -6,8 +6,8 @@
 
 namespace rdbopen {
 
-//  Adds a warning if the path contains a folder in which other users can create files: they can replace the file by a link
-//  or by another file.
+//  Adds a warning if a folder of the path allows other users to create files: they could replace the file by a symbolic
+//  link or by another file.
 void adviseOnFile(const UrlUse& use, std::vector<Advice>& advice);
 
 }  // namespace rdbopen

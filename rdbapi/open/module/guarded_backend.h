@@ -1,4 +1,5 @@
-//  The edge of a module: catches what a back end throws, since the caller has another C++ run time.
+//  Wrappers that convert each exception of a back end to a failure. An exception must not leave a module, because its
+//  caller uses another copy of the C++ run time.
 #ifndef RDBAPI_OPEN_MODULE_GUARDED_BACKEND_H
 #define RDBAPI_OPEN_MODULE_GUARDED_BACKEND_H
 
@@ -8,8 +9,8 @@
 
 namespace rdbopen {
 
-//  Back ends use containers, which throw when memory is short. Returns what action returns, or a failure: the worker then
-//  closes the back end and opens it again.
+//  Returns the result of action. Containers of a back end throw when memory is exhausted; the exception becomes
+//  errorBackendFailed, after which the worker closes the back end and opens it again.
 template <class Action>
 Status guarded(Action action) noexcept {
     try {
@@ -19,7 +20,7 @@ Status guarded(Action action) noexcept {
     }
 }
 
-//  The same for a text, which is empty after a failure.
+//  Returns the text that action returns, or an empty text after an exception.
 template <class Action>
 std::string guardedText(Action action) noexcept {
     try {
@@ -68,7 +69,7 @@ private:
     UpdateBackend* updates_;
 };
 
-//  Forwards each operation to the back end that it owns.
+//  Owns a back end and forwards each operation to it.
 class GuardedBackend final : public Backend {
 public:
     explicit GuardedBackend(std::unique_ptr<Backend> backend) noexcept
@@ -114,7 +115,7 @@ void adviseGuarded(const UrlUse& use, std::vector<Advice>& advice) noexcept {
     try {
         advise(use, advice);
     } catch (...) {
-        return;  // the advice so far is kept
+        return;  // advice that was already added is kept
     }
 }
 

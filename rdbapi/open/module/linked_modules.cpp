@@ -1,4 +1,4 @@
-//  The back ends of this build, linked into the program. linked_modules.inc has a row LINKED(NAME) for each.
+//  Finds the back ends that are linked into the program. linked_modules.inc has a row LINKED(NAME) for each of them.
 #include "module/finder.h"
 
 #define LINKED(NAME) RDBAPI_MODULE(NAME);
@@ -9,7 +9,7 @@ namespace rdbopen {
 
 namespace {
 
-//  The last row is there because an array cannot be empty.
+//  The last row exists because an array cannot be empty.
 constexpr struct {
     std::string_view name;
     const Module* module;

@@ -1,4 +1,4 @@
-//  The modules of librdbapix64.so lie beside it.
+//  Loads modules from the folder that contains librdbapix64.so.
 #include "module/finder.h"
 #include "module/loader.h"
 

@@ -1,9 +1,10 @@
 //  Loads the module of a back end, FOLDER/librdbapix64-NAME.so, into the process. It is never unloaded.
 //
-//  All signals are blocked on the calling thread meanwhile. A handler that called exit in the middle of dlopen would run
-//  the destructors of half-loaded objects. On a worker's thread it would be worse: the handler interrupts the service's
-//  thread, which may hold the lock of malloc, and exit waits for the loader's lock, whose holder waits for malloc's. So
-//  rdb_connectex loads the module on the thread of its caller.
+//  All signals are blocked on the calling thread during the load. Otherwise a signal handler could interrupt dlopen and
+//  call exit, which would run destructors of objects that are only partly loaded. A worker's thread must not load a
+//  module: if a signal interrupted the service's thread in malloc, the handler's exit would wait for the loader's lock,
+//  while the worker with that lock would wait for the lock of malloc. Therefore rdb_connectex loads the module on its
+//  caller's thread.
 //
 //  Threads: any.
 #ifndef RDBAPI_OPEN_MODULE_LOADER_H
@@ -18,9 +19,9 @@ namespace rdbopen {
 //  Requires: folder is an absolute path that ends with "/"; name consists of letters and digits.
 Result<const Module*> loadModule(const std::string& folder, const std::string& name);
 
-//  Returns the absolute path, with "/" at its end, of the folder that holds the file which is mapped at address, code of
-//  the client library. Fails with errorNotLoadable. The kernel is asked, not the loader: the loader knows
-//  ./librdbapix64.so by this relative name, and the working folder may be another one by now.
+//  Returns the folder of the file that is mapped at address, which is code of the client library: an absolute path that
+//  ends with "/". Fails with errorNotLoadable. The kernel's list of mappings is used, because the dynamic loader knows
+//  only the relative name ./librdbapix64.so, and the working directory may have changed.
 Result<std::string> folderOfCode(const void* address);
 
 }  // namespace rdbopen

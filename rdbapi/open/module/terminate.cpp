@@ -1,11 +1,11 @@
-//  The handler of std::terminate in the client library and in each module. The one of the run-time library would print the
-//  name of the exception's type, for which it brings 100 kB of code to decode it.
+//  Replaces the std::terminate handler in the client library and in each module. The default handler prints the name of
+//  the exception's type, and its code to decode the name adds 100 kB.
 #include <cstdlib>
 #include <exception>
 
 namespace __cxxabiv1 {
 
-//  The name is that of libstdc++, whose own definition is then not linked.
+//  libstdc++ has a variable of this name; its definition is not linked if the name is already defined.
 extern std::terminate_handler __terminate_handler;        // NOLINT(bugprone-reserved-identifier)
 std::terminate_handler __terminate_handler = std::abort;  // NOLINT(bugprone-reserved-identifier)
 
