@@ -1,21 +1,23 @@
-//  What a back end is to the worker that drives it: a connection that is opened, serves one request at a time, and is
-//  closed and opened again when it fails. What it serves is one or both of two interfaces.
+//  The interfaces between a back end and the worker that drives it. A back end is a connection: the worker opens it,
+//  sends it one request at a time, closes it after a failure, and opens it again. It implements TagBackend,
+//  UpdateBackend or both.
 //
 //      Backend        open, probe, close
-//        tags()    -> TagBackend       get, import, put, checkValue: the rdb server
-//        updates() -> UpdateBackend    apply, refusal, checkRequest: the DNS server
+//        tags()    -> TagBackend       get, import, put, checkValue: for an rdb server
+//        updates() -> UpdateBackend    apply, refusal, checkRequest: for a DNS server
 //
 //      closed --open() ok--> open --any request returns errorBackendFailed--> close() --back-off--> open() ...
 //                             |
 //                             +--a request returns errorServerRefused--> stays open; the request is retried
 //
-//  The worker keeps the desired state of the server and retries each request until it succeeds. So every request may
-//  come more than once. Of a failed request a back end keeps only what shows later that it was carried out after all.
+//  The worker keeps the desired state of the server and retries each request until it succeeds, so a back end may get
+//  the same request several times. A back end does not keep requests; after a failure it may only remember what it
+//  needs to detect later that the failed request took effect.
 //
 //  Every request ends with a Status (engine/status.h): errorBackendFailed, errorServerRefused, or a final code. Only
-//  these two and errorBadRequest have a reason.
+//  these two codes and errorBadRequest come with a reason.
 //
-//  Threads: everything is called on the worker's thread only, but tags() and updates() on any thread.
+//  Threads: tags() and updates() may be called on any thread, all other functions only on the worker's thread.
 #ifndef RDBAPI_OPEN_ENGINE_BACKEND_H
 #define RDBAPI_OPEN_ENGINE_BACKEND_H
 
@@ -30,26 +32,26 @@
 
 namespace rdbopen {
 
-//  User and password as rdb_connectex got them; the password may name a file (net/secret.h).
+//  User and password as given to rdb_connectex; the password may name a file (net/secret.h).
 struct Credentials {
     std::string user;
     std::string password;
 };
 
-//  Serves requests for tags. Names are terminated and value lengths in range; the caller has checked both.
+//  Serves requests for tags. Requires: names are NUL-terminated and value lengths are in range.
 class TagBackend {
 public:
-    //  Stores the definition of the tag of this name. Fails with errorNoSuchTag when there is none.
+    //  Looks up tag.name and fills in the other members. Fails with errorNoSuchTag when the tag does not exist.
     virtual Status get(RdbTag& tag) = 0;
 
-    //  Defines a tag, or changes its definition.
+    //  Creates a tag, or replaces its definition.
     virtual Status import(const RdbTag& tag) = 0;
 
-    //  Stores values, all or none. Fails with errorNoSuchTag or errorTagNotUsable.
+    //  Stores either all values or none. Fails with errorNoSuchTag or errorTagNotUsable.
     virtual Status put(std::span<const RdbSnapshot> records) = 0;
 
-    //  Compares the value that the server holds. Fails with errorNotHeld when it is another one, or none. Called after
-    //  each open and at each check.
+    //  Compares the server's value with this one. Fails with errorNotHeld if the server has another value or none.
+    //  Called after each open and at each check.
     virtual Status checkValue(const RdbSnapshot&) { return {}; }
 
 protected:
@@ -59,13 +61,13 @@ protected:
 //  Serves update requests, which are texts.
 class UpdateBackend {
 public:
-    //  Carries out one request. Stores the text of the reply, also after a failure.
+    //  Carries out one request. Stores the text of the reply in reply, even after a failure.
     virtual Status apply(std::string_view request, std::string& reply) = 0;
 
-    //  Returns the reply to a request that is not carried out, for the reason code.
+    //  Returns the reply for a request that is not carried out; code says why.
     virtual std::string refusal(std::string_view request, int code) = 0;
 
-    //  As checkValue, for what a successful request has left at the server.
+    //  Like checkValue: compares the server's data with what the request should have produced.
     virtual Status checkRequest(std::string_view) { return {}; }
 
 protected:
@@ -79,36 +81,37 @@ public:
     Backend& operator=(const Backend&) = delete;
     virtual ~Backend() = default;
 
-    //  The interfaces that it serves; null for one that it does not serve. They belong to the back end.
+    //  Return the interfaces that this back end implements, or null for the others. The back end owns them.
     virtual TagBackend* tags() noexcept { return nullptr; }
     virtual UpdateBackend* updates() noexcept { return nullptr; }
 
-    //  Names the back end in syslog, without user or password.
+    //  Returns the name used in syslog lines; it contains neither user nor password.
     virtual std::string label() const = 0;
 
-    //  Makes the first exchange. Every wait of this and of later requests goes through waiter, which outlives the back
-    //  end's last close. Ok only when requests can succeed from now on.
+    //  Connects to the server. All waits of this and of later operations use waiter, which outlives the back end's last
+    //  close. Succeeds only when requests can succeed from now on.
     virtual Status open(const Waiter& waiter) = 0;
 
-    //  Releases everything. Also called when open failed or was never called.
+    //  Closes the connection and frees its resources. Also called when open failed or was never called.
     virtual void close() noexcept = 0;
 
-    //  A descriptor that becomes readable when the server has closed the connection, or -1. Watched while no request
-    //  is served; then probe and the checks follow.
+    //  Returns a descriptor that becomes readable when the server closes the connection, or -1. While no request is
+    //  served, the worker watches it; when it becomes readable, the worker calls probe and the checks.
     virtual int watchedDescriptor() const noexcept { return -1; }
 
-    //  How long after the last exchange the worker makes probe and the checks. Zero for never.
+    //  Returns how long after the last exchange the worker calls probe and the checks. Zero means never.
     virtual std::chrono::milliseconds checkInterval() const noexcept { return {}; }
 
-    //  Returns whether probe and the checks may be cut off at any wait, as those may that have a connection of their own. Then
-    //  each wait ends with callWaits as soon as a call waits, and the status of the check is ignored.
+    //  Returns whether a call may interrupt probe and the checks. If so, each wait of a check returns callWaits once a
+    //  call is queued, and the status of the check is ignored. A back end whose checks have separate connections allows
+    //  this.
     virtual bool checksArePreemptible() const noexcept { return false; }
 
-    //  Tests the connection, and takes what made the watched descriptor readable.
+    //  Tests the connection, and reads the input that made the watched descriptor readable.
     virtual Status probe() { return {}; }
 };
 
-//  A new back end, unopened, or why the url does not describe one: errorBadUrl, errorNoResources.
+//  A new back end that is not open yet, or the failure to create it: errorBadUrl or errorNoResources.
 using BackendResult = Result<std::unique_ptr<Backend>>;
 
 }  // namespace rdbopen

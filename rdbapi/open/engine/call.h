@@ -1,11 +1,12 @@
-//  One request on its way from a caller to the worker: carries copies of everything, so that neither side ever touches
-//  the other's memory.
+//  One request that a caller passes to the worker. A call owns copies of all its data, so neither thread accesses the
+//  other's memory.
 //
-//      WaitingCall: caller waits ---- worker: run, finish ------> caller copies the result out
-//                        \---- limit: abandoned; the worker sees to it later, or finishes it unseen
-//      UpdateCall: caller goes on; worker: run, finish = reply callback
+//      WaitingCall: caller waits ------- worker: run, finish ------> caller copies the result
+//                        \---- time limit: caller returns, the call is abandoned. If it has not run yet, the worker
+//                              only records it in the desired state
+//      UpdateCall: caller continues ---- worker: run, finish, which calls the reply callback
 //
-//  Held by shared_ptr; the last owner frees it.
+//  Calls are owned by shared_ptr: by the caller, by the queue and by the worker.
 #ifndef RDBAPI_OPEN_ENGINE_CALL_H
 #define RDBAPI_OPEN_ENGINE_CALL_H
 
@@ -26,32 +27,33 @@ public:
     Call& operator=(const Call&) = delete;
     virtual ~Call() = default;
 
-    //  True when nobody waits for it any more.
+    //  Returns whether the caller has stopped waiting for the result.
     virtual bool abandoned() { return false; }
 
-    //  True when its caller can do nothing else before it has succeeded. A failure of it ends the connection.
+    //  Returns whether the caller cannot continue until this call succeeds. If it fails, the worker ends the
+    //  connection.
     virtual bool required() const { return false; }
 
-    //  True when backend has the interface that the call needs.
+    //  Returns whether backend has the interface that the call needs.
     virtual bool isServedBy(Backend& backend) const = 0;
 
-    //  Carries it out. Requires: isServedBy(backend), also of refuse and record.
+    //  Carries out the request. run, refuse and record require isServedBy(backend).
     virtual Status run(Backend& backend) = 0;
 
-    //  Prepares the answer of a call that ends without run, for the reason code.
+    //  Prepares the reply when the request is not carried out; code says why. Called instead of run.
     virtual void refuse(Backend&, int) {}
 
-    //  Records in the desired state what the server should hold, and that the call ended with code.
+    //  Stores the requested data and the result code in the desired state.
     virtual void record(DesiredState&, int) const {}
 
-    //  Hands the result to its caller. closed: the handle was closed, so no callback is called.
+    //  Passes the result to the caller. closed: the handle was closed, so the callback is not called.
     virtual void finish(int code, bool closed) = 0;
 };
 
-//  A call whose caller waits, at most callLimit.
+//  A call whose caller waits for the result, for at most callLimit.
 class WaitingCall : public Call {
 public:
-    //  Returns the code of the status, or errorTimedOut.
+    //  Waits for finish. Returns its code, or errorTimedOut.
     int wait();
 
     bool abandoned() override;
@@ -97,7 +99,7 @@ struct PutCall : TagCall {
     std::vector<RdbSnapshot> records;
 };
 
-//  An update request. Its caller gets the reply by a callback.
+//  An update request. Its caller does not wait; a callback delivers the reply.
 class UpdateCall : public Call {
 public:
     UpdateCall(std::string_view text, RdbReply callback, void* user) : text_(text), callback_(callback), user_(user) {}

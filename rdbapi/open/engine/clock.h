@@ -1,4 +1,4 @@
-//  Time as the library sees it: limits on the monotonic clock, stamps on the wall clock.
+//  The clocks of the library: the monotonic clock for time limits, the wall clock for time stamps.
 #ifndef RDBAPI_OPEN_ENGINE_CLOCK_H
 #define RDBAPI_OPEN_ENGINE_CLOCK_H
 
@@ -8,10 +8,10 @@
 
 namespace rdbopen {
 
-//  No call on the caller's thread takes longer.
+//  The longest time for which a caller waits in a call.
 inline constexpr std::chrono::milliseconds callLimit{3000};
 
-//  Milliseconds of a clock that no time setting moves.
+//  Milliseconds of the monotonic clock, which setting the system time does not change.
 inline std::chrono::milliseconds monotonicNow() noexcept {
     timespec now{};
     clock_gettime(CLOCK_MONOTONIC, &now);

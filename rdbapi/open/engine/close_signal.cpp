@@ -12,7 +12,8 @@ namespace rdbopen {
 
 namespace {
 
-//  poll fails without memory only. Its callers wait in loops, which would otherwise take the whole processor.
+//  Pause after a failed poll, which can fail only for lack of memory. Without it the callers' loops would use all CPU
+//  time.
 constexpr std::chrono::milliseconds failedPollPause{1000};
 
 }  // namespace
@@ -26,7 +27,7 @@ Status CloseSignal::prepare() {
 void CloseSignal::wake() const noexcept {
     const int saved = errno;
     const std::uint64_t one = 1;
-    //  Fails only when the counter is at its top, and then the worker is woken already.
+    //  write fails only when the counter of the eventfd is at its maximum; then a wake-up is already pending.
     [[maybe_unused]] const auto written = write(wakefd_.load(), &one, sizeof one);
     errno = saved;
 }
@@ -62,7 +63,7 @@ std::optional<Waiter::Result> CloseSignal::waitForDescriptor(int descriptor, sho
     return std::nullopt;
 }
 
-//  The wake-up itself means nothing: whoever takes it checks the flags and the queue again before the next wait.
+//  A wake-up carries no information: after it, the worker checks the flags and the queue before its next wait.
 void CloseSignal::takeWake() const noexcept {
     std::uint64_t count = 0;
     [[maybe_unused]] const auto taken = read(wakefd_.load(), &count, sizeof count);

@@ -1,14 +1,16 @@
-//  What ends the waits of a worker: the closed bit of its handle, and an eventfd.
+//  Ends the waits of a worker: the closed bit of its handle, and an eventfd.
 //
-//      closeHandle   sets the bit, wake() ----> waitForWake, waitForDescriptor and pause end; closed() is true
-//      Worker::post                wake() ----> waitForWake and waitForDescriptor end; closed() is false
+//      closeHandle   sets the bit, calls wake() ----> waitForWake, waitForDescriptor and pause end; closed() is true
+//      Worker::post                calls wake() ----> waitForWake and waitForDescriptor end; closed() is false
 //
-//  The bit is part of the word in which the handle table keeps the state of the handle, so one compare-and-swap checks the
-//  handle's generation and sets the bit. The word is a member here, because g++ 12 fills an array of static objects that refer
-//  to their own members with zeros. The eventfd is made at the first use and kept as long as the process lives, so a late
-//  wake-up never reaches a descriptor that was opened for something else.
+//  The bit is part of the atomic word that stores the state of the handle (handle_table.h), so a single
+//  compare-and-swap checks the generation of the handle and sets the bit. The word is a member of this class, and not a
+//  reference, because g++ 12 wrongly zero-initialises an array of static objects that refer to their own members. The
+//  eventfd is created at the first use and never closed, so a late wake-up cannot reach a file descriptor that was
+//  reused for another purpose.
 //
-//  Threads: any for closed and wake, which are async-signal-safe; the worker's own for the waits.
+//  Threads: closed and wake may be called on any thread and are async-signal-safe; the waits only on the worker's
+//  thread.
 #ifndef RDBAPI_OPEN_ENGINE_CLOSE_SIGNAL_H
 #define RDBAPI_OPEN_ENGINE_CLOSE_SIGNAL_H
 
@@ -28,33 +30,33 @@ public:
     CloseSignal(const CloseSignal&) = delete;
     CloseSignal& operator=(const CloseSignal&) = delete;
 
-    //  The word of the handle. The handle table changes it; closed() reads closedBit of it.
+    //  The state word of the handle. The handle table changes it; closed() reads its closedBit.
     static constexpr std::uint64_t closedBit = 2;
     std::atomic<std::uint64_t> state{0};
 
-    //  Makes the eventfd unless there is one. Fails when no descriptor is available.
+    //  Creates the eventfd if it does not exist yet. Fails when no file descriptor is available.
     Status prepare();
 
-    //  True as soon as rdb_disconnect or rdb_destory was called. Never turns back for the same worker.
+    //  Returns whether rdb_disconnect or rdb_destory was called. For the same worker, true never becomes false again.
     bool closed() const noexcept { return (state.load(std::memory_order_acquire) & closedBit) != 0; }
 
-    //  Ends a wait of the worker, now or when it begins. Async-signal-safe; errno is kept.
+    //  Ends the worker's current wait, or else its next one. Async-signal-safe; does not change errno.
     void wake() const noexcept;
 
-    //  Takes a wake-up that no wait has taken yet.
+    //  Discards a wake-up that no wait has consumed.
     void takeWake() const noexcept;
 
-    //  Waits for wake, for descriptor to have something to read (-1 for none), or for the time to run out; without a
+    //  Waits for wake, for input at descriptor (-1: no descriptor), or for the timeout. The wait has no time
     //  limit when timeout is negative.
     enum class WakeReason { wake, descriptor, timeout };
     WakeReason waitForWake(std::chrono::milliseconds timeout, int descriptor = -1) const noexcept;
 
-    //  Waits until descriptor is ready for events, as Waiter::wait has it. Returns nothing when wake or a signal ended the
+    //  Waits until descriptor is ready for events, like Waiter::wait. Returns nothing when wake or a signal ended the
     //  wait.
     std::optional<Waiter::Result> waitForDescriptor(int descriptor, short events,
                                                     std::chrono::milliseconds until) const noexcept;
 
-    //  Waits for the whole time, or until the handle is closed.
+    //  Sleeps for the whole time, or until the handle is closed.
     void pause(std::chrono::milliseconds time) const noexcept;
 
 private:

@@ -6,8 +6,8 @@ namespace rdbopen {
 
 namespace {
 
-//  True when the same request may succeed at another time. Every other failure lies in the request itself: a retry
-//  would fail for ever and keep the requests after it waiting.
+//  Returns whether the same request may succeed later. Every other failure is caused by the request itself: a retry
+//  would always fail and delay the requests after it.
 bool isRetryable(int code) {
     return code == errorBackendFailed || code == errorServerRefused || code == errorTimedOut ||
            code == errorNotConnected || code == errorNoSuchTag || code == errorTagNotUsable;
@@ -15,7 +15,7 @@ bool isRetryable(int code) {
 
 }  // namespace
 
-//  "No such tag" is an answer, after which the user of the handle makes the tag.
+//  errorNoSuchTag is an answer, so nothing is pending: the user of the handle creates the tag next.
 void DesiredState::recordLookup(const RdbTag& tag, int code) {
     const bool unanswered = isRetryable(code) && code != errorNoSuchTag;
     if (const auto found = entries_.find(tag.name); found != entries_.end())
@@ -61,8 +61,9 @@ bool DesiredState::tagPending() const noexcept {
                        [](const auto& named) { return named.second.lookupPending || named.second.tagPending; });
 }
 
-//  Tags come first: a server that was emptied refuses the values of a tag that it does not know. The first failure ends
-//  the round, because a server that fails one request mostly fails the next, each after its full time limit.
+//  Tags are retried first, because a server that lost its data refuses a value whose tag does not exist. The retry
+//  stops at the first failure: the next request would probably fail, too, and each failure may take its full time
+//  limit.
 Status DesiredState::retry(Backend& backend) {
     while (tagPending())
         if (Status status = retryTag(backend); !status.ok())
@@ -105,8 +106,8 @@ Status DesiredState::importTag(Backend& backend, Entry& entry) {
     return status;
 }
 
-//  A server that was emptied has lost the tag with the value. Without a definition there is nothing more to do: the
-//  user of the handle makes the tag.
+//  A server that lost its data has lost the tag, too, so the tag is imported again. If its definition is not known
+//  here, the value is dropped from the pending data: the user of the handle has to create the tag.
 Status DesiredState::putValue(Backend& backend, Entry& entry) {
     Status status = backend.tags()->put({&*entry.value, 1});
     const bool tagMissing = status.code == errorNoSuchTag || status.code == errorTagNotUsable;

@@ -1,13 +1,13 @@
 //  The desired state of one server: the newest definition and value of each tag that the user of the handle has put,
-//  and the newest request text. What did not reach the server is pending, and the worker retries it.
+//  and the newest update request. Data that the server has not accepted is pending, and the worker retries it.
 //
-//      requested --done--> held --check finds it gone--> pending --retry--> held
-//           \--failed, refused, given up--> pending
+//      requested --success--> held --check finds it missing--> pending --retry--> held
+//           \--failure, refusal, time-out--> pending
 //
-//  A question for a tag that was not answered is kept in the same way: it is asked again until the server answers it.
-//  A request that can never succeed, such as one that is malformed, changes nothing here.
+//  A tag lookup without an answer is also pending: it is repeated until the server answers it. A request that can never
+//  succeed, such as a malformed one, does not change the desired state.
 //
-//  Threads: the worker's only.
+//  Threads: the worker's thread only.
 #ifndef RDBAPI_OPEN_ENGINE_DESIRED_STATE_H
 #define RDBAPI_OPEN_ENGINE_DESIRED_STATE_H
 
@@ -21,25 +21,27 @@ namespace rdbopen {
 
 class DesiredState {
 public:
-    //  Record a request and the code with which it ended.
+    //  Store a request and its result code.
     void recordLookup(const RdbTag& tag, int code);
     void recordTag(const RdbTag& tag, int code);
     void recordValue(const RdbSnapshot& value, int code);
     void recordRequest(std::string_view text, int code);
 
+    //  Returns whether any data or lookup is pending.
     bool pending() const noexcept;
 
-    //  True when a lookup or an import of a tag is pending: what a user of the handle needs before everything else.
+    //  Returns whether a lookup or an import of a tag is pending. The worker retries these before event 60001.
     bool tagPending() const noexcept;
 
-    //  Retries what is pending, tags first. Returns the first failure, with which it stops.
-    //  Requires, of this and the next two: backend serves whatever was recorded.
+    //  Retries everything that is pending, tags first. Stops at the first failure and returns it.
+    //  retry, retryTag and check require a backend that serves all recorded requests.
     Status retry(Backend& backend);
 
     //  Retries one pending request for a tag. Requires: tagPending().
     Status retryTag(Backend& backend);
 
-    //  Compares the server with what it should hold, and marks as pending what is missing. Returns the first failure.
+    //  Compares the server's data with the desired state and marks lost data as pending. Stops at the first failure and
+    //  returns it.
     Status check(Backend& backend);
 
 private:

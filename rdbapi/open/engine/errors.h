@@ -1,6 +1,6 @@
-//  Error codes of the open client library: what its nine functions return beside 0, and the "code" of a reply text.
+//  Error codes of the open client library: the results of its nine functions, and the "code" of a reply text.
 //
-//  They start above 1000, so that they are told apart from errno values and SQLite's result codes in a log.
+//  The codes start above 1000, so that they differ from errno values and SQLite's result codes in a log.
 #ifndef RDBAPI_OPEN_ENGINE_ERRORS_H
 #define RDBAPI_OPEN_ENGINE_ERRORS_H
 
@@ -8,29 +8,29 @@ namespace rdbopen {
 
 enum Error : int {
     errorNone = 0,
-    errorBadHandle = 1001,          // never returned by rdb_create, or already released by rdb_destory
-    errorBadArgument = 1002,        // null, out of range, or a text without its terminator
+    errorBadHandle = 1001,          // not a result of rdb_create, or already released by rdb_destory
+    errorBadArgument = 1002,        // null, out of range, or a text without a terminating NUL
     errorBadUrl = 1003,             // malformed; the reason is in syslog
-    errorUnknownScheme = 1004,      // no back end serves the url's scheme
-    errorNotConnected = 1005,       // before the event 60001, or after 60003
+    errorUnknownScheme = 1004,      // no back end has the url's scheme
+    errorNotConnected = 1005,       // called before event 60001 or after event 60003
     errorAlreadyConnecting = 1006,  // rdb_connectex or rdb_setmessagenotify after a successful rdb_connectex
     errorClosed = 1007,             // rdb_disconnect was called for the handle
-    errorTimedOut = 1008,           // the call's limit of 3 s ran out; the request may still be carried out
+    errorTimedOut = 1008,           // the call's limit of 3 s expired; the request may still be carried out
     errorBusy = 1009,               // too many requests are waiting
-    errorNotSupported = 1010,       // the back end has no such operation
+    errorNotSupported = 1010,       // the back end does not support the operation
     errorNoSuchTag = 1011,          // rdb_tagget, rdb_objputsnapshot
     errorTagNotUsable = 1012,       // rdb_objputsnapshot on a tag whose class is not RDB_TAG_CLASS_USABLE
-    errorBadRequest = 1013,     // reply only: can never succeed, such as one without a name; the reason is in syslog
-    errorBackendFailed = 1014,  // the back end failed and is being opened again; the reason is in syslog
-    errorNoResources = 1015,    // no memory or no thread
-    errorInCallback = 1016,     // a waiting call from inside a callback of the same handle, which it would block
-    errorServerRefused = 1017,  // the server answered and did not do it; it is asked again; the reason is in syslog
-    errorNotHeld = 1018,        // never returned to callers: the server has lost what it once took
-    errorPreempted = 1019,      // never returned to callers: a check was cut off, because a call waits
-    errorNotInstalled = 1020,   // the back end of the url's scheme is not beside the library; the reason is in syslog
-    errorNotLoadable = 1021,    // it is there and cannot be loaded or is of another version; the reason is in syslog
-    errorFileChanged = 1022,    // never returned to callers: a file is not the one that was read any more
-    errorTooLarge = 1023,       // never returned to callers: more bytes than are read or written at all
+    errorBadRequest = 1013,         // in a reply only: the request is invalid; the reason is in syslog
+    errorBackendFailed = 1014,      // the back end failed and is opened again; the reason is in syslog
+    errorNoResources = 1015,        // no memory or no thread
+    errorInCallback = 1016,         // a call that waits, made in a callback of the same handle: it would deadlock
+    errorServerRefused = 1017,      // the server refused the request, which is retried; the reason is in syslog
+    errorNotHeld = 1018,            // never returned to callers: the server has lost data that it had accepted
+    errorPreempted = 1019,          // never returned to callers: a check was interrupted, because a call waits
+    errorNotInstalled = 1020,       // the scheme's module is not in the library's folder; the reason is in syslog
+    errorNotLoadable = 1021,        // the module cannot be loaded or has another version; the reason is in syslog
+    errorFileChanged = 1022,        // never returned to callers: a file was changed or replaced after it was read
+    errorTooLarge = 1023,           // never returned to callers: a file is larger than the limit for reading or writing
 };
 
 }  // namespace rdbopen

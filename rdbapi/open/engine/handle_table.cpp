@@ -29,7 +29,7 @@ constexpr std::uint32_t generationOf(std::uint64_t state) {
     return static_cast<std::uint32_t>(state >> 32);
 }
 
-//  All of it is initialised by the compiler and has no destructor: nothing runs at load, nothing at exit.
+//  These objects are initialised at compile time and have no destructor, so no code runs at load or at exit.
 constinit HandleSlot slots[handleCapacity];
 static_assert(std::is_trivially_destructible_v<HandleSlot>);
 constinit std::mutex createMutex;
@@ -73,7 +73,7 @@ Result<int> HandleSlot::claim(int index) {
         return Status{errorNoResources, "out of memory"};  // short enough for no allocation
     delete worker_;
     worker_ = worker;
-    signal_.takeWake();  // left over by the slot's last user; it would cut the new worker's first pause in two
+    signal_.takeWake();  // of the slot's previous user; it would end the new worker's first wait early
     const std::uint32_t generation = (generationOf(signal_.state.load()) + 1) & generationMask;
     signal_.state.store(std::uint64_t{generation} << 32 | flagInUse);
     return static_cast<int>(generation << indexBits) | index;

@@ -1,4 +1,4 @@
-//  The handles: a fixed table of slots, each one word of state that is changed by compare-and-swap only.
+//  The handles: a table of fixed size. Each slot has one state word, which is changed by atomic operations only.
 //
 //      handle   | 0 | generation: 27 bits | index: 4 bits |
 //      state    | generation: 32 bits | pins: 16 bits | flags: 16 bits |
@@ -7,13 +7,13 @@
 //                                |                                                  ^   (reused: generation + 1)
 //                                +---------------------releaseHandle----------------+
 //
-//  A released slot is reused only when no call has it pinned and its worker has ended, so nothing that a call or a worker
-//  still uses is deleted. The rdb_create that reuses a slot frees its memory; the worker frees its thread and the back
-//  end's descriptors as soon as it ends.
+//  A released slot is reused only after its worker has ended and no call has it pinned, so nothing is deleted that a
+//  call or a worker still uses. The worker closes the back end when it ends; the rdb_create that reuses the slot
+//  deletes the Worker object.
 //
-//  Each slot has one close signal (close_signal.h), through which its worker learns that it is closed.
+//  Each slot has one CloseSignal (close_signal.h), which notifies its worker that the handle is closed.
 //
-//  Threads: any. closeHandle and releaseHandle are async-signal-safe: atomics and write(2), nothing else.
+//  Threads: any. closeHandle and releaseHandle are async-signal-safe: they use only atomics and write(2).
 #ifndef RDBAPI_OPEN_ENGINE_HANDLE_TABLE_H
 #define RDBAPI_OPEN_ENGINE_HANDLE_TABLE_H
 
@@ -44,19 +44,19 @@ private:
     bool released() const noexcept;
     bool setFlags(std::uint32_t generation, std::uint64_t flags) noexcept;
 
-    CloseSignal signal_;        // with the state
+    CloseSignal signal_;        // contains the state word
     Worker* worker_ = nullptr;  // owned; null while vacant
 };
 
-//  Returns a new handle, or -1 when all are in use or there is no memory or descriptor left. When the table is full of
-//  handles that were released and whose workers have not ended yet, waits for one, at most callLimit.
+//  Returns a new handle, or -1 when all handles are in use or memory or file descriptors are exhausted. If all slots
+//  are occupied, but some handles are released, waits at most callLimit for one of their workers to end.
 int createHandle();
 
-//  rdb_disconnect and rdb_destory. Return errorNone or errorBadHandle.
+//  Implement rdb_disconnect and rdb_destory. Return errorNone or errorBadHandle.
 int closeHandle(int handle) noexcept;
 int releaseHandle(int handle) noexcept;
 
-//  Keeps the worker of a handle in being for the time of one call.
+//  Pins the slot of a handle, so that its Worker object is not deleted during a call.
 class PinnedHandle {
 public:
     explicit PinnedHandle(int handle) noexcept;
@@ -64,7 +64,7 @@ public:
     PinnedHandle& operator=(const PinnedHandle&) = delete;
     ~PinnedHandle();
 
-    //  Null for a bad handle.
+    //  Returns null for a bad handle.
     Worker* worker() const noexcept { return slot_ == nullptr ? nullptr : slot_->worker_; }
 
 private:

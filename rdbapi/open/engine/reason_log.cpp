@@ -9,8 +9,8 @@ namespace rdbopen {
 
 namespace {
 
-//  A count of seconds is a measurement, such as how far two clocks are apart: it differs a little with each attempt and
-//  makes no new reason.
+//  Removes numbers of seconds. Such a number is a measurement, for example the difference between two clocks, and
+//  varies with each attempt; the reason stays the same.
 std::string withoutSeconds(std::string_view reason) {
     constexpr std::string_view digits = "0123456789";
     std::string kept;
@@ -28,7 +28,8 @@ std::string withoutSeconds(std::string_view reason) {
 
 }  // namespace
 
-//  The reason is remembered first: without memory for that, it would be reported at every failure.
+//  The reason is stored before it is logged. If it cannot be stored, it is not logged, because each failure would log
+//  it again.
 void ReasonLog::fail(const std::string& label, const std::string& reason) noexcept {
     try {
         const std::string kept = withoutSeconds(reason);
@@ -38,7 +39,8 @@ void ReasonLog::fail(const std::string& label, const std::string& reason) noexce
     }
 }
 
-//  A lost line of recovery is not sent again: the next failure is reported in any case.
+//  If the recovery line cannot be sent, it is not repeated. The reasons are cleared anyway, so the next failure is
+//  logged.
 void ReasonLog::recover(const std::string& label) noexcept {
     if (reasons_.empty())
         return;

@@ -1,7 +1,7 @@
-//  The failures of one back end in syslog: each reason once until the back end is sound again, however often it comes
-//  and whatever comes between. A worker that retries every minute for a week would otherwise fill the log.
+//  Logs the failures of one back end to syslog. Each reason is logged once until the back end recovers, even if it
+//  occurs again after other reasons. Otherwise a worker that retries for a week would fill the log.
 //
-//  Threads: one at a time.
+//  Threads: one thread at a time.
 #ifndef RDBAPI_OPEN_ENGINE_REASON_LOG_H
 #define RDBAPI_OPEN_ENGINE_REASON_LOG_H
 
@@ -12,11 +12,11 @@ namespace rdbopen {
 
 class ReasonLog {
 public:
-    //  Reasons that are remembered; one more removes the oldest.
+    //  Maximum number of remembered reasons; a further one replaces the oldest.
     static constexpr std::size_t capacity = 16;
 
-    //  Reports reason for the back end named label, unless it was reported before. Counts of seconds make no
-    //  difference. A line that is lost, or for which there is no memory, is reported at the next failure.
+    //  Logs reason for the back end named label, unless it was logged before. Two reasons that differ only in a number
+    //  of seconds are the same reason. If the line cannot be sent or memory is exhausted, the next failure logs it.
     void fail(const std::string& label, const std::string& reason) noexcept;
 
     //  Reports that the back end works again when it has reported a reason, and clears the reasons.
@@ -28,7 +28,7 @@ public:
 private:
     bool add(std::string reason);
 
-    std::vector<std::string> reasons_;  // without their counts of seconds, oldest first
+    std::vector<std::string> reasons_;  // without numbers of seconds; oldest first
 };
 
 }  // namespace rdbopen

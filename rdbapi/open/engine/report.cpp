@@ -14,7 +14,7 @@ namespace rdbopen {
 
 namespace {
 
-//  Not strftime's, which are those of the locale.
+//  strftime would use the month names of the locale.
 constexpr const char* months[] = {"Jan", "Feb", "Mar", "Apr", "May", "Jun", "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
 
 enum class Sent { done, lost, otherType };
@@ -36,7 +36,7 @@ Sent sendOn(int type, const sockaddr_un& address, const char* bytes, std::size_t
     return sent < 0 && error == EPROTOTYPE ? Sent::otherType : Sent::lost;
 }
 
-//  Whoever starts the program chooses its name.
+//  The user who starts the program can choose any name, so other characters are replaced.
 std::string programName() {
     std::string name = program_invocation_short_name;
     std::replace_if(
@@ -44,8 +44,8 @@ std::string programName() {
     return name;
 }
 
-//  Length of the UTF-8 character at the beginning of text, or 0 when it is none or a control character: those of ASCII,
-//  and those from U+0080 to U+009F, which a terminal may obey, too. Overlong forms and surrogates are none.
+//  Returns the length of the first UTF-8 character of text, or 0 if it is invalid or a control character. Overlong
+//  forms and surrogates are invalid. U+0080 to U+009F are control characters, too: a terminal may execute them.
 std::size_t printableLength(std::string_view text) {
     const auto at = [text](std::size_t i) { return i < text.size() ? static_cast<unsigned char>(text[i]) : 0U; };
     const unsigned first = at(0);
@@ -61,7 +61,7 @@ std::size_t printableLength(std::string_view text) {
     return control || overlong || beyond ? 0 : length;
 }
 
-//  Paths, and what servers answer, may hold any bytes.
+//  Paths and answers of servers may contain any bytes.
 void appendPrintable(std::string& line, std::string_view text) {
     constexpr char digits[] = "0123456789abcdef";
     while (!text.empty()) {
@@ -75,7 +75,7 @@ void appendPrintable(std::string& line, std::string_view text) {
     }
 }
 
-//  Returns false when the line was lost, as it is without memory.
+//  Returns false when the line was lost, also for lack of memory.
 bool report(int level, std::string_view subject, std::string_view text) noexcept {
     try {
         std::string line = "rdbapi: ";
@@ -111,7 +111,7 @@ std::string syslogLine(int priority, time_t now, std::string_view text) {
     return std::string(head).append(programName()).append(": ").append(text);
 }
 
-//  A zero byte ends a line on a stream.
+//  On a stream socket, a zero byte ends the line.
 bool sendSyslogLine(const char* path, const std::string& line) noexcept {
     sockaddr_un address{};
     address.sun_family = AF_UNIX;

@@ -1,13 +1,13 @@
-//  The library's only way to report something: syslog, facility daemon. Nothing goes to the standard descriptors, and
-//  the ident is the program's own. Bytes that are control characters or no UTF-8 are written as \xNN.
+//  Writes to syslog, facility daemon, with the program's name as ident. The library writes no other log and nothing to
+//  the standard file descriptors. Bytes that are control characters or invalid UTF-8 are written as \xNN.
 //
 //      <27>Nov 22 02:48:53 addrpubd: rdbapi: SUBJECT: TEXT
 //       |   local time     |
 //       facility + level   the program's name
 //
-//  A line is sent as syslog(3) does, but never waited for: a daemon that does not read loses it, and so is one for
-//  which there is no memory. Each line has a socket of its own, so that nothing is left to close in a child and a
-//  daemon that was started again is found again.
+//  A line is sent like syslog(3) does, but without waiting: if the syslog daemon does not read, or if memory is
+//  exhausted, the line is lost. Each line is sent on a new socket, so a child process inherits no socket, and a
+//  restarted daemon is found.
 //
 //  Threads: any.
 #ifndef RDBAPI_OPEN_ENGINE_REPORT_H
@@ -19,21 +19,21 @@
 
 namespace rdbopen {
 
-//  Each returns false when the line was lost.
+//  These functions return false when the line was lost.
 
 //  Reports a failure at priority err. Requires: neither text holds a password.
 bool reportFailure(std::string_view subject, std::string_view reason) noexcept;
 
-//  Reports at priority info what is or would be done.
+//  Reports an action at priority info.
 bool reportInfo(std::string_view subject, std::string_view text) noexcept;
 
-//  Reports at priority notice.
+//  Reports a recovery at priority notice.
 bool reportRecovery(std::string_view subject, std::string_view text) noexcept;
 
-//  Returns the line of text. priority: facility and level.
+//  Returns the complete syslog line for text. priority: facility and level.
 std::string syslogLine(int priority, time_t now, std::string_view text);
 
-//  Sends line to the daemon's socket at path, a datagram socket or else a stream socket.
+//  Sends line to the syslog socket at path, which is a datagram or a stream socket.
 bool sendSyslogLine(const char* path, const std::string& line) noexcept;
 
 }  // namespace rdbopen

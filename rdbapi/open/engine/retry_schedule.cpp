@@ -6,15 +6,14 @@
 namespace rdbopen {
 
 std::chrono::milliseconds backoffDelay(unsigned failures, std::uint32_t random) noexcept {
-    const unsigned doublings =
-        std::min(failures - 1, 6U);  // 2^6 s is more than the maximum, and a longer shift overflows
+    const unsigned doublings = std::min(failures - 1, 6U);  // 2^6 s exceeds the maximum; a larger shift would overflow
     const auto base = std::min(backoffMin * (1 << doublings), backoffMaxBase);
     const auto share = random % static_cast<std::uint32_t>(base.count() / 4 + 1);
     return base + std::chrono::milliseconds(share);
 }
 
-//  A connection that opens and fails at once is no success: without steadyTime, a server that accepts and drops every
-//  client would be opened once a second by each of them.
+//  A short connection does not reset the count of losses. Otherwise, if a server accepts and drops each client at once,
+//  every client would reconnect once a second.
 RetrySchedule::Time RetrySchedule::lost(Time now) {
     const bool steady = connectedAt_ && now - *connectedAt_ >= steadyTime;
     losses_ = steady ? 1 : losses_ + 1;

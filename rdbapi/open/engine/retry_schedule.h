@@ -1,15 +1,15 @@
-//  When a worker opens its back end again, when it retries what is pending, and when it checks what the server holds.
+//  Computes when a worker opens its back end again, retries pending data, and checks the server's data.
 //
-//      lost       pause before the next open     grows with each loss, until a connection has held for steadyTime
-//      refused    due time of the next retry     grows with each refusal, until a success with nothing pending
-//      checked    due time of the next check     one interval of the back end later
+//      lost         pause before the next open     grows with each loss; resets after a connection of steadyTime
+//      refused      due time of the next retry     grows with each refusal; resets at a success with nothing pending
+//      exchanged    due time of the next check     after a constant interval, which the back end defines
 //
-//  Losses and refusals are counted apart: a server that refuses one value for hours must not delay the return of a
-//  connection, and a connection that comes and goes must not bring the refused request forward.
+//  Losses and refusals have separate counters: a server that refuses one value for hours must not delay reconnections,
+//  and a connection that is often lost must not cause earlier retries of the refused request.
 //
-//  Every time is passed in; nothing here reads a clock, waits or takes a lock. Times are those of one steady clock.
+//  The caller passes the current time of one monotonic clock. This code reads no clock, never waits and takes no lock.
 //
-//  Threads: one at a time.
+//  Threads: one thread at a time.
 #ifndef RDBAPI_OPEN_ENGINE_RETRY_SCHEDULE_H
 #define RDBAPI_OPEN_ENGINE_RETRY_SCHEDULE_H
 
@@ -21,53 +21,54 @@
 namespace rdbopen {
 
 inline constexpr std::chrono::milliseconds backoffMin{1000};
-inline constexpr std::chrono::milliseconds backoffMaxBase{48000};  // without the random share
+inline constexpr std::chrono::milliseconds backoffMaxBase{48000};  // without the random part
 
-//  Returns how long to wait after failures failures in a row: 1 s after the first, doubled after each further one, at
-//  most 48 s, plus a random share of up to a quarter. The share keeps clients that lost the same server from returning
-//  in step, from their first wait on:
+//  Returns the delay after this number of consecutive failures: 1 s after the first one, doubled after each further
+//  one, at most 48 s; plus a random part of up to a quarter. Because of the random part, clients that lost the same
+//  server do not all reconnect at the same time:
 //
-//      failures in a row    1          2        3      4       5        6        7 and more
-//      wait, s              1 - 1.25   2 - 2.5  4 - 5  8 - 10  16 - 20  32 - 40  48 - 60
+//      consecutive failures 1          2        3      4       5        6        7 and more
+//      delay, s             1 - 1.25   2 - 2.5  4 - 5  8 - 10  16 - 20  32 - 40  48 - 60
 //
-//  random is any number; equal numbers give equal waits.
+//  random is any number; the same number gives the same delay.
 //  Requires: failures >= 1.
 std::chrono::milliseconds backoffDelay(unsigned failures, std::uint32_t random) noexcept;
 
-//  A connection that held for so long ends the row of losses.
+//  A connection that lasts this long resets the count of losses.
 inline constexpr std::chrono::milliseconds steadyTime{60000};
 
-//  The shortest pause after a failed request for a tag, on top of the first back-off: longer than the 10 s between two
-//  publish cycles of the service. One cycle then finds the connection lost and goes on to its DNS step, which it does
-//  not reach while a connected database does not take the tag.
+//  The minimum pause after a failed request for a tag, to which the first back-off is added. It is longer than the 10 s
+//  between two publish cycles of the service, so one cycle finds the connection lost and continues with its DNS step.
+//  While a database is connected and does not have the tag, the service never reaches this step.
 inline constexpr std::chrono::milliseconds awayTime{11000};
 
 class RetrySchedule {
 public:
     using Time = std::chrono::milliseconds;
 
-    //  seed: of the random shares.
+    //  seed: initial value for the random parts.
     explicit RetrySchedule(std::uint32_t seed) : random_(seed) {}
 
-    //  The connection is established.
+    //  Call when the connection is established.
     void connected(Time now) noexcept { connectedAt_ = now; }
 
-    //  A request for a tag failed, which ends the connection: the next pause is at least awayTime and one back-off.
+    //  Call when a request for a tag failed. This ends the connection; the next pause is at least awayTime and one
+    //  back-off.
     void tagRequestFailed() noexcept { away_ = true; }
 
-    //  The connection is lost, or could not be opened. Returns the pause before the next open.
+    //  Call when the connection is lost or cannot be opened. Returns the pause before the next open.
     Time lost(Time now);
 
-    //  Something is pending that the server has refused: sets when it is due.
+    //  Call when the server has refused pending data. Sets the due time of the next retry.
     void refused(Time now) { retryAt_ = now + backoff(++refusals_); }
 
-    //  A request succeeded and nothing is pending.
+    //  Call when a request has succeeded and nothing is pending.
     void succeeded() noexcept { refusals_ = 0; }
 
-    //  An exchange with the server ended: the next check is due after interval.
+    //  Call after each exchange with the server. The next check is due after interval.
     void exchanged(Time now, Time interval) noexcept { checkAt_ = now + interval; }
 
-    //  Return the time left, zero when it is due.
+    //  Return the time until the retry or the check is due; zero if it is due now.
     Time untilRetry(Time now) const noexcept { return left(retryAt_, now); }
     Time untilCheck(Time now) const noexcept { return left(checkAt_, now); }
 
@@ -75,11 +76,11 @@ private:
     static Time left(Time due, Time now) noexcept { return due > now ? due - now : Time(0); }
     Time backoff(unsigned failures) { return backoffDelay(failures, static_cast<std::uint32_t>(random_())); }
 
-    std::optional<Time> connectedAt_;  // none while it is not connected
+    std::optional<Time> connectedAt_;  // empty while not connected
     bool away_ = false;                // a request for a tag failed since the last pause
-    unsigned losses_ = 0;              // in a row, without a steady connection between them
-    unsigned refusals_ = 0;            // in a row; a reconnection does not end the row
-    Time retryAt_{};                   // due time of what is pending; 0, which is past, before the first refusal
+    unsigned losses_ = 0;              // consecutive, without a connection of steadyTime between them
+    unsigned refusals_ = 0;            // consecutive; a reconnection does not reset the count
+    Time retryAt_{};                   // due time of pending data; initially 0, so that the first retry is due at once
     Time checkAt_{};
     std::minstd_rand random_;
 };

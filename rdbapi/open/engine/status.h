@@ -1,16 +1,16 @@
-//  How an operation of this library ended: the only form in which a failure is passed on between its parts.
+//  The result of an operation. All parts of this library report failures only in this form.
 //
 //      Status       ok, or the code and the reason of the failure
 //      Result<T>    a value, or the Status of the failure
 //
-//  A caller that adds what it was doing puts it before the reason with failedTo: "the file cannot be read: Permission
+//  A caller adds its own action in front of the reason with failedTo: "the file cannot be read: Permission
 //  denied".
 //
-//  Not a failure: the "no" of a predicate, which is a bool, and a search that finds nothing or a word that is no number,
-//  which is an empty std::optional or null; the caller may make a failure of it. Functions whose result goes to the caller
-//  of the library unchanged return the code alone.
+//  Three results are not failures: false from a predicate; an empty std::optional or null from a search that finds
+//  nothing; and an empty std::optional from a parser of numbers. The caller may turn them into a failure. Functions
+//  whose result is returned unchanged to the caller of the library return only the code.
 //
-//  Threads: as for std::string; an object belongs to one thread at a time.
+//  Threads: one thread at a time per object, like std::string.
 #ifndef RDBAPI_OPEN_ENGINE_STATUS_H
 #define RDBAPI_OPEN_ENGINE_STATUS_H
 
@@ -27,8 +27,8 @@ namespace rdbopen {
 
 //  A request that a back end carries out ends in one of three ways:
 //      errorBackendFailed    the back end has to be opened again
-//      errorServerRefused    the server answered and did not do it; the back end stays open
-//      any other code        final; the back end stays as it is
+//      errorServerRefused    the server refused the request; the back end stays open
+//      any other code        final; the back end stays open
 struct [[nodiscard]] Status {
     int code = errorNone;
     std::string reason{};   // for the operator; never holds a user or a password; may be empty
@@ -52,7 +52,7 @@ inline std::string systemText(int error) {
     return std::generic_category().message(error);
 }
 
-//  Returns the failure that an errno value stands for.
+//  Returns the failure with the text of an errno value.
 inline Status systemFailure(int error) {
     return backendFailed(systemText(error));
 }
@@ -73,10 +73,10 @@ public:
 
     bool ok() const noexcept { return value_.has_value(); }
 
-    //  The failure; ok when there is a value.
+    //  Returns the failure; it is ok() if there is a value.
     const Status& status() const noexcept { return status_; }
 
-    //  The value. Requires: ok().
+    //  Return the value. Require: ok().
     T& operator*() noexcept { return *value_; }
     const T& operator*() const noexcept { return *value_; }
     T* operator->() noexcept { return &*value_; }

@@ -1,5 +1,5 @@
-//  A condition variable with a limit on the monotonic clock. It is initialised by the compiler and has no destructor,
-//  so that one may be static while threads still wait for it at exit.
+//  A condition variable whose waits have a deadline on the monotonic clock. It is initialised at compile time and has
+//  no destructor, so a static object stays valid for threads that still wait for it at exit.
 #ifndef RDBAPI_OPEN_ENGINE_TIMED_CONDITION_H
 #define RDBAPI_OPEN_ENGINE_TIMED_CONDITION_H
 
@@ -11,8 +11,8 @@ namespace rdbopen {
 
 class TimedCondition {
 public:
-    //  Waits for notifyAll, or until the given time of monotonicNow(). Returns false when that time has come. May
-    //  return early without cause.
+    //  Waits for notifyAll, or until monotonicNow() reaches until. Returns false in the second case. May return early
+    //  without a notification (spurious wake-up).
     //  Requires: lock is locked.
     bool waitUntil(std::unique_lock<std::mutex>& lock, std::chrono::milliseconds until) noexcept {
         const timespec deadline{until.count() / 1000, until.count() % 1000 * 1000000};

@@ -1,5 +1,5 @@
-//  How a back end waits for a descriptor: up to a given time, and never longer than its handle is open, so that a
-//  handle can be closed at any moment of an exchange.
+//  The only way in which a back end waits for a descriptor. Closing the handle ends each wait, so a handle can be
+//  closed at any moment of an exchange.
 #ifndef RDBAPI_OPEN_ENGINE_WAITER_H
 #define RDBAPI_OPEN_ENGINE_WAITER_H
 
@@ -11,12 +11,12 @@ class Waiter {
 public:
     enum class Result { ready, timedOut, closed, callWaits, failed };
 
-    //  Waits until descriptor is ready for one of events (poll(2)) or is broken, until monotonicNow() reaches the time
-    //  until, or until the handle is closed. Returns timedOut before that time if the caller has given up.
-    //  callWaits: only during a check, see Backend::checksArePreemptible. failed: errno says why.
+    //  Waits until descriptor is ready for one of events (poll(2)) or has an error, until monotonicNow() reaches until,
+    //  or until the handle is closed. Returns timedOut earlier if the caller of a request for a tag has timed out.
+    //  Returns callWaits only during a check (Backend::checksArePreemptible). After failed, errno is set.
     virtual Result wait(int descriptor, short events, std::chrono::milliseconds until) const noexcept = 0;
 
-    //  True when every wait ends at once, as closed, timedOut or callWaits.
+    //  Returns whether every wait would now end at once with closed, timedOut or callWaits.
     virtual bool cancelled() const noexcept { return false; }
 
 protected:

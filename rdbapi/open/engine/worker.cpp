@@ -12,28 +12,28 @@ namespace rdbopen {
 
 namespace {
 
-//  The worker on whose thread the code runs; null on every other thread.
+//  The worker that owns the current thread; null on threads of the caller.
 thread_local const Worker* runningWorker = nullptr;
 
-//  The reason when nobody was left to take the answer to a request for a tag.
+//  The reason for ending a connection when the caller of a request for a tag has timed out.
 constexpr char tagRequestTimedOut[] = "a request for a tag was not answered within 3 s";
 
-//  True for the ways in which a request for a tag ends without an answer that its caller can use.
+//  Returns whether a request for a tag has ended without an answer that its caller can use.
 bool failed(int code) {
     return code == errorBackendFailed || code == errorServerRefused || code == errorTimedOut;
 }
 
-//  Back ends use containers, which throw when memory is short; that counts as their failure.
+//  Runs action and converts an exception to a failure of the back end: containers throw when memory is exhausted.
 template <class Action>
 Status guarded(Action action) noexcept {
     try {
         return action();
     } catch (...) {
-        return {errorBackendFailed, "out of memory"};  // short enough for no allocation
+        return {errorBackendFailed, "out of memory"};  // short enough to need no allocation
     }
 }
 
-//  The same for work without a result of its own: without memory it is left undone.
+//  Like guarded, for an action without a result: if memory is exhausted, the action is skipped.
 template <class Action>
 void attempt(Action action) noexcept {
     try {
@@ -59,7 +59,7 @@ int Worker::setNotify(RdbMessageNotify notify, void* user) {
 }
 
 int Worker::start(std::unique_ptr<Backend> backend) {
-    std::string label = backend->label();  // here, where a lack of memory is the caller's failure
+    std::string label = backend->label();  // an exception here reaches the caller, who gets errorNoResources
     const std::lock_guard lock(mutex_);
     if (started_)
         return errorAlreadyConnecting;
@@ -75,7 +75,7 @@ int Worker::start(std::unique_ptr<Backend> backend) {
     return errorNoResources;
 }
 
-//  The thread inherits a mask that blocks everything, so that the process's handlers run on threads of the process.
+//  The new thread inherits a signal mask that blocks all signals, so the program's signal handlers never run on it.
 bool Worker::startThread() {
     pthread_attr_t attributes;
     if (pthread_attr_init(&attributes) != 0)
@@ -98,7 +98,7 @@ int Worker::post(std::shared_ptr<Call> call) {
         if (signal_.closed())
             return errorClosed;
         if (started_ && !call->isServedBy(*backend_))
-            return errorNotSupported;  // the only such check: no call reaches a back end without its interface
+            return errorNotSupported;  // the only check of this: later code relies on it
         if (!accepting_)
             return errorNotConnected;
         if (queue_.size() >= queueCapacity)
@@ -116,7 +116,7 @@ int Worker::execute(const std::shared_ptr<WaitingCall>& call) {
         return refused;
     const int code = call->wait();
     if (code == errorTimedOut) {
-        signal_.wake();  // so that the worker notices it in the middle of an exchange
+        signal_.wake();  // so that the worker notices the time-out during an exchange
         if (call->required())
             reportLoss();
     }
@@ -132,9 +132,10 @@ void* Worker::threadMain(void* self) {
     return nullptr;
 }
 
-//  In this order: no call is taken any more and those in the queue get their answer, then the loss is reported, so that
-//  no answer follows the event; close comes last, because it may take long: SQLite writes its log into the file. A
-//  session that the user of the handle ended is no failure and is not reported.
+//  After a session the order matters. First new calls are rejected and the queued calls get their answers, then event
+//  60003 is sent, so that no answer follows the event. close is last because it may take long: SQLite writes its log
+//  into the database file. If the user of the handle closed it, the end of the session is not a failure and is not
+//  logged.
 void Worker::run() noexcept {
     while (!signal_.closed()) {
         const Status end = guarded([this] { return session(); });
@@ -142,14 +143,14 @@ void Worker::run() noexcept {
         refuseWaiting();
         reportLoss();
         backend_->close();
-        if (signal_.closed())  // which ends every exchange and is no failure
+        if (signal_.closed())  // the failed exchange was only interrupted
             return;
         failures_.fail(label_, end.reason);
         signal_.pause(schedule_.lost(monotonicNow()));
     }
 }
 
-//  Opens the back end and serves until it fails or the handle is closed.
+//  Opens the back end and serves calls until the back end fails or the handle is closed.
 Status Worker::session() {
     if (Status failed = openAndRetry(); !failed.ok())
         return failed;
@@ -157,8 +158,8 @@ Status Worker::session() {
     setAccepting(true);
     reportConnection();
     for (;;) {
-        //  The next work may be minutes away. The service sets the limit from which free memory is released to 1 MB,
-        //  and free memory between blocks in use is never released by free(3).
+        //  Returns free memory to the system, because the next work may be minutes away. free(3) alone does not: the
+        //  service has set its limit to 1 MB, and it never releases free memory between used blocks.
         malloc_trim(0);
         std::shared_ptr<Call> call;
         Status status;
@@ -186,9 +187,9 @@ Status Worker::session() {
     }
 }
 
-//  Returns errorNone when the back end is open and no request for a tag is pending. Other pending requests may be refused.
-//  Recovery is reported only after a request has succeeded: a server that opens and then fails would otherwise log failure
-//  and recovery each time.
+//  Returns errorNone when the back end is open and no request for a tag is pending; other requests may still be
+//  pending. If data was pending, recovery is logged only after it was retried. Otherwise a server that accepts a
+//  connection and then fails each request would cause log lines of failure and recovery in turn.
 Status Worker::openAndRetry() {
     Status status = backend_->open(waiter_);
     if (!status.ok())
@@ -206,10 +207,10 @@ Status Worker::openAndRetry() {
     return {};
 }
 
-//  Returns errorBackendFailed for all that ends the session. A failed request for a tag ends it even when the server
-//  answers: the service publishes nothing, to DNS neither, while a connected database does not take the tag, and only
-//  the event 60003 lets it go on without the database. A put that fails is retried in the open session: the service has
-//  counted it as sent.
+//  Returns errorBackendFailed if the session must end. A failed request for a tag ends the session even if the server
+//  has answered: while a database is connected without the tag, the service publishes nothing, not even to DNS. After
+//  event 60003 it continues without the database. A failed put is retried in the same session, because the service
+//  treats it as sent.
 Status Worker::serve(Call& call) {
     Status status{errorTimedOut, {}};
     if (!call.abandoned()) {
@@ -230,8 +231,8 @@ Status Worker::serve(Call& call) {
     return status;
 }
 
-//  Each request gets the time that a caller would wait for it: one that takes longer would fail when it is made by the
-//  user of the handle.
+//  Each retry has the time limit of a caller. A request that takes longer would also time out when the user of the
+//  handle repeats it after event 60001.
 Status Worker::retryTags() {
     Status status;
     while (status.ok() && desired_.tagPending()) {
@@ -246,8 +247,8 @@ Status Worker::retryPending() {
     return guarded([this] { return desired_.retry(*backend_); });
 }
 
-//  Sets checkRefused_. The success of another request does not clear what a check was refused for: a user with the
-//  right to write and without that to read would otherwise be reported as failing and working in turn, at every put.
+//  Sets checkRefused_. A success of another request does not reset it: a database user with permission to write but not
+//  to read would otherwise cause log lines of failure and recovery in turn, at every put.
 Status Worker::checkAndRetry() {
     Status status = check();
     if (status.code == errorPreempted)
@@ -256,7 +257,7 @@ Status Worker::checkAndRetry() {
     return status.ok() && desired_.pending() ? retryPending() : status;
 }
 
-//  The check alone. A call that was posted meanwhile may have cut it off.
+//  Probes the connection and checks the server's data. Returns errorPreempted if a call interrupted the check.
 Status Worker::check() {
     checking_ = true;
     checkPreempted_ = false;
@@ -267,7 +268,8 @@ Status Worker::check() {
     return checkPreempted_ ? Status{errorPreempted, {}} : status;
 }
 
-//  Returns whether the next wait of the back end has to end for a call. Then all that follow in the same check end, too.
+//  Returns whether the next wait of the back end must end because a call is queued. If so, all later waits of this
+//  check end, too.
 bool Worker::callPreemptsCheck() noexcept {
     if (!checking_ || !backend_->checksArePreemptible())
         return false;
@@ -276,7 +278,7 @@ bool Worker::callPreemptsCheck() noexcept {
     return checkPreempted_;
 }
 
-//  Waits for something to do.
+//  Waits for the next work and returns its kind; stores the call for Work::call.
 Worker::Work Worker::nextWork(std::shared_ptr<Call>& call) {
     for (;;) {
         if (signal_.closed())
@@ -309,7 +311,7 @@ std::shared_ptr<Call> Worker::takeCall() {
     return call;
 }
 
-//  Stores what is due next. Returns in how many milliseconds, or a negative time when nothing ever is.
+//  Stores the next work in due and returns the time until it is due, or a negative time if no work will become due.
 std::chrono::milliseconds Worker::untilDue(Work& due) const {
     if (desired_.pending()) {
         due = Work::retry;
@@ -321,7 +323,7 @@ std::chrono::milliseconds Worker::untilDue(Work& due) const {
     return schedule_.untilCheck(monotonicNow());
 }
 
-//  Called by the worker's thread only.
+//  Returns whether the caller of a running or queued request for a tag has timed out. Only for the worker's thread.
 bool Worker::requiredCallAbandoned() noexcept {
     const auto gaveUp = [](Call& call) { return call.required() && call.abandoned(); };
     if (running_ != nullptr && gaveUp(*running_))
@@ -349,7 +351,7 @@ void Worker::setAccepting(bool accepting) {
     accepting_ = accepting;
 }
 
-//  Needs no memory, so that its callers get their answer also when there is none.
+//  Answers all queued calls. Works without free memory: finish is called even if refuse or record throws.
 void Worker::refuseWaiting() noexcept {
     const int code = signal_.closed() ? errorClosed : errorNotConnected;
     while (const std::shared_ptr<Call> call = takeCall()) {
@@ -369,8 +371,8 @@ void Worker::reportConnection() noexcept {
     sendEvent(RDB_EVENT_CONNECTED);
 }
 
-//  On the worker's thread, or on that of a caller whose required call had no answer in time while the worker cannot go on,
-//  such as in a system call on a disk that hangs.
+//  Runs on the worker's thread. Also runs on a caller's thread when a required call has timed out, because the worker
+//  may be blocked, for example in a system call on a disk that does not respond.
 void Worker::reportLoss() noexcept {
     setAccepting(false);
     const std::lock_guard lock(eventMutex_);
@@ -383,10 +385,9 @@ void Worker::sendEvent(std::int32_t event) noexcept {
         notify_(event, 0, user_);
 }
 
-//  Reports how a piece of work ended with the back end still open, and sets when what is pending is due. A bad request
-//  is reported apart from failures: it says nothing about the server, and the server's recovery nothing about it.
-//  Recovery needs a success with nothing pending, so that a server that takes one request and refuses another is not
-//  reported as working.
+//  Logs the result of a call, retry or check after which the back end stays open, and schedules the next retry. Bad
+//  requests are logged separately from failures, because they say nothing about the state of the server. Recovery
+//  requires a success with nothing pending: a server that accepts one request and refuses another has not recovered.
 void Worker::evaluate(const Status& status) noexcept {
     if (status.code == errorPreempted)
         return;

@@ -1,28 +1,30 @@
-//  One connection: the thread that opens its back end, serves the calls queued for it, tells the events, and opens the
-//  back end again when it fails.
+//  One connection and its thread. The thread opens the back end, serves the queued calls, sends the events, and opens
+//  the back end again after a failure.
 //
 //      idle --start--> opening --ok: 60001--> serving --failed: 60003--> back-off --> opening ...
 //                         \--failed--> back-off --> opening ...           any of them --handle closed--> ended
 //
-//  Promises: calls are taken between 60001 and 60003 only. What is pending of the desired state (desired_state.h) is
-//  retried by the worker itself: before 60001 after a failure, so that a link that fails at its first request causes no
-//  event; and while serving, when the server refuses it. When is decided by the retry schedule (retry_schedule.h).
+//  Calls are accepted only between the events 60001 and 60003. The worker itself retries pending data of the desired
+//  state (desired_state.h): after a failure it does so before 60001, so that a connection that fails at its first
+//  request causes no event; while connected it retries what the server has refused. RetrySchedule (retry_schedule.h)
+//  computes the times.
 //
-//  A user that cannot have its tag may do nothing else while it is told that it is connected. So a request for a tag
-//  (Call::required) that is refused, fails or is not answered within callLimit ends the connection, and
-//      (1) 60003 follows at once, also when an exchange with a silent server has to be cut short for it;
-//      (2) the worker makes the request again each time that the back end is open, and 60001 follows only after it has
-//          succeeded within callLimit;
-//      (3) 60001 does not follow for awayTime, even when a server refuses every other request.
+//  The service needs its tag: while it is connected without the tag, it does nothing else. Therefore a request for a
+//  tag (Call::required) ends the connection if it is refused, fails or gets no answer within callLimit:
+//      (1) Event 60003 follows at once. If an exchange with a silent server is in progress, it is cancelled.
+//      (2) The worker repeats the request each time it has opened the back end. Event 60001 follows only after the
+//          request has succeeded within callLimit.
+//      (3) At least awayTime passes before the next 60001, even if the server refuses only every other request.
+//  If any other request is refused, for example a put, the connection stays open.
 //  Another request that is refused, such as a put, leaves the connection as it is.
 //
-//  A reason is reported once until the server is sound again (reason_log.h), not at each attempt. Recovery
-//  is reported when a request has succeeded, nothing is pending and the last check was not refused. After a refused check,
-//  each success is followed by a new check. A check that a call cuts off counts as not made. Why a request can never
-//  succeed is reported once until a call succeeds.
+//  Each reason of a failure is logged once until the server recovers (reason_log.h), not at each attempt. Recovery is
+//  logged when a request has succeeded, nothing is pending and the last check was not refused. After a refused check,
+//  each success is followed by another check. The result of a check that a call interrupted is ignored. The reason of
+//  errorBadRequest is logged once until a call succeeds.
 //
-//  An event or reply is delivered when the handle is not closed at that moment. So when rdb_disconnect returns, at most
-//  one callback is still to begin or to end: the one that the worker was delivering already.
+//  An event or reply is delivered only if the handle is not closed at that moment. So, when rdb_disconnect returns, at
+//  most one callback may still begin or run: the one whose delivery the worker had already started.
 //
 //  Threads: the public operations may be called on any thread. The worker's thread blocks all signals.
 #ifndef RDBAPI_OPEN_ENGINE_WORKER_H
@@ -39,16 +41,16 @@
 
 namespace rdbopen {
 
-//  Calls that may wait for the worker at one time.
+//  Maximum number of calls in the queue.
 inline constexpr std::size_t queueCapacity = 64;
 
-//  Keeps a worker in being from its start to its end.
+//  Owns a worker and does not delete it while its thread runs.
 class WorkerOwner {
 public:
-    //  Marks the handle as having a worker. Returns false when it is closed.
+    //  Marks the handle as having a running worker. Returns false when the handle is closed.
     virtual bool beginWorker() noexcept = 0;
 
-    //  Takes the mark away: the worker's last action on anything of its own.
+    //  Removes the mark. The worker's thread does not access the worker afterwards.
     virtual void endWorker() noexcept = 0;
 
 protected:
@@ -60,19 +62,20 @@ public:
     //  Requires: signal and owner outlive the worker.
     Worker(const CloseSignal& signal, WorkerOwner& owner);
 
-    //  Return errorNone, errorAlreadyConnecting once started, or errorClosed. start also errorNoResources, and may then
-    //  be called again.
+    //  Return errorNone, errorAlreadyConnecting if already started, or errorClosed. start may also return
+    //  errorNoResources; it can then be called again.
     int setNotify(RdbMessageNotify notify, void* user);
     int start(std::unique_ptr<Backend> backend);
 
-    //  Queues call. Returns errorNone, or why it was not taken: errorNotSupported when the back end does not serve it.
+    //  Queues call. Returns errorNone, or an error if the call was not queued: errorClosed, errorNotSupported,
+    //  errorNotConnected or errorBusy.
     int post(std::shared_ptr<Call> call);
 
-    //  Queues call and waits for its end.
+    //  Queues call and waits for its result. Returns errorInCallback in a callback of the same worker.
     int execute(const std::shared_ptr<WaitingCall>& call);
 
 private:
-    //  What there is to do while the back end is open.
+    //  The kinds of work while the back end is open.
     enum class Work { closed, call, retry, check };
 
     static void* threadMain(void* self);
@@ -97,7 +100,7 @@ private:
     void sendEvent(std::int32_t event) noexcept;
     void evaluate(const Status& status) noexcept;
 
-    //  The back end's view of the handle. A wait ends as timedOut also when a request for a tag waits in vain.
+    //  The Waiter of the back end. A wait also returns timedOut when the caller of a request for a tag has timed out.
     class SlotWaiter : public Waiter {
     public:
         explicit SlotWaiter(Worker& worker) : worker_(worker) {}
@@ -114,7 +117,7 @@ private:
     WorkerOwner& owner_;
     const SlotWaiter waiter_;
 
-    std::mutex mutex_;  // guards the queue and, until the thread starts, the members below it
+    std::mutex mutex_;  // guards the queue and the next two members; until the thread starts, also backend_ to user_
     std::deque<std::shared_ptr<Call>> queue_;
     bool accepting_ = false;
     bool started_ = false;
@@ -130,13 +133,13 @@ private:
     //  Used by the worker's thread only. Times are those of monotonicNow().
     DesiredState desired_;
     RetrySchedule schedule_;
-    ReasonLog failures_;                                                      // empty while all is well
-    ReasonLog badRequests_;                                                   // since a call last succeeded
-    Call* running_ = nullptr;                                                 // the call that the back end carries out
-    std::chrono::milliseconds waitLimit_ = std::chrono::milliseconds::max();  // no wait of the back end goes beyond it
-    bool checkRefused_ = false;                                               // the last check was
-    bool checking_ = false;                                                   // a check is under way
-    bool checkPreempted_ = false;                                             // it was cut off
+    ReasonLog failures_;       // reasons logged since the last recovery
+    ReasonLog badRequests_;    // reasons logged since the last success of a call
+    Call* running_ = nullptr;  // the call that the back end is serving, or null
+    std::chrono::milliseconds waitLimit_ = std::chrono::milliseconds::max();  // latest end of each wait of the back end
+    bool checkRefused_ = false;                                               // the last check was refused
+    bool checking_ = false;                                                   // a check is running
+    bool checkPreempted_ = false;                                             // a call interrupted the check
 };
 
 }  // namespace rdbopen
