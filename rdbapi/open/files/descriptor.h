@@ -1,4 +1,4 @@
-//  A file descriptor that is closed by its destructor, and the reader of a whole file.
+//  A file descriptor that its owner's destructor closes, and a function that reads a whole file.
 //
 //  Threads: any thread; one at a time per object.
 #ifndef RDBAPI_OPEN_FILES_DESCRIPTOR_H
@@ -13,7 +13,7 @@ namespace rdbopen {
 
 class Descriptor {
 public:
-    //  Takes ownership of fd; negative for none.
+    //  Takes ownership of fd; a negative fd means no descriptor.
     explicit Descriptor(int fd) : fd_(fd) {}
     Descriptor(const Descriptor&) = delete;
     Descriptor& operator=(const Descriptor&) = delete;
@@ -27,7 +27,7 @@ private:
     int fd_;
 };
 
-//  Reads fd to its end. Fails with errorTooLarge when that is more than limit bytes.
+//  Reads fd to its end. Fails with errorTooLarge if there are more than limit bytes.
 inline Result<std::string> readToEnd(int fd, std::size_t limit) {
     std::string bytes;
     char block[16384];

@@ -14,10 +14,11 @@ namespace {
 
 constexpr std::chrono::milliseconds retryTime{20};
 
-//  Only this process's user and root need to open it.
+//  Mode of the lock file: only this process's user and root need to open it.
 constexpr mode_t lockMode = 0600;
 
-//  If another process removes the file while it is locked, a second holder could lock a new file.
+//  Returns whether the locked file still has a name. If another process has removed it, a third process could create
+//  and lock a new file at the same time.
 bool stillNamed(int fd) {
     struct stat status {};
     return fstat(fd, &status) == 0 && status.st_nlink > 0;

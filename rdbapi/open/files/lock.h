@@ -1,5 +1,5 @@
-//  An exclusive lock between processes (and between workers of one process) by flock(2) on a separate file, which is
-//  created if it does not exist and is not removed.
+//  An exclusive lock between processes, and between workers of one process: flock(2) on a separate lock file. The lock
+//  creates this file if it does not exist, and does not remove it.
 #ifndef RDBAPI_OPEN_FILES_LOCK_H
 #define RDBAPI_OPEN_FILES_LOCK_H
 
@@ -16,7 +16,7 @@ public:
     FileLock& operator=(const FileLock&) = delete;
     ~FileLock();
 
-    //  Takes the lock on path; waits at most limit. Fails with the text of EWOULDBLOCK when the time expires.
+    //  Locks the file path; waits at most limit. Fails with the text of EWOULDBLOCK after a time-out.
     Status acquire(const std::string& path, std::chrono::milliseconds limit);
 
 private:

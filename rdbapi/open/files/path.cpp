@@ -16,7 +16,8 @@ Status failed(const std::string& path, int error) {
     return failedTo(path, systemFailure(error));
 }
 
-//  Like the kernel, this ignores the group: an administrator decides who belongs to it.
+//  Returns whether all users may create files in the folder, and only owners may remove them. Like the kernel, this
+//  ignores the permissions of the group, because an administrator chooses its members.
 bool isShared(const struct stat& folder) {
     return (folder.st_mode & S_ISVTX) != 0 && (folder.st_mode & S_IWOTH) != 0;
 }
@@ -25,12 +26,13 @@ bool mayBeFollowed(const struct stat& link, const struct stat& folder) {
     return !isShared(folder) || link.st_uid == geteuid() || link.st_uid == folder.st_uid;
 }
 
-//  The resolution of one path. Invariant: done_ ends with "/" and contains no link, "." or "..".
+//  Resolves one path. Invariant: done_ ends with "/" and contains no link, "." or "..".
 class Walk {
 public:
     Walk(const std::string& path, FilePlace& place) : rest_(path), place_(place) {}
 
-    //  Resolves up to the last component. Fails with the path that cannot be resolved.
+    //  Resolves the whole path; its last component need not exist. A failure's reason contains the path that cannot be
+    //  resolved.
     Status run() {
         place_ = FilePlace();
         Status status = goTo("/");
@@ -41,7 +43,7 @@ public:
     }
 
 private:
-    //  Removes the next component and the slashes after it from rest_ and returns the component.
+    //  Removes the next component and the slashes before it from rest_ and returns the component.
     std::string takeName() {
         rest_.erase(0, std::min(rest_.find_first_not_of('/'), rest_.size()));
         const std::size_t end = std::min(rest_.find('/'), rest_.size());
@@ -80,8 +82,8 @@ private:
         return {};
     }
 
-    //  Requires: directory contains no link and, except for the root, does not end with "/", where lstat would follow
-    //  one.
+    //  Requires: directory contains no link, and does not end with "/" unless it is the root: lstat would follow a link
+    //  with a final "/".
     Status goTo(const std::string& directory) {
         struct stat found {};
         if (lstat(directory.c_str(), &found) != 0)

@@ -11,10 +11,10 @@ namespace rdbopen {
 
 namespace {
 
-constexpr mode_t newFileMode = 0644;  // a name server runs as another user
+constexpr mode_t newFileMode = 0644;  // a name server that runs as another user must read the file
 constexpr mode_t modeBits = 07777;
 
-//  Returns the status for the result of a system call.
+//  Returns the status for the return value of a system call.
 Status statusOf(int result) {
     return result < 0 ? systemFailure(errno) : Status{};
 }
@@ -30,7 +30,7 @@ Status writeAll(int fd, std::string_view bytes) {
     return {};
 }
 
-//  The owner is set first, because a change of owner clears mode bits.
+//  fchown comes before fchmod, because a change of owner clears mode bits.
 Status copyOwnerAndMode(int fd, const FileText& before) {
     if (!before.exists)
         return statusOf(fchmod(fd, newFileMode));
@@ -41,7 +41,8 @@ Status copyOwnerAndMode(int fd, const FileText& before) {
     return status.ok() ? statusOf(fchmod(fd, before.inode.st_mode & modeBits)) : status;
 }
 
-//  Removes the file of an earlier crash; then O_EXCL makes sure that no file of another program is written.
+//  Removes a temporary file that remains after a crash. O_EXCL then ensures that the new file is not one that another
+//  program created.
 int openTemporary(const FilePlace& place) {
     unlink(place.temporary().c_str());
     return open(place.temporary().c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600);

@@ -1,5 +1,5 @@
-//  Reads a whole file and replaces it atomically: a reader sees the old or the new text, and after a power failure one
-//  of the two is on the disk.
+//  Reads a whole file and replaces it atomically: a reader sees either the old or the new text, and after a power
+//  failure the disk has one of the two.
 //
 //      DIR/NAME                      the file
 //      DIR/.NAME.addrpubd.tmp        the new text, until it is renamed
@@ -26,20 +26,20 @@ struct FileText {
     std::string bytes;
 };
 
-//  Reads the whole file; a missing file is no failure. Fails with errorTooLarge above maxFileSize, and fails for
-//  anything except a regular file.
+//  Reads the whole file. A missing file is not a failure. Fails with errorTooLarge above maxFileSize, and with
+//  errorBackendFailed if it is not a regular file or cannot be read.
 Result<FileText> readFile(const FilePlace& place);
 
 //  Tests whether the directory can be written to: creates the temporary file and removes it.
 Status testWritable(const FilePlace& place);
 
-//  Replaces the file that was read as before by bytes, with its mode and owner, or with mode 0644 if it did not exist.
-//  Fails with errorFileChanged if the file is not the one that was read, and with errorTooLarge above maxFileSize,
-//  which readFile would refuse. On failure the file is unchanged. The file survives a power failure only after
-//  flushDirectory. Requires: the lock is held.
+//  Replaces the file by bytes and keeps its mode and owner; a new file has mode 0644. before is the result of readFile:
+//  fails with errorFileChanged if the file has changed since. Fails with errorTooLarge above maxFileSize, because
+//  readFile would refuse the new file. On failure the file is unchanged. Only flushDirectory makes the new file survive
+//  a power failure. Requires: the lock is held.
 Status replaceFile(const FilePlace& place, const FileText& before, std::string_view bytes);
 
-//  Flushes the file's entry in its directory.
+//  Flushes the directory of the file to the disk, so that a rename survives a power failure.
 Status flushDirectory(const FilePlace& place);
 
 }  // namespace rdbopen

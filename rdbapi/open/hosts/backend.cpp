@@ -12,10 +12,10 @@ namespace {
 
 constexpr std::chrono::milliseconds lockLimit{2000};
 
-//  Maximum number of attempts of an update when another program edits the file meanwhile.
+//  Maximum number of attempts of an update. An attempt fails if another program changes the file during it.
 constexpr int maxAttempts = 5;
 
-//  A file that is too large is treated as one that cannot be read.
+//  Changes errorTooLarge to errorBackendFailed: a file that is too large cannot be read.
 Status unreadable(const Status& failure) {
     return backendFailed("the file cannot be read: " + failure.reason);
 }
@@ -35,7 +35,7 @@ private:
     Status flush(const FilePlace& place);
 
     std::string path_;
-    bool flushed_ = false;  // the directory was flushed since the last rename by this back end
+    bool flushed_ = false;  // the directory was flushed after the last rename by this back end
 };
 
 Status HostsBackend::open(const Waiter&) {
@@ -52,7 +52,7 @@ Status HostsBackend::open(const Waiter&) {
     return {};
 }
 
-//  The path is resolved each time: a link may change while the service runs.
+//  Resolves the path each time, because a link may change while the service runs.
 Status HostsBackend::update(const DnsRequest& request) {
     FilePlace place;
     if (Status failed = resolveFile(path_, place); !failed.ok())
@@ -70,7 +70,8 @@ Status HostsBackend::update(const DnsRequest& request) {
             return flushed_ ? Status{} : flush(place);
         status = replaceFile(place, *before, after);
     }
-    //  Opening again would not help: only the administrator can shorten the file.
+    //  errorServerRefused keeps the back end open: opening it again would not help, because only the administrator can
+    //  shorten the file.
     if (status.code == errorTooLarge)
         return serverRefused("the file would be larger than 16 MiB; it stays as it is");
     if (status.ok())
@@ -78,8 +79,8 @@ Status HostsBackend::update(const DnsRequest& request) {
     return backendFailed("the file cannot be replaced: " + status.reason);
 }
 
-//  After a failure, the retry finds the new text in the file. Only flushed_ shows that it is not on the disk yet; a new
-//  process does not know this and flushes once.
+//  If the flush fails, the retry finds the new text in the file, and only flushed_ shows that the text may not be on
+//  the disk. flushed_ is false in a new process, which therefore flushes once.
 Status HostsBackend::flush(const FilePlace& place) {
     Status status = flushDirectory(place);
     flushed_ = status.ok();

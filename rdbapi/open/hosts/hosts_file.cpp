@@ -8,7 +8,7 @@ namespace {
 
 bool isAddress(std::string_view text) {
     char terminated[INET6_ADDRSTRLEN];
-    //  inet_pton stops at a zero byte and would ignore the rest.
+    //  inet_pton would ignore the text after a zero byte.
     if (text.size() >= sizeof terminated || text.find('\0') != std::string_view::npos)
         return false;
     terminated[text.copy(terminated, text.size())] = '\0';
@@ -16,7 +16,7 @@ bool isAddress(std::string_view text) {
     return inet_pton(AF_INET, terminated, &binary) == 1 || inet_pton(AF_INET6, terminated, &binary) == 1;
 }
 
-//  Returns the text after the address in each of name's own lines.
+//  Returns the text that follows the address in each line that this library writes for name.
 std::string tailOf(std::string_view name) {
     std::string tail = " ";
     tail.append(name).append(" # addrpubd ").append(name).push_back('\n');

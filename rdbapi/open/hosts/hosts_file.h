@@ -1,13 +1,13 @@
 //  The text of a hosts(5) file, and this library's lines in it.
 //
-//      127.0.0.1 localhost                          another program's: kept unchanged, at any place
-//      2001:db8::7 host1                            another program's, although it has the same name
-//      2001:db8::1 host1 # addrpubd host1           an own line of host1
+//      127.0.0.1 localhost                          line of another program: kept unchanged
+//      2001:db8::7 host1                            line of another program, although the name is the same
+//      2001:db8::1 host1 # addrpubd host1           line of this library for host1 ("own line")
 //      |           |     |
 //      address     name  mark: the comment "# addrpubd " and the name again, up to the end of the line
 //
-//  An own line has exactly this form, including single blanks. A line that was edited manually is treated as another
-//  program's.
+//  An own line has exactly this form, with single blanks. After a manual change it is treated as a line of another
+//  program.
 #ifndef RDBAPI_OPEN_HOSTS_HOSTS_FILE_H
 #define RDBAPI_OPEN_HOSTS_HOSTS_FILE_H
 

@@ -9,12 +9,12 @@
 
 namespace rdbopen {
 
-//  Returns whether name consists of labels of 1 to 63 letters, digits, "-" and "_" (RFC 1123 section 2.1, and the
-//  underscore, which is in use), has 1 to 253 characters (RFC 1035 section 2.3.4, as text) and no final dot. Such a
-//  name needs no escaping in a zone, a message, a hosts file or JSON.
+//  Returns whether name is a valid host name without a final dot: labels of 1 to 63 letters, digits and "-" (RFC 1123
+//  section 2.1), 1 to 253 characters in all (RFC 1035 section 2.3.4). "_" is allowed, too, because such names are in
+//  use. A valid name needs no escaping in a zone, a message, a hosts file or JSON.
 bool isDnsName(std::string_view name);
 
-//  Returns text with A to Z in lower case, in any locale.
+//  Returns text with A to Z in lower case, independent of the locale.
 std::string lowerCase(std::string_view text);
 
 }  // namespace rdbopen

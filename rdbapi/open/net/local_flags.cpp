@@ -24,8 +24,8 @@ std::optional<Number> parseHex(std::string_view text) {
 
 constexpr std::string_view blanks = " \t\r";
 
-//  Removes a word or line from the front of text, with the separators after it, and returns it. The streams of the
-//  standard library would bring all of its locales into the module.
+//  Removes a word or line and the separators after it from the start of text, and returns the word or line. Streams of
+//  the standard library are not used, because they would link all locales into the module.
 std::string_view takeUntil(std::string_view& text, std::string_view separators) {
     const std::size_t end = std::min(text.find_first_of(separators), text.size());
     const std::string_view taken = text.substr(0, end);

@@ -1,4 +1,4 @@
-//  Flags of this host's own IPv6 addresses in the kernel: temporary (RFC 8981) and deprecated (RFC 4862 section 5.5.4).
+//  The kernel's flags of this host's IPv6 addresses: temporary (RFC 8981) and deprecated (RFC 4862 section 5.5.4).
 #ifndef RDBAPI_OPEN_NET_LOCAL_FLAGS_H
 #define RDBAPI_OPEN_NET_LOCAL_FLAGS_H
 
@@ -12,11 +12,11 @@ namespace rdbopen {
 
 using Ipv6Address = std::array<std::uint8_t, 16>;
 
-//  IFA_F_TEMPORARY and IFA_F_DEPRECATED of linux/if_addr.h.
+//  The values of IFA_F_TEMPORARY and IFA_F_DEPRECATED in linux/if_addr.h.
 inline constexpr unsigned flagTemporary = 0x01;
 inline constexpr unsigned flagDeprecated = 0x20;
 
-//  An address of several interfaces has only the flags that it has on all of them.
+//  Flags by address. If several interfaces have the same address, only flags that are set on all of them are stored.
 using LocalFlags = std::map<Ipv6Address, unsigned>;
 
 //  Parses the table that the kernel provides as /proc/self/net/if_inet6. Malformed lines are skipped.

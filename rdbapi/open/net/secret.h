@@ -1,5 +1,5 @@
-//  A configured password: the password itself, or "file:/PATH" for a file that contains it, such as a credential from
-//  the service manager.
+//  A configured password: the password itself, or "file:/PATH", the name of a file that contains the password, for
+//  example a credential of the service manager.
 #ifndef RDBAPI_OPEN_NET_SECRET_H
 #define RDBAPI_OPEN_NET_SECRET_H
 
@@ -10,9 +10,8 @@ namespace rdbopen {
 //  Maximum length of a password in bytes.
 inline constexpr std::size_t maxSecretLength = 4096;
 
-//  Returns the password, or the contents of its file. A file is read each time, so that a new password is used at the
-//  next login; one line end at its end is not part of the password. The reason of a failure contains the path and no
-//  secret.
+//  Returns the password, or the contents of its file without one final line end. The file is read at each call, so that
+//  a changed password is used at the next login. The reason of a failure contains the path, but no secret.
 Result<std::string> readSecret(const std::string& configured);
 
 }  // namespace rdbopen

@@ -1,9 +1,9 @@
-//  The addresses of a server's name. A back end tries them in turn until it finds the right server: it skips an address
-//  that cannot be reached, and one whose answer shows that it is the wrong server.
+//  The addresses of a server's name. A back end tries them in turn until it finds the right server. It skips an address
+//  that cannot be reached, and an address whose answer shows that it is the wrong server.
 //
 //      lookUp:      | the last address that was the right server | the others, in the resolver's order |
-//      tryEach:     all of them, from the first
-//      tryOthers:   all except the one that was tried last
+//      tryEach:     tries all addresses, starting with the first
+//      tryOthers:   tries all addresses except the last one tried
 //
 //  Threads: one thread at a time.
 #ifndef RDBAPI_OPEN_NET_SERVER_ADDRESSES_H
@@ -20,24 +20,25 @@ namespace rdbopen {
 
 class ServerAddresses {
 public:
-    //  Connects to an address, until the given time.
+    //  Connects to an address; times out at the given time.
     using Connect = std::function<Status(const ServerAddress&, std::chrono::milliseconds)>;
 
-    //  Uses the connection; the next address should be tried at the given time. A status with failover ends the use of
-    //  this address.
+    //  Uses the connection until the given time, after which the next address should be tried. If the returned status
+    //  has failover set, the next address is tried at once.
     using Attempt = std::function<Status(std::chrono::milliseconds)>;
 
-    //  Resolves the name of server. getaddrinfo(3) has its own time limits and does not end with the handle: its
-    //  duration is added to until.
+    //  Resolves the name of server. getaddrinfo(3) has its own time limits, and closing the handle does not interrupt
+    //  it. Its duration is added to until.
     Status lookUp(const Server& server, std::chrono::milliseconds& until);
 
-    //  Each address has an equal share of the remaining time. Return the first status without failover, else the last
-    //  answer of a server, else why no server could be reached. Requires: lookUp has succeeded.
+    //  Tries the addresses in turn; each gets an equal share of the remaining time. Returns the first status without
+    //  failover. If there is none, returns the last answer of a server, or else the reason why no server could be
+    //  reached. Requires: lookUp has succeeded.
     Status tryEach(const Waiter& waiter, std::chrono::milliseconds until, const Connect& connect,
                    const Attempt& attempt);
 
-    //  Continues after an attempt with the connection of tryEach or tryOthers, whose status has failover set and counts
-    //  as an answer.
+    //  Like tryEach, for the other addresses: continues after a later request on the same connection returned status,
+    //  which has failover set. status is the result if no other server answers.
     Status tryOthers(Status status, const Waiter& waiter, std::chrono::milliseconds until, const Connect& connect,
                      const Attempt& attempt);
 
@@ -55,7 +56,7 @@ private:
 
     std::vector<ServerAddress> addresses_;
     std::size_t current_ = 0;  // index of the address that was tried last
-    ServerAddress right_{};    // the last right one; length 0 if none
+    ServerAddress right_{};    // the last address that was the right server; length 0 if none
 };
 
 }  // namespace rdbopen

@@ -11,7 +11,7 @@ namespace rdbopen {
 
 namespace {
 
-//  Requests and answers are small and alternate, so delaying bytes to combine them has no benefit.
+//  Sets TCP_NODELAY: requests and answers are small and alternate, so Nagle's algorithm would only delay them.
 void setOptions(int descriptor) {
     const int on = 1;
     setsockopt(descriptor, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);

@@ -1,6 +1,6 @@
 //  One TCP connection of a back end. Every wait ends at a given time or when the handle is closed.
 //
-//  Every failure is errorBackendFailed: the connection cannot be used afterwards.
+//  Every failure has the code errorBackendFailed. Afterwards the connection cannot be used.
 //
 //  Threads: one thread at a time.
 #ifndef RDBAPI_OPEN_NET_TCP_STREAM_H
@@ -33,10 +33,10 @@ public:
 
     Status send(std::span<const std::uint8_t> bytes, const Waiter& waiter, std::chrono::milliseconds until);
 
-    //  Fills bytes completely.
+    //  Receives exactly bytes.size() bytes.
     Status receive(std::span<std::uint8_t> bytes, const Waiter& waiter, std::chrono::milliseconds until);
 
-    //  The descriptor, non-blocking and closed on exec; -1 if none.
+    //  Returns the descriptor of the socket, which is non-blocking and close-on-exec; -1 if not connected.
     int descriptor() const noexcept { return descriptor_; }
 
     void close() noexcept;
@@ -47,7 +47,7 @@ private:
     int descriptor_ = -1;
 };
 
-//  Returns the failure for a wait that did not end with Waiter::Result::ready. Requires: errno is that of the wait.
+//  Returns the failure for a wait whose result is not Waiter::Result::ready. Requires: errno is as the wait has set it.
 Status waitFailure(Waiter::Result result);
 
 }  // namespace rdbopen

@@ -31,8 +31,8 @@ constexpr int hexDigit(char c) {
     return -1;
 }
 
-//  Decodes raw (RFC 3986 section 2.1), or returns nothing if it is malformed. Zero bytes are refused, encoded or not: no
-//  path and no option contains one.
+//  Decodes percent-encoding (RFC 3986 section 2.1). Returns nothing if raw is malformed or contains a zero byte,
+//  encoded or not: no valid path or option contains a zero byte.
 std::optional<std::string> decode(std::string_view raw) {
     std::string decoded;
     for (std::size_t i = 0; i < raw.size(); ++i) {
@@ -70,9 +70,9 @@ Result<std::vector<UrlOption>> decodeOptions(std::string_view query) {
     return options;
 }
 
-//  Refuses only names that getaddrinfo(3) cannot resolve: a name in /etc/hosts, and a name with a final dot, which
-//  isDnsName refuses, may be a server. The characters are those of names and of IPv6 addresses (RFC 4291 section 2.2,
-//  with a zone as in RFC 4007 section 11).
+//  Returns whether getaddrinfo(3) may resolve host. Accepts more than isDnsName, for example a name with a final dot or
+//  a name in /etc/hosts. The characters are those of names and of IPv6 addresses (RFC 4291 section 2.2) with a zone
+//  (RFC 4007 section 11).
 bool mayBeServer(std::string_view host, bool inBrackets) {
     constexpr std::size_t maxHostLength = 253;
     if (host.empty() || host.size() > maxHostLength)

@@ -7,8 +7,8 @@
 //      |     authority: HOST[:PORT], an IPv6 address in brackets; empty in sqlite:///var/lib/addrpubd/rdb.db
 //      scheme
 //
-//  Percent-encoded bytes of path and query are decoded. A fragment makes a url malformed. A scheme and its colon alone,
-//  as in "log:", are a url without authority and path.
+//  Percent-encoded bytes of path and query are decoded. A url with a fragment is malformed. A scheme with only a colon,
+//  such as "log:", is a url without authority and path.
 #ifndef RDBAPI_OPEN_NET_URL_H
 #define RDBAPI_OPEN_NET_URL_H
 
@@ -34,7 +34,7 @@ struct Url {
     std::vector<UrlOption> options;  // decoded, in order; no zero byte
 };
 
-//  Returns the failure for a malformed url: errorBadUrl. Requires: fault contains no part of the url but its scheme.
+//  Returns the failure for a malformed url: errorBadUrl. Requires: fault contains no part of the url except its scheme.
 inline Status malformedUrl(std::string fault) {
     return failedTo("malformed url", {errorBadUrl, std::move(fault)});
 }
@@ -53,10 +53,11 @@ Result<Server> parseServer(std::string_view authority, std::uint16_t defaultPort
 //  Returns server in the form of a url.
 std::string serverText(const Server& server);
 
-//  Returns the path of a url that is one file with an absolute path, like SCHEME:///PATH. Fails with malformedUrl.
+//  Returns the path of a url of the form SCHEME:///PATH. Fails with malformedUrl for any other url.
 Result<std::string> filePathOf(const Url& url);
 
-//  Returns the decimal number in text, or nothing if text is not a number of at most max without sign and blanks.
+//  Returns the decimal number in text. Returns nothing if the number is greater than max, or if text contains anything
+//  except digits.
 std::optional<std::uint32_t> parseNumber(std::string_view text, std::uint32_t max);
 
 }  // namespace rdbopen

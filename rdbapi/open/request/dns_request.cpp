@@ -23,8 +23,8 @@ Status badRequest(const char* reason) {
     return {errorBadRequest, reason};
 }
 
-//  Appends the elements of the list item[key], if it exists. Fails with badRequest(reason) if it contains anything except
-//  addresses.
+//  Appends the elements of the list item[key], if it exists. Fails with badRequest(reason) if it contains anything
+//  except addresses.
 Status takeAddresses(const json& item, const char* key, int family, const char* reason,
                      std::vector<std::string>& addresses) {
     const auto list = item.find(key);
@@ -77,7 +77,7 @@ Status parseDnsRequest(std::string_view text, DnsRequest& request) {
     if (item == root.end() || !item->is_object())
         return badRequest("item is not an object");
     const auto name = item->find("name");
-    //  Stricter than hosts(5), which excludes only blanks and "#": a name server ignores any other name.
+    //  hosts(5) excludes only blanks and "#", but a name server ignores a line whose name is not a DNS name.
     if (name == item->end() || !name->is_string() || !isDnsName(name->get_ref<const std::string&>()))
         return badRequest("name is not a host name");
     request.name = name->get<std::string>();

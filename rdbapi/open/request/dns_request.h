@@ -1,10 +1,11 @@
-//  The ws_dnsupdate request and its reply, both one line of JSON:
+//  The ws_dnsupdate request and its reply. Each is one line of JSON:
 //
 //      {"request":"ws_dnsupdate","seqno":5,"item":{"name":"host1","ipv6s":["2001:db8::1","2001:db8::2"],...}}
 //      {"seqno":5,"code":0,"message":"ok"}
 //
-//  The item's members "name", "ipv4s", "ipv6s" and "httpsports" are used; the lists may be missing. Others are ignored.
-//  DnsUpdateBackend serves such requests for a back end that can put the addresses of a name somewhere.
+//  The members "name", "ipv4s", "ipv6s" and "httpsports" of "item" are used, and all others are ignored. The three
+//  lists are optional.
+//  DnsUpdateBackend is the base class of back ends that serve these requests.
 #ifndef RDBAPI_OPEN_REQUEST_DNS_REQUEST_H
 #define RDBAPI_OPEN_REQUEST_DNS_REQUEST_H
 
@@ -19,19 +20,19 @@
 namespace rdbopen {
 
 struct DnsRequest {
-    std::optional<std::int64_t> seqno;      // empty if the request has no valid one; also set if the request is refused
-    std::string name;                       // isDnsName (net/host_name.h)
-    std::vector<std::string> addresses;     // IPv4 before IPv6, in order, each once
-    std::vector<std::uint16_t> httpsPorts;  // in order, each once; never 0
+    std::optional<std::int64_t> seqno;      // empty if missing or invalid; set even if another member is invalid
+    std::string name;                       // satisfies isDnsName (net/host_name.h)
+    std::vector<std::string> addresses;     // IPv4 before IPv6, in the request's order, without duplicates
+    std::vector<std::uint16_t> httpsPorts;  // in the request's order, without duplicates; never 0
 };
 
-//  Parses text. Fails with errorBadRequest; then, too, request has the seqno if there is a valid one.
+//  Parses text. Fails with errorBadRequest; even then request.seqno is set if the text has a valid number.
 Status parseDnsRequest(std::string_view text, DnsRequest& request);
 
 //  Returns the text of a reply. An empty seqno is written as null.
 std::string dnsReply(const std::optional<std::int64_t>& seqno, int code, std::string_view message);
 
-//  Parses each request and writes its reply.
+//  Parses each request, calls update for a valid one, and writes the reply.
 class DnsUpdateBackend : public UpdateBackend {
 public:
     Status apply(std::string_view text, std::string& reply) final;
@@ -41,7 +42,7 @@ protected:
     ~DnsUpdateBackend() = default;
 
 private:
-    //  Carries out a request that is valid.
+    //  Carries out a valid request.
     virtual Status update(const DnsRequest& request) = 0;
 };
 
