@@ -1,4 +1,4 @@
-//  Contents of an answer that is known to be authentic (tsig.h).
+//  Reads the contents of an answer whose signature was verified (tsig.h).
 //
 //  Threads: one thread at a time per answer.
 #ifndef RDBAPI_OPEN_DNS_ANSWER_H
@@ -22,14 +22,14 @@ using Packet = std::unique_ptr<ldns_pkt, FreePacket>;
 //  Parses message. Fails with errorBackendFailed when it is malformed. Bytes after its end are ignored.
 Result<Packet> parseMessage(std::span<const std::uint8_t> message);
 
-//  Returns the code of packet's header with its extension (RFC 6891 section 6.1.3).
+//  Returns the response code of packet, including its extension (RFC 6891 section 6.1.3).
 unsigned rcodeOf(const ldns_pkt& packet);
 
-//  Returns whether packet's answer section has a record of owner and type.
+//  Returns whether packet's answer section has a record with this owner and type.
 bool answerHas(const ldns_pkt& packet, const std::string& owner, std::uint16_t type);
 
-//  Returns whether packet's answer section has exactly the records of set, in any order. Times to live are not
-//  compared: a server may limit them.
+//  Returns whether packet's answer section has, for owner and type of set, exactly the records of set, in any order.
+//  Times to live are not compared, because a server may limit them.
 bool answerHolds(const ldns_pkt& packet, const RecordSet& set);
 
 }  // namespace rdbopen

@@ -35,7 +35,7 @@ public:
     Status checkRequest(std::string_view text) override;
 
 private:
-    //  share: the time until which this address may be tried before the next one.
+    //  One operation at one address. share: the time at which the next address should be tried.
     using Attempt = std::function<Status(DnsExchange&, std::chrono::milliseconds share)>;
 
     Status atServer(TsigKey key, std::chrono::milliseconds until, const Attempt& attempt);
@@ -57,7 +57,7 @@ private:
     ServerAddresses addresses_;
 };
 
-//  Returns the refusal for a code other than 0.
+//  Returns the status for an answer with a response code other than 0.
 Status refusedWith(unsigned rcode) {
     return {errorServerRefused, rcodeWords(rcode), isWrongServer(rcode)};
 }
@@ -66,7 +66,7 @@ Status wrongServer(std::string reason) {
     return {errorServerRefused, std::move(reason), true};
 }
 
-//  Returns the time at which one exchange must end; the whole operation must end at until.
+//  Returns the time at which one exchange must end. until: the time at which the whole operation must end.
 std::chrono::milliseconds exchangeEnd(std::chrono::milliseconds until) {
     return std::min(until, monotonicNow() + exchangeLimit);
 }
@@ -75,7 +75,7 @@ std::uint16_t newId() {
     return static_cast<std::uint16_t>(arc4random());
 }
 
-//  The password is read each time, so that a key can be changed while the service runs.
+//  Reads the password file each time, so that a key can be changed while the service runs.
 Result<TsigKey> DnsBackend::readKey() const {
     Result<std::string> secret = readSecret(password_);
     if (!secret.ok())
@@ -90,7 +90,7 @@ Status DnsBackend::open(const Waiter& waiter) {
     Result<TsigKey> key = readKey();
     if (!key.ok())
         return key.status();
-    //  After any failure here the next address may be tried: nothing has been changed yet.
+    //  After any failure the next address is tried, which is safe because open changes nothing at a server.
     std::chrono::milliseconds until = monotonicNow() + openLimit;
     if (Status failed = addresses_.lookUp(zone_.server, until); !failed.ok())
         return failed;
@@ -102,7 +102,7 @@ Status DnsBackend::open(const Waiter& waiter) {
     });
 }
 
-//  Tries the server's addresses in turn, until one is not the wrong server. Each exchange has a separate connection.
+//  Calls attempt with a new connection to each address of the server in turn, until one is the right server.
 Status DnsBackend::atServer(TsigKey key, std::chrono::milliseconds until, const Attempt& attempt) {
     DnsExchange exchange(*waiter_, std::move(key));
     return addresses_.tryEach(
@@ -167,7 +167,8 @@ Status DnsBackend::sendUpdate(DnsExchange& exchange, const DnsBytes& message, co
     return rcode == rcodeNoError ? Status{} : refusedWith(rcode);
 }
 
-//  A server that answers YXRRSET does not report at which name the update has found an alias.
+//  Returns the failure with the name that is an alias. The answer YXRRSET does not contain this name, so each name is
+//  checked.
 Status DnsBackend::findAlias(DnsExchange& exchange, const std::vector<RecordSet>& sets,
                              std::chrono::milliseconds until) const {
     for (const std::string& owner : ownersOfRecords(sets))
@@ -176,7 +177,8 @@ Status DnsBackend::findAlias(DnsExchange& exchange, const std::vector<RecordSet>
     return serverRefused(rcodeWords(rcodeYxRrset));
 }
 
-//  An alias at a name excludes all other records there. It does not matter for a set that must be empty.
+//  Returns errorNotHeld if the server does not have exactly the records of set. An alias (CNAME) at the name prevents
+//  other records there, which matters only if the set has records.
 Status DnsBackend::checkSet(DnsExchange& exchange, const RecordSet& set, std::chrono::milliseconds until) const {
     const Answer answer = exchange.ask(queryMessage(newId(), set.owner, set.type), exchangeEnd(until));
     if (!answer.ok())
@@ -193,8 +195,9 @@ Status DnsBackend::checkSet(DnsExchange& exchange, const RecordSet& set, std::ch
     return set.records.empty() ? checkAbsence(exchange, set, until) : Status{errorNotHeld, {}};
 }
 
-//  In an answer, an alias from a wildcard looks like one at the name itself (RFC 4592), but records can be added there.
-//  The prerequisite of an update is tested against the zone itself.
+//  Returns errorServerRefused if the zone itself has an alias at owner, else errorNotHeld. An alias that the server
+//  synthesises from a wildcard looks the same in an answer (RFC 4592), but does not prevent records. Therefore this
+//  uses the prerequisite of an update, which the server tests against the zone itself.
 Status DnsBackend::checkAlias(DnsExchange& exchange, const std::string& owner, std::chrono::milliseconds until) const {
     const Answer answer = exchange.ask(absenceMessage(newId(), zone_.zone, owner, typeCname), exchangeEnd(until));
     if (!answer.ok())
@@ -202,8 +205,9 @@ Status DnsBackend::checkAlias(DnsExchange& exchange, const std::string& owner, s
     return rcodeOf(**answer) == rcodeYxRrset ? serverRefused(aliasWords(owner)) : Status{errorNotHeld, {}};
 }
 
-//  Records from a wildcard look like records at the name, too. If a server does not answer a prerequisite, it gets the
-//  update again, which is harmless.
+//  Checks that the zone itself has no record of set's owner and type. An answer does not prove the opposite, because
+//  its records may come from a wildcard. If the server does not answer the prerequisite with success, the update is
+//  sent again, which is harmless.
 Status DnsBackend::checkAbsence(DnsExchange& exchange, const RecordSet& set, std::chrono::milliseconds until) const {
     const Answer answer = exchange.ask(absenceMessage(newId(), zone_.zone, set.owner, set.type), exchangeEnd(until));
     if (!answer.ok())
@@ -221,7 +225,7 @@ Status DnsBackend::checkRequest(std::string_view text) {
     Result<TsigKey> key = readKey();
     if (!key.ok())
         return key.status();
-    //  Without resolving the name: a call may interrupt a check at once, but cannot interrupt name resolution.
+    //  The name is not resolved again: a call must be able to interrupt the check, and cannot interrupt getaddrinfo.
     const std::chrono::milliseconds until = monotonicNow() + checkLimit;
     return atServer(std::move(*key), until, [&](DnsExchange& exchange, auto) {
         for (const RecordSet& set : *sets)

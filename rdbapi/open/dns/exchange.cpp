@@ -9,7 +9,7 @@ namespace {
 
 constexpr std::size_t lengthLength = 2;
 
-//  Returns the message preceded by its length, so that both are sent in one segment if they fit.
+//  Returns the length and the message in one buffer, so that both are sent in one segment if they fit.
 DnsBytes framed(const DnsBytes& message) {
     DnsBytes bytes{static_cast<std::uint8_t>(message.size() >> 8), static_cast<std::uint8_t>(message.size())};
     bytes.insert(bytes.end(), message.begin(), message.end());
@@ -23,7 +23,7 @@ Status DnsExchange::connect(const ServerAddress& address, std::chrono::milliseco
 }
 
 Answer DnsExchange::ask(DnsBytes message, std::chrono::milliseconds until) {
-    if (monotonicNow() >= until)  // also if no wait was necessary
+    if (monotonicNow() >= until)  // the limit also applies if no operation has to wait
         return waitFailure(Waiter::Result::timedOut);
     const Result<SignedRequest> request = signRequest(std::move(message), key_, wallNow() / 1000);
     if (!request.ok())

@@ -1,9 +1,9 @@
 //  One connection to a DNS server: signed requests and their answers, one after the other (RFC 7766). Each message is
 //  preceded by a two-byte length.
 //
-//  A connection is used for one operation and then closed: servers close idle ones within seconds.
+//  A connection is used for one operation and then closed, because servers close idle connections within seconds.
 //
-//  Threads: one at a time.
+//  Threads: one thread at a time.
 #ifndef RDBAPI_OPEN_DNS_EXCHANGE_H
 #define RDBAPI_OPEN_DNS_EXCHANGE_H
 
@@ -20,7 +20,7 @@ public:
     //  Connects like TcpStream::connect.
     Status connect(const ServerAddress& address, std::chrono::milliseconds until);
 
-    //  Signs message, sends it and returns the answer. Without an answer: errorBackendFailed.
+    //  Signs message, sends it and returns the verified answer. Fails with errorBackendFailed if there is no answer.
     Answer ask(DnsBytes message, std::chrono::milliseconds until);
 
 private:

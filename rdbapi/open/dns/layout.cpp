@@ -7,12 +7,12 @@ namespace rdbopen {
 namespace {
 
 constexpr unsigned typeTsig = 250;
-constexpr std::size_t countsAt = 4;      // number of questions, then of the records of three sections
+constexpr std::size_t countsAt = 4;      // four counts: questions, then records of three sections
 constexpr std::size_t questionTail = 4;  // type, class
 constexpr std::size_t recordTail = 10;   // type, class, ttl, length of the data
 constexpr std::size_t lengthAt = 8;      // in recordTail
 
-//  The unread rest of a message. Each operation returns false if the message ends too early.
+//  The unread rest of a message. skip and skipName return false if the message ends too early.
 class Rest {
 public:
     explicit Rest(std::span<const std::uint8_t> bytes) : bytes_(bytes) {}
@@ -28,7 +28,7 @@ public:
         return true;
     }
 
-    //  RFC 1035 sections 3.1, 4.1.4
+    //  Skips a name, which may end with a compression pointer (RFC 1035 sections 3.1, 4.1.4).
     bool skipName() {
         constexpr unsigned kindMask = 0xc0;
         while (!bytes_.empty()) {

@@ -1,8 +1,8 @@
-//  The positions of a message's records, without parsing their data. For messages that are not trusted yet: each byte
-//  is read at most once, compression pointers are not followed, and nothing is allocated.
+//  Finds the positions of a message's records without parsing their data. Suitable for messages that are not verified
+//  yet: it reads each byte at most once, follows no compression pointer and allocates no memory.
 //
 //      | header | questions | answers | authority | additional ... | signature |
-//                                                                              ^ end of message, or it is malformed
+//                                                                              ^ must be the end of the message
 #ifndef RDBAPI_OPEN_DNS_LAYOUT_H
 #define RDBAPI_OPEN_DNS_LAYOUT_H
 
@@ -21,7 +21,7 @@ enum class DnsLayout {
     hasSignature,  // its last record is a signature
 };
 
-//  Offsets of a signature in its message. Its data ends with the message.
+//  Offsets of a signature in its message. The signature's data extends to the end of the message.
 struct SignaturePlace {
     std::size_t owner = 0;
     std::size_t data = 0;

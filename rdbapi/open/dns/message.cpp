@@ -11,7 +11,7 @@ constexpr std::uint16_t classIn = 1;
 constexpr std::uint16_t classNone = 254;
 constexpr std::uint16_t classAny = 255;
 
-//  The sections after that of the question or zone, by the offset of their count in the header (RFC 2136 section 2.2).
+//  Sections of an update (RFC 2136 section 2.2). Each value is the offset of the section's record count in the header.
 enum class Section : std::size_t { prerequisites = 6, updates = 8 };
 
 class Writer {

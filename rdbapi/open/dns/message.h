@@ -3,15 +3,15 @@
 //      update (RFC 2136 section 2):
 //      | id | opcode 5 | counts | zone SOA IN | no CNAME at owner 1 | ... | delete set 1 | delete set 2 ... |
 //      add record 1 of set 1 | ...
-//      condition (RFC 2136 section 2.4.3), an update that has no changes:
+//      prerequisite (RFC 2136 section 2.4.3), an update without changes:
 //      | id | opcode 5 | counts | zone SOA IN | owner type NONE |
-//      question (RFC 1035 section 4.1):
+//      query (RFC 1035 section 4.1):
 //      | id | opcode 0 | counts | owner type IN |
 //
-//  Owners are compressed (RFC 1035 section 4.1.4); names in a record's data are not.
+//  Owner names are compressed (RFC 1035 section 4.1.4); names in the data of a record are not.
 //
-//  This file writes the messages, and tsig.h signs them. ldns (1.8.3) is used only to parse answers, names and base64:
-//  its writer ends the process by an assertion if a message is longer than 65535 bytes.
+//  tsig.h signs the messages. ldns (1.8.3) is used only to parse answers, names and base64. It is not used to write
+//  messages, because it aborts the process by an assertion if a message is longer than 65535 bytes.
 #ifndef RDBAPI_OPEN_DNS_MESSAGE_H
 #define RDBAPI_OPEN_DNS_MESSAGE_H
 
@@ -45,18 +45,19 @@ struct RecordSet {
     std::vector<DnsBytes> records;  // data of each record in wire format; names in it are lower case
 };
 
-//  Append a number, and a name without compression; an empty name is the root.
+//  Append a 16-bit number, or a name without compression. An empty name is the root.
 void putDns16(DnsBytes& bytes, std::size_t number);
 void putDnsName(DnsBytes& bytes, std::string_view name);
 
-//  Returns the owners of the sets that have records, each once, in order. Requires: the sets of one owner are adjacent.
+//  Returns the owners of all sets that have records, in order and without duplicates. Requires: the sets of one owner
+//  are adjacent.
 std::vector<std::string> ownersOfRecords(const std::vector<RecordSet>& sets);
 
-//  Returns an update after which zone has exactly these sets of their owners and types: each set is deleted, then its
-//  records are added. Fails with updateTooLong. Requires: as above.
+//  Returns an update after which zone has exactly these records for their owners and types: each set is deleted, then
+//  its records are added. Fails with updateTooLong. Requires: as above.
 //
-//  Its prerequisites exclude an alias (CNAME) at each of ownersOfRecords. With an alias, a server would silently ignore
-//  the records and answer without an error (RFC 2136 section 3.4.2.2); with the prerequisite it answers YXRRSET and
+//  Its prerequisites require that no name of ownersOfRecords is an alias (CNAME). Without them, a server would silently
+//  ignore records at an alias and answer without an error (RFC 2136 section 3.4.2.2). With them, it answers YXRRSET and
 //  changes nothing.
 Result<DnsBytes> updateMessage(std::uint16_t id, const std::string& zone, std::uint32_t ttl,
                                const std::vector<RecordSet>& sets);
@@ -64,10 +65,10 @@ Result<DnsBytes> updateMessage(std::uint16_t id, const std::string& zone, std::u
 //  Returns the failure of an update that would be longer than maxDnsMessageSize: errorBadRequest.
 Status updateTooLong();
 
-//  Returns an update without changes, which succeeds only if zone itself has no record of owner and type.
+//  Returns an update without changes. It succeeds only if zone itself has no record with this owner and type.
 DnsBytes absenceMessage(std::uint16_t id, const std::string& zone, const std::string& owner, std::uint16_t type);
 
-//  Returns a query for the set of owner and type, without recursion.
+//  Returns a query without recursion for the records with this owner and type.
 DnsBytes queryMessage(std::uint16_t id, const std::string& owner, std::uint16_t type);
 
 }  // namespace rdbopen

@@ -1,4 +1,5 @@
-//  The module of the back end dns, and its advice: whether host name and password suit the zone of the url.
+//  The module of the back end dns. Its advice checks whether the host name fits the zone of the url and whether the
+//  password is valid.
 #include "dns/backend.h"
 #include "dns/records.h"
 #include "dns/tsig.h"
@@ -12,7 +13,8 @@ namespace rdbopen {
 
 namespace {
 
-//  Returns the longest name that a record of the host gets; full is its name in the zone. Addresses add no names.
+//  Returns the longest owner name of the host's records. full is the host's name in the zone. Addresses are not needed,
+//  because they add no names.
 std::string longestOwner(const UrlUse& use, const std::string& full) {
     const std::vector<RecordSet> sets = recordSets(full, {}, {use.httpsPorts.begin(), use.httpsPorts.end()});
     return std::max_element(sets.begin(), sets.end(),

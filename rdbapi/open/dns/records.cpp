@@ -19,7 +19,7 @@ bool isUniqueLocal(const Ipv6Address& address) {
     return (address[0] & 0xfe) == 0xfc;
 }
 
-//  RFC 9460 section 2.2. port 0 for none; target empty for ".".
+//  Returns the data of an HTTPS record (RFC 9460 section 2.2). port 0: no port. An empty target means ".".
 DnsBytes httpsRecord(std::size_t priority, const std::string& target, std::uint16_t port,
                      const std::vector<Ipv6Address>& addresses) {
     DnsBytes rdata;  // names in it are never compressed

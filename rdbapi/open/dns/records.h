@@ -1,13 +1,15 @@
-//  The record sets of a request. An update makes the zone have exactly these; a check compares them with the zone's:
+//  The record sets of a request. After an update the zone has exactly these sets; a check compares them with those of
+//  the server:
 //
 //      NAME              AAAA   one for each address
-//      NAME              HTTPS  port 443 listed:   1 .  ipv6hint=...
-//                               others only:       1 .  port=P1 ipv6hint=...
+//      NAME              HTTPS  with port 443:     1 .  ipv6hint=...
+//                               without port 443:  1 .  port=P1 ipv6hint=...
 //                                                  2 .  port=P2 ipv6hint=...
-//      _P._https.NAME    HTTPS  for each port P but 443:  1 NAME ipv6hint=...
+//      _P._https.NAME    HTTPS  for each port P except 443:  1 NAME ipv6hint=...
 //
-//  A set without records must not exist in the zone. Without an address, all sets are of this kind. At a port's name
-//  the target is NAME itself: "." would mean the port's name, which has no address (RFC 9460 sections 2.3, 2.5).
+//  A set without records must not exist in the zone. If the request has no address, all sets are empty. At
+//  _P._https.NAME the target is NAME, because "." would mean _P._https.NAME itself, which has no address (RFC 9460
+//  sections 2.3, 2.5).
 #ifndef RDBAPI_OPEN_DNS_RECORDS_H
 #define RDBAPI_OPEN_DNS_RECORDS_H
 
@@ -18,20 +20,20 @@
 
 namespace rdbopen {
 
-//  Maximum number of addresses in a record's ipv6hint: the first ones of the request. The AAAA records have all
-//  addresses.
+//  Maximum number of addresses in a record's ipv6hint. If the request has more, the first ones are used. The AAAA
+//  records have all addresses.
 inline constexpr std::size_t maxHints = 16;
 
 //  Returns the name in zone that name denotes: name itself if it is the zone's name or below it, NAME.ZONE if it has no
 //  dot. Fails with errorBadRequest if name is not in the zone.
 Result<std::string> nameInZone(const std::string& name, const std::string& zone);
 
-//  Returns the addresses of texts to publish: the IPv6 addresses, each once, without those that zone skips. flags:
-//  flags of this host's addresses; an address that is not in flags has none.
+//  Returns the IPv6 addresses in texts that are to be published: without duplicates and without those that the options
+//  of zone exclude. flags: the flags of this host's addresses; an address that is not in flags has no flag set.
 std::vector<Ipv6Address> publishedAddresses(const std::vector<std::string>& texts, const DnsZone& zone,
                                             const LocalFlags& flags);
 
-//  Returns the sets for the name full, which has the zone's form. Sets of one owner are adjacent.
+//  Returns the sets for full, a result of nameInZone. Sets of one owner are adjacent.
 std::vector<RecordSet> recordSets(const std::string& full, const std::vector<Ipv6Address>& addresses,
                                   const std::vector<std::uint16_t>& ports);
 

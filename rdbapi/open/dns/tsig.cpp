@@ -20,7 +20,7 @@ constexpr std::size_t additionalAt = 10;  // count of additional records
 constexpr std::uint8_t flagResponse = 0x80;
 constexpr std::uint8_t flagTruncated = 0x02;
 
-//  Stores the MAC of text with secret in mac, which has the length of the algorithm.
+//  Computes the MAC of text with secret and stores it in mac, whose size is the MAC length of the algorithm.
 template <class Context, auto setKey, auto update, auto digest>
 void hmac(View secret, View text, std::span<std::uint8_t> mac) {
     Context context;
@@ -76,7 +76,7 @@ DnsBytes nameBytes(std::string_view name) {
 //      | algorithm | time 6 | fudge 2 | length 2 | mac | original id 2 | error 2 | length 2 | other |
 struct Signature {
     View algorithm;  // a name, not compressed
-    View times;      // time and fudge
+    View times;      // time of signing and fudge
     View mac;
     View id;
     View error;
@@ -114,7 +114,7 @@ std::optional<View> takeName(View& rest) {
     return length < rest.size() && rest[length] == 0 ? take(rest, length + 1) : std::nullopt;
 }
 
-//  After a part that is missing the others are not those of a signature, but no byte outside of data is read.
+//  If one part is missing, the parts after it are meaningless and ignored, but no byte outside of data is read.
 Result<Signature> parseSignature(View data) {
     const auto algorithm = takeName(data);
     const auto times = take(data, timesLength);
@@ -148,7 +148,7 @@ Result<DnsBytes> computeMac(const TsigKey& key, View requestMac, View message, c
     return mac;
 }
 
-//  The owner of a signature may be compressed, so the name at offset is expanded first.
+//  Returns whether the name at offset is name. The owner of a signature may be compressed, so it is expanded first.
 bool ownerIs(View message, std::size_t offset, const std::string& name) {
     ldns_rdf* found = nullptr;
     if (ldns_wire2dname(&found, message.data(), message.size(), &offset) != LDNS_STATUS_OK)
@@ -163,9 +163,10 @@ bool sameInLowerCase(View name, View lower) {
                       [](std::uint8_t a, std::uint8_t b) { return (a >= 'A' && a <= 'Z' ? a - 'A' + 'a' : a) == b; });
 }
 
-//  A server that forwards updates sends them to the primary with its own ID, and restores the client's ID in the
-//  answer. The primary has signed its answer with the forwarder's ID, which is the original ID of the signature (RFC
-//  8945 section 5.3). The signature includes the request's MAC, which proves that the answer belongs to the request.
+//  Returns whether the signature is valid. The MAC is computed with the original ID of the signature: a server that
+//  forwards updates uses its own ID towards the primary, whose signature therefore covers that ID, and restores the
+//  client's ID in the answer (RFC 8945 section 5.3). The MAC also covers the request's MAC, so the answer belongs to
+//  this request.
 bool isGenuine(View message, const SignaturePlace& place, const Signature& signature, const SignedRequest& request,
                const TsigKey& key) {
     if (!ownerIs(message, place.owner, key.name) || !sameInLowerCase(signature.algorithm, nameBytes(key.algorithm)))
@@ -195,7 +196,7 @@ unsigned headerCode(View message) {
     return message[rcodeAt] & 0xf;
 }
 
-//  A signature without a MAC authenticates nothing.
+//  Returns the failure for an answer without a MAC, which is not authenticated.
 Answer unsignedAnswer(View message, unsigned error) {
     const bool refusal = headerCode(message) == rcodeNotAuth && (error == tsigBadKey || error == tsigBadSig);
     return refusal ? serverRefused(tsigErrorWords(error)) : backendFailed(unsignedWords(headerCode(message)));

@@ -1,20 +1,21 @@
-//  Signatures of messages with a secret that both sides share (TSIG, RFC 8945).
+//  Signs messages and verifies answers with a secret that server and client share (TSIG, RFC 8945).
 //
 //  Results of verifying an answer:
 //
-//      ok                    authentic: signed with the key, for this request, in time, without an error
-//      errorServerRefused    the server does not accept the request's signature; the reason has its words. Of unsigned
-//                            answers only BADKEY and BADSIG are refusals (RFC 8945 section 5.3.2): a server without the
-//                            key cannot sign
-//      errorBackendFailed    everything else: its contents are ignored
+//      ok                    the answer is authentic: signed with the key, for this request, in time, without an error
+//      errorServerRefused    the server does not accept the request's signature; the reason describes its error code.
+//                            An unsigned answer is a refusal only if the code is BADKEY or BADSIG (RFC 8945 section
+//                            5.3.2), because a server without the key cannot sign
+//      errorBackendFailed    any other answer; its contents are ignored
 //
-//  The records of an answer are parsed only after its signature was verified.
+//  The records of an answer are parsed only after its signature has been verified.
 //
-//  The MAC is Nettle's: ldns (1.8.3) does not support hmac-sha384, determines the time of signing itself, and does not
-//  pass on a server's data for BADTIME. OpenSSL, which ldns needs, is loaded but never initialised: its first HMAC would
-//  read its configuration, register a clean-up at exit, and make 2.2 MB resident, where Nettle's makes 0.3 MB.
+//  The MAC is computed with Nettle. ldns (1.8.3) does not support hmac-sha384, chooses the time of signing itself, and
+//  does not return the server's time in a BADTIME answer. OpenSSL is loaded, because ldns needs it, but never
+//  initialised: its first HMAC would read its configuration, register a clean-up at exit, and use 2.2 MB of memory
+//  instead of Nettle's 0.3 MB.
 //
-//  Threads: any thread; one at a time per object.
+//  Threads: any; one thread at a time per object.
 #ifndef RDBAPI_OPEN_DNS_TSIG_H
 #define RDBAPI_OPEN_DNS_TSIG_H
 
@@ -23,7 +24,7 @@
 
 namespace rdbopen {
 
-//  Maximum difference between the clocks of both sides, as RFC 8945 section 10 recommends.
+//  Maximum difference between the clocks of server and client, as RFC 8945 section 10 recommends.
 inline constexpr std::uint16_t tsigFudge = 300;  // s
 
 struct TsigKey {
@@ -38,7 +39,7 @@ bool isTsigAlgorithm(std::string_view name);
 //  Returns whether secret is base64 of at least one byte.
 bool isTsigSecret(const std::string& secret);
 
-//  A message ready to be sent, and the data that verify its answer.
+//  A signed message, and the data needed to verify its answer.
 struct SignedRequest {
     DnsBytes wire;
     std::uint16_t id = 0;
@@ -50,11 +51,11 @@ struct SignedRequest {
 //  Returns the number of bytes that a signature adds to a message.
 std::size_t signatureLength(const TsigKey& key);
 
-//  Signs message, which has no signature yet, with now as its time: s since 1970-01-01 UTC.
+//  Signs message, which must have no signature. now: the time of signing, in s since 1970-01-01 UTC.
 Result<SignedRequest> signRequest(DnsBytes message, const TsigKey& key, std::int64_t now);
 
-//  A verified answer. A failure has failover set if its code is isWrongServer, even if it is not authentic: trying
-//  another address is harmless.
+//  A verified answer, or a failure. A failure has failover set if the answer's code is isWrongServer. This also applies
+//  to an answer that is not authentic, because trying another address is harmless.
 using Answer = Result<Packet>;
 
 //  Verifies message as the answer to request. now: s since 1970-01-01 UTC.

@@ -48,7 +48,8 @@ std::string rcodeWords(unsigned rcode) {
     return wordsFor(rcodes, rcode, "the server answers with code ");
 }
 
-//  PowerDNS answers a key that it does not accept with NOTAUTH to queries and with REFUSED to updates, both unsigned.
+//  If PowerDNS does not accept the key, it answers queries with NOTAUTH and updates with REFUSED, both without a
+//  signature.
 std::string unsignedWords(unsigned rcode) {
     std::string text = "the answer is not signed";
     if (rcode == rcodeNoError)

@@ -1,4 +1,4 @@
-//  Texts for a server's codes, for the operator.
+//  Texts for the operator that explain a server's error codes.
 #ifndef RDBAPI_OPEN_DNS_WORDS_H
 #define RDBAPI_OPEN_DNS_WORDS_H
 
@@ -7,7 +7,8 @@
 
 namespace rdbopen {
 
-//  Codes of a message's header (RFC 1035 section 4.1.1, RFC 2136 section 2.2) and of a signature (RFC 8945 section 3).
+//  Response codes in a message's header (RFC 1035 section 4.1.1, RFC 2136 section 2.2) and error codes of a signature
+//  (RFC 8945 section 3).
 inline constexpr unsigned rcodeNoError = 0;
 inline constexpr unsigned rcodeNxDomain = 3;
 inline constexpr unsigned rcodeRefused = 5;
@@ -18,17 +19,18 @@ inline constexpr unsigned tsigBadKey = 17;
 inline constexpr unsigned tsigBadTime = 18;
 inline constexpr unsigned tsigBadTrunc = 22;
 
-//  Returns whether this code means that the server is the wrong one, so that another address of its name may be right.
+//  Returns whether this code means that this is the wrong server, so that another address of its name may be the right
+//  one.
 bool isWrongServer(unsigned rcode);
 
-//  Returns the text for a code other than 0.
+//  Return the text for a code other than 0.
 std::string rcodeWords(unsigned rcode);
 std::string tsigErrorWords(unsigned error);
 
 //  Returns the text for an answer without a signature; rcode may be rcodeNoError.
 std::string unsignedWords(unsigned rcode);
 
-//  Returns the text for an alias that excludes the records of owner.
+//  Returns the text for an alias (CNAME) that prevents other records at owner.
 std::string aliasWords(const std::string& owner);
 
 //  Returns the text for BADTIME. ahead: number of seconds by which the server's clock is ahead of this host's; may be

@@ -2,7 +2,8 @@
 //
 //      dns://SERVER[:PORT]/ZONE[?ttl=60&algorithm=hmac-sha256&skip=ula,temporary,deprecated&check=60]
 //
-//  The default PORT is 53. Each option may be given once, in any order; algorithm and the words of skip are lower case.
+//  The default PORT is 53. Options may be in any order, each at most once; algorithm and the words of skip are lower
+//  case.
 #ifndef RDBAPI_OPEN_DNS_ZONE_URL_H
 #define RDBAPI_OPEN_DNS_ZONE_URL_H
 
@@ -19,7 +20,7 @@ struct DnsZone {
     std::uint32_t ttl = 60;                  // s, at most 2^31 - 1 (RFC 2181 section 8)
     std::string algorithm = "hmac-sha256";   // isTsigAlgorithm
     bool skipUla = false;                    // fc00::/7
-    bool skipTemporary = false;              // by the flags of the interface's address
+    bool skipTemporary = false;              // according to the kernel's flags of the address
     bool skipDeprecated = false;             // as above
     std::chrono::milliseconds check{60000};  // interval between checks of the server; 0 for never, at most one day
 };
