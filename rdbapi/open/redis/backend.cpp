@@ -17,7 +17,7 @@ constexpr std::chrono::milliseconds openLimit{10000};
 constexpr std::chrono::milliseconds requestLimit{5000};
 constexpr std::chrono::milliseconds checkAfter{60000};
 
-//  Maximum number of attempts of a transaction when others change its keys meanwhile.
+//  Maximum number of attempts of a transaction. An attempt fails if another client changes the watched keys during it.
 constexpr int maxAttempts = 5;
 
 struct Settings {
@@ -57,7 +57,7 @@ private:
         std::vector<RedisHeld> held;
     };
 
-    //  Executes one request at the connected server.
+    //  A request, executed on the current connection.
     using Request = std::function<Status()>;
 
     Status atServer(const Request& request);
@@ -90,8 +90,8 @@ private:
     std::chrono::milliseconds until_{0};  // time limit of the current request
     bool queueing_ = false;               // inside MULTI
 
-    //  Time of a put whose transaction was sent without a reply since (0: none). If the same value is put again and the
-    //  server has it with this time, the put was done and only the reply was lost.
+    //  Server time of a put whose transaction was sent, but not answered (0: none). If the same put is repeated and the
+    //  server has the value with this time, the put took effect and only its reply was lost.
     std::int64_t unansweredPut_ = 0;
 };
 
@@ -114,7 +114,7 @@ Status RedisBackend::open(const Waiter& waiter) {
     return addresses_.tryEach(waiter, until, connect_, [&](auto share) { return logInUntil(*password, share); });
 }
 
-//  After any failure here the next address may be tried: nothing has been changed yet.
+//  After any failure the next address is tried, which is safe because a login changes nothing at a server.
 Status RedisBackend::logInUntil(const std::string& password, std::chrono::milliseconds until) {
     until_ = until;
     queueing_ = false;
@@ -131,8 +131,9 @@ Status RedisBackend::atServer(const Request& request) {
     return status.failover && addresses_.hasOthers() ? atOthers(std::move(status), request) : status;
 }
 
-//  The name is not resolved again here: that may take longer than a request may take. If no address is the right
-//  server, the connection is to the last one, if any, and cannot be used.
+//  Repeats request at the other addresses. Does not resolve the name again, because that may take longer than the time
+//  limit of a request. If no address is the right server, returns errorBackendFailed, so that the worker opens the back
+//  end again.
 Status RedisBackend::atOthers(Status status, const Request& request) {
     const Result<std::string> password = readSecret(settings_.credentials.password);
     if (!password.ok())
@@ -148,8 +149,9 @@ Status RedisBackend::atOthers(Status status, const Request& request) {
     return status;
 }
 
-//  A server without passwords accepts any password for the user "default". Servers before Redis 6 know only passwords,
-//  or not even these; for them the user is "default", too. No answer is quoted, because it may contain the password.
+//  A server without a password accepts any password for the user "default". Servers before Redis 6 have no users and
+//  possibly no password; the url's user is then "default", too. Answers are not quoted, because they may contain the
+//  password.
 Status RedisBackend::logIn(const std::string& password) {
     const std::string& user = settings_.credentials.user;
     connection_.conceal({user, password});
@@ -168,7 +170,7 @@ Status RedisBackend::logIn(const std::string& password) {
     return backendFailed(redisRefusal("AUTH", replies[0].text, 0));
 }
 
-//  Sets the name in the server's list of clients (CLIENT LIST); a failure to set it is ignored.
+//  Sets the connection's name for CLIENT LIST, whose failure is ignored; tests the connection and selects the database.
 Status RedisBackend::prepareConnection() {
     Commands commands{{"CLIENT", "SETNAME", "addrpubd"}, {"PING"}};
     if (settings_.database != 0)
@@ -227,7 +229,7 @@ Status RedisBackend::put(std::span<const RdbSnapshot> records) {
     return status;
 }
 
-//  Returns true if the server has records as written by the unanswered put.
+//  Returns whether the server has all records with the time of the unanswered put.
 bool RedisBackend::holdsAll(std::span<const RdbSnapshot> records, const ServerState& state) const {
     for (std::size_t i = 0; i < records.size(); ++i) {
         const auto& value = state.held[i].value;
@@ -250,8 +252,8 @@ Status RedisBackend::appendRecords(std::span<const RdbSnapshot> records, const S
     return {};
 }
 
-//  Reads the server's data for names and calls append, which appends the writing commands. Executes them atomically; if
-//  there are none or append fails, writes nothing. append may be called several times.
+//  Reads the server's data for names and calls append, which adds the commands that write. Executes these commands
+//  atomically. Writes nothing if append fails or adds no command. May call append several times.
 template <class Append>
 Status RedisBackend::transaction(const std::vector<const char*>& names, Append append) {
     return atServer([&] { return runTransaction(names, append); });
@@ -275,7 +277,7 @@ Status RedisBackend::runTransaction(const std::vector<const char*>& names, Appen
     return serverRefused("other clients keep changing the same keys");
 }
 
-//  MULTI is sent with the queries, so that nothing is sent as part of a transaction that the server has not begun.
+//  Sends MULTI together with the queries and waits for its answer, so that no write is sent outside of a transaction.
 Result<RedisBackend::ServerState> RedisBackend::beginTransaction(const std::vector<const char*>& names) {
     Commands commands{{"WATCH"}, {"TIME"}};
     for (const char* name : names) {
@@ -312,7 +314,7 @@ Result<RedisBackend::ServerState> RedisBackend::readServerState(std::span<const 
     return state;
 }
 
-//  Discards the transaction and stops watching its keys. Returns status, unless this fails.
+//  Discards the transaction and stops watching its keys. Returns status, or the failure to do so.
 Status RedisBackend::abortTransaction(Status status) {
     if (status.code == errorBackendFailed)
         return status;
@@ -326,7 +328,8 @@ Status RedisBackend::abortTransaction(Status status) {
     return status;
 }
 
-//  Writes commands. A refused transaction has written nothing, and neither has one whose keys were changed meanwhile.
+//  Sends commands and executes the transaction. Sets attempt to disturbed if another client changed the keys. In
+//  this case, and if the server refuses EXEC, nothing is written.
 Status RedisBackend::endTransaction(Commands commands, Attempt& attempt) {
     const std::size_t count = commands.size();
     commands.push_back({"EXEC"});

@@ -12,7 +12,7 @@ namespace rdbopen {
 inline constexpr std::uint16_t redisPort = 6379;
 
 //  Minimum and maximum expiry in seconds. The service repeats an unchanged value after 600 s, or slightly later after a
-//  reconnect: with a shorter expiry, the data of a running host would expire in between.
+//  reconnect. With a shorter expiry, the data of a running host would expire before the repetition.
 inline constexpr std::uint32_t redisMinExpiry = 660;
 inline constexpr std::uint32_t redisMaxExpiry = 31536000;
 

@@ -12,7 +12,7 @@ namespace rdbopen {
 
 namespace {
 
-//  Appends a request in the form of the protocol: an array of strings.
+//  Appends a request in the wire format of Redis: an array of strings.
 void append(std::string& bytes, const RedisCommand& command) {
     bytes += "*" + std::to_string(command.size()) + "\r\n";
     for (const std::string& word : command) {
@@ -22,7 +22,8 @@ void append(std::string& bytes, const RedisCommand& command) {
     }
 }
 
-//  The start of an alert record (RFC 8446 section 5.1), with which a TLS server answers other protocols.
+//  Returns whether bytes start with an alert record (RFC 8446 section 5.1), the answer of a TLS server to other
+//  protocols.
 bool isTlsAlert(std::string_view bytes) {
     return bytes.starts_with("\x15\x03");
 }
@@ -63,7 +64,7 @@ Status RedisConnection::takeReply(RedisReply& reply, const Waiter& waiter, std::
             markQuotable(reply);
             return {};
         }
-        if (monotonicNow() >= until)  // also if the server never pauses
+        if (monotonicNow() >= until)  // checked here, because data may arrive without a wait
             return waitFailure(Waiter::Result::timedOut);
         const Result<bool> taken = takeBytes();
         if (!taken.ok())
@@ -103,7 +104,8 @@ Result<bool> RedisConnection::takeBytes() {
     return false;
 }
 
-//  A server that accepts no more connections, or none from this host, sends an error without a request and closes.
+//  A server that refuses the connection, because of its limit or because of the client's address, sends an error before
+//  any request and closes.
 Status RedisConnection::receiveUnasked() {
     const Result<bool> taken = takeBytes();
     if (!taken.ok() || !*taken)

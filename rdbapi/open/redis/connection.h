@@ -1,10 +1,11 @@
-//  One connection to a Redis server: commands are sent in one piece, and the answers arrive in the same order.
+//  One connection to a Redis server. All commands of one exchange are sent together, and the answers arrive in the same
+//  order.
 //
-//  The back end owns the socket, and libhiredis only parses answers: its own reading and writing would raise SIGPIPE,
-//  and its memory functions end the process when memory is exhausted.
+//  This code reads and writes the socket itself and uses libhiredis only to parse answers: libhiredis would raise
+//  SIGPIPE, and its connection functions end the process when memory is exhausted.
 //
-//  Every failure is errorBackendFailed: the connection cannot be used afterwards. An error answer of the server is no
-//  failure.
+//  Every failure has the code errorBackendFailed. Afterwards the connection cannot be used. An error answer of the
+//  server is not a failure.
 //
 //  Threads: one thread at a time.
 #ifndef RDBAPI_OPEN_REDIS_CONNECTION_H
@@ -20,13 +21,13 @@ using RedisCommand = std::vector<std::string>;
 
 class RedisConnection {
 public:
-    //  Sets the secrets that must not appear in quoted errors of the server, such as the login.
+    //  Sets the secrets, such as user and password, that must not appear in quoted error answers.
     void conceal(std::vector<std::string> secrets) { secrets_ = std::move(secrets); }
 
     //  Connects like TcpStream::connect.
     Status connect(const ServerAddress& address, const Waiter& waiter, std::chrono::milliseconds until);
 
-    //  Sends commands and stores one answer for each, including errors of the server.
+    //  Sends commands and stores one answer for each of them, including error answers.
     Status exchange(const std::vector<RedisCommand>& commands, std::vector<RedisReply>& replies, const Waiter& waiter,
                     std::chrono::milliseconds until);
 
@@ -34,7 +35,7 @@ public:
     void close() noexcept { stream_.close(); }
 
 private:
-    //  Receives, without waiting, data that the server has sent since the last exchange. Ok if there is none.
+    //  Checks, without waiting, for data that the server has sent without a request. Fails if there is any.
     Status receiveUnasked();
 
     //  Receives the available bytes. Returns whether there were any.
@@ -45,7 +46,7 @@ private:
 
     TcpStream stream_;
     RedisReplyParser parser_;
-    bool silent_ = true;  // the server has not sent a byte yet
+    bool silent_ = true;  // no byte has been received yet
     std::vector<std::string> secrets_;
 };
 

@@ -26,7 +26,7 @@ Status foreign(const std::string& key) {
     return serverRefused(key + " is somebody else's and stays as it is");
 }
 
-//  Removes the next answer, which must be of one kind.
+//  Removes the next answer and returns it. Fails if it is not of this kind.
 Result<const RedisReply*> take(std::span<const RedisReply>& replies, std::string_view command, Kind kind) {
     if (replies.empty())
         return notUnderstood(command);
@@ -37,7 +37,7 @@ Result<const RedisReply*> take(std::span<const RedisReply>& replies, std::string
     return reply.is(Kind::error) ? refusedByRedis(command, reply) : notUnderstood(command);
 }
 
-//  Returns the number in the text of field, or nothing if it is not one.
+//  Returns the number in the text of field, or nothing if the text is not a number.
 template <class Number>
 std::optional<Number> numberIn(const RedisReply& field) {
     Number number = 0;
@@ -47,7 +47,7 @@ std::optional<Number> numberIn(const RedisReply& field) {
     return isNumber ? std::optional(number) : std::nullopt;
 }
 
-//  Removes the answers to HLEN and HMGET, and returns the fields: null if the key does not exist.
+//  Removes the answers to HLEN and HMGET. Returns the answer to HMGET, or null if the key does not exist.
 Result<const RedisReply*> takeHash(std::span<const RedisReply>& replies, std::size_t count) {
     const Result<const RedisReply*> size = take(replies, "HLEN", Kind::integer);
     if (!size.ok())
@@ -82,7 +82,7 @@ Status refusedByRedis(std::string_view command, const RedisReply& answer) {
 Result<std::int64_t> readTime(const RedisReply& reply) {
     if (reply.is(Kind::error))
         return refusedByRedis("TIME", reply);
-    constexpr std::int64_t maxSeconds = 1000000000000;  // far from any overflow
+    constexpr std::int64_t maxSeconds = 1000000000000;  // large enough for any date, and prevents an overflow
     if (reply.elements.size() != 2)
         return notUnderstood("TIME");
     const std::int64_t seconds = numberIn<std::int64_t>(reply.elements[0]).value_or(-1);

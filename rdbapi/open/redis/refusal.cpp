@@ -9,23 +9,24 @@ namespace rdbopen {
 namespace {
 
 constexpr std::size_t maxQuoteLength = 120;
-constexpr std::size_t minSecretMatch = 4;  // consecutive bytes of a secret that must not be quoted
+constexpr std::size_t minSecretMatch = 4;  // so many consecutive bytes of a secret are never quoted
 
 struct Meaning {
     std::string_view beginning;  // start of the answer
     std::string_view words;
-    bool general = false;  // any command is answered so, now one, now another: the reason is the same for all
+    bool general = false;  // any command may get this answer, so the reason does not name the command
 };
 
-//  Prefixes of answers after which the connection is useless. A retry in the same connection cannot succeed: a login is
-//  not renewed, and a replica stays one until it is promoted. A new connection resolves the name again.
+//  Prefixes of answers after which the connection cannot be used any more. A retry on the same connection cannot
+//  succeed: a lost login is not renewed, and a replica remains read-only until it is promoted. A new connection logs in
+//  again and resolves the server's name again.
 constexpr std::string_view endings[] = {"NOAUTH", "READONLY", "MASTERDOWN"};
 
-//  Prefixes of answers of a wrong server: another address of the name may be the primary, or may have loaded its data.
-//  All other errors are the same at each address of a name, so trying them would only take time.
+//  Prefixes of answers of a wrong server. Another address of the name may be the primary, or may have finished loading
+//  its data. All other errors would be the same at each address.
 constexpr std::string_view wrongServers[] = {"READONLY", "MASTERDOWN", "LOADING"};
 
-//  The answers of Redis 7; their first words are fixed, the rest differs between versions.
+//  The error answers of Redis 7. Only their prefixes are compared, because the rest differs between versions.
 constexpr Meaning meanings[] = {
     {"WRONGPASS", "user or password is wrong, or the user is switched off"},
     {"NOAUTH", "the connection is not logged in"},

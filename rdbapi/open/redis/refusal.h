@@ -1,4 +1,4 @@
-//  The meaning of a Redis server's error answers, as text for the operator.
+//  Interprets the error answers of a Redis server and returns reasons for the operator.
 #ifndef RDBAPI_OPEN_REDIS_REFUSAL_H
 #define RDBAPI_OPEN_REDIS_REFUSAL_H
 
@@ -8,20 +8,21 @@
 
 namespace rdbopen {
 
-//  Returns whether the error answer means that the connection is useless: the login is no longer valid, or the server
-//  has become a replica, so that the name will resolve to another server.
+//  Returns whether the error answer means that the connection cannot be used any more: its login is no longer valid, or
+//  the server has become a replica, so that the name will resolve to another server.
 bool redisEndsConnection(std::string_view answer);
 
 //  Returns whether the error answer means that another server may be able to execute the command.
 bool redisIsWrongServer(std::string_view answer);
 
-//  Returns how many leading bytes of an error answer may be quoted: those before the first 4 consecutive bytes that
-//  also occur in one of secrets, ignoring case. A shorter secret is compared as a whole. A server or a proxy may repeat
-//  its input, complete or truncated, and so the login. Bytes after the maximum length of a quote are treated as secret.
+//  Returns how many leading bytes of an error answer may be quoted. A server or a proxy may repeat its input in the
+//  answer, and so parts of the login. Therefore the quotable part ends before the first 4 consecutive bytes that also
+//  occur in one of secrets, ignoring case. A secret of less than 4 bytes must occur completely. Bytes after the maximum
+//  length of a quote are never quotable.
 std::size_t redisQuotable(std::string_view answer, std::span<const std::string> secrets);
 
 //  Returns the reason why command was refused with the error answer. An unknown answer is quoted: at most its first 120
-//  quotable bytes, only printable ones.
+//  quotable bytes, with "?" for bytes that are not printable.
 std::string redisRefusal(std::string_view command, std::string_view answer, std::size_t quotable);
 
 }  // namespace rdbopen

@@ -8,8 +8,8 @@ namespace {
 
 using Kind = RedisReply::Kind;
 
-//  The reader calls these functions from C, so they must not throw; null means that memory is exhausted. The reader
-//  frees only the root: other replies are elements of their parent.
+//  The reader of libhiredis calls these functions from C, so they must not throw; null means that memory is exhausted.
+//  The reader frees only the root reply, because each other reply is an element of its parent.
 RedisReply* place(const redisReadTask* task) noexcept {
     if (task->parent == nullptr)
         return new (std::nothrow) RedisReply;
@@ -41,7 +41,8 @@ void* makeString(const redisReadTask* task, char* text, std::size_t length) {
     });
 }
 
-//  The size of an array is known before its elements arrive, so it is limited to what the answer may still have.
+//  An array's size arrives before its elements. It is limited to the remaining number of elements, so that a false size
+//  cannot exhaust the memory.
 void* makeArray(const redisReadTask* task, int count) {
     const auto size = static_cast<std::size_t>(count);
     auto& left = *static_cast<std::size_t*>(task->privdata);
@@ -69,7 +70,7 @@ void freeReply(void* reply) {
     delete static_cast<RedisReply*>(reply);
 }
 
-//  Not const, because the reader stores a pointer to it.
+//  Not const, because the reader takes a pointer to non-const.
 redisReplyObjectFunctions functions{makeString, makeArray, makeInteger, makeNil, freeReply};
 
 }  // namespace
@@ -81,7 +82,7 @@ Status RedisReplyParser::reset() {
     if (!reader_)
         return fault();
     reader_->privdata = &elementsLeft_;
-    reader_->maxbuf = 0;  // otherwise it sometimes replaces its buffer and asserts that the allocation succeeds
+    reader_->maxbuf = 0;  // otherwise libhiredis may replace its buffer and assert that the allocation succeeds
     return {};
 }
 

@@ -1,8 +1,8 @@
 //  One answer of a Redis server, and the parser of answers (https://redis.io/docs/reference/protocol-spec, RESP2),
 //  which uses libhiredis' reader.
 //
-//  The memory of an answer is bounded by the two limits below, whatever a server sends. A longer or malformed answer
-//  breaks the parser and ends the connection.
+//  The two limits below bound the memory of an answer, whatever a server sends. After a longer or malformed answer the
+//  parser is broken, and the connection is closed.
 //
 //  Threads: one thread at a time.
 #ifndef RDBAPI_OPEN_REDIS_REPLY_H
@@ -21,8 +21,8 @@
 
 namespace rdbopen {
 
-//  Maximum number of bytes of one answer, and of elements of all its arrays together. The longest answer needed is that
-//  to the transaction of a put of 1000 records: 6000 elements.
+//  Maximum number of bytes of one answer, and of elements of all its arrays together. The longest valid answer has
+//  6000 elements: that to the transaction of a put of 1000 records.
 inline constexpr std::size_t maxRedisReplySize = 262144;
 inline constexpr std::size_t maxRedisElements = 8192;
 
@@ -41,17 +41,17 @@ struct RedisReply {
 
 class RedisReplyParser {
 public:
-    //  Starts again. Fails when memory is exhausted; the parser is then broken.
+    //  Discards all bytes and starts again. Fails when memory is exhausted; the parser is then broken.
     Status reset();
 
     //  Adds bytes received from the server.
     void feed(std::string_view bytes);
 
-    //  Returns the next answer, or nothing while it is incomplete. Fails when the parser is broken, which it stays until
-    //  reset; the reason contains no received bytes.
+    //  Returns the next answer, or nothing while it is incomplete. Fails when the parser is broken; it stays broken
+    //  until reset. The reason contains no received bytes.
     Result<std::optional<RedisReply>> next();
 
-    //  Returns true if no bytes remain after the last answer.
+    //  Returns whether no bytes remain after the last answer.
     bool drained() const noexcept;
 
 private:
