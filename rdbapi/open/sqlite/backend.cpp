@@ -15,10 +15,11 @@ namespace rdbopen {
 
 namespace {
 
-//  The same interval as in redis/backend.cpp. A check is six calls of stat(2) and one row for each tag.
+//  The same interval as in redis/backend.cpp. A check costs six calls of stat(2) and reads one row for each tag.
 constexpr std::chrono::milliseconds checkAfter{60000};
 
-//  Emptying an empty log would look like a commit to other services.
+//  Returns whether the log is empty. An empty log is not emptied again, because other services would see this as a
+//  commit.
 bool isEmptyLog(const FilePlace& place) {
     struct stat log {};
     return lstat((place.path() + "-wal").c_str(), &log) == 0 && log.st_size == 0;
@@ -59,11 +60,11 @@ private:
     std::string path_;
     SqliteDatabase database_;
     SqliteStatement findTag_, importTag_, putSnapshot_, putHistory_, trimHistory_, findValue_;
-    FilePlace place_;  // place of the open file
+    FilePlace place_;  // resolved path of the open file
     SqliteFiles files_;
-    bool recorded_ = false;  // files_ has the state after the last request
-    bool changed_ = false;   // changed since then by a program other than SQLite
-    bool suspect_ = false;   // SQLite has reported damage, and the file was not checked since
+    bool recorded_ = false;  // files_ has recorded the state after the last request
+    bool changed_ = false;   // a program other than SQLite has changed the files since then
+    bool suspect_ = false;   // SQLite has reported damage; the file has not been checked since
 };
 
 //  Returns the failure that cause, the last result of SQLite, is for the operator.
@@ -72,8 +73,8 @@ Status SqliteBackend::failed(const char* what, Status cause) {
     return failedTo(what, std::move(cause));
 }
 
-//  An open that moves a damaged file aside fails, so that the worker reports the new name; the next open creates the
-//  new file.
+//  If a damaged file is renamed, open fails, so that the worker logs the file's new name. The next open creates a new
+//  file.
 Status SqliteBackend::open(const Waiter&) {
     if (Status unresolved = resolveFile(path_, place_); !unresolved.ok())
         return failedTo("the file cannot be reached", std::move(unresolved));
@@ -118,13 +119,13 @@ Status SqliteBackend::openFile() {
     return checkpoint();
 }
 
-//  A normal close writes the log into the file, and removes the log by its name. The log must not be written into
-//  another file than its own.
+//  A normal close writes the log into the database file and then removes the log by its name. If the files were
+//  replaced, the log must not be written into another file, so the connection is closed without this step.
 void SqliteBackend::close() noexcept {
     try {
-        static_cast<void>(examineFiles());  // stored in changed_
+        static_cast<void>(examineFiles());  // the result is stored in changed_
     } catch (...) {
-        changed_ = true;  // unknown when memory is exhausted
+        changed_ = true;  // the state is unknown, because memory is exhausted
     }
     closeStatements();
     if (changed_) {
@@ -164,15 +165,15 @@ Status SqliteBackend::prepareAll() {
     return {};
 }
 
-//  A lock alone does not detect a full or read-only disk; a committed change does.
+//  Commits a change, because only a commit detects a full or read-only disk; a lock does not.
 Status SqliteBackend::writeTest() {
     Result<SqliteStatement> mark = database_.prepare("INSERT INTO service(one, opened_ms) VALUES(1, ?1) "
                                                      "ON CONFLICT(one) DO UPDATE SET opened_ms = excluded.opened_ms");
     return mark.ok() ? mark->bind(1, wallNow()).run() : mark.status();
 }
 
-//  SQLite continues to write to a file that was removed or replaced, where nobody reads it. It also overwrites a file
-//  that another program has written.
+//  SQLite does not notice if its file is removed, replaced or changed by another program: it continues to write to the
+//  old file, which nobody reads, or overwrites the other program's data. This function detects such changes.
 Status SqliteBackend::examineFiles() {
     if (!recorded_ || changed_)
         return {};
@@ -183,7 +184,7 @@ Status SqliteBackend::examineFiles() {
     return pathNamesOpenFile() ? Status{} : backendFailed("the path leads to another file");
 }
 
-//  A link on the path may have changed, while the file itself is the same.
+//  Returns whether the configured path still leads to the open file: a symbolic link on the path may have changed.
 bool SqliteBackend::pathNamesOpenFile() const {
     struct stat asked {};
     struct stat open {};
@@ -191,8 +192,8 @@ bool SqliteBackend::pathNamesOpenFile() const {
            asked.st_dev == open.st_dev && asked.st_ino == open.st_ino;
 }
 
-//  Writes committed data from the log into the file, so that a log that is lost, or that belongs to a replaced file, is
-//  empty. Then checks the names, so that the data is where a reader expects it.
+//  Writes committed data from the log into the database file, so that the log is empty if it is lost or if the file is
+//  replaced later. Then checks the names, so that the data is in the file that readers open.
 Status SqliteBackend::checkpoint() {
     if (Status status = examineFiles(); !status.ok())
         return status;
@@ -204,13 +205,13 @@ Status SqliteBackend::checkpoint() {
     return recorded_ ? Status{} : backendFailed("the file was removed while it was written");
 }
 
-//  Also empties a log that could not be emptied after the last request because of a reader.
+//  Also empties the log if a reader prevented this after the last request.
 Status SqliteBackend::probe() {
     return checkpoint();
 }
 
-//  Reads the file, not SQLite's cache. Afterwards the cache is of no use until the next request, which may be minutes
-//  away; SQLite allocates twenty pages for the first one.
+//  Drops the page cache before the query, so that the value is read from the file, and after it: the next request may
+//  be minutes away, and the cache of twenty pages would use memory until then.
 Status SqliteBackend::checkValue(const RdbSnapshot& record) {
     database_.dropPageCache();
     const Result<bool> found = findValue_.bind(1, std::string_view(record.name)).step();
@@ -262,8 +263,8 @@ Status SqliteBackend::put(std::span<const RdbSnapshot> records) {
     return status.ok() ? verifyStored(records) : status;
 }
 
-//  If a program wrote to the file before checkpoint recorded its state, only the value shows it. Of several records of one
-//  tag, the last is its value.
+//  Checks the values after a put. If another program wrote to the file before checkpoint recorded its state, only this
+//  check detects it. If several records have the same tag, only the last one is compared.
 Status SqliteBackend::verifyStored(std::span<const RdbSnapshot> records) {
     for (; !records.empty(); records = records.subspan(1)) {
         const auto isSameTag = [&](const RdbSnapshot& later) {
@@ -309,7 +310,7 @@ Status SqliteBackend::putOne(const RdbSnapshot& record, std::int64_t now) {
     return writtenBy(trimHistory_.bind(1, tag).bind(2, sqliteHistoryLimit));
 }
 
-//  Runs body in a write transaction, which is committed only if body succeeds.
+//  Calls body in a write transaction, which is committed only if body succeeds.
 template <class Body>
 Status SqliteBackend::transaction(Body body) {
     if (Status changed = examineFiles(); !changed.ok())

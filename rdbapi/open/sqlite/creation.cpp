@@ -19,13 +19,13 @@ Status readInode(const FilePlace& place, FileText& text) {
     return text.exists || errno == ENOENT ? Status{} : failedTo("cannot be reached", systemFailure(errno));
 }
 
-//  A file with contents is not changed: SQLite and the check of its header handle it.
+//  Returns whether the file is missing or empty. A file with contents is not changed here; its header is checked later.
 bool isToBeMade(const FileText& found) {
     return !found.exists || (S_ISREG(found.inode.st_mode) && found.inode.st_size == 0);
 }
 
-//  SQLite would apply a journal or log of a removed file to the new one. It removes them itself next to an empty file.
-//  Their removal is on the disk before the new file is.
+//  Removes the journal and the log of a removed database, because SQLite would apply them to the new file. (Next to an
+//  empty file, SQLite would remove them itself.) Flushes the removal to the disk before the new file is created.
 Status removeRemains(const FilePlace& place) {
     bool any = false;
     for (const char* suffix : {"-journal", "-wal", "-shm"}) {
@@ -50,7 +50,8 @@ Status fill(const FilePlace& place) {
     Status status = removeRemains(place);
     if (status.ok())
         status = replaceFile(place, before, *database);
-    //  An existing file is left to SQLite; if it has changed, another program has created it meanwhile.
+    //  Not a failure: the file existed and was empty, so SQLite can fill it, or another process has created it
+    //  meanwhile.
     const bool left = status.ok() || status.code == errorFileChanged || before.exists;
     return left ? Status{} : backendFailed("cannot be made: " + status.reason);
 }
@@ -66,11 +67,11 @@ Status makeSqliteFile(const FilePlace& place) {
         if (Status failed = lock.acquire(place.lock(), lockLimit); !failed.ok())
             return failedTo("cannot be made: the lock file cannot be locked", std::move(failed));
         Status status = fill(place);
-        unlink(place.lock().c_str());  // a process waiting for the lock sees that its file was removed
+        unlink(place.lock().c_str());  // a process that waits for the lock detects the removal
         if (!status.ok())
             return status;
     }
-    //  Also for an existing file: it may have been renamed just before a process was killed.
+    //  Needed for an existing file, too: a process may have renamed it and been killed before the flush.
     Status flushed = flushDirectory(place);
     return flushed.ok() ? flushed : failedTo("the folder cannot be flushed", std::move(flushed));
 }

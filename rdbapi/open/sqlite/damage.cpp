@@ -29,7 +29,7 @@ bool hasContent(const std::string& path) {
     return inode && inode->st_size > 0;
 }
 
-//  The write lock keeps the log empty, and so the file unchanged, during the comparison.
+//  Takes the write lock first, so that no other connection changes the log or the file during the comparison.
 bool isCutShortForCertain(SqliteDatabase& database, const std::string& path) {
     if (!database.run("BEGIN IMMEDIATE").ok())
         return database.lastResultIsDamage();
@@ -38,7 +38,7 @@ bool isCutShortForCertain(SqliteDatabase& database, const std::string& path) {
     return cut;
 }
 
-//  The check itself may fail, for example without memory.
+//  Returns whether SQLite finds faults. The check itself may fail, for example because memory is exhausted.
 bool hasFaults(SqliteDatabase& database) {
     const Result<std::string> found = database.text("PRAGMA integrity_check(1)");
     return !found.ok() || found->empty() ? database.lastResultIsDamage() : *found != "ok";
@@ -54,7 +54,8 @@ bool isDamaged(const std::string& path) {
     return damaged;
 }
 
-//  An existing log would be applied to the file that gets the name.
+//  Returns whether neither a file of this name exists nor a journal or log, which SQLite would apply to the renamed
+//  file.
 bool isFree(const std::string& path) {
     for (const char* suffix : {"", "-journal", "-wal", "-shm"})
         if (inodeOf(path + suffix) || errno != ENOENT)
@@ -72,9 +73,9 @@ Result<std::string> freeName(const FilePlace& place) {
                          ".damaged to " + place.name + ".damaged." + std::to_string(lastName) + " are in use");
 }
 
-//  The database is renamed first: without its log, an undamaged one would lose the log's contents. After a power
-//  failure between the calls, the other files are next to a missing database, and are removed when a new one is
-//  created. Always returns a failure: the file is not available.
+//  Renames the database before its log: if it is not damaged after all, it must not be left without the data in the
+//  log. A power failure between the renames leaves a log without a database; it is removed when a new database is
+//  created. Always returns a failure, because the file is not available.
 Status moveTo(const std::string& name, const std::string& path) {
     if (std::rename(path.c_str(), name.c_str()) != 0)
         return failedTo("the file is damaged and cannot be renamed", systemFailure(errno));
@@ -98,8 +99,8 @@ Status moveIfDamaged(const FilePlace& place) {
     if (!name.ok())
         return name.status();
     Status moved = moveTo(*name, place.path());
-    //  Flushed before a new file gets the name: otherwise a power failure could keep the new file and lose the damaged
-    //  one. If this fails, the flush for the new file fails as well and is reported.
+    //  Flushed before a new file gets the name: otherwise a power failure could lose the damaged file and keep the new
+    //  one. If this flush fails, the flush of the new file fails, too, and is logged.
     static_cast<void>(flushDirectory(place));
     return moved;
 }
@@ -116,7 +117,7 @@ Status moveDamagedSqliteFile(const FilePlace& place) {
         return failedTo("the file may be damaged, and cannot be checked: the lock file cannot be locked",
                         std::move(failed));
     Status moved = moveIfDamaged(place);
-    unlink(place.lock().c_str());  // a process waiting for the lock sees that its file was removed
+    unlink(place.lock().c_str());  // a process that waits for the lock detects the removal
     return moved;
 }
 

@@ -1,8 +1,8 @@
-//  Moves a damaged database of this library aside, so that a new one can use its name. A file without this library's
-//  marks in its header is never moved.
+//  Renames a damaged database of this library, so that a new one can have its name. A file whose header does not
+//  identify it as a database of this library (schema.h) is never renamed.
 //
-//      DIR/NAME.damaged                         the first one
-//      DIR/NAME.damaged.1 ... NAME.damaged.9    the next ones
+//      DIR/NAME.damaged                         first damaged file
+//      DIR/NAME.damaged.1 ... NAME.damaged.9    further damaged files
 #ifndef RDBAPI_OPEN_SQLITE_DAMAGE_H
 #define RDBAPI_OPEN_SQLITE_DAMAGE_H
 
@@ -11,16 +11,16 @@
 
 namespace rdbopen {
 
-//  Returns true if the file is shorter than the pages counted in its header. SQLite itself treats an incomplete last
-//  page as complete, ending with zeros. Returns false while the log has contents, because the log may have the missing
-//  pages. The result may be wrong while another connection writes, unless database is inside BEGIN IMMEDIATE. Requires:
+//  Returns whether the file is shorter than the number of pages in its header. SQLite itself treats an incomplete last
+//  page as if zeros followed it. Returns false while the log has contents, because the log may have the missing pages.
+//  The result may be wrong while another connection writes; to prevent this, call it inside BEGIN IMMEDIATE. Requires:
 //  database is open at path, and verifySqliteFile has accepted it.
 bool isSqliteFileCutShort(SqliteDatabase& database, const std::string& path);
 
-//  Checks the whole file at place and renames it if it is damaged, together with a log or journal that has contents. Of
-//  several services that share the file, one renames it. Ok if the file is missing, undamaged, busy or not one of this
-//  library's; otherwise it cannot be used, and the reason is its new name or why it was not renamed. Requires: the
-//  caller has closed its connection to the file.
+//  Checks the whole file at place and renames it if it is damaged, together with a log or journal that has contents. If
+//  several services share the file, only one of them renames it. Succeeds if the file is missing, undamaged, busy or
+//  not a database of this library. Otherwise fails; the reason contains the new name, or why the file was not renamed.
+//  Requires: the caller has closed its connection to the file.
 Status moveDamagedSqliteFile(const FilePlace& place);
 
 }  // namespace rdbopen

@@ -1,5 +1,5 @@
-//  One SQLite connection and its prepared statements, closed by their destructors. The reason of a failure is SQLite's
-//  text for it.
+//  One SQLite connection and its prepared statements, closed by their destructors. The reason of a failure is the error
+//  text of SQLite.
 //
 //  Threads: one thread at a time.
 #ifndef RDBAPI_OPEN_SQLITE_DATABASE_H
@@ -29,10 +29,10 @@ public:
 
     std::int64_t column(int index) { return sqlite3_column_int64(statement_.get(), index); }
 
-    //  Returns the text of a column, by its length; valid until the next step or reset.
+    //  Returns the text of a column, which may contain zero bytes. Valid until the next step or reset.
     std::string_view text(int index);
 
-    //  Prepares it for the next use; ends its read transaction.
+    //  Prepares the statement for its next use and ends its read transaction.
     void reset() { sqlite3_reset(statement_.get()); }
 
 private:
@@ -45,17 +45,17 @@ private:
 
 class SqliteDatabase {
 public:
-    //  Opens the file at path for reading and writing. Fails if it is missing or if path contains a link; SQLite checks
-    //  the folders of the path before it opens the file, not during the open.
+    //  Opens the file at path for reading and writing. Fails if the file is missing or if path contains a symbolic
+    //  link. SQLite checks the folders of the path only before the open, so a later change of a folder is not detected.
     Status open(const std::string& path);
 
-    //  Reads the first count bytes of the file directly, zeros after its end: without a lock and without the journal.
-    //  Returns the size of the file. Uses SQLite's descriptor, because closing another one would release this process's
-    //  locks on the file (fcntl(2)).
+    //  Reads the first count bytes of the file directly, without a lock and without the journal; a shorter file is
+    //  filled up with zeros. Returns the size of the file. Uses SQLite's descriptor, because closing another descriptor
+    //  would release this process's locks on the file (fcntl(2)).
     Result<std::int64_t> readFirstBytes(void* bytes, int count);
 
-    //  Closes the connection; the last connection writes the log into the file and removes it. Destroy statements
-    //  first.
+    //  Closes the connection. If it is the file's last one, SQLite writes the log into the file and removes the log.
+    //  Requires: all statements are destroyed.
     void close() { connection_.reset(); }
 
     //  Closes the connection and leaves all files unchanged.
@@ -64,20 +64,20 @@ public:
     //  Runs one or more statements and discards their rows.
     Status run(const char* sql);
 
-    //  Ends a transaction without its changes. If that fails, closing the connection does it.
+    //  Ends a transaction without its changes. If this fails, closing the connection ends the transaction.
     void rollBack();
 
-    //  Returns a statement. Fails if sql does not match the schema.
+    //  Returns a prepared statement. Fails if sql does not match the schema.
     Result<SqliteStatement> prepare(const char* sql);
 
     //  Run sql and return the first column of its first row. Fail if there is no row.
     Result<std::int64_t> number(const char* sql);
     Result<std::string> text(const char* sql);
 
-    //  PRAGMA data_version: a number that changes when another connection commits.
+    //  Returns PRAGMA data_version, a number that changes when another connection commits.
     Result<std::int64_t> dataVersion() { return number("PRAGMA data_version"); }
 
-    //  Writes the log into the file and empties it, as far as possible without waiting for other connections.
+    //  Writes the log into the file and empties the log, as far as possible without waiting for other connections.
     void emptyLog();
 
     //  Frees the cached pages, so that the next statement reads the file.
@@ -86,7 +86,7 @@ public:
     //  Returns the whole database as the bytes of a file.
     Result<std::string> bytes();
 
-    //  Returns true inside BEGIN.
+    //  Returns whether a transaction was begun and has not ended.
     bool inTransaction() const { return sqlite3_get_autocommit(connection_.get()) == 0; }
 
     //  Returns the failure with SQLite's text for the last result.

@@ -18,15 +18,15 @@ bool SqliteFiles::sameFile(const File& left, const File& right) {
            left.inode.st_ino == right.inode.st_ino;
 }
 
-//  Ignores changes of mode and owner, so the time of the last status change is not compared.
+//  Compares the modification time, not the time of the last status change: a change of mode or owner does not matter.
 bool SqliteFiles::sameBytes(const File& left, const File& right) {
     return sameFile(left, right) && left.inode.st_size == right.inode.st_size &&
            left.inode.st_mtim.tv_sec == right.inode.st_mtim.tv_sec &&
            left.inode.st_mtim.tv_nsec == right.inode.st_mtim.tv_nsec;
 }
 
-//  The order matters: a log that is empty after the version was read proves that all commits up to that version are in
-//  the database, which is examined last.
+//  The order matters. If the log is empty after the version was read, all commits up to that version are in the
+//  database, which is therefore examined last.
 Status SqliteFiles::record(const std::string& path, SqliteDatabase& database) {
     indexLost_ = false;
     databaseLost_ = false;
@@ -34,7 +34,7 @@ Status SqliteFiles::record(const std::string& path, SqliteDatabase& database) {
     log_ = inspect(path + "-wal");
     index_ = inspect(path + "-shm");
     database_ = inspect(path);
-    //  Last, because the name may have passed to another file before it was examined.
+    //  hasMoved is called last, because another file may have got the name before inspect was called.
     if (!version.ok() || !log_.exists || !index_.exists || !database_.exists || database.hasMoved())
         return backendFailed("the file was removed or replaced");
     version_ = *version;
@@ -46,8 +46,8 @@ bool SqliteFiles::areNamed() const {
            sameFile(index_, inspect(index_.path));
 }
 
-//  The database is examined before its version is read, so that a commit that explains a change is included in the
-//  version.
+//  Examines the database file before it reads the version. So, if a commit changed the file, the version includes this
+//  commit.
 Status SqliteFiles::verify(SqliteDatabase& database) {
     const File now = inspect(database_.path);
     databaseLost_ = !sameFile(database_, now);
@@ -68,7 +68,7 @@ Status SqliteFiles::verify(SqliteDatabase& database) {
     indexLost_ = databaseLost_;
     if (databaseLost_)
         return backendFailed("the file was overwritten by another program");
-    //  If it was overwritten nevertheless, later reads at least see a single file.
+    //  An overwritten file may not be detected. Without cached pages, later reads at least do not mix two files.
     database.dropPageCache();
     return record(database_.path, database);
 }

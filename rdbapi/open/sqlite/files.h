@@ -1,13 +1,14 @@
-//  The files of an open database: checks that they are still the open ones, and that only SQLite has changed them.
+//  Checks the files of an open database: they must still have their names, and only SQLite may have changed them.
 //
 //      DIR/NAME        the database
-//      DIR/NAME-wal    the log: committed data that is not in the database yet; empty after most requests
-//      DIR/NAME-shm    the index of the log, shared by all processes that have the database open
+//      DIR/NAME-wal    the write-ahead log: committed data that is not in the database yet; empty after most requests
+//      DIR/NAME-shm    the index of the log, shared by all processes that use the database
 //
-//  SQLite replaces none of these files while a connection is open. An empty log contains nothing to write: if the
-//  database then changes without a commit (PRAGMA data_version), another program wrote to it, such as cp(1) or
-//  truncate(1). This cannot be detected if a reader prevents the log from being emptied, or if another process has just
-//  committed. Then only the header of the database is examined, and a check of the value detects a lost value.
+//  SQLite replaces none of these files while a connection is open, and has nothing to write while the log is empty. If
+//  the database file then changes without a commit (PRAGMA data_version), another program such as cp(1) or truncate(1)
+//  has written to it. Such a change is not detected if a reader prevents the log from being emptied, or if another
+//  process has just committed. In these cases only the header of the database is examined, and a later checkValue
+//  detects a lost value.
 #ifndef RDBAPI_OPEN_SQLITE_FILES_H
 #define RDBAPI_OPEN_SQLITE_FILES_H
 
@@ -24,15 +25,15 @@ public:
     //  Requires: database is open at path, with write-ahead logging, and has been written.
     Status record(const std::string& path, SqliteDatabase& database);
 
-    //  Returns true if the names still refer to the recorded files.
+    //  Returns whether the names still refer to the recorded files.
     bool areNamed() const;
 
     //  Ok if the files are as recorded, or as SQLite has changed them since; otherwise the reason describes the change.
     Status verify(SqliteDatabase& database);
 
-    //  Removes files that no longer match, so that no connection applies them: the index, and the log of a database
-    //  that was replaced or overwritten. Keeps a file that changed after it was recorded. Requires: verify has failed,
-    //  and database was closed without a checkpoint.
+    //  Removes files that do not belong to the current database, so that no connection applies them: the index, and the
+    //  log if the database was replaced or overwritten. A log that changed after it was recorded is kept. Requires:
+    //  verify has failed, and database was closed without a checkpoint.
     void removeRemains() const;
 
 private:

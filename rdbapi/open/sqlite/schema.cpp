@@ -14,7 +14,7 @@ constexpr std::size_t writeFormatAt = 18;
 constexpr std::size_t readFormatAt = 19;
 constexpr char formatWithLog = 2;
 constexpr std::size_t pageSizeAt = 16;
-constexpr std::int64_t pageSizeCode = 1;  // stands for the largest size, which two bytes cannot hold
+constexpr std::int64_t pageSizeCode = 1;  // means largestPage, which does not fit into two bytes
 constexpr std::int64_t maxPageSize = 65536;
 constexpr std::size_t changesAt = 24;
 constexpr std::size_t pageCountAt = 28;
@@ -24,8 +24,8 @@ constexpr std::size_t applicationIdAt = 68;
 constexpr std::int64_t marksEnd = 72;
 constexpr char magic[16] = "SQLite format 3";
 
-//  The beginning of a journal (section 3 of https://www.sqlite.org/fileformat.html): magic bytes, and the number of
-//  pages that the database had before.
+//  The header of a journal (section 3 of https://www.sqlite.org/fileformat.html) has magic bytes and the number of
+//  pages that the database had before the transaction.
 constexpr int journalHeaderSize = 28;
 constexpr std::size_t pagesBeforeAt = 16;
 constexpr unsigned char journalMagic[8] = {0xd9, 0xd5, 0x05, 0xf9, 0x20, 0xa1, 0x63, 0xd7};
@@ -70,8 +70,8 @@ std::int64_t bigEndian32(const unsigned char* first) {
     return std::int64_t{first[0]} << 24 | first[1] << 16 | first[2] << 8 | first[3];
 }
 
-//  Returns whether SQLite will empty the file at path, because its first transaction did not end: its journal then says
-//  that the database had no page before.
+//  Returns whether SQLite will empty the file at path. It does so if the first transaction of the file was interrupted:
+//  its journal then contains 0 as the previous number of pages.
 bool isRolledBackToNothing(const std::string& path) {
     unsigned char header[journalHeaderSize]{};
     const int journal = open((path + "-journal").c_str(), O_RDONLY | O_CLOEXEC);
@@ -104,10 +104,10 @@ Status verifySqliteFile(SqliteDatabase& database, const std::string& path) {
     const Result<std::int64_t> size = database.readFirstBytes(header, headerSize);
     if (!size.ok())
         return size.status();
-    //  SQLite calls a file of one byte empty, too.
+    //  SQLite reports size 0 for a file of one byte, too.
     if (*size == 0 && header[0] == 0)
         return {};
-    //  The first page is one of those that had not reached the disk.
+    //  After a crash during the first transaction, the first page may not be on the disk.
     if (isBlank(header, headerSize) && isRolledBackToNothing(path))
         return {};
     if (*size < marksEnd || std::memcmp(header, magic, sizeof magic) != 0)
@@ -133,7 +133,7 @@ bool sqliteBytesMissing(SqliteDatabase& database) {
 }
 
 Status makeSqliteSchema(SqliteDatabase& database) {
-    //  The lock is taken before the check, so that of two services that start together one makes the tables.
+    //  The lock is taken before the check, so that only one of two services that start together creates the tables.
     if (Status failed = database.run("BEGIN IMMEDIATE"); !failed.ok())
         return failedTo("cannot be written", std::move(failed));
     const Result<std::int64_t> id = database.number("PRAGMA application_id");
@@ -157,7 +157,8 @@ Status makeSqliteSchema(SqliteDatabase& database) {
     return status;
 }
 
-//  A database in memory has no log. Only the two format bytes mark a file as one that has a log.
+//  A database in memory does not use write-ahead logging. Setting the two format bytes of the header enables it for the
+//  file.
 Result<std::string> newSqliteDatabase() {
     const Status failed = backendFailed("its tables cannot be made");
     SqliteDatabase database;
