@@ -87,7 +87,7 @@ Result<std::string> folderOfCode(const void* address) {
             return std::string(line.substr(first, line.rfind('/') + 1 - first));
         start = end + 1;
     }
-    return Status{errorNotLoadable, "/proc/self/maps does not say where the client library lies"};
+    return Status{errorNotLoadable, "/proc/self/maps does not contain the path of the client library"};
 }
 
 }  // namespace rdbopen

@@ -112,7 +112,7 @@ Status RedisReplyParser::fault() const {
     if (fed_ > maxRedisReplySize)
         return backendFailed("an answer of the server is too long");
     if (!reader_ || reader_->err == REDIS_ERR_OOM)
-        return backendFailed("an answer of the server is too long, or memory is short");
+        return backendFailed("an answer of the server is too long, or memory is exhausted");
     return backendFailed("the server does not speak the Redis protocol");
 }
 

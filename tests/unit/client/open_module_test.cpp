@@ -125,7 +125,7 @@ TEST(FolderOfCode, FailsForAnAddressOutsideAllMappedFiles) {
     for (const void* const address : {static_cast<const void*>(&onTheStack), static_cast<const void*>(nullptr)}) {
         const Status status = folderOfCode(address).status();
         EXPECT_EQ(status.code, errorNotLoadable);
-        EXPECT_EQ(status.reason, "/proc/self/maps does not say where the client library lies");
+        EXPECT_EQ(status.reason, "/proc/self/maps does not contain the path of the client library");
     }
 }
 
