@@ -15,7 +15,8 @@
 //  returns, a callback that was being delivered may still run, but no other one starts. The object that user points to
 //  must outlive that callback.
 //
-//  Ownership: the library copies the texts and records passed to it. The caller may free its own when the call returns.
+//  Ownership: the library copies the texts and records passed to it. The caller may free its data when the call
+//  returns.
 //
 //  Both records have a fixed binary layout: little-endian, without other padding than the reserved members. Reserved
 //  bytes are zero. The assertions below check each offset.
@@ -29,7 +30,7 @@
 constexpr std::int32_t RDB_EVENT_CONNECTED = 60001;     // the connection is established
 constexpr std::int32_t RDB_EVENT_DISCONNECTED = 60003;  // the connection is lost
 
-constexpr std::uint8_t RDB_VALUE_TYPE_TEXT = 6;   // a text; in RdbTag::valuetype and RdbSnapshot::valuetype
+constexpr std::uint8_t RDB_VALUE_TYPE_TEXT = 6;   // type of a text value, in RdbTag and RdbSnapshot
 constexpr std::uint8_t RDB_TAG_CLASS_USABLE = 2;  // in RdbTag::tagclass: values can be put only for tags of this class
 constexpr int RDB_TAGINPORT_MODE = 16;            // second argument of rdb_taginport
 
@@ -88,7 +89,7 @@ extern "C" {
 //  rdb_setmessagenotify.
 typedef void (*RdbMessageNotify)(std::int32_t event, std::int64_t value, void* user);
 
-//  Receives the reply to one rdb_callmsg. text holds length bytes, need not be NUL-terminated and is valid during the
+//  Receives the reply to one rdb_callmsg. text has length bytes, need not be NUL-terminated and is valid during the
 //  call only; user is the pointer passed to rdb_callmsg.
 typedef void (*RdbReply)(const char* text, std::int32_t length, void* user);
 

@@ -8,11 +8,11 @@
 namespace rdbopen {
 
 //  Returns the module that serves the url's scheme. Fails with errorUnknownScheme, errorNotInstalled or
-//  errorNotLoadable; the reason holds nothing of the url but a known scheme.
+//  errorNotLoadable; the reason contains no part of the url except a known scheme.
 Result<const Module*> moduleForUrl(const Url& url);
 
-//  Makes the back end for urlText, unopened and without any exchange. Fails with errorBadUrl, errorNoResources or a
-//  code of moduleForUrl; the reason holds no password.
+//  Creates the back end for urlText. Neither opens it nor contacts the server. Fails with errorBadUrl, errorNoResources
+//  or a code of moduleForUrl; the reason contains no password.
 BackendResult makeBackend(std::string_view urlText, const Credentials& credentials);
 
 }  // namespace rdbopen

@@ -205,9 +205,9 @@ Status DnsBackend::checkAlias(DnsExchange& exchange, const std::string& owner, s
     return rcodeOf(**answer) == rcodeYxRrset ? serverRefused(aliasWords(owner)) : Status{errorNotHeld, {}};
 }
 
-//  Checks that the zone itself has no record of set's owner and type. An answer does not prove the opposite, because
-//  its records may come from a wildcard. If the server does not answer the prerequisite with success, the update is
-//  sent again, which is harmless.
+//  Returns errorNotHeld if the zone itself may have a record with set's owner and type. Records in the answer to a
+//  query may come from a wildcard, so this uses the prerequisite of an update. If the server does not support it, the
+//  update is sent again, which is harmless.
 Status DnsBackend::checkAbsence(DnsExchange& exchange, const RecordSet& set, std::chrono::milliseconds until) const {
     const Answer answer = exchange.ask(absenceMessage(newId(), zone_.zone, set.owner, set.type), exchangeEnd(until));
     if (!answer.ok())

@@ -40,7 +40,7 @@ inline constexpr std::size_t maxDnsMessageSize = 65535;
 
 //  All records of one owner and type.
 struct RecordSet {
-    std::string owner;  // isDnsName, lower case
+    std::string owner;  // satisfies isDnsName; in lower case
     std::uint16_t type = 0;
     std::vector<DnsBytes> records;  // data of each record in wire format; names in it are lower case
 };

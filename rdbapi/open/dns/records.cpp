@@ -14,7 +14,7 @@ constexpr std::uint16_t httpsPort = 443;
 constexpr std::uint16_t keyPort = 3;
 constexpr std::uint16_t keyIpv6Hint = 6;
 
-//  RFC 4193 section 3.1
+//  Returns whether address is in fc00::/7 (RFC 4193 section 3.1).
 bool isUniqueLocal(const Ipv6Address& address) {
     return (address[0] & 0xfe) == 0xfc;
 }

@@ -14,8 +14,8 @@ namespace {
 
 using View = std::span<const std::uint8_t>;
 
-constexpr std::size_t flagsAt = 2;        // QR 1, opcode 4, AA 1, TC 1, RD 1
-constexpr std::size_t rcodeAt = 3;        // in the lower half of the byte
+constexpr std::size_t flagsAt = 2;        // number of bits: QR 1, opcode 4, AA 1, TC 1, RD 1
+constexpr std::size_t rcodeAt = 3;        // the code is the lower half of this byte
 constexpr std::size_t additionalAt = 10;  // count of additional records
 constexpr std::uint8_t flagResponse = 0x80;
 constexpr std::uint8_t flagTruncated = 0x02;
@@ -31,7 +31,7 @@ void hmac(View secret, View text, std::span<std::uint8_t> mac) {
 
 struct Algorithm {
     std::string_view name;
-    std::size_t length;  // of a MAC, in bytes
+    std::size_t length;  // length of a MAC in bytes
     void (*compute)(View secret, View text, std::span<std::uint8_t> mac);
 };
 

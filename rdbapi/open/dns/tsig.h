@@ -28,8 +28,8 @@ namespace rdbopen {
 inline constexpr std::uint16_t tsigFudge = 300;  // s
 
 struct TsigKey {
-    std::string name;       // isDnsName, lower case
-    std::string algorithm;  // isTsigAlgorithm
+    std::string name;       // satisfies isDnsName; in lower case
+    std::string algorithm;  // satisfies isTsigAlgorithm
     std::string secret;     // base64 (RFC 4648 section 4)
 };
 
@@ -44,7 +44,7 @@ struct SignedRequest {
     DnsBytes wire;
     std::uint16_t id = 0;
     std::uint8_t opcode = 0;
-    DnsBytes mac;           // preceded by its length
+    DnsBytes mac;           // MAC of the request, preceded by its length
     std::int64_t time = 0;  // s since 1970-01-01 UTC, as signed
 };
 

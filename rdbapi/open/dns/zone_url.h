@@ -16,12 +16,12 @@ namespace rdbopen {
 
 struct DnsZone {
     Server server;
-    std::string zone;                        // lower case, without the last dot; isDnsName
+    std::string zone;                        // satisfies isDnsName; in lower case, without the final dot
     std::uint32_t ttl = 60;                  // s, at most 2^31 - 1 (RFC 2181 section 8)
-    std::string algorithm = "hmac-sha256";   // isTsigAlgorithm
+    std::string algorithm = "hmac-sha256";   // satisfies isTsigAlgorithm
     bool skipUla = false;                    // fc00::/7
     bool skipTemporary = false;              // according to the kernel's flags of the address
-    bool skipDeprecated = false;             // as above
+    bool skipDeprecated = false;             // according to the kernel's flags of the address
     std::chrono::milliseconds check{60000};  // interval between checks of the server; 0 for never, at most one day
 };
 

@@ -107,7 +107,7 @@ Status DesiredState::importTag(Backend& backend, Entry& entry) {
 }
 
 //  A server that lost its data has lost the tag, too, so the tag is imported again. If its definition is not known
-//  here, the value is dropped from the pending data: the user of the handle has to create the tag.
+//  here, the value is no longer pending: the user of the handle has to create the tag.
 Status DesiredState::putValue(Backend& backend, Entry& entry) {
     Status status = backend.tags()->put({&*entry.value, 1});
     const bool tagMissing = status.code == errorNoSuchTag || status.code == errorTagNotUsable;

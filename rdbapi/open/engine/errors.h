@@ -23,7 +23,7 @@ enum Error : int {
     errorBadRequest = 1013,         // in a reply only: the request is invalid; the reason is in syslog
     errorBackendFailed = 1014,      // the back end failed and is opened again; the reason is in syslog
     errorNoResources = 1015,        // no memory or no thread
-    errorInCallback = 1016,         // a call that waits, made in a callback of the same handle: it would deadlock
+    errorInCallback = 1016,         // a call that waits, made in a callback of the same handle: it would never return
     errorServerRefused = 1017,      // the server refused the request, which is retried; the reason is in syslog
     errorNotHeld = 1018,            // never returned to callers: the server has lost data that it had accepted
     errorPreempted = 1019,          // never returned to callers: a check was interrupted, because a call waits

@@ -21,7 +21,7 @@ namespace rdbopen {
 
 //  These functions return false when the line was lost.
 
-//  Reports a failure at priority err. Requires: neither text holds a password.
+//  Reports a failure at priority err. Requires: subject and reason contain no password.
 bool reportFailure(std::string_view subject, std::string_view reason) noexcept;
 
 //  Reports an action at priority info.

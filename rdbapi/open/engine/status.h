@@ -31,7 +31,7 @@ namespace rdbopen {
 //      any other code        final; the back end stays open
 struct [[nodiscard]] Status {
     int code = errorNone;
-    std::string reason{};   // for the operator; never holds a user or a password; may be empty
+    std::string reason{};   // for the operator; contains no user and no password; may be empty
     bool failover = false;  // another address of the same server may succeed (net/server_addresses.h)
 
     bool ok() const noexcept { return code == errorNone; }

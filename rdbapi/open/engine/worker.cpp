@@ -98,7 +98,7 @@ int Worker::post(std::shared_ptr<Call> call) {
         if (signal_.closed())
             return errorClosed;
         if (started_ && !call->isServedBy(*backend_))
-            return errorNotSupported;  // the only check of this: later code relies on it
+            return errorNotSupported;  // checked only here: later code assumes that the interface exists
         if (!accepting_)
             return errorNotConnected;
         if (queue_.size() >= queueCapacity)
@@ -143,7 +143,7 @@ void Worker::run() noexcept {
         refuseWaiting();
         reportLoss();
         backend_->close();
-        if (signal_.closed())  // the failed exchange was only interrupted
+        if (signal_.closed())  // closing the handle has ended the session, which is not a failure
             return;
         failures_.fail(label_, end.reason);
         signal_.pause(schedule_.lost(monotonicNow()));

@@ -14,9 +14,8 @@
 //      (1) Event 60003 follows at once. If an exchange with a silent server is in progress, it is cancelled.
 //      (2) The worker repeats the request each time it has opened the back end. Event 60001 follows only after the
 //          request has succeeded within callLimit.
-//      (3) At least awayTime passes before the next 60001, even if the server refuses only every other request.
+//      (3) At least awayTime passes before the next 60001, even if the request could succeed earlier.
 //  If any other request is refused, for example a put, the connection stays open.
-//  Another request that is refused, such as a put, leaves the connection as it is.
 //
 //  Each reason of a failure is logged once until the server recovers (reason_log.h), not at each attempt. Recovery is
 //  logged when a request has succeeded, nothing is pending and the last check was not refused. After a refused check,

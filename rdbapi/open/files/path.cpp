@@ -82,8 +82,8 @@ private:
         return {};
     }
 
-    //  Requires: directory contains no link, and does not end with "/" unless it is the root: lstat would follow a link
-    //  with a final "/".
+    //  Requires: directory contains no link. Except for the root, it does not end with "/", because lstat would then
+    //  follow a link.
     Status goTo(const std::string& directory) {
         struct stat found {};
         if (lstat(directory.c_str(), &found) != 0)

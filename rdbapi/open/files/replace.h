@@ -33,10 +33,10 @@ Result<FileText> readFile(const FilePlace& place);
 //  Tests whether the directory can be written to: creates the temporary file and removes it.
 Status testWritable(const FilePlace& place);
 
-//  Replaces the file by bytes and keeps its mode and owner; a new file has mode 0644. before is the result of readFile:
-//  fails with errorFileChanged if the file has changed since. Fails with errorTooLarge above maxFileSize, because
-//  readFile would refuse the new file. On failure the file is unchanged. Only flushDirectory makes the new file survive
-//  a power failure. Requires: the lock is held.
+//  Replaces the contents of the file by bytes and keeps its mode and owner; a new file has mode 0644. before is the
+//  result of readFile: fails with errorFileChanged if the file has changed since. Fails with errorTooLarge above
+//  maxFileSize, because readFile would refuse the new file. On failure the file is unchanged. Only flushDirectory makes
+//  the new file survive a power failure. Requires: the lock is held.
 Status replaceFile(const FilePlace& place, const FileText& before, std::string_view bytes);
 
 //  Flushes the directory of the file to the disk, so that a rename survives a power failure.

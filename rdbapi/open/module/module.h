@@ -36,7 +36,7 @@ struct UrlUse {
     const Url& url;
     const Credentials& credentials;
     std::string_view urlName;                   // the key of the url in the ini file
-    std::string_view passwordName;              // the key of its password
+    std::string_view passwordName;              // the key of the url's password in the ini file
     std::string_view hostname;                  // may be empty
     std::span<const std::uint16_t> httpsPorts;  // HTTPS ports of the host; may be empty
 };
@@ -53,8 +53,8 @@ struct Module {
     const char* version;      // version of the project
     std::span<const std::string_view> schemes;
 
-    //  Makes a back end, unopened and without any exchange. The reason of a failure holds no password. Requires: the
-    //  url's scheme is one of schemes.
+    //  Creates a back end. Neither opens it nor contacts the server. The reason of a failure contains no password.
+    //  Requires: the url's scheme is one of schemes.
     BackendResult (*make)(const Url& url, const Credentials& credentials) noexcept;
 
     //  Adds advice on what the administrator should change before the service uses the url. May read files, but changes

@@ -13,7 +13,7 @@ namespace rdbopen {
 
 namespace {
 
-//  Returns the hexadecimal number in text, or nothing if text is not one.
+//  Returns the hexadecimal number in text, or nothing if text is not such a number.
 template <class Number>
 std::optional<Number> parseHex(std::string_view text) {
     Number number = 0;

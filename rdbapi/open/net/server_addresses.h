@@ -37,8 +37,8 @@ public:
     Status tryEach(const Waiter& waiter, std::chrono::milliseconds until, const Connect& connect,
                    const Attempt& attempt);
 
-    //  Like tryEach, for the other addresses: continues after a later request on the same connection returned status,
-    //  which has failover set. status is the result if no other server answers.
+    //  Like tryEach, for all addresses except the current one: a later request on its connection has returned status,
+    //  which has failover set. Returns status if no other server answers.
     Status tryOthers(Status status, const Waiter& waiter, std::chrono::milliseconds until, const Connect& connect,
                      const Attempt& attempt);
 

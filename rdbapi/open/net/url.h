@@ -30,8 +30,8 @@ struct UrlOption {
 struct Url {
     std::string scheme;              // lower case
     std::string authority;           // as written; may contain a password, so never reported
-    std::string path;                // decoded, begins with "/" unless empty; no zero byte
-    std::vector<UrlOption> options;  // decoded, in order; no zero byte
+    std::string path;                // decoded; empty or begins with "/"; has no zero byte
+    std::vector<UrlOption> options;  // in order; names and values are decoded and have no zero byte
 };
 
 //  Returns the failure for a malformed url: errorBadUrl. Requires: fault contains no part of the url except its scheme.

@@ -63,7 +63,7 @@ private:
 
     std::unique_ptr<redisReader, FreeReader> reader_;
     std::size_t fed_ = 0;                          // bytes since the last complete answer
-    std::size_t elementsLeft_ = maxRedisElements;  // elements that the answer may still have
+    std::size_t elementsLeft_ = maxRedisElements;  // number of further elements that the answer may have
 };
 
 }  // namespace rdbopen

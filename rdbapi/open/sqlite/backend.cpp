@@ -192,8 +192,9 @@ bool SqliteBackend::pathNamesOpenFile() const {
            asked.st_dev == open.st_dev && asked.st_ino == open.st_ino;
 }
 
-//  Writes committed data from the log into the database file, so that the log is empty if it is lost or if the file is
-//  replaced later. Then checks the names, so that the data is in the file that readers open.
+//  Writes committed data from the log into the database file and empties the log. So no data is lost if the log is lost
+//  later, and an old log is not applied to another file. Then checks the names, so that the data is in the file that
+//  readers open.
 Status SqliteBackend::checkpoint() {
     if (Status status = examineFiles(); !status.ok())
         return status;

@@ -54,8 +54,7 @@ bool isDamaged(const std::string& path) {
     return damaged;
 }
 
-//  Returns whether neither a file of this name exists nor a journal or log, which SQLite would apply to the renamed
-//  file.
+//  Returns whether no file has the name path, and no journal or log exists that SQLite would apply to the renamed file.
 bool isFree(const std::string& path) {
     for (const char* suffix : {"", "-journal", "-wal", "-shm"})
         if (inodeOf(path + suffix) || errno != ENOENT)

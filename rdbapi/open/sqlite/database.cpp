@@ -4,8 +4,8 @@ namespace rdbopen {
 
 namespace {
 
-//  Maximum wait of a statement for another connection's lock, in ms. Less than the limit of the calls on the caller's
-//  thread, so that they get SQLite's own error.
+//  Maximum wait of a statement for another connection's lock, in ms. It is less than callLimit, so that
+//  a waiting caller gets SQLite's error instead of a time-out.
 constexpr int busyLimit = 2000;
 
 constexpr int primaryResult = 0xff;  // mask for the primary code of an extended result
