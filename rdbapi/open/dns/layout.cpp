@@ -8,9 +8,9 @@ namespace {
 
 constexpr unsigned typeTsig = 250;
 constexpr std::size_t countsAt = 4;      // four counts: questions, then records of three sections
-constexpr std::size_t questionTail = 4;  // type, class
-constexpr std::size_t recordTail = 10;   // type, class, ttl, length of the data
-constexpr std::size_t lengthAt = 8;      // in recordTail
+constexpr std::size_t questionTail = 4;  // bytes of type and class
+constexpr std::size_t recordTail = 10;   // bytes of type, class, ttl and length of the data
+constexpr std::size_t lengthAt = 8;      // offset of the data's length in these bytes
 
 //  The unread rest of a message. skip and skipName return false if the message ends too early.
 class Rest {

@@ -70,7 +70,7 @@ Result<int> HandleSlot::claim(int index) {
         return failed;
     auto* const worker = new (std::nothrow) Worker(signal_, *this);
     if (worker == nullptr)
-        return Status{errorNoResources, "out of memory"};  // short enough for no allocation
+        return Status{errorNoResources, "out of memory"};  // short enough to need no allocation
     delete worker_;
     worker_ = worker;
     signal_.takeWake();  // of the slot's previous user; it would end the new worker's first wait early

@@ -323,7 +323,8 @@ std::chrono::milliseconds Worker::untilDue(Work& due) const {
     return schedule_.untilCheck(monotonicNow());
 }
 
-//  Returns whether the caller of a running or queued request for a tag has timed out. Only for the worker's thread.
+//  Returns whether the caller of a running or queued request for a tag has timed out. Called on the worker's thread
+//  only.
 bool Worker::requiredCallAbandoned() noexcept {
     const auto gaveUp = [](Call& call) { return call.required() && call.abandoned(); };
     if (running_ != nullptr && gaveUp(*running_))

@@ -16,7 +16,7 @@ Status guarded(Action action) noexcept {
     try {
         return action();
     } catch (...) {
-        return {errorBackendFailed, "out of memory"};  // short enough for no allocation
+        return {errorBackendFailed, "out of memory"};  // short enough to need no allocation
     }
 }
 
@@ -106,7 +106,7 @@ BackendResult makeGuarded(const Url& url, const Credentials& credentials) noexce
         BackendResult made = make(url, credentials);
         return made.ok() ? BackendResult(std::make_unique<GuardedBackend>(std::move(*made))) : std::move(made);
     } catch (...) {
-        return Status{errorNoResources, "out of memory"};  // short enough for no allocation
+        return Status{errorNoResources, "out of memory"};  // short enough to need no allocation
     }
 }
 

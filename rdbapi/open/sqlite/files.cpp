@@ -68,7 +68,8 @@ Status SqliteFiles::verify(SqliteDatabase& database) {
     indexLost_ = databaseLost_;
     if (databaseLost_)
         return backendFailed("the file was overwritten by another program");
-    //  An overwritten file may not be detected. Without cached pages, later reads at least do not mix two files.
+    //  It is possible that an overwritten file is not detected. Without cached pages, later reads at least do not mix
+    //  two files.
     database.dropPageCache();
     return record(database_.path, database);
 }
