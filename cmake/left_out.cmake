@@ -22,4 +22,4 @@ add_custom_target(left_out ALL
     COMMAND ${CMAKE_COMMAND} -E echo "Back ends left out of this build: ${schemes}"
     COMMAND ${CMAKE_COMMAND} -E echo "To include them, install these packages, then configure and build again: ${packages}"
     VERBATIM)
-add_dependencies(left_out addrpubd rdbapix64 addrpubd-check)
+add_dependencies(left_out addrpubd rdbapix64 rdbopen_linked addrpubd-check)
