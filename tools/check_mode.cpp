@@ -7,7 +7,7 @@ namespace check {
 
 namespace {
 
-constexpr char advice[] = ": chmod o= removes this access";
+constexpr char remedy[] = ": chmod o= removes this access";
 
 bool holdsSecret(const Subject& subject, Setting setting) {
     const std::string& text = subject.text(setting);
@@ -20,10 +20,10 @@ void checkMode(const Subject& subject, const struct stat& status, CReport& repor
     if (S_ISDIR(status.st_mode))
         report.warn(0, "it is a directory, which reads as an empty file");
     if ((status.st_mode & S_IROTH) != 0 && (holdsSecret(subject, rdbpswd) || holdsSecret(subject, dnspswd)))
-        report.warn(0, std::string("it holds a password and everybody can read it") + advice);
+        report.warn(0, std::string("it holds a password and everybody can read it") + remedy);
     //  A pipe or a device is not a file of the installation, so its mode is not checked.
     if (S_ISREG(status.st_mode) && (status.st_mode & S_IWOTH) != 0)
-        report.warn(0, std::string("everybody can write it") + advice);
+        report.warn(0, std::string("everybody can write it") + remedy);
 }
 
 void checkPasswordMode(const Subject& subject, Setting password, CReport& report) {
@@ -34,7 +34,7 @@ void checkPasswordMode(const Subject& subject, Setting password, CReport& report
     const auto remark = [&](mode_t right, const std::string& verb) {
         if ((status.st_mode & right) != 0)
             report.warn(subject.line[password], std::string(settings[password].name) + ": everybody can " + verb +
-                                                    " the password file " + printable(path) + advice);
+                                                    " the password file " + printable(path) + remedy);
     };
     remark(S_IROTH, "read");
     remark(S_IWOTH, "write");

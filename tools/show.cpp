@@ -31,14 +31,10 @@ std::string escaped(std::string_view text, std::string_view with_backslash) {
     return out;
 }
 
-char lower(char c) {
-    return static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-}
-
 bool isKnownOption(std::string_view name) {
     const auto same = [name](std::string_view known) {
         return std::equal(name.begin(), name.end(), known.begin(), known.end(),
-                          [](char a, char b) { return lower(a) == b; });
+                          [](char a, char b) { return std::tolower(static_cast<unsigned char>(a)) == b; });
     };
     return std::any_of(std::begin(known_options), std::end(known_options), same);
 }

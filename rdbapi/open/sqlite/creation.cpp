@@ -11,8 +11,6 @@ namespace rdbopen {
 
 namespace {
 
-constexpr std::chrono::milliseconds lockLimit{2000};
-
 //  Only reads the status: closing a descriptor of the file would release SQLite's locks on it (fcntl(2)).
 Status readInode(const FilePlace& place, FileText& text) {
     text.exists = lstat(place.path().c_str(), &text.inode) == 0;
@@ -64,7 +62,7 @@ Status makeSqliteFile(const FilePlace& place) {
         return failed;
     if (isToBeMade(found)) {
         FileLock lock;
-        if (Status failed = lock.acquire(place.lock(), lockLimit); !failed.ok())
+        if (Status failed = lock.acquire(place.lock(), sqliteLockLimit); !failed.ok())
             return failedTo("cannot be made: the lock file cannot be locked", std::move(failed));
         Status status = fill(place);
         unlink(place.lock().c_str());  // a process that waits for the lock detects the removal

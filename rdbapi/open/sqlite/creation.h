@@ -6,7 +6,12 @@
 
 #include "files/path.h"
 
+#include <chrono>
+
 namespace rdbopen {
+
+//  Limit of the wait for the lock file of a database.
+inline constexpr std::chrono::milliseconds sqliteLockLimit{2000};
 
 //  Creates the file at place if it is missing or empty, and flushes its folder. A new file has mode 0644, independent
 //  of the umask; an empty file keeps its mode and owner. If two services start at the same time, only one of them

@@ -2,6 +2,7 @@
 
 #include "files/lock.h"
 #include "files/replace.h"
+#include "sqlite/creation.h"
 #include "sqlite/schema.h"
 
 #include <cerrno>
@@ -14,7 +15,6 @@ namespace rdbopen {
 
 namespace {
 
-constexpr std::chrono::milliseconds lockLimit{2000};
 constexpr int lastName = 9;
 
 //  Only reads the status: closing a descriptor of the file would release SQLite's locks on it (fcntl(2)).
@@ -112,7 +112,7 @@ bool isSqliteFileCutShort(SqliteDatabase& database, const std::string& path) {
 
 Status moveDamagedSqliteFile(const FilePlace& place) {
     FileLock lock;
-    if (Status failed = lock.acquire(place.lock(), lockLimit); !failed.ok())
+    if (Status failed = lock.acquire(place.lock(), sqliteLockLimit); !failed.ok())
         return failedTo("the file may be damaged, and cannot be checked: the lock file cannot be locked",
                         std::move(failed));
     Status moved = moveIfDamaged(place);
