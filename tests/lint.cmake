@@ -2,7 +2,7 @@
 #  message.
 
 find_program(CLANG_FORMAT clang-format)
-find_program(RUN_CLANG_TIDY run-clang-tidy)
+find_program(CLANG_TIDY clang-tidy)
 find_program(SHELLCHECK shellcheck)
 
 if(CLANG_FORMAT)
@@ -11,14 +11,27 @@ else()
     message(STATUS "format check left out: clang-format is not installed")
 endif()
 
-if(RUN_CLANG_TIDY)
-    #  The compile commands may be those of g++. clang-tidy does not know all warning options of g++.
-    foreach(folder com service rdbapi tools)
-        add_test(NAME lint.tidy.${folder}
-            COMMAND ${RUN_CLANG_TIDY} -quiet -p ${CMAKE_BINARY_DIR}
-                -extra-arg=-Wno-unknown-warning-option "${PROJECT_SOURCE_DIR}/${folder}/.*[.]cpp")
-        set_tests_properties(lint.tidy.${folder} PROPERTIES COST 1000)
+#  addrpubd_tidy(NAME FOLDER... [-FOLDER...]): NAME is the name of the test; the others as in check_tidy.
+function(addrpubd_tidy name)
+    add_test(NAME lint.tidy.${name}
+        COMMAND ${PROJECT_SOURCE_DIR}/tests/support/check_tidy ${CLANG_TIDY} ${CMAKE_BINARY_DIR} ${ARGN})
+    set_tests_properties(lint.tidy.${name} PROPERTIES COST 1000 TIMEOUT 900)
+endfunction()
+
+if(CLANG_TIDY)
+    addrpubd_tidy(service com service)
+    addrpubd_tidy(tools tools)
+    #  A back end has local names that the library or another one has, too. linked_modules.cpp defines the same functions
+    #  as loaded_modules.cpp.
+    get_property(back_ends GLOBAL PROPERTY ADDRPUBD_BACK_ENDS)
+    set(apart rdbapi/open/dryrun rdbapi/open/module/linked_modules.cpp)
+    addrpubd_tidy(dryrun ${apart})
+    foreach(back_end ${back_ends})
+        addrpubd_tidy(${back_end} rdbapi/open/${back_end})
+        list(APPEND apart rdbapi/open/${back_end})
     endforeach()
+    list(TRANSFORM apart PREPEND -)
+    addrpubd_tidy(rdbapi rdbapi ${apart})
 else()
     message(STATUS "tidy check left out: clang-tidy is not installed")
 endif()
