@@ -26,6 +26,13 @@ set(CMAKE_RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR})
 set(CMAKE_LIBRARY_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR})
 
 add_compile_options(-Wall -Wextra -Wpedantic -Wshadow -Wconversion)
+#  A sanitizer's build compiles the files of a library as one where no test replaces a function of the library itself.
+#  The build that users run compiles each file on its own.
+set(unity_library OFF)
+if(ADDRPUBD_UNITY AND ADDRPUBD_SANITIZE)
+    set(unity_library ON)
+    set(CMAKE_UNITY_BUILD_BATCH_SIZE 0)
+endif()
 if(ADDRPUBD_WERROR)
     add_compile_options(-Werror)
 endif()
