@@ -6,6 +6,7 @@
 #  with that label. The file's own ctest test has the remaining tests. If a file imports modules of both names, a
 #  comment after the mark names the server: @pytest.mark.refusal  # redis.
 
+set(ADDRPUBD_TIMEOUT 900 CACHE STRING "Time limit of a test file that pytest runs, in seconds")
 set(python /usr/bin/python3)
 set(namespaces unshare --mount --ipc --net --pid --fork --mount-proc)
 set(subjects refusal retry failover)
@@ -41,10 +42,6 @@ function(addrpubd_pytest kind)
         return()
     endif()
 
-    set(timeout 900)
-    if(ADDRPUBD_VALGRIND)
-        set(timeout 7200)  # with scripts/surroundings each program may also run under valgrind
-    endif()
     file(GLOB files CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/*.py)
     set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${files})
     list(FILTER files INCLUDE REGEX "/test_[^/]*$")
@@ -97,7 +94,7 @@ function(addrpubd_pytest kind)
             set_tests_properties(${test} PROPERTIES
                 ENVIRONMENT "ADDRPUBD_BUILD=${CMAKE_BINARY_DIR}"
                 SKIP_RETURN_CODE 77
-                TIMEOUT ${timeout}
+                TIMEOUT ${ADDRPUBD_TIMEOUT}
                 COST ${cost}
                 LABELS "${of_test};${subject_label}")
         endforeach()
