@@ -4,8 +4,8 @@
  *      bare_sqlite     WITH_SQLITE: a database with a log and one row, in the working directory
  *      bare_servers    WITH_SERVERS: one parser of Redis replies, one DNS message, one HMAC
  *
- *  Each is a program that does it and waits. The last two are also, AS_CLIENT_LIBRARY, part of a client library that does
- *  it when it is loaded and nothing afterwards (quiet_rdb.c).
+ *  Each is a program that does this work and then waits. With AS_CLIENT_LIBRARY the last two are part of a client
+ *  library that does this work when it is loaded, and nothing afterwards (quiet_rdb.c).
  */
 #include <stdlib.h>
 #include <unistd.h>

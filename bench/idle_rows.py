@@ -272,8 +272,8 @@ def idle_table(programs):
         "as the service does and does nothing else. The two services with real back ends run after them, one at a "
         "time, with the real client library. The programs with libraries alone do the least work with them and wait: a "
         "database with one row; a DNS message and a signature. The floor of the service with real back ends is that "
-        "of the service with a client library that does only this. Private pages are those that a program has written and "
-        "those of its own files; pages of installed libraries are shared. Address space randomisation is off, because "
-        "the resident size depends on it."
+        "of the service with a client library that does only this. Private pages are those that a program has written "
+        "and those of its own files; pages of installed libraries are shared. Address space randomisation is off, "
+        "because the resident size depends on it."
     )
     return Table("Idle", head, lines, note)

@@ -68,7 +68,7 @@ def change_addresses(host, clock, log):
 
 
 def reported(host, clock, log, value):
-    """Lets STEP pass. Tells whether the library was called with the value in that time."""
+    """Lets STEP pass. Returns whether the library was called with the value in that time."""
     size = log.stat().st_size
     clock.advance(STEP)
     return log.stat().st_size != size and value in host.library.puts()

@@ -71,8 +71,8 @@ void register_cases() {
         });
 }
 
-//  The service's process always has other threads, which belong to the client library. In a process with a single
-//  thread the C library skips its locks, so its cost would be lower here than in the service.
+//  A service with a server has other threads, which belong to the client library. In a process with a single thread the
+//  C library skips its locks, so its cost would be lower here than in the service.
 void start_idle_thread() {
     std::thread([] { pause(); }).detach();
 }

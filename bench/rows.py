@@ -5,8 +5,8 @@ from dataclasses import dataclass, field
 
 @dataclass
 class Bar:
-    """A limit for a figure, which is met or missed. It is never a limit of a time, because times depend on the machine
-    and its load."""
+    """A limit for a figure, which is met or missed. It limits no time of the real clock, because such times depend on
+    the machine and its load."""
 
     topic: str
     measured: str
