@@ -1,7 +1,7 @@
 //  A Redis server on a free loopback port with scripted answers. Without a script it answers like an empty server that
 //  accepts every command. It stores nothing.
 //
-//  It uses only read(2) and write(2), so that a test can make the library's socket calls fail.
+//  It transfers data only with read(2) and write(2), so that a test can make recv(2) and send(2) of the library fail.
 #ifndef TESTS_UNIT_OPEN_FAKE_REDIS_H
 #define TESTS_UNIT_OPEN_FAKE_REDIS_H
 

@@ -1,4 +1,4 @@
-#  Tests of the allocator. One program observes all system calls of the library and can make them fail.
+#  Tests of the allocator. One program records the calls that mapping_spy.h lists and can make mappings fail.
 
 addrpubd_unit_test(olk_alloctor_test
     SOURCES

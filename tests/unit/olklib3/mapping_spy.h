@@ -1,4 +1,4 @@
-//  Records the system calls of the allocator, and can make them fail: mmap, munmap, sysconf, mallopt and the spinlocks.
+//  Records these calls of the allocator: mmap, munmap, sysconf, mallopt and those of the spinlocks.
 //
 //  The test program is linked with --wrap for each of these functions, so all calls of the library reach this file
 //  first. While a watch exists, the calls are recorded. A watch can also make mappings fail or change the reported page

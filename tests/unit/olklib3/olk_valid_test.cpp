@@ -1,5 +1,5 @@
-//  The valid() checks: each detects every kind of damage, such as a count that is too high or too low. Checking builds
-//  and the other tests rely on these checks.
+//  The valid() checks: they detect damage such as a count that is too high or too low. Checking builds and the other
+//  tests rely on these checks.
 #include "olk_allocator.h"
 #include "size_class_fixture.h"
 

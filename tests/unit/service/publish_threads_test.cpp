@@ -1,5 +1,6 @@
 //  The client library delivers events and replies on its own threads during the cycle. The thread sanitizer detects
-//  data races. Its list of exceptions contains only the four members that both threads use.
+//  data races. Its list of exceptions (tests/support/tsan.supp) contains only the four functions that write the flags
+//  and marks which the cycle reads without a lock.
 #include "service_publish.h"
 
 #include <atomic>
