@@ -109,7 +109,7 @@ def main():
     parser.add_argument("words", nargs="*", metavar="[SECONDS] [TARGET...]", help="all targets when none is named")
     parser.add_argument("--build", type=Path, default=ROOT / "build" / "asan")
     parser.add_argument("--jobs", type=int, default=os.cpu_count(), help="targets at once (default: the cores)")
-    parser.add_argument("--keep", type=int, metavar="N", help="run nothing; add N inputs at most per archive")
+    parser.add_argument("--keep", type=int, metavar="N", help="no campaign; add at most N inputs to each archive")
     chosen = parser.parse_args()
     targets = list(chosen.words)
     seconds = int(targets.pop(0)) if targets and targets[0].isdigit() else USUAL_SECONDS

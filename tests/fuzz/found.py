@@ -3,8 +3,8 @@
     found.py check       fails if write() would write an archive differently
 
 The same inputs always give the same bytes: they are sorted by name and have no owner and no time. An input is named
-found_ and the first eight digits of its SHA-1. cmake unpacks the archives into FOLDER/tests/fuzz/corpus of each build
-folder, where the tests and the campaigns read them.
+found_ and the first eight digits of its SHA-1. cmake unpacks the archives into tests/fuzz/corpus of each build folder,
+where the tests and the campaigns read them.
 """
 
 import hashlib

@@ -12,7 +12,8 @@ constexpr size_t most_steps = 100;
 
 using size_class = olk::blk_alloctor<olk::spinlock>;
 
-//  A first heap has all blocks of the class if they are few or small.
+//  Returns the number of blocks of a first heap: blkperheap if this is at most 16 or fits 32 KiB; otherwise as many as
+//  fit 32 KiB, but at least 16.
 uint32_t first_blocks(uint64_t blksize, uint32_t blkperheap) {
     return blkperheap > 16 && blksize * blkperheap > 32768
                ? std::max<uint32_t>(16, static_cast<uint32_t>(32768 / blksize))

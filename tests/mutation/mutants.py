@@ -1,5 +1,5 @@
-"""The mutants of a source file: each constant is increased and decreased by one; each comparison is inverted and
-replaced by its neighbours.
+"""The mutants of a source file: each number is increased and decreased by one, but not below 0; each comparison is
+inverted and replaced by its neighbours.
 
 Some parts are not changed: comments, string and character literals, preprocessor lines and format attributes contain no
 code; compile-time assertions are tests themselves.
@@ -13,7 +13,7 @@ CONSTANTS = "constant"
 COMPARISONS = "comparison"
 KINDS = (CONSTANTS, COMPARISONS)
 
-#  Right sides of comparisons that have no meaningful order. Comparisons with these are only inverted.
+#  Right sides of "==" and "!=" that have no meaningful order. These comparisons are only inverted.
 UNORDERED = re.compile(r"(nullptr|-1|EOF|'|[A-Z]\w*::|MAP_FAILED|this|SIZE_MAX)")
 
 NEIGHBOURS = {

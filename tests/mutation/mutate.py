@@ -1,6 +1,7 @@
 """mutate.py [options] [FILTER]: changes the sources one token at a time and checks whether a test detects the change.
 
-Prints one line per mutant, then the survivors. The exit status is 0 if every survivor is explained.
+Prints one line per mutant, then the survivors. The exit status is 0 if every survivor is explained and every
+explanation of the changed files belongs to a survivor.
 """
 
 import argparse
@@ -103,14 +104,15 @@ class Judge:
 
 
 class Census(Judge):
-    """Finds every test that kills a mutant, in each unit test program that contains the change and in the system
-    tests."""
+    """Finds every test that kills a mutant, in each unit test program that contains the change and in the system tests
+    except those in LEFT_OUT."""
 
     #  These tests take minutes, or need more programs than a worker builds.
     LEFT_OUT = ("test_195_", "test_450_", "test_470_", "test_500_", "test_510_", "test_628_", "test_700_", "test_710_")
 
     def outcome(self, worker, mutant):
-        """Returns the outcome of the mutant and the names of all tests that fail."""
+        """Returns the outcome of the mutant and the names of the tests that fail. The system tests in LEFT_OUT are not
+        run."""
         worker.change(mutant)
         found = []
         try:
@@ -207,7 +209,7 @@ def arguments():
     parser.add_argument("--resume", action="store_true", help="leave out mutants that an earlier run decided")
     parser.add_argument("--keep-base", action="store_true", help="use the previous run's copy of the tree")
     parser.add_argument("--no-system", action="store_true", help="do not run the system tests on survivors")
-    parser.add_argument("--every-test", action="store_true", help="list all tests that kill a mutant, not the first one")
+    parser.add_argument("--every-test", action="store_true", help="list each test that kills a mutant, not only one")
     parser.add_argument("--work", type=Path, default=DEFAULT_WORK, help="folder for copies and builds")
     return parser.parse_args()
 

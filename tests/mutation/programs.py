@@ -135,7 +135,8 @@ class Base:
             command = [word for word in linked.command if not self.left_out(linked.folder / word, sources)]
             made_anew = self.build / f"traced{threading.get_ident()}"
             command[command.index("-o") + 1] = str(made_anew)
-            listed = _run([*command, "-Wl,--trace,--trace"], linked.folder)  # given twice, it also lists members of libraries
+            #  Given twice, --trace also lists the members of libraries.
+            listed = _run([*command, "-Wl,--trace,--trace"], linked.folder)
             made_anew.unlink()
             self._members[made, sources] = set(re.findall(r"^\(.*\)([\w.]+\.o)$", listed, re.MULTILINE))
         return self._members[made, sources]

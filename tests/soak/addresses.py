@@ -1,4 +1,5 @@
-"""The addresses of one sandbox, with a ledger of their changes. Also computes the list that the service has to publish."""
+"""The addresses of one sandbox, with a ledger of their changes. Also computes the list that the service has to
+publish."""
 
 import socket
 import time

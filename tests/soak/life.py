@@ -221,7 +221,8 @@ class Life:
         if not self.checks % 10:
             self.database.check_whole()
 
-    #  The library writes to syslog only when it fails, and then gives the reason.
+    #  The library writes the reason of each failure to syslog, and a line when the server works again. Other lines are
+    #  complaints.
     def _check_syslog(self):
         for line in self.syslog.lines("rdbapi: "):
             reason = line.split("rdbapi: ", 1)[1]
