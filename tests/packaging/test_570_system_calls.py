@@ -1,4 +1,4 @@
-"""The unit allows every system call that the service makes."""
+"""The unit allows every system call that the service makes with a database file and a hosts file."""
 
 from installation import settings
 from system_calls import STRACE, allowed, calls_in, program_trace

@@ -1,4 +1,4 @@
-"""The back end dns and aliases (CNAME), with any server. An alias at a name excludes all other records there. An alias
+"""The back end dns and aliases (CNAME). An alias at a name excludes all other records there. An alias
 that comes from a wildcard is replaced by such records. test_445_dns_aliases.py runs these tests with both servers.
 """
 

@@ -1,4 +1,4 @@
-"""Tests of the back end dns with any server. test_440_bind.py and test_442_knot.py run them, each with its own
+"""Tests of the back end dns. test_440_bind.py and test_442_knot.py run them, each with its own
 server."""
 
 import threading

@@ -21,8 +21,8 @@ BAD_KEY = "BADKEY: the server does not know the key with this algorithm, or does
 BAD_TIME = re.compile(r"BADTIME: the clocks differ, the server's is (\d+) s (ahead|behind)")
 NOT_AUTH = "NOTAUTH: the server is not the primary of the zone"
 REFUSED = (
-    "REFUSED: the key may not do this (its policy needs AAAA and HTTPS), or the zone is frozen, takes no updates or is not"
-    " on this server"
+    "REFUSED: the key may not do this (its policy needs AAAA and HTTPS), or the zone is frozen, takes no updates or is "
+    "not on this server"
 )
 KEYS = {HOST_KEY: secret(HOST_KEY), READER: secret(READER)}
 

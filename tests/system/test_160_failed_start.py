@@ -1,4 +1,4 @@
-"""Starts that fail. Each prints the reason and "Start failed!", exits with status 0 and leaves the pid file
+"""Starts that fail. Each logs or prints the reason, prints "Start failed!", exits with status 0 and leaves the pid file
 unlocked."""
 
 import pytest

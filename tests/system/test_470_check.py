@@ -183,7 +183,9 @@ def test_483_the_ini_files_of_the_repository_have_no_findings(ini, sample):
     assert status == 0 or findings(output)
 
 
-@pytest.mark.parametrize("mode, verbs", [(0o640, []), (0o644, ["read"]), (0o602, ["write"]), (0o606, ["read", "write"])])
+@pytest.mark.parametrize(
+    "mode, verbs", [(0o640, []), (0o644, ["read"]), (0o602, ["write"]), (0o606, ["read", "write"])]
+)
 def test_484_a_password_file_that_everybody_can_read_or_write_is_reported(ini, tmp_path, mode, verbs):
     secret = password_file(tmp_path, mode)
     path = ini(GOOD.replace("hunter2", f"file:{secret}"))

@@ -15,7 +15,8 @@ from nth_failure_table import read_table
 
 SHIM = Path(__file__).parents[1] / "support/failshim.cpp"
 
-#  Functions that the executable calls but the shim does not replace. They cannot report a failure.
+#  Functions that the executable calls but the shim does not replace, with the reason: either they report no failure
+#  that the program could handle, or the program's own code does not call them.
 CANNOT_FAIL = {
     "it has no result": "_exit abort exit free freeifaddrs rewind tzset umask",
     "it returns the id of the process or the thread and always succeeds": "getpid pthread_self",

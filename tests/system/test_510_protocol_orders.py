@@ -64,7 +64,9 @@ class Stage:
 
     def _in_its_loop(self, pid):
         slot = self.host.clock._slot_of(pid)
-        return slot is not None and slot.last_sleep == 100_000_000 and slot.parked_limit == slot.limit and self._armed(pid)
+        if slot is None or slot.last_sleep != 100_000_000 or slot.parked_limit != slot.limit:
+            return False
+        return self._armed(pid)
 
     def _armed(self, pid):
         status = self.host.sandbox.path(f"/proc/{pid}/status").read_text()

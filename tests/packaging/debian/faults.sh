@@ -48,7 +48,8 @@ check_limit() {
     until_true "the unit's failure" is_property ActiveState failed
     expect "the unit's state" failed "$(property SubState)"
     expect "the number of restarts" 5 "$(property NRestarts)"
-    grep -q 'Start request repeated too quickly' <<<"$(said_by_systemd | tail -n 4)" || fail "systemd named another reason"
+    grep -q 'Start request repeated too quickly' <<<"$(said_by_systemd | tail -n 4)" ||
+        fail "systemd named another reason"
     remove_runtime_drop_in
     say "it can be started manually again"
     start_service

@@ -102,7 +102,8 @@ check_purge() {
 check_purge_of_passwords() {
     say "purge: the password files of the documentation are removed, other files are listed"
     install -d "$root$drop_ins"
-    touch "$root/etc/addrpubd/rdbpswd" "$root/etc/addrpubd/dnspswd" "$root/etc/addrpubd/own.key" "$root$drop_ins/own.conf"
+    touch "$root/etc/addrpubd/rdbpswd" "$root/etc/addrpubd/dnspswd"
+    touch "$root/etc/addrpubd/own.key" "$root$drop_ins/own.conf"
     quietly dpkg --purge addrpubd
     expect "the files that are named" "/etc/addrpubd/own.key $drop_ins/own.conf" \
         "$(sed -n 's/^addrpubd: not removed: //p' "$work/command.log" | paste -sd ' ')"
