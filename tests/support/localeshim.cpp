@@ -1,7 +1,7 @@
 //  Preloaded into a program under test. Before main runs, it sets the locale that the environment names.
 //
 //  ADDRPUBD_DECIMAL_MARK is the decimal mark of that locale. If the active locale has a different mark, the program
-//  prints an error and exits with status 125. So no test passes in a locale that is not the intended one.
+//  prints an error and exits with status 125. So no test passes in a locale with another decimal mark.
 #include <unistd.h>
 
 #include <clocale>

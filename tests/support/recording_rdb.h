@@ -3,8 +3,8 @@
 //  recording_rdb.cpp defines the nine functions of rdbapi.h. Each call first applies its script: result, tag class,
 //  synchronous event. Then the call is stored with its position in the order of all calls, its arguments and the raw
 //  bytes of its records. Without a script every call succeeds: handles are 0, 1, 2, ..., rdb_tagget stores class 2, and
-//  all other functions return 0. rdb_tagget sets all other bytes of the record except the name to 0xa5, so that a test
-//  detects a caller that does not clear the record for its next call.
+//  the functions other than rdb_create return 0. Before it stores the class, rdb_tagget sets all bytes of the record
+//  except the name to 0xa5, so that a test detects a caller that does not clear the record for its next call.
 //
 //  In a unit test (target recording_rdb) the test calls the functions below directly. In the shared library for system
 //  tests, recording_control.cpp calls them for a test in another process. The calls are then in a file and not in

@@ -19,7 +19,8 @@ from pathlib import Path
 import surroundings
 
 AGENT = Path(__file__).with_name("sandbox_agent.py")
-#  Seconds that a test waits for an event before it fails. Only a faulty program reaches this limit.
+#  Seconds that a test waits for an event before it fails. A correct program does not reach this limit, except on an
+#  overloaded machine.
 PATIENCE = 30.0 * surroundings.PATIENCE
 PIPE_SIZE = 1 << 20  # so large that no program under test waits until the test reads
 

@@ -67,7 +67,8 @@ def main():
         seconds = (folder / f"{name}.seconds").read_text().strip()
         rows.append((name, len(found), len(failed), counts["skipped"], seconds))
         details += [f"{name}: failed: {test}" for test in failed]
-        details += [f"{name}: skipped: {test} {reason}".rstrip() for test, outcome, reason in found if outcome == "skipped"]
+        skipped = [(test, reason) for test, outcome, reason in found if outcome == "skipped"]
+        details += [f"{name}: skipped: {test} {reason}".rstrip() for test, reason in skipped]
         if processes:
             details.append(f"{name}: {processes} processes of system tests ran under memcheck")
     print("\n".join(details + [row(*cells) for cells in rows]))

@@ -1,7 +1,7 @@
 //  The main function of every unit test program. The tests run in the locale that the environment names.
 //
 //  ADDRPUBD_DECIMAL_MARK, if set, is the decimal mark of that locale. If the active locale has a different mark, the
-//  program fails. So no test passes in a locale that is not the intended one.
+//  program fails. So no test passes in a locale with another decimal mark.
 #include <gtest/gtest.h>
 
 #include <clocale>
