@@ -1,5 +1,6 @@
 //  Answers of a hostile DNS server. For any bytes, an answer is authentic only if it is signed with the key, if its
-//  signature covers the request, and if it was not modified. An authentic answer may have any contents.
+//  signature covers the request, and if it was not modified, except for the case of letters in the signature's two
+//  names. An authentic answer may have any contents.
 #include "dns/tsig.h"
 #include "fuzz_input.h"
 #include "open_dns_support.h"

@@ -248,7 +248,7 @@ bool onlyChangesCase(const DnsBytes& message, std::size_t signature, std::size_t
     return inName && bit == 5 && std::isalpha(message[at]) != 0;
 }
 
-TEST(TsigAnswer, AnAnswerWithAnInvertedBitIsNeverAuthentic) {
+TEST(TsigAnswer, AnInvertedBitIsAcceptedOnlyIfItChangesTheCaseOfALetterInAName) {
     const SignedRequest request = requestWith();
     const DnsBytes bare = answerFor(request);
     const DnsBytes message = signMessage(bare, request.mac, signingFor(request));
