@@ -1,4 +1,4 @@
-"""Scenarios of the wall clock: steps of all sizes, other eras, a clock that is too slow or too fast."""
+"""Scenarios of the wall clock: steps of many sizes, other eras, a clock that is too slow or too fast."""
 
 from world import DNS, RDB, utc
 

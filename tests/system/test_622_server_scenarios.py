@@ -1,4 +1,4 @@
-"""Scenarios of the servers: connects and disconnects in every order, and servers that refuse for some time."""
+"""Scenarios of the servers: connects and disconnects in various orders, and servers that refuse for some time."""
 
 import itertools
 

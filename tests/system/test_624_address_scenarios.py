@@ -1,4 +1,4 @@
-"""Scenarios of the addresses: changes at each second, no addresses, many addresses, links that go down."""
+"""Scenarios of the addresses: changes at various times of a cycle, no addresses, many addresses, links that go down."""
 
 import json
 

@@ -1,4 +1,5 @@
-"""Scenarios of the settings: names at the record's limit, port lists of all lengths, all values at maximum length."""
+"""Scenarios of the settings: names at the record's limit, short and long port lists, several values at maximum
+length."""
 
 import json
 

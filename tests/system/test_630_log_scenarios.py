@@ -11,7 +11,7 @@ RECEIVER = Path(__file__).with_name("udp_receiver.py")
 
 
 def busy_hour(scenario):
-    """An hour in which every kind of record is written."""
+    """An hour in which requests succeed and fail, and servers connect and disconnect."""
     scenario.start()
     scenario.up(RDB, DNS)
     scenario.run(600)
