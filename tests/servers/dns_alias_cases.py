@@ -1,5 +1,5 @@
-"""The back end dns and aliases (CNAME). An alias at a name excludes all other records there. An alias
-that comes from a wildcard is replaced by such records. test_445_dns_aliases.py runs these tests with both servers.
+"""The back end dns and aliases (CNAME). An alias at a name excludes all other records there. An alias that comes from
+a wildcard is replaced by such records. test_445_dns_aliases.py runs these tests with BIND and Knot.
 """
 
 import pytest

@@ -1,5 +1,4 @@
-"""Tests of the back end dns. test_440_bind.py and test_442_knot.py run them, each with its own
-server."""
+"""Tests of the back end dns. test_440_bind.py and test_442_knot.py run them, each with its own server."""
 
 import threading
 import time

@@ -1,7 +1,8 @@
 //  The functions that the fault shim replaces. failshim.h describes the rules.
 //
-//  Functions that cannot report a failure are not replaced: getpid, umask, tzset, sysconf for the page size, mallopt,
-//  the spinlocks, functions on strings and signal sets, and functions without a result that free a resource.
+//  Functions that cannot report a failure here are not replaced, such as getpid, umask, tzset, sysconf for the page
+//  size, mallopt, the spinlocks, functions on strings and signal sets, and functions without a result that free a
+//  resource. test_500_nth_failure.py has a list of them.
 #include "failshim.h"
 
 #include <arpa/inet.h>
