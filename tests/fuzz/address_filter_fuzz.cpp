@@ -29,7 +29,7 @@ int __wrap_getifaddrs(ifaddrs** list) {
 }
 
 void __wrap_freeifaddrs(ifaddrs* list) {
-    require(list == entries.data(), "the list given out is freed");
+    require(list == entries.data(), "the returned list is freed");
     --lists_out;
 }
 }
@@ -52,8 +52,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
             expected += (expected.empty() ? "" : ",") + modelAddressText(address);
     }
     std::string list;
-    require(getLocalIpv6List(list) == 0, "the list can be had");
-    require(list == expected, "both filters agree");
+    require(getLocalIpv6List(list) == 0, "the list is returned");
+    require(list == expected, "both filters return the same list");
     require(lists_out == 0, "every list is freed");
     return 0;
 }

@@ -26,13 +26,13 @@ public:
         for (uint64_t i = 0; i < first_heaps_at_start; ++i)
             models_[i].prepare();
         bases_.resize(classes);
-        require(subject_.classcount == classes, "all classes are there");
+        require(subject_.classcount == classes, "all classes exist");
     }
 
     void all() {
         while (!input_.empty() && blocks_.size() < most_blocks)
             step(input_.number<uint8_t>());
-        require(subject_.valid(), "the structures are sound");
+        require(subject_.valid(), "the structures are valid");
         for (uint64_t i = 0; i < classes; ++i)
             check_class(i);
         end(input_.number<uint8_t>());
@@ -76,9 +76,9 @@ private:
         bytes_ += usable_for(size);
         size_t usable = 0;
         void* p = subject_.malloc_(size, size % 5 == 0 ? nullptr : &usable);
-        require(p != nullptr, "there is memory");
+        require(p != nullptr, "memory is available");
         require(size % 5 == 0 || usable == usable_for(size), "the usable bytes are those of the table");
-        require(olk::allocator::usable_size(p) == usable_for(size), "a block tells its usable bytes");
+        require(olk::allocator::usable_size(p) == usable_for(size), "the usable bytes of a block are reported");
         if (number == classes)
             return take_big(p, usable_for(size));
         home where{number, models_[number].take()};
@@ -88,8 +88,8 @@ private:
     }
 
     void take_big(void* p, size_t usable) {
-        require(reinterpret_cast<uintptr_t>(p) % 4096 == 16, "a big block is 16 bytes behind its mapping's start");
-        require(++big_ == subject_.bigcount, "both count the big blocks");
+        require(reinterpret_cast<uintptr_t>(p) % 4096 == 16, "a big block is 16 bytes after the start of its mapping");
+        require(++big_ == subject_.bigcount, "allocator and model have the same number of big blocks");
         blocks_.add(p, usable, 16, {classes, {}});
     }
 
@@ -98,9 +98,9 @@ private:
         std::map<uint32_t, const char*>& bases = bases_[where.number];
         const uint64_t offset = models_[where.number].offset(where.place);
         const auto [base, fresh] = bases.emplace(where.place.heap, p - offset);
-        require(!fresh || where.place.block == 0, "a heap gives its first block first");
-        require(base->second + offset == p, "the block is the one that was to come");
-        require(reinterpret_cast<uintptr_t>(base->second) % 4096 == 0, "a heap begins at a page");
+        require(!fresh || where.place.block == 0, "the first block of a heap is allocated first");
+        require(base->second + offset == p, "the block is the expected one");
+        require(reinterpret_cast<uintptr_t>(base->second) % 4096 == 0, "a heap starts at a page");
     }
 
     void check_class(uint64_t number) {
@@ -117,7 +117,7 @@ private:
         const home where = blocks_.remove(place);
         subject_.free_(p);
         if (where.number == classes)
-            return require(--big_ == subject_.bigcount, "both count the big blocks");
+            return require(--big_ == subject_.bigcount, "allocator and model have the same number of big blocks");
         models_[where.number].give_back(where.place);
         check_class(where.number);
     }
@@ -140,7 +140,7 @@ private:
 
     void ask_for_too_much(uint64_t less) {
         size_t usable = 1;
-        require(subject_.malloc_(SIZE_MAX - less, &usable) == nullptr, "nobody has so much memory");
+        require(subject_.malloc_(SIZE_MAX - less, &usable) == nullptr, "a request of this size is refused");
         require(usable == 1 && subject_.bigcount == big_, "a refused request changes nothing");
     }
 
@@ -153,7 +153,7 @@ private:
             else
                 blocks_.remove(place);
         }
-        require(subject_.bigcount == 0 && subject_.valid(), "the structures are sound at the end");
+        require(subject_.bigcount == 0 && subject_.valid(), "the structures are valid at the end");
     }
 
     fuzz_input input_;
@@ -171,6 +171,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     auto& records = olk::get_olk_alloctor_self()->objheap;
     const uint64_t before = records.freecount;
     run(fuzz_input(data, size)).all();
-    require(records.freecount == before && records.valid(), "every record is given back");
+    require(records.freecount == before && records.valid(), "every record was freed");
     return 0;
 }

@@ -21,13 +21,13 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
                               return false;
                           }),
             "every file is read");
-    require(events == expected, "both readers call the same");
+    require(events == expected, "both readers make the same calls");
 
     //  If a call of the callback returns true, it must be the last call.
     const size_t stop = expected.empty() ? 0 : size % expected.size();
     size_t calls = 0;
     read_ini_file(path.c_str(),
                   [&](const std::string&, const std::string&, const std::string&) { return calls++ == stop; });
-    require(calls == (expected.empty() ? 0 : stop + 1), "a stop ends the reading");
+    require(calls == (expected.empty() ? 0 : stop + 1), "reading stops after the callback returns true");
     return 0;
 }

@@ -41,8 +41,8 @@ olk::string with_room(size_t room) {
 }
 
 std::string written_behind(const olk::string& out) {
-    require(text_of(out).compare(0, 11, "behind this") == 0, "what stood before stays");
-    require(next_header_intact(out), "nothing is written behind the block");
+    require(text_of(out).compare(0, 11, "behind this") == 0, "the earlier text is unchanged");
+    require(next_header_intact(out), "nothing is written after the block");
     return text_of(out).substr(11);
 }
 
@@ -58,11 +58,11 @@ void check_string(const std::string& value, size_t room) {
         olk::outJsonEsc(c, single);
     single.push_back('"');
     const std::string text = written_behind(whole);
-    require(text == text_of(single), "one piece and byte by byte agree");
+    require(text == text_of(single), "writing at once and byte by byte yield the same text");
     require(olk::isJsonPlain(bytes.get(), value.size()) == (text.size() == value.size() + 2),
-            "a plain text grows by its quotes only");
+            "a plain text grows only by its quotes");
     json_reader reader(text);
-    require(reader.value() == value && reader.empty(), "a value reads back");
+    require(reader.value() == value && reader.empty(), "the written value is read");
 }
 
 std::string written(const json_object& object, size_t room) {
@@ -79,7 +79,8 @@ std::string written(const json_object& object, size_t room) {
     out.append("\"number\":");
     olk::writeDecimal(object.number, out);
     out.push_back('}');
-    require(members == 2u + !object.first.empty() + !object.second.empty(), "an empty value is not counted");
+    require(members == 2u + !object.first.empty() + !object.second.empty(),
+            "an empty value is not counted as a member");
     return written_behind(out);
 }
 
@@ -88,22 +89,22 @@ void check_read_back(const std::string& text, const json_object& object) {
     reader.take("{");
     if (!object.first.empty()) {
         reader.take("\"first\":");
-        require(reader.value() == object.first, "the first member reads back");
+        require(reader.value() == object.first, "the written first member is read");
         reader.take(",");
     }
     reader.take("\"list\":[");
     for (size_t i = 0; i < object.list.size(); ++i) {
         reader.take(i == 0 ? "" : ",");
-        require(reader.value() == object.list[i], "an element reads back");
+        require(reader.value() == object.list[i], "the written element is read");
     }
     reader.take("],");
     if (!object.second.empty()) {
         reader.take("\"second\":");
-        require(reader.value() == object.second, "the second member reads back");
+        require(reader.value() == object.second, "the written second member is read");
         reader.take(",");
     }
     reader.take("\"number\":" + std::to_string(object.number) + "}");
-    require(reader.empty(), "the object ends the text");
+    require(reader.empty(), "the text ends after the object");
 }
 
 //  Makes bytes acceptable to a JSON parser: bytes above 127 become two bytes of UTF-8, and control characters that are
@@ -126,14 +127,14 @@ void check_object(json_object object, size_t room) {
     object.second = parsable(object.second);
     for (std::string& element : object.list)
         element = parsable(element);
-    require(oracle_reads(written(object, room), object), "a JSON parser reads the object back");
+    require(oracle_reads(written(object, room), object), "a JSON parser reads the written object");
 }
 
 template <class NUMBER>
 void check_decimal(NUMBER number) {
     olk::string out;
     olk::writeDecimal(number, out);
-    require(text_of(out) == std::to_string(number), "a number has the standard library's digits");
+    require(text_of(out) == std::to_string(number), "a number has the same digits as by the standard library");
 }
 
 void check_time(int64_t milliseconds, const zone& where) {

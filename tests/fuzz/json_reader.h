@@ -12,7 +12,7 @@ public:
     bool empty() const { return text_.empty(); }
 
     void take(const std::string& expected) {
-        require(text_.compare(0, expected.size(), expected) == 0, "the punctuation stands where it must");
+        require(text_.compare(0, expected.size(), expected) == 0, "the expected punctuation follows");
         text_.erase(0, expected.size());
     }
 
@@ -24,13 +24,14 @@ public:
         std::string read;
         size_t at = 0;
         for (; at < text_.size() && text_[at] != '"'; ++at) {
-            require(text_[at] == '\\' || characters.find(text_[at]) == std::string::npos, "the eight are escaped");
+            require(text_[at] == '\\' || characters.find(text_[at]) == std::string::npos,
+                    "the eight characters are escaped");
             if (text_[at] != '\\') {
                 read.push_back(text_[at]);
                 continue;
             }
             const size_t letter = ++at < text_.size() ? letters.find(text_[at]) : std::string::npos;
-            require(letter != std::string::npos, "an escape is one of the eight");
+            require(letter != std::string::npos, "the escape is one of the eight");
             read.push_back(characters[letter]);
         }
         text_.erase(0, at);

@@ -21,6 +21,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     char buffer[olk::level_name_size];
     const std::string name = olk::level_name(level, buffer);
     require(name == model_name(level), "the names agree");
-    require(olk::level_from_text(name.c_str()) == level, "a level's name gives the level");
+    require(olk::level_from_text(name.c_str()) == level, "the name of a level yields the level");
     return 0;
 }

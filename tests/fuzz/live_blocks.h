@@ -26,11 +26,11 @@ public:
         auto* const address = static_cast<char*>(p);
         const auto pattern = static_cast<unsigned char>(++patterns_);
         const auto [place, fresh] = blocks_.emplace(address, block{usable, header, pattern, std::move(what)});
-        require(fresh, "a block that is out is not given again");
+        require(fresh, "an allocated block is not allocated again");
         require(place == blocks_.begin() || end_of(std::prev(place)) <= start_of(place),
-                "the block before it ends in front of it");
+                "the previous block ends before the block");
         require(std::next(place) == blocks_.end() || end_of(place) <= start_of(std::next(place)),
-                "it ends in front of the block behind it");
+                "the block ends before the next block");
         for_each_piece(place, [&](char* piece, size_t length) { std::memset(piece, pattern, length); });
         return place;
     }

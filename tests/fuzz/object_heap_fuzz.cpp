@@ -85,7 +85,7 @@ public:
     void all() {
         for (size_t steps = 0; !input_.empty() && steps < most_steps && slots_.size() < most_slots; ++steps) {
             step(input_.number<uint8_t>());
-            require(subject_.valid(), "the structures are sound");
+            require(subject_.valid(), "the structures are valid");
             check_pages();
         }
         while (!slots_.empty())
@@ -104,24 +104,24 @@ private:
             else if (!slots_.empty())
                 give_back(what % 8 == 5 ? slots_.first() : what % 8 == 6 ? slots_.last() : slots_.chosen(start + i));
         }
-        require(subject_.malloc_(largest_ + 1 + what) == nullptr, "a larger object gets nothing");
+        require(subject_.malloc_(largest_ + 1 + what) == nullptr, "the heap refuses a larger object");
         require(!subject_.free_(nullptr) && !subject_.free_(&input_), "a foreign address is ignored");
     }
 
     void take(size_t size) {
         auto* const p = static_cast<char*>(subject_.malloc_(size));
-        require(p != nullptr, "there is memory");
+        require(p != nullptr, "memory is available");
         const slot_place place = model_.take();
         const char* const start = p - model_.offset(place);
-        require(reinterpret_cast<uintptr_t>(start) % 4096 == 0, "a page begins at a page of the system");
-        require(bases_.emplace(place.page, start).first->second == start, "the slot is the one that was to come");
+        require(reinterpret_cast<uintptr_t>(start) % 4096 == 0, "a page starts at a page of the system");
+        require(bases_.emplace(place.page, start).first->second == start, "the slot is the expected one");
         slots_.add(p, largest_, 0, place);
     }
 
     void give_back(live_blocks<slot_place>::iterator slot) {
         char* const p = slot->first;
         const slot_place place = slots_.remove(slot);
-        require(subject_.free_(p), "a slot is taken back");
+        require(subject_.free_(p), "the heap accepts the freed slot");
         model_.give_back(place);
     }
 

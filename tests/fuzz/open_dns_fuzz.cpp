@@ -19,7 +19,7 @@ constexpr std::uint16_t id = 4711;
 const SignedRequest& request() {
     static const SignedRequest made = [] {
         Result<SignedRequest> request = signRequest(queryMessage(id, "host1.example.org", typeAaaa), testKey(), now);
-        require(request.ok(), "it can be signed");
+        require(request.ok(), "the request can be signed");
         return *request;
     }();
     return made;
@@ -55,7 +55,7 @@ void checkAltered(const DnsBytes& genuine, std::size_t size, std::size_t at, std
     DnsBytes altered = genuine;
     altered[at % genuine.size()] ^= mask;
     if (isTrusted(altered))
-        require(onlyChangesCase(genuine, size, at % genuine.size(), mask), "an altered answer never counts");
+        require(onlyChangesCase(genuine, size, at % genuine.size(), mask), "a modified answer is refused");
 }
 
 //  Signs the server's answer, and reads it as the back end does.
@@ -120,32 +120,32 @@ void checkRecords(fuzz_input& input, std::size_t at, std::uint8_t mask) {
     const DnsBytes genuine = signMessage(message, request().mac, signing);
     checkAltered(genuine, message.size(), at, mask);
     const Answer answer = readAnswer(genuine, request(), testKey(), now);
-    require(answer.ok(), "a genuine answer counts");
+    require(answer.ok(), "a genuine answer is accepted");
     for (const std::string& owner : owners)
         for (const std::uint16_t type : types) {
             std::vector<DnsBytes> data;
             for (const Said& record : said)
                 if (record.owner == owner && record.type == type)
                     data.insert(data.begin(), record.data);
-            require(answerHas(**answer, owner, type) == !data.empty(), "both find a record");
+            require(answerHas(**answer, owner, type) == !data.empty(), "both find a record or none");
             require(answerHolds(**answer, {owner, type, data}), "both find the same records");
             data.push_back({1, 2, 3});
-            require(!answerHolds(**answer, {owner, type, data}), "a record too few is told");
+            require(!answerHolds(**answer, {owner, type, data}), "an additional expected record is detected");
             data.resize(std::max<std::size_t>(data.size(), 2) - 2);
             require(answerHolds(**answer, {owner, type, data}) == !answerHas(**answer, owner, type),
-                    "a record too many is told");
+                    "a missing expected record is detected");
         }
 }
 
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    require(!isTrusted({data, data + size}), "bytes without the key never count");
+    require(!isTrusted({data, data + size}), "bytes that were made without the key are refused");
     fuzz_input input(data, size);
     const std::size_t at = input.number<std::uint16_t>();
     const auto mask = input.number<std::uint8_t>();
     const DnsBytes message = answerOf(input);
-    require(!isTrusted(message), "an answer without a signature never counts");
+    require(!isTrusted(message), "an answer without a signature is refused");
     checkSigned(message, at, mask);
     fuzz_input records(data, size);
     checkRecords(records, at, mask);

@@ -35,7 +35,7 @@ constexpr ReadyWaiter waiter;
 void compareParsers(const std::string& bytes) {
     RedisReplyParser whole;
     RedisReplyParser pieces;
-    require(whole.reset().ok() && pieces.reset().ok(), "a parser starts again");
+    require(whole.reset().ok() && pieces.reset().ok(), "the parser is reset");
     whole.feed(bytes);
     const auto one = whole.next();
     auto other = pieces.next();
@@ -43,12 +43,12 @@ void compareParsers(const std::string& bytes) {
         pieces.feed({bytes.data() + i, 1});
         other = pieces.next();
     }
-    require(one.ok() == other.ok(), "both parsers fail alike");
+    require(one.ok() == other.ok(), "both parsers fail or both succeed");
     const bool complete = one.ok() && one->has_value();
-    require(complete == (other.ok() && other->has_value()), "both parsers end alike");
-    require(!complete || RedisModel::same(**one, **other), "both parsers take the same answer");
+    require(complete == (other.ok() && other->has_value()), "both parsers end in the same way");
+    require(!complete || RedisModel::same(**one, **other), "both parsers return the same answer");
     const auto model = RedisModel(bytes).read();
-    require(!model || (complete && RedisModel::same(**one, *model)), "the answer is that of the model");
+    require(!model || (complete && RedisModel::same(**one, *model)), "the answer equals that of the model");
 }
 
 void ask(Backend& backend, int request) {
@@ -65,12 +65,12 @@ void ask(Backend& backend, int request) {
                            : request == 3 ? backend.tags()->checkValue(record)
                                           : backend.probe();
     const bool reasoned = outcome.code == errorBackendFailed || outcome.code == errorServerRefused;
-    require(reasoned == !outcome.reason.empty(), "a failure has a reason, and nothing else has");
+    require(reasoned == !outcome.reason.empty(), "a failure has a reason, and another outcome has none");
     require(reasoned || outcome.code == errorNone || outcome.code == errorNoSuchTag ||
                 outcome.code == errorTagNotUsable || outcome.code == errorNotHeld,
-            "an outcome is one of the back end's");
+            "the outcome is one that the back end may return");
     const std::size_t written = sent.find("HSET");
-    require(written == std::string::npos || sent.find("MULTI") < written, "what is written is part of a transaction");
+    require(written == std::string::npos || sent.find("MULTI") < written, "each write is part of a transaction");
     for (const char c : outcome.reason)
         require(c >= ' ' && c <= '~', "a reason is printable");
 }
@@ -109,11 +109,11 @@ int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const std::string answers = input.all();
     compareParsers(answers);
     const BackendResult made = makeBackend("redis://127.0.0.1", {"u", "secret"});
-    require(made.ok(), "the url is one");
+    require(made.ok(), "the url is valid");
     const std::unique_ptr<Backend>& backend = *made;
     toReceive = "+OK\r\n+OK\r\n+PONG\r\n";
     pieceSize = 1;
-    require(backend->open(waiter).code == errorNone, "a sound server is opened");
+    require(backend->open(waiter).code == errorNone, "the back end opens with a correct server");
     toReceive = answers;
     pieceSize = answerPieces;
     ask(*backend, request);

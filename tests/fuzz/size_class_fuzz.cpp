@@ -29,18 +29,18 @@ public:
             return;
         model_.prepare();
         require(subject_.add_first_heap_(size_class::first_heap_count(subject_.blksize, blkperheap)),
-                "there is memory");
+                "memory is available");
     }
 
     void all() {
         require(subject_.blksize == blksize_, "a size is rounded up to 8");
         for (size_t steps = 0; !input_.empty() && steps < most_steps && blocks_.size() < most_blocks; ++steps) {
             step(input_.number<uint8_t>());
-            require(subject_.valid(), "the structures are sound");
+            require(subject_.valid(), "the structures are valid");
         }
         while (!blocks_.empty())
             give_back(blocks_.chosen(input_.number<uint8_t>()));
-        require(subject_.valid() && subject_.freecount == model_.free_blocks(), "every block is back");
+        require(subject_.valid() && subject_.freecount == model_.free_blocks(), "every block is free");
     }
 
 private:
@@ -62,8 +62,8 @@ private:
         require(p != nullptr && usable == blksize_, "a block has the class's size");
         const class_model::place place = model_.take();
         const auto [base, fresh] = bases_.emplace(place.heap, p - model_.offset(place));
-        require(!fresh || place.block == 0, "a heap gives its first block first");
-        require(base->second + model_.offset(place) == p, "the block is the one that was to come");
+        require(!fresh || place.block == 0, "the first block of a heap is allocated first");
+        require(base->second + model_.offset(place) == p, "the block is the expected one");
         blocks_.add(p, usable, olk::blk_header_size, place);
         check(olk::blk_heap::of(p), place);
     }
@@ -71,7 +71,7 @@ private:
     void check(const olk::blk_heap* heap, class_model::place place) {
         require(heap->base == bases_[place.heap] && heap->blkcount == model_.blocks_of(place.heap) &&
                     heap->maplen == model_.mapping(place.heap) && heap->owner == &subject_,
-                "the block names its heap");
+                "the header of the block has the address of its heap");
         check_counts();
     }
     void check_counts() {
@@ -104,6 +104,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const uint32_t blksize = input.number<uint16_t>() % 5000 + 1U;
     const auto shape = input.number<uint8_t>();
     run(input, blksize, shape / 2 % 40 + 1U, shape % 2 != 0).all();
-    require(records.freecount == before && records.valid(), "every record is given back");
+    require(records.freecount == before && records.valid(), "every record was freed");
     return 0;
 }

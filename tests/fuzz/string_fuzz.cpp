@@ -26,7 +26,7 @@ struct watched_alloctor {
         return p;
     }
     static void free_(void* p) {
-        require(blocks.erase(p) == 1, "what is given back was taken");
+        require(blocks.erase(p) == 1, "the freed block was allocated");
         std::free(p);
     }
     static size_t usable_size(const void* p) { return blocks.at(p); }
@@ -46,9 +46,9 @@ struct both {
     void check() const {
         require(subject.size() == model.text.size(), "the sizes agree");
         require(subject.capacity() == model.capacity, "the capacities agree");
-        require((subject.data() == nullptr) == (model.block == 0), "both have a buffer or none");
+        require((subject.data() == nullptr) == (model.block == 0), "both have a buffer or both have none");
         if (subject.data() != nullptr)
-            require(ALLOCTOR::usable_size(subject.data() - 8) == model.block, "the blocks agree");
+            require(ALLOCTOR::usable_size(subject.data() - 8) == model.block, "the blocks have the same size");
         require(subject.empty() == model.text.empty(), "both are empty or not");
     }
     void check_text() const {
@@ -60,15 +60,17 @@ struct both {
         size_t position = from;
         const bool met = olk::read_until(position, delimiter, source.data(), source.size(), subject);
         const size_t found = from < source.size() ? source.find(delimiter, from) : std::string::npos;
-        require(met == (found != std::string::npos), "the delimiter is met when it is there");
-        require(position == (met ? found + 1 : std::max(from, source.size())), "the position is behind what was read");
+        require(met == (found != std::string::npos), "the delimiter is found if the text contains it");
+        require(position == (met ? found + 1 : std::max(from, source.size())),
+                "the position is after the text that was read");
         for (size_t i = from; i < std::min(found, source.size()); ++i)
             model.append(std::string(1, source[i]), memory);
     }
 
     void write_into_spare(const std::string& written) {
         char* place = subject.spare(written.size());
-        require((place != nullptr) == model.has_room(model.text.size() + written.size()), "both know the room left");
+        require((place != nullptr) == model.has_room(model.text.size() + written.size()),
+                "both agree whether there is room");
         if (place == nullptr)
             return;
         written.copy(place, written.size());
@@ -118,7 +120,7 @@ public:
         }
         pair_[0].check_text();
         pair_[1].check_text();
-        require(ALLOCTOR::memory.left == memory_.left, "both asked for as many blocks");
+        require(ALLOCTOR::memory.left == memory_.left, "string and model have requested the same number of blocks");
     }
 
 private:
@@ -216,6 +218,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const fuzz_input input(data, size);
     run<pooled_alloctor>(input).all();
     run<watched_alloctor>(input).all();
-    require(watched_alloctor::blocks.empty(), "every block is given back");
+    require(watched_alloctor::blocks.empty(), "every block was freed");
     return 0;
 }

@@ -41,13 +41,13 @@ void check_words(const std::string& separators, char separator, const std::strin
         char word[olk::word_size];
         std::memset(word, 'x', sizeof word);
         end = olk::read_word(bytes.get(), text.size(), position, separators.c_str(), word);
-        require(position >= before && position <= text.size(), "the position moves on inside the text");
+        require(position >= before && position <= text.size(), "the position does not decrease and stays in the text");
         require(std::memchr(word, '\0', sizeof word) != nullptr, "the word is terminated");
         bool ended = false;
         const auto model = modelWord(rest, separator, ended);
         require((end == olk::word_end::none) == !model, "both find a word");
         require(model.value_or("") == word, "the words agree");
-        require(!model || (end == olk::word_end::separator) == ended, "both tell what ended the word");
+        require(!model || (end == olk::word_end::separator) == ended, "both report what ended the word");
     }
 }
 
