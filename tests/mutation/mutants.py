@@ -97,8 +97,8 @@ def _tokens(source, code):
         yield match.start(), match.group(), CONSTANTS, _number_neighbours(match.group(1), match.group(2))
     for match in COMPARISON.finditer(code):
         operator = match.group()
-        behind = source[match.end() :].lstrip()
-        turned_only = operator in ("==", "!=") and UNORDERED.match(behind)
+        right_side = source[match.end() :].lstrip()
+        turned_only = operator in ("==", "!=") and UNORDERED.match(right_side)
         yield match.start(), operator, COMPARISONS, NEIGHBOURS[operator][: 1 if turned_only else None]
 
 

@@ -38,7 +38,7 @@ def wait_until(condition, what):
     """Calls condition() repeatedly and returns its first true result. Fails after PATIENCE seconds."""
     give_up = time.monotonic() + PATIENCE
     while not (result := condition()):
-        assert time.monotonic() < give_up, f"waited in vain for {what}"
+        assert time.monotonic() < give_up, f"at the time limit, still waiting for {what}"
         time.sleep(0.001)
     return result
 

@@ -40,8 +40,8 @@ _OPTIONS += ["--soname-synonyms=somalloc=nouserintercepts"]  # keeps the shim's 
 _SUPPRESSIONS = Path(__file__).with_name("valgrind.supp")
 _SHIM = BUILD / "tests/liblocaleshim.so"
 
-_BY_SHELL = "a shell prepares the environment and starts the executable; memcheck is not put in between"
-_NO_TEXT = "a failure that no C library produces makes a length -1, which the test leaves to the kernel to refuse"
+_BY_SHELL = "a shell starts the executable, so the test cannot start memcheck instead"
+_NO_TEXT = "snprintf of a number does not fail in practice; memcheck reports the resulting length -1"
 
 #  Tests that are skipped under memcheck: prefixes of their names, with the reason.
 NOT_UNDER_MEMCHECK = {

@@ -122,7 +122,7 @@ TEXTS = {
     "no number": (b"garbage\n", NOT_RUN),
     "0": (b"0\n", NOT_RUN),
     "zero bytes": (bytes(80), NOT_RUN),
-    "a number behind 80 blanks": (b" " * 80 + b"31999", NOT_RUN),
+    "a number after 80 blanks": (b" " * 80 + b"31999", NOT_RUN),
     "-1": (b"-1\n", NO_ACCESS),
     "nothing": (b"", NO_ACCESS),
 }

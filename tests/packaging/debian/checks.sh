@@ -36,5 +36,5 @@ until_true() {
         fi
         sleep 0.1
     done
-    fail "waited in vain for $what"
+    fail "at the time limit, still waiting for $what"
 }

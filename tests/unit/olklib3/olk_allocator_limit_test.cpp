@@ -206,7 +206,7 @@ TEST(AllocatorLimit, MunmapMayFailEverywhere) {
     claim(allocator.bigcount == 0, "big blocks are left");
     claim(allocator.valid(), "the classes are damaged");
     void* p = allocator.malloc_(6000000, nullptr);
-    claim(p != nullptr, "what was given back cannot be had again");
+    claim(p != nullptr, "freed memory cannot be allocated again");
     _exit(0);
 }
 
