@@ -7,14 +7,15 @@
 //      big block:   | maplen | 0 | user's bytes ... |   the user's address is 16 bytes after base; the 0 is
 //                   0        8   16                     where a class block stores its heap (address - 8)
 //
-//  One instance serves the whole process. Its constructor runs before the constructors of all other global objects, and
-//  its destructor after their destructors. So the destructor of a global object may free memory.
+//  One instance serves the whole process. Its constructor runs before the constructors of the program's other global
+//  objects, except g_olk_glibc_noarena, and its destructor after their destructors. So the destructor of such an object
+//  may free memory.
 //
 //  User addresses are aligned to 8 bytes (16 for big blocks).
 //
-//  Threads: after the constructor and before the destructor, any thread may call malloc_ and free_. Only the
-//  constructor writes the table of classes, so the table is read without a lock. Each class has its own lock, so a
-//  signal handler must not call malloc_ or free_ if it interrupted one of them.
+//  Threads: after the constructor and before the destructor, any thread may call malloc_ and free_. The table of
+//  classes does not change in this time, so it is read without a lock. Each class has its own lock, so a signal handler
+//  must not call malloc_ or free_ if it interrupted one of them.
 #ifndef OLK_ALLOCATOR_H
 #define OLK_ALLOCATOR_H
 
@@ -32,7 +33,7 @@ struct allocator {
     blk_alloctor<spinlock>* classes[max_classes];  // ascending by blksize; null from index classcount on
 
     //  Creates the 30 classes. If memory for the record or the first heap of a class is exhausted, the class is left
-    //  out, and the next larger class serves its sizes.
+    //  out, and the next larger class, or else a big block, serves its sizes.
     allocator();
     //  Unmaps every heap of every class. Big blocks are not tracked and stay mapped.
     ~allocator();

@@ -36,7 +36,7 @@ template <class LOCK>
 struct blk_alloctor : memheap_ {
     blk_heap* heaps;      // the head of the list; null without a heap
     int32_t heapcount;    // heaps in the list
-    uint32_t freecount;   // free blocks of all heaps: never used or freed
+    uint32_t freecount;   // free blocks of all heaps: freed ones, and ones that were never used
     uint32_t blksize;     // bytes per block, a multiple of 8
     uint32_t blkperheap;  // blocks of each heap after the head; the head may have fewer
     LOCK lock;            // protects all members above and all heaps
@@ -50,7 +50,8 @@ struct blk_alloctor : memheap_ {
     blk_alloctor& operator=(const blk_alloctor&) = delete;
 
     //  Allocates one block. Stores blksize in *outsize unless outsize is null. Returns null and changes nothing if a
-    //  new heap is needed and memory is exhausted. Aborts if the free counts are wrong.
+    //  new heap is needed and memory is exhausted. Aborts if the free count of the class is above zero but no heap has
+    //  a free block.
     void* malloc_(size_t* outsize);
 
     //  Frees a block. Requires that malloc_ of this class returned p, and that the header of p points to heap.

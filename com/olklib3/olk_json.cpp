@@ -74,7 +74,7 @@ void write_digits(uint64_t value, bool negative, string& out) {
 }
 
 //  Appends a text in the same form as writeString, whatever the text and the room in out. It is not inlined, so that
-//  the fast path of its callers for an address needs no stack.
+//  its callers need no stack frame when an address is written at once.
 __attribute__((noinline)) void write_piecewise(const char* text, size_t length, string& out) {
     out.push_back('"');
     if (!isJsonPlain(text, length)) {
@@ -96,8 +96,8 @@ bool put_plain(const char* text, size_t length, char* to) {
     return true;
 }
 
-//  Appends lead and a string value. If they fit, they are written at once; otherwise they are written in pieces, which
-//  makes the buffer grow.
+//  Appends lead and a string value. They are written at once if they fit and put_plain can write the text. Otherwise
+//  they are written in pieces; the buffer grows if necessary.
 void write_element(char lead, const char* text, size_t length, string& out) {
     char* end = out.spare(length + 3);
     if (end == nullptr || !put_plain(text, length, end + 1)) {

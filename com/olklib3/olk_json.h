@@ -13,7 +13,8 @@
 //
 //  When memory is exhausted, parts of the text are missing, and this is not reported.
 //
-//  Threads: a writer accesses only its arguments; writeIsoTime also reads the time zone of the process.
+//  Threads: a writer accesses only its arguments and the allocator; writeIsoTime also reads the time zone of the
+//  process.
 #ifndef OLK_JSON_H
 #define OLK_JSON_H
 
@@ -48,8 +49,8 @@ void writeDecimal(uint32_t value, string& out);
 void writeDecimal(int64_t value, string& out);
 
 //  Appends a time, given in milliseconds since the epoch, as local time of the form 2025-04-11T09:05:03.042+08:00. A
-//  fraction of zero is omitted. The zone is the standard-time offset of the process in whole hours, or "Z" for offset
-//  zero: minutes are always 00, and daylight saving time changes the clock fields but not the zone. Receivers rely on
+//  fraction of zero is omitted. The zone is the standard-time offset of the process in whole hours, or "Z" if these are
+//  0: minutes are always 00, and daylight saving time changes the clock fields but not the zone. Receivers rely on
 //  this. Returns 1. Returns 0 and appends nothing if the time cannot be converted to local time or its text is longer
 //  than 47 characters.
 int writeIsoTime(int64_t milliseconds, string& out);

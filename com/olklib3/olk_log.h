@@ -4,8 +4,8 @@
 //
 //      10 err   20 wrn   30 inf   31 mor   40 dbg   999 all
 //
-//  A log is created once and passed on as a pointer. The pointer is null while there is no log; callers test it. Log
-//  objects are allocated from the pooled allocator.
+//  A log is created once and passed on as a pointer. The pointer is null while there is no log; callers test it. A new
+//  expression takes the memory of a log object from the pooled allocator.
 //
 //  Threads: the logs take no lock. The console log writes a record in several steps, so records of two threads may mix.
 #ifndef OLK_LOG_H
@@ -25,8 +25,8 @@ constexpr int level_all = 999;
 
 //  One destination of records.
 //
-//  add, append and push return 0 for a record that the level drops, a negative value if the record cannot be formatted
-//  or written, and otherwise the result of the underlying write. format and its arguments are those of printf.
+//  add, append and push return 0 for a dropped record, a negative value if the record cannot be formatted or written,
+//  and otherwise the result of the underlying write. format and its arguments are those of printf.
 class ilog {
 public:
     ilog() = default;

@@ -23,7 +23,7 @@ namespace olk {
 struct obj_page {
     uint64_t maplen;     // bytes of the mapping, a multiple of the system page
     uint64_t slotsize;   // bytes from one slot to the next
-    uint64_t freecount;  // free slots: never used or freed
+    uint64_t freecount;  // free slots: freed ones, and ones that were never used
     uint64_t slotcount;  // slots in this page
     uint64_t bump;       // slots carved so far; slots from here on were never used
     void* freelist;      // freed slots, linked through their first words; null if none

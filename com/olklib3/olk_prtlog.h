@@ -6,8 +6,8 @@
 //
 //  It writes nothing until open("stdout"). It cannot write to a file.
 //
-//  push flushes standard output; add does not. So a record of add reaches a pipe when the C library's buffer is full or
-//  when the process exits.
+//  push flushes standard output; add does not. So a record of add may reach a pipe only when the C library's buffer is
+//  full, when other code flushes standard output, or when the process exits.
 #ifndef OLK_PRTLOG_H
 #define OLK_PRTLOG_H
 

@@ -10,7 +10,7 @@
 //
 //  An operation that lengthens the text either succeeds or changes nothing. If memory is exhausted or the text would
 //  exceed max_capacity, the string is unchanged, and this is not reported. A caller that must detect this compares
-//  sizes. Assignment clears the string first, so the string is empty if memory is exhausted.
+//  sizes. assign clears the string first, so the string is empty if memory is exhausted.
 //
 //  Threads: one thread at a time may use a string. Strings of different threads share only the allocator.
 #ifndef OLK_STRING_H

@@ -50,7 +50,8 @@ public:
     //  path, or empty if the path is longer than 126 characters. The level is the value of the first parameter of the
     //  query if its key is "level". Blanks anywhere in the url are ignored. The default port is 999. Waits for the
     //  resolver. Returns 0, or -1 on failure. If the url cannot be parsed, its host does not resolve or it has no path,
-    //  nothing changes. If no socket can be opened, the old socket is closed and all other settings are new.
+    //  nothing changes. If no socket can be opened, the old socket is closed, and the other settings are those of the
+    //  url.
     int open(const char* url) override;
 
     //  Each returns -1 without a socket, 0 for a record that the level drops, -1 for a record of 30720 bytes or more

@@ -6,9 +6,9 @@
 //      scheme        ^^^^ port                         ipv4, ipv6: the host's addresses, from the resolver
 //
 //  Nothing is decoded, no letter case is changed, and there is no user part. A text without a scheme starts with the
-//  host part. A "?" before the first "/" belongs to a host without brackets, unless the text has no "/". The "]" of a
-//  bracketed host may be missing. If a character other than ":" or "/" follows the "]", the path begins there. Ports
-//  are read as strtol reads numbers and are reduced to 16 bits.
+//  host part. In a host without brackets, a "?" is part of the host if a "/" follows it; otherwise it ends the host.
+//  The "]" of a bracketed host may be missing. If a character other than ":" or "/" follows the "]", the path begins
+//  there. Ports are read as strtol reads numbers and are reduced to 16 bits.
 //
 //  Threads: one thread at a time may use an object. parse waits for the resolver.
 #ifndef OLK_URL_H
