@@ -49,8 +49,9 @@ void CDaemon::stop(int timeout_seconds) {
     std::putchar('\n');
 }
 
-//  Queries the lock once a second, at most timeout_seconds times. Returns true when the lock is free. The last holder
-//  of the lock may be another instance than the one that received the signal.
+//  Queries the lock once a second, at most timeout_seconds times. Returns true when the lock is free, cannot be
+//  queried, or has a holder without a known pid. The last holder of the lock may be another instance than the one that
+//  received the signal.
 bool CDaemon::awaitRelease(int timeout_seconds) const {
     for (int checks = 0; checks < timeout_seconds; ++checks) {
         pid_t pid = -1;

@@ -5,8 +5,8 @@
 //      -stop   stop()        ends the instance that holds the pid file's lock
 //      -status status()      prints whether an instance runs
 //
-//  Only an exit signal ends a running service (exitsignal.h). Commands print to standard output. The text is the same
-//  on a pipe and on a terminal.
+//  In a running service, start and runConsole do not return: an exit signal ends the service (exitsignal.h). Commands
+//  print to standard output. The text is the same on a pipe and on a terminal.
 //
 //  Threads: only the main thread may use the descriptor.
 #ifndef SERVICE_DAEMON_H
@@ -24,19 +24,20 @@ public:
     char service_name[512] = {};
     char version[512] = {};
 
-    //  Starts the service in the background. Returns in the parent: 0 after the child's reports or if an instance
-    //  already runs; 1 without access to the pid file; -1 if fork fails. Returns 2 in a child that cannot change its
-    //  directory.
+    //  Starts the service in the background. Returns in the parent: 0 after the child's reports, after the time limit
+    //  for them, or if an instance already runs; 1 if the pid file cannot be opened, queried or claimed; -1 if fork
+    //  fails. Returns 2 in a child that cannot change its directory.
     int start();
 
-    //  Ends the running instance with SIGTERM. Sends SIGKILL after timeout_seconds, or at once if timeout_seconds is
-    //  below 1.
+    //  Ends the running instance with SIGTERM. If the lock is still held after timeout_seconds, sends SIGKILL; sends it
+    //  at once if timeout_seconds is below 1.
     void stop(int timeout_seconds);
 
     //  Prints whether an instance runs.
     void status();
 
-    //  Runs the service in the foreground. Returns only if the start fails.
+    //  Runs the service in the foreground. Returns only if an instance already runs, if the pid file cannot be used, or
+    //  if the start fails.
     void runConsole();
 
     //  Prints the usage text.

@@ -29,8 +29,7 @@ constexpr std::size_t dns_request_reserve = 400;
 //  Splits an address list at each "," and appends the pieces to addresses in order. Skips empty pieces.
 void splitAddressList(const std::string& list, olk::vector_<olk::string>& addresses);
 
-//  Appends the request text to out. If memory is exhausted, parts of the text are missing. A caller that must detect
-//  this checks the end of the text.
+//  Appends the request text to out. If memory is exhausted, parts of the text are missing, and this is not reported.
 void writeDnsUpdateRequest(std::int32_t seqno, const DnsUpdateItem& item, olk::string& out);
 
 #endif

@@ -7,8 +7,9 @@
 
 namespace {
 
-//  The callbacks write the four members that they share with the publish cycle only through these functions. The list
-//  of exceptions for the thread sanitizer names these functions and nothing else.
+//  Four members are written both here and by the publish cycle, or written here and read by it. The callbacks write
+//  these members only through the following functions. The list of exceptions for the thread sanitizer names these
+//  functions and nothing else.
 void storeRdbConnected(CRunCls& run, std::uint32_t connected) {
     run.rdb_connected = connected;
 }

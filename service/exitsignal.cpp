@@ -75,8 +75,8 @@ void closeConnection(std::int32_t& handle) {
 }
 
 //  Waits until the callbacks on other threads that may still use the log have returned. Each pause ends at the next
-//  tick at the latest. If a callback has not returned when the time limit expires, it is blocked while it writes to the
-//  console; afterwards it does not access the log object.
+//  tick at the latest. A callback that has not returned when the time limit expires is most likely blocked while it
+//  writes to the console; after that it does not access the log object.
 void awaitCallbacks() {
     setTicks(max_callback_ticks + 1, short_tick);
     while (callbacks != 0 && ticking && ticks_left > 1)

@@ -9,13 +9,15 @@
 //  In cases (1) and (2) the service's thread holds no lock. In case (3) it may hold a lock of the C library or of the
 //  client library, but none of the allocator.
 //
-//  Each part of the shutdown has a time limit. If a part exceeds its limit, _exit(0) ends the process, for example
-//  because no program reads its console output or because a library hangs in an exit function.
+//  Each part of the shutdown has a time limit. If a part exceeds its limit, for example because no program reads the
+//  console output or because a library hangs in an exit function, _exit(0) ends the process. After the limit of the
+//  wait for callbacks, however, the shutdown continues.
 //
 //  Time limits are counted in ticks of the real-time timer (setitimer(2)). A process that gets no processor time gets
 //  no ticks, so the limits do not expire early on a loaded machine. The first exit signal starts the timer and installs
 //  the handler of SIGALRM. Before that, the service does not change the action of SIGALRM. If SIGALRM is blocked when
-//  the service starts, there are no ticks. Then an exit signal in a step ends the process at once.
+//  an exit signal arrives, a step gets no ticks, so the signal ends the process at once; the shutdown itself unblocks
+//  SIGALRM. If no timer is available, there are no time limits.
 //
 //  Threads: the shutdown runs on the service's thread, which is the thread that called installExitSignals. An exit
 //  signal that is delivered to another thread is forwarded to the service's thread.
@@ -27,13 +29,13 @@
 constexpr long short_tick = 10'000;
 constexpr long long_tick = 500'000;
 
-constexpr int max_step_ticks = 5;       // short ticks until a step must have ended
+constexpr int max_step_ticks = 5;       // short ticks after which a step is interrupted, see (3)
 constexpr int max_callback_ticks = 50;  // short ticks for callbacks on other threads to return
 constexpr int max_call_ticks = 10;      // long ticks for one call of the client library
 constexpr int max_end_ticks = 3;        // long ticks for each other part of the end
 
-//  Handles SIGINT and SIGTERM: logs the stop, releases the log, closes both connections and exits with status 0. Only
-//  the first signal has an effect.
+//  Handles SIGINT and SIGTERM: logs the stop, releases the log, closes both connections and exits with status 0; in a
+//  step it does so later, as shown above. Only the first signal has an effect.
 void onExitSignal(int signal_number);
 
 //  Makes the calling thread the service's thread, installs onExitSignal for both signals and unblocks them.

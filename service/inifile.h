@@ -2,18 +2,20 @@
 //
 //      [section]           the callback gets (section, "", "")
 //      rdb url = x ; note  blanks inside a key are removed; a value ends at ; # or the line's end: (section, rdburl, x)
-//      # or ; anywhere     a comment up to the line's end; the key read so far is discarded
+//      # or ; not in [...] a comment up to the line's end; the key read so far is discarded
 //
-//  The following is deliberate, because existing files rely on it. A line without "=" does not end its key, so its text
-//  becomes the start of the next key. Quotes around a value are part of it. A value cannot contain ; or #. After the
-//  value, only a line feed ends its line.
+//  The following is deliberate, because existing files rely on it. The end of a line does not end a key, so the text of
+//  a line without "=" becomes the start of the next key, unless a comment or a section header follows it. Quotes around
+//  a value are part of it. A value cannot contain ; or #. A carriage return ends a value but not its line: the text
+//  after it is ignored up to the line feed.
 #ifndef SERVICE_INIFILE_H
 #define SERVICE_INIFILE_H
 
 #include <functional>
 #include <string>
 
-//  Called for each value, and for each section header with an empty key and value. Reading stops if it returns true.
+//  Called for each value and, with an empty key and value, for each section header, except one that the end of the file
+//  cuts off. Reading stops if it returns true.
 using IniCallback = std::function<bool(const std::string& section, const std::string& key, const std::string& value)>;
 
 //  Reads the file at path. Skips a UTF-8 byte order mark at its start. Returns false if the file cannot be opened.

@@ -18,12 +18,13 @@ public:
 
     bool isOpen() const { return id >= 0; }
 
-    //  Sends text. Returns 0, or -1 if there is no queue, no memory for the message or no space in the queue.
+    //  Sends text. Returns 0, or -1 on failure, for example if there is no queue, no memory for the message or no space
+    //  in the queue.
     int send(const char* text);
 
     //  Takes the next message, of any type, and copies its bytes to text, which must have room for max_text bytes. Adds
-    //  no terminating zero; later bytes of text keep their values. Returns the number of bytes, or -1 if there is no
-    //  message or if it is longer than max_text.
+    //  no terminating zero; later bytes of text keep their values. Returns the number of bytes, or -1 on failure, for
+    //  example if there is no queue, no message, or a message that is longer than max_text.
     int receive(char* text);
 
     //  Removes the queue from the system.

@@ -2,10 +2,10 @@
 //
 //      /var/run/addrpubd.pid     "<pid>\n"     a POSIX record lock on the whole file, held by the instance
 //
-//  An instance is running while the lock is held. A file without a lock remains from an earlier run. The text is used
-//  only if the kernel reports the holder without a pid. The file is never deleted. A record lock belongs to one
-//  process, and a child does not inherit it. Closing any descriptor of the file releases the lock, even if the lock was
-//  taken with another descriptor (fcntl(2), F_SETLK).
+//  While the lock is held, an instance runs or starts. A file without a lock has no meaning: an earlier run left it, or
+//  another command created it. The text is used only if the kernel reports the holder without a pid. The program never
+//  deletes the file. A record lock belongs to one process, and a child does not inherit it. Closing any descriptor of
+//  the file releases the lock, even if the lock was taken with another descriptor (fcntl(2), F_SETLK).
 #ifndef SERVICE_PIDFILE_H
 #define SERVICE_PIDFILE_H
 
@@ -29,8 +29,8 @@ PidFileState queryPidLock(int fd, pid_t& holder);
 //  -1 on failure; even then the lock may be held.
 int claimPidFile(int fd);
 
-//  Returns the number at the start of the file's text, 0 if the text does not start with a number, or -1 if the file
-//  cannot be read or the number does not fit pid_t.
+//  Returns the number at the start of the file's text, 0 if the text does not start with a number, or -1 if the file is
+//  empty or cannot be read, or if the number does not fit pid_t.
 pid_t readPidText(int fd);
 
 //  Opens the file, queries the lock and closes the file. If the kernel reports no pid for the holder, reads the pid

@@ -55,7 +55,7 @@ void CRunCls::publishOnce() {
     try {
         runCycle(now);
     } catch (const std::bad_alloc&) {
-        //  The stored texts are unchanged, so the next cycle compares its list with them again.
+        //  A list that was not stored as put or as sent differs from the stored texts, so the next cycle tries again.
     }
 }
 
@@ -102,7 +102,8 @@ bool CRunCls::putSnapshot(time_t now) {
     return true;
 }
 
-//  Makes sure that the tag of the host exists and accepts values. Returns false if it cannot be imported.
+//  Looks up the tag of the host. Imports it if the lookup fails or the tag does not accept values. Returns false if
+//  this import fails. The result of a second import, for a tag that still does not accept values, is ignored.
 bool CRunCls::ensureTag() {
     RdbTag tag = {};
     copyText(tag.name, hostname);

@@ -6,11 +6,11 @@
 //                  +-- onDnsReply: logged                                 |
 //
 //  Threads: the main thread runs start and publishOnce. The client library may call the three callbacks on its own
-//  threads. Callbacks and cycle share only rdb_connected, dns_connected, snapshot.time and last_sent_time. These are
-//  plain members of word size without a lock, because a stale read only delays the list by one cycle. If a server
-//  reconnects exactly while the cycle sets its mark, the list is sent when the mark is 600 s old. A connect event
-//  clears the mark before it sets the flag, also in the machine code. So a cycle that reads the set flag also reads the
-//  cleared mark.
+//  threads. Besides the pointer log, callbacks and cycle share only rdb_connected, dns_connected, snapshot.time and
+//  last_sent_time. These are plain members of word size without a lock, because a stale read only delays the list by
+//  one cycle. If a server reconnects exactly while the cycle sets its mark, the list is sent when the mark is 600 s
+//  old. A connect event clears the mark before it sets the flag, also in the machine code. So a cycle that reads the
+//  set flag also reads the cleared mark.
 #ifndef SERVICE_RUNCLS_H
 #define SERVICE_RUNCLS_H
 
@@ -51,8 +51,8 @@ public:
     time_t last_sent_time = 0;                  // time of the last DNS update, seconds; 0 after a connect event
 
     CRunCls() = default;
-    //  Releases the log and closes the connection to the rdb server. It deliberately leaves dns_handle open: only the
-    //  exit signal ends a started service, and it closes both connections itself.
+    //  Releases the log and closes the connection to the rdb server. It deliberately leaves dns_handle open: a started
+    //  service ends by the exit signal, which closes both connections itself.
     ~CRunCls();
     CRunCls(const CRunCls&) = delete;
     CRunCls& operator=(const CRunCls&) = delete;
@@ -63,17 +63,19 @@ public:
     static void operator delete(void* object) noexcept;
 
     //  Reads the ini file, opens the log, rejects an illegal host name and starts both connections. A server that is
-    //  not completely configured is not used. On failure it logs the reason and returns false; if memory for the log or
-    //  for a text is missing, it logs nothing.
+    //  not completely configured is not used. Returns false on failure and logs the reason. If the ini file cannot be
+    //  opened, it prints the reason instead; if memory for the log or for a text is missing, it reports nothing.
     bool start();
 
     //  Stores the values of the nine keys in the ini file at path; ignores other keys. Returns false if the file cannot
     //  be opened.
     bool loadConfig(const char* path);
 
-    //  Sleeps 100 ms, then runs a publish cycle if the last cycle was at least 10 seconds ago. A cycle lists the
-    //  addresses and sends the list to the connected servers if the list has changed or was last sent 600 seconds ago.
-    //  A cycle that fails because memory is exhausted is repeated by the next cycle.
+    //  Sleeps 100 ms, then runs a publish cycle if a server is connected and the time differs from that of the last
+    //  cycle by at least 10 seconds. A cycle lists the addresses. It puts or sends the list to a connected server if
+    //  the list has changed, if the last put or request was at least 600 seconds ago, or after a reconnection;
+    //  publish.cpp describes the exceptions. A cycle that fails because memory is exhausted is repeated by the next
+    //  cycle.
     void publishOnce();
 
     //  Defines the tag of the host in the rdb server; tag is the record. Returns true on success.
@@ -110,8 +112,8 @@ void onRdbEvent(std::int32_t event, std::int64_t value, void* user);
 void onDnsEvent(std::int32_t event, std::int64_t value, void* user);
 void onDnsReply(const char* text, std::int32_t length, void* user);
 
-//  Parses a comma-separated list of port numbers into ports, which is cleared first. Items that are 0 or not a number
-//  are skipped, and numbers are reduced to 16 bits. An item of more than 38 characters ends the list.
+//  Parses a comma-separated list of port numbers into ports, which is cleared first. Items are read as strtol reads
+//  numbers and reduced to 16 bits; an item that is then 0 is skipped. An item of more than 38 characters ends the list.
 void parsePortList(const std::string& text, olk::vector_<std::uint16_t>& ports);
 
 #endif
