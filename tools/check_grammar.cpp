@@ -13,8 +13,8 @@ std::string inLine(std::size_t number) {
     return "line " + std::to_string(number);
 }
 
-//  Returns whether key may be shown. A key may be a part of a password that is on a separate line. A word that has only
-//  letters and contains neither "pswd" nor "pass" is considered harmless.
+//  Returns whether key may be shown. A key may be a part of a password that is on a separate line. A word of at most 20
+//  characters that has only letters and contains neither "pswd" nor "pass" is considered harmless.
 bool isHarmless(const std::string& key) {
     constexpr std::size_t max_length = 20;
     std::string lower;
@@ -67,8 +67,9 @@ bool isSecretLine(const IniLine& line) {
     return line.setting != no_setting && settings[line.setting].secret;
 }
 
-//  There is no warning if a blank precedes "#" or ";", because then it starts a comment. In the line of a password a
-//  blank must also follow, because a password with blanks may contain " #".
+//  There is no warning if a blank precedes "#" or ";", because then it starts a comment. There are two exceptions, in
+//  which text that follows without a blank causes a warning: an empty value, and a password, because a password with
+//  blanks may contain " #".
 void checkEnd(const IniLine& line, CReport& report) {
     if (line.rest.empty() || line.rest == "\r")
         return;

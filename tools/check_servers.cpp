@@ -29,8 +29,8 @@ std::string joined(const std::vector<std::string>& words) {
     return out;
 }
 
-//  Returns the names of those of the server's three settings that are set (if there is true) or not set (if it is
-//  false).
+//  Returns the names of the server's settings that are set. If there is false, returns the names of those that are not
+//  set.
 std::vector<std::string> namesOf(const Subject& subject, const Server& server, bool there) {
     std::vector<std::string> names;
     for (const Setting setting : {server.url, server.user, server.password})
@@ -93,7 +93,7 @@ void checkBackend(const Subject& subject, const Server& server, CReport& report)
     askModule(subject, server, credentials, report);
 }
 
-//  Returns whether the service connects to the server.
+//  Returns whether the service tries to connect to the server.
 bool checkServer(const Subject& subject, const Server& server, CReport& report) {
     const std::vector<std::string> missing = namesOf(subject, server, false);
     if (missing.empty()) {

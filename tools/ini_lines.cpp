@@ -66,7 +66,7 @@ void CLineReader::read(bool ended, IniLine& line) {
 
 //  Returns the position of the "=" that ends the key of the line's setting, or npos. The reader parses a copy of the
 //  line in which each "=" is followed by its position. So the value that the reader reports begins with the position of
-//  its "=". The inserted digits do not change headers and comments.
+//  its "=". The inserted digits do not change where headers and comments begin and end.
 std::size_t CLineReader::findEquals() {
     std::string numbered;
     for (std::size_t at = 0; at < text_.size(); ++at) {

@@ -4,7 +4,7 @@
 //      hostname = h # note            key "junkhostname", its first 4 bytes from line 1; value "h", rest is "# note"
 //
 //  Only a line feed ends a line, as in an editor. At a line feed the reader is not inside a value, header or comment.
-//  So its only state is the unfinished key.
+//  So its state is the unfinished key; the name of the section, which it also keeps, selects no setting.
 #ifndef TOOLS_INI_LINES_H
 #define TOOLS_INI_LINES_H
 
@@ -25,7 +25,7 @@ struct IniLine {
     std::size_t key_from = 0;          // line in which these bytes start; 0 if there are none
     std::size_t setting = no_setting;  // index of the setting; no_setting for an unknown key
     bool drops_text = false;           // text of this line is ignored, because a comment or header follows it
-    bool swallows_setting = false;     // the line has a header that is not closed or that contains "="
+    bool swallows_setting = false;     // the line sets nothing, and a header in it contains "="
     bool glued = false;                // no blank separates the value from the text after it
     std::string rest;                  // text after the value; starts with #, ; or a carriage return
 };

@@ -37,7 +37,8 @@ public:
     //  Stores the settings of a file with these bytes, as the service does.
     void load(std::string_view bytes, CRunCls& run);
 
-    //  Returns true if memory or a file name was not available for a text; then the results are invalid.
+    //  Returns true if a text could not be stored in memory, or could not be opened under its name in /proc; then the
+    //  results are invalid.
     bool failed() const { return failed_; }
 
 private:

@@ -35,7 +35,7 @@ struct Finding {
 class CReport {
 public:
     std::string file;                // file name, as on the command line
-    std::vector<std::string> table;  // the nine settings; empty if the file was not read
+    std::vector<std::string> table;  // the nine settings; empty if the file was not read or is UTF-16
     std::vector<std::string> words;  // sentences about what the service does with the settings
     std::vector<Finding> findings;
 

@@ -14,10 +14,10 @@ std::string printable(std::string_view text);
 //  results.
 std::string quoted(std::string_view text);
 
-//  Returns url with possible secrets replaced by ***. These are: everything between "://" and the last "@" of the whole
-//  url, unless a "/" follows "://"; in the query, each option without "=" and the value of each unknown option. Known
-//  options are those of the log url and of the open client library. Their values are shown if they consist of words,
-//  numbers or lists of these.
+//  Returns url with possible secrets replaced by ***. These are: everything between "://", or else the start of the
+//  url, and the last "@" of the whole url, unless a "/" follows "://"; in the query, each option without "=" and the
+//  value of each unknown option. Known options are those of the log url and of the open client library. Their values
+//  are shown if they consist of words, numbers or lists of these.
 std::string withoutSecrets(const std::string& url);
 
 }  // namespace check
