@@ -8,12 +8,13 @@
 //                                                             ^            |                       rdb_destory
 //                                                             +------------+  the library reconnects
 //
-//  Guarantees: after event 60001, calls can succeed. Every call that waits has a time limit. rdb_disconnect and
-//  rdb_destory may be called in a signal handler, even one that interrupts another call of the library.
+//  Guarantees: after event 60001, calls can succeed. A call waits for the server only for a limited time.
+//  rdb_disconnect and rdb_destory may be called in a signal handler, even one that interrupts another call of the
+//  library.
 //
-//  Threads: the library may call callbacks on its own threads, in parallel with the caller's calls. When rdb_disconnect
-//  returns, a callback that was being delivered may still run, but no other one starts. The object that user points to
-//  must outlive that callback.
+//  Threads: the library may call callbacks on its own threads, in parallel with the caller's calls; it may also deliver
+//  an event inside a call. When rdb_disconnect returns, a callback whose delivery has already started may still begin
+//  or run. Later, no further callback is delivered. The object that user points to must outlive these callbacks.
 //
 //  Ownership: the library copies the texts and records passed to it. The caller may free its data when the call
 //  returns.
@@ -105,11 +106,12 @@ int rdb_setmessagenotify(int handle, RdbMessageNotify callback, void* user);
 int rdb_connectex(int handle, const char* url, const char* user, const char* password, int reserved);
 
 //  Passes a request text of length bytes to the library. Returns 0 when the request was accepted; then callback
-//  receives the reply later. Any other result is an error code, and callback is never called.
+//  receives the reply, unless the handle is closed before. Any other result is an error code, and callback is not
+//  called.
 int rdb_callmsg(int handle, const char* text, std::int32_t length, RdbReply callback, void* user);
 
-//  Looks up the tag tag->name and fills in the rest of the record. Returns 0, or an error code, also if the tag does
-//  not exist.
+//  Looks up the tag tag->name and stores its definition in the record. Returns 0, or an error code, for example if the
+//  tag does not exist.
 int rdb_tagget(int handle, RdbTag* tag);
 
 //  Creates or replaces the tag that *tag defines. mode must be RDB_TAGINPORT_MODE. *result receives

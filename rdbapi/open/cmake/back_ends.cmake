@@ -41,8 +41,8 @@ endfunction()
 
 #  addrpubd_self_contained(TARGET)
 #
-#  Links the C++ run-time libraries statically into the shared object TARGET and hides their symbols, so that the
-#  program and each module have separate copies.
+#  Links the C++ run-time libraries statically into the shared object TARGET, so that the program and each module have
+#  separate copies. In a sanitizer build, the shared object uses the program's copies instead.
 function(addrpubd_self_contained target)
     set_target_properties(${target} PROPERTIES LIBRARY_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR})
     if(ADDRPUBD_SANITIZE)

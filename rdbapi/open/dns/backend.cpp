@@ -102,7 +102,8 @@ Status DnsBackend::open(const Waiter& waiter) {
     });
 }
 
-//  Calls attempt with a new connection to each address of the server in turn, until one is the right server.
+//  Calls attempt with a new connection to each address of the server in turn, until the member failover of a status is
+//  false.
 Status DnsBackend::atServer(TsigKey key, std::chrono::milliseconds until, const Attempt& attempt) {
     DnsExchange exchange(*waiter_, std::move(key));
     return addresses_.tryEach(
@@ -167,8 +168,8 @@ Status DnsBackend::sendUpdate(DnsExchange& exchange, const DnsBytes& message, co
     return rcode == rcodeNoError ? Status{} : refusedWith(rcode);
 }
 
-//  Returns the failure with the name that is an alias. The answer YXRRSET does not contain this name, so each name is
-//  checked.
+//  Returns a failure whose reason contains the name that is an alias. The answer YXRRSET does not contain this name, so
+//  each name is checked. If no alias is found, the reason contains only the meaning of YXRRSET.
 Status DnsBackend::findAlias(DnsExchange& exchange, const std::vector<RecordSet>& sets,
                              std::chrono::milliseconds until) const {
     for (const std::string& owner : ownersOfRecords(sets))
@@ -195,9 +196,9 @@ Status DnsBackend::checkSet(DnsExchange& exchange, const RecordSet& set, std::ch
     return set.records.empty() ? checkAbsence(exchange, set, until) : Status{errorNotHeld, {}};
 }
 
-//  Returns errorServerRefused if the zone itself has an alias at owner, else errorNotHeld. An alias that the server
-//  synthesises from a wildcard looks the same in an answer (RFC 4592), but does not prevent records. Therefore this
-//  uses the prerequisite of an update, which the server tests against the zone itself.
+//  Returns errorServerRefused if the zone itself has an alias at owner, else errorNotHeld or the failure of the
+//  exchange. An alias that the server synthesises from a wildcard looks the same in an answer (RFC 4592), but does not
+//  prevent records. Therefore this uses the prerequisite of an update, which the server tests against the zone itself.
 Status DnsBackend::checkAlias(DnsExchange& exchange, const std::string& owner, std::chrono::milliseconds until) const {
     const Answer answer = exchange.ask(absenceMessage(newId(), zone_.zone, owner, typeCname), exchangeEnd(until));
     if (!answer.ok())

@@ -1,7 +1,7 @@
 //  The back end dns://SERVER[:PORT]/ZONE: records of this host in a zone of a DNS server, changed by signed updates
 //  (RFC 2136, RFC 8945) over TCP. zone_url.h has the options, records.h the records.
 //
-//  Each operation opens a new connection and closes it at its end, so an idle back end has no connection.
+//  Each operation opens new connections and closes them at the latest at its end, so an idle back end has none.
 #ifndef RDBAPI_OPEN_DNS_BACKEND_H
 #define RDBAPI_OPEN_DNS_BACKEND_H
 

@@ -1,5 +1,5 @@
 //  Finds the positions of a message's records without parsing their data. Suitable for messages that are not verified
-//  yet: it reads each byte at most once, follows no compression pointer and allocates no memory.
+//  yet: it goes through the message once, follows no compression pointer and allocates no memory.
 //
 //      | header | questions | answers | authority | additional ... | signature |
 //                                                                              ^ must be the end of the message

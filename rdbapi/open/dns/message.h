@@ -10,8 +10,8 @@
 //
 //  Owner names are compressed (RFC 1035 section 4.1.4); names in the data of a record are not.
 //
-//  tsig.h signs the messages. ldns (1.8.3) is used only to parse answers, names and base64. It is not used to write
-//  messages, because it aborts the process by an assertion if a message is longer than 65535 bytes.
+//  tsig.h signs the messages. ldns (1.8.3) is used to parse answers, names and base64, and to compare names. It is not
+//  used to write messages, because it aborts the process by an assertion if a message is longer than 65535 bytes.
 #ifndef RDBAPI_OPEN_DNS_MESSAGE_H
 #define RDBAPI_OPEN_DNS_MESSAGE_H
 

@@ -7,9 +7,8 @@
 //                                                  2 .  port=P2 ipv6hint=...
 //      _P._https.NAME    HTTPS  for each port P except 443:  1 NAME ipv6hint=...
 //
-//  A set without records must not exist in the zone. If the request has no address, all sets are empty. At
-//  _P._https.NAME the target is NAME, because "." would mean _P._https.NAME itself, which has no address (RFC 9460
-//  sections 2.3, 2.5).
+//  A set without records must not exist in the zone. If no address is published, all sets are empty. At _P._https.NAME
+//  the target is NAME, because "." would mean _P._https.NAME itself, which has no address (RFC 9460 sections 2.3, 2.5).
 #ifndef RDBAPI_OPEN_DNS_RECORDS_H
 #define RDBAPI_OPEN_DNS_RECORDS_H
 

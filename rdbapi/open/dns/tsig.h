@@ -2,11 +2,12 @@
 //
 //  Results of verifying an answer:
 //
-//      ok                    the answer is authentic: signed with the key, for this request, in time, without an error
+//      ok                    the answer is authentic: signed with the key, for this request, in time; its signature
+//                            reports no error
 //      errorServerRefused    the server does not accept the request's signature; the reason describes its error code.
 //                            An unsigned answer is a refusal only if the code is BADKEY or BADSIG (RFC 8945 section
 //                            5.3.2), because a server without the key cannot sign
-//      errorBackendFailed    any other answer; its contents are ignored
+//      errorBackendFailed    any other answer; its records are ignored
 //
 //  The records of an answer are parsed only after its signature has been verified.
 //
@@ -54,8 +55,9 @@ std::size_t signatureLength(const TsigKey& key);
 //  Signs message, which must have no signature. now: the time of signing, in s since 1970-01-01 UTC.
 Result<SignedRequest> signRequest(DnsBytes message, const TsigKey& key, std::int64_t now);
 
-//  A verified answer, or a failure. A failure has failover set if the answer's code is isWrongServer. This also applies
-//  to an answer that is not authentic, because trying another address is harmless.
+//  A verified answer, or a failure. The member failover of a failure is true if the answer's header belongs to the
+//  request and its code is isWrongServer. This also applies to an answer that is not authentic, because trying another
+//  address is harmless.
 using Answer = Result<Packet>;
 
 //  Verifies message as the answer to request. now: s since 1970-01-01 UTC.

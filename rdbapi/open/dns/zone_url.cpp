@@ -12,7 +12,7 @@ constexpr std::uint16_t dnsPort = 53;
 constexpr std::uint32_t maxTtl = 2147483647;
 constexpr std::uint32_t maxCheckInterval = 86400;  // s
 
-//  Each of the following functions stores the value of one option, or fails with a description of valid values.
+//  Each of the following functions stores the value of one option, or fails if the value is not valid.
 Status takeTtl(const std::string& value, DnsZone& zone) {
     const auto seconds = parseNumber(value, maxTtl);
     if (!seconds)

@@ -10,14 +10,15 @@
 //                             |
 //                             +--a request returns errorServerRefused--> stays open; the request is retried
 //
-//  The worker keeps the desired state of the server and retries each request until it succeeds, so a back end may get
-//  the same request several times. A back end does not keep requests; after a failure it may only remember what it
+//  The worker keeps the desired state of the server and retries each request that may succeed later, so a back end may
+//  get the same request several times. A back end does not keep requests; after a failure it may only remember what it
 //  needs to detect later that the failed request took effect.
 //
-//  Every request ends with a Status (engine/status.h): errorBackendFailed, errorServerRefused, or a final code. Only
-//  these two codes and errorBadRequest come with a reason.
+//  Every request ends with a Status (engine/status.h): errorNone, errorBackendFailed, errorServerRefused, or another
+//  code. Of these, only errorBackendFailed, errorServerRefused and errorBadRequest come with a reason.
 //
-//  Threads: tags() and updates() may be called on any thread, all other functions only on the worker's thread.
+//  Threads: tags() and updates() may be called on any thread. label() is called before the worker's thread starts, the
+//  destructor after it has ended; all other functions are called only on the worker's thread.
 #ifndef RDBAPI_OPEN_ENGINE_BACKEND_H
 #define RDBAPI_OPEN_ENGINE_BACKEND_H
 
@@ -41,17 +42,18 @@ struct Credentials {
 //  Serves requests for tags. Requires: names are NUL-terminated and value lengths are in range.
 class TagBackend {
 public:
-    //  Looks up tag.name and fills in the other members. Fails with errorNoSuchTag when the tag does not exist.
+    //  Looks up tag.name and stores its definition in tag. Fails with errorNoSuchTag when the tag does not exist.
     virtual Status get(RdbTag& tag) = 0;
 
     //  Creates a tag, or replaces its definition.
     virtual Status import(const RdbTag& tag) = 0;
 
-    //  Stores either all values or none. Fails with errorNoSuchTag or errorTagNotUsable.
+    //  Stores either all values or none; after errorBackendFailed, either is possible. Fails with errorNoSuchTag or
+    //  errorTagNotUsable if a tag does not exist or has another class.
     virtual Status put(std::span<const RdbSnapshot> records) = 0;
 
     //  Compares the server's value with this one. Fails with errorNotHeld if the server has another value or none.
-    //  Called after each open and at each check.
+    //  Called at each check, and after each open, for values that are not pending.
     virtual Status checkValue(const RdbSnapshot&) { return {}; }
 
 protected:
@@ -61,7 +63,7 @@ protected:
 //  Serves update requests, which are texts.
 class UpdateBackend {
 public:
-    //  Carries out one request. Stores the text of the reply in reply, even after a failure.
+    //  Carries out one request. Stores the text of the reply in reply, even if the request fails.
     virtual Status apply(std::string_view request, std::string& reply) = 0;
 
     //  Returns the reply for a request that is not carried out; code says why.
@@ -88,18 +90,19 @@ public:
     //  Returns the name used in syslog lines; it contains neither user nor password.
     virtual std::string label() const = 0;
 
-    //  Connects to the server. All waits of this and of later operations use waiter, which outlives the back end's last
-    //  close. Succeeds only when requests can succeed from now on.
+    //  Connects to the server. All waits for sockets, in this and later operations, use waiter, which outlives the back
+    //  end's last close. Success means that requests can be expected to succeed from now on.
     virtual Status open(const Waiter& waiter) = 0;
 
-    //  Closes the connection and frees its resources. Also called when open failed or was never called.
+    //  Closes the connection and frees its resources. May also be called when open failed or was never called.
     virtual void close() noexcept = 0;
 
     //  Returns a descriptor that becomes readable when the server closes the connection, or -1. While no request is
     //  served, the worker watches it; when it becomes readable, the worker calls probe and the checks.
     virtual int watchedDescriptor() const noexcept { return -1; }
 
-    //  Returns how long after the last exchange the worker calls probe and the checks. Zero means never.
+    //  Returns how long after the last exchange the worker calls probe and the checks, while nothing is pending. Zero:
+    //  no time causes a check.
     virtual std::chrono::milliseconds checkInterval() const noexcept { return {}; }
 
     //  Returns whether a call may interrupt probe and the checks. If so, each wait of a check returns callWaits once a
@@ -111,7 +114,7 @@ public:
     virtual Status probe() { return {}; }
 };
 
-//  A new back end that is not open yet, or the failure to create it: errorBadUrl or errorNoResources.
+//  A new back end that is not open yet, or the failure to create it.
 using BackendResult = Result<std::unique_ptr<Backend>>;
 
 }  // namespace rdbopen

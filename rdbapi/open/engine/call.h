@@ -1,5 +1,5 @@
-//  One request that a caller passes to the worker. A call owns copies of all its data, so neither thread accesses the
-//  other's memory.
+//  One request that a caller passes to the worker. A call owns copies of all its data, so the worker does not access
+//  data of the caller.
 //
 //      WaitingCall: caller waits ------- worker: run, finish ------> caller copies the result
 //                        \---- time limit: caller returns, the call is abandoned. If it has not run yet, the worker
@@ -30,8 +30,8 @@ public:
     //  Returns whether the caller has stopped waiting for the result.
     virtual bool abandoned() { return false; }
 
-    //  Returns whether the caller cannot continue until this call succeeds. If it fails, the worker ends the
-    //  connection.
+    //  Returns whether the caller cannot continue until this call succeeds. If it fails, is refused or times out, the
+    //  worker ends the connection.
     virtual bool required() const { return false; }
 
     //  Returns whether backend has the interface that the call needs.

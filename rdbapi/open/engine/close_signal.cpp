@@ -12,7 +12,7 @@ namespace rdbopen {
 
 namespace {
 
-//  Pause after a failed poll, which can fail only for lack of memory. Without it the callers' loops would use all CPU
+//  Pause after a failed poll, which fails mainly for lack of memory. Without it the callers' loops would use all CPU
 //  time.
 constexpr std::chrono::milliseconds failedPollPause{1000};
 

@@ -6,8 +6,8 @@ namespace rdbopen {
 
 namespace {
 
-//  Returns whether the same request may succeed later. Every other failure is caused by the request itself: a retry
-//  would always fail and delay the requests after it.
+//  Returns whether the same request may succeed later. Other failures of a back end are caused by the request itself:
+//  each retry would fail, too, and delay the requests after it.
 bool isRetryable(int code) {
     return code == errorBackendFailed || code == errorServerRefused || code == errorTimedOut ||
            code == errorNotConnected || code == errorNoSuchTag || code == errorTagNotUsable;
@@ -106,8 +106,8 @@ Status DesiredState::importTag(Backend& backend, Entry& entry) {
     return status;
 }
 
-//  A server that lost its data has lost the tag, too, so the tag is imported again. If its definition is not known
-//  here, the value is no longer pending: the user of the handle has to create the tag.
+//  If the tag is missing, the server has probably lost its data, so the tag is imported again. If its definition is not
+//  known here, the value is no longer pending: the user of the handle has to create the tag.
 Status DesiredState::putValue(Backend& backend, Entry& entry) {
     Status status = backend.tags()->put({&*entry.value, 1});
     const bool tagMissing = status.code == errorNoSuchTag || status.code == errorTagNotUsable;

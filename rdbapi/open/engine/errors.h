@@ -12,7 +12,7 @@ enum Error : int {
     errorBadArgument = 1002,        // null, out of range, or a text without a terminating NUL
     errorBadUrl = 1003,             // malformed; the reason is in syslog
     errorUnknownScheme = 1004,      // no back end has the url's scheme
-    errorNotConnected = 1005,       // called before event 60001 or after event 60003
+    errorNotConnected = 1005,       // not connected, or the connection was lost before the request was served
     errorAlreadyConnecting = 1006,  // rdb_connectex or rdb_setmessagenotify after a successful rdb_connectex
     errorClosed = 1007,             // rdb_disconnect was called for the handle
     errorTimedOut = 1008,           // the call's limit of 3 s expired; the request may still be carried out
@@ -23,7 +23,7 @@ enum Error : int {
     errorBadRequest = 1013,         // in a reply only: the request is invalid; the reason is in syslog
     errorBackendFailed = 1014,      // the back end failed and is opened again; the reason is in syslog
     errorNoResources = 1015,        // no memory or no thread
-    errorInCallback = 1016,         // a call that waits, made in a callback of the same handle: it would never return
+    errorInCallback = 1016,         // a call that waits, made by a callback on the worker's thread: it would time out
     errorServerRefused = 1017,      // the server refused the request, which is retried; the reason is in syslog
     errorNotHeld = 1018,            // never returned to callers: the server has lost data that it had accepted
     errorPreempted = 1019,          // never returned to callers: a check was interrupted, because a call waits

@@ -1,5 +1,5 @@
 //  Logs the failures of one back end to syslog. Each reason is logged once until the back end recovers, even if it
-//  occurs again after other reasons. Otherwise a worker that retries for a week would fill the log.
+//  occurs again after up to 15 other reasons. Otherwise a worker that retries for a week would fill the log.
 //
 //  Threads: one thread at a time.
 #ifndef RDBAPI_OPEN_ENGINE_REASON_LOG_H
@@ -16,7 +16,8 @@ public:
     static constexpr std::size_t capacity = 16;
 
     //  Logs reason for the back end named label, unless it was logged before. Two reasons that differ only in a number
-    //  of seconds are the same reason. If the line cannot be sent or memory is exhausted, the next failure logs it.
+    //  of seconds are the same reason. If the line cannot be sent or memory is exhausted, the next failure with this
+    //  reason logs it.
     void fail(const std::string& label, const std::string& reason) noexcept;
 
     //  Reports that the back end works again when it has reported a reason, and clears the reasons.

@@ -1,5 +1,5 @@
-//  Writes to syslog, facility daemon, with the program's name as ident. The library writes no other log and nothing to
-//  the standard file descriptors. Bytes that are control characters or invalid UTF-8 are written as \xNN.
+//  Writes to syslog, facility daemon, with the program's name as ident. The library itself writes no other log and
+//  nothing to the standard file descriptors. Bytes that are control characters or invalid UTF-8 are written as \xNN.
 //
 //      <27>Nov 22 02:48:53 addrpubd: rdbapi: SUBJECT: TEXT
 //       |   local time     |

@@ -34,12 +34,12 @@ inline constexpr std::chrono::milliseconds backoffMaxBase{48000};  // without th
 //  Requires: failures >= 1.
 std::chrono::milliseconds backoffDelay(unsigned failures, std::uint32_t random) noexcept;
 
-//  A connection that lasts this long resets the count of losses.
+//  After a connection that lasts this long, the count of losses starts again at 1.
 inline constexpr std::chrono::milliseconds steadyTime{60000};
 
 //  The minimum pause after a failed request for a tag, to which the first back-off is added. It is longer than the 10 s
-//  between two publish cycles of the service, so one cycle finds the connection lost and continues with its DNS step.
-//  While a database is connected and does not have the tag, the service never reaches this step.
+//  between two publish cycles of the service, so at least one cycle finds the connection lost and continues with its
+//  DNS step. While a database is connected and does not have the tag, the service never reaches this step.
 inline constexpr std::chrono::milliseconds awayTime{11000};
 
 class RetrySchedule {

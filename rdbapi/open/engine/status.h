@@ -1,4 +1,4 @@
-//  The result of an operation. All parts of this library report failures only in this form.
+//  The result of an operation. This library reports failures in this form, with the exceptions below.
 //
 //      Status       ok, or the code and the reason of the failure
 //      Result<T>    a value, or the Status of the failure
@@ -8,7 +8,8 @@
 //
 //  Three results are not failures: false from a predicate; an empty std::optional or null from a search that finds
 //  nothing; and an empty std::optional from a parser of numbers. The caller may turn them into a failure. Functions
-//  whose result is returned unchanged to the caller of the library return only the code.
+//  whose result is returned unchanged to the caller of the library return only the code; a few functions of the engine,
+//  such as those of report.h, return false.
 //
 //  Threads: one thread at a time per object, like std::string.
 #ifndef RDBAPI_OPEN_ENGINE_STATUS_H
@@ -25,10 +26,10 @@
 
 namespace rdbopen {
 
-//  A request that a back end carries out ends in one of three ways:
+//  A request that a back end carries out succeeds, or ends in one of three ways:
 //      errorBackendFailed    the back end has to be opened again
 //      errorServerRefused    the server refused the request; the back end stays open
-//      any other code        final; the back end stays open
+//      any other code        the back end stays open; only the codes in desired_state.cpp, isRetryable, are retried
 struct [[nodiscard]] Status {
     int code = errorNone;
     std::string reason{};   // for the operator; contains no user and no password; may be empty

@@ -133,9 +133,9 @@ void* Worker::threadMain(void* self) {
 }
 
 //  After a session the order matters. First new calls are rejected and the queued calls get their answers, then event
-//  60003 is sent, so that no answer follows the event. close is last because it may take long: SQLite writes its log
-//  into the database file. If the user of the handle closed it, the end of the session is not a failure and is not
-//  logged.
+//  60003 is sent, so that no answer follows the event. (If a caller of a request for a tag has timed out, its thread
+//  has already sent the event.) close is last because it may take long: SQLite writes its log into the database file.
+//  If the user of the handle closed it, the end of the session is not a failure and is not logged.
 void Worker::run() noexcept {
     while (!signal_.closed()) {
         const Status end = guarded([this] { return session(); });
@@ -159,7 +159,8 @@ Status Worker::session() {
     reportConnection();
     for (;;) {
         //  Returns free memory to the system, because the next work may be minutes away. free(3) alone does not: the
-        //  service has set its limit to 1 MB, and it never releases free memory between used blocks.
+        //  service lets it keep 1 MB of free memory at the top of the heap, and it does not release free memory between
+        //  used blocks.
         malloc_trim(0);
         std::shared_ptr<Call> call;
         Status status;

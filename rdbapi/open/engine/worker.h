@@ -4,10 +4,10 @@
 //      idle --start--> opening --ok: 60001--> serving --failed: 60003--> back-off --> opening ...
 //                         \--failed--> back-off --> opening ...           any of them --handle closed--> ended
 //
-//  Calls are accepted only between the events 60001 and 60003. The worker itself retries pending data of the desired
-//  state (desired_state.h): after a failure it does so before 60001, so that a connection that fails at its first
-//  request causes no event; while connected it retries what the server has refused. RetrySchedule (retry_schedule.h)
-//  computes the times.
+//  Calls are accepted while connected: from immediately before event 60001 until immediately before event 60003. The
+//  worker itself retries pending data of the desired state (desired_state.h): after a failure it does so before 60001,
+//  so that a connection that fails at its first request causes no event; while connected it retries what the server has
+//  refused. RetrySchedule (retry_schedule.h) computes the times.
 //
 //  The service needs its tag: while it is connected without the tag, it does nothing else. Therefore a request for a
 //  tag (Call::required) ends the connection if it is refused, fails or gets no answer within callLimit:
@@ -17,13 +17,13 @@
 //      (3) At least awayTime passes before the next 60001, even if the request could succeed earlier.
 //  If any other request is refused, for example a put, the connection stays open.
 //
-//  Each reason of a failure is logged once until the server recovers (reason_log.h), not at each attempt. Recovery is
+//  A reason of a failure is not logged at each attempt, but once until the server recovers (reason_log.h). Recovery is
 //  logged when a request has succeeded, nothing is pending and the last check was not refused. After a refused check,
 //  each success is followed by another check. The result of a check that a call interrupted is ignored. The reason of
 //  errorBadRequest is logged once until a call succeeds.
 //
-//  An event or reply is delivered only if the handle is not closed at that moment. So, when rdb_disconnect returns, at
-//  most one callback may still begin or run: the one whose delivery the worker had already started.
+//  An event or reply is delivered only if the handle is not closed at that moment. So, when rdb_disconnect returns, a
+//  callback may still begin or run if its delivery has already started.
 //
 //  Threads: the public operations may be called on any thread. The worker's thread blocks all signals.
 #ifndef RDBAPI_OPEN_ENGINE_WORKER_H

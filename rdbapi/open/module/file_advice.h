@@ -6,8 +6,8 @@
 
 namespace rdbopen {
 
-//  Adds a warning if a folder of the path allows other users to create files: they could replace the file by a symbolic
-//  link or by another file.
+//  Adds a warning if a folder of the path is sticky and all users may write to it, such as /tmp: before the service
+//  creates the file, another user could create a file or a symbolic link of this name.
 void adviseOnFile(const UrlUse& use, std::vector<Advice>& advice);
 
 }  // namespace rdbopen

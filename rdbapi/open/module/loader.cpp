@@ -49,7 +49,7 @@ bool isOfThisVersion(const Module& module) {
            std::string_view(module.version) == RDBAPI_VERSION;
 }
 
-//  Says whether line of /proc/PID/maps, "START-END MODE ...", is the mapping of address.
+//  Returns whether line of /proc/PID/maps, "START-END MODE ...", is the mapping of address.
 bool holds(std::string_view line, std::uintptr_t address) {
     std::uintptr_t start = 0;
     std::uintptr_t end = 0;

@@ -2,8 +2,8 @@
 //  that cannot be reached, and an address whose answer shows that it is the wrong server.
 //
 //      lookUp:      | the last address that was the right server | the others, in the resolver's order |
-//      tryEach:     tries all addresses, starting with the first
-//      tryOthers:   tries all addresses except the last one tried
+//      tryEach:     tries the addresses in this order
+//      tryOthers:   tries the others in this order, without the address that was tried last
 //
 //  Threads: one thread at a time.
 #ifndef RDBAPI_OPEN_NET_SERVER_ADDRESSES_H
@@ -31,14 +31,14 @@ public:
     //  it. Its duration is added to until.
     Status lookUp(const Server& server, std::chrono::milliseconds& until);
 
-    //  Tries the addresses in turn; each gets an equal share of the remaining time. Returns the first status without
-    //  failover. If there is none, returns the last answer of a server, or else the reason why no server could be
-    //  reached. Requires: lookUp has succeeded.
+    //  Tries the addresses in turn; each gets an equal share of the remaining time. Returns the first status of attempt
+    //  whose member failover is false. If there is no such status, or if waiter is cancelled, returns the last status
+    //  of attempt or, if no server could be reached, the reason of the last failure. Requires: lookUp has succeeded.
     Status tryEach(const Waiter& waiter, std::chrono::milliseconds until, const Connect& connect,
                    const Attempt& attempt);
 
     //  Like tryEach, for all addresses except the current one: a later request on its connection has returned status,
-    //  which has failover set. Returns status if no other server answers.
+    //  which has failover set. Returns status if no other address can be reached.
     Status tryOthers(Status status, const Waiter& waiter, std::chrono::milliseconds until, const Connect& connect,
                      const Attempt& attempt);
 
@@ -56,7 +56,7 @@ private:
 
     std::vector<ServerAddress> addresses_;
     std::size_t current_ = 0;  // index of the address that was tried last
-    ServerAddress right_{};    // the last address that was the right server; length 0 if none
+    ServerAddress right_{};    // the last address that served an attempt; length 0 if none
 };
 
 }  // namespace rdbopen

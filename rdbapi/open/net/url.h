@@ -34,7 +34,8 @@ struct Url {
     std::vector<UrlOption> options;  // in order; names and values are decoded and have no zero byte
 };
 
-//  Returns the failure for a malformed url: errorBadUrl. Requires: fault contains no part of the url except its scheme.
+//  Returns the failure for a malformed url: errorBadUrl. Requires: fault contains no part of the url except its scheme
+//  and known words.
 inline Status malformedUrl(std::string fault) {
     return failedTo("malformed url", {errorBadUrl, std::move(fault)});
 }
@@ -56,8 +57,8 @@ std::string serverText(const Server& server);
 //  Returns the path of a url of the form SCHEME:///PATH. Fails with malformedUrl for any other url.
 Result<std::string> filePathOf(const Url& url);
 
-//  Returns the decimal number in text. Returns nothing if the number is greater than max, or if text contains anything
-//  except digits.
+//  Returns the decimal number in text. Returns nothing if the number is greater than max, or if text is empty or
+//  contains anything except digits.
 std::optional<std::uint32_t> parseNumber(std::string_view text, std::uint32_t max);
 
 }  // namespace rdbopen

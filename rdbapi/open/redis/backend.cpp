@@ -132,8 +132,8 @@ Status RedisBackend::atServer(const Request& request) {
 }
 
 //  Repeats request at the other addresses. Does not resolve the name again, because that may take longer than the time
-//  limit of a request. If no address is the right server, returns errorBackendFailed, so that the worker opens the back
-//  end again.
+//  limit of a request. If the member failover of each status is true, returns errorBackendFailed, so that the worker
+//  opens the back end again.
 Status RedisBackend::atOthers(Status status, const Request& request) {
     const Result<std::string> password = readSecret(settings_.credentials.password);
     if (!password.ok())
@@ -150,8 +150,8 @@ Status RedisBackend::atOthers(Status status, const Request& request) {
 }
 
 //  A server without a password accepts any password for the user "default". Servers before Redis 6 have no users and
-//  possibly no password; the url's user is then "default", too. Answers are not quoted, because they may contain the
-//  password.
+//  possibly no password; the configured user is then "default", too. Answers are not quoted, because they may contain
+//  the password.
 Status RedisBackend::logIn(const std::string& password) {
     const std::string& user = settings_.credentials.user;
     connection_.conceal({user, password});
@@ -229,7 +229,7 @@ Status RedisBackend::put(std::span<const RdbSnapshot> records) {
     return status;
 }
 
-//  Returns whether the server has all records with the time of the unanswered put.
+//  Returns whether the server has every one of records, each stored at the time unansweredPut_.
 bool RedisBackend::holdsAll(std::span<const RdbSnapshot> records, const ServerState& state) const {
     for (std::size_t i = 0; i < records.size(); ++i) {
         const auto& value = state.held[i].value;

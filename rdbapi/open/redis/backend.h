@@ -1,5 +1,5 @@
 //  The back end redis://HOST[:PORT][/DB][?expire=SECONDS]: an rdb server in a Redis server. Tags, their current values
-//  and their history are keys of its database DB (objects.h); each call is one transaction.
+//  and their history are keys of its database DB (objects.h); each call that writes is one transaction.
 #ifndef RDBAPI_OPEN_REDIS_BACKEND_H
 #define RDBAPI_OPEN_REDIS_BACKEND_H
 

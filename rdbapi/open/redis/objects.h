@@ -49,7 +49,7 @@ struct RedisHeld {
 //  errorServerRefused.
 Status refusedByRedis(std::string_view command, const RedisReply& answer);
 
-//  Returns the status for an answer that this command never has.
+//  Returns the status for an answer that is not valid for this command.
 Status notUnderstood(std::string_view command);
 
 //  Reads the answer to TIME: ms since 1970-01-01 UTC.

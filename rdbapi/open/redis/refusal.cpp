@@ -23,10 +23,11 @@ struct Meaning {
 constexpr std::string_view endings[] = {"NOAUTH", "READONLY", "MASTERDOWN"};
 
 //  Prefixes of answers of a wrong server. Another address of the name may be the primary, or may have finished loading
-//  its data. All other errors would be the same at each address.
+//  its data. Other errors are assumed to be the same at each address.
 constexpr std::string_view wrongServers[] = {"READONLY", "MASTERDOWN", "LOADING"};
 
-//  The error answers of Redis 7. Only their prefixes are compared, because the rest differs between versions.
+//  Error answers of Redis 7 that have a text of their own. Only their prefixes are compared, because the rest differs
+//  between versions.
 constexpr Meaning meanings[] = {
     {"WRONGPASS", "user or password is wrong, or the user is switched off"},
     {"NOAUTH", "the connection is not logged in"},

@@ -9,7 +9,7 @@
 namespace rdbopen {
 
 //  Returns whether the error answer means that the connection cannot be used any more: its login is no longer valid, or
-//  the server has become a replica, so that the name will resolve to another server.
+//  the server has become a replica, so that the name may resolve to another server.
 bool redisEndsConnection(std::string_view answer);
 
 //  Returns whether the error answer means that another server may be able to execute the command.

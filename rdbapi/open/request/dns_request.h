@@ -26,7 +26,8 @@ struct DnsRequest {
     std::vector<std::uint16_t> httpsPorts;  // in the request's order, without duplicates; never 0
 };
 
-//  Parses text. Fails with errorBadRequest; even then request.seqno is set if the text has a valid number.
+//  Parses text. Fails with errorBadRequest; even then request.seqno is set if the text is a JSON object with a valid
+//  seqno.
 Status parseDnsRequest(std::string_view text, DnsRequest& request);
 
 //  Returns the text of a reply. An empty seqno is written as null.

@@ -15,7 +15,8 @@ namespace rdbopen {
 
 namespace {
 
-//  The same interval as in redis/backend.cpp. A check costs six calls of stat(2) and reads one row for each tag.
+//  The same interval as in redis/backend.cpp. A check costs about a dozen calls of stat(2) and reads one row for each
+//  value.
 constexpr std::chrono::milliseconds checkAfter{60000};
 
 //  Returns whether the log is empty. An empty log is not emptied again, because other services would see this as a
@@ -67,7 +68,7 @@ private:
     bool suspect_ = false;   // SQLite has reported damage; the file has not been checked since
 };
 
-//  Returns the failure that cause, the last result of SQLite, is for the operator.
+//  Returns cause with what before its reason. Requires: cause is the last result of SQLite.
 Status SqliteBackend::failed(const char* what, Status cause) {
     suspect_ = suspect_ || database_.lastResultIsDamage();
     return failedTo(what, std::move(cause));
@@ -119,8 +120,9 @@ Status SqliteBackend::openFile() {
     return checkpoint();
 }
 
-//  A normal close writes the log into the database file and then removes the log by its name. If the files were
-//  replaced, the log must not be written into another file, so the connection is closed without this step.
+//  A normal close of the last connection writes the log into the database file and then removes the log by its name. If
+//  the files were replaced, the log must not be written into another file, so the connection is closed without this
+//  step.
 void SqliteBackend::close() noexcept {
     try {
         static_cast<void>(examineFiles());  // the result is stored in changed_
@@ -165,7 +167,7 @@ Status SqliteBackend::prepareAll() {
     return {};
 }
 
-//  Commits a change, because only a commit detects a full or read-only disk; a lock does not.
+//  Commits a change, because taking a lock does not detect a full disk.
 Status SqliteBackend::writeTest() {
     Result<SqliteStatement> mark = database_.prepare("INSERT INTO service(one, opened_ms) VALUES(1, ?1) "
                                                      "ON CONFLICT(one) DO UPDATE SET opened_ms = excluded.opened_ms");
@@ -173,7 +175,8 @@ Status SqliteBackend::writeTest() {
 }
 
 //  SQLite does not notice if its file is removed, replaced or changed by another program: it continues to write to the
-//  old file, which nobody reads, or overwrites the other program's data. This function detects such changes.
+//  old file, which nobody reads, or overwrites the other program's data. This function detects such changes, with the
+//  exceptions in files.h.
 Status SqliteBackend::examineFiles() {
     if (!recorded_ || changed_)
         return {};

@@ -62,7 +62,7 @@ void SqliteDatabase::abandon() {
     close();
 }
 
-//  Ignores failures: data that remains in the log is committed, and the next call writes it into the file.
+//  Ignores failures: data that remains in the log is committed, and a later call writes it into the file.
 void SqliteDatabase::emptyLog() {
     sqlite3_busy_timeout(connection_.get(), 0);
     sqlite3_wal_checkpoint_v2(connection_.get(), nullptr, SQLITE_CHECKPOINT_TRUNCATE, nullptr, nullptr);

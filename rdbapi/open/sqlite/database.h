@@ -1,5 +1,5 @@
 //  One SQLite connection and its prepared statements, closed by their destructors. The reason of a failure is the error
-//  text of SQLite.
+//  text of SQLite, except that of readFirstBytes.
 //
 //  Threads: one thread at a time.
 #ifndef RDBAPI_OPEN_SQLITE_DATABASE_H
@@ -92,7 +92,7 @@ public:
     //  Returns the failure with SQLite's text for the last result.
     Status lastFailure() const;
 
-    //  Returns true if the last call failed because SQLite found the file damaged.
+    //  Returns true if the last call failed because SQLite found that the file is damaged or is not a database.
     bool lastResultIsDamage() const;
 
     //  Returns true if the open file no longer has the name under which it was opened.
