@@ -186,7 +186,7 @@ Status verifyHeader(View message, const SignedRequest& request) {
         return backendFailed("the answer is too short");
     const std::uint8_t flags = message[flagsAt];
     if ((flags & flagResponse) == 0 || (flags >> 3 & 0xf) != request.opcode)
-        return backendFailed("the answer is not one to the request");
+        return backendFailed("the message is not an answer to this kind of request");
     if (read16(message) != request.id)
         return backendFailed("the answer belongs to another request");
     return (flags & flagTruncated) != 0 ? backendFailed("the answer is cut short") : Status{};

@@ -16,14 +16,14 @@ constexpr std::uint32_t maxCheckInterval = 86400;  // s
 Status takeTtl(const std::string& value, DnsZone& zone) {
     const auto seconds = parseNumber(value, maxTtl);
     if (!seconds)
-        return malformedUrl("ttl is a number of seconds from 0 to 2147483647");
+        return malformedUrl("ttl is not a number of seconds from 0 to 2147483647");
     zone.ttl = *seconds;
     return {};
 }
 
 Status takeAlgorithm(const std::string& value, DnsZone& zone) {
     if (!isTsigAlgorithm(value))
-        return malformedUrl("algorithm is hmac-sha1, hmac-sha256, hmac-sha384 or hmac-sha512");
+        return malformedUrl("algorithm is not hmac-sha1, hmac-sha256, hmac-sha384 or hmac-sha512");
     zone.algorithm = value;
     return {};
 }
@@ -41,7 +41,7 @@ Status takeSkip(const std::string& value, DnsZone& zone) {
             std::find_if(std::begin(words), std::end(words),
                          [word = rest.substr(0, end)](const auto& known) { return known.word == word; });
         if (found == std::end(words) || zone.*found->flag)
-            return malformedUrl("skip is a list of ula, temporary and deprecated, each once");
+            return malformedUrl("skip is not a list of ula, temporary and deprecated, each at most once");
         zone.*found->flag = true;
         more = end < rest.size();
         rest.remove_prefix(more ? end + 1 : end);
@@ -52,7 +52,7 @@ Status takeSkip(const std::string& value, DnsZone& zone) {
 Status takeCheck(const std::string& value, DnsZone& zone) {
     const auto seconds = parseNumber(value, maxCheckInterval);
     if (!seconds)
-        return malformedUrl("check is a number of seconds from 0 to 86400");
+        return malformedUrl("check is not a number of seconds from 0 to 86400");
     zone.check = std::chrono::seconds(*seconds);
     return {};
 }
@@ -76,7 +76,7 @@ Status takeOptions(const Url& url, DnsZone& zone) {
         const auto* option = std::find_if(std::begin(options), std::end(options),
                                           [&given](const Option& known) { return known.name == given.name; });
         if (option == std::end(options))
-            return malformedUrl("the options are ttl, algorithm, skip and check");
+            return malformedUrl("it has an option other than ttl, algorithm, skip and check");
         bool& before = seen[option - std::begin(options)];
         if (before)
             return malformedUrl("the option " + std::string(option->name) + " is given twice");

@@ -59,7 +59,7 @@ Status LogBackend::apply(std::string_view text, std::string& reply) {
 
 BackendResult makeLogBackend(const Url& url, const Credentials&) {
     if (!url.authority.empty() || !url.path.empty() || !url.options.empty())
-        return malformedUrl("nothing follows log:");
+        return malformedUrl("text follows log:");
     return BackendResult(std::make_unique<LogBackend>());
 }
 

@@ -129,7 +129,7 @@ std::optional<std::uint32_t> parseNumber(std::string_view text, std::uint32_t ma
 Result<Server> parseServer(std::string_view authority, std::uint16_t defaultPort) {
     constexpr std::uint32_t maxPort = 65535;
     if (authority.find('@') != std::string_view::npos)
-        return malformedUrl("user and password have settings of their own and do not belong into the url");
+        return malformedUrl("the server part contains \"@\" (user and password have settings of their own)");
     const bool brackets = authority.starts_with('[');
     const std::size_t end = brackets ? authority.find(']') : std::min(authority.find(':'), authority.size());
     if (end == std::string_view::npos)
@@ -153,10 +153,10 @@ std::string serverText(const Server& server) {
 
 Result<std::string> filePathOf(const Url& url) {
     if (!url.options.empty())
-        return malformedUrl(url.scheme + " has no options (write ? as %3F in a path)");
+        return malformedUrl("it has options, but " + url.scheme + " has none (write ? as %3F in a path)");
     if (url.authority.empty() && url.path.size() > 1 && url.path.front() == '/' && url.path.back() != '/')
         return url.path;
-    return malformedUrl(url.scheme + " needs the absolute path of a file, as in " + url.scheme +
+    return malformedUrl("it is not " + url.scheme + ":// and the absolute path of a file, as in " + url.scheme +
                         ":///var/lib/addrpubd/file");
 }
 

@@ -389,7 +389,7 @@ Result<std::uint32_t> parseExpiry(const std::vector<UrlOption>& options) {
     std::uint32_t expire = 0;
     for (const UrlOption& option : options) {
         if (option.name != "expire")
-            return malformedUrl("expire=SECONDS is the only option");
+            return malformedUrl("it has an option other than expire");
         if (expire != 0)
             return malformedUrl("expire is given twice");
         expire = parseNumber(option.value, redisMaxExpiry).value_or(0);

@@ -224,8 +224,8 @@ TEST(TsigAnswer, AnAnswerWithAWrongHeaderFieldIsNeverAuthentic) {
     } rows[] = {
         {0, 0x01, "the answer belongs to another request"},
         {1, 0x80, "the answer belongs to another request"},
-        {2, 0x80, "the answer is not one to the request"},
-        {2, 0x28, "the answer is not one to the request"},
+        {2, 0x80, "the message is not an answer to this kind of request"},
+        {2, 0x28, "the message is not an answer to this kind of request"},
         {2, 0x02, "the answer is cut short"},
     };
     for (const auto& row : rows) {

@@ -46,16 +46,17 @@ TEST(DnsZoneUrl, TheZoneIsStoredInLowerCaseWithoutItsLastDot) {
 }
 
 TEST(DnsZoneUrl, AnInvalidUrlIsRefusedWithAReason) {
-    const std::string ttl = "malformed url: ttl is a number of seconds from 0 to 2147483647";
-    const std::string check = "malformed url: check is a number of seconds from 0 to 86400";
-    const std::string skip = "malformed url: skip is a list of ula, temporary and deprecated, each once";
-    const std::string algorithm = "malformed url: algorithm is hmac-sha1, hmac-sha256, hmac-sha384 or hmac-sha512";
-    const std::string options =
-        "malformed url: the options are ttl, algorithm, skip and check";  // the message does not quote the url
+    const std::string ttl = "malformed url: ttl is not a number of seconds from 0 to 2147483647";
+    const std::string check = "malformed url: check is not a number of seconds from 0 to 86400";
+    const std::string skip = "malformed url: skip is not a list of ula, temporary and deprecated, each at most once";
+    const std::string algorithm = "malformed url: algorithm is not hmac-sha1, hmac-sha256, hmac-sha384 or hmac-sha512";
+    //  The message does not quote the url.
+    const std::string options = "malformed url: it has an option other than ttl, algorithm, skip and check";
     const std::string zone = "malformed url: it names no zone, as in dns://SERVER/ZONE";
     const std::pair<std::string, std::string> rows[] = {
         {"dns:///z", "malformed url: it names no server"},
-        {"dns://k:p@s/z", "malformed url: user and password have settings of their own and do not belong into the url"},
+        {"dns://k:p@s/z",
+         "malformed url: the server part contains \"@\" (user and password have settings of their own)"},
         {"dns://s:0/z", "malformed url: the port of the server is not a number from 1 to 65535"},
         {"dns://s", zone},
         {"dns://s/", zone},
