@@ -26,8 +26,8 @@ int store_first_address(int family, const void* address, STRING& text) {
 //  least one address was stored, else -1. So it also returns -1 if the name resolves but both strings already have
 //  contents.
 //
-//  The resolver's list is deliberately not freed: a program resolves one name at its start, so only one small list is
-//  lost.
+//  The resolver's list is deliberately not freed: the service resolves at most one name, at its start, so only one
+//  small list is lost.
 template <class STRING>
 int get_ips_by_domain(const char* domain, STRING& ipv4, STRING& ipv6) {
     const addrinfo hints = {};

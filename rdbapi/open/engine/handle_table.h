@@ -49,7 +49,7 @@ private:
 };
 
 //  Returns a new handle, or -1 when all handles are in use or memory or file descriptors are exhausted. If all slots
-//  are occupied, but some handles are released, waits at most callLimit for one of their workers to end.
+//  are occupied, but some handles are released, waits at most callLimit until one of them can be reused.
 int createHandle();
 
 //  Implement rdb_disconnect and rdb_destory. Return errorNone or errorBadHandle.
@@ -64,7 +64,7 @@ public:
     PinnedHandle& operator=(const PinnedHandle&) = delete;
     ~PinnedHandle();
 
-    //  Returns null for a bad handle.
+    //  Returns null for a bad handle, and if the slot has the maximum number of pins.
     Worker* worker() const noexcept { return slot_ == nullptr ? nullptr : slot_->worker_; }
 
 private:

@@ -9,11 +9,11 @@
 //  so that a connection that fails at its first request causes no event; while connected it retries what the server has
 //  refused. RetrySchedule (retry_schedule.h) computes the times.
 //
-//  The service needs its tag: while it is connected without the tag, it does nothing else. Therefore a request for a
+//  The service needs its tag: while it is connected without the tag, it publishes nothing. Therefore a request for a
 //  tag (Call::required) ends the connection if it is refused, fails or gets no answer within callLimit:
-//      (1) Event 60003 follows at once. If an exchange with a silent server is in progress, it is cancelled.
+//      (1) Event 60003 follows at once. An exchange in progress is cancelled if it waits for a socket.
 //      (2) The worker repeats the request each time it has opened the back end. Event 60001 follows only after the
-//          request has succeeded within callLimit.
+//          request has succeeded within callLimit, or a lookup has shown that the tag does not exist.
 //      (3) At least awayTime passes before the next 60001, even if the request could succeed earlier.
 //  If any other request is refused, for example a put, the connection stays open.
 //

@@ -1,5 +1,5 @@
-//  Replaces the std::terminate handler in the client library and in each module. The default handler prints the name of
-//  the exception's type, and its code to decode the name adds 100 kB.
+//  Replaces the std::terminate handler in the client library and in each module, except in sanitizer builds. The
+//  default handler prints the name of the exception's type, and its code to decode the name adds 100 kB.
 #include <cstdlib>
 #include <exception>
 

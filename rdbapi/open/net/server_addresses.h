@@ -1,7 +1,8 @@
-//  The addresses of a server's name. A back end tries them in turn until it finds the right server. It skips an address
-//  that cannot be reached, and an address whose answer shows that it is the wrong server.
+//  The addresses of a server's name. A back end tries them in turn. It skips an address that cannot be reached, and a
+//  server that cannot serve the request although another one may, for example a read-only replica: the member failover
+//  of its status is true.
 //
-//      lookUp:      | the last address that was the right server | the others, in the resolver's order |
+//      lookUp:      | the last address that served an attempt | the others, in the resolver's order |
 //      tryEach:     tries the addresses in this order
 //      tryOthers:   tries the others in this order, without the address that was tried last
 //

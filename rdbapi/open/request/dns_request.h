@@ -22,7 +22,7 @@ namespace rdbopen {
 struct DnsRequest {
     std::optional<std::int64_t> seqno;      // empty if missing or invalid; set even if another member is invalid
     std::string name;                       // satisfies isDnsName (net/host_name.h)
-    std::vector<std::string> addresses;     // IPv4 before IPv6, in the request's order, without duplicates
+    std::vector<std::string> addresses;     // IPv4 before IPv6, in the request's order, without equal texts
     std::vector<std::uint16_t> httpsPorts;  // in the request's order, without duplicates; never 0
 };
 
