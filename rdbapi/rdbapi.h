@@ -68,7 +68,7 @@ static_assert(offsetof(RdbTag, reserved192) == 192);
 //      | name[80]      | time    | zero  |t | zero | len | value[1000]              |
 struct RdbSnapshot {
     char name[80];      // NUL-terminated, at most 79 characters
-    std::int64_t time;  // 0 when putting: the server uses its own time
+    std::int64_t time;  // 0 when putting: the value gets the time at which it is stored
     std::uint8_t reserved88[8];
     std::uint8_t valuetype;  // RDB_VALUE_TYPE_TEXT
     std::uint8_t reserved97[5];

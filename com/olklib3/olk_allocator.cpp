@@ -31,7 +31,7 @@ struct size_list {
     size_t prealloc;  // number of classes, from the first, whose first heap is created at once
 };
 
-//  Initialised at compile time, because the allocator is constructed before any initialiser of this file runs.
+//  Initialised at compile time, because the allocator is constructed before other initialisers of this file run.
 constexpr size_list size_lists[] = {
     {sizes_to_1424, 1048576, 3, UINT32_MAX, 3},
     {sizes_to_64k, 2097152, 3, UINT32_MAX, 0},

@@ -4,7 +4,7 @@
 //      [year/month/day local time in microseconds] [level name] text
 //      [...] [inf][tag] text                                               push with a tag
 //
-//  It writes nothing until open("stdout"). It cannot write to a file.
+//  It writes nothing until open("stdout"). It opens no file.
 //
 //  push flushes standard output; add does not. So a record of add may reach a pipe only when the C library's buffer is
 //  full, when other code flushes standard output, or when the process exits.

@@ -9,8 +9,8 @@
 //
 //  The program and the module use the same C++ types and the same malloc, so both must have the same project version,
 //  and either may free memory of the other. Other code is separate: a module has its own copy of net, files, request,
-//  engine/report and the C++ run time. Therefore no function of the descriptor or of a back end throws an exception
-//  (guarded_backend.h); it returns a failure as a Status or a Result.
+//  engine/report and the C++ run time. Therefore no exception leaves a function of the descriptor or of the back end
+//  that make returns (guarded_backend.h); failures are returned as a Status or a Result.
 //
 //  Threads: make and advise may be called on any thread.
 #ifndef RDBAPI_OPEN_MODULE_MODULE_H
