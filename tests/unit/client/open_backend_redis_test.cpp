@@ -76,6 +76,7 @@ TEST(RedisUrl, RefusesEverythingElseWithAReason) {
           "redis://h?expire=1h", "redis://h?expire=", "redis://h?expire=900&expire=900", "redis://h?ttl=900"})
         EXPECT_NE(makeReason(url), "") << url;
     EXPECT_NE(makeReason("redis://h?expire=600").find("660"), std::string::npos);
+    EXPECT_EQ(makeReason("redis://h?ttl=900"), "malformed url: it has an option other than expire");
 }
 
 TEST_F(RedisBackend, ItsNameContainsOnlyServerAndDatabase) {
