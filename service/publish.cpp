@@ -55,7 +55,8 @@ void CRunCls::publishOnce() {
     try {
         runCycle(now);
     } catch (const std::bad_alloc&) {
-        //  A list that was not stored as put or as sent differs from the stored texts, so the next cycle tries again.
+        //  If the list was not copied to last_put_value or last_sent_value, it still differs from that member, so the
+        //  next cycle puts or sends it again.
     }
 }
 

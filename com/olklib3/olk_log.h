@@ -4,8 +4,8 @@
 //
 //      10 err   20 wrn   30 inf   31 mor   40 dbg   999 all
 //
-//  A log is created once and passed on as a pointer. The pointer is null while there is no log; callers test it. A new
-//  expression takes the memory of a log object from the pooled allocator.
+//  A log is created once and passed on as a pointer. The pointer is null while there is no log; callers test it. The
+//  operator new of a log object takes its memory from the pooled allocator.
 //
 //  Threads: the logs take no lock. The console log writes a record in several steps, so records of two threads may mix.
 #ifndef OLK_LOG_H

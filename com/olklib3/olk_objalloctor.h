@@ -72,7 +72,7 @@ private:
 };
 
 //  Base class of the library's small objects, of at most objsize bytes. new and delete use the process-wide object
-//  heap. A new expression yields null if there is no slot.
+//  heap. operator new returns null if there is no slot.
 struct memheap_ {
     static void* operator new(size_t size) noexcept;
     static void operator delete(void* p) noexcept;

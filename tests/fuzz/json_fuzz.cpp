@@ -108,7 +108,7 @@ void check_read_back(const std::string& text, const json_object& object) {
 }
 
 //  Makes bytes acceptable to a JSON parser: bytes above 127 become two bytes of UTF-8, and control characters that are
-//  not escaped are removed.
+//  not escaped become blanks.
 std::string parsable(const std::string& bytes) {
     std::string text;
     for (const char c : bytes) {

@@ -29,7 +29,7 @@ def targets(build):
 
 @pytest.fixture(scope="module")
 def plain(tmp_path_factory):
-    """Returns a build folder and the last output of the build."""
+    """Returns a build folder and the output of `cmake --build`."""
     build = tmp_path_factory.mktemp("plain")
     output("cmake", "-S", SOURCE, "-B", build, "-DCMAKE_BUILD_TYPE=Release", *NOTHING_INSTALLED)
     return build, output("cmake", "--build", build, "--parallel", "2")

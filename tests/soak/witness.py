@@ -126,7 +126,7 @@ class Witness:
             self._complain(f"an answer is out of order: {record.text}, due was {self._unanswered[:1]}")
         self._unanswered = [number for number in self._unanswered if number > reply["seqno"]]
         if reply["code"] != 0 and self._troubles.near(record.time, record.time, RECORD_WINDOW) is None:
-            self._complain(f"a refusal without a reason: {record.text}")
+            self._complain(f"a request was refused although no disturbance was near: {record.text}")
 
     #  File contents
 

@@ -63,10 +63,10 @@ Status ServerAddresses::tryOthers(Status status, const Waiter& waiter, std::chro
 }
 
 //  Each address gets an equal share of the remaining time, so an address that drops packets does not use up the time of
-//  the next one. Unused time is divided among the others. right_ gets the address unless its attempt returns
-//  errorBackendFailed or a status with failover; this address is tried first next time. An answer of a server is a more
-//  useful result for the operator than a failed connection, so it has priority. answer: the answer of the skipped
-//  address.
+//  the next one. Unused time is divided among the others. If an address can be connected to, and its attempt returns
+//  neither errorBackendFailed nor a status with failover, right_ gets this address. lookUp puts the address of right_
+//  first. An answer of a server is a more useful result for the operator than a failed connection, so it has priority.
+//  answer: the answer of the skipped address.
 Status ServerAddresses::walk(const Walk& how, std::size_t skipped, Status answer) {
     bool answered = skipped != nothing;
     auto left = static_cast<std::int64_t>(addresses_.size()) - (answered ? 1 : 0);

@@ -170,7 +170,8 @@ Status RedisBackend::logIn(const std::string& password) {
     return backendFailed(redisRefusal("AUTH", replies[0].text, 0));
 }
 
-//  Sets the connection's name for CLIENT LIST, whose failure is ignored; tests the connection and selects the database.
+//  Sets the connection's name, which CLIENT LIST shows, and ignores a failure of this. Tests the connection and selects
+//  the database.
 Status RedisBackend::prepareConnection() {
     Commands commands{{"CLIENT", "SETNAME", "addrpubd"}, {"PING"}};
     if (settings_.database != 0)

@@ -222,7 +222,7 @@ TEST_F(Check, AFileThatEverybodyCanWriteIsReported) {
               (Lines{remark, "0 warning it holds a password and everybody can read it: chmod o= removes this access"}));
 }
 
-TEST_F(Check, ADirectoryOrADeviceThatEverybodyCanWriteIsNotReported) {
+TEST_F(Check, PermissionsOfADirectoryOrADeviceAreNotReported) {
     constexpr mode_t types[] = {S_IFDIR, S_IFCHR, S_IFIFO};
     for (const mode_t type : types) {
         Subject subject;
