@@ -29,7 +29,7 @@ def start(figures):
     if "ddclient" in found:
         costs["ddclient -version"] = start_cost(found["ddclient"], "-version")
     lines = [[name, *(f"{figure:,}" for figure in cost)] for name, cost in costs.items()]
-    note = "The executable alone has a client library without dependencies."
+    note = '"Executable alone" is the executable with a client library that has no dependencies.'
     table = Table("Start and end", ["command", "instructions", "of these outside the loader"], lines, note)
     return Result(start_bars(costs), [start_layout(costs)], [table])
 

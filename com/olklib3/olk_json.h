@@ -30,7 +30,7 @@ void outJsonEsc(char c, string& out);
 //  Returns true if none of the length characters of text needs an escape.
 bool isJsonPlain(const char* text, size_t length);
 
-//  Appends a string value with its double quotes. A text in which no character needs an escape is copied at once.
+//  Appends a string value with its double quotes. A text in which no character needs an escape is copied as a whole.
 void writeString(const char* text, size_t length, string& out);
 
 //  Appends "," unless the member is the first of its object, and counts the member.

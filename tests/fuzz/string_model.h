@@ -8,7 +8,7 @@
 #include <cstdint>
 #include <string>
 
-//  Number of next requests that fail. The allocator and the model use the same object.
+//  The next `left` requests fail. The allocator and the model use the same object.
 struct refusals {
     uint32_t left = 0;
 

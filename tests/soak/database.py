@@ -35,7 +35,7 @@ class Database:
         return sqlite3.connect(f"file:{self.path}?mode=ro", uri=True, timeout=READER_PATIENCE)
 
     def value(self):
-        """Returns the current value, or None if there is no value yet."""
+        """Returns the current value, or None if there is none yet or the database cannot be read."""
         try:
             connection = self._open()
             try:

@@ -88,8 +88,8 @@ Result<bool> RedisConnection::takeBytes() {
     const ssize_t taken = recv(descriptor(), bytes, sizeof bytes, 0);
     const bool reset = taken < 0 && errno == ECONNRESET;
     if (silent_ && (taken == 0 || reset))
-        return backendFailed("the server closed the connection before its first answer, as servers do that speak TLS "
-                             "only at their port");
+        return backendFailed("the server closed the connection before its first answer; perhaps its port accepts only "
+                             "TLS");
     if (taken == 0)
         return backendFailed("the server closed the connection");
     if (taken > 0) {

@@ -222,7 +222,7 @@ TEST_F(RedisConnection, MoreAnswersThanRequestsAreAFailure) {
 //  If a server requires TLS, it may close the connection without sending an alert.
 TEST_F(RedisConnection, IfTheServerClosesBeforeItsFirstAnswerTheReasonMentionsTls) {
     const std::string reason =
-        "the server closed the connection before its first answer, as servers do that speak TLS only at their port";
+        "the server closed the connection before its first answer; perhaps its port accepts only TLS";
     failRecv = ECONNRESET;
     EXPECT_EQ(backend->open(waiter).reason, reason);
     backend->close();

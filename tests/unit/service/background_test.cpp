@@ -143,7 +143,7 @@ TEST_F(Parent, AfterPoll102WithoutATextTheLimitIs150) {
     EXPECT_EQ(polls_with_text_at(150), 150);
 }
 
-TEST_F(Parent, AtTheLimitTheQueueIsRemovedAndNothingIsPrinted) {
+TEST_F(Parent, AtTheLimitTheQueueIsRemovedAndNothingMoreIsPrinted) {
     EXPECT_EQ(prints({"text\n\0"s}), "text\n");
     EXPECT_EQ(Lines(system.calls.end() - 6, system.calls.end()), queue_removed_and_descriptors_redirected);
 }

@@ -240,7 +240,7 @@ TEST_F(ExitSignal, TheExitClosesThePidFileAndKeepsItsText) {
     expectEnd("exit signal 2.\n1\n", [&] {
         g_daemon.pid_fd = open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644);
         g_daemon.writePid();
-        //  Registered after the descriptor's own exit function, so it runs first.
+        //  Registered after the exit function of daemon.cpp that closes the pid file, so it runs before that function.
         std::atexit([] { std::printf("%d\n", g_daemon.pid_fd >= 0); });
         onExitSignal(2);
     });
