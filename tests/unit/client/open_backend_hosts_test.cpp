@@ -172,12 +172,15 @@ TEST_F(HostsBackendAlone, AnUnchangedFileIsFlushedOnceByANewProcess) {
 }
 
 TEST_F(HostsBackendAlone, AFileThatWouldBecomeTooLargeIsUnchangedAndTheReplyReportsWhy) {
-    const std::string full(16 << 20, '\n');
+    const std::string line = "#" + std::string(1022, 'x') + "\n";
+    std::string full;
+    while (full.size() < 16 << 20)
+        full += line;
     writeText(file, full);
     EXPECT_EQ(update("::1"), errorServerRefused);
     EXPECT_NE(reply.find("the file would be larger than 16 MiB"), std::string::npos);
     EXPECT_TRUE(readText(file) == full);
-    writeText(file, full.substr(100));
+    writeText(file, full.substr(line.size()));
     EXPECT_EQ(update("::1"), 0);
 }
 
