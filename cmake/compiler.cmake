@@ -58,7 +58,4 @@ endif()
 if(ADDRPUBD_SANITIZE)
     add_compile_options(-fsanitize=${ADDRPUBD_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
     add_link_options(-fsanitize=${ADDRPUBD_SANITIZE})
-    if(ADDRPUBD_SANITIZE STREQUAL "thread" AND CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
-        add_compile_options(-Wno-tsan)  # g++ warns of each fence; the only one has atomic objects on both sides
-    endif()
 endif()
