@@ -26,8 +26,8 @@ set(CMAKE_RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR})
 set(CMAKE_LIBRARY_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR})
 
 add_compile_options(-Wall -Wextra -Wpedantic -Wshadow -Wconversion)
-#  A sanitizer's build compiles the files of a library as one where no test replaces a function of the library itself.
-#  The build that users run compiles each file on its own.
+#  A sanitizer's build compiles the files of a library as one file, unless a test replaces a function of that library.
+#  The build that users run compiles each file separately.
 set(unity_library OFF)
 if(ADDRPUBD_UNITY AND ADDRPUBD_SANITIZE)
     set(unity_library ON)
