@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <csignal>
 #include <malloc.h>
+#include <mutex>
 #include <pthread.h>
 #include <utility>
 
@@ -40,6 +41,18 @@ void attempt(Action action) noexcept {
         action();
     } catch (...) {
     }
+}
+
+//  Returns free memory to the system. Called before each wait of a worker, because the next work may be minutes away.
+//  free(3) alone does not return it: the service lets it keep 1 MB of free memory at the top of the heap, and it does not
+//  release free memory between used blocks.
+//
+//  In a process that does not use the allocator of the C library (a sanitizer, an allocator by LD_PRELOAD), the first
+//  malloc_trim initializes that allocator. glibc 2.36 crashes if two threads do this at once, hence the mutex.
+void returnFreeMemory() {
+    static std::mutex mutex;
+    const std::lock_guard lock(mutex);
+    malloc_trim(0);
 }
 
 }  // namespace
@@ -158,10 +171,7 @@ Status Worker::session() {
     setAccepting(true);
     reportConnection();
     for (;;) {
-        //  Returns free memory to the system, because the next work may be minutes away. free(3) alone does not: the
-        //  service lets it keep 1 MB of free memory at the top of the heap, and it does not release free memory between
-        //  used blocks.
-        malloc_trim(0);
+        returnFreeMemory();
         std::shared_ptr<Call> call;
         Status status;
         switch (nextWork(call)) {

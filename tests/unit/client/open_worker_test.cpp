@@ -29,6 +29,24 @@ TEST_F(Worker_, ReleasesFreeMemoryAfterTheOpenAndAfterEachCall) {
     EXPECT_TRUE(eventually([before] { return trims == before + 2; }));
 }
 
+//  glibc 2.36 crashes if the first two calls of malloc_trim overlap.
+TEST_F(Worker_, ReleasesFreeMemoryWhileNoOtherWorkerDoes) {
+    connect();
+    const int other = rdb_create();
+    ASSERT_EQ(connectFake(other, std::make_shared<Script>()), 0);
+    trimsOverlapped = false;
+    const auto putOften = [](int to) {
+        const RdbSnapshot record = recordOf("t", "1");
+        for (int i = 0; i < 200; ++i)
+            rdb_objputsnapshot(to, &record, 1);
+    };
+    std::thread caller(putOften, other);
+    putOften(handle);
+    caller.join();
+    rdb_destory(other);
+    EXPECT_FALSE(trimsOverlapped);
+}
+
 TEST_F(Worker_, WaitsLongerAfterEachFailure) {
     script->opens = {backendFailed("a"), backendFailed("a"), backendFailed("a")};
     connect();
