@@ -181,7 +181,7 @@ def with_servers(sandbox, build):
     program = service(sandbox, build, real(build), "addrpubd with Redis and BIND", name=NAME, **urls, **keys)
 
     def answered():
-        value = sandbox.run("redis-cli", "HGET", f"rdb:value:{NAME}", "value")
+        value = sandbox.run("redis-cli", "HGET", f"rdb:value:{{{NAME}}}", "value")
         return ADDRESS.encode() in value and ADDRESS in names.dig("+short", "AAAA", NAME)
 
     libraries = bare(sandbox, build, "bare_servers", "libhiredis, libldns and libnettle alone")

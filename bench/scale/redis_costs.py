@@ -8,7 +8,8 @@ from servers import Redis
 
 URL = "redis://127.0.0.1?expire=1800"
 HURRY = 50  # divisor for the waits of a host with shortened waits
-FULL = 10000  # maximum number of entries of a history
+FULL = 1000  # maximum number of entries of a history
+CHANGES = 10  # of a host whose memory is measured
 
 
 def protocol(server, work):
@@ -27,8 +28,8 @@ def protocol(server, work):
 
 
 def looks(server):
-    """Returns the number of connection checks that the server has answered. Each check has one PING."""
-    counts = server.info().get("cmdstat_ping", "calls=0,")
+    """Returns the number of connection checks of hosts at rest that the server has answered. Each check reads one value."""
+    counts = server.info().get("cmdstat_hmget", "calls=0,")
     return int(counts.split("=")[1].split(",")[0])
 
 
@@ -74,8 +75,8 @@ def look(build, server):
 
 
 def memory(build, server):
-    """Returns the bytes that the server counts for a connection, for a host with one history entry, and for an entry of
-    a full history."""
+    """Returns the bytes that the server counts for a connection, for a new host, for a host after some changes, and for
+    an entry of a full history."""
 
     def used():
         return int(server.info()["used_memory"])
@@ -92,8 +93,11 @@ def memory(build, server):
     before = used()
     some.publish(NAMES)
     result["host"] = round((used() - before) / (MANY * NAMES))
+    for _ in range(CHANGES):
+        some.publish(NAMES, fresh=True)
+    result["changed host"] = round((used() - before) / (MANY * NAMES))
     some.end()
-    fill = "for i=1,ARGV[1] do redis.call('XADD','full',1e12+i*6e5..'-0','type','6','value','2001:db8:0:1::1') end"
+    fill = "for i=1,ARGV[1] do redis.call('RPUSH','full',1763845210000+i*6e5 .. ' 6 2001:db8:0:1::1') end"
     server.call("EVAL", fill, 0, FULL)
     result["history"] = round(int(server.call("MEMORY", "USAGE", "full", "SAMPLES", 0)) / FULL, 1)
     server.call("FLUSHALL")

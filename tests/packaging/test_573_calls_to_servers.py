@@ -53,7 +53,7 @@ class Servers:
     def wait_published(self):
         """Waits until both servers have the address."""
         wait_until(lambda: ADDRESS in self._names.dig("+short", "AAAA", NAME).split(), "the address at BIND")
-        value = ("redis-cli", "HGET", f"rdb:value:{NAME}", "value")
+        value = ("redis-cli", "HGET", f"rdb:value:{{{NAME}}}", "value")
         wait_until(lambda: self._machine.run(*value).decode().strip() == ADDRESS, "the address at Redis")
 
 

@@ -61,12 +61,12 @@ class Server:
         return answer
 
     def value(self, name="host1", database=0):
-        return self.command("-n", database, "HGET", f"rdb:value:{name}", "value")
+        return self.command("-n", database, "HGET", f"rdb:value:{{{name}}}", "value")
 
     def history(self, name="host1"):
         """Returns the values of the history, oldest first."""
-        lines = self.command("XRANGE", f"rdb:history:{name}", "-", "+").splitlines()
-        return [lines[i + 1] for i, line in enumerate(lines) if line == "value"]
+        entries = self.command("LRANGE", f"rdb:history:{{{name}}}", 0, -1).splitlines()
+        return [entry.split(" ", 2)[2] for entry in entries]
 
 
 class Proxy:

@@ -1,17 +1,19 @@
 """The open client library with a real Redis server. After any failure the server must have the last value."""
 
+import itertools
 import random
 import threading
 import time
 
 import pytest
-from rdb_client import DISCONNECTED
-from redis_bed import Fixture, require
+from rdb_client import CONNECTED, DISCONNECTED, RdbClient
+from redis_bed import LIBRARY, SHIM, Fixture, require
 from sandbox import wait_until
 
 OK = 0
 NOT_CONNECTED = 1005
 NO_SUCH_TAG = 1011
+BAD_REQUEST = 1013
 TAG_FIELDS = ["class", "2", "type", "6", "importflag", "1", "imported_ms"]
 
 
@@ -43,11 +45,14 @@ def test_420_a_first_registration_creates_the_three_keys(fixture):
     assert fixture.client.tagget(fixture.handle, "host1") == (OK, 2, 6)
     fixture.end_client()
     keys = fixture.server.command("-n", 3, "--scan").splitlines()
-    assert sorted(keys) == ["rdb:history:host1", "rdb:tag:host1", "rdb:value:host1"]
-    assert fixture.server.command("-n", 3, "HGETALL", "rdb:tag:host1").splitlines()[:7] == TAG_FIELDS
-    value = fixture.server.command("-n", 3, "HGETALL", "rdb:value:host1").splitlines()
-    assert value[0] == "time_ms" and before <= int(value[1]) <= after
-    assert value[2:] == ["type", "6", "value", "2001:db8::1"]
+    assert sorted(keys) == ["rdb:history:{host1}", "rdb:tag:{host1}", "rdb:value:{host1}"]
+    assert fixture.server.command("-n", 3, "HGETALL", "rdb:tag:{host1}").splitlines()[:7] == TAG_FIELDS
+    value = fixture.server.command("-n", 3, "HGETALL", "rdb:value:{host1}").splitlines()
+    assert value[0::2] == ["time_ms", "confirmed_ms", "type", "value"]
+    assert before <= int(value[1]) <= after and value[3] == value[1]
+    assert value[5::2] == ["6", "2001:db8::1"]
+    entry = fixture.server.command("-n", 3, "LRANGE", "rdb:history:{host1}", 0, -1)
+    assert entry == f"{value[1]} 6 2001:db8::1"
     assert fixture.server.command("DBSIZE") == "0"
 
 
@@ -55,7 +60,7 @@ def test_421_a_change_and_the_removal_of_all_addresses_are_kept_in_the_history(r
     for value in ("2001:db8::2,2001:db8::3", "null", "null"):
         assert registered.put(value) == OK
     assert registered.server.value() == "null"
-    assert registered.server.history() == ["first", "2001:db8::2,2001:db8::3", "null", "null"]
+    assert registered.server.history() == ["first", "2001:db8::2,2001:db8::3", "null"]
 
 
 @pytest.mark.retry
@@ -65,7 +70,7 @@ def test_422_a_server_that_is_restarted_empty_is_filled_again(registered):
     registered.server.start()
     registered.wait_held("first")
     registered.wait_connected()
-    assert registered.server.command("HGETALL", "rdb:tag:host1").splitlines()[:7] == TAG_FIELDS
+    assert registered.server.command("HGETALL", "rdb:tag:{host1}").splitlines()[:7] == TAG_FIELDS
     assert registered.server.history() == ["first"]
 
 
@@ -136,7 +141,7 @@ def test_425_slow_answers_are_accepted_and_missing_answers_end_the_connection(fi
 def test_426_data_flushed_during_a_connection_is_restored(registered):
     registered.server.command("FLUSHALL")
     registered.wait_held("first")
-    assert registered.server.command("EXISTS", "rdb:tag:host1") == "1"
+    assert registered.server.command("EXISTS", "rdb:tag:{host1}") == "1"
     assert DISCONNECTED not in registered.client.events(registered.handle)
 
 
@@ -144,7 +149,7 @@ def test_427_expired_keys_are_restored_while_the_host_runs(fixture):
     fixture.server.start()
     fixture.connected("?expire=900")
     fixture.register("first")
-    keys = [f"rdb:{kind}:host1" for kind in ("tag", "value", "history")]
+    keys = [f"rdb:{kind}:{{host1}}" for kind in ("tag", "value", "history")]
     assert all(890 <= int(fixture.server.command("TTL", key)) <= 900 for key in keys)
     for key in keys:
         fixture.server.command("EXPIRE", key, 700)
@@ -170,10 +175,143 @@ def test_428_a_subscriber_sees_every_change_and_no_repetition(registered):
     assert changes == ["second", "null", "first", "end"]
 
 
-def test_429_the_history_keeps_the_newest_ten_thousand(registered):
-    fill = "for i = 1, 10050 do redis.call('XADD', KEYS[1], '*', 'type', '6', 'value', i) end"
-    registered.server.command("EVAL", fill, 1, "rdb:history:host1")
-    assert registered.put("newest") == OK
-    assert registered.server.command("XLEN", "rdb:history:host1") == "10000"
-    newest = registered.server.command("XREVRANGE", "rdb:history:host1", "+", "-", "COUNT", 1).splitlines()
-    assert newest[1:] == ["type", "6", "value", "newest"]
+@pytest.mark.parametrize("limit, kept", [("?history=3", 3), ("?history=0", 0), ("", 1000)], ids=["3", "0", "default"])
+def test_429_the_history_keeps_the_newest_changes(fixture, limit, kept):
+    fixture.server.start()
+    fixture.connected(limit)
+    fixture.register("first")
+    fill = "for i = 1, 1050 do redis.call('RPUSH', KEYS[1], i .. ' 6 ' .. i) end"
+    fixture.server.command("EVAL", fill, 1, "rdb:history:{host1}")
+    assert fixture.put("newest") == OK
+    assert fixture.put("newest") == OK
+    assert fixture.server.history() == [*map(str, range(1050 - kept + 2, 1051)), "newest"][-kept:] * (kept > 0)
+
+
+def fields(server, key):
+    words = server.command("HGETALL", key).splitlines()
+    return dict(zip(words[0::2], words[1::2], strict=True))
+
+
+def test_4291_a_repetition_only_confirms(registered):
+    before = fields(registered.server, "rdb:value:{host1}")
+    writes = registered.server.command("INFO", "commandstats")
+    time.sleep(0.002)
+    assert registered.put("first") == OK
+    after = fields(registered.server, "rdb:value:{host1}")
+    assert int(after.pop("confirmed_ms")) > int(before.pop("confirmed_ms"))
+    assert after == before
+    assert registered.server.history() == ["first"]
+    for command in ("rpush", "publish"):
+        assert f"cmdstat_{command}:calls=1," in writes
+        assert f"cmdstat_{command}:calls=1," in registered.server.command("INFO", "commandstats")
+
+
+def calls(server, command):
+    statistics = server.command("INFO", "commandstats").splitlines()
+    return sum(int(line.split("=")[1].split(",")[0]) for line in statistics if line.startswith(f"cmdstat_{command}:"))
+
+
+def test_4292_a_server_that_forgets_the_scripts_gets_them_again(registered):
+    assert registered.put("second") == OK
+    assert (calls(registered.server, "eval"), calls(registered.server, "evalsha")) == (2, 3)
+    registered.server.command("SCRIPT", "FLUSH")
+    for value in ("third", "third"):
+        assert registered.put(value) == OK
+    assert (calls(registered.server, "eval"), calls(registered.server, "evalsha")) == (3, 5)
+    assert registered.server.history() == ["first", "second", "third"]
+
+
+@pytest.mark.retry
+def test_4293_scripts_and_data_lost_at_any_moment_are_restored(registered):
+    ending = threading.Event()
+
+    def flush():
+        moments = random.Random(4293)
+        while not ending.wait(moments.uniform(0, 0.01)):
+            registered.server.command(*moments.choice([["SCRIPT", "FLUSH"], ["FLUSHALL"]]))
+
+    flusher = threading.Thread(target=flush)
+    flusher.start()
+    for number in range(200):
+        assert registered.put(str(number)) in (OK, NO_SUCH_TAG)
+    ending.set()
+    flusher.join()
+    registered.wait_held("199")
+    assert DISCONNECTED not in registered.client.events(registered.handle)
+
+
+@pytest.mark.retry
+def test_4294_an_answer_lost_at_any_byte_repeats_nothing(fixture):
+    fixture.server.start()
+    fixture.proxy("pass")
+    fixture.connected(port=6380)
+    fixture.register("start")
+    answer = len(b"*1\r\n$4\r\ndone\r\n")
+    for lost, length in enumerate(range(answer), 1):
+        fixture.wait_connected()
+        fixture.proxy(f"cut {length}" if length else "cut 0")
+        assert fixture.put(f"{length}") != OK
+        fixture.client.wait_event(fixture.handle, DISCONNECTED, lost)
+        fixture.wait_connected()
+        assert fixture.put(f"{length}") == OK
+    assert fixture.server.history() == ["start", *map(str, range(answer))]
+
+
+def test_4295_each_entry_of_writers_that_disturb_each_other_is_a_change(fixture):
+    fixture.server.start()
+    fixture.connected()
+    fixture.register("0")
+    writers = 4
+    clients = [RdbClient(fixture.sandbox, LIBRARY, SHIM) for _ in range(writers)]
+    handles = [client.open("redis://127.0.0.1:6379", "default", "any") for client in clients]
+    for client, handle in zip(clients, handles, strict=True):
+        client.wait_event(handle, CONNECTED)
+
+    def write(number):
+        moments = random.Random(number)
+        for _ in range(100):
+            assert clients[number].put(handles[number], "host1", str(moments.randrange(3))) == OK
+
+    threads = [threading.Thread(target=write, args=(number,)) for number in range(writers)]
+    for thread in threads:
+        thread.start()
+    for thread in threads:
+        thread.join()
+    for client in clients:
+        client.close()
+    history = fixture.server.history()
+    assert len(history) > writers
+    assert all(one != next_one for one, next_one in itertools.pairwise(history))
+    assert history[-1] == fixture.server.value()
+    assert calls(fixture.server, "publish") == len(history)
+
+
+def test_4296_a_put_of_several_names_is_made_as_a_whole_or_not_at_all(registered):
+    assert registered.client.taginport(registered.handle, "host2") == OK
+    #  The library then repeats the last value of each name by itself.
+    records = [("host1", "a"), ("unknown", "b"), ("host1", "first")]
+    assert registered.client.put_all(registered.handle, records) == NO_SUCH_TAG
+    assert registered.server.history() == ["first"]
+    assert registered.client.put_all(registered.handle, [("host1", "a"), ("host2", "b"), ("host1", "first")]) == OK
+    assert registered.server.history() == ["first", "a", "first"]
+    assert registered.server.value("host2") == "b"
+
+
+def test_4297_a_node_of_a_cluster_keeps_all_keys_of_a_name(fixture):
+    fixture.server.start("--cluster-enabled", "yes")
+    fixture.server.command("CLUSTER", "ADDSLOTSRANGE", 0, 16383)
+    wait_until(lambda: "cluster_state:ok" in fixture.server.command("CLUSTER", "INFO"), "the cluster")
+    fixture.connected("?expire=900")
+    fixture.register("first")
+    assert fixture.put("second") == OK
+    assert fixture.server.history() == ["first", "second"]
+
+
+def test_4298_a_name_without_a_slot_of_its_own_is_refused_before_it_is_sent(registered):
+    sent = calls(registered.server, "hmget"), calls(registered.server, "evalsha")
+    assert registered.client.tagget(registered.handle, "}host")[0] == BAD_REQUEST
+    assert registered.client.taginport(registered.handle, "}host") == BAD_REQUEST
+    assert registered.put("x", "}host") == BAD_REQUEST
+    assert (calls(registered.server, "hmget"), calls(registered.server, "evalsha")) == sent
+    registered.log.wait("the name }host cannot be used: it is empty or starts with }")
+    assert DISCONNECTED not in registered.client.events(registered.handle)

@@ -61,14 +61,14 @@ def test_4252_a_key_of_another_program_is_logged_once(fixture):
     fixture.server.start()
     fixture.connected()
     fixture.register("first")
-    fixture.server.command("DEL", "rdb:value:host1")
-    fixture.server.command("SET", "rdb:value:host1", "mine")
+    fixture.server.command("DEL", "rdb:value:{host1}")
+    fixture.server.command("SET", "rdb:value:{host1}", "mine")
     fixture.log.wait("a key of another type is in the way")
     for _ in range(3):
         assert fixture.client.tagget(fixture.handle, "host1")[0] == OK
         assert fixture.put("first") == SERVER_REFUSED
     assert len(fixture.log.lines("rdbapi: redis://")) == 1
-    fixture.server.command("DEL", "rdb:value:host1")
+    fixture.server.command("DEL", "rdb:value:{host1}")
     fixture.wait_held("first")
     fixture.log.wait("works again")
     assert len(fixture.log.lines("rdbapi: redis://")) == 2
@@ -100,7 +100,7 @@ def test_4254_a_server_that_becomes_a_replica_is_replaced_without_a_disconnect(f
     fixture.server.start("--replica-serve-stale-data", stale)
     fixture.connected(host="database")
     fixture.register("first")
-    two.command("HSET", "rdb:tag:host1", "class", 2, "type", 6, "importflag", 1, "imported_ms", 1)
+    two.command("HSET", "rdb:tag:{host1}", "class", 2, "type", 6, "importflag", 1, "imported_ms", 1)
     fixture.server.command("REPLICAOF", "127.0.0.1", "1")
     assert fixture.put("second") == OK
     assert fixture.put("third") == OK

@@ -96,7 +96,7 @@ class Scene:
     def value(self):
         """Returns the addresses in the database, sorted; the value may be "null"."""
         command = ["redis-cli", "--no-auth-warning", "--user", "addrpubd", "--pass", REDIS_PASSWORD]
-        text = self.sandbox.run(*command, "HGET", f"rdb:value:{NAME}", "value").decode().strip()
+        text = self.sandbox.run(*command, "HGET", f"rdb:value:{{{NAME}}}", "value").decode().strip()
         return sorted(text.split(","))
 
     def wait_published(self, *addresses):

@@ -65,23 +65,24 @@ def test_492_a_new_password_in_the_file_is_used_at_the_next_login(fixture):
     assert fixture.server.value() == "first"
 
 
+@pytest.mark.parametrize("command", ["rpush", "publish"])
 @pytest.mark.refusal
-def test_493_a_missing_permission_is_reported_and_the_put_is_repeated(fixture):
+def test_493_a_missing_permission_is_reported_and_the_put_repeated(fixture, command):
     fixture.server.start()
-    fixture.server.command("ACL", "SETUSER", "host", "on", ">own", "~rdb:*", "&rdb:*", "+@all", "-xadd")
+    fixture.server.command("ACL", "SETUSER", "host", "on", ">own", "~rdb:*", "&rdb:*", "+@all", f"-{command}")
     fixture.connected(user="host", password="own")
     assert fixture.client.taginport(fixture.handle, "host1") == OK
     assert fixture.put("first") == SERVER_REFUSED
     fixture.log.wait("refused: the user has not every permission that is needed (NOPERM)")
-    assert fixture.server.command("EXISTS", "rdb:value:host1", "rdb:history:host1") == "0"
-    fixture.server.command("ACL", "SETUSER", "host", "+xadd")
+    assert fixture.server.command("EXISTS", "rdb:value:{host1}", "rdb:history:{host1}") == "0"
+    fixture.server.command("ACL", "SETUSER", "host", f"+{command}")
     fixture.wait_held("first")
     assert DISCONNECTED not in fixture.client.events(fixture.handle)
 
 
 def test_494_the_documented_permissions_are_enough(fixture):
-    rule = "on >own ~rdb:*:host1 &rdb:changed:host1 +ping +select +client|setname +watch +unwatch +multi +exec"
-    rule += " +discard +time +hlen +hmget +hset +type +xadd +publish +expire"
+    rule = "on >own ~rdb:*:{host1} &rdb:changed:{host1} +ping +select +client|setname +evalsha +eval +hmget +type +time"
+    rule += " +hset +rpush +ltrim +publish +expire"
     fixture.server.start()
     fixture.server.command("ACL", "SETUSER", "host", *rule.split())
     fixture.connected("/2?expire=900", user="host", password="own")
@@ -153,11 +154,11 @@ def test_497_a_put_refused_by_a_read_only_server_is_repeated(fixture):
 @pytest.mark.parametrize(
     "key, make, look, content",
     [
-        ("rdb:value:host1", ["SET", "mine"], ["GET"], "mine"),
-        ("rdb:value:host1", ["HSET", "a", "b"], ["HGETALL"], "a\nb"),
-        ("rdb:history:host1", ["RPUSH", "mine"], ["LRANGE", "0", "-1"], "mine"),
+        ("rdb:value:{host1}", ["SET", "mine"], ["GET"], "mine"),
+        ("rdb:value:{host1}", ["HSET", "a", "b"], ["HGETALL"], "a\nb"),
+        ("rdb:history:{host1}", ["XADD", "1-1", "a", "b"], ["XRANGE", "-", "+"], "1-1\na\nb"),
     ],
-    ids=["string", "hash", "list"],
+    ids=["string", "hash", "stream"],
 )
 @pytest.mark.refusal
 def test_498_a_key_of_another_program_is_unchanged_and_the_put_follows_its_removal(fixture, key, make, look, content):
@@ -178,8 +179,8 @@ def test_498_a_key_of_another_program_is_unchanged_and_the_put_follows_its_remov
     ids=["hash", "set"],
 )
 @pytest.mark.refusal
-def test_499_another_programs_key_for_the_tag_ends_the_connection_until_its_removal(fixture, make, look, content):
-    key = "rdb:tag:host1"
+def test_499_a_foreign_key_for_the_tag_ends_the_connection_until_its_removal(fixture, make, look, content):
+    key = "rdb:tag:{host1}"
     fixture.server.start()
     fixture.connected("?expire=900")
     before = foreign_key(fixture.server, key, make)
@@ -192,6 +193,29 @@ def test_499_another_programs_key_for_the_tag_ends_the_connection_until_its_remo
     fixture.wait_connected()
     assert fixture.put("first") == OK
     assert fixture.server.value() == "first"
+
+
+def test_4991_a_foreign_history_is_not_removed_and_does_not_expire(fixture):
+    key = "rdb:history:{host1}"
+    fixture.server.start()
+    fixture.connected("?expire=900&history=0")
+    fixture.register("first")
+    before = foreign_key(fixture.server, key, ["XADD", "1-1", "a", "b"])
+    for value in ("first", "second"):
+        assert fixture.put(value) == SERVER_REFUSED
+    assert fixture.client.taginport(fixture.handle, "host1") == SERVER_REFUSED
+    assert_left_alone(fixture, key, ["XRANGE", "-", "+"], "1-1\na\nb", before)
+    assert fixture.server.value() == "first"
+
+
+def test_4992_without_a_history_other_permissions_are_enough(fixture):
+    rule = "on >own ~rdb:*:{host1} &rdb:changed:{host1} +ping +evalsha +eval +hmget +type +time +hset +publish +del"
+    fixture.server.start()
+    fixture.server.command("ACL", "SETUSER", "host", *rule.split())
+    fixture.connected("?history=0", user="host", password="own")
+    fixture.register("first")
+    assert fixture.put("second") == OK
+    assert fixture.server.history() == []
 
 
 def foreign_key(server, key, make):

@@ -178,7 +178,11 @@ class RdbClient:
         return self._call("taginport", handle, name)
 
     def put(self, handle, name, value):
-        return self._call("put", handle, name, value)
+        return self.put_all(handle, [(name, value)])
+
+    def put_all(self, handle, records):
+        """Puts several values, (name, value), in one call."""
+        return self._call("put", handle, records)
 
     def callmsg(self, handle, text):
         """Returns (code, ID of the reply)."""

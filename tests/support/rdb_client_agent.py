@@ -77,10 +77,12 @@ class Library:
         figure = ctypes.c_int32()
         return self._functions.rdb_taginport(handle, 16, ctypes.byref(tag), ctypes.byref(figure))
 
-    def put(self, handle, name, value):
-        text = value.encode()
-        record = Snapshot(name=name.encode(), valuetype=6, valuelen=len(text), value=text)
-        return self._functions.rdb_objputsnapshot(handle, ctypes.byref(record), 1)
+    def put(self, handle, records):
+        array = (Snapshot * len(records))()
+        for record, (name, value) in zip(array, records, strict=True):
+            text = value.encode()
+            record.name, record.valuetype, record.valuelen, record.value = name.encode(), 6, len(text), text
+        return self._functions.rdb_objputsnapshot(handle, array, len(records))
 
     def callmsg(self, handle, text, number):
         def reply(data, length, user):

@@ -20,7 +20,7 @@ enum Error : int {
     errorNotSupported = 1010,       // the back end does not support the operation
     errorNoSuchTag = 1011,          // rdb_tagget, rdb_objputsnapshot
     errorTagNotUsable = 1012,       // rdb_objputsnapshot on a tag whose class is not RDB_TAG_CLASS_USABLE
-    errorBadRequest = 1013,         // in a reply only: the request is invalid; the reason is in syslog
+    errorBadRequest = 1013,         // the request can never succeed; the reason is in syslog
     errorBackendFailed = 1014,      // the back end failed and is opened again; the reason is in syslog
     errorNoResources = 1015,        // no memory or no thread
     errorInCallback = 1016,         // a call that waits, made by a callback on the worker's thread: it would time out

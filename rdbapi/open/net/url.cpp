@@ -152,12 +152,18 @@ std::string serverText(const Server& server) {
 }
 
 Result<std::string> filePathOf(const Url& url) {
-    if (!url.options.empty())
-        return malformedUrl("it has options, but " + url.scheme + " has none (write ? as %3F in a path)");
     if (url.authority.empty() && url.path.size() > 1 && url.path.front() == '/' && url.path.back() != '/')
         return url.path;
     return malformedUrl("it is not " + url.scheme + ":// and the absolute path of a file, as in " + url.scheme +
                         ":///var/lib/addrpubd/file");
+}
+
+Status parseHistory(std::string_view text, std::uint32_t& history) {
+    const std::optional<std::uint32_t> number = parseNumber(text, maxHistory);
+    if (!number)
+        return malformedUrl("history is not a number from 0 to " + std::to_string(maxHistory));
+    history = *number;
+    return {};
 }
 
 }  // namespace rdbopen

@@ -54,11 +54,18 @@ Result<Server> parseServer(std::string_view authority, std::uint16_t defaultPort
 //  Returns server in the form of a url.
 std::string serverText(const Server& server);
 
-//  Returns the path of a url of the form SCHEME:///PATH. Fails with malformedUrl for any other url.
+//  Returns the path of a url of the form SCHEME:///PATH, whatever its options. Fails with malformedUrl for any other url.
 Result<std::string> filePathOf(const Url& url);
 
-//  Returns the decimal number in text. Returns nothing if the number is greater than max, or if text is empty or
-//  contains anything except digits.
+//  The option history=NUMBER of a database: how many changes of each name it keeps.
+inline constexpr std::uint32_t defaultHistory = 1000;
+inline constexpr std::uint32_t maxHistory = 100000;
+
+//  Parses the value of the option, from 0 to maxHistory. Fails with malformedUrl.
+Status parseHistory(std::string_view text, std::uint32_t& history);
+
+//  Returns the decimal number in text. Returns nothing if the number is greater than max, or if text contains anything
+//  except digits.
 std::optional<std::uint32_t> parseNumber(std::string_view text, std::uint32_t max);
 
 }  // namespace rdbopen

@@ -17,13 +17,10 @@ constexpr std::chrono::milliseconds openLimit{10000};
 constexpr std::chrono::milliseconds requestLimit{5000};
 constexpr std::chrono::milliseconds checkAfter{60000};
 
-//  Maximum number of attempts of a transaction. An attempt fails if another client changes the watched keys during it.
-constexpr int maxAttempts = 5;
-
 struct Settings {
     Server server;
     std::uint32_t database = 0;
-    std::uint32_t expire = 0;  // seconds, 0 for never
+    RedisLimits limits;
     Credentials credentials;
 };
 
@@ -36,28 +33,16 @@ public:
 
     Status open(const Waiter& waiter) override;
     void close() noexcept override { connection_.close(); }
-    Status get(RdbTag& tag) override {
-        return atServer([&] { return queryTag(tag); });
-    }
+    Status get(RdbTag& tag) override;
     Status import(const RdbTag& tag) override;
     Status put(std::span<const RdbSnapshot> records) override;
     int watchedDescriptor() const noexcept override { return connection_.descriptor(); }
     std::chrono::milliseconds checkInterval() const noexcept override { return checkAfter; }
-    Status probe() override {
-        return atServer([this] { return ping(); });
-    }
-    Status checkValue(const RdbSnapshot& record) override {
-        return atServer([&] { return queryValue(record); });
-    }
+    Status probe() override;
+    Status checkValue(const RdbSnapshot& record) override;
 
 private:
-    enum class Attempt { done, disturbed };
-    struct ServerState {
-        std::int64_t now = 0;  // ms, the server's clock
-        std::vector<RedisHeld> held;
-    };
-
-    //  A request, executed on the current connection.
+    //  Executes one request at the connected server.
     using Request = std::function<Status()>;
 
     Status atServer(const Request& request);
@@ -66,19 +51,11 @@ private:
     Status exchange(const Commands& commands, std::vector<RedisReply>& replies);
     Status logIn(const std::string& password);
     Status prepareConnection();
-    Result<ServerState> beginTransaction(const std::vector<const char*>& names);
-    Result<ServerState> readServerState(std::span<const RedisReply> replies, const std::vector<const char*>& names);
-    Status abortTransaction(Status status);
-    Status endTransaction(Commands commands, Attempt& attempt);
-    template <class Append>
-    Status transaction(const std::vector<const char*>& names, Append append);
-    template <class Append>
-    Status runTransaction(const std::vector<const char*>& names, Append append);
+    Result<RedisReply> ask(RedisCommand command);
+    Status runScript(const RedisScript& script, const RedisCommand& arguments);
     Status queryTag(RdbTag& tag);
     Status ping();
     Status queryValue(const RdbSnapshot& record);
-    bool holdsAll(std::span<const RdbSnapshot> records, const ServerState& state) const;
-    Status appendRecords(std::span<const RdbSnapshot> records, const ServerState& state, Commands& commands);
 
     const Settings settings_;
     RedisConnection connection_;
@@ -88,11 +65,7 @@ private:
     };
     const Waiter* waiter_ = nullptr;      // set by open
     std::chrono::milliseconds until_{0};  // time limit of the current request
-    bool queueing_ = false;               // inside MULTI
-
-    //  Server time of a put whose transaction was sent, but not answered (0: none). If the same put is repeated and the
-    //  server has the value with this time, the put took effect and only its reply was lost.
-    std::int64_t unansweredPut_ = 0;
+    bool valueChecked_ = false;           // since the last probe
 };
 
 std::string RedisBackend::label() const {
@@ -105,6 +78,7 @@ Status RedisBackend::exchange(const Commands& commands, std::vector<RedisReply>&
 
 Status RedisBackend::open(const Waiter& waiter) {
     waiter_ = &waiter;
+    valueChecked_ = false;
     const Result<std::string> password = readSecret(settings_.credentials.password);
     if (!password.ok())
         return password.status();
@@ -117,7 +91,6 @@ Status RedisBackend::open(const Waiter& waiter) {
 //  After any failure the next address is tried, which is safe because a login changes nothing at a server.
 Status RedisBackend::logInUntil(const std::string& password, std::chrono::milliseconds until) {
     until_ = until;
-    queueing_ = false;
     Status status = logIn(password);
     if (status.ok())
         status = prepareConnection();
@@ -188,14 +161,23 @@ Status RedisBackend::prepareConnection() {
     return {};
 }
 
-Status RedisBackend::queryTag(RdbTag& tag) {
-    Commands commands;
-    appendTagQuery(commands, tag.name);
+Result<RedisReply> RedisBackend::ask(RedisCommand command) {
     std::vector<RedisReply> replies;
-    if (Status status = exchange(commands, replies); !status.ok())
+    if (Status status = exchange({std::move(command)}, replies); !status.ok())
         return status;
-    std::span<const RedisReply> answers(replies);
-    const Result<std::optional<RedisTag>> held = readTag(answers, tag.name);
+    return std::move(replies.front());
+}
+
+Status RedisBackend::get(RdbTag& tag) {
+    Status unusable = verifyName(tag.name);
+    return unusable.ok() ? atServer([&] { return queryTag(tag); }) : unusable;
+}
+
+Status RedisBackend::queryTag(RdbTag& tag) {
+    const Result<RedisReply> reply = ask(tagQuery(tag.name));
+    if (!reply.ok())
+        return reply.status();
+    const Result<std::optional<RedisTag>> held = readTag(*reply, tag.name);
     if (!held.ok())
         return held.status();
     if (!*held)
@@ -207,170 +189,60 @@ Status RedisBackend::queryTag(RdbTag& tag) {
 }
 
 Status RedisBackend::import(const RdbTag& tag) {
-    return transaction({tag.name}, [&](const ServerState& state, Commands& commands) {
-        appendImport(commands, tag, state.now, settings_.expire);
-        return Status{};
-    });
+    if (Status unusable = verifyName(tag.name); !unusable.ok())
+        return unusable;
+    const RedisCommand arguments = importArguments(tag, settings_.limits);
+    return atServer([&] { return runScript(redisImportScript, arguments); });
 }
 
 Status RedisBackend::put(std::span<const RdbSnapshot> records) {
-    std::vector<const char*> names;
     for (const RdbSnapshot& record : records)
-        names.push_back(record.name);
-    Status status = transaction(names, [&](const ServerState& state, Commands& commands) {
-        if (unansweredPut_ != 0 && holdsAll(records, state))
-            return Status{};
-        Status refused = appendRecords(records, state, commands);
-        if (refused.ok())
-            unansweredPut_ = state.now;
-        return refused;
-    });
-    if (status.ok())
-        unansweredPut_ = 0;
-    return status;
+        if (Status unusable = verifyName(record.name); !unusable.ok())
+            return unusable;
+    const RedisCommand arguments = putArguments(records, settings_.limits);
+    return atServer([&] { return runScript(redisPutScript, arguments); });
 }
 
-//  Returns whether the server has every one of records, each stored at the time unansweredPut_.
-bool RedisBackend::holdsAll(std::span<const RdbSnapshot> records, const ServerState& state) const {
-    for (std::size_t i = 0; i < records.size(); ++i) {
-        const auto& value = state.held[i].value;
-        if (!value || value->time != unansweredPut_ || !value->equals(records[i]))
-            return false;
-    }
-    return true;
+//  A server keeps a script from its first EVAL until it restarts or is told to forget it.
+Status RedisBackend::runScript(const RedisScript& script, const RedisCommand& arguments) {
+    const auto run = [&](const char* word, std::string_view name) {
+        RedisCommand command{word, std::string(name)};
+        command.insert(command.end(), arguments.begin(), arguments.end());
+        return ask(std::move(command));
+    };
+    Result<RedisReply> reply = run("EVALSHA", script.hash);
+    if (reply.ok() && reply->is(Kind::error) && reply->text.starts_with("NOSCRIPT"))
+        reply = run("EVAL", script.source);
+    return reply.ok() ? readOutcome(*reply, script) : reply.status();
 }
 
-Status RedisBackend::appendRecords(std::span<const RdbSnapshot> records, const ServerState& state, Commands& commands) {
-    for (std::size_t i = 0; i < records.size(); ++i) {
-        const auto& [tag, value] = state.held[i];
-        if (!tag)
-            return {errorNoSuchTag, {}};
-        if (tag->tagclass != RDB_TAG_CLASS_USABLE)
-            return {errorTagNotUsable, {}};
-        const bool changed = !value || !value->equals(records[i]);
-        appendPut(commands, records[i], state.now, settings_.expire, changed);
-    }
-    return {};
-}
-
-//  Reads the server's data for names and calls append, which adds the commands that write. Executes these commands
-//  atomically. Writes nothing if append fails or adds no command. May call append several times.
-template <class Append>
-Status RedisBackend::transaction(const std::vector<const char*>& names, Append append) {
-    return atServer([&] { return runTransaction(names, append); });
-}
-
-template <class Append>
-Status RedisBackend::runTransaction(const std::vector<const char*>& names, Append append) {
-    for (int i = 0; i < maxAttempts; ++i) {
-        const Result<ServerState> state = beginTransaction(names);
-        if (!state.ok())
-            return abortTransaction(state.status());
-        Commands commands;
-        Status status = append(*state, commands);
-        if (!status.ok() || commands.empty())
-            return abortTransaction(std::move(status));
-        Attempt attempt = Attempt::done;
-        status = endTransaction(std::move(commands), attempt);
-        if (attempt == Attempt::done)
-            return status;
-    }
-    return serverRefused("other clients keep changing the same keys");
-}
-
-//  Sends MULTI together with the queries and waits for its answer, so that no write is sent outside of a transaction.
-Result<RedisBackend::ServerState> RedisBackend::beginTransaction(const std::vector<const char*>& names) {
-    Commands commands{{"WATCH"}, {"TIME"}};
-    for (const char* name : names) {
-        appendKeys(commands[0], name);
-        appendQuery(commands, name);
-    }
-    commands.push_back({"MULTI"});
-    std::vector<RedisReply> replies;
-    if (Status status = exchange(commands, replies); !status.ok())
-        return status;
-    queueing_ = replies.back().isStatus("OK");
-    return readServerState(replies, names);
-}
-
-Result<RedisBackend::ServerState> RedisBackend::readServerState(std::span<const RedisReply> replies,
-                                                                const std::vector<const char*>& names) {
-    for (const auto& [command, reply] : {std::pair("WATCH", &replies.front()), std::pair("MULTI", &replies.back())}) {
-        if (reply->is(Kind::error))
-            return refusedByRedis(command, *reply);
-        if (!reply->isStatus("OK"))
-            return notUnderstood(command);
-    }
-    const Result<std::int64_t> now = readTime(replies[1]);
-    if (!now.ok())
-        return now.status();
-    ServerState state{*now, {}};
-    replies = replies.subspan(2);
-    for (const char* name : names) {
-        Result<RedisHeld> held = readHeld(replies, name);
-        if (!held.ok())
-            return held.status();
-        state.held.push_back(std::move(*held));
-    }
-    return state;
-}
-
-//  Discards the transaction and stops watching its keys. Returns status, or the failure to do so.
-Status RedisBackend::abortTransaction(Status status) {
-    if (status.code == errorBackendFailed)
-        return status;
-    std::vector<RedisReply> replies;
-    Status dropped = exchange({{queueing_ ? "DISCARD" : "UNWATCH"}}, replies);
-    if (!dropped.ok())
-        return dropped;
-    if (queueing_ && !replies[0].isStatus("OK"))
-        return notUnderstood("DISCARD");
-    queueing_ = false;
-    return status;
-}
-
-//  Sends commands and executes the transaction. Sets attempt to disturbed if another client changed the keys. In
-//  this case, and if the server refuses EXEC, nothing is written.
-Status RedisBackend::endTransaction(Commands commands, Attempt& attempt) {
-    const std::size_t count = commands.size();
-    commands.push_back({"EXEC"});
-    std::vector<RedisReply> replies;
-    if (Status status = exchange(commands, replies); !status.ok())
-        return status;
-    queueing_ = false;
-    for (std::size_t i = 0; i < replies.size(); ++i)
-        if (replies[i].is(Kind::error))
-            return refusedByRedis(commands[i].front(), replies[i]);
-    const RedisReply& result = replies.back();
-    if (result.is(Kind::nil)) {
-        attempt = Attempt::disturbed;
+//  A value that is checked tests the connection, too. A probe that was followed by such a check will be again, or by
+//  a put if the server has lost the value. So a check of an idle connection is one round trip.
+Status RedisBackend::probe() {
+    if (std::exchange(valueChecked_, false))
         return {};
-    }
-    if (!result.is(Kind::array) || result.elements.size() != count)
-        return notUnderstood("EXEC");
-    for (std::size_t i = 0; i < count; ++i)
-        if (result.elements[i].is(Kind::error))
-            return refusedByRedis(commands[i].front(), result.elements[i]);
-    return {};
+    return atServer([this] { return ping(); });
+}
+
+Status RedisBackend::checkValue(const RdbSnapshot& record) {
+    valueChecked_ = true;
+    return atServer([&] { return queryValue(record); });
 }
 
 Status RedisBackend::ping() {
-    std::vector<RedisReply> replies;
-    if (Status status = exchange({{"PING"}}, replies); !status.ok())
-        return status;
-    if (replies[0].is(Kind::error))
-        return refusedByRedis("PING", replies[0]);
-    return replies[0].isStatus("PONG") ? Status{} : notUnderstood("PING");
+    const Result<RedisReply> reply = ask({"PING"});
+    if (!reply.ok())
+        return reply.status();
+    if (reply->is(Kind::error))
+        return refusedByRedis("PING", *reply);
+    return reply->isStatus("PONG") ? Status{} : notUnderstood("PING");
 }
 
 Status RedisBackend::queryValue(const RdbSnapshot& record) {
-    Commands commands;
-    appendValueQuery(commands, record.name);
-    std::vector<RedisReply> replies;
-    if (Status status = exchange(commands, replies); !status.ok())
-        return status;
-    std::span<const RedisReply> answers(replies);
-    const Result<std::optional<RedisValue>> held = readValue(answers, record.name);
+    const Result<RedisReply> reply = ask(valueQuery(record.name));
+    if (!reply.ok())
+        return reply.status();
+    const Result<std::optional<RedisValue>> held = readValue(*reply, record.name);
     if (!held.ok())
         return held.status();
     return *held && (*held)->equals(record) ? Status{} : Status{errorNotHeld, {}};
@@ -386,19 +258,29 @@ Result<std::uint32_t> parseDatabase(const std::string& path) {
     return *database;
 }
 
-Result<std::uint32_t> parseExpiry(const std::vector<UrlOption>& options) {
-    std::uint32_t expire = 0;
+Status parseExpiry(const std::string& text, std::uint32_t& expire) {
+    expire = parseNumber(text, redisMaxExpiry).value_or(0);
+    if (expire >= redisMinExpiry)
+        return {};
+    return malformedUrl("expire is not a number of seconds from " + std::to_string(redisMinExpiry) +
+                        " (an unchanged value is repeated after 600) to " + std::to_string(redisMaxExpiry));
+}
+
+Result<RedisLimits> parseLimits(const std::vector<UrlOption>& options) {
+    RedisLimits limits;
+    bool expire = false;
+    bool history = false;
     for (const UrlOption& option : options) {
-        if (option.name != "expire")
-            return malformedUrl("it has an option other than expire");
-        if (expire != 0)
-            return malformedUrl("expire is given twice");
-        expire = parseNumber(option.value, redisMaxExpiry).value_or(0);
-        if (expire < redisMinExpiry)
-            return malformedUrl("expire is not a number of seconds from " + std::to_string(redisMinExpiry) +
-                                " (an unchanged value is repeated after 600) to " + std::to_string(redisMaxExpiry));
+        if (option.name != "expire" && option.name != "history")
+            return malformedUrl("expire=SECONDS and history=NUMBER are the only options");
+        if (std::exchange(option.name == "expire" ? expire : history, true))
+            return malformedUrl(option.name + " is given twice");
+        Status malformed = option.name == "expire" ? parseExpiry(option.value, limits.expire)
+                                                   : parseHistory(option.value, limits.history);
+        if (!malformed.ok())
+            return malformed;
     }
-    return expire;
+    return limits;
 }
 
 }  // namespace
@@ -410,10 +292,10 @@ BackendResult makeRedisBackend(const Url& url, const Credentials& credentials) {
     const Result<std::uint32_t> database = parseDatabase(url.path);
     if (!database.ok())
         return database.status();
-    const Result<std::uint32_t> expire = parseExpiry(url.options);
-    if (!expire.ok())
-        return expire.status();
-    return BackendResult(std::make_unique<RedisBackend>(Settings{std::move(*server), *database, *expire, credentials}));
+    const Result<RedisLimits> limits = parseLimits(url.options);
+    if (!limits.ok())
+        return limits.status();
+    return BackendResult(std::make_unique<RedisBackend>(Settings{std::move(*server), *database, *limits, credentials}));
 }
 
 }  // namespace rdbopen

@@ -1,5 +1,7 @@
-//  The back end redis://HOST[:PORT][/DB][?expire=SECONDS]: an rdb server in a Redis server. Tags, their current values
-//  and their history are keys of its database DB (objects.h); each call that writes is one transaction.
+//  The back end redis://HOST[:PORT][/DB][?expire=SECONDS&history=NUMBER]: an rdb server in a Redis server. Tags, their
+//  current values and their history are keys of its database DB (objects.h). Each call is one round trip; one that
+//  writes is a script that the server executes as a whole (scripts.h). So a put whose answer was lost may be repeated:
+//  it confirms what it finds.
 #ifndef RDBAPI_OPEN_REDIS_BACKEND_H
 #define RDBAPI_OPEN_REDIS_BACKEND_H
 

@@ -10,34 +10,29 @@ namespace {
 
 using Kind = RedisReply::Kind;
 
+//  Returns the name of a key or channel. kind: with a colon.
+std::string keyOf(const char* kind, const char* name) {
+    return std::string("rdb:").append(kind).append("{").append(name).append("}");
+}
+
 std::string tagKey(const char* name) {
-    return std::string("rdb:tag:") + name;
+    return keyOf("tag:", name);
 }
 
 std::string valueKey(const char* name) {
-    return std::string("rdb:value:") + name;
+    return keyOf("value:", name);
 }
 
-std::string historyKey(const char* name) {
-    return std::string("rdb:history:") + name;
+void appendKeys(RedisCommand& command, const char* name) {
+    for (const char* kind : {"tag:", "value:", "history:"})
+        command.push_back(keyOf(kind, name));
 }
 
 Status foreign(const std::string& key) {
     return serverRefused(key + " is somebody else's and stays as it is");
 }
 
-//  Removes the next answer and returns it. Fails if it is not of this kind.
-Result<const RedisReply*> take(std::span<const RedisReply>& replies, std::string_view command, Kind kind) {
-    if (replies.empty())
-        return notUnderstood(command);
-    const RedisReply& reply = replies.front();
-    replies = replies.subspan(1);
-    if (reply.is(kind))
-        return &reply;
-    return reply.is(Kind::error) ? refusedByRedis(command, reply) : notUnderstood(command);
-}
-
-//  Returns the number in the text of field, or nothing if the text is not a number.
+//  Returns the number in the text of field, or nothing if it is not one.
 template <class Number>
 std::optional<Number> numberIn(const RedisReply& field) {
     Number number = 0;
@@ -47,27 +42,26 @@ std::optional<Number> numberIn(const RedisReply& field) {
     return isNumber ? std::optional(number) : std::nullopt;
 }
 
-//  Removes the answers to HLEN and HMGET. Returns the answer to HMGET, or null if the key does not exist.
-Result<const RedisReply*> takeHash(std::span<const RedisReply>& replies, std::size_t count) {
-    const Result<const RedisReply*> size = take(replies, "HLEN", Kind::integer);
-    if (!size.ok())
-        return size.status();
-    const Result<const RedisReply*> fields = take(replies, "HMGET", Kind::array);
-    if (!fields.ok())
-        return fields.status();
-    if ((*fields)->elements.size() != count)
+//  Returns the fields in the answer to HMGET. Null if there is none of them: a hash of another program then counts as
+//  missing, and the script refuses to write to it.
+Result<const std::vector<RedisReply>*> readFields(const RedisReply& reply, std::size_t count) {
+    if (reply.is(Kind::error))
+        return refusedByRedis("HMGET", reply);
+    if (!reply.is(Kind::array) || reply.elements.size() != count)
         return notUnderstood("HMGET");
-    return (*size)->integer == 0 ? nullptr : *fields;
-}
-
-void appendExpiry(std::vector<RedisCommand>& commands, const char* name, std::uint32_t expire) {
-    if (expire == 0)
-        return;
-    for (const std::string& key : {tagKey(name), valueKey(name), historyKey(name)})
-        commands.push_back({"EXPIRE", key, std::to_string(expire)});
+    for (const RedisReply& field : reply.elements)
+        if (!field.is(Kind::nil))
+            return &reply.elements;
+    return nullptr;
 }
 
 }  // namespace
+
+Status verifyName(std::string_view name) {
+    if (!name.empty() && name.front() != '}')
+        return {};
+    return {errorBadRequest, "the name " + std::string(name) + " cannot be used: it is empty or starts with }"};
+}
 
 Status notUnderstood(std::string_view command) {
     return backendFailed("the server's answer to " + std::string(command) + " is not understood");
@@ -79,101 +73,83 @@ Status refusedByRedis(std::string_view command, const RedisReply& answer) {
     return {code, std::move(reason), redisIsWrongServer(answer.text)};
 }
 
-Result<std::int64_t> readTime(const RedisReply& reply) {
-    if (reply.is(Kind::error))
-        return refusedByRedis("TIME", reply);
-    constexpr std::int64_t maxSeconds = 1000000000000;  // large enough for any date, and prevents an overflow
-    if (reply.elements.size() != 2)
-        return notUnderstood("TIME");
-    const std::int64_t seconds = numberIn<std::int64_t>(reply.elements[0]).value_or(-1);
-    const std::int64_t microseconds = numberIn<std::int64_t>(reply.elements[1]).value_or(-1);
-    if (seconds < 0 || seconds > maxSeconds || microseconds < 0 || microseconds > 999999)
-        return notUnderstood("TIME");
-    return seconds * 1000 + microseconds / 1000;
+RedisCommand tagQuery(const char* name) {
+    return {"HMGET", tagKey(name), "class", "type", "importflag"};
 }
 
-void appendTagQuery(std::vector<RedisCommand>& commands, const char* name) {
-    commands.push_back({"HLEN", tagKey(name)});
-    commands.push_back({"HMGET", tagKey(name), "class", "type", "importflag"});
-}
-
-Result<std::optional<RedisTag>> readTag(std::span<const RedisReply>& replies, const char* name) {
-    const Result<const RedisReply*> hash = takeHash(replies, 3);
-    if (!hash.ok())
-        return hash.status();
-    if (*hash == nullptr)
+Result<std::optional<RedisTag>> readTag(const RedisReply& reply, const char* name) {
+    const Result<const std::vector<RedisReply>*> fields = readFields(reply, 3);
+    if (!fields.ok())
+        return fields.status();
+    if (*fields == nullptr)
         return std::optional<RedisTag>();
-    const std::vector<RedisReply>& fields = (*hash)->elements;
-    const auto tagclass = numberIn<std::uint8_t>(fields[0]);
-    const auto type = numberIn<std::uint8_t>(fields[1]);
-    const auto importflag = numberIn<std::uint8_t>(fields[2]);
+    const auto tagclass = numberIn<std::uint8_t>((**fields)[0]);
+    const auto type = numberIn<std::uint8_t>((**fields)[1]);
+    const auto importflag = numberIn<std::uint8_t>((**fields)[2]);
     if (!tagclass || !type || !importflag)
         return foreign(tagKey(name));
     return std::optional(RedisTag{*tagclass, *type, *importflag});
 }
 
-void appendValueQuery(std::vector<RedisCommand>& commands, const char* name) {
-    commands.push_back({"HLEN", valueKey(name)});
-    commands.push_back({"HMGET", valueKey(name), "time_ms", "type", "value"});
+RedisCommand valueQuery(const char* name) {
+    return {"HMGET", valueKey(name), "time_ms", "type", "value"};
 }
 
-Result<std::optional<RedisValue>> readValue(std::span<const RedisReply>& replies, const char* name) {
-    const Result<const RedisReply*> hash = takeHash(replies, 3);
-    if (!hash.ok())
-        return hash.status();
-    if (*hash == nullptr)
+Result<std::optional<RedisValue>> readValue(const RedisReply& reply, const char* name) {
+    const Result<const std::vector<RedisReply>*> fields = readFields(reply, 3);
+    if (!fields.ok())
+        return fields.status();
+    if (*fields == nullptr)
         return std::optional<RedisValue>();
-    const std::vector<RedisReply>& fields = (*hash)->elements;
-    const auto time = numberIn<std::int64_t>(fields[0]);
-    const auto type = numberIn<std::uint8_t>(fields[1]);
-    if (!time || !type || !fields[2].is(Kind::text))
+    const auto time = numberIn<std::uint64_t>((**fields)[0]);
+    const auto type = numberIn<std::uint8_t>((**fields)[1]);
+    if (!time || !type || !(**fields)[2].is(Kind::text))
         return foreign(valueKey(name));
-    return std::optional(RedisValue{*time, *type, fields[2].text});
+    return std::optional(RedisValue{*type, (**fields)[2].text});
 }
 
-void appendQuery(std::vector<RedisCommand>& commands, const char* name) {
-    appendTagQuery(commands, name);
-    appendValueQuery(commands, name);
-    commands.push_back({"TYPE", historyKey(name)});
+RedisCommand importArguments(const RdbTag& tag, const RedisLimits& limits) {
+    RedisCommand arguments{"3"};
+    appendKeys(arguments, tag.name);
+    arguments.push_back(std::to_string(limits.expire));
+    for (const std::uint8_t field : {tag.tagclass, tag.valuetype, tag.importflag})
+        arguments.push_back(std::to_string(field));
+    return arguments;
 }
 
-Result<RedisHeld> readHeld(std::span<const RedisReply>& replies, const char* name) {
-    Result<std::optional<RedisTag>> tag = readTag(replies, name);
-    if (!tag.ok())
-        return tag.status();
-    Result<std::optional<RedisValue>> value = readValue(replies, name);
-    if (!value.ok())
-        return value.status();
-    const Result<const RedisReply*> type = take(replies, "TYPE", Kind::status);
-    if (!type.ok())
-        return type.status();
-    if ((*type)->text != "none" && (*type)->text != "stream")
-        return foreign(historyKey(name));
-    return RedisHeld{*tag, std::move(*value)};
+RedisCommand putArguments(std::span<const RdbSnapshot> records, const RedisLimits& limits) {
+    RedisCommand arguments{std::to_string(3 * records.size())};
+    for (const RdbSnapshot& record : records)
+        appendKeys(arguments, record.name);
+    arguments.push_back(std::to_string(limits.expire));
+    arguments.push_back(std::to_string(limits.history));
+    arguments.push_back(std::to_string(RDB_TAG_CLASS_USABLE));
+    for (const RdbSnapshot& record : records) {
+        arguments.push_back(std::to_string(record.valuetype));
+        arguments.emplace_back(record.value, record.valuelen);
+        arguments.push_back(keyOf("changed:", record.name));
+    }
+    return arguments;
 }
 
-void appendKeys(RedisCommand& command, const char* name) {
-    for (std::string& key : std::vector<std::string>{tagKey(name), valueKey(name), historyKey(name)})
-        command.push_back(std::move(key));
-}
-
-void appendImport(std::vector<RedisCommand>& commands, const RdbTag& tag, std::int64_t now, std::uint32_t expire) {
-    commands.push_back({"HSET", tagKey(tag.name), "class", std::to_string(tag.tagclass), "type",
-                        std::to_string(tag.valuetype), "importflag", std::to_string(tag.importflag), "imported_ms",
-                        std::to_string(now)});
-    appendExpiry(commands, tag.name, expire);
-}
-
-void appendPut(std::vector<RedisCommand>& commands, const RdbSnapshot& record, std::int64_t now, std::uint32_t expire,
-               bool changed) {
-    const std::string type = std::to_string(record.valuetype);
-    const std::string value(record.value, record.valuelen);
-    commands.push_back({"HSET", valueKey(record.name), "time_ms", std::to_string(now), "type", type, "value", value});
-    commands.push_back({"XADD", historyKey(record.name), "MAXLEN", std::to_string(redisHistoryLimit), "*", "type", type,
-                        "value", value});
-    appendExpiry(commands, record.name, expire);
-    if (changed)
-        commands.push_back({"PUBLISH", std::string("rdb:changed:") + record.name, value});
+Status readOutcome(const RedisReply& reply, const RedisScript& script) {
+    if (reply.is(Kind::error))
+        return refusedByRedis(script.operation, reply);
+    const auto isWord = [&](std::size_t i, std::string_view word) {
+        return reply.elements[i].is(Kind::text) && reply.elements[i].text == word;
+    };
+    if (reply.elements.size() == 1) {
+        if (isWord(0, "done") || isWord(0, "confirmed"))
+            return {};
+        if (isWord(0, "no-tag"))
+            return {errorNoSuchTag, {}};
+        if (isWord(0, "not-usable"))
+            return {errorTagNotUsable, {}};
+    }
+    //  The key is one of those that were sent, but a server may answer anything.
+    if (reply.elements.size() == 2 && isWord(0, "foreign") && reply.elements[1].is(Kind::text))
+        return foreign(redisPrintable(reply.elements[1].text));
+    return notUnderstood(script.operation);
 }
 
 }  // namespace rdbopen

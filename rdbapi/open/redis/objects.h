@@ -1,26 +1,32 @@
-//  The keys of the back end redis for one name, and the commands that read and write them:
+//  The keys of the back end redis for one name, and what is sent and received to read and write them:
 //
-//      rdb:tag:NAME      hash    class, type, importflag, imported_ms
-//      rdb:value:NAME    hash    time_ms, type, value
-//      rdb:history:NAME  stream  type, value; one entry for each of the newest redisHistoryLimit puts
-//      rdb:changed:NAME  channel on which each value is published if it differs from the previous one
+//      rdb:tag:{NAME}      hash    class, type, importflag, imported_ms
+//      rdb:value:{NAME}    hash    time_ms (of the last change), confirmed_ms (of the last put), type, value
+//      rdb:history:{NAME}  list    "TIME_MS TYPE VALUE" of each change, the newest last
+//      rdb:changed:{NAME}  channel on which each value is published if it differs from the previous one
 //
-//  A key with another type or other fields belongs to another program; a request that needs it is refused, and the key
-//  is not changed. If one command of a transaction fails because of a key's type, Redis still executes the others.
-//  Therefore all keys are queried before anything is written.
+//  The braces make a cluster keep all keys of a name at one server. A list takes a quarter of the memory of a stream,
+//  whose first entry reserves 4 KB.
+//
+//  A key of another type or with other fields belongs to another program: it is refused and not changed.
 #ifndef RDBAPI_OPEN_REDIS_OBJECTS_H
 #define RDBAPI_OPEN_REDIS_OBJECTS_H
 
 #include "engine/backend.h"
+#include "net/url.h"
 #include "redis/connection.h"
+#include "redis/scripts.h"
 
 #include <cstdint>
 #include <optional>
 
 namespace rdbopen {
 
-//  Maximum number of entries in each history; a further put removes the oldest entry.
-inline constexpr int redisHistoryLimit = 10000;
+//  The options of the url that concern the keys.
+struct RedisLimits {
+    std::uint32_t expire = 0;                // seconds until the keys of a name expire without a put; 0 for never
+    std::uint32_t history = defaultHistory;  // maximum number of entries of a history; 0 for none
+};
 
 //  The definition of a tag, as stored in its hash.
 struct RedisTag {
@@ -30,7 +36,6 @@ struct RedisTag {
 };
 
 struct RedisValue {
-    std::int64_t time = 0;  // ms since 1970-01-01 UTC on the server's clock
     std::uint8_t type = 0;
     std::string value;
 
@@ -39,11 +44,9 @@ struct RedisValue {
     }
 };
 
-//  The server's data for one name.
-struct RedisHeld {
-    std::optional<RedisTag> tag;
-    std::optional<RedisValue> value;
-};
+//  Returns ok for a name that can have keys. Otherwise errorBadRequest: the braces would contain nothing, and a cluster
+//  ignores such braces.
+Status verifyName(std::string_view name);
 
 //  Returns the status for an error answer to command: errorBackendFailed if redisEndsConnection, else
 //  errorServerRefused.
@@ -52,32 +55,20 @@ Status refusedByRedis(std::string_view command, const RedisReply& answer);
 //  Returns the status for an answer that is not valid for this command.
 Status notUnderstood(std::string_view command);
 
-//  Reads the answer to TIME: ms since 1970-01-01 UTC.
-Result<std::int64_t> readTime(const RedisReply& reply);
+//  The command that queries a tag, and the meaning of its answer: nothing without a tag.
+RedisCommand tagQuery(const char* name);
+Result<std::optional<RedisTag>> readTag(const RedisReply& reply, const char* name);
 
-//  Append the commands that query only a tag, and remove their answers from the start of replies. readTag returns
-//  nothing if the server does not have the tag.
-void appendTagQuery(std::vector<RedisCommand>& commands, const char* name);
-Result<std::optional<RedisTag>> readTag(std::span<const RedisReply>& replies, const char* name);
+//  The same for the current value.
+RedisCommand valueQuery(const char* name);
+Result<std::optional<RedisValue>> readValue(const RedisReply& reply, const char* name);
 
-//  Like appendTagQuery and readTag, for the current value only.
-void appendValueQuery(std::vector<RedisCommand>& commands, const char* name);
-Result<std::optional<RedisValue>> readValue(std::span<const RedisReply>& replies, const char* name);
+//  The keys and arguments of redisImportScript and redisPutScript, as they follow the script in EVALSHA and EVAL.
+RedisCommand importArguments(const RdbTag& tag, const RedisLimits& limits);
+RedisCommand putArguments(std::span<const RdbSnapshot> records, const RedisLimits& limits);
 
-//  Like appendTagQuery and readTag, for all keys of a name. readHeld also fails if the history belongs to another
-//  program.
-void appendQuery(std::vector<RedisCommand>& commands, const char* name);
-Result<RedisHeld> readHeld(std::span<const RedisReply>& replies, const char* name);
-
-//  Appends all keys of name to command, which is WATCH.
-void appendKeys(RedisCommand& command, const char* name);
-
-//  Append the commands that write a definition or a value in a transaction. now: ms since 1970-01-01 UTC on the
-//  server's clock. expire: seconds until the keys expire; 0: they do not expire. changed: whether the value is
-//  published, too.
-void appendImport(std::vector<RedisCommand>& commands, const RdbTag& tag, std::int64_t now, std::uint32_t expire);
-void appendPut(std::vector<RedisCommand>& commands, const RdbSnapshot& record, std::int64_t now, std::uint32_t expire,
-               bool changed);
+//  Returns the meaning of what a script has returned.
+Status readOutcome(const RedisReply& reply, const RedisScript& script);
 
 }  // namespace rdbopen
 

@@ -17,9 +17,10 @@ struct Meaning {
     bool general = false;  // any command may get this answer, so the reason does not name the command
 };
 
-//  Prefixes of answers after which the connection cannot be used any more. A retry on the same connection cannot
-//  succeed: a lost login is not renewed, and a replica remains read-only until it is promoted. A new connection logs in
-//  again and resolves the server's name again.
+constexpr std::string_view noPermission = "NOPERM";
+
+//  Prefixes of answers after which the connection is useless. A retry in the same connection cannot succeed: a login is
+//  not renewed, and a replica stays one until it is promoted. A new connection resolves the name again.
 constexpr std::string_view endings[] = {"NOAUTH", "READONLY", "MASTERDOWN"};
 
 //  Prefixes of answers of a wrong server. Another address of the name may be the primary, or may have finished loading
@@ -31,8 +32,8 @@ constexpr std::string_view wrongServers[] = {"READONLY", "MASTERDOWN", "LOADING"
 constexpr Meaning meanings[] = {
     {"WRONGPASS", "user or password is wrong, or the user is switched off"},
     {"NOAUTH", "the connection is not logged in"},
-    {"NOPERM", "the user has not every permission that is needed", true},
-    {"WRONGTYPE", "a key of another type is in the way"},
+    {noPermission, "the user has not every permission that is needed", true},
+    {"WRONGTYPE", "a key of another type is in the way", true},
     {"READONLY", "the server is a read-only replica", true},
     {"OOM", "the server's memory limit is reached", true},
     {"MISCONF", "the server cannot save to its disk", true},
@@ -47,28 +48,44 @@ constexpr Meaning meanings[] = {
     {"DENIED", "the server is in protected mode and takes connections of its own machine only"},
     {"ERR max number of clients reached", "the server has too many connections"},
     {"ERR unknown command", "the command is renamed or switched off at this server, or it is a Sentinel"},
+    {"ERR Unknown Redis command called from script", "a command is renamed or switched off at this server"},
+    {"ERR Invalid command passed to redis.acl_check_cmd", "a command is renamed or switched off at this server"},
+    {"Unknown Redis command called from Lua script", "a command is renamed or switched off at this server"},
     {"ERR DB index is out of range", "the server has no database of this number"},
 };
 
-//  Prefix of an EXECABORT reply; the actual cause follows it.
-constexpr std::string_view discarded = "EXECABORT Transaction discarded because of: ";
+//  The texts around the error of a script. The beginning ends with ": " after a place or two in the script.
+constexpr std::string_view scriptFailed = "ERR Error running script (call to f_";
+constexpr std::string_view scriptPlace = "@user_script:";
+constexpr std::string_view scriptPlaceAfter = " script: ";
+constexpr std::size_t maxWrapping = 160;
 
-std::string_view withoutDiscarded(std::string_view answer) {
-    return answer.starts_with(discarded) ? answer.substr(discarded.size()) : answer;
+//  What a script gets instead of NOPERM, from Redis 7 on after "ERR ".
+constexpr std::string_view deniedScripts[] = {"The user executing the script can't",
+                                              "ERR The user executing the script can't"};
+
+//  Returns the error in the answer to a script, or any other answer unchanged.
+std::string_view unwrapped(std::string_view answer) {
+    if (answer.starts_with(scriptFailed)) {
+        answer.remove_prefix(std::min(answer.find(scriptPlace), answer.size()));
+        while (answer.starts_with(scriptPlace))
+            answer.remove_prefix(std::min(answer.find(": ", scriptPlace.size() + 1), answer.size() - 2) + 2);
+        if (answer.starts_with('-'))
+            answer.remove_prefix(1);
+    }
+    for (const std::string_view denied : deniedScripts)
+        if (answer.starts_with(denied))
+            return noPermission;
+    const std::size_t end = answer.find(scriptPlaceAfter);
+    return end != std::string_view::npos && answer.find(scriptPlace, end) != std::string_view::npos
+               ? answer.substr(0, end)
+               : answer;
 }
 
 bool startsWithAny(std::string_view answer, std::span<const std::string_view> beginnings) {
-    answer = withoutDiscarded(answer);
+    answer = unwrapped(answer);
     return std::any_of(beginnings.begin(), beginnings.end(),
                        [answer](std::string_view beginning) { return answer.starts_with(beginning); });
-}
-
-std::string printable(std::string_view answer) {
-    std::string text(answer.substr(0, maxQuoteLength));
-    for (char& c : text)
-        if (c < ' ' || c > '~')
-            c = '?';
-    return text;
 }
 
 std::string toLowerCase(std::string_view text) {
@@ -90,7 +107,7 @@ bool redisIsWrongServer(std::string_view answer) {
 }
 
 std::size_t redisQuotable(std::string_view answer, std::span<const std::string> secrets) {
-    const std::string text = toLowerCase(answer.substr(0, discarded.size() + maxQuoteLength + minSecretMatch));
+    const std::string text = toLowerCase(answer.substr(0, maxWrapping + maxQuoteLength + minSecretMatch));
     std::size_t quotable = text.size();
     for (const std::string& one : secrets) {
         const std::string secret = toLowerCase(one);
@@ -101,16 +118,24 @@ std::size_t redisQuotable(std::string_view answer, std::span<const std::string> 
     return quotable;
 }
 
+std::string redisPrintable(std::string_view text) {
+    std::string shown(text.substr(0, maxQuoteLength));
+    for (char& c : shown)
+        if (c < ' ' || c > '~')
+            c = '?';
+    return shown;
+}
+
 std::string redisRefusal(std::string_view command, std::string_view answer, std::size_t quotable) {
-    const std::string_view quoted = withoutDiscarded(answer.substr(0, quotable));
-    answer = withoutDiscarded(answer);
+    const std::string_view quoted = unwrapped(answer.substr(0, quotable));
+    answer = unwrapped(answer);
     std::string subject = std::string(command) + " refused: ";
     for (const Meaning& meaning : meanings)
         if (answer.starts_with(meaning.beginning)) {
             std::string text = meaning.general ? "refused: " : std::move(subject);
             return text.append(meaning.words).append(" (").append(meaning.beginning).append(")");
         }
-    return subject + (quoted.empty() ? "the answer is none of the usual ones" : printable(quoted));
+    return subject + (quoted.empty() ? "the answer is none of the usual ones" : redisPrintable(quoted));
 }
 
 }  // namespace rdbopen

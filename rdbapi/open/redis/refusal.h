@@ -1,4 +1,11 @@
 //  Interprets the error answers of a Redis server and returns reasons for the operator.
+//
+//  An error of a command that a script called has the error's own text in the middle:
+//
+//      from Redis 7 on    OOM command not allowed ... script: HASH, on @user_script:12.
+//      Redis 5 and 6      ERR Error running script (call to f_HASH): @user_script:12: @user_script: 12: -OOM ...
+//
+//  All functions but redisPrintable take such an answer for the error in it.
 #ifndef RDBAPI_OPEN_REDIS_REFUSAL_H
 #define RDBAPI_OPEN_REDIS_REFUSAL_H
 
@@ -20,6 +27,9 @@ bool redisIsWrongServer(std::string_view answer);
 //  occur in one of secrets, ignoring case. A secret of less than 4 bytes must occur completely. Bytes after the maximum
 //  length of a quote are never quotable.
 std::size_t redisQuotable(std::string_view answer, std::span<const std::string> secrets);
+
+//  Returns at most the first 120 bytes of text, with "?" for those that are not printable.
+std::string redisPrintable(std::string_view text);
 
 //  Returns the reason why command was refused with the error answer. An unknown answer is quoted: at most its first 120
 //  quotable bytes, with "?" for bytes that are not printable.

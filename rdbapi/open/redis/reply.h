@@ -21,8 +21,8 @@
 
 namespace rdbopen {
 
-//  Maximum number of bytes of one answer, and of elements of all its arrays together. The longest valid answer has
-//  6000 elements: that to the transaction of a put of 1000 records.
+//  Maximum number of bytes of one answer, and of elements of all its arrays together. The longest answer that is needed
+//  is a value of 999 bytes.
 inline constexpr std::size_t maxRedisReplySize = 262144;
 inline constexpr std::size_t maxRedisElements = 8192;
 

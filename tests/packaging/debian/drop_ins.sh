@@ -32,12 +32,12 @@ remove_drop_ins() {
 #  Sets the only password of user host1 in Debian's Redis server.
 set_password() {
     quietly redis-cli ACL SETUSER host1 reset on ">$1" '~*' '&*' '+@all'
-    quietly redis-cli DEL rdb:value:host1.example
+    quietly redis-cli DEL "rdb:value:{host1.example}"
     echo "$1" | inside install -m 600 /dev/stdin /etc/addrpubd/rdbpswd
 }
 
 in_redis() {
-    [ "$(inside redis-cli HGET "rdb:value:$name" value)" = "$address" ]
+    [ "$(inside redis-cli HGET "rdb:value:{$name}" value)" = "$address" ]
 }
 
 expect_password_hidden() {

@@ -1,5 +1,6 @@
 //  The back end redis with a fake server. Each test determines the server's answers.
 #include "redis/backend.h"
+#include "redis/scripts.h"
 
 #include "open_fake_redis.h"
 #include "open_support.h"
@@ -11,19 +12,18 @@ namespace {
 using namespace opentest;
 using namespace rdbopen;
 
-constexpr char usableHash[] = "*3\r\n$1\r\n2\r\n$1\r\n6\r\n$1\r\n1\r\n";
-
 std::string makeReason(const std::string& url) {
     const BackendResult backend = makeBackend(url, {"u", "p"});
     EXPECT_TRUE(backend.ok() || backend.status().code == errorBadUrl) << url;
     return backend.status().reason;
 }
 
-//  Returns the server's answer to HMGET for this current value.
-std::string valueHash(const std::string& time, const std::string& value) {
-    return "*3\r\n$" + std::to_string(time.size()) + "\r\n" + time + "\r\n$1\r\n6\r\n$" + std::to_string(value.size()) +
-           "\r\n" + value + "\r\n";
+//  Returns the answer to HMGET for a current value.
+std::string valueHash(const std::string& value) {
+    return "*3\r\n$1\r\n1\r\n$1\r\n6\r\n$" + std::to_string(value.size()) + "\r\n" + value + "\r\n";
 }
+
+constexpr char noScript[] = "-NOSCRIPT No matching script. Please use EVAL.\r\n";
 
 class RedisBackend : public testing::Test {
 protected:
@@ -41,15 +41,6 @@ protected:
         const RdbSnapshot record = recordOf(name, value);
         return backend->tags()->put({&record, 1});
     }
-    //  Sets the server's answer so that the next read finds a valid tag.
-    void holdTag() {
-        server.answer("HLEN", ":3\r\n");
-        server.answer("HMGET", usableHash);
-    }
-    void holdValue(const std::string& time, const std::string& value) {
-        server.answer("HLEN", ":3\r\n");
-        server.answer("HMGET", valueHash(time, value));
-    }
     std::vector<std::string> words() {
         std::vector<std::string> all;
         for (const FakeRedis::Command& command : server.received())
@@ -63,9 +54,10 @@ protected:
 
 using Words = std::vector<std::string>;
 
-TEST(RedisUrl, AcceptsAServerAPortADatabaseAndAnExpiry) {
-    for (const char* url : {"redis://host", "redis://host/", "redis://[::1]:7000/3", "redis://10.0.0.1/15?expire=660",
-                            "redis://h/0?expire=31536000", "REDIS://h"})
+TEST(RedisUrl, TakesAServerAPortADatabaseAndAnExpiry) {
+    for (const char* url :
+         {"redis://host", "redis://host/", "redis://[::1]:7000/3", "redis://10.0.0.1/15?expire=660",
+          "redis://h/0?expire=31536000", "REDIS://h", "redis://h?history=0", "redis://h?history=100000&expire=900"})
         EXPECT_EQ(makeReason(url), "") << url;
 }
 
@@ -73,7 +65,8 @@ TEST(RedisUrl, RefusesEverythingElseWithAReason) {
     for (const char* url :
          {"redis://", "redis:///1", "redis://h/x", "redis://h/1/2", "redis://h/-1", "redis://h/4294967296",
           "redis://h:0", "redis://u:p@h", "redis://h?expire=659", "redis://h?expire=0", "redis://h?expire=31536001",
-          "redis://h?expire=1h", "redis://h?expire=", "redis://h?expire=900&expire=900", "redis://h?ttl=900"})
+          "redis://h?expire=1h", "redis://h?expire=", "redis://h?expire=900&expire=900", "redis://h?ttl=900",
+          "redis://h?history=100001", "redis://h?history=", "redis://h?history=-1", "redis://h?history=1&history=1"})
         EXPECT_NE(makeReason(url), "") << url;
     EXPECT_NE(makeReason("redis://h?expire=600").find("660"), std::string::npos);
     EXPECT_EQ(makeReason("redis://h?ttl=900"), "malformed url: it has an option other than expire");
@@ -167,176 +160,147 @@ TEST_F(RedisBackend, ReportsWhyAServerRejectsTheConnection) {
     EXPECT_NE(open().reason.find("the server has too many connections"), std::string::npos);
 }
 
-TEST_F(RedisBackend, AnUnknownTagHasItsOwnErrorCode) {
+TEST_F(RedisBackend, EachOutcomeOfAScriptHasItsCode) {
+    const struct {
+        const char* answer;
+        int code;
+        const char* reason;
+    } rows[] = {
+        {"*1\r\n$4\r\ndone\r\n", 0, ""},
+        {"*1\r\n$9\r\nconfirmed\r\n", 0, ""},
+        {"*1\r\n$6\r\nno-tag\r\n", errorNoSuchTag, ""},
+        {"*1\r\n$10\r\nnot-usable\r\n", errorTagNotUsable, ""},
+        {"*2\r\n$7\r\nforeign\r\n$8\r\nrdb:tag:\r\n", errorServerRefused,
+         "rdb:tag: is somebody else's and stays as it is"},
+        {"*2\r\n$7\r\nforeign\r\n$3\r\na\nb\r\n", errorServerRefused, "a?b is somebody else's and stays as it is"},
+    };
+    opened();
+    for (const auto& row : rows) {
+        server.answer("EVALSHA", row.answer);
+        const Status outcome = put();
+        EXPECT_EQ(outcome.code, row.code) << row.answer;
+        EXPECT_EQ(outcome.reason, row.reason);
+    }
+    EXPECT_EQ(server.connections(), 1);
+}
+
+TEST_F(RedisBackend, AMissingTagHasItsCode) {
     opened();
     RdbTag tag = tagNamed("host1");
     EXPECT_EQ(backend->tags()->get(tag).code, errorNoSuchTag);
-    EXPECT_EQ(put().code, errorNoSuchTag);
-    EXPECT_EQ(server.received("EXEC").size(), 0U);
-    EXPECT_EQ(server.received("DISCARD").size(), 1U);
 }
 
 TEST_F(RedisBackend, AStoredTagIsReadWithItsThreeFields) {
     opened();
-    server.answer("HLEN", ":4\r\n");
     server.answer("HMGET", "*3\r\n$3\r\n255\r\n$1\r\n0\r\n$1\r\n1\r\n");
     RdbTag tag = tagNamed("host1");
     ASSERT_EQ(backend->tags()->get(tag).code, 0);
     EXPECT_EQ(tag.tagclass, 255);
     EXPECT_EQ(tag.valuetype, 0);
     EXPECT_EQ(tag.importflag, 1);
+    EXPECT_EQ(server.received("HMGET"),
+              (std::vector<FakeRedis::Command>{{"HMGET", "rdb:tag:{host1}", "class", "type", "importflag"}}));
 }
 
-TEST_F(RedisBackend, AnImportIsOneWatchedTransaction) {
-    opened();
-    ASSERT_EQ(backend->tags()->import(usableTag("host1")).code, 0);
-    EXPECT_EQ(server.received("WATCH").front(),
-              (FakeRedis::Command{"WATCH", "rdb:tag:host1", "rdb:value:host1", "rdb:history:host1"}));
-    EXPECT_EQ(server.received("HSET").front(), (FakeRedis::Command{"HSET", "rdb:tag:host1", "class", "2", "type", "6",
-                                                                   "importflag", "1", "imported_ms", "1700000000123"}));
-    EXPECT_EQ(words(), (Words{"AUTH", "CLIENT", "PING", "WATCH", "TIME", "HLEN", "HMGET", "HLEN", "HMGET", "TYPE",
-                              "MULTI", "HSET", "EXEC"}));
-}
-
-TEST_F(RedisBackend, APutWritesValueHistoryAndChangeWithTheServersTime) {
-    opened();
-    holdTag();
-    ASSERT_EQ(put("2001:db8::1").code, 0);
-    EXPECT_EQ(server.received("HSET").front(),
-              (FakeRedis::Command{"HSET", "rdb:value:host1", "time_ms", "1700000000123", "type", "6", "value",
-                                  "2001:db8::1"}));
-    EXPECT_EQ(server.received("XADD").front(), (FakeRedis::Command{"XADD", "rdb:history:host1", "MAXLEN", "10000", "*",
-                                                                   "type", "6", "value", "2001:db8::1"}));
-    EXPECT_EQ(server.received("PUBLISH").front(), (FakeRedis::Command{"PUBLISH", "rdb:changed:host1", "2001:db8::1"}));
-    EXPECT_EQ(server.received("EXPIRE").size(), 0U);
-}
-
-TEST_F(RedisBackend, ARepeatedValueIsPutAgainButNotPublished) {
-    opened();
-    holdTag();
-    holdValue("1699999999000", "v");
-    ASSERT_EQ(put("v").code, 0);
-    EXPECT_EQ(server.received("XADD").size(), 1U);
-    EXPECT_EQ(server.received("PUBLISH").size(), 0U);
-}
-
-TEST_F(RedisBackend, AnExpiryIsSetOnAllThreeKeysByEachWrite) {
+TEST_F(RedisBackend, AnImportIsOneCommandWithAllKeysOfTheName) {
     use("?expire=1800");
     opened();
     ASSERT_EQ(backend->tags()->import(usableTag("host1")).code, 0);
-    holdTag();
-    ASSERT_EQ(put().code, 0);
-    const auto expiries = server.received("EXPIRE");
-    ASSERT_EQ(expiries.size(), 6U);
-    EXPECT_EQ(expiries[3], (FakeRedis::Command{"EXPIRE", "rdb:tag:host1", "1800"}));
-    EXPECT_EQ(expiries[4], (FakeRedis::Command{"EXPIRE", "rdb:value:host1", "1800"}));
-    EXPECT_EQ(expiries[5], (FakeRedis::Command{"EXPIRE", "rdb:history:host1", "1800"}));
+    EXPECT_EQ(words(), (Words{"AUTH", "CLIENT", "PING", "EVALSHA"}));
+    EXPECT_EQ(server.received("EVALSHA").front(),
+              (FakeRedis::Command{"EVALSHA", std::string(redisImportScript.hash), "3", "rdb:tag:{host1}",
+                                  "rdb:value:{host1}", "rdb:history:{host1}", "1800", "2", "6", "1"}));
 }
 
-TEST_F(RedisBackend, SeveralRecordsAreOneTransaction) {
+TEST_F(RedisBackend, APutIsOneCommandWithAllKeysOfAllNames) {
+    use("?history=7");
     opened();
-    server.answer("HLEN", ":3\r\n");
-    server.answer("HLEN", ":0\r\n");
-    server.answer("HLEN", ":3\r\n");
-    for (const char* answer : {usableHash, "*3\r\n$-1\r\n$-1\r\n$-1\r\n", usableHash})
-        server.answer("HMGET", answer);
-    const RdbSnapshot records[]{recordOf("a", "1"), recordOf("b", "2")};
+    const RdbSnapshot records[]{recordOf("a", "1"), recordOf("b", "2001:db8::1")};
     ASSERT_EQ(backend->tags()->put(records).code, 0);
-    EXPECT_EQ(server.received("EXEC").size(), 1U);
-    EXPECT_EQ(server.received("HSET").size(), 2U);
+    EXPECT_EQ(words(), (Words{"AUTH", "CLIENT", "PING", "EVALSHA"}));
+    EXPECT_EQ(server.received("EVALSHA").front(),
+              (FakeRedis::Command{"EVALSHA", std::string(redisPutScript.hash), "6", "rdb:tag:{a}", "rdb:value:{a}",
+                                  "rdb:history:{a}", "rdb:tag:{b}", "rdb:value:{b}", "rdb:history:{b}", "0", "7", "2",
+                                  "6", "1", "rdb:changed:{a}", "6", "2001:db8::1", "rdb:changed:{b}"}));
 }
 
-TEST_F(RedisBackend, OneUnknownTagPreventsAllPutsOfARequest) {
+TEST_F(RedisBackend, TheHistoryKeepsAThousandChangesByDefault) {
     opened();
-    holdTag();
-    const RdbSnapshot records[]{recordOf("a", "1"), recordOf("b", "2")};
-    EXPECT_EQ(backend->tags()->put(records).code, errorNoSuchTag);
-    EXPECT_EQ(server.received("HSET").size(), 0U);
+    ASSERT_EQ(put().code, 0);
+    EXPECT_EQ(server.received("EVALSHA").front()[7], "1000");
 }
 
-TEST_F(RedisBackend, ATagOfAnotherClassAcceptsNoValues) {
+TEST_F(RedisBackend, AScriptThatTheServerDoesNotHaveIsSentWithTheSameArguments) {
     opened();
-    server.answer("HLEN", ":3\r\n");
-    server.answer("HMGET", "*3\r\n$1\r\n3\r\n$1\r\n6\r\n$1\r\n1\r\n");
-    EXPECT_EQ(put().code, errorTagNotUsable);
-    EXPECT_EQ(server.received("HSET").size(), 0U);
+    server.answer("EVALSHA", noScript);
+    ASSERT_EQ(put().code, 0);
+    ASSERT_EQ(server.received("EVAL").size(), 1U);
+    FakeRedis::Command expected = server.received("EVALSHA").front();
+    expected[0] = "EVAL";
+    expected[1] = redisPutScript.source;
+    EXPECT_EQ(server.received("EVAL").front(), expected);
+    ASSERT_EQ(put().code, 0);
+    EXPECT_EQ(server.received("EVAL").size(), 1U);
 }
 
-TEST_F(RedisBackend, ATransactionThatOthersInterruptIsMadeAgainAFewTimes) {
+TEST_F(RedisBackend, AScriptThatTheServerNeverTakesIsRefused) {
+    use("", {"writer", "secret"});
     opened();
-    for (int i = 0; i < 3; ++i) {
-        server.answer("EXEC", "*-1\r\n");
-        holdTag();
-        server.answer("HLEN", ":0\r\n");
-        server.answer("HMGET", "*3\r\n$-1\r\n$-1\r\n$-1\r\n");
-    }
-    holdTag();
-    EXPECT_EQ(put().code, 0);
-    EXPECT_EQ(server.received("EXEC").size(), 4U);
-}
-
-TEST_F(RedisBackend, ATransactionThatIsInterruptedEachTimeIsRefused) {
-    opened();
-    for (int i = 0; i < 5; ++i)
-        server.answer("EXEC", "*-1\r\n");
-    const Status outcome = backend->tags()->import(usableTag("host1"));
+    server.answer("EVALSHA", noScript);
+    server.answer("EVAL", noScript);
+    const Status outcome = put();
     EXPECT_EQ(outcome.code, errorServerRefused);
-    EXPECT_EQ(outcome.reason, "other clients keep changing the same keys");
-    EXPECT_EQ(backend->probe().code, 0);
+    EXPECT_EQ(outcome.reason, "put refused: NOSCRIPT No matching script. Please use EVAL.");
 }
 
-TEST_F(RedisBackend, APutWhoseAnswerWasLostIsNotMadeTwice) {
+TEST_F(RedisBackend, ANameThatMakesEmptyBracesIsRefusedBeforeAnythingIsSent) {
     opened();
-    holdTag();
-    server.answerAndClose("EXEC", "");
-    EXPECT_EQ(put().code, errorBackendFailed);
-    backend->close();
-    opened();
-    holdTag();
-    holdValue("1700000000123", "v");
-    EXPECT_EQ(put().code, 0);
-    EXPECT_EQ(server.received("EXEC").size(), 1U);
-    holdTag();
-    holdValue("1700000000123", "v");
-    EXPECT_EQ(put().code, 0);  // another put is independent of the lost answer
-    EXPECT_EQ(server.received("EXEC").size(), 2U);
-}
-
-TEST_F(RedisBackend, APutWhoseAnswerWasLostIsNotMadeTwiceEvenAfterARefusal) {
-    opened();
-    holdTag();
-    server.answerAndClose("EXEC", "");
-    EXPECT_EQ(put().code, errorBackendFailed);
-    backend->close();
-    opened();
-    server.answer("WATCH", "-BUSY a script runs\r\n");
-    EXPECT_EQ(put().code, errorServerRefused);
-    holdTag();
-    holdValue("1700000000123", "v");
-    EXPECT_EQ(put().code, 0);
-    EXPECT_EQ(server.received("EXEC").size(), 1U);
-}
-
-TEST_F(RedisBackend, APutWhoseAnswerWasLostIsRepeatedWhenTheServerHasNotDoneIt) {
-    opened();
-    holdTag();
-    server.answerAndClose("EXEC", "");
-    EXPECT_EQ(put().code, errorBackendFailed);
-    backend->close();
-    opened();
-    holdTag();
-    holdValue("1699999999000", "v");
-    EXPECT_EQ(put().code, 0);
-    EXPECT_EQ(server.received("EXEC").size(), 2U);
+    for (const std::string name : {"}", "}a", ""}) {
+        RdbTag tag = usableTag(name);
+        const RdbSnapshot records[]{recordOf("a", "1"), recordOf(name, "2")};
+        const Status outcomes[]{backend->tags()->get(tag), backend->tags()->import(tag), backend->tags()->put(records)};
+        for (const Status& outcome : outcomes) {
+            EXPECT_EQ(outcome.code, errorBadRequest);
+            EXPECT_EQ(outcome.reason, "the name " + name + " cannot be used: it is empty or starts with }");
+        }
+    }
+    EXPECT_EQ(words(), (Words{"AUTH", "CLIENT", "PING"}));
+    EXPECT_EQ(put("v", "a}b{").code, 0);
 }
 
 TEST_F(RedisBackend, ACheckReportsWhetherTheServerHasTheValue) {
     opened();
     EXPECT_EQ(backend->tags()->checkValue(recordOf("host1", "v")).code, errorNotHeld);
-    holdValue("1", "v");
+    server.answer("HMGET", valueHash("v"));
     EXPECT_EQ(backend->tags()->checkValue(recordOf("host1", "v")).code, 0);
-    holdValue("1", "w");
+    server.answer("HMGET", valueHash("w"));
     EXPECT_EQ(backend->tags()->checkValue(recordOf("host1", "v")).code, errorNotHeld);
+    EXPECT_EQ(server.received("HMGET").front(),
+              (FakeRedis::Command{"HMGET", "rdb:value:{host1}", "time_ms", "type", "value"}));
+}
+
+TEST_F(RedisBackend, ACheckOfAValueTestsTheConnectionInPlaceOfAPing) {
+    const auto pings = [this] { return server.received("PING").size(); };
+    const auto check = [this] {
+        EXPECT_EQ(backend->probe().code, 0);
+        return backend->tags()->checkValue(recordOf("host1", "v")).code;
+    };
+    opened();
+    EXPECT_EQ(check(), errorNotHeld);
+    EXPECT_EQ(pings(), 2U);  // one of them tests the new connection
+    EXPECT_EQ(check(), errorNotHeld);
+    EXPECT_EQ(pings(), 2U);
+    EXPECT_EQ(backend->probe().code, 0);
+    EXPECT_EQ(pings(), 2U);
+    EXPECT_EQ(check(), errorNotHeld);
+    EXPECT_EQ(pings(), 3U);
+    server.hangUp();
+    EXPECT_EQ(backend->probe().code, 0);
+    EXPECT_EQ(backend->tags()->checkValue(recordOf("host1", "v")).code, errorBackendFailed);
+    backend->close();
+    opened();
+    EXPECT_EQ(backend->probe().code, 0);
+    EXPECT_EQ(pings(), 5U);
 }
 
 TEST_F(RedisBackend, AProbeNoticesAClosedConnection) {

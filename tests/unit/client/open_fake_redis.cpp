@@ -174,38 +174,20 @@ bool FakeRedis::reply(Connection& connection, const Command& command) {
     std::deque<Answer>& scripted = script_[command.front()];
     Answer answer;
     if (scripted.empty()) {
-        answer.bytes = usual(connection, command.front());
+        answer.bytes = usual(command.front());
     } else {
         answer = scripted.front();
         scripted.pop_front();
-        if (command.front() == "EXEC")
-            connection.queued = -1;
     }
     writeAll(connection.descriptor, answer.bytes);
     return !answer.close;
 }
 
-std::string FakeRedis::usual(Connection& connection, const std::string& word) {
-    if (word == "EXEC") {
-        std::string bytes = "*" + std::to_string(connection.queued) + "\r\n";
-        for (; connection.queued > 0; --connection.queued)
-            bytes += ":1\r\n";
-        connection.queued = -1;
-        return bytes;
-    }
-    if (word == "DISCARD" || word == "MULTI") {
-        connection.queued = word == "MULTI" ? 0 : -1;
-        return "+OK\r\n";
-    }
-    if (connection.queued >= 0) {
-        ++connection.queued;
-        return "+QUEUED\r\n";
-    }
+std::string FakeRedis::usual(const std::string& word) {
     static const std::map<std::string, std::string> answers{{"PING", "+PONG\r\n"},
-                                                            {"TIME", "*2\r\n$10\r\n1700000000\r\n$6\r\n123456\r\n"},
-                                                            {"HLEN", ":0\r\n"},
                                                             {"HMGET", "*3\r\n$-1\r\n$-1\r\n$-1\r\n"},
-                                                            {"TYPE", "+none\r\n"}};
+                                                            {"EVALSHA", "*1\r\n$4\r\ndone\r\n"},
+                                                            {"EVAL", "*1\r\n$4\r\ndone\r\n"}};
     const auto found = answers.find(word);
     return found == answers.end() ? "+OK\r\n" : found->second;
 }

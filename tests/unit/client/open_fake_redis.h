@@ -57,7 +57,6 @@ private:
     };
     struct Connection {
         int descriptor = -1;
-        int queued = -1;  // commands since MULTI; -1 outside of a transaction
         rdbopen::RedisReplyParser parser;
     };
 
@@ -65,7 +64,7 @@ private:
     void accept();
     bool serve(Connection& connection);
     bool reply(Connection& connection, const Command& command);
-    static std::string usual(Connection& connection, const std::string& word);
+    static std::string usual(const std::string& word);
 
     int listener_ = -1;
     int stop_[2]{-1, -1};

@@ -128,7 +128,7 @@ TEST_F(RedisConnection, ARequestIsLimitedToFiveSeconds) {
         [&] { return backend->tags()->checkValue(record); }, [&] { return backend->probe(); }};
     for (const auto& request : requests) {
         open();
-        for (const char* word : {"HLEN", "WATCH", "PING"})
+        for (const char* word : {"HMGET", "EVALSHA", "PING"})
             server.answer(word, "");
         waiter.longest = {};
         waiter.result = Waiter::Result::timedOut;
@@ -143,7 +143,7 @@ TEST_F(RedisConnection, ARequestIsLimitedToFiveSeconds) {
 TEST_F(RedisConnection, AnUnansweredRequestFails) {
     open();
     waiter.result = Waiter::Result::timedOut;
-    server.answer("WATCH", "");
+    server.answer("EVALSHA", "");
     const Status outcome = import();
     EXPECT_EQ(outcome.code, errorBackendFailed);
     EXPECT_EQ(outcome.reason, "the server does not answer in time");
@@ -182,17 +182,18 @@ TEST_F(RedisConnection, AnAnswerInPiecesOfAnySizeIsAccepted) {
     open();
     sendAtMost = 1;
     EXPECT_EQ(import().code, 0);
-    EXPECT_EQ(server.received("EXEC").size(), 1U);
+    EXPECT_EQ(server.received("EVALSHA").size(), 1U);
 }
 
-TEST_F(RedisConnection, AnAnswerTruncatedAnywhereIsAFailure) {
-    const std::pair<const char*, std::string> answers[]{{"WATCH", "+OK\r\n"},
-                                                        {"TIME", "*2\r\n$1\r\n1\r\n$1\r\n1\r\n"},
-                                                        {"HMGET", "*3\r\n$-1\r\n$-1\r\n$-1\r\n"},
-                                                        {"EXEC", "*1\r\n:4\r\n"}};
+TEST_F(RedisConnection, EveryAnswerTruncatedAnywhereFailsIt) {
+    const std::pair<const char*, std::string> answers[]{{"EVALSHA", "*1\r\n$4\r\ndone\r\n"},
+                                                        {"EVALSHA", "*2\r\n$7\r\nforeign\r\n$1\r\nk\r\n"},
+                                                        {"EVAL", "*1\r\n$9\r\nconfirmed\r\n"}};
     for (const auto& [word, whole] : answers) {
         for (std::size_t length = 0; length < whole.size(); ++length) {
             open();
+            if (std::string_view(word) == "EVAL")
+                server.answer("EVALSHA", "-NOSCRIPT No matching script. Please use EVAL.\r\n");
             server.answerAndClose(word, whole.substr(0, length));
             EXPECT_EQ(import().code, errorBackendFailed) << word << length;
             backend->close();

@@ -1,0 +1,25 @@
+--  The first part of the script that stores values: the repetition of one value. It is the most frequent request by
+--  far, so it does without functions and tables of its own, which would take as long as the commands. Anything else is
+--  left to the rest of the script.
+
+if #KEYS == 3 then
+    local call, expire = redis.call, ARGV[1]
+    local tag = call('HMGET', KEYS[1], 'class', 'type', 'importflag')
+    local held = call('HMGET', KEYS[2], 'time_ms', 'type', 'value')
+    local known = tag[1] == ARGV[3] and tonumber(tag[2] or '') and tonumber(tag[3] or '') and tonumber(held[1] or '')
+    if known and held[2] == ARGV[4] and held[3] == ARGV[5] then
+        local history = expire ~= '0' and call('TYPE', KEYS[3]).ok or 'none'
+        if history == 'list' or history == 'none' then
+            local time = call('TIME')
+            call('HSET', KEYS[2], 'confirmed_ms', time[1] .. string.sub(1000000 + time[2], 2, 4))
+            if expire ~= '0' then
+                call('EXPIRE', KEYS[1], expire)
+                call('EXPIRE', KEYS[2], expire)
+                if history == 'list' then
+                    call('EXPIRE', KEYS[3], expire)
+                end
+            end
+            return {'confirmed'}
+        end
+    end
+end

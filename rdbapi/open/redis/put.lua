@@ -1,0 +1,53 @@
+--  The last part of the script that stores values, all or none. A value that the server already has is only confirmed:
+--  its time, the history and the subscribers know changes only.
+--
+--      KEYS    tag, value, history of each record
+--      ARGV    expiry in seconds or 0, limit of the history, class of a usable tag; type, value, channel of each record
+--      returns {'done'}, {'confirmed'}, {'no-tag'}, {'not-usable'} or {'foreign', key}
+
+local expire, limit, usable = ARGV[1], ARGV[2], ARGV[3]
+local held = {}  -- by the key of the value, because a name may have several records
+for i = 1, #KEYS, 3 do
+    local tag, foreignTag = readTag(KEYS[i])
+    if foreignTag then
+        return {'foreign', KEYS[i]}
+    end
+    if not tag then
+        return {'no-tag'}
+    end
+    if tag[1] ~= usable then
+        return {'not-usable'}
+    end
+    local value, foreignValue = readValue(KEYS[i + 1])
+    if foreignValue then
+        return {'foreign', KEYS[i + 1]}
+    end
+    if isForeignHistory(KEYS[i + 2]) then
+        return {'foreign', KEYS[i + 2]}
+    end
+    held[KEYS[i + 1]] = {kind = value and value[2], value = value and value[3]}
+end
+
+local time = now()
+local result = 'confirmed'
+for i = 1, #KEYS, 3 do
+    local key, history = KEYS[i + 1], KEYS[i + 2]
+    local kind, value, channel = ARGV[i + 3], ARGV[i + 4], ARGV[i + 5]
+    if held[key].kind == kind and held[key].value == value then
+        write('HSET', key, 'confirmed_ms', time)
+    else
+        result = 'done'
+        held[key] = {kind = kind, value = value}
+        if limit == '0' then
+            write('DEL', history)
+        else
+            write('RPUSH', history, time .. ' ' .. kind .. ' ' .. value)
+            write('LTRIM', history, '-' .. limit, '-1')
+        end
+        write('HSET', key, 'time_ms', time, 'confirmed_ms', time, 'type', kind, 'value', value)
+        write('PUBLISH', channel, value)
+    end
+    writeExpiries(i, expire)
+end
+execute()
+return {result}

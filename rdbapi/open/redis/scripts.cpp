@@ -1,0 +1,7 @@
+#include "redis/scripts.h"
+
+namespace rdbopen {
+
+#include "redis_scripts.inc"
+
+}  // namespace rdbopen

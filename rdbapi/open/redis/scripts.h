@@ -1,0 +1,22 @@
+//  The Lua scripts that a Redis server executes for the back end, each in one piece. Their sources are the files *.lua
+//  of this folder; the build joins them and computes the name by which a server keeps each.
+#ifndef RDBAPI_OPEN_REDIS_SCRIPTS_H
+#define RDBAPI_OPEN_REDIS_SCRIPTS_H
+
+#include <string_view>
+
+namespace rdbopen {
+
+struct RedisScript {
+    std::string_view operation;  // what it does, for the operator
+    std::string_view hash;       // SHA-1 of source in hexadecimal, for EVALSHA
+    std::string_view source;
+};
+
+//  Each file describes its arguments and results: import.lua, put.lua.
+extern const RedisScript redisImportScript;
+extern const RedisScript redisPutScript;
+
+}  // namespace rdbopen
+
+#endif
