@@ -28,7 +28,7 @@ bool isEmptyLog(const FilePlace& place) {
 
 class SqliteBackend : public Backend, public TagBackend {
 public:
-    explicit SqliteBackend(const std::string& path) : path_(path) {}
+    SqliteBackend(const std::string& path, std::uint32_t history) : path_(path), history_(history) {}
     ~SqliteBackend() override { SqliteBackend::close(); }
 
     std::string label() const override { return "sqlite://" + path_; }
@@ -56,11 +56,14 @@ private:
     template <class Body>
     Status transaction(Body body);
     Status putOne(const RdbSnapshot& record, std::int64_t now);
+    Status putChange(const RdbSnapshot& record, std::int64_t tag, std::int64_t now);
+    Result<bool> holds(const RdbSnapshot& record);
     Status writtenBy(SqliteStatement& statement);
 
     std::string path_;
+    const std::uint32_t history_;  // maximum number of history rows of a tag
     SqliteDatabase database_;
-    SqliteStatement findTag_, importTag_, putSnapshot_, putHistory_, trimHistory_, findValue_;
+    SqliteStatement findTag_, importTag_, putSnapshot_, confirmSnapshot_, putHistory_, trimHistory_, findValue_;
     FilePlace place_;  // resolved path of the open file
     SqliteFiles files_;
     bool recorded_ = false;  // files_ has recorded the state after the last request
@@ -140,7 +143,8 @@ void SqliteBackend::close() noexcept {
 }
 
 void SqliteBackend::closeStatements() {
-    for (SqliteStatement* statement : {&findTag_, &importTag_, &putSnapshot_, &putHistory_, &trimHistory_, &findValue_})
+    for (SqliteStatement* statement :
+         {&findTag_, &importTag_, &putSnapshot_, &confirmSnapshot_, &putHistory_, &trimHistory_, &findValue_})
         *statement = SqliteStatement();
 }
 
@@ -150,9 +154,10 @@ Status SqliteBackend::prepareAll() {
         {&importTag_, "INSERT INTO tag(name, class, type, importflag, imported_ms) "
                       "VALUES(?1, ?2, ?3, ?4, ?5) ON CONFLICT(name) DO UPDATE SET class = excluded.class, "
                       "type = excluded.type, importflag = excluded.importflag, imported_ms = excluded.imported_ms"},
-        {&putSnapshot_, "INSERT INTO snapshot(tag, time_ms, type, value) VALUES(?1, ?2, ?3, ?4) "
-                        "ON CONFLICT(tag) DO UPDATE SET time_ms = excluded.time_ms, type = excluded.type, "
-                        "value = excluded.value"},
+        {&putSnapshot_, "INSERT INTO snapshot(tag, time_ms, confirmed_ms, type, value) VALUES(?1, ?2, ?2, ?3, ?4) "
+                        "ON CONFLICT(tag) DO UPDATE SET time_ms = excluded.time_ms, "
+                        "confirmed_ms = excluded.confirmed_ms, type = excluded.type, value = excluded.value"},
+        {&confirmSnapshot_, "UPDATE snapshot SET confirmed_ms = ?2 WHERE tag = ?1"},
         {&putHistory_, "INSERT INTO history(tag, time_ms, type, value) VALUES(?1, ?2, ?3, ?4)"},
         {&trimHistory_, "DELETE FROM history WHERE tag = ?1 AND id <= (SELECT id FROM history "
                         "WHERE tag = ?1 ORDER BY id DESC LIMIT 1 OFFSET ?2)"},
@@ -218,16 +223,22 @@ Status SqliteBackend::probe() {
 //  be minutes away, and the cache of twenty pages would use memory until then.
 Status SqliteBackend::checkValue(const RdbSnapshot& record) {
     database_.dropPageCache();
-    const Result<bool> found = findValue_.bind(1, std::string_view(record.name)).step();
-    Status status;
-    if (!found.ok())
-        status = failed("cannot be read", found.status());
-    else if (!*found || findValue_.column(0) != record.valuetype ||
-             findValue_.text(1) != std::string_view(record.value, record.valuelen))
-        status.code = errorNotHeld;
-    findValue_.reset();
+    const Result<bool> held = holds(record);
     database_.dropPageCache();
-    return status;
+    if (!held.ok())
+        return held.status();
+    return *held ? Status{} : Status{errorNotHeld, {}};
+}
+
+//  Returns whether the current value is that of record.
+Result<bool> SqliteBackend::holds(const RdbSnapshot& record) {
+    const Result<bool> found = findValue_.bind(1, std::string_view(record.name)).step();
+    const bool equal = found.ok() && *found && findValue_.column(0) == record.valuetype &&
+                       findValue_.text(1) == std::string_view(record.value, record.valuelen);
+    findValue_.reset();
+    if (!found.ok())
+        return failed("cannot be read", found.status());
+    return equal;
 }
 
 Status SqliteBackend::get(RdbTag& tag) {
@@ -305,13 +316,20 @@ Status SqliteBackend::putOne(const RdbSnapshot& record, std::int64_t now) {
     if (tagclass != RDB_TAG_CLASS_USABLE)
         return {errorTagNotUsable, {}};
 
+    const Result<bool> unchanged = holds(record);
+    if (!unchanged.ok())
+        return unchanged.status();
+    return *unchanged ? writtenBy(confirmSnapshot_.bind(1, tag).bind(2, now)) : putChange(record, tag, now);
+}
+
+Status SqliteBackend::putChange(const RdbSnapshot& record, std::int64_t tag, std::int64_t now) {
     const std::string_view value(record.value, record.valuelen);
     for (SqliteStatement* insert : {&putSnapshot_, &putHistory_}) {
         insert->bind(1, tag).bind(2, now).bind(3, std::int64_t{record.valuetype}).bind(4, value);
         if (Status unwritten = writtenBy(*insert); !unwritten.ok())
             return unwritten;
     }
-    return writtenBy(trimHistory_.bind(1, tag).bind(2, sqliteHistoryLimit));
+    return writtenBy(trimHistory_.bind(1, tag).bind(2, std::int64_t{history_}));
 }
 
 //  Calls body in a write transaction, which is committed only if body succeeds.
@@ -336,7 +354,13 @@ BackendResult makeSqliteBackend(const Url& url, const Credentials&) {
     const Result<std::string> path = filePathOf(url);
     if (!path.ok())
         return path.status();
-    return BackendResult(std::make_unique<SqliteBackend>(*path));
+    std::uint32_t history = defaultHistory;
+    if (url.options.size() > 1 || (url.options.size() == 1 && url.options[0].name != "history"))
+        return malformedUrl("history=NUMBER is the only option (write ? as %3F in a path)");
+    if (!url.options.empty())
+        if (Status malformed = parseHistory(url.options[0].value, history); !malformed.ok())
+            return malformed;
+    return BackendResult(std::make_unique<SqliteBackend>(*path, history));
 }
 
 }  // namespace rdbopen

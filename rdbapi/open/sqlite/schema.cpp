@@ -30,7 +30,8 @@ constexpr int journalHeaderSize = 28;
 constexpr std::size_t pagesBeforeAt = 16;
 constexpr unsigned char journalMagic[8] = {0xd9, 0xd5, 0x05, 0xf9, 0x20, 0xa1, 0x63, 0xd7};
 
-//  Times are milliseconds since 1970-01-01 UTC; the views show them as ISO 8601 texts.
+//  Times are milliseconds since 1970-01-01 UTC; the views show them as ISO 8601 texts. time_ms of a value is the time of
+//  its last change, confirmed_ms that of its last put. The history has one row for each change.
 constexpr const char* schema = R"sql(
 CREATE TABLE tag (
     id          INTEGER PRIMARY KEY,
@@ -41,10 +42,11 @@ CREATE TABLE tag (
     imported_ms INTEGER NOT NULL
 );
 CREATE TABLE snapshot (
-    tag     INTEGER PRIMARY KEY REFERENCES tag(id),
-    time_ms INTEGER NOT NULL,
-    type    INTEGER NOT NULL,
-    value   TEXT NOT NULL
+    tag          INTEGER PRIMARY KEY REFERENCES tag(id),
+    time_ms      INTEGER NOT NULL,
+    confirmed_ms INTEGER NOT NULL,
+    type         INTEGER NOT NULL,
+    value        TEXT NOT NULL
 );
 CREATE TABLE history (
     id      INTEGER PRIMARY KEY,
@@ -59,7 +61,8 @@ CREATE TABLE service (
     opened_ms INTEGER NOT NULL
 );
 CREATE VIEW current_values AS
-    SELECT name, strftime('%Y-%m-%dT%H:%M:%fZ', time_ms / 1000.0, 'unixepoch') AS time, value
+    SELECT name, strftime('%Y-%m-%dT%H:%M:%fZ', time_ms / 1000.0, 'unixepoch') AS time,
+           strftime('%Y-%m-%dT%H:%M:%fZ', confirmed_ms / 1000.0, 'unixepoch') AS confirmed, value
     FROM snapshot JOIN tag ON tag.id = snapshot.tag;
 CREATE VIEW past_values AS
     SELECT name, strftime('%Y-%m-%dT%H:%M:%fZ', time_ms / 1000.0, 'unixepoch') AS time, value

@@ -13,10 +13,7 @@
 namespace rdbopen {
 
 inline constexpr std::int64_t sqliteApplicationId = 0x41445044;  // "ADPD"
-inline constexpr std::int64_t sqliteSchemaVersion = 1;
-
-//  Maximum number of history rows per tag; a further put removes the oldest row.
-inline constexpr std::int64_t sqliteHistoryLimit = 10000;
+inline constexpr std::int64_t sqliteSchemaVersion = 2;
 
 //  Checks the file's header before SQLite reads it, so that a file of another program is not changed by a recovery, a
 //  checkpoint or a lock. Succeeds for a database of this schema, for an empty file, and for a file whose creation was

@@ -20,14 +20,14 @@ class SqliteBackend : public SqliteFixture {};
 TEST_F(SqliteBackend, AMissingFileBecomesADatabaseOfTheBackEnd) {
     open();
     EXPECT_EQ(query("PRAGMA application_id"), std::to_string(sqliteApplicationId));
-    EXPECT_EQ(query("PRAGMA user_version"), "1");
+    EXPECT_EQ(query("PRAGMA user_version"), "2");
     EXPECT_EQ(query("PRAGMA journal_mode"), "wal");
 }
 
 TEST_F(SqliteBackend, AnEmptyFileBecomesADatabaseOfTheBackEnd) {
     writeText(file, "");
     open();
-    EXPECT_EQ(query("PRAGMA user_version"), "1");
+    EXPECT_EQ(query("PRAGMA user_version"), "2");
 }
 
 TEST_F(SqliteBackend, AnUnknownTagHasItsOwnErrorCode) {
@@ -121,23 +121,83 @@ TEST_F(SqliteBackend, SeveralRecordsArePutTogetherOrNotAtAll) {
     EXPECT_EQ(query("SELECT count(*) FROM history"), "0");
 }
 
-TEST_F(SqliteBackend, TheHistoryKeepsTenThousandRowsPerTag) {
+TEST_F(SqliteBackend, ARepetitionOnlyConfirms) {
     openWithTag("a");
-    ASSERT_EQ(backend->tags()->import(usableTag("b")).code, 0);
-    ASSERT_EQ(put("b", "other"), 0);
-    makeForeign("WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < 10000) INSERT INTO "
-                "history(tag, time_ms, type, value) SELECT (SELECT id FROM tag WHERE name = 'a'), i, 6, i FROM n");
-    ASSERT_EQ(put("a", "newest"), 0);
-    EXPECT_EQ(query("SELECT count(*) FROM past_values WHERE name = 'a'"), "10000");
-    EXPECT_EQ(query("SELECT value FROM past_values WHERE name = 'a' LIMIT 1"), "2");
-    EXPECT_EQ(query("SELECT count(*) FROM past_values WHERE name = 'b'"), "1");
+    ASSERT_EQ(put("a", "v"), 0);
+    EXPECT_EQ(query("SELECT time_ms = confirmed_ms FROM snapshot"), "1");
+    makeForeign("UPDATE snapshot SET time_ms = 1, confirmed_ms = 2");
+    backend->close();
+    open();
+    ASSERT_EQ(put("a", "v"), 0);
+    EXPECT_EQ(query("SELECT time_ms FROM snapshot"), "1");
+    EXPECT_EQ(query("SELECT abs(confirmed_ms / 1000 - strftime('%s', 'now')) < 60 FROM snapshot"), "1");
+    EXPECT_EQ(query("SELECT confirmed > '2020' AND time < '1971' FROM current_values"), "1");
+    EXPECT_EQ(query("SELECT count(*) FROM history"), "1");
+    makeForeign("UPDATE snapshot SET confirmed_ms = 2");
+    backend->close();
+    open();
+    ASSERT_EQ(put("a", "w"), 0);
+    EXPECT_EQ(query("SELECT time_ms = confirmed_ms AND time_ms > 2 FROM snapshot"), "1");
+}
+
+TEST_F(SqliteBackend, AnotherTypeIsAChange) {
+    openWithTag("a");
+    RdbSnapshot record = recordOf("a", "1");
+    ASSERT_EQ(backend->tags()->put({&record, 1}).code, 0);
+    record.valuetype = 5;
+    ASSERT_EQ(backend->tags()->put({&record, 1}).code, 0);
+    EXPECT_EQ(query("SELECT group_concat(type) FROM history"), "6,5");
+}
+
+TEST_F(SqliteBackend, RecordsOfOneTagAreComparedInTheirOrder) {
+    openWithTag("a");
+    ASSERT_EQ(put("a", "1"), 0);
+    const RdbSnapshot records[3] = {recordOf("a", "2"), recordOf("a", "2"), recordOf("a", "1")};
+    ASSERT_EQ(backend->tags()->put(records).code, 0);
+    EXPECT_EQ(query("SELECT group_concat(value) FROM past_values"), "1,2,1");
+}
+
+TEST_F(SqliteBackend, TheHistoryKeepsTheNewestChangesOfATag) {
+    const struct {
+        const char* option;
+        std::string kept;
+        std::string oldest;
+    } rows[] = {
+        {"?history=3", "3", "1499"}, {"?history=1", "1", "newest"}, {"?history=0", "0", ""}, {"", "1000", "502"}};
+    for (const auto& row : rows) {
+        backend = backendFor("sqlite://" + file + row.option);
+        openWithTag("a");
+        ASSERT_EQ(backend->tags()->import(usableTag("b")).code, 0);
+        makeForeign("DELETE FROM history; DELETE FROM snapshot");
+        makeForeign(
+            "INSERT INTO history(tag, time_ms, type, value) SELECT id, 1, 6, 'other' FROM tag WHERE name = 'b'");
+        makeForeign("WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < 1500) INSERT INTO "
+                    "history(tag, time_ms, type, value) SELECT (SELECT id FROM tag WHERE name = 'a'), i, 6, i FROM n");
+        backend->close();
+        open();
+        ASSERT_EQ(put("a", "newest"), 0);
+        EXPECT_EQ(query("SELECT count(*) FROM past_values WHERE name = 'a'"), row.kept);
+        EXPECT_EQ(query("SELECT value FROM past_values WHERE name = 'a' LIMIT 1"), row.oldest);
+        EXPECT_EQ(query("SELECT count(*) FROM past_values WHERE name = 'b'"), "1");
+        backend->close();
+    }
+}
+
+TEST(SqliteUrl, TakesTheLengthOfTheHistoryOnly) {
+    for (const char* url : {"sqlite:///a", "sqlite:///a?history=0", "sqlite:///a?history=100000"})
+        EXPECT_TRUE(makeBackend(url, {}).ok()) << url;
+    for (const char* url : {"sqlite:///a?history=100001", "sqlite:///a?history=", "sqlite:///a?history=-1",
+                            "sqlite:///a?history=x", "sqlite:///a?history=1&history=1", "sqlite:///a?expire=900"})
+        EXPECT_EQ(makeBackend(url, {}).status().code, errorBadUrl) << url;
+    EXPECT_EQ(makeBackend("sqlite:///a?b=c", {}).status().reason,
+              "malformed url: history=NUMBER is the only option (write ? as %3F in a path)");
 }
 
 TEST_F(SqliteBackend, EachPutIsFlushedToTheDisk) {
     openWithTag("a");
     for (int i = 0; i < 3; ++i) {
         const int before = flushCount();
-        ASSERT_EQ(put("a", "v"), 0);
+        ASSERT_EQ(put("a", std::to_string(i)), 0);
         EXPECT_GT(flushCount(), before);
     }
 }
@@ -173,11 +233,16 @@ TEST_F(SqliteBackend, AFileThatIsNotADatabaseIsRefusedAndUnchanged) {
     }
 }
 
-TEST_F(SqliteBackend, ADatabaseOfALaterVersionIsRefused) {
+TEST_F(SqliteBackend, ADatabaseOfAnotherVersionIsRefusedAndLeftUntouched) {
     open();
     backend->close();
-    makeForeign("PRAGMA user_version = 2");
-    EXPECT_EQ(backend->open(plainWaiter).reason, "the file is a database of another version of this program");
+    for (const char* version : {"PRAGMA user_version = 1", "PRAGMA user_version = 3"}) {
+        makeForeign(version);
+        const std::string before = readText(file);
+        EXPECT_EQ(backend->open(plainWaiter).reason, "the file is a database of another version of this program");
+        backend->close();
+        EXPECT_TRUE(readText(file) == before);
+    }
 }
 
 TEST_F(SqliteBackend, WithAMissingTableOpenFails) {
@@ -232,7 +297,7 @@ TEST_F(SqliteBackend, AFullDiskFailsTheRequestAndNothingIsLost) {
     openWithTag("a");
     int code = 0;
     int puts = 0;
-    while ((code = put("a", std::string(999, 'x'))) == 0 && puts < 10000)
+    while ((code = put("a", std::to_string(puts) + std::string(990, 'x'))) == 0 && puts < 10000)
         ++puts;
     EXPECT_EQ(code, errorBackendFailed);
     EXPECT_EQ(query("SELECT count(*) FROM history"), std::to_string(puts));

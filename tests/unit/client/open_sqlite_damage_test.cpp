@@ -24,7 +24,7 @@ protected:
     void openAndPutMany() {
         openAndPut("first");
         for (int i = 0; i < 40; ++i)
-            ASSERT_EQ(put("host1", std::string(900, 'x')), 0);
+            ASSERT_EQ(put("host1", std::to_string(i) + std::string(900, 'x')), 0);
         ASSERT_EQ(put("host1", "first"), 0);
     }
     //  Overwrites one page with garbage, as a failing disk does. The first page of the history is read only when a put
@@ -343,9 +343,9 @@ TEST_F(SqliteDamage, ACountOfPagesThatBelongsToAnEarlierWriteIsIgnored) {
     EXPECT_EQ(current(), "first");
 }
 
-TEST_F(SqliteDamage, AnotherProgramsDatabaseIsUnchanged) {
-    for (const char* marks : {"PRAGMA user_version = 1", "PRAGMA application_id = 1; PRAGMA user_version = 1",
-                              "PRAGMA application_id = 1094996036; PRAGMA user_version = 2"}) {
+TEST_F(SqliteDamage, AnotherProgramsDatabaseStaysAsItIs) {
+    for (const char* marks : {"PRAGMA user_version = 2", "PRAGMA application_id = 1; PRAGMA user_version = 2",
+                              "PRAGMA application_id = 1094996036; PRAGMA user_version = 3"}) {
         makeForeign((std::string(marks) + "; CREATE TABLE mine(x); CREATE TABLE more(x)").c_str());
         for (const std::size_t size : {2 * page, page, std::size_t{100}}) {
             cutTo(size);
@@ -368,7 +368,7 @@ TEST_F(SqliteDamage, AFileWhoseLogHasTheMissingPagesIsUndamaged) {
     ASSERT_TRUE(reader.open(file).ok());
     ASSERT_TRUE(reader.run("BEGIN; SELECT * FROM tag").ok());
     for (int i = 0; i < 40; ++i)
-        ASSERT_EQ(put("host1", std::string(900, 'x')), 0);
+        ASSERT_EQ(put("host1", std::to_string(i) + std::string(900, 'x')), 0);
     ASSERT_EQ(put("host1", "second"), 0);
     const std::string log = readText(file + "-wal");
     reader.close();

@@ -135,7 +135,7 @@ TEST_P(SqliteForeignChange, EachOfTwoServicesThatShareTheFileDetectsIt) {
 TEST_P(SqliteForeignChange, ItIsDetectedEvenWhileAValueIsWritten) {
     openAndPut("first");
     int flushes = flushCount();
-    ASSERT_EQ(put("host1", "first"), 0);
+    ASSERT_EQ(put("host1", "other"), 0);
     flushes = flushCount() - flushes;
     EXPECT_GT(flushes, 1);
     for (int at = 1; at <= flushes; ++at) {
