@@ -91,7 +91,7 @@ Status HostsBackend::flush(const FilePlace& place) {
 
 BackendResult makeHostsBackend(const Url& url, const Credentials&) {
     if (!url.options.empty())
-        return malformedUrl("hosts has no options (write ? as %3F in a path)");
+        return malformedUrl("it has options, but hosts has none (write ? as %3F in a path)");
     const Result<std::string> path = filePathOf(url);
     if (!path.ok())
         return path.status();

@@ -64,8 +64,8 @@ inline constexpr std::uint32_t maxHistory = 100000;
 //  Parses the value of the option, from 0 to maxHistory. Fails with malformedUrl.
 Status parseHistory(std::string_view text, std::uint32_t& history);
 
-//  Returns the decimal number in text. Returns nothing if the number is greater than max, or if text contains anything
-//  except digits.
+//  Returns the decimal number in text. Returns nothing if the number is greater than max, or if text is empty or
+//  contains anything except digits.
 std::optional<std::uint32_t> parseNumber(std::string_view text, std::uint32_t max);
 
 }  // namespace rdbopen

@@ -272,7 +272,7 @@ Result<RedisLimits> parseLimits(const std::vector<UrlOption>& options) {
     bool history = false;
     for (const UrlOption& option : options) {
         if (option.name != "expire" && option.name != "history")
-            return malformedUrl("expire=SECONDS and history=NUMBER are the only options");
+            return malformedUrl("it has an option other than expire and history");
         if (std::exchange(option.name == "expire" ? expire : history, true))
             return malformedUrl(option.name + " is given twice");
         Status malformed = option.name == "expire" ? parseExpiry(option.value, limits.expire)

@@ -356,7 +356,7 @@ BackendResult makeSqliteBackend(const Url& url, const Credentials&) {
         return path.status();
     std::uint32_t history = defaultHistory;
     if (url.options.size() > 1 || (url.options.size() == 1 && url.options[0].name != "history"))
-        return malformedUrl("history=NUMBER is the only option (write ? as %3F in a path)");
+        return malformedUrl("it has options other than one history (write ? as %3F in a path)");
     if (!url.options.empty())
         if (Status malformed = parseHistory(url.options[0].value, history); !malformed.ok())
             return malformed;

@@ -69,7 +69,7 @@ TEST(RedisUrl, RefusesEverythingElseWithAReason) {
           "redis://h?history=100001", "redis://h?history=", "redis://h?history=-1", "redis://h?history=1&history=1"})
         EXPECT_NE(makeReason(url), "") << url;
     EXPECT_NE(makeReason("redis://h?expire=600").find("660"), std::string::npos);
-    EXPECT_EQ(makeReason("redis://h?ttl=900"), "malformed url: it has an option other than expire");
+    EXPECT_EQ(makeReason("redis://h?ttl=900"), "malformed url: it has an option other than expire and history");
 }
 
 TEST_F(RedisBackend, ItsNameContainsOnlyServerAndDatabase) {
