@@ -6,6 +6,7 @@
 #include "engine/clock.h"
 #include "net/secret.h"
 #include "net/server_addresses.h"
+#include "net/tcp_stream.h"
 
 #include <algorithm>
 #include <functional>
@@ -53,6 +54,7 @@ private:
     const DnsZone zone_;
     const std::string keyName_;
     const std::string password_;
+    const std::unique_ptr<Stream> stream_ = std::make_unique<TcpStream>();
     const Waiter* waiter_ = nullptr;  // null while closed
     ServerAddresses addresses_;
 };
@@ -105,7 +107,7 @@ Status DnsBackend::open(const Waiter& waiter) {
 //  Calls attempt with a new connection to each address of the server in turn, until the member failover of a status is
 //  false.
 Status DnsBackend::atServer(TsigKey key, std::chrono::milliseconds until, const Attempt& attempt) {
-    DnsExchange exchange(*waiter_, std::move(key));
+    DnsExchange exchange(*stream_, *waiter_, std::move(key));
     return addresses_.tryEach(
         *waiter_, until,
         [&](const ServerAddress& address, auto share) { return exchange.connect(address, exchangeEnd(share)); },

@@ -8,25 +8,29 @@
 #define RDBAPI_OPEN_DNS_EXCHANGE_H
 
 #include "dns/tsig.h"
-#include "net/tcp_stream.h"
+#include "net/stream.h"
 
 namespace rdbopen {
 
 class DnsExchange {
 public:
-    //  Requires: waiter outlives the object.
-    DnsExchange(const Waiter& waiter, TsigKey key) : waiter_(waiter), key_(std::move(key)) {}
+    //  Requires: stream and waiter outlive the object. The destructor closes stream.
+    DnsExchange(Stream& stream, const Waiter& waiter, TsigKey key)
+        : stream_(stream), waiter_(waiter), key_(std::move(key)) {}
+    DnsExchange(const DnsExchange&) = delete;
+    DnsExchange& operator=(const DnsExchange&) = delete;
+    ~DnsExchange() { stream_.close(); }
 
-    //  Connects like TcpStream::connect.
+    //  Connects like Stream::connect.
     Status connect(const ServerAddress& address, std::chrono::milliseconds until);
 
     //  Signs message, sends it and returns the verified answer. Fails with errorBackendFailed if there is no answer.
     Answer ask(DnsBytes message, std::chrono::milliseconds until);
 
 private:
+    Stream& stream_;
     const Waiter& waiter_;
     TsigKey key_;
-    TcpStream stream_;
 };
 
 }  // namespace rdbopen

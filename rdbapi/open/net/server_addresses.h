@@ -11,7 +11,7 @@
 #define RDBAPI_OPEN_NET_SERVER_ADDRESSES_H
 
 #include "engine/backend.h"
-#include "net/tcp_stream.h"
+#include "net/stream.h"
 #include "net/url.h"
 
 #include <functional>

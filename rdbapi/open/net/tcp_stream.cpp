@@ -28,16 +28,6 @@ Status connectResult(int descriptor) {
 
 }  // namespace
 
-Status waitFailure(Waiter::Result result) {
-    if (result == Waiter::Result::timedOut)
-        return backendFailed("the server does not answer in time");
-    if (result == Waiter::Result::callWaits)
-        return backendFailed("a call waits");
-    if (result == Waiter::Result::closed)
-        return backendFailed("the handle was closed");
-    return failedTo("cannot wait", systemFailure(errno));
-}
-
 Status TcpStream::connect(const ServerAddress& address, const Waiter& waiter, std::chrono::milliseconds until) {
     close();
     Status status = open(address, waiter, until);
@@ -56,8 +46,8 @@ Status TcpStream::open(const ServerAddress& address, const Waiter& waiter, std::
         return {};
     if (errno != EINPROGRESS)
         return failedTo("cannot be reached", systemFailure(errno));
-    if (const Waiter::Result result = waiter.wait(descriptor_, POLLOUT, until); result != Waiter::Result::ready)
-        return waitFailure(result);
+    if (Status failed = waitUntilReady(descriptor_, POLLOUT, waiter, until); !failed.ok())
+        return failed;
     Status status = connectResult(descriptor_);
     return status.ok() ? status : failedTo("cannot be reached", std::move(status));
 }
@@ -73,27 +63,38 @@ Status TcpStream::send(std::span<const std::uint8_t> bytes, const Waiter& waiter
             continue;
         if (errno != EAGAIN)
             return failedTo("the connection was lost", systemFailure(errno));
-        if (const Waiter::Result result = waiter.wait(descriptor_, POLLOUT, until); result != Waiter::Result::ready)
-            return waitFailure(result);
+        if (Status failed = waitUntilReady(descriptor_, POLLOUT, waiter, until); !failed.ok())
+            return failed;
     }
     return {};
 }
 
+Result<std::size_t> TcpStream::take(std::span<std::uint8_t> bytes) {
+    const ssize_t taken = recv(descriptor_, bytes.data(), bytes.size(), 0);
+    ended_ = taken == 0 || (taken < 0 && errno == ECONNRESET);
+    if (taken > 0)
+        return static_cast<std::size_t>(taken);
+    if (taken == 0)
+        return backendFailed("the server closed the connection");
+    if (errno != EAGAIN && errno != EINTR)
+        return failedTo("the connection was lost", systemFailure(errno));
+    return std::size_t{0};
+}
+
+Status TcpStream::waitForInput(const Waiter& waiter, std::chrono::milliseconds until) {
+    return waitUntilReady(descriptor_, POLLIN, waiter, until);
+}
+
 Status TcpStream::receive(std::span<std::uint8_t> bytes, const Waiter& waiter, std::chrono::milliseconds until) {
     while (!bytes.empty()) {
-        const ssize_t taken = recv(descriptor_, bytes.data(), bytes.size(), 0);
-        if (taken > 0) {
-            bytes = bytes.subspan(static_cast<std::size_t>(taken));
+        const Result<std::size_t> taken = take(bytes);
+        if (!taken.ok())
+            return taken.status();
+        bytes = bytes.subspan(*taken);
+        if (*taken > 0)
             continue;
-        }
-        if (taken == 0)
-            return backendFailed("the server closed the connection");
-        if (errno == EINTR)
-            continue;
-        if (errno != EAGAIN)
-            return failedTo("the connection was lost", systemFailure(errno));
-        if (const Waiter::Result result = waiter.wait(descriptor_, POLLIN, until); result != Waiter::Result::ready)
-            return waitFailure(result);
+        if (Status failed = waitForInput(waiter, until); !failed.ok())
+            return failed;
     }
     return {};
 }

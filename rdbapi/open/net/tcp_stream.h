@@ -1,54 +1,32 @@
-//  One TCP connection of a back end. Every wait ends at a given time or when the handle is closed.
-//
-//  Every failure has the code errorBackendFailed. Afterwards the connection cannot be used.
+//  One TCP connection of a back end, not encrypted.
 //
 //  Threads: one thread at a time.
 #ifndef RDBAPI_OPEN_NET_TCP_STREAM_H
 #define RDBAPI_OPEN_NET_TCP_STREAM_H
 
-#include "engine/status.h"
-#include "engine/waiter.h"
-
-#include <cstddef>
-#include <cstdint>
-#include <span>
-#include <sys/socket.h>
+#include "net/stream.h"
 
 namespace rdbopen {
 
-struct ServerAddress {
-    sockaddr_storage bytes;
-    socklen_t length;
-};
-
-class TcpStream {
+class TcpStream final : public Stream {
 public:
-    TcpStream() = default;
-    TcpStream(const TcpStream&) = delete;
-    TcpStream& operator=(const TcpStream&) = delete;
-    ~TcpStream() { close(); }
+    ~TcpStream() override { close(); }
 
-    //  Closes the current connection and connects to address.
-    Status connect(const ServerAddress& address, const Waiter& waiter, std::chrono::milliseconds until);
-
-    Status send(std::span<const std::uint8_t> bytes, const Waiter& waiter, std::chrono::milliseconds until);
-
-    //  Receives exactly bytes.size() bytes.
-    Status receive(std::span<std::uint8_t> bytes, const Waiter& waiter, std::chrono::milliseconds until);
-
-    //  Returns the descriptor of the socket, which is non-blocking and close-on-exec; -1 if not connected.
-    int descriptor() const noexcept { return descriptor_; }
-
-    void close() noexcept;
+    Status connect(const ServerAddress& address, const Waiter& waiter, std::chrono::milliseconds until) override;
+    Status send(std::span<const std::uint8_t> bytes, const Waiter& waiter, std::chrono::milliseconds until) override;
+    Result<std::size_t> take(std::span<std::uint8_t> bytes) override;
+    Status waitForInput(const Waiter& waiter, std::chrono::milliseconds until) override;
+    Status receive(std::span<std::uint8_t> bytes, const Waiter& waiter, std::chrono::milliseconds until) override;
+    bool endedByServer() const noexcept override { return ended_; }
+    int descriptor() const noexcept override { return descriptor_; }
+    void close() noexcept override;
 
 private:
     Status open(const ServerAddress& address, const Waiter& waiter, std::chrono::milliseconds until);
 
     int descriptor_ = -1;
+    bool ended_ = false;
 };
-
-//  Returns the failure for a wait whose result is not Waiter::Result::ready. Requires: errno is as the wait has set it.
-Status waitFailure(Waiter::Result result);
 
 }  // namespace rdbopen
 

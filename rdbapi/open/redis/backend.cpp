@@ -3,6 +3,7 @@
 #include "engine/clock.h"
 #include "net/secret.h"
 #include "net/server_addresses.h"
+#include "net/tcp_stream.h"
 #include "redis/objects.h"
 #include "redis/refusal.h"
 
@@ -58,7 +59,7 @@ private:
     Status queryValue(const RdbSnapshot& record);
 
     const Settings settings_;
-    RedisConnection connection_;
+    RedisConnection connection_{std::make_unique<TcpStream>()};
     ServerAddresses addresses_;
     const ServerAddresses::Connect connect_ = [this](const ServerAddress& address, std::chrono::milliseconds until) {
         return connection_.connect(address, *waiter_, until);

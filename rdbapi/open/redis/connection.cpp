@@ -3,9 +3,6 @@
 #include "engine/clock.h"
 #include "redis/refusal.h"
 
-#include <cerrno>
-#include <poll.h>
-#include <sys/socket.h>
 #include <utility>
 
 namespace rdbopen {
@@ -34,7 +31,7 @@ Status RedisConnection::connect(const ServerAddress& address, const Waiter& wait
     if (Status failed = parser_.reset(); !failed.ok())
         return failed;
     silent_ = true;
-    return stream_.connect(address, waiter, until);
+    return stream_->connect(address, waiter, until);
 }
 
 Status RedisConnection::exchange(const std::vector<RedisCommand>& commands, std::vector<RedisReply>& replies,
@@ -45,7 +42,7 @@ Status RedisConnection::exchange(const std::vector<RedisCommand>& commands, std:
     for (const RedisCommand& command : commands)
         append(bytes, command);
     const auto* first = reinterpret_cast<const std::uint8_t*>(bytes.data());
-    if (Status status = stream_.send({first, bytes.size()}, waiter, until); !status.ok())
+    if (Status status = stream_->send({first, bytes.size()}, waiter, until); !status.ok())
         return status;
     replies.assign(commands.size(), RedisReply());
     for (RedisReply& reply : replies)
@@ -71,8 +68,8 @@ Status RedisConnection::takeReply(RedisReply& reply, const Waiter& waiter, std::
             return taken.status();
         if (*taken)
             continue;
-        if (const Waiter::Result waited = waiter.wait(descriptor(), POLLIN, until); waited != Waiter::Result::ready)
-            return waitFailure(waited);
+        if (Status failed = stream_->waitForInput(waiter, until); !failed.ok())
+            return failed;
     }
 }
 
@@ -84,24 +81,21 @@ void RedisConnection::markQuotable(RedisReply& reply) const {
 }
 
 Result<bool> RedisConnection::takeBytes() {
-    char bytes[16384];
-    const ssize_t taken = recv(descriptor(), bytes, sizeof bytes, 0);
-    const bool reset = taken < 0 && errno == ECONNRESET;
-    if (silent_ && (taken == 0 || reset))
+    std::uint8_t bytes[Stream::maxInput];
+    const Result<std::size_t> taken = stream_->take(bytes);
+    if (!taken.ok() && silent_ && stream_->endedByServer())
         return backendFailed("the server closed the connection before its first answer; perhaps its port accepts only "
                              "TLS");
-    if (taken == 0)
-        return backendFailed("the server closed the connection");
-    if (taken > 0) {
-        if (std::exchange(silent_, false) && isTlsAlert({bytes, static_cast<std::size_t>(taken)}))
-            return backendFailed("the server speaks TLS only at this port, which this back end does not: it needs a "
-                                 "tunnel or a plain port");
-        parser_.feed({bytes, static_cast<std::size_t>(taken)});
-        return true;
-    }
-    if (errno != EAGAIN && errno != EINTR)
-        return failedTo("the connection was lost", systemFailure(errno));
-    return false;
+    if (!taken.ok())
+        return taken.status();
+    if (*taken == 0)
+        return false;
+    const std::string_view text(reinterpret_cast<const char*>(bytes), *taken);
+    if (std::exchange(silent_, false) && isTlsAlert(text))
+        return backendFailed("the server speaks TLS only at this port, which this back end does not: it needs a "
+                             "tunnel or a plain port");
+    parser_.feed(text);
+    return true;
 }
 
 //  A server that refuses the connection, because of its limit or because of the client's address, sends an error before

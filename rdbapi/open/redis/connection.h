@@ -11,8 +11,10 @@
 #ifndef RDBAPI_OPEN_REDIS_CONNECTION_H
 #define RDBAPI_OPEN_REDIS_CONNECTION_H
 
-#include "net/tcp_stream.h"
+#include "net/stream.h"
 #include "redis/reply.h"
+
+#include <memory>
 
 namespace rdbopen {
 
@@ -21,18 +23,20 @@ using RedisCommand = std::vector<std::string>;
 
 class RedisConnection {
 public:
+    explicit RedisConnection(std::unique_ptr<Stream> stream) : stream_(std::move(stream)) {}
+
     //  Sets the secrets, such as user and password, that must not appear in quoted error answers.
     void conceal(std::vector<std::string> secrets) { secrets_ = std::move(secrets); }
 
-    //  Connects like TcpStream::connect.
+    //  Connects like Stream::connect.
     Status connect(const ServerAddress& address, const Waiter& waiter, std::chrono::milliseconds until);
 
     //  Sends commands and stores one answer for each of them, including error answers.
     Status exchange(const std::vector<RedisCommand>& commands, std::vector<RedisReply>& replies, const Waiter& waiter,
                     std::chrono::milliseconds until);
 
-    int descriptor() const noexcept { return stream_.descriptor(); }
-    void close() noexcept { stream_.close(); }
+    int descriptor() const noexcept { return stream_->descriptor(); }
+    void close() noexcept { stream_->close(); }
 
 private:
     //  Checks, without waiting, for data that the server has sent without a request. Fails if there is any.
@@ -44,7 +48,7 @@ private:
 
     void markQuotable(RedisReply& reply) const;
 
-    TcpStream stream_;
+    const std::unique_ptr<Stream> stream_;
     RedisReplyParser parser_;
     bool silent_ = true;  // no byte has been received yet
     std::vector<std::string> secrets_;

@@ -1,0 +1,22 @@
+#include "net/stream.h"
+
+#include <cerrno>
+
+namespace rdbopen {
+
+Status waitFailure(Waiter::Result result) {
+    if (result == Waiter::Result::timedOut)
+        return backendFailed("the server does not answer in time");
+    if (result == Waiter::Result::callWaits)
+        return backendFailed("a call waits");
+    if (result == Waiter::Result::closed)
+        return backendFailed("the handle was closed");
+    return failedTo("cannot wait", systemFailure(errno));
+}
+
+Status waitUntilReady(int descriptor, short events, const Waiter& waiter, std::chrono::milliseconds until) {
+    const Waiter::Result result = waiter.wait(descriptor, events, until);
+    return result == Waiter::Result::ready ? Status{} : waitFailure(result);
+}
+
+}  // namespace rdbopen

@@ -1,0 +1,67 @@
+//  A connection of a back end to its server, which carries bytes in both directions: plain (tcp_stream.h) or encrypted
+//  (tls_stream.h). Every wait ends at a given time or when the handle is closed.
+//
+//  Every failure has the code errorBackendFailed. Afterwards only connect or close may follow.
+//
+//  Threads: one thread at a time.
+#ifndef RDBAPI_OPEN_NET_STREAM_H
+#define RDBAPI_OPEN_NET_STREAM_H
+
+#include "engine/status.h"
+#include "engine/waiter.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <span>
+#include <sys/socket.h>
+
+namespace rdbopen {
+
+struct ServerAddress {
+    sockaddr_storage bytes;
+    socklen_t length;
+};
+
+class Stream {
+public:
+    Stream() = default;
+    Stream(const Stream&) = delete;
+    Stream& operator=(const Stream&) = delete;
+    virtual ~Stream() = default;
+
+    //  Closes the current connection and connects to address.
+    virtual Status connect(const ServerAddress& address, const Waiter& waiter, std::chrono::milliseconds until) = 0;
+
+    virtual Status send(std::span<const std::uint8_t> bytes, const Waiter& waiter, std::chrono::milliseconds until) = 0;
+
+    //  Takes bytes that have arrived, without waiting. Returns their number, or 0 if there are none.
+    //  Requires: bytes has room for maxInput bytes, so that none remains in the object, where no poll would see it.
+    virtual Result<std::size_t> take(std::span<std::uint8_t> bytes) = 0;
+
+    //  Waits until take may return bytes. Requires: the last take returned 0.
+    virtual Status waitForInput(const Waiter& waiter, std::chrono::milliseconds until) = 0;
+
+    //  Receives exactly bytes.size() bytes.
+    virtual Status receive(std::span<std::uint8_t> bytes, const Waiter& waiter, std::chrono::milliseconds until) = 0;
+
+    //  Returns whether the last failure of take or receive means that the server ended the connection.
+    virtual bool endedByServer() const noexcept = 0;
+
+    //  Returns the descriptor of the socket, which is non-blocking and close-on-exec; -1 if not connected.
+    virtual int descriptor() const noexcept = 0;
+
+    virtual void close() noexcept = 0;
+
+    //  The longest piece in which input arrives: one record of TLS (RFC 8446 section 5.1).
+    static constexpr std::size_t maxInput = 16384;
+};
+
+//  Returns the failure for a wait whose result is not Waiter::Result::ready. Requires: errno is as the wait has set it.
+Status waitFailure(Waiter::Result result);
+
+//  Waits as Waiter::wait does. Returns ok when descriptor is ready, else waitFailure.
+Status waitUntilReady(int descriptor, short events, const Waiter& waiter, std::chrono::milliseconds until);
+
+}  // namespace rdbopen
+
+#endif
