@@ -3,40 +3,57 @@
 include(CheckLinkerFlag)
 check_linker_flag(CXX LINKER:-z,pack-relative-relocs ADDRPUBD_PACKS_RELOCATIONS)
 
-#  addrpubd_leave_out(SCHEME PACKAGE...)
+#  addrpubd_scheme(SCHEME BACK_END [PACKAGE...])
+#
+#  Adds a row to the table of schemes. PACKAGE...: why the back end is left out.
+function(addrpubd_scheme scheme back_end)
+    list(JOIN ARGN " " packages)
+    set_property(GLOBAL APPEND_STRING PROPERTY ADDRPUBD_BACK_END_ROWS
+        "    {\"${scheme}\", \"${back_end}\", \"${packages}\"},\n")
+endfunction()
+
+#  addrpubd_leave_out(NAME PACKAGE...)
 #
 #  Reports a back end that is not built because packages are missing. The property ADDRPUBD_LEFT_OUT has one element
-#  "SCHEME PACKAGE..." for each such back end. The end of the build prints these elements, and the library reports the
+#  "NAME PACKAGE..." for each such back end. The end of the build prints these elements, and the library reports the
 #  packages when a url has the scheme.
-function(addrpubd_leave_out scheme)
+function(addrpubd_leave_out name)
     list(JOIN ARGN " " packages)
-    message(STATUS "back end ${scheme} left out: not installed: ${packages}")
-    set_property(GLOBAL APPEND PROPERTY ADDRPUBD_LEFT_OUT "${scheme} ${packages}")
-    set_property(GLOBAL APPEND_STRING PROPERTY ADDRPUBD_BACK_END_ROWS
-        "    {\"${scheme}\", \"${scheme}\", \"${packages}\"},\n")
+    message(STATUS "back end ${name} left out: not installed: ${packages}")
+    set_property(GLOBAL APPEND PROPERTY ADDRPUBD_LEFT_OUT "${name} ${packages}")
+    string(REPLACE - + scheme ${name})
+    addrpubd_scheme(${scheme} ${name} ${ARGN})
 endfunction()
 
 #  addrpubd_back_end(NAME SOURCE...)
 #
-#  Adds the back end NAME of the scheme NAME: the static library rdbopen_NAME with the sources, and the module
-#  rdbapix64-NAME.
+#  Adds the back end NAME: the static library rdbopen_NAME with the sources, and the module
+#  rdbapix64-NAME. The scheme is NAME with
+#  "+" for each "-", the descriptor rdbapix64_NAME with "_" for each "-". The descriptor is in module.cpp, or in
+#  NAME_module.cpp if that exists.
 function(addrpubd_back_end name)
-    add_library(rdbopen_${name} STATIC ${ARGN} module.cpp)
+    string(REPLACE - + scheme ${name})
+    string(REPLACE - _ symbol ${name})
+    set(module module.cpp)
+    if(EXISTS ${CMAKE_CURRENT_SOURCE_DIR}/${symbol}_module.cpp)
+        set(module ${symbol}_module.cpp)
+    endif()
+    add_library(rdbopen_${name} STATIC ${ARGN} ${module})
     target_link_libraries(rdbopen_${name} PUBLIC rdbopen_support)
     #  The module has its own copy, so the linker must be able to leave this one out.
     set_source_files_properties(module.cpp PROPERTIES SKIP_UNITY_BUILD_INCLUSION ON)
 
     #  Exports only the descriptor.
-    set(exports ${CMAKE_CURRENT_BINARY_DIR}/exports.map)
-    file(CONFIGURE OUTPUT ${exports} CONTENT "{ global: rdbapix64_${name}; local: *; };\n")
-    add_library(rdbapix64-${name} MODULE module.cpp)
+    set(exports ${CMAKE_CURRENT_BINARY_DIR}/${name}.map)
+    file(CONFIGURE OUTPUT ${exports} CONTENT "{ global: rdbapix64_${symbol}; local: *; };\n")
+    add_library(rdbapix64-${name} MODULE ${module})
     target_link_libraries(rdbapix64-${name} PRIVATE rdbopen_${name})
     target_link_options(rdbapix64-${name} PRIVATE LINKER:--version-script,${exports})
     addrpubd_self_contained(rdbapix64-${name})
 
     set_property(GLOBAL APPEND PROPERTY ADDRPUBD_BACK_ENDS ${name})
     set_property(GLOBAL APPEND PROPERTY ADDRPUBD_MODULES rdbapix64-${name})
-    set_property(GLOBAL APPEND_STRING PROPERTY ADDRPUBD_BACK_END_ROWS "    {\"${name}\", \"${name}\", \"\"},\n")
+    addrpubd_scheme(${scheme} ${name})
 endfunction()
 
 #  addrpubd_self_contained(TARGET)
@@ -62,8 +79,11 @@ endfunction()
 function(addrpubd_write_back_ends)
     get_property(rows GLOBAL PROPERTY ADDRPUBD_BACK_END_ROWS)
     get_property(built GLOBAL PROPERTY ADDRPUBD_BACK_ENDS)
-    list(TRANSFORM built REPLACE "(.+)" "LINKED(\\1)\n")
-    list(JOIN built "" linked)
+    set(linked "")
+    foreach(name ${built})
+        string(REPLACE - _ symbol ${name})
+        string(APPEND linked "LINKED(${symbol}, \"${name}\")\n")
+    endforeach()
     file(CONFIGURE OUTPUT back_ends.inc CONTENT "@rows@" @ONLY)
     file(CONFIGURE OUTPUT linked_modules.inc CONTENT "@linked@" @ONLY)
 endfunction()

@@ -7,6 +7,8 @@
 #include "engine/status.h"
 
 #include <cerrno>
+#include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace rdbopen {
@@ -42,6 +44,15 @@ inline Result<std::string> readToEnd(int fd, std::size_t limit) {
         if (bytes.size() > limit)
             return Status{errorTooLarge, systemText(EFBIG)};
     }
+}
+
+//  Reads a file, as readToEnd does. Only regular files are read, because a pipe or a device could block the reader.
+inline Result<std::string> readRegularFile(const char* path, std::size_t limit) {
+    const Descriptor file(open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
+    struct stat inode {};
+    if (file.get() < 0 || fstat(file.get(), &inode) != 0)
+        return systemFailure(errno);
+    return S_ISREG(inode.st_mode) ? readToEnd(file.get(), limit) : systemFailure(EINVAL);
 }
 
 }  // namespace rdbopen

@@ -1,7 +1,7 @@
-//  Finds the back ends that are linked into the program. linked_modules.inc has a row LINKED(NAME) for each of them.
+//  Finds the back ends that are linked into the program. linked_modules.inc has a row LINKED(SYMBOL, "NAME") for each of them.
 #include "module/finder.h"
 
-#define LINKED(NAME) RDBAPI_MODULE(NAME);
+#define LINKED(SYMBOL, NAME) RDBAPI_MODULE(SYMBOL);
 #include "linked_modules.inc"
 #undef LINKED
 
@@ -14,7 +14,7 @@ constexpr struct {
     std::string_view name;
     const Module* module;
 } linked[] = {
-#define LINKED(NAME) {#NAME, &rdbapix64_##NAME},
+#define LINKED(SYMBOL, NAME) {NAME, &rdbapix64_##SYMBOL},
 #include "linked_modules.inc"
 #undef LINKED
     {"", nullptr},

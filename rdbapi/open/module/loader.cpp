@@ -1,11 +1,11 @@
 #include "module/loader.h"
 
+#include "engine/blocked_signals.h"
 #include "files/descriptor.h"
 
 #include <algorithm>
 #include <cerrno>
 #include <charconv>
-#include <csignal>
 #include <cstdint>
 #include <dlfcn.h>
 #include <fcntl.h>
@@ -14,21 +14,6 @@
 namespace rdbopen {
 
 namespace {
-
-class BlockedSignals {
-public:
-    BlockedSignals() noexcept {
-        sigset_t all;
-        sigfillset(&all);
-        pthread_sigmask(SIG_SETMASK, &all, &before_);
-    }
-    BlockedSignals(const BlockedSignals&) = delete;
-    BlockedSignals& operator=(const BlockedSignals&) = delete;
-    ~BlockedSignals() { pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
-
-private:
-    sigset_t before_;
-};
 
 Result<const Module*> descriptorIn(const std::string& path, const std::string& symbol) {
     const BlockedSignals blocked;
@@ -66,7 +51,9 @@ Result<const Module*> loadModule(const std::string& folder, const std::string& n
     const std::string subject = "the back end " + name + " ";
     if (access(path.c_str(), F_OK) != 0 && (errno == ENOENT || errno == ENOTDIR))
         return Status{errorNotInstalled, subject + "is not installed: " + path + " does not exist"};
-    Result<const Module*> module = descriptorIn(path, "rdbapix64_" + name);
+    std::string symbol = "rdbapix64_" + name;
+    std::replace(symbol.begin(), symbol.end(), '-', '_');
+    Result<const Module*> module = descriptorIn(path, symbol);
     if (!module.ok())
         return Status{errorNotLoadable, subject + module.status().reason};
     if (!isOfThisVersion(**module))

@@ -1,4 +1,5 @@
-//  Loads the module of a back end, FOLDER/librdbapix64-NAME.so, into the process. It is never unloaded.
+//  Loads the module of a back end, FOLDER/librdbapix64-NAME.so, into the process. It is never unloaded. The descriptor is
+//  rdbapix64_NAME, with "_" for each "-" of the name.
 //
 //  All signals are blocked on the calling thread during the load. Otherwise a signal handler could interrupt dlopen and
 //  call exit, which would run destructors of objects that are only partly loaded. A worker's thread must not load a
@@ -16,7 +17,7 @@ namespace rdbopen {
 
 //  Returns the descriptor of the module. Fails with errorNotInstalled when the file does not exist, and with
 //  errorNotLoadable when it cannot be loaded, has no descriptor, or is of another version.
-//  Requires: folder is an absolute path that ends with "/"; name consists of letters and digits.
+//  Requires: folder is an absolute path that ends with "/"; name consists of letters, digits and "-".
 Result<const Module*> loadModule(const std::string& folder, const std::string& name);
 
 //  Returns the folder of the file that is mapped at address, which is code of the client library: an absolute path that

@@ -64,7 +64,7 @@ struct Module {
 
 }  // namespace rdbopen
 
-//  Declares the descriptor of the back end NAME and exports it.
-#define RDBAPI_MODULE(NAME) extern "C" __attribute__((visibility("default"))) const rdbopen::Module rdbapix64_##NAME
+//  Declares the descriptor rdbapix64_SYMBOL and exports it. It is the one symbol that the module exports.
+#define RDBAPI_MODULE(SYMBOL) extern "C" __attribute__((visibility("default"))) const rdbopen::Module rdbapix64_##SYMBOL
 
 #endif

@@ -2,25 +2,13 @@
 
 #include "files/descriptor.h"
 
-#include <fcntl.h>
 #include <string_view>
-#include <sys/stat.h>
 
 namespace rdbopen {
 
 namespace {
 
 constexpr std::string_view marker = "file:";
-
-//  Only regular files are read, because a pipe or a device could block the reader.
-Result<std::string> readRegularFile(const char* path) {
-    constexpr std::size_t maxLineEnd = 2;
-    const Descriptor file(open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
-    struct stat inode {};
-    if (file.get() < 0 || fstat(file.get(), &inode) != 0)
-        return systemFailure(errno);
-    return S_ISREG(inode.st_mode) ? readToEnd(file.get(), maxSecretLength + maxLineEnd) : systemFailure(EINVAL);
-}
 
 void dropLineEnd(std::string& text) {
     for (const char end : {'\n', '\r'})
@@ -36,7 +24,8 @@ Result<std::string> readSecret(const std::string& configured) {
         return configured;
     const std::string path = configured.substr(marker.size());
     const std::string subject = "the password file " + path;
-    Result<std::string> secret = readRegularFile(path.c_str());
+    constexpr std::size_t maxLineEnd = 2;
+    Result<std::string> secret = readRegularFile(path.c_str(), maxSecretLength + maxLineEnd);
     if (secret.ok())
         dropLineEnd(*secret);
     if (secret.status().code == errorTooLarge || (secret.ok() && secret->size() > maxSecretLength))

@@ -32,9 +32,13 @@ public:
     //  it. Its duration is added to until.
     Status lookUp(const Server& server, std::chrono::milliseconds& until);
 
+    //  Stores one address instead, which needs no resolver.
+    void use(const ServerAddress& address) { addresses_.assign(1, address); }
+
     //  Tries the addresses in turn; each gets an equal share of the remaining time. Returns the first status of attempt
     //  whose member failover is false. If there is no such status, or if waiter is cancelled, returns the last status
-    //  of attempt or, if no server could be reached, the reason of the last failure. Requires: lookUp has succeeded.
+    //  of attempt or, if no server could be reached, the reason of the last failure.
+    //  Requires: lookUp has succeeded, or use was called.
     Status tryEach(const Waiter& waiter, std::chrono::milliseconds until, const Connect& connect,
                    const Attempt& attempt);
 

@@ -1,8 +1,22 @@
 #include "net/stream.h"
 
 #include <cerrno>
+#include <cstring>
+#include <sys/un.h>
 
 namespace rdbopen {
+
+std::optional<ServerAddress> socketAddress(std::string_view path) {
+    sockaddr_un place{};
+    if (path.size() >= sizeof place.sun_path)
+        return std::nullopt;
+    place.sun_family = AF_UNIX;
+    path.copy(place.sun_path, path.size());
+    ServerAddress address{};
+    address.length = sizeof place;
+    std::memcpy(&address.bytes, &place, sizeof place);
+    return address;
+}
 
 Status waitFailure(Waiter::Result result) {
     if (result == Waiter::Result::timedOut)

@@ -12,7 +12,9 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <span>
+#include <string_view>
 #include <sys/socket.h>
 
 namespace rdbopen {
@@ -21,6 +23,9 @@ struct ServerAddress {
     sockaddr_storage bytes;
     socklen_t length;
 };
+
+//  Returns the address of a Unix socket, or nothing if path is longer than 107 bytes (unix(7)). Requires: path is absolute.
+std::optional<ServerAddress> socketAddress(std::string_view path);
 
 class Stream {
 public:

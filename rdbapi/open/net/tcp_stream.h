@@ -1,4 +1,5 @@
-//  One TCP connection of a back end, not encrypted.
+//  One connection of a back end that is not encrypted: TCP, or a Unix socket if the address is one. A Unix socket whose
+//  server is too slow to accept connections refuses further ones with EAGAIN.
 //
 //  Threads: one thread at a time.
 #ifndef RDBAPI_OPEN_NET_TCP_STREAM_H

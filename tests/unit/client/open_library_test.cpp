@@ -1,6 +1,7 @@
 //  The shared library and its modules, loaded as the service loads them: names, exported symbols, and one run.
 #include "rdbapi.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <dlfcn.h>
 #include <gtest/gtest.h>
@@ -29,6 +30,11 @@ std::set<std::string> exportsOf(const std::string& file) {
     return exported;
 }
 
+std::string descriptorOf(std::string backEnd) {
+    std::replace(backEnd.begin(), backEnd.end(), '-', '_');
+    return "rdbapix64_" + backEnd;
+}
+
 TEST(OpenLibrary, ExportsTheNineFunctionsAndNothingElse) {
     const std::set<std::string> functions = {"rdb_create",         "rdb_setmessagenotify", "rdb_connectex",
                                              "rdb_callmsg",        "rdb_tagget",           "rdb_taginport",
@@ -39,7 +45,7 @@ TEST(OpenLibrary, ExportsTheNineFunctionsAndNothingElse) {
 TEST(OpenLibrary, AModuleExportsItsDescriptorAndNothingElse) {
     std::istringstream names(BACK_ENDS);
     for (std::string name; names >> name;)
-        EXPECT_EQ(exportsOf(LIBRARY_FOLDER "/librdbapix64-" + name + ".so"), std::set{"rdbapix64_" + name});
+        EXPECT_EQ(exportsOf(LIBRARY_FOLDER "/librdbapix64-" + name + ".so"), std::set{descriptorOf(name)});
 }
 
 TEST(OpenLibrary, ItsSonameIsTheRelativeName) {

@@ -1,0 +1,48 @@
+//  The part of a TLS connection that comes from files: authorities, and the client's certificate and key.
+//
+//  OpenSSL is used without its configuration file, and none of its environment variables has an effect: the service may
+//  be started by anyone who may become root, with the environment of that user. The system's authorities are those of the
+//  folder that OpenSSL has compiled in, /etc/ssl/certs on Debian.
+//
+//  Threads: any.
+#ifndef RDBAPI_OPEN_NET_TLS_CONTEXT_H
+#define RDBAPI_OPEN_NET_TLS_CONTEXT_H
+
+#include "engine/status.h"
+#include "net/tls_settings.h"
+
+#include <memory>
+#include <openssl/ssl.h>
+#include <vector>
+
+namespace rdbopen {
+
+struct FreeTls {
+    void operator()(SSL* connection) const noexcept { SSL_free(connection); }
+    void operator()(SSL_CTX* context) const noexcept { SSL_CTX_free(context); }
+    void operator()(X509* certificate) const noexcept { X509_free(certificate); }
+    void operator()(EVP_PKEY* key) const noexcept { EVP_PKEY_free(key); }
+    void operator()(BIO* bio) const noexcept { BIO_free(bio); }
+};
+template <class T>
+using TlsPointer = std::unique_ptr<T, FreeTls>;
+using Certificates = std::vector<TlsPointer<X509>>;
+
+//  Initialises OpenSSL, once. It registers nothing that runs at exit, where threads of the library may still use it.
+//  Called on the thread of rdb_connectex, as a module is loaded there (module/loader.h), with all signals blocked.
+//  Fails with errorNoResources.
+Status prepareTls();
+
+//  Reads all certificates of a file, at least one. The reason of a failure begins with the path.
+Result<Certificates> readCertificates(const std::string& path);
+
+//  Reads a private key, which must not be encrypted. The reason of a failure begins with the path.
+Result<TlsPointer<EVP_PKEY>> readPrivateKey(const std::string& path);
+
+//  Makes the context of a client that verifies its server: TLS 1.2 or 1.3, and what the files of settings hold, which are
+//  read each time. Fails with errorBackendFailed. Requires: prepareTls has succeeded.
+Result<TlsPointer<SSL_CTX>> makeTlsContext(const TlsSettings& settings);
+
+}  // namespace rdbopen
+
+#endif

@@ -1,0 +1,32 @@
+//  What a url says about the TLS of its connection. Without an option, the server's certificate must be for the host of the
+//  url and be issued by an authority of the system. No option turns this check off.
+//
+//      ca=FILE              the authorities, instead of the system's
+//      cert=FILE&key=FILE   the client's certificate, with those between it and its authority, and its key
+//      name=NAME            the name or address in the server's certificate, if it is not the host of the url
+//
+//  Files are PEM (RFC 7468), named by absolute paths.
+#ifndef RDBAPI_OPEN_NET_TLS_SETTINGS_H
+#define RDBAPI_OPEN_NET_TLS_SETTINGS_H
+
+#include "net/url.h"
+
+namespace rdbopen {
+
+struct TlsSettings {
+    std::string name;         // for the check; without a final dot, an address without its zone
+    std::string authorities;  // path; empty for the system's
+    std::string certificate;  // path, or empty
+    std::string key;          // path; empty like certificate
+    std::string protocol;     // of the application (RFC 7301); empty for none
+};
+
+//  Words for the options in the reason of a malformed url.
+inline constexpr std::string_view tlsOptionWords = "ca, cert, key and name";
+
+//  Removes the options above from url and returns what they say. Fails with malformedUrl.
+Result<TlsSettings> takeTlsOptions(Url& url);
+
+}  // namespace rdbopen
+
+#endif

@@ -1,0 +1,80 @@
+//  One TLS connection of a back end, over TCP. OpenSSL encrypts; each system call is made here, so that none waits and
+//  none raises SIGPIPE.
+//
+//      connect, send, receive --> SSL_connect, SSL_write, SSL_read --> BIO of this file --> send(2), recv(2)
+//             ^                            |
+//             +---- wait for input or room-+  as long as they report that they lack it
+//
+//  The connection ends at the next wait or piece of input after its time limit, whatever the server sends: records without
+//  data, new keys (RFC 8446 section 4.6.3) and new session tickets included. Input is never read ahead, so that what take
+//  has not returned is still in the socket, where poll sees it.
+//
+//  Threads: one thread at a time.
+#ifndef RDBAPI_OPEN_NET_TLS_STREAM_H
+#define RDBAPI_OPEN_NET_TLS_STREAM_H
+
+#include "net/tcp_stream.h"
+#include "net/tls_context.h"
+
+namespace rdbopen {
+
+class TlsStream final : public Stream {
+public:
+    //  Requires: prepareTls has succeeded.
+    explicit TlsStream(TlsSettings settings) : settings_(std::move(settings)) {}
+    ~TlsStream() override { close(); }
+
+    //  Connects, and returns ok when the handshake has proved that the server is the right one. Reads the files of the
+    //  settings. A server that wants a client certificate may refuse it later, at the first take or receive.
+    Status connect(const ServerAddress& address, const Waiter& waiter, std::chrono::milliseconds until) override;
+    Status send(std::span<const std::uint8_t> bytes, const Waiter& waiter, std::chrono::milliseconds until) override;
+    Result<std::size_t> take(std::span<std::uint8_t> bytes) override;
+    Status waitForInput(const Waiter& waiter, std::chrono::milliseconds until) override;
+    Status receive(std::span<std::uint8_t> bytes, const Waiter& waiter, std::chrono::milliseconds until) override;
+    bool endedByServer() const noexcept override { return wire_.ended; }
+    int descriptor() const noexcept override { return tcp_.descriptor(); }
+    void close() noexcept override;
+
+private:
+    enum class Step { done, lacksInput, lacksRoom, failed };
+
+    //  What the BIO knows of the socket.
+    struct Wire {
+        int descriptor = -1;
+        int readsLeft = 0;       // until the BIO reports that there is no more input, although there may be
+        bool heard = false;      // the server has sent a byte
+        std::uint8_t first = 0;  // this byte
+        bool ended = false;      // by the server
+        int error = 0;           // errno of the call that failed; 0 for none
+        int refusedAt = 0;       // depth of the certificate that was not accepted
+    };
+
+    Status open(const ServerAddress& address, const Waiter& waiter, std::chrono::milliseconds until);
+    Status prepare();
+    bool setName();
+    Status handshake(const Waiter& waiter, std::chrono::milliseconds until);
+    template <class Call>
+    Step attempt(Call call);
+    template <class Call>
+    Status complete(Call call, const Waiter& waiter, std::chrono::milliseconds until);
+    Waiter::Result waitFor(Step lack, const Waiter& waiter, std::chrono::milliseconds until) const;
+    Status fault();
+    Status refusalOr(Status failed);
+
+    static const BIO_METHOD* wireMethod();
+    static int readWire(BIO* bio, char* bytes, int size);
+    static int writeWire(BIO* bio, const char* bytes, int size);
+    static long controlWire(BIO* bio, int command, long number, void* pointer);
+    static int noteDepth(int accepted, X509_STORE_CTX* store);
+
+    const TlsSettings settings_;
+    TcpStream tcp_;
+    TlsPointer<SSL> tls_;
+    Wire wire_;
+    Step lack_ = Step::lacksInput;  // of the last take
+    bool broken_ = false;           // no call but SSL_free may follow
+};
+
+}  // namespace rdbopen
+
+#endif
