@@ -4,8 +4,11 @@
 #include "net/secret.h"
 #include "net/server_addresses.h"
 #include "net/tcp_stream.h"
+#include "net/tls_settings.h"
 #include "redis/objects.h"
 #include "redis/refusal.h"
+
+#include <algorithm>
 
 namespace rdbopen {
 
@@ -19,7 +22,9 @@ constexpr std::chrono::milliseconds requestLimit{5000};
 constexpr std::chrono::milliseconds checkAfter{60000};
 
 struct Settings {
+    std::string scheme;
     Server server;
+    std::string socket;  // path of the server's Unix socket, or empty
     std::uint32_t database = 0;
     RedisLimits limits;
     Credentials credentials;
@@ -27,7 +32,8 @@ struct Settings {
 
 class RedisBackend : public Backend, public TagBackend {
 public:
-    explicit RedisBackend(Settings settings) : settings_(std::move(settings)) {}
+    RedisBackend(Settings settings, std::unique_ptr<Stream> stream)
+        : settings_(std::move(settings)), connection_(std::move(stream), settings_.scheme == "redis") {}
 
     std::string label() const override;
     TagBackend* tags() noexcept override { return this; }
@@ -46,6 +52,7 @@ private:
     //  Executes one request at the connected server.
     using Request = std::function<Status()>;
 
+    Status lookUp(std::chrono::milliseconds& until);
     Status atServer(const Request& request);
     Status atOthers(Status status, const Request& request);
     Status logInUntil(const std::string& password, std::chrono::milliseconds until);
@@ -59,7 +66,7 @@ private:
     Status queryValue(const RdbSnapshot& record);
 
     const Settings settings_;
-    RedisConnection connection_{std::make_unique<TcpStream>()};
+    RedisConnection connection_;
     ServerAddresses addresses_;
     const ServerAddresses::Connect connect_ = [this](const ServerAddress& address, std::chrono::milliseconds until) {
         return connection_.connect(address, *waiter_, until);
@@ -70,7 +77,10 @@ private:
 };
 
 std::string RedisBackend::label() const {
-    return "redis://" + serverText(settings_.server) + "/" + std::to_string(settings_.database);
+    const std::string database = std::to_string(settings_.database);
+    if (!settings_.socket.empty())
+        return settings_.scheme + "://" + settings_.socket + "?db=" + database;
+    return settings_.scheme + "://" + serverText(settings_.server) + "/" + database;
 }
 
 Status RedisBackend::exchange(const Commands& commands, std::vector<RedisReply>& replies) {
@@ -84,9 +94,16 @@ Status RedisBackend::open(const Waiter& waiter) {
     if (!password.ok())
         return password.status();
     std::chrono::milliseconds until = monotonicNow() + openLimit;
-    if (Status failed = addresses_.lookUp(settings_.server, until); !failed.ok())
+    if (Status failed = lookUp(until); !failed.ok())
         return failed;
     return addresses_.tryEach(waiter, until, connect_, [&](auto share) { return logInUntil(*password, share); });
+}
+
+Status RedisBackend::lookUp(std::chrono::milliseconds& until) {
+    if (settings_.socket.empty())
+        return addresses_.lookUp(settings_.server, until);
+    addresses_.use(socketAddress(settings_.socket).value());
+    return {};
 }
 
 //  After any failure the next address is tried, which is safe because a login changes nothing at a server.
@@ -249,14 +266,14 @@ Status RedisBackend::queryValue(const RdbSnapshot& record) {
     return *held && (*held)->equals(record) ? Status{} : Status{errorNotHeld, {}};
 }
 
-Result<std::uint32_t> parseDatabase(const std::string& path) {
+Status parseDatabase(std::string_view digits, Settings& settings) {
     constexpr std::uint32_t maxDatabase = 2147483647;
-    if (path.empty() || path == "/")
-        return 0U;
-    const auto database = parseNumber(std::string_view(path).substr(1), maxDatabase);
+    const auto database = parseNumber(digits, maxDatabase);
     if (!database)
-        return malformedUrl("the path is not the number of a database");
-    return *database;
+        return malformedUrl(settings.socket.empty() ? "the path is not the number of a database"
+                                                    : "db is not the number of a database");
+    settings.database = *database;
+    return {};
 }
 
 Status parseExpiry(const std::string& text, std::uint32_t& expire) {
@@ -267,36 +284,71 @@ Status parseExpiry(const std::string& text, std::uint32_t& expire) {
                         " (an unchanged value is repeated after 600) to " + std::to_string(redisMaxExpiry));
 }
 
-Result<RedisLimits> parseLimits(const std::vector<UrlOption>& options) {
-    RedisLimits limits;
-    bool expire = false;
-    bool history = false;
-    for (const UrlOption& option : options) {
-        if (option.name != "expire" && option.name != "history")
-            return malformedUrl("it has an option other than expire and history");
-        if (std::exchange(option.name == "expire" ? expire : history, true))
+std::string optionWords(std::string_view scheme) {
+    if (scheme == "redis+unix")
+        return "it has an option other than db, expire and history";
+    if (scheme == "rediss")
+        return "it has an option other than expire, history, " + std::string(tlsOptionWords);
+    return "it has an option other than expire and history";
+}
+
+Status parseOption(const UrlOption& option, Settings& settings) {
+    if (option.name == "expire")
+        return parseExpiry(option.value, settings.limits.expire);
+    if (option.name == "history")
+        return parseHistory(option.value, settings.limits.history);
+    if (option.name == "db" && !settings.socket.empty())
+        return parseDatabase(option.value, settings);
+    return malformedUrl(optionWords(settings.scheme));
+}
+
+//  Fails for an option that is unknown or given twice.
+Status parseOptions(const Url& url, Settings& settings) {
+    std::vector<std::string_view> seen;
+    for (const UrlOption& option : url.options) {
+        if (std::find(seen.begin(), seen.end(), option.name) != seen.end())
             return malformedUrl(option.name + " is given twice");
-        Status malformed = option.name == "expire" ? parseExpiry(option.value, limits.expire)
-                                                   : parseHistory(option.value, limits.history);
-        if (!malformed.ok())
+        seen.push_back(option.name);
+        if (Status malformed = parseOption(option, settings); !malformed.ok())
             return malformed;
     }
-    return limits;
+    return {};
+}
+
+Status parseSocket(const Url& url, Settings& settings) {
+    const Result<std::string> path = filePathOf({url.scheme, url.authority, url.path, {}});
+    if (!path.ok())
+        return path.status();
+    if (!socketAddress(*path))
+        return malformedUrl("the path of a socket has at most 107 bytes");
+    settings.socket = *path;
+    return {};
+}
+
+Status parseServerAndDatabase(const Url& url, Settings& settings) {
+    Result<Server> server = parseServer(url.authority, redisPort);
+    if (!server.ok())
+        return server.status();
+    settings.server = std::move(*server);
+    const std::string_view path = url.path;
+    return path.size() < 2 ? Status{} : parseDatabase(path.substr(1), settings);
 }
 
 }  // namespace
 
-BackendResult makeRedisBackend(const Url& url, const Credentials& credentials) {
-    Result<Server> server = parseServer(url.authority, redisPort);
-    if (!server.ok())
-        return server.status();
-    const Result<std::uint32_t> database = parseDatabase(url.path);
-    if (!database.ok())
-        return database.status();
-    const Result<RedisLimits> limits = parseLimits(url.options);
-    if (!limits.ok())
-        return limits.status();
-    return BackendResult(std::make_unique<RedisBackend>(Settings{std::move(*server), *database, *limits, credentials}));
+BackendResult makeRedisBackend(const Url& url, const Credentials& credentials, std::unique_ptr<Stream> stream) {
+    Settings settings{.scheme = url.scheme, .server = {}, .socket = {}, .credentials = credentials};
+    const auto parsePlace = url.scheme == "redis+unix" ? parseSocket : parseServerAndDatabase;
+    Status failed = parsePlace(url, settings);
+    if (failed.ok())
+        failed = parseOptions(url, settings);
+    if (!failed.ok())
+        return failed;
+    return BackendResult(std::make_unique<RedisBackend>(std::move(settings), std::move(stream)));
+}
+
+BackendResult makePlainRedisBackend(const Url& url, const Credentials& credentials) {
+    return makeRedisBackend(url, credentials, std::make_unique<TcpStream>());
 }
 
 }  // namespace rdbopen

@@ -83,7 +83,7 @@ void RedisConnection::markQuotable(RedisReply& reply) const {
 Result<bool> RedisConnection::takeBytes() {
     std::uint8_t bytes[Stream::maxInput];
     const Result<std::size_t> taken = stream_->take(bytes);
-    if (!taken.ok() && silent_ && stream_->endedByServer())
+    if (!taken.ok() && silent_ && mayMeetTls_ && stream_->endedByServer())
         return backendFailed("the server closed the connection before its first answer; perhaps its port accepts only "
                              "TLS");
     if (!taken.ok())
@@ -91,9 +91,8 @@ Result<bool> RedisConnection::takeBytes() {
     if (*taken == 0)
         return false;
     const std::string_view text(reinterpret_cast<const char*>(bytes), *taken);
-    if (std::exchange(silent_, false) && isTlsAlert(text))
-        return backendFailed("the server speaks TLS only at this port, which this back end does not: it needs a "
-                             "tunnel or a plain port");
+    if (std::exchange(silent_, false) && mayMeetTls_ && isTlsAlert(text))
+        return backendFailed("the server speaks TLS only at this port: the scheme for it is rediss");
     parser_.feed(text);
     return true;
 }

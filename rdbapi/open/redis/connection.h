@@ -23,7 +23,9 @@ using RedisCommand = std::vector<std::string>;
 
 class RedisConnection {
 public:
-    explicit RedisConnection(std::unique_ptr<Stream> stream) : stream_(std::move(stream)) {}
+    //  mayMeetTls: the server at the other end may speak TLS although the stream does not.
+    RedisConnection(std::unique_ptr<Stream> stream, bool mayMeetTls)
+        : stream_(std::move(stream)), mayMeetTls_(mayMeetTls) {}
 
     //  Sets the secrets, such as user and password, that must not appear in quoted error answers.
     void conceal(std::vector<std::string> secrets) { secrets_ = std::move(secrets); }
@@ -49,6 +51,7 @@ private:
     void markQuotable(RedisReply& reply) const;
 
     const std::unique_ptr<Stream> stream_;
+    const bool mayMeetTls_;
     RedisReplyParser parser_;
     bool silent_ = true;  // no byte has been received yet
     std::vector<std::string> secrets_;

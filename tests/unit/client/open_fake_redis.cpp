@@ -6,6 +6,7 @@
 #include <poll.h>
 #include <pthread.h>
 #include <sys/socket.h>
+#include <sys/un.h>
 #include <unistd.h>
 
 namespace opentest {
@@ -36,6 +37,20 @@ FakeRedis::FakeRedis() {
     listen(listener_, 64);
     getsockname(listener_, generic, &length);
     port_ = ntohs(address.sin_port);
+    start();
+}
+
+FakeRedis::FakeRedis(const std::string& socketPath) {
+    listener_ = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    socketPath.copy(address.sun_path, sizeof address.sun_path - 1);
+    bind(listener_, reinterpret_cast<sockaddr*>(&address), sizeof address);
+    listen(listener_, 64);
+    start();
+}
+
+void FakeRedis::start() {
     [[maybe_unused]] const int piped = pipe(stop_);
     sigset_t all;
     sigset_t before;

@@ -23,11 +23,15 @@ public:
     using Command = std::vector<std::string>;
 
     FakeRedis();
+
+    //  Listens at a Unix socket instead, which it creates and does not remove.
+    explicit FakeRedis(const std::string& socketPath);
     FakeRedis(const FakeRedis&) = delete;
     FakeRedis& operator=(const FakeRedis&) = delete;
     ~FakeRedis();
 
     std::string url(const std::string& rest = "") const;
+    std::uint16_t port() const { return port_; }
 
     //  Sets the bytes of the next answer to a command with this first word. Several calls set several answers.
     void answer(const std::string& word, const std::string& bytes);
@@ -60,6 +64,7 @@ private:
         rdbopen::RedisReplyParser parser;
     };
 
+    void start();
     void run();
     void accept();
     bool serve(Connection& connection);

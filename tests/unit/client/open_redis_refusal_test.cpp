@@ -136,9 +136,7 @@ TEST_F(RedisRefusals, AServerThatRequiresTlsIsReportedAsSuch) {
     server.answerAndClose("AUTH", std::string("\x15\x03\x03\x00\x02\x02\x46", 7));
     const Status outcome = backend->open(plainWaiter);
     EXPECT_EQ(outcome.code, errorBackendFailed);
-    EXPECT_EQ(
-        outcome.reason,
-        "the server speaks TLS only at this port, which this back end does not: it needs a tunnel or a plain port");
+    EXPECT_EQ(outcome.reason, "the server speaks TLS only at this port: the scheme for it is rediss");
     backend->close();
     ASSERT_EQ(backend->open(plainWaiter).code, 0);
     server.answer("PING", "\x15\x03\x03");  // after the first answer such bytes do not mean TLS

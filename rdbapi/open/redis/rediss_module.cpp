@@ -1,0 +1,26 @@
+//  The module of the back end rediss: the back end redis over TLS.
+#include "module/guarded_backend.h"
+#include "module/tls_advice.h"
+#include "net/tls_stream.h"
+#include "redis/backend.h"
+
+namespace {
+
+using namespace rdbopen;
+
+BackendResult makeRedissBackend(const Url& url, const Credentials& credentials) {
+    Url rest = url;
+    Result<TlsSettings> settings = takeTlsOptions(rest);
+    if (!settings.ok())
+        return settings.status();
+    if (Status failed = prepareTls(); !failed.ok())
+        return failed;
+    return makeRedisBackend(rest, credentials, std::make_unique<TlsStream>(std::move(*settings)));
+}
+
+constexpr std::string_view schemes[] = {"rediss"};
+
+}  // namespace
+
+RDBAPI_MODULE(rediss);
+constinit const rdbopen::Module rdbapix64_rediss = describeModule<makeRedissBackend, adviseOnTls>(schemes);
