@@ -21,9 +21,11 @@ UNDER_TEST = ("service", "com", "rdbapi")
 SYSTEM_FILES = (
     "addrpubd",
     "librdbapix64.so",
+    "librdbapix64-dns-tls.so",
     "librdbapix64-dns.so",
     "librdbapix64-hosts.so",
     "librdbapix64-redis.so",
+    "librdbapix64-rediss.so",
     "librdbapix64-sqlite.so",
     "tests/libclockshim.so",
     "tests/libfailshim.so",

@@ -14,6 +14,7 @@ NOTHING_INSTALLED = [
     "-DHIREDIS_LIBRARY=",
     "-DLDNS_LIBRARY=",
     "-DNETTLE_LIBRARY=",
+    "-DCMAKE_DISABLE_FIND_PACKAGE_OpenSSL=ON",
 ]
 
 
@@ -48,9 +49,9 @@ def test_596_the_build_prints_what_was_left_out_and_the_packages(plain):
     _, text = plain
     lines = [line for line in text.splitlines() if "Built target left_out" not in line]
     assert lines[-2:] == [
-        "Back ends left out of this build: sqlite, hosts, redis, dns",
+        "Back ends left out of this build: sqlite, hosts, redis, rediss, dns, dns-tls",
         "To include them, install these packages, then configure and build again: "
-        "libsqlite3-dev nlohmann-json3-dev libhiredis-dev libldns-dev nettle-dev",
+        "libsqlite3-dev nlohmann-json3-dev libhiredis-dev libssl-dev libldns-dev nettle-dev",
     ]
 
 
@@ -60,7 +61,10 @@ def test_596_the_build_prints_what_was_left_out_and_the_packages(plain):
         ("sqlite:///x", "libsqlite3-dev"),
         ("hosts:///x", "nlohmann-json3-dev"),
         ("redis://h", "libhiredis-dev"),
+        ("redis+unix:///s", "libhiredis-dev"),
+        ("rediss://h", "libhiredis-dev libssl-dev"),
         ("dns://s/z", "libldns-dev nettle-dev nlohmann-json3-dev"),
+        ("dns+tls://s/z", "libldns-dev nettle-dev nlohmann-json3-dev libssl-dev"),
     ],
 )
 def test_597_the_checker_prints_the_packages_of_a_missing_back_end(plain, tmp_path, url, packages):

@@ -113,10 +113,21 @@ def test_725_a_module_is_loaded_only_from_the_folder_of_the_library(open_host, f
     assert connect(open_host, "sqlite:///mnt/data/rdb.db", folder) == NOT_INSTALLED
 
 
-@pytest.mark.parametrize("url", ["sqlite/../planted/x:///x", "../planted/librdbapix64-x:///x", "planted:///x"])
+@pytest.mark.parametrize(
+    "url",
+    [
+        "sqlite/../planted/x:///x",
+        "../planted/librdbapix64-x:///x",
+        "planted:///x",
+        "planted+x:///x",
+        "redis+planted:///x",
+        "dns-tls://host/zone",
+    ],
+)
 def test_726_no_url_loads_another_file(open_host, url):
     shutil.copy(module(open_host, "sqlite"), open_host.sandbox.path(f"{PLANTED}/librdbapix64-x.so"))
-    shutil.copy(module(open_host, "sqlite"), module(open_host, "planted"))
+    for name in ("planted", "planted-x", "redis-planted"):
+        shutil.copy(module(open_host, "sqlite"), module(open_host, name))
     assert connect(open_host, url, PLANTED) in (1003, 1004)
 
 
@@ -141,7 +152,9 @@ def test_728_addrpubd_check_searches_modules_in_the_same_folder_as_the_service(o
         ("sqlite", {"libsqlite3"}),
         ("hosts", set()),
         ("redis", {"libhiredis"}),
+        ("rediss", {"libhiredis", "libssl", "libcrypto"}),
         ("dns", {"libldns", "libnettle"}),
+        ("dns-tls", {"libldns", "libnettle", "libssl", "libcrypto"}),
     ],
 )
 def test_729_a_module_needs_the_libraries_of_its_back_end_only(name, libraries):

@@ -22,10 +22,11 @@ constexpr std::chrono::milliseconds checkLimit{10000};
 
 class DnsBackend : public Backend, public DnsUpdateBackend {
 public:
-    DnsBackend(DnsZone zone, std::string keyName, std::string password)
-        : zone_(std::move(zone)), keyName_(std::move(keyName)), password_(std::move(password)) {}
+    DnsBackend(DnsZone zone, std::string keyName, std::string password, std::unique_ptr<Stream> stream)
+        : zone_(std::move(zone)), keyName_(std::move(keyName)), password_(std::move(password)),
+          stream_(std::move(stream)) {}
 
-    std::string label() const override { return "dns://" + serverText(zone_.server) + "/" + zone_.zone; }
+    std::string label() const override { return zone_.scheme + "://" + serverText(zone_.server) + "/" + zone_.zone; }
     UpdateBackend* updates() noexcept override { return this; }
 
     Status open(const Waiter& waiter) override;
@@ -54,7 +55,7 @@ private:
     const DnsZone zone_;
     const std::string keyName_;
     const std::string password_;
-    const std::unique_ptr<Stream> stream_ = std::make_unique<TcpStream>();
+    const std::unique_ptr<Stream> stream_;
     const Waiter* waiter_ = nullptr;  // null while closed
     ServerAddresses addresses_;
 };
@@ -240,7 +241,7 @@ Status DnsBackend::checkRequest(std::string_view text) {
 
 }  // namespace
 
-BackendResult makeDnsBackend(const Url& url, const Credentials& credentials) {
+BackendResult makeDnsBackend(const Url& url, const Credentials& credentials, std::unique_ptr<Stream> stream) {
     Result<DnsZone> zone = parseDnsZone(url);
     if (!zone.ok())
         return zone.status();
@@ -249,7 +250,12 @@ BackendResult makeDnsBackend(const Url& url, const Credentials& credentials) {
         keyName.pop_back();
     if (!isDnsName(keyName))
         return Status{errorBadUrl, "the user is not the name of a key"};
-    return BackendResult(std::make_unique<DnsBackend>(std::move(*zone), std::move(keyName), credentials.password));
+    return BackendResult(
+        std::make_unique<DnsBackend>(std::move(*zone), std::move(keyName), credentials.password, std::move(stream)));
+}
+
+BackendResult makePlainDnsBackend(const Url& url, const Credentials& credentials) {
+    return makeDnsBackend(url, credentials, std::make_unique<TcpStream>());
 }
 
 }  // namespace rdbopen

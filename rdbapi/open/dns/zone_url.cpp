@@ -1,6 +1,7 @@
 #include "dns/zone_url.h"
 
 #include "dns/tsig.h"
+#include "net/tls_settings.h"
 
 #include <algorithm>
 
@@ -9,6 +10,8 @@ namespace rdbopen {
 namespace {
 
 constexpr std::uint16_t dnsPort = 53;
+constexpr std::uint16_t dnsTlsPort = 853;
+constexpr std::string_view tlsScheme = "dns+tls";
 constexpr std::uint32_t maxTtl = 2147483647;
 constexpr std::uint32_t maxCheckInterval = 86400;  // s
 
@@ -69,6 +72,12 @@ constexpr Option options[] = {
     {"check", takeCheck},
 };
 
+std::string optionWords(std::string_view scheme) {
+    if (scheme == tlsScheme)
+        return "it has an option other than ttl, algorithm, skip, check, " + std::string(tlsOptionWords);
+    return "it has an option other than ttl, algorithm, skip and check";
+}
+
 //  A reason never contains the url, because it may contain a misplaced secret.
 Status takeOptions(const Url& url, DnsZone& zone) {
     bool seen[std::size(options)] = {};
@@ -76,7 +85,7 @@ Status takeOptions(const Url& url, DnsZone& zone) {
         const auto* option = std::find_if(std::begin(options), std::end(options),
                                           [&given](const Option& known) { return known.name == given.name; });
         if (option == std::end(options))
-            return malformedUrl("it has an option other than ttl, algorithm, skip and check");
+            return malformedUrl(optionWords(url.scheme));
         bool& before = seen[option - std::begin(options)];
         if (before)
             return malformedUrl("the option " + std::string(option->name) + " is given twice");
@@ -90,7 +99,7 @@ Status takeOptions(const Url& url, DnsZone& zone) {
 }  // namespace
 
 Result<DnsZone> parseDnsZone(const Url& url) {
-    Result<Server> server = parseServer(url.authority, dnsPort);
+    Result<Server> server = parseServer(url.authority, url.scheme == tlsScheme ? dnsTlsPort : dnsPort);
     if (!server.ok())
         return server.status();
     std::string_view name = url.path;
@@ -101,6 +110,7 @@ Result<DnsZone> parseDnsZone(const Url& url) {
     if (!isDnsName(name))
         return malformedUrl("it names no zone, as in dns://SERVER/ZONE");
     DnsZone zone;
+    zone.scheme = url.scheme;
     zone.server = std::move(*server);
     zone.zone = lowerCase(name);
     if (Status failed = takeOptions(url, zone); !failed.ok())

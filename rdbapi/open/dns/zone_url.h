@@ -1,8 +1,9 @@
 //  The parsed url of the back end dns:
 //
 //      dns://SERVER[:PORT]/ZONE[?ttl=60&algorithm=hmac-sha256&skip=ula,temporary,deprecated&check=60]
+//      dns+tls://...                                   the same over TLS, with the options of net/tls_settings.h
 //
-//  The default PORT is 53. Options may be in any order, each at most once; algorithm and the words of skip are lower
+//  The default PORT is 53, or 853 with TLS (RFC 7858 section 3.1). Options may be in any order, each at most once; algorithm and the words of skip are lower
 //  case.
 #ifndef RDBAPI_OPEN_DNS_ZONE_URL_H
 #define RDBAPI_OPEN_DNS_ZONE_URL_H
@@ -15,6 +16,7 @@
 namespace rdbopen {
 
 struct DnsZone {
+    std::string scheme;
     Server server;
     std::string zone;                        // satisfies isDnsName; in lower case, without the final dot
     std::uint32_t ttl = 60;                  // s, at most 2^31 - 1 (RFC 2181 section 8)
@@ -25,7 +27,7 @@ struct DnsZone {
     std::chrono::milliseconds check{60000};  // interval between checks of the server; 0 for never, at most one day
 };
 
-//  Parses a url of this back end. Fails with malformedUrl.
+//  Parses a url of this back end, without the options of TLS. Fails with malformedUrl.
 Result<DnsZone> parseDnsZone(const Url& url);
 
 }  // namespace rdbopen

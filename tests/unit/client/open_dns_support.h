@@ -88,6 +88,8 @@ public:
     std::string url(const std::string& rest = "/example.org") const {
         return "dns://127.0.0.1:" + std::to_string(port_) + rest;
     }
+    std::uint16_t port() const { return static_cast<std::uint16_t>(port_); }
+
     //  Returns true if the server has stopped answering or has closed a connection.
     bool silent() const { return silent_; }
     int connections() const { return connections_; }

@@ -1,0 +1,87 @@
+"""The back end dns over TLS, with BIND."""
+
+import open_library
+import pytest
+
+pytest.importorskip("dns.tsigkeyring", reason="dnspython is not installed (python3-dnspython)")
+
+from certificates import Authority  # noqa: E402
+from dns_bed import OK, Fixture, require  # noqa: E402
+from dns_servers import HOST_KEY, ZONE, Bind, secret  # noqa: E402
+from host import BUILD  # noqa: E402
+
+PKI = "/var/lib/bind/pki"
+NAMES = "DNS:localhost,IP:127.0.0.1"
+
+
+class TlsBind(Bind):
+    """BIND that accepts TLS at port 853."""
+
+    def __init__(self, sandbox):
+        super().__init__(sandbox)
+        self.authority = Authority(sandbox, PKI)
+        self.files = self.authority.issue("server", NAMES)
+
+    def configuration(self):
+        tls = f'tls pki {{ cert-file "{self.files.certificate}"; key-file "{self.files.key}"; }};\n'
+        listen = "listen-on port 853 tls pki { 127.0.0.1; }; listen-on-v6"
+        return tls + super().configuration().replace("listen-on-v6", listen)
+
+
+class TlsFixture(Fixture):
+    def connect(self, options="", name="127.0.0.1"):
+        self.new_client()
+        url = f"dns+tls://{name}/{ZONE}?ca={self.server.authority.certificate}{options}"
+        self._connection = (url, HOST_KEY, secret(HOST_KEY))
+        self.handle = self.client.open(*self._connection)
+
+
+@pytest.fixture
+def fixture():
+    require(TlsBind)
+    if not open_library.has(BUILD, "dns-tls"):
+        pytest.skip("the open client library was built without its back end dns-tls")
+    one = TlsFixture(TlsBind)
+    yield one
+    one.close()
+
+
+def test_740_an_update_over_tls_is_in_the_zone(fixture):
+    fixture.server.start()
+    fixture.connected()
+    assert fixture.update(["2001:db8::a", "2001:db8::b"], [443, 8443])[0] == OK
+    assert fixture.holds(["2001:db8::a", "2001:db8::b"], [443, 8443])
+
+
+@pytest.mark.retry
+def test_741_records_that_were_lost_are_written_again(fixture):
+    fixture.server.start()
+    fixture.connected("&check=1")
+    assert fixture.update(["2001:db8::a"], [443])[0] == OK
+    fixture.server.kill()
+    fixture.server.forget()
+    fixture.server.start()
+    fixture.wait_held(["2001:db8::a"], [443])
+
+
+@pytest.mark.refusal
+@pytest.mark.parametrize("names, days, reason", [
+    ("DNS:other.test", 1, "the server's certificate is not for 127.0.0.1 (name=NAME)"),
+    (NAMES, -1, "the server's certificate has expired"),
+])
+def test_742_a_bad_certificate_is_reported_and_then_repaired(fixture, names, days, reason):
+    fixture.server.files = fixture.server.authority.issue("bad", names, days)
+    fixture.server.start()
+    fixture.connect()
+    fixture.log.wait(f"rdbapi: dns+tls://127.0.0.1:853/{ZONE}: {reason}")
+    fixture.server.kill()
+    fixture.server.files = fixture.server.authority.issue("good", NAMES)
+    fixture.server.start()
+    fixture.wait_connected()
+
+
+def test_743_another_name_of_the_server_may_be_in_its_certificate(fixture):
+    fixture.server.files = fixture.server.authority.issue("named", "DNS:ns.example.test")
+    fixture.server.start()
+    fixture.connected("&name=ns.example.test")
+    assert fixture.update(["2001:db8::a"])[0] == OK
