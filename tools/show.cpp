@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <span>
 
 namespace check {
 
@@ -10,7 +11,11 @@ namespace {
 constexpr std::string_view mask = "***";
 
 //  Options of the log url and of the urls of the open client library.
-constexpr std::string_view known_options[] = {"algorithm", "check", "expire", "level", "skip", "ttl"};
+constexpr std::string_view known_options[] = {"algorithm", "check", "db", "expire", "level", "skip", "ttl"};
+
+//  Options whose values are paths and host names. The path of a key is left out: it is where a key itself would be written
+//  by mistake.
+constexpr std::string_view place_options[] = {"ca", "cert", "name"};
 
 std::string escaped(std::string_view text, std::string_view with_backslash) {
     static constexpr char digits[] = "0123456789abcdef";
@@ -31,19 +36,26 @@ std::string escaped(std::string_view text, std::string_view with_backslash) {
     return out;
 }
 
-bool isKnownOption(std::string_view name) {
+bool isOneOf(std::span<const std::string_view> options, std::string_view name) {
     const auto same = [name](std::string_view known) {
         return std::equal(name.begin(), name.end(), known.begin(), known.end(),
                           [](char a, char b) { return std::tolower(static_cast<unsigned char>(a)) == b; });
     };
-    return std::any_of(std::begin(known_options), std::end(known_options), same);
+    return std::any_of(options.begin(), options.end(), same);
 }
 
-//  Returns whether value contains only words, numbers and lists of these. Other text may be a secret that follows a
-//  misplaced "?" or "=".
-bool isPlain(std::string_view value) {
-    return std::all_of(value.begin(), value.end(),
-                       [](unsigned char c) { return std::isalnum(c) != 0 || c == '-' || c == ','; });
+//  Returns whether value contains only letters, digits and marks.
+bool consistsOf(std::string_view marks, std::string_view value) {
+    return std::all_of(value.begin(), value.end(), [marks](unsigned char c) {
+        return std::isalnum(c) != 0 || marks.find(static_cast<char>(c)) != std::string_view::npos;
+    });
+}
+
+//  Returns whether a value contains only what its option allows. Other text may be a secret that follows a misplaced "?"
+//  or "=".
+bool isPlain(std::string_view name, std::string_view value) {
+    return (isOneOf(known_options, name) && consistsOf("-,", value)) ||
+           (isOneOf(place_options, name) && consistsOf("-./_:", value));
 }
 
 std::string withoutSecret(std::string_view option) {
@@ -51,7 +63,7 @@ std::string withoutSecret(std::string_view option) {
     if (equals == std::string_view::npos)
         return std::string(option.empty() ? option : mask);
     const std::string_view value = option.substr(equals + 1);
-    const bool shown = value.empty() || (isKnownOption(option.substr(0, equals)) && isPlain(value));
+    const bool shown = value.empty() || isPlain(option.substr(0, equals), value);
     return std::string(option.substr(0, equals + 1)) + std::string(shown ? value : mask);
 }
 

@@ -218,7 +218,7 @@ Status TlsStream::send(std::span<const std::uint8_t> bytes, const Waiter& waiter
         std::size_t sent = 0;
         const auto write = [&] { return SSL_write_ex(tls_.get(), bytes.data(), bytes.size(), &sent); };
         if (Status failed = complete(write, waiter, until); !failed.ok())
-            return wire_.error == 0 ? failed : refusalOr(std::move(failed));
+            return wire_.error == 0 ? failed : refusalOr(failed);
         bytes = bytes.subspan(sent);
     }
     return {};
@@ -226,7 +226,7 @@ Status TlsStream::send(std::span<const std::uint8_t> bytes, const Waiter& waiter
 
 //  A server that refuses the client certificate sends why and closes, so that sending may fail before this is read.
 //  Returns the refusal that has arrived, if any, else failed.
-Status TlsStream::refusalOr(Status failed) {
+Status TlsStream::refusalOr(const Status& failed) {
     wire_.error = 0;
     std::uint8_t rest[maxInput];
     const Result<std::size_t> taken = take(rest);

@@ -59,7 +59,7 @@ private:
     Status complete(Call call, const Waiter& waiter, std::chrono::milliseconds until);
     Waiter::Result waitFor(Step lack, const Waiter& waiter, std::chrono::milliseconds until) const;
     Status fault();
-    Status refusalOr(Status failed);
+    Status refusalOr(const Status& failed);
 
     static const BIO_METHOD* wireMethod();
     static int readWire(BIO* bio, char* bytes, int size);

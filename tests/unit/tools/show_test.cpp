@@ -26,7 +26,8 @@ TEST(Show, AUrlWithoutSecretsIsUnchanged) {
     for (const char* url :
          {"", "stdout", "sqlite:///var/lib/a@b.db", "udp://192.0.2.1:5140/netsvc?level=dbg",
           "dns://[2001:db8::53]:5353/example.org?ttl=60&algorithm=hmac-sha1&check=0&skip=ula,temporary", "://", "?",
-          "?&", "log:", "redis://h?expire=660&", "x?LEVEL=35"})
+          "?&", "log:", "redis://h?expire=660&", "x?LEVEL=35", "redis+unix:///run/redis.sock?db=3",
+          "rediss://h?ca=/etc/a_b/ca.pem&cert=/c&name=redis.example.org"})
         EXPECT_EQ(withoutSecrets(url), url);
 }
 
@@ -40,6 +41,8 @@ TEST(Show, TextBeforeTheServerIsMasked) {
 
 TEST(Show, ValuesOfUnknownOptionsAreMasked) {
     EXPECT_EQ(withoutSecrets("redis://h?auth=S3cr3t"), "redis://h?auth=***");
+    EXPECT_EQ(withoutSecrets("dns+tls://h/z?key=c2VjcmV0&ttl=60"), "dns+tls://h/z?key=***&ttl=60");
+    EXPECT_EQ(withoutSecrets("rediss://h?ca=p%20s&name=p=q"), "rediss://h?ca=***&name=***");
     EXPECT_EQ(withoutSecrets("dns://h/z?ttl=60&TsigKey=abc=&skip=ula"), "dns://h/z?ttl=60&TsigKey=***&skip=ula");
     EXPECT_EQ(withoutSecrets("redis://h?pwd=&t%6Fken=b&=c"), "redis://h?pwd=&t%6Fken=***&=***");
     EXPECT_EQ(withoutSecrets("redis://h?S3cr3t&&expire"), "redis://h?***&&***");
