@@ -1,5 +1,5 @@
-"""The unit allows every system call and address family that the service uses with a Redis server and a DNS server, even
-while these servers are down."""
+"""The unit allows every system call and address family that the service uses with a Redis server and a DNS server, with
+and without TLS, even while these servers are down."""
 
 import re
 
@@ -8,7 +8,7 @@ import pytest
 
 pytest.importorskip("dns.tsigkeyring", reason="dnspython is not installed (python3-dnspython)")
 
-from dns_servers import HOST_KEY, NAME, ZONE, Bind, secret  # noqa: E402
+from dns_servers import HOST_KEY, NAME, ZONE, Bind, TlsBind, secret  # noqa: E402
 from installation import BUILD, settings  # noqa: E402
 from sandbox import wait_until  # noqa: E402
 from system_calls import STRACE, allowed, calls_in, program_trace  # noqa: E402
@@ -19,13 +19,13 @@ NAMESPACES = True
 UNIT = "lib/systemd/system/addrpubd.service"
 SHIM = BUILD / "tests/libhurryshim.so"  # shortens the waits for servers that are down
 ADDRESS = "2001:db8::10"
-SETTINGS = f"""hostname = {NAME}
+SETTINGS = """hostname = {name}
 logurl = stdout
-rdburl = redis://localhost
+rdburl = {rdburl}
 rdbuser = default
 rdbpswd = file:/mnt/rdbpswd
-dnsurl = dns://localhost/{ZONE}
-dnsuser = {HOST_KEY}
+dnsurl = {dnsurl}
+dnsuser = {key}
 dnspswd = file:/mnt/dnspswd
 dnshttpsports = 443
 """
@@ -34,15 +34,27 @@ dnshttpsports = 443
 class Servers:
     """Redis and BIND. Each start has no data of an earlier start."""
 
+    rdburl = "redis://localhost"
+    dnsurl = f"dns://localhost/{ZONE}"
+    back_ends = ("redis", "dns")
+    options = ("--bind", "127.0.0.1")
+    client = ("redis-cli",)
+
     def __init__(self, machine):
         self._machine = machine
-        self._names = Bind(machine)
+        self._names = self.make_names(machine)
         self._redis = None
+
+    def make_names(self, machine):
+        return Bind(machine)
+
+    def settings(self):
+        return SETTINGS.format(name=NAME, rdburl=self.rdburl, dnsurl=self.dnsurl, key=HOST_KEY)
 
     def start(self):
         self._names.forget()
         self._names.start()
-        self._redis = self._machine.spawn("redis-server", "--bind", "127.0.0.1", "--save", "", cwd="/mnt")
+        self._redis = self._machine.spawn("redis-server", *self.options, "--save", "", cwd="/mnt")
         self._redis.wait_for_output(b"Ready to accept connections")
 
     def kill(self):
@@ -53,8 +65,24 @@ class Servers:
     def wait_published(self):
         """Waits until both servers have the address."""
         wait_until(lambda: ADDRESS in self._names.dig("+short", "AAAA", NAME).split(), "the address at BIND")
-        value = ("redis-cli", "HGET", f"rdb:value:{{{NAME}}}", "value")
+        value = (*self.client, "HGET", f"rdb:value:{{{NAME}}}", "value")
         wait_until(lambda: self._machine.run(*value).decode().strip() == ADDRESS, "the address at Redis")
+
+
+class TlsServers(Servers):
+    """The same, with TLS."""
+
+    back_ends = ("rediss", "dns-tls")
+
+    def make_names(self, machine):
+        names = TlsBind(machine)
+        files, authority = names.files, names.authority.certificate
+        self.rdburl = f"rediss://localhost?ca={authority}"
+        self.dnsurl = f"dns+tls://localhost/{ZONE}?ca={authority}"
+        tls = ("--tls-cert-file", files.certificate, "--tls-key-file", files.key, "--tls-ca-cert-file", authority)
+        self.options = (*Servers.options, "--port", "0", "--tls-port", "6379", *tls, "--tls-auth-clients", "no")
+        self.client = ("redis-cli", "--tls", "--cacert", authority)
+        return names
 
 
 @pytest.fixture
@@ -62,23 +90,23 @@ def unit(installed):
     return settings(installed.path(installed.prefix / UNIT).read_text())
 
 
-@pytest.fixture
-def trace(machine, installed):
+@pytest.fixture(params=[Servers, TlsServers])
+def trace(request, machine, installed):
     """Returns the strace output of the service from its first instruction to its end. Meanwhile the servers restart
     without data."""
-    if not open_library.has(installed.path(installed.folder), "redis", "dns"):
-        pytest.skip("the open client library was built without its back ends redis and dns")
+    if not open_library.has(installed.path(installed.folder), *request.param.back_ends):
+        pytest.skip("the open client library was built without one of its back ends")
     machine.add_address(f"{ADDRESS}/64")
     machine.path("/mnt/rdbpswd").write_text("any\n")
     machine.path("/mnt/dnspswd").write_text(f"{secret(HOST_KEY)}\n")
-    machine.path(str(installed.ini)).write_text(SETTINGS)
-    servers = Servers(machine)
+    servers = request.param(machine)
+    machine.path(str(installed.ini)).write_text(servers.settings())
     servers.start()
     command = [*STRACE, "-E", f"LD_PRELOAD={SHIM}", "stdbuf", "-oL", "./addrpubd", "-run"]
     process = machine.spawn(*command, cwd=installed.folder)
     servers.wait_published()
     servers.kill()
-    process.wait_for_output(b"rdb server redis://localhost disconnected")
+    process.wait_for_output(f"rdb server {servers.rdburl} disconnected".encode())
     servers.start()
     servers.wait_published()
     machine.run("kill", machine.path("/run/addrpubd.pid").read_text().strip())

@@ -5,28 +5,9 @@ import pytest
 
 pytest.importorskip("dns.tsigkeyring", reason="dnspython is not installed (python3-dnspython)")
 
-from certificates import Authority  # noqa: E402
 from dns_bed import OK, Fixture, require  # noqa: E402
-from dns_servers import HOST_KEY, ZONE, Bind, secret  # noqa: E402
+from dns_servers import HOST_KEY, ZONE, TlsBind, secret  # noqa: E402
 from host import BUILD  # noqa: E402
-
-PKI = "/var/lib/bind/pki"
-NAMES = "DNS:localhost,IP:127.0.0.1"
-
-
-class TlsBind(Bind):
-    """BIND that accepts TLS at port 853."""
-
-    def __init__(self, sandbox):
-        super().__init__(sandbox)
-        self.authority = Authority(sandbox, PKI)
-        self.files = self.authority.issue("server", NAMES)
-
-    def configuration(self):
-        tls = f'tls pki {{ cert-file "{self.files.certificate}"; key-file "{self.files.key}"; }};\n'
-        listen = "listen-on port 853 tls pki { 127.0.0.1; }; listen-on-v6"
-        return tls + super().configuration().replace("listen-on-v6", listen)
-
 
 class TlsFixture(Fixture):
     def connect(self, options="", name="127.0.0.1"):
@@ -67,7 +48,7 @@ def test_741_records_that_were_lost_are_written_again(fixture):
 @pytest.mark.refusal
 @pytest.mark.parametrize("names, days, reason", [
     ("DNS:other.test", 1, "the server's certificate is not for 127.0.0.1 (name=NAME)"),
-    (NAMES, -1, "the server's certificate has expired"),
+    (TlsBind.names, -1, "the server's certificate has expired"),
 ])
 def test_742_a_bad_certificate_is_reported_and_then_repaired(fixture, names, days, reason):
     fixture.server.files = fixture.server.authority.issue("bad", names, days)
@@ -75,7 +56,7 @@ def test_742_a_bad_certificate_is_reported_and_then_repaired(fixture, names, day
     fixture.connect()
     fixture.log.wait(f"rdbapi: dns+tls://127.0.0.1:853/{ZONE}: {reason}")
     fixture.server.kill()
-    fixture.server.files = fixture.server.authority.issue("good", NAMES)
+    fixture.server.files = fixture.server.authority.issue("good", TlsBind.names)
     fixture.server.start()
     fixture.wait_connected()
 

@@ -20,6 +20,7 @@ import dns.query
 import dns.rdata
 import dns.rdatatype
 import dns.tsigkeyring
+from certificates import Authority
 from netns import inside
 from sandbox import PATIENCE, wait_until
 
@@ -225,6 +226,22 @@ class Bind(Server):
                 "",
             ]
         )
+
+
+class TlsBind(Bind):
+    """BIND that also accepts TLS at port 853, with a certificate of `authority`."""
+
+    names = "DNS:localhost,IP:127.0.0.1"
+
+    def __init__(self, sandbox):
+        super().__init__(sandbox)
+        self.authority = Authority(sandbox, f"{self.folder}/pki")
+        self.files = self.authority.issue("server", self.names)
+
+    def configuration(self):
+        tls = f'tls pki {{ cert-file "{self.files.certificate}"; key-file "{self.files.key}"; }};\n'
+        listen = "listen-on port 853 tls pki { 127.0.0.1; }; listen-on-v6"
+        return tls + super().configuration().replace("listen-on-v6", listen)
 
 
 class SecondBind(Bind):

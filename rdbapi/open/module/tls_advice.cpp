@@ -15,7 +15,10 @@ class Adviser {
 public:
     Adviser(const UrlUse& use, std::vector<Advice>& advice) : name_(use.urlName), advice_(advice) {}
 
-    void warn(const std::string& text) { advice_.push_back({Setting::url, name_ + ": " + text}); }
+    void warn(std::string text) {
+        text.insert(0, ": ").insert(0, name_);
+        advice_.push_back({Setting::url, std::move(text)});
+    }
 
     //  Warns of the first certificate of the option's file that expires soon. Others of the file may be unused.
     void onExpiry(const std::string& option, const std::string& path) {

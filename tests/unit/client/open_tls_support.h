@@ -90,6 +90,16 @@ private:
     std::thread thread_;
 };
 
+//  Has no limit of time.
+class ReadyWaiter : public rdbopen::Waiter {
+public:
+    Result wait(int descriptor, short events, std::chrono::milliseconds) const noexcept override {
+        pollfd waited{descriptor, events, 0};
+        return poll(&waited, 1, -1) == 1 ? Result::ready : Result::failed;
+    }
+};
+inline constexpr ReadyWaiter readyWaiter;
+
 //  A server without TLS on loopback, for one client: reads its first bytes, sends text and closes, or stays silent.
 class PlainServer {
 public:
