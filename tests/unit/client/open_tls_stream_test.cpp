@@ -520,7 +520,7 @@ TEST_F(OpenTlsStream, BytesThatAreNotTakenAreVisibleToPoll) {
     }});
     ASSERT_EQ(connect(server), "");
     std::uint8_t bytes[Stream::maxInput];
-    for (const std::size_t size : {5, 6}) {
+    for (const std::size_t size : {5U, 6U}) {
         std::size_t taken = 0;
         while (taken == 0) {
             ASSERT_TRUE(eventually([&] { return readable(stream->descriptor()); }));
