@@ -13,8 +13,8 @@ constexpr std::string_view mask = "***";
 //  Options of the log url and of the urls of the open client library.
 constexpr std::string_view known_options[] = {"algorithm", "check", "db", "expire", "level", "skip", "ttl"};
 
-//  Options whose values are paths and host names. The path of a key is left out: it is where a key itself would be written
-//  by mistake.
+//  Options whose values are paths and host names. The path of a key is left out: it is where a key itself would be
+//  written by mistake.
 constexpr std::string_view place_options[] = {"ca", "cert", "name"};
 
 std::string escaped(std::string_view text, std::string_view with_backslash) {

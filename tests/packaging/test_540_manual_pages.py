@@ -51,7 +51,9 @@ def test_544_every_key_is_explained(installed, key):
     assert re.search(rf"^ +(\w+, )*{key}\b(?! =)", rendered(installed, "addrpubd.ini.5"), re.MULTILINE)
 
 
-@pytest.mark.parametrize("scheme", ["sqlite:///", "redis://", "rediss://", "redis+unix:///", "hosts:///", "dns://", "dns+tls://", "log:"])
+@pytest.mark.parametrize(
+    "scheme", ["sqlite:///", "redis://", "rediss://", "redis+unix:///", "hosts:///", "dns://", "dns+tls://", "log:"]
+)
 def test_545_every_kind_of_server_is_explained(installed, scheme):
     assert re.search(rf"^ +.{re.escape(scheme)}", rendered(installed, "addrpubd.ini.5"), re.MULTILINE)
 

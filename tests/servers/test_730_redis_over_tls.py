@@ -71,11 +71,14 @@ def test_731_a_client_certificate_is_accepted(fixture, versions):
 
 
 @pytest.mark.refusal
-@pytest.mark.parametrize("names, days, reason", [
-    ("DNS:other.test", 1, "the server's certificate is not for 127.0.0.1 (name=NAME)"),
-    (NAMES, -1, "the server's certificate has expired"),
-    ("", 1, "the server's certificate is not for 127.0.0.1 (name=NAME)"),
-])
+@pytest.mark.parametrize(
+    "names, days, reason",
+    [
+        ("DNS:other.test", 1, "the server's certificate is not for 127.0.0.1 (name=NAME)"),
+        (NAMES, -1, "the server's certificate has expired"),
+        ("", 1, "the server's certificate is not for 127.0.0.1 (name=NAME)"),
+    ],
+)
 def test_732_a_bad_certificate_is_reported_and_no_password_is_sent(fixture, names, days, reason):
     fixture.start(fixture.authority.issue("server", names, days), "--tls-auth-clients", "no")
     fixture.open(fixture.url(), password="a-password-of-redis")

@@ -9,6 +9,7 @@ from dns_bed import OK, Fixture, require  # noqa: E402
 from dns_servers import HOST_KEY, ZONE, TlsBind, secret  # noqa: E402
 from host import BUILD  # noqa: E402
 
+
 class TlsFixture(Fixture):
     def connect(self, options="", name="127.0.0.1"):
         self.new_client()
@@ -46,10 +47,13 @@ def test_741_records_that_were_lost_are_written_again(fixture):
 
 
 @pytest.mark.refusal
-@pytest.mark.parametrize("names, days, reason", [
-    ("DNS:other.test", 1, "the server's certificate is not for 127.0.0.1 (name=NAME)"),
-    (TlsBind.names, -1, "the server's certificate has expired"),
-])
+@pytest.mark.parametrize(
+    "names, days, reason",
+    [
+        ("DNS:other.test", 1, "the server's certificate is not for 127.0.0.1 (name=NAME)"),
+        (TlsBind.names, -1, "the server's certificate has expired"),
+    ],
+)
 def test_742_a_bad_certificate_is_reported_and_then_repaired(fixture, names, days, reason):
     fixture.server.files = fixture.server.authority.issue("bad", names, days)
     fixture.server.start()

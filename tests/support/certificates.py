@@ -34,7 +34,9 @@ class Authority:
         files = self._files(name)
         request = f"{self._folder}/{name}.csr"
         alternatives = ["-addext", f"subjectAltName={names}"] if names else []
-        self._openssl("req", "-new", *_NEW_KEY, "-subj", f"/CN={name}", *alternatives, "-keyout", files.key, "-out", request)
+        self._openssl(
+            "req", "-new", *_NEW_KEY, "-subj", f"/CN={name}", *alternatives, "-keyout", files.key, "-out", request
+        )
         issuer = ["-CA", self.files.certificate, "-CAkey", self.files.key, "-days", str(days)]
         self._openssl("x509", "-req", "-in", request, *issuer, "-copy_extensions", "copy", "-out", files.certificate)
         self._sandbox.path(files.key).chmod(0o644)

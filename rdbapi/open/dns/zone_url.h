@@ -3,7 +3,8 @@
 //      dns://SERVER[:PORT]/ZONE[?ttl=60&algorithm=hmac-sha256&skip=ula,temporary,deprecated&check=60]
 //      dns+tls://...                                   the same over TLS, with the options of net/tls_settings.h
 //
-//  The default PORT is 53, or 853 with TLS (RFC 7858 section 3.1). Options may be in any order, each at most once; algorithm and the words of skip are lower
+//  The default PORT is 53, or 853 with TLS (RFC 7858 section 3.1). Options may be in any order, each at most once;
+//  algorithm and the words of skip are lower
 //  case.
 #ifndef RDBAPI_OPEN_DNS_ZONE_URL_H
 #define RDBAPI_OPEN_DNS_ZONE_URL_H

@@ -1,5 +1,6 @@
 //  Finds the module of a back end. Its name comes from the table of backends.cpp, never from a url.
-//  findModule has three implementations, of which each program links exactly one:
+//  findModule has three implementations, of which each program
+//  links exactly one:
 //
 //      loaded_modules.cpp              librdbapix64.so: loads modules from the library's own folder
 //      linked_modules.cpp              unit tests: the modules are linked into the program

@@ -25,8 +25,9 @@ public:
         const Result<Certificates> certificates = readCertificates(path);
         if (!certificates.ok())
             return;
+        const std::string subject = option + ": " + path + " holds a certificate that ";
         for (const TlsPointer<X509>& certificate : *certificates)
-            if (warnsOf(*certificate, option + ": " + path + " holds a certificate that "))
+            if (warnsOf(*certificate, subject))
                 return;
     }
 

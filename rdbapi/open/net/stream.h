@@ -24,7 +24,8 @@ struct ServerAddress {
     socklen_t length;
 };
 
-//  Returns the address of a Unix socket, or nothing if path is longer than 107 bytes (unix(7)). Requires: path is absolute.
+//  Returns the address of a Unix socket, or nothing if path is longer than 107 bytes (unix(7)). Requires: path is
+//  absolute.
 std::optional<ServerAddress> socketAddress(std::string_view path);
 
 class Stream {

@@ -1,8 +1,8 @@
 //  The part of a TLS connection that comes from files: authorities, and the client's certificate and key.
 //
 //  OpenSSL is used without its configuration file, and none of its environment variables has an effect: the service may
-//  be started by anyone who may become root, with the environment of that user. The system's authorities are those of the
-//  folder that OpenSSL has compiled in, /etc/ssl/certs on Debian.
+//  be started by anyone who may become root, with the environment of that user. The system's authorities are those of
+//  the folder that OpenSSL has compiled in, /etc/ssl/certs on Debian.
 //
 //  Threads: any.
 #ifndef RDBAPI_OPEN_NET_TLS_CONTEXT_H
@@ -39,8 +39,8 @@ Result<Certificates> readCertificates(const std::string& path);
 //  Reads a private key, which must not be encrypted. The reason of a failure begins with the path.
 Result<TlsPointer<EVP_PKEY>> readPrivateKey(const std::string& path);
 
-//  Makes the context of a client that verifies its server: TLS 1.2 or 1.3, and what the files of settings hold, which are
-//  read each time. Fails with errorBackendFailed. Requires: prepareTls has succeeded.
+//  Makes the context of a client that verifies its server: TLS 1.2 or 1.3, and what the files of settings hold, which
+//  are read each time. Fails with errorBackendFailed. Requires: prepareTls has succeeded.
 Result<TlsPointer<SSL_CTX>> makeTlsContext(const TlsSettings& settings);
 
 }  // namespace rdbopen

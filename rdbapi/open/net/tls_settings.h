@@ -1,5 +1,5 @@
-//  What a url says about the TLS of its connection. Without an option, the server's certificate must be for the host of the
-//  url and be issued by an authority of the system. No option turns this check off.
+//  What a url says about the TLS of its connection. Without an option, the server's certificate must be for the host of
+//  the url and be issued by an authority of the system. No option turns this check off.
 //
 //      ca=FILE              the authorities, instead of the system's
 //      cert=FILE&key=FILE   the client's certificate, with those between it and its authority, and its key

@@ -24,7 +24,7 @@ bool startsRecord(std::uint8_t byte) {
 
 }  // namespace
 
-//  -- the BIO: must neither throw nor allocate, since its callers are C -----------------------------------------------------
+//  -- the BIO: must neither throw nor allocate, since its callers are C -----------------------------------------------
 
 int TlsStream::readWire(BIO* bio, char* bytes, int size) {
     Wire& wire = *static_cast<Wire*>(BIO_get_data(bio));
@@ -89,7 +89,7 @@ int TlsStream::noteDepth(int accepted, X509_STORE_CTX* store) {
     return accepted;
 }
 
-//  -- the connection --------------------------------------------------------------------------------------------------------
+//  -- the connection --------------------------------------------------------------------------------------------------
 
 Status TlsStream::connect(const ServerAddress& address, const Waiter& waiter, std::chrono::milliseconds until) {
     close();
@@ -124,8 +124,8 @@ Status TlsStream::prepare() {
     return setName() ? Status{} : backendFailed("out of memory");
 }
 
-//  A name only in the subject of a certificate does not count (RFC 9525 section 2). An address is not sent to the server
-//  (RFC 6066 section 3).
+//  A name only in the subject of a certificate does not count (RFC 9525 section 2). An address is not sent to the
+//  server (RFC 6066 section 3).
 bool TlsStream::setName() {
     X509_VERIFY_PARAM* const check = SSL_get0_param(tls_.get());
     const char* const name = settings_.name.c_str();
@@ -195,8 +195,8 @@ Waiter::Result TlsStream::waitFor(Step lack, const Waiter& waiter, std::chrono::
     return waiter.wait(descriptor(), lack == Step::lacksRoom ? POLLOUT : POLLIN, until);
 }
 
-//  Returns why the last call failed. The last error is that of the TLS protocol. The first may be one of the memory that
-//  this is due to.
+//  Returns why the last call failed. The last error is that of the TLS protocol. The first may be one of the memory
+//  that this is due to.
 Status TlsStream::fault() {
     const unsigned long first = ERR_peek_error();
     const unsigned long error = ERR_GET_REASON(first) == ERR_R_MALLOC_FAILURE ? first : ERR_peek_last_error();

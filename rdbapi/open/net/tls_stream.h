@@ -5,9 +5,9 @@
 //             ^                            |
 //             +---- wait for input or room-+  as long as they report that they lack it
 //
-//  The connection ends at the next wait or piece of input after its time limit, whatever the server sends: records without
-//  data, new keys (RFC 8446 section 4.6.3) and new session tickets included. Input is never read ahead, so that what take
-//  has not returned is still in the socket, where poll sees it.
+//  The connection ends at the next wait or piece of input after its time limit, whatever the server sends: records
+//  without data, new keys (RFC 8446 section 4.6.3) and new session tickets included. Input is never read ahead, so that
+//  what take has not returned is still in the socket, where poll sees it.
 //
 //  Threads: one thread at a time.
 #ifndef RDBAPI_OPEN_NET_TLS_STREAM_H

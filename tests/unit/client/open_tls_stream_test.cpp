@@ -154,7 +154,7 @@ protected:
     std::unique_ptr<TlsStream> stream;
 };
 
-//  -- a connection ----------------------------------------------------------------------------------------------------------
+//  -- a connection ----------------------------------------------------------------------------------------------------
 
 TEST_F(OpenTlsStream, BytesGoBothWaysInBothVersions) {
     for (const int version : {TLS1_2_VERSION, TLS1_3_VERSION}) {
@@ -221,7 +221,7 @@ TEST_F(OpenTlsStream, AChainOfCertificatesIsFollowed) {
               "a certificate of an authority of the server has expired");
 }
 
-//  -- the server's certificate ----------------------------------------------------------------------------------------------
+//  -- the server's certificate ----------------------------------------------------------------------------------------
 
 TEST_F(OpenTlsStream, ABadCertificateIsNamed) {
     const Identity stranger = certify({.subject = "stranger", .names = "", .usage = "", .authority = true}, nullptr);
@@ -287,7 +287,7 @@ TEST_F(OpenTlsStream, TheEnvironmentChoosesNoAuthorities) {
     unsetenv("SSL_CERT_FILE");
 }
 
-//  -- the server's refusals -------------------------------------------------------------------------------------------------
+//  -- the server's refusals -------------------------------------------------------------------------------------------
 
 TEST_F(OpenTlsStream, AServerThatRequiresACertificateIsNamed) {
     const TlsServer server({.clientsIssuer = &pki().authority});
@@ -341,7 +341,7 @@ TEST_F(OpenTlsStream, AServerWithoutTlsIsNamed) {
               "the server does not answer in time: it may not speak TLS at this port");
 }
 
-//  -- files -----------------------------------------------------------------------------------------------------------------
+//  -- files -----------------------------------------------------------------------------------------------------------
 
 TEST_F(OpenTlsStream, AFileThatCannotBeUsedIsNamed) {
     useClientCertificate();
@@ -382,7 +382,7 @@ TEST_F(OpenTlsStream, AFileThatCannotBeUsedIsNamed) {
     EXPECT_EQ(connect(server), "");
 }
 
-//  -- a connection that ends ------------------------------------------------------------------------------------------------
+//  -- a connection that ends ------------------------------------------------------------------------------------------
 
 //  Each byte that the server sends until the end of an exchange may be the last; with TLS 1.2, each seventh is tested.
 TEST_F(OpenTlsStream, AConnectionCutAnywhereFails) {
@@ -455,7 +455,7 @@ TEST_F(OpenTlsStream, EveryEndOfAWaitEndsTheHandshake) {
     }
 }
 
-//  -- what the server sends beside data -------------------------------------------------------------------------------------
+//  -- what the server sends beside data -------------------------------------------------------------------------------
 
 //  New keys and tickets make the descriptor readable and are no data.
 TEST_F(OpenTlsStream, NewKeysAndTicketsAreNoData) {
@@ -531,7 +531,7 @@ TEST_F(OpenTlsStream, BytesThatAreNotTakenAreVisibleToPoll) {
     EXPECT_FALSE(readable(stream->descriptor()));
 }
 
-//  -- memory ----------------------------------------------------------------------------------------------------------------
+//  -- memory ----------------------------------------------------------------------------------------------------------
 
 //  Each allocation of OpenSSL on the client's thread may fail; after the first ones, each 37th is tested.
 TEST_F(OpenTlsStream, WithoutMemoryItFailsWithAReason) {
@@ -554,7 +554,7 @@ TEST_F(OpenTlsStream, WithoutMemoryItFailsWithAReason) {
     EXPECT_EQ(exchange(), "");
 }
 
-//  -- OpenSSL ---------------------------------------------------------------------------------------------------------------
+//  -- OpenSSL ---------------------------------------------------------------------------------------------------------
 
 //  A handler of exit that OpenSSL registers would run before this one.
 void tryTlsAtExit() {
