@@ -26,7 +26,7 @@ public:
         : zone_(std::move(zone)), keyName_(std::move(keyName)), password_(std::move(password)),
           stream_(std::move(stream)) {}
 
-    std::string label() const override { return zone_.scheme + "://" + serverText(zone_.server) + "/" + zone_.zone; }
+    std::string label() const override { return zone_.scheme + "://" + serversText(zone_.servers) + "/" + zone_.zone; }
     UpdateBackend* updates() noexcept override { return this; }
 
     Status open(const Waiter& waiter) override;
@@ -95,7 +95,7 @@ Status DnsBackend::open(const Waiter& waiter) {
         return key.status();
     //  After any failure the next address is tried, which is safe because open changes nothing at a server.
     std::chrono::milliseconds until = monotonicNow() + openLimit;
-    if (Status failed = addresses_.lookUp(zone_.server, until); !failed.ok())
+    if (Status failed = addresses_.lookUp(zone_.servers, until); !failed.ok())
         return failed;
     return atServer(std::move(*key), until, [this](DnsExchange& exchange, auto share) {
         Status status = askZone(exchange, exchangeEnd(share));
@@ -154,7 +154,7 @@ Status DnsBackend::update(const DnsRequest& request) {
     if (message->size() + signatureLength(*key) > maxDnsMessageSize)
         return updateTooLong();
     std::chrono::milliseconds until = monotonicNow() + exchangeLimit;
-    if (Status failed = addresses_.lookUp(zone_.server, until); !failed.ok())
+    if (Status failed = addresses_.lookUp(zone_.servers, until); !failed.ok())
         return failed;
     return atServer(std::move(*key), until,
                     [&](DnsExchange& exchange, auto) { return sendUpdate(exchange, *message, *sets, until); });

@@ -99,9 +99,9 @@ Status takeOptions(const Url& url, DnsZone& zone) {
 }  // namespace
 
 Result<DnsZone> parseDnsZone(const Url& url) {
-    Result<Server> server = parseServer(url.authority, url.scheme == tlsScheme ? dnsTlsPort : dnsPort);
-    if (!server.ok())
-        return server.status();
+    Result<std::vector<Server>> servers = parseServers(url.authority, url.scheme == tlsScheme ? dnsTlsPort : dnsPort);
+    if (!servers.ok())
+        return servers.status();
     std::string_view name = url.path;
     if (name.starts_with('/'))
         name.remove_prefix(1);
@@ -111,7 +111,7 @@ Result<DnsZone> parseDnsZone(const Url& url) {
         return malformedUrl("it names no zone, as in dns://SERVER/ZONE");
     DnsZone zone;
     zone.scheme = url.scheme;
-    zone.server = std::move(*server);
+    zone.servers = std::move(*servers);
     zone.zone = lowerCase(name);
     if (Status failed = takeOptions(url, zone); !failed.ok())
         return failed;

@@ -18,7 +18,7 @@ namespace rdbopen {
 
 struct DnsZone {
     std::string scheme;
-    Server server;
+    std::vector<Server> servers;
     std::string zone;                        // satisfies isDnsName; in lower case, without the final dot
     std::uint32_t ttl = 60;                  // s, at most 2^31 - 1 (RFC 2181 section 8)
     std::string algorithm = "hmac-sha256";   // satisfies isTsigAlgorithm

@@ -19,11 +19,12 @@ struct FreeAddresses {
 };
 
 bool same(const ServerAddress& one, const ServerAddress& other) {
-    return one.length == other.length && std::memcmp(&one.bytes, &other.bytes, one.length) == 0;
+    return one.length == other.length && std::memcmp(&one.bytes, &other.bytes, one.length) == 0 &&
+           one.server == other.server;
 }
 
-ServerAddress addressOf(const addrinfo& found) {
-    ServerAddress address{};
+ServerAddress addressOf(const addrinfo& found, const Server& server) {
+    ServerAddress address{{}, 0, server};
     address.length = std::min(found.ai_addrlen, static_cast<socklen_t>(sizeof address.bytes));
     std::memcpy(&address.bytes, found.ai_addr, address.length);
     return address;
@@ -31,7 +32,26 @@ ServerAddress addressOf(const addrinfo& found) {
 
 }  // namespace
 
-Status ServerAddresses::lookUp(const Server& server, std::chrono::milliseconds& until) {
+Status ServerAddresses::lookUp(const std::vector<Server>& servers, std::chrono::milliseconds& until) {
+    addresses_.clear();
+    unknown_.clear();
+    Status status;
+    for (const Server& server : servers) {
+        Status unknown = resolve(server, until);
+        if (unknown.ok())
+            continue;
+        unknown_.push_back({server, unknown.reason, false});
+        status = std::move(unknown);
+    }
+    if (addresses_.empty())
+        return withFaults(std::move(status), unknown_);
+    std::stable_partition(addresses_.begin(), addresses_.end(),
+                          [this](const ServerAddress& address) { return same(address, right_); });
+    return {};
+}
+
+//  Appends the addresses of server.
+Status ServerAddresses::resolve(const Server& server, std::chrono::milliseconds& until) {
     addrinfo hints{};
     hints.ai_socktype = SOCK_STREAM;
     hints.ai_flags = AI_NUMERICSERV;
@@ -44,12 +64,32 @@ Status ServerAddresses::lookUp(const Server& server, std::chrono::milliseconds& 
     if (error != 0)
         return failedTo("the name of the server is not known",
                         error == EAI_SYSTEM ? systemFailure(system) : backendFailed(gai_strerror(error)));
-    addresses_.clear();
+    if (!found)
+        return backendFailed("the name of the server has no address");
     for (const addrinfo* address = found.get(); address != nullptr; address = address->ai_next)
-        addresses_.push_back(addressOf(*address));
-    std::stable_partition(addresses_.begin(), addresses_.end(),
-                          [this](const ServerAddress& address) { return same(address, right_); });
-    return addresses_.empty() ? backendFailed("the name of the server has no address") : Status{};
+        addresses_.push_back(addressOf(*address, server));
+    return {};
+}
+
+//  Stores why a server does not serve. The answer of one address of a server is more useful than the failure to reach
+//  another one.
+void ServerAddresses::note(std::vector<Fault>& faults, Fault fault) {
+    const auto known =
+        std::find_if(faults.begin(), faults.end(), [&](const Fault& other) { return other.server == fault.server; });
+    if (known == faults.end())
+        faults.push_back(std::move(fault));
+    else if (fault.answered || !known->answered)
+        *known = std::move(fault);
+}
+
+//  Returns status with the reason of each server, if there are several.
+Status ServerAddresses::withFaults(Status status, const std::vector<Fault>& faults) {
+    if (faults.size() < 2)
+        return status;
+    status.reason.clear();
+    for (const Fault& fault : faults)
+        status.reason += (status.reason.empty() ? "" : "; ") + serverText(fault.server) + ": " + fault.reason;
+    return status;
 }
 
 Status ServerAddresses::tryEach(const Waiter& waiter, std::chrono::milliseconds until, const Connect& connect,
@@ -68,7 +108,10 @@ Status ServerAddresses::tryOthers(Status status, const Waiter& waiter, std::chro
 //  first. An answer of a server is a more useful result for the operator than a failed connection, so it has priority.
 //  answer: the answer of the skipped address.
 Status ServerAddresses::walk(const Walk& how, std::size_t skipped, Status answer) {
+    std::vector<Fault> faults = unknown_;
     bool answered = skipped != nothing;
+    if (answered)
+        note(faults, {addresses_[skipped].server, answer.reason, true});
     auto left = static_cast<std::int64_t>(addresses_.size()) - (answered ? 1 : 0);
     for (std::size_t i = 0; i < addresses_.size(); ++i) {
         if (i == skipped)
@@ -87,11 +130,12 @@ Status ServerAddresses::walk(const Walk& how, std::size_t skipped, Status answer
                 right_ = addresses_[i];
             return status;
         }
+        note(faults, {addresses_[i].server, status.reason, reached});
         if (reached || !answered)
             answer = std::move(status);
         answered = answered || reached;
     }
-    return answer;
+    return withFaults(std::move(answer), faults);
 }
 
 }  // namespace rdbopen

@@ -1,8 +1,9 @@
-//  The addresses of a server's name. A back end tries them in turn. It skips an address that cannot be reached, and a
+//  The addresses of the servers of a url. A back end tries them in turn. It skips an address that cannot be reached, and a
 //  server that cannot serve the request although another one may, for example a read-only replica: the member failover
 //  of its status is true.
 //
-//      lookUp:      | the last address that served an attempt | the others, in the resolver's order |
+//      lookUp:      | the last address that served an attempt | the others: servers as in the url, each in the
+//                   |                                         | resolver's order
 //      tryEach:     tries the addresses in this order
 //      tryOthers:   tries the others in this order, without the address that was tried last
 //
@@ -28,22 +29,23 @@ public:
     //  has failover set, the next address is tried at once.
     using Attempt = std::function<Status(std::chrono::milliseconds)>;
 
-    //  Resolves the name of server. getaddrinfo(3) has its own time limits, and closing the handle does not interrupt
-    //  it. Its duration is added to until.
-    Status lookUp(const Server& server, std::chrono::milliseconds& until);
+    //  Resolves the names of servers. Fails if none has an address. getaddrinfo(3) has its own time limits, and closing
+    //  the handle does not interrupt it. Its duration is added to until.
+    Status lookUp(const std::vector<Server>& servers, std::chrono::milliseconds& until);
 
     //  Stores one address instead, which needs no resolver.
     void use(const ServerAddress& address) { addresses_.assign(1, address); }
 
     //  Tries the addresses in turn; each gets an equal share of the remaining time. Returns the first status of attempt
     //  whose member failover is false. If there is no such status, or if waiter is cancelled, returns the last status
-    //  of attempt or, if no server could be reached, the reason of the last failure.
+    //  of attempt or, if no server could be reached, the reason of the last failure. If the url has several servers,
+    //  the reason then has one part for each.
     //  Requires: lookUp has succeeded, or use was called.
     Status tryEach(const Waiter& waiter, std::chrono::milliseconds until, const Connect& connect,
                    const Attempt& attempt);
 
     //  Like tryEach, for all addresses except the current one: a later request on its connection has returned status,
-    //  which has failover set. Returns status if no other address can be reached.
+    //  which has failover set. Returns status if no other address can be reached, with a reason as that of tryEach.
     Status tryOthers(Status status, const Waiter& waiter, std::chrono::milliseconds until, const Connect& connect,
                      const Attempt& attempt);
 
@@ -57,11 +59,20 @@ private:
         const Connect& connect;
         const Attempt& attempt;
     };
+    struct Fault {
+        Server server;
+        std::string reason;
+        bool answered;
+    };
+    Status resolve(const Server& server, std::chrono::milliseconds& until);
     Status walk(const Walk& how, std::size_t skipped, Status answer);
+    static void note(std::vector<Fault>& faults, Fault fault);
+    static Status withFaults(Status status, const std::vector<Fault>& faults);
 
     std::vector<ServerAddress> addresses_;
-    std::size_t current_ = 0;  // index of the address that was tried last
-    ServerAddress right_{};    // the last address that served an attempt; length 0 if none
+    std::vector<Fault> unknown_;  // servers without an address
+    std::size_t current_ = 0;     // index of the address that was tried last
+    ServerAddress right_{};       // the last address that served an attempt; length 0 if none
 };
 
 }  // namespace rdbopen

@@ -9,6 +9,7 @@
 
 #include "engine/status.h"
 #include "engine/waiter.h"
+#include "net/url.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -22,6 +23,7 @@ namespace rdbopen {
 struct ServerAddress {
     sockaddr_storage bytes;
     socklen_t length;
+    Server server;  // the server of a url that has this address; empty for a socket
 };
 
 //  Returns the address of a Unix socket, or nothing if path is longer than 107 bytes (unix(7)). Requires: path is

@@ -25,6 +25,26 @@ bool isIpv6Address(const std::string& text) {
     return inet_pton(AF_INET6, text.c_str(), &address) == 1;
 }
 
+bool canBeInCertificate(const std::string& name) {
+    return isDnsName(name) || isIpv6Address(name);
+}
+
+Status check(const TlsSettings& settings, const std::vector<Server>& servers) {
+    for (const std::string& path : {settings.authorities, settings.certificate, settings.key})
+        if (!path.empty() && path.front() != '/')
+            return malformedUrl("ca, cert and key are absolute paths");
+    if (settings.certificate.empty() != settings.key.empty())
+        return malformedUrl("cert and key belong together");
+    const bool possible =
+        settings.name.empty()
+            ? std::all_of(servers.begin(), servers.end(),
+                          [](const Server& server) { return canBeInCertificate(nameInCertificate(server.host)); })
+            : canBeInCertificate(settings.name);
+    return possible ? Status{} : malformedUrl("name is not the name or the address of a server");
+}
+
+}  // namespace
+
 //  A certificate has names without a final dot and addresses without a zone (RFC 6125 section 6.4, RFC 5280 section
 //  4.2.1.6).
 std::string nameInCertificate(const std::string& host) {
@@ -33,24 +53,11 @@ std::string nameInCertificate(const std::string& host) {
     return host.ends_with('.') ? host.substr(0, host.size() - 1) : host;
 }
 
-Status check(const TlsSettings& settings) {
-    for (const std::string& path : {settings.authorities, settings.certificate, settings.key})
-        if (!path.empty() && path.front() != '/')
-            return malformedUrl("ca, cert and key are absolute paths");
-    if (settings.certificate.empty() != settings.key.empty())
-        return malformedUrl("cert and key belong together");
-    if (!isDnsName(settings.name) && !isIpv6Address(settings.name))
-        return malformedUrl("name is not the name or the address of a server");
-    return {};
-}
-
-}  // namespace
-
 Result<TlsSettings> takeTlsOptions(Url& url) {
     constexpr std::uint16_t anyPort = 1;
-    const Result<Server> server = parseServer(url.authority, anyPort);
-    if (!server.ok())
-        return server.status();
+    const Result<std::vector<Server>> servers = parseServers(url.authority, anyPort);
+    if (!servers.ok())
+        return servers.status();
     TlsSettings settings;
     for (const auto& [name, value] : options) {
         const auto is = [&name = name](const UrlOption& option) { return option.name == name; };
@@ -62,9 +69,7 @@ Result<TlsSettings> takeTlsOptions(Url& url) {
         if ((settings.*value).empty() || std::any_of(url.options.begin(), url.options.end(), is))
             return malformedUrl("the option " + std::string(name) + " is empty or given twice");
     }
-    if (settings.name.empty())
-        settings.name = nameInCertificate(server->host);
-    if (Status failed = check(settings); !failed.ok())
+    if (Status failed = check(settings, *servers); !failed.ok())
         return failed;
     return settings;
 }

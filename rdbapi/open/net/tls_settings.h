@@ -3,7 +3,7 @@
 //
 //      ca=FILE              the authorities, instead of the system's
 //      cert=FILE&key=FILE   the client's certificate, with those between it and its authority, and its key
-//      name=NAME            the name or address in the server's certificate, if it is not the host of the url
+//      name=NAME            the name or address in each server's certificate, if it is not the host of the url
 //
 //  Files are PEM (RFC 7468), named by absolute paths.
 #ifndef RDBAPI_OPEN_NET_TLS_SETTINGS_H
@@ -14,7 +14,7 @@
 namespace rdbopen {
 
 struct TlsSettings {
-    std::string name;         // for the check; without a final dot, an address without its zone
+    std::string name;         // for the check; empty: the name of the server in the url
     std::string authorities;  // path; empty for the system's
     std::string certificate;  // path, or empty
     std::string key;          // path; empty like certificate
@@ -23,6 +23,10 @@ struct TlsSettings {
 
 //  Words for the options in the reason of a malformed url.
 inline constexpr std::string_view tlsOptionWords = "ca, cert, key and name";
+
+//  Returns the name that a server's certificate must have if no option says another: the host of the url without a final
+//  dot, or an address without its zone.
+std::string nameInCertificate(const std::string& host);
 
 //  Removes the options above from url and returns what they say. Fails with malformedUrl.
 Result<TlsSettings> takeTlsOptions(Url& url);

@@ -100,6 +100,7 @@ Status TlsStream::connect(const ServerAddress& address, const Waiter& waiter, st
 }
 
 Status TlsStream::open(const ServerAddress& address, const Waiter& waiter, std::chrono::milliseconds until) {
+    name_ = settings_.name.empty() ? nameInCertificate(address.server.host) : settings_.name;
     if (Status failed = prepare(); !failed.ok())
         return failed;
     if (Status failed = tcp_.connect(address, waiter, until); !failed.ok())
@@ -128,7 +129,7 @@ Status TlsStream::prepare() {
 //  server (RFC 6066 section 3).
 bool TlsStream::setName() {
     X509_VERIFY_PARAM* const check = SSL_get0_param(tls_.get());
-    const char* const name = settings_.name.c_str();
+    const char* const name = name_.c_str();
     X509_VERIFY_PARAM_set_hostflags(check, X509_CHECK_FLAG_NO_PARTIAL_WILDCARDS | X509_CHECK_FLAG_NEVER_CHECK_SUBJECT);
     const bool isAddress = X509_VERIFY_PARAM_set1_ip_asc(check, name) == 1;
     if (!isAddress &&
@@ -203,7 +204,7 @@ Status TlsStream::fault() {
     ERR_clear_error();
     const bool refused = ERR_GET_LIB(error) == ERR_LIB_SSL && ERR_GET_REASON(error) == SSL_R_CERTIFICATE_VERIFY_FAILED;
     if (refused)
-        return backendFailed(certificateWords(SSL_get_verify_result(tls_.get()), wire_.refusedAt, settings_.name));
+        return backendFailed(certificateWords(SSL_get_verify_result(tls_.get()), wire_.refusedAt, name_));
     if (wire_.heard && !startsRecord(wire_.first))
         return backendFailed("the server does not speak TLS at this port");
     if (wire_.error != 0)

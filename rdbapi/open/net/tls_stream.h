@@ -68,6 +68,7 @@ private:
     static int noteDepth(int accepted, X509_STORE_CTX* store);
 
     const TlsSettings settings_;
+    std::string name_;  // that the certificate of the current server must have
     TcpStream tcp_;
     TlsPointer<SSL> tls_;
     Wire wire_;

@@ -84,6 +84,25 @@ bool mayBeServer(std::string_view host, bool inBrackets) {
     });
 }
 
+//  Parses HOST[:PORT].
+Result<Server> parseServer(std::string_view text, std::uint16_t defaultPort) {
+    constexpr std::uint32_t maxPort = 65535;
+    const bool brackets = text.starts_with('[');
+    const std::size_t end = brackets ? text.find(']') : std::min(text.find(':'), text.size());
+    if (end == std::string_view::npos)
+        return malformedUrl("the address of the server has no closing bracket");
+    const std::string_view host = brackets ? text.substr(1, end - 1) : text.substr(0, end);
+    if (!mayBeServer(host, brackets))
+        return malformedUrl("it names no server");
+    const std::string_view rest = text.substr(brackets ? end + 1 : end);
+    if (rest.empty())
+        return Server{std::string(host), defaultPort};
+    const std::uint32_t port = rest.front() == ':' ? parseNumber(rest.substr(1), maxPort).value_or(0) : 0;
+    if (port == 0)
+        return malformedUrl("the port of the server is not a number from 1 to 65535");
+    return Server{std::string(host), static_cast<std::uint16_t>(port)};
+}
+
 }  // namespace
 
 Result<Url> parseUrl(std::string_view text) {
@@ -126,29 +145,36 @@ std::optional<std::uint32_t> parseNumber(std::string_view text, std::uint32_t ma
     return number;
 }
 
-Result<Server> parseServer(std::string_view authority, std::uint16_t defaultPort) {
-    constexpr std::uint32_t maxPort = 65535;
+Result<std::vector<Server>> parseServers(std::string_view authority, std::uint16_t defaultPort) {
     if (authority.find('@') != std::string_view::npos)
         return malformedUrl("the server part contains \"@\" (user and password have settings of their own)");
-    const bool brackets = authority.starts_with('[');
-    const std::size_t end = brackets ? authority.find(']') : std::min(authority.find(':'), authority.size());
-    if (end == std::string_view::npos)
-        return malformedUrl("the address of the server has no closing bracket");
-    const std::string_view host = brackets ? authority.substr(1, end - 1) : authority.substr(0, end);
-    if (!mayBeServer(host, brackets))
-        return malformedUrl("it names no server");
-    const std::string_view rest = authority.substr(brackets ? end + 1 : end);
-    if (rest.empty())
-        return Server{std::string(host), defaultPort};
-    const std::uint32_t port = rest.front() == ':' ? parseNumber(rest.substr(1), maxPort).value_or(0) : 0;
-    if (port == 0)
-        return malformedUrl("the port of the server is not a number from 1 to 65535");
-    return Server{std::string(host), static_cast<std::uint16_t>(port)};
+    std::vector<Server> servers;
+    for (bool more = true; more;) {
+        const std::size_t end = std::min(authority.find(','), authority.size());
+        Result<Server> server = parseServer(authority.substr(0, end), defaultPort);
+        if (!server.ok())
+            return server.status();
+        if (std::find(servers.begin(), servers.end(), *server) != servers.end())
+            return malformedUrl("it names a server twice");
+        if (servers.size() == maxServers)
+            return malformedUrl("it names more than " + std::to_string(maxServers) + " servers");
+        servers.push_back(std::move(*server));
+        more = end < authority.size();
+        authority.remove_prefix(more ? end + 1 : end);
+    }
+    return servers;
 }
 
 std::string serverText(const Server& server) {
     const std::string port = ":" + std::to_string(server.port);
     return server.host.find(':') == std::string::npos ? server.host + port : "[" + server.host + "]" + port;
+}
+
+std::string serversText(const std::vector<Server>& servers) {
+    std::string text;
+    for (const Server& server : servers)
+        text += (text.empty() ? "" : ",") + serverText(server);
+    return text;
 }
 
 Result<std::string> filePathOf(const Url& url) {

@@ -4,7 +4,7 @@
 //      |     |                  |            |
 //      |     |                  |            query: options NAME=VALUE, separated by "&"
 //      |     |                  path
-//      |     authority: HOST[:PORT], an IPv6 address in brackets; empty in sqlite:///var/lib/addrpubd/rdb.db
+//      |     authority: HOST[:PORT][,HOST[:PORT]...], an IPv6 address in brackets; empty in sqlite:///var/lib/rdb.db
 //      scheme
 //
 //  Percent-encoded bytes of path and query are decoded. A url with a fragment is malformed. A scheme with only a colon,
@@ -46,13 +46,22 @@ Result<Url> parseUrl(std::string_view text);
 struct Server {
     std::string host;  // a name or an address, without brackets; 1 to 253 characters
     std::uint16_t port = 0;
+
+    bool operator==(const Server&) const = default;
 };
 
-//  Parses HOST[:PORT]. Fails with malformedUrl.
-Result<Server> parseServer(std::string_view authority, std::uint16_t defaultPort);
+//  The largest number of servers in a url.
+inline constexpr std::size_t maxServers = 16;
+
+//  Parses a list of HOST[:PORT], separated by commas, each at most once. Returns at least one server. Fails with
+//  malformedUrl.
+Result<std::vector<Server>> parseServers(std::string_view authority, std::uint16_t defaultPort);
 
 //  Returns server in the form of a url.
 std::string serverText(const Server& server);
+
+//  Returns the servers in the form of a url.
+std::string serversText(const std::vector<Server>& servers);
 
 //  Returns the path of a url of the form SCHEME:///PATH, whatever its options. Fails with malformedUrl for any other url.
 Result<std::string> filePathOf(const Url& url);

@@ -23,7 +23,7 @@ constexpr std::chrono::milliseconds checkAfter{60000};
 
 struct Settings {
     std::string scheme;
-    Server server;
+    std::vector<Server> servers;
     std::string socket;  // path of the server's Unix socket, or empty
     std::uint32_t database = 0;
     RedisLimits limits;
@@ -80,7 +80,7 @@ std::string RedisBackend::label() const {
     const std::string database = std::to_string(settings_.database);
     if (!settings_.socket.empty())
         return settings_.scheme + "://" + settings_.socket + "?db=" + database;
-    return settings_.scheme + "://" + serverText(settings_.server) + "/" + database;
+    return settings_.scheme + "://" + serversText(settings_.servers) + "/" + database;
 }
 
 Status RedisBackend::exchange(const Commands& commands, std::vector<RedisReply>& replies) {
@@ -101,7 +101,7 @@ Status RedisBackend::open(const Waiter& waiter) {
 
 Status RedisBackend::lookUp(std::chrono::milliseconds& until) {
     if (settings_.socket.empty())
-        return addresses_.lookUp(settings_.server, until);
+        return addresses_.lookUp(settings_.servers, until);
     addresses_.use(socketAddress(settings_.socket).value());
     return {};
 }
@@ -326,10 +326,10 @@ Status parseSocket(const Url& url, Settings& settings) {
 }
 
 Status parseServerAndDatabase(const Url& url, Settings& settings) {
-    Result<Server> server = parseServer(url.authority, redisPort);
-    if (!server.ok())
-        return server.status();
-    settings.server = std::move(*server);
+    Result<std::vector<Server>> servers = parseServers(url.authority, redisPort);
+    if (!servers.ok())
+        return servers.status();
+    settings.servers = std::move(*servers);
     const std::string_view path = url.path;
     return path.size() < 2 ? Status{} : parseDatabase(path.substr(1), settings);
 }
@@ -337,7 +337,7 @@ Status parseServerAndDatabase(const Url& url, Settings& settings) {
 }  // namespace
 
 BackendResult makeRedisBackend(const Url& url, const Credentials& credentials, std::unique_ptr<Stream> stream) {
-    Settings settings{.scheme = url.scheme, .server = {}, .socket = {}, .credentials = credentials};
+    Settings settings{.scheme = url.scheme, .servers = {}, .socket = {}, .limits = {}, .credentials = credentials};
     const auto parsePlace = url.scheme == "redis+unix" ? parseSocket : parseServerAndDatabase;
     Status failed = parsePlace(url, settings);
     if (failed.ok())

@@ -15,8 +15,8 @@ Result<DnsZone> parse(const std::string& text) {
 TEST(DnsZoneUrl, HasDefaultsForAllPartsExceptServerAndZone) {
     const Result<DnsZone> result = parse("dns://ns.example.org/example.org");
     ASSERT_TRUE(result.ok()) << result.status().reason;
-    EXPECT_EQ(result->server.host, "ns.example.org");
-    EXPECT_EQ(result->server.port, 53);
+    EXPECT_EQ(result->servers.at(0).host, "ns.example.org");
+    EXPECT_EQ(result->servers.at(0).port, 53);
     EXPECT_EQ(result->zone, "example.org");
     EXPECT_EQ(result->ttl, 60U);
     EXPECT_EQ(result->algorithm, "hmac-sha256");
@@ -28,8 +28,8 @@ TEST(DnsZoneUrl, AcceptsEachOption) {
     const Result<DnsZone> result = parse("dns://[2001:db8::53]:5353/example.org?check=0&skip=deprecated,ula,temporary"
                                          "&algorithm=hmac-sha512&ttl=2147483647");
     ASSERT_TRUE(result.ok()) << result.status().reason;
-    EXPECT_EQ(result->server.host, "2001:db8::53");
-    EXPECT_EQ(result->server.port, 5353);
+    EXPECT_EQ(result->servers.at(0).host, "2001:db8::53");
+    EXPECT_EQ(result->servers.at(0).port, 5353);
     EXPECT_EQ(result->ttl, 2147483647U);
     EXPECT_EQ(result->algorithm, "hmac-sha512");
     EXPECT_TRUE(result->skipUla && result->skipTemporary && result->skipDeprecated);

@@ -11,7 +11,7 @@
 
 namespace {
 
-std::vector<std::string> known;  // the addresses to which every name resolves
+std::vector<std::string> known;  // the addresses to which each name resolves that is not an address
 int lookUpError = 0;
 std::int64_t clockSeconds = 1000;
 int lookUpSeconds = 0;
@@ -20,13 +20,16 @@ int lookUpSeconds = 0;
 
 extern "C" {
 int __real_getaddrinfo(const char*, const char*, const addrinfo*, addrinfo**);
-int __wrap_getaddrinfo(const char*, const char* service, const addrinfo* hints, addrinfo** first) {
+int __wrap_getaddrinfo(const char* name, const char* service, const addrinfo* hints, addrinfo** first) {
     clockSeconds += lookUpSeconds;
     if (lookUpError != 0) {
         errno = ENOMEM;
         return lookUpError;
     }
     *first = nullptr;
+    in_addr parsed{};
+    if (inet_pton(AF_INET, name, &parsed) == 1)
+        return __real_getaddrinfo(name, service, hints, first);
     for (const std::string& address : known) {
         __real_getaddrinfo(address.c_str(), service, hints, first);
         first = &(*first)->ai_next;
@@ -70,7 +73,11 @@ protected:
     }
     std::string lookUp() {
         until = monotonicNow() + limit;
-        return addresses.lookUp({"name", 53}, until).reason;
+        return addresses.lookUp({{"name", 53}}, until).reason;
+    }
+    std::string lookUpServers(const std::vector<Server>& servers) {
+        until = monotonicNow() + limit;
+        return addresses.lookUp(servers, until).reason;
     }
     Status tryEach() {
         tried.clear();
@@ -204,6 +211,40 @@ TEST_F(Addresses, WithOneAddressThereAreNoOthers) {
     known = {"192.0.2.1"};
     lookUp();
     EXPECT_FALSE(addresses.hasOthers());
+}
+
+TEST_F(Addresses, AllAddressesOfAServerPrecedeThoseOfTheNext) {
+    EXPECT_EQ(lookUpServers({{"192.0.2.9", 53}, {"name", 53}, {"192.0.2.8", 53}}), "");
+    for (const std::string address : {"192.0.2.9", "192.0.2.1", "192.0.2.2", "192.0.2.3"})
+        unreachable[address] = "down";
+    EXPECT_EQ(tryEach().code, errorNone);
+    EXPECT_EQ(tried, (Texts{"192.0.2.9", "192.0.2.1", "192.0.2.2", "192.0.2.3", "192.0.2.8"}));
+}
+
+TEST_F(Addresses, EachServerOfAUrlIsNamedWithItsReason) {
+    unreachable = {{"192.0.2.9", "down"}, {"192.0.2.1", "slow"}, {"192.0.2.3", "slow"}};
+    outcomes = {{"192.0.2.2", wrongServer("a replica")}};
+    ASSERT_EQ(lookUpServers({{"192.0.2.9", 53}, {"name", 5353}}), "");
+    const Status outcome = tryEach();
+    EXPECT_EQ(outcome.reason, "192.0.2.9:53: down; name:5353: a replica");
+    EXPECT_EQ(outcome.code, errorServerRefused);
+    EXPECT_TRUE(outcome.failover);
+}
+
+TEST_F(Addresses, AServerWhoseNameIsUnknownIsSkippedAndNamed) {
+    known.clear();
+    unreachable = {{"192.0.2.9", "down"}};
+    ASSERT_EQ(lookUpServers({{"name", 53}, {"192.0.2.9", 53}}), "");
+    EXPECT_EQ(tryEach().reason, "name:53: the name of the server has no address; 192.0.2.9:53: down");
+    EXPECT_EQ(lookUpServers({{"name", 53}, {"other", 53}}),
+              "name:53: the name of the server has no address; other:53: the name of the server has no address");
+}
+
+TEST_F(Addresses, TheOtherServersAreNamedWithTheOneThatFailedLater) {
+    ASSERT_EQ(lookUpServers({{"192.0.2.8", 53}, {"192.0.2.9", 53}}), "");
+    EXPECT_EQ(tryEach().code, errorNone);
+    unreachable = {{"192.0.2.9", "down"}};
+    EXPECT_EQ(tryOthers(wrongServer("a replica")).reason, "192.0.2.8:53: a replica; 192.0.2.9:53: down");
 }
 
 TEST_F(Addresses, TheDurationOfTheNameResolutionIsAddedToTheLimit) {

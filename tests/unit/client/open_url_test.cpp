@@ -89,20 +89,41 @@ TEST(OpenUrl, AServerIsAHostAndAPort) {
         {"a_b-c.example.", "a_b-c.example.", 53, "a_b-c.example.:53"},
     };
     for (const auto& row : rows) {
-        const rdbopen::Result<rdbopen::Server> server = rdbopen::parseServer(row.authority, 53);
-        ASSERT_TRUE(server.ok()) << row.authority << server.status().reason;
-        EXPECT_EQ(server->host, row.host);
-        EXPECT_EQ(server->port, row.port);
-        EXPECT_EQ(rdbopen::serverText(*server), row.text);
+        const rdbopen::Result<std::vector<rdbopen::Server>> servers = rdbopen::parseServers(row.authority, 53);
+        ASSERT_TRUE(servers.ok()) << row.authority << servers.status().reason;
+        ASSERT_EQ(servers->size(), 1U);
+        EXPECT_EQ(servers->front().host, row.host);
+        EXPECT_EQ(servers->front().port, row.port);
+        EXPECT_EQ(rdbopen::serverText(servers->front()), row.text);
     }
+}
+
+TEST(OpenUrl, ServersAreParsedInTheirOrder) {
+    const rdbopen::Result<std::vector<rdbopen::Server>> servers = rdbopen::parseServers("b,a:5353,[::1],a", 53);
+    ASSERT_TRUE(servers.ok()) << servers.status().reason;
+    EXPECT_EQ(rdbopen::serversText(*servers), "b:53,a:5353,[::1]:53,a:53");
+}
+
+TEST(OpenUrl, AListOfServersHasALimit) {
+    std::string list = "a1";
+    for (std::size_t i = 2; i <= rdbopen::maxServers; ++i)
+        list += ",a" + std::to_string(i);
+    EXPECT_TRUE(rdbopen::parseServers(list, 53).ok());
+    EXPECT_EQ(rdbopen::parseServers(list + ",b", 53).status().reason, "malformed url: it names more than 16 servers");
+}
+
+TEST(OpenUrl, AServerIsListedOnce) {
+    EXPECT_EQ(rdbopen::parseServers("a,b,a:53", 53).status().reason, "malformed url: it names a server twice");
 }
 
 TEST(OpenUrl, AnInvalidServerIsRefusedWithoutQuotingIt) {
     const std::string tooLong(254, 'a');
     for (const std::string_view authority :
-         {"", ":53", "me:secret@host", "host:", "host:0", "host:65536", "host:-1", "host:5x", "host:1:2", "2001:db8::1",
-          "[::1", "[::1]x", "[::1]:", "[]", "ho st", "h%20st", "host/secret", tooLong.c_str()}) {
-        const rdbopen::Status refused = rdbopen::parseServer(authority, 53).status();
+         {"",        ":53",      "me:secret@host",  "host:",         "host:0", "host:65536", "host:-1",
+          "host:5x", "host:1:2", "2001:db8::1",     "[::1",          "[::1]x", "[::1]:",     "[]",
+          "ho st",   "h%20st",   "host/secret",     tooLong.c_str(), ",",      "a,",         ",a",
+          "a,,b",    "a,b:0",    "a,me:secret@host"}) {
+        const rdbopen::Status refused = rdbopen::parseServers(authority, 53).status();
         EXPECT_EQ(refused.code, rdbopen::errorBadUrl) << authority;
         EXPECT_NE(refused.reason, "");
         EXPECT_EQ(refused.reason.find("secret"), std::string::npos);
