@@ -94,12 +94,6 @@ def cluster_without_slots(scene):
     scene.redis.start("--cluster-enabled", "yes")
 
 
-def cluster_of_one_node(scene):
-    scene.redis.start("--cluster-enabled", "yes")
-    scene.redis.command("CLUSTER", "ADDSLOTSRANGE", 0, 16383)
-    wait_until(lambda: "cluster_state:ok" in scene.redis.command("CLUSTER", "INFO"), "the cluster")
-
-
 def memory_limit(scene):
     scene.redis.start("--maxmemory", "1")
 
@@ -113,9 +107,7 @@ def sentinel(scene):
     scene.sandbox.spawn("redis-server", "/mnt/redis/conf", "--sentinel").wait_for_output(b"Sentinel ID is")
 
 
-@pytest.mark.parametrize(
-    "make", [cluster_without_slots, cluster_of_one_node, memory_limit, read_only_replica, sentinel]
-)
+@pytest.mark.parametrize("make", [cluster_without_slots, memory_limit, read_only_replica, sentinel])
 @pytest.mark.refusal  # redis
 def test_4861_a_redis_that_refuses_the_tag_does_not_block_dns_updates(scene, make):
     make(scene)

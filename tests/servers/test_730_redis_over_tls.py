@@ -141,4 +141,4 @@ def test_738_the_socket_of_a_server_on_this_machine_takes_a_value(fixture):
     fixture.wait_connected()
     fixture.register("2001:db8::1")
     assert fixture.server.value(database=3) == "2001:db8::1"
-    assert 0 < int(fixture.server.command("-n", 3, "TTL", "rdb:value:host1")) <= 900
+    assert 0 < int(fixture.server.command("-n", 3, "TTL", "rdb:value:{host1}")) <= 900
