@@ -13,7 +13,7 @@ namespace {
 constexpr struct {
     std::string_view name;
     std::string TlsSettings::*value;
-} options[] = {
+} tlsOptions[] = {
     {"ca", &TlsSettings::authorities},
     {"cert", &TlsSettings::certificate},
     {"key", &TlsSettings::key},
@@ -59,7 +59,7 @@ Result<TlsSettings> takeTlsOptions(Url& url) {
     if (!servers.ok())
         return servers.status();
     TlsSettings settings;
-    for (const auto& [name, value] : options) {
+    for (const auto& [name, value] : tlsOptions) {
         const auto is = [&name = name](const UrlOption& option) { return option.name == name; };
         const auto found = std::find_if(url.options.begin(), url.options.end(), is);
         if (found == url.options.end())
