@@ -23,6 +23,7 @@ SYSTEM_FILES = (
     "librdbapix64.so",
     "librdbapix64-dns-tls.so",
     "librdbapix64-dns.so",
+    "librdbapix64-dyndns2-https.so",
     "librdbapix64-hosts.so",
     "librdbapix64-redis.so",
     "librdbapix64-rediss.so",

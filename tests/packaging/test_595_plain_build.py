@@ -49,9 +49,9 @@ def test_596_the_build_prints_what_was_left_out_and_the_packages(plain):
     _, text = plain
     lines = [line for line in text.splitlines() if "Built target left_out" not in line]
     assert lines[-2:] == [
-        "Back ends left out of this build: sqlite, hosts, redis, rediss, dns, dns-tls",
+        "Back ends left out of this build: sqlite, hosts, redis, rediss, dns, dns-tls, dyndns2-https",
         "To include them, install these packages, then configure and build again: "
-        "libsqlite3-dev nlohmann-json3-dev libhiredis-dev libssl-dev libldns-dev nettle-dev",
+        "libsqlite3-dev nlohmann-json3-dev libhiredis-dev libssl-dev libldns-dev nettle-dev libcurl4-openssl-dev",
     ]
 
 
@@ -65,6 +65,7 @@ def test_596_the_build_prints_what_was_left_out_and_the_packages(plain):
         ("rediss://h", "libhiredis-dev libssl-dev"),
         ("dns://s/z", "libldns-dev nettle-dev nlohmann-json3-dev"),
         ("dns+tls://s/z", "libldns-dev nettle-dev nlohmann-json3-dev libssl-dev"),
+        ("dyndns2+https://h/p", "libcurl4-openssl-dev nlohmann-json3-dev libssl-dev"),
     ],
 )
 def test_597_the_checker_prints_the_packages_of_a_missing_back_end(plain, tmp_path, url, packages):

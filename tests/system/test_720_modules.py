@@ -155,6 +155,7 @@ def test_728_addrpubd_check_searches_modules_in_the_same_folder_as_the_service(o
         ("rediss", {"libhiredis", "libssl", "libcrypto"}),
         ("dns", {"libldns", "libnettle"}),
         ("dns-tls", {"libldns", "libnettle", "libssl", "libcrypto"}),
+        ("dyndns2-https", {"libcurl", "libssl", "libcrypto"}),
     ],
 )
 def test_729_a_module_needs_the_libraries_of_its_back_end_only(name, libraries):

@@ -25,3 +25,10 @@ if(TARGET rdbopen_rediss)
         LIBS open_tls_support
         WRAP sendto)
 endif()
+
+if(TARGET rdbopen_dyndns2-https)
+    addrpubd_unit_test(open_backend_dyndns2_test NOT_UNDER_VALGRIND
+        SOURCES open_backend_dyndns2_test.cpp
+        LIBS open_tls_support rdbopen_dyndns2-https
+        WRAP clock_gettime)
+endif()

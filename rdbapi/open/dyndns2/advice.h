@@ -1,0 +1,14 @@
+//  The advice of addrpubd-check on a url of the back end dyndns2: whether the host name is a full name, and the file of
+//  ca=FILE.
+#ifndef RDBAPI_OPEN_DYNDNS2_ADVICE_H
+#define RDBAPI_OPEN_DYNDNS2_ADVICE_H
+
+#include "module/module.h"
+
+namespace rdbopen {
+
+void adviseOnProvider(const UrlUse& use, std::vector<Advice>& advice);
+
+}  // namespace rdbopen
+
+#endif

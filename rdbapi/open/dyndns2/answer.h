@@ -1,0 +1,27 @@
+//  The answer of a provider to an update request. Its body begins with a word of the protocol dyndns2, for example
+//  "good 2001:db8::1", "nochg" or "badauth". The protocol has no standard; the words are those that its providers
+//  document.
+#ifndef RDBAPI_OPEN_DYNDNS2_ANSWER_H
+#define RDBAPI_OPEN_DYNDNS2_ANSWER_H
+
+#include <string>
+#include <string_view>
+
+namespace rdbopen {
+
+struct ProviderAnswer {
+    enum class Kind {
+        accepted,   // the name has the addresses
+        forbidden,  // the same request must not be sent again, else the provider blocks the account
+        postponed,  // the provider has a fault; the request must not be sent again for half an hour
+    };
+    Kind kind;
+    std::string reason;  // for the operator; empty if accepted; contains no text of the provider
+};
+
+//  Returns what an answer means. status: the status code of HTTP.
+ProviderAnswer readProviderAnswer(long status, std::string_view body);
+
+}  // namespace rdbopen
+
+#endif

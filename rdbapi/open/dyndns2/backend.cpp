@@ -1,0 +1,136 @@
+#include "dyndns2/backend.h"
+
+#include "dyndns2/answer.h"
+#include "dyndns2/https_client.h"
+#include "dyndns2/provider_url.h"
+#include "engine/clock.h"
+#include "net/secret.h"
+#include "net/tls_context.h"
+#include "request/dns_request.h"
+
+namespace rdbopen {
+
+namespace {
+
+constexpr std::chrono::milliseconds exchangeLimit{15000};
+
+//  Providers delete a name whose addresses are not confirmed for about 30 days, and block one that sends unchanged
+//  addresses often.
+constexpr std::chrono::hours confirmAfter{25 * 24};
+
+//  The documents of the protocol ask for this pause after 911 and dnserr.
+constexpr std::chrono::minutes faultPause{30};
+
+class Dyndns2Backend : public Backend, public DnsUpdateBackend {
+public:
+    Dyndns2Backend(Provider provider, Credentials credentials)
+        : provider_(std::move(provider)), credentials_(std::move(credentials)) {}
+
+    std::string label() const override { return "dyndns2+https://" + serverText(provider_.server) + provider_.path; }
+    UpdateBackend* updates() noexcept override { return this; }
+
+    Status open(const Waiter& waiter) override;
+    void close() noexcept override { waiter_ = nullptr; }
+
+private:
+    Status update(const DnsRequest& request) override;
+    Status send(const std::string& query, const std::string& password);
+    Status resultOf(const ProviderAnswer& answer, const std::string& query, const std::string& password);
+    std::string queryOf(const DnsRequest& request) const;
+    HttpsRequest requestFor(const std::string& query, const std::string& password) const;
+
+    //  An answer after which nothing may be sent until the password changes, or until a time.
+    struct Refusal {
+        std::string password;
+        std::chrono::milliseconds until;
+        std::string reason;
+    };
+
+    const Provider provider_;
+    const Credentials credentials_;
+    const Waiter* waiter_ = nullptr;  // null while closed
+    std::optional<Refusal> refusal_;
+    std::string accepted_;                     // query of the last accepted request, or empty
+    std::chrono::milliseconds acceptedAt_{0};  // monotonic
+};
+
+HttpsRequest Dyndns2Backend::requestFor(const std::string& query, const std::string& password) const {
+    return {provider_.server, provider_.path, query, provider_.authorities, credentials_.user, password};
+}
+
+//  Sends no request, because a provider counts requests.
+Status Dyndns2Backend::open(const Waiter& waiter) {
+    waiter_ = &waiter;
+    const Result<std::string> password = readSecret(credentials_.password);
+    if (!password.ok())
+        return password.status();
+    return testHttps(requestFor({}, *password), waiter, monotonicNow() + exchangeLimit);
+}
+
+//  The characters of names and addresses need no percent-encoding (RFC 3986 section 3.4).
+std::string Dyndns2Backend::queryOf(const DnsRequest& request) const {
+    std::string query = "hostname=" + request.name + "&" + provider_.parameter + "=" + request.addresses.front();
+    if (provider_.allAddresses)
+        for (std::size_t i = 1; i < request.addresses.size(); ++i)
+            query += "," + request.addresses[i];
+    return query;
+}
+
+//  Without an address, a provider would store the address from which the request comes.
+Status Dyndns2Backend::update(const DnsRequest& request) {
+    if (request.addresses.empty())
+        return serverRefused("the host has no address to send; the provider keeps the last ones");
+    const Result<std::string> password = readSecret(credentials_.password);
+    if (!password.ok())
+        return password.status();
+    const std::string query = queryOf(request);
+    const auto now = monotonicNow();
+    if (refusal_ && refusal_->password == *password && now < refusal_->until)
+        return serverRefused(refusal_->reason);
+    if (query == accepted_ && now - acceptedAt_ < confirmAfter)
+        return {};
+    return send(query, *password);
+}
+
+Status Dyndns2Backend::send(const std::string& query, const std::string& password) {
+    accepted_.clear();  // the provider may carry out a request whose answer is lost
+    const Result<HttpsAnswer> answer =
+        getByHttps(requestFor(query, password), *waiter_, monotonicNow() + exchangeLimit);
+    if (!answer.ok())
+        return answer.status();
+    return resultOf(readProviderAnswer(answer->status, answer->body), query, password);
+}
+
+Status Dyndns2Backend::resultOf(const ProviderAnswer& answer, const std::string& query, const std::string& password) {
+    const auto now = monotonicNow();
+    refusal_.reset();
+    switch (answer.kind) {
+    case ProviderAnswer::Kind::accepted:
+        accepted_ = query;
+        acceptedAt_ = now;
+        return {};
+    case ProviderAnswer::Kind::postponed:
+        refusal_ = {password, now + faultPause, answer.reason + "; nothing is sent for 30 minutes"};
+        break;
+    case ProviderAnswer::Kind::forbidden:
+        refusal_ = {password, std::chrono::milliseconds::max(),
+                    answer.reason + "; nothing is sent until the password or a setting changes"};
+        break;
+    }
+    return serverRefused(refusal_->reason);
+}
+
+}  // namespace
+
+BackendResult makeDyndns2Backend(const Url& url, const Credentials& credentials) {
+    Result<Provider> provider = parseProvider(url);
+    if (!provider.ok())
+        return provider.status();
+    if (Status failed = prepareTls(); !failed.ok())
+        return failed;
+    if (Status failed = prepareHttps(); !failed.ok())
+        return failed;
+    return BackendResult(std::make_unique<Dyndns2Backend>(std::move(*provider), credentials));
+}
+
+}  // namespace rdbopen

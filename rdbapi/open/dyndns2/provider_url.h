@@ -1,0 +1,27 @@
+//  The parsed url of the back end dyndns2:
+//
+//      dyndns2+https://HOST[:PORT][/PATH][?addresses=first&parameter=myip&ca=/FILE]
+//
+//  The default PORT is 443 (RFC 9110 section 4.2.2), the default PATH /nic/update. Options may be in any order, each at
+//  most once.
+#ifndef RDBAPI_OPEN_DYNDNS2_PROVIDER_URL_H
+#define RDBAPI_OPEN_DYNDNS2_PROVIDER_URL_H
+
+#include "net/url.h"
+
+namespace rdbopen {
+
+struct Provider {
+    Server server;
+    std::string path = "/nic/update";
+    std::string parameter = "myip";  // of the addresses in a request; letters, digits and "_"
+    std::string authorities;         // path of a file with certificates; empty for the system's
+    bool allAddresses = false;       // send all addresses instead of the first one
+};
+
+//  Parses url. Fails with malformedUrl.
+Result<Provider> parseProvider(const Url& url);
+
+}  // namespace rdbopen
+
+#endif
