@@ -11,7 +11,8 @@ namespace {
 constexpr std::string_view mask = "***";
 
 //  Options of the log url and of the urls of the open client library.
-constexpr std::string_view known_options[] = {"addresses", "algorithm", "check", "db", "expire", "history", "level", "parameter", "skip", "ttl"};
+constexpr std::string_view known_options[] = {"addresses", "algorithm", "check",     "db",   "expire",
+                                              "history",   "level",     "parameter", "skip", "ttl"};
 
 //  Options whose values are paths and host names. The path of a key is left out: it is where a key itself would be
 //  written by mistake.

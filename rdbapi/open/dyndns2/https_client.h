@@ -1,5 +1,5 @@
-//  Requests by HTTPS, with libcurl. Every wait ends at a given time or when the handle is closed. Only the resolution of
-//  the server's name can take longer: a thread of libcurl calls getaddrinfo(3), and close waits for that thread.
+//  Requests by HTTPS, with libcurl. Every wait ends at a given time or when the handle is closed. Only the resolution
+//  of the server's name can take longer: a thread of libcurl calls getaddrinfo(3), and close waits for that thread.
 //
 //  The server's certificate is always verified. Proxies, .netrc and redirections are not used. The variable
 //  SSLKEYLOGFILE of the environment makes libcurl create that file, but no key is written.
