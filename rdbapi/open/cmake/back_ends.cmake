@@ -41,7 +41,7 @@ function(addrpubd_back_end name)
     add_library(rdbopen_${name} STATIC ${ARGN} ${module})
     target_link_libraries(rdbopen_${name} PUBLIC rdbopen_support)
     #  The module has its own copy, so the linker must be able to leave this one out.
-    set_source_files_properties(module.cpp PROPERTIES SKIP_UNITY_BUILD_INCLUSION ON)
+    set_source_files_properties(${module} PROPERTIES SKIP_UNITY_BUILD_INCLUSION ON)
 
     #  Exports only the descriptor.
     set(exports ${CMAKE_CURRENT_BINARY_DIR}/${name}.map)
