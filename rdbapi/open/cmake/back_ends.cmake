@@ -51,6 +51,8 @@ function(addrpubd_back_end name)
     target_link_options(rdbapix64-${name} PRIVATE LINKER:--version-script,${exports})
     addrpubd_self_contained(rdbapix64-${name})
 
+    cmake_path(GET CMAKE_CURRENT_SOURCE_DIR FILENAME folder)
+    set_property(GLOBAL APPEND PROPERTY ADDRPUBD_BACK_END_FOLDERS ${folder})
     set_property(GLOBAL APPEND PROPERTY ADDRPUBD_BACK_ENDS ${name})
     set_property(GLOBAL APPEND PROPERTY ADDRPUBD_MODULES rdbapix64-${name})
     addrpubd_scheme(${scheme} ${name})

@@ -18,9 +18,9 @@ BackendResult makeRedissBackend(const Url& url, const Credentials& credentials) 
     return makeRedisBackend(rest, credentials, std::make_unique<TlsStream>(std::move(*settings)));
 }
 
-constexpr std::string_view schemes[] = {"rediss"};
+constexpr std::string_view schemesWithTls[] = {"rediss"};
 
 }  // namespace
 
 RDBAPI_MODULE(rediss);
-constinit const rdbopen::Module rdbapix64_rediss = describeModule<makeRedissBackend, adviseOnTls>(schemes);
+constinit const rdbopen::Module rdbapix64_rediss = describeModule<makeRedissBackend, adviseOnTls>(schemesWithTls);
