@@ -46,6 +46,10 @@ namespace {
 enum class Timer { real, none, driven };
 Timer timer = Timer::real;  // driven: the test raises the timer's signals itself
 
+//  Shortens long ticks. Only for tests that wait until the end of a time limit: with short ticks, a limit can expire while
+//  a sanitizer or a loaded machine delays the exit.
+bool shorten_ticks = false;
+
 std::atomic<bool> in_pause{false};
 std::atomic<bool> end_began{false};  // true after the service set the timer to long ticks
 
@@ -61,12 +65,12 @@ int __wrap_pause() {
 extern "C" int __real_setitimer(__itimer_which_t which, const itimerval* value, itimerval* old) noexcept;
 extern "C" int __wrap_setitimer(__itimer_which_t which, const itimerval* value, itimerval* old) noexcept;
 
-//  Shortens the long ticks, so that tests do not wait for them.
 int __wrap_setitimer(__itimer_which_t which, const itimerval* value, itimerval* old) noexcept {
     itimerval shortened = *value;
     if (value->it_value.tv_usec > short_tick)
         end_began = true;
-    shortened.it_value.tv_usec = std::min(shortened.it_value.tv_usec, short_tick);
+    if (shorten_ticks)
+        shortened.it_value.tv_usec = std::min(shortened.it_value.tv_usec, short_tick);
     shortened.it_interval = shortened.it_value;
     if (timer == Timer::real)
         return __real_setitimer(which, &shortened, old);
@@ -293,6 +297,7 @@ TEST_F(ExitSignal, ABlockedStepIsInterruptedAfterAFewTicks) {
 //  Each call of pause() returns at the next tick.
 TEST_F(ExitSignal, TheShutdownAfterABlockedStepHasATimeLimit) {
     const Ended ended = inChild([] {
+        shorten_ticks = true;
         std::atexit(waitForEver);
         installExitSignals();
         const ServiceStep step;
@@ -416,6 +421,7 @@ TEST_F(ExitSignal, ABlockedCallbackDoesNotPreventTheExit) {
 
 TEST_F(ExitSignal, ABlockedExitFunctionDoesNotPreventTheExit) {
     const Ended ended = inChild([] {
+        shorten_ticks = true;
         std::atexit(waitForEver);
         installExitSignals();
         std::raise(SIGTERM);
