@@ -11,6 +11,11 @@ addrpubd_unit_test(open_redis_test
     LIBS rdbapi_open
     WRAP sendto)
 
+addrpubd_unit_test(open_redis_slots_test ONE_THREAD
+    SOURCES open_redis_slots_test.cpp
+    LIBS rdbapi_open
+    DEFINES TEST_DATA="${PROJECT_SOURCE_DIR}/tests/data")
+
 addrpubd_unit_test(open_redis_connection_test
     SOURCES open_redis_connection_test.cpp open_fake_redis.cpp
     LIBS rdbapi_open
