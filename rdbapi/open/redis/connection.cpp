@@ -51,6 +51,14 @@ Status RedisConnection::exchange(const std::vector<RedisCommand>& commands, std:
     return parser_.drained() ? Status{} : backendFailed("the server sent more than it was asked for");
 }
 
+Result<RedisReply> RedisConnection::ask(const RedisCommand& command, const Waiter& waiter,
+                                        std::chrono::milliseconds until) {
+    std::vector<RedisReply> replies;
+    if (Status status = exchange({command}, replies, waiter, until); !status.ok())
+        return status;
+    return std::move(replies.front());
+}
+
 Status RedisConnection::takeReply(RedisReply& reply, const Waiter& waiter, std::chrono::milliseconds until) {
     for (;;) {
         Result<std::optional<RedisReply>> next = parser_.next();

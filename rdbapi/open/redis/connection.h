@@ -37,6 +37,9 @@ public:
     Status exchange(const std::vector<RedisCommand>& commands, std::vector<RedisReply>& replies, const Waiter& waiter,
                     std::chrono::milliseconds until);
 
+    //  Sends one command and returns its answer.
+    Result<RedisReply> ask(const RedisCommand& command, const Waiter& waiter, std::chrono::milliseconds until);
+
     int descriptor() const noexcept { return stream_->descriptor(); }
     void close() noexcept { stream_->close(); }
 

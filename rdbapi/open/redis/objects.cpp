@@ -10,11 +10,6 @@ namespace {
 
 using Kind = RedisReply::Kind;
 
-//  Returns the name of a key or channel. kind: with a colon.
-std::string keyOf(const char* kind, const char* name) {
-    return std::string("rdb:").append(kind).append("{").append(name).append("}");
-}
-
 std::string tagKey(const char* name) {
     return keyOf("tag:", name);
 }
@@ -56,6 +51,10 @@ Result<const std::vector<RedisReply>*> readFields(const RedisReply& reply, std::
 }
 
 }  // namespace
+
+std::string keyOf(std::string_view kind, std::string_view name) {
+    return std::string("rdb:").append(kind).append("{").append(name).append("}");
+}
 
 Status verifyName(std::string_view name) {
     if (!name.empty() && name.front() != '}')

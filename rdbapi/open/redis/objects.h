@@ -44,6 +44,9 @@ struct RedisValue {
     }
 };
 
+//  Returns the key or channel of name. kind: with a colon.
+std::string keyOf(std::string_view kind, std::string_view name);
+
 //  Returns ok for a name that can have keys. Otherwise errorBadRequest: the braces would contain nothing, and a cluster
 //  ignores such braces.
 Status verifyName(std::string_view name);

@@ -15,7 +15,8 @@ BackendResult makeRedissBackend(const Url& url, const Credentials& credentials) 
         return settings.status();
     if (Status failed = prepareTls(); !failed.ok())
         return failed;
-    return makeRedisBackend(rest, credentials, std::make_unique<TlsStream>(std::move(*settings)));
+    return makeRedisBackend(rest, credentials,
+                            [settings = *settings] { return std::make_unique<TlsStream>(settings); });
 }
 
 constexpr std::string_view schemesWithTls[] = {"rediss"};

@@ -1,0 +1,26 @@
+//  What each connection to a Redis server begins with: login, name of the connection, test, selection of the database.
+//
+//  Threads: any thread may call these functions.
+#ifndef RDBAPI_OPEN_REDIS_LOGIN_H
+#define RDBAPI_OPEN_REDIS_LOGIN_H
+
+#include "redis/connection.h"
+
+#include <cstdint>
+#include <string>
+
+namespace rdbopen {
+
+struct RedisLogin {
+    std::string user;
+    std::string password;  // itself, not the name of its file
+    std::uint32_t database = 0;
+};
+
+//  Logs in on a new connection. Every failure has the code errorBackendFailed.
+Status logInToRedis(RedisConnection& connection, const RedisLogin& login, const Waiter& waiter,
+                    std::chrono::milliseconds until);
+
+}  // namespace rdbopen
+
+#endif

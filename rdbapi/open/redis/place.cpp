@@ -1,0 +1,101 @@
+#include "redis/place.h"
+
+#include "net/stream.h"
+#include "net/tls_settings.h"
+
+#include <algorithm>
+
+namespace rdbopen {
+
+namespace {
+
+Status parseDatabase(std::string_view digits, RedisPlace& place) {
+    constexpr std::uint32_t maxDatabase = 2147483647;
+    const auto database = parseNumber(digits, maxDatabase);
+    if (!database)
+        return malformedUrl(place.socket.empty() ? "the path is not the number of a database"
+                                                 : "db is not the number of a database");
+    place.database = *database;
+    return {};
+}
+
+Status parseExpiry(const std::string& text, std::uint32_t& expire) {
+    expire = parseNumber(text, redisMaxExpiry).value_or(0);
+    if (expire >= redisMinExpiry)
+        return {};
+    return malformedUrl("expire is not a number of seconds from " + std::to_string(redisMinExpiry) +
+                        " (an unchanged value is repeated after 600) to " + std::to_string(redisMaxExpiry));
+}
+
+std::string optionWords(const RedisPlace& place) {
+    if (!place.socket.empty())
+        return "it has an option other than db, expire and history";
+    if (place.usesTls())
+        return "it has an option other than expire, history, " + std::string(tlsOptionWords);
+    return "it has an option other than expire and history";
+}
+
+Status parseOption(const UrlOption& option, RedisPlace& place) {
+    if (option.name == "expire")
+        return parseExpiry(option.value, place.limits.expire);
+    if (option.name == "history")
+        return parseHistory(option.value, place.limits.history);
+    if (option.name == "db" && !place.socket.empty())
+        return parseDatabase(option.value, place);
+    return malformedUrl(optionWords(place));
+}
+
+//  Fails for an option that is unknown or given twice.
+Status parseOptions(const Url& url, RedisPlace& place) {
+    std::vector<std::string_view> seen;
+    for (const UrlOption& option : url.options) {
+        if (std::find(seen.begin(), seen.end(), option.name) != seen.end())
+            return malformedUrl(option.name + " is given twice");
+        seen.push_back(option.name);
+        if (Status malformed = parseOption(option, place); !malformed.ok())
+            return malformed;
+    }
+    return {};
+}
+
+Status parseSocket(const Url& url, RedisPlace& place) {
+    const Result<std::string> path = filePathOf({url.scheme, url.authority, url.path, {}});
+    if (!path.ok())
+        return path.status();
+    if (!socketAddress(*path))
+        return malformedUrl("the path of a socket has at most 107 bytes");
+    place.socket = *path;
+    return {};
+}
+
+Status parseServersAndDatabase(const Url& url, RedisPlace& place) {
+    Result<std::vector<Server>> servers = parseServers(url.authority, redisPort);
+    if (!servers.ok())
+        return servers.status();
+    place.servers = std::move(*servers);
+    const std::string_view path = url.path;
+    return path.size() < 2 ? Status{} : parseDatabase(path.substr(1), place);
+}
+
+}  // namespace
+
+Result<RedisPlace> parseRedisPlace(const Url& url) {
+    RedisPlace place;
+    place.scheme = url.scheme;
+    const auto parse = url.scheme == "redis+unix" ? parseSocket : parseServersAndDatabase;
+    Status failed = parse(url, place);
+    if (failed.ok())
+        failed = parseOptions(url, place);
+    if (!failed.ok())
+        return failed;
+    return place;
+}
+
+std::string redisPlaceText(const RedisPlace& place) {
+    const std::string database = std::to_string(place.database);
+    if (!place.socket.empty())
+        return place.scheme + "://" + place.socket + "?db=" + database;
+    return place.scheme + "://" + serversText(place.servers) + "/" + database;
+}
+
+}  // namespace rdbopen

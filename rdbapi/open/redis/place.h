@@ -1,0 +1,48 @@
+//  What a url of the back end redis says.
+//
+//      redis://SERVERS[/DB][?expire=SECONDS&history=NUMBER]    SERVERS: HOST[:PORT][,HOST[:PORT]...]
+//      redis+unix:///PATH[?db=DB&expire=...]                   the server's socket on this machine
+//      rediss://...                                            the same over TLS, with the options of tls_settings.h
+//
+//  Threads: any thread may call these functions.
+#ifndef RDBAPI_OPEN_REDIS_PLACE_H
+#define RDBAPI_OPEN_REDIS_PLACE_H
+
+#include "net/url.h"
+#include "redis/objects.h"
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace rdbopen {
+
+//  The default port of redis and rediss: 6379 (https://www.iana.org/assignments/service-names-port-numbers), as in the
+//  programs of Redis itself.
+inline constexpr std::uint16_t redisPort = 6379;
+
+//  Minimum and maximum expiry in seconds. The service repeats an unchanged value after 600 s, or slightly later after a
+//  reconnect. With a shorter expiry, the data of a running host would expire before the repetition.
+inline constexpr std::uint32_t redisMinExpiry = 660;
+inline constexpr std::uint32_t redisMaxExpiry = 31536000;
+
+struct RedisPlace {
+    std::string scheme;
+    std::vector<Server> servers;  // in the order of the url; empty if there is a socket
+    std::string socket;           // path of the server's Unix socket, or empty
+    std::uint32_t database = 0;
+    RedisLimits limits;
+
+    //  Returns whether the connection is encrypted.
+    bool usesTls() const noexcept { return scheme.starts_with("rediss"); }
+};
+
+//  Parses a url without the options of TLS. Fails with errorBadUrl.
+Result<RedisPlace> parseRedisPlace(const Url& url);
+
+//  Returns the url of place without options, for syslog.
+std::string redisPlaceText(const RedisPlace& place);
+
+}  // namespace rdbopen
+
+#endif
