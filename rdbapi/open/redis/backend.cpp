@@ -2,6 +2,7 @@
 
 #include "engine/clock.h"
 #include "net/tcp_stream.h"
+#include "redis/cluster_route.h"
 #include "redis/objects.h"
 #include "redis/server_route.h"
 
@@ -161,6 +162,10 @@ BackendResult makeRedisBackend(const Url& url, const Credentials& credentials, c
     if (!place.ok())
         return place.status();
     const RedisLimits limits = place->limits;
+    if (place->isCluster()) {
+        auto route = std::make_unique<ClusterRoute>(std::move(*place), credentials, makeStream);
+        return BackendResult(std::make_unique<RedisBackend>(std::move(route), limits, redisClusterPutScript));
+    }
     auto route = std::make_unique<ServerRoute>(std::move(*place), credentials, makeStream());
     return BackendResult(std::make_unique<RedisBackend>(std::move(route), limits, redisPutScript));
 }

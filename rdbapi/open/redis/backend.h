@@ -1,4 +1,4 @@
-//  The back end redis: an rdb server in a Redis server. Tags, their current values and their history
+//  The back end redis: an rdb server in a Redis server or a Redis Cluster. Tags, their current values and their history
 //  are keys of its database (objects.h). Each call is one round trip; one that writes is a script that the server
 //  executes as a whole (scripts.h). So a put whose answer was lost may be repeated: it confirms what it finds.
 //

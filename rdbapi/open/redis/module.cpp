@@ -8,7 +8,7 @@ namespace {
 using rdbopen::Url;
 using rdbopen::UrlUse;
 
-constexpr std::string_view schemes[] = {"redis", "redis+unix"};
+constexpr std::string_view schemes[] = {"redis", "redis+unix", "redis+cluster"};
 
 //  Who can replace the socket of redis+unix gets the password.
 void adviseOnSocket(const UrlUse& use, std::vector<rdbopen::Advice>& advice) {

@@ -74,7 +74,9 @@ Status parseServersAndDatabase(const Url& url, RedisPlace& place) {
         return servers.status();
     place.servers = std::move(*servers);
     const std::string_view path = url.path;
-    return path.size() < 2 ? Status{} : parseDatabase(path.substr(1), place);
+    if (Status failed = path.size() < 2 ? Status{} : parseDatabase(path.substr(1), place); !failed.ok())
+        return failed;
+    return place.isCluster() && place.database != 0 ? malformedUrl("a cluster has only database 0") : Status{};
 }
 
 }  // namespace
@@ -95,7 +97,8 @@ std::string redisPlaceText(const RedisPlace& place) {
     const std::string database = std::to_string(place.database);
     if (!place.socket.empty())
         return place.scheme + "://" + place.socket + "?db=" + database;
-    return place.scheme + "://" + serversText(place.servers) + "/" + database;
+    const std::string text = place.scheme + "://" + serversText(place.servers);
+    return place.isCluster() ? text : text + "/" + database;
 }
 
 }  // namespace rdbopen

@@ -2,7 +2,8 @@
 //
 //      redis://SERVERS[/DB][?expire=SECONDS&history=NUMBER]    SERVERS: HOST[:PORT][,HOST[:PORT]...]
 //      redis+unix:///PATH[?db=DB&expire=...]                   the server's socket on this machine
-//      rediss://...                                            the same over TLS, with the options of tls_settings.h
+//      redis+cluster://SERVERS[?expire=...]                    nodes of a cluster, which has only database 0
+//      rediss://... rediss+cluster://...                       the same over TLS, with the options of tls_settings.h
 //
 //  Threads: any thread may call these functions.
 #ifndef RDBAPI_OPEN_REDIS_PLACE_H
@@ -32,6 +33,8 @@ struct RedisPlace {
     std::string socket;           // path of the server's Unix socket, or empty
     std::uint32_t database = 0;
     RedisLimits limits;
+
+    bool isCluster() const noexcept { return scheme.ends_with("+cluster"); }
 
     //  Returns whether the connection is encrypted.
     bool usesTls() const noexcept { return scheme.starts_with("rediss"); }

@@ -45,7 +45,7 @@ for i = 1, #KEYS, 3 do
             write('LTRIM', history, '-' .. limit, '-1')
         end
         write('HSET', key, 'time_ms', time, 'confirmed_ms', time, 'type', kind, 'value', value)
-        write('PUBLISH', channel, value)
+        write(publish, channel, value)
     end
     writeExpiries(i, expire)
 end

@@ -1,4 +1,4 @@
-//  The module of the back end rediss: the back end redis over TLS.
+//  The module of the back end rediss: the back end redis over TLS, for servers and for clusters.
 #include "module/guarded_backend.h"
 #include "module/tls_advice.h"
 #include "net/tls_stream.h"
@@ -19,7 +19,7 @@ BackendResult makeRedissBackend(const Url& url, const Credentials& credentials) 
                             [settings = *settings] { return std::make_unique<TlsStream>(settings); });
 }
 
-constexpr std::string_view schemesWithTls[] = {"rediss"};
+constexpr std::string_view schemesWithTls[] = {"rediss", "rediss+cluster"};
 
 }  // namespace
 

@@ -18,6 +18,11 @@ struct Meaning {
 };
 
 constexpr std::string_view noPermission = "NOPERM";
+constexpr std::string_view clusterNode =
+    "the server is part of a cluster: the scheme for it is redis+cluster or rediss+cluster";
+
+//  What a script gets that finds a key moved away since it has started.
+constexpr std::string_view nonLocalKey = "ERR Script attempted to access a non local key";
 
 //  Prefixes of answers after which the connection is useless. A retry in the same connection cannot succeed: a login is
 //  not renewed, and a replica stays one until it is promoted. A new connection resolves the name again.
@@ -26,6 +31,9 @@ constexpr std::string_view endings[] = {"NOAUTH", "READONLY", "MASTERDOWN"};
 //  Prefixes of answers of a wrong server. Another address of the name may be the primary, or may have finished loading
 //  its data. Other errors are assumed to be the same at each address.
 constexpr std::string_view wrongServers[] = {"READONLY", "MASTERDOWN", "LOADING"};
+
+//  Prefixes of answers of a cluster that is being changed: it serves the command soon, at this node or another one.
+constexpr std::string_view stalls[] = {"TRYAGAIN", "CLUSTERDOWN", nonLocalKey};
 
 //  Error answers of Redis 7 that have a text of their own. Only their prefixes are compared, because the rest differs
 //  between versions.
@@ -41,10 +49,17 @@ constexpr Meaning meanings[] = {
     {"MASTERDOWN", "the server is a replica that has lost its master", true},
     {"NOREPLICAS", "too few replicas of the server are connected", true},
     {"BUSY", "the server is busy with a script", true},
-    {"MOVED", "the server is part of a cluster, which is not supported", true},
-    {"ASK", "the server is part of a cluster, which is not supported", true},
-    {"CROSSSLOT", "the server is part of a cluster, which is not supported", true},
-    {"CLUSTERDOWN", "the server is part of a cluster, which is not supported", true},
+    {"MOVED", clusterNode, true},
+    {"ASK", clusterNode, true},
+    {"CROSSSLOT", clusterNode, true},
+    {"TRYAGAIN", "the cluster is moving the name's keys to another node", true},
+    {"CLUSTERDOWN", "the cluster is down, or has no master for the name's keys", true},
+    {nonLocalKey, "the cluster is moving the name's keys to another node", true},
+    {"ERR This instance has cluster support disabled",
+     "the server is not part of a cluster: the scheme for it is without +cluster", true},
+    {"ERR SELECT is not allowed in cluster mode",
+     "the server is part of a cluster, which has only database 0: the scheme for it is redis+cluster or rediss+cluster",
+     true},
     {"DENIED", "the server is in protected mode and takes connections of its own machine only"},
     {"ERR max number of clients reached", "the server has too many connections"},
     {"ERR unknown command", "the command is renamed or switched off at this server, or it is a Sentinel"},
@@ -104,6 +119,10 @@ bool redisEndsConnection(std::string_view answer) {
 
 bool redisIsWrongServer(std::string_view answer) {
     return startsWithAny(answer, wrongServers);
+}
+
+bool redisStalls(std::string_view answer) {
+    return startsWithAny(answer, stalls);
 }
 
 std::size_t redisQuotable(std::string_view answer, std::span<const std::string> secrets) {

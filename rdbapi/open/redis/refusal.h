@@ -22,6 +22,9 @@ bool redisEndsConnection(std::string_view answer);
 //  Returns whether the error answer means that another server may be able to execute the command.
 bool redisIsWrongServer(std::string_view answer);
 
+//  Returns whether the error answer means that a cluster is being changed, and the same command may succeed soon.
+bool redisStalls(std::string_view answer);
+
 //  Returns how many leading bytes of an error answer may be quoted. A server or a proxy may repeat its input in the
 //  answer, and so parts of the login. Therefore the quotable part ends before the first 4 consecutive bytes that also
 //  occur in one of secrets, ignoring case. A secret of less than 4 bytes must occur completely. Bytes after the maximum

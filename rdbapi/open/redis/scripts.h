@@ -16,6 +16,7 @@ struct RedisScript {
 //  Each file describes its arguments and results: import.lua, put.lua.
 extern const RedisScript redisImportScript;
 extern const RedisScript redisPutScript;
+extern const RedisScript redisClusterPutScript;  // for a node of a cluster
 
 }  // namespace rdbopen
 

@@ -82,6 +82,11 @@ void FakeRedis::answerAndClose(const std::string& word, const std::string& bytes
     script_[word].push_back({bytes, true});
 }
 
+void FakeRedis::usually(const std::string& word, const std::string& bytes) {
+    const std::lock_guard lock(mutex_);
+    usual_[word] = bytes;
+}
+
 void FakeRedis::clearAnswers() {
     const std::lock_guard lock(mutex_);
     script_.clear();
@@ -121,6 +126,11 @@ std::vector<FakeRedis::Command> FakeRedis::received(const std::string& word) {
 int FakeRedis::connections() {
     const std::lock_guard lock(mutex_);
     return accepted_;
+}
+
+std::size_t FakeRedis::openConnections() {
+    const std::lock_guard lock(mutex_);
+    return connections_.size();
 }
 
 //  Updates the list of connections often enough to notice connections that the test has closed.
@@ -198,7 +208,9 @@ bool FakeRedis::reply(Connection& connection, const Command& command) {
     return !answer.close;
 }
 
-std::string FakeRedis::usual(const std::string& word) {
+std::string FakeRedis::usual(const std::string& word) const {
+    if (const auto set = usual_.find(word); set != usual_.end())
+        return set->second;
     static const std::map<std::string, std::string> answers{{"PING", "+PONG\r\n"},
                                                             {"HMGET", "*3\r\n$-1\r\n$-1\r\n$-1\r\n"},
                                                             {"EVALSHA", "*1\r\n$4\r\ndone\r\n"},

@@ -39,7 +39,10 @@ public:
     //  Sends these bytes instead of an answer and closes the connection.
     void answerAndClose(const std::string& word, const std::string& bytes);
 
-    //  Removes the scripted answers.
+    //  Sets the answer to each command with this first word for which no other answer is left.
+    void usually(const std::string& word, const std::string& bytes);
+
+    //  Removes the scripted answers, except the usual ones.
     void clearAnswers();
 
     //  Sends these bytes as soon as a client connects.
@@ -53,6 +56,9 @@ public:
     std::vector<Command> received();
     std::vector<Command> received(const std::string& word);
     int connections();
+
+    //  Returns the number of connections that the client has not closed.
+    std::size_t openConnections();
 
 private:
     struct Answer {
@@ -69,13 +75,14 @@ private:
     void accept();
     bool serve(Connection& connection);
     bool reply(Connection& connection, const Command& command);
-    static std::string usual(const std::string& word);
+    std::string usual(const std::string& word) const;
 
     int listener_ = -1;
     int stop_[2]{-1, -1};
     std::uint16_t port_ = 0;
     std::mutex mutex_;
     std::map<std::string, std::deque<Answer>> script_;
+    std::map<std::string, std::string> usual_;
     Answer greeting_;
     std::vector<Command> received_;
     int accepted_ = 0;

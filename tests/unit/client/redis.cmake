@@ -16,6 +16,11 @@ addrpubd_unit_test(open_redis_slots_test ONE_THREAD
     LIBS rdbapi_open
     DEFINES TEST_DATA="${PROJECT_SOURCE_DIR}/tests/data")
 
+addrpubd_unit_test(open_redis_cluster_test
+    SOURCES open_redis_cluster_test.cpp open_fake_redis.cpp open_quiet_syslog.cpp
+    LIBS rdbapi_open
+    WRAP clock_gettime sendto)
+
 addrpubd_unit_test(open_redis_connection_test
     SOURCES open_redis_connection_test.cpp open_fake_redis.cpp
     LIBS rdbapi_open

@@ -1,0 +1,66 @@
+//  The way to the masters of a Redis Cluster. The group of a name is its slot (slots.h).
+//
+//      ask(slot) --> master of the slot, as known, or as a node reports in CLUSTER SLOTS
+//                      | MOVED HOST:PORT              --> remembers this master, asks there
+//                      | ASK HOST:PORT                --> asks there once, after ASKING
+//                      | TRYAGAIN, CLUSTERDOWN        --> pauses, lets another node report the master, asks again
+//                      | any other answer             --> is the result
+//
+//  The nodes that report are those with a connection, those of the url, and all that the last report has named, until
+//  one of them names a master that can be reached. So it is enough that one of these nodes knows the master.
+//
+//  Threads: one thread at a time.
+#ifndef RDBAPI_OPEN_REDIS_CLUSTER_ROUTE_H
+#define RDBAPI_OPEN_REDIS_CLUSTER_ROUTE_H
+
+#include "engine/backend.h"
+#include "redis/cluster_links.h"
+#include "redis/place.h"
+
+#include <map>
+#include <optional>
+
+namespace rdbopen {
+
+//  Maximum number of redirections that a command follows before it fails.
+inline constexpr int maxRedirections = 5;
+
+class ClusterRoute final : public RedisRoute {
+public:
+    ClusterRoute(RedisPlace place, Credentials credentials, MakeStream makeStream)
+        : place_(std::move(place)), credentials_(std::move(credentials)),
+          links_(std::move(makeStream), !place_.usesTls()) {}
+
+    std::string label() const override { return redisPlaceText(place_); }
+    Status open(const Waiter& waiter, std::chrono::milliseconds until) override;
+    std::uint16_t groupOf(std::string_view name) const noexcept override;
+    Result<RedisReply> ask(std::uint16_t slot, const RedisCommand& command, std::chrono::milliseconds until) override;
+    Result<RedisReply> askCurrent(const RedisCommand& command, std::chrono::milliseconds until) override;
+    int descriptor() const noexcept override { return links_.descriptor(); }
+    void close() noexcept override { links_.close(); }
+
+private:
+    //  Tries a node until the given time.
+    using Attempt = std::function<Status(const Server&, std::chrono::milliseconds)>;
+
+    Status tryNodes(const Attempt& attempt, std::chrono::milliseconds until) const;
+    std::vector<Server> candidates() const;
+    Result<ClusterLayout> report(const Server& node, std::chrono::milliseconds until);
+    Status connectMaster(std::uint16_t slot, std::chrono::milliseconds until);
+    Status connectMasterKnownTo(const Server& node, std::uint16_t slot, std::chrono::milliseconds until);
+    Result<RedisReply> follow(std::uint16_t slot, const RedisCommand& command, std::chrono::milliseconds until);
+    bool pause(std::chrono::milliseconds time, std::chrono::milliseconds until) const;
+    void closeUnused();
+
+    const RedisPlace place_;
+    const Credentials credentials_;
+    const Waiter* waiter_ = nullptr;  // set by open
+    ClusterLinks links_;
+    std::vector<Server> nodes_;              // of the last report
+    std::map<std::uint16_t, Server> slots_;  // the masters of the slots that were asked for
+    std::optional<Server> down_;             // the master that has answered CLUSTERDOWN or TRYAGAIN: it is asked last
+};
+
+}  // namespace rdbopen
+
+#endif

@@ -1,0 +1,4 @@
+
+--  The command that announces a change to the subscribers of its channel.
+local publish = 'PUBLISH'
+
