@@ -35,6 +35,7 @@ class Server:
         self._folder = folder
         self._socket = f"{folder}.sock"
         self._process = None
+        self.program = ["redis-server"]
         self.login = []  # options with which command() logs in
         sandbox.path(folder).mkdir()
 
@@ -42,7 +43,7 @@ class Server:
         """Starts the server. answer is the first word of its answer to PING as soon as it is ready for the test."""
         always = ["--port", "6379", "--bind", self._address, "--unixsocket", self._socket, "--dir", self._folder]
         always += ["--save", "", "--loglevel", "warning"]
-        self._process = self._sandbox.spawn("redis-server", *always, *options)
+        self._process = self._sandbox.spawn(*self.program, *always, *options)
         wait_until(lambda: self._ask("PING").split(" ")[0] == answer, "redis-server")
 
     def kill(self):
