@@ -1,7 +1,13 @@
-#  The back end redis. The fuzz target replaces the socket calls.
+#  The back end redis. The fuzz targets replace the socket calls.
 if(TARGET rdbopen_redis)
     addrpubd_fuzz_target(redis RUNS 25000 SOURCES redis_fuzz.cpp LIBS rdbapi_open)
     foreach(call connect send recv)
         target_link_options(redis_fuzz PRIVATE LINKER:--wrap=${call})
+    endforeach()
+
+    #  A cluster. The names of its nodes are not resolved.
+    addrpubd_fuzz_target(redis_cluster RUNS 8000 SOURCES redis_cluster_fuzz.cpp LIBS rdbapi_open)
+    foreach(call connect send recv getaddrinfo)
+        target_link_options(redis_cluster_fuzz PRIVATE LINKER:--wrap=${call})
     endforeach()
 endif()

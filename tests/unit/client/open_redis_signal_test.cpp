@@ -45,4 +45,58 @@ TEST(RedisSignal, EndsAConnectionWhoseServerIsSilent) {
     }
 }
 
+//  Two nodes whose answers differ each time: the slot is there, was moved, is being moved, is down.
+class SignalCluster {
+public:
+    SignalCluster() {
+        for (FakeRedis* node : {&one_, &two_}) {
+            const FakeRedis& other = node == &one_ ? two_ : one_;
+            const std::string port = std::to_string(other.port());
+            node->usually("CLUSTER", "*1\r\n*3\r\n:0\r\n:16383\r\n*2\r\n$9\r\n127.0.0.1\r\n:" + port + "\r\n");
+            for (const char* word : {"HMGET", "EVALSHA"})
+                node->usually(word, "-MOVED 1 127.0.0.1:" + port + "\r\n");
+        }
+    }
+    //  Scripts some answers for the next round.
+    void prepare() {
+        const std::string target = " 1 127.0.0.1:" + std::to_string(two_.port()) + "\r\n";
+        for (FakeRedis* node : {&one_, &two_}) {
+            node->clearAnswers();
+            for (const std::string& answer :
+                 {"-ASK" + target, std::string("-TRYAGAIN x\r\n"), std::string("-CLUSTERDOWN x\r\n")}) {
+                node->answer("EVALSHA", answer);
+                node->answer("HMGET", answer);
+            }
+        }
+    }
+    std::string url() const { return "redis+cluster" + one_.url().substr(std::string("redis").size()); }
+    int connections() { return one_.connections() + two_.connections(); }
+
+private:
+    FakeRedis one_;
+    FakeRedis two_;
+};
+
+TEST(RedisSignal, MayEndTheHandleAtAnyMomentOfRedirections) {
+    SignalCluster cluster;
+    for (int round = 0; round < 1000; ++round) {
+        cluster.prepare();
+        roundOf(cluster.url(), 20 + round * 37 % 6000);
+    }
+    EXPECT_TRUE(workersEnded());
+    EXPECT_GT(cluster.connections(), 0);
+}
+
+TEST(RedisSignal, EndsAPauseOfACluster) {
+    FakeRedis node;
+    node.usually("CLUSTER", "*1\r\n*3\r\n:0\r\n:16383\r\n*2\r\n$0\r\n\r\n:" + std::to_string(node.port()) + "\r\n");
+    for (const char* word : {"HMGET", "EVALSHA"})
+        node.usually(word, "-TRYAGAIN x\r\n");
+    const auto start = std::chrono::steady_clock::now();
+    roundOf("redis+cluster" + node.url().substr(std::string("redis").size()), 30000);
+    EXPECT_TRUE(workersEnded());
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(1500));
+    EXPECT_GE(node.received("HMGET").size(), 1U);
+}
+
 }  // namespace
