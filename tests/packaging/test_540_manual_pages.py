@@ -52,7 +52,11 @@ def test_544_every_key_is_explained(installed, key):
 
 
 @pytest.mark.parametrize(
-    "scheme", ["sqlite:///", "redis://", "rediss://", "redis+unix:///", "hosts:///", "dns://", "dns+tls://", "dyndns2+https://", "log:"]
+    "scheme",
+    [
+        *("sqlite:///", "redis://", "rediss://", "redis+unix:///", "redis+cluster://", "rediss+cluster://"),
+        *("hosts:///", "dns://", "dns+tls://", "dyndns2+https://", "log:"),
+    ],
 )
 def test_545_every_kind_of_server_is_explained(installed, scheme):
     assert re.search(rf"^ +.{re.escape(scheme)}", rendered(installed, "addrpubd.ini.5"), re.MULTILINE)

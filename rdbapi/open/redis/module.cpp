@@ -1,6 +1,7 @@
 //  The module of the back end redis.
 #include "module/file_advice.h"
 #include "module/guarded_backend.h"
+#include "redis/advice.h"
 #include "redis/backend.h"
 
 namespace {
@@ -19,8 +20,13 @@ void adviseOnSocket(const UrlUse& use, std::vector<rdbopen::Advice>& advice) {
                           advice);
 }
 
+void advise(const UrlUse& use, std::vector<rdbopen::Advice>& advice) {
+    adviseOnSocket(use, advice);
+    rdbopen::adviseOnRedis(use, advice);
+}
+
 }  // namespace
 
 RDBAPI_MODULE(redis);
 constinit const rdbopen::Module rdbapix64_redis =
-    rdbopen::describeModule<rdbopen::makePlainRedisBackend, adviseOnSocket>(schemes);
+    rdbopen::describeModule<rdbopen::makePlainRedisBackend, advise>(schemes);

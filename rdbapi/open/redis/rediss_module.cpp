@@ -2,6 +2,7 @@
 #include "module/guarded_backend.h"
 #include "module/tls_advice.h"
 #include "net/tls_stream.h"
+#include "redis/advice.h"
 #include "redis/backend.h"
 
 namespace {
@@ -19,9 +20,14 @@ BackendResult makeRedissBackend(const Url& url, const Credentials& credentials) 
                             [settings = *settings] { return std::make_unique<TlsStream>(settings); });
 }
 
+void advise(const UrlUse& use, std::vector<Advice>& advice) {
+    adviseOnTls(use, advice);
+    adviseOnRedis(use, advice);
+}
+
 constexpr std::string_view schemesWithTls[] = {"rediss", "rediss+cluster"};
 
 }  // namespace
 
 RDBAPI_MODULE(rediss);
-constinit const rdbopen::Module rdbapix64_rediss = describeModule<makeRedissBackend, adviseOnTls>(schemesWithTls);
+constinit const rdbopen::Module rdbapix64_rediss = describeModule<makeRedissBackend, advise>(schemesWithTls);

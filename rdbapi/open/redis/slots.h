@@ -1,8 +1,8 @@
 //  The slot of a key: a Redis Cluster divides all keys into 16384 slots, and each slot belongs to one master
 //  (https://redis.io/docs/reference/cluster-spec).
 //
-//      rdb:value:{host1}    the slot of a key with braces is that of the text in them: CRC-16/XMODEM of "host1" mod 16384
-//      rdb:value:{}         without text in the first braces it is that of the whole key
+//      rdb:value:{host1}    CRC-16/XMODEM of "host1", the text in the first braces, modulo 16384
+//      rdb:value:{}         of the whole key, if there is no text in the first braces
 //
 //  Threads: any thread may call these functions.
 #ifndef RDBAPI_OPEN_REDIS_SLOTS_H

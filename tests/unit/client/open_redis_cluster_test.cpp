@@ -129,6 +129,21 @@ TEST(RedisClusterUrl, RefusesEverythingElseWithAReason) {
               "malformed url: a cluster has only database 0");
 }
 
+TEST(RedisClusterUrl, WithASingleNodeGetsAWarning) {
+    const auto adviceOn = [](const std::string& text) {
+        const Result<Url> url = parseUrl(text);
+        std::vector<Advice> advice;
+        (*moduleForUrl(*url))->advise({*url, {"u", "p"}, "rdburl", "rdbpswd", "host1", {}}, advice);
+        return advice;
+    };
+    ASSERT_EQ(adviceOn("redis+cluster://a?expire=900").size(), 1U);
+    EXPECT_EQ(adviceOn("redis+cluster://a")[0].text,
+              "rdburl: it names one node of the cluster: while that node is down, the service cannot connect after a "
+              "start; name several, separated by commas");
+    for (const char* url : {"redis+cluster://a,b", "redis+cluster://", "redis://a"})
+        EXPECT_TRUE(adviceOn(url).empty()) << url;
+}
+
 TEST_F(RedisCluster, IsAskedForItsSlotsWhenItIsOpened) {
     opened();
     EXPECT_EQ(wordsOf(one), (Words{"AUTH", "CLIENT", "PING", "CLUSTER"}));
