@@ -6,7 +6,7 @@
 
 namespace rdbopen {
 
-//  Adds a warning for a cluster of which the url names a single node.
+//  Adds a warning for a cluster or Sentinels of which the url names a single one.
 void adviseOnRedis(const UrlUse& use, std::vector<Advice>& advice);
 
 }  // namespace rdbopen

@@ -4,6 +4,7 @@
 #include "net/tcp_stream.h"
 #include "redis/cluster_route.h"
 #include "redis/objects.h"
+#include "redis/sentinel_route.h"
 #include "redis/server_route.h"
 
 #include <map>
@@ -155,6 +156,14 @@ Status RedisBackend::checkValue(const RdbSnapshot& record) {
     return *held && (*held)->equals(record) ? Status{} : Status{errorNotHeld, {}};
 }
 
+std::unique_ptr<RedisRoute> makeRoute(RedisPlace place, const Credentials& credentials, const MakeStream& makeStream) {
+    if (place.isCluster())
+        return std::make_unique<ClusterRoute>(std::move(place), credentials, makeStream);
+    if (place.hasSentinels())
+        return std::make_unique<SentinelRoute>(std::move(place), credentials, makeStream);
+    return std::make_unique<ServerRoute>(std::move(place), credentials, makeStream());
+}
+
 }  // namespace
 
 BackendResult makeRedisBackend(const Url& url, const Credentials& credentials, const MakeStream& makeStream) {
@@ -162,12 +171,9 @@ BackendResult makeRedisBackend(const Url& url, const Credentials& credentials, c
     if (!place.ok())
         return place.status();
     const RedisLimits limits = place->limits;
-    if (place->isCluster()) {
-        auto route = std::make_unique<ClusterRoute>(std::move(*place), credentials, makeStream);
-        return BackendResult(std::make_unique<RedisBackend>(std::move(route), limits, redisClusterPutScript));
-    }
-    auto route = std::make_unique<ServerRoute>(std::move(*place), credentials, makeStream());
-    return BackendResult(std::make_unique<RedisBackend>(std::move(route), limits, redisPutScript));
+    const RedisScript& putScript = place->isCluster() ? redisClusterPutScript : redisPutScript;
+    auto route = makeRoute(std::move(*place), credentials, makeStream);
+    return BackendResult(std::make_unique<RedisBackend>(std::move(route), limits, putScript));
 }
 
 BackendResult makePlainRedisBackend(const Url& url, const Credentials& credentials) {

@@ -1,6 +1,6 @@
 #include "redis/cluster_layout.h"
 
-#include "redis/objects.h"
+#include "redis/place.h"
 #include "redis/slots.h"
 
 #include <algorithm>
@@ -15,14 +15,8 @@ using Kind = RedisReply::Kind;
 constexpr std::string_view moved = "MOVED ";
 constexpr std::string_view ask = "ASK ";
 
-//  Returns the server, or nothing if host and port cannot be those of a server.
 std::optional<Server> serverOf(std::string_view host, std::string_view port, const Server& asked) {
-    if (host.empty())
-        host = asked.host;
-    constexpr std::uint16_t noPort = 0;  // a port is always given
-    std::string text = host.find(':') == std::string_view::npos ? std::string(host) : "[" + std::string(host) + "]";
-    Result<std::vector<Server>> servers = parseServers(text.append(":").append(port), noPort);
-    return servers.ok() && servers->size() == 1 ? std::optional(std::move(servers->front())) : std::nullopt;
+    return serverFrom(host.empty() ? asked.host : host, port);
 }
 
 //  Returns the node of an answer to CLUSTER SLOTS: host or nil, port, and elements that are not used.

@@ -2,10 +2,10 @@
 
 #include "engine/clock.h"
 #include "net/secret.h"
-#include "redis/failures.h"
 #include "redis/objects.h"
 #include "redis/refusal.h"
 #include "redis/slots.h"
+#include "redis/turns.h"
 
 #include <algorithm>
 
@@ -22,9 +22,6 @@ constexpr Time stallLimit{2000};
 constexpr Time firstPause{50};
 constexpr Time maxPause{400};
 
-//  A node gets at least this time to answer, even if there are many of them.
-constexpr Time minShare{500};
-
 Status refused(const RedisCommand& command, const RedisReply& reply) {
     return backendFailed(redisRefusal(command.front(), reply.text, reply.quotable));
 }
@@ -39,8 +36,9 @@ Status ClusterRoute::open(const Waiter& waiter, Time until) {
     Result<std::string> password = readSecret(credentials_.password);
     if (!password.ok())
         return password.status();
-    links_.use(waiter, {credentials_.user, std::move(*password)});
-    return tryNodes([this](const Server& node, Time share) { return report(node, share).status(); }, until);
+    links_.use(waiter, {credentials_.user, std::move(*password), 0, false});
+    return tryInTurn(candidates(), waiter, until,
+                     [this](const Server& node, Time share) { return report(node, share).status(); });
 }
 
 //  All keys of a name are in the same slot (objects.h).
@@ -59,7 +57,7 @@ Result<RedisReply> ClusterRoute::ask(std::uint16_t slot, const RedisCommand& com
             closeUnused();
             return reply;
         }
-        down_ = links_.nodes().front();
+        down_ = links_.servers().front();
         slots_.erase(slot);
         if (!pause(time, patience))
             return refused(command, *reply);
@@ -67,7 +65,7 @@ Result<RedisReply> ClusterRoute::ask(std::uint16_t slot, const RedisCommand& com
 }
 
 Result<RedisReply> ClusterRoute::askCurrent(const RedisCommand& command, Time until) {
-    const std::vector<Server> nodes = links_.nodes();
+    const std::vector<Server> nodes = links_.servers();
     if (nodes.empty())
         return backendFailed("there is no connection to the cluster");
     return links_.ask(nodes.front(), command, false, until);
@@ -105,7 +103,8 @@ Status ClusterRoute::connectMaster(std::uint16_t slot, Time until) {
             return {};
         slots_.erase(known);
     }
-    return tryNodes([&](const Server& node, Time share) { return connectMasterKnownTo(node, slot, share); }, until);
+    return tryInTurn(candidates(), *waiter_, until,
+                     [&](const Server& node, Time share) { return connectMasterKnownTo(node, slot, share); });
 }
 
 Status ClusterRoute::connectMasterKnownTo(const Server& node, std::uint16_t slot, Time until) {
@@ -139,23 +138,6 @@ Result<ClusterLayout> ClusterRoute::report(const Server& node, Time until) {
     return layout;
 }
 
-//  Each node gets an equal share of the remaining time, as the addresses of a name do (server_addresses.h).
-Status ClusterRoute::tryNodes(const Attempt& attempt, Time until) const {
-    const std::vector<Server> nodes = candidates();
-    RedisFailures failures;
-    for (std::size_t i = 0; i < nodes.size() && !waiter_->cancelled(); ++i) {
-        const Time now = monotonicNow();
-        if (now >= until)
-            break;
-        const Time share = (until - now) / static_cast<std::int64_t>(nodes.size() - i);
-        Status status = attempt(nodes[i], std::min(until, now + std::max(share, minShare)));
-        if (status.ok())
-            return status;
-        failures.add(status.reason);
-    }
-    return failures.status();
-}
-
 //  The nodes of the url come before those of the last report: when the whole cluster has been replaced, those are gone.
 std::vector<Server> ClusterRoute::candidates() const {
     std::vector<Server> all;
@@ -164,7 +146,7 @@ std::vector<Server> ClusterRoute::candidates() const {
             if (std::find(all.begin(), all.end(), node) == all.end())
                 all.push_back(node);
     };
-    append(links_.nodes());
+    append(links_.servers());
     append(place_.servers);
     append(nodes_);
     std::stable_partition(all.begin(), all.end(), [this](const Server& node) { return !down_ || !(node == *down_); });

@@ -14,7 +14,8 @@
 #define RDBAPI_OPEN_REDIS_CLUSTER_ROUTE_H
 
 #include "engine/backend.h"
-#include "redis/cluster_links.h"
+#include "redis/cluster_layout.h"
+#include "redis/links.h"
 #include "redis/place.h"
 
 #include <map>
@@ -40,10 +41,6 @@ public:
     void close() noexcept override { links_.close(); }
 
 private:
-    //  Tries a node until the given time.
-    using Attempt = std::function<Status(const Server&, std::chrono::milliseconds)>;
-
-    Status tryNodes(const Attempt& attempt, std::chrono::milliseconds until) const;
     std::vector<Server> candidates() const;
     Result<ClusterLayout> report(const Server& node, std::chrono::milliseconds until);
     Status connectMaster(std::uint16_t slot, std::chrono::milliseconds until);
@@ -55,7 +52,7 @@ private:
     const RedisPlace place_;
     const Credentials credentials_;
     const Waiter* waiter_ = nullptr;  // set by open
-    ClusterLinks links_;
+    RedisLinks links_;
     std::vector<Server> nodes_;              // of the last report
     std::map<std::uint16_t, Server> slots_;  // the masters of the slots that were asked for
     std::optional<Server> down_;             // the master that has answered CLUSTERDOWN or TRYAGAIN: it is asked last

@@ -50,21 +50,32 @@ Status Login::authenticate() {
     return backendFailed(redisRefusal("AUTH", replies[0].text, 0));
 }
 
-//  Sets the connection's name, which CLIENT LIST shows, and ignores a failure of this. Tests the connection and selects
-//  the database.
+//  Returns ok if reply is the right answer to command. ROLE: https://redis.io/commands/role
+Status accept(const RedisCommand& command, const RedisReply& reply) {
+    const std::string& word = command.front();
+    if (reply.is(Kind::error))
+        return backendFailed(redisRefusal(word, reply.text, reply.quotable));
+    if (word != "ROLE")
+        return reply.isStatus(word == "PING" ? "PONG" : "OK") ? Status{} : notUnderstood(word);
+    if (!reply.is(Kind::array) || reply.elements.empty() || !reply.elements[0].is(Kind::text))
+        return notUnderstood(word);
+    return reply.elements[0].text == "master" ? Status{} : backendFailed("the server is not a primary but a replica");
+}
+
+//  Sets the connection's name, which CLIENT LIST shows, and ignores a failure of this. Tests the connection, selects
+//  the database and queries the role.
 Status Login::prepare() {
     std::vector<RedisCommand> commands{{"CLIENT", "SETNAME", "addrpubd"}, {"PING"}};
     if (login_.database != 0)
         commands.push_back({"SELECT", std::to_string(login_.database)});
+    if (login_.primaryOnly)
+        commands.push_back({"ROLE"});
     std::vector<RedisReply> replies;
     if (Status status = exchange(commands, replies); !status.ok())
         return status;
-    for (std::size_t i = 1; i < commands.size(); ++i) {
-        if (replies[i].is(Kind::error))
-            return backendFailed(redisRefusal(commands[i].front(), replies[i].text, replies[i].quotable));
-        if (!replies[i].isStatus(i == 1 ? "PONG" : "OK"))
-            return notUnderstood(commands[i].front());
-    }
+    for (std::size_t i = 1; i < commands.size(); ++i)
+        if (Status failed = accept(commands[i], replies[i]); !failed.ok())
+            return failed;
     return {};
 }
 

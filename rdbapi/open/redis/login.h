@@ -1,4 +1,5 @@
-//  What each connection to a Redis server begins with: login, name of the connection, test, selection of the database.
+//  What each connection to a Redis server begins with: login, name of the connection, test, selection of the database,
+//  and role of the server.
 //
 //  Threads: any thread may call these functions.
 #ifndef RDBAPI_OPEN_REDIS_LOGIN_H
@@ -15,6 +16,7 @@ struct RedisLogin {
     std::string user;
     std::string password;  // itself, not the name of its file
     std::uint32_t database = 0;
+    bool primaryOnly = false;  // a replica is refused
 };
 
 //  Logs in on a new connection. Every failure has the code errorBackendFailed.

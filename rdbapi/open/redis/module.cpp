@@ -9,7 +9,7 @@ namespace {
 using rdbopen::Url;
 using rdbopen::UrlUse;
 
-constexpr std::string_view schemes[] = {"redis", "redis+unix", "redis+cluster"};
+constexpr std::string_view schemes[] = {"redis", "redis+unix", "redis+cluster", "redis+sentinel"};
 
 //  Who can replace the socket of redis+unix gets the password.
 void adviseOnSocket(const UrlUse& use, std::vector<rdbopen::Advice>& advice) {

@@ -68,15 +68,30 @@ Status parseSocket(const Url& url, RedisPlace& place) {
     return {};
 }
 
-Status parseServersAndDatabase(const Url& url, RedisPlace& place) {
-    Result<std::vector<Server>> servers = parseServers(url.authority, redisPort);
-    if (!servers.ok())
-        return servers.status();
-    place.servers = std::move(*servers);
-    const std::string_view path = url.path;
+//  MASTER[/DB]. Requires: path begins with "/".
+Status parseMaster(std::string_view path, RedisPlace& place) {
+    path.remove_prefix(1);
+    const std::size_t end = std::min(path.find('/'), path.size());
+    place.master = path.substr(0, end);
+    if (place.master.empty())
+        return malformedUrl("the path does not begin with the name of a master");
+    return path.size() - end < 2 ? Status{} : parseDatabase(path.substr(end + 1), place);
+}
+
+Status parsePath(std::string_view path, RedisPlace& place) {
+    if (place.hasSentinels())
+        return parseMaster(path.empty() ? "/" : path, place);
     if (Status failed = path.size() < 2 ? Status{} : parseDatabase(path.substr(1), place); !failed.ok())
         return failed;
     return place.isCluster() && place.database != 0 ? malformedUrl("a cluster has only database 0") : Status{};
+}
+
+Status parseServersAndPath(const Url& url, RedisPlace& place) {
+    Result<std::vector<Server>> servers = parseServers(url.authority, place.hasSentinels() ? sentinelPort : redisPort);
+    if (!servers.ok())
+        return servers.status();
+    place.servers = std::move(*servers);
+    return parsePath(url.path, place);
 }
 
 }  // namespace
@@ -84,7 +99,7 @@ Status parseServersAndDatabase(const Url& url, RedisPlace& place) {
 Result<RedisPlace> parseRedisPlace(const Url& url) {
     RedisPlace place;
     place.scheme = url.scheme;
-    const auto parse = url.scheme == "redis+unix" ? parseSocket : parseServersAndDatabase;
+    const auto parse = url.scheme == "redis+unix" ? parseSocket : parseServersAndPath;
     Status failed = parse(url, place);
     if (failed.ok())
         failed = parseOptions(url, place);
@@ -98,7 +113,16 @@ std::string redisPlaceText(const RedisPlace& place) {
     if (!place.socket.empty())
         return place.scheme + "://" + place.socket + "?db=" + database;
     const std::string text = place.scheme + "://" + serversText(place.servers);
+    if (place.hasSentinels())
+        return text + "/" + place.master + "/" + database;
     return place.isCluster() ? text : text + "/" + database;
+}
+
+std::optional<Server> serverFrom(std::string_view host, std::string_view port) {
+    constexpr std::uint16_t noPort = 0;  // a port is always given
+    std::string text = host.find(':') == std::string_view::npos ? std::string(host) : "[" + std::string(host) + "]";
+    Result<std::vector<Server>> servers = parseServers(text.append(":").append(port), noPort);
+    return servers.ok() && servers->size() == 1 ? std::optional(std::move(servers->front())) : std::nullopt;
 }
 
 }  // namespace rdbopen

@@ -3,7 +3,8 @@
 //      redis://SERVERS[/DB][?expire=SECONDS&history=NUMBER]    SERVERS: HOST[:PORT][,HOST[:PORT]...]
 //      redis+unix:///PATH[?db=DB&expire=...]                   the server's socket on this machine
 //      redis+cluster://SERVERS[?expire=...]                    nodes of a cluster, which has only database 0
-//      rediss://... rediss+cluster://...                       the same over TLS, with the options of tls_settings.h
+//      redis+sentinel://SERVERS/MASTER[/DB][?expire=...]       Sentinels, and the name of the master that they watch
+//      rediss://... rediss+cluster://... rediss+sentinel://... the same over TLS, with the options of tls_settings.h
 //
 //  Threads: any thread may call these functions.
 #ifndef RDBAPI_OPEN_REDIS_PLACE_H
@@ -13,6 +14,7 @@
 #include "redis/objects.h"
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -21,6 +23,9 @@ namespace rdbopen {
 //  The default port of redis and rediss: 6379 (https://www.iana.org/assignments/service-names-port-numbers), as in the
 //  programs of Redis itself.
 inline constexpr std::uint16_t redisPort = 6379;
+
+//  The port of Sentinels in the documents of Redis.
+inline constexpr std::uint16_t sentinelPort = 26379;
 
 //  Minimum and maximum expiry in seconds. The service repeats an unchanged value after 600 s, or slightly later after a
 //  reconnect. With a shorter expiry, the data of a running host would expire before the repetition.
@@ -31,10 +36,12 @@ struct RedisPlace {
     std::string scheme;
     std::vector<Server> servers;  // in the order of the url; empty if there is a socket
     std::string socket;           // path of the server's Unix socket, or empty
+    std::string master;           // its name among Sentinels, or empty
     std::uint32_t database = 0;
     RedisLimits limits;
 
     bool isCluster() const noexcept { return scheme.ends_with("+cluster"); }
+    bool hasSentinels() const noexcept { return scheme.ends_with("+sentinel"); }
 
     //  Returns whether the connection is encrypted.
     bool usesTls() const noexcept { return scheme.starts_with("rediss"); }
@@ -45,6 +52,10 @@ Result<RedisPlace> parseRedisPlace(const Url& url);
 
 //  Returns the url of place without options, for syslog.
 std::string redisPlaceText(const RedisPlace& place);
+
+//  Returns the server whose host and port a server has reported, which may send anything. Returns nothing if a url could
+//  not contain them.
+std::optional<Server> serverFrom(std::string_view host, std::string_view port);
 
 }  // namespace rdbopen
 

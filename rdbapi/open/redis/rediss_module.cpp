@@ -1,4 +1,4 @@
-//  The module of the back end rediss: the back end redis over TLS, for servers and for clusters.
+//  The module of the back end rediss: the back end redis over TLS, for servers, clusters and Sentinels.
 #include "module/guarded_backend.h"
 #include "module/tls_advice.h"
 #include "net/tls_stream.h"
@@ -25,7 +25,7 @@ void advise(const UrlUse& use, std::vector<Advice>& advice) {
     adviseOnRedis(use, advice);
 }
 
-constexpr std::string_view schemesWithTls[] = {"rediss", "rediss+cluster"};
+constexpr std::string_view schemesWithTls[] = {"rediss", "rediss+cluster", "rediss+sentinel"};
 
 }  // namespace
 

@@ -1,6 +1,7 @@
 //  The way of a command to the server that serves it. The back end (backend.h) knows only this interface.
 //
 //      ServerRoute     one server, or several of which one is the primary (server_route.h)
+//      SentinelRoute   the master that Sentinels name (sentinel_route.h)
 //      ClusterRoute    the masters of a cluster (cluster_route.h)
 //
 //  Every failure has the code errorBackendFailed; the back end has to be opened again. An error answer of the

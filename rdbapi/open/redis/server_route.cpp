@@ -21,7 +21,7 @@ Result<RedisLogin> ServerRoute::login() const {
     Result<std::string> password = readSecret(credentials_.password);
     if (!password.ok())
         return password.status();
-    return RedisLogin{credentials_.user, std::move(*password), place_.database};
+    return RedisLogin{credentials_.user, std::move(*password), place_.database, false};
 }
 
 Status ServerRoute::open(const Waiter& waiter, std::chrono::milliseconds until) {

@@ -212,6 +212,7 @@ std::string FakeRedis::usual(const std::string& word) const {
     if (const auto set = usual_.find(word); set != usual_.end())
         return set->second;
     static const std::map<std::string, std::string> answers{{"PING", "+PONG\r\n"},
+                                                            {"ROLE", "*1\r\n$6\r\nmaster\r\n"},
                                                             {"HMGET", "*3\r\n$-1\r\n$-1\r\n$-1\r\n"},
                                                             {"EVALSHA", "*1\r\n$4\r\ndone\r\n"},
                                                             {"EVAL", "*1\r\n$4\r\ndone\r\n"}};

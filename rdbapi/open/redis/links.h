@@ -1,0 +1,68 @@
+//  Connections to the servers of a cluster or of a group with Sentinels, one for each server that is used. Each is
+//  logged in.
+//
+//  The reason of each failure begins with host and port of the server.
+//
+//  Threads: one thread at a time.
+#ifndef RDBAPI_OPEN_REDIS_LINKS_H
+#define RDBAPI_OPEN_REDIS_LINKS_H
+
+#include "net/server_addresses.h"
+#include "redis/login.h"
+#include "redis/route.h"
+
+#include <memory>
+#include <vector>
+
+namespace rdbopen {
+
+//  Connects to a server: to the first address of its name at which attempt returns ok. attempt: uses the connection
+//  until the given time.
+Status connectTo(RedisConnection& connection, const Server& server, const Waiter& waiter,
+                 std::chrono::milliseconds until, const ServerAddresses::Attempt& attempt);
+
+class RedisLinks {
+public:
+    //  mayMeetTls: a server may speak TLS although the streams do not.
+    RedisLinks(MakeStream makeStream, bool mayMeetTls) : makeStream_(std::move(makeStream)), mayMeetTls_(mayMeetTls) {}
+
+    //  Sets what all later connections use.
+    void use(const Waiter& waiter, RedisLogin login);
+
+    //  Connects to server and logs in, if there is no connection to it. Every failure has the code errorBackendFailed.
+    Status connect(const Server& server, std::chrono::milliseconds until);
+
+    //  Sends a command to server and returns its answer. Closes the connection after a failure.
+    //  asking: sends ASKING before the command. Requires: connect has succeeded for server.
+    Result<RedisReply> ask(const Server& server, const RedisCommand& command, bool asking,
+                           std::chrono::milliseconds until);
+
+    //  Returns the servers, the one that was used last first.
+    std::vector<Server> servers() const;
+
+    //  Closes each connection for which isUsed(server) is false.
+    void keepOnly(const std::function<bool(const Server&)>& isUsed);
+
+    void close() noexcept { links_.clear(); }
+
+    //  Returns the descriptor of the connection that was used last, or -1.
+    int descriptor() const noexcept;
+
+private:
+    struct Link {
+        Server server;
+        std::unique_ptr<RedisConnection> connection;
+    };
+
+    bool moveToFront(const Server& server);
+
+    const MakeStream makeStream_;
+    const bool mayMeetTls_;
+    const Waiter* waiter_ = nullptr;
+    RedisLogin login_;
+    std::vector<Link> links_;  // the one that was used last is the first
+};
+
+}  // namespace rdbopen
+
+#endif

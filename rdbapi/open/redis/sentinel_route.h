@@ -1,0 +1,48 @@
+//  The way to the master of a group of Redis servers that Sentinels watch.
+//
+//      open --> Sentinel: SENTINEL get-master-addr-by-name NAME --> HOST, PORT
+//           --> HOST:PORT: login, ROLE "master"?                --> connected
+//                  \--no, or not reachable--> the next Sentinel
+//
+//  A Sentinel gets no user and no password. After a fail-over the connection is lost, or the server answers READONLY;
+//  both end the session, and the next open asks the Sentinels again.
+//
+//  Threads: one thread at a time.
+#ifndef RDBAPI_OPEN_REDIS_SENTINEL_ROUTE_H
+#define RDBAPI_OPEN_REDIS_SENTINEL_ROUTE_H
+
+#include "engine/backend.h"
+#include "redis/links.h"
+#include "redis/place.h"
+
+namespace rdbopen {
+
+class SentinelRoute final : public RedisRoute {
+public:
+    SentinelRoute(RedisPlace place, Credentials credentials, MakeStream makeStream)
+        : place_(std::move(place)), credentials_(std::move(credentials)), makeStream_(std::move(makeStream)),
+          sentinels_(place_.servers), links_(makeStream_, !place_.usesTls()) {}
+
+    std::string label() const override { return redisPlaceText(place_); }
+    Status open(const Waiter& waiter, std::chrono::milliseconds until) override;
+    Result<RedisReply> ask(std::uint16_t group, const RedisCommand& command, std::chrono::milliseconds until) override;
+    Result<RedisReply> askCurrent(const RedisCommand& command, std::chrono::milliseconds until) override;
+    int descriptor() const noexcept override { return links_.descriptor(); }
+    void close() noexcept override { links_.close(); }
+
+private:
+    Status openThrough(const Server& sentinel, std::chrono::milliseconds until);
+    Result<Server> findMaster(const Server& sentinel, std::chrono::milliseconds until) const;
+
+    const RedisPlace place_;
+    const Credentials credentials_;
+    const MakeStream makeStream_;
+    const Waiter* waiter_ = nullptr;  // set by open
+    std::vector<Server> sentinels_;   // the one that has led to the master last is the first
+    Server master_;
+    RedisLinks links_;
+};
+
+}  // namespace rdbopen
+
+#endif
