@@ -55,7 +55,7 @@ def test_544_every_key_is_explained(installed, key):
     "scheme",
     [
         *("sqlite:///", "redis://", "rediss://", "redis+unix:///", "redis+cluster://", "rediss+cluster://"),
-        *("hosts:///", "dns://", "dns+tls://", "dyndns2+https://", "log:"),
+        *("redis+sentinel://", "rediss+sentinel://", "hosts:///", "dns://", "dns+tls://", "dyndns2+https://", "log:"),
     ],
 )
 def test_545_every_kind_of_server_is_explained(installed, scheme):

@@ -65,6 +65,8 @@ def test_596_the_build_prints_what_was_left_out_and_the_packages(plain):
         ("redis+cluster://h", "libhiredis-dev"),
         ("rediss://h", "libhiredis-dev libssl-dev"),
         ("rediss+cluster://h", "libhiredis-dev libssl-dev"),
+        ("redis+sentinel://h/m", "libhiredis-dev"),
+        ("rediss+sentinel://h/m", "libhiredis-dev libssl-dev"),
         ("dns://s/z", "libldns-dev nettle-dev nlohmann-json3-dev"),
         ("dns+tls://s/z", "libldns-dev nettle-dev nlohmann-json3-dev libssl-dev"),
         ("dyndns2+https://h/p", "libcurl4-openssl-dev nlohmann-json3-dev libssl-dev"),
