@@ -32,6 +32,9 @@ constexpr std::string_view endings[] = {"NOAUTH", "READONLY", "MASTERDOWN"};
 //  its data. Other errors are assumed to be the same at each address.
 constexpr std::string_view wrongServers[] = {"READONLY", "MASTERDOWN", "LOADING"};
 
+//  Prefixes of answers of a primary that takes no writes at present.
+constexpr std::string_view noWrites[] = {"OOM", "MISCONF", "NOREPLICAS"};
+
 //  Prefixes of answers of a cluster that is being changed: it serves the command soon, at this node or another one.
 constexpr std::string_view stalls[] = {"TRYAGAIN", "CLUSTERDOWN", nonLocalKey};
 
@@ -119,6 +122,10 @@ bool redisEndsConnection(std::string_view answer) {
 
 bool redisIsWrongServer(std::string_view answer) {
     return startsWithAny(answer, wrongServers);
+}
+
+bool redisTakesNoWrites(std::string_view answer) {
+    return startsWithAny(answer, noWrites);
 }
 
 bool redisStalls(std::string_view answer) {

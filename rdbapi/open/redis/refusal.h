@@ -22,6 +22,9 @@ bool redisEndsConnection(std::string_view answer);
 //  Returns whether the error answer means that another server may be able to execute the command.
 bool redisIsWrongServer(std::string_view answer);
 
+//  Returns whether the error answer means that the server takes no writes at present: memory, disk, too few replicas.
+bool redisTakesNoWrites(std::string_view answer);
+
 //  Returns whether the error answer means that a cluster is being changed, and the same command may succeed soon.
 bool redisStalls(std::string_view answer);
 

@@ -6,22 +6,11 @@
 
 namespace rdbopen {
 
-namespace {
-
-//  Returns the status for the answer to command: not ok, with failover set, if another server may be able to serve it.
-Status wrongServer(const RedisCommand& command, const RedisReply& reply) {
-    if (!reply.is(RedisReply::Kind::error) || !redisIsWrongServer(reply.text))
-        return {};
-    return refusedByRedis(command.front(), reply);
-}
-
-}  // namespace
-
 Result<RedisLogin> ServerRoute::login() const {
     Result<std::string> password = readSecret(credentials_.password);
     if (!password.ok())
         return password.status();
-    return RedisLogin{credentials_.user, std::move(*password), place_.database, false};
+    return RedisLogin{credentials_.user, std::move(*password), place_.database, place_.servers.size() > 1};
 }
 
 Status ServerRoute::open(const Waiter& waiter, std::chrono::milliseconds until) {
@@ -45,6 +34,18 @@ Status ServerRoute::lookUp(std::chrono::milliseconds& until) {
 Status ServerRoute::logIn(const RedisLogin& login, std::chrono::milliseconds until) {
     Status status = logInToRedis(connection_, login, *waiter_, until);
     status.failover = !status.ok();
+    return status;
+}
+
+//  Returns the status for the answer to command: not ok, with failover set, if another server may be able to serve it.
+//  The servers of a list may differ in their memory, disk and replicas, the addresses of one name do not.
+Status ServerRoute::wrongServer(const RedisCommand& command, const RedisReply& reply) const {
+    const bool isList = place_.servers.size() > 1;
+    if (!reply.is(RedisReply::Kind::error) ||
+        !(redisIsWrongServer(reply.text) || (isList && redisTakesNoWrites(reply.text))))
+        return {};
+    Status status = refusedByRedis(command.front(), reply);
+    status.failover = true;
     return status;
 }
 

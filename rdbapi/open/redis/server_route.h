@@ -1,7 +1,10 @@
-//  The way to a server with one name, which may have several addresses, or with a Unix socket.
+//  The way to a server with one name, which may have several addresses, to the first usable one of several servers, or to
+//  a Unix socket.
 //
-//      open:  resolves the name, and logs in at the first address that allows it
-//      ask:   if the server is a replica or still loads its data, logs in at the next address and asks there
+//      open:  resolves the names, and logs in at the first address that allows it; one of several servers must also be a
+//             primary
+//      ask:   if the server is a replica or still loads its data, logs in at the next address and asks there; one of
+//             several servers also if it takes no writes
 //
 //  Threads: one thread at a time.
 #ifndef RDBAPI_OPEN_REDIS_SERVER_ROUTE_H
@@ -34,6 +37,7 @@ private:
     Status lookUp(std::chrono::milliseconds& until);
     Status logIn(const RedisLogin& login, std::chrono::milliseconds until);
     Result<RedisLogin> login() const;
+    Status wrongServer(const RedisCommand& command, const RedisReply& reply) const;
     Result<RedisReply> askOthers(Status status, const RedisCommand& command, std::chrono::milliseconds until);
 
     const RedisPlace place_;
