@@ -1,9 +1,11 @@
 #include "net/tcp_stream.h"
 
 #include <cerrno>
+#include <linux/sockios.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <poll.h>
+#include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -100,7 +102,20 @@ Status TcpStream::receive(std::span<std::uint8_t> bytes, const Waiter& waiter, s
     return {};
 }
 
+bool TcpStream::hasUnconfirmed() const noexcept {
+    int bytes = 0;
+    return ioctl(descriptor_, SIOCOUTQ, &bytes) == 0 && bytes > 0;
+}
+
+//  With a linger time of 0, close(2) resets the connection and discards its bytes (socket(7)). A Unix socket ignores it.
 void TcpStream::close() noexcept {
+    constexpr linger none{1, 0};
+    if (hasUnconfirmed())
+        setsockopt(descriptor_, SOL_SOCKET, SO_LINGER, &none, sizeof none);
+    finish();
+}
+
+void TcpStream::finish() noexcept {
     if (descriptor_ >= 0)
         ::close(descriptor_);
     descriptor_ = -1;

@@ -20,7 +20,16 @@ public:
     Status receive(std::span<std::uint8_t> bytes, const Waiter& waiter, std::chrono::milliseconds until) override;
     bool endedByServer() const noexcept override { return ended_; }
     int descriptor() const noexcept override { return descriptor_; }
+
+    //  Withdraws the bytes that the server has not confirmed. The kernel would otherwise still send them when the network
+    //  works again, and an old request could overwrite a newer one.
     void close() noexcept override;
+
+    //  Returns whether the server has not confirmed all bytes yet.
+    bool hasUnconfirmed() const noexcept;
+
+    //  Like close, but lets the kernel send the last bytes.
+    void finish() noexcept;
 
 private:
     Status open(const ServerAddress& address, const Waiter& waiter, std::chrono::milliseconds until);

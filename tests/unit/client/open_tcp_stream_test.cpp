@@ -98,6 +98,14 @@ public:
         }
         return text;
     }
+    //  Reads until the connection ends. Returns the errno of the end, or 0 for an end in order.
+    int hearEnd() {
+        char bytes[65536];
+        ssize_t taken = 1;
+        while (taken > 0)
+            taken = read(descriptor_, bytes, sizeof bytes);
+        return taken == 0 ? 0 : errno;
+    }
     void hangUp() {
         if (descriptor_ >= 0)
             close(descriptor_);
@@ -247,6 +255,26 @@ TEST_F(OpenTcpStream, TheDescriptorIsNonBlockingAndClosedOnExec) {
     ASSERT_EQ(connect(), "");
     EXPECT_NE(fcntl(stream.descriptor(), F_GETFL) & O_NONBLOCK, 0);
     EXPECT_NE(fcntl(stream.descriptor(), F_GETFD) & FD_CLOEXEC, 0);
+}
+
+TEST_F(OpenTcpStream, ClosingWithdrawsWhatTheServerHasNotConfirmed) {
+    ASSERT_EQ(connect(), "");
+    const std::string request(16U << 20U, 'x');  // more than the buffers of both ends take
+    EXPECT_EQ(stream.send(bytesOf(request), EndingWaiter(Waiter::Result::timedOut), soon()).reason,
+              "the server does not answer in time");
+    EXPECT_TRUE(stream.hasUnconfirmed());
+    stream.close();
+    EXPECT_EQ(peer.hearEnd(), ECONNRESET);
+}
+
+TEST_F(OpenTcpStream, ClosingEndsAConnectionInOrderIfEverythingIsConfirmed) {
+    EXPECT_FALSE(stream.hasUnconfirmed());
+    ASSERT_EQ(connect(), "");
+    EXPECT_EQ(stream.send(bytesOf("hello"), plainWaiter, soon()).reason, "");
+    EXPECT_EQ(peer.hear(5), "hello");
+    ASSERT_TRUE(eventually([this] { return !stream.hasUnconfirmed(); }));
+    stream.close();
+    EXPECT_EQ(peer.hearEnd(), 0);
 }
 
 }  // namespace

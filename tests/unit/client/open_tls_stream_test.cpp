@@ -33,6 +33,8 @@ void release(void* block, const char*, int) {
 }
 const bool memoryIsWatched = CRYPTO_set_mem_functions(allocate, reallocate, release) == 1;
 
+thread_local int sends = 0;  // calls of send
+
 bool fails(int& error) {
     if (error == 0)
         return false;
@@ -50,6 +52,7 @@ int __wrap_socket(int family, int type, int protocol) {
 ssize_t __real_send(int, const void*, std::size_t, int);
 ssize_t __wrap_send(int descriptor, const void* bytes, std::size_t count, int flags) {
     EXPECT_NE(flags & MSG_NOSIGNAL, 0);
+    ++sends;
     return fails(failSend) ? -1 : __real_send(descriptor, bytes, count, flags);
 }
 ssize_t __real_recv(int, void*, std::size_t, int);
@@ -494,6 +497,21 @@ TEST_F(OpenTlsStream, AFullSocketIsWaitedFor) {
     ASSERT_EQ(connect(server), "");
     failSend = EAGAIN;
     EXPECT_EQ(stream->send(bytesOf("x"), EndingWaiter(Waiter::Result::timedOut), soon()).reason, "");
+}
+
+TEST_F(OpenTlsStream, ClosingSaysFarewellUnlessARequestIsNotConfirmed) {
+    const TlsServer server;
+    ASSERT_EQ(connect(server), "");
+    ASSERT_EQ(exchange(), "");
+    sends = 0;
+    stream->close();
+    EXPECT_EQ(sends, 1);
+    ASSERT_EQ(connect(server), "");
+    const std::string request(16U << 20U, 'x');  // more than the buffers of both ends take
+    EXPECT_NE(stream->send(bytesOf(request), EndingWaiter(Waiter::Result::timedOut), soon()).reason, "");
+    sends = 0;
+    stream->close();
+    EXPECT_EQ(sends, 0);
 }
 
 TEST_F(OpenTlsStream, ANewHandshakeIsNotBegun) {
