@@ -5,7 +5,7 @@ if(TARGET rdbopen_redis)
         target_link_options(redis_fuzz PRIVATE LINKER:--wrap=${call})
     endforeach()
 
-    #  A cluster. The names of its nodes are not resolved.
+    #  A cluster, or Sentinels. The names of the servers are not resolved.
     addrpubd_fuzz_target(redis_cluster RUNS 8000 SOURCES redis_cluster_fuzz.cpp LIBS rdbapi_open)
     foreach(call connect send recv getaddrinfo)
         target_link_options(redis_cluster_fuzz PRIVATE LINKER:--wrap=${call})

@@ -1,6 +1,6 @@
-//  The back end redis with a cluster whose nodes send the input: one piece for each wait, separated by zero bytes. Each
-//  new connection first gets the answers to a login. Compares the nodes and masters in the answer to CLUSTER SLOTS with
-//  a second reader. No request may be sent more often than redirections allow.
+//  The back end redis with a cluster, or with Sentinels and their master, which send the input: one piece for each wait,
+//  separated by zero bytes. A login gets the right answers first. Compares the nodes and masters in the answer to CLUSTER
+//  SLOTS with a second reader. No request may be sent more often than redirections allow.
 #include "backends.h"
 #include "engine/clock.h"
 #include "fuzz_input.h"
@@ -23,7 +23,6 @@ using namespace rdbopen;
 std::deque<std::string> pieces;  // each wait makes the first of them available
 std::string available;
 std::string sent;
-std::size_t connections = 0;
 
 //  The clock does not advance, so a pause does not end with its time, and the request fails.
 class PieceWaiter : public Waiter {
@@ -132,8 +131,6 @@ extern "C" {
 
 int __wrap_connect(int, const sockaddr*, socklen_t);
 int __wrap_connect(int, const sockaddr*, socklen_t) {
-    ++connections;
-    pieces.insert(pieces.begin(), {"+OK\r\n", "+OK\r\n+PONG\r\n"});
     return 0;
 }
 
@@ -146,7 +143,12 @@ int __wrap_getaddrinfo(const char*, const char* service, const addrinfo* hints, 
 
 ssize_t __wrap_send(int, const void* bytes, size_t count, int);
 ssize_t __wrap_send(int, const void* bytes, size_t count, int) {
-    sent.append(static_cast<const char*>(bytes), count);
+    const std::string text(static_cast<const char*>(bytes), count);
+    if (text.find("\r\nAUTH\r\n") != std::string::npos)
+        pieces.emplace_front("+OK\r\n");
+    if (text.find("\r\nSETNAME\r\n") != std::string::npos)
+        pieces.emplace_front("+OK\r\n+PONG\r\n");
+    sent += text;
     return static_cast<ssize_t>(count);
 }
 
@@ -161,12 +163,11 @@ ssize_t __wrap_recv(int, void* bytes, size_t count, int) {
 
 int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     fuzz_input input(data, size);
-    const int request = input.number<std::uint8_t>() % 6;
+    const int kind = input.number<std::uint8_t>() % 12;
     const std::string answers = input.all();
     pieces.clear();
     available.clear();
     sent.clear();
-    connections = 0;
     for (std::size_t at = 0, end = 0; at < answers.size(); at = end + 1) {
         end = std::min(answers.find('\0', at), answers.size());
         const std::string piece = answers.substr(at, end - at);
@@ -175,12 +176,13 @@ int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         if (!piece.empty())
             pieces.push_back(piece);
     }
-    const BackendResult made = makeBackend("redis+cluster://a,b:7000", {"u", "secret"});
+    const BackendResult made =
+        makeBackend(kind < 6 ? "redis+cluster://a,b:7000" : "redis+sentinel://a,b:7000/m", {"u", "secret"});
     require(made.ok(), "the url is valid");
     const Status opened = (*made)->open(waiter);
     verify(opened);
     if (opened.ok())
-        verify(ask(**made, request));
+        verify(ask(**made, kind % 6));
     constexpr std::size_t most = maxRedirections + 1;
     constexpr std::size_t groups = 2;
     require(count("\r\nEVALSHA\r\n") <= groups * most, "a script is not named too often");
