@@ -20,7 +20,7 @@ void adviseOnSocket(const UrlUse& use, std::vector<rdbopen::Advice>& advice) {
                           advice);
 }
 
-void advise(const UrlUse& use, std::vector<rdbopen::Advice>& advice) {
+void adviseOnPlainRedis(const UrlUse& use, std::vector<rdbopen::Advice>& advice) {
     adviseOnSocket(use, advice);
     rdbopen::adviseOnRedis(use, advice);
 }
@@ -29,4 +29,4 @@ void advise(const UrlUse& use, std::vector<rdbopen::Advice>& advice) {
 
 RDBAPI_MODULE(redis);
 constinit const rdbopen::Module rdbapix64_redis =
-    rdbopen::describeModule<rdbopen::makePlainRedisBackend, advise>(schemes);
+    rdbopen::describeModule<rdbopen::makePlainRedisBackend, adviseOnPlainRedis>(schemes);

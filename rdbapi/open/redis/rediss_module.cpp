@@ -20,14 +20,14 @@ BackendResult makeRedissBackend(const Url& url, const Credentials& credentials) 
                             [settings = *settings] { return std::make_unique<TlsStream>(settings); });
 }
 
-void advise(const UrlUse& use, std::vector<Advice>& advice) {
+void adviseOnRediss(const UrlUse& use, std::vector<Advice>& advice) {
     adviseOnTls(use, advice);
     adviseOnRedis(use, advice);
 }
 
-constexpr std::string_view schemesWithTls[] = {"rediss", "rediss+cluster", "rediss+sentinel"};
+constexpr std::string_view tlsSchemes[] = {"rediss", "rediss+cluster", "rediss+sentinel"};
 
 }  // namespace
 
 RDBAPI_MODULE(rediss);
-constinit const rdbopen::Module rdbapix64_rediss = describeModule<makeRedissBackend, advise>(schemesWithTls);
+constinit const rdbopen::Module rdbapix64_rediss = describeModule<makeRedissBackend, adviseOnRediss>(tlsSchemes);
