@@ -47,6 +47,23 @@ public:
     std::function<void()> onPause = [] {};
 };
 
+//  After the first command with the given word, every wait takes a second, in which the node sends a byte of its answer.
+class DrippingWaiter : public Waiter {
+public:
+    DrippingWaiter(FakeRedis& node, std::string word) : node_(node), word_(std::move(word)) {}
+    Result wait(int descriptor, short events, std::chrono::milliseconds until) const noexcept override {
+        if (node_.received(word_).empty())
+            return plainWaiter.wait(descriptor, events, until);
+        node_.say("1");
+        clusterTime += 1000;
+        return monotonicNow() >= until ? Result::timedOut : Result::ready;
+    }
+
+private:
+    FakeRedis& node_;
+    const std::string word_;
+};
+
 struct Range {
     int first;
     int last;
@@ -416,6 +433,23 @@ TEST_F(RedisCluster, EveryAnswerTruncatedAnywhereFailsTheRequest) {
         EXPECT_EQ(put().code, errorBackendFailed) << length;
         backend->close();
     }
+}
+
+TEST_F(RedisCluster, ASlowReportEndsAtTheTimeLimitOfOpening) {
+    one.usually("CLUSTER", "*");
+    EXPECT_EQ(backend->open(DrippingWaiter(one, "CLUSTER")).code, errorBackendFailed);
+    EXPECT_LE(clusterTime, 10000);
+    EXPECT_GT(clusterTime, 1000);
+}
+
+TEST_F(RedisCluster, ASlowRedirectionEndsAtTheTimeLimitOfARequest) {
+    one.usually("EVALSHA", "-MOVED ");
+    const DrippingWaiter dripping(one, "EVALSHA");
+    ASSERT_EQ(backend->open(dripping).reason, "");
+    EXPECT_EQ(put().code, errorBackendFailed);
+    EXPECT_LE(clusterTime, 5000);
+    EXPECT_GT(clusterTime, 1000);
+    backend->close();
 }
 
 TEST_F(RedisCluster, ItsPasswordFileIsReadAtEachOpen) {
