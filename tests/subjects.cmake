@@ -12,7 +12,8 @@ set(retry "^(Backoff|WorkerCheck)[.]"
     "^(Open)?(Dns|Redis|Sqlite)Backend[.].*(Again|Lost)" "^HostsBackendAlone[.].*Retry"
     "^Sqlite(Creation|ForeignChange)[.].*(Retry|Again)"
     "^(WorkerTagQuery|WorkerDesiredState|Wanted|Worker_)[.].*(Again|Repeat|Later|BackOff)")
-set(failover "^Addresses[.]" "^RedisRefusals[.].*(AnotherAddress|Replica)")
+set(failover "^Addresses[.]" "^RedisRefusals[.].*(AnotherAddress|Replica)" "^RedisList[.]"
+    "^Redis(Cluster|Sentinel)[.].*(Replaced|Followed|Moved|FailOver|AnyOfItsNodes)")
 set(not_of_a_server "Malformed|NotAKeyName")  # these urls and users are refused by the client library itself
 
 set(labels unit)
