@@ -1,6 +1,9 @@
 """The back end redis with three real Sentinels, which watch a master and its replica."""
 
+import open_library
 import pytest
+from certificates import Authority
+from host import BUILD
 from rdb_client import CONNECTED, DISCONNECTED, RdbClient, Syslog
 from redis_bed import LIBRARY, SHIM, Server, require
 from sandbox import Sandbox, wait_until
@@ -69,8 +72,8 @@ class Fixture:
             sentinel.start()
         wait_until(lambda: all(one.others() == (1, 2) for one in self.sentinels), "the Sentinels to know each other")
 
-    def open(self, sentinels=SENTINELS, rest="/mymaster", user="default"):
-        self.handle = self.client.open(f"redis+sentinel://{','.join(sentinels)}{rest}", user, "any")
+    def open(self, sentinels=SENTINELS, rest="/mymaster", user="default", scheme="redis+sentinel"):
+        self.handle = self.client.open(f"{scheme}://{','.join(sentinels)}{rest}", user, "any")
 
     def register(self, value):
         self.client.wait_event(self.handle, CONNECTED)
@@ -164,3 +167,19 @@ def test_7474_sentinel_and_user_need_the_permissions_of_the_page(fixture):
     fixture.servers[0].command("ACL", "SETUSER", "host1", "-role")
     fixture.open(SENTINELS[:1], user="host1")
     fixture.log.wait("the user has not every permission that is needed (NOPERM)")
+
+
+def test_7475_sentinel_and_master_are_reached_over_tls(fixture):
+    if not open_library.has(BUILD, "rediss"):
+        pytest.skip("the open client library was built without its back end rediss")
+    authority = Authority(fixture.sandbox, "/mnt/pki")
+    files = authority.issue("server", f"IP:127.0.0.1,IP:{SENTINELS[0]}")
+    tls = {"tls-cert-file": files.certificate, "tls-key-file": files.key, "tls-ca-cert-file": authority.certificate}
+    tls |= {"tls-auth-clients": "no", "tls-replication": "yes", "port": "0"}
+    options = [word for name, value in tls.items() for word in (f"--{name}", value)]
+    fixture.servers[0].start(*options, "--tls-port", "6379")
+    fixture.sentinels[0].start(*[f"{name} {value}" for name, value in tls.items()], f"tls-port {PORT}")
+    fixture.open(SENTINELS[:1], f"/mymaster?ca={authority.certificate}", scheme="rediss+sentinel")
+    fixture.register("over TLS")
+    assert fixture.servers[0].value() == "over TLS"
+    assert fixture.log.lines("rdbapi:") == []
