@@ -25,11 +25,11 @@ def wire():
     return packets, int(words[9]) - ETHERNET * packets
 
 
-def opened():
-    """Returns the number of TCP connections that were accepted in this network."""
+def datagrams():
+    """Returns the number of UDP datagrams that were received in this network."""
     lines = Path("/proc/net/snmp").read_text().splitlines()
-    names, values = (line.split() for line in lines if line.startswith("Tcp:"))
-    return int(values[names.index("PassiveOpens")])
+    names, values = (line.split() for line in lines if line.startswith("Udp:"))
+    return int(values[names.index("InDatagrams")])
 
 
 def crossed(action, count=1):

@@ -150,6 +150,7 @@ class Bind(DnsServer):
 
     folder = "/var/lib/bind"  # its AppArmor profile allows it to read and write there
     journal = "zone.jnl"
+    check_queries = 1  # it adds the AAAA records to the answer with the HTTPS records
 
     def __init__(self, policy="zonesub", hosts=1):
         super().__init__()
@@ -187,6 +188,7 @@ class Bind(DnsServer):
 class Knot(DnsServer):
     folder = "/media"
     journal = "db/**/*.mdb"
+    check_queries = 2
 
     def command(self):
         return ["knotd", "-c", f"{self.folder}/conf"]

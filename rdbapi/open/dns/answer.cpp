@@ -28,16 +28,23 @@ bool isOf(const ldns_rr& record, const Name& owner, std::uint16_t type) {
            ldns_dname_compare(ldns_rr_owner(&record), owner.get()) == 0;
 }
 
-std::vector<DnsBytes> answerOf(const ldns_pkt& packet, const std::string& owner, std::uint16_t type) {
+std::vector<DnsBytes> recordsOf(const ldns_rr_list* section, const std::string& owner, std::uint16_t type) {
     std::vector<DnsBytes> found;
     const Name name(ldns_dname_new_frm_str((owner + ".").c_str()));
-    const ldns_rr_list* const answer = ldns_pkt_answer(&packet);
-    for (std::size_t i = 0; name && i < ldns_rr_list_rr_count(answer); ++i) {
-        const ldns_rr* const record = ldns_rr_list_rr(answer, i);
+    for (std::size_t i = 0; name && i < ldns_rr_list_rr_count(section); ++i) {
+        const ldns_rr* const record = ldns_rr_list_rr(section, i);
         if (isOf(*record, name, type))
             found.push_back(dataOf(*record));
     }
     return found;
+}
+
+bool holds(const ldns_rr_list* section, const RecordSet& set) {
+    std::vector<DnsBytes> held = recordsOf(section, set.owner, set.type);
+    std::vector<DnsBytes> expected = set.records;
+    std::sort(held.begin(), held.end());
+    std::sort(expected.begin(), expected.end());
+    return held == expected;
 }
 
 }  // namespace
@@ -54,15 +61,15 @@ unsigned rcodeOf(const ldns_pkt& packet) {
 }
 
 bool answerHas(const ldns_pkt& packet, const std::string& owner, std::uint16_t type) {
-    return !answerOf(packet, owner, type).empty();
+    return !recordsOf(ldns_pkt_answer(&packet), owner, type).empty();
 }
 
 bool answerHolds(const ldns_pkt& packet, const RecordSet& set) {
-    std::vector<DnsBytes> held = answerOf(packet, set.owner, set.type);
-    std::vector<DnsBytes> expected = set.records;
-    std::sort(held.begin(), held.end());
-    std::sort(expected.begin(), expected.end());
-    return held == expected;
+    return holds(ldns_pkt_answer(&packet), set);
+}
+
+bool additionalHolds(const ldns_pkt& packet, const RecordSet& set) {
+    return !set.records.empty() && holds(ldns_pkt_additional(&packet), set);
 }
 
 }  // namespace rdbopen

@@ -32,6 +32,9 @@ bool answerHas(const ldns_pkt& packet, const std::string& owner, std::uint16_t t
 //  Times to live are not compared, because a server may limit them.
 bool answerHolds(const ldns_pkt& packet, const RecordSet& set);
 
+//  Like answerHolds, for the additional section, where missing records mean nothing: false for an empty set.
+bool additionalHolds(const ldns_pkt& packet, const RecordSet& set);
+
 }  // namespace rdbopen
 
 #endif

@@ -1,6 +1,6 @@
 #include "dns/backend.h"
 
-#include "dns/exchange.h"
+#include "dns/check.h"
 #include "dns/records.h"
 #include "dns/words.h"
 #include "engine/clock.h"
@@ -10,13 +10,11 @@
 
 #include <algorithm>
 #include <functional>
-#include <stdlib.h>
 
 namespace rdbopen {
 
 namespace {
 
-constexpr std::chrono::milliseconds exchangeLimit{5000};
 constexpr std::chrono::milliseconds openLimit{10000};
 constexpr std::chrono::milliseconds checkLimit{10000};
 
@@ -47,9 +45,6 @@ private:
     Status sendUpdate(DnsExchange& exchange, const DnsBytes& message, const std::vector<RecordSet>& sets,
                       std::chrono::milliseconds until) const;
     Status findAlias(DnsExchange& exchange, const std::vector<RecordSet>& sets, std::chrono::milliseconds until) const;
-    Status checkSet(DnsExchange& exchange, const RecordSet& set, std::chrono::milliseconds until) const;
-    Status checkAlias(DnsExchange& exchange, const std::string& owner, std::chrono::milliseconds until) const;
-    Status checkAbsence(DnsExchange& exchange, const RecordSet& set, std::chrono::milliseconds until) const;
     Result<TsigKey> readKey() const;
 
     const DnsZone zone_;
@@ -59,24 +54,6 @@ private:
     const Waiter* waiter_ = nullptr;  // null while closed
     ServerAddresses addresses_;
 };
-
-//  Returns the status for an answer with a response code other than 0.
-Status refusedWith(unsigned rcode) {
-    return {errorServerRefused, rcodeWords(rcode), isWrongServer(rcode)};
-}
-
-Status wrongServer(std::string reason) {
-    return {errorServerRefused, std::move(reason), true};
-}
-
-//  Returns the time at which one exchange must end. until: the time at which the whole operation must end.
-std::chrono::milliseconds exchangeEnd(std::chrono::milliseconds until) {
-    return std::min(until, monotonicNow() + exchangeLimit);
-}
-
-std::uint16_t newId() {
-    return static_cast<std::uint16_t>(arc4random());
-}
 
 //  Reads the password file each time, so that a key can be changed while the service runs.
 Result<TsigKey> DnsBackend::readKey() const {
@@ -176,47 +153,9 @@ Status DnsBackend::sendUpdate(DnsExchange& exchange, const DnsBytes& message, co
 Status DnsBackend::findAlias(DnsExchange& exchange, const std::vector<RecordSet>& sets,
                              std::chrono::milliseconds until) const {
     for (const std::string& owner : ownersOfRecords(sets))
-        if (Status found = checkAlias(exchange, owner, until); found.code == errorServerRefused)
+        if (Status found = checkAlias(exchange, zone_.zone, owner, until); found.code == errorServerRefused)
             return found;
     return serverRefused(rcodeWords(rcodeYxRrset));
-}
-
-//  Returns errorNotHeld if the server does not have exactly the records of set. An alias (CNAME) at the name prevents
-//  other records there, which matters only if the set has records.
-Status DnsBackend::checkSet(DnsExchange& exchange, const RecordSet& set, std::chrono::milliseconds until) const {
-    const Answer answer = exchange.ask(queryMessage(newId(), set.owner, set.type), exchangeEnd(until));
-    if (!answer.ok())
-        return answer.status();
-    const unsigned rcode = rcodeOf(**answer);
-    if (rcode != rcodeNoError && rcode != rcodeNxDomain)
-        return refusedWith(rcode);
-    if (!ldns_pkt_aa(answer->get()))
-        return wrongServer("the server is not authoritative for " + set.owner);
-    if (!set.records.empty() && answerHas(**answer, set.owner, typeCname))
-        return checkAlias(exchange, set.owner, until);
-    if (answerHolds(**answer, set))
-        return {};
-    return set.records.empty() ? checkAbsence(exchange, set, until) : Status{errorNotHeld, {}};
-}
-
-//  Returns errorServerRefused if the zone itself has an alias at owner, else errorNotHeld or the failure of the
-//  exchange. An alias that the server synthesises from a wildcard looks the same in an answer (RFC 4592), but does not
-//  prevent records. Therefore this uses the prerequisite of an update, which the server tests against the zone itself.
-Status DnsBackend::checkAlias(DnsExchange& exchange, const std::string& owner, std::chrono::milliseconds until) const {
-    const Answer answer = exchange.ask(absenceMessage(newId(), zone_.zone, owner, typeCname), exchangeEnd(until));
-    if (!answer.ok())
-        return answer.status();
-    return rcodeOf(**answer) == rcodeYxRrset ? serverRefused(aliasWords(owner)) : Status{errorNotHeld, {}};
-}
-
-//  Returns errorNotHeld if the zone itself may have a record with set's owner and type. Records in the answer to a
-//  query may come from a wildcard, so this uses the prerequisite of an update. If the server does not support it, the
-//  update is sent again, which is harmless.
-Status DnsBackend::checkAbsence(DnsExchange& exchange, const RecordSet& set, std::chrono::milliseconds until) const {
-    const Answer answer = exchange.ask(absenceMessage(newId(), zone_.zone, set.owner, set.type), exchangeEnd(until));
-    if (!answer.ok())
-        return answer.status();
-    return rcodeOf(**answer) == rcodeNoError ? Status{} : Status{errorNotHeld, {}};
 }
 
 Status DnsBackend::checkRequest(std::string_view text) {
@@ -231,12 +170,15 @@ Status DnsBackend::checkRequest(std::string_view text) {
         return key.status();
     //  The name is not resolved again: a call must be able to interrupt the check, and cannot interrupt getaddrinfo.
     const std::chrono::milliseconds until = monotonicNow() + checkLimit;
-    return atServer(std::move(*key), until, [&](DnsExchange& exchange, auto) {
-        for (const RecordSet& set : *sets)
-            if (Status status = checkSet(exchange, set, until); !status.ok())
-                return status;
-        return Status{};
-    });
+    const ZoneCheck check(zone_.zone, *sets);
+    DnsExchange exchange(*stream_, *waiter_, std::move(*key));
+    return addresses_.tryEach(
+        *waiter_, until,
+        [&](const ServerAddress& address, auto share) {
+            return zone_.encrypted() ? exchange.connect(address, exchangeEnd(share))
+                                     : exchange.reach(address, check.first(), exchangeEnd(share));
+        },
+        [&](auto) { return check.run(exchange, until); });
 }
 
 }  // namespace

@@ -19,18 +19,54 @@ DnsBytes framed(const DnsBytes& message) {
 }  // namespace
 
 Status DnsExchange::connect(const ServerAddress& address, std::chrono::milliseconds until) {
+    early_.reset();
+    datagrams_.close();
+    if (waiter_.cancelled())
+        return backendFailed("the handle was closed, or a call waits");
     return stream_.connect(address, waiter_, until);
 }
 
-Answer DnsExchange::ask(DnsBytes message, std::chrono::milliseconds until) {
-    if (monotonicNow() >= until)  // the limit also applies if no operation has to wait
-        return waitFailure(Waiter::Result::timedOut);
-    const Result<SignedRequest> request = signRequest(std::move(message), key_, wallNow() / 1000);
+Status DnsExchange::reach(const ServerAddress& address, const DnsBytes& first, std::chrono::milliseconds until) {
+    const Result<SignedRequest> request = sign(first);
     if (!request.ok())
         return request.status();
-    if (request->wire.size() > maxDnsMessageSize)
+    early_.reset();
+    address_ = address;
+    datagrams_.open(address);
+    if (datagrams_.isOpen())
+        if (std::optional<Packet> answer = datagrams_.ask(*request, key_, waiter_, until)) {
+            early_ = std::move(*answer);
+            return {};
+        }
+    return connect(address, until);
+}
+
+Answer DnsExchange::ask(const DnsBytes& message, std::chrono::milliseconds until) {
+    if (early_ != nullptr)
+        return std::move(early_);
+    if (monotonicNow() >= until)  // the limit also applies if no operation has to wait
+        return waitFailure(Waiter::Result::timedOut);
+    const Result<SignedRequest> request = sign(message);
+    if (!request.ok())
+        return request.status();
+    if (datagrams_.isOpen()) {
+        if (std::optional<Packet> answer = datagrams_.ask(*request, key_, waiter_, until))
+            return std::move(*answer);
+        if (Status failed = connect(address_, until); !failed.ok())
+            return failed;
+    }
+    return askStream(*request, until);
+}
+
+Result<SignedRequest> DnsExchange::sign(const DnsBytes& message) const {
+    Result<SignedRequest> request = signRequest(message, key_, wallNow() / 1000);
+    if (request.ok() && request->wire.size() > maxDnsMessageSize)
         return backendFailed("the signed message is too long");
-    if (Status failed = stream_.send(framed(request->wire), waiter_, until); !failed.ok())
+    return request;
+}
+
+Answer DnsExchange::askStream(const SignedRequest& request, std::chrono::milliseconds until) {
+    if (Status failed = stream_.send(framed(request.wire), waiter_, until); !failed.ok())
         return failed;
     std::uint8_t length[lengthLength];
     if (Status failed = stream_.receive(length, waiter_, until); !failed.ok())
@@ -38,7 +74,7 @@ Answer DnsExchange::ask(DnsBytes message, std::chrono::milliseconds until) {
     DnsBytes received(readDns16(length));
     if (Status failed = stream_.receive(received, waiter_, until); !failed.ok())
         return failed;
-    return readAnswer(received, *request, key_, wallNow() / 1000);
+    return readAnswer(received, request, key_, wallNow() / 1000);
 }
 
 }  // namespace rdbopen

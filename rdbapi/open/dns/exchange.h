@@ -1,5 +1,8 @@
-//  One connection to a DNS server: signed requests and their answers, one after the other (RFC 7766). Each message is
-//  preceded by a two-byte length.
+//  Signed requests to one address of a DNS server and their answers, one after the other: over a connection (RFC 7766),
+//  where each message is preceded by a two-byte length, or over UDP (datagram.h).
+//
+//      connect   all requests use the connection
+//      reach     requests use UDP; from the first one without a usable answer on, they use a connection
 //
 //  A connection is used for one operation and then closed, because servers close idle connections within seconds.
 //
@@ -7,6 +10,7 @@
 #ifndef RDBAPI_OPEN_DNS_EXCHANGE_H
 #define RDBAPI_OPEN_DNS_EXCHANGE_H
 
+#include "dns/datagram.h"
 #include "dns/tsig.h"
 #include "net/stream.h"
 
@@ -24,13 +28,23 @@ public:
     //  Connects like Stream::connect.
     Status connect(const ServerAddress& address, std::chrono::milliseconds until);
 
+    //  Asks first over UDP, because only an answer shows that the address can be reached. Without an answer, connects.
+    //  Requires: the next call of ask has the same message.
+    Status reach(const ServerAddress& address, const DnsBytes& first, std::chrono::milliseconds until);
+
     //  Signs message, sends it and returns the verified answer. Fails with errorBackendFailed if there is no answer.
-    Answer ask(DnsBytes message, std::chrono::milliseconds until);
+    Answer ask(const DnsBytes& message, std::chrono::milliseconds until);
 
 private:
+    Answer askStream(const SignedRequest& request, std::chrono::milliseconds until);
+    Result<SignedRequest> sign(const DnsBytes& message) const;
+
     Stream& stream_;
     const Waiter& waiter_;
     TsigKey key_;
+    DatagramSocket datagrams_;  // closed while requests use the connection
+    ServerAddress address_{};   // of datagrams_
+    Packet early_;              // the answer to reach's message, until ask returns it
 };
 
 }  // namespace rdbopen

@@ -82,4 +82,18 @@ DnsLayout layoutOf(std::span<const std::uint8_t> message, SignaturePlace& place)
     return rest.empty() ? DnsLayout::bare : DnsLayout::malformed;
 }
 
+//  The first name of a message is never compressed, because no name precedes it.
+bool hasQuestionOf(std::span<const std::uint8_t> answer, std::span<const std::uint8_t> request) {
+    const auto body = request.subspan(dnsHeaderLength);
+    const auto nameEnd = std::find(body.begin(), body.end(), 0) + 1;
+    const auto lower = [](std::uint8_t byte) { return byte >= 'A' && byte <= 'Z' ? byte - 'A' + 'a' : byte; };
+    const auto nameLength = static_cast<std::size_t>(nameEnd - body.begin());
+    if (readDns16(&answer[countsAt]) != 1 || answer.size() < dnsHeaderLength + nameLength + questionTail)
+        return false;
+    const auto name = answer.subspan(dnsHeaderLength, nameLength);
+    return std::equal(name.begin(), name.end(), body.begin(),
+                      [&lower](std::uint8_t a, std::uint8_t b) { return lower(a) == lower(b); }) &&
+           std::equal(nameEnd, nameEnd + questionTail, name.data() + nameLength);
+}
+
 }  // namespace rdbopen

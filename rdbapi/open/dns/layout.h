@@ -30,6 +30,10 @@ struct SignaturePlace {
 //  Determines the layout of message. Sets place for DnsLayout::hasSignature.
 DnsLayout layoutOf(std::span<const std::uint8_t> message, SignaturePlace& place);
 
+//  Returns whether answer has the same question as request, and no other. The case of letters may differ.
+//  Requires: both have a header; request was made by message.h.
+bool hasQuestionOf(std::span<const std::uint8_t> answer, std::span<const std::uint8_t> request);
+
 inline unsigned readDns16(const std::uint8_t* bytes) {
     return static_cast<unsigned>(bytes[0]) << 8 | bytes[1];
 }

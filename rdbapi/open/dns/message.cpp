@@ -10,9 +10,10 @@ namespace {
 constexpr std::uint16_t classIn = 1;
 constexpr std::uint16_t classNone = 254;
 constexpr std::uint16_t classAny = 255;
+constexpr std::uint16_t typeOpt = 41;  // RFC 6891; the class of this record is the maximum length of the answer
 
-//  Sections of an update (RFC 2136 section 2.2). Each value is the offset of the section's record count in the header.
-enum class Section : std::size_t { prerequisites = 6, updates = 8 };
+//  Sections of a message (RFC 2136 section 2.2). Each value is the offset of the section's record count in the header.
+enum class Section : std::size_t { prerequisites = 6, updates = 8, additional = 10 };
 
 class Writer {
 public:
@@ -137,6 +138,7 @@ DnsBytes absenceMessage(std::uint16_t id, const std::string& zone, const std::st
 DnsBytes queryMessage(std::uint16_t id, const std::string& owner, std::uint16_t type) {
     Writer writer(id, opcodeQuery);
     writer.question(owner, type);
+    writer.record(Section::additional, {}, typeOpt, maxDatagramSize, 0, {});
     return writer.take();
 }
 

@@ -5,8 +5,8 @@
 //      add record 1 of set 1 | ...
 //      prerequisite (RFC 2136 section 2.4.3), an update without changes:
 //      | id | opcode 5 | counts | zone SOA IN | owner type NONE |
-//      query (RFC 1035 section 4.1):
-//      | id | opcode 0 | counts | owner type IN |
+//      query (RFC 1035 section 4.1), with the maximum length of its answer over UDP (RFC 6891):
+//      | id | opcode 0 | counts | owner type IN | OPT maxDatagramSize |
 //
 //  Owner names are compressed (RFC 1035 section 4.1.4); names in the data of a record are not.
 //
@@ -37,6 +37,9 @@ inline constexpr unsigned opcodeUpdate = 5;
 
 //  Maximum length of a message over TCP in bytes (RFC 1035 section 4.2.2).
 inline constexpr std::size_t maxDnsMessageSize = 65535;
+
+//  Maximum length of an answer over UDP in bytes. Datagrams of this length are not fragmented (RFC 9715 section 3.1).
+inline constexpr std::size_t maxDatagramSize = 1232;
 
 //  All records of one owner and type.
 struct RecordSet {

@@ -189,7 +189,7 @@ Status verifyHeader(View message, const SignedRequest& request) {
         return backendFailed("the message is not an answer to this kind of request");
     if (read16(message) != request.id)
         return backendFailed("the answer belongs to another request");
-    return (flags & flagTruncated) != 0 ? backendFailed("the answer is cut short") : Status{};
+    return {};
 }
 
 unsigned headerCode(View message) {
@@ -277,7 +277,7 @@ Result<SignedRequest> signRequest(DnsBytes message, const TsigKey& key, std::int
     putDns16(data, request.id);
     append(data, none);
     append(data, none);
-    message[additionalAt + 1] = 1;
+    ++message[additionalAt + 1];
     append(message, nameBytes(key.name));
     append(message, typeClassTtl);
     putDns16(message, data.size());
@@ -289,12 +289,22 @@ Result<SignedRequest> signRequest(DnsBytes message, const TsigKey& key, std::int
 Answer readAnswer(View message, const SignedRequest& request, const TsigKey& key, std::int64_t now) {
     if (Status fault = verifyHeader(message, request); !fault.ok())
         return fault;
+    if ((message[flagsAt] & flagTruncated) != 0)
+        return backendFailed("the answer is cut short");
     Answer answer = verify(message, request, key, now);
     if (answer.ok())
         return answer;
     Status failure = answer.status();
     failure.failover = isWrongServer(headerCode(message));
     return failure;
+}
+
+Answer readDatagram(View message, const SignedRequest& request, const TsigKey& key, std::int64_t now) {
+    if (Status fault = verifyHeader(message, request); !fault.ok())
+        return fault;
+    if (!hasQuestionOf(message, request.wire))
+        return backendFailed("the answer belongs to another question");
+    return verify(message, request, key, now);
 }
 
 }  // namespace rdbopen

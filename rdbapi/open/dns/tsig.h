@@ -60,9 +60,13 @@ Result<SignedRequest> signRequest(DnsBytes message, const TsigKey& key, std::int
 //  address is harmless.
 using Answer = Result<Packet>;
 
-//  Verifies message as the answer to request. now: s since 1970-01-01 UTC.
+//  Verifies message as the answer to request. now: s since 1970-01-01 UTC. Fails if the message is truncated (TC).
 Answer readAnswer(std::span<const std::uint8_t> message, const SignedRequest& request, const TsigKey& key,
                   std::int64_t now);
+
+//  Like readAnswer, for a message that arrived as a datagram: it may be truncated, and must have the question of request.
+Answer readDatagram(std::span<const std::uint8_t> message, const SignedRequest& request, const TsigKey& key,
+                    std::int64_t now);
 
 }  // namespace rdbopen
 

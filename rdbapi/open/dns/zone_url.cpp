@@ -98,6 +98,10 @@ Status takeOptions(const Url& url, DnsZone& zone) {
 
 }  // namespace
 
+bool DnsZone::encrypted() const {
+    return scheme == tlsScheme;
+}
+
 Result<DnsZone> parseDnsZone(const Url& url) {
     Result<std::vector<Server>> servers = parseServers(url.authority, url.scheme == tlsScheme ? dnsTlsPort : dnsPort);
     if (!servers.ok())

@@ -26,6 +26,9 @@ struct DnsZone {
     bool skipTemporary = false;              // according to the kernel's flags of the address
     bool skipDeprecated = false;             // according to the kernel's flags of the address
     std::chrono::milliseconds check{60000};  // interval between checks of the server; 0 for never, at most one day
+
+    //  Returns whether everything is sent over TLS, so nothing over UDP.
+    bool encrypted() const;
 };
 
 //  Parses a url of this back end, without the options of TLS. Fails with malformedUrl.

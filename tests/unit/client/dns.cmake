@@ -15,6 +15,11 @@ addrpubd_unit_test(open_dns_message_test ONE_THREAD
     LIBS open_dns_support
     WRAP open read)
 
+addrpubd_unit_test(open_dns_datagram_test
+    SOURCES open_dns_datagram_test.cpp open_quiet_syslog.cpp
+    LIBS open_dns_support
+    WRAP clock_gettime poll socket send recv)
+
 addrpubd_unit_test(open_dns_test
     SOURCES open_backend_dns_test.cpp open_dns_signal_test.cpp open_quiet_syslog.cpp
     APART open_dns_hostile_test.cpp

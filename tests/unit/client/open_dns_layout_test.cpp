@@ -50,6 +50,23 @@ TEST(DnsLayout, ASignatureOfAnotherClassOrTtlIsMalformed) {
     EXPECT_EQ(layout(header("0000 0000 0000 0001") + "00 00fa 00ff 00000001 0002 abcd"), DnsLayout::malformed);
 }
 
+TEST(DnsQuestion, IsThatOfTheRequestInAnyCaseOfLetters) {
+    const DnsBytes request = fromHex(header("0001 0000 0000 0000") + "0161 0162 00 0041 0001");
+    const auto same = [&request](const std::string& counts, const std::string& question) {
+        return hasQuestionOf(fromHex(header(counts.c_str()) + question), request);
+    };
+    EXPECT_TRUE(same("0001 0000 0000 0000", "0161 0162 00 0041 0001"));
+    EXPECT_TRUE(same("0001 0000 0000 0000", "0141 0142 00 0041 0001 c00c"));
+    EXPECT_FALSE(same("0000 0000 0000 0000", "0161 0162 00 0041 0001"));
+    EXPECT_FALSE(same("0002 0000 0000 0000", "0161 0162 00 0041 0001"));
+    EXPECT_FALSE(same("0101 0000 0000 0000", "0161 0162 00 0041 0001"));
+    EXPECT_FALSE(same("0001 0000 0000 0000", "0161 0163 00 0041 0001"));
+    EXPECT_FALSE(same("0001 0000 0000 0000", "0161 0162 00 0061 0001"));
+    EXPECT_FALSE(same("0001 0000 0000 0000", "0161 0162 00 0041 00ff"));
+    EXPECT_FALSE(same("0001 0000 0000 0000", "0161 0162 00 0041 00"));
+    EXPECT_FALSE(same("0001 0000 0000 0000", ""));
+}
+
 TEST(DnsLayout, RecordsThatDoNotEndWithTheMessageAreMalformed) {
     for (const char* const message :
          {"", "1234 8400 0000 0000 0000 00", "1234 8400 0000 0000 0000 0000 00", "1234 8400 0001 0000 0000 0000",

@@ -56,9 +56,10 @@ TEST(DnsUpdate, CanRequireThatTheZoneItselfHasNoSuchRecordSet) {
                             "01 68 c00c 001c 00fe 00000000 0000")));
 }
 
-TEST(DnsQuery, RequestsNoRecursion) {
+TEST(DnsQuery, RequestsNoRecursionAndAnnouncesTheLengthOfDatagrams) {
     EXPECT_EQ(toHex(queryMessage(0x1234, "example.org", typeSoa)),
-              toHex(fromHex("1234 0000 0001 0000 0000 0000 07 6578616d706c65 03 6f7267 00 0006 0001")));
+              toHex(fromHex("1234 0000 0001 0000 0000 0001 07 6578616d706c65 03 6f7267 00 0006 0001"
+                            "00 0029 04d0 00000000 0000")));
 }
 
 //  A record of 16 bytes with a compressed owner is 28 bytes long.

@@ -163,6 +163,26 @@ DnsBytes genuineAnswer(const SeenRequest& request, unsigned rcode, const std::ve
     return signMessage(plainAnswer(request.id, request.opcode, rcode, records), request.mac, signing);
 }
 
+DnsBytes withQuestion(DnsBytes message, const SeenRequest& request) {
+    const auto first = request.wire.begin() + 12;
+    const auto last = std::find(first, request.wire.end(), 0) + 5;
+    message.insert(message.begin() + 12, first, last);
+    message[5] = 1;
+    return message;
+}
+
+DnsBytes datagramAnswer(const SeenRequest& request, unsigned rcode, const std::vector<AnswerRecord>& records,
+                        const std::vector<AnswerRecord>& additional) {
+    std::vector<AnswerRecord> all = records;
+    all.insert(all.end(), additional.begin(), additional.end());
+    DnsBytes message = withQuestion(plainAnswer(request.id, request.opcode, rcode, all), request);
+    message[7] = static_cast<std::uint8_t>(records.size());
+    message[11] = static_cast<std::uint8_t>(additional.size());
+    Signing signing;
+    signing.time = request.time;
+    return signMessage(message, request.mac, signing);
+}
+
 AnswerRecord soaOf(const std::string& zone) {
     DnsBytes data = nameBytes("ns." + zone);
     append(data, nameBytes("root." + zone));
@@ -242,11 +262,54 @@ void DnsServer::serve(int connection) {
             return;
         if (reaction.then == Reaction::Then::goOn)
             continue;
+        if (reaction.then == Reaction::Then::end)
+            return;
         silent_ = true;
         DnsBytes never(1);
-        if (reaction.then == Reaction::Then::keepSilent)
-            receive(connection, never);
+        receive(connection, never);
         return;
+    }
+}
+
+DatagramServer::DatagramServer(std::uint16_t port, Script script)
+    : script_(std::move(script)), socket_(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)),
+      elsewhere_(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)), ending_(eventfd(0, EFD_CLOEXEC)) {
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    address.sin_port = htons(port);
+    if (bind(socket_, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0)
+        std::abort();  // another program uses the port
+    thread_ = std::thread([this] { run(); });
+}
+
+DatagramServer::~DatagramServer() {
+    eventfd_write(ending_, 1);
+    thread_.join();
+    close(socket_);
+    close(elsewhere_);
+    close(ending_);
+}
+
+void DatagramServer::run() {
+    for (;;) {
+        pollfd waited[] = {{socket_, POLLIN, 0}, {ending_, POLLIN, 0}};
+        poll(waited, 2, -1);
+        if (waited[1].revents != 0)
+            return;
+        DnsBytes message(65536);
+        sockaddr_in client{};
+        socklen_t length = sizeof client;
+        auto* const place = reinterpret_cast<sockaddr*>(&client);
+        const ssize_t size = recvfrom(socket_, message.data(), message.size(), 0, place, &length);
+        if (size < 0)
+            continue;  // the client has closed its socket
+        message.resize(static_cast<std::size_t>(size));
+        const SeenRequest request = seeRequest(message);
+        for (const Datagram& sent : script_(request))
+            sendto(sent.elsewhere ? elsewhere_ : socket_, sent.bytes.data(), sent.bytes.size(), 0, place, length);
+        requests_.put(request);
+        ++handled_;
     }
 }
 

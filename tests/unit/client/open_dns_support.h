@@ -63,6 +63,13 @@ SeenRequest seeRequest(const DnsBytes& wire);
 //  Returns an authentic answer to request, signed with the request's time.
 DnsBytes genuineAnswer(const SeenRequest& request, unsigned rcode, const std::vector<AnswerRecord>& records = {});
 
+//  Returns an authentic answer to request as a server sends it over UDP: with the request's question.
+DnsBytes datagramAnswer(const SeenRequest& request, unsigned rcode, const std::vector<AnswerRecord>& records = {},
+                        const std::vector<AnswerRecord>& additional = {});
+
+//  Returns message, which has no question and no signature, with the question of request.
+DnsBytes withQuestion(DnsBytes message, const SeenRequest& request);
+
 //  Returns the answer record for the query of an open.
 AnswerRecord soaOf(const std::string& zone);
 
@@ -90,7 +97,7 @@ public:
     }
     std::uint16_t port() const { return static_cast<std::uint16_t>(port_); }
 
-    //  Returns true if the server has stopped answering or has closed a connection.
+    //  Returns true if the server has stopped answering.
     bool silent() const { return silent_; }
     int connections() const { return connections_; }
     Inbox<SeenRequest>& requests() { return requests_; }
@@ -106,6 +113,37 @@ private:
     int port_ = 0;
     std::atomic<bool> silent_{false};
     std::atomic<int> connections_{0};
+    Inbox<SeenRequest> requests_;
+    std::thread thread_;
+};
+
+//  A datagram of a server. elsewhere: it comes from another port than that of the server.
+struct Datagram {
+    DnsBytes bytes;
+    bool elsewhere = false;
+};
+
+//  Answers queries over UDP on the port of a DnsServer. The destructor ends its thread.
+class DatagramServer {
+public:
+    //  Returns the datagrams that are sent to the client, in order.
+    using Script = std::function<std::vector<Datagram>(const SeenRequest&)>;
+
+    DatagramServer(std::uint16_t port, Script script);
+    ~DatagramServer();
+
+    //  Returns the number of datagrams received whose answers have all been sent.
+    int handled() const { return handled_; }
+    Inbox<SeenRequest>& requests() { return requests_; }
+
+private:
+    void run();
+
+    Script script_;
+    int socket_;
+    int elsewhere_;
+    int ending_;  // an event descriptor
+    std::atomic<int> handled_{0};
     Inbox<SeenRequest> requests_;
     std::thread thread_;
 };
