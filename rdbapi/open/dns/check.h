@@ -1,7 +1,7 @@
 //  The check whether a zone still has the record sets of a request, and the search for aliases that prevent them.
 //
-//  The first set, the AAAA records, is queried last. Servers often add these records to an answer with HTTPS records (RFC
-//  9460 section 4.1). If a server has added all of them, no further query is needed.
+//  The first set, the AAAA records, is queried last. Servers often add these records to an answer with HTTPS records
+//  (RFC 9460 section 4.1). If a server has added all of them, no further query is needed.
 //
 //  Threads: one thread at a time.
 #ifndef RDBAPI_OPEN_DNS_CHECK_H

@@ -64,7 +64,8 @@ using Answer = Result<Packet>;
 Answer readAnswer(std::span<const std::uint8_t> message, const SignedRequest& request, const TsigKey& key,
                   std::int64_t now);
 
-//  Like readAnswer, for a message that arrived as a datagram: it may be truncated, and must have the question of request.
+//  Like readAnswer, for a message that arrived as a datagram: it may be truncated, and must have the question of
+//  request.
 Answer readDatagram(std::span<const std::uint8_t> message, const SignedRequest& request, const TsigKey& key,
                     std::int64_t now);
 
