@@ -11,8 +11,12 @@ namespace {
 constexpr std::string_view mask = "***";
 
 //  Options of the log url and of the urls of the open client library.
-constexpr std::string_view known_options[] = {"addresses", "algorithm", "check",     "db",   "expire",
-                                              "history",   "level",     "parameter", "skip", "ttl"};
+constexpr std::string_view known_options[] = {"addresses", "algorithm", "check",     "db", "expire",
+                                              "history",   "level",     "parameter", "ttl"};
+
+//  Options whose values are words and patterns of interface names, and those whose values are IPv6 prefixes.
+constexpr std::string_view word_options[] = {"skip"};
+constexpr std::string_view prefix_options[] = {"only"};
 
 //  Options whose values are paths and host names. The path of a key is left out: it is where a key itself would be
 //  written by mistake.
@@ -52,11 +56,13 @@ bool consistsOf(std::string_view marks, std::string_view value) {
     });
 }
 
-//  Returns whether a value contains only what its option allows. Other text may be a secret that follows a misplaced "?"
-//  or "=".
+//  Returns whether a value contains only what its option allows. Other text may be a secret that follows a misplaced
+//  "?" or "=".
 bool isPlain(std::string_view name, std::string_view value) {
     return (isOneOf(known_options, name) && consistsOf("-,", value)) ||
-           (isOneOf(place_options, name) && consistsOf("-./_:", value));
+           (isOneOf(place_options, name) && consistsOf("-./_:", value)) ||
+           (isOneOf(word_options, name) && consistsOf("-,:*?[]_.", value)) ||
+           (isOneOf(prefix_options, name) && value.find_first_not_of("0123456789abcdefABCDEF:/,") == value.npos);
 }
 
 std::string withoutSecret(std::string_view option) {

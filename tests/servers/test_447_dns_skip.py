@@ -1,4 +1,5 @@
-"""The option skip=, with BIND. It leaves out addresses of the host from the zone because of their kernel flags."""
+"""The options skip= and only=, with BIND. They leave out addresses of the host from the zone, because of their kernel
+flags, interfaces or prefixes."""
 
 import ipaddress
 import socket
@@ -100,3 +101,21 @@ class TestSkip:
         fixture.connected("?skip=temporary")
         assert fixture.update([temporary, stable, ELSEWHERE], [443]) == (OK, "ok")
         assert fixture.holds([stable, ELSEWHERE], [443])
+
+    def test_748_addresses_of_an_interface_are_skipped_as_long_as_it_has_them(self, fixture):
+        fixture.sandbox.run("ip", "link", "add", "wg0", "type", "veth", "peer", "name", "v1")
+        fixture.sandbox.run("ip", "link", "set", "wg0", "up")
+        fixture.sandbox.add_address(f"{A}/64")
+        fixture.sandbox.add_address(f"{B}/64", "wg0")
+        fixture.connected("?skip=if:wg*,ula")
+        assert fixture.update([A, B, ELSEWHERE], [443]) == (OK, "ok")
+        assert fixture.holds([A, ELSEWHERE], [443])
+        fixture.sandbox.run("ip", "link", "del", "wg0")
+        fixture.wait_held([A, B, ELSEWHERE], [443])
+
+    def test_749_only_addresses_of_the_prefixes_are_published(self, fixture):
+        fixture.connected("?only=2001:db8:0::/64,2001:db8:5::/48")
+        assert fixture.update([A, B, ELSEWHERE], [443]) == (OK, "ok")
+        assert fixture.holds([A, B], [443])
+        assert fixture.update([ELSEWHERE], [443]) == (OK, "ok")
+        assert fixture.holds([], [443])

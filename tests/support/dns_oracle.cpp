@@ -7,6 +7,7 @@
 //      answer NOW ANSWER     checks an answer to the last message            -> "whole", or the reason
 #include "dns/records.h"
 #include "dns/tsig.h"
+#include "dns/zone_url.h"
 
 #include <cstdio>
 #include <iostream>
@@ -46,8 +47,7 @@ Result<DnsBytes> update(std::uint16_t id, std::istream& words) {
     std::vector<std::uint16_t> numbers;
     for (const std::string& port : split(ports))
         numbers.push_back(static_cast<std::uint16_t>(std::stoi(port)));
-    return updateMessage(id, zone.zone, zone.ttl,
-                         recordSets(*full, publishedAddresses(split(addresses), zone, {}), numbers));
+    return updateMessage(id, zone.zone, zone.ttl, recordSets(*full, ipv6Addresses(split(addresses)), numbers));
 }
 
 DnsBytes query(std::uint16_t id, std::istream& words) {

@@ -45,6 +45,8 @@ void adviseOnZone(const UrlUse& use, std::vector<Advice>& advice) {
     if (!zone.ok())
         return;
     adviseOnName(use, *zone, advice);
+    if (std::string text = filterAdvice(zone->filter, use.urlName); !text.empty())
+        advice.push_back({Setting::url, std::move(text)});
     const Result<std::string> secret = readSecret(use.credentials.password);
     if (secret.ok() && !isTsigSecret(*secret))
         advice.push_back({Setting::password, std::string(use.passwordName) +

@@ -3,6 +3,7 @@
 #include "dns/check.h"
 #include "dns/records.h"
 #include "dns/words.h"
+#include "dns/zone_url.h"
 #include "engine/clock.h"
 #include "net/secret.h"
 #include "net/server_addresses.h"
@@ -107,12 +108,10 @@ Result<std::vector<RecordSet>> DnsBackend::setsFor(const DnsRequest& request) co
     const Result<std::string> full = nameInZone(request.name, zone_.zone);
     if (!full.ok())
         return full.status();
-    const bool needed = zone_.skipTemporary || zone_.skipDeprecated;
-    const Result<LocalFlags> flags = needed ? readLocalFlags() : LocalFlags();
-    if (!flags.ok())
-        return failedTo("the flags of the addresses cannot be read", flags.status());
-    std::vector<RecordSet> sets =
-        recordSets(*full, publishedAddresses(request.addresses, zone_, *flags), request.httpsPorts);
+    const Result<std::vector<std::string>> published = zone_.filter.apply(request.addresses);
+    if (!published.ok())
+        return published.status();
+    std::vector<RecordSet> sets = recordSets(*full, ipv6Addresses(*published), request.httpsPorts);
     if (!std::all_of(sets.begin(), sets.end(), [](const RecordSet& set) { return isDnsName(set.owner); }))
         return Status{errorBadRequest, "the name " + request.name + " is too long for its records"};
     return sets;

@@ -1,5 +1,7 @@
 #include "dns/records.h"
 
+#include "net/host_name.h"
+
 #include <algorithm>
 #include <arpa/inet.h>
 #include <cstring>
@@ -13,11 +15,6 @@ constexpr std::uint16_t httpsPort = 443;
 //  SvcParamKeys, RFC 9460 section 14.3.2. They must be in ascending order in a record.
 constexpr std::uint16_t keyPort = 3;
 constexpr std::uint16_t keyIpv6Hint = 6;
-
-//  Returns whether address is in fc00::/7 (RFC 4193 section 3.1).
-bool isUniqueLocal(const Ipv6Address& address) {
-    return (address[0] & 0xfe) == 0xfc;
-}
 
 //  Returns the data of an HTTPS record (RFC 9460 section 2.2). port 0: no port. An empty target means ".".
 DnsBytes httpsRecord(std::size_t priority, const std::string& target, std::uint16_t port,
@@ -77,21 +74,15 @@ Result<std::string> nameInZone(const std::string& name, const std::string& zone)
     return full + "." + zone;
 }
 
-std::vector<Ipv6Address> publishedAddresses(const std::vector<std::string>& texts, const DnsZone& zone,
-                                            const LocalFlags& flags) {
-    const unsigned unwanted = (zone.skipTemporary ? flagTemporary : 0U) | (zone.skipDeprecated ? flagDeprecated : 0U);
-    std::vector<Ipv6Address> published;
+std::vector<Ipv6Address> ipv6Addresses(const std::vector<std::string>& texts) {
+    std::vector<Ipv6Address> found;
     for (const std::string& text : texts) {
         Ipv6Address address{};
-        if (inet_pton(AF_INET6, text.c_str(), address.data()) != 1)
-            continue;
-        const auto known = flags.find(address);
-        const bool skipped =
-            (zone.skipUla && isUniqueLocal(address)) || (known != flags.end() && (known->second & unwanted) != 0);
-        if (!skipped && std::find(published.begin(), published.end(), address) == published.end())
-            published.push_back(address);
+        const bool valid = inet_pton(AF_INET6, text.c_str(), address.data()) == 1;
+        if (valid && std::find(found.begin(), found.end(), address) == found.end())
+            found.push_back(address);
     }
-    return published;
+    return found;
 }
 
 std::vector<RecordSet> recordSets(const std::string& full, const std::vector<Ipv6Address>& addresses,

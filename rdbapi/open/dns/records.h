@@ -13,8 +13,7 @@
 #define RDBAPI_OPEN_DNS_RECORDS_H
 
 #include "dns/message.h"
-#include "dns/zone_url.h"
-#include "net/local_flags.h"
+#include "net/local_addresses.h"
 #include "request/dns_request.h"
 
 namespace rdbopen {
@@ -27,10 +26,8 @@ inline constexpr std::size_t maxHints = 16;
 //  dot. Fails with errorBadRequest if name is not in the zone.
 Result<std::string> nameInZone(const std::string& name, const std::string& zone);
 
-//  Returns the IPv6 addresses in texts that are to be published: without duplicates and without those that the options
-//  of zone exclude. flags: the flags of this host's addresses; an address that is not in flags has no flag set.
-std::vector<Ipv6Address> publishedAddresses(const std::vector<std::string>& texts, const DnsZone& zone,
-                                            const LocalFlags& flags);
+//  Returns the IPv6 addresses in texts, without duplicates.
+std::vector<Ipv6Address> ipv6Addresses(const std::vector<std::string>& texts);
 
 //  Returns the sets for full, a result of nameInZone. Sets of one owner are adjacent.
 std::vector<RecordSet> recordSets(const std::string& full, const std::vector<Ipv6Address>& addresses,

@@ -31,25 +31,12 @@ Status takeAlgorithm(const std::string& value, DnsZone& zone) {
     return {};
 }
 
+Status takeOnly(const std::string& value, DnsZone& zone) {
+    return zone.filter.takeOnly(value);
+}
+
 Status takeSkip(const std::string& value, DnsZone& zone) {
-    static constexpr struct {
-        std::string_view word;
-        bool DnsZone::*flag;
-    } words[] = {
-        {"ula", &DnsZone::skipUla}, {"temporary", &DnsZone::skipTemporary}, {"deprecated", &DnsZone::skipDeprecated}};
-    std::string_view rest = value;
-    for (bool more = true; more;) {
-        const std::size_t end = std::min(rest.find(','), rest.size());
-        const auto* found =
-            std::find_if(std::begin(words), std::end(words),
-                         [word = rest.substr(0, end)](const auto& known) { return known.word == word; });
-        if (found == std::end(words) || zone.*found->flag)
-            return malformedUrl("skip is not a list of ula, temporary and deprecated, each at most once");
-        zone.*found->flag = true;
-        more = end < rest.size();
-        rest.remove_prefix(more ? end + 1 : end);
-    }
-    return {};
+    return zone.filter.takeSkip(value);
 }
 
 Status takeCheck(const std::string& value, DnsZone& zone) {
@@ -66,16 +53,13 @@ struct Option {
 };
 
 constexpr Option options[] = {
-    {"ttl", takeTtl},
-    {"algorithm", takeAlgorithm},
-    {"skip", takeSkip},
-    {"check", takeCheck},
+    {"ttl", takeTtl}, {"algorithm", takeAlgorithm}, {"only", takeOnly}, {"skip", takeSkip}, {"check", takeCheck},
 };
 
 std::string optionWords(std::string_view scheme) {
     if (scheme == tlsScheme)
-        return "it has an option other than ttl, algorithm, skip, check, " + std::string(tlsOptionWords);
-    return "it has an option other than ttl, algorithm, skip and check";
+        return "it has an option other than ttl, algorithm, only, skip, check, " + std::string(tlsOptionWords);
+    return "it has an option other than ttl, algorithm, only, skip and check";
 }
 
 //  A reason never contains the url, because it may contain a misplaced secret.

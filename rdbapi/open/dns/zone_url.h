@@ -1,16 +1,16 @@
 //  The parsed url of the back end dns:
 //
-//      dns://SERVER[:PORT]/ZONE[?ttl=60&algorithm=hmac-sha256&skip=ula,temporary,deprecated&check=60]
+//      dns://SERVER[:PORT]/ZONE[?ttl=60&algorithm=hmac-sha256&only=2001:db8:1::/48&skip=ula,if:wg*&check=60]
 //      dns+tls://...                                   the same over TLS, with the options of net/tls_settings.h
 //
 //  The default PORT is 53, or 853 with TLS (RFC 7858 section 3.1). Options may be in any order, each at most once;
-//  algorithm and the words of skip are lower
-//  case.
+//  algorithm and the words of skip are lower case. request/address_filter.h describes only and skip.
 #ifndef RDBAPI_OPEN_DNS_ZONE_URL_H
 #define RDBAPI_OPEN_DNS_ZONE_URL_H
 
 #include "net/host_name.h"
 #include "net/url.h"
+#include "request/address_filter.h"
 
 #include <chrono>
 
@@ -19,12 +19,10 @@ namespace rdbopen {
 struct DnsZone {
     std::string scheme;
     std::vector<Server> servers;
-    std::string zone;                        // satisfies isDnsName; in lower case, without the final dot
-    std::uint32_t ttl = 60;                  // s, at most 2^31 - 1 (RFC 2181 section 8)
-    std::string algorithm = "hmac-sha256";   // satisfies isTsigAlgorithm
-    bool skipUla = false;                    // fc00::/7
-    bool skipTemporary = false;              // according to the kernel's flags of the address
-    bool skipDeprecated = false;             // according to the kernel's flags of the address
+    std::string zone;                       // satisfies isDnsName; in lower case, without the final dot
+    std::uint32_t ttl = 60;                 // s, at most 2^31 - 1 (RFC 2181 section 8)
+    std::string algorithm = "hmac-sha256";  // satisfies isTsigAlgorithm
+    AddressFilter filter;
     std::chrono::milliseconds check{60000};  // interval between checks of the server; 0 for never, at most one day
 
     //  Returns whether everything is sent over TLS, so nothing over UDP.

@@ -6,6 +6,8 @@
 #include "net/url.h"
 #include "request/dns_request.h"
 
+#include <algorithm>
+
 namespace rdbopen {
 
 namespace {
@@ -22,7 +24,7 @@ Status unreadable(const Status& failure) {
 
 class HostsBackend : public Backend, public DnsUpdateBackend {
 public:
-    explicit HostsBackend(const std::string& path) : path_(path) {}
+    HostsBackend(const std::string& path, AddressFilter filter) : path_(path), filter_(std::move(filter)) {}
 
     std::string label() const override { return "hosts://" + path_; }
     UpdateBackend* updates() noexcept override { return this; }
@@ -35,6 +37,7 @@ private:
     Status flush(const FilePlace& place);
 
     std::string path_;
+    const AddressFilter filter_;
     bool flushed_ = false;  // the directory was flushed after the last rename by this back end
 };
 
@@ -54,6 +57,9 @@ Status HostsBackend::open(const Waiter&) {
 
 //  Resolves the path each time, because a link may change while the service runs.
 Status HostsBackend::update(const DnsRequest& request) {
+    const Result<std::vector<std::string>> published = filter_.apply(request.addresses);
+    if (!published.ok())
+        return published.status();
     FilePlace place;
     if (Status failed = resolveFile(path_, place); !failed.ok())
         return failedTo("the file cannot be reached", std::move(failed));
@@ -65,7 +71,7 @@ Status HostsBackend::update(const DnsRequest& request) {
         const Result<FileText> before = readFile(place);
         if (!before.ok())
             return unreadable(before.status());
-        const std::string after = withHostLines(before->bytes, request.name, request.addresses);
+        const std::string after = withHostLines(before->bytes, request.name, *published);
         if (after == before->bytes)
             return flushed_ ? Status{} : flush(place);
         status = replaceFile(place, *before, after);
@@ -89,13 +95,30 @@ Status HostsBackend::flush(const FilePlace& place) {
 
 }  // namespace
 
+//  A reason never contains the url, because it may contain a misplaced secret.
+Result<AddressFilter> parseHostsOptions(const Url& url) {
+    AddressFilter filter;
+    std::vector<std::string> seen;
+    for (const auto& [name, value] : url.options) {
+        if (name != "only" && name != "skip")
+            return malformedUrl("it has an option other than only and skip (write ? as %3F in a path)");
+        if (std::find(seen.begin(), seen.end(), name) != seen.end())
+            return malformedUrl("the option " + name + " is given twice");
+        seen.push_back(name);
+        if (Status failed = name == "only" ? filter.takeOnly(value) : filter.takeSkip(value); !failed.ok())
+            return failed;
+    }
+    return filter;
+}
+
 BackendResult makeHostsBackend(const Url& url, const Credentials&) {
-    if (!url.options.empty())
-        return malformedUrl("it has options, but hosts has none (write ? as %3F in a path)");
+    Result<AddressFilter> filter = parseHostsOptions(url);
+    if (!filter.ok())
+        return filter.status();
     const Result<std::string> path = filePathOf(url);
     if (!path.ok())
         return path.status();
-    return BackendResult(std::make_unique<HostsBackend>(*path));
+    return BackendResult(std::make_unique<HostsBackend>(*path, std::move(*filter)));
 }
 
 }  // namespace rdbopen

@@ -5,10 +5,20 @@
 
 namespace {
 
+using namespace rdbopen;
+
+void advise(const UrlUse& use, std::vector<Advice>& advice) {
+    adviseOnFile(use, advice);
+    const Result<AddressFilter> filter = parseHostsOptions(use.url);
+    if (!filter.ok())
+        return;
+    if (std::string text = filterAdvice(*filter, use.urlName); !text.empty())
+        advice.push_back({Setting::url, std::move(text)});
+}
+
 constexpr std::string_view schemes[] = {"hosts"};
 
 }  // namespace
 
 RDBAPI_MODULE(hosts);
-constinit const rdbopen::Module rdbapix64_hosts =
-    rdbopen::describeModule<rdbopen::makeHostsBackend, rdbopen::adviseOnFile>(schemes);
+constinit const rdbopen::Module rdbapix64_hosts = describeModule<makeHostsBackend, advise>(schemes);

@@ -11,7 +11,7 @@ target_link_libraries(open_dns_support PUBLIC rdbapi_open ${OPENSSL_CRYPTO_LIBRA
 
 addrpubd_unit_test(open_dns_message_test ONE_THREAD
     SOURCES open_dns_zone_url_test.cpp open_dns_records_test.cpp open_dns_message_test.cpp open_dns_layout_test.cpp
-        open_dns_tsig_test.cpp open_local_flags_test.cpp
+        open_dns_tsig_test.cpp open_local_addresses_test.cpp
     LIBS open_dns_support
     WRAP open read)
 

@@ -62,6 +62,27 @@ protected:
 
 constexpr auto done = "{\"seqno\":7,\"code\":0,\"message\":\"ok\"}";
 
+TEST_F(HostsBackend, OnlyAddressesThatPassTheFiltersHaveLines) {
+    connect(file + "?only=2001:db8::/32,fd00::/8&skip=ula");
+    const auto line = [](const char* address) { return std::string(address) + " host1 # addrpubd host1\n"; };
+    EXPECT_NE(update("host1", "2001:db8::1\",\"fd00::1\",\"2001:db9::1").find("\"code\":0"), std::string::npos);
+    EXPECT_EQ(readText(file), line("2001:db8::1"));
+    EXPECT_NE(update("host1", "2001:db9::1").find("\"code\":0"), std::string::npos);
+    EXPECT_EQ(readText(file), "");
+}
+
+TEST(HostsOptions, AnInvalidOptionIsRefusedWithAReason) {
+    const std::pair<const char*, const char*> rows[] = {
+        {"hosts:///f?ttl=5", "malformed url: it has an option other than only and skip (write ? as %3F in a path)"},
+        {"hosts:///f?skip=ula&skip=ula", "malformed url: the option skip is given twice"},
+        {"hosts:///f?only=x", "malformed url: only is not a list of IPv6 prefixes, as in 2001:db8:1::/48"},
+    };
+    for (const auto& [url, reason] : rows) {
+        EXPECT_EQ(makeBackend(url, {}).status().code, errorBadUrl) << url;
+        EXPECT_EQ(makeBackend(url, {}).status().reason, reason) << url;
+    }
+}
+
 TEST_F(HostsBackend, AnUpdateCreatesAMissingFile) {
     connect(file);
     EXPECT_EQ(update("host1", "2001:db8::1"), done);

@@ -87,40 +87,11 @@ TEST(DnsRecords, AHintHasTheFirstSixteenAddresses) {
 }
 
 TEST(DnsRecords, IPv4AddressesAreNeverPublished) {
-    EXPECT_EQ(publishedAddresses({"192.0.2.1", "2001:db8::1"}, {}, {}), addresses(1));
+    EXPECT_EQ(ipv6Addresses({"192.0.2.1", "2001:db8::1"}), addresses(1));
 }
 
 TEST(DnsRecords, AnAddressInTwoNotationsIsPublishedOnce) {
-    EXPECT_EQ(publishedAddresses({"2001:db8::1", "2001:DB8:0::1"}, {}, {}), addresses(1));
-}
-
-TEST(DnsRecords, UniqueLocalAddressesAreSkippedOnRequest) {
-    const std::vector<std::string> texts{"fbff::1", "fc00::1", "fd12::1", "fdff:ffff::1", "fe00::1"};
-    DnsZone zone;
-    EXPECT_EQ(publishedAddresses(texts, zone, {}).size(), 5U);
-    zone.skipUla = true;
-    EXPECT_EQ(publishedAddresses(texts, zone, {}), (std::vector{address("fbff::1"), address("fe00::1")}));
-}
-
-TEST(DnsRecords, AddressesAreSkippedByTheirFlagsOnRequest) {
-    const LocalFlags flags{{address("2001:db8::1"), 0x80U},
-                           {address("2001:db8::2"), flagTemporary},
-                           {address("2001:db8::3"), flagDeprecated},
-                           {address("2001:db8::4"), flagDeprecated | flagTemporary}};
-    const std::vector<std::string> texts{"2001:db8::1", "2001:db8::2", "2001:db8::3", "2001:db8::4", "2001:db8::5"};
-    const auto kept = [&](bool temporary, bool deprecated) {
-        DnsZone zone;
-        zone.skipTemporary = temporary;
-        zone.skipDeprecated = deprecated;
-        std::string last;
-        for (const Ipv6Address& published : publishedAddresses(texts, zone, flags))
-            last += std::to_string(published[15]);
-        return last;
-    };
-    EXPECT_EQ(kept(false, false), "12345");
-    EXPECT_EQ(kept(true, false), "135");
-    EXPECT_EQ(kept(false, true), "125");
-    EXPECT_EQ(kept(true, true), "15");
+    EXPECT_EQ(ipv6Addresses({"2001:db8::1", "2001:DB8:0::1"}), addresses(1));
 }
 
 TEST(DnsRecords, TheNameIsTheZonesOrBelowItOrIsCompletedByTheZone) {

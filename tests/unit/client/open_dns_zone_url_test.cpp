@@ -20,19 +20,22 @@ TEST(DnsZoneUrl, HasDefaultsForAllPartsExceptServerAndZone) {
     EXPECT_EQ(result->zone, "example.org");
     EXPECT_EQ(result->ttl, 60U);
     EXPECT_EQ(result->algorithm, "hmac-sha256");
-    EXPECT_FALSE(result->skipUla || result->skipTemporary || result->skipDeprecated);
+    const AddressFilter& filter = result->filter;
+    EXPECT_FALSE(filter.skipUla || filter.skipTemporary || filter.skipDeprecated);
+    EXPECT_TRUE(filter.only.empty() && filter.skipInterfaces.empty());
     EXPECT_EQ(result->check, std::chrono::seconds(60));
 }
 
 TEST(DnsZoneUrl, AcceptsEachOption) {
     const Result<DnsZone> result = parse("dns://[2001:db8::53]:5353/example.org?check=0&skip=deprecated,ula,temporary"
-                                         "&algorithm=hmac-sha512&ttl=2147483647");
+                                         "&algorithm=hmac-sha512&ttl=2147483647&only=2001:db8::/32");
     ASSERT_TRUE(result.ok()) << result.status().reason;
     EXPECT_EQ(result->servers.at(0).host, "2001:db8::53");
     EXPECT_EQ(result->servers.at(0).port, 5353);
     EXPECT_EQ(result->ttl, 2147483647U);
     EXPECT_EQ(result->algorithm, "hmac-sha512");
-    EXPECT_TRUE(result->skipUla && result->skipTemporary && result->skipDeprecated);
+    EXPECT_TRUE(result->filter.skipUla && result->filter.skipTemporary && result->filter.skipDeprecated);
+    EXPECT_EQ(result->filter.only.size(), 1U);
     EXPECT_EQ(result->check, std::chrono::seconds(0));
 }
 
@@ -48,10 +51,12 @@ TEST(DnsZoneUrl, TheZoneIsStoredInLowerCaseWithoutItsLastDot) {
 TEST(DnsZoneUrl, AnInvalidUrlIsRefusedWithAReason) {
     const std::string ttl = "malformed url: ttl is not a number of seconds from 0 to 2147483647";
     const std::string check = "malformed url: check is not a number of seconds from 0 to 86400";
-    const std::string skip = "malformed url: skip is not a list of ula, temporary and deprecated, each at most once";
+    const std::string skip =
+        "malformed url: skip is not a list of ula, temporary, deprecated and if:NAME, the words at most once";
+    const std::string only = "malformed url: only is not a list of IPv6 prefixes, as in 2001:db8:1::/48";
     const std::string algorithm = "malformed url: algorithm is not hmac-sha1, hmac-sha256, hmac-sha384 or hmac-sha512";
     //  The message does not quote the url.
-    const std::string options = "malformed url: it has an option other than ttl, algorithm, skip and check";
+    const std::string options = "malformed url: it has an option other than ttl, algorithm, only, skip and check";
     const std::string zone = "malformed url: it names no zone, as in dns://SERVER/ZONE";
     const std::pair<std::string, std::string> rows[] = {
         {"dns:///z", "malformed url: it names no server"},
@@ -76,6 +81,8 @@ TEST(DnsZoneUrl, AnInvalidUrlIsRefusedWithAReason) {
         {"dns://s/z?skip=ula,ula", skip},
         {"dns://s/z?skip=ULA", skip},
         {"dns://s/z?skip=tentative", skip},
+        {"dns://s/z?skip=if:", skip},
+        {"dns://s/z?only=", only},
         {"dns://s/z?algorithm=hmac-md5", algorithm},
         {"dns://s/z?algorithm=hmac-sha224", algorithm},
         {"dns://s/z?algorithm=HMAC-SHA256", algorithm},

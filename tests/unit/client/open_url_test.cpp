@@ -154,7 +154,7 @@ TEST(BackendRegistry, TheEmbeddedBackEndsNeedAnAbsoluteFileAndNoHost) {
                                   "hosts:///var/lib/addrpubd/file");
     }
     EXPECT_EQ(makeBackend("hosts:///a?b=c", {}).status().reason,
-              "malformed url: it has options, but hosts has none (write ? as %3F in a path)");
+              "malformed url: it has an option other than only and skip (write ? as %3F in a path)");
 }
 #endif
 

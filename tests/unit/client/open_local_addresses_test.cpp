@@ -1,4 +1,4 @@
-#include "net/local_flags.h"
+#include "net/local_addresses.h"
 
 #include "open_support.h"
 
@@ -54,28 +54,30 @@ constexpr const char* table = "00000000000000000000000000000001 01 80 10 80     
                               "20010db8000000000000000000000002 02 40 00 01     eth0\n"
                               "20010db8000000000000000000000003 1f 40 00 a0   wlan12\n";
 
-TEST(LocalFlags, FlagsAreThoseOfTheKernelsTable) {
-    const LocalFlags flags = parseLocalFlags(table);
-    EXPECT_EQ(flags.size(), 4U);
-    EXPECT_EQ(flags.at(address("2001:db8::1")) & (flagTemporary | flagDeprecated), 0U);
-    EXPECT_EQ(flags.at(address("2001:db8::2")) & (flagTemporary | flagDeprecated), flagTemporary);
-    EXPECT_EQ(flags.at(address("2001:db8::3")) & (flagTemporary | flagDeprecated), flagDeprecated);
+TEST(HostAddresses, FlagsAreThoseOfTheKernelsTable) {
+    const LocalAddresses found = parseLocalAddresses(table);
+    EXPECT_EQ(found.size(), 4U);
+    EXPECT_EQ(found.at(address("2001:db8::1")).flags & (flagTemporary | flagDeprecated), 0U);
+    EXPECT_EQ(found.at(address("2001:db8::2")).flags & (flagTemporary | flagDeprecated), flagTemporary);
+    EXPECT_EQ(found.at(address("2001:db8::3")).flags & (flagTemporary | flagDeprecated), flagDeprecated);
 }
 
-TEST(LocalFlags, AnAddressOnTwoInterfacesHasTheFlagsCommonToBoth) {
-    const LocalFlags flags = parseLocalFlags("20010db8000000000000000000000001 02 40 00 21 eth0\n"
-                                             "20010db8000000000000000000000001 03 40 00 20 eth1\n");
-    EXPECT_EQ(flags.at(address("2001:db8::1")), flagDeprecated);
+TEST(HostAddresses, AnAddressOnTwoInterfacesHasTheFlagsCommonToBoth) {
+    const LocalAddresses found = parseLocalAddresses("20010db8000000000000000000000001 02 40 00 21 eth0\n"
+                                                     "20010db8000000000000000000000001 03 40 00 20 eth1\n");
+    EXPECT_EQ(found.at(address("2001:db8::1")).flags, flagDeprecated);
+    EXPECT_EQ(found.at(address("2001:db8::1")).interfaces, (std::vector<std::string>{"eth0", "eth1"}));
 }
 
-TEST(LocalFlags, InvalidLinesAreSkipped) {
+TEST(HostAddresses, InvalidLinesAreSkipped) {
     for (const char* const line :
          {"", "\n\n", "2001:db8::1 02 40 00 80 eth0", "20010db800000000000000000000000g 02 40 00 80 e",
-          "20010db8000000000000000000000001 02 40 00", "20010db8000000000000000000000001 02 40 00 8x e"})
-        EXPECT_TRUE(parseLocalFlags(line).empty()) << line;
+          "20010db8000000000000000000000001 02 40 00", "20010db8000000000000000000000001 02 40 00 80",
+          "20010db8000000000000000000000001 02 40 00 8x e"})
+        EXPECT_TRUE(parseLocalAddresses(line).empty()) << line;
 }
 
-TEST(LocalFlags, ATableThatNeedsManyReadsIsReadCompletely) {
+TEST(HostAddresses, ATableThatNeedsManyReadsIsReadCompletely) {
     const opentest::Folder folder;
     std::string text;
     for (int i = 0; i < 300; ++i)
@@ -83,18 +85,18 @@ TEST(LocalFlags, ATableThatNeedsManyReadsIsReadCompletely) {
     tablePath = folder.file("table");
     opentest::writeText(tablePath, text);
     readError = EINTR;
-    const Result<LocalFlags> flags = readLocalFlags();
+    const Result<LocalAddresses> flags = readLocalAddresses();
     ASSERT_TRUE(flags.ok());
     EXPECT_EQ(flags->size(), 300U);
 }
 
-TEST(LocalFlags, FailuresOfTheSystemAreReported) {
+TEST(HostAddresses, FailuresOfTheSystemAreReported) {
     openError = ENOENT;
-    EXPECT_EQ(readLocalFlags().status().reason, systemText(ENOENT));
+    EXPECT_EQ(readLocalAddresses().status().reason, systemText(ENOENT));
     openError = 0;
     tablePath = "/dev/null";
     readError = EIO;
-    EXPECT_EQ(readLocalFlags().status().reason, systemText(EIO));
+    EXPECT_EQ(readLocalAddresses().status().reason, systemText(EIO));
     readError = 0;
 }
 

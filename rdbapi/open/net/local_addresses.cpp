@@ -1,4 +1,4 @@
-#include "net/local_flags.h"
+#include "net/local_addresses.h"
 
 #include "files/descriptor.h"
 
@@ -53,8 +53,8 @@ std::optional<Ipv6Address> parsePackedAddress(std::string_view text) {
 //                                       |  |  scope
 //                                       |  prefix length        all in hexadecimal digits
 //                                       interface number
-LocalFlags parseLocalFlags(const std::string& table) {
-    LocalFlags found;
+LocalAddresses parseLocalAddresses(const std::string& table) {
+    LocalAddresses found;
     std::string_view lines = table;
     while (!lines.empty()) {
         std::string_view line = takeUntil(lines, "\n");
@@ -64,23 +64,24 @@ LocalFlags parseLocalFlags(const std::string& table) {
         takeUntil(line, blanks);  // scope
         const auto address = parsePackedAddress(packed);
         const auto flags = parseHex<unsigned>(takeUntil(line, blanks));
-        if (!address || !flags)
+        const std::string_view interface = takeUntil(line, blanks);
+        if (!address || !flags || interface.empty())
             continue;
-        const auto [known, added] = found.try_emplace(*address, *flags);
-        if (!added)
-            known->second &= *flags;
+        const auto known = found.try_emplace(*address, LocalAddress{*flags, {}}).first;
+        known->second.flags &= *flags;
+        known->second.interfaces.emplace_back(interface);
     }
     return found;
 }
 
-Result<LocalFlags> readLocalFlags() {
+Result<LocalAddresses> readLocalAddresses() {
     const Descriptor file(open("/proc/self/net/if_inet6", O_RDONLY | O_CLOEXEC));
     if (file.get() < 0)
         return systemFailure(errno);
     const Result<std::string> table = readToEnd(file.get(), SIZE_MAX);
     if (!table.ok())
         return table.status();
-    return parseLocalFlags(*table);
+    return parseLocalAddresses(*table);
 }
 
 }  // namespace rdbopen

@@ -1,0 +1,53 @@
+//  Which addresses of a request are published. The back ends dns and hosts have these options:
+//
+//      only=2001:db8:1::/48,2001:db8:2::/48                only addresses with one of these prefixes
+//      skip=ula,temporary,deprecated,if:wg*,if:tun0        no such addresses, and none of interfaces with these names
+//
+//  An address is skipped because of its interface if all interfaces that have it match a pattern of fnmatch(3). An
+//  address that the host no longer has is treated as neither temporary nor deprecated and has no interface. skip does
+//  not affect IPv4 addresses; only excludes them.
+//
+//  Threads: one thread at a time.
+#ifndef RDBAPI_OPEN_REQUEST_ADDRESS_FILTER_H
+#define RDBAPI_OPEN_REQUEST_ADDRESS_FILTER_H
+
+#include "net/local_addresses.h"
+
+#include <string_view>
+
+namespace rdbopen {
+
+struct AddressFilter {
+    struct Prefix {
+        Ipv6Address address{};  // the bits after length are 0
+        unsigned length = 0;    // 0 to 128
+    };
+
+    std::vector<Prefix> only;                 // empty: all addresses
+    bool skipUla = false;                     // fc00::/7
+    bool skipTemporary = false;               // according to the kernel's flags of the address
+    bool skipDeprecated = false;              // according to the kernel's flags of the address
+    std::vector<std::string> skipInterfaces;  // patterns, not empty
+
+    //  Store the value of an option. Fail with malformedUrl.
+    Status takeOnly(std::string_view value);
+    Status takeSkip(std::string_view value);
+
+    //  Returns whether the text of an address passes, given the addresses of this host.
+    bool passes(const std::string& address, const LocalAddresses& local) const;
+
+    //  Returns the texts of addresses that pass, in the same order. Reads the addresses of this host if necessary;
+    //  fails with errorBackendFailed if this fails.
+    Result<std::vector<std::string>> apply(const std::vector<std::string>& addresses) const;
+
+    //  Returns whether local has an address that the service would publish, but none passes.
+    bool leavesNothingOf(const LocalAddresses& local) const;
+};
+
+//  Returns the advice of addrpubd-check if no present address of this host passes filter, else an empty text. urlName:
+//  the key of the url in the ini file.
+std::string filterAdvice(const AddressFilter& filter, std::string_view urlName);
+
+}  // namespace rdbopen
+
+#endif
