@@ -353,8 +353,8 @@ TEST_F(DnsDatagrams, ACheckLeavesNoDescriptorOpen) {
     const DatagramServer datagrams(server.port(), hostileTo);
     const std::size_t before = entriesOf("/proc/self/fd");
     EXPECT_EQ(check(datagrams).reason, "");
-    //  The server closes its descriptor of the connection a moment later.
-    EXPECT_TRUE(eventually([before] { return entriesOf("/proc/self/fd") == before; }));
+    //  The server closes its descriptor of a connection a moment later.
+    EXPECT_TRUE(eventually([before] { return entriesOf("/proc/self/fd") <= before; }));
 }
 
 //  The pauses between checks take no time, so the handler interrupts the worker at any moment of a check.
