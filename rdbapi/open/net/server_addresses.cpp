@@ -43,11 +43,7 @@ Status ServerAddresses::lookUp(const std::vector<Server>& servers, std::chrono::
         unknown_.push_back({server, unknown.reason, false});
         status = std::move(unknown);
     }
-    if (addresses_.empty())
-        return withFaults(std::move(status), unknown_);
-    std::stable_partition(addresses_.begin(), addresses_.end(),
-                          [this](const ServerAddress& address) { return same(address, right_); });
-    return {};
+    return addresses_.empty() ? withFaults(std::move(status), unknown_) : Status{};
 }
 
 //  Appends the addresses of server.
@@ -94,6 +90,8 @@ Status ServerAddresses::withFaults(Status status, const std::vector<Fault>& faul
 
 Status ServerAddresses::tryEach(const Waiter& waiter, std::chrono::milliseconds until, const Connect& connect,
                                 const Attempt& attempt) {
+    std::stable_partition(addresses_.begin(), addresses_.end(),
+                          [this](const ServerAddress& address) { return same(address, right_); });
     return walk({waiter, until, connect, attempt}, nothing, {});
 }
 
@@ -104,7 +102,7 @@ Status ServerAddresses::tryOthers(Status status, const Waiter& waiter, std::chro
 
 //  Each address gets an equal share of the remaining time, so an address that drops packets does not use up the time of
 //  the next one. Unused time is divided among the others. If an address can be connected to, and its attempt returns
-//  neither errorBackendFailed nor a status with failover, right_ gets this address. lookUp puts the address of right_
+//  neither errorBackendFailed nor a status with failover, right_ gets this address. tryEach puts the address of right_
 //  first. An answer of a server is a more useful result for the operator than a failed connection, so it has priority.
 //  answer: the answer of the skipped address.
 Status ServerAddresses::walk(const Walk& how, std::size_t skipped, Status answer) {

@@ -2,9 +2,8 @@
 //  server that cannot serve the request although another one may, for example a read-only replica: the member failover
 //  of its status is true.
 //
-//      lookUp:      | the last address that served an attempt | the others: servers as in the url, each in the
-//                   |                                         | resolver's order
-//      tryEach:     tries the addresses in this order
+//      lookUp:      servers as in the url, each in the resolver's order
+//      tryEach:     first tries the last address that served an attempt, then the others in this order
 //      tryOthers:   tries the others in this order, without the address that was tried last
 //
 //  Threads: one thread at a time.
