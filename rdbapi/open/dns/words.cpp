@@ -16,7 +16,7 @@ constexpr Words rcodes[] = {
     {1, "FORMERR: the server does not understand the message"},
     {2, "SERVFAIL: the server failed; its log says why"},
     {3, "NXDOMAIN: the server does not have the name"},
-    {4, "NOTIMP: the server does not take updates"},
+    {rcodeNotImp, "NOTIMP: the server does not take updates"},
     {rcodeRefused,
      "REFUSED: the key may not do this (its policy needs AAAA and HTTPS), or the zone is frozen, takes no "
      "updates or is not on this server"},
@@ -41,7 +41,7 @@ std::string wordsFor(std::span<const Words> known, unsigned code, const char* su
 }  // namespace
 
 bool isWrongServer(unsigned rcode) {
-    return rcode == rcodeNotAuth || rcode == rcodeRefused;
+    return rcode == rcodeNotAuth || rcode == rcodeRefused || rcode == rcodeNotImp;
 }
 
 std::string rcodeWords(unsigned rcode) {
@@ -55,7 +55,7 @@ std::string unsignedWords(unsigned rcode) {
     if (rcode == rcodeNoError)
         return text;
     std::string words = rcodeWords(rcode);
-    if (isWrongServer(rcode))
+    if (rcode == rcodeNotAuth || rcode == rcodeRefused)
         words.insert(words.find(": ") + 2, "the key's name, algorithm or secret is wrong, or ");
     return text.append(" (").append(words).append(")");
 }

@@ -11,6 +11,7 @@ namespace rdbopen {
 //  (RFC 8945 section 3).
 inline constexpr unsigned rcodeNoError = 0;
 inline constexpr unsigned rcodeNxDomain = 3;
+inline constexpr unsigned rcodeNotImp = 4;
 inline constexpr unsigned rcodeRefused = 5;
 inline constexpr unsigned rcodeYxRrset = 7;
 inline constexpr unsigned rcodeNotAuth = 9;
