@@ -60,8 +60,17 @@ unsigned rcodeOf(const ldns_pkt& packet) {
     return static_cast<unsigned>(ldns_pkt_edns_extended_rcode(&packet)) << 4 | ldns_pkt_get_rcode(&packet);
 }
 
+const ldns_rr* findRecord(const ldns_pkt& packet, const std::string& owner, std::uint16_t type) {
+    const Name name(ldns_dname_new_frm_str((owner + ".").c_str()));
+    const ldns_rr_list* const answer = ldns_pkt_answer(&packet);
+    for (std::size_t i = 0; name && i < ldns_rr_list_rr_count(answer); ++i)
+        if (isOf(*ldns_rr_list_rr(answer, i), name, type))
+            return ldns_rr_list_rr(answer, i);
+    return nullptr;
+}
+
 bool answerHas(const ldns_pkt& packet, const std::string& owner, std::uint16_t type) {
-    return !recordsOf(ldns_pkt_answer(&packet), owner, type).empty();
+    return findRecord(packet, owner, type) != nullptr;
 }
 
 bool answerHolds(const ldns_pkt& packet, const RecordSet& set) {

@@ -1,6 +1,7 @@
 #include "dns/backend.h"
 
 #include "dns/check.h"
+#include "dns/primary.h"
 #include "dns/records.h"
 #include "dns/words.h"
 #include "dns/zone_url.h"
@@ -23,7 +24,7 @@ class DnsBackend : public Backend, public DnsUpdateBackend {
 public:
     DnsBackend(DnsZone zone, std::string keyName, std::string password, std::unique_ptr<Stream> stream)
         : zone_(std::move(zone)), keyName_(std::move(keyName)), password_(std::move(password)),
-          stream_(std::move(stream)) {}
+          stream_(std::move(stream)), servers_(zone_.servers) {}
 
     std::string label() const override { return zone_.scheme + "://" + serversText(zone_.servers) + "/" + zone_.zone; }
     UpdateBackend* updates() noexcept override { return this; }
@@ -39,6 +40,8 @@ private:
     //  One operation at one address. share: the time at which the next address should be tried.
     using Attempt = std::function<Status(DnsExchange&, std::chrono::milliseconds share)>;
 
+    Status lookUp(std::chrono::milliseconds& until);
+    Status named(Status status) const;
     Status atServer(TsigKey key, std::chrono::milliseconds until, const Attempt& attempt);
     Status askZone(DnsExchange& exchange, std::chrono::milliseconds until) const;
     Result<std::vector<RecordSet>> setsFor(const DnsRequest& request) const;
@@ -53,6 +56,7 @@ private:
     const std::string password_;
     const std::unique_ptr<Stream> stream_;
     const Waiter* waiter_ = nullptr;  // null while closed
+    std::vector<Server> servers_;     // those of the url; otherwise the primary server, once it has been found
     ServerAddresses addresses_;
 };
 
@@ -73,7 +77,7 @@ Status DnsBackend::open(const Waiter& waiter) {
         return key.status();
     //  After any failure the next address is tried, which is safe because open changes nothing at a server.
     std::chrono::milliseconds until = monotonicNow() + openLimit;
-    if (Status failed = addresses_.lookUp(zone_.servers, until); !failed.ok())
+    if (Status failed = lookUp(until); !failed.ok())
         return failed;
     return atServer(std::move(*key), until, [this](DnsExchange& exchange, auto share) {
         Status status = askZone(exchange, exchangeEnd(share));
@@ -83,14 +87,33 @@ Status DnsBackend::open(const Waiter& waiter) {
     });
 }
 
+//  Without servers in the url, finds the primary server each time, because another server may have become the primary.
+//  If this fails, uses the one that was found last.
+Status DnsBackend::lookUp(std::chrono::milliseconds& until) {
+    if (zone_.servers.empty()) {
+        Result<std::string> primary = findPrimary(zone_.zone, until);
+        if (primary.ok())
+            servers_ = {{std::move(*primary), zone_.port}};
+        else if (servers_.empty())
+            return primary.status();
+    }
+    return named(addresses_.lookUp(servers_, until));
+}
+
+//  Adds the name of the primary server, which is not in the url, to the reason of a failure.
+Status DnsBackend::named(Status status) const {
+    return zone_.servers.empty() && !status.reason.empty() ? failedTo(serverText(servers_.front()), std::move(status))
+                                                           : status;
+}
+
 //  Calls attempt with a new connection to each address of the server in turn, until the member failover of a status is
 //  false.
 Status DnsBackend::atServer(TsigKey key, std::chrono::milliseconds until, const Attempt& attempt) {
     DnsExchange exchange(*stream_, *waiter_, std::move(key));
-    return addresses_.tryEach(
+    return named(addresses_.tryEach(
         *waiter_, until,
         [&](const ServerAddress& address, auto share) { return exchange.connect(address, exchangeEnd(share)); },
-        [&](auto share) { return attempt(exchange, share); });
+        [&](auto share) { return attempt(exchange, share); }));
 }
 
 Status DnsBackend::askZone(DnsExchange& exchange, std::chrono::milliseconds until) const {
@@ -130,7 +153,7 @@ Status DnsBackend::update(const DnsRequest& request) {
     if (message->size() + signatureLength(*key) > maxDnsMessageSize)
         return updateTooLong();
     std::chrono::milliseconds until = monotonicNow() + exchangeLimit;
-    if (Status failed = addresses_.lookUp(zone_.servers, until); !failed.ok())
+    if (Status failed = lookUp(until); !failed.ok())
         return failed;
     return atServer(std::move(*key), until,
                     [&](DnsExchange& exchange, auto) { return sendUpdate(exchange, *message, *sets, until); });
@@ -171,13 +194,17 @@ Status DnsBackend::checkRequest(std::string_view text) {
     const std::chrono::milliseconds until = monotonicNow() + checkLimit;
     const ZoneCheck check(zone_.zone, *sets);
     DnsExchange exchange(*stream_, *waiter_, std::move(*key));
-    return addresses_.tryEach(
+    Status status = addresses_.tryEach(
         *waiter_, until,
         [&](const ServerAddress& address, auto share) {
             return zone_.encrypted() ? exchange.connect(address, exchangeEnd(share))
                                      : exchange.reach(address, check.first(), exchangeEnd(share));
         },
         [&](auto) { return check.run(exchange, until); });
+    //  Only the next open finds another primary server.
+    if (zone_.servers.empty() && status.failover)
+        status.code = errorBackendFailed;
+    return named(std::move(status));
 }
 
 }  // namespace

@@ -87,7 +87,9 @@ bool DnsZone::encrypted() const {
 }
 
 Result<DnsZone> parseDnsZone(const Url& url) {
-    Result<std::vector<Server>> servers = parseServers(url.authority, url.scheme == tlsScheme ? dnsTlsPort : dnsPort);
+    const std::uint16_t port = url.scheme == tlsScheme ? dnsTlsPort : dnsPort;
+    Result<std::vector<Server>> servers =
+        url.authority.empty() ? std::vector<Server>() : parseServers(url.authority, port);
     if (!servers.ok())
         return servers.status();
     std::string_view name = url.path;
@@ -100,6 +102,7 @@ Result<DnsZone> parseDnsZone(const Url& url) {
     DnsZone zone;
     zone.scheme = url.scheme;
     zone.servers = std::move(*servers);
+    zone.port = port;
     zone.zone = lowerCase(name);
     if (Status failed = takeOptions(url, zone); !failed.ok())
         return failed;

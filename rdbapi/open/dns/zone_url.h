@@ -1,6 +1,8 @@
 //  The parsed url of the back end dns:
 //
 //      dns://SERVER[:PORT]/ZONE[?ttl=60&algorithm=hmac-sha256&only=2001:db8:1::/48&skip=ula,if:wg*&check=60]
+//      dns://A,B:5353,[::1]/ZONE                       several servers
+//      dns:///ZONE                                     the primary server of the zone (primary.h)
 //      dns+tls://...                                   the same over TLS, with the options of net/tls_settings.h
 //
 //  The default PORT is 53, or 853 with TLS (RFC 7858 section 3.1). Options may be in any order, each at most once;
@@ -18,7 +20,8 @@ namespace rdbopen {
 
 struct DnsZone {
     std::string scheme;
-    std::vector<Server> servers;
+    std::vector<Server> servers;            // empty: the primary server of the zone
+    std::uint16_t port = 0;                 // of that server
     std::string zone;                       // satisfies isDnsName; in lower case, without the final dot
     std::uint32_t ttl = 60;                 // s, at most 2^31 - 1 (RFC 2181 section 8)
     std::string algorithm = "hmac-sha256";  // satisfies isTsigAlgorithm

@@ -39,6 +39,20 @@ TEST(DnsZoneUrl, AcceptsEachOption) {
     EXPECT_EQ(result->check, std::chrono::seconds(0));
 }
 
+TEST(DnsZoneUrl, NamesServersWithTheirPorts) {
+    const Result<DnsZone> result = parse("dns://a,b:5353,[::1]/z");
+    ASSERT_TRUE(result.ok()) << result.status().reason;
+    EXPECT_EQ(result->servers, (std::vector<Server>{{"a", 53}, {"b", 5353}, {"::1", 53}}));
+}
+
+TEST(DnsZoneUrl, WithoutServersTheZonesPrimaryServerIsMeant) {
+    const Result<DnsZone> result = parse("dns:///z?ttl=5");
+    ASSERT_TRUE(result.ok()) << result.status().reason;
+    EXPECT_TRUE(result->servers.empty());
+    EXPECT_EQ(result->port, 53);
+    EXPECT_EQ(parse("dns+tls:///z")->port, 853);
+}
+
 TEST(DnsZoneUrl, AcceptsEachAlgorithm) {
     for (const std::string algorithm : {"hmac-sha1", "hmac-sha256", "hmac-sha384", "hmac-sha512"})
         EXPECT_EQ(parse("dns://s/z?algorithm=" + algorithm)->algorithm, algorithm);
@@ -59,7 +73,8 @@ TEST(DnsZoneUrl, AnInvalidUrlIsRefusedWithAReason) {
     const std::string options = "malformed url: it has an option other than ttl, algorithm, only, skip and check";
     const std::string zone = "malformed url: it names no zone, as in dns://SERVER/ZONE";
     const std::pair<std::string, std::string> rows[] = {
-        {"dns:///z", "malformed url: it names no server"},
+        {"dns://a,/z", "malformed url: it names no server"},
+        {"dns://a,a/z", "malformed url: it names a server twice"},
         {"dns://k:p@s/z",
          "malformed url: the server part contains \"@\" (user and password have settings of their own)"},
         {"dns://s:0/z", "malformed url: the port of the server is not a number from 1 to 65535"},
