@@ -14,8 +14,8 @@ constexpr std::string_view mask = "***";
 constexpr std::string_view known_options[] = {"addresses", "algorithm", "check",     "db", "expire",
                                               "history",   "level",     "parameter", "ttl"};
 
-//  Options whose values are words and patterns of interface names, and those whose values are IPv6 prefixes.
-constexpr std::string_view word_options[] = {"skip"};
+//  Options whose values are words, patterns of interface names or zones, and those whose values are IPv6 prefixes.
+constexpr std::string_view word_options[] = {"ptr", "skip"};
 constexpr std::string_view prefix_options[] = {"only"};
 
 //  Options whose values are paths and host names. The path of a key is left out: it is where a key itself would be

@@ -1,5 +1,6 @@
 #include "dns/advice.h"
 
+#include "dns/pointers.h"
 #include "dns/records.h"
 #include "dns/tsig.h"
 #include "dns/zone_url.h"
@@ -38,6 +39,20 @@ void adviseOnName(const UrlUse& use, const DnsZone& zone, std::vector<Advice>& a
                                                  " bytes, 253 at most, so no update is sent"});
 }
 
+//  A reverse zone may be for addresses that the host has elsewhere, so this is only a remark on the present addresses.
+void adviseOnPointers(const UrlUse& use, const DnsZone& zone, std::vector<Advice>& advice) {
+    const Result<LocalAddresses> local = readLocalAddresses();
+    if (!local.ok())
+        return;
+    const std::vector<Ipv6Address> published = zone.filter.passing(*local);
+    for (const std::string& reverse : zone.reverseZones)
+        if (!published.empty() && std::none_of(published.begin(), published.end(), [&](const Ipv6Address& address) {
+                return zoneOfPointer({reverse}, pointerName(address)) == reverse;
+            }))
+            advice.push_back({Setting::url, std::string(use.urlName) + ": no present address of this host is in " +
+                                                reverse + ", a zone of ptr"});
+}
+
 }  // namespace
 
 void adviseOnZone(const UrlUse& use, std::vector<Advice>& advice) {
@@ -47,6 +62,7 @@ void adviseOnZone(const UrlUse& use, std::vector<Advice>& advice) {
     adviseOnName(use, *zone, advice);
     if (std::string text = filterAdvice(zone->filter, use.urlName); !text.empty())
         advice.push_back({Setting::url, std::move(text)});
+    adviseOnPointers(use, *zone, advice);
     const Result<std::string> secret = readSecret(use.credentials.password);
     if (secret.ok() && !isTsigSecret(*secret))
         advice.push_back({Setting::password, std::string(use.passwordName) +

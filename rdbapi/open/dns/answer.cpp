@@ -60,6 +60,10 @@ unsigned rcodeOf(const ldns_pkt& packet) {
     return static_cast<unsigned>(ldns_pkt_edns_extended_rcode(&packet)) << 4 | ldns_pkt_get_rcode(&packet);
 }
 
+std::vector<DnsBytes> answerRecords(const ldns_pkt& packet, const std::string& owner, std::uint16_t type) {
+    return recordsOf(ldns_pkt_answer(&packet), owner, type);
+}
+
 const ldns_rr* findRecord(const ldns_pkt& packet, const std::string& owner, std::uint16_t type) {
     const Name name(ldns_dname_new_frm_str((owner + ".").c_str()));
     const ldns_rr_list* const answer = ldns_pkt_answer(&packet);

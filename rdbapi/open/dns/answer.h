@@ -25,6 +25,9 @@ Result<Packet> parseMessage(std::span<const std::uint8_t> message);
 //  Returns the response code of packet, including its extension (RFC 6891 section 6.1.3).
 unsigned rcodeOf(const ldns_pkt& packet);
 
+//  Returns the data of all records of packet's answer section with this owner and type, in wire format.
+std::vector<DnsBytes> answerRecords(const ldns_pkt& packet, const std::string& owner, std::uint16_t type);
+
 //  Returns the first record of packet's answer section with this owner and type, or null. packet owns it.
 const ldns_rr* findRecord(const ldns_pkt& packet, const std::string& owner, std::uint16_t type);
 

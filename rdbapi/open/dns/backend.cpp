@@ -1,6 +1,7 @@
 #include "dns/backend.h"
 
 #include "dns/check.h"
+#include "dns/pointers.h"
 #include "dns/primary.h"
 #include "dns/records.h"
 #include "dns/words.h"
@@ -24,7 +25,7 @@ class DnsBackend : public Backend, public DnsUpdateBackend {
 public:
     DnsBackend(DnsZone zone, std::string keyName, std::string password, std::unique_ptr<Stream> stream)
         : zone_(std::move(zone)), keyName_(std::move(keyName)), password_(std::move(password)),
-          stream_(std::move(stream)), servers_(zone_.servers) {}
+          stream_(std::move(stream)), servers_(zone_.servers), pointers_(zone_.reverseZones, zone_.ttl) {}
 
     std::string label() const override { return zone_.scheme + "://" + serversText(zone_.servers) + "/" + zone_.zone; }
     UpdateBackend* updates() noexcept override { return this; }
@@ -46,6 +47,8 @@ private:
     Status askZone(DnsExchange& exchange, std::chrono::milliseconds until) const;
     Result<std::vector<RecordSet>> setsFor(const DnsRequest& request) const;
     Status update(const DnsRequest& request) override;
+    Status publish(DnsExchange& exchange, const DnsBytes& message, const std::vector<RecordSet>& sets,
+                   std::chrono::milliseconds until);
     Status sendUpdate(DnsExchange& exchange, const DnsBytes& message, const std::vector<RecordSet>& sets,
                       std::chrono::milliseconds until) const;
     Status findAlias(DnsExchange& exchange, const std::vector<RecordSet>& sets, std::chrono::milliseconds until) const;
@@ -58,6 +61,7 @@ private:
     const Waiter* waiter_ = nullptr;  // null while closed
     std::vector<Server> servers_;     // those of the url; otherwise the primary server, once it has been found
     ServerAddresses addresses_;
+    Pointers pointers_;
 };
 
 //  Reads the password file each time, so that a key can be changed while the service runs.
@@ -156,7 +160,24 @@ Status DnsBackend::update(const DnsRequest& request) {
     if (Status failed = lookUp(until); !failed.ok())
         return failed;
     return atServer(std::move(*key), until,
-                    [&](DnsExchange& exchange, auto) { return sendUpdate(exchange, *message, *sets, until); });
+                    [&](DnsExchange& exchange, auto) { return publish(exchange, *message, *sets, until); });
+}
+
+//  The PTR records are updated first, while the server still has the old addresses. If a reverse zone refuses, the
+//  addresses are updated all the same, because they matter more; the refusal is the result, so the request is repeated.
+//  It does not mean that another server is responsible for the zone of the addresses.
+Status DnsBackend::publish(DnsExchange& exchange, const DnsBytes& message, const std::vector<RecordSet>& sets,
+                           std::chrono::milliseconds until) {
+    if (!pointers_.enabled())
+        return sendUpdate(exchange, message, sets, until);
+    if (Status failed = pointers_.findLeaving(exchange, sets.front(), until); !failed.ok())
+        return failed;
+    Status pointers = pointers_.update(exchange, sets.front(), until);
+    if (pointers.code == errorBackendFailed)
+        return pointers;
+    pointers.failover = false;
+    Status status = sendUpdate(exchange, message, sets, until);
+    return status.ok() ? pointers : status;
 }
 
 Status DnsBackend::sendUpdate(DnsExchange& exchange, const DnsBytes& message, const std::vector<RecordSet>& sets,
@@ -200,7 +221,10 @@ Status DnsBackend::checkRequest(std::string_view text) {
             return zone_.encrypted() ? exchange.connect(address, exchangeEnd(share))
                                      : exchange.reach(address, check.first(), exchangeEnd(share));
         },
-        [&](auto) { return check.run(exchange, until); });
+        [&](auto) {
+            Status held = check.run(exchange, until);
+            return held.ok() ? pointers_.check(exchange, sets->front(), until) : held;
+        });
     //  Only the next open finds another primary server.
     if (zone_.servers.empty() && status.failover)
         status.code = errorBackendFailed;

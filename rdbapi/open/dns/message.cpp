@@ -128,6 +128,25 @@ Result<DnsBytes> updateMessage(std::uint16_t id, const std::string& zone, std::u
     return writer.take();
 }
 
+Result<DnsBytes> pointerMessage(std::uint16_t id, const std::string& zone, std::uint32_t ttl, const DnsBytes& target,
+                                const std::vector<std::string>& removed, const std::vector<std::string>& added) {
+    Writer writer(id, opcodeUpdate);
+    writer.question(zone, typeSoa);
+    for (const std::string& name : added)
+        writer.absence(name, typeCname);
+    //  RFC 2136 section 2.5.4: class NONE and ttl 0 delete the record with this data.
+    for (const std::string& name : removed)
+        writer.record(Section::updates, name, typePtr, classNone, 0, target);
+    for (const std::string& name : added) {
+        if (!writer.fits())
+            return updateTooLong();
+        writer.record(Section::updates, name, typePtr, classIn, ttl, target);
+    }
+    if (!writer.fits())
+        return updateTooLong();
+    return writer.take();
+}
+
 DnsBytes absenceMessage(std::uint16_t id, const std::string& zone, const std::string& owner, std::uint16_t type) {
     Writer writer(id, opcodeUpdate);
     writer.question(zone, typeSoa);

@@ -29,6 +29,7 @@ using DnsBytes = std::vector<std::uint8_t>;
 
 inline constexpr std::uint16_t typeCname = 5;   // RFC 1035
 inline constexpr std::uint16_t typeSoa = 6;     // RFC 1035
+inline constexpr std::uint16_t typePtr = 12;    // RFC 1035
 inline constexpr std::uint16_t typeAaaa = 28;   // RFC 3596
 inline constexpr std::uint16_t typeHttps = 65;  // RFC 9460
 
@@ -64,6 +65,12 @@ std::vector<std::string> ownersOfRecords(const std::vector<RecordSet>& sets);
 //  changes nothing.
 Result<DnsBytes> updateMessage(std::uint16_t id, const std::string& zone, std::uint32_t ttl,
                                const std::vector<RecordSet>& sets);
+
+//  Returns an update of zone that deletes the PTR records of the names removed and adds those of the names added, all
+//  with the data target. It changes no other record. Fails with updateTooLong. It requires as above that no name added
+//  is an alias.
+Result<DnsBytes> pointerMessage(std::uint16_t id, const std::string& zone, std::uint32_t ttl, const DnsBytes& target,
+                                const std::vector<std::string>& removed, const std::vector<std::string>& added);
 
 //  Returns the failure of an update that would be longer than maxDnsMessageSize: errorBadRequest.
 Status updateTooLong();

@@ -1,5 +1,6 @@
 #include "dns/zone_url.h"
 
+#include "dns/pointers.h"
 #include "dns/tsig.h"
 #include "net/tls_settings.h"
 
@@ -47,19 +48,36 @@ Status takeCheck(const std::string& value, DnsZone& zone) {
     return {};
 }
 
+Status takePtr(const std::string& value, DnsZone& zone) {
+    std::string_view rest = value;
+    for (bool more = true; more;) {
+        const std::size_t end = std::min(rest.find(','), rest.size());
+        std::string name = lowerCase(rest.substr(0, end));
+        if (name.ends_with('.'))
+            name.pop_back();
+        if (!isReverseZone(name))
+            return malformedUrl("ptr is not a list of zones such as 8.b.d.0.1.0.0.2.ip6.arpa");
+        zone.reverseZones.push_back(std::move(name));
+        more = end < rest.size();
+        rest.remove_prefix(more ? end + 1 : end);
+    }
+    return {};
+}
+
 struct Option {
     std::string_view name;
     Status (*take)(const std::string& value, DnsZone& zone);
 };
 
 constexpr Option options[] = {
-    {"ttl", takeTtl}, {"algorithm", takeAlgorithm}, {"only", takeOnly}, {"skip", takeSkip}, {"check", takeCheck},
+    {"ttl", takeTtl},   {"algorithm", takeAlgorithm}, {"only", takeOnly},
+    {"skip", takeSkip}, {"check", takeCheck},         {"ptr", takePtr},
 };
 
 std::string optionWords(std::string_view scheme) {
     if (scheme == tlsScheme)
-        return "it has an option other than ttl, algorithm, only, skip, check, " + std::string(tlsOptionWords);
-    return "it has an option other than ttl, algorithm, only, skip and check";
+        return "it has an option other than ttl, algorithm, only, skip, check, ptr, " + std::string(tlsOptionWords);
+    return "it has an option other than ttl, algorithm, only, skip, check and ptr";
 }
 
 //  A reason never contains the url, because it may contain a misplaced secret.

@@ -1,6 +1,6 @@
 //  The parsed url of the back end dns:
 //
-//      dns://SERVER[:PORT]/ZONE[?ttl=60&algorithm=hmac-sha256&only=2001:db8:1::/48&skip=ula,if:wg*&check=60]
+//      dns://SERVER[:PORT]/ZONE[?ttl=60&algorithm=hmac-sha256&only=2001:db8:1::/48&skip=ula,if:wg*&check=60&ptr=ZONE]
 //      dns://A,B:5353,[::1]/ZONE                       several servers
 //      dns:///ZONE                                     the primary server of the zone (primary.h)
 //      dns+tls://...                                   the same over TLS, with the options of net/tls_settings.h
@@ -26,6 +26,7 @@ struct DnsZone {
     std::uint32_t ttl = 60;                 // s, at most 2^31 - 1 (RFC 2181 section 8)
     std::string algorithm = "hmac-sha256";  // satisfies isTsigAlgorithm
     AddressFilter filter;
+    std::vector<std::string> reverseZones;   // each satisfies isReverseZone
     std::chrono::milliseconds check{60000};  // interval between checks of the server; 0 for never, at most one day
 
     //  Returns whether everything is sent over TLS, so nothing over UDP.

@@ -126,19 +126,21 @@ Result<std::vector<std::string>> AddressFilter::apply(const std::vector<std::str
     return passed;
 }
 
-bool AddressFilter::leavesNothingOf(const LocalAddresses& local) const {
-    bool any = false;
+std::vector<Ipv6Address> AddressFilter::passing(const LocalAddresses& local) const {
+    std::vector<Ipv6Address> found;
     for (const auto& entry : local) {
         const Ipv6Address& address = entry.first;
-        if (std::any_of(std::begin(neverPublished), std::end(neverPublished),
-                        [&address](const Prefix& prefix) { return has(prefix, address); }))
-            continue;
+        const bool published = std::none_of(std::begin(neverPublished), std::end(neverPublished),
+                                            [&address](const Prefix& prefix) { return has(prefix, address); });
         char text[INET6_ADDRSTRLEN];
-        if (passes(inet_ntop(AF_INET6, address.data(), text, sizeof text), local))
-            return false;
-        any = true;
+        if (published && passes(inet_ntop(AF_INET6, address.data(), text, sizeof text), local))
+            found.push_back(address);
     }
-    return any;
+    return found;
+}
+
+bool AddressFilter::leavesNothingOf(const LocalAddresses& local) const {
+    return passing(local).empty() && !AddressFilter().passing(local).empty();
 }
 
 std::string filterAdvice(const AddressFilter& filter, std::string_view urlName) {

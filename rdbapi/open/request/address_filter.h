@@ -40,7 +40,10 @@ struct AddressFilter {
     //  fails with errorBackendFailed if this fails.
     Result<std::vector<std::string>> apply(const std::vector<std::string>& addresses) const;
 
-    //  Returns whether local has an address that the service would publish, but none passes.
+    //  Returns the addresses in local that the service publishes and that pass.
+    std::vector<Ipv6Address> passing(const LocalAddresses& local) const;
+
+    //  Returns whether local has an address that the service publishes, but none passes.
     bool leavesNothingOf(const LocalAddresses& local) const;
 };
 

@@ -22,6 +22,6 @@ addrpubd_unit_test(open_dns_datagram_test
 
 addrpubd_unit_test(open_dns_test
     SOURCES open_backend_dns_test.cpp open_dns_signal_test.cpp open_quiet_syslog.cpp
-    APART open_dns_hostile_test.cpp open_dns_servers_test.cpp
+    APART open_dns_hostile_test.cpp open_dns_pointers_test.cpp open_dns_servers_test.cpp
     LIBS open_dns_support
     WRAP clock_gettime sendto socket send recv open getaddrinfo res_nquery)

@@ -2,6 +2,7 @@
 #include "dns/message.h"
 
 #include "dns/answer.h"
+#include "dns/pointers.h"
 #include "open_dns_support.h"
 
 #include <gtest/gtest.h>
@@ -54,6 +55,33 @@ TEST(DnsUpdate, CanRequireThatTheZoneItselfHasNoSuchRecordSet) {
     EXPECT_EQ(toHex(absenceMessage(0x1234, "example.org", "h.example.org", typeAaaa)),
               toHex(fromHex("1234 2800 0001 0001 0000 0000 07 6578616d706c65 03 6f7267 00 0006 0001"
                             "01 68 c00c 001c 00fe 00000000 0000")));
+}
+
+//  RFC 2136 sections 2.5.4 and 2.5.1: exactly these records are deleted and added.
+TEST(DnsUpdate, OfPointersChangesOnlyRecordsWithThisTarget) {
+    const std::string zone = "01 32 03 697036 04 61727061 00 0006 0001";
+    const std::string expected = "1234 2800 0001 0001 0002 0000" + zone +  //
+                                 "01 61 c00c 0005 00fe 00000000 0000" +    // a must have no CNAME
+                                 "01 62 c00c 000c 00fe 00000000 0003 016800" + "c01c 000c 0001 0000003c 0003 016800";
+    EXPECT_EQ(toHex(*pointerMessage(0x1234, "2.ip6.arpa", 60, fromHex("0168 00"), {"b.2.ip6.arpa"}, {"a.2.ip6.arpa"})),
+              toHex(fromHex(expected)));
+    const std::vector<std::string> many(6000, "a.2.ip6.arpa");
+    EXPECT_EQ(pointerMessage(1, "2.ip6.arpa", 60, {0}, {}, many).status().code, errorBadRequest);
+    EXPECT_EQ(pointerMessage(1, "2.ip6.arpa", 60, {0}, many, {}).status().code, errorBadRequest);
+}
+
+TEST(DnsPointers, HaveTheNibblesOfTheAddressInReverse) {
+    EXPECT_EQ(pointerName(fromHex("20010db8000000000000000000000a1b")),
+              "b.1.a.0.0.0.0.0.0.0.0.0.0.0.0.0.0.0.0.0.0.0.0.0.8.b.d.0.1.0.0.2.ip6.arpa");
+}
+
+TEST(DnsPointers, AreInTheLongestZoneThatHasTheName) {
+    const std::vector<std::string> zones{"2.ip6.arpa", "1.2.ip6.arpa", "3.ip6.arpa"};
+    EXPECT_EQ(zoneOfPointer(zones, "5.1.2.ip6.arpa"), "1.2.ip6.arpa");
+    EXPECT_EQ(zoneOfPointer(zones, "5.2.ip6.arpa"), "2.ip6.arpa");
+    EXPECT_EQ(zoneOfPointer(zones, "1.2.ip6.arpa"), "1.2.ip6.arpa");
+    EXPECT_EQ(zoneOfPointer(zones, "5.12.ip6.arpa"), "");
+    EXPECT_EQ(zoneOfPointer({}, "5.ip6.arpa"), "");
 }
 
 TEST(DnsQuery, RequestsNoRecursionAndAnnouncesTheLengthOfDatagrams) {

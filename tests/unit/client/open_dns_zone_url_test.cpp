@@ -39,6 +39,14 @@ TEST(DnsZoneUrl, AcceptsEachOption) {
     EXPECT_EQ(result->check, std::chrono::seconds(0));
 }
 
+TEST(DnsZoneUrl, MayNameReverseZones) {
+    EXPECT_EQ(parse("dns://s/z?ptr=8.B.d.0.1.0.0.2.ip6.arpa,d.f.IP6.arpa.")->reverseZones,
+              (std::vector<std::string>{"8.b.d.0.1.0.0.2.ip6.arpa", "d.f.ip6.arpa"}));
+    const std::string nibbles = "1.2.3.4.5.6.7.8.9.a.b.c.d.e.f.0.";
+    EXPECT_TRUE(parse("dns://s/z?ptr=" + nibbles + nibbles + "ip6.arpa").ok());
+    EXPECT_FALSE(parse("dns://s/z?ptr=0." + nibbles + nibbles + "ip6.arpa").ok());
+}
+
 TEST(DnsZoneUrl, NamesServersWithTheirPorts) {
     const Result<DnsZone> result = parse("dns://a,b:5353,[::1]/z");
     ASSERT_TRUE(result.ok()) << result.status().reason;
@@ -67,10 +75,11 @@ TEST(DnsZoneUrl, AnInvalidUrlIsRefusedWithAReason) {
     const std::string check = "malformed url: check is not a number of seconds from 0 to 86400";
     const std::string skip =
         "malformed url: skip is not a list of ula, temporary, deprecated and if:NAME, the words at most once";
+    const std::string ptr = "malformed url: ptr is not a list of zones such as 8.b.d.0.1.0.0.2.ip6.arpa";
     const std::string only = "malformed url: only is not a list of IPv6 prefixes, as in 2001:db8:1::/48";
     const std::string algorithm = "malformed url: algorithm is not hmac-sha1, hmac-sha256, hmac-sha384 or hmac-sha512";
     //  The message does not quote the url.
-    const std::string options = "malformed url: it has an option other than ttl, algorithm, only, skip and check";
+    const std::string options = "malformed url: it has an option other than ttl, algorithm, only, skip, check and ptr";
     const std::string zone = "malformed url: it names no zone, as in dns://SERVER/ZONE";
     const std::pair<std::string, std::string> rows[] = {
         {"dns://a,/z", "malformed url: it names no server"},
@@ -98,6 +107,14 @@ TEST(DnsZoneUrl, AnInvalidUrlIsRefusedWithAReason) {
         {"dns://s/z?skip=tentative", skip},
         {"dns://s/z?skip=if:", skip},
         {"dns://s/z?only=", only},
+        {"dns://s/z?ptr=", ptr},
+        {"dns://s/z?ptr=2.ip6.arpa,", ptr},
+        {"dns://s/z?ptr=ip6.arpa", ptr},
+        {"dns://s/z?ptr=20.ip6.arpa", ptr},
+        {"dns://s/z?ptr=g.ip6.arpa", ptr},
+        {"dns://s/z?ptr=.ip6.arpa", ptr},
+        {"dns://s/z?ptr=2.ip6.arpa.org", ptr},
+        {"dns://s/z?ptr=1.2.0.192.in-addr.arpa", ptr},
         {"dns://s/z?algorithm=hmac-md5", algorithm},
         {"dns://s/z?algorithm=hmac-sha224", algorithm},
         {"dns://s/z?algorithm=HMAC-SHA256", algorithm},

@@ -46,6 +46,7 @@ TEST(Show, ValuesOfUnknownOptionsAreMasked) {
     EXPECT_EQ(withoutSecrets("dns://h/z?ttl=60&TsigKey=abc=&skip=ula"), "dns://h/z?ttl=60&TsigKey=***&skip=ula");
     EXPECT_EQ(withoutSecrets("dns://h/z?only=2001:db8::/48,fd00::/8&skip=if:wg*,ula"),
               "dns://h/z?only=2001:db8::/48,fd00::/8&skip=if:wg*,ula");
+    EXPECT_EQ(withoutSecrets("dns://h/z?ptr=1.2.ip6.arpa,3.ip6.arpa"), "dns://h/z?ptr=1.2.ip6.arpa,3.ip6.arpa");
     EXPECT_EQ(withoutSecrets("dns://h/z?only=MTIz/NDU2&skip=MTIz/NDU2"), "dns://h/z?only=***&skip=***");
     EXPECT_EQ(withoutSecrets("redis://h?pwd=&t%6Fken=b&=c"), "redis://h?pwd=&t%6Fken=***&=***");
     EXPECT_EQ(withoutSecrets("redis://h?S3cr3t&&expire"), "redis://h?***&&***");

@@ -1,0 +1,61 @@
+//  PTR records (RFC 1035 section 3.3.12) of the host's addresses, in the reverse zones of the option ptr:
+//
+//      1.0.0.0 ... 8.b.d.0.1.0.0.2.ip6.arpa   PTR   host1.example.org.
+//      |           |
+//      |           zone, for example that of 2001:db8::/32
+//      the address, each hexadecimal digit one label, the last one first (RFC 3596 section 2.5)
+//
+//  One update of each zone adds the records of the addresses to be published and deletes those of the addresses that
+//  leave. These are the addresses that the server has at the host's name, so this also works after a restart; PTR
+//  records must therefore be updated before the addresses are replaced. Only records that point to the host are added
+//  or deleted.
+//
+//  Threads: one thread at a time.
+#ifndef RDBAPI_OPEN_DNS_POINTERS_H
+#define RDBAPI_OPEN_DNS_POINTERS_H
+
+#include "dns/exchange.h"
+
+#include <set>
+
+namespace rdbopen {
+
+//  Returns whether zone is one of nibbles below ip6.arpa. Requires: zone is in lower case.
+bool isReverseZone(std::string_view zone);
+
+//  Returns the name of an address below ip6.arpa. Requires: address has 16 bytes.
+std::string pointerName(std::span<const std::uint8_t> address);
+
+//  Returns the one of zones that has name, or an empty text. If several have it, returns the longest one.
+std::string zoneOfPointer(const std::vector<std::string>& zones, const std::string& name);
+
+class Pointers {
+public:
+    //  zones: reverse zones. ttl: of the records, in s.
+    Pointers(std::vector<std::string> zones, std::uint32_t ttl) : zones_(std::move(zones)), ttl_(ttl) {}
+
+    bool enabled() const noexcept { return !zones_.empty(); }
+
+    //  Finds the addresses that the server has and addresses, the AAAA records to be published, does not. They are kept
+    //  until update has succeeded.
+    Status findLeaving(DnsExchange& exchange, const RecordSet& addresses, std::chrono::milliseconds until);
+
+    //  Adds the records of addresses and deletes those of the addresses that leave. Tries all zones even if one
+    //  refuses.
+    Status update(DnsExchange& exchange, const RecordSet& addresses, std::chrono::milliseconds until);
+
+    //  Returns errorNotHeld if a record for addresses is missing.
+    Status check(DnsExchange& exchange, const RecordSet& addresses, std::chrono::milliseconds until) const;
+
+private:
+    Status updateZone(DnsExchange& exchange, const std::string& zone, const RecordSet& addresses,
+                      std::chrono::milliseconds until) const;
+
+    const std::vector<std::string> zones_;
+    const std::uint32_t ttl_;
+    std::set<DnsBytes> leaving_;  // addresses that may still have a record
+};
+
+}  // namespace rdbopen
+
+#endif
