@@ -30,9 +30,9 @@ void advise(const UrlUse& use, std::vector<Advice>& advice) {
     adviseOnTls(use, advice);
 }
 
-constexpr std::string_view schemesWithTls[] = {"dns+tls"};
+constexpr std::string_view tlsSchemes[] = {"dns+tls"};
 
 }  // namespace
 
 RDBAPI_MODULE(dns_tls);
-constinit const rdbopen::Module rdbapix64_dns_tls = describeModule<makeDnsTlsBackend, advise>(schemesWithTls);
+constinit const rdbopen::Module rdbapix64_dns_tls = describeModule<makeDnsTlsBackend, advise>(tlsSchemes);
