@@ -113,9 +113,11 @@ class Fixture:
             self.client.close()
         self.client = None
 
-    def connect(self, rest="", user="default", password="any", port=6379, sockets=None, host="127.0.0.1"):
+    def connect(
+        self, rest="", user="default", password="any", port=6379, sockets=None, host="127.0.0.1", environment=None
+    ):
         """Creates a client and starts to connect it."""
-        self.client = RdbClient(self.sandbox, LIBRARY, SHIM, sockets)
+        self.client = RdbClient(self.sandbox, LIBRARY, SHIM, sockets, environment)
         self.handle = self.client.open(f"redis://{host}:{port}{rest}", user, password)
 
     def connected(self, *arguments, **options):

@@ -111,7 +111,7 @@ def test_424_truncated_answers_neither_lose_nor_repeat_a_value(fixture):
         fixture.put(f"{length}")
         fixture.put(f"{length}b")  # receives the rest of the answers to the first put
         fixture.proxy("cut 0")
-        fixture.client.tagget(fixture.handle, "host1")
+        fixture.client.taginport(fixture.handle, "host1")
         fixture.client.wait_event(fixture.handle, DISCONNECTED, lost)
         fixture.proxy("pass")
         fixture.wait_connected()
@@ -152,16 +152,28 @@ def test_427_expired_keys_are_restored_while_the_host_runs(fixture):
     keys = [f"rdb:{kind}:{{host1}}" for kind in ("tag", "value", "history")]
     assert all(890 <= int(fixture.server.command("TTL", key)) <= 900 for key in keys)
     for key in keys:
-        fixture.server.command("EXPIRE", key, 700)
-    assert fixture.put("first") == OK
-    assert all(890 <= int(fixture.server.command("TTL", key)) <= 900 for key in keys)
-    for key in keys:
         fixture.server.command("PEXPIRE", key, 1)
     fixture.wait_held("first")
     fixture.end_client()
     for key in keys:
         fixture.server.command("PEXPIRE", key, 1)
     wait_until(lambda: fixture.server.command("DBSIZE") == "0", "an empty server")
+
+
+def test_4271_the_library_confirms_a_value_and_its_expiry_by_itself(fixture):
+    fixture.server.start()
+    fixture.connected("?expire=900", environment={"HURRYSHIM_WORKER": "1000"})
+    fixture.register("first")
+    keys = [f"rdb:{kind}:{{host1}}" for kind in ("tag", "value", "history")]
+    before = fields(fixture.server, keys[1])
+    for key in keys:
+        fixture.server.command("EXPIRE", key, 700)
+    wait_until(lambda: all(890 <= int(fixture.server.command("TTL", key)) for key in keys), "the expiry to be set")
+    after = fields(fixture.server, keys[1])
+    assert int(after.pop("confirmed_ms")) > int(before.pop("confirmed_ms"))
+    assert after == before
+    assert fixture.server.history() == ["first"]
+    assert calls(fixture.server, "hmget") > calls(fixture.server, "evalsha")  # most checks only read
 
 
 def test_428_a_subscriber_sees_every_change_and_no_repetition(registered):
@@ -192,11 +204,13 @@ def fields(server, key):
     return dict(zip(words[0::2], words[1::2], strict=True))
 
 
-def test_4291_a_repetition_only_confirms(registered):
+def test_4291_a_repetition_on_another_connection_only_confirms(registered):
     before = fields(registered.server, "rdb:value:{host1}")
     writes = registered.server.command("INFO", "commandstats")
     time.sleep(0.002)
-    assert registered.put("first") == OK
+    another = registered.client.open("redis://127.0.0.1:6379", "default", "any")
+    registered.client.wait_event(another, CONNECTED)
+    assert registered.client.put(another, "host1", "first") == OK
     after = fields(registered.server, "rdb:value:{host1}")
     assert int(after.pop("confirmed_ms")) > int(before.pop("confirmed_ms"))
     assert after == before
@@ -215,10 +229,10 @@ def test_4292_a_server_that_forgets_the_scripts_gets_them_again(registered):
     assert registered.put("second") == OK
     assert (calls(registered.server, "eval"), calls(registered.server, "evalsha")) == (2, 3)
     registered.server.command("SCRIPT", "FLUSH")
-    for value in ("third", "third"):
+    for value in ("third", "fourth"):
         assert registered.put(value) == OK
     assert (calls(registered.server, "eval"), calls(registered.server, "evalsha")) == (3, 5)
-    assert registered.server.history() == ["first", "second", "third"]
+    assert registered.server.history() == ["first", "second", "third", "fourth"]
 
 
 @pytest.mark.retry

@@ -201,7 +201,7 @@ def test_4991_a_foreign_history_is_not_removed_and_does_not_expire(fixture):
     fixture.connected("?expire=900&history=0")
     fixture.register("first")
     before = foreign_key(fixture.server, key, ["XADD", "1-1", "a", "b"])
-    for value in ("first", "second"):
+    for value in ("second", "first"):
         assert fixture.put(value) == SERVER_REFUSED
     assert fixture.client.taginport(fixture.handle, "host1") == SERVER_REFUSED
     assert_left_alone(fixture, key, ["XRANGE", "-", "+"], "1-1\na\nb", before)

@@ -4,39 +4,52 @@
 //  worker's eventfd, the worker waits between two pieces of work: it is idle, waits for the next check, or waits after
 //  a failure. If it is a socket, the worker exchanges messages with a server:
 //
-//      first descriptor    limit                                  recorded
-//      eventfd             a fiftieth, at least 1 ms              yes
-//      any other           unchanged, or divided by HURRYSHIM_SOCKETS   no
+//      first descriptor    limit                                              recorded
+//      eventfd             a fiftieth, or HURRYSHIM_WORKER; at least 1 ms     yes
+//      any other           unchanged, or divided by HURRYSHIM_SOCKETS         no
 //
 //  The monotonic clock stays real, so by that clock a shortened wait ends early. The worker does not compare the clock:
 //  it uses the result of poll.
+//
+//  The worker chooses the time of its first check with a random number of four bytes (getrandom). While waits are
+//  recorded, the number is fixed: the first check comes after the whole interval, and the first refresh as late as
+//  possible. So any shorter wait is a back-off.
 //
 //  HURRYSHIM_FILE     file to which each wait of a worker is appended: "begin MILLISECONDS\n" and "end MILLISECONDS
 //                     RESULT\n", with the requested limit and the result of poll, 0 if the time expired. If it is not
 //                     set, nothing is recorded.
 //  HURRYSHIM_SOCKETS  a whole number of at least 1.
+//  HURRYSHIM_WORKER   a whole number of at least 1, which replaces fifty.
+//  HURRYSHIM_CLOCK    if set, the monotonic clock runs as fast as the waits of a worker.
 //
-//  Threads: any thread may call poll.
+//  Threads: any thread may call the replaced functions.
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <poll.h>
+#include <sys/random.h>
+#include <time.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
 namespace {
 
-constexpr int workerDivisor = 50;
+constexpr std::uint32_t lateNumber = 539999;  // 1 less than a multiple of each check interval that divides 540 s
 
-using PollFunction = int (*)(pollfd*, nfds_t, int);
+//  Returns the function that this one replaces. It may be that of another preloaded library.
+template <class Function>
+Function* replaced(const char* name) {
+    return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
+}
 
-PollFunction realPoll() {
-    static const auto function = reinterpret_cast<PollFunction>(dlsym(RTLD_NEXT, "poll"));
-    return function;
+int realPoll(pollfd* descriptors, nfds_t count, int timeout) {
+    static const auto function = replaced<int(pollfd*, nfds_t, int)>("poll");
+    return function(descriptors, count, timeout);
 }
 
 bool isEventfd(int fd) {
@@ -46,9 +59,17 @@ bool isEventfd(int fd) {
     return readlink(link, target, sizeof target - 1) > 0 && strcmp(target, "anon_inode:[eventfd]") == 0;
 }
 
+int numberOf(const char* variable, int otherwise) {
+    const char* const text = getenv(variable);
+    return text == nullptr ? otherwise : std::max(1, atoi(text));
+}
+
+int workerDivisor() {
+    return numberOf("HURRYSHIM_WORKER", 50);
+}
+
 int socketDivisor() {
-    const char* const text = getenv("HURRYSHIM_SOCKETS");
-    return text == nullptr ? 1 : std::max(1, atoi(text));
+    return numberOf("HURRYSHIM_SOCKETS", 1);
 }
 
 int shortened(int timeout, int divisor) {
@@ -70,7 +91,7 @@ int hurry(pollfd* descriptors, nfds_t count, int timeout) {
     char line[40];
     snprintf(line, sizeof line, "begin %d\n", timeout);
     writeDown(line);
-    const int result = realPoll()(descriptors, count, shortened(timeout, workerDivisor));
+    const int result = realPoll(descriptors, count, shortened(timeout, workerDivisor()));
     const int error = errno;
     snprintf(line, sizeof line, "end %d %d\n", timeout, result);
     writeDown(line);
@@ -89,5 +110,25 @@ int hurriedPoll(pollfd* descriptors, nfds_t count, int timeout) {
     errno = before;
     if (worker)
         return hurry(descriptors, count, timeout);
-    return realPoll()(descriptors, count, timeout < 0 ? timeout : shortened(timeout, socketDivisor()));
+    return realPoll(descriptors, count, timeout < 0 ? timeout : shortened(timeout, socketDivisor()));
+}
+
+extern "C" ssize_t getrandom(void* bytes, size_t length, unsigned flags) {
+    static const auto real = replaced<ssize_t(void*, size_t, unsigned)>("getrandom");
+    if (length != sizeof lateNumber || getenv("HURRYSHIM_FILE") == nullptr)
+        return real(bytes, length, flags);
+    memcpy(bytes, &lateNumber, sizeof lateNumber);
+    return static_cast<ssize_t>(length);
+}
+
+//  All processes of a machine with the same speed agree about this time.
+extern "C" int clock_gettime(clockid_t clock, timespec* now) noexcept {
+    static const auto real = replaced<int(clockid_t, timespec*)>("clock_gettime");
+    static const int speed = getenv("HURRYSHIM_CLOCK") == nullptr ? 1 : workerDivisor();
+    const int result = real(clock, now);
+    if (result != 0 || clock != CLOCK_MONOTONIC || speed == 1)
+        return result;
+    const std::int64_t time = (std::int64_t{now->tv_sec} * 1000000000 + now->tv_nsec) * speed;
+    *now = {time / 1000000000, time % 1000000000};
+    return 0;
 }

@@ -27,6 +27,7 @@
 #include "rdbapi.h"
 
 #include <memory>
+#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
@@ -69,6 +70,10 @@ public:
     //  Returns the reply for a request that is not carried out; code says why.
     virtual std::string refusal(std::string_view request, int code) = 0;
 
+    //  Returns the reply to request without carrying it out, if it requests exactly what done requested and done has
+    //  succeeded. Returns nothing if the requests differ or cannot be compared.
+    virtual std::optional<std::string> repetition(std::string_view, std::string_view) { return {}; }
+
     //  Like checkValue: compares the server's data with what the request should have produced.
     virtual Status checkRequest(std::string_view) { return {}; }
 
@@ -101,8 +106,9 @@ public:
     //  served, the worker watches it; when it becomes readable, the worker calls probe and the checks.
     virtual int watchedDescriptor() const noexcept { return -1; }
 
-    //  Returns how long after the last exchange the worker calls probe and the checks, while nothing is pending. Zero:
-    //  no time causes a check.
+    //  Returns the time between two checks, while nothing is pending. A check is a call of probe and of the check of each
+    //  value or request; some checks are replaced by refreshes, which send the data again (retry_schedule.h). Zero: no
+    //  time causes a check, and each request is carried out, even if it only repeats the last one. Constant while open.
     virtual std::chrono::milliseconds checkInterval() const noexcept { return {}; }
 
     //  Returns whether a call may interrupt probe and the checks. If so, each wait of a check returns callWaits once a

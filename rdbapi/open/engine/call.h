@@ -37,14 +37,19 @@ public:
     //  Returns whether backend has the interface that the call needs.
     virtual bool isServedBy(Backend& backend) const = 0;
 
-    //  Carries out the request. run, refuse and record require isServedBy(backend).
+    //  Prepares the result and returns true if the server need not be asked, because it has confirmed at since or later
+    //  what the request would store or look up. Otherwise returns false. takeConfirmed, run, refuse and record require
+    //  isServedBy(backend).
+    virtual bool takeConfirmed(const DesiredState&, Backend&, DesiredState::Time) { return false; }
+
+    //  Carries out the request.
     virtual Status run(Backend& backend) = 0;
 
     //  Prepares the reply when the request is not carried out; code says why. Called instead of run.
     virtual void refuse(Backend&, int) {}
 
-    //  Stores the requested data and the result code in the desired state.
-    virtual void record(DesiredState&, int) const {}
+    //  Stores the requested data and the result code in the desired state. now: when run began.
+    virtual void record(DesiredState&, int, DesiredState::Time) const {}
 
     //  Passes the result to the caller. closed: the handle was closed, so the callback is not called.
     virtual void finish(int code, bool closed) = 0;
@@ -76,8 +81,9 @@ struct TagCall : WaitingCall {
 struct TagGetCall : TagCall {
     explicit TagGetCall(const RdbTag& query) : tag(query) {}
     bool required() const override { return true; }
+    bool takeConfirmed(const DesiredState& desired, Backend& backend, DesiredState::Time since) override;
     Status run(Backend& backend) override { return backend.tags()->get(tag); }
-    void record(DesiredState& desired, int code) const override { desired.recordLookup(tag, code); }
+    void record(DesiredState& desired, int code, DesiredState::Time) const override { desired.recordLookup(tag, code); }
     RdbTag tag;
 };
 
@@ -85,16 +91,17 @@ struct TagImportCall : TagCall {
     explicit TagImportCall(const RdbTag& definition) : tag(definition) {}
     bool required() const override { return true; }
     Status run(Backend& backend) override { return backend.tags()->import(tag); }
-    void record(DesiredState& desired, int code) const override { desired.recordTag(tag, code); }
+    void record(DesiredState& desired, int code, DesiredState::Time) const override { desired.recordTag(tag, code); }
     RdbTag tag;
 };
 
 struct PutCall : TagCall {
     PutCall(const RdbSnapshot* first, int count) : records(first, first + count) {}
+    bool takeConfirmed(const DesiredState& desired, Backend& backend, DesiredState::Time since) override;
     Status run(Backend& backend) override { return backend.tags()->put(records); }
-    void record(DesiredState& desired, int code) const override {
+    void record(DesiredState& desired, int code, DesiredState::Time now) const override {
         for (const RdbSnapshot& record : records)
-            desired.recordValue(record, code);
+            desired.recordValue(record, code, now);
     }
     std::vector<RdbSnapshot> records;
 };
@@ -105,9 +112,12 @@ public:
     UpdateCall(std::string_view text, RdbReply callback, void* user) : text_(text), callback_(callback), user_(user) {}
 
     bool isServedBy(Backend& backend) const override { return backend.updates() != nullptr; }
+    bool takeConfirmed(const DesiredState& desired, Backend& backend, DesiredState::Time since) override;
     Status run(Backend& backend) override { return backend.updates()->apply(text_, reply_); }
     void refuse(Backend& backend, int code) override { reply_ = backend.updates()->refusal(text_, code); }
-    void record(DesiredState& desired, int code) const override { desired.recordRequest(text_, code); }
+    void record(DesiredState& desired, int code, DesiredState::Time now) const override {
+        desired.recordRequest(text_, code, now);
+    }
     void finish(int code, bool closed) override;
 
 private:

@@ -13,14 +13,24 @@ bool isRetryable(int code) {
            code == errorNotConnected || code == errorNoSuchTag || code == errorTagNotUsable;
 }
 
+//  Returns when the server has confirmed the data of a request that ended with code.
+std::optional<DesiredState::Time> confirmation(int code, DesiredState::Time now) {
+    return code == errorNone ? std::optional(now) : std::nullopt;
+}
+
+bool areEqual(const RdbSnapshot& a, const RdbSnapshot& b) {
+    return a.valuetype == b.valuetype && std::string_view(a.value, a.valuelen) == std::string_view(b.value, b.valuelen);
+}
+
 }  // namespace
 
 //  errorNoSuchTag is an answer, so nothing is pending: the user of the handle creates the tag next.
 void DesiredState::recordLookup(const RdbTag& tag, int code) {
     const bool unanswered = isRetryable(code) && code != errorNoSuchTag;
-    if (const auto found = entries_.find(tag.name); found != entries_.end())
+    if (const auto found = entries_.find(tag.name); found != entries_.end()) {
         found->second.lookupPending = unanswered;
-    else if (unanswered)
+        found->second.tagKnown = false;
+    } else if (unanswered)
         entries_[tag.name].lookupPending = true;
     if (code == errorNone && tag.tagclass == RDB_TAG_CLASS_USABLE)
         recordTag(tag, code);
@@ -32,23 +42,50 @@ void DesiredState::recordTag(const RdbTag& tag, int code) {
     Entry& entry = entries_[tag.name];
     entry.tag = tag;
     entry.tagPending = code != errorNone;
+    entry.tagKnown = code == errorNone;
     if (code == errorNone)
         entry.lookupPending = false;
 }
 
-void DesiredState::recordValue(const RdbSnapshot& value, int code) {
+void DesiredState::recordValue(const RdbSnapshot& value, int code, Time now) {
     if (code != errorNone && !isRetryable(code))
         return;
     Entry& entry = entries_[value.name];
     entry.value = value;
     entry.valuePending = code != errorNone;
+    entry.valueConfirmed = confirmation(code, now);
 }
 
-void DesiredState::recordRequest(std::string_view text, int code) {
+void DesiredState::recordRequest(std::string_view text, int code, Time now) {
     if (code != errorNone && !isRetryable(code))
         return;
     request_ = text;
     requestPending_ = code != errorNone;
+    requestConfirmed_ = confirmation(code, now);
+}
+
+void DesiredState::connectionOpened() noexcept {
+    for (auto& [name, entry] : entries_) {
+        entry.tagKnown = false;
+        entry.valueConfirmed.reset();
+    }
+    requestConfirmed_.reset();
+}
+
+bool DesiredState::isConfirmed(const RdbSnapshot& value, Time since) const {
+    const auto found = entries_.find(std::string_view(value.name));
+    return found != entries_.end() && found->second.valueConfirmed >= since && areEqual(*found->second.value, value);
+}
+
+const RdbTag* DesiredState::confirmedTag(std::string_view name, Time since) const {
+    const auto found = entries_.find(name);
+    if (found == entries_.end() || !found->second.tagKnown || !(found->second.valueConfirmed >= since))
+        return nullptr;
+    return &*found->second.tag;
+}
+
+const std::string* DesiredState::confirmedRequest(Time since) const noexcept {
+    return requestConfirmed_ >= since ? &request_ : nullptr;
 }
 
 bool DesiredState::pending() const noexcept {
@@ -64,19 +101,20 @@ bool DesiredState::tagPending() const noexcept {
 //  Tags are retried first, because a server that lost its data refuses a value whose tag does not exist. The retry
 //  stops at the first failure: the next request would probably fail, too, and each failure may take its full time
 //  limit.
-Status DesiredState::retry(Backend& backend) {
+Status DesiredState::retry(Backend& backend, Time now) {
     while (tagPending())
         if (Status status = retryTag(backend); !status.ok())
             return status;
     for (auto& [name, entry] : entries_)
         if (entry.valuePending)
-            if (Status status = putValue(backend, entry); !status.ok())
+            if (Status status = putValue(backend, entry, now); !status.ok())
                 return status;
     if (!requestPending_)
         return {};
     std::string reply;
     Status status = backend.updates()->apply(request_, reply);
     requestPending_ = isRetryable(status.code);
+    requestConfirmed_ = confirmation(status.code, now);
     return status;
 }
 
@@ -101,6 +139,7 @@ Status DesiredState::lookUp(Backend& backend, const std::string& name) {
 Status DesiredState::importTag(Backend& backend, Entry& entry) {
     Status status = backend.tags()->import(*entry.tag);
     entry.tagPending = isRetryable(status.code);
+    entry.tagKnown = status.ok();
     if (!entry.tagPending)
         entry.lookupPending = false;
     return status;
@@ -108,7 +147,7 @@ Status DesiredState::importTag(Backend& backend, Entry& entry) {
 
 //  If the tag is missing, the server has probably lost its data, so the tag is imported again. If its definition is not
 //  known here, the value is no longer pending: the user of the handle has to create the tag.
-Status DesiredState::putValue(Backend& backend, Entry& entry) {
+Status DesiredState::putValue(Backend& backend, Entry& entry, Time now) {
     Status status = backend.tags()->put({&*entry.value, 1});
     const bool tagMissing = status.code == errorNoSuchTag || status.code == errorTagNotUsable;
     if (tagMissing && entry.tag) {
@@ -117,21 +156,39 @@ Status DesiredState::putValue(Backend& backend, Entry& entry) {
             status = backend.tags()->put({&*entry.value, 1});
     }
     entry.valuePending = isRetryable(status.code) && !(tagMissing && !entry.tag);
+    entry.valueConfirmed = confirmation(status.code, now);
     return status;
 }
 
-Status DesiredState::check(Backend& backend) {
-    const auto markMissing = [](bool& pending, const Status& status) {
+Status DesiredState::check(Backend& backend, Time now) {
+    const auto apply = [now](bool& pending, std::optional<Time>& confirmed, const Status& status) {
         pending = status.code == errorNotHeld;
+        if (pending)
+            confirmed.reset();
+        if (status.ok() && confirmed)
+            confirmed = now;
         return pending ? Status{} : status;
     };
-    for (auto& [name, entry] : entries_)
-        if (entry.value && !entry.valuePending)
-            if (Status failed = markMissing(entry.valuePending, backend.tags()->checkValue(*entry.value)); !failed.ok())
-                return failed;
+    for (auto& [name, entry] : entries_) {
+        if (!entry.value || entry.valuePending)
+            continue;
+        const Status status = backend.tags()->checkValue(*entry.value);
+        if (Status failed = apply(entry.valuePending, entry.valueConfirmed, status); !failed.ok())
+            return failed;
+    }
     if (!request_.empty() && !requestPending_)
-        return markMissing(requestPending_, backend.updates()->checkRequest(request_));
+        return apply(requestPending_, requestConfirmed_, backend.updates()->checkRequest(request_));
     return {};
+}
+
+//  The lookup finds a definition that another program has changed, as the lookups of the user of the handle would.
+bool DesiredState::refresh() noexcept {
+    for (auto& [name, entry] : entries_) {
+        entry.valuePending = entry.value.has_value();
+        entry.lookupPending = entry.value && entry.tag;
+    }
+    requestPending_ = !request_.empty();
+    return pending();
 }
 
 }  // namespace rdbopen

@@ -7,6 +7,15 @@
 //  A tag lookup without an answer is also pending: it is repeated until the server answers it. A request that can never
 //  succeed, such as a malformed one, does not change the desired state.
 //
+//  For held data it also knows when the server last confirmed it: when the server accepted it on this connection, or a
+//  later check found it. The worker need not send a request for such data again. The time of a confirmation is that at
+//  which the request or check began. All times are those of one monotonic clock, which the caller reads.
+//
+//      connection --accepted--> confirmed --check finds it, refresh--> confirmed --pending, new connection--> unconfirmed
+//
+//  Data that was accepted on an earlier connection is unconfirmed even if a check finds it: it may be about to expire,
+//  and only a write prevents that.
+//
 //  Threads: the worker's thread only.
 #ifndef RDBAPI_OPEN_ENGINE_DESIRED_STATE_H
 #define RDBAPI_OPEN_ENGINE_DESIRED_STATE_H
@@ -21,11 +30,27 @@ namespace rdbopen {
 
 class DesiredState {
 public:
-    //  Store a request and its result code.
+    using Time = std::chrono::milliseconds;
+
+    //  Store a request and its result code. now: when the request began.
     void recordLookup(const RdbTag& tag, int code);
     void recordTag(const RdbTag& tag, int code);
-    void recordValue(const RdbSnapshot& value, int code);
-    void recordRequest(std::string_view text, int code);
+    void recordValue(const RdbSnapshot& value, int code, Time now);
+    void recordRequest(std::string_view text, int code, Time now);
+
+    //  Forgets all confirmations. Call when a connection is opened.
+    void connectionOpened() noexcept;
+
+    //  Returns whether the server has confirmed exactly this value at since or later.
+    bool isConfirmed(const RdbSnapshot& value, Time since) const;
+
+    //  Returns the definition of a tag, if the server has sent or accepted it on this connection and has confirmed the
+    //  tag's value at since or later; otherwise null. The definition is that of the last lookup,
+    //  import or refresh.
+    const RdbTag* confirmedTag(std::string_view name, Time since) const;
+
+    //  Returns the newest request, if the server has confirmed it at since or later; otherwise null.
+    const std::string* confirmedRequest(Time since) const noexcept;
 
     //  Returns whether any data or lookup is pending.
     bool pending() const noexcept;
@@ -34,15 +59,19 @@ public:
     bool tagPending() const noexcept;
 
     //  Retries everything that is pending, tags first. Stops at the first failure and returns it.
-    //  retry, retryTag and check require a backend that serves all recorded requests.
-    Status retry(Backend& backend);
+    //  retry, retryTag and check require a backend that serves all recorded requests. now: the current time.
+    Status retry(Backend& backend, Time now);
 
     //  Retries one pending request for a tag. Requires: tagPending().
     Status retryTag(Backend& backend);
 
     //  Compares the server's data with the desired state and marks lost data as pending. Stops at the first failure and
     //  returns it.
-    Status check(Backend& backend);
+    Status check(Backend& backend, Time now);
+
+    //  Marks all values, the lookups of their tags, and the request as pending, so that the next retry sends them again.
+    //  Returns whether there are any. Requires: nothing is pending.
+    bool refresh() noexcept;
 
 private:
     struct Entry {
@@ -51,17 +80,20 @@ private:
         bool lookupPending = false;
         bool tagPending = false;
         bool valuePending = false;
+        bool tagKnown = false;               // tag is what the server has sent or accepted on this connection
+        std::optional<Time> valueConfirmed;  // empty if the server has not accepted value on this connection
     };
 
     using Entries = std::map<std::string, Entry, std::less<>>;
 
     Status lookUp(Backend& backend, const std::string& name);
     static Status importTag(Backend& backend, Entry& entry);
-    static Status putValue(Backend& backend, Entry& entry);
+    static Status putValue(Backend& backend, Entry& entry, Time now);
 
     Entries entries_;
     std::string request_;
     bool requestPending_ = false;
+    std::optional<Time> requestConfirmed_;  // like valueConfirmed
 };
 
 }  // namespace rdbopen

@@ -22,4 +22,24 @@ RetrySchedule::Time RetrySchedule::lost(Time now) {
     return std::exchange(away_, false) ? std::max(pause, awayTime + backoff(1)) : pause;
 }
 
+void RetrySchedule::connected(Time now, Time interval, std::uint32_t random) noexcept {
+    connectedAt_ = now;
+    checkInterval_ = std::min(interval, refreshTime);
+    if (checkInterval_.count() == 0)
+        return;
+    const auto length = static_cast<std::uint32_t>(checkInterval_.count());
+    checkAt_ = now + Time(1 + random % length);
+    checksPerRefresh_ = static_cast<std::uint32_t>(refreshTime / checkInterval_);
+    checksToRefresh_ = 1 + random / length % checksPerRefresh_;
+}
+
+bool RetrySchedule::checked(Time now) noexcept {
+    const Time late = std::max(now - checkAt_, Time(0)) % checkInterval_;
+    checkAt_ = now - late + checkInterval_;
+    if (--checksToRefresh_ > 0)
+        return false;
+    checksToRefresh_ = checksPerRefresh_;
+    return true;
+}
+
 }  // namespace rdbopen

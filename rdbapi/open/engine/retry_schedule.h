@@ -1,8 +1,17 @@
-//  Computes when a worker opens its back end again, retries pending data, and checks the server's data.
+//  Computes when a worker opens its back end again, retries pending data, checks the server's data, and refreshes it.
 //
 //      lost         pause before the next open     grows with each loss; resets after a connection of steadyTime
 //      refused      due time of the next retry     grows with each refusal; resets at a success with nothing pending
-//      exchanged    due time of the next check     after a constant interval, which the back end defines
+//      connected    due time of the first check    after a random part of the interval that the back end defines
+//      checked      due time of the next check     after a constant interval; a fixed share of the checks are refreshes
+//
+//  Hosts that connect at the same time, for example after a restart of their server, check and refresh at random times
+//  that each of them keeps until its next connection:
+//
+//      connected                                       check interval 60 s, 9 checks in refreshTime
+//      |--random--|---60 s---|---60 s---|--- ... ---|
+//                 check      check      refresh     check ...      a random one of the first 9 is a refresh,
+//                                                                  then each ninth one
 //
 //  Losses and refusals have separate counters: a server that refuses one value for hours must not delay reconnections,
 //  and a connection that is often lost must not cause earlier retries of the refused request.
@@ -37,6 +46,12 @@ std::chrono::milliseconds backoffDelay(unsigned failures, std::uint32_t random) 
 //  After a connection that lasts this long, the count of losses starts again at 1.
 inline constexpr std::chrono::milliseconds steadyTime{60000};
 
+//  The maximum time between two refreshes. A refresh sends data that the server already has, which a check only reads. It
+//  keeps the data from expiring and updates the time of its last confirmation. It is shorter than the service's 600 s,
+//  which it replaces, by one check of a minute; so the keys of a Redis server, which expire after at least 660 s, outlive
+//  a refresh that is two checks late.
+inline constexpr std::chrono::milliseconds refreshTime{540000};
+
 //  The minimum pause after a failed request for a tag, to which the first back-off is added. It is longer than the 10 s
 //  between two publish cycles of the service, so at least one cycle finds the connection lost and continues with its
 //  DNS step. While a database is connected and does not have the tag, the service never reaches this step.
@@ -49,8 +64,9 @@ public:
     //  seed: initial value for the random parts.
     explicit RetrySchedule(std::uint32_t seed) : random_(seed) {}
 
-    //  Call when the connection is established.
-    void connected(Time now) noexcept { connectedAt_ = now; }
+    //  Call when the connection is established. interval: time between two checks, which is shortened to refreshTime;
+    //  zero for no checks. random: any number, which determines the times of the checks and refreshes.
+    void connected(Time now, Time interval, std::uint32_t random) noexcept;
 
     //  Call when a request for a tag failed. This ends the connection; the next pause is at least awayTime and one
     //  back-off.
@@ -65,8 +81,12 @@ public:
     //  Call when a request has succeeded and nothing is pending.
     void succeeded() noexcept { refusals_ = 0; }
 
-    //  Call after each exchange with the server. The next check is due after interval.
-    void exchanged(Time now, Time interval) noexcept { checkAt_ = now + interval; }
+    //  Call when a check that is due begins. Returns whether it is to be a refresh. A delay of this check does not delay
+    //  later ones. Requires: checkInterval() is not zero.
+    bool checked(Time now) noexcept;
+
+    //  Returns the time between two checks of this connection, zero for no checks.
+    Time checkInterval() const noexcept { return checkInterval_; }
 
     //  Return the time until the retry or the check is due; zero if it is due now.
     Time untilRetry(Time now) const noexcept { return left(retryAt_, now); }
@@ -81,7 +101,10 @@ private:
     unsigned losses_ = 0;              // consecutive, without a connection of steadyTime between them
     unsigned refusals_ = 0;            // consecutive; a reconnection does not reset the count
     Time retryAt_{};                   // due time of pending data; initially 0, so that the first retry is due at once
+    Time checkInterval_{};
     Time checkAt_{};
+    std::uint32_t checksPerRefresh_ = 1;  // at least 1; a refresh counts as a check
+    std::uint32_t checksToRefresh_ = 1;   // at least 1; with 1, the next check is a refresh
     std::minstd_rand random_;
 };
 

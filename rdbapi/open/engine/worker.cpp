@@ -7,6 +7,7 @@
 #include <malloc.h>
 #include <mutex>
 #include <pthread.h>
+#include <sys/random.h>
 #include <utility>
 
 namespace rdbopen {
@@ -22,6 +23,14 @@ constexpr char tagRequestTimedOut[] = "a request for a tag was not answered with
 //  Returns whether a request for a tag has ended without an answer that its caller can use.
 bool failed(int code) {
     return code == errorBackendFailed || code == errorServerRefused || code == errorTimedOut;
+}
+
+//  Returns a number that differs between hosts even if they start at the same time from the same image.
+std::uint32_t randomNumber() noexcept {
+    auto number = static_cast<std::uint32_t>(wallNow());
+    //  Fails only shortly after the start of the system. Then the time has to suffice.
+    [[maybe_unused]] const auto filled = getrandom(&number, sizeof number, GRND_NONBLOCK);
+    return number;
 }
 
 //  Runs action and converts an exception to a failure of the back end: containers throw when memory is exhausted.
@@ -58,7 +67,7 @@ void returnFreeMemory() {
 }  // namespace
 
 Worker::Worker(const CloseSignal& signal, WorkerOwner& owner)
-    : signal_(signal), owner_(owner), waiter_(*this), schedule_(static_cast<std::uint32_t>(wallNow() % 1000000007)) {}
+    : signal_(signal), owner_(owner), waiter_(*this), schedule_(randomNumber()) {}
 
 int Worker::setNotify(RdbMessageNotify notify, void* user) {
     const std::lock_guard lock(mutex_);
@@ -167,7 +176,7 @@ void Worker::run() noexcept {
 Status Worker::session() {
     if (Status failed = openAndRetry(); !failed.ok())
         return failed;
-    schedule_.connected(monotonicNow());
+    schedule_.connected(monotonicNow(), backend_->checkInterval(), randomNumber());
     setAccepting(true);
     reportConnection();
     for (;;) {
@@ -185,13 +194,15 @@ Status Worker::session() {
         case Work::retry:
             status = retryPending();
             break;
-        case Work::check:
+        case Work::input:
             status = checkAndRetry();
+            break;
+        case Work::check:
+            status = dueCheck();
             break;
         }
         if (status.ok() && checkRefused_)
             status = checkAndRetry();
-        schedule_.exchanged(monotonicNow(), backend_->checkInterval());
         if (status.code == errorBackendFailed)
             return status;
         evaluate(status);
@@ -205,12 +216,12 @@ Status Worker::openAndRetry() {
     Status status = backend_->open(waiter_);
     if (!status.ok())
         return status;
+    desired_.connectionOpened();
     const bool hadPending = desired_.pending();
     status = retryTags();
     if (!status.ok())
         return status;
     status = checkAndRetry();
-    schedule_.exchanged(monotonicNow(), backend_->checkInterval());
     if (status.code == errorBackendFailed)
         return status;
     if (hadPending || !status.ok())
@@ -223,16 +234,20 @@ Status Worker::openAndRetry() {
 //  event 60003 it continues without the database. A failed put is retried in the same session, because the service
 //  treats it as sent.
 Status Worker::serve(Call& call) {
+    const auto start = monotonicNow();
     Status status{errorTimedOut, {}};
+    bool confirmed = false;
     if (!call.abandoned()) {
+        confirmed = takeConfirmed(call);
         running_ = &call;
-        status = guarded([&] { return call.run(*backend_); });
+        status = confirmed ? Status{} : guarded([&] { return call.run(*backend_); });
         running_ = nullptr;
         call.finish(status.code, signal_.closed());
         if (call.required() && call.abandoned() && !failed(status.code))
             status = {errorTimedOut, {}};
     }
-    call.record(desired_, status.code);
+    if (!confirmed || !status.ok())
+        call.record(desired_, status.code, start);
     if (call.required() && failed(status.code)) {
         schedule_.tagRequestFailed();
         if (status.code == errorTimedOut)
@@ -240,6 +255,15 @@ Status Worker::serve(Call& call) {
         status.code = errorBackendFailed;
     }
     return status;
+}
+
+//  Returns whether call needs no exchange. Without memory the call is carried out.
+bool Worker::takeConfirmed(Call& call) noexcept {
+    const auto interval = schedule_.checkInterval();
+    bool confirmed = false;
+    if (interval.count() != 0 && !checkRefused_ && !desired_.pending())
+        attempt([&] { confirmed = call.takeConfirmed(desired_, *backend_, monotonicNow() - interval); });
+    return confirmed;
 }
 
 //  Each retry has the time limit of a caller. A request that takes longer would also time out when the user of the
@@ -255,7 +279,13 @@ Status Worker::retryTags() {
 }
 
 Status Worker::retryPending() {
-    return guarded([this] { return desired_.retry(*backend_); });
+    return guarded([this] { return desired_.retry(*backend_, monotonicNow()); });
+}
+
+//  A refresh tests the connection, too, so no probe precedes it.
+Status Worker::dueCheck() {
+    const bool refresh = schedule_.checked(monotonicNow());
+    return refresh && desired_.refresh() ? retryPending() : checkAndRetry();
 }
 
 //  Sets checkRefused_. A success of another request does not reset it: a database user with permission to write but not
@@ -274,7 +304,7 @@ Status Worker::check() {
     checkPreempted_ = false;
     Status status = guarded([this] { return backend_->probe(); });
     if (status.ok())
-        status = guarded([this] { return desired_.check(*backend_); });
+        status = guarded([this] { return desired_.check(*backend_, monotonicNow()); });
     checking_ = false;
     return checkPreempted_ ? Status{errorPreempted, {}} : status;
 }
@@ -305,7 +335,7 @@ Worker::Work Worker::nextWork(std::shared_ptr<Call>& call) {
         case CloseSignal::WakeReason::wake:
             break;
         case CloseSignal::WakeReason::descriptor:
-            return Work::check;
+            return Work::input;
         case CloseSignal::WakeReason::timeout:
             return due;
         }
@@ -329,7 +359,7 @@ std::chrono::milliseconds Worker::untilDue(Work& due) const {
         return schedule_.untilRetry(monotonicNow());
     }
     due = Work::check;
-    if (backend_->checkInterval().count() == 0)
+    if (schedule_.checkInterval().count() == 0)
         return std::chrono::milliseconds(-1);
     return schedule_.untilCheck(monotonicNow());
 }
@@ -371,7 +401,7 @@ void Worker::refuseWaiting() noexcept {
             schedule_.tagRequestFailed();
         attempt([&] {
             call->refuse(*backend_, code);
-            call->record(desired_, code);
+            call->record(desired_, code, monotonicNow());
         });
         call->finish(code, signal_.closed());
     }

@@ -17,6 +17,12 @@
 //      (3) At least awayTime passes before the next 60001, even if the request could succeed earlier.
 //  If any other request is refused, for example a put, the connection stays open.
 //
+//  A call that only repeats what the server has already accepted on this connection is answered without an exchange, if
+//  the server has confirmed the data within the last check interval. Each check confirms it or finds it missing. So the
+//  calls of many hosts that came back together do not reach the server together, while their checks are spread over
+//  the interval. Any doubt causes an exchange: pending data, a refused check, a late check, a back end without checks.
+//  Because such calls no longer write, the worker writes the data again by itself, at each refresh (retry_schedule.h).
+//
 //  A reason of a failure is not logged at each attempt, but once until the server recovers (reason_log.h). Recovery is
 //  logged when a request has succeeded, nothing is pending and the last check was not refused. After a refused check,
 //  each success is followed by another check. The result of a check that a call interrupted is ignored. The reason of
@@ -74,8 +80,9 @@ public:
     int execute(const std::shared_ptr<WaitingCall>& call);
 
 private:
-    //  The kinds of work while the back end is open.
-    enum class Work { closed, call, retry, check };
+    //  The kinds of work while the back end is open. input: the watched descriptor is readable, so that a check follows
+    //  which is not due. check: one that is due.
+    enum class Work { closed, call, retry, input, check };
 
     static void* threadMain(void* self);
     bool startThread();
@@ -85,8 +92,10 @@ private:
     Status serve(Call& call);
     Status retryTags();
     Status retryPending();
+    Status dueCheck();
     Status checkAndRetry();
     Status check();
+    bool takeConfirmed(Call& call) noexcept;
     bool callPreemptsCheck() noexcept;
     Work nextWork(std::shared_ptr<Call>& call);
     std::shared_ptr<Call> takeCall();

@@ -61,6 +61,13 @@ public:
     std::string refusal(std::string_view request, int code) noexcept override {
         return guardedText([&] { return updates_->refusal(request, code); });
     }
+    std::optional<std::string> repetition(std::string_view request, std::string_view done) noexcept override {
+        try {
+            return updates_->repetition(request, done);
+        } catch (...) {
+            return {};
+        }
+    }
     Status checkRequest(std::string_view request) noexcept override {
         return guarded([&] { return updates_->checkRequest(request); });
     }

@@ -113,4 +113,15 @@ std::string DnsUpdateBackend::refusal(std::string_view text, int code) {
     return dnsReply(request.seqno, code, "the server is not connected");
 }
 
+//  Only the seqno may differ: each request has its own.
+std::optional<std::string> DnsUpdateBackend::repetition(std::string_view text, std::string_view done) {
+    DnsRequest now;
+    DnsRequest before;
+    if (!parseDnsRequest(text, now).ok() || !parseDnsRequest(done, before).ok())
+        return {};
+    if (now.name != before.name || now.addresses != before.addresses || now.httpsPorts != before.httpsPorts)
+        return {};
+    return dnsReply(now.seqno, errorNone, "ok");
+}
+
 }  // namespace rdbopen

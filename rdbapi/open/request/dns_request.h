@@ -38,6 +38,7 @@ class DnsUpdateBackend : public UpdateBackend {
 public:
     Status apply(std::string_view text, std::string& reply) final;
     std::string refusal(std::string_view text, int code) final;
+    std::optional<std::string> repetition(std::string_view text, std::string_view done) final;
 
 protected:
     ~DnsUpdateBackend() = default;

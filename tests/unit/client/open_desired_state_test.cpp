@@ -10,6 +10,9 @@ namespace {
 using namespace opentest;
 using namespace rdbopen;
 
+constexpr DesiredState::Time began{5000};
+constexpr DesiredState::Time later{6000};
+
 //  A server that stores tags and values. The test sets how often it fails.
 class Holder : public Backend, public TagBackend, public UpdateBackend {
 public:
@@ -69,8 +72,8 @@ TEST(DesiredState, NothingIsPendingAtFirst) {
 TEST(DesiredState, ASuccessfulRequestIsNotPending) {
     DesiredState desired;
     desired.recordTag(usableTag("t"), errorNone);
-    desired.recordValue(recordOf("t", "1"), errorNone);
-    desired.recordRequest("m", errorNone);
+    desired.recordValue(recordOf("t", "1"), errorNone, began);
+    desired.recordRequest("m", errorNone, began);
     EXPECT_FALSE(desired.pending());
 }
 
@@ -79,9 +82,9 @@ TEST(DesiredState, EveryTemporaryFailureIsPending) {
         DesiredState tag;
         tag.recordTag(usableTag("t"), code);
         DesiredState value;
-        value.recordValue(recordOf("t", "1"), code);
+        value.recordValue(recordOf("t", "1"), code, began);
         DesiredState message;
-        message.recordRequest("m", code);
+        message.recordRequest("m", code, began);
         EXPECT_TRUE(tag.pending() && value.pending() && message.pending()) << code;
     }
 }
@@ -122,22 +125,22 @@ TEST(DesiredState, AnImportAnswersTheLookupToo) {
 
 TEST(DesiredState, AllTagsAreSentBeforeTheFirstValue) {
     DesiredState desired;
-    desired.recordValue(recordOf("a", "1"), errorBackendFailed);
+    desired.recordValue(recordOf("a", "1"), errorBackendFailed, began);
     desired.recordTag(usableTag("b"), errorBackendFailed);
     desired.recordLookup(tagNamed("c"), errorBackendFailed);
     Holder holder;
-    EXPECT_EQ(desired.retry(holder).code, errorNoSuchTag);
+    EXPECT_EQ(desired.retry(holder, began).code, errorNoSuchTag);
     EXPECT_TRUE(holder.defined.contains("b"));
     EXPECT_EQ(holder.lookups, 1);
 }
 
 TEST(DesiredState, AFinalRefusalKeepsTheEarlierValue) {
     DesiredState desired;
-    desired.recordRequest("m", errorNone);
-    desired.recordRequest("malformed", errorBadRequest);
+    desired.recordRequest("m", errorNone, began);
+    desired.recordRequest("malformed", errorBadRequest, began);
     Holder holder;
-    EXPECT_EQ(desired.check(holder).code, errorNone);
-    EXPECT_EQ(desired.retry(holder).code, errorNone);
+    EXPECT_EQ(desired.check(holder, began).code, errorNone);
+    EXPECT_EQ(desired.retry(holder, began).code, errorNone);
     EXPECT_EQ(holder.sent, "m");
 }
 
@@ -145,29 +148,126 @@ TEST(DesiredState, AnEmptiedServerReceivesEverythingAgain) {
     DesiredState desired;
     for (const char* name : {"a", "b", "c"}) {
         desired.recordTag(usableTag(name), errorNone);
-        desired.recordValue(recordOf(name, "of " + std::string(name)), errorNone);
+        desired.recordValue(recordOf(name, "of " + std::string(name)), errorNone, began);
     }
-    desired.recordRequest("m", errorNone);
+    desired.recordRequest("m", errorNone, began);
     Holder emptied;
-    EXPECT_EQ(desired.check(emptied).code, errorNone);
+    EXPECT_EQ(desired.check(emptied, began).code, errorNone);
     EXPECT_TRUE(desired.pending());
-    EXPECT_EQ(desired.retry(emptied).code, errorNone);
+    EXPECT_EQ(desired.retry(emptied, began).code, errorNone);
     EXPECT_FALSE(desired.pending());
     EXPECT_EQ(emptied.values, (std::map<std::string, std::string>{{"a", "of a"}, {"b", "of b"}, {"c", "of c"}}));
     EXPECT_EQ(emptied.sent, "m");
+}
+
+//  A desired state with the tag "a", its value and a request, which the server has accepted on this connection.
+DesiredState accepted(Holder& holder) {
+    DesiredState desired;
+    desired.recordTag(usableTag("a"), holder.import(usableTag("a")).code);
+    const RdbSnapshot value = recordOf("a", "1");
+    desired.recordValue(value, holder.put({&value, 1}).code, began);
+    std::string reply;
+    desired.recordRequest("m", holder.apply("m", reply).code, began);
+    return desired;
+}
+
+//  The tag, the value and the request, in this order: which ones the server has confirmed.
+std::string confirmed(const DesiredState& desired, DesiredState::Time since) {
+    const auto mark = [](bool is) { return is ? 'x' : '-'; };
+    return {mark(desired.confirmedTag("a", since) != nullptr), mark(desired.isConfirmed(recordOf("a", "1"), since)),
+            mark(desired.confirmedRequest(since) != nullptr)};
+}
+
+TEST(DesiredState, AcceptedDataIsConfirmedAtTheTimeOfTheRequest) {
+    Holder holder;
+    const DesiredState desired = accepted(holder);
+    EXPECT_EQ(confirmed(desired, began), "xxx");
+    EXPECT_EQ(confirmed(desired, began + DesiredState::Time(1)), "---");
+    EXPECT_EQ(*desired.confirmedRequest(began), "m");
+    EXPECT_EQ(desired.confirmedTag("a", began)->tagclass, RDB_TAG_CLASS_USABLE);
+    EXPECT_EQ(desired.confirmedTag("b", began), nullptr);
+}
+
+TEST(DesiredState, OnlyTheSameValueIsConfirmed) {
+    Holder holder;
+    const DesiredState desired = accepted(holder);
+    RdbSnapshot other = recordOf("a", "1");
+    other.valuetype = 0;
+    EXPECT_FALSE(desired.isConfirmed(other, began));
+    EXPECT_FALSE(desired.isConfirmed(recordOf("a", "11"), began));
+    EXPECT_FALSE(desired.isConfirmed(recordOf("b", "1"), began));
+}
+
+TEST(DesiredState, ACheckThatFindsTheDataConfirmsIt) {
+    Holder holder;
+    DesiredState desired = accepted(holder);
+    EXPECT_EQ(desired.check(holder, later).code, errorNone);
+    EXPECT_EQ(confirmed(desired, later), "xxx");
+}
+
+TEST(DesiredState, DataThatACheckFindsMissingIsConfirmedAgainByTheRetryOnly) {
+    Holder holder;
+    DesiredState desired = accepted(holder);
+    Holder emptied;
+    EXPECT_EQ(desired.check(emptied, later).code, errorNone);
+    EXPECT_EQ(confirmed(desired, began), "---");
+    EXPECT_EQ(desired.retry(emptied, later).code, errorNone);
+    EXPECT_EQ(confirmed(desired, later), "xxx");
+}
+
+TEST(DesiredState, OnANewConnectionACheckConfirmsNothing) {
+    Holder holder;
+    DesiredState desired = accepted(holder);
+    desired.connectionOpened();
+    EXPECT_EQ(desired.check(holder, later).code, errorNone);
+    EXPECT_EQ(confirmed(desired, began), "---");
+    EXPECT_FALSE(desired.pending());
+}
+
+TEST(DesiredState, AFailureEndsTheConfirmation) {
+    for (const int code : {errorBackendFailed, errorServerRefused, errorTimedOut, errorNotConnected, errorNoSuchTag}) {
+        Holder holder;
+        DesiredState desired = accepted(holder);
+        desired.recordLookup(tagNamed("a"), code);
+        EXPECT_EQ(confirmed(desired, began), "-xx") << code;
+        desired.recordValue(recordOf("a", "1"), code, later);
+        desired.recordRequest("m", code, later);
+        EXPECT_EQ(confirmed(desired, began), "---") << code;
+    }
+}
+
+TEST(DesiredState, ARefreshSendsEverythingAgainAndConfirmsIt) {
+    Holder holder;
+    DesiredState desired = accepted(holder);
+    holder.values.clear();
+    holder.sent.clear();
+    EXPECT_TRUE(desired.refresh());
+    EXPECT_EQ(desired.retry(holder, later).code, errorNone);
+    EXPECT_EQ(holder.lookups, 1);
+    EXPECT_EQ(holder.values["a"], "1");
+    EXPECT_EQ(holder.sent, "m");
+    EXPECT_EQ(confirmed(desired, later), "xxx");
+    EXPECT_FALSE(desired.pending());
+}
+
+TEST(DesiredState, WithoutDataARefreshHasNothingToDo) {
+    DesiredState desired;
+    desired.recordTag(usableTag("a"), errorNone);
+    EXPECT_FALSE(desired.refresh());
+    EXPECT_FALSE(desired.pending());
 }
 
 TEST(DesiredState, ARetryThatFailsAtAnyStepIsContinued) {
     for (int failures = 1; failures < 8; ++failures) {
         DesiredState desired;
         desired.recordTag(usableTag("a"), errorBackendFailed);
-        desired.recordValue(recordOf("a", "1"), errorBackendFailed);
-        desired.recordRequest("m", errorBackendFailed);
+        desired.recordValue(recordOf("a", "1"), errorBackendFailed, began);
+        desired.recordRequest("m", errorBackendFailed, began);
         Holder holder;
         holder.failures = failures;
         for (int attempt = 0; attempt < failures; ++attempt)
-            EXPECT_EQ(desired.retry(holder).code, errorBackendFailed);
-        EXPECT_EQ(desired.retry(holder).code, errorNone);
+            EXPECT_EQ(desired.retry(holder, began).code, errorBackendFailed);
+        EXPECT_EQ(desired.retry(holder, began).code, errorNone);
         EXPECT_EQ(holder.values["a"], "1");
         EXPECT_EQ(holder.sent, "m");
     }

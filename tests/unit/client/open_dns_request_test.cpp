@@ -77,6 +77,41 @@ TEST(DnsRequest, InvalidRequestsAreRefused) {
     EXPECT_NE(refusalOf(requestNamed("h") + "x"), "");
 }
 
+//  Counts the updates that it carries out.
+class CountingBackend : public DnsUpdateBackend {
+public:
+    int updates = 0;
+
+private:
+    Status update(const DnsRequest&) override {
+        ++updates;
+        return {};
+    }
+};
+
+TEST(DnsRequest, ARepetitionGetsTheReplyOfASuccessWithItsOwnNumber) {
+    CountingBackend backend;
+    const std::string item = "{\"name\":\"h\",\"ipv6s\":[\"::1\",\"::2\"],\"httpsports\":[443]}}";
+    const std::string done = "{\"request\":\"ws_dnsupdate\",\"seqno\":1,\"item\":" + item;
+    const std::string text = "{\"request\":\"ws_dnsupdate\",\"seqno\":2,\"item\":" + item;
+    std::string reply;
+    EXPECT_EQ(backend.apply(text, reply).code, errorNone);
+    EXPECT_EQ(backend.repetition(text, done), reply);
+    EXPECT_EQ(backend.updates, 1);
+}
+
+TEST(DnsRequest, ADifferentOrInvalidRequestIsNotARepetition) {
+    CountingBackend backend;
+    const std::string done = requestWith("{\"name\":\"h\",\"ipv6s\":[\"::1\",\"::2\"],\"httpsports\":[443]}");
+    ASSERT_NE(backend.repetition(done, done), std::nullopt);
+    for (const char* item : {"{\"name\":\"i\",\"ipv6s\":[\"::1\",\"::2\"],\"httpsports\":[443]}",
+                             "{\"name\":\"h\",\"ipv6s\":[\"::1\"],\"httpsports\":[443]}",
+                             "{\"name\":\"h\",\"ipv6s\":[\"::1\",\"::2\"],\"httpsports\":[444]}", "5"})
+        EXPECT_EQ(backend.repetition(requestWith(item), done), std::nullopt) << item;
+    EXPECT_EQ(backend.repetition(done, "{"), std::nullopt);
+    EXPECT_EQ(backend.repetition("{", "{"), std::nullopt);
+}
+
 TEST(DnsRequest, DeepNestingIsRefusedWithoutACrash) {
     EXPECT_NE(refusalOf(std::string(1 << 20, '[')), "");
     EXPECT_NE(refusalOf(std::string(1 << 19, '[') + std::string(1 << 19, ']')), "");

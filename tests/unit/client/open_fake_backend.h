@@ -93,6 +93,11 @@ public:
     bool checksArePreemptible() const noexcept override { return script_->checksArePreemptible; }
     rdbopen::Status checkValue(const RdbSnapshot&) override { return check(); }
     rdbopen::Status checkRequest(std::string_view) override { return check(); }
+    //  Requests are the same if their texts are equal up to a colon.
+    std::optional<std::string> repetition(std::string_view text, std::string_view done) override {
+        const bool same = text.substr(0, text.find(':')) == done.substr(0, done.find(':'));
+        return same ? std::optional("again " + std::string(text)) : std::nullopt;
+    }
     std::string refusal(std::string_view text, int code) override {
         return "refused " + std::string(text) + " " + std::to_string(code);
     }

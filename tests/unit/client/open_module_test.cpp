@@ -176,6 +176,7 @@ TEST_F(ThrowingModule, AnExceptionFromARequestIsAFailureOfTheBackEnd) {
     }
     EXPECT_EQ(backend->label(), "");
     EXPECT_EQ(backend->updates()->refusal("", 0), "");
+    EXPECT_EQ(backend->updates()->repetition("", ""), std::nullopt);
 }
 
 }  // namespace

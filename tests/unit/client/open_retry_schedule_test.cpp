@@ -1,7 +1,9 @@
 //  RetrySchedule with times that the test passes. No thread runs, and the clock is not read.
 #include "engine/retry_schedule.h"
 
+#include <algorithm>
 #include <gtest/gtest.h>
+#include <vector>
 
 namespace {
 
@@ -32,13 +34,13 @@ TEST_F(Schedule, AConnectionOf60SecondsResetsThePauseAnd59999MsDoNot) {
     for (const auto& [held, base] : {std::pair(steadyTime - milliseconds(1), 2), std::pair(steadyTime, 1)}) {
         RetrySchedule fresh{1};
         static_cast<void>(fresh.lost(now));
-        fresh.connected(now);
+        fresh.connected(now, seconds(60), 1);
         expectBackoff(fresh.lost(now + held), seconds(base));
     }
 }
 
 TEST_F(Schedule, AFailedOpenAfterALongConnectionLengthensThePause) {
-    schedule.connected(now);
+    schedule.connected(now, seconds(60), 1);
     expectBackoff(schedule.lost(now + steadyTime), seconds(1));
     expectBackoff(schedule.lost(now + 2 * steadyTime), seconds(2));
 }
@@ -92,9 +94,9 @@ TEST_F(Schedule, ASuccessResetsTheCountOfRefusals) {
 
 TEST_F(Schedule, AReconnectionDoesNotResetTheCountOfRefusals) {
     schedule.refused(now);
-    schedule.connected(now);
+    schedule.connected(now, seconds(60), 1);
     static_cast<void>(schedule.lost(now + steadyTime));
-    schedule.connected(now + steadyTime);
+    schedule.connected(now + steadyTime, seconds(60), 1);
     schedule.refused(now + steadyTime);
     expectBackoff(schedule.untilRetry(now + steadyTime), seconds(2));
 }
@@ -105,12 +107,64 @@ TEST_F(Schedule, RefusalsDoNotLengthenThePauseBeforeAnOpen) {
     expectBackoff(schedule.lost(now), seconds(1));
 }
 
-TEST_F(Schedule, ACheckIsDueOneIntervalAfterTheLastExchange) {
-    schedule.exchanged(now, seconds(60));
-    EXPECT_EQ(schedule.untilCheck(now), seconds(60));
-    schedule.exchanged(now + seconds(59), seconds(60));
-    EXPECT_EQ(schedule.untilCheck(now + seconds(60)), seconds(59));
-    EXPECT_EQ(schedule.untilCheck(now + seconds(119)), milliseconds(0));
+TEST_F(Schedule, TheFirstChecksAreSpreadEvenlyOverTheInterval) {
+    const std::uint32_t step = 7919;  // a prime, so that the numbers have all remainders
+    std::vector<int> hosts(60);       // first checks in each second of the minute
+    for (std::uint32_t i = 0; i < 60000; ++i) {
+        schedule.connected(now, seconds(60), i * step);
+        const milliseconds first = schedule.untilCheck(now);
+        ASSERT_GT(first, milliseconds(0));
+        ASSERT_LE(first, seconds(60));
+        ++hosts[static_cast<std::size_t>((first.count() - 1) / 1000)];
+    }
+    for (const int count : hosts)
+        EXPECT_NEAR(count, 1000, 5);
+}
+
+//  Also within each second of the minute, so that the two times do not depend on each other.
+TEST_F(Schedule, TheFirstRefreshesAreSpreadEvenlyOverTheChecks) {
+    std::vector<int> hosts(60 * 9);
+    for (std::uint32_t number = 0; number < 540000; number += 100) {
+        schedule.connected(now, seconds(60), number);
+        const auto second = static_cast<std::size_t>((schedule.untilCheck(now).count() - 1) / 1000);
+        std::size_t check = 0;
+        while (!schedule.checked(now))
+            ++check;
+        ASSERT_LT(check, 9U);
+        ++hosts[second * 9 + check];
+    }
+    for (const int count : hosts)
+        EXPECT_EQ(count, 10);
+}
+
+TEST_F(Schedule, LaterChecksFollowAtTheIntervalEvenIfOneIsLate) {
+    schedule.connected(now, seconds(60), 1);
+    now += schedule.untilCheck(now);
+    for (const auto& [late, left] : {std::pair(0, 60), std::pair(7, 53), std::pair(60, 60), std::pair(150, 30)}) {
+        schedule.checked(now + seconds(late));
+        EXPECT_EQ(schedule.untilCheck(now + seconds(late)), seconds(left)) << late;
+        now += seconds(late + left);
+    }
+    EXPECT_EQ(schedule.untilCheck(now + seconds(1)), milliseconds(0));
+}
+
+TEST_F(Schedule, RefreshesAreAtMost540SecondsApart) {
+    for (const auto& [interval, checks] :
+         {std::pair(1, 540), std::pair(60, 9), std::pair(100, 5), std::pair(539, 1), std::pair(86400, 1)}) {
+        schedule.connected(now, seconds(interval), 1);
+        EXPECT_EQ(schedule.checkInterval(), std::min<milliseconds>(seconds(interval), seconds(540)));
+        while (!schedule.checked(now)) {
+        }
+        for (int check = 1; check < checks; ++check)
+            EXPECT_FALSE(schedule.checked(now)) << interval;
+        EXPECT_TRUE(schedule.checked(now)) << interval;
+    }
+}
+
+TEST_F(Schedule, AConnectionWithoutChecksHasNoInterval) {
+    schedule.connected(now, seconds(60), 1);
+    schedule.connected(now, seconds(0), 1);
+    EXPECT_EQ(schedule.checkInterval(), seconds(0));
 }
 
 TEST_F(Schedule, DifferentSeedsYieldDifferentPauses) {

@@ -98,7 +98,7 @@ TEST_P(SqliteCut, TruncationWhileTheServiceRunsIsDetectedByAPut) {
     openAndPutMany();
     cut();
     EXPECT_EQ(put("host1", "second"), errorBackendFailed);
-    desired.recordValue(recordOf("host1", "second"), errorBackendFailed);
+    desired.recordValue(recordOf("host1", "second"), errorBackendFailed, {});
     backend->close();
     expectMovedAndWrittenAgain("second");
 }
@@ -145,7 +145,7 @@ TEST_F(SqliteDamage, DamageThatOnlyAPutDetectsRenamesTheFileAtTheNextOpen) {
     spoilTable("history");
     open();
     EXPECT_EQ(put("host1", "second"), errorBackendFailed);
-    desired.recordValue(recordOf("host1", "second"), errorBackendFailed);
+    desired.recordValue(recordOf("host1", "second"), errorBackendFailed, {});
     backend->close();
     expectMovedAndWrittenAgain("second");
 }
@@ -404,8 +404,8 @@ TEST_F(SqliteDamage, APowerFailureAtAnyMomentLosesNeitherTheNewNorTheDamagedFile
             service->close();
             ASSERT_EQ(service->open(plainWaiter).code, 0);
         }
-        EXPECT_EQ(desired.check(*service).code, 0);
-        EXPECT_EQ(desired.retry(*service).code, 0);
+        EXPECT_EQ(desired.check(*service, {}).code, 0);
+        EXPECT_EQ(desired.retry(*service, {}).code, 0);
         EXPECT_EQ(service->tags()->checkValue(recordOf("host1", "first")).code, 0);
         EXPECT_TRUE(readText(after.file("rdb.db.damaged")) == damaged);
     }

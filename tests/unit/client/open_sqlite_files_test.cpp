@@ -90,7 +90,7 @@ TEST_P(SqliteForeignChange, APutDetectsItAndTheValueIsWrittenAgain) {
     openAndPut("first");
     GetParam().happen(file);
     EXPECT_EQ(put("host1", "second"), errorBackendFailed);
-    desired.recordValue(recordOf("host1", "second"), errorBackendFailed);
+    desired.recordValue(recordOf("host1", "second"), errorBackendFailed, {});
     backend->close();
     openAndCheck();
     EXPECT_EQ(current(), "second");

@@ -55,7 +55,7 @@ protected:
     void openAndPut(const std::string& value) {
         open();
         desired.recordTag(usableTag("host1"), backend->tags()->import(usableTag("host1")).code);
-        desired.recordValue(recordOf("host1", value), put("host1", value));
+        desired.recordValue(recordOf("host1", value), put("host1", value), {});
         ASSERT_FALSE(desired.pending());
     }
     //  Opens and checks, as the worker does after a loss and at each check.
@@ -65,8 +65,8 @@ protected:
     }
     void check() {
         ASSERT_EQ(backend->probe().code, 0);
-        ASSERT_EQ(desired.check(*backend).code, 0);
-        ASSERT_EQ(desired.retry(*backend).code, 0);
+        ASSERT_EQ(desired.check(*backend, {}).code, 0);
+        ASSERT_EQ(desired.retry(*backend, {}).code, 0);
         ASSERT_FALSE(desired.pending());
     }
     std::string current() { return query("SELECT value FROM current_values WHERE name = 'host1'"); }

@@ -170,23 +170,30 @@ TEST_F(WorkerDesiredState, RequestsQueuedAfterAFailureAreRetriedToo) {
 }
 
 TEST_F(WorkerDesiredState, ACheckThatFindsTheValueMissingPutsItAgain) {
-    connect();
     script->checkSeconds = 60;
+    skipBackoff = false;
+    connect();
     EXPECT_EQ(put("1"), 0);
-    EXPECT_EQ(pauses.take(), 60000);
     {
         const std::lock_guard lock(script->mutex);
         script->checks = {{errorNotHeld, {}}};
     }
+    clockAhead += 60;
+    EXPECT_EQ(put("1"), 0);  // wakes the worker
     ASSERT_TRUE(servedEventually(2));
     EXPECT_EQ(script->takeMade(), (Made{"put t=1", "put t=1"}));
 }
 
 TEST_F(WorkerDesiredState, AValueOnTheServerIsNotPutAgain) {
     script->checkSeconds = 60;
+    skipBackoff = false;
     connect();
     EXPECT_EQ(put("1"), 0);
-    ASSERT_TRUE(eventually([&] { return pauses.count() > 3; }));
+    for (int check = 1; check <= 3; ++check) {
+        clockAhead += 60;
+        EXPECT_EQ(put("1"), 0);  // wakes the worker
+        ASSERT_TRUE(eventually([&] { return script->checksBegun == check; }));
+    }
     EXPECT_EQ(script->served, 1);
 }
 
@@ -211,11 +218,13 @@ TEST_F(WorkerDesiredState, ARefusedCheckRecoversOnlyThroughACheck) {
 }
 
 TEST_F(WorkerDesiredState, ARefusedCheckIsReportedOnceUntilACheckSucceeds) {
+    script->checkSeconds = 60;
+    skipBackoff = false;
     connect();
     EXPECT_EQ(put("1"), 0);
     refuseChecks(3);
-    script->checkSeconds = 60;
-    EXPECT_EQ(tagGet(), 0);
+    skipBackoff = true;
+    EXPECT_EQ(tagGet(), 0);  // wakes the worker
     EXPECT_EQ(reports.take(), "rdbapi: fake: foreign");
     EXPECT_EQ(reports.take(), "rdbapi: fake: works again");
     EXPECT_EQ(checksLeft(), 0U);
@@ -229,13 +238,13 @@ protected:
     void SetUp() override {
         ASSERT_EQ(pipe2(begin, O_NONBLOCK), 0);
         ASSERT_EQ(pipe(answers), 0);
+        skipBackoff = false;
         connect();
         ASSERT_EQ(put("1"), 0);
         script->takesByte = true;
         script->watched = begin[0];
         ASSERT_EQ(tagGet(), 0);  // from now on the worker checks the tag
         script->takeMade();
-        skipBackoff = false;
         script->checkWaits = answers[0];
     }
     ~WorkerCheck() override {
@@ -262,19 +271,24 @@ TEST_F(WorkerCheck, IsInterruptedByACallWithoutAFailure) {
     EXPECT_EQ(reports.count(), 0U);
 }
 
-TEST_F(WorkerCheck, AnInterruptedCheckIsRepeatedAfterTheInterval) {
-    script->checkSeconds = 60;
+class WorkerDueCheck : public WorkerCheck {
+protected:
+    WorkerDueCheck() { script->checkSeconds = 60; }
+};
+
+TEST_F(WorkerDueCheck, AnInterruptedCheckIsRepeatedWhenTheNextOneIsDue) {
     ASSERT_TRUE(checkBegins());
     script->checkWaits = -1;
     {
         const std::lock_guard lock(script->mutex);
         script->checks = {{errorNotHeld, {}}};
     }
-    skipBackoff = true;
-    EXPECT_EQ(tagGet(), 0);
-    EXPECT_EQ(pauses.take(), 60000);
-    ASSERT_TRUE(servedEventually(4));
-    EXPECT_EQ(script->takeMade(), (Made{"get t", "put t=1"}));
+    EXPECT_EQ(import(), 0);
+    EXPECT_EQ(script->takeMade(), Made{"import t"});
+    clockAhead += 60;
+    EXPECT_EQ(import(), 0);  // wakes the worker
+    ASSERT_TRUE(servedEventually(5));
+    EXPECT_EQ(script->takeMade(), (Made{"import t", "put t=1"}));
     EXPECT_EQ(reports.count(), 0U);
 }
 

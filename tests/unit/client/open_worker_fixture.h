@@ -7,19 +7,24 @@
 
 #include <functional>
 #include <gtest/gtest.h>
+#include <limits>
 
 namespace opentest {
 
 inline std::atomic<bool> skipBackoff{false};
+inline std::atomic<int> maxSkippedWait{std::numeric_limits<int>::max()};  // ms; a longer wait is real
 inline std::atomic<bool> failThreads{false};
-inline std::atomic<int> failPolls{0};             // number of next waits of a worker that fail
-inline std::atomic<int> loseLines{0};             // number of next syslog lines that are lost
-inline std::atomic<int> trims{0};                 // calls of malloc_trim
-inline std::atomic<bool> trimsOverlapped{false};  // two calls of malloc_trim ran at once
-inline std::atomic<int> longSleeps{0};            // sleeps of a second or more, which end at once
-inline std::atomic<std::int64_t> clockAhead{0};   // s
-inline Inbox<int> pauses;                         // ms
-inline Inbox<std::string> reports;                // syslog texts
+inline std::atomic<int> failPolls{0};  // number of next waits of a worker that fail
+inline std::atomic<int> loseLines{0};  // number of next syslog lines that are lost
+//  The first check comes after 60 s, the first refresh in place of the ninth check.
+inline constexpr std::uint32_t lateNumber = 539999;
+inline std::atomic<std::uint32_t> randomNumber{lateNumber};  // what getrandom returns
+inline std::atomic<int> trims{0};                            // calls of malloc_trim
+inline std::atomic<bool> trimsOverlapped{false};             // two calls of malloc_trim ran at once
+inline std::atomic<int> longSleeps{0};                       // sleeps of a second or more, which end at once
+inline std::atomic<std::int64_t> clockAhead{0};              // s
+inline Inbox<int> pauses;                                    // ms
+inline Inbox<std::string> reports;                           // syslog texts
 inline thread_local bool expireWaits = false;
 inline thread_local std::function<bool()> expireWhen;  // an expiring wait first waits until this returns true
 inline thread_local bool failNew = false;

@@ -1,7 +1,9 @@
 #include "open_syslog.h"
 #include "open_worker_fixture.h"
 
+#include <algorithm>
 #include <cerrno>
+#include <cstring>
 #include <new>
 #include <poll.h>
 #include <pthread.h>
@@ -24,12 +26,18 @@ int __wrap_poll(pollfd* descriptors, nfds_t count, int timeout) {
         errno = ENOMEM;
         return -1;
     }
-    if (timeout < 0 || !skipBackoff)
+    if (timeout < 0 || !skipBackoff || timeout > maxSkippedWait)
         return __real_poll(descriptors, count, timeout);
     const int ready = __real_poll(descriptors, count, 0);
     if (ready == 0)  // otherwise this is a wake-up for the previous user of the slot
         pauses.put(timeout);
     return ready;
+}
+
+ssize_t __wrap_getrandom(void* bytes, size_t length, unsigned) {
+    const std::uint32_t number = randomNumber;
+    std::memcpy(bytes, &number, std::min(length, sizeof number));
+    return static_cast<ssize_t>(length);
 }
 
 int __wrap_malloc_trim(std::size_t) {

@@ -19,6 +19,9 @@ public:
     Status put(std::span<const RdbSnapshot>) override { throw std::runtime_error("put"); }
     Status apply(std::string_view, std::string&) override { throw std::runtime_error("apply"); }
     std::string refusal(std::string_view, int) override { throw std::runtime_error("refusal"); }
+    std::optional<std::string> repetition(std::string_view, std::string_view) override {
+        throw std::runtime_error("repetition");
+    }
     Status probe() override { throw std::runtime_error("probe"); }
     Status checkValue(const RdbSnapshot&) override { throw std::runtime_error("checkValue"); }
     Status checkRequest(std::string_view) override { throw std::runtime_error("checkRequest"); }
