@@ -94,6 +94,16 @@ TEST_F(WorkerRepetition, AConfirmationOlderThanTheCheckIntervalIsIgnored) {
     EXPECT_EQ(script->takeMade(), Made{"put t=1"});
 }
 
+TEST_F(WorkerRepetition, AnAnswerWithoutTheServerConfirmsNothing) {
+    publish();
+    for (const int seconds : {40, 21}) {
+        EXPECT_EQ(script->takeMade(), Made{});
+        clockAhead += seconds;
+        EXPECT_EQ(put("1"), 0);
+    }
+    EXPECT_EQ(script->takeMade(), Made{"put t=1"});
+}
+
 TEST_F(WorkerRepetition, ACheckConfirmsForAnotherInterval) {
     publish();
     check({});
