@@ -1,7 +1,8 @@
 """compute.py: computes the load of a fleet on the two servers from the costs of each request in figures.json.
 
-Within REPEAT seconds a host in normal operation makes the following requests. With redis: one publication and REPEAT /
-LOOK checks of the connection. With dns: one update and REPEAT / check checks. It has one address and HTTPS port 443, so
+A host in normal operation checks its data every LOOK seconds with redis, and every check seconds with dns, at most
+every REFRESH seconds. The last check within each REFRESH seconds is a refresh instead: a publication with redis, an
+update with dns. Without checks, a host makes one update within REPEAT seconds. It has one address and HTTPS port 443, so
 a check has one query over UDP, or two if the server does not add the AAAA records to the first answer. A host whose address changes makes further requests.
 """
 
@@ -9,12 +10,13 @@ import json
 from pathlib import Path
 
 import numpy
-from storms import arrivals, queue, tries
+from storms import arrivals, peaks, queue, tries
 
 FIGURES = json.loads(Path(__file__).with_name("figures.json").read_text())
 COSTS = ("packets", "bytes", "us")
 FLEETS = (10_000, 1_000_000)
 REPEAT = 600  # seconds after which the service repeats an unchanged list
+REFRESH = 540  # seconds within which the library writes an unchanged list again
 LOOK = 60  # seconds between two checks of a connection to redis
 CHECK_QUERIES = {"bind": 1, "knot": 2}
 CHECKS = (60, 600, 0)  # values of the url's option check; 0: no checks
@@ -52,13 +54,23 @@ def loads(kinds):
     return total
 
 
+def rates(hosts, check):
+    """Returns the refreshes and checks per second. check: seconds between two checks, 0 for none."""
+    if check == 0:
+        return hosts / REPEAT, 0
+    interval = min(check, REFRESH)
+    refreshes = hosts / (REFRESH // interval * interval)
+    return refreshes, hosts / interval - refreshes
+
+
 def redis_rest(hosts):
     redis = FIGURES["redis"]
     same, look = (
         {"requests": 1, "commands": redis[kind]["protocol"][0]} | {key: redis[kind][key] for key in COSTS}
         for kind in ("same", "look")
     )
-    load = loads([(hosts / REPEAT, same), (hosts / LOOK, look)])
+    refreshes, looks = rates(hosts, LOOK)
+    load = loads([(refreshes, same), (looks, look)])
     memory = redis["memory"]
     start = hosts * (memory["connection"] + memory["host"])
     full = hosts * (memory["connection"] + memory["host"] + HISTORY * memory["history"])
@@ -74,12 +86,12 @@ def redis_rest(hosts):
 
 def dns_load(hosts, check, server):
     figures = FIGURES[server]
-    checks = hosts / check if check else 0
+    updates, checks = rates(hosts, check)
     update, look = (
         {"requests": 1, "messages": messages} | {key: figures[kind][key] for key in COSTS}
         for kind, messages in (("same", 1), ("check", CHECK_QUERIES[server]))
     )
-    return loads([(hosts / REPEAT, update), (checks, look)])
+    return loads([(updates, update), (checks, look)])
 
 
 def dns_rest(hosts, check):
@@ -125,9 +137,22 @@ def storm_rows(random):
             yield [short(hosts), word, "redis", *returns(hosts, "redis", numpy.zeros(hosts), away, random)]
         for check in STORM_CHECKS:
             for away, word in ABSENCES[1:]:
-                lost = random.random(hosts) * check
+                lost = random.random(hosts) * min(check, REFRESH)
                 cells = returns(hosts, "bind", lost, away, random)
                 yield [short(hosts), word, f"dns, check={check}", *cells]
+
+
+def wave_rows(random):
+    """The load after all hosts have come back together, from the second minute on."""
+    for server in ("redis", "knot"):
+        figures = FIGURES[f"{server}_wave"]
+        cells = [f"{figures['mean']}", f"{figures['peak']}", f"{figures['peak'] / figures['mean']:.2f}", ""]
+        yield [f"{server}, measured", short(CROWD), "60", *cells]
+    for hosts in (CROWD, *FLEETS):
+        for check in STORM_CHECKS:
+            mean, peak, second = peaks(hosts, min(check, REFRESH), random)
+            cells = [f"{mean:.3g}", f"{peak:.3g}", f"{peak / mean:.2f}", f"{second / mean:.2f}"]
+            yield ["computed", short(hosts), str(check), *cells]
 
 
 def costs():
@@ -159,7 +184,8 @@ def forecast(random):
 def one_core():
     """Returns the number of hosts that one core serves if it does no other work."""
     redis = FIGURES["redis"]
-    each = redis["same"]["us"] / REPEAT + redis["look"]["us"] / LOOK
+    refreshes, looks = rates(1, LOOK)
+    each = refreshes * redis["same"]["us"] + looks * redis["look"]["us"]
     yield ["redis", f"{1e6 / redis['same']['us']:,.0f}", f"{1e6 / redis['look']['us']:,.0f}", "", short(1e6 / each)]
     for server in ("bind", "knot"):
         figures = FIGURES[server]
@@ -189,6 +215,8 @@ def main():
     table(f"return of {CROWD} hosts", head, forecast(random))
     head = ["hosts", "away", "back end", "notice", "tries while away", "peak/s", "all have come", "served"]
     table("after a restart; served by one core of this machine", head, storm_rows(random))
+    head = ["", "hosts", "check", "requests/s", "most within 10 s, per s", "ratio", "ratio of 1 s"]
+    table("load from the second minute after a common return", head, wave_rows(random))
 
 
 main()

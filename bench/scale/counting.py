@@ -8,6 +8,8 @@ import signal
 import time
 from pathlib import Path
 
+import numpy
+
 ROUNDS = 3
 SECONDS = 2  # duration of one repetition
 MANY = 64  # hosts that publish at the same time
@@ -15,6 +17,9 @@ NAMES = 156  # names under which each of these hosts publishes
 CROWD = 640  # hosts that lose the connection to their server
 PACED = 15  # requests, one after the other, during which packets are counted
 PAUSE = 0.06  # seconds between these requests; longer than a delayed acknowledgement
+SPEED = 10  # of the clock of hosts whose load is measured over time
+REPEAT = 600  # seconds after which the service repeats an unchanged list
+WINDOW = 10  # seconds over which a load is averaged; the length of the service's cycle
 ETHERNET = 14  # bytes per packet that the loopback counts in addition to IP
 
 
@@ -89,4 +94,48 @@ def storm(server, hosts, away):
         "half": round(times[len(times) // 2] - start, 1),
         "all": round(times[-1] - start, 1),
         "us": round((server.cpu() - cpu) / CROWD * 1e6, 1),
+    }
+
+
+def wave(server, hosts, away, count):
+    """Kills the server and starts it again after away seconds, so that all hosts come back together. Measures the
+    requests of the following two repetition intervals. Times and rates are those of the hosts' clock.
+
+    count: returns the number of requests that the server has received so far.
+
+    Returns the mean number of requests per second, the maximum of the averages over WINDOW, the requests in each WINDOW
+    from the return on, and the connections that were lost. Mean, maximum and losses begin two windows after the last
+    host has published, because before that the hosts are coming back. A loss shows that the machine was too slow for the
+    fast clock.
+    """
+    hosts.order(f"repeat {REPEAT / SPEED}")
+    hosts.wait("published", CROWD)
+    time.sleep(1)
+    hosts.events.clear()
+    server.end(signal.SIGKILL)
+    time.sleep(away / SPEED)
+    start = server.start()
+    samples = []
+    since = None
+    while since is None or time.monotonic() < since + 2 * (REPEAT + 2 * WINDOW) / SPEED:
+        samples.append(((time.monotonic() - start) * SPEED, count()))
+        if since is None and len(hosts.times("published")) == CROWD:
+            since = time.monotonic()
+        time.sleep(WINDOW / SPEED / 20)
+    late = since * SPEED + 2 * WINDOW
+    lost = len([kind for kind, _, when in hosts.events if kind == "lost" and when > late])
+    return loads_of(samples, (since - start) * SPEED + 2 * WINDOW) | {"lost": lost}
+
+
+def loads_of(samples, since):
+    """samples: (seconds, requests so far)."""
+    times, counts = zip(*samples, strict=True)
+    begins = numpy.arange(times[0], times[-1] - WINDOW, WINDOW / 20)
+    sums = numpy.interp(begins + WINDOW, times, counts) - numpy.interp(begins, times, counts)
+    later = begins >= since
+    total = numpy.interp([since, times[-1]], times, counts)
+    return {
+        "mean": round(float(total[1] - total[0]) / (times[-1] - since), 1),
+        "peak": round(float(sums[later].max()) / WINDOW, 1),
+        "windows": [round(float(each)) for each in sums[::20]],
     }

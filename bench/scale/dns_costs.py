@@ -2,7 +2,7 @@
 
 import time
 
-from counting import CROWD, MANY, NAMES, SECONDS, best, crossed, datagrams, paced, storm
+from counting import CROWD, MANY, NAMES, SECONDS, SPEED, best, crossed, datagrams, paced, storm, wave
 from hosts import Hosts
 from servers import Bind, Knot, SECRET, ZONE
 
@@ -11,9 +11,9 @@ GREAT = 5 * HOSTS  # hosts in the larger zone, whose memory use is compared
 POLICY_HOSTS = 10000  # each with its own key
 
 
-def open_hosts(build, server, count, check=0, hurried=False):
+def open_hosts(build, server, count, check=0, hurried=False, speed=None):
     url = f"dns://127.0.0.1/{ZONE}?check={check}"
-    return Hosts(build, "dns", url, count, server.key_of(0), SECRET, hurried)
+    return Hosts(build, "dns", url, count, server.key_of(0), SECRET, hurried, speed=speed)
 
 
 def checks(server):
@@ -115,6 +115,19 @@ def measure_bind(build):
 
 def measure_knot(build):
     return measure(build, Knot())
+
+
+def measure_wave(build):
+    """Returns the load after a restart of Knot over time. Each request or check is one connection. Knot is away for two
+    checks, so that all hosts detect it."""
+    server = Knot()
+    server.fill(CROWD)
+    server.start()
+    crowd = open_hosts(build, server, CROWD, check=60, speed=SPEED)
+    result = wave(server, crowd, 120, opened)
+    crowd.end()
+    server.end()
+    return result
 
 
 def measure_policies(build):

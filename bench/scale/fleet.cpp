@@ -10,6 +10,8 @@
 //
 //      publish NAMES SECONDS FRESH   each host publishes under NAMES names in turn for SECONDS; if SECONDS is 0, once
 //                                    under each name. FRESH is 1 if the address differs each time.
+//      repeat SECONDS                like follow; while connected, each host also publishes again every SECONDS of the
+//                                    wall clock, as the service does every 600 s
 //      follow                        from now on each host publishes as soon as it is connected, and prints
 //                                    "published"; this order never ends, so "done" is not printed
 //
@@ -67,14 +69,15 @@ public:
         }
     }
 
-    //  Publishes each time the host is connected. Never returns.
-    [[noreturn]] void follow() {
+    //  Publishes each time the host is connected, and then every period while it is. Never returns. Waits by the wall
+    //  clock, because the monotonic clock may be faster (hurryshim.cpp).
+    [[noreturn]] void follow(std::chrono::milliseconds period) {
         for (;;) {
             waitConnected();
             if (publishName(number_, 0))
                 report("published");
             std::unique_lock lock(mutex_);
-            changed_.wait(lock, [this] { return !connected_; });
+            changed_.wait_until(lock, std::chrono::system_clock::now() + period, [this] { return !connected_; });
         }
     }
 
@@ -161,17 +164,24 @@ void execute(std::vector<Host*>& hosts, const Order& order) {
     std::printf("done %u %u\n", calls.load(), failed.load());
 }
 
+void follow(std::vector<Host*>& hosts, std::chrono::milliseconds period) {
+    for (Host* host : hosts)
+        std::thread([host, period] { host->follow(period); }).detach();
+}
+
 void readOrders(std::vector<Host*>& hosts) {
     char line[128];
     while (std::fgets(line, sizeof line, stdin) != nullptr) {
         Order order;
         unsigned fresh = 0;
+        double period = 0;
         if (std::sscanf(line, "publish %u %u %u", &order.names, &order.seconds, &fresh) == 3) {
             order.fresh = fresh != 0;
             execute(hosts, order);
         } else if (std::strcmp(line, "follow\n") == 0) {
-            for (Host* host : hosts)
-                std::thread([host] { host->follow(); }).detach();
+            follow(hosts, std::chrono::hours(24));
+        } else if (std::sscanf(line, "repeat %lf", &period) == 1) {
+            follow(hosts, std::chrono::milliseconds(static_cast<int>(period * 1000)));
         }
     }
 }

@@ -13,15 +13,22 @@ PATIENCE = 120.0
 class Hosts:
     """A set of count connected hosts.
 
-    hurried: divides the waits inside the library, such as the wait for the next check, by 50.
+    hurried: divides the waits inside the library, such as the wait for the next check, by 50. All hosts make their first
+    check after the whole interval.
+    speed: lets the clock of the library, and so its waits, run this many times as fast. Each host makes its first check
+    at a time of its own. The times of events are those of this clock.
     first: the number of the first host.
     events: ("connected" | "lost" | "published", host, monotonic seconds), of all hosts.
     """
 
-    def __init__(self, build, kind, url, count, user="default", password="none", hurried=False, first=0):
+    def __init__(self, build, kind, url, count, user="default", password="none", hurried=False, first=0, speed=None):
         environment = dict(os.environ)
-        if hurried:
+        if hurried or speed:
             environment["LD_PRELOAD"] = str(Path(build, "tests/libhurryshim.so"))
+        if hurried:
+            environment["HURRYSHIM_FILE"] = os.devnull
+        if speed:
+            environment |= {"HURRYSHIM_WORKER": str(speed), "HURRYSHIM_CLOCK": "1"}
         self.events = []
         self._done = []
         self._processes = []

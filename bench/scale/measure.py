@@ -20,6 +20,8 @@ TOPICS = {
     "bind": dns_costs.measure_bind,
     "knot": dns_costs.measure_knot,
     "policies": dns_costs.measure_policies,
+    "redis_wave": redis_costs.measure_wave,
+    "knot_wave": dns_costs.measure_wave,
 }
 
 

@@ -1,8 +1,9 @@
 """The costs of a Redis server."""
 
+import itertools
 import time
 
-from counting import CROWD, MANY, NAMES, SECONDS, best, crossed, paced, storm
+from counting import CROWD, MANY, NAMES, PACED, PAUSE, ROUNDS, SECONDS, SPEED, best, crossed, storm, wave
 from hosts import Hosts
 from servers import Redis
 
@@ -40,7 +41,11 @@ def look_for(server, seconds):
 
 
 def exchanges(build, server):
-    """Measures the requests of one host, one after the other."""
+    """Measures the requests of one host, one after the other.
+
+    same: what the library sends to refresh a value that the server has: a tag query and a put. A host that repeats a
+    value does not send it, but another one with the same name does.
+    """
     hosts = []
 
     def connect():
@@ -48,8 +53,16 @@ def exchanges(build, server):
 
     result = {"connect": {"protocol": protocol(server, connect)} | crossed(connect)}
     result["first"] = {"protocol": protocol(server, hosts[0].publish)}
-    result["same"] = {"protocol": protocol(server, hosts[0].publish)} | paced(hosts[0].publish)
-    for host in hosts:
+    result["same"] = {"protocol": protocol(server, hosts[1].publish)}
+    more = [Hosts(build, "rdb", URL, 1) for _ in range(PACED)]
+
+    def publish():
+        for host in more:
+            host.publish()
+            time.sleep(PAUSE)
+
+    result["same"] |= crossed(publish, PACED)
+    for host in hosts + more:
         host.end()
     return result
 
@@ -86,7 +99,7 @@ def memory(build, server):
     crowd = Hosts(build, "rdb", URL, CROWD)
     crowd.publish()
     server.call("FLUSHALL")
-    time.sleep(5)
+    time.sleep(5)  # less than a tenth of the hosts check meanwhile
     result = {"connection": round((used() - empty) / CROWD)}
     crowd.end()
     some = Hosts(build, "rdb", URL, MANY)
@@ -105,24 +118,17 @@ def memory(build, server):
 
 
 def publications(build, server):
-    one = Hosts(build, "rdb", URL, 16)
+    """Each repetition of a case without changes has its own hosts, because a host does not repeat what it knows. Those
+    of "first" have names of their own, too."""
+    new = [Hosts(build, "rdb", URL, MANY, first=MANY * number) for number in range(1, ROUNDS + 1)]
+    same = [Hosts(build, "rdb", URL, MANY, first=MANY) for _ in range(ROUNDS)]
+    one = [Hosts(build, "rdb", URL, 16, first=MANY) for _ in range(ROUNDS)]
     many = Hosts(build, "rdb", URL, MANY)
-
-    def first():
-        server.call("FLUSHALL")
-        return many.publish(NAMES)
-
-    result = best(
-        server,
-        {
-            "first": first,
-            "one process": lambda: one.publish(NAMES, SECONDS),
-            "same": lambda: many.publish(NAMES, SECONDS),
-            "changed": lambda: many.publish(NAMES, SECONDS, fresh=True),
-        },
-    )
-    one.end()
-    many.end()
+    left = {"first": iter(new), "one process": iter(one), "same": iter(same)}
+    works = {name: lambda hosts=hosts: next(hosts).publish(NAMES) for name, hosts in left.items()}
+    result = best(server, works | {"changed": lambda: many.publish(NAMES, SECONDS, fresh=True)})
+    for hosts in [*new, *same, *one, many]:
+        hosts.end()
     return result
 
 
@@ -132,6 +138,23 @@ def storms(build, server):
     crowd.wait("published", CROWD)
     result = [storm(server, crowd, away) for away in (0, 10)]
     crowd.end()
+    return result
+
+
+def measure_wave(build):
+    """Returns the load after a restart of the server over time."""
+    server = Redis()
+    server.start()
+
+    def reads():
+        return int(server.info()["total_reads_processed"])
+
+    own = -reads() + reads()  # of one call of reads()
+    calls = itertools.count(1)
+    crowd = Hosts(build, "rdb", URL, CROWD, speed=SPEED)
+    result = wave(server, crowd, 0, lambda: reads() - own * next(calls))  # a request of a host is one read
+    crowd.end()
+    server.end()
     return result
 
 

@@ -46,6 +46,18 @@ def arrivals(when):
     return int(within.max()), float(ordered[-1])
 
 
+def peaks(hosts, interval, random):
+    """Computes the load of hosts that have all connected at the same time, when each makes one request per interval at a
+    time of its own. interval: whole seconds.
+
+    Returns the mean number of requests per second, and the maximum of the averages over 10 s and over 1 s.
+    """
+    first = random.random(hosts) * interval
+    each = numpy.bincount(first.astype(numpy.int64), minlength=interval)
+    around = numpy.concatenate([each, each[:9]])  # the same hosts return in the next interval
+    return hosts / interval, float(numpy.convolve(around, numpy.ones(10), "valid").max()) / 10, float(each.max())
+
+
 def queue(when, failures, rate, random):
     """Returns when the last host is served, at rate hosts per second. A host that has given up costs the server no
     time."""
