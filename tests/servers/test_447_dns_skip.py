@@ -102,7 +102,7 @@ class TestSkip:
         assert fixture.update([temporary, stable, ELSEWHERE], [443]) == (OK, "ok")
         assert fixture.holds([stable, ELSEWHERE], [443])
 
-    def test_748_addresses_of_an_interface_are_skipped_as_long_as_it_has_them(self, fixture):
+    def test_4479_addresses_of_an_interface_are_skipped_as_long_as_it_has_them(self, fixture):
         fixture.sandbox.run("ip", "link", "add", "wg0", "type", "veth", "peer", "name", "v1")
         fixture.sandbox.run("ip", "link", "set", "wg0", "up")
         fixture.sandbox.add_address(f"{A}/64")

@@ -45,7 +45,7 @@ class CheckCases:
         assert connections(fixture) == opened
         assert fixture.client.events(fixture.handle) == [CONNECTED]
 
-    def test_746_a_check_takes_as_few_datagrams_as_the_server_allows(self, fixture):
+    def test_7451_a_check_takes_as_few_datagrams_as_the_server_allows(self, fixture):
         fixture.connected("?check=1")
         assert fixture.update(FEW, [443]) == (OK, "ok")
         begun = len(fixture.client.waits())
@@ -55,7 +55,7 @@ class CheckCases:
         after, last = datagrams(fixture), len(fixture.client.waits())
         assert abs((after - before) / 2 / (last - first) - self.queries) < 0.2 * self.queries
 
-    def test_747_an_answer_that_is_too_long_is_checked_over_tcp(self, fixture):
+    def test_7452_an_answer_that_is_too_long_is_checked_over_tcp(self, fixture):
         fixture.connected("?check=1")
         assert fixture.update(MANY, [443]) == (OK, "ok")
         serial, opened = self.serial(fixture), connections(fixture)

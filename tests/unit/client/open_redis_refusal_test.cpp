@@ -57,8 +57,7 @@ TEST_F(RedisRefusals, AnErrorNamesItsCauseWhereverTheServerPutsIt) {
         {"NOPERM no", "refused: the user has not every permission that is needed (NOPERM)"},
         {"MOVED 1 h:1",
          "refused: the server is part of a cluster: the scheme for it is redis+cluster or rediss+cluster (MOVED)"},
-        {"CLUSTERDOWN Hash slot",
-         "refused: the cluster is down, or has no master for the name's keys (CLUSTERDOWN)"},
+        {"CLUSTERDOWN Hash slot", "refused: the cluster is down, or has no master for the name's keys (CLUSTERDOWN)"},
         {"WRONGTYPE Operation", "refused: a key of another type is in the way (WRONGTYPE)"},
         {"ERR something", "put refused: ERR something"},
     };
