@@ -36,7 +36,7 @@ private:
     Status update(const DnsRequest& request) override;
     Status send(const std::string& query, const std::string& password);
     Status resultOf(const ProviderAnswer& answer, const std::string& query, const std::string& password);
-    std::string queryOf(const DnsRequest& request) const;
+    std::string queryOf(const std::string& name, const std::vector<std::string>& addresses) const;
     HttpsRequest requestFor(const std::string& query, const std::string& password) const;
 
     //  An answer after which nothing may be sent until the password changes, or until a time.
@@ -68,22 +68,25 @@ Status Dyndns2Backend::open(const Waiter& waiter) {
 }
 
 //  The characters of names and addresses need no percent-encoding (RFC 3986 section 3.4).
-std::string Dyndns2Backend::queryOf(const DnsRequest& request) const {
-    std::string query = "hostname=" + request.name + "&" + provider_.parameter + "=" + request.addresses.front();
+std::string Dyndns2Backend::queryOf(const std::string& name, const std::vector<std::string>& addresses) const {
+    std::string query = "hostname=" + name + "&" + provider_.parameter + "=" + addresses.front();
     if (provider_.allAddresses)
-        for (std::size_t i = 1; i < request.addresses.size(); ++i)
-            query += "," + request.addresses[i];
+        for (std::size_t i = 1; i < addresses.size(); ++i)
+            query += "," + addresses[i];
     return query;
 }
 
 //  Without an address, a provider would store the address from which the request comes.
 Status Dyndns2Backend::update(const DnsRequest& request) {
-    if (request.addresses.empty())
+    const Result<std::vector<std::string>> published = provider_.filter.apply(request.addresses);
+    if (!published.ok())
+        return published.status();
+    if (published->empty())
         return serverRefused("the host has no address to send; the provider keeps the last ones");
     const Result<std::string> password = readSecret(credentials_.password);
     if (!password.ok())
         return password.status();
-    const std::string query = queryOf(request);
+    const std::string query = queryOf(request.name, *published);
     const auto now = monotonicNow();
     if (refusal_ && refusal_->password == *password && now < refusal_->until)
         return serverRefused(refusal_->reason);

@@ -32,10 +32,22 @@ Status takeAuthorities(const std::string& value, Provider& provider) {
     return {};
 }
 
+Status takeOnly(const std::string& value, Provider& provider) {
+    return provider.filter.takeOnly(value);
+}
+
+Status takeSkip(const std::string& value, Provider& provider) {
+    return provider.filter.takeSkip(value);
+}
+
 constexpr struct {
     std::string_view name;
     Status (*take)(const std::string& value, Provider& provider);
-} providerOptions[] = {{"addresses", takeAddresses}, {"parameter", takeParameter}, {"ca", takeAuthorities}};
+} providerOptions[] = {{"addresses", takeAddresses},
+                       {"parameter", takeParameter},
+                       {"only", takeOnly},
+                       {"skip", takeSkip},
+                       {"ca", takeAuthorities}};
 
 Status takeOptions(const Url& url, Provider& provider) {
     bool seen[std::size(providerOptions)] = {};
@@ -43,7 +55,7 @@ Status takeOptions(const Url& url, Provider& provider) {
         const auto* option = std::find_if(std::begin(providerOptions), std::end(providerOptions),
                                           [&given](const auto& known) { return known.name == given.name; });
         if (option == std::end(providerOptions))
-            return malformedUrl("it has an option other than addresses, parameter and ca");
+            return malformedUrl("it has an option other than addresses, parameter, only, skip and ca");
         bool& before = seen[option - std::begin(providerOptions)];
         if (before)
             return malformedUrl("the option " + std::string(option->name) + " is given twice");

@@ -1,13 +1,14 @@
 //  The parsed url of the back end dyndns2:
 //
-//      dyndns2+https://HOST[:PORT][/PATH][?addresses=first&parameter=myip&ca=/FILE]
+//      dyndns2+https://HOST[:PORT][/PATH][?addresses=first&parameter=myip&only=PREFIX&skip=temporary&ca=/FILE]
 //
 //  The default PORT is 443 (RFC 9110 section 4.2.2), the default PATH /nic/update. Options may be in any order, each at
-//  most once.
+//  most once. request/address_filter.h describes only and skip.
 #ifndef RDBAPI_OPEN_DYNDNS2_PROVIDER_URL_H
 #define RDBAPI_OPEN_DYNDNS2_PROVIDER_URL_H
 
 #include "net/url.h"
+#include "request/address_filter.h"
 
 namespace rdbopen {
 
@@ -17,6 +18,7 @@ struct Provider {
     std::string parameter = "myip";  // of the addresses in a request; letters, digits and "_"
     std::string authorities;         // path of a file with certificates; empty for the system's
     bool allAddresses = false;       // send all addresses instead of the first one
+    AddressFilter filter;
 };
 
 //  Parses url. Fails with malformedUrl.

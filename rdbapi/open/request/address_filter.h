@@ -1,4 +1,4 @@
-//  Which addresses of a request are published. The back ends dns and hosts have these options:
+//  Which addresses of a request are published. The back ends dns, dyndns2 and hosts have these options:
 //
 //      only=2001:db8:1::/48,2001:db8:2::/48                only addresses with one of these prefixes
 //      skip=ula,temporary,deprecated,if:wg*,if:tun0        no such addresses, and none of interfaces with these names

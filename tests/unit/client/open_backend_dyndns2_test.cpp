@@ -52,20 +52,22 @@ TEST(ProviderUrl, HasDefaultsForAllPartsExceptTheServer) {
 
 TEST(ProviderUrl, AcceptsEachPart) {
     const Result<Provider> provider =
-        parsed("dyndns2+https://[::1]:8443/v3/up%20date?ca=/ca.pem&addresses=all&parameter=myipv6");
+        parsed("dyndns2+https://[::1]:8443/v3/up%20date?ca=/ca.pem&addresses=all&parameter=myipv6&skip=ula,if:wg*");
     ASSERT_TRUE(provider.ok()) << provider.status().reason;
     EXPECT_EQ(serverText(provider->server), "[::1]:8443");
     EXPECT_EQ(provider->path, "/v3/up date");
     EXPECT_EQ(provider->parameter, "myipv6");
     EXPECT_EQ(provider->authorities, "/ca.pem");
     EXPECT_TRUE(provider->allAddresses);
+    EXPECT_TRUE(provider->filter.skipUla);
+    EXPECT_EQ(provider->filter.skipInterfaces, (Texts{"wg*"}));
 }
 
 TEST(ProviderUrl, RefusesEverythingElseWithAReason) {
     const std::pair<const char*, const char*> rows[] = {
         {"a,b/", "it names more than one server"},
         {"/", "it names no server"},
-        {"h/?ttl=1", "it has an option other than addresses, parameter and ca"},
+        {"h/?ttl=1", "it has an option other than addresses, parameter, only, skip and ca"},
         {"h/?ca=/a&ca=/a", "the option ca is given twice"},
         {"h/?ca=a", "ca is not an absolute path"},
         {"h/?addresses=two", "addresses is not first or all"},
@@ -233,6 +235,14 @@ TEST_F(Dyndns2, AfterAFaultOfTheProviderSendsNothingFor30Minutes) {
     clockAhead += 60;
     EXPECT_EQ(update().reason, "");
     EXPECT_EQ(sent(), 2U);
+}
+
+TEST_F(Dyndns2, SendsTheFirstAddressThatTheFiltersLeave) {
+    ASSERT_EQ(open("&only=2001:db8:1::/48").reason, "");
+    EXPECT_EQ(update(R"("2001:db8::1","2001:db8:1::2")").reason, "");
+    EXPECT_NE(requests.at(0).find("myip=2001:db8:1::2 "), std::string::npos) << requests.at(0);
+    EXPECT_EQ(update().code, errorServerRefused);
+    EXPECT_EQ(sent(), 1U);
 }
 
 TEST_F(Dyndns2, WithoutAnAddressNothingIsSent) {
