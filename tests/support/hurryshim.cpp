@@ -113,22 +113,22 @@ int hurriedPoll(pollfd* descriptors, nfds_t count, int timeout) {
     return realPoll(descriptors, count, timeout < 0 ? timeout : shortened(timeout, socketDivisor()));
 }
 
-extern "C" ssize_t getrandom(void* bytes, size_t length, unsigned flags) {
+extern "C" ssize_t getrandom(void* buffer, size_t length, unsigned flags) {
     static const auto real = replaced<ssize_t(void*, size_t, unsigned)>("getrandom");
     if (length != sizeof lateNumber || getenv("HURRYSHIM_FILE") == nullptr)
-        return real(bytes, length, flags);
-    memcpy(bytes, &lateNumber, sizeof lateNumber);
+        return real(buffer, length, flags);
+    memcpy(buffer, &lateNumber, sizeof lateNumber);
     return static_cast<ssize_t>(length);
 }
 
 //  All processes of a machine with the same speed agree about this time.
-extern "C" int clock_gettime(clockid_t clock, timespec* now) noexcept {
+extern "C" int clock_gettime(clockid_t id, timespec* t) noexcept {
     static const auto real = replaced<int(clockid_t, timespec*)>("clock_gettime");
     static const int speed = getenv("HURRYSHIM_CLOCK") == nullptr ? 1 : workerDivisor();
-    const int result = real(clock, now);
-    if (result != 0 || clock != CLOCK_MONOTONIC || speed == 1)
+    const int result = real(id, t);
+    if (result != 0 || id != CLOCK_MONOTONIC || speed == 1)
         return result;
-    const std::int64_t time = (std::int64_t{now->tv_sec} * 1000000000 + now->tv_nsec) * speed;
-    *now = {time / 1000000000, time % 1000000000};
+    const std::int64_t time = (std::int64_t{t->tv_sec} * 1000000000 + t->tv_nsec) * speed;
+    *t = {time / 1000000000, time % 1000000000};
     return 0;
 }
