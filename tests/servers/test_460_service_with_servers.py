@@ -76,7 +76,7 @@ class Scene:
     def run_service(self):
         """Starts the service on a terminal and waits until both servers are connected. No cycle has run yet."""
         preload = f"{SHIM.resolve()} {self.host.clock.env['LD_PRELOAD']}"
-        process = self.host.start("-run", tty=True, env={"LD_PRELOAD": preload})
+        process = self.host.start("-run", tty=True, env={"LD_PRELOAD": preload, "HURRYSHIM_FILE": "/dev/null"})
         control = self.host.clock.of(process)
         control.wait_parked()
         process.wait_for_output(b"connect rdb server redis://127.0.0.1 success.\r\n")
@@ -93,11 +93,18 @@ class Scene:
         """Returns the answers to a query, sorted."""
         return sorted(self.names.dig("+short", kind, name).splitlines())
 
+    def database(self, *command):
+        """Returns the answer of the database to a command."""
+        client = ["redis-cli", "--no-auth-warning", "--user", "addrpubd", "--pass", REDIS_PASSWORD]
+        return self.sandbox.run(*client, *command).decode().strip()
+
     def value(self):
         """Returns the addresses in the database, sorted; the value may be "null"."""
-        command = ["redis-cli", "--no-auth-warning", "--user", "addrpubd", "--pass", REDIS_PASSWORD]
-        text = self.sandbox.run(*command, "HGET", f"rdb:value:{{{NAME}}}", "value").decode().strip()
-        return sorted(text.split(","))
+        return sorted(self.database("HGET", f"rdb:value:{{{NAME}}}", "value").split(","))
+
+    def confirmed(self):
+        """Returns when the database last got the value."""
+        return self.database("HGET", f"rdb:value:{{{NAME}}}", "confirmed_ms")
 
     def wait_published(self, *addresses):
         """Waits until both servers have these addresses."""
@@ -219,6 +226,19 @@ def test_466_both_servers_get_the_addresses_again_after_losing_their_data(scene)
     wait_until(lambda: process.output_so_far().count(b" success.\r\n") >= 4, "both connections")
     control.advance(10)
     scene.wait_published(B)
+
+
+def test_4661_an_unchanged_list_is_repeated_without_asking_the_servers(scene):
+    scene.change(add=[A])
+    process, control = scene.run_service()
+    control.advance(0.1)
+    scene.wait_published(A)
+    process.wait_for_output(b'"seqno":1,"code":0,"message":"ok"}\r\n')
+    before = scene.confirmed()
+    control.advance(600)
+    process.wait_for_output(b'"seqno":2,"code":0,"message":"ok"}\r\n')
+    assert process.output_so_far().count(b"rdb_objputsnapshot host1.example.test success") == 2
+    assert scene.confirmed() == before
 
 
 def test_467_ctrl_c_ends_the_service_while_both_servers_are_connected(scene):
