@@ -8,6 +8,7 @@ pytest.importorskip("dns.tsigkeyring", reason="dnspython is not installed (pytho
 from dns_bed import OK, Fixture, require  # noqa: E402
 from dns_servers import HOST_KEY, ZONE, TlsBind, secret  # noqa: E402
 from host import BUILD  # noqa: E402
+from sandbox import wait_until  # noqa: E402
 
 
 class TlsFixture(Fixture):
@@ -70,3 +71,17 @@ def test_743_another_name_of_the_server_may_be_in_its_certificate(fixture):
     fixture.server.start()
     fixture.connected("&name=ns.example.test")
     assert fixture.update(["2001:db8::a"])[0] == OK
+
+
+def test_744_nothing_is_sent_over_udp(fixture):
+    def datagrams():
+        lines = fixture.sandbox.path("/proc/1/net/snmp").read_text().splitlines()
+        names, values = (line.split() for line in lines if line.startswith("Udp:"))
+        return int(values[names.index("OutDatagrams")])
+
+    fixture.server.start()
+    fixture.connected("&check=1")
+    assert fixture.update(["2001:db8::a"], [443])[0] == OK
+    before, begun = datagrams(), len(fixture.client.waits())
+    wait_until(lambda: len(fixture.client.waits()) >= begun + 5, "checks")
+    assert datagrams() == before

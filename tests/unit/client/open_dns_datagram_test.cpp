@@ -7,6 +7,7 @@
 
 #include <gtest/gtest.h>
 #include <random>
+#include <set>
 #include <sys/socket.h>
 #include <unistd.h>
 

@@ -4,6 +4,7 @@
 #include "open_dns_support.h"
 
 #include <gtest/gtest.h>
+#include <set>
 
 namespace {
 

@@ -3,7 +3,9 @@
 #include "dns/words.h"
 #include "open_dns_support.h"
 
+#include <algorithm>
 #include <gtest/gtest.h>
+#include <map>
 #include <netdb.h>
 #include <resolv.h>
 
@@ -40,7 +42,7 @@ int __wrap_res_nquery(res_state state, const char* name, int, int type, unsigned
     state->res_h_errno = resolver.error;
     if (resolver.answer.empty())
         return -1;
-    std::copy_n(resolver.answer.begin(), std::min<std::size_t>(resolver.answer.size(), size), answer);
+    std::copy_n(resolver.answer.begin(), std::min(resolver.answer.size(), static_cast<std::size_t>(size)), answer);
     return static_cast<int>(resolver.answer.size());
 }
 }
