@@ -55,7 +55,9 @@ std::string nameInCertificate(const std::string& host) {
 
 Result<TlsSettings> takeTlsOptions(Url& url) {
     constexpr std::uint16_t anyPort = 1;
-    const Result<std::vector<Server>> servers = parseServers(url.authority, anyPort);
+    //  The back end decides whether a url needs servers.
+    const Result<std::vector<Server>> servers =
+        url.authority.empty() ? std::vector<Server>() : parseServers(url.authority, anyPort);
     if (!servers.ok())
         return servers.status();
     TlsSettings settings;

@@ -49,6 +49,7 @@ TEST(TlsUrl, TakesTheOptionsOfTlsAndOfTheBackEnd) {
     for (const char* url :
          {"rediss://host", "rediss://host:6380/3?expire=660&ca=/a", "rediss://[::1]?name=server.test&cert=/c&key=/k",
           "rediss://[fe80::1%25eth0]", "rediss://host.?name=2001:db8::1", "RedisS://h", "dns+tls://host/example.org",
+          "dns+tls:///example.org", "dns+tls://a,b:8853/example.org?ptr=2.ip6.arpa",
           "dns+tls://h/example.org?ca=/a&ttl=60&check=0&skip=ula&name=n&algorithm=hmac-sha512&key=/k&cert=/c"})
         EXPECT_EQ(madeFrom(url).reason, "") << url;
 }
@@ -69,13 +70,15 @@ TEST(TlsUrl, RefusesEverythingElseWithAReason) {
             EXPECT_EQ(madeFrom(place + options).code, errorBadUrl);
             EXPECT_EQ(madeFrom(place + options).reason, std::string("malformed url: ") + reason);
         }
+    EXPECT_EQ(madeFrom("rediss:///0").reason, "malformed url: it names no server");
     EXPECT_EQ(madeFrom("rediss://h?verify=no").reason,
               "malformed url: it has an option other than expire, history, ca, cert, key and name");
     EXPECT_EQ(madeFrom("dns+tls://h/example.org?verify=no").reason,
-              "malformed url: it has an option other than ttl, algorithm, skip, check, ca, cert, key and name");
+              "malformed url: it has an option other than ttl, algorithm, only, skip, check, ptr, ca, cert, "
+              "key and name");
     EXPECT_EQ(madeFrom("redis://h?ca=/a").reason, "malformed url: it has an option other than expire and history");
     EXPECT_EQ(madeFrom("dns://h/example.org?ca=/a").reason,
-              "malformed url: it has an option other than ttl, algorithm, skip and check");
+              "malformed url: it has an option other than ttl, algorithm, only, skip, check and ptr");
     EXPECT_EQ(madeFrom("rediss:///s").code, errorBadUrl);
     EXPECT_EQ(madeFrom("dns+tls://h/").code, errorBadUrl);
 }
