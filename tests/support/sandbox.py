@@ -194,6 +194,8 @@ class Sandbox:
         process = self.spawn(*argv, **options)
         output = process.all_output()
         status = process.wait()
+        self._processes.remove(process)
+        process.close()
         assert status == 0, f"{argv}: status {status}, output {output!r}"
         return output
 
