@@ -87,7 +87,7 @@ class PointerCases:
         fixture.server.forget()
         fixture.server.start()
         wait_until(lambda: pointers(fixture, B) == [NAME + "."], "the PTR record")
-        fixture.wait_held([B], [443])
+        wait_until(lambda: fixture.holds([B], [443]), "the records of the zone")
 
 
 class TestBindPointers(PointerCases):

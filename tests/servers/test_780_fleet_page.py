@@ -149,11 +149,11 @@ def fleet():
     one.close()
 
 
-def test_770_every_section_with_commands_is_executed():
+def test_780_every_section_with_commands_is_executed():
     assert set(sections()) == {*SERVERS, HOSTS, ALIVE, PROMOTION, RETIREMENT}
 
 
-def test_771_all_servers_have_the_addresses_of_each_host(fleet):
+def test_781_all_servers_have_the_addresses_of_each_host(fleet):
     assert "[OK] All 16384 slots covered." in fleet.output["Redis"]
     wait_until(lambda: [fleet.count_nodes(role) for role in ("master", "slave")] == [3, 3], "three replicas")
     for name in fleet.addresses:
@@ -162,7 +162,7 @@ def test_771_all_servers_have_the_addresses_of_each_host(fleet):
         fleet.wait_records(server, *fleet.addresses)
 
 
-def test_772_one_read_shows_when_a_host_last_wrote(fleet):
+def test_782_one_read_shows_when_a_host_last_wrote(fleet):
     read, queries, _ = sections()[ALIVE]
     address = fleet.addresses["host1"]
     wait_until(lambda: fleet.value("host1") == address, "host1 in the cluster")
@@ -173,7 +173,7 @@ def test_772_one_read_shows_when_a_host_last_wrote(fleet):
 
 
 @pytest.mark.refusal
-def test_773_commands_without_permission_are_refused(fleet):
+def test_783_commands_without_permission_are_refused(fleet):
     fleet.wait_records("ns1", *fleet.addresses)
     output = fleet.run(f"set +e\n{sections()[ALIVE][2]}true")
     reasons = re.findall(r"^(NOPERM|update failed: REFUSED|.)", output, re.MULTILINE)
@@ -183,7 +183,7 @@ def test_773_commands_without_permission_are_refused(fleet):
     assert fleet.has_records("ns1", *fleet.addresses)
 
 
-def test_774_only_records_of_a_host_that_redis_removed_leave_the_zone(fleet):
+def test_784_only_records_of_a_host_that_redis_removed_leave_the_zone(fleet):
     stop, retire, schedule, withdraw = sections()[RETIREMENT]
     for server in ("ns1", "ns2"):
         fleet.wait_records(server, *fleet.addresses)
@@ -214,7 +214,7 @@ def test_774_only_records_of_a_host_that_redis_removed_leave_the_zone(fleet):
 
 
 @pytest.mark.failover  # dns
-def test_775_the_secondary_replaces_the_primary_that_died(fleet):
+def test_785_the_secondary_replaces_the_primary_that_died(fleet):
     promote, return_as_secondary = sections()[PROMOTION]
     before = fleet.zone("ns2")
     primary = fleet.machines.process("ns1", "named")
