@@ -1,6 +1,6 @@
-//  The back end redis with a cluster, or with Sentinels and their master, which send the input: one piece for each wait,
-//  separated by zero bytes. A login gets the right answers first. Compares the nodes and masters in the answer to CLUSTER
-//  SLOTS with a second reader. No request may be sent more often than redirections allow.
+//  The back end redis with a cluster, or with Sentinels and their master, which send the input: one piece for each
+//  wait, separated by zero bytes. A login gets the right answers first. Compares the nodes and masters in the answer to
+//  CLUSTER SLOTS with a second reader. No request may be sent more often than redirections allow.
 #include "backends.h"
 #include "engine/clock.h"
 #include "fuzz_input.h"

@@ -1,5 +1,6 @@
-"""The back end redis with a real Redis Cluster of three masters and three replicas. Hosts write while masters end, slots
-are moved and nodes are cut off; afterwards the cluster has what the hosts have, and the history has each change once.
+"""The back end redis with a real Redis Cluster of three masters and three replicas. Hosts write while masters end,
+slots are moved and nodes are cut off; afterwards the cluster has what the hosts have, and the history has each change
+once.
 
 scripts/cluster-rounds makes the tests longer, by the environment variables CLUSTER_ROUNDS and CLUSTER_HOSTS.
 """

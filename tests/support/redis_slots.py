@@ -36,6 +36,6 @@ def keys():
 
 
 if __name__ == "__main__":
-    print("#  The slots of keys: the bytes of the key in hexadecimal, a tab, and the slot. From support/redis_slots.py.")
+    print("#  The slots of keys: the bytes of the key in hexadecimal, a tab, and the slot (support/redis_slots.py).")
     for key in keys():
         print(key.hex() + "\t" + str(slot_of(key)))

@@ -107,7 +107,8 @@ bool TcpStream::hasUnconfirmed() const noexcept {
     return ioctl(descriptor_, SIOCOUTQ, &bytes) == 0 && bytes > 0;
 }
 
-//  With a linger time of 0, close(2) resets the connection and discards its bytes (socket(7)). A Unix socket ignores it.
+//  With a linger time of 0, close(2) resets the connection and discards its bytes (socket(7)). A Unix socket ignores
+//  it.
 void TcpStream::close() noexcept {
     constexpr linger none{1, 0};
     if (hasUnconfirmed())

@@ -21,8 +21,8 @@ public:
     bool endedByServer() const noexcept override { return ended_; }
     int descriptor() const noexcept override { return descriptor_; }
 
-    //  Withdraws the bytes that the server has not confirmed. The kernel would otherwise still send them when the network
-    //  works again, and an old request could overwrite a newer one.
+    //  Withdraws the bytes that the server has not confirmed. The kernel would otherwise still send them when the
+    //  network works again, and an old request could overwrite a newer one.
     void close() noexcept override;
 
     //  Returns whether the server has not confirmed all bytes yet.

@@ -262,8 +262,8 @@ Status TlsStream::receive(std::span<std::uint8_t> bytes, const Waiter& waiter, s
 }
 
 //  The server is notified of the end if the socket has room for it.
-//  A farewell would keep a request alive that the server has not confirmed. Without a handshake there is no request, and
-//  the last bytes are the reason why it failed.
+//  A farewell would keep a request alive that the server has not confirmed. Without a handshake there is no request,
+//  and the last bytes are the reason why it failed.
 void TlsStream::close() noexcept {
     const bool established = tls_ && SSL_is_init_finished(tls_.get()) != 0;
     const bool withdraws = established && tcp_.hasUnconfirmed();

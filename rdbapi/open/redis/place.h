@@ -53,8 +53,8 @@ Result<RedisPlace> parseRedisPlace(const Url& url);
 //  Returns the url of place without options, for syslog.
 std::string redisPlaceText(const RedisPlace& place);
 
-//  Returns the server whose host and port a server has reported, which may send anything. Returns nothing if a url could
-//  not contain them.
+//  Returns the server whose host and port a server has reported, which may send anything. Returns nothing if a url
+//  could not contain them.
 std::optional<Server> serverFrom(std::string_view host, std::string_view port);
 
 }  // namespace rdbopen

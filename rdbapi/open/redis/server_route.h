@@ -1,8 +1,8 @@
-//  The way to a server with one name, which may have several addresses, to the first usable one of several servers, or to
-//  a Unix socket.
+//  The way to a server with one name, which may have several addresses, to the first usable one of several servers, or
+//  to a Unix socket.
 //
-//      open:  resolves the names, and logs in at the first address that allows it; one of several servers must also be a
-//             primary
+//      open:  resolves the names, and logs in at the first address that allows it; one of several servers must also be
+//             a primary
 //      ask:   if the server is a replica or still loads its data, logs in at the next address and asks there; one of
 //             several servers also if it takes no writes
 //

@@ -1,5 +1,5 @@
-//  redis+cluster:// with fake nodes: masters, redirections, and clusters that are being changed. The clock advances only
-//  by the pauses of the back end.
+//  redis+cluster:// with fake nodes: masters, redirections, and clusters that are being changed. The clock advances
+//  only by the pauses of the back end.
 #include "open_fake_redis.h"
 #include "open_support.h"
 #include "redis/cluster_layout.h"
@@ -47,7 +47,8 @@ public:
     std::function<void()> onPause = [] {};
 };
 
-//  After the first command with the given word, every wait takes a second, in which the node sends a byte of its answer.
+//  After the first command with the given word, every wait takes a second, in which the node sends a byte of its
+//  answer.
 class DrippingWaiter : public Waiter {
 public:
     DrippingWaiter(FakeRedis& node, std::string word) : node_(node), word_(std::move(word)) {}
