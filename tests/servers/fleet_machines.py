@@ -92,7 +92,7 @@ action=$1
 case $2 in
     redis-server) unit=/lib/systemd/system/redis-server.service port=6379 folder=/ ;;
     named) unit=/lib/systemd/system/named.service port=853 folder=/ ;;
-    addrpubd) unit=/mnt/addrpubd.service port= folder=/usr/lib/addrpubd ;;
+    addrpubd) unit=/mnt/addrpubd.service port='' folder=/usr/lib/addrpubd ;;
     *) echo "systemctl: no unit $2" >&2; exit 5 ;;
 esac
 pid=$(cat "/run/$2.unit" 2>/dev/null || true)

@@ -217,9 +217,13 @@ def test_784_only_records_of_a_host_that_redis_removed_leave_the_zone(fleet):
 def test_785_the_secondary_replaces_the_primary_that_died(fleet):
     promote, return_as_secondary = sections()[PROMOTION]
     before = fleet.zone("ns2")
-    primary = fleet.machines.process("ns1", "named")
+    primary, secondary = (fleet.machines.process(server, "named") for server in ("ns1", "ns2"))
+    secondary.kill(signal.SIGSTOP)
+    for number in range(10):  # ns1 then has a higher serial number than ns2 reaches in this test
+        assert fleet.update(f"add lost{number}.{ZONE} 60 AAAA 2001:db8::99", "keys/retire") == ""
     primary.kill(signal.SIGKILL)
     primary.wait()
+    secondary.kill(signal.SIGCONT)
     fleet.change_address("host1", "2001:db8::11")
     wait_until(lambda: fleet.value("host1") == "2001:db8::11", "the new address in the cluster")
     assert fleet.zone("ns2") == before
