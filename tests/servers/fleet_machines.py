@@ -23,13 +23,15 @@ from host import BUILD
 from sandbox import wait_until
 
 PROGRAMS = "/mnt/programs"
-PACKAGE = "/mnt/package"  # files of the build, as shown in every machine
+PACKAGE = "/mnt/package"  # files of the build
+INSTALLED = "/usr/lib/addrpubd"
 SHIM = BUILD / "tests/libhurryshim.so"
 ADDRESSES = {"admin": "192.0.2.100", "ns1": "192.0.2.1", "ns2": "192.0.2.2"}
 ADDRESSES |= {f"redis{number}": f"192.0.2.{10 + number}" for number in range(1, 7)}
 ADDRESSES |= {f"host{number}": f"192.0.2.{100 + number}" for number in range(1, 4)}
 
 _MACHINE = """
+umask 022
 hostname "$1"
 for folder in etc usr/lib usr/sbin; do
     changed=/mnt/changed/$1/$folder
@@ -62,6 +64,7 @@ exec cp "${@:1:$#-1}" "/proc/$(cat "/mnt/machines/${machine%%.*}")/root${target#
 """
 
 _APT_GET = """#!/bin/bash
+umask 022
 [ "$1 $2" = "install --yes" ] || { echo "apt-get: $*" >&2; exit 100; }
 for package in "${@:3}"; do
     if [[ $package = /*.deb ]]; then
@@ -131,7 +134,7 @@ class Machines:
         """Creates the clock of the services that start from now on. It starts at the real time: the certificates that
         exist are valid by it."""
         self._clock = Clock(self._sandbox, BUILD / "tests/libclockshim.so", time.time_ns())
-        self._environment["SERVICE_PRELOAD"] = f"{PACKAGE}/{SHIM.name} {self._clock.env['LD_PRELOAD']}"
+        self._environment["SERVICE_PRELOAD"] = f"{INSTALLED}/{SHIM.name} {self._clock.env['LD_PRELOAD']}"
         self._environment["CLOCKSHIM_FILE"] = self._clock.env["CLOCKSHIM_FILE"]
 
     def clock_of(self, machine):
@@ -141,6 +144,7 @@ class Machines:
     def _write_files(self):
         for folder in ("programs", "package", "machines", "logs", "changed"):
             self._sandbox.path(f"/mnt/{folder}").mkdir()
+            self._sandbox.path(f"/mnt/{folder}").chmod(0o755)
         programs = {"ssh": _SSH, "scp": _SCP, "apt-get": _APT_GET, "systemctl": _SYSTEMCTL, "with-clock": _WITH_CLOCK}
         for name, text in programs.items():
             file = self._sandbox.path(f"{PROGRAMS}/{name}")

@@ -150,6 +150,8 @@ def fleet():
 
 
 def test_780_every_section_with_commands_is_executed():
+    lines = [line for blocks in sections().values() for block in blocks for line in block.splitlines()]
+    assert len(lines) == len(re.findall(r"^ {4}", PAGE.read_text(), re.MULTILINE))
     assert set(sections()) == {*SERVERS, HOSTS, ALIVE, PROMOTION, RETIREMENT}
 
 
