@@ -9,7 +9,7 @@ are replaced. The replacements are in the folder PROGRAMS, the first in PATH:
 
     ssh, scp    run a command on another machine, copy files to it
     apt-get     checks that the packages exist and that they are installed here; installs the service from the build
-    systemctl   starts and stops servers with the command line and the user of their units, and waits until they are
+    systemctl   starts and stops servers with the command lines and the user of their units, and waits until they are
                 ready. The service has the controlled clock; start_clock must be called before
 """
 
@@ -98,9 +98,14 @@ case $2 in
     addrpubd) unit=/mnt/addrpubd.service port='' folder=/usr/lib/addrpubd ;;
     *) echo "systemctl: no unit $2" >&2; exit 5 ;;
 esac
+runs() {
+    grep -qs '^State:.[^Z]' "/proc/$1/status"
+}
 pid=$(cat "/run/$2.unit" 2>/dev/null || true)
-if [ -n "$pid" ] && kill "$pid" 2>/dev/null; then
-    while grep -qs '^State:.[^Z]' "/proc/$pid/status"; do sleep 0.02; done
+if [ -n "$pid" ] && runs "$pid"; then
+    stop=$(sed -n 's/^ExecStop=//p' "$unit")
+    ${stop:-kill $pid}
+    while runs "$pid"; do sleep 0.02; done
 fi
 rm -f "/run/$2.unit"
 [ "$action" != stop ] || exit 0
@@ -116,7 +121,7 @@ setsid setpriv --reuid "${user:-root}" --regid "${user:-root}" --init-groups \\
 echo $! >"/run/$2.unit"
 cp "/run/$2.unit" "/mnt/logs/$(hostname).$2.pid"
 while [ -n "$port" ] && [ -z "$(ss -Hltn "sport = :$port")" ]; do
-    grep -qs '^State:.[^Z]' "/proc/$!/status" || { cat "/mnt/logs/$(hostname).$2" >&2; exit 1; }
+    runs $! || { cat "/mnt/logs/$(hostname).$2" >&2; exit 1; }
     sleep 0.02
 done
 """
