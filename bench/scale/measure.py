@@ -11,6 +11,7 @@ import sys
 import time
 from pathlib import Path
 
+import cluster_rates
 import dns_costs
 import redis_costs
 
@@ -20,6 +21,7 @@ TOPICS = {
     "bind": dns_costs.measure_bind,
     "knot": dns_costs.measure_knot,
     "policies": dns_costs.measure_policies,
+    "redis_cluster": cluster_rates.measure,
     "redis_wave": redis_costs.measure_wave,
     "knot_wave": dns_costs.measure_wave,
 }
