@@ -27,10 +27,9 @@ endfunction()
 
 #  addrpubd_back_end(NAME SOURCE...)
 #
-#  Adds the back end NAME: the static library rdbopen_NAME with the sources, and the module
-#  rdbapix64-NAME. The scheme is NAME
-#  with "+" for each "-", the descriptor rdbapix64_NAME with "_" for each "-". The descriptor is in module.cpp, or in
-#  NAME_module.cpp if that exists.
+#  Adds the back end NAME: the static library rdbopen_NAME with the sources, and the module rdbapix64-NAME. The scheme is
+#  NAME with "+" for each "-", the descriptor rdbapix64_NAME with "_" for each "-". The descriptor is in module.cpp, or
+#  in NAME_module.cpp if that exists.
 function(addrpubd_back_end name)
     string(REPLACE - + scheme ${name})
     string(REPLACE - _ symbol ${name})

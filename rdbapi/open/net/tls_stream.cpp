@@ -261,9 +261,9 @@ Status TlsStream::receive(std::span<std::uint8_t> bytes, const Waiter& waiter, s
     return {};
 }
 
-//  The server is notified of the end if the socket has room for it.
-//  A farewell would keep a request alive that the server has not confirmed. Without a handshake there is no request,
-//  and the last bytes are the reason why it failed.
+//  Sends close_notify (RFC 8446 section 6.1) if the socket has room for it. If the server has not confirmed all bytes,
+//  resets the connection instead, which withdraws them. Before the end of the handshake there is no request to withdraw,
+//  and the bytes sent last tell the server why the handshake failed.
 void TlsStream::close() noexcept {
     const bool established = tls_ && SSL_is_init_finished(tls_.get()) != 0;
     const bool withdraws = established && tcp_.hasUnconfirmed();

@@ -27,8 +27,8 @@ inline constexpr std::uint16_t redisPort = 6379;
 //  The port of Sentinels in the documents of Redis.
 inline constexpr std::uint16_t sentinelPort = 26379;
 
-//  Minimum and maximum expiry in seconds. The service repeats an unchanged value after 600 s, or slightly later after a
-//  reconnect. With a shorter expiry, the data of a running host would expire before the repetition.
+//  Minimum and maximum expiry in seconds. An unchanged value is written again after refreshTime (engine/retry_schedule.h),
+//  540 s, and a check may be late. With a shorter expiry, the data of a running host could expire before that.
 inline constexpr std::uint32_t redisMinExpiry = 660;
 inline constexpr std::uint32_t redisMaxExpiry = 31536000;
 

@@ -9,8 +9,7 @@ namespace {
 
 using rdbopen::redisSlot;
 
-//  The checksum of "123456789" is that of the catalogues of checksums; the others are examples of the specification of
-//  Redis Cluster.
+//  0x31c3 is the check value of CRC-16/XMODEM. The slots of "foo" and "bar" are those of CLUSTER KEYSLOT of Redis.
 TEST(RedisSlots, ArePublishedValues) {
     EXPECT_EQ(redisSlot("123456789"), 0x31c3);
     EXPECT_EQ(redisSlot("foo"), 12182);
