@@ -178,7 +178,7 @@ TEST_F(WorkerDesiredState, ACheckThatFindsTheValueMissingPutsItAgain) {
         const std::lock_guard lock(script->mutex);
         script->checks = {{errorNotHeld, {}}};
     }
-    clockAhead += 60;
+    advance(60);
     EXPECT_EQ(put("1"), 0);  // wakes the worker
     ASSERT_TRUE(servedEventually(2));
     EXPECT_EQ(script->takeMade(), (Made{"put t=1", "put t=1"}));
@@ -190,7 +190,7 @@ TEST_F(WorkerDesiredState, AValueOnTheServerIsNotPutAgain) {
     connect();
     EXPECT_EQ(put("1"), 0);
     for (int check = 1; check <= 3; ++check) {
-        clockAhead += 60;
+        advance(60);
         EXPECT_EQ(put("1"), 0);  // wakes the worker
         ASSERT_TRUE(eventually([&] { return script->checksBegun == check; }));
     }
@@ -285,7 +285,7 @@ TEST_F(WorkerDueCheck, AnInterruptedCheckIsRepeatedWhenTheNextOneIsDue) {
     }
     EXPECT_EQ(import(), 0);
     EXPECT_EQ(script->takeMade(), Made{"import t"});
-    clockAhead += 60;
+    advance(60);
     EXPECT_EQ(import(), 0);  // wakes the worker
     ASSERT_TRUE(servedEventually(5));
     EXPECT_EQ(script->takeMade(), (Made{"import t", "put t=1"}));

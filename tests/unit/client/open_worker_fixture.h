@@ -13,6 +13,7 @@ namespace opentest {
 
 inline std::atomic<bool> skipBackoff{false};
 inline std::atomic<int> maxSkippedWait{std::numeric_limits<int>::max()};  // ms; a longer wait is real
+inline std::atomic<bool> workerWaits{false};                              // the worker is in a wait that is not skipped
 inline std::atomic<bool> failThreads{false};
 inline std::atomic<int> failPolls{0};  // number of next waits of a worker that fail
 inline std::atomic<int> loseLines{0};  // number of next syslog lines that are lost
@@ -63,6 +64,11 @@ protected:
         const int pause = pauses.take();
         EXPECT_GE(pause, base);
         EXPECT_LE(pause, base * 5 / 4);
+    }
+    //  Advances the clock while the worker waits, so that it notices the new time at the next call and not before.
+    static void advance(int seconds) {
+        ASSERT_TRUE(eventually([] { return workerWaits.load(); }));
+        clockAhead += seconds;
     }
     int tagGet() {
         RdbTag tag = tagNamed("t");

@@ -37,7 +37,7 @@ protected:
             const std::lock_guard lock(script->mutex);
             script->checks = {result};
         }
-        clockAhead += 60;
+        advance(60);
         EXPECT_EQ(put("1"), 0);
         ASSERT_TRUE(eventually([&] { return script->checksBegun > before; }));
     }
@@ -82,14 +82,14 @@ TEST_F(WorkerRepetition, AChangedRequestIsSent) {
 
 TEST_F(WorkerRepetition, AConfirmationLastsForTheCheckInterval) {
     publish();
-    clockAhead += 60;
+    advance(60);
     EXPECT_EQ(put("1"), 0);
     EXPECT_EQ(script->takeMade(), Made{});
 }
 
 TEST_F(WorkerRepetition, AConfirmationOlderThanTheCheckIntervalIsIgnored) {
     publish();
-    clockAhead += 61;
+    advance(61);
     EXPECT_EQ(put("1"), 0);
     EXPECT_EQ(script->takeMade(), Made{"put t=1"});
 }
@@ -98,7 +98,7 @@ TEST_F(WorkerRepetition, AnAnswerWithoutTheServerConfirmsNothing) {
     publish();
     for (const int seconds : {40, 21}) {
         EXPECT_EQ(script->takeMade(), Made{});
-        clockAhead += seconds;
+        advance(seconds);
         EXPECT_EQ(put("1"), 0);
     }
     EXPECT_EQ(script->takeMade(), Made{"put t=1"});
@@ -107,7 +107,7 @@ TEST_F(WorkerRepetition, AnAnswerWithoutTheServerConfirmsNothing) {
 TEST_F(WorkerRepetition, ACheckConfirmsForAnotherInterval) {
     publish();
     check({});
-    clockAhead += 60;
+    advance(60);
     EXPECT_EQ(put("1"), 0);
     EXPECT_EQ(script->takeMade(), Made{});
 }
@@ -172,9 +172,9 @@ TEST_F(WorkerRepetition, TheFirstCheckComesAfterARandomPartOfTheInterval) {
 
 TEST_F(WorkerRepetition, CallsDoNotDelayTheNextCheck) {
     publish();
-    clockAhead += 59;
+    advance(59);
     EXPECT_EQ(put("2"), 0);
-    clockAhead += 1;
+    advance(1);
     EXPECT_EQ(put("2"), 0);  // wakes the worker
     EXPECT_TRUE(eventually([&] { return script->checksBegun == 1; }));
 }
@@ -183,7 +183,7 @@ TEST_F(WorkerRepetition, EachNinthCheckSendsTheDataAgain) {
     publish();
     const int before = script->served;
     for (int check = 1; check <= 18; ++check) {
-        clockAhead += 60;
+        advance(60);
         EXPECT_EQ(put("1"), 0);  // wakes the worker
         const int refreshes = check / 9;
         ASSERT_TRUE(eventually([&] {
@@ -197,8 +197,8 @@ TEST_F(WorkerRepetition, ARefreshThatTheServerRefusesIsRetried) {
     script->checkSeconds = 540;  // each check is a refresh
     publish();
     answer({{}, serverRefused("full")});
+    advance(540);
     skipBackoff = true;
-    clockAhead += 540;
     EXPECT_EQ(put("1"), 0);
     ASSERT_TRUE(eventually([&] { return reports.count() >= 2; }));
     EXPECT_EQ(reports.take(), "rdbapi: fake: full");

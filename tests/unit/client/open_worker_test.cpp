@@ -58,7 +58,7 @@ TEST_F(Worker_, TheFirstWaitDiffersBetweenLosses) {
     connect();
     std::set<int> seen;
     for (int loss = 0; loss < 20; ++loss) {
-        clockAhead += 60;
+        advance(60);
         script->requests = {backendFailed("a")};
         EXPECT_EQ(put(), errorBackendFailed);
         EXPECT_EQ(events.take(), RDB_EVENT_DISCONNECTED);
@@ -161,7 +161,7 @@ TEST_F(Worker_, TheWaitKeepsGrowingWhileConnectionsAreShort) {
 TEST_F(Worker_, AfterAConnectionOfAMinuteTheWaitStartsAtOneSecond) {
     connect();
     for (const int seconds : {0, 59, 60, 60}) {
-        clockAhead += seconds;
+        advance(seconds);
         script->requests = {backendFailed("full")};
         EXPECT_EQ(put(), errorBackendFailed);
         EXPECT_EQ(events.take(), RDB_EVENT_DISCONNECTED);

@@ -26,8 +26,12 @@ int __wrap_poll(pollfd* descriptors, nfds_t count, int timeout) {
         errno = ENOMEM;
         return -1;
     }
-    if (timeout < 0 || !skipBackoff || timeout > maxSkippedWait)
-        return __real_poll(descriptors, count, timeout);
+    if (timeout < 0 || !skipBackoff || timeout > maxSkippedWait) {
+        workerWaits = timeout != 0;
+        const int ready = __real_poll(descriptors, count, timeout);
+        workerWaits = false;
+        return ready;
+    }
     const int ready = __real_poll(descriptors, count, 0);
     if (ready == 0)  // otherwise this is a wake-up for the previous user of the slot
         pauses.put(timeout);
