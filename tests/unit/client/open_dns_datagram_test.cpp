@@ -6,6 +6,7 @@
 #include "open_interrupt.h"
 
 #include <gtest/gtest.h>
+#include <optional>
 #include <random>
 #include <set>
 #include <sys/socket.h>
@@ -14,10 +15,11 @@
 namespace {
 
 std::atomic<int> datagramsSent{0};
-std::atomic<int> streamSockets{0};  // number of TCP sockets created
-std::atomic<int> clockAhead{0};     // ms by which the monotonic clock is ahead
-std::atomic<bool> hurry{false};     // the pauses of a worker move the clock instead of taking time
-thread_local bool flooded = false;  // each recv takes 10 ms and returns bytes of a stranger
+std::atomic<int> streamSockets{0};                  // number of TCP sockets created
+std::atomic<int> clockAhead{0};                     // ms by which the monotonic clock is ahead
+std::atomic<bool> hurry{false};                     // the pauses of a worker move the clock instead of taking time
+thread_local std::optional<timespec> stoppedClock;  // what the monotonic clock shows the thread, without clockAhead
+thread_local bool flooded = false;                  // each recv takes 10 ms and returns bytes of a stranger
 thread_local int receivedOfFlood = 0;
 
 bool isDatagramSocket(int descriptor) {
@@ -35,6 +37,7 @@ int __wrap_clock_gettime(clockid_t clock, timespec* now);
 int __wrap_clock_gettime(clockid_t clock, timespec* now) {
     const int result = __real_clock_gettime(clock, now);
     if (clock == CLOCK_MONOTONIC) {
+        *now = stoppedClock.value_or(*now);
         now->tv_sec += clockAhead / 1000;
         now->tv_nsec += clockAhead % 1000 * 1000000L;
         now->tv_sec += now->tv_nsec / 1000000000;
@@ -94,6 +97,19 @@ constexpr const char* request =
 
 const AnswerRecord aaaa{"host1.example.org", 28, fromHex("20010db8000000000000000000000001")};
 const AnswerRecord https{"host1.example.org", 65, fromHex("0001 00 0006 0010 20010db8000000000000000000000001")};
+
+//  For its lifetime the thread's monotonic clock advances only with clockAhead, however slow the machine is.
+class StoppedClock {
+public:
+    StoppedClock() {
+        timespec now{};
+        __real_clock_gettime(CLOCK_MONOTONIC, &now);
+        stoppedClock = now;
+    }
+    ~StoppedClock() { stoppedClock.reset(); }
+    StoppedClock(const StoppedClock&) = delete;
+    StoppedClock& operator=(const StoppedClock&) = delete;
+};
 
 //  Reports that the time has expired as soon as the server has nothing more to send.
 class UdpWaiter : public Waiter {
@@ -156,6 +172,7 @@ protected:
         EXPECT_EQ(backend->open(waiter).reason, "");
         connectionsBefore = server.connections();
         socketsBefore = streamSockets;
+        const StoppedClock stopped;
         const Status status = backend->updates()->checkRequest(request);
         limit = waiter.limit;
         return status;
