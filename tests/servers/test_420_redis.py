@@ -176,6 +176,15 @@ def test_4271_the_library_confirms_a_value_and_its_expiry_by_itself(fixture):
     assert calls(fixture.server, "hmget") > calls(fixture.server, "evalsha")  # most checks only read
 
 
+def test_4272_a_refresh_finds_a_tag_that_another_program_has_changed(fixture):
+    fixture.server.start()
+    fixture.connected("?expire=900", environment={"HURRYSHIM_WORKER": "1000"})
+    fixture.register("first")
+    fixture.server.command("HSET", "rdb:tag:{host1}", "class", 1)
+    wait_until(lambda: fields(fixture.server, "rdb:tag:{host1}")["class"] == "2", "the tag to be imported again")
+    assert fixture.server.history() == ["first"]
+
+
 def test_428_a_subscriber_sees_every_change_and_no_repetition(registered):
     subscriber = registered.sandbox.spawn("redis-cli", "PSUBSCRIBE", "rdb:changed:*")
     subscriber.wait_for_output(b"psubscribe\n")

@@ -3,7 +3,7 @@
 //  UpdateBackend or both.
 //
 //      Backend        open, probe, close
-//        tags()    -> TagBackend       get, import, put, checkValue: for an rdb server
+//        tags()    -> TagBackend       get, import, put, refresh, checkValue: for an rdb server
 //        updates() -> UpdateBackend    apply, refusal, checkRequest: for a DNS server
 //
 //      closed --open() ok--> open --any request returns errorBackendFailed--> close() --back-off--> open() ...
@@ -52,6 +52,13 @@ public:
     //  Stores either all values or none; after errorBackendFailed, either is possible. Fails with errorNoSuchTag or
     //  errorTagNotUsable if a tag does not exist or has another class.
     virtual Status put(std::span<const RdbSnapshot> records) = 0;
+
+    //  Looks up the tag of record, whose name tag contains, and puts the value. Override it if one exchange is enough for
+    //  both. Fails like get and put; tag may then have changed.
+    virtual Status refresh(const RdbSnapshot& record, RdbTag& tag) {
+        Status status = get(tag);
+        return status.ok() ? put({&record, 1}) : status;
+    }
 
     //  Compares the server's value with this one. Fails with errorNotHeld if the server has another value or none.
     //  Called at each check, and after each open, for values that are not pending.

@@ -1,6 +1,7 @@
 #include "engine/desired_state.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace rdbopen {
 
@@ -145,15 +146,28 @@ Status DesiredState::importTag(Backend& backend, Entry& entry) {
     return status;
 }
 
+Status DesiredState::sendValue(Backend& backend, Entry& entry) {
+    if (!std::exchange(entry.refreshDue, false))
+        return backend.tags()->put({&*entry.value, 1});
+    RdbTag tag{};
+    std::copy(std::begin(entry.value->name), std::end(entry.value->name), tag.name);
+    Status status = backend.tags()->refresh(*entry.value, tag);
+    entry.tagKnown = status.ok();
+    if (status.ok())
+        entry.tag = tag;
+    return status;
+}
+
 //  If the tag is missing, the server has probably lost its data, so the tag is imported again. If its definition is not
 //  known here, the value is no longer pending: the user of the handle has to create the tag.
 Status DesiredState::putValue(Backend& backend, Entry& entry, Time now) {
-    Status status = backend.tags()->put({&*entry.value, 1});
+    Status status = sendValue(backend, entry);
     const bool tagMissing = status.code == errorNoSuchTag || status.code == errorTagNotUsable;
     if (tagMissing && entry.tag) {
         status = backend.tags()->import(*entry.tag);
         if (status.ok())
             status = backend.tags()->put({&*entry.value, 1});
+        entry.tagKnown = status.ok();
     }
     entry.valuePending = isRetryable(status.code) && !(tagMissing && !entry.tag);
     entry.valueConfirmed = confirmation(status.code, now);
@@ -185,7 +199,7 @@ Status DesiredState::check(Backend& backend, Time now) {
 bool DesiredState::refresh() noexcept {
     for (auto& [name, entry] : entries_) {
         entry.valuePending = entry.value.has_value();
-        entry.lookupPending = entry.value && entry.tag;
+        entry.refreshDue = entry.value && entry.tag;
     }
     requestPending_ = !request_.empty();
     return pending();

@@ -69,7 +69,7 @@ public:
     //  returns it.
     Status check(Backend& backend, Time now);
 
-    //  Marks all values, the lookups of their tags, and the request as pending, so that the next retry sends them again.
+    //  Marks all values and the request as pending, so that the next retry sends them again and looks up their tags.
     //  Returns whether there are any. Requires: nothing is pending.
     bool refresh() noexcept;
 
@@ -80,6 +80,7 @@ private:
         bool lookupPending = false;
         bool tagPending = false;
         bool valuePending = false;
+        bool refreshDue = false;             // the next put also looks up the tag
         bool tagKnown = false;               // tag is what the server has sent or accepted on this connection
         std::optional<Time> valueConfirmed;  // empty if the server has not accepted value on this connection
     };
@@ -88,6 +89,7 @@ private:
 
     Status lookUp(Backend& backend, const std::string& name);
     static Status importTag(Backend& backend, Entry& entry);
+    static Status sendValue(Backend& backend, Entry& entry);
     static Status putValue(Backend& backend, Entry& entry, Time now);
 
     Entries entries_;

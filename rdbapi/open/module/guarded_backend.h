@@ -43,6 +43,9 @@ public:
     Status put(std::span<const RdbSnapshot> records) noexcept override {
         return guarded([&] { return tags_->put(records); });
     }
+    Status refresh(const RdbSnapshot& record, RdbTag& tag) noexcept override {
+        return guarded([&] { return tags_->refresh(record, tag); });
+    }
     Status checkValue(const RdbSnapshot& record) noexcept override {
         return guarded([&] { return tags_->checkValue(record); });
     }

@@ -19,6 +19,12 @@ constexpr std::chrono::milliseconds openLimit{10000};
 constexpr std::chrono::milliseconds requestLimit{5000};
 constexpr std::chrono::milliseconds checkAfter{60000};
 
+void copyTo(RdbTag& tag, const RedisTag& stored) noexcept {
+    tag.tagclass = stored.tagclass;
+    tag.valuetype = stored.type;
+    tag.importflag = stored.importflag;
+}
+
 class RedisBackend : public Backend, public TagBackend {
 public:
     RedisBackend(std::unique_ptr<RedisRoute> route, RedisLimits limits, const RedisScript& putScript)
@@ -32,6 +38,7 @@ public:
     Status get(RdbTag& tag) override;
     Status import(const RdbTag& tag) override;
     Status put(std::span<const RdbSnapshot> records) override;
+    Status refresh(const RdbSnapshot& record, RdbTag& tag) override;
     int watchedDescriptor() const noexcept override { return route_->descriptor(); }
     std::chrono::milliseconds checkInterval() const noexcept override { return checkAfter; }
     Status probe() override;
@@ -42,7 +49,7 @@ private:
 
     Status putGroups(const Groups& groups);
     Status putGroup(std::uint16_t group, std::span<const RdbSnapshot> records);
-    Status runScript(std::uint16_t group, const RedisScript& script, const RedisCommand& arguments);
+    Result<RedisReply> runScript(std::uint16_t group, const RedisScript& script, const RedisCommand& arguments);
     Result<std::optional<RedisTag>> queryTag(const char* name);
 
     const std::unique_ptr<RedisRoute> route_;
@@ -66,9 +73,7 @@ Status RedisBackend::get(RdbTag& tag) {
         return held.status();
     if (!*held)
         return {errorNoSuchTag, {}};
-    tag.tagclass = (*held)->tagclass;
-    tag.valuetype = (*held)->type;
-    tag.importflag = (*held)->importflag;
+    copyTo(tag, **held);
     return {};
 }
 
@@ -81,7 +86,9 @@ Status RedisBackend::import(const RdbTag& tag) {
     if (Status unusable = verifyName(tag.name); !unusable.ok())
         return unusable;
     until_ = monotonicNow() + requestLimit;
-    return runScript(route_->groupOf(tag.name), redisImportScript, importArguments(tag, limits_));
+    const Result<RedisReply> reply =
+        runScript(route_->groupOf(tag.name), redisImportScript, importArguments(tag, limits_));
+    return reply.ok() ? readOutcome(*reply, redisImportScript) : reply.status();
 }
 
 Status RedisBackend::put(std::span<const RdbSnapshot> records) {
@@ -114,11 +121,29 @@ Status RedisBackend::putGroups(const Groups& groups) {
 }
 
 Status RedisBackend::putGroup(std::uint16_t group, std::span<const RdbSnapshot> records) {
-    return runScript(group, putScript_, putArguments(records, limits_));
+    const Result<RedisReply> reply = runScript(group, putScript_, putArguments(records, limits_));
+    return reply.ok() ? readOutcome(*reply, putScript_) : reply.status();
+}
+
+//  The script that puts a value reads the tag anyway, so one round trip is enough.
+Status RedisBackend::refresh(const RdbSnapshot& record, RdbTag& tag) {
+    if (Status unusable = verifyName(record.name); !unusable.ok())
+        return unusable;
+    until_ = monotonicNow() + requestLimit;
+    const Result<RedisReply> reply =
+        runScript(route_->groupOf(record.name), putScript_, putArguments({&record, 1}, limits_));
+    if (!reply.ok())
+        return reply.status();
+    const Result<RedisTag> stored = readStoredTag(*reply, putScript_);
+    if (!stored.ok())
+        return stored.status();
+    copyTo(tag, *stored);
+    return {};
 }
 
 //  A server keeps a script from its first EVAL until it restarts or is told to forget it.
-Status RedisBackend::runScript(std::uint16_t group, const RedisScript& script, const RedisCommand& arguments) {
+Result<RedisReply> RedisBackend::runScript(std::uint16_t group, const RedisScript& script,
+                                           const RedisCommand& arguments) {
     const auto run = [&](const char* word, std::string_view name) {
         RedisCommand command{word, std::string(name)};
         command.insert(command.end(), arguments.begin(), arguments.end());
@@ -127,7 +152,7 @@ Status RedisBackend::runScript(std::uint16_t group, const RedisScript& script, c
     Result<RedisReply> reply = run("EVALSHA", script.hash);
     if (reply.ok() && reply->is(Kind::error) && reply->text.starts_with("NOSCRIPT"))
         reply = run("EVAL", script.source);
-    return reply.ok() ? readOutcome(*reply, script) : reply.status();
+    return reply;
 }
 
 //  A value that is checked tests the connection, too. A probe that was followed by such a check will be again, or by

@@ -19,7 +19,7 @@ if #KEYS == 3 then
                     call('EXPIRE', KEYS[3], expire)
                 end
             end
-            return {'confirmed'}
+            return {'confirmed', tag[1], tag[2], tag[3]}
         end
     end
 end

@@ -10,6 +10,8 @@ namespace {
 
 using Kind = RedisReply::Kind;
 
+constexpr std::size_t storedTagSize = 4;  // elements of an answer that contains a tag
+
 std::string tagKey(const char* name) {
     return keyOf("tag:", name);
 }
@@ -35,6 +37,14 @@ std::optional<Number> numberIn(const RedisReply& field) {
     const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
     const bool isNumber = field.is(Kind::text) && error == std::errc() && end == text.data() + text.size();
     return isNumber ? std::optional(number) : std::nullopt;
+}
+
+//  Returns the definition in these fields: class, type and import flag. Nothing if one of them is not a number.
+std::optional<RedisTag> definitionIn(std::span<const RedisReply, 3> fields) {
+    const auto tagclass = numberIn<std::uint8_t>(fields[0]);
+    const auto type = numberIn<std::uint8_t>(fields[1]);
+    const auto importflag = numberIn<std::uint8_t>(fields[2]);
+    return tagclass && type && importflag ? std::optional(RedisTag{*tagclass, *type, *importflag}) : std::nullopt;
 }
 
 //  Returns the fields in the answer to HMGET. Null if there is none of them: a hash of another program then counts as
@@ -82,12 +92,8 @@ Result<std::optional<RedisTag>> readTag(const RedisReply& reply, const char* nam
         return fields.status();
     if (*fields == nullptr)
         return std::optional<RedisTag>();
-    const auto tagclass = numberIn<std::uint8_t>((**fields)[0]);
-    const auto type = numberIn<std::uint8_t>((**fields)[1]);
-    const auto importflag = numberIn<std::uint8_t>((**fields)[2]);
-    if (!tagclass || !type || !importflag)
-        return foreign(tagKey(name));
-    return std::optional(RedisTag{*tagclass, *type, *importflag});
+    std::optional<RedisTag> tag = definitionIn(std::span(**fields).first<3>());
+    return tag ? tag : Result<std::optional<RedisTag>>(foreign(tagKey(name)));
 }
 
 RedisCommand valueQuery(const char* name) {
@@ -137,9 +143,10 @@ Status readOutcome(const RedisReply& reply, const RedisScript& script) {
     const auto isWord = [&](std::size_t i, std::string_view word) {
         return reply.elements[i].is(Kind::text) && reply.elements[i].text == word;
     };
+    const bool withTag = reply.elements.size() == storedTagSize;
+    if ((withTag || reply.elements.size() == 1) && (isWord(0, "done") || isWord(0, "confirmed")))
+        return {};
     if (reply.elements.size() == 1) {
-        if (isWord(0, "done") || isWord(0, "confirmed"))
-            return {};
         if (isWord(0, "no-tag"))
             return {errorNoSuchTag, {}};
         if (isWord(0, "not-usable"))
@@ -149,6 +156,15 @@ Status readOutcome(const RedisReply& reply, const RedisScript& script) {
     if (reply.elements.size() == 2 && isWord(0, "foreign") && reply.elements[1].is(Kind::text))
         return foreign(redisPrintable(reply.elements[1].text));
     return notUnderstood(script.operation);
+}
+
+Result<RedisTag> readStoredTag(const RedisReply& reply, const RedisScript& script) {
+    if (Status failed = readOutcome(reply, script); !failed.ok())
+        return failed;
+    if (reply.elements.size() != storedTagSize)
+        return notUnderstood(script.operation);
+    const std::optional<RedisTag> tag = definitionIn(std::span(reply.elements).last<3>());
+    return tag ? Result<RedisTag>(*tag) : notUnderstood(script.operation);
 }
 
 }  // namespace rdbopen

@@ -73,6 +73,10 @@ RedisCommand putArguments(std::span<const RdbSnapshot> records, const RedisLimit
 //  Returns the meaning of what a script has returned.
 Status readOutcome(const RedisReply& reply, const RedisScript& script);
 
+//  Returns the definition of the tag in the answer of a put script that has stored one value, or a status that is not
+//  errorNone for another answer.
+Result<RedisTag> readStoredTag(const RedisReply& reply, const RedisScript& script);
+
 }  // namespace rdbopen
 
 #endif

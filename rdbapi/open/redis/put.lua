@@ -3,9 +3,11 @@
 --
 --      KEYS    tag, value, history of each record
 --      ARGV    expiry in seconds or 0, limit of the history, class of a usable tag; type, value, channel of each record
---      returns {'done'}, {'confirmed'}, {'no-tag'}, {'not-usable'} or {'foreign', key}
+--      returns {'done'}, {'confirmed'}, {'no-tag'}, {'not-usable'} or {'foreign', key}; with one record the first two
+--              are followed by class, type and import flag of the tag
 
 local expire, limit, usable = ARGV[1], ARGV[2], ARGV[3]
+local definition = {}
 local held = {}  -- by the key of the value, because a name may have several records
 for i = 1, #KEYS, 3 do
     local tag, foreignTag = readTag(KEYS[i])
@@ -26,6 +28,7 @@ for i = 1, #KEYS, 3 do
         return {'foreign', KEYS[i + 2]}
     end
     held[KEYS[i + 1]] = {kind = value and value[2], value = value and value[3]}
+    definition = #KEYS == 3 and tag or {}
 end
 
 local time = now()
@@ -50,4 +53,4 @@ for i = 1, #KEYS, 3 do
     writeExpiries(i, expire)
 end
 execute()
-return {result}
+return {result, unpack(definition)}

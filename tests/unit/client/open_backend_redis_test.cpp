@@ -168,6 +168,7 @@ TEST_F(RedisBackend, EachOutcomeOfAScriptHasItsCode) {
     } rows[] = {
         {"*1\r\n$4\r\ndone\r\n", 0, ""},
         {"*1\r\n$9\r\nconfirmed\r\n", 0, ""},
+        {"*4\r\n$9\r\nconfirmed\r\n$1\r\n2\r\n$1\r\n6\r\n$1\r\n1\r\n", 0, ""},
         {"*1\r\n$6\r\nno-tag\r\n", errorNoSuchTag, ""},
         {"*1\r\n$10\r\nnot-usable\r\n", errorTagNotUsable, ""},
         {"*2\r\n$7\r\nforeign\r\n$8\r\nrdb:tag:\r\n", errorServerRefused,
@@ -200,6 +201,40 @@ TEST_F(RedisBackend, AStoredTagIsReadWithItsThreeFields) {
     EXPECT_EQ(tag.importflag, 1);
     EXPECT_EQ(server.received("HMGET"),
               (std::vector<FakeRedis::Command>{{"HMGET", "rdb:tag:{host1}", "class", "type", "importflag"}}));
+}
+
+const RdbSnapshot refreshed = recordOf("host1", "a");
+
+TEST_F(RedisBackend, ARefreshPutsTheValueAndReadsTheTagInOneCommand) {
+    opened();
+    server.answer("EVALSHA", "*4\r\n$4\r\ndone\r\n$3\r\n255\r\n$1\r\n0\r\n$1\r\n1\r\n");
+    RdbTag tag = tagNamed("host1");
+    ASSERT_EQ(backend->tags()->refresh(refreshed, tag).code, 0);
+    EXPECT_EQ(tag.tagclass, 255);
+    EXPECT_EQ(tag.valuetype, 0);
+    EXPECT_EQ(tag.importflag, 1);
+    EXPECT_EQ(words(), (Words{"AUTH", "CLIENT", "PING", "EVALSHA"}));
+    EXPECT_EQ(backend->tags()->put({&refreshed, 1}).code, 0);
+    const auto sent = server.received("EVALSHA");
+    EXPECT_EQ(sent.front(), sent.back());
+}
+
+TEST_F(RedisBackend, ARefreshHasTheCodesOfAPut) {
+    opened();
+    RdbTag tag = tagNamed("host1");
+    for (const auto& [answer, code] :
+         {std::pair("*1\r\n$6\r\nno-tag\r\n", errorNoSuchTag),
+          {"*1\r\n$10\r\nnot-usable\r\n", errorTagNotUsable},
+          {"*2\r\n$7\r\nforeign\r\n$1\r\nk\r\n", errorServerRefused},
+          {"*1\r\n$4\r\ndone\r\n", errorBackendFailed},
+          {"*4\r\n$4\r\ndone\r\n$1\r\n2\r\n$1\r\n6\r\n$3\r\n256\r\n", errorBackendFailed}}) {
+        server.answer("EVALSHA", answer);
+        EXPECT_EQ(backend->tags()->refresh(refreshed, tag).code, code) << answer;
+    }
+    std::memset(tag.name, 0, sizeof tag.name);
+    RdbSnapshot unnamed = refreshed;
+    std::memset(unnamed.name, 0, sizeof unnamed.name);
+    EXPECT_EQ(backend->tags()->refresh(unnamed, tag).code, errorBadRequest);
 }
 
 TEST_F(RedisBackend, AnImportIsOneCommandWithAllKeysOfTheName) {

@@ -169,7 +169,8 @@ TEST_F(ThrowingModule, AnExceptionFromARequestIsAFailureOfTheBackEnd) {
     const Status statuses[] = {backend->open(NoWaiter()),           backend->tags()->get(tag),
                                backend->tags()->import(tag),        backend->tags()->put({&record, 1}),
                                backend->updates()->apply("", text), backend->probe(),
-                               backend->tags()->checkValue(record), backend->updates()->checkRequest("")};
+                               backend->tags()->checkValue(record), backend->tags()->refresh(record, tag),
+                               backend->updates()->checkRequest("")};
     for (const Status& status : statuses) {
         EXPECT_EQ(status.code, errorBackendFailed);
         EXPECT_EQ(status.reason, "out of memory");

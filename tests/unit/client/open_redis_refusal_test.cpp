@@ -204,6 +204,7 @@ TEST_F(RedisRefusals, AnAnswerOfTheWrongKindFailsTheConnection) {
                 {"EVALSHA", "*1\r\n$4\r\nDone\r\n"},
                 {"EVALSHA", "*1\r\n$7\r\nforeign\r\n"},
                 {"EVALSHA", "*2\r\n$4\r\ndone\r\n$1\r\nk\r\n"},
+                {"EVALSHA", "*4\r\n$6\r\nno-tag\r\n$1\r\n2\r\n$1\r\n6\r\n$1\r\n1\r\n"},
                 {"EVALSHA", "*2\r\n$7\r\nforeign\r\n:1\r\n"},
                 {"HMGET", "*2\r\n$-1\r\n$-1\r\n"},
                 {"HMGET", "$-1\r\n"}};

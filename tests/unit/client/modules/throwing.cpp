@@ -17,6 +17,7 @@ public:
     Status get(RdbTag&) override { throw std::bad_alloc(); }
     Status import(const RdbTag&) override { throw 1; }
     Status put(std::span<const RdbSnapshot>) override { throw std::runtime_error("put"); }
+    Status refresh(const RdbSnapshot&, RdbTag&) override { throw std::runtime_error("refresh"); }
     Status apply(std::string_view, std::string&) override { throw std::runtime_error("apply"); }
     std::string refusal(std::string_view, int) override { throw std::runtime_error("refusal"); }
     std::optional<std::string> repetition(std::string_view, std::string_view) override {
