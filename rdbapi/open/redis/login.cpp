@@ -15,42 +15,38 @@ public:
     Login(RedisConnection& connection, const RedisLogin& login, const Waiter& waiter, std::chrono::milliseconds until)
         : connection_(connection), login_(login), waiter_(waiter), until_(until) {}
 
-    Status authenticate();
-    Status prepare();
+    Status run();
 
 private:
-    Status exchange(const std::vector<RedisCommand>& commands, std::vector<RedisReply>& replies) {
-        return connection_.exchange(commands, replies, waiter_, until_);
-    }
+    Status send(RedisCommand authentication);
 
     RedisConnection& connection_;
     const RedisLogin& login_;
     const Waiter& waiter_;
     const std::chrono::milliseconds until_;
+    std::vector<RedisCommand> commands_;  // all of one exchange; the first is AUTH
+    std::vector<RedisReply> replies_;
 };
 
-//  A server without a password accepts any password for the user "default". Servers before Redis 6 have no users and
-//  possibly no password; the configured user is then "default", too. Answers are not quoted, because they may contain
-//  the password.
-Status Login::authenticate() {
-    const std::string& user = login_.user;
-    connection_.conceal({user, login_.password});
-    std::vector<RedisReply> replies;
-    if (Status status = exchange({{"AUTH", user, login_.password}}, replies); !status.ok())
-        return status;
-    if (user == "default" && replies[0].is(Kind::error) && replies[0].text.starts_with("ERR wrong number of arguments"))
-        if (Status status = exchange({{"AUTH", login_.password}}, replies); !status.ok())
-            return status;
-    const bool needless = replies[0].is(Kind::error) && user == "default" &&
-                          replies[0].text.starts_with("ERR Client sent AUTH, but no password is set");
-    if (needless || replies[0].isStatus("OK"))
-        return {};
-    if (!replies[0].is(Kind::error))
-        return notUnderstood("AUTH");
-    return backendFailed(redisRefusal("AUTH", replies[0].text, 0));
+//  Sends all commands at once. They set the connection's name, which CLIENT LIST shows, test the connection, select the
+//  database and query the role.
+Status Login::send(RedisCommand authentication) {
+    commands_ = {std::move(authentication), {"CLIENT", "SETNAME", "addrpubd"}, {"PING"}};
+    if (login_.database != 0)
+        commands_.push_back({"SELECT", std::to_string(login_.database)});
+    if (login_.primaryOnly)
+        commands_.push_back({"ROLE"});
+    replies_.clear();
+    return connection_.exchange(commands_, replies_, waiter_, until_);
 }
 
-//  Returns ok if reply is the right answer to command. ROLE: https://redis.io/commands/role
+//  Returns whether the server has answered AUTH in this way.
+bool answers(const RedisReply& reply, std::string_view error) {
+    return reply.is(Kind::error) && reply.text.starts_with(error);
+}
+
+//  Returns ok if reply is the right answer to command. A refused name of the connection does no harm, so the caller
+//  leaves out the second command. ROLE: https://redis.io/commands/role
 Status accept(const RedisCommand& command, const RedisReply& reply) {
     const std::string& word = command.front();
     if (reply.is(Kind::error))
@@ -62,19 +58,25 @@ Status accept(const RedisCommand& command, const RedisReply& reply) {
     return reply.elements[0].text == "master" ? Status{} : backendFailed("the server is not a primary but a replica");
 }
 
-//  Sets the connection's name, which CLIENT LIST shows, and ignores a failure of this. Tests the connection, selects
-//  the database and queries the role.
-Status Login::prepare() {
-    std::vector<RedisCommand> commands{{"CLIENT", "SETNAME", "addrpubd"}, {"PING"}};
-    if (login_.database != 0)
-        commands.push_back({"SELECT", std::to_string(login_.database)});
-    if (login_.primaryOnly)
-        commands.push_back({"ROLE"});
-    std::vector<RedisReply> replies;
-    if (Status status = exchange(commands, replies); !status.ok())
+//  A server without a password accepts any password for the user "default". Servers before Redis 6 have no users and
+//  possibly no password; the configured user is then "default", too. The answer to AUTH is not quoted, because it may
+//  contain the password.
+Status Login::run() {
+    connection_.conceal({login_.user, login_.password});
+    const bool isDefault = login_.user == "default";
+    Status status = send({"AUTH", login_.user, login_.password});
+    if (status.ok() && isDefault && answers(replies_[0], "ERR wrong number of arguments"))
+        status = send({"AUTH", login_.password});
+    const bool answered = !replies_.empty();
+    const bool needless = answered && isDefault && answers(replies_[0], "ERR Client sent AUTH, but no password is set");
+    if (answered && replies_[0].is(Kind::error) && !needless)  // possibly the only answer before the server closes
+        return backendFailed(redisRefusal("AUTH", replies_[0].text, 0));
+    if (!status.ok())
         return status;
-    for (std::size_t i = 1; i < commands.size(); ++i)
-        if (Status failed = accept(commands[i], replies[i]); !failed.ok())
+    if (!needless && !replies_[0].isStatus("OK"))
+        return notUnderstood("AUTH");
+    for (std::size_t i = 2; i < commands_.size(); ++i)
+        if (Status failed = accept(commands_[i], replies_[i]); !failed.ok())
             return failed;
     return {};
 }
@@ -83,9 +85,7 @@ Status Login::prepare() {
 
 Status logInToRedis(RedisConnection& connection, const RedisLogin& login, const Waiter& waiter,
                     std::chrono::milliseconds until) {
-    Login attempt(connection, login, waiter, until);
-    Status status = attempt.authenticate();
-    return status.ok() ? attempt.prepare() : status;
+    return Login(connection, login, waiter, until).run();
 }
 
 }  // namespace rdbopen
