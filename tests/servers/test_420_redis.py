@@ -138,10 +138,15 @@ def test_425_slow_answers_are_accepted_and_missing_answers_end_the_connection(fi
 
 
 @pytest.mark.retry
-def test_426_data_flushed_during_a_connection_is_restored(registered):
+def test_426_data_flushed_during_a_connection_is_restored_in_one_round_trip(registered):
+    tag = fields(registered.server, "rdb:tag:{host1}")
     registered.server.command("FLUSHALL")
+    registered.server.command("CONFIG", "RESETSTAT")
     registered.wait_held("first")
-    assert registered.server.command("EXISTS", "rdb:tag:{host1}") == "1"
+    restored = fields(registered.server, "rdb:tag:{host1}")
+    assert int(restored.pop("imported_ms")) > int(tag.pop("imported_ms"))
+    assert restored == tag
+    assert calls(registered.server, "evalsha") == 1
     assert DISCONNECTED not in registered.client.events(registered.handle)
 
 

@@ -53,10 +53,16 @@ public:
     //  errorTagNotUsable if a tag does not exist or has another class.
     virtual Status put(std::span<const RdbSnapshot> records) = 0;
 
-    //  Looks up the tag of record, whose name tag contains, and puts the value. Override it if one exchange is enough for
-    //  both. Fails like get and put; tag may then have changed.
+    //  Puts the value of one record whose tag may be missing. If the server has no usable tag of this name, creates it
+    //  with the definition in tag; otherwise stores the server's definition in tag. Fails like get, import and put.
+    //  Override it if one exchange is enough.
     virtual Status refresh(const RdbSnapshot& record, RdbTag& tag) {
-        Status status = get(tag);
+        RdbTag held = tag;
+        Status status = get(held);
+        if (status.code == errorNoSuchTag || (status.ok() && held.tagclass != RDB_TAG_CLASS_USABLE))
+            status = import(tag);
+        else if (status.ok())
+            tag = held;
         return status.ok() ? put({&record, 1}) : status;
     }
 

@@ -1,7 +1,6 @@
 #include "engine/desired_state.h"
 
 #include <algorithm>
-#include <utility>
 
 namespace rdbopen {
 
@@ -147,10 +146,9 @@ Status DesiredState::importTag(Backend& backend, Entry& entry) {
 }
 
 Status DesiredState::sendValue(Backend& backend, Entry& entry) {
-    if (!std::exchange(entry.refreshDue, false))
+    if (!entry.refreshDue)
         return backend.tags()->put({&*entry.value, 1});
-    RdbTag tag{};
-    std::copy(std::begin(entry.value->name), std::end(entry.value->name), tag.name);
+    RdbTag tag = *entry.tag;
     Status status = backend.tags()->refresh(*entry.value, tag);
     entry.tagKnown = status.ok();
     if (status.ok())
@@ -167,9 +165,9 @@ Status DesiredState::putValue(Backend& backend, Entry& entry, Time now) {
         status = backend.tags()->import(*entry.tag);
         if (status.ok())
             status = backend.tags()->put({&*entry.value, 1});
-        entry.tagKnown = status.ok();
     }
     entry.valuePending = isRetryable(status.code) && !(tagMissing && !entry.tag);
+    entry.refreshDue = entry.refreshDue && entry.valuePending;
     entry.valueConfirmed = confirmation(status.code, now);
     return status;
 }
@@ -189,6 +187,7 @@ Status DesiredState::check(Backend& backend, Time now) {
         const Status status = backend.tags()->checkValue(*entry.value);
         if (Status failed = apply(entry.valuePending, entry.valueConfirmed, status); !failed.ok())
             return failed;
+        entry.refreshDue = entry.valuePending && entry.tag;
     }
     if (!request_.empty() && !requestPending_)
         return apply(requestPending_, requestConfirmed_, backend.updates()->checkRequest(request_));

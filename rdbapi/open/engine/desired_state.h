@@ -80,7 +80,7 @@ private:
         bool lookupPending = false;
         bool tagPending = false;
         bool valuePending = false;
-        bool refreshDue = false;             // the next put also looks up the tag
+        bool refreshDue = false;             // the next put of value also makes sure that the server has tag
         bool tagKnown = false;               // tag is what the server has sent or accepted on this connection
         std::optional<Time> valueConfirmed;  // empty if the server has not accepted value on this connection
     };

@@ -125,13 +125,13 @@ Status RedisBackend::putGroup(std::uint16_t group, std::span<const RdbSnapshot> 
     return reply.ok() ? readOutcome(*reply, putScript_) : reply.status();
 }
 
-//  The script that puts a value reads the tag anyway, so one round trip is enough.
+//  The script that puts a value reads the tag anyway, so that one round trip is enough.
 Status RedisBackend::refresh(const RdbSnapshot& record, RdbTag& tag) {
     if (Status unusable = verifyName(record.name); !unusable.ok())
         return unusable;
     until_ = monotonicNow() + requestLimit;
     const Result<RedisReply> reply =
-        runScript(route_->groupOf(record.name), putScript_, putArguments({&record, 1}, limits_));
+        runScript(route_->groupOf(record.name), putScript_, refreshArguments(record, tag, limits_));
     if (!reply.ok())
         return reply.status();
     const Result<RedisTag> stored = readStoredTag(*reply, putScript_);

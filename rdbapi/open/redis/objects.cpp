@@ -137,6 +137,13 @@ RedisCommand putArguments(std::span<const RdbSnapshot> records, const RedisLimit
     return arguments;
 }
 
+RedisCommand refreshArguments(const RdbSnapshot& record, const RdbTag& tag, const RedisLimits& limits) {
+    RedisCommand arguments = putArguments({&record, 1}, limits);
+    for (const std::uint8_t field : {tag.valuetype, tag.importflag})
+        arguments.push_back(std::to_string(field));
+    return arguments;
+}
+
 Status readOutcome(const RedisReply& reply, const RedisScript& script) {
     if (reply.is(Kind::error))
         return refusedByRedis(script.operation, reply);

@@ -70,6 +70,9 @@ Result<std::optional<RedisValue>> readValue(const RedisReply& reply, const char*
 RedisCommand importArguments(const RdbTag& tag, const RedisLimits& limits);
 RedisCommand putArguments(std::span<const RdbSnapshot> records, const RedisLimits& limits);
 
+//  The same for one record whose tag is created if it is missing or not usable.
+RedisCommand refreshArguments(const RdbSnapshot& record, const RdbTag& tag, const RedisLimits& limits);
+
 //  Returns the meaning of what a script has returned.
 Status readOutcome(const RedisReply& reply, const RedisScript& script);
 

@@ -2,11 +2,13 @@
 --  its time, the history and the subscribers know changes only.
 --
 --      KEYS    tag, value, history of each record
---      ARGV    expiry in seconds or 0, limit of the history, class of a usable tag; type, value, channel of each record
+--      ARGV    expiry in seconds or 0, limit of the history, class of a usable tag; type, value, channel of each record;
+--              type and import flag of the tag, if the script is to create a tag that is missing or not usable
 --      returns {'done'}, {'confirmed'}, {'no-tag'}, {'not-usable'} or {'foreign', key}; with one record the first two
 --              are followed by class, type and import flag of the tag
 
 local expire, limit, usable = ARGV[1], ARGV[2], ARGV[3]
+local createsTag = #ARGV > 3 + #KEYS
 local definition = {}
 local held = {}  -- by the key of the value, because a name may have several records
 for i = 1, #KEYS, 3 do
@@ -14,11 +16,12 @@ for i = 1, #KEYS, 3 do
     if foreignTag then
         return {'foreign', KEYS[i]}
     end
-    if not tag then
-        return {'no-tag'}
-    end
-    if tag[1] ~= usable then
-        return {'not-usable'}
+    if not tag or tag[1] ~= usable then
+        if not createsTag then
+            return {tag and 'not-usable' or 'no-tag'}
+        end
+        tag = {usable, ARGV[#ARGV - 1], ARGV[#ARGV]}
+        write('HSET', KEYS[i], 'class', tag[1], 'type', tag[2], 'importflag', tag[3], 'imported_ms', now())
     end
     local value, foreignValue = readValue(KEYS[i + 1])
     if foreignValue then
