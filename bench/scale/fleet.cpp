@@ -8,12 +8,14 @@
 //  Standard input has one order per line. The program prints "done" when all hosts have executed the order. It ends at
 //  the end of its input.
 //
-//      publish NAMES SECONDS FRESH   each host publishes under NAMES names in turn for SECONDS; if SECONDS is 0, once
-//                                    under each name. FRESH is 1 if the address differs each time.
-//      repeat SECONDS                like follow; while connected, each host also publishes again every SECONDS of the
-//                                    wall clock, as the service does every 600 s
-//      follow                        from now on each host publishes as soon as it is connected, and prints
-//                                    "published"; this order never ends, so "done" is not printed
+//      publish NAMES SECONDS FRESH REFRESH
+//                        each host publishes under NAMES names in turn for SECONDS; if SECONDS is 0, once under each
+//                        name. FRESH is 1 if the address differs each time. REFRESH is 1 if the host sends what the
+//                        library sends to refresh a value.
+//      repeat SECONDS    like follow; while connected, each host also publishes again every SECONDS of the wall clock,
+//                        as the service does every 600 s
+//      follow            from now on each host publishes as soon as it is connected, and prints "published"; this order
+//                        never ends, so "done" is not printed
 //
 //  Threads: main, one for each host, and those of the library. Callbacks of events only set flags.
 #include "rdbapi.h"
@@ -37,7 +39,8 @@ using Clock = std::chrono::steady_clock;
 struct Order {
     unsigned names = 1;
     unsigned seconds = 0;
-    bool fresh = false;
+    bool fresh = false;    // each value is new
+    bool refresh = false;  // with redis: the tag is not looked up before
 };
 
 double seconds() {
@@ -63,7 +66,7 @@ public:
     void publish(const Order& order, std::atomic<unsigned>& calls, std::atomic<unsigned>& failed) {
         const auto until = Clock::now() + std::chrono::seconds(order.seconds);
         for (unsigned i = 0; order.seconds == 0 ? i < order.names : Clock::now() < until; ++i) {
-            const bool good = publishName(number_ * order.names + i % order.names, order.fresh ? ++address_ : 0);
+            const bool good = publishName(number_ * order.names + i % order.names, order.fresh ? ++address_ : 0, order.refresh);
             ++calls;
             failed += good ? 0 : 1;
         }
@@ -74,7 +77,7 @@ public:
     [[noreturn]] void follow(std::chrono::milliseconds period) {
         for (;;) {
             waitConnected();
-            if (publishName(number_, 0))
+            if (publishName(number_, 0, false))
                 report("published");
             std::unique_lock lock(mutex_);
             changed_.wait_until(lock, std::chrono::system_clock::now() + period, [this] { return !connected_; });
@@ -101,20 +104,21 @@ private:
 
     void report(const char* word) const { std::printf("%s %u %.3f\n", word, number_, seconds()); }
 
-    bool publishName(unsigned name, unsigned address) {
+    bool publishName(unsigned name, unsigned address, bool refresh) {
         char name_text[80];
         char address_text[40];
         std::snprintf(name_text, sizeof name_text, "host%07u.example.test", name);
         std::snprintf(address_text, sizeof address_text, "2001:db8:%x:%x::%x", name >> 16, name & 0xffff,
                       address % 0xffff + 1);
-        return dns_ ? sendUpdate(name_text, address_text) : put(name_text, address_text);
+        return dns_ ? sendUpdate(name_text, address_text) : put(name_text, address_text, refresh);
     }
 
-    //  Works like the publish cycle: reads the tag, imports it if it does not exist, and puts the value.
-    bool put(const char* name, const char* address) const {
+    //  Works like the publish cycle: reads the tag, imports it if it does not exist, and puts the value. A refresh by the
+    //  library is the put alone.
+    bool put(const char* name, const char* address, bool refresh) const {
         RdbTag tag{};
         std::strcpy(tag.name, name);
-        if (rdb_tagget(handle_, &tag) != 0) {
+        if (!refresh && rdb_tagget(handle_, &tag) != 0) {
             tag.valuetype = RDB_VALUE_TYPE_TEXT;
             tag.tagclass = RDB_TAG_CLASS_USABLE;
             tag.importflag = 1;
@@ -174,9 +178,11 @@ void readOrders(std::vector<Host*>& hosts) {
     while (std::fgets(line, sizeof line, stdin) != nullptr) {
         Order order;
         unsigned fresh = 0;
+        unsigned refresh = 0;
         double period = 0;
-        if (std::sscanf(line, "publish %u %u %u", &order.names, &order.seconds, &fresh) == 3) {
+        if (std::sscanf(line, "publish %u %u %u %u", &order.names, &order.seconds, &fresh, &refresh) == 4) {
             order.fresh = fresh != 0;
+            order.refresh = refresh != 0;
             execute(hosts, order);
         } else if (std::strcmp(line, "follow\n") == 0) {
             follow(hosts, std::chrono::hours(24));

@@ -73,10 +73,12 @@ class Hosts:
             process.stdin.write(text + "\n")
             process.stdin.flush()
 
-    def publish(self, names=1, seconds=0, fresh=False):
-        """Makes all hosts publish. Returns the number of calls. All of them must succeed."""
+    def publish(self, names=1, seconds=0, fresh=False, refresh=False):
+        """Makes all hosts publish. Returns the number of calls. All of them must succeed.
+
+        refresh: with redis each host only sends what the library sends to refresh a value."""
         self._done.clear()
-        self.order(f"publish {names} {seconds} {int(fresh)}")
+        self.order(f"publish {names} {seconds} {int(fresh)} {int(refresh)}")
         while len(self._done) < len(self._processes):
             if any(process.poll() is not None for process in self._processes):
                 raise RuntimeError("a process of the fleet ended")

@@ -43,8 +43,8 @@ def look_for(server, seconds):
 def exchanges(build, server):
     """Measures the requests of one host, one after the other.
 
-    same: what the library sends to refresh a value that the server has: a tag query and a put. A host that repeats a
-    value does not send it, but another one with the same name does.
+    same: what the library sends to refresh a value that the server has. A host that repeats a value does not send it,
+    but another one with the same name does.
     """
     hosts = []
 
@@ -53,12 +53,12 @@ def exchanges(build, server):
 
     result = {"connect": {"protocol": protocol(server, connect)} | crossed(connect)}
     result["first"] = {"protocol": protocol(server, hosts[0].publish)}
-    result["same"] = {"protocol": protocol(server, hosts[1].publish)}
+    result["same"] = {"protocol": protocol(server, lambda: hosts[1].publish(refresh=True))}
     more = [Hosts(build, "rdb", URL, 1) for _ in range(PACED)]
 
     def publish():
         for host in more:
-            host.publish()
+            host.publish(refresh=True)
             time.sleep(PAUSE)
 
     result["same"] |= crossed(publish, PACED)
@@ -125,7 +125,10 @@ def publications(build, server):
     one = [Hosts(build, "rdb", URL, 16, first=MANY) for _ in range(ROUNDS)]
     many = Hosts(build, "rdb", URL, MANY)
     left = {"first": iter(new), "one process": iter(one), "same": iter(same)}
-    works = {name: lambda hosts=hosts: next(hosts).publish(NAMES) for name, hosts in left.items()}
+    works = {
+        name: lambda hosts=hosts, refresh=name != "first": next(hosts).publish(NAMES, refresh=refresh)
+        for name, hosts in left.items()
+    }
     result = best(server, works | {"changed": lambda: many.publish(NAMES, SECONDS, fresh=True)})
     for hosts in [*new, *same, *one, many]:
         hosts.end()

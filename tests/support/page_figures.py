@@ -1,4 +1,5 @@
-"""Replaces a block of figures in docs/maintainer/verification.md by the figures of a run that has just ended.
+"""Replaces a block of figures in a page, by default docs/maintainer/verification.md, by those of a run that has just
+ended.
 
 A block begins with "<!-- figures: NAME -->" and ends with "<!-- end: NAME -->". Only a complete run replaces a block. A
 run with fewer targets or less time does not.
@@ -18,9 +19,14 @@ def table(rows):
 
 
 def write(name, command, text, page=PAGE):
-    """Replaces the block by the date, the command and the text. Raises ValueError if the block does not exist."""
+    """Replaces the block by the date, the command and the text."""
     today = datetime.datetime.now(datetime.UTC).date()
-    block = f"<!-- figures: {name} -->\nMeasured on {today} by `{command}`.\n\n{text.strip()}\n<!-- end: {name} -->"
+    replace(name, f"Measured on {today} by `{command}`.\n\n{text.strip()}", page)
+
+
+def replace(name, text, page):
+    """Replaces the block by the text. Raises ValueError if the block does not exist."""
+    block = f"<!-- figures: {name} -->\n{text}\n<!-- end: {name} -->"
     old = page.read_text(encoding="utf-8")
     new, found = re.subn(rf"<!-- figures: {name} -->.*?<!-- end: {name} -->", lambda _: block, old, flags=re.DOTALL)
     if found != 1:
