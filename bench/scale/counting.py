@@ -30,11 +30,20 @@ def wire():
     return packets, int(words[9]) - ETHERNET * packets
 
 
+def counter(protocol, name):
+    lines = Path("/proc/net/snmp").read_text().splitlines()
+    names, values = (line.split() for line in lines if line.startswith(protocol + ":"))
+    return int(values[names.index(name)])
+
+
 def datagrams():
     """Returns the number of UDP datagrams that were received in this network."""
-    lines = Path("/proc/net/snmp").read_text().splitlines()
-    names, values = (line.split() for line in lines if line.startswith("Udp:"))
-    return int(values[names.index("InDatagrams")])
+    return counter("Udp", "InDatagrams")
+
+
+def accepted():
+    """Returns the number of TCP connections that were accepted in this network."""
+    return counter("Tcp", "PassiveOpens")
 
 
 def crossed(action, count=1):

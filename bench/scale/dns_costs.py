@@ -2,7 +2,7 @@
 
 import time
 
-from counting import CROWD, MANY, NAMES, SECONDS, SPEED, best, crossed, datagrams, paced, storm, wave
+from counting import CROWD, MANY, NAMES, SECONDS, SPEED, accepted, best, crossed, datagrams, paced, storm, wave
 from hosts import Hosts
 from servers import Bind, Knot, SECRET, ZONE
 
@@ -118,13 +118,13 @@ def measure_knot(build):
 
 
 def measure_wave(build):
-    """Returns the load after a restart of Knot over time. Each request or check is one connection. Knot is away for two
-    checks, so that all hosts detect it."""
+    """Returns the load after a restart of Knot over time. Each update is one connection, and so is each opening. Knot is
+    away for two checks, so that all hosts detect it."""
     server = Knot()
     server.fill(CROWD)
     server.start()
     crowd = open_hosts(build, server, CROWD, check=60, speed=SPEED)
-    result = wave(server, crowd, 120, opened)
+    result = wave(server, crowd, 120, lambda: checks(server) + accepted())
     crowd.end()
     server.end()
     return result
