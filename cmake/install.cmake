@@ -13,15 +13,22 @@ include(GNUInstallDirs)
 
 set(ADDRPUBD_UNIT_DIR lib/systemd/system CACHE STRING "Where systemd looks for units; relative to the prefix")
 set(ADDRPUBD_DIR ${CMAKE_INSTALL_PREFIX}/lib/addrpubd)
-set(ADDRPUBD_INI ${CMAKE_INSTALL_FULL_SYSCONFDIR}/addrpubd/addrpubd.ini)
+set(ADDRPUBD_SETTINGS ${CMAKE_INSTALL_FULL_SYSCONFDIR}/addrpubd)
+set(ADDRPUBD_INI ${ADDRPUBD_SETTINGS}/addrpubd.ini)
 
 set(packaging ${PROJECT_SOURCE_DIR}/packaging)
 set(configured ${PROJECT_BINARY_DIR}/packaging)
 
-foreach(file system/addrpubd system/addrpubd.service system/check-settings.conf
+foreach(file system/addrpubd system/addrpubd.service system/addrpubd@.service system/check-settings.conf
         man/addrpubd.8 man/addrpubd.ini.5 man/addrpubd-check.8)
     configure_file(${packaging}/${file}.in ${configured}/${file} @ONLY)
 endforeach()
+
+#  The unit of an instance is the unit of the service and the lines that differ.
+set(instances ${configured}/system/addrpubd@.service)
+file(READ ${configured}/system/addrpubd.service unit)
+file(READ ${instances} lines)
+file(WRITE ${instances} "${unit}${lines}")
 
 install(CODE "
     if(NOT CMAKE_INSTALL_PREFIX STREQUAL \"${CMAKE_INSTALL_PREFIX}\")
@@ -42,7 +49,7 @@ install(PROGRAMS ${configured}/system/addrpubd DESTINATION ${CMAKE_INSTALL_SBIND
 install(FILES ${packaging}/system/addrpubd.ini DESTINATION ${CMAKE_INSTALL_FULL_SYSCONFDIR}/addrpubd
     PERMISSIONS OWNER_READ OWNER_WRITE)
 
-install(FILES ${configured}/system/addrpubd.service DESTINATION ${ADDRPUBD_UNIT_DIR})
+install(FILES ${configured}/system/addrpubd.service ${instances} DESTINATION ${ADDRPUBD_UNIT_DIR})
 install(FILES ${packaging}/system/addrpubd.sysusers DESTINATION lib/sysusers.d RENAME addrpubd.conf)
 install(FILES ${packaging}/system/addrpubd.tmpfiles DESTINATION lib/tmpfiles.d RENAME addrpubd.conf)
 

@@ -31,6 +31,7 @@ def below_prefix():
         "sbin/addrpubd": PROGRAM,
         "sbin/addrpubd-check": PROGRAM,
         "lib/systemd/system/addrpubd.service": FILE,
+        "lib/systemd/system/addrpubd@.service": FILE,
         "lib/sysusers.d/addrpubd.conf": FILE,
         "lib/tmpfiles.d/addrpubd.conf": FILE,
         "share/man/man5/addrpubd.ini.5": FILE,
@@ -57,7 +58,7 @@ def test_502_the_version_of_the_package_is_the_projects():
 
 
 def test_503_no_installed_file_has_an_unfilled_template_variable(installed):
-    names = ["sbin/addrpubd", "lib/systemd/system/addrpubd.service"]
+    names = ["sbin/addrpubd", "lib/systemd/system/addrpubd.service", "lib/systemd/system/addrpubd@.service"]
     names += ["share/doc/addrpubd/examples/check-settings.conf"]
     names += [name for name in below_prefix() if name.startswith("share/man/")]
     for name in names:

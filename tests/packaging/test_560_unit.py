@@ -11,6 +11,7 @@ REQUIRES = ("systemd-analyze", "stdbuf")
 NAMESPACES = True
 
 UNIT = "lib/systemd/system/addrpubd.service"
+INSTANCES = "lib/systemd/system/addrpubd@.service"
 WORST_EXPOSURE = 1.5
 SETTINGS = b"hostname = host1\nlogurl = stdout\nrdburl = sqlite:///mnt/rdb.db\nrdbuser = local\nrdbpswd = local\n"
 
@@ -25,21 +26,25 @@ def analyze(*words):
     return run.returncode, run.stdout + run.stderr
 
 
-def test_561_systemd_finds_no_error(installed):
-    assert analyze("verify", "--man=no", installed.path(installed.prefix / UNIT)) == (0, "")
+@pytest.mark.parametrize("file", [UNIT, INSTANCES])
+def test_561_systemd_finds_no_error(installed, file):
+    assert analyze("verify", "--man=no", installed.path(installed.prefix / file)) == (0, "")
 
 
+@pytest.mark.parametrize("file", [UNIT, INSTANCES])
 @pytest.mark.parametrize("example", ["credentials.conf", "check-settings.conf"])
-def test_562_systemd_finds_no_error_in_the_example(installed, tmp_path, example):
-    (tmp_path / "addrpubd.service").write_text(installed.path(installed.prefix / UNIT).read_text())
-    drop_in = tmp_path / "addrpubd.service.d" / example
+def test_562_systemd_finds_no_error_in_the_example(installed, tmp_path, file, example):
+    unit = tmp_path / file.rpartition("/")[2]
+    unit.write_text(installed.path(installed.prefix / file).read_text())
+    drop_in = tmp_path / f"{unit.name}.d" / example
     drop_in.parent.mkdir()
     drop_in.write_text(installed.path(installed.prefix / "share/doc/addrpubd/examples" / example).read_text())
-    assert analyze("verify", "--man=no", tmp_path / "addrpubd.service") == (0, "")
+    assert analyze("verify", "--man=no", unit) == (0, "")
 
 
-def test_563_the_exposure_level_is_low(installed):
-    _, text = analyze("security", "--offline=true", "--no-pager", installed.path(installed.prefix / UNIT))
+@pytest.mark.parametrize("file", [UNIT, INSTANCES])
+def test_563_the_exposure_level_is_low(installed, file):
+    _, text = analyze("security", "--offline=true", "--no-pager", installed.path(installed.prefix / file))
     exposure = re.search(r"Overall exposure level for \S+: ([\d.]+)", text)
     assert exposure and float(exposure.group(1)) <= WORST_EXPOSURE, text
 
@@ -88,3 +93,22 @@ def test_568_with_the_packaged_settings_the_service_ends_and_logs_the_reason(mac
     reason = f"[err] not config hostname in {installed.folder}/addrpubd.ini\nStart failed!\n"
     assert process.all_output().endswith(reason.encode())
     assert process.wait() == 0
+
+
+def test_569_an_instance_differs_from_the_service_only_in_its_name_and_files(installed):
+    text = installed.path(installed.prefix / UNIT).read_text()
+    whole = installed.path(installed.prefix / INSTANCES).read_text()
+    assert whole.startswith(text)
+    own = settings(whole.removeprefix(text))
+    runtime, pid_file = "addrpubd@%i", settings(text)["ReadWritePaths"][0]
+    assert own == {
+        "Description": [f"Publisher of this host's IPv6 addresses, settings {installed.ini.parent}/%i.ini"],
+        "AssertPathExists": [f"{installed.ini.parent}/%i.ini"],
+        "SyslogIdentifier": ["addrpubd@%i"],
+        "BindReadOnlyPaths": [f"{installed.ini.parent}/%i.ini:{installed.ini}"],
+        "RuntimeDirectory": ["", runtime],
+        "RuntimeDirectoryMode": ["0755"],
+        "ReadWritePaths": [""],
+        "BindPaths": [f"-/run/{runtime}/addrpubd.pid:{pid_file}"],
+        "ExecStartPre": [f"/usr/bin/install -m 600 /dev/null /run/{runtime}/addrpubd.pid"],
+    }

@@ -65,6 +65,11 @@ quietly() {
     }
 }
 
+#  Calls ip(8) of this host for the network of the machine, which does not have the program.
+change_network() {
+    nsenter --target "$(pgrep --parent "$machine")" --net ip "$@"
+}
+
 power_off_machine() {
     quietly systemctl --no-block --job-mode replace-irreversibly start poweroff.target
     wait "$machine" || true
