@@ -56,6 +56,12 @@ install(FILES ${packaging}/system/addrpubd.tmpfiles DESTINATION lib/tmpfiles.d R
 install(FILES ${configured}/man/addrpubd.8 DESTINATION ${CMAKE_INSTALL_MANDIR}/man8)
 install(FILES ${configured}/man/addrpubd.ini.5 DESTINATION ${CMAKE_INSTALL_MANDIR}/man5)
 
+#  bash looks for a file with the name of the command.
+set(completions ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
+install(FILES ${packaging}/completion/addrpubd.bash DESTINATION ${completions} RENAME addrpubd)
+file(CREATE_LINK addrpubd ${configured}/link/addrpubd-check SYMBOLIC)
+install(FILES ${configured}/link/addrpubd-check DESTINATION ${completions})
+
 #  The pages for users of the service are installed; the pages in docs/maintainer are not.
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/docs/user/ DESTINATION ${CMAKE_INSTALL_DOCDIR})
 install(FILES ${packaging}/system/credentials.conf DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples)

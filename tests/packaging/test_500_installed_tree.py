@@ -34,6 +34,8 @@ def below_prefix():
         "lib/systemd/system/addrpubd@.service": FILE,
         "lib/sysusers.d/addrpubd.conf": FILE,
         "lib/tmpfiles.d/addrpubd.conf": FILE,
+        "share/bash-completion/completions/addrpubd": FILE,
+        "share/bash-completion/completions/addrpubd-check": "-> addrpubd",
         "share/man/man5/addrpubd.ini.5": FILE,
         "share/man/man8/addrpubd.8": FILE,
         "share/man/man8/addrpubd-check.8": FILE,

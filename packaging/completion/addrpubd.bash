@@ -1,0 +1,27 @@
+# shellcheck shell=bash
+#  Completion for addrpubd and addrpubd-check in bash(1). It uses no function of another package.
+#
+#  The words that can follow a word, by that word. FILE stands for the names of ini files and folders. Every word of the
+#  usage that the two programs print must be in this table.
+declare -gA _addrpubd_next=(
+    [addrpubd]="-start -stop -status -run -ver"
+    [addrpubd-check]="--help FILE"
+)
+
+_addrpubd() {
+    local current=$2 words name
+    #  The first word may be a path; a later word has an entry only if it allows another word.
+    words=${_addrpubd_next[${3##*/}]:-}
+    COMPREPLY=()
+    if [[ " $words " == *" FILE "* && $current != -* ]]; then
+        compopt -o filenames
+        while IFS= read -r name; do
+            COMPREPLY+=("$name")
+        done < <(compgen -f -X '!*.ini' -- "$current"; compgen -d -- "$current")
+    fi
+    while IFS= read -r name; do
+        COMPREPLY+=("$name")
+    done < <(compgen -W "${words/FILE/}" -- "$current")
+}
+
+complete -F _addrpubd addrpubd addrpubd-check
