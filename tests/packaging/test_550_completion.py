@@ -85,7 +85,8 @@ exit
     child, terminal = pty.fork()
     if child == 0:
         os.chdir(tmp_path)
-        os.execve("/bin/bash", ["bash", "--norc", "--noprofile", "-i"], {"PS1": "> ", "PATH": "/usr/bin", "TERM": "dumb"})
+        words = ["bash", "--norc", "--noprofile", "-i"]
+        os.execve("/bin/bash", words, {"PS1": "> ", "PATH": "/usr/bin", "TERM": "dumb"})
     os.write(terminal, typed.encode())
     output = b""
     with contextlib.suppress(OSError):  # the end of bash
