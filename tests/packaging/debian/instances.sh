@@ -22,6 +22,10 @@ instance_journal() {
         "_SYSTEMD_INVOCATION_ID=$(instance_property "$1" InvocationID)"
 }
 
+instance_has_logged() {
+    grep -q -- "$2" <<<"$(instance_journal "$1")"
+}
+
 #  write_instance NAME: its settings. Each instance has its own database and hosts file.
 write_instance() {
     quietly install -o root -g addrpubd -m 640 /dev/stdin "/etc/addrpubd/$1.ini" <<END
@@ -62,12 +66,13 @@ check_two_instances() {
         expect "the pid file of $instance" "$pid" "$(inside cat "/run/addrpubd@$instance/addrpubd.pid")"
         expect "its owner and mode" "addrpubd:addrpubd 600" "$(owner "/run/addrpubd@$instance/addrpubd.pid")"
         expect "the owner of the process" addrpubd "$(inside stat --format %U "/proc/$pid")"
+        until_true "the log of $instance" instance_has_logged "$instance" 'recv: '
         expect "names in the log of $instance" "$instance.example" \
             "$(instance_journal "$instance" | grep -o '[a-z0-9]*\.example' | sort -u)"
         quietly systemd-analyze security --threshold=15 "$(instance_unit "$instance")"
     done
-    expect "the identifiers in the journal" "addrpubd@one addrpubd@two" "$(inside journalctl --quiet --boot \
-        --output cat --output-fields SYSLOG_IDENTIFIER --field SYSLOG_IDENTIFIER | grep '^addrpubd@' | sort | paste -sd ' ')"
+    expect "the identifiers in the journal" "addrpubd@one addrpubd@two" \
+        "$(inside journalctl --quiet --field SYSLOG_IDENTIFIER | grep '^addrpubd@' | sort | paste -sd ' ')"
 }
 
 #  While addrpubd.service does not run, its pid file has no lock, although instances run.
@@ -76,17 +81,17 @@ check_stop_of_one() {
     local pid
     pid=$(instance_property two MainPID)
     quietly systemctl stop addrpubd@one
-    expect "the last line of its log" "stop addrpubd service success." "$(instance_journal one | tail -n 1 | sed 's/.*\] //')"
+    until_true "the last line of its log" instance_has_logged one 'stop addrpubd service success.$'
     expect "its state" inactive "$(instance_property one ActiveState)"
     ! inside test -e /run/addrpubd@one || fail "its folder in /run is left"
     expect "-status of addrpubd.service" "addrpubd is runing!" "$(inside addrpubd -status | sed '/^$/d')"
     stop_service
     expect "-status while only an instance runs" "addrpubd not run!" "$(inside addrpubd -status | sed '/^$/d')"
-    change_network -6 address add 2001:db8::11/64 dev lo nodad
+    quietly ip -6 address add 2001:db8::11/64 dev lo nodad
     until_true "the new address" published two "2001:db8::11,$address"
     expect "the process of the other instance" "$pid" "$(instance_property two MainPID)"
     expect "its pid file" "$pid" "$(inside cat /run/addrpubd@two/addrpubd.pid)"
-    change_network -6 address del 2001:db8::11/64 dev lo
+    quietly ip -6 address del 2001:db8::11/64 dev lo
     until_true "the lost address" published two "$address"
     say "addrpubd@.service: a stopped instance starts again and publishes the change"
     quietly rm -f /var/lib/addrpubd/hosts.d/one
@@ -100,14 +105,13 @@ check_instance_settings() {
     grep -q '^Assertion failed for .* settings /etc/addrpubd/none.ini\.$' \
         <<<"$(inside journalctl --quiet --output cat --unit addrpubd@none)" || fail "the journal does not name the file"
     say "check-settings.conf: for all instances; each one's own settings are checked"
-    quietly install -D -m 644 "$examples/check-settings.conf" /etc/systemd/system/addrpubd@.service.d/check-settings.conf
+    quietly install -D -m 644 "$examples/check-settings.conf" "${drop_ins/addrpubd/addrpubd@}/check-settings.conf"
     quietly systemctl daemon-reload
     echo 'hostname = a:b' | inside tee -a /etc/addrpubd/two.ini >/dev/null
     quietly systemctl restart addrpubd@one
     ! inside systemctl restart addrpubd@two 2>/dev/null || fail "the instance has started with wrong settings"
     expect "the state of the other instance" active "$(instance_property one ActiveState)"
-    instance_journal two | grep -q '^/etc/addrpubd/addrpubd.ini:9: error: ' ||
-        fail "the journal lacks the checker's message: $(instance_journal two)"
+    until_true "the checker's message" instance_has_logged two '^/etc/addrpubd/addrpubd.ini:9: error: '
     quietly rm -r /etc/systemd/system/addrpubd@.service.d
     quietly systemctl daemon-reload
     write_instance two

@@ -15,8 +15,9 @@ make_debian() {
         tail -n 20 "$work/debootstrap.log"
         fail "debootstrap"
     }
-    say "installing systemd, a Redis server, Python, and what the package depends on"
-    in_folder apt-get satisfy -q -y --no-install-recommends systemd-sysv redis-server python3 \
+    say "installing systemd, a Redis server, the programs of the tests, and what the package depends on"
+    in_folder apt-get satisfy -q -y --no-install-recommends systemd-sysv redis-server python3 autopkgtest \
+        bash-completion dpkg-dev iproute2 sqlite3 \
         "$(dpkg-deb --field "$(package)" Depends)" "$(dpkg-deb --field "$(package)" Recommends)"
     #  Debian's daily services would change files during the test.
     ln -s /dev/null "$root/etc/systemd/system/timers.target"
@@ -63,11 +64,6 @@ quietly() {
         cat "$work/command.log"
         fail "$*"
     }
-}
-
-#  Calls ip(8) of this host for the network of the machine, which does not have the program.
-change_network() {
-    nsenter --target "$(pgrep --parent "$machine")" --net ip "$@"
 }
 
 power_off_machine() {

@@ -14,6 +14,14 @@ installed_version() {
     inside dpkg-query --show addrpubd | cut -f 2
 }
 
+#  Prints the commands of the package for which bash-completion finds the completion.
+completed_commands() {
+    # shellcheck disable=SC2016 # the variables belong to the inner shell
+    inside bash -c '. /usr/share/bash-completion/bash_completion
+        for command in addrpubd addrpubd-check; do _completion_loader $command; complete -p $command; done' |
+        sed -n 's/^complete .*-F _addrpubd //p' | paste -sd " "
+}
+
 check_first_install() {
     say "install: settings, pid file and user"
     install_package "$(package)"
@@ -24,6 +32,7 @@ check_first_install() {
     expect "the unit's state at boot" enabled "$(inside systemctl is-enabled "$unit")"
     quietly dpkg --verify addrpubd
     expect "the version line" "addrpubd addrpubd for linux ver" "$(inside addrpubd -ver | sed -n 's/ver .*/ver/p')"
+    expect "the commands that bash-completion completes" "addrpubd addrpubd-check" "$(completed_commands)"
     say "the packaged settings: the service says that the host name is missing and ends"
     expect "the checker's verdict on them" "does not start" "$(verdict)"
     until_true "the service's end" is_property ActiveState inactive
