@@ -1,10 +1,10 @@
-"""The machines of docs/user/fleet.md in one sandbox.
+"""The machines of docs/user/fleet.md and docs/user/quickstart.md in one sandbox.
 
     machines = Machines(sandbox)
     machines.run("admin", "ssh redis1.example.org hostname")    # as root, with bash, in /root/fleet if it exists
 
 Each machine has its own network, host name, /root, /run, /var/lib/bind and /var/lib/redis, which are empty, and its own
-copy of /etc, /usr/lib and /usr/sbin. A bridge connects the networks. Four programs that do not work in such a machine
+copy of /etc, /usr/lib, /usr/sbin and /var. A bridge connects the networks. Four programs that do not work in such a machine
 are replaced. The replacements are in the folder PROGRAMS, the first in PATH:
 
     ssh, scp    run a command on another machine, copy files to it
@@ -26,6 +26,7 @@ PROGRAMS = "/mnt/programs"
 PACKAGE = "/mnt/package"  # files of the build
 INSTALLED = "/usr/lib/addrpubd"
 SHIM = BUILD / "tests/libhurryshim.so"
+DNSMASQ = "/usr/sbin/dnsmasq --keep-in-foreground --conf-file=/dev/null --conf-dir=/etc/dnsmasq.d"
 ADDRESSES = {"admin": "192.0.2.100", "ns1": "192.0.2.1", "ns2": "192.0.2.2"}
 ADDRESSES |= {f"redis{number}": f"192.0.2.{10 + number}" for number in range(1, 7)}
 ADDRESSES |= {f"host{number}": f"192.0.2.{100 + number}" for number in range(1, 4)}
@@ -33,7 +34,7 @@ ADDRESSES |= {f"host{number}": f"192.0.2.{100 + number}" for number in range(1, 
 _MACHINE = """
 umask 022
 hostname "$1"
-for folder in etc usr/lib usr/sbin; do
+for folder in etc usr/lib usr/sbin var; do
     changed=/mnt/changed/$1/$folder
     mkdir -p "$changed" "$changed.work"
     mount -t overlay overlay -o "lowerdir=/$folder,upperdir=$changed,workdir=$changed.work" "/$folder"
@@ -67,14 +68,19 @@ _APT_GET = """#!/bin/bash
 umask 022
 [ "$1 $2" = "install --yes" ] || { echo "apt-get: $*" >&2; exit 100; }
 for package in "${@:3}"; do
-    if [[ $package = /*.deb ]]; then
+    if [[ $package = *.deb ]]; then
         [ -e "$package" ] || exit 100
         getent passwd addrpubd >/dev/null || useradd --system --user-group addrpubd
         mkdir -p /usr/lib/addrpubd /etc/addrpubd
         cp -r /mnt/package/. /usr/lib/addrpubd/
         ln -sf ../lib/addrpubd/addrpubd-check /usr/sbin/
         ln -sf /etc/addrpubd/addrpubd.ini /usr/lib/addrpubd/addrpubd.ini
+        install -g addrpubd -m 640 /mnt/addrpubd.ini /etc/addrpubd/
+        install -d -o addrpubd -g addrpubd /var/lib/addrpubd /var/lib/addrpubd/hosts.d
         install -o addrpubd -m 600 /dev/null /run/addrpubd.pid
+    elif [ "$package" = dnsmasq ]; then
+        dpkg --status dnsmasq-base >/dev/null || exit 100 # the package dnsmasq adds the unit
+        mkdir -p /etc/dnsmasq.d
     else
         dpkg --status "$package" >/dev/null || exit 100
     fi
@@ -87,14 +93,15 @@ _WITH_CLOCK = """#!/bin/bash
 LD_PRELOAD="$SERVICE_PRELOAD:$LD_PRELOAD" exec ./addrpubd "$@"
 """
 
-#  port: a port at which the server listens as soon as it is ready.
+#  port: a port at which the server listens as soon as it is ready. The unit of dnsmasq reads the same folder.
 _SYSTEMCTL = """#!/bin/bash
 set -euo pipefail
 action=$1
 [ "$1 ${2:-}" != "disable --now" ] || { action=stop; shift; }
 case $2 in
     redis-server) unit=/lib/systemd/system/redis-server.service port=6379 folder=/ ;;
-    named) unit=/lib/systemd/system/named.service port=853 folder=/ ;;
+    named) unit=/lib/systemd/system/named.service port=53 folder=/ ;;
+    dnsmasq) unit=/mnt/dnsmasq.service port=53 folder=/ ;;
     addrpubd) unit=/mnt/addrpubd.service port='' folder=/usr/lib/addrpubd ;;
     *) echo "systemctl: no unit $2" >&2; exit 5 ;;
 esac
@@ -110,6 +117,7 @@ fi
 rm -f "/run/$2.unit"
 [ "$action" != stop ] || exit 0
 [ "$action" = restart ]
+[ "$2" != named ] || ! grep -q 'port 853' /etc/bind/named.conf || port=853
 user=$(sed -n 's/^User=//p' "$unit")
 OPTIONS=
 [ ! -e "/etc/default/$2" ] || . "/etc/default/$2"
@@ -162,8 +170,10 @@ class Machines:
         open_library.install(BUILD, self._sandbox.path(PACKAGE))
         for file in (BUILD / "addrpubd", BUILD / "addrpubd-check", SHIM):
             shutil.copy(file, self._sandbox.path(PACKAGE))
-        unit = (Path(__file__).parents[2] / "packaging/system/addrpubd.service.in").read_text()
-        self._sandbox.path("/mnt/addrpubd.service").write_text(unit)
+        packaging = Path(__file__).parents[2] / "packaging/system"
+        shutil.copy(packaging / "addrpubd.service.in", self._sandbox.path("/mnt/addrpubd.service"))
+        shutil.copy(packaging / "addrpubd.ini", self._sandbox.path("/mnt/addrpubd.ini"))
+        self._sandbox.path("/mnt/dnsmasq.service").write_text(f"ExecStart={DNSMASQ}\n")
 
     def _start(self):
         """Starts all machines and connects them."""
