@@ -99,8 +99,9 @@ def test_569_an_instance_differs_from_the_service_only_in_its_name_and_files(ins
     text = installed.path(installed.prefix / UNIT).read_text()
     whole = installed.path(installed.prefix / INSTANCES).read_text()
     assert whole.startswith(text)
+    assert settings(text)["RuntimeDirectoryPreserve"] == ["yes"]  # its folder contains those of instances
     own = settings(whole.removeprefix(text))
-    runtime, pid_file = "addrpubd@%i", settings(text)["ReadWritePaths"][0]
+    runtime, pid_file = "addrpubd/%i", settings(text)["ReadWritePaths"][0]
     assert own == {
         "Description": [f"Publisher of this host's IPv6 addresses, settings {installed.ini.parent}/%i.ini"],
         "AssertPathExists": [f"{installed.ini.parent}/%i.ini"],
@@ -108,6 +109,7 @@ def test_569_an_instance_differs_from_the_service_only_in_its_name_and_files(ins
         "BindReadOnlyPaths": [f"{installed.ini.parent}/%i.ini:{installed.ini}"],
         "RuntimeDirectory": ["", runtime],
         "RuntimeDirectoryMode": ["0755"],
+        "RuntimeDirectoryPreserve": ["no"],
         "ReadWritePaths": [""],
         "BindPaths": [f"-/run/{runtime}/addrpubd.pid:{pid_file}"],
         "ExecStartPre": [f"/usr/bin/install -m 600 /dev/null /run/{runtime}/addrpubd.pid"],

@@ -63,8 +63,8 @@ check_two_instances() {
     for instance in one two; do
         until_true "the addresses of $instance" published "$instance" "$address"
         pid=$(instance_property "$instance" MainPID)
-        expect "the pid file of $instance" "$pid" "$(inside cat "/run/addrpubd@$instance/addrpubd.pid")"
-        expect "its owner and mode" "addrpubd:addrpubd 600" "$(owner "/run/addrpubd@$instance/addrpubd.pid")"
+        expect "the pid file of $instance" "$pid" "$(inside cat "/run/addrpubd/$instance/addrpubd.pid")"
+        expect "its owner and mode" "addrpubd:addrpubd 600" "$(owner "/run/addrpubd/$instance/addrpubd.pid")"
         expect "the owner of the process" addrpubd "$(inside stat --format %U "/proc/$pid")"
         until_true "the log of $instance" instance_has_logged "$instance" 'recv: '
         expect "names in the log of $instance" "$instance.example" \
@@ -83,14 +83,14 @@ check_stop_of_one() {
     quietly systemctl stop addrpubd@one
     until_true "the last line of its log" instance_has_logged one 'stop addrpubd service success.$'
     expect "its state" inactive "$(instance_property one ActiveState)"
-    ! inside test -e /run/addrpubd@one || fail "its folder in /run is left"
+    ! inside test -e /run/addrpubd/one || fail "its folder in /run is left"
     expect "-status of addrpubd.service" "addrpubd is runing!" "$(inside addrpubd -status | sed '/^$/d')"
     stop_service
     expect "-status while only an instance runs" "addrpubd not run!" "$(inside addrpubd -status | sed '/^$/d')"
     quietly ip -6 address add 2001:db8::11/64 dev lo nodad
     until_true "the new address" published two "2001:db8::11,$address"
     expect "the process of the other instance" "$pid" "$(instance_property two MainPID)"
-    expect "its pid file" "$pid" "$(inside cat /run/addrpubd@two/addrpubd.pid)"
+    expect "its pid file" "$pid" "$(inside cat /run/addrpubd/two/addrpubd.pid)"
     quietly ip -6 address del 2001:db8::11/64 dev lo
     until_true "the lost address" published two "$address"
     say "addrpubd@.service: a stopped instance starts again and publishes the change"

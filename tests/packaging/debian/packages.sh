@@ -94,6 +94,7 @@ check_removal() {
 
 expect_nothing_left() {
     ! inside test -e /run/addrpubd.pid || fail "the purge left the pid file"
+    ! inside test -e /run/addrpubd || fail "the purge left the folder in /run"
     snapshot >"$work/after"
     diff "$work/before" "$work/after" >"$work/left" || {
         cat "$work/left"
