@@ -41,14 +41,20 @@ if(ADDRPUBD_CHECK)
 endif()
 #  Hardening of all products and tests. Sanitizers check more and are not compatible with these flags.
 #  - Immediate binding, a read-only relocation table, a position-independent executable, no executable stack.
-#  - Stack protector, stack probes for each page, branch targets marked for indirect jumps.
+#  - Stack protector, stack probes for each page, branch targets marked for indirect jumps (on arm64
+#    also signed return addresses).
 #  - With ADDRPUBD_FORTIFY, checked variants of C library functions. Packages are built with it. Unit tests are built
 #    without it, because they replace the unchecked functions. This setting overrides the level of a compiler or
 #    distribution.
 if(NOT ADDRPUBD_SANITIZE)
     include(CheckPIESupported)
     check_pie_supported(LANGUAGES CXX)
-    add_compile_options(-fstack-protector-strong -fstack-clash-protection -fcf-protection=full)
+    add_compile_options(-fstack-protector-strong -fstack-clash-protection)
+    if(CMAKE_SYSTEM_PROCESSOR MATCHES "^(aarch64|arm64)$")
+        add_compile_options(-mbranch-protection=standard)
+    else()
+        add_compile_options(-fcf-protection=full)
+    endif()
     add_compile_options(-U_FORTIFY_SOURCE)
     if(ADDRPUBD_FORTIFY)
         add_compile_options(-D_FORTIFY_SOURCE=2)
