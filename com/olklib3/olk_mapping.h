@@ -8,6 +8,12 @@
 #ifndef OLK_MAPPING_H
 #define OLK_MAPPING_H
 
+//  The only check of the platform. The records of the allocator and of the client library have fixed layouts. The
+//  service and addrpubd-check include this file, so neither is built for any other kind of processor.
+#if __SIZEOF_POINTER__ != 8 || __BYTE_ORDER__ != __ORDER_LITTLE_ENDIAN__
+#error "addrpubd needs a 64-bit little-endian processor: its records have 8-byte addresses and little-endian integers"
+#endif
+
 #include <cstddef>
 #include <cstdint>
 #include <cstring>

@@ -47,3 +47,14 @@ endforeach()
 target_compile_definitions(olk_alloctor_test PRIVATE
     TEST_DATA="${PROJECT_SOURCE_DIR}/tests/data"
     EXIT_ORDER_PROGRAMS="${CMAKE_BINARY_DIR}/tests")
+
+#  On a processor of another kind the first file of the library does not compile, and the message names the reason. The
+#  compiler gets the macros of such a processor.
+foreach(processor of_32_bits:__SIZEOF_POINTER__=4 that_is_big_endian:__BYTE_ORDER__=__ORDER_BIG_ENDIAN__)
+    string(REGEX MATCH "(.*):(.*)=(.*)" all ${processor})
+    add_test(NAME olk_platform.a_processor_${CMAKE_MATCH_1}_is_refused
+        COMMAND ${CMAKE_CXX_COMPILER} -std=c++20 -fsyntax-only -w -U${CMAKE_MATCH_2} -D${CMAKE_MATCH_2}=${CMAKE_MATCH_3}
+            -x c++ ${PROJECT_SOURCE_DIR}/com/olklib3/olk_mapping.h)
+    set_tests_properties(olk_platform.a_processor_${CMAKE_MATCH_1}_is_refused PROPERTIES LABELS unit
+        PASS_REGULAR_EXPRESSION "error: .*addrpubd needs a 64-bit little-endian processor")
+endforeach()
