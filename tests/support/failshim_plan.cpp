@@ -80,7 +80,7 @@ void report(unsigned call) {
     }
     char line[64];
     const int length = snprintf(line, sizeof line, "%s %u\n", g_function, call);
-    const long fd = syscall(SYS_open, path, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0666);
+    const long fd = syscall(SYS_openat, AT_FDCWD, path, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0666);
     syscall(SYS_write, fd, line, length);
     syscall(SYS_close, fd);
 }

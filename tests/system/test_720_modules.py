@@ -64,7 +64,7 @@ def mapped(host):
 def test_721_a_command_loads_the_client_library_and_no_back_end(open_host):
     process = open_host.sandbox.spawn("./addrpubd", "-status", env={"LD_TRACE_LOADED_OBJECTS": "1"}, cwd=DIRECTORY)
     loaded = set(re.findall(r"^\s*(\S+)", process.all_output().decode(), re.MULTILINE))
-    system = {"linux-vdso.so.1", "libc.so.6", "libm.so.6", "/lib64/ld-linux-x86-64.so.2"}
+    system = {"linux-vdso.so.1", "libc.so.6", "libm.so.6", "/lib64/ld-linux-x86-64.so.2", "/lib/ld-linux-aarch64.so.1"}
     assert loaded - system == {"./librdbapix64.so"}
 
 
@@ -163,4 +163,5 @@ def test_729_a_module_needs_the_libraries_of_its_back_end_only(name, libraries):
         pytest.skip("the open client library was built without this back end")
     command = ["readelf", "--wide", "--dynamic", BUILD / f"librdbapix64-{name}.so"]
     rows = subprocess.run(command, capture_output=True, check=True, text=True).stdout
-    assert set(re.findall(r"\(NEEDED\).*\[(.*)\.so", rows)) - {"libc", "ld-linux-x86-64"} == libraries
+    needed = set(re.findall(r"\(NEEDED\).*\[(.*)\.so", rows))
+    assert needed - {"libc", "ld-linux-x86-64", "ld-linux-aarch64"} == libraries

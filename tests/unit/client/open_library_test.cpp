@@ -64,7 +64,7 @@ std::set<std::string> neededBy(const std::string& file) {
 
 TEST(OpenLibrary, NeedsOnlyTheCLibrary) {
     std::set<std::string> needed = neededBy(LIBRARY_PATH);
-    needed.erase("[ld-linux-x86-64.so.2]");
+    std::erase_if(needed, [](const std::string& name) { return name.starts_with("[ld-linux-"); });
     EXPECT_EQ(needed, std::set<std::string>{"[libc.so.6]"});
 }
 
