@@ -44,9 +44,12 @@ foreach(name exit_order_library_one_two exit_order_library_two_one)
     set_target_properties(${name} PROPERTIES LINK_DEPENDS $<TARGET_FILE:olklib3>)
 endforeach()
 
+#  In a build for another processor an emulator runs the programs.
+list(JOIN CMAKE_CROSSCOMPILING_EMULATOR " " emulator)
+string(STRIP "${emulator} ${CMAKE_BINARY_DIR}/tests/exit_order_" exit_order_command)
 target_compile_definitions(olk_alloctor_test PRIVATE
     TEST_DATA="${PROJECT_SOURCE_DIR}/tests/data"
-    EXIT_ORDER_PROGRAMS="${CMAKE_BINARY_DIR}/tests")
+    EXIT_ORDER_COMMAND="${exit_order_command}")
 
 #  On a processor of another kind the first file of the library does not compile, and the message names the reason. The
 #  compiler gets the macros of such a processor.

@@ -24,7 +24,7 @@ protected:
     int status = -1;
 
     void SetUp() override {
-        FILE* program = popen((std::string(EXIT_ORDER_PROGRAMS "/exit_order_") + GetParam()).c_str(), "r");
+        FILE* program = popen((std::string(EXIT_ORDER_COMMAND) + GetParam()).c_str(), "r");
         ASSERT_NE(program, nullptr);
         char line[300];
         while (std::fgets(line, sizeof line, program) != nullptr)
