@@ -7,8 +7,10 @@
 #include "backends.h"
 #include "engine/handle_table.h"
 #include "engine/report.h"
+#include "engine/state_board.h"
 #include "engine/worker.h"
 
+#include <cstdlib>
 #include <cstring>
 
 using namespace rdbopen;
@@ -57,6 +59,7 @@ int rdb_connectex(int handle, const char* url, const char* user, const char* pas
     if (url == nullptr || user == nullptr || password == nullptr || reserved != 0)
         return errorBadArgument;
     return withWorker(handle, [&](Worker& worker) {
+        stateFile.chooseFolder(std::getenv("RUNTIME_DIRECTORY"));
         BackendResult backend = makeBackend(url, {user, password});
         if (backend.ok())
             return worker.start(std::move(*backend));

@@ -98,6 +98,11 @@ bool DesiredState::tagPending() const noexcept {
                        [](const auto& named) { return named.second.lookupPending || named.second.tagPending; });
 }
 
+bool DesiredState::empty() const noexcept {
+    return request_.empty() && std::none_of(entries_.begin(), entries_.end(),
+                                            [](const auto& named) { return named.second.value.has_value(); });
+}
+
 //  Tags are retried first, because a server that lost its data refuses a value whose tag does not exist. The retry
 //  stops at the first failure: the next request would probably fail, too, and each failure may take its full time
 //  limit.

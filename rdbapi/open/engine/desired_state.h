@@ -69,6 +69,26 @@ public:
     //  returns it.
     Status check(Backend& backend, Time now);
 
+    //  One value or the update request, as the user of the handle wants it.
+    struct Item {
+        std::string_view name;  // of the tag; empty for the update request
+        std::string_view value;
+        bool pending;  // the server has not accepted it
+    };
+
+    //  Calls visitor with each item.
+    template <class Visitor>
+    void visit(Visitor visitor) const {
+        for (const auto& [name, entry] : entries_)
+            if (entry.value)
+                visitor(Item{name, {entry.value->value, entry.value->valuelen}, entry.valuePending});
+        if (!request_.empty())
+            visitor(Item{{}, request_, requestPending_});
+    }
+
+    //  Returns whether there is no value and no request.
+    bool empty() const noexcept;
+
     //  Marks all values and the request as pending, so that the next retry sends them again and looks up their tags.
     //  Returns whether there are any. Requires: nothing is pending.
     bool refresh() noexcept;

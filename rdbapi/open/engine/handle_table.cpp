@@ -2,6 +2,7 @@
 
 #include "engine/clock.h"
 #include "engine/errors.h"
+#include "engine/state_board.h"
 #include "engine/timed_condition.h"
 
 #include <mutex>
@@ -27,6 +28,12 @@ static_assert(std::atomic<std::uint64_t>::is_always_lock_free);
 
 constexpr std::uint32_t generationOf(std::uint64_t state) {
     return static_cast<std::uint32_t>(state >> 32);
+}
+
+//  Returns whether the handle has a worker and is not closed. Each handle enters and leaves this state at most once, so
+//  that the state file counts its connection exactly once.
+constexpr bool isOpen(std::uint64_t state) {
+    return (state & (flagWorker | flagClosed)) == flagWorker;
 }
 
 //  These objects are initialised at compile time and have no destructor, so no code runs at load or at exit.
@@ -56,11 +63,13 @@ bool HandleSlot::beginWorker() noexcept {
         if ((state & flagClosed) != 0)
             return false;
     } while (!signal_.state.compare_exchange_weak(state, state | flagWorker));
+    stateFile.connectionOpened();
     return true;
 }
 
 void HandleSlot::endWorker() noexcept {
-    signal_.state.fetch_and(~flagWorker);
+    if (isOpen(signal_.state.fetch_and(~flagWorker)))  // the thread could not be started
+        stateFile.connectionClosed();
     notifyCreators();
 }
 
@@ -95,6 +104,8 @@ bool HandleSlot::setFlags(std::uint32_t generation, std::uint64_t flags) noexcep
             return false;
     } while (!signal_.state.compare_exchange_weak(state, state | flags));
     signal_.wake();
+    if (isOpen(state))
+        stateFile.connectionClosed();
     return true;
 }
 

@@ -13,7 +13,8 @@
 //
 //  Each slot has one CloseSignal (close_signal.h), which notifies its worker that the handle is closed.
 //
-//  Threads: any. closeHandle and releaseHandle are async-signal-safe: they use only atomics and write(2).
+//  Threads: any. closeHandle and releaseHandle are async-signal-safe: they use only atomics, write(2) and
+//  unlink(2), which removes the state file when the last connection is closed.
 #ifndef RDBAPI_OPEN_ENGINE_HANDLE_TABLE_H
 #define RDBAPI_OPEN_ENGINE_HANDLE_TABLE_H
 

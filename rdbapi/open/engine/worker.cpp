@@ -159,6 +159,7 @@ void* Worker::threadMain(void* self) {
 //  has already sent the event.) close is last because it may take long: SQLite writes its log into the database file.
 //  If the user of the handle closed it, the end of the session is not a failure and is not logged.
 void Worker::run() noexcept {
+    describeState();
     while (!signal_.closed()) {
         const Status end = guarded([this] { return session(); });
         setAccepting(false);
@@ -166,10 +167,13 @@ void Worker::run() noexcept {
         reportLoss();
         backend_->close();
         if (signal_.closed())  // closing the handle has ended the session, which is not a failure
-            return;
+            break;
         failures_.fail(label_, end.reason);
-        signal_.pause(schedule_.lost(monotonicNow()));
+        const auto pause = schedule_.lost(monotonicNow());
+        publishLoss(end, pause);
+        signal_.pause(pause);
     }
+    statePart_.withdraw();
 }
 
 //  Opens the back end and serves calls until the back end fails or the handle is closed.
@@ -178,8 +182,10 @@ Status Worker::session() {
         return failed;
     schedule_.connected(monotonicNow(), backend_->checkInterval(), randomNumber());
     setAccepting(true);
+    state_.connected(momentNow());
     reportConnection();
     for (;;) {
+        publishState();
         returnFreeMemory();
         std::shared_ptr<Call> call;
         Status status;
@@ -193,16 +199,21 @@ Status Worker::session() {
             break;
         case Work::retry:
             status = retryPending();
+            noteExchange(status);
             break;
         case Work::input:
             status = checkAndRetry();
+            noteExchange(status);
             break;
         case Work::check:
             status = dueCheck();
+            noteExchange(status);
             break;
         }
-        if (status.ok() && checkRefused_)
+        if (status.ok() && checkRefused_) {
             status = checkAndRetry();
+            noteExchange(status);
+        }
         if (status.code == errorBackendFailed)
             return status;
         evaluate(status);
@@ -224,6 +235,7 @@ Status Worker::openAndRetry() {
     status = checkAndRetry();
     if (status.code == errorBackendFailed)
         return status;
+    noteExchange(status);
     if (hadPending || !status.ok())
         evaluate(status);
     return {};
@@ -246,8 +258,10 @@ Status Worker::serve(Call& call) {
         if (call.required() && call.abandoned() && !failed(status.code))
             status = {errorTimedOut, {}};
     }
-    if (!confirmed || !status.ok())
+    if (!confirmed || !status.ok()) {
         call.record(desired_, status.code, start);
+        noteExchange(status);
+    }
     if (call.required() && failed(status.code)) {
         schedule_.tagRequestFailed();
         if (status.code == errorTimedOut)
@@ -279,6 +293,7 @@ Status Worker::retryTags() {
 }
 
 Status Worker::retryPending() {
+    state_.retried();
     return guarded([this] { return desired_.retry(*backend_, monotonicNow()); });
 }
 
@@ -444,6 +459,51 @@ void Worker::evaluate(const Status& status) noexcept {
         schedule_.succeeded();
         failures_.recover(label_);
     }
+}
+
+//  Called once, when the thread starts, so that the file also names a server that was never reached.
+void Worker::describeState() noexcept {
+    attempt([&] {
+        const bool tags = backend_->tags() != nullptr;
+        const bool updates = backend_->updates() != nullptr;
+        state_.describe(tags && updates ? "any" : tags ? "rdb" : "dns", label_);
+        writeState(std::nullopt);
+    });
+}
+
+void Worker::noteExchange(const Status& status) noexcept {
+    attempt([&] { state_.exchanged(momentNow(), status, desired_); });
+}
+
+//  A success alone is written at most every stateWriteTime: a service with a check each second writes no more often.
+void Worker::publishState() noexcept {
+    attempt([&] {
+        if (state_.changed() || momentNow().boot - stateWritten_ >= stateWriteTime)
+            writeState(nextAction());
+    });
+}
+
+void Worker::publishLoss(const Status& end, std::chrono::milliseconds pause) noexcept {
+    attempt([&] {
+        const Moment now = momentNow();
+        state_.lost(now, end);
+        writeState(ServerState::Next{"open", {now.wall + pause.count(), now.boot + pause.count()}});
+    });
+}
+
+void Worker::writeState(std::optional<ServerState::Next> next) {
+    stateWritten_ = momentNow().boot;
+    statePart_.publish(state_.stateText(desired_, next));
+}
+
+std::optional<ServerState::Next> Worker::nextAction() const {
+    Work due = Work::check;
+    const auto left = untilDue(due);
+    if (left.count() < 0)
+        return {};
+    const Moment now = momentNow();
+    return ServerState::Next{due == Work::retry ? "retry" : "check",
+                             {now.wall + left.count(), now.boot + left.count()}};
 }
 
 }  // namespace rdbopen

@@ -31,6 +31,9 @@
 //  An event or reply is delivered only if the handle is not closed at that moment. So, when rdb_disconnect returns, a
 //  callback may still begin or run if its delivery has already started.
 //
+//  The worker's thread also publishes what it does for addrpubd-check --status (state_board.h): after each action that
+//  changes something, and otherwise at its usual checks. It has no timer for this, and no error in it has an effect.
+//
 //  Threads: the public operations may be called on any thread. The worker's thread blocks all signals.
 #ifndef RDBAPI_OPEN_ENGINE_WORKER_H
 #define RDBAPI_OPEN_ENGINE_WORKER_H
@@ -40,6 +43,8 @@
 #include "engine/desired_state.h"
 #include "engine/reason_log.h"
 #include "engine/retry_schedule.h"
+#include "engine/server_state.h"
+#include "engine/state_board.h"
 
 #include <deque>
 #include <memory>
@@ -107,6 +112,12 @@ private:
     void reportLoss() noexcept;
     void sendEvent(std::int32_t event) noexcept;
     void evaluate(const Status& status) noexcept;
+    void describeState() noexcept;
+    void noteExchange(const Status& status) noexcept;
+    void publishState() noexcept;
+    void publishLoss(const Status& end, std::chrono::milliseconds pause) noexcept;
+    void writeState(std::optional<ServerState::Next> next);
+    std::optional<ServerState::Next> nextAction() const;
 
     //  The Waiter of the back end. A wait also returns timedOut when the caller of a request for a tag has timed out.
     class SlotWaiter : public Waiter {
@@ -148,6 +159,9 @@ private:
     bool checkRefused_ = false;                                               // the last check was refused
     bool checking_ = false;                                                   // a check is running
     bool checkPreempted_ = false;                                             // a call interrupted the check
+    ServerState state_;
+    StatePart statePart_;
+    std::int64_t stateWritten_ = 0;  // Moment::boot of the last write of the state
 };
 
 }  // namespace rdbopen

@@ -1,0 +1,98 @@
+//  What one connection does, for the state file: its last success and failure, what is pending and published, and the
+//  next attempt. stateText writes it as the lines of one server; docs/user/state.md describes them.
+//
+//      server rdb                               kind: rdb, dns, or any when the back end serves both
+//      label redis://db.example.org             as in syslog lines, without user and password
+//      phase connected                          opening, connected or waiting
+//      success 1764000000000 5000000            moments: ms since 1970 UTC, ms since boot
+//      published 1764000000000 5000000 host1.example.org 2001:db8::1
+//      next check 1764000060000 5060000
+//
+//  This code reads no clock and no file.
+//
+//  Threads: one thread at a time per object.
+#ifndef RDBAPI_OPEN_ENGINE_SERVER_STATE_H
+#define RDBAPI_OPEN_ENGINE_SERVER_STATE_H
+
+#include "engine/clock.h"
+#include "engine/desired_state.h"
+
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace rdbopen {
+
+//  Maximum number of values and of pending items that are written.
+inline constexpr std::size_t maxStateItems = 8;
+
+class ServerState {
+public:
+    enum class Phase { opening, connected, waiting };
+
+    //  The next action of the worker and its time.
+    struct Next {
+        const char* action;  // open, retry or check
+        Moment due;
+    };
+
+    //  kind, label: see above.
+    void describe(std::string kind, std::string label);
+
+    //  The back end is open and calls are accepted.
+    void connected(Moment now);
+
+    //  The connection has ended or could not be opened.
+    void lost(Moment now, const Status& status);
+
+    //  An exchange with the server has ended with status. data: the desired state after it. A success is recorded only
+    //  if there is data that the server can have confirmed. An interrupted check and an answer that a tag does not exist
+    //  are ignored.
+    void exchanged(Moment now, const Status& status, const DesiredState& data);
+
+    //  A retry of pending data begins.
+    void retried() noexcept;
+
+    //  Returns whether anything but the time of the last success has changed since the last call of stateText.
+    bool changed() const noexcept { return changed_; }
+
+    //  Returns the lines of this server. next: empty if nothing is due.
+    std::string stateText(const DesiredState& data, std::optional<Next> next);
+
+private:
+    struct Failure {
+        Moment time;
+        int code;
+        std::string reason;
+    };
+    struct Published {
+        std::string name;  // empty for an update request
+        std::string value;
+        Moment since;  // when the server accepted this value
+        bool held;     // it is not pending now
+    };
+
+    void fail(Moment now, const Status& status);
+    void updatePublished(Moment now, const DesiredState& data);
+    void publish(Moment now, const DesiredState::Item& item);
+
+    std::string kind_;
+    std::string label_;
+    Phase phase_ = Phase::opening;
+    std::optional<Moment> connectedAt_;
+    std::optional<Moment> success_;
+    std::optional<Failure> failure_;
+    std::vector<Published> published_;
+    //  Numbers since the start of the process.
+    std::uint64_t connections_ = 0;
+    std::uint64_t losses_ = 0;    // failed opens and ended connections
+    std::uint64_t retries_ = 0;   // attempts to send pending data again
+    std::uint64_t refusals_ = 0;  // answers by which the server refused a request
+    bool failing_ = false;        // the last exchange has failed
+    bool changed_ = true;
+};
+
+}  // namespace rdbopen
+
+#endif

@@ -1,0 +1,52 @@
+//  The text of the state file, line by line: a key, then words that are separated by single spaces.
+//
+//      failure 1764000000000 5000000 1014 the connection was refused
+//      key     moment                code text
+//
+//  docs/user/state.md describes the format.
+//
+//  Threads: one thread at a time per object.
+#ifndef RDBAPI_OPEN_ENGINE_STATE_TEXT_H
+#define RDBAPI_OPEN_ENGINE_STATE_TEXT_H
+
+#include "engine/clock.h"
+
+#include <string>
+#include <string_view>
+
+namespace rdbopen {
+
+//  The first line of the file: name and version of the format.
+inline constexpr std::string_view stateFormat = "addrpubd-state 1";
+
+//  Maximum number of bytes of a text, before escaping. A longer text is cut.
+inline constexpr std::size_t maxStateBytes = 2048;
+
+class StateText {
+public:
+    //  Begins a line.
+    StateText& line(std::string_view key);
+
+    //  Append to the line. text doubles each backslash and writes control characters and byte 0x7f as \xHH; it is the
+    //  last part of its line. word does the same with spaces, too, so that it remains one word; an empty word is "-".
+    StateText& number(std::uint64_t value);
+    StateText& moment(Moment value);
+    StateText& text(std::string_view value);
+    StateText& word(std::string_view value);
+
+    //  Appends whole lines, which may be empty.
+    void lines(std::string_view whole);
+
+    //  Returns all lines.
+    std::string take() &&;
+
+private:
+    void append(std::string_view value, bool escapeSpaces);
+    void endLine();
+
+    std::string text_;
+};
+
+}  // namespace rdbopen
+
+#endif
