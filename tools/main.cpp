@@ -2,6 +2,7 @@
 #include "check.h"
 #include "inifile.h"
 #include "show.h"
+#include "status.h"
 
 #include <cstdio>
 #include <cstring>
@@ -12,11 +13,19 @@ namespace {
 constexpr char usual_place[] = ADDRPUBD_INI;
 
 constexpr char usage[] = "usage: addrpubd-check [FILE]\n"
+                         "       addrpubd-check --status [--json | --prometheus] [INSTANCE | FOLDER]\n"
                          "\n"
                          "Reports what addrpubd does with an ini file. Without FILE it checks the addrpubd.ini in the\n"
                          "folder of this program or, if there is none, " ADDRPUBD_INI ".\n"
                          "\n"
-                         "Exit status: 0 no findings, 1 warnings, 2 the service would not start.\n";
+                         "Exit status: 0 no findings, 1 warnings, 2 the service would not start.\n"
+                         "\n"
+                         "With --status it reports what the running service does, as text, JSON or metrics for\n"
+                         "Prometheus. It reads the state in /run/addrpubd, in /run/addrpubd/INSTANCE, or in FOLDER,\n"
+                         "which contains a \"/\".\n"
+                         "\n"
+                         "Exit status: 0 all servers have confirmed the addresses, 1 a server is late, refuses or is\n"
+                         "not connected, 2 the service is not running or its state cannot be read.\n";
 
 //  Sets path to the file to check. Returns false for a wrong command line, with the reason in problem.
 bool readArguments(int argc, char** argv, std::string& path, std::string& problem) {
@@ -41,6 +50,8 @@ int fail(const std::string& problem) {
 int main(int argc, char** argv) {
     if (argc == 2 && std::strcmp(argv[1], "--help") == 0)
         return std::fputs(usage, stdout) < 0 ? check::status_no_start : check::status_clean;
+    if (argc >= 2 && std::strcmp(argv[1], "--status") == 0)
+        return status::run(argc - 2, argv + 2, usage);
     std::string path;
     std::string problem;
     if (!readArguments(argc, argv, path, problem)) {

@@ -1,0 +1,103 @@
+//  Reads a state file, and finds out from its lock whether its writer is running.
+#include "status_file.h"
+
+#include <cerrno>
+#include <cstring>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace status {
+
+namespace {
+
+constexpr std::size_t max_size = 1 << 20;  // bytes; a real file has a few kilobytes
+
+//  The writer may replace the file while it is read, and thereby release the lock of the old one. One replacement takes
+//  less time than a read, so a second one in a row is already improbable.
+constexpr int max_attempts = 20;
+
+class Descriptor {
+public:
+    //  O_NONBLOCK: the open of a pipe does not wait.
+    explicit Descriptor(const std::string& path)
+        : fd_(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY)) {}
+    Descriptor(const Descriptor&) = delete;
+    Descriptor& operator=(const Descriptor&) = delete;
+    ~Descriptor() {
+        if (fd_ >= 0)
+            close(fd_);
+    }
+    int get() const { return fd_; }
+
+private:
+    int fd_;
+};
+
+bool readAll(int fd, std::string& text, std::string& problem) {
+    char piece[4096];
+    ssize_t length = 0;
+    while ((length = read(fd, piece, sizeof piece)) > 0 && text.size() <= max_size)
+        text.append(piece, static_cast<std::size_t>(length));
+    if (length < 0)
+        problem = std::strerror(errno);
+    else if (text.size() > max_size)
+        problem = "it is larger than 1 MiB";
+    return problem.empty();
+}
+
+//  Asks as a reader would, so that read locks, which every user can take, do not count.
+bool isWriteLocked(int fd) {
+    struct flock whole {};
+    whole.l_type = F_RDLCK;
+    whole.l_whence = SEEK_SET;
+    return fcntl(fd, F_OFD_GETLK, &whole) == 0 && whole.l_type == F_WRLCK;
+}
+
+//  Returns whether path still names the file that is open.
+bool isSameFile(int fd, const std::string& path) {
+    struct stat opened {};
+    struct stat named {};
+    return fstat(fd, &opened) == 0 && stat(path.c_str(), &named) == 0 && opened.st_dev == named.st_dev &&
+           opened.st_ino == named.st_ino;
+}
+
+//  Returns nothing if the file was replaced or removed meanwhile.
+std::optional<Reading> readOnce(const std::string& path) {
+    Reading reading;
+    const Descriptor file(path);
+    if (file.get() < 0) {
+        if (errno != ENOENT && errno != ENOTDIR)
+            reading = {Found::unknown, std::strerror(errno), {}};
+        return reading;
+    }
+    struct stat state {};
+    std::string text;
+    reading.found = Found::unknown;
+    if (fstat(file.get(), &state) != 0 || !S_ISREG(state.st_mode)) {
+        reading.problem = "it is not a regular file";
+        return reading;
+    }
+    if (!readAll(file.get(), text, reading.problem))
+        return reading;
+    const bool locked = isWriteLocked(file.get());
+    if (!locked && !isSameFile(file.get(), path))
+        return {};
+    if (std::optional<State> parsed = parseState(text, reading.problem)) {
+        reading.state = std::move(*parsed);
+        reading.found = locked ? Found::running : Found::ended;
+    }
+    return reading;
+}
+
+}  // namespace
+
+Reading readState(const std::string& folder) {
+    const std::string path = folder + "/state";
+    for (int attempt = 0; attempt < max_attempts; ++attempt)
+        if (std::optional<Reading> reading = readOnce(path))
+            return *reading;
+    return {Found::unknown, "it is replaced continually", {}};
+}
+
+}  // namespace status
