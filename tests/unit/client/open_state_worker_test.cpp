@@ -1,0 +1,123 @@
+//  What the workers write into the state file.
+#include "engine/state_board.h"
+#include "open_worker_fixture.h"
+
+namespace {
+
+using namespace rdbopen;
+using namespace opentest;
+
+//  One folder for all tests of the program, because the library chooses its folder once.
+const Folder& stateFolder() {
+    static const Folder folder;
+    static const bool chosen = (stateFile.chooseFolder(folder.path().c_str()), true);
+    (void)chosen;
+    return folder;
+}
+
+struct WorkerState : WorkerTest {
+    WorkerState() : path(stateFolder().file("state")) {}
+    std::string text() const { return readText(path); }
+    bool has(const std::string& line) const { return text().find("\n" + line) != std::string::npos; }
+    bool eventuallyHas(const std::string& line) const {
+        return eventually([&] { return has(line); });
+    }
+
+    const std::string path;
+};
+
+TEST_F(WorkerState, AServerThatWasNeverReachedIsNamed) {
+    script->opens = {backendFailed("no route")};
+    maxSkippedWait = 0;
+    ASSERT_EQ(connectFake(handle, script), 0);
+    EXPECT_TRUE(eventuallyHas("phase waiting\n"));
+    EXPECT_TRUE(has("server any\nlabel fake\n"));
+    EXPECT_TRUE(has("failure "));
+    EXPECT_NE(text().find(" 1014 no route\n"), std::string::npos);
+    EXPECT_TRUE(has("next open "));
+    maxSkippedWait = std::numeric_limits<int>::max();
+}
+
+TEST_F(WorkerState, AConnectionIsWrittenAtOnce) {
+    connect();
+    EXPECT_TRUE(eventuallyHas("phase connected\n"));
+    EXPECT_TRUE(has("connections 1\n"));
+}
+
+TEST_F(WorkerState, APutIsPublished) {
+    connect();
+    ASSERT_EQ(put("::1"), 0);
+    EXPECT_TRUE(eventuallyHas("published "));
+    EXPECT_NE(text().find(" t ::1\n"), std::string::npos);
+}
+
+TEST_F(WorkerState, ARefusedPutIsPending) {
+    maxSkippedWait = 0;
+    connect();
+    script->requests = {serverRefused("read only")};
+    ASSERT_EQ(put("::1"), errorServerRefused);
+    EXPECT_TRUE(eventuallyHas("pending t ::1\n"));
+    EXPECT_TRUE(has("refusals 1\n"));
+    EXPECT_TRUE(has("next retry "));
+    maxSkippedWait = std::numeric_limits<int>::max();
+}
+
+TEST_F(WorkerState, ARetryIsCounted) {
+    connect();
+    script->requests = {serverRefused("read only")};
+    ASSERT_EQ(put("::1"), errorServerRefused);
+    EXPECT_TRUE(eventuallyHas("retries 1\n"));
+    EXPECT_TRUE(eventuallyHas("published "));
+}
+
+TEST_F(WorkerState, ARepetitionWithoutAnExchangeIsNoSuccess) {
+    script->checkSeconds = 3600;
+    maxSkippedWait = 0;
+    connect();
+    ASSERT_EQ(put("::1"), 0);
+    ASSERT_TRUE(eventuallyHas("success "));
+    const std::string before = text();
+    ASSERT_EQ(put("::1"), 0);
+    ASSERT_EQ(send("x"), 0);
+    replies.take();
+    ASSERT_TRUE(eventually([&] { return text() != before; }));
+    const auto published = [](const std::string& whole) {
+        return whole.substr(whole.find("\npublished "), whole.find(" t ::1") - whole.find("\npublished "));
+    };
+    EXPECT_EQ(published(text()), published(before));
+    maxSkippedWait = std::numeric_limits<int>::max();
+}
+
+TEST_F(WorkerState, ClosingTheLastHandleRemovesTheFile) {
+    connect();
+    ASSERT_TRUE(eventuallyHas("phase connected\n"));
+    rdb_disconnect(handle);
+    EXPECT_FALSE(std::filesystem::exists(path));
+    end();
+    EXPECT_FALSE(std::filesystem::exists(path));
+}
+
+TEST_F(WorkerState, AClosedHandleIsRemovedFromTheFile) {
+    connect();
+    const int other = rdb_create();
+    ASSERT_EQ(connectFake(other, std::make_shared<Script>()), 0);
+    const auto servers = [this] {
+        const std::string whole = text();
+        return whole.find("server ") == whole.rfind("server ") ? 1 : 2;
+    };
+    ASSERT_TRUE(eventually([&] { return servers() == 2; }));
+    rdb_destory(other);
+    EXPECT_TRUE(eventually([&] { return has("server ") && servers() == 1; }));
+}
+
+TEST_F(WorkerState, AThreadThatCannotBeStartedLeavesNoConnection) {
+    failThreads = true;
+    EXPECT_EQ(connectFake(handle, script), errorNoResources);
+    failThreads = false;
+    connect();
+    ASSERT_TRUE(eventuallyHas("phase connected\n"));
+    rdb_disconnect(handle);
+    EXPECT_FALSE(std::filesystem::exists(path));
+}
+
+}  // namespace
