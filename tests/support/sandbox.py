@@ -189,13 +189,18 @@ class Sandbox:
     def _status(self, pid):
         return self.request({"op": "status", "pid": pid})[0]["status"]
 
-    def run(self, *argv, **options):
-        """Runs a program, which must succeed. Returns its output."""
+    def result(self, *argv, **options):
+        """Runs a program. Returns its exit status and its output."""
         process = self.spawn(*argv, **options)
         output = process.all_output()
         status = process.wait()
         self._processes.remove(process)
         process.close()
+        return status, output
+
+    def run(self, *argv, **options):
+        """Runs a program, which must succeed. Returns its output."""
+        status, output = self.result(*argv, **options)
         assert status == 0, f"{argv}: status {status}, output {output!r}"
         return output
 

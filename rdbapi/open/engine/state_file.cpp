@@ -6,6 +6,7 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <utility>
 
 namespace rdbopen {
 
@@ -76,6 +77,7 @@ void StateFile::write(std::string_view text) noexcept {
         return;
     if (!replace(text)) {
         remove();
+        closeCurrent();  // an open file would keep its space
         replace(text);
     }
 }
@@ -113,10 +115,14 @@ bool StateFile::replace(std::string_view text) noexcept {
         close(descriptor);
         return !wanted;
     }
-    if (currentFd_ >= 0)
-        close(currentFd_);
+    closeCurrent();
     currentFd_ = descriptor;
     return true;
+}
+
+void StateFile::closeCurrent() noexcept {
+    if (currentFd_ >= 0)
+        close(std::exchange(currentFd_, -1));
 }
 
 //  Returns the descriptor of the new file, which is locked before other users can open it, or -1.

@@ -51,6 +51,7 @@ private:
     bool lock() noexcept;
     bool replace(std::string_view text) noexcept;
     int createNew(std::string_view text) const noexcept;
+    void closeCurrent() noexcept;
     void remove() const noexcept;
 
     static constexpr std::size_t maxPath = 256;  // bytes; a longer path is no folder of systemd
