@@ -1,6 +1,7 @@
 #include "dns/backend.h"
 
 #include "dns/check.h"
+#include "dns/holdings.h"
 #include "dns/pointers.h"
 #include "dns/primary.h"
 #include "dns/records.h"
@@ -21,7 +22,7 @@ namespace {
 constexpr std::chrono::milliseconds openLimit{10000};
 constexpr std::chrono::milliseconds checkLimit{10000};
 
-class DnsBackend : public Backend, public DnsUpdateBackend {
+class DnsBackend : public Backend, public DnsUpdateBackend, public Inspector {
 public:
     DnsBackend(DnsZone zone, std::string keyName, std::string password, std::unique_ptr<Stream> stream)
         : zone_(std::move(zone)), keyName_(std::move(keyName)), password_(std::move(password)),
@@ -29,6 +30,7 @@ public:
 
     std::string label() const override { return zone_.scheme + "://" + serversText(zone_.servers) + "/" + zone_.zone; }
     UpdateBackend* updates() noexcept override { return this; }
+    Inspector* inspector() noexcept override { return this; }
 
     Status open(const Waiter& waiter) override;
     void close() noexcept override { waiter_ = nullptr; }
@@ -36,6 +38,10 @@ public:
     std::chrono::milliseconds checkInterval() const noexcept override { return zone_.check; }
     bool checksArePreemptible() const noexcept override { return true; }
     Status checkRequest(std::string_view text) override;
+
+    Status openToRead(const Waiter& waiter) override { return open(waiter); }
+    Result<Holdings> held(const HostNames& host) override;
+    Status remove(std::vector<RemovalStep>& steps) override;
 
 private:
     //  One operation at one address. share: the time at which the next address should be tried.
@@ -62,6 +68,7 @@ private:
     std::vector<Server> servers_;     // those of the url; otherwise the primary server, once it has been found
     ServerAddresses addresses_;
     Pointers pointers_;
+    std::optional<ZoneHoldings> holdings_;  // the last result of held
 };
 
 //  Reads the password file each time, so that a key can be changed while the service runs.
@@ -229,6 +236,35 @@ Status DnsBackend::checkRequest(std::string_view text) {
     if (zone_.servers.empty() && status.failover)
         status.code = errorBackendFailed;
     return named(std::move(status));
+}
+
+Result<Holdings> DnsBackend::held(const HostNames& host) {
+    const Result<std::string> full = nameInZone(host.name, zone_.zone);
+    if (!full.ok())
+        return full.status();
+    if (!isDnsName(*full))
+        return Status{errorBadRequest, "the name " + host.name + " is not a host name"};
+    Result<TsigKey> key = readKey();
+    if (!key.ok())
+        return key.status();
+    std::chrono::milliseconds until = monotonicNow() + checkLimit;
+    if (Status failed = lookUp(until); !failed.ok())
+        return failed;
+    Status status = atServer(std::move(*key), until, [&](DnsExchange& exchange, auto) {
+        return holdings_.emplace(zone_.zone, *full, host.httpsPorts, zone_.reverseZones).find(exchange, until);
+    });
+    return status.ok() ? Result<Holdings>(holdings_->holdings()) : status;
+}
+
+Status DnsBackend::remove(std::vector<RemovalStep>& steps) {
+    Result<TsigKey> key = readKey();
+    std::chrono::milliseconds until = monotonicNow() + checkLimit;
+    Status status = key.ok() ? lookUp(until) : key.status();
+    if (status.ok())
+        status = atServer(std::move(*key), until,
+                          [&](DnsExchange& exchange, auto) { return holdings_->remove(exchange, until); });
+    steps = holdings_->steps(status);
+    return status;
 }
 
 }  // namespace

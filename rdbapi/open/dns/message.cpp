@@ -147,6 +147,30 @@ Result<DnsBytes> pointerMessage(std::uint16_t id, const std::string& zone, std::
     return writer.take();
 }
 
+Result<DnsBytes> removalMessage(std::uint16_t id, const std::string& zone, const std::vector<RecordSet>& held,
+                                const std::vector<RecordSet>& removed) {
+    Writer writer(id, opcodeUpdate);
+    writer.question(zone, typeSoa);
+    for (const RecordSet& set : held)
+        for (const DnsBytes& data : set.records)
+            if (writer.fits())
+                writer.record(Section::prerequisites, set.owner, set.type, classIn, 0, data);
+    //  A set is deleted as a whole if nothing of it remains (RFC 2136 section 2.5.2), because PowerDNS does not find
+    //  every single record (section 2.5.4: class NONE).
+    for (std::size_t i = 0; i < removed.size(); ++i) {
+        const RecordSet& set = removed[i];
+        if (set.records.size() == held[i].records.size())
+            writer.record(Section::updates, set.owner, set.type, classAny, 0, {});
+        else
+            for (const DnsBytes& data : set.records)
+                if (writer.fits())
+                    writer.record(Section::updates, set.owner, set.type, classNone, 0, data);
+    }
+    if (!writer.fits())
+        return updateTooLong();
+    return writer.take();
+}
+
 DnsBytes absenceMessage(std::uint16_t id, const std::string& zone, const std::string& owner, std::uint16_t type) {
     Writer writer(id, opcodeUpdate);
     writer.question(zone, typeSoa);

@@ -32,6 +32,7 @@ inline constexpr std::uint16_t typeSoa = 6;     // RFC 1035
 inline constexpr std::uint16_t typePtr = 12;    // RFC 1035
 inline constexpr std::uint16_t typeAaaa = 28;   // RFC 3596
 inline constexpr std::uint16_t typeHttps = 65;  // RFC 9460
+inline constexpr std::uint16_t typeAny = 255;   // RFC 1035, in queries: all types
 
 inline constexpr unsigned opcodeQuery = 0;
 inline constexpr unsigned opcodeUpdate = 5;
@@ -71,6 +72,12 @@ Result<DnsBytes> updateMessage(std::uint16_t id, const std::string& zone, std::u
 //  is an alias.
 Result<DnsBytes> pointerMessage(std::uint16_t id, const std::string& zone, std::uint32_t ttl, const DnsBytes& target,
                                 const std::vector<std::string>& removed, const std::vector<std::string>& added);
+
+//  Returns an update of zone that deletes the records of removed[i] from the set held[i], for each i. Its prerequisites
+//  (RFC 2136 section 2.4.2) require that the zone itself has exactly the sets held; otherwise the server answers
+//  NXRRSET and changes nothing. Fails with updateTooLong. Requires: both have the same owners and types, and records.
+Result<DnsBytes> removalMessage(std::uint16_t id, const std::string& zone, const std::vector<RecordSet>& held,
+                                const std::vector<RecordSet>& removed);
 
 //  Returns the failure of an update that would be longer than maxDnsMessageSize: errorBadRequest.
 Status updateTooLong();

@@ -12,10 +12,6 @@ namespace {
 
 constexpr std::uint16_t httpsPort = 443;
 
-//  SvcParamKeys, RFC 9460 section 14.3.2. They must be in ascending order in a record.
-constexpr std::uint16_t keyPort = 3;
-constexpr std::uint16_t keyIpv6Hint = 6;
-
 //  Returns the data of an HTTPS record (RFC 9460 section 2.2). port 0: no port. An empty target means ".".
 DnsBytes httpsRecord(std::size_t priority, const std::string& target, std::uint16_t port,
                      const std::vector<Ipv6Address>& addresses) {

@@ -22,6 +22,10 @@ namespace rdbopen {
 //  records have all addresses.
 inline constexpr std::size_t maxHints = 16;
 
+//  SvcParamKeys, RFC 9460 section 14.3.2. They must be in ascending order in a record.
+inline constexpr std::uint16_t keyPort = 3;
+inline constexpr std::uint16_t keyIpv6Hint = 6;
+
 //  Returns the name in zone that name denotes: name itself if it is the zone's name or below it, NAME.ZONE if it has no
 //  dot. Fails with errorBadRequest if name is not in the zone.
 Result<std::string> nameInZone(const std::string& name, const std::string& zone);

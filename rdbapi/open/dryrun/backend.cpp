@@ -13,6 +13,7 @@ public:
     std::string label() const override { return "log:"; }
     TagBackend* tags() noexcept override { return this; }
     UpdateBackend* updates() noexcept override { return this; }
+    Inspector* inspector() noexcept override { return &inspector_; }
 
     Status open(const Waiter&) override { return {}; }
     void close() noexcept override {}
@@ -26,6 +27,7 @@ private:
     void log(const std::string& text) const { reportInfo(label(), text); }
 
     std::set<std::string, std::less<>> tags_;
+    RemarkInspector inspector_{"nothing is stored: log: is a dry run"};
 };
 
 //  A tag exists only after its import, so the service takes the same steps as with an empty server.

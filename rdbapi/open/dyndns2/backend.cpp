@@ -28,6 +28,7 @@ public:
 
     std::string label() const override { return "dyndns2+https://" + serverText(provider_.server) + provider_.path; }
     UpdateBackend* updates() noexcept override { return this; }
+    Inspector* inspector() noexcept override { return &inspector_; }
 
     Status open(const Waiter& waiter) override;
     void close() noexcept override { waiter_ = nullptr; }
@@ -52,6 +53,9 @@ private:
     std::optional<Refusal> refusal_;
     std::string accepted_;                     // query of the last accepted request, or empty
     std::chrono::milliseconds acceptedAt_{0};  // monotonic
+    RemarkInspector inspector_{
+        "the protocol dyndns2 has no request that shows or deletes a name: delete it in the account at "
+        "the provider"};
 };
 
 HttpsRequest Dyndns2Backend::requestFor(const std::string& query, const std::string& password) const {

@@ -5,6 +5,7 @@
 //      Backend        open, probe, close
 //        tags()    -> TagBackend       get, import, put, refresh, checkValue: for an rdb server
 //        updates() -> UpdateBackend    apply, refusal, checkRequest: for a DNS server
+//        inspector() -> Inspector      openToRead, held, remove: for tools of the administrator (inspector.h)
 //
 //      closed --open() ok--> open --any request returns errorBackendFailed--> close() --back-off--> open() ...
 //                             |
@@ -22,6 +23,7 @@
 #ifndef RDBAPI_OPEN_ENGINE_BACKEND_H
 #define RDBAPI_OPEN_ENGINE_BACKEND_H
 
+#include "engine/inspector.h"
 #include "engine/status.h"
 #include "engine/waiter.h"
 #include "rdbapi.h"
@@ -104,6 +106,7 @@ public:
     //  Return the interfaces that this back end implements, or null for the others. The back end owns them.
     virtual TagBackend* tags() noexcept { return nullptr; }
     virtual UpdateBackend* updates() noexcept { return nullptr; }
+    virtual Inspector* inspector() noexcept { return nullptr; }
 
     //  Returns the name used in syslog lines; it contains neither user nor password.
     virtual std::string label() const = 0;

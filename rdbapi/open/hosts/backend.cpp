@@ -3,6 +3,7 @@
 #include "files/lock.h"
 #include "files/replace.h"
 #include "hosts/hosts_file.h"
+#include "net/host_name.h"
 #include "net/url.h"
 #include "request/dns_request.h"
 
@@ -22,15 +23,20 @@ Status unreadable(const Status& failure) {
     return backendFailed("the file cannot be read: " + failure.reason);
 }
 
-class HostsBackend : public Backend, public DnsUpdateBackend {
+class HostsBackend : public Backend, public DnsUpdateBackend, public Inspector {
 public:
     HostsBackend(const std::string& path, AddressFilter filter) : path_(path), filter_(std::move(filter)) {}
 
     std::string label() const override { return "hosts://" + path_; }
     UpdateBackend* updates() noexcept override { return this; }
+    Inspector* inspector() noexcept override { return this; }
 
     Status open(const Waiter& waiter) override;
     void close() noexcept override {}
+
+    Status openToRead(const Waiter&) override { return {}; }
+    Result<Holdings> held(const HostNames& host) override;
+    Status remove(std::vector<RemovalStep>& steps) override;
 
 private:
     Status update(const DnsRequest& request) override;
@@ -38,7 +44,9 @@ private:
 
     std::string path_;
     const AddressFilter filter_;
-    bool flushed_ = false;  // the directory was flushed after the last rename by this back end
+    bool flushed_ = false;            // the directory was flushed after the last rename by this back end
+    std::string shownName_;           // of the last call of held
+    std::vector<std::string> shown_;  // own lines in its result
 };
 
 Status HostsBackend::open(const Waiter&) {
@@ -91,6 +99,37 @@ Status HostsBackend::flush(const FilePlace& place) {
     Status status = flushDirectory(place);
     flushed_ = status.ok();
     return flushed_ ? Status{} : failedTo("the folder cannot be flushed", std::move(status));
+}
+
+//  Needs no lock: a writer replaces the file by a rename.
+Result<Holdings> HostsBackend::held(const HostNames& host) {
+    if (!isDnsName(host.name))
+        return Status{errorBadRequest, "the name " + host.name + " is not a host name"};
+    FilePlace place;
+    if (Status failed = resolveFile(path_, place); !failed.ok())
+        return failedTo("the file cannot be reached", std::move(failed));
+    const Result<FileText> text = readFile(place);
+    if (!text.ok())
+        return unreadable(text.status());
+    HostLines lines = hostLines(text->bytes, host.name);
+    Holdings holdings;
+    for (const std::string& line : lines.own)
+        holdings.records.push_back({line, {}});
+    for (const std::string& line : lines.others)
+        holdings.records.push_back({line, "the line is not of the service"});
+    shownName_ = host.name;
+    shown_ = std::move(lines.own);
+    return holdings;
+}
+
+//  All own lines are removed, also one that was added since held: the service writes all of them together.
+Status HostsBackend::remove(std::vector<RemovalStep>& steps) {
+    if (shown_.empty())
+        return {};
+    DnsRequest none;
+    none.name = shownName_;
+    steps.push_back({shown_, update(none)});
+    return steps.back().status;
 }
 
 }  // namespace

@@ -1,6 +1,8 @@
 #include "hosts/hosts_file.h"
 
+#include <algorithm>
 #include <arpa/inet.h>
+#include <strings.h>
 
 namespace rdbopen {
 
@@ -23,6 +25,24 @@ std::string tailOf(std::string_view name) {
     return tail;
 }
 
+bool isOwnLine(std::string_view line, const std::string& tail) {
+    return line.ends_with(tail) && isAddress(line.substr(0, line.size() - tail.size()));
+}
+
+//  Returns whether one of the words after the first one, before a comment, is name. Upper and lower case are the same.
+bool namesHost(std::string_view line, std::string_view name) {
+    line = line.substr(0, line.find_first_of("#\n"));
+    for (bool first = true;; first = false) {
+        line.remove_prefix(std::min(line.find_first_not_of(" \t\r"), line.size()));
+        if (line.empty())
+            return false;
+        const std::string word(line.substr(0, line.find_first_of(" \t\r")));
+        if (!first && word.size() == name.size() && strncasecmp(word.c_str(), name.data(), name.size()) == 0)
+            return true;
+        line.remove_prefix(word.size());
+    }
+}
+
 }  // namespace
 
 std::string withHostLines(std::string_view file, std::string_view name, std::span<const std::string> addresses) {
@@ -39,7 +59,7 @@ std::string withHostLines(std::string_view file, std::string_view name, std::spa
         const bool complete = feed != std::string_view::npos;
         const std::string_view line = file.substr(0, complete ? feed + 1 : file.size());
         file.remove_prefix(line.size());
-        const bool isOwn = line.ends_with(tail) && isAddress(line.substr(0, line.size() - tail.size()));
+        const bool isOwn = isOwnLine(line, tail);
         if (!placed && (isOwn || !complete)) {
             result.append(own);
             placed = true;
@@ -48,6 +68,21 @@ std::string withHostLines(std::string_view file, std::string_view name, std::spa
             result.append(line);
     }
     return placed ? result : result.append(own);
+}
+
+HostLines hostLines(std::string_view file, std::string_view name) {
+    const std::string tail = tailOf(name);
+    HostLines found;
+    while (!file.empty()) {
+        const std::string_view line = file.substr(0, std::min(file.find('\n'), file.size() - 1) + 1);
+        file.remove_prefix(line.size());
+        std::string text(line.substr(0, line.find('\n')));
+        if (isOwnLine(line, tail))
+            found.own.push_back(std::move(text));
+        else if (namesHost(line, name))
+            found.others.push_back(std::move(text));
+    }
+    return found;
 }
 
 }  // namespace rdbopen

@@ -14,6 +14,7 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace rdbopen {
 
@@ -21,6 +22,15 @@ namespace rdbopen {
 //  the first own line, or after the last complete line if there is none. A last line without a line feed stays last.
 //  Requires: name and addresses are valid (request/dns_request.h).
 std::string withHostLines(std::string_view file, std::string_view name, std::span<const std::string> addresses);
+
+//  The lines of a file that concern a host, without line feeds.
+struct HostLines {
+    std::vector<std::string> own;
+    std::vector<std::string> others;  // lines of other programs with an address and the name
+};
+
+//  Returns the lines of file that are own lines of name, or that name the host otherwise (hosts(5)).
+HostLines hostLines(std::string_view file, std::string_view name);
 
 }  // namespace rdbopen
 

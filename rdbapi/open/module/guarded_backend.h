@@ -79,14 +79,38 @@ private:
     UpdateBackend* updates_;
 };
 
+class GuardedInspector final : public Inspector {
+public:
+    explicit GuardedInspector(Inspector* inspector) noexcept : inspector_(inspector) {}
+
+    Status openToRead(const Waiter& waiter) noexcept override {
+        return guarded([&] { return inspector_->openToRead(waiter); });
+    }
+    Result<Holdings> held(const HostNames& host) noexcept override {
+        try {
+            return inspector_->held(host);
+        } catch (...) {
+            return Status{errorBackendFailed, "out of memory"};  // short enough to need no allocation
+        }
+    }
+    Status remove(std::vector<RemovalStep>& steps) noexcept override {
+        return guarded([&] { return inspector_->remove(steps); });
+    }
+
+private:
+    Inspector* inspector_;
+};
+
 //  Owns a back end and forwards each operation to it.
 class GuardedBackend final : public Backend {
 public:
     explicit GuardedBackend(std::unique_ptr<Backend> backend) noexcept
-        : backend_(std::move(backend)), tags_(backend_->tags()), updates_(backend_->updates()) {}
+        : backend_(std::move(backend)), tags_(backend_->tags()), updates_(backend_->updates()),
+          inspector_(backend_->inspector()) {}
 
     TagBackend* tags() noexcept override { return backend_->tags() == nullptr ? nullptr : &tags_; }
     UpdateBackend* updates() noexcept override { return backend_->updates() == nullptr ? nullptr : &updates_; }
+    Inspector* inspector() noexcept override { return backend_->inspector() == nullptr ? nullptr : &inspector_; }
     std::string label() const noexcept override {
         return guardedText([this] { return backend_->label(); });
     }
@@ -105,6 +129,7 @@ private:
     std::unique_ptr<Backend> backend_;
     GuardedTags tags_;
     GuardedUpdates updates_;
+    GuardedInspector inspector_;
 };
 
 using MakeBackend = BackendResult(const Url&, const Credentials&);

@@ -3,6 +3,7 @@
 #include "engine/clock.h"
 #include "net/tcp_stream.h"
 #include "redis/cluster_route.h"
+#include "redis/inspector.h"
 #include "redis/objects.h"
 #include "redis/sentinel_route.h"
 #include "redis/server_route.h"
@@ -28,10 +29,11 @@ void copyTo(RdbTag& tag, const RedisTag& stored) noexcept {
 class RedisBackend : public Backend, public TagBackend {
 public:
     RedisBackend(std::unique_ptr<RedisRoute> route, RedisLimits limits, const RedisScript& putScript)
-        : route_(std::move(route)), limits_(limits), putScript_(putScript) {}
+        : route_(std::move(route)), limits_(limits), putScript_(putScript), inspector_(*route_) {}
 
     std::string label() const override { return route_->label(); }
     TagBackend* tags() noexcept override { return this; }
+    Inspector* inspector() noexcept override { return &inspector_; }
 
     Status open(const Waiter& waiter) override;
     void close() noexcept override { route_->close(); }
@@ -57,6 +59,7 @@ private:
     const RedisScript& putScript_;
     std::chrono::milliseconds until_{0};  // time limit of the current request
     bool valueChecked_ = false;           // since the last probe
+    RedisInspector inspector_;
 };
 
 Status RedisBackend::open(const Waiter& waiter) {

@@ -6,6 +6,7 @@
 #include "sqlite/creation.h"
 #include "sqlite/damage.h"
 #include "sqlite/files.h"
+#include "sqlite/reader.h"
 #include "sqlite/schema.h"
 
 #include <algorithm>
@@ -26,13 +27,14 @@ bool isEmptyLog(const FilePlace& place) {
     return lstat((place.path() + "-wal").c_str(), &log) == 0 && log.st_size == 0;
 }
 
-class SqliteBackend : public Backend, public TagBackend {
+class SqliteBackend : public Backend, public TagBackend, public Inspector {
 public:
     SqliteBackend(const std::string& path, std::uint32_t history) : path_(path), history_(history) {}
     ~SqliteBackend() override { SqliteBackend::close(); }
 
     std::string label() const override { return "sqlite://" + path_; }
     TagBackend* tags() noexcept override { return this; }
+    Inspector* inspector() noexcept override { return this; }
 
     Status open(const Waiter& waiter) override;
     void close() noexcept override;
@@ -42,6 +44,10 @@ public:
     std::chrono::milliseconds checkInterval() const noexcept override { return checkAfter; }
     Status probe() override;
     Status checkValue(const RdbSnapshot& record) override;
+
+    Status openToRead(const Waiter& waiter) override;
+    Result<Holdings> held(const HostNames& host) override;
+    Status remove(std::vector<RemovalStep>& steps) override;
 
 private:
     Status failed(const char* what, Status cause);
@@ -59,6 +65,7 @@ private:
     Status putChange(const RdbSnapshot& record, std::int64_t tag, std::int64_t now);
     Result<bool> holds(const RdbSnapshot& record);
     Status writtenBy(SqliteStatement& statement);
+    Status removeShown();
 
     std::string path_;
     const std::uint32_t history_;  // maximum number of history rows of a tag
@@ -69,6 +76,11 @@ private:
     bool recorded_ = false;  // files_ has recorded the state after the last request
     bool changed_ = false;   // a program other than SQLite has changed the files since then
     bool suspect_ = false;   // SQLite has reported damage; the file has not been checked since
+
+    const Waiter* readWaiter_ = nullptr;  // set by openToRead
+    std::string shownName_;               // of the last call of held
+    SqliteName shown_;                    // its result
+    Holdings holdings_;                   // the same as texts
 };
 
 //  Returns cause with what before its reason. Requires: cause is the last result of SQLite.
@@ -346,6 +358,61 @@ Status SqliteBackend::transaction(Body body) {
     if (database_.inTransaction())
         database_.rollBack();
     return status.ok() ? checkpoint() : status;
+}
+
+Status SqliteBackend::openToRead(const Waiter& waiter) {
+    readWaiter_ = &waiter;
+    Status status = resolveFile(path_, place_);
+    return status.ok() ? status : failedTo("the file cannot be reached", std::move(status));
+}
+
+Result<Holdings> SqliteBackend::held(const HostNames& host) {
+    Result<SqliteName> found = readSqliteName(place_, host.name);
+    if (!found.ok())
+        return found.status();
+    holdings_ = {};
+    if (found->hasTag)
+        holdings_.records.push_back({"tag " + host.name, {}});
+    if (found->value)
+        holdings_.records.push_back({"value " + host.name + " = " + found->value->value, {}});
+    if (found->changes != 0)
+        holdings_.records.push_back({"history " + host.name + ", changes: " + std::to_string(found->changes), {}});
+    shownName_ = host.name;
+    shown_ = std::move(*found);
+    return holdings_;
+}
+
+Status SqliteBackend::remove(std::vector<RemovalStep>& steps) {
+    if (!shown_.hasTag)
+        return {};
+    Status status = open(*readWaiter_);
+    if (status.ok())
+        status = transaction([this] { return removeShown(); });
+    steps.push_back({textsOfOurs(holdings_), status});
+    return status;
+}
+
+//  Requires: inside a transaction.
+Status SqliteBackend::removeShown() {
+    std::optional<SqliteValue> current;
+    const Result<bool> found = findValue_.bind(1, std::string_view(shownName_)).step();
+    if (found.ok() && *found)
+        current = {findValue_.column(0), std::string(findValue_.text(1))};
+    findValue_.reset();
+    if (!found.ok())
+        return failed("cannot be read", found.status());
+    if (current != shown_.value)
+        return serverRefused("the value has changed since it was shown; nothing was deleted");
+    for (const char* sql :
+         {"DELETE FROM history WHERE tag = (SELECT id FROM tag WHERE name = ?1)",
+          "DELETE FROM snapshot WHERE tag = (SELECT id FROM tag WHERE name = ?1)", "DELETE FROM tag WHERE name = ?1"}) {
+        Result<SqliteStatement> statement = database_.prepare(sql);
+        if (!statement.ok())
+            return failed("cannot be written", statement.status());
+        if (Status status = writtenBy(statement->bind(1, std::string_view(shownName_))); !status.ok())
+            return status;
+    }
+    return {};
 }
 
 }  // namespace

@@ -15,6 +15,21 @@ Status failureOf(sqlite3* connection) {
     return backendFailed(connection == nullptr ? "out of memory" : sqlite3_errmsg(connection));
 }
 
+//  Returns the url of a file that no program changes (https://www.sqlite.org/uri.html, section 3.3).
+std::string immutableUri(const std::string& path) {
+    static constexpr char digits[] = "0123456789abcdef";
+    std::string uri = "file:";
+    for (const char c : path) {
+        if (c != '?' && c != '#' && c != '%') {
+            uri += c;
+            continue;
+        }
+        const auto byte = static_cast<unsigned char>(c);
+        uri.append({'%', digits[byte >> 4], digits[byte & 15]});
+    }
+    return uri + "?immutable=1";
+}
+
 }  // namespace
 
 SqliteStatement& SqliteStatement::bind(int index, std::int64_t value) {
@@ -48,8 +63,17 @@ std::string_view SqliteStatement::text(int index) {
 }
 
 Status SqliteDatabase::open(const std::string& path) {
+    return openWith(path, SQLITE_OPEN_READWRITE);
+}
+
+Status SqliteDatabase::openReadOnly(const std::string& path, bool shared) {
+    return shared ? openWith(path, SQLITE_OPEN_READONLY)
+                  : openWith(immutableUri(path), SQLITE_OPEN_READONLY | SQLITE_OPEN_URI);
+}
+
+Status SqliteDatabase::openWith(const std::string& path, int flags) {
     sqlite3* connection = nullptr;
-    const int flags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOFOLLOW | SQLITE_OPEN_NOMUTEX | SQLITE_OPEN_EXRESCODE;
+    flags |= SQLITE_OPEN_NOFOLLOW | SQLITE_OPEN_NOMUTEX | SQLITE_OPEN_EXRESCODE;
     const int result = sqlite3_open_v2(path.c_str(), &connection, flags, nullptr);
     connection_.reset(connection);
     if (result != SQLITE_OK || sqlite3_busy_timeout(connection, busyLimit) != SQLITE_OK)

@@ -49,6 +49,10 @@ public:
     //  link. SQLite checks the folders of the path only before the open, so a later change of a folder is not detected.
     Status open(const std::string& path);
 
+    //  Opens the file at path for reading, as open does. shared: other connections may use the file at the same time;
+    //  if not, SQLite takes no lock and creates no file.
+    Status openReadOnly(const std::string& path, bool shared);
+
     //  Reads the first count bytes of the file directly, without a lock and without the journal; a shorter file is
     //  filled up with zeros. Returns the size of the file. Uses SQLite's descriptor, because closing another descriptor
     //  would release this process's locks on the file (fcntl(2)).
@@ -103,6 +107,8 @@ private:
     struct Close {
         void operator()(sqlite3* connection) const { sqlite3_close(connection); }
     };
+    Status openWith(const std::string& path, int flags);
+
     std::unique_ptr<sqlite3, Close> connection_;
 };
 

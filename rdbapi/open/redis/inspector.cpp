@@ -1,0 +1,145 @@
+#include "redis/inspector.h"
+
+#include "engine/clock.h"
+#include "redis/refusal.h"
+
+#include <algorithm>
+
+namespace rdbopen {
+
+namespace {
+
+using Kind = RedisReply::Kind;
+
+constexpr std::chrono::milliseconds loginLimit{10000};
+constexpr std::chrono::milliseconds operationLimit{5000};
+
+constexpr char foreignKey[] = "it belongs to another program";
+
+}  // namespace
+
+Status RedisInspector::openToRead(const Waiter& waiter) {
+    return route_.open(waiter, monotonicNow() + loginLimit);
+}
+
+Result<RedisReply> RedisInspector::ask(const RedisCommand& command) {
+    Result<RedisReply> reply = route_.ask(route_.groupOf(name_), command, until_);
+    if (reply.ok() && reply->is(Kind::error))
+        return refusedByRedis(command.front(), *reply);
+    return reply;
+}
+
+//  Returns the type of a key as TYPE reports it, "none" without the key.
+Result<std::string> RedisInspector::typeOf(const std::string& key) {
+    const Result<RedisReply> reply = ask({"TYPE", key});
+    if (!reply.ok())
+        return reply.status();
+    return reply->is(Kind::status) ? Result<std::string>(reply->text) : notUnderstood("TYPE");
+}
+
+Result<Holdings> RedisInspector::held(const HostNames& host) {
+    if (Status unusable = verifyName(host.name); !unusable.ok())
+        return unusable;
+    until_ = monotonicNow() + operationLimit;
+    name_ = host.name;
+    value_.reset();
+    holdings_ = {};
+    for (const auto find : {&RedisInspector::findTag, &RedisInspector::findValue, &RedisInspector::findHistory})
+        if (Status failed = (this->*find)(); !failed.ok())
+            return failed;
+    keepAllBesideForeignKeys();
+    return holdings_;
+}
+
+void RedisInspector::add(const std::string& key, const std::string& contents, bool isForeign) {
+    holdings_.records.push_back({key + (isForeign ? "" : contents), isForeign ? foreignKey : ""});
+}
+
+Status RedisInspector::findTag() {
+    const std::string key = keyOf("tag:", name_);
+    const Result<std::string> type = typeOf(key);
+    if (!type.ok() || *type == "none")
+        return type.status();
+    if (*type != "hash") {
+        add(key, {}, true);
+        return {};
+    }
+    const Result<RedisReply> reply = ask(tagQuery(name_.c_str()));
+    if (!reply.ok())
+        return reply.status();
+    const Result<std::optional<RedisTag>> tag = readTag(*reply, name_.c_str());
+    add(key, {}, !tag.ok() || !*tag);
+    return {};
+}
+
+Status RedisInspector::findValue() {
+    const std::string key = keyOf("value:", name_);
+    const Result<std::string> type = typeOf(key);
+    if (!type.ok() || *type == "none")
+        return type.status();
+    if (*type != "hash") {
+        add(key, {}, true);
+        return {};
+    }
+    const Result<RedisReply> reply = ask(valueQuery(name_.c_str()));
+    if (!reply.ok())
+        return reply.status();
+    Result<std::optional<RedisValue>> value = readValue(*reply, name_.c_str());
+    if (value.ok())
+        value_ = std::move(*value);
+    add(key, value_ ? " = " + value_->value : "", !value_);
+    return {};
+}
+
+//  The number of changes is only information, so the user may lack the permission for it.
+Status RedisInspector::findHistory() {
+    const std::string key = keyOf("history:", name_);
+    const Result<std::string> type = typeOf(key);
+    if (!type.ok() || *type == "none")
+        return type.status();
+    std::string contents;
+    if (*type == "list")
+        if (const Result<RedisReply> length = ask({"LLEN", key}); length.ok() && length->is(Kind::integer))
+            contents = ", changes: " + std::to_string(length->integer);
+    add(key, contents, *type != "list");
+    return {};
+}
+
+//  A put writes nothing if one of the keys belongs to another program, and neither does a removal.
+void RedisInspector::keepAllBesideForeignKeys() {
+    std::vector<HeldRecord>& records = holdings_.records;
+    if (std::all_of(records.begin(), records.end(), [](const HeldRecord& record) { return record.ours(); }))
+        return;
+    for (HeldRecord& record : records)
+        if (record.ours())
+            record.remains = "a key beside it belongs to another program";
+}
+
+Status RedisInspector::remove(std::vector<RemovalStep>& steps) {
+    std::vector<std::string> texts = textsOfOurs(holdings_);
+    if (texts.empty())
+        return {};
+    until_ = monotonicNow() + operationLimit;
+    steps.push_back({std::move(texts), removeShown()});
+    return steps.back().status;
+}
+
+//  Sends the whole script: a server that keeps scripts need not keep one that is used once.
+Status RedisInspector::removeShown() {
+    RedisCommand command{"EVAL", std::string(redisRemoveScript.source), "3"};
+    for (const char* kind : {"tag:", "value:", "history:"})
+        command.push_back(keyOf(kind, name_));
+    command.push_back(value_ ? std::to_string(value_->type) : "");
+    command.push_back(value_ ? value_->value : "");
+    const Result<RedisReply> reply = route_.ask(route_.groupOf(name_), command, until_);
+    if (!reply.ok())
+        return reply.status();
+    if (reply->elements.size() == 1 && reply->elements[0].text == "changed")
+        return serverRefused("the value has changed since it was shown; nothing was deleted");
+    Status status = readOutcome(*reply, redisRemoveScript);
+    if (reply->is(Kind::error) && status.reason.find("NOPERM") != std::string::npos)
+        status.reason += "; to delete keys it needs +del";
+    return status;
+}
+
+}  // namespace rdbopen

@@ -1,0 +1,42 @@
+//  What a Redis server has of one name, and its removal (engine/inspector.h). Queries use only commands for which the
+//  service needs a permission, too, except LLEN; the removal needs DEL.
+//
+//  Threads: one thread at a time.
+#ifndef RDBAPI_OPEN_REDIS_INSPECTOR_H
+#define RDBAPI_OPEN_REDIS_INSPECTOR_H
+
+#include "engine/inspector.h"
+#include "redis/objects.h"
+#include "redis/route.h"
+
+namespace rdbopen {
+
+class RedisInspector final : public Inspector {
+public:
+    //  Requires: route outlives the object.
+    explicit RedisInspector(RedisRoute& route) : route_(route) {}
+
+    Status openToRead(const Waiter& waiter) override;
+    Result<Holdings> held(const HostNames& host) override;
+    Status remove(std::vector<RemovalStep>& steps) override;
+
+private:
+    Result<RedisReply> ask(const RedisCommand& command);
+    Result<std::string> typeOf(const std::string& key);
+    Status findTag();
+    Status findValue();
+    Status findHistory();
+    void add(const std::string& key, const std::string& contents, bool isForeign);
+    void keepAllBesideForeignKeys();
+    Status removeShown();
+
+    RedisRoute& route_;
+    std::chrono::milliseconds until_{0};  // time limit of the current operation
+    std::string name_;                    // of the last call of held; this member and the next two
+    std::optional<RedisValue> value_;
+    Holdings holdings_;
+};
+
+}  // namespace rdbopen
+
+#endif

@@ -1,0 +1,38 @@
+//  Reads what a database has of one name, and changes no file: unlike the back end itself, it creates, locks for writing
+//  and repairs nothing.
+//
+//      DIR/NAME-wal exists     the database is or was in use: reads with SQLite's locks, for which it uses NAME-shm
+//      it does not             nobody has the database open: reads the file as one that nobody changes, because SQLite
+//                              would create NAME-wal and NAME-shm
+//
+//  Threads: one thread at a time.
+#ifndef RDBAPI_OPEN_SQLITE_READER_H
+#define RDBAPI_OPEN_SQLITE_READER_H
+
+#include "files/path.h"
+#include "sqlite/database.h"
+
+#include <optional>
+
+namespace rdbopen {
+
+struct SqliteValue {
+    std::int64_t type = 0;
+    std::string value;
+
+    bool operator==(const SqliteValue&) const = default;
+};
+
+struct SqliteName {
+    bool hasTag = false;
+    std::optional<SqliteValue> value;
+    std::int64_t changes = 0;  // number of entries of its history
+};
+
+//  Returns what the database at place has of name; nothing of it if the file is missing or empty. Fails with
+//  errorBackendFailed, also for a database of another program.
+Result<SqliteName> readSqliteName(const FilePlace& place, const std::string& name);
+
+}  // namespace rdbopen
+
+#endif
