@@ -1,6 +1,7 @@
 //  The main function of addrpubd-check.
 #include "check.h"
 #include "inifile.h"
+#include "remove.h"
 #include "show.h"
 #include "status.h"
 
@@ -14,6 +15,7 @@ constexpr char usual_place[] = ADDRPUBD_INI;
 
 constexpr char usage[] = "usage: addrpubd-check [FILE]\n"
                          "       addrpubd-check --status [--json | --prometheus] [INSTANCE | FOLDER]\n"
+                         "       addrpubd-check --remove [--yes] [--with-tag] [--port N]... [FILE]\n"
                          "\n"
                          "Reports what addrpubd does with an ini file. Without FILE it checks the addrpubd.ini in the\n"
                          "folder of this program or, if there is none, " ADDRPUBD_INI ".\n"
@@ -25,7 +27,14 @@ constexpr char usage[] = "usage: addrpubd-check [FILE]\n"
                          "which contains a \"/\".\n"
                          "\n"
                          "Exit status: 0 all servers have confirmed the addresses, 1 a server is late, refuses or is\n"
-                         "not connected, 2 the service is not running or its state cannot be read.\n";
+                         "not connected, 2 the service is not running or its state cannot be read.\n"
+                         "\n"
+                         "--remove shows what the service has published with these settings in DNS, and deletes it\n"
+                         "after a confirmation on the terminal, or with --yes. --with-tag also deletes tag, value and\n"
+                         "history in the database; --port names a further HTTPS port of the host.\n"
+                         "\n"
+                         "Exit status: 0 nothing of the service remains, 1 records remain, 2 wrong command line or\n"
+                         "settings.\n";
 
 //  Sets path to the file to check. Returns false for a wrong command line, with the reason in problem.
 bool readArguments(int argc, char** argv, std::string& path, std::string& problem) {
@@ -45,6 +54,22 @@ int fail(const std::string& problem) {
     return check::status_no_start;
 }
 
+int misused(const std::string& problem) {
+    fail(problem);
+    std::fputs(usage, stderr);
+    return check::status_no_start;
+}
+
+int removeMode(int count, char** words) {
+    check::RemoveOptions options;
+    std::string problem;
+    if (!check::readRemoveOptions(count, words, options, problem))
+        return misused(problem);
+    if (options.file.empty())
+        options.file = check::defaultPath(getExeDir(), usual_place);
+    return check::runRemove(options);
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -52,13 +77,12 @@ int main(int argc, char** argv) {
         return std::fputs(usage, stdout) < 0 ? check::status_no_start : check::status_clean;
     if (argc >= 2 && std::strcmp(argv[1], "--status") == 0)
         return status::run(argc - 2, argv + 2, usage);
+    if (argc > 1 && std::strcmp(argv[1], "--remove") == 0)
+        return removeMode(argc - 2, argv + 2);
     std::string path;
     std::string problem;
-    if (!readArguments(argc, argv, path, problem)) {
-        fail(problem);
-        std::fputs(usage, stderr);
-        return check::status_no_start;
-    }
+    if (!readArguments(argc, argv, path, problem))
+        return misused(problem);
     check::CReport report;
     report.file = path;
     if (!check::checkFile(path, report, problem))

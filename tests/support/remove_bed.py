@@ -1,0 +1,31 @@
+"""addrpubd-check inside a sandbox, with an ini file for one server."""
+
+import re
+
+from host import BUILD
+
+NOTHING = "log:"
+
+
+class Settings:
+    """An ini file in a sandbox, and the modes of addrpubd-check that contact its servers."""
+
+    def __init__(self, sandbox, hostname, ports="443", **settings):
+        values = {"hostname": hostname, "logurl": "stdout", "dnshttpsports": ports} | settings
+        self._sandbox = sandbox
+        self.path = "/mnt/addrpubd.ini"
+        sandbox.path(self.path).write_text("".join(f"{key} = {value}\n" for key, value in values.items()))
+
+    def check(self, *words):
+        """Runs addrpubd-check with these words and the file. Returns its exit status and the lines of its output."""
+        command = f'{BUILD}/addrpubd-check "$@" {self.path} </dev/null 2>&1; echo $?'
+        output = self._sandbox.run("/bin/sh", "-c", command, "sh", *words).decode().splitlines()
+        return int(output[-1]), output[:-1]
+
+    def remove(self, *words):
+        return self.check("--remove", *words)
+
+
+def marked(mark, output):
+    """Returns what follows mark in the lines that begin with it."""
+    return [match[1] for line in output if (match := re.match(rf"  {mark} +(.*)", line))]

@@ -1,0 +1,50 @@
+//  addrpubd-check --remove: deletes what the service has published with its settings, for a name that is retired.
+//
+//      addrpubd-check --remove [--yes] [--with-tag] [--port N]... [FILE]
+//
+//      DNS server dns://ns.example.org/example.org:
+//        delete host1.example.org AAAA 2001:db8::1          what the service wrote
+//        keep   host1.example.org TXT: it is of another type
+//        note   names of other HTTPS ports ...              what the server could not be asked
+//
+//  Deletes nothing before it has printed this, and then only after "yes" was typed on a terminal, or with --yes. Deletes
+//  nothing while the service runs with these settings, because it would publish the name again.
+#ifndef TOOLS_REMOVE_H
+#define TOOLS_REMOVE_H
+
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <vector>
+
+class CRunCls;
+
+namespace check {
+
+struct RemoveOptions {
+    bool yes = false;                  // delete without a question
+    bool with_tag = false;             // also from the rdb server
+    std::vector<std::uint16_t> ports;  // further HTTPS ports of the host
+    std::string file;                  // empty if the command line names none
+};
+
+//  Parses the words after --remove. Returns false with the reason in problem.
+bool readRemoveOptions(int count, char** words, RemoveOptions& options, std::string& problem);
+
+//  What the removal needs from its surroundings.
+struct RemoveConsole {
+    std::function<void(const std::string&)> print;  // one line, without line feed
+    std::function<bool()> confirm;                  // asks; null if there is no terminal
+    bool service_runs = false;                      // with these settings
+};
+
+//  Shows and deletes. Returns status_clean if nothing of the service remains at the servers in question, else
+//  status_warnings.
+int removeName(const CRunCls& run, const RemoveOptions& options, const RemoveConsole& console);
+
+//  The whole mode: reads the file options.file, and uses the terminal. Returns an exit status of the tool.
+int runRemove(const RemoveOptions& options);
+
+}  // namespace check
+
+#endif

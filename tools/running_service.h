@@ -1,0 +1,23 @@
+//  Whether an instance of the service runs on this machine, according to the lock of its pid file.
+#ifndef TOOLS_RUNNING_SERVICE_H
+#define TOOLS_RUNNING_SERVICE_H
+
+#include <string>
+
+#include <sys/types.h>
+
+namespace check {
+
+struct RunningService {
+    pid_t pid = 0;               // 0: none runs, or this cannot be found out
+    bool uses_settings = false;  // its settings are the given file
+};
+
+//  Queries the lock of the pid file at pid_path, which is neither created nor changed. settings: path of the file whose
+//  use is of interest. An instance whose program or settings cannot be found out, such as one of another user, counts
+//  as one with other settings.
+RunningService findRunningService(const std::string& settings, const char* pid_path = "/var/run/addrpubd.pid");
+
+}  // namespace check
+
+#endif
