@@ -15,6 +15,10 @@ addrpubd_unit_test(open_dns_message_test ONE_THREAD
     LIBS open_dns_support
     WRAP open read)
 
+addrpubd_unit_test(open_dns_holdings_test
+    SOURCES open_dns_holdings_test.cpp
+    LIBS open_dns_support)
+
 addrpubd_unit_test(open_dns_datagram_test
     SOURCES open_dns_datagram_test.cpp open_quiet_syslog.cpp
     LIBS open_dns_support

@@ -85,4 +85,18 @@ TEST(HostsFile, OtherLinesAreKeptInAnyOrderOfUpdates) {
     }
 }
 
+TEST(HostsFile, ListsOwnLinesAndOtherLinesThatNameTheHost) {
+    const rdbopen::HostLines lines = rdbopen::hostLines("::1 h # addrpubd h\n"
+                                                        "::2  other\tH # comment\n"
+                                                        "::3 hh # h\n"
+                                                        "h other\n"
+                                                        "# ::4 h\n"
+                                                        "\n"
+                                                        "::5 h # addrpubd h \n"
+                                                        "::6 h",
+                                                        "h");
+    EXPECT_EQ(lines.own, (Addresses{"::1 h # addrpubd h"}));
+    EXPECT_EQ(lines.others, (Addresses{"::2  other\tH # comment", "::5 h # addrpubd h ", "::6 h"}));
+}
+
 }  // namespace

@@ -6,7 +6,7 @@ endif()
 
 addrpubd_unit_test(open_redis_test
     SOURCES open_redis_reply_test.cpp open_backend_redis_test.cpp open_redis_refusal_test.cpp
-        open_redis_socket_test.cpp open_redis_sentinel_test.cpp open_redis_list_test.cpp
+        open_redis_socket_test.cpp open_redis_sentinel_test.cpp open_redis_list_test.cpp open_redis_removal_test.cpp
         open_fake_redis.cpp open_quiet_syslog.cpp
     LIBS rdbapi_open
     WRAP sendto)
