@@ -66,7 +66,8 @@ public:
     void publish(const Order& order, std::atomic<unsigned>& calls, std::atomic<unsigned>& failed) {
         const auto until = Clock::now() + std::chrono::seconds(order.seconds);
         for (unsigned i = 0; order.seconds == 0 ? i < order.names : Clock::now() < until; ++i) {
-            const bool good = publishName(number_ * order.names + i % order.names, order.fresh ? ++address_ : 0, order.refresh);
+            const bool good =
+                publishName(number_ * order.names + i % order.names, order.fresh ? ++address_ : 0, order.refresh);
             ++calls;
             failed += good ? 0 : 1;
         }

@@ -70,7 +70,7 @@ def rows(sandbox, tmp_path):
         return [database.execute(f"SELECT count(*) FROM {table}").fetchone()[0] for table in tables]
 
 
-def test_820_only_lines_of_the_service_leave_a_hosts_file(sandbox):
+def test_860_only_lines_of_the_service_leave_a_hosts_file(sandbox):
     sandbox.path("/mnt/data/hosts").write_text(HOSTS)
     one = settings(sandbox, dnsurl=URLS["dnsurl"])
     before = folder(sandbox)
@@ -86,13 +86,13 @@ def test_820_only_lines_of_the_service_leave_a_hosts_file(sandbox):
     ]
 
 
-def test_821_without_files_nothing_is_found_and_nothing_is_created(sandbox):
+def test_861_without_files_nothing_is_found_and_nothing_is_created(sandbox):
     status, output = settings(sandbox).remove("--with-tag", "--yes")
     assert status == 0, output
     assert folder(sandbox) == []
 
 
-def test_822_what_a_service_published_leaves_both_files(open_host, tmp_path):
+def test_862_what_a_service_published_leaves_both_files(open_host, tmp_path):
     process = published(open_host)
     process.kill()
     process.wait()
@@ -113,7 +113,7 @@ def test_822_what_a_service_published_leaves_both_files(open_host, tmp_path):
     assert rows(sandbox, tmp_path) == [0, 0, 0]
 
 
-def test_823_nothing_is_deleted_while_the_service_runs_with_the_settings(open_host):
+def test_863_nothing_is_deleted_while_the_service_runs_with_the_settings(open_host):
     published(open_host)
     one = settings(open_host.sandbox)
     one.path = f"{DIRECTORY}/addrpubd.ini"
@@ -123,7 +123,7 @@ def test_823_nothing_is_deleted_while_the_service_runs_with_the_settings(open_ho
     assert open_host.sandbox.path("/mnt/data/hosts").read_text() == "2001:db8::1 host1 # addrpubd host1\n"
 
 
-def test_824_a_service_with_other_settings_is_mentioned(open_host):
+def test_864_a_service_with_other_settings_is_mentioned(open_host):
     process = published(open_host)
     status, output = settings(open_host.sandbox, dnsurl="hosts:///mnt/other").remove("--yes")
     assert status == 0
@@ -131,7 +131,7 @@ def test_824_a_service_with_other_settings_is_mentioned(open_host):
 
 
 @pytest.mark.parametrize("answer, deleted", [("yes", True), ("y", False), ("no", False)])
-def test_825_on_a_terminal_the_answer_decides(sandbox, answer, deleted):
+def test_865_on_a_terminal_the_answer_decides(sandbox, answer, deleted):
     sandbox.path("/mnt/data/hosts").write_text(HOSTS)
     one = settings(sandbox, dnsurl=URLS["dnsurl"])
     process = sandbox.spawn(f"{BUILD}/addrpubd-check", "--remove", one.path, tty=True)
@@ -142,7 +142,7 @@ def test_825_on_a_terminal_the_answer_decides(sandbox, answer, deleted):
     assert (sandbox.path("/mnt/data/hosts").read_text() != HOSTS) == deleted
 
 
-def test_826_a_database_of_another_program_is_refused_and_stays(sandbox, tmp_path):
+def test_866_a_database_of_another_program_is_refused_and_stays(sandbox, tmp_path):
     with sqlite3.connect(tmp_path / "rdb.db") as database:
         database.execute("CREATE TABLE tag (name TEXT)")
     shutil.copy(tmp_path / "rdb.db", sandbox.path("/mnt/data"))
@@ -152,7 +152,7 @@ def test_826_a_database_of_another_program_is_refused_and_stays(sandbox, tmp_pat
     assert marked("failed", output) == ["the file is a database of another program"]
 
 
-def test_827_a_dry_run_and_a_provider_have_nothing_that_can_be_deleted(sandbox):
+def test_867_a_dry_run_and_a_provider_have_nothing_that_can_be_deleted(sandbox):
     status, output = settings(sandbox, dnsurl="log:", rdburl="log:").remove("--with-tag", "--yes")
     assert (status, marked("note", output)) == (0, ["nothing is stored: log: is a dry run"] * 2)
     if open_library.has(BUILD, "dyndns2-https"):
@@ -165,7 +165,7 @@ def test_827_a_dry_run_and_a_provider_have_nothing_that_can_be_deleted(sandbox):
     [("--port",), ("--port", "0"), ("--port", "65536"), ("--port", "x"), ("--no",), ("a", "b"), ("",)],
     ids=lambda words: " ".join(words),
 )
-def test_828_an_invalid_command_line_deletes_nothing(sandbox, words):
+def test_868_an_invalid_command_line_deletes_nothing(sandbox, words):
     one = settings(sandbox, dnsurl=URLS["dnsurl"])
     sandbox.path("/mnt/data/hosts").write_text(HOSTS)
     one.path = ""
@@ -175,7 +175,7 @@ def test_828_an_invalid_command_line_deletes_nothing(sandbox, words):
     assert sandbox.path("/mnt/data/hosts").read_text() == HOSTS
 
 
-def test_829_settings_without_a_name_are_refused(sandbox):
+def test_869_settings_without_a_name_are_refused(sandbox):
     one = settings(sandbox)
     sandbox.path(one.path).write_text("dnsurl = hosts:///mnt/data/hosts\ndnsuser = u\ndnspswd = p\n")
     assert one.remove("--yes")[0] == 2

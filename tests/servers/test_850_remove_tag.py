@@ -49,7 +49,7 @@ def publish(fixture, *values):
     fixture.end_client()
 
 
-def test_810_only_the_keys_of_the_name_leave(fixture):
+def test_850_only_the_keys_of_the_name_leave(fixture):
     publish(fixture, "2001:db8::1", "2001:db8::2")
     fixture.server.command("SET", "rdb:value:{host2}", "foreign")
     one = settings(fixture.sandbox, "redis://127.0.0.1")
@@ -62,7 +62,7 @@ def test_810_only_the_keys_of_the_name_leave(fixture):
     assert fixture.server.command("KEYS", "*") == "rdb:value:{host2}"
 
 
-def test_811_without_with_tag_the_database_is_not_asked(fixture):
+def test_851_without_with_tag_the_database_is_not_asked(fixture):
     publish(fixture, "2001:db8::1")
     fixture.server.kill()
     status, output = settings(fixture.sandbox, "redis://127.0.0.1").remove("--yes")
@@ -70,7 +70,7 @@ def test_811_without_with_tag_the_database_is_not_asked(fixture):
     assert output[0] == "rdb server: not asked; --with-tag also deletes tag, value and history"
 
 
-def test_812_a_key_of_another_program_keeps_all_keys(fixture):
+def test_852_a_key_of_another_program_keeps_all_keys(fixture):
     publish(fixture, "2001:db8::1")
     fixture.server.command("DEL", "rdb:history:{host1}")
     fixture.server.command("SET", "rdb:history:{host1}", "foreign")
@@ -82,7 +82,7 @@ def test_812_a_key_of_another_program_keeps_all_keys(fixture):
 
 
 @pytest.mark.refusal
-def test_813_a_user_without_the_permission_to_delete_is_told_which_one_is_missing(fixture):
+def test_853_a_user_without_the_permission_to_delete_is_told_which_one_is_missing(fixture):
     publish(fixture, "2001:db8::1")
     permissions = "~rdb:*:{host1} &rdb:changed:{host1} +ping +client|setname +evalsha +eval +hmget +type +time +hset"
     fixture.server.command("ACL", "SETUSER", "host1", "on", ">hunter2", *permissions.split())
@@ -97,7 +97,7 @@ def test_813_a_user_without_the_permission_to_delete_is_told_which_one_is_missin
 
 
 @pytest.mark.refusal
-def test_814_a_wrong_password_is_reported_and_not_shown(fixture):
+def test_854_a_wrong_password_is_reported_and_not_shown(fixture):
     publish(fixture, "2001:db8::1")
     fixture.server.command("ACL", "SETUSER", "host1", "on", ">hunter2", "~*", "&*", "+@all")
     status, output = settings(fixture.sandbox, "redis://127.0.0.1", "host1", "wrong-word").remove("--with-tag", "--yes")
@@ -106,13 +106,13 @@ def test_814_a_wrong_password_is_reported_and_not_shown(fixture):
     assert "wrong-word" not in "\n".join(output)
 
 
-def test_815_a_server_that_does_not_run_is_reported(fixture):
+def test_855_a_server_that_does_not_run_is_reported(fixture):
     fixture.server.kill()
     status, output = settings(fixture.sandbox, "redis://127.0.0.1").remove("--with-tag", "--yes")
     assert (status, marked("failed", output)) == (1, ["cannot be reached: Connection refused"])
 
 
-def test_816_a_name_leaves_the_master_of_its_slot_in_a_cluster(cluster):
+def test_856_a_name_leaves_the_master_of_its_slot_in_a_cluster(cluster):
     client, handle = cluster.connected()
     for name in ("host1", "host2", "host3"):
         assert client.taginport(handle, name) == OK
@@ -124,7 +124,7 @@ def test_816_a_name_leaves_the_master_of_its_slot_in_a_cluster(cluster):
     assert left == sorted(key_of(kind, "host3") for kind in ("tag", "value", "history"))
 
 
-def test_817_sentinels_lead_to_the_master(sentinels):
+def test_857_sentinels_lead_to_the_master(sentinels):
     sentinels.open()
     sentinels.register("2001:db8::1")
     url = f"redis+sentinel://{','.join(sentinel_tests.SENTINELS)}/mymaster"
