@@ -125,9 +125,9 @@ void StateFile::closeCurrent() noexcept {
         close(std::exchange(currentFd_, -1));
 }
 
-//  Returns the descriptor of the new file, which is locked before other users can open it, or -1.
+//  Returns the descriptor of the new file, which is locked before other users can open it, or -1. If a process that was
+//  killed has left such a file, remove deletes it, and the second attempt succeeds.
 int StateFile::createNew(std::string_view text) const noexcept {
-    unlink(newPath_);  // left by a process that was killed
     const int descriptor = open(newPath_, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0600);
     if (descriptor < 0)
         return -1;

@@ -142,6 +142,7 @@ TEST_F(StateFileTest, AConnectionClosedWhileTheTextIsWrittenLeavesNoFile) {
 }
 
 TEST_F(StateFileTest, ClosingKeepsErrno) {
+    file.write("text");
     errno = ENOTTY;
     file.connectionClosed();
     EXPECT_EQ(errno, ENOTTY);
