@@ -1,4 +1,5 @@
 //  The state as metrics for Prometheus. A server of the service is the label "server"; it contains no password.
+#include "show.h"
 #include "status.h"
 
 #include <algorithm>
@@ -7,10 +8,11 @@ namespace status {
 
 namespace {
 
+//  Bytes that are not printable ASCII may be no valid UTF-8, which would make the whole file invalid.
 std::string escapedLabel(std::string_view text) {
     std::string out;
-    for (const char c : text)
-        out += c == '\n' ? "\\n" : c == '"' || c == '\\' ? std::string("\\") + c : std::string(1, c);
+    for (const char c : check::printable(text))
+        out += c == '"' || c == '\\' ? std::string("\\") + c : std::string(1, c);
     return out;
 }
 
@@ -84,7 +86,7 @@ std::string samplesOf(const Metric& metric, const State& state, Time now) {
         const std::string value = metric.value(server, now);
         if (value.empty() || std::find(seen.begin(), seen.end(), labels) != seen.end())
             continue;
-        samples += metric.name + labels + " " + value + "\n";
+        samples.append(metric.name).append(labels).append(" ").append(value).append("\n");
         seen.push_back(labels);
     }
     return samples.empty() ? samples : headOf(metric.name, metric.type, metric.help) + samples;

@@ -217,12 +217,12 @@ TEST(StatusJson, NotRunning) {
 TEST(StatusMetrics, ASampleForEachServer) {
     Reading reading = readingOf(confirmed());
     reading.state.servers.push_back(confirmed());
-    reading.state.servers.back().label = "a\"\\\n";
+    reading.state.servers.back().label = "a\"\\\n\xff";
     const std::string text = metricsOf(reading, now);
     EXPECT_NE(text.find("addrpubd_up 1\n"), std::string::npos);
     EXPECT_NE(text.find("\n# TYPE addrpubd_server_confirmed gauge\n"
                         "addrpubd_server_confirmed{kind=\"rdb\",server=\"redis://db\"} 1\n"
-                        "addrpubd_server_confirmed{kind=\"rdb\",server=\"a\\\"\\\\\\n\"} 1\n"),
+                        "addrpubd_server_confirmed{kind=\"rdb\",server=\"a\\\"\\\\\\\\\\\\x0a\\\\xff\"} 1\n"),
               std::string::npos);
     EXPECT_NE(text.find("addrpubd_server_last_success_timestamp_seconds{kind=\"rdb\",server=\"redis://db\"} "
                         "1763999980.500\n"),
