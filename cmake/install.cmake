@@ -19,7 +19,8 @@ set(ADDRPUBD_INI ${ADDRPUBD_SETTINGS}/addrpubd.ini)
 set(packaging ${PROJECT_SOURCE_DIR}/packaging)
 set(configured ${PROJECT_BINARY_DIR}/packaging)
 
-foreach(file system/addrpubd system/addrpubd.service system/addrpubd@.service system/check-settings.conf
+foreach(file system/addrpubd system/addrpubd.service system/addrpubd@.service system/addrpubd-metrics.service
+        system/check-settings.conf
         man/addrpubd.8 man/addrpubd.ini.5 man/addrpubd-check.8)
     configure_file(${packaging}/${file}.in ${configured}/${file} @ONLY)
 endforeach()
@@ -71,4 +72,6 @@ if(TARGET addrpubd-check)
     install(TARGETS addrpubd-check RUNTIME DESTINATION ${CMAKE_INSTALL_SBINDIR})
     install(FILES ${configured}/man/addrpubd-check.8 DESTINATION ${CMAKE_INSTALL_MANDIR}/man8)
     install(FILES ${configured}/system/check-settings.conf DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples)
+    install(FILES ${configured}/system/addrpubd-metrics.service ${packaging}/system/addrpubd-metrics.timer
+        DESTINATION ${ADDRPUBD_UNIT_DIR})
 endif()

@@ -32,6 +32,8 @@ def below_prefix():
         "sbin/addrpubd-check": PROGRAM,
         "lib/systemd/system/addrpubd.service": FILE,
         "lib/systemd/system/addrpubd@.service": FILE,
+        "lib/systemd/system/addrpubd-metrics.service": FILE,
+        "lib/systemd/system/addrpubd-metrics.timer": FILE,
         "lib/sysusers.d/addrpubd.conf": FILE,
         "lib/tmpfiles.d/addrpubd.conf": FILE,
         "share/bash-completion/completions/addrpubd": FILE,

@@ -12,6 +12,7 @@ NAMESPACES = True
 
 UNIT = "lib/systemd/system/addrpubd.service"
 INSTANCES = "lib/systemd/system/addrpubd@.service"
+METRICS = [f"lib/systemd/system/addrpubd-metrics.{kind}" for kind in ("service", "timer")]
 WORST_EXPOSURE = 1.5
 SETTINGS = b"hostname = host1\nlogurl = stdout\nrdburl = sqlite:///mnt/rdb.db\nrdbuser = local\nrdbpswd = local\n"
 
@@ -26,7 +27,7 @@ def analyze(*words):
     return run.returncode, run.stdout + run.stderr
 
 
-@pytest.mark.parametrize("file", [UNIT, INSTANCES])
+@pytest.mark.parametrize("file", [UNIT, INSTANCES, *METRICS])
 def test_561_systemd_finds_no_error(installed, file):
     assert analyze("verify", "--man=no", installed.path(installed.prefix / file)) == (0, "")
 
@@ -99,6 +100,8 @@ def test_569_an_instance_differs_from_the_service_only_in_its_name_and_files(ins
     text = installed.path(installed.prefix / UNIT).read_text()
     whole = installed.path(installed.prefix / INSTANCES).read_text()
     assert whole.startswith(text)
+    assert settings(text)["RuntimeDirectory"] == ["addrpubd"]
+    assert settings(text)["RuntimeDirectoryMode"] == ["0755"]  # all users may read the state
     assert settings(text)["RuntimeDirectoryPreserve"] == ["yes"]  # its folder contains those of instances
     own = settings(whole.removeprefix(text))
     runtime, pid_file = "addrpubd/%i", settings(text)["ReadWritePaths"][0]
