@@ -64,7 +64,7 @@ def test_545_every_kind_of_server_is_explained(installed, scheme):
 
 @pytest.mark.parametrize("page", PAGES)
 def test_546_the_files_named_in_a_page_are_installed(installed, page):
-    #  The running service creates the files below /var. A path inside a url does not start a word.
-    named = re.findall(r"(?<=\s)/(?!dev/|var/)[\w./-]*\w", file_of(installed, page).read_text())
+    #  The running service creates the files below /run and /var. A path inside a url does not start a word.
+    named = re.findall(r"(?<=\s)/(?!dev/|run/|var/)[\w./-]*\w", file_of(installed, page).read_text())
     assert [name for name in named if not os.path.lexists(installed.path(name))] == []
     assert str(installed.ini) in named
