@@ -157,7 +157,8 @@ std::string absence(const Reading& reading, const std::string& folder, Time now)
         break;
     }
     const std::int64_t age = now.boot - reading.state.written.boot;
-    const std::string when = age < 0 ? "before the last start of the system" : duration(age) + " ago";
+    const std::string when =
+        reading.earlier_boot || age < 0 ? "before the last start of the system" : duration(age) + " ago";
     return "not running: the service with pid " + std::to_string(reading.state.pid) +
            " ended without cleaning up; it wrote its last state " + when;
 }

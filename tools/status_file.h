@@ -79,8 +79,9 @@ enum class Found {
 
 struct Reading {
     Found found = Found::nothing;
-    std::string problem;  // why, for unknown
-    State state;          // for running and ended
+    std::string problem;        // why, for unknown
+    State state;                // for running and ended
+    bool earlier_boot = false;  // the state was written before the last start of the system
 };
 
 //  Reads the state file in folder.

@@ -62,13 +62,28 @@ bool isSameFile(int fd, const std::string& path) {
            opened.st_ino == named.st_ino;
 }
 
+//  Returns the identifier of this boot, or nothing if it cannot be read.
+std::string bootIdentifier() {
+    const Descriptor file("/proc/sys/kernel/random/boot_id");
+    std::string text;
+    std::string problem;
+    if (file.get() < 0 || !readAll(file.get(), text, problem))
+        return {};
+    return text.substr(0, text.find('\n'));
+}
+
+bool isOfEarlierBoot(const State& state) {
+    const std::string boot = bootIdentifier();
+    return state.boot != "-" && !boot.empty() && state.boot != boot;
+}
+
 //  Returns nothing if the file was replaced or removed meanwhile.
 std::optional<Reading> readOnce(const std::string& path) {
     Reading reading;
     const Descriptor file(path);
     if (file.get() < 0) {
         if (errno != ENOENT && errno != ENOTDIR)
-            reading = {Found::unknown, std::strerror(errno), {}};
+            reading = {Found::unknown, std::strerror(errno), {}, false};
         return reading;
     }
     struct stat state {};
@@ -85,6 +100,7 @@ std::optional<Reading> readOnce(const std::string& path) {
         return {};
     if (std::optional<State> parsed = parseState(text, reading.problem)) {
         reading.state = std::move(*parsed);
+        reading.earlier_boot = isOfEarlierBoot(reading.state);
         reading.found = locked ? Found::running : Found::ended;
     }
     return reading;
@@ -97,7 +113,7 @@ Reading readState(const std::string& folder) {
     for (int attempt = 0; attempt < max_attempts; ++attempt)
         if (std::optional<Reading> reading = readOnce(path))
             return *reading;
-    return {Found::unknown, "it is replaced continually", {}};
+    return {Found::unknown, "it is replaced continually", {}, false};
 }
 
 }  // namespace status

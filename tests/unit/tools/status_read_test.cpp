@@ -34,6 +34,17 @@ TEST_F(StatusRead, ACopyOfTheStateHasEnded) {
     EXPECT_EQ(status::readState(other.path()).found, status::Found::ended);
 }
 
+TEST_F(StatusRead, AStateOfAnotherBootIsNamed) {
+    const std::string own = readText("/proc/sys/kernel/random/boot_id");
+    const auto named = [this](const std::string& boot) {
+        writeText(folder.file("state"), rdbopen::stateFileText({{1, 1}, {2, 2}, boot, 7}, ""));
+        return status::readState(folder.path()).earlier_boot;
+    };
+    EXPECT_TRUE(named("181923ea-93f1-4aea-91a5-b4dc6cc846d2"));
+    EXPECT_FALSE(named(own.substr(0, own.find('\n'))));
+    EXPECT_FALSE(named("-"));
+}
+
 //  The file that is being read may already be the old one, without a lock.
 TEST_F(StatusRead, AStateThatIsReplacedMeanwhileIsRunning) {
     file.write(text());

@@ -137,14 +137,21 @@ TEST(StatusText, AnEndedServiceIsNeverShownAsPresent) {
 TEST(StatusText, AStateOfAnEarlierBoot) {
     Reading reading = readingOf(confirmed());
     reading.found = Found::ended;
+    const auto named = [&] {
+        return textOf(reading, "/f", now, false).find("before the last start of the system") != std::string::npos;
+    };
+    EXPECT_FALSE(named());
+    reading.earlier_boot = true;
+    EXPECT_TRUE(named());
+    reading.earlier_boot = false;
     reading.state.written.boot = now.boot + 1;
-    EXPECT_NE(textOf(reading, "/f", now, false).find("before the last start of the system"), std::string::npos);
+    EXPECT_TRUE(named());
 }
 
 TEST(StatusText, NoFileAndAnUnreadableFile) {
     Reading reading;
     EXPECT_EQ(textOf(reading, "/f\n", now, false), "not running, or without a server: there is no /f\\x0a/state\n");
-    reading = {Found::unknown, "it is incomplete", {}};
+    reading = {Found::unknown, "it is incomplete", {}, false};
     EXPECT_EQ(textOf(reading, "/f", now, false), "unknown: /f/state: it is incomplete\n");
     EXPECT_EQ(exitStatus(reading, now), exit_not_running);
 }
