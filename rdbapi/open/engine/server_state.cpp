@@ -50,7 +50,8 @@ void ServerState::exchanged(Moment now, const Status& status, const DesiredState
         if (!data.empty())
             success_ = now;
         changed_ = changed_ || std::exchange(failing_, false);
-    } else if (!status.ok() && (data.pending() || status.code == errorBadRequest)) {
+    } else if (status.code == errorServerRefused || status.code == errorBadRequest ||
+               (!status.ok() && data.pending())) {
         fail(now, status);
     }
     updatePublished(now, data);

@@ -147,6 +147,21 @@ TEST(ServerStateText, AnInterruptedCheckChangesNothing) {
     EXPECT_EQ(subject.text(), before);
 }
 
+TEST(ServerStateText, AnInterruptedCheckOfPendingDataIsNoFailure) {
+    Subject subject;
+    subject.put("::1", serverRefused("no"), early);
+    subject.state.exchanged(late, {errorPreempted, {}}, subject.data);
+    EXPECT_TRUE(subject.has("failure 1000 10 1017 no"));
+}
+
+TEST(ServerStateText, ARefusedCheckIsAFailure) {
+    Subject subject;
+    subject.put("::1", {}, early);
+    subject.state.exchanged(late, serverRefused("no right to read"), subject.data);
+    EXPECT_TRUE(subject.has("failure 2000 20 1017 no right to read"));
+    EXPECT_TRUE(subject.has("success 1000 10"));
+}
+
 TEST(ServerStateText, ABadRequestIsAFailure) {
     Subject subject;
     subject.state.exchanged(early, {errorBadRequest, "no name"}, subject.data);
@@ -166,6 +181,15 @@ TEST(ServerStateText, ASuccessAfterAFailureIsAChange) {
     subject.put("::1", serverRefused("no"), early);
     subject.text();
     subject.put("::1", {}, late);
+    EXPECT_TRUE(subject.state.changed());
+}
+
+TEST(ServerStateText, ASuccessAfterABadRequestIsAChange) {
+    Subject subject;
+    subject.put("::1", {}, early);
+    subject.state.exchanged(early, {errorBadRequest, "no name"}, subject.data);
+    subject.text();
+    subject.state.exchanged(late, {}, subject.data);
     EXPECT_TRUE(subject.state.changed());
 }
 
