@@ -9,10 +9,14 @@ declare -gA _addrpubd_next=(
 )
 
 _addrpubd() {
-    local current=$2 words name
-    #  The first word may be a path; a later word has an entry only if it allows another word.
-    words=${_addrpubd_next[${3##*/}]:-}
+    local current=$2 words="" name
     COMPREPLY=()
+    #  The command may be a path. After it only an option has words that can follow.
+    if ((COMP_CWORD == 1)); then
+        words=${_addrpubd_next[${1##*/}]}
+    elif [[ $3 == --* ]]; then
+        words=${_addrpubd_next[$3]:-}
+    fi
     if [[ " $words " == *" FILE "* && $current != -* ]]; then
         compopt -o filenames
         while IFS= read -r name; do

@@ -39,8 +39,9 @@ def usage(program):
 
 def completions(file, *words, folder="/"):
     command = ["bash", "--norc", "-c", COMPLETE, "bash", file, *words]
-    output = subprocess.run(command, cwd=folder, capture_output=True, check=True, text=True).stdout
-    return sorted(output.split("\n")[:-1])
+    run = subprocess.run(command, cwd=folder, capture_output=True, check=True, text=True)
+    assert run.stderr == ""
+    return sorted(run.stdout.split("\n")[:-1])
 
 
 def test_551_the_words_are_exactly_those_of_the_usage(file, program):
@@ -63,6 +64,8 @@ def test_552_the_words_of_the_first_place_are_completed(file, program):
 def test_553_no_word_follows_a_command_word(file):
     assert completions(file, "addrpubd", "-start", "") == [""]
     assert completions(file, "addrpubd-check", "--help", "") == [""]
+    for name in ("folder/", "addrpubd", "addrpubd-check"):
+        assert completions(file, "addrpubd-check", name, "") == [""]
 
 
 def test_554_ini_files_and_folders_are_completed_for_the_checker_only(file, tmp_path):
