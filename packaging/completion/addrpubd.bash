@@ -5,7 +5,11 @@
 #  usage that the two programs print must be in this table.
 declare -gA _addrpubd_next=(
     [addrpubd]="-start -stop -status -run -ver"
-    [addrpubd-check]="--help FILE"
+    [addrpubd-check]="--help --status --remove FILE"
+    [--status]="--json --prometheus"
+    [--remove]="--yes --with-tag --port FILE"
+    [--yes]="--with-tag --port FILE"
+    [--with-tag]="--yes --port FILE"
 )
 
 _addrpubd() {

@@ -50,7 +50,7 @@ def test_551_the_words_are_exactly_those_of_the_usage(file, program):
     words = {word for key, value in table.items() if key not in others for word in value.split()}
     dashes = "--" if program == "addrpubd-check" else "-"
     ours = {word for word in words if re.match(rf"{dashes}\w", word)}
-    shown = set(re.findall(rf"(?<![\w-]){dashes}[a-z]+\b", usage(program)))
+    shown = set(re.findall(rf"(?<![\w-]){dashes}[a-z]+(?:-[a-z]+)*", usage(program)))
     assert ours == shown | ({"--help"} if program == "addrpubd-check" else set())
 
 
@@ -68,7 +68,13 @@ def test_553_no_word_follows_a_command_word(file):
         assert completions(file, "addrpubd-check", name, "") == [""]
 
 
-def test_554_ini_files_and_folders_are_completed_for_the_checker_only(file, tmp_path):
+def test_554_only_words_of_an_option_follow_it(file):
+    assert completions(file, "addrpubd-check", "--remove", "--") == ["--port", "--with-tag", "--yes"]
+    assert completions(file, "addrpubd-check", "--status", "--") == ["--json", "--prometheus"]
+    assert completions(file, "addrpubd-check", "--status", "--json", "-") == [""]
+
+
+def test_555_ini_files_and_folders_are_completed_for_the_checker_only(file, tmp_path):
     for name in ("a.ini", "b c.ini", "a.txt"):
         (tmp_path / name).write_text("")
     (tmp_path / "folder").mkdir()
@@ -78,7 +84,7 @@ def test_554_ini_files_and_folders_are_completed_for_the_checker_only(file, tmp_
     assert completions(file, "addrpubd", "a", folder=tmp_path) == [""]
 
 
-def test_555_an_interactive_bash_completes_a_word_and_a_file_name(file, tmp_path):
+def test_556_an_interactive_bash_completes_a_word_and_a_file_name(file, tmp_path):
     (tmp_path / "my settings.ini").write_text("")
     typed = f"""addrpubd() {{ printf '<%s>' "$@"; }}; addrpubd-check() {{ addrpubd "$@"; }}; source {file}
 addrpubd -star\t

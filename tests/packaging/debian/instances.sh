@@ -49,6 +49,11 @@ published() {
         [ "$(cut -d ' ' -f 2- "$hosts" | sort -u)" = "$1.example # addrpubd $1.example" ]
 }
 
+#  Whether addrpubd-check --status reports that both files have the addresses of the instance.
+reports_published() {
+    [ "$(inside addrpubd-check --status "$1" | grep -c "^ok .*/$1[.:].* published $1.example $address ")" -eq 2 ]
+}
+
 check_two_instances() {
     say "addrpubd@.service: two instances and addrpubd.service publish at the same time"
     local instance pid
@@ -69,6 +74,7 @@ check_two_instances() {
         until_true "the log of $instance" instance_has_logged "$instance" 'recv: '
         expect "names in the log of $instance" "$instance.example" \
             "$(instance_journal "$instance" | grep -o '[a-z0-9]*\.example' | sort -u)"
+        until_true "the state of $instance" reports_published "$instance"
         quietly systemd-analyze security --threshold=15 "$(instance_unit "$instance")"
     done
     expect "the identifiers in the journal" "addrpubd@one addrpubd@two" \
