@@ -2,6 +2,7 @@
 
 #include "dns/check.h"
 #include "dns/holdings.h"
+#include "dns/permission.h"
 #include "dns/pointers.h"
 #include "dns/primary.h"
 #include "dns/records.h"
@@ -41,6 +42,10 @@ public:
 
     Status openToRead(const Waiter& waiter) override { return open(waiter); }
     Result<Holdings> held(const HostNames& host) override;
+    Result<std::vector<std::string>> published(const std::vector<std::string>& addresses) override {
+        return zone_.filter.apply(addresses);
+    }
+    Status examine(const HostNames& host, std::vector<Examination>& results) override;
     Status remove(std::vector<RemovalStep>& steps) override;
 
 private:
@@ -254,6 +259,23 @@ Result<Holdings> DnsBackend::held(const HostNames& host) {
         return holdings_.emplace(zone_.zone, *full, host.httpsPorts, zone_.reverseZones).find(exchange, until);
     });
     return status.ok() ? Result<Holdings>(holdings_->holdings()) : status;
+}
+
+Status DnsBackend::examine(const HostNames& host, std::vector<Examination>& results) {
+    const Result<std::string> full = nameInZone(host.name, zone_.zone);
+    if (!full.ok())
+        return full.status();
+    Result<TsigKey> key = readKey();
+    if (!key.ok())
+        return key.status();
+    const ZonePermission permission(zone_, *full, host.httpsPorts);
+    std::chrono::milliseconds until = monotonicNow() + checkLimit;
+    if (Status failed = lookUp(until); !failed.ok())
+        return failed;
+    return atServer(std::move(*key), until, [&](DnsExchange& exchange, auto) {
+        results.clear();
+        return permission.ask(exchange, until, results);
+    });
 }
 
 Status DnsBackend::remove(std::vector<RemovalStep>& steps) {

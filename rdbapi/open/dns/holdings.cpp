@@ -67,12 +67,18 @@ Status changedSince(const std::string& zone) {
 
 Status ZoneHoldings::find(DnsExchange& exchange, std::chrono::milliseconds until) {
     forward_.zone = zone_;
+    holdings_.name = host_;
     std::set<std::string> owners;
     for (const RecordSet& set : recordSets(host_, {}, ports_)) {
         if (Status failed = findSet(exchange, set, until); !failed.ok())
             return failed;
         owners.insert(set.owner);
     }
+    holdings_.addresses.emplace();
+    for (const RecordSet& set : forward_.ours)
+        for (const DnsBytes& data : set.records)
+            if (set.type == typeAaaa)
+                holdings_.addresses->push_back(addressText(data));
     for (const std::string& owner : owners)
         if (Status failed = findOtherTypes(exchange, owner, until); !failed.ok())
             return failed;

@@ -171,6 +171,16 @@ Result<DnsBytes> removalMessage(std::uint16_t id, const std::string& zone, const
     return writer.take();
 }
 
+DnsBytes questionMessage(std::uint16_t id, const std::string& zone, const std::vector<RecordSet>& sets) {
+    Writer writer(id, opcodeUpdate);
+    writer.question(zone, typeSoa);
+    writer.absence(zone, typeSoa);
+    for (const RecordSet& set : sets)
+        for (const DnsBytes& data : set.records)
+            writer.record(Section::updates, set.owner, set.type, classNone, 0, data);
+    return writer.take();
+}
+
 DnsBytes absenceMessage(std::uint16_t id, const std::string& zone, const std::string& owner, std::uint16_t type) {
     Writer writer(id, opcodeUpdate);
     writer.question(zone, typeSoa);

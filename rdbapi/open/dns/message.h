@@ -79,6 +79,11 @@ Result<DnsBytes> pointerMessage(std::uint16_t id, const std::string& zone, std::
 Result<DnsBytes> removalMessage(std::uint16_t id, const std::string& zone, const std::vector<RecordSet>& held,
                                 const std::vector<RecordSet>& removed);
 
+//  Returns an update that changes nothing, but asks whether the key may delete the records of sets. Its prerequisite,
+//  that zone has no SOA record, never holds: a server that allows the deletion answers YXRRSET. Requires: the records
+//  do not exist, so that a server without prerequisites changes nothing either; they fit into a message.
+DnsBytes questionMessage(std::uint16_t id, const std::string& zone, const std::vector<RecordSet>& sets);
+
 //  Returns the failure of an update that would be longer than maxDnsMessageSize: errorBadRequest.
 Status updateTooLong();
 

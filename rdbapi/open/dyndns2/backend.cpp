@@ -21,17 +21,23 @@ constexpr std::chrono::hours confirmAfter{25 * 24};
 //  The documents of the protocol ask for this pause after 911 and dnserr.
 constexpr std::chrono::minutes faultPause{30};
 
-class Dyndns2Backend : public Backend, public DnsUpdateBackend {
+class Dyndns2Backend : public Backend, public DnsUpdateBackend, public Inspector {
 public:
     Dyndns2Backend(Provider provider, Credentials credentials)
         : provider_(std::move(provider)), credentials_(std::move(credentials)) {}
 
     std::string label() const override { return "dyndns2+https://" + serverText(provider_.server) + provider_.path; }
     UpdateBackend* updates() noexcept override { return this; }
-    Inspector* inspector() noexcept override { return &inspector_; }
+    Inspector* inspector() noexcept override { return this; }
 
     Status open(const Waiter& waiter) override;
     void close() noexcept override { waiter_ = nullptr; }
+
+    Status openToRead(const Waiter& waiter) override;
+    Result<Holdings> held(const HostNames& host) override;
+    Result<std::vector<std::string>> published(const std::vector<std::string>& addresses) override;
+    Status examine(const HostNames& host, std::vector<Examination>& results) override;
+    Status remove(std::vector<RemovalStep>&) override { return {}; }
 
 private:
     Status update(const DnsRequest& request) override;
@@ -53,9 +59,6 @@ private:
     std::optional<Refusal> refusal_;
     std::string accepted_;                     // query of the last accepted request, or empty
     std::chrono::milliseconds acceptedAt_{0};  // monotonic
-    RemarkInspector inspector_{
-        "the protocol dyndns2 has no request that shows or deletes a name: delete it in the account at "
-        "the provider"};
 };
 
 HttpsRequest Dyndns2Backend::requestFor(const std::string& query, const std::string& password) const {
@@ -125,6 +128,32 @@ Status Dyndns2Backend::resultOf(const ProviderAnswer& answer, const std::string&
         break;
     }
     return serverRefused(refusal_->reason);
+}
+
+Status Dyndns2Backend::openToRead(const Waiter& waiter) {
+    waiter_ = &waiter;
+    return {};
+}
+
+Result<Holdings> Dyndns2Backend::held(const HostNames& host) {
+    return Holdings{
+        host.name,
+        {},
+        {},
+        {"the protocol dyndns2 has no request that shows or deletes a name: do this in the account at the provider"}};
+}
+
+Result<std::vector<std::string>> Dyndns2Backend::published(const std::vector<std::string>& addresses) {
+    Result<std::vector<std::string>> passed = provider_.filter.apply(addresses);
+    if (passed.ok() && !provider_.allAddresses && passed->size() > 1)
+        passed->resize(1);
+    return passed;
+}
+
+//  Only an update would show whether user and password are right, and the provider counts updates.
+Status Dyndns2Backend::examine(const HostNames&, std::vector<Examination>& results) {
+    results.push_back({"connect to the provider (user and password are not tested)", open(*waiter_)});
+    return {};
 }
 
 }  // namespace

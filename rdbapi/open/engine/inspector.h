@@ -1,6 +1,7 @@
 //  What a server holds of one host, and its removal. Tools for administrators use this interface; the worker does not.
 //
 //      openToRead() --> held() --> the tool shows the records --> remove() --> Backend::close()
+//                   --> examine()
 //
 //  No operation but remove changes anything at the server. remove deletes only records that held has returned as ours,
 //  and only while the server still has them as returned.
@@ -12,7 +13,9 @@
 #include "engine/status.h"
 #include "engine/waiter.h"
 
+#include <algorithm>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -32,8 +35,16 @@ struct HeldRecord {
 };
 
 struct Holdings {
+    std::string name;  // of the host in DNS, without the final dot; empty if the server does not serve DNS
     std::vector<HeldRecord> records;
-    std::vector<std::string> remarks;  // what else there may be, as sentences without a full stop
+    std::optional<std::vector<std::string>> addresses;  // that records have; nothing if the server cannot be asked
+    std::vector<std::string> remarks;                   // what else there may be, as sentences without a full stop
+};
+
+//  One question to a server.
+struct Examination {
+    std::string what;  // what the service does there; no sentence
+    Status status;     // ok: the server allows it, as far as this can be asked without a change
 };
 
 //  One request of a removal, which the server carries out as a whole or not at all.
@@ -49,6 +60,14 @@ public:
 
     //  Returns what the server holds of host. Requires: openToRead has succeeded.
     virtual Result<Holdings> held(const HostNames& host) = 0;
+
+    //  Returns those of the host's IPv6 addresses that the service publishes at this server.
+    virtual Result<std::vector<std::string>> published(const std::vector<std::string>& addresses) { return addresses; }
+
+    //  Asks the server whether it allows what the service does for host, in addition to openToRead, and adds one
+    //  element to results for each question. Fails if the server could not be asked everything. Requires: openToRead
+    //  has succeeded.
+    virtual Status examine(const HostNames& host, std::vector<Examination>& results) = 0;
 
     //  Deletes the records of the last result of held that are ours, and adds one element to steps for each request.
     //  Every record that is ours is in one of them, unless memory is exhausted. Returns the first failure.
@@ -68,13 +87,25 @@ inline std::vector<std::string> textsOfOurs(const Holdings& holdings) {
     return texts;
 }
 
+//  Returns the addresses in the value of a tag, as the service writes it: separated by commas, "null" for none.
+inline std::vector<std::string> addressesIn(const std::string& value) {
+    std::vector<std::string> addresses;
+    for (std::size_t start = 0; value != "null" && start < value.size();) {
+        const std::size_t end = std::min(value.find(',', start), value.size());
+        addresses.push_back(value.substr(start, end - start));
+        start = end + 1;
+    }
+    return addresses;
+}
+
 //  Serves a back end whose server keeps nothing that can be listed or removed. remark says why.
 class RemarkInspector : public Inspector {
 public:
     explicit RemarkInspector(const char* remark) noexcept : remark_(remark) {}
 
     Status openToRead(const Waiter&) override { return {}; }
-    Result<Holdings> held(const HostNames&) override { return Holdings{{}, {remark_}}; }
+    Result<Holdings> held(const HostNames&) override { return Holdings{{}, {}, {}, {remark_}}; }
+    Status examine(const HostNames&, std::vector<Examination>&) override { return {}; }
     Status remove(std::vector<RemovalStep>&) override { return {}; }
 
 private:

@@ -8,6 +8,8 @@
 #include "request/dns_request.h"
 
 #include <algorithm>
+#include <cerrno>
+#include <unistd.h>
 
 namespace rdbopen {
 
@@ -36,6 +38,10 @@ public:
 
     Status openToRead(const Waiter&) override { return {}; }
     Result<Holdings> held(const HostNames& host) override;
+    Result<std::vector<std::string>> published(const std::vector<std::string>& addresses) override {
+        return filter_.apply(addresses);
+    }
+    Status examine(const HostNames& host, std::vector<Examination>& results) override;
     Status remove(std::vector<RemovalStep>& steps) override;
 
 private:
@@ -113,13 +119,27 @@ Result<Holdings> HostsBackend::held(const HostNames& host) {
         return unreadable(text.status());
     HostLines lines = hostLines(text->bytes, host.name);
     Holdings holdings;
-    for (const std::string& line : lines.own)
+    holdings.name = host.name;
+    holdings.addresses.emplace();
+    for (const std::string& line : lines.own) {
         holdings.records.push_back({line, {}});
+        holdings.addresses->push_back(line.substr(0, line.find(' ')));
+    }
     for (const std::string& line : lines.others)
         holdings.records.push_back({line, "the line is not of the service"});
     shownName_ = host.name;
     shown_ = std::move(lines.own);
     return holdings;
+}
+
+//  Tests the permissions of the calling user, without the temporary file of testWritable.
+Status HostsBackend::examine(const HostNames&, std::vector<Examination>& results) {
+    FilePlace place;
+    Status status = resolveFile(path_, place);
+    if (status.ok() && access(place.directory.c_str(), W_OK | X_OK) != 0)
+        status = systemFailure(errno);
+    results.push_back({"write in the folder " + place.directory + " (as this user)", std::move(status)});
+    return {};
 }
 
 //  All own lines are removed, also one that was added since held: the service writes all of them together.

@@ -93,6 +93,16 @@ public:
             return Status{errorBackendFailed, "out of memory"};  // short enough to need no allocation
         }
     }
+    Result<std::vector<std::string>> published(const std::vector<std::string>& addresses) noexcept override {
+        try {
+            return inspector_->published(addresses);
+        } catch (...) {
+            return Status{errorBackendFailed, "out of memory"};  // short enough to need no allocation
+        }
+    }
+    Status examine(const HostNames& host, std::vector<Examination>& results) noexcept override {
+        return guarded([&] { return inspector_->examine(host, results); });
+    }
     Status remove(std::vector<RemovalStep>& steps) noexcept override {
         return guarded([&] { return inspector_->remove(steps); });
     }

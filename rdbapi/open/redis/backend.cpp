@@ -29,7 +29,8 @@ void copyTo(RdbTag& tag, const RedisTag& stored) noexcept {
 class RedisBackend : public Backend, public TagBackend {
 public:
     RedisBackend(std::unique_ptr<RedisRoute> route, RedisLimits limits, const RedisScript& putScript)
-        : route_(std::move(route)), limits_(limits), putScript_(putScript), inspector_(*route_) {}
+        : route_(std::move(route)), limits_(limits), putScript_(putScript),
+          inspector_(*route_, limits, &putScript == &redisClusterPutScript) {}
 
     std::string label() const override { return route_->label(); }
     TagBackend* tags() noexcept override { return this; }

@@ -48,11 +48,41 @@ Result<Holdings> RedisInspector::held(const HostNames& host) {
         if (Status failed = (this->*find)(); !failed.ok())
             return failed;
     keepAllBesideForeignKeys();
+    holdings_.addresses = addressesIn(value_ ? value_->value : std::string());
     return holdings_;
 }
 
 void RedisInspector::add(const std::string& key, const std::string& contents, bool isForeign) {
     holdings_.records.push_back({key + (isForeign ? "" : contents), isForeign ? foreignKey : ""});
+}
+
+//  Sends the whole script, as removeShown does.
+Status RedisInspector::examine(const HostNames& host, std::vector<Examination>& results) {
+    if (Status unusable = verifyName(host.name); !unusable.ok())
+        return unusable;
+    RedisCommand command{"EVAL", std::string(redisExamineScript.source), "3"};
+    for (const char* kind : {"tag:", "value:", "history:"})
+        command.push_back(keyOf(kind, host.name));
+    command.insert(command.end(), {std::to_string(limits_.expire), std::to_string(limits_.history),
+                                   isCluster_ ? "SPUBLISH" : "PUBLISH", keyOf("changed:", host.name)});
+    const Result<RedisReply> reply = route_.ask(route_.groupOf(host.name), command, monotonicNow() + operationLimit);
+    if (!reply.ok())
+        return reply.status();
+    results.push_back({"write the keys of " + host.name, resultOfExamination(*reply)});
+    return {};
+}
+
+//  Servers before Redis 7 cannot be asked for permissions.
+Status RedisInspector::resultOfExamination(const RedisReply& reply) const {
+    const std::vector<RedisReply>& words = reply.elements;
+    if (words.size() == 1 && words[0].text == "unknown")
+        return {};
+    if (words.size() < 2 || words[0].text != "denied")
+        return readOutcome(reply, redisExamineScript);
+    std::string missing;
+    for (std::size_t i = 1; i < words.size(); ++i)
+        missing += " " + redisPrintable(words[i].text);
+    return serverRefused("the user lacks the permission for a command, its keys or its channel:" + missing);
 }
 
 Status RedisInspector::findTag() {

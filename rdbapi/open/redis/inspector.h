@@ -13,11 +13,13 @@ namespace rdbopen {
 
 class RedisInspector final : public Inspector {
 public:
-    //  Requires: route outlives the object.
-    explicit RedisInspector(RedisRoute& route) : route_(route) {}
+    //  isCluster: the servers are nodes of a cluster. Requires: route outlives the object.
+    RedisInspector(RedisRoute& route, RedisLimits limits, bool isCluster)
+        : route_(route), limits_(limits), isCluster_(isCluster) {}
 
     Status openToRead(const Waiter& waiter) override;
     Result<Holdings> held(const HostNames& host) override;
+    Status examine(const HostNames& host, std::vector<Examination>& results) override;
     Status remove(std::vector<RemovalStep>& steps) override;
 
 private:
@@ -29,8 +31,11 @@ private:
     void add(const std::string& key, const std::string& contents, bool isForeign);
     void keepAllBesideForeignKeys();
     Status removeShown();
+    Status resultOfExamination(const RedisReply& reply) const;
 
     RedisRoute& route_;
+    const RedisLimits limits_;
+    const bool isCluster_;
     std::chrono::milliseconds until_{0};  // time limit of the current operation
     std::string name_;                    // of the last call of held; this member and the next two
     std::optional<RedisValue> value_;

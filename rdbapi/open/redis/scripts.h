@@ -13,10 +13,11 @@ struct RedisScript {
     std::string_view source;
 };
 
-//  Each file describes its arguments and results: import.lua, put.lua, remove.lua.
+//  Each file describes its arguments and results: import.lua, put.lua, examine.lua, remove.lua.
 extern const RedisScript redisImportScript;
 extern const RedisScript redisPutScript;
 extern const RedisScript redisClusterPutScript;  // for a node of a cluster
+extern const RedisScript redisExamineScript;
 extern const RedisScript redisRemoveScript;
 
 }  // namespace rdbopen

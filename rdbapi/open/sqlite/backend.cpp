@@ -10,7 +10,9 @@
 #include "sqlite/schema.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <sys/stat.h>
+#include <unistd.h>
 
 namespace rdbopen {
 
@@ -47,6 +49,7 @@ public:
 
     Status openToRead(const Waiter& waiter) override;
     Result<Holdings> held(const HostNames& host) override;
+    Status examine(const HostNames& host, std::vector<Examination>& results) override;
     Status remove(std::vector<RemovalStep>& steps) override;
 
 private:
@@ -371,6 +374,7 @@ Result<Holdings> SqliteBackend::held(const HostNames& host) {
     if (!found.ok())
         return found.status();
     holdings_ = {};
+    holdings_.addresses = addressesIn(found->value ? found->value->value : std::string());
     if (found->hasTag)
         holdings_.records.push_back({"tag " + host.name, {}});
     if (found->value)
@@ -380,6 +384,19 @@ Result<Holdings> SqliteBackend::held(const HostNames& host) {
     shownName_ = host.name;
     shown_ = std::move(*found);
     return holdings_;
+}
+
+//  Tests the permissions of the calling user. A missing file is created by the service, so the folder counts.
+Status SqliteBackend::examine(const HostNames&, std::vector<Examination>& results) {
+    const std::string path = place_.path();
+    const bool exists = access(path.c_str(), F_OK) == 0;
+    const auto test = [&](const std::string& what, const std::string& place, int mode) {
+        results.push_back({what, access(place.c_str(), mode) == 0 ? Status{} : systemFailure(errno)});
+    };
+    test("write in the folder " + place_.directory + " (as this user)", place_.directory, W_OK | X_OK);
+    if (exists)
+        test("read and write the database (as this user)", path, R_OK | W_OK);
+    return {};
 }
 
 Status SqliteBackend::remove(std::vector<RemovalStep>& steps) {
