@@ -1,5 +1,6 @@
 //  The main function of addrpubd-check.
 #include "check.h"
+#include "connect.h"
 #include "inifile.h"
 #include "remove.h"
 #include "show.h"
@@ -13,28 +14,32 @@ namespace {
 //  The ini file of an installation of this build.
 constexpr char usual_place[] = ADDRPUBD_INI;
 
-constexpr char usage[] = "usage: addrpubd-check [FILE]\n"
-                         "       addrpubd-check --status [--json | --prometheus] [INSTANCE | FOLDER]\n"
-                         "       addrpubd-check --remove [--yes] [--with-tag] [--port N]... [FILE]\n"
-                         "\n"
-                         "Reports what addrpubd does with an ini file. Without FILE it checks the addrpubd.ini in the\n"
-                         "folder of this program or, if there is none, " ADDRPUBD_INI ".\n"
-                         "\n"
-                         "Exit status: 0 no findings, 1 warnings, 2 the service would not start.\n"
-                         "\n"
-                         "With --status it reports what the running service does, as text, JSON or metrics for\n"
-                         "Prometheus. It reads the state in /run/addrpubd, in /run/addrpubd/INSTANCE, or in FOLDER,\n"
-                         "which contains a \"/\".\n"
-                         "\n"
-                         "Exit status: 0 all servers have confirmed the addresses, 1 a server is late, refuses or is\n"
-                         "not connected, 2 the service is not running or its state cannot be read.\n"
-                         "\n"
-                         "--remove shows what the service has published with these settings in DNS, and deletes it\n"
-                         "after a confirmation on the terminal, or with --yes. --with-tag also deletes tag, value and\n"
-                         "history in the database; --port names a further HTTPS port of the host.\n"
-                         "\n"
-                         "Exit status: 0 nothing of the service remains, 1 records remain, 2 wrong command line or\n"
-                         "settings.\n";
+constexpr char usage[] =
+    "usage: addrpubd-check [FILE]\n"
+    "       addrpubd-check --status [--json | --prometheus] [INSTANCE | FOLDER]\n"
+    "       addrpubd-check --connect [FILE]\n"
+    "       addrpubd-check --remove [--yes] [--with-tag] [--port N]... [FILE]\n"
+    "\n"
+    "Reports what addrpubd does with an ini file. Without FILE it checks the addrpubd.ini in the\n"
+    "folder of this program or, if there is none, " ADDRPUBD_INI ".\n"
+    "\n"
+    "--status reports what the running service does, as text, JSON or metrics for Prometheus. It\n"
+    "reads the state in /run/addrpubd, in /run/addrpubd/INSTANCE, or in FOLDER, which contains a \"/\".\n"
+    "\n"
+    "--connect contacts the servers, changes nothing, and compares what they have with the addresses\n"
+    "of this host and with the answer of the system's resolver.\n"
+    "\n"
+    "--remove shows what the service has published with these settings in DNS, and deletes it\n"
+    "after a confirmation on the terminal, or with --yes. --with-tag also deletes tag, value and\n"
+    "history in the database; --port names a further HTTPS port of the host.\n"
+    "\n"
+    "Exit status: 0 no findings, 1 warnings, 2 the service would not start.\n"
+    "With --status: 0 all servers have confirmed the addresses, 1 a server is late, refuses or is not\n"
+    "connected, 2 the service is not running or its state cannot be read.\n"
+    "With --connect: 0 everything is equal and allowed, 1 something is not, 2 wrong command line or\n"
+    "settings.\n"
+    "With --remove: 0 nothing of the service remains, 1 records remain, 2 wrong command line or\n"
+    "settings.\n";
 
 //  Sets path to the file to check. Returns false for a wrong command line, with the reason in problem.
 bool readArguments(int argc, char** argv, std::string& path, std::string& problem) {
@@ -79,10 +84,13 @@ int main(int argc, char** argv) {
         return status::run(argc - 2, argv + 2, usage);
     if (argc > 1 && std::strcmp(argv[1], "--remove") == 0)
         return removeMode(argc - 2, argv + 2);
+    const bool connects = argc > 1 && std::strcmp(argv[1], "--connect") == 0;
     std::string path;
     std::string problem;
-    if (!readArguments(argc, argv, path, problem))
+    if (!readArguments(argc - (connects ? 1 : 0), argv + (connects ? 1 : 0), path, problem))
         return misused(problem);
+    if (connects)
+        return check::runConnect(path);
     check::CReport report;
     report.file = path;
     if (!check::checkFile(path, report, problem))

@@ -41,7 +41,9 @@ private:
 };
 
 void CRemoval::show(const RemoveConsole& console) {
-    const rdbopen::Result<rdbopen::Holdings> held = access_.held();
+    const rdbopen::Status connected = access_.connect();
+    const rdbopen::Result<rdbopen::Holdings> held =
+        connected.ok() ? access_.held() : rdbopen::Result<rdbopen::Holdings>(connected);
     console.print(std::string(nameOf(kind_)) + (access_.label().empty() ? "" : " " + printable(access_.label())) + ":");
     if (!held.ok()) {
         console.print("  failed " + printable(held.status().reason));

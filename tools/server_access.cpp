@@ -1,5 +1,6 @@
 #include "server_access.h"
 
+#include "dnsupdate.h"
 #include "settings.h"
 
 #include "backends.h"
@@ -97,12 +98,35 @@ CServerAccess::~CServerAccess() {
         backend_->close();
 }
 
+rdbopen::Status CServerAccess::connect() {
+    return status_.ok() ? backend_->inspector()->openToRead(waiter) : status_;
+}
+
 rdbopen::Result<rdbopen::Holdings> CServerAccess::held() {
-    if (!status_.ok())
-        return status_;
-    if (rdbopen::Status failed = backend_->inspector()->openToRead(waiter); !failed.ok())
-        return failed;
     return backend_->inspector()->held(host_);
+}
+
+rdbopen::Result<std::vector<std::string>> CServerAccess::published(const std::vector<std::string>& addresses) {
+    return backend_->inspector()->published(addresses);
+}
+
+rdbopen::Status CServerAccess::examine(std::vector<rdbopen::Examination>& results) {
+    return backend_->inspector()->examine(host_, results);
+}
+
+//  The service sends no request without an address.
+rdbopen::Status CServerAccess::compareRecords(const std::vector<std::string>& addresses) {
+    if (backend_->updates() == nullptr || addresses.empty())
+        return {};
+    DnsUpdateItem item;
+    item.name.append(host_.name.data(), host_.name.size());
+    for (const std::string& address : addresses)
+        splitAddressList(address, item.ipv6s);
+    for (const std::uint16_t port : host_.httpsPorts)
+        item.httpsports.push_back(port);
+    olk::string text;
+    writeDnsUpdateRequest(1, item, text);
+    return backend_->updates()->checkRequest({text.c_str(), text.size()});
 }
 
 rdbopen::Status CServerAccess::remove(std::vector<rdbopen::RemovalStep>& steps) {

@@ -34,9 +34,22 @@ public:
     //  end could not be created.
     const std::string& label() const { return label_; }
 
-    //  Connects without changing anything, and returns what the server has of the host. A failure includes that of the
-    //  constructor. The limits of time are those of the back end.
+    //  Connects without changing anything. Fails with the failure of the constructor, too. The limits of time of this
+    //  and of all other operations are those of the back end.
+    rdbopen::Status connect();
+
+    //  Returns what the server has of the host. Requires, as all operations below: connect has succeeded.
     rdbopen::Result<rdbopen::Holdings> held();
+
+    //  Returns those of the host's addresses that the service publishes at this server, after only and skip.
+    rdbopen::Result<std::vector<std::string>> published(const std::vector<std::string>& addresses);
+
+    //  Asks whether the server allows what the service does (engine/inspector.h).
+    rdbopen::Status examine(std::vector<rdbopen::Examination>& results);
+
+    //  Compares all records of a DNS server with those that the service writes for these addresses of the host. Fails
+    //  with errorNotHeld if they differ. Returns ok if the back end has no such check.
+    rdbopen::Status compareRecords(const std::vector<std::string>& addresses);
 
     //  Deletes the records of the service that held has returned (engine/inspector.h). Requires: held has succeeded.
     rdbopen::Status remove(std::vector<rdbopen::RemovalStep>& steps);

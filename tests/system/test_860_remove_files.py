@@ -157,7 +157,7 @@ def test_867_a_dry_run_and_a_provider_have_nothing_that_can_be_deleted(sandbox):
     assert (status, marked("note", output)) == (0, ["nothing is stored: log: is a dry run"] * 2)
     if open_library.has(BUILD, "dyndns2-https"):
         status, output = settings(sandbox, dnsurl="dyndns2+https://127.0.0.1/").remove("--yes")
-        assert marked("note", output)[0].endswith("delete it in the account at the provider")
+        assert marked("note", output)[0].endswith("do this in the account at the provider")
 
 
 @pytest.mark.parametrize(

@@ -17,6 +17,7 @@ addrpubd_unit_test(open_dns_message_test ONE_THREAD
 
 addrpubd_unit_test(open_dns_holdings_test
     SOURCES open_dns_holdings_test.cpp
+    APART open_dns_permission_test.cpp
     LIBS open_dns_support)
 
 addrpubd_unit_test(open_dns_datagram_test

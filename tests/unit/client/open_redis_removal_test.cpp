@@ -103,4 +103,38 @@ TEST_F(RedisRemoval, ANameWithoutKeysIsRefused) {
     EXPECT_EQ(server.received("TYPE").size(), 0U);
 }
 
+class RedisExamination : public RedisRemoval {
+protected:
+    std::string reasonFor(const std::string& answer) {
+        server.answer("EVAL", answer);
+        std::vector<Examination> results;
+        const Status status = backend->inspector()->examine({"host1", {}}, results);
+        return results.size() == 1 ? results[0].status.reason : "no result: " + status.reason;
+    }
+};
+
+TEST_F(RedisExamination, MissingPermissionsAreNamed) {
+    EXPECT_EQ(reasonFor("*3\r\n$6\r\ndenied\r\n$6\r\n+rpush\r\n$8\r\n+publish\r\n"),
+              "the user lacks the permission for a command, its keys or its channel: +rpush +publish");
+    EXPECT_EQ(reasonFor("*1\r\n$4\r\ndone\r\n"), "");
+    EXPECT_EQ(reasonFor("*1\r\n$7\r\nunknown\r\n"), "");
+}
+
+TEST_F(RedisExamination, ARefusedScriptAndUnknownAnswersAreReasons) {
+    EXPECT_NE(reasonFor("-NOPERM no\r\n").find("NOPERM"), std::string::npos);
+    EXPECT_NE(reasonFor("*1\r\n$6\r\ndenied\r\n"), "");
+    EXPECT_NE(reasonFor(":1\r\n"), "");
+    server.answerAndClose("EVAL", "");
+    EXPECT_EQ(reasonFor("").find("no result: "), 0U);
+}
+
+TEST_F(RedisExamination, TheScriptGetsTheOptionsOfTheUrl) {
+    backend = backendFor(server.url("?expire=900&history=0"), {"u", "secret"});
+    ASSERT_EQ(backend->inspector()->openToRead(plainWaiter).reason, "");
+    EXPECT_EQ(reasonFor("*1\r\n$4\r\ndone\r\n"), "");
+    const FakeRedis::Command sent = server.received("EVAL").at(0);
+    EXPECT_EQ(FakeRedis::Command(sent.end() - 4, sent.end()),
+              (FakeRedis::Command{"900", "0", "PUBLISH", "rdb:changed:{host1}"}));
+}
+
 }  // namespace

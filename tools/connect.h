@@ -1,0 +1,43 @@
+//  addrpubd-check --connect: contacts the servers of the settings, changes nothing, and compares what they have with the
+//  addresses of this host.
+//
+//      this host has 2001:db8::1, fd00::1
+//      DNS server dns://ns.example.org/example.org:
+//        allowed update the records of host1.example.org       what the service does there
+//        refused update PTR records in ...: REFUSED ...
+//        expect  2001:db8::1                                    after only and skip
+//        has     2001:db8::1
+//        differs ...                                            and why
+//      resolver, for host1.example.org:
+//        has     2001:db8::1
+#ifndef TOOLS_CONNECT_H
+#define TOOLS_CONNECT_H
+
+#include "resolver.h"
+
+#include <functional>
+#include <string>
+#include <vector>
+
+class CRunCls;
+
+namespace check {
+
+//  What a comparison needs from its surroundings.
+struct ConnectConsole {
+    std::function<void(const std::string&)> print;  // one line, without line feed
+    std::vector<std::string> addresses;             // of this host, as the service lists them
+    std::function<ResolverAnswer(const std::string&)> resolve;
+    bool service_runs = false;  // on this machine
+};
+
+//  Returns status_clean if every server allows what the service does and has what it writes, and the resolver answers
+//  with it; else status_warnings.
+int compareServers(const CRunCls& run, const ConnectConsole& console);
+
+//  The whole mode, with the file at path. Returns an exit status of the tool.
+int runConnect(const std::string& path);
+
+}  // namespace check
+
+#endif
