@@ -40,7 +40,7 @@ def publish(fixture, addresses, options=""):
 
 
 class ConnectCases:
-    def test_840_equal_servers_are_reported_as_such(self, fixture):
+    def test_870_equal_servers_are_reported_as_such(self, fixture):
         fixture.sandbox.add_address(A + "/64")
         publish(fixture, [A])
         before = fixture.server.lines()
@@ -52,7 +52,7 @@ class ConnectCases:
         assert marked("has", output) == [A, A]  # the server and the resolver
         assert fixture.server.lines() == before
 
-    def test_841_a_difference_is_explained(self, fixture):
+    def test_871_a_difference_is_explained(self, fixture):
         fixture.sandbox.add_address(B + "/64")
         publish(fixture, [A])
         status, output = dns_settings(fixture).check("--connect")
@@ -60,7 +60,7 @@ class ConnectCases:
         assert marked("differs", output) == ["the service does not run on this machine, so nothing is written"]
 
     @pytest.mark.refusal
-    def test_842_a_refused_update_is_found_without_a_change(self, fixture):
+    def test_872_a_refused_update_is_found_without_a_change(self, fixture):
         fixture.sandbox.add_address(A + "/64")
         publish(fixture, [A])
         before = fixture.server.lines()
@@ -78,12 +78,12 @@ class ConnectCases:
         return marked("refused", output)[0].startswith(f"{UPDATE}: ")
 
     @pytest.mark.refusal
-    def test_843_a_wrong_secret_is_found_and_not_shown(self, fixture):
+    def test_873_a_wrong_secret_is_found_and_not_shown(self, fixture):
         status, output = dns_settings(fixture, password=secret("wrong")).check("--connect")
         assert (status, len(marked("failed", output))) == (1, 1)
         assert secret("wrong") not in "\n".join(output)
 
-    def test_844_addresses_that_the_options_skip_are_not_expected(self, fixture):
+    def test_874_addresses_that_the_options_skip_are_not_expected(self, fixture):
         fixture.sandbox.add_address(A + "/64")
         fixture.sandbox.add_address("fd00::c/64")
         publish(fixture, [A])
@@ -95,7 +95,7 @@ class TestBindConnect(ConnectCases):
     Server = ReverseBind
 
     @pytest.mark.refusal
-    def test_845_a_type_that_the_policy_lacks_is_named(self, fixture):
+    def test_875_a_type_that_the_policy_lacks_is_named(self, fixture):
         fixture.change_server(types="AAAA")
         status, output = dns_settings(fixture).check("--connect")
         assert status == 1
@@ -103,7 +103,7 @@ class TestBindConnect(ConnectCases):
         assert marked("allowed", output) == [f"update {NAME} AAAA"]
 
     @pytest.mark.refusal
-    def test_846_the_reverse_zone_is_asked(self, fixture):
+    def test_876_the_reverse_zone_is_asked(self, fixture):
         option = f"?ptr={REVERSE}"
         fixture.sandbox.add_address(A + "/64")
         publish(fixture, [A], option)
@@ -114,14 +114,14 @@ class TestBindConnect(ConnectCases):
         status, output = dns_settings(fixture, option).check("--connect")
         assert (status, marked("refused", output)[0].startswith(f"{question}: REFUSED")) == (1, True)
 
-    def test_847_records_that_differ_beside_equal_addresses_are_found(self, fixture):
+    def test_877_records_that_differ_beside_equal_addresses_are_found(self, fixture):
         fixture.sandbox.add_address(A + "/64")
         publish(fixture, [A])
         status, output = dns_settings(fixture, ports="443, 8443").check("--connect")
         assert (status, len(marked("differs", output))) == (1, 1)
         assert "HTTPS or PTR records" in marked("differs", output)[0]
 
-    def test_848_a_resolver_that_does_not_answer_is_reported(self, fixture):
+    def test_878_a_resolver_that_does_not_answer_is_reported(self, fixture):
         fixture.sandbox.add_address(A + "/64")
         publish(fixture, [A])
         one = dns_settings(fixture)
@@ -130,7 +130,7 @@ class TestBindConnect(ConnectCases):
         assert (status, marked("failed", output)) == (1, ["the resolver does not answer or has failed"])
 
     @pytest.mark.refusal
-    def test_849_a_secondary_server_takes_no_updates(self, fixture):
+    def test_879_a_secondary_server_takes_no_updates(self, fixture):
         secondary = SecondaryBind(fixture.sandbox)
         secondary.start()
         status, output = dns_settings(fixture, server=secondary.address).check("--connect")
