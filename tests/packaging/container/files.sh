@@ -1,0 +1,73 @@
+#!/usr/bin/env bash
+#  Sourced by inside: the files of the image, and the checker in it.
+
+# shellcheck source=tests/packaging/container/names.sh
+source "$(dirname "${BASH_SOURCE[0]}")/names.sh"
+
+#  write_settings RDBURL DNSURL
+write_settings() {
+    cat >addrpubd.ini <<INI
+hostname = host1.example
+logurl = stdout
+rdburl = $1
+rdbuser = local
+$(sed -n 's/^    \(rdbpswd = .*\)/\1/p' "$page")
+dnsurl = $2
+dnsuser = local
+dnspswd = local
+INI
+    run_commands "## Settings and passwords" "install -D"
+}
+
+check_files() {
+    say "the files of the image"
+    local root packed megabytes
+    root=$(podman image mount "$(image)")
+    expect "programs of Debian" "./usr/bin/stdbuf" "$(cd "$root" && find ./usr/bin -type f)"
+    expect "set-id programs" "" "$(find "$root" -perm /6000)"
+    expect "files that user 10001 may write" "./run/addrpubd
+./run/addrpubd.pid
+./var/lib/addrpubd
+./var/lib/addrpubd/hosts.d" "$(cd "$root" && find . -uid 10001 | sort)"
+    grep --quiet '^Package: libsqlite3-0$' "$root/var/lib/dpkg/status" || fail "the list of packages is incomplete"
+    #  Updates of Debian may change the size a little.
+    megabytes=$(du --summarize --apparent-size --block-size=1MB "$root" | cut -f1)
+    packed=$(du --summarize --apparent-size --block-size=1MB "$work/build/image" | cut -f1)
+    states "about 33 MB of files, 15 MB packed"
+    expect_at_most "MB of files" 35 "$megabytes"
+    expect_at_most "MB packed" 17 "$packed"
+    check_certificates "$root"
+    podman image unmount "$(image)" >/dev/null
+}
+
+#  The default store of certificates is that of the image, and an authority in it is trusted.
+check_certificates() {
+    local authority=/usr/share/ca-certificates/mozilla/ISRG_Root_X1.crt
+    [ -e "$authority" ] || fail "ca-certificates is not installed"
+    podman run --rm --network none --volume /usr/bin/openssl:/openssl:ro --volume "$authority:/authority.crt:ro" \
+        --entrypoint /openssl "$(image)" verify /authority.crt >"$work/output" 2>&1 || {
+        cat "$work/output"
+        fail "the certificates of $1 do not contain a public authority"
+    }
+}
+
+check_without_settings() {
+    say "without settings, and the version"
+    expect "status without a host name" 0 "$(status_of podman run --rm "$(image)")"
+    output_has hostname
+    row "podman run --rm $(image) -ver"
+    output_has "$(image | cut --delimiter=: --fields=2)"
+}
+
+make_settings() {
+    echo secret-1 >rdbpswd.txt
+    write_settings "$database" "$names"
+    expect "owner and mode of the ini file" "0:10001 640" "$(stat --format '%u:%g %a' "$settings")"
+    run_commands "## Settings and passwords" "podman secret create"
+}
+
+check_settings_check() {
+    say "the check of the settings"
+    run_commands "## Settings and passwords" "addrpubd-check"
+    output_has 'it connects to the rdb server'
+}
