@@ -88,7 +88,7 @@ class Session:
         self._service.wait_parked()
         control.let_run(31)
         output = parent.all_output().decode()
-        wait_until(lambda: self._shell("./addrpubd-check --status").count("connected") == 2, "both connections")
+        wait_until(lambda: self._shell("./addrpubd-check --status").count("connected, ") == 2, "both connections")
         self._service.advance(0.1)
         return output
 
