@@ -5,8 +5,9 @@
 #  usage that the two programs print must be in this table.
 declare -gA _addrpubd_next=(
     [addrpubd]="-start -stop -status -run -ver"
-    [addrpubd-check]="--help --status --remove FILE"
+    [addrpubd-check]="--help --status --connect --remove FILE"
     [--status]="--json --prometheus"
+    [--connect]="FILE"
     [--remove]="--yes --with-tag --port FILE"
     [--yes]="--with-tag --port FILE"
     [--with-tag]="--yes --port FILE"

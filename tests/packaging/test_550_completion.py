@@ -81,6 +81,7 @@ def test_555_ini_files_and_folders_are_completed_for_the_checker_only(file, tmp_
     assert completions(file, "addrpubd-check", "a", folder=tmp_path) == ["a.ini"]
     assert completions(file, "addrpubd-check", "b", folder=tmp_path) == ["b c.ini"]
     assert completions(file, "addrpubd-check", "f", folder=tmp_path) == ["folder"]
+    assert completions(file, "addrpubd-check", "--connect", "a", folder=tmp_path) == ["a.ini"]
     assert completions(file, "addrpubd", "a", folder=tmp_path) == [""]
 
 
