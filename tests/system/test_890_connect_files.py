@@ -15,7 +15,7 @@ def connect(sandbox, **urls):
     return settings(sandbox, **urls).check("--connect")
 
 
-def test_850_files_of_a_running_service_are_equal(open_host):
+def test_890_files_of_a_running_service_are_equal(open_host):
     published(open_host)
     sandbox = open_host.sandbox
     status, output = connect(sandbox, rdburl=URLS["rdburl"])
@@ -26,7 +26,7 @@ def test_850_files_of_a_running_service_are_equal(open_host):
     assert [line for line in marked("allowed", output) if "database" in line] != []
 
 
-def test_851_a_difference_while_the_service_runs_is_explained(open_host):
+def test_891_a_difference_while_the_service_runs_is_explained(open_host):
     published(open_host)
     open_host.sandbox.add_address(B + "/64")
     status, output = connect(open_host.sandbox, rdburl=URLS["rdburl"])
@@ -34,13 +34,13 @@ def test_851_a_difference_while_the_service_runs_is_explained(open_host):
     assert marked("differs", output)[0].startswith("the service writes a change within ten seconds")
 
 
-def test_852_nothing_is_created(sandbox):
+def test_892_nothing_is_created(sandbox):
     status, output = connect(sandbox)
     assert status == 1, output
     assert folder(sandbox) == []
 
 
-def test_853_a_folder_that_the_user_may_not_write_is_refused(sandbox):
+def test_893_a_folder_that_the_user_may_not_write_is_refused(sandbox):
     one = settings(sandbox)
     process = sandbox.spawn(f"{BUILD}/addrpubd-check", "--connect", one.path, uid=65534)
     output = process.all_output().decode().splitlines()
@@ -48,14 +48,14 @@ def test_853_a_folder_that_the_user_may_not_write_is_refused(sandbox):
     assert len([line for line in marked("refused", output) if "write in the folder /mnt/data/ (as this user)" in line]) == 2
 
 
-def test_854_a_dry_run_has_nothing_to_compare(sandbox):
+def test_894_a_dry_run_has_nothing_to_compare(sandbox):
     status, output = connect(sandbox, rdburl="log:", dnsurl="log:")
     assert (status, marked("note", output)) == (0, ["nothing is stored: log: is a dry run"] * 2)
     assert marked("differs", output) == []
 
 
 @pytest.mark.parametrize("words", [("a", "b"), ("--yes",)], ids=lambda words: " ".join(words))
-def test_855_an_invalid_command_line_returns_status_2(sandbox, words):
+def test_895_an_invalid_command_line_returns_status_2(sandbox, words):
     one = Settings(sandbox, "host1", **URLS, **LOGINS)
     one.path = ""
     status, output = one.check("--connect", *words)
