@@ -161,7 +161,8 @@ class Sandbox:
             ours, theirs = os.pipe()
             fcntl.fcntl(ours, fcntl.F_SETPIPE_SZ, PIPE_SIZE)
         given = stdin if stdin is not None else (theirs if tty else os.open("/dev/null", os.O_RDONLY))
-        message = {"op": "spawn", "argv": self._place.command(argv), "env": self._place.environment(argv, env or {})}
+        environment = self._place.environment(argv, env or {})
+        message = {"op": "spawn", "argv": self._place.command(argv, cwd), "env": environment}
         message |= {"cwd": str(cwd), "tty": tty, "uid": uid, "umask": umask}
         if unread:
             os.close(ours)

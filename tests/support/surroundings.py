@@ -4,11 +4,13 @@
                               at once if that locale has a different decimal mark
     ADDRPUBD_UNDER=memcheck   each program runs under valgrind's memcheck; an error or a definite leak in any of its
                               processes fails the test
+    ADDRPUBD_UNDER=arm64      the build is for arm64: each program runs under qemu-user, with the libraries of the
+                              Debian in ADDRPUBD_SYSROOT
     ADDRPUBD_PATIENCE=4       factor for the time after which a test gives up waiting
     ADDRPUBD_TALLY=FILE       append the result of each system test to this file, one JSON object per line
     ADDRPUBD_BUILD=FOLDER     the build folder to test
 
-scripts/surroundings sets them.
+scripts/surroundings and scripts/arm64 set them.
 """
 
 import atexit
@@ -19,9 +21,13 @@ import shutil
 import tempfile
 from pathlib import Path
 
+import emulated
+
 BUILD = Path(os.environ.get("ADDRPUBD_BUILD", "."))
 DECIMAL_MARK = os.environ.get("ADDRPUBD_DECIMAL_MARK")
 MEMCHECK = os.environ.get("ADDRPUBD_UNDER") == "memcheck"
+ARM64 = os.environ.get("ADDRPUBD_UNDER") == "arm64"
+SYSROOT = os.environ.get("ADDRPUBD_SYSROOT")
 PATIENCE = float(os.environ.get("ADDRPUBD_PATIENCE", "1"))
 TALLY = os.environ.get("ADDRPUBD_TALLY")
 
@@ -30,7 +36,7 @@ AGENTS = {"rdb_client_agent.py"}  # Python scripts that load the client library 
 PASSED_ON = ("PATH", "TZ", "LC_ALL", "LANG")
 
 #  The name, in /proc, of a process that runs the executable.
-COMM = "memcheck-amd64-" if MEMCHECK else "addrpubd"
+COMM = "memcheck-amd64-" if MEMCHECK else "qemu-aarch64-st" if ARM64 else "addrpubd"
 
 #  The tool itself. Its launcher must not be used, because it would load the shims that are meant for the program.
 _TOOL = "/usr/libexec/valgrind/memcheck-amd64-linux"
@@ -39,6 +45,9 @@ _OPTIONS += ["--show-leak-kinds=definite", "--errors-for-leak-kinds=definite", "
 _OPTIONS += ["--soname-synonyms=somalloc=nouserintercepts"]  # keeps the shim's malloc
 _SUPPRESSIONS = Path(__file__).with_name("valgrind.supp")
 _SHIM = BUILD / "tests/liblocaleshim.so"
+
+#  The static build of qemu-user ignores LD_PRELOAD, which is meant for the program.
+_EMULATOR = "qemu-aarch64-static"
 
 _BY_SHELL = "a shell starts the executable, so the test cannot start memcheck instead"
 _NO_TEXT = "snprintf of a number does not fail in practice; memcheck reports the resulting length -1"
@@ -62,7 +71,7 @@ if DECIMAL_MARK:
 
 def reason_to_skip(test):
     """Returns why the test is not meaningful in this environment, or None."""
-    reasons = NOT_UNDER_MEMCHECK if MEMCHECK else {}
+    reasons = NOT_UNDER_MEMCHECK if MEMCHECK else emulated.SYSTEM if ARM64 else {}
     return next((reason for start, reason in reasons.items() if test.startswith(start)), None)
 
 
@@ -85,9 +94,12 @@ class Place:
             passed["VALGRIND_LAUNCHER"] = shutil.which("valgrind") or "valgrind"
         return passed | given
 
-    def command(self, argv):
-        """Returns the command line that starts a program."""
+    def command(self, argv, folder="."):
+        """Returns the command line that starts a program in the folder."""
         words = [str(word) for word in argv]
+        if ARM64 and Path(words[0]).name in PROGRAMS:
+            #  The emulator derives /proc/self/exe from the path, also after a change of the working directory.
+            return [_EMULATOR, "-L", SYSROOT, "-0", words[0], os.path.join(folder, words[0]), *words[1:]]
         if not MEMCHECK or Path(words[0]).name not in PROGRAMS:
             return words
         files = [f"--suppressions={self._logs}/{_SUPPRESSIONS.name}", f"--log-file={self._logs}/%p.log"]

@@ -4,6 +4,7 @@
 A process is stopped immediately before one of its calls, so the test determines what happens before that call.
 """
 
+import os
 import signal
 
 import pytest
@@ -83,7 +84,15 @@ class Stage:
 
     def kill(self, pid):
         self.host.sandbox.request({"op": "kill", "pid": pid, "signal": int(signal.SIGKILL)})
-        wait_until(lambda: pid not in self.bench.living(), "the end of the killed process")
+        wait_until(lambda: pid not in self.bench.living() and self._threads(pid) <= 1, "the end of the killed process")
+
+    def _threads(self, pid):
+        """Returns the number of threads. A process that has other threads, such as an emulator, still has its files and
+        locks when its main thread has ended."""
+        try:
+            return len(os.listdir(self.host.sandbox.path(f"/proc/{pid}/task")))
+        except (FileNotFoundError, ProcessLookupError):
+            return 0
 
 
 @pytest.fixture
