@@ -1,0 +1,24 @@
+#  Tool chain file: builds for arm64 (AArch64, little-endian) with Debian's cross compiler, and runs the programs of the
+#  build with qemu-user. scripts/arm64 uses it.
+#
+#      cmake --toolchain cmake/aarch64.cmake -DADDRPUBD_SYSROOT=FOLDER ...
+#
+#  FOLDER contains the headers and libraries of an arm64 Debian.
+
+set(CMAKE_SYSTEM_NAME Linux)
+set(CMAKE_SYSTEM_PROCESSOR aarch64)
+set(CMAKE_CXX_COMPILER aarch64-linux-gnu-g++)
+set(CMAKE_LIBRARY_ARCHITECTURE aarch64-linux-gnu)
+
+#  Projects of compiler checks read this file, too.
+list(APPEND CMAKE_TRY_COMPILE_PLATFORM_VARIABLES ADDRPUBD_SYSROOT)
+set(CMAKE_SYSROOT ${ADDRPUBD_SYSROOT})
+
+#  Libraries and headers are those of the other system, programs those of this one.
+set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
+set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
+set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
+set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
+
+#  The static build of qemu-user is not affected by LD_PRELOAD, which is meant for the program that it runs.
+set(CMAKE_CROSSCOMPILING_EMULATOR qemu-aarch64-static -L ${ADDRPUBD_SYSROOT})
