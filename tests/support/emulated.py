@@ -63,7 +63,7 @@ def report(listing, tally):
     for start in UNIT:
         assert any(name.startswith(start) for name in names), f"no unit test starts with {start}"
     records = [json.loads(line) for line in Path(tally).read_text().splitlines()]
-    rows += [(one["test"].rsplit("/", 1)[1], one["reason"]) for one in records if one.get("outcome") == "skipped"]
+    rows += [(one["test"].split("::", 1)[1], one["reason"]) for one in records if one.get("outcome") == "skipped"]
     reasons = {}
     for name, reason in rows:
         reasons.setdefault(reason, []).append(name)
