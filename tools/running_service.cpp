@@ -30,7 +30,7 @@ bool isSameFile(const std::string& left, const std::string& right) {
 }  // namespace
 
 //  The file is opened for reading only: openPidFile would create it.
-RunningService findRunningService(const std::string& settings, const char* pid_path) {
+RunningService findRunningService(const std::string& ini, const char* pid_path) {
     const int fd = open(pid_path, O_RDONLY | O_CLOEXEC);
     if (fd == -1)
         return {};
@@ -42,7 +42,7 @@ RunningService findRunningService(const std::string& settings, const char* pid_p
     if (found.pid < 1)
         return {};
     const std::string folder = programFolder(found.pid);
-    found.uses_settings = !folder.empty() && isSameFile(folder + "addrpubd.ini", settings);
+    found.uses_settings = !folder.empty() && isSameFile(folder + "addrpubd.ini", ini);
     return found;
 }
 

@@ -13,10 +13,10 @@ struct RunningService {
     bool uses_settings = false;  // its settings are the given file
 };
 
-//  Queries the lock of the pid file at pid_path, which is neither created nor changed. settings: path of the file whose
+//  Queries the lock of the pid file at pid_path, which is neither created nor changed. ini: path of the file whose
 //  use is of interest. An instance whose program or settings cannot be found out, such as one of another user, counts
 //  as one with other settings.
-RunningService findRunningService(const std::string& settings, const char* pid_path = "/var/run/addrpubd.pid");
+RunningService findRunningService(const std::string& ini, const char* pid_path = "/var/run/addrpubd.pid");
 
 }  // namespace check
 
