@@ -1,6 +1,7 @@
 #include "running_service.h"
 
 #include "pidfile.h"
+#include "status_file.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -27,10 +28,8 @@ bool isSameFile(const std::string& left, const std::string& right) {
            one.st_ino == other.st_ino;
 }
 
-}  // namespace
-
 //  The file is opened for reading only: openPidFile would create it.
-RunningService findRunningService(const std::string& ini, const char* pid_path) {
+RunningService findByPidFile(const std::string& ini, const char* pid_path) {
     const int fd = open(pid_path, O_RDONLY | O_CLOEXEC);
     if (fd == -1)
         return {};
@@ -44,6 +43,26 @@ RunningService findRunningService(const std::string& ini, const char* pid_path) 
     const std::string folder = programFolder(found.pid);
     found.uses_settings = !folder.empty() && isSameFile(folder + "addrpubd.ini", ini);
     return found;
+}
+
+//  An instance of the unit has settings of its name, and a pid file that only its processes see.
+RunningService findInstance(const std::string& ini, const std::string& runtime) {
+    constexpr std::string_view ending = ".ini";
+    const std::string file = ini.substr(ini.rfind('/') + 1);
+    if (!file.ends_with(ending))
+        return {};
+    const status::Reading reading = status::readState(runtime + "/" + file.substr(0, file.size() - ending.size()));
+    if (reading.found != status::Found::running)
+        return {};
+    return {static_cast<pid_t>(reading.state.pid), true};
+}
+
+}  // namespace
+
+RunningService findRunningService(const std::string& ini, const char* pid_path, const std::string& runtime) {
+    const RunningService found = findByPidFile(ini, pid_path);
+    const RunningService instance = found.uses_settings ? RunningService{} : findInstance(ini, runtime);
+    return instance.pid != 0 ? instance : found;
 }
 
 }  // namespace check

@@ -1,4 +1,4 @@
-//  Whether an instance of the service runs on this machine, according to the lock of its pid file.
+//  Whether the service runs on this machine, according to the lock of its pid file or the state of an instance.
 #ifndef TOOLS_RUNNING_SERVICE_H
 #define TOOLS_RUNNING_SERVICE_H
 
@@ -16,7 +16,11 @@ struct RunningService {
 //  Queries the lock of the pid file at pid_path, which is neither created nor changed. ini: path of the file whose
 //  use is of interest. An instance whose program or settings cannot be found out, such as one of another user, counts
 //  as one with other settings.
-RunningService findRunningService(const std::string& ini, const char* pid_path = "/var/run/addrpubd.pid");
+//
+//  If the file NAME.ini has the name of an instance of the unit whose state in the folder runtime/NAME shows that it
+//  runs, this instance is the result, and counts as one with these settings.
+RunningService findRunningService(const std::string& ini, const char* pid_path = "/var/run/addrpubd.pid",
+                                  const std::string& runtime = "/run/addrpubd");
 
 }  // namespace check
 

@@ -39,13 +39,13 @@ def folder(sandbox):
     return [(file.name, file.stat().st_mtime_ns, file.read_bytes()) for file in files]
 
 
-def published(host):
+def published(host, **options):
     """Runs the service with both files and ends it."""
     open_library.install(BUILD, host.sandbox.path(DIRECTORY))
     host.sandbox.path("/mnt/data").mkdir()
     host.settings(**URLS)
     host.sandbox.add_address("2001:db8::1/64")
-    process = host.start("-run", tty=True)
+    process = host.start("-run", tty=True, **options)
     control = host.clock.of(process)
     control.wait_parked()
     process.wait_for_output(b"connect rdb server sqlite:///mnt/data/rdb.db success.")
@@ -121,6 +121,23 @@ def test_863_nothing_is_deleted_while_the_service_runs_with_the_settings(open_ho
     assert status == 1
     assert output[-1].startswith("nothing was deleted: the service runs with these settings")
     assert open_host.sandbox.path("/mnt/data/hosts").read_text() == "2001:db8::1 host1 # addrpubd host1\n"
+
+
+def test_8631_nothing_is_deleted_while_an_instance_runs_with_the_settings(open_host):
+    sandbox = open_host.sandbox
+    sandbox.path("/run/addrpubd/home").mkdir(parents=True)
+    process = published(open_host, env={"RUNTIME_DIRECTORY": "/run/addrpubd/home"})
+    sandbox.path("/run/addrpubd.pid").unlink()  # that of an instance is seen by its processes only
+    one = settings(sandbox)
+    one.path = "/mnt/home.ini"
+    shutil.copy(sandbox.path(f"{DIRECTORY}/addrpubd.ini"), sandbox.path(one.path))
+    status, output = one.remove("--yes")
+    assert status == 1
+    assert output[-1].startswith("nothing was deleted: the service runs with these settings")
+    process.kill()
+    process.wait()
+    status, output = one.remove("--yes")
+    assert (status, len(marked("deleted", output))) == (0, 1)
 
 
 def test_864_a_service_with_other_settings_is_mentioned(open_host):

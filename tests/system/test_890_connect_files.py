@@ -1,7 +1,7 @@
 """addrpubd-check --connect with a database of SQLite and a hosts file."""
 
 import pytest
-from test_820_remove_files import LOGINS, URLS, folder, open_host, published, sandbox, settings
+from test_860_remove_files import LOGINS, URLS, folder, open_host, published, sandbox, settings
 
 from host import BUILD
 from remove_bed import Settings, marked
