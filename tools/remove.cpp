@@ -37,6 +37,7 @@ private:
     const ServerKind kind_;
     CServerAccess access_;
     std::size_t count_ = 0;
+    bool complete_ = false;  // the server has shown all records of the service
     bool done_ = false;
 };
 
@@ -58,13 +59,14 @@ void CRemoval::show(const RemoveConsole& console) {
         console.print("  nothing of this name");
     for (const std::string& remark : held->remarks)
         console.print("  note   " + printable(remark));
-    done_ = count_ == 0;
+    complete_ = !held->incomplete;
+    done_ = complete_ && count_ == 0;
 }
 
 void CRemoval::remove(const RemoveConsole& console) {
     std::vector<rdbopen::RemovalStep> steps;
     const rdbopen::Status status = access_.remove(steps);
-    done_ = status.ok();
+    done_ = complete_ && status.ok();
     for (const rdbopen::RemovalStep& step : steps) {
         for (const std::string& text : step.texts)
             console.print((step.status.ok() ? "  deleted " : "  remains ") + printable(text));

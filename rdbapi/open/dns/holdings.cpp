@@ -86,8 +86,10 @@ Status ZoneHoldings::find(DnsExchange& exchange, std::chrono::milliseconds until
         Status failed = findPointers(exchange, reverseZone, until);
         if (failed.code == errorBackendFailed)
             return failed;
-        if (!failed.ok())
+        if (!failed.ok()) {
             holdings_.remarks.push_back("PTR records in " + reverseZone + " cannot be found: " + failed.reason);
+            holdings_.incomplete = true;
+        }
     }
     holdings_.remarks.emplace_back("names of other HTTPS ports below " + host_ +
                                    " are not listed, because a server does not list names; give such ports");

@@ -39,6 +39,7 @@ struct Holdings {
     std::vector<HeldRecord> records;
     std::optional<std::vector<std::string>> addresses;  // that records have; nothing if the server cannot be asked
     std::vector<std::string> remarks;                   // what else there may be, as sentences without a full stop
+    bool incomplete = false;  // there may be records of the service that remove does not delete
 };
 
 //  One question to a server.

@@ -140,9 +140,12 @@ void RedisInspector::keepAllBesideForeignKeys() {
     std::vector<HeldRecord>& records = holdings_.records;
     if (std::all_of(records.begin(), records.end(), [](const HeldRecord& record) { return record.ours(); }))
         return;
-    for (HeldRecord& record : records)
-        if (record.ours())
-            record.remains = "a key beside it belongs to another program";
+    for (HeldRecord& record : records) {
+        if (!record.ours())
+            continue;
+        record.remains = "a key beside it belongs to another program";
+        holdings_.incomplete = true;
+    }
 }
 
 Status RedisInspector::remove(std::vector<RemovalStep>& steps) {

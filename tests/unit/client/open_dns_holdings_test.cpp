@@ -39,6 +39,7 @@ public:
     std::atomic<bool> isSigned{true};  // its answers to updates are
     std::atomic<bool> cuts{false};     // it closes the connection at an update of example.org
     std::atomic<bool> wildcard{false};
+    std::atomic<bool> refusesPointers{false};
     std::atomic<int> updates{0};  // number of those with changes
 
 private:
@@ -46,6 +47,8 @@ private:
     static bool hasChanges(const SeenRequest& seen) { return seen.wire[8] != 0 || seen.wire[9] != 0; }
 
     Reaction react(const SeenRequest& seen) {
+        if (refusesPointers && seen.type == typePtr)
+            return reply(seen, rcodeRefused, {});
         if (seen.opcode != opcodeUpdate)
             return reply(seen, 0, seen.type == typeSoa ? std::vector{soaOf("example.org")} : answerTo(seen));
         if (!hasChanges(seen))
@@ -84,6 +87,7 @@ protected:
         const Result<Holdings> found = inspector().held({"host1", {8443}});
         EXPECT_EQ(found.status().reason, "");
         remaining.clear();
+        incomplete = found->incomplete;
         for (const HeldRecord& record : found->records)
             if (!record.ours())
                 remaining.push_back(record.text + ": " + record.remains);
@@ -104,9 +108,18 @@ protected:
     HoldingServer server;
     std::unique_ptr<Backend> backend;
     std::vector<std::string> remaining;
+    bool incomplete = false;
 };
 
 using Texts = std::vector<std::string>;
+
+TEST_F(DnsHoldings, WithoutTheRecordsOfAReverseZoneTheListIsIncomplete) {
+    held();
+    EXPECT_FALSE(incomplete);
+    server.refusesPointers = true;
+    EXPECT_EQ(held(), Texts{addressLine});
+    EXPECT_TRUE(incomplete);
+}
 
 TEST_F(DnsHoldings, PtrRecordsLeaveBeforeTheAddressesByWhichTheyAreFound) {
     EXPECT_EQ(held(), (Texts{addressLine, pointerLine}));

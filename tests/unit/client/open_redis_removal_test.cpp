@@ -69,6 +69,7 @@ TEST_F(RedisRemoval, AKeyOfAnotherProgramKeepsTheOthers) {
     EXPECT_EQ(textsOfOurs(*found), Texts());
     EXPECT_EQ(found->records.at(0).remains, "it belongs to another program");
     EXPECT_EQ(found->records.at(1).remains, "a key beside it belongs to another program");
+    EXPECT_TRUE(found->incomplete);
 }
 
 TEST_F(RedisRemoval, ALengthThatMayNotBeQueriedIsLeftOut) {
