@@ -71,12 +71,15 @@ bool isConfigured(const CRunCls& run, ServerKind kind) {
 }
 
 CServerAccess::CServerAccess(const CRunCls& run, ServerKind kind, const std::vector<std::uint16_t>& ports)
-    : host_{beforeZero(run.hostname), {run.dnshttpsports.begin(), run.dnshttpsports.end()}} {
+    : host_{beforeZero(run.hostname), {}} {
     if (kind == ServerKind::rdb)
         host_.name.resize(std::min(host_.name.size(), sizeof(RdbTag::name) - 1));  // as the service cuts it
-    for (const std::uint16_t port : ports)
+    const auto addPort = [this](std::uint16_t port) {
         if (std::find(host_.httpsPorts.begin(), host_.httpsPorts.end(), port) == host_.httpsPorts.end())
             host_.httpsPorts.push_back(port);
+    };
+    std::for_each(run.dnshttpsports.begin(), run.dnshttpsports.end(), addPort);
+    std::for_each(ports.begin(), ports.end(), addPort);
     const ServerSettings& server = settingsOf(kind);
     rdbopen::BackendResult made =
         rdbopen::makeBackend(given(run, server.url), {given(run, server.user), given(run, server.password)});
