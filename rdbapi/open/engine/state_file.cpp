@@ -30,7 +30,7 @@ bool lockFile(int descriptor) noexcept {
     return fcntl(descriptor, F_OFD_SETLK, &whole) == 0;
 }
 
-bool writeAll(int descriptor, std::string_view text) noexcept {
+bool writeText(int descriptor, std::string_view text) noexcept {
     while (!text.empty()) {
         const ssize_t written = ::write(descriptor, text.data(), text.size());
         if (written < 0 && errno == EINTR)
@@ -94,6 +94,7 @@ bool StateFile::lock() noexcept {
     lockFd_ = open(lockPath_, O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, 0600);
     if (lockFd_ < 0)
         return false;
+    giveLockToOwner();
     if (lockFile(lockFd_)) {
         writer_ = getpid();
         return true;
@@ -101,6 +102,17 @@ bool StateFile::lock() noexcept {
     close(lockFd_);
     lockFd_ = -1;
     return false;
+}
+
+//  The file remains, and root may have created it in a folder of the service's user, who has to open it later.
+void StateFile::giveLockToOwner() const noexcept {
+    char folder[maxPath];
+    std::memcpy(folder, statePath_, maxPath);
+    *std::strrchr(folder, '/') = '\0';
+    struct stat owner {};
+    struct stat file {};
+    if (stat(folder, &owner) == 0 && fstat(lockFd_, &file) == 0 && owner.st_uid != file.st_uid) [[maybe_unused]]
+        const int ignored = fchown(lockFd_, owner.st_uid, owner.st_gid);
 }
 
 //  Returns false if the old file has to be removed. The descriptor of the new file stays open, because closing it would
@@ -131,7 +143,7 @@ int StateFile::createNew(std::string_view text) const noexcept {
     const int descriptor = open(newPath_, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0600);
     if (descriptor < 0)
         return -1;
-    if (lockFile(descriptor) && writeAll(descriptor, text) && fchmod(descriptor, 0644) == 0)
+    if (lockFile(descriptor) && writeText(descriptor, text) && fchmod(descriptor, 0644) == 0)
         return descriptor;
     unlink(newPath_);
     close(descriptor);

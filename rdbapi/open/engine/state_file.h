@@ -49,6 +49,7 @@ public:
 
 private:
     bool lock() noexcept;
+    void giveLockToOwner() const noexcept;
     bool replace(std::string_view text) noexcept;
     int createNew(std::string_view text) const noexcept;
     void closeCurrent() noexcept;

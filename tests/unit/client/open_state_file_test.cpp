@@ -94,6 +94,15 @@ TEST_F(StateFileTest, TheLockFileIsNotReadableByOthers) {
     EXPECT_EQ(status.st_mode, S_IFREG | 0600U);
 }
 
+TEST_F(StateFileTest, TheLockFileBelongsToTheOwnerOfTheFolder) {
+    constexpr uid_t nobody = 65534;
+    ASSERT_EQ(chown(folder.path().c_str(), nobody, nobody), 0);
+    file.write("a");
+    struct stat status {};
+    ASSERT_EQ(stat(folder.file("state.lock").c_str(), &status), 0);
+    EXPECT_EQ(status.st_uid, nobody);
+}
+
 TEST_F(StateFileTest, AReplacedFileIsLocked) {
     file.write("old");
     file.write("new");
