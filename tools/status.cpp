@@ -103,7 +103,7 @@ Time timeNow() {
 bool isConfirmed(const Server& server, Time now) {
     if (server.phase != "connected" || !server.pending.empty() || server.tag_pending || !server.success)
         return false;
-    if (server.failure && server.failure->time.boot > server.success->boot)
+    if (server.failure && server.failure->time.boot >= server.success->boot)
         return false;
     if (server.next)
         return now.boot <= server.next->due.boot + max_delay;

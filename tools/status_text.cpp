@@ -33,11 +33,13 @@ std::string condition(const Server& server, Time now) {
         return "not confirmed";
     if (!server.success)
         return "connected, nothing published yet";
+    if (server.failure && server.failure->time.boot >= server.success->boot)
+        return "refused: last confirmed " + ago(*server.success, now);
     return std::string(isConfirmed(server, now) ? "confirmed " : "late: last confirmed ") + ago(*server.success, now);
 }
 
 std::string lastFailure(const Server& server, Time now) {
-    const bool recovered = server.failure && server.success && server.success->boot >= server.failure->time.boot;
+    const bool recovered = server.failure && server.success && server.success->boot > server.failure->time.boot;
     if (!server.failure || (recovered && server.phase == "connected" && server.pending.empty()))
         return {};
     const std::string reason = server.failure->reason.empty() ? "no reason given" : server.failure->reason;

@@ -119,6 +119,8 @@ Status DesiredState::retry(Backend& backend, Time now) {
     std::string reply;
     Status status = backend.updates()->apply(request_, reply);
     requestPending_ = isRetryable(status.code);
+    if (!status.ok() && !requestPending_)
+        request_.clear();
     requestConfirmed_ = confirmation(status.code, now);
     return status;
 }

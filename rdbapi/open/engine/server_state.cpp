@@ -39,17 +39,25 @@ void ServerState::fail(Moment now, const Status& status) {
     failure_ = Failure{now, status.code, status.reason};
 }
 
+//  A reader compares the two moments, so a success has a later one than the failure before it.
+void ServerState::succeed(Moment now) {
+    if (failure_ && failure_->time.boot >= now.boot)
+        now = {failure_->time.wall + 1, failure_->time.boot + 1};
+    success_ = now;
+    changed_ = changed_ || std::exchange(failing_, false);
+}
+
 //  A call that no back end has served, because its caller has timed out, and a missing tag leave data pending if they
 //  matter.
-void ServerState::exchanged(Moment now, const Status& status, const DesiredState& data) {
+void ServerState::exchanged(Cause cause, Moment now, const Status& status, const DesiredState& data) {
     if (status.code == errorPreempted)
         return;
+    rejected_ = status.code == errorBadRequest || (rejected_ && !(status.ok() && cause == Cause::call));
     if (status.code == errorServerRefused)
         ++refusals_;
     if (status.ok() && !data.pending()) {
-        if (!data.empty())
-            success_ = now;
-        changed_ = changed_ || std::exchange(failing_, false);
+        if (!data.empty() && !rejected_)
+            succeed(now);
     } else if (status.code == errorServerRefused || status.code == errorBadRequest ||
                (!status.ok() && data.pending())) {
         fail(now, status);

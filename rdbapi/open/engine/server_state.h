@@ -46,10 +46,14 @@ public:
     //  The connection has ended or could not be opened.
     void lost(Moment now, const Status& status);
 
+    //  Who has caused an exchange: a call of the handle's user, or the worker with a check, retry or refresh.
+    enum class Cause { call, worker };
+
     //  An exchange with the server has ended with status. data: the desired state after it. A success is recorded only
-    //  if there is data that the server can have confirmed. An interrupted check and an answer that a tag does not exist
-    //  are ignored.
-    void exchanged(Moment now, const Status& status, const DesiredState& data);
+    //  if there is data that the server can have confirmed. After a request that can never succeed there is no success
+    //  until a call succeeds, because earlier data is still desired. An interrupted check and an answer that a tag does
+    //  not exist are ignored.
+    void exchanged(Cause cause, Moment now, const Status& status, const DesiredState& data);
 
     //  A retry of pending data begins.
     void retried() noexcept;
@@ -73,6 +77,7 @@ private:
         bool held;     // it is not pending now
     };
 
+    void succeed(Moment now);
     void fail(Moment now, const Status& status);
     void updatePublished(Moment now, const DesiredState& data);
     void publish(Moment now, const DesiredState::Item& item);
@@ -90,6 +95,7 @@ private:
     std::uint64_t retries_ = 0;   // attempts to send pending data again
     std::uint64_t refusals_ = 0;  // answers by which the server refused a request
     bool failing_ = false;        // the last exchange has failed
+    bool rejected_ = false;       // the last call can never succeed
     bool changed_ = true;
 };
 

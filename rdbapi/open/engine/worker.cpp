@@ -198,21 +198,22 @@ Status Worker::session() {
                 badRequests_.clear();
             break;
         case Work::retry:
+            state_.retried();
             status = retryPending();
-            noteExchange(status);
+            noteExchange(ServerState::Cause::worker, status);
             break;
         case Work::input:
             status = checkAndRetry();
-            noteExchange(status);
+            noteExchange(ServerState::Cause::worker, status);
             break;
         case Work::check:
             status = dueCheck();
-            noteExchange(status);
+            noteExchange(ServerState::Cause::worker, status);
             break;
         }
         if (status.ok() && checkRefused_) {
             status = checkAndRetry();
-            noteExchange(status);
+            noteExchange(ServerState::Cause::worker, status);
         }
         if (status.code == errorBackendFailed)
             return status;
@@ -235,7 +236,7 @@ Status Worker::openAndRetry() {
     status = checkAndRetry();
     if (status.code == errorBackendFailed)
         return status;
-    noteExchange(status);
+    noteExchange(ServerState::Cause::worker, status);
     if (hadPending || !status.ok())
         evaluate(status);
     return {};
@@ -260,7 +261,7 @@ Status Worker::serve(Call& call) {
     }
     if (!confirmed || !status.ok()) {
         call.record(desired_, status.code, start);
-        noteExchange(status);
+        noteExchange(ServerState::Cause::call, status);
     }
     if (call.required() && failed(status.code)) {
         schedule_.tagRequestFailed();
@@ -293,7 +294,6 @@ Status Worker::retryTags() {
 }
 
 Status Worker::retryPending() {
-    state_.retried();
     return guarded([this] { return desired_.retry(*backend_, monotonicNow()); });
 }
 
@@ -310,7 +310,10 @@ Status Worker::checkAndRetry() {
     if (status.code == errorPreempted)
         return status;
     checkRefused_ = status.code == errorServerRefused;
-    return status.ok() && desired_.pending() ? retryPending() : status;
+    if (!status.ok() || !desired_.pending())
+        return status;
+    state_.retried();
+    return retryPending();
 }
 
 //  Probes the connection and checks the server's data. Returns errorPreempted if a call interrupted the check.
@@ -471,8 +474,8 @@ void Worker::describeState() noexcept {
     });
 }
 
-void Worker::noteExchange(const Status& status) noexcept {
-    attempt([&] { state_.exchanged(momentNow(), status, desired_); });
+void Worker::noteExchange(ServerState::Cause cause, const Status& status) noexcept {
+    attempt([&] { state_.exchanged(cause, momentNow(), status, desired_); });
 }
 
 //  A success alone is written at most every stateWriteTime: a service with a check each second writes no more often.

@@ -113,7 +113,7 @@ private:
     void sendEvent(std::int32_t event) noexcept;
     void evaluate(const Status& status) noexcept;
     void describeState() noexcept;
-    void noteExchange(const Status& status) noexcept;
+    void noteExchange(ServerState::Cause cause, const Status& status) noexcept;
     void publishState() noexcept;
     void publishLoss(const Status& end, std::chrono::milliseconds pause) noexcept;
     void writeState(std::optional<ServerState::Next> next);

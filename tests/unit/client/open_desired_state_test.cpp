@@ -20,6 +20,7 @@ public:
     std::map<std::string, bool> defined;
     std::string sent;
     int failures = 0;
+    bool badRequest = false;
     int lookups = 0;
 
     std::string label() const override { return "holder"; }
@@ -51,6 +52,8 @@ public:
     Status apply(std::string_view text, std::string&) override {
         if (failing())
             return backendFailed("x");
+        if (badRequest)
+            return {errorBadRequest, "no name"};
         sent = text;
         return {};
     }
@@ -248,6 +251,16 @@ TEST(DesiredState, ARefreshSendsEverythingAgainAndConfirmsIt) {
     EXPECT_EQ(holder.sent, "m");
     EXPECT_EQ(confirmed(desired, later), "xxx");
     EXPECT_FALSE(desired.pending());
+}
+
+TEST(DesiredState, ARequestThatARetryFindsMalformedIsNotDesired) {
+    Holder holder;
+    DesiredState desired;
+    desired.recordRequest("m", errorNotConnected, began);
+    holder.badRequest = true;
+    EXPECT_EQ(desired.retry(holder, later).code, errorBadRequest);
+    EXPECT_FALSE(desired.pending());
+    EXPECT_TRUE(desired.empty());
 }
 
 TEST(DesiredState, WithoutDataARefreshHasNothingToDo) {

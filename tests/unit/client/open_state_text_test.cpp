@@ -23,8 +23,10 @@ struct Subject {
     //  A put that ends with status.
     void put(const std::string& value, const Status& status, Moment now) {
         data.recordValue(recordOf("host1", value), status.code, {});
-        state.exchanged(now, status, data);
+        state.exchanged(ServerState::Cause::call, now, status, data);
     }
+    //  A check or retry that ends with status.
+    void exchange(Moment now, const Status& status) { state.exchanged(ServerState::Cause::worker, now, status, data); }
     std::string text(std::optional<ServerState::Next> next = {}) { return state.stateText(data, next); }
     bool has(const std::string& line) { return ("\n" + text()).find("\n" + line + "\n") != std::string::npos; }
     bool hasKey(const std::string& key) { return ("\n" + text()).find("\n" + key + " ") != std::string::npos; }
@@ -88,7 +90,7 @@ TEST(ServerStateText, AnAcceptedValueIsPublishedSinceThen) {
 TEST(ServerStateText, ACheckKeepsTheTimeOfPublication) {
     Subject subject;
     subject.put("::1", {}, early);
-    subject.state.exchanged(late, {}, subject.data);
+    subject.exchange(late, {});
     EXPECT_TRUE(subject.has("success 2000 20"));
     EXPECT_TRUE(subject.has("published 1000 10 host1 ::1"));
 }
@@ -116,13 +118,13 @@ TEST(ServerStateText, AValueThatWasPendingIsPublishedWhenItIsAccepted) {
 TEST(ServerStateText, AnUpdateRequestHasNoName) {
     Subject subject;
     subject.data.recordRequest("{\"a\": 1}", errorNone, {});
-    subject.state.exchanged(early, {}, subject.data);
+    subject.exchange(early, {});
     EXPECT_TRUE(subject.has("published 1000 10 - {\"a\": 1}"));
 }
 
 TEST(ServerStateText, WithoutDataThereIsNoSuccess) {
     Subject subject;
-    subject.state.exchanged(early, {}, subject.data);
+    subject.exchange(early, {});
     EXPECT_FALSE(subject.hasKey("success"));
 }
 
@@ -135,7 +137,7 @@ TEST(ServerStateText, APendingTagIsNamed) {
 TEST(ServerStateText, AMissingTagIsNoFailure) {
     Subject subject;
     subject.data.recordLookup(tagNamed("host1"), errorNoSuchTag);
-    subject.state.exchanged(early, {errorNoSuchTag, {}}, subject.data);
+    subject.exchange(early, {errorNoSuchTag, {}});
     EXPECT_FALSE(subject.hasKey("failure"));
 }
 
@@ -143,28 +145,28 @@ TEST(ServerStateText, AnInterruptedCheckChangesNothing) {
     Subject subject;
     subject.put("::1", {}, early);
     const std::string before = subject.text();
-    subject.state.exchanged(late, {errorPreempted, {}}, subject.data);
+    subject.exchange(late, {errorPreempted, {}});
     EXPECT_EQ(subject.text(), before);
 }
 
 TEST(ServerStateText, AnInterruptedCheckOfPendingDataIsNoFailure) {
     Subject subject;
     subject.put("::1", serverRefused("no"), early);
-    subject.state.exchanged(late, {errorPreempted, {}}, subject.data);
+    subject.exchange(late, {errorPreempted, {}});
     EXPECT_TRUE(subject.has("failure 1000 10 1017 no"));
 }
 
 TEST(ServerStateText, ARefusedCheckIsAFailure) {
     Subject subject;
     subject.put("::1", {}, early);
-    subject.state.exchanged(late, serverRefused("no right to read"), subject.data);
+    subject.exchange(late, serverRefused("no right to read"));
     EXPECT_TRUE(subject.has("failure 2000 20 1017 no right to read"));
     EXPECT_TRUE(subject.has("success 1000 10"));
 }
 
 TEST(ServerStateText, ABadRequestIsAFailure) {
     Subject subject;
-    subject.state.exchanged(early, {errorBadRequest, "no name"}, subject.data);
+    subject.exchange(early, {errorBadRequest, "no name"});
     EXPECT_TRUE(subject.has("failure 1000 10 1013 no name"));
 }
 
@@ -172,7 +174,7 @@ TEST(ServerStateText, ASuccessAloneIsNoChange) {
     Subject subject;
     subject.put("::1", {}, early);
     subject.text();
-    subject.state.exchanged(late, {}, subject.data);
+    subject.exchange(late, {});
     EXPECT_FALSE(subject.state.changed());
 }
 
@@ -184,13 +186,25 @@ TEST(ServerStateText, ASuccessAfterAFailureIsAChange) {
     EXPECT_TRUE(subject.state.changed());
 }
 
-TEST(ServerStateText, ASuccessAfterABadRequestIsAChange) {
+TEST(ServerStateText, AfterABadRequestOnlyACallSucceeds) {
     Subject subject;
     subject.put("::1", {}, early);
-    subject.state.exchanged(early, {errorBadRequest, "no name"}, subject.data);
+    subject.exchange(early, {errorBadRequest, "no name"});
     subject.text();
-    subject.state.exchanged(late, {}, subject.data);
+    subject.exchange(late, {});
+    EXPECT_TRUE(subject.has("success 1000 10"));
+    EXPECT_FALSE(subject.state.changed());
+    subject.put("::1", {}, late);
     EXPECT_TRUE(subject.state.changed());
+    EXPECT_TRUE(subject.has("success 2000 20"));
+}
+
+TEST(ServerStateText, ASuccessIsLaterThanTheFailureBeforeIt) {
+    Subject subject;
+    subject.put("::1", serverRefused("no"), late);
+    subject.put("::1", {}, late);
+    EXPECT_TRUE(subject.has("failure 2000 20 1017 no"));
+    EXPECT_TRUE(subject.has("success 2001 21"));
 }
 
 TEST(ServerStateText, ListsAtMostAFixedNumberOfItems) {
@@ -198,7 +212,7 @@ TEST(ServerStateText, ListsAtMostAFixedNumberOfItems) {
     for (std::size_t i = 0; i < 2 * maxStateItems; ++i)
         subject.data.recordValue(recordOf("host" + std::to_string(i), "1"), i < maxStateItems + 1 ? 0 : errorTimedOut,
                                  {});
-    subject.state.exchanged(early, {}, subject.data);
+    subject.exchange(early, {});
     const std::string text = subject.text();
     const auto count = [&text](const std::string& key) {
         std::size_t found = 0;

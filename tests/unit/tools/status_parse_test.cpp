@@ -39,10 +39,10 @@ TEST(StatusParse, ReadsWhatTheLibraryWrites) {
     record.valuelen = 3;
     data.recordValue(record, 0, {});
     server.connected({1, 2});
-    server.exchanged({3, 4}, {}, data);
+    server.exchanged(rdbopen::ServerState::Cause::call, {3, 4}, {}, data);
     std::strcpy(record.value, "::2");
     data.recordValue(record, rdbopen::errorServerRefused, {});
-    server.exchanged({5, 6}, rdbopen::serverRefused("read\nonly"), data);
+    server.exchanged(rdbopen::ServerState::Cause::call, {5, 6}, rdbopen::serverRefused("read\nonly"), data);
     data.recordLookup(
         [] {
             RdbTag tag{};
