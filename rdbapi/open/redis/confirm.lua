@@ -6,7 +6,9 @@ if #KEYS == 3 then
     local call, expire = redis.call, ARGV[1]
     local tag = call('HMGET', KEYS[1], 'class', 'type', 'importflag')
     local held = call('HMGET', KEYS[2], 'time_ms', 'type', 'value')
-    local known = tag[1] == ARGV[3] and tonumber(tag[2] or '') and tonumber(tag[3] or '') and tonumber(held[1] or '')
+    local find, byte = string.find, '^%d%d?%d?$'
+    local known = tag[1] == ARGV[3] and find(tag[2] or '', byte) and find(tag[3] or '', byte)
+        and find(held[1] or '', '^%d+$')
     if known and held[2] == ARGV[4] and held[3] == ARGV[5] then
         local history = expire ~= '0' and call('TYPE', KEYS[3]).ok or 'none'
         if history == 'list' or history == 'none' then
