@@ -5,6 +5,7 @@
 #include <csignal>
 #include <cstdlib>
 #include <gtest/gtest.h>
+#include <new>
 #include <sys/time.h>
 
 //  exit runs the test program's destructors inside the handler. The thread sanitizer reports this, so these reports are
@@ -18,8 +19,32 @@ namespace {
 using namespace opentest;
 
 int volatile handleToEnd = -1;
+std::sig_atomic_t volatile ending = 0;
+
+}  // namespace
+
+//  The handler may have interrupted malloc, and the test program's own destructors, such as those of googletest, would
+//  then wait for ever. So nothing is freed from then on. The library itself frees nothing at exit.
+void* operator new(std::size_t size) {
+    void* const memory = std::malloc(size);
+    if (memory == nullptr)
+        throw std::bad_alloc();
+    return memory;
+}
+
+void operator delete(void* memory) noexcept {
+    if (ending == 0)
+        std::free(memory);
+}
+
+void operator delete(void* memory, std::size_t) noexcept {
+    operator delete(memory);
+}
+
+namespace {
 
 void endProcess(int) {
+    ending = 1;
     rdb_disconnect(handleToEnd);
     rdb_destory(handleToEnd);
     std::exit(0);

@@ -26,7 +26,7 @@ inline void interruptIn(int microseconds) {
     action.sa_handler = endHandle;
     sigaction(SIGALRM, &action, nullptr);
     itimerval timer{};
-    timer.it_value.tv_usec = microseconds;
+    timer.it_value = {microseconds / 1000000, microseconds % 1000000};
     setitimer(ITIMER_REAL, &timer, nullptr);
 }
 
