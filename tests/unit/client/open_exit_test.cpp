@@ -23,8 +23,16 @@ std::sig_atomic_t volatile ending = 0;
 
 }  // namespace
 
+#if defined(__has_feature)
+#define HAS_FEATURE(name) __has_feature(name)
+#else
+#define HAS_FEATURE(name) 0
+#endif
+
+#if !defined(__SANITIZE_THREAD__) && !HAS_FEATURE(address_sanitizer)
 //  The handler may have interrupted malloc, and the test program's own destructors, such as those of googletest, would
-//  then wait for ever. So nothing is freed from then on. The library itself frees nothing at exit.
+//  then wait for ever. So nothing is freed from then on. The library itself frees nothing at exit. Sanitizers
+//  have allocators of their own.
 void* operator new(std::size_t size) {
     void* const memory = std::malloc(size);
     if (memory == nullptr)
@@ -40,6 +48,7 @@ void operator delete(void* memory) noexcept {
 void operator delete(void* memory, std::size_t) noexcept {
     operator delete(memory);
 }
+#endif
 
 namespace {
 
