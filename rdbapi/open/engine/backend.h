@@ -5,7 +5,7 @@
 //      Backend        open, probe, close
 //        tags()    -> TagBackend       get, import, put, refresh, checkValue: for an rdb server
 //        updates() -> UpdateBackend    apply, refusal, checkRequest: for a DNS server
-//        inspector() -> Inspector      openToRead, held, remove: for tools of the administrator (inspector.h)
+//        inspector() -> Inspector      what the server has of a host, for addrpubd-check (inspector.h)
 //
 //      closed --open() ok--> open --any request returns errorBackendFailed--> close() --back-off--> open() ...
 //                             |
