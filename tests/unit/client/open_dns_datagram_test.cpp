@@ -114,7 +114,7 @@ public:
 //  Reports that the time has expired as soon as the server has nothing more to send.
 class UdpWaiter : public Waiter {
 public:
-    explicit UdpWaiter(const DatagramServer* server) : server_(server), before_(datagramsSent) {}
+    explicit UdpWaiter(const DatagramServer& server) : server_(server), before_(datagramsSent - server.handled()) {}
 
     Result wait(int descriptor, short events, std::chrono::milliseconds until) const noexcept override {
         if (ended)
@@ -125,7 +125,7 @@ public:
         if (flooded)
             return Result::ready;
         for (;;) {
-            const bool quiet = server_ == nullptr || server_->handled() == datagramsSent - before_;
+            const bool quiet = allHandled();  // before the look for a last datagram
             pollfd waited{descriptor, events, 0};
             if (poll(&waited, 1, 0) > 0)
                 return Result::ready;
@@ -136,13 +136,15 @@ public:
         }
     }
     bool cancelled() const noexcept override { return ended; }
+    //  Whether the server has nothing more to send.
+    bool allHandled() const noexcept { return server_.handled() == datagramsSent - before_; }
 
     mutable std::chrono::milliseconds limit{0};
     bool endAtTimeout = false;  // the handle is closed while the back end waits
 
 private:
-    const DatagramServer* const server_;
-    const int before_;
+    const DatagramServer& server_;
+    const int before_;  // datagrams sent to other servers
     mutable bool ended = false;
 };
 
@@ -167,7 +169,7 @@ protected:
         return check(datagrams);
     }
     Status check(const DatagramServer& datagrams, bool end = false) {
-        UdpWaiter waiter(&datagrams);
+        UdpWaiter waiter(datagrams);
         waiter.endAtTimeout = end;
         EXPECT_EQ(backend->open(waiter).reason, "");
         connectionsBefore = server.connections();
@@ -175,6 +177,8 @@ protected:
         const StoppedClock stopped;
         const Status status = backend->updates()->checkRequest(request);
         limit = waiter.limit;
+        while (!waiter.allHandled())  // the server counts a datagram after its answer
+            std::this_thread::yield();
         return status;
     }
     int newConnections() const { return server.connections() - connectionsBefore; }
