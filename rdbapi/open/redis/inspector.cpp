@@ -29,12 +29,16 @@ Result<RedisReply> RedisInspector::ask(const RedisCommand& command) {
     return reply;
 }
 
-//  Returns the type of a key as TYPE reports it, "none" without the key.
-Result<std::string> RedisInspector::typeOf(const std::string& key) {
+//  Whether the key exists with the type. A key of another type is added as one of another program.
+Result<bool> RedisInspector::findKey(const std::string& key, const char* type) {
     const Result<RedisReply> reply = ask({"TYPE", key});
     if (!reply.ok())
         return reply.status();
-    return reply->is(Kind::status) ? Result<std::string>(reply->text) : notUnderstood("TYPE");
+    if (!reply->is(Kind::status))
+        return notUnderstood("TYPE");
+    if (reply->text != type && reply->text != "none")
+        add(key, {}, true);
+    return reply->text == type;
 }
 
 Result<Holdings> RedisInspector::held(const HostNames& host) {
@@ -87,13 +91,9 @@ Status RedisInspector::resultOfExamination(const RedisReply& reply) const {
 
 Status RedisInspector::findTag() {
     const std::string key = keyOf("tag:", name_);
-    const Result<std::string> type = typeOf(key);
-    if (!type.ok() || *type == "none")
-        return type.status();
-    if (*type != "hash") {
-        add(key, {}, true);
-        return {};
-    }
+    const Result<bool> found = findKey(key, "hash");
+    if (!found.ok() || !*found)
+        return found.status();
     const Result<RedisReply> reply = ask(tagQuery(name_.c_str()));
     if (!reply.ok())
         return reply.status();
@@ -104,13 +104,9 @@ Status RedisInspector::findTag() {
 
 Status RedisInspector::findValue() {
     const std::string key = keyOf("value:", name_);
-    const Result<std::string> type = typeOf(key);
-    if (!type.ok() || *type == "none")
-        return type.status();
-    if (*type != "hash") {
-        add(key, {}, true);
-        return {};
-    }
+    const Result<bool> found = findKey(key, "hash");
+    if (!found.ok() || !*found)
+        return found.status();
     const Result<RedisReply> reply = ask(valueQuery(name_.c_str()));
     if (!reply.ok())
         return reply.status();
@@ -124,14 +120,13 @@ Status RedisInspector::findValue() {
 //  The number of changes is only information, so the user may lack the permission for it.
 Status RedisInspector::findHistory() {
     const std::string key = keyOf("history:", name_);
-    const Result<std::string> type = typeOf(key);
-    if (!type.ok() || *type == "none")
-        return type.status();
+    const Result<bool> found = findKey(key, "list");
+    if (!found.ok() || !*found)
+        return found.status();
     std::string contents;
-    if (*type == "list")
-        if (const Result<RedisReply> length = ask({"LLEN", key}); length.ok() && length->is(Kind::integer))
-            contents = ", changes: " + std::to_string(length->integer);
-    add(key, contents, *type != "list");
+    if (const Result<RedisReply> length = ask({"LLEN", key}); length.ok() && length->is(Kind::integer))
+        contents = ", changes: " + std::to_string(length->integer);
+    add(key, contents, false);
     return {};
 }
 

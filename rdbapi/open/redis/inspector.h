@@ -24,7 +24,7 @@ public:
 
 private:
     Result<RedisReply> ask(const RedisCommand& command);
-    Result<std::string> typeOf(const std::string& key);
+    Result<bool> findKey(const std::string& key, const char* type);
     Status findTag();
     Status findValue();
     Status findHistory();
