@@ -150,6 +150,17 @@ def test_426_data_flushed_during_a_connection_is_restored_in_one_round_trip(regi
     assert DISCONNECTED not in registered.client.events(registered.handle)
 
 
+def test_4261_a_new_connection_sends_the_value_before_it_is_reported(registered):
+    registered.server.command("CONFIG", "RESETSTAT")
+    registered.server.command("CLIENT", "KILL", "TYPE", "normal")
+    registered.client.wait_event(registered.handle, CONNECTED, 2)
+    assert calls(registered.server, "evalsha") == 1
+    assert registered.client.tagget(registered.handle, "host1") == (OK, 2, 6)
+    assert registered.put("first") == OK
+    assert calls(registered.server, "evalsha") == 1
+    assert registered.server.history() == ["first"]
+
+
 def test_427_expired_keys_are_restored_while_the_host_runs(fixture):
     fixture.server.start()
     fixture.connected("?expire=900")

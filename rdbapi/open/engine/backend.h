@@ -68,6 +68,10 @@ public:
         return status.ok() ? put({&record, 1}) : status;
     }
 
+    //  Returns whether refresh takes one exchange, as a check does. If so, a new connection begins with a refresh and not
+    //  with a check. Constant.
+    virtual bool refreshIsOneExchange() const noexcept { return false; }
+
     //  Compares the server's value with this one. Fails with errorNotHeld if the server has another value or none.
     //  Called at each check, and after each open, for values that are not pending.
     virtual Status checkValue(const RdbSnapshot&) { return {}; }

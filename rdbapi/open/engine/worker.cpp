@@ -233,13 +233,21 @@ Status Worker::openAndRetry() {
     status = retryTags();
     if (!status.ok())
         return status;
-    status = checkAndRetry();
+    status = !hadPending && refreshAtOpen() ? retryPending() : checkAndRetry();
     if (status.code == errorBackendFailed)
         return status;
     noteExchange(ServerState::Cause::worker, status);
     if (hadPending || !status.ok())
         evaluate(status);
     return {};
+}
+
+//  Returns whether the data is to be refreshed now, and marks it as pending. A refresh costs the server as much as a
+//  check, but also answers the requests with which the user of the handle reacts to event 60001 (takeConfirmed). So a
+//  server to which all hosts return at once gets one request of each.
+bool Worker::refreshAtOpen() noexcept {
+    TagBackend* const tags = backend_->tags();
+    return tags != nullptr && tags->refreshIsOneExchange() && !checkRefused_ && desired_.refresh();
 }
 
 //  Returns errorBackendFailed if the session must end. A failed request for a tag ends the session even if the server

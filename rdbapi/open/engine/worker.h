@@ -21,6 +21,7 @@
 //  the server has confirmed the data within the last check interval. Each check confirms it or finds it missing. So the
 //  calls of many hosts that came back together do not reach the server together, while their checks are spread over
 //  the interval. Any doubt causes an exchange: pending data, a refused check, a late check, a back end without checks.
+//  A connection begins with a check, or with a refresh if that takes one exchange (TagBackend::refreshIsOneExchange).
 //  Because such calls no longer write, the worker writes the data again by itself, at each refresh (retry_schedule.h).
 //
 //  A reason of a failure is not logged at each attempt, but once until the server recovers (reason_log.h). Recovery is
@@ -94,6 +95,7 @@ private:
     void run() noexcept;
     Status session();
     Status openAndRetry();
+    bool refreshAtOpen() noexcept;
     Status serve(Call& call);
     Status retryTags();
     Status retryPending();

@@ -46,6 +46,7 @@ public:
     Status refresh(const RdbSnapshot& record, RdbTag& tag) noexcept override {
         return guarded([&] { return tags_->refresh(record, tag); });
     }
+    bool refreshIsOneExchange() const noexcept override { return tags_->refreshIsOneExchange(); }
     Status checkValue(const RdbSnapshot& record) noexcept override {
         return guarded([&] { return tags_->checkValue(record); });
     }

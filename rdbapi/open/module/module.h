@@ -26,7 +26,7 @@
 namespace rdbopen {
 
 //  Increase this by 1 with each change of Module or of a type that it uses, including Backend.
-inline constexpr std::uint32_t moduleInterface = 6;
+inline constexpr std::uint32_t moduleInterface = 7;
 
 //  A setting of the service to which an advice refers.
 enum class Setting { url, password, hostname };

@@ -42,6 +42,7 @@ public:
     Status import(const RdbTag& tag) override;
     Status put(std::span<const RdbSnapshot> records) override;
     Status refresh(const RdbSnapshot& record, RdbTag& tag) override;
+    bool refreshIsOneExchange() const noexcept override { return true; }
     int watchedDescriptor() const noexcept override { return route_->descriptor(); }
     std::chrono::milliseconds checkInterval() const noexcept override { return checkAfter; }
     Status probe() override;

@@ -33,6 +33,7 @@ struct Script {
     std::atomic<int> checkWaits{-1};     // if not -1, a check waits up to an hour for a byte from this descriptor
     std::atomic<int> checksBegun{0};
     std::atomic<bool> checksArePreemptible{true};  // calls may interrupt a check
+    std::atomic<bool> refreshIsOneExchange{false};
     std::vector<std::string> made;                 // descriptions of the requests
     std::atomic<int> probed{0};
 
@@ -91,6 +92,7 @@ public:
         return script_->next(script_->probes);
     }
     bool checksArePreemptible() const noexcept override { return script_->checksArePreemptible; }
+    bool refreshIsOneExchange() const noexcept override { return script_->refreshIsOneExchange; }
     rdbopen::Status checkValue(const RdbSnapshot&) override { return check(); }
     rdbopen::Status checkRequest(std::string_view) override { return check(); }
     //  Requests are the same if their texts are equal up to a colon.

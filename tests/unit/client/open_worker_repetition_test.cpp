@@ -30,6 +30,19 @@ protected:
         const std::lock_guard lock(script->mutex);
         script->requests = std::move(outcomes);
     }
+    //  A probe fails, and the worker opens the back end again.
+    void loseConnection() {
+        {
+            const std::lock_guard lock(script->mutex);
+            script->probes = {backendFailed("lost")};
+        }
+        maxSkippedWait = 15000;  // the back-off, but not the wait for a check
+        skipBackoff = true;
+        advance(60);
+        EXPECT_EQ(put("1"), 0);  // wakes the worker
+        EXPECT_EQ(events.take(), RDB_EVENT_DISCONNECTED);
+        EXPECT_EQ(events.take(), RDB_EVENT_CONNECTED);
+    }
     //  Advances the clock by the check interval and makes the worker notice it. The check has this result.
     void check(const Status& result) {
         const int before = script->checksBegun;
@@ -160,6 +173,29 @@ TEST_F(WorkerRepetition, TheFirstRequestOnANewConnectionIsSent) {
     EXPECT_EQ(put("1"), 0);
     EXPECT_EQ(put("1"), 0);
     EXPECT_EQ(script->takeMade(), Made{"put t=1"});
+}
+
+//  The refresh of the fake back end is a lookup and a put.
+TEST_F(WorkerRepetition, ARefreshOfOneExchangeReplacesTheCheckOfANewConnectionAndTheFirstRequests) {
+    script->refreshIsOneExchange = true;
+    publish();
+    loseConnection();
+    EXPECT_EQ(script->checksBegun, 0);
+    EXPECT_EQ(script->takeMade(), (Made{"get t", "put t=1"}));
+    EXPECT_EQ(tagGet(), 0);
+    EXPECT_EQ(put("1"), 0);
+    EXPECT_EQ(script->takeMade(), Made{});
+}
+
+TEST_F(WorkerRepetition, ARefreshThatIsRefusedAtTheOpenIsRetried) {
+    script->refreshIsOneExchange = true;
+    publish();
+    answer({{}, serverRefused("full")});
+    loseConnection();
+    EXPECT_TRUE(eventually([&] { return reports.count() >= 3; }));
+    reports.take();  // the loss
+    EXPECT_EQ(reports.take(), "rdbapi: fake: full");
+    EXPECT_EQ(reports.take(), "rdbapi: fake: works again");
 }
 
 TEST_F(WorkerRepetition, TheFirstCheckComesAfterARandomPartOfTheInterval) {
