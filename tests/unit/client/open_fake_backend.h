@@ -34,7 +34,7 @@ struct Script {
     std::atomic<int> checksBegun{0};
     std::atomic<bool> checksArePreemptible{true};  // calls may interrupt a check
     std::atomic<bool> refreshIsOneExchange{false};
-    std::vector<std::string> made;                 // descriptions of the requests
+    std::vector<std::string> made;  // descriptions of the requests
     std::atomic<int> probed{0};
 
     void note(const std::string& text) {
