@@ -60,12 +60,12 @@ private:
     const RedisLimits limits_;
     const RedisScript& putScript_;
     std::chrono::milliseconds until_{0};  // time limit of the current request
-    bool valueChecked_ = false;           // since the last probe
+    bool valueFollows_ = false;           // the next probe is followed by the check of a value
     RedisInspector inspector_;
 };
 
 Status RedisBackend::open(const Waiter& waiter) {
-    valueChecked_ = false;
+    valueFollows_ = false;
     return route_->open(waiter, monotonicNow() + openLimit);
 }
 
@@ -139,6 +139,7 @@ Status RedisBackend::refresh(const RdbSnapshot& record, RdbTag& tag) {
         runScript(route_->groupOf(record.name), putScript_, refreshArguments(record, tag, limits_));
     if (!reply.ok())
         return reply.status();
+    valueFollows_ = true;
     const Result<RedisTag> stored = readStoredTag(*reply, putScript_);
     if (!stored.ok())
         return stored.status();
@@ -160,10 +161,11 @@ Result<RedisReply> RedisBackend::runScript(std::uint16_t group, const RedisScrip
     return reply;
 }
 
-//  A value that is checked tests the connection, too. A probe that was followed by such a check will be again, or by
-//  a put if the server has lost the value. So a check of an idle connection is one round trip.
+//  A value that is checked tests the connection, too. A probe will be followed by such a check if the last one was, or
+//  if a value has been refreshed since; or it will be followed by a put, if the server has lost the value. So a check of
+//  an idle connection is one round trip.
 Status RedisBackend::probe() {
-    if (std::exchange(valueChecked_, false))
+    if (std::exchange(valueFollows_, false))
         return {};
     until_ = monotonicNow() + requestLimit;
     const Result<RedisReply> reply = route_->askCurrent({"PING"}, until_);
@@ -175,7 +177,7 @@ Status RedisBackend::probe() {
 }
 
 Status RedisBackend::checkValue(const RdbSnapshot& record) {
-    valueChecked_ = true;
+    valueFollows_ = true;
     until_ = monotonicNow() + requestLimit;
     const Result<RedisReply> reply = route_->ask(route_->groupOf(record.name), valueQuery(record.name), until_);
     if (!reply.ok())
