@@ -10,6 +10,7 @@ from rows import Bar, Result, Table, mb
 IDLE_SECONDS = 30
 SETTLE_SECONDS = 2
 FOLDER = "/mnt/run"
+STATE_FOLDER = "/run/addrpubd"
 ADDRESS = "2001:db8::1"
 INI = """hostname = {name}
 logurl =
@@ -132,11 +133,14 @@ def bare(sandbox, build, program, name):
 
 
 def published(program, condition, what, *floors):
-    """Measures a service's memory after it has published its address, and that of the bare programs beside it."""
+    """Measures a service after it has published its address, and the memory of the bare programs beside it."""
     from sandbox import wait_until
 
     wait_until(condition, what)
     time.sleep(SETTLE_SECONDS)
+    before = program.counters()
+    time.sleep(IDLE_SECONDS)
+    program.set_rates(before)
     for one in (program, *floors):
         one.set_memory()
     return [program, *floors]
@@ -156,22 +160,24 @@ def floor_of(name, title):
 
 
 def with_files(sandbox, build):
+    sandbox.path(STATE_FOLDER).mkdir()
     urls = {"rdburl": f"sqlite://{FOLDER}/rdb.db", "dnsurl": f"hosts://{FOLDER}/hosts"}
     name = "addrpubd with SQLite and a hosts file"
     program = service(sandbox, build, real(build), name, name="host1", dnsuser="u", dnspswd="p", **urls)
-    database, hosts = sandbox.path(f"{FOLDER}/rdb.db"), sandbox.path(f"{FOLDER}/hosts")
+    hosts, state = sandbox.path(f"{FOLDER}/hosts"), sandbox.path(f"{STATE_FOLDER}/state")
 
     def written():
-        return database.exists() and hosts.exists() and ADDRESS in hosts.read_text()
+        return hosts.exists() and ADDRESS in hosts.read_text() and state.exists() and ADDRESS in state.read_text()
 
     libc = bare(sandbox, build, "bare_libc", "libc alone")
     sqlite = bare(sandbox, build, "bare_sqlite", "libsqlite3 alone, with a database")
-    return published(program, written, "the database and the hosts file", libc, sqlite)
+    return published(program, written, "the hosts file and the state file", libc, sqlite)
 
 
 def with_servers(sandbox, build):
     from dns_servers import HOST_KEY, NAME, ZONE, Bind, secret
 
+    sandbox.path(STATE_FOLDER).mkdir()
     names = Bind(sandbox)
     names.start()
     redis = sandbox.spawn("redis-server", "--bind", "127.0.0.1", "--save", "")
@@ -225,7 +231,7 @@ def alone_bars(own, loop, *others):
             "at most 320 KiB",
             own.private <= 320 * 1024,
         ),
-        Bar("idle, wake-ups a minute", f"{own.wakeups:.0f}", "at most 600", own.wakeups <= 600),
+        Bar("idle, executable alone, wake-ups a minute", f"{own.wakeups:.0f}", "at most 600", own.wakeups <= 600),
     ]
 
 
@@ -246,6 +252,12 @@ def real_bars(others, with_files, with_servers):
             "at most 1.0 MB",
             files.private <= 1.0e6,
             why="These are the client library's own files, the written data of all its libraries, and the heap.",
+        ),
+        Bar(
+            "idle with SQLite and a hosts file, wake-ups a minute",
+            f"{files.wakeups:.0f}",
+            "at most 600",
+            files.wakeups <= 600,
         ),
         Bar(
             "idle with Redis and DNS servers, resident",
@@ -270,10 +282,10 @@ def idle_table(programs):
     note = (
         "The executable alone, the bare loop, inadyn and ddclient run side by side. The bare loop lists the addresses "
         "as the service does and does nothing else. The two services with real back ends run after them, one at a "
-        "time, with the real client library. The programs with libraries alone do the least work with them and wait: a "
+        "time, with the real client library, which writes its state file. The programs with libraries alone do the least work with them and wait: a "
         "database with one row; a DNS message and a signature. The floor of the service with real back ends is that "
         "of the service with a client library that does only this. Private pages are those that a program has written "
         "and those of its own files; pages of installed libraries are shared. Address space randomisation is off, "
-        "because the resident size depends on it."
+        "because the resident size depends on it. Wake-ups and processor time are those of the service's own thread."
     )
     return Table("Idle", head, lines, note)
