@@ -48,6 +48,42 @@ check_run() {
     output_has "is runing"
 }
 
+#  The records of the host differ from what the resolver of the container answers, so the status is 1.
+check_comparison() {
+    say "the comparison of host and servers"
+    states "| \`podman exec addrpubd addrpubd-check --connect\` |"
+    expect "status" 1 "$(status_of podman exec "$container" addrpubd-check --connect)"
+    expect "addresses of host and servers" 5 "$(grep --count --word-regexp "$host_address" "$work/output")"
+}
+
+#  Runs what Podman's unit runs at a boot.
+check_boot() {
+    say "the start at boot"
+    local unit=/lib/systemd/system/podman-restart.service start
+    states "systemctl enable podman-restart.service"
+    run_container --network host --restart always
+    podman stop "$container" >/dev/null 2>&1
+    start=$(sed -n 's/^ExecStart=\/usr\/bin\///p' "$unit")
+    LOGGING='' bash -c "$start" >/dev/null 2>&1 || fail "$start"
+    until_true "the service" answers
+    remove_container
+}
+
+check_removal() {
+    say "the removal of a name"
+    local title="## Retiring a name" removal
+    run_container --network host
+    until_true "the addresses of the host" published_is "$host_address"
+    run_commands "$title" "podman stop"
+    removal=$(command_of "$title" "podman run --rm")
+    expect "status while records remain" 1 "$(status_of bash -c "$removal")"
+    output_has "delete host1.example"
+    bash -c "$removal --yes" >"$work/output" 2>&1 || fail "$removal --yes"
+    ! grep --quiet host1.example "$(podman volume inspect --format '{{.Mountpoint}}' addrpubd)/hosts.d/addrpubd" ||
+        fail "the name is still in the hosts file"
+    remove_container
+}
+
 check_process() {
     say "its process"
     local status
