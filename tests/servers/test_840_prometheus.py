@@ -4,6 +4,7 @@ import json
 import re
 import shutil
 import subprocess
+import textwrap
 from pathlib import Path
 
 import pytest
@@ -13,6 +14,7 @@ from rdb_client import CONNECTED, RdbClient
 from sandbox import Sandbox, wait_until
 
 TOP = Path(__file__).parents[2]
+PAGE = TOP / "docs/user/monitoring.md"
 ALERTS = TOP / "docs/user/examples/addrpubd-alerts.yml"
 UNIT = TOP / "packaging/system/addrpubd-metrics.service.in"
 PROGRAM = (BUILD / "addrpubd-check").resolve()
@@ -139,3 +141,13 @@ def test_844_promtool_accepts_the_alert_rules_and_their_cases(tmp_path):
     assert promtool("check", "rules", ALERTS).returncode == 0
     run = promtool("test", "rules", "alerts_test.yml", cwd=tmp_path)
     assert run.returncode == 0, run.stdout + run.stderr
+
+
+def test_845_promtool_accepts_the_settings_of_the_page(tmp_path):
+    page = PAGE.read_text()
+    settings = page[page.index("    rule_files:") : page.index("If the exporter of a host")]
+    (tmp_path / "prometheus.yml").write_text(textwrap.dedent(settings))
+    shutil.copy(ALERTS, tmp_path)
+    run = promtool("check", "config", tmp_path / "prometheus.yml")
+    assert run.returncode == 0, run.stdout + run.stderr
+    assert "1 rule files found" in run.stdout
