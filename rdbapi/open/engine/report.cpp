@@ -61,20 +61,6 @@ std::size_t printableLength(std::string_view text) {
     return control || overlong || beyond ? 0 : length;
 }
 
-//  Paths and answers of servers may contain any bytes.
-void appendPrintable(std::string& line, std::string_view text) {
-    constexpr char digits[] = "0123456789abcdef";
-    while (!text.empty()) {
-        const std::size_t length = printableLength(text);
-        const auto byte = static_cast<unsigned char>(text.front());
-        if (length != 0)
-            line.append(text.substr(0, length));
-        else
-            line.append({'\\', 'x', digits[byte >> 4], digits[byte & 15]});
-        text.remove_prefix(length == 0 ? 1 : length);
-    }
-}
-
 //  Returns false when the line was lost, also for lack of memory.
 bool report(int level, std::string_view subject, std::string_view text) noexcept {
     try {
@@ -100,6 +86,19 @@ bool reportInfo(std::string_view subject, std::string_view text) noexcept {
 
 bool reportRecovery(std::string_view subject, std::string_view text) noexcept {
     return report(LOG_NOTICE, subject, text);
+}
+
+void appendPrintable(std::string& line, std::string_view text) {
+    constexpr char digits[] = "0123456789abcdef";
+    while (!text.empty()) {
+        const std::size_t length = printableLength(text);
+        const auto byte = static_cast<unsigned char>(text.front());
+        if (length != 0)
+            line.append(text.substr(0, length));
+        else
+            line.append({'\\', 'x', digits[byte >> 4], digits[byte & 15]});
+        text.remove_prefix(length == 0 ? 1 : length);
+    }
 }
 
 std::string syslogLine(int priority, time_t now, std::string_view text) {

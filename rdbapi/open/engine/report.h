@@ -1,5 +1,5 @@
 //  Writes to syslog, facility daemon, with the program's name as ident. The library itself writes no other log and
-//  nothing to the standard file descriptors. Bytes that are control characters or invalid UTF-8 are written as \xNN.
+//  nothing to the standard file descriptors. Subjects and texts are made printable (appendPrintable).
 //
 //      <27>Nov 22 02:48:53 addrpubd: rdbapi: SUBJECT: TEXT
 //       |   local time     |
@@ -29,6 +29,9 @@ bool reportInfo(std::string_view subject, std::string_view text) noexcept;
 
 //  Reports a recovery at priority notice.
 bool reportRecovery(std::string_view subject, std::string_view text) noexcept;
+
+//  Appends text to line. Bytes that are control characters or invalid UTF-8 are written as \xNN.
+void appendPrintable(std::string& line, std::string_view text);
 
 //  Returns the complete syslog line for text. priority: facility and level.
 std::string syslogLine(int priority, time_t now, std::string_view text);

@@ -160,8 +160,9 @@ TEST(DnsReply, AnUnknownSequenceNumberIsNull) {
     EXPECT_EQ(dnsReply(std::nullopt, 1013, "x"), "{\"seqno\":null,\"code\":1013,\"message\":\"x\"}");
 }
 
-TEST(DnsReply, AReplyWhoseMessageIsNotUtf8IsStillValidJson) {
-    EXPECT_EQ(dnsReply(1, 2, "a\"\xff"), "{\"seqno\":1,\"code\":2,\"message\":\"a\\\"\xef\xbf\xbd\"}");
+TEST(DnsReply, AReplyWhoseMessageIsNotPrintableIsStillValidJson) {
+    EXPECT_EQ(dnsReply(1, 2, "a\"\\\n\xff\xc3\xa4"),
+              "{\"seqno\":1,\"code\":2,\"message\":\"a\\\"\\\\\\\\x0a\\\\xff\xc3\xa4\"}");
 }
 
 }  // namespace

@@ -1,0 +1,25 @@
+//  The model of the update request: it reads the tree of all values that nlohmann's JSON parser builds, while the code
+//  stores only the values that it needs.
+#ifndef FUZZ_DNS_REQUEST_MODEL_H
+#define FUZZ_DNS_REQUEST_MODEL_H
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+struct ModelRequest {
+    bool valid = false;
+    std::optional<std::int64_t> seqno;  // also of an invalid request
+    std::string name;
+    std::vector<std::string> addresses;
+    std::vector<std::uint16_t> ports;
+};
+
+//  Requires: isName is the function that the code uses to check the name.
+ModelRequest modelRequest(const std::string& text, bool (*isName)(std::string_view));
+
+//  Returns whether text is a reply, in JSON, with these numbers.
+bool modelIsReply(const std::string& text, const std::optional<std::int64_t>& seqno, int code);
+
+#endif
