@@ -110,6 +110,8 @@ Status SqliteBackend::open(const Waiter&) {
     return openFile();
 }
 
+//  SQLite allocates a block for 20 pages of 4 KB at its first read, and keeps it. The block is freed when no page is in
+//  it; the next one has the size of the cache, which is enough for the pages of one request.
 Status SqliteBackend::openFile() {
     if (Status unmade = makeSqliteFile(place_); !unmade.ok())
         return unmade;
@@ -127,7 +129,7 @@ Status SqliteBackend::openFile() {
     }
     if (const auto mode = database_.text("PRAGMA journal_mode = WAL"); !mode.ok() || *mode != "wal")
         return failed("cannot use write-ahead logging", database_.lastFailure());
-    if (Status unset = database_.run("PRAGMA synchronous = FULL; PRAGMA wal_autocheckpoint = 0; "
+    if (Status unset = database_.run("PRAGMA synchronous = FULL; PRAGMA wal_autocheckpoint = 0; PRAGMA cache_size = 8; "
                                      "PRAGMA foreign_keys = ON; PRAGMA trusted_schema = OFF");
         !unset.ok())
         return failed("cannot be set up", std::move(unset));
@@ -135,7 +137,9 @@ Status SqliteBackend::openFile() {
         return failed("does not have the expected tables", std::move(unprepared));
     if (Status unwritten = writeTest(); !unwritten.ok())
         return failed("cannot be written", std::move(unwritten));
-    return checkpoint();
+    Status status = checkpoint();
+    database_.dropPageCache();
+    return status;
 }
 
 //  A normal close of the last connection writes the log into the database file and then removes the log by its name. If
