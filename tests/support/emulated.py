@@ -18,6 +18,7 @@ _REAL_TIME = "the test counts what happens in a short real time; the emulator is
 _SLOW = "the test has many thousand inputs, which takes more than five minutes under the emulator"
 _BY_PYTHON = "the Python of this machine loads the client library"
 _BY_SHELL = "a shell starts the executable, so the test cannot start the emulator instead"
+_OTHER_FILE = "the folder of the service is found by the name of its executable, which is the emulator"
 
 #  Starts of the names of unit tests.
 UNIT = {
@@ -42,13 +43,22 @@ SYSTEM = {
     "test_335_": _BY_SHELL,
     "test_765_": _BY_SHELL,
     "test_766_": _BY_SHELL,
+    "test_832_": _BY_SHELL,
     "test_1825_": _BY_SHELL,
+    "test_863_": _OTHER_FILE,
     "test_700_": _BY_PYTHON,
     "test_701_": _BY_PYTHON,
     "test_702_": _BY_PYTHON,
     "test_725_": _BY_PYTHON,
     "test_726_": _BY_PYTHON,
     "test_727_": _BY_PYTHON,
+    "test_821_": _BY_PYTHON,
+    "test_822_": _BY_PYTHON,
+    "test_823_": _BY_PYTHON,
+    "test_824_": _BY_PYTHON,
+    "test_825_": _BY_PYTHON,
+    "test_829_": _BY_PYTHON,
+    "test_830_": _BY_PYTHON,
 }
 
 

@@ -18,9 +18,9 @@ class Settings:
 
     def check(self, *words):
         """Runs addrpubd-check with these words and the file. Returns its exit status and the lines of its output."""
-        command = f'{BUILD}/addrpubd-check "$@" {self.path} </dev/null 2>&1; echo $?'
-        output = self._sandbox.run("/bin/sh", "-c", command, "sh", *words).decode().splitlines()
-        return int(output[-1]), output[:-1]
+        files = [self.path] if self.path else []
+        status, output = self._sandbox.result(f"{BUILD}/addrpubd-check", *words, *files)
+        return status, output.decode().splitlines()
 
     def remove(self, *words):
         return self.check("--remove", *words)
