@@ -1,5 +1,7 @@
 """Replaces a block of figures in a page, by default docs/maintainer/verification.md, by those of a run that has just
-ended.
+ended. Used by scripts, too:
+
+    page_figures.py NAME COMMAND TEXT
 
 A block begins with "<!-- figures: NAME -->" and ends with "<!-- end: NAME -->". Only a complete run replaces a block. A
 run with fewer targets or less time does not.
@@ -7,6 +9,7 @@ run with fewer targets or less time does not.
 
 import datetime
 import re
+import sys
 from pathlib import Path
 
 PAGE = Path(__file__).resolve().parents[2] / "docs/maintainer/verification.md"
@@ -32,3 +35,7 @@ def replace(name, text, page):
     if found != 1:
         raise ValueError(f"{page} has {found} blocks {name}, not one")
     page.write_text(new, encoding="utf-8")
+
+
+if __name__ == "__main__":
+    write(*sys.argv[1:])
