@@ -61,27 +61,32 @@ check_boot() {
     say "the start at boot"
     local unit=/lib/systemd/system/podman-restart.service start
     states "systemctl enable podman-restart.service"
-    run_container --network host --restart always
-    podman stop "$container" >/dev/null 2>&1
+    [ -f "$unit" ] || fail "$unit is missing"
     start=$(sed -n 's/^ExecStart=\/usr\/bin\///p' "$unit")
-    LOGGING='' bash -c "$start" >/dev/null 2>&1 || fail "$start"
+    [ -n "$start" ] || fail "$unit starts nothing"
+    run_container --network host --restart always
     until_true "the service" answers
+    podman stop "$container" >/dev/null 2>&1
+    until_true "the end of the container" ended
+    LOGGING='' bash -c "$start" >/dev/null 2>&1 || fail "$start"
+    until_true "the service after a boot" answers
     remove_container
 }
 
 check_removal() {
     say "the removal of a name"
-    local title="## Retiring a name" removal
-    run_container --network host
+    local title="## Retiring a name" removal hosts
+    run_container --network host --restart always
     until_true "the addresses of the host" published_is "$host_address"
-    run_commands "$title" "podman stop"
+    hosts=$(podman volume inspect --format '{{.Mountpoint}}' addrpubd)/hosts.d/addrpubd
+    run_commands "$title" "podman rm"
+    expect "containers" "" "$(podman ps --all --quiet)"
     removal=$(command_of "$title" "podman run --rm")
     expect "status while records remain" 1 "$(status_of bash -c "$removal")"
     output_has "delete host1.example"
     bash -c "$removal --yes" >"$work/output" 2>&1 || fail "$removal --yes"
-    ! grep --quiet host1.example "$(podman volume inspect --format '{{.Mountpoint}}' addrpubd)/hosts.d/addrpubd" ||
-        fail "the name is still in the hosts file"
-    remove_container
+    [ -f "$hosts" ] || fail "there is no hosts file"
+    ! grep --quiet host1.example "$hosts" || fail "the name is still in the hosts file"
 }
 
 check_process() {
