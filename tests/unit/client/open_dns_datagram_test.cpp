@@ -125,7 +125,7 @@ public:
         if (flooded)
             return Result::ready;
         for (;;) {
-            const bool quiet = allHandled();  // before the look for a last datagram
+            const bool quiet = allHandled();  // must come before the check for a last datagram
             pollfd waited{descriptor, events, 0};
             if (poll(&waited, 1, 0) > 0)
                 return Result::ready;

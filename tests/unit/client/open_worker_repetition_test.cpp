@@ -198,6 +198,20 @@ TEST_F(WorkerRepetition, ARefreshThatIsRefusedAtTheOpenIsRetried) {
     EXPECT_EQ(reports.take(), "rdbapi: fake: works again");
 }
 
+TEST_F(WorkerRepetition, AfterARefreshThatFailsAtTheOpenTheNextOpenSendsTheValue) {
+    script->refreshIsOneExchange = true;
+    publish();
+    answer({{}, backendFailed("lost again")});
+    loseConnection();
+    EXPECT_EQ(script->opened, 3);
+    EXPECT_EQ(script->takeMade(), (Made{"get t", "put t=1", "get t", "put t=1"}));
+    EXPECT_EQ(events.count(), 0U);
+    EXPECT_TRUE(eventually([] { return reports.count() == 3; }));
+    EXPECT_EQ(reports.take(), "rdbapi: fake: lost");
+    EXPECT_EQ(reports.take(), "rdbapi: fake: lost again");
+    EXPECT_EQ(reports.take(), "rdbapi: fake: works again");
+}
+
 TEST_F(WorkerRepetition, TheFirstCheckComesAfterARandomPartOfTheInterval) {
     randomNumber = 4711;
     connect();
