@@ -73,7 +73,7 @@ public:
     virtual bool refreshIsOneExchange() const noexcept { return false; }
 
     //  Compares the server's value with this one. Fails with errorNotHeld if the server has another value or none.
-    //  Called at each check, and after each open, for values that are not pending.
+    //  Called for values that are not pending, at each check and, unless a refresh takes its place, after each open.
     virtual Status checkValue(const RdbSnapshot&) { return {}; }
 
 protected:

@@ -243,8 +243,8 @@ Status Worker::openAndRetry() {
 }
 
 //  Returns whether the data is to be refreshed now, and marks it as pending. A refresh costs the server as much as a
-//  check, but also answers the requests with which the user of the handle reacts to event 60001 (takeConfirmed). So a
-//  server to which all hosts return at once gets one request of each.
+//  check, but also answers the requests with which the user of the handle reacts to event 60001 (takeConfirmed). So if
+//  all hosts return to a server at once, it gets one request from each host.
 bool Worker::refreshAtOpen() noexcept {
     TagBackend* const tags = backend_->tags();
     return tags != nullptr && tags->refreshIsOneExchange() && !checkRefused_ && desired_.refresh();

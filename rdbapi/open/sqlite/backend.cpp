@@ -239,7 +239,7 @@ Status SqliteBackend::probe() {
 }
 
 //  Drops the page cache before the query, so that the value is read from the file, and after it: the next request may
-//  be minutes away, and the cache of twenty pages would use memory until then.
+//  be minutes away, and the cache would use memory until then.
 Status SqliteBackend::checkValue(const RdbSnapshot& record) {
     database_.dropPageCache();
     const Result<bool> held = holds(record);
