@@ -21,7 +21,7 @@ class Scene:
     """The provider and the service run, and the provider has got the address A."""
 
     def __init__(self, answer="good"):
-        self.host = Host(time.time_ns())  # the certificate is valid now
+        self.host = Host(time.time_ns() + 60 * 10**9)  # after the beginning of the certificates that are made below
         self.sandbox = self.host.sandbox
         open_library.install(BUILD, self.sandbox.path(DIRECTORY))
         authority = Authority(self.sandbox, "/mnt/pki")
