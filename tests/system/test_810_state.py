@@ -40,6 +40,12 @@ def state_of(sandbox, *words):
     return code, json.loads(output)
 
 
+def make_folder(sandbox):
+    """Makes the folder of the state as the packaged unit does."""
+    sandbox.path(FOLDER).mkdir()
+    sandbox.path(FOLDER).chmod(0o755)
+
+
 @pytest.fixture
 def open_host(host):
     """A host with the open client library, one address, and settings that use files below /mnt/data."""
@@ -47,7 +53,7 @@ def open_host(host):
         pytest.skip("the open client library was built without one of its back ends")
     open_library.install(BUILD, host.sandbox.path(DIRECTORY))
     host.sandbox.path("/mnt/data").mkdir()
-    host.sandbox.path(FOLDER).mkdir()
+    make_folder(host.sandbox)
     host.settings(**SETTINGS)
     host.sandbox.add_address("2001:db8::1/64")
     return host
@@ -58,7 +64,7 @@ def sandbox():
     if not open_library.has(BUILD, "sqlite"):
         pytest.skip("the open client library was built without its back end sqlite")
     one = Sandbox()
-    one.path(FOLDER).mkdir()
+    make_folder(one)
     one.path("/mnt/data").mkdir()
     yield one
     one.close()

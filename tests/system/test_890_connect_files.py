@@ -42,6 +42,8 @@ def test_892_nothing_is_created(sandbox):
 
 def test_893_a_folder_that_the_user_may_not_write_is_refused(sandbox):
     one = settings(sandbox)
+    sandbox.path(one.path).chmod(0o644)
+    sandbox.path("/mnt/data").chmod(0o755)
     process = sandbox.spawn(f"{BUILD}/addrpubd-check", "--connect", one.path, uid=65534)
     output = process.all_output().decode().splitlines()
     assert process.wait() == 1
