@@ -76,6 +76,7 @@ check_boot() {
 check_removal() {
     say "the removal of a name"
     local title="## Retiring a name" removal hosts
+    podman volume rm addrpubd >/dev/null # has the database with another name
     run_container --network host --restart always
     until_true "the addresses of the host" published_is "$host_address"
     hosts=$(podman volume inspect --format '{{.Mountpoint}}' addrpubd)/hosts.d/addrpubd
