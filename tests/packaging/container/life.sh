@@ -84,7 +84,7 @@ check_removal() {
     expect "containers" "" "$(podman ps --all --quiet)"
     removal=$(command_of "$title" "podman run --rm")
     expect "status while records remain" 1 "$(status_of bash -c "$removal")"
-    output_has "delete host1.example"
+    output_has "delete $host_address host1.example"
     bash -c "$removal --yes" >"$work/output" 2>&1 || fail "$removal --yes"
     [ -f "$hosts" ] || fail "there is no hosts file"
     ! grep --quiet host1.example "$hosts" || fail "the name is still in the hosts file"
