@@ -283,9 +283,10 @@ def idle_table(programs):
         "The executable alone, the bare loop, inadyn and ddclient run side by side. The bare loop lists the addresses "
         "as the service does and does nothing else. The two services with real back ends run after them, one at a "
         "time, with the real client library, which writes its state file. The programs with libraries alone do the "
-        "least work with them and wait: a database with one row; a DNS message and a signature. The floor of the service with real back ends is that "
-        "of the service with a client library that does only this. Private pages are those that a program has written "
-        "and those of its own files; pages of installed libraries are shared. Address space randomisation is off, "
-        "because the resident size depends on it. Wake-ups and processor time are those of the service's own thread."
+        "least work with them and wait: a database with one row; a DNS message and a signature. The floor of the "
+        "service with real back ends is that of the service with a client library that does only this. Private pages "
+        "are those that a program has written and those of its own files; pages of installed libraries are shared. "
+        "Address space randomisation is off, because the resident size depends on it. Wake-ups and processor time are "
+        "those of the service's own thread."
     )
     return Table("Idle", head, lines, note)

@@ -68,11 +68,13 @@ def main():
     results = {stage: cases_of(folder, name) for stage, name in RESULTS.items()}
     system, servers = results["system tests"], results["server tests"]
     assert system["system.test_500_nth_failure"]
+    clock = (output for name, output in system.items() if output and name.startswith("system.test_6"))
+    real = (output for name, output in servers.items() if output and name.startswith("servers."))
     blocks = {
         "suite": page_figures.table(stages(sys.stdin.read().splitlines(), results)),
         "nth-failures": page_figures.table(nth_failures()),
-        "driven-clock": cases_in(output for name, output in system.items() if output and name.startswith("system.test_6")),
-        "servers": cases_in(output for name, output in servers.items() if output and name.startswith("servers.")),
+        "driven-clock": cases_in(clock),
+        "servers": cases_in(real),
     }
     for name, text in blocks.items():
         page_figures.write(name, COMMAND, text)
