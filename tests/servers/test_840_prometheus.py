@@ -144,8 +144,6 @@ def test_844_promtool_accepts_the_alert_rules_and_their_cases(tmp_path):
 
 
 def test_845_the_settings_of_the_page_extend_those_of_debian(tmp_path):
-    debian = Path("/etc/prometheus/prometheus.yml").read_text()
-    assert re.search("^rule_files:", debian, re.MULTILINE) and "- job_name: node\n" in debian
     page = PAGE.read_text()
     settings = page[page.index("    rule_files:") : page.index("If the exporter of a host")]
     (tmp_path / "prometheus.yml").write_text(textwrap.dedent(settings))
@@ -153,3 +151,5 @@ def test_845_the_settings_of_the_page_extend_those_of_debian(tmp_path):
     run = promtool("check", "config", tmp_path / "prometheus.yml")
     assert run.returncode == 0, run.stdout + run.stderr
     assert "1 rule files found" in run.stdout
+    debian = Path("/etc/prometheus/prometheus.yml").read_text()
+    assert re.search("^rule_files:", debian, re.MULTILINE) and "- job_name: node\n" in debian
