@@ -1,4 +1,5 @@
-//  Reads the contents of an answer whose signature was verified (tsig.h).
+//  Reads the contents of an answer: one whose signature was verified (tsig.h), or one of the system's resolver, which
+//  is not signed (primary.h).
 //
 //  Threads: one thread at a time per answer.
 #ifndef RDBAPI_OPEN_DNS_ANSWER_H

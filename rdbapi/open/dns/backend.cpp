@@ -122,8 +122,8 @@ Status DnsBackend::named(Status status) const {
                                                            : status;
 }
 
-//  Calls attempt with a new connection to each address of the server in turn, until the member failover of a status is
-//  false.
+//  Calls attempt with a new connection to each address of the servers in turn, until the member failover of a status
+//  is false.
 Status DnsBackend::atServer(TsigKey key, std::chrono::milliseconds until, const Attempt& attempt) {
     DnsExchange exchange(*stream_, *waiter_, std::move(key));
     return named(addresses_.tryEach(
@@ -237,7 +237,7 @@ Status DnsBackend::checkRequest(std::string_view text) {
             Status held = check.run(exchange, until);
             return held.ok() ? pointers_.check(exchange, sets->front(), until) : held;
         });
-    //  Only the next open finds another primary server.
+    //  A check does not search for another primary server, but the next open does.
     if (zone_.servers.empty() && status.failover)
         status.code = errorBackendFailed;
     return named(std::move(status));

@@ -1,6 +1,6 @@
 //  The back end dns://SERVER[:PORT],.../ZONE: records of this host in a zone of a DNS server, changed by signed updates
-//  (RFC 2136, RFC 8945) over TCP, or over TLS (RFC 7858) with the scheme dns+tls. Checks use UDP, except with dns+tls.
-//  zone_url.h has the options, records.h the records, pointers.h those of reverse zones, check.h the checks.
+//  (RFC 2136, RFC 8945) over TCP, or over TLS (RFC 7858) with the scheme dns+tls. Checks try UDP first, except with
+//  dns+tls. zone_url.h has the options, records.h the records, pointers.h those of reverse zones, check.h the checks.
 //
 //  Each operation opens new sockets and closes them at the latest at its end, so an idle back end has none.
 #ifndef RDBAPI_OPEN_DNS_BACKEND_H

@@ -36,7 +36,8 @@ public:
     //  Returns the first message that run sends.
     const DnsBytes& first() const noexcept { return first_; }
 
-    //  Returns errorNotHeld if the server does not have exactly these sets.
+    //  Returns errorNotHeld if the server does not have exactly these sets, or errorServerRefused if an alias prevents
+    //  one of them.
     Status run(DnsExchange& exchange, std::chrono::milliseconds until) const;
 
 private:

@@ -30,8 +30,8 @@ void DatagramSocket::close() noexcept {
     descriptor_ = -1;
 }
 
-//  The same message is sent again, so that a late answer to the first one counts, too. A failed receive means that the
-//  server's host has no such port (ICMP); waiting would not help.
+//  The same message is sent again, so that a late answer to the first one counts, too. A failed receive usually means
+//  that an ICMP message has arrived, for example that the server's host has no such port; waiting would not help.
 std::optional<Packet> DatagramSocket::ask(const SignedRequest& request, const TsigKey& key, const Waiter& waiter,
                                           std::chrono::milliseconds until) const {
     for (int sends = 0; sends < maxSends && !waiter.cancelled(); ++sends) {

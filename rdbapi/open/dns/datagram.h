@@ -1,4 +1,4 @@
-//  Queries to one address of a DNS server over UDP. Anyone can send datagrams, so only an authentic answer counts; any
+//  Requests to one address of a DNS server over UDP. Anyone can send datagrams, so only an authentic answer counts; any
 //  other datagram is ignored until the time limit. The kernel drops datagrams from other addresses, because the socket
 //  is connected, and chooses a random source port (RFC 6056).
 //

@@ -9,7 +9,7 @@ namespace {
 
 using namespace rdbopen;
 
-constexpr const char* dnsOverTls = "dot";  // RFC 7858 section 7.1, RFC 9103 section 7.1
+constexpr const char* dnsOverTls = "dot";  // name of the protocol in ALPN, RFC 9103 section 7.1
 
 BackendResult makeDnsTlsBackend(const Url& url, const Credentials& credentials) {
     Url rest = url;

@@ -121,7 +121,7 @@ Result<bool> ZoneHoldings::isInZone(DnsExchange& exchange, const RecordSet& set,
     return rcodeOf(**answer) != rcodeNoError;
 }
 
-//  Adds the set to sets, and its records to the result.
+//  Adds the records of the set to the result, and the set to sets if one of them is ours.
 void ZoneHoldings::keep(ZoneSets& sets, RecordSet held) {
     RecordSet ours{held.owner, held.type, {}};
     for (const DnsBytes& data : held.records) {
@@ -138,7 +138,8 @@ void ZoneHoldings::keep(ZoneSets& sets, RecordSet held) {
     }
 }
 
-//  A server may answer a query for all types with some of them (RFC 8482), so the common types are queried, too.
+//  A server may answer a query for all types with some of them (RFC 8482), so the common types are queried, too, but
+//  only at the name of the host.
 Status ZoneHoldings::findOtherTypes(DnsExchange& exchange, const std::string& owner, std::chrono::milliseconds until) {
     std::set<std::uint16_t> types;
     std::vector<std::uint16_t> queries{typeAny};

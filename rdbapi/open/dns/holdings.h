@@ -5,7 +5,9 @@
 //      _P._https.NAME   HTTPS   the same, for the ports that are given: a server does not list the names below a name
 //      ...ip6.arpa      PTR     for each address of these records: of the service, if it points to NAME
 //
-//  Only records that the zone itself has are found, not those that a wildcard supplies (RFC 4592).
+//  AAAA and HTTPS records that a wildcard supplies (RFC 4592) are left out, unless the server refuses the question
+//  (isInZone). Records of other types at NAME and _P._https.NAME remain; they are listed as far as the server shows
+//  them.
 //
 //  Threads: one thread at a time.
 #ifndef RDBAPI_OPEN_DNS_HOLDINGS_H

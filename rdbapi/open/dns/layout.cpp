@@ -12,7 +12,8 @@ constexpr std::size_t questionTail = 4;  // bytes of type and class
 constexpr std::size_t recordTail = 10;   // bytes of type, class, ttl and length of the data
 constexpr std::size_t lengthAt = 8;      // offset of the data's length in these bytes
 
-//  The unread rest of a message. skip and skipName return false if the message ends too early.
+//  The unread rest of a message. skip and skipName return false if the message ends too early; skipName also returns
+//  false for a label of an unknown kind.
 class Rest {
 public:
     explicit Rest(std::span<const std::uint8_t> bytes) : bytes_(bytes) {}

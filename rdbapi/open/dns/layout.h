@@ -1,5 +1,6 @@
-//  Finds the positions of a message's records without parsing their data. Suitable for messages that are not verified
-//  yet: it goes through the message once, follows no compression pointer and allocates no memory.
+//  Finds the signature of a message without parsing the data of its records, and compares questions. Suitable for
+//  messages that are not verified yet: it goes through the message once, follows no compression pointer and allocates
+//  no memory.
 //
 //      | header | questions | answers | authority | additional ... | signature |
 //                                                                              ^ must be the end of the message

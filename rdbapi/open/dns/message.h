@@ -10,8 +10,9 @@
 //
 //  Owner names are compressed (RFC 1035 section 4.1.4); names in the data of a record are not.
 //
-//  tsig.h signs the messages. ldns (1.8.3) is used to parse answers, names and base64, and to compare names. It is not
-//  used to write messages, because it aborts the process by an assertion if a message is longer than 65535 bytes.
+//  tsig.h signs the messages. ldns (1.8.3) is used to parse answers, names and base64, to compare names, and for the
+//  texts of names and types. It is not used to write messages, because it aborts the process by an assertion if a
+//  message is longer than 65535 bytes.
 #ifndef RDBAPI_OPEN_DNS_MESSAGE_H
 #define RDBAPI_OPEN_DNS_MESSAGE_H
 
@@ -40,14 +41,16 @@ inline constexpr unsigned opcodeUpdate = 5;
 //  Maximum length of a message over TCP in bytes (RFC 1035 section 4.2.2).
 inline constexpr std::size_t maxDnsMessageSize = 65535;
 
-//  Maximum length of an answer over UDP in bytes. Datagrams of this length are not fragmented (RFC 9715 section 3.1).
+//  Maximum length of an answer over UDP in bytes: 1280, the minimum MTU of IPv6 (RFC 8200 section 5), without the
+//  headers of IPv6 and UDP. Datagrams of this length are not fragmented.
 inline constexpr std::size_t maxDatagramSize = 1232;
 
 //  All records of one owner and type.
 struct RecordSet {
     std::string owner;  // satisfies isDnsName; in lower case
     std::uint16_t type = 0;
-    std::vector<DnsBytes> records;  // data of each record in wire format; names in it are lower case
+    std::vector<DnsBytes> records;  // data of each record in wire format; names in it are lower case,
+                                    // except in records from a server
 };
 
 //  Append a 16-bit number, or a name without compression. An empty name is the root.

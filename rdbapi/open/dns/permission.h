@@ -1,6 +1,6 @@
 //  Asks a server whether the key may change the records of a host, without changing anything (questionMessage in
-//  message.h). BIND, Knot and PowerDNS test the permission before the prerequisite; a server that tests the prerequisite
-//  first seems to allow everything.
+//  message.h). BIND, Knot and PowerDNS test the permission before the prerequisite; a server that tests the
+//  prerequisite first seems to allow everything.
 //
 //  Threads: one thread at a time.
 #ifndef RDBAPI_OPEN_DNS_PERMISSION_H
@@ -17,9 +17,9 @@ public:
     //  host: a result of nameInZone (records.h). ports: of its HTTPS records. Requires: zone outlives the object.
     ZonePermission(const DnsZone& zone, const std::string& host, const std::vector<std::uint16_t>& ports);
 
-    //  Asks for all records of the host together, as in an update; after a refusal, also for each set, if this shows
-    //  which one is refused. Then asks for a PTR record in each reverse zone. Adds one element to results
-    //  for each question. Fails with errorBackendFailed; a status with failover means that another server should be
+    //  Asks for all records of the host together, as in an update; after a refusal, also for each set. Then asks for a
+    //  PTR record in each reverse zone. Adds one element to results for each question, but none for the sets if each of
+    //  them is refused. Fails with errorBackendFailed; a status with failover means that another server should be
     //  asked.
     Status ask(DnsExchange& exchange, std::chrono::milliseconds until, std::vector<Examination>& results) const;
 

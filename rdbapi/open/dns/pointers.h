@@ -6,9 +6,9 @@
 //      the address, each hexadecimal digit one label, the last one first (RFC 3596 section 2.5)
 //
 //  One update of each zone adds the records of the addresses to be published and deletes those of the addresses that
-//  leave. These are the addresses that the server has at the host's name, so this also works after a restart; PTR
-//  records must therefore be updated before the addresses are replaced. Only records that point to the host are added
-//  or deleted.
+//  leave. An address leaves if the server has it at the host's name, but it is not to be published; this also works
+//  after a restart. PTR records must therefore be updated before the addresses are replaced. Only records that point to
+//  the host are added or deleted.
 //
 //  Threads: one thread at a time.
 #ifndef RDBAPI_OPEN_DNS_POINTERS_H
@@ -20,7 +20,7 @@
 
 namespace rdbopen {
 
-//  Returns whether zone is one of nibbles below ip6.arpa. Requires: zone is in lower case.
+//  Returns whether zone is ip6.arpa after 1 to 32 labels, each one hexadecimal digit. Requires: zone is in lower case.
 bool isReverseZone(std::string_view zone);
 
 //  Returns the name of an address below ip6.arpa. Requires: address has 16 bytes.
@@ -36,8 +36,8 @@ public:
 
     bool enabled() const noexcept { return !zones_.empty(); }
 
-    //  Finds the addresses that the server has and addresses, the AAAA records to be published, does not. They are kept
-    //  until update has succeeded.
+    //  Finds the addresses that leave. addresses: the AAAA records to be published. The addresses found are kept until
+    //  update has succeeded, or until they are to be published again.
     Status findLeaving(DnsExchange& exchange, const RecordSet& addresses, std::chrono::milliseconds until);
 
     //  Adds the records of addresses and deletes those of the addresses that leave. Tries all zones even if one

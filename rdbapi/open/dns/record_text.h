@@ -1,4 +1,4 @@
-//  Texts for the operator of records in wire format, and the question whether a record has the form that this library
+//  Texts that show records in wire format to the operator, and a parser of HTTPS records in the form that this library
 //  writes (records.h).
 //
 //  Threads: any thread may call these functions.
@@ -20,8 +20,8 @@ struct OwnHttps {
     std::vector<Ipv6Address> hints;
 };
 
-//  Parses the data of an HTTPS record. Returns nothing if it is malformed, or has any other parameter than port and
-//  ipv6hint: this library writes no such record.
+//  Parses the data of an HTTPS record. Returns nothing if it is malformed, has priority 0, has no ipv6hint, or has any
+//  parameter except port and ipv6hint: this library writes no such record.
 std::optional<OwnHttps> parseOwnHttps(std::span<const std::uint8_t> data);
 
 //  Returns the text of an address. Requires: address has 16 bytes.

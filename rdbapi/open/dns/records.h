@@ -26,8 +26,8 @@ inline constexpr std::size_t maxHints = 16;
 inline constexpr std::uint16_t keyPort = 3;
 inline constexpr std::uint16_t keyIpv6Hint = 6;
 
-//  Returns the name in zone that name denotes: name itself if it is the zone's name or below it, NAME.ZONE if it has no
-//  dot. Fails with errorBadRequest if name is not in the zone.
+//  Returns the name in zone that name denotes, in lower case: name itself if it is the zone's name or below it,
+//  NAME.ZONE if it has no dot. Fails with errorBadRequest if name is not in the zone.
 Result<std::string> nameInZone(const std::string& name, const std::string& zone);
 
 //  Returns the IPv6 addresses in texts, without duplicates.

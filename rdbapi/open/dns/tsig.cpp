@@ -165,8 +165,8 @@ bool sameInLowerCase(View name, View lower) {
 
 //  Returns whether the signature is valid. The MAC is computed with the original ID of the signature: a server that
 //  forwards updates uses its own ID towards the primary, whose signature therefore covers that ID, and restores the
-//  client's ID in the answer (RFC 8945 section 5.3). The MAC also covers the request's MAC, so the answer belongs to
-//  this request.
+//  client's ID in the answer (RFC 8945 section 4.3.2). The MAC also covers the request's MAC, so the answer belongs
+//  to this request.
 bool isGenuine(View message, const SignaturePlace& place, const Signature& signature, const SignedRequest& request,
                const TsigKey& key) {
     if (!ownerIs(message, place.owner, key.name) || !sameInLowerCase(signature.algorithm, nameBytes(key.algorithm)))

@@ -12,9 +12,9 @@
 //  The records of an answer are parsed only after its signature has been verified.
 //
 //  The MAC is computed with Nettle. ldns (1.8.3) does not support hmac-sha384, chooses the time of signing itself, and
-//  does not return the server's time in a BADTIME answer. OpenSSL is loaded, because ldns needs it, but never
-//  initialised: its first HMAC would read its configuration, register a clean-up at exit, and use 2.2 MB of memory
-//  instead of Nettle's 0.3 MB.
+//  does not return the server's time in a BADTIME answer. OpenSSL is loaded, because ldns needs it, but only
+//  the module with TLS initialises it: its first HMAC would read its configuration, register a clean-up at exit, and
+//  use 2.2 MB of memory instead of Nettle's 0.3 MB.
 //
 //  Threads: any; one thread at a time per object.
 #ifndef RDBAPI_OPEN_DNS_TSIG_H
@@ -55,9 +55,9 @@ std::size_t signatureLength(const TsigKey& key);
 //  Signs message, which must have no signature. now: the time of signing, in s since 1970-01-01 UTC.
 Result<SignedRequest> signRequest(DnsBytes message, const TsigKey& key, std::int64_t now);
 
-//  A verified answer, or a failure. The member failover of a failure is true if the answer's header belongs to the
-//  request and its code is isWrongServer. This also applies to an answer that is not authentic, because trying another
-//  address is harmless.
+//  A verified answer, or a failure. The member failover of a failure of readAnswer is true if the answer is not
+//  truncated, its header belongs to the request, and its code is isWrongServer. This also applies to an answer that is
+//  not authentic, because trying another address is harmless.
 using Answer = Result<Packet>;
 
 //  Verifies message as the answer to request. now: s since 1970-01-01 UTC. Fails if the message is truncated (TC).

@@ -20,8 +20,8 @@ inline constexpr unsigned tsigBadKey = 17;
 inline constexpr unsigned tsigBadTime = 18;
 inline constexpr unsigned tsigBadTrunc = 22;
 
-//  Returns whether an answer with this code may come from a wrong server, so that a server at another address of the
-//  same name may accept the request.
+//  Returns whether an answer with this code may come from a wrong server, so that a server at another address may
+//  accept the request.
 bool isWrongServer(unsigned rcode);
 
 //  Return the text for a code other than 0.
