@@ -1,5 +1,5 @@
-//  The advice of addrpubd-check on a url of the back end dyndns2: whether the host name is a full name, and the file of
-//  ca=FILE.
+//  The advice of addrpubd-check on a url of the back end dyndns2: whether the host name is a full name, whether an
+//  address of the host is published, and whether the file of ca=FILE can be used.
 #ifndef RDBAPI_OPEN_DYNDNS2_ADVICE_H
 #define RDBAPI_OPEN_DYNDNS2_ADVICE_H
 

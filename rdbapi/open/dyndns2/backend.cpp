@@ -14,8 +14,8 @@ namespace {
 
 constexpr std::chrono::milliseconds exchangeLimit{15000};
 
-//  Providers delete a name whose addresses are not confirmed for about 30 days, and block one that sends unchanged
-//  addresses often.
+//  Providers delete a name whose addresses are not confirmed for about 30 days, and block a client that often sends
+//  unchanged addresses.
 constexpr std::chrono::hours confirmAfter{25 * 24};
 
 //  The documents of the protocol ask for this pause after 911 and dnserr.

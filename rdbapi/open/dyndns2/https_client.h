@@ -1,5 +1,6 @@
 //  Requests by HTTPS, with libcurl. Every wait ends at a given time or when the handle is closed. Only the resolution
-//  of the server's name can take longer: a thread of libcurl calls getaddrinfo(3), and close waits for that thread.
+//  of the server's name can take longer: a thread of libcurl calls getaddrinfo(3), and the end of a request waits for
+//  that thread.
 //
 //  The server's certificate is always verified. Proxies, .netrc and redirections are not used. The variable
 //  SSLKEYLOGFILE of the environment makes libcurl create that file, but no key is written.
@@ -33,7 +34,7 @@ struct HttpsAnswer {
     static constexpr std::size_t maxBody = 1024;
 };
 
-//  Initializes libcurl, once. Called on the thread of rdb_connectex. Requires: prepareTls (net/tls_context.h) has
+//  Initializes libcurl, once. Called when the back end is created. Requires: prepareTls (net/tls_context.h) has
 //  succeeded. Fails with errorNoResources.
 Status prepareHttps();
 
