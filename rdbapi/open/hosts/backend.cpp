@@ -107,7 +107,7 @@ Status HostsBackend::flush(const FilePlace& place) {
     return flushed_ ? Status{} : failedTo("the folder cannot be flushed", std::move(status));
 }
 
-//  Needs no lock: a writer replaces the file by a rename.
+//  Needs no lock: this library replaces the file by a rename.
 Result<Holdings> HostsBackend::held(const HostNames& host) {
     if (!isDnsName(host.name))
         return Status{errorBadRequest, "the name " + host.name + " is not a host name"};

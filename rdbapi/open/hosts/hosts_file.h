@@ -6,8 +6,8 @@
 //      |           |     |
 //      address     name  mark: the comment "# addrpubd " and the name again, up to the end of the line
 //
-//  An own line has exactly this form, with single blanks. After a manual change it is treated as a line of another
-//  program.
+//  An own line has exactly this form, with single blanks and a line feed. If its form is changed manually, it is
+//  treated as a line of another program.
 #ifndef RDBAPI_OPEN_HOSTS_HOSTS_FILE_H
 #define RDBAPI_OPEN_HOSTS_HOSTS_FILE_H
 
@@ -26,7 +26,7 @@ std::string withHostLines(std::string_view file, std::string_view name, std::spa
 //  The lines of a file that concern a host, without line feeds.
 struct HostLines {
     std::vector<std::string> own;
-    std::vector<std::string> others;  // lines of other programs with an address and the name
+    std::vector<std::string> others;  // lines of other programs that have the name after their first word
 };
 
 //  Returns the lines of file that are own lines of name, or that name the host otherwise (hosts(5)).
