@@ -13,8 +13,8 @@ namespace {
 constexpr unsigned addressBits = 128;
 constexpr AddressFilter::Prefix uniqueLocal{{0xfc}, 7};  // RFC 4193 section 3.1
 
-//  Addresses that the service never publishes: link-local, site-local, multicast, and ::/8, which has the loopback
-//  address and those that contain an IPv4 address.
+//  Addresses that the service does not publish: link-local, site-local, multicast, and of ::/8 the loopback address and
+//  the IPv4-mapped and IPv4-compatible ones. The service would publish the others of ::/8, but hosts hardly have them.
 constexpr AddressFilter::Prefix neverPublished[] = {{{0xfe, 0x80}, 10}, {{0xfe, 0xc0}, 10}, {{0xff}, 8}, {{}, 8}};
 
 //  Calls take with each element of a list that is separated by commas, until one fails.

@@ -47,8 +47,8 @@ struct AddressFilter {
     bool leavesNothingOf(const LocalAddresses& local) const;
 };
 
-//  Returns the advice of addrpubd-check if no present address of this host passes filter, else an empty text. urlName:
-//  the key of the url in the ini file.
+//  Returns the advice of addrpubd-check if this host has addresses that the service publishes, but none of them passes
+//  filter; else an empty text. urlName: the key of the url in the ini file.
 std::string filterAdvice(const AddressFilter& filter, std::string_view urlName);
 
 }  // namespace rdbopen

@@ -28,8 +28,8 @@ struct Value {
 using Kind = Value::Kind;
 
 //  Stores the members that are used. Of several members with the same name the last one counts. The functions in
-//  lower_case are those that nlohmann::json::sax_parse calls; they return true to continue. This needs half as much code
-//  in the memory of each service as a tree of all values (nlohmann::json::parse).
+//  lower_case are those that nlohmann::json::sax_parse calls; they return true to continue. This needs half as much
+//  code in the memory of each service as a tree of all values (nlohmann::json::parse).
 class RequestReader {
 public:
     Value root, seqno, request, item, name, ipv4s, ipv6s, httpsPorts;
@@ -109,8 +109,7 @@ Status badRequest(const char* reason) {
     return {errorBadRequest, reason};
 }
 
-//  Appends the elements of the list, if it exists. Fails with badRequest(reason) if it contains anything except
-//  addresses.
+//  Appends the elements of the list, if it exists. Fails with badRequest(reason) if it is not a list of addresses.
 Status takeAddresses(const Value& list, int family, const char* reason, std::vector<std::string>& addresses) {
     if (!list.is(Kind::missing) && !list.is(Kind::list))
         return badRequest(reason);
