@@ -1,4 +1,4 @@
-//  A file descriptor that its owner's destructor closes, and a function that reads a whole file.
+//  A file descriptor that its owner's destructor closes, and functions that read a whole file.
 //
 //  Threads: any thread; one at a time per object.
 #ifndef RDBAPI_OPEN_FILES_DESCRIPTOR_H

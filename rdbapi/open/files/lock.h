@@ -16,7 +16,7 @@ public:
     FileLock& operator=(const FileLock&) = delete;
     ~FileLock();
 
-    //  Locks the file at path; waits at most limit. Fails with the text of EWOULDBLOCK after a time-out.
+    //  Locks the file at path; waits at most about limit. Fails with the text of EWOULDBLOCK after a time-out.
     Status acquire(const std::string& path, std::chrono::milliseconds limit);
 
 private:

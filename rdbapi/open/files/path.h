@@ -6,8 +6,8 @@
 //
 //  A sticky folder that all users may write to, such as /tmp, allows them to create files, but only owners to remove
 //  files. In such a folder, a link is followed only if it belongs to this process's effective user or to the owner of
-//  the folder. The kernel has the same rule, but not on every system (fs.protected_symlinks, proc_sys_fs(5)). A
-//  directory in such a folder is entered even if it belongs to another user, who then controls its contents.
+//  the folder. The kernel has the same rule, but not on every system (sysctl fs.protected_symlinks). A directory in
+//  such a folder is entered even if it belongs to another user, who then controls its contents.
 #ifndef RDBAPI_OPEN_FILES_PATH_H
 #define RDBAPI_OPEN_FILES_PATH_H
 
