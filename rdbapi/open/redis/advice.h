@@ -6,7 +6,7 @@
 
 namespace rdbopen {
 
-//  Adds a warning for a cluster or Sentinels of which the url names a single one.
+//  Adds a warning if the url of a cluster or of Sentinels names only one server.
 void adviseOnRedis(const UrlUse& use, std::vector<Advice>& advice);
 
 }  // namespace rdbopen

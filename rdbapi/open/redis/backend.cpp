@@ -60,7 +60,7 @@ private:
     const RedisLimits limits_;
     const RedisScript& putScript_;
     std::chrono::milliseconds until_{0};  // time limit of the current request
-    bool valueFollows_ = false;           // the next probe is followed by the check of a value
+    bool valueFollows_ = false;           // the next probe is followed by a check or put of a value
     RedisInspector inspector_;
 };
 
@@ -108,7 +108,7 @@ Status RedisBackend::put(std::span<const RdbSnapshot> records) {
 }
 
 //  A script can have the keys of one group only. So the tags of several groups are checked first: a tag that is missing
-//  is then found before anything is written.
+//  or not usable is then found before anything is written.
 Status RedisBackend::putGroups(const Groups& groups) {
     for (const auto& [group, records] : groups) {
         for (std::size_t i = 0; groups.size() > 1 && i < records.size(); ++i) {
@@ -147,7 +147,7 @@ Status RedisBackend::refresh(const RdbSnapshot& record, RdbTag& tag) {
     return {};
 }
 
-//  A server keeps a script from its first EVAL until it restarts or is told to forget it.
+//  A server keeps a script from its first EVAL until it restarts or forgets it, for example after SCRIPT FLUSH.
 Result<RedisReply> RedisBackend::runScript(std::uint16_t group, const RedisScript& script,
                                            const RedisCommand& arguments) {
     const auto run = [&](const char* word, std::string_view name) {
@@ -161,9 +161,9 @@ Result<RedisReply> RedisBackend::runScript(std::uint16_t group, const RedisScrip
     return reply;
 }
 
-//  A value that is checked tests the connection, too. A probe will be followed by such a check if the last one was, or
-//  if a value has been refreshed since; or it will be followed by a put, if the server has lost the value. So a check of
-//  an idle connection is one round trip.
+//  The check of a value tests the connection, too. So no PING is sent if the last probe was followed by such a check,
+//  or if a value has been refreshed since: after this probe, the worker checks the value or, if the server has lost it,
+//  puts it. A check of an idle connection is thus one round trip.
 Status RedisBackend::probe() {
     if (std::exchange(valueFollows_, false))
         return {};

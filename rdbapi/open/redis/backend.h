@@ -1,6 +1,7 @@
 //  The back end redis: an rdb server in a Redis server or a Redis Cluster. Tags, their current values and their history
-//  are keys of its database (objects.h). Each call is one round trip; one that writes is a script that the server
-//  executes as a whole (scripts.h). So a put whose answer was lost may be repeated: it confirms what it finds.
+//  are keys of its database (objects.h). Most calls are one round trip. A call that writes is a script that the server
+//  executes as a whole (scripts.h), or one script for each slot of a cluster. So a put whose answer was lost may be
+//  repeated: it confirms the values that the server has.
 //
 //  place.h describes the urls, route.h how a command reaches its server.
 #ifndef RDBAPI_OPEN_REDIS_BACKEND_H
@@ -12,7 +13,7 @@
 
 namespace rdbopen {
 
-//  Makes the back end for a url without the options of TLS. makeStream: how its servers are reached. Fails with
+//  Makes the back end for a url without the options of TLS. makeStream: makes the stream of each connection. Fails with
 //  errorBadUrl.
 BackendResult makeRedisBackend(const Url& url, const Credentials& credentials, const MakeStream& makeStream);
 

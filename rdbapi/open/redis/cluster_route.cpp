@@ -138,7 +138,7 @@ Result<ClusterLayout> ClusterRoute::report(const Server& node, Time until) {
     return layout;
 }
 
-//  The nodes of the url come before those of the last report: when the whole cluster has been replaced, those are gone.
+//  The nodes of the url come before those of the last report, which are gone if the whole cluster has been replaced.
 std::vector<Server> ClusterRoute::candidates() const {
     std::vector<Server> all;
     const auto append = [&all](const std::vector<Server>& nodes) {
@@ -153,7 +153,8 @@ std::vector<Server> ClusterRoute::candidates() const {
     return all;
 }
 
-//  Returns whether the time has passed, and not the time limit, and the handle is open.
+//  Waits for time and returns true. Returns false at once if the wait would not end before until, and early if the wait
+//  is interrupted, for example because the handle is closed.
 bool ClusterRoute::pause(Time time, Time until) const {
     const Time end = monotonicNow() + time;
     if (end >= until)
@@ -163,7 +164,8 @@ bool ClusterRoute::pause(Time time, Time until) const {
            !waiter_->cancelled();
 }
 
-//  Closes the connections to nodes that have only reported, and to former masters.
+//  Closes the connections to nodes that are not in slots_: nodes that have only reported, targets of ASK, and former
+//  masters.
 void ClusterRoute::closeUnused() {
     links_.keepOnly([this](const Server& node) {
         return std::any_of(slots_.begin(), slots_.end(), [&](const auto& known) { return known.second == node; });

@@ -3,7 +3,8 @@
 //      ask(slot) --> master of the slot, as known, or as a node reports in CLUSTER SLOTS
 //                      | MOVED HOST:PORT              --> remembers this master, asks there
 //                      | ASK HOST:PORT                --> asks there once, after ASKING
-//                      | TRYAGAIN, CLUSTERDOWN        --> pauses, lets another node report the master, asks again
+//                      | TRYAGAIN, CLUSTERDOWN, ...   --> pauses, lets another node report the master, asks again for
+//                      |                                  up to 2 s (redisStalls in refusal.h)
 //                      | any other answer             --> is the result
 //
 //  The nodes that report are those with a connection, those of the url, and all that the last report has named, until
@@ -23,7 +24,7 @@
 
 namespace rdbopen {
 
-//  Maximum number of redirections that a command follows before it fails.
+//  Maximum number of redirections that one attempt of a command follows before it fails.
 inline constexpr int maxRedirections = 5;
 
 class ClusterRoute final : public RedisRoute {
@@ -55,7 +56,7 @@ private:
     RedisLinks links_;
     std::vector<Server> nodes_;              // of the last report
     std::map<std::uint16_t, Server> slots_;  // the masters of the slots that were asked for
-    std::optional<Server> down_;             // the master that has answered CLUSTERDOWN or TRYAGAIN: it is asked last
+    std::optional<Server> down_;             // the node of the last redisStalls answer: it is asked last
 };
 
 }  // namespace rdbopen

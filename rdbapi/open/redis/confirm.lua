@@ -1,6 +1,6 @@
---  The first part of the script that stores values: the repetition of one value. It is the most frequent request by
---  far, so it does without functions and tables of its own, which would take as long as the commands. Anything else is
---  left to the rest of the script.
+--  The first part of the script that stores values: the repetition of one value. The script is used for this more often
+--  than for anything else. So this part creates no functions, and no tables except its result. The rest of the script
+--  handles all other cases; it would also handle this one, but take about 1.6 times as long.
 
 if #KEYS == 3 then
     local call, expire = redis.call, ARGV[1]

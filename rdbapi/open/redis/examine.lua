@@ -1,9 +1,11 @@
---  Tests whether the user may do what the service does for a name, and whether the server takes writes. It changes
+--  Tests whether the user may do what the service does for a name. Unless the limit of the history is 0, also tests
+--  whether the server takes writes; a server that has reached its memory limit still executes LTRIM. The script changes
 --  nothing: LTRIM keeps the whole list.
 --
 --      KEYS    tag, value, history
 --      ARGV    expiry in seconds or 0, limit of the history, command that announces a change, channel
---      returns {'done'}, {'unknown'} for a server before Redis 7, or {'denied', command...}; the error of a refused write
+--      returns {'done'}, {'unknown'} for a server before Redis 7, {'denied', permission...}, or the error of a refused
+--              write
 
 local expire, limit, publish, channel = ARGV[1], ARGV[2], ARGV[3], ARGV[4]
 if not redis.acl_check_cmd then

@@ -29,7 +29,7 @@ Result<RedisReply> RedisInspector::ask(const RedisCommand& command) {
     return reply;
 }
 
-//  Whether the key exists with the type. A key of another type is added as one of another program.
+//  Returns whether the key exists with the type. A key of another type is added as one of another program.
 Result<bool> RedisInspector::findKey(const std::string& key, const char* type) {
     const Result<RedisReply> reply = ask({"TYPE", key});
     if (!reply.ok())
@@ -130,7 +130,7 @@ Status RedisInspector::findHistory() {
     return {};
 }
 
-//  A put writes nothing if one of the keys belongs to another program, and neither does a removal.
+//  A put of a changed value writes nothing if one of the keys belongs to another program, and neither does a removal.
 void RedisInspector::keepAllBesideForeignKeys() {
     std::vector<HeldRecord>& records = holdings_.records;
     if (std::all_of(records.begin(), records.end(), [](const HeldRecord& record) { return record.ours(); }))
@@ -152,7 +152,7 @@ Status RedisInspector::remove(std::vector<RemovalStep>& steps) {
     return steps.back().status;
 }
 
-//  Sends the whole script: a server that keeps scripts need not keep one that is used once.
+//  Sends the whole script: EVALSHA would usually fail, because the script is rarely used, so a server does not have it.
 Status RedisInspector::removeShown() {
     RedisCommand command{"EVAL", std::string(redisRemoveScript.source), "3"};
     for (const char* kind : {"tag:", "value:", "history:"})

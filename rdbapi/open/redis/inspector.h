@@ -37,7 +37,7 @@ private:
     const RedisLimits limits_;
     const bool isCluster_;
     std::chrono::milliseconds until_{0};  // time limit of the current operation
-    std::string name_;                    // of the last call of held; this member and the next two
+    std::string name_;                    // of the last call of held, like the next two members
     std::optional<RedisValue> value_;
     Holdings holdings_;
 };

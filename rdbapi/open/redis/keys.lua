@@ -1,4 +1,4 @@
---  The second part of each script: checks of keys, and the commands that write.
+--  The part that the scripts import, put and remove share: checks of keys, and the commands that write.
 --
 --  A server undoes nothing of a script that fails. So a script reads and checks all of its keys before it writes.
 
@@ -37,7 +37,8 @@ local function exists(key)
     return redis.call('TYPE', key).ok ~= 'none'
 end
 
---  Returns the fields of a tag, or nil without one, and whether the key belongs to another program.
+--  Returns the fields of a tag, or nil without one, and whether the key is a hash of another program. A key that is not
+--  a hash ends the script with the error WRONGTYPE.
 local function readTag(key)
     local fields = redis.call('HMGET', key, 'class', 'type', 'importflag')
     if isByte(fields[1]) and isByte(fields[2]) and isByte(fields[3]) then

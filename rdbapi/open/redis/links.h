@@ -1,7 +1,7 @@
 //  Connections to the servers of a cluster or of a group with Sentinels, one for each server that is used. Each is
 //  logged in.
 //
-//  The reason of each failure begins with host and port of the server.
+//  The reason of each failure of RedisLinks begins with host and port of the server.
 //
 //  Threads: one thread at a time.
 #ifndef RDBAPI_OPEN_REDIS_LINKS_H

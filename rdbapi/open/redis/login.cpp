@@ -28,8 +28,8 @@ private:
     std::vector<RedisReply> replies_;
 };
 
-//  Sends all commands at once. They set the connection's name, which CLIENT LIST shows, test the connection, select the
-//  database and query the role.
+//  Sends authentication and all other commands at once. These set the connection's name, which CLIENT LIST shows, test
+//  the connection and, if login_ requires it, select the database and query the role.
 Status Login::send(RedisCommand authentication) {
     commands_ = {std::move(authentication), {"CLIENT", "SETNAME", "addrpubd"}, {"PING"}};
     if (login_.database != 0)

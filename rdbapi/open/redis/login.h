@@ -1,5 +1,5 @@
-//  What each connection to a Redis server begins with: login, name of the connection, test, selection of the database,
-//  and role of the server.
+//  What each connection to a Redis server begins with: login, name of the connection, test and, if needed, selection of
+//  the database and check of the server's role. A connection to a Sentinel has no login.
 //
 //  Threads: any thread may call these functions.
 #ifndef RDBAPI_OPEN_REDIS_LOGIN_H

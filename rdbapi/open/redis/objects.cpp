@@ -39,7 +39,7 @@ std::optional<Number> numberIn(const RedisReply& field) {
     return isNumber ? std::optional(number) : std::nullopt;
 }
 
-//  Returns the definition in these fields: class, type and import flag. Nothing if one of them is not a number.
+//  Returns the definition in these fields: class, type and import flag. Nothing if one is not a number from 0 to 255.
 std::optional<RedisTag> definitionIn(std::span<const RedisReply, 3> fields) {
     const auto tagclass = numberIn<std::uint8_t>(fields[0]);
     const auto type = numberIn<std::uint8_t>(fields[1]);

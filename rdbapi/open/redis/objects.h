@@ -5,7 +5,7 @@
 //      rdb:history:{NAME}  list    "TIME_MS TYPE VALUE" of each change, the newest last
 //      rdb:changed:{NAME}  channel on which each value is published if it differs from the previous one
 //
-//  The braces make a cluster keep all keys of a name at one server. A list takes a quarter of the memory of a stream,
+//  The braces make a cluster keep all keys of a name at one server. A short list takes much less memory than a stream,
 //  whose first entry reserves 4 KB.
 //
 //  A key of another type or with other fields belongs to another program: it is refused and not changed.
@@ -66,14 +66,15 @@ Result<std::optional<RedisTag>> readTag(const RedisReply& reply, const char* nam
 RedisCommand valueQuery(const char* name);
 Result<std::optional<RedisValue>> readValue(const RedisReply& reply, const char* name);
 
-//  The keys and arguments of redisImportScript and redisPutScript, as they follow the script in EVALSHA and EVAL.
+//  The keys and arguments of redisImportScript, and of redisPutScript and redisClusterPutScript, as they follow the
+//  script in EVALSHA and EVAL.
 RedisCommand importArguments(const RdbTag& tag, const RedisLimits& limits);
 RedisCommand putArguments(std::span<const RdbSnapshot> records, const RedisLimits& limits);
 
 //  The same for one record whose tag is created if it is missing or not usable.
 RedisCommand refreshArguments(const RdbSnapshot& record, const RdbTag& tag, const RedisLimits& limits);
 
-//  Returns the meaning of what a script has returned.
+//  Returns the status for the answer to a script.
 Status readOutcome(const RedisReply& reply, const RedisScript& script);
 
 //  Returns the definition of the tag in the answer of a put script that has stored one value, or a status that is not

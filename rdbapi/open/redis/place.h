@@ -27,8 +27,9 @@ inline constexpr std::uint16_t redisPort = 6379;
 //  The port of Sentinels in the documents of Redis.
 inline constexpr std::uint16_t sentinelPort = 26379;
 
-//  Minimum and maximum expiry in seconds. An unchanged value is written again after refreshTime (engine/retry_schedule.h),
-//  540 s, and a check may be late. With a shorter expiry, the data of a running host could expire before that.
+//  Minimum and maximum expiry in seconds. An unchanged value is written again after at most refreshTime
+//  (engine/retry_schedule.h), 540 s, and a check may be late. With a shorter expiry, the data of a running host could
+//  expire before that.
 inline constexpr std::uint32_t redisMinExpiry = 660;
 inline constexpr std::uint32_t redisMaxExpiry = 31536000;
 
@@ -50,7 +51,7 @@ struct RedisPlace {
 //  Parses a url without the options of TLS. Fails with errorBadUrl.
 Result<RedisPlace> parseRedisPlace(const Url& url);
 
-//  Returns the url of place without options, for syslog.
+//  Returns the url of place, for syslog. Of the options it contains only db.
 std::string redisPlaceText(const RedisPlace& place);
 
 //  Returns the server whose host and port a server has reported, which may send anything. Returns nothing if a url

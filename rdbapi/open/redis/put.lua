@@ -1,8 +1,9 @@
---  The last part of the script that stores values, all or none. A value that the server already has is only confirmed:
---  its time, the history and the subscribers know changes only.
+--  The last part of the script that stores values, all or none. For a value that the server already has, only
+--  confirmed_ms and the expiry are renewed: time_ms, the history and the channel are for changes.
 --
 --      KEYS    tag, value, history of each record
---      ARGV    expiry in seconds or 0, limit of the history, class of a usable tag; type, value, channel of each record;
+--      ARGV    expiry in seconds or 0, limit of the history, class of a usable tag;
+--              type, value, channel of each record;
 --              type and import flag of the tag, if the script is to create a tag that is missing or not usable
 --      returns {'done'}, {'confirmed'}, {'no-tag'}, {'not-usable'} or {'foreign', key}; with one record the first two
 --              are followed by class, type and import flag of the tag

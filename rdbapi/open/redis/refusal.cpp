@@ -21,7 +21,7 @@ constexpr std::string_view noPermission = "NOPERM";
 constexpr std::string_view clusterNode =
     "the server is part of a cluster: the scheme for it is redis+cluster or rediss+cluster";
 
-//  What a script gets that finds a key moved away since it has started.
+//  The error of a script that accesses a key which the node does not serve, or no longer serves.
 constexpr std::string_view nonLocalKey = "ERR Script attempted to access a non local key";
 
 //  Prefixes of answers after which the connection is useless. A retry in the same connection cannot succeed: a login is
@@ -38,8 +38,8 @@ constexpr std::string_view noWrites[] = {"OOM", "MISCONF", "NOREPLICAS"};
 //  Prefixes of answers of a cluster that is being changed: it serves the command soon, at this node or another one.
 constexpr std::string_view stalls[] = {"TRYAGAIN", "CLUSTERDOWN", nonLocalKey};
 
-//  Error answers of Redis 7 that have a text of their own. Only their prefixes are compared, because the rest differs
-//  between versions.
+//  Error answers of Redis 5 to 7 that have a text of their own. Only their prefixes are compared, because the rest
+//  differs between versions.
 constexpr Meaning meanings[] = {
     {"WRONGPASS", "user or password is wrong, or the user is switched off"},
     {"NOAUTH", "the connection is not logged in"},
@@ -72,13 +72,14 @@ constexpr Meaning meanings[] = {
     {"ERR DB index is out of range", "the server has no database of this number"},
 };
 
-//  The texts around the error of a script. The beginning ends with ": " after a place or two in the script.
+//  The texts around the error of a script. The first one is followed by one or two places in the script, each of which
+//  ends with ": ".
 constexpr std::string_view scriptFailed = "ERR Error running script (call to f_";
 constexpr std::string_view scriptPlace = "@user_script:";
 constexpr std::string_view scriptPlaceAfter = " script: ";
 constexpr std::size_t maxWrapping = 160;
 
-//  What a script gets instead of NOPERM, from Redis 7 on after "ERR ".
+//  What a script gets instead of NOPERM, in Redis 7.0 after "ERR ".
 constexpr std::string_view deniedScripts[] = {"The user executing the script can't",
                                               "ERR The user executing the script can't"};
 

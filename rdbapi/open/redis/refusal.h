@@ -1,11 +1,11 @@
 //  Interprets the error answers of a Redis server and returns reasons for the operator.
 //
-//  An error of a command that a script called has the error's own text in the middle:
+//  The answer to a script in which a command failed has other text around the error of this command:
 //
 //      from Redis 7 on    OOM command not allowed ... script: HASH, on @user_script:12.
 //      Redis 5 and 6      ERR Error running script (call to f_HASH): @user_script:12: @user_script: 12: -OOM ...
 //
-//  All functions but redisPrintable take such an answer for the error in it.
+//  The functions interpret such an answer as the error in it, except redisQuotable and redisPrintable.
 #ifndef RDBAPI_OPEN_REDIS_REFUSAL_H
 #define RDBAPI_OPEN_REDIS_REFUSAL_H
 
@@ -30,8 +30,8 @@ bool redisStalls(std::string_view answer);
 
 //  Returns how many leading bytes of an error answer may be quoted. A server or a proxy may repeat its input in the
 //  answer, and so parts of the login. Therefore the quotable part ends before the first 4 consecutive bytes that also
-//  occur in one of secrets, ignoring case. A secret of less than 4 bytes must occur completely. Bytes after the maximum
-//  length of a quote are never quotable.
+//  occur in one of secrets, ignoring case. A secret of less than 4 bytes must occur completely. At most the first 284
+//  bytes are quotable: enough for a quote and for the text around the error of a script.
 std::size_t redisQuotable(std::string_view answer, std::span<const std::string> secrets);
 
 //  Returns at most the first 120 bytes of text, with "?" for those that are not printable.

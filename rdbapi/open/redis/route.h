@@ -1,4 +1,5 @@
-//  The way of a command to the server that serves it. The back end (backend.h) knows only this interface.
+//  The way of a command to the server that serves it. The back end (backend.h) and its inspector send every command
+//  through this interface.
 //
 //      ServerRoute     one server, or several of which one is the primary (server_route.h)
 //      SentinelRoute   the master that Sentinels name (sentinel_route.h)
@@ -32,7 +33,7 @@ public:
     RedisRoute& operator=(const RedisRoute&) = delete;
     virtual ~RedisRoute() = default;
 
-    //  Returns the servers and the database as in the url.
+    //  Returns the servers and the database for syslog: redisPlaceText (place.h).
     virtual std::string label() const = 0;
 
     //  Connects and logs in. waiter: of this and all later waits until close.

@@ -14,12 +14,13 @@
 
 namespace rdbopen {
 
-//  Tries a server until the given time. The reason of a failure begins with the server's host and port.
+//  Tries a server until the given time. The reason of a failure begins with the host and port of this server, or of the
+//  master that it names.
 using ServerAttempt = std::function<Status(const Server&, std::chrono::milliseconds)>;
 
-//  Returns ok as soon as an attempt does. Each server gets an equal share of the remaining time, but at least 500 ms,
-//  as the addresses of a name do (server_addresses.h). Otherwise returns errorBackendFailed with the first reasons.
-//  Ends early when waiter is cancelled.
+//  Returns ok as soon as an attempt does. Each server gets an equal share of the remaining time, as the addresses of a
+//  name do (server_addresses.h), but at least 500 ms, if so much remains. Otherwise returns errorBackendFailed with the
+//  first reasons. Ends early when waiter is cancelled.
 Status tryInTurn(const std::vector<Server>& servers, const Waiter& waiter, std::chrono::milliseconds until,
                  const ServerAttempt& attempt);
 
