@@ -78,7 +78,7 @@ private:
     SqliteFiles files_;
     bool recorded_ = false;  // files_ has recorded the state after the last request
     bool changed_ = false;   // a program other than SQLite has changed the files since then
-    bool suspect_ = false;   // SQLite has reported damage; the file has not been checked since
+    bool suspect_ = false;   // the file may be damaged and has not been checked since
 
     const Waiter* readWaiter_ = nullptr;  // set by openToRead
     std::string shownName_;               // of the last call of held
@@ -147,7 +147,7 @@ Status SqliteBackend::openFile() {
 //  step.
 void SqliteBackend::close() noexcept {
     try {
-        static_cast<void>(examineFiles());  // the result is stored in changed_
+        static_cast<void>(examineFiles());  // stores a change of the files in changed_
     } catch (...) {
         changed_ = true;  // the state is unknown, because memory is exhausted
     }

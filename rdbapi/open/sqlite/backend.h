@@ -1,5 +1,6 @@
 //  The back end sqlite:///PATH[?history=NUMBER]: an rdb server in one SQLite file. Tags, their current values and their
-//  history are rows of its tables; each call is one transaction, which is flushed to the disk before the call returns.
+//  history are rows of its tables. Each call that writes is one transaction, which is flushed to the disk before the
+//  call returns.
 #ifndef RDBAPI_OPEN_SQLITE_BACKEND_H
 #define RDBAPI_OPEN_SQLITE_BACKEND_H
 

@@ -18,8 +18,9 @@ namespace rdbopen {
 bool isSqliteFileCutShort(SqliteDatabase& database, const std::string& path);
 
 //  Checks the whole file at place and renames it if it is damaged, together with a log or journal that has contents. If
-//  several services share the file, only one of them renames it. Succeeds if the file is missing, undamaged, busy or
-//  not a database of this library. Otherwise fails; the reason contains the new name, or why the file was not renamed.
+//  several services share the file, only one of them renames it. Succeeds if the file is missing, undamaged or not a
+//  database of this library, or if it cannot be checked, for example because another connection has locked it.
+//  Otherwise fails; the reason contains the new name, or why the file was not renamed.
 //  Requires: the caller has closed its connection to the file.
 Status moveDamagedSqliteFile(const FilePlace& place);
 

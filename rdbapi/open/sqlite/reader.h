@@ -1,9 +1,10 @@
-//  Reads what a database has of one name, and changes no file: unlike the back end itself, it creates, locks for writing
-//  and repairs nothing.
+//  Reads what a database has of one name. Unlike the back end itself, it does not create, change or repair the
+//  database.
 //
-//      DIR/NAME-wal exists     the database is or was in use: reads with SQLite's locks, for which it uses NAME-shm
+//      DIR/NAME-wal exists     the database is or was in use: reads with SQLite's locks, for which SQLite uses
+//                              NAME-shm; it creates or updates this file if needed
 //      it does not             nobody has the database open: reads the file as one that nobody changes, because SQLite
-//                              would create NAME-wal and NAME-shm
+//                              would otherwise create NAME-wal and NAME-shm
 //
 //  Threads: one thread at a time.
 #ifndef RDBAPI_OPEN_SQLITE_READER_H

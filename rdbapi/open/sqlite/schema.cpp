@@ -14,7 +14,7 @@ constexpr std::size_t writeFormatAt = 18;
 constexpr std::size_t readFormatAt = 19;
 constexpr char formatWithLog = 2;
 constexpr std::size_t pageSizeAt = 16;
-constexpr std::int64_t pageSizeCode = 1;  // means largestPage, which does not fit into two bytes
+constexpr std::int64_t pageSizeCode = 1;  // means maxPageSize, which does not fit into two bytes
 constexpr std::int64_t maxPageSize = 65536;
 constexpr std::size_t changesAt = 24;
 constexpr std::size_t pageCountAt = 28;
@@ -30,8 +30,8 @@ constexpr int journalHeaderSize = 28;
 constexpr std::size_t pagesBeforeAt = 16;
 constexpr unsigned char journalMagic[8] = {0xd9, 0xd5, 0x05, 0xf9, 0x20, 0xa1, 0x63, 0xd7};
 
-//  Times are milliseconds since 1970-01-01 UTC; the views show them as ISO 8601 texts. time_ms of a value is the time of
-//  its last change, confirmed_ms that of its last put. The history has one row for each change.
+//  Times are milliseconds since 1970-01-01 UTC; the views show them as ISO 8601 texts. time_ms of a value is the time
+//  of its last change, confirmed_ms that of its last put. The history has one row for each of the newest changes.
 constexpr const char* schema = R"sql(
 CREATE TABLE tag (
     id          INTEGER PRIMARY KEY,
