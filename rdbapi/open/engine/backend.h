@@ -4,7 +4,7 @@
 //
 //      Backend        open, probe, close
 //        tags()    -> TagBackend       get, import, put, refresh, checkValue: for an rdb server
-//        updates() -> UpdateBackend    apply, refusal, checkRequest: for a DNS server
+//        updates() -> UpdateBackend    apply, refusal, repetition, checkRequest: for a DNS server
 //        inspector() -> Inspector      what the server has of a host, for addrpubd-check (inspector.h)
 //
 //      closed --open() ok--> open --any request returns errorBackendFailed--> close() --back-off--> open() ...
@@ -19,7 +19,8 @@
 //  code. Of these, only errorBackendFailed, errorServerRefused and errorBadRequest come with a reason.
 //
 //  Threads: tags() and updates() may be called on any thread. label() is called before the worker's thread starts, the
-//  destructor after it has ended; all other functions are called only on the worker's thread.
+//  destructor after it has ended; all other functions are called only on the worker's thread. addrpubd-check has no
+//  worker and calls all functions on one thread.
 #ifndef RDBAPI_OPEN_ENGINE_BACKEND_H
 #define RDBAPI_OPEN_ENGINE_BACKEND_H
 
@@ -51,7 +52,8 @@ public:
     //  Creates a tag, or replaces its definition.
     virtual Status import(const RdbTag& tag) = 0;
 
-    //  Stores either all values or none; after errorBackendFailed, either is possible. Fails with errorNoSuchTag or
+    //  Stores either all values or none. After errorBackendFailed, either is possible. If several machines share the
+    //  tags (a Redis Cluster), a failure may leave a part of the values stored. Fails with errorNoSuchTag or
     //  errorTagNotUsable if a tag does not exist or has another class.
     virtual Status put(std::span<const RdbSnapshot> records) = 0;
 
@@ -68,8 +70,8 @@ public:
         return status.ok() ? put({&record, 1}) : status;
     }
 
-    //  Returns whether refresh takes one exchange, as a check does. If so, a new connection begins with a refresh and not
-    //  with a check. Constant.
+    //  Returns whether refresh takes one exchange, as a check does. If so, a new connection begins with a refresh and
+    //  not with a check, unless data is pending or the last check was refused. Constant.
     virtual bool refreshIsOneExchange() const noexcept { return false; }
 
     //  Compares the server's value with this one. Fails with errorNotHeld if the server has another value or none.
@@ -126,9 +128,10 @@ public:
     //  served, the worker watches it; when it becomes readable, the worker calls probe and the checks.
     virtual int watchedDescriptor() const noexcept { return -1; }
 
-    //  Returns the time between two checks, while nothing is pending. A check is a call of probe and of the check of each
-    //  value or request; some checks are replaced by refreshes, which send the data again (retry_schedule.h). Zero: no
-    //  time causes a check, and each request is carried out, even if it only repeats the last one. Constant while open.
+    //  Returns the time between two checks, while nothing is pending. A check is a call of probe and of the check of
+    //  each value or request; some checks are replaced by refreshes, which send the data again (retry_schedule.h).
+    //  Zero: no time causes a check, and each request is carried out, even if it only repeats the last one. Constant
+    //  while open.
     virtual std::chrono::milliseconds checkInterval() const noexcept { return {}; }
 
     //  Returns whether a call may interrupt probe and the checks. If so, each wait of a check returns callWaits once a

@@ -48,7 +48,8 @@ public:
     //  Prepares the reply when the request is not carried out; code says why. Called instead of run.
     virtual void refuse(Backend&, int) {}
 
-    //  Stores the requested data and the result code in the desired state. now: when run began.
+    //  Stores the requested data in the desired state. code: the result of the request, which decides whether the data
+    //  is pending. now: when run began, or the current time if the call was not run.
     virtual void record(DesiredState&, int, DesiredState::Time) const {}
 
     //  Passes the result to the caller. closed: the handle was closed, so the callback is not called.

@@ -1,7 +1,7 @@
 //  Ends the waits of a worker: the closed bit of its handle, and an eventfd.
 //
 //      closeHandle   sets the bit, calls wake() ----> waitForWake, waitForDescriptor and pause end; closed() is true
-//      Worker::post                calls wake() ----> waitForWake and waitForDescriptor end; closed() is false
+//      Worker::post, execute       calls wake() ----> waitForWake and waitForDescriptor end; closed() is false
 //
 //  The bit is part of the atomic word that stores the state of the handle (handle_table.h), so a single
 //  compare-and-swap checks the generation of the handle and sets the bit. The word is a member of this class, and not a

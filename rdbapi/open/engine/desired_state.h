@@ -5,13 +5,14 @@
 //           \--failure, refusal, time-out--> pending
 //
 //  A tag lookup without an answer is also pending: it is repeated until the server answers it. A request that can never
-//  succeed, such as a malformed one, does not change the desired state.
+//  succeed, such as a malformed one, is not stored; if only a retry shows this, the request is no longer pending. A
+//  value whose tag is missing is no longer pending after a retry if the definition of the tag is not known here.
 //
 //  For held data it also knows when the server last confirmed it: when the server accepted it on this connection, or a
 //  later check found it. The worker need not send a request for such data again. The time of a confirmation is that at
 //  which the request or check began. All times are those of one monotonic clock, which the caller reads.
 //
-//      connection --accepted--> confirmed --check finds it, refresh--> confirmed --pending, new connection--> unconfirmed
+//      connection --accepted--> confirmed --check finds it, refresh--> confirmed --pending, reopened--> unconfirmed
 //
 //  Data that was accepted on an earlier connection is unconfirmed even if a check finds it: it may be about to expire,
 //  and only a write prevents that.
@@ -45,8 +46,7 @@ public:
     bool isConfirmed(const RdbSnapshot& value, Time since) const;
 
     //  Returns the definition of a tag, if the server has sent or accepted it on this connection and has confirmed the
-    //  tag's value at since or later; otherwise null. The definition is that of the last lookup,
-    //  import or refresh.
+    //  tag's value at since or later; otherwise null. The definition is that of the last lookup, import or refresh.
     const RdbTag* confirmedTag(std::string_view name, Time since) const;
 
     //  Returns the newest request, if the server has confirmed it at since or later; otherwise null.
@@ -89,8 +89,8 @@ public:
     //  Returns whether there is no value and no request.
     bool empty() const noexcept;
 
-    //  Marks all values and the request as pending, so that the next retry sends them again and looks up their tags.
-    //  Returns whether there are any. Requires: nothing is pending.
+    //  Marks all values and the request as pending, so that the next retry sends them again. It also looks up the tags
+    //  whose definitions are known here. Returns whether there is a value or a request. Requires: nothing is pending.
     bool refresh() noexcept;
 
 private:

@@ -30,8 +30,8 @@ constexpr std::uint32_t generationOf(std::uint64_t state) {
     return static_cast<std::uint32_t>(state >> 32);
 }
 
-//  Returns whether the handle has a worker and is not closed. Each handle enters and leaves this state at most once, so
-//  that the state file counts its connection exactly once.
+//  Returns whether the handle has a worker and is not closed. Each end of this state is one atomic operation, so the
+//  state file counts it exactly once.
 constexpr bool isOpen(std::uint64_t state) {
     return (state & (flagWorker | flagClosed)) == flagWorker;
 }

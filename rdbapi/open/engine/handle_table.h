@@ -3,7 +3,7 @@
 //      handle   | 0 | generation: 27 bits | index: 4 bits |
 //      state    | generation: 32 bits | pins: 16 bits | flags: 16 bits |
 //
-//      vacant --rdb_create--> in use --closeHandle--> closed --releaseHandle--> released --rdb_create--> vacant ...
+//      vacant --rdb_create--> in use --closeHandle--> closed --releaseHandle--> released --rdb_create--> in use ...
 //                                |                                                  ^   (reused: generation + 1)
 //                                +---------------------releaseHandle----------------+
 //
@@ -13,7 +13,7 @@
 //
 //  Each slot has one CloseSignal (close_signal.h), which notifies its worker that the handle is closed.
 //
-//  Threads: any. closeHandle and releaseHandle are async-signal-safe: they use only atomics, write(2) and
+//  Threads: any. closeHandle and releaseHandle are async-signal-safe: they use only atomics, write(2), getpid(2) and
 //  unlink(2), which removes the state file when the last connection is closed.
 #ifndef RDBAPI_OPEN_ENGINE_HANDLE_TABLE_H
 #define RDBAPI_OPEN_ENGINE_HANDLE_TABLE_H

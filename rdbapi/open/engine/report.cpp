@@ -36,7 +36,8 @@ Sent sendOn(int type, const sockaddr_un& address, const char* bytes, std::size_t
     return sent < 0 && error == EPROTOTYPE ? Sent::otherType : Sent::lost;
 }
 
-//  The user who starts the program can choose any name, so other characters are replaced.
+//  The user who starts the program can choose any name, so blanks and characters that are not printable ASCII are
+//  replaced.
 std::string programName() {
     std::string name = program_invocation_short_name;
     std::replace_if(

@@ -14,7 +14,7 @@
 //                                                                  then each ninth one
 //
 //  Losses and refusals have separate counters: a server that refuses one value for hours must not delay reconnections,
-//  and a connection that is often lost must not cause earlier retries of the refused request.
+//  and a reconnection must not shorten the delay after the next refusal.
 //
 //  The caller passes the current time of one monotonic clock. This code reads no clock, never waits and takes no lock.
 //
@@ -46,10 +46,10 @@ std::chrono::milliseconds backoffDelay(unsigned failures, std::uint32_t random) 
 //  After a connection that lasts this long, the count of losses starts again at 1.
 inline constexpr std::chrono::milliseconds steadyTime{60000};
 
-//  The maximum time between two refreshes. A refresh sends data that the server already has, which a check only reads. It
-//  keeps the data from expiring and updates the time of its last confirmation. It is shorter than the service's 600 s,
-//  which it replaces, by one check of a minute; so the keys of a Redis server, which expire after at least 660 s, outlive
-//  a refresh that is two checks late.
+//  The maximum time between two refreshes while nothing is pending. A refresh sends data that the server already has,
+//  which a check only reads. It keeps the data from expiring and updates the time of its last confirmation. This time
+//  is one check of a minute shorter than the service's 600 s, which it replaces. So the keys of a Redis server, which
+//  expire after at least 660 s, outlive a refresh that is almost two checks late.
 inline constexpr std::chrono::milliseconds refreshTime{540000};
 
 //  The minimum pause after a failed request for a tag, to which the first back-off is added. It is longer than the 10 s
@@ -81,8 +81,8 @@ public:
     //  Call when a request has succeeded and nothing is pending.
     void succeeded() noexcept { refusals_ = 0; }
 
-    //  Call when a check that is due begins. Returns whether it is to be a refresh. A delay of this check does not delay
-    //  later ones. Requires: checkInterval() is not zero.
+    //  Call when a check that is due begins. Returns whether it is to be a refresh. A delay of this check does not
+    //  delay later ones. Requires: checkInterval() is not zero.
     bool checked(Time now) noexcept;
 
     //  Returns the time between two checks of this connection, zero for no checks.

@@ -47,8 +47,7 @@ void ServerState::succeed(Moment now) {
     changed_ = changed_ || std::exchange(failing_, false);
 }
 
-//  A call that no back end has served, because its caller has timed out, and a missing tag leave data pending if they
-//  matter.
+//  A call whose caller timed out before it was served, and a missing tag, are failures only while data is pending.
 void ServerState::exchanged(Cause cause, Moment now, const Status& status, const DesiredState& data) {
     if (status.code == errorPreempted)
         return;

@@ -51,8 +51,8 @@ public:
 
     //  An exchange with the server has ended with status. data: the desired state after it. A success is recorded only
     //  if there is data that the server can have confirmed. After a request that can never succeed there is no success
-    //  until a call succeeds, because earlier data is still desired. An interrupted check and an answer that a tag does
-    //  not exist are ignored.
+    //  until a call succeeds, because earlier data is still desired. An interrupted check is ignored. An answer that a
+    //  tag does not exist is a failure only while data is pending.
     void exchanged(Cause cause, Moment now, const Status& status, const DesiredState& data);
 
     //  A retry of pending data begins.
@@ -89,13 +89,13 @@ private:
     std::optional<Moment> success_;
     std::optional<Failure> failure_;
     std::vector<Published> published_;
-    //  Numbers since the start of the process.
+    //  Numbers since the handle was created.
     std::uint64_t connections_ = 0;
     std::uint64_t losses_ = 0;    // failed opens and ended connections
-    std::uint64_t retries_ = 0;   // attempts to send pending data again
+    std::uint64_t retries_ = 0;   // attempts to send pending data again, except requests for tags before event 60001
     std::uint64_t refusals_ = 0;  // answers by which the server refused a request
     bool failing_ = false;        // the last exchange has failed
-    bool rejected_ = false;       // the last call can never succeed
+    bool rejected_ = false;       // a request can never succeed, and no call has succeeded since
     bool changed_ = true;
 };
 

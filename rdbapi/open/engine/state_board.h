@@ -6,8 +6,8 @@
 //                            | part 2   |
 //                            | end      |                         a file without this line is incomplete
 //
-//  No worker waits for a write of another one: a worker that finds a write in progress leaves its lines, and the writing
-//  worker writes again. If memory is exhausted, a write is skipped.
+//  No worker waits for a write of another one: a worker that finds a write in progress leaves its lines, and the
+//  writing worker writes again. If memory is exhausted, a write is skipped.
 //
 //  Threads: any. A part belongs to one worker's thread.
 #ifndef RDBAPI_OPEN_ENGINE_STATE_BOARD_H

@@ -21,8 +21,8 @@ std::string_view folderOf(const char* runtimeDirectory) {
     return first.starts_with('/') ? first : usualFolder;
 }
 
-//  A write lock of the whole file that belongs to the descriptor. Does not wait. Returns false if another descriptor has
-//  one.
+//  A write lock of the whole file that belongs to the descriptor. Does not wait. Returns false if another descriptor
+//  has one.
 bool lockFile(int descriptor) noexcept {
     struct flock whole {};
     whole.l_type = F_WRLCK;
@@ -57,9 +57,9 @@ void StateFile::chooseFolder(const char* runtimeDirectory) {
     snprintf(statePath_, maxPath, "%.*s/state", length, folder.data());
 }
 
-//  createNew creates the new file before write checks open_. So, if the check still finds a connection, the new file
-//  exists before the first unlink below: either it is not renamed afterwards, or the second unlink removes it. The order
-//  of the two is therefore important.
+//  createNew creates the new file before replace checks open_. So, if the check still finds a connection, the new file
+//  exists before the first unlink below: either it is not renamed afterwards, or the second unlink removes it. The
+//  order of the two is therefore important.
 void StateFile::connectionClosed() noexcept {
     const int error = errno;
     if (open_.fetch_sub(1) == 1 && writer_ == getpid())
@@ -82,8 +82,8 @@ void StateFile::write(std::string_view text) noexcept {
     }
 }
 
-//  The lock file may have been removed together with its folder, for example by systemd when another service ended. Then
-//  another process may have locked a new one.
+//  The lock file may have been removed together with its folder, for example by systemd when another service ended.
+//  Then another process may have locked a new one.
 bool StateFile::lock() noexcept {
     struct stat status {};
     if (writer_ == getpid() && fstat(lockFd_, &status) == 0 && status.st_nlink != 0)

@@ -17,8 +17,8 @@
 //  A state that cannot be replaced is removed, because it is no longer true. On a full disk this makes room for the new
 //  one, which is then written at once.
 //
-//  Threads: write on one thread at a time; the other operations on any thread. connectionOpened and connectionClosed are
-//  async-signal-safe.
+//  Threads: write on one thread at a time; the other operations on any thread. connectionOpened and connectionClosed
+//  are async-signal-safe.
 #ifndef RDBAPI_OPEN_ENGINE_STATE_FILE_H
 #define RDBAPI_OPEN_ENGINE_STATE_FILE_H
 
@@ -35,11 +35,11 @@ public:
     StateFile& operator=(const StateFile&) = delete;
 
     //  Sets the folder: runtimeDirectory is the value of RUNTIME_DIRECTORY, or null. Only the first call has an effect.
-    //  Without a folder, or if its path is too long, nothing is written. Not async-signal-safe.
+    //  If its path is too long, nothing is written. Not async-signal-safe.
     void chooseFolder(const char* runtimeDirectory);
 
-    //  Counts the open connections. When the last one is closed, connectionClosed removes the state file; a write at the
-    //  same time leaves none.
+    //  Counts the open connections. When the last one is closed, connectionClosed removes the state file; a write at
+    //  the same time leaves none.
     void connectionOpened() noexcept { ++open_; }
     void connectionClosed() noexcept;
 
@@ -62,7 +62,7 @@ private:
     std::atomic<pid_t> writer_{0};  // this process while it is the writer, else 0; after fork that of the parent
     int lockFd_ = -1;
     int currentFd_ = -1;  // of the file FOLDER/state, whose lock it has
-    //  Constant after chooseFolder; empty without a folder.
+    //  Constant after chooseFolder; empty if the path of the folder is too long.
     char statePath_[maxPath] = {};
     char newPath_[maxPath] = {};
     char lockPath_[maxPath] = {};

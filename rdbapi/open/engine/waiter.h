@@ -12,11 +12,13 @@ public:
     enum class Result { ready, timedOut, closed, callWaits, failed };
 
     //  Waits until descriptor is ready for one of events (poll(2)) or has an error, until monotonicNow() reaches until,
-    //  or until the handle is closed. Returns timedOut earlier if the caller of a request for a tag has timed out.
-    //  Returns callWaits only during a check (Backend::checksArePreemptible). After failed, errno is set.
+    //  or until the handle is closed. Returns timedOut earlier if the caller of a request for a tag, or the retry of
+    //  such a request, has timed out. Returns callWaits only during a check (Backend::checksArePreemptible). After
+    //  failed, errno is set.
     virtual Result wait(int descriptor, short events, std::chrono::milliseconds until) const noexcept = 0;
 
-    //  Returns whether every wait would now end at once with closed, timedOut or callWaits.
+    //  Returns whether the handle is closed, the caller of a request for a tag has timed out, or a call interrupts the
+    //  check. Every wait would then end at once.
     virtual bool cancelled() const noexcept { return false; }
 
 protected:

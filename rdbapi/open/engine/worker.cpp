@@ -52,9 +52,9 @@ void attempt(Action action) noexcept {
     }
 }
 
-//  Returns free memory to the system. Called before each wait of a worker, because the next work may be minutes away.
-//  free(3) alone does not return it: the service lets it keep 1 MB of free memory at the top of the heap, and it does not
-//  release free memory between used blocks.
+//  Returns free memory to the system. Called before each wait of a connected worker for its next work, which may be
+//  minutes away. free(3) alone does not return it: the service lets it keep 1 MB of free memory at the top of the heap,
+//  and it does not release free memory between used blocks.
 //
 //  In a process that does not use the allocator of the C library (a sanitizer, an allocator by LD_PRELOAD), the first
 //  malloc_trim initializes that allocator. glibc 2.36 crashes if two threads do this at once, hence the mutex.

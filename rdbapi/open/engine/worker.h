@@ -13,16 +13,19 @@
 //  tag (Call::required) ends the connection if it is refused, fails or gets no answer within callLimit:
 //      (1) Event 60003 follows at once. An exchange in progress is cancelled if it waits for a socket.
 //      (2) The worker repeats the request each time it has opened the back end. Event 60001 follows only after the
-//          request has succeeded within callLimit, or a lookup has shown that the tag does not exist.
+//          request has succeeded within callLimit or has proved impossible (errorBadRequest), or a lookup has shown
+//          that the tag does not exist.
 //      (3) At least awayTime passes before the next 60001, even if the request could succeed earlier.
 //  If any other request is refused, for example a put, the connection stays open.
 //
-//  A call that only repeats what the server has already accepted on this connection is answered without an exchange, if
-//  the server has confirmed the data within the last check interval. Each check confirms it or finds it missing. So the
-//  calls of many hosts that came back together do not reach the server together, while their checks are spread over
-//  the interval. Any doubt causes an exchange: pending data, a refused check, a late check, a back end without checks.
-//  A connection begins with a check, or with a refresh if that takes one exchange (TagBackend::refreshIsOneExchange).
-//  Because such calls no longer write, the worker writes the data again by itself, at each refresh (retry_schedule.h).
+//  A lookup, put or update request that only repeats what the server has already sent or accepted on this connection is
+//  answered without an exchange, if the server has confirmed the data within the last check interval. An import of a
+//  tag is always carried out. Each check confirms the data or finds it missing. So the calls of many hosts that came
+//  back together do not reach the server together, while their checks are spread over the interval. Any doubt causes an
+//  exchange: pending data, a refused check, a late check, a back end without checks.
+//  A connection begins with a check. If a refresh takes one exchange (TagBackend::refreshIsOneExchange), no data is
+//  pending and the last check was not refused, it begins with a refresh instead. Because a call that is answered
+//  without an exchange does not write, the worker writes the data again by itself, at each refresh (retry_schedule.h).
 //
 //  A reason of a failure is not logged at each attempt, but once until the server recovers (reason_log.h). Recovery is
 //  logged when a request has succeeded, nothing is pending and the last check was not refused. After a refused check,
@@ -121,7 +124,8 @@ private:
     void writeState(std::optional<ServerState::Next> next);
     std::optional<ServerState::Next> nextAction() const;
 
-    //  The Waiter of the back end. A wait also returns timedOut when the caller of a request for a tag has timed out.
+    //  The Waiter of the back end. A wait also returns timedOut when the caller of a request for a tag has timed out,
+    //  and at waitLimit_.
     class SlotWaiter : public Waiter {
     public:
         explicit SlotWaiter(Worker& worker) : worker_(worker) {}
