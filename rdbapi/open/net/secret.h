@@ -7,7 +7,7 @@
 
 namespace rdbopen {
 
-//  Maximum length of a password in bytes.
+//  Maximum length of a password from a file, in bytes.
 inline constexpr std::size_t maxSecretLength = 4096;
 
 //  Returns the password, or the contents of its file without one final line end. The file is read at each call, so that

@@ -1,8 +1,8 @@
-//  The addresses of the servers of a url. A back end tries them in turn. It skips an address that cannot be reached, and a
-//  server that cannot serve the request although another one may, for example a read-only replica: the member failover
-//  of its status is true.
+//  The addresses of the servers of a url, or of servers that another server has named. A back end tries them in turn.
+//  It skips an address that cannot be reached, and a server that cannot serve the request although another one may, for
+//  example a read-only replica: the member failover of its status is true.
 //
-//      lookUp:      servers as in the url, each in the resolver's order
+//      lookUp:      servers in the given order, the addresses of each in the resolver's order
 //      tryEach:     first tries the last address that served an attempt, then the others in this order
 //      tryOthers:   tries the others in this order, without the address that was tried last
 //
@@ -36,15 +36,15 @@ public:
     void use(const ServerAddress& address) { addresses_.assign(1, address); }
 
     //  Tries the addresses in turn; each gets an equal share of the remaining time. Returns the first status of attempt
-    //  whose member failover is false. If there is no such status, or if waiter is cancelled, returns the last status
-    //  of attempt or, if no server could be reached, the reason of the last failure. If the url has several servers,
-    //  the reason then has one part for each.
+    //  whose member failover is false. If there is no such status, returns the last status of attempt or, if no server
+    //  could be reached, the last failure to connect; if there are several servers, the reason has one part for each.
+    //  If waiter is cancelled, returns the last status of attempt or, without one, a failure of its own.
     //  Requires: lookUp has succeeded, or use was called.
     Status tryEach(const Waiter& waiter, std::chrono::milliseconds until, const Connect& connect,
                    const Attempt& attempt);
 
     //  Like tryEach, for all addresses except the current one: a later request on its connection has returned status,
-    //  which has failover set. Returns status if no other address can be reached, with a reason as that of tryEach.
+    //  which has failover set. Returns status if no other address can be reached, with a reason like that of tryEach.
     Status tryOthers(Status status, const Waiter& waiter, std::chrono::milliseconds until, const Connect& connect,
                      const Attempt& attempt);
 

@@ -1,7 +1,7 @@
 //  A connection of a back end to its server, which carries bytes in both directions: plain (tcp_stream.h) or encrypted
 //  (tls_stream.h). Every wait ends at a given time or when the handle is closed.
 //
-//  Every failure has the code errorBackendFailed. Afterwards only connect or close may follow.
+//  Every failure has the code errorBackendFailed. Afterwards only endedByServer, connect and close may be called.
 //
 //  Threads: one thread at a time.
 #ifndef RDBAPI_OPEN_NET_STREAM_H
@@ -23,7 +23,7 @@ namespace rdbopen {
 struct ServerAddress {
     sockaddr_storage bytes;
     socklen_t length;
-    Server server;  // the server of a url that has this address; empty for a socket
+    Server server;  // that has this address, with the host as the url or another server names it; empty for a socket
 };
 
 //  Returns the address of a Unix socket, or nothing if path is longer than 107 bytes (unix(7)). Requires: path is

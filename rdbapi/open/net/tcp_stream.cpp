@@ -13,8 +13,8 @@ namespace rdbopen {
 
 namespace {
 
-//  Sets TCP_NODELAY: requests and answers are small and alternate, so Nagle's algorithm would only delay them. A Unix socket has no
-//  such option and delays nothing.
+//  Sets TCP_NODELAY: requests and answers are small and alternate, so Nagle's algorithm would only delay them. A Unix
+//  socket has no such option and delays nothing.
 void setOptions(int descriptor) {
     const int on = 1;
     setsockopt(descriptor, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);

@@ -10,7 +10,7 @@ namespace rdbopen {
 
 namespace {
 
-//  A file with all authorities of Debian has 230 kB.
+//  The file with all authorities of Debian has about 220 kB.
 constexpr std::size_t maxFileSize = 4 << 20;
 
 Status outOfMemory() {

@@ -1,8 +1,9 @@
 //  The part of a TLS connection that comes from files: authorities, and the client's certificate and key.
 //
-//  OpenSSL is used without its configuration file, and none of its environment variables has an effect: the service may
-//  be started by anyone who may become root, with the environment of that user. The system's authorities are those of
-//  the folder that OpenSSL has compiled in, /etc/ssl/certs on Debian.
+//  OpenSSL is used without its configuration file, and environment variables such as SSL_CERT_DIR do not change which
+//  files it reads: the service may be started by anyone who may become root, with the environment of that user. The
+//  system's authorities are those of the folder that OpenSSL has compiled in: on Debian /usr/lib/ssl/certs, a link to
+//  /etc/ssl/certs.
 //
 //  Threads: any.
 #ifndef RDBAPI_OPEN_NET_TLS_CONTEXT_H
@@ -29,8 +30,8 @@ using TlsPointer = std::unique_ptr<T, FreeTls>;
 using Certificates = std::vector<TlsPointer<X509>>;
 
 //  Initialises OpenSSL, once. It registers nothing that runs at exit, where threads of the library may still use it.
-//  Called on the thread of rdb_connectex, as a module is loaded there (module/loader.h), with all signals blocked.
-//  Fails with errorNoResources.
+//  The library calls it on the thread of rdb_connectex, where it also loads modules (module/loader.h). All signals are
+//  blocked during the call. Fails with errorNoResources.
 Status prepareTls();
 
 //  Reads all certificates of a file, at least one. The reason of a failure begins with the path.

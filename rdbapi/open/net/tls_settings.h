@@ -1,9 +1,10 @@
-//  What a url says about the TLS of its connection. Without an option, the server's certificate must be for the host of
-//  the url and be issued by an authority of the system. No option turns this check off.
+//  What a url says about the TLS of its connection. Without an option, the server's certificate must be for the host by
+//  which the server is contacted, and be issued by an authority of the system. This host is in the url or, for example
+//  for a node of a cluster, was named by another server. No option turns this check off.
 //
 //      ca=FILE              the authorities, instead of the system's
 //      cert=FILE&key=FILE   the client's certificate, with those between it and its authority, and its key
-//      name=NAME            the name or address in each server's certificate, if it is not the host of the url
+//      name=NAME            the name or address in each server's certificate, if it is not that host
 //
 //  Files are PEM (RFC 7468), named by absolute paths.
 #ifndef RDBAPI_OPEN_NET_TLS_SETTINGS_H
@@ -14,7 +15,7 @@
 namespace rdbopen {
 
 struct TlsSettings {
-    std::string name;         // for the check; empty: the name of the server in the url
+    std::string name;         // for the check; empty: the host by which the server is contacted
     std::string authorities;  // path; empty for the system's
     std::string certificate;  // path, or empty
     std::string key;          // path; empty like certificate
@@ -24,8 +25,8 @@ struct TlsSettings {
 //  Words for the options in the reason of a malformed url.
 inline constexpr std::string_view tlsOptionWords = "ca, cert, key and name";
 
-//  Returns the name that a server's certificate must have if no option says another: the host of the url without a final
-//  dot, or an address without its zone.
+//  Returns the name that a server's certificate must have if no option says another: host without a final dot, or an
+//  address without its zone.
 std::string nameInCertificate(const std::string& host);
 
 //  Removes the options above from url and returns what they say. Fails with malformedUrl.

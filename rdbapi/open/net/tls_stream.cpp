@@ -59,7 +59,7 @@ int TlsStream::writeWire(BIO* bio, const char* bytes, int size) {
     return -1;
 }
 
-//  There is nothing to flush. Every other question has the answer no.
+//  There is nothing to flush. Every other command returns 0, which means no.
 long TlsStream::controlWire(BIO*, int command, long, void*) {
     return command == BIO_CTRL_FLUSH ? 1 : 0;
 }
@@ -196,8 +196,8 @@ Waiter::Result TlsStream::waitFor(Step lack, const Waiter& waiter, std::chrono::
     return waiter.wait(descriptor(), lack == Step::lacksRoom ? POLLOUT : POLLIN, until);
 }
 
-//  Returns why the last call failed. The last error is that of the TLS protocol. The first may be one of the memory
-//  that this is due to.
+//  Returns why the last call failed. The last error in OpenSSL's queue is usually that of the TLS protocol. If the
+//  first error is a lack of memory, it has caused the others.
 Status TlsStream::fault() {
     const unsigned long first = ERR_peek_error();
     const unsigned long error = ERR_GET_REASON(first) == ERR_R_MALLOC_FAILURE ? first : ERR_peek_last_error();
@@ -262,8 +262,8 @@ Status TlsStream::receive(std::span<std::uint8_t> bytes, const Waiter& waiter, s
 }
 
 //  Sends close_notify (RFC 8446 section 6.1) if the socket has room for it. If the server has not confirmed all bytes,
-//  resets the connection instead, which withdraws them. Before the end of the handshake there is no request to withdraw,
-//  and the bytes sent last tell the server why the handshake failed.
+//  resets the connection instead, which withdraws them. Before the end of the handshake there is no request to
+//  withdraw, and the bytes sent last tell the server why the handshake failed.
 void TlsStream::close() noexcept {
     const bool established = tls_ && SSL_is_init_finished(tls_.get()) != 0;
     const bool withdraws = established && tcp_.hasUnconfirmed();

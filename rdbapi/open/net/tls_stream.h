@@ -1,5 +1,5 @@
-//  One TLS connection of a back end, over TCP. OpenSSL encrypts; each system call is made here, so that none waits and
-//  none raises SIGPIPE.
+//  One TLS connection of a back end, over TCP. OpenSSL encrypts; this file makes the calls of send(2) and recv(2), so
+//  that none waits and none raises SIGPIPE.
 //
 //      connect, send, receive --> SSL_connect, SSL_write, SSL_read --> BIO of this file --> send(2), recv(2)
 //             ^                            |
@@ -25,7 +25,7 @@ public:
     ~TlsStream() override { close(); }
 
     //  Connects, and returns ok when the handshake has proved that the server is the right one. Reads the files of the
-    //  settings. A server that wants a client certificate may refuse it later, at the first take or receive.
+    //  settings. A server that wants a client certificate may refuse it later, at the first send, take or receive.
     Status connect(const ServerAddress& address, const Waiter& waiter, std::chrono::milliseconds until) override;
     Status send(std::span<const std::uint8_t> bytes, const Waiter& waiter, std::chrono::milliseconds until) override;
     Result<std::size_t> take(std::span<std::uint8_t> bytes) override;
@@ -73,7 +73,7 @@ private:
     TlsPointer<SSL> tls_;
     Wire wire_;
     Step lack_ = Step::lacksInput;  // of the last take
-    bool broken_ = false;           // no call but SSL_free may follow
+    bool broken_ = false;           // a call has failed, so SSL_shutdown must not follow
 };
 
 }  // namespace rdbopen

@@ -63,7 +63,8 @@ std::string serverText(const Server& server);
 //  Returns the servers in the form of a url.
 std::string serversText(const std::vector<Server>& servers);
 
-//  Returns the path of a url of the form SCHEME:///PATH, whatever its options. Fails with malformedUrl for any other url.
+//  Returns the path of a url of the form SCHEME:///PATH, whatever its options. Fails with malformedUrl for any other
+//  url.
 Result<std::string> filePathOf(const Url& url);
 
 //  The option history=NUMBER of a database: how many changes of each name it keeps.
