@@ -1,9 +1,8 @@
-//  Finds the module of a back end. Its name comes from the table of backends.cpp, never from a url.
-//  findModule has three implementations, of which each program
-//  links exactly one:
+//  Finds the module of a back end. Its name comes from the table of backends.cpp, never from a url. findModule has
+//  three implementations, of which the library and each program with its code link exactly one:
 //
-//      loaded_modules.cpp              librdbapix64.so: loads modules from the library's own folder
-//      linked_modules.cpp              unit tests: the modules are linked into the program
+//      loaded_modules.cpp              librdbapix64.so, open_exit_test: loads modules from the folder of this code
+//      linked_modules.cpp              other unit tests, fuzz targets: the modules are linked into the program
 //      tools/installed_modules.cpp     addrpubd-check: loads the files that the service would load
 #ifndef RDBAPI_OPEN_MODULE_FINDER_H
 #define RDBAPI_OPEN_MODULE_FINDER_H

@@ -1,4 +1,5 @@
-//  Finds the back ends that are linked into the program. linked_modules.inc has a row LINKED(SYMBOL, "NAME") for each of them.
+//  Finds the back ends that are linked into the program. linked_modules.inc has a row LINKED(SYMBOL, "NAME") for each
+//  of them.
 #include "module/finder.h"
 
 #define LINKED(SYMBOL, NAME) RDBAPI_MODULE(SYMBOL);

@@ -1,4 +1,4 @@
-//  Loads modules from the folder that contains librdbapix64.so.
+//  Loads modules from the folder of the file that contains this code, usually librdbapix64.so.
 #include "module/finder.h"
 #include "module/loader.h"
 

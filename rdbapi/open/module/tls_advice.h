@@ -6,8 +6,8 @@
 
 namespace rdbopen {
 
-//  Adds a warning for a file that cannot be used, a key that others can read, a key of another certificate, and a
-//  certificate that has expired or does so within 14 days.
+//  Adds a warning for a file that cannot be used, a key that others can read or write, a key of another certificate,
+//  and a certificate that has expired or does so within 14 days.
 void adviseOnTls(const UrlUse& use, std::vector<Advice>& advice);
 
 }  // namespace rdbopen
