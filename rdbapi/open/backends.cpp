@@ -9,8 +9,9 @@ namespace rdbopen {
 
 namespace {
 
-//  back_ends.inc has a row {SCHEME, BACK END, PACKAGES} for each back end of the source tree. PACKAGES is empty if the
-//  back end is part of this build; otherwise it lists the missing packages because of which the build has left it out.
+//  back_ends.inc has a row {SCHEME, BACK END, PACKAGES} for each scheme of the source tree except log. PACKAGES is
+//  empty if the back end is part of this build; otherwise it lists the missing packages because of which the build has
+//  left it out.
 constexpr struct {
     std::string_view scheme;
     std::string_view backEnd;

@@ -5,7 +5,7 @@ check_linker_flag(CXX LINKER:-z,pack-relative-relocs ADDRPUBD_PACKS_RELOCATIONS)
 
 #  addrpubd_scheme(SCHEME BACK_END [PACKAGE...])
 #
-#  Adds a row to the table of schemes. PACKAGE...: why the back end is left out.
+#  Adds a row to the table of schemes. PACKAGE...: the missing packages because of which the back end is left out.
 function(addrpubd_scheme scheme back_end)
     list(JOIN ARGN " " packages)
     set_property(GLOBAL APPEND_STRING PROPERTY ADDRPUBD_BACK_END_ROWS
@@ -15,8 +15,8 @@ endfunction()
 #  addrpubd_leave_out(NAME PACKAGE...)
 #
 #  Reports a back end that is not built because packages are missing. The property ADDRPUBD_LEFT_OUT has one element
-#  "NAME PACKAGE..." for each such back end. The end of the build prints these elements, and the library reports the
-#  packages when a url has the scheme.
+#  "NAME PACKAGE..." for each such back end. The end of the build prints these names and packages, and the library
+#  reports the packages when a url has the scheme.
 function(addrpubd_leave_out name)
     list(JOIN ARGN " " packages)
     message(STATUS "back end ${name} left out: not installed: ${packages}")
@@ -27,9 +27,9 @@ endfunction()
 
 #  addrpubd_back_end(NAME SOURCE...)
 #
-#  Adds the back end NAME: the static library rdbopen_NAME with the sources, and the module rdbapix64-NAME. The scheme is
-#  NAME with "+" for each "-", the descriptor rdbapix64_NAME with "_" for each "-". The descriptor is in module.cpp, or
-#  in NAME_module.cpp if that exists.
+#  Adds the back end NAME: the static library rdbopen_NAME with the sources, and the module rdbapix64-NAME. The scheme
+#  is NAME with "+" for each "-", the descriptor rdbapix64_NAME with "_" for each "-". The descriptor is in
+#  NAME_module.cpp, again with "_" for each "-", or in module.cpp if that file does not exist.
 function(addrpubd_back_end name)
     string(REPLACE - + scheme ${name})
     string(REPLACE - _ symbol ${name})
