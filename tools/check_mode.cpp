@@ -21,7 +21,7 @@ void checkMode(const Subject& subject, const struct stat& status, CReport& repor
         report.warn(0, "it is a directory, which reads as an empty file");
     if ((status.st_mode & S_IROTH) != 0 && (holdsSecret(subject, rdbpswd) || holdsSecret(subject, dnspswd)))
         report.warn(0, std::string("it holds a password and everybody can read it") + remedy);
-    //  A pipe or a device is not a file of the installation, so its mode is not checked.
+    //  A pipe or a device is not a file of the installation, so others may write to it.
     if (S_ISREG(status.st_mode) && (status.st_mode & S_IWOTH) != 0)
         report.warn(0, std::string("everybody can write it") + remedy);
 }

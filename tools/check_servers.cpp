@@ -1,5 +1,5 @@
-//  Checks the settings of the two servers. The open client library creates a back end for each url, but does not
-//  connect.
+//  Checks the settings of the two servers. The open client library creates a back end for each server that the service
+//  would use, but does not connect.
 #include "check.h"
 #include "show.h"
 
@@ -29,8 +29,7 @@ std::string joined(const std::vector<std::string>& words) {
     return out;
 }
 
-//  Returns the names of the server's settings that are set. If there is false, returns the names of those that are not
-//  set.
+//  Returns the names of those settings of the server that are set. there: false for those that are not set instead.
 std::vector<std::string> namesOf(const Subject& subject, const Server& server, bool there) {
     std::vector<std::string> names;
     for (const Setting setting : {server.url, server.user, server.password})

@@ -35,7 +35,8 @@ public:
 
     void compare(ServerKind kind);
 
-    //  Compares the answer of the resolver with that of the DNS server, if this has a name in DNS.
+    //  Compares the answer of the resolver with the addresses that the DNS server has or, if it cannot show them,
+    //  should have. Does nothing without a DNS server that has answered.
     void compareResolver();
 
     bool equal() const { return equal_; }
@@ -56,7 +57,7 @@ private:
 
     const CRunCls& run_;
     const ConnectConsole& console_;
-    std::string dns_name_;     // empty without a DNS server that has been asked
+    std::string dns_name_;     // of the host in DNS; empty without a DNS server that has answered
     Addresses dns_addresses_;  // that the resolver should return
     bool equal_ = true;
 };

@@ -1,5 +1,5 @@
-//  addrpubd-check --connect: contacts the servers of the settings, changes nothing, and compares what they have with the
-//  addresses of this host.
+//  addrpubd-check --connect: contacts the servers of the settings, changes nothing, and compares what they have with
+//  the addresses of this host.
 //
 //      this host has 2001:db8::1, fd00::1
 //      DNS server dns://ns.example.org/example.org:
@@ -32,7 +32,8 @@ struct ConnectConsole {
 };
 
 //  Returns status_clean if every server allows what the service does and has what it writes, and the resolver answers
-//  with it; else status_warnings.
+//  with it; else status_warnings. A server that is not configured is skipped. The records of a server that cannot show
+//  them are not compared.
 int compareServers(const CRunCls& run, const ConnectConsole& console);
 
 //  The whole mode, with the file at path. Returns an exit status of the tool.

@@ -7,8 +7,8 @@
 //        keep   host1.example.org TXT: it is of another type
 //        note   names of other HTTPS ports ...              what the server could not be asked
 //
-//  Deletes nothing before it has printed this, and then only after "yes" was typed on a terminal, or with --yes. Deletes
-//  nothing while the service runs with these settings, because it would publish the name again.
+//  Deletes nothing before it has printed this, and then only after "yes" was typed on a terminal, or with --yes.
+//  Deletes nothing while the service runs with these settings, because it would publish the name again.
 #ifndef TOOLS_REMOVE_H
 #define TOOLS_REMOVE_H
 

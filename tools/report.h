@@ -6,7 +6,7 @@
 //        ...
 //      With them:
 //        the log goes to the console; ...
-//      addrpubd.ini:7: warning: rdbuser is missing, so the rdb server is left out
+//      addrpubd.ini:7: warning: rdbuser is missing or empty, so the rdb server is left out
 //      addrpubd.ini: 1 warning
 #ifndef TOOLS_REPORT_H
 #define TOOLS_REPORT_H
@@ -19,7 +19,7 @@ namespace check {
 //  Exit statuses of the tool.
 constexpr int status_clean = 0;
 constexpr int status_warnings = 1;
-constexpr int status_no_start = 2;  // also used if the check is not possible
+constexpr int status_no_start = 2;  // also for a wrong command line, and if the check is not possible
 
 enum class Severity {
     warning,

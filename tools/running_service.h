@@ -14,11 +14,11 @@ struct RunningService {
 };
 
 //  Queries the lock of the pid file at pid_path, which is neither created nor changed. ini: path of the file whose
-//  use is of interest. An instance whose program or settings cannot be found out, such as one of another user, counts
+//  use is of interest. A service whose program or settings cannot be found out, such as one of another user, is treated
 //  as one with other settings.
 //
-//  If the file NAME.ini has the name of an instance of the unit whose state in the folder runtime/NAME shows that it
-//  runs, this instance is the result, and counts as one with these settings.
+//  Unless that service uses these settings: if the file NAME.ini has the name of an instance of the unit whose state in
+//  the folder runtime/NAME shows that it runs, this instance is the result, and is treated as one with these settings.
 RunningService findRunningService(const std::string& ini, const char* pid_path = "/var/run/addrpubd.pid",
                                   const std::string& runtime = "/run/addrpubd");
 

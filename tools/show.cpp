@@ -10,7 +10,7 @@ namespace {
 
 constexpr std::string_view mask = "***";
 
-//  Options of the log url and of the urls of the open client library.
+//  Options of the log url and of the urls of the open client library whose values are words, numbers or lists of these.
 constexpr std::string_view known_options[] = {"addresses", "algorithm", "check",     "db", "expire",
                                               "history",   "level",     "parameter", "ttl"};
 

@@ -1,4 +1,4 @@
-//  Displays text of the ini file: on one line, without control characters for the terminal, and without secrets.
+//  Displays text of files and servers: on one line, without control characters for the terminal; a url without secrets.
 #ifndef TOOLS_SHOW_H
 #define TOOLS_SHOW_H
 
@@ -16,8 +16,8 @@ std::string quoted(std::string_view text);
 
 //  Returns url with possible secrets replaced by ***. These are: everything between "://", or else the start of the
 //  url, and the last "@" of the whole url, unless a "/" follows "://"; in the query, each option without "=" and the
-//  value of each unknown option. Known options are those of the log url and of the open client library. Their values
-//  are shown if they consist of words, numbers or lists of these.
+//  value of each unknown option. Known options are those of the log url and of the open client library, except key.
+//  Their values are shown if they contain only characters that the option needs.
 std::string withoutSecrets(const std::string& url);
 
 }  // namespace check

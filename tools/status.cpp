@@ -15,8 +15,8 @@ namespace {
 
 constexpr char usual_folder[] = "/run/addrpubd";
 
-//  The worker carries out each action when it is due, but writes a success that changes nothing only once a minute. An
-//  exchange with a server takes at most 20 s.
+//  The worker carries out each action when it is due, but writes a success that changes nothing only 50 s or more after
+//  the last write. An exchange with a server takes at most 20 s, without the time of the resolver.
 constexpr std::int64_t max_delay = 120'000;  // ms
 
 //  Without checks the service itself repeats each request after 600 s.

@@ -1,5 +1,5 @@
-//  The state file of a running service (rdbapi/open/engine/state_board.h), as docs/user/state.md describes it: reads and
-//  parses it.
+//  The state file of a running service (rdbapi/open/engine/state_board.h), as docs/user/state.md describes it: reads
+//  and parses it.
 //
 //  The file may contain anything, because the user of the service can write it. The parser accepts only what the format
 //  allows, ignores lines with unknown keys, and keeps texts unescaped; show.h makes them printable.

@@ -13,8 +13,8 @@ namespace {
 
 constexpr std::size_t max_size = 1 << 20;  // bytes; a real file has a few kilobytes
 
-//  The writer may replace the file while it is read, and thereby release the lock of the old one. One replacement takes
-//  less time than a read, so a second one in a row is already improbable.
+//  The writer may replace the file while it is read, which releases the lock of the old one. Then the new file is read.
+//  The time between two writes is much longer than a read, so a second replacement in a row is already improbable.
 constexpr int max_attempts = 20;
 
 class Descriptor {
@@ -77,7 +77,7 @@ bool isOfEarlierBoot(const State& state) {
     return state.boot != "-" && !boot.empty() && state.boot != boot;
 }
 
-//  Returns nothing if the file was replaced or removed meanwhile.
+//  Returns nothing if the file is not locked because it was replaced or removed meanwhile.
 std::optional<Reading> readOnce(const std::string& path) {
     Reading reading;
     const Descriptor file(path);
