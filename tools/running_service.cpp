@@ -45,7 +45,7 @@ RunningService findByPidFile(const std::string& ini, const char* pid_path) {
     return found;
 }
 
-//  An instance of the unit has settings of its name, and a pid file that only its processes see.
+//  An instance of the unit has settings of its name. Only its processes see its pid file under the usual path.
 RunningService findInstance(const std::string& ini, const std::string& runtime) {
     constexpr std::string_view ending = ".ini";
     const std::string file = ini.substr(ini.rfind('/') + 1);
