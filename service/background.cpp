@@ -1,6 +1,6 @@
 //  Start in the background: the code of the parent and of the child.
 //
-//      parent   claims the pid file   fork   unlocks it    polls the queue, prints each text ............ removes it
+//      parent   claims the pid file   fork   unlocks it    polls the queue, prints each text ... removes the queue
 //      child                                 setsid, chdir   claims the pid file   starts, sends texts  /dev/null  runs
 //
 //  The file is deliberately claimed twice. The parent's claim orders concurrent starts. The child's claim writes the

@@ -3,9 +3,10 @@
 //      /var/run/addrpubd.pid     "<pid>\n"     a POSIX record lock on the whole file, held by the instance
 //
 //  While the lock is held, an instance runs or starts. A file without a lock has no meaning: an earlier run left it, or
-//  another command created it. The text is used only if the kernel reports the holder without a pid. The program never
-//  deletes the file. A record lock belongs to one process, and a child does not inherit it. Closing any descriptor of
-//  the file releases the lock, even if the lock was taken with another descriptor (fcntl(2), F_SETLK).
+//  another command created it. The program reads the text only if the kernel reports the holder as -1, addrpubd-check
+//  also if it reports 0. The program never deletes the file. A record lock belongs to one process, and a child does not
+//  inherit it. Closing any descriptor of the file releases the lock, even if the lock was taken with another descriptor
+//  (fcntl(2), F_SETLK).
 #ifndef SERVICE_PIDFILE_H
 #define SERVICE_PIDFILE_H
 

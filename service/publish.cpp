@@ -26,7 +26,7 @@ std::int64_t toTenths(time_t now) {
 }
 
 //  Returns false if the time of the last cycle differs from now by at most 9 seconds, in either direction. So a clock
-//  that is set back by 10 seconds or more does not delay the next cycle.
+//  that is set back, however far, delays the next cycle by less than 19 seconds.
 bool cycleIsDue(time_t now, time_t last) {
     return static_cast<std::uint64_t>(now) - static_cast<std::uint64_t>(last) + 9 > 18;
 }
