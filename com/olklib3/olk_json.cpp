@@ -34,7 +34,7 @@ char escape_of(char c) {
 }
 
 //  Types for the 16 characters of one step and for the result of their test. They are compiler vector types: one
-//  operator acts on all 16 elements.
+//  operator acts on all elements.
 constexpr size_t step = 16;
 using characters = unsigned char __attribute__((vector_size(step)));
 using match_mask = signed char __attribute__((vector_size(step)));

@@ -1,7 +1,7 @@
 //  The console log: one line per record on standard output.
 //
 //      [2025/4/11 09:05:03.042117] [inf] rdburl: sqlite:///var/lib/addrpubd/rdb.db
-//      [year/month/day local time in microseconds] [level name] text
+//      [year/month/day local time with microseconds] [level name] text
 //      [...] [inf][tag] text                                               push with a tag
 //
 //  It writes nothing until open("stdout"). It opens no file.
@@ -24,8 +24,8 @@ public:
 
     explicit prtlog(int32_t configured_level = level_dbg) : level(configured_level) {}
 
-    //  If target is "stdout" in any case, prints all later records. Otherwise, also for null, drops every record.
-    //  Returns 0.
+    //  If target is "stdout" in any case, later records are printed unless the level drops them. Otherwise, also for
+    //  null, every record is dropped. Returns 0.
     int open(const char* target) override;
     __attribute__((format(printf, 3, 4))) int add(int record_level, const char* format, ...) override;
     //  Prints only the text, without prefix and line feed.

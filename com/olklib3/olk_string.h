@@ -8,9 +8,9 @@
 //
 //  Characters are bytes, including zero bytes; no encoding is assumed. Only c_str terminates the text.
 //
-//  An operation that lengthens the text either succeeds or changes nothing. If memory is exhausted or the text would
-//  exceed max_capacity, the string is unchanged, and this is not reported. A caller that must detect this compares
-//  sizes. assign clears the string first, so the string is empty if memory is exhausted.
+//  An operation that lengthens the text either succeeds or changes nothing. If memory is exhausted or the new capacity
+//  would exceed max_capacity, the string is unchanged, and this is not reported. A caller that must detect this
+//  compares sizes. assign clears the string first, so the string is empty if memory is exhausted.
 //
 //  Threads: one thread at a time may use a string. Strings of different threads share only the allocator.
 #ifndef OLK_STRING_H
@@ -36,7 +36,8 @@ class string_ {
 public:
     static_assert(sizeof(SIZE) == 4 && sizeof(CHAR) == 1, "the buffer starts with two 32-bit counts, then bytes");
 
-    //  A text shorter than this doubles its capacity when it grows; a longer text grows by half.
+    //  A text that grows to fewer bytes than this gets a capacity of twice its new size; otherwise the capacity is one
+    //  and a half times the new size.
     static constexpr uint64_t doubling_limit = 16000;
     //  Maximum capacity that growth requests. A block may be a few bytes larger; its size still fits 32 bits.
     static constexpr uint64_t max_capacity = 4294967263;
@@ -92,7 +93,7 @@ public:
     }
 
     //  Appends length bytes, which may be part of this string. If length is 0 and the text is empty, frees the buffer.
-    //  This is deliberate: callers use it to free the buffer of a cleared string.
+    //  This is deliberate: it lets a caller free the buffer of a cleared string.
     void append(const CHAR* text, size_t length) {
         if (length == 0 || !takes_(length)) {
             data_ = appended_(data_, text, length);
@@ -178,7 +179,8 @@ private:
     //  The following functions take the buffer pointer (null without a buffer) and return the new pointer. They do not
     //  take the string, so that callers can keep the pointer in a register.
 
-    //  Grows the buffer to new_capacity bytes. Returns null and changes nothing if memory is exhausted.
+    //  Grows the buffer for new_capacity bytes and a terminator. Returns null and changes nothing if memory is
+    //  exhausted or new_capacity is above max_capacity.
     static CHAR* grown_(CHAR* text, uint64_t new_capacity);
     //  Does the work of append in every case.
     static CHAR* appended_(CHAR* text, const CHAR* added, size_t length);

@@ -29,7 +29,7 @@ struct url {
     STRING ipv6;        // first IPv6 address of the host, empty if none
     STRING path;        // after the "/" that ends the host part
     STRING args;        // after "?", up to the end of the line or text
-    STRING host;        // the host part as written, with its port and its brackets
+    STRING host;        // the host part, not resolved, with its port and both brackets
 
     //  Parses s[0..len), which needs no terminating zero. Returns false if the host is empty or does not resolve, or if
     //  the port after a bracketed host is empty; the fields that were parsed before keep their new values. The object
