@@ -2,7 +2,8 @@
 //
 //  A case makes one operation many times in its own loop, so that the measuring tool adds no cost. Debian's Google
 //  Benchmark is a debug build, and its loop would be visible in a few nanoseconds. A case is named
-//  topic/who[/argument...]. For this project's code, who is "olk".
+//  topic/who[/argument...]. For this project's code, who starts with "olk"; in the topic threads it is the number of
+//  threads.
 //
 //  Threads: cases run on one thread at a time. A case may start threads itself.
 #ifndef BENCH_CASES_H
@@ -19,7 +20,7 @@ using work = std::function<void(std::size_t times)>;
 
 struct measured_case {
     std::string name;
-    std::size_t batch;  // operations per call of run; so many that a call takes microseconds
+    std::size_t batch;  // operations per call of run; so many that the cost of the call itself is not visible
     work run;
 };
 

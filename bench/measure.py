@@ -1,6 +1,6 @@
 """Measures programs: instructions counted by callgrind, and times with the spread of several rounds.
 
-Instructions are the same in each run and on each machine. Times are not: they are medians of ROUNDS rounds, and their
+Instructions hardly differ between runs and between machines. Times do: they are medians of ROUNDS rounds, and their
 spread is half the range of the rounds.
 """
 

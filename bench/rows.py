@@ -41,7 +41,7 @@ class Result:
     bars: list = field(default_factory=list)
     costs: list = field(default_factory=list)
     tables: list = field(default_factory=list)
-    plots: dict = field(default_factory=dict)  # file name: lines of data, drawn by plots.py
+    plots: dict = field(default_factory=dict)  # name of the file without .svg: lines of data, drawn by plots.py
 
 
 def mb(value):

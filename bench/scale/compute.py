@@ -1,11 +1,11 @@
 """compute.py: computes the load of a fleet on the two servers from the costs of each request in figures.json, and writes
 the tables of docs/user/scale.md.
 
-A host in normal operation checks its data every LOOK seconds with redis, and every check seconds with dns, at most
-every REFRESH seconds. The last check within each REFRESH seconds is a refresh instead: a put with redis, an update with
-dns. Without checks, a host makes one update within REPEAT seconds. It has one address and HTTPS port 443, so a check has
-one query over UDP, or two if the server does not add the AAAA records to the first answer. A host whose address changes
-makes further requests.
+A host in normal operation checks its data every LOOK seconds with redis, and every check seconds with dns, but at
+least every REFRESH seconds. One check within each REFRESH seconds is a refresh instead: a put with redis, an update
+with dns. Without checks, a host makes one update within REPEAT seconds. It has one address and HTTPS port 443, so a
+check has one query over UDP, or two if the server does not add the AAAA records to the first answer. A host whose
+address changes makes further requests.
 """
 
 import json
@@ -40,7 +40,7 @@ NAMES = {"redis": "redis", "bind": "BIND", "knot": "Knot"}
 
 
 def short(number):
-    """Returns a number with three digits and its unit prefix."""
+    """Returns a number with three digits, or four without a unit prefix, and its unit prefix."""
     for limit, suffix in ((1e9, " G"), (1e6, " M"), (1e4, " k")):
         if number >= limit:
             return f"{number / (1e3 if suffix == ' k' else limit):.3g}{suffix}"
@@ -201,7 +201,7 @@ def forecast_rows(random):
 
 
 def wave_rows(random):
-    """The load after all hosts have come back together, from the second minute on."""
+    """The load after all hosts have come back together, from 20 s after the last of them on."""
     yield ["hosts", "`check`", "requests/s", "maximum of 10 s, per second", "ratio", "ratio of 1 s"]
     for server in ("redis", "knot"):
         mean, peak = (FIGURES[f"{server}_wave"][key] for key in ("mean", "peak"))

@@ -1,7 +1,7 @@
 """How the cost of a request is counted: processor time of the server, and packets and bytes on the loopback.
 
-Each time is the minimum of ROUNDS repetitions, because other programs on the machine can only increase it. Each rate is
-the maximum of the same repetitions. Repetitions of cases that are compared are interleaved.
+Each time of a request is the minimum of ROUNDS repetitions, because other programs on the machine can only increase
+it. Each rate is the maximum of the same repetitions. Repetitions of cases that are measured together are interleaved.
 """
 
 import signal

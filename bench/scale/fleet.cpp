@@ -10,14 +10,15 @@
 //
 //      publish NAMES SECONDS FRESH REFRESH
 //                        each host publishes under NAMES names in turn for SECONDS; if SECONDS is 0, once under each
-//                        name. FRESH is 1 if the address differs each time. REFRESH is 1 if the host sends what the
-//                        library sends to refresh a value.
+//                        name. FRESH is 1 if the address differs each time. REFRESH is 1 if, with redis, the host puts
+//                        the value without looking up its tag, as the library does to refresh it.
 //      repeat SECONDS    like follow; while connected, each host also publishes again every SECONDS of the wall clock,
 //                        as the service does every 600 s
-//      follow            from now on each host publishes as soon as it is connected, and prints "published"; this order
-//                        never ends, so "done" is not printed
+//      follow            from now on each host publishes as soon as it is connected, and prints "published"
 //
-//  Threads: main, one for each host, and those of the library. Callbacks of events only set flags.
+//  The orders repeat and follow never end, so "done" is not printed for them.
+//
+//  Threads: main, one for each host, and those of the library. A callback of an event prints it and sets a flag.
 #include "rdbapi.h"
 
 #include <atomic>
@@ -114,8 +115,8 @@ private:
         return dns_ ? sendUpdate(name_text, address_text) : put(name_text, address_text, refresh);
     }
 
-    //  Works like the publish cycle: reads the tag, imports it if it does not exist, and puts the value. A refresh by the
-    //  library is the put alone.
+    //  Works like the publish cycle: reads the tag, imports it if it does not exist, and puts the value. A refresh is
+    //  the put alone; that of the library also carries the definition of the tag.
     bool put(const char* name, const char* address, bool refresh) const {
         RdbTag tag{};
         std::strcpy(tag.name, name);

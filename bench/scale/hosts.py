@@ -76,7 +76,7 @@ class Hosts:
     def publish(self, names=1, seconds=0, fresh=False, refresh=False):
         """Makes all hosts publish. Returns the number of calls. All of them must succeed.
 
-        refresh: with redis each host only sends what the library sends to refresh a value."""
+        refresh: with redis each host only puts the value, as the library does to refresh it."""
         self._done.clear()
         self.order(f"publish {names} {seconds} {int(fresh)} {int(refresh)}")
         while len(self._done) < len(self._processes):

@@ -43,8 +43,8 @@ def look_for(server, seconds):
 def exchanges(build, server):
     """Measures the requests of one host, one after the other.
 
-    same: what the library sends to refresh a value that the server has. A host that repeats a value does not send it,
-    but another one with the same name does.
+    same: a put of a value that the server has, as the library makes it to refresh the value. A host that repeats a
+    value does not send it, but another one with the same name does.
     """
     hosts = []
 
