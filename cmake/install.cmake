@@ -2,7 +2,8 @@
 #
 #      lib/addrpubd/       the program, its client library and a link to the ini file, which must be in one folder
 #      sbin/addrpubd       changes to that folder and starts the program there
-#      /etc/addrpubd/      the ini file; this folder is below the prefix, except if the prefix is /usr
+#      /etc/addrpubd/      the ini file; with another prefix than /usr this is PREFIX/etc/addrpubd/, and below /opt it
+#                          is /etc/PREFIX/addrpubd/ (GNUInstallDirs)
 #
 #  The wrapper, the unit, the manual pages and addrpubd-check contain these paths. So the prefix must be set when the
 #  build is configured.
