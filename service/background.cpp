@@ -29,8 +29,8 @@ constexpr int silent_poll_limit = 150;  // this is the maximum number of polls, 
 
 //  Flushes standard output. A reader such as "head" in "-start | head -n 1" may have exited. The resulting SIGPIPE must
 //  not end the parent before it removes the queue, or the child before it is the service. So SIGPIPE is ignored, but
-//  only during the flush: the client library and its child processes keep the disposition that the program had at its
-//  start.
+//  only during the flush: the client library, and any process that it starts, keep the disposition that the program had
+//  at its start.
 void flushOutput() {
     struct sigaction ignored = {};
     struct sigaction previous = {};

@@ -46,7 +46,7 @@ public:
     std::string dnsurl;               // this member and the next two: from the ini file
     std::string dnsuser;
     std::string dnspswd;
-    std::int32_t seqno = 0;                     // number of the last request
+    std::int32_t seqno = 0;                     // number of the last request, until it reaches its maximum
     olk::vector_<std::uint16_t> dnshttpsports;  // this host's HTTPS ports, in the order of the ini file
     time_t last_sent_time = 0;                  // time of the last DNS update, seconds; 0 after a connect event
 
