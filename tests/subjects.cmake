@@ -6,7 +6,7 @@
 
 set(refusal "^(RedisRefusals?|TsigAnswer)[.]"
     "^(Open)?(Dns|Redis|Sqlite)Backend[.].*(Refus|NotAuth)" "^HostileDnsServer[.].*BadKey" "^OpenTcpStream[.].*Refused"
-    "^(WorkerTagQuery|WorkerDesiredState|Wanted)[.].*Refus" "^Worker_[.]ARefusedRequest" "^Addresses[.].*WrongServer"
+    "^(WorkerTagQuery|WorkerDesiredState|Wanted)[.].*Refus" "^Worker_[.]AMissingTag" "^Addresses[.].*WrongServer"
     "^(PublishCycle|SendGate|PutGate|Events)[.].*Refus")
 set(retry "^(Backoff|WorkerCheck)[.]"
     "^(Open)?(Dns|Redis|Sqlite)Backend[.].*(Again|Lost)" "^HostsBackendAlone[.].*Retry"

@@ -140,7 +140,7 @@ TEST(AddressFilter, KnowsWhetherItLeavesNothingOfTheHostsAddresses) {
     EXPECT_FALSE(filterOf("2001:db9::/32", "").leavesNothingOf({{binary("fe80::1"), {0, {"eth0"}}}}));
 }
 
-TEST(AddressFilter, TheHostsTableIsReadForInterfaces) {
+TEST(AddressFilter, AddressesThatTheHostDoesNotHavePassEachPatternOfInterfaces) {
     const Result<Texts> left = filterOf("", "if:*").apply({"2001:db8:ffff:ffff::1", "192.0.2.1"});
     ASSERT_TRUE(left.ok()) << left.status().reason;
     EXPECT_EQ(*left, (Texts{"2001:db8:ffff:ffff::1", "192.0.2.1"}));

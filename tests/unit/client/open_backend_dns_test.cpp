@@ -194,7 +194,7 @@ TEST(DnsBackend, AnAliasThatNoLongerExistsIsReportedWithTheServersErrorText) {
     EXPECT_EQ(updates, 3);
 }
 
-//  The fixture's back end is open, and the server has received the query for the zone.
+//  After start, the back end is open, and server.requests() no longer contains the query for the zone.
 class OpenDnsBackend : public testing::Test {
 protected:
     void start(const std::string& options = "?skip=ula") {
@@ -304,7 +304,7 @@ TEST_F(OpenDnsBackend, ACheckQueriesEachRecordSetOnOneConnection) {
     EXPECT_EQ(server.connections(), 2);
 }
 
-TEST_F(OpenDnsBackend, ACheckDetectsEachMissingOrChangedRecord) {
+TEST_F(OpenDnsBackend, ACheckDetectsEachChangedRecordAndAMissingRecord) {
     start();
     for (std::size_t i = 0; i < published().size(); ++i) {
         {
@@ -342,7 +342,7 @@ TEST_F(OpenDnsBackend, ACheckTreatsAWildcardsAliasAsMissingRecords) {
 constexpr const char* hidden = R"({"request":"ws_dnsupdate","seqno":7,"item":{"name":"host1","ipv6s":["fd00::1"]}})";
 
 //  The server answers with records of a wildcard, and the zone itself has no record at the name.
-TEST_F(OpenDnsBackend, ACheckDoesNotAcceptAWildcardsRecords) {
+TEST_F(OpenDnsBackend, ACheckIgnoresAWildcardsRecords) {
     zone.records = {{"host1.example.org", 28, DnsBytes(16)}};
     start();
     ASSERT_EQ(backend->updates()->checkRequest(hidden).code, errorNone);

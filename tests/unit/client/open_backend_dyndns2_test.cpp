@@ -12,7 +12,7 @@ namespace {
 
 std::int64_t clockAhead = 0;  // s
 
-//  libcurl reads these variables when it is initialized.
+//  libcurl reads SSLKEYLOGFILE when it is initialized, and the others for each transfer.
 const std::string keyLog = testing::TempDir() + "addrpubd-keys-" + std::to_string(getpid());
 const int surroundings = setenv("SSLKEYLOGFILE", keyLog.c_str(), 1) | setenv("https_proxy", "http://127.0.0.1:1", 1) |
                          setenv("ALL_PROXY", "http://127.0.0.1:1", 1);
@@ -251,7 +251,7 @@ TEST_F(Dyndns2, WithoutAnAddressNothingIsSent) {
     EXPECT_EQ(sent(), 0U);
 }
 
-//  Ends each wait that would last.
+//  While silent is true, ends each wait after 20 ms.
 class ImpatientWaiter : public Waiter {
 public:
     Result wait(int descriptor, short events, std::chrono::milliseconds) const noexcept override {
@@ -262,7 +262,7 @@ public:
     bool silent = false;
 };
 
-TEST_F(Dyndns2, AfterALostAnswerTheRequestIsSentAgain) {
+TEST_F(Dyndns2, AfterALostAnswerTheAddressesAcceptedBeforeAreSentAgain) {
     ImpatientWaiter waiter;
     BackendResult made = makeBackend(url(), {"me", "x"});
     ASSERT_TRUE(made.ok());
@@ -279,7 +279,7 @@ TEST_F(Dyndns2, AfterALostAnswerTheRequestIsSentAgain) {
     EXPECT_EQ(lastRequest().find("::2"), std::string::npos);
 }
 
-TEST_F(Dyndns2, ReadsOnlyTheBeginningOfALongAnswer) {
+TEST_F(Dyndns2, ALongAnswerIsReadLikeAShortOne) {
     ASSERT_EQ(open().reason, "");
     answerWith("good" + std::string(1000000, ' '));
     EXPECT_EQ(update().reason, "");

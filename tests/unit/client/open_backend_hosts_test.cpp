@@ -1,4 +1,4 @@
-//  Urls of the form hosts:///PATH, used through the nine functions.
+//  Urls of the form hosts:///PATH: the back end through the nine functions, and alone.
 #include "hosts/backend.h"
 
 #include "open_support.h"

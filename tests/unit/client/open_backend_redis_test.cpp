@@ -221,7 +221,7 @@ TEST_F(RedisBackend, ARefreshPutsTheValueAndReadsTheTagInOneCommand) {
     EXPECT_EQ(sent.front(), expected);
 }
 
-TEST_F(RedisBackend, ARefreshHasTheCodesOfAPut) {
+TEST_F(RedisBackend, EachOutcomeOfARefreshHasItsCode) {
     opened();
     RdbTag tag = tagNamed("host1");
     for (const auto& [answer, code] :

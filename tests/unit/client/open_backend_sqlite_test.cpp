@@ -278,7 +278,7 @@ TEST_F(SqliteBackend, AFileThatWasReplacedFailsTheNextRequest) {
     EXPECT_EQ(backend->tags()->get(tag).code, errorBackendFailed);
 }
 
-TEST_F(SqliteBackend, ACorruptDatabaseFailsTheRequest) {
+TEST_F(SqliteBackend, WithACorruptDatabaseOpenFails) {
     openWithTag("a");
     backend->close();
     const auto pages = std::filesystem::file_size(file);

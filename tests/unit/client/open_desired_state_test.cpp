@@ -137,7 +137,7 @@ TEST(DesiredState, AllTagsAreSentBeforeTheFirstValue) {
     EXPECT_EQ(holder.lookups, 1);
 }
 
-TEST(DesiredState, AFinalRefusalKeepsTheEarlierValue) {
+TEST(DesiredState, AFinalRefusalKeepsTheEarlierRequest) {
     DesiredState desired;
     desired.recordRequest("m", errorNone, began);
     desired.recordRequest("malformed", errorBadRequest, began);
@@ -270,7 +270,7 @@ TEST(DesiredState, WithoutDataARefreshHasNothingToDo) {
     EXPECT_FALSE(desired.pending());
 }
 
-TEST(DesiredState, ARetryThatFailsAtAnyStepIsContinued) {
+TEST(DesiredState, ARetryMayFailAnyNumberOfTimes) {
     for (int failures = 1; failures < 8; ++failures) {
         DesiredState desired;
         desired.recordTag(usableTag("a"), errorBackendFailed);

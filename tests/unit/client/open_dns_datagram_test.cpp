@@ -46,7 +46,8 @@ int __wrap_clock_gettime(clockid_t clock, timespec* now) {
     return result;
 }
 
-//  Only a worker that waits for its next work polls one descriptor with a time limit.
+//  While hurry is true, only a worker polls one descriptor with a time limit: when it waits for its next work, and when
+//  it pauses after a failure.
 int __real_poll(pollfd* waited, nfds_t count, int timeout);
 int __wrap_poll(pollfd* waited, nfds_t count, int timeout);
 int __wrap_poll(pollfd* waited, nfds_t count, int timeout) {
@@ -243,7 +244,7 @@ TEST_F(DnsDatagrams, ARefusalCountsIfItIsSigned) {
     EXPECT_EQ(newConnections(), 0);
 }
 
-//  Datagrams that must have no effect, although each reports that the zone has no records.
+//  Datagrams that must have no effect. Most of them report that the zone has no records.
 std::vector<Datagram> hostileTo(const SeenRequest& seen) {
     const DnsBytes genuine = datagramAnswer(seen, 3);
     std::vector<Datagram> sent{{genuine, true}, {{}}};
@@ -381,7 +382,7 @@ TEST_F(DnsDatagrams, ACheckLeavesNoDescriptorOpen) {
     EXPECT_TRUE(eventually([before] { return entriesOf("/proc/self/fd") <= before; }));
 }
 
-//  The pauses between checks take no time, so the handler interrupts the worker at any moment of a check.
+//  The pauses between checks take no time, so the handler runs at any moment of a check.
 TEST(DnsDatagramSignalHandler, MayDisconnectAndDestroyAtAnyMomentOfACheck) {
     sigset_t alarm;
     sigemptyset(&alarm);

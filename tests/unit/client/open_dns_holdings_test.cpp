@@ -36,14 +36,14 @@ public:
     std::map<std::pair<std::string, std::uint16_t>, std::vector<DnsBytes>> records;
     std::atomic<unsigned> updateCode{0};
     std::atomic<bool> removes{true};   // an update that succeeds deletes all records of its zone
-    std::atomic<bool> isSigned{true};  // its answers to updates are
+    std::atomic<bool> isSigned{true};  // its answers to updates with changes are
     std::atomic<bool> cuts{false};     // it closes the connection at an update of example.org
     std::atomic<bool> wildcard{false};
     std::atomic<bool> refusesPointers{false};
     std::atomic<int> updates{0};  // number of those with changes
 
 private:
-    //  RFC 2136 section 2.2: the numbers of prerequisites and of updates are at these places.
+    //  RFC 2136 section 2.2: these bytes are the number of updates.
     static bool hasChanges(const SeenRequest& seen) { return seen.wire[8] != 0 || seen.wire[9] != 0; }
 
     Reaction react(const SeenRequest& seen) {
@@ -158,7 +158,7 @@ TEST_F(DnsHoldings, ACutConnectionReportsOnlyWhatWasConfirmed) {
     EXPECT_EQ(removal({pointerLine}).code, errorBackendFailed);
 }
 
-TEST_F(DnsHoldings, ARefusalAtOneAddressIsTheResultOfBothZones) {
+TEST_F(DnsHoldings, ARefusalOfBothZonesIsTheResult) {
     EXPECT_EQ(held().size(), 2U);
     server.updateCode = rcodeRefused;
     const Status status = removal({});

@@ -1,5 +1,5 @@
-//  The back end dns with a server that violates the protocol. No such answer may count as success, and nothing may
-//  crash or hang.
+//  The back end dns with a server that violates the protocol, and with system calls that fail. No such answer may count
+//  as success, and nothing may crash or hang.
 #include "dns/backend.h"
 #include "open_dns_support.h"
 
@@ -56,7 +56,8 @@ using namespace rdbopen;
 constexpr const char* request =
     R"({"request":"ws_dnsupdate","seqno":7,"item":{"name":"host1","ipv6s":["2001:db8::1"]}})";
 
-//  A waiter that stores the deadline, and reports at once that the time has expired if the server does not answer.
+//  A waiter that stores the time limit of its last wait, and reports at once that the time has expired if the server
+//  does not answer.
 class ImpatientWaiter : public Waiter {
 public:
     explicit ImpatientWaiter(const DnsServer& server) : server_(server) {}

@@ -23,7 +23,7 @@ public:
     std::vector<DnsBytes> updates;
 
 private:
-    //  The types of the records of the update section, and whether each of them is a deletion (class NONE, ttl 0).
+    //  Returns the code of the answer to an update. Each record of its update section must be a deletion (class NONE).
     unsigned codeFor(const SeenRequest& seen) {
         const Packet packet = std::move(*parseMessage(seen.wire));
         const ldns_rr_list* const records = ldns_pkt_authority(packet.get());
@@ -53,7 +53,7 @@ public:
 
 class DnsPermission : public testing::Test {
 protected:
-    //  Returns the results as "WHAT" or "WHAT: first word of the reason".
+    //  Returns the results as "WHAT" or "WHAT: first 7 characters of the reason".
     std::vector<std::string> examine(const std::string& rest = "/example.org") {
         backend = backendFor(server.server.url(rest), {"key1", testSecret});
         EXPECT_EQ(backend->inspector()->openToRead(plainWaiter).reason, "");

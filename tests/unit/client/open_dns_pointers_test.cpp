@@ -31,7 +31,7 @@ DnsBytes targetOf(const std::string& name) {
 //  A server with the addresses of the host and the PTR records of one reverse zone.
 class ReverseServer {
 public:
-    //  The PTR records as "LAST>TARGET", where LAST is the last byte of the address.
+    //  The PTR records as "LAST>TARGET": the last digit of the address and the first 5 characters of the target.
     std::set<std::string> pointers() {
         const std::lock_guard lock(mutex_);
         std::set<std::string> found;

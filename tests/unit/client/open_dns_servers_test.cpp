@@ -212,7 +212,7 @@ TEST_F(ZonePrimary, IsNamedInTheReasonOfAFailure) {
 }
 
 //  A check does not query the resolver, because it must be possible to interrupt it.
-TEST_F(ZonePrimary, IsFoundAgainAfterACheckAtAServerThatHasLostTheZone) {
+TEST_F(ZonePrimary, ThatHasLostTheZoneEndsTheConnectionAtACheck) {
     EXPECT_EQ(backend->open(plainWaiter).reason, "");
     a.queryCode = rcodeRefused;
     const Status status = backend->updates()->checkRequest(request);

@@ -84,7 +84,7 @@ DnsBytes timeBytes(std::int64_t time) {
     return bytes;
 }
 
-//  RFC 8945 section 4.3.3: the request's MAC, the message, and the TSIG variables.
+//  RFC 8945 section 4.3: the request's MAC, the message, and the TSIG variables.
 DnsBytes signMessage(DnsBytes message, const DnsBytes& mac, const Signing& signing) {
     DnsBytes times = timeBytes(signing.time);
     put16(times, signing.fudge);

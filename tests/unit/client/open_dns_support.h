@@ -16,7 +16,7 @@ using rdbopen::DnsBytes;
 
 inline constexpr const char* testSecret = "MTIzNDU2Nzg5MDEyMzQ1Njc4OTAxMjM0NTY3ODkwMTI=";
 
-//  The key that all tests use.
+//  The key that the tests share with their servers.
 rdbopen::TsigKey testKey(const std::string& algorithm = "hmac-sha256");
 
 //  Returns bytes from hexadecimal digits; blanks are ignored.

@@ -1,4 +1,5 @@
-//  Tests of resolveFile. The tests in shared folders create files and links of other users, so they must run as root.
+//  Tests of resolveFile. The tests of FilePathLink give links and folders to other users. Only root can do this;
+//  otherwise these tests are skipped.
 #include "files/path.h"
 
 #include "open_support.h"
@@ -80,7 +81,7 @@ TEST_F(FilePath, APathWithoutAFolderAndAFileNameIsAFailure) {
         EXPECT_NE(resolve(folder.file(path)).find(errorText(error)), std::string::npos) << path << ' ' << place.path();
 }
 
-//  A link: its folder, the owner of the folder, and the owner of the link.
+//  A link: mode and owner of its folder, owner of the link, and whether the link is followed.
 struct Link {
     const char* name;
     mode_t mode;
@@ -128,7 +129,7 @@ constexpr Link links[] = {
     {"OfAStranger", 01777, 0, stranger, false},
     {"OfANeighbourInAStrangersFolder", 01777, stranger, neighbour, false},
     {"OfAStrangerInAStickyFolderOfAGroup", 01775, 0, stranger, true},
-    {"OfAStrangerWhereOnlyOthersMayWrite", 01703, 0, stranger, false},
+    {"OfAStrangerWhereTheGroupMayNotWrite", 01703, 0, stranger, false},
     {"OfAStrangerInAStickyFolderOfOneUser", 01755, 0, stranger, true},
     {"OfAStrangerInAFolderThatIsNotSticky", 0777, 0, stranger, true},
 };
@@ -141,7 +142,7 @@ TEST_F(FilePath, TheFirstSharedFolderOfThePathIsReported) {
     EXPECT_EQ(place.shared, "/tmp/");
 }
 
-//  The other tests use a folder in the shared folder /tmp. This test uses a folder in its working directory.
+//  Most tests use a folder in the shared folder /tmp. This test uses a folder in its working directory.
 TEST_F(FilePath, OfTwoSharedFoldersTheUpperOneIsReported) {
     const std::string here = std::filesystem::current_path().string() + "/shared." + std::to_string(getpid());
     std::filesystem::create_directories(here + "/a/more");

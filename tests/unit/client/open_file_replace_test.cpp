@@ -12,7 +12,7 @@
 
 namespace {
 
-//  Makes one call fail: call number n of the named function, counted from 1.
+//  Makes one call of the named function fail. number: which call, counted from 1.
 struct Failure {
     const char* function = "";
     int number = 0;
@@ -207,7 +207,7 @@ TEST_F(FileReplace, ATextOfExactly16MiBIsWrittenAndCanBeRead) {
     EXPECT_TRUE(readFile(place).ok());
 }
 
-TEST_F(FileReplace, AMissingFileIsReadAsEmpty) {
+TEST_F(FileReplace, ReadingAMissingFileIsNotAFailure) {
     const Result<FileText> text = readFile(place);
     ASSERT_TRUE(text.ok());
     EXPECT_FALSE(text->exists);

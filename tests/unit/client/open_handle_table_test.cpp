@@ -64,7 +64,7 @@ TEST(HandleTable, SixteenHandlesCanBeCreatedAndTheNextIsRefused) {
     EXPECT_EQ(handles.create(), -1);
 }
 
-TEST(HandleTable, AReleasedHandleCanBeReused) {
+TEST(HandleTable, TheSlotOfAReleasedHandleIsReused) {
     Handles handles;
     for (int i = 0; i < handleCapacity - 1; ++i)
         handles.create();
@@ -90,7 +90,7 @@ TEST(HandleTable, EveryCallRefusesADestroyedHandle) {
         EXPECT_EQ(rdb_objputsnapshot(handle, &record, 1), errorBadHandle);
         EXPECT_EQ(rdb_disconnect(handle), errorBadHandle);
         EXPECT_EQ(rdb_destory(handle), errorBadHandle);
-        const int next = rdb_create();  // the slot is in use again in the second pass
+        const int next = rdb_create();  // the second pass follows another use of the slot
         EXPECT_NE(next, handle);
         rdb_destory(next);
     }
@@ -108,7 +108,7 @@ TEST(HandleTable, DisconnectMayBeRepeated) {
     EXPECT_EQ(rdb_disconnect(handle), 0);
 }
 
-TEST(HandleTable, APinnedHandleIsNotReused) {
+TEST(HandleTable, TheSlotOfAPinnedHandleIsNotReused) {
     const int handle = rdb_create();
     const PinnedHandle pin(handle);
     Worker* worker = pin.worker();

@@ -1,4 +1,4 @@
-//  The shared library and its modules, loaded as the service loads them: names, exported symbols, and one run.
+//  The shared library and its modules: exported symbols and needed libraries; and a load of the library.
 #include "rdbapi.h"
 
 #include <algorithm>

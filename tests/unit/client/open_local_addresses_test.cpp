@@ -77,7 +77,7 @@ TEST(HostAddresses, InvalidLinesAreSkipped) {
         EXPECT_TRUE(parseLocalAddresses(line).empty()) << line;
 }
 
-TEST(HostAddresses, ATableThatNeedsManyReadsIsReadCompletely) {
+TEST(HostAddresses, ALongTableIsReadCompletelyAfterAnInterruptedRead) {
     const opentest::Folder folder;
     std::string text;
     for (int i = 0; i < 300; ++i)

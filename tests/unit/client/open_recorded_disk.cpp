@@ -134,7 +134,7 @@ FolderContent replay(std::size_t count, const Skipped& skipped) {
     return content;
 }
 
-//  Returns whether the data of call i was flushed to the disk, if the power fails after count calls.
+//  Returns whether the data or name of call i was flushed to the disk, if the power fails after count calls.
 bool isFlushed(std::size_t i, std::size_t count) {
     for (std::size_t later = i + 1; later < count; ++later)
         if ((calls[i].isData() && calls[later].kind == Call::Kind::flushFile && calls[later].file == calls[i].file) ||

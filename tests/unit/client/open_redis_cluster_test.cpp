@@ -1,5 +1,5 @@
 //  redis+cluster:// with fake nodes: masters, redirections, and clusters that are being changed. The clock advances
-//  only by the pauses of the back end.
+//  only by the pauses of the back end and by the waits of a DrippingWaiter.
 #include "open_fake_redis.h"
 #include "open_support.h"
 #include "redis/cluster_layout.h"

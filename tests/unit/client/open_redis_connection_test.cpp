@@ -63,7 +63,7 @@ namespace {
 using namespace opentest;
 using namespace rdbopen;
 
-//  A waiter that never waits. Data that is not yet there never arrives. The handle may be closed during the wait.
+//  Records the longest limit of a wait. If result is not ready, each wait for input ends at once with it.
 class ImpatientWaiter : public Waiter {
 public:
     Result wait(int descriptor, short events, std::chrono::milliseconds until) const noexcept override {
@@ -185,7 +185,7 @@ TEST_F(RedisConnection, AnAnswerInPiecesOfAnySizeIsAccepted) {
     EXPECT_EQ(server.received("EVALSHA").size(), 1U);
 }
 
-TEST_F(RedisConnection, EveryAnswerTruncatedAnywhereFailsIt) {
+TEST_F(RedisConnection, EveryAnswerTruncatedAnywhereFailsTheImport) {
     const std::pair<const char*, std::string> answers[]{{"EVALSHA", "*1\r\n$4\r\ndone\r\n"},
                                                         {"EVALSHA", "*2\r\n$7\r\nforeign\r\n$1\r\nk\r\n"},
                                                         {"EVAL", "*1\r\n$9\r\nconfirmed\r\n"}};
@@ -201,7 +201,7 @@ TEST_F(RedisConnection, EveryAnswerTruncatedAnywhereFailsIt) {
     }
 }
 
-TEST_F(RedisConnection, AnEndlessAnswerIsAFailure) {
+TEST_F(RedisConnection, AnEndlessOrMalformedAnswerIsAFailure) {
     for (const std::string& bytes :
          {"+" + std::string(300000, 'x'), "$2000000000\r\n" + std::string(300000, 'x'), std::string("*2147483647\r\n"),
           "*3\r\n" + std::string(300000, '\n'), std::string("\0\r\n", 3)}) {

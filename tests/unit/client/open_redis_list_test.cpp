@@ -36,7 +36,7 @@ TEST_F(RedisList, TheFirstServerServesWhileItCan) {
     EXPECT_EQ(second.connections(), 0);
 }
 
-TEST_F(RedisList, OnlyServersOfAListMustReportTheirRole) {
+TEST_F(RedisList, ServersOfAListMustReportTheirRoleAndASingleServerNot) {
     ASSERT_EQ(open().reason, "");
     EXPECT_EQ(first.received("ROLE").size(), 1U);
     use(of(second));

@@ -1,5 +1,5 @@
-//  The back end redis: requests that the server refuses, and data of other programs. A refused request writes nothing,
-//  and the connection stays open.
+//  The back end redis: requests that the server refuses, data of other programs, and answers after which the connection
+//  has to be opened again.
 #include "open_fake_redis.h"
 #include "open_support.h"
 
@@ -98,7 +98,7 @@ TEST_F(RedisRefusals, AScriptWithoutAPermissionOrACommandIsExplained) {
     }
 }
 
-TEST_F(RedisRefusals, AnErrorThatEndsEarlyIsStillQuoted) {
+TEST_F(RedisRefusals, AnErrorThatEndsEarlyIsNotQuoted) {
     for (const char* answer :
          {"ERR Error running script (call to f_", "ERR Error running script (call to f_0): @user_script:",
           "ERR Error running script (call to f_0): @user_script:1: ", ""}) {
@@ -179,7 +179,7 @@ TEST_F(RedisRefusals, AServerThatHasBecomeAReplicaIsAFailedConnection) {
     EXPECT_EQ(backend->probe().code, errorBackendFailed);
 }
 
-TEST_F(RedisRefusals, AWrongServerCausesAnAttemptAtAnotherAddress) {
+TEST_F(RedisRefusals, TheStatusOfAWrongServerAllowsAnotherAddress) {
     const std::pair<std::string, bool> rows[] = {{"READONLY", true}, {"MASTERDOWN", true}, {"LOADING", true},
                                                  {"NOPERM", false},  {"OOM", false},       {"MISCONF", false}};
     for (const auto& [word, wrong] : rows) {

@@ -95,7 +95,7 @@ TEST_F(RedisParser, AnArrayThatIsAnnouncedTooLargeIsRefused) {
     EXPECT_EQ(parse("*2147483647\r\n"), Outcome::broken);
 }
 
-TEST(RedisRefusal, HasAMessageForEachCommonError) {
+TEST(RedisRefusal, HasAMessageForACommonError) {
     EXPECT_EQ(redisRefusal("HSET", "OOM command not allowed when used memory > 'maxmemory'.", 0),
               "refused: the server's memory limit is reached (OOM)");
 }

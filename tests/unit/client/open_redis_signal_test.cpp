@@ -45,7 +45,8 @@ TEST(RedisSignal, EndsAConnectionWhoseServerIsSilent) {
     }
 }
 
-//  Two nodes whose answers differ each time: the slot is there, was moved, is being moved, is down.
+//  Two nodes that never serve a request: their answers are that the slot is being moved, that the cluster is down, and
+//  then always that the slot has moved to the other node.
 class SignalCluster {
 public:
     SignalCluster() {
@@ -105,7 +106,7 @@ TEST(RedisSignal, EndsAPauseOfACluster) {
         node.usually(word, "-TRYAGAIN x\r\n");
     const std::string url = "redis+cluster" + node.url().substr(std::string("redis").size());
     constexpr int longest = 10000000;
-    //  A value that was put before the connection is sent first.
+    //  The first call that is accepted may be a lookup (HMGET), or an import or a put (EVALSHA).
     const auto received = [&node] { return node.received("HMGET").size() + node.received("EVALSHA").size(); };
     for (int microseconds = 30000; received() == 0 && microseconds < longest; microseconds *= 2)
         roundOf(url, microseconds);

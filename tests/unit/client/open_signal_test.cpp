@@ -46,7 +46,7 @@ void createAndConnect(int) {
 constexpr void (*calls[])(int) = {createAndDestroy, setNotify, connectBadly, sendMessage,
                                   getTag,           importTag, putValue,     createAndConnect};
 
-//  Repeats one call until the handler has interrupted it.
+//  Repeats one call until the handler has run.
 void roundOf(void (*call)(int), int microseconds) {
     Events events;
     const auto script = std::make_shared<Script>();

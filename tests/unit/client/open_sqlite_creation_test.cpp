@@ -75,8 +75,7 @@ TEST_F(SqliteCreation, APowerFailureWhileAnEmptyFileIsFilledLeavesADatabaseThatO
     expectThatAllOpen(folders);
 }
 
-//  SQLite fills the file itself in two cases: for an empty file, which cannot be replaced by renaming, and for a new
-//  file of an earlier version.
+//  SQLite fills an empty file itself if the file cannot be replaced by renaming.
 TEST_F(SqliteCreation, APowerFailureWhileSqliteFillsTheFileLeavesADatabaseThatOpens) {
     writeText(file, "");
     startRecording(folder.path());

@@ -130,8 +130,8 @@ TEST_P(SqliteForeignChange, EachOfTwoServicesThatShareTheFileDetectsIt) {
     EXPECT_EQ(current(), "first");
 }
 
-//  The back end notices it when it flushes the log at the end of the transaction, or at a later flush. If SQLite was
-//  writing to the file, the result may not be a database.
+//  The change happens when SQLite flushes the log at the end of the transaction, or at a later flush of the put. If
+//  SQLite was writing to the file, the result may not be a database.
 TEST_P(SqliteForeignChange, ItIsDetectedEvenWhileAValueIsWritten) {
     openAndPut("first");
     int flushes = flushCount();
@@ -241,7 +241,8 @@ TEST_F(SqliteFilesTest, ChecksOfAnotherServiceDoNotHideDamage) {
     EXPECT_EQ(backend->probe().code, errorBackendFailed);
 }
 
-//  The files may then be in a state that SQLite itself creates. Only the missing value shows the change.
+//  For the service that has not put the value, the files are then in a state that SQLite itself may create. Only the
+//  missing value shows the change.
 TEST_F(SqliteFilesTest, DamageAfterAnotherServicesPutIsDetectedByACheckOfTheValue) {
     const auto second = backendFor("sqlite://" + file);
     openAndPut("first");
@@ -306,7 +307,7 @@ TEST_F(SqliteFilesTest, AFileThatIsReplacedWhileItIsOpenedIsDetected) {
     EXPECT_EQ(current(), "first");
 }
 
-TEST_F(SqliteFilesTest, AChangeOfModeOrOwnerIsNotDamage) {
+TEST_F(SqliteFilesTest, AChangeOfModeIsNotDamage) {
     openAndPut("first");
     ASSERT_EQ(chmod(file.c_str(), 0600), 0);
     EXPECT_EQ(backend->probe().code, 0);
@@ -359,7 +360,7 @@ TEST_F(SqliteFilesTest, AnUnchangedFileIsNotWrittenByChecks) {
     EXPECT_EQ(flushCount(), before);
 }
 
-TEST_F(SqliteFilesTest, ChecksFollowTheLastExchangeByAMinute) {
+TEST_F(SqliteFilesTest, TheCheckIntervalIsAMinute) {
     EXPECT_EQ(backend->checkInterval(), std::chrono::seconds(60));
 }
 

@@ -58,7 +58,7 @@ protected:
         desired.recordValue(recordOf("host1", value), put("host1", value), {});
         ASSERT_FALSE(desired.pending());
     }
-    //  Opens and checks, as the worker does after a loss and at each check.
+    //  Opens and checks, as the worker does after a loss.
     void openAndCheck() {
         open();
         check();

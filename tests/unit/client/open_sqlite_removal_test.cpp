@@ -31,7 +31,7 @@ protected:
 
 using Texts = std::vector<std::string>;
 
-TEST_F(SqliteRemoval, TheRowsOfOneNameLeave) {
+TEST_F(SqliteRemoval, TheRowsOfOneNameAreDeleted) {
     publish("host1", "a");
     publish("host2", "b");
     EXPECT_EQ(held(), (Texts{"tag host1", "value host1 = a", "history host1, changes: 1"}));

@@ -1,4 +1,4 @@
-//  The state file on a real disk. Calls of the C library are wrapped to fail, or to run another step at their time.
+//  The state file in a real folder. Some calls of the C library are wrapped: they fail, or run a step of the test.
 #include "engine/state_file.h"
 #include "open_support.h"
 

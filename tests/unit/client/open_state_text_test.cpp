@@ -207,7 +207,7 @@ TEST(ServerStateText, ASuccessIsLaterThanTheFailureBeforeIt) {
     EXPECT_TRUE(subject.has("success 2001 21"));
 }
 
-TEST(ServerStateText, ListsAtMostAFixedNumberOfItems) {
+TEST(ServerStateText, ListsAtMostAFixedNumberOfPublishedItems) {
     Subject subject;
     for (std::size_t i = 0; i < 2 * maxStateItems; ++i)
         subject.data.recordValue(recordOf("host" + std::to_string(i), "1"), i < maxStateItems + 1 ? 0 : errorTimedOut,

@@ -48,7 +48,7 @@ TEST_F(TlsSignal, MayEndTheHandleAtAnyMoment) {
     EXPECT_GT(redis.connections(), 0);
 }
 
-//  The plain server waits for more of what it regards as a command.
+//  The plain server does not understand the handshake, and keeps the connection open without an answer.
 TEST_F(TlsSignal, EndsAHandshakeThatTheServerDoesNotAnswer) {
     roundOf(url(redis.port()), 20000);
     EXPECT_TRUE(workersEnded());

@@ -16,9 +16,9 @@ namespace {
 thread_local int failSend, failReceive, failSocket;
 std::string systemFolder;               // for X509_get_default_cert_dir
 thread_local bool neverPauses = false;  // recv waits for input
-thread_local int clockStep = -1;        // ms by which each question moves the clock; below 0 for the real clock
+thread_local int clockStep = -1;        // ms by which each call of clock_gettime moves the clock; below 0: real clock
 
-//  Number of allocations by OpenSSL on this thread until one fails; below 0 for all that are asked for.
+//  Number of allocations by OpenSSL on this thread up to the one that fails; 0 or below 0: none fails.
 thread_local long allocationsLeft = -1;
 
 bool memoryFails() {
@@ -95,7 +95,7 @@ using namespace rdbopen;
 class EndingWaiter : public Waiter {
 public:
     explicit EndingWaiter(Result result) : result_(result) {}
-    //  The TCP connection on loopback is made meanwhile.
+    //  Waits for room (POLLOUT), as for the TCP connection on loopback, are real; each wait for input ends with result.
     Result wait(int descriptor, short events, std::chrono::milliseconds until) const noexcept override {
         return events == POLLOUT ? plainWaiter.wait(descriptor, events, until) : result_;
     }
@@ -563,7 +563,7 @@ TEST_F(OpenTlsStream, BytesThatAreNotTakenAreVisibleToPoll) {
 //  -- memory ----------------------------------------------------------------------------------------------------------
 
 //  Each allocation of OpenSSL on the client's thread may fail; after the first ones, each 37th is tested.
-TEST_F(OpenTlsStream, WithoutMemoryItFailsWithAReason) {
+TEST_F(OpenTlsStream, WithoutMemoryItDoesNotCrashAndWorksAgainLater) {
     ASSERT_TRUE(memoryIsWatched);
     useClientCertificate();
     const TlsServer server;

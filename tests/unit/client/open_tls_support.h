@@ -32,7 +32,7 @@ struct Contents {
     bool weak = false;  // a key of RSA with 1024 bits
 };
 
-//  Returns a certificate that issuer has signed, or that has signed itself if that is null.
+//  Returns a certificate that issuer has signed, or a self-signed one if issuer is null.
 Identity certify(const Contents& contents, const Identity* issuer);
 
 //  An authority, a server and a client.
@@ -52,7 +52,7 @@ public:
         const Identity* clientsIssuer = nullptr;  // a client certificate is required if not null
         int minVersion = 0;
         int maxVersion = 0;
-        std::uint16_t upstream = 0;  // port on loopback that gets what arrives and sends the answers; 0 for an echo
+        std::uint16_t upstream = 0;  // port on loopback that gets what arrives and sends the answers; 0: answer does it
         std::size_t cutAfter = SIZE_MAX;  // bytes that are sent before the connection is closed
         std::size_t pieces = SIZE_MAX;    // bytes of one write
         std::function<void(SSL*)> afterHandshake{};

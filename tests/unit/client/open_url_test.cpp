@@ -146,7 +146,7 @@ TEST(BackendRegistry, AnUnknownSchemeHasItsOwnErrorCode) {
 }
 
 #ifdef RDBOPEN_WITH_HOSTS
-TEST(BackendRegistry, TheEmbeddedBackEndsNeedAnAbsoluteFileAndNoHost) {
+TEST(BackendRegistry, TheHostsBackEndNeedsAnAbsoluteFileAndNoHost) {
     for (const auto* text : {"hosts://", "hosts:///", "hosts://host/etc/hosts", "hosts:///etc/"}) {
         const rdbopen::Status refused = makeBackend(text, {}).status();
         EXPECT_EQ(refused.code, rdbopen::errorBadUrl) << text;

@@ -1,4 +1,4 @@
-//  The worker's own actions: it repeats requests that did not reach the server, and checks whether the server still has
+//  The worker's own actions: it repeats requests that failed or were refused, and checks whether the server still has
 //  the data.
 #include "open_worker_fixture.h"
 
@@ -109,7 +109,7 @@ TEST_F(WorkerDesiredState, ARequestThatCanNeverSucceedIsNotRepeated) {
     EXPECT_EQ(script->takeMade(), (Made{"send bad", "send end"}));
 }
 
-//  A different request succeeds afterwards. This does not count as a recovery.
+//  The success that follows is not reported as a recovery.
 TEST_F(WorkerDesiredState, AFinalFailureIsReportedOnceUntilASuccess) {
     connect();
     fail({{errorBadRequest, "no name"}, {errorBadRequest, "no name"}, {}, {errorBadRequest, "no name"}, {}});
@@ -156,7 +156,7 @@ TEST_F(WorkerDesiredState, AnAbandonedPutIsRetriedLater) {
     EXPECT_EQ(script->takeMade(), (Made{"send first", "put t=1"}));
 }
 
-TEST_F(WorkerDesiredState, RequestsQueuedAfterAFailureAreRetriedToo) {
+TEST_F(WorkerDesiredState, ARequestInTheQueueAtAFailureIsSentAfterTheReconnection) {
     connect();
     script->hold = true;
     fail({backendFailed("broken")});
@@ -197,8 +197,8 @@ TEST_F(WorkerDesiredState, AValueOnTheServerIsNotPutAgain) {
     EXPECT_EQ(script->served, 1);
 }
 
-//  The success of a request does not show that a refused check would pass. Without a check interval no further check
-//  follows.
+//  The success of a request does not show that a refused check would pass, so each success is followed by a check.
+//  There is no check interval, so no other check follows.
 TEST_F(WorkerDesiredState, ARefusedCheckRecoversOnlyThroughACheck) {
     connect();
     EXPECT_EQ(put("1"), 0);
@@ -243,7 +243,7 @@ protected:
         ASSERT_EQ(put("1"), 0);
         script->takesByte = true;
         script->watched = begin[0];
-        ASSERT_EQ(tagGet(), 0);  // from now on the worker checks the tag
+        ASSERT_EQ(tagGet(), 0);  // wakes the worker, which watches the pipe from now on
         script->takeMade();
         script->checkWaits = answers[0];
     }

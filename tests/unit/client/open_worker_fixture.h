@@ -1,5 +1,6 @@
-//  A worker with a fake back end. Waits for a back-off or a call's time limit end at once and are only recorded. The
-//  monotonic clock advances only when a test advances it.
+//  A worker with a fake back end. While skipBackoff is true, the worker's waits with a time limit end at once and are
+//  only recorded. While expireWaits is true, a caller's wait ends at once. The monotonic clock advances only when a
+//  test advances it.
 #ifndef TESTS_UNIT_OPEN_WORKER_FIXTURE_H
 #define TESTS_UNIT_OPEN_WORKER_FIXTURE_H
 
@@ -29,7 +30,7 @@ inline Inbox<std::string> reports;                           // syslog texts
 inline thread_local bool expireWaits = false;
 inline thread_local std::function<bool()> expireWhen;  // an expiring wait first waits until this returns true
 inline thread_local bool failNew = false;
-inline thread_local std::int64_t waitLimit = 0;  // ms from now to the deadline of the last wait
+inline thread_local std::int64_t waitLimit = 0;  // ms from the start of the last caller's wait to its deadline
 
 class WorkerTest : public testing::Test {
 protected:

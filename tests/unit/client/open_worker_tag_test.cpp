@@ -101,7 +101,7 @@ TEST_F(WorkerTagQuery, ARefusedPutLeavesTheConnectionUp) {
 TEST_F(WorkerTagQuery, ATagIsSentBeforeARefusedPut) {
     connect();
     answer({serverRefused("full"), serverRefused("no"), {}, serverRefused("full")});
-    skipBackoff = false;  // so that the put is not repeated during the test
+    skipBackoff = false;  // so that the put is not repeated before the import
     EXPECT_EQ(put(), errorServerRefused);
     skipBackoff = true;
     EXPECT_EQ(import(), errorServerRefused);
@@ -151,7 +151,7 @@ TEST_F(WorkerTagQuery, OnlyTheFirstWaitAfterAFailedRequestIsLengthened) {
         expectBackoff(base);
 }
 
-TEST_F(WorkerTagQuery, AQueryQueuedAfterAFailureFails) {
+TEST_F(WorkerTagQuery, AQueryInTheQueueAtAFailureCountsAsFailed) {
     connect();
     script->hold = true;
     answer({backendFailed("broken")});

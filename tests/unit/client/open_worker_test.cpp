@@ -29,7 +29,7 @@ TEST_F(Worker_, ReleasesFreeMemoryAfterTheOpenAndAfterEachCall) {
     EXPECT_TRUE(eventually([before] { return trims == before + 2; }));
 }
 
-//  glibc 2.36 crashes if the first two calls of malloc_trim overlap.
+//  In a process with another allocator, glibc 2.36 crashes if the first two calls of malloc_trim overlap.
 TEST_F(Worker_, ReleasesFreeMemoryWhileNoOtherWorkerDoes) {
     connect();
     const int other = rdb_create();
@@ -101,8 +101,8 @@ TEST_F(Worker_, ABlockingCallFromACallbackIsRefused) {
     end();
 }
 
-//  When the first reply is delivered, memory is exhausted. When the second is delivered, memory is available again.
-TEST_F(Worker_, BlockingCallsFromACallbackAreRefusedAlsoWithoutMemory) {
+//  Memory is exhausted from the delivery of the first reply to that of the second one.
+TEST_F(Worker_, AMessageInTheQueueAtAFailureIsAnsweredAlsoWithoutMemory) {
     struct Context {
         Inbox<int> lengths;
         static void onFirst(const char*, std::int32_t, void*) { failNew = true; }
@@ -137,7 +137,7 @@ TEST_F(Worker_, AFailedRequestEndsInDisconnectedAndThenConnected) {
     EXPECT_EQ(tagGet(), 0);
 }
 
-TEST_F(Worker_, ARefusedRequestLeavesTheConnectionUp) {
+TEST_F(Worker_, AMissingTagLeavesTheConnectionUp) {
     connect();
     script->requests = {{errorNoSuchTag, {}}};
     EXPECT_EQ(tagGet(), errorNoSuchTag);
@@ -254,7 +254,7 @@ TEST_F(Worker_, AnAbandonedCallDoesNotWriteToTheCallersRecord) {
     EXPECT_EQ(rdb_tagget(handle, &tag), errorTimedOut);
     expireWaits = false;
     script->hold = false;
-    EXPECT_EQ(events.take(), RDB_EVENT_DISCONNECTED);  // the abandoned call has ended before this event
+    EXPECT_EQ(events.take(), RDB_EVENT_DISCONNECTED);  // sent by the caller's thread at its time limit
     EXPECT_EQ(tag.tagclass, 0);
 }
 
@@ -282,7 +282,7 @@ TEST_F(Worker_, TheQueueIsBounded) {
     EXPECT_EQ(send("too many"), errorBusy);
 }
 
-TEST_F(Worker_, MessagesQueuedAfterAFailureAreRefused) {
+TEST_F(Worker_, AMessageInTheQueueAtAFailureIsRefused) {
     connect();
     script->hold = true;
     script->requests = {backendFailed("broken")};
@@ -293,7 +293,7 @@ TEST_F(Worker_, MessagesQueuedAfterAFailureAreRefused) {
     EXPECT_EQ(replies.take(), "refused two 1005");
 }
 
-TEST_F(Worker_, ACallThatTheBackEndDoesNotSupportIsRefusedEvenUnconnected) {
+TEST_F(Worker_, ACallThatTheBackEndDoesNotSupportIsRefused) {
     script->messages = false;
     script->opens = {backendFailed("a")};
     connect();
@@ -307,7 +307,7 @@ TEST_F(Worker_, ASecondConnectIsRefused) {
     EXPECT_EQ(rdb_setmessagenotify(handle, onEvent, &events), errorAlreadyConnecting);
 }
 
-TEST_F(Worker_, AClosedHandleRefusesEverything) {
+TEST_F(Worker_, AClosedHandleRefusesCalls) {
     connect();
     rdb_disconnect(handle);
     EXPECT_EQ(tagGet(), errorClosed);

@@ -33,7 +33,7 @@ int __wrap_poll(pollfd* descriptors, nfds_t count, int timeout) {
         return ready;
     }
     const int ready = __real_poll(descriptors, count, 0);
-    if (ready == 0)  // otherwise this is a wake-up for the previous user of the slot
+    if (ready == 0)  // otherwise a wake-up or input has ended the wait before its time limit
         pauses.put(timeout);
     return ready;
 }
@@ -77,7 +77,7 @@ int __wrap_clock_gettime(clockid_t clock, timespec* now) {
     return 0;
 }
 
-//  Waits for the intended time of the real clock, rounded up to seconds.
+//  Waits on the real clock, for the intended time and at most a second more. Ends at once while expireWaits is true.
 int __real_pthread_cond_clockwait(pthread_cond_t*, pthread_mutex_t*, clockid_t, const timespec*);
 int __wrap_pthread_cond_clockwait(pthread_cond_t* condition, pthread_mutex_t* mutex, clockid_t clock,
                                   const timespec* deadline) {

@@ -1,4 +1,4 @@
-//  A module whose functions throw exceptions. The path of the url names the function that throws.
+//  A module whose functions throw exceptions, except make, which throws only for the path "/make".
 #include "module/guarded_backend.h"
 
 #include <stdexcept>
