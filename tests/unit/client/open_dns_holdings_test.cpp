@@ -36,7 +36,7 @@ public:
     std::map<std::pair<std::string, std::uint16_t>, std::vector<DnsBytes>> records;
     std::atomic<unsigned> updateCode{0};
     std::atomic<bool> removes{true};   // an update that succeeds deletes all records of its zone
-    std::atomic<bool> isSigned{true};  // its answers to updates with changes are
+    std::atomic<bool> isSigned{true};  // answers to updates with changes have a signature
     std::atomic<bool> cuts{false};     // it closes the connection at an update of example.org
     std::atomic<bool> wildcard{false};
     std::atomic<bool> refusesPointers{false};

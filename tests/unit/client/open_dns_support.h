@@ -70,7 +70,7 @@ DnsBytes datagramAnswer(const SeenRequest& request, unsigned rcode, const std::v
 //  Returns message, which has no question and no signature, with the question of request.
 DnsBytes withQuestion(DnsBytes message, const SeenRequest& request);
 
-//  Returns the answer record for the query of an open.
+//  Returns the SOA record with which a server answers the query that open sends.
 AnswerRecord soaOf(const std::string& zone);
 
 //  Returns message preceded by its length.

@@ -1,4 +1,4 @@
-//  The shared library and its modules: exported symbols and needed libraries; and a load of the library.
+//  The shared library and its modules: soname, exported symbols, needed libraries, and one load of the library.
 #include "rdbapi.h"
 
 #include <algorithm>

@@ -6,7 +6,8 @@
 //  (-shm) is not recorded, because SQLite creates it again after a power failure.
 //
 //  The power may fail after any call. Everything flushed before is on the disk. Of the other calls, the disk has all,
-//  none, all except one, or only one. Of the changes of names, it has all or only the flushed changes.
+//  none, all except one, or only one. It may also have all changes of names, and none or only one of the changes of
+//  data.
 //
 //  Threads: recording is for one thread.
 #ifndef TESTS_UNIT_OPEN_RECORDED_DISK_H

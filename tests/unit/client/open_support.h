@@ -1,5 +1,5 @@
-//  Shared by the tests of the open client library: a temporary folder for each test, records, and waiting for other
-//  threads. A wait ends as soon as its condition is true. Its limit only matters for a test that would otherwise hang.
+//  Shared by the tests of the open client library: a temporary folder, records, and waiting for other threads. A wait
+//  ends as soon as its condition is true. Its limit only matters for a test that would otherwise hang.
 #ifndef TESTS_UNIT_OPEN_SUPPORT_H
 #define TESTS_UNIT_OPEN_SUPPORT_H
 

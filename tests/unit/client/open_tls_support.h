@@ -47,9 +47,9 @@ const Pki& pki();
 class TlsServer {
 public:
     struct Options {
-        const Identity* identity = nullptr;       // null for that of pki()
-        const Identity* intermediate = nullptr;   // sent with it
-        const Identity* clientsIssuer = nullptr;  // a client certificate is required if not null
+        const Identity* identity = nullptr;       // null: the server of pki()
+        const Identity* intermediate = nullptr;   // its certificate is sent, too; null: none
+        const Identity* clientsIssuer = nullptr;  // not null: a certificate of a client that it has issued is required
         int minVersion = 0;
         int maxVersion = 0;
         std::uint16_t upstream = 0;  // port on loopback that gets what arrives and sends the answers; 0: answer does it
@@ -90,7 +90,7 @@ private:
     std::thread thread_;
 };
 
-//  Has no limit of time.
+//  Waits without a time limit.
 class ReadyWaiter : public rdbopen::Waiter {
 public:
     Result wait(int descriptor, short events, std::chrono::milliseconds) const noexcept override {

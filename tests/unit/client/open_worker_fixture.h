@@ -30,7 +30,7 @@ inline Inbox<std::string> reports;                           // syslog texts
 inline thread_local bool expireWaits = false;
 inline thread_local std::function<bool()> expireWhen;  // an expiring wait first waits until this returns true
 inline thread_local bool failNew = false;
-inline thread_local std::int64_t waitLimit = 0;  // ms from the start of the last caller's wait to its deadline
+inline thread_local std::int64_t waitLimit = 0;  // ms, time limit of this thread's last wait on a condition
 
 class WorkerTest : public testing::Test {
 protected:

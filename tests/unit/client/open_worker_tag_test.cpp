@@ -193,7 +193,7 @@ TEST_F(WorkerTagQuery, AnAbandonedQueryEndsTheExchangeAndTheConnection) {
     EXPECT_EQ(reports.take(), "rdbapi: fake: no answer");
 }
 
-TEST_F(WorkerTagQuery, AQueryAbandonedInTheQueueEndsTheCurrentExchange) {
+TEST_F(WorkerTagQuery, AQueryAbandonedInTheQueueDisconnects) {
     connect();
     skipBackoff = false;
     beSilent();
