@@ -258,7 +258,7 @@ TEST_F(OpenDnsBackend, ANameOutsideTheZoneIsNeverSent) {
     EXPECT_EQ(server.connections(), 1);
 }
 
-TEST_F(OpenDnsBackend, ANameTooLongForItsRecordsIsNeverSent) {
+TEST_F(OpenDnsBackend, ANameTooLongForItsRecordsIsABadRequest) {
     start();
     const std::string label(60, 'a');
     const std::string name = label + "." + label + "." + label + "." + label.substr(0, 50) + ".example.org";
@@ -270,7 +270,7 @@ TEST_F(OpenDnsBackend, ANameTooLongForItsRecordsIsNeverSent) {
     EXPECT_NE(reply.find("is too long for its records"), std::string::npos);
 }
 
-TEST_F(OpenDnsBackend, ARequestThatDoesNotFitOneMessageIsNeverSent) {
+TEST_F(OpenDnsBackend, ARequestThatDoesNotFitOneMessageIsABadRequest) {
     start();
     const auto text = [](int count) {
         std::string list;

@@ -1,4 +1,4 @@
-//  The back end dyndns2: its url, its requests, and what it does after each answer of a provider.
+//  The back end dyndns2: its url, its requests, and what it does after each kind of answer of a provider.
 #include "dyndns2/answer.h"
 #include "dyndns2/provider_url.h"
 #include "open_tls_support.h"

@@ -239,7 +239,7 @@ TEST(DesiredState, AFailureEndsTheConfirmation) {
     }
 }
 
-TEST(DesiredState, ARefreshSendsEverythingAgainAndConfirmsIt) {
+TEST(DesiredState, ARefreshSendsValueAndRequestAgainAndConfirmsThemAndTheTag) {
     Holder holder;
     DesiredState desired = accepted(holder);
     holder.values.clear();

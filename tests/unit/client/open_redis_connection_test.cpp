@@ -178,7 +178,7 @@ TEST_F(RedisConnection, AnAnswerWithoutPausesIsEndedAtTheTimeLimit) {
     EXPECT_EQ(backend->probe().reason, "the server does not answer in time");
 }
 
-TEST_F(RedisConnection, AnAnswerInPiecesOfAnySizeIsAccepted) {
+TEST_F(RedisConnection, ARequestThatIsSentByteByByteArrives) {
     open();
     sendAtMost = 1;
     EXPECT_EQ(import().code, 0);

@@ -14,7 +14,7 @@ namespace {
 using namespace opentest;
 using namespace rdbopen;
 
-//  The socket of a syslog daemon. The daemon reads only when the test calls read.
+//  The socket of a syslog daemon. The daemon reads only when the test calls read or readOfNextConnection.
 class Daemon {
 public:
     Daemon(const std::string& path, int type) : descriptor_(socket(AF_UNIX, type, 0)) {

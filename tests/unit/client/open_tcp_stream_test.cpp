@@ -63,7 +63,7 @@ namespace {
 using namespace opentest;
 using namespace rdbopen;
 
-//  A listening socket on ::1 and, after accept, the server's end of the connection.
+//  A listening socket on ::1 and, after take, the server's end of the connection.
 class Peer {
 public:
     Peer() : listener_(__real_socket(AF_INET6, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
