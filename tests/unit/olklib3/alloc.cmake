@@ -21,8 +21,8 @@ addrpubd_unit_test(olk_alloctor_test
     WRAP mmap munmap sysconf
         pthread_spin_init pthread_spin_destroy pthread_spin_lock pthread_spin_unlock)
 
-#  These programs record their system calls from the first mapping to the last. They are linked in four orders: their
-#  objects before or after the library, and in both orders relative to each other.
+#  These programs print each call of mmap, munmap and mallopt that the library makes. They are linked in four orders:
+#  their objects before or after the library, and in both orders relative to each other.
 set(exit_order_calls mmap munmap mallopt)
 function(exit_order_program name)
     add_executable(${name} ${ARGN})
@@ -51,8 +51,8 @@ target_compile_definitions(olk_alloctor_test PRIVATE
     TEST_DATA="${PROJECT_SOURCE_DIR}/tests/data"
     EXIT_ORDER_COMMAND="${exit_order_command}")
 
-#  On a processor of another kind the first file of the library does not compile, and the message names the reason. The
-#  compiler gets the macros of such a processor.
+#  On a processor of another kind olk_mapping.h does not compile, and the message names the reason. The compiler gets
+#  the macros of such a processor.
 foreach(processor of_32_bits:__SIZEOF_POINTER__=4 that_is_big_endian:__BYTE_ORDER__=__ORDER_BIG_ENDIAN__)
     string(REGEX MATCH "(.*):(.*)=(.*)" all ${processor})
     add_test(NAME olk_platform.a_processor_${CMAKE_MATCH_1}_is_refused

@@ -1,5 +1,5 @@
 //  A program that logs its start and its exit. It writes one line for each mapping, unmapping and call of mallopt, and
-//  for each construction and destruction of a global object.
+//  for each construction and destruction of a keeper.
 #ifndef EXIT_ORDER_H
 #define EXIT_ORDER_H
 
@@ -9,7 +9,7 @@
 void write_line(const char* what, unsigned long long first, unsigned long long second);
 void write_line(const char* what);
 
-//  A global object that holds pooled memory until it is destroyed.
+//  A global object, or a static object of main, that holds pooled memory until it is destroyed.
 class keeper {
 public:
     explicit keeper(const char* name);

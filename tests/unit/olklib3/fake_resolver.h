@@ -28,7 +28,8 @@ public:
     //  lookup succeeds with an empty list.
     void add(const std::string& name, std::vector<std::string> addresses);
 
-    //  If true, address literals are also answered without the real resolver. This is much faster.
+    //  If true, address literals that inet_pton accepts are also answered without the real resolver. This is much
+    //  faster.
     bool answers_literals = false;
 
     std::vector<std::string> asked;                    // requested names, in order
@@ -54,8 +55,9 @@ private:
     std::vector<addrinfo*> real_;
 };
 
-//  Adds the names that the tests share: both.example has an address of each family, IPv6 first; four.example and
-//  six.example have one family each; local.example has neither; empty.example resolves to an empty list.
+//  Adds the names that the tests share: both.example has two addresses of each family, first an IPv6 address;
+//  four.example and six.example have one family each; local.example has neither; empty.example resolves to an empty
+//  list.
 void add_example_names(FakeResolver& resolver);
 
 #endif

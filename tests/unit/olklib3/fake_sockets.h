@@ -3,7 +3,7 @@
 //  Test programs are linked with --wrap for socket, setsockopt, fcntl, sendto, shutdown, close, inet_pton, malloc,
 //  operator new and the pool's malloc_. At most one object exists at a time; without an object the real calls are made.
 //
-//  Threads: any thread may call sendto. All other functions are called by one thread.
+//  Threads: any thread may call sendto, malloc, operator new and malloc_. All other functions are called by one thread.
 #ifndef FAKE_SOCKETS_H
 #define FAKE_SOCKETS_H
 
@@ -31,8 +31,8 @@ public:
     FakeSockets(const FakeSockets&) = delete;
     FakeSockets& operator=(const FakeSockets&) = delete;
 
-    //  The calls in order, except sendto. Examples: "socket 2 2 17", "close 1000". The first socket has descriptor
-    //  1000.
+    //  The calls of socket, fcntl, setsockopt, shutdown and close, in order. Examples: "socket 2 2 17", "close 1000".
+    //  The first socket has descriptor 1000.
     std::vector<std::string> calls;
     std::vector<Datagram> sent;
 
@@ -53,7 +53,7 @@ public:
     int option(int fd, int level, int name, const void* value, socklen_t length);
     ssize_t send(const Datagram& datagram);
 
-    //  Returns the number of memory requests of this program so far, to the pool and to the C and C++ heaps.
+    //  Returns the number of calls of malloc, operator new and the pool's malloc_ that this program has made.
     static long requests();
 
 private:

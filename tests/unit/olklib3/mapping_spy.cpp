@@ -20,8 +20,8 @@ std::atomic<bool> recording;
 std::atomic<bool> recording_locks;
 mmap_request latest_mmap;
 
-//  Numbers of calls until the failures start and until they end. skip is 1 if the next call fails, and 0 if no call
-//  fails.
+//  skip: number of the first call that fails, counted from the next call as 1; 0 if no call fails. left: number of
+//  calls that fail.
 struct failure {
     size_t skip;
     size_t left;

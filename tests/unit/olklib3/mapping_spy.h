@@ -1,8 +1,8 @@
-//  Records these calls of the allocator: mmap, munmap, sysconf, mallopt and those of the spinlocks.
+//  Records these calls of the allocator: mmap, munmap, sysconf, and init, destroy, lock and unlock of its spinlocks.
 //
 //  The test program is linked with --wrap for each of these functions, so all calls of the library reach this file
-//  first. While a watch exists, the calls are recorded. A watch can also make mappings fail or change the reported page
-//  size.
+//  first. While a watch exists, the calls are recorded; those of the spinlocks only with scope::memory_and_locks. A
+//  watch can also make mappings and unmappings fail or change the reported page size.
 //
 //  Threads: at most one watch exists at a time, and only while a single thread uses the allocator. Any thread may count
 //  lock-order violations.
@@ -53,7 +53,8 @@ public:
     //  Returns the calls as text: "mmap 4096", "mmap 4096 failed", "munmap 4096", "sysconf", "lock NAME", "unlock
     //  NAME", "init NAME", "destroy NAME". If the mapping has a name, unmapping it is "munmap NAME".
     std::vector<std::string> trace() const;
-    //  Sets the name of the object at address in the trace. A lock without a name is "lock".
+    //  Sets the name of the object at address in the trace. Without a name the line of a lock is only "lock", "unlock",
+    //  "init" or "destroy".
     void name(const void* address, const std::string& name);
     //  Discards the recorded calls.
     void clear();

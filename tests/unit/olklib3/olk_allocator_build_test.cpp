@@ -80,7 +80,7 @@ TEST(AllocatorBuild, TheTableStartsWithThirtyClassesAndNullsAfterThem) {
     EXPECT_TRUE(allocator.valid());
 }
 
-TEST(AllocatorBuild, TheProcessWideTableHasTheSameThirtyClasses) {
+TEST(AllocatorBuild, TheProcessWideTableHasThirtyClasses) {
     EXPECT_EQ(olk::get_olk_allocator()->classcount, 30);
     EXPECT_TRUE(olk::get_olk_allocator()->valid());
 }

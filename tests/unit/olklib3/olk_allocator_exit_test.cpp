@@ -1,4 +1,4 @@
-//  Start and exit of a program with global objects in several source files, in every link order.
+//  Start and exit of a program with global objects in several source files, in four link orders.
 #include <gtest/gtest.h>
 
 #include <algorithm>

@@ -1,4 +1,5 @@
-//  The allocator when memory is exhausted: it returns null and changes nothing.
+//  The allocator when memory is exhausted: a request returns null and changes nothing, and a class whose first heap is
+//  missing at the start is left out. Also the allocator when memory cannot be unmapped.
 #include "mapping_spy.h"
 #include "size_classes.h"
 #include "surroundings.h"
@@ -97,7 +98,7 @@ TEST(AllocatorLimitAtStart, WithoutItsFirstPageTheObjectHeapIsEmptyButTheClasses
     EXPECT_EQ(whole.alloc.classcount, 30);
 }
 
-TEST(AllocatorLimitAtStart, WithoutRecordsTheTableIsEmptyAndEveryRequestIsABigBlock) {
+TEST(AllocatorLimitAtStart, WithoutRecordsTheTableIsEmptyAndASmallRequestIsABigBlock) {
     const spy::no_more_records full;
     spy::watch watch;
     watch.fail_mmap(1);
@@ -140,7 +141,7 @@ size_t run_with_failure_at(size_t nth) {
     return watch.count(spy::kind::mmap);
 }
 
-TEST(AllocatorLimit, AFailedMmapAtAnyCallAffectsOnlyThatCall) {
+TEST(AllocatorLimit, AFailedMmapAtAnyCallMakesAtMostOneRequestFail) {
     const size_t mappings = run_with_failure_at(0);
     ASSERT_GT(mappings, 60u);
     for (size_t nth = 1; nth <= mappings; ++nth) {

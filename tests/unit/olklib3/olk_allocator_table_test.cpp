@@ -30,7 +30,7 @@ TEST_P(AllocatorTable, StartsWithItsFirstHeapOrWithoutAHeap) {
     }
 }
 
-TEST_P(AllocatorTable, GetsTheReducedFirstHeap) {
+TEST_P(AllocatorTable, GetsItsFirstHeap) {
     spy::watch watch;
     EXPECT_NE(allocator.malloc_(row.blksize, nullptr), nullptr);
     EXPECT_EQ(watch.lengths(spy::kind::mmap),

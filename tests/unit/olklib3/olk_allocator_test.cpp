@@ -258,7 +258,7 @@ TEST(AllocatorForkDeathTest, AForkedChildWorksOnItsOwnCopy) {
     allocator.free_(p);
 }
 
-TEST(AllocatorChiefHeader, IncludesTheString) {
+TEST(AllocatorMainHeader, IncludesTheString) {
     const olk::string text("chief");
     EXPECT_EQ(text.size(), 5u);
 }

@@ -1,4 +1,4 @@
-//  Eight threads that use one allocator. These tests are also run with the thread sanitizer.
+//  Eight threads that use one allocator. All but one of these tests are also run with the thread sanitizer.
 #include "mapping_spy.h"
 #include "surroundings.h"
 
@@ -60,9 +60,9 @@ bool intact(const parcel& found) {
     return std::count(found.p, found.p + found.checked(), found.fill) == static_cast<ptrdiff_t>(found.checked());
 }
 
-//  Runs the given number of rounds. Each round allocates one block and passes it to another thread. For 32 rounds no
-//  received block is freed, then two per round for 32 rounds, so that the load varies. Returns the number of damaged
-//  blocks.
+//  Runs the given number of rounds. Each round allocates one block and puts it into the exchange, from which any thread
+//  may take it. For 32 rounds no block is taken; then, for 32 rounds, up to two blocks per round are taken and freed.
+//  So the load varies. Returns the number of damaged blocks, or -1 if memory is exhausted.
 int work(olk::allocator& allocator, exchange& between, unsigned seed, int rounds) {
     std::mt19937 random(seed);
     int damaged = 0;

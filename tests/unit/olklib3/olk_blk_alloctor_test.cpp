@@ -53,7 +53,7 @@ TEST(BlkAlloctorLayout, AHeapRecordLiesInTheObjectHeapNotInItsOwnMapping) {
     EXPECT_TRUE(record < cls.heaps->base || record >= cls.heaps->base + cls.heaps->maplen);
 }
 
-TEST(BlkAlloctorFirstHeap, HasAtMost32768Bytes) {
+TEST(BlkAlloctorFirstHeap, IsReducedOnlyAbove32768Bytes) {
     EXPECT_EQ(size_class::first_heap_count(1, 32768), 32768u);
     EXPECT_EQ(size_class::first_heap_count(1, 32769), 32768u);
 }
@@ -331,8 +331,8 @@ TEST_F(BlkAlloctor, WithoutAHeapRecordTheRequestReturnsNullAndNothingIsMapped) {
     EXPECT_EQ(cls.freecount, 0u);
 }
 
-//  Returns the line that the C library prints when the assertion for a damaged class fails. The line is in the language
-//  of the locale.
+//  Returns the line that the C library prints in the C locale when the assertion for a damaged class fails. In another
+//  locale the line may be translated.
 std::string broken_class_line() {
     return std::string(program_invocation_short_name) +
            ": ../com/olklib3/olk_alloctor:597: void* olk::blk_alloctor<LOCK>::malloc_(size_t*) [with LOCK = "

@@ -174,7 +174,7 @@ TEST_F(BlkRelease, TheExceptionComparesWithTheClassesBlocksPerHeap) {
 }
 
 TEST(BlkReleaseSmallFirstHeap, TheFreeCountIncludesTheBlocksOfASmallHead) {
-    //  The head has 64 blocks, each other heap 65. One free block in the head and 64 in the last heap make 65.
+    //  The head has 64 blocks, each other heap 65.
     size_class cls(512, 65);
     std::vector<void*> blocks;
     for (int i = 0; i < 64 + 3 * 65; ++i)
@@ -226,7 +226,7 @@ TEST(BlkDestruction, UnmapsEveryHeapInListOrderFreesTheRecordsAndDestroysTheLock
     EXPECT_EQ(free_records(), records);
 }
 
-TEST(BlkDestruction, TheHeapRecordsAreZeroedAndFreed) {
+TEST(BlkDestruction, AHeapRecordIsZeroed) {
     auto* cls = new size_class(16, 4);
     cls->malloc_(nullptr);
     const olk::blk_heap* heap = cls->heaps;
@@ -234,7 +234,7 @@ TEST(BlkDestruction, TheHeapRecordsAreZeroedAndFreed) {
     EXPECT_TRUE(zeroed_behind_the_link(heap, sizeof(olk::blk_heap)));
 }
 
-TEST(BlkDestruction, TheClassRecordIsZeroedAndFreed) {
+TEST(BlkDestruction, TheClassRecordIsZeroedUpToItsLock) {
     auto* cls = new size_class(16, 4);
     cls->malloc_(nullptr);
     const void* volatile record = cls;  // volatile lets the test read the memory of the destroyed object

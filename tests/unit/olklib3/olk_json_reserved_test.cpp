@@ -1,5 +1,6 @@
-//  Writes members and string values into a buffer with enough room. Each is then written in one operation; texts of 16
-//  characters or more are copied 16 at a time.
+//  Writes members and string values into a buffer that has room. A key, and a text of 16 characters or more without
+//  escapes, are then written at once, the text in steps of 16 characters. The result must be that of piecewise writing,
+//  and so must the growth of the buffer if the room is too small.
 #include "olk_json.h"
 
 #include <gtest/gtest.h>
@@ -50,8 +51,8 @@ TEST(JsonReserved, AnAddressIsWrittenWhole) {
     EXPECT_EQ(written(address), '"' + address + '"');
 }
 
-//  Calls the functions write and pieces after each text that fits a buffer of 120 bytes, and compares the results. If
-//  the room is too small, both must grow the buffer in the same way.
+//  Calls the functions write and pieces after texts of each length that fits a buffer of 120 bytes, and compares the
+//  results. If the room is too small, both must grow the buffer in the same way.
 template <class WRITE, class PIECES>
 void grows_as_for_pieces(WRITE write, PIECES pieces) {
     for (size_t before = 0; before <= 119; ++before) {

@@ -220,7 +220,7 @@ TEST(Log, TheVirtualOperationsAreInThisOrder) {
     EXPECT_EQ(slot<void (olk::ilog::*)()>(&olk::ilog::release), 9);
 }
 
-TEST(Log, TheBaseHasNoDataAndNoBase) {
+TEST(Log, TheInterfaceHasNoData) {
     EXPECT_TRUE(std::is_abstract_v<olk::ilog>);
     EXPECT_EQ(sizeof(olk::ilog), sizeof(void*));
 }

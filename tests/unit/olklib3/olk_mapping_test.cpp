@@ -76,7 +76,7 @@ TEST(UnmapPages, ReportsWhetherTheSystemUnmappedIt) {
     EXPECT_TRUE(olk::unmap_pages(p, page));
 }
 
-TEST(Words, AreReadAsTheyWereStoredAtAnyAlignment) {
+TEST(Words, AreReadAsTheyWereStoredAtAnUnalignedAddress) {
     char bytes[17] = {};
     olk::store_word<uint64_t>(bytes + 1, 0x0123456789abcdefU);
     EXPECT_EQ(olk::load_word<uint64_t>(bytes + 1), 0x0123456789abcdefU);

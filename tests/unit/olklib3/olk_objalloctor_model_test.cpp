@@ -1,5 +1,5 @@
-//  Two subjects: the process-wide object heap that memheap_ uses; and an object heap that is compared with a simple
-//  model, under random operations.
+//  Three subjects: the process-wide object heap that memheap_ uses; an object heap that is compared with a simple
+//  model, under random operations; and an object heap that eight threads use.
 #include "mapping_spy.h"
 #include "olk_objalloctor.h"
 

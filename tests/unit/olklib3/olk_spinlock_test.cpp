@@ -32,7 +32,7 @@ TEST(Spinlock, IsPrivateToTheProcess) {
     EXPECT_EQ(watch.calls()[0].value, size_t{PTHREAD_PROCESS_PRIVATE});
 }
 
-TEST(Spinlock, UsesTheThreadLibraryForEveryOperation) {
+TEST(Spinlock, UsesTheSpinlockOfTheThreadLibrary) {
     spy::watch watch(spy::scope::memory_and_locks);
     {
         olk::spinlock lock;

@@ -8,7 +8,7 @@
 
 namespace {
 
-//  While an object exists, every request for memory fails.
+//  While an object exists, every request of a watched_string for memory fails.
 struct no_memory {
     no_memory() { watched_alloctor::refusing = true; }
     ~no_memory() { watched_alloctor::refusing = false; }

@@ -45,7 +45,8 @@ struct watched_alloctor {
 struct mapped_alloctor {
     static inline std::vector<size_t> requests;
     static inline std::map<const void*, size_t> blocks;  // size of each allocated block in bytes
-    //  The usable size that is reported to the string. It is small, so that moving a block of 4 GiB copies few bytes.
+    //  The size that usable_size reports. It is small, so that moving a block of 4 GiB copies few bytes. malloc_
+    //  reports the size of the request.
     static constexpr size_t reported_usable = 64;
 
     static void* malloc_(size_t size, size_t* outsize) {

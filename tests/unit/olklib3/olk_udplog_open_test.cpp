@@ -134,7 +134,7 @@ TEST_F(UdpLog, AFailedReopeningLeavesNoSocket) {
     EXPECT_EQ(log.sock, -1);
 }
 
-TEST_F(UdpLog, AFailedOpenChangesNothing) {
+TEST_F(UdpLog, AnOpenThatFailsBeforeTheSocketChangesNothing) {
     ASSERT_EQ(log.open("udp://192.0.2.10:5140/netsvc?level=dbg"), 0);
     sockets.take_calls();
     const char* const failing[] = {nullptr,
@@ -263,7 +263,7 @@ TEST_F(UdpLog, LeadingEmptyKeysAndValuesAreSkipped) {
     EXPECT_EQ(level_after("level=&&err&dbg"), 10);
 }
 
-TEST_F(UdpLog, AKeyOf15CharactersIsReadAndAKeyOf16EndsTheParsing) {
+TEST_F(UdpLog, AValueOf15CharactersIsReadAndAValueOf16EndsTheParsing) {
     EXPECT_EQ(level_after("level=000000000000031"), 31);
     EXPECT_EQ(level_after("level=0000000000000031"), 30);
 }

@@ -31,7 +31,7 @@ TEST_F(OpenUdpLog, AddSendsTheHeaderLineAndTheText) {
     EXPECT_EQ(bytes.size(), 48u);
 }
 
-TEST_F(OpenUdpLog, AppendSendsTheFieldsInItsOwnOrder) {
+TEST_F(OpenUdpLog, AppendSendsTheOrderAppend) {
     EXPECT_EQ(log.append(30, "%s", "more"), 51);
     EXPECT_EQ(sockets.take_datagram().bytes, "{\"order\":\"append\",\"level\":30,\"cabin\":\"netsvc\"}\nmore");
 }

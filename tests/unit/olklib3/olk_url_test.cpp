@@ -145,7 +145,7 @@ struct scarce_alloctor {
     static size_t usable_size(const void* p) { return olk::allocator::usable_size(p); }
 };
 
-TEST_F(Url, WithoutMemoryCharactersAreSkipped) {
+TEST_F(Url, TheWholeTextIsParsedOnlyWithEnoughMemory) {
     using scarce = olk::string_<scarce_alloctor, unsigned int, char, void>;
     const std::string text = "udp://192.0.2.10:5140/" + std::string(100, 'p') + "?" + std::string(100, 'a');
     bool good = false;

@@ -93,7 +93,7 @@ TEST(HeapWalk, DetectsAFreeBlockThatWasNeverAllocated) {
     EXPECT_TRUE(cls.valid());
 }
 
-TEST(HeapWalk, DetectsAFreeBlockThatNamesAnotherHeap) {
+TEST(HeapWalk, DetectsAFreeBlockWhoseHeaderDoesNotNameItsHeap) {
     size_class cls(16, 4);
     void* const block = cls.malloc_(nullptr);
     free_in(cls, block);

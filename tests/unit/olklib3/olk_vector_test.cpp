@@ -69,7 +69,7 @@ TEST(Vector, AllocatesFromThePooledAllocatorAndFrees) {
     EXPECT_EQ(smallest->freecount, before);
 }
 
-TEST(Vector, GrowingRequestsMoreThanTwiceTheElements) {
+TEST(Vector, AThousandElementsNeedAtMostTenGrowths) {
     struct three_words {
         uint64_t words[3];
     };

@@ -1,4 +1,4 @@
-#  Tests of the string, the JSON writers, the logs, and the word reader.
+#  Tests of the string, the word reader, the JSON writers, the log interface and the console log.
 
 addrpubd_unit_test(olk_string_test
     SOURCES
