@@ -94,7 +94,7 @@ TEST_F(Parent, ATextOf512BytesIsPrintedCompletely) {
     EXPECT_EQ(prints({std::string(512, 'm'), "\0"s, "finished\0"s}), std::string(512, 'm') + "finished\n");
 }
 
-TEST_F(Parent, AMessageOfMoreThan512BytesStaysInTheQueue) {
+TEST_F(Parent, AMessageOfMoreThan512BytesIsNotPrinted) {
     for (int poll = 1; poll <= 400; ++poll)
         system.incoming[poll].bytes = std::string(513, 'm');
     EXPECT_EQ(system.start(), 0);
@@ -241,7 +241,7 @@ class Child : public testing::Test {
 protected:
     Child() { system.forked = 0; }
 
-    //  Returns the calls of a child, starting with the fork.
+    //  Returns the calls of a child, which are those after the fork.
     Lines calls_of_child() {
         const auto fork = std::find(system.calls.begin(), system.calls.end(), "fork");
         return fork == system.calls.end() ? Lines{"no fork"} : Lines(fork + 1, system.calls.end());

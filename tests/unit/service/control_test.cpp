@@ -1,5 +1,4 @@
-//  The commands stop and status: their results, output and signals. The test determines the kernel's answers to queries
-//  of the lock.
+//  The commands stop and status: their output and signals. A test can set the kernel's answers to queries of the lock.
 #include "fake_process.h"
 
 #include <gtest/gtest.h>
@@ -258,7 +257,7 @@ TEST_F(Control, EveryCheckClosesTheFile) {
     EXPECT_EQ(system.take_calls(), Lines{"close pid file"});
 }
 
-TEST_F(Control, KeepsTheOpenPidFileOfTheDescriptor) {
+TEST_F(Control, DoesNotSetThePidFileOfTheDescriptor) {
     lock({held, unlocked});
     stop();
     status();

@@ -1,5 +1,5 @@
-//  The single-instance check, the foreground run up to its first cycles, and the usage text. Each run is a child
-//  process with its own pid file, ini file and client library.
+//  The single-instance check, the foreground run up to its first passes, the pid file's claim and the usage text. Each
+//  run is a child process with its own pid file, ini file and client library.
 #include "daemon.h"
 #include "exitsignal.h"
 
@@ -109,7 +109,7 @@ TEST_F(RunConsole, KeepsSessionDirectoryAndUmask) {
     EXPECT_EQ(ended.out, "Start success!\n\n111");
 }
 
-TEST_F(RunConsole, RepeatsTheCycleForever) {
+TEST_F(RunConsole, MakesAThousandPassesWithoutReturning) {
     const Ended ended = inChild([] {
         int passes = 0;
         platform::hooks().nanosleep = [&](const timespec*) {

@@ -95,7 +95,7 @@ TEST_F(UpdateLimits, TheBufferIsReservedBeforeTheTextIsWritten) {
     EXPECT_EQ(last, 416U);
 }
 
-TEST_F(UpdateLimits, EveryBlockIsFreedOnEveryPath) {
+TEST_F(UpdateLimits, EveryBlockIsFreedIfTheRequestIsAcceptedAndIfItIsRefused) {
     for (const int result : {0, 5}) {
         recording_rdb::script_result(Function::callmsg, recording_rdb::every_call, result);
         const long before = platform::pool_blocks;

@@ -13,7 +13,7 @@ using recording_rdb::Function;
 
 using UpdateDomain = PublishTest;
 
-//  All tests use a fixed time zone.
+//  The time zone is UTC, unless a test sets another one.
 class RequestText : public testing::Test {
 protected:
     RequestText() { setZone("UTC0"); }

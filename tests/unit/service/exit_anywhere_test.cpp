@@ -1,6 +1,6 @@
 //  Delivers the exit signal at randomly chosen instructions of the publish cycle. Among them are instructions inside
 //  the allocator's locks, the C library's allocator and output, and calls of the client library. The process must
-//  always take all steps of its shutdown, without reaching a time limit of the shutdown.
+//  always take all steps of its shutdown, so no time limit of the shutdown may end it earlier.
 #include "daemon.h"
 #include "exitsignal.h"
 #include "olk_allocator.h"
@@ -33,7 +33,7 @@
 
 namespace {
 
-//  Far above the time limits of the shutdown (exitsignal.h). A child that reaches one of those limits has not taken all
+//  Far above the time limits of the shutdown (exitsignal.h). A child that one of those limits ends has not taken all
 //  steps, so the test fails.
 constexpr int hang_seconds = 30;
 constexpr std::size_t walked_instructions = 120'000;  // about ten cycles
@@ -41,8 +41,8 @@ constexpr unsigned max_occurrence = 6;
 
 const char* const every_step = "disconnected 2, destroyed 2, exit functions 1 and 1";
 
-//  Number of signals in a run: ADDRPUBD_EXIT_ROUNDS in the environment (scripts/test --full sets 20,000), otherwise
-//  2,000.
+//  Number of signals in the first test: ADDRPUBD_EXIT_ROUNDS in the environment (scripts/test --full sets 20,000),
+//  otherwise 2,000. The second test sends a tenth of them.
 int exitRounds() {
     const char* rounds = std::getenv("ADDRPUBD_EXIT_ROUNDS");
     return rounds == nullptr ? 2'000 : std::atoi(rounds);
@@ -52,7 +52,7 @@ int exitRounds() {
 //  at the fork. So a child may never execute an instruction that another child executes, and must end anyway.
 constexpr int max_passes = 100;
 
-//  The steps of the shutdown that a child has taken. The object is in memory shared with the parent.
+//  The steps of the shutdown that a child has taken, and its passes. The object is in memory shared with the parent.
 struct Steps {
     int disconnected;
     int destroyed;
@@ -67,7 +67,7 @@ RdbReply reply = nullptr;
 time_t second = 1'744'350'000;
 unsigned listed = 0;
 
-//  Returns lists of one, two or three addresses in turn.
+//  The simulated interface list. It starts at each of the three entries in turn, so it has one, two or three addresses.
 ifaddrs entries[3];
 sockaddr_in6 addresses[3];
 
@@ -221,7 +221,7 @@ protected:
                std::to_string(steps->last_exits);
     }
 
-    //  Returns whether the child holds a lock of the allocator. The value of a free lock is known from this process.
+    //  Returns whether the child holds the lock of a size class. The value of a free lock is known from this process.
     static bool holdsALock(const TracedChild& child) {
         const olk::allocator& allocator = *olk::get_olk_allocator();
         return std::any_of(allocator.classes, allocator.classes + allocator.classcount, [&](const auto* size_class) {

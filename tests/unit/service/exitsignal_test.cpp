@@ -46,8 +46,8 @@ namespace {
 enum class Timer { real, none, driven };
 Timer timer = Timer::real;  // driven: the test raises the timer's signals itself
 
-//  Shortens long ticks. Only for tests that wait until the end of a time limit: with short ticks, a limit can expire while
-//  a sanitizer or a loaded machine delays the exit.
+//  Shortens long ticks. Only for tests that wait until the end of a time limit: with short ticks, a limit can expire
+//  while a sanitizer or a loaded machine delays the exit.
 bool shorten_ticks = false;
 
 std::atomic<bool> in_pause{false};
@@ -79,7 +79,7 @@ int __wrap_setitimer(__itimer_which_t which, const itimerval* value, itimerval* 
 
 namespace {
 
-//  A log that prints each of its calls. This shows their order among the calls of the client library.
+//  A log that prints each record and its release. This shows their order among the calls of the client library.
 class PrintingLog final : public olk::ilog {
 public:
     ~PrintingLog() override;

@@ -2,11 +2,11 @@
 //  recorded.
 //
 //      parent:  forked > 0; incoming contains the message of each poll
-//      child:   forked == 0; sent texts are stored; the start ends with LoopLeft or exit
+//      child:   forked == 0; sent texts are stored; the start ends with LoopLeft or exit, or returns if chdir fails
 //
-//  Test programs are linked with --wrap for each call in fake_process.cpp. At most one object exists at a time; without
-//  an object the real calls are made. The pid file is a real file in a separate folder; a test may supply the state of
-//  its lock.
+//  Test programs are linked with --wrap for each call in fake_process.cpp. The calls go to the object that was created
+//  last. Without an object, and after that object is destroyed, the real calls are made. The pid file is a real file in
+//  a separate folder; a test may supply the state of its lock.
 //
 //  Threads: one thread only.
 #ifndef FAKE_PROCESS_H
@@ -55,7 +55,7 @@ public:
     void write_pid_file(const std::string& text) const;
 
     CDaemon daemon;
-    Lines calls;        // in order, without polls that got no message and without lock queries
+    Lines calls;        // in order; without lock queries, the usual sleeps, and polls that got no message
     std::string print;  // output of start()
 
     pid_t forked = 4321;  // result of fork
@@ -81,7 +81,7 @@ public:
     std::vector<std::pair<std::size_t, long>> receptions;  // requested size and type of each msgrcv
     Lines flags;                                           // flags of msgsnd and msgrcv
 
-    //  For the wrapped calls only.
+    //  For the wrapped calls. Tests also use looks, pid_file and run.
     void note(std::string line);
     std::string folder;
     int looks = 0;

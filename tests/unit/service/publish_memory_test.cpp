@@ -1,4 +1,4 @@
-//  The memory that a cycle takes from the pool and frees again.
+//  The memory that a cycle takes and frees again, and a cycle without memory.
 #include "no_memory.h"
 #include "service_platform.h"
 #include "service_publish.h"

@@ -1,6 +1,6 @@
 //  Compares the publish cycle with a model over many random steps: events, changes of the clock and of the addresses,
-//  and result codes of all calls. The test compares the calls with the bytes of their records, the log records and the
-//  members of the service object.
+//  and result codes of all calls. After each step these are compared: the calls (including the bytes of their records),
+//  the log records, and the flags, times, lists and request number of the service object.
 #include "service_publish.h"
 
 #include <cstring>

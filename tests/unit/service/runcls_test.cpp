@@ -1,4 +1,4 @@
-//  The start of the service object, with each possible failure; and its destruction.
+//  The start of the service object, with its failures; the choice of the log; and destruction.
 #include "runcls.h"
 
 #include "recording_rdb.h"
@@ -160,7 +160,7 @@ TEST_F(ServiceStart, AnEmptyHostNameFails) {
     EXPECT_EQ(callsMade(), Lines{});
 }
 
-TEST_F(ServiceStart, AnEmptyFileOrADirectoryFailsWithoutALog) {
+TEST_F(ServiceStart, AnEmptyFileOrADirectoryFailsSilently) {
     EXPECT_FALSE(startWith(""));
     EXPECT_EQ(printed, "");
     run.emplace();

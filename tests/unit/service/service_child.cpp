@@ -12,7 +12,8 @@
 
 namespace {
 
-//  Time after which a hanging child is ended. Tests end far earlier unless they are faulty.
+//  Time after which SIGALRM ends a hanging child, unless the child uses this signal itself. Tests end far earlier
+//  unless they are faulty.
 constexpr unsigned hang_limit_seconds = 100;
 
 struct flock wholeFile() {

@@ -1,7 +1,7 @@
-//  Intercepts the system calls of the service, listed below.
+//  Intercepts calls of the service to the system and to libraries. Hooks lists those that a test can replace.
 //
 //  Test programs are linked with --wrap for each call. A call without a hook goes to the real function. reset() removes
-//  all hooks; the fixtures call it before and after each test.
+//  all hooks; most fixtures call it before and after each test.
 //
 //  The list includes the two functions of the pooled allocator, so that a test can count the service's requests and
 //  make them fail.

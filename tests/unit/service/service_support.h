@@ -1,5 +1,5 @@
-//  Shared by the tests of the service: a log that stores its records, a simulated interface list, a temporary folder,
-//  and standard output as text.
+//  Shared by the tests of the service: a log that stores its records, a simulated interface list, temporary folders and
+//  files, standard output as text, and the tables of tests/data.
 #ifndef SERVICE_SUPPORT_H
 #define SERVICE_SUPPORT_H
 
@@ -28,8 +28,7 @@ private:
     Lines lines_;
 };
 
-//  Adds each record to a trace as "level text". The object is on the stack of the test, so release() only counts its
-//  calls.
+//  Adds each record to a trace as "level text". The test owns the object, so release() only counts its calls.
 class RecordingLog final : public olk::ilog {
 public:
     explicit RecordingLog(Trace& trace) : trace_(trace) {}
@@ -49,7 +48,7 @@ private:
     Trace& trace_;
 };
 
-//  Replaces the result of getifaddrs while it exists.
+//  Replaces getifaddrs and freeifaddrs while it exists.
 class FakeInterfaces {
 public:
     using Address = std::array<std::uint8_t, 16>;
@@ -74,7 +73,7 @@ public:
 private:
     struct Entry {
         ifaddrs item;
-        sockaddr* address;  // allocated with the size of its family, so that a sanitizer detects reading beyond it
+        sockaddr* address;  // a separate block of a sockaddr_in6 or sockaddr_in; a sanitizer detects reading beyond it
     };
     void clear();
     void append(int family, const void* bytes);

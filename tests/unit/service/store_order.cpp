@@ -68,7 +68,7 @@ void onFault(int, siginfo_t* info, void*) {
     mprotect(pages, page_size, PROT_READ | PROT_WRITE);
 }
 
-//  Creates a service object whose mark is the first byte of the second page.
+//  Creates a service object whose mark is at the start of the second page.
 CRunCls& placeAcrossBorder(const Row& row) {
     alignas(CRunCls) static char sample[sizeof(CRunCls)];
     auto* first = ::new (sample) CRunCls;

@@ -18,7 +18,7 @@
 
 class TracedChild {
 public:
-    //  Forks a child that runs body, and waits until body has called ready().
+    //  The constructor forks a child that runs body, and waits until body has called ready().
     static void ready();
     explicit TracedChild(const std::function<void()>& body);
     //  Ends the child if it still exists.
