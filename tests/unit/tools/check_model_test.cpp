@@ -57,7 +57,7 @@ private:
         return oneOf(ends);
     }
 
-    //  Half of the values are valid, so that the start often gets past the first checks.
+    //  Two thirds of the values are words of settings, so that the start often gets past the first checks.
     std::string value() {
         static constexpr const char* words[] = {"h1",
                                                 "host.example",

@@ -61,8 +61,8 @@ protected:
         EXPECT_EQ(chmod(path.c_str(), mode), 0);
         return path;
     }
-    //  Reports contain error texts of the C library in the language of the locale. This function translates the
-    //  expected English texts.
+    //  Reports contain error texts of the C library in the language of the locale. This function translates the one
+    //  error text that the tests expect in English.
     static std::string translated(std::string line) {
         const std::string english = "No such file or directory";
         const std::size_t at = line.find(english);
@@ -194,7 +194,7 @@ TEST_F(Check, AFileInUtf16IsReportedInOneLine) {
     }
 }
 
-TEST_F(Check, AFileWithAHostNameIsNotReportedAsUtf16) {
+TEST_F(Check, OtherFilesAreNotReportedAsUtf16) {
     EXPECT_EQ(examinedFile("\xFF\xFE\n" + std::string("#\n") + base, 0600).table.size(), 9U);
     EXPECT_EQ(examinedFile(std::string(base) + "\xFF\xFE", 0600).table.size(), 9U);
     EXPECT_EQ(examinedFile(std::string("a\0bc\n", 5), 0600).table.size(), 9U);

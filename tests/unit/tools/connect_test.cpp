@@ -1,4 +1,4 @@
-//  The comparison of addrpubd-check --connect, with hosts files.
+//  The comparison of addrpubd-check --connect, and the deletion of --remove, with hosts files.
 #include "connect.h"
 #include "remove.h"
 #include "report.h"
@@ -104,7 +104,7 @@ TEST_F(Connect, BytesOfAServerAreShownAsPrintableText) {
     EXPECT_TRUE(said("\\x1b[31m")) << output_;
 }
 
-TEST_F(Connect, ARemovalIsConfirmedOnceForAllServers) {
+TEST_F(Connect, ARemovalIsConfirmedOnce) {
     has("2001:db8::1");
     int questions = 0;
     bool answer = false;

@@ -1,4 +1,4 @@
-//  Reads state files that the client library writes at the same time.
+//  Reads state files of the client library, also while it writes them.
 #include "engine/state_board.h"
 #include "open_support.h"
 #include "status.h"
