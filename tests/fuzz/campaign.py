@@ -1,5 +1,5 @@
 """campaign.py [--build FOLDER] [--jobs N] [SECONDS] [TARGET...]: runs the fuzz targets, each for SECONDS (default 600).
-campaign.py [--build FOLDER] --keep N TARGET...: adds inputs of the last campaigns to tests/fuzz/corpus (found.py).
+campaign.py [--build FOLDER] --keep N TARGET...: adds inputs of earlier campaigns to tests/fuzz/corpus (found.py).
 
 A target starts from its corpus (tests/fuzz/corpus) and from the inputs that earlier campaigns stored in
 FOLDER/campaign/TARGET/corpus. It stores new inputs there as well. It stops at its first finding, which is stored next
@@ -65,7 +65,7 @@ class Run:
         return bool(self.finds()) or self.process.returncode != 0
 
     def cells(self):
-        """Returns executions, covered edges and corpus size from the last lines of the log."""
+        """Returns the cells of a row. Executions, covered edges and corpus size are from the last lines of the log."""
         text = self.log.read_text(errors="replace")
         seconds = self.seconds or round(time.monotonic() - self._begun)
         counted = (re.findall(r"^stat::number_of_executed_units: (\d+)", text, re.M)

@@ -67,7 +67,8 @@ std::string check_one(const std::string& bytes) {
     return text;
 }
 
-//  Inserts a secret between parts of the input, on one line. A password that starts with file: is not a secret.
+//  Inserts a secret between parts of the input, on one line. The password starts with p, because a password that starts
+//  with file: is not a secret.
 std::string with_secret(const std::string& bytes) {
     std::string line = bytes.substr(0, bytes.size() / 2);
     line.erase(std::remove(line.begin(), line.end(), '\n'), line.end());

@@ -48,7 +48,7 @@ def write(target, contents):
 
 
 def keep(build, target, count):
-    """Adds to the target's archive at most count inputs of its last campaign. Returns how many were added.
+    """Adds to the target's archive at most count inputs of its campaigns. Returns how many were added.
 
     libFuzzer selects inputs that reach code which no input of tests/fuzz/corpus reaches, the most useful ones first.
     """

@@ -31,7 +31,7 @@ bool next_header_intact(const olk::string& s) {
            olk::load_word<const olk::blk_heap*>(block + heap->blksize) == (next < heap->bump ? heap : nullptr);
 }
 
-//  Returns a text that is not empty. It has room for this many more bytes, or no buffer if room is 0.
+//  Returns a text of 11 bytes. Its buffer has at least room bytes, including those of the text.
 olk::string with_room(size_t room) {
     olk::string out;
     if (room != 0)

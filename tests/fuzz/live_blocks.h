@@ -35,7 +35,7 @@ public:
         return place;
     }
 
-    //  Removes the block from the list.
+    //  Checks the contents of the block and removes the block from the list.
     WHAT remove(iterator place) {
         check(place);
         WHAT what = std::move(place->second.what);

@@ -1,6 +1,6 @@
 //  The back end redis with a cluster, or with Sentinels and their master, which send the input: one piece for each
 //  wait, separated by zero bytes. A login gets the right answers first. Compares the nodes and masters in the answer to
-//  CLUSTER SLOTS with a second reader. No request may be sent more often than redirections allow.
+//  CLUSTER SLOTS with a second reader. No script and no ASKING may be sent more often than redirections allow.
 #include "backends.h"
 #include "engine/clock.h"
 #include "fuzz_input.h"
@@ -24,7 +24,8 @@ std::deque<std::string> pieces;  // each wait makes the first of them available
 std::string available;
 std::string sent;
 
-//  The clock does not advance, so a pause does not end with its time, and the request fails.
+//  A pause waits without a descriptor. This wait returns at once, before the time of the pause has passed, so the
+//  request fails.
 class PieceWaiter : public Waiter {
 public:
     Result wait(int descriptor, short, std::chrono::milliseconds) const noexcept override {

@@ -1,5 +1,5 @@
 //  The back end redis with a server that sends the input, in any pieces. Compares parsed answers with a second reader.
-//  No script may be sent that the server has not asked for, and no outcome may be one that is not allowed for the request.
+//  A script may be sent only if the server has asked for it, and each outcome must be one of the back end's.
 #include "backends.h"
 #include "engine/clock.h"
 #include "fuzz_input.h"

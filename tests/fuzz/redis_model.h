@@ -55,7 +55,7 @@ private:
         return reply;
     }
 
-    //  At most nine digits, without a leading zero.
+    //  At most nine digits, without a leading zero. A number other than 0 may be negative.
     static std::optional<long long> decimal(const std::string& line) {
         const std::string digits = line.substr(line.starts_with('-') ? 1 : 0);
         const bool good = !digits.empty() && digits.size() < 10 && (digits == line || digits[0] != '0') &&

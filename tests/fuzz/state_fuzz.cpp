@@ -1,5 +1,6 @@
-//  The reader of state files: no input breaks a parser of its output, and each text of the client library is read back
-//  unchanged.
+//  The reader of state files: for any input the output of addrpubd-check --status is printable, each line of its
+//  metrics is valid, and its exit status agrees with its text. Each text of the client library is read back unchanged,
+//  up to the maximum length.
 #include "engine/state_text.h"
 #include "fuzz_input.h"
 #include "status.h"

@@ -1,4 +1,4 @@
-//  A model of the pooled string: a standard string, the growth rule, and the number of blocks that the string requests.
+//  A model of the pooled string: a standard string, the growth rule, and the requests for memory that fail.
 #ifndef FUZZ_STRING_MODEL_H
 #define FUZZ_STRING_MODEL_H
 
@@ -8,7 +8,7 @@
 #include <cstdint>
 #include <string>
 
-//  The next `left` requests fail. The allocator and the model use the same object.
+//  The next `left` requests fail. The allocator and the model have one object each, with equal numbers.
 struct refusals {
     uint32_t left = 0;
 

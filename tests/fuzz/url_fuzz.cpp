@@ -1,5 +1,5 @@
-//  Compares the url parser with its model. The resolver is replaced: a host resolves if it starts with a digit or a
-//  colon, and its addresses are computed from its name.
+//  Compares the url parser with its model. The resolver is replaced: a host resolves if it starts with a digit or
+//  contains a colon, and its addresses are computed from its name.
 #include "fuzz_input.h"
 #include "olk_string.h"
 #include "url_model.h"

@@ -1,5 +1,5 @@
 //  Compares the first parameter of a query, and all words for any separators, with a model. Checks that the position
-//  only increases, that the word is terminated, and that nothing after the end of the text is read.
+//  never decreases, that the word is terminated, and that nothing after the end of the text is read.
 #include "fuzz_input.h"
 #include "level_model.h"
 #include "olk_words.h"
