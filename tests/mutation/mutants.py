@@ -1,5 +1,5 @@
 """The mutants of a source file: each number is increased and decreased by one, but not below 0; each comparison is
-inverted and replaced by its neighbours.
+replaced by those that NEIGHBOURS lists for it.
 
 Some parts are not changed: comments, string and character literals, preprocessor lines and format attributes contain no
 code; compile-time assertions are tests themselves.
@@ -62,17 +62,17 @@ class Mutant:
 
     @property
     def place(self):
-        """Returns the file and the source line, with a number if the text occurs several times."""
+        """Returns the file and the source line, with a number from the second line with this text on."""
         return f"{self.file} :: {self.text}" + (f" #{self.line_repeat}" if self.line_repeat > 1 else "")
 
     @property
     def change(self):
-        """Returns the old and the new token, with a number if the line contains the token more than once."""
+        """Returns the old and the new token, with a number from the second such token of the line on."""
         return f"{self.old} -> {self.new}" + (f" @{self.token_repeat}" if self.token_repeat > 1 else "")
 
     @property
     def key(self):
-        """Returns the mutant's name, which does not depend on lines elsewhere."""
+        """Returns the mutant's name. It depends on other lines only if they have the same text."""
         return f"{self.place} :: {self.change}"
 
 

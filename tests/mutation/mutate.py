@@ -1,7 +1,7 @@
 """mutate.py [options] [FILTER]: changes the sources one token at a time and checks whether a test detects the change.
 
-Prints one line per mutant, then the survivors. The exit status is 0 if every survivor is explained and every
-explanation of the changed files belongs to a survivor.
+Prints one line per mutant, then the figures and the survivors without an explanation. The exit status is 0 if there is
+no such survivor, no mutant with an explanation was killed, and each explanation of the changed files has a mutant.
 """
 
 import argparse
@@ -163,7 +163,7 @@ class Report:
             self._file.flush()
 
     def close(self):
-        """Prints the figures and the open survivors."""
+        """Prints the figures, the explanations that are no longer needed, and the open survivors."""
         self._file.close()
         for kind in KINDS:
             figures = {outcome: n for (of_kind, outcome), n in sorted(self.counts.items()) if of_kind == kind}

@@ -1,7 +1,7 @@
 """Runs test programs that may loop forever, use all memory, or send signals to any process.
 
 Each run has private namespaces if the user may create them, so that a wrong pid or path does not affect the machine.
-Each run has limits on processor time and file sizes. A run that exceeds its limits counts as failed.
+Each run has limits on time, memory and file sizes. A run that exceeds a limit of time counts as failed.
 """
 
 import os
