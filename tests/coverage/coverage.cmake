@@ -18,7 +18,8 @@ add_compile_options("$<${is_counted}:SHELL:-mllvm -runtime-counter-relocation>")
 set(is_program $<STREQUAL:$<TARGET_PROPERTY:TYPE>,EXECUTABLE>)
 add_link_options("$<${is_program}:-fprofile-instr-generate>")
 
-#  counted_programs: the target that scripts/coverage builds. It includes only the unit tests of the two folders.
+#  counted_programs: the target that scripts/coverage builds. Of the unit tests it includes only those of the two
+#  folders.
 function(add_counted_programs)
     add_custom_target(counted_programs DEPENDS addrpubd)
     foreach(folder tests/unit/olklib3 tests/unit/service tests/support)

@@ -82,7 +82,7 @@ def print_table(rows):
 
 
 def write_figures(rows):
-    """Writes to the page the folders, and the files that were not executed completely."""
+    """Writes to the page the folders, their total, and the files that were not executed completely."""
     head, *others = rows
     page_figures.write("coverage", "scripts/coverage", page_figures.table([head, *(r for r in others if not whole(r))]))
 
