@@ -9,7 +9,7 @@
  *  Signal and tick interrupt the service's thread at any place. Each lets the step continue or starts the end, like
  *  service/exitsignal.cpp. README.md describes how to run the model, and its results.
  *
- *  Each of the other defines breaks one thing, to show that the checks can fail.
+ *  Each define that README.md lists breaks one thing, to show that the checks can fail.
  */
 
 #define STEP_TICKS 2         /* 5 in the program */

@@ -23,7 +23,7 @@
 #define LAST 4
 #define STOP_LIMIT 3         /* queries of -stop: 300 in the program */
 
-/* The next step of a process. SIGTERM ends it up to ARM, which represents the whole start of the service. */
+/* The next step of a process. SIGTERM ends it in each step up to ARM: no handler is installed before LOOP. */
 #define ABSENT 0             /* no such process */
 #define QUERY 1              /* F_GETLK */
 #define CLAIM 2              /* F_SETLKW */
@@ -61,7 +61,7 @@ byte stop_looks = 0;
 byte target = NOBODY;        /* the process that -stop is to end; NOBODY after it has ended */
 
 bool calm = false;           /* the storm is over */
-bool not_run = false;        /* the last -stop reported this, and it started after the storm */
+bool not_run = false;        /* the last -stop reported this, and it queried the lock after the storm */
 bool last_begun = false;     /* the program after the storm was started */
 
 #define IS_SERVICE(p) (step[p] == ARM || step[p] == LOOP || step[p] == LEAVING || step[p] == HUNG)
@@ -70,7 +70,7 @@ bool last_begun = false;     /* the program after the storm was started */
 /* Only one process can hold the lock. So if this is true for all processes, at most one service runs. */
 #define SINGLE(p) (!IS_SERVICE(p) || (holder == p && text == p))
 
-/* The process has no further step: it is absent, in the loop, or waiting for the lock of another live process. */
+/* The process has no further step: it is absent, in the loop, or waiting for the lock of a process in the loop. */
 #define SETTLED(p) (step[p] == ABSENT || step[p] == LOOP || \
                     ((step[p] == CLAIM || step[p] == CHILD_CLAIM) && holder != NOBODY && step[holder] == LOOP))
 
