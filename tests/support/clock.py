@@ -56,7 +56,8 @@ def _address(structure, field):
 
 
 class ClockControl:
-    """Controls the clock of one process. Times are in seconds; the resolution is one nanosecond."""
+    """Controls the clock of one process. Times are in seconds, with a resolution of one nanosecond; those whose names
+    end in _ns are in nanoseconds."""
 
     def __init__(self, slot, process):
         self._slot = slot
@@ -72,7 +73,7 @@ class ClockControl:
 
     @property
     def now_ns(self):
-        """Returns the nanoseconds that the process has slept since it started."""
+        """Returns the nanoseconds that the process has slept. A child after fork continues with its parent's time."""
         return self._slot.now
 
     def wait_parked(self):
@@ -103,7 +104,8 @@ class ClockControl:
 
 
 class Clock:
-    """The clocks of all processes of a sandbox that are started with env. Each process stops at its first sleep."""
+    """The clocks of all processes of a sandbox that are started with env. Each process stops at its first sleep that
+    ends more than initial_limit seconds after its start."""
 
     def __init__(self, sandbox, library, wall_start_ns=START, initial_limit=0):
         inside = "/mnt/libclockshim.so"

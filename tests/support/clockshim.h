@@ -27,8 +27,8 @@ struct ClockSlot {
     std::atomic<std::uint32_t> parked;   // futex: the process adds 1 whenever it parks
     std::atomic<std::uint32_t> unused;
     std::atomic<std::int64_t> now;           // sum of the sleeps since wall_start
-    std::atomic<std::int64_t> limit;         // written by the test
-    std::atomic<std::int64_t> wall_step;     // written by the test: sum of the wall clock's steps, may be negative
+    std::atomic<std::int64_t> limit;         // initially that of ClockControl, then written by the test
+    std::atomic<std::int64_t> wall_step;     // written by the test: sum of the wall clock's steps; a child copies it
     std::atomic<std::int64_t> parked_limit;  // the limit at which the process is parked; -1 while it runs
     std::atomic<std::uint64_t> sleeps;       // number of sleeps that the main thread has started
     std::atomic<std::int64_t> last_sleep;    // length of the last of these sleeps

@@ -2,9 +2,10 @@
 //  implementation. The program reads one command per line from standard input and writes one line for each. Bytes are
 //  hexadecimal digits; "-" is an empty word.
 //
-//      update ID TIME KEY ALGORITHM SECRET ZONE TTL NAME ADDRESS,... PORT,...      -> the signed message
-//      query  ID TIME KEY ALGORITHM SECRET OWNER TYPE                              -> the signed message
-//      answer NOW ANSWER     checks an answer to the last message            -> "whole", or the reason
+//      update ID TIME KEY ALGORITHM SECRET ZONE TTL NAME ADDRESS,... PORT,...  -> the signed message, or "refused"
+//      query  ID TIME KEY ALGORITHM SECRET OWNER TYPE                          -> the signed message, or "refused"
+//      answer NOW ANSWER    checks an answer to the last message    -> "whole RCODE", "refusal: REASON" (the server
+//                           refused the signature) or "none: REASON" (the answer cannot be used)
 #include "dns/records.h"
 #include "dns/tsig.h"
 #include "dns/zone_url.h"

@@ -3,7 +3,7 @@
     emulated.py regex           prints a regular expression for the names of the unit tests in ctest
     emulated.py report TALLY    prints the tests that were left out: unit tests, whose names (ctest -N) are on standard
                                 input, and system tests, which surroundings.py has written to the file TALLY. Fails if a
-                                row below is the start of no unit test, for example because its test was renamed.
+                                row of UNIT is the start of no unit test, for example because its test was renamed.
 """
 
 import json

@@ -31,7 +31,7 @@ FUNCTION next(FUNCTION, const char* name) {
     return reinterpret_cast<FUNCTION>(dlsym(RTLD_NEXT, name));
 }
 
-//  Returns -1 and sets errno. If the plan requires a short result, returns 0 instead.
+//  Returns the result of a call that must fail: -1 (strikes has set errno), or 0 if the plan requires a short result.
 int refused() {
     return failshim::error() == 0 ? 0 : -1;
 }

@@ -12,8 +12,9 @@
 //
 //  FAILSHIM_REACHED file to which the line "FUNCTION NTH\n" is appended for each call that is made to fail.
 //
-//  A failing call has no effect. The exception is close, which closes the descriptor, as the system's close does
-//  (close(2), "Dealing with error returns from close()"). SIGSTOP stops a process between two of its calls.
+//  A failing call has no effect. The exceptions are close and fclose, which close the descriptor or the stream, as the
+//  system's functions do (close(2), "Dealing with error returns from close()"). SIGSTOP stops a process between two of
+//  its calls.
 //
 //  Threads: any thread may call the functions. The counts are those of the whole process.
 #ifndef TESTS_SUPPORT_FAILSHIM_H

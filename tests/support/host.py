@@ -161,7 +161,8 @@ class Host(PlainHost):
         return output
 
     def log(self, process):
-        """Ends the service. Returns its log records without time stamps, starting with the first connect event."""
+        """Ends the service. Returns its log records without time stamps, from the first one after "Start success!" to
+        the last one before the stop."""
         output = self.stop(process)
         records = output.split(b"\n")
         start = records.index(b"Start success!") + 2

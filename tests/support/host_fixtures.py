@@ -86,7 +86,7 @@ def new_scenario():
 
 @pytest.fixture
 def umask():
-    """Restores the umask of this process, which the programs under test inherit."""
+    """Returns the umask of this process, which the programs under test inherit."""
     mask = os.umask(0)
     os.umask(mask)
     return mask

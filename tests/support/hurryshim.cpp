@@ -5,11 +5,13 @@
 //  a failure. If it is a socket, the worker exchanges messages with a server:
 //
 //      first descriptor    limit                                              recorded
-//      eventfd             a fiftieth, or HURRYSHIM_WORKER; at least 1 ms     yes
+//      eventfd             divided by 50 or HURRYSHIM_WORKER                  yes
 //      any other           unchanged, or divided by HURRYSHIM_SOCKETS         no
 //
-//  The monotonic clock stays real, so by that clock a shortened wait ends early. The worker does not compare the clock:
-//  it uses the result of poll.
+//  A limit that is not 0 stays at least 1 ms.
+//
+//  Unless HURRYSHIM_CLOCK is set, the monotonic clock stays real, so by that clock a shortened wait ends early. The
+//  worker does not compare the clock: it uses the result of poll.
 //
 //  The worker chooses the time of its first check with a random number of four bytes (getrandom). While waits are
 //  recorded, the number is fixed: the first check comes after the whole interval, and the first refresh as late as

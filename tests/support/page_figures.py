@@ -28,7 +28,7 @@ def write(name, command, text, page=PAGE):
 
 
 def replace(name, text, page):
-    """Replaces the block by the text. Raises ValueError if the block does not exist."""
+    """Replaces the block by the text. Raises ValueError if the page does not have exactly one such block."""
     block = f"<!-- figures: {name} -->\n{text}\n<!-- end: {name} -->"
     old = page.read_text(encoding="utf-8")
     new, found = re.subn(rf"<!-- figures: {name} -->.*?<!-- end: {name} -->", lambda _: block, old, flags=re.DOTALL)

@@ -19,7 +19,7 @@ ERRORS = (1, -1, 17, 2147483647, -2147483648)
 class RandomLife:
     """Applies random events to a scenario. The member changes counts the addresses that were added or removed.
 
-    The host starts with all addresses, so that the service gets the longest list early.
+    The host starts with the addresses USUAL and FLOOD, so that the service gets the longest list early.
     """
 
     def __init__(self, scenario, seed):

@@ -1,10 +1,11 @@
 //  A client library for tests: it returns scripted results and records the service's calls.
 //
-//  recording_rdb.cpp defines the nine functions of rdbapi.h. Each call first applies its script: result, tag class,
-//  synchronous event. Then the call is stored with its position in the order of all calls, its arguments and the raw
-//  bytes of its records. Without a script every call succeeds: handles are 0, 1, 2, ..., rdb_tagget stores class 2, and
-//  the functions other than rdb_create return 0. Before it stores the class, rdb_tagget sets all bytes of the record
-//  except the name to 0xa5, so that a test detects a caller that does not clear the record for its next call.
+//  recording_rdb.cpp defines the nine functions of rdbapi.h. Each call first applies the result and the tag class of
+//  its script. Then the call is stored with its position in the order of all calls, its arguments and the raw bytes of
+//  its records. Last, it delivers the event of its script, and waits if the script holds it. Without a script every
+//  call succeeds: handles are 0, 1, 2, ..., rdb_tagget stores class 2, and the functions other than rdb_create return
+//  0. Before it stores the class, rdb_tagget sets all bytes of the record except the name to 0xa5, so that a test
+//  detects a caller that does not clear the record for its next call.
 //
 //  In a unit test (target recording_rdb) the test calls the functions below directly. In the shared library for system
 //  tests, recording_control.cpp calls them for a test in another process. The calls are then in a file and not in
@@ -72,8 +73,9 @@ struct Call {
 //  Clears calls, scripts, handles and the observer. Must be called between two tests of one program.
 void reset();
 
-//  Scripts. index is the number of the call of that function, from 0; every_call applies to all calls without a
-//  separate script. A later script for the same call replaces the earlier one.
+//  Scripts. index is the number of the call of that function, from 0; every_call applies to all calls. Of two scripts
+//  of the same kind, one for a single call overrides one for every call, and a later one for the same call replaces the
+//  earlier one.
 constexpr std::size_t every_call = SIZE_MAX;
 
 //  Sets the result of the function; for create, the returned handle.

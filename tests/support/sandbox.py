@@ -183,7 +183,8 @@ class Sandbox:
         return process
 
     def status_of(self, pid):
-        """Waits for the exit status of an orphaned process."""
+        """Waits for the end of a child of process 1: a program that the test started, or an orphan. Returns its exit
+        status."""
         found = wait_until(lambda: [s] if (s := self._status(pid)) is not None else None, f"the end of {pid}")
         return found[0]
 

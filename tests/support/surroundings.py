@@ -10,7 +10,7 @@
     ADDRPUBD_TALLY=FILE       append the result of each system test to this file, one JSON object per line
     ADDRPUBD_BUILD=FOLDER     the build folder to test
 
-scripts/surroundings and scripts/arm64 set them.
+scripts/surroundings and scripts/arm64 set them; ctest sets ADDRPUBD_BUILD.
 """
 
 import atexit

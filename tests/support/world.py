@@ -7,7 +7,7 @@
     assert scenario.puts() == [(0.1, b"2001:db8::1")]
     scenario.end()                                 # compares all calls and output with the model
 
-Each method acts on both the service and the model. Between calls the service's clock does not advance.
+Each event acts on both the service and the model. Between calls the service's clock does not advance.
 """
 
 import datetime
