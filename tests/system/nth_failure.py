@@ -7,10 +7,11 @@ A run is recorded as a transcript of lines:
                     replaced by NOW inside it
     udp: text       the text of a log datagram
     > call HANDLE   a call that the client library received
-    = fact          exit statuses, the descriptors of the service in its last cycle, remaining files and queues
+    = fact          exit statuses; after the last cycle, the descriptors of the service and whether its lock and its
+                    pid file are right; a wrong time stamp; a lock, a queue or a process that remains
 
 Pids are written as PID, the host's address as ADDRESS. All situations of commands and of the service share one host.
-Each run starts with that host in its initial state.
+Each run starts without processes, queues and calls of an earlier run; the pid file may have the text of an earlier run.
 """
 
 import collections

@@ -1,10 +1,11 @@
 """The table of the n-th failures: in each run one call of the executable fails, and the table describes how the run
 ends.
 
-The table is in tests/data/nth_failure_*.tsv, one file per subject. Fields are separated by tabs. If one of the first
-six fields has several values, the line describes one run for each combination:
+The table is in tests/data/nth_failure_*.tsv, one file per subject. Fields are separated by tabs. If situation, nth, how
+or error has several values, the line describes one run for each combination. Values are separated by blanks, situations
+by " | ":
 
-    situation   the command and its conditions (nth_failure.py), several separated by " | "
+    situation   the command and its conditions (nth_failure.py)
     process     first: the process that was started; child: the process that -start forks
     call        the function whose call fails
     nth         which call fails, counted among the calls of the executable in that process. If there are more than

@@ -47,13 +47,13 @@ def test_104_several_words_print_only_the_empty_line(host, words):
 
 
 @pytest.mark.parametrize("words", [(), ("-ver",), ("-h",), ("-run", "x")])
-def test_105_a_command_without_a_service_leaves_no_pid_file(host, words):
+def test_105_usage_version_and_unknown_words_leave_no_pid_file(host, words):
     host.command(*words)
     assert not host.sandbox.path(PIDFILE).exists()
 
 
 @pytest.mark.parametrize("words", [(), ("-ver",), ("-h",)])
-def test_106_a_command_without_a_service_calls_nothing_of_the_client_library(host, words):
+def test_106_usage_version_and_unknown_words_call_nothing_of_the_client_library(host, words):
     host.command(*words)
     assert host.library.calls() == []
 

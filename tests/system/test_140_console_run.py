@@ -125,7 +125,7 @@ def test_153_each_pass_of_the_loop_sleeps_100_milliseconds(host):
     assert (control.sleeps, control.last_sleep_ns) == (11, 100_000_000)
 
 
-def test_154_the_pid_file_is_the_only_remaining_file(host):
+def test_154_the_pid_file_is_the_only_file_that_remains_in_run(host):
     before = {entry.name for entry in host.sandbox.path("/run").iterdir()}
     process, control = host.run(RDB, DNS)
     control.advance(20)

@@ -1,5 +1,6 @@
-"""Starts that fail. Each logs or prints the reason, prints "Start failed!", exits with status 0 and leaves the pid file
-unlocked."""
+"""Starts that fail, and settings with which a start does not fail. A failed start logs the reason if a log is
+configured, or prints it if the ini file is missing. It prints "Start failed!", exits with status 0 and leaves the pid
+file unlocked."""
 
 import pytest
 from host import DIRECTORY, INI, PIDFILE
@@ -8,7 +9,7 @@ STARTED = [("rdb_create", 0), ("rdb_setmessagenotify", 0), ("rdb_connectex", 0)]
 
 
 def failed(host):
-    """Runs a start that fails. Returns the lines of its output between the start record and "Start failed!"."""
+    """Runs a start that fails. Returns its output between the start record and "Start failed!"."""
     output = host.command("-run")
     start = b"\n" + host.line("inf", b"\n\tstart addrpubd...")
     assert output.startswith(start) and output.endswith(b"Start failed!\n")

@@ -37,7 +37,7 @@ def finish(process, control, seconds=31):
 
 
 def queues(host):
-    """Returns the System V queues of the sandbox: the lines of ipcs without the heading."""
+    """Returns the System V queues of the sandbox: the lines of /proc/sysvipc/msg without the heading."""
     return host.sandbox.run("cat", "/proc/sysvipc/msg").splitlines()[1:]
 
 

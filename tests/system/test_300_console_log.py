@@ -66,7 +66,7 @@ SILENT = [None, "", "stdout1", "stdout/", "stdout:", "://stdout", "stderr", "x.l
 
 
 @pytest.mark.parametrize("target", SILENT)
-def test_305_with_any_other_log_url_nothing_is_printed(host, target):
+def test_305_with_any_other_log_url_no_record_is_printed(host, target):
     host.settings(logurl=target)
     host.sandbox.add_address("2001:db8::1/64")
     process, control = host.run(RDB, DNS)

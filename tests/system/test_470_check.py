@@ -1,5 +1,5 @@
-"""addrpubd-check: its command line, its exit statuses, how it treats file modes, and the ini files of the
-repository."""
+"""addrpubd-check: its command line, its exit statuses, how it treats file modes, and the sample and the example ini
+files of the repository."""
 
 import errno
 import os
@@ -18,8 +18,8 @@ TOP = Path(__file__).parents[2]
 SAMPLES = [TOP / "packaging/addrpubd.ini", *sorted((TOP / "docs/user/examples").glob("*.ini"))]
 GOOD = "hostname = h\nrdburl = log:\nrdbuser = u\nrdbpswd = hunter2\n"
 
-# Findings that depend on the machine: it does not have the password files of the samples, and its name servers do not
-# know the names in the examples.
+# Findings that depend on the machine: it does not have the password files and the addresses of the examples, and its
+# name servers do not know their names.
 OUTSIDE = re.compile(
     r": (\w+: the password file \S+ cannot be read: .*"
     r"|nothing is logged: its server is missing or its name cannot be resolved now"
@@ -171,7 +171,7 @@ def test_482_a_failure_to_write_the_output_returns_status_2(ini):
 
 
 @pytest.mark.parametrize("sample", SAMPLES, ids=lambda path: path.name)
-def test_483_the_ini_files_of_the_repository_have_no_findings(ini, sample):
+def test_483_the_sample_and_the_examples_have_no_findings(ini, sample):
     text = sample.read_text()
     schemes = re.findall(r"^(?:rdb|dns)url *= *([\w+]+):", text, re.MULTILINE)
     assert schemes

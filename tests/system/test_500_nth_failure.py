@@ -80,7 +80,7 @@ def test_502_a_call_that_is_never_made_is_not_reached(bench, undisturbed):
     assert bench.faults.reached() == 0
 
 
-def test_503_the_undisturbed_service_holds_the_lock_and_closes_all_descriptors(undisturbed):
+def test_503_the_undisturbed_service_holds_the_lock_and_closes_both_connections(undisturbed):
     lines = undisturbed["-run"]
     assert [line for line in lines if line.startswith("= ")] == [
         "= descriptors 7",

@@ -14,7 +14,7 @@ HANDLES = (0, 1)  # handles of the two connections; that of the rdb server is fi
 ADDRESS = "2001:db8::1"
 
 
-def test_6101_sigterm_at_any_moment_of_a_cycle_ends_the_service(new_scenario):
+def test_6101_sigterm_at_various_times_between_passes_ends_the_service(new_scenario):
     moments = [0, 0.001, 0.05, 0.099, 0.1, 0.101, 5, 9.95, 9.999, 10, 10.05, 600, 600.05]
     scenario = new_scenario(addresses=[ADDRESS])
     for moment in moments:

@@ -74,7 +74,7 @@ def test_6205_a_clock_that_runs_backwards_starts_a_cycle_every_ten_seconds(new_s
     assert len(scenario.puts()) == len(scenario.requests()) == 61
 
 
-def test_6206_a_clock_that_runs_ten_times_faster_repeats_ten_times_as_often(new_scenario):
+def test_6206_with_a_clock_of_eleven_times_the_speed_repetitions_are_ten_times_as_frequent(new_scenario):
     real_seconds = 600
     scenario = new_scenario(addresses=[ADDRESS])
     scenario.start()

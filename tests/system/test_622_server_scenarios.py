@@ -89,7 +89,7 @@ def test_6225_a_reconnected_server_gets_only_the_current_list(new_scenario):
     scenario.up(DNS)
     scenario.run(10)
     (_, first), (_, second) = scenario.requests()
-    assert (first.count(b"2001:"), second.count(b"2001:")) == (2, 12)  # the list contains the first address twice
+    assert (first.count(b"2001:"), second.count(b"2001:")) == (2, 12)  # a request contains its first address twice
     assert len(scenario.puts()) == 11
 
 

@@ -135,7 +135,7 @@ def test_6306_a_record_of_forty_thousand_characters_is_printed_completely(new_sc
     assert max(len(line) for line in bytes(scenario.model.output).split(b"\n")) > 40_000
 
 
-def test_6307_over_udp_only_the_record_that_is_too_long_is_lost(new_scenario):
+def test_6307_over_udp_only_records_that_are_too_long_are_lost(new_scenario):
     addresses = [f"fd00:1111:2222:3333:4444:5555:6666:{number:x}" for number in range(0x1000, 0x1000 + 1000)]
     scenario = new_scenario(addresses=addresses, logurl="udp://[::1]:5140/long?level=all")
     received = log_server(scenario)

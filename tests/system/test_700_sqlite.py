@@ -47,7 +47,7 @@ class Pair:
         return self.sandbox.path(FILE + suffix)
 
     def other(self, puts=0):
-        """Returns the bytes of a similar database that contains another host with this number of values."""
+        """Returns the bytes of a similar database that contains another host. Further puts make it larger."""
         holder = Holder(self.sandbox, "/mnt/data/other.db", "host3")
         for _ in range(puts):
             assert holder.put("x" * 900) == 0

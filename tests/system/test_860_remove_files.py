@@ -40,7 +40,7 @@ def folder(sandbox):
 
 
 def published(host, **options):
-    """Runs the service with both files and ends it."""
+    """Starts the service with both files and waits until it has published. Returns its process."""
     open_library.install(BUILD, host.sandbox.path(DIRECTORY))
     host.sandbox.path("/mnt/data").mkdir()
     host.settings(**URLS)
