@@ -1,5 +1,5 @@
-"""A server name with two addresses, one of which belongs to the wrong server. test_440_bind.py and test_442_knot.py run
-these tests, each with its own server at the first address."""
+"""A server name with two addresses, where one or both servers do not have the zone. test_440_bind.py and
+test_442_knot.py run these tests, each with its own server at the first address."""
 
 import pytest
 from dns_bed import OK, SERVER_REFUSED

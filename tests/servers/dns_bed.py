@@ -109,10 +109,11 @@ class Fixture:
         self.client.wait_first_attempt(lambda: self.holds(addresses, ports, **options), f"{addresses} {ports}")
 
     def backoffs(self):
-        """Returns the pauses after failures that have expired, in seconds as requested."""
+        """Returns the waits of the worker that have expired, in seconds as requested: pauses after failures and waits
+        for a check."""
         return [asked / 1000 for asked, ran_out in self.client.waits() if ran_out]
 
     def wait_attempts(self, count):
-        """Waits until this many further pauses after failures have expired."""
+        """Waits until this many further waits of the worker have expired."""
         before = len(self.backoffs())
         wait_until(lambda: len(self.backoffs()) >= before + count, f"{count} attempts")

@@ -2,7 +2,7 @@
 
     proxy = Proxy(sandbox)                   # listens on 127.0.0.1:5300, forwards to 127.0.0.1:53
     proxy.behaviour = cut(20)
-    proxy.exchanges                          # number of queries so far
+    proxy.exchanges                          # the exchanges so far, one for each query
 
 A behaviour is a function of one Exchange. A thread of the proxy calls it for each query, in the sandbox's network
 namespace. If the function returns False, the connection is closed.

@@ -1,6 +1,7 @@
 """The reply when a connected server starts to refuse. test_440_bind.py and test_442_knot.py run these tests.
 
-The client sends nothing between two updates. So the reply to the next update is the first sign of the change.
+The client's first check normally comes after the next update. So the reply to this update is the first sign of the
+change.
 """
 
 import re

@@ -3,9 +3,9 @@
     machines = Machines(sandbox)
     machines.run("admin", "ssh redis1.example.org hostname")    # as root, with bash, in /root/fleet if it exists
 
-Each machine has its own network, host name, /root, /run, /var/lib/bind and /var/lib/redis, which are empty, and its own
-copy of /etc, /usr/lib, /usr/sbin and /var. A bridge connects the networks. Four programs that do not work in such a machine
-are replaced. The replacements are in the folder PROGRAMS, the first in PATH:
+Each machine has its own network, host name, /root, /run, /var/lib/bind and /var/lib/redis, which are empty at first, and
+its own copy of /etc, /usr/lib, /usr/sbin and /var. A bridge connects the networks. Four programs that do not work in
+such a machine are replaced. The replacements are in the folder PROGRAMS, the first in PATH:
 
     ssh, scp    run a command on another machine, copy files to it
     apt-get     checks that the packages exist and that they are installed here; installs the service from the build
@@ -26,6 +26,7 @@ PROGRAMS = "/mnt/programs"
 PACKAGE = "/mnt/package"  # files of the build
 INSTALLED = "/usr/lib/addrpubd"
 SHIM = BUILD / "tests/libhurryshim.so"
+#  Debian's unit of dnsmasq reads the same folder.
 DNSMASQ = "/usr/sbin/dnsmasq --keep-in-foreground --conf-file=/dev/null --conf-dir=/etc/dnsmasq.d"
 ADDRESSES = {"admin": "192.0.2.100", "ns1": "192.0.2.1", "ns2": "192.0.2.2"}
 ADDRESSES |= {f"redis{number}": f"192.0.2.{10 + number}" for number in range(1, 7)}
@@ -93,7 +94,7 @@ _WITH_CLOCK = """#!/bin/bash
 LD_PRELOAD="$SERVICE_PRELOAD:$LD_PRELOAD" exec ./addrpubd "$@"
 """
 
-#  port: a port at which the server listens as soon as it is ready. The unit of dnsmasq reads the same folder.
+#  port: a port at which the server listens as soon as it is ready.
 _SYSTEMCTL = """#!/bin/bash
 set -euo pipefail
 action=$1

@@ -1,5 +1,5 @@
-"""The open client library with a real Redis server that becomes a replica, or that has a key of another program. The
-tests check the logged reason and which server is used next."""
+"""The open client library with a real Redis server that is or becomes a replica, loads its data, or has a key of
+another program. The tests check the logged reason and which server is used next."""
 
 import pytest
 from rdb_client import CONNECTED, DISCONNECTED

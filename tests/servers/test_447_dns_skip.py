@@ -65,9 +65,10 @@ def flags(sandbox):
 
 
 def advertised(sandbox):
-    """Waits until v0 has addresses in PREFIX. Returns the temporary address and the other address.
+    """Sends an advertisement. Returns the temporary and the other address of v0 in PREFIX, or None if v0 does not have
+    both yet.
 
-    The advertisement is repeated, because a link that has just come up receives nothing for a moment.
+    The caller repeats this, because a link that has just come up receives nothing for a moment.
     """
     advertise(sandbox)
     found = flags(sandbox)

@@ -228,7 +228,7 @@ def test_466_both_servers_get_the_addresses_again_after_losing_their_data(scene)
     scene.wait_published(B)
 
 
-def test_4661_an_unchanged_list_is_repeated_without_asking_the_servers(scene):
+def test_4661_an_unchanged_list_is_repeated_without_a_write_to_the_database(scene):
     scene.change(add=[A])
     process, control = scene.run_service()
     control.advance(0.1)

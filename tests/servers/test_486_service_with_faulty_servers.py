@@ -1,4 +1,4 @@
-"""The service with a real BIND, and with a database that accepts the login but then refuses or does not answer.
+"""The service with a real BIND, and with a database that accepts the connection but then refuses or does not answer.
 
 In each case the name server must get the addresses within 20 s of the service's clock.
 """

@@ -1,5 +1,5 @@
-"""The open client library with a real Redis server that refuses requests. It logs the reason and repeats the request
-later."""
+"""The open client library with a real Redis server that refuses requests. The library logs the reason and repeats
+the request later."""
 
 import pytest
 from rdb_client import CONNECTED, DISCONNECTED
@@ -125,7 +125,7 @@ def test_496_a_full_disk_is_reported_and_the_put_is_repeated(fixture):
 
 
 def save(server, status):
-    """Saves in the background. Repeats this until the save ends with this status."""
+    """Starts a save in the background and waits until it has ended with this status."""
     server.command("BGSAVE")
 
     def ended():
@@ -137,7 +137,7 @@ def save(server, status):
 
 @pytest.mark.refusal
 @pytest.mark.retry
-def test_497_a_put_refused_by_a_read_only_server_is_repeated(fixture):
+def test_497_a_put_refused_for_lack_of_memory_is_repeated(fixture):
     fixture.server.start()
     fixture.connected()
     fixture.register("first")

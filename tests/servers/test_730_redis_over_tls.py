@@ -25,7 +25,7 @@ class TlsFixture(Fixture):
         self.server.start("--port", "0", *tls, "--tls-ca-cert-file", self.authority.certificate, *options)
 
     def start_usual(self, *options):
-        """Starts the server with a good certificate; it wants none of its clients."""
+        """Starts the server with a good certificate. It requires no certificate of its clients."""
         self.start(self.authority.issue("server", NAMES), "--tls-auth-clients", "no", *options)
 
     def open(self, url, user="default", password="any"):

@@ -17,7 +17,7 @@ MANY = [f"2001:db8::{number:x}" for number in range(1, 61)]  # more than fit int
 
 
 def counted(fixture, protocol, name):
-    """Returns a counter of the sandbox's network: snmp(7)."""
+    """Returns a counter of the sandbox's network (/proc/net/snmp in proc(5))."""
     lines = fixture.sandbox.path("/proc/1/net/snmp").read_text().splitlines()
     names, values = (line.split() for line in lines if line.startswith(protocol + ":"))
     return int(values[names.index(name)])

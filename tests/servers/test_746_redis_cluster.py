@@ -2,7 +2,7 @@
 slots are moved and nodes are cut off; afterwards the cluster has what the hosts have, and the history has each change
 once.
 
-scripts/cluster-rounds makes the tests longer, by the environment variables CLUSTER_ROUNDS and CLUSTER_HOSTS.
+scripts/cluster-rounds makes three of the tests longer, by the environment variables CLUSTER_ROUNDS and CLUSTER_HOSTS.
 """
 
 import os

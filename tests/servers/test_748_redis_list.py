@@ -1,4 +1,4 @@
-"""The back end redis with a url that names several real servers: a primary and its replica, without Sentinels."""
+"""The back end redis with a url that names two real servers, without Sentinels."""
 
 import pytest
 from rdb_client import CONNECTED, DISCONNECTED

@@ -18,7 +18,7 @@ A, B = "2001:db8::a", "2001:db8::b"
 
 
 class Scene:
-    """The provider and the service run, and the provider has got the address A."""
+    """The provider and the service run. The first cycle, which publishes the address A, has run."""
 
     def __init__(self, answer="good"):
         self.host = Host(time.time_ns() + 60 * 10**9)  # after the beginning of the certificates that are made below

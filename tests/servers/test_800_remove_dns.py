@@ -23,7 +23,7 @@ def settings(fixture, options="", password=None, **more):
 
 
 def publish(fixture, addresses, ports, options=""):
-    """Publishes as the service does, and ends it."""
+    """Publishes as the service does, and ends the client."""
     fixture.connected(options)
     assert fixture.update(addresses, ports) == (OK, "ok")
     fixture.client.close()
