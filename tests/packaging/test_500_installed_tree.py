@@ -61,7 +61,7 @@ def test_502_the_version_of_the_package_is_the_projects():
     assert version == cached("CMAKE_PROJECT_VERSION")
 
 
-def test_503_no_installed_file_has_an_unfilled_template_variable(installed):
+def test_503_the_wrapper_the_units_of_the_service_and_the_manual_pages_have_no_unfilled_variable(installed):
     names = ["sbin/addrpubd", "lib/systemd/system/addrpubd.service", "lib/systemd/system/addrpubd@.service"]
     names += ["share/doc/addrpubd/examples/check-settings.conf"]
     names += [name for name in below_prefix() if name.startswith("share/man/")]

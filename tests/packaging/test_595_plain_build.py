@@ -1,4 +1,5 @@
-"""The two build commands of the README: they build the program without tests, and print which parts were left out."""
+"""A build without the options of developers, like that of the README: it builds no tests, and prints which back ends
+were left out."""
 
 import subprocess
 
@@ -90,6 +91,6 @@ def test_598_the_preset_release_builds_no_test_even_where_tests_were_built(tmp_p
     assert "addrpubd" in targets(tmp_path)
 
 
-def test_599_a_build_with_every_back_end_prints_no_packages(tmp_path):
+def test_599_the_build_prints_packages_only_if_its_configuration_leaves_out_a_back_end(tmp_path):
     said = output("cmake", "--preset", "release", "-B", tmp_path, cwd=SOURCE)
     assert ("left_out" in targets(tmp_path)) == ("left out:" in said)

@@ -1,8 +1,5 @@
 #!/usr/bin/env bash
 #  Sourced by inside: the life of a container, from its first start to its end.
-#
-#  Healthy and unhealthy are the results of a check at once. The timers need systemd, which these namespaces lack, so
-#  Podman reports them as missing.
 
 # shellcheck source=tests/packaging/container/names.sh
 source "$(dirname "${BASH_SOURCE[0]}")/names.sh"

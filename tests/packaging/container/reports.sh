@@ -1,5 +1,7 @@
 #!/usr/bin/env bash
 #  Sourced by inside: the health check and syslog.
+#
+#  The health check is called directly: Podman's timers for it need systemd, which these namespaces lack.
 
 # shellcheck source=tests/packaging/container/names.sh
 source "$(dirname "${BASH_SOURCE[0]}")/names.sh"

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
-#  Sourced by scripts/package-test: functions that the checks share.
+#  Sourced by scripts/package-test, scripts/image-test and container/inside: functions that the checks share.
 
-patience=300 # number of checks, 0.1 s apart; a correct package needs about a second
+patience=300 # number of checks, 0.1 s apart; a correct package needs at most about ten seconds
 
 say() {
     printf '%s  %s\n' "$(date +%T)" "$*"

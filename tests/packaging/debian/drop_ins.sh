@@ -29,7 +29,8 @@ remove_drop_ins() {
     quietly systemctl daemon-reload
 }
 
-#  Sets the only password of user host1 in Debian's Redis server.
+#  set_password PASSWORD: sets the only password of user host1 in Debian's Redis server, deletes the value of the host
+#  there, and writes the password file.
 set_password() {
     quietly redis-cli ACL SETUSER host1 reset on ">$1" '~*' '&*' '+@all'
     quietly redis-cli DEL "rdb:value:{host1.example}"

@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-#  Sourced by the other files of this folder: names that they all use.
+#  Sourced by scripts/package-test and by the files *.sh of this folder, except checks.sh: names that they share.
 # shellcheck disable=SC2034 # they are used there
 
 work=${work:?a folder for everything that the test makes}

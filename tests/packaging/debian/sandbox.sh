@@ -44,7 +44,7 @@ attempts_outside() {
     inside setpriv --reuid addrpubd --regid addrpubd --clear-groups /usr/local/bin/attempts
 }
 
-#  Runs the attempts in the unit. A drop-in for this exists until the machine ends.
+#  Runs the attempts in the unit, before the service. A drop-in for this exists only meanwhile.
 attempts_in_unit() {
     runtime_drop_in 'ExecStartPre=/usr/local/bin/attempts'
     start_service

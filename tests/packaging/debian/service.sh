@@ -52,7 +52,7 @@ is_property() {
     [ "$(property "$1")" = "$2" ]
 }
 
-#  Resets the start limit.
+#  Resets the start limit, restarts the service and waits for its start.
 start_service() {
     inside systemctl reset-failed "$unit"
     quietly systemctl restart "$unit"
@@ -192,7 +192,7 @@ is_listening() {
     grep -q ':14B4 0\{32\}:0000 0A ' <<<"$(inside cat /proc/net/tcp6)"
 }
 
-#  Prints the established connections to port 5300, each as seen by its client.
+#  has_connections COUNT: whether clients have at least COUNT established connections to port 5300.
 has_connections() {
     [ "$(inside cat /proc/net/tcp6 | grep -c ':[0-9A-F]* 0\{24\}01000000:14B4 01 ')" -ge "$1" ]
 }
