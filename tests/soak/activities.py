@@ -5,9 +5,9 @@ import time
 
 from network import MANAGE_TEMPORARY
 
-MOST = 450  # maximum number of addresses: the log datagram of a larger request would be too long
+MOST = 450  # maximum number of addresses that are added at once, so that a request fits into a log datagram
 LOOK = 0.1  # seconds between two checks for addresses that expire
-TEMPORARIES = 8  # maximum number of addresses with temporary addresses; the kernel keeps 16 addresses per link
+TEMPORARIES = 8  # maximum number of addresses that have temporary addresses
 UNPUBLISHED = ["fe80::1:1", "fec0::1", "fe90:1::1", "::192.0.2.1", "::ffff:192.0.2.2"]
 
 
@@ -36,7 +36,7 @@ class Activities:
         self._deck = Deck(kinds + [self._lifetimes, self._twice, self._storm, self._flood_or_ebb], self._random)
 
     def begin(self):
-        """Adds the maximum number of addresses, so that the service gets the longest list early."""
+        """Adds MOST addresses at once, so that the service gets a long list early."""
         for address in UNPUBLISHED:
             self._addresses.put(address, self._link())
         self._pour(MOST)
@@ -85,7 +85,7 @@ class Activities:
             self._toggle()
             self.pause(self._random.uniform(0, 1.5))
 
-    #  Adds an address and removes it within the same cycle, or near the end of the cycle.
+    #  Adds addresses, each of which is removed after at most 0.4 s, so mostly before the next cycle.
     def _flicker(self):
         for _ in range(30):
             place = self._put()
@@ -104,7 +104,7 @@ class Activities:
     def _pour(self, count):
         self._flood = [self._put() for _ in range(count)]
 
-    #  Replaces all addresses by addresses with a new prefix.
+    #  Replaces the published addresses without a lifetime by a few new ones.
     def _renumber(self):
         self._take_all()
         for _ in range(self._random.randint(3, 12)):
@@ -139,7 +139,7 @@ class Activities:
         for link in self._addresses.links:
             self._put(address, link)
 
-    #  About ten changes per second for more than one cycle.
+    #  About ten changes per second for about one cycle.
     def _storm(self):
         until = time.monotonic() + self._random.uniform(8, 14)
         while time.monotonic() < until:

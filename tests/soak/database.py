@@ -1,4 +1,4 @@
-"""Readers of the database file, and a process that locks it."""
+"""A reader of the database file, and a writer that locks it."""
 
 import sqlite3
 import threading

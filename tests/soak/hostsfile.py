@@ -1,4 +1,4 @@
-"""Readers of the hosts file, and a program that edits the lines outside the service's block."""
+"""A reader of the hosts file, and an editor of the lines outside the service's block."""
 
 import fcntl
 import ipaddress

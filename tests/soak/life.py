@@ -1,7 +1,7 @@
 """One host of the soak: a service in a sandbox, random events, and checks of how the service reacts.
 
-A round is a series of changes, together with a disturbance or a command. Then the addresses stay unchanged until the
-database and the hosts file have the list. This must happen within a time limit.
+A round is a series of changes, in most rounds together with a disturbance, a command or an edit of the hosts file. Then
+the addresses stay unchanged until the database and the hosts file have the list. This must happen within a time limit.
 """
 
 import random
@@ -221,8 +221,8 @@ class Life:
         if not self.checks % 10:
             self.database.check_whole()
 
-    #  The library writes the reason of each failure to syslog, and a line when the server works again. Other lines are
-    #  complaints.
+    #  The library writes the reasons of failures to syslog, and a line when the server works again. Any other line is a
+    #  complaint.
     def _check_syslog(self):
         for line in self.syslog.lines("rdbapi: "):
             reason = line.split("rdbapi: ", 1)[1]

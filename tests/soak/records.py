@@ -55,7 +55,7 @@ class UdpLog:
         return taken
 
     def lost(self):
-        """Returns the number of datagrams that the kernel dropped: the ninth number of SO_MEMINFO (socket(7))."""
+        """Returns the number of datagrams that the kernel dropped: SK_MEMINFO_DROPS of SO_MEMINFO."""
         return int.from_bytes(self._socket.getsockopt(socket.SOL_SOCKET, 55, 64)[32:36], "little")
 
 
