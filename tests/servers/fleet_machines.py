@@ -3,9 +3,9 @@
     machines = Machines(sandbox)
     machines.run("admin", "ssh redis1.example.org hostname")    # as root, with bash, in /root/fleet if it exists
 
-Each machine has its own network, host name, /root, /run, /var/lib/bind and /var/lib/redis, which are empty at first, and
-its own copy of /etc, /usr/lib, /usr/sbin and /var. A bridge connects the networks. Four programs that do not work in
-such a machine are replaced. The replacements are in the folder PROGRAMS, the first in PATH:
+Each machine has its own network, host name, /root, /run, /var/lib/bind and /var/lib/redis, which are empty at first,
+and its own copy of /etc, /usr/lib, /usr/sbin and /var. A bridge connects the networks. Four programs that do not work
+in such a machine are replaced. The replacements are in the folder PROGRAMS, the first in PATH:
 
     ssh, scp    run a command on another machine, copy files to it
     apt-get     checks that the packages exist and that they are installed here; installs the service from the build

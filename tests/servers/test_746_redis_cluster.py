@@ -205,7 +205,7 @@ def test_7463_a_replica_takes_over_from_a_master_that_ends(fixture):
         fixture.cluster.wait_ok()
 
 
-def test_7464_slots_move_there_and_back_while_hosts_write(fixture):
+def test_7464_slots_move_between_masters_while_hosts_write(fixture):
     cluster = fixture.cluster
     fleet = Fleet(fixture, cluster.url(rest=HISTORY), HOSTS)
     for _ in range(2 * ROUNDS):
