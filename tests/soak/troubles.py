@@ -14,8 +14,8 @@ from dataclasses import dataclass
 #  Maximum time in seconds until the library detects that a server works again (docs/user/operations.md).
 FOUND_AGAIN = 60.0
 KINDS = ("lock", "full", "restart")
-#  A call that started before the end of a disturbance may fail this many seconds later. This is the duration of the
-#  longest call.
+#  A call that started before the end of a disturbance may fail later, but not later than this many seconds. The
+#  longest call takes 3 s.
 ERRORS_AFTER = 5.0
 
 #  Errors whose cause is a database or hosts file that cannot be written (docs/user/codes.md).

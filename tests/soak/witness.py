@@ -13,7 +13,7 @@ from troubles import FOUND_AGAIN
 
 #  Seconds. The put sets the time of a row. It happens two calls of a working database after the list was read.
 ROW_WINDOW = 1.0
-#  Seconds. A record may follow two calls of at most 3 s each, which is the time limit for the disk.
+#  Seconds. A record may follow two calls of at most 3 s each, which is the time limit of a call.
 RECORD_WINDOW = 6.5
 CLOCK_STEP = 0.002  # the times of rows are whole milliseconds
 
