@@ -2,7 +2,7 @@
 microsecond.
 
     model = CycleModel(settings, wall_ns)       # settings: the ini file's keys and values, as texts
-    model.addresses = [...]                     # 16 bytes each; None where they cannot be listed
+    model.addresses = [...]                     # 16 bytes each; None instead of the list if it cannot be read
     model.start()                               # like -run, up to the first sleep
     model.event(RDB, CONNECTED)
     model.run(10)                               # ten seconds of passes

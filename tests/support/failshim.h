@@ -10,7 +10,7 @@
 //                   is short but not an error, such as nothing written
 //      WHERE        first: the process that was started; child: a process that it forked, with new counts
 //
-//  FAILSHIM_REACHED file to which the line "FUNCTION NTH\n" is appended for each call that is made to fail.
+//  FAILSHIM_REACHED file to which the line "FUNCTION NTH\n" is appended for each call that fails or is stopped.
 //
 //  A failing call has no effect. The exceptions are close and fclose, which close the descriptor or the stream, as the
 //  system's functions do (close(2), "Dealing with error returns from close()"). SIGSTOP stops a process between two of
