@@ -73,7 +73,7 @@ def test_743_another_name_of_the_server_may_be_in_its_certificate(fixture):
     assert fixture.update(["2001:db8::a"])[0] == OK
 
 
-def test_744_nothing_is_sent_over_udp(fixture):
+def test_744_checks_send_nothing_over_udp(fixture):
     def datagrams():
         lines = fixture.sandbox.path("/proc/1/net/snmp").read_text().splitlines()
         names, values = (line.split() for line in lines if line.startswith("Udp:"))

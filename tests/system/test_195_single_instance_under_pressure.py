@@ -78,14 +78,14 @@ def settle(host, parents):
 
 
 def kill(host, pids):
-    """Kills the processes. Waits until all of their threads have ended, because a thread could still hold the lock."""
+    """Kills the processes. Waits until they have ended and hold no lock; a thread may hold it a moment longer."""
     for pid in pids:
         host.sandbox.request({"op": "kill", "pid": pid, "signal": int(signal.SIGKILL)})
     wait_until(lambda: not living(host) & set(pids) and not set(host.lock_holders()) & set(pids), "the end")
 
 
 def kill_all(host):
-    """Kills until no process is left. If a waiting process gets the lock meanwhile, it must be the only holder."""
+    """Kills until no process is left, because a waiting process may get the lock. Then the lock must be free."""
     while pids := living(host):
         kill(host, pids)
     assert host.lock_holders() == []
