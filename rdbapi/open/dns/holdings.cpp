@@ -59,6 +59,18 @@ std::string whyItRemains(const std::string& host, const RecordSet& set, const Dn
     return record && record->target == (set.owner == host ? "" : host) ? "" : otherHttps;
 }
 
+//  Records in an answer may come from a wildcard, so this uses the prerequisite of an update, as ZoneCheck does. A
+//  server that refuses it may have the records; it will refuse their removal, too.
+Result<bool> isInZone(DnsExchange& exchange, const std::string& zone, const RecordSet& set,
+                      std::chrono::milliseconds until) {
+    if (set.records.empty())
+        return false;
+    const Answer answer = exchange.ask(absenceMessage(newId(), zone, set.owner, set.type), exchangeEnd(until));
+    if (!answer.ok())
+        return answer.status().code == errorServerRefused ? Result<bool>(true) : answer.status();
+    return rcodeOf(**answer) != rcodeNoError;
+}
+
 Status changedSince(const std::string& zone) {
     return serverRefused("the records in " + zone + " have changed since they were shown; nothing was deleted there");
 }
@@ -70,7 +82,7 @@ Status ZoneHoldings::find(DnsExchange& exchange, std::chrono::milliseconds until
     holdings_.name = host_;
     std::set<std::string> owners;
     for (const RecordSet& set : recordSets(host_, {}, ports_)) {
-        if (Status failed = findSet(exchange, set, until); !failed.ok())
+        if (Status failed = findSet(exchange, forward_, set.owner, set.type, until); !failed.ok())
             return failed;
         owners.insert(set.owner);
     }
@@ -96,29 +108,18 @@ Status ZoneHoldings::find(DnsExchange& exchange, std::chrono::milliseconds until
     return {};
 }
 
-Status ZoneHoldings::findSet(DnsExchange& exchange, const RecordSet& expected, std::chrono::milliseconds until) {
-    const Answer answer = authoritative(exchange, expected.owner, expected.type, until);
+Status ZoneHoldings::findSet(DnsExchange& exchange, ZoneSets& sets, const std::string& owner, std::uint16_t type,
+                             std::chrono::milliseconds until) {
+    const Answer answer = authoritative(exchange, owner, type, until);
     if (!answer.ok())
         return answer.status();
-    RecordSet held{expected.owner, expected.type, answerRecords(**answer, expected.owner, expected.type)};
-    const Result<bool> inZone = isInZone(exchange, held, until);
+    RecordSet held{owner, type, answerRecords(**answer, owner, type)};
+    const Result<bool> inZone = isInZone(exchange, sets.zone, held, until);
     if (!inZone.ok())
         return inZone.status();
     if (*inZone)
-        keep(forward_, std::move(held));
+        keep(sets, std::move(held));
     return {};
-}
-
-//  Records in an answer may come from a wildcard, so this uses the prerequisite of an update, as ZoneCheck does. A
-//  server that refuses it may have the records; it will refuse their removal, too.
-Result<bool> ZoneHoldings::isInZone(DnsExchange& exchange, const RecordSet& set,
-                                    std::chrono::milliseconds until) const {
-    if (set.records.empty())
-        return false;
-    const Answer answer = exchange.ask(absenceMessage(newId(), zone_, set.owner, set.type), exchangeEnd(until));
-    if (!answer.ok())
-        return answer.status().code == errorServerRefused ? Result<bool>(true) : answer.status();
-    return rcodeOf(**answer) != rcodeNoError;
 }
 
 //  Adds the records of the set to the result, and the set to sets if one of them is ours.
@@ -182,12 +183,9 @@ std::vector<std::string> ZoneHoldings::pointerNames(const std::string& reverseZo
 Status ZoneHoldings::findPointers(DnsExchange& exchange, const std::string& reverseZone,
                                   std::chrono::milliseconds until) {
     ZoneSets sets{reverseZone, {}, {}, {}, {}};
-    for (const std::string& name : pointerNames(reverseZone)) {
-        const Answer answer = authoritative(exchange, name, typePtr, until);
-        if (!answer.ok())
-            return answer.status();
-        keep(sets, {name, typePtr, answerRecords(**answer, name, typePtr)});
-    }
+    for (const std::string& name : pointerNames(reverseZone))
+        if (Status failed = findSet(exchange, sets, name, typePtr, until); !failed.ok())
+            return failed;
     reverse_.push_back(std::move(sets));
     return {};
 }

@@ -50,8 +50,8 @@ private:
         std::optional<Status> removal;   // result of the update, if it was sent
     };
 
-    Status findSet(DnsExchange& exchange, const RecordSet& expected, std::chrono::milliseconds until);
-    Result<bool> isInZone(DnsExchange& exchange, const RecordSet& set, std::chrono::milliseconds until) const;
+    Status findSet(DnsExchange& exchange, ZoneSets& sets, const std::string& owner, std::uint16_t type,
+                   std::chrono::milliseconds until);
     void keep(ZoneSets& sets, RecordSet held);
     Status findOtherTypes(DnsExchange& exchange, const std::string& owner, std::chrono::milliseconds until);
     Status findPointers(DnsExchange& exchange, const std::string& reverseZone, std::chrono::milliseconds until);

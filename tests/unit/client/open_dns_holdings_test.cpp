@@ -35,10 +35,11 @@ public:
 
     std::map<std::pair<std::string, std::uint16_t>, std::vector<DnsBytes>> records;
     std::atomic<unsigned> updateCode{0};
-    std::atomic<bool> removes{true};   // an update that succeeds deletes all records of its zone
-    std::atomic<bool> isSigned{true};  // answers to updates with changes have a signature
-    std::atomic<bool> cuts{false};     // it closes the connection at an update of example.org
-    std::atomic<bool> wildcard{false};
+    std::atomic<bool> removes{true};           // an update that succeeds deletes all records of its zone
+    std::atomic<bool> isSigned{true};          // answers to updates with changes have a signature
+    std::atomic<bool> cuts{false};             // it closes the connection at an update of example.org
+    std::atomic<bool> wildcard{false};         // the records of example.org come from a wildcard
+    std::atomic<bool> wildcardPointer{false};  // those of the reverse zone do
     std::atomic<bool> refusesPointers{false};
     std::atomic<int> updates{0};  // number of those with changes
 
@@ -52,7 +53,7 @@ private:
         if (seen.opcode != opcodeUpdate)
             return reply(seen, 0, seen.type == typeSoa ? std::vector{soaOf("example.org")} : answerTo(seen));
         if (!hasChanges(seen))
-            return reply(seen, wildcard ? rcodeNoError : rcodeYxRrset, {});
+            return reply(seen, seen.owner == reverse ? wildcardPointer : wildcard);
         ++updates;
         if (cuts && seen.owner == "example.org")
             return {{}, Reaction::Then::end};
@@ -69,6 +70,10 @@ private:
                 for (const DnsBytes& data : all)
                     found.push_back({key.first, key.second, data});
         return found;
+    }
+    //  Answers the prerequisite that a set is absent.
+    static Reaction reply(const SeenRequest& seen, bool absent) {
+        return reply(seen, absent ? rcodeNoError : rcodeYxRrset, {});
     }
     static Reaction reply(const SeenRequest& seen, unsigned code, const std::vector<AnswerRecord>& found) {
         return {framed(genuineAnswer(seen, code, found)), Reaction::Then::goOn};
@@ -171,6 +176,13 @@ TEST_F(DnsHoldings, RecordsOfAWildcardAreNotFound) {
     EXPECT_EQ(held(), Texts());
     EXPECT_EQ(removal({}).code, 0);
     EXPECT_EQ(server.updates, 0);
+}
+
+TEST_F(DnsHoldings, ThePtrRecordOfAWildcardIsNotFound) {
+    server.wildcardPointer = true;
+    EXPECT_EQ(held(), Texts{addressLine});
+    EXPECT_EQ(removal({addressLine}).code, 0);
+    EXPECT_EQ(server.updates, 1);
 }
 
 TEST_F(DnsHoldings, OtherTypesTargetsAndFormsRemain) {
