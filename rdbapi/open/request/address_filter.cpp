@@ -13,9 +13,10 @@ namespace {
 constexpr unsigned addressBits = 128;
 constexpr AddressFilter::Prefix uniqueLocal{{0xfc}, 7};  // RFC 4193 section 3.1
 
-//  Addresses that the service does not publish: link-local, site-local, multicast, and of ::/8 the loopback address and
-//  the IPv4-mapped and IPv4-compatible ones. The service would publish the others of ::/8, but hosts hardly have them.
-constexpr AddressFilter::Prefix neverPublished[] = {{{0xfe, 0x80}, 10}, {{0xfe, 0xc0}, 10}, {{0xff}, 8}, {{}, 8}};
+//  Addresses that the service never publishes (RFC 4291 section 2): multicast; link-local and site-local; IPv4-mapped;
+//  unspecified, loopback and IPv4-compatible.
+constexpr AddressFilter::Prefix neverPublished[] = {
+    {{0xff}, 8}, {{0xfe, 0x80}, 9}, {{0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0xff, 0xff}, 96}, {{}, 96}};
 
 //  Calls take with each element of a list that is separated by commas, until one fails.
 template <class Take>

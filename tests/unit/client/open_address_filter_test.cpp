@@ -140,6 +140,14 @@ TEST(AddressFilter, KnowsWhetherItLeavesNothingOfTheHostsAddresses) {
     EXPECT_FALSE(filterOf("2001:db9::/32", "").leavesNothingOf({{binary("fe80::1"), {0, {"eth0"}}}}));
 }
 
+TEST(AddressFilter, PassesTheSameKindsOfAddressesAsTheService) {
+    for (const char* text :
+         {"ff02::1", "fe80::1", "febf::1", "fec0::1", "feff::1", "::1", "::192.0.2.1", "::ffff:192.0.2.1"})
+        EXPECT_EQ(AddressFilter().passing({{binary(text), {0, {"eth0"}}}}).size(), 0U) << text;
+    for (const char* text : {"2001:db8::1", "fd00::1", "fe7f::1", "64:ff9b:1::1", "::1:0:0:1"})
+        EXPECT_EQ(AddressFilter().passing({{binary(text), {0, {"eth0"}}}}).size(), 1U) << text;
+}
+
 TEST(AddressFilter, AddressesThatTheHostDoesNotHavePassEachPatternOfInterfaces) {
     const Result<Texts> left = filterOf("", "if:*").apply({"2001:db8:ffff:ffff::1", "192.0.2.1"});
     ASSERT_TRUE(left.ok()) << left.status().reason;
