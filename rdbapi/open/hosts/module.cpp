@@ -8,10 +8,10 @@ namespace {
 using namespace rdbopen;
 
 void advise(const UrlUse& use, std::vector<Advice>& advice) {
-    adviseOnFile(use, advice);
     const Result<AddressFilter> filter = parseHostsOptions(use.url);
     if (!filter.ok())
         return;
+    adviseOnFile(use, advice);
     if (std::string text = filterAdvice(*filter, use.urlName); !text.empty())
         advice.push_back({Setting::url, std::move(text)});
 }

@@ -108,6 +108,13 @@ TEST_F(Check, AFolderThatOtherUsersCanWriteIsReportedAnywhereOnThePath) {
     EXPECT_EQ(report.exitStatus(), 1);
 }
 
+TEST_F(Check, TheFolderOfAMalformedUrlIsNotReported) {
+    const CReport report = examined("hostname=h\nrdburl=log:\nrdbuser=u\nrdbpswd=p\ndnsurl=hosts:///tmp/hosts?only=x\n"
+                                    "dnsuser=u\ndnspswd=p\n");
+    EXPECT_EQ(linesOf(report), Lines{"5 error dnsurl: malformed url: only is not a list of IPv6 prefixes, as in "
+                                     "2001:db8:1::/48"});
+}
+
 TEST_F(Check, AFolderOfOneUserIsNotReported) {
     const CReport report = examined("hostname=h\nrdburl=sqlite:///var/lib/new/rdb.db\nrdbuser=u\nrdbpswd=p\n"
                                     "dnsurl=hosts:///etc/hosts\ndnsuser=u\ndnspswd=p\n");
