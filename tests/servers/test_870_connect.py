@@ -219,9 +219,12 @@ def test_8402_missing_permissions_are_named(redis):
 
 
 @pytest.mark.refusal
-def test_8403_a_replica_takes_no_writes(redis):
+@pytest.mark.parametrize("history", ["", "&history=0"])
+def test_8403_a_replica_takes_no_writes(redis, history):
+    if history:
+        redis.server.command("DEL", "rdb:history:{host1}")
     redis.server.command("REPLICAOF", "127.0.0.1", "1")
-    status, output = redis_settings(redis.sandbox).check("--connect")
+    status, output = redis_settings(redis.sandbox, f"redis://127.0.0.1?expire=900{history}").check("--connect")
     assert status == 1
     assert "READONLY" in "\n".join(output) or "replica" in "\n".join(output)
 

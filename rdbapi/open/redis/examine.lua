@@ -1,6 +1,6 @@
---  Tests whether the user may do what the service does for a name. Unless the limit of the history is 0, also tests
---  whether the server takes writes; a server that has reached its memory limit still executes LTRIM. The script changes
---  nothing: LTRIM keeps the whole list.
+--  Tests whether the user may do what the service does for a name, and whether the server takes writes. The write
+--  changes nothing: LTRIM keeps the whole list; without a limit of the history, DEL is sent if the list does not exist,
+--  and no write if it does. A server that has reached its memory limit still executes both commands.
 --
 --      KEYS    tag, value, history
 --      ARGV    expiry in seconds or 0, limit of the history, command that announces a change, channel
@@ -38,10 +38,13 @@ need(publish, channel, '')
 if #answer > 1 then
     return answer
 end
+local written
 if limit ~= '0' then
-    local trimmed = redis.pcall('LTRIM', KEYS[3], '0', '-1')
-    if type(trimmed) == 'table' and trimmed.err then
-        return trimmed
-    end
+    written = redis.pcall('LTRIM', KEYS[3], '0', '-1')
+elseif redis.call('TYPE', KEYS[3]).ok == 'none' then
+    written = redis.pcall('DEL', KEYS[3])
+end
+if type(written) == 'table' and written.err then
+    return written
 end
 return {'done'}
