@@ -64,4 +64,8 @@ endif()
 if(ADDRPUBD_SANITIZE)
     add_compile_options(-fsanitize=${ADDRPUBD_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
     add_link_options(-fsanitize=${ADDRPUBD_SANITIZE})
+    find_program(LLD ld.lld)
+    if(LLD)
+        add_link_options(-fuse-ld=lld)  # a fifth of the time of GNU ld
+    endif()
 endif()
