@@ -193,7 +193,7 @@ TEST_F(WorkerTagQuery, AnAbandonedQueryEndsTheExchangeAndTheConnection) {
     EXPECT_EQ(reports.take(), "rdbapi: fake: no answer");
 }
 
-TEST_F(WorkerTagQuery, AQueryAbandonedInTheQueueDisconnects) {
+TEST_F(WorkerTagQuery, AQueryAbandonedInTheQueueEndsTheExchangeAndTheConnection) {
     connect();
     skipBackoff = false;
     beSilent();
@@ -201,7 +201,8 @@ TEST_F(WorkerTagQuery, AQueryAbandonedInTheQueueDisconnects) {
     ASSERT_TRUE(eventually([&] { return script->served == 1; }));
     expireWaits = true;
     EXPECT_EQ(tagGet(), errorTimedOut);
-    EXPECT_EQ(events.take(), RDB_EVENT_DISCONNECTED);
+    EXPECT_EQ(events.take(), RDB_EVENT_DISCONNECTED);  // sent by the caller's thread at its time limit
+    EXPECT_EQ(reports.take(), "rdbapi: fake: no answer");
     EXPECT_EQ(script->takeMade(), Made{"send one"});
 }
 
