@@ -251,10 +251,12 @@ TEST_F(Worker_, AnAbandonedCallDoesNotWriteToTheCallersRecord) {
     script->hold = true;
     RdbTag tag = tagNamed("t");
     expireWaits = true;
+    expireWhen = [this] { return script->served == 1; };
     EXPECT_EQ(rdb_tagget(handle, &tag), errorTimedOut);
     expireWaits = false;
     script->hold = false;
     EXPECT_EQ(events.take(), RDB_EVENT_DISCONNECTED);  // sent by the caller's thread at its time limit
+    EXPECT_EQ(events.take(), RDB_EVENT_CONNECTED);     // sent by the worker after it has finished the call
     EXPECT_EQ(tag.tagclass, 0);
 }
 
@@ -268,7 +270,8 @@ TEST_F(Worker_, ACallThatWasAbandonedInTheQueueIsNotExecuted) {
     EXPECT_EQ(tagGet(), errorTimedOut);
     expireWaits = false;
     script->hold = false;
-    EXPECT_EQ(events.take(), RDB_EVENT_DISCONNECTED);
+    EXPECT_EQ(events.take(), RDB_EVENT_DISCONNECTED);  // sent by the caller's thread at its time limit
+    EXPECT_EQ(reports.take(), "rdbapi: fake: a request for a tag was not answered within 3 s");
     EXPECT_EQ(script->takeMade(), std::vector<std::string>{"send first"});
 }
 
