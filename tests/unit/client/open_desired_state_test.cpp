@@ -13,13 +13,15 @@ using namespace rdbopen;
 constexpr DesiredState::Time began{5000};
 constexpr DesiredState::Time later{6000};
 
-//  A server that stores tags and values. The test sets how often it fails.
+//  A server that stores tags and values. The test sets which requests fail.
 class Holder : public Backend, public TagBackend, public UpdateBackend {
 public:
     std::map<std::string, std::string> values;
     std::map<std::string, bool> defined;
     std::string sent;
-    int failures = 0;
+    int successes = 0;  // number of next requests that succeed before the failures
+    int failures = 0;   // number of requests that then fail
+    int requests = 0;
     bool badRequest = false;
     int lookups = 0;
 
@@ -65,7 +67,12 @@ public:
     Status checkRequest(std::string_view text) override { return {sent == text ? errorNone : errorNotHeld, {}}; }
 
 private:
-    bool failing() { return failures > 0 && failures-- > 0; }
+    bool failing() {
+        ++requests;
+        if (successes > 0 && successes-- > 0)
+            return false;
+        return failures > 0 && failures-- > 0;
+    }
 };
 
 TEST(DesiredState, NothingIsPendingAtFirst) {
@@ -270,20 +277,30 @@ TEST(DesiredState, WithoutDataARefreshHasNothingToDo) {
     EXPECT_FALSE(desired.pending());
 }
 
-TEST(DesiredState, ARetryMayFailAnyNumberOfTimes) {
-    for (int failures = 1; failures < 8; ++failures) {
-        DesiredState desired;
-        desired.recordTag(usableTag("a"), errorBackendFailed);
-        desired.recordValue(recordOf("a", "1"), errorBackendFailed, began);
-        desired.recordRequest("m", errorBackendFailed, began);
-        Holder holder;
-        holder.failures = failures;
-        for (int attempt = 0; attempt < failures; ++attempt)
-            EXPECT_EQ(desired.retry(holder, began).code, errorBackendFailed);
-        EXPECT_EQ(desired.retry(holder, began).code, errorNone);
-        EXPECT_EQ(holder.values["a"], "1");
-        EXPECT_EQ(holder.sent, "m");
-    }
+//  The steps of the retry: the import, the lookup, the put and the update request.
+constexpr int steps = 4;
+
+TEST(DesiredState, EachStepOfARetryMayFailAnyNumberOfTimes) {
+    for (int step = 0; step < steps; ++step)
+        for (int failures = 1; failures < 8; ++failures) {
+            DesiredState desired;
+            desired.recordTag(usableTag("a"), errorBackendFailed);
+            desired.recordValue(recordOf("a", "1"), errorBackendFailed, began);
+            desired.recordLookup(tagNamed("b"), errorBackendFailed);
+            desired.recordRequest("m", errorBackendFailed, began);
+            Holder holder;
+            holder.successes = step;
+            holder.failures = failures;
+            for (int attempt = 0; attempt < failures; ++attempt)
+                EXPECT_EQ(desired.retry(holder, began).code, errorBackendFailed) << step;
+            EXPECT_EQ(holder.requests, step + failures);
+            EXPECT_EQ(desired.retry(holder, began).code, errorNone) << step;
+            EXPECT_EQ(holder.requests, steps + failures);
+            EXPECT_TRUE(holder.defined.contains("a"));
+            EXPECT_EQ(holder.lookups, 1) << step;
+            EXPECT_EQ(holder.values["a"], "1") << step;
+            EXPECT_EQ(holder.sent, "m") << step;
+        }
 }
 
 }  // namespace
