@@ -14,10 +14,9 @@ using namespace rdbopen;
 const std::string reverse = "8.b.d.0.1.0.0.2.ip6.arpa";
 const std::string host = "host1.example.org";
 
-//  2001:db8::LAST; in an address of another network the first byte is 0xfd.
-DnsBytes addressOf(unsigned last, std::uint8_t first = 0x20) {
+//  2001:db8::LAST
+DnsBytes addressOf(unsigned last) {
     DnsBytes address = fromHex("20010db8000000000000000000000000");
-    address[0] = first;
     address[15] = static_cast<std::uint8_t>(last);
     return address;
 }
