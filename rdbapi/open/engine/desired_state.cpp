@@ -164,7 +164,9 @@ Status DesiredState::sendValue(Backend& backend, Entry& entry) {
 }
 
 //  If the tag is missing, the server has probably lost its data, so the tag is imported again. If its definition is not
-//  known here, the value is no longer pending: the user of the handle has to create the tag.
+//  known here, the value is no longer pending: the user of the handle has to create the tag. A value that can never be
+//  accepted is forgotten, because each check would find it missing. A retry is the first to find this if the caller
+//  timed out, or if the connection was lost, before the back end had the value.
 Status DesiredState::putValue(Backend& backend, Entry& entry, Time now) {
     Status status = sendValue(backend, entry);
     const bool tagMissing = status.code == errorNoSuchTag || status.code == errorTagNotUsable;
@@ -176,6 +178,8 @@ Status DesiredState::putValue(Backend& backend, Entry& entry, Time now) {
     entry.valuePending = isRetryable(status.code) && !(tagMissing && !entry.tag);
     entry.refreshDue = entry.refreshDue && entry.valuePending;
     entry.valueConfirmed = confirmation(status.code, now);
+    if (!status.ok() && !isRetryable(status.code))
+        entry.value.reset();
     return status;
 }
 

@@ -4,9 +4,9 @@
 //      requested --success--> held --check finds it missing--> pending --retry--> held
 //           \--failure, refusal, time-out--> pending
 //
-//  A tag lookup without an answer is also pending: it is repeated until the server answers it. A request that can never
-//  succeed, such as a malformed one, is not stored; if only a retry shows this, the request is no longer pending. A
-//  value whose tag is missing is no longer pending after a retry if the definition of the tag is not known here.
+//  A tag lookup without an answer is also pending: it is repeated until the server answers it. A value or request that
+//  can never succeed, such as a malformed one, is not stored; if only a retry shows this, it is forgotten. A value
+//  whose tag is missing is no longer pending after a retry if the definition of the tag is not known here.
 //
 //  For held data it also knows when the server last confirmed it: when the server accepted it on this connection, or a
 //  later check found it. The worker need not send a request for such data again. The time of a confirmation is that at

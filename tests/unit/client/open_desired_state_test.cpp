@@ -46,6 +46,8 @@ public:
     Status put(std::span<const RdbSnapshot> records) override {
         if (failing())
             return backendFailed("x");
+        if (badRequest)
+            return {errorBadRequest, "no name"};
         if (!defined.contains(records[0].name))
             return {errorNoSuchTag, {}};
         values[records[0].name] = records[0].value;
@@ -268,6 +270,19 @@ TEST(DesiredState, ARequestThatARetryFindsMalformedIsNotDesired) {
     EXPECT_EQ(desired.retry(holder, later).code, errorBadRequest);
     EXPECT_FALSE(desired.pending());
     EXPECT_TRUE(desired.empty());
+}
+
+//  A check would otherwise always find the value missing, and each retry would send it again.
+TEST(DesiredState, AValueThatARetryFindsImpossibleIsNotDesired) {
+    Holder holder;
+    DesiredState desired;
+    desired.recordValue(recordOf("a", "1"), errorTimedOut, began);
+    holder.badRequest = true;
+    EXPECT_EQ(desired.retry(holder, later).code, errorBadRequest);
+    EXPECT_TRUE(desired.empty());
+    EXPECT_EQ(desired.check(holder, later).code, errorNone);
+    EXPECT_FALSE(desired.pending());
+    EXPECT_FALSE(desired.refresh());
 }
 
 TEST(DesiredState, WithoutDataARefreshHasNothingToDo) {
