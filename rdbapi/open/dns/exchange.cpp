@@ -22,7 +22,7 @@ Status DnsExchange::connect(const ServerAddress& address, std::chrono::milliseco
     early_.reset();
     datagrams_.close();
     if (waiter_.cancelled())
-        return backendFailed("the handle was closed, or a call waits");
+        return cancelledFailure();
     return stream_.connect(address, waiter_, until);
 }
 

@@ -115,7 +115,7 @@ Status ServerAddresses::walk(const Walk& how, std::size_t skipped, Status answer
         if (i == skipped)
             continue;
         if (how.waiter.cancelled())
-            return answered ? answer : backendFailed("the handle was closed, or a call waits");
+            return answered ? answer : cancelledFailure();
         const auto now = monotonicNow();
         const std::chrono::milliseconds share = now + (how.until - now) / left--;
         current_ = i;

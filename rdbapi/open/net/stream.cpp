@@ -28,6 +28,10 @@ Status waitFailure(Waiter::Result result) {
     return failedTo("cannot wait", systemFailure(errno));
 }
 
+Status cancelledFailure() {
+    return backendFailed("the handle was closed, or a call waits or has timed out");
+}
+
 Status waitUntilReady(int descriptor, short events, const Waiter& waiter, std::chrono::milliseconds until) {
     const Waiter::Result result = waiter.wait(descriptor, events, until);
     return result == Waiter::Result::ready ? Status{} : waitFailure(result);

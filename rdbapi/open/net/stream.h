@@ -67,6 +67,9 @@ public:
 //  Returns the failure for a wait whose result is not Waiter::Result::ready. Requires: errno is as the wait has set it.
 Status waitFailure(Waiter::Result result);
 
+//  Returns the failure for an operation that does not begin because Waiter::cancelled returned true.
+Status cancelledFailure();
+
 //  Waits as Waiter::wait does. Returns ok when descriptor is ready, else waitFailure.
 Status waitUntilReady(int descriptor, short events, const Waiter& waiter, std::chrono::milliseconds until);
 

@@ -179,15 +179,17 @@ TEST_F(Addresses, EachAddressHasAnEqualShareOfTheRemainingTime) {
     EXPECT_EQ(shares, (std::vector<std::int64_t>{10, 13, 22}));
 }
 
-TEST_F(Addresses, AClosedHandleTriesNoFurtherAddress) {
+TEST_F(Addresses, ACancelledWaiterTriesNoFurtherAddress) {
     outcomes["192.0.2.1"] = wrongServer("one");
     const ServerAddresses::Attempt close = [this](std::chrono::milliseconds) {
         waiter.ended = true;
         return wrongServer("one");
     };
-    EXPECT_NE(addresses.tryEach(waiter, until, connect, close).code, errorNone);
+    EXPECT_EQ(addresses.tryEach(waiter, until, connect, close).reason, "one");
     EXPECT_EQ(tried, (Texts{"192.0.2.1"}));
-    EXPECT_NE(tryEach().code, errorNone);
+    const Status status = tryEach();
+    EXPECT_EQ(status.code, errorBackendFailed);
+    EXPECT_EQ(status.reason, "the handle was closed, or a call waits or has timed out");
     EXPECT_EQ(tried, Texts());
 }
 
