@@ -5,13 +5,14 @@
 #  the same subjects as marks of pytest.
 
 set(refusal "^(RedisRefusals?|TsigAnswer)[.]"
-    "^(Open)?(Dns|Redis|Sqlite)Backend[.].*(Refus|NotAuth)" "^HostileDnsServer[.].*BadKey" "^OpenTcpStream[.].*Refused"
-    "^(WorkerTagQuery|WorkerDesiredState|Wanted)[.].*Refus" "^Worker_[.]AMissingTag" "^Addresses[.].*WrongServer"
-    "^(PublishCycle|SendGate|PutGate|Events)[.].*Refus")
+    "^(Open)?DnsBackend[.].*(Refus|NotAuth)" "^(Redis|Sqlite)Backend[.].*Refus" "^HostileDnsServer[.].*BadKey"
+    "^OpenTcpStream[.].*Refused" "^(WorkerTagQuery|WorkerDesiredState|WorkerRepetition|DesiredState)[.].*Refus"
+    "^Worker_[.]AMissingTag" "^Addresses[.].*WrongServer")
 set(retry "^(Backoff|WorkerCheck)[.]"
-    "^(Open)?(Dns|Redis|Sqlite)Backend[.].*(Again|Lost)" "^HostsBackendAlone[.].*Retry"
-    "^Sqlite(Creation|ForeignChange)[.].*(Retry|Again)"
-    "^(WorkerTagQuery|WorkerDesiredState|Wanted|Worker_)[.].*(Again|Repeat|Later|BackOff)")
+    "^(Open)?DnsBackend[.].*Again" "^SqliteBackend[.].*Lost" "^HostsBackendAlone[.].*Retry"
+    "^SqliteCreation[.].*(Retry|Again)" "^Each/SqliteForeignChange[.].*Again"
+    "^(WorkerTagQuery|WorkerDesiredState|WorkerRepetition|DesiredState|Worker_)[.].*(Again|Repeat|Retr|BackOff)"
+    "^PublishCycle[.].*Retried")
 set(failover "^Addresses[.]" "^RedisRefusals[.].*(AnotherAddress|Replica)" "^RedisList[.]"
     "^Redis(Cluster|Sentinel)[.].*(Replaced|Followed|Moved|FailOver|AnyOfItsNodes)")
 set(not_of_a_server "Malformed|NotAKeyName")  # these urls and users are refused by the client library itself
