@@ -33,22 +33,25 @@ check_files() {
     #  Updates of Debian may change the size a little.
     megabytes=$(du --summarize --apparent-size --block-size=1MB "$root" | cut -f1)
     packed=$(du --summarize --apparent-size --block-size=1MB "$work/build/image" | cut -f1)
-    states "about 33 MB of files, 15 MB packed"
+    states "about 34 MB of files, 15 MB packed"
     expect_at_most "MB of files" 35 "$megabytes"
     expect_at_most "MB packed" 17 "$packed"
     check_certificates "$root"
     podman image unmount "$(image)" >/dev/null
 }
 
-#  The default store of certificates is that of the image, and an authority in it is trusted.
+#  A server that shows the certificate of a public authority as its own: the client library refuses it, but not because
+#  the authority is unknown.
 check_certificates() {
-    local authority=/usr/share/ca-certificates/mozilla/ISRG_Root_X1.crt
+    local authority=/usr/share/ca-certificates/mozilla/ISRG_Root_X1.crt port
     [ -e "$authority" ] || fail "ca-certificates is not installed"
-    podman run --rm --network none --volume /usr/bin/openssl:/openssl:ro --volume "$authority:/authority.crt:ro" \
-        --entrypoint /openssl "$(image)" verify /authority.crt >"$work/output" 2>&1 || {
-        cat "$work/output"
-        fail "the certificates of $1 do not contain a public authority"
-    }
+    coproc /usr/bin/python3 -B "$(dirname "${BASH_SOURCE[0]}")/authority_server.py" "$authority"
+    read -r port <&"${COPROC[0]}"
+    printf '%s\n' "hostname = host1.example" "rdburl = rediss://127.0.0.1:$port" "rdbuser = a" "rdbpswd = b" \
+        >"$work/authority.ini"
+    podman run --rm --network host --volume "$work/authority.ini:/authority.ini:ro" \
+        --entrypoint addrpubd-check "$(image)" --connect /authority.ini >"$work/output" 2>&1 || true
+    output_has "failed  the server's certificate is not for servers"
 }
 
 check_without_settings() {
