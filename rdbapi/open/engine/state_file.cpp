@@ -55,6 +55,7 @@ void StateFile::chooseFolder(const char* runtimeDirectory) {
     snprintf(newPath_, maxPath, "%.*s/state.new", length, folder.data());
     snprintf(lockPath_, maxPath, "%.*s/state.lock", length, folder.data());
     snprintf(statePath_, maxPath, "%.*s/state", length, folder.data());
+    ready_ = true;
 }
 
 //  createNew creates the new file before replace checks open_. So, if the check still finds a connection, the new file
@@ -73,7 +74,7 @@ void StateFile::remove() const noexcept {
 }
 
 void StateFile::write(std::string_view text) noexcept {
-    if (statePath_[0] == '\0' || open_ == 0 || !lock())
+    if (!ready_ || open_ == 0 || !lock())
         return;
     if (!replace(text)) {
         remove();

@@ -35,7 +35,8 @@ public:
     StateFile& operator=(const StateFile&) = delete;
 
     //  Sets the folder: runtimeDirectory is the value of RUNTIME_DIRECTORY, or null. Only the first call has an effect.
-    //  If its path is too long, nothing is written. Not async-signal-safe.
+    //  If its path is too long, nothing is written. Until the first call has returned, write does nothing; no other
+    //  call waits for it. Not async-signal-safe.
     void chooseFolder(const char* runtimeDirectory);
 
     //  Counts the open connections. When the last one is closed, connectionClosed removes the state file; a write at
@@ -58,11 +59,12 @@ private:
     static constexpr std::size_t maxPath = 256;  // bytes; a longer path is no folder of systemd
 
     std::atomic<int> open_{0};
-    std::atomic<bool> chosen_{false};
-    std::atomic<pid_t> writer_{0};  // this process while it is the writer, else 0; after fork that of the parent
+    std::atomic<bool> chosen_{false};  // chooseFolder was called
+    std::atomic<bool> ready_{false};   // the paths are set and constant
+    std::atomic<pid_t> writer_{0};     // this process while it is the writer, else 0; after fork that of the parent
     int lockFd_ = -1;
     int currentFd_ = -1;  // of the file FOLDER/state, whose lock it has
-    //  Constant after chooseFolder; empty if the path of the folder is too long.
+    //  Not read before ready_ is true.
     char statePath_[maxPath] = {};
     char newPath_[maxPath] = {};
     char lockPath_[maxPath] = {};

@@ -1,5 +1,6 @@
 //  What the workers write into the state file.
 #include "engine/state_board.h"
+#include "engine/state_file.h"
 #include "open_worker_fixture.h"
 
 namespace {
@@ -114,6 +115,26 @@ TEST_F(WorkerState, AClosedHandleIsRemovedFromTheFile) {
     ASSERT_TRUE(eventually([&] { return servers() == 2; }));
     rdb_destory(other);
     EXPECT_TRUE(eventually([&] { return has("server ") && servers() == 1; }));
+}
+
+//  The thread sanitizer notices if the second thread uses paths that the first one may still be writing. A relaxed flag
+//  orders the threads without hiding that.
+TEST(StateFolder, ChosenOnOneThreadIsUsedOnAnother) {
+    const Folder folder;
+    StateFile file;
+    std::atomic<bool> chosen{false};
+    std::thread first([&] {
+        file.chooseFolder(folder.path().c_str());
+        chosen.store(true, std::memory_order_relaxed);
+    });
+    while (!chosen.load(std::memory_order_relaxed))
+        std::this_thread::yield();
+    file.chooseFolder(nullptr);
+    file.connectionOpened();
+    file.write("text");
+    EXPECT_EQ(readText(folder.file("state")), "text");
+    first.join();
+    file.connectionClosed();
 }
 
 TEST_F(WorkerState, AThreadThatCannotBeStartedLeavesNoConnection) {
