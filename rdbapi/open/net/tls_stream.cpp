@@ -46,15 +46,16 @@ int TlsStream::readWire(BIO* bio, char* bytes, int size) {
     return -1;
 }
 
+//  Every failure of send(2) is a lack of room for OpenSSL, and wire.error is the difference. After a fatal error
+//  OpenSSL would forbid the SSL_read of refusalOr (SSL_get_error(3)).
 int TlsStream::writeWire(BIO* bio, const char* bytes, int size) {
     Wire& wire = *static_cast<Wire*>(BIO_get_data(bio));
     BIO_clear_retry_flags(bio);
     const ssize_t sent = ::send(wire.descriptor, bytes, static_cast<std::size_t>(size), MSG_NOSIGNAL);
     if (sent >= 0)
         return static_cast<int>(sent);
-    if (errno == EAGAIN || errno == EINTR)
-        BIO_set_retry_write(bio);
-    else
+    BIO_set_retry_write(bio);
+    if (errno != EAGAIN && errno != EINTR)
         wire.error = errno;
     return -1;
 }
@@ -162,14 +163,17 @@ TlsStream::Step TlsStream::attempt(Call call) {
     case SSL_ERROR_WANT_READ:
         return Step::lacksInput;
     case SSL_ERROR_WANT_WRITE:
-        return Step::lacksRoom;
+        if (wire_.error == 0)
+            return Step::lacksRoom;
+        break;
     case SSL_ERROR_ZERO_RETURN:
         wire_.ended = true;
-        [[fallthrough]];
+        break;
     default:
-        broken_ = true;
-        return Step::failed;
+        break;
     }
+    broken_ = true;
+    return Step::failed;
 }
 
 //  As attempt, and waits for what the call lacks. The time is checked after each call, too: a server that never pauses

@@ -36,6 +36,9 @@ void release(void* block, const char*, int) {
 }
 const bool memoryIsWatched = CRYPTO_set_mem_functions(allocate, reallocate, release) == 1;
 
+thread_local const SSL* failed = nullptr;  // the connection whose last call ended with a fatal error
+thread_local int readsAfterFailure = 0;    // calls of SSL_read_ex on such a connection
+
 thread_local int sends = 0;             // calls of send
 thread_local bool unconfirmed = false;  // the server has not confirmed all bytes
 
@@ -72,6 +75,17 @@ ssize_t __wrap_recv(int descriptor, void* bytes, std::size_t count, int flags) {
     if (neverPauses)
         poll(&input, 1, -1);
     return fails(failReceive) ? -1 : __real_recv(descriptor, bytes, count, flags);
+}
+int __real_SSL_get_error(const SSL*, int);
+int __wrap_SSL_get_error(const SSL* tls, int result) {
+    const int error = __real_SSL_get_error(tls, result);
+    failed = error == SSL_ERROR_SSL || error == SSL_ERROR_SYSCALL ? tls : failed;
+    return error;
+}
+int __real_SSL_read_ex(SSL*, void*, std::size_t, std::size_t*);
+int __wrap_SSL_read_ex(SSL* tls, void* bytes, std::size_t count, std::size_t* taken) {
+    readsAfterFailure += tls == failed ? 1 : 0;
+    return __real_SSL_read_ex(tls, bytes, count, taken);
 }
 const char* __real_X509_get_default_cert_dir();
 const char* __wrap_X509_get_default_cert_dir() {
@@ -332,8 +346,12 @@ TEST_F(OpenTlsStream, ARefusalIsReadAfterAFailedRequest) {
     const TlsServer server({.clientsIssuer = &pki().authority});
     ASSERT_EQ(connect(server), "");
     ASSERT_TRUE(eventually([&] { return readable(stream->descriptor()); }));
+    failed = nullptr;
+    readsAfterFailure = 0;
     failSend = EPIPE;
     EXPECT_EQ(send("x"), "the server requires a client certificate (cert=FILE and key=FILE)");
+    EXPECT_NE(failed, nullptr);
+    EXPECT_EQ(readsAfterFailure, 0) << "SSL_get_error(3) forbids this";
 }
 
 TEST_F(OpenTlsStream, AnOldProtocolIsRefused) {

@@ -10,7 +10,7 @@ target_link_libraries(open_tls_support PUBLIC rdbapi_open rdbopen_tls)
 addrpubd_unit_test(open_tls_stream_test NOT_UNDER_VALGRIND
     SOURCES open_tls_stream_test.cpp
     LIBS open_tls_support
-    WRAP clock_gettime ioctl recv send socket X509_get_default_cert_dir)
+    WRAP clock_gettime ioctl recv send socket SSL_get_error SSL_read_ex X509_get_default_cert_dir)
 
 if(TARGET rdbopen_rediss AND TARGET rdbopen_dns-tls)
     addrpubd_unit_test(open_tls_backend_test
