@@ -24,7 +24,7 @@ Status parseExpiry(const std::string& text, std::uint32_t& expire) {
     if (expire >= redisMinExpiry)
         return {};
     return malformedUrl("expire is not a number of seconds from " + std::to_string(redisMinExpiry) +
-                        " (an unchanged value is repeated after 600) to " + std::to_string(redisMaxExpiry));
+                        " (an unchanged value is repeated after 540) to " + std::to_string(redisMaxExpiry));
 }
 
 std::string optionWords(const RedisPlace& place) {
