@@ -52,7 +52,8 @@ constexpr Metric metrics[] = {
      [](const Server& server, Time) { return flag(server.phase == "connected"); }},
     {"addrpubd_server_confirmed", "gauge", "Whether the server has confirmed all data in time.",
      [](const Server& server, Time now) { return flag(isConfirmed(server, now)); }},
-    {"addrpubd_server_pending_items", "gauge", "Number of values and requests that the server has not accepted.",
+    {"addrpubd_server_pending_items", "gauge",
+     "Number of values, requests and tags that the server has not accepted, at most 9.",
      [](const Server& server, Time) { return std::to_string(server.pending.size() + (server.tag_pending ? 1 : 0)); }},
     {"addrpubd_server_connected_timestamp_seconds", "gauge", "When the present connection began.",
      [](const Server& server, Time now) { return timeOf(server.connected, now); }},
@@ -103,7 +104,7 @@ std::string metricsOf(const Reading& reading, Time now) {
     const State& state = reading.state;
     text += headOf("addrpubd_library_info", "gauge", "Version of the client library.") +
             "addrpubd_library_info{version=\"" + escapedLabel(state.library) + "\"} 1\n" +
-            headOf("addrpubd_start_time_seconds", "gauge", "When the service started.") +
+            headOf("addrpubd_start_time_seconds", "gauge", "When the process of the service first wrote its state.") +
             "addrpubd_start_time_seconds " + secondsText(state.started, now) + "\n" +
             headOf("addrpubd_state_timestamp_seconds", "gauge", "When the service last wrote its state.") +
             "addrpubd_state_timestamp_seconds " + secondsText(state.written, now) + "\n";

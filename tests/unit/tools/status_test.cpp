@@ -236,6 +236,29 @@ TEST(StatusMetrics, ASampleForEachServer) {
               std::string::npos);
 }
 
+TEST(StatusMetrics, TheTagIsPendingInAdditionToTheEightItemsOfTheFile) {
+    Server server = confirmed();
+    server.pending.assign(8, {"host1", "::1", {}});
+    server.tag_pending = true;
+    const std::string text = metricsOf(readingOf(server), now);
+    EXPECT_NE(text.find("# HELP addrpubd_server_pending_items Number of values, requests and tags that the server has "
+                        "not accepted, at most 9.\n"
+                        "# TYPE addrpubd_server_pending_items gauge\n"
+                        "addrpubd_server_pending_items{kind=\"rdb\",server=\"redis://db\"} 9\n"),
+              std::string::npos);
+}
+
+//  The state has no other moment of the start.
+TEST(StatusMetrics, TheStartIsTheFirstWrite) {
+    const Reading reading = readingOf(confirmed());
+    EXPECT_NE(metricsOf(reading, now)
+                  .find("# HELP addrpubd_start_time_seconds When the process of the service first "
+                        "wrote its state.\n# TYPE addrpubd_start_time_seconds gauge\n"
+                        "addrpubd_start_time_seconds " +
+                        secondsText(reading.state.started, now) + "\n"),
+              std::string::npos);
+}
+
 TEST(StatusMetrics, TheSameServerTwiceHasOneSample) {
     Reading reading = readingOf(confirmed());
     reading.state.servers.push_back(confirmed());
