@@ -33,13 +33,14 @@ constexpr char usage[] =
     "after a confirmation on the terminal, or with --yes. --with-tag also deletes tag, value and\n"
     "history in the database; --port names a further HTTPS port of the host.\n"
     "\n"
-    "Exit status: 0 no findings, 1 warnings, 2 the service would not start.\n"
-    "With --status: 0 all servers have confirmed the addresses, 1 a server is late, refuses or is not\n"
-    "connected, 2 the service is not running or its state cannot be read.\n"
-    "With --connect: 0 everything is equal and allowed, 1 something is not, 2 wrong command line or\n"
+    "Exit status: 0 no warnings, 1 warnings, 2 the service would not start, or FILE cannot be examined.\n"
+    "With --status: 0 all servers have confirmed the addresses, 1 a server has not, 2 the service is\n"
+    "not running, or its state cannot be read.\n"
+    "With --connect: 0 everything is equal and allowed, 1 something is not, or cannot be asked, 2 wrong\n"
+    "settings, or the addresses of this host cannot be listed.\n"
+    "With --remove: 0 no record remains, 1 records remain, or a server cannot be asked, 2 wrong\n"
     "settings.\n"
-    "With --remove: 0 nothing of the service remains, 1 records remain, 2 wrong command line or\n"
-    "settings.\n";
+    "In every mode, 2 also means a wrong command line or output that cannot be written.\n";
 
 //  Sets path to the file to check. Returns false for a wrong command line, with the reason in problem.
 bool readArguments(int argc, char** argv, std::string& path, std::string& problem) {
@@ -65,6 +66,12 @@ int misused(const std::string& problem) {
     return check::status_no_start;
 }
 
+//  Prints text on standard output. Returns the exit status.
+int print(const std::string& text, int status) {
+    std::fputs(text.c_str(), stdout);
+    return std::fflush(stdout) == 0 ? status : fail("the output cannot be written");
+}
+
 int removeMode(int count, char** words) {
     check::RemoveOptions options;
     std::string problem;
@@ -79,7 +86,7 @@ int removeMode(int count, char** words) {
 
 int main(int argc, char** argv) {
     if (argc == 2 && std::strcmp(argv[1], "--help") == 0)
-        return std::fputs(usage, stdout) < 0 ? check::status_no_start : check::status_clean;
+        return print(usage, check::status_clean);
     if (argc >= 2 && std::strcmp(argv[1], "--status") == 0)
         return status::run(argc - 2, argv + 2, usage);
     if (argc > 1 && std::strcmp(argv[1], "--remove") == 0)
@@ -95,8 +102,5 @@ int main(int argc, char** argv) {
     report.file = path;
     if (!check::checkFile(path, report, problem))
         return fail(path + ": " + problem);
-    std::fputs(report.text().c_str(), stdout);
-    if (std::fflush(stdout) != 0)
-        return fail("the output cannot be written");
-    return report.exitStatus();
+    return print(report.text(), report.exitStatus());
 }

@@ -2,8 +2,8 @@
 //
 //      addrpubd-check --status [--json | --prometheus] [INSTANCE | FOLDER]
 //
-//  Exit status 0: every server has confirmed the addresses. 1: a server is late, refuses or cannot be reached. 2: no
-//  service is running, its state cannot be read, or the command line is wrong. The last state of a service that has
+//  Exit status 0: every server has confirmed the addresses. 1: a server has not. 2: no service is running, its state
+//  cannot be read, the command line is wrong, or the output cannot be written. The last state of a service that has
 //  ended is never reported as its present one.
 //
 //  Threads: any.

@@ -101,6 +101,15 @@ def test_476_help_is_printed_on_request():
     status, output, errors = check("--help")
     assert (status, errors) == (0, "")
     assert output.startswith("usage: addrpubd-check [FILE]\n")
+    assert " ".join(output.partition("Exit status: ")[2].split()) == (
+        "0 no warnings, 1 warnings, 2 the service would not start, or FILE cannot be examined. "
+        "With --status: 0 all servers have confirmed the addresses, 1 a server has not, "
+        "2 the service is not running, or its state cannot be read. "
+        "With --connect: 0 everything is equal and allowed, 1 something is not, or cannot be asked, "
+        "2 wrong settings, or the addresses of this host cannot be listed. "
+        "With --remove: 0 no record remains, 1 records remain, or a server cannot be asked, 2 wrong settings. "
+        "In every mode, 2 also means a wrong command line or output that cannot be written."
+    )
 
 
 def test_477_the_default_file_is_in_the_folder_of_the_program(tmp_path, ini):
@@ -163,11 +172,15 @@ def test_481_a_pipe_is_read_like_a_file():
     assert '  hostname      = "h"\n' in output
 
 
-def test_482_a_failure_to_write_the_output_returns_status_2(ini):
+@pytest.mark.parametrize("mode", ["FILE", "--help", "--connect", "--remove"])
+def test_482_a_failure_to_write_the_output_returns_status_2(ini, mode):
+    settings = ini("hostname = h\n")
+    words = {"FILE": [settings], "--help": [mode]}.get(mode, [mode, settings])
+    assert check(*words)[0] in (0, 1)
     with open("/dev/full", "wb") as full:
-        done = run(PROGRAM, ini(GOOD), stdout=full, stderr=subprocess.PIPE)
+        done = run(PROGRAM, *words, stdout=full, stderr=subprocess.PIPE)
     assert done.returncode == 2
-    assert b"cannot be written" in done.stderr
+    assert mode in ("--connect", "--remove") or b"cannot be written" in done.stderr
 
 
 @pytest.mark.parametrize("sample", SAMPLES, ids=lambda path: path.name)
