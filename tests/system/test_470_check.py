@@ -16,6 +16,7 @@ from host import BUILD
 PROGRAM = (BUILD / "addrpubd-check").resolve()
 TOP = Path(__file__).parents[2]
 SAMPLES = [TOP / "packaging/addrpubd.ini", *sorted((TOP / "docs/user/examples").glob("*.ini"))]
+INSTALLED = TOP / "packaging/system/addrpubd.ini"
 GOOD = "hostname = h\nrdburl = log:\nrdbuser = u\nrdbpswd = hunter2\n"
 
 # Findings that depend on the machine: it does not have the password files and the addresses of the examples, and its
@@ -183,9 +184,8 @@ def test_482_a_failure_to_write_the_output_returns_status_2(ini, mode):
     assert mode in ("--connect", "--remove") or b"cannot be written" in done.stderr
 
 
-@pytest.mark.parametrize("sample", SAMPLES, ids=lambda path: path.name)
-def test_483_the_sample_and_the_examples_have_no_findings(ini, sample):
-    text = sample.read_text()
+def faults(ini, text):
+    """Returns the findings of a sample that do not depend on the machine."""
     schemes = re.findall(r"^(?:rdb|dns)url *= *([\w+]+):", text, re.MULTILINE)
     assert schemes
     modules = {scheme: (scheme.replace("+", "-"), scheme.partition("+")[0]) for scheme in schemes if scheme != "log"}
@@ -193,9 +193,20 @@ def test_483_the_sample_and_the_examples_have_no_findings(ini, sample):
         pytest.skip(f"the open client library was built without {', '.join(missing)}")
     status, output, errors = check(ini(text))
     assert errors == ""
-    faults = [line for line in findings(output) if not OUTSIDE.search(line)]
-    assert faults == []
     assert status == 0 or findings(output)
+    return [line for line in findings(output) if not OUTSIDE.search(line)]
+
+
+@pytest.mark.parametrize("sample", SAMPLES, ids=lambda path: path.name)
+def test_483_the_sample_and_the_examples_have_no_findings(ini, sample):
+    assert faults(ini, sample.read_text()) == []
+
+
+def test_4831_the_ini_file_of_an_installation_lacks_only_the_hostname(ini):
+    text = INSTALLED.read_text()
+    (finding,) = faults(ini, text)
+    assert ': error: hostname is missing or empty; the service logs "not config hostname"' in finding
+    assert faults(ini, re.sub("^hostname =", "hostname = h", text, flags=re.MULTILINE)) == []
 
 
 @pytest.mark.parametrize(
