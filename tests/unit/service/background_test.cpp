@@ -31,15 +31,6 @@ protected:
         EXPECT_EQ(system.start(), 0);
         return system.print;
     }
-    //  Returns the number of polls of a parent that receives one text, at the given poll.
-    static int polls_with_text_at(int poll) {
-        FakeProcess system;
-        system.incoming[poll].bytes = "text\n\0"s;
-        EXPECT_EQ(system.start(), 0);
-        EXPECT_EQ(system.print, "text\n");
-        return system.polls;
-    }
-
     FakeProcess system;
 };
 
@@ -134,8 +125,17 @@ TEST_F(Parent, PollsAChildThatSentAText300Times) {
     EXPECT_EQ(system.polls, 300);
 }
 
+//  Returns the number of polls of a parent that receives one text, at the given poll.
+int polls_with_text_at(int poll) {
+    FakeProcess system;
+    system.incoming[poll].bytes = "text\n\0"s;
+    EXPECT_EQ(system.start(), 0);
+    EXPECT_EQ(system.print, "text\n");
+    return system.polls;
+}
+
 //  The poll after the 101st is the first that lowers the limit. It does so after its own message was read.
-TEST_F(Parent, AfterPoll102WithoutATextTheLimitIs150) {
+TEST(ParentLimit, AfterPoll102WithoutATextTheLimitIs150) {
     EXPECT_EQ(polls_with_text_at(100), 300);
     EXPECT_EQ(polls_with_text_at(101), 300);
     EXPECT_EQ(polls_with_text_at(102), 300);
