@@ -132,7 +132,8 @@ private:
             take(size_table[number].blksize);
     }
 
-    //  Frees several blocks: from the front, from the back, or every third block.
+    //  Frees several blocks: from the front, from the back, or every third block, starting with the second; the
+    //  choice wraps around at the last block.
     void give_back_many(unsigned order, unsigned count) {
         for (unsigned i = 0; i < count && !blocks_.empty(); ++i)
             give_back(order == 0 ? blocks_.first() : order == 1 ? blocks_.last() : blocks_.chosen(2 * i + 1));
