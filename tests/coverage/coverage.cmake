@@ -18,6 +18,10 @@ add_compile_options("$<${is_counted}:SHELL:-mllvm -runtime-counter-relocation>")
 set(is_program $<STREQUAL:$<TARGET_PROPERTY:TYPE>,EXECUTABLE>)
 add_link_options("$<${is_program}:-fprofile-instr-generate>")
 
+#  clang++ rejects a precompiled header of another level of optimisation. That of the unit tests is compiled without the
+#  options above.
+set(CMAKE_DISABLE_PRECOMPILE_HEADERS ON)
+
 #  counted_programs: the target that scripts/coverage builds. Of the unit tests it includes only those of the two
 #  folders.
 function(add_counted_programs)
