@@ -5,6 +5,7 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <ctime>
 
 #include <fcntl.h>
 #include <sys/wait.h>
@@ -12,9 +13,19 @@
 
 namespace {
 
-//  Time after which SIGALRM ends a hanging child, unless the child uses this signal itself. Tests end far earlier
-//  unless they are faulty.
-constexpr unsigned hang_limit_seconds = 100;
+//  Time after which a hanging child is killed. Tests end far earlier unless they are faulty.
+constexpr time_t hang_limit_seconds = 100;
+
+//  Limits the time of this process. alarm(2) is unsuitable: the service uses the same timer and signal.
+void killAtHangLimit() {
+    sigevent event = {};
+    event.sigev_notify = SIGEV_SIGNAL;
+    event.sigev_signo = SIGKILL;
+    timer_t timer = {};
+    const itimerspec limit = {{0, 0}, {hang_limit_seconds, 0}};
+    if (timer_create(CLOCK_MONOTONIC, &event, &timer) != 0 || timer_settime(timer, 0, &limit, nullptr) != 0)
+        std::abort();
+}
 
 struct flock wholeFile() {
     struct flock lock = {};
@@ -35,7 +46,7 @@ Ended inChild(const std::function<void()>& body) {
         dup2(ends[1], STDOUT_FILENO);
         close(ends[0]);
         close(ends[1]);
-        alarm(hang_limit_seconds);
+        killAtHangLimit();
         body();
         std::fflush(stdout);
         _exit(99);
