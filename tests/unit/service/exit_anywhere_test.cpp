@@ -221,7 +221,8 @@ protected:
                std::to_string(steps->last_exits);
     }
 
-    //  Returns whether the child holds the lock of a size class. The value of a free lock is known from this process.
+    //  Returns whether the child holds the lock of a size class. Only size classes use the object heap after the start,
+    //  and they hold their own lock meanwhile. The value of a free lock is known from this process.
     static bool holdsALock(const TracedChild& child) {
         const olk::allocator& allocator = *olk::get_olk_allocator();
         return std::any_of(allocator.classes, allocator.classes + allocator.classcount, [&](const auto* size_class) {
