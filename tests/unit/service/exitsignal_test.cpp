@@ -419,6 +419,16 @@ TEST_F(ExitSignal, ABlockedCallbackDoesNotPreventTheExit) {
                   });
 }
 
+TEST_F(ExitSignal, ACallbackThatTheSignalInterruptsIsNotAwaited) {
+    expectEnd("exit signal 15.\n30 stop addrpubd service success.\nrelease\npaused: 0\n", [] {
+        newService(-1, -1);
+        std::atexit([] { std::printf("paused: %d\n", in_pause.load()); });
+        installExitSignals();
+        const CallbackStep step;
+        std::raise(SIGTERM);
+    });
+}
+
 TEST_F(ExitSignal, ABlockedExitFunctionDoesNotPreventTheExit) {
     const Ended ended = inChild([] {
         shorten_ticks = true;
