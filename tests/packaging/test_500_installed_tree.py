@@ -65,8 +65,9 @@ def test_502_the_version_of_the_package_is_the_projects():
 
 
 def test_503_no_installed_text_has_an_unfilled_variable_of_a_template(installed):
-    files = {name: installed.path(name).read_bytes() for name, mode in installed.tree().items() if mode.startswith("-r")}
-    texts = {name: content for name, content in files.items() if not content.startswith(ELF)}
+    files = [name for name, mode in installed.tree().items() if mode.startswith("-r")]
+    contents = {name: installed.path(name).read_bytes() for name in files}
+    texts = {name: content for name, content in contents.items() if not content.startswith(ELF)}
     assert {template.stem for template in PACKAGING.rglob("*.in")} <= {Path(name).name for name in texts}
     assert [name for name, content in texts.items() if re.search(rb"@\w+@", content)] == []
 
