@@ -260,6 +260,13 @@ TEST_F(StringGrowth, TheMaximumCanBeReserved) {
     EXPECT_EQ(s.capacity(), 4294967264u);
 }
 
+TEST_F(StringGrowth, ABufferOfMaximumCapacityTakesTheLongestTextAtOnce) {
+    mapped_string s;
+    s.reserve(4294967263);
+    EXPECT_NE(s.spare(4294967263), nullptr);
+    EXPECT_EQ(s.spare(4294967264), nullptr);
+}
+
 TEST_F(StringGrowth, ATextMayFillTheLargestBlock) {
     mapped_string s;
     s.reserve(4294967263);
