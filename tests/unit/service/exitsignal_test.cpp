@@ -21,6 +21,7 @@
 #include <utility>
 
 #include <fcntl.h>
+#include <poll.h>
 #include <sys/time.h>
 #include <unistd.h>
 
@@ -50,7 +51,8 @@ Timer timer = Timer::real;  // driven: the test raises the timer's signals itsel
 //  while a sanitizer or a loaded machine delays the exit.
 bool shorten_ticks = false;
 
-std::atomic<bool> in_pause{false};
+std::atomic<bool> in_pause{false};   // true from the first call of pause on
+std::atomic<bool> pausing{false};    // only during a call
 std::atomic<bool> end_began{false};  // true after the service set the timer to long ticks
 
 }  // namespace
@@ -59,7 +61,10 @@ extern "C" int __real_pause();
 extern "C" int __wrap_pause();
 int __wrap_pause() {
     in_pause = true;
-    return __real_pause();
+    pausing = true;
+    const int result = __real_pause();
+    pausing = false;
+    return result;
 }
 
 extern "C" int __real_setitimer(__itimer_which_t which, const itimerval* value, itimerval* old) noexcept;
@@ -377,7 +382,8 @@ TEST_F(ExitSignal, DeliveredToAnotherThreadItIsForwarded) {
     });
 }
 
-//  Calls whileInUse on another thread, in a callback that uses the log. Returns when it has begun.
+//  Calls whileInUse on another thread, in a callback that uses the log. Returns when it has begun. After the callback,
+//  ticks follow until one has ended the pause: one that arrives just before the pause does not end it.
 void beginCallback(void (*whileInUse)()) {
     static std::atomic<bool> in_callback{false};
     std::thread([=] {
@@ -386,7 +392,10 @@ void beginCallback(void (*whileInUse)()) {
             in_callback = true;
             whileInUse();
         }
-        std::raise(SIGALRM);
+        do {
+            std::raise(SIGALRM);
+            poll(nullptr, 0, 1);
+        } while (pausing);
     }).detach();
     while (!in_callback)
         std::this_thread::yield();
