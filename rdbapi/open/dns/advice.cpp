@@ -39,7 +39,7 @@ void adviseOnName(const UrlUse& use, const DnsZone& zone, std::vector<Advice>& a
                                                  " bytes, 253 at most, so no update is sent"});
 }
 
-//  A reverse zone may be for addresses that the host has elsewhere, so this is only a remark on the present addresses.
+//  The host may have addresses of a reverse zone only at other times, so the advice is only about present addresses.
 void adviseOnPointers(const UrlUse& use, const DnsZone& zone, std::vector<Advice>& advice) {
     const Result<LocalAddresses> local = readLocalAddresses();
     if (!local.ok())

@@ -39,7 +39,8 @@ bool answerHas(const ldns_pkt& packet, const std::string& owner, std::uint16_t t
 //  Times to live are not compared, because a server may limit them.
 bool answerHolds(const ldns_pkt& packet, const RecordSet& set);
 
-//  Like answerHolds, for the additional section, where missing records mean nothing: false for an empty set.
+//  Like answerHolds, for the additional section. Returns false for an empty set, because a server may leave out records
+//  in this section.
 bool additionalHolds(const ldns_pkt& packet, const RecordSet& set);
 
 }  // namespace rdbopen

@@ -70,7 +70,7 @@ private:
     const std::string password_;
     const std::unique_ptr<Stream> stream_;
     const Waiter* waiter_ = nullptr;  // null while closed
-    std::vector<Server> servers_;     // those of the url; otherwise the primary server, once it has been found
+    std::vector<Server> servers_;     // of the url; if it names none: the primary server, after it has been found
     ServerAddresses addresses_;
     Pointers pointers_;
     std::optional<ZoneHoldings> holdings_;  // the last result of held
@@ -103,8 +103,8 @@ Status DnsBackend::open(const Waiter& waiter) {
     });
 }
 
-//  Without servers in the url, finds the primary server each time, because another server may have become the primary.
-//  If this fails, uses the one that was found last.
+//  If the url names no server, finds the primary server at each call, because another server may have become the
+//  primary. If the search fails, uses the primary server that was found last.
 Status DnsBackend::lookUp(std::chrono::milliseconds& until) {
     if (zone_.servers.empty()) {
         Result<std::string> primary = findPrimary(zone_.zone, until);
@@ -116,14 +116,14 @@ Status DnsBackend::lookUp(std::chrono::milliseconds& until) {
     return named(addresses_.lookUp(servers_, until));
 }
 
-//  Adds the name of the primary server, which is not in the url, to the reason of a failure.
+//  If the url names no server, adds the name of the primary server to the reason of a failure.
 Status DnsBackend::named(Status status) const {
     return zone_.servers.empty() && !status.reason.empty() ? failedTo(serverText(servers_.front()), std::move(status))
                                                            : status;
 }
 
-//  Calls attempt with a new connection to each address of the servers in turn, until the member failover of a status
-//  is false.
+//  Tries the addresses of the servers in turn: connects, then calls attempt. Ends at the first status of attempt whose
+//  member failover is false.
 Status DnsBackend::atServer(TsigKey key, std::chrono::milliseconds until, const Attempt& attempt) {
     DnsExchange exchange(*stream_, *waiter_, std::move(key));
     return named(addresses_.tryEach(
@@ -175,9 +175,10 @@ Status DnsBackend::update(const DnsRequest& request) {
                     [&](DnsExchange& exchange, auto) { return publish(exchange, *message, *sets, until); });
 }
 
-//  The PTR records are updated first, while the server still has the old addresses. If a reverse zone refuses, the
-//  addresses are updated all the same, because they matter more; the refusal is the result, so the request is repeated.
-//  It does not mean that another server is responsible for the zone of the addresses.
+//  The PTR records are updated first, while the server still has the old addresses. If a reverse zone refuses its
+//  update, the addresses are updated all the same, because they matter more. If that succeeds, the refusal is the
+//  result, so the request is repeated. The refusal does not mean that another server is responsible for the zone of the
+//  addresses.
 Status DnsBackend::publish(DnsExchange& exchange, const DnsBytes& message, const std::vector<RecordSet>& sets,
                            std::chrono::milliseconds until) {
     if (!pointers_.enabled())
@@ -223,7 +224,7 @@ Status DnsBackend::checkRequest(std::string_view text) {
     Result<TsigKey> key = readKey();
     if (!key.ok())
         return key.status();
-    //  The name is not resolved again: a call must be able to interrupt the check, and cannot interrupt getaddrinfo.
+    //  A call must be able to interrupt the check, but it cannot interrupt getaddrinfo. So no name is resolved again.
     const std::chrono::milliseconds until = monotonicNow() + checkLimit;
     const ZoneCheck check(zone_.zone, *sets);
     DnsExchange exchange(*stream_, *waiter_, std::move(*key));
@@ -237,7 +238,7 @@ Status DnsBackend::checkRequest(std::string_view text) {
             Status held = check.run(exchange, until);
             return held.ok() ? pointers_.check(exchange, sets->front(), until) : held;
         });
-    //  A check does not search for another primary server, but the next open does.
+    //  The worker opens the back end again after errorBackendFailed, and open searches for another primary server.
     if (zone_.servers.empty() && status.failover)
         status.code = errorBackendFailed;
     return named(std::move(status));

@@ -32,8 +32,8 @@ Status wrongServer(std::string reason) {
     return {errorServerRefused, std::move(reason), true};
 }
 
-//  An alias that the server synthesises from a wildcard looks the same in an answer (RFC 4592), but does not prevent
-//  records. Therefore this uses the prerequisite of an update, which the server tests against the zone itself.
+//  An answer to a query may contain an alias that the server synthesises from a wildcard (RFC 4592). Such an alias does
+//  not prevent records. So this sends an update with a prerequisite, which the server tests against the zone itself.
 Status checkAlias(DnsExchange& exchange, const std::string& zone, const std::string& owner,
                   std::chrono::milliseconds until) {
     const Answer answer = exchange.ask(absenceMessage(newId(), zone, owner, typeCname), exchangeEnd(until));
@@ -46,7 +46,7 @@ ZoneCheck::ZoneCheck(const std::string& zone, const std::vector<RecordSet>& sets
     : zone_(zone), sets_(sets), first_(queryFor(sets[1])) {}
 
 Status ZoneCheck::run(DnsExchange& exchange, std::chrono::milliseconds until) const {
-    bool seen = false;  // an answer had the first set in addition
+    bool seen = false;  // the additional section of an answer had exactly the AAAA records
     for (std::size_t i = 1; i < sets_.size(); ++i) {
         const Answer answer = exchange.ask(i == 1 ? first_ : queryFor(sets_[i]), exchangeEnd(until));
         if (Status status = checkSet(exchange, sets_[i], answer, until); !status.ok())
@@ -74,8 +74,8 @@ Status ZoneCheck::checkSet(DnsExchange& exchange, const RecordSet& set, const An
 }
 
 //  Returns errorNotHeld if the zone itself may have a record with set's owner and type. Records in the answer to a
-//  query may come from a wildcard, so this uses the prerequisite of an update. If the server does not support it, the
-//  update is sent again, which is harmless.
+//  query may come from a wildcard, so this sends an update with a prerequisite. If the server does not support
+//  prerequisites, the result is errorNotHeld. The worker then sends the request again, which is harmless.
 Status ZoneCheck::checkAbsence(DnsExchange& exchange, const RecordSet& set, std::chrono::milliseconds until) const {
     const Answer answer = exchange.ask(absenceMessage(newId(), zone_, set.owner, set.type), exchangeEnd(until));
     if (!answer.ok())

@@ -1,7 +1,7 @@
-//  The check whether a zone still has the record sets of a request, and the search for aliases that prevent them.
+//  Checks whether a zone still has the record sets of a request, and finds aliases that prevent these records.
 //
 //  The first set, the AAAA records, is queried last. Servers often add these records to an answer with HTTPS records
-//  (RFC 9460 section 4.1). If a server has added all of them, no further query is needed.
+//  (RFC 9460 section 4.1). If an answer contains exactly the AAAA records of the request, they are not queried.
 //
 //  Threads: one thread at a time.
 #ifndef RDBAPI_OPEN_DNS_CHECK_H
@@ -19,7 +19,7 @@ std::uint16_t newId();
 //  Returns the time at which one exchange must end. until: the time at which the whole operation must end.
 std::chrono::milliseconds exchangeEnd(std::chrono::milliseconds until);
 
-//  Return the status for an answer with a response code other than 0, and for a server that is not responsible.
+//  Return a failure: for an answer with a response code other than 0, or for a server that is not responsible.
 Status refusedWith(unsigned rcode);
 Status wrongServer(std::string reason);
 
@@ -36,8 +36,8 @@ public:
     //  Returns the first message that run sends.
     const DnsBytes& first() const noexcept { return first_; }
 
-    //  Returns errorNotHeld if the server does not have exactly these sets, or errorServerRefused if an alias prevents
-    //  one of them.
+    //  Succeeds if the server has exactly these sets. Otherwise fails with errorNotHeld; with errorServerRefused if an
+    //  alias prevents a set, or if the server refuses a query or is not authoritative; else like DnsExchange::ask.
     Status run(DnsExchange& exchange, std::chrono::milliseconds until) const;
 
 private:

@@ -30,8 +30,9 @@ void DatagramSocket::close() noexcept {
     descriptor_ = -1;
 }
 
-//  The same message is sent again, so that a late answer to the first one counts, too. A failed receive usually means
-//  that an ICMP message has arrived, for example that the server's host has no such port; waiting would not help.
+//  The message is the same both times, so that a late answer to the first datagram counts, too. A failed receive
+//  usually means that an ICMP message has arrived, for example because the server's port is closed. Waiting would not
+//  help then.
 std::optional<Packet> DatagramSocket::ask(const SignedRequest& request, const TsigKey& key, const Waiter& waiter,
                                           std::chrono::milliseconds until) const {
     for (int sends = 0; sends < maxSends && !waiter.cancelled(); ++sends) {
@@ -51,12 +52,12 @@ std::optional<Packet> DatagramSocket::ask(const SignedRequest& request, const Ts
     return std::nullopt;
 }
 
-//  Returns false if the message certainly does not reach the server. A full buffer is like a lost datagram.
+//  Returns false if the message certainly does not reach the server. A full send buffer counts as a lost datagram.
 bool DatagramSocket::send(const DnsBytes& bytes) const noexcept {
     return ::send(descriptor_, bytes.data(), bytes.size(), MSG_NOSIGNAL) >= 0 || errno == EAGAIN || errno == EINTR;
 }
 
-//  A datagram that is longer than announced is cut by recv, and therefore not authentic.
+//  recv cuts a datagram that is longer than maxDatagramSize. Its signature is at its end, so it is then not authentic.
 DatagramSocket::Arrival DatagramSocket::receive(const SignedRequest& request, const TsigKey& key,
                                                 Packet& packet) const {
     std::uint8_t bytes[maxDatagramSize];

@@ -1,6 +1,6 @@
 //  Requests to one address of a DNS server over UDP. Anyone can send datagrams, so only an authentic answer counts; any
-//  other datagram is ignored until the time limit. The kernel drops datagrams from other addresses, because the socket
-//  is connected, and chooses a random source port (RFC 6056).
+//  other datagram is ignored until the time limit. The socket is connected, so the kernel drops datagrams from other
+//  addresses. The kernel also chooses a random source port (RFC 6056).
 //
 //      ask:   send --- 1 s without an answer --- send again --- 1 s --- no answer: the caller uses TCP
 //
@@ -22,15 +22,15 @@ public:
     DatagramSocket& operator=(const DatagramSocket&) = delete;
     ~DatagramSocket() { close(); }
 
-    //  Closes the current socket and opens one for address. If the system does not allow this, isOpen is false.
+    //  Closes the current socket and opens one for address. If this fails, isOpen returns false.
     void open(const ServerAddress& address) noexcept;
 
     bool isOpen() const noexcept { return descriptor_ >= 0; }
 
     void close() noexcept;
 
-    //  Sends request and returns its authentic answer. Returns nothing if there is none, if the server could not send
-    //  the whole answer in one datagram, or if waiter is cancelled. Requires: isOpen.
+    //  Sends request and returns its authentic answer. Returns nothing if no such answer arrives, if the server could
+    //  not send the whole answer in one datagram, or if waiter is cancelled. Requires: isOpen.
     std::optional<Packet> ask(const SignedRequest& request, const TsigKey& key, const Waiter& waiter,
                               std::chrono::milliseconds until) const;
 

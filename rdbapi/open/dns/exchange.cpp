@@ -44,7 +44,7 @@ Status DnsExchange::reach(const ServerAddress& address, const DnsBytes& first, s
 Answer DnsExchange::ask(const DnsBytes& message, std::chrono::milliseconds until) {
     if (early_ != nullptr)
         return std::move(early_);
-    if (monotonicNow() >= until)  // the limit also applies if no operation has to wait
+    if (monotonicNow() >= until)  // otherwise requests that never wait could exceed the limit
         return waitFailure(Waiter::Result::timedOut);
     const Result<SignedRequest> request = sign(message);
     if (!request.ok())

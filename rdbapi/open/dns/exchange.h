@@ -2,7 +2,7 @@
 //  where each message is preceded by a two-byte length, or over UDP (datagram.h).
 //
 //      connect   all requests use the connection
-//      reach     requests use UDP; from the first one without a usable answer on, they use a connection
+//      reach     requests use UDP; if a request gets no usable answer, it and all later ones use a connection
 //
 //  A connection is used for one operation and then closed, because servers close idle connections within seconds.
 //
@@ -25,11 +25,11 @@ public:
     DnsExchange& operator=(const DnsExchange&) = delete;
     ~DnsExchange() { stream_.close(); }
 
-    //  Connects like Stream::connect.
+    //  Connects to address like Stream::connect.
     Status connect(const ServerAddress& address, std::chrono::milliseconds until);
 
-    //  Asks first over UDP, because only an answer shows that the address can be reached. Without an answer, connects.
-    //  Requires: the next call of ask has the same message.
+    //  Sends the message that the parameter first contains over UDP, because only an answer shows that address can be
+    //  reached. Without a usable answer, connects to address. Requires: the next call of ask has the same message.
     Status reach(const ServerAddress& address, const DnsBytes& first, std::chrono::milliseconds until);
 
     //  Signs message, sends it and returns the verified answer. Fails with errorBackendFailed if there is no answer.
@@ -43,8 +43,8 @@ private:
     const Waiter& waiter_;
     TsigKey key_;
     DatagramSocket datagrams_;  // closed while requests use the connection
-    ServerAddress address_{};   // of datagrams_
-    Packet early_;              // the answer to reach's message, until ask returns it
+    ServerAddress address_{};   // of the last call of reach
+    Packet early_;              // the answer that reach received, until ask returns it
 };
 
 }  // namespace rdbopen

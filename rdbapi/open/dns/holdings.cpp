@@ -36,7 +36,7 @@ std::set<std::uint16_t> typesIn(const ldns_pkt& packet, const std::string& owner
     return types;
 }
 
-//  Returns the answer to a query for owner and type. Fails unless it is an authoritative one.
+//  Returns the answer to a query for owner and type. Fails unless the server is authoritative.
 Answer authoritative(DnsExchange& exchange, const std::string& owner, std::uint16_t type,
                      std::chrono::milliseconds until) {
     Answer answer = exchange.ask(queryMessage(newId(), owner, type), exchangeEnd(until));
@@ -49,7 +49,7 @@ Answer authoritative(DnsExchange& exchange, const std::string& owner, std::uint1
     return answer;
 }
 
-//  Returns why a record of an owner remains, or an empty text if it is of the service.
+//  Returns why the record of set with this data remains, or an empty text if the record is ours.
 std::string whyItRemains(const std::string& host, const RecordSet& set, const DnsBytes& data) {
     if (set.type == typePtr)
         return pointerTarget(data) == host ? "" : otherTarget;
@@ -59,8 +59,8 @@ std::string whyItRemains(const std::string& host, const RecordSet& set, const Dn
     return record && record->target == (set.owner == host ? "" : host) ? "" : otherHttps;
 }
 
-//  Records in an answer may come from a wildcard, so this uses the prerequisite of an update, as ZoneCheck does. A
-//  server that refuses it may have the records; it will refuse their removal, too.
+//  Records in the answer to a query may come from a wildcard, so this sends an update with a prerequisite, as ZoneCheck
+//  does. If the server refuses this update, its zone may have the records, but it would also refuse to delete them.
 Result<bool> isInZone(DnsExchange& exchange, const std::string& zone, const RecordSet& set,
                       std::chrono::milliseconds until) {
     if (set.records.empty())
@@ -122,7 +122,7 @@ Status ZoneHoldings::findSet(DnsExchange& exchange, ZoneSets& sets, const std::s
     return {};
 }
 
-//  Adds the records of the set to the result, and the set to sets if one of them is ours.
+//  Adds the records of held to holdings_. If one of them is ours, also adds held to sets.
 void ZoneHoldings::keep(ZoneSets& sets, RecordSet held) {
     RecordSet ours{held.owner, held.type, {}};
     for (const DnsBytes& data : held.records) {
@@ -139,7 +139,7 @@ void ZoneHoldings::keep(ZoneSets& sets, RecordSet held) {
     }
 }
 
-//  A server may answer a query for all types with some of them (RFC 8482), so the common types are queried, too, but
+//  A server may answer a query of type ANY with some of the types (RFC 8482). So the common types are queried, too, but
 //  only at the name of the host.
 Status ZoneHoldings::findOtherTypes(DnsExchange& exchange, const std::string& owner, std::chrono::milliseconds until) {
     std::set<std::uint16_t> types;
@@ -161,8 +161,8 @@ Status ZoneHoldings::findOtherTypes(DnsExchange& exchange, const std::string& ow
     return {};
 }
 
-//  Returns the names of the PTR records in this zone for all addresses that were found: those of AAAA records, and the
-//  hints of HTTPS records, whose addresses may have been removed by an earlier call.
+//  Returns the names of the PTR records in reverseZone for all addresses in our AAAA records and in the hints of our
+//  HTTPS records. The hints are needed if an earlier removal has deleted the AAAA records, but not all HTTPS records.
 std::vector<std::string> ZoneHoldings::pointerNames(const std::string& reverseZone) const {
     std::set<std::string> names;
     const auto add = [&](std::span<const std::uint8_t> address) {
@@ -190,8 +190,8 @@ Status ZoneHoldings::findPointers(DnsExchange& exchange, const std::string& reve
     return {};
 }
 
-//  The PTR records are removed first, because their names are found by means of the other records. A reverse zone that
-//  refuses does not mean that another server is responsible for the zone of the host.
+//  The PTR records are removed first, because only the other records show their names. If a reverse zone refuses its
+//  update, this does not mean that another server is responsible for the zone of the host.
 Status ZoneHoldings::remove(DnsExchange& exchange, std::chrono::milliseconds until) {
     Status first;
     const auto update = [&](ZoneSets& sets) {
@@ -232,7 +232,8 @@ Status ZoneHoldings::removeFrom(DnsExchange& exchange, const ZoneSets& sets, std
     return rcode == rcodeNoError ? verifyRemoval(exchange, sets, until) : refusedWith(rcode);
 }
 
-//  A server may answer without an error and keep a record whose data it compares in another form.
+//  A server may store a record in another form than it shows. It then does not find the record to delete, keeps it, and
+//  answers without an error (PowerDNS).
 Status ZoneHoldings::verifyRemoval(DnsExchange& exchange, const ZoneSets& sets, std::chrono::milliseconds until) const {
     for (const RecordSet& set : sets.ours) {
         const Answer answer = authoritative(exchange, set.owner, set.type, until);

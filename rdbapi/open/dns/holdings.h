@@ -1,13 +1,13 @@
-//  What a zone, and the reverse zones of the option ptr, have of a host; and its removal.
+//  Finds and removes the records that a zone, and the reverse zones of the option ptr, have for a host. "Ours" are the
+//  records of the service; only they are removed.
 //
-//      NAME             AAAA    all: the service replaces the whole set with each update
-//      NAME             HTTPS   of the service, if only port and ipv6hint follow the expected target; others remain
-//      _P._https.NAME   HTTPS   the same, for the ports that are given: a server does not list the names below a name
-//      ...ip6.arpa      PTR     for each address of these records: of the service, if it points to NAME
+//      NAME             AAAA    all are ours, because the service replaces the whole set with each update
+//      NAME             HTTPS   ours if only port and ipv6hint follow the expected target
+//      _P._https.NAME   HTTPS   the same, for the given ports only: a server does not list the names below a name
+//      ...ip6.arpa      PTR     for each address of these records; ours if it points to NAME
 //
-//  AAAA and HTTPS records that a wildcard supplies (RFC 4592) are left out, unless the server refuses the question
-//  (isInZone). Records of other types at NAME and _P._https.NAME remain; they are listed as far as the server shows
-//  them.
+//  Records that a wildcard supplies (RFC 4592) are left out, unless the server refuses the update by which isInZone
+//  recognises them. Records of other types at NAME and _P._https.NAME are listed as far as the server shows them.
 //
 //  Threads: one thread at a time.
 #ifndef RDBAPI_OPEN_DNS_HOLDINGS_H
@@ -20,24 +20,25 @@ namespace rdbopen {
 
 class ZoneHoldings {
 public:
-    //  host: a result of nameInZone (records.h). ports: of its HTTPS records.
+    //  host: a result of nameInZone (records.h). ports: the ports of the host's HTTPS records.
     ZoneHoldings(std::string zone, std::string host, std::vector<std::uint16_t> ports,
                  std::vector<std::string> reverseZones)
         : zone_(std::move(zone)), host_(std::move(host)), ports_(std::move(ports)),
           reverseZones_(std::move(reverseZones)) {}
 
-    //  Queries the server. A reverse zone that refuses becomes a remark. Requires: called once.
+    //  Queries the server. If it refuses a query about a reverse zone, adds a remark. Requires: not called before.
     Status find(DnsExchange& exchange, std::chrono::milliseconds until);
 
     //  Returns the result of find.
     const Holdings& holdings() const noexcept { return holdings_; }
 
-    //  Deletes the records that are ours: first the PTR records, one update for each reverse zone, then the others in
-    //  one update. Continues after a refusal. Returns the failure of the last update, else the first one; only the
-    //  former may have failover. A repetition, at another server, leaves out the updates that have succeeded.
+    //  Deletes our records: first the PTR records with one update of each reverse zone, then the others with one update
+    //  of the zone. Continues after a refusal. Returns the failure of the zone's update if this failed, else the first
+    //  failure of a reverse zone with the member failover set to false. A repeated call leaves out the updates that
+    //  have succeeded.
     Status remove(DnsExchange& exchange, std::chrono::milliseconds until);
 
-    //  Returns one element for each update. status: of the updates that were not sent.
+    //  Returns one element for each update. The parameter status is the result for the updates that were not sent.
     std::vector<RemovalStep> steps(const Status& status) const;
 
 private:
@@ -46,7 +47,7 @@ private:
         std::string zone;
         std::vector<RecordSet> held;
         std::vector<RecordSet> ours;
-        std::vector<std::string> texts;  // of ours
+        std::vector<std::string> texts;  // texts of the records in ours
         std::optional<Status> removal;   // result of the update, if it was sent
     };
 

@@ -10,7 +10,7 @@ constexpr unsigned typeTsig = 250;
 constexpr std::size_t countsAt = 4;      // four counts: questions, then records of three sections
 constexpr std::size_t questionTail = 4;  // bytes of type and class
 constexpr std::size_t recordTail = 10;   // bytes of type, class, ttl and length of the data
-constexpr std::size_t lengthAt = 8;      // offset of the data's length in these bytes
+constexpr std::size_t lengthAt = 8;      // offset of the data's length in a record's tail
 
 //  The unread rest of a message. skip and skipName return false if the message ends too early; skipName also returns
 //  false for a label of an unknown kind.

@@ -16,10 +16,10 @@ namespace rdbopen {
 inline constexpr std::size_t dnsHeaderLength = 12;  // RFC 1035 section 4.1.1
 
 enum class DnsLayout {
-    malformed,     // its records do not end where the message ends, or a signature is not its last record (RFC 8945
-                   // section 5.1), is not of class ANY and ttl 0 (section 4.2), or is one of several
-    bare,          // without a signature
-    hasSignature,  // its last record is a signature
+    malformed,     // the records do not end where the message ends; or a signature is not the last record or not the
+                   // only one (RFC 8945 section 5.1), or does not have class ANY and ttl 0 (section 4.2)
+    bare,          // the message has no signature
+    hasSignature,  // the last record of the message is a signature
 };
 
 //  Offsets of a signature in its message. The signature's data extends to the end of the message.
@@ -28,7 +28,7 @@ struct SignaturePlace {
     std::size_t data = 0;
 };
 
-//  Determines the layout of message. Sets place for DnsLayout::hasSignature.
+//  Returns the layout of message. place is valid only after DnsLayout::hasSignature.
 DnsLayout layoutOf(std::span<const std::uint8_t> message, SignaturePlace& place);
 
 //  Returns whether answer has the same question as request, and no other. The case of letters may differ.

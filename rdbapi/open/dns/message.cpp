@@ -10,7 +10,7 @@ namespace {
 constexpr std::uint16_t classIn = 1;
 constexpr std::uint16_t classNone = 254;
 constexpr std::uint16_t classAny = 255;
-constexpr std::uint16_t typeOpt = 41;  // RFC 6891; the class of this record is the maximum length of the answer
+constexpr std::uint16_t typeOpt = 41;  // RFC 6891; the class field of this record is the maximum length of the answer
 
 //  Sections of a message (RFC 2136 section 2.2). Each value is the offset of the section's record count in the header.
 enum class Section : std::size_t { prerequisites = 6, updates = 8, additional = 10 };
@@ -58,7 +58,7 @@ private:
         putDns16(bytes_, recordClass);
     }
 
-    //  Writes the labels up to the longest suffix already present, then a pointer to it.
+    //  Writes the labels before the longest suffix that the message already has, then a pointer to that suffix.
     void name(std::string_view rest) {
         constexpr std::size_t pointer = 0xc000;  // plus 14 bits of offset
         while (!rest.empty()) {
@@ -155,8 +155,8 @@ Result<DnsBytes> removalMessage(std::uint16_t id, const std::string& zone, const
         for (const DnsBytes& data : set.records)
             if (writer.fits())
                 writer.record(Section::prerequisites, set.owner, set.type, classIn, 0, data);
-    //  A set is deleted as a whole if nothing of it remains (RFC 2136 section 2.5.2), because PowerDNS does not find
-    //  every single record (section 2.5.4: class NONE).
+    //  PowerDNS does not find some of the records that an update deletes singly (RFC 2136 section 2.5.4: class NONE). So
+    //  a set of which no record remains is deleted as a whole (section 2.5.2).
     for (std::size_t i = 0; i < removed.size(); ++i) {
         const RecordSet& set = removed[i];
         if (set.records.size() == held[i].records.size())

@@ -61,30 +61,31 @@ void putDnsName(DnsBytes& bytes, std::string_view name);
 //  are adjacent.
 std::vector<std::string> ownersOfRecords(const std::vector<RecordSet>& sets);
 
-//  Returns an update after which zone has exactly these records for their owners and types: each set is deleted, then
-//  its records are added. Fails with updateTooLong. Requires: as above.
+//  Returns an update after which zone has exactly the records of sets for their owners and types. The update deletes
+//  all sets, then adds their records. Fails with updateTooLong. Requires: the sets of one owner are adjacent.
 //
-//  Its prerequisites require that no name of ownersOfRecords is an alias (CNAME). Without them, a server would silently
-//  ignore records at an alias and answer without an error (RFC 2136 section 3.4.2.2). With them, it answers YXRRSET and
-//  changes nothing.
+//  The prerequisites of the update require that no name of ownersOfRecords is an alias (CNAME). If one is an alias, the
+//  server answers YXRRSET and changes nothing. Without prerequisites, it would silently ignore records at an alias and
+//  answer without an error (RFC 2136 section 3.4.2.2).
 Result<DnsBytes> updateMessage(std::uint16_t id, const std::string& zone, std::uint32_t ttl,
                                const std::vector<RecordSet>& sets);
 
-//  Returns an update of zone that deletes the PTR records of the names removed and adds those of the names added, all
-//  with the data target. It changes no other record. Fails with updateTooLong. It requires as above that no name added
-//  is an alias.
+//  Returns an update of zone. At each name in the list removed, it deletes the PTR record with the data target; at each
+//  name in the list added, it adds this record. It changes no other record. Its prerequisites require that no name in
+//  the list added is an alias (CNAME). Fails with updateTooLong.
 Result<DnsBytes> pointerMessage(std::uint16_t id, const std::string& zone, std::uint32_t ttl, const DnsBytes& target,
                                 const std::vector<std::string>& removed, const std::vector<std::string>& added);
 
 //  Returns an update of zone that deletes the records of removed[i] from the set held[i], for each i. Its prerequisites
-//  (RFC 2136 section 2.4.2) require that the zone itself has exactly the sets held; otherwise the server answers
-//  NXRRSET and changes nothing. Fails with updateTooLong. Requires: both have the same owners and types, and records.
+//  (RFC 2136 section 2.4.2) require that the zone itself has exactly the sets in held; otherwise the server answers
+//  NXRRSET and changes nothing. Fails with updateTooLong. Requires: held[i] and removed[i] have the same owner and
+//  type, and each has records.
 Result<DnsBytes> removalMessage(std::uint16_t id, const std::string& zone, const std::vector<RecordSet>& held,
                                 const std::vector<RecordSet>& removed);
 
-//  Returns an update that changes nothing, but asks whether the key may delete the records of sets. Its prerequisite,
-//  that zone has no SOA record, never holds: a server that allows the deletion answers YXRRSET. Requires: the records
-//  do not exist, so that a server without prerequisites changes nothing either; they fit into a message.
+//  Returns an update that asks whether the key may delete the records of sets. Its prerequisite is that zone has no SOA
+//  record. This is never true, so nothing is deleted, and a server that allows the deletion answers YXRRSET. Requires:
+//  the records fit into a message; they do not exist, so that a server that ignores prerequisites deletes nothing.
 DnsBytes questionMessage(std::uint16_t id, const std::string& zone, const std::vector<RecordSet>& sets);
 
 //  Returns the failure of an update that would be longer than maxDnsMessageSize: errorBadRequest.

@@ -11,14 +11,15 @@ namespace rdbopen {
 namespace {
 
 //  Records that no host has: the address is in the prefix of discarded packets (RFC 6666), the HTTPS record is without
-//  parameters, and the name is reserved (RFC 2606).
+//  parameters, and the PTR record points to a reserved name (RFC 2606).
 const DnsBytes unusedAddress{1, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0};
 const DnsBytes unusedHttps{0xff, 0xff, 0};
 const DnsBytes unusedPointer{7, 'i', 'n', 'v', 'a', 'l', 'i', 'd', 0};
 
 constexpr std::size_t maxPointerName = 32 * 2 + 8;  // 32 nibbles, each with a dot, and ip6.arpa
 
-//  Returns the name in a reverse zone of an address that the host has there, or of any address without one.
+//  Returns the PTR name of an address that the host publishes in reverseZone. If it publishes none there, returns the
+//  PTR name of any address there.
 std::string nameInReverseZone(const DnsZone& zone, const std::string& reverseZone) {
     const Result<LocalAddresses> local = readLocalAddresses();
     if (local.ok())
@@ -48,7 +49,7 @@ ZonePermission::ZonePermission(const DnsZone& zone, const std::string& host, con
         set.records = {set.type == typeAaaa ? unusedAddress : unusedHttps};
 }
 
-//  Adds nothing if the server refuses each set.
+//  Adds nothing to results if the server refuses each set.
 Status ZonePermission::askEach(DnsExchange& exchange, std::chrono::milliseconds until,
                                std::vector<Examination>& results) const {
     std::vector<Examination> each;

@@ -14,13 +14,14 @@ namespace rdbopen {
 
 class ZonePermission {
 public:
-    //  host: a result of nameInZone (records.h). ports: of its HTTPS records. Requires: zone outlives the object.
+    //  host: a result of nameInZone (records.h). ports: the ports of the host's HTTPS records. Requires: zone outlives
+    //  the object.
     ZonePermission(const DnsZone& zone, const std::string& host, const std::vector<std::uint16_t>& ports);
 
-    //  Asks for all records of the host together, as in an update; after a refusal, also for each set. Then asks for a
-    //  PTR record in each reverse zone. Adds one element to results for each question, but none for the sets if each of
-    //  them is refused. Fails with errorBackendFailed; a status with failover means that another server should be
-    //  asked.
+    //  Asks for all record sets of the host together, as in an update. If the server refuses, asks for each set. Then
+    //  asks for a PTR record in each reverse zone. Adds one element to results for each question. If the server refuses
+    //  every single set, their elements are left out. Fails with errorBackendFailed, or with a status whose member
+    //  failover is true: another server should be asked.
     Status ask(DnsExchange& exchange, std::chrono::milliseconds until, std::vector<Examination>& results) const;
 
 private:

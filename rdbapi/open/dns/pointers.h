@@ -6,9 +6,9 @@
 //      the address, each hexadecimal digit one label, the last one first (RFC 3596 section 2.5)
 //
 //  One update of each zone adds the records of the addresses to be published and deletes those of the addresses that
-//  leave. An address leaves if the server has it at the host's name, but it is not to be published; this also works
-//  after a restart. PTR records must therefore be updated before the addresses are replaced. Only records that point to
-//  the host are added or deleted.
+//  leave. An address leaves if the server has it at the host's name, but it is not to be published. This also works
+//  after a restart, because the server's AAAA records are queried each time. For the same reason, PTR records must be
+//  updated before the addresses are replaced. Only records that point to the host are added or deleted.
 //
 //  Threads: one thread at a time.
 #ifndef RDBAPI_OPEN_DNS_POINTERS_H
@@ -26,25 +26,25 @@ bool isReverseZone(std::string_view zone);
 //  Returns the name of an address below ip6.arpa. Requires: address has 16 bytes.
 std::string pointerName(std::span<const std::uint8_t> address);
 
-//  Returns the one of zones that has name, or an empty text. If several have it, returns the longest one.
+//  Returns the zone in zones that contains name, or an empty text. If several contain it, returns the longest one.
 std::string zoneOfPointer(const std::vector<std::string>& zones, const std::string& name);
 
 class Pointers {
 public:
-    //  zones: reverse zones. ttl: of the records, in s.
+    //  zones: reverse zones. ttl: time to live of the records in s.
     Pointers(std::vector<std::string> zones, std::uint32_t ttl) : zones_(std::move(zones)), ttl_(ttl) {}
 
     bool enabled() const noexcept { return !zones_.empty(); }
 
-    //  Finds the addresses that leave. addresses: the AAAA records to be published. The addresses found are kept until
-    //  update has succeeded, or until they are to be published again.
+    //  Finds the addresses that leave. addresses: the AAAA records to be published. Each address found is kept until
+    //  update has succeeded, or until a later call has it in addresses.
     Status findLeaving(DnsExchange& exchange, const RecordSet& addresses, std::chrono::milliseconds until);
 
-    //  Adds the records of addresses and deletes those of the addresses that leave. Tries all zones even if one
-    //  refuses.
+    //  Adds the PTR records of addresses and deletes those of the addresses that leave. After a refusal, continues with
+    //  the next zone.
     Status update(DnsExchange& exchange, const RecordSet& addresses, std::chrono::milliseconds until);
 
-    //  Returns errorNotHeld if a record for addresses is missing.
+    //  Returns errorNotHeld if the PTR record of one of addresses is missing in its zone.
     Status check(DnsExchange& exchange, const RecordSet& addresses, std::chrono::milliseconds until) const;
 
 private:
@@ -53,7 +53,7 @@ private:
 
     const std::vector<std::string> zones_;
     const std::uint32_t ttl_;
-    std::set<DnsBytes> leaving_;  // addresses that may still have a record
+    std::set<DnsBytes> leaving_;  // addresses that leave; they may still have PTR records
 };
 
 }  // namespace rdbopen

@@ -55,7 +55,7 @@ Status notFound(const std::string& zone, std::string reason) {
     return failedTo("the primary server of " + zone + " cannot be found", backendFailed(std::move(reason)));
 }
 
-//  Returns the name in part, or an empty text.
+//  Returns the name that part contains, or an empty text.
 std::string nameOf(const ldns_rdf* part) {
     const std::unique_ptr<char, void (*)(void*)> text(ldns_rdf2str(part), std::free);
     std::string name = text != nullptr ? lowerCase(text.get()) : std::string();

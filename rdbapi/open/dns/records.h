@@ -18,22 +18,23 @@
 
 namespace rdbopen {
 
-//  Maximum number of addresses in a record's ipv6hint. If the request has more, the first ones are used. The AAAA
-//  records have all addresses.
+//  Maximum number of addresses in a record's ipv6hint. If the request has more addresses, ipv6hint has the first ones;
+//  the AAAA records have all.
 inline constexpr std::size_t maxHints = 16;
 
 //  SvcParamKeys, RFC 9460 section 14.3.2. They must be in ascending order in a record.
 inline constexpr std::uint16_t keyPort = 3;
 inline constexpr std::uint16_t keyIpv6Hint = 6;
 
-//  Returns the name in zone that name denotes, in lower case: name itself if it is the zone's name or below it,
-//  NAME.ZONE if it has no dot. Fails with errorBadRequest if name is not in the zone.
+//  Returns the full name of a host in zone, in lower case. NAME is a full name if it is ZONE or ends with ".ZONE". A
+//  NAME without a dot becomes NAME.ZONE. Fails with errorBadRequest for any other name.
 Result<std::string> nameInZone(const std::string& name, const std::string& zone);
 
-//  Returns the IPv6 addresses in texts, without duplicates.
+//  Returns the IPv6 addresses in texts, without duplicates. Ignores all other elements of texts.
 std::vector<Ipv6Address> ipv6Addresses(const std::vector<std::string>& texts);
 
-//  Returns the sets for full, a result of nameInZone. Sets of one owner are adjacent.
+//  Returns the record sets of a host, the AAAA records first. full: a result of nameInZone. Sets of one owner are
+//  adjacent.
 std::vector<RecordSet> recordSets(const std::string& full, const std::vector<Ipv6Address>& addresses,
                                   const std::vector<std::uint16_t>& ports);
 

@@ -114,7 +114,7 @@ std::optional<View> takeName(View& rest) {
     return length < rest.size() && rest[length] == 0 ? take(rest, length + 1) : std::nullopt;
 }
 
-//  If one part is missing, the parts after it are meaningless and ignored, but no byte outside of data is read.
+//  Fails if a part is missing. The parts after it then have meaningless values, but no byte outside of data is read.
 Result<Signature> parseSignature(View data) {
     const auto algorithm = takeName(data);
     const auto times = take(data, timesLength);
@@ -148,7 +148,8 @@ Result<DnsBytes> computeMac(const TsigKey& key, View requestMac, View message, c
     return mac;
 }
 
-//  Returns whether the name at offset is name. The owner of a signature may be compressed, so it is expanded first.
+//  Returns whether the name at offset in message equals name. The owner of a signature may be compressed, so it is
+//  expanded before the comparison.
 bool ownerIs(View message, std::size_t offset, const std::string& name) {
     ldns_rdf* found = nullptr;
     if (ldns_wire2dname(&found, message.data(), message.size(), &offset) != LDNS_STATUS_OK)
@@ -163,10 +164,10 @@ bool sameInLowerCase(View name, View lower) {
                       [](std::uint8_t a, std::uint8_t b) { return (a >= 'A' && a <= 'Z' ? a - 'A' + 'a' : a) == b; });
 }
 
-//  Returns whether the signature is valid. The MAC is computed with the original ID of the signature: a server that
-//  forwards updates uses its own ID towards the primary, whose signature therefore covers that ID, and restores the
-//  client's ID in the answer (RFC 8945 section 4.3.2). The MAC also covers the request's MAC, so the answer belongs
-//  to this request.
+//  Returns whether the signature is valid. The MAC is computed with the original ID of the signature (RFC 8945 section
+//  4.3.2): a server that forwards an update to the primary uses its own ID there, and the primary's signature covers
+//  that ID. The forwarding server restores the client's ID in the answer. The MAC also covers the request's MAC, so a
+//  valid answer belongs to this request.
 bool isGenuine(View message, const SignaturePlace& place, const Signature& signature, const SignedRequest& request,
                const TsigKey& key) {
     if (!ownerIs(message, place.owner, key.name) || !sameInLowerCase(signature.algorithm, nameBytes(key.algorithm)))
@@ -210,7 +211,7 @@ std::string refusalReason(const Signature& signature, const SignedRequest& reque
     return badTimeWords(time.size() == timeLength ? readTime(time) - request.time : 0);
 }
 
-//  Requires: the header is valid.
+//  Requires: verifyHeader has succeeded.
 Answer verify(View message, const SignedRequest& request, const TsigKey& key, std::int64_t now) {
     SignaturePlace place;
     const DnsLayout layout = layoutOf(message, place);

@@ -4,17 +4,17 @@
 //
 //      ok                    the answer is authentic: signed with the key, for this request, in time; its signature
 //                            reports no error
-//      errorServerRefused    the server does not accept the request's signature; the reason describes its error code.
-//                            An unsigned answer is a refusal only if the code is BADKEY or BADSIG (RFC 8945 section
-//                            5.3.2), because a server without the key cannot sign
+//      errorServerRefused    the server does not accept the request's signature; the reason describes the error code in
+//                            the answer. An answer without a MAC is such a refusal only if this code is BADKEY or
+//                            BADSIG (RFC 8945 section 5.3.2), because a server without the key cannot sign
 //      errorBackendFailed    any other answer; its records are ignored
 //
 //  The records of an answer are parsed only after its signature has been verified.
 //
 //  The MAC is computed with Nettle. ldns (1.8.3) does not support hmac-sha384, chooses the time of signing itself, and
-//  does not return the server's time in a BADTIME answer. OpenSSL is loaded, because ldns needs it, but only
-//  the module with TLS initialises it: its first HMAC would read its configuration, register a clean-up at exit, and
-//  use 2.2 MB of memory instead of Nettle's 0.3 MB.
+//  does not return the server's time in a BADTIME answer. ldns also loads OpenSSL, but only the module with TLS
+//  initialises it: the first HMAC of OpenSSL would read OpenSSL's configuration, register a clean-up at exit, and use
+//  2.2 MB of memory instead of Nettle's 0.3 MB.
 //
 //  Threads: any; one thread at a time per object.
 #ifndef RDBAPI_OPEN_DNS_TSIG_H
@@ -56,8 +56,8 @@ std::size_t signatureLength(const TsigKey& key);
 Result<SignedRequest> signRequest(DnsBytes message, const TsigKey& key, std::int64_t now);
 
 //  A verified answer, or a failure. The member failover of a failure of readAnswer is true if the answer is not
-//  truncated, its header belongs to the request, and its code is isWrongServer. This also applies to an answer that is
-//  not authentic, because trying another address is harmless.
+//  truncated, its header belongs to the request, and isWrongServer is true for its code. This also applies to an answer
+//  that is not authentic, because trying another address is harmless.
 using Answer = Result<Packet>;
 
 //  Verifies message as the answer to request. now: s since 1970-01-01 UTC. Fails if the message is truncated (TC).

@@ -80,7 +80,7 @@ std::string optionWords(std::string_view scheme) {
     return "it has an option other than ttl, algorithm, only, skip, check and ptr";
 }
 
-//  A reason never contains the url, because it may contain a misplaced secret.
+//  A reason never contains the url, because a url may contain a misplaced secret.
 Status takeOptions(const Url& url, DnsZone& zone) {
     bool seen[std::size(options)] = {};
     for (const UrlOption& given : url.options) {

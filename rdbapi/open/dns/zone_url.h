@@ -6,7 +6,7 @@
 //      dns+tls://...                                   the same over TLS, with the options of net/tls_settings.h
 //
 //  The default PORT is 53, or 853 with TLS (RFC 7858 section 3.1). Options may be in any order, each at most once;
-//  algorithm and the words of skip are lower case. request/address_filter.h describes only and skip.
+//  algorithm and the words of skip are lower case. request/address_filter.h describes "only" and "skip".
 #ifndef RDBAPI_OPEN_DNS_ZONE_URL_H
 #define RDBAPI_OPEN_DNS_ZONE_URL_H
 
@@ -20,8 +20,8 @@ namespace rdbopen {
 
 struct DnsZone {
     std::string scheme;
-    std::vector<Server> servers;            // empty: the primary server of the zone
-    std::uint16_t port = 0;                 // of that server
+    std::vector<Server> servers;            // empty: use the primary server of the zone
+    std::uint16_t port = 0;                 // of the primary server
     std::string zone;                       // satisfies isDnsName; in lower case, without the final dot
     std::uint32_t ttl = 60;                 // s, at most 2^31 - 1 (RFC 2181 section 8)
     std::string algorithm = "hmac-sha256";  // satisfies isTsigAlgorithm
@@ -29,7 +29,7 @@ struct DnsZone {
     std::vector<std::string> reverseZones;   // each satisfies isReverseZone
     std::chrono::milliseconds check{60000};  // interval between checks of the server; 0 for never, at most one day
 
-    //  Returns whether everything is sent over TLS, so nothing over UDP.
+    //  Returns whether all requests are sent over TLS and none over UDP.
     bool encrypted() const;
 };
 
