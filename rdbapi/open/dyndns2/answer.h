@@ -12,14 +12,14 @@ namespace rdbopen {
 struct ProviderAnswer {
     enum class Kind {
         accepted,   // the name has the addresses
-        forbidden,  // the same request must not be sent again, else the provider blocks the account
-        postponed,  // the provider has a fault; the request must not be sent again for half an hour
+        forbidden,  // the same request must not be sent again, else the provider may block the account
+        postponed,  // any other answer, such as a fault; the request must not be sent again for half an hour
     };
     Kind kind;
     std::string reason;  // for the operator; empty if accepted; contains no text of the provider
 };
 
-//  Returns what an answer means. status: the status code of HTTP.
+//  Returns the meaning of an answer. status: the status code of HTTP.
 ProviderAnswer readProviderAnswer(long status, std::string_view body);
 
 }  // namespace rdbopen

@@ -18,7 +18,8 @@ constexpr std::chrono::milliseconds exchangeLimit{15000};
 //  unchanged addresses.
 constexpr std::chrono::hours confirmAfter{25 * 24};
 
-//  The documents of the protocol ask for this pause after 911 and dnserr.
+//  The documents of the protocol require this pause after 911 and dnserr. It also follows unknown answers and errors of
+//  HTTP.
 constexpr std::chrono::minutes faultPause{30};
 
 class Dyndns2Backend : public Backend, public DnsUpdateBackend, public Inspector {
@@ -46,7 +47,7 @@ private:
     std::string queryOf(const std::string& name, const std::vector<std::string>& addresses) const;
     HttpsRequest requestFor(const std::string& query, const std::string& password) const;
 
-    //  An answer after which nothing may be sent until the password changes, or until a time.
+    //  An answer after which nothing may be sent until the password changes or the time until is reached.
     struct Refusal {
         std::string password;
         std::chrono::milliseconds until;
@@ -83,7 +84,7 @@ std::string Dyndns2Backend::queryOf(const std::string& name, const std::vector<s
     return query;
 }
 
-//  Without an address, a provider would store the address from which the request comes.
+//  Sends no request without an address: the provider would store the address from which the request comes.
 Status Dyndns2Backend::update(const DnsRequest& request) {
     const Result<std::vector<std::string>> published = provider_.filter.apply(request.addresses);
     if (!published.ok())

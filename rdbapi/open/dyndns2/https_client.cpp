@@ -31,8 +31,8 @@ Status outOfMemory() {
     return backendFailed("out of memory");
 }
 
-//  One transfer. libcurl reports its sockets and its next deadline; an epoll descriptor makes of the sockets one
-//  descriptor for the Waiter.
+//  One transfer. libcurl reports its sockets and its next deadline. An epoll descriptor contains all sockets, so that
+//  the Waiter polls only one descriptor.
 class Transfer {
 public:
     Transfer() : sockets_(epoll_create1(EPOLL_CLOEXEC)), easy_(curl_easy_init()), multi_(curl_multi_init()) {}
@@ -66,11 +66,11 @@ private:
     const Descriptor sockets_;
     char error_[CURL_ERROR_SIZE] = "";
     std::string body_;
-    std::chrono::milliseconds deadline_ = std::chrono::milliseconds::max();  // of libcurl
+    std::chrono::milliseconds deadline_ = std::chrono::milliseconds::max();  // of libcurl; max: none
     int running_ = 0;
     bool added_ = false;
     CurlTransfer easy_;
-    CurlTransfers multi_;  // destroyed before easy_, and both before what their callbacks use
+    CurlTransfers multi_;  // destroyed before easy_, and both before the members that their callbacks use
 };
 
 int Transfer::onSocket(CURL*, curl_socket_t socket, int action, void* self, void* known) {
@@ -100,7 +100,8 @@ std::size_t Transfer::onBody(char* bytes, std::size_t, std::size_t size, void* s
     return size;
 }
 
-//  libcurl writes the keys of its connections to a file if the environment variable SSLKEYLOGFILE names one.
+//  Removes the callback by which libcurl writes the keys of its connections to the file of the environment variable
+//  SSLKEYLOGFILE.
 CURLcode Transfer::onContext(CURL*, void* context, void*) {
     SSL_CTX_set_keylog_callback(static_cast<SSL_CTX*>(context), nullptr);
     return CURLE_OK;
@@ -165,7 +166,7 @@ Status Transfer::run(const Waiter& waiter, std::chrono::milliseconds until) {
     return result();
 }
 
-//  libcurl reports each deadline once.
+//  libcurl reports each deadline once, so deadline_ is cleared before the call.
 void Transfer::handleDeadline() {
     deadline_ = std::chrono::milliseconds::max();
     curl_multi_socket_action(multi_.get(), CURL_SOCKET_TIMEOUT, 0, &running_);

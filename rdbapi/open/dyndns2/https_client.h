@@ -3,7 +3,7 @@
 //  that thread.
 //
 //  The server's certificate is always verified. Proxies, .netrc and redirections are not used. The variable
-//  SSLKEYLOGFILE of the environment makes libcurl create that file, but no key is written.
+//  SSLKEYLOGFILE of the environment makes libcurl create the file that it names, but no key is written.
 //
 //  Threads: one thread at a time.
 #ifndef RDBAPI_OPEN_DYNDNS2_HTTPS_CLIENT_H
@@ -22,7 +22,7 @@ struct HttpsRequest {
     Server server;
     std::string path;         // not percent-encoded
     std::string query;        // percent-encoded
-    std::string authorities;  // path of a file with certificates; empty for the system's
+    std::string authorities;  // path of a file with certificates; empty: those of the system
     std::string user;
     std::string password;
 };
@@ -34,14 +34,15 @@ struct HttpsAnswer {
     static constexpr std::size_t maxBody = 1024;
 };
 
-//  Initializes libcurl, once. Called when the back end is created. Requires: prepareTls (net/tls_context.h) has
-//  succeeded. Fails with errorNoResources.
+//  Initializes libcurl at the first call. Called when a back end is created. Requires: prepareTls (net/tls_context.h)
+//  has succeeded. Fails with errorNoResources.
 Status prepareHttps();
 
 //  Connects to the server and completes the TLS handshake, but sends no request. Fails with errorBackendFailed.
 Status testHttps(const HttpsRequest& request, const Waiter& waiter, std::chrono::milliseconds until);
 
-//  Sends a GET request with basic authentication. Fails with errorBackendFailed; then the server may have received it.
+//  Sends a GET request with basic authentication. Fails with errorBackendFailed, although the server may have received
+//  the request.
 Result<HttpsAnswer> getByHttps(const HttpsRequest& request, const Waiter& waiter, std::chrono::milliseconds until);
 
 }  // namespace rdbopen

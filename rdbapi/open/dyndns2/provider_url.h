@@ -3,7 +3,7 @@
 //      dyndns2+https://HOST[:PORT][/PATH][?addresses=first&parameter=myip&only=PREFIX&skip=temporary&ca=/FILE]
 //
 //  The default PORT is 443 (RFC 9110 section 4.2.2), the default PATH /nic/update. Options may be in any order, each at
-//  most once. request/address_filter.h describes only and skip.
+//  most once. request/address_filter.h describes "only" and "skip".
 #ifndef RDBAPI_OPEN_DYNDNS2_PROVIDER_URL_H
 #define RDBAPI_OPEN_DYNDNS2_PROVIDER_URL_H
 
@@ -15,8 +15,8 @@ namespace rdbopen {
 struct Provider {
     Server server;
     std::string path = "/nic/update";
-    std::string parameter = "myip";  // of the addresses in a request; letters, digits and "_"
-    std::string authorities;         // path of a file with certificates; empty for the system's
+    std::string parameter = "myip";  // name of the query parameter with the addresses; letters, digits and "_"
+    std::string authorities;         // path of a file with certificates; empty: those of the system
     bool allAddresses = false;       // send all addresses instead of the first one
     AddressFilter filter;
 };
