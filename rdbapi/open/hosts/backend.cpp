@@ -20,7 +20,7 @@ constexpr std::chrono::milliseconds lockLimit{2000};
 //  Maximum number of attempts of an update. An attempt fails if another program changes the file during it.
 constexpr int maxAttempts = 5;
 
-//  Changes errorTooLarge to errorBackendFailed: a file that is too large cannot be read.
+//  Returns errorBackendFailed for each failure of readFile, also for errorTooLarge.
 Status unreadable(const Status& failure) {
     return backendFailed("the file cannot be read: " + failure.reason);
 }
@@ -51,8 +51,8 @@ private:
     std::string path_;
     const AddressFilter filter_;
     bool flushed_ = false;            // the directory was flushed after the last rename by this back end
-    std::string shownName_;           // of the last call of held
-    std::vector<std::string> shown_;  // own lines in its result
+    std::string shownName_;           // host name of the last call of held
+    std::vector<std::string> shown_;  // own lines in the result of that call
 };
 
 Status HostsBackend::open(const Waiter&) {
@@ -69,7 +69,7 @@ Status HostsBackend::open(const Waiter&) {
     return {};
 }
 
-//  Resolves the path each time, because a link may change while the service runs.
+//  Resolves the path each time, because a symbolic link may change while the service runs.
 Status HostsBackend::update(const DnsRequest& request) {
     const Result<std::vector<std::string>> published = filter_.apply(request.addresses);
     if (!published.ok())
@@ -107,7 +107,7 @@ Status HostsBackend::flush(const FilePlace& place) {
     return flushed_ ? Status{} : failedTo("the folder cannot be flushed", std::move(status));
 }
 
-//  Needs no lock: this library replaces the file by a rename.
+//  Needs no lock, because this library replaces the file atomically by a rename.
 Result<Holdings> HostsBackend::held(const HostNames& host) {
     if (!isDnsName(host.name))
         return Status{errorBadRequest, "the name " + host.name + " is not a host name"};
@@ -142,7 +142,8 @@ Status HostsBackend::examine(const HostNames&, std::vector<Examination>& results
     return {};
 }
 
-//  All own lines are removed, also one that was added since held: the service writes all of them together.
+//  Removes all own lines of the host, also a line that was added after the call of held, because the service always
+//  writes all own lines together.
 Status HostsBackend::remove(std::vector<RemovalStep>& steps) {
     if (shown_.empty())
         return {};
@@ -154,7 +155,7 @@ Status HostsBackend::remove(std::vector<RemovalStep>& steps) {
 
 }  // namespace
 
-//  A reason never contains the url, because it may contain a misplaced secret.
+//  A reason never contains the url, because a url may contain a misplaced secret.
 Result<AddressFilter> parseHostsOptions(const Url& url) {
     AddressFilter filter;
     std::vector<std::string> seen;

@@ -29,7 +29,7 @@ bool isOwnLine(std::string_view line, const std::string& tail) {
     return line.ends_with(tail) && isAddress(line.substr(0, line.size() - tail.size()));
 }
 
-//  Returns whether one of the words after the first one, before a comment, is name. Upper and lower case are the same.
+//  Returns whether name is one of the words after the first word and before a comment. Upper and lower case are equal.
 bool namesHost(std::string_view line, std::string_view name) {
     line = line.substr(0, line.find_first_of("#\n"));
     for (bool first = true;; first = false) {

@@ -18,9 +18,9 @@
 
 namespace rdbopen {
 
-//  Returns file with the own lines of name replaced by one line for each of addresses, in order. The new lines start at
-//  the first own line, or after the last complete line if there is none. A last line without a line feed stays last.
-//  Requires: name and addresses are valid (request/dns_request.h).
+//  Returns the text in file, with the own lines of name replaced by one line for each of addresses, in order. The new
+//  lines start at the first own line. Without an own line, they start after the last line that ends with a line feed. A
+//  last line without a line feed stays last. Requires: name and addresses are valid (request/dns_request.h).
 std::string withHostLines(std::string_view file, std::string_view name, std::span<const std::string> addresses);
 
 //  The lines of a file that concern a host, without line feeds.
@@ -29,7 +29,7 @@ struct HostLines {
     std::vector<std::string> others;  // lines of other programs that have the name after their first word
 };
 
-//  Returns the lines of file that are own lines of name, or that name the host otherwise (hosts(5)).
+//  Returns the own lines of name in file, and the lines of other programs that contain this name (hosts(5)).
 HostLines hostLines(std::string_view file, std::string_view name);
 
 }  // namespace rdbopen
