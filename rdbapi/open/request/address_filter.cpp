@@ -18,7 +18,7 @@ constexpr AddressFilter::Prefix uniqueLocal{{0xfc}, 7};  // RFC 4193 section 3.1
 constexpr AddressFilter::Prefix neverPublished[] = {
     {{0xff}, 8}, {{0xfe, 0x80}, 9}, {{0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0xff, 0xff}, 96}, {{}, 96}};
 
-//  Calls take with each element of a list that is separated by commas, until one fails.
+//  Calls take with each element of a list that is separated by commas, until a call fails.
 template <class Take>
 Status forEachOf(std::string_view list, Take take) {
     for (;;) {
@@ -34,7 +34,7 @@ std::optional<Ipv6Address> parseAddress(std::string_view text) {
     return inet_pton(AF_INET6, std::string(text).c_str(), address.data()) == 1 ? std::optional(address) : std::nullopt;
 }
 
-//  Returns address with all bits after the first length ones set to 0.
+//  Returns address with all bits after the first length bits set to 0.
 Ipv6Address masked(Ipv6Address address, unsigned length) {
     for (unsigned i = 0; i < address.size(); ++i) {
         const unsigned bits = std::clamp(length, 8 * i, 8 * i + 8) - 8 * i;

@@ -1,11 +1,11 @@
-//  Which addresses of a request are published. The back ends dns, dyndns2 and hosts have these options:
+//  Selects the addresses of a request that are published. The back ends dns, dyndns2 and hosts have these options:
 //
 //      only=2001:db8:1::/48,2001:db8:2::/48                only addresses with one of these prefixes
 //      skip=ula,temporary,deprecated,if:wg*,if:tun0        no such addresses, and none of interfaces with these names
 //
-//  An address is skipped because of its interface if all interfaces that have it match a pattern of fnmatch(3). An
-//  address that the host no longer has is treated as neither temporary nor deprecated and has no interface. skip does
-//  not affect IPv4 addresses; only excludes them.
+//  The text after "if:" is a pattern of fnmatch(3). An address is skipped if all interfaces with this address match a
+//  pattern. An address that the host no longer has is treated as neither temporary nor deprecated and has no interface.
+//  The option "skip" does not affect IPv4 addresses; the option "only" excludes all of them.
 //
 //  Threads: one thread at a time.
 #ifndef RDBAPI_OPEN_REQUEST_ADDRESS_FILTER_H
@@ -19,7 +19,7 @@ namespace rdbopen {
 
 struct AddressFilter {
     struct Prefix {
-        Ipv6Address address{};  // the bits after length are 0
+        Ipv6Address address{};  // the bits after the first length bits are 0
         unsigned length = 0;    // 0 to 128
     };
 
@@ -27,20 +27,20 @@ struct AddressFilter {
     bool skipUla = false;                     // fc00::/7
     bool skipTemporary = false;               // according to the kernel's flags of the address
     bool skipDeprecated = false;              // according to the kernel's flags of the address
-    std::vector<std::string> skipInterfaces;  // patterns, not empty
+    std::vector<std::string> skipInterfaces;  // patterns of fnmatch(3), each not empty
 
-    //  Store the value of an option. Fail with malformedUrl.
+    //  Store the value of the option "only" or "skip". Fail with malformedUrl.
     Status takeOnly(std::string_view value);
     Status takeSkip(std::string_view value);
 
-    //  Returns whether the text of an address passes, given the addresses of this host.
+    //  Returns whether address, a text, passes the filter. local: the addresses of this host.
     bool passes(const std::string& address, const LocalAddresses& local) const;
 
-    //  Returns the texts of addresses that pass, in the same order. Reads the addresses of this host if necessary;
-    //  fails with errorBackendFailed if this fails.
+    //  Returns the elements of addresses that pass the filter, in the same order. Reads the addresses of this host if
+    //  necessary. Fails with errorBackendFailed if they cannot be read.
     Result<std::vector<std::string>> apply(const std::vector<std::string>& addresses) const;
 
-    //  Returns the addresses in local that the service publishes and that pass.
+    //  Returns the addresses in local that the service publishes and that pass the filter.
     std::vector<Ipv6Address> passing(const LocalAddresses& local) const;
 
     //  Returns whether local has an address that the service publishes, but none passes.

@@ -13,12 +13,12 @@ namespace rdbopen {
 
 namespace {
 
-//  A value of the request. The members of an object are not stored in it. A list within a list is followed by its
-//  elements.
+//  A value of the request. The members of an object are not stored in its Value. The elements of a list within a list
+//  follow the inner list as elements of the outer list.
 struct Value {
     enum class Kind { missing, other, natural, negative, text, object, list };
     Kind kind = Kind::missing;
-    std::int64_t number = 0;  // of natural, modulo 2^64, and of negative
+    std::int64_t number = 0;  // of natural or negative; above 2^63 - 1: the negative number with the same bits
     std::string text;
     std::vector<Value> elements;
 
@@ -28,8 +28,8 @@ struct Value {
 using Kind = Value::Kind;
 
 //  Stores the members that are used. Of several members with the same name the last one counts. The functions in
-//  lower_case are those that nlohmann::json::sax_parse calls; they return true to continue. This needs half as much
-//  code in the memory of each service as a tree of all values (nlohmann::json::parse).
+//  lower_case are those that nlohmann::json::sax_parse calls; they return true to continue. A tree of all values
+//  (nlohmann::json::parse) would need twice as much code in the memory of each service.
 class RequestReader {
 public:
     Value root, seqno, request, item, name, ipv4s, ipv6s, httpsPorts;
@@ -91,12 +91,12 @@ private:
             *std::exchange(next_, nullptr) = std::move(value);
         return true;
     }
-    static constexpr int listDepth = 3;  // of the elements of a list in the item
+    static constexpr int listDepth = 3;  // depth_ of the elements of a list in the item
 
     int depth_ = 0;          // number of objects and lists around the next value
     bool inItem_ = false;    // the next value is in the item
-    Value* next_ = &root;    // the value that follows, if it is stored
-    Value* list_ = nullptr;  // the stored list of the item around the next value
+    Value* next_ = &root;    // where the next value is stored; null if it is not stored
+    Value* list_ = nullptr;  // the list of the item that contains the next value, or null
 };
 
 //  inet_pton would treat a zero byte as the end of the text.
@@ -160,7 +160,7 @@ Status parseDnsRequest(std::string_view text, DnsRequest& request) {
     return status.ok() ? takePorts(read.httpsPorts, request.httpsPorts) : status;
 }
 
-//  A message may contain a file name, which may not be UTF-8. Its bytes are written as in a line of syslog.
+//  A message may contain a file name, which may not be UTF-8. Unprintable bytes are escaped as in a line of syslog.
 std::string dnsReply(const std::optional<std::int64_t>& seqno, int code, std::string_view message) {
     std::string printable;
     appendPrintable(printable, message);
