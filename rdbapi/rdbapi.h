@@ -14,7 +14,8 @@
 //
 //  Threads: the library may call callbacks on its own threads, in parallel with the caller's calls; it may also deliver
 //  an event inside a call. When rdb_disconnect returns, a callback whose delivery has already started may still begin
-//  or run. Later, no further callback is delivered. The object that user points to must outlive these callbacks.
+//  or run. No other callback is delivered after that. The object that the argument user points to must outlive these
+//  callbacks.
 //
 //  Ownership: the library copies the texts and records passed to it. The caller may free its data when the call
 //  returns.
@@ -100,8 +101,8 @@ int rdb_create(void);
 //  Sets the receiver of the handle's connection events. Call it before rdb_connectex. Returns 0, or an error code.
 int rdb_setmessagenotify(int handle, RdbMessageNotify callback, void* user);
 
-//  Starts the asynchronous connection; an event reports when it is established. reserved must be 0. Returns 0 when the
-//  connection was started, else an error code (for example a bad handle, a malformed url, an unknown scheme, no
+//  Starts the asynchronous connection; event 60001 reports when it is established. reserved must be 0. Returns 0 when
+//  the connection was started, else an error code (for example a bad handle, a malformed url, an unknown scheme, no
 //  thread).
 int rdb_connectex(int handle, const char* url, const char* user, const char* password, int reserved);
 
@@ -110,8 +111,8 @@ int rdb_connectex(int handle, const char* url, const char* user, const char* pas
 //  called.
 int rdb_callmsg(int handle, const char* text, std::int32_t length, RdbReply callback, void* user);
 
-//  Looks up the tag tag->name and stores its definition in the record. Returns 0, or an error code, for example if the
-//  tag does not exist.
+//  Looks up the tag with the name tag->name and stores its definition in *tag. Returns 0, or an error code, for example
+//  if the tag does not exist.
 int rdb_tagget(int handle, RdbTag* tag);
 
 //  Creates or replaces the tag that *tag defines. mode must be RDB_TAGINPORT_MODE. *result receives
