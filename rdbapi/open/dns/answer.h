@@ -1,5 +1,5 @@
-//  Reads the contents of an answer: one whose signature was verified (tsig.h), or one of the system's resolver, which
-//  is not signed (primary.h).
+//  Reads the contents of an answer. The answer comes from a DNS server and its signature was verified (tsig.h), or it
+//  comes from the system's resolver and is not signed (primary.h).
 //
 //  Threads: one thread at a time per answer.
 #ifndef RDBAPI_OPEN_DNS_ANSWER_H

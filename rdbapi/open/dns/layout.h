@@ -31,7 +31,7 @@ struct SignaturePlace {
 //  Returns the layout of message. place is valid only after DnsLayout::hasSignature.
 DnsLayout layoutOf(std::span<const std::uint8_t> message, SignaturePlace& place);
 
-//  Returns whether answer has the same question as request, and no other. The case of letters may differ.
+//  Returns whether answer has the same question as request, and no other question. The case of letters may differ.
 //  Requires: both have a header; request was made by message.h.
 bool hasQuestionOf(std::span<const std::uint8_t> answer, std::span<const std::uint8_t> request);
 

@@ -155,8 +155,8 @@ Result<DnsBytes> removalMessage(std::uint16_t id, const std::string& zone, const
         for (const DnsBytes& data : set.records)
             if (writer.fits())
                 writer.record(Section::prerequisites, set.owner, set.type, classIn, 0, data);
-    //  PowerDNS does not find some of the records that an update deletes singly (RFC 2136 section 2.5.4: class NONE). So
-    //  a set of which no record remains is deleted as a whole (section 2.5.2).
+    //  PowerDNS does not find some of the records that an update deletes singly (RFC 2136 section 2.5.4: class NONE).
+    //  So a set of which no record remains is deleted as a whole (section 2.5.2).
     for (std::size_t i = 0; i < removed.size(); ++i) {
         const RecordSet& set = removed[i];
         if (set.records.size() == held[i].records.size())

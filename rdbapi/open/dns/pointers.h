@@ -3,7 +3,7 @@
 //      1.0.0.0 ... 8.b.d.0.1.0.0.2.ip6.arpa   PTR   host1.example.org.
 //      |           |
 //      |           zone, for example that of 2001:db8::/32
-//      the address, each hexadecimal digit one label, the last one first (RFC 3596 section 2.5)
+//      the address, each hexadecimal digit one label, the last digit first (RFC 3596 section 2.5)
 //
 //  One update of each zone adds the records of the addresses to be published and deletes those of the addresses that
 //  leave. An address leaves if the server has it at the host's name, but it is not to be published. This also works
