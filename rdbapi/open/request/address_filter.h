@@ -1,7 +1,7 @@
 //  Selects the addresses of a request that are published. The back ends dns, dyndns2 and hosts have these options:
 //
 //      only=2001:db8:1::/48,2001:db8:2::/48                only addresses with one of these prefixes
-//      skip=ula,temporary,deprecated,if:wg*,if:tun0        no such addresses, and none of interfaces with these names
+//      skip=ula,temporary,deprecated,if:wg*,if:tun0        no addresses of these kinds or interfaces
 //
 //  The text after "if:" is a pattern of fnmatch(3). An address is skipped if all interfaces with this address match a
 //  pattern. An address that the host no longer has is treated as neither temporary nor deprecated and has no interface.

@@ -189,7 +189,7 @@ std::string DnsUpdateBackend::refusal(std::string_view text, int code) {
     return dnsReply(request.seqno, code, "the server is not connected");
 }
 
-//  Only the seqno may differ: each request has its own.
+//  Does not compare the seqno, because each request has its own.
 std::optional<std::string> DnsUpdateBackend::repetition(std::string_view text, std::string_view done) {
     DnsRequest now;
     DnsRequest before;
