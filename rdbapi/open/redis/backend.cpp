@@ -107,8 +107,8 @@ Status RedisBackend::put(std::span<const RdbSnapshot> records) {
     return putGroups(groups);
 }
 
-//  A script can have the keys of one group only. So the tags of several groups are checked first: a tag that is missing
-//  or not usable is then found before anything is written.
+//  A script can only have the keys of one group. So, if there are several groups, all tags are checked first: a missing
+//  or not usable tag is then found before anything is written.
 Status RedisBackend::putGroups(const Groups& groups) {
     for (const auto& [group, records] : groups) {
         for (std::size_t i = 0; groups.size() > 1 && i < records.size(); ++i) {
@@ -161,9 +161,9 @@ Result<RedisReply> RedisBackend::runScript(std::uint16_t group, const RedisScrip
     return reply;
 }
 
-//  The check of a value tests the connection, too. So no PING is sent if the last probe was followed by such a check,
-//  or if a value has been refreshed since: after this probe, the worker checks the value or, if the server has lost it,
-//  puts it. A check of an idle connection is thus one round trip.
+//  checkValue tests the connection, too. So no PING is sent if checkValue or refresh was called since the last probe:
+//  after this probe, the worker then checks the value or, if the server has lost the value, puts it. A check of an idle
+//  connection is thus one round trip.
 Status RedisBackend::probe() {
     if (std::exchange(valueFollows_, false))
         return {};

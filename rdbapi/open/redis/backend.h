@@ -1,9 +1,9 @@
 //  The back end redis: an rdb server in a Redis server or a Redis Cluster. Tags, their current values and their history
-//  are keys of its database (objects.h). Most calls are one round trip. A call that writes is a script that the server
-//  executes as a whole (scripts.h), or one script for each slot of a cluster. So a put whose answer was lost may be
-//  repeated: it confirms the values that the server has.
+//  are keys of its database (objects.h). Most calls are one round trip. A call that writes sends a script, which the
+//  server executes as a whole (scripts.h). In a cluster, a put sends one script for each slot. If the answer to a put
+//  is lost, the put may be repeated: the repetition confirms the values that the server already has.
 //
-//  place.h describes the urls, route.h how a command reaches its server.
+//  place.h describes the urls. route.h describes how a command reaches its server.
 #ifndef RDBAPI_OPEN_REDIS_BACKEND_H
 #define RDBAPI_OPEN_REDIS_BACKEND_H
 
@@ -13,8 +13,8 @@
 
 namespace rdbopen {
 
-//  Makes the back end for a url without the options of TLS. makeStream: makes the stream of each connection. Fails with
-//  errorBadUrl.
+//  Makes the back end for url, from which the caller has removed the options of TLS. makeStream is called for each
+//  connection and makes its stream. Fails with errorBadUrl.
 BackendResult makeRedisBackend(const Url& url, const Credentials& credentials, const MakeStream& makeStream);
 
 //  Makes the back end of the schemes without TLS. Fails with errorBadUrl.

@@ -35,7 +35,7 @@ bool isSlot(const RedisReply& reply) {
     return reply.is(Kind::integer) && reply.integer >= 0 && reply.integer < redisSlots;
 }
 
-//  The first two elements are slots; the others are nodes, the master first.
+//  The first two elements of a range are slots. The other elements are nodes, and the first node is the master.
 bool isRange(const RedisReply& reply) {
     return reply.is(Kind::array) && reply.elements.size() >= 3 && isSlot(reply.elements[0]) &&
            isSlot(reply.elements[1]) && std::all_of(reply.elements.begin() + 2, reply.elements.end(), isNode);
@@ -78,7 +78,7 @@ bool isRedirection(const RedisReply& reply) noexcept {
     return reply.is(Kind::error) && (reply.text.starts_with(moved) || reply.text.starts_with(ask));
 }
 
-//  The slot in the answer is not read: it is that of the command.
+//  The slot in the answer is not read, because it is the slot of the command.
 std::optional<Redirection> readRedirection(const RedisReply& reply, const Server& asked) {
     const std::string_view text = reply.text;
     const std::size_t place = text.rfind(' ') + 1;

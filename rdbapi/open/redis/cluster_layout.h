@@ -1,12 +1,12 @@
-//  What the nodes of a Redis Cluster report about each other: which master has which slots, and where a command should
-//  go instead (https://redis.io/docs/reference/cluster-spec).
+//  Parses what the nodes of a Redis Cluster report: which master has which slots, and to which node a command is
+//  redirected (https://redis.io/docs/reference/cluster-spec).
 //
 //      CLUSTER SLOTS         ranges: first slot, last slot, master, replicas...; each node is host, port, ...
 //      -MOVED SLOT HOST:PORT   the slot belongs to this master
-//      -ASK SLOT HOST:PORT     the slot is being moved there; only this command should go there, after ASKING
+//      -ASK SLOT HOST:PORT     the slot is being moved to this node; only this command is sent to it, after ASKING
 //
-//  An empty host stands for the host that was asked. Hosts and ports come from a server, which may send anything: only
-//  those that a url could contain are used.
+//  An empty host means the host of the node that has answered. A server may send anything as host and port: only hosts
+//  and ports that a url could contain are used.
 //
 //  Threads: any thread may call these functions.
 #ifndef RDBAPI_OPEN_REDIS_CLUSTER_LAYOUT_H
@@ -27,25 +27,26 @@ struct ClusterLayout {
         std::uint16_t last;
         Server master;
     };
-    std::vector<Range> ranges;  // without those whose master has no usable host and port
+    std::vector<Range> ranges;  // a range whose master has no usable host and port is left out
     std::vector<Server> nodes;  // masters and replicas, each once
 
-    //  Returns the master of slot, or null without one.
+    //  Returns the master of slot, or null if no range contains slot.
     const Server* masterOf(std::uint16_t slot) const noexcept;
 };
 
-//  Returns the meaning of the answer to CLUSTER SLOTS. asked: the node that was asked. Fails with errorBackendFailed.
+//  Parses the answer to CLUSTER SLOTS. asked: the node that has sent this answer. Fails with errorBackendFailed.
 Result<ClusterLayout> readClusterSlots(const RedisReply& reply, const Server& asked);
 
 struct Redirection {
-    bool ask = false;  // ASK, not MOVED
+    bool ask = false;  // true for ASK, false for MOVED
     Server target;
 };
 
 //  Returns whether the answer is MOVED or ASK.
 bool isRedirection(const RedisReply& reply) noexcept;
 
-//  Returns where to send the command instead, or nothing if the answer has no usable target. Requires: isRedirection.
+//  Returns the node to which the answer redirects the command, or nothing if the answer names no usable host and port.
+//  asked: the node that has sent the answer. Requires: isRedirection.
 std::optional<Redirection> readRedirection(const RedisReply& reply, const Server& asked);
 
 }  // namespace rdbopen

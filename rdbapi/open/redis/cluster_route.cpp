@@ -94,8 +94,8 @@ Result<RedisReply> ClusterRoute::follow(std::uint16_t slot, const RedisCommand& 
     }
 }
 
-//  Connects to the master of slot and stores it in slots_. If the master that is known cannot be reached, half of the
-//  time is left to find a newer one.
+//  Connects to the master of slot and stores this master in slots_. The attempt to reach the known master may take half
+//  of the time; the other half is left to find a newer master.
 Status ClusterRoute::connectMaster(std::uint16_t slot, Time until) {
     const Time now = monotonicNow();
     if (const auto known = slots_.find(slot); known != slots_.end()) {
@@ -122,7 +122,7 @@ Status ClusterRoute::connectMasterKnownTo(const Server& node, std::uint16_t slot
     return status;
 }
 
-//  Returns what node knows of the cluster.
+//  Queries node for the layout of the cluster.
 Result<ClusterLayout> ClusterRoute::report(const Server& node, Time until) {
     if (Status failed = links_.connect(node, until); !failed.ok())
         return failed;
@@ -138,7 +138,8 @@ Result<ClusterLayout> ClusterRoute::report(const Server& node, Time until) {
     return layout;
 }
 
-//  The nodes of the url come before those of the last report, which are gone if the whole cluster has been replaced.
+//  The nodes of the url come before the nodes of the last report. If the whole cluster has been replaced, the nodes of
+//  the last report no longer exist.
 std::vector<Server> ClusterRoute::candidates() const {
     std::vector<Server> all;
     const auto append = [&all](const std::vector<Server>& nodes) {
@@ -153,8 +154,8 @@ std::vector<Server> ClusterRoute::candidates() const {
     return all;
 }
 
-//  Waits for time and returns true. Returns false at once if the wait would not end before until, and early if the wait
-//  is interrupted, for example because the handle is closed.
+//  Waits for the duration time and returns true. If the wait would not end before until, returns false without waiting.
+//  If the wait is interrupted, for example because the handle is closed, returns false early.
 bool ClusterRoute::pause(Time time, Time until) const {
     const Time end = monotonicNow() + time;
     if (end >= until)

@@ -1,4 +1,5 @@
-//  The way to the masters of a Redis Cluster. The group of a name is its slot (slots.h).
+//  Sends each command to the responsible master of a Redis Cluster. The group of a name (route.h) is its slot
+//  (slots.h).
 //
 //      ask(slot) --> master of the slot, as known, or as a node reports in CLUSTER SLOTS
 //                      | MOVED HOST:PORT              --> remembers this master, asks there
@@ -7,8 +8,8 @@
 //                      |                                  up to 2 s (redisStalls in refusal.h)
 //                      | any other answer             --> is the result
 //
-//  The nodes that report are those with a connection, those of the url, and all that the last report has named, until
-//  one of them names a master that can be reached. So it is enough that one of these nodes knows the master.
+//  A report is requested from the connected nodes, the nodes of the url and the nodes of the last report, one after the
+//  other, until a node names a master that can be reached. So it is enough that one of these nodes knows the master.
 //
 //  Threads: one thread at a time.
 #ifndef RDBAPI_OPEN_REDIS_CLUSTER_ROUTE_H
@@ -54,9 +55,9 @@ private:
     const Credentials credentials_;
     const Waiter* waiter_ = nullptr;  // set by open
     RedisLinks links_;
-    std::vector<Server> nodes_;              // of the last report
-    std::map<std::uint16_t, Server> slots_;  // the masters of the slots that were asked for
-    std::optional<Server> down_;             // the node of the last redisStalls answer: it is asked last
+    std::vector<Server> nodes_;              // all nodes that the last report has named
+    std::map<std::uint16_t, Server> slots_;  // the known masters, by slot
+    std::optional<Server> down_;             // node whose answer was one of redisStalls; it is asked last for a report
 };
 
 }  // namespace rdbopen

@@ -105,8 +105,8 @@ Result<bool> RedisConnection::takeBytes() {
     return true;
 }
 
-//  A server that refuses the connection, because of its limit or because of the client's address, sends an error before
-//  any request and closes.
+//  A server may refuse a connection because of its limit of connections or because of the client's address. It then
+//  sends an error before any request and closes the connection.
 Status RedisConnection::receiveUnasked() {
     const Result<bool> taken = takeBytes();
     if (!taken.ok() || !*taken)

@@ -1,6 +1,6 @@
 --  Tests whether the user may do what the service does for a name, and whether the server takes writes. The write
---  changes nothing: LTRIM keeps the whole list; without a limit of the history, DEL is sent if the list does not exist,
---  and no write if it does. A server that has reached its memory limit still executes both commands.
+--  changes nothing: LTRIM keeps the whole list. If the limit of the history is 0, DEL is executed if the list does not
+--  exist, and no write if it exists. A server that has reached its memory limit still executes both commands.
 --
 --      KEYS    tag, value, history
 --      ARGV    expiry in seconds or 0, limit of the history, command that announces a change, channel

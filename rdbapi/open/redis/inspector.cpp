@@ -29,7 +29,7 @@ Result<RedisReply> RedisInspector::ask(const RedisCommand& command) {
     return reply;
 }
 
-//  Returns whether the key exists with the type. A key of another type is added as one of another program.
+//  Returns whether the key exists with this type. A key of another type is added as a key of another program.
 Result<bool> RedisInspector::findKey(const std::string& key, const char* type) {
     const Result<RedisReply> reply = ask({"TYPE", key});
     if (!reply.ok())
@@ -60,7 +60,7 @@ void RedisInspector::add(const std::string& key, const std::string& contents, bo
     holdings_.records.push_back({key + (isForeign ? "" : contents), isForeign ? foreignKey : ""});
 }
 
-//  Sends the whole script, as removeShown does.
+//  Sends the whole script, for the same reason as removeShown.
 Status RedisInspector::examine(const HostNames& host, std::vector<Examination>& results) {
     if (Status unusable = verifyName(host.name); !unusable.ok())
         return unusable;
@@ -76,7 +76,7 @@ Status RedisInspector::examine(const HostNames& host, std::vector<Examination>& 
     return {};
 }
 
-//  Servers before Redis 7 cannot be asked for permissions.
+//  A server before Redis 7 cannot test permissions. Its answer "unknown" counts as success.
 Status RedisInspector::resultOfExamination(const RedisReply& reply) const {
     const std::vector<RedisReply>& words = reply.elements;
     if (words.size() == 1 && words[0].text == "unknown")
@@ -117,7 +117,7 @@ Status RedisInspector::findValue() {
     return {};
 }
 
-//  The number of changes is only information, so the user may lack the permission for it.
+//  The number of changes is only information, so the user may lack the permission for LLEN.
 Status RedisInspector::findHistory() {
     const std::string key = keyOf("history:", name_);
     const Result<bool> found = findKey(key, "list");
@@ -152,7 +152,7 @@ Status RedisInspector::remove(std::vector<RemovalStep>& steps) {
     return steps.back().status;
 }
 
-//  Sends the whole script: EVALSHA would usually fail, because the script is rarely used, so a server does not have it.
+//  Sends the whole script. The script is rarely used, so a server usually does not have it, and EVALSHA would fail.
 Status RedisInspector::removeShown() {
     RedisCommand command{"EVAL", std::string(redisRemoveScript.source), "3"};
     for (const char* kind : {"tag:", "value:", "history:"})

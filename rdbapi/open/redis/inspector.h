@@ -1,5 +1,5 @@
-//  What a Redis server has of one name, and its removal (engine/inspector.h). Queries use only commands for which the
-//  service needs a permission, too, except LLEN; the removal needs DEL.
+//  Queries and removes what a Redis server stores for one name (engine/inspector.h). The queries use commands for which
+//  the service needs a permission, too, and LLEN, which may be refused. The removal needs DEL.
 //
 //  Threads: one thread at a time.
 #ifndef RDBAPI_OPEN_REDIS_INSPECTOR_H
@@ -37,7 +37,7 @@ private:
     const RedisLimits limits_;
     const bool isCluster_;
     std::chrono::milliseconds until_{0};  // time limit of the current operation
-    std::string name_;                    // of the last call of held, like the next two members
+    std::string name_;                    // name of the last call of held; the next two members are its results
     std::optional<RedisValue> value_;
     Holdings holdings_;
 };

@@ -16,8 +16,8 @@ local function writeExpiries(first, expire)
     end
 end
 
---  The user may lack a permission. From Redis 7 on this is known before anything is written; the refused command then
---  ends the script with the server's own error.
+--  The user may lack a permission. From Redis 7 on, this is tested before anything is written: the forbidden command is
+--  called first, so that it ends the script with the server's own error.
 local function execute()
     for _, command in ipairs(redis.acl_check_cmd and writes or {}) do
         if not redis.acl_check_cmd(unpack(command)) then
@@ -47,7 +47,7 @@ local function readTag(key)
     return nil, exists(key)
 end
 
---  The same for a value.
+--  Like readTag, for a value.
 local function readValue(key)
     local fields = redis.call('HMGET', key, 'time_ms', 'type', 'value')
     if fields[1] and fields[1]:find('^%d+$') and isByte(fields[2]) and fields[3] then

@@ -4,7 +4,7 @@
 
 namespace rdbopen {
 
-//  A name with several addresses may be one server or several: any that allows the attempt is used.
+//  The addresses of a name may belong to one server or to several servers: any address that allows the attempt is used.
 Status connectTo(RedisConnection& connection, const Server& server, const Waiter& waiter,
                  std::chrono::milliseconds until, const ServerAddresses::Attempt& attempt) {
     ServerAddresses addresses;

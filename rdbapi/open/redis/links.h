@@ -1,4 +1,4 @@
-//  Connections to the servers of a cluster or of a group with Sentinels, one for each server that is used. Each is
+//  Connections to the servers of a cluster or of a group with Sentinels: one for each server in use. Each of them is
 //  logged in.
 //
 //  The reason of each failure of RedisLinks begins with host and port of the server.
@@ -16,8 +16,8 @@
 
 namespace rdbopen {
 
-//  Connects to a server: to the first address of its name at which attempt returns ok. attempt: uses the connection
-//  until the given time.
+//  Connects to the first address of server at which attempt returns ok. attempt: uses the connection until the given
+//  time.
 Status connectTo(RedisConnection& connection, const Server& server, const Waiter& waiter,
                  std::chrono::milliseconds until, const ServerAddresses::Attempt& attempt);
 
@@ -26,10 +26,10 @@ public:
     //  mayMeetTls: a server may speak TLS although the streams do not.
     RedisLinks(MakeStream makeStream, bool mayMeetTls) : makeStream_(std::move(makeStream)), mayMeetTls_(mayMeetTls) {}
 
-    //  Sets what all later connections use.
+    //  Sets the waiter and the login of all later connections.
     void use(const Waiter& waiter, RedisLogin login);
 
-    //  Connects to server and logs in, if there is no connection to it. Every failure has the code errorBackendFailed.
+    //  If there is no connection to server, connects and logs in. Every failure has the code errorBackendFailed.
     Status connect(const Server& server, std::chrono::milliseconds until);
 
     //  Sends a command to server and returns its answer. Closes the connection after a failure.
@@ -37,7 +37,7 @@ public:
     Result<RedisReply> ask(const Server& server, const RedisCommand& command, bool asking,
                            std::chrono::milliseconds until);
 
-    //  Returns the servers, the one that was used last first.
+    //  Returns the servers that have a connection. The server that was used last is the first element.
     std::vector<Server> servers() const;
 
     //  Closes each connection for which isUsed(server) is false.
@@ -60,7 +60,7 @@ private:
     const bool mayMeetTls_;
     const Waiter* waiter_ = nullptr;
     RedisLogin login_;
-    std::vector<Link> links_;  // the one that was used last is the first
+    std::vector<Link> links_;  // the first element is the connection that was used last
 };
 
 }  // namespace rdbopen

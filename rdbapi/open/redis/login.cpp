@@ -24,12 +24,13 @@ private:
     const RedisLogin& login_;
     const Waiter& waiter_;
     const std::chrono::milliseconds until_;
-    std::vector<RedisCommand> commands_;  // all of one exchange; the first is AUTH
+    std::vector<RedisCommand> commands_;  // all commands of one exchange; the first is AUTH
     std::vector<RedisReply> replies_;
 };
 
-//  Sends authentication and all other commands at once. These set the connection's name, which CLIENT LIST shows, test
-//  the connection and, if login_ requires it, select the database and query the role.
+//  Sends authentication, which is AUTH, together with all other commands. The other commands set the connection's name,
+//  which CLIENT LIST shows, and test the connection. If login_ requires it, they also select the database and query the
+//  role.
 Status Login::send(RedisCommand authentication) {
     commands_ = {std::move(authentication), {"CLIENT", "SETNAME", "addrpubd"}, {"PING"}};
     if (login_.database != 0)
@@ -40,13 +41,13 @@ Status Login::send(RedisCommand authentication) {
     return connection_.exchange(commands_, replies_, waiter_, until_);
 }
 
-//  Returns whether the server has answered AUTH in this way.
+//  Returns whether reply is an error answer whose text starts with error.
 bool answers(const RedisReply& reply, std::string_view error) {
     return reply.is(Kind::error) && reply.text.starts_with(error);
 }
 
-//  Returns ok if reply is the right answer to command. A refused name of the connection does no harm, so the caller
-//  leaves out the second command. ROLE: https://redis.io/commands/role
+//  Returns ok if reply is the right answer to command, as for ROLE in https://redis.io/commands/role. The caller does
+//  not pass the answer to CLIENT SETNAME, the second command: a refused name does no harm.
 Status accept(const RedisCommand& command, const RedisReply& reply) {
     const std::string& word = command.front();
     if (reply.is(Kind::error))
@@ -58,9 +59,9 @@ Status accept(const RedisCommand& command, const RedisReply& reply) {
     return reply.elements[0].text == "master" ? Status{} : backendFailed("the server is not a primary but a replica");
 }
 
-//  A server without a password accepts any password for the user "default". Servers before Redis 6 have no users and
-//  possibly no password; the configured user is then "default", too. The answer to AUTH is not quoted, because it may
-//  contain the password.
+//  A server without a password accepts any password for the user "default". Servers before Redis 6 have no users, so
+//  the user "default" is configured for them, too: AUTH then has only the password, or is refused if the server has no
+//  password. The answer to AUTH is not quoted, because it may contain the password.
 Status Login::run() {
     connection_.conceal({login_.user, login_.password});
     const bool isDefault = login_.user == "default";
@@ -69,7 +70,7 @@ Status Login::run() {
         status = send({"AUTH", login_.password});
     const bool answered = !replies_.empty();
     const bool needless = answered && isDefault && answers(replies_[0], "ERR Client sent AUTH, but no password is set");
-    if (answered && replies_[0].is(Kind::error) && !needless)  // possibly the only answer before the server closes
+    if (answered && replies_[0].is(Kind::error) && !needless)  // the server may close the connection after this answer
         return backendFailed(redisRefusal("AUTH", replies_[0].text, 0));
     if (!status.ok())
         return status;

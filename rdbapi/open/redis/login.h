@@ -1,5 +1,5 @@
-//  What each connection to a Redis server begins with: login, name of the connection, test and, if needed, selection of
-//  the database and check of the server's role. A connection to a Sentinel has no login.
+//  The first commands on a connection to a Redis server: login, name of the connection, test and, if needed, selection
+//  of the database and query of the server's role. None of these is sent to a Sentinel.
 //
 //  Threads: any thread may call these functions.
 #ifndef RDBAPI_OPEN_REDIS_LOGIN_H
@@ -14,9 +14,9 @@ namespace rdbopen {
 
 struct RedisLogin {
     std::string user;
-    std::string password;  // itself, not the name of its file
+    std::string password;  // the password, not the name of its file
     std::uint32_t database = 0;
-    bool primaryOnly = false;  // a replica is refused
+    bool primaryOnly = false;  // the login fails at a replica
 };
 
 //  Logs in on a new connection. Every failure has the code errorBackendFailed.

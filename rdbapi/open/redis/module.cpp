@@ -11,7 +11,7 @@ using rdbopen::UrlUse;
 
 constexpr std::string_view schemes[] = {"redis", "redis+unix", "redis+cluster", "redis+sentinel"};
 
-//  Whoever can replace the socket of redis+unix gets the password.
+//  A user who can replace the socket of redis+unix gets the password.
 void adviseOnSocket(const UrlUse& use, std::vector<rdbopen::Advice>& advice) {
     if (use.url.scheme != "redis+unix")
         return;

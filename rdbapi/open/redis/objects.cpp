@@ -29,7 +29,7 @@ Status foreign(const std::string& key) {
     return serverRefused(key + " is somebody else's and stays as it is");
 }
 
-//  Returns the number in the text of field, or nothing if it is not one.
+//  Returns the number in the text of field, or nothing if the text is not a number.
 template <class Number>
 std::optional<Number> numberIn(const RedisReply& field) {
     Number number = 0;
@@ -39,7 +39,7 @@ std::optional<Number> numberIn(const RedisReply& field) {
     return isNumber ? std::optional(number) : std::nullopt;
 }
 
-//  Returns the definition in these fields: class, type and import flag. Nothing if one is not a number from 0 to 255.
+//  Returns the tag in fields: class, type and import flag. Returns nothing if a field is not a number from 0 to 255.
 std::optional<RedisTag> definitionIn(std::span<const RedisReply, 3> fields) {
     const auto tagclass = numberIn<std::uint8_t>(fields[0]);
     const auto type = numberIn<std::uint8_t>(fields[1]);
@@ -47,8 +47,8 @@ std::optional<RedisTag> definitionIn(std::span<const RedisReply, 3> fields) {
     return tagclass && type && importflag ? std::optional(RedisTag{*tagclass, *type, *importflag}) : std::nullopt;
 }
 
-//  Returns the fields in the answer to HMGET. Null if there is none of them: a hash of another program then counts as
-//  missing, and the script refuses to write to it.
+//  Returns the fields in the answer to HMGET, or null if no field exists. So a hash of another program may count as
+//  missing; the scripts refuse to write to it.
 Result<const std::vector<RedisReply>*> readFields(const RedisReply& reply, std::size_t count) {
     if (reply.is(Kind::error))
         return refusedByRedis("HMGET", reply);
@@ -159,7 +159,7 @@ Status readOutcome(const RedisReply& reply, const RedisScript& script) {
         if (isWord(0, "not-usable"))
             return {errorTagNotUsable, {}};
     }
-    //  The key is one of those that were sent, but a server may answer anything.
+    //  The key should be a key of the request, but a server may send any bytes.
     if (reply.elements.size() == 2 && isWord(0, "foreign") && reply.elements[1].is(Kind::text))
         return foreign(redisPrintable(reply.elements[1].text));
     return notUnderstood(script.operation);

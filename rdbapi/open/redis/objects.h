@@ -8,7 +8,7 @@
 //  The braces make a cluster keep all keys of a name at one server. A short list takes much less memory than a stream,
 //  whose first entry reserves 4 KB.
 //
-//  A key of another type or with other fields belongs to another program: it is refused and not changed.
+//  A key of another type or with other fields belongs to another program: the request fails and does not change it.
 #ifndef RDBAPI_OPEN_REDIS_OBJECTS_H
 #define RDBAPI_OPEN_REDIS_OBJECTS_H
 
@@ -24,7 +24,7 @@ namespace rdbopen {
 
 //  The options of the url that concern the keys.
 struct RedisLimits {
-    std::uint32_t expire = 0;                // seconds until the keys of a name expire without a put; 0 for never
+    std::uint32_t expire = 0;                // seconds from the last put or import of a name to its expiry; 0 for never
     std::uint32_t history = defaultHistory;  // maximum number of entries of a history; 0 for none
 };
 
@@ -44,41 +44,42 @@ struct RedisValue {
     }
 };
 
-//  Returns the key or channel of name. kind: with a colon.
+//  Returns the key or channel of name. kind: "tag:", "value:", "history:" or "changed:".
 std::string keyOf(std::string_view kind, std::string_view name);
 
-//  Returns ok for a name that can have keys. Otherwise errorBadRequest: the braces would contain nothing, and a cluster
-//  ignores such braces.
+//  Returns errorBadRequest if name is empty or starts with "}", otherwise ok. The first braces of the key would contain
+//  nothing, and a cluster ignores such braces.
 Status verifyName(std::string_view name);
 
 //  Returns the status for an error answer to command: errorBackendFailed if redisEndsConnection, else
 //  errorServerRefused.
 Status refusedByRedis(std::string_view command, const RedisReply& answer);
 
-//  Returns the status for an answer that is not valid for this command.
+//  Returns the status for an answer that is not a valid answer to command.
 Status notUnderstood(std::string_view command);
 
-//  The command that queries a tag, and the meaning of its answer: nothing without a tag.
+//  tagQuery returns the command that queries the tag of name. readTag parses the answer to this command; it returns
+//  nothing if the tag does not exist.
 RedisCommand tagQuery(const char* name);
 Result<std::optional<RedisTag>> readTag(const RedisReply& reply, const char* name);
 
-//  The same for the current value.
+//  Like tagQuery and readTag, for the current value.
 RedisCommand valueQuery(const char* name);
 Result<std::optional<RedisValue>> readValue(const RedisReply& reply, const char* name);
 
-//  The keys and arguments of redisImportScript, and of redisPutScript and redisClusterPutScript, as they follow the
-//  script in EVALSHA and EVAL.
+//  Return the keys and arguments that follow the script in EVALSHA and EVAL: importArguments for redisImportScript,
+//  putArguments for redisPutScript and redisClusterPutScript.
 RedisCommand importArguments(const RdbTag& tag, const RedisLimits& limits);
 RedisCommand putArguments(std::span<const RdbSnapshot> records, const RedisLimits& limits);
 
-//  The same for one record whose tag is created if it is missing or not usable.
+//  Like putArguments, for one record. If its tag is missing or not usable, the script creates the tag as in tag.
 RedisCommand refreshArguments(const RdbSnapshot& record, const RdbTag& tag, const RedisLimits& limits);
 
 //  Returns the status for the answer to a script.
 Status readOutcome(const RedisReply& reply, const RedisScript& script);
 
-//  Returns the definition of the tag in the answer of a put script that has stored one value, or a status that is not
-//  errorNone for another answer.
+//  Returns the definition of the tag in the answer of a put script that has stored one value. Fails for any other
+//  answer.
 Result<RedisTag> readStoredTag(const RedisReply& reply, const RedisScript& script);
 
 }  // namespace rdbopen

@@ -68,7 +68,7 @@ Status parseSocket(const Url& url, RedisPlace& place) {
     return {};
 }
 
-//  MASTER[/DB]. Requires: path begins with "/".
+//  Parses a path of the form /MASTER[/DB]. Requires: path begins with "/".
 Status parseMaster(std::string_view path, RedisPlace& place) {
     path.remove_prefix(1);
     const std::size_t end = std::min(path.find('/'), path.size());
@@ -119,7 +119,7 @@ std::string redisPlaceText(const RedisPlace& place) {
 }
 
 std::optional<Server> serverFrom(std::string_view host, std::string_view port) {
-    constexpr std::uint16_t noPort = 0;  // a port is always given
+    constexpr std::uint16_t noPort = 0;  // never used, because text always contains a port
     std::string text = host.find(':') == std::string_view::npos ? std::string(host) : "[" + std::string(host) + "]";
     Result<std::vector<Server>> servers = parseServers(text.append(":").append(port), noPort);
     return servers.ok() && servers->size() == 1 ? std::optional(std::move(servers->front())) : std::nullopt;

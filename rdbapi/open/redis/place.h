@@ -1,4 +1,4 @@
-//  What a url of the back end redis says.
+//  The parts of a url of the back end redis, and their parser.
 //
 //      redis://SERVERS[/DB][?expire=SECONDS&history=NUMBER]    SERVERS: HOST[:PORT][,HOST[:PORT]...]
 //      redis+unix:///PATH[?db=DB&expire=...]                   the server's socket on this machine
@@ -24,12 +24,12 @@ namespace rdbopen {
 //  programs of Redis itself.
 inline constexpr std::uint16_t redisPort = 6379;
 
-//  The port of Sentinels in the documents of Redis.
+//  The default port of Sentinels, as in the documentation of Redis.
 inline constexpr std::uint16_t sentinelPort = 26379;
 
-//  Minimum and maximum expiry in seconds. An unchanged value is written again after at most refreshTime
-//  (engine/retry_schedule.h), 540 s, and a check may be late. With a shorter expiry, the data of a running host could
-//  expire before that.
+//  Minimum and maximum expiry in seconds. An unchanged value is written again after at most 540 s (refreshTime in
+//  engine/retry_schedule.h). With the minimum, the data of a running host survives if this write is less than 120 s
+//  late.
 inline constexpr std::uint32_t redisMinExpiry = 660;
 inline constexpr std::uint32_t redisMaxExpiry = 31536000;
 
@@ -37,7 +37,7 @@ struct RedisPlace {
     std::string scheme;
     std::vector<Server> servers;  // in the order of the url; empty if there is a socket
     std::string socket;           // path of the server's Unix socket, or empty
-    std::string master;           // its name among Sentinels, or empty
+    std::string master;           // name by which Sentinels know the master, or empty
     std::uint32_t database = 0;
     RedisLimits limits;
 
@@ -48,14 +48,14 @@ struct RedisPlace {
     bool usesTls() const noexcept { return scheme.starts_with("rediss"); }
 };
 
-//  Parses a url without the options of TLS. Fails with errorBadUrl.
+//  Parses url, from which the caller has removed the options of TLS. Fails with errorBadUrl.
 Result<RedisPlace> parseRedisPlace(const Url& url);
 
 //  Returns the url of place, for syslog. Of the options it contains only db.
 std::string redisPlaceText(const RedisPlace& place);
 
-//  Returns the server whose host and port a server has reported, which may send anything. Returns nothing if a url
-//  could not contain them.
+//  Returns the server with a host and a port that some server has reported. That server may send anything: returns
+//  nothing if a url could not contain this host and port.
 std::optional<Server> serverFrom(std::string_view host, std::string_view port);
 
 }  // namespace rdbopen

@@ -5,8 +5,8 @@
 --      ARGV    expiry in seconds or 0, limit of the history, class of a usable tag;
 --              type, value, channel of each record;
 --              type and import flag of the tag, if the script is to create a tag that is missing or not usable
---      returns {'done'}, {'confirmed'}, {'no-tag'}, {'not-usable'} or {'foreign', key}; with one record the first two
---              are followed by class, type and import flag of the tag
+--      returns {'done'}, {'confirmed'}, {'no-tag'}, {'not-usable'} or {'foreign', key}; with one record, done and
+--              confirmed are followed by class, type and import flag of the tag
 
 local expire, limit, usable = ARGV[1], ARGV[2], ARGV[3]
 local createsTag = #ARGV > 3 + #KEYS

@@ -9,7 +9,7 @@ namespace rdbopen {
 namespace {
 
 constexpr std::size_t maxQuoteLength = 120;
-constexpr std::size_t minSecretMatch = 4;  // so many consecutive bytes of a secret are never quoted
+constexpr std::size_t minSecretMatch = 4;  // number of consecutive bytes of a secret that are never quoted
 
 struct Meaning {
     std::string_view beginning;  // start of the answer
@@ -24,18 +24,18 @@ constexpr std::string_view clusterNode =
 //  The error of a script that accesses a key which the node does not serve, or no longer serves.
 constexpr std::string_view nonLocalKey = "ERR Script attempted to access a non local key";
 
-//  Prefixes of answers after which the connection is useless. A retry in the same connection cannot succeed: a login is
-//  not renewed, and a replica stays one until it is promoted. A new connection resolves the name again.
+//  Prefixes of answers after which the connection is useless. A retry on the same connection cannot succeed: the login
+//  is not repeated, and a replica refuses writes until it is promoted. A new connection resolves the name again.
 constexpr std::string_view endings[] = {"NOAUTH", "READONLY", "MASTERDOWN"};
 
-//  Prefixes of answers of a wrong server. Another address of the name may be the primary, or may have finished loading
-//  its data. Other errors are assumed to be the same at each address.
+//  Prefixes of answers of a replica and of a server that still loads its data. The server at another address of the
+//  name may execute the command. All other errors are assumed to be the same at each address.
 constexpr std::string_view wrongServers[] = {"READONLY", "MASTERDOWN", "LOADING"};
 
 //  Prefixes of answers of a primary that takes no writes at present.
 constexpr std::string_view noWrites[] = {"OOM", "MISCONF", "NOREPLICAS"};
 
-//  Prefixes of answers of a cluster that is being changed: it serves the command soon, at this node or another one.
+//  Prefixes of answers of a cluster that is being changed. This node or another node may soon serve the command.
 constexpr std::string_view stalls[] = {"TRYAGAIN", "CLUSTERDOWN", nonLocalKey};
 
 //  Error answers of Redis 5 to 7 that have a text of their own. Only their prefixes are compared, because the rest
@@ -72,14 +72,14 @@ constexpr Meaning meanings[] = {
     {"ERR DB index is out of range", "the server has no database of this number"},
 };
 
-//  The texts around the error of a script. The first one is followed by one or two places in the script, each of which
-//  ends with ": ".
+//  The texts around the error of a script. scriptFailed is followed by one or two places in the script. Each place
+//  begins with scriptPlace and ends with ": ".
 constexpr std::string_view scriptFailed = "ERR Error running script (call to f_";
 constexpr std::string_view scriptPlace = "@user_script:";
 constexpr std::string_view scriptPlaceAfter = " script: ";
 constexpr std::size_t maxWrapping = 160;
 
-//  What a script gets instead of NOPERM, in Redis 7.0 after "ERR ".
+//  The error texts that a script gets instead of NOPERM. In Redis 7.0, the text begins with "ERR ".
 constexpr std::string_view deniedScripts[] = {"The user executing the script can't",
                                               "ERR The user executing the script can't"};
 

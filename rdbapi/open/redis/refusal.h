@@ -22,19 +22,20 @@ bool redisEndsConnection(std::string_view answer);
 //  Returns whether the error answer means that another server may be able to execute the command.
 bool redisIsWrongServer(std::string_view answer);
 
-//  Returns whether the error answer means that the server takes no writes at present: memory, disk, too few replicas.
+//  Returns whether the error answer means that the server takes no writes at present, because of its memory or disk or
+//  because too few replicas are connected.
 bool redisTakesNoWrites(std::string_view answer);
 
 //  Returns whether the error answer means that a cluster is being changed, and the same command may succeed soon.
 bool redisStalls(std::string_view answer);
 
-//  Returns how many leading bytes of an error answer may be quoted. A server or a proxy may repeat its input in the
-//  answer, and so parts of the login. Therefore the quotable part ends before the first 4 consecutive bytes that also
-//  occur in one of secrets, ignoring case. A secret of less than 4 bytes must occur completely. At most the first 284
+//  Returns how many leading bytes of an error answer may be quoted. A server or a proxy may repeat parts of the login
+//  in the answer. Therefore the quotable part ends before the first 4 consecutive bytes that also occur in one of
+//  secrets, ignoring case. A secret of less than 4 bytes ends it only if the whole secret occurs. At most the first 284
 //  bytes are quotable: enough for a quote and for the text around the error of a script.
 std::size_t redisQuotable(std::string_view answer, std::span<const std::string> secrets);
 
-//  Returns at most the first 120 bytes of text, with "?" for those that are not printable.
+//  Returns at most the first 120 bytes of text, with "?" for bytes that are not printable.
 std::string redisPrintable(std::string_view text);
 
 //  Returns the reason why command was refused with the error answer. An unknown answer is quoted: at most its first 120

@@ -8,7 +8,8 @@ namespace {
 
 using Kind = RedisReply::Kind;
 
-//  The reader of libhiredis calls these functions from C, so they must not throw; it takes null for exhausted memory.
+//  The reader of libhiredis calls these functions from C, so they must not throw. For the reader, the result null means
+//  that memory is exhausted.
 //  The reader frees only the root reply, because each other reply is an element of its parent.
 RedisReply* place(const redisReadTask* task) noexcept {
     if (task->parent == nullptr)

@@ -22,7 +22,7 @@
 namespace rdbopen {
 
 //  Maximum number of bytes of one answer, and of elements of all its arrays together. The longest answer that is needed
-//  is that of a large cluster to CLUSTER SLOTS; a value has at most 999 bytes.
+//  is the answer of a large cluster to CLUSTER SLOTS. A value has at most 999 bytes.
 inline constexpr std::size_t maxRedisReplySize = 262144;
 inline constexpr std::size_t maxRedisElements = 8192;
 

@@ -1,12 +1,12 @@
-//  The way of a command to the server that serves it. The back end (backend.h) and its inspector send every command
-//  through this interface.
+//  Sends a command to the server that is responsible for it. The back end (backend.h) and its inspector send every
+//  command through this interface.
 //
 //      ServerRoute     one server, or several of which one is the primary (server_route.h)
 //      SentinelRoute   the master that Sentinels name (sentinel_route.h)
 //      ClusterRoute    the masters of a cluster (cluster_route.h)
 //
-//  Every failure has the code errorBackendFailed; the back end has to be opened again. An error answer of the
-//  responsible server is not a failure.
+//  Every failure has the code errorBackendFailed; open must then be called again. An error answer of the responsible
+//  server is not a failure.
 //
 //  Threads: one thread at a time.
 #ifndef RDBAPI_OPEN_REDIS_ROUTE_H
@@ -36,7 +36,7 @@ public:
     //  Returns the servers and the database for syslog: redisPlaceText (place.h).
     virtual std::string label() const = 0;
 
-    //  Connects and logs in. waiter: of this and all later waits until close.
+    //  Connects and logs in. waiter: is used for all waits from this call until close.
     virtual Status open(const Waiter& waiter, std::chrono::milliseconds until) = 0;
 
     //  Returns the group of the keys of name. A command may have the keys of several names only if they are in the same

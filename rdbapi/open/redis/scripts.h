@@ -1,5 +1,5 @@
-//  The Lua scripts that a Redis server executes for the back end, each in one piece. Their sources are the files *.lua
-//  of this folder; the build joins them and computes the name by which a server keeps each.
+//  The Lua scripts that a Redis server executes for the back end. A server executes no other command during a script.
+//  The sources are the files *.lua of this folder. The build joins the files of each script and computes its SHA-1.
 #ifndef RDBAPI_OPEN_REDIS_SCRIPTS_H
 #define RDBAPI_OPEN_REDIS_SCRIPTS_H
 
@@ -8,8 +8,8 @@
 namespace rdbopen {
 
 struct RedisScript {
-    std::string_view operation;  // what it does, for the operator
-    std::string_view hash;       // SHA-1 of source in hexadecimal, for EVALSHA
+    std::string_view operation;  // word for the script in reasons for the operator
+    std::string_view hash;       // SHA-1 of source in hexadecimal: the name of the script in EVALSHA
     std::string_view source;
 };
 

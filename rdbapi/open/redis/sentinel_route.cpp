@@ -14,7 +14,7 @@ namespace {
 
 using Kind = RedisReply::Kind;
 
-//  Returns the reason why a Sentinel does not answer the question.
+//  Returns the reason why a Sentinel has refused the query for the master.
 Status sentinelRefused(const RedisReply& reply) {
     if (reply.text.starts_with("NOAUTH"))
         return backendFailed("the Sentinel requires a login, and gets none: its user default needs nopass and the "
@@ -53,7 +53,7 @@ Status SentinelRoute::open(const Waiter& waiter, std::chrono::milliseconds until
                      [this](const Server& sentinel, auto share) { return openThrough(sentinel, share); });
 }
 
-//  Half of the time is left for the master.
+//  The query to the Sentinel may take half of the time; the rest is left to connect to the master.
 Status SentinelRoute::openThrough(const Server& sentinel, std::chrono::milliseconds until) {
     const auto now = monotonicNow();
     Result<Server> master = findMaster(sentinel, now + (until - now) / 2);

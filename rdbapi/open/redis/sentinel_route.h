@@ -1,11 +1,11 @@
-//  The way to the master of a group of Redis servers that Sentinels watch.
+//  Sends each command to the master of a group of Redis servers that Sentinels watch.
 //
 //      open --> Sentinel: SENTINEL get-master-addr-by-name NAME --> HOST, PORT
 //           --> HOST:PORT: login, ROLE "master"?                --> connected
 //                  \--no, or not reachable--> the next Sentinel
 //
-//  A Sentinel gets no user and no password. After a fail-over the connection is lost, or the server answers READONLY;
-//  both end the session, and the next open asks the Sentinels again.
+//  A Sentinel gets no user and no password. After a fail-over the connection is lost, or the server answers READONLY.
+//  In both cases the back end is opened again, and open asks the Sentinels again.
 //
 //  Threads: one thread at a time.
 #ifndef RDBAPI_OPEN_REDIS_SENTINEL_ROUTE_H
@@ -38,7 +38,7 @@ private:
     const Credentials credentials_;
     const MakeStream makeStream_;
     const Waiter* waiter_ = nullptr;  // set by open
-    std::vector<Server> sentinels_;   // the one that has led to the master last is the first
+    std::vector<Server> sentinels_;   // the first element is the Sentinel that was last used to find the master
     Server master_;
     RedisLinks links_;
 };

@@ -1,10 +1,10 @@
-//  The way to a server with one name, which may have several addresses, to the first usable one of several servers, or
-//  to a Unix socket.
+//  Sends each command to one server: the only server of the url, whose name may have several addresses; the first
+//  usable one of several servers; or the server of a Unix socket.
 //
-//      open:  resolves the names, and logs in at the first address that allows it; one of several servers must also be
-//             a primary
-//      ask:   if the server is a replica or still loads its data, logs in at the next address and asks there; one of
-//             several servers also if it takes no writes
+//      open:  resolves the names, and logs in at the first address that allows it; if the url has several servers, the
+//             server must also be a primary
+//      ask:   if the server is a replica or still loads its data, logs in at the next address and asks there; if the
+//             url has several servers, does so also if the server takes no writes
 //
 //  Threads: one thread at a time.
 #ifndef RDBAPI_OPEN_REDIS_SERVER_ROUTE_H

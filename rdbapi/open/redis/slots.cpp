@@ -4,8 +4,8 @@ namespace rdbopen {
 
 namespace {
 
-//  CRC-16/XMODEM: polynomial 0x1021, initial value 0, most significant bit first. A table would only pay for more than
-//  the few names of a host.
+//  CRC-16/XMODEM: polynomial 0x1021, initial value 0, most significant bit first. A host has only a few names, so the
+//  code does without a lookup table.
 std::uint16_t crc16(std::string_view bytes) noexcept {
     constexpr unsigned polynomial = 0x1021;
     unsigned crc = 0;

@@ -10,7 +10,7 @@ namespace {
 
 constexpr std::chrono::milliseconds minShare{500};
 
-//  A line of syslog should stay readable.
+//  Maximum number of reasons in one text, so that the line in syslog stays readable.
 constexpr std::size_t maxReasons = 4;
 
 Status joined(const std::vector<std::string>& reasons) {

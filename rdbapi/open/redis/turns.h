@@ -1,4 +1,4 @@
-//  Tries servers in turn until one serves, and reports why the others do not.
+//  Tries servers in turn until an attempt succeeds. If all attempts fail, reports the reasons.
 //
 //  Threads: any thread may call these functions.
 #ifndef RDBAPI_OPEN_REDIS_TURNS_H
@@ -14,13 +14,13 @@
 
 namespace rdbopen {
 
-//  Tries a server until the given time. The reason of a failure begins with the host and port of this server, or of the
-//  master that it names.
+//  Tries a server until the given time. The reason of a failure begins with the host and port of this server, or of a
+//  master that this server has named.
 using ServerAttempt = std::function<Status(const Server&, std::chrono::milliseconds)>;
 
-//  Returns ok as soon as an attempt does. Each server gets an equal share of the remaining time, as the addresses of a
-//  name do (server_addresses.h), but at least 500 ms, if so much remains. Otherwise returns errorBackendFailed with the
-//  first reasons. Ends early when waiter is cancelled.
+//  Calls attempt for one server after the other. Returns ok as soon as an attempt succeeds. Each server gets an equal
+//  share of the remaining time, but at least 500 ms if 500 ms remain. If no attempt succeeds, returns
+//  errorBackendFailed with the first 4 different reasons. Ends early when waiter is cancelled.
 Status tryInTurn(const std::vector<Server>& servers, const Waiter& waiter, std::chrono::milliseconds until,
                  const ServerAttempt& attempt);
 
