@@ -18,8 +18,8 @@ namespace rdbopen {
 
 namespace {
 
-//  The same interval as in redis/backend.cpp. A check costs about a dozen calls of stat(2) and reads one row for each
-//  value.
+//  The same interval as in redis/backend.cpp. A check makes about a dozen calls of stat(2) and lstat(2) and reads one
+//  row for each value.
 constexpr std::chrono::milliseconds checkAfter{60000};
 
 //  Returns whether the log is empty. An empty log is not emptied again, because other services would see this as a
@@ -77,16 +77,17 @@ private:
     FilePlace place_;  // resolved path of the open file
     SqliteFiles files_;
     bool recorded_ = false;  // files_ has recorded the state after the last request
-    bool changed_ = false;   // a program other than SQLite has changed the files since then
+    bool changed_ = false;   // a program other than SQLite has changed the recorded files
     bool suspect_ = false;   // the file may be damaged and has not been checked since
 
     const Waiter* readWaiter_ = nullptr;  // set by openToRead
-    std::string shownName_;               // of the last call of held
-    SqliteName shown_;                    // its result
-    Holdings holdings_;                   // the same as texts
+    std::string shownName_;               // name of the last call of held
+    SqliteName shown_;                    // what the database had of shownName_ during this call
+    Holdings holdings_;                   // result of this call: the contents of shown_ as texts
 };
 
-//  Returns cause with what before its reason. Requires: cause is the last result of SQLite.
+//  Returns cause with the text what before its reason. If SQLite has found damage, sets suspect_. Requires: cause is
+//  the last result of SQLite.
 Status SqliteBackend::failed(const char* what, Status cause) {
     suspect_ = suspect_ || database_.lastResultIsDamage();
     return failedTo(what, std::move(cause));
@@ -110,8 +111,8 @@ Status SqliteBackend::open(const Waiter&) {
     return openFile();
 }
 
-//  SQLite allocates a block for 20 pages of 4 KB at its first read, and keeps it. The block is freed when no page is in
-//  it; the next one has the size of the cache, which is enough for the pages of one request.
+//  At its first read, SQLite allocates a block for 20 pages of 4 KB and keeps it until no page is in it. dropPageCache
+//  removes the pages. The next block has the size of the cache, which is enough for the pages of one request.
 Status SqliteBackend::openFile() {
     if (Status unmade = makeSqliteFile(place_); !unmade.ok())
         return unmade;
@@ -191,7 +192,7 @@ Status SqliteBackend::prepareAll() {
     return {};
 }
 
-//  Commits a change, because taking a lock does not detect a full disk.
+//  Tests whether the database can be written. Commits a change, because a lock alone would not detect a full disk.
 Status SqliteBackend::writeTest() {
     Result<SqliteStatement> mark = database_.prepare("INSERT INTO service(one, opened_ms) VALUES(1, ?1) "
                                                      "ON CONFLICT(one) DO UPDATE SET opened_ms = excluded.opened_ms");
@@ -220,8 +221,8 @@ bool SqliteBackend::pathNamesOpenFile() const {
 }
 
 //  Writes committed data from the log into the database file and empties the log. So no data is lost if the log is lost
-//  later, and an old log is not applied to another file. Then checks the names, so that the data is in the file that
-//  readers open.
+//  later, and an old log is not applied to another file. Then checks that the files still have their names, because
+//  readers open the files by name.
 Status SqliteBackend::checkpoint() {
     if (Status status = examineFiles(); !status.ok())
         return status;
@@ -238,8 +239,8 @@ Status SqliteBackend::probe() {
     return checkpoint();
 }
 
-//  Drops the page cache before the query, so that the value is read from the file, and after it: the next request may
-//  be minutes away, and the cache would use memory until then.
+//  Drops the page cache before the query, so that the value is read from the file. Drops it again after the query: the
+//  next request may be minutes away, and the cache would use memory until then.
 Status SqliteBackend::checkValue(const RdbSnapshot& record) {
     database_.dropPageCache();
     const Result<bool> held = holds(record);
@@ -249,7 +250,7 @@ Status SqliteBackend::checkValue(const RdbSnapshot& record) {
     return *held ? Status{} : Status{errorNotHeld, {}};
 }
 
-//  Returns whether the current value is that of record.
+//  Returns whether the current value of the name in record has the type and bytes in record.
 Result<bool> SqliteBackend::holds(const RdbSnapshot& record) {
     const Result<bool> found = findValue_.bind(1, std::string_view(record.name)).step();
     const bool equal = found.ok() && *found && findValue_.column(0) == record.valuetype &&
@@ -297,8 +298,9 @@ Status SqliteBackend::put(std::span<const RdbSnapshot> records) {
     return status.ok() ? verifyStored(records) : status;
 }
 
-//  Checks the values after a put. If another program wrote to the file before checkpoint recorded its state, only this
-//  check detects it. If several records have the same tag, only the last one is compared.
+//  Checks the values after a put. If another program wrote to the file before checkpoint recorded the file's state,
+//  only this check detects the change. If several records have the same tag, only the last of these records is
+//  compared.
 Status SqliteBackend::verifyStored(std::span<const RdbSnapshot> records) {
     for (; !records.empty(); records = records.subspan(1)) {
         const auto isSameTag = [&](const RdbSnapshot& later) {
@@ -390,7 +392,8 @@ Result<Holdings> SqliteBackend::held(const HostNames& host) {
     return holdings_;
 }
 
-//  Tests the permissions of the calling user. A missing file is created by the service, so the folder counts.
+//  Tests the permissions of the calling user. The folder is tested, too, because the service creates a missing file,
+//  and SQLite the log, in this folder.
 Status SqliteBackend::examine(const HostNames&, std::vector<Examination>& results) {
     const std::string path = place_.path();
     const bool exists = access(path.c_str(), F_OK) == 0;

@@ -11,19 +11,21 @@ namespace rdbopen {
 
 namespace {
 
-//  Only reads the status: closing a descriptor of the file would release SQLite's locks on it (fcntl(2)).
+//  Reads the status of the file without opening it: closing a descriptor of the file would release SQLite's locks on
+//  the file (fcntl(2)).
 Status readInode(const FilePlace& place, FileText& text) {
     text.exists = lstat(place.path().c_str(), &text.inode) == 0;
     return text.exists || errno == ENOENT ? Status{} : failedTo("cannot be reached", systemFailure(errno));
 }
 
-//  Returns whether the file is missing or empty. A file with contents is not changed here; its header is checked later.
+//  Returns whether the file is missing or empty. A file with contents is not changed here; verifySqliteFile checks it.
 bool isToBeMade(const FileText& found) {
     return !found.exists || (S_ISREG(found.inode.st_mode) && found.inode.st_size == 0);
 }
 
-//  Removes the journal and the log of a removed database, because SQLite would apply them to the new file. (Next to an
-//  empty file, SQLite would remove them itself.) Flushes the removal to the disk before the new file is created.
+//  Removes the journal, the log and its index of a removed database, because SQLite would apply them to the new file.
+//  (Next to an empty file, SQLite would remove them itself.) Flushes the removal to the disk before the new file is
+//  created.
 Status removeRemains(const FilePlace& place) {
     bool any = false;
     for (const char* suffix : {"-journal", "-wal", "-shm"}) {
@@ -48,8 +50,8 @@ Status fill(const FilePlace& place) {
     Status status = removeRemains(place);
     if (status.ok())
         status = replaceFile(place, before, *database);
-    //  Not a failure: the file existed and was empty, so SQLite can fill it, or another process has created it
-    //  meanwhile.
+    //  A failed replacement is ignored in two cases: the file existed and was empty, so SQLite can fill it, or another
+    //  process has created the file meanwhile.
     const bool left = status.ok() || status.code == errorFileChanged || before.exists;
     return left ? Status{} : backendFailed("cannot be made: " + status.reason);
 }
@@ -69,7 +71,8 @@ Status makeSqliteFile(const FilePlace& place) {
         if (!status.ok())
             return status;
     }
-    //  Needed for an existing file, too: a process may have renamed it and been killed before the flush.
+    //  The folder is flushed for an existing file, too: a process may have renamed the file and been killed before the
+    //  flush.
     Status flushed = flushDirectory(place);
     return flushed.ok() ? flushed : failedTo("the folder cannot be flushed", std::move(flushed));
 }

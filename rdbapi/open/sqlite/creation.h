@@ -10,13 +10,13 @@
 
 namespace rdbopen {
 
-//  Limit of the wait for the lock file of a database.
+//  Maximum wait for the lock on the lock file of a database.
 inline constexpr std::chrono::milliseconds sqliteLockLimit{2000};
 
 //  Creates the file at place if it is missing or empty, and flushes its folder. A new file has mode 0644, independent
 //  of the umask; an empty file keeps its mode and owner. If two services start at the same time, only one of them
-//  creates the file. Also succeeds if an empty file cannot be replaced; SQLite then fills it. Requires: the caller has
-//  no connection to the file.
+//  creates the file. If an empty file cannot be replaced, also succeeds; SQLite then fills the file. Requires: the
+//  caller has no connection to the file.
 Status makeSqliteFile(const FilePlace& place);
 
 }  // namespace rdbopen

@@ -17,8 +17,8 @@ namespace {
 
 constexpr int lastName = 9;
 
-//  Only reads the status: closing a descriptor of the file would release SQLite's locks on it (fcntl(2)).
-//  Returns nothing, and sets errno, if that fails.
+//  Reads the status of the file without opening it: closing a descriptor of the file would release SQLite's locks on
+//  the file (fcntl(2)). On failure, returns nothing and sets errno.
 std::optional<struct stat> inodeOf(const std::string& path) {
     struct stat inode {};
     return lstat(path.c_str(), &inode) == 0 ? std::optional(inode) : std::nullopt;
@@ -38,7 +38,7 @@ bool isCutShortForCertain(SqliteDatabase& database, const std::string& path) {
     return cut;
 }
 
-//  Returns whether SQLite finds faults. The check itself may fail, for example because memory is exhausted.
+//  Returns whether SQLite finds faults. A check that fails for another reason, such as exhausted memory, finds none.
 bool hasFaults(SqliteDatabase& database) {
     const Result<std::string> found = database.text("PRAGMA integrity_check(1)");
     return !found.ok() || found->empty() ? database.lastResultIsDamage() : *found != "ok";
@@ -72,9 +72,9 @@ Result<std::string> freeName(const FilePlace& place) {
                          ".damaged to " + place.name + ".damaged." + std::to_string(lastName) + " are in use");
 }
 
-//  Renames the database before its log: if it is not damaged after all, it must not be left without the data in the
-//  log. A power failure between the renames leaves a log without a database; it is removed when a new database is
-//  created. Always returns a failure, because the file is not available.
+//  Renames the database before its log. In the other order, a crash between the renames would leave a database without
+//  the data in its log, and this database may be undamaged after all. A log without a database is removed when a new
+//  database is created. Always returns a failure, because the file is not available.
 Status moveTo(const std::string& name, const std::string& path) {
     if (std::rename(path.c_str(), name.c_str()) != 0)
         return failedTo("the file is damaged and cannot be renamed", systemFailure(errno));
@@ -98,8 +98,8 @@ Status moveIfDamaged(const FilePlace& place) {
     if (!name.ok())
         return name.status();
     Status moved = moveTo(*name, place.path());
-    //  Flushed before a new file gets the name: otherwise a power failure could lose the damaged file and keep the new
-    //  one. If this flush fails, the flush of the new file fails, too, and is logged.
+    //  The folder is flushed before a new file gets the name: otherwise a power failure could lose the damaged file and
+    //  keep the new file. If this flush fails, the flush of the new file fails, too, and its failure is logged.
     static_cast<void>(flushDirectory(place));
     return moved;
 }

@@ -4,8 +4,8 @@ namespace rdbopen {
 
 namespace {
 
-//  Maximum wait of a statement for another connection's lock, in ms. It is less than callLimit, so that
-//  a waiting caller gets SQLite's error instead of a time-out.
+//  Maximum wait of a statement for another connection's lock, in ms. It is less than callLimit (engine/clock.h), so
+//  that a waiting caller gets SQLite's error instead of a time-out.
 constexpr int busyLimit = 2000;
 
 constexpr int primaryResult = 0xff;  // mask for the primary code of an extended result
@@ -15,7 +15,8 @@ Status failureOf(sqlite3* connection) {
     return backendFailed(connection == nullptr ? "out of memory" : sqlite3_errmsg(connection));
 }
 
-//  Returns the url of a file that no program changes (https://www.sqlite.org/uri.html, section 3.3).
+//  Returns a url by which SQLite opens the file at path as one that no program changes
+//  (https://www.sqlite.org/uri.html, section 3.3).
 std::string immutableUri(const std::string& path) {
     static constexpr char digits[] = "0123456789abcdef";
     std::string uri = "file:";
@@ -86,7 +87,8 @@ void SqliteDatabase::abandon() {
     close();
 }
 
-//  Ignores failures: data that remains in the log is committed, and a later call writes it into the file.
+//  Ignores failures: data that remains in the log is already committed, and a later call writes this data into the
+//  file.
 void SqliteDatabase::emptyLog() {
     sqlite3_busy_timeout(connection_.get(), 0);
     sqlite3_wal_checkpoint_v2(connection_.get(), nullptr, SQLITE_CHECKPOINT_TRUNCATE, nullptr, nullptr);

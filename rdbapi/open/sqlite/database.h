@@ -17,14 +17,15 @@ namespace rdbopen {
 
 class SqliteStatement {
 public:
-    //  Bind parameter index, counted from 1. Texts are bound by length and must outlive the next reset.
+    //  Bind the parameter with number index, counted from 1. text may contain zero bytes, is not copied, and must exist
+    //  until the next reset.
     SqliteStatement& bind(int index, std::int64_t value);
     SqliteStatement& bind(int index, std::string_view text);
 
-    //  Runs to the next row or to the end. Returns whether there is a row.
+    //  Runs the statement to its next row or to its end. Returns whether there is a row.
     Result<bool> step();
 
-    //  Runs to the end and resets.
+    //  Runs the statement to its end and resets it.
     Status run();
 
     std::int64_t column(int index) { return sqlite3_column_int64(statement_.get(), index); }
@@ -49,16 +50,17 @@ public:
     //  link. SQLite checks the folders of the path only before the open, so a later change of a folder is not detected.
     Status open(const std::string& path);
 
-    //  Opens the file at path for reading, as open does. shared: other connections may use the file at the same time;
-    //  if not, SQLite takes no lock and creates no file.
+    //  Like open, but only for reading. shared: true if other connections may use the file at the same time; if false,
+    //  SQLite takes no lock and creates no file.
     Status openReadOnly(const std::string& path, bool shared);
 
-    //  Reads the first count bytes of the file directly, without a lock and without the journal; a shorter file is
-    //  filled up with zeros. Returns the size of the file. Uses SQLite's descriptor, because closing another descriptor
-    //  would release this process's locks on the file (fcntl(2)).
+    //  Reads the first count bytes of the file directly, without a lock and without the journal. If the file is
+    //  shorter, sets the remaining bytes to zero. Returns the size of the file. Uses SQLite's descriptor, because
+    //  closing another descriptor would release this process's locks on the file (fcntl(2)).
     Result<std::int64_t> readFirstBytes(void* bytes, int count);
 
-    //  Closes the connection. If it is the file's last one, SQLite writes the log into the file and removes the log.
+    //  Closes the connection. If the file has no other connection, SQLite writes the log into the file and removes the
+    //  log.
     //  Requires: all statements are destroyed.
     void close() { connection_.reset(); }
 
@@ -68,7 +70,7 @@ public:
     //  Runs one or more statements and discards their rows.
     Status run(const char* sql);
 
-    //  Ends a transaction without its changes. If this fails, closing the connection ends the transaction.
+    //  Ends the transaction and discards its changes. If this fails, closing the connection ends the transaction.
     void rollBack();
 
     //  Returns a prepared statement. Fails if sql does not match the schema.
@@ -93,7 +95,7 @@ public:
     //  Returns whether a transaction was begun and has not ended.
     bool inTransaction() const { return sqlite3_get_autocommit(connection_.get()) == 0; }
 
-    //  Returns the failure with SQLite's text for the last result.
+    //  Returns errorBackendFailed with SQLite's text for the last result as the reason.
     Status lastFailure() const;
 
     //  Returns true if the last call failed because SQLite found that the file is damaged or is not a database.

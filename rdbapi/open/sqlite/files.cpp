@@ -25,8 +25,8 @@ bool SqliteFiles::sameBytes(const File& left, const File& right) {
            left.inode.st_mtim.tv_nsec == right.inode.st_mtim.tv_nsec;
 }
 
-//  The order matters. If the log is empty after the version was read, all commits up to that version are in the
-//  database, which is therefore examined last.
+//  The order matters: version, log, database. If the log is empty after the version was read, all commits up to that
+//  version are in the database file. So the database file is examined after the log.
 Status SqliteFiles::record(const std::string& path, SqliteDatabase& database) {
     indexLost_ = false;
     databaseLost_ = false;
@@ -46,8 +46,8 @@ bool SqliteFiles::areNamed() const {
            sameFile(index_, inspect(index_.path));
 }
 
-//  Examines the database file before it reads the version. So, if a commit changed the file, the version includes this
-//  commit.
+//  Examines the database file before the version is read. So, if a commit has changed the file, the version includes
+//  this commit.
 Status SqliteFiles::verify(SqliteDatabase& database) {
     const File now = inspect(database_.path);
     databaseLost_ = !sameFile(database_, now);
@@ -68,8 +68,8 @@ Status SqliteFiles::verify(SqliteDatabase& database) {
     indexLost_ = databaseLost_;
     if (databaseLost_)
         return backendFailed("the file was overwritten by another program");
-    //  It is possible that an overwritten file is not detected. Without cached pages, later reads at least do not mix
-    //  two files.
+    //  An overwritten file may remain undetected. The page cache is dropped, so that later reads at least do not mix
+    //  pages of two files.
     database.dropPageCache();
     return record(database_.path, database);
 }

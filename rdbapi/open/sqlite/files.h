@@ -4,11 +4,11 @@
 //      DIR/NAME-wal    the write-ahead log: committed data that is not in the database yet; empty after most requests
 //      DIR/NAME-shm    the index of the log, shared by all processes that use the database
 //
-//  SQLite replaces none of these files while a connection is open, and has nothing to write while the log is empty. If
-//  the database file then changes without a commit (PRAGMA data_version), another program such as cp(1) or truncate(1)
-//  has written to it. Such a change is not detected if a reader prevents the log from being emptied, or if another
-//  process has just committed. In these cases only the header of the database is examined, and a later checkValue
-//  detects a lost value.
+//  While a connection is open, SQLite replaces none of these files. While the log is empty, SQLite has nothing to write
+//  into the database file. So, if this file changes without a commit (PRAGMA data_version), another program such as
+//  cp(1) or truncate(1) has written to it. Such a change is not detected if a reader prevents the log from being
+//  emptied, or if another process has just committed. In these cases only the header of the database is examined, and a
+//  later checkValue (engine/backend.h) detects a lost value.
 #ifndef RDBAPI_OPEN_SQLITE_FILES_H
 #define RDBAPI_OPEN_SQLITE_FILES_H
 
@@ -21,19 +21,21 @@ namespace rdbopen {
 
 class SqliteFiles {
 public:
-    //  Records the state of the files after a request. Fails if a file is missing or the database has another name.
+    //  Records the state of the files after a request. Fails if a file is missing or the open database no longer has
+    //  the name path.
     //  Requires: database is open at path, with write-ahead logging, and has been written.
     Status record(const std::string& path, SqliteDatabase& database);
 
     //  Returns whether the names still refer to the recorded files.
     bool areNamed() const;
 
-    //  Ok if the files are as recorded, or as SQLite has changed them since; otherwise the reason describes the change.
+    //  Returns ok if the files are as recorded, or if only SQLite has changed them since. Otherwise the reason
+    //  describes the change.
     Status verify(SqliteDatabase& database);
 
-    //  Removes files that do not belong to the current database, so that no connection applies them: the index, and the
-    //  log if the database was replaced or overwritten. A log that changed after it was recorded is kept. Requires:
-    //  verify has failed, and database was closed without a checkpoint.
+    //  Removes files that do not belong to the current database, so that no connection applies them. These are the
+    //  index and, if the database was replaced or overwritten, the log. A log that changed after it was recorded is
+    //  kept. Requires: verify has failed, and the connection was closed without a checkpoint.
     void removeRemains() const;
 
 private:

@@ -1,9 +1,9 @@
-//  Reads what a database has of one name. Unlike the back end itself, it does not create, change or repair the
+//  Reads what a database has of one name. Unlike the back end itself, this code does not create, change or repair the
 //  database.
 //
 //      DIR/NAME-wal exists     the database is or was in use: reads with SQLite's locks, for which SQLite uses
-//                              NAME-shm; it creates or updates this file if needed
-//      it does not             nobody has the database open: reads the file as one that nobody changes, because SQLite
+//                              NAME-shm; SQLite creates or updates NAME-shm if needed
+//      DIR/NAME-wal missing    nobody has the database open: reads the file as one that nobody changes, because SQLite
 //                              would otherwise create NAME-wal and NAME-shm
 //
 //  Threads: one thread at a time.
@@ -27,11 +27,11 @@ struct SqliteValue {
 struct SqliteName {
     bool hasTag = false;
     std::optional<SqliteValue> value;
-    std::int64_t changes = 0;  // number of entries of its history
+    std::int64_t changes = 0;  // number of entries in the history of the name
 };
 
-//  Returns what the database at place has of name; nothing of it if the file is missing or empty. Fails with
-//  errorBackendFailed, also for a database of another program.
+//  Returns what the database at place has of name. If the file is missing or empty, returns a SqliteName without tag,
+//  value and history. Fails with errorBackendFailed, also for a database of another program.
 Result<SqliteName> readSqliteName(const FilePlace& place, const std::string& name);
 
 }  // namespace rdbopen

@@ -73,8 +73,8 @@ std::int64_t bigEndian32(const unsigned char* first) {
     return std::int64_t{first[0]} << 24 | first[1] << 16 | first[2] << 8 | first[3];
 }
 
-//  Returns whether SQLite will empty the file at path. It does so if the first transaction of the file was interrupted:
-//  its journal then contains 0 as the previous number of pages.
+//  Returns whether SQLite will empty the file at path. SQLite does so if the first transaction of the file was
+//  interrupted: the file's journal then contains 0 as the previous number of pages.
 bool isRolledBackToNothing(const std::string& path) {
     unsigned char header[journalHeaderSize]{};
     const int journal = open((path + "-journal").c_str(), O_RDONLY | O_CLOEXEC);

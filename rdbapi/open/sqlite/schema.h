@@ -2,8 +2,8 @@
 //
 //  These numbers, application_id and user_version, have fixed offsets in the first page
 //  (https://www.sqlite.org/fileformat.html, section 1.3). A new file is written completely before write-ahead logging
-//  is used, so they are always in the file itself. A file of another program is thus recognised without opening it as a
-//  database.
+//  is used, so both numbers are always in the file itself, not only in the log. A file of another program is thus
+//  recognised before SQLite reads it.
 #ifndef RDBAPI_OPEN_SQLITE_SCHEMA_H
 #define RDBAPI_OPEN_SQLITE_SCHEMA_H
 
@@ -16,12 +16,12 @@ inline constexpr std::int64_t sqliteApplicationId = 0x41445044;  // "ADPD"
 inline constexpr std::int64_t sqliteSchemaVersion = 2;
 
 //  Checks the file's header before SQLite reads it, so that a file of another program is not changed by a recovery, a
-//  checkpoint or a lock. Succeeds for a database of this schema, for an empty file, and for a file whose creation was
-//  interrupted and which SQLite will empty by means of its journal. Requires: database is open at path.
+//  checkpoint or a lock. Succeeds for a database of this schema and for an empty file. Also succeeds for a file whose
+//  creation was interrupted, if SQLite will empty it by means of its journal. Requires: database is open at path.
 Status verifySqliteFile(SqliteDatabase& database, const std::string& path);
 
-//  Returns whether the file is shorter than the number of pages in its header. Ignores this number if SQLite ignores
-//  it, too: an old version of SQLite that wrote the file last may not have updated it. Requires: database is open, and
+//  Returns whether the file is shorter than the number of pages in its header. Like SQLite, ignores this number if an
+//  old version of SQLite wrote the file last and did not update the number. Requires: database is open, and
 //  verifySqliteFile has accepted its file.
 bool sqliteBytesMissing(SqliteDatabase& database);
 
