@@ -1,6 +1,6 @@
-//  A file descriptor that its owner's destructor closes, and functions that read a whole file.
+//  An object that owns a file descriptor and closes it in its destructor, and functions that read a whole file.
 //
-//  Threads: any thread; one at a time per object.
+//  Threads: any thread may use an object, one thread at a time.
 #ifndef RDBAPI_OPEN_FILES_DESCRIPTOR_H
 #define RDBAPI_OPEN_FILES_DESCRIPTOR_H
 
@@ -46,7 +46,8 @@ inline Result<std::string> readToEnd(int fd, std::size_t limit) {
     }
 }
 
-//  Reads a file, as readToEnd does. Only regular files are read, because a pipe or a device could block the reader.
+//  Opens the file at path and reads it with readToEnd. Fails if it is not a regular file: a pipe or a device could
+//  block the reader.
 inline Result<std::string> readRegularFile(const char* path, std::size_t limit) {
     const Descriptor file(open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
     struct stat inode {};

@@ -17,8 +17,8 @@ constexpr std::chrono::milliseconds retryTime{20};
 //  Mode of the lock file: only this process's user and root need to open it.
 constexpr mode_t lockMode = 0600;
 
-//  Returns whether the locked file still has a name. If another process has removed it, a third process could create
-//  and lock a new file at the same time.
+//  Returns whether the locked file still has a name. If another process has removed the file, its lock is useless: a
+//  third process could create and lock a new file.
 bool stillNamed(int fd) {
     struct stat status {};
     return fstat(fd, &status) == 0 && status.st_nlink > 0;

@@ -1,5 +1,5 @@
-//  An exclusive lock between processes, and between workers of one process: flock(2) on a separate lock file. The lock
-//  creates this file if it does not exist, and does not remove it.
+//  An exclusive lock between processes, and between workers of one process: flock(2) on a separate lock file. If this
+//  file does not exist, the lock creates it. The lock does not remove the file.
 #ifndef RDBAPI_OPEN_FILES_LOCK_H
 #define RDBAPI_OPEN_FILES_LOCK_H
 
@@ -16,7 +16,8 @@ public:
     FileLock& operator=(const FileLock&) = delete;
     ~FileLock();
 
-    //  Locks the file at path; waits at most about limit. Fails with the text of EWOULDBLOCK after a time-out.
+    //  Locks the lock file at path. Waits for at most about limit; after a time-out, fails with the text of
+    //  EWOULDBLOCK.
     Status acquire(const std::string& path, std::chrono::milliseconds limit);
 
 private:

@@ -16,8 +16,8 @@ Status failed(const std::string& path, int error) {
     return failedTo(path, systemFailure(error));
 }
 
-//  Returns whether all users may create files in the folder, and only owners may remove them. Like the kernel, this
-//  ignores the permissions of the group, because an administrator chooses its members.
+//  Returns whether all users may create files in the folder, and only owners may remove them. Like the kernel, ignores
+//  the permissions of the group: an administrator chooses the members of the group.
 bool isShared(const struct stat& folder) {
     return (folder.st_mode & S_ISVTX) != 0 && (folder.st_mode & S_IWOTH) != 0;
 }

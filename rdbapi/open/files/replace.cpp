@@ -41,8 +41,8 @@ Status copyOwnerAndMode(int fd, const FileText& before) {
     return status.ok() ? statusOf(fchmod(fd, before.inode.st_mode & modeBits)) : status;
 }
 
-//  Removes a temporary file that remains after a crash. O_EXCL then ensures that the new file is not one that another
-//  program created.
+//  Removes a temporary file that remains after a crash. O_EXCL then ensures that no other program has created the new
+//  file.
 int openTemporary(const FilePlace& place) {
     unlink(place.temporary().c_str());
     return open(place.temporary().c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600);

@@ -34,10 +34,10 @@ Result<FileText> readFile(const FilePlace& place);
 Status testWritable(const FilePlace& place);
 
 //  Replaces the contents of the file by bytes and keeps its mode and owner; a new file has mode 0644. before is the
-//  result of readFile: fails with errorFileChanged if the file has changed since. A change immediately before the
-//  rename is not detected. Fails with errorTooLarge above maxFileSize, because readFile would refuse the new file. On
-//  failure the file is unchanged. Only flushDirectory makes the new file survive a power failure. Requires: the lock is
-//  held.
+//  state of the file when the caller read it, usually the result of readFile. Fails with errorFileChanged if the file
+//  has changed since. A change immediately before the rename is not detected. Fails with errorTooLarge above
+//  maxFileSize, because readFile would refuse the new file. On failure the file is unchanged. The new file survives a
+//  power failure only after flushDirectory. Requires: the lock is held.
 Status replaceFile(const FilePlace& place, const FileText& before, std::string_view bytes);
 
 //  Flushes the directory of the file to the disk, so that a rename survives a power failure.
