@@ -60,7 +60,7 @@ private:
     const RedisLimits limits_;
     const RedisScript& putScript_;
     std::chrono::milliseconds until_{0};  // time limit of the current request
-    bool valueFollows_ = false;           // the next probe is followed by a check or put of a value
+    bool valueFollows_ = false;           // the worker checks or puts a value after the next probe
     RedisInspector inspector_;
 };
 

@@ -16,8 +16,8 @@ namespace {
 using Kind = RedisReply::Kind;
 using Time = std::chrono::milliseconds;
 
-//  For how long, and with which pauses, a command is repeated while its slot is moved or has no master. The limit is
-//  shorter than the time for which a caller waits, so that the caller gets the reason and not a time-out.
+//  While the slot of a command is moved or has no master, the command is repeated after pauses, for at most stallLimit.
+//  This limit is shorter than the time for which a caller waits, so that the caller gets the reason and not a time-out.
 constexpr Time stallLimit{2000};
 constexpr Time firstPause{50};
 constexpr Time maxPause{400};

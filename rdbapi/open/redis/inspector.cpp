@@ -130,7 +130,8 @@ Status RedisInspector::findHistory() {
     return {};
 }
 
-//  A put of a changed value writes nothing if one of the keys belongs to another program, and neither does a removal.
+//  If one of the keys belongs to another program, a put of a changed value writes nothing, and a removal deletes
+//  nothing.
 void RedisInspector::keepAllBesideForeignKeys() {
     std::vector<HeldRecord>& records = holdings_.records;
     if (std::all_of(records.begin(), records.end(), [](const HeldRecord& record) { return record.ours(); }))

@@ -37,8 +37,8 @@ local function exists(key)
     return redis.call('TYPE', key).ok ~= 'none'
 end
 
---  Returns the fields of a tag, or nil without one, and whether the key is a hash of another program. A key that is not
---  a hash ends the script with the error WRONGTYPE.
+--  Returns two values: the fields of a tag, or nil if the key has no tag; and whether the key is a hash of another
+--  program. A key that is not a hash ends the script with the error WRONGTYPE.
 local function readTag(key)
     local fields = redis.call('HMGET', key, 'class', 'type', 'importflag')
     if isByte(fields[1]) and isByte(fields[2]) and isByte(fields[3]) then

@@ -1,4 +1,4 @@
-//  The keys of the back end redis for one name, and what is sent and received to read and write them:
+//  The keys of the back end redis for one name, and the commands and answers that read and write these keys:
 //
 //      rdb:tag:{NAME}      hash    class, type, importflag, imported_ms
 //      rdb:value:{NAME}    hash    time_ms (of the last change), confirmed_ms (of the last put), type, value

@@ -1,5 +1,5 @@
---  The last part of the script that stores values, all or none. For a value that the server already has, only
---  confirmed_ms and the expiry are renewed: time_ms, the history and the channel are for changes.
+--  The last part of the script that stores values. It checks all keys before it writes. For a value that the server
+--  already has, only confirmed_ms and the expiry are renewed: time_ms, the history and the channel are for changes.
 --
 --      KEYS    tag, value, history of each record
 --      ARGV    expiry in seconds or 0, limit of the history, class of a usable tag;

@@ -29,7 +29,8 @@ constexpr std::string_view nonLocalKey = "ERR Script attempted to access a non l
 constexpr std::string_view endings[] = {"NOAUTH", "READONLY", "MASTERDOWN"};
 
 //  Prefixes of answers of a replica and of a server that still loads its data. The server at another address of the
-//  name may execute the command. All other errors are assumed to be the same at each address.
+//  name may execute the command. All other errors are assumed to be the same at each address of a
+//  name.
 constexpr std::string_view wrongServers[] = {"READONLY", "MASTERDOWN", "LOADING"};
 
 //  Prefixes of answers of a primary that takes no writes at present.
@@ -38,8 +39,8 @@ constexpr std::string_view noWrites[] = {"OOM", "MISCONF", "NOREPLICAS"};
 //  Prefixes of answers of a cluster that is being changed. This node or another node may soon serve the command.
 constexpr std::string_view stalls[] = {"TRYAGAIN", "CLUSTERDOWN", nonLocalKey};
 
-//  Error answers of Redis 5 to 7 that have a text of their own. Only their prefixes are compared, because the rest
-//  differs between versions.
+//  Prefixes of error answers of Redis 5 to 7, and the reason for each. Only prefixes are compared, because the rest of
+//  an answer differs between versions.
 constexpr Meaning meanings[] = {
     {"WRONGPASS", "user or password is wrong, or the user is switched off"},
     {"NOAUTH", "the connection is not logged in"},

@@ -5,7 +5,7 @@
 //      from Redis 7 on    OOM command not allowed ... script: HASH, on @user_script:12.
 //      Redis 5 and 6      ERR Error running script (call to f_HASH): @user_script:12: @user_script: 12: -OOM ...
 //
-//  The functions interpret such an answer as the error in it, except redisQuotable and redisPrintable.
+//  All functions except redisQuotable and redisPrintable interpret such an answer as the error that it contains.
 #ifndef RDBAPI_OPEN_REDIS_REFUSAL_H
 #define RDBAPI_OPEN_REDIS_REFUSAL_H
 
@@ -15,8 +15,8 @@
 
 namespace rdbopen {
 
-//  Returns whether the error answer means that the connection cannot be used any more: its login is no longer valid, or
-//  the server has become a replica, so that the name may resolve to another server.
+//  Returns whether the error answer means that the connection cannot be used any more. Either its login is no longer
+//  valid, or the server has become a replica: the name may then resolve to another server.
 bool redisEndsConnection(std::string_view answer);
 
 //  Returns whether the error answer means that another server may be able to execute the command.

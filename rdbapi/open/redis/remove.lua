@@ -1,5 +1,5 @@
 
---  The last part of the script that deletes a name: its tag, value and history, all or none.
+--  The last part of the script that deletes a name. It deletes tag, value and history with one command.
 --
 --      KEYS    tag, value, history
 --      ARGV    type and value that were shown, both empty if there was no value

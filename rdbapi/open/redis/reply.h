@@ -1,8 +1,8 @@
 //  One answer of a Redis server, and the parser of answers (https://redis.io/docs/reference/protocol-spec, RESP2),
 //  which uses libhiredis' reader.
 //
-//  The two limits below bound the memory of an answer, whatever a server sends. After a longer or malformed answer the
-//  parser is broken, and the connection is closed.
+//  The two limits below bound the memory of an answer, whatever a server sends. After an answer that exceeds a limit or
+//  is malformed, the parser is broken, and the connection is closed.
 //
 //  Threads: one thread at a time.
 #ifndef RDBAPI_OPEN_REDIS_REPLY_H
@@ -47,8 +47,8 @@ public:
     //  Adds bytes received from the server.
     void feed(std::string_view bytes);
 
-    //  Returns the next answer, or nothing while it is incomplete. Fails when the parser is broken; it stays broken
-    //  until reset. The reason contains no received bytes.
+    //  Returns the next answer, or nothing while this answer is incomplete. Fails when the parser is broken; the parser
+    //  stays broken until reset. The reason contains no received bytes.
     Result<std::optional<RedisReply>> next();
 
     //  Returns whether no bytes remain after the last answer.
