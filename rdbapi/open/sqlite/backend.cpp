@@ -234,7 +234,7 @@ Status SqliteBackend::checkpoint() {
     return recorded_ ? Status{} : backendFailed("the file was removed while it was written");
 }
 
-//  Also empties the log if a reader prevented this after the last request.
+//  The checkpoint also empties the log if a reader prevented this after the last request.
 Status SqliteBackend::probe() {
     return checkpoint();
 }

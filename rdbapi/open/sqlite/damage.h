@@ -11,10 +11,10 @@
 
 namespace rdbopen {
 
-//  Returns whether the file is shorter than the number of pages in its header. SQLite itself treats an incomplete last
-//  page as if zeros followed it. Returns false while the log has contents, because the log may have the missing pages.
-//  The result may be wrong while another connection writes; to prevent this, call it inside BEGIN IMMEDIATE. Requires:
-//  database is open at path, and verifySqliteFile has accepted it.
+//  Returns whether the file has fewer complete pages than its header says. SQLite itself treats an incomplete last page
+//  as if zeros followed the page. Returns false while the log has contents, because the log may have the missing pages.
+//  The result may be wrong while another connection writes; to prevent this, call the function inside BEGIN IMMEDIATE.
+//  Requires: database is open at path, and verifySqliteFile has accepted its file.
 bool isSqliteFileCutShort(SqliteDatabase& database, const std::string& path);
 
 //  Checks the whole file at place and renames it if it is damaged, together with a log or journal that has contents. If

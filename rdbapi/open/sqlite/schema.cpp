@@ -31,7 +31,8 @@ constexpr std::size_t pagesBeforeAt = 16;
 constexpr unsigned char journalMagic[8] = {0xd9, 0xd5, 0x05, 0xf9, 0x20, 0xa1, 0x63, 0xd7};
 
 //  Times are milliseconds since 1970-01-01 UTC; the views show them as ISO 8601 texts. time_ms of a value is the time
-//  of its last change, confirmed_ms that of its last put. The history has one row for each of the newest changes.
+//  of its last change, confirmed_ms is the time of its last put. The history has one row for each of the newest
+//  changes.
 constexpr const char* schema = R"sql(
 CREATE TABLE tag (
     id          INTEGER PRIMARY KEY,

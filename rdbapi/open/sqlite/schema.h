@@ -20,9 +20,9 @@ inline constexpr std::int64_t sqliteSchemaVersion = 2;
 //  creation was interrupted, if SQLite will empty it by means of its journal. Requires: database is open at path.
 Status verifySqliteFile(SqliteDatabase& database, const std::string& path);
 
-//  Returns whether the file is shorter than the number of pages in its header. Like SQLite, ignores this number if an
-//  old version of SQLite wrote the file last and did not update the number. Requires: database is open, and
-//  verifySqliteFile has accepted its file.
+//  Returns whether the file has fewer complete pages than its header says. Like SQLite, ignores the number in the
+//  header if an old version of SQLite wrote the file last and did not update the number. Requires: database is open,
+//  and verifySqliteFile has accepted its file.
 bool sqliteBytesMissing(SqliteDatabase& database);
 
 //  Returns the bytes of a database file with empty tables and with write-ahead logging enabled. Fails when memory is
