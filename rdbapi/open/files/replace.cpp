@@ -11,7 +11,7 @@ namespace rdbopen {
 
 namespace {
 
-constexpr mode_t newFileMode = 0644;  // a name server that runs as another user must read the file
+constexpr mode_t newFileMode = 0644;  // a name server that runs as another user must be able to read the file
 constexpr mode_t modeBits = 07777;
 
 //  Returns the status for the return value of a system call.

@@ -2,7 +2,7 @@
 //  failure the disk has one of the two.
 //
 //      DIR/NAME                      the file
-//      DIR/.NAME.addrpubd.tmp        the new text, until it is renamed
+//      DIR/.NAME.addrpubd.tmp        the file with the new text, until it is renamed to NAME
 //      DIR/.NAME.addrpubd.lock       the lock that serialises the writers of this library (lock.h)
 //
 //  dnsmasq's hostsdir ignores names that begin with ".".
