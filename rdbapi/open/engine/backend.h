@@ -52,9 +52,9 @@ public:
     //  Creates a tag, or replaces its definition.
     virtual Status import(const RdbTag& tag) = 0;
 
-    //  Stores either all values or none. After errorBackendFailed, either is possible. If several machines share the
-    //  tags (a Redis Cluster), a failure may leave a part of the values stored. Fails with errorNoSuchTag or
-    //  errorTagNotUsable if a tag does not exist or has another class.
+    //  Stores all values or none. After errorBackendFailed, both are possible. In a Redis Cluster, whose machines share
+    //  the tags, a failure may leave some of the values stored. Fails with errorNoSuchTag if a tag does not exist, and
+    //  with errorTagNotUsable if its class is not RDB_TAG_CLASS_USABLE.
     virtual Status put(std::span<const RdbSnapshot> records) = 0;
 
     //  Puts the value of one record whose tag may be missing. If the server has no usable tag of this name, creates it
@@ -70,12 +70,12 @@ public:
         return status.ok() ? put({&record, 1}) : status;
     }
 
-    //  Returns whether refresh takes one exchange, as a check does. If so, a new connection begins with a refresh and
-    //  not with a check, unless data is pending or the last check was refused. Constant.
+    //  Returns whether refresh takes one exchange, as a check does. If so, and if no data is pending and the last check
+    //  was not refused, a new connection begins with a refresh instead of a check. The result is constant.
     virtual bool refreshIsOneExchange() const noexcept { return false; }
 
     //  Compares the server's value with this one. Fails with errorNotHeld if the server has another value or none.
-    //  Called for values that are not pending, at each check and, unless a refresh takes its place, after each open.
+    //  Each check calls it for the values that are not pending. A connection begins with a check or a refresh.
     virtual Status checkValue(const RdbSnapshot&) { return {}; }
 
 protected:
@@ -91,11 +91,11 @@ public:
     //  Returns the reply for a request that is not carried out; code says why.
     virtual std::string refusal(std::string_view request, int code) = 0;
 
-    //  Returns the reply to request without carrying it out, if it requests exactly what done requested and done has
-    //  succeeded. Returns nothing if the requests differ or cannot be compared.
+    //  Parameters: a new request, and an earlier one that has succeeded. If both request exactly the same, returns the
+    //  reply to the new one without carrying it out. Returns nothing if they differ or cannot be compared.
     virtual std::optional<std::string> repetition(std::string_view, std::string_view) { return {}; }
 
-    //  Like checkValue: compares the server's data with what the request should have produced.
+    //  Compares the server's data with the data that the request should have stored. Otherwise like checkValue.
     virtual Status checkRequest(std::string_view) { return {}; }
 
 protected:
@@ -117,7 +117,7 @@ public:
     //  Returns the name used in syslog lines; it contains neither user nor password.
     virtual std::string label() const = 0;
 
-    //  Connects to the server. All waits for sockets, in this and later operations, use waiter, which outlives the back
+    //  Connects to the server. This and all later operations wait for sockets only by waiter, which outlives the back
     //  end's last close. Success means that requests can be expected to succeed from now on.
     virtual Status open(const Waiter& waiter) = 0;
 
@@ -130,8 +130,8 @@ public:
 
     //  Returns the time between two checks, while nothing is pending. A check is a call of probe and of the check of
     //  each value or request; some checks are replaced by refreshes, which send the data again (retry_schedule.h).
-    //  Zero: no time causes a check, and each request is carried out, even if it only repeats the last one. Constant
-    //  while open.
+    //  Zero: no check becomes due, and each request is carried out, even if it only repeats the last one. The result is
+    //  constant while the back end is open.
     virtual std::chrono::milliseconds checkInterval() const noexcept { return {}; }
 
     //  Returns whether a call may interrupt probe and the checks. If so, each wait of a check returns callWaits once a

@@ -37,9 +37,9 @@ public:
     //  Returns whether backend has the interface that the call needs.
     virtual bool isServedBy(Backend& backend) const = 0;
 
-    //  Prepares the result and returns true if the server need not be asked, because it has confirmed at since or later
-    //  what the request would store or look up. Otherwise returns false. takeConfirmed, run, refuse and record require
-    //  isServedBy(backend).
+    //  Returns true if no exchange is needed, because the server has confirmed the data of the request at the given
+    //  time or later; the result is then prepared. Otherwise returns false. takeConfirmed, run, refuse and record
+    //  require isServedBy(backend).
     virtual bool takeConfirmed(const DesiredState&, Backend&, DesiredState::Time) { return false; }
 
     //  Carries out the request.

@@ -40,7 +40,8 @@ public:
     //  Returns whether rdb_disconnect or rdb_destory was called. For the same worker, true never becomes false again.
     bool closed() const noexcept { return (state.load(std::memory_order_acquire) & closedBit) != 0; }
 
-    //  Ends the worker's current wait, or else its next one. Async-signal-safe; does not change errno.
+    //  Ends the worker's current waitForWake or waitForDescriptor, or else the next one. Ends pause only if the handle
+    //  is closed; otherwise pause discards the wake-up. Async-signal-safe; does not change errno.
     void wake() const noexcept;
 
     //  Discards a wake-up that no wait has consumed.

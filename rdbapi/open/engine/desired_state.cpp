@@ -13,7 +13,7 @@ bool isRetryable(int code) {
            code == errorNotConnected || code == errorNoSuchTag || code == errorTagNotUsable;
 }
 
-//  Returns when the server has confirmed the data of a request that ended with code.
+//  Returns the time of the confirmation by a request that ended with code, or nothing if the request failed.
 std::optional<DesiredState::Time> confirmation(int code, DesiredState::Time now) {
     return code == errorNone ? std::optional(now) : std::nullopt;
 }
@@ -163,10 +163,10 @@ Status DesiredState::sendValue(Backend& backend, Entry& entry) {
     return status;
 }
 
-//  If the tag is missing, the server has probably lost its data, so the tag is imported again. If its definition is not
-//  known here, the value is no longer pending: the user of the handle has to create the tag. A value that can never be
-//  accepted is forgotten, because each check would find it missing. A retry is the first to find this if the caller
-//  timed out, or if the connection was lost, before the back end had the value.
+//  If the tag is missing, the server has probably lost its data, so the tag is imported again. If its definition is
+//  unknown, the value is no longer pending: the user of the handle has to create the tag. A value that can never be
+//  accepted is forgotten, because each check would find it missing. A retry is the first to detect such a value if the
+//  caller timed out, or the connection was lost, before the back end had the value.
 Status DesiredState::putValue(Backend& backend, Entry& entry, Time now) {
     Status status = sendValue(backend, entry);
     const bool tagMissing = status.code == errorNoSuchTag || status.code == errorTagNotUsable;
@@ -205,7 +205,7 @@ Status DesiredState::check(Backend& backend, Time now) {
     return {};
 }
 
-//  The lookup finds a definition that another program has changed, as the lookups of the user of the handle would.
+//  A refresh also looks up the tag, so it finds a definition that another program has changed.
 bool DesiredState::refresh() noexcept {
     for (auto& [name, entry] : entries_) {
         entry.valuePending = entry.value.has_value();

@@ -5,12 +5,13 @@
 //           \--failure, refusal, time-out--> pending
 //
 //  A tag lookup without an answer is also pending: it is repeated until the server answers it. A value or request that
-//  can never succeed, such as a malformed one, is not stored; if only a retry shows this, it is forgotten. A value
-//  whose tag is missing is no longer pending after a retry if the definition of the tag is not known here.
+//  can never succeed, such as a malformed one, is not stored. If a retry is the first to show this, the value or
+//  request is forgotten. If a value's tag is missing and the definition of the tag is unknown, the value is no longer
+//  pending after a retry.
 //
-//  For held data it also knows when the server last confirmed it: when the server accepted it on this connection, or a
-//  later check found it. The worker need not send a request for such data again. The time of a confirmation is that at
-//  which the request or check began. All times are those of one monotonic clock, which the caller reads.
+//  This class also stores when the server last confirmed held data: by accepting it on this connection, or at a later
+//  check. The worker need not send confirmed data again. The time of a confirmation is the start of its request or
+//  check. All times are those of one monotonic clock, which the caller reads.
 //
 //      connection --accepted--> confirmed --check finds it, refresh--> confirmed --pending, reopened--> unconfirmed
 //
@@ -42,14 +43,15 @@ public:
     //  Forgets all confirmations. Call when a connection is opened.
     void connectionOpened() noexcept;
 
-    //  Returns whether the server has confirmed exactly this value at since or later.
+    //  Returns whether the server has confirmed exactly this value at the time since or later.
     bool isConfirmed(const RdbSnapshot& value, Time since) const;
 
     //  Returns the definition of a tag, if the server has sent or accepted it on this connection and has confirmed the
-    //  tag's value at since or later; otherwise null. The definition is that of the last lookup, import or refresh.
+    //  tag's value at the time since or later; otherwise null. The definition is that of the last lookup, import or
+    //  refresh.
     const RdbTag* confirmedTag(std::string_view name, Time since) const;
 
-    //  Returns the newest request, if the server has confirmed it at since or later; otherwise null.
+    //  Returns the newest request, if the server has confirmed it at the time since or later; otherwise null.
     const std::string* confirmedRequest(Time since) const noexcept;
 
     //  Returns whether any data or lookup is pending.
@@ -89,8 +91,9 @@ public:
     //  Returns whether there is no value and no request.
     bool empty() const noexcept;
 
-    //  Marks all values and the request as pending, so that the next retry sends them again. It also looks up the tags
-    //  whose definitions are known here. Returns whether there is a value or a request. Requires: nothing is pending.
+    //  Marks all values and the request as pending, so that the next retry sends them again. For a tag whose definition
+    //  is stored, the retry also looks up the tag. Returns whether there is a value or a request. Requires: nothing is
+    //  pending.
     bool refresh() noexcept;
 
 private:
@@ -100,9 +103,9 @@ private:
         bool lookupPending = false;
         bool tagPending = false;
         bool valuePending = false;
-        bool refreshDue = false;             // the next put of value also makes sure that the server has tag
-        bool tagKnown = false;               // tag is what the server has sent or accepted on this connection
-        std::optional<Time> valueConfirmed;  // empty if the server has not accepted value on this connection
+        bool refreshDue = false;             // the next put of the value is a refresh, which also creates a missing tag
+        bool tagKnown = false;               // the server has sent or accepted this definition on this connection
+        std::optional<Time> valueConfirmed;  // empty if the server has not accepted the value on this connection
     };
 
     using Entries = std::map<std::string, Entry, std::less<>>;

@@ -1,4 +1,4 @@
-//  Error codes of the open client library: the results of its nine functions, and the "code" of a reply text.
+//  Error codes of the open client library: results of its functions, except rdb_create, and the "code" of a reply text.
 //
 //  The codes start above 1000, so that they differ from errno values and SQLite's result codes in a log.
 #ifndef RDBAPI_OPEN_ENGINE_ERRORS_H

@@ -30,8 +30,8 @@ constexpr std::uint32_t generationOf(std::uint64_t state) {
     return static_cast<std::uint32_t>(state >> 32);
 }
 
-//  Returns whether the handle has a worker and is not closed. Each end of this state is one atomic operation, so the
-//  state file counts it exactly once.
+//  Returns whether the handle has a worker and is not closed. One atomic operation ends this state, so StateFile counts
+//  the end of a connection exactly once.
 constexpr bool isOpen(std::uint64_t state) {
     return (state & (flagWorker | flagClosed)) == flagWorker;
 }
@@ -82,7 +82,7 @@ Result<int> HandleSlot::claim(int index) {
         return Status{errorNoResources, "out of memory"};  // short enough to need no allocation
     delete worker_;
     worker_ = worker;
-    signal_.takeWake();  // of the slot's previous user; it would end the new worker's first wait early
+    signal_.takeWake();  // a wake-up of the slot's previous user would end the new worker's first wait early
     const std::uint32_t generation = (generationOf(signal_.state.load()) + 1) & generationMask;
     signal_.state.store(std::uint64_t{generation} << 32 | flagInUse);
     return static_cast<int>(generation << indexBits) | index;

@@ -1,10 +1,11 @@
-//  What a server holds of one host, and its removal. Tools for administrators use this interface; the worker does not.
+//  Lists what a server holds of one host, and removes it. Tools for administrators use this interface; the worker does
+//  not.
 //
 //      openToRead() --> held() --> the tool shows the records --> remove() --> Backend::close()
 //                   --> examine()
 //
-//  No operation but remove changes anything at the server. remove deletes only records that held has returned as ours,
-//  and only while the server still has them as returned.
+//  Only the operation remove changes anything at the server. It deletes only records that the operation held has
+//  returned as ours, and only if the server still has them as returned.
 //
 //  Threads: one thread at a time. The back end must not be open (Backend::open) meanwhile.
 #ifndef RDBAPI_OPEN_ENGINE_INSPECTOR_H
@@ -29,7 +30,7 @@ struct HostNames {
 
 struct HeldRecord {
     std::string text;     // one line, "host1.example.org AAAA 2001:db8::1"; bytes from the server may not be printable
-    std::string remains;  // why remove leaves it; empty for a record of the service, which remove deletes
+    std::string remains;  // why remove keeps the record; empty for a record of the service, which remove deletes
 
     bool ours() const noexcept { return remains.empty(); }
 };
@@ -37,21 +38,21 @@ struct HeldRecord {
 struct Holdings {
     std::string name;  // of the host in DNS, without the final dot; empty if the server does not serve DNS
     std::vector<HeldRecord> records;
-    std::optional<std::vector<std::string>> addresses;  // that records have; nothing if the server cannot be asked
-    std::vector<std::string> remarks;                   // what else there may be, as sentences without a full stop
+    std::optional<std::vector<std::string>> addresses;  // in the records; nothing if the server cannot be asked
+    std::vector<std::string> remarks;                   // what else may exist, as sentences without a full stop
     bool incomplete = false;  // there may be records of the service that remove does not delete
 };
 
 //  One question to a server.
 struct Examination {
-    std::string what;  // what the service does there; no sentence
+    std::string what;  // the action of the service, such as "update the records of host1"; not a sentence
     Status status;     // ok: the server allows it, as far as this can be asked without a change
 };
 
 //  One request of a removal, which the server carries out as a whole or not at all.
 struct RemovalStep {
     std::vector<std::string> texts;  // of the records
-    Status status;                   // ok: they were deleted; errorBackendFailed: it is not known
+    Status status;                   // ok: the records were deleted; errorBackendFailed: they may have been deleted
 };
 
 class Inspector {
@@ -65,13 +66,13 @@ public:
     //  Returns those of the host's IPv6 addresses that the service publishes at this server.
     virtual Result<std::vector<std::string>> published(const std::vector<std::string>& addresses) { return addresses; }
 
-    //  Asks the server whether it allows what the service does for host, in addition to openToRead, and adds one
-    //  element to results for each question. Fails if the server could not be asked everything. Requires: openToRead
-    //  has succeeded.
+    //  Asks the server whether it allows what the service does for host, unless openToRead has already shown it. Adds
+    //  one element to results for each question. Fails if some question could not be asked. Requires: openToRead has
+    //  succeeded.
     virtual Status examine(const HostNames& host, std::vector<Examination>& results) = 0;
 
-    //  Deletes the records of the last result of held that are ours, and adds one element to steps for each request.
-    //  Every record that is ours is in one of them, unless memory is exhausted. Returns the first failure.
+    //  Deletes the records that are ours in the last result of held, and adds one element to steps for each request.
+    //  Every such record is in one element, unless memory is exhausted. Returns the first failure.
     //  Requires: held has succeeded.
     virtual Status remove(std::vector<RemovalStep>& steps) = 0;
 

@@ -20,7 +20,7 @@ public:
     //  reason logs it.
     void fail(const std::string& label, const std::string& reason) noexcept;
 
-    //  Reports that the back end works again when it has reported a reason, and clears the reasons.
+    //  If a reason was logged, logs that the back end works again, and clears the reasons.
     void recover(const std::string& label) noexcept;
 
     //  Clears the reasons without a report.

@@ -46,10 +46,10 @@ std::chrono::milliseconds backoffDelay(unsigned failures, std::uint32_t random) 
 //  After a connection that lasts this long, the count of losses starts again at 1.
 inline constexpr std::chrono::milliseconds steadyTime{60000};
 
-//  The maximum time between two refreshes while nothing is pending. A refresh sends data that the server already has,
-//  which a check only reads. It keeps the data from expiring and updates the time of its last confirmation. This time
-//  is one check of a minute shorter than the service's 600 s, which it replaces. So the keys of a Redis server, which
-//  expire after at least 660 s, outlive a refresh that is almost two checks late.
+//  The maximum time between two refreshes while nothing is pending. A refresh writes the data again, which a check only
+//  reads. So the data does not expire, and the server has a new time of its last confirmation. A refresh replaces the
+//  service's repetition after 600 s; it is due one check of a minute earlier. Redis keys expire after at least 660 s,
+//  so they survive if a refresh comes almost 120 s (two checks of a minute) late.
 inline constexpr std::chrono::milliseconds refreshTime{540000};
 
 //  The minimum pause after a failed request for a tag, to which the first back-off is added. It is longer than the 10 s
@@ -64,8 +64,8 @@ public:
     //  seed: initial value for the random parts.
     explicit RetrySchedule(std::uint32_t seed) : random_(seed) {}
 
-    //  Call when the connection is established. interval: time between two checks, which is shortened to refreshTime;
-    //  zero for no checks. random: any number, which determines the times of the checks and refreshes.
+    //  Call when the connection is established. interval: time between two checks, zero for no checks; a longer one is
+    //  shortened to refreshTime. random: any number, which determines the times of the checks and refreshes.
     void connected(Time now, Time interval, std::uint32_t random) noexcept;
 
     //  Call when a request for a tag failed. This ends the connection; the next pause is at least awayTime and one
@@ -81,8 +81,8 @@ public:
     //  Call when a request has succeeded and nothing is pending.
     void succeeded() noexcept { refusals_ = 0; }
 
-    //  Call when a check that is due begins. Returns whether it is to be a refresh. A delay of this check does not
-    //  delay later ones. Requires: checkInterval() is not zero.
+    //  Call when a check that is due begins. Returns whether a refresh replaces this check. A delay of this check does
+    //  not delay later ones. Requires: checkInterval() is not zero.
     bool checked(Time now) noexcept;
 
     //  Returns the time between two checks of this connection, zero for no checks.

@@ -39,7 +39,7 @@ void ServerState::fail(Moment now, const Status& status) {
     failure_ = Failure{now, status.code, status.reason};
 }
 
-//  A reader compares the two moments, so a success has a later one than the failure before it.
+//  A reader compares the moments of the last success and failure, so a success gets a later moment than the failure.
 void ServerState::succeed(Moment now) {
     if (failure_ && failure_->time.boot >= now.boot)
         now = {failure_->time.wall + 1, failure_->time.boot + 1};
@@ -69,7 +69,7 @@ void ServerState::retried() noexcept {
     changed_ = true;
 }
 
-//  What is pending is not published yet: its last value is kept until the server accepts the new one.
+//  A pending value is not published yet: published_ keeps the last value until the new one is no longer pending.
 void ServerState::updatePublished(Moment now, const DesiredState& data) {
     data.visit([&](const DesiredState::Item& item) {
         const auto same = [&](const Published& known) { return known.name == item.name; };

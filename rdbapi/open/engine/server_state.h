@@ -50,9 +50,9 @@ public:
     enum class Cause { call, worker };
 
     //  An exchange with the server has ended with status. data: the desired state after it. A success is recorded only
-    //  if there is data that the server can have confirmed. After a request that can never succeed there is no success
-    //  until a call succeeds, because earlier data is still desired. An interrupted check is ignored. An answer that a
-    //  tag does not exist is a failure only while data is pending.
+    //  if the desired state has a value or request and nothing is pending. After errorBadRequest, no success is
+    //  recorded until a call succeeds: the desired state lacks the rejected data. An interrupted check is ignored.
+    //  Refusals and errorBadRequest count as failures; others, such as a missing tag, only while data is pending.
     void exchanged(Cause cause, Moment now, const Status& status, const DesiredState& data);
 
     //  A retry of pending data begins.
@@ -73,8 +73,8 @@ private:
     struct Published {
         std::string name;  // empty for an update request
         std::string value;
-        Moment since;  // when the server accepted this value
-        bool held;     // it is not pending now
+        Moment since;  // end of the exchange that ended the pending state; usually the server then accepted the value
+        bool held;     // the value is not pending now
     };
 
     void succeed(Moment now);
@@ -89,13 +89,13 @@ private:
     std::optional<Moment> success_;
     std::optional<Failure> failure_;
     std::vector<Published> published_;
-    //  Numbers since the handle was created.
+    //  Counts since the handle was created.
     std::uint64_t connections_ = 0;
     std::uint64_t losses_ = 0;    // failed opens and ended connections
     std::uint64_t retries_ = 0;   // attempts to send pending data again, except requests for tags before event 60001
     std::uint64_t refusals_ = 0;  // answers by which the server refused a request
-    bool failing_ = false;        // the last exchange has failed
-    bool rejected_ = false;       // a request can never succeed, and no call has succeeded since
+    bool failing_ = false;        // a failure was recorded, and no success after it
+    bool rejected_ = false;       // a request ended with errorBadRequest, and no call has succeeded since
     bool changed_ = true;
 };
 

@@ -76,7 +76,7 @@ private:
         return stateFileText({started_, now, bootIdentifier(), getpid()}, parts);
     }
 
-    //  A unit with ProcSubset=pid cannot read it.
+    //  Returns "-" if the file cannot be read, for example in a unit with ProcSubset=pid.
     static std::string bootIdentifier() {
         char text[36];  // a UUID
         const int descriptor = open("/proc/sys/kernel/random/boot_id", O_RDONLY | O_CLOEXEC);
@@ -88,7 +88,7 @@ private:
     }
 
     std::mutex mutex_;
-    StatePart* first_ = nullptr;  // in the order of their first lines
+    StatePart* first_ = nullptr;  // list of parts, in the order in which they first had lines
     Moment started_;              // of the first write
     bool changed_ = false;
     bool writing_ = false;

@@ -6,8 +6,8 @@
 //                            | part 2   |
 //                            | end      |                         a file without this line is incomplete
 //
-//  No worker waits for a write of another one: a worker that finds a write in progress leaves its lines, and the
-//  writing worker writes again. If memory is exhausted, a write is skipped.
+//  No worker waits for a write of another one: if a write is in progress, a worker only stores its lines, and the
+//  writing worker writes the file again. If memory is exhausted, a write is skipped.
 //
 //  Threads: any. A part belongs to one worker's thread.
 #ifndef RDBAPI_OPEN_ENGINE_STATE_BOARD_H
@@ -24,11 +24,11 @@ namespace rdbopen {
 //  The state file of this process. It has no destructor, because workers may run during exit.
 extern constinit StateFile stateFile;
 
-//  The time after which a new success alone causes a write. A little less than the usual minute between two checks, so
-//  that each of these is written.
+//  If only the time of the last success has changed, the state is written no sooner than this after the last write. It
+//  is a little less than the usual minute between two checks, so that the success of each check is written.
 inline constexpr std::int64_t stateWriteTime = 50000;  // ms
 
-//  What the first lines of the file say.
+//  The data in the first lines of the file.
 struct StateHead {
     Moment started;
     Moment written;

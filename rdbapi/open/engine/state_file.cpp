@@ -21,8 +21,8 @@ std::string_view folderOf(const char* runtimeDirectory) {
     return first.starts_with('/') ? first : usualFolder;
 }
 
-//  A write lock of the whole file that belongs to the descriptor. Does not wait. Returns false if another descriptor
-//  has one.
+//  Sets a write lock on the whole file, which belongs to the open file description. Does not wait. Returns false if
+//  another description has a lock.
 bool lockFile(int descriptor) noexcept {
     struct flock whole {};
     whole.l_type = F_WRLCK;
@@ -58,9 +58,9 @@ void StateFile::chooseFolder(const char* runtimeDirectory) {
     ready_ = true;
 }
 
-//  createNew creates the new file before replace checks open_. So, if the check still finds a connection, the new file
-//  exists before the first unlink below: either it is not renamed afterwards, or the second unlink removes it. The
-//  order of the two is therefore important.
+//  replace creates the new file before it checks open_. So, if replace still finds an open connection, the new file
+//  exists before remove starts. Either unlink(newPath_) deletes the new file before its rename, or the rename came
+//  first and unlink(statePath_) deletes it. The order of the two calls in remove is therefore important.
 void StateFile::connectionClosed() noexcept {
     const int error = errno;
     if (open_.fetch_sub(1) == 1 && writer_ == getpid())
@@ -105,7 +105,8 @@ bool StateFile::lock() noexcept {
     return false;
 }
 
-//  The file remains, and root may have created it in a folder of the service's user, who has to open it later.
+//  The lock file remains when the process ends. If root has created it in a folder of the service's user, this user has
+//  to open it later.
 void StateFile::giveLockToOwner() const noexcept {
     char folder[maxPath];
     std::memcpy(folder, statePath_, maxPath);

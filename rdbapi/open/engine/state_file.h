@@ -8,11 +8,11 @@
 //  created. The state is a help for people, so nothing depends on it: each error is ignored, and the next write tries
 //  again. No syscall of a write waits for another process.
 //
-//  A reader that finds no write lock on the file knows that its writer has ended without removing it. The lock of the
-//  file itself proves this for exactly the file that was read. It cannot be the lock that selects the writer, because
-//  other users may open the file: a read lock of theirs must not prevent a process from becoming the writer. All locks
-//  belong to an open file description, so a child that keeps these descriptors after fork keeps the locks; the service
-//  does not fork after its first connection.
+//  If a reader finds no write lock on FOLDER/state, the writer has ended without removing the file. The lock is on the
+//  file itself, so it proves this for exactly the file that was read. Another file, FOLDER/state.lock, selects the
+//  writer: all users may open FOLDER/state, and a read lock on it must not prevent a process from becoming the writer.
+//  All locks belong to an open file description, so a child that keeps the descriptors after fork keeps the locks; the
+//  service does not fork after its first connection.
 //
 //  A state that cannot be replaced is removed, because it is no longer true. On a full disk this makes room for the new
 //  one, which is then written at once.
@@ -35,12 +35,12 @@ public:
     StateFile& operator=(const StateFile&) = delete;
 
     //  Sets the folder: runtimeDirectory is the value of RUNTIME_DIRECTORY, or null. Only the first call has an effect.
-    //  If its path is too long, nothing is written. Until the first call has returned, write does nothing; no other
-    //  call waits for it. Not async-signal-safe.
+    //  write does nothing before this call has set the paths, or if the path of the folder is too long. Other calls do
+    //  not wait for the first one. Not async-signal-safe.
     void chooseFolder(const char* runtimeDirectory);
 
-    //  Counts the open connections. When the last one is closed, connectionClosed removes the state file; a write at
-    //  the same time leaves none.
+    //  Count the open connections. When the last one is closed, connectionClosed removes the state file; a write at the
+    //  same time leaves no file.
     void connectionOpened() noexcept { ++open_; }
     void connectionClosed() noexcept;
 
@@ -61,9 +61,9 @@ private:
     std::atomic<int> open_{0};
     std::atomic<bool> chosen_{false};  // chooseFolder was called
     std::atomic<bool> ready_{false};   // the paths are set and constant
-    std::atomic<pid_t> writer_{0};     // this process while it is the writer, else 0; after fork that of the parent
+    std::atomic<pid_t> writer_{0};     // pid of this process while it is the writer, else 0; a child has its parent's
     int lockFd_ = -1;
-    int currentFd_ = -1;  // of the file FOLDER/state, whose lock it has
+    int currentFd_ = -1;  // open descriptor of FOLDER/state, which keeps its lock; -1 if none
     //  Not read before ready_ is true.
     char statePath_[maxPath] = {};
     char newPath_[maxPath] = {};

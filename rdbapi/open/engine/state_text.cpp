@@ -5,8 +5,8 @@
 
 namespace rdbopen {
 
-//  The code of this file is called for each part of a line instead of being inlined: the library's size is memory of
-//  every service.
+//  These functions are not inline: they are called for each part of a line, and inlined copies would increase the size
+//  of the library, which every service has in memory.
 
 StateText& StateText::line(std::string_view key) {
     endLine();

@@ -27,14 +27,15 @@ public:
     //  Begins a line.
     StateText& line(std::string_view key);
 
-    //  Append to the line. text doubles each backslash and writes control characters and byte 0x7f as \xHH; it is the
-    //  last part of its line. word does the same with spaces, too, so that it remains one word; an empty word is "-".
+    //  Append to the line. The function text doubles each backslash and writes control characters and byte 0x7f as
+    //  \xHH; its text is the last part of the line. The function word also writes spaces as \xHH, so that the result is
+    //  one word. It writes an empty word as "-", and the word "-" as \x2d.
     StateText& number(std::uint64_t value);
     StateText& moment(Moment value);
     StateText& text(std::string_view value);
     StateText& word(std::string_view value);
 
-    //  Appends whole lines, which may be empty.
+    //  Appends complete lines, or nothing if the string is empty.
     void lines(std::string_view whole);
 
     //  Returns all lines.

@@ -3,13 +3,12 @@
 //      Status       ok, or the code and the reason of the failure
 //      Result<T>    a value, or the Status of the failure
 //
-//  A caller adds its own action in front of the reason with failedTo: "the file cannot be read: Permission
-//  denied".
+//  failedTo adds the caller's action in front of the reason: "the file cannot be read: Permission denied".
 //
 //  Three results are not failures: false from a predicate; an empty std::optional or null from a search that finds
-//  nothing; and an empty std::optional from a parser of numbers. The caller may turn them into a failure. Functions
-//  whose result is returned unchanged to the caller of the library return only the code; a few functions of the engine,
-//  such as those of report.h, return false.
+//  nothing; and an empty std::optional from a parser of numbers. The caller may turn them into a failure. Two kinds of
+//  functions report failures in another form: functions whose result the library returns unchanged to its user return
+//  only the code; a few functions of the engine, such as those of report.h, return false.
 //
 //  Threads: one thread at a time per object, like std::string.
 #ifndef RDBAPI_OPEN_ENGINE_STATUS_H

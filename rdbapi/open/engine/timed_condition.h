@@ -11,8 +11,8 @@ namespace rdbopen {
 
 class TimedCondition {
 public:
-    //  Waits for notifyAll, or until monotonicNow() reaches until. Returns false in the second case. May return early
-    //  without a notification (spurious wake-up).
+    //  Waits for notifyAll, or until monotonicNow() reaches the time limit. Returns false after the time limit. May
+    //  return early without a notification (spurious wake-up).
     //  Requires: lock is locked.
     bool waitUntil(std::unique_lock<std::mutex>& lock, std::chrono::milliseconds until) noexcept {
         const timespec deadline{until.count() / 1000, until.count() % 1000 * 1000000};

@@ -11,8 +11,8 @@ class Waiter {
 public:
     enum class Result { ready, timedOut, closed, callWaits, failed };
 
-    //  Waits until descriptor is ready for one of events (poll(2)) or has an error, until monotonicNow() reaches until,
-    //  or until the handle is closed. Returns timedOut earlier if the caller of a request for a tag, or the retry of
+    //  Waits until descriptor is ready for one of events (poll(2)) or has an error, monotonicNow() reaches the time
+    //  limit, or the handle is closed. Returns timedOut earlier if the caller of a request for a tag, or the retry of
     //  such a request, has timed out. Returns callWaits only during a check (Backend::checksArePreemptible). After
     //  failed, errno is set.
     virtual Result wait(int descriptor, short events, std::chrono::milliseconds until) const noexcept = 0;

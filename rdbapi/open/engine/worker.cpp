@@ -28,7 +28,7 @@ bool failed(int code) {
 //  Returns a number that differs between hosts even if they start at the same time from the same image.
 std::uint32_t randomNumber() noexcept {
     auto number = static_cast<std::uint32_t>(wallNow());
-    //  Fails only shortly after the start of the system. Then the time has to suffice.
+    //  getrandom fails only shortly after the start of the system. The number is then the time.
     [[maybe_unused]] const auto filled = getrandom(&number, sizeof number, GRND_NONBLOCK);
     return number;
 }
@@ -53,8 +53,8 @@ void attempt(Action action) noexcept {
 }
 
 //  Returns free memory to the system. Called before each wait of a connected worker for its next work, which may be
-//  minutes away. free(3) alone does not return it: the service lets it keep 1 MB of free memory at the top of the heap,
-//  and it does not release free memory between used blocks.
+//  minutes away. free(3) alone does not return all of it: the service lets free(3) keep 1 MB at the top of the heap,
+//  and free(3) does not release memory between used blocks.
 //
 //  In a process that does not use the allocator of the C library (a sanitizer, an allocator by LD_PRELOAD), the first
 //  malloc_trim initializes that allocator. glibc 2.36 crashes if two threads do this at once, hence the mutex.
@@ -242,9 +242,9 @@ Status Worker::openAndRetry() {
     return {};
 }
 
-//  Returns whether the data is to be refreshed now, and marks it as pending. A refresh costs the server as much as a
-//  check, but also answers the requests with which the user of the handle reacts to event 60001 (takeConfirmed). So if
-//  all hosts return to a server at once, it gets one request from each host.
+//  If the connection is to begin with a refresh, marks the data as pending and returns true. Such a refresh costs the
+//  server as much as a check. After it, the requests with which the user of the handle reacts to event 60001 need no
+//  exchange (takeConfirmed). So, if all hosts return to a server at once, it gets one request from each host.
 bool Worker::refreshAtOpen() noexcept {
     TagBackend* const tags = backend_->tags();
     return tags != nullptr && tags->refreshIsOneExchange() && !checkRefused_ && desired_.refresh();
@@ -252,8 +252,8 @@ bool Worker::refreshAtOpen() noexcept {
 
 //  Returns errorBackendFailed if the session must end. A failed request for a tag ends the session even if the server
 //  has answered: while a database is connected without the tag, the service publishes nothing, not even to DNS. After
-//  event 60003 it continues without the database. A failed put is retried in the same session, because the service
-//  treats it as sent.
+//  event 60003 the service continues without the database. A refused put does not end the session, because the service
+//  treats the put as sent; the worker retries it.
 Status Worker::serve(Call& call) {
     const auto start = monotonicNow();
     Status status{errorTimedOut, {}};
@@ -280,7 +280,7 @@ Status Worker::serve(Call& call) {
     return status;
 }
 
-//  Returns whether call needs no exchange. Without memory the call is carried out.
+//  Returns whether call needs no exchange. If memory is exhausted, returns false, so that the call is carried out.
 bool Worker::takeConfirmed(Call& call) noexcept {
     const auto interval = schedule_.checkInterval();
     bool confirmed = false;
@@ -472,7 +472,7 @@ void Worker::evaluate(const Status& status) noexcept {
     }
 }
 
-//  Called once, when the thread starts, so that the file also names a server that was never reached.
+//  Called once, when the thread starts, so that the state file also names a server that was never reached.
 void Worker::describeState() noexcept {
     attempt([&] {
         const bool tags = backend_->tags() != nullptr;
@@ -486,7 +486,8 @@ void Worker::noteExchange(ServerState::Cause cause, const Status& status) noexce
     attempt([&] { state_.exchanged(cause, momentNow(), status, desired_); });
 }
 
-//  A success alone is written at most every stateWriteTime: a service with a check each second writes no more often.
+//  If only the time of the last success has changed, stateWriteTime passes before the next write. So a service with a
+//  check each second does not write each second.
 void Worker::publishState() noexcept {
     attempt([&] {
         if (state_.changed() || momentNow().boot - stateWritten_ >= stateWriteTime)

@@ -20,23 +20,23 @@
 //
 //  A lookup, put or update request that only repeats what the server has already sent or accepted on this connection is
 //  answered without an exchange, if the server has confirmed the data within the last check interval. An import of a
-//  tag is always carried out. Each check confirms the data or finds it missing. So the calls of many hosts that came
-//  back together do not reach the server together, while their checks are spread over the interval. Any doubt causes an
-//  exchange: pending data, a refused check, a late check, a back end without checks.
+//  tag is always carried out. Each check confirms the data or finds it missing. So, when many hosts reconnect together,
+//  their calls do not reach the server together; their checks are spread over the interval. A call causes an exchange
+//  if data is pending, the last check was refused, a check is late, or the back end has no checks.
 //  A connection begins with a check. If a refresh takes one exchange (TagBackend::refreshIsOneExchange), no data is
-//  pending and the last check was not refused, it begins with a refresh instead. Because a call that is answered
-//  without an exchange does not write, the worker writes the data again by itself, at each refresh (retry_schedule.h).
+//  pending and the last check was not refused, the connection begins with a refresh instead. A call that is answered
+//  without an exchange does not write. So the worker itself writes the data again, at each refresh (retry_schedule.h).
 //
 //  A reason of a failure is not logged at each attempt, but once until the server recovers (reason_log.h). Recovery is
 //  logged when a request has succeeded, nothing is pending and the last check was not refused. After a refused check,
 //  each success is followed by another check. The result of a check that a call interrupted is ignored. The reason of
 //  errorBadRequest is logged once until a call succeeds.
 //
-//  An event or reply is delivered only if the handle is not closed at that moment. So, when rdb_disconnect returns, a
+//  The delivery of an event or reply starts only if the handle is not closed. So, when rdb_disconnect returns, a
 //  callback may still begin or run if its delivery has already started.
 //
-//  The worker's thread also publishes what it does for addrpubd-check --status (state_board.h): after each action that
-//  changes something, and otherwise at its usual checks. It has no timer for this, and no error in it has an effect.
+//  For addrpubd-check --status, the worker's thread also publishes its state (state_board.h): after each action that
+//  changes the state, and otherwise at its usual checks. It has no timer for this, and no error in it has an effect.
 //
 //  Threads: the public operations may be called on any thread. The worker's thread blocks all signals.
 #ifndef RDBAPI_OPEN_ENGINE_WORKER_H
@@ -89,8 +89,8 @@ public:
     int execute(const std::shared_ptr<WaitingCall>& call);
 
 private:
-    //  The kinds of work while the back end is open. input: the watched descriptor is readable, so that a check follows
-    //  which is not due. check: one that is due.
+    //  The kinds of work while the back end is open. input: the watched descriptor is readable, which causes a check
+    //  that is not due. check: a check that is due.
     enum class Work { closed, call, retry, input, check };
 
     static void* threadMain(void* self);
@@ -142,12 +142,12 @@ private:
     WorkerOwner& owner_;
     const SlotWaiter waiter_;
 
-    std::mutex mutex_;  // guards the queue and the next two members; until the thread starts, also backend_ to user_
+    std::mutex mutex_;  // guards queue_, accepting_ and started_; until the thread starts, also backend_ to user_
     std::deque<std::shared_ptr<Call>> queue_;
     bool accepting_ = false;
     bool started_ = false;
 
-    std::mutex eventMutex_;  // held while an event is delivered; guards the next member
+    std::mutex eventMutex_;  // held while an event is delivered; guards connectionReported_
     bool connectionReported_ = false;
 
     std::unique_ptr<Backend> backend_;
