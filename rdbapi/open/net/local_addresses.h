@@ -19,7 +19,7 @@ inline constexpr unsigned flagTemporary = 0x01;
 inline constexpr unsigned flagDeprecated = 0x20;
 
 struct LocalAddress {
-    unsigned flags = 0;                   // those that are set on all interfaces with this address
+    unsigned flags = 0;                   // flags that are set on all interfaces with this address
     std::vector<std::string> interfaces;  // names, at least one
 };
 

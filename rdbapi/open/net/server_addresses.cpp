@@ -67,8 +67,8 @@ Status ServerAddresses::resolve(const Server& server, std::chrono::milliseconds&
     return {};
 }
 
-//  Stores why a server does not serve. The answer of one address of a server is more useful than the failure to reach
-//  another one.
+//  Stores why a server does not serve. An answer from one of its addresses has priority over a failure to reach another
+//  one.
 void ServerAddresses::note(std::vector<Fault>& faults, Fault fault) {
     const auto known =
         std::find_if(faults.begin(), faults.end(), [&](const Fault& other) { return other.server == fault.server; });
@@ -101,9 +101,9 @@ Status ServerAddresses::tryOthers(Status status, const Waiter& waiter, std::chro
 }
 
 //  Each address gets an equal share of the remaining time, so an address that drops packets does not use up the time of
-//  the next one. Unused time is divided among the others. If an address can be connected to, and its attempt returns
-//  neither errorBackendFailed nor a status with failover, right_ gets this address. tryEach puts the address of right_
-//  first. An answer of a server is a more useful result for the operator than a failed connection, so it has priority.
+//  the next one. Unused time is divided among the later ones. If the connection to an address succeeds, and the attempt
+//  returns neither errorBackendFailed nor a status with failover, right_ gets this address. tryEach puts the address of
+//  right_ first. An answer of a server helps the operator more than a failed connection, so the answer has priority.
 //  answer: the answer of the skipped address.
 Status ServerAddresses::walk(const Walk& how, std::size_t skipped, Status answer) {
     std::vector<Fault> faults = unknown_;

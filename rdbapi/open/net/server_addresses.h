@@ -1,10 +1,10 @@
 //  The addresses of the servers of a url, or of servers that another server has named. A back end tries them in turn.
-//  It skips an address that cannot be reached, and a server that cannot serve the request although another one may, for
-//  example a read-only replica: the member failover of its status is true.
+//  It skips an address that cannot be reached. It also skips a server that cannot serve the request although another
+//  one may, for example a read-only replica; the Status of the request then has failover set.
 //
 //      lookUp:      servers in the given order, the addresses of each in the resolver's order
 //      tryEach:     first tries the last address that served an attempt, then the others in this order
-//      tryOthers:   tries the others in this order, without the address that was tried last
+//      tryOthers:   tries the addresses in the order of tryEach, except the one that was tried last
 //
 //  Threads: one thread at a time.
 #ifndef RDBAPI_OPEN_NET_SERVER_ADDRESSES_H
@@ -28,8 +28,8 @@ public:
     //  has failover set, the next address is tried at once.
     using Attempt = std::function<Status(std::chrono::milliseconds)>;
 
-    //  Resolves the names of servers. Fails if none has an address. getaddrinfo(3) has its own time limits, and closing
-    //  the handle does not interrupt it. Its duration is added to until.
+    //  Resolves the names of servers. Fails if no server has an address. getaddrinfo(3) has its own time limits, and
+    //  closing the handle does not interrupt it. The duration of getaddrinfo(3) is added to the time limit, until.
     Status lookUp(const std::vector<Server>& servers, std::chrono::milliseconds& until);
 
     //  Stores one address instead, which needs no resolver.
@@ -48,7 +48,7 @@ public:
     Status tryOthers(Status status, const Waiter& waiter, std::chrono::milliseconds until, const Connect& connect,
                      const Attempt& attempt);
 
-    //  Returns whether there is another address to try.
+    //  Returns whether there is more than one address.
     bool hasOthers() const noexcept { return addresses_.size() > 1; }
 
 private:

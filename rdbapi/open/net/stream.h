@@ -23,7 +23,7 @@ namespace rdbopen {
 struct ServerAddress {
     sockaddr_storage bytes;
     socklen_t length;
-    Server server;  // that has this address, with the host as the url or another server names it; empty for a socket
+    Server server;  // the server with this address, as the url or another server names it; empty for a Unix socket
 };
 
 //  Returns the address of a Unix socket, or nothing if path is longer than 107 bytes (unix(7)). Requires: path is
@@ -43,7 +43,8 @@ public:
     virtual Status send(std::span<const std::uint8_t> bytes, const Waiter& waiter, std::chrono::milliseconds until) = 0;
 
     //  Takes bytes that have arrived, without waiting. Returns their number, or 0 if there are none.
-    //  Requires: bytes has room for maxInput bytes, so that none remains in the object, where no poll would see it.
+    //  Requires: the span has room for maxInput bytes. Otherwise bytes could remain in the object, and poll(2) would
+    //  not report them.
     virtual Result<std::size_t> take(std::span<std::uint8_t> bytes) = 0;
 
     //  Waits until take may return bytes. Requires: the last take returned 0.

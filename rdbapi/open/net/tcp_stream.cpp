@@ -108,7 +108,7 @@ bool TcpStream::hasUnconfirmed() const noexcept {
 }
 
 //  With a linger time of 0, close(2) resets the connection and discards its bytes (socket(7)). A Unix socket ignores
-//  it.
+//  the linger time.
 void TcpStream::close() noexcept {
     constexpr linger none{1, 0};
     if (hasUnconfirmed())

@@ -1,5 +1,5 @@
-//  One connection of a back end that is not encrypted: TCP, or a Unix socket if the address is one. A Unix socket whose
-//  server is too slow to accept connections refuses further ones with EAGAIN.
+//  One unencrypted connection of a back end: TCP, or a Unix socket if the address is one. If the server of a Unix
+//  socket accepts connections too slowly, further ones fail with EAGAIN.
 //
 //  Threads: one thread at a time.
 #ifndef RDBAPI_OPEN_NET_TCP_STREAM_H
@@ -21,8 +21,8 @@ public:
     bool endedByServer() const noexcept override { return ended_; }
     int descriptor() const noexcept override { return descriptor_; }
 
-    //  Withdraws the bytes that the server has not confirmed. The kernel would otherwise still send them when the
-    //  network works again, and an old request could overwrite a newer one.
+    //  Closes the connection and discards the bytes that the server has not confirmed. The kernel would otherwise still
+    //  send them when the network works again, and an old request could overwrite a newer one.
     void close() noexcept override;
 
     //  Returns whether the server has not confirmed all bytes yet.

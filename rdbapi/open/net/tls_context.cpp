@@ -44,7 +44,7 @@ private:
     TlsPointer<BIO> bio_;
 };
 
-//  OpenSSL would otherwise ask for the password at the terminal.
+//  Without this function, OpenSSL would ask for the password of an encrypted file at the terminal.
 int noPassword(char*, int, int, void* asked) {
     *static_cast<bool*>(asked) = true;
     return -1;
@@ -80,14 +80,14 @@ Status setOptions(SSL_CTX* context) {
     constexpr int minSecurity = 2;  // keys and signatures of 112 bits, the level of Debian
     SSL_CTX_set_security_level(context, minSecurity);
     SSL_CTX_set_options(context, SSL_OP_NO_RENEGOTIATION | SSL_OP_NO_COMPRESSION);
-    //  Released buffers: 34 kB less for a connection that is idle.
+    //  Released buffers save 34 kB of memory for an idle connection.
     SSL_CTX_set_mode(context,
                      SSL_MODE_ENABLE_PARTIAL_WRITE | SSL_MODE_ACCEPT_MOVING_WRITE_BUFFER | SSL_MODE_RELEASE_BUFFERS);
     SSL_CTX_set_session_cache_mode(context, SSL_SESS_CACHE_OFF);
     return SSL_CTX_set_min_proto_version(context, TLS1_2_VERSION) == 1 ? Status{} : outOfMemory();
 }
 
-//  The folder is read when a certificate is verified: only the authority in question.
+//  OpenSSL reads from the folder when it verifies a certificate, and only the authority of this certificate.
 Status trustSystem(SSL_CTX* context) {
     return SSL_CTX_load_verify_dir(context, X509_get_default_cert_dir()) == 1 ? Status{} : outOfMemory();
 }

@@ -29,9 +29,9 @@ template <class T>
 using TlsPointer = std::unique_ptr<T, FreeTls>;
 using Certificates = std::vector<TlsPointer<X509>>;
 
-//  Initialises OpenSSL, once. It registers nothing that runs at exit, where threads of the library may still use it.
-//  The library calls it on the thread of rdb_connectex, where it also loads modules (module/loader.h). All signals are
-//  blocked during the call. Fails with errorNoResources.
+//  Initialises OpenSSL, once. OpenSSL then registers no exit handler, because threads of the library may still use it
+//  during exit. prepareTls is called on the thread of rdb_connectex, which also loads modules (module/loader.h). All
+//  signals are blocked during the call. Fails with errorNoResources.
 Status prepareTls();
 
 //  Reads all certificates of a file, at least one. The reason of a failure begins with the path.
@@ -40,8 +40,8 @@ Result<Certificates> readCertificates(const std::string& path);
 //  Reads a private key, which must not be encrypted. The reason of a failure begins with the path.
 Result<TlsPointer<EVP_PKEY>> readPrivateKey(const std::string& path);
 
-//  Makes the context of a client that verifies its server: TLS 1.2 or 1.3, and what the files of settings hold, which
-//  are read each time. Fails with errorBackendFailed. Requires: prepareTls has succeeded.
+//  Makes the context of a client that verifies its server and uses TLS 1.2 or 1.3. Reads the files of the settings at
+//  each call. Fails with errorBackendFailed. Requires: prepareTls has succeeded.
 Result<TlsPointer<SSL_CTX>> makeTlsContext(const TlsSettings& settings);
 
 }  // namespace rdbopen

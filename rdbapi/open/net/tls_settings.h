@@ -15,21 +15,21 @@
 namespace rdbopen {
 
 struct TlsSettings {
-    std::string name;         // for the check; empty: the host by which the server is contacted
+    std::string name;         // required in the certificate; empty: the host by which the server is contacted
     std::string authorities;  // path; empty for the system's
     std::string certificate;  // path, or empty
-    std::string key;          // path; empty like certificate
-    std::string protocol;     // of the application (RFC 7301); empty for none
+    std::string key;          // path; empty if certificate is empty
+    std::string protocol;     // name of the application protocol (RFC 7301); empty for none
 };
 
 //  Words for the options in the reason of a malformed url.
 inline constexpr std::string_view tlsOptionWords = "ca, cert, key and name";
 
-//  Returns the name that a server's certificate must have if no option says another: host without a final dot, or an
-//  address without its zone.
+//  Returns the name that a server's certificate must have if the option name is not given: the host without a final
+//  dot, or the address without its zone.
 std::string nameInCertificate(const std::string& host);
 
-//  Removes the options above from url and returns what they say. Fails with malformedUrl.
+//  Removes the options above from url and returns their values. Fails with malformedUrl.
 Result<TlsSettings> takeTlsOptions(Url& url);
 
 }  // namespace rdbopen

@@ -14,7 +14,7 @@ namespace rdbopen {
 
 namespace {
 
-//  After so many reads the time limit is checked. A record takes two of them.
+//  The time limit is checked after this number of reads. A record takes two reads.
 constexpr int maxReads = 64;
 
 //  The first byte of a record (RFC 8446 section 5.1): change_cipher_spec, alert, handshake or application_data.
@@ -46,7 +46,7 @@ int TlsStream::readWire(BIO* bio, char* bytes, int size) {
     return -1;
 }
 
-//  Every failure of send(2) is a lack of room for OpenSSL, and wire.error is the difference. After a fatal error
+//  Reports every failure of send(2) to OpenSSL as a lack of room; a real failure is in wire.error. After a fatal error,
 //  OpenSSL would forbid the SSL_read of refusalOr (SSL_get_error(3)).
 int TlsStream::writeWire(BIO* bio, const char* bytes, int size) {
     Wire& wire = *static_cast<Wire*>(BIO_get_data(bio));
@@ -60,12 +60,12 @@ int TlsStream::writeWire(BIO* bio, const char* bytes, int size) {
     return -1;
 }
 
-//  There is nothing to flush. Every other command returns 0, which means no.
+//  There is nothing to flush. Every other command returns 0: it is not supported.
 long TlsStream::controlWire(BIO*, int command, long, void*) {
     return command == BIO_CTRL_FLUSH ? 1 : 0;
 }
 
-//  Never freed: a thread may use it while the process exits.
+//  The returned object is never freed: a thread may use it while the process exits.
 const BIO_METHOD* TlsStream::wireMethod() {
     static std::atomic<BIO_METHOD*> made{nullptr};
     if (made.load() != nullptr)
@@ -126,7 +126,7 @@ Status TlsStream::prepare() {
     return setName() ? Status{} : backendFailed("out of memory");
 }
 
-//  A name only in the subject of a certificate does not count (RFC 9525 section 2). An address is not sent to the
+//  A name that is only in the subject of a certificate is ignored (RFC 9525 section 2). An address is not sent to the
 //  server (RFC 6066 section 3).
 bool TlsStream::setName() {
     X509_VERIFY_PARAM* const check = SSL_get0_param(tls_.get());
@@ -151,7 +151,7 @@ Status TlsStream::handshake(const Waiter& waiter, std::chrono::milliseconds unti
     return status;
 }
 
-//  Makes one call of OpenSSL that ends with a number above 0, or reports what it lacks.
+//  Calls an OpenSSL function once. Returns done if its result is above 0, else what the function lacks, or failed.
 template <class Call>
 TlsStream::Step TlsStream::attempt(Call call) {
     ERR_clear_error();
@@ -176,8 +176,8 @@ TlsStream::Step TlsStream::attempt(Call call) {
     return Step::failed;
 }
 
-//  As attempt, and waits for what the call lacks. The time is checked after each call, too: a server that never pauses
-//  needs no wait.
+//  Repeats attempt, and waits each time for what the call lacks. waitFor checks the time first: if the server never
+//  pauses, poll(2) always reports input and never the time limit.
 template <class Call>
 Status TlsStream::complete(Call call, const Waiter& waiter, std::chrono::milliseconds until) {
     for (;;) {
@@ -229,8 +229,8 @@ Status TlsStream::send(std::span<const std::uint8_t> bytes, const Waiter& waiter
     return {};
 }
 
-//  A server that refuses the client certificate sends why and closes, so that sending may fail before this is read.
-//  Returns the refusal that has arrived, if any, else failed.
+//  A server that refuses the client certificate sends the reason and closes the connection. So a send may fail before
+//  the reason was read. Returns the refusal that has arrived, if any, else failed.
 Status TlsStream::refusalOr(const Status& failed) {
     wire_.error = 0;
     std::uint8_t rest[maxInput];
@@ -266,8 +266,8 @@ Status TlsStream::receive(std::span<std::uint8_t> bytes, const Waiter& waiter, s
 }
 
 //  Sends close_notify (RFC 8446 section 6.1) if the socket has room for it. If the server has not confirmed all bytes,
-//  resets the connection instead, which withdraws them. Before the end of the handshake there is no request to
-//  withdraw, and the bytes sent last tell the server why the handshake failed.
+//  resets the connection instead, which discards them. Before the end of the handshake there is no request to discard,
+//  and the bytes sent last inform the server why the handshake failed.
 void TlsStream::close() noexcept {
     const bool established = tls_ && SSL_is_init_finished(tls_.get()) != 0;
     const bool withdraws = established && tcp_.hasUnconfirmed();

@@ -1,13 +1,14 @@
-//  One TLS connection of a back end, over TCP. OpenSSL encrypts; this file makes the calls of send(2) and recv(2), so
-//  that none waits and none raises SIGPIPE.
+//  One TLS connection of a back end, over TCP. OpenSSL encrypts; this class itself calls send(2) and recv(2), so that
+//  no call waits or raises SIGPIPE.
 //
-//      connect, send, receive --> SSL_connect, SSL_write, SSL_read --> BIO of this file --> send(2), recv(2)
+//      connect, send, receive --> SSL_connect, SSL_write, SSL_read --> BIO of this class --> send(2), recv(2)
 //             ^                            |
-//             +---- wait for input or room-+  as long as they report that they lack it
+//             +---- wait for input or room-+  as long as OpenSSL reports that it lacks input or room
 //
-//  The connection ends at the next wait or piece of input after its time limit, whatever the server sends: records
-//  without data, new keys (RFC 8446 section 4.6.3) and new session tickets included. Input is never read ahead, so that
-//  what take has not returned is still in the socket, where poll sees it.
+//  After its time limit, an operation fails at its next wait, and each call of OpenSSL waits after at most 64 reads. So
+//  an operation also ends if the server sends only records without data, new keys (RFC 8446 section 4.6.3) or new
+//  session tickets. Input is never read ahead. So input that take has not returned is still in the socket, and poll(2)
+//  reports it.
 //
 //  Threads: one thread at a time.
 #ifndef RDBAPI_OPEN_NET_TLS_STREAM_H
@@ -41,10 +42,10 @@ private:
     //  What the BIO knows of the socket.
     struct Wire {
         int descriptor = -1;
-        int readsLeft = 0;       // until the BIO reports that there is no more input, although there may be
+        int readsLeft = 0;       // number of reads until the BIO reports a lack of input, even if there is more
         bool heard = false;      // the server has sent a byte
-        std::uint8_t first = 0;  // this byte
-        bool ended = false;      // by the server
+        std::uint8_t first = 0;  // the first byte that the server has sent
+        bool ended = false;      // the server has ended the connection
         int error = 0;           // errno of the call that failed; 0 for none
         int refusedAt = 0;       // depth of the certificate that was not accepted
     };
@@ -72,7 +73,7 @@ private:
     TcpStream tcp_;
     TlsPointer<SSL> tls_;
     Wire wire_;
-    Step lack_ = Step::lacksInput;  // of the last take
+    Step lack_ = Step::lacksInput;  // what the last take lacked
     bool broken_ = false;           // a call has failed, so SSL_shutdown must not follow
 };
 

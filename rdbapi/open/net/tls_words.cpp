@@ -23,7 +23,7 @@ const char* find(const Row<Code> (&rows)[size], Code code) {
     return found == std::end(rows) ? nullptr : found->words;
 }
 
-//  What follows "the server's certificate " or "a certificate of an authority of the server ".
+//  The words after "the server's certificate " or "a certificate of an authority of the server ".
 constexpr Row<long> faults[] = {
     {X509_V_ERR_CERT_HAS_EXPIRED, "has expired"},
     {X509_V_ERR_CERT_NOT_YET_VALID, "is not valid yet, by the clock of this machine"},
@@ -41,7 +41,7 @@ constexpr Row<long> faults[] = {
     {X509_V_ERR_CA_MD_TOO_WEAK, "has a signature that is too weak"},
 };
 
-//  Alerts of the server (RFC 8446 section 6) and what OpenSSL finds itself.
+//  Alerts of the server (RFC 8446 section 6), and failures that OpenSSL itself detects.
 constexpr Row<int> reasons[] = {
     {SSL_R_TLSV13_ALERT_CERTIFICATE_REQUIRED, "the server requires a client certificate (cert=FILE and key=FILE)"},
     {SSL_R_SSLV3_ALERT_HANDSHAKE_FAILURE,

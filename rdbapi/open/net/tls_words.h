@@ -6,12 +6,12 @@
 
 namespace rdbopen {
 
-//  Returns why the server's certificate is not accepted. error: X509_V_ERR_...; depth: the position of the certificate
-//  in question, 0 for the server's own; name: for which the certificate must be.
+//  Returns why the server's certificate is not accepted. error: X509_V_ERR_...; depth: the position of the rejected
+//  certificate in the chain, 0 for the server's own; name: the name that the server's certificate must have.
 std::string certificateWords(long error, int depth, const std::string& name);
 
-//  Returns what an entry of OpenSSL's error queue means; 0 for none. Requires: it is not about the server's
-//  certificate.
+//  Returns the meaning of error, an entry of OpenSSL's error queue; error is 0 if the queue is empty. Requires: error
+//  does not concern the server's certificate.
 std::string tlsErrorWords(unsigned long error);
 
 }  // namespace rdbopen

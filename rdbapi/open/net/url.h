@@ -67,11 +67,11 @@ std::string serversText(const std::vector<Server>& servers);
 //  url.
 Result<std::string> filePathOf(const Url& url);
 
-//  The option history=NUMBER of a database: how many changes of each name it keeps.
+//  The option history=NUMBER of a database: the number of changes of each name that the database keeps.
 inline constexpr std::uint32_t defaultHistory = 1000;
 inline constexpr std::uint32_t maxHistory = 100000;
 
-//  Parses the value of the option, from 0 to maxHistory. Fails with malformedUrl.
+//  Parses the value of the option history, from 0 to maxHistory. Fails with malformedUrl.
 Status parseHistory(std::string_view text, std::uint32_t& history);
 
 //  Returns the decimal number in text. Returns nothing if the number is greater than max, or if text is empty or
