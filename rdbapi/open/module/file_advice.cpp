@@ -9,7 +9,7 @@ void adviseOnFile(const UrlUse& use, std::vector<Advice>& advice) {
     const Result<std::string> path = filePathOf(use.url);
     if (!path.ok())
         return;
-    static_cast<void>(resolveFile(*path, place));  // place.shared is known after a failure, too
+    static_cast<void>(resolveFile(*path, place));  // place.shared is set after a failure, too
     if (!place.shared.empty())
         advice.push_back({Setting::url, std::string(use.urlName) + ": other users can create files in " + place.shared +
                                             ", a folder of the path: use a folder that only the service may write to"});

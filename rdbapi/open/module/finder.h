@@ -1,5 +1,5 @@
-//  Finds the module of a back end. Its name comes from the table of backends.cpp, never from a url. findModule has
-//  three implementations, of which the library and each program with its code link exactly one:
+//  Finds the module of a back end. The module's name comes from the table of backends.cpp, never from a url. findModule
+//  has three implementations. The library, and each program that contains its code, link exactly one of them:
 //
 //      loaded_modules.cpp              librdbapix64.so, open_exit_test: loads modules from the folder of this code
 //      linked_modules.cpp              other unit tests, fuzz targets: the modules are linked into the program

@@ -1,5 +1,5 @@
 //  Finds the back ends that are linked into the program. linked_modules.inc has a row LINKED(SYMBOL, "NAME") for each
-//  of them.
+//  such back end.
 #include "module/finder.h"
 
 #define LINKED(SYMBOL, NAME) RDBAPI_MODULE(SYMBOL);

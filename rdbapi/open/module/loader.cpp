@@ -34,7 +34,7 @@ bool isOfThisVersion(const Module& module) {
            std::string_view(module.version) == RDBAPI_VERSION;
 }
 
-//  Returns whether line of /proc/PID/maps, "START-END MODE ...", is the mapping of address.
+//  Returns whether the line of /proc/PID/maps, "START-END MODE ...", describes the mapping that contains address.
 bool holds(std::string_view line, std::uintptr_t address) {
     std::uintptr_t start = 0;
     std::uintptr_t end = 0;

@@ -1,5 +1,5 @@
-//  Loads the module of a back end, FOLDER/librdbapix64-NAME.so, into the process. It is never unloaded. The descriptor
-//  is rdbapix64_NAME, with "_" for each "-" of the name.
+//  Loads the module of a back end, FOLDER/librdbapix64-NAME.so, into the process. The module is never unloaded. Its
+//  descriptor is rdbapix64_NAME, with "_" for each "-" of the name.
 //
 //  All signals are blocked on the calling thread during the load. Otherwise a signal handler could interrupt dlopen and
 //  call exit, which would run destructors of objects that are only partly loaded. A worker's thread must not load a

@@ -7,10 +7,10 @@
 //        |           |
 //        same position in every version: both are compared before any other member is used
 //
-//  The program and the module use the same C++ types and the same malloc, so both must have the same project version,
-//  and either may free memory of the other. Other code is separate: a module has its own copy of net, files, request,
-//  engine/report and the C++ run time. Therefore no exception leaves a function of the descriptor or of the back end
-//  that make returns (guarded_backend.h); failures are returned as a Status or a Result.
+//  The library and the module use the same C++ types, so both must have the same project version. They also use the
+//  same malloc, so either may free memory of the other. Other code is separate: a module has its own copy of net,
+//  files, request, engine/report and the C++ run time. Therefore no exception leaves a function of the descriptor or of
+//  the back end that make returns (guarded_backend.h); failures are returned as a Status or a Result.
 //
 //  Threads: make and advise may be called on any thread.
 #ifndef RDBAPI_OPEN_MODULE_MODULE_H
@@ -64,7 +64,7 @@ struct Module {
 
 }  // namespace rdbopen
 
-//  Declares the descriptor rdbapix64_SYMBOL and exports it. It is the one symbol that the module exports.
+//  Declares the descriptor rdbapix64_SYMBOL and exports it. The module exports no other symbol.
 #define RDBAPI_MODULE(SYMBOL) extern "C" __attribute__((visibility("default"))) const rdbopen::Module rdbapix64_##SYMBOL
 
 #endif

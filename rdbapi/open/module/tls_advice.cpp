@@ -20,7 +20,8 @@ public:
         advice_.push_back({Setting::url, std::move(text)});
     }
 
-    //  Warns of the first certificate of the option's file that expires soon. Others of the file may be unused.
+    //  Warns only of the first certificate in the file that has expired or expires soon. The connection may not use the
+    //  other ones.
     void onExpiry(const std::string& option, const std::string& path) {
         const Result<Certificates> certificates = readCertificates(path);
         if (!certificates.ok())
@@ -54,7 +55,7 @@ private:
 
 }  // namespace
 
-//  The context reports the first file that the connection cannot use.
+//  makeTlsContext fails at the first file that a connection could not use; its reason becomes a warning.
 void adviseOnTls(const UrlUse& use, std::vector<Advice>& advice) {
     Url rest = use.url;
     const Result<TlsSettings> settings = takeTlsOptions(rest);

@@ -1,4 +1,4 @@
-//  Advice on the files of a url with TLS (net/tls_settings.h), for each back end that has it.
+//  Advice of addrpubd-check on the files that the TLS options of a url name (net/tls_settings.h).
 #ifndef RDBAPI_OPEN_MODULE_TLS_ADVICE_H
 #define RDBAPI_OPEN_MODULE_TLS_ADVICE_H
 
@@ -6,8 +6,8 @@
 
 namespace rdbopen {
 
-//  Adds a warning for a file that cannot be used, a key that others can read or write, a key of another certificate,
-//  and a certificate that has expired or does so within 14 days.
+//  Adds warnings: for a file that cannot be used, a key that other users can read or write, a key that does not belong
+//  to the certificate, and a certificate that has expired or expires within 14 days.
 void adviseOnTls(const UrlUse& use, std::vector<Advice>& advice);
 
 }  // namespace rdbopen
