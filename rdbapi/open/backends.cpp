@@ -34,7 +34,7 @@ Result<const Module*> moduleForUrl(const Url& url) {
     const auto* const row =
         std::find_if(std::begin(schemes), std::end(schemes), [&](const auto& r) { return r.scheme == url.scheme; });
     if (row == std::end(schemes))
-        return Status{errorUnknownScheme, "unknown url scheme"};  // not quoted: a misplaced password may be in the url
+        return Status{errorUnknownScheme, "unknown url scheme"};  // without the url: it may have a misplaced password
     Result<const Module*> module = findModule(std::string(row->backEnd));
     if (module.status().code == errorNotInstalled)
         return Status{errorNotInstalled, module.status().reason + advice(row->packages)};

@@ -39,7 +39,7 @@ function(addrpubd_back_end name)
     endif()
     add_library(rdbopen_${name} STATIC ${ARGN} ${module})
     target_link_libraries(rdbopen_${name} PUBLIC rdbopen_support)
-    #  The module has its own copy, so the linker must be able to leave this one out.
+    #  The module has its own copy of this file, so the linker must be able to leave out that of the static library.
     set_source_files_properties(${module} PROPERTIES SKIP_UNITY_BUILD_INCLUSION ON)
 
     #  Exports only the descriptor.
