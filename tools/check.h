@@ -1,10 +1,10 @@
 //  Checks an ini file: which settings the service reads from it, what the service does with them, and which mistakes
 //  are likely.
 //
-//  What the service does is found out by running its own code: its ini reader, its table of settings, its port list
-//  parser, its log and url classes, and the modules of the open client library that the service would load. Code of the
-//  check itself only looks for likely mistakes. The check changes no file and connects to no configured server. It
-//  resolves the host name of a log url, as the service does when it starts.
+//  To find out what the service does, the check runs the service's own code: ini reader, table of settings, port list
+//  parser, log and url classes, and the modules of the open client library that the service would load. The check's own
+//  code only searches for likely mistakes. The check changes no file and connects to no configured server. It resolves
+//  the host name of a log url, as the service does when it starts.
 //
 //  Threads: one check at a time.
 #ifndef TOOLS_CHECK_H
@@ -33,7 +33,7 @@ struct Subject {
 
     const std::string& text(Setting setting) const { return run.*settings[setting].text; }
 
-    //  Returns the text that the client library receives: the bytes before the first zero byte.
+    //  Returns the text of a setting that the client library receives: the bytes before the first zero byte.
     std::string given(Setting setting) const { return text(setting).substr(0, text(setting).find('\0')); }
 };
 
@@ -43,7 +43,7 @@ std::string defaultPath(const std::string& folder, const std::string& usual_plac
 
 //  Checks the file at path. Returns false and sets problem to the reason if the check is not possible. A file that
 //  cannot be opened is reported as a finding. UTF-16 text without a host name is also a finding; then the mode of the
-//  file is the only other thing that is reported.
+//  file may cause the only other findings.
 bool checkFile(const std::string& path, CReport& report, std::string& problem);
 
 //  Checks bytes as the contents of a file. Returns false if the probe fails (ini_probe.h).

@@ -67,9 +67,9 @@ bool isSecretLine(const IniLine& line) {
     return line.setting != no_setting && settings[line.setting].secret;
 }
 
-//  There is no warning if a blank precedes "#" or ";", because then it starts a comment. There are two exceptions, in
-//  which text that follows without a blank causes a warning: an empty value, and a password, because a password with
-//  blanks may contain " #".
+//  A "#" or ";" ends the value. If no blank precedes it, there is a warning, because it may be intended as part of the
+//  value. After a blank, it usually starts a comment. There is then a warning only if text follows it without a blank
+//  and the value is empty or a password: a password with blanks may contain " #".
 void checkEnd(const IniLine& line, CReport& report) {
     if (line.rest.empty() || line.rest == "\r")
         return;

@@ -1,5 +1,5 @@
-//  Checks whether other users may read or write the ini file and the password files. Access by the group is accepted,
-//  because the group may be that of the service.
+//  Checks whether other users may read or write the ini file and the password files. Access by the file's group is
+//  accepted, because this group may be that of the service.
 #include "check.h"
 #include "show.h"
 

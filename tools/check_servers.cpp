@@ -29,7 +29,7 @@ std::string joined(const std::vector<std::string>& words) {
     return out;
 }
 
-//  Returns the names of those settings of the server that are set. there: false for those that are not set instead.
+//  Returns names of settings of the server. there: true for the settings that are set, false for those that are not.
 std::vector<std::string> namesOf(const Subject& subject, const Server& server, bool there) {
     std::vector<std::string> names;
     for (const Setting setting : {server.url, server.user, server.password})

@@ -36,7 +36,7 @@ public:
     void compare(ServerKind kind);
 
     //  Compares the answer of the resolver with the addresses that the DNS server has or, if it cannot show them,
-    //  should have. Does nothing without a DNS server that has answered.
+    //  should have. Does nothing if dns_name_ is empty.
     void compareResolver();
 
     bool equal() const { return equal_; }
@@ -57,7 +57,7 @@ private:
 
     const CRunCls& run_;
     const ConnectConsole& console_;
-    std::string dns_name_;     // of the host in DNS; empty without a DNS server that has answered
+    std::string dns_name_;     // Holdings::name of the DNS server; empty if no Holdings could be obtained
     Addresses dns_addresses_;  // that the resolver should return
     bool equal_ = true;
 };

@@ -31,9 +31,9 @@ struct ConnectConsole {
     bool service_runs = false;  // on this machine
 };
 
-//  Returns status_clean if every server allows what the service does and has what it writes, and the resolver answers
-//  with it; else status_warnings. A server that is not configured is skipped. The records of a server that cannot show
-//  them are not compared.
+//  Returns status_clean if every server allows what the service does and has the data that the service writes, and the
+//  resolver answers with the same addresses; else status_warnings. A server that is not configured is skipped. The
+//  records of a server that cannot show them are not compared.
 int compareServers(const CRunCls& run, const ConnectConsole& console);
 
 //  The whole mode, with the file at path. Returns an exit status of the tool.

@@ -4,7 +4,8 @@
 //      hostname = h # note            key "junkhostname", its first 4 bytes from line 1; value "h", rest is "# note"
 //
 //  Only a line feed ends a line, as in an editor. At a line feed the reader is not inside a value, header or comment.
-//  So its state is the unfinished key; the name of the section, which it also keeps, selects no setting.
+//  So the only state that matters for the next line is the unfinished key. The reader also keeps the name of the
+//  section, which selects no setting.
 #ifndef TOOLS_INI_LINES_H
 #define TOOLS_INI_LINES_H
 
@@ -18,9 +19,9 @@ namespace check {
 struct IniLine {
     std::size_t number = 0;            // line number, from 1
     std::vector<IniCall> calls;        // calls of the reader's callback; only the last can be a setting
-    std::string left;                  // text of this line that becomes the start of the next key
+    std::string left;                  // text of this line with which the next key starts
     bool keeps_front = false;          // the next key also contains text of earlier lines
-    bool sets = false;                 // the line has a setting, which is calls.back()
+    bool sets = false;                 // the line has a key and a value, in calls.back()
     std::size_t key_front = 0;         // number of bytes of the setting's key that are from earlier lines
     std::size_t key_from = 0;          // line in which these bytes start; 0 if there are none
     std::size_t setting = no_setting;  // index of the setting; no_setting for an unknown key

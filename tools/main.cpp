@@ -11,7 +11,7 @@
 
 namespace {
 
-//  The ini file of an installation of this build.
+//  Path of the ini file after an installation of this build.
 constexpr char usual_place[] = ADDRPUBD_INI;
 
 constexpr char usage[] =

@@ -5,7 +5,7 @@
 //      DNS server dns://ns.example.org/example.org:
 //        delete host1.example.org AAAA 2001:db8::1          what the service wrote
 //        keep   host1.example.org TXT: it is of another type
-//        note   names of other HTTPS ports ...              what the server could not be asked
+//        note   names of other HTTPS ports ...              what may exist, but the server cannot be asked for it
 //
 //  Deletes nothing before it has printed this, and then only after "yes" was typed on a terminal, or with --yes.
 //  Deletes nothing while the service runs with these settings, because it would publish the name again.
@@ -22,8 +22,8 @@ class CRunCls;
 namespace check {
 
 struct RemoveOptions {
-    bool yes = false;                  // delete without a question
-    bool with_tag = false;             // also from the rdb server
+    bool yes = false;                  // delete without asking for confirmation
+    bool with_tag = false;             // delete also from the rdb server
     std::vector<std::uint16_t> ports;  // further HTTPS ports of the host
     std::string file;                  // empty if the command line names none
 };
@@ -38,8 +38,8 @@ struct RemoveConsole {
     bool service_runs = false;                      // with these settings
 };
 
-//  Shows and deletes. Returns status_clean if nothing of the service remains at the servers in question, else
-//  status_warnings.
+//  Shows the records and deletes them. Returns status_clean if no record of the service remains at the servers in
+//  question, else status_warnings.
 int removeName(const CRunCls& run, const RemoveOptions& options, const RemoveConsole& console);
 
 //  The whole mode: reads the file options.file, and uses the terminal. Returns an exit status of the tool.

@@ -1,4 +1,4 @@
-//  What the system's resolver answers for a name (resolv.conf(5)).
+//  Asks the system's resolver (resolv.conf(5)) for the addresses of a name.
 #ifndef TOOLS_RESOLVER_H
 #define TOOLS_RESOLVER_H
 
@@ -12,7 +12,7 @@ namespace check {
 struct ResolverAnswer {
     std::string problem;                 // why there is no answer; empty if there is one
     std::vector<std::string> addresses;  // of AAAA records, in the form of inet_ntop
-    std::uint32_t ttl = 0;               // s: the smallest one of these records
+    std::uint32_t ttl = 0;               // smallest TTL of these records, in s
 };
 
 //  Queries the AAAA records of name. Waits at most 2 s for each name server of resolv.conf.

@@ -45,7 +45,8 @@ RunningService findByPidFile(const std::string& ini, const char* pid_path) {
     return found;
 }
 
-//  An instance of the unit has settings of its name. Only its processes see its pid file under the usual path.
+//  The instance NAME of the unit has the settings NAME.ini. Only its own processes see its pid file under the usual
+//  path, so its state file is read instead.
 RunningService findInstance(const std::string& ini, const std::string& runtime) {
     constexpr std::string_view ending = ".ini";
     const std::string file = ini.substr(ini.rfind('/') + 1);

@@ -117,7 +117,7 @@ rdbopen::Status CServerAccess::examine(std::vector<rdbopen::Examination>& result
     return backend_->inspector()->examine(host_, results);
 }
 
-//  The service sends no request without an address.
+//  The service sends no request while the host has no address, so there is nothing to compare then.
 rdbopen::Status CServerAccess::compareRecords(const std::vector<std::string>& addresses) {
     if (backend_->updates() == nullptr || addresses.empty())
         return {};

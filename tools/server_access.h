@@ -34,8 +34,8 @@ public:
     //  end could not be created.
     const std::string& label() const { return label_; }
 
-    //  Connects without changing anything. Fails with the failure of the constructor, too. The limits of time of this
-    //  and of all other operations are those of the back end.
+    //  Connects without changing anything. Also fails if the back end could not be created, or does not serve this kind
+    //  of server. The time limits of this and all other operations are those of the back end.
     rdbopen::Status connect();
 
     //  Returns what the server has of the host. Requires, as all operations below: connect has succeeded.

@@ -14,12 +14,12 @@ constexpr std::string_view mask = "***";
 constexpr std::string_view known_options[] = {"addresses", "algorithm", "check",     "db", "expire",
                                               "history",   "level",     "parameter", "ttl"};
 
-//  Options whose values are words, patterns of interface names or zones, and those whose values are IPv6 prefixes.
+//  Options whose values are words, patterns of interface names or zones; then options whose values are IPv6 prefixes.
 constexpr std::string_view word_options[] = {"ptr", "skip"};
 constexpr std::string_view prefix_options[] = {"only"};
 
-//  Options whose values are paths and host names. The path of a key is left out: it is where a key itself would be
-//  written by mistake.
+//  Options whose values are paths or host names. The option key is missing here: by mistake, its value may be the key
+//  itself instead of the path of its file.
 constexpr std::string_view place_options[] = {"ca", "cert", "name"};
 
 std::string escaped(std::string_view text, std::string_view with_backslash) {

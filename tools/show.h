@@ -14,10 +14,12 @@ std::string printable(std::string_view text);
 //  results.
 std::string quoted(std::string_view text);
 
-//  Returns url with possible secrets replaced by ***. These are: everything between "://", or else the start of the
-//  url, and the last "@" of the whole url, unless a "/" follows "://"; in the query, each option without "=" and the
-//  value of each unknown option. Known options are those of the log url and of the open client library, except key.
-//  Their values are shown if they contain only characters that the option needs.
+//  Returns url with possible secrets replaced by ***:
+//      - the text between "://" (without it: the start of the url) and the last "@" of the whole url, unless a "/"
+//        follows "://"
+//      - in the query, each option without "=", and the value of each unknown option
+//  Known options are those of the log url and of the open client library, except key. The value of a known option is
+//  shown if it contains only characters that the option needs.
 std::string withoutSecrets(const std::string& url);
 
 }  // namespace check

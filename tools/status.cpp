@@ -15,11 +15,11 @@ namespace {
 
 constexpr char usual_folder[] = "/run/addrpubd";
 
-//  The worker carries out each action when it is due, but writes a success that changes nothing only 50 s or more after
+//  The worker carries out each action when it is due. It writes a success that changes nothing only 50 s or more after
 //  the last write. An exchange with a server takes at most 20 s, without the time of the resolver.
 constexpr std::int64_t max_delay = 120'000;  // ms
 
-//  Without checks the service itself repeats each request after 600 s.
+//  If the back end has no checks, only the service repeats each request, after 600 s.
 constexpr std::int64_t max_silence = 600'000 + max_delay;  // ms
 
 enum class Format { text, json, metrics };

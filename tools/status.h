@@ -40,12 +40,12 @@ std::string jsonOf(const Reading& reading, const std::string& folder, Time now);
 //  Returns metrics in the text format of Prometheus.
 std::string metricsOf(const Reading& reading, Time now);
 
-//  Returns the moment in seconds since 1970 with three decimals. It is computed from the time that has passed since, so
-//  a change of the system time in between does not falsify it.
+//  Returns time in seconds since 1970 with three decimals. The result is now minus the duration since then, so it is
+//  correct even if the system time was changed in between.
 std::string secondsText(Time time, Time now);
 
-//  Returns what an update request publishes: its name and addresses, or the request itself if it has another form.
-//  Returns name and value of any other item.
+//  For an update request, returns the name and addresses that it publishes, or the request itself if it has another
+//  form. For any other item, returns name and value.
 std::string summaryOf(const Item& item);
 
 //  Returns the reason why there is no present state. Requires: reading.found is not running.

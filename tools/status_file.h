@@ -1,5 +1,5 @@
-//  The state file of a running service (rdbapi/open/engine/state_board.h), as docs/user/state.md describes it: reads
-//  and parses it.
+//  Reads and parses the state file of a running service (rdbapi/open/engine/state_board.h). docs/user/state.md
+//  describes the format.
 //
 //  The file may contain anything, because the user of the service can write it. The parser accepts only what the format
 //  allows, ignores lines with unknown keys, and keeps texts unescaped; show.h makes them printable.
@@ -50,7 +50,7 @@ struct Server {
     std::vector<Item> published;
     std::optional<Next> next;
     bool tag_pending = false;
-    //  Numbers since the start of the service.
+    //  Counts since the start of the service.
     std::uint64_t connections = 0;
     std::uint64_t losses = 0;
     std::uint64_t retries = 0;
@@ -66,7 +66,7 @@ struct State {
     std::vector<Server> servers;
 };
 
-//  Parses the text of a state file. Returns nothing if it is not one, with the reason in problem.
+//  Parses the text of a state file. If the text is malformed, returns nothing and sets problem to the reason.
 std::optional<State> parseState(std::string_view text, std::string& problem);
 
 //  What a folder contains.
@@ -79,7 +79,7 @@ enum class Found {
 
 struct Reading {
     Found found = Found::nothing;
-    std::string problem;        // why, for unknown
+    std::string problem;        // the reason, if found is unknown
     State state;                // for running and ended
     bool earlier_boot = false;  // the state was written before the last start of the system
 };

@@ -1,4 +1,4 @@
-//  The state as metrics for Prometheus. A server of the service is the label "server"; it contains no password.
+//  The state as metrics for Prometheus. The label "server" names a server of the service; it contains no password.
 #include "show.h"
 #include "status.h"
 
@@ -8,7 +8,7 @@ namespace status {
 
 namespace {
 
-//  Bytes that are not printable ASCII may be no valid UTF-8, which would make the whole file invalid.
+//  Escapes bytes that are not printable ASCII: they may not be valid UTF-8, which would make the whole file invalid.
 std::string escapedLabel(std::string_view text) {
     std::string out;
     for (const char c : check::printable(text))
@@ -28,7 +28,7 @@ struct Metric {
     const char* name;
     const char* type;
     const char* help;
-    std::string (*value)(const Server& server, Time now);  // empty: no sample
+    std::string (*value)(const Server& server, Time now);  // an empty result means no sample
 };
 
 std::string timeOf(const std::optional<Time>& time, Time now) {

@@ -13,13 +13,13 @@ namespace {
 
 constexpr std::size_t max_size = 1 << 20;  // bytes; a real file has a few kilobytes
 
-//  The writer may replace the file while it is read, which releases the lock of the old one. Then the new file is read.
-//  The time between two writes is much longer than a read, so a second replacement in a row is already improbable.
+//  The writer may replace the file while it is read, which releases the lock of the old file. The new file is then
+//  read. The time between two writes is much longer than a read, so a second replacement in a row is improbable.
 constexpr int max_attempts = 20;
 
 class Descriptor {
 public:
-    //  O_NONBLOCK: the open of a pipe does not wait.
+    //  With O_NONBLOCK, opening a pipe does not wait.
     explicit Descriptor(const std::string& path)
         : fd_(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY)) {}
     Descriptor(const Descriptor&) = delete;
@@ -46,7 +46,7 @@ bool readAll(int fd, std::string& text, std::string& problem) {
     return problem.empty();
 }
 
-//  Asks as a reader would, so that read locks, which every user can take, do not count.
+//  The query is for a read lock, which other read locks do not prevent: every user can take a read lock.
 bool isWriteLocked(int fd) {
     struct flock whole {};
     whole.l_type = F_RDLCK;
