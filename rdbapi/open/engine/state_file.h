@@ -9,7 +9,7 @@
 //  again. No syscall of a write waits for another process.
 //
 //  If a reader finds no write lock on FOLDER/state, the writer has ended without removing the file. The lock is on the
-//  file itself, so it proves this for exactly the file that was read. Another file, FOLDER/state.lock, selects the
+//  file itself, so it proves this for exactly the file that was read. Another lock, on FOLDER/state.lock, selects the
 //  writer: all users may open FOLDER/state, and a read lock on it must not prevent a process from becoming the writer.
 //  All locks belong to an open file description, so a child that keeps the descriptors after fork keeps the locks; the
 //  service does not fork after its first connection.

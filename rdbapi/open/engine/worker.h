@@ -12,9 +12,9 @@
 //  The service needs its tag: while it is connected without the tag, it publishes nothing. Therefore a request for a
 //  tag (Call::required) ends the connection if it is refused, fails or gets no answer within callLimit:
 //      (1) Event 60003 follows at once. An exchange in progress is cancelled if it waits for a socket.
-//      (2) The worker repeats the request each time it has opened the back end. Event 60001 follows only after the
-//          request has succeeded within callLimit or has proved impossible (errorBadRequest), or a lookup has shown
-//          that the tag does not exist.
+//      (2) The worker repeats the request each time it has opened the back end. Event 60001 follows only after one of
+//          these results: the request has succeeded within callLimit, it can never succeed (errorBadRequest), or a
+//          lookup has shown that the tag does not exist.
 //      (3) At least awayTime passes before the next 60001, even if the request could succeed earlier.
 //  If any other request is refused, for example a put, the connection stays open.
 //
