@@ -24,8 +24,8 @@ public:
     //  Connects to an address; times out at the given time.
     using Connect = std::function<Status(const ServerAddress&, std::chrono::milliseconds)>;
 
-    //  Uses the connection until the given time, after which the next address should be tried. If the returned status
-    //  has failover set, the next address is tried at once.
+    //  Uses the connection, at most until the given time, so that time remains for the next address. If the returned
+    //  status has failover set, the next address is tried at once.
     using Attempt = std::function<Status(std::chrono::milliseconds)>;
 
     //  Resolves the names of servers. Fails if no server has an address. getaddrinfo(3) has its own time limits, and

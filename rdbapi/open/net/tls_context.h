@@ -30,8 +30,8 @@ using TlsPointer = std::unique_ptr<T, FreeTls>;
 using Certificates = std::vector<TlsPointer<X509>>;
 
 //  Initialises OpenSSL, once. OpenSSL then registers no exit handler, because threads of the library may still use it
-//  during exit. prepareTls is called on the thread of rdb_connectex, which also loads modules (module/loader.h). All
-//  signals are blocked during the call. Fails with errorNoResources.
+//  during exit. The library calls prepareTls on the thread of rdb_connectex, which also loads modules
+//  (module/loader.h). All signals are blocked during the call. Fails with errorNoResources.
 Status prepareTls();
 
 //  Reads all certificates of a file, at least one. The reason of a failure begins with the path.
