@@ -1,4 +1,4 @@
-//  Checks the log url. The service's own log classes open it, but they report no reason for a failure. So the parts of
+//  Checks the log url. The service's own log classes open the log, but report no reason for a failure. So the parts of
 //  the url are also checked separately.
 #include "check.h"
 #include "show.h"
