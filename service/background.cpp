@@ -1,7 +1,8 @@
 //  Start in the background: the code of the parent and of the child.
 //
-//      parent   claims the pid file   fork   unlocks it    polls the queue, prints each text ... removes the queue
-//      child                                 setsid, chdir   claims the pid file   starts, sends texts  /dev/null  runs
+//      parent   claims the pid file | fork | unlocks it    | polls the queue, prints each text ... | removes the queue
+//      child                               | setsid, chdir | claims the pid file | sends "start..." | starts
+//                                          | /dev/null     | sends the result    | runs
 //
 //  The file is deliberately claimed twice. The parent's claim orders concurrent starts. The child's claim writes the
 //  pid of the service into the file.
@@ -24,13 +25,13 @@ namespace {
 constexpr char end_marker[] = "finished";
 constexpr useconds_t poll_microseconds = 100'000;
 constexpr int poll_limit = 300;         // maximum number of polls, about 30 s
-constexpr int silent_polls = 100;       // if no text has arrived after this number of polls,
-constexpr int silent_poll_limit = 150;  // this is the maximum number of polls, about 15 s
+constexpr int silent_polls = 100;       // number of polls without a text after which silent_poll_limit applies
+constexpr int silent_poll_limit = 150;  // maximum number of polls if no text has arrived, about 15 s
 
-//  Flushes standard output. A reader such as "head" in "-start | head -n 1" may have exited. The resulting SIGPIPE must
-//  not end the parent before it removes the queue, or the child before it is the service. So SIGPIPE is ignored, but
-//  only during the flush: the client library, and any process that it starts, keep the disposition that the program had
-//  at its start.
+//  Flushes standard output. Its reader, such as "head" in "-start | head -n 1", may have exited, which causes SIGPIPE.
+//  The signal must not end the parent before the parent removes the queue, nor the child before the child is the
+//  service. So SIGPIPE is ignored, but only during the flush: the client library, and any process that it starts, keep
+//  the disposition that the program had at its start.
 void flushOutput() {
     struct sigaction ignored = {};
     struct sigaction previous = {};

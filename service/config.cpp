@@ -49,7 +49,7 @@ void parsePortList(const std::string& text, olk::vector_<std::uint16_t>& ports) 
     std::size_t position = 0;
     std::string item;
     while (position < text.size() && readItem(text, position, item)) {
-        //  strtol handles an empty item, which becomes 0, and trailing blanks, which end the number.
+        //  strtol returns 0 for an empty item, and stops at a trailing blank.
         const auto port = static_cast<std::uint16_t>(std::strtol(item.c_str(), nullptr, 10));
         if (port != 0)
             ports.push_back(port);

@@ -50,8 +50,8 @@ void CDaemon::stop(int timeout_seconds) {
 }
 
 //  Queries the lock once a second, at most timeout_seconds times. Returns true when the lock is free, cannot be
-//  queried, or has a holder without a known pid. The last holder of the lock may be another instance than the one that
-//  received the signal.
+//  queried, or has a holder without a known pid. Does not detect that the instance has released the lock if another
+//  instance has taken it since the last query.
 bool CDaemon::awaitRelease(int timeout_seconds) const {
     for (int checks = 0; checks < timeout_seconds; ++checks) {
         pid_t pid = -1;

@@ -37,8 +37,8 @@ bool CDaemon::claimInstance(int& result) {
     pid_fd = openPidFile(pid_work_path);
     pid_t holder = -1;
     const PidFileState state = pid_fd == -1 ? PidFileState::no_access : queryPidLock(pid_fd, holder);
-    //  0 means claimed. A holder in a pid namespace that is not visible here also has pid 0. In that case this process
-    //  continues, and its second claim waits until the holder releases the lock.
+    //  outcome is 0 if this process has claimed the lock. It is also 0 if the holder is in a pid namespace that is not
+    //  visible here. This process then continues, and its second claim waits until the holder releases the lock.
     int outcome = -1;
     if (state == PidFileState::free)
         outcome = writePid();

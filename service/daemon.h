@@ -29,8 +29,9 @@ public:
     //  fails. Returns 2 in a child that cannot change its directory.
     int start();
 
-    //  Ends the running instance with SIGTERM. If the lock is still held after timeout_seconds, sends SIGKILL; sends it
-    //  at once if timeout_seconds is below 1.
+    //  Ends the running instance with SIGTERM. Then queries the lock at once and after each second, timeout_seconds
+    //  times in all. If the lock is held each time, sends SIGKILL one second after the last query. If timeout_seconds
+    //  is below 1, sends SIGKILL at once.
     void stop(int timeout_seconds);
 
     //  Prints whether an instance runs.

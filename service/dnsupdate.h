@@ -12,9 +12,9 @@
 #include <cstdint>
 #include <string>
 
-//  One DNS update. The text omits a member whose field is empty, and the timestamp if it is not above 0; ports are
-//  always written. A list of addresses yields two members, such as "ipv6s" with all addresses and "ipv6" with the
-//  first.
+//  One DNS update. If a field is empty, its member is not written. The timestamp is not written if it is 0 or less. The
+//  ports are always written. A list of addresses yields two members, such as "ipv6s" with all addresses and "ipv6" with
+//  the first address.
 struct DnsUpdateItem {
     std::int64_t timestamp = 0;              // milliseconds since the epoch
     olk::string name;                        // host name
@@ -26,7 +26,7 @@ struct DnsUpdateItem {
 //  Bytes reserved for a request. They are enough for a few addresses, so that the text usually need not grow.
 constexpr std::size_t dns_request_reserve = 400;
 
-//  Splits an address list at each "," and appends the pieces to addresses in order. Skips empty pieces.
+//  Splits list at each "," and appends the pieces in order to the vector addresses. Skips empty pieces.
 void splitAddressList(const std::string& list, olk::vector_<olk::string>& addresses);
 
 //  Appends the request text to out. If memory is exhausted, parts of the text are missing, and this is not reported.

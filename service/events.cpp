@@ -1,5 +1,5 @@
-//  The callbacks of the client library. Each reads the pointer to the log once, because the exit signal sets it to
-//  null.
+//  The callbacks of the client library. Each callback reads the pointer to the log only once, because the exit signal
+//  may set the pointer to null while the callback runs.
 #include "exitsignal.h"
 #include "runcls.h"
 
@@ -7,9 +7,9 @@
 
 namespace {
 
-//  Four members are written both here and by the publish cycle, or written here and read by it. The callbacks write
-//  these members only through the following functions. The list of exceptions for the thread sanitizer names these
-//  functions and nothing else.
+//  The callbacks write four members that the publish cycle reads, and two of them also the cycle writes. The callbacks
+//  write these members only through the following four functions, which the list of exceptions for the thread sanitizer
+//  names.
 void storeRdbConnected(CRunCls& run, std::uint32_t connected) {
     run.rdb_connected = connected;
 }
@@ -34,8 +34,8 @@ void compilerBarrier() {
 
 }  // namespace
 
-//  A cleared mark is the time 0, which is long ago. So after a reconnection the next cycle sends the list even if it is
-//  unchanged.
+//  A cleared mark is the time 0, which is long ago. So after a reconnection the next cycle puts or sends the list even
+//  if the list is unchanged.
 void onRdbEvent(std::int32_t event, std::int64_t, void* user) {
     const CallbackStep step;
     CRunCls& run = *static_cast<CRunCls*>(user);

@@ -17,8 +17,8 @@
 
 namespace {
 
-//  Shared by the handlers and the code that they interrupt, mostly on the same thread. The accesses must take place in
-//  program order. The compiler keeps this order, because all accesses have the default memory order.
+//  The signal handlers share these variables with the code that they interrupt, mostly on the same thread. The accesses
+//  must take place in program order. The compiler keeps this order, because all accesses have the default memory order.
 constinit std::atomic<pthread_t> service_thread{0};  // 0 before installExitSignals
 constinit std::atomic<int> pending_signal{0};        // number of the first exit signal; 0 before it
 constinit std::atomic<int> ticks_left{0};            // ticks until the current wait ends
@@ -76,7 +76,7 @@ void closeConnection(std::int32_t& handle) {
 
 //  Waits until the callbacks on other threads that may still use the log have returned. Each pause ends at the next
 //  tick at the latest. A callback that has not returned when the time limit expires is most likely blocked while it
-//  writes to the console; after that it does not access the log object.
+//  writes to the console. After the write the callback does not access the log object.
 void awaitCallbacks() {
     setTicks(max_callback_ticks + 1, short_tick);
     while (callbacks != 0 && ticking && ticks_left > 1)
@@ -97,7 +97,7 @@ void stopApplication(CRunCls& run) {
     closeConnection(run.dns_handle);
 }
 
-//  SIGALRM is unblocked, because this function may have been called by the handler of SIGALRM.
+//  Unblocks SIGALRM, because the handler of SIGALRM may have called this function.
 [[noreturn]] void endProcess() {
     ticks_left = max_end_ticks;
     ending = true;
@@ -117,7 +117,7 @@ void stopApplication(CRunCls& run) {
 }
 
 //  Returns true if the step may continue until a later tick or until its end. Without ticks a step could block forever,
-//  so the process then ends at once.
+//  so without ticks the process ends at once.
 bool stepMayContinue() {
     return in_step && ticking && (ticks_left > 0 || !olk::get_olk_alloctor_self()->unlocked());
 }

@@ -32,10 +32,10 @@ constexpr long long_tick = 500'000;
 constexpr int max_step_ticks = 5;       // short ticks after which a step is interrupted, see (3)
 constexpr int max_callback_ticks = 50;  // short ticks for callbacks on other threads to return
 constexpr int max_call_ticks = 10;      // long ticks for one call of the client library
-constexpr int max_end_ticks = 3;        // long ticks for each other part of the end
+constexpr int max_end_ticks = 3;        // long ticks for every other part of the shutdown
 
-//  Handles SIGINT and SIGTERM: logs the stop, releases the log, closes both connections and exits with status 0; in a
-//  step it does so later, as shown above. Only the first signal has an effect.
+//  Handles SIGINT and SIGTERM: logs the stop, releases the log, closes both connections and exits with status 0. If the
+//  signal interrupts a step, this happens later, as shown above. Only the first signal has an effect.
 void onExitSignal(int signal_number);
 
 //  Makes the calling thread the service's thread, installs onExitSignal for both signals and unblocks them.
@@ -55,7 +55,8 @@ public:
 void endIfSignalled();
 
 //  The scope of a callback of the client library. If the callback runs on a thread other than the service's thread, the
-//  shutdown waits for it before it destroys the log. The object must be created before the pointer to the log is read.
+//  shutdown waits for the end of the callback, at most max_callback_ticks, and then destroys the log. The callback must
+//  create the object before it reads the pointer to the log.
 class CallbackStep {
 public:
     CallbackStep() noexcept;

@@ -14,11 +14,12 @@
 #include <functional>
 #include <string>
 
-//  Called for each value and, with an empty key and value, for each section header, except one that the end of the file
-//  cuts off. Reading stops if it returns true.
+//  Called for each value. Also called for each section header, with an empty key and an empty value. A header that the
+//  end of the file cuts off is ignored. Reading stops if the callback returns true.
 using IniCallback = std::function<bool(const std::string& section, const std::string& key, const std::string& value)>;
 
-//  Reads the file at path. Skips a UTF-8 byte order mark at its start. Returns false if the file cannot be opened.
+//  Reads the file at path. Skips a UTF-8 byte order mark at the start of the file. Returns false if the file cannot be
+//  opened.
 bool read_ini_file(const char* path, const IniCallback& callback);
 
 //  Returns the folder of the executable, ending with "/". Returns an empty text if the folder is unknown; a file name

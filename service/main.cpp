@@ -57,9 +57,9 @@ void runCommand(const char* word) {
     ignoreCommand();
 }
 
-//  Opens /dev/null for each standard descriptor that is closed. Otherwise the pid file, a socket or the client library
-//  would get the number of a standard descriptor. Output would then be written there, and redirecting the standard
-//  descriptors would close it.
+//  Opens /dev/null for each standard descriptor that is closed. Otherwise the pid file, a socket or a file of the
+//  client library could get the number of a standard descriptor. Output would then be written to this file or socket,
+//  and redirecting the standard descriptors would close it.
 void fillStandardDescriptors() {
     int fd;
     do

@@ -2,7 +2,8 @@
 //
 //      | type: long, always 1 | text and terminating zero |       System V message, key 23213
 //
-//  The parent or the child, whichever is first, creates the queue; the parent removes it. Neither of them waits on it.
+//  The parent or the child, whichever is first, creates the queue; the parent removes it. Sending and receiving never
+//  wait.
 #ifndef SERVICE_MSGQUEUE_H
 #define SERVICE_MSGQUEUE_H
 
@@ -23,8 +24,8 @@ public:
     int send(const char* text);
 
     //  Takes the next message, of any type, and copies its bytes to text, which must have room for max_text bytes. Adds
-    //  no terminating zero; later bytes of text keep their values. Returns the number of bytes, or -1 on failure, for
-    //  example if there is no queue, no message, or a message that is longer than max_text.
+    //  no terminating zero; the bytes of text after the message keep their values. Returns the number of bytes, or -1
+    //  on failure, for example if there is no queue, no message, or a message that is longer than max_text.
     int receive(char* text);
 
     //  Removes the queue from the system.

@@ -12,8 +12,8 @@
 namespace {
 
 constexpr char no_address[] = "null";        // address list of a host without publishable addresses
-constexpr std::uint64_t max_put_age = 5999;  // tenths of a second; an unchanged list is put again when older
-constexpr std::uint64_t max_sent_age = 599;  // seconds; an unchanged list is sent again when older
+constexpr std::uint64_t max_put_age = 5999;  // tenths of a second; after that an unchanged list is put again
+constexpr std::uint64_t max_sent_age = 599;  // seconds; after that an unchanged list is sent again
 
 //  Returns the distance between two clock readings. Unsigned subtraction cannot overflow, whatever the clock shows.
 std::uint64_t difference(std::int64_t a, std::int64_t b) {
@@ -79,7 +79,7 @@ void CRunCls::listAddresses() {
 }
 
 //  Returns false if the tag is not available; then the cycle ends, and the next cycle tries again. A failed put is
-//  treated like a successful one: it is repeated only when the list changes, after 600 seconds, or after a
+//  treated like a successful put: the next put is made when the list changes, after 600 seconds, or after a
 //  reconnection.
 bool CRunCls::putSnapshot(time_t now) {
     if (address_list == last_put_value && difference(toTenths(now), snapshot.time) <= max_put_age)
@@ -139,8 +139,8 @@ bool CRunCls::importTag(RdbTag& tag) {
     return result == 0;
 }
 
-//  A request is treated as sent even if it fails. "null" is neither sent nor remembered. If the previous list then
-//  returns, it is sent when it would have been due anyway; another list is sent at once.
+//  A request is treated as sent even if it fails. "null" is neither sent nor remembered. If the list after "null" is
+//  the same as before it, the list is sent when it would have been due anyway; a different list is sent at once.
 void CRunCls::sendUpdate(time_t now) {
     if (dns_handle < 0 || dns_connected == 0 || address_list == no_address)
         return;

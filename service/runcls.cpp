@@ -56,7 +56,7 @@ bool CRunCls::startAll() {
 }
 
 //  The scheme of logurl selects the log. The result of opening it is not checked: if the log cannot write, the service
-//  runs without log output. The member is set last, so that no other code finds a log that is not open yet.
+//  runs without log output. The member log is set last, so that no other code finds a log that is not open yet.
 void CRunCls::openLog() {
     char scheme[olk::word_size];
     std::size_t position = 0;

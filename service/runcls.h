@@ -36,17 +36,17 @@ public:
     std::string rdbpswd;
     time_t last_cycle_time = 0;       // time of the last cycle, seconds
     std::string last_put_value;       // address list of the last put
-    std::string address_list;         // address list of the current cycle, "null" if none
+    std::string address_list;         // address list of the current cycle; "null" if there is no address
     std::string last_sent_value;      // address list of the last DNS update
-    RdbSnapshot snapshot = {};        // the record of the last put; its time is the time of that put, seconds times 10.
-                                      // 0 after a connect event. last_sent_time is in seconds; both units are
-                                      // deliberate.
+    RdbSnapshot snapshot = {};        // the record of the last put. Its member time is the time of that put in seconds
+                                      // times 10, and 0 after a connect event. last_sent_time is in seconds; both units
+                                      // are deliberate.
     std::int32_t dns_handle = -1;     // connection to the DNS server; -1 if none
     std::uint32_t dns_connected = 0;  // 1 after its connect event, 0 after its disconnect event
     std::string dnsurl;               // this member and the next two: from the ini file
     std::string dnsuser;
     std::string dnspswd;
-    std::int32_t seqno = 0;                     // number of the last request, until it reaches its maximum
+    std::int32_t seqno = 0;                     // number of the last request; keeps its maximum once reached
     olk::vector_<std::uint16_t> dnshttpsports;  // this host's HTTPS ports, in the order of the ini file
     time_t last_sent_time = 0;                  // time of the last DNS update, seconds; 0 after a connect event
 
@@ -78,7 +78,7 @@ public:
     //  cycle.
     void publishOnce();
 
-    //  Defines the tag of the host in the rdb server; tag is the record. Returns true on success.
+    //  Fills tag and uses it to define the tag of the host in the rdb server. Returns true on success.
     bool importTag(RdbTag& tag);
 
     //  Sets the name of item, appends the configured ports and sends the request to the DNS server. Returns 0 if the
@@ -107,7 +107,8 @@ private:
     void sendUpdate(time_t now);
 };
 
-//  Callbacks for the client library; user points to the CRunCls. They do nothing while the object has no log.
+//  Callbacks for the client library. The argument user points to the CRunCls. A callback does nothing while the object
+//  has no log.
 void onRdbEvent(std::int32_t event, std::int64_t value, void* user);
 void onDnsEvent(std::int32_t event, std::int64_t value, void* user);
 void onDnsReply(const char* text, std::int32_t length, void* user);
