@@ -13,8 +13,8 @@ constexpr uint64_t objheap_page_bytes = 524288;
 constexpr uint64_t objheap_largest = 56;
 constexpr size_t big_header_size = 16;
 
-//  Deliberate: some sizes follow no series. A rounder size would change which class serves a request, and the cost of
-//  the request.
+//  Some sizes follow no series. This is deliberate: a rounder size would change which class serves a request, and the
+//  cost of the request.
 constexpr uint32_t sizes_to_1424[] = {16, 32, 64, 96, 128, 256, 384, 512, 640, 800, 1024, 1424};
 constexpr uint32_t sizes_to_64k[] = {2048, 3072, 5120, 8192, 12288, 16384, 20480, 24576, 32768, 49152, 65536};
 constexpr uint32_t sizes_to_640k[] = {131072, 262144, 409600, 655360};

@@ -47,7 +47,7 @@ struct allocator {
     //  Frees a block. Null is ignored. Requires that malloc_ returned p and that p was not freed since.
     void free_(void* p);
 
-    //  Returns the number of usable bytes of the block at p. malloc_ stored the same number.
+    //  Returns the number of usable bytes of the block at p, which is the number that malloc_ stored in *outsize.
     static size_t usable_size(const void* p);
 
     //  Appends one class, with its first heap if prealloc is true. Requires that blksize is greater than that of the
@@ -75,9 +75,9 @@ struct olk_allocator_ {
     bool unlocked();
 };
 
-//  Tunes the C library's allocator, which serves all code outside this library (mallopt(3)): one arena for all threads,
-//  a mapping for each request of 1 MiB or more, and trimming only above 1 MiB of free memory at the top of the heap.
-//  The settings stay in force until the process ends.
+//  Tunes the C library's allocator, which serves everything that does not use the pooled allocator (mallopt(3)): one
+//  arena for all threads, a mapping for each request of 1 MiB or more, and trimming only above 1 MiB of free memory at
+//  the top of the heap. The settings stay in force until the process ends.
 struct glibc_noarena_ {
     glibc_noarena_();
 };

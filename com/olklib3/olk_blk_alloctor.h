@@ -60,8 +60,8 @@ struct blk_alloctor : memheap_ {
     //  Creates the head heap with count blocks. Requires a class without a heap. Returns false if memory is exhausted.
     bool add_first_heap_(uint32_t count);
 
-    //  Returns the number of blocks of a first heap: per_heap, but at most 16 or the number of blocks that fit 32 KiB,
-    //  whichever is larger.
+    //  Returns the number of blocks of a first heap: min(per_heap, max(16, n)), where n is the number of blocks of size
+    //  bytes in 32 KiB, without their headers.
     static uint32_t first_heap_count(uint32_t size, uint32_t per_heap);
 
     //  Returns true if all invariants hold. Takes the lock.
@@ -253,10 +253,10 @@ void blk_alloctor<LOCK>::free_(blk_heap* heap, void* p) {
     heap->freelist = p;
     ++heap->freecount;
     ++freecount;
-    //  Hysteresis: no heap is released if the class has at most three heaps, or if the freed heap has the only free
-    //  blocks of the class. Otherwise a number of blocks that varies around a full heap would cause a mapping or
-    //  unmapping at each call. When the class releases heaps, it releases all entirely free heaps after the head, so
-    //  fewer than three may remain.
+    //  Hysteresis: no heap is released if the class has at most three heaps, or if all free blocks of the class are in
+    //  the heap of this block. Without these conditions, a number of blocks that varies around a full heap would cause
+    //  a mapping or unmapping at each call. When the class releases heaps, it releases all entirely free heaps after
+    //  the head, so fewer than three may remain.
     if (heapcount > 3 && heap->wholly_free() && heap != heaps && freecount != blkperheap)
         release_free_heaps_();
     OLK_WALK(valid_());

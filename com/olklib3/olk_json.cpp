@@ -42,7 +42,8 @@ using halves = uint64_t __attribute__((vector_size(step)));
 
 //  Copies length characters in steps of 16; the last step may overlap the previous step. Returns false if a character
 //  may need an escape; the copy is then useless. The test detects slash, backslash and all characters up to the double
-//  quote. These include the other six escaped characters. Requires length >= step.
+//  quote. The characters up to the double quote include the other six that need an escape: \b, \t, \n, \f, \r and the
+//  double quote itself. Requires length >= step.
 bool copy_plain(const char* text, size_t length, char* to) {
     match_mask special = {};
     const auto copy_step = [&](size_t i) {
@@ -73,8 +74,8 @@ void write_digits(uint64_t value, bool negative, string& out) {
     out.append(first, static_cast<size_t>(digits + max_digits - first));
 }
 
-//  Appends a text in the same form as writeString, whatever the text and the room in out. It is not inlined, so that
-//  its callers need no stack frame when an address is written at once.
+//  Appends text in the same form as writeString. Works for every text and any free space in out. The function is not
+//  inlined, so that its callers need no stack frame if they write an address in one piece.
 __attribute__((noinline)) void write_piecewise(const char* text, size_t length, string& out) {
     out.push_back('"');
     if (!isJsonPlain(text, length)) {
@@ -86,8 +87,8 @@ __attribute__((noinline)) void write_piecewise(const char* text, size_t length, 
     out.push_back('"');
 }
 
-//  Writes text with its quotes to a buffer of length + 2 characters. Returns false if the text is too short for this or
-//  may need an escape.
+//  Writes text with its quotes to a buffer of length + 2 characters. Returns false if the text is shorter than one step
+//  or may need an escape.
 bool put_plain(const char* text, size_t length, char* to) {
     if (length < step || !copy_plain(text, length, to + 1))
         return false;
@@ -96,8 +97,8 @@ bool put_plain(const char* text, size_t length, char* to) {
     return true;
 }
 
-//  Appends lead and a string value. They are written at once if they fit and put_plain can write the text. Otherwise
-//  they are written in pieces; the buffer grows if necessary.
+//  Appends the character lead and a string value. Both are written in one piece if they fit and put_plain can write the
+//  text. Otherwise they are written in several pieces; the buffer then grows if necessary.
 void write_element(char lead, const char* text, size_t length, string& out) {
     char* end = out.spare(length + 3);
     if (end == nullptr || !put_plain(text, length, end + 1)) {
@@ -116,8 +117,8 @@ void write_key_piecewise(uint32_t* members, const char* key, string& out) {
     out.append("\":", 2);
 }
 
-//  Appends a key with its quotes and colon, after a comma if needed. If they fit, they are written at once; otherwise
-//  in pieces.
+//  Appends a key with its quotes and colon, after a comma if needed. If all these characters fit, they are written in
+//  one piece, otherwise in several pieces.
 void write_key(uint32_t* members, const char* key, string& out) {
     const size_t length = std::strlen(key);
     char* const end = out.spare(length + 4);

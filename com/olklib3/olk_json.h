@@ -36,7 +36,7 @@ void writeString(const char* text, size_t length, string& out);
 //  Appends "," unless the member is the first of its object, and counts the member.
 void writeSeparator(uint32_t* members, string& out);
 
-//  Appends a member with a string value. For an empty value it appends nothing and does not count. key is
+//  Appends a member with a string value, and counts the member. If value is empty, appends and counts nothing. key is
 //  zero-terminated and is not escaped.
 void writeStringMember(uint32_t* members, const char* key, const string& value, string& out);
 
@@ -49,10 +49,10 @@ void writeDecimal(uint32_t value, string& out);
 void writeDecimal(int64_t value, string& out);
 
 //  Appends a time, given in milliseconds since the epoch, as local time of the form 2025-04-11T09:05:03.042+08:00. A
-//  fraction of zero is omitted. The zone is the standard-time offset of the process in whole hours, or "Z" if these are
-//  0: minutes are always 00, and daylight saving time changes the clock fields but not the zone. Receivers rely on
-//  this. Returns 1. Returns 0 and appends nothing if the time cannot be converted to local time or its text is longer
-//  than 47 characters.
+//  fraction of zero is omitted. The zone is the standard-time offset of the process in whole hours, or "Z" if it is 0
+//  hours. So the minutes of the zone are always 00, and daylight saving time changes the clock fields but not the zone.
+//  Receivers rely on this. Returns 1. Returns 0 and appends nothing if the time cannot be converted to local time or
+//  its text is longer than 47 characters.
 int writeIsoTime(int64_t milliseconds, string& out);
 
 }  // namespace olk

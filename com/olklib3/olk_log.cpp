@@ -16,8 +16,8 @@ struct level_row {
     const char* name;
 };
 
-//  The table is searched from its first row, by number and by name. Two rows deliberately have the number 30, in this
-//  order.
+//  The table is searched from its first row, by number or by name. Two rows deliberately have the number 30; the first
+//  of the two rows gives 30 its name.
 constexpr level_row level_table[] = {
     {level_err, "err"}, {level_wrn, "wrn"}, {level_inf, "inf"}, {level_inf, "msg"},
     {level_mor, "mor"}, {level_dbg, "dbg"}, {level_all, "all"},

@@ -71,12 +71,12 @@ void release(ilog* log);
 constexpr size_t level_name_size = 16;
 
 //  Returns the name of a level, which is the name in the first table row with this number. Without such a row, writes
-//  the number in decimal into buffer ("ndf" if it does not fit) and returns it. 30 is always "inf": "msg" has the same
-//  number but is used only by level_from_text.
+//  the number in decimal into buffer and returns buffer, or returns "ndf" if the number does not fit. The name of 30 is
+//  always "inf": "msg" has the same number, but only level_from_text uses it.
 const char* level_name(int level, char (&buffer)[level_name_size]);
 
 //  Returns the level that text names: a name of the table in any case, or a decimal number as strtol reads it, reduced
-//  to 32 bits. text must not be null. Returns 30 for an empty text, for a text that is not a number, and for 0.
+//  to 32 bits. text must not be null. Returns 30 for an empty text, for a text that is neither, and for 0.
 int level_from_text(const char* text);
 
 }  // namespace olk

@@ -4,10 +4,11 @@
 //      [year/month/day local time with microseconds] [level name] text
 //      [...] [inf][tag] text                                               push with a tag
 //
-//  It writes nothing until open("stdout"). It opens no file.
+//  The log writes nothing until open("stdout"). It opens no file.
 //
-//  push flushes standard output; add does not. So a record of add may reach a pipe only when the C library's buffer is
-//  full, when other code flushes standard output, or when the process exits.
+//  push flushes standard output; add does not. If standard output is a pipe and is not made line-buffered (stdbuf -oL),
+//  a record of add reaches the pipe only when the C library's buffer is full, when other code flushes standard output,
+//  or when the process exits.
 #ifndef OLK_PRTLOG_H
 #define OLK_PRTLOG_H
 
@@ -19,13 +20,13 @@ namespace olk {
 
 class prtlog : public ilog {
 public:
-    int32_t level;         // records above it are dropped
+    int32_t level;         // records of a higher level are dropped
     int32_t tostdout = 0;  // 1: prints, 0: drops every record
 
     explicit prtlog(int32_t configured_level = level_dbg) : level(configured_level) {}
 
-    //  If target is "stdout" in any case, later records are printed unless the level drops them. Otherwise, also for
-    //  null, every record is dropped. Returns 0.
+    //  If target is "stdout" in upper or lower case, later records are printed unless the level drops them. Otherwise,
+    //  also if target is null, every record is dropped. Returns 0.
     int open(const char* target) override;
     __attribute__((format(printf, 3, 4))) int add(int record_level, const char* format, ...) override;
     //  Prints only the text, without prefix and line feed.

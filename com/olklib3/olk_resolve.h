@@ -11,7 +11,7 @@
 namespace olk::net {
 
 //  Stores an address of the given family in text, in the form of inet_ntop, unless text already has contents. Returns
-//  the number of addresses stored: 1, or 0, also if memory is exhausted.
+//  1 if the address was stored, else 0, for example if memory is exhausted.
 template <class STRING>
 int store_first_address(int family, const void* address, STRING& text) {
     char buffer[40];  // the longest IPv6 text has 39 characters

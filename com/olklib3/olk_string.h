@@ -115,7 +115,7 @@ public:
     //  Returns the end of the text if length more bytes fit without growing, else null. The caller writes there, then
     //  calls lengthen with the number of bytes written.
     CHAR* spare(size_t length) { return takes_(length) ? data_ + size() : nullptr; }
-    //  Requires that spare(length) is not null.
+    //  Lengthens the text by length bytes that the caller has written. Requires that spare(length) is not null.
     void lengthen(size_t length) { set_size_(data_, static_cast<SIZE>(size_of_(data_) + length)); }
 
     //  Reserves capacity for n bytes.
@@ -169,7 +169,7 @@ private:
     static void set_size_(CHAR* text, SIZE size) { store_word(at(text, -4), size); }
     static void set_capacity_(CHAR* text, size_t capacity) { store_word(at(text, -8), static_cast<SIZE>(capacity)); }
 
-    //  Returns false without a buffer, because the capacity is then 0.
+    //  Returns true if needed bytes and a terminator fit. Returns false without a buffer, because the capacity is 0.
     bool fits_(uint64_t needed) const { return needed < capacity(); }
     bool takes_(size_t added) const { return added <= max_capacity && fits_(size() + uint64_t{added}); }
 
@@ -182,7 +182,7 @@ private:
     //  Grows the buffer for new_capacity bytes and a terminator. Returns null and changes nothing if memory is
     //  exhausted or new_capacity is above max_capacity.
     static CHAR* grown_(CHAR* text, uint64_t new_capacity);
-    //  Does the work of append in every case.
+    //  Implements append for every case, including no buffer, a full buffer and a length of 0.
     static CHAR* appended_(CHAR* text, const CHAR* added, size_t length);
 
     CHAR* data_;
@@ -242,8 +242,8 @@ CHAR* string_<ALLOCTOR, SIZE, CHAR, TRAITS>::grown_(CHAR* text, uint64_t new_cap
 using string = string_<olk_string_alloctor, unsigned int, char, void>;
 
 //  Appends to target the bytes of source from position up to the delimiter. Returns true if it finds the delimiter;
-//  position is then the index after it. Returns false at the end of source; position is then length, or unchanged if it
-//  was length or more. If memory is exhausted, bytes are skipped.
+//  position is then the index after it. Returns false if it reaches the end of source; position is then length. Returns
+//  false and changes nothing if position is length or more. If memory is exhausted, bytes are skipped.
 template <class STRING>
 bool read_until(size_t& position, char delimiter, const char* source, size_t length, STRING& target) {
     while (position < length) {

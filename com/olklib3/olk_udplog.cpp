@@ -24,7 +24,7 @@ constexpr size_t record_bytes = 30720;  // a record with its header and a termin
 
 static_assert(sizeof(sockaddr_in) == 16 && sizeof(sockaddr_in6) == 28);
 
-//  Copies text to the address to, without a terminator. Returns the end of the copy.
+//  Copies text to the buffer (parameter to) without a terminator. Returns the end of the copy.
 char* put(char* to, std::string_view text) {
     std::memcpy(to, text.data(), text.size());
     return to + text.size();

@@ -54,8 +54,8 @@ public:
     //  url.
     int open(const char* url) override;
 
-    //  Each returns -1 without a socket, 0 for a record that the level drops, -1 for a record of 30720 bytes or more
-    //  including its header, and otherwise the result of sendto(2).
+    //  add, append and push return -1 without a socket, 0 for a record that the level drops, -1 for a record that
+    //  cannot be formatted or that has 30720 bytes or more with its header, and otherwise the result of sendto(2).
     __attribute__((format(printf, 3, 4))) int add(int record_level, const char* format, ...) override;
     __attribute__((format(printf, 3, 4))) int append(int record_level, const char* format, ...) override;
     __attribute__((format(printf, 4, 0))) int push(int record_level, const char* tag, const char* format,

@@ -6,9 +6,9 @@
 //      scheme        ^^^^ port                         ipv4, ipv6: the host's addresses, from the resolver
 //
 //  Nothing is decoded, no letter case is changed, and there is no user part. A text without a scheme starts with the
-//  host part. In a host without brackets, a "?" is part of the host if a "/" follows it; otherwise it ends the host.
-//  The "]" of a bracketed host may be missing. If a character other than ":" or "/" follows the "]", the path begins
-//  there. Ports are read as strtol reads numbers and are reduced to 16 bits.
+//  host part. In a host without brackets, a "?" is part of the host if a "/" follows anywhere after it; otherwise the
+//  "?" ends the host. The "]" of a bracketed host may be missing. If a character other than ":" or "/" follows the "]",
+//  the path begins with that character. Ports are read as strtol reads numbers and are reduced to 16 bits.
 //
 //  Threads: one thread at a time may use an object. parse waits for the resolver.
 #ifndef OLK_URL_H
@@ -98,8 +98,8 @@ bool url<STRING>::parse_bracketed_(const char* s, size_t len, size_t& position) 
     return true;
 }
 
-//  Parses the text after ":". It ends at the next "/" or, without a "/", at the next "?", which is not consumed, or at
-//  the end.
+//  Parses the port after ":". The port ends at the next "/". Without a "/" it ends before the next "?", which is not
+//  consumed, or at the end of s.
 template <class STRING>
 bool url<STRING>::parse_bracketed_port_(const char* s, size_t len, size_t& position) {
     const size_t start = position + 1;

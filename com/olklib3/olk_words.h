@@ -16,15 +16,16 @@ namespace olk {
 //  Size of a word's buffer in bytes, including the terminator.
 constexpr size_t word_size = 16;
 
-//  Returns true for a space and a tab. The readers skip these characters around words.
+//  Returns true for a space and a tab. The word reader, the ini reader and the reader of port lists use this function
+//  to skip blanks.
 constexpr bool is_blank(int c) {
     return c == ' ' || c == '\t';
 }
 
 enum class word_end {
-    separator,  // a word that a separator ends; position is after the separator
-    text_end,   // a word that the end of the text ends
-    none,       // no word: the text has none, or the word is longer than 15 characters
+    separator,  // a separator ends the word; position is after this separator
+    text_end,   // the end of the text ends the word
+    none,       // there is no word, or the word is longer than 15 characters
 };
 
 //  Reads the next word of text[0..length), starting at position, and advances position. separators is zero-terminated.
