@@ -1,5 +1,5 @@
-//  The minimum of a start with the support library. Its allocator is constructed before main and destroyed after it.
-//  main reads the time zone, as the service does for each command word.
+//  A program that does only what the start of each command needs with the support library. The library's allocator is
+//  constructed before main and destroyed after main. main reads the time zone, as the service does for each command.
 #include "olk_allocator.h"
 
 #include <ctime>

@@ -1,4 +1,4 @@
-//  Blocks that are allocated and freed: in pairs, in batches, at random, on two threads, above the largest class.
+//  Cases that allocate and free blocks: in pairs, in batches, at random, on two threads, above the largest class.
 #include "allocators.h"
 #include "cases.h"
 
@@ -94,7 +94,7 @@ void churn(std::size_t times) {
 }
 
 #ifndef BENCH_PLAIN
-//  Locks and unlocks a free spin lock twice, as a pair does.
+//  Locks and unlocks a free spin lock twice, as a pair of an allocation and a release does.
 void bare_locks(std::size_t times) {
     static pthread_spinlock_t lock = [] {
         pthread_spinlock_t made;

@@ -2,8 +2,8 @@
 //
 //  A case makes one operation many times in its own loop, so that the measuring tool adds no cost. Debian's Google
 //  Benchmark is a debug build, and its loop would be visible in a few nanoseconds. A case is named
-//  topic/who[/argument...]. For this project's code, who starts with "olk"; in the topic threads it is the number of
-//  threads.
+//  topic/who[/argument...]. The part "who" starts with "olk" for this project's code; in the topic "threads" it is the
+//  number of threads.
 //
 //  Threads: cases run on one thread at a time. A case may start threads itself.
 #ifndef BENCH_CASES_H

@@ -46,8 +46,8 @@ PEER_WORDS = {
 class Idle:
     """A program in a sandbox. wakeups and busy are None until set_rates() is called.
 
-    Its addresses are not randomised: the kernel maps files in aligned windows of 64 KiB around each page fault, so that
-    the resident size changes with the addresses by up to a tenth.
+    Its addresses are not randomised. The kernel maps files in aligned windows of 64 KiB around each page fault, so
+    random addresses would change the resident size by up to a tenth.
     """
 
     def __init__(self, sandbox, name, *argv):
@@ -133,7 +133,7 @@ def bare(sandbox, build, program, name):
 
 
 def published(program, condition, what, *floors):
-    """Measures a service after it has published its address, and the memory of the bare programs beside it."""
+    """Measures a service after it has published its address, and the memory of the bare programs of floors."""
     from sandbox import wait_until
 
     wait_until(condition, what)
@@ -236,7 +236,8 @@ def alone_bars(own, loop, *others):
 
 
 def real_bars(others, with_files, with_servers):
-    """with_files and with_servers: the service, and its floor: without the client library's own work and code."""
+    """with_files and with_servers: pairs of the service and its floor, which is the service with a client library that
+    only does the least work with the libraries of the back ends."""
     (files, least_files), (servers, least_servers) = with_files, with_servers
     return [
         Bar(

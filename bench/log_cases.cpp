@@ -1,4 +1,4 @@
-//  One record of the console log and of the UDP log, beside printf or sendto with the same line, and beside spdlog's
+//  One record of the console log and of the UDP log, compared with printf or sendto of the same line, and with spdlog's
 //  sinks. spdlog's stdout sink flushes after each record, as push does; add does not flush.
 #include "cases.h"
 #include "olk_prtlog.h"
@@ -110,8 +110,8 @@ void filtered_console(std::size_t times) {
         log.add(40, "rdburl: %s", target);
 }
 
-//  A receiver on its own loopback port that never reads. The kernel drops what does not fit its buffer, for each sender
-//  alike.
+//  A UDP socket on a loopback port that never reads. The kernel drops each datagram that does not fit the buffer of the
+//  socket. This is the same for all senders that are compared.
 class deaf_receiver {
 public:
     deaf_receiver() : fd_(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)) {

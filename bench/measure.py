@@ -68,8 +68,8 @@ class Figures:
     def measure(self, topic, seconds=0.03, allocators=False, timed=".*", clock="cpu_time", wrap=(), rename=("", "")):
         """Counts and times all cases of a topic.
 
-        allocators: also measures the cases of addrpubd_bench_plain with each installed allocator. These are named after
-        it.
+        allocators: also measures the cases of addrpubd_bench_plain with each installed allocator. Such a case is named
+        after its allocator.
         timed: the cases whose times are measured, as a regular expression for the part of their names after the topic.
         clock: cpu_time, the processor time of the case's thread, or real_time, for cases with threads. Instructions of
         cases with threads are not counted.

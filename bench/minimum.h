@@ -10,7 +10,7 @@
 
 namespace bench {
 
-//  Requires that size is at most 4194304, and that fewer than 16 blocks of its class are allocated.
+//  Requires that size is at most 4194304, and that fewer than 16 blocks of the class for this size are allocated.
 void* minimum_malloc(std::size_t size, std::size_t* outsize);
 void minimum_free(void* p);
 

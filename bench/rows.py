@@ -13,7 +13,7 @@ class Bar:
     goal: str
     met: bool
     times: str = ""  # times that are shown in addition
-    why: str = ""  # the reason why it is missed
+    why: str = ""  # the reason why the limit is missed
 
 
 @dataclass

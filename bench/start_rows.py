@@ -1,4 +1,4 @@
-"""The topic of the start and end of a command, counted from exec to exit."""
+"""The topic of the start and end of a command: the instructions of the process from exec to exit."""
 
 from measure import start_cost, succeeds
 from programs import install, peers, real, standin

@@ -1,5 +1,5 @@
-"""How the rate of a Redis Cluster grows with its masters: each master has the same small share of a processor, so that
-the hosts have enough of it on the same machine."""
+"""Measures how the rate of a Redis Cluster grows with the number of its masters. Each master gets the same small share
+of a processor, so that the hosts, which run on the same machine, get enough processor time."""
 
 import shutil
 import subprocess
@@ -12,8 +12,8 @@ from servers import Redis
 
 MASTERS = 3
 SLOTS = 16384
-SHARE = 0.1  # of one processor
-PERIOD = 20_000  # us, in which a server gets its share
+SHARE = 0.1  # part of one processor that each server gets
+PERIOD = 20_000  # us; a server gets its share in each period
 
 
 class Group:

@@ -1,11 +1,11 @@
 """compute.py: computes the load of a fleet on the two servers from the costs of each request in figures.json, and writes
 the tables of docs/user/scale.md.
 
-A host in normal operation checks its data every LOOK seconds with redis, and every check seconds with dns, but at
-least every REFRESH seconds. One check within each REFRESH seconds is a refresh instead: a put with redis, an update
-with dns. Without checks, a host makes one update within REPEAT seconds. It has one address and HTTPS port 443, so a
-check has one query over UDP, or two if the server does not add the AAAA records to the first answer. A host whose
-address changes makes further requests.
+A host in normal operation checks its data every LOOK seconds with redis. With dns, it checks its data at the interval
+of the url's option check, but at least every REFRESH seconds. One check within each REFRESH seconds is a refresh
+instead: a put with redis, an update with dns. Without checks, a host makes one update within REPEAT seconds. Each host
+has one address and HTTPS port 443. So a check has one query over UDP, or two if the server does not add the AAAA
+records to the first answer. A host whose address changes makes further requests.
 """
 
 import json
@@ -30,7 +30,7 @@ CHECK_QUERIES = {"bind": 1, "knot": 2}
 CHECKS = (60, 600, 0)  # values of the url's option check; 0: no checks
 STORM_CHECKS = (60, 600)
 HISTORY = 1_000  # history entries that redis keeps for each host
-MASTERS = 3  # of the cluster whose return is computed
+MASTERS = 3  # masters of the cluster whose return is computed
 ABSENCES = ((0.5, "0.5 s"), (10, "10 s"), (600, "10 min"), (3600, "1 h"))
 CROWD = 640  # hosts in the measured reconnection storms
 CROWD_CHECK = 5  # seconds between the checks of these hosts
@@ -201,7 +201,7 @@ def forecast_rows(random):
 
 
 def wave_rows(random):
-    """The load after all hosts have come back together, from 20 s after the last of them on."""
+    """The load after all hosts have reconnected together, starting 20 s after the last host has reconnected."""
     yield ["hosts", "`check`", "requests/s", "maximum of 10 s, per second", "ratio", "ratio of 1 s"]
     for server in ("redis", "knot"):
         mean, peak = (FIGURES[f"{server}_wave"][key] for key in ("mean", "peak"))

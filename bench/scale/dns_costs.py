@@ -118,8 +118,8 @@ def measure_knot(build):
 
 
 def measure_wave(build):
-    """Returns the load after a restart of Knot over time. Each update is one connection, and so is each opening. Knot is
-    away for two checks, so that all hosts detect it."""
+    """Returns the load after a restart of Knot over time. Each update and each opening uses one connection. Knot is
+    unavailable for two check intervals, so that all hosts detect the failure."""
     server = Knot()
     server.fill(CROWD)
     server.start()

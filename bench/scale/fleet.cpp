@@ -41,7 +41,7 @@ struct Order {
     unsigned names = 1;
     unsigned seconds = 0;
     bool fresh = false;    // each value is new
-    bool refresh = false;  // with redis: the tag is not looked up before
+    bool refresh = false;  // with redis: each put is made without looking up the tag first
 };
 
 double seconds() {
@@ -74,8 +74,8 @@ public:
         }
     }
 
-    //  Publishes each time the host is connected, and then every period while it is. Never returns. Waits by the wall
-    //  clock, because the monotonic clock may be faster (hurryshim.cpp).
+    //  Publishes each time the host connects, and then after each period while the host is connected. Never returns.
+    //  Waits by the wall clock, because the monotonic clock may be faster (hurryshim.cpp).
     [[noreturn]] void follow(std::chrono::milliseconds period) {
         for (;;) {
             waitConnected();
@@ -116,7 +116,7 @@ private:
     }
 
     //  Works like the publish cycle: reads the tag, imports it if it does not exist, and puts the value. A refresh is
-    //  the put alone; that of the library also carries the definition of the tag.
+    //  the put alone. A refresh that the library makes also contains the definition of the tag.
     bool put(const char* name, const char* address, bool refresh) const {
         RdbTag tag{};
         std::strcpy(tag.name, name);

@@ -11,7 +11,7 @@ PATIENCE = 120.0
 
 
 class Hosts:
-    """A set of count connected hosts.
+    """Connected hosts; count is their number.
 
     hurried: divides the waits inside the library, such as the wait for the next check, by 50. All hosts make their first
     check after the whole interval.
@@ -52,7 +52,7 @@ class Hosts:
                 self.events.append((word, int(first), float(second)))
 
     def times(self, word, since=0.0):
-        """Returns the times of an event in order: for each host, the first time after since."""
+        """Returns the times of an event in order, for each host the first time that is not before since."""
         found = {}
         for kind, number, when in list(self.events):
             if kind == word and when >= since:

@@ -10,7 +10,7 @@ from servers import Redis
 URL = "redis://127.0.0.1?expire=1800"
 HURRY = 50  # divisor for the waits of a host with shortened waits
 FULL = 1000  # maximum number of entries of a history
-CHANGES = 10  # of a host whose memory is measured
+CHANGES = 10  # changed values of each host whose memory is measured
 
 
 def protocol(server, work):
@@ -43,8 +43,8 @@ def look_for(server, seconds):
 def exchanges(build, server):
     """Measures the requests of one host, one after the other.
 
-    same: a put of a value that the server has, as the library makes it to refresh the value. A host that repeats a
-    value does not send it, but another one with the same name does.
+    same: a put of a value that the server already has, as in a refresh by the library. The library does not send a
+    value that the same host repeats, so another host with the same name puts the value.
     """
     hosts = []
 
@@ -71,7 +71,7 @@ def look(build, server):
     """Measures the check of an idle connection: the packets of one host, then the server time for many hosts."""
     one = Hosts(build, "rdb", URL, 1, hurried=True)
     one.publish()
-    seconds = 4.3 * 60 / HURRY  # chosen so that none of the two waits ends near a check
+    seconds = 4.3 * 60 / HURRY  # chosen so that neither of the two waits ends near a check
     before = looks(server)
     result = crossed(lambda: time.sleep(seconds))
     count = looks(server) - before
@@ -152,7 +152,7 @@ def measure_wave(build):
     def reads():
         return int(server.info()["total_reads_processed"])
 
-    own = -reads() + reads()  # of one call of reads()
+    own = -reads() + reads()  # reads that one call of reads() itself causes
     calls = itertools.count(1)
     crowd = Hosts(build, "rdb", URL, CROWD, speed=SPEED)
     result = wave(server, crowd, 0, lambda: reads() - own * next(calls))  # a request of a host is one read
