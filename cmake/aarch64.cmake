@@ -10,11 +10,11 @@ set(CMAKE_SYSTEM_PROCESSOR aarch64)
 set(CMAKE_CXX_COMPILER aarch64-linux-gnu-g++)
 set(CMAKE_LIBRARY_ARCHITECTURE aarch64-linux-gnu)
 
-#  Projects of compiler checks read this file, too.
+#  The projects of CMake's compiler checks also read this file, so they also need the variable.
 list(APPEND CMAKE_TRY_COMPILE_PLATFORM_VARIABLES ADDRPUBD_SYSROOT)
 set(CMAKE_SYSROOT ${ADDRPUBD_SYSROOT})
 
-#  Libraries and headers are those of the other system, programs those of this one.
+#  CMake searches libraries and headers in the arm64 Debian, and programs on this machine.
 set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
 set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)

@@ -15,7 +15,7 @@ set(CMAKE_CXX_FLAGS_RELWITHDEBINFO "-O2 -g")
 set(CMAKE_CXX_FLAGS_MINSIZEREL "-Os")
 set(CMAKE_CXX_FLAGS_DEBUG "-Og -g")
 if(ADDRPUBD_SANITIZE)
-    set(CMAKE_CXX_FLAGS_DEBUG "-Og -g1")  # line numbers are enough for reports; a third of the size
+    set(CMAKE_CXX_FLAGS_DEBUG "-Og -g1")  # line numbers are enough for reports; files have a third of the size
 endif()
 
 #  The client library is loaded by its relative name, never by a path of the build machine.
@@ -26,8 +26,8 @@ set(CMAKE_RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR})
 set(CMAKE_LIBRARY_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR})
 
 add_compile_options(-Wall -Wextra -Wpedantic -Wshadow -Wconversion)
-#  A sanitizer's build compiles the files of a library as one file, unless a test replaces a function of that library.
-#  The build that users run compiles each file separately.
+#  With ADDRPUBD_UNITY, a sanitizer's build compiles the files of a library as one file, unless a test replaces a
+#  function of that library. The build for users compiles each file separately.
 set(unity_library OFF)
 if(ADDRPUBD_UNITY AND ADDRPUBD_SANITIZE)
     set(unity_library ON)
@@ -39,13 +39,13 @@ endif()
 if(ADDRPUBD_CHECK)
     add_compile_definitions(OLK_CHECK)
 endif()
-#  Hardening of all products and tests. Sanitizers check more and are not compatible with these flags.
+#  Hardening of all products and tests. Builds with a sanitizer do not use these flags.
 #  - Immediate binding, a read-only relocation table, a position-independent executable, no executable stack.
 #  - Stack protector, stack probes for each page, branch targets marked for indirect jumps (on arm64
 #    also signed return addresses).
-#  - With ADDRPUBD_FORTIFY, checked variants of C library functions. Packages are built with it. Unit tests are built
-#    without it, because they replace the unchecked functions. This setting overrides the level of a compiler or
-#    distribution.
+#  - With ADDRPUBD_FORTIFY, checked variants of C library functions. Packages are built with ADDRPUBD_FORTIFY, unit
+#    tests without it, because they replace the unchecked functions. The option overrides the default level of the
+#    compiler or distribution.
 if(NOT ADDRPUBD_SANITIZE)
     include(CheckPIESupported)
     check_pie_supported(LANGUAGES CXX)

@@ -26,7 +26,7 @@ foreach(file system/addrpubd system/addrpubd.service system/addrpubd@.service sy
     configure_file(${packaging}/${file}.in ${configured}/${file} @ONLY)
 endforeach()
 
-#  The unit of an instance is the unit of the service and the lines that differ.
+#  The unit of an instance is the unit of the service, followed by the lines that differ.
 set(instances ${configured}/system/addrpubd@.service)
 file(READ ${configured}/system/addrpubd.service unit)
 file(READ ${instances} lines)
@@ -38,7 +38,8 @@ install(CODE "
             \"Configure it with -DCMAKE_INSTALL_PREFIX=\${CMAKE_INSTALL_PREFIX} and build it again.\")
     endif()")
 
-#  The program loads the client library, and the library loads its modules. These files need no permission to execute.
+#  The program loads the client library, and the client library loads its modules. The library and the modules need no
+#  permission to execute.
 install(TARGETS addrpubd RUNTIME DESTINATION ${ADDRPUBD_DIR})
 get_property(modules GLOBAL PROPERTY ADDRPUBD_MODULES)
 install(TARGETS rdbapix64 ${modules} LIBRARY DESTINATION ${ADDRPUBD_DIR}
