@@ -53,7 +53,7 @@ void redirectStandardDescriptors() {
     close(fd);
 }
 
-//  Prints the texts of the queue until the end marker or a limit.
+//  Prints the texts of the queue until the end marker or until the maximum number of polls.
 void printTexts(CMsgQueue& queue) {
     //  One byte more than the longest message, so that a zero byte always follows the text.
     char text[CMsgQueue::max_text + 1] = {};

@@ -8,7 +8,7 @@
 //  In a running service, start and runConsole do not return: an exit signal ends the service (exitsignal.h). Commands
 //  print to standard output. The text is the same on a pipe and on a terminal.
 //
-//  Threads: only the main thread may use the descriptor.
+//  Threads: only the main thread may use the process descriptor.
 #ifndef SERVICE_DAEMON_H
 #define SERVICE_DAEMON_H
 

@@ -34,8 +34,8 @@ void compilerBarrier() {
 
 }  // namespace
 
-//  A cleared mark is the time 0, which is long ago. So after a reconnection the next cycle puts or sends the list even
-//  if the list is unchanged.
+//  The marks are snapshot.time and last_sent_time. A cleared mark is the time 0, which is long ago. So after a
+//  reconnection the next cycle puts or sends the list even if the list is unchanged.
 void onRdbEvent(std::int32_t event, std::int64_t, void* user) {
     const CallbackStep step;
     CRunCls& run = *static_cast<CRunCls*>(user);

@@ -6,8 +6,8 @@
 //
 //  The following is deliberate, because existing files rely on it. The end of a line does not end a key, so the text of
 //  a line without "=" becomes the start of the next key, unless a comment or a section header follows it. Quotes around
-//  a value are part of it. A value cannot contain ; or #. A carriage return ends a value but not its line: the text
-//  after it is ignored up to the line feed.
+//  a value are part of the value. A value cannot contain ; or #. A carriage return ends a value but not its line: the
+//  text after the carriage return is ignored up to the line feed.
 #ifndef SERVICE_INIFILE_H
 #define SERVICE_INIFILE_H
 

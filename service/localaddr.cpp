@@ -9,7 +9,7 @@
 
 namespace {
 
-//  Classifies an address by its 16 bytes. Address types as in RFC 4291, section 2.
+//  Returns true if the address with these 16 bytes may be published. RFC 4291, section 2, defines the address types.
 bool isPublishable(const std::uint8_t (&bytes)[16]) {
     static const std::uint8_t zeros[12] = {};
     if (bytes[0] == 0xff)

@@ -23,8 +23,9 @@ enum class PidFileState {
 //  which the caller owns, or -1. This is the only check of the user's privileges.
 int openPidFile(const char* path);
 
-//  Queries the holder of the lock on fd. If the state is held, sets holder to its pid: 0 for a process in a pid
-//  namespace that is not visible here, -1 for a lock that belongs to no process. In other states holder is unchanged.
+//  Queries the lock on fd. If the state is held, sets holder to the pid of the process that holds the lock. This is 0
+//  for a process in a pid namespace that is not visible here, and -1 for a lock that belongs to no process. In other
+//  states holder is unchanged.
 PidFileState queryPidLock(int fd, pid_t& holder);
 
 //  Waits for the lock on fd, takes it and replaces the contents of the file by the pid of this process. Returns 0, or

@@ -8,9 +8,9 @@
 //  Threads: the main thread runs start and publishOnce. The client library may call the three callbacks on its own
 //  threads. Besides the pointer log, callbacks and cycle share only rdb_connected, dns_connected, snapshot.time and
 //  last_sent_time. These are plain members of word size without a lock, because a stale read only delays the list by
-//  one cycle. If a server reconnects exactly while the cycle sets its mark, the list is sent when the mark is 600 s
-//  old. A connect event clears the mark before it sets the flag, also in the machine code. So on x86-64 a cycle that
-//  reads the set flag also reads the cleared mark.
+//  one cycle. The two times are the marks of the two servers. If a server reconnects exactly while the cycle sets its
+//  mark, the list is sent when the mark is 600 s old. A connect event clears the mark before it sets the connected
+//  flag, also in the machine code. So on x86-64 a cycle that reads the set flag also reads the cleared mark.
 #ifndef SERVICE_RUNCLS_H
 #define SERVICE_RUNCLS_H
 
