@@ -80,7 +80,7 @@ struct blk_heap {
     uint32_t freecount;             // free blocks in this heap
     uint32_t blkcount;              // blocks in this heap
     uint32_t blksize;               // bytes per block, as in the class
-    uint32_t bump;                  // blocks carved so far; blocks from here on were never used
+    uint32_t bump;                  // blocks carved so far; blocks from this index on were never used
     uint64_t maplen;                // bytes of the mapping
     char* base;                     // start of the mapping
     void* freelist;                 // freed blocks (user addresses), linked through their first words; null if none

@@ -25,7 +25,7 @@ struct obj_page {
     uint64_t slotsize;   // bytes from one slot to the next
     uint64_t freecount;  // free slots: freed ones, and ones that were never used
     uint64_t slotcount;  // slots in this page
-    uint64_t bump;       // slots carved so far; slots from here on were never used
+    uint64_t bump;       // slots carved so far; slots from this index on were never used
     void* freelist;      // freed slots, linked through their first words; null if none
     obj_page* next;      // null in the last page
 

@@ -10,7 +10,7 @@
 //
 //  An operation that lengthens the text either succeeds or changes nothing. If memory is exhausted or the new capacity
 //  would exceed max_capacity, the string is unchanged, and this is not reported. A caller that must detect this
-//  compares sizes. assign clears the string first, so the string is empty if memory is exhausted.
+//  compares the sizes before and after. assign clears the string first, so the string is empty if memory is exhausted.
 //
 //  Threads: one thread at a time may use a string. Strings of different threads share only the allocator.
 #ifndef OLK_STRING_H
@@ -22,7 +22,7 @@
 
 namespace olk {
 
-//  Allocation functions of the string: those of the process-wide allocator. No state.
+//  The allocation functions of the string, which call the process-wide allocator. The type has no state.
 struct olk_string_alloctor {
     static void* malloc_(size_t size, size_t* outsize) { return g_olk_allocator.alloc.malloc_(size, outsize); }
     static void free_(void* p) { g_olk_allocator.alloc.free_(p); }
@@ -55,7 +55,7 @@ public:
             assign(other);
         return *this;
     }
-    //  Exchanges the buffers; afterwards other contains the previous text.
+    //  Exchanges the buffers; afterwards other contains the previous text of this string.
     string_& operator=(string_&& other) noexcept {
         std::swap(data_, other.data_);
         return *this;
