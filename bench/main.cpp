@@ -45,8 +45,8 @@ unsigned long long writes() {
     return found;
 }
 
-//  The first runs also allocate memory that later runs use again. The free lists of an allocator need several runs
-//  until they no longer change.
+//  Number of runs before the counted run. The first runs also allocate memory that later runs use again, and the free
+//  lists of an allocator change until after several runs.
 constexpr int warm_runs = 3;
 
 //  Prints a line for each case: its name, the size of the batch, and how often the batch called write.

@@ -39,7 +39,7 @@ std::unique_ptr<DnsUpdateItem> filled(std::size_t addresses) {
     return item;
 }
 
-//  The item is created at the first call and kept.
+//  Returns the item with this number of addresses. The item is created at the first call and kept.
 const DnsUpdateItem& item_of(std::size_t addresses) {
     static std::map<std::size_t, std::unique_ptr<DnsUpdateItem>> items;
     std::unique_ptr<DnsUpdateItem>& item = items[addresses];
@@ -214,7 +214,7 @@ void add_writer(const std::string& who, std::size_t addresses, writer write) {
     });
 }
 
-//  The buffer exists before the measurement.
+//  Adds the case that copies the finished text. The buffer of the copy exists before the measurement.
 void add_copy(std::size_t addresses) {
     add("request/memcpy/" + std::to_string(addresses), 100,
         [addresses, to = std::vector<char>(1 << 16)](std::size_t times) mutable {

@@ -8,7 +8,7 @@ STRING_BARS = (
     ("400_bytes", "string of 400 single bytes", 0.95),
     ("39_made", "string of 39 bytes, constructed and destroyed", 1.2),
 )
-POOLED_PAIRS = 3  # of the string of 12-byte pieces, which grows to 408 bytes
+POOLED_PAIRS = 3  # blocks that the string of 12-byte pieces allocates and frees while it grows to 408 bytes
 
 
 def string(figures):

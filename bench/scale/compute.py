@@ -1,5 +1,5 @@
-"""compute.py: computes the load of a fleet on the two servers from the costs of each request in figures.json, and writes
-the tables of docs/user/scale.md.
+"""compute.py: computes the load of a fleet on its Redis and DNS servers from the costs of each request in figures.json,
+and writes the tables of docs/user/scale.md.
 
 A host in normal operation checks its data every LOOK seconds with redis. With dns, it checks its data at the interval
 of the url's option check, but at least every REFRESH seconds. One check within each REFRESH seconds is a refresh
@@ -164,7 +164,7 @@ def return_cost(server):
 
 
 def return_cells(hosts, server, lost, away, random):
-    """Returns the cells for the return of hosts to one server."""
+    """Returns the table cells for the reconnection of hosts to one server."""
     when, failures, failed = tries(lost, away, random)
     peak, last = arrivals(when)
     served = queue(when, failures, 1e6 / return_cost(server), random)
@@ -201,7 +201,7 @@ def forecast_rows(random):
 
 
 def wave_rows(random):
-    """The load after all hosts have reconnected together, starting 20 s after the last host has reconnected."""
+    """The load after all hosts have reconnected together, starting 20 s after the last host has published."""
     yield ["hosts", "`check`", "requests/s", "maximum of 10 s, per second", "ratio", "ratio of 1 s"]
     for server in ("redis", "knot"):
         mean, peak = (FIGURES[f"{server}_wave"][key] for key in ("mean", "peak"))

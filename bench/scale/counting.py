@@ -137,7 +137,7 @@ def wave(server, hosts, away, count):
 
 
 def loads_of(samples, since):
-    """samples: (seconds, requests so far)."""
+    """samples: pairs of a time in seconds and the number of requests up to that time."""
     times, counts = zip(*samples, strict=True)
     begins = numpy.arange(times[0], times[-1] - WINDOW, WINDOW / 20)
     sums = numpy.interp(begins + WINDOW, times, counts) - numpy.interp(begins, times, counts)

@@ -99,7 +99,7 @@ def memory(build, server):
     crowd = Hosts(build, "rdb", URL, CROWD)
     crowd.publish()
     server.call("FLUSHALL")
-    time.sleep(5)  # less than a tenth of the hosts check meanwhile; their input buffers belong to the result
+    time.sleep(5)  # less than a tenth of the hosts check meanwhile; the input buffers of these hosts are counted, too
     result = {"connection": round((used() - empty) / CROWD)}
     crowd.end()
     some = Hosts(build, "rdb", URL, MANY)

@@ -148,9 +148,9 @@ class Bind(DnsServer):
     """policy: "zonesub": one key for the zone; "name": a key and two grants for each host; "selfsub": a key for each
     host and one grant for all."""
 
-    folder = "/var/lib/bind"  # its AppArmor profile allows it to read and write there
+    folder = "/var/lib/bind"  # BIND's AppArmor profile allows it to read and write there
     journal = "zone.jnl"
-    check_queries = 1  # it adds the AAAA records to the answer with the HTTPS records
+    check_queries = 1  # BIND adds the AAAA records to the answer with the HTTPS records
 
     def __init__(self, policy="zonesub", hosts=1):
         super().__init__()
