@@ -1,7 +1,7 @@
 #  The files of an installation. No other file lists them; the Debian package uses this list unchanged.
 #
-#      lib/addrpubd/       the program, its client library and a link to the ini file, which must be in one folder
-#      sbin/addrpubd       changes to that folder and starts the program there
+#      lib/addrpubd/       the program, its client library and a link to the ini file; all must be in one folder
+#      sbin/addrpubd       a script that changes to lib/addrpubd/ and starts the program there
 #      /etc/addrpubd/      the ini file; with another prefix than /usr this is PREFIX/etc/addrpubd/, and below /opt it
 #                          is /etc/PREFIX/addrpubd/ (GNUInstallDirs)
 #
