@@ -1,8 +1,8 @@
 # shellcheck shell=bash
 #  Completion for addrpubd and addrpubd-check in bash(1). It uses no function of another package.
 #
-#  The words that can follow a word, by that word. FILE stands for the names of ini files and folders. Every option of
-#  the usage that the two programs print must be in this table.
+#  Each key is a word, its value the words that can follow it. FILE stands for the names of ini files and folders. Every
+#  option of the usage that the two programs print must be in this table.
 declare -gA _addrpubd_next=(
     [addrpubd]="-start -stop -status -run -ver"
     [addrpubd-check]="--help --status --connect --remove FILE"
