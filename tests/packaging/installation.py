@@ -19,7 +19,7 @@ def cached(name):
 
 
 class Installation:
-    """root: the temporary root. prefix, folder, ini: absolute paths, as they are written in the installed files."""
+    """`root`: the temporary root. `prefix`, `folder`, `ini`: absolute paths, as written in the installed files."""
 
     def __init__(self, root):
         self.root = root
@@ -35,7 +35,7 @@ class Installation:
         )
 
     def path(self, name):
-        """Returns the current path of the installed file with this absolute path."""
+        """Returns the path below the temporary root of the installed file whose absolute path is `name`."""
         return self.root / Path(name).relative_to("/")
 
     def tree(self):

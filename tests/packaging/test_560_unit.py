@@ -102,7 +102,7 @@ def test_569_an_instance_differs_from_the_service_only_in_its_name_and_files(ins
     assert whole.startswith(text)
     assert settings(text)["RuntimeDirectory"] == ["addrpubd"]
     assert settings(text)["RuntimeDirectoryMode"] == ["0755"]  # all users may read the state
-    assert settings(text)["RuntimeDirectoryPreserve"] == ["yes"]  # its folder contains those of instances
+    assert settings(text)["RuntimeDirectoryPreserve"] == ["yes"]  # the folder also contains the folders of instances
     own = settings(whole.removeprefix(text))
     runtime, pid_file = "addrpubd/%i", settings(text)["ReadWritePaths"][0]
     assert own == {

@@ -32,7 +32,7 @@ dnshttpsports = 443
 
 
 class Servers:
-    """Redis and BIND. Each start has no data of an earlier start."""
+    """Redis and BIND. After a start they have no data of an earlier start."""
 
     rdburl = "redis://localhost"
     dnsurl = f"dns://localhost/{ZONE}"
@@ -70,7 +70,7 @@ class Servers:
 
 
 class TlsServers(Servers):
-    """The same, with TLS."""
+    """Redis and BIND, both over TLS."""
 
     back_ends = ("rediss", "dns-tls")
 

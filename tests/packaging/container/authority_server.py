@@ -1,7 +1,8 @@
 """authority_server.py FILE: a server that begins a TLS handshake with the certificate in FILE, without its key.
 
 A client of TLS 1.2 gets the certificate before the server has to prove that it has the key (RFC 5246 section 7.3). So
-the client judges the certificate of any authority. The server prints its port on 127.0.0.1 and serves one connection.
+this server needs no key and can present the certificate of any authority. It prints its port on 127.0.0.1 and serves
+one connection.
 """
 
 import socket
@@ -17,7 +18,7 @@ SECURE_RENEGOTIATION = b"\xff\x01\x00\x01\x00"  # OpenSSL requires this extensio
 
 
 def counted(size, content):
-    """Returns the content after its length, a number of size bytes."""
+    """Returns the length of `content`, as a number of `size` bytes, followed by `content`."""
     return len(content).to_bytes(size, "big") + content
 
 

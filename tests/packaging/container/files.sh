@@ -40,8 +40,8 @@ check_files() {
     podman image unmount "$(image)" >/dev/null
 }
 
-#  A server that shows the certificate of a public authority as its own: the client library refuses it, but not because
-#  the authority is unknown.
+#  The server presents the certificate of a public authority as its own. The client library must refuse it, but not
+#  because the authority is unknown.
 check_certificates() {
     local authority=/usr/share/ca-certificates/mozilla/ISRG_Root_X1.crt port
     [ -e "$authority" ] || fail "ca-certificates is not installed"

@@ -27,7 +27,7 @@ ended() {
     [ "$(of_container Status)" = exited ]
 }
 
-#  published_is ADDRESSES: both servers have these addresses, and the log has reported it.
+#  published_is ADDRESSES: whether both servers have these addresses and the log has reported them.
 published_is() {
     local state
     state=$(podman volume inspect --format '{{.Mountpoint}}' addrpubd)
@@ -53,7 +53,7 @@ check_comparison() {
     expect "addresses of host and servers" 5 "$(grep --count --word-regexp "$host_address" "$work/output")"
 }
 
-#  Runs what Podman's unit runs at a boot.
+#  Runs the command that Podman's unit runs at a boot.
 check_boot() {
     say "the start at boot"
     local unit=/lib/systemd/system/podman-restart.service start
@@ -73,7 +73,7 @@ check_boot() {
 check_removal() {
     say "the removal of a name"
     local title="## Retiring a name" removal hosts
-    podman volume rm addrpubd >/dev/null # has the database with another name
+    podman volume rm addrpubd >/dev/null # deletes the database, which also has the name host2.example
     run_container --network host --restart always
     until_true "the addresses of the host" published_is "$host_address"
     hosts=$(podman volume inspect --format '{{.Mountpoint}}' addrpubd)/hosts.d/addrpubd
@@ -97,7 +97,7 @@ check_process() {
     expect "name" addrpubd "$(awk '/^Name:/ { print $2 }' "$status")"
 }
 
-#  Signals that are sent later are handled later, so a service that still runs after the last one ignored the others.
+#  Sends signals that have no effect on the service, then checks that the service still runs.
 check_signals() {
     say "signals without a handler"
     local number
@@ -108,7 +108,7 @@ check_signals() {
     answers || fail "a signal ended the service"
 }
 
-#  milliseconds COMMAND...: runs it silently and prints how long it took.
+#  milliseconds COMMAND...: runs the command silently and prints its duration in milliseconds.
 milliseconds() {
     local begin
     begin=$(date +%s%3N)
@@ -131,7 +131,7 @@ check_stop() {
     row "podman stop addrpubd"
     expect "status after podman stop" 0 "$(of_container ExitCode)" # 137 after SIGKILL
 
-    #  The end of process 1 also ends the process of the command, which may not have returned yet.
+    #  The end of process 1 also ends the process of podman exec in the container, so podman exec may report an error.
     start_container
     states "| \`podman exec addrpubd ./addrpubd -stop\` |"
     podman exec "$container" ./addrpubd -stop >/dev/null 2>&1 || true
@@ -159,7 +159,7 @@ answers() {
     [[ $(podman exec "$container" ./addrpubd -status 2>/dev/null) == *"is runing"* ]]
 }
 
-#  new_run BEFORE: the log has one more start than before.
+#  new_run BEFORE: whether the log has BEFORE + 1 starts.
 new_run() {
     [ "$(starts)" -eq $(($1 + 1)) ]
 }
@@ -187,7 +187,7 @@ check_restart() {
     write_settings "$database" "$names"
 }
 
-#  logged TEXT
+#  logged TEXT: whether the log contains the text.
 logged() {
     podman logs "$container" 2>/dev/null | grep --quiet --fixed-strings -- "$1"
 }

@@ -13,8 +13,8 @@ make_machine() {
         mount -t tmpfs -o mode=755 tmpfs "$folder"
     done
     make_devices
-    #  crun needs control groups of version 2 alone, and may not limit containers without more rights than the rest of
-    #  these tests needs.
+    #  crun needs a mount of control groups of version 2 alone. Limits of containers are switched off, because they need
+    #  more rights than the rest of these tests.
     mount -t cgroup2 cgroup2 /sys/fs/cgroup
     cat >"$work/containers.conf" <<CONF
 [containers]

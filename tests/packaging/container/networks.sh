@@ -15,7 +15,7 @@ check_own_network() {
     until_true "the address of the container" published_is "$address"
 }
 
-#  Requires the container of check_own_network, whose service keeps its lock.
+#  Requires that the container of check_own_network still runs. Its service keeps its own lock.
 check_several() {
     say "two containers at once"
     podman run --detach --name other --network host --volume "$settings:/etc/addrpubd/addrpubd.ini:ro" \

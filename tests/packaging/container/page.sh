@@ -25,8 +25,8 @@ command_of() {
     printf '%s\n' "$found"
 }
 
-#  run_commands SECTION PATTERN...: runs the command of the section that contains the pattern, for each pattern. The
-#  commands must succeed.
+#  run_commands SECTION PATTERN...: for each pattern, runs the command of the section that contains the pattern. Each
+#  command must succeed.
 run_commands() {
     local title=$1 pattern command
     shift
@@ -39,8 +39,8 @@ run_commands() {
     done
 }
 
-#  row COMMAND: requires that the table of commands has this command, and runs it. It must succeed. Its output is in
-#  WORK/output.
+#  row COMMAND: requires that the page's table of commands has this command, and runs the command, which must succeed.
+#  WORK/output has the output of the command.
 row() {
     grep --quiet --fixed-strings -- "| \`$1\` |" "$page" || fail "$page: no row \"$1\""
     bash -c "$1" >"$work/output" 2>&1 || {
@@ -49,7 +49,7 @@ row() {
     }
 }
 
-#  output_has TEXT
+#  output_has TEXT: requires that WORK/output contains the text.
 output_has() {
     grep --quiet --fixed-strings -- "$1" "$work/output" || {
         cat "$work/output"

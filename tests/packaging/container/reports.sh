@@ -6,7 +6,7 @@
 # shellcheck source=tests/packaging/container/names.sh
 source "$(dirname "${BASH_SOURCE[0]}")/names.sh"
 
-#  status_of COMMAND...: prints its exit status. Its output is in WORK/output.
+#  status_of COMMAND...: runs the command and prints its exit status. WORK/output has the output of the command.
 status_of() {
     local status=0
     "$@" >"$work/output" 2>&1 || status=$?

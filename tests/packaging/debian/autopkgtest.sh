@@ -4,7 +4,7 @@
 # shellcheck source=tests/packaging/debian/names.sh
 source "$(dirname "${BASH_SOURCE[0]}")/names.sh"
 
-#  The machine itself is the test bed, so its isolation is not that of a container of autopkgtest.
+#  autopkgtest runs the tests directly in the machine and not in a container, so it must ignore that restriction.
 check_source_package_tests() {
     say "autopkgtest: the tests of the source package pass"
     local folder=$root/var/tmp/source

@@ -4,7 +4,7 @@
 # shellcheck source=tests/packaging/debian/names.sh
 source "$(dirname "${BASH_SOURCE[0]}")/names.sh"
 
-#  The package under test, and the package that replaces it in an upgrade.
+#  package prints the path of the package under test, next_package that of the package that replaces it in an upgrade.
 package() {
     find "$work/first" -name 'addrpubd_*.deb'
 }
@@ -22,7 +22,7 @@ copy_tree() {
     tar --create --directory "$top" --exclude=./build --exclude=./.git . | tar --extract --directory "$1"
 }
 
-#  build TREE OUTPUT
+#  build TREE OUTPUT: builds the package from the sources in TREE, with the results in OUTPUT.
 build() {
     "$1/scripts/package" "$2" >"$work/build.log" 2>&1 || {
         cat "$work/build.log"
@@ -68,7 +68,7 @@ check_hardening() {
     done
 }
 
-#  The same programs, with another version and other packaged settings.
+#  Makes a package with the same programs, another version and other packaged settings.
 make_next_version() {
     local tree=$work/next
     dpkg-deb --raw-extract "$(package)" "$tree"

@@ -32,7 +32,7 @@ until_true() {
     shift
     for ((checks = 0; checks < patience; checks++)); do
         if "$@"; then
-            return 0 # in a trap, "return" would use the status before the trap
+            return 0 # in a trap, "return" without a number would use the status from before the trap
         fi
         sleep 0.1
     done

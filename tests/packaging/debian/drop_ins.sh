@@ -84,7 +84,7 @@ END
     configure_files
 }
 
-#  expect_refusal LINE: checks that these settings make the start fail at once, with this line in the journal.
+#  expect_refusal LINE: checks that the current settings make the start fail at once, with this line in the journal.
 expect_refusal() {
     inside systemctl reset-failed "$unit"
     ! inside systemctl restart "$unit" 2>/dev/null || fail "the service has started"

@@ -33,7 +33,7 @@ check_restart() {
     say "the new start came $(((started - ended) / 1000)) ms after the end"
 }
 
-#  Only the delay before a restart is shortened.
+#  The delay before a restart is shortened. The start limit is that of the packaged unit.
 check_limit() {
     say "the fifth crash within ten minutes causes no restart"
     runtime_drop_in 'RestartSec=100ms'

@@ -26,7 +26,7 @@ instance_has_logged() {
     grep -q -- "$2" <<<"$(instance_journal "$1")"
 }
 
-#  write_instance NAME: its settings. Each instance has its own database and hosts file.
+#  write_instance NAME: writes the settings of the instance. Each instance has its own database and hosts file.
 write_instance() {
     quietly install -o root -g addrpubd -m 640 /dev/stdin "/etc/addrpubd/$1.ini" <<END
 hostname = $1.example

@@ -23,7 +23,7 @@ make_debian() {
     ln -s /dev/null "$root/etc/systemd/system/timers.target"
 }
 
-#  Runs a command in the folder, without systemd, but with the host's network; silently unless it fails.
+#  Runs a command in the folder, without systemd, but with the host's network. Prints the output only if it fails.
 in_folder() {
     unshare --mount --pid --fork --kill-child --mount-proc="$root/proc" \
         chroot "$root" env DEBIAN_FRONTEND=noninteractive "$@" >"$work/command.log" 2>&1 || {
@@ -32,7 +32,7 @@ in_folder() {
     }
 }
 
-#  boot_machine ADDRESS
+#  boot_machine ADDRESS: boots the machine, whose only interface gets this address.
 boot_machine() {
     control_group=$(findmnt --noheadings --first-only --output TARGET --types cgroup2) ||
         fail "control groups version 2 are not mounted"
@@ -43,7 +43,7 @@ boot_machine() {
     until_true "the end of the boot" booted
 }
 
-#  "degraded" means that a service of Debian itself has failed.
+#  Whether the machine has booted. "degraded" means that a service of Debian itself has failed.
 booted() {
     kill -0 "$machine" || {
         cat "$work/boot.log"

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 #  Sourced by scripts/package-test and by the files *.sh of this folder, except checks.sh: names that they share.
-# shellcheck disable=SC2034 # they are used there
+# shellcheck disable=SC2034 # the files that source this one use them
 
 work=${work:?a folder for everything that the test makes}
 helpers=$(dirname "${BASH_SOURCE[0]}")

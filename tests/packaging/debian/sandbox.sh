@@ -44,7 +44,7 @@ attempts_outside() {
     inside setpriv --reuid addrpubd --regid addrpubd --clear-groups /usr/local/bin/attempts
 }
 
-#  Runs the attempts in the unit, before the service. A drop-in for this exists only meanwhile.
+#  Runs the attempts in the unit, before the service. The drop-in for this is removed afterwards.
 attempts_in_unit() {
     runtime_drop_in 'ExecStartPre=/usr/local/bin/attempts'
     start_service
