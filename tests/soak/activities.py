@@ -30,7 +30,7 @@ class Activities:
         self._random = random.Random(seed)
         self._usual = [f"2001:db8:aa::{number:x}" for number in range(1, 13)]
         self._usual += [f"fd12:3456:789a::{number:x}" for number in range(1, 5)]
-        self._flood = []  # places
+        self._flood = []  # (link, address) of the addresses that were added at once
         self._fresh = 0
         kinds = [self._still, self._few, self._flicker, self._flood_or_ebb, self._renumber, self._empty]
         self._deck = Deck(kinds + [self._lifetimes, self._twice, self._storm, self._flood_or_ebb], self._random)

@@ -10,7 +10,7 @@ HISTORY = "SELECT id, time_ms, value FROM history WHERE id > ? ORDER BY id"
 
 
 class Database:
-    """complain(text) receives the errors of readers. excused() returns whether a failure is expected now."""
+    """`complain(text)` receives the errors of readers. `excused()` returns whether a failure is expected now."""
 
     def __init__(self, path, name, complain, excused):
         self.path = path

@@ -16,7 +16,7 @@ MEMORY = ("RssAnon", "VmData")
 
 
 class Figures:
-    """seconds: duration of the soak."""
+    """`seconds`: duration of the soak."""
 
     def __init__(self, service, seconds):
         self._service = service

@@ -11,7 +11,8 @@ FOREVER = math.inf
 
 @dataclass
 class Stay:
-    """A stay of an address. It is certainly present from settled to doubted, and possibly present from came to gone."""
+    """A stay of an address. The address is certainly present from `settled` to `doubted`, and possibly present from
+    `came` to `gone`."""
 
     came: float
     settled: float
@@ -28,13 +29,13 @@ class Ledger:
         self.changes = 0
 
     def came(self, link, address, before, after):
-        """The address was absent at before and is present at after."""
+        """Records that the address was absent at the time `before` and present at the time `after`."""
         self._stays.setdefault((link, address), []).append(Stay(before, after))
         self._links.setdefault(address, set()).add(link)
         self._note(before, after)
 
     def went(self, link, address, before, after):
-        """The address was present at before and is absent at after."""
+        """Records that the address was present at the time `before` and absent at the time `after`."""
         stay = self._stays[link, address][-1]
         stay.doubted, stay.gone = before, after
         self._note(before, after)
@@ -49,7 +50,7 @@ class Ledger:
         return self._ends[-1] if self._ends else 0.0
 
     def still(self, low, high):
-        """Returns whether no address changed between the two moments."""
+        """Returns whether no address changed between the times `low` and `high`."""
         at = bisect.bisect_left(self._ends, low)
         return all(begin > high for begin in self._begins[at:])
 
@@ -60,7 +61,7 @@ class Ledger:
         return any(stay.came <= high and stay.gone >= low for stay in self._stays_of(address))
 
     def present(self, low, high):
-        """Returns the addresses that were present during the whole time between the two moments."""
+        """Returns the addresses that were present during the whole time from `low` to `high`."""
         return {
             address
             for (_, address), stays in self._stays.items()
@@ -68,10 +69,10 @@ class Ledger:
         }
 
     def judge(self, listed, low, high, publishable, complete=True):
-        """Returns the error in a list of addresses that was read between the two moments, or an empty text if it is
-        correct.
+        """Returns the error in a list of addresses that was read between the times `low` and `high`. Returns an empty
+        text if the list is correct.
 
-        complete: the list was not shortened.
+        `complete`: the list was not shortened.
         """
         never = [address for address in listed if not self.might_have_been(address, low, high)]
         if never:

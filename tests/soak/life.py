@@ -36,7 +36,7 @@ ip link set soak1 up
 
 
 class Life:
-    """restart: seconds between two restarts, or None. tiny: whether the data is on a small file system."""
+    """`restart`: seconds between two restarts, or None. `tiny`: whether the data is on a small file system."""
 
     def __init__(self, title, data, seed, seconds, restart=None, tiny=False):
         self.title, self.complaints, self._data = title, [], data
@@ -56,7 +56,7 @@ class Life:
         self.figures = Figures(self.service, seconds)
         self.started = 0.0  # time of the last start of the service
         self.checks = self.restarts = self.commands = 0
-        self.worst = {"untroubled": 0.0, "troubled": 0.0}  # seconds after the last change or disturbance
+        self.worst = {"untroubled": 0.0, "troubled": 0.0}  # longest delay, seconds after the last change or disturbance
         self.most = 0  # maximum number of addresses to publish
         self.size = 0  # size of the database in kB at the end of the soak
         self.thread = threading.Thread(target=self._run, name=title)
@@ -192,7 +192,7 @@ class Life:
             return False
         return self.hosts.block() == self._block(listed)
 
-    #  A host without addresses keeps its lines. An address that is on two links has one line.
+    #  If the host has no address, the hosts file keeps its last lines. An address that is on two links has one line.
     def _block(self, listed):
         return list(dict.fromkeys(listed or self.witness.sent))
 
@@ -221,8 +221,7 @@ class Life:
         if not self.checks % 10:
             self.database.check_whole()
 
-    #  The library writes the reasons of failures to syslog, and a line when the server works again. Any other line is a
-    #  complaint.
+    #  The library writes to syslog the reasons of failures, and a line when a server works again. Other lines are errors.
     def _check_syslog(self):
         for line in self.syslog.lines("rdbapi: "):
             reason = line.split("rdbapi: ", 1)[1]

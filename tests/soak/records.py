@@ -60,7 +60,7 @@ class UdpLog:
 
 
 class ConsoleLog:
-    """The output of a foreground run. process: that run; its output must be a pipe."""
+    """The output of a foreground run. `process` is the process of the run. Its output must be a pipe."""
 
     url = "stdout"
 

@@ -49,7 +49,7 @@ class Troubles:
             trouble.end = time.time()
 
     def begin(self, kind, action):
-        """Runs action on a new thread. It counts as a disturbance of this kind."""
+        """Runs `action` on a new thread. The action counts as a disturbance of this kind."""
 
         def work():
             with self.during(kind):
@@ -69,7 +69,7 @@ class Troubles:
         return sum(trouble.kind == kind for trouble in self.all)
 
     def near(self, low, high, after, kinds=KINDS):
-        """Returns the start of the first disturbance that may have an effect between the two moments, or None."""
+        """Returns the start of the first disturbance that may have an effect between `low` and `high`, or None."""
         starts = [
             trouble.start
             for trouble in self.all

@@ -11,9 +11,11 @@ from addresses import VALUE_LIMIT, as_value, publishable
 from service import PORTS
 from troubles import FOUND_AGAIN
 
-#  Seconds. The put sets the time of a row. It happens two calls of a working database after the list was read.
+#  Seconds from the reading of a list to the time of its row. At most two calls of a working database take place in this
+#  time; the second is the put, which sets the time of the row.
 ROW_WINDOW = 1.0
-#  Seconds. A record may follow two calls of at most 3 s each, which is the time limit of a call.
+#  Seconds from the reading of a list to its record. At most two calls of the library take place in this time. The time
+#  limit of a call is 3 s.
 RECORD_WINDOW = 6.5
 CLOCK_STEP = 0.002  # the times of rows are whole milliseconds
 
@@ -37,7 +39,7 @@ class Witness:
         self.puts = self.requests = self.replies = self.errors = self.rows = 0
         self._puts = []  # time and value of successful puts that were not yet compared with rows
         self._rows = []  # rows for which no put was found so far
-        self._current = None  # value of the last row before these
+        self._current = None  # value of the row before the first of _rows
         self.sent = []  # the last list sent
         self._blocks = {()}  # blocks that the hosts file may contain
         self._older_blocks = set()
@@ -51,8 +53,8 @@ class Witness:
         self.connected = dict.fromkeys(self.connected, False)
 
     def end_run(self):
-        """Must be called when the service has ended. All requests must have been answered; the last may be unanswered
-        if it was being sent."""
+        """Must be called when the service has ended. At most one request may be without an answer: the service may have
+        ended before it logged the answer."""
         if len(self._unanswered) > 1:
             self._complain(f"requests without an answer: {self._unanswered}")
 
@@ -157,7 +159,7 @@ class Witness:
         del self._rows[: len(old)]
         self._current = old[-1][1] if old else self._current
 
-    #  The library itself repeats failed puts.
+    #  The library itself repeats failed puts. So after a disturbance a row without a put in the log is correct.
     def _rows_without_put(self, rows):
         for moment, value in rows:
             if self._troubles.near(moment, moment, FOUND_AGAIN + RECORD_WINDOW) is None:
