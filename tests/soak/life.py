@@ -221,7 +221,7 @@ class Life:
         if not self.checks % 10:
             self.database.check_whole()
 
-    #  The library writes to syslog the reasons of failures, and a line when a server works again. Other lines are errors.
+    #  Syslog has the reasons of failures, and a line when a server works again. Any other line is an error.
     def _check_syslog(self):
         for line in self.syslog.lines("rdbapi: "):
             reason = line.split("rdbapi: ", 1)[1]
