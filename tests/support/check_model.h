@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-//  Removes quotes and escapes from shown and stores the result in text. Returns false if shown is not in quotes.
+//  Removes quotes and escapes from `shown` and stores the result in `text`. Returns false if `shown` is not in quotes.
 inline bool unquoted(const std::string& shown, std::string& text) {
     text.clear();
     if (shown.size() < 2 || shown.front() != '"' || shown.back() != '"')
@@ -26,7 +26,8 @@ inline bool unquoted(const std::string& shown, std::string& text) {
     return true;
 }
 
-//  Returns whether shown represents text. If url is set, a text that may contain a secret is not compared.
+//  Returns whether `shown` is the printed form of `text`. If `url` is true, a text that may contain a secret is not
+//  compared.
 inline bool saysText(const std::string& shown, const std::string& text, bool url) {
     std::string read;
     return unquoted(shown, read) && ((url && text.find_first_of("@?") != std::string::npos) || read == text);
@@ -45,7 +46,7 @@ inline bool saysPorts(const std::string& shown, const CRunCls& run) {
     return shown == (ports.empty() ? "none" : ports);
 }
 
-//  Returns the first row that disagrees with run, or an empty text if all rows agree.
+//  Returns the first row of the table that differs from the settings in `run`, or an empty text if no row differs.
 inline std::string disagreement(const std::vector<std::string>& table, const CRunCls& run) {
     struct Row {
         std::string name;

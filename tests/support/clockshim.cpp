@@ -1,7 +1,8 @@
 //  Preloaded into a program under test. The test then controls the program's wall clock and sleeps (see clockshim.h).
 //
-//  Replaces time, gettimeofday, clock_gettime for the wall clocks, and nanosleep, clock_nanosleep, usleep, sleep. The
-//  monotonic clocks stay real, because the C library uses them for time limits of condition variables and poll.
+//  Replaces the sleeps nanosleep, clock_nanosleep, usleep and sleep, and for the wall clocks the functions time,
+//  gettimeofday and clock_gettime. The monotonic clocks stay real, because the C library uses them for time limits of
+//  condition variables and poll.
 //
 //  Only sleeps of the main thread are virtual. A sleep of another thread takes its real time and does not change the
 //  clock. So a thread of a client library can neither advance the service's clock nor park the process.
@@ -29,7 +30,7 @@ constexpr std::int64_t second = 1'000'000'000;
 ClockControl* g_control = nullptr;
 std::atomic<ClockSlot*> g_slot{nullptr};
 
-//  Takes the next free slot for this process. After a fork, it starts with the time of the parent's slot.
+//  Takes the next free slot for this process. After a fork, the slot starts with the time of the parent's slot.
 ClockSlot* take_slot(pid_t pid, const ClockSlot* parent) {
     const std::uint32_t index = g_control->taken.fetch_add(1);
     if (index >= clock_slots) {
@@ -85,8 +86,8 @@ timespec timespec_of(std::int64_t ns) {
 }
 
 //  Waits until the limit is raised. Returns false if a signal handler ran instead. The futex wait has a time limit,
-//  because the kernel restarts a wait without a limit after a handler that was installed with SA_RESTART. A sleep is
-//  never restarted.
+//  because the kernel restarts a wait without a limit after a handler that was installed with SA_RESTART. The kernel
+//  never restarts the sleeps that this wait simulates.
 bool park(ClockSlot* slot, std::uint32_t seen) {
     const timespec long_time{3600, 0};
     const long result = syscall(SYS_futex, &slot->changed, FUTEX_WAIT, seen, &long_time, nullptr, 0);

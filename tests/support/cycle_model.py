@@ -50,7 +50,7 @@ class Call(NamedTuple):
 
     @classmethod
     def of(cls, call):
-        """Returns a recorded call in this form."""
+        """Converts a recorded call into a Call."""
         texts = b"".join(text + b"\0" for text in (call.url, call.account, call.password))
         payload = texts if call.call == "rdb_connectex" else call.text or call.record
         number = call.reserved or call.length or call.mode or call.count

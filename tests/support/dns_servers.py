@@ -85,8 +85,8 @@ def belongs(line, name=NAME):
 class Server:
     """Common base class of the servers."""
 
-    ready = b""  # text that it prints when it is ready
-    reloaded = b""  # text that it prints after it has reloaded its configuration
+    ready = b""  # text that the server prints when it is ready
+    reloaded = b""  # text that the server prints after it has reloaded its configuration
     program = ""
     package = ""
     folder = ""

@@ -149,7 +149,7 @@ int fclose(FILE* file) {
     return fails ? EOF : result;
 }
 
-//  The mode is read and passed on even if the caller passed none; in that case the system ignores it.
+//  The third argument, the mode, is read and passed on even if the caller did not pass it. The system ignores it then.
 int open(const char* path, int flags, ...) {
     using Open = int (*)(const char*, int, ...);
     static const auto real = reinterpret_cast<Open>(dlsym(RTLD_NEXT, "open"));

@@ -72,7 +72,7 @@ __attribute__((constructor)) void read_plan() {
     g_how = how_of(how);
 }
 
-//  Makes system calls directly, because the shim replaces the library's functions.
+//  Reports that this call was reached. Makes system calls directly, because the shim replaces the library's functions.
 void report(unsigned call) {
     const char* const path = getenv("FAILSHIM_REACHED");
     if (path == nullptr) {

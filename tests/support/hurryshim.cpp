@@ -11,7 +11,7 @@
 //  A limit that is not 0 stays at least 1 ms.
 //
 //  Unless HURRYSHIM_CLOCK is set, the monotonic clock stays real, so by that clock a shortened wait ends early. The
-//  worker does not compare the clock: it uses the result of poll.
+//  worker still treats the wait as expired, because it uses the result of poll and not the clock.
 //
 //  The worker chooses the time of its first check with a random number of four bytes (getrandom). While waits are
 //  recorded, the number is fixed: the first check comes after the whole interval, and the first refresh as late as
@@ -43,7 +43,7 @@ namespace {
 
 constexpr std::uint32_t lateNumber = 539999;  // 1 less than a multiple of each check interval that divides 540 s
 
-//  Returns the function that this one replaces. It may be that of another preloaded library.
+//  Returns the function that the shim's function of this name replaces. It may be that of another preloaded library.
 template <class Function>
 Function* replaced(const char* name) {
     return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
@@ -103,7 +103,8 @@ int hurry(pollfd* descriptors, nfds_t count, int timeout) {
 
 }  // namespace
 
-//  The function has a different name in C++, because the C library declares the descriptors as write-only.
+//  The replacement of poll. Its name in C++ differs from poll, because the C library declares that poll only writes to
+//  the descriptors. The replacement also reads them.
 extern "C" int hurriedPoll(pollfd* descriptors, nfds_t count, int timeout) __asm__("poll");
 
 int hurriedPoll(pollfd* descriptors, nfds_t count, int timeout) {
@@ -123,7 +124,7 @@ extern "C" ssize_t getrandom(void* buffer, size_t length, unsigned flags) {
     return static_cast<ssize_t>(length);
 }
 
-//  All processes of a machine with the same speed agree about this time.
+//  A multiple of the system's clock. So all processes that use the same factor get the same time.
 extern "C" int clock_gettime(clockid_t id, timespec* t) noexcept {
     static const auto real = replaced<int(clockid_t, timespec*)>("clock_gettime");
     static const int speed = getenv("HURRYSHIM_CLOCK") == nullptr ? 1 : workerDivisor();

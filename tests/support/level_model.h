@@ -66,7 +66,7 @@ struct PairModel {
         value = *second;
     }
 
-    //  Returns the level after a log with the level before was opened with the query.
+    //  Returns the level of a log that had the level `before` and was then opened with this query.
     std::int32_t level(std::int32_t before) const {
         return found && modelLowerCase(key) == "level" ? modelLevel(value) : before;
     }

@@ -1,4 +1,4 @@
-//  A second implementation of the port list: it splits the list at the commas, then examines each piece.
+//  A second implementation of the parser of port lists: it splits the list at the commas, then examines each piece.
 #ifndef TESTS_SUPPORT_PORT_LIST_MODEL_H
 #define TESTS_SUPPORT_PORT_LIST_MODEL_H
 

@@ -255,9 +255,9 @@ class RdbClient:
         """Waits until held() is true. It must become true by the worker's first own attempt since a position (default:
         now).
 
-        A failed attempt is followed by a back-off, a successful one by the wait for the next check. held() must be true
-        when the attempt has ended. Only after seven failures can a back-off be as long as the wait for a check; then
-        only held() shows success. No wait is longer than a minute.
+        held() must be true when the attempt has ended. The worker then waits: after a failed attempt for its back-off,
+        after a successful one for the next check. After seven failures the back-off may be as long as the wait for a
+        check; then only held() shows success. No wait is longer than a minute.
         """
         since = self.now() if since is None else since
 

@@ -73,8 +73,8 @@ private:
     sigset_t before_;
 };
 
-//  Two descriptors. That of held_signal is readable from the moment at which a call is held until wait_held returns,
-//  that of release_signal from release_held until the held call continues.
+//  The descriptor held_signal() is readable from the moment at which a call is held until wait_held returns. The
+//  descriptor release_signal() is readable from release_held until the held call continues.
 int held_signal() {
     static const int fd = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
     return fd;

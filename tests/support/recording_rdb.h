@@ -73,9 +73,9 @@ struct Call {
 //  Clears calls, scripts, handles and the observer. Must be called between two tests of one program.
 void reset();
 
-//  Scripts. index is the number of the call of that function, from 0; every_call applies to all calls. Of two scripts
-//  of the same kind, one for a single call overrides one for every call, and a later one for the same call replaces the
-//  earlier one.
+//  Scripts. The parameter index is the number of the call of that function, from 0, or every_call for all calls. A
+//  script for a single call overrides one of the same kind for every call. A later script for the same call replaces an
+//  earlier one of the same kind.
 constexpr std::size_t every_call = SIZE_MAX;
 
 //  Sets the result of the function; for create, the returned handle.

@@ -2,8 +2,8 @@
 
     python3 tests/support/redis_slots.py > tests/data/redis_slots.tsv
 
-The checksum is that of Python's library; the part of the key is found with a regular expression. tests/servers compares
-the same rows with a real server.
+Python's library computes the checksum. A regular expression finds the part of the key that determines the slot.
+tests/servers compares the same rows with a real server.
 """
 
 import binascii

@@ -27,5 +27,5 @@ class Settings:
 
 
 def marked(mark, output):
-    """Returns what follows mark in the lines that begin with it."""
+    """Returns the text after `mark` of each line that begins with `mark`."""
     return [match[1] for line in output if (match := re.match(rf"  {mark} +(.*)", line))]

@@ -42,7 +42,7 @@ COMM = "memcheck-amd64-" if MEMCHECK else "qemu-aarch64-st" if ARM64 else "addrp
 _TOOL = "/usr/libexec/valgrind/memcheck-amd64-linux"
 _OPTIONS = ["-q", "--trace-children=yes", "--vgdb=no", "--error-exitcode=99", "--leak-check=full"]
 _OPTIONS += ["--show-leak-kinds=definite", "--errors-for-leak-kinds=definite", "--num-callers=30"]
-_OPTIONS += ["--soname-synonyms=somalloc=nouserintercepts"]  # keeps the shim's malloc
+_OPTIONS += ["--soname-synonyms=somalloc=nouserintercepts"]  # memcheck does not replace the malloc of the fault shim
 _SUPPRESSIONS = Path(__file__).with_name("valgrind.supp")
 _SHIM = BUILD / "tests/liblocaleshim.so"
 
@@ -64,7 +64,7 @@ NOT_UNDER_MEMCHECK = {
 }
 
 
-#  The locale also translates error texts.
+#  The locale also translates error texts, so this process uses the same locale as the programs under test.
 if DECIMAL_MARK:
     locale.setlocale(locale.LC_ALL, "")
 
@@ -153,8 +153,8 @@ _outside = None
 
 
 def descriptors(folder):
-    """Returns the open descriptors in the fd folder of a process, except memcheck's log and memcheck's own descriptors
-    above the limit."""
+    """Returns the open descriptors in the fd folder of a process, except those of memcheck: its log and numbers from
+    1000 on."""
     numbers = [int(entry.name) for entry in folder.iterdir()]
     if not MEMCHECK:
         return numbers

@@ -1,8 +1,8 @@
 """Prints the results of scripts/surroundings: a table, the failed tests, and the skipped tests.
 
     tally.py FOLDER NAME...     FOLDER has for each NAME: ctest's NAME.xml, NAME.tally of the system tests (written by
-                                surroundings.py) and NAME.seconds. If all five names are given, it also writes the table
-                                into the verification page.
+                                surroundings.py) and NAME.seconds. If the names of all five environments are
+                                given, it also writes the table into the verification page.
 """
 
 import collections

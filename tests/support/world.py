@@ -111,7 +111,7 @@ class Scenario:
         self.step(seconds - self.wall_ns() / SECOND)
 
     def allow_listing(self, allowed):
-        """Sets whether the service can list its addresses. It needs a free descriptor for that."""
+        """Sets whether the service can list its addresses. The service needs a free descriptor to list them."""
         limit = "1024" if allowed else "0"
         self.sandbox.run("prlimit", "--pid", str(self.process.pid), f"--nofile={limit}:")
         self.look(allowed)
@@ -149,7 +149,7 @@ class Scenario:
         self.model.query_class, self.model.import_class = queried, imported
 
     def _command(self, *commands):
-        """Gives commands to the library, for this run, if the service runs, and for all later ones."""
+        """Gives commands to the library for all later runs and, if the service runs, for the current run."""
         self.library.before_start(*commands)
         if self.process is not None:
             assert all([self.library.tell(command) for command in commands])
