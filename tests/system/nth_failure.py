@@ -363,8 +363,8 @@ def one_command(*words):
 
 
 def beside_a_holder(word, kind="process", sigterm="default"):
-    """Runs a command while another process holds the lock. If that holder ends during the command, the command sleeps
-    until then."""
+    """Runs a command while another process holds the lock. If the command ends that process, the command's clock
+    stops until the process has ended."""
 
     def steps(run):
         holder = run.host.hold_lock(kind, sigterm)

@@ -54,7 +54,7 @@ def stop(host, service):
     """Runs -stop for a service that ends on SIGTERM. Returns the output of -stop."""
     command = host.start("-stop")
     service.wait()
-    host.clock.of(command).let_run(1)  # needed if it checked the lock before the service had ended
+    host.clock.of(command).let_run(1)  # needed if -stop checked the lock before the service had ended
     output = command.all_output()
     assert command.wait() == 0
     return output
@@ -92,13 +92,14 @@ def test_1910_stop_succeeds_when_the_lock_is_free_even_if_the_process_runs(host)
     holder = host.hold_lock(sigterm="release")
     command = host.start("-stop")
     holder.wait_for_output(b"released\n")
-    host.clock.of(command).let_run(1)  # needed if it checked the lock before it was free
+    host.clock.of(command).let_run(1)  # needed if -stop checked the lock before the holder released it
     assert command.all_output().endswith(b"addrpubd stoped gracefully!\n\n")
     assert command.wait() == 0 and holder.running()
 
 
 def test_1911_stop_waits_for_any_holder_of_the_lock(host):
-    """Another process takes the lock during the wait. At the time limit, the pid of the first holder is killed."""
+    """Another process takes the lock during the wait. At the time limit, -stop kills the pid of the first
+    holder, not the second holder."""
     first = host.hold_lock(sigterm="ignore")
     command = host.start("-stop")
     control = host.clock.of(command)
@@ -165,7 +166,7 @@ def test_1914_stop_signals_the_pid_of_the_text_when_the_lock_has_none(host):
 
 
 def test_1915_a_run_reports_no_access_when_the_lock_has_no_pid(host):
-    """-run and -start do not read the text."""
+    """-run and -start do not use the pid in the text of the file."""
     host.hold_lock("description")
     host.sandbox.path(PIDFILE).write_bytes(b"31999\n")
     assert host.command("-run") == b"\n" + ACCESS_ERROR
@@ -191,7 +192,7 @@ def test_1918_a_terminal_shows_a_running_service_and_its_end_with_the_same_bytes
     assert host.command("-status", tty=True) == RUNNING.replace(b"\n", b"\r\n")
     command = host.start("-stop", tty=True)
     service.wait()
-    host.clock.of(command).let_run(1)  # needed if it checked the lock before the service had ended
+    host.clock.of(command).let_run(1)  # needed if -stop checked the lock before the service had ended
     expected = b"\nstop addrpubd... pid = %d\n\naddrpubd stoped gracefully!\n\n" % service.pid
     assert command.all_output() == expected.replace(b"\n", b"\r\n")
     assert command.wait() == 0

@@ -77,7 +77,8 @@ def settle(host, parents):
 
 
 def kill(host, pids):
-    """Kills the processes. Waits until they have ended and hold no lock; a thread may hold it a moment longer."""
+    """Kills the processes. Waits until they have ended and hold no lock. A thread of a killed process may hold
+    the lock a moment longer than its main thread."""
     for pid in pids:
         host.sandbox.request({"op": "kill", "pid": pid, "signal": int(signal.SIGKILL)})
     wait_until(lambda: not living(host) & set(pids) and not set(host.lock_holders()) & set(pids), "the end")

@@ -45,7 +45,7 @@ def module(host, name):
 
 
 def connect(host, url, folder="/"):
-    """Returns the result of rdb_connectex for a program whose search path contains the planted folder."""
+    """Returns the result of rdb_connectex for a program whose library search path contains PLANTED."""
     command = ["/usr/bin/python3", "-I", "-S", "-c", CLIENT, folder, url]
     environment = {"LD_LIBRARY_PATH": f"{PLANTED}:."}
     process = host.sandbox.spawn(*command, cwd=DIRECTORY, env=environment)

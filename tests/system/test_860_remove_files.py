@@ -34,7 +34,7 @@ def settings(sandbox, **urls):
 
 
 def folder(sandbox):
-    """Returns names, times and contents of all files, without the index of a log, in which readers have their locks."""
+    """Returns names, times and contents of all files, except *-shm, in which readers of a database have locks."""
     files = [file for file in sorted(sandbox.path("/mnt/data").iterdir()) if not file.name.endswith("-shm")]
     return [(file.name, file.stat().st_mtime_ns, file.read_bytes()) for file in files]
 
@@ -127,7 +127,7 @@ def test_8631_nothing_is_deleted_while_an_instance_runs_with_the_settings(open_h
     sandbox = open_host.sandbox
     sandbox.path("/run/addrpubd/home").mkdir(parents=True)
     process = published(open_host, env={"RUNTIME_DIRECTORY": "/run/addrpubd/home"})
-    sandbox.path("/run/addrpubd.pid").unlink()  # that of an instance is seen by its processes only
+    sandbox.path("/run/addrpubd.pid").unlink()  # only the processes of an instance see its pid file
     one = settings(sandbox)
     one.path = "/mnt/home.ini"
     shutil.copy(sandbox.path(f"{DIRECTORY}/addrpubd.ini"), sandbox.path(one.path))

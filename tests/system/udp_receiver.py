@@ -1,4 +1,4 @@
-"""Receives datagrams on ADDRESS PORT and prints each as a line of hexadecimal digits. Before the first it prints
+"""Receives datagrams on ADDRESS PORT and prints each as a line of hexadecimal digits. When it is ready, it prints
 "ready"."""
 
 import socket
