@@ -1,5 +1,6 @@
-"""The back end dns and aliases (CNAME). An alias at a name excludes all other records there. An alias that comes from
-a wildcard is replaced by such records. test_445_dns_aliases.py runs these tests with BIND and Knot.
+"""The back end dns and aliases (CNAME). An alias at a name excludes all other records there. If an
+alias comes from a wildcard, records at the name replace it there. test_445_dns_aliases.py runs these tests with BIND
+and Knot.
 """
 
 import pytest

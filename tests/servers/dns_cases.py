@@ -34,8 +34,8 @@ def fixture(request):
 
 class DnsCases:
     Server = None
-    refused = ""  # word in the reason if the policy does not allow the key to change the name
-    no_zone = ""  # word in the reason if the server does not have the zone
+    refused = ""  # word in the logged reason if the policy does not allow the key to change the name
+    no_zone = ""  # word in the logged reason if the server does not have the zone
 
     def test_4401_when_the_reply_arrives_the_zone_has_the_records(self, fixture):
         fixture.connected()
@@ -277,7 +277,7 @@ class DnsCases:
     @pytest.mark.retry
     def test_4427_an_update_refused_by_a_full_disk_is_made_when_space_is_available(self, fixture):
         folder = fixture.server.move_to_small_disk()
-        many = [f"2001:db8::1:{i:x}" for i in range(1, 100)]  # BIND accepts at most 100
+        many = [f"2001:db8::1:{i:x}" for i in range(1, 100)]  # BIND accepts at most 100 AAAA records of a name
         fixture.connected()
         fixture.update([A], [8443])
         with (folder / "fill").open("wb", buffering=0) as file, pytest.raises(OSError):
@@ -385,6 +385,6 @@ class DnsCases:
 
 
 def unsigned_yes(exchange):
-    """Answers any query with NOERROR, as a message that has only a header."""
+    """Answers any query with a message that is only a header with the code NOERROR."""
     identity, flags = exchange.query[2:4], bytes([exchange.query[4] | 0x80, 0])
     exchange.send(b"\0\x0c" + identity + flags + bytes(8))

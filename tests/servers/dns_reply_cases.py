@@ -1,7 +1,7 @@
 """The reply when a connected server starts to refuse. test_440_bind.py and test_442_knot.py run these tests.
 
-The client's first check normally comes after the next update. So the reply to this update is the first sign of the
-change.
+After the server has changed, a test sends an update, normally before the client's first check. So the reply to this
+update is the first sign of the change.
 """
 
 import re
@@ -29,7 +29,8 @@ KEYS = {HOST_KEY: secret(HOST_KEY), READER: secret(READER)}
 
 
 def unsigned(reason):
-    """Returns the message for an unsigned answer whose code has this text."""
+    """Returns the message of the reply if the answer of the server is not signed. `reason`: the answer's code and its
+    text."""
     word, _, text = reason.partition(": ")
     return f"the answer is not signed ({word}: the key's name, algorithm or secret is wrong, or {text})"
 
@@ -59,7 +60,7 @@ class DnsReplyCases:
     @pytest.mark.parametrize("seconds, word", [(1000, "behind"), (-1000, "ahead")])
     @pytest.mark.refusal
     def test_4443_a_changed_clock_is_refused_with_badtime_and_the_difference(self, fixture, seconds, word):
-        start = time.time_ns()  # the client's clock does not change
+        start = time.time_ns()  # the client's clock: only the test changes it
         clock = Clock(fixture.sandbox, BUILD / "tests/libclockshim.so", start)
         publish_first(fixture, environment=clock.env)
         control = clock.of(fixture.client.process)
@@ -94,8 +95,8 @@ def publish_first(fixture, **options):
 
 
 def made_good(fixture, reason):
-    """Checks that the refused update is repeated automatically, and that syslog has the reply's reason once and the
-    recovery."""
+    """Checks that the refused update is repeated automatically, and that syslog has two lines: the reply's reason
+    and the recovery."""
     fixture.wait_held([B])
     fixture.log.wait("works again")
     assert [line.partition(f"/{ZONE}: ")[2] for line in fixture.log.lines("rdbapi: dns://")] == [reason, "works again"]

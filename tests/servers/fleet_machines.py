@@ -4,8 +4,8 @@
     machines.run("admin", "ssh redis1.example.org hostname")    # as root, with bash, in /root/fleet if it exists
 
 Each machine has its own network, host name, /root, /run, /var/lib/bind and /var/lib/redis, which are empty at first,
-and its own copy of /etc, /usr/lib, /usr/sbin and /var. A bridge connects the networks. Four programs that do not work
-in such a machine are replaced. The replacements are in the folder PROGRAMS, the first in PATH:
+and its own copy of /etc, /usr/lib, /usr/sbin and /var. A bridge connects the networks. Four programs do not work
+in such a machine and are replaced. The replacements are in the folder PROGRAMS, the first in PATH:
 
     ssh, scp    run a command on another machine, copy files to it
     apt-get     checks that the packages exist and that they are installed here; installs the service from the build
@@ -145,8 +145,8 @@ class Machines:
         self._start()
 
     def start_clock(self):
-        """Creates the clock of the services that start from now on. It starts at the real time: the certificates that
-        exist are valid by it."""
+        """Creates the clock of the services that start from now on. The clock starts at the real time, so that
+        existing certificates are valid."""
         self._clock = Clock(self._sandbox, BUILD / "tests/libclockshim.so", time.time_ns())
         self._environment["SERVICE_PRELOAD"] = f"{INSTALLED}/{SHIM.name} {self._clock.env['LD_PRELOAD']}"
         self._environment["CLOCKSHIM_FILE"] = self._clock.env["CLOCKSHIM_FILE"]

@@ -130,7 +130,7 @@ class Fixture:
         wait_until(lambda: self.client.events(self.handle)[-1:] == [CONNECTED], "the connection")
 
     def register(self, value, name="host1"):
-        """Imports the tag and puts a value, as the service does if the tag does not exist."""
+        """Imports the tag and puts a value. The service does the same if the tag does not exist."""
         assert self.client.taginport(self.handle, name) == 0
         assert self.put(value, name) == 0
 
@@ -138,8 +138,8 @@ class Fixture:
         return self.client.put(self.handle, name, value)
 
     def wait_held(self, value, name="host1", database=0, since=None):
-        """Waits until the server has value. The client's first attempt must succeed that starts after now, or after the
-        given earlier time of the client."""
+        """Waits until the server has `value`. The client's first attempt after the position `since` (default: now) must
+        succeed."""
         self.client.wait_first_attempt(lambda: self.server.value(name, database) == value, value, since)
 
     def proxy(self, mode):

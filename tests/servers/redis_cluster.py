@@ -129,7 +129,7 @@ class Node(Server):
         return dict(line.split(":") for line in self.call("CLUSTER", "INFO").splitlines())["cluster_state"]
 
     def masters(self):
-        """Returns the numbers of the masters that have slots, by their slots, as this node sees it."""
+        """Returns, for each slot that has a master, the number of this master in the view of this node."""
         found = {}
         for first, last, master, *_ in self.call("CLUSTER", "SLOTS"):
             found |= {slot: int(master[2], 16) for slot in range(first, last + 1)}
@@ -226,7 +226,7 @@ class Cluster:
         return [entry.split(" ", 2)[2] for entry in entries]
 
     def start_moving(self, slot, source, target):
-        """Sets the slot to the states of a move. Its keys stay."""
+        """Marks the slot as moving from `source` to `target`. The keys of the slot do not move yet."""
         target.call("CLUSTER", "SETSLOT", slot, "IMPORTING", source.id)
         source.call("CLUSTER", "SETSLOT", slot, "MIGRATING", target.id)
 

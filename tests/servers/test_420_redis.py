@@ -159,8 +159,8 @@ def test_4261_a_new_connection_sends_the_value_before_it_is_reported(registered)
     assert registered.put("first") == OK
     assert calls(registered.server, "evalsha") == 1
     assert registered.server.history() == ["first"]
-    wait_until(lambda: calls(registered.server, "hmget") > 2, "the first check")  # the script makes two
-    assert calls(registered.server, "ping") == 1  # of the login
+    wait_until(lambda: calls(registered.server, "hmget") > 2, "the first check")  # the put makes two
+    assert calls(registered.server, "ping") == 1  # the login makes this call
 
 
 def test_427_expired_keys_are_restored_while_the_host_runs(fixture):
@@ -329,7 +329,7 @@ def test_4295_each_entry_of_writers_that_disturb_each_other_is_a_change(fixture)
 
 def test_4296_a_put_of_several_names_is_made_as_a_whole_or_not_at_all(registered):
     assert registered.client.taginport(registered.handle, "host2") == OK
-    #  The library then repeats the last value of each name by itself.
+    #  The library repeats the last value of each name by itself. For host1 this is the value that the server has.
     records = [("host1", "a"), ("unknown", "b"), ("host1", "first")]
     assert registered.client.put_all(registered.handle, records) == NO_SUCH_TAG
     assert registered.server.history() == ["first"]

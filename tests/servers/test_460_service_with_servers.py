@@ -188,7 +188,7 @@ def serve_pages(scene, address):
     new += ["-subj", f"/CN={NAME}", "-addext", f"subjectAltName=DNS:{NAME}", "-keyout", key, "-out", certificate]
     scene.sandbox.run(*new)
     command = ["openssl", "s_server", "-www", "-accept", address, "-key", key, "-cert", certificate]
-    command += ["-servername", NAME, "-key2", key, "-cert2", certificate]  # so that it reports the requested name
+    command += ["-servername", NAME, "-key2", key, "-cert2", certificate]  # reports the requested name
     server = scene.sandbox.spawn(*command, tty=True)
     server.wait_for_output(b"ACCEPT")
     return server, certificate
@@ -230,7 +230,7 @@ def test_466_both_servers_get_the_addresses_again_after_losing_their_data(scene)
 
 
 def test_4661_an_unchanged_list_is_repeated_without_a_write_to_the_database(scene):
-    """Reads of the database, and what the name server gets, are not compared."""
+    """The test does not compare the reads of the database and the updates of the name server."""
     scene.change(add=[A])
     process, control = scene.run_service()
     control.advance(0.1)

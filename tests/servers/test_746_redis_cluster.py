@@ -64,8 +64,8 @@ class Host:
     def __init__(self, client, url, name):
         self.client, self.name = client, name
         self.handle = client.open(url, "default", "any")
-        self.values = []  # all that were put, the newest last
-        self.accepted = []  # those whose put has succeeded
+        self.values = []  # all values that were put, the newest last
+        self.accepted = []  # the values whose put has succeeded
         self._has_tag = False
 
     def put(self):
@@ -73,7 +73,7 @@ class Host:
         return self.put_again()
 
     def put_again(self):
-        """Works like the service: without the tag nothing is put."""
+        """Puts the newest value. Like the service, puts nothing if the tag cannot be imported."""
         if not self._has_tag and (code := self.client.taginport(self.handle, self.name)) != OK:
             return code
         self._has_tag = True
@@ -127,13 +127,14 @@ class Fleet:
         )
 
     def note_loss(self):
-        """Notes that a replica has taken over. It lacks what the master has accepted and not yet sent to it. The
-        master's answer to a put that is under way may still arrive."""
+        """Must be called when a replica has taken over. The replica may lack values that the master accepted but did
+        not send to it. The master may still answer a put that has not returned."""
         for host in self.hosts:
             self.uncertain |= {*host.accepted[self._before[host] :], host.values[-1]}
 
     def stop(self):
-        """Ends the puts. The newest value of each host is put with success, as the service does after event 60001."""
+        """Ends the puts of new values. Then repeats the newest value of each host until its put has succeeded, as the
+        service does after event 60001."""
         self._stopping.set()
         for thread in self._threads:
             thread.join()
@@ -144,8 +145,8 @@ class Fleet:
 
 
 def check(cluster, fleet):
-    """The cluster has the newest value of each host, and the history each change once, in order. Only changes may be
-    missing that were accepted while a master was lost."""
+    """Checks that the cluster has the newest value of each host, and the history each change once, in order. Only
+    changes that were accepted while a master was lost may be missing."""
     for host in fleet.hosts:
         assert cluster.value(host.name) == host.values[-1]
         history = cluster.history(host.name)
@@ -222,7 +223,8 @@ def test_7464_slots_move_between_masters_while_hosts_write(fixture):
 @pytest.mark.parametrize("reachable", [False, True], ids=["from_all", "from_the_other_nodes"])
 @pytest.mark.failover
 def test_7465_a_node_that_was_cut_off_and_returns(fixture, reachable):
-    """A node that the hosts can still reach accepts values until it notices that it is alone. They are lost."""
+    """A node that the hosts can still reach accepts values until it notices that it is cut off. These values are
+    lost."""
     cluster = fixture.cluster
     fleet = Fleet(fixture, cluster.url(3, rest=HISTORY), HOSTS)
     for _ in range(ROUNDS):
@@ -242,7 +244,7 @@ def test_7465_a_node_that_was_cut_off_and_returns(fixture, reachable):
 
 @pytest.mark.retry
 def test_7466_keys_between_two_nodes_are_read_and_written(fixture):
-    """A slot stays in the states of a move. First its keys are at the source, then at the target, then at both."""
+    """A slot is marked as moving. Its keys are first at the source, then at the target, then some at each."""
     cluster = fixture.cluster
     client, handle = fixture.connected()
     assert client.taginport(handle, "host1") == OK

@@ -90,7 +90,8 @@ def fixture():
 
 
 def is_replica(server):
-    """There is no answer while the Sentinels reconfigure the server, because it ends its connections then."""
+    """Returns whether the server is a replica. False also if it does not answer: while the Sentinels reconfigure a
+    server, it closes its connections."""
     return server.command("ROLE").startswith("slave\n")
 
 

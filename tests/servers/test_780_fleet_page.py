@@ -141,7 +141,7 @@ class Fleet:
 
     @contextlib.contextmanager
     def changed_file(self, name, text):
-        """A file in the administrator's folder has another text for a time."""
+        """Changes the text of a file in the administrator's folder. Restores the file at the end of the with block."""
         self.run(f"mv {name} saved; echo '{text}' >{name}")
         yield
         self.run(f"mv saved {name}")

@@ -1,4 +1,4 @@
-"""addrpubd-check --remove with real DNS servers: only the records of the service leave, after they were shown."""
+"""addrpubd-check --remove with real DNS servers: it shows the records of the service, then deletes only these."""
 
 import pytest
 
@@ -78,7 +78,7 @@ class RemoveCases:
 
 
 class PointerCases:
-    """With a reverse zone on the same server."""
+    """Tests with a reverse zone on the same server."""
 
     def test_805_only_ptr_records_that_point_to_the_host_leave(self, fixture):
         option = f"?ptr={REVERSE}"

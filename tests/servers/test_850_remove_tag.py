@@ -1,4 +1,4 @@
-"""addrpubd-check --remove --with-tag with real Redis servers: tag, value and history of one name leave."""
+"""addrpubd-check --remove --with-tag with real Redis servers: it deletes tag, value and history of one name."""
 
 import pytest
 import redis_bed

@@ -1,4 +1,4 @@
-"""addrpubd-check --connect with real servers: it finds what is refused and what differs, and changes nothing."""
+"""addrpubd-check --connect with real servers: it reports refusals and differences, and changes nothing."""
 
 from pathlib import Path
 
