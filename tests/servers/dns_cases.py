@@ -207,6 +207,7 @@ class DnsCases:
         fixture.connect()
         self.refused_until(fixture, "BADSIG", keys={HOST_KEY: secret(HOST_KEY), READER: secret(READER)})
 
+    @pytest.mark.refusal
     def test_4419_a_password_file_is_read_again_at_each_attempt(self, fixture):
         file = fixture.sandbox.path("/mnt/secret")
         file.write_text(secret("wrong") + "\n")
@@ -323,6 +324,7 @@ class DnsCases:
         fixture.server.start()
         fixture.wait_connected()
 
+    @pytest.mark.refusal
     @pytest.mark.retry
     def test_4432_of_several_failed_requests_only_the_last_is_repeated(self, fixture):
         fixture.server.allowed = [OTHER_NAME]

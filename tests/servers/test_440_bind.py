@@ -82,6 +82,7 @@ class TestAddressesOfBind(DnsAddressCases):
     Server = Bind
 
     @pytest.mark.failover
+    @pytest.mark.refusal
     def test_4465_an_update_refused_by_a_secondary_moves_to_the_primary(self, fixture):
         fixture.server.addresses = ("127.0.0.1",)
         fixture.server.reconfigure()
