@@ -1,6 +1,6 @@
 #  Read by ctest: sets the labels of the tests of a GoogleTest program. Requires the variable program.
 #
-#  Every test has the label unit. A test of a back end that communicates with a server also has the label dns or redis.
+#  Every test has the label unit. A test of a program open_dns* or open_redis* also has the label dns or redis.
 #  The other labels are subjects. Each subject is a list of patterns of test names (SUITE.NAME); tests in Python have
 #  the same subjects as marks of pytest.
 
@@ -15,7 +15,7 @@ set(retry "^(Backoff|WorkerCheck)[.]"
     "^PublishCycle[.].*Retried")
 set(failover "^Addresses[.]" "^RedisRefusals[.].*(AnotherAddress|Replica)" "^RedisList[.]"
     "^Redis(Cluster|Sentinel)[.].*(Replaced|Followed|Moved|FailOver|AnyOfItsNodes)")
-set(not_of_a_server "Malformed|NotAKeyName")  # these urls and users are refused by the client library itself
+set(not_of_a_server "Malformed|NotAKeyName")  # the client library itself refuses these urls and users
 
 set(labels unit)
 foreach(server dns redis)
