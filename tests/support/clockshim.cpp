@@ -94,7 +94,7 @@ bool park(ClockSlot* slot, std::uint32_t seen) {
     return !(result != 0 && errno == EINTR);
 }
 
-//  Advances the clock by length nanoseconds. Returns the remaining nanoseconds if a signal handler ran, else 0.
+//  Advances the clock by `length` nanoseconds. Returns the remaining nanoseconds if a signal handler ran, else 0.
 std::int64_t virtual_sleep(ClockSlot* slot, std::int64_t length) {
     slot->last_sleep = length;
     ++slot->sleeps;

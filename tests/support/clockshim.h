@@ -8,9 +8,9 @@
 //  call after fork; it starts with its parent's time. A slot is identified by the pid that the process itself sees. If
 //  a pid occurs twice, the newest slot is used.
 //
-//  Time of a process = wall_start + now + wall_step. Only a sleep of the main thread advances now, to the end of the
-//  sleep, but not beyond limit. If the sleep ends later than limit, now becomes limit, and the process is parked until
-//  the limit is raised or a signal handler has run. So if parked_limit equals the limit that the test has set, the
+//  Time of a process = wall_start + now + wall_step. Only a sleep of the main thread advances `now`. If the sleep ends
+//  by `limit`, `now` becomes the end of the sleep. Otherwise `now` becomes `limit`, and the process is parked until the
+//  limit is raised or a signal handler has run. So if parked_limit equals the limit that the test has set, the
 //  process has done everything that is due until then.
 //
 //  All times are in nanoseconds. Every field is one aligned word that is read and written atomically.

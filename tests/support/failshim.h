@@ -24,7 +24,7 @@
 
 namespace failshim {
 
-//  Counts one call of function; caller is the address of the call. Returns true and sets errno if the call must fail.
+//  Counts one call of `function`; `caller` is the address of the call. Returns true and sets errno if it must fail.
 //  If the plan is "stop", stops the process, then returns false.
 bool strikes(const char* function, const void* caller);
 

@@ -1,7 +1,7 @@
-"""Runs code of this process in a sandbox's network namespace. A thread, and the threads that it starts, enter the
-namespace.
+"""Runs code of this process in a sandbox's network namespace. Only the calling
+thread enters the namespace; the threads that it starts later are in it, too.
 
-A socket always belongs to the namespace in which the creating thread was at that time.
+A socket stays in the namespace in which its thread was when it created the socket.
 """
 
 import ctypes

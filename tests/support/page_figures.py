@@ -1,10 +1,10 @@
-"""Replaces a block of figures in a page, by default docs/maintainer/verification.md, by those of a run that has just
-ended. Used by scripts, too:
+"""Replaces a block of figures in a page, by default docs/maintainer/verification.md, by the figures of a run that
+has just ended. Scripts call it as a program:
 
     page_figures.py NAME COMMAND TEXT
 
-A block begins with "<!-- figures: NAME -->" and ends with "<!-- end: NAME -->". Only a complete run replaces a block. A
-run with fewer targets or less time does not.
+A block begins with "<!-- figures: NAME -->" and ends with "<!-- end: NAME -->". Only a complete run may
+replace a block, not a run with fewer targets or less time. The callers check this.
 """
 
 import datetime

@@ -17,7 +17,7 @@ ERRORS = (1, -1, 17, 2147483647, -2147483648)
 
 
 class RandomLife:
-    """Applies random events to a scenario. The member changes counts the addresses that were added or removed.
+    """Applies random events to a scenario. `changes` counts the addresses that were added or removed.
 
     The host starts with the addresses USUAL and FLOOD, so that the service gets the longest list early.
     """
@@ -44,7 +44,7 @@ class RandomLife:
         }
 
     def live(self, seconds, pause):
-        """Runs this many whole seconds, with an event every pause seconds on average."""
+        """Runs this many whole seconds, with an event every `pause` seconds on average."""
         left = round(seconds * SECOND)
         while left > 0:
             length = min(left, round(self._random.choice((0.02, 0.1, 0.3, 1, 2.45)) * pause * 1.3 * 20) * SECOND // 20)

@@ -91,7 +91,7 @@ void script_event(Function function, std::size_t index, std::int32_t event);
 //  Makes the call wait, after it was stored, until release_held().
 void script_hold(Function function, std::size_t index);
 
-//  Waits until a call is held. Returns false if none is held within milliseconds.
+//  Waits until a call is held. Returns false if no call is held within this many milliseconds.
 bool wait_held(int milliseconds);
 void release_held();
 

@@ -44,7 +44,7 @@ def wait_until(condition, what):
 
 
 class Process:
-    """A program inside the sandbox. pid is its process number inside."""
+    """A program inside the sandbox. `pid` is its process number in the sandbox."""
 
     def __init__(self, sandbox, pid, pidfd, output):
         self.sandbox = sandbox
@@ -151,9 +151,9 @@ class Sandbox:
         return Path(f"/proc/{os.getpid()}/fd/{self._root}{inside}")
 
     def spawn(self, *argv, env=None, cwd="/", tty=False, uid=0, umask=None, stdin=None, unread=False):
-        """Starts a program. Its output goes to a pipe or, with tty, to a separate terminal.
+        """Starts a program. Its output goes to a pipe or, with `tty`, to a separate terminal.
 
-        With unread, the read end of the pipe is closed before the program starts.
+        With `unread`, the read end of the pipe is closed before the program starts.
         """
         if tty:
             ours, theirs = pty.openpty()
