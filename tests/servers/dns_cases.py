@@ -125,7 +125,7 @@ class DnsCases:
 
     @staticmethod
     def kill_during(fixture, turn, wanted):
-        """Requests an update. Kills the server before, during or after the update, depending on turn."""
+        """Requests an update. Kills the server before, during or after the update, depending on `turn`."""
         reached, killed = threading.Event(), threading.Event()
 
         def behaviour(exchange):

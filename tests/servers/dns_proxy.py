@@ -29,7 +29,7 @@ class Exchange:
         return self.query[4] >> 3 & 15 == _OPCODE_UPDATE
 
     def ask(self, length=None):
-        """Sends the query, or its first length bytes, to the server. Returns the connection."""
+        """Sends the query, or its first `length` bytes, to the server. Returns the connection."""
         server = socket.create_connection(self._proxy.server, PATIENCE)
         server.sendall(self.query[:length])
         return server

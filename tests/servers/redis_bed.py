@@ -40,7 +40,7 @@ class Server:
         sandbox.path(folder).mkdir()
 
     def start(self, *options, answer="PONG"):
-        """Starts the server. answer is the first word of its answer to PING as soon as it is ready for the test."""
+        """Starts the server. `answer`: first word of its answer to PING when it is ready for the test."""
         always = ["--port", "6379", "--bind", self._address, "--unixsocket", self._socket, "--dir", self._folder]
         always += ["--save", "", "--loglevel", "warning"]
         self._process = self._sandbox.spawn(*self.program, *always, *options)

@@ -180,7 +180,7 @@ class Cluster:
 
     @staticmethod
     def _replicated(master, offset):
-        """Returns whether a replica has confirmed offset. It confirms once a second."""
+        """Returns whether a replica has confirmed `offset`. A replica sends a confirmation once a second."""
         return any(int(confirmed) >= offset for *_, confirmed in master.call("ROLE")[2])
 
     def _is_ok(self):
@@ -199,7 +199,7 @@ class Cluster:
         return "master" if role[0] == "master" else role[3]
 
     def master_of(self, name):
-        """Returns the running master that serves the keys of name."""
+        """Returns the running master that serves the keys of `name`."""
 
         def find():
             for node in self.running():
@@ -214,7 +214,7 @@ class Cluster:
         return wait_until(find, f"a master of {name}")
 
     def other_master(self, name):
-        """Returns a master that does not serve name."""
+        """Returns a master that does not serve the keys of `name`."""
         mine = self.master_of(name)
         return next(n for n in self.running() if n is not mine and n.call("ROLE")[0] == "master" and n.call("TIME"))
 
@@ -239,14 +239,14 @@ class Cluster:
             node.call("CLUSTER", "SETSLOT", slot, "NODE", target.id)
 
     def move(self, name, target):
-        """Moves the slot of name with all its keys to target."""
+        """Moves the slot of `name` with all its keys to the node `target`."""
         slot, source = slot_of(key_of("tag", name)), self.master_of(name)
         self.start_moving(slot, source, target)
         self.move_keys(slot, source, target)
         self.end_moving(slot, source, target)
 
     def cut_off(self, node, reachable):
-        """Cuts node off from the other nodes and, unless it stays reachable, from the clients."""
+        """Cuts `node` off from the other nodes and, unless `reachable` is true, from the clients."""
         if reachable:
             self._route(node, "add")
         else:

@@ -48,7 +48,7 @@ class Oracle:
         return self.process.stdout.readline().rstrip("\n")
 
     def message(self, kind, key, number, *words):
-        """Returns the bytes of a request signed with key."""
+        """Returns the bytes of a request signed with `key`."""
         secret = base64.b64encode(key.secret).decode()
         algorithm = key.algorithm.to_text(omit_final_dot=True)
         name = key.name.to_text(omit_final_dot=True)
@@ -68,7 +68,7 @@ def oracle():
 
 @pytest.fixture(autouse=True)
 def fixed_time(monkeypatch):
-    """Fixes dnspython's current time. Returns an object whose member now is this time; a test may change it."""
+    """Fixes dnspython's current time. Returns an object whose member `now` is this time; a test may change it."""
     clock = types.SimpleNamespace(now=NOW)
     monkeypatch.setattr(dns.message, "time", types.SimpleNamespace(time=lambda: clock.now))
     return clock

@@ -219,7 +219,7 @@ def test_4992_without_a_history_other_permissions_are_enough(fixture):
 
 
 def foreign_key(server, key, make):
-    """Creates key, as another program would. Returns all keys of the server."""
+    """Creates `key`, as another program would. Returns all keys of the server."""
     server.command(make[0], key, *make[1:])
     return set(server.command("--scan").splitlines())
 

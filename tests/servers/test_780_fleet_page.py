@@ -115,8 +115,8 @@ class Fleet:
 
     def run_until_written(self, name, server):
         """Runs cycles of a host's service until a name server has the records. The service sends no update in a cycle
-        in which it is not connected. Fifty queries are made for each cycle, so that the clocks differ by less than the
-        300 s for which signatures are valid."""
+        in which it is not connected. The function makes fifty queries for each cycle, so that the clock of the
+        service is ahead by less than the 300 s for which signatures are valid."""
         queries = itertools.count()
 
         def written():
@@ -127,7 +127,7 @@ class Fleet:
         wait_until(written, f"the records of {name} at {server}")
 
     def expire(self, name):
-        """Sets the remaining time of a host's keys to 1 ms. It must have been that of `expire` in the url."""
+        """Sets the remaining time of a host's keys to 1 ms. Before, it must be that of `expire` in the url."""
         for kind in ("tag", "value", "history"):
             (left,) = self.redis("admin", f"ttl {key(kind, name)}")
             assert 1700 < int(left) <= 1800
@@ -240,7 +240,7 @@ def test_785_the_secondary_replaces_the_primary_that_died(fleet):
     before = fleet.zone("ns2")
     primary, secondary = (fleet.machines.process(server, "named") for server in ("ns1", "ns2"))
     secondary.kill(signal.SIGSTOP)
-    for number in range(10):  # ns1 then has a higher serial number than ns2 reaches in this test
+    for number in range(10):  # so ns1 has a higher serial number than ns2 will reach in this test
         assert fleet.update(f"add lost{number}.{ZONE} 60 AAAA 2001:db8::99", "keys/retire") == ""
     primary.kill(signal.SIGKILL)
     primary.wait()

@@ -111,7 +111,7 @@ def test_6208_a_step_beyond_2038_and_the_step_back_each_repeat_put_and_request(n
 
 
 def test_6209_32_bit_time_limits_have_no_effect(new_scenario):
-    """The cycles every ten seconds pass the last second of a signed and of an unsigned 32-bit count."""
+    """The service runs its cycles before and after the last second of a signed and of an unsigned 32-bit count."""
     for last_second in (2**31 - 1, 2**32 - 1):
         scenario = new_scenario(addresses=[ADDRESS], wall_start_ns=(last_second - 305) * 10**9)
         scenario.start()
