@@ -30,7 +30,7 @@ class Authority:
         return self.files.certificate
 
     def issue(self, name, names="", days=1):
-        """names: as in a subjectAltName. days: negative for a certificate that has expired."""
+        """`names`: as in a subjectAltName. `days`: validity, negative for a certificate that has expired."""
         files = self._files(name)
         request = f"{self._folder}/{name}.csr"
         alternatives = ["-addext", f"subjectAltName={names}"] if names else []

@@ -104,8 +104,8 @@ class ClockControl:
 
 
 class Clock:
-    """The clocks of all processes of a sandbox that are started with env. Each process stops at its first sleep that
-    ends more than initial_limit seconds after its start."""
+    """The clocks of all processes of a sandbox that are started with `env`. Each process stops at its first sleep that
+    ends more than `initial_limit` seconds after its start."""
 
     def __init__(self, sandbox, library, wall_start_ns=START, initial_limit=0):
         inside = "/mnt/libclockshim.so"

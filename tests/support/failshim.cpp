@@ -40,8 +40,8 @@ int refused() {
 
 #define STRIKES(name) failshim::strikes(#name, __builtin_return_address(0))
 
-//  Defines the replacement of the function name. The replacement calls the original, or returns failure if the plan
-//  requires it.
+//  Defines the replacement of the function `name`. The replacement calls the original, or returns `failure` if the plan
+//  requires a failure.
 #define STAND_BEFORE(result, name, parameters, arguments, failure)                                                     \
     result name parameters {                                                                                           \
         static const auto real = next(&::name, #name);                                                                 \

@@ -4,7 +4,7 @@
 //  FAILSHIM_PLAN    "FUNCTION NTH HOW ERROR WHERE", or empty for no failure
 //
 //      FUNCTION     a function in failshim.cpp
-//      NTH          the first call that fails, from 1, among the calls of the function in the process
+//      NTH          number of the first call that fails, counted from 1 among the process's calls of the function
 //      HOW          once: only this call; always: this and all later calls; stop: SIGSTOP before this call
 //      ERROR        the value of errno, or of the result if the function returns errors; 0 for a result that
 //                   is short but not an error, such as nothing written

@@ -29,8 +29,8 @@ inline std::int32_t modelLevel(const std::string& text) {
     return number == 0 ? 30 : number;
 }
 
-//  Removes the next word from the start of text. Requires a text without carriage returns and line feeds. Sets ended if
-//  a separator ended the word. Returns nothing if there is no word or if a piece is longer than 15 characters.
+//  Removes the next word from the start of `text`, which has no carriage returns and line feeds. Sets `ended` if a
+//  separator ended the word. Returns nothing if there is no word or if a piece is longer than 15 characters.
 inline std::optional<std::string> modelWord(std::string& text, char separator, bool& ended) {
     for (;;) {
         const std::size_t end = text.find(separator);

@@ -237,12 +237,12 @@ class RdbClient:
         return [(int(asked), result == "0") for _, asked, *ended in self._wait_lines() for result in ended]
 
     def now(self):
-        """Returns the current position, for attempts()."""
+        """Returns the number of lines that the shim has recorded: the current position, for attempts()."""
         return len(self._wait_lines())
 
     def attempts(self, since):
-        """Returns the worker's own attempts since a position. These are attempts that started after an expired wait and
-        have ended. Each is represented by the milliseconds of the wait that follows it.
+        """Returns the worker's own attempts after the position `since`. These are attempts that started
+        after an expired wait and have ended. Each is represented by the milliseconds of the wait that follows it.
         """
         found, busy = [], False
         for what, asked, *result in self._wait_lines()[since:]:
@@ -252,8 +252,8 @@ class RdbClient:
         return found
 
     def wait_first_attempt(self, held, what, since=None):
-        """Waits until held() is true. It must become true by the worker's first own attempt since a position (default:
-        now).
+        """Waits until held() is true. It must become true by the worker's first own attempt after the position
+        `since` (default: now).
 
         held() must be true when the attempt has ended. The worker then waits: after a failed attempt for its back-off,
         after a successful one for the next check. After seven failures the back-off may be as long as the wait for a

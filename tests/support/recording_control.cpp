@@ -169,7 +169,7 @@ void serve(int listener) {
 }
 
 void listen_on(const char* path) {
-    unlink(path);  // that of an earlier run
+    unlink(path);  // an earlier run may have left its socket
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
     std::snprintf(address.sun_path, sizeof address.sun_path, "%s", path);

@@ -34,8 +34,8 @@ def of_program(name, outcome, output):
 
 
 def outcomes(folder, name):
-    """Returns (test, outcome, reason) for each test, and the number of processes under memcheck. A file of system
-    tests, or a program that ran as one ctest test, is replaced by its individual tests.
+    """Returns (test, outcome, reason) for each test, and the number of processes under memcheck. For a file of
+    system tests, and for a program that ran as one ctest test, the list has the individual tests.
     """
     records = [json.loads(line) for line in (folder / f"{name}.tally").read_text().splitlines()]
     found = [(test["test"], test["outcome"], test["reason"]) for test in records if "test" in test]

@@ -129,8 +129,8 @@ def record():
 
 
 def shape(lines):
-    """Returns lines without what differs between two runs: times, durations and process numbers, the order of the two
-    servers in the state, and the log lines of connections that were open before -start returned."""
+    """Returns `lines` without the parts that differ between two runs: times, durations, process numbers, the order of
+    the two servers in the state, and the log lines of connections that were open before -start returned."""
     text = re.sub(r"\[\d+/\d+/\d+ [\d:.]+\]", "[TIME]", "\n".join(lines))
     text = re.sub(r"^\[TIME\] \[inf\] connect \w+ server .* success\.\n", "", text, flags=re.M)
     text = re.sub(r"\b\d+ (?:\w*seconds?|minutes?|hours?)\b", "DURATION", text)

@@ -39,7 +39,7 @@ private:
         return static_cast<std::uint16_t>(static_cast<std::uint64_t>(modelDecimal(text.c_str())) & 0xffff);
     }
 
-    //  A text has a scheme if its first colon starts "://" and further text follows.
+    //  A text has a scheme if text precedes its first colon, "//" follows the colon, and more text follows "//".
     std::string without_scheme(const std::string& text) {
         const std::size_t colon = text.find(':');
         if (!has(colon) || colon == 0 || text.compare(colon, 3, "://") != 0 || text.size() == colon + 3)
