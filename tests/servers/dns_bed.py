@@ -104,8 +104,8 @@ class Fixture:
         return self.server.published() == records(addresses, ports, **options)
 
     def wait_held(self, addresses, ports=(), **options):
-        """Waits until the server, which works again, has exactly these records. The client's first attempt must
-        succeed."""
+        """Waits until the server has exactly these records. The server must already work, because the client's
+        first attempt must succeed."""
         self.client.wait_first_attempt(lambda: self.holds(addresses, ports, **options), f"{addresses} {ports}")
 
     def backoffs(self):

@@ -193,14 +193,14 @@ class Machines:
             self.run(name, f"ip address add {address}/24 dev eth0; ip link set eth0 up")
 
     def run(self, machine, script):
-        """Runs a script, which ends at its first command that fails. It must succeed. Returns its output."""
+        """Runs a script, which ends at its first failing command. The script must succeed. Returns its output."""
         pid = self._sandbox.path(f"/mnt/machines/{machine}").read_text().strip()
         command = ["nsenter", "--target", pid, "--mount", "--net", "--uts", "/bin/bash", "-euo", "pipefail", "-c"]
         place = "cd /root/fleet 2>/dev/null || true\n"
         return self._sandbox.run(*command, place + script, env=self._environment).decode()
 
     def process(self, machine, unit):
-        """Returns the process of a unit that runs."""
+        """Returns the process of a running unit."""
         return self._sandbox.adopt(int(self._sandbox.path(f"/mnt/logs/{machine}.{unit}.pid").read_text()))
 
     def log(self, machine, unit):

@@ -48,7 +48,7 @@ user_pref("network.connectivity-service.enabled", false);
 
 
 class Scene:
-    """Both servers run; the service does not yet. Its clock starts at the real time, because signatures contain the
+    """Both servers run; the service does not run yet. Its clock starts at the real time, because signatures contain the
     time."""
 
     def __init__(self):

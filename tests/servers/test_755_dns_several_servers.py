@@ -57,7 +57,7 @@ class TestSeveralServers:
 
 
 class NamedBind(Bind):
-    """A primary server that its zone names. The sandbox's resolver is this server."""
+    """A primary server that the SOA record of its zone names. This server is also the sandbox's resolver."""
 
     zone = ZONE_FILE.replace("ns IN A 192.0.2.53", "ns IN A 127.0.0.1\nns2 IN A 127.0.0.2")
 

@@ -33,7 +33,7 @@ REDIS = "./redis-as {} -c -h redis.example.org {}"
 
 
 def sections():
-    """Returns the code blocks of each section that has some, without their indentation."""
+    """Returns the code blocks of each section that has code blocks, without their indentation."""
     found = {}
     for title, text in re.findall(r"^#+ (.*)\n((?:(?!#).*\n)*)", PAGE.read_text(), re.MULTILINE):
         runs = re.findall(r"(?:^ {4}.*\n|^\n(?= {4}))+", text, re.MULTILINE)

@@ -26,7 +26,7 @@ ADDRESS = "2001:db8::1"
 
 
 def sections():
-    """Returns the code blocks of each section that has some, without their indentation."""
+    """Returns the code blocks of each section that has code blocks, without their indentation."""
     found = {}
     for title, text in re.findall(r"^#+ (.*)\n((?:(?!#).*\n)*)", PAGE.read_text(), re.MULTILINE):
         runs = re.findall(r"(?:^ {4}.*\n)+", text, re.MULTILINE)
