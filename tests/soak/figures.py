@@ -47,7 +47,7 @@ class Figures:
         return [round(statistics.median(piece)) for piece in pieces]
 
     def growths(self, database):
-        """Returns complaints about figures that grew in a run. database is the size of the database in kB."""
+        """Returns complaints about figures that grew in a run. `database`: size of the database in kB."""
         found = []
         for samples in self._runs.values():
             for name, stray in STRAY.items():

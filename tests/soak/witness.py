@@ -142,7 +142,7 @@ class Witness:
         self._rows += rows
 
     def compare_puts_with_rows(self):
-        """Checks that each successful put of another value has its row. The rows must have been read after the log."""
+        """Checks that each successful put of a changed value has a row. The rows must have been read after the log."""
         for moment, value in self._puts:
             places = [place for place, row in enumerate(self._rows) if row[1] == value and row[0] <= moment]
             if not places:

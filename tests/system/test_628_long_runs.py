@@ -1,5 +1,5 @@
-"""Long runs: a day of random events, ten thousand addresses, a day without changes. All calls and the memory use are
-compared.
+"""Long runs: a day of random events, ten thousand addresses, a day without changes. All calls must be those of the
+model, and the memory use must not grow.
 
 A day has 864,000 passes of 100 ms. At the end of the scenario all calls of the client library and all log records,
 including their microseconds, are compared with those of the model. Addresses are real and are changed through netlink.

@@ -1,5 +1,5 @@
 """The open client library with a database that two processes use. Another program replaces, overwrites, empties or
-removes its files. Both processes detect this and write their values again."""
+removes the database's files. Both processes detect the loss and write their values again."""
 
 import shutil
 import sqlite3

@@ -1,4 +1,4 @@
-"""addrpubd-check --remove with files: databases of SQLite and hosts files; its confirmation; and a running service."""
+"""addrpubd-check --remove with files: SQLite databases, hosts files, the confirmation, and a running service."""
 
 import shutil
 import sqlite3

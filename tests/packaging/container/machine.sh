@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 #  Sourced by inside: the private machine on which the containers run.
 #
-#  Folders in memory replace those that Podman and the page's commands write, so the host keeps its own.
+#  Folders in memory replace those that Podman and the page's commands write, so the folders of the host do not change.
 
 # shellcheck source=tests/packaging/container/names.sh
 source "$(dirname "${BASH_SOURCE[0]}")/names.sh"

@@ -32,7 +32,7 @@ in_folder() {
     }
 }
 
-#  boot_machine ADDRESS: boots the machine, whose only interface gets this address.
+#  boot_machine ADDRESS: boots the machine, whose interface lo gets this address.
 boot_machine() {
     control_group=$(findmnt --noheadings --first-only --output TARGET --types cgroup2) ||
         fail "control groups version 2 are not mounted"
