@@ -3,7 +3,7 @@ if(NOT TARGET rdbopen_dns)
     return()
 endif()
 
-#  OpenSSL makes the signatures of the tests: another library than that of the back end.
+#  The tests make signatures with OpenSSL, so that an error of the back end's own library is detected.
 find_package(OpenSSL REQUIRED)
 add_library(open_dns_support STATIC open_dns_support.cpp)
 target_include_directories(open_dns_support PUBLIC ${CMAKE_CURRENT_SOURCE_DIR})

@@ -1,4 +1,4 @@
-#  Loading a module. The files that the test loads are in a separate folder.
+#  The test of the module loader. The files that it loads are built into a separate folder.
 
 set(modules ${CMAKE_BINARY_DIR}/tests/modules)
 
@@ -16,7 +16,7 @@ addrpubd_unit_test(open_module_test
     LIBS rdbapi_open rdbopen_loader)
 target_compile_definitions(open_module_test PRIVATE MODULES="${modules}")
 
-#  The module needy needs this library. It is not in a folder that the loader searches, so loading the module fails.
+#  The module needy needs this library. The library is in no folder that the loader searches, so loading needy fails.
 add_library(needed_by_needy SHARED modules/foreign.cpp)
 set_target_properties(needed_by_needy PROPERTIES LIBRARY_OUTPUT_DIRECTORY ${modules}/elsewhere)
 

@@ -65,7 +65,7 @@ struct Zone {
         };
     }
 
-    //  Returns whether the update has a prerequisite that excludes a CNAME at the name that has one.
+    //  Returns whether the update has a prerequisite that excludes a CNAME at the name alias.
     bool excludesAlias(const SeenRequest& seen) const {
         const Packet packet = std::move(*parseMessage(seen.wire));
         const std::unique_ptr<ldns_rdf, void (*)(ldns_rdf*)> name(ldns_dname_new_frm_str((alias + ".").c_str()),
@@ -177,7 +177,7 @@ TEST(DnsBackend, TheSecretIsReadFromItsFileAgainForEachConnection) {
     EXPECT_EQ(backend->updates()->checkRequest(request).reason, "the password is not the secret of a key in base64");
 }
 
-//  The server does not report which of the two names has the alias, so the back end queries each name.
+//  The server does not report at which of the update's two names the alias was, so the back end queries each name.
 TEST(DnsBackend, AnAliasThatNoLongerExistsIsReportedWithTheServersErrorText) {
     std::atomic<int> updates{0};
     DnsServer server([&updates](const SeenRequest& seen) {
@@ -337,7 +337,7 @@ TEST_F(OpenDnsBackend, ACheckReportsAnAliasAtTheName) {
 TEST_F(OpenDnsBackend, ACheckTreatsAWildcardsAliasAsMissingRecords) {
     zone.records = {{"host1.example.org", typeCname, fromHex("00")}};
     start();
-    for (const unsigned code : {0U, 5U}) {  // a server that does not support prerequisites answers 5
+    for (const unsigned code : {0U, 5U}) {  // 5: answer of a server that does not support prerequisites
         zone.updateCode = code;
         EXPECT_EQ(backend->updates()->checkRequest(request).code, errorNotHeld);
     }
@@ -360,13 +360,14 @@ TEST_F(OpenDnsBackend, ACheckIgnoresAWildcardsRecords) {
 TEST_F(OpenDnsBackend, ACheckDetectsRecordsThatTheZoneMustNotHave) {
     zone.records = {{"host1.example.org", 28, DnsBytes(16)}};
     start();
-    for (const unsigned code : {7U, 5U}) {  // YXRRSET; a server that does not support prerequisites answers 5
+    for (const unsigned code : {7U, 5U}) {  // 7: YXRRSET; 5: the server does not support prerequisites
         zone.updateCode = code;
         EXPECT_EQ(backend->updates()->checkRequest(hidden).code, errorNotHeld);
     }
 }
 
-//  The address is left out, so each of the 42 record sets must be empty. The check needs one query for each set.
+//  The option skip=ula excludes the only address, so the server must hold none of the 42 record sets. The check sends
+//  one query for each set.
 std::string requestWithFortyPorts() {
     std::string ports;
     for (int port = 1; port <= 40; ++port)

@@ -1,4 +1,4 @@
-//  The back end dyndns2: its url, its requests, and what it does after each kind of answer of a provider.
+//  The back end dyndns2: its url, its requests, and its reaction to each kind of answer of a provider.
 #include "dyndns2/answer.h"
 #include "dyndns2/provider_url.h"
 #include "open_tls_support.h"
@@ -12,7 +12,7 @@ namespace {
 
 std::int64_t clockAhead = 0;  // s
 
-//  libcurl reads SSLKEYLOGFILE when it is initialized, and the others for each transfer.
+//  libcurl reads SSLKEYLOGFILE when it is initialized, and the two proxy variables at each transfer.
 const std::string keyLog = testing::TempDir() + "addrpubd-keys-" + std::to_string(getpid());
 const int surroundings = setenv("SSLKEYLOGFILE", keyLog.c_str(), 1) | setenv("https_proxy", "http://127.0.0.1:1", 1) |
                          setenv("ALL_PROXY", "http://127.0.0.1:1", 1);
@@ -251,7 +251,7 @@ TEST_F(Dyndns2, WithoutAnAddressNothingIsSent) {
     EXPECT_EQ(sent(), 0U);
 }
 
-//  While silent is true, ends each wait after 20 ms.
+//  While `silent` is true, each wait ends after 20 ms at the latest.
 class ImpatientWaiter : public Waiter {
 public:
     Result wait(int descriptor, short events, std::chrono::milliseconds) const noexcept override {

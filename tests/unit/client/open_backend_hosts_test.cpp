@@ -1,4 +1,4 @@
-//  Urls of the form hosts:///PATH: the back end through the nine functions, and alone.
+//  The back end for urls of the form hosts:///PATH, called through the library's nine functions and directly.
 #include "hosts/backend.h"
 
 #include "open_support.h"

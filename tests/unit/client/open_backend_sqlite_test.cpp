@@ -1,5 +1,5 @@
-//  Urls of the form sqlite:///PATH: the back end alone, and once through the nine functions. The test reads the
-//  database through a second connection, like the sqlite3 program.
+//  The back end for urls of the form sqlite:///PATH, called directly, and once through the library's nine functions.
+//  The tests read the database through a second connection, like the sqlite3 program.
 #include "sqlite/backend.h"
 
 #include "open_recorded_disk.h"

@@ -19,8 +19,8 @@ public:
     std::map<std::string, std::string> values;
     std::map<std::string, bool> defined;
     std::string sent;
-    int successes = 0;  // number of next requests that succeed before the failures
-    int failures = 0;   // number of requests that then fail
+    int successes = 0;  // number of requests that succeed before the next failure
+    int failures = 0;   // number of requests that fail after these successes
     int requests = 0;
     bool badRequest = false;
     int lookups = 0;
@@ -172,7 +172,7 @@ TEST(DesiredState, AnEmptiedServerReceivesEverythingAgain) {
     EXPECT_EQ(emptied.sent, "m");
 }
 
-//  A desired state with the tag "a", its value and a request, which the server has accepted on this connection.
+//  Returns a desired state with the tag "a", its value and an update request, all accepted by the server.
 DesiredState accepted(Holder& holder) {
     DesiredState desired;
     desired.recordTag(usableTag("a"), holder.import(usableTag("a")).code);
@@ -183,7 +183,7 @@ DesiredState accepted(Holder& holder) {
     return desired;
 }
 
-//  The tag, the value and the request, in this order: which ones the server has confirmed.
+//  Returns whether the tag, the value and the request are confirmed: 'x' or '-' for each, in this order.
 std::string confirmed(const DesiredState& desired, DesiredState::Time since) {
     const auto mark = [](bool is) { return is ? 'x' : '-'; };
     return {mark(desired.confirmedTag("a", since) != nullptr), mark(desired.isConfirmed(recordOf("a", "1"), since)),
@@ -272,7 +272,7 @@ TEST(DesiredState, ARequestThatARetryFindsMalformedIsNotDesired) {
     EXPECT_TRUE(desired.empty());
 }
 
-//  A check would otherwise always find the value missing, and each retry would send it again.
+//  If the value remained desired, each check would find it missing, and each retry would send it again.
 TEST(DesiredState, AValueThatARetryFindsImpossibleIsNotDesired) {
     Holder holder;
     DesiredState desired;

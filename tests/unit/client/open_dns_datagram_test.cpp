@@ -18,7 +18,7 @@ std::atomic<int> datagramsSent{0};
 std::atomic<int> streamSockets{0};                  // number of TCP sockets created
 std::atomic<int> clockAhead{0};                     // ms by which the monotonic clock is ahead
 std::atomic<bool> hurry{false};                     // the pauses of a worker move the clock instead of taking time
-thread_local std::optional<timespec> stoppedClock;  // what the monotonic clock shows the thread, without clockAhead
+thread_local std::optional<timespec> stoppedClock;  // the thread's monotonic time without clockAhead; null: real time
 thread_local bool flooded = false;                  // each recv takes 10 ms and returns bytes of a stranger
 thread_local int receivedOfFlood = 0;
 
@@ -46,8 +46,8 @@ int __wrap_clock_gettime(clockid_t clock, timespec* now) {
     return result;
 }
 
-//  While hurry is true, only a worker polls one descriptor with a time limit: when it waits for its next work, and when
-//  it pauses after a failure.
+//  While `hurry` is true, a poll of one descriptor with a time limit is always a worker's: it waits for work, or pauses
+//  after a failure. Such a poll takes 1 ms, and the clock advances by its time limit.
 int __real_poll(pollfd* waited, nfds_t count, int timeout);
 int __wrap_poll(pollfd* waited, nfds_t count, int timeout);
 int __wrap_poll(pollfd* waited, nfds_t count, int timeout) {
@@ -126,7 +126,7 @@ public:
         if (flooded)
             return Result::ready;
         for (;;) {
-            const bool quiet = allHandled();  // must come before the check for a last datagram
+            const bool quiet = allHandled();  // queried before poll, so that poll sees the last datagram
             pollfd waited{descriptor, events, 0};
             if (poll(&waited, 1, 0) > 0)
                 return Result::ready;
@@ -137,7 +137,7 @@ public:
         }
     }
     bool cancelled() const noexcept override { return ended; }
-    //  Whether the server has nothing more to send.
+    //  Returns whether the server has answered all datagrams that it was sent.
     bool allHandled() const noexcept { return server_.handled() == datagramsSent - before_; }
 
     mutable std::chrono::milliseconds limit{0};
@@ -382,7 +382,7 @@ TEST_F(DnsDatagrams, ACheckLeavesNoDescriptorOpen) {
     EXPECT_TRUE(eventually([before] { return entriesOf("/proc/self/fd") <= before; }));
 }
 
-//  The pauses between checks take no time, so the handler runs at any moment of a check.
+//  The pauses between checks are skipped, so the signal arrives during the checks, at any of their moments.
 TEST(DnsDatagramSignalHandler, MayDisconnectAndDestroyAtAnyMomentOfACheck) {
     sigset_t alarm;
     sigemptyset(&alarm);

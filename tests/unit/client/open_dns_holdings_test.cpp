@@ -1,4 +1,4 @@
-//  What the back end dns finds of a host and removes, with a server whose answers the test determines.
+//  The records of a host that the back end dns finds and removes, with a server whose answers the test determines.
 #include "dns/record_text.h"
 #include "dns/words.h"
 #include "open_dns_support.h"
@@ -25,7 +25,7 @@ DnsBytes nameData(const std::string& name) {
     return data;
 }
 
-//  A server with records that it removes only if the test lets it.
+//  A server with records. Whether it accepts and carries out updates depends on the members that the test sets.
 class HoldingServer {
 public:
     HoldingServer() {
@@ -37,14 +37,14 @@ public:
     std::atomic<unsigned> updateCode{0};
     std::atomic<bool> removes{true};           // an update that succeeds deletes all records of its zone
     std::atomic<bool> isSigned{true};          // answers to updates with changes have a signature
-    std::atomic<bool> cuts{false};             // it closes the connection at an update of example.org
+    std::atomic<bool> cuts{false};             // an update of example.org closes the connection
     std::atomic<bool> wildcard{false};         // the records of example.org come from a wildcard
-    std::atomic<bool> wildcardPointer{false};  // those of the reverse zone do
+    std::atomic<bool> wildcardPointer{false};  // the records of the reverse zone do
     std::atomic<bool> refusesPointers{false};
-    std::atomic<int> updates{0};  // number of those with changes
+    std::atomic<int> updates{0};  // number of updates with changes
 
 private:
-    //  RFC 2136 section 2.2: these bytes are the number of updates.
+    //  RFC 2136 section 2.2: bytes 8 and 9 of an update are the number of records in its update section.
     static bool hasChanges(const SeenRequest& seen) { return seen.wire[8] != 0 || seen.wire[9] != 0; }
 
     Reaction react(const SeenRequest& seen) {
@@ -71,7 +71,7 @@ private:
                     found.push_back({key.first, key.second, data});
         return found;
     }
-    //  Answers the prerequisite that a set is absent.
+    //  Answers an update whose only prerequisite is that a record set is absent.
     static Reaction reply(const SeenRequest& seen, bool absent) {
         return reply(seen, absent ? rcodeNoError : rcodeYxRrset, {});
     }

@@ -1,5 +1,5 @@
-//  The back end dns with a server that violates the protocol, and with system calls that fail. No such answer may count
-//  as success, and nothing may crash or hang.
+//  The back end dns with a server that violates the protocol, and with system calls that fail. No such case may count
+//  as success, crash or hang.
 #include "dns/backend.h"
 #include "open_dns_support.h"
 
@@ -82,8 +82,8 @@ Reaction honest(const SeenRequest& seen) {
     return {framed(genuineAnswer(seen, 0, {soaOf("example.org")})), Reaction::Then::goOn};
 }
 
-//  Opens with a correct server that afterwards reacts as the script hostile defines. Returns the results of a message
-//  and of a check.
+//  Sends an update request and a check to a server that answers queries for a SOA record correctly, and all other
+//  messages as `hostile` defines. Returns the results of both.
 std::pair<Status, Status> against(const DnsServer::Script& hostile) {
     DnsServer server([&hostile](const SeenRequest& seen) {
         return seen.type == 6 && seen.opcode == 0 ? honest(seen) : hostile(seen);

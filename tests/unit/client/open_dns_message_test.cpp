@@ -90,7 +90,7 @@ TEST(DnsQuery, RequestsNoRecursionAndAnnouncesTheLengthOfDatagrams) {
                             "00 0029 04d0 00000000 0000")));
 }
 
-//  A record of 16 bytes with a compressed owner is 28 bytes long.
+//  Each further AAAA record makes the message 28 bytes longer: 16 bytes of data, and 12 bytes before them.
 TEST(DnsUpdate, HasAtMost65535Bytes) {
     RecordSet set{"h.example.org", typeAaaa, {DnsBytes(16)}};
     const std::size_t most = 1 + (65535 - updateMessage(1, "example.org", 60, {set})->size()) / 28;
@@ -102,7 +102,7 @@ TEST(DnsUpdate, HasAtMost65535Bytes) {
     EXPECT_EQ(updateMessage(1, "example.org", 60, {set}).status().code, errorBadRequest);
 }
 
-//  A pointer has 14 bits, so no pointer may lead to a name that first occurs after offset 16383.
+//  The offset in a compression pointer has 14 bits, so no pointer can refer to a name after offset 16383.
 TEST(DnsUpdate, NamesAfterOffset16383AreRight) {
     std::vector<RecordSet> sets{{"h.example.org", typeHttps, {DnsBytes(3)}}};
     for (int i = 0; i < 1200; ++i)

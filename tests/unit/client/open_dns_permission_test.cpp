@@ -1,5 +1,5 @@
-//  How the back end dns asks whether the key may change the records of a host, with a server whose answers the test
-//  determines.
+//  How the back end dns finds out whether the key may change the records of a host. The test determines the server's
+//  answers.
 #include "dns/words.h"
 #include "open_dns_support.h"
 
@@ -13,7 +13,7 @@ using namespace rdbopen;
 
 const std::string reverse = "8.b.d.0.1.0.0.2.ip6.arpa";
 
-//  A server that refuses updates with the types in refusedTypes, and otherwise answers with code.
+//  A server that refuses updates with record types in `refusedTypes`, and answers all other updates with `code`.
 class AskedServer {
 public:
     std::atomic<unsigned> code{rcodeYxRrset};

@@ -30,7 +30,7 @@ DnsBytes targetOf(const std::string& name) {
 //  A server with the addresses of the host and the PTR records of one reverse zone.
 class ReverseServer {
 public:
-    //  The PTR records as "LAST>TARGET": the last digit of the address and the first 5 characters of the target.
+    //  Returns the PTR records as "LAST>TARGET": last digit of the address, and first 5 characters of the target.
     std::set<std::string> pointers() {
         const std::lock_guard lock(mutex_);
         std::set<std::string> found;
@@ -49,7 +49,7 @@ public:
 
     std::atomic<unsigned> reverseCode{0};
     std::atomic<unsigned> forwardCode{0};
-    std::atomic<bool> forges{false};  // its answers to updates of the reverse zone are not signed
+    std::atomic<bool> forges{false};  // answers to updates of the reverse zone are not signed
     std::atomic<int> deletions{0};    // number of PTR records that updates were to delete
     std::atomic<int> reverseUpdates{0};
     std::atomic<int> forwardUpdates{0};
@@ -212,7 +212,7 @@ TEST_F(DnsPointers, ARefusalIsTheResultAndTheAddressesAreUpdatedAllTheSame) {
     EXPECT_EQ(server.forwardUpdates, 2);
     EXPECT_EQ(server.pointers(), (Set{"1>host1", "2>host1"}));
     server.reverseCode = 0;
-    EXPECT_EQ(update(twoAndThree).reason, "");  // the server no longer has the address that left
+    EXPECT_EQ(update(twoAndThree).reason, "");  // the server no longer has the removed address
     EXPECT_EQ(server.pointers(), (Set{"2>host1", "3>host1"}));
 }
 

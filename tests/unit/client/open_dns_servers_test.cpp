@@ -14,12 +14,12 @@ namespace {
 using namespace opentest;
 using namespace rdbopen;
 
-//  The test's resolver.
+//  The simulated resolver.
 struct {
-    DnsBytes answer;                   // to a query for a SOA record; empty: none
-    int error = TRY_AGAIN;             // if there is no answer
-    std::string asked;                 // the last zone of a query
-    std::map<std::string, int> ports;  // of names that stand for servers on loopback
+    DnsBytes answer;                   // answer to a query for a SOA record; empty: the query fails with error
+    int error = TRY_AGAIN;             // value of res_h_errno after such a failure
+    std::string asked;                 // zone of the last query
+    std::map<std::string, int> ports;  // names of servers on loopback, with the port of each
 } resolver;
 
 }  // namespace
@@ -53,7 +53,7 @@ constexpr const char* request =
     R"({"request":"ws_dnsupdate","seqno":7,"item":{"name":"host1","ipv6s":["2001:db8::1"]}})";
 constexpr const char* found = "the primary server of example.org cannot be found: ";
 
-//  A server of the zone. Its answers to queries for other records than SOA have the code queryCode.
+//  A server of the zone. It answers a query for a SOA record with `soaCode`, and other queries with `queryCode`.
 struct Primary {
     std::atomic<unsigned> soaCode{0};
     std::atomic<unsigned> updateCode{0};
@@ -147,7 +147,7 @@ TEST(DnsServersAway, AnotherServerTakesOverForAServerThatHasEnded) {
     EXPECT_EQ(backend->open(plainWaiter).reason, "");
 }
 
-//  An answer to a query for the SOA record of the zone, as the system's resolver returns it. primary: in wire format.
+//  Returns the system resolver's answer to a query for a zone's SOA record. `primary` is hexadecimal wire format.
 DnsBytes soaAnswer(const std::string& primary, const std::string& zone = "example.org") {
     AnswerRecord soa = soaOf(zone);
     const std::size_t old = std::string("ns." + zone).size() + 2;
@@ -211,7 +211,7 @@ TEST_F(ZonePrimary, IsNamedInTheReasonOfAFailure) {
     EXPECT_EQ(status.reason, "a:53: " + rcodeWords(rcodeNotAuth));
 }
 
-//  A check does not query the resolver, because it must be possible to interrupt it.
+//  A check does not query the resolver, because a check must be interruptible and a query is not.
 TEST_F(ZonePrimary, ThatHasLostTheZoneEndsTheConnectionAtACheck) {
     EXPECT_EQ(backend->open(plainWaiter).reason, "");
     a.queryCode = rcodeRefused;

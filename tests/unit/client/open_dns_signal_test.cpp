@@ -49,8 +49,8 @@ void roundOf(const std::string& url, const std::function<void()>& startTimer) {
 
 constexpr int never = 0;  // microseconds with which the timer is not started
 
-//  In every second round the time begins at the server's first request, so that even a slow machine has interrupted
-//  exchanges.
+//  In every second round the timer starts when the server receives the first request. So exchanges are interrupted even
+//  on a slow machine.
 TEST(DnsSignalHandler, MayDisconnectAndDestroyAtAnyMoment) {
     constexpr int rounds = 1000;
     std::minstd_rand random(1);

@@ -33,7 +33,7 @@ struct Signing {
     bool empty = false;  // the signature has no MAC
 };
 
-//  Returns message with a signature appended. mac: the request's MAC, preceded by its length; may be empty.
+//  Returns `message` with a signature appended. `mac` is the request's MAC, preceded by its length, or empty.
 DnsBytes signMessage(DnsBytes message, const DnsBytes& mac, const Signing& signing);
 
 //  Returns a time as six bytes.
@@ -45,7 +45,7 @@ struct AnswerRecord {
     DnsBytes data;
 };
 
-//  Returns an authoritative answer with this id and opcode. It has no question and no signature.
+//  Returns an authoritative answer without a question and without a signature.
 DnsBytes plainAnswer(unsigned id, unsigned opcode, unsigned rcode, const std::vector<AnswerRecord>& records = {});
 
 //  A request as received by a server.
@@ -67,16 +67,16 @@ DnsBytes genuineAnswer(const SeenRequest& request, unsigned rcode, const std::ve
 DnsBytes datagramAnswer(const SeenRequest& request, unsigned rcode, const std::vector<AnswerRecord>& records = {},
                         const std::vector<AnswerRecord>& additional = {});
 
-//  Returns message, which has no question and no signature, with the question of request.
+//  Adds the question of `request` to `message`. Requires that `message` has no question and no signature.
 DnsBytes withQuestion(DnsBytes message, const SeenRequest& request);
 
-//  Returns the SOA record with which a server answers the query that open sends.
+//  Returns a SOA record of the zone. The back end queries this record when it opens.
 AnswerRecord soaOf(const std::string& zone);
 
-//  Returns message preceded by its length.
+//  Returns `message` preceded by its length, as it is sent over TCP.
 DnsBytes framed(const DnsBytes& message);
 
-//  A server's reaction to a request. The server sends bytes unchanged; then it continues, closes the connection, or
+//  A server's reaction to a request. The server sends `bytes` unchanged. Then it continues, closes the connection, or
 //  keeps the connection open without answering.
 struct Reaction {
     enum class Then { goOn, end, keepSilent };
@@ -117,7 +117,7 @@ private:
     std::thread thread_;
 };
 
-//  A datagram of a server. elsewhere: it comes from another port than that of the server.
+//  A datagram of a server. If `elsewhere` is true, its source port is not the port of the server.
 struct Datagram {
     DnsBytes bytes;
     bool elsewhere = false;

@@ -200,7 +200,7 @@ TEST(TsigAnswer, AnAnswerSignedForAnotherRequestIsNeverAuthentic) {
               errorBackendFailed);
 }
 
-//  The primary server answered with the forwarder's ID. The forwarder has replaced this ID by that of the request.
+//  The primary server signs its answer with the forwarder's ID. The forwarder then replaces this ID by the request's.
 TEST(TsigAnswer, AForwardedAnswerIsAuthenticByItsOriginalId) {
     const SignedRequest request = requestWith();
     for (const unsigned forwarders : {4712U, 4711U ^ 0xffffU}) {

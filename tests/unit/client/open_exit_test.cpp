@@ -30,9 +30,9 @@ std::sig_atomic_t volatile ending = 0;
 #endif
 
 #if !defined(__SANITIZE_THREAD__) && !HAS_FEATURE(address_sanitizer)
-//  The handler may have interrupted malloc, and the test program's own destructors, such as those of googletest, would
-//  then wait for ever. So nothing is freed from then on. The library itself frees nothing at exit. Sanitizers
-//  have allocators of their own.
+//  The signal may have interrupted malloc. The destructors of the test program, such as those of googletest, would then
+//  wait for ever in free. So nothing is freed after the handler has begun. The library itself frees nothing at exit.
+//  Builds with a sanitizer use its allocator instead.
 void* operator new(std::size_t size) {
     void* const memory = std::malloc(size);
     if (memory == nullptr)

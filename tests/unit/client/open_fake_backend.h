@@ -14,13 +14,13 @@
 
 namespace opentest {
 
-//  The state that the test and the back end share. It outlives the back end, which the worker owns.
+//  The state that the test and the back end share. The worker owns the back end, so the test cannot access that itself.
 struct Script {
     std::mutex mutex;
     std::deque<rdbopen::Status> opens;     // results of the next opens; further opens succeed
     std::deque<rdbopen::Status> requests;  // results of the next requests; further requests succeed
     std::atomic<bool> hold{false};         // a request waits while this is true
-    std::atomic<int> silent{-1};           // if not -1, a request waits for this descriptor for up to an hour
+    std::atomic<int> silent{-1};           // if not -1, a request waits up to an hour for input on this descriptor
     std::atomic<int> opened{0};
     std::atomic<int> closed{0};
     std::atomic<int> served{0};
@@ -95,7 +95,7 @@ public:
     bool refreshIsOneExchange() const noexcept override { return script_->refreshIsOneExchange; }
     rdbopen::Status checkValue(const RdbSnapshot&) override { return check(); }
     rdbopen::Status checkRequest(std::string_view) override { return check(); }
-    //  Requests are the same if their texts are equal up to a colon.
+    //  Two requests are the same if their texts are equal before the first colon.
     std::optional<std::string> repetition(std::string_view text, std::string_view done) override {
         const bool same = text.substr(0, text.find(':')) == done.substr(0, done.find(':'));
         return same ? std::optional("again " + std::string(text)) : std::nullopt;
@@ -139,7 +139,7 @@ private:
     const rdbopen::Waiter* waiter_ = nullptr;
 };
 
-//  Starts the worker of handle with a fake back end, as rdb_connectex does with a real one.
+//  Starts the worker of `handle` with a fake back end, as rdb_connectex does with a real one.
 inline int connectFake(int handle, const std::shared_ptr<Script>& script) {
     const rdbopen::PinnedHandle pin(handle);
     return pin.worker()->start(std::make_unique<FakeBackend>(script));

@@ -24,7 +24,7 @@ public:
 
     FakeRedis();
 
-    //  Listens at a Unix socket instead, which it creates and does not remove.
+    //  Listens at a Unix socket instead of a port. Creates the socket, and never removes it.
     explicit FakeRedis(const std::string& socketPath);
     FakeRedis(const FakeRedis&) = delete;
     FakeRedis& operator=(const FakeRedis&) = delete;
@@ -33,26 +33,26 @@ public:
     std::string url(const std::string& rest = "") const;
     std::uint16_t port() const { return port_; }
 
-    //  Sets the bytes of the next answer to a command with this first word. Several calls set several answers.
+    //  Sets the next answer to a command whose first word is `word`. Each further call sets one more answer.
     void answer(const std::string& word, const std::string& bytes);
 
-    //  Sends these bytes instead of an answer and closes the connection.
+    //  Like answer, but the server closes the connection after it has sent the bytes.
     void answerAndClose(const std::string& word, const std::string& bytes);
 
-    //  Sets the answer to each command with this first word for which no other answer is left.
+    //  Sets the usual answer to commands whose first word is `word`. It is sent if no other answer is left.
     void usually(const std::string& word, const std::string& bytes);
 
     //  Removes the scripted answers, except the usual ones.
     void clearAnswers();
 
-    //  Sends these bytes as soon as a client connects.
+    //  Sends the bytes to each client that connects. Then closes the connection if `close` is true.
     void greet(const std::string& bytes, bool close);
 
-    //  Sends bytes to every connection, or closes every connection.
+    //  Sends the bytes to every connection (say), or closes every connection (hangUp).
     void say(const std::string& bytes);
     void hangUp();
 
-    //  Returns all commands so far in order, or those with the given first word.
+    //  Returns the commands received so far in order: all, or those with the given first word.
     std::vector<Command> received();
     std::vector<Command> received(const std::string& word);
     int connections();

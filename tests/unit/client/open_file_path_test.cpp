@@ -1,5 +1,5 @@
-//  Tests of resolveFile. The tests of FilePathLink give links and folders to other users. Only root can do this;
-//  otherwise these tests are skipped.
+//  Tests of resolveFile. The tests of FilePathLink give links and folders to other users. Only root can do this, so
+//  these tests are skipped for other users.
 #include "files/path.h"
 
 #include "open_support.h"
@@ -81,7 +81,7 @@ TEST_F(FilePath, APathWithoutAFolderAndAFileNameIsAFailure) {
         EXPECT_NE(resolve(folder.file(path)).find(errorText(error)), std::string::npos) << path << ' ' << place.path();
 }
 
-//  A link: mode and owner of its folder, owner of the link, and whether the link is followed.
+//  One case: the mode and the owner of a folder, the owner of a link in it, and whether the link is followed.
 struct Link {
     const char* name;
     mode_t mode;

@@ -45,7 +45,7 @@ private:
     std::set<int> all_;
 };
 
-//  This test must run first: later the slots already have their descriptors.
+//  This test must run first, because a slot keeps the descriptor that it gets at its first use.
 TEST(AHandleTable, ACreateWithoutADescriptorFails) {
     failEventfd = true;
     EXPECT_LT(rdb_create(), 0);
@@ -90,7 +90,7 @@ TEST(HandleTable, EveryCallRefusesADestroyedHandle) {
         EXPECT_EQ(rdb_objputsnapshot(handle, &record, 1), errorBadHandle);
         EXPECT_EQ(rdb_disconnect(handle), errorBadHandle);
         EXPECT_EQ(rdb_destory(handle), errorBadHandle);
-        const int next = rdb_create();  // the second pass follows another use of the slot
+        const int next = rdb_create();  // so the second pass follows a new use of the slot
         EXPECT_NE(next, handle);
         rdb_destory(next);
     }

@@ -33,8 +33,8 @@ void stopRecording();
 std::set<FolderContent> cutsAtAnyMoment();
 std::set<FolderContent> cutsAtTheEnd();
 
-//  flushCount returns the number of calls that flushed a file or a folder. The function is called before each flush
-//  with its descriptor. If it returns an errno value other than 0, the flush fails with that error.
+//  flushCount returns the number of calls that flushed a file or a folder. `action` is called before each flush, with
+//  the descriptor. If `action` returns an errno value other than 0, the flush fails with that error.
 int flushCount();
 void setBeforeFlush(std::function<int(int)> action);
 

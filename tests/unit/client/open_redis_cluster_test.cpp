@@ -31,7 +31,7 @@ namespace {
 using namespace opentest;
 using namespace rdbopen;
 
-//  A pause advances the clock and ends at once. The handle may be closed when a number of pauses have passed.
+//  A pause advances the clock and ends at once. From pause number `closedAfter` on, the handle counts as closed.
 class PauseWaiter : public Waiter {
 public:
     Result wait(int descriptor, short events, std::chrono::milliseconds until) const noexcept override {
@@ -47,8 +47,8 @@ public:
     std::function<void()> onPause = [] {};
 };
 
-//  After the first command with the given word, every wait takes a second, in which the node sends a byte of its
-//  answer.
+//  After the node has received a command with the given word, every wait advances the clock by one second, and the node
+//  sends one byte of its answer.
 class DrippingWaiter : public Waiter {
 public:
     DrippingWaiter(FakeRedis& node, std::string word) : node_(node), word_(std::move(word)) {}

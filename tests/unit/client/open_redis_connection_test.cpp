@@ -16,7 +16,8 @@ std::atomic<int> failSocket{0}, failConnect{0}, failSend{0}, failRecv{0};
 std::atomic<std::size_t> sendAtMost{0};  // bytes, 0 for no limit
 std::atomic<bool> slowRecv{false};       // recv returns one byte at a time and takes a second for each
 
-//  Consumes the failure that is planned for one call. Returns true and sets errno if the call must fail.
+//  `planned` is the errno with which the next call must fail, or 0. Sets it to 0. Returns true and sets errno if the
+//  call must fail.
 bool failsNow(std::atomic<int>& planned) {
     const int error = planned.exchange(0);
     errno = error == 0 ? errno : error;
@@ -63,7 +64,7 @@ namespace {
 using namespace opentest;
 using namespace rdbopen;
 
-//  Records the longest limit of a wait. If result is not ready, each wait for input ends at once with it.
+//  Records the longest time limit of a wait. If `result` is not `ready`, each wait for input returns `result` at once.
 class ImpatientWaiter : public Waiter {
 public:
     Result wait(int descriptor, short events, std::chrono::milliseconds until) const noexcept override {

@@ -1,4 +1,4 @@
-//  redis:// with several servers: the first that is a primary and takes writes serves.
+//  redis:// with several servers: the back end uses the first server that is a primary and accepts writes.
 #include "open_fake_redis.h"
 #include "open_support.h"
 

@@ -141,7 +141,7 @@ TEST_F(RedisRefusals, AServerThatRequiresTlsIsReportedAsSuch) {
     EXPECT_EQ(outcome.reason, "the server speaks TLS only at this port: the scheme for it is rediss");
     backend->close();
     ASSERT_EQ(backend->open(plainWaiter).code, 0);
-    server.answer("PING", "\x15\x03\x03");  // after the first answer such bytes do not mean TLS
+    server.answer("PING", "\x15\x03\x03");  // TLS bytes after a correct first answer
     EXPECT_EQ(backend->probe().reason, "the server does not speak the Redis protocol");
 }
 

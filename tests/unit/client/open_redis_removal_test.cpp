@@ -1,4 +1,4 @@
-//  What the back end redis finds of a name and removes, with a fake server.
+//  The data of a name that the back end redis finds and removes, with a fake server.
 #include "open_fake_redis.h"
 #include "open_support.h"
 

@@ -45,8 +45,8 @@ TEST(RedisSignal, EndsAConnectionWhoseServerIsSilent) {
     }
 }
 
-//  Two nodes that never serve a request: their answers are that the slot is being moved, that the cluster is down, and
-//  then always that the slot has moved to the other node.
+//  Two nodes that never serve a request. They answer that the slot is being moved (ASK, TRYAGAIN), that the cluster is
+//  down, and then always that the other node has the slot (MOVED).
 class SignalCluster {
 public:
     SignalCluster() {

@@ -1,4 +1,4 @@
-//  redis+unix://: the back end redis at a Unix socket, and what addrpubd-check warns of.
+//  redis+unix://: the back end redis at a Unix socket, and the warnings of addrpubd-check.
 #include "open_fake_redis.h"
 #include "open_support.h"
 

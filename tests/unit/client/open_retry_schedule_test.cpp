@@ -121,7 +121,8 @@ TEST_F(Schedule, TheFirstChecksAreSpreadEvenlyOverTheInterval) {
         EXPECT_NEAR(count, 1000, 5);
 }
 
-//  Also within each second of the minute, so that the two times do not depend on each other.
+//  Hosts whose first checks are in the same second of the minute also spread their refreshes evenly over the nine
+//  checks.
 TEST_F(Schedule, TheFirstRefreshesAreSpreadEvenlyOverTheChecks) {
     std::vector<int> hosts(60 * 9);
     for (std::uint32_t number = 0; number < 540000; number += 100) {

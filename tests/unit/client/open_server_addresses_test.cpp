@@ -11,7 +11,7 @@
 
 namespace {
 
-std::vector<std::string> known;  // the addresses to which each name resolves that is not an address
+std::vector<std::string> known;  // the addresses to which every name resolves, except IPv4 literals
 int lookUpError = 0;
 std::int64_t clockSeconds = 1000;
 int lookUpSeconds = 0;

@@ -331,7 +331,7 @@ TEST_F(SqliteDamage, TheFileIsRenamedUnderTheLockOfTheNewFile) {
     EXPECT_GT(held, 0);
 }
 
-//  A version of SQLite that does not maintain the page count leaves such a file after a write.
+//  Some versions of SQLite do not maintain the page count. After their writes it belongs to an earlier write.
 TEST_F(SqliteDamage, ACountOfPagesThatBelongsToAnEarlierWriteIsIgnored) {
     openAndPut("first");
     backend->close();

@@ -130,8 +130,8 @@ TEST_P(SqliteForeignChange, EachOfTwoServicesThatShareTheFileDetectsIt) {
     EXPECT_EQ(current(), "first");
 }
 
-//  The change happens when SQLite flushes the log at the end of the transaction, or at a later flush of the put. If
-//  SQLite was writing to the file, the result may not be a database.
+//  The change happens before one of the flushes of the put. The first flush is that of the log. After a change, the
+//  files may be no database, so the test removes them.
 TEST_P(SqliteForeignChange, ItIsDetectedEvenWhileAValueIsWritten) {
     openAndPut("first");
     int flushes = flushCount();
@@ -241,8 +241,8 @@ TEST_F(SqliteFilesTest, ChecksOfAnotherServiceDoNotHideDamage) {
     EXPECT_EQ(backend->probe().code, errorBackendFailed);
 }
 
-//  For the service that has not put the value, the files are then in a state that SQLite itself may create. Only the
-//  missing value shows the change.
+//  For `backend`, which did not put the second value, SQLite itself could have left the files in this state. So only a
+//  check that misses the value detects the change.
 TEST_F(SqliteFilesTest, DamageAfterAnotherServicesPutIsDetectedByACheckOfTheValue) {
     const auto second = backendFor("sqlite://" + file);
     openAndPut("first");

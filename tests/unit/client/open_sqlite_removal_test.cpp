@@ -1,4 +1,4 @@
-//  What the back end sqlite finds of a name and removes.
+//  The data of a name that the back end sqlite finds and removes.
 #include "open_sqlite_fixture.h"
 
 namespace {

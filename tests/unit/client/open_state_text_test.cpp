@@ -20,12 +20,12 @@ const Status lost = backendFailed("the connection was refused");
 struct Subject {
     Subject() { state.describe("rdb", "fake://server"); }
 
-    //  A put that ends with status.
+    //  Records a put that ends with `status`.
     void put(const std::string& value, const Status& status, Moment now) {
         data.recordValue(recordOf("host1", value), status.code, {});
         state.exchanged(ServerState::Cause::call, now, status, data);
     }
-    //  A check or retry that ends with status.
+    //  Records a check or retry that ends with `status`.
     void exchange(Moment now, const Status& status) { state.exchanged(ServerState::Cause::worker, now, status, data); }
     std::string text(std::optional<ServerState::Next> next = {}) { return state.stateText(data, next); }
     bool has(const std::string& line) { return ("\n" + text()).find("\n" + line + "\n") != std::string::npos; }

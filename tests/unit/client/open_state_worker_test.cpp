@@ -1,4 +1,4 @@
-//  What the workers write into the state file.
+//  The contents of the state file that the workers write.
 #include "engine/state_board.h"
 #include "engine/state_file.h"
 #include "open_worker_fixture.h"
@@ -117,8 +117,8 @@ TEST_F(WorkerState, AClosedHandleIsRemovedFromTheFile) {
     EXPECT_TRUE(eventually([&] { return has("server ") && servers() == 1; }));
 }
 
-//  The thread sanitizer notices if the second thread uses paths that the first one may still be writing. A relaxed flag
-//  orders the threads without hiding that.
+//  The thread sanitizer reports a data race if the second thread uses paths that the first may still be writing. The
+//  threads are ordered by a relaxed flag, because it does not hide such a race.
 TEST(StateFolder, ChosenOnOneThreadIsUsedOnAnother) {
     const Folder folder;
     StateFile file;

@@ -63,7 +63,7 @@ namespace {
 using namespace opentest;
 using namespace rdbopen;
 
-//  A listening socket on ::1 and, after take, the server's end of the connection.
+//  A listening socket on ::1, and the server's end of the connection that take() accepts.
 class Peer {
 public:
     Peer() : listener_(__real_socket(AF_INET6, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
@@ -98,7 +98,7 @@ public:
         }
         return text;
     }
-    //  Reads until the connection ends. Returns the errno of the end, or 0 for an end in order.
+    //  Reads until the connection ends. Returns the errno of the end, or 0 if the client closed it.
     int hearEnd() {
         char bytes[65536];
         ssize_t taken = 1;

@@ -1,4 +1,4 @@
-//  rediss:// and dns+tls://: the back ends redis and dns over TLS, and what addrpubd-check warns of.
+//  rediss:// and dns+tls://: the back ends redis and dns over TLS, and the warnings of addrpubd-check.
 #include "open_dns_support.h"
 #include "open_fake_redis.h"
 #include "open_tls_support.h"
@@ -103,7 +103,7 @@ TEST_F(TlsBackend, RedissServesTheBackEndRedis) {
     EXPECT_EQ(redis.received("SELECT"), (std::vector<FakeRedis::Command>{{"SELECT", "3"}}));
     EXPECT_EQ(backend->tags()->import(usableTag("host1")).reason, "");
     EXPECT_EQ(backend->probe().reason, "");
-    //  An answer that nobody has asked for makes the watched descriptor readable, encrypted as it is.
+    //  An unrequested answer makes the watched descriptor readable, although the answer is encrypted.
     redis.say("+PONG\r\n");
     pollfd waited{backend->watchedDescriptor(), POLLIN, 0};
     ASSERT_EQ(poll(&waited, 1, 60000), 1);

@@ -15,7 +15,7 @@
 namespace {
 
 thread_local int failSend, failReceive, failSocket;
-std::string systemFolder;               // for X509_get_default_cert_dir
+std::string systemFolder;               // result of X509_get_default_cert_dir
 thread_local bool neverPauses = false;  // recv waits for input
 thread_local int clockStep = -1;        // ms by which each call of clock_gettime moves the clock; below 0: real clock
 
@@ -110,7 +110,7 @@ using namespace rdbopen;
 class EndingWaiter : public Waiter {
 public:
     explicit EndingWaiter(Result result) : result_(result) {}
-    //  Waits for room (POLLOUT), as for the TCP connection on loopback, are real; each wait for input ends with result.
+    //  A wait for input returns `result_` at once. Waits for room (POLLOUT) are real, so that connecting works.
     Result wait(int descriptor, short events, std::chrono::milliseconds until) const noexcept override {
         return events == POLLOUT ? plainWaiter.wait(descriptor, events, until) : result_;
     }
@@ -306,7 +306,7 @@ TEST_F(OpenTlsStream, TheAuthoritiesOfTheSystemAreUsedWithoutAFile) {
     EXPECT_EQ(connect(server), "");
 }
 
-//  Anyone who may start the service could otherwise choose its authorities.
+//  Otherwise, whoever can set the environment of the service could choose the authorities that it trusts.
 TEST_F(OpenTlsStream, TheEnvironmentChoosesNoAuthorities) {
     settings.authorities.clear();
     setenv("SSL_CERT_FILE", file("ca").c_str(), 1);
@@ -341,7 +341,7 @@ TEST_F(OpenTlsStream, ARefusedClientCertificateIsNamed) {
               "the server refused the client certificate: it has expired");
 }
 
-//  The request may reach a server that has closed the connection already.
+//  The server may have closed the connection before it receives the request.
 TEST_F(OpenTlsStream, ARefusalIsReadAfterAFailedRequest) {
     const TlsServer server({.clientsIssuer = &pki().authority});
     ASSERT_EQ(connect(server), "");
@@ -416,7 +416,7 @@ TEST_F(OpenTlsStream, AFileThatCannotBeUsedIsNamed) {
 
 //  -- a connection that ends ------------------------------------------------------------------------------------------
 
-//  Each byte that the server sends until the end of an exchange may be the last; with TLS 1.2, each seventh is tested.
+//  In each run, the server closes the connection after one more byte; with TLS 1.2, after seven more bytes.
 TEST_F(OpenTlsStream, AConnectionCutAnywhereFails) {
     for (const auto& [version, step] : {std::pair(TLS1_2_VERSION, 7), std::pair(TLS1_3_VERSION, 1)}) {
         std::size_t cut = 0;
@@ -489,7 +489,7 @@ TEST_F(OpenTlsStream, EveryEndOfAWaitEndsTheHandshake) {
 
 //  -- what the server sends beside data -------------------------------------------------------------------------------
 
-//  New keys and tickets make the descriptor readable and are no data.
+//  Messages with new keys and tickets make the descriptor readable, but contain no data.
 TEST_F(OpenTlsStream, NewKeysAndTicketsAreNoData) {
     const TlsServer server({.afterHandshake = [](SSL* tls) {
         SSL_new_session_ticket(tls);
@@ -506,7 +506,7 @@ TEST_F(OpenTlsStream, NewKeysAndTicketsAreNoData) {
     EXPECT_EQ(exchange(), "");
 }
 
-//  The server never pauses, so that neither recv nor a wait ends the call.
+//  The server sends without a pause, so neither an empty socket nor a wait ends the call.
 TEST_F(OpenTlsStream, AnEndlessStreamOfNewKeysEndsAtTheLimit) {
     const TlsServer server({.endless = true});
     ASSERT_EQ(connect(server), "");
@@ -520,7 +520,7 @@ TEST_F(OpenTlsStream, AnEndlessStreamOfNewKeysEndsAtTheLimit) {
     EXPECT_EQ(stream->receive(bytes, readyWaiter, until).reason, "the server does not answer in time");
 }
 
-//  The waiter gives up when asked for input.
+//  The waiter fails a wait for input, so send must wait for room.
 TEST_F(OpenTlsStream, AFullSocketIsWaitedFor) {
     const TlsServer server;
     ASSERT_EQ(connect(server), "");
@@ -560,7 +560,7 @@ TEST_F(OpenTlsStream, ANewHandshakeIsNotBegun) {
         << reason;
 }
 
-//  What has not been taken must be visible to poll, which is how the worker notices it.
+//  Bytes that were not taken must be visible to poll, because the worker notices them only by poll.
 TEST_F(OpenTlsStream, BytesThatAreNotTakenAreVisibleToPoll) {
     const TlsServer server({.afterHandshake = [](SSL* tls) {
         SSL_write(tls, "first", 5);
@@ -590,8 +590,8 @@ bool namesTheConnection(const std::string& reason) {
                        [&](const char* start) { return reason.starts_with(start); });
 }
 
-//  Each allocation of OpenSSL on the client's thread may fail; after the first ones, each 37th is tested. OpenSSL
-//  reports some of these failures as faults of a file or of a certificate.
+//  One allocation of OpenSSL on the client's thread fails: each of the first 100, and then every 37th. OpenSSL reports
+//  some of these failures as faults of a file or of a certificate.
 TEST_F(OpenTlsStream, WithoutMemoryItReportsNoLossOfTheConnectionAndWorksAgainLater) {
     ASSERT_TRUE(memoryIsWatched);
     useClientCertificate();
@@ -619,7 +619,7 @@ TEST_F(OpenTlsStream, WithoutMemoryItReportsNoLossOfTheConnectionAndWorksAgainLa
 
 //  -- OpenSSL ---------------------------------------------------------------------------------------------------------
 
-//  A handler of exit that OpenSSL registers would run before this one.
+//  Fails if OpenSSL cannot be used. If OpenSSL registered an exit handler, that handler would run before this one.
 void tryTlsAtExit() {
     const TlsPointer<SSL_CTX> context{SSL_CTX_new(TLS_client_method())};
     _exit(context ? 0 : 1);

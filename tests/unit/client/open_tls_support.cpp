@@ -249,7 +249,7 @@ TlsServer::TlsServer(Options options) : options_(std::move(options)), context_(s
         this);
     listener_ = listenOnLoopback(port_);
     [[maybe_unused]] const int piped = pipe(stop_);
-    //  Signals are for the test's own threads, and a client that has gone raises SIGPIPE.
+    //  This thread blocks all signals: they are for the test's threads, and a closed connection raises SIGPIPE.
     sigset_t all;
     sigset_t before;
     sigfillset(&all);

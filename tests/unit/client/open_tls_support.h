@@ -29,7 +29,7 @@ struct Contents {
     bool authority = false;
     long from = -3600;  // s from now
     long to = 86400 * 365;
-    bool weak = false;  // a key of RSA with 1024 bits
+    bool weak = false;  // an RSA key with 1024 bits
 };
 
 //  Returns a certificate that issuer has signed, or a self-signed one if issuer is null.
@@ -43,16 +43,16 @@ struct Pki {
 };
 const Pki& pki();
 
-//  Accepts one connection after the other. What arrives is decrypted and answered.
+//  Accepts one connection after the other. Decrypts and answers each input.
 class TlsServer {
 public:
     struct Options {
         const Identity* identity = nullptr;       // null: the server of pki()
-        const Identity* intermediate = nullptr;   // its certificate is sent, too; null: none
-        const Identity* clientsIssuer = nullptr;  // not null: a certificate of a client that it has issued is required
+        const Identity* intermediate = nullptr;   // if not null, its certificate is sent, too
+        const Identity* clientsIssuer = nullptr;  // if not null, the client must have a certificate from this issuer
         int minVersion = 0;
         int maxVersion = 0;
-        std::uint16_t upstream = 0;  // port on loopback that gets what arrives and sends the answers; 0: answer does it
+        std::uint16_t upstream = 0;       // loopback port of the server that answers; 0: the function answer does
         std::size_t cutAfter = SIZE_MAX;  // bytes that are sent before the connection is closed
         std::size_t pieces = SIZE_MAX;    // bytes of one write
         std::function<void(SSL*)> afterHandshake{};
@@ -70,7 +70,7 @@ public:
     std::uint16_t port() const noexcept { return port_; }
     int connections() const noexcept { return connections_; }
 
-    //  The name that the last client has asked for, and the application's protocol that it has offered.
+    //  The server name that the last client requested (SNI), and the application protocol that it offered (ALPN).
     std::string askedName() const;
     std::string offered() const;
 
@@ -100,7 +100,8 @@ public:
 };
 inline constexpr ReadyWaiter readyWaiter;
 
-//  A server without TLS on loopback, for one client: reads its first bytes, sends text and closes, or stays silent.
+//  A server without TLS on loopback, for one client. If `silent` is true, it only accepts the client. Otherwise it
+//  reads the client's first bytes, sends `text` and ends its side of the connection.
 class PlainServer {
 public:
     explicit PlainServer(std::string text, bool silent = false);

@@ -109,7 +109,7 @@ TEST_F(WorkerDesiredState, ARequestThatCanNeverSucceedIsNotRepeated) {
     EXPECT_EQ(script->takeMade(), (Made{"send bad", "send end"}));
 }
 
-//  The success that follows is not reported as a recovery.
+//  A success after such a failure is not reported as a recovery.
 TEST_F(WorkerDesiredState, AFinalFailureIsReportedOnceUntilASuccess) {
     connect();
     fail({{errorBadRequest, "no name"}, {errorBadRequest, "no name"}, {}, {errorBadRequest, "no name"}, {}});
@@ -197,8 +197,8 @@ TEST_F(WorkerDesiredState, AValueOnTheServerIsNotPutAgain) {
     EXPECT_EQ(script->served, 1);
 }
 
-//  The success of a request does not show that a refused check would pass, so each success is followed by a check.
-//  There is no check interval, so no other check follows.
+//  The success of a request does not show that a refused check would pass. So a check follows each success until one
+//  passes. Without a check interval there are no other checks.
 TEST_F(WorkerDesiredState, ARefusedCheckRecoversOnlyThroughACheck) {
     connect();
     EXPECT_EQ(put("1"), 0);

@@ -66,7 +66,7 @@ protected:
         EXPECT_GE(pause, base);
         EXPECT_LE(pause, base * 5 / 4);
     }
-    //  Advances the clock while the worker waits, so that it notices the new time at the next call and not before.
+    //  Advances the clock while the worker waits. So the worker notices the new time at the next call, not before.
     static void advance(int seconds) {
         ASSERT_TRUE(eventually([] { return workerWaits.load(); }));
         clockAhead += seconds;

@@ -158,7 +158,7 @@ TEST_F(WorkerRepetition, WithoutChecksEachRequestIsSent) {
     EXPECT_EQ(script->takeMade(), (Made{"get t", "put t=1"}));
 }
 
-//  After the failed import, the library repeats only the import. The check before 60001 finds the value.
+//  After the failed import, the library repeats only the import. Its check of the new connection finds the value.
 TEST_F(WorkerRepetition, TheFirstRequestOnANewConnectionIsSent) {
     script->checkSeconds = 600;
     publish();

@@ -21,8 +21,8 @@ addrpubd_unit_test(olk_alloctor_test
     WRAP mmap munmap sysconf
         pthread_spin_init pthread_spin_destroy pthread_spin_lock pthread_spin_unlock)
 
-#  These programs print each call of mmap, munmap and mallopt that the library makes. They are linked in four orders:
-#  their objects before or after the library, and in both orders relative to each other.
+#  Each program prints the calls of mmap, munmap and mallopt that the library makes. The four programs differ in the
+#  link order: exit_order_one and exit_order_two in both orders, before or after the library.
 set(exit_order_calls mmap munmap mallopt)
 function(exit_order_program name)
     add_executable(${name} ${ARGN})
@@ -37,7 +37,7 @@ exit_order_program(exit_order_two_one_library exit_order_two.cpp exit_order_main
 exit_order_program(exit_order_library_one_two exit_order_one.cpp exit_order_two.cpp exit_order_main.cpp)
 exit_order_program(exit_order_library_two_one exit_order_two.cpp exit_order_main.cpp exit_order_one.cpp)
 foreach(name exit_order_library_one_two exit_order_library_two_one)
-    #  Link options precede the objects on the command line.
+    #  Link options precede the objects on the command line, so the library comes first.
     target_link_options(${name} PRIVATE
         LINKER:--whole-archive $<TARGET_FILE:olklib3> LINKER:--no-whole-archive)
     add_dependencies(${name} olklib3)
@@ -51,8 +51,8 @@ target_compile_definitions(olk_alloctor_test PRIVATE
     TEST_DATA="${PROJECT_SOURCE_DIR}/tests/data"
     EXIT_ORDER_COMMAND="${exit_order_command}")
 
-#  On a processor of another kind olk_mapping.h does not compile, and the message names the reason. The compiler gets
-#  the macros of such a processor.
+#  For an unsupported kind of processor, olk_mapping.h must not compile, and the message must name the reason. The tests
+#  set a macro as the compiler for such a processor does.
 foreach(processor of_32_bits:__SIZEOF_POINTER__=4 that_is_big_endian:__BYTE_ORDER__=__ORDER_BIG_ENDIAN__)
     string(REGEX MATCH "(.*):(.*)=(.*)" all ${processor})
     add_test(NAME olk_platform.a_processor_${CMAKE_MATCH_1}_is_refused

@@ -23,13 +23,13 @@ public:
     FakeResolver(const FakeResolver&) = delete;
     FakeResolver& operator=(const FakeResolver&) = delete;
 
-    //  Sets the answer for a name. The addresses are in the resolver's order; each is IPv4 or IPv6. "local" and
-    //  "packet" are entries of other address families, with lower and higher family numbers. Without addresses the
-    //  lookup succeeds with an empty list.
+    //  Sets the resolver's answer for `name`: IPv4 and IPv6 addresses, in this order. The words "local" and "packet"
+    //  are entries of the families AF_UNIX and AF_PACKET, whose numbers are below and above those of IP. If `addresses`
+    //  is empty, the lookup succeeds with an empty list.
     void add(const std::string& name, std::vector<std::string> addresses);
 
-    //  If true, address literals that inet_pton accepts are also answered without the real resolver. This is much
-    //  faster.
+    //  If true, the object itself answers address literals that inet_pton accepts. This is much faster than the real
+    //  resolver.
     bool answers_literals = false;
 
     std::vector<std::string> asked;                    // requested names, in order

@@ -12,7 +12,7 @@
 namespace spy {
 namespace {
 
-//  Used before any constructor runs, so everything here is initialised to zero at load time.
+//  These variables are used before any constructor runs. So they are initialised at load time, to zero.
 constexpr size_t log_size = 1 << 16;
 call log_of_calls[log_size];
 size_t logged;
@@ -20,8 +20,8 @@ std::atomic<bool> recording;
 std::atomic<bool> recording_locks;
 mmap_request latest_mmap;
 
-//  skip: number of the first call that fails, counted from the next call as 1; 0 if no call fails. left: number of
-//  calls that fail.
+//  `skip` is the number of the first call that fails; the next call is 1, and 0 means that no call fails. `left` is the
+//  number of calls that fail.
 struct failure {
     size_t skip;
     size_t left;

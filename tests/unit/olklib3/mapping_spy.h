@@ -60,7 +60,7 @@ public:
     void clear();
 
     static constexpr size_t every = SIZE_MAX;
-    //  Makes how_many mappings fail, starting with the nth from now (1 is the next).
+    //  Makes `how_many` mappings in a row fail. The first of them is mapping number `nth`; 1 is the next one.
     static void fail_mmap(size_t nth, size_t how_many = every);
     static void fail_munmap(size_t nth, size_t how_many = every);
     static void stop_failing();

@@ -1,5 +1,5 @@
-//  The allocator when memory is exhausted: a request returns null and changes nothing, and a class whose first heap is
-//  missing at the start is left out. Also the allocator when memory cannot be unmapped.
+//  The allocator when memory is exhausted: a request returns null and changes nothing, and a class whose first heap
+//  cannot be mapped at the start is left out. Also the allocator when memory cannot be unmapped.
 #include "mapping_spy.h"
 #include "size_classes.h"
 #include "surroundings.h"
@@ -113,8 +113,8 @@ TEST(AllocatorLimitAtStart, WithoutRecordsTheTableIsEmptyAndASmallRequestIsABigB
     allocator.free_(p);
 }
 
-//  Makes a fixed series of requests that needs mappings of every kind. The nth mmap fails. Returns the number of
-//  requested mappings.
+//  Makes a fixed series of requests that needs mappings of every kind. Call number `nth` of mmap fails. Returns the
+//  number of calls.
 size_t run_with_failure_at(size_t nth) {
     spy::watch watch;
     watch.fail_mmap(nth, 1);

@@ -1,6 +1,6 @@
-//  Writes members and string values into a buffer that has room. A key, and a text of 16 characters or more without
-//  escapes, are then written at once, the text in steps of 16 characters. The result must be that of piecewise writing,
-//  and so must the growth of the buffer if the room is too small.
+//  Writes members and string values into a buffer with enough room. A key is then copied at once, and a text of 16
+//  characters or more without escapes in steps of 16. The result must be the same as that of piecewise writing. If the
+//  room is too small, the growth of the buffer must be the same, too.
 #include "olk_json.h"
 
 #include <gtest/gtest.h>
@@ -51,8 +51,8 @@ TEST(JsonReserved, AnAddressIsWrittenWhole) {
     EXPECT_EQ(written(address), '"' + address + '"');
 }
 
-//  Calls the functions write and pieces after texts of each length that fits a buffer of 120 bytes, and compares the
-//  results. If the room is too small, both must grow the buffer in the same way.
+//  Calls `write` and `pieces` after texts of each length that fits a buffer of 120 bytes, and compares the results. If
+//  the room is too small, both must grow the buffer in the same way.
 template <class WRITE, class PIECES>
 void grows_as_for_pieces(WRITE write, PIECES pieces) {
     for (size_t before = 0; before <= 119; ++before) {

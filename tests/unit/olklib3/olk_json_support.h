@@ -10,7 +10,7 @@
 #include <optional>
 #include <string>
 
-//  Returns the text that the function write appends to an empty buffer.
+//  Returns the text that the function `write` appends to an empty buffer.
 template <class WRITE>
 std::string written(WRITE write) {
     olk::string out;

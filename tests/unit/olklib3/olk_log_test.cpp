@@ -193,7 +193,7 @@ TEST(LevelFromText, AgreesWithTheModelOver200000Texts) {
 }
 
 //  Returns the vtable index of a virtual operation. A pointer to a virtual member contains the byte offset of its slot,
-//  plus 1. On arm64 the 1 is in the second word, because every bit of the first one may be part of an address.
+//  plus 1. On arm64 the 1 is in the second word, because every bit of the first word may be part of an address.
 template <class OPERATION>
 ptrdiff_t slot(OPERATION operation) {
     ptrdiff_t words[2];

@@ -206,8 +206,8 @@ TEST_F(ObjAlloctor, APositiveFreeCountWithFullPagesReturnsNull) {
     heap.freecount = 0;
 }
 
-//  Three full pages. The list has the third page first, then the second and the first. at[i] contains the slots of the
-//  page that was created as the ith.
+//  Three full pages. The list contains the newest page first. at[i] contains the slots of page i, counted from 0 in the
+//  order of creation.
 class ObjAlloctorThreePages : public ObjAlloctor {
 protected:
     void SetUp() override {

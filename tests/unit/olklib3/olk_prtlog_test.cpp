@@ -15,15 +15,15 @@
 
 namespace {
 
-//  The simulated clock. If clock_set is true, localtime_r returns the fields in local, or fails.
+//  The simulated clock. If clock_set is true, localtime_r returns the fields in `local`, or fails if conversion_fails.
 bool clock_set;
 bool conversion_fails;
 int clock_reads;
 suseconds_t microseconds;
 tm local;
 
-//  Redirects standard output to a pipe that the C library buffers. Returns the text that has arrived in the pipe, with
-//  or without a flush.
+//  Redirects standard output to a pipe; the C library buffers the output. arrived() returns the text that has reached
+//  the pipe. flushed() does the same after a flush.
 class piped_output {
 public:
     piped_output() {

@@ -162,7 +162,7 @@ TEST_F(Resolve, TheResolverIsCalledOnceWithoutFamilySocketTypeAndService) {
     EXPECT_FALSE(resolver.service_given);
 }
 
-//  The function deliberately never frees the resolver's list, so each successful lookup leaks one small list.
+//  get_ips_by_domain deliberately never frees the resolver's list. So each successful lookup leaks one small list.
 TEST_F(Resolve, TheResolversListIsNeverFreed) {
     resolver.add("both.example", {"192.0.2.1", "2001:db8::1"});
     resolver.add("local.example", {"local"});

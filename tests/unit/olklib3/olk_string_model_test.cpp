@@ -90,7 +90,7 @@ public:
     size_t length() const { return model.size(); }
 
 private:
-    //  Returns the smallest block size of the allocator that is at least request.
+    //  Returns the usable size of the block with which the allocator serves `request` bytes.
     static uint64_t block_for(uint64_t request) {
         const olk::allocator& pool = *olk::get_olk_allocator();
         for (int i = 0; i < pool.classcount; ++i)

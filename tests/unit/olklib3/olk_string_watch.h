@@ -80,7 +80,7 @@ struct mapped_alloctor {
 using watched_string = olk::string_<watched_alloctor, unsigned int, char, void>;
 using mapped_string = olk::string_<mapped_alloctor, unsigned int, char, void>;
 
-//  These functions write the two counts before the characters.
+//  These functions write one of the two counts that the block contains before the characters.
 template <class STRING>
 void set_stored_capacity(STRING& s, uint32_t capacity) {
     olk::store_word(olk::at(s.data(), -8), capacity);
@@ -90,7 +90,7 @@ void set_stored_size(STRING& s, uint32_t size) {
     olk::store_word(olk::at(s.data(), -4), size);
 }
 
-//  Returns the text of s, zero bytes included.
+//  Returns the text of `s`, including zero bytes.
 template <class STRING>
 std::string text_of(const STRING& s) {
     return s.data() == nullptr ? std::string() : std::string(s.data(), s.size());

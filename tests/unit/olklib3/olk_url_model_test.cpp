@@ -24,14 +24,14 @@ class Maker {
 public:
     explicit Maker(unsigned seed) : random_(seed) {}
 
-    //  Returns a text of at most this many pieces.
+    //  Returns a text of at most `most` random pieces.
     std::string text(const Pieces& pieces, std::size_t most) {
         std::string made;
         for (std::size_t left = below(most + 1); left > 0; --left)
             made += pieces[below(pieces.size())];
         return made;
     }
-    //  Returns the text. Sometimes one of its bytes is changed.
+    //  Returns `made`, sometimes with one changed byte.
     std::string spoiled(std::string made) {
         if (!made.empty() && below(4) == 0)
             made[below(made.size())] = static_cast<char>(below(256));

@@ -135,7 +135,7 @@ TEST_F(Url, LongPartsAreNotShortened) {
     EXPECT_EQ(text_of(parsed.args), args);
 }
 
-//  An allocator for strings that has memory for this many blocks only.
+//  An allocator for strings that provides only the number of blocks in `blocks`.
 struct scarce_alloctor {
     static inline int blocks = 0;
     static void* malloc_(size_t size, size_t* outsize) {

@@ -7,7 +7,7 @@
 
 namespace {
 
-//  Returns the result of whole.valid() while field temporarily has this value.
+//  Sets `field` to `value`, calls whole.valid() and restores the field. Returns the result of the call.
 template <class WHOLE, class FIELD, class VALUE>
 bool valid_with(WHOLE& whole, FIELD& field, VALUE value) {
     const FIELD kept = std::exchange(field, static_cast<FIELD>(value));

@@ -45,8 +45,8 @@ protected:
     std::vector<olk::blk_heap*> heaps() const { return heaps_of(cls); }
 };
 
-//  Several full heaps. heap[i] is the heap that was created as the ith; at[i] contains its blocks. The list has heap[0]
-//  first, then the others from the newest to heap[1].
+//  Several full heaps, numbered from 0 in the order of creation. at[i] contains the blocks of heap[i]. The list has
+//  heap[0] first, then the others from the newest to heap[1].
 template <size_t COUNT>
 class FullHeaps : public FourBlockClass {
 protected:

@@ -134,7 +134,7 @@ int polls_with_text_at(int poll) {
     return system.polls;
 }
 
-//  The poll after the 101st is the first that lowers the limit. It does so after its own message was read.
+//  Poll 102 is the first that lowers the limit if there was no text. It lowers the limit after it has read its message.
 TEST(ParentLimit, AfterPoll102WithoutATextTheLimitIs150) {
     EXPECT_EQ(polls_with_text_at(100), 300);
     EXPECT_EQ(polls_with_text_at(101), 300);
@@ -198,7 +198,7 @@ TEST_F(Parent, OutputIsFlushedBeforeTheFork) {
     EXPECT_TRUE(flushed);
 }
 
-//  While an object exists, SIGPIPE has a disposition with a separate handler and flags.
+//  While an object exists, SIGPIPE has a handler, flags and a signal mask that differ from the default.
 class SigpipeHandler {
 public:
     SigpipeHandler() {

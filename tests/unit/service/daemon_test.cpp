@@ -43,8 +43,7 @@ protected:
     }
     ~Daemon() override { platform::reset(); }
 
-    //  Runs the foreground service in a child. In its first pass the child calls the function look and exits with
-    //  status 7.
+    //  Runs the foreground service in a child. In its first pass the child calls `look` and exits with status 7.
     Ended runUntilFirstPass(const std::function<void()>& look = [] {}) const {
         return inChild([&] {
             platform::hooks().nanosleep = [&](const timespec*) -> int {
@@ -202,7 +201,7 @@ TEST_F(SingleInstance, TheServicesOwnNameIsInTheMessage) {
     EXPECT_EQ(ended.out, "other alreay runging! pid = " + std::to_string(other.pid()) + "\n");
 }
 
-//  The process that starts the background service makes the same decision, before it forks.
+//  If another process holds the lock, the background start fails like the foreground start, before it forks.
 TEST_F(SingleInstance, TheBackgroundStartMakesTheSameDecision) {
     const LockHolder other(pidPath);
     const Ended held = inChild([] { std::printf("%d", g_daemon.start()); });

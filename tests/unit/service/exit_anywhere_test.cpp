@@ -49,7 +49,7 @@ int exitRounds() {
 }
 
 //  A traced child exits after this number of passes. The addresses in the C library's heap depend on the parent's state
-//  at the fork. So a child may never execute an instruction that another child executes, and must end anyway.
+//  at the fork. So a child may never reach the instruction that another child reached. It must nevertheless end.
 constexpr int max_passes = 100;
 
 //  The steps of the shutdown that a child has taken, and its passes. The object is in memory shared with the parent.
@@ -155,7 +155,8 @@ void fillInterfaces() {
     }
 }
 
-//  The file and the offset in it of a loaded instruction, as addr2line takes them.
+//  Returns the file that contains the instruction at `address`, and the instruction's offset in this file. addr2line(1)
+//  accepts both.
 std::string nameOf(std::uintptr_t address) {
     Dl_info info = {};
     if (dladdr(reinterpret_cast<void*>(address), &info) == 0)
@@ -188,8 +189,8 @@ protected:
         service->dnshttpsports.push_back(443);
         service->log = new olk::prtlog;
         service->log->open("stdout");
-        //  A child would open the time zone's file at its first line of the log. Reading a file may take longer than a
-        //  step may last, and the end then has to skip steps.
+        //  Otherwise a child would read the time zone's file at its first line of the log. This may take longer than
+        //  the time limit of a step, and the shutdown would then have to skip steps.
         tzset();
     }
 
@@ -221,8 +222,8 @@ protected:
                std::to_string(steps->last_exits);
     }
 
-    //  Returns whether the child holds the lock of a size class. Only size classes use the object heap after the start,
-    //  and they hold their own lock meanwhile. The value of a free lock is known from this process.
+    //  Returns whether the child holds the lock of a size class, by comparison with the free lock in this process. The
+    //  lock of the object heap needs no check: after the start only size classes take it, while they hold their own.
     static bool holdsALock(const TracedChild& child) {
         const olk::allocator& allocator = *olk::get_olk_allocator();
         return std::any_of(allocator.classes, allocator.classes + allocator.classcount, [&](const auto* size_class) {

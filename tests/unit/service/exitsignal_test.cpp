@@ -34,7 +34,7 @@ const char* __tsan_default_options() {
     return "report_signal_unsafe=0";
 }
 
-//  For two kinds of tests: the sanitizer would report an error wrongly, or it delivers a signal later than it is
+//  For tests in which the thread sanitizer would wrongly report an error, or would deliver a signal later than it is
 //  raised.
 #ifdef __SANITIZE_THREAD__
 #define SKIP_WITH_THREAD_SANITIZER() GTEST_SKIP() << "the thread sanitizer changes the behaviour of signals"

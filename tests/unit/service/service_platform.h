@@ -3,8 +3,8 @@
 //  Test programs are linked with --wrap for each call. A call without a hook goes to the real function. reset() removes
 //  all hooks; most fixtures call it before and after each test.
 //
-//  The list includes the two functions of the pooled allocator, so that a test can count the service's requests and
-//  make them fail.
+//  The malloc_ and free_ of the pooled allocator are intercepted, too. So a test can count the requests of the service
+//  to the pool and its blocks, and can make requests fail (pool_refuses).
 //
 //  Threads: hooks may be set only while no other thread runs.
 #ifndef SERVICE_PLATFORM_H

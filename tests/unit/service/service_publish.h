@@ -18,9 +18,9 @@ protected:
     PublishTest();
     ~PublishTest() override;
 
-    //  Runs one pass at the second now. Returns its trace.
+    //  Runs one pass at the time `now`. Returns its trace.
     Lines cycle(time_t now);
-    //  Runs one pass at the second now. Returns the number of its puts or requests.
+    //  Runs one pass at the time `now`. Returns the number of its puts or requests.
     std::size_t puts(time_t now);
     std::size_t requests(time_t now);
 

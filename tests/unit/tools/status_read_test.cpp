@@ -45,7 +45,7 @@ TEST_F(StatusRead, AStateOfAnotherBootIsNamed) {
     EXPECT_FALSE(named("-"));
 }
 
-//  The file that is being read may already be the old one, without a lock.
+//  The writer may replace the file between its opening and the check of the lock. The opened file then has no lock.
 TEST_F(StatusRead, AStateThatIsReplacedMeanwhileIsRunning) {
     file.write(text());
     std::atomic<bool> done{false};

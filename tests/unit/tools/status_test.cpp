@@ -1,4 +1,4 @@
-//  What addrpubd-check --status says about a state.
+//  The output of addrpubd-check --status for a state.
 #include "status.h"
 
 #include <gtest/gtest.h>
@@ -248,7 +248,7 @@ TEST(StatusMetrics, TheTagIsPendingInAdditionToTheEightItemsOfTheFile) {
               std::string::npos);
 }
 
-//  The state has no other moment of the start.
+//  The state file contains no other time of the start of the process.
 TEST(StatusMetrics, TheStartIsTheFirstWrite) {
     const Reading reading = readingOf(confirmed());
     EXPECT_NE(metricsOf(reading, now)
