@@ -30,7 +30,7 @@ bool addPort(ModelRequest& model, const json& element) {
     return true;
 }
 
-//  Returns false if item[key] exists and is not a list for whose elements add returns true.
+//  Returns true if item[key] does not exist, or if it is a list and `add` returns true for each element.
 template <class ADD>
 bool addAll(const json& item, const char* key, ADD add) {
     return !item.contains(key) || (item[key].is_array() && std::all_of(item[key].begin(), item[key].end(), add));

@@ -1,5 +1,5 @@
-//  Reads values from the start of an input. After the end of the input the missing bytes of a number are 0, and bytes
-//  returns fewer bytes than requested. require ends the program if its condition is false, in every build.
+//  Reads values from the start of an input. At the end of the input, the missing bytes of a number are 0, and bytes()
+//  returns fewer bytes than requested. require() ends the program if its condition is false, in every build.
 #ifndef FUZZ_INPUT_H
 #define FUZZ_INPUT_H
 

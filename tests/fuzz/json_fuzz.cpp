@@ -20,8 +20,8 @@ olk::string pooled(const std::string& text) {
     return olk::string(text.data(), text.size());
 }
 
-//  The word after a string's block must be unchanged: it is the address of the block's heap, or zero if the next block
-//  was never used.
+//  Returns whether the header of the block after the string's block is unchanged. It contains the address of the heap,
+//  or zero if that block was never used.
 bool next_header_intact(const olk::string& s) {
     const char* block = s.data() - 8;
     const olk::blk_heap* heap = olk::blk_heap::of(block);
@@ -31,7 +31,7 @@ bool next_header_intact(const olk::string& s) {
            olk::load_word<const olk::blk_heap*>(block + heap->blksize) == (next < heap->bump ? heap : nullptr);
 }
 
-//  Returns a text of 11 bytes. Its buffer has at least room bytes, including those of the text.
+//  Returns a text of 11 bytes in a buffer of at least `room` bytes.
 olk::string with_room(size_t room) {
     olk::string out;
     if (room != 0)

@@ -16,8 +16,8 @@ struct json_object {
     bool operator==(const json_object&) const = default;
 };
 
-//  Returns whether text is a JSON text (RFC 8259) with exactly the members of object. An empty first or second member
-//  is omitted. Requires that object's texts are UTF-8.
+//  Returns whether `text` is a JSON text (RFC 8259) with exactly the members of `object`. An empty first or second
+//  member is omitted. Requires that the texts of `object` are UTF-8.
 bool oracle_reads(const std::string& text, const json_object& object);
 
 #endif

@@ -50,7 +50,7 @@ public:
         });
     }
 
-    //  Returns the block that number selects. Requires at least one block.
+    //  Returns a block that depends on `number`. Requires at least one block.
     iterator chosen(size_t number) {
         return std::next(blocks_.begin(), static_cast<ptrdiff_t>(number % blocks_.size()));
     }

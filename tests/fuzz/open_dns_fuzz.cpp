@@ -47,7 +47,8 @@ DnsBytes answerOf(fuzz_input& input) {
     return message;
 }
 
-//  The case of a letter in the signature's two names may change. These names are after the message of the given size.
+//  Returns whether a change of byte `at` changes only the case of a letter in the signature's two names. The names are
+//  in the first 28 bytes after the signed message of `size` bytes.
 bool onlyChangesCase(const DnsBytes& message, std::size_t size, std::size_t at, std::uint8_t mask) {
     constexpr std::size_t namesEnd = 28;
     return at >= size && at < size + namesEnd && mask == 0x20 && std::isalpha(message[at]) != 0;

@@ -1,6 +1,7 @@
-//  The back end redis with a cluster, or with Sentinels and their master, which send the input: one piece for each
-//  wait, separated by zero bytes. A login gets the right answers first. Compares the nodes and masters in the answer to
-//  CLUSTER SLOTS with a second reader. No script and no ASKING may be sent more often than redirections allow.
+//  The back end redis with a simulated cluster, or with Sentinels and their master. The servers send the input, in
+//  pieces that zero bytes separate: one piece for each wait. A login first gets the right answers. Compares the nodes
+//  and masters in the answer to CLUSTER SLOTS with a second reader. Scripts and ASKING must not be sent more often than
+//  redirections allow.
 #include "backends.h"
 #include "engine/clock.h"
 #include "fuzz_input.h"
@@ -52,7 +53,7 @@ bool canBeInUrl(const Server& server) {
     return parsed.ok() && parsed->size() == 1 && parsed->front() == server && server.port != 0;
 }
 
-//  A node as the model reads it, in the form of a url; empty if it cannot be used.
+//  Returns the server of `node` as the model reads it, as HOST:PORT; empty if the back end cannot use it.
 std::string modelNode(const RedisReply& node) {
     const std::string host = node.elements[0].text.empty() ? "asked" : node.elements[0].text;
     const std::string port = std::to_string(node.elements[1].integer);
@@ -135,7 +136,7 @@ int __wrap_connect(int, const sockaddr*, socklen_t) {
     return 0;
 }
 
-//  Every name has an address; none is asked for.
+//  Every name resolves to 127.0.0.1, without a query to a name server.
 int __real_getaddrinfo(const char* name, const char* service, const addrinfo* hints, addrinfo** found);
 int __wrap_getaddrinfo(const char* name, const char* service, const addrinfo* hints, addrinfo** found);
 int __wrap_getaddrinfo(const char*, const char* service, const addrinfo* hints, addrinfo** found) {

@@ -45,7 +45,7 @@ void checkOutput(const status::Reading& reading) {
             "the exit status agrees with the text");
 }
 
-//  A label that the library writes is read back; a longer one is cut.
+//  Requires that the library's texts are read back unchanged, or cut to the maximum length.
 void checkText(const std::string& label) {
     rdbopen::StateText text;
     text.line(rdbopen::stateFormat).line("server").word("rdb").line("label").text(label).line("phase").word("opening");

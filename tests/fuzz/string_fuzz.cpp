@@ -1,6 +1,6 @@
 //  Compares the pooled string with a model that uses the standard string. An input is a list of operations, each a byte
-//  with its arguments. Each input is run twice: with the pooled allocator, and with blocks of the C library, whose ends
-//  the address sanitizer checks, and with failing requests.
+//  with its arguments. Each input is run twice: with the pooled allocator; and with blocks of the C library and failing
+//  requests. The address sanitizer checks the ends of the C library's blocks.
 #include "fuzz_input.h"
 #include "olk_string.h"
 #include "string_model.h"
@@ -12,7 +12,7 @@ namespace {
 
 constexpr size_t longest = 1 << 17;
 
-//  The block has exactly the number of usable bytes that is reported.
+//  An allocator whose blocks have exactly the reported number of usable bytes.
 struct watched_alloctor {
     static inline refusals memory;
     static inline std::map<const void*, size_t> blocks;  // usable bytes of each allocated block
