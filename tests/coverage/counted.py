@@ -1,7 +1,8 @@
 """What the programs of a coverage build executed, for each line of the sources (llvm-profdata and llvm-cov).
 
-A template or an inline function is in many programs, and in one program once per instantiation. Here each line and each
-condition of the source is one, executed when any instantiation of it was. Lines with braces only are left out.
+The code of a template or an inline function is in many programs, and in one program once per instantiation. Here each
+line and each condition of the source counts once. It counts as executed if any instantiation executed it. Lines with
+only braces are left out.
 """
 
 import json
