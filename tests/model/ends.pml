@@ -105,7 +105,7 @@ proctype End() {
 #ifndef NO_CALLBACK_WAIT
     if
     :: !in_callback -> skip
-    :: in_callback -> kept = true                    /* after max_callback_ticks it no longer uses the log */
+    :: in_callback -> kept = true                    /* the wait has ended after max_callback_ticks */
     fi;
 #endif
     if

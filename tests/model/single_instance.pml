@@ -43,7 +43,7 @@
 #define LOOP 16              /* the publish cycle; only a signal ends it */
 #define DYING 17             /* a signal ends it, but it still has its lock */
 #define LEAVING 18           /* a service inside its signal handler */
-#define HUNG 19              /* the same, but it does not continue: stopped, or blocked in a call */
+#define HUNG 19              /* a service inside its signal handler that is stopped, or blocked in a call */
 
 /* The step of -stop. */
 #define IDLE 0
@@ -61,8 +61,8 @@ byte stop_looks = 0;
 byte target = NOBODY;        /* the process that -stop is to end; NOBODY after it has ended */
 
 bool calm = false;           /* the storm is over */
-bool not_run = false;        /* the last -stop reported this, and it queried the lock after the storm */
-bool last_begun = false;     /* the program after the storm was started */
+bool not_run = false;        /* a -stop after the storm reported that no service runs */
+bool last_begun = false;     /* the one program that starts after the storm was started */
 
 #define IS_SERVICE(p) (step[p] == ARM || step[p] == LOOP || step[p] == LEAVING || step[p] == HUNG)
 #define SERVING (step[1] == LOOP || step[2] == LOOP || step[3] == LOOP || step[4] == LOOP)
@@ -103,7 +103,7 @@ inline sigterm(p) {
     fi
 }
 
-/* Continues, or fails like chdir or the start of the service object. After the storm it does not fail. */
+/* A step that may fail, such as chdir or the start of the service object. It does not fail after the storm. */
 inline go_on_or_fail(p, next) {
     if
     :: step[p] = next
