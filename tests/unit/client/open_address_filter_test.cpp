@@ -88,7 +88,7 @@ TEST(AddressFilter, AnAddressMustPassBothOptions) {
               Texts{"2001:db8::1"});
 }
 
-//  For each prefix length, an address must match the prefix in its last bit, but not in the first bit after it.
+//  For each length, the last bit of the prefix is compared with the address, and the bit after the prefix is not.
 TEST(AddressFilter, APrefixMayHaveAnyLength) {
     for (unsigned length = 1; length <= 128; ++length) {
         const auto textWithBit = [](unsigned bit) {

@@ -14,7 +14,7 @@
 
 namespace opentest {
 
-//  The state that the test and the back end share. The worker owns the back end, so the test cannot access that itself.
+//  The state that the test and the back end share. It outlives the back end, which the worker owns and destroys.
 struct Script {
     std::mutex mutex;
     std::deque<rdbopen::Status> opens;     // results of the next opens; further opens succeed

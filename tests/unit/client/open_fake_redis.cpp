@@ -133,7 +133,7 @@ std::size_t FakeRedis::openConnections() {
     return connections_.size();
 }
 
-//  Updates the list of connections every 20 ms or more often, so that it soon lacks closed connections.
+//  Updates the list of connections at least every 20 ms, so that closed connections are soon removed from it.
 void FakeRedis::run() {
     for (;;) {
         std::vector<pollfd> waited{{stop_[0], POLLIN, 0}, {listener_, POLLIN, 0}};

@@ -12,7 +12,7 @@
 
 namespace {
 
-//  Makes one call of the named function fail. number: which call, counted from 1.
+//  Makes one call of the named function fail. `number` is the number of this call, counted from 1.
 struct Failure {
     const char* function = "";
     int number = 0;

@@ -246,7 +246,7 @@ TEST_F(RedisCluster, NamesOfDifferentSlotsAreNotStoredIfATagIsMissing) {
 
 TEST_F(RedisCluster, AMovedSlotIsFollowedAndRemembered) {
     opened();
-    for (const char* host : {"127.0.0.1", ""}) {  // an empty host is that of the node that was asked
+    for (const char* host : {"127.0.0.1", ""}) {  // an empty host means the node that was asked
         const std::size_t before = puts(two);
         one.answer("EVALSHA", answerOf("MOVED", two, host));
         ASSERT_EQ(put().reason, "") << host;

@@ -95,7 +95,7 @@ TEST_F(SqliteCreation, AFileOfZerosIsRefusedAndUnchanged) {
     const std::string blank(8192, '\0');
     std::string journal(512, '\0');
     journal.replace(0, 8, "\xd9\xd5\x05\xf9\x20\xa1\x63\xd7");
-    journal[19] = 2;  // number of original pages; SQLite would restore these
+    journal[19] = 2;  // number of pages that SQLite would restore from the journal
     for (const std::string& beside : {std::string(), std::string(512, 'x'), journal}) {
         writeText(file, blank);
         if (!beside.empty())
@@ -112,7 +112,7 @@ TEST_F(SqliteCreation, NoTemporaryFileIsLeft) {
     EXPECT_EQ(entriesOf(folder.path().c_str()), 1U);
 }
 
-//  A write-ahead log that contains the value "old". It remains from a removed database.
+//  The remains of a removed database: a write-ahead log with the value "old", and a rollback journal.
 class SqliteCreationBesideALog : public SqliteCreation {
 protected:
     void SetUp() override {

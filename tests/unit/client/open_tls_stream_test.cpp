@@ -596,7 +596,7 @@ TEST_F(OpenTlsStream, WithoutMemoryItReportsNoLossOfTheConnectionAndWorksAgainLa
     ASSERT_TRUE(memoryIsWatched);
     useClientCertificate();
     const TlsServer server;
-    ASSERT_EQ(connect(server), "");  // what OpenSSL allocates once stays
+    ASSERT_EQ(connect(server), "");  // makes the allocations that OpenSSL keeps
     bool complete = false;
     int reported = 0;  // number of runs that report the lack of memory after the first message to the server
     for (long failing = 1; !complete; failing += failing < 100 ? 1 : 37) {

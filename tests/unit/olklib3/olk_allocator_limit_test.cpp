@@ -1,5 +1,5 @@
-//  The allocator when memory is exhausted: a request returns null and changes nothing, and a class whose first heap
-//  cannot be mapped at the start is left out. Also the allocator when memory cannot be unmapped.
+//  The allocator when memory is exhausted: a request returns null and changes nothing, and the table lacks a class if
+//  the mapping of its first heap failed at the start. Also the allocator when memory cannot be unmapped.
 #include "mapping_spy.h"
 #include "size_classes.h"
 #include "surroundings.h"

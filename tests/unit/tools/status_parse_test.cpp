@@ -1,4 +1,4 @@
-//  The parser of state files: what the client library writes, and hostile input.
+//  The parser of state files, with the text that the client library writes, and with hostile input.
 #include "engine/server_state.h"
 #include "engine/state_board.h"
 #include "status_file.h"

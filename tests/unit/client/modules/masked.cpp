@@ -1,4 +1,4 @@
-//  A shared object. While it is loaded, it writes into the environment which of SIGINT and SIGTERM are blocked.
+//  A shared object whose constructor writes to the environment which of SIGINT and SIGTERM are blocked.
 #include <csignal>
 #include <cstdlib>
 #include <string>

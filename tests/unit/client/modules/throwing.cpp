@@ -1,4 +1,5 @@
-//  A module whose functions throw exceptions, unless they are noexcept. make throws only for the path "/make".
+//  A module whose functions throw exceptions, except the noexcept ones. The function make throws only for the path
+//  "/make".
 #include "module/guarded_backend.h"
 
 #include <stdexcept>
