@@ -12,7 +12,7 @@ import subprocess
 from dataclasses import dataclass, field
 from pathlib import Path
 
-VERSION = "-14"  # of the LLVM tools: that of clang++
+VERSION = "-14"  # version of the LLVM tools, which must be that of clang++
 NOTHING_BUT_BRACES = re.compile(r"[\s{}();]*(//.*)?")
 
 
