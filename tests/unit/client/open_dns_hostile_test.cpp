@@ -1,5 +1,5 @@
-//  The back end dns with a server that violates the protocol, and with system calls that fail. No such case may count
-//  as success, crash or hang.
+//  The back end dns with a server that violates the protocol, and with system calls that fail. No such exchange may
+//  count as success, and the back end must not crash or hang.
 #include "dns/backend.h"
 #include "open_dns_support.h"
 

@@ -43,7 +43,7 @@ protected:
         EXPECT_EQ(events.take(), RDB_EVENT_DISCONNECTED);
         EXPECT_EQ(events.take(), RDB_EVENT_CONNECTED);
     }
-    //  Advances the clock by the check interval and makes the worker notice it. The check has this result.
+    //  Advances the clock by the check interval and makes the worker notice the new time. The check ends with `result`.
     void check(const Status& result) {
         const int before = script->checksBegun;
         {

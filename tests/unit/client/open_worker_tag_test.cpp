@@ -27,7 +27,7 @@ protected:
         const std::lock_guard lock(script->mutex);
         script->requests = std::move(outcomes);
     }
-    //  From now on the test's calls are abandoned as soon as the back end executes them.
+    //  Makes the next call time out as soon as the back end executes it.
     void giveUpCalls() {
         expireWaits = true;
         expireWhen = [this, served = script->served + 1] { return script->served >= served; };

@@ -77,7 +77,8 @@ int __wrap_clock_gettime(clockid_t clock, timespec* now) {
     return 0;
 }
 
-//  Waits on the real clock, for the intended time and at most a second more. Ends at once while expireWaits is true.
+//  Waits on the real clock, for the intended time and at most a second more. While expireWaits is true, the wait times
+//  out at once, or as soon as expireWhen returns true.
 int __real_pthread_cond_clockwait(pthread_cond_t*, pthread_mutex_t*, clockid_t, const timespec*);
 int __wrap_pthread_cond_clockwait(pthread_cond_t* condition, pthread_mutex_t* mutex, clockid_t clock,
                                   const timespec* deadline) {

@@ -33,8 +33,8 @@ else()
     message(STATUS "olk_json_oracle_test is not built: nlohmann-json3-dev is not installed")
 endif()
 
-#  olk_log.cpp has a branch for a number of 16 characters or more. No int is so long, so the compiler removes the branch.
-#  This build of olk_log.cpp calls a replacement of snprintf, so that the test can execute the branch.
+#  olk_log.cpp has a branch for a number that does not fit its buffer. Every int fits, so the compiler removes the
+#  branch. This build of olk_log.cpp calls a replacement of snprintf, so that the test can execute the branch.
 addrpubd_unit_test(olk_log_test ONE_THREAD
     SOURCES olk_log_test.cpp ${PROJECT_SOURCE_DIR}/com/olklib3/olk_log.cpp
     LIBS olklib3

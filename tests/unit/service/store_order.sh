@@ -1,6 +1,6 @@
 #!/bin/sh
 #  store_order.sh COMPILER: builds service/events.cpp with COMPILER at each usual level of optimisation and runs
-#  store_order.cpp with it. Exits with status 1 if the code of a level sets a connected flag before it clears the mark.
+#  store_order.cpp with it. Exits with status 1 if, at some level, a connected flag is set before its mark is cleared.
 set -eu
 compiler=$1
 root=$(CDPATH='' cd -- "$(dirname -- "$0")/../../.." && pwd)
