@@ -17,7 +17,7 @@
 //  no ticks, so the limits do not expire early on a loaded machine. The first exit signal starts the timer and installs
 //  the handler of SIGALRM. Before that, the service does not change the action of SIGALRM. If SIGALRM is blocked when
 //  an exit signal arrives, a step gets no ticks, so the signal ends the process at once; the shutdown itself unblocks
-//  SIGALRM. If no timer is available, there are no time limits.
+//  SIGALRM. If no timer is available, a step ends at once, callbacks are not awaited, and the rest has no time limits.
 //
 //  Threads: the shutdown runs on the service's thread, which is the thread that called installExitSignals. An exit
 //  signal that is delivered to another thread is forwarded to the service's thread.

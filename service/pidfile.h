@@ -24,8 +24,8 @@ enum class PidFileState {
 int openPidFile(const char* path);
 
 //  Queries the lock on fd. If the state is held, sets holder to the pid of the process that holds the lock. This is 0
-//  for a process in a pid namespace that is not visible here, and -1 for a lock that belongs to no process. In other
-//  states holder is unchanged.
+//  for a process in a pid namespace that is not visible here, and -1 for a lock that belongs to an open file
+//  description (F_OFD_SETLK). In other states holder is unchanged.
 PidFileState queryPidLock(int fd, pid_t& holder);
 
 //  Waits for the lock on fd, takes it and replaces the contents of the file by the pid of this process. Returns 0, or

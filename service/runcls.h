@@ -8,7 +8,8 @@
 //  Threads: the main thread runs start and publishOnce. The client library may call the three callbacks on its own
 //  threads. Besides the pointer log, callbacks and cycle share only rdb_connected, dns_connected, snapshot.time and
 //  last_sent_time. These are plain members of word size without a lock, because a stale read only delays the list by
-//  one cycle. The two times are the marks of the two servers. If a server reconnects exactly while the cycle sets its
+//  one cycle. The two times are called marks: when the list was last put or sent to a server; 0 after
+//  it has reconnected. If a server reconnects exactly while the cycle sets its
 //  mark, the list is sent when the mark is 600 s old. A connect event clears the mark before it sets the connected
 //  flag, also in the machine code. So on x86-64 a cycle that reads the set flag also reads the cleared mark.
 #ifndef SERVICE_RUNCLS_H
@@ -46,7 +47,7 @@ public:
     std::string dnsurl;               // this member and the next two: from the ini file
     std::string dnsuser;
     std::string dnspswd;
-    std::int32_t seqno = 0;                     // number of the last request; keeps its maximum once reached
+    std::int32_t seqno = 0;                     // number of the last request; at most INT32_MAX
     olk::vector_<std::uint16_t> dnshttpsports;  // this host's HTTPS ports, in the order of the ini file
     time_t last_sent_time = 0;                  // time of the last DNS update, seconds; 0 after a connect event
 

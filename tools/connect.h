@@ -36,7 +36,7 @@ struct ConnectConsole {
 //  records of a server that cannot show them are not compared.
 int compareServers(const CRunCls& run, const ConnectConsole& console);
 
-//  The whole mode, with the file at path. Returns an exit status of the tool.
+//  Runs addrpubd-check --connect with the settings in the file at path. Returns an exit status of the tool.
 int runConnect(const std::string& path);
 
 }  // namespace check

@@ -118,8 +118,8 @@ def memory(build, server):
 
 
 def publications(build, server):
-    """Each repetition of a case without changes has its own hosts, because a host does not repeat what it knows. Those
-    of "first" have names of their own, too."""
+    """Each repetition of a case without changes has its own hosts, because a host does not repeat what it knows. The
+    repetitions of "first" also differ in their names, because a name is new only once."""
     new = [Hosts(build, "rdb", URL, MANY, first=MANY * number) for number in range(1, ROUNDS + 1)]
     same = [Hosts(build, "rdb", URL, MANY, first=MANY) for _ in range(ROUNDS)]
     one = [Hosts(build, "rdb", URL, 16, first=MANY) for _ in range(ROUNDS)]

@@ -20,9 +20,9 @@ constexpr uint32_t sizes_to_64k[] = {2048, 3072, 5120, 8192, 12288, 16384, 20480
 constexpr uint32_t sizes_to_640k[] = {131072, 262144, 409600, 655360};
 constexpr uint32_t sizes_to_4m[] = {1048576, 2097152, 4194304, 8388608};
 
-//  A list of sizes with common parameters. A heap has heapbytes / size blocks, or two blocks if heapbytes is 0. The
-//  list ends before the first size with at most min_blocks blocks per heap, and before the first size above largest. So
-//  8388608 is in the list but gets no class.
+//  A list of sizes with common parameters. A heap has heapbytes / size blocks, or two blocks if heapbytes is 0; the
+//  first heap of a class may have fewer. The list ends before the first size with at most min_blocks blocks per heap,
+//  and before the first size above largest. So 8388608 is in the list but gets no class.
 struct size_list {
     std::span<const uint32_t> sizes;
     uint32_t heapbytes;

@@ -75,7 +75,7 @@ void write_digits(uint64_t value, bool negative, string& out) {
 }
 
 //  Appends text in the same form as writeString. Works for every text and any free space in out. The function is not
-//  inlined, so that its callers need no stack frame if they write an address in one piece.
+//  inlined, so that its callers need no stack frame if they write a short text, such as an IP address, in one piece.
 __attribute__((noinline)) void write_piecewise(const char* text, size_t length, string& out) {
     out.push_back('"');
     if (!isJsonPlain(text, length)) {

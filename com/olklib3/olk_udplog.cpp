@@ -20,7 +20,7 @@ namespace {
 
 constexpr uint16_t default_port = 999;
 constexpr int send_buffer_bytes = 0x20000;
-constexpr size_t record_bytes = 30720;  // a record with its header and a terminating zero fits
+constexpr size_t record_bytes = 30720;  // limit of a record with its header and a terminating zero
 
 static_assert(sizeof(sockaddr_in) == 16 && sizeof(sockaddr_in6) == 28);
 

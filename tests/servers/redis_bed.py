@@ -138,8 +138,8 @@ class Fixture:
         return self.client.put(self.handle, name, value)
 
     def wait_held(self, value, name="host1", database=0, since=None):
-        """Waits until the server has `value`. The client's first attempt after the position `since` (default: now) must
-        succeed."""
+        """Waits until the server has `value`. The client's first attempt after `since` must succeed. `since` is a
+        result of client.now(); default: now."""
         self.client.wait_first_attempt(lambda: self.server.value(name, database) == value, value, since)
 
     def proxy(self, mode):

@@ -145,8 +145,8 @@ class Fleet:
 
 
 def check(cluster, fleet):
-    """Checks that the cluster has the newest value of each host, and the history each change once, in order. Only
-    changes that were accepted while a master was lost may be missing."""
+    """Checks that the cluster has the newest value of each host, and the history each change once, in order. Of the
+    changes of a round, those that were put before note_loss may be missing."""
     for host in fleet.hosts:
         assert cluster.value(host.name) == host.values[-1]
         history = cluster.history(host.name)

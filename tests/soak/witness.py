@@ -166,7 +166,8 @@ class Witness:
                 self._complain(f"the row of {clock(moment)} has no put in the log: {value[:200]}")
 
     def take_blocks_later(self, blocks):
-        """Stores blocks that readers saw before the next records were read."""
+        """Stores the blocks (lines of the service) that readers of the hosts file saw. They are judged after the next
+        log records."""
         self._seen_blocks.update(blocks)
 
     def judge_blocks(self):

@@ -172,7 +172,7 @@ class Bind(Server):
     small = "64k"
 
     addresses = ("127.0.0.1", "::1")
-    types = "AAAA HTTPS"  # record types that may be changed at the names themselves
+    types = "AAAA HTTPS"  # record types that the keys may change at their names
     takes_updates = True
 
     def __init__(self, sandbox, **options):

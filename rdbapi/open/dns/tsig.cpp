@@ -165,9 +165,9 @@ bool sameInLowerCase(View name, View lower) {
 }
 
 //  Returns whether the signature is valid. The MAC is computed with the original ID of the signature (RFC 8945 section
-//  4.3.2): a server that forwards an update to the primary uses its own ID there, and the primary's signature covers
-//  that ID. The forwarding server restores the client's ID in the answer. The MAC also covers the request's MAC, so a
-//  valid answer belongs to this request.
+//  4.3.2). It differs from the ID of the answer if a server has forwarded the update to the primary: the forwarding
+//  server has sent it with an ID of its own, which the primary's signature covers. The MAC also covers the request's
+//  MAC, so a valid answer belongs to this request.
 bool isGenuine(View message, const SignaturePlace& place, const Signature& signature, const SignedRequest& request,
                const TsigKey& key) {
     if (!ownerIs(message, place.owner, key.name) || !sameInLowerCase(signature.algorithm, nameBytes(key.algorithm)))

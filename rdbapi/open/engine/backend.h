@@ -9,7 +9,8 @@
 //
 //      closed --open() ok--> open --any request returns errorBackendFailed--> close() --back-off--> open() ...
 //                             |
-//                             +--a request returns errorServerRefused--> stays open; the request is retried
+//                             +--a request returns errorServerRefused--> stays open; the request is retried. After
+//                                the refusal of a request for a tag, the worker closes the back end, too.
 //
 //  The worker keeps the desired state of the server and retries each request that may succeed later, so a back end may
 //  get the same request several times. A back end does not keep requests; after a failure it may only remember what it
@@ -18,9 +19,9 @@
 //  Every request ends with a Status (engine/status.h): errorNone, errorBackendFailed, errorServerRefused, or another
 //  code. Of these, only errorBackendFailed, errorServerRefused and errorBadRequest come with a reason.
 //
-//  Threads: tags() and updates() may be called on any thread. label() is called before the worker's thread starts, the
-//  destructor after it has ended; all other functions are called only on the worker's thread. addrpubd-check has no
-//  worker and calls all functions on one thread.
+//  Threads: tags(), updates() and inspector() may be called on any thread. label() is called before the worker's thread
+//  starts, the destructor after it has ended; all other functions are called only on the worker's thread.
+//  addrpubd-check has no worker and calls all functions on one thread.
 #ifndef RDBAPI_OPEN_ENGINE_BACKEND_H
 #define RDBAPI_OPEN_ENGINE_BACKEND_H
 

@@ -10,7 +10,8 @@
 //
 //  If a reader finds no write lock on FOLDER/state, the writer has ended without removing the file. The lock is on the
 //  file itself, so it proves this for exactly the file that was read. Another lock, on FOLDER/state.lock, selects the
-//  writer: all users may open FOLDER/state, and a read lock on it must not prevent a process from becoming the writer.
+//  writer. Only root and the user of the service can open that file, so no other user can keep a process from becoming
+//  the writer with a read lock.
 //  All locks belong to an open file description, so a child that keeps the descriptors after fork keeps the locks; the
 //  service does not fork after its first connection.
 //
@@ -45,7 +46,7 @@ public:
     void connectionClosed() noexcept;
 
     //  Replaces the file. Does nothing if no connection is open, the folder does not exist or cannot be written, or
-    //  another process is the writer. Requires: chooseFolder was called.
+    //  another process is the writer.
     void write(std::string_view text) noexcept;
 
 private:

@@ -21,11 +21,11 @@ public:
     bool endedByServer() const noexcept override { return ended_; }
     int descriptor() const noexcept override { return descriptor_; }
 
-    //  Closes the connection and discards the bytes that the server has not confirmed. The kernel would otherwise still
-    //  send them when the network works again, and an old request could overwrite a newer one.
+    //  Closes the connection. With TCP it also discards the bytes that the server has not confirmed. The kernel would
+    //  otherwise still send them when the network works again, and an old request could overwrite a newer one.
     void close() noexcept override;
 
-    //  Returns whether the server has not confirmed all bytes yet.
+    //  Returns whether some bytes are not yet confirmed by the server.
     bool hasUnconfirmed() const noexcept;
 
     //  Like close, but lets the kernel send the last bytes.

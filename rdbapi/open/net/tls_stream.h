@@ -5,10 +5,10 @@
 //             ^                            |
 //             +---- wait for input or room-+  as long as OpenSSL reports that it lacks input or room
 //
-//  After its time limit, an operation fails at its next wait, and each call of OpenSSL waits after at most 64 reads. So
-//  an operation also ends if the server sends only records without data, new keys (RFC 8446 section 4.6.3) or new
-//  session tickets. Input is never read ahead. So input that take has not returned is still in the socket, and poll(2)
-//  reports it.
+//  After its time limit, an operation fails at its next wait. Each call of OpenSSL returns after at most 64 reads, and
+//  a wait follows. So an operation also ends if the server sends only records without data, new keys (RFC 8446 section
+//  4.6.3) or new session tickets. Input is never read ahead. So input that take has not returned is still in the
+//  socket, and poll(2) reports it.
 //
 //  Threads: one thread at a time.
 #ifndef RDBAPI_OPEN_NET_TLS_STREAM_H

@@ -29,8 +29,8 @@ constexpr std::string_view nonLocalKey = "ERR Script attempted to access a non l
 constexpr std::string_view endings[] = {"NOAUTH", "READONLY", "MASTERDOWN"};
 
 //  Prefixes of answers of a replica and of a server that still loads its data. The server at another address of the
-//  name may execute the command. All other errors are assumed to be the same at each address of a
-//  name.
+//  name may execute the command. All other errors of a command after the login are assumed to be the same at each
+//  address of a name.
 constexpr std::string_view wrongServers[] = {"READONLY", "MASTERDOWN", "LOADING"};
 
 //  Prefixes of answers of a primary that takes no writes at present.

@@ -95,7 +95,7 @@ private:
 
     int depth_ = 0;          // number of objects and lists around the next value
     bool inItem_ = false;    // the next value is in the item
-    Value* next_ = &root;    // where the next value is stored; null if it is not stored
+    Value* next_ = &root;    // where the next value outside a list is stored; null if it is not
     Value* list_ = nullptr;  // the list of the item that contains the next value, or null
 };
 

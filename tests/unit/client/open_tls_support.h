@@ -47,7 +47,7 @@ const Pki& pki();
 class TlsServer {
 public:
     struct Options {
-        const Identity* identity = nullptr;       // null: the server of pki()
+        const Identity* identity = nullptr;       // null: the identity "server" of pki()
         const Identity* intermediate = nullptr;   // if not null, its certificate is sent, too
         const Identity* clientsIssuer = nullptr;  // if not null, the client must have a certificate from this issuer
         int minVersion = 0;

@@ -18,7 +18,8 @@ protected:
         randomNumber = lateNumber;
         maxSkippedWait = std::numeric_limits<int>::max();
     }
-    //  Connects, imports the tag and puts 1. From now on all waits are real, so that nothing happens without a call.
+    //  Connects, imports the tag and puts 1. No wait of the worker is skipped, so a check becomes due only if the test
+    //  advances the clock.
     void publish() {
         skipBackoff = false;
         connect();
