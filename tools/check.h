@@ -42,8 +42,8 @@ struct Subject {
 std::string defaultPath(const std::string& folder, const std::string& usual_place);
 
 //  Checks the file at path. Returns false and sets problem to the reason if the check is not possible. A file that
-//  cannot be opened is reported as a finding. UTF-16 text without a host name is also a finding; then the mode of the
-//  file may cause the only other findings.
+//  cannot be opened is reported as a finding. A file in UTF-16 in which no host name is found is reported as one
+//  finding, which replaces all others except those about the mode of the file.
 bool checkFile(const std::string& path, CReport& report, std::string& problem);
 
 //  Checks bytes as the contents of a file. Returns false if the probe fails (ini_probe.h).

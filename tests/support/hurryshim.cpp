@@ -15,7 +15,7 @@
 //
 //  The worker chooses the time of its first check with a random number of four bytes (getrandom). While waits are
 //  recorded, the number is fixed: the first check comes after the whole interval, and the first refresh as late as
-//  possible. So any shorter wait is a back-off.
+//  possible. So after an expired wait, a wait that is much shorter than the interval is a back-off.
 //
 //  HURRYSHIM_FILE     file to which each wait of a worker is appended: "begin MILLISECONDS\n" and "end MILLISECONDS
 //                     RESULT\n", with the requested limit and the result of poll, 0 if the time expired. If it is not

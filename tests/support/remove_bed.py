@@ -1,4 +1,4 @@
-"""addrpubd-check inside a sandbox, with an ini file for one server."""
+"""addrpubd-check inside a sandbox, with an ini file for one or both servers."""
 
 import re
 

@@ -129,10 +129,10 @@ public:
     //  served, the worker watches it; when it becomes readable, the worker calls probe and the checks.
     virtual int watchedDescriptor() const noexcept { return -1; }
 
-    //  Returns the time between two checks, while nothing is pending. A check is a call of probe and of the check of
-    //  each value or request; some checks are replaced by refreshes, which send the data again (retry_schedule.h).
-    //  Zero: no check becomes due, and each request is carried out, even if it only repeats the last one. The result is
-    //  constant while the back end is open.
+    //  Returns the interval at which the worker makes checks while nothing is pending. A check is a call of probe and
+    //  of the check of each value or request; some checks are replaced by refreshes, which send the data again
+    //  (retry_schedule.h). Zero: no check becomes due, and each request is carried out, even if it only repeats the
+    //  last one. The result is constant while the back end is open.
     virtual std::chrono::milliseconds checkInterval() const noexcept { return {}; }
 
     //  Returns whether a call may interrupt probe and the checks. If so, each wait of a check returns callWaits once a

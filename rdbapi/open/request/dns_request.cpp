@@ -150,7 +150,8 @@ Status parseDnsRequest(std::string_view text, DnsRequest& request) {
         return badRequest("the request is not ws_dnsupdate");
     if (!read.item.is(Kind::object))
         return badRequest("item is not an object");
-    //  hosts(5) excludes only blanks and "#", but a name server ignores a line whose name is not a DNS name.
+    //  This also holds for the back end hosts. hosts(5) would allow more, but a name server that reads the file ignores
+    //  a line whose name is not a DNS name.
     if (!isDnsName(read.name.text))
         return badRequest("name is not a host name");
     request.name = read.name.text;

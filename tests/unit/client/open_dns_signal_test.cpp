@@ -65,7 +65,8 @@ TEST(DnsSignalHandler, MayDisconnectAndDestroyAtAnyMoment) {
     for (int round = 0; round < rounds; ++round) {
         const int microseconds = 20 + round * 37 % 2000;
         const bool atRequest = round % 2 != 0;
-        //  The server may still read a request of the round before, so the timer is stopped before it may be started.
+        //  The server may still read a request of the round before. It then starts the timer as soon as afterRequest is
+        //  set, so interruptIn(never) must come first.
         ASSERT_NO_FATAL_FAILURE(roundOf(server->url(), [&] {
             interruptIn(atRequest ? never : microseconds);
             afterRequest = atRequest ? microseconds : never;

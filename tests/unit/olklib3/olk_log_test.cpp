@@ -147,7 +147,7 @@ TEST(LevelFromText, PartOfANameIsNotAccepted) {
     EXPECT_EQ(olk::level_from_text(" dbg"), 30);
 }
 
-//  Returns the level of a text. Computes it independently, from the table of names and by adding digits.
+//  Returns the level of a text without the library: from a table of names, or from the decimal digits.
 int model(const std::string& text) {
     static const std::pair<const char*, int> rows[] = {{"err", 10}, {"wrn", 20}, {"inf", 30}, {"msg", 30},
                                                        {"mor", 31}, {"dbg", 40}, {"all", 999}};
