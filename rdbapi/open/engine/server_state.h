@@ -55,6 +55,10 @@ public:
     //  Refusals and errorBadRequest count as failures; others, such as a missing tag, only while data is pending.
     void exchanged(Cause cause, Moment now, const Status& status, const DesiredState& data);
 
+    //  A call succeeded without an exchange, because it repeated confirmed data. It is no success of its own, but from
+    //  now on a success can be recorded even after errorBadRequest.
+    void repeated() noexcept { rejected_ = false; }
+
     //  A retry of pending data begins.
     void retried() noexcept;
 

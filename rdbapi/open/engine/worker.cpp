@@ -267,7 +267,9 @@ Status Worker::serve(Call& call) {
         if (call.required() && call.abandoned() && !failed(status.code))
             status = {errorTimedOut, {}};
     }
-    if (!confirmed || !status.ok()) {
+    if (confirmed && status.ok()) {
+        state_.repeated();
+    } else {
         call.record(desired_, status.code, start);
         noteExchange(ServerState::Cause::call, status);
     }

@@ -199,6 +199,16 @@ TEST(ServerStateText, AfterABadRequestOnlyACallSucceeds) {
     EXPECT_TRUE(subject.has("success 2000 20"));
 }
 
+TEST(ServerStateText, AfterABadRequestARepetitionLetsTheNextCheckSucceed) {
+    Subject subject;
+    subject.put("::1", {}, early);
+    subject.exchange(early, {errorBadRequest, "no name"});
+    subject.state.repeated();
+    EXPECT_TRUE(subject.has("success 1000 10"));
+    subject.exchange(late, {});
+    EXPECT_TRUE(subject.has("success 2000 20"));
+}
+
 TEST(ServerStateText, ASuccessIsLaterThanTheFailureBeforeIt) {
     Subject subject;
     subject.put("::1", serverRefused("no"), late);

@@ -23,6 +23,11 @@ struct WorkerState : WorkerTest {
     bool eventuallyHas(const std::string& line) const {
         return eventually([&] { return has(line); });
     }
+    std::string successLine() const {
+        const std::string whole = text();
+        const std::size_t at = whole.find("\nsuccess ");
+        return whole.substr(at, whole.find('\n', at + 1) - at);
+    }
 
     const std::string path;
 };
@@ -77,11 +82,6 @@ TEST_F(WorkerState, ARepetitionWithoutAnExchangeIsNoSuccess) {
     connect();
     ASSERT_EQ(put("::1"), 0);
     ASSERT_TRUE(eventuallyHas("success "));
-    const auto successLine = [this] {
-        const std::string whole = text();
-        const std::size_t at = whole.find("\nsuccess ");
-        return whole.substr(at, whole.find('\n', at + 1) - at);
-    };
     const std::string before = successLine();
     const auto start = momentNow().boot;
     eventually([start] { return momentNow().boot > start; });
@@ -92,6 +92,25 @@ TEST_F(WorkerState, ARepetitionWithoutAnExchangeIsNoSuccess) {
     replies.take();
     ASSERT_TRUE(eventuallyHas("failure "));
     EXPECT_EQ(successLine(), before);
+    maxSkippedWait = std::numeric_limits<int>::max();
+}
+
+//  A repetition of the published value replaces the rejected one, so the next check is a success again.
+TEST_F(WorkerState, ARejectedValueThatIsWithdrawnIsNoLongerAFailure) {
+    script->checkSeconds = 60;
+    maxSkippedWait = 0;
+    connect();
+    ASSERT_EQ(put("::1"), 0);
+    ASSERT_TRUE(eventuallyHas("success "));
+    const std::string before = successLine();
+    script->requests = {{errorBadRequest, "too long"}};
+    ASSERT_EQ(put("::2"), errorBadRequest);
+    ASSERT_TRUE(eventuallyHas("failure "));
+    ASSERT_EQ(put("::1"), 0);
+    EXPECT_EQ(script->served, 2);
+    advance(60);
+    ASSERT_EQ(put("::1"), 0);  // wakes the worker
+    EXPECT_TRUE(eventually([&] { return successLine() != before; }));
     maxSkippedWait = std::numeric_limits<int>::max();
 }
 
