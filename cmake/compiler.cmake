@@ -26,13 +26,9 @@ set(CMAKE_RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR})
 set(CMAKE_LIBRARY_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR})
 
 add_compile_options(-Wall -Wextra -Wpedantic -Wshadow -Wconversion)
-#  With ADDRPUBD_UNITY, a sanitizer's build compiles the files of a library as one file, unless a test replaces a
-#  function of that library. The build for users compiles each file separately.
-set(unity_library OFF)
-if(ADDRPUBD_UNITY AND ADDRPUBD_SANITIZE)
-    set(unity_library ON)
-    set(CMAKE_UNITY_BUILD_BATCH_SIZE 0)
-endif()
+#  With ADDRPUBD_UNITY, the files of a library of rdbapi and of tools are compiled as one file: the code becomes a few
+#  percent smaller. In service and com, each file is compiled separately, because tests replace functions there.
+set(CMAKE_UNITY_BUILD_BATCH_SIZE 0)
 if(ADDRPUBD_WERROR)
     add_compile_options(-Werror)
 endif()

@@ -80,6 +80,7 @@ class Base:
         """Copies the tree at source. Unchanged files keep their time stamps, so few files are built again."""
         _mirror(source, self.tree, {".git", "build"})
         kind = ["-DCMAKE_BUILD_TYPE=Mutation", "-DBUILD_TESTING=ON", f"-DCMAKE_CXX_FLAGS_MUTATION={FLAGS}"]
+        kind.append("-DADDRPUBD_UNITY=OFF")  # a part of a program consists of objects of single files
         command = ["cmake", "-S", self.tree, "-B", self.build, *kind, "-DCMAKE_EXPORT_COMPILE_COMMANDS=ON"]
         subprocess.run(command, check=True, stdout=subprocess.DEVNULL)
 
