@@ -21,8 +21,8 @@ constexpr uint32_t sizes_to_640k[] = {131072, 262144, 409600, 655360};
 constexpr uint32_t sizes_to_4m[] = {1048576, 2097152, 4194304, 8388608};
 
 //  A list of sizes with common parameters. A heap has heapbytes / size blocks, or two blocks if heapbytes is 0; the
-//  first heap of a class may have fewer. The list ends before the first size with at most min_blocks blocks per heap,
-//  and before the first size above largest. So 8388608 is in the list but gets no class.
+//  first heap of a class may have fewer. The first size that has at most min_blocks blocks per heap or is above largest
+//  gets no class, and neither do the sizes after it. So 8388608 gets no class.
 struct size_list {
     std::span<const uint32_t> sizes;
     uint32_t heapbytes;
@@ -51,8 +51,8 @@ void add_classes(allocator& target, const size_list& list) {
 
 }  // namespace
 
-//  101 is the lowest priority number that a program may use. So these two objects are constructed before all objects
-//  without a priority, in any link order, and are destroyed after them.
+//  101 is the lowest priority number that a program may use. So these two objects are constructed before all objects of
+//  the program that have no priority, in any link order, and are destroyed after them.
 __attribute__((init_priority(101))) glibc_noarena_ g_olk_glibc_noarena;
 __attribute__((init_priority(101))) olk_allocator_ g_olk_allocator;
 

@@ -41,7 +41,7 @@ struct allocator {
     allocator& operator=(const allocator&) = delete;
 
     //  Allocates a block of at least size bytes. Stores the number of usable bytes in *outsize unless outsize is null.
-    //  Returns null if memory is exhausted.
+    //  Returns null if there is not enough memory.
     void* malloc_(size_t size, size_t* outsize);
 
     //  Frees a block. Null is ignored. Requires that malloc_ returned p and that p was not freed since.
@@ -75,9 +75,9 @@ struct olk_allocator_ {
     bool unlocked();
 };
 
-//  Tunes the C library's allocator, which serves everything that does not use the pooled allocator (mallopt(3)): one
-//  arena for all threads, a mapping for each request of 1 MiB or more, and trimming only above 1 MiB of free memory at
-//  the top of the heap. The settings stay in force until the process ends.
+//  Tunes the C library's malloc(3) with mallopt(3): one arena for all threads, mappings for requests of 1 MiB or more
+//  that no free memory of the arena satisfies, and automatic trimming only above 1 MiB of free memory at the top of the
+//  heap. The settings stay in force until the process ends.
 struct glibc_noarena_ {
     glibc_noarena_();
 };

@@ -9,7 +9,8 @@
 //
 //      heaps --> head heap --> second --> ... --> null
 //                   |             +-- new heaps are inserted here; a later heap moves here when it
-//                   +-- never moved or released         has served a block and has more
+//                   |                 has served a block and has more
+//                   +-- never moved; released only by the destructor
 //
 //  Invariants: (1) The class's freecount = sum of its heaps' freecounts. (2) A heap's freecount = length of its
 //  freelist + blkcount - bump. (3) Every node of a freelist is a block below that heap's bump, and its header points to
@@ -26,7 +27,7 @@
 
 namespace olk {
 
-//  Bytes before every user address.
+//  Bytes of the header of a block.
 constexpr size_t blk_header_size = 8;
 
 struct blk_heap;
@@ -224,7 +225,7 @@ void* blk_alloctor<LOCK>::take_() {
             continue;
         --freecount;
         //  A heap that still has free blocks moves to the place after the head. The head itself deliberately never
-        //  moves, because it is the only heap that is never released.
+        //  moves, because only the head may have fewer than blkperheap blocks (invariant 5).
         if (before != nullptr && before != heaps && heap->freecount != 0) {
             before->next = heap->next;
             heap->next = heaps->next;

@@ -75,7 +75,7 @@ void write_digits(uint64_t value, bool negative, string& out) {
 }
 
 //  Appends text in the same form as writeString. Works for every text and any free space in out. The function is not
-//  inlined, so that its callers need no stack frame if they write a short text, such as an IP address, in one piece.
+//  inlined, so that its callers need no stack frame if they write the text in one piece.
 __attribute__((noinline)) void write_piecewise(const char* text, size_t length, string& out) {
     out.push_back('"');
     if (!isJsonPlain(text, length)) {
@@ -117,8 +117,8 @@ void write_key_piecewise(uint32_t* members, const char* key, string& out) {
     out.append("\":", 2);
 }
 
-//  Appends a key with its quotes and colon, after a comma if needed. If all these characters fit, they are written in
-//  one piece, otherwise in several pieces.
+//  Appends a key with its quotes and colon, after a comma if needed. If there is room for all these characters and a
+//  comma, they are written in one piece, otherwise in several pieces.
 void write_key(uint32_t* members, const char* key, string& out) {
     const size_t length = std::strlen(key);
     char* const end = out.spare(length + 4);

@@ -1,5 +1,5 @@
 //  Writers of JSON text (RFC 8259) into a pooled string. Each writer appends its part to the text; there is no tree.
-//  The caller keeps a counter of members. A writer uses it to determine whether a comma must precede its part.
+//  The caller keeps a counter of members. The writers of members use it to determine whether a comma must come first.
 //
 //      uint32_t members = 0;
 //      out.push_back('{');
@@ -49,10 +49,11 @@ void writeDecimal(uint32_t value, string& out);
 void writeDecimal(int64_t value, string& out);
 
 //  Appends a time, given in milliseconds since the epoch, as local time of the form 2025-04-11T09:05:03.042+08:00. A
-//  fraction of zero is omitted. The zone is the standard-time offset of the process in whole hours, or "Z" if it is 0
-//  hours. So the minutes of the zone are always 00, and daylight saving time changes the clock fields but not the zone.
-//  The protocol fixes this form. Returns 1. Returns 0 and appends nothing if the time cannot be converted to local time
-//  or its text is longer than 47 characters.
+//  fraction of zero is omitted; before the epoch the fraction has a minus sign, such as ".-500". The zone is the
+//  standard-time offset of the process in whole hours, or "Z" if it is 0 hours. So the minutes of the zone are always
+//  00, and daylight saving time changes the clock fields but not the zone. The protocol fixes this form. Returns 1.
+//  Returns 0 and appends nothing if the time cannot be converted to local time or its text is longer than 47
+//  characters.
 int writeIsoTime(int64_t milliseconds, string& out);
 
 }  // namespace olk

@@ -26,7 +26,8 @@ constexpr int level_all = 999;
 //  One destination of records.
 //
 //  add, append and push return 0 for a dropped record, a negative value if the record cannot be formatted or written,
-//  and otherwise the result of the underlying write. format and its arguments are those of printf.
+//  and otherwise the result of the underlying write. A udplog without a socket returns -1 for each record. format and
+//  its arguments are those of printf.
 class ilog {
 public:
     ilog() = default;
@@ -44,8 +45,8 @@ public:
     //  Writes text that continues the previous record.
     __attribute__((format(printf, 3, 4))) virtual int append(int level, const char* format, ...) = 0;
 
-    //  Writes one complete record with arguments from va_start. Writes tag in brackets before it, unless tag is null or
-    //  empty. The base class does nothing and returns 0.
+    //  Writes one complete record with arguments from va_start. Writes tag in brackets before the text, unless tag is
+    //  null or empty. The base class does nothing and returns 0.
     __attribute__((format(printf, 4, 0))) virtual int push(int level, const char* tag, const char* format,
                                                            va_list args);
 
@@ -53,7 +54,7 @@ public:
     virtual int getlevel() = 0;
     virtual void setlevel(int level) = 0;
 
-    //  Does periodic maintenance.
+    //  A place for periodic maintenance. It does nothing in both logs.
     virtual void runtime() = 0;
 
     //  Destroys the object. The function release(ilog*) below also accepts null.
@@ -76,7 +77,8 @@ constexpr size_t level_name_size = 16;
 const char* level_name(int level, char (&buffer)[level_name_size]);
 
 //  Returns the level that text names: a name of the table in any case, or a decimal number as strtol reads it, reduced
-//  to 32 bits. text must not be null. Returns 30 for an empty text, for a text that is neither, and for 0.
+//  to 32 bits. text must not be null. Returns 30 for an empty text, for a text that is neither, and for a number that
+//  is then 0.
 int level_from_text(const char* text);
 
 }  // namespace olk

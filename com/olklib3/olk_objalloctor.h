@@ -1,5 +1,5 @@
 //  The object heap: slots of equal size for objects of at most objsize bytes, taken from mappings and aligned to 8
-//  bytes. All records of the allocator are in this heap, so the size classes need no other memory for their records.
+//  bytes. The records of the size classes and of their heaps are in this heap.
 //
 //      obj_page at the start of a mapping                                        maplen
 //      | maplen | slotsize | freecount | slotcount | bump | freelist | next | slot 0 | slot 1 | ... |

@@ -33,7 +33,7 @@ void print_prefix(int level, const char* tag) {
                     local.tm_sec, microseconds, name);
 }
 
-//  Prints one record as a line. Returns the result of vprintf for its text.
+//  Prints one record and a line feed. Returns the result of vprintf for its text.
 __attribute__((format(printf, 3, 0))) int print_record(int level, const char* tag, const char* format, va_list args) {
     print_prefix(level, tag);
     const int printed = std::vprintf(format, args);

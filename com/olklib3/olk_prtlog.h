@@ -1,4 +1,4 @@
-//  The console log: one line per record on standard output.
+//  The console log. It prints each record on standard output and a line feed after it.
 //
 //      [2025/4/11 09:05:03.042117] [inf] rdburl: sqlite:///var/lib/addrpubd/rdb.db
 //      [year/month/day local time with microseconds] [level name] text
@@ -6,9 +6,9 @@
 //
 //  The log writes nothing until open("stdout"). It opens no file.
 //
-//  push flushes standard output; add does not. If standard output is a pipe and is not made line-buffered (stdbuf -oL),
-//  a record of add reaches the pipe only when the C library's buffer is full, when other code flushes standard output,
-//  or when the process exits.
+//  push flushes standard output; add and append do not. If standard output is a pipe or a file, the C library buffers
+//  it fully by default (setvbuf(3)). A record of add then stays in the buffer until the buffer is full, standard output
+//  is flushed or the process calls exit(3).
 #ifndef OLK_PRTLOG_H
 #define OLK_PRTLOG_H
 

@@ -21,10 +21,10 @@ int store_first_address(int family, const void* address, STRING& text) {
     return text.empty() ? 0 : 1;
 }
 
-//  Resolves domain, a name or an address literal, with getaddrinfo(3) without hints. Stores the first address of each
-//  family, in the resolver's order, in ipv4 and ipv6. A string that is not empty keeps its contents. Returns 0 if at
-//  least one address was stored, else -1. So it also returns -1 if the name resolves but both strings already have
-//  contents.
+//  Resolves domain, a name or an address literal, with getaddrinfo(3) and hints whose members are all 0. Stores the
+//  first address of each family, in the resolver's order, in ipv4 and ipv6. A string that is not empty keeps its
+//  contents. Returns 0 if at least one address was stored, else -1. So it also returns -1 if the name resolves but both
+//  strings already have contents.
 //
 //  The resolver's list is deliberately not freed: the service resolves at most one name, at its start, so only one
 //  small list is lost.

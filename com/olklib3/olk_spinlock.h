@@ -4,8 +4,8 @@
 //  A thread that waits for a spinlock does not sleep. A spinlock is usually held for a few dozen instructions; when a
 //  structure grows or shrinks, it is also held during a few mmap or munmap calls.
 //
-//  Threads: any thread may call lock and unlock. A thread must not lock a spinlock that it holds. So if a signal
-//  handler interrupts the holder and locks the same spinlock, it waits forever.
+//  Threads: any thread may call lock and try_lock; only the holder may call unlock. A thread must not lock a spinlock
+//  that it holds. So if a signal handler interrupts the holder and locks the same spinlock, it waits forever.
 #ifndef OLK_SPINLOCK_H
 #define OLK_SPINLOCK_H
 

@@ -36,10 +36,10 @@ class string_ {
 public:
     static_assert(sizeof(SIZE) == 4 && sizeof(CHAR) == 1, "the buffer starts with two 32-bit counts, then bytes");
 
-    //  A text that grows to fewer bytes than this gets a capacity of twice its new size; otherwise the capacity is one
-    //  and a half times the new size.
+    //  A text that grows to fewer bytes than this requests a capacity of twice its new size; otherwise it requests one
+    //  and a half times its new size.
     static constexpr uint64_t doubling_limit = 16000;
-    //  Maximum capacity that growth requests. A block may be a few bytes larger; its size still fits 32 bits.
+    //  Maximum capacity that is requested. A block may be a few bytes larger; its size still fits 32 bits.
     static constexpr uint64_t max_capacity = 4294967263;
 
     string_() : data_(nullptr) {}
@@ -81,7 +81,7 @@ public:
 
     void push_back(CHAR c) {
         CHAR* text = data_;
-        const SIZE longer = size() + 1;  // at most the capacity, so it cannot overflow
+        const SIZE longer = size() + 1;  // at most the capacity, or 1, so it cannot overflow
         if (text == nullptr || !fits_(longer)) {
             text = grown_(text, growth_(longer));
             if (text == nullptr)
@@ -145,7 +145,7 @@ public:
     SIZE capacity() const { return data_ == nullptr ? 0 : load_word<SIZE>(at(data_, -8)); }
     bool empty() const { return size() == 0; }
 
-    //  Returns the address of the first character, null without a buffer. The text is not terminated.
+    //  Returns the address of the first character, null without a buffer. The text need not be terminated.
     CHAR* data() { return data_; }
     const CHAR* data() const { return data_; }
 

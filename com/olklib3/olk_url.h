@@ -7,8 +7,8 @@
 //
 //  Nothing is decoded, no letter case is changed, and there is no user part. A text without a scheme starts with the
 //  host part. In a host without brackets, a "?" is part of the host if a "/" follows anywhere after it; otherwise the
-//  "?" ends the host. The "]" of a bracketed host may be missing. If a character other than ":" or "/" follows the "]",
-//  the path begins with that character. Ports are read as strtol reads numbers and are reduced to 16 bits.
+//  "?" ends the host. The "]" of a bracketed host may be missing. If a character other than ":", "/" or "?" follows the
+//  "]", the path begins with that character. Ports are read as strtol reads numbers and are reduced to 16 bits.
 //
 //  Threads: one thread at a time may use an object. parse waits for the resolver.
 #ifndef OLK_URL_H
@@ -27,7 +27,7 @@ struct url {
     STRING scheme;      // before "://"; empty if absent
     STRING ipv4;        // first IPv4 address of the host, empty if none
     STRING ipv6;        // first IPv6 address of the host, empty if none
-    STRING path;        // after the "/" that ends the host part
+    STRING path;        // after the "/" that ends the host part, up to "?"
     STRING args;        // after "?", up to the end of the line or text
     STRING host;        // the host part, not resolved, with its port and both brackets
 

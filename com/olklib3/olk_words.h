@@ -16,8 +16,7 @@ namespace olk {
 //  Size of a word's buffer in bytes, including the terminator.
 constexpr size_t word_size = 16;
 
-//  Returns true for a space and a tab. The word reader, the ini reader and the reader of port lists use this function
-//  to skip blanks.
+//  Returns true for a space and a tab.
 constexpr bool is_blank(int c) {
     return c == ' ' || c == '\t';
 }
