@@ -25,8 +25,8 @@ namespace {
 constexpr char end_marker[] = "finished";
 constexpr useconds_t poll_microseconds = 100'000;
 constexpr int poll_limit = 300;         // maximum number of polls, about 30 s
-constexpr int silent_polls = 100;       // number of polls without a text after which silent_poll_limit applies
-constexpr int silent_poll_limit = 150;  // maximum number of polls if no text has arrived, about 15 s
+constexpr int silent_polls = 100;       // after about this number of polls without a text, silent_poll_limit applies
+constexpr int silent_poll_limit = 150;  // maximum number of polls in this case, about 15 s
 
 //  Flushes standard output. Its reader, such as "head" in "-start | head -n 1", may have exited, which causes SIGPIPE.
 //  The signal must not end the parent before the parent removes the queue, nor the child before the child is the

@@ -38,7 +38,8 @@ bool CDaemon::claimInstance(int& result) {
     pid_t holder = -1;
     const PidFileState state = pid_fd == -1 ? PidFileState::no_access : queryPidLock(pid_fd, holder);
     //  outcome is 0 if this process has claimed the lock. It is also 0 if the holder is in a pid namespace that is not
-    //  visible here. This process then continues, and its second claim waits until the holder releases the lock.
+    //  visible here. The start then continues, and its second claim, in runConsole or runChild, waits until the holder
+    //  releases the lock.
     int outcome = -1;
     if (state == PidFileState::free)
         outcome = writePid();

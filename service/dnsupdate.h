@@ -12,9 +12,9 @@
 #include <cstdint>
 #include <string>
 
-//  One DNS update. If a field is empty, its member is not written. The timestamp is not written if it is 0 or less. The
-//  ports are always written. A list of addresses yields two members, such as "ipv6s" with all addresses and "ipv6" with
-//  the first address.
+//  One DNS update. An empty name or address list is not written, and neither is a timestamp of 0 or less. The ports are
+//  always written. A list of addresses yields two members, such as "ipv6s" with all addresses and "ipv6" with the first
+//  address.
 struct DnsUpdateItem {
     std::int64_t timestamp = 0;              // milliseconds since the epoch
     olk::string name;                        // host name

@@ -35,7 +35,7 @@ void compilerBarrier() {
 }  // namespace
 
 //  The marks are snapshot.time and last_sent_time. A cleared mark is the time 0, which is long ago. So after a
-//  reconnection the next cycle puts or sends the list even if the list is unchanged.
+//  reconnection the list is due in the next cycle even if it is unchanged.
 void onRdbEvent(std::int32_t event, std::int64_t, void* user) {
     const CallbackStep step;
     CRunCls& run = *static_cast<CRunCls*>(user);

@@ -97,7 +97,7 @@ void stopApplication(CRunCls& run) {
     closeConnection(run.dns_handle);
 }
 
-//  Unblocks SIGALRM, because the handler of SIGALRM may have called this function.
+//  Unblocks SIGALRM, which is blocked if the handler of SIGALRM has called this function or if it was blocked before.
 [[noreturn]] void endProcess() {
     ticks_left = max_end_ticks;
     ending = true;

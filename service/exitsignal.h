@@ -1,10 +1,10 @@
 //  The shutdown of the service by SIGINT or SIGTERM, and the protection of code that these signals must not interrupt.
 //
-//      signal ----> (1) the service's thread sleeps between two cycles ---------------------------------> end
+//      signal ----> (1) the service's thread is between two cycles -------------------------------------> end
 //              \--> it is in a step: the handler stores the number, the step continues
 //                       |--> (2) before its next call of the client library, or when the step is over -> end
-//                       \--> (3) it is blocked for longer than max_step_ticks, by a server or a reader
-//                                of its output: at the first tick with all locks of the allocator free --> end
+//                       \--> (3) after max_step_ticks, for example if a server or a reader of the output
+//                                blocks it: at the first tick with all locks of the allocator free ------> end
 //
 //  In cases (1) and (2) the service's thread holds no lock. In case (3) it may hold a lock of the C library or of the
 //  client library, but none of the allocator.

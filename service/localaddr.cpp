@@ -21,7 +21,7 @@ bool isPublishable(const std::uint8_t (&bytes)[16]) {
     if (std::memcmp(bytes, zeros, 12) == 0) {
         std::uint32_t word;
         std::memcpy(&word, bytes + 12, sizeof word);
-        return word == 0;  // 0: unspecified, 1: loopback, higher: IPv4-compatible
+        return word == 0;  // true for the unspecified address, false for loopback and IPv4-compatible
     }
     return true;
 }

@@ -2,8 +2,8 @@
 //
 //      | type: long, always 1 | text and terminating zero |       System V message, key 23213
 //
-//  The parent or the child, whichever is first, creates the queue; the parent removes it. Sending and receiving never
-//  wait.
+//  The parent or the child, whichever is first, creates the queue if it does not exist; the parent removes it. Sending
+//  and receiving never wait.
 #ifndef SERVICE_MSGQUEUE_H
 #define SERVICE_MSGQUEUE_H
 

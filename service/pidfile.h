@@ -3,11 +3,10 @@
 //      /var/run/addrpubd.pid     "<pid>\n"     a POSIX record lock on the whole file, held by the instance
 //
 //  While the lock is held, an instance runs or starts. A file without a lock has no meaning: an earlier run left it,
-//  another command created it, or systemd-tmpfiles did at boot (packaging/system/addrpubd.tmpfiles). The program reads
-//  the text only if the kernel reports -1 as the holder; addrpubd-check also reads it if the kernel reports 0. The
-//  program never deletes the file. A record lock belongs to one process, and a child does not inherit it. If a process
-//  closes any descriptor of the file, it loses the lock, even if it took the lock with another descriptor (fcntl(2),
-//  F_SETLK).
+//  another command created it, or systemd-tmpfiles did (packaging/system/addrpubd.tmpfiles). The program reads the text
+//  only if the kernel reports -1 as the holder; addrpubd-check also reads it if the kernel reports 0. The program never
+//  deletes the file. A record lock belongs to one process, and a child does not inherit it. If a process closes any
+//  descriptor of the file, it loses the lock, even if it took the lock with another descriptor (fcntl(2), F_SETLK).
 #ifndef SERVICE_PIDFILE_H
 #define SERVICE_PIDFILE_H
 

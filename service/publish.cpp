@@ -11,7 +11,7 @@
 
 namespace {
 
-constexpr char no_address[] = "null";        // address list of a host without publishable addresses
+constexpr char no_address[] = "null";        // address list if no publishable address is found
 constexpr std::uint64_t max_put_age = 5999;  // tenths of a second; after that an unchanged list is put again
 constexpr std::uint64_t max_sent_age = 599;  // seconds; after that an unchanged list is sent again
 

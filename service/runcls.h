@@ -8,10 +8,11 @@
 //  Threads: the main thread runs start and publishOnce. The client library may call the three callbacks on its own
 //  threads. Besides the pointer log, callbacks and cycle share only rdb_connected, dns_connected, snapshot.time and
 //  last_sent_time. These are plain members of word size without a lock, because a stale read only delays the list by
-//  one cycle. The two times are called marks: when the list was last put or sent to a server; 0 after
-//  it has reconnected. If a server reconnects exactly while the cycle sets its
-//  mark, the list is sent when the mark is 600 s old. A connect event clears the mark before it sets the connected
-//  flag, also in the machine code. So on x86-64 a cycle that reads the set flag also reads the cleared mark.
+//  one cycle. The two times are called marks: each is the time when the list was last put or sent to a server, or 0
+//  after a connect event of this server. If a server reconnects during a cycle, the cycle may overwrite the cleared
+//  mark. An unchanged list is then not put or sent again before the mark is 600 s old or the server reconnects again. A
+//  connect event clears the mark before it sets the connected flag, also in the machine code. So on x86-64 a cycle that
+//  reads the set flag also reads the cleared mark.
 #ifndef SERVICE_RUNCLS_H
 #define SERVICE_RUNCLS_H
 
@@ -29,7 +30,7 @@ class CRunCls {
 public:
     std::int32_t rdb_handle = -1;     // connection to the rdb server; -1 if none
     std::uint32_t rdb_connected = 0;  // 1 after its connect event, 0 after its disconnect event
-    olk::ilog* log = nullptr;         // owned; null before start and after the exit signal
+    olk::ilog* log = nullptr;         // owned; null before start, after detachLog and after the exit signal
     std::string logurl;               // this member and the next four: from the ini file
     std::string hostname;
     std::string rdburl;
@@ -47,7 +48,7 @@ public:
     std::string dnsurl;               // this member and the next two: from the ini file
     std::string dnsuser;
     std::string dnspswd;
-    std::int32_t seqno = 0;                     // number of the last request; at most INT32_MAX
+    std::int32_t seqno = 0;                     // number of requests so far, at most INT32_MAX
     olk::vector_<std::uint16_t> dnshttpsports;  // this host's HTTPS ports, in the order of the ini file
     time_t last_sent_time = 0;                  // time of the last DNS update, seconds; 0 after a connect event
 
@@ -68,8 +69,8 @@ public:
     //  opened, it prints the reason instead; if memory for the log or for a text is missing, it reports nothing.
     bool start();
 
-    //  Stores the values of the nine keys in the ini file at path; ignores other keys. Returns false if the file cannot
-    //  be opened.
+    //  Reads the ini file at path and stores the values of the nine keys; ignores other keys. Returns false if the file
+    //  cannot be opened.
     bool loadConfig(const char* path);
 
     //  Sleeps 100 ms, then runs a publish cycle if a server is connected and the time differs from that of the last
