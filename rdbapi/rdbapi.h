@@ -21,7 +21,7 @@
 //  returns.
 //
 //  Both records have a fixed binary layout: little-endian, without other padding than the reserved members. Reserved
-//  bytes are zero. The assertions below check each offset.
+//  bytes are zero. The assertions below check sizes and offsets.
 #ifndef RDBAPI_RDBAPI_H
 #define RDBAPI_RDBAPI_H
 
@@ -115,8 +115,8 @@ int rdb_callmsg(int handle, const char* text, std::int32_t length, RdbReply call
 //  if the tag does not exist.
 int rdb_tagget(int handle, RdbTag* tag);
 
-//  Creates or replaces the tag that *tag defines. mode must be RDB_TAGINPORT_MODE. *result receives
-//  a number that is internal to the library. Returns 0, or an error code.
+//  Creates or replaces the tag that *tag defines. mode must be RDB_TAGINPORT_MODE. *result receives a number that is
+//  internal to the library. Returns 0, or an error code.
 int rdb_taginport(int handle, int mode, RdbTag* tag, std::int32_t* result);
 
 //  Puts the current values of count objects. Returns 0, or an error code.
