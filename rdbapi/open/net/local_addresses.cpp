@@ -13,7 +13,7 @@ namespace rdbopen {
 
 namespace {
 
-//  Returns the hexadecimal number in text, or nothing if text is not such a number.
+//  Returns the hexadecimal number in text, or nothing if text is not such a number or the number is too large.
 template <class Number>
 std::optional<Number> parseHex(std::string_view text) {
     Number number = 0;
@@ -51,7 +51,7 @@ std::optional<Ipv6Address> parsePackedAddress(std::string_view text) {
 //      20010db8000000000000000000000001 02 40 00 80     eth0
 //      address                          |  |  |  flags  interface
 //                                       |  |  scope
-//                                       |  prefix length        all in hexadecimal digits
+//                                       |  prefix length        the numbers are hexadecimal
 //                                       interface number
 LocalAddresses parseLocalAddresses(const std::string& table) {
     LocalAddresses found;

@@ -25,7 +25,8 @@ struct LocalAddress {
 
 using LocalAddresses = std::map<Ipv6Address, LocalAddress>;
 
-//  Parses the table that the kernel provides as /proc/self/net/if_inet6. Malformed lines are skipped.
+//  Parses the table that the kernel provides as /proc/self/net/if_inet6. Skips a line without a valid address, valid
+//  flags or an interface.
 LocalAddresses parseLocalAddresses(const std::string& table);
 
 //  Returns the addresses of this network namespace.

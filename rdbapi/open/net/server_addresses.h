@@ -3,7 +3,7 @@
 //  one may, for example a read-only replica; the Status of the request then has failover set.
 //
 //      lookUp:      servers in the given order, the addresses of each in the resolver's order
-//      tryEach:     first tries the last address that served an attempt, then the others in this order
+//      tryEach:     first tries the last address that served an attempt, then the others
 //      tryOthers:   tries the addresses in the order of tryEach, except the one that was tried last
 //
 //  Threads: one thread at a time.
@@ -24,8 +24,8 @@ public:
     //  Connects to an address; times out at the given time.
     using Connect = std::function<Status(const ServerAddress&, std::chrono::milliseconds)>;
 
-    //  Uses the connection, at most until the given time, so that time remains for the next address. If the returned
-    //  status has failover set, the next address is tried at once.
+    //  Uses the connection. The parameter is the time at which the next address should be tried. If the returned status
+    //  has failover set, the next address is tried at once.
     using Attempt = std::function<Status(std::chrono::milliseconds)>;
 
     //  Resolves the names of servers. Fails if no server has an address. getaddrinfo(3) has its own time limits, and
@@ -38,7 +38,8 @@ public:
     //  Tries the addresses in turn; each gets an equal share of the remaining time. Returns the first status of attempt
     //  whose member failover is false. If there is no such status, returns the last status of attempt or, if no server
     //  could be reached, the last failure to connect; if there are several servers, the reason has one part for each.
-    //  If waiter is cancelled, returns the last status of attempt or, without one, a failure of its own.
+    //  If waiter is cancelled before an address is tried, returns the last status of attempt or, without one, a failure
+    //  of its own.
     //  Requires: lookUp has succeeded, or use was called.
     Status tryEach(const Waiter& waiter, std::chrono::milliseconds until, const Connect& connect,
                    const Attempt& attempt);

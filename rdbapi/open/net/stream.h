@@ -1,7 +1,8 @@
 //  A connection of a back end to its server, which carries bytes in both directions: plain (tcp_stream.h) or encrypted
 //  (tls_stream.h). Every wait ends at a given time or when the handle is closed.
 //
-//  Every failure has the code errorBackendFailed. Afterwards only endedByServer, connect and close may be called.
+//  Every failure has the code errorBackendFailed. Afterwards only descriptor, endedByServer, connect and close may be
+//  called.
 //
 //  Threads: one thread at a time.
 #ifndef RDBAPI_OPEN_NET_STREAM_H

@@ -107,8 +107,8 @@ bool TcpStream::hasUnconfirmed() const noexcept {
     return ioctl(descriptor_, SIOCOUTQ, &bytes) == 0 && bytes > 0;
 }
 
-//  With a linger time of 0, close(2) resets the connection and discards its bytes (socket(7)). A Unix socket ignores
-//  the linger time.
+//  With a linger time of 0, close(2) resets the connection and discards its bytes. A Unix socket ignores the linger
+//  time.
 void TcpStream::close() noexcept {
     constexpr linger none{1, 0};
     if (hasUnconfirmed())

@@ -40,7 +40,8 @@ Result<Certificates> readCertificates(const std::string& path);
 //  Reads a private key, which must not be encrypted. The reason of a failure begins with the path.
 Result<TlsPointer<EVP_PKEY>> readPrivateKey(const std::string& path);
 
-//  Makes the context of a client that verifies its server and uses TLS 1.2 or 1.3. Reads the files of the settings at
+//  Makes the context of a client that uses TLS 1.2 or 1.3, with the authorities, certificate and key of the settings.
+//  Each connection itself must require that the server is verified (SSL_set_verify). Reads the files of the settings at
 //  each call. Fails with errorBackendFailed. Requires: prepareTls has succeeded.
 Result<TlsPointer<SSL_CTX>> makeTlsContext(const TlsSettings& settings);
 

@@ -14,7 +14,7 @@ namespace rdbopen {
 
 namespace {
 
-//  The time limit is checked after this number of reads. A record takes two reads.
+//  The time limit is checked after at most this number of reads. A record takes at least two reads.
 constexpr int maxReads = 64;
 
 //  The first byte of a record (RFC 8446 section 5.1): change_cipher_spec, alert, handshake or application_data.
@@ -24,7 +24,7 @@ bool startsRecord(std::uint8_t byte) {
 
 }  // namespace
 
-//  -- the BIO: must neither throw nor allocate, since its callers are C -----------------------------------------------
+//  -- the BIO: its functions must not throw, since their callers are C ------------------------------------------------
 
 int TlsStream::readWire(BIO* bio, char* bytes, int size) {
     Wire& wire = *static_cast<Wire*>(BIO_get_data(bio));
@@ -265,9 +265,9 @@ Status TlsStream::receive(std::span<std::uint8_t> bytes, const Waiter& waiter, s
     return {};
 }
 
-//  Sends close_notify (RFC 8446 section 6.1) if the socket has room for it. If the server has not confirmed all bytes,
-//  resets the connection instead, which discards them. Before the end of the handshake there is no request to discard,
-//  and the bytes sent last inform the server why the handshake failed.
+//  Sends close_notify (RFC 8446 section 6.1) if no call has failed and the socket has room for it. If the server has
+//  not confirmed all bytes, resets the connection instead, which discards them. Before the end of the handshake there
+//  is no request to discard, and the bytes sent last inform the server why the handshake failed.
 void TlsStream::close() noexcept {
     const bool established = tls_ && SSL_is_init_finished(tls_.get()) != 0;
     const bool withdraws = established && tcp_.hasUnconfirmed();

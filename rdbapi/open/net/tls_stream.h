@@ -1,14 +1,14 @@
 //  One TLS connection of a back end, over TCP. OpenSSL encrypts; this class itself calls send(2) and recv(2), so that
-//  no call waits or raises SIGPIPE.
+//  no call of OpenSSL waits or raises SIGPIPE.
 //
 //      connect, send, receive --> SSL_connect, SSL_write, SSL_read --> BIO of this class --> send(2), recv(2)
 //             ^                            |
 //             +---- wait for input or room-+  as long as OpenSSL reports that it lacks input or room
 //
-//  After its time limit, an operation fails at its next wait. Each call of OpenSSL returns after at most 64 reads, and
-//  a wait follows. So an operation also ends if the server sends only records without data, new keys (RFC 8446 section
-//  4.6.3) or new session tickets. Input is never read ahead. So input that take has not returned is still in the
-//  socket, and poll(2) reports it.
+//  After its time limit, an operation fails at its next wait. Each call of OpenSSL returns after at most 64 reads. If
+//  it is not done by then, a wait follows. So an operation also ends if the server sends only records without data, new
+//  keys (RFC 8446 section 4.6.3) or new session tickets. Input is never read beyond the current record. So poll(2)
+//  reports all input that take has yet to read.
 //
 //  Threads: one thread at a time.
 #ifndef RDBAPI_OPEN_NET_TLS_STREAM_H
@@ -26,7 +26,7 @@ public:
     ~TlsStream() override { close(); }
 
     //  Connects, and returns ok when the handshake has proved that the server is the right one. Reads the files of the
-    //  settings. A server that wants a client certificate may refuse it later, at the first send, take or receive.
+    //  settings. A server that wants a client certificate may refuse it later, at a send, take or receive.
     Status connect(const ServerAddress& address, const Waiter& waiter, std::chrono::milliseconds until) override;
     Status send(std::span<const std::uint8_t> bytes, const Waiter& waiter, std::chrono::milliseconds until) override;
     Result<std::size_t> take(std::span<std::uint8_t> bytes) override;
@@ -39,7 +39,7 @@ public:
 private:
     enum class Step { done, lacksInput, lacksRoom, failed };
 
-    //  What the BIO knows of the socket.
+    //  The state that the functions of the BIO share with the other functions.
     struct Wire {
         int descriptor = -1;
         int readsLeft = 0;       // number of reads until the BIO reports a lack of input, even if there is more

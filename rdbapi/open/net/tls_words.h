@@ -1,4 +1,5 @@
-//  Why a TLS connection failed, as text for the operator. The texts hold no byte that the server has sent.
+//  Why a TLS connection failed, as text for the operator. The texts quote nothing from the certificates and messages of
+//  the server.
 #ifndef RDBAPI_OPEN_NET_TLS_WORDS_H
 #define RDBAPI_OPEN_NET_TLS_WORDS_H
 

@@ -70,9 +70,9 @@ Result<std::vector<UrlOption>> decodeOptions(std::string_view query) {
     return options;
 }
 
-//  Returns whether getaddrinfo(3) may resolve host. Accepts more than isDnsName, for example a name with a final dot or
-//  a name in /etc/hosts. The characters are those of names and of IPv6 addresses (RFC 4291 section 2.2) with a zone
-//  (RFC 4007 section 11).
+//  Returns whether getaddrinfo(3) may resolve host. Accepts more than isDnsName, for example a name with a final dot.
+//  The characters are those of names and, in brackets, of IPv6 addresses (RFC 4291 section 2.2) with a zone (RFC 4007
+//  section 11).
 bool mayBeServer(std::string_view host, bool inBrackets) {
     constexpr std::size_t maxHostLength = 253;
     if (host.empty() || host.size() > maxHostLength)

@@ -1,4 +1,4 @@
-//  The urls of rdb_connectex, in the generic form of RFC 3986:
+//  The urls of rdb_connectex, with the parts that RFC 3986 section 3 names:
 //
 //      dns://[2001:db8::53]:5353/example.org?ttl=60&skip=ula,temporary
 //      |     |                  |            |
@@ -57,14 +57,14 @@ inline constexpr std::size_t maxServers = 16;
 //  malformedUrl.
 Result<std::vector<Server>> parseServers(std::string_view authority, std::uint16_t defaultPort);
 
-//  Returns server in the form of a url.
+//  Returns HOST:PORT, with an IPv6 address in brackets.
 std::string serverText(const Server& server);
 
-//  Returns the servers in the form of a url.
+//  Returns the texts of the servers, separated by commas.
 std::string serversText(const std::vector<Server>& servers);
 
-//  Returns the path of a url of the form SCHEME:///PATH, whatever its options. Fails with malformedUrl for any other
-//  url.
+//  Returns the path of a url of the form SCHEME:///PATH, whatever its options. PATH does not end with "/". Fails with
+//  malformedUrl for any other url.
 Result<std::string> filePathOf(const Url& url);
 
 //  The option history=NUMBER of a database: the number of changes of each name that the database keeps.
