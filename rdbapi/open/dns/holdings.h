@@ -2,12 +2,13 @@
 //  records of the service; only they are removed.
 //
 //      NAME             AAAA    all are ours, because the service replaces the whole set with each update
-//      NAME             HTTPS   ours if only port and ipv6hint follow the expected target
+//      NAME             HTTPS   ours if parseOwnHttps (record_text.h) accepts it and it has the expected target
 //      _P._https.NAME   HTTPS   the same, for the given ports only: a server does not list the names below a name
 //      ...ip6.arpa      PTR     for each address of these records; ours if it points to NAME
 //
-//  Records that a wildcard supplies (RFC 4592) are left out, unless the server refuses the update by which isInZone
-//  recognises them. Records of other types at NAME and _P._https.NAME are listed as far as the server shows them.
+//  Records of these types that a wildcard supplies (RFC 4592) are left out, unless the server refuses the update by
+//  which isInZone recognises them. Records of other types at NAME and _P._https.NAME are listed as far as the server
+//  shows them.
 //
 //  Threads: one thread at a time.
 #ifndef RDBAPI_OPEN_DNS_HOLDINGS_H
@@ -38,7 +39,8 @@ public:
     //  have succeeded.
     Status remove(DnsExchange& exchange, std::chrono::milliseconds until);
 
-    //  Returns one element for each update. The parameter status is the result for the updates that were not sent.
+    //  Returns one element for each update. The parameter status is the result for the updates that remove has not
+    //  attempted.
     std::vector<RemovalStep> steps(const Status& status) const;
 
 private:
@@ -48,7 +50,7 @@ private:
         std::vector<RecordSet> held;
         std::vector<RecordSet> ours;
         std::vector<std::string> texts;  // texts of the records in ours
-        std::optional<Status> removal;   // result of the update, if it was sent
+        std::optional<Status> removal;   // result of the update, if remove has attempted it
     };
 
     Status findSet(DnsExchange& exchange, ZoneSets& sets, const std::string& owner, std::uint16_t type,

@@ -16,8 +16,9 @@ namespace rdbopen {
 inline constexpr std::size_t dnsHeaderLength = 12;  // RFC 1035 section 4.1.1
 
 enum class DnsLayout {
-    malformed,     // the records do not end where the message ends; or a signature is not the last record or not the
-                   // only one (RFC 8945 section 5.1), or does not have class ANY and ttl 0 (section 4.2)
+    malformed,     // the records do not end where the message ends; or a name has a label of an unknown kind; or a
+                   // signature is not the last record of the additional section or not the only one (RFC 8945 section
+                   // 5.1), or does not have class ANY and ttl 0 (section 4.2)
     bare,          // the message has no signature
     hasSignature,  // the last record of the message is a signature
 };

@@ -76,7 +76,7 @@ private:
     }
 
     DnsBytes bytes_;
-    std::map<std::string, std::size_t> ends_;  // offset of each suffix in the message
+    std::map<std::string, std::size_t> ends_;  // suffixes in the message and their offsets, which fit 14 bits
 };
 
 }  // namespace

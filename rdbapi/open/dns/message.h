@@ -45,9 +45,9 @@ inline constexpr std::size_t maxDnsMessageSize = 65535;
 //  headers of IPv6 and UDP. Datagrams of this length are not fragmented.
 inline constexpr std::size_t maxDatagramSize = 1232;
 
-//  All records of one owner and type.
+//  Records of one owner and type.
 struct RecordSet {
-    std::string owner;  // satisfies isDnsName; in lower case
+    std::string owner;  // in lower case; satisfies isDnsName unless it is too long
     std::uint16_t type = 0;
     std::vector<DnsBytes> records;  // data of each record in wire format; names in it are lower case,
                                     // except in records from a server

@@ -30,7 +30,8 @@ std::string addressText(std::span<const std::uint8_t> address);
 //  Returns the name in the data of a PTR record, or nothing if it is malformed.
 std::optional<std::string> pointerTarget(std::span<const std::uint8_t> data);
 
-//  Returns "OWNER TYPE DATA" for AAAA, PTR and the HTTPS records of this library; for all other records, "OWNER TYPE".
+//  Returns "OWNER TYPE DATA" for valid AAAA and PTR records and for HTTPS records that parseOwnHttps accepts; otherwise
+//  "OWNER TYPE".
 std::string recordText(const std::string& owner, std::uint16_t type, std::span<const std::uint8_t> data);
 
 }  // namespace rdbopen

@@ -12,8 +12,8 @@
 //  The records of an answer are parsed only after its signature has been verified.
 //
 //  The MAC is computed with Nettle. ldns (1.8.3) does not support hmac-sha384, chooses the time of signing itself, and
-//  does not return the server's time in a BADTIME answer. ldns also loads OpenSSL, but only the module with TLS
-//  initialises it: the first HMAC of OpenSSL would read OpenSSL's configuration, register a clean-up at exit, and use
+//  does not return the server's time in a BADTIME answer. ldns also loads OpenSSL, but only the modules with TLS
+//  initialise it: the first HMAC of OpenSSL would read OpenSSL's configuration, register a clean-up at exit, and use
 //  2.2 MB of memory instead of Nettle's 0.3 MB.
 //
 //  Threads: any; one thread at a time per object.

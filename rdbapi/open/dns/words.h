@@ -35,7 +35,7 @@ std::string unsignedWords(unsigned rcode);
 std::string aliasWords(const std::string& owner);
 
 //  Returns the text for BADTIME. ahead: number of seconds by which the server's clock is ahead of this host's; may be
-//  negative.
+//  negative; 0 if it is unknown.
 std::string badTimeWords(std::int64_t ahead);
 
 }  // namespace rdbopen
