@@ -1,5 +1,6 @@
 //  The advice of addrpubd-check on a url of the back end dyndns2: whether the host name is a full name, whether an
-//  address of the host is published, and whether the file of ca=FILE can be used.
+//  address of the host is published, and whether the file of ca=FILE can be used or has a certificate that expires soon
+//  (module/tls_advice.h).
 #ifndef RDBAPI_OPEN_DYNDNS2_ADVICE_H
 #define RDBAPI_OPEN_DYNDNS2_ADVICE_H
 

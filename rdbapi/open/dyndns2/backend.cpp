@@ -18,8 +18,8 @@ constexpr std::chrono::milliseconds exchangeLimit{15000};
 //  unchanged addresses.
 constexpr std::chrono::hours confirmAfter{25 * 24};
 
-//  The documents of the protocol require this pause after 911 and dnserr. It also follows unknown answers and errors of
-//  HTTP.
+//  The documents of the protocol require this pause after 911 and dnserr. It also follows the other answers that
+//  answer.h calls postponed.
 constexpr std::chrono::minutes faultPause{30};
 
 class Dyndns2Backend : public Backend, public DnsUpdateBackend, public Inspector {
