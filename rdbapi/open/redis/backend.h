@@ -13,8 +13,8 @@
 
 namespace rdbopen {
 
-//  Makes the back end for url, from which the caller has removed the options of TLS. makeStream is called for each
-//  connection and makes its stream. Fails with errorBadUrl.
+//  Makes the back end for url, from which the caller has removed the options of TLS. makeStream makes the streams of
+//  its connections. Fails with errorBadUrl.
 BackendResult makeRedisBackend(const Url& url, const Credentials& credentials, const MakeStream& makeStream);
 
 //  Makes the back end of the schemes without TLS. Fails with errorBadUrl.

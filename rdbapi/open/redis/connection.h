@@ -4,8 +4,8 @@
 //  This code reads and writes the socket itself and uses libhiredis only to parse answers: libhiredis would raise
 //  SIGPIPE, and its connection functions end the process when memory is exhausted.
 //
-//  Every failure has the code errorBackendFailed. Afterwards the connection cannot be used. An error answer of the
-//  server is not a failure.
+//  Every failure has the code errorBackendFailed. Afterwards no command can be sent before the next connect. An error
+//  answer to a command is not a failure.
 //
 //  Threads: one thread at a time.
 #ifndef RDBAPI_OPEN_REDIS_CONNECTION_H

@@ -46,8 +46,8 @@ bool answers(const RedisReply& reply, std::string_view error) {
     return reply.is(Kind::error) && reply.text.starts_with(error);
 }
 
-//  Returns ok if reply is the right answer to command, as for ROLE in https://redis.io/commands/role. The caller does
-//  not pass the answer to CLIENT SETNAME, the second command: a refused name does no harm.
+//  Returns ok if reply is the right answer to command (to ROLE: https://redis.io/commands/role). The caller does not
+//  pass the answer to CLIENT SETNAME, the second command: a refused name does no harm.
 Status accept(const RedisCommand& command, const RedisReply& reply) {
     const std::string& word = command.front();
     if (reply.is(Kind::error))

@@ -1,4 +1,4 @@
-//  The keys of the back end redis for one name, and the commands and answers that read and write these keys:
+//  The keys and the channel of the back end redis for one name, and the commands and answers for them:
 //
 //      rdb:tag:{NAME}      hash    class, type, importflag, imported_ms
 //      rdb:value:{NAME}    hash    time_ms (of the last change), confirmed_ms (of the last put), type, value
@@ -8,7 +8,7 @@
 //  The braces make a cluster keep all keys of a name at one server. A short list takes much less memory than a stream,
 //  whose first entry reserves 4 KB.
 //
-//  A key of another type or with other fields belongs to another program: the request fails and does not change it.
+//  A key of another type or with other fields belongs to another program: a request that would change it fails instead.
 #ifndef RDBAPI_OPEN_REDIS_OBJECTS_H
 #define RDBAPI_OPEN_REDIS_OBJECTS_H
 

@@ -20,8 +20,8 @@
 
 namespace rdbopen {
 
-//  The default port of redis and rediss: 6379 (https://www.iana.org/assignments/service-names-port-numbers), as in the
-//  programs of Redis itself.
+//  The default port of all servers except Sentinels: 6379
+//  (https://www.iana.org/assignments/service-names-port-numbers), as in the programs of Redis itself.
 inline constexpr std::uint16_t redisPort = 6379;
 
 //  The default port of Sentinels, as in the documentation of Redis.

@@ -16,7 +16,7 @@
 namespace rdbopen {
 
 //  Returns whether the error answer means that the connection cannot be used any more. Either its login is no longer
-//  valid, or the server has become a replica: the name may then resolve to another server.
+//  valid, or the server is a replica: the name may then resolve to another server.
 bool redisEndsConnection(std::string_view answer);
 
 //  Returns whether the error answer means that another server may be able to execute the command.

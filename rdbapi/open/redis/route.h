@@ -5,8 +5,8 @@
 //      SentinelRoute   the master that Sentinels name (sentinel_route.h)
 //      ClusterRoute    the masters of a cluster (cluster_route.h)
 //
-//  Every failure has the code errorBackendFailed; open must then be called again. An error answer of the responsible
-//  server is not a failure.
+//  Every failure has the code errorBackendFailed; open must then be called again. An error answer is a failure only if
+//  it means that the server does not serve the command at present, and the route finds no other server that does.
 //
 //  Threads: one thread at a time.
 #ifndef RDBAPI_OPEN_REDIS_ROUTE_H
