@@ -28,7 +28,7 @@ struct ClusterLayout {
         Server master;
     };
     std::vector<Range> ranges;  // a range whose master has no usable host and port is left out
-    std::vector<Server> nodes;  // masters and replicas, each once
+    std::vector<Server> nodes;  // masters and replicas with a usable host and port, each once
 
     //  Returns the master of slot, or null if no range contains slot.
     const Server* masterOf(std::uint16_t slot) const noexcept;

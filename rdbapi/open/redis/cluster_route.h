@@ -55,7 +55,7 @@ private:
     const Credentials credentials_;
     const Waiter* waiter_ = nullptr;  // set by open
     RedisLinks links_;
-    std::vector<Server> nodes_;              // all nodes that the last report has named
+    std::vector<Server> nodes_;              // ClusterLayout::nodes of the last report
     std::map<std::uint16_t, Server> slots_;  // the known masters, by slot
     std::optional<Server> down_;             // node whose answer was one of redisStalls; it is asked last for a report
 };

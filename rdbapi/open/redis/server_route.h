@@ -3,8 +3,8 @@
 //
 //      open:  resolves the names, and logs in at the first address that allows it; if the url has several servers, the
 //             server must also be a primary
-//      ask:   if the server is a replica or still loads its data, logs in at the next address and asks there; if the
-//             url has several servers, does so also if the server takes no writes
+//      ask:   if the answer is that the server is a replica or still loads its data, logs in at the next address and
+//             asks there; if the url has several servers, does so also if the answer is that the server takes no writes
 //
 //  Threads: one thread at a time.
 #ifndef RDBAPI_OPEN_REDIS_SERVER_ROUTE_H
