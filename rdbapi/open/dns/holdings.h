@@ -4,7 +4,7 @@
 //      NAME             AAAA    all are ours, because the service replaces the whole set with each update
 //      NAME             HTTPS   ours if parseOwnHttps (record_text.h) accepts it and it has the expected target
 //      _P._https.NAME   HTTPS   the same, for the given ports only: a server does not list the names below a name
-//      ...ip6.arpa      PTR     for each address of these records; ours if it points to NAME
+//      ...ip6.arpa      PTR     for each address in our records above; ours if it points to NAME
 //
 //  Records of these types that a wildcard supplies (RFC 4592) are left out, unless the server refuses the update by
 //  which isInZone recognises them. Records of other types at NAME and _P._https.NAME are listed as far as the server
