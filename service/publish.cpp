@@ -55,8 +55,8 @@ void CRunCls::publishOnce() {
     try {
         runCycle(now);
     } catch (const std::bad_alloc&) {
-        //  If the list was not copied to last_put_value or last_sent_value, it still differs from that member, so the
-        //  next cycle puts or sends it again.
+        //  A changed list that was not copied to last_put_value or last_sent_value still differs from that member, so
+        //  the next cycle puts or sends it again.
     }
 }
 

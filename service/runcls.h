@@ -7,12 +7,12 @@
 //
 //  Threads: the main thread runs start and publishOnce. The client library may call the three callbacks on its own
 //  threads. Besides the pointer log, callbacks and cycle share only rdb_connected, dns_connected, snapshot.time and
-//  last_sent_time. These are plain members of word size without a lock, because a stale read only delays the list by
-//  one cycle. The two times are called marks: each is the time when the list was last put or sent to a server, or 0
-//  after a connect event of this server. If a server reconnects during a cycle, the cycle may overwrite the cleared
-//  mark. An unchanged list is then not put or sent again before the mark is 600 s old or the server reconnects again. A
-//  connect event clears the mark before it sets the connected flag, also in the machine code. So on x86-64 a cycle that
-//  reads the set flag also reads the cleared mark.
+//  last_sent_time. These are plain members of 4 or 8 bytes without a lock: a stale read delays the list by one cycle.
+//  The two times are called marks: each is the time when the list was last put or sent to a server, or 0 after a
+//  connect event of this server. If a server reconnects during a cycle, the cycle may overwrite the cleared mark. Only
+//  then the delay is longer: an unchanged list is not put or sent again before the mark is 600 s old or the server
+//  reconnects again. A connect event clears the mark before it sets the connected flag, also in the machine code. So on
+//  x86-64 a cycle that reads the set flag also reads the cleared mark.
 #ifndef SERVICE_RUNCLS_H
 #define SERVICE_RUNCLS_H
 

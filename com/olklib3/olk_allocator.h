@@ -4,8 +4,10 @@
 //      size class   one block size and all its heaps (olk_blk_alloctor.h); there are 30, from 16 bytes to 4 MiB
 //      big block    one mapping per request above 4 MiB
 //
-//      big block:   | maplen | 0 | user's bytes ... |   the user's address is 16 bytes after base; the 0 is
-//                   0        8   16                     where a class block stores its heap (address - 8)
+//      big block:   | maplen | 0 | user's bytes ... |   offsets in bytes from the start of the mapping
+//                   0        8   16
+//
+//  The 8 bytes before the user's address are 0 here; in a block of a size class they are the address of its heap.
 //
 //  One instance serves the whole process. Its constructor runs before the constructors of the program's other global
 //  objects, except g_olk_glibc_noarena, and its destructor after their destructors. So the destructor of such an object

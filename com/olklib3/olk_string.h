@@ -149,7 +149,7 @@ public:
     CHAR* data() { return data_; }
     const CHAR* data() const { return data_; }
 
-    //  Returns the terminated text, or an empty text without a buffer. Does not write a terminator that is already
+    //  Returns the terminated text; if there is no buffer, an empty text. Does not write a terminator that is already
     //  there.
     const CHAR* c_str() const {
         static constexpr CHAR nothing[1] = {};

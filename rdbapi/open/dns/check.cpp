@@ -74,8 +74,9 @@ Status ZoneCheck::checkSet(DnsExchange& exchange, const RecordSet& set, const An
 }
 
 //  Returns errorNotHeld if the zone itself may have a record with set's owner and type. Records in the answer to a
-//  query may come from a wildcard, so this sends an update with a prerequisite. If the server does not support
-//  prerequisites, the result is errorNotHeld. The worker then sends the request again, which is harmless.
+//  query may come from a wildcard, so this sends an update with a prerequisite. Any error in the
+//  answer gives errorNotHeld, also that of a server that does not support prerequisites. The worker then sends the
+//  request again, which is harmless.
 Status ZoneCheck::checkAbsence(DnsExchange& exchange, const RecordSet& set, std::chrono::milliseconds until) const {
     const Answer answer = exchange.ask(absenceMessage(newId(), zone_, set.owner, set.type), exchangeEnd(until));
     if (!answer.ok())

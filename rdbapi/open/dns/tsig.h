@@ -5,8 +5,8 @@
 //      ok                    the answer is authentic: signed with the key, for this request, in time; its signature
 //                            reports no error
 //      errorServerRefused    the server does not accept the request's signature; the reason describes the error code in
-//                            the answer. An answer without a MAC is such a refusal only if this code is BADKEY or
-//                            BADSIG (RFC 8945 section 5.3.2), because a server without the key cannot sign
+//                            the answer. A server without the key cannot sign, so an answer without a MAC is also such
+//                            a refusal if it is NOTAUTH and its code is BADKEY or BADSIG (RFC 8945 section 5.3.2)
 //      errorBackendFailed    any other answer; its records are ignored
 //
 //  The records of an answer are parsed only after its signature has been verified.
