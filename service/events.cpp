@@ -26,9 +26,9 @@ void clearSentTime(CRunCls& run) {
     run.last_sent_time = 0;
 }
 
-//  Compiler barrier: the compiler must not move stores across the call. If a cycle reads a connected flag of 1, it must
-//  also read the mark (snapshot.time or last_sent_time) as 0. The members are plain, so without the barrier the
-//  compiler may reorder the two stores.
+//  Compiler barrier: the compiler must not move stores across the call. A connect event clears a mark (snapshot.time or
+//  last_sent_time) and then sets a connected flag. A cycle that reads the new flag must also read the cleared mark. The
+//  members are plain, so without the barrier the compiler may reorder the two stores.
 void compilerBarrier() {
     std::atomic_signal_fence(std::memory_order_seq_cst);
 }
