@@ -1,8 +1,8 @@
 # shellcheck shell=bash
 #  Completion for addrpubd and addrpubd-check in bash(1). It uses no function of another package.
 #
-#  Each key is a word, its value the words that can follow it. FILE stands for the names of ini files and folders. Every
-#  option of the usage that the two programs print must be in this table.
+#  Each key is a word, its value the words that are offered after it. FILE stands for the names of ini files and folders.
+#  Every option of the usages of the two programs must be in this table.
 declare -gA _addrpubd_next=(
     [addrpubd]="-start -stop -status -run -ver"
     [addrpubd-check]="--help --status --connect --remove FILE"
