@@ -1,5 +1,5 @@
-//  The text of one DNS update request, written into a new buffer. Peers are RapidJSON, fmt (which escapes nothing), a
-//  standard string with appends, and memcpy of the finished text. Each writer starts from the service's own item.
+//  The text of one DNS update request. Peers are RapidJSON, fmt (which escapes nothing), a standard string with appends,
+//  and memcpy of the finished text. All but memcpy start from the service's own item and write into a new buffer.
 #include "cases.h"
 #include "dnsupdate.h"
 

@@ -14,7 +14,8 @@
 //                        the value without looking up its tag, as the library does to refresh it.
 //      repeat SECONDS    like follow; while connected, each host also publishes again every SECONDS of the wall clock,
 //                        as the service does every 600 s
-//      follow            from now on each host publishes as soon as it is connected, and prints "published"
+//      follow            from now on each host publishes as soon as it is connected, and prints "published" if that
+//                        succeeds
 //
 //  The orders repeat and follow never end, so "done" is not printed for them.
 //
@@ -115,7 +116,7 @@ private:
         return dns_ ? sendUpdate(name_text, address_text) : put(name_text, address_text, refresh);
     }
 
-    //  Works like the publish cycle: reads the tag, imports it if it does not exist, and puts the value. A refresh is
+    //  Works like the publish cycle: reads the tag, imports it if the reading fails, and puts the value. A refresh is
     //  the put alone. A refresh that the library makes also contains the definition of the tag.
     bool put(const char* name, const char* address, bool refresh) const {
         RdbTag tag{};

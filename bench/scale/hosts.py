@@ -1,4 +1,4 @@
-"""Hosts of the fleet: processes of the program fleet, with 16 hosts each, that use the real client library."""
+"""Hosts of the fleet: processes of the program fleet, with up to 16 hosts each, that use the real client library."""
 
 import os
 import subprocess
