@@ -1,6 +1,7 @@
-#  The files of an installation. No other file lists them; the Debian package uses this list unchanged.
+#  The files of an installation. The Debian package uses this list unchanged.
 #
-#      lib/addrpubd/       the program, its client library and a link to the ini file; all must be in one folder
+#      lib/addrpubd/       the program, its client library with the modules, and a link to the ini file; all must be in
+#                          one folder
 #      sbin/addrpubd       a script that changes to lib/addrpubd/ and starts the program there
 #      /etc/addrpubd/      the ini file; with another prefix than /usr this is PREFIX/etc/addrpubd/, and below /opt it
 #                          is /etc/PREFIX/addrpubd/ (GNUInstallDirs)
@@ -8,7 +9,8 @@
 #  The wrapper, the unit, the manual pages and addrpubd-check contain these paths. So the prefix must be set when the
 #  build is configured.
 #
-#  All files belong to root. The ini file contains passwords, so only root may read it here. A package may change this.
+#  All files belong to the user who installs them. The ini file contains passwords, so only this user may read it here.
+#  A package may change this.
 
 include(GNUInstallDirs)
 
