@@ -127,7 +127,7 @@ def executable_alone(sandbox, build):
 
 
 def bare(sandbox, build, program, name):
-    """Starts a program that only has the libraries of back ends in it; see bare_libraries.c."""
+    """Starts one of the programs of bare_libraries.c."""
     shutil.copy(build / program, sandbox.path(FOLDER))
     return Idle(sandbox, name, f"./{program}")
 
