@@ -1,4 +1,4 @@
-#  Compiler and linker flags of all targets: language level, warnings, sanitizers, output folders.
+#  Compiler and linker flags of all targets: language level, warnings, hardening, sanitizers, output folders.
 
 set(CMAKE_CXX_STANDARD 20)
 set(CMAKE_CXX_STANDARD_REQUIRED ON)
