@@ -1,10 +1,11 @@
 #  addrpubd_pytest(KIND)
 #
-#  Defines tests for the files test_*.py of the current folder, which run the whole program in private namespaces. Each
-#  file is a ctest test with the label KIND. It also has the label dns or redis if it imports a module dns_* or redis_*,
-#  or if its name contains _dns or _redis. Tests that are marked with a subject (refusal, retry, failover), in the file
-#  or in its cases, form a separate ctest test with that label. The file's own ctest test has the remaining tests. If a
-#  file imports modules of both names, a comment after the mark names the server: @pytest.mark.refusal  # redis.
+#  Defines tests for the files test_*.py of the current folder, which run programs in private namespaces. Each file is a
+#  ctest test with the label KIND. It also has the label dns or redis if it or its cases import a module dns_* or
+#  redis_*, or if its name contains _dns or _redis; and the label nth_failure if its name contains nth_failure. Tests
+#  that are marked with a subject (refusal, retry, failover), in the file or in its cases, form a separate ctest test
+#  with that label. The file's own ctest test has the remaining tests, if there are any. If a file imports modules of
+#  both names, a comment after the mark names the server: @pytest.mark.refusal  # redis.
 
 set(ADDRPUBD_TIMEOUT 900 CACHE STRING "Time limit of a test file that pytest runs, in seconds")
 set(python /usr/bin/python3)
@@ -69,7 +70,7 @@ function(addrpubd_pytest kind)
                 list(APPEND marked ${subject})
             endif()
         endforeach()
-        #  Removes the marked tests. A mark is in the line above its test or above another mark.
+        #  Removes the marked tests. A mark is in the line above its test or above another decorator.
         list(JOIN subjects "|" any)
         string(REGEX REPLACE "@pytest[.]mark[.](${any})[^\n]*\n *(@[^\n]*\n *)*def test_" "" others "${text}")
         if(others MATCHES "def test_" OR NOT marked)
