@@ -7,7 +7,8 @@
 #include <string>
 #include <vector>
 
-//  Removes quotes and escapes from `shown` and stores the result in `text`. Returns false if `shown` is not in quotes.
+//  Removes quotes and escapes from `shown` and stores the result in `text`. Returns false if `shown` is not in quotes
+//  or contains another quote without an escape.
 inline bool unquoted(const std::string& shown, std::string& text) {
     text.clear();
     if (shown.size() < 2 || shown.front() != '"' || shown.back() != '"')
@@ -46,7 +47,8 @@ inline bool saysPorts(const std::string& shown, const CRunCls& run) {
     return shown == (ports.empty() ? "none" : ports);
 }
 
-//  Returns the first row of the table that differs from the settings in `run`, or an empty text if no row differs.
+//  Returns the first row of the table that differs from the settings in `run`, or an empty text if no row differs. If
+//  the table does not have nine rows, returns a text that reports this.
 inline std::string disagreement(const std::vector<std::string>& table, const CRunCls& run) {
     struct Row {
         std::string name;

@@ -104,8 +104,8 @@ class ClockControl:
 
 
 class Clock:
-    """The clocks of all processes of a sandbox that are started with `env`. Each process stops at its first sleep that
-    ends more than `initial_limit` seconds after its start."""
+    """The clocks of all processes of a sandbox that are started with `env`. At first the time limit of each process is
+    `initial_limit` seconds after wall_start_ns."""
 
     def __init__(self, sandbox, library, wall_start_ns=START, initial_limit=0):
         inside = "/mnt/libclockshim.so"
@@ -126,7 +126,8 @@ class Clock:
         return ClockControl(slot, process)
 
     def pids(self):
-        """Returns the pids of all processes that have or had a clock of this sandbox, in the order of creation."""
+        """Returns the pids of all processes that have or had a clock of this sandbox, in the order in which they got
+        it."""
         return [slot.pid for slot in self._control.slots if slot.pid]
 
     def _slot_of(self, pid):

@@ -30,7 +30,7 @@ struct ClockSlot {
     std::atomic<std::int64_t> limit;         // initially that of ClockControl, then written by the test
     std::atomic<std::int64_t> wall_step;     // written by the test: sum of the wall clock's steps; a child copies it
     std::atomic<std::int64_t> parked_limit;  // the limit at which the process is parked; -1 while it runs
-    std::atomic<std::uint64_t> sleeps;       // number of sleeps that the main thread has started
+    std::atomic<std::uint64_t> sleeps;       // number of virtual sleeps, longer than 0, that have started
     std::atomic<std::int64_t> last_sleep;    // length of the last of these sleeps
 };
 static_assert(sizeof(ClockSlot) == 64);

@@ -3,12 +3,13 @@
 Each server serves the zone ZONE from a separate folder, on 127.0.0.1 and ::1 unless its class states another address.
 It accepts updates signed with the key HOST_KEY, except SecondaryBind. BIND and Knot accept updates only for the names
 in `allowed`: AAAA and HTTPS records at these names, and HTTPS records at the _PORT._https names below them (Knot: only
-for the ports 8443 and 9443). READER, a key that no client has, may transfer the zone. A server starts with the zone
-file `zone`, usually ZONE_FILE, which has other record types at NAME and records of other names.
+for the ports 8443 and 9443, and also AAAA records there). READER, a key that no client has, may transfer the zone. A
+server starts with the zone file `zone`, usually ZONE_FILE, which has other record types at NAME and records of other
+names.
 
     server = Bind(sandbox)
     server.start()
-    server.published()       # the records of NAME's addresses in the zone, in the form of records(...)
+    server.published()       # the records in the zone that the client writes for NAME, in the form of records(...)
     server.others()          # all other records
 """
 

@@ -10,11 +10,11 @@
 //                   is short but not an error, such as nothing written
 //      WHERE        first: the process that was started; child: a process that it forked, with new counts
 //
-//  FAILSHIM_REACHED file to which the line "FUNCTION NTH\n" is appended for each call that fails or is stopped.
+//  FAILSHIM_REACHED file to which the line "FUNCTION NUMBER\n" is appended for each call that fails or is stopped.
+//                   NUMBER is that of the call, counted from 1.
 //
 //  A failing call has no effect. The exceptions are close and fclose, which close the descriptor or the stream, as the
-//  system's functions do (close(2), "Dealing with error returns from close()"). SIGSTOP stops a process between two of
-//  its calls.
+//  system's functions do (close(2), "Dealing with error returns from close()").
 //
 //  Threads: any thread may call the functions. The counts are those of the whole process.
 #ifndef TESTS_SUPPORT_FAILSHIM_H

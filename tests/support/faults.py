@@ -4,7 +4,7 @@
     plan = faults.plan("fcntl", 2, "once", "EIO")
     process = host.start("-run", env=faults.env(host.clock, plan))
     ...
-    faults.reached()        # how often the plan made a call fail
+    faults.reached()        # how often the plan made a call fail or stopped the process
 """
 
 import errno

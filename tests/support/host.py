@@ -1,4 +1,4 @@
-"""The host of a test: a sandbox with the executable and an ini file, and usually the recording client library and the
+"""The host of a test: a sandbox with the executable, and usually an ini file, the recording client library and the
 clock.
 """
 
@@ -88,7 +88,8 @@ class PlainHost:
         return self.sandbox.path(PIDFILE).read_bytes()
 
     def lock_holder(self):
-        """Returns the pid of the process that locks the pid file, as the kernel reports it in the sandbox, or 0."""
+        """Returns the pid of the process that locks the pid file, as the kernel reports it in the sandbox: 0 if there
+        is no lock, -1 if the lock has no pid."""
         pid, start, length = self.sandbox.run("/usr/bin/python3", "-I", "-S", LOCK, "ask", PIDFILE).split()
         assert pid == b"0" or (start, length) == (b"0", b"0"), "the lock covers the whole file"
         return int(pid)

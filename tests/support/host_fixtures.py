@@ -35,7 +35,7 @@ def pytest_sessionstart():
 
 
 def pytest_sessionfinish(session, exitstatus):
-    """Reports to ctest that all tests were skipped."""
+    """Writes the tally. Reports to ctest if all tests were skipped."""
     surroundings.tally(session.config.pluginmanager.get_plugin("terminalreporter"))
     if exitstatus in (pytest.ExitCode.OK, pytest.ExitCode.NO_TESTS_COLLECTED):
         found = session.config.pluginmanager.get_plugin("terminalreporter").stats

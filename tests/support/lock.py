@@ -1,6 +1,7 @@
 """Queries or holds a write lock on a whole file.
 
-    lock.py ask FILE                          prints the holder's pid (0 if none), the lock's start and its length
+    lock.py ask FILE                          prints the holder's pid (0 if there is no lock, -1 if the lock has no
+                                              pid), the lock's start and its length
     lock.py hold FILE KIND SIGTERM            holds the lock until killed; prints "held" when it has the lock
 
 KIND is process for a lock that belongs to the process, or description for a lock that belongs to the open file and has

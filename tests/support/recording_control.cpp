@@ -88,7 +88,7 @@ bool function_named(const std::string& name, Function& function) {
     return false;
 }
 
-//  Executes the commands that apply to one call: verb FUNCTION INDEX [VALUE].
+//  Executes the commands that apply to calls of one function: verb FUNCTION INDEX [VALUE].
 bool obey_script(const std::string& verb, std::istringstream& words) {
     std::string function_name;
     std::string index_word;

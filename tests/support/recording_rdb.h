@@ -43,7 +43,7 @@ constexpr std::size_t function_count = 9;
 //  Returns the exported name, such as "rdb_create".
 const char* name_of(Function function);
 
-//  One recorded call. Fields that are not arguments of the function keep their initial values.
+//  One recorded call. A field whose comment names other functions keeps its initial value.
 struct Call {
     Function function = Function::create;
     std::size_t order = 0;     // number among the stored calls, from 0

@@ -27,5 +27,5 @@ class Settings:
 
 
 def marked(mark, output):
-    """Returns the text after `mark` of each line that begins with `mark`."""
+    """Returns the text after `mark` of each line that begins with two blanks and `mark`."""
     return [match[1] for line in output if (match := re.match(rf"  {mark} +(.*)", line))]

@@ -50,7 +50,7 @@ class Process:
         self.sandbox = sandbox
         self.pid = pid
         self._pidfd = pidfd
-        self._output = output  # read end of the pipe or master of the terminal; None if adopted
+        self._output = output  # read end of the pipe or master of the terminal; None if it is not read
         self._seen = b""
         self._closed = output is None
 
@@ -82,7 +82,7 @@ class Process:
         return self._seen
 
     def all_output(self):
-        """Returns all bytes of the output. Waits until every process that could write has ended."""
+        """Returns all bytes of the output. Waits until no process can write to it any more."""
         give_up = time.monotonic() + PATIENCE
         while not self._closed:
             assert time.monotonic() < give_up, f"output never ended: {self._seen!r}"
@@ -90,7 +90,7 @@ class Process:
         return self._seen
 
     def stop_reading(self):
-        """Closes the test's end of the output. The program's next write fails with EPIPE."""
+        """Closes the test's end of the pipe. The program's next write to it causes SIGPIPE."""
         os.close(self._output)
         self._output, self._closed = None, True
 

@@ -7,10 +7,10 @@
     ADDRPUBD_UNDER=arm64      the build is for arm64: each program runs under qemu-user, with the libraries of the
                               Debian in ADDRPUBD_SYSROOT
     ADDRPUBD_PATIENCE=4       factor for the time after which a test gives up waiting
-    ADDRPUBD_TALLY=FILE       append the result of each system test to this file, one JSON object per line
+    ADDRPUBD_TALLY=FILE       append the result of each test that pytest runs to this file, one JSON object per line
     ADDRPUBD_BUILD=FOLDER     the build folder to test
 
-scripts/surroundings and scripts/arm64 set them; ctest sets ADDRPUBD_BUILD.
+scripts/surroundings and scripts/arm64 set them. ctest and other scripts set ADDRPUBD_BUILD.
 """
 
 import atexit
@@ -76,7 +76,7 @@ def reason_to_skip(test):
 
 
 class Place:
-    """The folders of the shim, of the locales and of memcheck's logs, as programs see them."""
+    """The paths of the shim, of the locales and of memcheck's logs, as programs see them."""
 
     def __init__(self, shim, locales, logs):
         self._shim, self._locales, self._logs = str(shim), str(locales), str(logs)

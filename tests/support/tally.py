@@ -1,8 +1,9 @@
 """Prints the results of scripts/surroundings: a table, the failed tests, and the skipped tests.
 
-    tally.py FOLDER NAME...     FOLDER has for each NAME: ctest's NAME.xml, NAME.tally of the system tests (written by
-                                surroundings.py) and NAME.seconds. If the names of all five environments are
-                                given, it also writes the table into the verification page.
+    tally.py FOLDER NAME...     FOLDER has for each NAME: ctest's NAME.xml, NAME.tally of the system tests and the tests
+                                with real servers (written by surroundings.py), and NAME.seconds. If the names of
+                                all five environments are given, it also writes the table into the verification
+                                page.
 """
 
 import collections
@@ -34,8 +35,8 @@ def of_program(name, outcome, output):
 
 
 def outcomes(folder, name):
-    """Returns (test, outcome, reason) for each test, and the number of processes under memcheck. For a file of
-    system tests, and for a program that ran as one ctest test, the list has the individual tests.
+    """Returns (test, outcome, reason) for each test, and the number of processes under memcheck. For a file that
+    pytest ran, and for a program that ran as one ctest test, the list has the individual tests.
     """
     records = [json.loads(line) for line in (folder / f"{name}.tally").read_text().splitlines()]
     found = [(test["test"], test["outcome"], test["reason"]) for test in records if "test" in test]

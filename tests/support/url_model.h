@@ -1,5 +1,5 @@
 //  A second implementation of the url parser. It splits the text at the delimiters into scheme, host part and rest,
-//  then splits each part. The parser itself goes through the text once, character by character.
+//  then splits each part.
 #ifndef TESTS_SUPPORT_URL_MODEL_H
 #define TESTS_SUPPORT_URL_MODEL_H
 

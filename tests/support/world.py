@@ -1,4 +1,4 @@
-"""A scenario: a host, its network and both servers, and a model. The same events are applied to both.
+"""A scenario: a host with its network and both servers, and a model of the service.
 
     scenario = Scenario(addresses=["2001:db8::1"])    # conditions; ini keys may follow
     scenario.start()
