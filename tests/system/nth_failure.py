@@ -3,12 +3,13 @@ ended.
 
 A run is recorded as a transcript of lines:
 
-    text            a line of standard output; time stamps of the current time are omitted at the start of a line and
-                    replaced by NOW inside it
+    text            a line of output; a time stamp is omitted at the start of a line, and one of the current day is
+                    replaced by NOW inside a line
     udp: text       the text of a log datagram
     > call HANDLE   a call that the client library received
     = fact          exit statuses; after the last cycle, the descriptors of the service and whether its lock and its
-                    pid file are right; a wrong time stamp; a lock, a queue or a process that remains
+                    pid file are right; whether another holder of the lock lives; a time stamp of another day; a
+                    lock, a queue or a process that remains
 
 Pids are written as PID, the host's address as ADDRESS. All situations of commands and of the service share one host.
 Each run starts without processes, queues and calls of an earlier run; the pid file may have the text of an earlier run.
@@ -330,8 +331,7 @@ def background(run):
 
 
 def background_hurried(run):
-    """-start with a parent whose sleeps fail. A race determines what the parent prints and which process removes the
-    queue."""
+    """-start with a parent whose sleeps fail. A race determines what the parent prints and whether a queue remains."""
     parent, child = parent_and_child(run)
     run.live(child)
     run.note_status("the parent", parent)

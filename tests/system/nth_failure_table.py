@@ -16,8 +16,8 @@ by " | ":
                     same             no difference
                     -line | +line    missing and additional lines, "2x" for twice
                     all: line | line all lines that are not empty, if that is shorter
-                A line is a line of standard output, of a log datagram ("udp:"), a call of the client library (">"),
-                or a fact ("="). ERROR is the number in the sixth field. The undisturbed service runs three cycles,
+                A line is a line of output, of a log datagram ("udp:"), a call of the client library (">"), or a fact
+                ("="). ERROR is the number in the sixth field. The undisturbed service runs three cycles,
                 each after both servers have connected. At the end of each run all processes have ended, the lock is
                 free and no queue exists, unless a fact states otherwise.
 """

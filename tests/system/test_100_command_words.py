@@ -70,12 +70,12 @@ def test_108_a_terminal_shows_what_a_pipe_receives(host, words):
     assert host.command(*words, tty=True) == host.command(*words).replace(b"\n", b"\r\n")
 
 
-def test_109_the_service_is_called_addrpubd_for_any_file_name(host):
+def test_109_the_usage_text_names_addrpubd_if_the_file_has_another_name(host):
     host.sandbox.run("ln", f"{DIRECTORY}/addrpubd", f"{DIRECTORY}/other")
     process = host.sandbox.spawn("./other", cwd=DIRECTORY)
     assert process.all_output() == USAGE
 
 
-def test_110_without_dev_null_the_output_is_the_same(host):
+def test_110_without_dev_null_the_version_line_is_the_same(host):
     host.sandbox.run("mount", "-t", "tmpfs", "tmpfs", "/dev")
     assert host.command("-ver") == VERSION

@@ -54,7 +54,7 @@ GARBAGE = {
 
 
 @pytest.mark.parametrize("content", GARBAGE.values(), ids=GARBAGE)
-def test_126_a_leftover_file_without_a_lock_is_replaced(host, content):
+def test_126_the_text_of_a_leftover_file_without_a_lock_is_replaced(host, content):
     host.sandbox.path(PIDFILE).write_bytes(content)
     process, _ = host.run()
     assert host.pidfile() == f"{process.pid}\n".encode()

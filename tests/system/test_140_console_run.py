@@ -46,7 +46,7 @@ def test_144_ctrl_c_on_the_terminal_prints_exit_signal_2(host):
     assert process.wait() == 0
 
 
-def test_145_a_terminal_shows_each_line_at_once(host):
+def test_145_a_terminal_shows_the_lines_of_the_start_while_the_service_runs(host):
     process, _ = host.run(tty=True)
     assert process.wait_for_output(b"Start success!\r\n\r\n").count(b"\n") == 8
 
@@ -109,14 +109,14 @@ def test_151_other_signals_keep_their_default_action(host, number):
     assert process.wait() == -number
 
 
-def test_152_the_run_keeps_working_directory_umask_session_and_descriptors(host):
+def test_152_the_run_keeps_working_directory_umask_session_and_standard_output(host):
     process, _ = host.run(umask=0o027)
     status = host.sandbox.path(f"/proc/{process.pid}/status").read_text()
     assert "\nUmask:\t0027\n" in status
     links = host.sandbox.run("readlink", f"/proc/{process.pid}/cwd", f"/proc/{process.pid}/fd/1").split()
     assert links[0] == DIRECTORY.encode() and links[1].startswith(b"pipe:")
     stat = host.sandbox.path(f"/proc/{process.pid}/stat").read_text().rsplit(") ", 1)[1].split()
-    assert int(stat[3]) != process.pid  # it is still in the session of its parent
+    assert int(stat[3]) != process.pid  # it has not started a session of its own
 
 
 def test_153_each_pass_of_the_loop_sleeps_100_milliseconds(host):

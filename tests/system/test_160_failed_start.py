@@ -1,6 +1,6 @@
 """Starts that fail, and settings with which a start does not fail. A failed start logs the reason if a log is
-configured, or prints it if the ini file is missing. It prints "Start failed!", exits with status 0 and leaves the pid
-file unlocked."""
+configured, or prints it if the ini file cannot be opened. It prints "Start failed!", exits with status 0 and leaves the
+pid file unlocked."""
 
 import pytest
 from host import DIRECTORY, INI, PIDFILE
@@ -43,7 +43,7 @@ def test_164_a_host_name_with_an_illegal_character_is_refused(host, name):
 
 
 @pytest.mark.parametrize("name", ["a b", "a,b", "a/b", "a\\b", "[x]", "{x}", "a=b", "`x`", "\x7f", "h\u00f6st", "%s%n"])
-def test_165_any_other_character_is_accepted(host, name):
+def test_165_other_special_characters_are_accepted(host, name):
     host.settings(hostname=name)
     process, _ = host.run()
     assert b"Start success!" in host.stop(process)

@@ -186,7 +186,7 @@ def test_1814_an_end_marker_left_by_an_earlier_run_ends_the_parent_in_any_case(s
 
 
 @pytest.mark.parametrize("kind", [2, 77, 2**62])
-def test_1815_a_message_of_any_type_is_shown(silent, kind):
+def test_1815_a_message_of_another_type_is_shown(silent, kind):
     left_over(silent, kind, "other\n")
     parent, control, _, _ = launch(silent)
     assert finish(parent, control) == b"\nother\n" + SUCCESS
@@ -206,7 +206,7 @@ def test_1817_a_longer_message_blocks_the_queue_for_15_seconds(silent):
     assert child.running()
 
 
-def test_1818_after_a_text_the_parent_polls_300_times(silent):
+def test_1818_a_parent_that_gets_only_one_text_polls_300_times(silent):
     silent.library.before_start("hold rdb_create 0")
     parent = silent.start("-start")
     control = silent.clock.of(parent)

@@ -20,7 +20,7 @@ def test_1901_without_a_pid_file_nothing_runs(host, word):
 
 @BOTH
 @pytest.mark.parametrize("mask", [0o022, 0o077])
-def test_1902_an_empty_pid_file_of_mode_0644_is_created(host, word, mask):
+def test_1902_an_empty_pid_file_of_mode_0644_subject_to_the_umask_is_created(host, word, mask):
     host.command(word, umask=mask)
     assert host.pidfile() == b""
     assert stat.S_IMODE(os.stat(host.sandbox.path(PIDFILE)).st_mode) == 0o644 & ~mask

@@ -1,4 +1,4 @@
-"""At most one instance runs, even with concurrent starts and kills; and SIGTERM at any moment ends the service.
+"""At most one instance runs, even with concurrent starts and kills; and SIGTERM at a random moment ends the service.
 
 All random decisions come from a fixed seed. How far a program is when it is killed depends on the machine.
 ADDRPUBD_ROUNDS scales both tests: it is the number of SIGTERM rounds; there are a fifth as many rounds of simultaneous
@@ -158,7 +158,7 @@ def has_ended(process, seconds):
     return bool(select.select([process._pidfd], [], [], seconds)[0])
 
 
-def test_1952_sigterm_at_any_moment_ends_the_service_with_status_0(chance, capsys):
+def test_1952_sigterm_at_a_random_moment_ends_the_service_with_status_0(chance, capsys):
     slow, longest = 0, 0.0
     begin = time.monotonic()
     host = None

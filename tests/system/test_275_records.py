@@ -55,7 +55,7 @@ def test_278_the_import_is_made_with_mode_16_and_an_integer_that_starts_at_0(hos
     assert (call.handle, call.mode, call.result_before) == (RDB, 16, 0)
 
 
-def test_279_each_put_has_one_record(host):
+def test_279_the_put_has_one_record(host):
     first_cycle(host, RDB)
     (call,) = host.library.calls("rdb_objputsnapshot")
     assert (call.handle, call.count, len(call.record)) == (RDB, 1, 1104)

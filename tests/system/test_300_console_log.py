@@ -66,7 +66,7 @@ SILENT = [None, "", "stdout1", "stdout/", "stdout:", "://stdout", "stderr", "x.l
 
 
 @pytest.mark.parametrize("target", SILENT)
-def test_305_with_any_other_log_url_no_record_is_printed(host, target):
+def test_305_with_a_log_url_that_is_not_stdout_no_record_is_printed(host, target):
     host.settings(logurl=target)
     host.sandbox.add_address("2001:db8::1/64")
     process, control = host.run(RDB, DNS)
@@ -75,7 +75,7 @@ def test_305_with_any_other_log_url_no_record_is_printed(host, target):
     assert len(host.library.puts()) == len(host.library.requests()) == 1
 
 
-def test_306_a_silent_log_creates_no_file(host):
+def test_306_a_silent_log_creates_no_file_in_the_working_directory(host):
     before = {entry.name for entry in host.sandbox.path(DIRECTORY).iterdir()}
     host.settings(logurl="x.log", rdburl=None, dnsurl=None)
     process, control = host.run()
@@ -84,7 +84,7 @@ def test_306_a_silent_log_creates_no_file(host):
     assert {entry.name for entry in host.sandbox.path(DIRECTORY).iterdir()} == before
 
 
-def test_307_a_pipe_receives_the_records_only_at_the_exit(host):
+def test_307_a_pipe_receives_a_few_records_only_at_the_exit(host):
     process, control = host.run(RDB, DNS)
     control.advance(1)
     assert process.output_so_far() == b""

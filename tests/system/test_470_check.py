@@ -198,7 +198,7 @@ def faults(ini, text):
 
 
 @pytest.mark.parametrize("sample", SAMPLES, ids=lambda path: path.name)
-def test_483_the_sample_and_the_examples_have_no_findings(ini, sample):
+def test_483_the_sample_and_the_examples_have_only_findings_that_depend_on_the_machine(ini, sample):
     assert faults(ini, sample.read_text()) == []
 
 
@@ -237,7 +237,7 @@ def test_486_a_secret_in_an_option_of_a_url_is_not_shown(ini):
 
 
 @pytest.mark.parametrize("encoding", ["utf-16", "utf-16-le", "utf-16-be"])
-def test_487_a_file_in_utf16_is_reported_in_one_line(tmp_path, encoding):
+def test_487_a_file_in_utf16_is_one_error(tmp_path, encoding):
     path = tmp_path / "addrpubd.ini"
     path.write_bytes(GOOD.encode(encoding))
     path.chmod(0o600)

@@ -1,4 +1,4 @@
-"""Runs the real program through the orders of steps that the model of the single-instance protocol contains
+"""Runs the real program through orders of steps that the model of the single-instance protocol contains
 (tests/model).
 
 A process is stopped immediately before one of its calls, so the test determines what happens before that call.

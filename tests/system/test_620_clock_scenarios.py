@@ -29,7 +29,7 @@ def test_6201_a_clock_step_moves_the_next_cycle(new_scenario):
         assert len(scenario.puts()) == before + 1, step
 
 
-def test_6202_a_clock_step_beyond_600_seconds_makes_a_list_due(new_scenario):
+def test_6202_a_clock_step_that_makes_the_put_600_seconds_old_repeats_only_the_put(new_scenario):
     scenario = new_scenario(addresses=[ADDRESS])
     cycled(scenario)
     scenario.run(295 - 10)

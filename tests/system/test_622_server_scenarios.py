@@ -67,7 +67,7 @@ def test_6223_a_connection_that_is_up_only_between_cycles_is_never_served(new_sc
 
 
 def test_6224_a_single_connection_up_for_one_pass_in_twelve_seconds_is_served(new_scenario):
-    """Without a connected server no cycle runs. So a cycle is due as soon as a server connects."""
+    """Without a connected server no cycle runs. So a cycle is due when the server connects again after 12 seconds."""
     scenario = new_scenario(addresses=[ADDRESS])
     scenario.start()
     for _ in range(HOUR // 12):
@@ -167,7 +167,7 @@ def test_6231_refused_requests_are_repeated_every_600_seconds_with_new_numbers(n
 
 @pytest.mark.retry
 @pytest.mark.refusal
-def test_6232_cycles_continue_when_everything_fails_and_recover(new_scenario):
+def test_6232_cycles_continue_when_queries_puts_and_requests_fail_and_recover(new_scenario):
     failing = ("rdb_tagget", "rdb_objputsnapshot", "rdb_callmsg")
     scenario = new_scenario(addresses=[ADDRESS])
     scenario.start()

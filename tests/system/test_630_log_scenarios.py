@@ -111,7 +111,7 @@ def test_6304_the_end_of_daylight_saving_time_delays_nothing(new_scenario, monke
     assert scenario.put_times() == [0.1] + [600.0 * number for number in range(1, 7)]
 
 
-def test_6305_time_stamps_are_correct_in_every_era(new_scenario):
+def test_6305_time_stamps_are_correct_in_several_eras(new_scenario):
     eras = [utc(1970, 1, 1, 12), utc(1999, 12, 31, 12), utc(2038, 1, 19, 12), utc(2106, 2, 8, 12), utc(2261, 7, 1, 12)]
     scenario = new_scenario(addresses=[ADDRESS])
     scenario.start()

@@ -66,7 +66,7 @@ def test_6405_one_connect_event_after_a_hundred_disconnect_events_is_enough(new_
     assert scenario.put_times() == [0.1, 20.0]
 
 
-def test_6406_all_event_codes_except_two_are_ignored(new_scenario):
+def test_6406_event_codes_other_than_the_two_known_ones_are_ignored(new_scenario):
     codes = [*range(59_000, 61_001), 0, 1, -1, -(2**31), 2**31 - 1, CONNECTED + 2**16]
     scenario = new_scenario(addresses=[ADDRESS])
     begin(scenario)
@@ -124,7 +124,7 @@ def test_6410_a_connect_event_during_the_request_causes_no_second_request(host):
     assert len(host.library.requests()) == 2
 
 
-def test_6411_an_event_during_a_failing_import_is_handled(host):
+def test_6411_an_event_during_a_failing_import_does_not_change_the_time_of_the_next_put(host):
     """The cycle ends before it sets a mark. So a put is due in the next cycle, as it would be without the event."""
     host.library.before_start("result rdb_tagget * 5", "result rdb_taginport 1 6")
     host.library.before_start(f"during rdb_taginport 1 {CONNECTED}")

@@ -124,7 +124,7 @@ def test_725_a_module_is_loaded_only_from_the_folder_of_the_library(open_host, f
         "dns-tls://host/zone",
     ],
 )
-def test_726_no_url_loads_another_file(open_host, url):
+def test_726_these_urls_load_no_other_file(open_host, url):
     shutil.copy(module(open_host, "sqlite"), open_host.sandbox.path(f"{PLANTED}/librdbapix64-x.so"))
     for name in ("planted", "planted-x", "redis-planted"):
         shutil.copy(module(open_host, "sqlite"), module(open_host, name))

@@ -1,4 +1,4 @@
-"""addrpubd-check on the options only= and skip= of a url: it compares them with the addresses of the host."""
+"""addrpubd-check on the options only=, skip= and ptr= of a url: it compares them with the addresses of the host."""
 
 import open_library
 import pytest

@@ -221,7 +221,7 @@ def test_821_on_a_full_disk_the_state_is_the_present_one(sandbox):
     client.kill()
 
 
-def test_822_a_process_killed_at_any_moment_is_never_reported_as_running(sandbox):
+def test_822_a_process_killed_at_a_random_moment_is_not_reported_as_running(sandbox):
     moments = random.Random(822)
     for number in range(40):
         client = Client(sandbox)
@@ -232,7 +232,7 @@ def test_822_a_process_killed_at_any_moment_is_never_reported_as_running(sandbox
         assert code == 2 and (ENDED in output or NO_FILE in output), output
 
 
-def test_823_a_connection_closed_at_any_moment_leaves_no_file(sandbox):
+def test_823_a_connection_closed_at_a_random_moment_leaves_no_file(sandbox):
     moments = random.Random(823)
     for number in range(40):
         client = Client(sandbox)
