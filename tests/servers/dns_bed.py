@@ -20,7 +20,7 @@ SERVER_REFUSED = 1017
 
 
 def require(Server):
-    """Skips the test unless the server and its client are installed."""
+    """Skips the test unless the server and dig are installed and the back end dns was built."""
     if not shutil.which(Server.program) or not shutil.which("dig"):
         pytest.skip(f"{Server.program} or dig is not installed ({Server.package}, bind9-dnsutils)")
     if not open_library.has(BUILD, "dns"):

@@ -3,14 +3,14 @@
     machines = Machines(sandbox)
     machines.run("admin", "ssh redis1.example.org hostname")    # as root, with bash, in /root/fleet if it exists
 
-Each machine has its own network, host name, /root, /run, /var/lib/bind and /var/lib/redis, which are empty at first,
-and its own copy of /etc, /usr/lib, /usr/sbin and /var. A bridge connects the networks. Four programs do not work
-in such a machine and are replaced. The replacements are in the folder PROGRAMS, the first in PATH:
+Each machine has its own network and host name, its own /root, /run, /var/lib/bind and /var/lib/redis, which at first
+have no files, and its own copy of /etc, /usr/lib, /usr/sbin and /var. A bridge connects the networks. Four programs do
+not work in such a machine and are replaced. The replacements are in the folder PROGRAMS, the first in PATH:
 
     ssh, scp    run a command on another machine, copy files to it
-    apt-get     checks that the packages exist and that they are installed here; installs the service from the build
-    systemctl   starts and stops servers with the command lines and the user of their units, and waits until they are
-                ready. The service has the controlled clock; start_clock must be called before
+    apt-get     checks that a package of Debian is installed here; for a file *.deb, installs the service from the build
+    systemctl   starts and stops servers with the command lines and the user of their units, and waits until a server
+                other than the service listens. The service has the controlled clock; start_clock must be called before
 """
 
 import shutil

@@ -19,7 +19,7 @@ DATA = "/mnt/redis"
 
 
 def require():
-    """Skips the test unless the server and its client are installed."""
+    """Skips the test unless the server and redis-cli are installed and the back end redis was built."""
     if not shutil.which("redis-server") or not shutil.which("redis-cli"):
         pytest.skip("redis-server or redis-cli is not installed (redis-server)")
     if not open_library.has(BUILD, "redis"):

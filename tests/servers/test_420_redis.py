@@ -1,4 +1,4 @@
-"""The open client library with a real Redis server. After any failure the server must have the last value."""
+"""The open client library with a real Redis server. After a failure the server must have the last value."""
 
 import itertools
 import random
@@ -99,7 +99,7 @@ def test_423_a_server_killed_during_updates_neither_loses_nor_repeats_a_value(fi
 
 
 @pytest.mark.retry
-def test_424_truncated_answers_neither_lose_nor_repeat_a_value(fixture):
+def test_424_after_a_truncated_answer_the_next_value_is_kept_and_none_is_repeated(fixture):
     fixture.server.start()
     fixture.proxy("pass")
     fixture.connected(port=6380)
@@ -263,7 +263,7 @@ def test_4292_a_server_that_forgets_the_scripts_gets_them_again(registered):
 
 
 @pytest.mark.retry
-def test_4293_scripts_and_data_lost_at_any_moment_are_restored(registered):
+def test_4293_scripts_and_data_lost_at_random_moments_are_restored(registered):
     ending = threading.Event()
 
     def flush():

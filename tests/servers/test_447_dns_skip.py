@@ -1,5 +1,5 @@
-"""The options skip= and only=, with BIND. They leave out addresses of the host from the zone, because of their kernel
-flags, interfaces or prefixes."""
+"""The options skip= and only=, with BIND. They leave out addresses from the zone, because of their kernel flags,
+interfaces or prefixes."""
 
 import ipaddress
 import socket

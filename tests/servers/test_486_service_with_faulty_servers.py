@@ -1,6 +1,7 @@
 """The service with a real BIND, and with a database that accepts the connection but then refuses or does not answer.
 
-In each case the name server must get the addresses within 20 s of the service's clock.
+In each case the request for the tag fails in the first cycle. The next cycle, 10 s later by the service's clock, must
+send the addresses to the name server.
 """
 
 import time
@@ -67,7 +68,7 @@ class Scene:
         wait_until(lambda: self.addresses() == sorted(addresses), f"{addresses} in the name service")
 
     def first_cycle_fails(self):
-        """Runs one cycle. Its tag query fails, so no DNS update is sent."""
+        """Runs one cycle. Its query or import of the tag fails, so no DNS update is sent."""
         self.control.advance(0.1)
         self.wait_disconnected()
         assert self.addresses() == []

@@ -14,7 +14,7 @@ NAMES = "DNS:localhost,IP:127.0.0.1"
 
 
 class TlsFixture(Fixture):
-    """A fixture whose server speaks only TLS at its port."""
+    """A fixture with a certificate authority. start() starts the server with TLS at port 6379."""
 
     def __init__(self):
         super().__init__()

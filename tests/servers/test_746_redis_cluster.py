@@ -1,6 +1,6 @@
 """The back end redis with a real Redis Cluster of three masters and three replicas. Hosts write while masters end,
-slots are moved and nodes are cut off; afterwards the cluster has what the hosts have, and the history has each change
-once.
+slots are moved and nodes are cut off; afterwards the cluster has what the hosts have, and the history has no change
+twice.
 
 scripts/cluster-rounds makes three of the tests longer, by the environment variables CLUSTER_ROUNDS and CLUSTER_HOSTS.
 """
@@ -291,7 +291,7 @@ def test_7467_a_scheme_for_another_kind_of_server_is_reported(fixture):
 
 
 @pytest.mark.refusal
-def test_7468_a_user_needs_the_permissions_of_the_page(fixture):
+def test_7468_the_permissions_of_the_page_are_enough_and_cluster_slots_is_needed(fixture):
     rights = "on nopass ~rdb:*:{host1} &rdb:changed:{host1} +ping +client|setname +cluster|slots +asking"
     rights += " +evalsha +eval +hmget +type +time +hset +rpush +ltrim +spublish +expire"
     for node in fixture.cluster.nodes:

@@ -159,7 +159,7 @@ def test_7473_a_sentinel_that_names_a_replica_is_not_believed(fixture):
 
 
 @pytest.mark.refusal
-def test_7474_sentinel_and_user_need_the_permissions_of_the_page(fixture):
+def test_7474_the_permissions_of_the_page_are_enough_and_role_is_needed(fixture):
     fixture.servers[0].start()
     fixture.sentinels[0].start(
         "user default on nopass -@all +sentinel|get-master-addr-by-name", answer="NOPERM"

@@ -166,7 +166,7 @@ def fleet():
     one.close()
 
 
-def test_780_every_section_with_commands_is_executed():
+def test_780_these_tests_name_every_section_with_commands():
     lines = [line for blocks in sections().values() for block in blocks for line in block.splitlines()]
     assert len(lines) == len(re.findall(r"^ {4}", PAGE.read_text(), re.MULTILINE))
     assert set(sections()) == {*SERVERS, HOSTS, ALIVE, PROMOTION, RETIREMENT}

@@ -70,7 +70,7 @@ def wait_output(machines, host, script, expected):
     wait_until(lambda: machines.run(host, script).splitlines() == expected, f"{expected} from {script}")
 
 
-def test_790_every_section_with_commands_is_executed_and_short():
+def test_790_these_tests_name_every_section_with_commands_and_its_blocks_are_short():
     blocks = [block for section in sections().values() for block in section]
     assert sum(block.count("\n") for block in blocks) == len(re.findall(r"^ {4}", PAGE.read_text(), re.MULTILINE))
     assert set(sections()) == {INSTALLATION, ONE, DNSMASQ, NAMES, FLEET}

@@ -54,7 +54,7 @@ class RemoveCases:
         assert fixture.server.published() == []
         assert fixture.server.others() == others
 
-    def test_802_a_second_call_finds_nothing(self, fixture):
+    def test_802_without_records_of_the_service_nothing_is_found(self, fixture):
         status, output = settings(fixture).remove("--yes")
         assert status == 0, output
         assert marked("delete", output) == []
