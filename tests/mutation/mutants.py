@@ -1,5 +1,5 @@
 """The mutants of a source file: each number is increased and decreased by one, but not below 0; each comparison is
-replaced by those that NEIGHBOURS lists for it.
+replaced by those that NEIGHBOURS lists for it, or is only inverted if its right side has no order (UNORDERED).
 
 Some parts are not changed: comments, string and character literals, preprocessor lines and format attributes contain no
 code; compile-time assertions are tests themselves.

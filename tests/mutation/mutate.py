@@ -1,7 +1,7 @@
 """mutate.py [options] [FILTER]: changes the sources one token at a time and checks whether a test detects the change.
 
-Prints one line per mutant, then the figures and the survivors without an explanation. The exit status is 0 if there is
-no such survivor, no mutant with an explanation was killed, and each explanation of the changed files has a mutant.
+Prints one line per mutant, then the figures, the explanations that are no longer needed, and the survivors without an
+explanation. The exit status is 0 if there are none of these explanations and survivors.
 """
 
 import argparse
@@ -104,8 +104,8 @@ class Judge:
 
 
 class Census(Judge):
-    """Finds every test that kills a mutant, in each unit test program that contains the change and in the system tests
-    except those in LEFT_OUT."""
+    """Finds every test that kills a mutant, in each unit test program of tests_of.txt that contains the change and in
+    the system tests except those in LEFT_OUT."""
 
     #  These tests take minutes, or need more programs than a worker builds. Those from 700 on test the open client
     #  library and addrpubd-check.

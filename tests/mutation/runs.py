@@ -1,6 +1,6 @@
 """Runs test programs that may loop forever, use all memory, or send signals to any process.
 
-Each run has private namespaces if the user may create them, so that a wrong pid or path does not affect the machine.
+Each run of root has private namespaces, so that a wrong pid or path does not affect the machine.
 Each run has limits on time, memory and file sizes. A run that exceeds a limit of time counts as failed.
 """
 
@@ -67,7 +67,7 @@ def _limited(limits):
 
 def run(command, folder, limits, covers=None, environment=None):
     """Runs command in folder until it ends or exceeds its limits. covers maps files to their replacements, which are
-    used if the user may create namespaces."""
+    used if the run has namespaces."""
     start = time.monotonic()
     with open(folder / "output", "w+b") as output:
         process = subprocess.Popen(

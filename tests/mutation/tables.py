@@ -66,7 +66,7 @@ class Covering:
 
 
 class Explained:
-    """explained.txt: "FILE :: SOURCE TEXT :: OLD -> NEW :: REASON" for each mutant that cannot be detected."""
+    """explained.txt: "FILE :: SOURCE TEXT :: OLD -> NEW :: REASON" for each mutant that may survive."""
 
     def __init__(self, file):
         self._reasons = {}
