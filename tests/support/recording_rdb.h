@@ -11,8 +11,8 @@
 //  tests, recording_control.cpp calls them for a test in another process. The calls are then in a file and not in
 //  memory, so that any growth of the process is caused by the service.
 //
-//  Threads: any thread may call these functions and the nine functions of rdbapi.h. A signal handler that interrupted
-//  any of them may call rdb_disconnect and rdb_destory. Callbacks run without a lock. Nothing is written to standard
+//  Threads: any thread may call these functions and the nine functions of rdbapi.h. A signal handler may call
+//  rdb_disconnect and rdb_destory unless it has interrupted malloc. Callbacks run without a lock. Nothing is written to standard
 //  output or standard error.
 #ifndef TESTS_SUPPORT_RECORDING_RDB_H
 #define TESTS_SUPPORT_RECORDING_RDB_H
