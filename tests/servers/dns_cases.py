@@ -208,7 +208,7 @@ class DnsCases:
         self.refused_until(fixture, "BADSIG", keys={HOST_KEY: secret(HOST_KEY), READER: secret(READER)})
 
     @pytest.mark.refusal
-    def test_4419_a_password_file_is_read_again_at_each_attempt(self, fixture):
+    def test_4419_a_changed_password_file_is_used_at_a_later_attempt(self, fixture):
         file = fixture.sandbox.path("/mnt/secret")
         file.write_text(secret("wrong") + "\n")
         fixture.connect(password="file:/mnt/secret")

@@ -138,7 +138,7 @@ def test_425_slow_answers_are_accepted_and_missing_answers_end_the_connection(fi
 
 
 @pytest.mark.retry
-def test_426_data_flushed_during_a_connection_is_restored_in_one_round_trip(registered):
+def test_426_data_flushed_during_a_connection_is_restored_by_one_script_call(registered):
     tag = fields(registered.server, "rdb:tag:{host1}")
     registered.server.command("FLUSHALL")
     registered.server.command("CONFIG", "RESETSTAT")

@@ -51,7 +51,7 @@ def test_491_a_wrong_password_is_reported_until_the_server_accepts_it(fixture):
 
 
 @pytest.mark.refusal
-def test_492_a_new_password_in_the_file_is_used_at_the_next_login(fixture):
+def test_492_a_new_password_in_the_file_is_used_at_a_later_login(fixture):
     fixture.server.start()
     fixture.server.command("CONFIG", "SET", "requirepass", "new")
     fixture.server.login = ["-a", "new"]

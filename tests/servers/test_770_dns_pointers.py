@@ -80,7 +80,7 @@ class PointerCases:
         assert fixture.update([C], [443]) == (OK, "ok")
         assert [pointers(fixture, one) for one in (B, C)] == [[], [NAME + "."]]
 
-    def test_773_a_record_that_the_server_lost_is_restored_at_the_next_check(self, fixture):
+    def test_773_a_record_that_the_server_lost_is_restored_by_a_check(self, fixture):
         fixture.connected(OPTION + "&check=1")
         assert fixture.update([B], [443]) == (OK, "ok")
         fixture.server.kill()

@@ -38,8 +38,8 @@ def promtool(*words, **options):
 
 
 class Scene:
-    """Redis, a process with the client library, the node exporter and Prometheus in one sandbox. The alerts fire after a
-    fraction of a second."""
+    """Redis and a process with the client library in one sandbox; after start_monitoring() also the node exporter and
+    Prometheus. The waits ("for") of the alerts last 100 ms."""
 
     def __init__(self):
         self.sandbox = Sandbox()
