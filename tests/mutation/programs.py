@@ -3,7 +3,7 @@
 The base is a built copy of the tree. Each worker has a small tree for the sources under test and a folder for its
 objects. So workers do not affect each other or the base.
 
-    base/tree, base/build       everything, unchanged, built by cmake
+    base/tree, base/build       the whole tree, unchanged, and the targets that cmake has built from it
     worker/tree                 service, com, rdbapi: one file changed at a time
     worker/made                 objects, libraries and programs that contain the change
 """
@@ -153,7 +153,7 @@ class Base:
         return bool(sources) and name.endswith("_test") and name not in sources
 
     def includes(self, made):
-        """Returns the files from which an object is compiled."""
+        """Returns the files of the tree from which an object is compiled."""
         if made not in self._includes:
             text = made.with_name(made.name + ".d").read_text().replace("\\\n", " ")
             self._includes[made] = {word for word in text.split() if word.startswith(str(self.tree))}
