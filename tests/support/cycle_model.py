@@ -7,7 +7,7 @@ microsecond.
     model.event(RDB, CONNECTED)
     model.run(10)                               # ten seconds of passes
     model.end(15)                               # the exit signal 15
-    model.calls, model.records, model.output    # calls of the client library, records of a log server, console output
+    model.calls, model.records, model.output    # calls of the client library, records of all levels, console output
 
 The model shares no code with the service.
 """
@@ -30,7 +30,7 @@ LAST_SEQNO = 2147483647
 
 
 class Call(NamedTuple):
-    """One call of the client library, of the service or of the model.
+    """One call of the client library, made by the service or predicted by the model.
 
     function            number      payload
     rdb_connectex       reserved    url, user and password, each with its zero

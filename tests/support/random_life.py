@@ -17,9 +17,9 @@ ERRORS = (1, -1, 17, 2147483647, -2147483648)
 
 
 class RandomLife:
-    """Applies random events to a scenario. `changes` counts the addresses that were added or removed.
+    """Applies random events to a scenario. `changes` counts the addresses that these events have added or removed.
 
-    The host starts with the addresses USUAL and FLOOD, so that the service gets the longest list early.
+    The constructor adds the addresses USUAL and FLOOD, so that the service gets a list of maximum length early.
     """
 
     def __init__(self, scenario, seed):

@@ -12,8 +12,8 @@
 //  memory, so that any growth of the process is caused by the service.
 //
 //  Threads: any thread may call these functions and the nine functions of rdbapi.h. A signal handler may call
-//  rdb_disconnect and rdb_destory unless it has interrupted malloc. Callbacks run without a lock. Nothing is written to standard
-//  output or standard error.
+//  rdb_disconnect and rdb_destory unless it has interrupted malloc. Callbacks run without a lock. Nothing is written to
+//  standard output or standard error.
 #ifndef TESTS_SUPPORT_RECORDING_RDB_H
 #define TESTS_SUPPORT_RECORDING_RDB_H
 

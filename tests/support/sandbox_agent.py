@@ -4,7 +4,7 @@ It communicates over the SOCK_SEQPACKET socket whose descriptor is its only argu
 one JSON object; descriptors are passed as SCM_RIGHTS:
 
     {"op": "spawn", "argv", "env", "cwd", "tty", "uid", "umask"} + [stdin, stdout, stderr]  ->  {"pid"} + [pidfd]
-    {"op": "adopt", "pid"}          ->  {"pid"} + [pidfd]     an orphaned process
+    {"op": "adopt", "pid"}          ->  {"pid"} + [pidfd]     a process that the test did not start itself
     {"op": "status", "pid"}         ->  {"status"}            exit status, negative signal number, or null
     {"op": "kill", "pid", "signal"} ->  {}
 

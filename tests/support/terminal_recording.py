@@ -54,7 +54,7 @@ DNSMASQ = (
 
 
 class Session:
-    """A host on which nothing runs but dnsmasq."""
+    """A host with the service. At first only dnsmasq runs."""
 
     def __init__(self):
         self._host = PlainHost()
