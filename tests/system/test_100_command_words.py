@@ -66,7 +66,7 @@ def test_107_the_console_run_starts_in_any_case(host, word):
 
 
 @pytest.mark.parametrize("words", [(), ("-ver",), ("-h",)])
-def test_108_a_terminal_shows_what_a_pipe_receives(host, words):
+def test_108_a_terminal_shows_what_a_pipe_receives_with_carriage_returns(host, words):
     assert host.command(*words, tty=True) == host.command(*words).replace(b"\n", b"\r\n")
 
 

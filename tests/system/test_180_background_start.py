@@ -240,7 +240,7 @@ def test_1821_a_stale_pid_file_is_overwritten(silent):
     assert silent.pidfile() == f"{child.pid}\n".encode()
 
 
-def test_1822_a_terminal_shows_the_same_bytes(silent):
+def test_1822_a_terminal_shows_the_same_bytes_with_carriage_returns(silent):
     parent = silent.start("-start", tty=True)
     control = silent.clock.of(parent)
     control.wait_parked()

@@ -180,14 +180,14 @@ def test_1916_stop_and_status_call_nothing_of_the_client_library(host):
 
 
 @BOTH
-def test_1917_a_terminal_shows_the_same_bytes(host, word):
+def test_1917_a_terminal_shows_the_same_bytes_with_carriage_returns(host, word):
     assert host.command(word, tty=True) == NOT_RUN.replace(b"\n", b"\r\n")
     host.sandbox.path(PIDFILE).unlink()
     host.sandbox.path(PIDFILE).mkdir()
     assert host.command(word, tty=True) == NO_ACCESS.replace(b"\n", b"\r\n")
 
 
-def test_1918_a_terminal_shows_a_running_service_and_its_end_with_the_same_bytes(host):
+def test_1918_a_terminal_shows_a_running_service_and_its_end_with_carriage_returns(host):
     service, _ = host.run()
     assert host.command("-status", tty=True) == RUNNING.replace(b"\n", b"\r\n")
     command = host.start("-stop", tty=True)

@@ -56,7 +56,7 @@ def test_202_an_address_of_this_kind_is_not_published(host, address):
     assert published(host) == "null"
 
 
-def test_203_only_loopback_and_link_local_addresses_yield_null(host):
+def test_203_a_host_with_only_loopback_and_link_local_addresses_yields_null(host):
     host.sandbox.add_address("fe80::5/64")
     assert set(host.interface_list()) == {"::1", "fe80::5"}
     assert published(host) == "null"

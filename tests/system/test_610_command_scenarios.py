@@ -138,7 +138,7 @@ def test_6109_the_background_service_publishes_like_the_foreground_run(new_scena
     assert scenario.calls()[len(on_the_console) :] == on_the_console
 
 
-def test_6110_a_service_that_was_stopped_for_an_hour_runs_one_cycle(new_scenario):
+def test_6110_a_service_that_was_stopped_for_an_hour_publishes_once(new_scenario):
     stopped = 3600
     scenario = new_scenario(addresses=[ADDRESS])
     scenario.start()

@@ -34,7 +34,7 @@ def test_891_a_difference_while_the_service_runs_is_explained(open_host):
     assert marked("differs", output)[0].startswith("the service writes a change within ten seconds")
 
 
-def test_892_nothing_is_created(sandbox):
+def test_892_without_files_nothing_is_created(sandbox):
     status, output = connect(sandbox)
     assert status == 1, output
     assert folder(sandbox) == []
