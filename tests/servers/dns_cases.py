@@ -42,7 +42,7 @@ class DnsCases:
         assert fixture.update([A, B], [443]) == (OK, "ok")
         assert fixture.holds([A, B], [443])
 
-    def test_4402_a_change_replaces_all_records(self, fixture):
+    def test_4402_a_change_of_the_addresses_replaces_all_records(self, fixture):
         fixture.connected()
         fixture.update([A, B], [443])
         assert fixture.update([B, C], [443]) == (OK, "ok")

@@ -175,7 +175,7 @@ def make_query(oracle, key, number=1):
     return dns.message.from_wire(wire, keyring={key.name: key})
 
 
-def test_433_authentic_answers_are_accepted_with_any_code(oracle):
+def test_433_authentic_answers_are_accepted_with_each_code_from_0_to_10(oracle):
     seed = random.Random(433)
     for _ in range(1000):
         key = make_key(seed)

@@ -160,7 +160,7 @@ class TestPowerDnsConnect(ConnectCases):
 class TestTlsConnect:
     Server = TlsBind
 
-    def test_8400_over_tls_the_same_is_compared(self, fixture):
+    def test_8400_over_tls_equal_records_are_found_and_can_be_removed(self, fixture):
         if not open_library.has(BUILD, "dns-tls"):
             pytest.skip("the open client library was built without its back end dns-tls")
         fixture.sandbox.add_address(A + "/64")
