@@ -14,9 +14,10 @@ library's threads in the order of delivery. client.journal has all of them:
     {"event": CODE, "handle": H}
     {"reply": ID, "text": TEXT}        ID: the result of request()
 
-With the shim, the worker's own waits last a fiftieth of their time, at least 1 ms. The shim records the requested times
-(hurryshim.cpp). client.waits() lists them; client.attempts() lists the worker's actions between them. Exchanges keep
-their real time limits. For servers that do not answer, sockets=N divides the time limits of waits on sockets by N.
+With the shim, the worker's own waits last a fiftieth of their time by default, at least 1 ms. The shim records the
+requested times (hurryshim.cpp). client.waits() lists them; client.attempts() lists the worker's actions between them.
+Exchanges keep their real time limits. For servers that do not answer, sockets=N divides the time limits of waits on
+sockets by N.
 `environment` is added to the child's environment; an LD_PRELOAD in it is kept.
 
 Syslog provides a separate /dev in the sandbox, with the usual devices and the socket /dev/log, which a thread of the
