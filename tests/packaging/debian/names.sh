@@ -11,6 +11,7 @@ address=2001:db8::10
 name=host1.example
 
 unit=addrpubd.service
+timer=addrpubd-metrics.timer
 ini=/etc/addrpubd/addrpubd.ini
 drop_ins=/etc/systemd/system/addrpubd.service.d
 examples=/usr/share/doc/addrpubd/examples

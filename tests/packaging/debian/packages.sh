@@ -22,6 +22,11 @@ completed_commands() {
         sed -n 's/^complete .*-F _addrpubd //p' | paste -sd " "
 }
 
+#  Prints whether the timer of the metrics is started at boot and whether it is active.
+timer_states() {
+    inside systemctl is-enabled "$timer" | paste -sd " " - <(inside systemctl is-active "$timer")
+}
+
 check_first_install() {
     say "install: settings, pid file and user"
     install_package "$(package)"
@@ -30,6 +35,7 @@ check_first_install() {
     expect "the pid file's owner and mode" "addrpubd:addrpubd 600" "$(owner /run/addrpubd.pid)"
     expect "the user" "/var/lib/addrpubd:/usr/sbin/nologin" "$(inside getent passwd addrpubd | cut -d: -f6-)"
     expect "the unit's state at boot" enabled "$(inside systemctl is-enabled "$unit")"
+    expect "the states of the metrics' timer" "disabled inactive" "$(timer_states)"
     quietly dpkg --verify addrpubd
     expect "the version line" "addrpubd addrpubd for linux ver" "$(inside addrpubd -ver | sed -n 's/ver .*/ver/p')"
     expect "the commands that bash-completion completes" "addrpubd addrpubd-check" "$(completed_commands)"
@@ -57,6 +63,7 @@ check_upgrade_while_running() {
     pid=$(property MainPID)
     touch "$root/var/lib/addrpubd/kept"
     quietly chmod 644 /run/addrpubd.pid
+    quietly systemctl enable --now "$timer"
     install_package "$(next_package)"
     expect "the version" "$(version_of "$(next_package)")" "$(installed_version)"
     until_true "the new service" runs_again_after "$pid"
@@ -67,6 +74,7 @@ check_upgrade_while_running() {
     expect "the pid file's owner and mode" "addrpubd:addrpubd 600" "$(owner /run/addrpubd.pid)"
     [ -e "$root$ini.dpkg-dist" ] || fail "the next version's settings are not beside them"
     [ -e "$root/var/lib/addrpubd/kept" ] || fail "the data are gone"
+    expect "the states of the metrics' timer" "enabled active" "$(timer_states)"
 }
 
 check_reboot() {
@@ -82,11 +90,12 @@ check_reboot() {
 }
 
 check_removal() {
-    say "remove: the running service ends; settings and data stay"
+    say "remove: the running service and the metrics' timer end; settings and data stay"
     local pid
     pid=$(property MainPID)
     quietly dpkg --remove addrpubd
     ! inside test -e "/proc/$pid" || fail "the service runs"
+    expect "whether the metrics' timer is active" inactive "$(inside systemctl is-active "$timer")"
     cmp "$work/settings" "$root$ini" || fail "the settings have changed"
     [ -e "$root/var/lib/addrpubd/kept" ] || fail "the data are gone"
     [ ! -e "$root/usr/lib/addrpubd" ] || fail "the program's folder is left"
