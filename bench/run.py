@@ -41,15 +41,15 @@ def main():
     build = Path(sys.argv[1]).resolve()
     os.environ["ADDRPUBD_BUILD"] = str(build)  # for the tests' modules, which some topics import
     sys.path += [str(TESTS / folder) for folder in ("support", "system", "servers")]
-    chosen = sys.argv[2:] or list(TOPICS)
+    chosen = sys.argv[2:]
     figures = Figures(build)
     results = []
-    for topic in chosen:
+    for topic in chosen or TOPICS:
         start = time.monotonic()
         results.append(TOPICS[topic](figures))
         print(f"-- {topic}, {time.monotonic() - start:.0f} s", flush=True)
     page.print_bars(results)
-    if len(chosen) == len(TOPICS):
+    if not chosen:
         folder = page.find().parent
         drawn = [plots.draw(name, lines, folder) for result in results for name, lines in result.plots.items()]
         print(f"{page.write(results, [name for name in drawn if name], load)} is written")

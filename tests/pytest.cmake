@@ -57,7 +57,7 @@ function(addrpubd_pytest kind)
         endforeach()
         #  The longest tests start first: at the end one of them would run alone.
         set(cost 0)
-        if(name MATCHES "_420_redis|_440_bind|_747_redis|_746_redis|_595_plain|_195_single|_628_long")
+        if(name MATCHES "_420_redis|_440_bind|_747_redis|_746_redis|_195_single|_628_long")
             set(cost 500)
         endif()
         if(name MATCHES "nth_failure")

@@ -307,7 +307,8 @@ def main():
     try_all(mutants, judge, report, explained, workers)
     report.close()
     shutil.rmtree(place, ignore_errors=True)
-    if not (options.filter or options.kind or options.only or options.number):
+    partial = options.filter or options.kind or options.only or options.number
+    if not (partial or options.no_system or options.every_test):
         write_figures(results, chosen(base.tree, covering, options))
     sys.exit(1 if report.open or report.stale else 0)
 
