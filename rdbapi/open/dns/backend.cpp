@@ -56,6 +56,7 @@ private:
     Status named(Status status) const;
     Status atServer(TsigKey key, std::chrono::milliseconds until, const Attempt& attempt);
     Status askZone(DnsExchange& exchange, std::chrono::milliseconds until) const;
+    Result<std::string> ownerOf(const std::string& name, const std::vector<std::uint16_t>& ports) const;
     Result<std::vector<RecordSet>> setsFor(const DnsRequest& request) const;
     Status update(const DnsRequest& request) override;
     Status publish(DnsExchange& exchange, const DnsBytes& message, const std::vector<RecordSet>& sets,
@@ -143,17 +144,27 @@ Status DnsBackend::askZone(DnsExchange& exchange, std::chrono::milliseconds unti
     return {};
 }
 
+//  Returns the full name of the host in the zone. Refuses a name if the name of one of its records would be invalid.
+Result<std::string> DnsBackend::ownerOf(const std::string& name, const std::vector<std::uint16_t>& ports) const {
+    Result<std::string> full = nameInZone(name, zone_.zone);
+    if (!full.ok())
+        return full;
+    const std::vector<RecordSet> sets = recordSets(*full, {}, ports);
+    if (!std::all_of(sets.begin(), sets.end(), [](const RecordSet& set) { return isDnsName(set.owner); })) {
+        const char* problem = isDnsName(name) ? " is too long for its records" : " is not a host name";
+        return Status{errorBadRequest, "the name " + name + problem};
+    }
+    return full;
+}
+
 Result<std::vector<RecordSet>> DnsBackend::setsFor(const DnsRequest& request) const {
-    const Result<std::string> full = nameInZone(request.name, zone_.zone);
+    const Result<std::string> full = ownerOf(request.name, request.httpsPorts);
     if (!full.ok())
         return full.status();
     const Result<std::vector<std::string>> published = zone_.filter.apply(request.addresses);
     if (!published.ok())
         return published.status();
-    std::vector<RecordSet> sets = recordSets(*full, ipv6Addresses(*published), request.httpsPorts);
-    if (!std::all_of(sets.begin(), sets.end(), [](const RecordSet& set) { return isDnsName(set.owner); }))
-        return Status{errorBadRequest, "the name " + request.name + " is too long for its records"};
-    return sets;
+    return recordSets(*full, ipv6Addresses(*published), request.httpsPorts);
 }
 
 Status DnsBackend::update(const DnsRequest& request) {
@@ -245,11 +256,9 @@ Status DnsBackend::checkRequest(std::string_view text) {
 }
 
 Result<Holdings> DnsBackend::held(const HostNames& host) {
-    const Result<std::string> full = nameInZone(host.name, zone_.zone);
+    const Result<std::string> full = ownerOf(host.name, host.httpsPorts);
     if (!full.ok())
         return full.status();
-    if (!isDnsName(*full))
-        return Status{errorBadRequest, "the name " + host.name + " is not a host name"};
     Result<TsigKey> key = readKey();
     if (!key.ok())
         return key.status();
@@ -263,7 +272,7 @@ Result<Holdings> DnsBackend::held(const HostNames& host) {
 }
 
 Status DnsBackend::examine(const HostNames& host, std::vector<Examination>& results) {
-    const Result<std::string> full = nameInZone(host.name, zone_.zone);
+    const Result<std::string> full = ownerOf(host.name, host.httpsPorts);
     if (!full.ok())
         return full.status();
     Result<TsigKey> key = readKey();

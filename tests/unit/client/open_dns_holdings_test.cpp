@@ -199,7 +199,19 @@ TEST_F(DnsHoldings, ANameOutsideTheZoneIsRefused) {
     backend = backendFor(server.server.url(), {"key1", testSecret});
     EXPECT_EQ(inspector().openToRead(plainWaiter).code, 0);
     EXPECT_EQ(inspector().held({"host1.example.com", {}}).status().code, errorBadRequest);
-    EXPECT_EQ(inspector().held({"host 1", {}}).status().code, errorBadRequest);
+}
+
+TEST_F(DnsHoldings, ANameThatMakesTheNameOfARecordInvalidIsRefused) {
+    backend = backendFor(server.server.url(), {"key1", testSecret});
+    EXPECT_EQ(inspector().openToRead(plainWaiter).code, 0);
+    const std::string label(60, 'a');
+    const std::string name = label + "." + label + "." + label + "." + label.substr(0, 50) + ".example.org";
+    std::vector<Examination> results;
+    for (const HostNames& names : {HostNames{"host 1", {}}, HostNames{name, {8443}}}) {
+        EXPECT_EQ(inspector().held(names).status().code, errorBadRequest) << names.name;
+        EXPECT_EQ(inspector().examine(names, results).code, errorBadRequest) << names.name;
+    }
+    EXPECT_TRUE(inspector().held({name, {443}}).ok());
 }
 
 TEST(RemovalMessage, RequiresTheSetsAndDeletesWholeSetsOrSingleRecords) {
