@@ -148,7 +148,7 @@ TEST(AddressFilter, PassesTheSameKindsOfAddressesAsTheService) {
         EXPECT_EQ(AddressFilter().passing({{binary(text), {0, {"eth0"}}}}).size(), 1U) << text;
 }
 
-TEST(AddressFilter, AddressesThatTheHostDoesNotHavePassEachPatternOfInterfaces) {
+TEST(AddressFilter, AddressesThatTheHostDoesNotHaveHaveNoInterface) {
     const Result<Texts> left = filterOf("", "if:*").apply({"2001:db8:ffff:ffff::1", "192.0.2.1"});
     ASSERT_TRUE(left.ok()) << left.status().reason;
     EXPECT_EQ(*left, (Texts{"2001:db8:ffff:ffff::1", "192.0.2.1"}));

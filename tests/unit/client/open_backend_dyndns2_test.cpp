@@ -63,7 +63,7 @@ TEST(ProviderUrl, AcceptsEachPart) {
     EXPECT_EQ(provider->filter.skipInterfaces, (Texts{"wg*"}));
 }
 
-TEST(ProviderUrl, RefusesEverythingElseWithAReason) {
+TEST(ProviderUrl, RefusesInvalidUrls) {
     const std::pair<const char*, const char*> rows[] = {
         {"a,b/", "it names more than one server"},
         {"/", "it names no server"},

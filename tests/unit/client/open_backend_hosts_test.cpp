@@ -184,7 +184,7 @@ TEST_F(HostsBackendAlone, ARetryAfterAFailedFlushOfTheFolderFlushesItAgain) {
     EXPECT_EQ(flushes, 4);
 }
 
-TEST_F(HostsBackendAlone, AnUnchangedFileIsFlushedOnceByANewProcess) {
+TEST_F(HostsBackendAlone, TheFolderOfAnUnchangedFileIsFlushedOnceByANewBackEnd) {
     writeText(file, "::1 a # addrpubd a\n");
     EXPECT_EQ(update("::1"), 0);
     EXPECT_EQ(flushes, 1);

@@ -62,7 +62,7 @@ TEST(RedisUrl, TakesAServerAPortADatabaseAndAnExpiry) {
         EXPECT_EQ(makeReason(url), "") << url;
 }
 
-TEST(RedisUrl, RefusesEverythingElseWithAReason) {
+TEST(RedisUrl, RefusesInvalidUrls) {
     for (const char* url :
          {"redis://", "redis:///1", "redis://h/x", "redis://h/1/2", "redis://h/-1", "redis://h/4294967296",
           "redis://h:0", "redis://u:p@h", "redis://h?expire=659", "redis://h?expire=0", "redis://h?expire=31536001",

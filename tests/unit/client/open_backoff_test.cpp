@@ -7,7 +7,7 @@ namespace {
 using rdbopen::backoffDelay;
 using std::chrono::milliseconds;
 
-//  The wait without its random share, for each number of consecutive failures.
+//  The wait without its random share, for several numbers of consecutive failures.
 constexpr struct {
     unsigned failures;
     int base;  // ms

@@ -13,7 +13,7 @@ using namespace rdbopen;
 constexpr DesiredState::Time began{5000};
 constexpr DesiredState::Time later{6000};
 
-//  A server that stores tags and values. The test sets which requests fail.
+//  A server that stores tags, values and the last update request. The test sets which requests fail.
 class Holder : public Backend, public TagBackend, public UpdateBackend {
 public:
     std::map<std::string, std::string> values;
@@ -295,7 +295,7 @@ TEST(DesiredState, WithoutDataARefreshHasNothingToDo) {
 //  The steps of the retry: the import, the lookup, the put and the update request.
 constexpr int steps = 4;
 
-TEST(DesiredState, EachStepOfARetryMayFailAnyNumberOfTimes) {
+TEST(DesiredState, EachStepOfARetryMayFailUpToSevenTimes) {
     for (int step = 0; step < steps; ++step)
         for (int failures = 1; failures < 8; ++failures) {
             DesiredState desired;

@@ -57,7 +57,7 @@ public:
     std::vector<Command> received(const std::string& word);
     int connections();
 
-    //  Returns the number of connections that the client has not closed.
+    //  Returns the number of connections that neither side has closed.
     std::size_t openConnections();
 
 private:

@@ -115,7 +115,7 @@ TEST_F(FileReplace, APartialWriteIsContinued) {
     EXPECT_EQ(readText(file), "0123456789");
 }
 
-TEST_F(FileReplace, ANewFileIsReadableByAllWithAnyUmask) {
+TEST_F(FileReplace, ANewFileIsReadableByAllDespiteTheUmask) {
     const mode_t before = umask(077);
     ASSERT_EQ(replace("x").code, errorNone);
     umask(before);

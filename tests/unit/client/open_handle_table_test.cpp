@@ -156,7 +156,7 @@ TEST(HandleTable, ThousandsOfRoundsLeakNoThreadDescriptorOrStack) {
     EXPECT_LT(mappings(), mapped + 500);  // each stack that is not freed has two mappings
 }
 
-TEST(HandleTable, MemoryOfAnEndedHandleIsFreedByTheNextCreate) {
+TEST(HandleTable, MemoryOfAnEndedHandleIsFreedWhenItsSlotIsReused) {
     const auto script = std::make_shared<Script>();
     const std::weak_ptr<Script> seen = script;
     for (int round = 0; round < 3 * handleCapacity; ++round) {

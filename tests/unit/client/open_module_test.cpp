@@ -102,14 +102,14 @@ TEST(ModuleLoader, LeavesTheSignalMaskUnchanged) {
         EXPECT_EQ(sigismember(&before, signal), sigismember(&after, signal)) << signal;
 }
 
-//  The constructor of the loaded module records the signal mask of the thread that loads it.
+//  The constructor of the loaded module records whether the thread that loads it blocks SIGINT and SIGTERM.
 TEST(ModuleLoader, BlocksTheExitSignalsWhileAModuleIsLoaded) {
     unsetenv("MASKED_MODULE_BLOCKED");
     static_cast<void>(loaded("masked"));
     EXPECT_STREQ(getenv("MASKED_MODULE_BLOCKED"), "INT TERM");
 }
 
-TEST(FolderOfCode, IsTheFoldersPathInAnyWorkingDirectory) {
+TEST(FolderOfCode, IsTheFoldersPathInAnotherWorkingDirectory) {
     const std::string before = std::filesystem::current_path();
     const Result<const Module*> module = loaded("throwing");
     ASSERT_TRUE(module.ok());

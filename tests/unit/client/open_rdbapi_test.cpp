@@ -1,4 +1,4 @@
-//  The nine functions: their arguments, and their messages in syslog.
+//  The functions of rdbapi.h: the checks of their arguments, and messages in syslog.
 #include "open_fake_backend.h"
 #include "open_syslog.h"
 

@@ -139,7 +139,7 @@ TEST(RedisClusterUrl, TakesNodesAndTheOptionsOfTheKeys) {
     EXPECT_EQ(backendFor("redis+cluster://a,[::1]:7000/0?expire=900")->label(), "redis+cluster://a:6379,[::1]:7000");
 }
 
-TEST(RedisClusterUrl, RefusesEverythingElseWithAReason) {
+TEST(RedisClusterUrl, RefusesInvalidUrls) {
     for (const char* url : {"redis+cluster://", "redis+cluster://a,", "redis+cluster://a/x", "redis+cluster://a?db=0",
                             "redis+cluster://a?ca=/x", "redis+cluster:///s", "redis+cluster://u@a"})
         EXPECT_EQ(makeBackend(url, {"u", "p"}).status().code, errorBadUrl) << url;
@@ -177,7 +177,7 @@ TEST_F(RedisCluster, OfASingleServerIsReported) {
                   "instance has cluster support disabled)");
 }
 
-TEST_F(RedisCluster, IsOpenedThroughAnyOfItsNodes) {
+TEST_F(RedisCluster, IsOpenedThroughASecondNodeIfTheFirstCannotBeReached) {
     use("redis://127.0.0.1:1,127.0.0.1:" + std::to_string(two.port()));
     opened();
     EXPECT_EQ(two.received("CLUSTER").size(), 1U);
@@ -414,7 +414,7 @@ TEST_F(RedisCluster, AnAnswerToClusterSlotsOfAnotherFormFails) {
     }
 }
 
-TEST_F(RedisCluster, EveryAnswerTruncatedAnywhereFailsTheRequest) {
+TEST_F(RedisCluster, AReportOrRedirectionTruncatedAnywhereIsAFailure) {
     const std::string slots = slotsAnswer({{0, 16383, "127.0.0.1", one.port()}});
     for (std::size_t length = 0; length < slots.size(); ++length) {
         one.answerAndClose("CLUSTER", slots.substr(0, length));

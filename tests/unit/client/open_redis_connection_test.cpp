@@ -186,7 +186,7 @@ TEST_F(RedisConnection, ARequestThatIsSentByteByByteArrives) {
     EXPECT_EQ(server.received("EVALSHA").size(), 1U);
 }
 
-TEST_F(RedisConnection, EveryAnswerTruncatedAnywhereFailsTheImport) {
+TEST_F(RedisConnection, AnAnswerTruncatedAnywhereFailsTheImport) {
     const std::pair<const char*, std::string> answers[]{{"EVALSHA", "*1\r\n$4\r\ndone\r\n"},
                                                         {"EVALSHA", "*2\r\n$7\r\nforeign\r\n$1\r\nk\r\n"},
                                                         {"EVAL", "*1\r\n$9\r\nconfirmed\r\n"}};

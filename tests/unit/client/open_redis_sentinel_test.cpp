@@ -59,7 +59,7 @@ TEST(RedisSentinelUrl, TakesSentinelsAMasterAndADatabase) {
     EXPECT_EQ(backendFor("redis+sentinel://a/m/3")->label(), "redis+sentinel://a:26379/m/3");
 }
 
-TEST(RedisSentinelUrl, RefusesEverythingElseWithAReason) {
+TEST(RedisSentinelUrl, RefusesInvalidUrls) {
     for (const char* url :
          {"redis+sentinel://a", "redis+sentinel://a/", "redis+sentinel://a//3", "redis+sentinel://a/m/x",
           "redis+sentinel://a/m/3/4", "redis+sentinel:///m", "redis+sentinel://a/m?ca=/x", "redis+sentinel://a,/m"})

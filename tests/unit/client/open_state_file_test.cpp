@@ -59,7 +59,7 @@ struct StateFileTest : testing::Test {
     bool exists(const char* name) const { return access(folder.file(name).c_str(), F_OK) == 0; }
     std::string text() const { return readText(folder.file("state")); }
 
-    //  Returns whether the file has a write lock of an open file description.
+    //  Returns whether the file has a write lock.
     bool locked() const {
         const int fd = open(folder.file("state").c_str(), O_RDONLY);
         struct flock whole {};
@@ -110,7 +110,7 @@ TEST_F(StateFileTest, AReplacedFileIsLocked) {
     EXPECT_TRUE(locked());
 }
 
-TEST_F(StateFileTest, AReaderSeesTheOldOrTheNewText) {
+TEST_F(StateFileTest, BeforeTheRenameAReaderSeesTheOldText) {
     file.write("old");
     std::string seen;
     beforeRename = [&] { seen = text(); };
@@ -142,7 +142,7 @@ TEST_F(StateFileTest, AConnectionClosedBeforeTheRenameLeavesNoFile) {
     EXPECT_FALSE(exists("state.new"));
 }
 
-TEST_F(StateFileTest, AConnectionClosedWhileTheTextIsWrittenLeavesNoFile) {
+TEST_F(StateFileTest, AConnectionClosedAfterTheNewFileIsWrittenLeavesNoFile) {
     file.write("old");
     afterCreation = [this] { file.connectionClosed(); };
     file.write("new");

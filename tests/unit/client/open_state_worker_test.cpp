@@ -8,7 +8,7 @@ namespace {
 using namespace rdbopen;
 using namespace opentest;
 
-//  One folder for all tests of the program, because the library chooses its folder once.
+//  One folder for all tests of WorkerState, because the library chooses its folder once.
 const Folder& stateFolder() {
     static const Folder folder;
     static const bool chosen = (stateFile.chooseFolder(folder.path().c_str()), true);
@@ -44,7 +44,7 @@ TEST_F(WorkerState, AServerThatWasNeverReachedIsNamed) {
     maxSkippedWait = std::numeric_limits<int>::max();
 }
 
-TEST_F(WorkerState, AConnectionIsWrittenAtOnce) {
+TEST_F(WorkerState, AConnectionIsWritten) {
     connect();
     EXPECT_TRUE(eventuallyHas("phase connected\n"));
     EXPECT_TRUE(has("connections 1\n"));

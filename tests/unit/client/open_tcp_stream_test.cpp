@@ -98,7 +98,7 @@ public:
         }
         return text;
     }
-    //  Reads until the connection ends. Returns the errno of the end, or 0 if the client closed it.
+    //  Reads until the connection ends. Returns the errno of the end, or 0 if the client closed it without a reset.
     int hearEnd() {
         char bytes[65536];
         ssize_t taken = 1;
@@ -239,7 +239,7 @@ TEST_F(OpenTcpStream, AnyOtherFailureOfAWaitIsReported) {
     }
 }
 
-TEST_F(OpenTcpStream, EveryCallMayFail) {
+TEST_F(OpenTcpStream, TheCallsThatMakeAConnectionMayFail) {
     failSocket = EMFILE;
     EXPECT_EQ(connect(), "no socket: " + errorText(EMFILE));
     failConnect = EINPROGRESS;

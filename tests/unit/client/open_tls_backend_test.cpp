@@ -54,7 +54,7 @@ TEST(TlsUrl, TakesTheOptionsOfTlsAndOfTheBackEnd) {
         EXPECT_EQ(madeFrom(url).reason, "") << url;
 }
 
-TEST(TlsUrl, RefusesEverythingElseWithAReason) {
+TEST(TlsUrl, RefusesInvalidOptionsAndAddresses) {
     const std::pair<const char*, const char*> rows[] = {
         {"?ca=", "the option ca is empty or given twice"},
         {"?name=a&name=a", "the option name is empty or given twice"},
@@ -131,7 +131,7 @@ TEST_F(TlsBackend, RedissDoesNotBlameTlsForAnEnd) {
     EXPECT_EQ(backend->open(plainWaiter).reason, "the server closed the connection");
 }
 
-TEST_F(TlsBackend, TheFilesAreReadAgainForEachConnection) {
+TEST_F(TlsBackend, TheAuthoritiesAreReadAgainForEachConnection) {
     FakeRedis redis;
     const TlsServer server({.upstream = redis.port()});
     const auto backend = backendFor(url("rediss", server), {"u", "secret"});
@@ -185,7 +185,7 @@ TEST_F(TlsBackend, AFileThatCannotBeUsedGetsAWarning) {
               std::vector{"rdburl: key: " + file("key") + " holds a key that does not belong to the certificate"});
 }
 
-TEST_F(TlsBackend, AKeyThatEverybodyCanReadGetsAWarning) {
+TEST_F(TlsBackend, AKeyThatEverybodyCanReadOrWriteGetsAWarning) {
     for (const mode_t mode : {0604U, 0602U}) {
         chmod(file("key").c_str(), mode);
         EXPECT_EQ(adviceOn("rediss://host?ca=" + file("ca") + client()),

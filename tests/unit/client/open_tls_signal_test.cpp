@@ -1,5 +1,5 @@
 //  A signal handler calls rdb_disconnect and rdb_destory at any moment of a TLS connection: while connecting, in the
-//  handshake, in a request, and while idle.
+//  handshake, in a request, and between two requests.
 #include "open_fake_redis.h"
 #include "open_interrupt.h"
 #include "open_tls_support.h"

@@ -1,4 +1,4 @@
-//  The TLS connection, with servers of the test on loopback. Certificates are made when the test starts.
+//  The TLS connection, with servers of the test on loopback. Certificates are made at run time.
 #include "net/tls_stream.h"
 
 #include "open_tls_support.h"
@@ -15,7 +15,7 @@
 namespace {
 
 thread_local int failSend, failReceive, failSocket;
-std::string systemFolder;               // result of X509_get_default_cert_dir
+std::string systemFolder;               // result of X509_get_default_cert_dir; empty: the real one
 thread_local bool neverPauses = false;  // recv waits for input
 thread_local int clockStep = -1;        // ms by which each call of clock_gettime moves the clock; below 0: real clock
 
@@ -36,7 +36,7 @@ void release(void* block, const char*, int) {
 }
 const bool memoryIsWatched = CRYPTO_set_mem_functions(allocate, reallocate, release) == 1;
 
-thread_local const SSL* failed = nullptr;  // the connection whose last call ended with a fatal error
+thread_local const SSL* failed = nullptr;  // the last connection on which a call ended with a fatal error
 thread_local int readsAfterFailure = 0;    // calls of SSL_read_ex on such a connection
 
 thread_local int sends = 0;             // calls of send
@@ -307,7 +307,7 @@ TEST_F(OpenTlsStream, TheAuthoritiesOfTheSystemAreUsedWithoutAFile) {
 }
 
 //  Otherwise, whoever can set the environment of the service could choose the authorities that it trusts.
-TEST_F(OpenTlsStream, TheEnvironmentChoosesNoAuthorities) {
+TEST_F(OpenTlsStream, TheVariableSslCertFileChoosesNoAuthorities) {
     settings.authorities.clear();
     setenv("SSL_CERT_FILE", file("ca").c_str(), 1);
     const TlsServer server;
@@ -477,7 +477,7 @@ TEST_F(OpenTlsStream, WithoutADescriptorTheReasonSaysSo) {
     EXPECT_EQ(connect(server), "no socket: " + errorText(EMFILE));
 }
 
-TEST_F(OpenTlsStream, EveryEndOfAWaitEndsTheHandshake) {
+TEST_F(OpenTlsStream, AClosedHandleAndAWaitingCallEndTheHandshake) {
     const std::pair<Waiter::Result, std::string> rows[]{{Waiter::Result::closed, "the handle was closed"},
                                                         {Waiter::Result::callWaits, "a call waits"}};
     for (const auto& [result, reason] : rows) {

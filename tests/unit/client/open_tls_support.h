@@ -70,7 +70,8 @@ public:
     std::uint16_t port() const noexcept { return port_; }
     int connections() const noexcept { return connections_; }
 
-    //  The server name that the last client requested (SNI), and the application protocol that it offered (ALPN).
+    //  The server name in the last connection that has ended (SNI), and the first application protocol in the last
+    //  offer of a client (ALPN).
     std::string askedName() const;
     std::string offered() const;
 

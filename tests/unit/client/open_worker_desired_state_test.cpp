@@ -198,7 +198,7 @@ TEST_F(WorkerDesiredState, AValueOnTheServerIsNotPutAgain) {
 }
 
 //  The success of a request does not show that a refused check would pass. So a check follows each success until one
-//  passes. Without a check interval there are no other checks.
+//  passes. The only other check in this test is the first one on the new connection.
 TEST_F(WorkerDesiredState, ARefusedCheckRecoversOnlyThroughACheck) {
     connect();
     EXPECT_EQ(put("1"), 0);
@@ -231,8 +231,8 @@ TEST_F(WorkerDesiredState, ARefusedCheckIsReportedOnceUntilACheckSucceeds) {
     EXPECT_EQ(reports.count(), 0U);
 }
 
-//  Each byte that is written starts a check of the value that put has written. The check waits until the test calls
-//  answer(). All waits are real.
+//  Each byte that is written to the pipe begin starts a check of the value that put has written. The check waits until
+//  the test calls answer() or a call interrupts the check. All waits are real.
 class WorkerCheck : public WorkerDesiredState {
 protected:
     void SetUp() override {
@@ -308,7 +308,7 @@ TEST_F(WorkerCheck, AnInterruptedCheckIsNotASuccess) {
     EXPECT_EQ(reports.take(), "rdbapi: fake: works again");
 }
 
-TEST_F(WorkerCheck, ACheckThatMustNotBeInterruptedEndsBeforeTheCall) {
+TEST_F(WorkerCheck, ACallDuringACheckThatMustNotBeInterruptedIsServed) {
     script->checksArePreemptible = false;
     ASSERT_TRUE(checkBegins());
     ASSERT_EQ(send("x"), 0);

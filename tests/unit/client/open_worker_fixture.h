@@ -1,6 +1,6 @@
-//  A worker with a fake back end. While skipBackoff is true, the worker's waits with a time limit end at once and are
-//  only recorded. While expireWaits is true, a caller's wait ends at once. The monotonic clock advances only when a
-//  test advances it.
+//  A worker with a fake back end. While skipBackoff is true, the worker's waits with a time limit of at most
+//  maxSkippedWait end at once and are only recorded. While expireWaits is true, a caller's wait times out at once, or as
+//  soon as expireWhen returns true. The monotonic clock advances only when a test advances it.
 #ifndef TESTS_UNIT_OPEN_WORKER_FIXTURE_H
 #define TESTS_UNIT_OPEN_WORKER_FIXTURE_H
 
@@ -18,7 +18,7 @@ inline std::atomic<bool> workerWaits{false};                              // the
 inline std::atomic<bool> failThreads{false};
 inline std::atomic<int> failPolls{0};  // number of next waits of a worker that fail
 inline std::atomic<int> loseLines{0};  // number of next syslog lines that are lost
-//  The first check comes after 60 s, the first refresh in place of the ninth check.
+//  With a check interval of 60 s, the first check comes after 60 s, the first refresh in place of the ninth check.
 inline constexpr std::uint32_t lateNumber = 539999;
 inline std::atomic<std::uint32_t> randomNumber{lateNumber};  // what getrandom returns
 inline std::atomic<int> trims{0};                            // calls of malloc_trim

@@ -82,7 +82,7 @@ TEST_F(WorkerRepetition, AnUnchangedMessageGetsItsOwnReplyWithoutTheServer) {
     EXPECT_EQ(script->takeMade(), Made{"send m:1"});
 }
 
-TEST_F(WorkerRepetition, AChangedRequestIsSent) {
+TEST_F(WorkerRepetition, AChangedRequestAndAnImportAreSent) {
     publish();
     EXPECT_EQ(put("2"), 0);
     EXPECT_EQ(put("1"), 0);
@@ -133,7 +133,7 @@ TEST_F(WorkerRepetition, AfterARefusedCheckTheNextRequestIsSent) {
     EXPECT_EQ(script->takeMade(), Made{"put t=1"});
 }
 
-TEST_F(WorkerRepetition, WhileOtherDataIsPendingEachRequestIsSent) {
+TEST_F(WorkerRepetition, WhileOtherDataIsPendingARepetitionIsSent) {
     publish();
     answer({serverRefused("full")});
     EXPECT_EQ(send("m"), 0);
@@ -151,7 +151,7 @@ TEST_F(WorkerRepetition, ARefusedValueIsSentAgain) {
     EXPECT_EQ(put("1"), 0);
 }
 
-TEST_F(WorkerRepetition, WithoutChecksEachRequestIsSent) {
+TEST_F(WorkerRepetition, WithoutChecksRepetitionsAreSent) {
     script->checkSeconds = 0;
     publish();
     EXPECT_EQ(tagGet(), 0);

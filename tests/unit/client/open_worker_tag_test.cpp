@@ -1,5 +1,5 @@
-//  A tag query that is refused, fails or is not answered in time. The connection counts as lost until the server has
-//  answered this query.
+//  A request for a tag that is refused, fails or is not answered in time. The connection counts as lost until a
+//  repetition of the request has succeeded or has shown that the tag does not exist.
 #include "open_worker_fixture.h"
 
 #include <unistd.h>
@@ -126,8 +126,8 @@ TEST_F(WorkerTagQuery, ATagIsQueriedEvenIfTheCheckOfTheValueIsRefused) {
     EXPECT_EQ(script->opened, 2);
 }
 
-//  The service queries every 10 s. Each query fails and each repetition succeeds. Then every second cycle must find the
-//  connection lost.
+//  The service queries every 10 s. Each query fails and each repetition succeeds. Then at least every second cycle must
+//  find the connection lost.
 TEST_F(WorkerTagQuery, IfEachQueryFailsEachPauseExceedsTheServicesCycle) {
     connect();
     for (int cycle = 0; cycle < 5; ++cycle) {

@@ -21,7 +21,7 @@ TEST_F(Worker_, ReportsConnectedOnlyAfterTheFirstSuccessfulOpen) {
     EXPECT_EQ(events.count(), 0U);
 }
 
-TEST_F(Worker_, ReleasesFreeMemoryAfterTheOpenAndAfterEachCall) {
+TEST_F(Worker_, ReleasesFreeMemoryAfterTheOpenAndAfterACall) {
     const int before = trims;
     connect();
     ASSERT_TRUE(eventually([before] { return trims == before + 1; }));
@@ -68,7 +68,7 @@ TEST_F(Worker_, TheFirstWaitDiffersBetweenLosses) {
     EXPECT_GT(seen.size(), 1U);
 }
 
-TEST_F(Worker_, CallsSucceedInsideTheConnectedEvent) {
+TEST_F(Worker_, AnUpdateRequestSucceedsInsideTheConnectedEvent) {
     struct Context {
         int handle;
         Replies replies;
@@ -330,7 +330,7 @@ TEST_F(Worker_, NoEventAndNoReplyFollowADisconnect) {
     EXPECT_EQ(replies.count(), 0U);
 }
 
-TEST_F(Worker_, ADisconnectEndsTheBackOffAtOnce) {
+TEST_F(Worker_, ADisconnectDuringTheBackOffEndsTheWorkerWithoutAnotherOpen) {
     skipBackoff = false;
     script->opens = {backendFailed("a")};
     ASSERT_EQ(connectFake(handle, script), 0);
@@ -357,7 +357,7 @@ TEST_F(Worker_, AFailedWaitIsRepeatedAfterAPause) {
     EXPECT_EQ(longSleeps, 3);
 }
 
-TEST_F(Worker_, ItsThreadBlocksEverySignal) {
+TEST_F(Worker_, ItsThreadBlocksTheUsualSignals) {
     const auto noteMask = [](std::int32_t, std::int64_t, void* user) {
         sigset_t mask;
         pthread_sigmask(SIG_SETMASK, nullptr, &mask);
@@ -373,7 +373,7 @@ TEST_F(Worker_, ItsThreadBlocksEverySignal) {
     end();
 }
 
-TEST_F(Worker_, TheCallersSignalMaskIsUnchanged) {
+TEST_F(Worker_, TheCallersThreadDoesNotBlockSigterm) {
     connect();
     sigset_t mask;
     pthread_sigmask(SIG_SETMASK, nullptr, &mask);

@@ -1,4 +1,4 @@
-#  Tests of the back end redis with a fake server. The tests determine the server's answers.
+#  Tests of the back end redis. open_fake_redis.cpp is a fake server whose answers the tests determine.
 
 if(NOT HIREDIS_INCLUDE OR NOT HIREDIS_LIBRARY)
     return()

@@ -1,4 +1,4 @@
-//  A module that needs a library which is not installed.
+//  A shared object that needs a library which the dynamic loader does not find.
 extern "C" int foreignFunction();
 extern "C" __attribute__((visibility("default"))) int needyFunction() {
     return foreignFunction();

@@ -1,4 +1,5 @@
-//  Modules of another version. Their function pointers are null, so a loader that uses them crashes.
+//  Modules of another version or interface, or without a version. Their function pointers are null, so a call of them
+//  would crash.
 #include "module/module.h"
 
 RDBAPI_MODULE(otherversion);
