@@ -46,7 +46,7 @@ struct Zone {
     std::atomic<unsigned> updateCode{0};
     std::mutex mutex;
     std::vector<AnswerRecord> records;
-    std::string alias;            // a name with a CNAME; set it before the first query
+    std::string alias;            // a name with a CNAME; do not change it during a request
     std::atomic<int> seconds{0};  // duration of each request on the controlled clock
 
     DnsServer::Script script() {

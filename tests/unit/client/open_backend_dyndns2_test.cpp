@@ -50,7 +50,7 @@ TEST(ProviderUrl, HasDefaultsForAllPartsExceptTheServer) {
     EXPECT_FALSE(provider->allAddresses);
 }
 
-TEST(ProviderUrl, AcceptsEachPart) {
+TEST(ProviderUrl, AcceptsOtherValuesThanTheDefaults) {
     const Result<Provider> provider =
         parsed("dyndns2+https://[::1]:8443/v3/up%20date?ca=/ca.pem&addresses=all&parameter=myipv6&skip=ula,if:wg*");
     ASSERT_TRUE(provider.ok()) << provider.status().reason;

@@ -72,7 +72,7 @@ TEST_F(SqliteBackend, APutReplacesTheCurrentValueAndAddsToTheHistory) {
     EXPECT_EQ(query("SELECT group_concat(value) FROM past_values"), "first,second");
 }
 
-TEST_F(SqliteBackend, APutLeavesNoPagesInTheCache) {
+TEST_F(SqliteBackend, AfterAPutSqliteUsesLessMemoryThanTwentyPages) {
     openWithTag("host1");
     ASSERT_EQ(put("host1", "v"), 0);
     constexpr sqlite3_int64 sizeOfTwentyPages = 20 * 4096;
@@ -107,7 +107,7 @@ TEST_F(SqliteBackend, AnEmptyValueIsStored) {
     EXPECT_EQ(query("SELECT count(*) FROM current_values WHERE value = ''"), "1");
 }
 
-TEST_F(SqliteBackend, NamesAreNeverInterpretedAsSql) {
+TEST_F(SqliteBackend, ANameIsNotInterpretedAsSql) {
     const std::string name = "x'); DROP TABLE tag; --";
     openWithTag(name);
     ASSERT_EQ(put(name, name), 0);
@@ -289,7 +289,7 @@ TEST_F(SqliteBackend, WithACorruptDatabaseOpenFails) {
     EXPECT_EQ(backend->open(plainWaiter).code, errorBackendFailed);
 }
 
-//  The database is on a separate file system that has only a few free pages.
+//  The database is on a separate file system of 512 kB.
 TEST_F(SqliteBackend, AFullDiskFailsTheRequestAndNothingIsLost) {
     if (unshare(CLONE_NEWNS) != 0 || mount("none", "/", "none", MS_REC | MS_PRIVATE, nullptr) != 0 ||
         mount("none", folder.path().c_str(), "tmpfs", 0, "size=512k") != 0)

@@ -47,7 +47,7 @@ int __wrap_clock_gettime(clockid_t clock, timespec* now) {
 }
 
 //  While `hurry` is true, a poll of one descriptor with a time limit is always a worker's: it waits for work, or pauses
-//  after a failure. Such a poll takes 1 ms, and the clock advances by its time limit.
+//  after a failure. Such a poll takes at most 1 ms. If nothing has arrived, the clock advances by the time limit.
 int __real_poll(pollfd* waited, nfds_t count, int timeout);
 int __wrap_poll(pollfd* waited, nfds_t count, int timeout);
 int __wrap_poll(pollfd* waited, nfds_t count, int timeout) {
@@ -219,7 +219,7 @@ TEST_F(DnsDatagrams, TheAddressesAreQueriedUnlessTheAnswerHasExactlyThese) {
     }
 }
 
-TEST_F(DnsDatagrams, EachQueryHasItsOwnId) {
+TEST_F(DnsDatagrams, MostQueriesHaveAnIdOfTheirOwn) {
     DatagramServer datagrams(server.port(), [](const SeenRequest& seen) {
         return std::vector<Datagram>{{datagramAnswer(seen, 0, {seen.type == typeHttps ? https : aaaa})}};
     });

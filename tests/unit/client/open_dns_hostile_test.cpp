@@ -178,7 +178,7 @@ TEST(HostileDnsServer, AnUnsignedAnswerOfSuccessFails) {
         "the answer is not signed");
 }
 
-TEST(HostileDnsServer, AnAnswerWithNamesThatPointAtThemselvesFails) {
+TEST(HostileDnsServer, AnAnswerWithPointersInALoopOrBeyondItsEndFails) {
     for (const char* const name : {"c00c", "c00e c00c", "01 61 c00c", "c0ff"})
         expectFailure(
             [name](const SeenRequest& seen) {

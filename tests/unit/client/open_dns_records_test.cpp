@@ -78,7 +78,7 @@ TEST(DnsRecords, WithoutAnAddressAllSetsAreEmpty) {
               (Lines{"host1.example.org 28", "host1.example.org 65", "_8443._https.host1.example.org 65"}));
 }
 
-TEST(DnsRecords, AHintHasTheFirstSixteenAddresses) {
+TEST(DnsRecords, AHintHasAtMostSixteenAddresses) {
     for (const std::size_t count : {1U, 15U, 16U, 17U, 40U}) {
         const std::vector<RecordSet> sets = recordSets("h.z", addresses(count), {443});
         EXPECT_EQ(sets[0].records.size(), count);

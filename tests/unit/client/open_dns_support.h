@@ -1,5 +1,5 @@
-//  DNS for tests: messages that are built byte by byte and signed without the code under test; and a server on loopback
-//  that answers according to a script.
+//  DNS for tests: messages that are built byte by byte and signed without the code under test; and servers on loopback
+//  that answer according to a script, over TCP and over UDP.
 #ifndef TESTS_UNIT_OPEN_DNS_SUPPORT_H
 #define TESTS_UNIT_OPEN_DNS_SUPPORT_H
 
@@ -53,7 +53,7 @@ struct SeenRequest {
     DnsBytes wire;
     unsigned id = 0;
     unsigned opcode = 0;
-    std::string owner;  // owner of the first question, in lower case, without the final dot
+    std::string owner;  // owner of the first question, without the final dot
     unsigned type = 0;
     DnsBytes mac;  // preceded by its length
     std::int64_t time = 0;

@@ -164,7 +164,7 @@ TEST(TsigAnswer, IsValidOnlyWithinTheFudgeOfItsTime) {
     EXPECT_EQ(readSigned(request, signing).status().reason, "the answer was signed at another time, 301 s away");
 }
 
-//  A server compresses the key's name if the name already occurs in the message.
+//  A server may compress the key's name if the name already occurs in the message.
 TEST(TsigAnswer, MayPointToTheKeysName) {
     const SignedRequest request = requestWith();
     const DnsBytes bare = plainAnswer(request.id, 0, 0, {{"key1", typeText, fromHex("03 616263")}});

@@ -26,7 +26,7 @@ TEST(DnsZoneUrl, HasDefaultsForAllPartsExceptServerAndZone) {
     EXPECT_EQ(result->check, std::chrono::seconds(60));
 }
 
-TEST(DnsZoneUrl, AcceptsEachOption) {
+TEST(DnsZoneUrl, AcceptsSeveralOptionsTogether) {
     const Result<DnsZone> result = parse("dns://[2001:db8::53]:5353/example.org?check=0&skip=deprecated,ula,temporary"
                                          "&algorithm=hmac-sha512&ttl=2147483647&only=2001:db8::/32");
     ASSERT_TRUE(result.ok()) << result.status().reason;

@@ -95,7 +95,7 @@ TEST_F(SqliteCreation, AFileOfZerosIsRefusedAndUnchanged) {
     const std::string blank(8192, '\0');
     std::string journal(512, '\0');
     journal.replace(0, 8, "\xd9\xd5\x05\xf9\x20\xa1\x63\xd7");
-    journal[19] = 2;  // number of pages that SQLite would restore from the journal
+    journal[19] = 2;  // size of the database in pages that the journal would restore
     for (const std::string& beside : {std::string(), std::string(512, 'x'), journal}) {
         writeText(file, blank);
         if (!beside.empty())

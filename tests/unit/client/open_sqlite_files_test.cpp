@@ -185,7 +185,7 @@ TEST_F(SqliteFilesTest, ClosingDoesNotChangeAFileThatWasOverwrittenUndetected) {
     EXPECT_FALSE(std::filesystem::exists(file + "-wal"));
 }
 
-TEST_F(SqliteFilesTest, AfterEachPutTheFileHasTheValueWithoutItsLog) {
+TEST_F(SqliteFilesTest, AfterAPutTheFileHasTheValueWithoutItsLog) {
     openAndPut("first");
     const Folder copy;
     std::filesystem::copy(file, copy.file("rdb.db"));

@@ -11,7 +11,7 @@
 
 namespace opentest {
 
-//  Returns the first column of the first row; empty without a row.
+//  Returns the first column of the first row; empty without a row or after a failure.
 inline std::string textOf(rdbopen::SqliteDatabase& database, const char* sql) {
     const rdbopen::Result<std::string> text = database.text(sql);
     return text.ok() ? *text : std::string();
@@ -48,7 +48,7 @@ protected:
     std::unique_ptr<rdbopen::Backend> backend = backendFor("sqlite://" + file);
 };
 
-//  One tag and its value. The back end writes both again after a loss.
+//  One tag and its value. The function check writes both again after a loss.
 class SqliteValueFixture : public SqliteFixture {
 protected:
     //  Opens and puts value, as the worker does for a user of the handle.
