@@ -148,7 +148,7 @@ TEST_F(Parent, AtTheLimitTheQueueIsRemovedAndNothingMoreIsPrinted) {
     EXPECT_EQ(Lines(system.calls.end() - 6, system.calls.end()), queue_removed_and_descriptors_redirected);
 }
 
-TEST_F(Parent, WithoutAQueueTheParentOnlyPolls150Times) {
+TEST_F(Parent, WithoutAQueueTheParentPolls150TimesAndRemovesNothing) {
     system.queue = -1;
     EXPECT_EQ(prints({"text\0"s}), "");
     EXPECT_EQ(system.polls, 150);

@@ -100,7 +100,7 @@ TEST_F(Control, TheTextIdentifiesAHolderWithoutAPid) {
     EXPECT_EQ(signals(), Lines{"kill 4242 15"});
 }
 
-TEST_F(Control, TheTextIdentifiesAHolderWithAnyNegativePid) {
+TEST_F(Control, TheTextIdentifiesAHolderWithAnotherNegativePid) {
     lock({{F_WRLCK, -7}, unlocked});
     system.write_pid_file("77\n");
     EXPECT_EQ(stop(), stopped);

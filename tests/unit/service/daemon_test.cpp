@@ -201,7 +201,8 @@ TEST_F(SingleInstance, TheServicesOwnNameIsInTheMessage) {
     EXPECT_EQ(ended.out, "other alreay runging! pid = " + std::to_string(other.pid()) + "\n");
 }
 
-//  If another process holds the lock, the background start fails like the foreground start, before it forks.
+//  If another process holds the lock, or if the pid file cannot be opened, the background start prints the same text as
+//  the foreground start, and does not fork.
 TEST_F(SingleInstance, TheBackgroundStartMakesTheSameDecision) {
     const LockHolder other(pidPath);
     const Ended held = inChild([] { std::printf("%d", g_daemon.start()); });
@@ -226,7 +227,7 @@ TEST_F(SingleInstance, AHolderWithoutAProcessIsAnAccessErrorWhateverTheFileSays)
     EXPECT_EQ(readFile(pidPath), "4321\n");
 }
 
-TEST_F(SingleInstance, AnyPidExceptMinusOneAnd0IdentifiesAHolder) {
+TEST_F(SingleInstance, APidOfMinus7IdentifiesAHolder) {
     const Ended ended = inChild([] {
         platform::hooks().fcntl = [](int fd, int command, void* argument) {
             if (command != F_GETLK)
@@ -239,7 +240,7 @@ TEST_F(SingleInstance, AnyPidExceptMinusOneAnd0IdentifiesAHolder) {
     EXPECT_EQ(ended.out, "addrpubd alreay runging! pid = -7\n");
 }
 
-TEST_F(SingleInstance, AnyFailedCallIsAnAccessError) {
+TEST_F(SingleInstance, AFailedCallOnThePidFileIsAnAccessError) {
     const std::function<void()> failures[] = {
         [] { platform::hooks().open = [](const char*, int, mode_t) { return -1; }; },
         [] { platform::hooks().fcntl = [](int, int, void*) { return -1; }; },

@@ -108,8 +108,8 @@ int PrintingLog::add(int level, const char* format, ...) {
     return std::puts("");
 }
 
-//  Returns a new service with these handles and a log that prints, for the descriptor. The calls of its client library
-//  are printed, too.
+//  Returns a new service with these handles and a log that prints, and stores it in g_daemon. The calls of its client
+//  library are printed, too.
 CRunCls& newService(int rdb_handle, int dns_handle) {
     static PrintingLog log;
     static CRunCls* run = nullptr;  // refers to the service until the process ends, so that it is not a leak
@@ -291,7 +291,7 @@ TEST_F(ExitSignal, DuringAStepItEndsTheProcessAtTheNextSafePlace) {
     });
 }
 
-TEST_F(ExitSignal, ABlockedStepIsInterruptedAfterAFewTicks) {
+TEST_F(ExitSignal, ABlockedStepIsInterrupted) {
     expectEndOfService("exit signal 2.\n", [] {
         const ServiceStep step;
         std::raise(SIGINT);

@@ -55,7 +55,8 @@ public:
     void write_pid_file(const std::string& text) const;
 
     CDaemon daemon;
-    Lines calls;        // in order; without lock queries, the usual sleeps, and polls that got no message
+    //  In order; without openings of the pid file, lock queries, the usual sleeps, and polls that got no message.
+    Lines calls;
     std::string print;  // output of start()
 
     pid_t forked = 4321;  // result of fork

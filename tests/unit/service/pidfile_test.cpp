@@ -212,7 +212,7 @@ TEST_F(ClaimPidFile, WaitsUntilTheHolderIsGone) {
     close(ends[0]);
 }
 
-TEST_F(ClaimPidFile, AnyFailedCallReturnsMinusOne) {
+TEST_F(ClaimPidFile, AFailedLockTruncationOrWriteReturnsMinusOne) {
     const auto claimWith = [this](const std::function<void()>& spoil) {
         const int file = openPidFile(path.c_str());
         spoil();

@@ -46,7 +46,7 @@ TEST_F(Gate, AtTheEpochTheFirstCycleRunsAfterTenSeconds) {
     EXPECT_EQ(cycle(10).size(), 5U);
 }
 
-TEST_F(Gate, AnyClockSettingIsSafe) {
+TEST_F(Gate, ExtremeClockSettingsAreSafe) {
     constexpr auto lowest = std::numeric_limits<time_t>::min();
     constexpr auto highest = std::numeric_limits<time_t>::max();
     connect(true, true);

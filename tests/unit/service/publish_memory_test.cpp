@@ -19,7 +19,7 @@ protected:
     }
 };
 
-TEST_F(CycleMemory, AnIdlePassAllocatesNothing) {
+TEST_F(CycleMemory, AnIdlePassTakesNothingFromThePool) {
     EXPECT_EQ(requestsDuring(start), 0);
     connect(true, true);
     requestsDuring(start);
@@ -27,7 +27,7 @@ TEST_F(CycleMemory, AnIdlePassAllocatesNothing) {
     EXPECT_EQ(requestsDuring(start + 10), 0);
 }
 
-TEST_F(CycleMemory, APutWithImportsAllocatesNothing) {
+TEST_F(CycleMemory, APutWithImportsTakesNothingFromThePool) {
     connect(true, false);
     recording_rdb::script_tag_class(recording_rdb::Function::tagget, recording_rdb::every_call, 1);
     recording_rdb::script_tag_class(recording_rdb::Function::taginport, recording_rdb::every_call, 1);

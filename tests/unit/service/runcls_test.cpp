@@ -182,7 +182,7 @@ TEST_F(ServiceStart, EachIllegalCharacterOfAHostNameFailsAnywhere) {
     }
 }
 
-TEST_F(ServiceStart, EveryOtherByteOfAHostNameIsLegal) {
+TEST_F(ServiceStart, EveryOtherByteAtTheEndOfAHostNameIsLegal) {
     for (int c = 1; c < 256; ++c) {
         if (std::strchr("'\"():;#\r\n\t ", c) != nullptr)
             continue;

@@ -1,5 +1,5 @@
-//  Shows that a connect event clears the mark, which is the time of the last sending, before it sets the connected
-//  flag. This is tested in the machine code of this build.
+//  Shows that a connect event clears its mark, which is the time of the last put or request, before it sets the
+//  connected flag. This is tested in the machine code of this build.
 //
 //      | read-only page                    | writable page            |
 //      |  ... connected flag ...           | mark ...                 |
