@@ -184,7 +184,7 @@ TEST_F(Check, AFileOfMoreThanOneMebibyteIsNotExamined) {
     EXPECT_TRUE(checkFile(path, report, problem));
 }
 
-TEST_F(Check, AFileInUtf16IsReportedInOneLine) {
+TEST_F(Check, AFileInUtf16IsReportedAsOneFinding) {
     const auto wide = [](const std::string& text, bool big) {
         std::string bytes;
         for (const char c : text)
@@ -229,7 +229,7 @@ TEST_F(Check, AFileThatEverybodyCanWriteIsReported) {
               (Lines{remark, "0 warning it holds a password and everybody can read it: chmod o= removes this access"}));
 }
 
-TEST_F(Check, PermissionsOfADirectoryOrADeviceAreNotReported) {
+TEST_F(Check, WriteAccessToADirectoryADeviceOrAPipeIsNotReported) {
     constexpr mode_t types[] = {S_IFDIR, S_IFCHR, S_IFIFO};
     for (const mode_t type : types) {
         Subject subject;

@@ -50,7 +50,7 @@ protected:
     std::string output_;
 };
 
-TEST_F(Connect, EqualAddressesInAnyOrderAreClean) {
+TEST_F(Connect, EqualAddressesInAnotherOrderAreClean) {
     std::ofstream(folder_ + "/hosts") << "2001:db8::2 host1 # addrpubd host1\n2001:db8::1 host1 # addrpubd host1\n";
     console_.addresses = {"2001:db8::1", "2001:db8::2", "2001:db8::1"};
     resolved_.addresses = {"2001:db8::2", "2001:db8::1"};

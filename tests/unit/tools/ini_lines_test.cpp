@@ -26,7 +26,7 @@ protected:
     }
 };
 
-TEST_F(IniLines, TheLineOfASettingIsThatOfItsEqualsSign) {
+TEST_F(IniLines, OnlyTheLineOfASettingSetsIt) {
     const auto lines = linesOf("# a = b\n[s]\nkey = v\n");
     ASSERT_EQ(lines.size(), 3U);
     EXPECT_FALSE(lines[0].sets);
@@ -137,7 +137,7 @@ TEST_F(IniLines, TheWorkIsProportionalToTheLength) {
     }
 }
 
-TEST_F(IniLines, ReadingLineByLineYieldsTheSameCallsAsTheWholeFile) {
+TEST_F(IniLines, ReadingLineByLineYieldsTheKeysAndValuesOfTheWholeFile) {
     static constexpr char alphabet[] = "==;;##[[]]\n\n\n\n\r  \tabk'\"\0\xEF\xBB\xBF";
     std::mt19937 random(23213);
     std::uniform_int_distribution<std::size_t> length(0, 60), pick(0, std::size(alphabet) - 2);

@@ -46,7 +46,7 @@ TEST(ResolverAnswer, CutAnywhereIsMalformed) {
     }
 }
 
-TEST(ResolverAnswer, AnyBytesAreRead) {
+TEST(ResolverAnswer, IsReadFromAnswersWithRandomChanges) {
     std::mt19937 random(1);
     const std::vector<std::uint8_t> whole = bytesOf(message);
     for (int round = 0; round < 20000; ++round) {

@@ -12,7 +12,7 @@ namespace {
 
 using namespace check;
 
-TEST(Settings, EachSettingIsFoundByItsNameInAnyCase) {
+TEST(Settings, EachSettingIsFoundByItsNameInLowerAndUpperCase) {
     platform::reset();
     CIniProbe probe;
     for (std::size_t i = 0; i < setting_count; ++i) {
@@ -24,7 +24,7 @@ TEST(Settings, EachSettingIsFoundByItsNameInAnyCase) {
     EXPECT_FALSE(probe.failed());
 }
 
-TEST(Settings, AnyOtherKeyIsUnknown) {
+TEST(Settings, OtherKeysAreUnknown) {
     platform::reset();
     CIniProbe probe;
     for (const std::string& key : {std::string(), std::string("host"), std::string("hostnamee"),

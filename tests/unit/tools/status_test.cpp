@@ -163,7 +163,7 @@ TEST(StatusText, ColoursOnRequestOnly) {
     EXPECT_EQ(textOf(readingOf(server), "/f", now, true).substr(0, 13), "\033[31mFAIL\033[0m");
 }
 
-TEST(StatusText, TextOfTheFileReachesNoTerminal) {
+TEST(StatusText, EscapeCharactersOfTheFileAreNotPrinted) {
     Server server = confirmed();
     server.label = "a\033[2Jb";
     server.failure = Failure{ago(1), 1017, "c\033d"};
@@ -266,7 +266,7 @@ TEST(StatusMetrics, TheSameServerTwiceHasOneSample) {
     EXPECT_EQ(text.find("addrpubd_server_connected{"), text.rfind("addrpubd_server_connected{"));
 }
 
-TEST(StatusMetrics, WithoutAServiceOnlyUpIsZero) {
+TEST(StatusMetrics, WithoutAServiceTheOnlySampleIsUpWithZero) {
     EXPECT_EQ(metricsOf({}, now), "# HELP addrpubd_up Whether the service is running and its state can be read.\n"
                                   "# TYPE addrpubd_up gauge\naddrpubd_up 0\n");
 }
