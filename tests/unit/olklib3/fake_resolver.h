@@ -1,4 +1,5 @@
-//  A simulated resolver: names are answered from a table, address literals by the real getaddrinfo.
+//  A simulated resolver: names are answered from a table, address literals usually by the real getaddrinfo. A name that
+//  is not in the table does not resolve.
 //
 //  Test programs are linked with --wrap for getaddrinfo, freeaddrinfo and inet_ntop. At most one object exists at a
 //  time; without an object the real calls are made. The object owns all lists that it returned, including those of the
@@ -23,9 +24,9 @@ public:
     FakeResolver(const FakeResolver&) = delete;
     FakeResolver& operator=(const FakeResolver&) = delete;
 
-    //  Sets the resolver's answer for `name`: IPv4 and IPv6 addresses, in this order. The words "local" and "packet"
-    //  are entries of the families AF_UNIX and AF_PACKET, whose numbers are below and above those of IP. If `addresses`
-    //  is empty, the lookup succeeds with an empty list.
+    //  Sets the resolver's answer for `name`: IPv4 and IPv6 addresses, in the order of `addresses`. The words "local"
+    //  and "packet" are entries of the families AF_UNIX and AF_PACKET, whose numbers are below and above those of IP.
+    //  If `addresses` is empty, the lookup succeeds with an empty list.
     void add(const std::string& name, std::vector<std::string> addresses);
 
     //  If true, the object itself answers address literals that inet_pton accepts. This is much faster than the real

@@ -12,7 +12,8 @@
 namespace spy {
 namespace {
 
-//  These variables are used before any constructor runs. So they are initialised at load time, to zero.
+//  The constructor of the allocator uses these variables before any constructor of this file runs. So they are
+//  initialised at load time, to zero.
 constexpr size_t log_size = 1 << 16;
 call log_of_calls[log_size];
 size_t logged;

@@ -27,7 +27,7 @@ struct call {
     size_t value;         // length of a mapping, name passed to sysconf, or whether a spinlock is shared
 };
 
-//  The other arguments of the last mmap.
+//  The other arguments of the last mmap while a watch existed.
 struct mmap_request {
     const void* hint;
     int prot;
@@ -48,7 +48,8 @@ public:
 
     std::vector<call> calls() const;
     size_t count(kind what) const;
-    //  Returns the lengths of the mappings that were made (including failed ones) or unmapped, in order.
+    //  Returns the values of the calls of one kind, in order. For mmap and munmap these are the lengths, also those of
+    //  calls that failed.
     std::vector<size_t> lengths(kind what) const;
     //  Returns the calls as text: "mmap 4096", "mmap 4096 failed", "munmap 4096", "sysconf", "lock NAME", "unlock
     //  NAME", "init NAME", "destroy NAME". If the mapping has a name, unmapping it is "munmap NAME".

@@ -1,4 +1,4 @@
-//  Construction and destruction of an allocator, step by step.
+//  Construction and destruction of an allocator, step by step, and classes that are added to its table.
 #include "mapping_spy.h"
 #include "size_classes.h"
 

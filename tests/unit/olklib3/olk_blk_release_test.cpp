@@ -160,7 +160,7 @@ TEST_F(BlkRelease, AReleaseDeductsTheClassesBlocksPerHeap) {
 #endif
 }
 
-TEST_F(BlkRelease, TheExceptionComparesWithTheClassesBlocksPerHeap) {
+TEST_F(BlkRelease, WhetherAHeapIsKeptDependsOnTheClassesBlocksPerHeap) {
 #ifdef OLK_CHECK
     GTEST_SKIP() << "a checking build stops at a class whose counts are inconsistent";
 #else
@@ -194,7 +194,7 @@ TEST(BlkReleaseSmallFirstHeap, TheFreeCountIncludesTheBlocksOfASmallHead) {
     EXPECT_TRUE(cls.valid());
 }
 
-TEST_F(BlkRelease, FreeingAndTakingTheOnlyBlockOfAHeapMapsNothing) {
+TEST_F(BlkRelease, FreeingAndTakingTheOnlyUsedBlockOfAHeapMapsNothing) {
     spy::watch watch;
     void* p = cls.malloc_(nullptr);
     EXPECT_EQ(watch.count(spy::kind::mmap), 1u);

@@ -1,6 +1,7 @@
-//  Writes members and string values into a buffer with enough room. A key is then copied at once, and a text of 16
-//  characters or more without escapes in steps of 16. The result must be the same as that of piecewise writing. If the
-//  room is too small, the growth of the buffer must be the same, too.
+//  Writes members and string values into a buffer with enough room. A key is then copied at once. A text of 16
+//  characters or more is copied in steps of 16 unless it contains a slash, a backslash or a character up to the double
+//  quote. The result must be the same as that of piecewise writing. If the room is too small, the growth of the buffer
+//  must be the same, too.
 #include "olk_json.h"
 
 #include <gtest/gtest.h>
@@ -39,7 +40,7 @@ TEST(JsonReserved, EveryByteAtEveryPlaceMatchesPiecewiseWriting) {
             }
 }
 
-TEST(JsonReserved, ATextOfOneByteMatchesPiecewiseWriting) {
+TEST(JsonReserved, ATextOfOneRepeatedByteMatchesPiecewiseWriting) {
     for (size_t length = 16; length <= 40; ++length)
         for (int byte = 0; byte < 256; ++byte) {
             const std::string text(length, static_cast<char>(byte));

@@ -168,7 +168,7 @@ TEST(IsoTime, TheLengthIncludesTheFraction) {
     EXPECT_EQ(iso_of(with_48, 5), (outcome{0, ""}));
 }
 
-TEST(IsoTime, FieldsOfAnyLengthStayInsideTheBuffer) {
+TEST(IsoTime, ExtremeFieldsAppendNothing) {
     const zone east("EST-8");
     tm huge{};
     huge.tm_year = std::numeric_limits<int>::max();

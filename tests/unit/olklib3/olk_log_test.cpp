@@ -225,7 +225,7 @@ TEST(Log, TheInterfaceHasNoData) {
     EXPECT_EQ(sizeof(olk::ilog), sizeof(void*));
 }
 
-TEST(Log, BothSinksDeriveFromIt) {
+TEST(Log, BothLogsDeriveFromTheInterface) {
     EXPECT_TRUE((std::is_convertible_v<olk::prtlog*, olk::ilog*>));
     EXPECT_TRUE((std::is_convertible_v<olk::udplog*, olk::ilog*>));
 }

@@ -246,7 +246,7 @@ TEST_F(ConsoleLog, OpenAcceptsStdoutInAnyCase) {
     }
 }
 
-TEST_F(ConsoleLog, OpenWithAnythingElseIsSilentAndReturns0) {
+TEST_F(ConsoleLog, OpenWithAnotherTargetIsSilentAndReturns0) {
     for (const char* target : {"/tmp/x.log", "", "stdout ", " stdout", "stdou", "stderr", "udp://h/c"}) {
         log.tostdout = 1;
         EXPECT_EQ(log.open(target), 0);
@@ -289,7 +289,7 @@ TEST_F(ConsoleLog, ARecordOf999NeedsLevel999) {
     EXPECT_EQ(out.flushed(), line("[all] x"));
 }
 
-TEST_F(ConsoleLog, ANegativeLevelDropsEveryRecordOfAPositiveLevel) {
+TEST_F(ConsoleLog, ANegativeLevelDropsARecordOfAPositiveLevel) {
     log.setlevel(-1);
     const piped_output out;
     EXPECT_EQ(log.add(10, "x"), 0);

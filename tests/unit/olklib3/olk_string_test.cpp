@@ -344,7 +344,7 @@ TEST_F(String, MoveAssignmentToItselfKeepsTheText) {
     EXPECT_EQ(text_of(s), "abc");
 }
 
-TEST_F(String, EveryBlockIsFreedOnce) {
+TEST_F(String, AsManyBlocksAreFreedAsAllocated) {
     {
         watched_string a("abc");
         watched_string b(a);

@@ -173,7 +173,7 @@ TEST_F(UdpLog, AnAddressThatCannotBeConvertedKeepsTheOldDestinationAndItsFamily)
     EXPECT_EQ(destination(), "2001:db8::5 5140");
 }
 
-TEST_F(UdpLog, AnAddressThatCannotBeConvertedCreatesASocketOfFamily0AtTheFirstOpen) {
+TEST_F(UdpLog, AnAddressThatCannotBeConvertedRequestsASocketOfFamily0AtTheFirstOpen) {
     sockets.inet_pton_fails = true;
     EXPECT_EQ(log.open(usual), -1);
     EXPECT_EQ(sockets.calls, Calls{"socket 0 2 17"});
@@ -241,7 +241,7 @@ TEST_F(UdpLog, AnInvalidNumberResetsTheLevelTo30) {
     EXPECT_EQ(log.getlevel(), 30);
 }
 
-TEST_F(UdpLog, WithoutALevelInTheQueryTheLevelStays) {
+TEST_F(UdpLog, WithoutAReadableLevelInTheFirstParameterTheLevelStays) {
     for (const char* query : {"", "?", "?level=", "?level", "?level=&", "?x=1&level=dbg", "?=dbg", "?levels=dbg",
                               "?level=1234567890123456", "?a-key-of-16-char=1&level=dbg", "?&level=dbg"}) {
         SCOPED_TRACE(query);

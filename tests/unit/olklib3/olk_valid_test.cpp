@@ -67,7 +67,7 @@ TEST(ClassWalkOrder, DetectsAWrongBlockCountInEitherOrderOfTheRecords) {
     }
 }
 
-TEST_F(ClassWalk, DetectsAWrongHeapCountEvenIfTheClassAgrees) {
+TEST_F(ClassWalk, DetectsAWrongFreeCountOfAHeapEvenIfTheClassAgrees) {
     cls.freecount = 3;
     EXPECT_FALSE(valid_with(cls, heap[0]->freecount, 2));
     cls.freecount = 1;

@@ -100,7 +100,7 @@ TEST(Vector, RequestsTwiceTheElementsPlusOneAndUsesTheWholeBlock) {
     EXPECT_EQ(grown_at, (std::vector<size_t>{0, 1, 4, 16, 40})) << "blocks of 16, 64, 256, 640 and 1424 bytes";
 }
 
-TEST(Vector, DestroysEveryElementOnce) {
+TEST(Vector, DestroysAsManyElementsAsItConstructs) {
     counted::alive = 0;
     {
         olk::vector_<counted> list;
