@@ -1,11 +1,11 @@
 """campaign.py [--build FOLDER] [--jobs N] [SECONDS] [TARGET...]: runs the fuzz targets, each for SECONDS (default 600).
-campaign.py [--build FOLDER] --keep N TARGET...: adds inputs of earlier campaigns to tests/fuzz/corpus (found.py).
+campaign.py [--build FOLDER] --keep N [TARGET...]: adds inputs of earlier campaigns to tests/fuzz/corpus (found.py).
 
 A target starts from its corpus (tests/fuzz/corpus) and from the inputs that earlier campaigns stored in
 FOLDER/campaign/TARGET/corpus. It stores new inputs there as well. It stops at its first finding, which is stored next
 to its log. The program prints a line for each running target every 30 seconds. At the end it prints a table, also to
 FOLDER/campaign/table.txt. A run of all targets for 600 s or longer also writes the table into the verification page.
-The exit status is 1 if there is a finding."""
+The exit status is 1 if there is a finding, or if a target fails in another way."""
 
 import argparse
 import os

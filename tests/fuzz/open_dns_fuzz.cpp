@@ -1,6 +1,5 @@
-//  Answers of a hostile DNS server. For any bytes, an answer is authentic only if it is signed with the key, if its
-//  signature covers the request, and if it was not modified, except for the case of letters in the signature's two
-//  names. An authentic answer may have any contents.
+//  Answers of a hostile DNS server. For any bytes, an answer is authentic only if it is signed with the key and was not
+//  modified, except for the case of letters in the signature's two names. An authentic answer may have any contents.
 #include "dns/tsig.h"
 #include "fuzz_input.h"
 #include "open_dns_support.h"
@@ -47,8 +46,8 @@ DnsBytes answerOf(fuzz_input& input) {
     return message;
 }
 
-//  Returns whether a change of byte `at` changes only the case of a letter in the signature's two names. The names are
-//  in the first 28 bytes after the signed message of `size` bytes.
+//  Returns whether a change of byte `at` changes only the case of a letter in the signature's two names. The letters of
+//  the names are in the first 28 bytes after the signed message of `size` bytes.
 bool onlyChangesCase(const DnsBytes& message, std::size_t size, std::size_t at, std::uint8_t mask) {
     constexpr std::size_t namesEnd = 28;
     return at >= size && at < size + namesEnd && mask == 0x20 && std::isalpha(message[at]) != 0;

@@ -1,6 +1,6 @@
 //  The back end redis with a simulated cluster, or with Sentinels and their master. The servers send the input, in
-//  pieces that zero bytes separate: one piece for each wait. A login first gets the right answers. Compares the nodes
-//  and masters in the answer to CLUSTER SLOTS with a second reader. Scripts and ASKING must not be sent more often than
+//  pieces that zero bytes separate: one piece for each wait. A login first gets the right answers. Compares the
+//  masters in the answer to CLUSTER SLOTS with a second reader. Scripts and ASKING must not be sent more often than
 //  redirections allow.
 #include "backends.h"
 #include "engine/clock.h"

@@ -1,5 +1,6 @@
-//  The back end redis with a server that sends the input, in any pieces. Compares parsed answers with a second reader.
-//  A script may be sent only if the server has asked for it, and each outcome must be one of the back end's.
+//  The back end redis with a server that sends the input, in pieces of a size that the input chooses. Compares parsed
+//  answers with a second reader. A script may be sent only if the server has asked for it, and each outcome must be one
+//  of the back end's.
 #include "backends.h"
 #include "engine/clock.h"
 #include "fuzz_input.h"
@@ -30,7 +31,8 @@ public:
 
 constexpr ReadyWaiter waiter;
 
-//  The parsed answer must not depend on how the bytes are split, and must equal the answer of the independent parser.
+//  The parsed answer must not depend on how the bytes are split, and must equal the answer of the independent parser if
+//  that parser returns one.
 void compareParsers(const std::string& bytes) {
     RedisReplyParser whole;
     RedisReplyParser pieces;

@@ -1,6 +1,6 @@
 //  A second implementation of the parser of one Redis answer, which works recursively on the whole text
-//  (https://redis.io/docs/reference/protocol-spec, RESP2). For malformed answers and types of later versions it returns
-//  no result, because parsers may differ there.
+//  (https://redis.io/docs/reference/protocol-spec, RESP2). For malformed answers, types of later versions, numbers of
+//  ten digits or more and deeply nested arrays it returns no result, because parsers may differ there.
 #ifndef FUZZ_REDIS_MODEL_H
 #define FUZZ_REDIS_MODEL_H
 
