@@ -1,6 +1,6 @@
 //  A worker with a fake back end. While skipBackoff is true, the worker's waits with a time limit of at most
-//  maxSkippedWait end at once and are only recorded. While expireWaits is true, a caller's wait times out at once, or as
-//  soon as expireWhen returns true. The monotonic clock advances only when a test advances it.
+//  maxSkippedWait end at once and are only recorded. While expireWaits is true, a caller's wait times out at once, or
+//  as soon as expireWhen returns true. The monotonic clock advances only when a test advances it.
 #ifndef TESTS_UNIT_OPEN_WORKER_FIXTURE_H
 #define TESTS_UNIT_OPEN_WORKER_FIXTURE_H
 
