@@ -50,7 +50,7 @@ TEST(DnsLayout, ASignatureOfAnotherClassOrTtlIsMalformed) {
     EXPECT_EQ(layout(header("0000 0000 0000 0001") + "00 00fa 00ff 00000001 0002 abcd"), DnsLayout::malformed);
 }
 
-TEST(DnsQuestion, IsThatOfTheRequestInAnyCaseOfLetters) {
+TEST(DnsQuestion, IsThatOfTheRequestInLowerOrUpperCase) {
     const DnsBytes request = fromHex(header("0001 0000 0000 0000") + "0161 0162 00 0041 0001");
     const auto same = [&request](const std::string& counts, const std::string& question) {
         return hasQuestionOf(fromHex(header(counts.c_str()) + question), request);

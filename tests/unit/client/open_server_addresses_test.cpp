@@ -124,7 +124,7 @@ TEST_F(Addresses, AfterAnUnreachableOrWrongServerTheNextAddressIsTried) {
     EXPECT_EQ(tried, known);
 }
 
-TEST_F(Addresses, AnyOtherFailureEndsTheSearch) {
+TEST_F(Addresses, OtherFailuresEndTheSearch) {
     for (const Status& failure : {backendFailed("lost"), serverRefused("full"), Status{errorNotHeld, {}}}) {
         outcomes["192.0.2.1"] = failure;
         EXPECT_EQ(tryEach().code, failure.code);

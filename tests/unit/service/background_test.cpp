@@ -58,7 +58,7 @@ TEST_F(Parent, PrintsTheTextsOfAFailedChangeOfDirectory) {
     EXPECT_EQ(prints({"chdir failed\n\0"s, "finished\0"s}), "chdir failed\nfinished\n");
 }
 
-TEST_F(Parent, AcceptsTheEndMarkerInAnyCase) {
+TEST_F(Parent, AcceptsTheEndMarkerInMixedCase) {
     EXPECT_EQ(prints({"FiNiShEd\0"s, "more\0"s}), "FiNiShEd\n");
     EXPECT_EQ(system.polls, 1);
 }

@@ -44,7 +44,7 @@ TEST_F(RdbEvent, ARepeatedLossIsLoggedAgain) {
     EXPECT_EQ(run.rdb_connected, 0U);
 }
 
-TEST_F(RdbEvent, AnyOtherCodeChangesAndLogsNothing) {
+TEST_F(RdbEvent, OtherCodesChangeAndLogNothing) {
     for (const std::uint32_t connected : {0U, 1U}) {
         for (const std::int32_t code : {0, 1, -1, 60000, 60002, 60004, -60001, INT32_MIN, INT32_MAX}) {
             run.rdb_connected = connected;
@@ -101,7 +101,7 @@ TEST_F(RdbEvent, ALossLeavesTheDnsStepRunning) {
     EXPECT_EQ(callsOf(recording_rdb::Function::tagget).size(), 0U);
 }
 
-TEST_F(RdbEvent, WithoutBothServersTheCycleDoesNothing) {
+TEST_F(RdbEvent, AfterBothServersDisconnectTheCycleDoesNothing) {
     connect(true, true);
     onRdbEvent(60003, 0, &run);
     onDnsEvent(60003, 0, &run);
@@ -154,7 +154,7 @@ TEST_F(DnsEvent, ARepeatedLossIsLoggedAgain) {
     EXPECT_EQ(trace.take(), Lines(2, "10 dns server dns://server disconnected."));
 }
 
-TEST_F(DnsEvent, AnyOtherCodeChangesAndLogsNothing) {
+TEST_F(DnsEvent, OtherCodesChangeAndLogNothing) {
     for (const std::uint32_t connected : {0U, 1U}) {
         for (const std::int32_t code : {0, 1, -1, 60000, 60002, 60004, -60001, INT32_MIN, INT32_MAX}) {
             run.dns_connected = connected;

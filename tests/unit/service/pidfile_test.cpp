@@ -294,7 +294,7 @@ TEST_F(PidText, IsTheNumberAtTheStartOfTheFile) {
     }
 }
 
-TEST_F(PidText, IsReadFromTheStartAtAnyOffset) {
+TEST_F(PidText, IsReadFromTheStartAtAnotherOffset) {
     writeFile(path, "12345\n");
     lseek(opened(), 3, SEEK_SET);
     EXPECT_EQ(readPidText(fd), 12345);

@@ -319,7 +319,7 @@ TEST_F(ImportTag, ReturnsTrueAndLogsAtLevel30OnResult0) {
     EXPECT_EQ(trace.take(), (Lines{imported, imported_log}));
 }
 
-TEST_F(ImportTag, ReturnsFalseAndLogsAtLevel10OnAnyOtherResult) {
+TEST_F(ImportTag, ReturnsFalseAndLogsAtLevel10OnOtherResults) {
     for (const int result : {1, -1, 60003, INT32_MIN}) {
         script_result(Function::taginport, every_call, result);
         RdbTag tag;
