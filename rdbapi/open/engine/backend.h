@@ -13,14 +13,14 @@
 //                                the refusal of a request for a tag, the worker closes the back end, too.
 //
 //  The worker keeps the desired state of the server and retries each request that may succeed later, so a back end may
-//  get the same request several times. A back end does not keep requests; after a failure it may only remember what it
-//  needs to detect later that the failed request took effect.
+//  get the same request several times. A back end keeps no pending requests.
 //
 //  Every request ends with a Status (engine/status.h): errorNone, errorBackendFailed, errorServerRefused, or another
 //  code. Of these, only errorBackendFailed, errorServerRefused and errorBadRequest come with a reason.
 //
 //  Threads: tags(), updates() and inspector() may be called on any thread. label() is called before the worker's thread
-//  starts, the destructor after it has ended; all other functions are called only on the worker's thread.
+//  starts, the destructor after it has ended or if it never started. All other functions are called only on the
+//  worker's thread.
 //  addrpubd-check has no worker and calls all functions on one thread.
 #ifndef RDBAPI_OPEN_ENGINE_BACKEND_H
 #define RDBAPI_OPEN_ENGINE_BACKEND_H
@@ -55,7 +55,7 @@ public:
 
     //  Stores all values or none. After errorBackendFailed, both are possible. In a Redis Cluster, whose machines share
     //  the tags, a failure may leave some of the values stored. Fails with errorNoSuchTag if a tag does not exist, and
-    //  with errorTagNotUsable if its class is not RDB_TAG_CLASS_USABLE.
+    //  with errorTagNotUsable if its class is not RDB_TAG_CLASS_USABLE; the dry run (log:) accepts every value.
     virtual Status put(std::span<const RdbSnapshot> records) = 0;
 
     //  Puts the value of one record whose tag may be missing. If the server has no usable tag of this name, creates it
@@ -71,12 +71,12 @@ public:
         return status.ok() ? put({&record, 1}) : status;
     }
 
-    //  Returns whether refresh takes one exchange, as a check does. If so, and if no data is pending and the last check
-    //  was not refused, a new connection begins with a refresh instead of a check. The result is constant.
+    //  Returns whether refresh takes one exchange, as a check does. If so, the worker may begin a new connection with a
+    //  refresh instead of a check (worker.h). The result is constant.
     virtual bool refreshIsOneExchange() const noexcept { return false; }
 
     //  Compares the server's value with this one. Fails with errorNotHeld if the server has another value or none.
-    //  Each check calls it for the values that are not pending. A connection begins with a check or a refresh.
+    //  A check calls it for the values that are not pending.
     virtual Status checkValue(const RdbSnapshot&) { return {}; }
 
 protected:
@@ -118,8 +118,9 @@ public:
     //  Returns the name used in syslog lines; it contains neither user nor password.
     virtual std::string label() const = 0;
 
-    //  Connects to the server. This and all later operations wait for sockets only by waiter, which outlives the back
-    //  end's last close. Success means that requests can be expected to succeed from now on.
+    //  Connects to the server. waiter outlives the back end's last close. This and all later operations wait for
+    //  sockets only by waiter, except in functions of the C library that resolve names. Success means that requests can
+    //  be expected to succeed from now on.
     virtual Status open(const Waiter& waiter) = 0;
 
     //  Closes the connection and frees its resources. May also be called when open failed or was never called.
@@ -129,15 +130,15 @@ public:
     //  served, the worker watches it; when it becomes readable, the worker calls probe and the checks.
     virtual int watchedDescriptor() const noexcept { return -1; }
 
-    //  Returns the interval at which the worker makes checks while nothing is pending. A check is a call of probe and
-    //  of the check of each value or request; some checks are replaced by refreshes, which send the data again
-    //  (retry_schedule.h). Zero: no check becomes due, and each request is carried out, even if it only repeats the
-    //  last one. The result is constant while the back end is open.
+    //  Returns the interval at which the worker makes checks while nothing is pending; a longer one than refreshTime
+    //  (retry_schedule.h) is shortened to it. A check is a call of probe and of the check of each value or request;
+    //  some checks are replaced by refreshes, which send the data again. Zero: no check becomes due, and each request
+    //  is carried out, even if it only repeats the last one. The result is constant while the back end is open.
     virtual std::chrono::milliseconds checkInterval() const noexcept { return {}; }
 
-    //  Returns whether a call may interrupt probe and the checks. If so, each wait of a check returns callWaits once a
-    //  call is queued, and the status of the check is ignored. A back end whose checks have separate connections allows
-    //  this.
+    //  Returns whether a call may interrupt probe and the checks. If so, a queued call ends the wait of a check,
+    //  usually with callWaits, and the status of the check is ignored. A back end whose checks have separate
+    //  connections allows this.
     virtual bool checksArePreemptible() const noexcept { return false; }
 
     //  Tests the connection, and reads the input that made the watched descriptor readable.

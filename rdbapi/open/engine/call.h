@@ -30,8 +30,8 @@ public:
     //  Returns whether the caller has stopped waiting for the result.
     virtual bool abandoned() { return false; }
 
-    //  Returns whether the caller cannot continue until this call succeeds. If it fails, is refused or times out, the
-    //  worker ends the connection.
+    //  Returns whether the caller cannot continue until this call succeeds. If the back end fails at it, or it is
+    //  refused or times out, the worker ends the connection.
     virtual bool required() const { return false; }
 
     //  Returns whether backend has the interface that the call needs.

@@ -1,7 +1,7 @@
 //  Ends the waits of a worker: the closed bit of its handle, and an eventfd.
 //
-//      closeHandle   sets the bit, calls wake() ----> waitForWake, waitForDescriptor and pause end; closed() is true
-//      Worker::post, execute       calls wake() ----> waitForWake and waitForDescriptor end; closed() is false
+//      closeHandle, releaseHandle:  bit, wake() ----> waitForWake, waitForDescriptor and pause end; closed() is true
+//      Worker::post, execute:            wake() ----> waitForWake and waitForDescriptor end; closed() is false
 //
 //  The bit is part of the atomic word that stores the state of the handle (handle_table.h), so a single
 //  compare-and-swap checks the generation of the handle and sets the bit. The word is a member of this class, and not a
@@ -34,7 +34,7 @@ public:
     static constexpr std::uint64_t closedBit = 2;
     std::atomic<std::uint64_t> state{0};
 
-    //  Creates the eventfd if it does not exist yet. Fails when no file descriptor is available.
+    //  Creates the eventfd if it does not exist yet. Fails when no file descriptor or memory is available.
     Status prepare();
 
     //  Returns whether rdb_disconnect or rdb_destory was called. For the same worker, true never becomes false again.
@@ -48,7 +48,7 @@ public:
     void takeWake() const noexcept;
 
     //  Waits for wake, for input at descriptor (-1: no descriptor), or for the timeout. The wait has no time
-    //  limit when timeout is negative.
+    //  limit when timeout is negative. If poll(2) fails, returns wake, after a pause unless a signal was the cause.
     enum class WakeReason { wake, descriptor, timeout };
     WakeReason waitForWake(std::chrono::milliseconds timeout, int descriptor = -1) const noexcept;
 

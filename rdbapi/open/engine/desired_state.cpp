@@ -24,7 +24,7 @@ bool areEqual(const RdbSnapshot& a, const RdbSnapshot& b) {
 
 }  // namespace
 
-//  errorNoSuchTag is an answer, so nothing is pending: the user of the handle creates the tag next.
+//  errorNoSuchTag is an answer, so the lookup is not pending: the user of the handle creates the tag next.
 void DesiredState::recordLookup(const RdbTag& tag, int code) {
     const bool unanswered = isRetryable(code) && code != errorNoSuchTag;
     if (const auto found = entries_.find(tag.name); found != entries_.end()) {

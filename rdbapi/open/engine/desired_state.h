@@ -4,14 +4,14 @@
 //      requested --success--> held --check finds it missing--> pending --retry--> held
 //           \--failure, refusal, time-out--> pending
 //
-//  A tag lookup without an answer is also pending: it is repeated until the server answers it. A value or request that
-//  can never succeed, such as a malformed one, is not stored. If a retry is the first to show this, the value or
-//  request is forgotten. If a value's tag is missing and the definition of the tag is unknown, the value is no longer
-//  pending after a retry.
+//  A tag lookup that was refused, timed out or failed with the back end is also pending. A value or request that can
+//  never succeed, such as a malformed one, is not stored. If a retry is the first to show this, the value or request is
+//  forgotten. If a value's tag is missing and the definition of the tag is unknown, the value is no longer pending
+//  after a retry.
 //
 //  This class also stores when the server last confirmed held data: by accepting it on this connection, or at a later
-//  check. The worker need not send confirmed data again. The time of a confirmation is the start of its request or
-//  check. All times are those of one monotonic clock, which the caller reads.
+//  check. The worker need not send confirmed data again. The time of a confirmation is the start of its request, retry
+//  or check. All times are those of one monotonic clock, which the caller reads.
 //
 //      connection --accepted--> confirmed --check finds it, refresh--> confirmed --pending, reopened--> unconfirmed
 //
@@ -75,7 +75,7 @@ public:
     struct Item {
         std::string_view name;  // of the tag; empty for the update request
         std::string_view value;
-        bool pending;  // the server has not accepted it
+        bool pending;  // has to be sent to the server, or sent again
     };
 
     //  Calls visitor with each item.

@@ -8,13 +8,13 @@ namespace rdbopen {
 
 enum Error : int {
     errorNone = 0,
-    errorBadHandle = 1001,          // not a result of rdb_create, or already released by rdb_destory
-    errorBadArgument = 1002,        // null, out of range, or a text without a terminating NUL
-    errorBadUrl = 1003,             // malformed; the reason is in syslog
+    errorBadHandle = 1001,          // not a result of rdb_create, released by rdb_destory, or in 65535 calls at once
+    errorBadArgument = 1002,        // null, out of range, an empty name, or a text without a terminating NUL
+    errorBadUrl = 1003,             // the url is malformed, or the user does not fit it; the reason is in syslog
     errorUnknownScheme = 1004,      // no back end has the url's scheme
     errorNotConnected = 1005,       // not connected, or the connection was lost before the request was served
     errorAlreadyConnecting = 1006,  // rdb_connectex or rdb_setmessagenotify after a successful rdb_connectex
-    errorClosed = 1007,             // rdb_disconnect was called for the handle
+    errorClosed = 1007,             // rdb_disconnect or rdb_destory was called for the handle
     errorTimedOut = 1008,           // the call's limit of 3 s expired; the request may still be carried out
     errorBusy = 1009,               // too many requests are waiting
     errorNotSupported = 1010,       // the back end does not support the operation
@@ -22,10 +22,10 @@ enum Error : int {
     errorTagNotUsable = 1012,       // rdb_objputsnapshot on a tag whose class is not RDB_TAG_CLASS_USABLE
     errorBadRequest = 1013,         // the request can never succeed; the reason is in syslog
     errorBackendFailed = 1014,      // the back end failed and is opened again; the reason is in syslog
-    errorNoResources = 1015,        // no memory or no thread
+    errorNoResources = 1015,        // no memory or no thread, or OpenSSL or libcurl cannot be initialised
     errorInCallback = 1016,         // a call that waits, made by a callback on the worker's thread: it would time out
     errorServerRefused = 1017,      // the server refused the request, which is retried; the reason is in syslog
-    errorNotHeld = 1018,            // never returned to callers: the server has lost data that it had accepted
+    errorNotHeld = 1018,            // never returned to callers: the server no longer has data that it had accepted
     errorPreempted = 1019,          // never returned to callers: a check was interrupted, because a call waits
     errorNotInstalled = 1020,       // the scheme's module is not in the library's folder; the reason is in syslog
     errorNotLoadable = 1021,        // the module cannot be loaded or has another version or scheme; reason in syslog

@@ -4,8 +4,9 @@
 //      openToRead() --> held() --> the tool shows the records --> remove() --> Backend::close()
 //                   --> examine()
 //
-//  Only the operation remove changes anything at the server. It deletes only records that the operation held has
-//  returned as ours, and only if the server still has them as returned.
+//  Only the operation remove changes records. It deletes the records that the operation held has returned as ours. In
+//  the back ends redis, sqlite and dns, it refuses to do so if it finds that they have changed since. The back end
+//  hosts deletes all lines of the service for the host, also later ones.
 //
 //  Threads: one thread at a time. The back end must not be open (Backend::open) meanwhile.
 #ifndef RDBAPI_OPEN_ENGINE_INSPECTOR_H
@@ -36,7 +37,7 @@ struct HeldRecord {
 };
 
 struct Holdings {
-    std::string name;  // of the host in DNS, without the final dot; empty if the server does not serve DNS
+    std::string name;  // of the host in DNS, without the final dot; empty for an rdb server and for log:
     std::vector<HeldRecord> records;
     std::optional<std::vector<std::string>> addresses;  // in the records; nothing if the server cannot be asked
     std::vector<std::string> remarks;                   // what else may exist, as sentences without a full stop
@@ -57,7 +58,8 @@ struct RemovalStep {
 
 class Inspector {
 public:
-    //  Connects to the server like Backend::open, but changes nothing. waiter outlives the next close of the back end.
+    //  Prepares the operations below, usually by a connection to the server, and changes nothing. waiter outlives the
+    //  next close of the back end.
     virtual Status openToRead(const Waiter& waiter) = 0;
 
     //  Returns what the server holds of host. Requires: openToRead has succeeded.

@@ -19,7 +19,7 @@
 
 namespace rdbopen {
 
-//  These functions return false when the line was lost.
+//  The functions reportFailure, reportInfo, reportRecovery and sendSyslogLine return false when the line was lost.
 
 //  Reports a failure at priority err. Requires: subject and reason contain no password.
 bool reportFailure(std::string_view subject, std::string_view reason) noexcept;

@@ -6,7 +6,7 @@
 namespace rdbopen {
 
 std::chrono::milliseconds backoffDelay(unsigned failures, std::uint32_t random) noexcept {
-    const unsigned doublings = std::min(failures - 1, 6U);  // 2^6 s exceeds the maximum; a larger shift would overflow
+    const unsigned doublings = std::min(failures - 1, 6U);  // 2^6 s exceeds the maximum; a large shift would overflow
     const auto base = std::min(backoffMin * (1 << doublings), backoffMaxBase);
     const auto share = random % static_cast<std::uint32_t>(base.count() / 4 + 1);
     return base + std::chrono::milliseconds(share);

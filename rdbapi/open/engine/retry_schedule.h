@@ -46,13 +46,14 @@ std::chrono::milliseconds backoffDelay(unsigned failures, std::uint32_t random) 
 //  After a connection that lasts this long, the count of losses starts again at 1.
 inline constexpr std::chrono::milliseconds steadyTime{60000};
 
-//  The maximum time between two refreshes while nothing is pending. A refresh writes the data again, which a check only
-//  reads. So the data does not expire, and the server has a new time of its last confirmation. A refresh replaces the
-//  service's repetition after 600 s; it is due one check of a minute earlier. Redis keys expire after at least 660 s,
-//  so they survive if a refresh comes almost 120 s (two checks of a minute) late.
+//  The maximum time between two refreshes while nothing is pending, if the back end has checks. A refresh writes the
+//  data again, which a check only reads. So the data does not expire, and the server has a new time of its last
+//  confirmation. A refresh replaces the service's repetition after 600 s; it is due one check of a minute earlier.
+//  Redis keys expire after at least 660 s, so they survive if a refresh comes almost 120 s (two checks of a minute)
+//  late.
 inline constexpr std::chrono::milliseconds refreshTime{540000};
 
-//  The minimum pause after a failed request for a tag, to which the first back-off is added. It is longer than the 10 s
+//  The minimum pause after a failed call for a tag, to which the first back-off is added. It is longer than the 10 s
 //  between two publish cycles of the service, so at least one cycle finds the connection lost and continues with its
 //  DNS step. While a database is connected and does not have the tag, the service never reaches this step.
 inline constexpr std::chrono::milliseconds awayTime{11000};
@@ -68,14 +69,15 @@ public:
     //  shortened to refreshTime. random: any number, which determines the times of the checks and refreshes.
     void connected(Time now, Time interval, std::uint32_t random) noexcept;
 
-    //  Call when a request for a tag failed. This ends the connection; the next pause is at least awayTime and one
+    //  Call when a call for a tag has failed, but not after its retry. The next pause is at least awayTime and one
     //  back-off.
     void tagRequestFailed() noexcept { away_ = true; }
 
     //  Call when the connection is lost or cannot be opened. Returns the pause before the next open.
     Time lost(Time now);
 
-    //  Call when the server has refused pending data. Sets the due time of the next retry.
+    //  Call after a refusal or another failure that leaves the connection open while data is pending. Sets the due time
+    //  of the next retry.
     void refused(Time now) { retryAt_ = now + backoff(++refusals_); }
 
     //  Call when a request has succeeded and nothing is pending.
@@ -97,7 +99,7 @@ private:
     Time backoff(unsigned failures) { return backoffDelay(failures, static_cast<std::uint32_t>(random_())); }
 
     std::optional<Time> connectedAt_;  // empty while not connected
-    bool away_ = false;                // a request for a tag failed since the last pause
+    bool away_ = false;                // a call for a tag failed since the last pause
     unsigned losses_ = 0;              // consecutive, without a connection of steadyTime between them
     unsigned refusals_ = 0;            // consecutive; a reconnection does not reset the count
     Time retryAt_{};                   // due time of pending data; initially 0, so that the first retry is due at once

@@ -49,10 +49,11 @@ public:
     //  Who has caused an exchange: a call of the handle's user, or the worker with a check, retry or refresh.
     enum class Cause { call, worker };
 
-    //  An exchange with the server has ended with status. data: the desired state after it. A success is recorded only
-    //  if the desired state has a value or request and nothing is pending. After errorBadRequest, no success is
-    //  recorded until a call succeeds: the desired state lacks the rejected data. An interrupted check is ignored.
-    //  Refusals and errorBadRequest count as failures; others, such as a missing tag, only while data is pending.
+    //  An exchange with the server has ended with status, or a call was not served because its caller had timed out.
+    //  data: the desired state after it. A success is recorded only if the desired state has a value or request and
+    //  nothing is pending. After errorBadRequest, no success is recorded until an exchange of a call succeeds: the
+    //  desired state lacks the rejected data. An interrupted check is ignored. Refusals and errorBadRequest count as
+    //  failures; others, such as a missing tag, only while data is pending.
     void exchanged(Cause cause, Moment now, const Status& status, const DesiredState& data);
 
     //  A call succeeded without an exchange, because it repeated confirmed data. It is no success of its own, but from
@@ -62,7 +63,8 @@ public:
     //  A retry of pending data begins.
     void retried() noexcept;
 
-    //  Returns whether anything but the time of the last success has changed since the last call of stateText.
+    //  Returns whether anything but the time of the last success and the next action has changed since the last call of
+    //  stateText.
     bool changed() const noexcept { return changed_; }
 
     //  Returns the lines of this server. next: empty if nothing is due.
@@ -77,7 +79,7 @@ private:
     struct Published {
         std::string name;  // empty for an update request
         std::string value;
-        Moment since;  // end of the exchange that ended the pending state; usually the server then accepted the value
+        Moment since;  // end of the exchange after which the value was not pending; usually the server accepted it
         bool held;     // the value is not pending now
     };
 
@@ -96,10 +98,10 @@ private:
     //  Counts since the handle was created.
     std::uint64_t connections_ = 0;
     std::uint64_t losses_ = 0;    // failed opens and ended connections
-    std::uint64_t retries_ = 0;   // attempts to send pending data again, except requests for tags before event 60001
-    std::uint64_t refusals_ = 0;  // answers by which the server refused a request
+    std::uint64_t retries_ = 0;   // retries of pending data; without refreshes and requests for tags before event 60001
+    std::uint64_t refusals_ = 0;  // refused calls, retries and checks; without requests for tags before event 60001
     bool failing_ = false;        // a failure was recorded, and no success after it
-    bool rejected_ = false;       // a request ended with errorBadRequest, and no call has succeeded since
+    bool rejected_ = false;       // a request ended with errorBadRequest, and no exchange of a call has succeeded since
     bool changed_ = true;
 };
 

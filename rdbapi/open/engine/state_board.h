@@ -25,7 +25,8 @@ namespace rdbopen {
 extern constinit StateFile stateFile;
 
 //  If only the time of the last success has changed, the state is written no sooner than this after the last write. It
-//  is a little less than the usual minute between two checks, so that the success of each check is written.
+//  is a little less than the minute that usually passes between two checks, so usually each success of a check is
+//  written.
 inline constexpr std::int64_t stateWriteTime = 50000;  // ms
 
 //  The data in the first lines of the file.

@@ -21,8 +21,8 @@ std::string_view folderOf(const char* runtimeDirectory) {
     return first.starts_with('/') ? first : usualFolder;
 }
 
-//  Sets a write lock on the whole file, which belongs to the open file description. Does not wait. Returns false if
-//  another description has a lock.
+//  Sets a write lock on the whole file. The lock belongs to the open file description. Does not wait. Returns false on
+//  failure, for example if another description has a lock.
 bool lockFile(int descriptor) noexcept {
     struct flock whole {};
     whole.l_type = F_WRLCK;

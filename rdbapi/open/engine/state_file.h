@@ -40,8 +40,8 @@ public:
     //  not wait for the first one. Not async-signal-safe.
     void chooseFolder(const char* runtimeDirectory);
 
-    //  Count the open connections. When the last one is closed, connectionClosed removes the state file; a write at the
-    //  same time leaves no file.
+    //  Count the open connections. When the last one is closed, connectionClosed removes the state file if this process
+    //  is the writer; a write at the same time leaves no file.
     void connectionOpened() noexcept { ++open_; }
     void connectionClosed() noexcept;
 
@@ -57,7 +57,7 @@ private:
     void closeCurrent() noexcept;
     void remove() const noexcept;
 
-    static constexpr std::size_t maxPath = 256;  // bytes; a longer path is no folder of systemd
+    static constexpr std::size_t maxPath = 256;  // bytes of the path of a file, with its NUL
 
     std::atomic<int> open_{0};
     std::atomic<bool> chosen_{false};  // chooseFolder was called

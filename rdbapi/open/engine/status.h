@@ -5,10 +5,10 @@
 //
 //  failedTo adds the caller's action in front of the reason: "the file cannot be read: Permission denied".
 //
-//  Three results are not failures: false from a predicate; an empty std::optional or null from a search that finds
-//  nothing; and an empty std::optional from a parser of numbers. The caller may turn them into a failure. Two kinds of
-//  functions report failures in another form: functions whose result the library returns unchanged to its user return
-//  only the code; a few functions of the engine, such as those of report.h, return false.
+//  Some results are not failures: false from a predicate, and null or an empty std::optional, for example from a search
+//  that finds nothing or from a parser of numbers. The caller may turn them into a failure. Some functions report
+//  failures in another form: functions whose result the library returns unchanged to its user return only the code; a
+//  few others, such as those of report.h, return false.
 //
 //  Threads: one thread at a time per object, like std::string.
 #ifndef RDBAPI_OPEN_ENGINE_STATUS_H
@@ -27,7 +27,7 @@ namespace rdbopen {
 
 //  A request that a back end carries out succeeds, or ends in one of three ways:
 //      errorBackendFailed    the back end has to be opened again
-//      errorServerRefused    the server refused the request; the back end stays open
+//      errorServerRefused    the server refused the request; the back end stays open, except after a request for a tag
 //      any other code        the back end stays open; only the codes in desired_state.cpp, isRetryable, are retried
 struct [[nodiscard]] Status {
     int code = errorNone;

@@ -52,9 +52,9 @@ void attempt(Action action) noexcept {
     }
 }
 
-//  Returns free memory to the system. Called before each wait of a connected worker for its next work, which may be
-//  minutes away. free(3) alone does not return all of it: the service lets free(3) keep 1 MB at the top of the heap,
-//  and free(3) does not release memory between used blocks.
+//  Returns free memory to the system. Called before a connected worker waits for its next work, which may be minutes
+//  away. free(3) alone does not return all of it: the service lets free(3) keep 1 MB at the top of the heap, and
+//  free(3) does not release memory between used blocks.
 //
 //  In a process that does not use the allocator of the C library (a sanitizer, an allocator by LD_PRELOAD), the first
 //  malloc_trim initializes that allocator. glibc 2.36 crashes if two threads do this at once, hence the mutex.
@@ -156,7 +156,7 @@ void* Worker::threadMain(void* self) {
 
 //  After a session the order matters. First new calls are rejected and the queued calls get their answers, then event
 //  60003 is sent, so that no answer follows the event. (If a caller of a request for a tag has timed out, its thread
-//  has already sent the event.) close is last because it may take long: SQLite writes its log into the database file.
+//  may send the event before.) close is last because it may take long: SQLite writes its log into the database file.
 //  If the user of the handle closed it, the end of the session is not a failure and is not logged.
 void Worker::run() noexcept {
     describeState();
@@ -166,7 +166,7 @@ void Worker::run() noexcept {
         refuseWaiting();
         reportLoss();
         backend_->close();
-        if (signal_.closed())  // closing the handle has ended the session, which is not a failure
+        if (signal_.closed())
             break;
         failures_.fail(label_, end.reason);
         const auto pause = schedule_.lost(monotonicNow());
@@ -176,7 +176,7 @@ void Worker::run() noexcept {
     statePart_.withdraw();
 }
 
-//  Opens the back end and serves calls until the back end fails or the handle is closed.
+//  Opens the back end and serves calls until the back end or a request for a tag fails, or the handle is closed.
 Status Worker::session() {
     if (Status failed = openAndRetry(); !failed.ok())
         return failed;
@@ -243,8 +243,8 @@ Status Worker::openAndRetry() {
 }
 
 //  If the connection is to begin with a refresh, marks the data as pending and returns true. Such a refresh costs the
-//  server as much as a check. After it, the requests with which the user of the handle reacts to event 60001 need no
-//  exchange (takeConfirmed). So, if all hosts return to a server at once, it gets one request from each host.
+//  server as much as a check. After it, repetitions of the data, with which the user of the handle reacts to event
+//  60001, need no exchange (takeConfirmed). So, if all hosts return to a server at once, it gets one write from each.
 bool Worker::refreshAtOpen() noexcept {
     TagBackend* const tags = backend_->tags();
     return tags != nullptr && tags->refreshIsOneExchange() && !checkRefused_ && desired_.refresh();
@@ -455,9 +455,10 @@ void Worker::sendEvent(std::int32_t event) noexcept {
         notify_(event, 0, user_);
 }
 
-//  Logs the result of a call, retry or check after which the back end stays open, and schedules the next retry. Bad
-//  requests are logged separately from failures, because they say nothing about the state of the server. Recovery
-//  requires a success with nothing pending: a server that accepts one request and refuses another has not recovered.
+//  After a call, retry or check that leaves the back end open: logs a refusal, a bad request or a recovery, and after a
+//  failure schedules the retry of pending data. Bad requests are logged separately from failures, because they say
+//  nothing about the state of the server. Recovery requires a success with nothing pending: a server that accepts one
+//  request and refuses another has not recovered.
 void Worker::evaluate(const Status& status) noexcept {
     if (status.code == errorPreempted)
         return;

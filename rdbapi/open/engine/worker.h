@@ -1,5 +1,5 @@
-//  One connection and its thread. The thread opens the back end, serves the queued calls, sends the events, and opens
-//  the back end again after a failure.
+//  One connection and its thread. The thread opens the back end, serves the queued calls, sends events, and opens the
+//  back end again after a failure.
 //
 //      idle --start--> opening --ok: 60001--> serving --failed: 60003--> back-off --> opening ...
 //                         \--failed--> back-off --> opening ...           any of them --handle closed--> ended
@@ -10,33 +10,35 @@
 //  refused. RetrySchedule (retry_schedule.h) computes the times.
 //
 //  The service needs its tag: while it is connected without the tag, it publishes nothing. Therefore a request for a
-//  tag (Call::required) ends the connection if it is refused, fails or gets no answer within callLimit:
+//  tag (Call::required) ends the connection if it is refused, the back end fails, or there is no answer within
+//  callLimit:
 //      (1) Event 60003 follows at once. An exchange in progress is cancelled if it waits for a socket.
 //      (2) The worker repeats the request each time it has opened the back end. Event 60001 follows only after one of
-//          these results: the request has succeeded within callLimit, it can never succeed (errorBadRequest), or a
-//          lookup has shown that the tag does not exist.
+//          these results: the request has succeeded, it can never succeed (errorBadRequest), or a lookup has shown that
+//          the tag does not exist.
 //      (3) At least awayTime passes before the next 60001, even if the request could succeed earlier.
 //  If any other request is refused, for example a put, the connection stays open.
 //
 //  A lookup, put or update request that only repeats what the server has already sent or accepted on this connection is
 //  answered without an exchange, if the server has confirmed the data within the last check interval. An import of a
-//  tag is always carried out. Each check confirms the data or finds it missing. So, when many hosts reconnect together,
-//  their calls do not reach the server together; their checks are spread over the interval. A call causes an exchange
-//  if data is pending, the last check was refused, a check is late, or the back end has no checks.
-//  A connection begins with a check. If a refresh takes one exchange (TagBackend::refreshIsOneExchange), no data is
-//  pending and the last check was not refused, the connection begins with a refresh instead. A call that is answered
-//  without an exchange does not write. So the worker itself writes the data again, at each refresh (retry_schedule.h).
+//  tag is never answered so. A successful check confirms such data again, or finds it missing. A call causes an
+//  exchange if data is pending, the last check was refused, a check is late, or the back end has no checks.
+//  Before event 60001, after the pending requests for tags, the worker makes a check. It makes a refresh instead if a
+//  refresh takes one exchange (TagBackend::refreshIsOneExchange), there is data, none was pending, and the last check
+//  was not refused. A call that is answered without an exchange does not write. So the worker itself writes the data
+//  again, at each refresh (retry_schedule.h).
 //
 //  A reason of a failure is not logged at each attempt, but once until the server recovers (reason_log.h). Recovery is
-//  logged when a request has succeeded, nothing is pending and the last check was not refused. After a refused check,
-//  each success is followed by another check. The result of a check that a call interrupted is ignored. The reason of
-//  errorBadRequest is logged once until a call succeeds.
+//  logged when a request or check has succeeded, nothing is pending and the last check was not refused. After a refused
+//  check, each success is followed by another check. The result of a check that a call interrupted is ignored. The
+//  reason of errorBadRequest is logged once until a call succeeds.
 //
 //  The delivery of an event or reply starts only if the handle is not closed. So, when rdb_disconnect returns, a
 //  callback may still begin or run if its delivery has already started.
 //
 //  For addrpubd-check --status, the worker's thread also publishes its state (state_board.h): after each action that
-//  changes the state, and otherwise at its usual checks. It has no timer for this, and no error in it has an effect.
+//  changes the state, and after any other action if the last write was stateWriteTime ago. It has no timer for this,
+//  and no error in it has an effect.
 //
 //  Threads: the public operations may be called on any thread. The worker's thread blocks all signals.
 #ifndef RDBAPI_OPEN_ENGINE_WORKER_H
@@ -85,7 +87,7 @@ public:
     //  errorNotConnected or errorBusy.
     int post(std::shared_ptr<Call> call);
 
-    //  Queues call and waits for its result. Returns errorInCallback in a callback of the same worker.
+    //  Queues call and waits for its result. Returns errorInCallback in a callback on this worker's thread.
     int execute(const std::shared_ptr<WaitingCall>& call);
 
 private:
@@ -155,7 +157,7 @@ private:
     RdbMessageNotify notify_ = nullptr;
     void* user_ = nullptr;
 
-    //  Used by the worker's thread only. Times are those of monotonicNow().
+    //  Used by the worker's thread only. Times, except stateWritten_, are those of monotonicNow().
     DesiredState desired_;
     RetrySchedule schedule_;
     ReasonLog failures_;       // reasons logged since the last recovery
