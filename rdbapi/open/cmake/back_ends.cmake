@@ -1,4 +1,4 @@
-#  Functions with which the folder of a back end adds itself to the build.
+#  Functions that add back ends to the build.
 
 include(CheckLinkerFlag)
 check_linker_flag(CXX LINKER:-z,pack-relative-relocs ADDRPUBD_PACKS_RELOCATIONS)

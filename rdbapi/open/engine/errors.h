@@ -28,7 +28,7 @@ enum Error : int {
     errorNotHeld = 1018,            // never returned to callers: the server no longer has data that it had accepted
     errorPreempted = 1019,          // never returned to callers: a check was interrupted, because a call waits
     errorNotInstalled = 1020,       // the scheme's module is not in the library's folder; the reason is in syslog
-    errorNotLoadable = 1021,        // the module cannot be loaded or has another version or scheme; reason in syslog
+    errorNotLoadable = 1021,        // the module cannot be found, loaded or used; the reason is in syslog
     errorFileChanged = 1022,        // never returned to callers: a file was changed or replaced after it was read
     errorTooLarge = 1023,           // never returned to callers: a file is larger than the limit for reading or writing
 };

@@ -29,7 +29,8 @@ private:
     int fd_;
 };
 
-//  Reads fd to its end. Fails with errorTooLarge if there are more than limit bytes.
+//  Reads fd to its end. Fails with errorTooLarge if there are more than limit bytes, and with errorBackendFailed if it
+//  cannot be read.
 inline Result<std::string> readToEnd(int fd, std::size_t limit) {
     std::string bytes;
     char block[16384];

@@ -17,7 +17,7 @@ namespace {
 
 constexpr std::chrono::milliseconds lockLimit{2000};
 
-//  Maximum number of attempts of an update. An attempt fails if another program changes the file during it.
+//  Maximum number of attempts of an update. An attempt is repeated if another program has changed the file during it.
 constexpr int maxAttempts = 5;
 
 //  Returns errorBackendFailed for each failure of readFile, also for errorTooLarge.

@@ -2,7 +2,7 @@
 //  has three implementations. The library, and each program that contains its code, link exactly one of them:
 //
 //      loaded_modules.cpp              librdbapix64.so, open_exit_test: loads modules from the folder of this code
-//      linked_modules.cpp              other unit tests, fuzz targets: the modules are linked into the program
+//      linked_modules.cpp              other programs of the tests: the modules are linked into the program
 //      tools/installed_modules.cpp     addrpubd-check: loads the files that the service would load
 #ifndef RDBAPI_OPEN_MODULE_FINDER_H
 #define RDBAPI_OPEN_MODULE_FINDER_H

@@ -1,5 +1,5 @@
-//  Wrappers that convert each exception of a back end to a failure. An exception must not leave a module, because its
-//  caller uses another copy of the C++ run time.
+//  Wrappers that convert each exception of a back end to a failure or an empty result. An exception must not leave a
+//  module, because its caller uses another copy of the C++ run time.
 #ifndef RDBAPI_OPEN_MODULE_GUARDED_BACKEND_H
 #define RDBAPI_OPEN_MODULE_GUARDED_BACKEND_H
 

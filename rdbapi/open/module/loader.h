@@ -16,7 +16,7 @@
 namespace rdbopen {
 
 //  Returns the descriptor of the module. Fails with errorNotInstalled when the file does not exist, and with
-//  errorNotLoadable when it cannot be loaded, has no descriptor, or is of another version.
+//  errorNotLoadable when it cannot be loaded, has no descriptor, or has another version or interface number.
 //  Requires: folder is an absolute path that ends with "/"; name consists of letters, digits and "-".
 Result<const Module*> loadModule(const std::string& folder, const std::string& name);
 

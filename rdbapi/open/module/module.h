@@ -8,9 +8,9 @@
 //        same position in every version: both are compared before any other member is used
 //
 //  The library and the module use the same C++ types, so both must have the same project version. They also use the
-//  same malloc, so either may free memory of the other. Other code is separate: a module has its own copy of net,
-//  files, request, engine/report and the C++ run time. Therefore no exception leaves a function of the descriptor or of
-//  the back end that make returns (guarded_backend.h); failures are returned as a Status or a Result.
+//  same malloc, so either may free memory of the other. Other code is separate: a module has its own copies of the
+//  parts of net, files, request, engine/report and the C++ run time that it uses. Therefore no exception leaves a
+//  function of the descriptor or of the back end that make returns (guarded_backend.h).
 //
 //  Threads: make and advise may be called on any thread.
 #ifndef RDBAPI_OPEN_MODULE_MODULE_H

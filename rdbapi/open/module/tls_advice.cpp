@@ -20,8 +20,8 @@ public:
         advice_.push_back({Setting::url, std::move(text)});
     }
 
-    //  Warns only of the first certificate in the file that has expired or expires soon. The connection may not use the
-    //  other ones.
+    //  Warns only of the first certificate in the file that has expired or expires soon. A connection need not use all
+    //  certificates of the file.
     void onExpiry(const std::string& option, const std::string& path) {
         const Result<Certificates> certificates = readCertificates(path);
         if (!certificates.ok())
@@ -55,7 +55,7 @@ private:
 
 }  // namespace
 
-//  makeTlsContext fails at the first file that a connection could not use; its reason becomes a warning.
+//  If makeTlsContext fails, for example at a file that a connection could not use, its reason becomes a warning.
 void adviseOnTls(const UrlUse& use, std::vector<Advice>& advice) {
     Url rest = use.url;
     const Result<TlsSettings> settings = takeTlsOptions(rest);

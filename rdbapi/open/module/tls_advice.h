@@ -6,8 +6,8 @@
 
 namespace rdbopen {
 
-//  Adds warnings: for a file that cannot be used, a key that other users can read or write, a key that does not belong
-//  to the certificate, and a certificate that has expired or expires within 14 days.
+//  Adds warnings: for the first file that cannot be used, a key that other users can read or write, a key that does not
+//  belong to the certificate, and the first certificate of a file that has expired or expires within 14 days.
 void adviseOnTls(const UrlUse& use, std::vector<Advice>& advice);
 
 }  // namespace rdbopen

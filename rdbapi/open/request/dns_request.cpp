@@ -150,8 +150,8 @@ Status parseDnsRequest(std::string_view text, DnsRequest& request) {
         return badRequest("the request is not ws_dnsupdate");
     if (!read.item.is(Kind::object))
         return badRequest("item is not an object");
-    //  This also holds for the back end hosts. hosts(5) would allow more, but a name server that reads the file ignores
-    //  a line whose name is not a DNS name.
+    //  The back end hosts has the same restriction. hosts(5) would allow more, but a name server that reads the file
+    //  ignores a line whose name is not a DNS name.
     if (!isDnsName(read.name.text))
         return badRequest("name is not a host name");
     request.name = read.name.text;
@@ -161,7 +161,7 @@ Status parseDnsRequest(std::string_view text, DnsRequest& request) {
     return status.ok() ? takePorts(read.httpsPorts, request.httpsPorts) : status;
 }
 
-//  A message may contain a file name, which may not be UTF-8. Unprintable bytes are escaped as in a line of syslog.
+//  A message may contain a file name, which need not be UTF-8. Unprintable bytes are escaped as in a line of syslog.
 std::string dnsReply(const std::optional<std::int64_t>& seqno, int code, std::string_view message) {
     std::string printable;
     appendPrintable(printable, message);

@@ -5,7 +5,7 @@
 //
 //  Of "item", the members "name", "ipv4s", "ipv6s" and "httpsports" are used. All other members of it are ignored. The
 //  lists "ipv4s", "ipv6s" and "httpsports" are optional.
-//  DnsUpdateBackend is the base class of back ends that serve these requests.
+//  DnsUpdateBackend is the base class of the back ends that parse these requests.
 #ifndef RDBAPI_OPEN_REQUEST_DNS_REQUEST_H
 #define RDBAPI_OPEN_REQUEST_DNS_REQUEST_H
 

@@ -77,7 +77,7 @@ private:
     FilePlace place_;  // resolved path of the open file
     SqliteFiles files_;
     bool recorded_ = false;  // files_ has recorded the state after the last request
-    bool changed_ = false;   // a program other than SQLite has changed the recorded files
+    bool changed_ = false;   // the recorded files could not be verified, so another program may have changed them
     bool suspect_ = false;   // the file may be damaged and has not been checked since
 
     const Waiter* readWaiter_ = nullptr;  // set by openToRead
@@ -220,9 +220,9 @@ bool SqliteBackend::pathNamesOpenFile() const {
            asked.st_dev == open.st_dev && asked.st_ino == open.st_ino;
 }
 
-//  Writes committed data from the log into the database file and empties the log. So no data is lost if the log is lost
-//  later, and an old log is not applied to another file. Then checks that the files still have their names, because
-//  readers open the files by name.
+//  Writes committed data from the log into the database file and empties the log, unless a reader prevents this. So no
+//  data is lost if the log is lost later, and an old log is not applied to another file. Then checks that the files
+//  still have their names, because readers open the files by name.
 Status SqliteBackend::checkpoint() {
     if (Status status = examineFiles(); !status.ok())
         return status;
@@ -298,9 +298,8 @@ Status SqliteBackend::put(std::span<const RdbSnapshot> records) {
     return status.ok() ? verifyStored(records) : status;
 }
 
-//  Checks the values after a put. If another program wrote to the file before checkpoint recorded the file's state,
-//  only this check detects the change. If several records have the same tag, only the last of these records is
-//  compared.
+//  Checks the values after a put. SqliteFiles does not detect that another program wrote to the file before checkpoint
+//  recorded the file's state. If several records have the same tag, only the last of these records is compared.
 Status SqliteBackend::verifyStored(std::span<const RdbSnapshot> records) {
     for (; !records.empty(); records = records.subspan(1)) {
         const auto isSameTag = [&](const RdbSnapshot& later) {

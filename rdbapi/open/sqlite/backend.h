@@ -1,5 +1,5 @@
 //  The back end sqlite:///PATH[?history=NUMBER]: an rdb server in one SQLite file. Tags, their current values and their
-//  history are rows of its tables. Each call that writes is one transaction, which is flushed to the disk before the
+//  history are rows of its tables. Each import and each put is one transaction, which is flushed to the disk before the
 //  call returns.
 #ifndef RDBAPI_OPEN_SQLITE_BACKEND_H
 #define RDBAPI_OPEN_SQLITE_BACKEND_H

@@ -99,7 +99,7 @@ Status moveIfDamaged(const FilePlace& place) {
         return name.status();
     Status moved = moveTo(*name, place.path());
     //  The folder is flushed before a new file gets the name: otherwise a power failure could lose the damaged file and
-    //  keep the new file. If this flush fails, the flush of the new file fails, too, and its failure is logged.
+    //  keep the new file. A failure is ignored: makeSqliteFile flushes the folder again and reports a failure.
     static_cast<void>(flushDirectory(place));
     return moved;
 }

@@ -1,5 +1,5 @@
-//  One SQLite connection and its prepared statements, closed by their destructors. The reason of a failure is the error
-//  text of SQLite, except that of readFirstBytes.
+//  One SQLite connection and its prepared statements, closed by their destructors. The reason of a failure is usually
+//  the error text of SQLite.
 //
 //  Threads: one thread at a time.
 #ifndef RDBAPI_OPEN_SQLITE_DATABASE_H
@@ -73,10 +73,10 @@ public:
     //  Ends the transaction and discards its changes. If this fails, closing the connection ends the transaction.
     void rollBack();
 
-    //  Returns a prepared statement. Fails if sql does not match the schema.
+    //  Returns a prepared statement. Fails if SQLite rejects sql, for example because it does not match the schema.
     Result<SqliteStatement> prepare(const char* sql);
 
-    //  Run sql and return the first column of its first row. Fail if there is no row.
+    //  Run sql and return the first column of its first row. Fail if sql fails or there is no row.
     Result<std::int64_t> number(const char* sql);
     Result<std::string> text(const char* sql);
 

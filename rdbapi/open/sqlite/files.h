@@ -21,21 +21,22 @@ namespace rdbopen {
 
 class SqliteFiles {
 public:
-    //  Records the state of the files after a request. Fails if a file is missing or the open database no longer has
-    //  the name path.
+    //  Records the state of the files after a request. Fails if a file is missing, the open database no longer has the
+    //  name path, or the database cannot be read.
     //  Requires: database is open at path, with write-ahead logging, and has been written.
     Status record(const std::string& path, SqliteDatabase& database);
 
     //  Returns whether the names still refer to the recorded files.
     bool areNamed() const;
 
-    //  Returns ok if the files are as recorded, or if only SQLite has changed them since. Otherwise the reason
-    //  describes the change.
+    //  Returns ok if the files are as recorded, or if only SQLite seems to have changed them since. Otherwise the
+    //  reason describes the change, or why the database cannot be read.
     Status verify(SqliteDatabase& database);
 
-    //  Removes files that do not belong to the current database, so that no connection applies them. These are the
-    //  index and, if the database was replaced or overwritten, the log. A log that changed after it was recorded is
-    //  kept. Requires: verify has failed, and the connection was closed without a checkpoint.
+    //  Removes those of the recorded files that do not belong to the current database, so that no connection applies
+    //  them: the index, if a file was removed, replaced or overwritten, and the log, if this file was the database. A
+    //  log that changed after it was recorded is kept. Requires: verify has failed, and the connection was closed
+    //  without a checkpoint.
     void removeRemains() const;
 
 private:
