@@ -69,7 +69,7 @@ void checkPort(const Url& url, std::size_t line, CReport& report) {
                               (url.port == 0 ? "none, which is 999" : std::to_string(url.port)));
 }
 
-//  A number is read as written only if no text follows it. An unknown word is read as level 30, like "inf" and "msg".
+//  The service ignores text after a number. It reads 0 and an unknown word as level 30, like "inf" and "msg".
 void checkLevelWord(const std::string& word, std::size_t line, CReport& report) {
     char* end = nullptr;
     const long number = std::strtol(word.c_str(), &end, 10);

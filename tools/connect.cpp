@@ -28,7 +28,7 @@ std::string listed(const Addresses& addresses) {
     return text.empty() ? "no address" : text;
 }
 
-//  Compares servers, and remembers whether anything differed or failed.
+//  Compares servers, and remembers whether anything differed, failed or was refused.
 class CComparison {
 public:
     CComparison(const CRunCls& run, const ConnectConsole& console) : run_(run), console_(console) {}
@@ -57,7 +57,7 @@ private:
 
     const CRunCls& run_;
     const ConnectConsole& console_;
-    std::string dns_name_;     // Holdings::name of the DNS server; empty if no Holdings could be obtained
+    std::string dns_name_;     // Holdings::name of the DNS server; also empty if there is no Holdings
     Addresses dns_addresses_;  // that the resolver should return
     bool equal_ = true;
 };

@@ -8,8 +8,9 @@ namespace check {
 
 namespace {
 
-//  Parses one line by passing the text front_ and a part of the line to the reader. front_ brings the reader into the
-//  state that it has at the start of the line: after a line feed, and with an unfinished key if earlier lines left one.
+//  Parses one line by passing the text front_ and the line, or a changed copy of it, to the reader. front_ brings the
+//  reader into the state that it has at the start of the line: after a line feed, and with an unfinished key if earlier
+//  lines left one.
 //  Which bytes this key has does not change how the reader parses, so front_ contains the letter x instead, once more
 //  than the line has bytes. So a key that is longer than the line contains these letters, and the time for a line
 //  depends only on the length of the line.

@@ -18,7 +18,7 @@ namespace check {
 //  One call of the reader's callback.
 struct IniCall {
     std::string section;
-    std::string key;    // empty for a section header and for a line that begins with "="
+    std::string key;    // empty for a section header and for a value without a key
     std::string value;  // empty for a section header
 
     bool operator==(const IniCall&) const = default;

@@ -8,7 +8,8 @@
 //        note   names of other HTTPS ports ...              what may exist, but the server cannot be asked for it
 //
 //  Deletes nothing before it has printed this, and then only after "yes" was typed on a terminal, or with --yes.
-//  Deletes nothing while the service runs with these settings, because it would publish the name again.
+//  Deletes nothing if it finds a service that runs with these settings (running_service.h), because that service would
+//  publish the name again.
 #ifndef TOOLS_REMOVE_H
 #define TOOLS_REMOVE_H
 
@@ -38,8 +39,8 @@ struct RemoveConsole {
     bool service_runs = false;                      // with these settings
 };
 
-//  Shows the records and deletes them. Returns status_clean if no record of the service remains at the servers in
-//  question, else status_warnings.
+//  Shows the records and, if this is allowed and confirmed, deletes them. Returns status_clean if no record of the
+//  service remains at the servers in question, else status_warnings, also if a server has not answered.
 int removeName(const CRunCls& run, const RemoveOptions& options, const RemoveConsole& console);
 
 //  The whole mode: reads the file options.file, and uses the terminal. Returns an exit status of the tool.

@@ -34,7 +34,7 @@ struct Finding {
 
 class CReport {
 public:
-    std::string file;                // file name, as on the command line
+    std::string file;                // path of the file
     std::vector<std::string> table;  // the nine settings; empty if the file was not read or is UTF-16
     std::vector<std::string> words;  // sentences about what the service does with the settings
     std::vector<Finding> findings;

@@ -17,7 +17,7 @@ struct RunningService {
 //  use is of interest. A service whose program or settings cannot be found out, such as one of another user, is treated
 //  as one with other settings.
 //
-//  If that service does not use the settings ini, this function also searches for an instance of the unit: for a file
+//  If no service with the settings ini is found so, this function also searches for an instance of the unit: for a file
 //  NAME.ini, the instance NAME. If the state file in the folder runtime/NAME shows that this instance runs, it is the
 //  result, and is treated as a service with these settings.
 RunningService findRunningService(const std::string& ini, const char* pid_path = "/var/run/addrpubd.pid",

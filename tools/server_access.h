@@ -47,8 +47,8 @@ public:
     //  Asks whether the server allows what the service does (engine/inspector.h).
     rdbopen::Status examine(std::vector<rdbopen::Examination>& results);
 
-    //  Compares all records of a DNS server with those that the service writes for these addresses of the host. Fails
-    //  with errorNotHeld if they differ. Returns ok if there are no addresses, or if the back end has no such check.
+    //  Compares the host's records at a DNS server with those that the service writes for these addresses. Fails with
+    //  errorNotHeld if they differ. Returns ok if there are no addresses, or if the back end has no such check.
     rdbopen::Status compareRecords(const std::vector<std::string>& addresses);
 
     //  Deletes the records of the service that held has returned (engine/inspector.h). Requires: held has succeeded.

@@ -2,9 +2,9 @@
 //
 //      addrpubd-check --status [--json | --prometheus] [INSTANCE | FOLDER]
 //
-//  Exit status 0: every server has confirmed the addresses. 1: a server has not. 2: no service is running, its state
-//  cannot be read, the command line is wrong, or the output cannot be written. The last state of a service that has
-//  ended is never reported as its present one.
+//  Exit status 0: every server has confirmed the addresses. 1: a server has not, or the state has no server. 2: no
+//  service is running, its state cannot be read, the command line is wrong, or the output cannot be written. The last
+//  state of a service that has ended is never reported as its present one.
 //
 //  Threads: any.
 #ifndef TOOLS_STATUS_H
@@ -31,7 +31,8 @@ bool isConfirmed(const Server& server, Time now);
 //  Returns the exit status for a reading.
 int exitStatus(const Reading& reading, Time now);
 
-//  Returns one line for each server, or the reason why there is none. colours: with escape sequences of a terminal.
+//  Returns one line for each server, or one line with the reason why there is no present state. colours: with escape
+//  sequences of a terminal.
 std::string textOf(const Reading& reading, const std::string& folder, Time now, bool colours);
 
 //  Returns one JSON object and a line feed.

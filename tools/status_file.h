@@ -31,7 +31,7 @@ struct Failure {
 struct Item {
     std::string name;  // of the tag; empty for an update request
     std::string value;
-    std::optional<Time> since;  // when the server accepted it; empty if pending
+    std::optional<Time> since;  // when it was no longer pending, usually accepted by the server; empty if pending
 };
 
 struct Next {

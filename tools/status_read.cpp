@@ -14,7 +14,7 @@ namespace {
 constexpr std::size_t max_size = 1 << 20;  // bytes; a real file has a few kilobytes
 
 //  The writer may replace the file while it is read, which releases the lock of the old file. The new file is then
-//  read. The time between two writes is much longer than a read, so a second replacement in a row is improbable.
+//  read. The time between two writes is usually much longer than a read, so many replacements in a row are improbable.
 constexpr int max_attempts = 20;
 
 class Descriptor {
