@@ -44,7 +44,7 @@ struct Holdings {
     bool incomplete = false;  // there may be records of the service that remove does not delete
 };
 
-//  One question to a server.
+//  One question to a server, and its answer.
 struct Examination {
     std::string what;  // the action of the service, such as "update the records of host1"; not a sentence
     Status status;     // ok: the server allows it, as far as this can be asked without a change
@@ -69,8 +69,7 @@ public:
     virtual Result<std::vector<std::string>> published(const std::vector<std::string>& addresses) { return addresses; }
 
     //  Asks the server whether it allows what the service does for host, unless openToRead has already shown it. Adds
-    //  one element to results for each question. Fails if some question could not be asked. Requires: openToRead has
-    //  succeeded.
+    //  the answers to results. Fails if some question could not be asked. Requires: openToRead has succeeded.
     virtual Status examine(const HostNames& host, std::vector<Examination>& results) = 0;
 
     //  Deletes the records that are ours in the last result of held, and adds one element to steps for each request.

@@ -58,7 +58,7 @@ struct Module {
     BackendResult (*make)(const Url& url, const Credentials& credentials) noexcept;
 
     //  Adds advice on what the administrator should change before the service uses the url. May read files, but changes
-    //  nothing and contacts no server. Adds nothing for a malformed url. May skip advice if memory is exhausted.
+    //  nothing and contacts no server. Ignores malformed parts of the url. May skip advice if memory is exhausted.
     void (*advise)(const UrlUse& use, std::vector<Advice>& advice) noexcept;
 };
 

@@ -13,8 +13,8 @@ namespace {
 constexpr unsigned addressBits = 128;
 constexpr AddressFilter::Prefix uniqueLocal{{0xfc}, 7};  // RFC 4193 section 3.1
 
-//  Addresses that the service never publishes (RFC 4291 section 2): multicast; link-local and site-local; IPv4-mapped;
-//  unspecified, loopback and IPv4-compatible.
+//  Addresses that the service does not publish (RFC 4291 section 2): multicast; link-local and site-local; IPv4-mapped;
+//  loopback and IPv4-compatible, together with the unspecified address, which no interface has.
 constexpr AddressFilter::Prefix neverPublished[] = {
     {{0xff}, 8}, {{0xfe, 0x80}, 9}, {{0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0xff, 0xff}, 96}, {{}, 96}};
 
