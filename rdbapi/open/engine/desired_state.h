@@ -4,10 +4,9 @@
 //      requested --success--> held --check finds it missing--> pending --retry--> held
 //           \--failure, refusal, time-out--> pending
 //
-//  A tag lookup that was refused, timed out or failed with the back end is also pending. A value or request that can
-//  never succeed, such as a malformed one, is not stored. If a retry is the first to show this, the value or request is
-//  forgotten. If a value's tag is missing and the definition of the tag is unknown, the value is no longer pending
-//  after a retry.
+//  A tag lookup that was refused or got no answer is also pending. A value or request that can never succeed, such as a
+//  malformed one, is not stored. If a retry is the first to show this, the value or request is forgotten. If a value's
+//  tag is missing and the definition of the tag is unknown, the value is no longer pending after a retry.
 //
 //  This class also stores when the server last confirmed held data: by accepting it on this connection, or at a later
 //  check. The worker need not send confirmed data again. The time of a confirmation is the start of its request, retry

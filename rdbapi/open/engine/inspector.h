@@ -6,7 +6,7 @@
 //
 //  Only the operation remove changes records. It deletes the records that the operation held has returned as ours. In
 //  the back ends redis, sqlite and dns, it refuses to do so if it finds that they have changed since. The back end
-//  hosts deletes all lines of the service for the host, also later ones.
+//  hosts deletes all lines of the service for the host, also lines that were added since.
 //
 //  Threads: one thread at a time. The back end must not be open (Backend::open) meanwhile.
 #ifndef RDBAPI_OPEN_ENGINE_INSPECTOR_H
