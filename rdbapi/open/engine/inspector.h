@@ -50,7 +50,7 @@ struct Examination {
     Status status;     // ok: the server allows it, as far as this can be asked without a change
 };
 
-//  One request of a removal, which the server carries out as a whole or not at all.
+//  One request of a removal, which a server normally carries out as a whole or not at all.
 struct RemovalStep {
     std::vector<std::string> texts;  // of the records
     Status status;                   // ok: the records were deleted; errorBackendFailed: they may have been deleted
