@@ -1,8 +1,8 @@
 //  Reads and parses the state file of a running service (rdbapi/open/engine/state_board.h). docs/user/state.md
 //  describes the format.
 //
-//  The file may contain anything, because the user of the service can write it. The parser accepts only what the format
-//  allows, ignores lines with unknown keys, and keeps texts unescaped; show.h makes them printable.
+//  The file may contain anything, because the user of the service can write it. The parser rejects malformed lines,
+//  ignores lines with unknown keys, and stores texts without their escapes, so they may be unprintable.
 //
 //  Threads: any.
 #ifndef TOOLS_STATUS_FILE_H

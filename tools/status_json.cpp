@@ -7,7 +7,7 @@ namespace status {
 
 namespace {
 
-//  Bytes that are not ASCII may not be valid UTF-8, so each one is written as the character with the same number.
+//  Bytes that are not ASCII need not be valid UTF-8, so each one is written as the character with the same number.
 std::string jsonText(std::string_view text) {
     std::string out = "\"";
     for (const char c : text) {

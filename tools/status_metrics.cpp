@@ -8,7 +8,7 @@ namespace status {
 
 namespace {
 
-//  Escapes bytes that are not printable ASCII: they may not be valid UTF-8, which would make the whole file invalid.
+//  Escapes bytes that are not printable ASCII: invalid UTF-8 would make the whole file invalid.
 std::string escapedLabel(std::string_view text) {
     std::string out;
     for (const char c : check::printable(text))

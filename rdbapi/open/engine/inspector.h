@@ -30,7 +30,7 @@ struct HostNames {
 };
 
 struct HeldRecord {
-    std::string text;     // one line, "host1.example.org AAAA 2001:db8::1"; bytes from the server may not be printable
+    std::string text;     // one line, "host1.example.org AAAA 2001:db8::1"; bytes from the server may be unprintable
     std::string remains;  // why remove keeps the record; empty for a record of the service, which remove deletes
 
     bool ours() const noexcept { return remains.empty(); }

@@ -155,7 +155,7 @@ Status HostsBackend::remove(std::vector<RemovalStep>& steps) {
 
 }  // namespace
 
-//  A reason never contains the url, because a url may contain a misplaced secret.
+//  The reasons do not quote the url, because a url may contain a misplaced secret.
 Result<AddressFilter> parseHostsOptions(const Url& url) {
     AddressFilter filter;
     std::vector<std::string> seen;

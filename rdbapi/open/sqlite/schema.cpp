@@ -111,7 +111,7 @@ Status verifySqliteFile(SqliteDatabase& database, const std::string& path) {
     //  SQLite reports size 0 for a file of one byte, too.
     if (*size == 0 && header[0] == 0)
         return {};
-    //  After a crash during the first transaction, the first page may not be on the disk.
+    //  After a crash during the first transaction, the first page may be missing on the disk.
     if (isBlank(header, headerSize) && isRolledBackToNothing(path))
         return {};
     if (*size < marksEnd || std::memcmp(header, magic, sizeof magic) != 0)
