@@ -1,4 +1,5 @@
-//  The text of the state file, line by line: a key, then words that are separated by single spaces.
+//  The text of the state file, line by line: a key, then words, and at the end at most one text, separated by single
+//  spaces.
 //
 //      failure 1764000000000 5000000 1014 the connection was refused
 //      key     moment                code text

@@ -50,8 +50,8 @@ Status fill(const FilePlace& place) {
     Status status = removeRemains(place);
     if (status.ok())
         status = replaceFile(place, before, *database);
-    //  A failed replacement is ignored in two cases: the file existed and was empty, so SQLite can fill it, or another
-    //  process has created the file meanwhile.
+    //  A failure is ignored in two cases: the file existed and was empty, so SQLite can fill it, or another process has
+    //  created the file meanwhile.
     const bool left = status.ok() || status.code == errorFileChanged || before.exists;
     return left ? Status{} : backendFailed("cannot be made: " + status.reason);
 }
