@@ -73,7 +73,7 @@ public:
     virtual Status examine(const HostNames& host, std::vector<Examination>& results) = 0;
 
     //  Deletes the records that are ours in the last result of held, and adds one element to steps for each request.
-    //  Every such record is in one element, unless memory is exhausted. Returns the first failure.
+    //  Every such record is in one element, unless memory is exhausted. If a request fails, returns a failure.
     //  Requires: held has succeeded.
     virtual Status remove(std::vector<RemovalStep>& steps) = 0;
 
