@@ -2,7 +2,7 @@
 //  the addresses of this host.
 //
 //      this host has 2001:db8::1, fd00::1
-//      DNS server dns://ns.example.org/example.org:
+//      DNS server dns://ns.example.org:53/example.org:
 //        allowed update the records of host1.example.org       what the service does there
 //        refused update PTR records in ...: REFUSED ...
 //        expect  2001:db8::1                                    after only and skip

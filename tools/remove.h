@@ -2,7 +2,7 @@
 //
 //      addrpubd-check --remove [--yes] [--with-tag] [--port N]... [FILE]
 //
-//      DNS server dns://ns.example.org/example.org:
+//      DNS server dns://ns.example.org:53/example.org:
 //        delete host1.example.org AAAA 2001:db8::1          what the service wrote
 //        keep   host1.example.org TXT: it is of another type
 //        note   names of other HTTPS ports ...              what may exist, but the server cannot be asked for it

@@ -30,8 +30,8 @@ public:
     CServerAccess& operator=(const CServerAccess&) = delete;
     ~CServerAccess();
 
-    //  Returns the name of the server without user and password, "dns://ns.example.org/example.org". Empty if the back
-    //  end could not be created.
+    //  Returns the name of the server without user and password, such as "dns://ns.example.org:53/example.org". Empty
+    //  if the back end could not be created.
     const std::string& label() const { return label_; }
 
     //  Connects without changing anything. Also fails if the back end could not be created, or does not serve this kind

@@ -2,7 +2,7 @@
 //  next attempt. stateText writes it as the lines of one server; docs/user/state.md describes them.
 //
 //      server rdb                               kind: rdb, dns, or any when the back end serves both
-//      label redis://db.example.org             as in syslog lines, without user and password
+//      label redis://db.example.org:6379/0      as in syslog lines, without user and password
 //      phase connected                          opening, connected or waiting
 //      success 1764000000000 5000000            moments: ms since 1970 UTC, ms since boot
 //      published 1764000000000 5000000 host1.example.org 2001:db8::1
