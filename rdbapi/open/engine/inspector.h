@@ -40,7 +40,7 @@ struct Holdings {
     std::string name;  // of the host in DNS, without the final dot; empty for an rdb server and for log:
     std::vector<HeldRecord> records;
     std::optional<std::vector<std::string>> addresses;  // in the records; nothing if the server cannot be asked
-    std::vector<std::string> remarks;                   // what else may exist, as sentences without a full stop
+    std::vector<std::string> remarks;                   // sentences on what else may exist, or why nothing is listed
     bool incomplete = false;  // there may be records of the service that remove does not delete
 };
 
