@@ -115,8 +115,8 @@ void CComparison::compareHeld(CServerAccess& access, ServerKind kind) {
     }
     const rdbopen::Status records = access.compareRecords(console_.addresses);
     if (records.code == rdbopen::errorNotHeld)
-        differ("the addresses are equal, but HTTPS or PTR records are not those of the settings; the service corrects "
-               "them at its next check");
+        differ("the addresses are equal, but HTTPS or PTR records are not those of the settings; a service with these "
+               "settings corrects them at its next check or update");
     else if (!records.ok())
         fail(records.reason);
 }

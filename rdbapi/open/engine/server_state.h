@@ -51,7 +51,7 @@ public:
 
     //  An exchange with the server has ended with status, or a call was not served because its caller had timed out.
     //  data: the desired state after it. A success is recorded only if the desired state has a value or request and
-    //  nothing is pending. After errorBadRequest, no success is recorded until an exchange of a call succeeds: the
+    //  nothing is pending. After errorBadRequest, no success is recorded until a call succeeds: the
     //  desired state lacks the rejected data. An interrupted check is ignored. Refusals and errorBadRequest count as
     //  failures; others, such as a missing tag, only while data is pending.
     void exchanged(Cause cause, Moment now, const Status& status, const DesiredState& data);
@@ -101,7 +101,7 @@ private:
     std::uint64_t retries_ = 0;   // retries of pending data; without refreshes and requests for tags before event 60001
     std::uint64_t refusals_ = 0;  // refused calls, retries and checks; without requests for tags before event 60001
     bool failing_ = false;        // a failure was recorded, and no success after it
-    bool rejected_ = false;       // a request ended with errorBadRequest, and no exchange of a call has succeeded since
+    bool rejected_ = false;       // a request ended with errorBadRequest, and no call has succeeded since
     bool changed_ = true;
 };
 
