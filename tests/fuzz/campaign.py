@@ -1,10 +1,10 @@
-"""campaign.py [--build FOLDER] [--jobs N] [SECONDS] [TARGET...]: runs the fuzz targets, each for SECONDS (default 600).
+"""campaign.py [--build FOLDER] [--jobs N] [SECONDS] [TARGET...]: runs the fuzz targets, each for SECONDS (default 300).
 campaign.py [--build FOLDER] --keep N [TARGET...]: adds inputs of earlier campaigns to tests/fuzz/corpus (found.py).
 
 A target starts from its corpus (tests/fuzz/corpus) and from the inputs that earlier campaigns stored in
 FOLDER/campaign/TARGET/corpus. It stores new inputs there as well. It stops at its first finding, which is stored next
 to its log. The program prints a line for each running target every 30 seconds. At the end it prints a table, also to
-FOLDER/campaign/table.txt. A run of all targets for 600 s or longer also writes the table into the verification page.
+FOLDER/campaign/table.txt. A run of all targets for 300 s or longer also writes the table into the verification page.
 The exit status is 1 if there is a finding, or if a target fails in another way."""
 
 import argparse
@@ -24,7 +24,7 @@ HERE = Path(__file__).resolve().parent
 ROOT = HERE.parent.parent
 FINDS = ("crash-", "leak-", "timeout-", "oom-")
 PROGRESS_SECONDS = 30
-USUAL_SECONDS = 600
+USUAL_SECONDS = 300
 COLUMNS = "{:<16}{:>9}{:>13}{:>9}{:>8}{:>8}{:>7}"
 NAMES = ("target", "seconds", "executions", "exec/s", "edges", "corpus", "finds")
 HEADER = COLUMNS.format(*NAMES)
