@@ -1,5 +1,6 @@
 """A Redis server, a proxy between client and server, and the open client library as the client, in one sandbox."""
 
+import errno
 import os
 import shutil
 import signal
@@ -16,6 +17,7 @@ LIBRARY = BUILD / "librdbapix64.so"
 SHIM = BUILD / "tests/libhurryshim.so"
 PROXY = Path(__file__).with_name("redis_proxy.py")
 DATA = "/mnt/redis"
+REFUSED = os.strerror(errno.ECONNREFUSED)  # in the language of the programs under test (surroundings.py)
 
 
 def require():

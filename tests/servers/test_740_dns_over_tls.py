@@ -39,7 +39,7 @@ def test_740_an_update_over_tls_is_in_the_zone(fixture):
 @pytest.mark.retry
 def test_741_records_that_were_lost_are_written_again(fixture):
     fixture.server.start()
-    fixture.connected("&check=1")
+    fixture.connected()
     assert fixture.update(["2001:db8::a"], [443])[0] == OK
     fixture.server.kill()
     fixture.server.forget()

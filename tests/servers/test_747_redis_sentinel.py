@@ -5,7 +5,7 @@ import pytest
 from certificates import Authority
 from host import BUILD
 from rdb_client import CONNECTED, DISCONNECTED, RdbClient, Syslog
-from redis_bed import LIBRARY, SHIM, Server, require
+from redis_bed import LIBRARY, REFUSED, SHIM, Server, require
 from sandbox import Sandbox, wait_until
 
 OK = 0
@@ -134,13 +134,13 @@ def test_7472_each_sentinel_that_does_not_help_is_named_with_its_reason(fixture)
     fixture.sentinels[2].start("sentinel monitor other 127.0.0.1 1 2")
     fixture.open(rest="/nomaster")
     found = fixture.log.wait("nomaster/0: ")[0]
-    assert f"127.0.1.1:{PORT}: cannot be reached: Connection refused; " in found
+    assert f"127.0.1.1:{PORT}: cannot be reached: {REFUSED}; " in found
     assert f"127.0.1.2:{PORT}: the Sentinel requires a login, and gets none" in found
     assert found.endswith(f"127.0.1.3:{PORT}: the Sentinel does not know a master nomaster")
     fixture.open(["127.0.1.3"], "/other")
     found = fixture.log.wait("other/0: ")[0]
     assert found.endswith(
-        f"127.0.1.3:{PORT}: the master that it names: 127.0.0.1:1: cannot be reached: Connection refused"
+        f"127.0.1.3:{PORT}: the master that it names: 127.0.0.1:1: cannot be reached: {REFUSED}"
     )
     fixture.open(["127.0.0.1:6379"])
     fixture.log.wait("127.0.0.1:6379: the server is not a Sentinel")

@@ -2,7 +2,7 @@
 
 import pytest
 from rdb_client import CONNECTED, DISCONNECTED
-from redis_bed import Fixture, Server, require
+from redis_bed import REFUSED, Fixture, Server, require
 from sandbox import wait_until
 
 OK = 0
@@ -29,7 +29,7 @@ def test_748_a_promoted_replica_takes_over_when_the_primary_ends(fixture):
     wait_until(lambda: fixture.server.value() == "first", "the replica to have the value")
     fixture.other.kill()
     reason = fixture.log.wait("127.0.0.1:6379: the server is not a primary but a replica")[0]
-    assert f"{OTHER}:6379: cannot be reached: Connection refused" in reason
+    assert f"{OTHER}:6379: cannot be reached: {REFUSED}" in reason
     fixture.server.command("REPLICAOF", "NO", "ONE")
     fixture.wait_connected()
     assert fixture.put("second") == OK
@@ -57,7 +57,7 @@ def test_7482_without_a_primary_the_reason_names_the_failure_of_each_server(fixt
     fixture.connect(host=f"127.0.0.1:6379,{OTHER}")
     fixture.log.wait(
         f"rdbapi: redis://{LIST}/0: 127.0.0.1:6379: the server is not a primary but a replica; "
-        f"{OTHER}:6379: cannot be reached: Connection refused"
+        f"{OTHER}:6379: cannot be reached: {REFUSED}"
     )
     fixture.other.start()
     fixture.wait_connected()

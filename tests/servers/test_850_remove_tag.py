@@ -4,7 +4,7 @@ import pytest
 import redis_bed
 import test_746_redis_cluster as cluster_tests
 import test_747_redis_sentinel as sentinel_tests
-from redis_bed import require
+from redis_bed import REFUSED, require
 from redis_cluster import key_of
 from remove_bed import Settings, marked
 
@@ -109,7 +109,7 @@ def test_854_a_wrong_password_is_reported_and_not_shown(fixture):
 def test_855_a_server_that_does_not_run_is_reported(fixture):
     fixture.server.kill()
     status, output = settings(fixture.sandbox, "redis://127.0.0.1").remove("--with-tag", "--yes")
-    assert (status, marked("failed", output)) == (1, ["cannot be reached: Connection refused"])
+    assert (status, marked("failed", output)) == (1, [f"cannot be reached: {REFUSED}"])
 
 
 def test_856_a_name_leaves_the_master_of_its_slot_in_a_cluster(cluster):

@@ -255,7 +255,8 @@ TEST_F(SqliteCreation, ALinkOfAnotherUserInASharedFolderIsNotFollowed) {
 
 TEST_F(SqliteCreation, ALockFileThatCannotBeLockedIsNamed) {
     std::filesystem::create_directory(folder.file(".rdb.db.addrpubd.lock"));
-    EXPECT_EQ(backend->open(plainWaiter).reason, "cannot be made: the lock file cannot be locked: Is a directory");
+    EXPECT_EQ(backend->open(plainWaiter).reason,
+              "cannot be made: the lock file cannot be locked: " + errorText(EISDIR));
 }
 
 //  SQLite follows links by default. The back end switches this off, because a link may appear after the path was

@@ -119,7 +119,7 @@ TEST_F(SqliteDamage, ALockFileThatCannotBeLockedIsNamed) {
     cutTo(page);
     std::filesystem::create_directory(folder.file(".rdb.db.addrpubd.lock"));
     EXPECT_EQ(backend->open(plainWaiter).reason,
-              "the file may be damaged, and cannot be checked: the lock file cannot be locked: Is a directory");
+              "the file may be damaged, and cannot be checked: the lock file cannot be locked: " + errorText(EISDIR));
 }
 
 TEST_F(SqliteDamage, AFileWithAMalformedSchemaIsRenamed) {
