@@ -105,7 +105,7 @@ def service(sandbox, build, libraries, title, **settings):
 
 
 def executable_alone(sandbox, build):
-    """Runs addrpubd with a client library without dependencies, the minimal loop, and the peers at the same time."""
+    """Runs addrpubd with a client library without dependencies, the bare loop, and the peers at the same time."""
     unused = {"name": "host1", "rdburl": "rdb://192.0.2.1:900", "dnsurl": "dns://192.0.2.2:901"}
     own = service(sandbox, build, standin(build), "addrpubd, executable alone", dnsuser="u", dnspswd="p", **unused)
     folder = sandbox.path(FOLDER)

@@ -1,4 +1,4 @@
-//  The process descriptor and the commands.
+//  CDaemon, the process descriptor (pid file, paths, queue), and the commands.
 //
 //      -start  start()       claims the pid file, forks, prints what the child reports; the child becomes the service
 //      -run    runConsole()  claims the pid file and becomes the service in the foreground

@@ -55,8 +55,8 @@ void CRunCls::publishOnce() {
     try {
         runCycle(now);
     } catch (const std::bad_alloc&) {
-        //  A changed list that was not copied to last_put_value or last_sent_value still differs from that member, so
-        //  the next cycle puts or sends it again.
+        //  Nothing is lost: last_put_value and last_sent_value are set after the put and the request. If memory was
+        //  exhausted before, a changed list still differs from them, and the next cycle puts or sends it again.
     }
 }
 

@@ -28,7 +28,7 @@ struct size_list {
     uint32_t heapbytes;
     uint32_t min_blocks;
     uint32_t largest;
-    size_t prealloc;  // number of classes, from the first, whose first heap is created at once
+    size_t prealloc;  // so many classes, from the first on, get their first heap at once
 };
 
 //  Initialised at compile time, because the allocator is constructed before other initialisers of this file run.

@@ -17,7 +17,7 @@
 //
 //  Threads: after the constructor and before the destructor, any thread may call malloc_ and free_. The table of
 //  classes does not change in this time, so it is read without a lock. Each class has its own lock, so a signal handler
-//  must not call malloc_ or free_ if it interrupted one of them.
+//  that interrupted malloc_ or free_ must call neither: the interrupted code may hold the lock.
 #ifndef OLK_ALLOCATOR_H
 #define OLK_ALLOCATOR_H
 

@@ -22,7 +22,7 @@ def file_of(installed, page):
 def rendered(installed, page):
     command = ["mandoc", "-T", "ascii", file_of(installed, page)]
     text = subprocess.run(command, capture_output=True, check=True, text=True).stdout
-    return re.sub(".\x08", "", text)  # nroff writes a bold letter as letter, backspace, letter
+    return re.sub(".\x08", "", text)  # mandoc writes a bold letter as letter, backspace, letter
 
 
 @pytest.mark.parametrize("page", PAGES)

@@ -11,7 +11,7 @@ from installation import BUILD
 
 REQUIRES = ("bash", "cmake")
 
-#  Prints the completions of the last of the words, as bash would ask for them.
+#  Arguments: the completion file, then the words of a command line. Prints what bash would offer for the last word.
 COMPLETE = """
 compopt() { :; }
 source "$1"; shift

@@ -230,7 +230,7 @@ def test_466_both_servers_get_the_addresses_again_after_losing_their_data(scene)
 
 
 def test_4661_an_unchanged_list_is_repeated_without_a_write_to_the_database(scene):
-    """The test does not compare the reads of the database and the updates of the name server."""
+    """Only writes to the database are counted. It may be read, and the name server may be updated."""
     scene.change(add=[A])
     process, control = scene.run_service()
     control.advance(0.1)

@@ -84,7 +84,7 @@ class Host:
 
 
 class Fleet:
-    """Hosts that put new values until it is stopped, with a thread for each process."""
+    """Hosts that put new values until stop() is called. Each client process serves several of them, on one thread."""
 
     def __init__(self, fixture, url, count):
         self._stopping = threading.Event()

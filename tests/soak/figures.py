@@ -8,9 +8,10 @@ import time
 WARM_UP = 180.0  # seconds after which no figure may grow; in a shorter soak, a third of its duration
 SEVERAL = 3  # a figure is the median of this many samples
 
-#  Allowed growth until the end. RssAnon, kB: pages of the heap that are used when the main thread and two threads of
-#  the client library need most memory at the same moment. VmData, kB: the C library returns memory to the system only
-#  from 1 MB on. Both figures include memory that SQLite keeps for a database that has grown.
+#  Allowed growth until the end. RssAnon, kB: after the warm-up, the main thread and two threads of the client library
+#  may for the first time need their most memory at the same moment, and so more pages of the heap. VmData, kB: the C
+#  library returns memory to the system only from 1 MB on. Both figures include memory that SQLite keeps for a database
+#  that has grown.
 STRAY = {"RssAnon": 192, "VmData": 1024, "descriptors": 0, "threads": 0}
 MEMORY = ("RssAnon", "VmData")
 

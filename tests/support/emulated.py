@@ -20,7 +20,7 @@ _BY_PYTHON = "the Python of this machine loads the client library"
 _BY_SHELL = "a shell starts the executable, so the test cannot start the emulator instead"
 _OTHER_FILE = "the folder of the service is found by the name of its executable, which is the emulator"
 
-#  Starts of the names of unit tests.
+#  Prefixes of the names of unit tests that are left out, with the reason.
 UNIT = {
     "BlkAlloctorDeathTest.": _MESSAGE,
     "AllocatorLimitDeathTest.": _NO_LIMIT,

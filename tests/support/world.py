@@ -177,7 +177,7 @@ class Scenario:
         return [(self.elapsed(call.wall_ns), call) for call in calls]
 
     def names(self):
-        """Returns the functions called since the end of the start."""
+        """Returns the names of the functions called, without those of the start at the beginning of the list."""
         calls = [call.call for call in self.library.calls()]
         while calls and calls[0] in ("rdb_create", "rdb_setmessagenotify", "rdb_connectex"):
             del calls[0]

@@ -17,7 +17,7 @@ def begin(scenario, *servers):
 
 
 def every(seconds, until):
-    """Returns the time of the first cycle, then the multiples of seconds up to until."""
+    """Returns 0.1, the time of the first cycle, then each multiple of `seconds` up to `until`."""
     return [0.1] + [float(at) for at in range(seconds, until + 1, seconds)]
 
 

@@ -47,7 +47,7 @@ inline constexpr std::size_t maxDatagramSize = 1232;
 
 //  Records of one owner and type.
 struct RecordSet {
-    std::string owner;  // in lower case; satisfies isDnsName unless it is too long
+    std::string owner;  // in lower case; satisfies isDnsName in each message that is sent
     std::uint16_t type = 0;
     std::vector<DnsBytes> records;  // data of each record in wire format; names in it are lower case,
                                     // except in records from a server

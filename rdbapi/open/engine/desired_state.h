@@ -12,7 +12,8 @@
 //  check. The worker need not send confirmed data again. The time of a confirmation is the start of its request, retry
 //  or check. All times are those of one monotonic clock, which the caller reads.
 //
-//      connection --accepted--> confirmed --check finds it, refresh--> confirmed --pending, reopened--> unconfirmed
+//      unconfirmed --accepted--> confirmed       a check that finds the data, or a refresh, sets a new time
+//      confirmed --> unconfirmed                 if the data becomes pending, or the connection is opened again
 //
 //  Data that was accepted on an earlier connection is unconfirmed even if a check finds it: it may be about to expire,
 //  and only a write prevents that.

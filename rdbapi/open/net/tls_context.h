@@ -1,7 +1,8 @@
 //  The part of a TLS connection that comes from files: authorities, and the client's certificate and key.
 //
 //  OpenSSL is used without its configuration file, and environment variables such as SSL_CERT_DIR do not change which
-//  files it reads: the service may be started by anyone who may become root, with the environment of that user. The
+//  files it reads. A user who may become root can start the service with an own environment, which must not decide whom
+//  the service trusts. The
 //  system's authorities are those of the folder that OpenSSL has compiled in: on Debian /usr/lib/ssl/certs, a link to
 //  /etc/ssl/certs.
 //

@@ -3,8 +3,8 @@
 //  for a node of a cluster, was named by another server. No option turns this check off.
 //
 //      ca=FILE              the authorities, instead of the system's
-//      cert=FILE&key=FILE   the client's certificate, with those between it and its authority, and its key
-//      name=NAME            the name or address in each server's certificate, if it is not that host
+//      cert=FILE&key=FILE   the client's certificate with its intermediate certificates, and its private key
+//      name=NAME            the name or address that each server's certificate must have, instead of that host
 //
 //  Files are PEM (RFC 7468), named by absolute paths.
 #ifndef RDBAPI_OPEN_NET_TLS_SETTINGS_H

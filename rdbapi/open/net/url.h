@@ -44,7 +44,7 @@ inline Status malformedUrl(std::string fault) {
 Result<Url> parseUrl(std::string_view text);
 
 struct Server {
-    std::string host;  // a name or an address, without brackets; 1 to 253 characters
+    std::string host;  // a name or an address, without brackets; 1 to 253 characters; empty for a Unix socket
     std::uint16_t port = 0;
 
     bool operator==(const Server&) const = default;

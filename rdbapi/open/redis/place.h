@@ -54,8 +54,8 @@ Result<RedisPlace> parseRedisPlace(const Url& url);
 //  Returns the url of place, for syslog. Of the options it contains only db.
 std::string redisPlaceText(const RedisPlace& place);
 
-//  Returns the server with a host and a port that some server has reported. That server may send anything: returns
-//  nothing if a url could not contain this host and port.
+//  Converts a host and a port that a server has reported. Returns nothing if a url could not contain them, because a
+//  server may report anything.
 std::optional<Server> serverFrom(std::string_view host, std::string_view port);
 
 }  // namespace rdbopen

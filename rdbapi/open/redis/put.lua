@@ -11,7 +11,7 @@
 local expire, limit, usable = ARGV[1], ARGV[2], ARGV[3]
 local createsTag = #ARGV > 3 + #KEYS
 local definition = {}
-local held = {}  -- by the key of the value, because a name may have several records
+local held = {}  -- key of a value -> its value; each further record of the name is compared with the one before
 for i = 1, #KEYS, 3 do
     local tag, foreignTag = readTag(KEYS[i])
     if foreignTag then

@@ -18,7 +18,7 @@ namespace {
 struct Value {
     enum class Kind { missing, other, natural, negative, text, object, list };
     Kind kind = Kind::missing;
-    std::int64_t number = 0;  // of natural or negative; above 2^63 - 1: the negative number with the same bits
+    std::int64_t number = 0;  // if natural or negative; from 2^63 on, the negative number with the same bits
     std::string text;
     std::vector<Value> elements;
 
@@ -95,7 +95,7 @@ private:
 
     int depth_ = 0;          // number of objects and lists around the next value
     bool inItem_ = false;    // the next value is in the item
-    Value* next_ = &root;    // where the next value outside a list is stored; null if it is not
+    Value* next_ = &root;    // where to store the next value outside a list; null: nowhere
     Value* list_ = nullptr;  // the list of the item that contains the next value, or null
 };
 

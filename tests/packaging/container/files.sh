@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-#  Sourced by inside: the files of the image, and the checker in it.
+#  Sourced by the script `inside`. Checks the files of the image, and the checker in it.
 
 # shellcheck source=tests/packaging/container/names.sh
 source "$(dirname "${BASH_SOURCE[0]}")/names.sh"

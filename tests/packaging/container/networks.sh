@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-#  Sourced by inside: a container with its own network, and several containers at once.
+#  Sourced by the script `inside`. Tests a container with its own network, and several containers at once.
 
 # shellcheck source=tests/packaging/container/names.sh
 source "$(dirname "${BASH_SOURCE[0]}")/names.sh"

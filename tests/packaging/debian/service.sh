@@ -4,7 +4,7 @@
 # shellcheck source=tests/packaging/debian/names.sh
 source "$(dirname "${BASH_SOURCE[0]}")/names.sh"
 
-#  Writes the settings: a host name, the log, and the lines from standard input.
+#  Writes the settings: a host name, an HTTPS port, the log, and the lines from standard input.
 configure() {
     {
         printf 'hostname = %s\ndnshttpsports = 443\nlogurl = stdout\n' "$name"

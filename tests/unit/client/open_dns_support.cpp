@@ -303,7 +303,7 @@ void DatagramServer::run() {
         auto* const place = reinterpret_cast<sockaddr*>(&client);
         const ssize_t size = recvfrom(socket_, message.data(), message.size(), 0, place, &length);
         if (size < 0)
-            continue;  // the client has closed its socket
+            continue;  // nothing was received
         message.resize(static_cast<std::size_t>(size));
         const SeenRequest request = seeRequest(message);
         for (const Datagram& sent : script_(request))

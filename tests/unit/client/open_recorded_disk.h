@@ -28,7 +28,7 @@ void startRecording(const std::string& folder);
 
 void stopRecording();
 
-//  Returns the possible contents of the folder after a power failure at any moment of the recording or after its last
+//  Return the possible contents of the folder after a power failure: at any moment of the recording; after its last
 //  call.
 std::set<FolderContent> cutsAtAnyMoment();
 std::set<FolderContent> cutsAtTheEnd();
