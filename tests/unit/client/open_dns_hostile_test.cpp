@@ -57,7 +57,8 @@ constexpr const char* request =
     R"({"request":"ws_dnsupdate","seqno":7,"item":{"name":"host1","ipv6s":["2001:db8::1"]}})";
 
 //  A waiter that stores the time limit of its last wait, and reports at once that the time has expired if the server
-//  does not answer.
+//  does not answer. Waits for a datagram may last until their time limit: if another program uses the same port for
+//  UDP, it receives the query instead of the server, and answers nothing.
 class ImpatientWaiter : public Waiter {
 public:
     explicit ImpatientWaiter(const DnsServer& server) : server_(server) {}
@@ -68,7 +69,7 @@ public:
             const bool silent = server_.silent();
             if (poll(&waited, 1, 1) > 0)
                 return Result::ready;
-            if (silent)
+            if (silent || monotonicNow() >= until)
                 return Result::timedOut;
         }
     }
