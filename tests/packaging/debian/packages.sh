@@ -24,7 +24,7 @@ completed_commands() {
 
 #  Prints whether the timer of the metrics is started at boot and whether it is active.
 timer_states() {
-    inside systemctl is-enabled "$timer" | paste -sd " " - <(inside systemctl is-active "$timer")
+    echo "$(inside systemctl is-enabled "$timer") $(inside systemctl is-active "$timer")"
 }
 
 check_first_install() {
