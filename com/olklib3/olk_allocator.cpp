@@ -21,14 +21,14 @@ constexpr uint32_t sizes_to_640k[] = {131072, 262144, 409600, 655360};
 constexpr uint32_t sizes_to_4m[] = {1048576, 2097152, 4194304, 8388608};
 
 //  A list of sizes with common parameters. A heap has heapbytes / size blocks, or two blocks if heapbytes is 0; the
-//  first heap of a class may have fewer. The first size that has at most min_blocks blocks per heap or is above largest
-//  gets no class, and neither do the sizes after it. So 8388608 gets no class.
+//  first heap of a class may have fewer. The list ends before the first size that has at most min_blocks blocks per
+//  heap or is above largest: this size and the sizes after it get no class. So 8388608 gets no class.
 struct size_list {
     std::span<const uint32_t> sizes;
     uint32_t heapbytes;
     uint32_t min_blocks;
     uint32_t largest;
-    size_t prealloc;  // so many classes, from the first on, get their first heap at once
+    size_t prealloc;  // number of classes, from the first on, that get their first heap at once
 };
 
 //  Initialised at compile time, because the allocator is constructed before other initialisers of this file run.

@@ -16,8 +16,9 @@
 //  User addresses are aligned to 8 bytes (16 for big blocks).
 //
 //  Threads: after the constructor and before the destructor, any thread may call malloc_ and free_. The table of
-//  classes does not change in this time, so it is read without a lock. Each class has its own lock, so a signal handler
-//  that interrupted malloc_ or free_ must call neither: the interrupted code may hold the lock.
+//  classes does not change in this time, so it is read without a lock. Each class has its own lock. A signal handler
+//  that interrupted malloc_ or free_ must call neither function: it could wait forever for a lock that the interrupted
+//  code holds.
 #ifndef OLK_ALLOCATOR_H
 #define OLK_ALLOCATOR_H
 
@@ -34,8 +35,8 @@ struct allocator {
     std::atomic<uint32_t> bigcount;                // big blocks in use; statistics only
     blk_alloctor<spinlock>* classes[max_classes];  // ascending by blksize; null from index classcount on
 
-    //  Creates the 30 classes. If memory for the record or the first heap of a class is exhausted, the class is left
-    //  out, and the next larger class, or else a big block, serves its sizes.
+    //  Creates the 30 classes, and the first heaps of three of them. A class for which memory is exhausted is left out;
+    //  the next larger class, or else a big block, serves its sizes.
     allocator();
     //  Unmaps every heap of every class. Big blocks are not tracked and stay mapped.
     ~allocator();

@@ -3,14 +3,17 @@
 //
 //      base                                                    base + maplen
 //      | hdr | block 0 | hdr | block 1 | ... | never used ... |
-//        |     ^                                  hdr: 8 bytes, the address of the block's blk_heap, written when the
-//        |     the user's address                 block is first carved and never changed, so a user address finds
-//        +--> blk_heap --owner--> blk_alloctor    its heap in one load; stride = blksize + 8
+//        |     ^
+//        |     the user's address
+//        +--> blk_heap --owner--> blk_alloctor
 //
-//      heaps --> head heap --> second --> ... --> null
-//                   |             +-- new heaps are inserted here; a later heap moves here when it
-//                   |                 has served a block and has more
-//                   +-- never moved; released only by the destructor
+//  hdr is the header of the block that follows: 8 bytes with the address of the block's blk_heap. It is written when
+//  the block is used for the first time, and never changes. So one load finds the heap of a user address.
+//
+//      heaps --> head heap --> second heap --> ... --> null
+//
+//  The head heap never moves, and only the destructor releases it. A new heap is inserted after the head. A later heap
+//  moves to this place when it has served a block and still has free blocks.
 //
 //  Invariants: (1) The class's freecount = sum of its heaps' freecounts. (2) A heap's freecount = length of its
 //  freelist + blkcount - bump. (3) Every node of a freelist is a block below that heap's bump, and its header points to
@@ -106,8 +109,8 @@ static_assert(sizeof(blk_heap) == 56, "a heap record fills one slot of the objec
 static_assert(sizeof(blk_alloctor<spinlock>) <= 56, "a class record fits one slot of the object heap");
 
 //  Reports a damaged size class and aborts: its free count is above zero, but no heap has a free block. The source
-//  position in the report is fixed text, because it is part of the service's diagnostics. It stays the same if this
-//  code moves.
+//  position in the report is a fixed text, not the position of this code. So the report stays the same if the code
+//  moves.
 [[noreturn]] inline void report_broken_class() {
     __assert_fail("pret != nullptr", "../com/olklib3/olk_alloctor", 597,
                   "void* olk::blk_alloctor<LOCK>::malloc_(size_t*) [with LOCK = olk::spinlock; size_t = long unsigned "
@@ -239,7 +242,7 @@ void* blk_alloctor<LOCK>::take_() {
 template <class LOCK>
 void* blk_alloctor<LOCK>::malloc_(size_t* outsize) {
     scoped_lock_<LOCK> guard(&lock);
-    //  NOLINTNEXTLINE(clang-analyzer-core.NullDereference): clang-analyzer assumes that this may be null
+    //  NOLINTNEXTLINE(clang-analyzer-core.NullDereference): clang-analyzer assumes that the pointer `this` may be null
     void* p = freecount == 0 ? grow_() : take_();
     OLK_WALK(valid_());
     if (p != nullptr && outsize != nullptr)
@@ -255,9 +258,9 @@ void blk_alloctor<LOCK>::free_(blk_heap* heap, void* p) {
     ++heap->freecount;
     ++freecount;
     //  Hysteresis: no heap is released if the class has at most three heaps, or if all free blocks of the class are in
-    //  the heap of this block. Without these conditions, a number of blocks that varies around a full heap would cause
-    //  a mapping or unmapping at each call. When the class releases heaps, it releases all entirely free heaps after
-    //  the head, so fewer than three may remain.
+    //  the heap of this block. Without these conditions, a program that allocates and frees one block in turn while all
+    //  other heaps are full would cause a mapping or an unmapping at each call. When the class releases heaps, it
+    //  releases all entirely free heaps after the head, so fewer than three may remain.
     if (heapcount > 3 && heap->wholly_free() && heap != heaps && freecount != blkperheap)
         release_free_heaps_();
     OLK_WALK(valid_());

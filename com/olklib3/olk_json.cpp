@@ -12,8 +12,7 @@ namespace olk {
 
 namespace {
 
-//  Table from a character to the character that follows the backslash in its escape; 0 if the character needs no
-//  escape.
+//  For each character, the character that follows the backslash in its escape; 0 if the character needs no escape.
 constexpr std::array<char, 256> make_escapes() {
     std::array<char, 256> table{};
     table['\b'] = 'b';

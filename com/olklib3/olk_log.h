@@ -25,9 +25,8 @@ constexpr int level_all = 999;
 
 //  One destination of records.
 //
-//  add, append and push return 0 for a dropped record, a negative value if the record cannot be formatted or written,
-//  and otherwise the result of the underlying write. A udplog without a socket returns -1 for each record. format and
-//  its arguments are those of printf.
+//  In a prtlog, add, append and push return the result of vprintf(3) for the text, or 0 for a dropped record.
+//  olk_udplog.h lists their results in a udplog. format and its arguments are those of printf.
 class ilog {
 public:
     ilog() = default;
@@ -50,7 +49,7 @@ public:
     __attribute__((format(printf, 4, 0))) virtual int push(int level, const char* tag, const char* format,
                                                            va_list args);
 
-    //  Returns and sets the log's own level. Every number is valid.
+    //  getlevel returns the log's own level, and setlevel sets it. Every number is valid.
     virtual int getlevel() = 0;
     virtual void setlevel(int level) = 0;
 
@@ -76,9 +75,9 @@ constexpr size_t level_name_size = 16;
 //  always "inf": "msg" has the same number, but only level_from_text uses it.
 const char* level_name(int level, char (&buffer)[level_name_size]);
 
-//  Returns the level that text names: a name of the table in any case, or a decimal number as strtol reads it, reduced
-//  to 32 bits. text must not be null. Returns 30 for an empty text, for a text that is neither, and for a number that
-//  is then 0.
+//  Returns the level that text names: a name of the table in upper or lower case, or a decimal number as strtol reads
+//  it, reduced to 32 bits. text must not be null. Returns 30 for an empty text, for a text that is neither, and for a
+//  number that is then 0.
 int level_from_text(const char* text);
 
 }  // namespace olk

@@ -1,7 +1,7 @@
 //  Raw memory: anonymous mappings, rounding to pages, and words stored inside other objects' memory.
 //
 //  A freed slot or block contains a list link in its first word, and each block has a header word before it. The links
-//  and headers are in the same memory as the user's data, so they are only read and written with memcpy. Otherwise the
+//  and headers are in the same memory as the user's data, so they are read and written only with memcpy. Otherwise the
 //  aliasing rule would allow the compiler to reorder an access to a link and an access to the user's data.
 //
 //  Threads: any thread may call these functions.

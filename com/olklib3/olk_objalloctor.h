@@ -71,8 +71,8 @@ private:
     bool valid_();
 };
 
-//  Base class of the library's small objects, of at most objsize bytes. new and delete use the process-wide object
-//  heap. operator new returns null if there is no slot.
+//  Base class for objects of at most objsize bytes. Its operators new and delete use the process-wide object heap.
+//  operator new returns null if there is no slot.
 struct memheap_ {
     static void* operator new(size_t size) noexcept;
     static void operator delete(void* p) noexcept;

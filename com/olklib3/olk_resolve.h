@@ -1,6 +1,6 @@
 //  Resolves the name of a host to text: one IPv4 and one IPv6 address, the first of each.
 //
-//  Threads: as getaddrinfo(3).
+//  Threads: any thread may call these functions, because getaddrinfo(3) is thread-safe.
 #ifndef OLK_RESOLVE_H
 #define OLK_RESOLVE_H
 

@@ -1,8 +1,8 @@
-//  The library's lock, which is a template parameter of its structures, and a guard that holds a lock until the end of
-//  a scope.
+//  The lock of the allocator, which is the template parameter LOCK of its structures, and a guard that holds a lock
+//  until the end of a scope.
 //
 //  A thread that waits for a spinlock does not sleep. A spinlock is usually held for a few dozen instructions; when a
-//  structure grows or shrinks, it is also held during a few mmap or munmap calls.
+//  structure grows or shrinks, it is also held during calls of mmap or munmap.
 //
 //  Threads: any thread may call lock and try_lock; only the holder may call unlock. A thread must not lock a spinlock
 //  that it holds. So if a signal handler interrupts the holder and locks the same spinlock, it waits forever.

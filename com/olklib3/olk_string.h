@@ -10,7 +10,7 @@
 //
 //  An operation that lengthens the text either succeeds or changes nothing. If memory is exhausted or the new capacity
 //  would exceed max_capacity, the string is unchanged, and this is not reported. A caller that must detect this
-//  compares the sizes before and after. assign clears the string first, so the string is empty if memory is exhausted.
+//  compares the sizes before and after. assign clears the string first, so the string is empty after a failed assign.
 //
 //  Threads: one thread at a time may use a string. Strings of different threads share only the allocator.
 #ifndef OLK_STRING_H
@@ -36,8 +36,8 @@ class string_ {
 public:
     static_assert(sizeof(SIZE) == 4 && sizeof(CHAR) == 1, "the buffer starts with two 32-bit counts, then bytes");
 
-    //  A text that grows to fewer bytes than this requests a capacity of twice its new size; otherwise it requests one
-    //  and a half times its new size.
+    //  If the new size of a growing text is below this limit, the text requests a capacity of twice the new size,
+    //  otherwise of one and a half times the new size.
     static constexpr uint64_t doubling_limit = 16000;
     //  Maximum capacity that is requested. A block may be a few bytes larger; its size still fits 32 bits.
     static constexpr uint64_t max_capacity = 4294967263;
@@ -92,8 +92,8 @@ public:
         set_size_(text, longer);
     }
 
-    //  Appends length bytes, which may be part of this string. If length is 0 and the text is empty, frees the buffer.
-    //  This is deliberate: it lets a caller free the buffer of a cleared string.
+    //  Appends length bytes, which may be part of this string. If length is 0 and this string is empty, frees the
+    //  buffer. This is deliberate: it lets a caller free the buffer of a cleared string.
     void append(const CHAR* text, size_t length) {
         if (length == 0 || !takes_(length)) {
             data_ = appended_(data_, text, length);

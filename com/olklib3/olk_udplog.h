@@ -6,8 +6,8 @@
 //
 //  level is the record's level. cabin and text are not escaped: a receiver reads the JSON up to the first line feed.
 //
-//  Sending never blocks and is never repeated: a record that cannot be sent immediately is lost. No memory is allocated
-//  for a record.
+//  Sending never blocks and is never repeated: a record that cannot be sent immediately is lost. The text of a record
+//  is built on the stack.
 //
 //  Threads: several threads may send records at the same time. open and setlevel change the object without a lock.
 #ifndef OLK_UDPLOG_H
@@ -48,10 +48,11 @@ public:
 
     //  Sets destination, cabin and level from a url such as udp://192.0.2.10:5140/netsvc?level=dbg. The cabin is the
     //  path, or empty if the path is longer than 126 characters. The level is the value of the first parameter of the
-    //  query if its key is "level"; otherwise, and if the value is empty or longer than 15 characters, the level stays
-    //  the same. Blanks anywhere in the url are ignored. The default port is 999. Waits for the resolver. Returns 0, or
-    //  -1 on failure. If the url cannot be parsed, its host does not resolve or it has no path, nothing changes. If no
-    //  socket can be opened, the old socket is closed, and the other settings are those of the url.
+    //  query if its key is "level"; otherwise, and if the value is missing or longer than 15 characters, the level
+    //  stays the same. After "level=&" the value is the text after the "&". Blanks anywhere in the url are ignored. The
+    //  default port is 999. Waits for the resolver. Returns 0, or -1 on failure. If the url cannot be parsed, its host
+    //  does not resolve or it has no path, nothing changes. If no socket can be opened, the old socket is closed, and
+    //  the other settings are those of the url.
     int open(const char* url) override;
 
     //  add, append and push return -1 without a socket, 0 for a record that the level drops, -1 for a record that

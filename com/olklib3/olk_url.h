@@ -1,9 +1,15 @@
 //  A url parser that also resolves the host.
 //
-//      udp://192.0.2.10:5140/netsvc?level=dbg          udp://[2001:db8::5]:5140/netsvc
-//      ^^^   ^^^^^^^^^^^^^^^ ^^^^^^ ^^^^^^^^^                 ^^^^^^^^^^^^^^^^^^ host
-//      |     host            path   args
-//      scheme        ^^^^ port                         ipv4, ipv6: the host's addresses, from the resolver
+//               udp://192.0.2.10:5140/netsvc?level=dbg      udp://[2001:db8::5]:5140/netsvc
+//      scheme   udp                                         udp
+//      host     192.0.2.10:5140                             [2001:db8::5]:5140
+//      port     5140                                        5140
+//      ipv4     192.0.2.10
+//      ipv6                                                 2001:db8::5
+//      path     netsvc                                      netsvc
+//      args     level=dbg
+//
+//  ipv4 and ipv6 are the addresses that the resolver returns. The other fields are parts of the text.
 //
 //  Nothing is decoded, no letter case is changed, and there is no user part. A text without a scheme starts with the
 //  host part. In a host without brackets, a "?" is part of the host if a "/" follows anywhere after it; otherwise the
@@ -29,11 +35,11 @@ struct url {
     STRING ipv6;        // first IPv6 address of the host, empty if none
     STRING path;        // after the "/" that ends the host part, up to "?"
     STRING args;        // after "?", up to the end of the line or text
-    STRING host;        // the host part, not resolved, with its port and both brackets
+    STRING host;        // the host part, not resolved, with its port; if it is in brackets, with both
 
     //  Parses s[0..len), which needs no terminating zero. Returns false if the host is empty or does not resolve, or if
-    //  the port after a bracketed host is empty; the fields that were parsed before keep their new values. The object
-    //  can be used again.
+    //  a ":" without a port follows a bracketed host; the fields that were parsed before keep their new values. The
+    //  object can be used again.
     bool parse(const char* s, size_t len);
 
 private:

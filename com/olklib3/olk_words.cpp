@@ -10,8 +10,8 @@ bool is_separator(char c, const char* separators) {
     return c != '\0' && std::strchr(separators, c) != nullptr;
 }
 
-//  Terminates word, which has the given number of used characters, after removing its trailing blanks. Returns false if
-//  word is then empty.
+//  Removes the trailing blanks from the first `used` characters of word and writes the terminator after them. Returns
+//  false if word is then empty.
 bool trim_and_terminate(char* word, size_t used) {
     while (used > 0 && is_blank(word[used - 1]))
         --used;
