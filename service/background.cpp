@@ -4,8 +4,8 @@
 //      child                               | setsid, chdir | claims the pid file | sends "start..." | starts
 //                                          | /dev/null     | sends the result    | runs
 //
-//  The file is deliberately claimed twice. The parent's claim orders concurrent starts. The child's claim writes the
-//  pid of the service into the file.
+//  The pid file is deliberately claimed twice. The parent's claim orders concurrent starts. The child's claim writes
+//  the pid of the service into the file.
 #include "daemon.h"
 #include "exitsignal.h"
 #include "msgqueue.h"

@@ -24,10 +24,12 @@ public:
     char service_name[512] = {};
     char version[512] = {};
 
-    //  Starts the service in the background. Returns in the parent: 0 after the child's reports, after the time limit
-    //  for them, or if an instance already runs; 1 if the pid file cannot be opened, queried or claimed, or if the
-    //  kernel reports -1 as the holder of its lock; -1 if fork fails. Returns 2 in a child that cannot change its
-    //  directory.
+    //  Starts the service in the background. Return values in the parent:
+    //      0    after the child's reports, after the time limit for them, or if an instance already runs
+    //      1    if the pid file cannot be opened, queried or claimed, or if the kernel reports -1 as the holder of its
+    //           lock
+    //      -1   if fork fails
+    //  The child returns 2 if it cannot change its directory; otherwise it does not return.
     int start();
 
     //  Ends the running instance with SIGTERM. Then queries the lock at once and after each second, timeout_seconds

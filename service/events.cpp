@@ -7,7 +7,7 @@
 
 namespace {
 
-//  The callbacks write four members that the publish cycle reads, and two of them also the cycle writes. The callbacks
+//  The callbacks write four members that the publish cycle reads. The cycle also writes two of them. The callbacks
 //  write these members only through the following four functions, which the list of exceptions for the thread sanitizer
 //  names.
 void storeRdbConnected(CRunCls& run, std::uint32_t connected) {
@@ -35,8 +35,8 @@ void compilerBarrier() {
 
 }  // namespace
 
-//  The marks are snapshot.time and last_sent_time. A cleared mark is the time 0, which is long ago. So after a
-//  reconnection the list is due in the next cycle even if it is unchanged.
+//  The marks are snapshot.time and last_sent_time. A cleared mark is the time 0. So after a reconnection the list is
+//  due in the next cycle even if it is unchanged, unless the clock shows a time less than 600 s from the epoch.
 void onRdbEvent(std::int32_t event, std::int64_t, void* user) {
     const CallbackStep step;
     CRunCls& run = *static_cast<CRunCls*>(user);

@@ -34,8 +34,9 @@ constexpr int max_callback_ticks = 50;  // short ticks for callbacks on other th
 constexpr int max_call_ticks = 10;      // long ticks for one call of the client library
 constexpr int max_end_ticks = 3;        // long ticks for every other part of the shutdown
 
-//  Handles SIGINT and SIGTERM: logs the stop, releases the log, closes both connections and exits with status 0. If the
-//  signal interrupts a step, this happens later, as shown above. Only the first signal has an effect.
+//  Handles SIGINT and SIGTERM: prints the signal's number, logs the stop, releases the log, closes both connections and
+//  exits with status 0. If the signal interrupts a step, this happens later, as shown above. Only the first signal has
+//  an effect.
 void onExitSignal(int signal_number);
 
 //  Makes the calling thread the service's thread, installs onExitSignal for both signals and unblocks them.

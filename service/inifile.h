@@ -1,13 +1,16 @@
 //  The ini reader: a grammar of single characters that accepts any bytes and reports no syntax error.
 //
-//      [section]           the callback gets (section, "", "")
-//      rdb url = x ; note  blanks inside a key are removed; a value ends at ; # or the line's end: (section, rdburl, x)
-//      # or ; not in [...] a comment up to the line's end; the key read so far is discarded
+//      [section]             calls the callback with ("section", "", "")
+//      rdb url = x ; note    calls the callback with ("section", "rdburl", "x")
+//      # note                a comment, also after ";"
+//
+//  Blanks in a key are removed. A value ends at ";", at "#" or at the end of the line. Outside [...] and a value, ";"
+//  or "#" starts a comment up to the end of the line and discards the key that was read before it.
 //
 //  The following is deliberate, because existing files rely on it. The end of a line does not end a key, so the text of
 //  a line without "=" becomes the start of the next key, unless a comment or a section header follows it. Quotes around
-//  a value are part of the value. A value cannot contain ; or #. A carriage return ends a value but not its line: the
-//  text after the carriage return is ignored up to the line feed.
+//  a value are part of the value. A value cannot contain ";" or "#". A carriage return ends a value but not its line:
+//  the text after the carriage return is ignored up to the line feed.
 #ifndef SERVICE_INIFILE_H
 #define SERVICE_INIFILE_H
 

@@ -139,8 +139,9 @@ bool CRunCls::importTag(RdbTag& tag) {
     return result == 0;
 }
 
-//  A request is treated as sent even if it fails. "null" is neither sent nor remembered. If the list after "null" is
-//  the same as before it, the list is sent when it would have been due anyway; a different list is sent at once.
+//  A request is treated as sent even if it fails. The list "null", which means no address, is neither sent nor
+//  remembered. If the next list is the same as the last one before "null", it is sent when it would have been due
+//  anyway; a different list is sent at once.
 void CRunCls::sendUpdate(time_t now) {
     if (dns_handle < 0 || dns_connected == 0 || address_list == no_address)
         return;

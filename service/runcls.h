@@ -1,9 +1,10 @@
 //  The service object: its configuration, its two connections of the client library, and the publish cycle.
 //
-//      start() --> rdb server, DNS server: connecting          main loop: publishOnce() repeatedly
-//                  |                                                      |  every 10 s: list the addresses
-//                  +-- onRdbEvent, onDnsEvent: connected flags, marks --> |  changed or 600 s old: put, send
-//                  +-- onDnsReply: logged                                 |
+//      start()                    starts the connections to the rdb server and the DNS server
+//      publishOnce()              the main loop calls it repeatedly; every 10 s it lists the addresses, and puts and
+//                                 sends a list that has changed or is 600 s old
+//      onRdbEvent, onDnsEvent     set the connected flags and clear the marks (see below)
+//      onDnsReply                 logs the reply
 //
 //  Threads: the main thread runs start and publishOnce. The client library may call the three callbacks on its own
 //  threads. Besides the pointer log, callbacks and cycle share only rdb_connected, dns_connected, snapshot.time and
