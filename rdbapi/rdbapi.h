@@ -2,7 +2,7 @@
 //  and two records of fixed layout.
 //
 //  One handle is one asynchronous connection to one server. The library reconnects, limits waiting times and creates
-//  its own threads; the caller only reacts to events.
+//  its own threads; the caller reacts to events.
 //
 //      rdb_create -> rdb_setmessagenotify -> rdb_connectex --(60001)--> calls --(60003)--> ... --> rdb_disconnect
 //                                                             ^            |                       rdb_destory

@@ -9,7 +9,7 @@ namespace rdbopen {
 
 namespace {
 
-//  back_ends.inc has a row {SCHEME, BACK END, PACKAGES} for each scheme of the source tree except log. PACKAGES is
+//  back_ends.inc has a row {SCHEME, BACK END, PACKAGES} for each scheme of the source tree except `log`. PACKAGES is
 //  empty if the back end is part of this build; otherwise it lists the missing packages because of which the build has
 //  left it out.
 constexpr struct {

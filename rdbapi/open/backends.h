@@ -1,4 +1,4 @@
-//  Maps a url scheme to its back end. The scheme log is implemented in the library itself; each other scheme has a
+//  Maps a url scheme to its back end. The scheme `log` is implemented in the library itself; each other scheme has a
 //  module (module/module.h), which is loaded when a url has this scheme. The table of schemes and modules is fixed in
 //  the build. Several schemes may have the same module. No file is loaded for a scheme that is not in the table.
 #ifndef RDBAPI_OPEN_BACKENDS_H

@@ -1,5 +1,5 @@
 //  The nine exported functions. rdb_create, rdb_disconnect and rdb_destory use the handle table; the others check and
-//  copy their arguments and pass them to the handle's worker. They throw no exception.
+//  copy their arguments and pass them to the handle's worker. None of the nine throws an exception.
 #pragma GCC visibility push(default)
 #include "rdbapi.h"
 #pragma GCC visibility pop

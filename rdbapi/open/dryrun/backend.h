@@ -1,4 +1,4 @@
-//  The back end of the url log:, a dry run in place of an rdb server or a DNS server. Every request succeeds, except
+//  The back end of the url "log:", a dry run in place of an rdb server or a DNS server. Every request succeeds, except
 //  the lookup of a tag that was not imported; syslog shows what would be written.
 #ifndef RDBAPI_OPEN_DRYRUN_BACKEND_H
 #define RDBAPI_OPEN_DRYRUN_BACKEND_H

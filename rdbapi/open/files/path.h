@@ -18,7 +18,7 @@ namespace rdbopen {
 struct FilePlace {
     std::string directory;  // ends with "/"; neither directory nor name contains a link
     std::string name;
-    std::string shared;  // first sticky folder of the path to which all users may write; empty if none
+    std::string shared;  // first folder of the path that is sticky and that all users may write to; empty if none
 
     std::string path() const { return directory + name; }
     std::string temporary() const { return directory + "." + name + ".addrpubd.tmp"; }

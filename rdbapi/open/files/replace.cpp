@@ -30,7 +30,7 @@ Status writeAll(int fd, std::string_view bytes) {
     return {};
 }
 
-//  fchown comes before fchmod, because a change of owner clears mode bits.
+//  fchown comes before fchmod, because a change of owner may clear mode bits.
 Status copyOwnerAndMode(int fd, const FileText& before) {
     if (!before.exists)
         return statusOf(fchmod(fd, newFileMode));

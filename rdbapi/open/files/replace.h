@@ -33,7 +33,7 @@ Result<FileText> readFile(const FilePlace& place);
 //  Tests whether the directory can be written to: creates the temporary file and removes it.
 Status testWritable(const FilePlace& place);
 
-//  Replaces the contents of the file by bytes and keeps its mode and owner; a new file has mode 0644. before is the
+//  Replaces the contents of the file by `bytes` and keeps its mode and owner; a new file has mode 0644. `before` is the
 //  state of the file when the caller read it, usually the result of readFile. Fails with errorFileChanged if the file
 //  has changed since. A change immediately before the rename is not detected. Fails with errorTooLarge above
 //  maxFileSize, because readFile would refuse the new file. On failure the file is unchanged. The new file survives a

@@ -9,7 +9,7 @@
 
 namespace rdbopen {
 
-//  Returns the result of action. Containers of a back end throw when memory is exhausted; the exception becomes
+//  Returns the result of action. Containers of a back end throw when memory is exhausted. An exception becomes
 //  errorBackendFailed, after which the worker closes the back end and opens it again.
 template <class Action>
 Status guarded(Action action) noexcept {

@@ -28,7 +28,8 @@ Result<const Module*> descriptorIn(const std::string& path, const std::string& s
     return module;
 }
 
-//  interface and version have the same position in every version, so they can be read before the rest.
+//  The members `interface` and `version` have the same position in every version of Module, so they can be read before
+//  the rest.
 bool isOfThisVersion(const Module& module) {
     return module.interface == moduleInterface && module.version != nullptr &&
            std::string_view(module.version) == RDBAPI_VERSION;

@@ -3,9 +3,9 @@
 //
 //  All signals are blocked on the calling thread during the load. Otherwise a signal handler could interrupt dlopen and
 //  call exit, which would run destructors of objects that are only partly loaded. A worker's thread must not load a
-//  module, because the service has only one malloc arena: if a signal interrupted the service's thread in malloc, the
-//  handler's exit would wait for the loader's lock, while the worker with that lock would wait for the arena's lock.
-//  Therefore rdb_connectex loads the module on its caller's thread.
+//  module, because the service has only one malloc arena. If a signal interrupted the service's thread in malloc, exit
+//  in the handler would wait for the lock of the dynamic loader. The worker would hold this lock and wait for the lock
+//  of the arena. Therefore rdb_connectex loads the module on its caller's thread.
 //
 //  Threads: any.
 #ifndef RDBAPI_OPEN_MODULE_LOADER_H

@@ -6,8 +6,9 @@
 
 namespace rdbopen {
 
-//  Adds warnings: for the first file that cannot be used, a key that other users can read or write, a key that does not
-//  belong to the certificate, and the first certificate of a file that has expired or expires within 14 days.
+//  Adds at most one warning of each kind: a file that cannot be used, or a key that does not belong to the certificate;
+//  for each of the options "ca" and "cert", a certificate that has expired or expires in less than 14 days; a key file
+//  that everybody can read or write.
 void adviseOnTls(const UrlUse& use, std::vector<Advice>& advice);
 
 }  // namespace rdbopen

@@ -18,7 +18,7 @@ constexpr AddressFilter::Prefix uniqueLocal{{0xfc}, 7};  // RFC 4193 section 3.1
 constexpr AddressFilter::Prefix neverPublished[] = {
     {{0xff}, 8}, {{0xfe, 0x80}, 9}, {{0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0xff, 0xff}, 96}, {{}, 96}};
 
-//  Calls take with each element of a list that is separated by commas, until a call fails.
+//  Calls `take` with each element of a list that is separated by commas, until a call fails.
 template <class Take>
 Status forEachOf(std::string_view list, Take take) {
     for (;;) {

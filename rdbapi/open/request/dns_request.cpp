@@ -18,7 +18,8 @@ namespace {
 struct Value {
     enum class Kind { missing, other, natural, negative, text, object, list };
     Kind kind = Kind::missing;
-    std::int64_t number = 0;  // if natural or negative; from 2^63 on, the negative number with the same bits
+    //  Set if kind is natural or negative. A number of 2^63 or more is stored as the negative number with the same bits.
+    std::int64_t number = 0;
     std::string text;
     std::vector<Value> elements;
 
@@ -27,7 +28,7 @@ struct Value {
 
 using Kind = Value::Kind;
 
-//  Stores the members that are used. Of several members with the same name the last one counts. The functions in
+//  Stores the members that are used. Of several members with the same name the last one is used. The functions in
 //  lower_case are those that nlohmann::json::sax_parse calls; they return true to continue. A tree of all values
 //  (nlohmann::json::parse) would need twice as much code in the memory of each service.
 class RequestReader {
@@ -150,8 +151,8 @@ Status parseDnsRequest(std::string_view text, DnsRequest& request) {
         return badRequest("the request is not ws_dnsupdate");
     if (!read.item.is(Kind::object))
         return badRequest("item is not an object");
-    //  The back end hosts has the same restriction. hosts(5) would allow more, but a name server that reads the file
-    //  ignores a line whose name is not a DNS name.
+    //  A name for the back end `hosts` must be a DNS name, too. hosts(5) would allow more, but a name server that reads
+    //  the file ignores a line whose name is not a DNS name.
     if (!isDnsName(read.name.text))
         return badRequest("name is not a host name");
     request.name = read.name.text;

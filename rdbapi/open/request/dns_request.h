@@ -3,8 +3,9 @@
 //      {"request":"ws_dnsupdate","seqno":5,"item":{"name":"host1","ipv6s":["2001:db8::1","2001:db8::2"],...}}
 //      {"seqno":5,"code":0,"message":"ok"}
 //
-//  Of "item", the members "name", "ipv4s", "ipv6s" and "httpsports" are used. All other members of it are ignored. The
+//  Of "item", the members "name", "ipv4s", "ipv6s" and "httpsports" are used. Its other members are ignored. The
 //  lists "ipv4s", "ipv6s" and "httpsports" are optional.
+//
 //  DnsUpdateBackend is the base class of the back ends that parse these requests.
 #ifndef RDBAPI_OPEN_REQUEST_DNS_REQUEST_H
 #define RDBAPI_OPEN_REQUEST_DNS_REQUEST_H
