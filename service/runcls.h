@@ -1,6 +1,6 @@
 //  The service object: its configuration, its two connections of the client library, and the publish cycle.
 //
-//      start()                    starts the connections to the rdb server and the DNS server
+//      start()                    starts both connections: rdb server, DNS server
 //      publishOnce()              the main loop calls it repeatedly; every 10 s it lists the addresses, and puts and
 //                                 sends a list that has changed or is 600 s old
 //      onRdbEvent, onDnsEvent     set the connected flags and clear the marks (see below)

@@ -18,7 +18,7 @@ namespace {
 struct Value {
     enum class Kind { missing, other, natural, negative, text, object, list };
     Kind kind = Kind::missing;
-    //  Set if kind is natural or negative. A number of 2^63 or more is stored as the negative number with the same bits.
+    //  Set if kind is natural or negative. 2^63 and above are stored as the negative number with the same bits.
     std::int64_t number = 0;
     std::string text;
     std::vector<Value> elements;
