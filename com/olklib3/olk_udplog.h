@@ -49,10 +49,10 @@ public:
     //  Sets destination, cabin and level from a url such as udp://192.0.2.10:5140/netsvc?level=dbg. The cabin is the
     //  path, or empty if the path is longer than 126 characters. The level is the value of the first parameter of the
     //  query if its key is "level"; otherwise, and if the value is missing or longer than 15 characters, the level
-    //  stays the same. After "level=&" the value is the text after the "&". Blanks anywhere in the url are ignored. The
-    //  default port is 999. Waits for the resolver. Returns 0, or -1 on failure. If the url cannot be parsed, its host
-    //  does not resolve or it has no path, nothing changes. If no socket can be opened, the old socket is closed, and
-    //  the other settings are those of the url.
+    //  stays the same. If the value is empty, as in "level=&dbg", the next parameter that is not empty is the value.
+    //  Blanks anywhere in the url are ignored. The default port is 999. Waits for the resolver. Returns 0, or -1 on
+    //  failure. If the url cannot be parsed, its host does not resolve or it has no path, nothing changes. If no socket
+    //  can be opened, the old socket is closed, and the other settings are those of the url.
     int open(const char* url) override;
 
     //  add, append and push return -1 without a socket, 0 for a record that the level drops, -1 for a record that
