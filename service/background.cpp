@@ -1,8 +1,10 @@
 //  Start in the background: the code of the parent and of the child.
 //
-//      parent   claims the pid file | fork | unlocks it    | polls the queue, prints each text ... | removes the queue
-//      child                               | setsid, chdir | claims the pid file | sends "start..." | starts
-//                                          | /dev/null     | sends the result    | runs
+//      parent   claims the pid file, forks, unlocks the pid file, prints each text of the queue, removes the queue
+//      child    setsid, chdir, claims the pid file, sends "start...", starts the service, redirects the standard
+//               descriptors to /dev/null, sends the result, runs the service
+//
+//  If the start fails, the child sends the result and exits.
 //
 //  The pid file is deliberately claimed twice. The parent's claim orders concurrent starts. The child's claim writes
 //  the pid of the service into the file.

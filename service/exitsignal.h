@@ -1,10 +1,11 @@
 //  The shutdown of the service by SIGINT or SIGTERM, and the protection of code that these signals must not interrupt.
 //
-//      signal ----> (1) the service's thread is between two cycles -------------------------------------> end
-//              \--> it is in a step: the handler stores the number, the step continues
-//                       |--> (2) before its next call of the client library, or when the step is over -> end
-//                       \--> (3) after max_step_ticks, for example if a server or a reader of the output
-//                                blocks it: at the first tick with all locks of the allocator free ------> end
+//  When the signal arrives, the service's thread is between two cycles or in a step, which is a cycle:
+//      (1) Between two cycles, the handler ends the process at once.
+//      (2) In a step, the handler stores the signal's number, and the step continues. The process ends before the next
+//          call of the client library in this step, or when the step is over.
+//      (3) If a step reaches neither place within max_step_ticks, for example because a server or a reader of the
+//          output blocks it, the process ends at the first tick at which all locks of the allocator are free.
 //
 //  In cases (1) and (2) the service's thread holds no lock. In case (3) it may hold a lock of the C library or of the
 //  client library, but none of the allocator.
