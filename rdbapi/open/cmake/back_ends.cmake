@@ -5,7 +5,7 @@ check_linker_flag(CXX LINKER:-z,pack-relative-relocs ADDRPUBD_PACKS_RELOCATIONS)
 
 #  addrpubd_scheme(SCHEME BACK_END [PACKAGE...])
 #
-#  Adds a row to the table of schemes. PACKAGE...: the missing packages because of which the back end is left out.
+#  Adds a row to the table of schemes. PACKAGE...: the missing packages if the back end is left out, otherwise nothing.
 function(addrpubd_scheme scheme back_end)
     list(JOIN ARGN " " packages)
     set_property(GLOBAL APPEND_STRING PROPERTY ADDRPUBD_BACK_END_ROWS
@@ -16,7 +16,7 @@ endfunction()
 #
 #  Reports a back end that is not built because packages are missing. The property ADDRPUBD_LEFT_OUT has one element
 #  "NAME PACKAGE..." for each such back end. The end of the build prints these names and packages, and the library
-#  reports the packages when a url has the scheme.
+#  reports the packages when a url has a scheme of this back end.
 function(addrpubd_leave_out name)
     list(JOIN ARGN " " packages)
     message(STATUS "back end ${name} left out: not installed: ${packages}")
@@ -28,8 +28,9 @@ endfunction()
 #  addrpubd_back_end(NAME SOURCE...)
 #
 #  Adds the back end NAME: the static library rdbopen_NAME with the sources, and the module rdbapix64-NAME. The scheme
-#  is NAME with "+" for each "-", the descriptor rdbapix64_NAME with "_" for each "-". The descriptor is in
-#  NAME_module.cpp, again with "_" for each "-", or in module.cpp if that file does not exist.
+#  is NAME with "+" for each "-"; addrpubd_scheme adds further schemes. The descriptor is rdbapix64_NAME with "_" for
+#  each "-". It is defined in NAME_module.cpp, again with "_" for each "-", or in module.cpp if that file does not
+#  exist.
 function(addrpubd_back_end name)
     string(REPLACE - + scheme ${name})
     string(REPLACE - _ symbol ${name})
@@ -39,7 +40,8 @@ function(addrpubd_back_end name)
     endif()
     add_library(rdbopen_${name} STATIC ${ARGN} ${module})
     target_link_libraries(rdbopen_${name} PUBLIC rdbopen_support)
-    #  The module has its own copy of this file, so the linker must be able to leave out that of the static library.
+    #  The module and the static library each compile this file. In a unity build, it is a separate object of the
+    #  library, so that the linker can leave it out of the module.
     set_source_files_properties(${module} PROPERTIES SKIP_UNITY_BUILD_INCLUSION ON)
 
     #  Exports only the descriptor.
@@ -59,8 +61,8 @@ endfunction()
 
 #  addrpubd_self_contained(TARGET)
 #
-#  Links the C++ run-time libraries statically into the shared object TARGET, so that the program and each module have
-#  separate copies. In a sanitizer build, the shared object uses the program's copies instead.
+#  Links the C++ run-time libraries statically into the shared object TARGET, so that the program, the client library
+#  and each module have separate copies. In a sanitizer build, the shared object uses the program's copies instead.
 function(addrpubd_self_contained target)
     set_target_properties(${target} PROPERTIES LIBRARY_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR})
     if(ADDRPUBD_SANITIZE)

@@ -39,7 +39,7 @@ void adviseOnName(const UrlUse& use, const DnsZone& zone, std::vector<Advice>& a
                                                  " bytes, 253 at most, so no update is sent"});
 }
 
-//  The host may have addresses of a reverse zone only at other times, so the advice is only about present addresses.
+//  The host may get an address of a reverse zone later, so the text of the advice mentions only present addresses.
 void adviseOnPointers(const UrlUse& use, const DnsZone& zone, std::vector<Advice>& advice) {
     const Result<LocalAddresses> local = readLocalAddresses();
     if (!local.ok())

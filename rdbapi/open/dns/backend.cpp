@@ -71,13 +71,13 @@ private:
     const std::string password_;
     const std::unique_ptr<Stream> stream_;
     const Waiter* waiter_ = nullptr;  // null while closed
-    std::vector<Server> servers_;     // of the url; if it names none: the primary server, after it has been found
+    std::vector<Server> servers_;     // of the url; if the url names none: the primary server that was found last
     ServerAddresses addresses_;
     Pointers pointers_;
-    std::optional<ZoneHoldings> holdings_;  // the last result of held
+    std::optional<ZoneHoldings> holdings_;  // what the last call of held has found
 };
 
-//  Reads the password file each time, so that a key can be changed while the service runs.
+//  If the password is in a file, reads this file each time. So the secret can be changed while the service runs.
 Result<TsigKey> DnsBackend::readKey() const {
     Result<std::string> secret = readSecret(password_);
     if (!secret.ok())
@@ -104,8 +104,9 @@ Status DnsBackend::open(const Waiter& waiter) {
     });
 }
 
-//  If the url names no server, finds the primary server at each call, because another server may have become the
-//  primary. If the search fails, uses the primary server that was found last.
+//  Resolves the names of the servers. If the url names no server, first finds the primary server. This is repeated at
+//  each call, because another server may have become the primary. If the search fails, uses the primary server that was
+//  found last; fails if none was found before.
 Status DnsBackend::lookUp(std::chrono::milliseconds& until) {
     if (zone_.servers.empty()) {
         Result<std::string> primary = findPrimary(zone_.zone, until);
@@ -144,7 +145,8 @@ Status DnsBackend::askZone(DnsExchange& exchange, std::chrono::milliseconds unti
     return {};
 }
 
-//  Returns the full name of the host in the zone. Refuses a name if the name of one of its records would be invalid.
+//  Returns the full name of the host in the zone. Fails with errorBadRequest if the zone cannot contain the host, or if
+//  the name of one of the host's records would be invalid.
 Result<std::string> DnsBackend::ownerOf(const std::string& name, const std::vector<std::uint16_t>& ports) const {
     Result<std::string> full = nameInZone(name, zone_.zone);
     if (!full.ok())
@@ -187,9 +189,9 @@ Status DnsBackend::update(const DnsRequest& request) {
 }
 
 //  The PTR records are updated first, while the server still has the old addresses. If a reverse zone refuses its
-//  update, the addresses are updated all the same, because they matter more. If that succeeds, the refusal is the
-//  result, so the request is repeated. The refusal does not mean that another server is responsible for the zone of the
-//  addresses.
+//  update, the addresses are updated all the same, because they matter more. If the update of the addresses succeeds,
+//  the refusal is the result, and the worker retries the request. failover is set to false: the refusal of a reverse
+//  zone does not show that another server is responsible for the zone of the addresses.
 Status DnsBackend::publish(DnsExchange& exchange, const DnsBytes& message, const std::vector<RecordSet>& sets,
                            std::chrono::milliseconds until) {
     if (!pointers_.enabled())
@@ -235,7 +237,8 @@ Status DnsBackend::checkRequest(std::string_view text) {
     Result<TsigKey> key = readKey();
     if (!key.ok())
         return key.status();
-    //  A call must be able to interrupt the check, but it cannot interrupt getaddrinfo. So no name is resolved again.
+    //  A queued call must be able to interrupt the check, but getaddrinfo cannot be interrupted. So the check does not
+    //  resolve the names of the servers again.
     const std::chrono::milliseconds until = monotonicNow() + checkLimit;
     const ZoneCheck check(zone_.zone, *sets);
     DnsExchange exchange(*stream_, *waiter_, std::move(*key));
@@ -249,7 +252,8 @@ Status DnsBackend::checkRequest(std::string_view text) {
             Status held = check.run(exchange, until);
             return held.ok() ? pointers_.check(exchange, sets->front(), until) : held;
         });
-    //  The worker opens the back end again after errorBackendFailed, and open searches for another primary server.
+    //  Another server may have become the primary. After errorBackendFailed, the worker opens the back end again, and
+    //  open finds the primary server again.
     if (zone_.servers.empty() && status.failover)
         status.code = errorBackendFailed;
     return named(std::move(status));

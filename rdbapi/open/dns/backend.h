@@ -13,8 +13,8 @@
 
 namespace rdbopen {
 
-//  Makes the back end for a url whose options of TLS the caller has removed. It connects with stream. The user is the
-//  name of a key, and the password (net/secret.h) is the key's secret in base64. Fails with errorBadUrl.
+//  Makes the back end for a url whose options of TLS the caller has removed. The back end connects with stream. The
+//  user is the name of a key, and the password (net/secret.h) is the key's secret in base64. Fails with errorBadUrl.
 BackendResult makeDnsBackend(const Url& url, const Credentials& credentials, std::unique_ptr<Stream> stream);
 
 //  Makes the back end for a url of the scheme dns, which connects over TCP. Fails with errorBadUrl.

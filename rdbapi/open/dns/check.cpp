@@ -33,7 +33,8 @@ Status wrongServer(std::string reason) {
 }
 
 //  An answer to a query may contain an alias that the server synthesises from a wildcard (RFC 4592). Such an alias does
-//  not prevent records. So this sends an update with a prerequisite, which the server tests against the zone itself.
+//  not prevent records. So this function sends an update with a prerequisite, which the server tests against the zone
+//  itself.
 Status checkAlias(DnsExchange& exchange, const std::string& zone, const std::string& owner,
                   std::chrono::milliseconds until) {
     const Answer answer = exchange.ask(absenceMessage(newId(), zone, owner, typeCname), exchangeEnd(until));
@@ -74,9 +75,9 @@ Status ZoneCheck::checkSet(DnsExchange& exchange, const RecordSet& set, const An
 }
 
 //  Returns errorNotHeld if the zone itself may have a record with set's owner and type. Records in the answer to a
-//  query may come from a wildcard, so this sends an update with a prerequisite. Any error in the
-//  answer gives errorNotHeld, also that of a server that does not support prerequisites. The worker then sends the
-//  request again, which is harmless.
+//  query may come from a wildcard, so this function sends an update with a prerequisite. Each response code other than
+//  0 gives errorNotHeld, also that of a server that does not support prerequisites. The worker then sends the request
+//  again, which is harmless.
 Status ZoneCheck::checkAbsence(DnsExchange& exchange, const RecordSet& set, std::chrono::milliseconds until) const {
     const Answer answer = exchange.ask(absenceMessage(newId(), zone_, set.owner, set.type), exchangeEnd(until));
     if (!answer.ok())

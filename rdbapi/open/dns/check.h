@@ -1,7 +1,7 @@
 //  Checks whether a zone still has the record sets of a request, and finds aliases that prevent these records.
 //
 //  The first set, the AAAA records, is queried last. Servers often add these records to an answer with HTTPS records
-//  (RFC 9460 section 4.1). If an answer contains exactly the AAAA records of the request, they are not queried.
+//  (RFC 9460 section 4.1). If such an answer contains exactly the AAAA records of the request, they are not queried.
 //
 //  Threads: one thread at a time.
 #ifndef RDBAPI_OPEN_DNS_CHECK_H
@@ -36,8 +36,9 @@ public:
     //  Returns the first message that run sends.
     const DnsBytes& first() const noexcept { return first_; }
 
-    //  Succeeds if the server has exactly these sets. Otherwise fails with errorNotHeld; with errorServerRefused if an
-    //  alias prevents a set, or if the server refuses a query or is not authoritative; else like DnsExchange::ask.
+    //  Succeeds if the server has exactly these sets. Fails with errorServerRefused if an alias prevents a set, or if
+    //  the server refuses a query or is not authoritative. Fails like DnsExchange::ask if an exchange fails. In all
+    //  other cases, fails with errorNotHeld.
     Status run(DnsExchange& exchange, std::chrono::milliseconds until) const;
 
 private:

@@ -57,7 +57,8 @@ bool DatagramSocket::send(const DnsBytes& bytes) const noexcept {
     return ::send(descriptor_, bytes.data(), bytes.size(), MSG_NOSIGNAL) >= 0 || errno == EAGAIN || errno == EINTR;
 }
 
-//  recv cuts a datagram that is longer than maxDatagramSize. Its signature is at its end, so it is then not authentic.
+//  recv cuts a datagram that is longer than maxDatagramSize. A cut datagram is not authentic, because the signature is
+//  at the end.
 DatagramSocket::Arrival DatagramSocket::receive(const SignedRequest& request, const TsigKey& key,
                                                 Packet& packet) const {
     std::uint8_t bytes[maxDatagramSize];

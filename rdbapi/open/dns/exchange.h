@@ -32,8 +32,8 @@ public:
     //  reached. Without a usable answer, connects to address. Requires: the next call of ask has the same message.
     Status reach(const ServerAddress& address, const DnsBytes& first, std::chrono::milliseconds until);
 
-    //  Signs message, sends it and returns the verified answer. Fails with errorBackendFailed if there is no answer,
-    //  otherwise like readAnswer (tsig.h).
+    //  Signs message, sends it and returns the verified answer. The first call after reach only returns the answer that
+    //  reach received, if any. Fails with errorBackendFailed if there is no answer, otherwise like readAnswer (tsig.h).
     Answer ask(const DnsBytes& message, std::chrono::milliseconds until);
 
 private:

@@ -23,7 +23,8 @@ constexpr char otherType[] = "it is of another type";
 constexpr char otherHttps[] = "it has another form than the records of the service";
 constexpr char otherTarget[] = "it points to another name";
 
-//  Returns the types of the records of owner in an answer, without those that a server adds itself (RFC 4034).
+//  Returns the types of the records of owner in an answer, without RRSIG and NSEC (RFC 4034), which a server
+//  adds itself.
 std::set<std::uint16_t> typesIn(const ldns_pkt& packet, const std::string& owner) {
     std::set<std::uint16_t> types;
     const ldns_rr_list* const records = ldns_pkt_answer(&packet);
@@ -36,7 +37,7 @@ std::set<std::uint16_t> typesIn(const ldns_pkt& packet, const std::string& owner
     return types;
 }
 
-//  Returns the answer to a query for owner and type. Fails unless the server is authoritative.
+//  Returns the answer to a query for owner and type. Fails if the server refuses the query or is not authoritative.
 Answer authoritative(DnsExchange& exchange, const std::string& owner, std::uint16_t type,
                      std::chrono::milliseconds until) {
     Answer answer = exchange.ask(queryMessage(newId(), owner, type), exchangeEnd(until));
@@ -59,8 +60,9 @@ std::string whyItRemains(const std::string& host, const RecordSet& set, const Dn
     return record && record->target == (set.owner == host ? "" : host) ? "" : otherHttps;
 }
 
-//  Records in the answer to a query may come from a wildcard, so this sends an update with a prerequisite, as ZoneCheck
-//  does. If the server refuses this update, its zone may have the records, but it would also refuse to delete them.
+//  Returns whether the zone itself has records with set's owner and type. set contains the records of an answer, which
+//  may come from a wildcard instead. So this function sends an update whose prerequisite is that the zone has no such
+//  record. If the server refuses the update for another reason, returns true, because the zone may have the records.
 Result<bool> isInZone(DnsExchange& exchange, const std::string& zone, const RecordSet& set,
                       std::chrono::milliseconds until) {
     if (set.records.empty())
@@ -122,7 +124,7 @@ Status ZoneHoldings::findSet(DnsExchange& exchange, ZoneSets& sets, const std::s
     return {};
 }
 
-//  Adds the records of held to holdings_. If one of them is ours, also adds held to sets.
+//  Adds the records of held to holdings_. If one of them is ours, also adds held and our records of it to sets.
 void ZoneHoldings::keep(ZoneSets& sets, RecordSet held) {
     RecordSet ours{held.owner, held.type, {}};
     for (const DnsBytes& data : held.records) {
@@ -139,8 +141,8 @@ void ZoneHoldings::keep(ZoneSets& sets, RecordSet held) {
     }
 }
 
-//  A server may answer a query of type ANY with some of the types (RFC 8482). So the common types are queried, too, but
-//  only at the name of the host.
+//  A server may answer a query of type ANY with only some of the types (RFC 8482). So the common types are queried,
+//  too, but only at the name of the host. If the server refuses one of these queries, the next one follows.
 Status ZoneHoldings::findOtherTypes(DnsExchange& exchange, const std::string& owner, std::chrono::milliseconds until) {
     std::set<std::uint16_t> types;
     std::vector<std::uint16_t> queries{typeAny};
@@ -190,8 +192,8 @@ Status ZoneHoldings::findPointers(DnsExchange& exchange, const std::string& reve
     return {};
 }
 
-//  The PTR records are removed first, because only the other records show their names. If a reverse zone refuses its
-//  update, this does not mean that another server is responsible for the zone of the host.
+//  The PTR records are removed first, because only the other records show their names. A refusal of a reverse zone does
+//  not show that another server is responsible for the zone of the host, so failover is set to false.
 Status ZoneHoldings::remove(DnsExchange& exchange, std::chrono::milliseconds until) {
     Status first;
     const auto update = [&](ZoneSets& sets) {
@@ -232,8 +234,8 @@ Status ZoneHoldings::removeFrom(DnsExchange& exchange, const ZoneSets& sets, std
     return rcode == rcodeNoError ? verifyRemoval(exchange, sets, until) : refusedWith(rcode);
 }
 
-//  A server may store a record in another form than it shows. It then does not find the record to delete, keeps it, and
-//  answers without an error (PowerDNS).
+//  PowerDNS, for example, may store a record in another form than it shows. It then does not find the record to delete,
+//  keeps the record, and answers without an error.
 Status ZoneHoldings::verifyRemoval(DnsExchange& exchange, const ZoneSets& sets, std::chrono::milliseconds until) const {
     for (const RecordSet& set : sets.ours) {
         const Answer answer = authoritative(exchange, set.owner, set.type, until);

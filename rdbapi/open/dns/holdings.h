@@ -1,14 +1,15 @@
-//  Finds and removes the records that a zone, and the reverse zones of the option ptr, have for a host. "Ours" are the
-//  records of the service; only they are removed.
+//  Finds and removes the records that a zone, and the reverse zones of the option "ptr", have for a host. "Ours" are
+//  the records of the service; only they are removed.
 //
 //      NAME             AAAA    all are ours, because the service replaces the whole set with each update
-//      NAME             HTTPS   ours if parseOwnHttps (record_text.h) accepts it and it has the expected target
-//      _P._https.NAME   HTTPS   the same, for the given ports only: a server does not list the names below a name
+//      NAME             HTTPS   ours if parseOwnHttps (record_text.h) accepts it and its target is "."
+//      _P._https.NAME   HTTPS   the same with the target NAME, for each given port P; other ports are not found,
+//                               because a server does not list the names below a name
 //      ...ip6.arpa      PTR     for each address in our records above; ours if it points to NAME
 //
-//  Records of these types that a wildcard supplies (RFC 4592) are left out, unless the server refuses the update by
-//  which isInZone recognises them. Records of other types at NAME and _P._https.NAME are listed as far as the server
-//  shows them.
+//  Records of these types that a wildcard supplies (RFC 4592) are left out. isInZone recognises them by an update
+//  without changes; if the server refuses this update, they are listed, too. Records of other types at NAME and
+//  _P._https.NAME are listed as far as the server shows them.
 //
 //  Threads: one thread at a time.
 #ifndef RDBAPI_OPEN_DNS_HOLDINGS_H
@@ -27,16 +28,17 @@ public:
         : zone_(std::move(zone)), host_(std::move(host)), ports_(std::move(ports)),
           reverseZones_(std::move(reverseZones)) {}
 
-    //  Queries the server. If it refuses a query about a reverse zone, adds a remark. Requires: not called before.
+    //  Queries the server. If the server refuses a query about a reverse zone, adds a remark. Requires: find was not
+    //  called before.
     Status find(DnsExchange& exchange, std::chrono::milliseconds until);
 
     //  Returns the result of find.
     const Holdings& holdings() const noexcept { return holdings_; }
 
     //  Deletes our records: first the PTR records with one update of each reverse zone, then the others with one update
-    //  of the zone. Continues after a refusal. Returns the failure of the zone's update if this failed, else the first
-    //  failure of a reverse zone with the member failover set to false. A repeated call leaves out the updates that
-    //  have succeeded.
+    //  of the zone. Continues after a refusal. If the update of the zone failed, returns its failure. Otherwise
+    //  returns the first failure of a reverse zone, with the member failover set to false. A repeated call leaves out
+    //  the updates that have succeeded.
     Status remove(DnsExchange& exchange, std::chrono::milliseconds until);
 
     //  Returns one element for each update. The parameter status is the result for the updates that remove has not

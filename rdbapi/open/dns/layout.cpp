@@ -83,7 +83,8 @@ DnsLayout layoutOf(std::span<const std::uint8_t> message, SignaturePlace& place)
     return rest.empty() ? DnsLayout::bare : DnsLayout::malformed;
 }
 
-//  The first name of a message is never compressed, because no name precedes it.
+//  A valid message does not compress its first name, because no name precedes it. So the bytes of both names are
+//  compared.
 bool hasQuestionOf(std::span<const std::uint8_t> answer, std::span<const std::uint8_t> request) {
     const auto body = request.subspan(dnsHeaderLength);
     const auto nameEnd = std::find(body.begin(), body.end(), 0) + 1;

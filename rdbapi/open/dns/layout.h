@@ -1,6 +1,6 @@
-//  Finds the signature of a message without parsing the data of its records, and compares questions. Suitable for
-//  messages that are not verified yet: it goes through the message once, follows no compression pointer and allocates
-//  no memory.
+//  Finds the signature of a message without parsing the data of its records, and compares questions. These functions
+//  are suitable for messages that are not verified yet: they read a message once, follow no compression pointer and
+//  allocate no memory.
 //
 //      | header | questions | answers | authority | additional ... | signature |
 //                                                                              ^ must be the end of the message
@@ -16,9 +16,9 @@ namespace rdbopen {
 inline constexpr std::size_t dnsHeaderLength = 12;  // RFC 1035 section 4.1.1
 
 enum class DnsLayout {
-    malformed,     // the records do not end where the message ends; or a name has a label of an unknown kind; or a
-                   // signature is not the last record of the additional section or not the only one (RFC 8945 section
-                   // 5.1), or does not have class ANY and ttl 0 (section 4.2)
+    malformed,     // the message ends too early, or continues after its last record; or a name has a label of an
+                   // unknown kind; or a signature breaks a rule: it must be the last record of the additional section
+                   // and the only signature (RFC 8945 section 5.1), and must have class ANY and ttl 0 (section 4.2)
     bare,          // the message has no signature
     hasSignature,  // the last record of the message is a signature
 };
@@ -33,7 +33,7 @@ struct SignaturePlace {
 DnsLayout layoutOf(std::span<const std::uint8_t> message, SignaturePlace& place);
 
 //  Returns whether answer has the same question as request, and no other question. The case of letters may differ.
-//  Requires: both have a header; request was made by message.h.
+//  Requires: both have a header; a function of message.h has built request.
 bool hasQuestionOf(std::span<const std::uint8_t> answer, std::span<const std::uint8_t> request);
 
 inline unsigned readDns16(const std::uint8_t* bytes) {

@@ -58,7 +58,8 @@ private:
         putDns16(bytes_, recordClass);
     }
 
-    //  Writes the labels before the longest suffix that the message already has, then a pointer to that suffix.
+    //  Writes the labels before the longest suffix that the message already has, then a pointer to that suffix. If the
+    //  message has no suffix of the name, writes all labels and a zero byte.
     void name(std::string_view rest) {
         constexpr std::size_t pointer = 0xc000;  // plus 14 bits of offset
         while (!rest.empty()) {
@@ -76,7 +77,7 @@ private:
     }
 
     DnsBytes bytes_;
-    std::map<std::string, std::size_t> ends_;  // suffixes in the message and their offsets, which fit 14 bits
+    std::map<std::string, std::size_t> ends_;  // suffixes in the message and their offsets, which fit into 14 bits
 };
 
 }  // namespace

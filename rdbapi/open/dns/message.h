@@ -8,6 +8,8 @@
 //      query (RFC 1035 section 4.1), with the maximum length of its answer over UDP (RFC 6891):
 //      | id | opcode 0 | counts | owner type IN | OPT maxDatagramSize |
 //
+//  pointerMessage, removalMessage and questionMessage build updates with other contents.
+//
 //  Owner names are compressed (RFC 1035 section 4.1.4); names in the data of a record are not.
 //
 //  tsig.h signs the messages. ldns (1.8.3) is used to parse answers, names and base64, to compare names, and for the
@@ -85,7 +87,8 @@ Result<DnsBytes> removalMessage(std::uint16_t id, const std::string& zone, const
 
 //  Returns an update that asks whether the key may delete the records of sets. Its prerequisite is that zone has no SOA
 //  record. This is never true, so nothing is deleted, and a server that allows the deletion answers YXRRSET. Requires:
-//  the records fit into a message; they do not exist, so that a server that ignores prerequisites deletes nothing.
+//  the records fit into one message. They must not exist, so that even a server that ignores prerequisites deletes
+//  nothing.
 DnsBytes questionMessage(std::uint16_t id, const std::string& zone, const std::vector<RecordSet>& sets);
 
 //  Returns the failure of an update that would be longer than maxDnsMessageSize: errorBadRequest.

@@ -19,7 +19,7 @@ const DnsBytes unusedPointer{7, 'i', 'n', 'v', 'a', 'l', 'i', 'd', 0};
 constexpr std::size_t maxPointerName = 32 * 2 + 8;  // 32 nibbles, each with a dot, and ip6.arpa
 
 //  Returns the PTR name of an address that the host publishes in reverseZone. Without such an address, or if the host's
-//  addresses cannot be read, returns the PTR name of any address there.
+//  addresses cannot be read, returns the PTR name of the lowest address of the zone.
 std::string nameInReverseZone(const DnsZone& zone, const std::string& reverseZone) {
     const Result<LocalAddresses> local = readLocalAddresses();
     if (local.ok())

@@ -18,10 +18,10 @@ public:
     //  the object.
     ZonePermission(const DnsZone& zone, const std::string& host, const std::vector<std::uint16_t>& ports);
 
-    //  Asks for all record sets of the host together, as in an update. If the server refuses, asks for each set. Then
-    //  asks for a PTR record in each reverse zone. Adds one element to results for each question. If the server refuses
-    //  every single set, their elements are left out. Fails with errorBackendFailed, or with a status whose member
-    //  failover is true: another server should be asked.
+    //  Asks for all record sets of the host together, as in an update. If the server refuses, asks for each set
+    //  separately. Then asks for a PTR record in each reverse zone. Adds one element to results for each question. If
+    //  the server refuses each separate set, the elements of the separate sets are left out. Fails with
+    //  errorBackendFailed, or with a status whose member failover is true: another server should be asked.
     Status ask(DnsExchange& exchange, std::chrono::milliseconds until, std::vector<Examination>& results) const;
 
 private:

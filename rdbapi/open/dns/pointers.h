@@ -1,4 +1,4 @@
-//  PTR records (RFC 1035 section 3.3.12) of the host's addresses, in the reverse zones of the option ptr:
+//  PTR records (RFC 1035 section 3.3.12) of the host's addresses, in the reverse zones of the option "ptr":
 //
 //      1.0.0.0 ... 8.b.d.0.1.0.0.2.ip6.arpa   PTR   host1.example.org.
 //      |           |
@@ -6,9 +6,10 @@
 //      the address, each hexadecimal digit one label, the last digit first (RFC 3596 section 2.5)
 //
 //  One update of each zone adds the records of the addresses to be published and deletes those of the addresses that
-//  leave. An address leaves if the server has it at the host's name, but it is not to be published. This also works
-//  after a restart, because the server's AAAA records are queried each time. For the same reason, PTR records must be
-//  updated before the addresses are replaced. Only records that point to the host are added or deleted.
+//  leave. An address leaves if the server has it at the host's name, but it is not to be published. The server's
+//  AAAA records are queried before each update, so addresses that leave are found even after a restart. Therefore the
+//  PTR records must be updated before the AAAA records are replaced. Only PTR records that point to the host are added
+//  or deleted.
 //
 //  Threads: one thread at a time.
 #ifndef RDBAPI_OPEN_DNS_POINTERS_H
@@ -20,7 +21,8 @@
 
 namespace rdbopen {
 
-//  Returns whether zone is ip6.arpa after 1 to 32 labels, each one hexadecimal digit. Requires: zone is in lower case.
+//  Returns whether zone consists of 1 to 32 labels of one hexadecimal digit each, then ip6.arpa. Requires: zone is in
+//  lower case.
 bool isReverseZone(std::string_view zone);
 
 //  Returns the name of an address below ip6.arpa. Requires: address has 16 bytes.
@@ -44,7 +46,8 @@ public:
     //  the next zone.
     Status update(DnsExchange& exchange, const RecordSet& addresses, std::chrono::milliseconds until);
 
-    //  Returns errorNotHeld if the PTR record of one of addresses is missing in its zone.
+    //  Returns errorNotHeld if the PTR record of one of addresses is missing in its zone. Ignores an address whose PTR
+    //  name is in none of the zones.
     Status check(DnsExchange& exchange, const RecordSet& addresses, std::chrono::milliseconds until) const;
 
 private:

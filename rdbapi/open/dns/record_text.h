@@ -1,4 +1,4 @@
-//  Texts that show records in wire format to the operator, and a parser of HTTPS records in the form that this library
+//  Converts records in wire format to texts for the operator, and parses HTTPS records in the form that this library
 //  writes (records.h).
 //
 //  Threads: any thread may call these functions.

@@ -12,7 +12,8 @@ namespace {
 
 constexpr std::uint16_t httpsPort = 443;
 
-//  Returns the data of an HTTPS record (RFC 9460 section 2.2). port 0: no port. An empty target means ".".
+//  Returns the data of an HTTPS record (RFC 9460 section 2.2). If port is 0, the record has no port. An empty target
+//  means ".".
 DnsBytes httpsRecord(std::size_t priority, const std::string& target, std::uint16_t port,
                      const std::vector<Ipv6Address>& addresses) {
     DnsBytes rdata;  // names in it are never compressed

@@ -1,4 +1,4 @@
-//  The record sets of a request. After an update the zone has exactly these sets; a check compares them with those of
+//  The record sets of a request. An update replaces each of these sets in the zone; a check compares them with those of
 //  the server:
 //
 //      NAME              AAAA   one for each address
@@ -7,8 +7,9 @@
 //                                                  2 .  port=P2 ipv6hint=...
 //      _P._https.NAME    HTTPS  for each port P except 443:  1 NAME ipv6hint=...
 //
-//  A set without records must not exist in the zone. If no address is published, all sets are empty. At _P._https.NAME
-//  the target is NAME, because "." would mean _P._https.NAME itself, which has no address (RFC 9460 sections 2.3, 2.5).
+//  A set without records must not exist in the zone. If no address is published, all sets are empty. Without ports, the
+//  HTTPS set of NAME is empty. At _P._https.NAME the target is NAME, because "." would mean _P._https.NAME itself,
+//  which has no address (RFC 9460 sections 2.3, 2.5).
 #ifndef RDBAPI_OPEN_DNS_RECORDS_H
 #define RDBAPI_OPEN_DNS_RECORDS_H
 
@@ -18,8 +19,8 @@
 
 namespace rdbopen {
 
-//  Maximum number of addresses in a record's ipv6hint. If the request has more addresses, ipv6hint has the first ones;
-//  the AAAA records have all.
+//  Maximum number of addresses in a record's ipv6hint. If more addresses are published, ipv6hint has only the first
+//  ones; the AAAA records have all.
 inline constexpr std::size_t maxHints = 16;
 
 //  SvcParamKeys, RFC 9460 section 14.3.2. They must be in ascending order in a record.

@@ -14,7 +14,7 @@ namespace {
 
 using View = std::span<const std::uint8_t>;
 
-constexpr std::size_t flagsAt = 2;        // number of bits: QR 1, opcode 4, AA 1, TC 1, RD 1
+constexpr std::size_t flagsAt = 2;        // byte with QR (1 bit), opcode (4 bits), AA, TC and RD (1 bit each)
 constexpr std::size_t rcodeAt = 3;        // the code is the lower half of this byte
 constexpr std::size_t additionalAt = 10;  // count of additional records
 constexpr std::uint8_t flagResponse = 0x80;
@@ -114,7 +114,8 @@ std::optional<View> takeName(View& rest) {
     return length < rest.size() && rest[length] == 0 ? take(rest, length + 1) : std::nullopt;
 }
 
-//  Fails if a part is missing. The parts after it then have meaningless values, but no byte outside of data is read.
+//  Fails if a part is missing, or if bytes follow the last part. After a missing part, the values of the later parts
+//  are meaningless, but no byte outside of data is read.
 Result<Signature> parseSignature(View data) {
     const auto algorithm = takeName(data);
     const auto times = take(data, timesLength);
@@ -127,8 +128,9 @@ Result<Signature> parseSignature(View data) {
     return Signature{*algorithm, *times, *mac, *id, *error, data};
 }
 
-//  Returns the MAC of key over the data of RFC 8945 section 4.3: the request's MAC, the message without its signature,
-//  and the TSIG variables. Requires: isTsigAlgorithm and isTsigSecret hold for the key.
+//  Returns the MAC of key over the data of RFC 8945 section 4.3: the request's MAC (empty if message is a request), the
+//  message without its signature, and the TSIG variables. Requires: key has a valid algorithm and secret
+//  (isTsigAlgorithm, isTsigSecret).
 Result<DnsBytes> computeMac(const TsigKey& key, View requestMac, View message, const Signature& signature) {
     constexpr std::uint8_t classAnyTtlZero[] = {0, 255, 0, 0, 0, 0};
     DnsBytes text(requestMac.begin(), requestMac.end());
@@ -165,9 +167,9 @@ bool sameInLowerCase(View name, View lower) {
 }
 
 //  Returns whether the signature is valid. The MAC is computed with the original ID of the signature (RFC 8945 section
-//  4.3.2). It differs from the ID of the answer if a server has forwarded the update to the primary: the forwarding
-//  server has sent it with an ID of its own, which the primary's signature covers. The MAC also covers the request's
-//  MAC, so a valid answer belongs to this request.
+//  4.3.2). The original ID differs from the ID of the answer if a server has forwarded the update to the primary: the
+//  forwarding server uses an ID of its own, and the primary's signature covers that ID. The MAC also covers the
+//  request's MAC, so a valid answer belongs to this request.
 bool isGenuine(View message, const SignaturePlace& place, const Signature& signature, const SignedRequest& request,
                const TsigKey& key) {
     if (!ownerIs(message, place.owner, key.name) || !sameInLowerCase(signature.algorithm, nameBytes(key.algorithm)))

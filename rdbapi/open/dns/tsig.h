@@ -12,9 +12,9 @@
 //  The records of an answer are parsed only after its signature has been verified.
 //
 //  The MAC is computed with Nettle. ldns (1.8.3) does not support hmac-sha384, chooses the time of signing itself, and
-//  does not return the server's time in a BADTIME answer. ldns also loads OpenSSL, but only the modules with TLS
-//  initialise it: the first HMAC of OpenSSL would read OpenSSL's configuration, register a clean-up at exit, and use
-//  2.2 MB of memory instead of Nettle's 0.3 MB.
+//  does not return the server's time in a BADTIME answer. ldns also loads OpenSSL. The back end does not compute the
+//  MAC with OpenSSL, because the first HMAC of OpenSSL would initialise it: read its configuration, register a clean-up
+//  at exit, and use 2.2 MB of memory instead of Nettle's 0.3 MB.
 //
 //  Threads: any; one thread at a time per object.
 #ifndef RDBAPI_OPEN_DNS_TSIG_H
@@ -55,9 +55,9 @@ std::size_t signatureLength(const TsigKey& key);
 //  Signs message, which must have no signature. now: the time of signing, in s since 1970-01-01 UTC.
 Result<SignedRequest> signRequest(DnsBytes message, const TsigKey& key, std::int64_t now);
 
-//  A verified answer, or a failure. The member failover of a failure of readAnswer is true if the answer is not
-//  truncated, its header belongs to the request, and isWrongServer is true for its code. This also applies to an answer
-//  that is not authentic, because trying another address is harmless.
+//  A verified answer, or a failure. readAnswer sets the member failover of a failure if three conditions are met: the
+//  answer is not truncated, its header belongs to the request, and isWrongServer is true for its response code. The
+//  answer need not be authentic, because trying another address is harmless.
 using Answer = Result<Packet>;
 
 //  Verifies message as the answer to request. now: s since 1970-01-01 UTC. Fails if the message is truncated (TC).

@@ -5,9 +5,9 @@
 //      dns:///ZONE                                     the primary server of the zone (primary.h)
 //      dns+tls://...                                   the same over TLS, with the options of net/tls_settings.h
 //
-//  The default PORT is 53, or 853 with TLS (RFC 7858 section 3.1). Options may be in any order, each at most once.
-//  The value of "algorithm" and the words of "skip" are lower case. request/address_filter.h describes "only" and
-//  "skip".
+//  The default PORT is 53, or 853 with TLS (RFC 7858 section 3.1). Options may be in any order, each at most once. The
+//  value of "algorithm" and the words of "skip" must be in lower case. request/address_filter.h describes "only" and
+//  "skip". The value of "ptr" is a list of reverse zones, separated by commas (pointers.h).
 #ifndef RDBAPI_OPEN_DNS_ZONE_URL_H
 #define RDBAPI_OPEN_DNS_ZONE_URL_H
 

@@ -51,7 +51,7 @@ private:
     std::string path_;
     const AddressFilter filter_;
     bool flushed_ = false;            // the directory was flushed after the last rename by this back end
-    std::string shownName_;           // host name of the last call of held
+    std::string shownName_;           // host name of the last call of held that succeeded
     std::vector<std::string> shown_;  // own lines in the result of that call
 };
 
@@ -90,8 +90,8 @@ Status HostsBackend::update(const DnsRequest& request) {
             return flushed_ ? Status{} : flush(place);
         status = replaceFile(place, *before, after);
     }
-    //  errorServerRefused keeps the back end open: opening it again would not help, because only the administrator can
-    //  shorten the file.
+    //  After errorServerRefused, the back end stays open. Opening it again would not help before somebody has shortened
+    //  the file.
     if (status.code == errorTooLarge)
         return serverRefused("the file would be larger than 16 MiB; it stays as it is");
     if (status.ok())
@@ -142,8 +142,8 @@ Status HostsBackend::examine(const HostNames&, std::vector<Examination>& results
     return {};
 }
 
-//  Removes all own lines of the host, also a line that was added after the call of held, because the service always
-//  writes all own lines together.
+//  Does nothing if held has found no own line. Otherwise removes all own lines of the host, also a line that was added
+//  after the call of held: each update of the service replaces all own lines of the host, too.
 Status HostsBackend::remove(std::vector<RemovalStep>& steps) {
     if (shown_.empty())
         return {};
