@@ -71,7 +71,8 @@ bool examine(const std::string& bytes, Subject& subject, CReport& report) {
     return !probe.failed();
 }
 
-//  Returns true if bytes starts with a UTF-16 byte order mark or with two UTF-16 characters below U+0100.
+//  Returns true if bytes starts with a UTF-16 byte order mark or with two UTF-16 characters from U+0001 to
+//  U+00FF.
 bool isUtf16(std::string_view bytes) {
     const auto zeros = [bytes](std::size_t first) {
         return bytes.size() >= 4 && bytes[first] == '\0' && bytes[first + 2] == '\0' && bytes[1 - first] != '\0' &&

@@ -3,7 +3,7 @@
 //
 //  To find out what the service does, the check runs the service's own code: ini reader, table of settings, port list
 //  parser, log and url classes, and the modules of the open client library that the service would load. The check's own
-//  code only searches for likely mistakes. The check changes no file and connects to no configured server. It resolves
+//  code searches for likely mistakes. The check changes no file and connects to no configured server. It resolves
 //  the host name of a log url, as the service does when it starts.
 //
 //  Threads: one check at a time.
@@ -33,12 +33,12 @@ struct Subject {
 
     const std::string& text(Setting setting) const { return run.*settings[setting].text; }
 
-    //  Returns the text of a setting that the client library receives: the bytes before the first zero byte.
+    //  Returns the text that the client library receives for a setting: the bytes before the first zero byte.
     std::string given(Setting setting) const { return text(setting).substr(0, text(setting).find('\0')); }
 };
 
 //  Returns the path of the file to check if the command line names no file: addrpubd.ini in folder, or usual_place if
-//  only that file exists. Requires that folder ends with "/".
+//  only that file exists. Requires that folder ends with "/" or is empty.
 std::string defaultPath(const std::string& folder, const std::string& usual_place);
 
 //  Checks the file at path. Returns false and sets problem to the reason if the check is not possible. A file that
@@ -49,7 +49,7 @@ bool checkFile(const std::string& path, CReport& report, std::string& problem);
 //  Checks bytes as the contents of a file. Returns false if the probe fails (ini_probe.h).
 bool checkBytes(const std::string& bytes, CReport& report);
 
-//  The parts of a check. Each part adds its findings to report.
+//  The parts of a check. Each part adds its findings to report; checkLog and checkServers also add sentences.
 void checkMode(const Subject& subject, const struct stat& status, CReport& report);
 //  Requires that the value of password starts with "file:/".
 void checkPasswordMode(const Subject& subject, Setting password, CReport& report);

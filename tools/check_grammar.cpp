@@ -13,8 +13,8 @@ std::string inLine(std::size_t number) {
     return "line " + std::to_string(number);
 }
 
-//  Returns whether key may be shown. A key may be a part of a password that is on a separate line. A word of at most 20
-//  characters that has only letters and contains neither "pswd" nor "pass" is considered harmless.
+//  Returns whether key may be shown. An unknown key may be part of a password, if the password is split over two lines.
+//  A key is considered harmless if it has at most 20 characters, only letters, and contains neither "pswd" nor "pass".
 bool isHarmless(const std::string& key) {
     constexpr std::size_t max_length = 20;
     std::string lower;
@@ -67,9 +67,11 @@ bool isSecretLine(const IniLine& line) {
     return line.setting != no_setting && settings[line.setting].secret;
 }
 
-//  A "#" or ";" ends the value. If no blank precedes it, there is a warning, because it may be intended as part of the
-//  value. After a blank, it usually starts a comment. There is then a warning only if text follows it without a blank
-//  and the value is empty or a password: a password with blanks may contain " #".
+//  Warns if the author probably did not intend the end of the value:
+//      - A carriage return ends the value, and text follows it.
+//      - A "#" or ";" without a blank in front ends the value. It may be intended as part of the value.
+//      - A "#" or ";" after a blank ends the value, text follows it without a blank, and the value is empty or a
+//        password. A password with blanks may contain " #". After other values, the character usually starts a comment.
 void checkEnd(const IniLine& line, CReport& report) {
     if (line.rest.empty() || line.rest == "\r")
         return;

@@ -10,7 +10,8 @@ namespace check {
 
 namespace {
 
-//  The service searches a C string for each character, and that search also finds the terminating zero byte.
+//  The service searches a C string for each character of the name, and that search also finds the terminating zero
+//  byte. So a zero byte is illegal, too.
 constexpr std::string_view illegal_characters("'\"():\0", 6);
 
 constexpr std::size_t record_name = sizeof(RdbSnapshot::name) - 1;

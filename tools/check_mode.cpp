@@ -1,5 +1,6 @@
-//  Checks whether other users may read or write the ini file and the password files. Access by the file's group is
-//  accepted, because this group may be that of the service.
+//  Checks whether all users may read or write the ini file and the password files. An ini file that contains no
+//  password may be readable by all users. Access by the file's group is accepted, because this group may be that of the
+//  service.
 #include "check.h"
 #include "show.h"
 

@@ -57,7 +57,7 @@ private:
 
     const CRunCls& run_;
     const ConnectConsole& console_;
-    std::string dns_name_;     // Holdings::name of the DNS server; also empty if there is no Holdings
+    std::string dns_name_;     // Holdings::name of the DNS server; also empty if its records were not read
     Addresses dns_addresses_;  // that the resolver should return
     bool equal_ = true;
 };

@@ -8,17 +8,19 @@ namespace check {
 
 namespace {
 
-//  Parses one line by passing the text front_ and the line, or a changed copy of it, to the reader. front_ brings the
-//  reader into the state that it has at the start of the line: after a line feed, and with an unfinished key if earlier
-//  lines left one.
-//  Which bytes this key has does not change how the reader parses, so front_ contains the letter x instead, once more
-//  than the line has bytes. So a key that is longer than the line contains these letters, and the time for a line
-//  depends only on the length of the line.
+//  Parses one line. The reader gets the text front_, and then the line or a changed copy of the line. front_ brings the
+//  reader into the state that it has at the start of the line: after a line feed and, if earlier lines left an
+//  unfinished key, inside a key.
+//
+//  The bytes of this key do not change how the reader parses. So front_ contains letters x instead of them: one more
+//  than the line has bytes. If a key of the reader is longer than the line, it therefore starts with these letters. The
+//  time for a line depends only on the length of the line.
 class CLineReader {
 public:
     CLineReader(const std::string& text, const std::string& carried, bool first, CIniProbe& probe)
         : text_(text), carried_(carried), filler_(carried.empty() ? 0 : text.size() + 1),
-          //  The reader skips a byte order mark only at the start of the file; the line feed prevents that.
+          //  The reader skips a byte order mark at the start of its text. The line feed prevents this for all lines
+          //  except the first.
           front_(first ? std::string() : "\n" + std::string(filler_, 'x')), probe_(probe) {}
 
     void read(bool ended, IniLine& line);

@@ -66,7 +66,7 @@ int misused(const std::string& problem) {
     return check::status_no_start;
 }
 
-//  Prints text on standard output. Returns the exit status.
+//  Prints text on standard output. Returns status, or status_no_start if the text cannot be written.
 int print(const std::string& text, int status) {
     std::fputs(text.c_str(), stdout);
     return std::fflush(stdout) == 0 ? status : fail("the output cannot be written");

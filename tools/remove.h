@@ -35,12 +35,13 @@ bool readRemoveOptions(int count, char** words, RemoveOptions& options, std::str
 //  What the removal needs from its surroundings.
 struct RemoveConsole {
     std::function<void(const std::string&)> print;  // one line, without line feed
-    std::function<bool()> confirm;                  // asks; null if there is no terminal
-    bool service_runs = false;                      // with these settings
+    std::function<bool()> confirm;                  // asks the user; null if there is no terminal
+    bool service_runs = false;                      // a service runs with these settings
 };
 
-//  Shows the records and, if this is allowed and confirmed, deletes them. Returns status_clean if no record of the
-//  service remains at the servers in question, else status_warnings, also if a server has not answered.
+//  Shows the records of the DNS server, and with options.with_tag also those of the rdb server. Deletes them if this is
+//  allowed and confirmed. Returns status_clean if no record of the service remains at these servers. Otherwise, or if a
+//  server did not answer or cannot show all records, returns status_warnings.
 int removeName(const CRunCls& run, const RemoveOptions& options, const RemoveConsole& console);
 
 //  The whole mode: reads the file options.file, and uses the terminal. Returns an exit status of the tool.

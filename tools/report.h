@@ -19,7 +19,7 @@ namespace check {
 //  Exit statuses of the tool.
 constexpr int status_clean = 0;
 constexpr int status_warnings = 1;
-constexpr int status_no_start = 2;  // also for a wrong command line, and if the check is not possible
+constexpr int status_no_start = 2;  // also: wrong command line, check not possible, output cannot be written
 
 enum class Severity {
     warning,

@@ -21,7 +21,7 @@ std::string words(int error) {
     return "the resolver does not answer or has failed";
 }
 
-//  Reads a message from its start. ok() is false after a read beyond the end.
+//  Reads a message from its start. ok() is false after a read beyond the end or a malformed name.
 class Reader {
 public:
     explicit Reader(std::span<const std::uint8_t> bytes) : at_(bytes.data()), end_(bytes.data() + bytes.size()) {}

@@ -45,7 +45,7 @@ RunningService findByPidFile(const std::string& ini, const char* pid_path) {
     return found;
 }
 
-//  The instance NAME of the unit has the settings NAME.ini. Only its own processes see its pid file under the usual
+//  The instance NAME has the settings of a file NAME.ini. Only processes of the instance see its pid file at the usual
 //  path, so its state file is read instead.
 RunningService findInstance(const std::string& ini, const std::string& runtime) {
     constexpr std::string_view ending = ".ini";

@@ -38,7 +38,7 @@ std::string given(const CRunCls& run, Setting setting) {
     return beforeZero(run.*settings[setting].text);
 }
 
-//  Waits without a handle that could be closed.
+//  Waits for a descriptor until a given time. Nothing else ends the wait, because there is no handle to close.
 class PollWaiter final : public rdbopen::Waiter {
 public:
     Result wait(int descriptor, short events, std::chrono::milliseconds until) const noexcept override {

@@ -1,4 +1,4 @@
-//  A server of the settings, as addrpubd-check itself contacts it: by the back end that the service would use.
+//  A connection of addrpubd-check to a server of the settings. It uses the back end that the service would use.
 //
 //  Threads: one thread at a time.
 #ifndef TOOLS_SERVER_ACCESS_H
@@ -38,10 +38,11 @@ public:
     //  of server. The time limits of this and all other operations are those of the back end.
     rdbopen::Status connect();
 
-    //  Returns what the server has of the host. Requires, as all operations below: connect has succeeded.
+    //  Returns what the server has of the host. This and all operations below require that connect has succeeded.
     rdbopen::Result<rdbopen::Holdings> held();
 
-    //  Returns those of the host's addresses that the service publishes at this server, after only and skip.
+    //  Returns those of the host's addresses that the service publishes at this server: those that pass the
+    //  options "only" and "skip".
     rdbopen::Result<std::vector<std::string>> published(const std::vector<std::string>& addresses);
 
     //  Asks whether the server allows what the service does (engine/inspector.h).

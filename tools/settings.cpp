@@ -25,8 +25,8 @@ char lower(char c) {
     return static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
 }
 
-//  Returns the number of letters to change, remove or add in order to turn a into b (Levenshtein distance). Case is
-//  ignored.
+//  Returns the smallest number of letters to change, remove or add in order to turn a into b (Levenshtein distance).
+//  Ignores the case of letters.
 std::size_t editDistance(std::string_view a, std::string_view b) {
     std::vector<std::size_t> row(b.size() + 1);
     std::iota(row.begin(), row.end(), std::size_t{0});

@@ -26,7 +26,7 @@ extern const SettingFacts settings[setting_count];
 //  Returns the setting in which the service stores the value of this key, or no_setting. Runs the service's own code.
 std::size_t settingOf(const std::string& key, CIniProbe& probe);
 
-//  Returns the setting whose name differs from key by at most two letters, or no_setting.
+//  Returns the first setting whose name differs from key by at most two letters, or no_setting.
 std::size_t similarSetting(std::string_view key);
 
 }  // namespace check

@@ -18,8 +18,8 @@ constexpr std::string_view known_options[] = {"addresses", "algorithm", "check",
 constexpr std::string_view word_options[] = {"ptr", "skip"};
 constexpr std::string_view prefix_options[] = {"only"};
 
-//  Options whose values are paths or host names. The option key is missing here: by mistake, its value may be the key
-//  itself instead of the path of its file.
+//  Options whose values are paths or host names. The option "key" is missing here: by mistake, its value may be the
+//  key itself instead of the path of its file.
 constexpr std::string_view place_options[] = {"ca", "cert", "name"};
 
 std::string escaped(std::string_view text, std::string_view with_backslash) {

@@ -1,4 +1,4 @@
-//  Displays text of files and servers: on one line, without control characters for the terminal; a url without secrets.
+//  Converts text of files and servers for output: to one line without control characters. Removes secrets from urls.
 #ifndef TOOLS_SHOW_H
 #define TOOLS_SHOW_H
 
@@ -7,7 +7,7 @@
 
 namespace check {
 
-//  Returns text. Each byte that is not printable ASCII is written as \xHH, and each backslash is doubled.
+//  Returns text, in which each byte that is not printable ASCII is written as \xHH, and each backslash is doubled.
 std::string printable(std::string_view text);
 
 //  Returns printable(text) in double quotes. Each double quote inside is written as \". Different texts yield different
@@ -15,11 +15,11 @@ std::string printable(std::string_view text);
 std::string quoted(std::string_view text);
 
 //  Returns url with possible secrets replaced by ***:
-//      - the text between "://" (without it: the start of the url) and the last "@" of the whole url, unless a "/"
-//        follows "://"
-//      - in the query, each option without "=", and the value of each unknown option
-//  Known options are those of the log url and of the open client library, except key. The value of a known option is
-//  shown if it contains only characters that the option needs.
+//      - the text between "://" and the last "@" of the whole url. In a url without "://", the text starts at the start
+//        of the url. Text that starts with "/" is not replaced.
+//      - in the query, each option without "=", the value of each unknown option, and a value of a known option that
+//        contains characters that the option does not need
+//  Known options are those of the log url and of the open client library, except "key".
 std::string withoutSecrets(const std::string& url);
 
 }  // namespace check

@@ -15,11 +15,13 @@ namespace {
 
 constexpr char usual_folder[] = "/run/addrpubd";
 
-//  The worker carries out each action when it is due. It writes a success that changes nothing only 50 s or more after
-//  the last write. An exchange with a server takes at most 20 s, without the time of the resolver.
+//  If the next action of a server in the state file is overdue by more than max_delay, the server is not confirmed. The
+//  worker carries out each action when it is due. It writes a success that changes nothing only 50 s or more after the
+//  last write. An exchange with a server takes at most 20 s, without the time of the resolver.
 constexpr std::int64_t max_delay = 120'000;  // ms
 
-//  If the back end has no checks, only the service repeats each request, after 600 s.
+//  Maximum age of the last success if the back end has no checks. Then only the service repeats each request, after
+//  600 s.
 constexpr std::int64_t max_silence = 600'000 + max_delay;  // ms
 
 enum class Format { text, json, metrics };
@@ -63,7 +65,7 @@ std::int64_t millisecondsOf(clockid_t clock) {
     return std::int64_t{now.tv_sec} * 1000 + now.tv_nsec / 1'000'000;
 }
 
-//  Returns the quoted text that begins at position, or nothing if there is none.
+//  Returns the quoted text that begins at position, or nothing if there is none or it contains a backslash.
 std::optional<std::string> quotedAt(std::string_view text, std::size_t position) {
     if (text.substr(position, 1) != "\"")
         return {};

@@ -1,4 +1,4 @@
-//  The option --status of addrpubd-check: says what a running service does, as text, JSON or metrics.
+//  The option --status of addrpubd-check: reports what a running service does, as text, JSON or metrics.
 //
 //      addrpubd-check --status [--json | --prometheus] [INSTANCE | FOLDER]
 //
@@ -41,8 +41,8 @@ std::string jsonOf(const Reading& reading, const std::string& folder, Time now);
 //  Returns metrics in the text format of Prometheus.
 std::string metricsOf(const Reading& reading, Time now);
 
-//  Returns time in seconds since 1970 with three decimals. The result is now minus the duration since then, so it is
-//  correct even if the system time was changed in between.
+//  Returns time in seconds since 1970 with three decimals. The result is the present system time minus the age of time,
+//  computed from the member boot of both. So it is correct even if the system time was changed in between.
 std::string secondsText(Time time, Time now);
 
 //  For an update request, returns the name and addresses that it publishes, or the request itself if it has another
@@ -52,7 +52,7 @@ std::string summaryOf(const Item& item);
 //  Returns the reason why there is no present state. Requires: reading.found is not running.
 std::string absence(const Reading& reading, const std::string& folder, Time now);
 
-//  Returns a time in words, such as "2 minutes".
+//  Returns a duration in words, such as "2 minutes".
 std::string duration(std::int64_t ms);
 
 }  // namespace status

@@ -1,8 +1,9 @@
-//  Reads and parses the state file of a running service (rdbapi/open/engine/state_board.h). docs/user/state.md
-//  describes the format.
+//  Reads and parses the state file of a service (rdbapi/open/engine/state_board.h). docs/user/state.md describes the
+//  format.
 //
-//  The file may contain anything, because the user of the service can write it. The parser rejects malformed lines,
-//  ignores lines with unknown keys, and stores texts without their escapes, so they may be unprintable.
+//  The file may contain anything, because the user of the service can write it. The parser rejects a file with a
+//  malformed line, ignores lines with unknown keys, and stores texts without their escapes. So the stored texts may be
+//  unprintable.
 //
 //  Threads: any.
 #ifndef TOOLS_STATUS_FILE_H
@@ -31,18 +32,19 @@ struct Failure {
 struct Item {
     std::string name;  // of the tag; empty for an update request
     std::string value;
-    std::optional<Time> since;  // when it was no longer pending, usually accepted by the server; empty if pending
+    std::optional<Time> since;  // end of the exchange after which it was not pending; usually the server accepted it;
+                                // empty if pending
 };
 
 struct Next {
-    std::string action;  // open, retry or check
+    std::string action;  // "open", "retry" or "check"
     Time due;
 };
 
 struct Server {
-    std::string kind;   // rdb, dns or any
+    std::string kind;   // "rdb", "dns" or "any"
     std::string label;  // without user and password
-    std::string phase;  // opening, connected or waiting
+    std::string phase;  // "opening", "connected" or "waiting"
     std::optional<Time> connected;
     std::optional<Time> success;
     std::optional<Failure> failure;
@@ -50,7 +52,7 @@ struct Server {
     std::vector<Item> published;
     std::optional<Next> next;
     bool tag_pending = false;
-    //  Counts since the start of the service.
+    //  Counts since the service created its handle for this server (rdb_create).
     std::uint64_t connections = 0;
     std::uint64_t losses = 0;
     std::uint64_t retries = 0;

@@ -8,7 +8,7 @@ namespace status {
 
 namespace {
 
-//  Escapes bytes that are not printable ASCII: invalid UTF-8 would make the whole file invalid.
+//  Escapes bytes that are not printable ASCII: invalid UTF-8 would make the whole output invalid.
 std::string escapedLabel(std::string_view text) {
     std::string out;
     for (const char c : check::printable(text))
@@ -78,7 +78,7 @@ constexpr Metric metrics[] = {
      [](const Server& server, Time) { return std::to_string(server.refusals); }},
 };
 
-//  Two samples with the same labels would make the whole file invalid, so only the first one is kept.
+//  Two samples with the same labels would make the whole output invalid, so only the first one is kept.
 std::string samplesOf(const Metric& metric, const State& state, Time now) {
     std::string samples;
     std::vector<std::string> seen;

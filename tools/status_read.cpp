@@ -46,7 +46,8 @@ bool readAll(int fd, std::string& text, std::string& problem) {
     return problem.empty();
 }
 
-//  The query is for a read lock, which other read locks do not prevent: every user can take a read lock.
+//  Queries whether a read lock is possible. Only a write lock prevents a read lock. Read locks must not matter, because
+//  every user who can read the file can take one.
 bool isWriteLocked(int fd) {
     struct flock whole {};
     whole.l_type = F_RDLCK;
@@ -62,7 +63,7 @@ bool isSameFile(int fd, const std::string& path) {
            opened.st_ino == named.st_ino;
 }
 
-//  Returns the identifier of this boot, or nothing if it cannot be read.
+//  Returns the identifier of this boot, or an empty text if it cannot be read.
 std::string bootIdentifier() {
     const Descriptor file("/proc/sys/kernel/random/boot_id");
     std::string text;
