@@ -14,7 +14,8 @@ std::string inLine(std::size_t number) {
 }
 
 //  Returns whether key may be shown. An unknown key may be part of a password, if the password is split over two lines.
-//  A key is considered harmless if it has at most 20 characters, only letters, and contains neither "pswd" nor "pass".
+//  A key is considered harmless if it has at most 20 characters, all of them letters, and contains neither "pswd" nor
+//  "pass".
 bool isHarmless(const std::string& key) {
     constexpr std::size_t max_length = 20;
     std::string lower;

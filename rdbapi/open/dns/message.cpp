@@ -58,8 +58,8 @@ private:
         putDns16(bytes_, recordClass);
     }
 
-    //  Writes the labels before the longest suffix that the message already has, then a pointer to that suffix. If the
-    //  message has no suffix of the name, writes all labels and a zero byte.
+    //  Writes the labels before the longest suffix that the first 16384 bytes of the message already contain, then a
+    //  pointer to that suffix. If they contain no suffix of the name, writes all labels and a zero byte.
     void name(std::string_view rest) {
         constexpr std::size_t pointer = 0xc000;  // plus 14 bits of offset
         while (!rest.empty()) {
