@@ -7,9 +7,10 @@
 //                                                  2 .  port=P2 ipv6hint=...
 //      _P._https.NAME    HTTPS  for each port P except 443:  1 NAME ipv6hint=...
 //
-//  A set without records must not exist in the zone. If no address is published, all sets are empty. Without ports, the
-//  HTTPS set of NAME is empty. At _P._https.NAME the target is NAME, because "." would mean _P._https.NAME itself,
-//  which has no address (RFC 9460 sections 2.3, 2.5).
+//  An HTTPS record consists of a priority, a target name and parameters. A set without records must not exist in the
+//  zone. If no address is published, all sets are empty. Without ports, the HTTPS set of NAME is empty. At
+//  _P._https.NAME the target is NAME, because "." would mean _P._https.NAME itself, which has no address (RFC 9460
+//  sections 2.3, 2.5).
 #ifndef RDBAPI_OPEN_DNS_RECORDS_H
 #define RDBAPI_OPEN_DNS_RECORDS_H
 

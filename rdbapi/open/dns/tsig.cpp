@@ -71,7 +71,7 @@ DnsBytes nameBytes(std::string_view name) {
     return bytes;
 }
 
-//  The data of a signature, RFC 8945 section 4.2.
+//  The data of a signature, RFC 8945 section 4.2. The numbers are lengths in bytes.
 //
 //      | algorithm | time 6 | fudge 2 | length 2 | mac | original id 2 | error 2 | length 2 | other |
 struct Signature {
