@@ -19,8 +19,8 @@
 //  code. Of these, only errorBackendFailed, errorServerRefused and errorBadRequest come with a reason.
 //
 //  Threads: tags(), updates() and inspector() may be called on any thread. label() is called before the worker's thread
-//  starts, the destructor after it has ended or if it never started. All other functions are called only on the
-//  worker's thread.
+//  starts. The destructor is called after this thread has ended, or if the thread never started. All other functions
+//  are called only on the worker's thread.
 //  addrpubd-check has no worker and calls all functions on one thread.
 #ifndef RDBAPI_OPEN_ENGINE_BACKEND_H
 #define RDBAPI_OPEN_ENGINE_BACKEND_H
@@ -44,7 +44,7 @@ struct Credentials {
     std::string password;
 };
 
-//  Serves requests for tags. Requires: names are NUL-terminated and value lengths are in range.
+//  Serves requests for tags and for their values. Requires: names are NUL-terminated and value lengths are in range.
 class TagBackend {
 public:
     //  Looks up tag.name and stores its definition in tag. Fails with errorNoSuchTag when the tag does not exist.
@@ -71,8 +71,8 @@ public:
         return status.ok() ? put({&record, 1}) : status;
     }
 
-    //  Returns whether refresh takes one exchange, as a check does. If so, the worker may begin a new connection with a
-    //  refresh instead of a check (worker.h). The result is constant.
+    //  Returns whether refresh takes only one exchange. If so, the worker may begin a new connection with a refresh
+    //  instead of a check (worker.h). The result is constant.
     virtual bool refreshIsOneExchange() const noexcept { return false; }
 
     //  Compares the server's value with this one. Fails with errorNotHeld if the server has another value or none.
@@ -96,7 +96,8 @@ public:
     //  reply to the new one without carrying it out. Returns nothing if they differ or cannot be compared.
     virtual std::optional<std::string> repetition(std::string_view, std::string_view) { return {}; }
 
-    //  Compares the server's data with the data that the request should have stored. Otherwise like checkValue.
+    //  Compares the server's data with the data that the request should have stored. Fails with errorNotHeld if they
+    //  differ. A check calls it if the request is not pending.
     virtual Status checkRequest(std::string_view) { return {}; }
 
 protected:
@@ -130,15 +131,15 @@ public:
     //  served, the worker watches it; when it becomes readable, the worker calls probe and the checks.
     virtual int watchedDescriptor() const noexcept { return -1; }
 
-    //  Returns the interval at which the worker makes checks while nothing is pending; a longer one than refreshTime
-    //  (retry_schedule.h) is shortened to it. A check is a call of probe and of the check of each value or request;
-    //  some checks are replaced by refreshes, which send the data again. Zero: no check becomes due, and each request
-    //  is carried out, even if it only repeats the last one. The result is constant while the back end is open.
+    //  Returns the interval at which the worker makes checks while nothing is pending. The worker shortens an interval
+    //  above refreshTime (retry_schedule.h) to refreshTime. A check is a call of probe, then of checkValue for each
+    //  value and of checkRequest for the request. Some checks are replaced by refreshes, which send the data again.
+    //  Zero: no check becomes due, and each request is carried out, even if it only repeats the last one. The result is
+    //  constant while the back end is open.
     virtual std::chrono::milliseconds checkInterval() const noexcept { return {}; }
 
-    //  Returns whether a call may interrupt probe and the checks. If so, a queued call ends the wait of a check,
-    //  usually with callWaits, and the status of the check is ignored. A back end whose checks have separate
-    //  connections allows this.
+    //  Returns whether a call may interrupt probe and the checks. If so, a queued call ends the waits of a check, and
+    //  the status of the check is ignored. A back end whose checks have separate connections allows this.
     virtual bool checksArePreemptible() const noexcept { return false; }
 
     //  Tests the connection, and reads the input that made the watched descriptor readable.

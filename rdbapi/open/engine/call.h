@@ -6,7 +6,7 @@
 //                              only records it in the desired state
 //      UpdateCall: caller continues ---- worker: run, finish, which calls the reply callback
 //
-//  Calls are owned by shared_ptr: by the caller, by the queue and by the worker.
+//  Each call is owned by shared_ptr: by the queue, then by the worker, and a WaitingCall also by its caller.
 #ifndef RDBAPI_OPEN_ENGINE_CALL_H
 #define RDBAPI_OPEN_ENGINE_CALL_H
 
@@ -30,8 +30,8 @@ public:
     //  Returns whether the caller has stopped waiting for the result.
     virtual bool abandoned() { return false; }
 
-    //  Returns whether the caller cannot continue until this call succeeds. If the back end fails at it, or it is
-    //  refused or times out, the worker ends the connection.
+    //  Returns whether the caller cannot continue without an answer to this call. If the back end fails at such a call,
+    //  or the call is refused or times out, the worker ends the connection.
     virtual bool required() const { return false; }
 
     //  Returns whether backend has the interface that the call needs.
@@ -49,7 +49,7 @@ public:
     virtual void refuse(Backend&, int) {}
 
     //  Stores the requested data in the desired state. code: the result of the request, which decides whether the data
-    //  is pending. now: when run began, or the current time if the call was not run.
+    //  is stored and whether it is pending. now: when run began, or the current time if the call was not run.
     virtual void record(DesiredState&, int, DesiredState::Time) const {}
 
     //  Passes the result to the caller. closed: the handle was closed, so the callback is not called.
@@ -74,7 +74,7 @@ private:
     int code_ = errorNone;
 };
 
-//  A request for tags.
+//  A request for tags or for their values.
 struct TagCall : WaitingCall {
     bool isServedBy(Backend& backend) const override { return backend.tags() != nullptr; }
 };

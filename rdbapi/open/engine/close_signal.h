@@ -1,4 +1,4 @@
-//  Ends the waits of a worker: the closed bit of its handle, and an eventfd.
+//  Ends the waits of a worker. Contains the closed bit of the worker's handle, and an eventfd.
 //
 //      closeHandle, releaseHandle:  bit, wake() ----> waitForWake, waitForDescriptor and pause end; closed() is true
 //      Worker::post, execute:            wake() ----> waitForWake and waitForDescriptor end; closed() is false
@@ -9,8 +9,8 @@
 //  eventfd is created at the first use and never closed, so a late wake-up cannot reach a file descriptor that was
 //  reused for another purpose.
 //
-//  Threads: closed and wake may be called on any thread and are async-signal-safe; the waits only on the worker's
-//  thread.
+//  Threads: closed and wake may be called on any thread and are async-signal-safe. The waits are called only on the
+//  worker's thread. rdb_create calls prepare and takeWake before this thread starts.
 #ifndef RDBAPI_OPEN_ENGINE_CLOSE_SIGNAL_H
 #define RDBAPI_OPEN_ENGINE_CLOSE_SIGNAL_H
 
@@ -47,8 +47,8 @@ public:
     //  Discards a wake-up that no wait has consumed.
     void takeWake() const noexcept;
 
-    //  Waits for wake, for input at descriptor (-1: no descriptor), or for the timeout. The wait has no time
-    //  limit when timeout is negative. If poll(2) fails, returns wake, after a pause unless a signal was the cause.
+    //  Waits for wake, for input at descriptor (-1: no descriptor), or for the timeout. The wait has no time limit when
+    //  timeout is negative. If a signal interrupts poll(2), returns wake; if poll(2) fails, returns wake after a pause.
     enum class WakeReason { wake, descriptor, timeout };
     WakeReason waitForWake(std::chrono::milliseconds timeout, int descriptor = -1) const noexcept;
 

@@ -163,10 +163,10 @@ Status DesiredState::sendValue(Backend& backend, Entry& entry) {
     return status;
 }
 
-//  If the tag is missing, the server has probably lost its data, so the tag is imported again. If its definition is
-//  unknown, the value is no longer pending: the user of the handle has to create the tag. A value that can never be
-//  accepted is forgotten, because each check would find it missing. A retry is the first to detect such a value if the
-//  caller timed out, or the connection was lost, before the back end had the value.
+//  If the tag is missing or not usable, the server has probably lost its data, so the tag is imported again. If the
+//  definition of the tag is unknown, the value is no longer pending: the user of the handle has to create the tag. A
+//  value that can never be accepted is forgotten, because each check would find it missing. A retry is the first to
+//  detect such a value if the caller timed out, or the connection was lost, before the back end had the value.
 Status DesiredState::putValue(Backend& backend, Entry& entry, Time now) {
     Status status = sendValue(backend, entry);
     const bool tagMissing = status.code == errorNoSuchTag || status.code == errorTagNotUsable;

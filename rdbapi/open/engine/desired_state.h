@@ -1,12 +1,14 @@
-//  The desired state of one server: the newest definition and value of each tag that the user of the handle has put,
-//  and the newest update request. Data that the server has not accepted is pending, and the worker retries it.
+//  The desired state of one server: the newest definition and value of each tag that the user of the handle has looked
+//  up, imported or put, and the newest update request. Data that the server has not accepted is pending, and the worker
+//  retries it.
 //
 //      requested --success--> held --check finds it missing--> pending --retry--> held
 //           \--failure, refusal, time-out--> pending
 //
 //  A tag lookup that was refused or got no answer is also pending. A value or request that can never succeed, such as a
 //  malformed one, is not stored. If a retry is the first to show this, the value or request is forgotten. If a value's
-//  tag is missing and the definition of the tag is unknown, the value is no longer pending after a retry.
+//  tag is missing or cannot be used, and the definition of the tag is unknown, the value is no longer pending after a
+//  retry.
 //
 //  This class also stores when the server last confirmed held data: by accepting it on this connection, or at a later
 //  check. The worker need not send confirmed data again. The time of a confirmation is the start of its request, retry
@@ -16,7 +18,7 @@
 //      confirmed --> unconfirmed                 if the data becomes pending, or the connection is opened again
 //
 //  Data that was accepted on an earlier connection is unconfirmed even if a check finds it: it may be about to expire,
-//  and only a write prevents that.
+//  and only a write prevents its expiry.
 //
 //  Threads: the worker's thread only.
 #ifndef RDBAPI_OPEN_ENGINE_DESIRED_STATE_H
@@ -43,15 +45,15 @@ public:
     //  Forgets all confirmations. Call when a connection is opened.
     void connectionOpened() noexcept;
 
-    //  Returns whether the server has confirmed exactly this value at the time since or later.
+    //  Returns whether the server has confirmed exactly this value at the time `since` or later.
     bool isConfirmed(const RdbSnapshot& value, Time since) const;
 
     //  Returns the definition of a tag, if the server has sent or accepted it on this connection and has confirmed the
-    //  tag's value at the time since or later; otherwise null. The definition is that of the last lookup, import or
+    //  tag's value at the time `since` or later; otherwise null. The definition is that of the last lookup, import or
     //  refresh.
     const RdbTag* confirmedTag(std::string_view name, Time since) const;
 
-    //  Returns the newest request, if the server has confirmed it at the time since or later; otherwise null.
+    //  Returns the newest request, if the server has confirmed it at the time `since` or later; otherwise null.
     const std::string* confirmedRequest(Time since) const noexcept;
 
     //  Returns whether any data or lookup is pending.
@@ -105,7 +107,7 @@ private:
         bool valuePending = false;
         bool refreshDue = false;             // the next put of the value is a refresh, which also creates a missing tag
         bool tagKnown = false;               // the server has sent or accepted this definition on this connection
-        std::optional<Time> valueConfirmed;  // empty if the server has not accepted the value on this connection
+        std::optional<Time> valueConfirmed;  // last confirmation on this connection; empty while unconfirmed
     };
 
     using Entries = std::map<std::string, Entry, std::less<>>;

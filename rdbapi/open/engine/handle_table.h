@@ -49,8 +49,8 @@ private:
     Worker* worker_ = nullptr;  // owned; null while vacant
 };
 
-//  Returns a new handle, or -1 when all handles are in use or memory or file descriptors are exhausted. If all slots
-//  are occupied, but some handles are released, waits at most callLimit until one of them can be reused.
+//  Returns a new handle, or -1 if no slot can be used, memory is exhausted, or no file descriptor is available. If all
+//  slots are occupied, but some handles are released, waits at most callLimit until one of their slots can be reused.
 int createHandle();
 
 //  Implement rdb_disconnect and rdb_destory. Return errorNone or errorBadHandle.

@@ -4,9 +4,10 @@
 //      openToRead() --> held() --> the tool shows the records --> remove() --> Backend::close()
 //                   --> examine()
 //
-//  Only the operation remove changes records. It deletes the records that the operation held has returned as ours. In
-//  the back ends redis, sqlite and dns, it refuses to do so if it finds that they have changed since. The back end
-//  hosts deletes all lines of the service for the host, also lines that were added since.
+//  Only the operation `remove` changes records. It deletes the records that the operation `held` has returned as ours.
+//  In the back ends redis and sqlite, it deletes nothing if the value has changed since. In the back end dns, it
+//  deletes nothing from a zone in which the records have changed since. The back end hosts deletes all lines of the
+//  service for the host, also lines that were added since.
 //
 //  Threads: one thread at a time. The back end must not be open (Backend::open) meanwhile.
 #ifndef RDBAPI_OPEN_ENGINE_INSPECTOR_H
@@ -31,7 +32,7 @@ struct HostNames {
 
 struct HeldRecord {
     std::string text;     // one line, "host1.example.org AAAA 2001:db8::1"; bytes from the server may be unprintable
-    std::string remains;  // why remove keeps the record; empty for a record of the service, which remove deletes
+    std::string remains;  // why `remove` keeps the record; empty for a record of the service, which it deletes
 
     bool ours() const noexcept { return remains.empty(); }
 };
@@ -39,15 +40,15 @@ struct HeldRecord {
 struct Holdings {
     std::string name;  // of the host in DNS, without the final dot; empty for an rdb server and for log:
     std::vector<HeldRecord> records;
-    std::optional<std::vector<std::string>> addresses;  // in the records; nothing if the server cannot be asked
+    std::optional<std::vector<std::string>> addresses;  // in the records; no vector if the server cannot be asked
     std::vector<std::string> remarks;                   // sentences on what else may exist, or why nothing is listed
-    bool incomplete = false;  // there may be records of the service that remove does not delete
+    bool incomplete = false;  // there may be records of the service that `remove` does not delete
 };
 
 //  One question to a server, and its answer.
 struct Examination {
     std::string what;  // the action of the service, such as "update the records of host1"; not a sentence
-    Status status;     // ok: the server allows it, as far as this can be asked without a change
+    Status status;     // ok: the server allows it, as far as this can be tested without a change
 };
 
 //  One request of a removal, which a server normally carries out as a whole or not at all.
@@ -72,16 +73,16 @@ public:
     //  the answers to results. Fails if some question could not be asked. Requires: openToRead has succeeded.
     virtual Status examine(const HostNames& host, std::vector<Examination>& results) = 0;
 
-    //  Deletes the records that are ours in the last result of held, and adds one element to steps for each request.
-    //  Every such record is in one element, unless memory is exhausted. If a request fails, returns a failure.
-    //  Requires: held has succeeded.
+    //  Deletes the records for which ours() is true in the last result of `held`, and adds one element to steps for
+    //  each request. Each of these records is in one element, unless memory is exhausted. If a request fails, returns a
+    //  failure. Requires: `held` has succeeded.
     virtual Status remove(std::vector<RemovalStep>& steps) = 0;
 
 protected:
     ~Inspector() = default;
 };
 
-//  Returns the texts of the records that remove deletes.
+//  Returns the texts of the records that Inspector::remove deletes.
 inline std::vector<std::string> textsOfOurs(const Holdings& holdings) {
     std::vector<std::string> texts;
     for (const HeldRecord& record : holdings.records)
@@ -101,7 +102,7 @@ inline std::vector<std::string> addressesIn(const std::string& value) {
     return addresses;
 }
 
-//  Serves a back end whose server keeps nothing that can be listed or removed. remark says why.
+//  Serves a back end that stores nothing, so nothing can be listed or removed. remark is the reason.
 class RemarkInspector : public Inspector {
 public:
     explicit RemarkInspector(const char* remark) noexcept : remark_(remark) {}

@@ -23,7 +23,7 @@ public:
     //  If a reason was logged, logs that the back end works again, and clears the reasons.
     void recover(const std::string& label) noexcept;
 
-    //  Clears the reasons without a report.
+    //  Clears the reasons and logs nothing.
     void clear() noexcept { reasons_.clear(); }
 
 private:

@@ -46,16 +46,16 @@ std::chrono::milliseconds backoffDelay(unsigned failures, std::uint32_t random) 
 //  After a connection that lasts this long, the count of losses starts again at 1.
 inline constexpr std::chrono::milliseconds steadyTime{60000};
 
-//  The maximum time between two refreshes while nothing is pending, if the back end has checks. A refresh writes the
-//  data again, which a check only reads. So the data does not expire, and the server has a new time of its last
-//  confirmation. A refresh replaces the service's repetition after 600 s; it is due one check of a minute earlier.
-//  Redis keys expire after at least 660 s, so they survive if a refresh comes almost 120 s (two checks of a minute)
-//  late.
+//  The maximum time from one due refresh to the next while nothing is pending, if the back end has checks. A refresh
+//  writes the data again, which a check only reads. So the data does not expire, and the server has a new time of its
+//  last confirmation. A refresh replaces the repetition that the service makes after 600 s. refreshTime is 60 s less,
+//  which is one check interval of redis. A Redis key with an expiry lasts at least 660 s, so it survives if a refresh
+//  comes almost 120 s (two such intervals) late.
 inline constexpr std::chrono::milliseconds refreshTime{540000};
 
-//  The minimum pause after a failed call for a tag, to which the first back-off is added. It is longer than the 10 s
-//  between two publish cycles of the service, so at least one cycle finds the connection lost and continues with its
-//  DNS step. While a database is connected and does not have the tag, the service never reaches this step.
+//  The pause after a failed call for a tag is at least this time plus the first back-off. This time is longer than the
+//  10 s between two publish cycles of the service, so at least one cycle finds the connection lost and continues with
+//  its DNS step. While a database is connected and does not have the tag, the service never reaches this step.
 inline constexpr std::chrono::milliseconds awayTime{11000};
 
 class RetrySchedule {
@@ -65,12 +65,13 @@ public:
     //  seed: initial value for the random parts.
     explicit RetrySchedule(std::uint32_t seed) : random_(seed) {}
 
-    //  Call when the connection is established. interval: time between two checks, zero for no checks; a longer one is
-    //  shortened to refreshTime. random: any number, which determines the times of the checks and refreshes.
+    //  Call when the connection is established. interval: time between two checks, zero for no checks; an interval
+    //  above refreshTime is shortened to refreshTime. random: any number, which determines the times of the checks and
+    //  refreshes.
     void connected(Time now, Time interval, std::uint32_t random) noexcept;
 
-    //  Call when a call for a tag has failed, but not after its retry. The next pause is at least awayTime and one
-    //  back-off.
+    //  Call when a call for a tag has failed, but not when a retry of such a call has failed. The next pause is at
+    //  least awayTime plus one back-off.
     void tagRequestFailed() noexcept { away_ = true; }
 
     //  Call when the connection is lost or cannot be opened. Returns the pause before the next open.
@@ -102,7 +103,7 @@ private:
     bool away_ = false;                // a call for a tag failed since the last pause
     unsigned losses_ = 0;              // consecutive, without a connection of steadyTime between them
     unsigned refusals_ = 0;            // consecutive; a reconnection does not reset the count
-    Time retryAt_{};                   // due time of pending data; initially 0, so that the first retry is due at once
+    Time retryAt_{};                   // due time of the next retry; initially 0, so that the first one is due at once
     Time checkInterval_{};
     Time checkAt_{};
     std::uint32_t checksPerRefresh_ = 1;  // at least 1; a refresh counts as a check

@@ -1,7 +1,7 @@
 //  What one connection does, for the state file: its last success and failure, what is pending and published, and the
 //  next attempt. stateText writes it as the lines of one server; docs/user/state.md describes them.
 //
-//      server rdb                               kind: rdb, dns, or any when the back end serves both
+//      server rdb                               kind: "rdb", "dns", or "any" if the back end serves both
 //      label redis://db.example.org:6379/0      as in syslog lines, without user and password
 //      phase connected                          opening, connected or waiting
 //      success 1764000000000 5000000            moments: ms since 1970 UTC, ms since boot
@@ -24,7 +24,7 @@
 
 namespace rdbopen {
 
-//  Maximum number of values and of pending items that are written.
+//  Maximum number of published items, and of pending items, that are written.
 inline constexpr std::size_t maxStateItems = 8;
 
 class ServerState {
@@ -33,7 +33,7 @@ public:
 
     //  The next action of the worker and its time.
     struct Next {
-        const char* action;  // open, retry or check
+        const char* action;  // "open", "retry" or "check"
         Moment due;
     };
 
@@ -50,14 +50,14 @@ public:
     enum class Cause { call, worker };
 
     //  An exchange with the server has ended with status, or a call was not served because its caller had timed out.
-    //  data: the desired state after it. A success is recorded only if the desired state has a value or request and
-    //  nothing is pending. After errorBadRequest, no success is recorded until a call succeeds: the
-    //  desired state lacks the rejected data. An interrupted check is ignored. Refusals and errorBadRequest count as
-    //  failures; others, such as a missing tag, only while data is pending.
+    //  data: the desired state after the exchange or call. A success is recorded only if the desired state has a value
+    //  or request and nothing is pending. After errorBadRequest, no success is recorded until a call succeeds, because
+    //  the desired state lacks the rejected data. An interrupted check is ignored. Refusals and errorBadRequest count
+    //  as failures; other errors, such as a missing tag, count as failures only while data is pending.
     void exchanged(Cause cause, Moment now, const Status& status, const DesiredState& data);
 
-    //  A call succeeded without an exchange, because it repeated confirmed data. It is no success of its own, but from
-    //  now on a success can be recorded even after errorBadRequest.
+    //  A call succeeded without an exchange, because it repeated confirmed data. This success is not recorded, but it
+    //  ends the effect of an earlier errorBadRequest: later successes are recorded again.
     void repeated() noexcept { rejected_ = false; }
 
     //  A retry of pending data begins.
@@ -79,7 +79,7 @@ private:
     struct Published {
         std::string name;  // empty for an update request
         std::string value;
-        Moment since;  // end of the exchange after which the value was not pending; usually the server accepted it
+        Moment since;  // end of the exchange after which the value was no longer pending (desired_state.h)
         bool held;     // the value is not pending now
     };
 
@@ -98,8 +98,8 @@ private:
     //  Counts since the handle was created.
     std::uint64_t connections_ = 0;
     std::uint64_t losses_ = 0;    // failed opens and ended connections
-    std::uint64_t retries_ = 0;   // retries of pending data; without refreshes and requests for tags before event 60001
-    std::uint64_t refusals_ = 0;  // refused calls, retries and checks; without requests for tags before event 60001
+    std::uint64_t retries_ = 0;   // retries of pending data; neither refreshes nor requests for tags before event 60001
+    std::uint64_t refusals_ = 0;  // refused calls, retries, refreshes and checks; not requests for tags before 60001
     bool failing_ = false;        // a failure was recorded, and no success after it
     bool rejected_ = false;       // a request ended with errorBadRequest, and no call has succeeded since
     bool changed_ = true;

@@ -24,8 +24,8 @@ namespace rdbopen {
 //  The state file of this process. It has no destructor, because workers may run during exit.
 extern constinit StateFile stateFile;
 
-//  If only the time of the last success has changed, the state is written no sooner than this after the last write. It
-//  is a little less than the minute that usually passes between two checks, so usually each success of a check is
+//  While only the time of the last success changes, at least this time passes between two writes of the state. It is
+//  less than the default interval of 60 s between two checks. So, with this interval, each success of a check is
 //  written.
 inline constexpr std::int64_t stateWriteTime = 50000;  // ms
 

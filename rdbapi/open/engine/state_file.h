@@ -9,9 +9,9 @@
 //  again. No syscall of a write waits for another process.
 //
 //  If a reader finds no write lock on FOLDER/state, the writer has ended without removing the file. The lock is on the
-//  file itself, so it proves this for exactly the file that was read. Another lock, on FOLDER/state.lock, selects the
-//  writer. Only root and the user of the service can open that file, so no other user can keep a process from becoming
-//  the writer with a read lock.
+//  file itself, so the test is valid for exactly the file that was read. Another lock, on FOLDER/state.lock, selects
+//  the writer. Only root and the user of the service can open FOLDER/state.lock. So no other user can set a read lock
+//  on this file, which would prevent each process from becoming the writer.
 //  All locks belong to an open file description, so a child that keeps the descriptors after fork keeps the locks; the
 //  service does not fork after its first connection.
 //
@@ -62,7 +62,7 @@ private:
     std::atomic<int> open_{0};
     std::atomic<bool> chosen_{false};  // chooseFolder was called
     std::atomic<bool> ready_{false};   // the paths are set and constant
-    std::atomic<pid_t> writer_{0};     // pid of this process while it is the writer, else 0; a child has its parent's
+    std::atomic<pid_t> writer_{0};     // pid of this process while it is the writer, else 0; after fork, the parent's
     int lockFd_ = -1;
     int currentFd_ = -1;  // open descriptor of FOLDER/state, which keeps its lock; -1 if none
     //  Not read before ready_ is true.

@@ -25,10 +25,11 @@
 
 namespace rdbopen {
 
-//  A request that a back end carries out succeeds, or ends in one of three ways:
+//  A request that a back end carries out succeeds, or fails in one of three ways:
 //      errorBackendFailed    the back end has to be opened again
 //      errorServerRefused    the server refused the request; the back end stays open, except after a request for a tag
 //      any other code        the back end stays open; only the codes in desired_state.cpp, isRetryable, are retried
+//  If the caller of a request for a tag times out, the worker closes the back end, whatever the result is.
 struct [[nodiscard]] Status {
     int code = errorNone;
     std::string reason{};   // for the operator; contains no user and no password; may be empty

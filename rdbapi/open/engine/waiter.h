@@ -1,6 +1,6 @@
 //  The way in which a back end waits for a descriptor. Closing the handle ends each such wait. Only the functions of
-//  the C library that resolve names, such as getaddrinfo(3), wait in another way; closing the handle does not end their
-//  waits.
+//  the C library that resolve names, such as getaddrinfo(3), wait for sockets in another way; closing the handle does
+//  not end their waits.
 #ifndef RDBAPI_OPEN_ENGINE_WAITER_H
 #define RDBAPI_OPEN_ENGINE_WAITER_H
 

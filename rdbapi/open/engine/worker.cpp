@@ -43,7 +43,7 @@ Status guarded(Action action) noexcept {
     }
 }
 
-//  Like guarded, for an action without a result: if memory is exhausted, the action is skipped.
+//  Like guarded, for an action without a result: if memory is exhausted, the rest of the action is skipped.
 template <class Action>
 void attempt(Action action) noexcept {
     try {
@@ -222,8 +222,8 @@ Status Worker::session() {
 }
 
 //  Returns errorNone when the back end is open and no request for a tag is pending; other requests may still be
-//  pending. If data was pending, recovery is logged only after it was retried. Otherwise a server that accepts a
-//  connection and then fails each request would cause log lines of failure and recovery in turn.
+//  pending. Logs recovery only if data was pending and its retry has succeeded. If an open alone counted as recovery, a
+//  server that accepts a connection and then fails each request would cause log lines of failure and recovery in turn.
 Status Worker::openAndRetry() {
     Status status = backend_->open(waiter_);
     if (!status.ok())
@@ -242,9 +242,10 @@ Status Worker::openAndRetry() {
     return {};
 }
 
-//  If the connection is to begin with a refresh, marks the data as pending and returns true. Such a refresh costs the
-//  server as much as a check. After it, repetitions of the data, with which the user of the handle reacts to event
-//  60001, need no exchange (takeConfirmed). So, if all hosts return to a server at once, it gets one write from each.
+//  If the connection is to begin with a refresh, marks the data as pending and returns true. Such a refresh takes one
+//  exchange for each value, like a check. The user of the handle reacts to event 60001 with repetitions of the data.
+//  After the refresh, these need no exchange (takeConfirmed). So, if all hosts return to a server at once, the server
+//  gets one write from each host.
 bool Worker::refreshAtOpen() noexcept {
     TagBackend* const tags = backend_->tags();
     return tags != nullptr && tags->refreshIsOneExchange() && !checkRefused_ && desired_.refresh();

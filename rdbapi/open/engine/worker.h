@@ -5,9 +5,9 @@
 //                         \--failed--> back-off --> opening ...           any of them --handle closed--> ended
 //
 //  Calls are accepted while connected: from immediately before event 60001 until immediately before event 60003. The
-//  worker itself retries pending data of the desired state (desired_state.h): after a failure it does so before 60001,
-//  so that a connection that fails at its first request causes no event; while connected it retries what the server has
-//  refused. RetrySchedule (retry_schedule.h) computes the times.
+//  worker itself retries pending data of the desired state (desired_state.h). After each open, it retries the data
+//  before 60001, unless a check is refused. So a connection that fails at its first request causes no event. While
+//  connected, it retries the data at the times that RetrySchedule (retry_schedule.h) computes.
 //
 //  The service needs its tag: while it is connected without the tag, it publishes nothing. Therefore a request for a
 //  tag (Call::required) ends the connection if it is refused, the back end fails, or there is no answer within
@@ -21,7 +21,7 @@
 //
 //  A lookup, put or update request that only repeats what the server has already sent or accepted on this connection is
 //  answered without an exchange, if the server has confirmed the data within the last check interval. An import of a
-//  tag is never answered so. A successful check confirms such data again, or finds it missing. A call causes an
+//  tag always causes an exchange. A successful check confirms such data again, or finds it missing. A call causes an
 //  exchange if data is pending, the last check was refused, a check is late, or the back end has no checks.
 //  Before event 60001, after the pending requests for tags, the worker makes a check. It makes a refresh instead if a
 //  refresh takes one exchange (TagBackend::refreshIsOneExchange), there is data, none was pending, and the last check
@@ -29,9 +29,10 @@
 //  again, at each refresh (retry_schedule.h).
 //
 //  A reason of a failure is not logged at each attempt, but once until the server recovers (reason_log.h). Recovery is
-//  logged when a request or check has succeeded, nothing is pending and the last check was not refused. After a refused
-//  check, each success is followed by another check. The result of a check that a call interrupted is ignored. The
-//  reason of errorBadRequest is logged once until a call succeeds.
+//  logged when a request or check has succeeded, nothing is pending and the last check was not refused. A success
+//  before 60001 counts only if data was pending when the back end was opened. After a refused check, each success is
+//  followed by another check. The result of a check that a call interrupted is ignored. The reason of errorBadRequest
+//  is logged once until a call succeeds.
 //
 //  The delivery of an event or reply starts only if the handle is not closed. So, when rdb_disconnect returns, a
 //  callback may still begin or run if its delivery has already started.
@@ -144,7 +145,7 @@ private:
     WorkerOwner& owner_;
     const SlotWaiter waiter_;
 
-    std::mutex mutex_;  // guards queue_, accepting_ and started_; until the thread starts, also backend_ to user_
+    std::mutex mutex_;  // guards queue_, accepting_ and started_; until the thread starts, also backend_ ... user_
     std::deque<std::shared_ptr<Call>> queue_;
     bool accepting_ = false;
     bool started_ = false;
