@@ -81,13 +81,13 @@ private:
     bool suspect_ = false;   // the file may be damaged and has not been checked since
 
     const Waiter* readWaiter_ = nullptr;  // set by openToRead
-    std::string shownName_;               // name of the last call of held
+    std::string shownName_;               // host name of the last call of `held`
     SqliteName shown_;                    // what the database had of shownName_ during this call
     Holdings holdings_;                   // result of this call: the contents of shown_ as texts
 };
 
-//  Returns cause with the text what before its reason. If SQLite has found damage, sets suspect_. Requires: cause is
-//  the last result of SQLite.
+//  Returns cause with `what` and a colon before its reason. If SQLite has found damage, sets suspect_. Requires: cause
+//  is the last result of SQLite.
 Status SqliteBackend::failed(const char* what, Status cause) {
     suspect_ = suspect_ || database_.lastResultIsDamage();
     return failedTo(what, std::move(cause));

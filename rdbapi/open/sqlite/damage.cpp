@@ -38,7 +38,7 @@ bool isCutShortForCertain(SqliteDatabase& database, const std::string& path) {
     return cut;
 }
 
-//  Returns whether SQLite finds faults. A check that fails for another reason, such as exhausted memory, finds none.
+//  Returns whether SQLite finds faults. Returns false if the check fails for another reason, such as exhausted memory.
 bool hasFaults(SqliteDatabase& database) {
     const Result<std::string> found = database.text("PRAGMA integrity_check(1)");
     return !found.ok() || found->empty() ? database.lastResultIsDamage() : *found != "ok";
@@ -54,7 +54,8 @@ bool isDamaged(const std::string& path) {
     return damaged;
 }
 
-//  Returns whether no file has the name path, and no journal or log exists that SQLite would apply to the renamed file.
+//  Returns whether no file exists at path, and no journal, log or index next to it: SQLite would use such files for the
+//  renamed database.
 bool isFree(const std::string& path) {
     for (const char* suffix : {"", "-journal", "-wal", "-shm"})
         if (inodeOf(path + suffix) || errno != ENOENT)
@@ -73,8 +74,9 @@ Result<std::string> freeName(const FilePlace& place) {
 }
 
 //  Renames the database before its log. In the other order, a crash between the renames would leave a database without
-//  the data in its log, and this database may be undamaged after all. A log without a database is removed when a new
-//  database is created. Always returns a failure, because the file is not available.
+//  its log under the old name. The next check might then find no damage, and the data of the log would be missing. A
+//  log without a database is removed when a new database is created. Returns a failure even after the renames, because
+//  the file is not available.
 Status moveTo(const std::string& name, const std::string& path) {
     if (std::rename(path.c_str(), name.c_str()) != 0)
         return failedTo("the file is damaged and cannot be renamed", systemFailure(errno));

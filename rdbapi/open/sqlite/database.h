@@ -1,5 +1,5 @@
-//  One SQLite connection and its prepared statements, closed by their destructors. The reason of a failure is usually
-//  the error text of SQLite.
+//  One SQLite connection and its prepared statements, closed by their destructors. The reason of a failure is the error
+//  text of SQLite, "out of memory" if no connection exists, or the fixed text of readFirstBytes.
 //
 //  Threads: one thread at a time.
 #ifndef RDBAPI_OPEN_SQLITE_DATABASE_H
@@ -33,7 +33,7 @@ public:
     //  Returns the text of a column, which may contain zero bytes. Valid until the next step or reset.
     std::string_view text(int index);
 
-    //  Prepares the statement for its next use and ends its read transaction.
+    //  Prepares the statement for its next use, and ends the read transaction that step has begun.
     void reset() { sqlite3_reset(statement_.get()); }
 
 private:
@@ -50,17 +50,18 @@ public:
     //  link. SQLite checks the folders of the path only before the open, so a later change of a folder is not detected.
     Status open(const std::string& path);
 
-    //  Like open, but only for reading. shared: true if other connections may use the file at the same time; if false,
+    //  Like open, but only for reading. shared: whether other connections may use the file at the same time; if false,
     //  SQLite takes no lock and creates no file.
     Status openReadOnly(const std::string& path, bool shared);
 
     //  Reads the first count bytes of the file directly, without a lock and without the journal. If the file is
-    //  shorter, sets the remaining bytes to zero. Returns the size of the file. Uses SQLite's descriptor, because
-    //  closing another descriptor would release this process's locks on the file (fcntl(2)).
+    //  shorter, sets the remaining bytes to zero. Returns the size of the file, or 0 if the size is one byte. Uses
+    //  SQLite's descriptor, because closing another descriptor would release this process's locks on the file
+    //  (fcntl(2)).
     Result<std::int64_t> readFirstBytes(void* bytes, int count);
 
-    //  Closes the connection. If the file has no other connection, SQLite writes the log into the file and removes the
-    //  log.
+    //  Closes the connection. If the file has no other connection and this one may write, SQLite writes the log into
+    //  the file and removes the log.
     //  Requires: all statements are destroyed.
     void close() { connection_.reset(); }
 

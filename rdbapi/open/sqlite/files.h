@@ -7,8 +7,8 @@
 //  While a connection is open, SQLite replaces none of these files. While the log is empty, SQLite has nothing to write
 //  into the database file. So, if this file changes without a commit (PRAGMA data_version), another program such as
 //  cp(1) or truncate(1) has written to it. Such a change is not detected if a reader prevents the log from being
-//  emptied, or if another process has just committed. In these cases only the header of the database is examined, and a
-//  later checkValue (engine/backend.h) detects a lost value.
+//  emptied, or if another process has just committed. In these two cases only the header of the database is examined,
+//  and a later checkValue (engine/backend.h) detects a lost value. A change before `record` is not detected, either.
 #ifndef RDBAPI_OPEN_SQLITE_FILES_H
 #define RDBAPI_OPEN_SQLITE_FILES_H
 
@@ -22,7 +22,7 @@ namespace rdbopen {
 class SqliteFiles {
 public:
     //  Records the state of the files after a request. Fails if a file is missing, the open database no longer has the
-    //  name path, or the database cannot be read.
+    //  name `path`, or the database cannot be read.
     //  Requires: database is open at path, with write-ahead logging, and has been written.
     Status record(const std::string& path, SqliteDatabase& database);
 
@@ -33,10 +33,10 @@ public:
     //  reason describes the change, or why the database cannot be read.
     Status verify(SqliteDatabase& database);
 
-    //  Removes those of the recorded files that do not belong to the current database, so that no connection applies
-    //  them: the index, if a file was removed, replaced or overwritten, and the log, if this file was the database. A
-    //  log that changed after it was recorded is kept. Requires: verify has failed, and the connection was closed
-    //  without a checkpoint.
+    //  Removes recorded files that do not belong to the current database, so that no connection applies them. Removes
+    //  the index if one of the files was removed or replaced, or the database was overwritten. Removes the log if the
+    //  database was removed, replaced or overwritten, but keeps a log that changed after it was recorded. Requires:
+    //  verify has failed, and the connection was closed without a checkpoint.
     void removeRemains() const;
 
 private:

@@ -9,6 +9,7 @@ namespace rdbopen {
 
 namespace {
 
+//  The header of a database. Names that end with "At" are offsets in bytes.
 constexpr int headerSize = 100;
 constexpr std::size_t writeFormatAt = 18;
 constexpr std::size_t readFormatAt = 19;

@@ -15,9 +15,10 @@ namespace rdbopen {
 inline constexpr std::int64_t sqliteApplicationId = 0x41445044;  // "ADPD"
 inline constexpr std::int64_t sqliteSchemaVersion = 2;
 
-//  Checks the file's header before SQLite reads it, so that a file of another program is not changed by a recovery, a
-//  checkpoint or a lock. Succeeds for a database of this schema and for an empty file. Also succeeds for a file whose
-//  creation was interrupted, if SQLite will empty it by means of its journal. Requires: database is open at path.
+//  Checks the file's header before SQLite reads the file, so that SQLite neither locks a file of another program nor
+//  changes it by a recovery or a checkpoint. Succeeds for a database of this schema and for an empty file. Also
+//  succeeds for a file whose creation was interrupted, if SQLite will empty the file by means of its journal. Requires:
+//  database is open at path.
 Status verifySqliteFile(SqliteDatabase& database, const std::string& path);
 
 //  Returns whether the file has fewer complete pages than its header says. Like SQLite, ignores the number in the
@@ -29,7 +30,8 @@ bool sqliteBytesMissing(SqliteDatabase& database);
 //  exhausted.
 Result<std::string> newSqliteDatabase();
 
-//  Creates the tables in an empty database. Fails for a database of another program and does not change it.
+//  Creates the tables if the database is empty. Does not change any other database: succeeds if it is one of this
+//  library, and fails if it belongs to another program.
 Status makeSqliteSchema(SqliteDatabase& database);
 
 }  // namespace rdbopen
