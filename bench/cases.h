@@ -1,7 +1,7 @@
 //  The measured cases.
 //
 //  A case makes one operation many times in its own loop, so that the measuring tool adds no cost. Debian's Google
-//  Benchmark is a debug build, and its loop would be visible in a few nanoseconds. A case is named
+//  Benchmark is a debug build, and its loop would be visible in the time of a short operation. A case is named
 //  topic/who[/argument...]. The part "who" starts with "olk" for this project's code; in the topic "threads" it is the
 //  number of threads.
 //
@@ -20,7 +20,7 @@ using work = std::function<void(std::size_t times)>;
 
 struct measured_case {
     std::string name;
-    std::size_t batch;  // operations per call of run; so many that the cost of the call itself is not visible
+    std::size_t batch;  // operations per call of run; with so many, the cost of the call itself is not visible
     work run;
 };
 

@@ -46,8 +46,8 @@ PEER_WORDS = {
 class Idle:
     """A program in a sandbox. wakeups and busy are None until set_rates() is called.
 
-    Its addresses are not randomised. The kernel maps files in aligned windows of 64 KiB around each page fault, so
-    random addresses would change the resident size by up to a tenth.
+    The program's memory addresses are not randomised. The kernel maps files in aligned windows of 64 KiB around each
+    page fault, so random addresses would change the resident size by up to a tenth.
     """
 
     def __init__(self, sandbox, name, *argv):
@@ -75,8 +75,8 @@ class Idle:
         """Sets resident and private bytes, and the resident bytes of each mapped file.
 
         Private pages are pages that the program has written and pages of its own files, which are in a file system in
-        memory and therefore dirty. Pages of installed libraries are not private, because other processes may share
-        them.
+        memory and therefore dirty. Unchanged pages of installed libraries are not private, because other processes may
+        share them.
         """
         self.resident = self.private = 0
         self.files = {}
@@ -133,7 +133,7 @@ def bare(sandbox, build, program, name):
 
 
 def published(program, condition, what, *floors):
-    """Measures a service after it has published its address, and the memory of the bare programs of floors."""
+    """Measures a service after it has published its address, and the memory of the programs in `floors`."""
     from sandbox import wait_until
 
     wait_until(condition, what)

@@ -7,12 +7,12 @@ from rows import Bar, Result, Table
 
 CHANGES = 200
 STEP = 0.1  # seconds
-PATIENCE = 60e9  # ns of the driven clock
+PATIENCE = 60e9  # ns of the controlled clock
 
 
 def latency(_):
-    """Changes an address at moments that are spread over a cycle. The test controls the clock, so the machine has no
-    effect."""
+    """Changes an address at moments that are spread over a cycle of the service. The topic controls the clock of the
+    service, so the speed of the machine has no effect."""
     import sandbox as sandboxes
 
     if not sandboxes.permitted():

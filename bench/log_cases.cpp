@@ -30,7 +30,7 @@ namespace {
 
 constexpr char target[] = "sqlite:///var/lib/addrpubd/rdb.db";
 
-//  Standard output goes to /dev/null during the lifetime of an object.
+//  Standard output goes to /dev/null during the lifetime of an object of this class.
 class muted_output {
 public:
     muted_output() {
@@ -110,8 +110,8 @@ void filtered_console(std::size_t times) {
         log.add(40, "rdburl: %s", target);
 }
 
-//  A UDP socket on a loopback port that never reads. The kernel drops each datagram that does not fit the buffer of the
-//  socket. This is the same for all senders that are compared.
+//  A UDP socket on a loopback port, from which nothing is read. The kernel drops each datagram that does not fit into
+//  the buffer of the socket. This is the same for all senders that are compared.
 class deaf_receiver {
 public:
     deaf_receiver() : fd_(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)) {

@@ -1,6 +1,6 @@
 //  addrpubd_bench [options of Google Benchmark]   measures the time of each case
 //  addrpubd_bench --once PREFIX                   runs one batch of each case whose name starts with PREFIX
-//  addrpubd_bench --left SIZE                     prints the memory that remains after a million blocks (memory_left.h)
+//  addrpubd_bench --left SIZE                     prints the memory that remains after use (memory_left.h)
 #include "cases.h"
 #include "memory_left.h"
 
@@ -45,11 +45,12 @@ unsigned long long writes() {
     return found;
 }
 
-//  Number of runs before the counted run. The first runs also allocate memory that later runs use again, and the free
-//  lists of an allocator change until after several runs.
+//  Number of runs before the counted run. The first runs also allocate memory that later runs use again, and they
+//  change the free lists of an allocator.
 constexpr int warm_runs = 3;
 
-//  Prints a line for each case: its name, the size of the batch, and how often the batch called write.
+//  Prints a line for each case whose name starts with prefix: its name, the size of the batch, and the number of calls
+//  of write(2) in the batch.
 int once(const std::string& prefix) {
     for (const measured_case& one : cases()) {
         if (one.name.rfind(prefix, 0) != 0)
@@ -72,7 +73,7 @@ void register_cases() {
 }
 
 //  A service with a server has other threads, which belong to the client library. In a process with a single thread the
-//  C library skips its locks, so its cost would be lower here than in the service.
+//  C library skips its locks, so its functions would cost less here than in the service.
 void start_idle_thread() {
     std::thread([] { pause(); }).detach();
 }

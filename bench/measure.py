@@ -1,7 +1,7 @@
 """Measures programs: instructions counted by callgrind, and times with the spread of several rounds.
 
-Instructions hardly differ between runs and between machines. Times do: they are medians of ROUNDS rounds, and their
-spread is half the range of the rounds.
+Instructions hardly differ between runs and between machines. Times differ more. So each time is the median of ROUNDS
+rounds, and its spread is half the range of the rounds.
 """
 
 import json
@@ -21,7 +21,7 @@ ALLOCATORS = {
 LIBRARIES = Path("/usr/lib/x86_64-linux-gnu")
 COUNTED = "bench::counted(bench::measured_case const&)"  # in main.cpp
 #  Callgrind counts "rep movsb", one instruction that copies a whole buffer, once for each byte. With this setting
-#  memcpy is a loop of vector instructions, even on a machine that has this instruction.
+#  memcpy is a loop of vector instructions on each machine.
 NO_REP_MOVSB = "GLIBC_TUNABLES=glibc.cpu.hwcaps=-ERMS"
 
 
@@ -66,7 +66,7 @@ class Figures:
         self._writes = {}
 
     def measure(self, topic, seconds=0.03, allocators=False, timed=".*", clock="cpu_time", wrap=(), rename=("", "")):
-        """Counts and times all cases of a topic.
+        """Counts the instructions of the cases of a topic, and measures their times.
 
         allocators: also measures the cases of addrpubd_bench_plain with each installed allocator. Such a case is named
         after its allocator.
@@ -154,7 +154,8 @@ def start_cost(*command, cwd=None, wrap=()):
 
 
 def _costs_by_object(text):
-    """Adds up the lines of a callgrind file that state a function's own cost. These do not follow a calls= line."""
+    """Adds up the lines of a callgrind file that state a function's own cost. A line after a calls= line is skipped: it
+    states the cost of a called function."""
     costs = {}
     current = ""
     skip = False

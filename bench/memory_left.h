@@ -7,7 +7,7 @@
 namespace bench {
 
 //  Allocates a million blocks of size bytes, writes to each, and frees all in the order of their allocation. Prints by
-//  how many bytes the process has grown.
+//  how many bytes the resident memory of the process has grown.
 void print_memory_left(std::size_t size);
 
 }  // namespace bench

@@ -18,8 +18,8 @@ class Bar:
 
 @dataclass
 class Cost:
-    """A figure above its goal because a layout or a sequence is fixed. It is shown with the minimum that this layout
-    allows."""
+    """A figure above its goal because a memory layout or an order of operations is fixed. It is shown with the minimum
+    that this layout or order allows."""
 
     topic: str
     measured: str

@@ -1,5 +1,5 @@
-"""Measures how the rate of a Redis Cluster grows with the number of its masters. Each master gets the same small share
-of a processor, so that the hosts, which run on the same machine, get enough processor time."""
+"""Compares the rate of a Redis Cluster of MASTERS masters with the rate of one Redis server. Each server gets the same
+small share of a processor, so that the hosts, which run on the same machine, get enough processor time."""
 
 import shutil
 import subprocess

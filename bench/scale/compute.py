@@ -2,7 +2,7 @@
 and writes the tables of docs/user/scale.md.
 
 A host in normal operation checks its data every LOOK seconds with redis. With dns, it checks its data at the interval
-of the url's option check, but at least every REFRESH seconds. One check within each REFRESH seconds is a refresh
+of the url's option `check`, but at least every REFRESH seconds. One check within each REFRESH seconds is a refresh
 instead: a put with redis, an update with dns. Without checks, a host makes one update within REPEAT seconds. Each host
 has one address and HTTPS port 443. So a check has one query over UDP, or two if the server does not add the AAAA
 records to the first answer. A host whose address changes makes further requests.
@@ -27,7 +27,7 @@ REPEAT = 600  # seconds after which the service repeats an unchanged list
 REFRESH = 540  # seconds within which the library writes an unchanged list again
 LOOK = 60  # seconds between two checks of a connection to redis
 CHECK_QUERIES = {"bind": 1, "knot": 2}
-CHECKS = (60, 600, 0)  # values of the url's option check; 0: no checks
+CHECKS = (60, 600, 0)  # values of the url's option `check`; 0: no checks
 STORM_CHECKS = (60, 600)
 HISTORY = 1_000  # history entries that redis keeps for each host
 MASTERS = 3  # masters of the cluster whose return is computed
@@ -57,7 +57,8 @@ def loads(kinds):
 
 
 def rates(hosts, check):
-    """Returns the refreshes and checks per second. check: seconds between two checks, 0 for none."""
+    """Returns the refreshes and checks per second. check: seconds between two checks. With 0 there are no checks, and
+    repetitions by the service replace the refreshes."""
     if check == 0:
         return hosts / REPEAT, 0
     interval = min(check, REFRESH)

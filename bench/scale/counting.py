@@ -47,7 +47,7 @@ def accepted():
 
 
 def crossed(action, count=1):
-    """Returns packets and bytes per request. action makes count requests."""
+    """Returns packets and bytes per request. `action` makes `count` requests."""
     time.sleep(PAUSE)  # until the connections that were closed before have ended
     before = wire()
     action()
@@ -88,9 +88,10 @@ def best(server, works):
 
 
 def storm(server, hosts, away):
-    """Kills the server and starts it again after away seconds.
+    """Kills the server and starts it again after `away` seconds.
 
-    Returns the seconds until half of the hosts and until all hosts have published to it, and the server time per host.
+    Returns the seconds until half of the hosts and until all hosts have published to the server, and the server's
+    processor time per host.
     """
     server.end(signal.SIGKILL)
     time.sleep(away)
@@ -107,14 +108,14 @@ def storm(server, hosts, away):
 
 
 def wave(server, hosts, away, count):
-    """Kills the server and starts it again after away seconds, so that all hosts come back together. Measures the
+    """Kills the server and starts it again after `away` seconds, so that all hosts reconnect together. Measures the
     requests of the following two repetition intervals. Times and rates are those of the hosts' clock.
 
     count: returns the number of requests that the server has received so far.
 
     Returns the mean number of requests per second, the maximum of the averages over WINDOW, the requests in each WINDOW
     from the return on, and the connections that were lost. Mean, maximum and losses begin two windows after the last
-    host has published, because before that the hosts are coming back. A loss shows that the machine was too slow for the
+    host has published, because until then hosts still reconnect. A loss shows that the machine was too slow for the
     fast clock.
     """
     hosts.order(f"repeat {REPEAT / SPEED}")

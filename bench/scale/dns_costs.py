@@ -85,7 +85,8 @@ def memory(server):
 
 
 def storms(build, server):
-    """The server is unavailable for ten seconds. The hosts check every five seconds, so all of them detect it."""
+    """The server is unavailable for ten seconds. The hosts check every five seconds, so all of them detect the
+    failure."""
     restart(server, CROWD)
     crowd = open_hosts(build, server, CROWD, check=5)
     crowd.order("follow")

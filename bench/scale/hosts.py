@@ -13,12 +13,12 @@ PATIENCE = 120.0
 class Hosts:
     """Connected hosts; count is their number.
 
-    hurried: divides the waits inside the library, such as the wait for the next check, by 50. All hosts make their first
-    check after the whole interval.
-    speed: lets the clock of the library, and so its waits, run this many times as fast. Each host makes its first check
-    at a time of its own. The times of events are those of this clock.
+    hurried: divides the waits of the library's workers between two exchanges, such as the wait for the next check, by
+    50. All hosts make their first check after the whole interval.
+    speed: lets the monotonic clock of the hosts, and so these waits, run this many times as fast. Each host makes its
+    first check at a random time. The times of events are those of this clock.
     first: the number of the first host.
-    events: ("connected" | "lost" | "published", host, monotonic seconds), of all hosts.
+    events: ("connected" | "lost" | "published", host, seconds of the hosts' monotonic clock), of all hosts.
     """
 
     def __init__(self, build, kind, url, count, user="default", password="none", hurried=False, first=0, speed=None):
@@ -52,7 +52,7 @@ class Hosts:
                 self.events.append((word, int(first), float(second)))
 
     def times(self, word, since=0.0):
-        """Returns the times of an event in order, for each host the first time that is not before since."""
+        """Returns the sorted times of an event: for each host, its first time at `since` or later."""
         found = {}
         for kind, number, when in list(self.events):
             if kind == word and when >= since:
@@ -60,7 +60,7 @@ class Hosts:
         return sorted(found.values())
 
     def wait(self, word, count, since=0.0):
-        """Waits until the event has occurred at count hosts. Returns the times."""
+        """Waits until the event has occurred at `count` hosts. Returns the times."""
         give_up = time.monotonic() + PATIENCE
         while len(found := self.times(word, since)) < count:
             if time.monotonic() > give_up:

@@ -14,7 +14,7 @@ CHANGES = 10  # changed values of each host whose memory is measured
 
 
 def protocol(server, work):
-    """Returns the commands of work, and its bytes of the protocol to the server and from the server."""
+    """Returns the number of commands that `work` causes, and the bytes of the protocol to and from the server."""
     before, asking = server.statistics()
     work()
     after = server.info()
@@ -29,7 +29,7 @@ def protocol(server, work):
 
 
 def looks(server):
-    """Returns the number of connection checks of hosts at rest that the server has answered. Each check reads one value."""
+    """Returns the number of checks by idle hosts that the server has answered. Each check reads one value."""
     counts = server.info().get("cmdstat_hmget", "calls=0,")
     return int(counts.split("=")[1].split(",")[0])
 
@@ -71,7 +71,7 @@ def look(build, server):
     """Measures the check of an idle connection: the packets of one host, then the server time for many hosts."""
     one = Hosts(build, "rdb", URL, 1, hurried=True)
     one.publish()
-    seconds = 4.3 * 60 / HURRY  # chosen so that neither of the two waits ends near a check
+    seconds = 4.3 * 60 / HURRY  # chosen so that neither of the two sleeps ends near a check
     before = looks(server)
     result = crossed(lambda: time.sleep(seconds))
     count = looks(server) - before
@@ -118,8 +118,9 @@ def memory(build, server):
 
 
 def publications(build, server):
-    """Each repetition of a case without changes has its own hosts, because a host does not repeat what it knows. The
-    repetitions of "first" also differ in their names, because a name is new only once."""
+    """Each repetition of a case without changes has its own hosts: the library does not send a value again that the
+    server has confirmed to the same host. The repetitions of "first" also differ in their names, because a name is new
+    only once."""
     new = [Hosts(build, "rdb", URL, MANY, first=MANY * number) for number in range(1, ROUNDS + 1)]
     same = [Hosts(build, "rdb", URL, MANY, first=MANY) for _ in range(ROUNDS)]
     one = [Hosts(build, "rdb", URL, 16, first=MANY) for _ in range(ROUNDS)]

@@ -134,7 +134,7 @@ class DnsServer(Server):
             file.unlink()
 
     def answers(self):
-        #  A query for the zone's SOA record, preceded by its length. The answer must have no error code.
+        #  A query for the zone's SOA record, preceded by its length. The answer must have a record and no error code.
         labels = b"".join(bytes([len(label)]) + label.encode() for label in ZONE.split("."))
         question = b"\0\7" + b"\0\0\0\1" + bytes(6) + labels + b"\0\0\6\0\1"
         try:

@@ -47,8 +47,8 @@ def arrivals(when):
 
 
 def peaks(hosts, interval, random):
-    """Computes the load of hosts that have all connected at the same time, when each makes one request per interval at a
-    time of its own. interval: whole seconds.
+    """Computes the load of hosts that have all connected at the same time. Each host makes one request per interval, at
+    a random time that it keeps. interval: whole seconds.
 
     Returns the mean number of requests per second, and the maximum of the averages over 10 s and over 1 s.
     """
@@ -59,7 +59,7 @@ def peaks(hosts, interval, random):
 
 
 def queue(when, failures, rate, random):
-    """Returns when the last host is served, at rate hosts per second. A host that has given up costs the server no
+    """Returns when the last host is served, at `rate` hosts per second. A host that has given up costs the server no
     time."""
     failures = failures.copy()
     buckets = {}
