@@ -7,7 +7,7 @@
 //        updates() -> UpdateBackend    apply, refusal, repetition, checkRequest: for a DNS server
 //        inspector() -> Inspector      what the server has of a host, for addrpubd-check (inspector.h)
 //
-//      closed --open() ok--> open --any request returns errorBackendFailed--> close() --back-off--> open() ...
+//      closed --open() ok--> open --request or check returns errorBackendFailed--> close() --back-off--> open() ...
 //                             |
 //                             +--a request returns errorServerRefused--> stays open; the request is retried. After
 //                                the refusal of a request for a tag, the worker closes the back end, too.

@@ -1,5 +1,5 @@
-//  Logs the failures of one back end to syslog. Each reason is logged once until the back end recovers, even if it
-//  occurs again after up to 15 other reasons. Otherwise a worker that retries for a week would fill the log.
+//  Logs the failures of one back end to syslog. Until the back end recovers, a reason is not logged again, unless at
+//  least 16 other reasons were logged since. Otherwise a worker that retries for a week would fill the log.
 //
 //  Threads: one thread at a time.
 #ifndef RDBAPI_OPEN_ENGINE_REASON_LOG_H

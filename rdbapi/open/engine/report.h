@@ -5,8 +5,8 @@
 //       |   local time     |
 //       facility + level   the program's name
 //
-//  A line is sent as by syslog(3), but without waiting: a line that cannot be sent at once is lost, and so is a line
-//  for which no memory is available. Each line is sent on a new socket, so a child process inherits no socket, and a
+//  A line is sent as by syslog(3), but without waiting: if the syslog daemon cannot receive it at once, or if memory is
+//  exhausted, the line is lost. Each line is sent on a new socket, so a child process inherits no socket, and a
 //  restarted daemon gets the next line.
 //
 //  Threads: any.

@@ -49,8 +49,7 @@ public:
     //  Sets the lines of this server and writes the file.
     void publish(std::string text) noexcept;
 
-    //  Removes the lines, and writes the file if other connections are open. Also done by the destructor, without a
-    //  write.
+    //  Removes the lines, and writes the file if other connections are open. The destructor only removes the lines.
     void withdraw() noexcept;
     ~StatePart();
 

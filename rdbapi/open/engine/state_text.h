@@ -28,8 +28,8 @@ public:
     //  Begins a line.
     StateText& line(std::string_view key);
 
-    //  Append to the line. The function text doubles each backslash and writes control characters and byte 0x7f as
-    //  \xHH; its text is the last part of the line. The function word also writes spaces as \xHH, so that the result is
+    //  Append to the line. `text` doubles each backslash and writes bytes below 0x20 and byte 0x7f as \xHH. Call it
+    //  only for the last part of a line. `word` does the same, but also writes spaces as \xHH, so that the result is
     //  one word. It writes an empty word as "-", and the word "-" as \x2d.
     StateText& number(std::uint64_t value);
     StateText& moment(Moment value);

@@ -156,7 +156,7 @@ void* Worker::threadMain(void* self) {
 
 //  After a session the order matters. First new calls are rejected and the queued calls get their answers, then event
 //  60003 is sent, so that no answer follows the event. (If a caller of a request for a tag has timed out, its thread
-//  may send the event before.) close is last because it may take long: SQLite writes its log into the database file.
+//  may send the event earlier.) close is last because it may take long: SQLite writes its log into the database file.
 //  If the user of the handle closed it, the end of the session is not a failure and is not logged.
 void Worker::run() noexcept {
     describeState();
