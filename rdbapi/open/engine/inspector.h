@@ -69,8 +69,9 @@ public:
     //  Returns those of the host's IPv6 addresses that the service publishes at this server.
     virtual Result<std::vector<std::string>> published(const std::vector<std::string>& addresses) { return addresses; }
 
-    //  Asks the server whether it allows what the service does for host, unless openToRead has already shown it. Adds
-    //  the answers to results. Fails if some question could not be asked. Requires: openToRead has succeeded.
+    //  Tests, without a change, whether the server allows what the service does for host. Skips a test that openToRead
+    //  has already made. Adds the answers to results. Fails if a test could not be made. Requires: openToRead has
+    //  succeeded.
     virtual Status examine(const HostNames& host, std::vector<Examination>& results) = 0;
 
     //  Deletes the records for which ours() is true in the last result of `held`, and adds one element to steps for

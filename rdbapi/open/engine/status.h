@@ -33,7 +33,7 @@ namespace rdbopen {
 struct [[nodiscard]] Status {
     int code = errorNone;
     std::string reason{};   // for the operator; contains no user and no password; may be empty
-    bool failover = false;  // another address of the same server may succeed (net/server_addresses.h)
+    bool failover = false;  // another address or server may succeed (net/server_addresses.h)
 
     bool ok() const noexcept { return code == errorNone; }
 };
