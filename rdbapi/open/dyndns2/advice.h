@@ -1,6 +1,8 @@
-//  The advice of addrpubd-check on a url of the back end dyndns2: whether the host name is a full name, whether an
-//  address of the host is published, and whether the file of ca=FILE can be used or has a certificate that expires soon
-//  (module/tls_advice.h).
+//  The advice of addrpubd-check on a url of the back end dyndns2. It warns
+//   - if the host name has no dot,
+//   - if the options `only` and `skip` exclude every address of this host that the service would publish,
+//   - if the file of ca=FILE cannot be used, or has a certificate that has expired or expires soon
+//     (module/tls_advice.h).
 #ifndef RDBAPI_OPEN_DYNDNS2_ADVICE_H
 #define RDBAPI_OPEN_DYNDNS2_ADVICE_H
 

@@ -1,6 +1,6 @@
-//  The answer of a provider to an update request. Its body begins with a word of the protocol dyndns2, for example
-//  "good 2001:db8::1", "nochg" or "badauth". The protocol has no standard; the words are those that its providers
-//  document.
+//  The answer of a provider to an update request. By the protocol dyndns2, the body of the answer begins with one of
+//  the words in answer.cpp, for example in "good 2001:db8::1", "nochg" or "badauth". The protocol has no standard; the
+//  words are from the documents of providers.
 #ifndef RDBAPI_OPEN_DYNDNS2_ANSWER_H
 #define RDBAPI_OPEN_DYNDNS2_ANSWER_H
 
@@ -19,7 +19,7 @@ struct ProviderAnswer {
     std::string reason;  // for the operator; empty if accepted; contains no text of the provider
 };
 
-//  Returns the meaning of an answer. status: the status code of HTTP.
+//  Returns the meaning of an answer. status: the HTTP status code.
 ProviderAnswer readProviderAnswer(long status, std::string_view body);
 
 }  // namespace rdbopen

@@ -14,12 +14,12 @@ namespace {
 
 constexpr std::chrono::milliseconds exchangeLimit{15000};
 
-//  Providers delete a name whose addresses are not confirmed for about 30 days, and block a client that often sends
-//  unchanged addresses.
+//  Providers delete a name that gets no update for about 30 days, and block a client that often sends unchanged
+//  addresses.
 constexpr std::chrono::hours confirmAfter{25 * 24};
 
-//  The documents of the protocol require this pause after 911 and dnserr. It also follows the other answers that
-//  answer.h calls postponed.
+//  The documents of the protocol require this pause after the answers 911 and dnserr. The back end pauses as long after
+//  every other answer that answer.h calls postponed.
 constexpr std::chrono::minutes faultPause{30};
 
 class Dyndns2Backend : public Backend, public DnsUpdateBackend, public Inspector {
@@ -47,7 +47,7 @@ private:
     std::string queryOf(const std::string& name, const std::vector<std::string>& addresses) const;
     HttpsRequest requestFor(const std::string& query, const std::string& password) const;
 
-    //  An answer after which nothing may be sent until the password changes or the time until is reached.
+    //  An answer of the provider. After it, nothing is sent until the password changes or the time `until` is reached.
     struct Refusal {
         std::string password;
         std::chrono::milliseconds until;
@@ -58,15 +58,15 @@ private:
     const Credentials credentials_;
     const Waiter* waiter_ = nullptr;  // null while closed
     std::optional<Refusal> refusal_;
-    std::string accepted_;                     // query of the last accepted request, or empty
-    std::chrono::milliseconds acceptedAt_{0};  // monotonic
+    std::string accepted_;                     // query of the last request, if the provider has accepted it, or empty
+    std::chrono::milliseconds acceptedAt_{0};  // monotonicNow() at the last acceptance
 };
 
 HttpsRequest Dyndns2Backend::requestFor(const std::string& query, const std::string& password) const {
     return {provider_.server, provider_.path, query, provider_.authorities, credentials_.user, password};
 }
 
-//  Sends no request, because a provider counts requests.
+//  Connects for a test, but sends no request, because a provider counts requests.
 Status Dyndns2Backend::open(const Waiter& waiter) {
     waiter_ = &waiter;
     const Result<std::string> password = readSecret(credentials_.password);
@@ -84,7 +84,8 @@ std::string Dyndns2Backend::queryOf(const std::string& name, const std::vector<s
     return query;
 }
 
-//  Sends no request without an address: the provider would store the address from which the request comes.
+//  Fails if there is no address to send: for a request without an address, the provider would store the address from
+//  which the request comes.
 Status Dyndns2Backend::update(const DnsRequest& request) {
     const Result<std::vector<std::string>> published = provider_.filter.apply(request.addresses);
     if (!published.ok())

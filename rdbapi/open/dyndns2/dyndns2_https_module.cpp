@@ -1,4 +1,4 @@
-//  The module of the back end dyndns2-https, scheme dyndns2+https.
+//  The module of the back end dyndns2, scheme dyndns2+https.
 #include "dyndns2/advice.h"
 #include "dyndns2/backend.h"
 #include "module/guarded_backend.h"

@@ -31,8 +31,8 @@ Status outOfMemory() {
     return backendFailed("out of memory");
 }
 
-//  One transfer. libcurl reports its sockets and its next deadline. An epoll descriptor contains all sockets, so that
-//  the Waiter polls only one descriptor.
+//  One transfer. libcurl reports the sockets of the transfer and the next deadline. An epoll descriptor contains all
+//  sockets, so that the Waiter polls only one descriptor.
 class Transfer {
 public:
     Transfer() : sockets_(epoll_create1(EPOLL_CLOEXEC)), easy_(curl_easy_init()), multi_(curl_multi_init()) {}
@@ -66,7 +66,7 @@ private:
     const Descriptor sockets_;
     char error_[CURL_ERROR_SIZE] = "";
     std::string body_;
-    std::chrono::milliseconds deadline_ = std::chrono::milliseconds::max();  // of libcurl; max: none
+    std::chrono::milliseconds deadline_ = std::chrono::milliseconds::max();  // next of libcurl; max() if none
     int running_ = 0;
     bool added_ = false;
     CurlTransfer easy_;
@@ -100,8 +100,8 @@ std::size_t Transfer::onBody(char* bytes, std::size_t, std::size_t size, void* s
     return size;
 }
 
-//  Removes the callback by which libcurl writes the keys of its connections to the file of the environment variable
-//  SSLKEYLOGFILE.
+//  Removes the callback by which libcurl writes the keys of its connections to the file that the environment variable
+//  SSLKEYLOGFILE names.
 CURLcode Transfer::onContext(CURL*, void* context, void*) {
     SSL_CTX_set_keylog_callback(static_cast<SSL_CTX*>(context), nullptr);
     return CURLE_OK;
@@ -166,7 +166,7 @@ Status Transfer::run(const Waiter& waiter, std::chrono::milliseconds until) {
     return result();
 }
 
-//  libcurl reports each deadline once, so deadline_ is cleared before the call.
+//  Clears deadline_ before the call: libcurl reports each deadline once, and the call may report the next one.
 void Transfer::handleDeadline() {
     deadline_ = std::chrono::milliseconds::max();
     curl_multi_socket_action(multi_.get(), CURL_SOCKET_TIMEOUT, 0, &running_);

@@ -2,8 +2,8 @@
 //
 //      dyndns2+https://HOST[:PORT][/PATH][?addresses=first&parameter=myip&only=PREFIX&skip=temporary&ca=/FILE]
 //
-//  The default PORT is 443 (RFC 9110 section 4.2.2), the default PATH /nic/update. Options may be in any order, each at
-//  most once. request/address_filter.h describes "only" and "skip".
+//  The default port is 443 (RFC 9110 section 4.2.2). If the path is missing or only "/", it is "/nic/update". The
+//  options may be in any order, each at most once. request/address_filter.h describes the options `only` and `skip`.
 #ifndef RDBAPI_OPEN_DYNDNS2_PROVIDER_URL_H
 #define RDBAPI_OPEN_DYNDNS2_PROVIDER_URL_H
 
@@ -15,9 +15,9 @@ namespace rdbopen {
 struct Provider {
     Server server;
     std::string path = "/nic/update";
-    std::string parameter = "myip";  // name of the query parameter with the addresses; letters, digits and "_"
+    std::string parameter = "myip";  // name of the query parameter with the addresses: letters, digits, "_"
     std::string authorities;         // path of a file with certificates; empty: those of the system
-    bool allAddresses = false;       // send all addresses instead of the first one
+    bool allAddresses = false;       // send all addresses that pass the filter, instead of the first one
     AddressFilter filter;
 };
 
