@@ -9,9 +9,9 @@
 
 namespace rdbopen {
 
-//  Returns whether name is a valid host name without a final dot: labels of 1 to 63 letters, digits and "-" (RFC 1123
-//  section 2.1), 1 to 253 characters in all (RFC 1035 section 2.3.4). "_" is allowed, too, because such names are in
-//  use. A valid name needs no escaping in a zone, a message, a hosts file or JSON.
+//  Returns whether name has the form of a host name without a final dot: labels of 1 to 63 letters, digits, "-" and
+//  "_", together 1 to 253 characters (RFC 1035 section 2.3.4). Unlike RFC 1123 section 2.1, allows "_" everywhere, and
+//  "-" at the start and the end of a label. Such a name needs no escaping in a zone, a message, a hosts file or JSON.
 bool isDnsName(std::string_view name);
 
 //  Returns text with A to Z in lower case, independent of the locale.

@@ -20,7 +20,7 @@ inline constexpr unsigned flagDeprecated = 0x20;
 
 struct LocalAddress {
     unsigned flags = 0;                   // flags that are set on all interfaces with this address
-    std::vector<std::string> interfaces;  // names, at least one
+    std::vector<std::string> interfaces;  // names of the interfaces with this address; at least one
 };
 
 using LocalAddresses = std::map<Ipv6Address, LocalAddress>;

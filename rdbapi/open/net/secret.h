@@ -1,5 +1,5 @@
-//  A configured password: the password itself, or "file:/PATH", the name of a file that contains the password, for
-//  example a credential of the service manager.
+//  A configured password: the password itself, or "file:/PATH". In the second case the file /PATH contains the
+//  password. Such a file is, for example, a credential of the service manager.
 #ifndef RDBAPI_OPEN_NET_SECRET_H
 #define RDBAPI_OPEN_NET_SECRET_H
 

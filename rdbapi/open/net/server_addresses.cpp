@@ -67,8 +67,8 @@ Status ServerAddresses::resolve(const Server& server, std::chrono::milliseconds&
     return {};
 }
 
-//  Stores why a server does not serve. An answer from one of its addresses has priority over a failure to reach another
-//  one.
+//  Stores the fault of a server, one for each server. The answer from one address of a server has priority over the
+//  failure to reach another address of the same server.
 void ServerAddresses::note(std::vector<Fault>& faults, Fault fault) {
     const auto known =
         std::find_if(faults.begin(), faults.end(), [&](const Fault& other) { return other.server == fault.server; });
@@ -78,7 +78,7 @@ void ServerAddresses::note(std::vector<Fault>& faults, Fault fault) {
         *known = std::move(fault);
 }
 
-//  Returns status with the reason of each server, if there are several.
+//  Returns status. If several servers have a fault, the reason is replaced by the reasons of all of them.
 Status ServerAddresses::withFaults(Status status, const std::vector<Fault>& faults) {
     if (faults.size() < 2)
         return status;
@@ -101,10 +101,9 @@ Status ServerAddresses::tryOthers(Status status, const Waiter& waiter, std::chro
 }
 
 //  Each address gets an equal share of the remaining time, so an address that drops packets does not use up the time of
-//  the next one. Unused time is divided among the later ones. If the connection to an address succeeds, and the attempt
-//  returns neither errorBackendFailed nor a status with failover, right_ gets this address. tryEach puts the address of
-//  right_ first. An answer of a server helps the operator more than a failed connection, so the answer has priority.
-//  answer: the answer of the skipped address.
+//  the next one. Unused time is divided among the later addresses. An answer of a server helps the operator more than a
+//  failed connection, so the answer has priority.
+//  skipped: index of the address that is not tried, or `nothing`; answer: the answer of the skipped address.
 Status ServerAddresses::walk(const Walk& how, std::size_t skipped, Status answer) {
     std::vector<Fault> faults = unknown_;
     bool answered = skipped != nothing;

@@ -1,9 +1,12 @@
 //  The addresses of the servers of a url, or of servers that another server has named. A back end tries them in turn.
-//  It skips an address that cannot be reached. It also skips a server that cannot serve the request although another
-//  one may, for example a read-only replica; the Status of the request then has failover set.
+//  It skips an address that cannot be reached. It also skips an address if the request returns a Status whose member
+//  `failover` is true: another server may serve the request. For example, a read-only replica cannot serve a write.
 //
-//      lookUp:      servers in the given order, the addresses of each in the resolver's order
-//      tryEach:     first tries the last address that served an attempt, then the others
+//  The right address is the last one to which the connection succeeded and at which the attempt returned neither
+//  errorBackendFailed nor a status with `failover`.
+//
+//      lookUp:      stores the servers in the given order, and the addresses of each server in the resolver's order
+//      tryEach:     tries the right address first, then the others
 //      tryOthers:   tries the addresses in the order of tryEach, except the one that was tried last
 //
 //  Threads: one thread at a time.
@@ -24,28 +27,30 @@ public:
     //  Connects to an address; times out at the given time.
     using Connect = std::function<Status(const ServerAddress&, std::chrono::milliseconds)>;
 
-    //  Uses the connection. The parameter is the time at which the next address should be tried. If the returned status
-    //  has failover set, the next address is tried at once.
+    //  Uses the connection. The parameter is the time at which the next address should be tried. If `failover` of the
+    //  returned status is true, the next address is tried at once.
     using Attempt = std::function<Status(std::chrono::milliseconds)>;
 
     //  Resolves the names of servers. Fails if no server has an address. getaddrinfo(3) has its own time limits, and
-    //  closing the handle does not interrupt it. The duration of getaddrinfo(3) is added to the time limit, until.
+    //  closing the handle does not interrupt it. Adds the duration of getaddrinfo(3) to the time limit `until`.
     Status lookUp(const std::vector<Server>& servers, std::chrono::milliseconds& until);
 
-    //  Stores one address instead, which needs no resolver.
+    //  Stores address as the only one. Replaces lookUp if no name must be resolved.
     void use(const ServerAddress& address) { addresses_.assign(1, address); }
 
-    //  Tries the addresses in turn; each gets an equal share of the remaining time. Returns the first status of attempt
-    //  whose member failover is false. If there is no such status, returns the last status of attempt or, if no server
-    //  could be reached, the last failure to connect; if there are several servers, the reason has one part for each.
-    //  If waiter is cancelled before an address is tried, returns the last status of attempt or, without one, a failure
-    //  of its own.
+    //  Tries the addresses in turn. Each gets an equal share of the remaining time. Returns the first status of attempt
+    //  whose member `failover` is false. Without such a status, returns a failure after the last address: the last
+    //  status of attempt or, if no address could be reached, the last failure to connect. If there are several
+    //  servers, the reason of this failure has one part for each.
+    //  If waiter is cancelled, tries no further address, and returns the last status of attempt or, if there is none,
+    //  cancelledFailure.
     //  Requires: lookUp has succeeded, or use was called.
     Status tryEach(const Waiter& waiter, std::chrono::milliseconds until, const Connect& connect,
                    const Attempt& attempt);
 
-    //  Like tryEach, for all addresses except the current one: a later request on its connection has returned status,
-    //  which has failover set. Returns status if no other address can be reached, with a reason like that of tryEach.
+    //  Like tryEach, for all addresses except the one that was tried last. Call it when a later request at that address
+    //  has returned `status` with `failover`. If no other address can be reached, returns `status`. If there are
+    //  several servers, the reason of `status` then has one part for each.
     Status tryOthers(Status status, const Waiter& waiter, std::chrono::milliseconds until, const Connect& connect,
                      const Attempt& attempt);
 
@@ -72,7 +77,7 @@ private:
     std::vector<ServerAddress> addresses_;
     std::vector<Fault> unknown_;  // servers without an address
     std::size_t current_ = 0;     // index of the address that was tried last
-    ServerAddress right_{};       // the last address that served an attempt; length 0 if none
+    ServerAddress right_{};       // the right address (see above); length 0 if there is none
 };
 
 }  // namespace rdbopen

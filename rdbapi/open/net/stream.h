@@ -1,5 +1,6 @@
 //  A connection of a back end to its server, which carries bytes in both directions: plain (tcp_stream.h) or encrypted
-//  (tls_stream.h). Every wait ends at a given time or when the handle is closed.
+//  (tls_stream.h). Every wait is a Waiter::wait. It ends at the given time, or earlier, for example when the handle is
+//  closed.
 //
 //  Every failure has the code errorBackendFailed. Afterwards only descriptor, endedByServer, connect and close may be
 //  called.
@@ -38,7 +39,7 @@ public:
     Stream& operator=(const Stream&) = delete;
     virtual ~Stream() = default;
 
-    //  Closes the current connection and connects to address.
+    //  Closes the current connection, if there is one, and connects to address.
     virtual Status connect(const ServerAddress& address, const Waiter& waiter, std::chrono::milliseconds until) = 0;
 
     virtual Status send(std::span<const std::uint8_t> bytes, const Waiter& waiter, std::chrono::milliseconds until) = 0;
@@ -62,7 +63,7 @@ public:
 
     virtual void close() noexcept = 0;
 
-    //  The longest piece in which input arrives: one record of TLS (RFC 8446 section 5.1).
+    //  The maximum number of data bytes in one TLS record (RFC 8446 section 5.1).
     static constexpr std::size_t maxInput = 16384;
 };
 

@@ -13,8 +13,8 @@ namespace rdbopen {
 
 namespace {
 
-//  Sets TCP_NODELAY: requests and answers are small and alternate, so Nagle's algorithm would only delay them. A Unix
-//  socket has no such option and delays nothing.
+//  Sets TCP_NODELAY. Without it, Nagle's algorithm could hold back the end of a request until the server has confirmed
+//  the bytes before. A Unix socket has no such option and delays nothing.
 void setOptions(int descriptor) {
     const int on = 1;
     setsockopt(descriptor, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
@@ -107,8 +107,8 @@ bool TcpStream::hasUnconfirmed() const noexcept {
     return ioctl(descriptor_, SIOCOUTQ, &bytes) == 0 && bytes > 0;
 }
 
-//  With a linger time of 0, close(2) resets the connection and discards its bytes. A Unix socket ignores the linger
-//  time.
+//  With a linger time of 0, close(2) resets the connection and discards the bytes that are not confirmed. A Unix socket
+//  ignores the linger time.
 void TcpStream::close() noexcept {
     constexpr linger none{1, 0};
     if (hasUnconfirmed())

@@ -1,5 +1,6 @@
-//  One unencrypted connection of a back end: TCP, or a Unix socket if the address is one. If the server of a Unix
-//  socket accepts connections too slowly, further ones fail with EAGAIN.
+//  One connection of a back end: TCP, or a Unix socket if the address is one. This class does not encrypt; tls_stream.h
+//  uses it for encrypted bytes. If the server of a Unix socket accepts connections too slowly, further connections fail
+//  with EAGAIN.
 //
 //  Threads: one thread at a time.
 #ifndef RDBAPI_OPEN_NET_TCP_STREAM_H

@@ -17,7 +17,7 @@ Status outOfMemory() {
     return backendFailed("out of memory");
 }
 
-//  The bytes of a PEM file, which are erased at the end: they may be a key.
+//  The bytes of a PEM file. The destructor overwrites them, because they may be a key.
 class PemFile {
 public:
     explicit PemFile(const std::string& path) : text_(readRegularFile(path.c_str(), maxFileSize)) {
@@ -31,7 +31,7 @@ public:
             OPENSSL_cleanse(text_->data(), text_->size());
     }
 
-    //  Why the file cannot be read, or ok.
+    //  Returns ok, or why the file cannot be read.
     Status status() const {
         if (!text_.ok())
             return failedTo("cannot be read", text_.status());
@@ -77,7 +77,7 @@ Status keyIn(const PemFile& file, TlsPointer<EVP_PKEY>& key) {
 }
 
 Status setOptions(SSL_CTX* context) {
-    constexpr int minSecurity = 2;  // keys and signatures of 112 bits, the level of Debian
+    constexpr int minSecurity = 2;  // at least 112 bits of security (SSL_CTX_set_security_level(3)), as in Debian
     SSL_CTX_set_security_level(context, minSecurity);
     SSL_CTX_set_options(context, SSL_OP_NO_RENEGOTIATION | SSL_OP_NO_COMPRESSION);
     //  Released buffers save 34 kB of memory for an idle connection.
@@ -87,7 +87,8 @@ Status setOptions(SSL_CTX* context) {
     return SSL_CTX_set_min_proto_version(context, TLS1_2_VERSION) == 1 ? Status{} : outOfMemory();
 }
 
-//  OpenSSL reads from the folder when it verifies a certificate, and only the authority of this certificate.
+//  OpenSSL reads no file of the folder in advance. When it verifies a certificate, it reads only the authorities of
+//  this certificate.
 Status trustSystem(SSL_CTX* context) {
     return SSL_CTX_load_verify_dir(context, X509_get_default_cert_dir()) == 1 ? Status{} : outOfMemory();
 }

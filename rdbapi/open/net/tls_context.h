@@ -1,12 +1,10 @@
 //  The part of a TLS connection that comes from files: authorities, and the client's certificate and key.
 //
 //  OpenSSL is used without its configuration file, and environment variables such as SSL_CERT_DIR do not change which
-//  files it reads. A user who may become root can start the service with an own environment, which must not decide whom
-//  the service trusts. The
-//  system's authorities are those of the folder that OpenSSL has compiled in: on Debian /usr/lib/ssl/certs, a link to
-//  /etc/ssl/certs.
+//  files it reads: the environment must not decide whom the service trusts. The system's authorities are those of the
+//  folder that OpenSSL has compiled in: on Debian /usr/lib/ssl/certs, a link to /etc/ssl/certs.
 //
-//  Threads: any.
+//  Threads: any thread may call these functions.
 #ifndef RDBAPI_OPEN_NET_TLS_CONTEXT_H
 #define RDBAPI_OPEN_NET_TLS_CONTEXT_H
 
@@ -30,20 +28,19 @@ template <class T>
 using TlsPointer = std::unique_ptr<T, FreeTls>;
 using Certificates = std::vector<TlsPointer<X509>>;
 
-//  Initialises OpenSSL, once. OpenSSL then registers no exit handler, because threads of the library may still use it
-//  during exit. The library calls prepareTls on the thread of rdb_connectex, which also loads modules
-//  (module/loader.h). All signals are blocked during the call. Fails with errorNoResources.
+//  Initialises OpenSSL at the first call. OpenSSL then registers no exit handler, because threads of the library may
+//  still use OpenSSL during exit. All signals are blocked during the call. Fails with errorNoResources.
 Status prepareTls();
 
-//  Reads all certificates of a file, at least one. The reason of a failure begins with the path.
+//  Reads all certificates of a file. Fails if there is none. The reason of a failure begins with the path.
 Result<Certificates> readCertificates(const std::string& path);
 
 //  Reads a private key, which must not be encrypted. The reason of a failure begins with the path.
 Result<TlsPointer<EVP_PKEY>> readPrivateKey(const std::string& path);
 
 //  Makes the context of a client that uses TLS 1.2 or 1.3, with the authorities, certificate and key of the settings.
-//  Each connection itself must require that the server is verified (SSL_set_verify). Reads the files of the settings at
-//  each call. Fails with errorBackendFailed. Requires: prepareTls has succeeded.
+//  The context does not require that the server is verified: each connection must do so with SSL_set_verify. Reads the
+//  files of the settings at each call. Fails with errorBackendFailed. Requires: prepareTls has succeeded.
 Result<TlsPointer<SSL_CTX>> makeTlsContext(const TlsSettings& settings);
 
 }  // namespace rdbopen

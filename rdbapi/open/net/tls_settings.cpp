@@ -55,7 +55,7 @@ std::string nameInCertificate(const std::string& host) {
 
 Result<TlsSettings> takeTlsOptions(Url& url) {
     constexpr std::uint16_t anyPort = 1;
-    //  The back end decides whether a url needs servers.
+    //  A url without servers does not fail here: the back end decides whether it needs servers.
     const Result<std::vector<Server>> servers =
         url.authority.empty() ? std::vector<Server>() : parseServers(url.authority, anyPort);
     if (!servers.ok())

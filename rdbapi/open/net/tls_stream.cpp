@@ -17,7 +17,8 @@ namespace {
 //  The time limit is checked after at most this number of reads. A record takes at least two reads.
 constexpr int maxReads = 64;
 
-//  The first byte of a record (RFC 8446 section 5.1): change_cipher_spec, alert, handshake or application_data.
+//  Returns whether byte can be the first of a record (RFC 8446 section 5.1). The first byte is the type of the record:
+//  change_cipher_spec, alert, handshake or application_data.
 bool startsRecord(std::uint8_t byte) {
     return byte >= 20 && byte <= 23;
 }
@@ -46,8 +47,8 @@ int TlsStream::readWire(BIO* bio, char* bytes, int size) {
     return -1;
 }
 
-//  Reports every failure of send(2) to OpenSSL as a lack of room; a real failure is in wire.error. After a fatal error,
-//  OpenSSL would forbid the SSL_read of refusalOr (SSL_get_error(3)).
+//  Reports every failure of send(2) to OpenSSL as a lack of room: after a fatal error, OpenSSL would forbid the
+//  SSL_read of refusalOr (SSL_get_error(3)). A failure other than EAGAIN and EINTR is stored in wire.error.
 int TlsStream::writeWire(BIO* bio, const char* bytes, int size) {
     Wire& wire = *static_cast<Wire*>(BIO_get_data(bio));
     BIO_clear_retry_flags(bio);
@@ -60,7 +61,7 @@ int TlsStream::writeWire(BIO* bio, const char* bytes, int size) {
     return -1;
 }
 
-//  There is nothing to flush. Every other command returns 0: it is not supported.
+//  Returns 1 for a flush, since there is nothing to flush, and 0 for every other command, which is not supported.
 long TlsStream::controlWire(BIO*, int command, long, void*) {
     return command == BIO_CTRL_FLUSH ? 1 : 0;
 }
@@ -126,8 +127,8 @@ Status TlsStream::prepare() {
     return setName() ? Status{} : backendFailed("out of memory");
 }
 
-//  A name that is only in the subject of a certificate is ignored (RFC 9525 section 2). An address is not sent to the
-//  server (RFC 6066 section 3).
+//  A name that is only in the subject of a certificate is ignored (RFC 9525 section 2). A host name is also sent to the
+//  server, an address is not (RFC 6066 section 3).
 bool TlsStream::setName() {
     X509_VERIFY_PARAM* const check = SSL_get0_param(tls_.get());
     const char* const name = name_.c_str();
@@ -151,7 +152,7 @@ Status TlsStream::handshake(const Waiter& waiter, std::chrono::milliseconds unti
     return status;
 }
 
-//  Calls an OpenSSL function once. Returns done if its result is above 0, else what the function lacks, or failed.
+//  Calls an OpenSSL function once. Returns done if its result is above 0; otherwise lacksInput, lacksRoom or failed.
 template <class Call>
 TlsStream::Step TlsStream::attempt(Call call) {
     ERR_clear_error();
@@ -176,8 +177,8 @@ TlsStream::Step TlsStream::attempt(Call call) {
     return Step::failed;
 }
 
-//  Repeats attempt, and waits each time for what the call lacks. waitFor checks the time first: if the server never
-//  pauses, poll(2) always reports input and never the time limit.
+//  Repeats attempt until the call is done or has failed. After each attempt, waits for the input or room that the call
+//  lacks. waitFor checks the time first: if the server sends without a pause, poll(2) never reports the time limit.
 template <class Call>
 Status TlsStream::complete(Call call, const Waiter& waiter, std::chrono::milliseconds until) {
     for (;;) {
@@ -200,8 +201,8 @@ Waiter::Result TlsStream::waitFor(Step lack, const Waiter& waiter, std::chrono::
     return waiter.wait(descriptor(), lack == Step::lacksRoom ? POLLOUT : POLLIN, until);
 }
 
-//  Returns why the last call failed. The last error in OpenSSL's queue is usually that of the TLS protocol. If the
-//  first error is a lack of memory, it has caused the others.
+//  Returns why the last call failed. Uses the last error in OpenSSL's queue. The exception is a queue whose first error
+//  is a lack of memory: this error has caused the others.
 Status TlsStream::fault() {
     const unsigned long first = ERR_peek_error();
     const unsigned long error = ERR_GET_REASON(first) == ERR_R_MALLOC_FAILURE ? first : ERR_peek_last_error();
@@ -229,8 +230,8 @@ Status TlsStream::send(std::span<const std::uint8_t> bytes, const Waiter& waiter
     return {};
 }
 
-//  A server that refuses the client certificate sends the reason and closes the connection. So a send may fail before
-//  the reason was read. Returns the refusal that has arrived, if any, else failed.
+//  A server that refuses the client certificate sends the reason and closes the connection. A send can then fail before
+//  the reason was read. Returns the refusal if it has arrived, else failed.
 Status TlsStream::refusalOr(const Status& failed) {
     wire_.error = 0;
     std::uint8_t rest[maxInput];
@@ -265,9 +266,10 @@ Status TlsStream::receive(std::span<std::uint8_t> bytes, const Waiter& waiter, s
     return {};
 }
 
-//  Sends close_notify (RFC 8446 section 6.1) if no call has failed and the socket has room for it. If the server has
-//  not confirmed all bytes, resets the connection instead, which discards them. Before the end of the handshake there
-//  is no request to discard, and the bytes sent last inform the server why the handshake failed.
+//  After the handshake: if the server has not confirmed all bytes, resets the connection, which discards these bytes.
+//  Otherwise sends close_notify (RFC 8446 section 6.1), unless a call has failed or the socket has no room.
+//  Before the end of the handshake: lets the kernel send the last bytes. There is no request to discard, and the last
+//  bytes inform the server why the handshake failed.
 void TlsStream::close() noexcept {
     const bool established = tls_ && SSL_is_init_finished(tls_.get()) != 0;
     const bool withdraws = established && tcp_.hasUnconfirmed();

@@ -5,10 +5,12 @@
 //             ^                            |
 //             +---- wait for input or room-+  as long as OpenSSL reports that it lacks input or room
 //
-//  After its time limit, an operation fails at its next wait. Each call of OpenSSL returns after at most 64 reads. If
-//  it is not done by then, a wait follows. So an operation also ends if the server sends only records without data, new
-//  keys (RFC 8446 section 4.6.3) or new session tickets. Input is never read beyond the current record. So poll(2)
-//  reports all input that take has yet to read.
+//  After its time limit, an operation fails at its next wait. A call of OpenSSL reads at most 64 times; then it reports
+//  a lack of input, and a wait follows. So an operation also ends if the server sends only records without data, new
+//  keys (RFC 8446 section 4.6.3) or new session tickets.
+//
+//  OpenSSL never reads beyond the current record. So poll(2) reports all input, except the bytes of a record for which
+//  the caller of take or receive had no room.
 //
 //  Threads: one thread at a time.
 #ifndef RDBAPI_OPEN_NET_TLS_STREAM_H
@@ -25,8 +27,8 @@ public:
     explicit TlsStream(TlsSettings settings) : settings_(std::move(settings)) {}
     ~TlsStream() override { close(); }
 
-    //  Connects, and returns ok when the handshake has proved that the server is the right one. Reads the files of the
-    //  settings. A server that wants a client certificate may refuse it later, at a send, take or receive.
+    //  Connects, completes the handshake and verifies the server's certificate. Reads the files of the settings. The
+    //  server may refuse the client certificate later: then a send, take or receive fails.
     Status connect(const ServerAddress& address, const Waiter& waiter, std::chrono::milliseconds until) override;
     Status send(std::span<const std::uint8_t> bytes, const Waiter& waiter, std::chrono::milliseconds until) override;
     Result<std::size_t> take(std::span<std::uint8_t> bytes) override;
@@ -42,12 +44,12 @@ private:
     //  The state that the functions of the BIO share with the other functions.
     struct Wire {
         int descriptor = -1;
-        int readsLeft = 0;       // number of reads until the BIO reports a lack of input, even if there is more
+        int readsLeft = 0;       // number of further reads; at 0 the BIO reports a lack of input
         bool heard = false;      // the server has sent a byte
         std::uint8_t first = 0;  // the first byte that the server has sent
         bool ended = false;      // the server has ended the connection
         int error = 0;           // errno of the call that failed; 0 for none
-        int refusedAt = 0;       // depth of the certificate that was not accepted
+        int refusedAt = 0;       // depth in the chain of the certificate that was not accepted; 0: the server's own
     };
 
     Status open(const ServerAddress& address, const Waiter& waiter, std::chrono::milliseconds until);

@@ -23,7 +23,7 @@ const char* find(const Row<Code> (&rows)[size], Code code) {
     return found == std::end(rows) ? nullptr : found->words;
 }
 
-//  The words after "the server's certificate " or "a certificate of an authority of the server ".
+//  Each text follows "the server's certificate " or "a certificate of an authority of the server ".
 constexpr Row<long> faults[] = {
     {X509_V_ERR_CERT_HAS_EXPIRED, "has expired"},
     {X509_V_ERR_CERT_NOT_YET_VALID, "is not valid yet, by the clock of this machine"},

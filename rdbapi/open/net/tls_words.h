@@ -7,8 +7,8 @@
 
 namespace rdbopen {
 
-//  Returns why the server's certificate is not accepted. error: X509_V_ERR_...; depth: the position of the rejected
-//  certificate in the chain, 0 for the server's own; name: the name that the server's certificate must have.
+//  Returns why the server's certificate is not accepted. error: a code X509_V_ERR_...; depth: the position of the
+//  rejected certificate in the chain, 0 for the server's own; name: the name that the server's certificate must have.
 std::string certificateWords(long error, int depth, const std::string& name);
 
 //  Returns the meaning of error, an entry of OpenSSL's error queue; error is 0 if the queue is empty. Requires: error

@@ -12,7 +12,7 @@ constexpr bool isAlpha(char c) {
     return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
 }
 
-//  RFC 3986 section 3.1
+//  Returns whether a scheme may contain c (RFC 3986 section 3.1).
 constexpr bool isSchemeChar(char c) {
     return isAlpha(c) || (c >= '0' && c <= '9') || c == '+' || c == '-' || c == '.';
 }

@@ -7,8 +7,8 @@
 //      |     authority: HOST[:PORT][,HOST[:PORT]...], an IPv6 address in brackets; empty in sqlite:///var/lib/rdb.db
 //      scheme
 //
-//  Percent-encoded bytes of path and query are decoded. A url with a fragment is malformed. A scheme with only a colon,
-//  such as "log:", is a url without authority and path.
+//  Percent-encoded bytes of path and query are decoded. A url with a fragment is malformed. A scheme and a colon
+//  without any other text, such as "log:", are a url without authority, path and options.
 #ifndef RDBAPI_OPEN_NET_URL_H
 #define RDBAPI_OPEN_NET_URL_H
 
@@ -29,7 +29,7 @@ struct UrlOption {
 
 struct Url {
     std::string scheme;              // lower case
-    std::string authority;           // as written; may contain a password, so never reported
+    std::string authority;           // as written; never reported, because it may contain a password
     std::string path;                // decoded; empty or begins with "/"; has no zero byte
     std::vector<UrlOption> options;  // in order; names and values are decoded and have no zero byte
 };
@@ -53,8 +53,8 @@ struct Server {
 //  The largest number of servers in a url.
 inline constexpr std::size_t maxServers = 16;
 
-//  Parses a list of HOST[:PORT], separated by commas, each at most once. Returns at least one server. Fails with
-//  malformedUrl.
+//  Parses a list of HOST[:PORT], separated by commas, each at most once. A server without a port gets defaultPort.
+//  Returns at least one server. Fails with malformedUrl.
 Result<std::vector<Server>> parseServers(std::string_view authority, std::uint16_t defaultPort);
 
 //  Returns HOST:PORT, with an IPv6 address in brackets.
@@ -67,7 +67,8 @@ std::string serversText(const std::vector<Server>& servers);
 //  malformedUrl for any other url.
 Result<std::string> filePathOf(const Url& url);
 
-//  The option history=NUMBER of a database: the number of changes of each name that the database keeps.
+//  The option history=NUMBER of the back ends redis and sqlite: the maximum number of changes that they keep for each
+//  name.
 inline constexpr std::uint32_t defaultHistory = 1000;
 inline constexpr std::uint32_t maxHistory = 100000;
 
