@@ -1,4 +1,4 @@
-//  Advice of addrpubd-check on the url of a back end redis.
+//  Advice of addrpubd-check on the urls of the back ends redis and rediss.
 #ifndef RDBAPI_OPEN_REDIS_ADVICE_H
 #define RDBAPI_OPEN_REDIS_ADVICE_H
 

@@ -60,7 +60,7 @@ private:
     const RedisLimits limits_;
     const RedisScript& putScript_;
     std::chrono::milliseconds until_{0};  // time limit of the current request
-    bool valueFollows_ = false;           // the worker checks or puts a value after the next probe
+    bool valueFollows_ = false;           // checkValue or refresh was called since the last probe
     RedisInspector inspector_;
 };
 
@@ -107,8 +107,8 @@ Status RedisBackend::put(std::span<const RdbSnapshot> records) {
     return putGroups(groups);
 }
 
-//  A script can only have the keys of one group. So, if there are several groups, all tags are checked first: a missing
-//  or not usable tag is then found before anything is written.
+//  A script can only have the keys of one group. So, if there are several groups, all tags are checked first: a tag
+//  that is missing or not usable is then found before anything is written.
 Status RedisBackend::putGroups(const Groups& groups) {
     for (const auto& [group, records] : groups) {
         for (std::size_t i = 0; groups.size() > 1 && i < records.size(); ++i) {
@@ -130,7 +130,7 @@ Status RedisBackend::putGroup(std::uint16_t group, std::span<const RdbSnapshot> 
     return reply.ok() ? readOutcome(*reply, putScript_) : reply.status();
 }
 
-//  The script that puts a value reads the tag anyway, so that one round trip is enough.
+//  The script that puts a value reads the tag anyway, so one round trip is enough.
 Status RedisBackend::refresh(const RdbSnapshot& record, RdbTag& tag) {
     if (Status unusable = verifyName(record.name); !unusable.ok())
         return unusable;
@@ -147,7 +147,8 @@ Status RedisBackend::refresh(const RdbSnapshot& record, RdbTag& tag) {
     return {};
 }
 
-//  A server keeps a script from its first EVAL until it restarts or forgets it, for example after SCRIPT FLUSH.
+//  A server stores a script at the first EVAL of the script. It loses the script at a restart, and may delete it
+//  earlier, for example at SCRIPT FLUSH.
 Result<RedisReply> RedisBackend::runScript(std::uint16_t group, const RedisScript& script,
                                            const RedisCommand& arguments) {
     const auto run = [&](const char* word, std::string_view name) {
@@ -161,9 +162,9 @@ Result<RedisReply> RedisBackend::runScript(std::uint16_t group, const RedisScrip
     return reply;
 }
 
-//  checkValue tests the connection, too. So no PING is sent if checkValue or refresh was called since the last probe:
-//  after this probe, the worker then checks the value or, if the server has lost the value, puts it. A check of an idle
-//  connection is thus one round trip.
+//  If checkValue or refresh was called since the last probe, the worker checks or puts the value right after this
+//  probe. This tests the connection, too, so probe sends no PING, and a check of an idle connection is one round trip.
+//  If the worker has forgotten the value meanwhile, only the next probe tests the connection.
 Status RedisBackend::probe() {
     if (std::exchange(valueFollows_, false))
         return {};

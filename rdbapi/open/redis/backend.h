@@ -1,7 +1,7 @@
-//  The back end redis: an rdb server in a Redis server or a Redis Cluster. Tags, their current values and their history
-//  are keys of its database (objects.h). Most calls are one round trip. A call that writes sends a script, which the
-//  server executes as a whole (scripts.h). In a cluster, a put sends one script for each slot. If the answer to a put
-//  is lost, the put may be repeated: the repetition confirms the values that the server already has.
+//  The back end redis stores tags in a Redis server or a Redis Cluster. The keys of the database contain the tags,
+//  their current values and their histories (objects.h). Most calls are one round trip. A call that writes sends a
+//  script (scripts.h). In a cluster, a put sends one script for each slot. If the answer to a put is lost, the put may
+//  be repeated: the repetition confirms the values that the server already has.
 //
 //  place.h describes the urls. route.h describes how a command reaches its server.
 #ifndef RDBAPI_OPEN_REDIS_BACKEND_H

@@ -19,7 +19,8 @@ std::optional<Server> serverOf(std::string_view host, std::string_view port, con
     return serverFrom(host.empty() ? asked.host : host, port);
 }
 
-//  Returns the node of an answer to CLUSTER SLOTS: host or nil, port, and elements that are not used.
+//  Returns the node in an answer to CLUSTER SLOTS, or nothing if its host and port are not usable. The first elements
+//  of node are the host, or nil, and the port; further elements are not used.
 std::optional<Server> nodeOf(const RedisReply& node, const Server& asked) {
     const RedisReply& host = node.elements[0];
     const RedisReply& port = node.elements[1];

@@ -5,8 +5,8 @@
 //      -MOVED SLOT HOST:PORT   the slot belongs to this master
 //      -ASK SLOT HOST:PORT     the slot is being moved to this node; only this command is sent to it, after ASKING
 //
-//  An empty host means the host of the node that has answered. A server may send anything as host and port: only hosts
-//  and ports that a url could contain are used.
+//  An empty host, or nil, means the host of the node that has answered. A server may send anything as host and port:
+//  only those that a url could contain are usable.
 //
 //  Threads: any thread may call these functions.
 #ifndef RDBAPI_OPEN_REDIS_CLUSTER_LAYOUT_H
@@ -23,8 +23,8 @@ namespace rdbopen {
 
 struct ClusterLayout {
     struct Range {
-        std::uint16_t first;  // slots, both included
-        std::uint16_t last;
+        std::uint16_t first;  // first slot of the range
+        std::uint16_t last;   // last slot of the range
         Server master;
     };
     std::vector<Range> ranges;  // a range whose master has no usable host and port is left out

@@ -138,8 +138,9 @@ Result<ClusterLayout> ClusterRoute::report(const Server& node, Time until) {
     return layout;
 }
 
-//  The nodes of the url come before the nodes of the last report. If the whole cluster has been replaced, the nodes of
-//  the last report no longer exist.
+//  Returns the nodes in the order in which they are asked for a report: the connected nodes, the nodes of the url and
+//  the nodes of the last report; down_ is the last. If the whole cluster has been replaced, the nodes of the last
+//  report no longer exist, so they come after those of the url.
 std::vector<Server> ClusterRoute::candidates() const {
     std::vector<Server> all;
     const auto append = [&all](const std::vector<Server>& nodes) {
@@ -154,8 +155,8 @@ std::vector<Server> ClusterRoute::candidates() const {
     return all;
 }
 
-//  Waits for the duration time and returns true. If the wait would not end before until, returns false without waiting.
-//  If the wait is interrupted, for example because the handle is closed, returns false early.
+//  Waits for the duration `time` and returns true. If this wait would not end before the moment `until`, returns false
+//  without waiting. If the wait is interrupted, for example because the handle is closed, returns false early.
 bool ClusterRoute::pause(Time time, Time until) const {
     const Time end = monotonicNow() + time;
     if (end >= until)

@@ -1,15 +1,18 @@
-//  Sends each command to the responsible master of a Redis Cluster. The group of a name (route.h) is its slot
-//  (slots.h).
+//  Sends each command for a name to the master of a Redis Cluster that has the slot of the name (slots.h). The group of
+//  a name (route.h) is this slot.
 //
-//      ask(slot) --> master of the slot, as known, or as a node reports in CLUSTER SLOTS
-//                      | MOVED HOST:PORT              --> remembers this master, asks there
-//                      | ASK HOST:PORT                --> asks there once, after ASKING
-//                      | TRYAGAIN, CLUSTERDOWN, ...   --> pauses, lets another node report the master, asks again for
-//                      |                                  up to 2 s (redisStalls in refusal.h)
-//                      | any other answer             --> is the result
+//  The operation ask sends the command to the master of the slot. If no master is known, or the known master cannot be
+//  reached, a node reports the master (see below). What follows depends on the answer:
 //
-//  A report is requested from the connected nodes, the nodes of the url and the nodes of the last report, one after the
-//  other, until a node names a master that can be reached. So it is enough that one of these nodes knows the master.
+//      MOVED HOST:PORT              stores HOST:PORT as the master of the slot, and sends the command there
+//      ASK HOST:PORT                sends ASKING and the command there, once
+//      TRYAGAIN, CLUSTERDOWN, ...   pauses, lets a node report the master again, and repeats the command, for up to 2 s
+//                                   (redisStalls in refusal.h)
+//      any other answer             returns the answer
+//
+//  A report is the answer of a node to CLUSTER SLOTS. To find a master, the connected nodes, the nodes of the url and
+//  the nodes of the last report are asked, one after the other, until a node names a master that can be reached. So it
+//  is enough that one of these nodes knows the master. The operation open asks the same nodes until one sends a report.
 //
 //  Threads: one thread at a time.
 #ifndef RDBAPI_OPEN_REDIS_CLUSTER_ROUTE_H

@@ -9,7 +9,7 @@ namespace rdbopen {
 
 namespace {
 
-//  Appends a request in the wire format of Redis: an array of strings.
+//  Appends command in the wire format of Redis: an array of strings.
 void append(std::string& bytes, const RedisCommand& command) {
     bytes += "*" + std::to_string(command.size()) + "\r\n";
     for (const std::string& word : command) {

@@ -1,6 +1,7 @@
 --  Tests whether the user may do what the service does for a name, and whether the server takes writes. The write
---  changes nothing: LTRIM keeps the whole list. If the limit of the history is 0, DEL is executed if the list does not
---  exist, and no write if it exists. A server that has reached its memory limit still executes both commands.
+--  changes nothing: with a history, LTRIM keeps the whole list; without one, DEL names a list that does not exist. If
+--  the list exists although the limit is 0, nothing is written, and the second test is left out. A server that has
+--  reached its memory limit still executes LTRIM and DEL.
 --
 --      KEYS    tag, value, history
 --      ARGV    expiry in seconds or 0, limit of the history, command that announces a change, channel

@@ -60,7 +60,7 @@ void RedisInspector::add(const std::string& key, const std::string& contents, bo
     holdings_.records.push_back({key + (isForeign ? "" : contents), isForeign ? foreignKey : ""});
 }
 
-//  Sends the whole script, for the same reason as removeShown.
+//  Sends the script with EVAL, for the same reason as removeShown.
 Status RedisInspector::examine(const HostNames& host, std::vector<Examination>& results) {
     if (Status unusable = verifyName(host.name); !unusable.ok())
         return unusable;
@@ -153,7 +153,8 @@ Status RedisInspector::remove(std::vector<RemovalStep>& steps) {
     return steps.back().status;
 }
 
-//  Sends the whole script. The script is rarely used, so a server usually does not have it, and EVALSHA would fail.
+//  Sends the script with EVAL. EVALSHA would fail at a server that has not stored the script (runScript in
+//  backend.cpp), and a script that is rarely used is seldom stored.
 Status RedisInspector::removeShown() {
     RedisCommand command{"EVAL", std::string(redisRemoveScript.source), "3"};
     for (const char* kind : {"tag:", "value:", "history:"})

@@ -1,5 +1,5 @@
 //  Queries and removes what a Redis server stores for one name (engine/inspector.h). The queries use only commands that
-//  the service's user is allowed anyway, and LLEN, which the server may refuse. The removal needs DEL.
+//  the service's user is allowed anyway, and LLEN, which the server may refuse. The removal also needs DEL.
 //
 //  Threads: one thread at a time.
 #ifndef RDBAPI_OPEN_REDIS_INSPECTOR_H

@@ -1,6 +1,7 @@
---  The part that the scripts import, put and remove share: checks of keys, and the commands that write.
+--  The part that the scripts import, put and remove share: functions that check keys, collect writes and execute them.
 --
---  A server undoes nothing of a script that fails. So a script reads and checks all of its keys before it writes.
+--  If a script fails, the server does not undo its writes. So a script reads and checks all of its keys before it
+--  writes.
 
 local writes = {}
 
@@ -61,7 +62,7 @@ local function isForeignHistory(key)
     return kind ~= 'list' and kind ~= 'none'
 end
 
---  Milliseconds since 1970-01-01 UTC.
+--  Returns the milliseconds since 1970-01-01 UTC.
 local function now()
     local time = redis.call('TIME')
     return time[1] .. string.sub(1000000 + time[2], 2, 4)

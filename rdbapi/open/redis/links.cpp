@@ -4,7 +4,8 @@
 
 namespace rdbopen {
 
-//  The addresses of a name may belong to one server or to several servers: any address that allows the attempt is used.
+//  The addresses of a name may belong to one server or to several servers. So the next address is tried after any
+//  failure of attempt.
 Status connectTo(RedisConnection& connection, const Server& server, const Waiter& waiter,
                  std::chrono::milliseconds until, const ServerAddresses::Attempt& attempt) {
     ServerAddresses addresses;
@@ -70,7 +71,7 @@ int RedisLinks::descriptor() const noexcept {
     return links_.empty() ? -1 : links_.front().connection->descriptor();
 }
 
-//  Returns false if there is no connection to server.
+//  If there is a connection to server, moves it to the front of links_ and returns true.
 bool RedisLinks::moveToFront(const Server& server) {
     const auto found =
         std::find_if(links_.begin(), links_.end(), [&](const Link& link) { return link.server == server; });

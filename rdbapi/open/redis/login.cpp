@@ -59,9 +59,10 @@ Status accept(const RedisCommand& command, const RedisReply& reply) {
     return reply.elements[0].text == "master" ? Status{} : backendFailed("the server is not a primary but a replica");
 }
 
-//  A server without a password accepts any password for the user "default". Servers before Redis 6 have no users, so
-//  the user "default" is configured for them, too: AUTH then has only the password, or is refused if the server has no
-//  password. The answer to AUTH is not quoted, because it may contain the password.
+//  From Redis 6 on, a server without a password accepts any password for the user "default". A server before Redis 6
+//  has no users. For such a server, too, the user "default" is configured: the server refuses AUTH with a user, and
+//  AUTH is repeated with only the password. If this server has no password, it refuses the second AUTH as well, and the
+//  login continues without AUTH. The answer to AUTH is not quoted, because it may contain the password.
 Status Login::run() {
     connection_.conceal({login_.user, login_.password});
     const bool isDefault = login_.user == "default";

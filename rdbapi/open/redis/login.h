@@ -1,5 +1,5 @@
-//  The first commands on a connection to a Redis server: login, name of the connection, test and, if needed, selection
-//  of the database and query of the server's role. None of these is sent to a Sentinel.
+//  Sends the first commands on a connection to a Redis server. They log in, set the name of the connection and test it.
+//  If needed, they also select the database and query the server's role. None of them is sent to a Sentinel.
 //
 //  Threads: any thread may call these functions.
 #ifndef RDBAPI_OPEN_REDIS_LOGIN_H

@@ -29,7 +29,7 @@ Status foreign(const std::string& key) {
     return serverRefused(key + " is somebody else's and stays as it is");
 }
 
-//  Returns the number in the text of field, or nothing if the text is not a number.
+//  Returns the number in the text of field, or nothing if the text is not a number in the range of Number.
 template <class Number>
 std::optional<Number> numberIn(const RedisReply& field) {
     Number number = 0;
@@ -47,8 +47,8 @@ std::optional<RedisTag> definitionIn(std::span<const RedisReply, 3> fields) {
     return tagclass && type && importflag ? std::optional(RedisTag{*tagclass, *type, *importflag}) : std::nullopt;
 }
 
-//  Returns the fields in the answer to HMGET, or null if no field exists. So a hash of another program may count as
-//  missing; the scripts refuse to write to it.
+//  Returns the fields in the answer to HMGET, or null if no field exists. So a hash of another program may be treated
+//  as missing; the scripts refuse to write to such a hash.
 Result<const std::vector<RedisReply>*> readFields(const RedisReply& reply, std::size_t count) {
     if (reply.is(Kind::error))
         return refusedByRedis("HMGET", reply);

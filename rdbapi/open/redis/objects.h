@@ -2,13 +2,14 @@
 //
 //      rdb:tag:{NAME}      hash    class, type, importflag, imported_ms
 //      rdb:value:{NAME}    hash    time_ms (of the last change), confirmed_ms (of the last put), type, value
-//      rdb:history:{NAME}  list    "TIME_MS TYPE VALUE" of each change, the newest last
-//      rdb:changed:{NAME}  channel on which each value is published if it differs from the previous one
+//      rdb:history:{NAME}  list    "TIME_MS TYPE VALUE" of each of the newest changes, the newest last
+//      rdb:changed:{NAME}  channel; a put publishes each value that has another type or text than the last value
 //
 //  The braces make a cluster keep all keys of a name at one server. A short list takes much less memory than a stream,
 //  whose first entry reserves 4 KB.
 //
-//  A key of another type or with other fields belongs to another program: a request that would change it fails instead.
+//  A key of another type belongs to another program, and so does a hash in which a field that the back end reads is
+//  missing or invalid. A request that would change such a key fails instead.
 #ifndef RDBAPI_OPEN_REDIS_OBJECTS_H
 #define RDBAPI_OPEN_REDIS_OBJECTS_H
 
@@ -47,19 +48,19 @@ struct RedisValue {
 //  Returns the key or channel of name. kind: "tag:", "value:", "history:" or "changed:".
 std::string keyOf(std::string_view kind, std::string_view name);
 
-//  Returns errorBadRequest if name is empty or starts with "}", otherwise ok. The first braces of the key would contain
-//  nothing, and a cluster ignores such braces.
+//  Returns errorBadRequest if name is empty or starts with "}", otherwise ok. With such a name, the first braces of the
+//  keys would contain nothing. A cluster ignores such braces and could keep the keys at different servers.
 Status verifyName(std::string_view name);
 
 //  Returns the status for an error answer to command: errorBackendFailed if redisEndsConnection, else
-//  errorServerRefused.
+//  errorServerRefused. Its member `failover` is the result of redisIsWrongServer (refusal.h).
 Status refusedByRedis(std::string_view command, const RedisReply& answer);
 
 //  Returns the status for an answer that is not a valid answer to command.
 Status notUnderstood(std::string_view command);
 
 //  tagQuery returns the command that queries the tag of name. readTag parses the answer to this command; it returns
-//  nothing if the tag does not exist.
+//  nothing if none of the queried fields exists.
 RedisCommand tagQuery(const char* name);
 Result<std::optional<RedisTag>> readTag(const RedisReply& reply, const char* name);
 
@@ -67,12 +68,13 @@ Result<std::optional<RedisTag>> readTag(const RedisReply& reply, const char* nam
 RedisCommand valueQuery(const char* name);
 Result<std::optional<RedisValue>> readValue(const RedisReply& reply, const char* name);
 
-//  Return the keys and arguments that follow the script in EVALSHA and EVAL: importArguments for redisImportScript,
-//  putArguments for redisPutScript and redisClusterPutScript.
+//  Return what follows the script in EVALSHA and EVAL: the number of keys, the keys and the arguments. importArguments
+//  is for redisImportScript, putArguments for redisPutScript and redisClusterPutScript.
 RedisCommand importArguments(const RdbTag& tag, const RedisLimits& limits);
 RedisCommand putArguments(std::span<const RdbSnapshot> records, const RedisLimits& limits);
 
-//  Like putArguments, for one record. If its tag is missing or not usable, the script creates the tag as in tag.
+//  Like putArguments, for one record. If the tag of the record is missing or not usable, the script creates a usable
+//  tag with the type and import flag of `tag`.
 RedisCommand refreshArguments(const RdbSnapshot& record, const RdbTag& tag, const RedisLimits& limits);
 
 //  Returns the status for the answer to a script.

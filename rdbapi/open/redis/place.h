@@ -4,7 +4,7 @@
 //      redis+unix:///PATH[?db=DB&expire=...]                   the server's socket on this machine
 //      redis+cluster://SERVERS[?expire=...]                    nodes of a cluster, which has only database 0
 //      redis+sentinel://SERVERS/MASTER[/DB][?expire=...]       Sentinels, and the name of the master that they watch
-//      rediss://... rediss+cluster://... rediss+sentinel://... the same over TLS, with the options of tls_settings.h
+//      rediss://... rediss+cluster://... rediss+sentinel://... the same over TLS; further options: net/tls_settings.h
 //
 //  Threads: any thread may call these functions.
 #ifndef RDBAPI_OPEN_REDIS_PLACE_H
@@ -54,8 +54,8 @@ Result<RedisPlace> parseRedisPlace(const Url& url);
 //  Returns the url of place, for syslog. Of the options it contains only db.
 std::string redisPlaceText(const RedisPlace& place);
 
-//  Converts a host and a port that a server has reported. Returns nothing if a url could not contain them, because a
-//  server may report anything.
+//  Converts a host and a port that a server has reported. A server may report anything: returns nothing if a url could
+//  not contain this host and port.
 std::optional<Server> serverFrom(std::string_view host, std::string_view port);
 
 }  // namespace rdbopen

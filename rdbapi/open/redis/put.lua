@@ -11,7 +11,7 @@
 local expire, limit, usable = ARGV[1], ARGV[2], ARGV[3]
 local createsTag = #ARGV > 3 + #KEYS
 local definition = {}
-local held = {}  -- key of a value -> its value; each further record of the name is compared with the one before
+local held = {}  -- key of a value -> the value; a further record of the same name is compared with the record before
 for i = 1, #KEYS, 3 do
     local tag, foreignTag = readTag(KEYS[i])
     if foreignTag then

@@ -9,7 +9,7 @@ namespace rdbopen {
 namespace {
 
 constexpr std::size_t maxQuoteLength = 120;
-constexpr std::size_t minSecretMatch = 4;  // number of consecutive bytes of a secret that are never quoted
+constexpr std::size_t minSecretMatch = 4;  // fewer consecutive bytes of a longer secret may be quoted
 
 struct Meaning {
     std::string_view beginning;  // start of the answer
@@ -36,7 +36,8 @@ constexpr std::string_view wrongServers[] = {"READONLY", "MASTERDOWN", "LOADING"
 //  Prefixes of answers of a primary that takes no writes at present.
 constexpr std::string_view noWrites[] = {"OOM", "MISCONF", "NOREPLICAS"};
 
-//  Prefixes of answers of a cluster that is being changed. This node or another node may soon serve the command.
+//  Prefixes of answers of a cluster that is being changed or is down. This node or another node may soon serve the
+//  command.
 constexpr std::string_view stalls[] = {"TRYAGAIN", "CLUSTERDOWN", nonLocalKey};
 
 //  Prefixes of error answers of Redis 5 to 7, and the reason for each. Only prefixes are compared, because the rest of
@@ -73,8 +74,8 @@ constexpr Meaning meanings[] = {
     {"ERR DB index is out of range", "the server has no database of this number"},
 };
 
-//  The texts around the error of a script. scriptFailed is followed by one or two places in the script. Each place
-//  begins with scriptPlace and ends with ": ".
+//  The texts around the error of a script (refusal.h). scriptFailed is followed by the hash of the script and then by
+//  one or two places in the script. Each place begins with scriptPlace and ends with ": ".
 constexpr std::string_view scriptFailed = "ERR Error running script (call to f_";
 constexpr std::string_view scriptPlace = "@user_script:";
 constexpr std::string_view scriptPlaceAfter = " script: ";

@@ -26,13 +26,14 @@ bool redisIsWrongServer(std::string_view answer);
 //  because too few replicas are connected.
 bool redisTakesNoWrites(std::string_view answer);
 
-//  Returns whether the error answer means that a cluster is being changed, and the same command may succeed soon.
+//  Returns whether the error answer means that a cluster is being changed or is down, and the same command may succeed
+//  soon.
 bool redisStalls(std::string_view answer);
 
 //  Returns how many leading bytes of an error answer may be quoted. A server or a proxy may repeat parts of the login
 //  in the answer. Therefore the quotable part ends before the first 4 consecutive bytes that also occur in one of
-//  secrets, ignoring case. A secret of less than 4 bytes ends it only if the whole secret occurs. At most the first 284
-//  bytes are quotable: enough for a quote and for the text around the error of a script.
+//  secrets, ignoring case. A secret of less than 4 bytes ends the quotable part only if the whole secret occurs. At
+//  most the first 284 bytes are quotable: enough for a quote and for the text around the error of a script.
 std::size_t redisQuotable(std::string_view answer, std::span<const std::string> secrets);
 
 //  Returns at most the first 120 bytes of text, with "?" for bytes that are not printable.

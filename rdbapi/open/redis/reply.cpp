@@ -10,7 +10,7 @@ using Kind = RedisReply::Kind;
 
 //  The reader of libhiredis calls these functions from C, so they must not throw. For the reader, the result null means
 //  that memory is exhausted.
-//  The reader frees only the root reply, because each other reply is an element of its parent.
+//  The reader frees only the root reply. This frees every other reply, too, as an element of its parent.
 RedisReply* place(const redisReadTask* task) noexcept {
     if (task->parent == nullptr)
         return new (std::nothrow) RedisReply;
@@ -42,7 +42,7 @@ void* makeString(const redisReadTask* task, char* text, std::size_t length) {
     });
 }
 
-//  An array's size arrives before its elements. It is limited to the remaining number of elements, so that a false size
+//  An array's size arrives before its elements. The size is limited to elementsLeft_ (reply.h), so that a false size
 //  cannot exhaust the memory.
 void* makeArray(const redisReadTask* task, int count) {
     const auto size = static_cast<std::size_t>(count);

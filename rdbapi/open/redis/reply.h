@@ -2,7 +2,7 @@
 //  which uses libhiredis' reader.
 //
 //  The two limits below bound the memory of an answer, whatever a server sends. After an answer that exceeds a limit or
-//  is malformed, the parser is broken, and the connection is closed.
+//  is malformed, the parser is broken until reset.
 //
 //  Threads: one thread at a time.
 #ifndef RDBAPI_OPEN_REDIS_REPLY_H

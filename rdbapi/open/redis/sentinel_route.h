@@ -1,8 +1,9 @@
 //  Sends each command to the master of a group of Redis servers that Sentinels watch.
 //
-//      open --> Sentinel: SENTINEL get-master-addr-by-name NAME --> HOST, PORT
-//           --> HOST:PORT: login, ROLE "master"?                --> connected
-//                  \--no, or not reachable--> the next Sentinel
+//  The operation open uses one Sentinel after the other, until both steps succeed:
+//
+//      1.  The Sentinel answers SENTINEL get-master-addr-by-name MASTER with the host and the port of the master.
+//      2.  The login at this host and port succeeds, and the answer to ROLE is "master".
 //
 //  A Sentinel gets no user and no password. After a fail-over the connection is lost, or the server answers READONLY.
 //  In both cases the back end is opened again, and open asks the Sentinels again.

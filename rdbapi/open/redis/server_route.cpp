@@ -30,16 +30,16 @@ Status ServerRoute::lookUp(std::chrono::milliseconds& until) {
     return {};
 }
 
-//  After any failure the next address is tried. This is safe, because a login changes nothing at a server.
+//  After any failure the next address is tried. This is safe, because a login changes no data at a server.
 Status ServerRoute::logIn(const RedisLogin& login, std::chrono::milliseconds until) {
     Status status = logInToRedis(connection_, login, *waiter_, until);
     status.failover = !status.ok();
     return status;
 }
 
-//  If another server may be able to serve command, returns a status that is not ok and has failover set. Otherwise
-//  returns ok. The servers of a list may differ in their memory, disk and replicas; the addresses of one name are
-//  assumed not to differ.
+//  Returns ok if no other server needs to be tried. Otherwise returns a failure with `failover`: another server may be
+//  able to serve command. The servers of a list may differ in their memory, disk and replicas; the addresses of one
+//  name are assumed not to differ.
 Status ServerRoute::wrongServer(const RedisCommand& command, const RedisReply& reply) const {
     const bool isList = place_.servers.size() > 1;
     if (!reply.is(RedisReply::Kind::error) ||
@@ -62,9 +62,9 @@ Result<RedisReply> ServerRoute::askCurrent(const RedisCommand& command, std::chr
     return wrong.ok() ? std::move(reply) : askOthers(std::move(wrong), command, until);
 }
 
-//  Repeats command at the other addresses. Does not resolve the name again, because that may take longer than the time
-//  limit of a request. If no server serves command, returns errorBackendFailed, so that the worker opens the back end
-//  again.
+//  Repeats command at the other addresses. Does not resolve the names of the url again, because this may take longer
+//  than the time limit of a request. If no server serves command, returns errorBackendFailed, so that the worker opens
+//  the back end again.
 Result<RedisReply> ServerRoute::askOthers(Status status, const RedisCommand& command, std::chrono::milliseconds until) {
     const Result<RedisLogin> login = this->login();
     if (!login.ok())

@@ -1,10 +1,13 @@
 //  Sends each command to one server: the only server of the url, whose name may have several addresses; the first
 //  usable one of several servers; or the server of a Unix socket.
 //
-//      open:  resolves the names, and logs in at the first address that allows it; if the url has several servers, the
-//             server must also be a primary
-//      ask:   if the answer is that the server is a replica or still loads its data, logs in at the next address and
-//             asks there; if the url has several servers, does so also if the answer is that the server takes no writes
+//      open:  Resolves the names, and logs in at the first address that allows it. If the url has several servers, the
+//             server must also be a primary.
+//      ask:   If the answer is that the server is a replica or still loads its data, tries the other addresses in turn:
+//             logs in and repeats the command. If the url has several servers, does the same if the answer is that the
+//             server takes no writes.
+//
+//  ServerAddresses determines the order of the addresses (net/server_addresses.h).
 //
 //  Threads: one thread at a time.
 #ifndef RDBAPI_OPEN_REDIS_SERVER_ROUTE_H

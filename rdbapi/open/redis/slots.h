@@ -2,7 +2,7 @@
 //  (https://redis.io/docs/reference/cluster-spec).
 //
 //      rdb:value:{host1}    CRC-16/XMODEM of "host1", the text in the first braces, modulo 16384
-//      rdb:value:{}         of the whole key, if there is no text in the first braces
+//      rdb:value:{}         CRC-16/XMODEM of the whole key, because the first braces are empty, modulo 16384
 //
 //  Threads: any thread may call these functions.
 #ifndef RDBAPI_OPEN_REDIS_SLOTS_H
