@@ -1,7 +1,7 @@
 //  Parses what the nodes of a Redis Cluster report: which master has which slots, and to which node a command is
 //  redirected (https://redis.io/docs/reference/cluster-spec).
 //
-//      CLUSTER SLOTS         ranges: first slot, last slot, master, replicas...; each node is host, port, ...
+//      CLUSTER SLOTS           ranges: first slot, last slot, master, replicas...; each node is host, port, ...
 //      -MOVED SLOT HOST:PORT   the slot belongs to this master
 //      -ASK SLOT HOST:PORT     the slot is being moved to this node; only this command is sent to it, after ASKING
 //

@@ -16,7 +16,7 @@ namespace {
 using Kind = RedisReply::Kind;
 using Time = std::chrono::milliseconds;
 
-//  While the slot of a command is moved or has no master, the command is repeated after pauses, for at most stallLimit.
+//  While the slot of a command is being moved or has no master, the command is repeated after pauses, up to stallLimit.
 //  This limit is shorter than the time for which a caller waits, so that the caller gets the reason and not a time-out.
 constexpr Time stallLimit{2000};
 constexpr Time firstPause{50};

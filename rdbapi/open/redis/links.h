@@ -1,5 +1,5 @@
-//  Connections to the servers of a cluster or of a group with Sentinels: one for each server in use. Each of them is
-//  logged in.
+//  The connections to the servers of a cluster or of a group with Sentinels: one connection for each server in use.
+//  Every connection is logged in.
 //
 //  The reason of each failure of RedisLinks begins with host and port of the server.
 //

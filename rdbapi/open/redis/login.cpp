@@ -28,7 +28,7 @@ private:
     std::vector<RedisReply> replies_;
 };
 
-//  Sends authentication, which is AUTH, together with all other commands. The other commands set the connection's name,
+//  Sends `authentication`, an AUTH, together with all other commands. The other commands set the connection's name,
 //  which CLIENT LIST shows, and test the connection. If login_ requires it, they also select the database and query the
 //  role.
 Status Login::send(RedisCommand authentication) {

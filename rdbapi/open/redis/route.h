@@ -5,8 +5,9 @@
 //      SentinelRoute   the master that Sentinels name (sentinel_route.h)
 //      ClusterRoute    the masters of a cluster (cluster_route.h)
 //
-//  Every failure has the code errorBackendFailed; open must then be called again. An error answer is a failure only if
-//  it means that the server does not serve the command at present, and the route finds no other server that does.
+//  Every failure has the code errorBackendFailed; open must then be called again. An error answer to the command of ask
+//  or askCurrent is a result, not a failure. There is one exception: the answer means that the server does not serve
+//  the command at present, and a ServerRoute or ClusterRoute has tried to repeat the command in vain.
 //
 //  Threads: one thread at a time.
 #ifndef RDBAPI_OPEN_REDIS_ROUTE_H

@@ -1,5 +1,6 @@
 //  The Lua scripts that a Redis server executes for the back end. No other client can change the keys during a script.
-//  The sources are the files *.lua of this folder. The build joins the files of each script and computes its SHA-1.
+//  The sources are the files *.lua of this folder. The build joins the files of each script and computes the SHA-1
+//  of the script.
 #ifndef RDBAPI_OPEN_REDIS_SCRIPTS_H
 #define RDBAPI_OPEN_REDIS_SCRIPTS_H
 
