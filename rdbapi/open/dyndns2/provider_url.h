@@ -2,8 +2,8 @@
 //
 //      dyndns2+https://HOST[:PORT][/PATH][?addresses=first&parameter=myip&only=PREFIX&skip=temporary&ca=/FILE]
 //
-//  The default port is 443 (RFC 9110 section 4.2.2). If the path is missing or only "/", it is "/nic/update". The
-//  options may be in any order, each at most once. request/address_filter.h describes the options `only` and `skip`.
+//  The default port is 443 (RFC 9110 section 4.2.2). The path "/nic/update" is used if the url has no path or only "/".
+//  Options may be in any order, each at most once. request/address_filter.h describes the options `only` and `skip`.
 #ifndef RDBAPI_OPEN_DYNDNS2_PROVIDER_URL_H
 #define RDBAPI_OPEN_DYNDNS2_PROVIDER_URL_H
 

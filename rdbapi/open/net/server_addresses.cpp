@@ -67,8 +67,8 @@ Status ServerAddresses::resolve(const Server& server, std::chrono::milliseconds&
     return {};
 }
 
-//  Stores the fault of a server, one for each server. The answer from one address of a server has priority over the
-//  failure to reach another address of the same server.
+//  Stores fault in faults, which has at most one fault for each server. The answer from one address of a server has
+//  priority over the failure to reach another address of the same server.
 void ServerAddresses::note(std::vector<Fault>& faults, Fault fault) {
     const auto known =
         std::find_if(faults.begin(), faults.end(), [&](const Fault& other) { return other.server == fault.server; });

@@ -6,7 +6,7 @@
 //  errorBackendFailed nor a status with `failover`.
 //
 //      lookUp:      stores the servers in the given order, and the addresses of each server in the resolver's order
-//      tryEach:     tries the right address first, then the others
+//      tryEach:     tries the right address first, if it is one of the stored addresses, then the others
 //      tryOthers:   tries the addresses in the order of tryEach, except the one that was tried last
 //
 //  Threads: one thread at a time.

@@ -22,8 +22,8 @@ public:
     bool endedByServer() const noexcept override { return ended_; }
     int descriptor() const noexcept override { return descriptor_; }
 
-    //  Closes the connection. With TCP it also discards the bytes that the server has not confirmed. The kernel would
-    //  otherwise still send them when the network works again, and an old request could overwrite a newer one.
+    //  Closes the connection. Over TCP, also discards the bytes that the server has not confirmed. The kernel would
+    //  otherwise send these bytes when the network works again, and an old request could overwrite a newer one.
     void close() noexcept override;
 
     //  Returns whether some bytes are not yet confirmed by the server.

@@ -1,6 +1,6 @@
 --  The first part of the script that stores values handles the most frequent case: the server already has the one value
---  of the request. To be fast, it defines no functions and creates no tables except its result. The rest of the script
---  handles all other cases. It could also handle this case, but would take about 1.6 times as long.
+--  of the request. To be fast, this part defines no functions and itself creates no table except its result. The rest
+--  of the script handles all other cases. It could also handle this case, but would take about 1.6 times as long.
 
 if #KEYS == 3 then
     local call, expire = redis.call, ARGV[1]

@@ -17,8 +17,8 @@ local function writeExpiries(first, expire)
     end
 end
 
---  The user may lack the permission for a command. From Redis 7 on, the permissions for all writes are tested before the
---  first write: a forbidden command is called at once, and ends the script with the server's own error.
+--  The user may lack the permission for a command. From Redis 7 on, the permissions for all writes are tested before
+--  the first write: a forbidden command is called at once, and ends the script with the server's own error.
 local function execute()
     for _, command in ipairs(redis.acl_check_cmd and writes or {}) do
         if not redis.acl_check_cmd(unpack(command)) then
