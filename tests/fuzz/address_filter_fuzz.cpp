@@ -1,5 +1,5 @@
-//  Compares the address list with an independent filter. Each 16 bytes of the input are one entry of the interface
-//  list.
+//  Compares the service's address list with the list of an independent filter. Each 16 bytes of the input are one
+//  address of the host; missing bytes of the last address are 0.
 #include "address_model.h"
 #include "fuzz_input.h"
 #include "localaddr.h"

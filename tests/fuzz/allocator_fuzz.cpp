@@ -1,5 +1,5 @@
-//  Compares the allocator with a map of the allocated blocks and with a model that predicts the next block. An input is
-//  a list of operations on a separate allocator; each is one byte, followed by its arguments.
+//  Compares an allocator with a map of its allocated blocks and with a model that predicts the next block. An input is
+//  a list of operations. Each operation is one byte, followed by its arguments.
 #include "fuzz_input.h"
 #include "heap_model.h"
 #include "live_blocks.h"
@@ -14,7 +14,7 @@ constexpr uint64_t most_bytes = uint64_t{1} << 28;
 constexpr size_t most_blocks = 4000;
 
 struct home {
-    uint64_t number;  // number of the class; the number of classes means a big block
+    uint64_t number;  // index of the class; `classes` for a big block
     class_model::place place;
 };
 
@@ -93,7 +93,7 @@ private:
         blocks_.add(p, usable, 16, {classes, {}});
     }
 
-    //  The first block of a heap shows the heap's address. Every other block must have its expected place in the heap.
+    //  Calculates the address of a heap from its first block. Every other block must be at its expected place in its heap.
     void check_place(const char* p, const home& where) {
         std::map<uint32_t, const char*>& bases = bases_[where.number];
         const uint64_t offset = models_[where.number].offset(where.place);
@@ -132,8 +132,8 @@ private:
             take(size_table[number].blksize);
     }
 
-    //  Frees several blocks: from the front, from the back, or every third block, starting with the second; the
-    //  choice wraps around at the last block.
+    //  Frees several blocks: from the front, from the back, or every third block from the second on. After the last
+    //  block the choice continues at the front.
     void give_back_many(unsigned order, unsigned count) {
         for (unsigned i = 0; i < count && !blocks_.empty(); ++i)
             give_back(order == 0 ? blocks_.first() : order == 1 ? blocks_.last() : blocks_.chosen(2 * i + 1));
@@ -145,7 +145,7 @@ private:
         require(usable == 1 && subject_.bigcount == big_, "a refused request changes nothing");
     }
 
-    //  Frees the big blocks. Other blocks may remain: the allocator's destructor frees them.
+    //  Frees all blocks, or only the big blocks: the allocator's destructor frees the others.
     void end(unsigned how) {
         while (!blocks_.empty()) {
             const auto place = how % 2 == 0 ? blocks_.first() : blocks_.last();

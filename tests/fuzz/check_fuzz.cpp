@@ -1,5 +1,5 @@
-//  Compares what addrpubd-check prints about the settings with the service and with a model of the file. Checks that
-//  the output contains no password.
+//  Compares the settings that addrpubd-check prints with the settings that the service reads from the same file, and
+//  with those that a model reads. Checks that the output contains no password.
 #include "check.h"
 #include "check_model.h"
 #include "fuzz_input.h"
@@ -67,8 +67,8 @@ std::string check_one(const std::string& bytes) {
     return text;
 }
 
-//  Inserts a secret between parts of the input, on one line. The password starts with p, because a password that starts
-//  with file: is not a secret.
+//  Returns the input, a line that sets rdbpswd, and the input again. The password is the secret between two parts of
+//  the input. It starts with p, because after `file:` it would be the path of a file, which is not secret.
 std::string with_secret(const std::string& bytes) {
     std::string line = bytes.substr(0, bytes.size() / 2);
     line.erase(std::remove(line.begin(), line.end(), '\n'), line.end());

@@ -1,4 +1,5 @@
-#  The update request that the service sends. The model is compiled without coverage.
+#  The fuzz target of the update requests that the service sends. The model is compiled without coverage, so libFuzzer
+#  does not search for inputs that reach new code of the model.
 find_package(nlohmann_json 3.10 QUIET)
 if(nlohmann_json_FOUND)
     add_library(dns_request_model STATIC dns_request_model.cpp)

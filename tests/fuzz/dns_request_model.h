@@ -10,7 +10,7 @@
 
 struct ModelRequest {
     bool valid = false;
-    std::optional<std::int64_t> seqno;  // also of an invalid request
+    std::optional<std::int64_t> seqno;  // set if the request has this number, even if the request is invalid
     std::string name;
     std::vector<std::string> addresses;
     std::vector<std::uint16_t> ports;
@@ -19,7 +19,7 @@ struct ModelRequest {
 //  Requires: isName is the function that the code uses to check the name.
 ModelRequest modelRequest(const std::string& text, bool (*isName)(std::string_view));
 
-//  Returns whether text is a reply, in JSON, with these numbers.
+//  Returns whether `text` is a JSON reply with this sequence number and code.
 bool modelIsReply(const std::string& text, const std::optional<std::int64_t>& seqno, int code);
 
 #endif

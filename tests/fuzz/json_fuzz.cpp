@@ -1,6 +1,6 @@
-//  The JSON writers. A separate reader and a JSON parser read the text; numbers are compared with the standard library,
-//  times with a calendar. The text is written after other text, and with different amounts of room in the buffer,
-//  because the writers use different code depending on the room.
+//  Checks the JSON writers. A separate reader and a JSON parser read the text. The standard library provides the
+//  expected numbers, and a calendar the expected times. The text is written after other text, and with different
+//  amounts of room in the buffer, because the writers use different code depending on the room.
 #include "fuzz_input.h"
 #include "json_oracle.h"
 #include "json_reader.h"
@@ -20,8 +20,8 @@ olk::string pooled(const std::string& text) {
     return olk::string(text.data(), text.size());
 }
 
-//  Returns whether the header of the block after the string's block is unchanged. It contains the address of the heap,
-//  or zero if that block was never used.
+//  Returns whether the header of the block after the string's block is unchanged. A header contains the address of the
+//  heap, or zero if its block was never used.
 bool next_header_intact(const olk::string& s) {
     const char* block = s.data() - 8;
     const olk::blk_heap* heap = olk::blk_heap::of(block);
@@ -46,7 +46,7 @@ std::string written_behind(const olk::string& out) {
     return text_of(out).substr(11);
 }
 
-//  The text is in a block of exactly its size. So a sanitizer detects reading beyond it.
+//  The text is in a block of exactly its size, so that a sanitizer detects reading beyond it.
 void check_string(const std::string& value, size_t room) {
     const std::unique_ptr<char[]> bytes(new char[value.size()]);
     value.copy(bytes.get(), value.size());

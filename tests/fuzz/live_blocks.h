@@ -63,7 +63,7 @@ private:
     static char* start_of(iterator place) { return place->first - place->second.header; }
     static char* end_of(iterator place) { return place->first + place->second.usable; }
 
-    //  In a large block only the first and last bytes are used.
+    //  Of a block of more than 256 bytes, only the first 128 and the last 128 bytes are written and checked.
     template <class USE>
     static void for_each_piece(iterator place, USE use) {
         constexpr size_t piece = 128;

@@ -94,7 +94,7 @@ public:
     }
 
 private:
-    //  Takes several slots, or frees several: from the front, from the back, or starting at a chosen slot.
+    //  Takes several slots, or frees several: from the front, from the back, or every second slot.
     void step(unsigned what) {
         const unsigned count = what / 8 + 1;
         const size_t start = what % 8 == 7 ? input_.number<uint8_t>() : 0;

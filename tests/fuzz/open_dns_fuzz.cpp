@@ -1,5 +1,6 @@
-//  Answers of a hostile DNS server. For any bytes, an answer is authentic only if it is signed with the key and was not
-//  modified, except for the case of letters in the signature's two names. An authentic answer may have any contents.
+//  Answers of a hostile DNS server. Whatever its bytes are, an answer is authentic only if it is signed with the key
+//  and was not modified afterwards. One change is allowed: the case of letters in the signature's two names. The
+//  contents of an authentic answer may be anything.
 #include "dns/tsig.h"
 #include "fuzz_input.h"
 #include "open_dns_support.h"
@@ -24,7 +25,7 @@ const SignedRequest& request() {
     return made;
 }
 
-//  Over UDP an answer must also have the question, but may be truncated.
+//  Over UDP an answer must also contain the question of the request. It may be truncated.
 bool isTrusted(const DnsBytes& message) {
     const bool trusted = readAnswer(message, request(), testKey(), now).ok();
     const bool datagram = readDatagram(message, request(), testKey(), now).ok();
@@ -36,7 +37,7 @@ DnsBytes bytesOf(const std::string& text) {
     return {text.begin(), text.end()};
 }
 
-//  Returns a header that matches the request, followed by bytes of the input. So the later checks are reached, too.
+//  Returns a header that matches the request, followed by bytes of the input, so that the later checks are reached too.
 DnsBytes answerOf(fuzz_input& input) {
     DnsBytes message = plainAnswer(id, opcodeQuery, input.number<std::uint8_t>() & 0xf);
     for (std::size_t count = 5; count < message.size(); count += 2)
@@ -110,7 +111,8 @@ std::string otherCase(std::string name, unsigned letters) {
     return name;
 }
 
-//  An authentic answer matches exactly the records of an owner and type, in any order and letter case.
+//  For each owner and type, an authentic answer matches exactly the list of its records. Neither the order of the
+//  records nor the case of the owner's letters matters.
 void checkRecords(fuzz_input& input, std::size_t at, std::uint8_t mask) {
     std::vector<Said> said;
     std::vector<AnswerRecord> written;

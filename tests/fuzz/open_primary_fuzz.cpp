@@ -1,5 +1,6 @@
-//  Answers of the system's resolver to the query for a zone's SOA record, which anyone may forge. For any bytes, the
-//  result is a host name or a failure; and a record of the zone yields exactly its first name.
+//  Answers of the system's resolver to the query for a zone's SOA record. Anyone may forge such an answer. Whatever its
+//  bytes are, the result is a host name in lower case or a failure. A record of the zone yields its first name, or a
+//  failure if this name is not a host name.
 #include "dns/primary.h"
 
 #include "fuzz_input.h"
@@ -39,7 +40,7 @@ struct MadeName {
     }
 };
 
-//  A record of the zone with this name first, and the rest of a SOA record.
+//  Checks the result for a SOA record of the zone whose first name the input chooses.
 void checkMade(fuzz_input& input) {
     const MadeName name(input);
     AnswerRecord soa = soaOf(zone);

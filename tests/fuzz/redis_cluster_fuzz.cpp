@@ -1,7 +1,7 @@
 //  The back end redis with a simulated cluster, or with Sentinels and their master. The servers send the input, in
-//  pieces that zero bytes separate: one piece for each wait. A login first gets the right answers. Compares the
-//  masters in the answer to CLUSTER SLOTS with a second reader. Scripts and ASKING must not be sent more often than
-//  redirections allow.
+//  pieces that zero bytes separate: one piece for each wait. Before them, each login receives the right answers. Each
+//  piece is also read as an answer to CLUSTER SLOTS, and the masters are compared with those that a second reader
+//  finds. Scripts and ASKING must not be sent more often than the limit for redirections allows.
 #include "backends.h"
 #include "engine/clock.h"
 #include "fuzz_input.h"
@@ -25,7 +25,7 @@ std::deque<std::string> pieces;  // each wait makes the first of them available
 std::string available;
 std::string sent;
 
-//  A pause waits without a descriptor. This wait returns at once, before the time of the pause has passed, so the
+//  A pause of the back end is a wait without a descriptor. Here it returns at once, before its time has passed, so the
 //  request fails.
 class PieceWaiter : public Waiter {
 public:
@@ -53,7 +53,7 @@ bool canBeInUrl(const Server& server) {
     return parsed.ok() && parsed->size() == 1 && parsed->front() == server && server.port != 0;
 }
 
-//  Returns the server of `node` as the model reads it, as HOST:PORT; empty if the back end cannot use it.
+//  Returns HOST:PORT of `node` as the model reads it; empty if the back end cannot use this server.
 std::string modelNode(const RedisReply& node) {
     const std::string host = node.elements[0].text.empty() ? "asked" : node.elements[0].text;
     const std::string port = std::to_string(node.elements[1].integer);

@@ -1,6 +1,6 @@
 //  A second implementation of the parser of one Redis answer, which works recursively on the whole text
-//  (https://redis.io/docs/reference/protocol-spec, RESP2). For malformed answers, types of later versions, numbers of
-//  ten digits or more and deeply nested arrays it returns no result, because parsers may differ there.
+//  (https://redis.io/docs/reference/protocol-spec, RESP2). It returns no result for incomplete and malformed answers,
+//  types of later versions, numbers of ten digits or more and deeply nested arrays, because parsers may differ there.
 #ifndef FUZZ_REDIS_MODEL_H
 #define FUZZ_REDIS_MODEL_H
 
@@ -15,7 +15,7 @@ public:
 
     explicit RedisModel(const std::string& text) : text_(text) {}
 
-    //  Returns the answer at the start of the text, or nothing if the answer is incomplete or malformed.
+    //  Returns the answer at the start of the text, or nothing for the answers listed above.
     std::optional<Reply> read(int depth = 0) {
         const std::size_t end = text_.find("\r\n", at_);
         if (end == std::string::npos || end == at_ || depth > maxDepth)

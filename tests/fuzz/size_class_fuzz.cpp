@@ -1,5 +1,6 @@
-//  Compares one size class with its model. An input is the block size, the number of blocks of a heap, and a list of
-//  operations. Heaps are small, so that they are created and released often.
+//  Compares one size class with its model. An input is the block size, the number of blocks of a heap, whether the
+//  first heap exists at the start, and a list of operations. Heaps are small, so that they are created and released
+//  often.
 #include "fuzz_input.h"
 #include "heap_model.h"
 #include "live_blocks.h"
@@ -12,8 +13,8 @@ constexpr size_t most_steps = 100;
 
 using size_class = olk::blk_alloctor<olk::spinlock>;
 
-//  Returns the number of blocks of a first heap: blkperheap if this is at most 16 or fits 32 KiB; otherwise as many as
-//  fit 32 KiB, but at least 16.
+//  Returns the number of blocks of a first heap: `blkperheap` if it is at most 16, or if that many blocks fit into
+//  32 KiB; otherwise as many as fit into 32 KiB, but at least 16.
 uint32_t first_blocks(uint64_t blksize, uint32_t blkperheap) {
     return blkperheap > 16 && blksize * blkperheap > 32768
                ? std::max<uint32_t>(16, static_cast<uint32_t>(32768 / blksize))
@@ -44,7 +45,7 @@ public:
     }
 
 private:
-    //  Takes several blocks, or frees several: from the front, from the back, or starting at a chosen block.
+    //  Takes several blocks, or frees several: from the front, from the back, or every second block.
     void step(unsigned what) {
         const unsigned count = what / 8 + 1;
         const size_t start = what % 8 == 7 ? input_.number<uint8_t>() : 0;

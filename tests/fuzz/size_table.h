@@ -22,7 +22,7 @@ inline constexpr size_row size_table[] = {
 inline constexpr uint64_t classes = std::size(size_table);
 inline constexpr uint64_t first_heaps_at_start = 3;
 
-//  Returns the number of the class that serves a request. The number of classes means a big block.
+//  Returns the index of the class that serves a request; `classes` for a big block.
 inline uint64_t class_for(uint64_t request) {
     uint64_t i = 0;
     while (i < classes && size_table[i].blksize < request)

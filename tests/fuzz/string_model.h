@@ -8,7 +8,7 @@
 #include <cstdint>
 #include <string>
 
-//  The next `left` requests fail. The allocator and the model have one object each, with equal numbers.
+//  The next `left` requests fail. The allocator has one object of this type. The model has another with an equal `left`.
 struct refusals {
     uint32_t left = 0;
 

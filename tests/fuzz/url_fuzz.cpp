@@ -6,8 +6,8 @@
 
 namespace fuzz {
 
-//  The parser calls a function template for its text type. For this type, argument-dependent lookup finds the function
-//  below, which is preferred to the template that calls the system's resolver.
+//  The parser calls get_ips_by_domain() for its text type. For this type the compiler finds the function of that name
+//  below by argument-dependent lookup, and prefers it to the template, which calls the system's resolver.
 struct text : olk::string {};
 
 std::pair<std::string, std::string> addresses(const std::string& name) {
@@ -52,7 +52,8 @@ void check(olk::net::url<fuzz::text>& parsed, const std::string& input) {
 
 }  // namespace
 
-//  The first byte is the length of the first url. The rest is a second url, which the same object parses afterwards.
+//  The first byte is the length of the first url. The bytes after that url are a second url, which the same object
+//  parses afterwards.
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     fuzz_input input(data, size);
     olk::net::url<fuzz::text> parsed;

@@ -28,8 +28,8 @@ std::string for_model(std::string text, const std::string& separators, char sepa
     return text;
 }
 
-//  The text is in a block of exactly its size, so that a sanitizer detects reading beyond it. Requires that the
-//  separator character occurs in text only as a separator and is not a blank for the model.
+//  The text is in a block of exactly its size, so that a sanitizer detects reading beyond it. Requires that `separator`
+//  is one of `separators` or does not occur in `text`, and that the model does not treat it as a blank.
 void check_words(const std::string& separators, char separator, const std::string& text) {
     const std::unique_ptr<char[]> bytes(new char[text.size()]);
     text.copy(bytes.get(), text.size());
