@@ -93,7 +93,7 @@ private:
         blocks_.add(p, usable, 16, {classes, {}});
     }
 
-    //  Calculates the address of a heap from its first block. Every other block must be at its expected place in its heap.
+    //  Calculates the address of a heap from its first block. Every other block must be at its expected place.
     void check_place(const char* p, const home& where) {
         std::map<uint32_t, const char*>& bases = bases_[where.number];
         const uint64_t offset = models_[where.number].offset(where.place);

@@ -8,7 +8,8 @@
 #include <cstdint>
 #include <string>
 
-//  The next `left` requests fail. The allocator has one object of this type. The model has another with an equal `left`.
+//  The next `left` requests fail. The allocator has one object of this type. The model has another one with an equal
+//  `left`.
 struct refusals {
     uint32_t left = 0;
 
