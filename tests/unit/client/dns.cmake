@@ -3,7 +3,8 @@ if(NOT TARGET rdbopen_dns)
     return()
 endif()
 
-#  The tests make signatures with OpenSSL, so that an error of the back end's own library is detected.
+#  The tests make signatures with OpenSSL. The back end makes them with Nettle, so the tests also detect errors of
+#  Nettle.
 find_package(OpenSSL REQUIRED)
 add_library(open_dns_support STATIC open_dns_support.cpp)
 target_include_directories(open_dns_support PUBLIC ${CMAKE_CURRENT_SOURCE_DIR})

@@ -16,7 +16,7 @@ addrpubd_unit_test(open_module_test
     LIBS rdbapi_open rdbopen_loader)
 target_compile_definitions(open_module_test PRIVATE MODULES="${modules}")
 
-#  The module needy needs this library. The library is in no folder that the loader searches, so loading needy fails.
+#  The module `needy` needs this library. No folder that the loader searches contains it, so `needy` cannot be loaded.
 add_library(needed_by_needy SHARED modules/foreign.cpp)
 set_target_properties(needed_by_needy PROPERTIES LIBRARY_OUTPUT_DIRECTORY ${modules}/elsewhere)
 

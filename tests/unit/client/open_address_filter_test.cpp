@@ -1,4 +1,4 @@
-//  The options only and skip of a url.
+//  The options `only` and `skip` of a url.
 #include "request/address_filter.h"
 
 #include <arpa/inet.h>

@@ -177,7 +177,8 @@ TEST(DnsBackend, TheSecretIsReadFromItsFileAgainForEachConnection) {
     EXPECT_EQ(backend->updates()->checkRequest(request).reason, "the password is not the secret of a key in base64");
 }
 
-//  The server does not report at which of the update's two names the alias was, so the back end queries each name.
+//  The server does not report which of the update's two names is the alias. So the back end sends one more update for
+//  each name, which has only a prerequisite.
 TEST(DnsBackend, AnAliasThatNoLongerExistsIsReportedWithTheServersErrorText) {
     std::atomic<int> updates{0};
     DnsServer server([&updates](const SeenRequest& seen) {

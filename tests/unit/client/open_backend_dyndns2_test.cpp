@@ -285,7 +285,7 @@ TEST_F(Dyndns2, ALongAnswerIsReadLikeAShortOne) {
     EXPECT_EQ(update().reason, "");
 }
 
-TEST_F(Dyndns2, UsesNoProxyAndLogsNoKeysOfTheEnvironment) {
+TEST_F(Dyndns2, IgnoresTheProxyAndTheKeyLogOfTheEnvironment) {
     ASSERT_EQ(surroundings, 0);
     ASSERT_EQ(open().reason, "");
     EXPECT_EQ(update().reason, "");

@@ -47,7 +47,7 @@ TEST(LogBackend, LogsItsRequestsAndAnswersLikeAnEmptyServer) {
     EXPECT_EQ(priorities.back(), LOG_DAEMON | LOG_INFO);
 }
 
-TEST(LogBackend, CanReplaceEitherServer) {
+TEST(LogBackend, ServesTagsAndUpdateRequests) {
     const auto backend = backendFor("log://");
     ASSERT_NE(backend, nullptr);
     EXPECT_TRUE(backend->tags() != nullptr);

@@ -55,7 +55,7 @@ protected:
 
 using Words = std::vector<std::string>;
 
-TEST(RedisUrl, TakesAServerAPortADatabaseAndAnExpiry) {
+TEST(RedisUrl, TakesAServerAPortADatabaseAnExpiryAndAHistory) {
     for (const char* url :
          {"redis://host", "redis://host/", "redis://[::1]:7000/3", "redis://10.0.0.1/15?expire=660",
           "redis://h/0?expire=31536000", "REDIS://h", "redis://h?history=0", "redis://h?history=100000&expire=900"})

@@ -289,7 +289,7 @@ TEST_F(SqliteBackend, WithACorruptDatabaseOpenFails) {
     EXPECT_EQ(backend->open(plainWaiter).code, errorBackendFailed);
 }
 
-//  The database is on a separate file system of 512 kB.
+//  The database is on a separate file system of 512 KiB.
 TEST_F(SqliteBackend, AFullDiskFailsTheRequestAndNothingIsLost) {
     if (unshare(CLONE_NEWNS) != 0 || mount("none", "/", "none", MS_REC | MS_PRIVATE, nullptr) != 0 ||
         mount("none", folder.path().c_str(), "tmpfs", 0, "size=512k") != 0)

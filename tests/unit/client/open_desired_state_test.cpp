@@ -295,7 +295,7 @@ TEST(DesiredState, WithoutDataARefreshHasNothingToDo) {
 //  The steps of the retry: the import, the lookup, the put and the update request.
 constexpr int steps = 4;
 
-TEST(DesiredState, EachStepOfARetryMayFailUpToSevenTimes) {
+TEST(DesiredState, EachStepOfARetryThatFailsIsRepeated) {
     for (int step = 0; step < steps; ++step)
         for (int failures = 1; failures < 8; ++failures) {
             DesiredState desired;

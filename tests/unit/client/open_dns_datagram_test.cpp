@@ -19,7 +19,7 @@ std::atomic<int> streamSockets{0};                  // number of TCP sockets cre
 std::atomic<int> clockAhead{0};                     // ms by which the monotonic clock is ahead
 std::atomic<bool> hurry{false};                     // the pauses of a worker move the clock instead of taking time
 thread_local std::optional<timespec> stoppedClock;  // the thread's monotonic time without clockAhead; null: real time
-thread_local bool flooded = false;                  // each recv takes 10 ms and returns bytes of a stranger
+thread_local bool flooded = false;                  // each recv of a datagram takes 10 ms and returns 100 zero bytes
 thread_local int receivedOfFlood = 0;
 
 bool isDatagramSocket(int descriptor) {
@@ -137,11 +137,11 @@ public:
         }
     }
     bool cancelled() const noexcept override { return ended; }
-    //  Returns whether the server has answered all datagrams that it was sent.
+    //  Returns whether the server has answered all datagrams that were sent to it.
     bool allHandled() const noexcept { return server_.handled() == datagramsSent - before_; }
 
     mutable std::chrono::milliseconds limit{0};
-    bool endAtTimeout = false;  // the handle is closed while the back end waits
+    bool endAtTimeout = false;  // a wait reports that the handle was closed, instead of an expired time
 
 private:
     const DatagramServer& server_;
@@ -164,7 +164,7 @@ protected:
         server.requests().take();
     }
 
-    //  Checks with this server over UDP.
+    //  Makes a check. This server, or a server with this script, answers over UDP.
     Status check(const DatagramServer::Script& script) {
         const DatagramServer datagrams(server.port(), script);
         return check(datagrams);
@@ -315,7 +315,7 @@ TEST_F(DnsDatagrams, AnAnswerWithAnyByteChangedIsIgnored) {
     EXPECT_EQ(newConnections(), 0);
 }
 
-TEST_F(DnsDatagrams, WithoutAnAuthenticAnswerTheQueryIsRepeatedOnceThenUsesTcp) {
+TEST_F(DnsDatagrams, WithoutAnAuthenticAnswerTheQueryIsRepeatedOnceAndThenSentOverTcp) {
     const DatagramServer::Script scripts[] = {hostileTo, [](const SeenRequest&) { return std::vector<Datagram>(); }};
     for (const auto& script : scripts) {
         DatagramServer datagrams(server.port(), script);

@@ -39,7 +39,7 @@ public:
     std::atomic<bool> isSigned{true};          // answers to updates with changes have a signature
     std::atomic<bool> cuts{false};             // an update of example.org closes the connection
     std::atomic<bool> wildcard{false};         // the records of example.org come from a wildcard
-    std::atomic<bool> wildcardPointer{false};  // the records of the reverse zone do
+    std::atomic<bool> wildcardPointer{false};  // the records of the reverse zone come from a wildcard
     std::atomic<bool> refusesPointers{false};
     std::atomic<int> updates{0};  // number of updates with changes
 
@@ -98,7 +98,7 @@ protected:
                 remaining.push_back(record.text + ": " + record.remains);
         return textsOfOurs(*found);
     }
-    //  Returns the failure, and checks which records are reported as deleted.
+    //  Removes the records that held() found. Returns the result, and checks which records are reported as deleted.
     Status removal(const std::vector<std::string>& deleted) {
         std::vector<RemovalStep> steps;
         Status status = inspector().remove(steps);

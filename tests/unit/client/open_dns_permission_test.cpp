@@ -82,7 +82,7 @@ TEST_F(DnsPermission, OneUpdateThatCannotBeCarriedOutAsksForAllRecords) {
     EXPECT_NE(hex.find("0000060001c00c000600fe000000000000"), std::string::npos);  // no SOA record at the zone's name
 }
 
-TEST_F(DnsPermission, AServerWithoutPrerequisitesAllowsIt) {
+TEST_F(DnsPermission, SuccessOfAServerWithoutPrerequisitesMeansPermission) {
     server.code = rcodeNoError;
     EXPECT_EQ(examine(), (Found{all}));
 }

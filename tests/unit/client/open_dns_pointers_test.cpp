@@ -1,4 +1,4 @@
-//  The option ptr of the back end dns, with a server that applies the updates of a reverse zone.
+//  The option `ptr` of the back end dns, with a server that applies the updates of a reverse zone.
 #include "dns/pointers.h"
 #include "dns/words.h"
 #include "open_dns_support.h"
@@ -14,7 +14,7 @@ using namespace rdbopen;
 const std::string reverse = "8.b.d.0.1.0.0.2.ip6.arpa";
 const std::string host = "host1.example.org";
 
-//  2001:db8::LAST
+//  Returns the address 2001:db8::LAST.
 DnsBytes addressOf(unsigned last) {
     DnsBytes address = fromHex("20010db8000000000000000000000000");
     address[15] = static_cast<std::uint8_t>(last);

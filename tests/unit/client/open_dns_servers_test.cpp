@@ -53,7 +53,8 @@ constexpr const char* request =
     R"({"request":"ws_dnsupdate","seqno":7,"item":{"name":"host1","ipv6s":["2001:db8::1"]}})";
 constexpr const char* found = "the primary server of example.org cannot be found: ";
 
-//  A server of the zone. It answers a query for a SOA record with `soaCode`, and other queries with `queryCode`.
+//  A server of the zone. It answers updates with `updateCode`, queries for a SOA record with `soaCode`, and other
+//  queries with `queryCode`.
 struct Primary {
     std::atomic<unsigned> soaCode{0};
     std::atomic<unsigned> updateCode{0};
@@ -147,7 +148,8 @@ TEST(DnsServersAway, AnotherServerTakesOverForAServerThatHasEnded) {
     EXPECT_EQ(backend->open(plainWaiter).reason, "");
 }
 
-//  Returns the system resolver's answer to a query for a zone's SOA record. `primary` is hexadecimal wire format.
+//  Returns the system resolver's answer to a query for a zone's SOA record. `primary` is the first name in this record,
+//  in hexadecimal wire format.
 DnsBytes soaAnswer(const std::string& primary, const std::string& zone = "example.org") {
     AnswerRecord soa = soaOf(zone);
     const std::size_t old = std::string("ns." + zone).size() + 2;

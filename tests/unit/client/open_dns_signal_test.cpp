@@ -26,7 +26,7 @@ std::unique_ptr<DnsServer> serverOf(const DnsServer::Script& script) {
 
 constexpr unsigned opcodeUpdate = 5;  // RFC 2136 section 1.3
 
-//  Connects and sends updates until the handler has run. startTimer is called when the handler may run.
+//  Connects and sends updates until the signal handler has run. Calls `startTimer` before it connects.
 void roundOf(const std::string& url, const std::function<void()>& startTimer) {
     const std::string text = R"({"request":"ws_dnsupdate","seqno":1,"item":{"name":"h","ipv6s":["2001:db8::1"]}})";
     Events events;
@@ -47,7 +47,7 @@ void roundOf(const std::string& url, const std::function<void()>& startTimer) {
     ASSERT_TRUE(result == 0 || ended) << result;
 }
 
-constexpr int never = 0;  // microseconds with which the timer is not started
+constexpr int never = 0;  // with this number of microseconds the timer is not started
 
 //  In every second round the timer starts when the server receives the first request. So exchanges are interrupted even
 //  on a slow machine.

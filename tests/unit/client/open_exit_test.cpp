@@ -32,7 +32,7 @@ std::sig_atomic_t volatile ending = 0;
 #if !defined(__SANITIZE_THREAD__) && !HAS_FEATURE(address_sanitizer)
 //  The signal may have interrupted malloc. The destructors of the test program, such as those of googletest, would then
 //  wait for ever in free. So nothing is freed after the handler has begun. The library itself frees nothing at exit.
-//  Builds with a sanitizer use its allocator instead.
+//  Builds with a sanitizer use the sanitizer's allocator instead.
 void* operator new(std::size_t size) {
     void* const memory = std::malloc(size);
     if (memory == nullptr)

@@ -72,7 +72,7 @@ TEST_F(FilePath, ALoopOfLinksIsAFailure) {
         EXPECT_NE(resolve(folder.file(name)).find(errorText(ELOOP)), std::string::npos) << name;
 }
 
-TEST_F(FilePath, APathWithoutAFolderAndAFileNameIsAFailure) {
+TEST_F(FilePath, APathWithoutAFolderOrWithoutAFileNameIsAFailure) {
     writeText(folder.file("file"), "");
     link("a/", "folder");
     for (const auto& [path, error] :

@@ -13,7 +13,7 @@ TEST(HostsFile, AnEmptyFileGetsOneLineForEachAddress) {
               "2001:db8::1 host1 # addrpubd host1\n192.0.2.1 host1 # addrpubd host1\n");
 }
 
-TEST(HostsFile, NewLinesFollowTheLastLine) {
+TEST(HostsFile, NewLinesFollowTheLastCompleteLine) {
     EXPECT_EQ(withHostLines("127.0.0.1 localhost\n", "h", Addresses{"::1"}),
               "127.0.0.1 localhost\n::1 h # addrpubd h\n");
 }

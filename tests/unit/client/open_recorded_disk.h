@@ -28,13 +28,14 @@ void startRecording(const std::string& folder);
 
 void stopRecording();
 
-//  Return the possible contents of the folder after a power failure: at any moment of the recording; after its last
-//  call.
+//  Return the contents that the folder may have after a power failure: cutsAtAnyMoment for a failure at any moment of
+//  the recording, cutsAtTheEnd for a failure after the last call.
 std::set<FolderContent> cutsAtAnyMoment();
 std::set<FolderContent> cutsAtTheEnd();
 
-//  flushCount returns the number of calls that flushed a file or a folder. `action` is called before each flush, with
-//  the descriptor. If `action` returns an errno value other than 0, the flush fails with that error.
+//  flushCount returns the number of calls of fsync and fdatasync, including calls that failed. `action` is called
+//  before each flush, with the descriptor. If `action` returns an errno value other than 0, the flush fails with that
+//  error.
 int flushCount();
 void setBeforeFlush(std::function<int(int)> action);
 

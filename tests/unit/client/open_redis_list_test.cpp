@@ -1,4 +1,5 @@
-//  redis:// with several servers: the back end uses the first server that is a primary and accepts writes.
+//  redis:// with several servers: the back end uses the first server that is a primary and accepts writes. After a
+//  disconnect it first tries the server that served last.
 #include "open_fake_redis.h"
 #include "open_support.h"
 
@@ -36,7 +37,7 @@ TEST_F(RedisList, TheFirstServerServesWhileItCan) {
     EXPECT_EQ(second.connections(), 0);
 }
 
-TEST_F(RedisList, ServersOfAListMustReportTheirRoleAndASingleServerNot) {
+TEST_F(RedisList, ServersOfAListMustReportTheirRoleAndASingleServerNeedNot) {
     ASSERT_EQ(open().reason, "");
     EXPECT_EQ(first.received("ROLE").size(), 1U);
     use(of(second));

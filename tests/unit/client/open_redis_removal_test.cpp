@@ -99,7 +99,7 @@ TEST_F(RedisRemoval, ACutConnectionIsAFailure) {
     EXPECT_EQ(remove().code, errorBackendFailed);
 }
 
-TEST_F(RedisRemoval, ANameWithoutKeysIsRefused) {
+TEST_F(RedisRemoval, ANameThatMakesEmptyBracesIsRefused) {
     EXPECT_EQ(held("}x").status().code, errorBadRequest);
     EXPECT_EQ(server.received("TYPE").size(), 0U);
 }

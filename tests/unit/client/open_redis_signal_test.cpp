@@ -58,7 +58,7 @@ public:
                 node->usually(word, "-MOVED 1 127.0.0.1:" + port + "\r\n");
         }
     }
-    //  Scripts some answers for the next round.
+    //  Sets the first answers of the next round.
     void prepare() {
         const std::string target = " 1 127.0.0.1:" + std::to_string(two_.port()) + "\r\n";
         for (FakeRedis* node : {&one_, &two_}) {

@@ -13,7 +13,7 @@ using rdbopen::steadyTime;
 using std::chrono::milliseconds;
 using std::chrono::seconds;
 
-//  Checks that wait is base plus a random share of at most a quarter of base.
+//  Checks that `wait` is `base` plus a random share of at most a quarter of `base`.
 void expectBackoff(milliseconds wait, milliseconds base) {
     EXPECT_GE(wait, base);
     EXPECT_LE(wait, base + base / 4);

@@ -138,7 +138,7 @@ TEST_F(SqliteDamage, AFileWithADamagedHeaderButOurMarksIsRenamed) {
     expectMovedAndWrittenAgain("first");
 }
 
-//  Opening does not read this page.
+//  Opening does not read the root page of the history.
 TEST_F(SqliteDamage, DamageThatOnlyAPutDetectsRenamesTheFileAtTheNextOpen) {
     openAndPutMany();
     backend->close();
@@ -331,7 +331,8 @@ TEST_F(SqliteDamage, TheFileIsRenamedUnderTheLockOfTheNewFile) {
     EXPECT_GT(held, 0);
 }
 
-//  Some versions of SQLite do not maintain the page count. After their writes it belongs to an earlier write.
+//  Some versions of SQLite do not maintain the page count in the header. After their writes this count belongs to an
+//  earlier write.
 TEST_F(SqliteDamage, ACountOfPagesThatBelongsToAnEarlierWriteIsIgnored) {
     openAndPut("first");
     backend->close();
@@ -359,8 +360,8 @@ TEST_F(SqliteDamage, AnotherProgramsDatabaseStaysAsItIs) {
     }
 }
 
-//  A checkpoint writes the header before the pages that follow. So the log contains the pages that are missing in the
-//  file.
+//  A checkpoint writes the header before the pages that follow. If it ends early, the file lacks pages, and the log
+//  still contains them.
 TEST_F(SqliteDamage, AFileWhoseLogHasTheMissingPagesIsUndamaged) {
     openAndPut("first");
     const std::string before = readText(file);

@@ -48,17 +48,17 @@ protected:
     std::unique_ptr<rdbopen::Backend> backend = backendFor("sqlite://" + file);
 };
 
-//  One tag and its value. The function check writes both again after a loss.
+//  One tag and its value. The function check() writes both again after a loss.
 class SqliteValueFixture : public SqliteFixture {
 protected:
-    //  Opens and puts value, as the worker does for a user of the handle.
+    //  Opens the database and puts `value`, as the worker does for a user of the handle.
     void openAndPut(const std::string& value) {
         open();
         desired.recordTag(usableTag("host1"), backend->tags()->import(usableTag("host1")).code);
         desired.recordValue(recordOf("host1", value), put("host1", value), {});
         ASSERT_FALSE(desired.pending());
     }
-    //  Opens and checks, as the worker does after a loss.
+    //  Opens the database and checks it, as the worker does after a loss.
     void openAndCheck() {
         open();
         check();

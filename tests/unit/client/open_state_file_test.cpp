@@ -189,7 +189,7 @@ TEST_F(StateFileTest, AStateThatCannotBeReplacedIsRemovedToMakeRoom) {
     EXPECT_EQ(text(), "new");
 }
 
-TEST_F(StateFileTest, AnOldStateIsNotLeftWhenNoneCanBeWritten) {
+TEST_F(StateFileTest, AnOldStateIsRemovedWhenNoNewOneCanBeWritten) {
     file.write("old");
     failingWrites = 2;
     file.write("new");

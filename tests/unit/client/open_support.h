@@ -62,7 +62,7 @@ inline std::string errorText(int error) {
     return std::strerror(error);
 }
 
-//  Calls condition repeatedly until it returns true. Returns false at the time limit.
+//  Calls `condition` repeatedly until it returns true. Returns false at the time limit.
 template <class Condition>
 bool eventually(Condition condition) {
     const timespec pause{0, 1000000};
@@ -165,7 +165,7 @@ public:
 };
 inline constexpr PlainWaiter plainWaiter;
 
-//  Creates the back end for url. Returns null on failure.
+//  Creates the back end for `url`. Returns null on failure.
 inline std::unique_ptr<rdbopen::Backend> backendFor(const std::string& url,
                                                     const rdbopen::Credentials& credentials = {}) {
     rdbopen::BackendResult backend = rdbopen::makeBackend(url, credentials);

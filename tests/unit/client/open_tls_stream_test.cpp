@@ -16,7 +16,7 @@ namespace {
 
 thread_local int failSend, failReceive, failSocket;
 std::string systemFolder;               // result of X509_get_default_cert_dir; empty: the real one
-thread_local bool neverPauses = false;  // recv waits for input
+thread_local bool neverPauses = false;  // recv waits until input is available
 thread_local int clockStep = -1;        // ms by which each call of clock_gettime moves the clock; below 0: real clock
 
 //  Number of allocations by OpenSSL on this thread up to the one that fails; 0 or below 0: none fails.
@@ -195,7 +195,7 @@ TEST_F(OpenTlsStream, BytesGoBothWaysInBothVersions) {
     }
 }
 
-TEST_F(OpenTlsStream, AServerInPiecesOfOneByteWorks) {
+TEST_F(OpenTlsStream, AServerThatSendsSingleBytesWorks) {
     const TlsServer server({.pieces = 1});
     ASSERT_EQ(connect(server), "");
     EXPECT_EQ(exchange(), "");
@@ -471,7 +471,7 @@ TEST_F(OpenTlsStream, AnInterruptedCallIsRepeated) {
     EXPECT_EQ(exchange(), "");
 }
 
-TEST_F(OpenTlsStream, WithoutADescriptorTheReasonSaysSo) {
+TEST_F(OpenTlsStream, AMissingDescriptorIsReported) {
     const TlsServer server;
     failSocket = EMFILE;
     EXPECT_EQ(connect(server), "no socket: " + errorText(EMFILE));
@@ -528,7 +528,7 @@ TEST_F(OpenTlsStream, AFullSocketIsWaitedFor) {
     EXPECT_EQ(stream->send(bytesOf("x"), EndingWaiter(Waiter::Result::timedOut), soon()).reason, "");
 }
 
-TEST_F(OpenTlsStream, ClosingSaysFarewellUnlessARequestIsNotConfirmed) {
+TEST_F(OpenTlsStream, ClosingSendsANoticeUnlessARequestIsNotConfirmed) {
     const TlsServer server;
     ASSERT_EQ(connect(server), "");
     ASSERT_EQ(exchange(), "");
@@ -581,7 +581,7 @@ TEST_F(OpenTlsStream, BytesThatAreNotTakenAreVisibleToPoll) {
 
 //  -- memory ----------------------------------------------------------------------------------------------------------
 
-//  Returns whether reason names the network or the server's behaviour as the cause.
+//  Returns whether `reason` names the network or the server's behaviour as the cause.
 bool namesTheConnection(const std::string& reason) {
     constexpr const char* starts[] = {
         "the connection was lost", "the server closed", "the server does not", "the server violates",
@@ -590,8 +590,8 @@ bool namesTheConnection(const std::string& reason) {
                        [&](const char* start) { return reason.starts_with(start); });
 }
 
-//  One allocation of OpenSSL on the client's thread fails: each of the first 100, and then every 37th. OpenSSL reports
-//  some of these failures as faults of a file or of a certificate.
+//  In each run, one allocation of OpenSSL on the client's thread fails: each of the first 100, and then every 37th.
+//  OpenSSL reports some of these failures as faults of a file or of a certificate.
 TEST_F(OpenTlsStream, WithoutMemoryItReportsNoLossOfTheConnectionAndWorksAgainLater) {
     ASSERT_TRUE(memoryIsWatched);
     useClientCertificate();

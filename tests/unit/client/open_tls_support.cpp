@@ -45,7 +45,7 @@ rdbopen::ServerAddress addressOf(std::uint16_t port) {
     return address;
 }
 
-//  Stores the port, which the kernel chooses.
+//  Listens on a port that the kernel chooses, and stores its number in `port`.
 int listenOnLoopback(std::uint16_t& port) {
     const int listener = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
     sockaddr_in address = loopback(0);
@@ -127,7 +127,7 @@ const Pki& pki() {
     return made;
 }
 
-//  Serves one client until it or the server ends.
+//  Serves one client until the client or the server ends.
 class TlsServer::Connection {
 public:
     Connection(const TlsServer& server, int descriptor)

@@ -32,7 +32,7 @@ struct Contents {
     bool weak = false;  // an RSA key with 1024 bits
 };
 
-//  Returns a certificate that issuer has signed, or a self-signed one if issuer is null.
+//  Returns a certificate that `issuer` has signed, or a self-signed one if `issuer` is null.
 Identity certify(const Contents& contents, const Identity* issuer);
 
 //  An authority, a server and a client.
@@ -52,9 +52,9 @@ public:
         const Identity* clientsIssuer = nullptr;  // if not null, the client must have a certificate from this issuer
         int minVersion = 0;
         int maxVersion = 0;
-        std::uint16_t upstream = 0;       // loopback port of the server that answers; 0: the function answer does
+        std::uint16_t upstream = 0;       // loopback port of the server that answers; 0: `answer` is called
         std::size_t cutAfter = SIZE_MAX;  // bytes that are sent before the connection is closed
-        std::size_t pieces = SIZE_MAX;    // bytes of one write
+        std::size_t pieces = SIZE_MAX;    // maximum number of bytes of one write
         std::function<void(SSL*)> afterHandshake{};
         std::function<std::string(const std::string&)> answer{};  // null for an echo
         bool endless = false;                                     // sends new keys until the client closes

@@ -112,7 +112,7 @@ TEST(OpenUrl, AListOfServersHasALimit) {
     EXPECT_EQ(rdbopen::parseServers(list + ",b", 53).status().reason, "malformed url: it names more than 16 servers");
 }
 
-TEST(OpenUrl, AServerIsListedOnce) {
+TEST(OpenUrl, AServerThatIsListedTwiceIsRefused) {
     EXPECT_EQ(rdbopen::parseServers("a,b,a:53", 53).status().reason, "malformed url: it names a server twice");
 }
 

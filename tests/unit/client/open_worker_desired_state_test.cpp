@@ -110,7 +110,7 @@ TEST_F(WorkerDesiredState, ARequestThatCanNeverSucceedIsNotRepeated) {
     EXPECT_EQ(script->takeMade(), (Made{"send bad", "send end"}));
 }
 
-//  A success after such a failure is not reported as a recovery.
+//  A success after a final failure is not reported as a recovery.
 TEST_F(WorkerDesiredState, AFinalFailureIsReportedOnceUntilASuccess) {
     connect();
     fail({{errorBadRequest, "no name"}, {errorBadRequest, "no name"}, {}, {errorBadRequest, "no name"}, {}});
@@ -198,8 +198,8 @@ TEST_F(WorkerDesiredState, AValueOnTheServerIsNotPutAgain) {
     EXPECT_EQ(script->served, 1);
 }
 
-//  The success of a request does not show that a refused check would pass. So a check follows each success until one
-//  passes. The only other check in this test is the first one on the new connection.
+//  The success of a request does not show that a refused check would pass. So a check follows each success until a
+//  check passes. The only other check in this test is the first one on the new connection.
 TEST_F(WorkerDesiredState, ARefusedCheckRecoversOnlyThroughACheck) {
     connect();
     EXPECT_EQ(put("1"), 0);
@@ -232,8 +232,8 @@ TEST_F(WorkerDesiredState, ARefusedCheckIsReportedOnceUntilACheckSucceeds) {
     EXPECT_EQ(reports.count(), 0U);
 }
 
-//  Each byte that is written to the pipe begin starts a check of the value that put has written. The check waits until
-//  the test calls answer() or a call interrupts the check. All waits are real.
+//  Each byte that is written to the pipe `begin` starts a check of the value that SetUp() has put. The check waits
+//  until the test calls answer() or a call interrupts the check. All waits are real.
 class WorkerCheck : public WorkerDesiredState {
 protected:
     void SetUp() override {

@@ -1,6 +1,6 @@
-//  Calls that repeat what the server has already accepted, the checks that make this possible, and the refreshes that
-//  take the place of these calls. The clock advances only when a test advances it; the worker notices that at the next
-//  call.
+//  Calls that repeat data which the server has accepted: the library answers them itself while checks confirm the data.
+//  In place of some checks, refreshes send the data again. The clock advances only when a test advances it; the worker
+//  notices that at the next call.
 #include "open_worker_fixture.h"
 
 #include <algorithm>
@@ -37,7 +37,7 @@ protected:
             const std::lock_guard lock(script->mutex);
             script->probes = {backendFailed("lost")};
         }
-        maxSkippedWait = 15000;  // the back-off, but not the wait for a check
+        maxSkippedWait = 15000;  // skips the back-off, but not the wait for a check
         skipBackoff = true;
         advance(60);
         EXPECT_EQ(put("1"), 0);  // wakes the worker
@@ -164,7 +164,7 @@ TEST_F(WorkerRepetition, TheFirstRequestOnANewConnectionIsSent) {
     script->checkSeconds = 600;
     publish();
     answer({backendFailed("lost")});
-    maxSkippedWait = 15000;  // the back-off, but not the wait for a check
+    maxSkippedWait = 15000;  // skips the back-off, but not the wait for a check
     skipBackoff = true;
     EXPECT_EQ(import(), errorBackendFailed);
     EXPECT_EQ(events.take(), RDB_EVENT_DISCONNECTED);

@@ -8,7 +8,7 @@
 
 namespace {
 
-//  Returns the bytes of a record. All bytes are zero except those that fill changes.
+//  Returns the bytes of a record. All bytes are zero except those that `fill` changes.
 template <class RECORD, class FILL>
 std::string bytes_of(FILL fill) {
     RECORD record;
@@ -17,7 +17,7 @@ std::string bytes_of(FILL fill) {
     return std::string(reinterpret_cast<const char*>(&record), sizeof record);
 }
 
-//  Returns count zero bytes, with text at the given offset.
+//  Returns `count` zero bytes, with `text` at `offset`.
 std::string zeros_with(size_t count, size_t offset, const std::string& text) {
     std::string bytes(count, '\0');
     return bytes.replace(offset, text.size(), text);

@@ -1,4 +1,4 @@
-//  A module whose functions throw exceptions, except the noexcept ones. The function make throws only for the path
+//  A module whose functions throw exceptions, except the noexcept ones. The function `make` throws only for the path
 //  "/make".
 #include "module/guarded_backend.h"
 
