@@ -1,5 +1,5 @@
-//  A simulated resolver: names are answered from a table, address literals usually by the real getaddrinfo. A name that
-//  is not in the table does not resolve.
+//  A simulated resolver. It answers names from a table. The real getaddrinfo answers address literals unless
+//  `answers_literals` is true. Any other name does not resolve.
 //
 //  Test programs are linked with --wrap for getaddrinfo, freeaddrinfo and inet_ntop. At most one object exists at a
 //  time; without an object the real calls are made. The object owns all lists that it returned, including those of the

@@ -1,4 +1,5 @@
-//  Simulated sockets that record their calls. Calls other than shutdown and close can be made to fail.
+//  Simulated sockets that record their calls. The calls of socket, setsockopt, fcntl, sendto and inet_pton can be made
+//  to fail.
 //
 //  Test programs are linked with --wrap for socket, setsockopt, fcntl, sendto, shutdown, close, inet_pton, malloc,
 //  operator new and the pool's malloc_. At most one object exists at a time; without an object the real calls are made.

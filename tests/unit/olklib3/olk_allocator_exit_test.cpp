@@ -99,7 +99,7 @@ TEST_P(AllocatorExit, EveryOtherGlobalObjectIsDestroyedBeforeTheTable) {
     EXPECT_EQ(place_of("contents are damaged"), life.size());
 }
 
-TEST_P(AllocatorExit, TheAllocatorIsDestroyedAfterTheLastOfThem) {
+TEST_P(AllocatorExit, TheAllocatorIsDestroyedAfterAllOtherObjects) {
     const size_t last_gone = last_with("gone");
     EXPECT_LT(place_of("exit handler"), last_gone);
     ASSERT_TRUE(starts_with(life[3], "mmap"));

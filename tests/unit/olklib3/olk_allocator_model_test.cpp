@@ -11,7 +11,7 @@
 
 namespace {
 
-//  In a large block only the first and last bytes are filled. This keeps the test fast.
+//  Of a larger block, only this many bytes at its start and at its end are filled. This keeps the test fast.
 constexpr size_t filled_ends = 512;
 
 struct block {
@@ -48,7 +48,7 @@ public:
 private:
     using live_blocks = std::map<char*, block>;
 
-    //  Returns a random size. Every order of magnitude is equally likely; the largest sizes are big blocks.
+    //  Returns a random size. Every power of two is equally likely; the largest sizes are big blocks.
     size_t some_size() {
         const size_t magnitude = size_t{1} << (random_() % 23);
         return std::min<size_t>(magnitude + random_() % (magnitude + 1), 6000000);

@@ -1,7 +1,7 @@
 //  Writes members and string values into a buffer with enough room. A key is then copied at once. A text of 16
-//  characters or more is copied in steps of 16 unless it contains a slash, a backslash or a character up to the double
-//  quote. The result must be the same as that of piecewise writing. If the room is too small, the growth of the buffer
-//  must be the same, too.
+//  characters or more is copied in steps of 16 unless it contains a slash, a backslash or a character whose code is at
+//  most that of the double quote. The result must be the same as that of piecewise writing. If the room is too small,
+//  the growth of the buffer must be the same, too.
 #include "olk_json.h"
 
 #include <gtest/gtest.h>

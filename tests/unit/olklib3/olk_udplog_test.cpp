@@ -20,7 +20,7 @@ protected:
         log.add(level, "%s", text.c_str());
         return sockets.take_datagram().bytes;
     }
-    //  Number of bytes that add sends before the text at level 30.
+    //  Number of bytes that add() sends before the text of a record of level 30.
     static constexpr std::size_t header = 45;
 };
 

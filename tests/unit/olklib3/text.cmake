@@ -41,7 +41,7 @@ addrpubd_unit_test(olk_log_test ONE_THREAD
     WRAP snprintf)
 set_source_files_properties(${PROJECT_SOURCE_DIR}/com/olklib3/olk_log.cpp PROPERTIES
     COMPILE_OPTIONS -fno-builtin-snprintf
-    SKIP_PRECOMPILE_HEADERS ON)  # g++ would take its knowledge of snprintf from there
+    SKIP_PRECOMPILE_HEADERS ON)  # Otherwise g++ uses the snprintf of the precompiled headers.
 
 addrpubd_unit_test(olk_prtlog_test ONE_THREAD
     SOURCES olk_prtlog_test.cpp
