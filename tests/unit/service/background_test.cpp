@@ -344,14 +344,14 @@ TEST_F(Child, TheDispositionOfSigpipeIsUnchangedAtEachCall) {
     EXPECT_TRUE(handler.isInPlace());
 }
 
-TEST_F(Child, AFullQueueIsPrintedOnceAndTheServiceRuns) {
+TEST_F(Child, AFullQueueIsReportedOnceAndTheServiceRuns) {
     system.send_result = -1;
     EXPECT_EQ(system.start(), std::nullopt);
     EXPECT_EQ(system.print, "send message failed\n");
     EXPECT_EQ(system.calls.back(), "publish of the started object");
 }
 
-TEST_F(Child, AMissingQueueIsPrintedOnceAndTheServiceRuns) {
+TEST_F(Child, AMissingQueueIsReportedOnceAndTheServiceRuns) {
     system.queue = -1;
     EXPECT_EQ(system.start(), std::nullopt);
     EXPECT_EQ(system.print, "send message failed\n");

@@ -214,7 +214,7 @@ TEST_F(SingleInstance, TheBackgroundStartMakesTheSameDecision) {
     EXPECT_EQ(refused.out, no_access + std::string("1"));
 }
 
-TEST_F(SingleInstance, AHolderWithoutAProcessIsAnAccessErrorWhateverTheFileSays) {
+TEST_F(SingleInstance, AHolderWithoutAProcessIsAnAccessErrorWhateverTheFileContains) {
     writeFile(pidPath, "4321\n");
     const Ended ended = inChild([this] {
         const int fd = open(pidPath.c_str(), O_RDWR | O_CLOEXEC);

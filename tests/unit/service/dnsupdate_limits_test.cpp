@@ -81,7 +81,7 @@ TEST_F(UpdateLimits, TheTextBufferIsAllocatedOnceWith416Bytes) {
     sizes.clear();
     run.updateDomain(item);
     EXPECT_EQ(std::count(sizes.begin(), sizes.end(), 416U), 1);
-    //  No later request was larger, so the text was reserved once and did not grow.
+    //  No request to the pool was larger, so the text was reserved once and did not grow.
     EXPECT_EQ(*std::max_element(sizes.begin(), sizes.end()), 416U);
 }
 

@@ -130,7 +130,7 @@ int __wrap_nanosleep(const timespec*, timespec*) {
     ++steps->passes;
     return 0;
 }
-//  Replaces the real list. The real list differs between machines, but all children must execute the same instructions.
+//  Replaces the real list, which may change between two children. All children must execute the same instructions.
 int __wrap_getifaddrs(ifaddrs** list);
 int __wrap_getifaddrs(ifaddrs** list) {
     workAsALibrary();
@@ -236,8 +236,9 @@ protected:
     }
 
     //  Sends the signal to a child that is about to execute the instruction at `address` for the nth time. Returns the
-    //  steps that it then takes, or that it does not end with status 0; nothing if it does not reach the instruction.
-    //  Sets in_lock: whether the child then held a lock of the allocator.
+    //  steps that the child then takes, or its status if this is not 0, or that it does not end. Returns nothing if the
+    //  child does not reach the instruction. Sets `in_lock` to whether the child held a lock of the allocator at the
+    //  signal.
     static std::optional<std::string> endAt(std::uintptr_t address, unsigned nth, bool& in_lock) {
         *steps = Steps{};
         TracedChild child(traced);

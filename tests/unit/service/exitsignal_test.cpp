@@ -52,7 +52,7 @@ Timer timer = Timer::real;  // driven: the test raises the timer's signals itsel
 bool shorten_ticks = false;
 
 std::atomic<bool> in_pause{false};   // true from the first call of pause on
-std::atomic<bool> pausing{false};    // only during a call
+std::atomic<bool> pausing{false};    // true during each call of pause
 std::atomic<bool> end_began{false};  // true after the service set the timer to long ticks
 
 }  // namespace
@@ -142,13 +142,13 @@ protected:
         platform::reset();
         recording_rdb::reset();
     }
-    //  Runs body in a child, which must print this and exit with status 0.
+    //  Runs `body` in a child, which must print `out` and exit with status 0.
     static void expectEnd(const std::string& out, const std::function<void()>& body) {
         const Ended ended = inChild(body);
         EXPECT_EQ(ended.out, out);
         EXPECT_EQ(ended.status, 0);
     }
-    //  The same; the two exit signals are installed before body runs.
+    //  Does the same. The child installs the handler of the two exit signals before it runs `body`.
     static void expectEndOfService(const std::string& out, const std::function<void()>& body) {
         expectEnd(out, [&] {
             installExitSignals();
@@ -382,8 +382,9 @@ TEST_F(ExitSignal, DeliveredToAnotherThreadItIsForwarded) {
     });
 }
 
-//  Calls whileInUse on another thread, in a callback that uses the log. Returns when it has begun. After the callback,
-//  ticks follow until one has ended the pause: one that arrives just before the pause does not end it.
+//  Calls `whileInUse` on another thread, in a callback that uses the log. Returns when the callback has begun. After
+//  the callback the thread raises ticks until a tick has ended the pause. A tick that arrives just before the pause
+//  does not end it.
 void beginCallback(void (*whileInUse)()) {
     static std::atomic<bool> in_callback{false};
     std::thread([=] {

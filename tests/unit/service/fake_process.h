@@ -1,8 +1,9 @@
-//  A simulated system for tests of service control. Forks, message queues, sleeps, signals and redirections are only
-//  recorded.
+//  A simulated system for tests of service control. Calls that would affect this process or other processes are only
+//  recorded: fork, setsid, chdir, umask, dup2 and exit, and the calls for message queues, sleeps and signals.
 //
-//      parent:  forked > 0; incoming contains the message of each poll
-//      child:   forked == 0; sent texts are stored; the start ends with LoopLeft or exit, or returns if chdir fails
+//      parent:  `forked` is above 0; `incoming` contains the messages that the polls receive
+//      child:   `forked` is 0; `sent` stores its messages; the start ends with LoopLeft or exit, or returns if chdir
+//               fails
 //
 //  Test programs are linked with --wrap for each call in fake_process.cpp. The calls go to the object that was created
 //  last. Without an object, and after that object is destroyed, the real calls are made. The pid file is a real file in
@@ -55,7 +56,8 @@ public:
     void write_pid_file(const std::string& text) const;
 
     CDaemon daemon;
-    //  In order; without openings of the pid file, lock queries, the usual sleeps, and polls that got no message.
+    //  The calls in order. Not included: requests for memory, calls on files other than the pid file and /dev/null,
+    //  openings and queries of the pid file, the usual sleeps, and polls that got no message.
     Lines calls;
     std::string print;  // output of start()
 
@@ -68,7 +70,7 @@ public:
     std::string start_prints;                           // output of the service object's start
     int turns = 1;                                      // passes of the publish loop before it is left
     std::map<int, Message> incoming;                    // messages by poll number, from 1
-    std::function<void(const std::string&)> on_call;    // called with each line of calls
+    std::function<void(const std::string&)> on_call;    // called with each line of `calls`
     std::function<Lock(int look)> lock;                 // called with the number of the query, from 1
     std::function<bool(int opening)> pid_file_refused;  // called with the number of the attempt to open, from 1
     int exit_status = -1;

@@ -1,5 +1,5 @@
-//  Replaces operator new of the program and of all libraries that it loads. While a test requires it, operator new
-//  fails. So do the nothrow forms and, in a program linked with --wrap=malloc, the program's malloc. The pooled
+//  Replaces operator new of the program and of all libraries that it loads. While a NoMemory object exists, operator
+//  new fails. So do the nothrow forms and, in a program linked with --wrap=malloc, the program's malloc. The pooled
 //  allocator is not affected.
 #ifndef NO_MEMORY_H
 #define NO_MEMORY_H

@@ -11,7 +11,7 @@ namespace {
 
 class PublishThreads : public PublishTest {
 protected:
-    //  Runs cycles until the other thread ends, and at least a minimum number of cycles.
+    //  Runs cycles until the other thread ends, but at least 200 cycles.
     void cycleBeside(const std::function<void()>& other) {
         std::atomic<bool> through{false};
         std::thread thread([&] {

@@ -56,7 +56,7 @@ protected:
         recording_rdb::reset();
     }
 
-    //  Starts the service with this ini file. Afterwards records contains the lines of the console log, such as "inf
+    //  Starts the service with this ini file. Afterwards `records` contains the lines of the console log, such as "inf
     //  text".
     bool startWith(const std::string& ini) {
         writeFile(iniPath, ini);
