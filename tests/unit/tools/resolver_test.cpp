@@ -18,7 +18,7 @@ std::vector<std::uint8_t> bytesOf(const std::string& hex) {
     return bytes;
 }
 
-//  host1 AAAA: an alias, then two addresses with different times to live.
+//  The answer to a query for the AAAA records of host1: an alias, then two addresses with different times to live.
 const std::string question = "05686f73743100 001c 0001";
 const std::string message = "0001 8180 0001 0003 0000 0000" + question + "c00c 0005 0001 0000003c 0002 c00c" +
                             "c00c 001c 0001 0000003c 0010 20010db8000000000000000000000001" +

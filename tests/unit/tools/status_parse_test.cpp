@@ -24,7 +24,7 @@ std::string problemOf(const std::string& text) {
     return problem;
 }
 
-//  The problem of a file with one server and this line.
+//  Returns the problem of a file with one server and this line.
 std::string problemOfLine(const std::string& line) {
     return problemOf(head + "server rdb\nphase opening\n" + line + "\nend\n");
 }

@@ -45,7 +45,8 @@ TEST_F(StatusRead, AStateOfAnotherBootIsNamed) {
     EXPECT_FALSE(named("-"));
 }
 
-//  The writer may replace the file between its opening and the check of the lock. The opened file then has no lock.
+//  The writer may replace the file after the reader has opened it and before the reader checks the lock. The opened
+//  file then has no lock.
 TEST_F(StatusRead, AStateThatIsReplacedMeanwhileIsRunning) {
     file.write(text());
     std::atomic<bool> done{false};
