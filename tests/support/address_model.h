@@ -24,7 +24,7 @@ inline bool modelIsPublished(const AddressBytes& bytes) {
            !begins(zeros.substr(0, 96));
 }
 
-//  Requires a published address: such addresses never end with an IPv4 part.
+//  Requires a published address. inet_ntop(3) writes no published address with an IPv4 part.
 inline std::string modelAddressText(const AddressBytes& bytes) {
     std::array<unsigned, 8> words{};
     for (std::size_t i = 0; i < 8; ++i)

@@ -27,8 +27,8 @@ inline bool unquoted(const std::string& shown, std::string& text) {
     return true;
 }
 
-//  Returns whether `shown` is the printed form of `text`. If `url` is true, a text that may contain a secret is not
-//  compared.
+//  Returns whether `shown` is the printed form of `text`. If `url` is true and `text` has @ or ?, it may contain a
+//  secret: then the function only checks that `shown` is in quotes.
 inline bool saysText(const std::string& shown, const std::string& text, bool url) {
     std::string read;
     return unquoted(shown, read) && ((url && text.find_first_of("@?") != std::string::npos) || read == text);

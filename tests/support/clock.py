@@ -77,7 +77,7 @@ class ClockControl:
         return self._slot.now
 
     def wait_parked(self):
-        """Waits until the process has done everything that is due before its time limit."""
+        """Waits until the process has done everything that is due by its time limit."""
         give_up = PATIENCE
         while (seen := self._slot.parked, self._slot.parked_limit != self._slot.limit)[1]:
             assert self._process.running(), f"the process ended: {self._process.output_so_far()!r}"

@@ -1,14 +1,15 @@
 //  Preloaded into a program under test. The test then controls the program's wall clock and sleeps (see clockshim.h).
 //
 //  Replaces the sleeps nanosleep, clock_nanosleep, usleep and sleep, and for the wall clocks the functions time,
-//  gettimeofday and clock_gettime. The monotonic clocks stay real, because the C library uses them for time limits of
-//  condition variables and poll.
+//  gettimeofday and clock_gettime. The monotonic clocks stay real, because the threads of the client library use them
+//  for their time limits.
 //
-//  Only sleeps of the main thread are virtual. A sleep of another thread takes its real time and does not change the
-//  clock. So a thread of a client library can neither advance the service's clock nor park the process.
+//  The sleeps of the main thread are virtual, except a sleep until an absolute time of a monotonic clock. A sleep of
+//  another thread takes its real time and does not change the clock. So a thread of a client library can neither
+//  advance the service's clock nor park the process.
 //
-//  CLOCKSHIM_FILE is the path of the shared file. If it is not set or the file cannot be mapped, all functions are the
-//  real ones.
+//  CLOCKSHIM_FILE is the path of the shared file. If the variable is not set, or if the file cannot be mapped, all
+//  functions work like the real ones.
 #include "clockshim.h"
 
 #include <fcntl.h>

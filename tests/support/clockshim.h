@@ -9,9 +9,9 @@
 //  a pid occurs twice, the newest slot is used.
 //
 //  Time of a process = wall_start + now + wall_step. Only a sleep of the main thread advances `now`. If the sleep ends
-//  by `limit`, `now` becomes the end of the sleep. Otherwise `now` becomes `limit`, and the process is parked until the
-//  limit is raised or a signal handler has run. So if parked_limit equals the limit that the test has set, the
-//  process has done everything that is due until then.
+//  by `limit`, `now` becomes the end of the sleep. Otherwise `now` becomes `limit` unless it is already later, and the
+//  process is parked until the limit is raised or a signal handler has run. So if parked_limit equals the limit that
+//  the test has set, the process has done everything that is due until then.
 //
 //  All times are in nanoseconds. Every field is one aligned word that is read and written atomically.
 #ifndef TESTS_SUPPORT_CLOCKSHIM_H
@@ -27,7 +27,7 @@ struct ClockSlot {
     std::atomic<std::uint32_t> parked;   // futex: the process adds 1 whenever it parks
     std::atomic<std::uint32_t> unused;
     std::atomic<std::int64_t> now;           // sum of the sleeps since wall_start
-    std::atomic<std::int64_t> limit;         // initially that of ClockControl, then written by the test
+    std::atomic<std::int64_t> limit;         // initially initial_limit of ClockControl, then written by the test
     std::atomic<std::int64_t> wall_step;     // written by the test: sum of the wall clock's steps; a child copies it
     std::atomic<std::int64_t> parked_limit;  // the limit at which the process is parked; -1 while it runs
     std::atomic<std::uint64_t> sleeps;       // number of virtual sleeps, longer than 0, that have started

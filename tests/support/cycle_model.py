@@ -1,5 +1,5 @@
-"""Predicts the service's calls and output by simulating its passes of 100 ms. Predictions are exact to the byte and the
-microsecond.
+"""Predicts the service's calls and output. It simulates the passes of the service's loop, one every 100 ms. Predictions
+are exact to the byte and the microsecond.
 
     model = CycleModel(settings, wall_ns)       # settings: the ini file's keys and values, as texts
     model.addresses = [...]                     # 16 bytes each; None instead of the list if it cannot be read
@@ -7,7 +7,7 @@ microsecond.
     model.event(RDB, CONNECTED)
     model.run(10)                               # ten seconds of passes
     model.end(15)                               # the exit signal 15
-    model.calls, model.records, model.output    # calls of the client library, records of all levels, console output
+    model.calls, model.records, model.output    # client library calls, log records of all levels, console output
 
 The model shares no code with the service.
 """
@@ -33,7 +33,7 @@ class Call(NamedTuple):
     """One call of the client library, made by the service or predicted by the model.
 
     function            number      payload
-    rdb_connectex       reserved    url, user and password, each with its zero
+    rdb_connectex       reserved    url, user and password, each with its zero byte
     rdb_callmsg         length      the text
     rdb_tagget          0           the record as passed
     rdb_taginport       mode        the record as passed

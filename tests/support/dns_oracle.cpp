@@ -1,11 +1,12 @@
 //  Makes and checks DNS messages with the code of the open client library. The test compares them with those of another
-//  implementation. The program reads one command per line from standard input and writes one line for each. Bytes are
-//  hexadecimal digits; "-" is an empty word.
+//  implementation. The program reads one command per line from standard input and writes one line for each command. A
+//  message is written as hexadecimal digits, an empty list of addresses or ports as "-".
 //
 //      update ID TIME KEY ALGORITHM SECRET ZONE TTL NAME ADDRESS,... PORT,...  -> the signed message, or "refused"
 //      query  ID TIME KEY ALGORITHM SECRET OWNER TYPE                          -> the signed message, or "refused"
-//      answer NOW ANSWER    checks an answer to the last message    -> "whole RCODE", "refusal: REASON" (the server
-//                           refused the signature) or "none: REASON" (the answer cannot be used)
+//      answer NOW ANSWER    checks an answer to the last message    -> "whole RCODE" (the answer is authentic),
+//                           "refusal: REASON" (the server rejects the request's signature) or "none: REASON" (the
+//                           answer cannot be used)
 #include "dns/records.h"
 #include "dns/tsig.h"
 #include "dns/zone_url.h"

@@ -1,11 +1,11 @@
 """Real DNS servers inside a sandbox, and the contents of their zone.
 
 Each server serves the zone ZONE from a separate folder, on 127.0.0.1 and ::1 unless its class states another address.
-It accepts updates signed with the key HOST_KEY, except SecondaryBind. BIND and Knot accept updates only for the names
-in `allowed`: AAAA and HTTPS records at these names, and HTTPS records at the _PORT._https names below them (Knot: only
-for the ports 8443 and 9443, and also AAAA records there). READER, a key that no client has, may transfer the zone. A
-server starts with the zone file `zone`, usually ZONE_FILE, which has other record types at NAME and records of other
-names.
+By default it accepts updates signed with the key HOST_KEY; SecondaryBind accepts no updates. BIND and Knot accept
+updates only for the names in `allowed`: AAAA and HTTPS records at these names, and HTTPS records at the _PORT._https
+names below them. Knot accepts only the ports 8443 and 9443 in such names, and also accepts AAAA records there. The key
+READER, which no client has, may transfer the zone. A server starts with the zone file `zone`. By default this is
+ZONE_FILE, which has other record types at NAME, and records of other names.
 
     server = Bind(sandbox)
     server.start()
@@ -173,7 +173,7 @@ class Bind(Server):
     small = "64k"
 
     addresses = ("127.0.0.1", "::1")
-    types = "AAAA HTTPS"  # record types that the keys may change at their names
+    types = "AAAA HTTPS"  # record types that the key `granted` may change at the names in `allowed`
     takes_updates = True
 
     def __init__(self, sandbox, **options):

@@ -2,8 +2,9 @@
 
     dyndns_provider.py CERTIFICATE KEY FOLDER
 
-Each request becomes one line of FOLDER/requests: path, user and password, and the program's name. The answer is the
-text of FOLDER/answer. Prints "listening" when it can be reached, at port 443 of 127.0.0.1.
+Each request becomes one line of FOLDER/requests: path, user and password, and the client's User-Agent. The answer is
+the text of FOLDER/answer, with status 401 if this text is "badauth", otherwise with status 200. The program prints
+"listening" when it can be reached, at port 443 of 127.0.0.1.
 """
 
 import base64

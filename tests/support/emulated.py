@@ -1,9 +1,10 @@
 """The tests that are left out when qemu-user runs a build for another processor, with the reasons (scripts/arm64).
 
-    emulated.py regex           prints a regular expression for the names of the unit tests in ctest
-    emulated.py report TALLY    prints the tests that were left out: unit tests, whose names (ctest -N) are on standard
-                                input, and system tests, which surroundings.py has written to the file TALLY. Fails if a
-                                row of UNIT is the start of no unit test, for example because its test was renamed.
+    emulated.py regex           prints a regular expression that matches the names of these unit tests in ctest
+    emulated.py report TALLY    prints the tests that were left out: the unit tests among those in the list on standard
+                                input (the output of ctest -N), and the skipped system tests in the file TALLY, which
+                                surroundings.py has written. Fails if no unit test begins with the text of a row of
+                                UNIT, for example because the test was renamed.
 """
 
 import json
@@ -36,7 +37,7 @@ UNIT = {
     "PublishModel.": _SLOW,
 }
 
-#  Starts of the names of system tests.
+#  Prefixes of the names of system tests that are left out, with the reason.
 SYSTEM = {
     "test_309_": _BY_SHELL,
     "test_310_": _BY_SHELL,

@@ -1,8 +1,8 @@
 //  The functions that the fault shim replaces. failshim.h describes the rules.
 //
-//  Functions that cannot report a failure here are not replaced, such as getpid, umask, tzset, sysconf for the page
-//  size, mallopt, the spinlocks, functions on strings and signal sets, and functions without a result that free a
-//  resource. test_500_nth_failure.py has a list of them.
+//  A function is not replaced if it reports no failure that the executable could handle, for example getpid, umask,
+//  tzset, mallopt, a function on strings, or a function without a result. test_500_nth_failure.py lists these functions
+//  with the reasons.
 #include "failshim.h"
 
 #include <arpa/inet.h>

@@ -24,8 +24,8 @@
 
 namespace failshim {
 
-//  Counts one call of `function`; `caller` is the address of the call. Returns true and sets errno if it must fail.
-//  If the plan is "stop", stops the process, then returns false.
+//  Counts one call of `function`; `caller` is the return address of the call. Returns true and sets errno if the call
+//  must fail. If the plan requires a stop before this call, stops the process, then returns false.
 bool strikes(const char* function, const void* caller);
 
 //  Returns the planned error.

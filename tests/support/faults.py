@@ -33,7 +33,7 @@ class Faults:
         return f"{function} {nth} {how} {number_of(error)} {where}"
 
     def env(self, clock, plan):
-        """Returns the environment for a plan. It loads the shim before the clock."""
+        """Returns the environment for a plan. It preloads the fault shim before the clock shim."""
         preload = f"{INSIDE}:{clock.env['LD_PRELOAD']}"
         return {"LD_PRELOAD": preload, "FAILSHIM_PLAN": plan, "FAILSHIM_REACHED": REACHED}
 

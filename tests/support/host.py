@@ -1,5 +1,5 @@
-"""The host of a test: a sandbox with the executable, and usually an ini file, the recording client library and the
-clock.
+"""The host of a test: a sandbox with the executable (PlainHost), or also with an ini file, the recording client library
+and the clock (Host).
 """
 
 import datetime

@@ -15,7 +15,7 @@
 //
 //  The worker chooses the time of its first check with a random number of four bytes (getrandom). While waits are
 //  recorded, the number is fixed: the first check comes after the whole interval, and the first refresh as late as
-//  possible. So after an expired wait, a wait that is much shorter than the interval is a back-off.
+//  possible. So if a wait that follows an expired wait is much shorter than the interval, it is a back-off.
 //
 //  HURRYSHIM_FILE     file to which each wait of a worker is appended: "begin MILLISECONDS\n" and "end MILLISECONDS
 //                     RESULT\n", with the requested limit and the result of poll, 0 if the time expired. If it is not
@@ -124,7 +124,7 @@ extern "C" ssize_t getrandom(void* buffer, size_t length, unsigned flags) {
     return static_cast<ssize_t>(length);
 }
 
-//  A multiple of the system's clock. So all processes that use the same factor get the same time.
+//  Returns a multiple of the system's monotonic clock. So all processes that use the same factor get the same time.
 extern "C" int clock_gettime(clockid_t id, timespec* t) noexcept {
     static const auto real = replaced<int(clockid_t, timespec*)>("clock_gettime");
     static const int speed = getenv("HURRYSHIM_CLOCK") == nullptr ? 1 : workerDivisor();

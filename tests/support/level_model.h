@@ -1,5 +1,5 @@
-//  A second implementation of the level text and of the first query parameter. It removes carriage returns and line
-//  feeds, splits the text at every separator, and examines each piece.
+//  A second implementation of two parsers: of a log level, and of the first parameter in the query of the log url. It
+//  removes carriage returns and line feeds, splits the query at every separator, and examines each piece.
 #ifndef TESTS_SUPPORT_LEVEL_MODEL_H
 #define TESTS_SUPPORT_LEVEL_MODEL_H
 
@@ -29,8 +29,9 @@ inline std::int32_t modelLevel(const std::string& text) {
     return number == 0 ? 30 : number;
 }
 
-//  Removes the next word from the start of `text`, which has no carriage returns and line feeds. Sets `ended` if a
-//  separator ended the word. Returns nothing if there is no word or if a piece is longer than 15 characters.
+//  Removes the next word from the start of `text`, which has no carriage returns and line feeds. Sets `ended` to
+//  whether a separator ended the word. Returns nothing if there is no word, or if a text between two separators, without
+//  blanks and tabs at its start, is longer than 15 characters.
 inline std::optional<std::string> modelWord(std::string& text, char separator, bool& ended) {
     for (;;) {
         const std::size_t end = text.find(separator);

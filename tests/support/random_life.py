@@ -9,7 +9,7 @@ from recording import CONNECTED, DISCONNECTED
 
 USUAL = [f"2001:db8:{n:x}::{n * 77:x}" for n in range(1, 16)]
 UNPUBLISHED = ["fe80::1:1", "fec0::1", "fe90:1::1"]
-FLOOD = [f"fd00:1111:2222:3333:4444:5555:6666:{n:x}" for n in range(0x1000, 0x1040)]  # 64 of 39 characters
+FLOOD = [f"fd00:1111:2222:3333:4444:5555:6666:{n:x}" for n in range(0x1000, 0x1040)]  # 64, each of 39 characters
 STEPS = (-3600, -601, -600, -599, -11, -10, -9, -1, -0.05, 0.05, 1, 9, 10, 11, 599, 600, 601, 3600)
 ERAS = ((0, 700), (2**31 - 300, 2**31 + 300), (2**32 - 300, 2**32 + 300))  # seconds since the epoch: 1970, 2038, 2106
 TROUBLES = ("rdb_tagget", "rdb_taginport", "rdb_objputsnapshot", "rdb_callmsg")

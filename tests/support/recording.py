@@ -39,8 +39,8 @@ class Recording:
             script.writelines(command + "\n" for command in commands)
 
     def tell(self, command):
-        """Sends a command to the running library and waits until the library has executed it. Returns whether that was
-        possible."""
+        """Sends a command to the running library and waits for its answer. Returns whether the library has executed the
+        command."""
         try:
             return self._ask(command)
         except BrokenPipeError:  # the process of the connection has ended; another one runs

@@ -1,17 +1,22 @@
-//  The recording library as a shared library has this external interface. A test in another process reads the calls
-//  from a file and controls the library through a socket.
+//  The interface of the recording library for a test in another process. This file is part of the shared library only.
+//  The test reads the calls from a file and controls the library through a socket.
 //
 //  RECORDING_RDB_LOG      file to which each call appends one JSON line before it returns
 //  RECORDING_RDB_SCRIPT   file of commands, one per line, that are executed before the first rdb_create returns
 //  RECORDING_RDB_CONTROL  path of a Unix stream socket on which a thread receives command lines; it executes each
 //                         command, then answers "ok\n" or "no\n"
 //
-//  Commands (INDEX is the number of a call of the function, from 0, or * for every call):
+//  Commands, and the function of recording_rdb.h that each calls. INDEX is the number of a call of FUNCTION, from 0, or *
+//  for every call.
 //
-//      result FUNCTION INDEX VALUE     class FUNCTION INDEX VALUE
-//      during FUNCTION INDEX EVENT     hold FUNCTION INDEX
-//      event HANDLE EVENT VALUE        reply HEXBYTES
-//      held MILLISECONDS               release
+//      result FUNCTION INDEX VALUE     script_result
+//      class FUNCTION INDEX VALUE      script_tag_class
+//      during FUNCTION INDEX EVENT     script_event
+//      hold FUNCTION INDEX             script_hold
+//      event HANDLE EVENT VALUE        fire_event
+//      reply HEXBYTES                  fire_reply
+//      held MILLISECONDS               wait_held
+//      release                         release_held
 //
 //  The thread starts with the first rdb_create. If it started when the library is loaded, it would not exist in a
 //  service that the program forks after loading the library.
@@ -58,8 +63,8 @@ std::string unhex(const std::string& text) {
     return bytes;
 }
 
-//  All texts are written as hexadecimal digits, so escapes are not needed. wall_ns is the process's wall clock,
-//  nanoseconds since the epoch.
+//  Texts and records that the service has passed are written as hexadecimal digits, so escapes are not needed. wall_ns
+//  is the process's wall clock, in nanoseconds since the epoch.
 void write_line(const Call& call) {
     timespec now{};
     clock_gettime(CLOCK_REALTIME, &now);

@@ -184,7 +184,7 @@ class Sandbox:
 
     def status_of(self, pid):
         """Waits for the end of a child of process 1: a program that the test started, or an orphan. Returns its exit
-        status."""
+        status, or the negative number of the signal that ended it."""
         found = wait_until(lambda: [s] if (s := self._status(pid)) is not None else None, f"the end of {pid}")
         return found[0]
 

@@ -69,7 +69,7 @@ private:
         return true;
     }
 
-    //  Any slash after the colon ends the port; a question mark ends it only if there is no slash.
+    //  The first slash ends the port. If `text` has no slash, the first question mark ends it.
     bool with_port(const std::string& text, std::string& tail) {
         const std::size_t slash = text.find('/');
         const std::size_t end = has(slash) ? slash : text.find('?');

@@ -1,6 +1,6 @@
 """A scenario: a host with its network and both servers, and a model of the service.
 
-    scenario = Scenario(addresses=["2001:db8::1"])    # conditions; ini keys may follow
+    scenario = Scenario(addresses=["2001:db8::1"])    # may also have the start time and ini keys
     scenario.start()
     scenario.up(RDB, DNS)
     scenario.run(10)
