@@ -30,8 +30,8 @@ inline std::int32_t modelLevel(const std::string& text) {
 }
 
 //  Removes the next word from the start of `text`, which has no carriage returns and line feeds. Sets `ended` to
-//  whether a separator ended the word. Returns nothing if there is no word, or if a text between two separators, without
-//  blanks and tabs at its start, is longer than 15 characters.
+//  whether a separator ended the word. Returns nothing if there is no word, or if a text between two separators,
+//  without blanks and tabs at its start, is longer than 15 characters.
 inline std::optional<std::string> modelWord(std::string& text, char separator, bool& ended) {
     for (;;) {
         const std::size_t end = text.find(separator);

@@ -6,8 +6,8 @@
 //  RECORDING_RDB_CONTROL  path of a Unix stream socket on which a thread receives command lines; it executes each
 //                         command, then answers "ok\n" or "no\n"
 //
-//  Commands, and the function of recording_rdb.h that each calls. INDEX is the number of a call of FUNCTION, from 0, or *
-//  for every call.
+//  Commands, and the function of recording_rdb.h that each calls. INDEX is the number of a call of FUNCTION, from 0, or
+//  * for every call.
 //
 //      result FUNCTION INDEX VALUE     script_result
 //      class FUNCTION INDEX VALUE      script_tag_class

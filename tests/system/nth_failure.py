@@ -3,16 +3,16 @@ ended.
 
 A run is recorded as a transcript of lines:
 
-    text            a line of output; a time stamp is omitted at the start of a line, and one of the current day is
-                    replaced by NOW inside a line
+    text            a line of output. The time stamp at its start is omitted. A time stamp inside the line is replaced
+                    by NOW if it has the day at which the controlled clock starts
     udp: text       the text of a log datagram
     > call HANDLE   a call that the client library received
-    = fact          exit statuses; after the last cycle, the descriptors of the service and whether its lock and its
-                    pid file are right; whether another holder of the lock lives; a time stamp of another day; a
-                    lock, a queue or a process that remains
+    = fact          an exit status; the number of the service's descriptors after the last cycle; that the service then
+                    holds the lock; that its pid is in the pid file; whether another holder of the lock lives; a time
+                    stamp of another day; that a lock, a queue or a process remains
 
-Pids are written as PID, the host's address as ADDRESS. All situations of commands and of the service share one host.
-Each run starts without processes, queues and calls of an earlier run; the pid file may have the text of an earlier run.
+Pids are written as PID, the host's address as ADDRESS. All situations share one host. A run starts without processes of
+the executable, queues and calls of an earlier run; the pid file may have the text of an earlier run.
 """
 
 import collections
@@ -59,8 +59,9 @@ def outcome(undisturbed, disturbed):
 
     same                   the same lines, in any order
     -line | +2x line       the missing lines and the additional lines
-    all: line | line       all lines that are not empty, if that is shorter; calls of the client library are last: in
-                           full, as differences, or as "usual calls"
+    all: line | line       all lines that are not empty, if that is shorter. The calls of the client library are last:
+                           "usual calls" if they are the undisturbed ones, otherwise all calls or, if that is shorter,
+                           the missing and the additional calls
     """
     changes = _changes(undisturbed, disturbed)
     if not changes:

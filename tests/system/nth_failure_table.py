@@ -1,5 +1,5 @@
-"""The table of the n-th failures: in each run one call of the executable fails, and the table describes how the run
-ends.
+"""The table of the n-th failures. In each run one call of a function fails, or this call and all later ones of the
+function. The table describes how the run ends.
 
 The table is in tests/data/nth_failure_*.tsv, one file per subject. Fields are separated by tabs. If situation, nth, how
 or error has several values, the line describes one run for each combination. Values are separated by blanks, situations
@@ -17,9 +17,9 @@ by " | ":
                     -line | +line    missing and additional lines, "2x" for twice
                     all: line | line all lines that are not empty, if that is shorter
                 A line is a line of output, of a log datagram ("udp:"), a call of the client library (">"), or a fact
-                ("="). ERROR is the number in the sixth field. The undisturbed service runs three cycles,
-                each after both servers have connected. At the end of each run all processes have ended, the lock is
-                free and no queue exists, unless a fact states otherwise.
+                ("="). ERROR means the value of the field error. The undisturbed service runs three cycles, each
+                after both servers have connected. At the end of each run all processes have ended, the lock is free
+                and no queue exists, unless a fact states otherwise.
 """
 
 import itertools

@@ -1,4 +1,4 @@
-"""Starts that fail, and settings with which a start does not fail. A failed start logs the reason if a log is
+"""Starts with -run that fail, and settings with which a start does not fail. A failed start logs the reason if a log is
 configured, or prints it if the ini file cannot be opened. It prints "Start failed!", exits with status 0 and leaves the
 pid file unlocked."""
 

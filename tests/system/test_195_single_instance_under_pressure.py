@@ -55,7 +55,8 @@ def living(host):
 
 
 def services(host, parents):
-    """Returns the programs that are in their publish loop."""
+    """Returns the pids of the living services that are in their publish loop. A service sleeps for the first time in
+    this loop."""
     slots = [slot for slot in host.clock._control.slots if slot.pid and slot.pid not in parents]
     return {slot.pid for slot in slots if slot.sleeps} & living(host)
 
@@ -85,7 +86,8 @@ def kill(host, pids):
 
 
 def kill_all(host):
-    """Kills until no process is left, because a waiting process may get the lock. Then the lock must be free."""
+    """Kills all processes. Repeats this until none is left, because a process that waits for the lock may get it. Then
+    the lock must be free."""
     while pids := living(host):
         kill(host, pids)
     assert host.lock_holders() == []

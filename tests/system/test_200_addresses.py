@@ -20,12 +20,12 @@ KEPT = {
     "6to4": "2002:c000:201::1",
     "NAT64": "64:ff9b::c000:201",
     "discard only": "100::1",
-    "first of all blocks": "1::",
+    "a small first group": "1::",
     "fe00::/9, first": "fe00::",
     "fe00::/9, last": "fe7f:ffff:ffff:ffff:ffff:ffff:ffff:ffff",
-    "a bit before IPv4-mapped": "::fffe:c000:201",
-    "a bit above IPv4-compatible": "::1:0:0",
-    "one group above": "::1:0:0:0",
+    "one bit differs from IPv4-mapped": "::fffe:c000:201",
+    "the first after IPv4-compatible": "::1:0:0",
+    "1 in the fifth group": "::1:0:0:0",
 }
 
 SKIPPED = {

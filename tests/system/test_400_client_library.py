@@ -104,7 +104,8 @@ def test_410_a_disconnect_during_a_put_prevents_the_next_put(host):
 
 
 def test_411_the_end_of_a_put_overwrites_the_effect_of_a_connect_event(host):
-    """The event clears the mark; at its end the put sets the mark again. So there is only one put in 600 seconds."""
+    """The event clears the mark, which is the time of the last put. At its end the put sets the mark again. So there is
+    only one put in 600 seconds."""
     host.library.before_start("during rdb_objputsnapshot 0 60001")
     _, control = host.run(RDB)
     control.advance(599.9)

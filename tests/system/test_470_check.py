@@ -1,5 +1,5 @@
-"""addrpubd-check: its command line, its exit statuses, how it treats file modes, and the sample and the example ini
-files of the repository."""
+"""addrpubd-check: its command line, its exit statuses, how it treats file modes, password files and UTF-16, and the
+sample and the example ini files of the repository."""
 
 import errno
 import os
@@ -20,7 +20,7 @@ INSTALLED = TOP / "packaging/system/addrpubd.ini"
 GOOD = "hostname = h\nrdburl = log:\nrdbuser = u\nrdbpswd = hunter2\n"
 
 # Findings that depend on the machine: it does not have the password files and the addresses of the examples, and its
-# name servers do not know their names.
+# name servers do not know the names in the examples.
 OUTSIDE = re.compile(
     r": (\w+: the password file \S+ cannot be read: .*"
     r"|nothing is logged: its server is missing or its name cannot be resolved now"

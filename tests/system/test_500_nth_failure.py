@@ -1,4 +1,5 @@
-"""The n-th failure: for each row of the table (nth_failure_table.py), a situation is run in which one call fails.
+"""The n-th failure: for each row of the table (nth_failure_table.py), a situation is run in which one call of a
+function fails, or this call and all later ones.
 
 The table describes how the run ends. If the call of a row is never made, the row tests nothing, so the test fails.
 """

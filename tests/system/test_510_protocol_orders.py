@@ -124,7 +124,7 @@ def test_511_a_child_whose_parent_is_killed_before_it_closes_the_file_becomes_th
     assert stage.service() == child.pid
 
 
-def test_512_a_start_between_parent_and_child_runs_and_the_child_waits(stage):
+def test_512_a_start_before_the_child_has_the_lock_runs_and_the_child_waits(stage):
     child = stage.begin("-start", ("child", "fcntl", 1))
     wait_until(lambda: not stage.bench.host.lock_holders(), "the parent to close the file")
     other = stage.begin("-run")

@@ -16,7 +16,7 @@ STRAY = {"RssAnon": 16}  # kB: how many pages are in use depends on the addresse
 
 
 def grown(before, after):
-    """Returns the figures that have grown. A leak of two bytes per cycle is detected within a day."""
+    """Returns the figures that have grown by more than STRAY. A leak of two bytes per cycle is detected in a day."""
     return {
         name: (figure, after[name]) for name, figure in before.items() if after[name] > figure + STRAY.get(name, 0)
     }
@@ -38,7 +38,8 @@ def test_6281_a_day_of_random_events_agrees_with_the_model_and_nothing_grows(new
 
 
 def test_6282_each_of_ten_thousand_successive_addresses_is_published(new_scenario):
-    """Every cycle has another address. So the ten thousandth request has the sequence number 10,000."""
+    """From the third cycle on, the address changes before each cycle. So only the second cycle sends no request, and
+    the ten thousandth request has the sequence number 10,000."""
     changes = 10_000
     addresses = [f"2001:db8::{number:x}" for number in range(1, changes + 1)]
     scenario = new_scenario(addresses=addresses[:1])

@@ -105,7 +105,7 @@ def test_6408_a_disconnect_during_the_tag_check_does_not_prevent_the_put(host, f
 
 
 def test_6409_a_connect_event_during_the_tag_check_causes_no_second_put(host):
-    """The event clears the mark, and the current put sets the mark again."""
+    """The event clears the mark, which is the time of the last put. The current put sets the mark again."""
     host.library.before_start(f"during rdb_tagget 0 {CONNECTED}")
     _, control = host.run(*HANDLES)
     control.advance(599.9)
@@ -125,7 +125,8 @@ def test_6410_a_connect_event_during_the_request_causes_no_second_request(host):
 
 
 def test_6411_an_event_during_a_failing_import_does_not_change_the_time_of_the_next_put(host):
-    """The cycle ends before it sets a mark. So a put is due in the next cycle, as it would be without the event."""
+    """The cycle ends before it sets the time of the last put. So a put is due in the next cycle, as it would be without
+    the event."""
     host.library.before_start("result rdb_tagget * 5", "result rdb_taginport 1 6")
     host.library.before_start(f"during rdb_taginport 1 {CONNECTED}")
     host.sandbox.add_address(ADDRESS + "/64")

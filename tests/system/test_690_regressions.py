@@ -21,8 +21,8 @@ def test_6901_a_service_started_in_1970_waits_for_the_tenth_second(new_scenario)
 
 
 def test_6902_in_the_first_ten_minutes_of_1970_a_reconnection_causes_no_repetition(new_scenario):
-    """A cleared mark is the time 0, which is less than 600 seconds ago here. Mistake: a separate "cleared" flag instead
-    of 0."""
+    """A mark is the time of the last put or request. A connect event sets the mark to 0, a time that is less than 600
+    seconds ago here. Mistake: a separate "cleared" flag instead of 0."""
     scenario = new_scenario(addresses=[ADDRESS], wall_start_ns=20 * 10**9)
     scenario.start()
     scenario.up(RDB, DNS)
@@ -36,8 +36,8 @@ def test_6902_in_the_first_ten_minutes_of_1970_a_reconnection_causes_no_repetiti
 
 
 def test_6903_the_put_mark_in_tenths_of_seconds_needs_64_bits(new_scenario):
-    """Mistake: a mark of 32 bits. It overflows every 429,496,729.6 seconds, so that a put is due too early or too
-    late."""
+    """Mistake: the time of the last put, in tenths of seconds, as a number of 32 bits. It overflows every 429,496,729.6
+    seconds, so that a put is due too early or too late."""
     wraps = 2**32 / 10
     scenario = new_scenario(addresses=[ADDRESS])
     scenario.start()
@@ -64,7 +64,7 @@ def test_6904_a_difference_of_2_to_the_32_seconds_is_not_treated_as_0(new_scenar
 
 
 def test_6905_null_is_not_remembered_as_sent(new_scenario):
-    """Mistake: storing null as the last sent list, so that the same list is sent again at once."""
+    """Mistake: storing null as the last sent list. Then the list that was sent before null is sent again at once."""
     scenario = new_scenario(addresses=[ADDRESS])
     scenario.start()
     scenario.up(RDB, DNS)
@@ -134,7 +134,8 @@ def test_6909_the_sleep_of_100_milliseconds_continues_after_sigstop_and_sigcont(
 
 
 def test_6910_each_mark_is_cleared_only_by_its_own_server(new_scenario):
-    """Mistake: one mark for both servers. In the test the rdb server reconnects at 100 s, the DNS server at 200 s."""
+    """Mistake: one time of the last put or request for both servers. In the test the rdb server reconnects at 100 s,
+    the DNS server at 200 s."""
     scenario = new_scenario(addresses=[ADDRESS])
     scenario.start()
     scenario.up(RDB, DNS)

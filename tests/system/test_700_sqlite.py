@@ -1,5 +1,5 @@
-"""The open client library with a database that two processes use. Another program replaces, overwrites, empties or
-removes the database's files. Both processes detect the loss and write their values again."""
+"""The open client library with a database that two processes use. In test_700 another program replaces, overwrites,
+empties or removes the database's files. Both processes detect the loss and write their values again."""
 
 import shutil
 import sqlite3

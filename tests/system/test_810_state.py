@@ -212,7 +212,7 @@ def test_820_a_read_only_folder_does_not_disturb_the_service(open_host):
     open_host.stop(process)
 
 
-def test_821_on_a_full_disk_the_state_is_the_present_one(sandbox):
+def test_821_on_a_full_disk_the_state_still_shows_each_new_value(sandbox):
     sandbox.run("mount", "-t", "tmpfs", "-o", "size=4k", "tmpfs", FOLDER)
     client = Client(sandbox)
     for number in range(5):
@@ -256,7 +256,7 @@ def test_824_of_two_processes_one_writes_and_the_other_takes_over(sandbox):
     second.kill()
 
 
-def test_825_a_read_lock_of_another_user_does_not_matter(sandbox):
+def test_825_a_read_lock_of_another_user_has_no_effect(sandbox):
     client = Client(sandbox)
     client.put("one")
     wait_until(lambda: published(sandbox) == "one", "the state")
@@ -282,7 +282,7 @@ def test_825_a_read_lock_of_another_user_does_not_matter(sandbox):
 
 
 def test_826_the_clock_of_the_service_does_not_falsify_the_times(open_host):
-    #  The wall clock of the service is that of another year and is stepped.
+    #  The wall clock of the service starts in another year, and the test steps it.
     before = time.time()
     process, control = run_published(open_host)
     control.step(-86400)
