@@ -21,8 +21,8 @@ endfunction()
 if(CLANG_TIDY)
     addrpubd_tidy(service com service)
     addrpubd_tidy(tools tools)
-    #  A back end may define the same local name as the library or as another back end. linked_modules.cpp defines the
-    #  same functions as loaded_modules.cpp.
+    #  Each back end is checked separately, because it may define the same local name as the library or as another back
+    #  end. linked_modules.cpp is checked with dryrun, because it defines the same functions as loaded_modules.cpp.
     get_property(back_ends GLOBAL PROPERTY ADDRPUBD_BACK_END_FOLDERS)
     list(REMOVE_DUPLICATES back_ends)
     set(apart rdbapi/open/dryrun rdbapi/open/module/linked_modules.cpp)

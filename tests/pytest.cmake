@@ -4,8 +4,8 @@
 #  ctest test with the label KIND. It also has the label dns or redis if it or its cases import a module dns_* or
 #  redis_*, or if its name contains _dns or _redis; and the label nth_failure if its name contains nth_failure. Tests
 #  that are marked with a subject (refusal, retry, failover), in the file or in its cases, form a separate ctest test
-#  with that label. The file's own ctest test has the remaining tests, if there are any. If a file imports modules of
-#  both names, a comment after the mark names the server: @pytest.mark.refusal  # redis.
+#  with that label. The file's own ctest test has the remaining tests, if there are any. If a file has both labels dns
+#  and redis, a comment after the mark names the server of the marked tests: @pytest.mark.refusal  # redis.
 
 set(ADDRPUBD_TIMEOUT 900 CACHE STRING "Time limit of a test file that pytest runs, in seconds")
 set(python /usr/bin/python3)

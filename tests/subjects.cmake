@@ -1,4 +1,4 @@
-#  Read by ctest: sets the labels of the tests of a GoogleTest program. Requires the variable program.
+#  Read by ctest: sets the labels of the tests of a GoogleTest program. The variable `program` is its name.
 #
 #  Every test has the label unit. A test of a program open_dns* or open_redis* also has the label dns or redis.
 #  The other labels are subjects. Each subject is a list of patterns of test names (SUITE.NAME); tests in Python have

@@ -1,4 +1,4 @@
-"""What the programs of a coverage build executed, for each line of the sources (llvm-profdata and llvm-cov).
+"""Reads what the programs of a coverage build executed, for each line of the sources (llvm-profdata and llvm-cov).
 
 The code of a template or an inline function is in many programs, and in one program once per instantiation. Here each
 line and each condition of the source counts once. It counts as executed if any instantiation executed it. Lines of

@@ -22,8 +22,8 @@ add_link_options("$<${is_program}:-fprofile-instr-generate>")
 #  be compiled without the options above.
 set(CMAKE_DISABLE_PRECOMPILE_HEADERS ON)
 
-#  counted_programs: the target that scripts/coverage builds. It consists of addrpubd, the unit tests of the support
-#  library and of the service, and the programs of tests/support.
+#  counted_programs: the target that scripts/coverage builds. It consists of addrpubd, the unit tests of com/olklib3 and
+#  of the service, and the targets of tests/support.
 function(add_counted_programs)
     add_custom_target(counted_programs DEPENDS addrpubd)
     foreach(folder tests/unit/olklib3 tests/unit/service tests/support)

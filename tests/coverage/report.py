@@ -1,5 +1,5 @@
-"""report.py BUILD EXCEPTIONS: prints what was executed, with a row for each file, writes a part of it into the
-verification page, and compares it with the exceptions.
+"""report.py BUILD EXCEPTIONS: prints a table of what was executed, with a row for each file, writes a part of the table
+into the verification page, and compares what was not executed with the exceptions.
 
 The exit status is 1 if a line or branch that was not executed is not an exception, if an exception no longer applies,
 or if too few branches were executed.

@@ -1,8 +1,8 @@
 """The mutants of a source file: each number is increased and decreased by one, but not below 0; each comparison is
 replaced by those that NEIGHBOURS lists for it, or is only inverted if its right side has no order (UNORDERED).
 
-Some parts are not changed: comments, string and character literals, preprocessor lines and format attributes contain no
-code; compile-time assertions are tests themselves.
+Comments, string and character literals, preprocessor lines, format attributes and compile-time assertions are not
+changed.
 """
 
 import re
@@ -37,8 +37,8 @@ NO_CODE = re.compile(
     re.VERBOSE | re.DOTALL | re.MULTILINE,
 )
 NUMBER = re.compile(r"(?<![\w.'])(0[xX][0-9a-fA-F']+|\d[\d']*)([uUlL]*)(?![\w.'])")
-#  The formatter writes a blank on both sides of a comparison, but not inside template brackets. "template <" has only a
-#  blank before the bracket.
+#  The formatter writes a blank on both sides of a comparison, but not inside template brackets. "template <" has a
+#  blank before the bracket, but not after it.
 COMPARISON = re.compile(r"(?<=\s)(<=|>=|==|!=|<|>)(?=\s)")
 
 

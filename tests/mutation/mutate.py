@@ -1,7 +1,7 @@
 """mutate.py [options] [FILTER]: changes the sources one token at a time and checks whether a test detects the change.
 
 Prints one line per mutant, then the figures, the explanations that are no longer needed, and the survivors without an
-explanation. The exit status is 0 if there are none of these explanations and survivors.
+explanation. The exit status is 1 if there is such an explanation or survivor, otherwise 0.
 """
 
 import argparse
@@ -92,8 +92,8 @@ class Judge:
         )
 
     def _measured(self, what, first):
-        """Returns the time limits of a run. Before the first run of its kind, the same run is made on the unchanged
-        sources; it must pass."""
+        """Returns the time limits of a run of `what`, a Part or the name of a system test file. The first call for it
+        runs `first`, the same run on the unchanged sources, which must pass."""
         with self._lock:
             if what not in self._seconds:
                 ended = first()

@@ -1,7 +1,8 @@
 """Runs test programs that may loop forever, use all memory, or send signals to any process.
 
-Each run of root has private namespaces, so that a wrong pid or path does not affect the machine.
-Each run has limits on time, memory and file sizes. A run that exceeds a limit of time counts as failed.
+If the user is root and unshare(1) is installed, each run has private namespaces, so that a wrong pid or path does not
+affect the machine. Each run has limits on time, memory and file sizes. A run that exceeds a limit of time counts as
+failed.
 """
 
 import os
