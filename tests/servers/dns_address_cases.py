@@ -45,7 +45,7 @@ class DnsAddressCases:
 
     @pytest.mark.failover
     @pytest.mark.refusal
-    def test_4463_if_all_addresses_are_wrong_the_last_reason_is_reported(self, fixture):
+    def test_4463_if_no_server_has_the_zone_the_last_reason_is_reported(self, fixture):
         second = SecondBind(fixture.sandbox)
         second.start()
         name_stands_for(fixture, "127.0.0.1", "127.0.0.2")
@@ -58,7 +58,7 @@ class DnsAddressCases:
 
     @pytest.mark.failover
     @pytest.mark.refusal
-    def test_4464_a_name_with_only_wrong_addresses_never_connects_and_is_logged_once(self, fixture):
+    def test_4464_a_name_whose_servers_lack_the_zone_never_connects_and_is_logged_once(self, fixture):
         fixture.change_server(has_zone=False)
         second = SecondBind(fixture.sandbox)
         second.has_zone = False

@@ -1,6 +1,6 @@
-"""The back end dns and aliases (CNAME). An alias at a name excludes all other records there. If an
-alias comes from a wildcard, records at the name replace it there. test_445_dns_aliases.py runs these tests with BIND
-and Knot.
+"""The back end dns and aliases (CNAME). An alias at a name excludes all other records of this name. If a name has an
+alias only because of a wildcard, records at the name replace the alias. test_445_dns_aliases.py runs these tests with
+BIND and Knot.
 """
 
 import pytest

@@ -28,7 +28,8 @@ def require(Server):
 
 
 class Fixture:
-    """At first only the proxy runs, on port 5300. The process of the client starts with its first connection."""
+    """At first only the proxy runs, on port 5300. The test starts the server; connect() and new_client() start a client
+    process."""
 
     def __init__(self, Server):
         self.sandbox = Sandbox()

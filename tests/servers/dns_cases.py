@@ -19,7 +19,7 @@ SECOND = 1_000_000_000
 
 @pytest.fixture
 def fixture(request):
-    """Starts the server. At the end of the test no line of syslog may contain a secret."""
+    """Returns a Fixture whose server runs. At the end of the test no line of syslog may contain a secret."""
     Server = request.cls.Server
     require(Server)
     one = Fixture(Server)

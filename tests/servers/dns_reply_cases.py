@@ -1,7 +1,7 @@
 """The reply when a connected server starts to refuse. test_440_bind.py and test_442_knot.py run these tests.
 
-After the server has changed, a test sends an update, normally before the client's first check. So the reply to this
-update is the first sign of the change.
+After the server has changed, a test sends an update at once. A check of the client is not due yet, unless the machine
+is very slow. So the reply to this update is the first sign of the change.
 """
 
 import re
@@ -29,8 +29,8 @@ KEYS = {HOST_KEY: secret(HOST_KEY), READER: secret(READER)}
 
 
 def unsigned(reason):
-    """Returns the message of the reply if the answer of the server is not signed. `reason`: the answer's code and its
-    text."""
+    """Returns the message of the reply if the answer of the server is not signed. `reason` is the message for the same
+    answer with a signature: a code, a colon and a text."""
     word, _, text = reason.partition(": ")
     return f"the answer is not signed ({word}: the key's name, algorithm or secret is wrong, or {text})"
 

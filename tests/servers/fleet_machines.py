@@ -10,7 +10,8 @@ not work in such a machine and are replaced. The replacements are in the folder 
     ssh, scp    run a command on another machine, copy files to it
     apt-get     checks that a package of Debian is installed here; for a file *.deb, installs the service from the build
     systemctl   starts and stops servers with the command lines and the user of their units, and waits until a server
-                other than the service listens. The service has the controlled clock; start_clock must be called before
+                other than the service listens. The service has the controlled clock: start_clock must be called before
+                the service is started
 """
 
 import shutil
@@ -88,13 +89,13 @@ for package in "${@:3}"; do
 done
 """
 
-#  Started by the command line of the unit in place of ./addrpubd. The programs before it in the same process have no
-#  clock, so that the clock of the process is that of the service.
+#  The command line of the unit starts this script in place of ./addrpubd. setsid and setpriv, which run before in the
+#  same process, do not load the clock shim, so that the clock of the process is that of the service.
 _WITH_CLOCK = """#!/bin/bash
 LD_PRELOAD="$SERVICE_PRELOAD:$LD_PRELOAD" exec ./addrpubd "$@"
 """
 
-#  port: a port at which the server listens as soon as it is ready.
+#  `port` is the port at which the server listens as soon as it is ready.
 _SYSTEMCTL = """#!/bin/bash
 set -euo pipefail
 action=$1

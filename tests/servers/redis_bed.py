@@ -92,7 +92,7 @@ class Proxy:
 
 
 class Fixture:
-    """At first no program runs. The process of the client starts with its first connection."""
+    """At first no program runs. The test starts the server; connect() starts a client process, proxy() the proxy."""
 
     def __init__(self, reading=True):
         self.sandbox = Sandbox()

@@ -48,7 +48,7 @@ def key_of(kind, name):
 
 
 class Refusal(Exception):
-    """An error answer."""
+    """The server has answered a command with an error."""
 
 
 class Connection:

@@ -5,8 +5,9 @@ A line of standard input sets how the server's answers are passed on from then o
     pass      unchanged
     drip      one byte at a time, each in a separate segment
     hold      answers are not passed on
-    cut N     N more bytes, then both connections are closed; later connections pass
-    first N   the first N bytes of each connection, and no bytes after them
+    cut N     N more bytes are passed on. Then the connections to the client and to the server are closed, and the mode
+              becomes pass
+    first N   the first N bytes of each connection are passed on, and no bytes after them
 
 Requests always pass. The proxy writes "." to standard output when it listens, and after each line that it has applied.
 """

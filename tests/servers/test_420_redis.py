@@ -298,7 +298,7 @@ def test_4294_an_answer_lost_at_any_byte_repeats_nothing(fixture):
     assert fixture.server.history() == ["start", *map(str, range(answer))]
 
 
-def test_4295_each_entry_of_writers_that_disturb_each_other_is_a_change(fixture):
+def test_4295_with_concurrent_writers_each_entry_of_the_history_is_a_change(fixture):
     fixture.server.start()
     fixture.connected()
     fixture.register("0")

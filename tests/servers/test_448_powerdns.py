@@ -47,7 +47,7 @@ class TestPowerDns:
         self.named_until(fixture, HOST_KEY)
 
     @pytest.mark.refusal
-    def test_4484_a_wrong_key_name_is_reported_until_it_is_corrected(self, fixture):
+    def test_4484_an_unknown_key_is_reported_until_it_is_added(self, fixture):
         fixture.server.tool("delete-tsig-key", HOST_KEY)
         fixture.connect()
         self.named_until(fixture, HOST_KEY)

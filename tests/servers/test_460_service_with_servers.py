@@ -48,8 +48,8 @@ user_pref("network.connectivity-service.enabled", false);
 
 
 class Scene:
-    """Both servers run; the service does not run yet. Its clock starts at the real time, because signatures contain the
-    time."""
+    """Both servers run; the service does not run yet. The clock of the service starts at the real time, because
+    signatures contain the time."""
 
     def __init__(self):
         self.host = Host(time.time_ns())
@@ -230,7 +230,7 @@ def test_466_both_servers_get_the_addresses_again_after_losing_their_data(scene)
 
 
 def test_4661_an_unchanged_list_is_repeated_without_a_write_to_the_database(scene):
-    """Only writes to the database are counted. It may be read, and the name server may be updated."""
+    """Only writes to the database are counted. The service may read the database and update the name server."""
     scene.change(add=[A])
     process, control = scene.run_service()
     control.advance(0.1)

@@ -1,4 +1,4 @@
-"""The messages that the open client library writes to syslog when a real Redis server refuses the login."""
+"""The messages that the open client library writes to syslog when the login at a real Redis server fails."""
 
 import pytest
 from redis_bed import DATA, Fixture, require

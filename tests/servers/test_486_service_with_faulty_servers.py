@@ -1,7 +1,7 @@
 """The service with a real BIND, and with a database that accepts the connection but then refuses or does not answer.
 
-In each case the request for the tag fails in the first cycle. The next cycle, 10 s later by the service's clock, must
-send the addresses to the name server.
+In each case the query or the import of the tag fails in the first cycle, so this cycle sends no DNS update. The next
+cycle, 10 s later by the service's clock, must send the addresses to the name server.
 """
 
 import time

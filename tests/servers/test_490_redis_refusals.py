@@ -1,5 +1,5 @@
-"""The open client library with a real Redis server that refuses requests. The library logs the reason and repeats
-the request later."""
+"""The open client library with a real Redis server that refuses requests, and with the permissions that are enough. The
+library logs the reason of a refusal and repeats the login or the put later."""
 
 import pytest
 from rdb_client import CONNECTED, DISCONNECTED

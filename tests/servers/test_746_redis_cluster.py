@@ -1,6 +1,6 @@
-"""The back end redis with a real Redis Cluster of three masters and three replicas. Hosts write while masters end,
-slots are moved and nodes are cut off; afterwards the cluster has what the hosts have, and the history has no change
-twice.
+"""The back end redis with a real Redis Cluster of three masters, most tests with three replicas. Hosts write while
+masters end, slots are moved and nodes are cut off. Afterwards the cluster has the newest value of each host, and no
+history has a change twice.
 
 scripts/cluster-rounds makes three of the tests longer, by the environment variables CLUSTER_ROUNDS and CLUSTER_HOSTS.
 """
@@ -128,13 +128,13 @@ class Fleet:
 
     def note_loss(self):
         """Must be called when a replica has taken over. The replica may lack values that the master accepted but did
-        not send to it. The master may still answer a put that has not returned."""
+        not send to the replica. The newest value of a host may be one of them, even if its put has not returned yet."""
         for host in self.hosts:
             self.uncertain |= {*host.accepted[self._before[host] :], host.values[-1]}
 
     def stop(self):
-        """Ends the puts of new values. Then repeats the newest value of each host until its put has succeeded, as the
-        service does after event 60001."""
+        """Ends the puts of new values. Then repeats the newest value of each host until its put has succeeded. The
+        service also repeats its value, after the event 60001."""
         self._stopping.set()
         for thread in self._threads:
             thread.join()
@@ -145,8 +145,8 @@ class Fleet:
 
 
 def check(cluster, fleet):
-    """Checks that the cluster has the newest value of each host, and the history each change once, in order. Of the
-    changes of a round, those that were put before note_loss may be missing."""
+    """Checks that the cluster has the newest value of each host, and that each history has the accepted changes once
+    and in order. Only changes that note_loss has recorded as uncertain may be missing."""
     for host in fleet.hosts:
         assert cluster.value(host.name) == host.values[-1]
         history = cluster.history(host.name)

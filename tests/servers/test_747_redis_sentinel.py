@@ -42,7 +42,7 @@ class Sentinel(Server):
         return self.command("SENTINEL", "get-master-addr-by-name", "mymaster").splitlines()[0]
 
     def others(self):
-        """Returns the number of replicas and of other Sentinels that it knows."""
+        """Returns the numbers of replicas and of other Sentinels that this Sentinel knows."""
         fields = self.command("SENTINEL", "MASTER", "mymaster").splitlines()
         pairs = dict(zip(fields[::2], fields[1::2], strict=True))
         return int(pairs["num-slaves"]), int(pairs["num-other-sentinels"])
@@ -90,8 +90,8 @@ def fixture():
 
 
 def is_replica(server):
-    """Returns whether the server is a replica. False also if it does not answer: while the Sentinels reconfigure a
-    server, it closes its connections."""
+    """Returns whether the server is a replica. Also returns False if the server does not answer: while the Sentinels
+    reconfigure a server, it closes its connections."""
     return server.command("ROLE").startswith("slave\n")
 
 

@@ -115,8 +115,9 @@ class Fleet:
 
     def run_until_written(self, name, server):
         """Runs cycles of a host's service until a name server has the records. The service sends no update in a cycle
-        in which it is not connected. The function makes fifty queries for each cycle, so that the clock of the
-        service is ahead by less than the 300 s for which signatures are valid."""
+        in which it is not connected. Each cycle advances the clock of the service by 10 s. The function makes fifty
+        queries for each cycle, so that this clock stays ahead by less than the 300 s for which signatures are
+        valid."""
         queries = itertools.count()
 
         def written():
@@ -127,7 +128,8 @@ class Fleet:
         wait_until(written, f"the records of {name} at {server}")
 
     def expire(self, name):
-        """Sets the remaining time of a host's keys to 1 ms. Before, it must be that of `expire` in the url."""
+        """Makes a host's keys expire after 1 ms. Before, their remaining time must fit the option `expire` of the
+        url."""
         for kind in ("tag", "value", "history"):
             (left,) = self.redis("admin", f"ttl {key(kind, name)}")
             assert 1700 < int(left) <= 1800

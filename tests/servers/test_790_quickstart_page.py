@@ -59,7 +59,7 @@ def install(machines, host):
 
 
 def start(machines, host, script, *servers):
-    """Runs a script that starts the service, and the first cycle of the service."""
+    """Runs a script that starts the service, waits until these servers are connected, and runs the first cycle."""
     output = machines.run(host, script)
     assert "no findings" in output, output
     machines.wait_log(host, "addrpubd", *(f"connect {server} server" for server in servers))

@@ -82,7 +82,7 @@ def test_852_a_key_of_another_program_keeps_all_keys(fixture):
 
 
 @pytest.mark.refusal
-def test_853_a_user_without_the_permission_to_delete_is_told_which_one_is_missing(fixture):
+def test_853_the_missing_permission_to_delete_is_named(fixture):
     publish(fixture, "2001:db8::1")
     permissions = "~rdb:*:{host1} &rdb:changed:{host1} +ping +client|setname +evalsha +eval +hmget +type +time +hset"
     fixture.server.command("ACL", "SETUSER", "host1", "on", ">hunter2", *permissions.split())

@@ -103,7 +103,7 @@ class TestBindConnect(ConnectCases):
         assert marked("allowed", output) == [f"update {NAME} AAAA"]
 
     @pytest.mark.refusal
-    def test_876_the_reverse_zone_is_asked(self, fixture):
+    def test_876_the_permission_in_the_reverse_zone_is_checked(self, fixture):
         option = f"?ptr={REVERSE}"
         fixture.sandbox.add_address(A + "/64")
         publish(fixture, [A], option)
