@@ -1,7 +1,7 @@
 #  addrpubd_pytest(KIND)
 #
-#  Defines tests for the files test_*.py of the current folder, which run programs in private namespaces. Each file is a
-#  ctest test with the label KIND. It also has the label dns or redis if it or its cases import a module dns_* or
+#  Defines tests for the files test_*.py of the current folder, which need private namespaces. Each file is a ctest
+#  test with the label KIND. It also has the label dns or redis if it or its cases import a module dns_* or
 #  redis_*, or if its name contains _dns or _redis; and the label nth_failure if its name contains nth_failure. Tests
 #  that are marked with a subject (refusal, retry, failover), in the file or in its cases, form a separate ctest test
 #  with that label. The file's own ctest test has the remaining tests, if there are any. If a file has both labels dns

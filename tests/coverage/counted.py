@@ -29,7 +29,7 @@ class Line:
 
 
 def read(root, build, folders):
-    """Returns the lines of each file in the folders, as {name relative to root: {number: Line}}."""
+    """Returns the lines of each file in `folders`, as {name relative to `root`: {number: Line}}."""
     counters = sorted(build.glob("counters/*.profraw"))
     assert counters, f"no program has left counters in {build}/counters"
     merged = build / "counters.profdata"

@@ -47,7 +47,7 @@ def _run(command, folder):
 
 
 def _mirror(source, target, left_out=frozenset()):
-    """Makes target equal to source, except for the names in left_out."""
+    """Makes the folder `target` equal to `source`, except for the names in `left_out`."""
     target.mkdir(parents=True, exist_ok=True)
     names = {entry.name for entry in source.iterdir()} - left_out
     for entry in target.iterdir():
@@ -77,7 +77,8 @@ class Base:
         self.build = folder / "build"
 
     def fill(self, source):
-        """Copies the tree at source. Unchanged files keep their time stamps, so few files are built again."""
+        """Copies the tree at `source` and configures it with cmake. Unchanged files keep their time stamps, so few
+        files are built again."""
         _mirror(source, self.tree, {".git", "build"})
         kind = ["-DCMAKE_BUILD_TYPE=Mutation", "-DBUILD_TESTING=ON", f"-DCMAKE_CXX_FLAGS_MUTATION={FLAGS}"]
         kind.append("-DADDRPUBD_UNITY=OFF")  # a part of a program consists of objects of single files
@@ -85,7 +86,7 @@ class Base:
         subprocess.run(command, check=True, stdout=subprocess.DEVNULL)
 
     def make(self, targets, jobs):
-        """Builds targets."""
+        """Builds the targets with these names."""
         command = ["cmake", "--build", self.build, "--parallel", str(jobs), "--target", *targets]
         done = subprocess.run(command, capture_output=True, text=True, check=False)
         if done.returncode != 0:
@@ -120,7 +121,8 @@ class Base:
         return Path(self._compile[made][1][-1])
 
     def part(self, target, sources):
-        """Builds the program of some test files of cmake's target, from unchanged sources. Returns its path."""
+        """Builds the program of a cmake target, with only the test files in `sources` if there are any, from unchanged
+        sources. Returns its path."""
         original = self.build / "tests" / target
         if not sources:
             return original
@@ -189,8 +191,8 @@ class Worker:
             self._changed = None
 
     def program(self, target, sources=()):
-        """Builds the program of cmake's target; if sources are given, only with these tests. Returns its path, or None
-        if it does not contain the change."""
+        """Builds the program of a cmake target. If `sources` names test files, the program has only their tests.
+        Returns its path, or None if the program does not contain the change."""
         return self._make(self.base.build / target, sources)
 
     def build_with(self, executable):

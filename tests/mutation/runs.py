@@ -67,8 +67,8 @@ def _limited(limits):
 
 
 def run(command, folder, limits, covers=None, environment=None):
-    """Runs command in folder until it ends or exceeds its limits. covers maps files to their replacements, which are
-    used if the run has namespaces."""
+    """Runs `command` in `folder` until it ends or exceeds its limits. `covers` maps files to their replacements, which
+    are used if the run has namespaces."""
     start = time.monotonic()
     with open(folder / "output", "w+b") as output:
         process = subprocess.Popen(
@@ -100,8 +100,8 @@ def unit(program, folder, limits, covers=None):
 
 
 def system(file, build, folder, limits):
-    """Runs a file of system tests with the executable in build, up to the first failing test. These tests create
-    namespaces inside those of this run."""
+    """Runs a file of system tests with the executable in the folder `build`, up to the first failing test. These tests
+    create namespaces inside those of this run."""
     command = ["/usr/bin/python3", "-B", "-m", "pytest", "-x", "-q", "-p", "no:cacheprovider", file]
     return run(command, folder, limits, environment={"ADDRPUBD_BUILD": str(build)})
 

@@ -1,4 +1,5 @@
-"""The back end dns with several servers in the url, and with the primary server of the zone, with BIND."""
+"""The back end dns with BIND: with several servers in the url, and without a server in the url. In the second case the
+client uses the primary server of the zone."""
 
 import pytest
 

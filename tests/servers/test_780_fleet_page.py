@@ -1,7 +1,7 @@
 """All commands of docs/user/fleet.md, with six Redis nodes, two name servers and three hosts (fleet_machines.py).
 
-The sections in SERVERS and HOSTS are executed once, in the order of the page, for all tests that run together. Each of
-the other sections has a test.
+The sections in SERVERS and HOSTS are executed once, in the order of the page, for all tests that run together. Each
+other section with commands has at least one test.
 """
 
 import contextlib

@@ -2,7 +2,7 @@
 
     authority = Authority(sandbox, "/mnt/pki")      # makes the folder
     server = authority.issue("server", "DNS:localhost,IP:127.0.0.1")
-    server.certificate, server.key                  # paths in the sandbox, which everybody there can read
+    server.certificate, server.key                  # paths in the sandbox
 """
 
 from dataclasses import dataclass

@@ -85,7 +85,7 @@ class CycleModel:
         self._moment = 0  # the time of the current step
         self.wall_step = 0
         self.addresses = []
-        self.answers = {}  # results by function; functions that are not listed return 0
+        self.answers = {}  # results by function, without rdb_create; functions that are not listed return 0
         self.query_class, self.import_class = USABLE, UNTOUCHED
 
         self.calls, self.records, self.output = [], [], bytearray()

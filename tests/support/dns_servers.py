@@ -78,7 +78,7 @@ def records(addresses, ports=(), name=NAME, ttl=TTL):
 
 
 def belongs(line, name=NAME):
-    """Returns whether a line of the zone is a record that the client writes for name."""
+    """Returns whether a line of the zone is a record that the client writes for `name`."""
     owner, _, kind = line.split()[:3]
     return (owner == name + "." and kind in ("AAAA", "HTTPS")) or owner.endswith("._https." + name + ".")
 

@@ -21,7 +21,8 @@ def enter(sandbox):
 
 
 def inside(sandbox, function):
-    """Runs function on a new thread in the sandbox's network namespace. Returns its result or raises its exception."""
+    """Runs `function` on a new thread in the sandbox's network namespace. Returns its result or raises its
+    exception."""
     result, raised = [], []
 
     def work():

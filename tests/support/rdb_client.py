@@ -16,8 +16,8 @@ library's threads in the order of delivery. client.journal has all of them:
 
 With the shim, the worker's own waits last a fiftieth of their time by default, at least 1 ms. The shim records the
 requested times (hurryshim.cpp). client.waits() lists them; client.attempts() lists the worker's actions between them.
-Exchanges keep their real time limits. For servers that do not answer, sockets=N divides the time limits of waits on
-sockets by N.
+Exchanges of messages with a server keep their real time limits. For servers that do not answer, sockets=N divides the
+time limits of waits on sockets by N.
 `environment` is added to the child's environment; an LD_PRELOAD in it is kept.
 
 Syslog provides a separate /dev in the sandbox, with the usual devices and the socket /dev/log, which a thread of the
@@ -106,11 +106,11 @@ class Syslog:
         return list(self._texts)
 
     def lines(self, part=""):
-        """Returns the texts so far that contain part, without priority and time."""
+        """Returns the texts so far that contain `part`, without priority and time."""
         return [line for text in self.raw() if part in (line := _HEADER.sub("", text))]
 
     def wait(self, part, count=1):
-        """Waits for count lines that contain part. Returns them."""
+        """Waits until at least `count` lines contain `part`. Returns these lines."""
         return wait_until(lambda: found if len(found := self.lines(part)) >= count else None, f"syslog: {part!r}")
 
     def close(self):
@@ -221,7 +221,7 @@ class RdbClient:
         return [(record["reply"], record["text"]) for record in self.journal if "reply" in record]
 
     def wait_event(self, handle, code, count=1):
-        """Waits until the handle has had the event count times in total."""
+        """Waits until the handle has had the event at least `count` times in total."""
         wait_until(lambda: self.events(handle).count(code) >= count, f"event {code} of handle {handle}")
 
     def wait_reply(self, number):

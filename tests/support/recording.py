@@ -118,17 +118,17 @@ def snapshot(record):
 
 
 def expected_snapshot(name, value):
-    """Returns the 1104 bytes of the record that puts value under name."""
+    """Returns the 1104 bytes of the record that puts `value` as the value of the tag `name`."""
     name, value = name[:79], value[:999]
     head = name.ljust(80, b"\0") + bytes(8) + bytes(8) + b"\6" + bytes(5) + len(value).to_bytes(2, "little")
     return head + value.ljust(1000, b"\0")
 
 
 def expected_query(name):
-    """Returns the 256 bytes of the record that queries the tag name."""
+    """Returns the 256 bytes of the record that queries the tag `name`."""
     return bytes(12) + name[:79].ljust(80, b"\0") + bytes(164)
 
 
 def expected_import(name):
-    """Returns the 256 bytes of the record that imports the tag name."""
+    """Returns the 256 bytes of the record that imports the tag `name`."""
     return bytes(4) + b"\6" + bytes(7) + name[:79].ljust(80, b"\0") + bytes(97) + b"\2" + b"\0" + b"\1" + bytes(64)

@@ -74,7 +74,7 @@ class Process:
         return self._seen
 
     def wait_for_output(self, ending):
-        """Waits until the output contains ending. Returns all output."""
+        """Waits until the output contains `ending`. Returns all output so far."""
         give_up = time.monotonic() + PATIENCE
         while ending not in self._seen:
             assert not self._closed and time.monotonic() < give_up, f"no {ending!r} in {self._seen!r}"

@@ -2,10 +2,10 @@
 
     ADDRPUBD_DECIMAL_MARK=,   each program has the locale of LC_ALL and LOCPATH (localeshim.cpp); a program exits
                               at once if that locale has a different decimal mark
-    ADDRPUBD_UNDER=memcheck   each program runs under valgrind's memcheck; an error or a definite leak in any of its
-                              processes fails the test
-    ADDRPUBD_UNDER=arm64      the build is for arm64: each program runs under qemu-user, with the libraries of the
-                              Debian in ADDRPUBD_SYSROOT
+    ADDRPUBD_UNDER=memcheck   each program in PROGRAMS runs under valgrind's memcheck; an error or a definite leak in
+                              any of its processes fails the test
+    ADDRPUBD_UNDER=arm64      the build is for arm64: each program in PROGRAMS runs under qemu-user, with the libraries
+                              of the Debian in ADDRPUBD_SYSROOT
     ADDRPUBD_PATIENCE=4       factor for the time after which a test gives up waiting
     ADDRPUBD_TALLY=FILE       append the result of each test that pytest runs to this file, one JSON object per line
     ADDRPUBD_BUILD=FOLDER     the build folder to test
@@ -43,8 +43,8 @@ _TOOL = "/usr/libexec/valgrind/memcheck-amd64-linux"
 _OPTIONS = ["-q", "--trace-children=yes", "--vgdb=no", "--error-exitcode=99", "--leak-check=full"]
 _OPTIONS += ["--show-leak-kinds=definite", "--errors-for-leak-kinds=definite", "--num-callers=30"]
 _OPTIONS += ["--soname-synonyms=somalloc=nouserintercepts"]  # memcheck does not replace the malloc of the fault shim
-#  memcheck replaces operator delete of addrpubd-check, but not operator new of a module, which calls malloc. So it would
-#  report all memory that a module has allocated and the program releases.
+#  memcheck replaces operator delete of addrpubd-check, but not operator new of a module, which calls malloc. So
+#  memcheck would report all memory that a module has allocated and the program releases.
 _OPTIONS += ["--show-mismatched-frees=no"]
 _SUPPRESSIONS = Path(__file__).with_name("valgrind.supp")
 _SHIM = BUILD / "tests/liblocaleshim.so"
@@ -85,7 +85,7 @@ class Place:
         self._shim, self._locales, self._logs = str(shim), str(locales), str(logs)
 
     def environment(self, argv, given):
-        """Returns the environment of a program. It includes the variables in given."""
+        """Returns the environment of a program. It includes the variables in `given`."""
         passed = {name: os.environ[name] for name in PASSED_ON if name in os.environ}
         if "LOCPATH" in os.environ:
             passed["LOCPATH"] = self._locales

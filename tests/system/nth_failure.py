@@ -228,7 +228,8 @@ class Run:
             self.lines.append("= its pid is in the file")
 
     def child_of(self, parent):
-        """Returns the child of parent, or None if the parent ends without a child."""
+        """Waits until the process `parent` has a child. Returns the child, or None if the parent ends without a
+        child."""
 
         def found():
             children = set(self.bench.processes()) - {parent.pid}

@@ -86,7 +86,7 @@ def test_282_the_record_is_put_with_time_zero_every_time(host):
 
 
 def long_list(host, count):
-    """Adds count addresses of 39 characters to the host. Returns the resulting list."""
+    """Adds `count` addresses of 39 characters to the host. Returns the resulting list."""
     addresses = [f"2001:1db8:1111:2222:3333:4444:5555:{n:x}" for n in range(0x6601, 0x6601 + count)]
     host.sandbox.path("/mnt/batch").write_text("".join(f"addr add {a}/128 dev lo nodad\n" for a in addresses))
     host.sandbox.run("ip", "-6", "-batch", "/mnt/batch")

@@ -1,4 +1,5 @@
-"""The dynamic section of the executable: needed libraries, search path and exported symbols."""
+"""The dynamic section and the dynamic symbols of the executable: needed libraries, search path, exported and undefined
+symbols."""
 
 import re
 import subprocess

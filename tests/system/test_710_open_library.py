@@ -38,7 +38,7 @@ def hosts_lines(host):
 
 
 def database_values(host, folder):
-    """Returns the current values of the stopped service's database. They are read from a copy in folder."""
+    """Returns the current values in the database of the stopped service. Reads them from a copy in `folder`."""
     for file in host.sandbox.path("/mnt/data").glob("rdb.db*"):
         shutil.copy(file, folder)
     with sqlite3.connect(folder / "rdb.db") as database:
