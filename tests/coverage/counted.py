@@ -22,7 +22,7 @@ class Line:
 
     text: str
     count: int = 0
-    branches: dict = field(default_factory=dict)  # by column of the condition and outcome
+    branches: dict = field(default_factory=dict)  # maps (column of the condition, outcome) to a count
 
     def never_taken(self):
         return sum(count == 0 for count in self.branches.values())

@@ -159,8 +159,8 @@ def test_4261_a_new_connection_sends_the_value_before_it_is_reported(registered)
     assert registered.put("first") == OK
     assert calls(registered.server, "evalsha") == 1
     assert registered.server.history() == ["first"]
-    wait_until(lambda: calls(registered.server, "hmget") > 2, "the first check")  # the script makes two
-    assert calls(registered.server, "ping") == 1  # the login makes this call
+    wait_until(lambda: calls(registered.server, "hmget") > 2, "the first check")  # the script calls hmget twice
+    assert calls(registered.server, "ping") == 1  # the login calls ping
 
 
 def test_427_expired_keys_are_restored_while_the_host_runs(fixture):

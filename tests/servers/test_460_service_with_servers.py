@@ -188,7 +188,7 @@ def serve_pages(scene, address):
     new += ["-subj", f"/CN={NAME}", "-addext", f"subjectAltName=DNS:{NAME}", "-keyout", key, "-out", certificate]
     scene.sandbox.run(*new)
     command = ["openssl", "s_server", "-www", "-accept", address, "-key", key, "-cert", certificate]
-    command += ["-servername", NAME, "-key2", key, "-cert2", certificate]  # reports the requested name
+    command += ["-servername", NAME, "-key2", key, "-cert2", certificate]  # makes the server print the requested name
     server = scene.sandbox.spawn(*command, tty=True)
     server.wait_for_output(b"ACCEPT")
     return server, certificate

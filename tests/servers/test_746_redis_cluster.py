@@ -22,7 +22,7 @@ BACKEND_FAILED = 1014
 SERVER_REFUSED = 1017
 ROUNDS = int(os.environ.get("CLUSTER_ROUNDS", "1"))
 HOSTS = int(os.environ.get("CLUSTER_HOSTS", "12"))
-HOSTS_OF_A_PROCESS = 16  # handles of the library in one process
+HOSTS_OF_A_PROCESS = 16  # number of the library's handles in one process
 HISTORY = "?history=100000"  # more changes than a host makes
 
 

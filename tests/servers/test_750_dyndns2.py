@@ -21,7 +21,7 @@ class Scene:
     """The provider and the service run. The first cycle, which publishes the address A, has run."""
 
     def __init__(self, answer="good"):
-        self.host = Host(time.time_ns() + 60 * 10**9)  # the certificates made below are valid then
+        self.host = Host(time.time_ns() + 60 * 10**9)  # the certificates made below are valid from now on
         self.sandbox = self.host.sandbox
         open_library.install(BUILD, self.sandbox.path(DIRECTORY))
         authority = Authority(self.sandbox, "/mnt/pki")

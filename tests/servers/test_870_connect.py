@@ -49,7 +49,7 @@ class ConnectCases:
         assert output[0] == f"this host has {A}"
         assert marked("allowed", output) == [UPDATE]
         assert marked("expect", output) == [A]
-        assert marked("has", output) == [A, A]  # the server and the resolver
+        assert marked("has", output) == [A, A]  # in the server and from the resolver
         assert fixture.server.lines() == before
 
     def test_871_a_difference_is_explained(self, fixture):

@@ -25,7 +25,7 @@ LEVEL_NAMES = {ERR: "err", INF: "inf", DBG: "dbg"}
 SECOND = 1_000_000_000
 TURN = SECOND // 10
 USABLE = 2
-UNTOUCHED = -1  # tag class if rdb_taginport does not change it
+UNTOUCHED = -1  # value of import_class if rdb_taginport does not change the class
 LAST_SEQNO = 2147483647
 
 
@@ -92,8 +92,8 @@ class CycleModel:
         self._handles = {}
         self._connected = {RDB: False, DNS: False}
         self._last_cycle = 0
-        self._put_value, self._put_mark = b"", 0  # the mark is in tenths of seconds
-        self._sent_value, self._sent_time = b"", 0  # the time is in seconds
+        self._put_value, self._put_mark = b"", 0  # the mark: time of the last put, in tenths of seconds
+        self._sent_value, self._sent_time = b"", 0  # the time of the last request is in seconds
         self.seqno = 0
 
     #  Conditions

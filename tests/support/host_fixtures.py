@@ -51,7 +51,8 @@ def pytest_collection_modifyitems(items):
 
 @pytest.fixture(autouse=True)
 def memory():
-    """Fails a test if memcheck found an error. The check runs after all programs of the test have ended."""
+    """Fails a test if memcheck found an error. The check runs after the fixtures of the test, except those of a whole
+    module, have ended their programs."""
     yield
     found = surroundings.memory_errors()
     assert not found, found

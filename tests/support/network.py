@@ -41,7 +41,7 @@ class Network:
 
     def add_one(self, address, link=LO, prefix=128, preferred=FOREVER, valid=FOREVER, flags=0):
         """Adds an address with a prefix length, two lifetimes in seconds and flags (IFA_F_...). There is no duplicate
-        address detection and no route."""
+        address detection and no route for the prefix."""
         attributes = struct.pack("=HHI", 8, _IFA_FLAGS, flags | _IFA_F_NODAD | _IFA_F_NOPREFIXROUTE)
         attributes += struct.pack("=HHIIII", 20, _IFA_CACHEINFO, preferred, valid, 0, 0)
         self._address(_RTM_NEWADDR, _CREATE_NEW, (address, link, prefix), attributes)

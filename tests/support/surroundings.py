@@ -101,7 +101,8 @@ class Place:
         """Returns the command line that starts a program in the folder."""
         words = [str(word) for word in argv]
         if ARM64 and Path(words[0]).name in PROGRAMS:
-            #  The emulator derives /proc/self/exe from the path, also after a change of the working directory.
+            #  The emulator derives /proc/self/exe from the path, also after a change of the working directory. So the
+            #  path is joined with the folder.
             return [_EMULATOR, "-L", SYSROOT, "-0", words[0], os.path.join(folder, words[0]), *words[1:]]
         if not MEMCHECK or Path(words[0]).name not in PROGRAMS:
             return words

@@ -393,6 +393,14 @@ def beside_a_holder(word, kind="process", sigterm="default"):
     return steps
 
 
+#  The name of a situation is the command, "no word" for none, and its conditions:
+#
+#      udp log       the log goes to a UDP server          held      another process holds the lock on the pid file
+#      unknown tag   the server does not have the tag      deaf      as held, and this process ignores SIGTERM
+#      hurried       one or all sleeps of the parent fail  unnamed   as held, and the lock has no pid
+#      restless      all sleeps of the service fail
+#
+#  The values are the changed settings and the steps.
 SITUATIONS = {
     "-run": ({}, service),
     "-run, udp log": ({"logurl": UDP_LOG}, service_udp),

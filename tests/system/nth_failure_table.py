@@ -5,7 +5,7 @@ The table is in tests/data/nth_failure_*.tsv, one file per subject. Fields are s
 or error has several values, the line describes one run for each combination. Values are separated by blanks, situations
 by " | ":
 
-    situation   the command and its conditions (nth_failure.py)
+    situation   the command and its conditions (SITUATIONS in nth_failure.py)
     process     first: the process that was started; child: the process that -start forks
     call        the function whose call fails
     nth         which call fails, counted among the calls of the executable in that process. If there are more than

@@ -7,7 +7,7 @@ import subprocess
 from host import BUILD
 
 USUAL = {"libc.so.6", "libm.so.6", "libstdc++.so.6", "libgcc_s.so.1"}
-LOADERS = {"ld-linux-x86-64.so.2", "ld-linux-aarch64.so.1"}  # needed besides libc if thread-local storage is used
+LOADERS = {"ld-linux-x86-64.so.2", "ld-linux-aarch64.so.1"}  # one is needed if thread-local storage is used
 
 
 def readelf(*options):

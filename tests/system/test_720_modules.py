@@ -64,7 +64,8 @@ def mapped(host):
 def test_721_the_executable_needs_the_client_library_and_no_back_end(open_host):
     process = open_host.sandbox.spawn("./addrpubd", "-status", env={"LD_TRACE_LOADED_OBJECTS": "1"}, cwd=DIRECTORY)
     loaded = set(re.findall(r"^\s*(\S+)", process.all_output().decode(), re.MULTILINE))
-    loaded = {name for name in loaded if not re.search("/(liblocaleshim|vgpreload_)", name)}  # of other surroundings
+    #  The environments in surroundings.py preload these two libraries.
+    loaded = {name for name in loaded if not re.search("/(liblocaleshim|vgpreload_)", name)}
     system = {"linux-vdso.so.1", "libc.so.6", "libm.so.6", "/lib64/ld-linux-x86-64.so.2", "/lib/ld-linux-aarch64.so.1"}
     assert loaded - system == {"./librdbapix64.so"}
 

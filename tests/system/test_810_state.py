@@ -186,7 +186,8 @@ def test_817_a_server_that_cannot_be_used_is_reported_with_its_reason(open_host)
 
 def test_818_the_service_in_the_background_has_a_state_until_it_is_stopped(open_host):
     started = open_host.start("-start")
-    wait_until(lambda: status(open_host.sandbox)[0] == 1, "the state")  # only the test advances its clock
+    #  Nothing is published, because the test does not advance the clock of the service. So the status stays 1.
+    wait_until(lambda: status(open_host.sandbox)[0] == 1, "the state")
     service = open_host.sandbox.adopt(state_of(open_host.sandbox)[1]["pid"])
     assert service.pid != started.pid
     service.kill()
