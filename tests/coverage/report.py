@@ -59,7 +59,7 @@ def share(part, whole):
 
 
 def row(name, lines):
-    """Returns name and figures. A branch of a line that was not executed is not taken."""
+    """Returns the name and the figures of a row. The branches of a line that was not executed count as not taken."""
     branches = sum(len(line.branches) for line in lines)
     taken = branches - sum(line.never_taken() for line in lines)
     run = sum(line.count > 0 for line in lines)

@@ -124,7 +124,7 @@ def test_736_a_server_that_comes_back_with_another_certificate_gets_the_value_ag
     fixture.wait_held("2001:db8::1")
 
 
-def test_737_only_rediss_brings_libssl_into_the_process(fixture):
+def test_737_rediss_loads_libssl_and_redis_does_not(fixture):
     fixture.start_usual("--port", "6380")
     fixture.open("redis://127.0.0.1:6380")
     fixture.wait_connected()

@@ -114,7 +114,7 @@ class TestBindConnect(ConnectCases):
         status, output = dns_settings(fixture, option).check("--connect")
         assert (status, marked("refused", output)[0].startswith(f"{question}: REFUSED")) == (1, True)
 
-    def test_877_records_that_differ_beside_equal_addresses_are_found(self, fixture):
+    def test_877_differing_records_are_found_even_if_the_addresses_are_equal(self, fixture):
         fixture.sandbox.add_address(A + "/64")
         publish(fixture, [A])
         status, output = dns_settings(fixture, ports="443, 8443").check("--connect")

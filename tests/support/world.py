@@ -117,7 +117,7 @@ class Scenario:
         self.look(allowed)
 
     def look(self, allowed=True):
-        """Copies the state of the network to the model."""
+        """Copies the addresses of the host to the model, or states there that they cannot be listed."""
         self.model.addresses = self.network.addresses() if allowed else None
 
     #  Events of the servers
@@ -160,7 +160,8 @@ class Scenario:
     #  Calls of the service
 
     def calls(self):
-        """Returns all calls so far as those of the model. All must come from the main thread."""
+        """Returns all calls of the service so far, in the form of the model's calls. All must come from the main
+        thread."""
         calls = self.library.calls()
         assert all(call.main_thread for call in calls)
         return [Call.of(call) for call in calls]

@@ -205,8 +205,8 @@ class Run:
         return "; ".join(" | ".join(file.read_text().strip() for file in files) for files in looks)
 
     def live(self, process):
-        """Lets a started service run its cycles. Before each cycle both servers connect. Ends the service as -stop
-        does."""
+        """Lets a started service run its cycles. Before each cycle both servers connect. Ends the service with SIGTERM,
+        as -stop does."""
         for cycle in range(CYCLES):
             control = self.rests(process)
             if control is None:

@@ -13,7 +13,7 @@ def cycled(scenario):
 
 
 def test_6201_a_clock_step_moves_the_next_cycle(new_scenario):
-    """Checks the seconds between a clock step immediately after a cycle and the next cycle."""
+    """The clock is stepped immediately after a cycle. The test checks after how many seconds the next cycle runs."""
     held_back = {0: 10, -1: 11, -8: 18, -9: 19, 1: 9, 8: 2, 9: 1}
     at_once = dict.fromkeys([-10, -11, 10, 11, 599, -599, 600, -600], 0.1)
     wait_after = held_back | at_once

@@ -126,7 +126,7 @@ def test_725_a_module_is_loaded_only_from_the_folder_of_the_library(open_host, f
         "dns-tls://host/zone",
     ],
 )
-def test_726_these_urls_load_no_other_file(open_host, url):
+def test_726_an_unknown_scheme_is_rejected_even_if_a_file_has_its_name(open_host, url):
     shutil.copy(module(open_host, "sqlite"), open_host.sandbox.path(f"{PLANTED}/librdbapix64-x.so"))
     for name in ("planted", "planted-x", "redis-planted"):
         shutil.copy(module(open_host, "sqlite"), module(open_host, name))
