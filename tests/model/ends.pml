@@ -1,18 +1,20 @@
 /*
  *  Shutdown of the service: an exit signal at any point of the service's thread, and one thread of the client library.
  *
- *      service    rest --> step: own code, in a lock of the allocator, in the C library's allocator --> call --> rest
- *                                                                              the call may block forever
+ *      service    rest --> own code --> rest
+ *                            ^
+ *                            '--> with a lock of the allocator, or in the C library's allocator, or in a call of the
+ *                                 client library, which may block forever
  *      library    idle --> callback: reads the log's pointer, uses the log --> idle
  *      timer      ticks at any time after it was started
  *
- *  Signal and tick interrupt the service's thread at any place. Each lets the step continue or starts the end, like
- *  service/exitsignal.cpp. README.md describes how to run the model, and its results.
+ *  The signal and the ticks interrupt the service's thread at any place. Each handler either lets the step continue or
+ *  starts the shutdown, as in service/exitsignal.cpp. README.md describes how to run the model, and its results.
  *
- *  Each define that README.md lists breaks one thing, to show that the checks can fail.
+ *  Each define that README.md lists for this model breaks one thing, to show that the checks can fail.
  */
 
-#define STEP_TICKS 2         /* 5 in the program */
+#define STEP_TICKS 2         /* max_step_ticks, 5 in the program */
 
 /* The state of the service's thread. */
 mtype = { REST, OWN, ALLOCATOR, C_LIBRARY, CALL, STUCK_CALL }
@@ -35,7 +37,7 @@ bool ended = false;
 
 #define IN_STEP (place != REST)
 
-/* The decision of the handler: true lets the step continue. */
+/* The decision of the two handlers: true lets the step continue. */
 #ifdef END_AT_ONCE
 #define STEP_GOES_ON false
 #else
@@ -46,7 +48,7 @@ bool ended = false;
 #endif
 #endif
 
-/* The service's thread until a signal ends it. A step of the program is finite. */
+/* The service's thread until the shutdown begins. A step has at most three parts, so it ends unless a call blocks. */
 proctype Service() {
     byte work = 0;
     do
@@ -71,7 +73,7 @@ proctype Service() {
     od
 }
 
-/* The handlers: they interrupt the service's thread at any place. */
+/* Used by the two handlers, which interrupt the service's thread at any place. */
 inline decide() {
     if
     :: STEP_GOES_ON -> skip
@@ -122,7 +124,7 @@ proctype End() {
     ended = true
 }
 
-/* A callback uses the log while it has the pointer. It may block on a reader of the console. */
+/* A callback uses the log while it has the pointer. A callback may block, because no program reads the console. */
 proctype Library() {
     do
     :: atomic { !ended && !in_callback && log_there -> in_callback = true }
@@ -141,5 +143,5 @@ ltl orderly { [] (ended -> closed) }
 /* A signal ends the process. */
 ltl ends { [] (signalled -> <> ended) }
 
-/* The limit is reached only if a step was blocked too long, and then only inside the C library's allocator. */
+/* The time limit of the shutdown is reached only if a step was blocked too long in the C library's allocator. */
 ltl uncut { [] (cut_off -> (place == C_LIBRARY && ticks == STEP_TICKS)) }

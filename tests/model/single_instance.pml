@@ -1,17 +1,18 @@
 /*
  *  The single-instance protocol: two starters, one stopper, and kills at any point.
  *
- *      -start   query   claim   write   fork   close                     the parent's claim orders two starts
+ *      -start   query   claim   write   fork   close               of two starts at once, one waits at its claim
  *                                         \  chdir  claim  write  start  arm  loop     the child becomes the service
  *      -run     query   claim   write   claim   write   start   arm   loop
- *      -stop    query   SIGTERM   (query, second) * limit   SIGKILL
+ *      -stop    query   SIGTERM   up to STOP_LIMIT times: query, wait 1 s   SIGKILL
  *
- *  A step is about one system call: other processes may run between any two steps, and a process may be killed
- *  there. A process is a number from 1 to 4, and its step is its next action. The two starters repeatedly start
- *  processes 1 and 3; process n + 1 is the child that process n forks.
+ *  Each "write" above is two steps: TRUNCATE and WRITE. A step is about one system call: other processes may run
+ *  between any two steps, and a process may be killed there. A process is a number from 1 to 4, and its step is its
+ *  next action. The two starters repeatedly start processes 1 and 3. Process 2 is the child that process 1 forks,
+ *  process 4 the child that process 3 forks.
  *
- *  The phase of random starts and kills ("storm") ends at any moment. Afterwards only -stop kills. It is repeated until
- *  it reports that nothing runs. Then one more program is started.
+ *  The phase of random starts and kills ("storm") ends at any moment. Afterwards only -stop kills. -stop is repeated
+ *  until it reports that nothing runs. Then one more program is started.
  *
  *  README.md describes how to run the model, its results, and what it leaves out.
  *
@@ -23,7 +24,7 @@
 #define LAST 4
 #define STOP_LIMIT 3         /* queries of -stop: 300 in the program */
 
-/* The next step of a process. SIGTERM ends it in each step up to ARM: no handler is installed before LOOP. */
+/* The next step of a process. Up to ARM, SIGTERM ends the process: no handler is installed before LOOP. */
 #define ABSENT 0             /* no such process */
 #define QUERY 1              /* F_GETLK */
 #define CLAIM 2              /* F_SETLKW */
@@ -103,7 +104,7 @@ inline sigterm(p) {
     fi
 }
 
-/* A step that may fail, such as chdir or the start of the service object. It does not fail after the storm. */
+/* A step that may fail during the storm: chdir or the start of the service object. */
 inline go_on_or_fail(p, next) {
     if
     :: step[p] = next
@@ -248,7 +249,8 @@ init {
 /* -stop always ends. */
 ltl stop_ends { [] (stop_step != IDLE -> <> (stop_step == IDLE)) }
 
-/* From every state after the storm: after -stop until nothing runs, and one start, a service runs and keeps running. */
+/* After the storm, from every state: once -stop has reported that nothing runs and one program was started, a service
+   runs and keeps running. */
 ltl recovers { [] (calm -> <> [] SERVING) }
 
 /* If two programs start at the same time, and nothing else happens, a service starts and keeps running. */
