@@ -10,7 +10,7 @@ set(CMAKE_SYSTEM_PROCESSOR aarch64)
 set(CMAKE_CXX_COMPILER aarch64-linux-gnu-g++)
 set(CMAKE_LIBRARY_ARCHITECTURE aarch64-linux-gnu)
 
-#  The projects of CMake's compiler checks also read this file, so they also need the variable.
+#  The projects of CMake's compiler checks also read this file, so they also need the variable ADDRPUBD_SYSROOT.
 list(APPEND CMAKE_TRY_COMPILE_PLATFORM_VARIABLES ADDRPUBD_SYSROOT)
 set(CMAKE_SYSROOT ${ADDRPUBD_SYSROOT})
 
@@ -20,5 +20,5 @@ set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
 
-#  The static build of qemu-user is not affected by LD_PRELOAD, which is meant for the program that it runs.
+#  LD_PRELOAD is meant for the emulated program. It does not affect the static build of qemu-user.
 set(CMAKE_CROSSCOMPILING_EMULATOR qemu-aarch64-static -L ${ADDRPUBD_SYSROOT})

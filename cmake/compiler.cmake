@@ -36,12 +36,13 @@ if(ADDRPUBD_CHECK)
     add_compile_definitions(OLK_CHECK)
 endif()
 #  Hardening of all products and tests. Builds with a sanitizer do not use these flags.
-#  - Immediate binding, a read-only relocation table, a position-independent executable, no executable stack.
-#  - Stack protector, stack probes for each page, branch targets marked for indirect jumps (on arm64
-#    also signed return addresses).
-#  - With ADDRPUBD_FORTIFY, checked variants of C library functions. Packages are built with ADDRPUBD_FORTIFY, unit
-#    tests without it, because they replace the unchecked functions. The option overrides the default level of the
-#    compiler or distribution.
+#  - Symbols are bound at the start, the relocation table is read-only, executables are position-independent, and the
+#    stack is not executable.
+#  - Functions with buffers have a stack protector, each page of a large stack frame is probed, and targets of indirect
+#    jumps are marked. On arm64 return addresses are also signed.
+#  - With ADDRPUBD_FORTIFY, the programs call checked variants of C library functions. Packages are built with
+#    ADDRPUBD_FORTIFY, unit tests without it, because they replace the unchecked functions. The option overrides the
+#    default level of the compiler or distribution.
 if(NOT ADDRPUBD_SANITIZE)
     include(CheckPIESupported)
     check_pie_supported(LANGUAGES CXX)

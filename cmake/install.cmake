@@ -1,4 +1,4 @@
-#  The files of an installation. The Debian package uses this list unchanged.
+#  The files of an installation. The Debian package uses this list unchanged. The most important places are:
 #
 #      lib/addrpubd/       the program, its client library with the modules, and a link to the ini file; all must be in
 #                          one folder
@@ -6,11 +6,11 @@
 #      /etc/addrpubd/      the ini file; with another prefix than /usr this is PREFIX/etc/addrpubd/, and below /opt it
 #                          is /etc/PREFIX/addrpubd/ (GNUInstallDirs)
 #
-#  The wrapper, the unit, the manual pages and addrpubd-check contain these paths. So the prefix must be set when the
-#  build is configured.
+#  The script sbin/addrpubd, the units, the drop-in check-settings.conf, the manual pages and addrpubd-check contain
+#  such paths. So the prefix must be set when the build is configured.
 #
-#  All files belong to the user who installs them. The ini file contains passwords, so only this user may read it here.
-#  A package may change this.
+#  All files belong to the user who installs them. The ini file contains passwords, so only this user may read it. A
+#  package may set another owner or mode.
 
 include(GNUInstallDirs)
 
@@ -28,7 +28,7 @@ foreach(file system/addrpubd system/addrpubd.service system/addrpubd@.service sy
     configure_file(${packaging}/${file}.in ${configured}/${file} @ONLY)
 endforeach()
 
-#  The unit of an instance is the unit of the service, followed by the lines that differ.
+#  The unit of an instance is the unit of the service, followed by the lines of addrpubd@.service.in.
 set(instances ${configured}/system/addrpubd@.service)
 file(READ ${configured}/system/addrpubd.service unit)
 file(READ ${instances} lines)

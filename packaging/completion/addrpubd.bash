@@ -1,8 +1,8 @@
 # shellcheck shell=bash
 #  Completion for addrpubd and addrpubd-check in bash(1). It uses no function of another package.
 #
-#  Each key is a word, its value the words that are offered after it. FILE stands for the names of ini files and folders.
-#  Every option of the usages of the two programs must be in this table.
+#  Each key is a word; its value has the words that are offered after it. FILE means the names of ini files and folders.
+#  Every option in the usage texts of the two programs must be in this table.
 declare -gA _addrpubd_next=(
     [addrpubd]="-start -stop -status -run -ver"
     [addrpubd-check]="--help --status --connect --remove FILE"
@@ -16,7 +16,7 @@ declare -gA _addrpubd_next=(
 _addrpubd() {
     local current=$2 words="" name
     COMPREPLY=()
-    #  The command may be a path. After it only an option has words that can follow.
+    #  The command may be a path. Later words are completed only after an option that begins with --.
     if ((COMP_CWORD == 1)); then
         words=${_addrpubd_next[${1##*/}]}
     elif [[ $3 == --* ]]; then
