@@ -5,14 +5,14 @@ import time
 
 from network import MANAGE_TEMPORARY
 
-MOST = 450  # maximum number of addresses that are added at once, so that a request fits into a log datagram
+MOST = 450  # maximum number of addresses that are added together; a request with them fits into a log datagram
 LOOK = 0.1  # seconds between two checks for addresses that expire
-TEMPORARIES = 8  # maximum number of addresses that have temporary addresses
+TEMPORARIES = 8  # maximum number of addresses for which the kernel makes temporary addresses
 UNPUBLISHED = ["fe80::1:1", "fec0::1", "fe90:1::1", "::192.0.2.1", "::ffff:192.0.2.2"]
 
 
 class Deck:
-    """Returns its items in random order. Each item is returned once before any is repeated, so that a short run has
+    """Returns its items in random order. Each item is returned once before an item is repeated, so that a short run has
     every kind."""
 
     def __init__(self, cards, source):
@@ -30,7 +30,7 @@ class Activities:
         self._random = random.Random(seed)
         self._usual = [f"2001:db8:aa::{number:x}" for number in range(1, 13)]
         self._usual += [f"fd12:3456:789a::{number:x}" for number in range(1, 5)]
-        self._flood = []  # (link, address) of the addresses that were added at once
+        self._flood = []  # (link, address) of the addresses that _pour has added together
         self._fresh = 0
         kinds = [self._still, self._few, self._flicker, self._flood_or_ebb, self._renumber, self._empty]
         self._deck = Deck(kinds + [self._lifetimes, self._twice, self._storm, self._flood_or_ebb], self._random)
@@ -45,7 +45,7 @@ class Activities:
         self._deck.draw()()
 
     def few(self):
-        """Changes one to three addresses without a pause."""
+        """Adds or removes an address, one to three times without a pause."""
         for _ in range(self._random.randint(1, 3)):
             self._toggle()
 
@@ -104,7 +104,7 @@ class Activities:
     def _pour(self, count):
         self._flood = [self._put() for _ in range(count)]
 
-    #  Replaces the published addresses without a lifetime by a few new ones.
+    #  Replaces the addresses without a lifetime by a few new ones, except those of UNPUBLISHED.
     def _renumber(self):
         self._take_all()
         for _ in range(self._random.randint(3, 12)):

@@ -26,20 +26,20 @@ def _text(address):
 
 
 class Addresses(Network):
-    """Changes and records the addresses. An expiring address disappears at the end of its lifetime, or with the address
-    from which it was derived. One thread only.
+    """Changes and records the addresses. An address with a lifetime disappears at the end of its lifetime; a temporary
+    address disappears earlier if the address from which it was derived is removed. Only one thread may use an object.
     """
 
     def __init__(self, sandbox, veth):
         super().__init__(sandbox)
         self.links = (LO, veth)
         self.ledger = Ledger()
-        self.mine = {}  # (link, address) -> prefix length, of the addresses that are to be removed
+        self.mine = {}  # (link, address) -> prefix length, of the addresses that take() has to remove
         self._fading = {}  # (link, address) -> time at which it was last seen
         self._known = set(self._places())
 
     def put(self, address, link, preferred=FOREVER, valid=FOREVER, flags=0, prefix=128):
-        """Adds an address. If it expires or has temporary addresses, look() must be called afterwards."""
+        """Adds an address. If the address expires or has temporary addresses, look() must be called repeatedly."""
         before = time.time()
         self.add_one(address, link, prefix, preferred, valid, flags)
         after = time.time()

@@ -63,8 +63,8 @@ class Database:
                     self._complain(f"the database cannot be read: {error}")
 
     def new_rows(self):
-        """Returns time and value of each new row of the history. Complains about values that were read but are in no
-        row."""
+        """Returns time and value of each new row of the history. Complains about a gap in the rows, and about values
+        that the reader got but that are neither in a new row nor in the row before."""
         seen, self._seen = self._seen, set()
         connection = self._open()
         try:

@@ -1,5 +1,5 @@
-"""The resources of a service, and whether they grow. They are measured while the service is idle and connected to both
-files. At these times no call has a file open, and every run of the service has the same descriptors.
+"""The resources of a service, and whether they grow. They are measured while the service is idle and connected
+to the database and the hosts file. At these times no call has a file open, so the service always has the same descriptors.
 """
 
 import statistics
@@ -8,10 +8,10 @@ import time
 WARM_UP = 180.0  # seconds after which no figure may grow; in a shorter soak, a third of its duration
 SEVERAL = 3  # a figure is the median of this many samples
 
-#  Allowed growth until the end. RssAnon, kB: after the warm-up, the main thread and two threads of the client library
-#  may for the first time need their most memory at the same moment, and so more pages of the heap. VmData, kB: the C
-#  library returns memory to the system only from 1 MB on. Both figures include memory that SQLite keeps for a database
-#  that has grown.
+#  Allowed growth between the end of the warm-up and the end of a run. RssAnon and VmData are in kB. RssAnon grows when
+#  the main thread and two threads of the client library need their maximum memory at the same time for the first time.
+#  VmData grows because the C library keeps up to 1 MB of free memory. Both include memory that SQLite keeps for a
+#  growing database; growths() adds the size of the database.
 STRAY = {"RssAnon": 192, "VmData": 1024, "descriptors": 0, "threads": 0}
 MEMORY = ("RssAnon", "VmData")
 

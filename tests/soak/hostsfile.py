@@ -39,7 +39,7 @@ def _is_address(text):
 
 
 class HostsFile:
-    """path and name are those of the service. complain(text) receives the errors of readers."""
+    """`path`: the hosts file of the service. `name`: its host name. `complain(text)` receives the errors."""
 
     def __init__(self, path, name, seed, complain):
         self.path = Path(path)
@@ -112,7 +112,8 @@ class HostsFile:
         with self.path.open("ab", buffering=0) as file:
             file.write(line)
 
-    #  Holds the writers' lock, so that an older block cannot replace a newer block of the service.
+    #  Holds the lock of the client library, so that no block is written between the read and the replacement. Otherwise
+    #  the replacement could restore an older block.
     def _replace(self):
         descriptor = os.open(self._lock_path, os.O_RDWR | os.O_CREAT, 0o600)
         try:
@@ -131,7 +132,8 @@ class HostsFile:
             return False
         return b" edited" not in line or self._random.random() < 0.7
 
-    #  Removes some of the added lines, and inserts another line at the start.
+    #  Removes some of the lines that _append has added, and inserts another line at the start instead of the line of the
+    #  previous call.
     def _shorten(self, text):
         kept = [line for line in lines_of(text) if self._stays(line)]
         return b"# front %d\n" % self.edits + b"".join(kept)

@@ -11,8 +11,8 @@ FOREVER = math.inf
 
 @dataclass
 class Stay:
-    """A stay of an address. The address is certainly present from `settled` to `doubted`, and possibly present from
-    `came` to `gone`."""
+    """A time in which a link had an address. The address is certainly present from `settled` to `doubted`, and possibly
+    present from `came` to `gone`."""
 
     came: float
     settled: float

@@ -1,7 +1,7 @@
 """One host of the soak: a service in a sandbox, random events, and checks of how the service reacts.
 
 A round is a series of changes, in most rounds together with a disturbance, a command or an edit of the hosts file. Then
-the addresses stay unchanged until the database and the hosts file have the list. This must happen within a time limit.
+the addresses stay unchanged until the database and the hosts file have the list. They must have it within a time limit.
 """
 
 import random
@@ -22,7 +22,7 @@ from witness import Witness
 #  machine.
 LATE = 10.9
 LOOK = 0.05  # seconds between two checks while waiting
-CALLS_END = 5.2  # seconds after which every call delayed by a disturbance has ended
+CALLS_END = 5.2  # seconds after a disturbance; by then every call that it delayed has ended
 LINK = """
 ip link add soak0 type veth peer name soak1
 cd /proc/sys/net/ipv6/conf/soak0
@@ -36,7 +36,8 @@ ip link set soak1 up
 
 
 class Life:
-    """`restart`: seconds between two restarts, or None. `tiny`: whether the data is on a small file system."""
+    """`restart`: seconds from a start to the next restart, or None. `tiny`: whether the data is on a small file system,
+    which is filled at times."""
 
     def __init__(self, title, data, seed, seconds, restart=None, tiny=False):
         self.title, self.complaints, self._data = title, [], data
@@ -56,7 +57,7 @@ class Life:
         self.figures = Figures(self.service, seconds)
         self.started = 0.0  # time of the last start of the service
         self.checks = self.restarts = self.commands = 0
-        self.worst = {"untroubled": 0.0, "troubled": 0.0}  # longest delay, seconds after the last change or disturbance
+        self.worst = {"untroubled": 0.0, "troubled": 0.0}  # maximum seconds from the last change, start or disturbance
         self.most = 0  # maximum number of addresses to publish
         self.size = 0  # size of the database in kB at the end of the soak
         self.thread = threading.Thread(target=self._run, name=title)
@@ -162,7 +163,7 @@ class Life:
     #  Checks
 
     def _settle(self):
-        """Waits until both servers have the list, and checks all log records and file contents."""
+        """Waits until both files have the list. Then checks all log records and file contents."""
         looks = 0
         while True:
             looks += 1
@@ -221,7 +222,7 @@ class Life:
         if not self.checks % 10:
             self.database.check_whole()
 
-    #  Syslog has the reasons of failures, and a line when a server works again. Any other line is an error.
+    #  The library writes to syslog only the expected reasons of failures, and a line when a server works again.
     def _check_syslog(self):
         for line in self.syslog.lines("rdbapi: "):
             reason = line.split("rdbapi: ", 1)[1]

@@ -2,8 +2,8 @@
 
     records.take() -> [Record, ...]     records since the last call
 
-The time of a datagram's record is the time at which the receiver got it. The time of a console record is that of the
-service.
+The time of a record from a datagram is the time at which the log server received the datagram. The time of a console
+record is the time that the service has written into it.
 """
 
 import datetime
@@ -60,7 +60,7 @@ class UdpLog:
 
 
 class ConsoleLog:
-    """The output of a foreground run. `process` is the process of the run. Its output must be a pipe."""
+    """The output of a foreground run. `process` is the process of the run; its output must be a pipe."""
 
     url = "stdout"
 

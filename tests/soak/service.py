@@ -1,4 +1,4 @@
-"""One service on a host of the system tests, with the open client library: its commands, its resources."""
+"""One service with the open client library, in a sandbox of the system tests: its commands and its resources."""
 
 import os
 from pathlib import Path
@@ -11,7 +11,7 @@ PORTS = [443, 8443]
 
 
 class Service(PlainHost):
-    """data is the folder of the database and of the hosts file. It has the same path inside the sandbox."""
+    """`data`: the folder of the database and of the hosts file. It has the same path inside the sandbox."""
 
     def __init__(self, data, name):
         super().__init__()
@@ -94,7 +94,7 @@ class Service(PlainHost):
             return None
 
     def left_behind(self):
-        """Returns the names of things that should not remain after the stop."""
+        """Returns what should not have remained after the stop, and the number of lost datagrams, as texts."""
         found = []
         entries = [entry for entry in os.listdir(self.sandbox.path("/proc")) if entry.isdigit() and entry != "1"]
         for entry in entries:

@@ -1,8 +1,8 @@
 """soak.py MINUTES: runs two services in real time for MINUTES in private namespaces. Prints a table at the end.
 
     steady      runs all the time in the background, with a UDP log; its files are on the disk
-    restless    is ended and started repeatedly, in the foreground or background; its files are in a small file system
-                in memory, which is sometimes full
+    restless    is stopped and started repeatedly, alternately in the background with a UDP log and in the foreground;
+                its files are in a small file system in memory, which is sometimes full
 
 Requires private mount, network, IPC and PID namespaces, and the build folder in ADDRPUBD_BUILD. scripts/soak sets up
 both.

@@ -1,4 +1,4 @@
-"""Disturbances of the service's files, and how long each may affect the log.
+"""Disturbances (locks, full disks, restarts), and how long each may affect the service.
 
     with troubles.during("lock"): ...
 """
@@ -11,7 +11,8 @@ import threading
 import time
 from dataclasses import dataclass
 
-#  Maximum time in seconds until the library detects that a server works again (docs/user/operations.md).
+#  Maximum time in seconds until the library detects that a database or hosts file works again
+#  (docs/user/operations.md).
 FOUND_AGAIN = 60.0
 KINDS = ("lock", "full", "restart")
 #  A call that started before the end of a disturbance may fail later, but not later than this many seconds. The
@@ -31,7 +32,7 @@ class Trouble:
     kind: str
     start: float
     end: float = float("inf")
-    over: float = float("inf")  # time when all calls worked again
+    over: float = float("inf")  # time after which the disturbance has no effect
 
 
 class Troubles:
@@ -69,7 +70,8 @@ class Troubles:
         return sum(trouble.kind == kind for trouble in self.all)
 
     def near(self, low, high, after, kinds=KINDS):
-        """Returns the start of the first disturbance that may have an effect between `low` and `high`, or None."""
+        """Returns the start of the first disturbance that may have an effect between `low` and `high`, or None. A
+        disturbance may have an effect until `after` seconds after its end."""
         starts = [
             trouble.start
             for trouble in self.all
@@ -82,14 +84,15 @@ class Troubles:
         return max((trouble.end for trouble in self.all if trouble.over == float("inf")), default=0.0)
 
     def all_is_well(self):
-        """Must be called when everything works again and all earlier calls have ended."""
+        """Must be called when both files work again and all earlier calls of the library have ended. Disturbances that
+        ended more than ERRORS_AFTER ago then have no further effect."""
         now = time.time()
         for trouble in self.all:
             if trouble.end + ERRORS_AFTER < now:
                 trouble.over = min(trouble.over, now)
 
     def explain(self, text, moment):
-        """Returns whether a disturbance of the files causes this error in the log."""
+        """Returns whether a lock or a full disk explains this error in the log."""
         if _EXPLAINED.fullmatch(text) is None:
             return False
         return self.near(moment, moment, ERRORS_AFTER, ("lock", "full")) is not None

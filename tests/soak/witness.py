@@ -11,11 +11,11 @@ from addresses import VALUE_LIMIT, as_value, publishable
 from service import PORTS
 from troubles import FOUND_AGAIN
 
-#  Seconds from the reading of a list to the time of its row. At most two calls of a working database take place in this
-#  time; the second is the put, which sets the time of the row.
+#  Seconds from the reading of a list to the time of its row. In this time the service queries the tag, imports it if
+#  the query fails, and puts the value. The put sets the time of the row.
 ROW_WINDOW = 1.0
-#  Seconds from the reading of a list to its record. At most two calls of the library take place in this time. The time
-#  limit of a call is 3 s.
+#  Seconds from the reading of a list to its record. In this time the service queries the tag, imports it if the query
+#  fails, and puts the value. Two of these calls may take 3 s, the time limit of a call.
 RECORD_WINDOW = 6.5
 CLOCK_STEP = 0.002  # the times of rows are whole milliseconds
 
@@ -37,7 +37,7 @@ class Witness:
         self._tag_is_new = True  # the database does not have the tag until the first import
         self.connected = {"rdb": False, "dns": False}
         self.puts = self.requests = self.replies = self.errors = self.rows = 0
-        self._puts = []  # time and value of successful puts that were not yet compared with rows
+        self._puts = []  # time and value of the successful puts that were not yet compared with rows
         self._rows = []  # rows for which no put was found so far
         self._current = None  # value of the row before the first of _rows
         self.sent = []  # the last list sent
@@ -149,7 +149,7 @@ class Witness:
                 if value != self._current:
                     self._complain(f"the put of {clock(moment)} has no row: {value[:200]}")
                 continue
-            #  Of several equal rows the last belongs to the put. The library itself put the earlier rows.
+            #  If several rows have this value, the last belongs to the put. The library itself has put the earlier ones.
             self._rows_without_put(self._rows[: places[-1]])
             del self._rows[: places[-1] + 1]
             self._current = value
@@ -159,7 +159,7 @@ class Witness:
         del self._rows[: len(old)]
         self._current = old[-1][1] if old else self._current
 
-    #  The library itself repeats failed puts. So after a disturbance a row without a put in the log is correct.
+    #  The library itself repeats failed puts. So after a disturbance a row may have no put in the log.
     def _rows_without_put(self, rows):
         for moment, value in rows:
             if self._troubles.near(moment, moment, FOUND_AGAIN + RECORD_WINDOW) is None:
