@@ -36,7 +36,7 @@ def installed(tmp_path_factory):
 
 @pytest.fixture
 def machine(installed):
-    """A sandbox in which the installed files are at their final paths."""
+    """Creates a sandbox in which the installed files are at their final paths."""
     if installed.prefix == Path("/usr"):
         pytest.exit("the build's prefix is /usr, which the sandbox shares with this machine", SKIPPED)
     place = sandbox.Sandbox()

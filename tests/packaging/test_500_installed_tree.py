@@ -18,7 +18,7 @@ FOLDER = "drwxr-xr-x"
 #  The first bytes of a program or a library.
 ELF = b"\x7fELF"
 
-#  The file of a link or a picture. A link to another site has a scheme and does not match.
+#  Matches the file of a link or a picture. A link to another site has a scheme and does not match.
 LINK = re.compile(r"\]\((?!\w+:)([^)#]+)")
 
 #  Every page of this folder is installed; pages of other folders are not.

@@ -51,7 +51,7 @@ def test_563_the_exposure_level_is_low(installed, file):
 
 
 def test_564_only_an_abnormal_end_causes_a_restart(unit):
-    #  A failed start exits with a status. An abnormal end is caused by a signal.
+    #  A failed start exits with a status. The causes of an abnormal end are a signal, a watchdog or a time limit.
     assert unit["Restart"] == ["on-abnormal"]
     assert int(unit["StartLimitBurst"][0]) * int(unit["RestartSec"][0]) < int(unit["StartLimitIntervalSec"][0])
 

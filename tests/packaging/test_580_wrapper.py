@@ -1,4 +1,4 @@
-"""/usr/sbin/addrpubd, which starts the program in the folder of its client library."""
+"""The script sbin/addrpubd, which starts the program in the folder of its client library."""
 
 import pytest
 

@@ -1,5 +1,5 @@
-"""A build without the options of developers, like that of the README: it builds no tests, and prints which back ends
-were left out."""
+"""A build without the options of developers, as in the README. It builds no tests, and prints which back ends were left
+out."""
 
 import subprocess
 

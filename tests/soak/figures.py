@@ -1,5 +1,5 @@
-"""The resources of a service, and whether they grow. They are measured while the service is idle and connected
-to the database and the hosts file. At these times no call has a file open, so the service always has the same descriptors.
+"""The resources of a service, and whether they grow. They are measured while the service is idle and connected to
+the database and the hosts file. At these times no call has a file open, so the service always has the same descriptors.
 """
 
 import statistics

@@ -132,8 +132,8 @@ class HostsFile:
             return False
         return b" edited" not in line or self._random.random() < 0.7
 
-    #  Removes some of the lines that _append has added, and inserts another line at the start instead of the line of the
-    #  previous call.
+    #  Removes some of the lines that _append has added, and replaces the line at the start that an earlier call has
+    #  inserted.
     def _shorten(self, text):
         kept = [line for line in lines_of(text) if self._stays(line)]
         return b"# front %d\n" % self.edits + b"".join(kept)

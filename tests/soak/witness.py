@@ -149,7 +149,7 @@ class Witness:
                 if value != self._current:
                     self._complain(f"the put of {clock(moment)} has no row: {value[:200]}")
                 continue
-            #  If several rows have this value, the last belongs to the put. The library itself has put the earlier ones.
+            #  If several rows have this value, the last belongs to the put. The library itself put the earlier rows.
             self._rows_without_put(self._rows[: places[-1]])
             del self._rows[: places[-1] + 1]
             self._current = value

@@ -4,7 +4,7 @@
 # shellcheck source=tests/packaging/container/names.sh
 source "$(dirname "${BASH_SOURCE[0]}")/names.sh"
 
-#  write_settings RDBURL DNSURL
+#  write_settings RDBURL DNSURL: writes an ini file with these urls, and installs it with the command of the page.
 write_settings() {
     cat >addrpubd.ini <<INI
 hostname = host1.example
@@ -40,8 +40,8 @@ check_files() {
     podman image unmount "$(image)" >/dev/null
 }
 
-#  The server presents the certificate of a public authority as its own. The client library must refuse it, but not
-#  because the authority is unknown.
+#  The server presents the certificate of a public authority as its own. The client library must refuse this
+#  certificate, but not because the authority is unknown.
 check_certificates() {
     local authority=/usr/share/ca-certificates/mozilla/ISRG_Root_X1.crt port
     [ -e "$authority" ] || fail "ca-certificates is not installed"

@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-#  Sourced by inside: the life of a container, from its first start to its end.
+#  Sourced by the script `inside`. Tests the life of a container, from its first start to its end.
 
 # shellcheck source=tests/packaging/container/names.sh
 source "$(dirname "${BASH_SOURCE[0]}")/names.sh"
@@ -27,7 +27,7 @@ ended() {
     [ "$(of_container Status)" = exited ]
 }
 
-#  published_is ADDRESSES: whether both servers have these addresses and the log has reported them.
+#  published_is ADDRESSES: whether the database and the hosts file have these addresses and the log has reported them.
 published_is() {
     local state
     state=$(podman volume inspect --format '{{.Mountpoint}}' addrpubd)

@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
-#  Sourced by inside: the private machine on which the containers run.
+#  Sourced by the script `inside`. Makes the private machine on which the containers run.
 #
-#  Folders in memory replace those that Podman and the page's commands write, so the folders of the host do not change.
+#  Podman and the commands of the page write to some folders of the machine. Folders in memory replace these, so the
+#  folders of the host do not change.
 
 # shellcheck source=tests/packaging/container/names.sh
 source "$(dirname "${BASH_SOURCE[0]}")/names.sh"
@@ -13,8 +14,8 @@ make_machine() {
         mount -t tmpfs -o mode=755 tmpfs "$folder"
     done
     make_devices
-    #  crun needs a mount of control groups of version 2 alone. Limits of containers are switched off, because they need
-    #  more rights than the rest of these tests.
+    #  crun needs a mount that has only control groups of version 2. Limits of containers are switched off, because they
+    #  need more rights than the rest of these tests.
     mount -t cgroup2 cgroup2 /sys/fs/cgroup
     cat >"$work/containers.conf" <<CONF
 [containers]
@@ -36,7 +37,7 @@ CONF
     ip -6 address add "$host_address" dev lo nodad
 }
 
-#  A /dev without the host's /dev/log.
+#  Makes a /dev without the host's /dev/log.
 make_devices() {
     local device
     mkdir /run/dev

@@ -15,7 +15,8 @@ check_own_network() {
     until_true "the address of the container" published_is "$address"
 }
 
-#  Requires that the container of check_own_network still runs. Its service keeps its own lock.
+#  Requires that the container of check_own_network still runs. Each container has its own pid file, so both services
+#  run.
 check_several() {
     say "two containers at once"
     podman run --detach --name other --network host --volume "$settings:/etc/addrpubd/addrpubd.ini:ro" \

@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-#  Sourced by inside: the commands of the page.
+#  Sourced by the script `inside`. Functions that read and run the commands of the page.
 
 # shellcheck source=tests/packaging/container/names.sh
 source "$(dirname "${BASH_SOURCE[0]}")/names.sh"

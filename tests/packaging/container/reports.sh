@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-#  Sourced by inside: the health check and syslog.
+#  Sourced by the script `inside`. Tests the health check and the lines in syslog.
 #
 #  The health check is called directly: Podman's timers for it need systemd, which these namespaces lack.
 
@@ -27,7 +27,7 @@ check_health() {
     until_true "the service" answers
 }
 
-#  The service runs, but a server is not connected.
+#  Checks that the health check fails while the service runs and a server is not connected.
 check_unhealthy() {
     remove_container
     write_settings "$unreachable" "$names"

@@ -4,7 +4,8 @@
 # shellcheck source=tests/packaging/debian/names.sh
 source "$(dirname "${BASH_SOURCE[0]}")/names.sh"
 
-#  autopkgtest runs the tests directly in the machine and not in a container, so it must ignore that restriction.
+#  autopkgtest runs the tests directly in the machine and not in a container. So the restriction isolation-container,
+#  which a test declares, must be ignored.
 check_source_package_tests() {
     say "autopkgtest: the tests of the source package pass"
     local folder=$root/var/tmp/source

@@ -12,12 +12,12 @@ fail() {
     exit 1
 }
 
-#  expect WHAT EXPECTED FOUND
+#  expect WHAT EXPECTED FOUND: fails unless both texts are equal.
 expect() {
     [ "$2" = "$3" ] || fail "$1: expected \"$2\", found \"$3\""
 }
 
-#  expect_at_most WHAT LIMIT FOUND, in whole numbers
+#  expect_at_most WHAT LIMIT FOUND: fails if FOUND is greater than LIMIT. Both are whole numbers.
 expect_at_most() {
     [ "$3" -le "$2" ] || fail "$1: expected at most $2, found $3"
 }

@@ -73,7 +73,7 @@ power_off_machine() {
     remove_control_group
 }
 
-#  Ends the machine as a power failure does. Does nothing if no machine runs.
+#  Ends the machine at once, like a power failure. Does nothing if no machine runs.
 destroy_machine() {
     if [ -n "$machine" ]; then
         kill -KILL "$machine" || true
@@ -97,8 +97,9 @@ owner() {
     inside stat --format '%U:%G %a' "$1"
 }
 
-#  Prints the names, owners and modes of all files on the machine's disk, and the contents of those in /etc, except what
-#  Debian changes on its own. The service's user is kept after a purge, so the files of users and groups are left out.
+#  Prints the names, owners and modes of all files on the machine's disk, and the checksums of those in /etc, except
+#  what Debian changes on its own. The service's user is kept after a purge, so the files of users and groups are left
+#  out.
 snapshot() {
     (
         cd "$root" || exit

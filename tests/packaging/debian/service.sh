@@ -29,8 +29,8 @@ property() {
     inside systemctl show --property "$1" --value "$unit"
 }
 
-#  Prints what a run of the unit (by default the last) wrote into the journal, one entry per line: all of it, or only
-#  entries of one of journald's transports.
+#  journal [TRANSPORT]: prints what the last run of the unit wrote into the journal, one entry per line. With TRANSPORT,
+#  prints only entries of this transport of journald. journal_of_run RUN [TRANSPORT] does the same for another run.
 journal() {
     journal_of_run "$(property InvocationID)" "$@"
 }
@@ -118,7 +118,8 @@ found_journal() {
     journal stdout | sed 's|^\[[0-9/]* [0-9:.]*\]|[NOW]|; s/ *$//; /^$/d'
 }
 
-#  The order of the two connections and of their first writes depends on the threads of the client library.
+#  The order of the two connections and of their first writes depends on the threads of the client library, so the lines
+#  are sorted.
 check_journal() {
     say "each line of the running service is a separate entry in the journal"
     until_true "the snapshot" in_journal 'rdb_objputsnapshot '
