@@ -25,7 +25,7 @@ def test_521_executables_are_position_independent(file):
 
 
 @pytest.mark.parametrize("file", PRODUCTS)
-def test_522_symbols_are_bound_at_the_start_and_the_table_is_read_only(file):
+def test_522_symbols_are_bound_at_the_start_and_the_relocation_table_is_read_only(file):
     assert re.search(r"\(FLAGS_1\).*\bNOW\b", readelf(file, "--dynamic"))
     assert "GNU_RELRO" in readelf(file, "--segments")
 
