@@ -14,7 +14,7 @@
 
 include(GNUInstallDirs)
 
-set(ADDRPUBD_UNIT_DIR lib/systemd/system CACHE STRING "Where systemd looks for units; relative to the prefix")
+set(ADDRPUBD_UNIT_DIR lib/systemd/system CACHE STRING "Folder of systemd's units; absolute or relative to the prefix")
 set(ADDRPUBD_DIR ${CMAKE_INSTALL_PREFIX}/lib/addrpubd)
 set(ADDRPUBD_SETTINGS ${CMAKE_INSTALL_FULL_SYSCONFDIR}/addrpubd)
 set(ADDRPUBD_INI ${ADDRPUBD_SETTINGS}/addrpubd.ini)

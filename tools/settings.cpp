@@ -3,6 +3,7 @@
 #include "runcls.h"
 
 #include <algorithm>
+#include <array>
 #include <cctype>
 #include <numeric>
 #include <vector>
@@ -55,11 +56,13 @@ std::size_t settingOf(const std::string& key, CIniProbe& probe) {
 std::size_t similarSetting(std::string_view key) {
     constexpr std::size_t max_distance = 2;
     constexpr std::size_t max_length = 20;
-    const auto similar = [key](const SettingFacts& setting) { return editDistance(key, setting.name) <= max_distance; };
     if (key.size() > max_length)
         return no_setting;
-    return static_cast<std::size_t>(std::find_if(std::begin(settings), std::end(settings), similar) -
-                                    std::begin(settings));
+    std::array<std::size_t, setting_count> distances{};
+    std::transform(std::begin(settings), std::end(settings), distances.begin(),
+                   [key](const SettingFacts& setting) { return editDistance(key, setting.name); });
+    const auto* const nearest = std::min_element(distances.begin(), distances.end());
+    return *nearest <= max_distance ? static_cast<std::size_t>(nearest - distances.begin()) : no_setting;
 }
 
 }  // namespace check

@@ -26,7 +26,8 @@ extern const SettingFacts settings[setting_count];
 //  Returns the setting in which the service stores the value of this key, or no_setting. Runs the service's own code.
 std::size_t settingOf(const std::string& key, CIniProbe& probe);
 
-//  Returns the first setting whose name differs from key by at most two letters, or no_setting.
+//  Returns the setting with the most similar name, or no_setting if each name differs from key by more than two
+//  letters.
 std::size_t similarSetting(std::string_view key);
 
 }  // namespace check
