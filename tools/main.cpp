@@ -66,10 +66,9 @@ int misused(const std::string& problem) {
     return check::status_no_start;
 }
 
-//  Prints text on standard output. Returns status, or status_no_start if the text cannot be written.
 int print(const std::string& text, int status) {
     std::fputs(text.c_str(), stdout);
-    return std::fflush(stdout) == 0 ? status : fail("the output cannot be written");
+    return status;
 }
 
 int removeMode(int count, char** words) {
@@ -82,9 +81,7 @@ int removeMode(int count, char** words) {
     return check::runRemove(options);
 }
 
-}  // namespace
-
-int main(int argc, char** argv) {
+int run(int argc, char** argv) {
     if (argc == 2 && std::strcmp(argv[1], "--help") == 0)
         return print(usage, check::status_clean);
     if (argc >= 2 && std::strcmp(argv[1], "--status") == 0)
@@ -103,4 +100,12 @@ int main(int argc, char** argv) {
     if (!check::checkFile(path, report, problem))
         return fail(path + ": " + problem);
     return print(report.text(), report.exitStatus());
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    const int status = run(argc, argv);
+    const bool written = std::fflush(stdout) == 0 && std::ferror(stdout) == 0;
+    return written ? status : fail("the output cannot be written");
 }

@@ -179,8 +179,7 @@ int runRemove(const RemoveOptions& options) {
     if (service.pid != 0 && !service.uses_settings)
         console.print("process " + std::to_string(service.pid) +
                       " is a service with other settings; if it publishes this name, it does so again");
-    const int status = removeName(run, options, console);
-    return std::fflush(stdout) == 0 ? status : status_no_start;
+    return removeName(run, options, console);
 }
 
 }  // namespace check

@@ -91,10 +91,6 @@ int run(int count, char** words, const char* usage) {
                                    ? metricsOf(reading, now)
                                    : textOf(reading, arguments.folder, now, terminalWithColours());
     std::fputs(output.c_str(), stdout);
-    if (std::fflush(stdout) != 0) {
-        std::fputs("addrpubd-check: the output cannot be written\n", stderr);
-        return exit_not_running;
-    }
     return exitStatus(reading, now);
 }
 
