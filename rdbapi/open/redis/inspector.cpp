@@ -72,15 +72,15 @@ Status RedisInspector::examine(const HostNames& host, std::vector<Examination>& 
     const Result<RedisReply> reply = route_.ask(route_.groupOf(host.name), command, monotonicNow() + operationLimit);
     if (!reply.ok())
         return reply.status();
-    results.push_back({"write the keys of " + host.name, resultOfExamination(*reply)});
+    //  A server before Redis 7 cannot test permissions.
+    const bool tested = reply->elements.size() != 1 || reply->elements[0].text != "unknown";
+    results.push_back({"write the keys of " + host.name + (tested ? "" : " (not tested, which needs Redis 7)"),
+                       tested ? resultOfExamination(*reply) : Status{}});
     return {};
 }
 
-//  A server before Redis 7 cannot test permissions. Its answer "unknown" counts as success.
 Status RedisInspector::resultOfExamination(const RedisReply& reply) const {
     const std::vector<RedisReply>& words = reply.elements;
-    if (words.size() == 1 && words[0].text == "unknown")
-        return {};
     if (words.size() < 2 || words[0].text != "denied")
         return readOutcome(reply, redisExamineScript);
     std::string missing;

@@ -110,15 +110,23 @@ protected:
         server.answer("EVAL", answer);
         std::vector<Examination> results;
         const Status status = backend->inspector()->examine({"host1", {}}, results);
+        what = results.empty() ? "" : results[0].what;
         return results.size() == 1 ? results[0].status.reason : "no result: " + status.reason;
     }
+
+    std::string what;
 };
 
 TEST_F(RedisExamination, MissingPermissionsAreNamed) {
     EXPECT_EQ(reasonFor("*3\r\n$6\r\ndenied\r\n$6\r\n+rpush\r\n$8\r\n+publish\r\n"),
               "the user lacks the permission for a command, its keys or its channel: +rpush +publish");
     EXPECT_EQ(reasonFor("*1\r\n$4\r\ndone\r\n"), "");
+    EXPECT_EQ(what, "write the keys of host1");
+}
+
+TEST_F(RedisExamination, AServerThatCannotTestPermissionsIsNamedAsSuch) {
     EXPECT_EQ(reasonFor("*1\r\n$7\r\nunknown\r\n"), "");
+    EXPECT_EQ(what, "write the keys of host1 (not tested, which needs Redis 7)");
 }
 
 TEST_F(RedisExamination, ARefusedScriptAndUnknownAnswersAreReasons) {
