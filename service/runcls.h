@@ -12,8 +12,9 @@
 //  The two times are called marks: each is the time when the list was last put or sent to a server, or 0 after a
 //  connect event of this server. If a server reconnects during a cycle, the cycle may overwrite the cleared mark. Only
 //  then the delay is longer: an unchanged list is not put or sent again before the mark is 600 s old or the server
-//  reconnects again. A connect event clears the mark before it sets the connected flag, also in the machine code. So on
-//  x86-64 a cycle that reads the set flag also reads the cleared mark.
+//  reconnects again. A connect event clears the mark before it sets the connected flag, also in the machine code. On
+//  x86-64, other threads see two stores in their order. So a cycle that sees the flag of the new connection also sees
+//  the cleared mark.
 #ifndef SERVICE_RUNCLS_H
 #define SERVICE_RUNCLS_H
 

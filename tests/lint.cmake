@@ -11,7 +11,7 @@ else()
     message(STATUS "format check left out: clang-format is not installed")
 endif()
 
-#  addrpubd_tidy(NAME FOLDER... [-FOLDER...]): NAME is the name of the test; the others as in check_tidy.
+#  addrpubd_tidy(NAME FOLDER... [-FOLDER...]): defines the test lint.tidy.NAME, which passes the folders to check_tidy.
 function(addrpubd_tidy name)
     add_test(NAME lint.tidy.${name}
         COMMAND ${PROJECT_SOURCE_DIR}/tests/support/check_tidy ${CLANG_TIDY} ${CMAKE_BINARY_DIR} ${ARGN})

@@ -32,8 +32,8 @@ struct Failure {
 struct Item {
     std::string name;  // of the tag; empty for an update request
     std::string value;
-    std::optional<Time> since;  // end of the exchange after which it was not pending; usually the server accepted it;
-                                // empty if pending
+    std::optional<Time> since;  // end of the exchange after which the item was no longer pending: the server
+                                // accepted it, or the library does not retry it; empty if pending
 };
 
 struct Next {

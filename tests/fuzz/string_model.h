@@ -8,8 +8,8 @@
 #include <cstdint>
 #include <string>
 
-//  The next `left` requests fail. The allocator has one object of this type. The model has another one with an equal
-//  `left`.
+//  The next `left` requests fail. In string_fuzz.cpp, the allocator of the string has an object of this type, and the
+//  target passes another one with an equal `left` to the model.
 struct refusals {
     uint32_t left = 0;
 

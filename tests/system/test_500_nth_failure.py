@@ -58,7 +58,7 @@ def bench():
 
 @pytest.fixture(scope="module")
 def undisturbed(bench):
-    """Returns the transcript of each situation without a failure, except those whose clock never stops."""
+    """Runs each situation without a failure. Returns the transcripts; that of a RESTLESS situation is empty."""
     return {name: [] if name in RESTLESS else bench.run(name) for name in SITUATIONS}
 
 

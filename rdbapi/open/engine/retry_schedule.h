@@ -71,7 +71,7 @@ public:
     void connected(Time now, Time interval, std::uint32_t random) noexcept;
 
     //  Call when a call for a tag has failed, but not when a retry of such a call has failed. The next pause is at
-    //  least awayTime plus one back-off.
+    //  least awayTime plus the back-off of a first failure.
     void tagRequestFailed() noexcept { away_ = true; }
 
     //  Call when the connection is lost or cannot be opened. Returns the pause before the next open.

@@ -36,8 +36,8 @@ public:
     StateFile& operator=(const StateFile&) = delete;
 
     //  Sets the folder: runtimeDirectory is the value of RUNTIME_DIRECTORY, or null. Only the first call has an effect.
-    //  write does nothing before this call has set the paths, or if the path of the folder is too long. Other calls do
-    //  not wait for the first one. Not async-signal-safe.
+    //  write does nothing before this call has set the paths, or if the path of the folder is too long. A later
+    //  call returns at once, also while the first one still runs. Not async-signal-safe.
     void chooseFolder(const char* runtimeDirectory);
 
     //  Count the open connections. When the last one is closed, connectionClosed removes the state file if this process

@@ -38,8 +38,8 @@
 //  callback may still begin or run if its delivery has already started.
 //
 //  For addrpubd-check --status, the worker's thread also publishes its state (state_board.h): after each action that
-//  changes the state, and after any other action if the last write was at least stateWriteTime ago. It has no timer for
-//  this, and no error in it has an effect.
+//  changes the state, and after any other action if the last write was at least stateWriteTime ago. The thread has
+//  no timer for this. A failure to publish the state has no other effect.
 //
 //  Threads: the public operations may be called on any thread. The worker's thread blocks all signals.
 #ifndef RDBAPI_OPEN_ENGINE_WORKER_H
