@@ -1,4 +1,4 @@
-//  The process descriptor and the run in the foreground.
+//  CDaemon: the pid file, the claim to be the only instance, the run in the foreground, and the usage text.
 #include "daemon.h"
 
 #include "exitsignal.h"

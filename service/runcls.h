@@ -14,7 +14,7 @@
 //  then the delay is longer: an unchanged list is not put or sent again before the mark is 600 s old or the server
 //  reconnects again. A connect event clears the mark before it sets the connected flag, also in the machine code. On
 //  x86-64, other threads see two stores in their order. So a cycle that sees the flag of the new connection also sees
-//  the cleared mark.
+//  the cleared mark, unless an earlier cycle has overwritten it.
 #ifndef SERVICE_RUNCLS_H
 #define SERVICE_RUNCLS_H
 

@@ -9,8 +9,8 @@ namespace check {
 namespace {
 
 //  Parses one line. The reader gets the text front_, and then the line or a changed copy of the line. front_ brings the
-//  reader into the state that it has at the start of the line: after a line feed and, if earlier lines left an
-//  unfinished key, inside a key.
+//  reader into the state that it has at the start of the line. It is empty for the first line. For later lines it is a
+//  line feed and, if earlier lines left an unfinished key, letters that stand for this key.
 //
 //  The bytes of this key do not change how the reader parses. So front_ contains letters x instead of them: one more
 //  than the line has bytes. If a key of the reader is longer than the line, it therefore starts with these letters. The

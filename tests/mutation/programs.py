@@ -248,8 +248,8 @@ class Worker:
         return made
 
     def _library(self, original, members, program):
-        """Returns the library with the change in those members that the program uses, or None if they do not contain
-        the change."""
+        """Returns a copy of the static library whose objects contain the mutant, or None if none of the objects that
+        the program uses contains it. members: the names of these objects."""
         linked = self.base.linked(original)
         objects = [linked.folder / word for word in linked.command if Path(word).name in members]
         changed = [(file.name, new) for file in objects if (new := self._object(file))]

@@ -46,8 +46,8 @@ std::chrono::milliseconds backoffDelay(unsigned failures, std::uint32_t random) 
 //  After a connection that lasts this long, the count of losses starts again at 1.
 inline constexpr std::chrono::milliseconds steadyTime{60000};
 
-//  The maximum time from one due refresh to the next while nothing is pending, if the back end has checks. A refresh
-//  writes the data again, which a check only reads. So the data does not expire, and the server has a new time of its
+//  The maximum time from one due refresh to the next while nothing is pending, if the back end has checks. A check
+//  only reads the data; a refresh writes it again. So the data does not expire, and the server has a new time of its
 //  last confirmation. A refresh replaces the repetition that the service makes after 600 s. refreshTime is 60 s less,
 //  which is one check interval of redis. A Redis key with an expiry lasts at least 660 s, so it survives if a refresh
 //  comes almost 120 s (two such intervals) late.

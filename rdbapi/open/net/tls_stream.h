@@ -49,7 +49,7 @@ private:
         std::uint8_t first = 0;  // the first byte that the server has sent
         bool ended = false;      // the server has ended the connection
         int error = 0;           // errno of the call that failed; 0 for none
-        int refusedAt = 0;       // depth in the chain of the certificate that was not accepted; 0: the server's own
+        int refusedAt = 0;       // position of the refused certificate in its chain; 0: the server's certificate
     };
 
     Status open(const ServerAddress& address, const Waiter& waiter, std::chrono::milliseconds until);

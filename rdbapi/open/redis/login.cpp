@@ -60,8 +60,8 @@ Status accept(const RedisCommand& command, const RedisReply& reply) {
 }
 
 //  From Redis 6 on, a server without a password accepts any password for the user "default". A server before Redis 6
-//  has no users. For such a server, too, the user "default" is configured: the server refuses AUTH with a user, and
-//  AUTH is repeated with only the password. If this server has no password, it refuses the second AUTH as well, and the
+//  has no users. The settings name the user "default" for it, too. It refuses AUTH with a user, and AUTH is
+//  repeated with only the password. If this server has no password, it refuses the second AUTH as well, and the
 //  login continues without AUTH. The answer to AUTH is not quoted, because it may contain the password.
 Status Login::run() {
     connection_.conceal({login_.user, login_.password});

@@ -40,7 +40,8 @@ public:
     //  Connects and logs in. waiter: is used for all waits from this call until close.
     virtual Status open(const Waiter& waiter, std::chrono::milliseconds until) = 0;
 
-    //  Returns the group of the keys of name. All keys of one command must be in the same group.
+    //  Returns the group of the keys of name: their slot in a cluster, otherwise 0. All keys of one command must be in
+    //  the same group.
     virtual std::uint16_t groupOf(std::string_view) const noexcept { return 0; }
 
     //  Sends a command with keys of one group, and returns the answer. Requires: open has succeeded.

@@ -81,7 +81,7 @@ private:
     bool suspect_ = false;   // the file may be damaged and has not been checked since
 
     const Waiter* readWaiter_ = nullptr;  // set by openToRead
-    std::string shownName_;               // host name of the last call of `held`
+    std::string shownName_;               // host name of the last call of `held` that succeeded
     SqliteName shown_;                    // what the database had of shownName_ during this call
     Holdings holdings_;                   // result of this call: the contents of shown_ as texts
 };

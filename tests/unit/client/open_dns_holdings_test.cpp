@@ -37,7 +37,7 @@ public:
     std::atomic<unsigned> updateCode{0};
     std::atomic<bool> removes{true};           // an update that succeeds deletes all records of its zone
     std::atomic<bool> isSigned{true};          // answers to updates with changes have a signature
-    std::atomic<bool> cuts{false};             // an update of example.org closes the connection
+    std::atomic<bool> cuts{false};             // an update of example.org with changes closes the connection
     std::atomic<bool> wildcard{false};         // the records of example.org come from a wildcard
     std::atomic<bool> wildcardPointer{false};  // the records of the reverse zone come from a wildcard
     std::atomic<bool> refusesPointers{false};

@@ -27,8 +27,8 @@ protected:
             ASSERT_EQ(put("host1", std::to_string(i) + std::string(900, 'x')), 0);
         ASSERT_EQ(put("host1", "first"), 0);
     }
-    //  Overwrites one page with garbage, as a failing disk does. The root page of the history is read only when a put
-    //  changes the history.
+    //  Overwrites one page with garbage, as a failing disk does. If it is the root page of the history, only a put that
+    //  changes the value detects this, because nothing else reads the page.
     void spoil(std::int64_t number) const {
         std::fstream stream(file, std::ios::in | std::ios::out | std::ios::binary);
         stream.seekp((number - 1) * static_cast<std::int64_t>(page));
