@@ -1,6 +1,5 @@
 //  A second implementation of the address filter and of the address text. The filter compares prefixes as strings of
-//  binary digits.
-//  A separate function writes the compressed form (RFC 5952, section 4, as inet_ntop(3) writes it).
+//  binary digits. A separate function writes the compressed form (RFC 5952, section 4, as inet_ntop(3) writes it).
 #ifndef TESTS_SUPPORT_ADDRESS_MODEL_H
 #define TESTS_SUPPORT_ADDRESS_MODEL_H
 
