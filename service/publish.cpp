@@ -55,8 +55,9 @@ void CRunCls::publishOnce() {
     try {
         runCycle(now);
     } catch (const std::bad_alloc&) {
-        //  Nothing is lost: last_put_value and last_sent_value are set after the put and the request. If memory was
-        //  exhausted before, a changed list still differs from them, and the next cycle puts or sends it again.
+        //  Nothing is lost: last_put_value and last_sent_value are set after the put and the request. If memory is
+        //  exhausted before one of them is set, a changed list still differs from it, so the next cycle makes or
+        //  repeats the put or the request.
     }
 }
 

@@ -78,8 +78,8 @@ public:
     //  Sleeps 100 ms, then runs a publish cycle if a server is connected and the time differs from that of the last
     //  cycle by at least 10 seconds. A cycle lists the addresses. It puts or sends the list to a connected server if
     //  the list has changed, if the last put or request was at least 600 seconds ago, or after a reconnection;
-    //  publish.cpp describes the exceptions. A cycle that fails because memory is exhausted is repeated by the next
-    //  cycle.
+    //  publish.cpp describes the exceptions. A cycle that std::bad_alloc ends is repeated by the next cycle. A
+    //  request for which the allocator of olklib3 has no memory is shortened or left out, and counts as sent.
     void publishOnce();
 
     //  Fills tag and uses it to define the tag of the host in the rdb server. Returns true on success.

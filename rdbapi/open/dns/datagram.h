@@ -1,6 +1,6 @@
 //  Requests to one address of a DNS server over UDP. Anyone can send datagrams, so only an authentic answer counts; any
-//  other datagram is ignored until the time limit. The socket is connected, so the kernel drops datagrams from other
-//  addresses. The kernel also chooses a random source port (RFC 6056).
+//  other datagram is ignored, and the wait continues until the time limit. The socket is connected, so the kernel drops
+//  datagrams from other addresses. The kernel also chooses a random source port (RFC 6056).
 //
 //      ask:   send --- 1 s without an answer --- send again --- 1 s --- no answer: the caller uses TCP
 //

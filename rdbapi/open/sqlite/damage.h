@@ -20,9 +20,9 @@ bool isSqliteFileCutShort(SqliteDatabase& database, const std::string& path);
 //  Checks the whole file at place and renames it if it is damaged, together with a log or journal that has contents. If
 //  several services share the file, only one of them renames it. Succeeds if the file is missing, undamaged, not a
 //  database of this library, or removed or replaced during the check. Also succeeds if SQLite cannot check the file,
-//  for example because another connection has locked it. Otherwise fails, also if the lock file (files/lock.h) cannot
-//  be locked. The reason contains the new name, or why the file was not renamed.
-//  Requires: the caller has closed its connection to the file.
+//  for example because another connection has locked it. Fails if the file was renamed (the reason has the new name),
+//  if it is damaged but cannot be renamed, and if the lock file (files/lock.h) cannot be locked. Requires: the caller
+//  has closed its connection to the file.
 Status moveDamagedSqliteFile(const FilePlace& place);
 
 }  // namespace rdbopen
