@@ -13,7 +13,7 @@ namespace {
 //  line feed and, if earlier lines left an unfinished key, letters that stand for this key.
 //
 //  The bytes of this key do not change how the reader parses. So front_ contains letters x instead of them: one more
-//  than the line has bytes. If a key of the reader is longer than the line, it therefore starts with these letters. The
+//  than the line has bytes. So a key that is longer than the line starts with these letters. The
 //  time for a line depends only on the length of the line.
 class CLineReader {
 public:

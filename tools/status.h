@@ -19,7 +19,8 @@ constexpr int exit_late = 1;
 constexpr int exit_not_running = 2;
 
 //  Runs the command for the words after --status. usage: the text for a wrong command line. Writes the state to
-//  standard output, errors to standard error. Returns the exit status for output that can be written (main.cpp).
+//  standard output, errors to standard error. Returns the exit status; main tests whether the output could be
+//  written.
 int run(int count, char** words, const char* usage);
 
 //  Returns the present time.

@@ -99,7 +99,7 @@ struct blk_heap {
     //  Takes the first block that was never used. Requires bump < blkcount.
     void* carve();
     bool wholly_free() const { return freecount == blkcount; }
-    //  Returns true if invariants 2 and 3 hold for this heap.
+    //  Returns true if invariants 2 and 3 hold for this heap, and its blocks fit into its mapping.
     bool valid() const;
     //  Unmaps the heap and frees this record.
     void release();

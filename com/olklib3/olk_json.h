@@ -51,8 +51,8 @@ void writeDecimal(int64_t value, string& out);
 //  Appends a time, given in milliseconds since the epoch, as local time of the form 2025-04-11T09:05:03.042+08:00. A
 //  fraction of zero is omitted; before the epoch the fraction has a minus sign, such as ".-500". The zone is the
 //  standard-time offset of the process in whole hours, or "Z" if it is 0 hours. So the minutes of the zone are always
-//  00, and daylight saving time changes the clock fields but not the zone. The protocol fixes this form. Returns 1.
-//  Returns 0 and appends nothing if the time cannot be converted to local time or its text is longer than 47
+//  00, and daylight saving time changes the clock fields but not the zone. The protocol ws_dnsupdate fixes this form.
+//  Returns 1. Returns 0 and appends nothing if the time cannot be converted to local time or its text is longer than 47
 //  characters.
 int writeIsoTime(int64_t milliseconds, string& out);
 

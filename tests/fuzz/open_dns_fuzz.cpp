@@ -80,7 +80,7 @@ void checkSigned(const DnsBytes& message, std::size_t at, std::uint8_t mask) {
     checkAltered(genuine, message.size(), at, mask);
 }
 
-//  One record of the expected list: its owner, its type and its data.
+//  A record that checkRecords has put into the answer: its owner, its type and its data.
 struct Said {
     std::string owner;
     std::uint16_t type;

@@ -121,8 +121,8 @@ class Base:
         return Path(self._compile[made][1][-1])
 
     def part(self, target, sources):
-        """Builds the program of a cmake target, with only the test files in `sources` if there are any, from unchanged
-        sources. Returns its path."""
+        """Returns the path of the unchanged program of a cmake target. If `sources` names test files, links another
+        program with only these; otherwise `make` has built the program."""
         original = self.build / "tests" / target
         if not sources:
             return original

@@ -24,7 +24,7 @@ FAILED_TEST = re.compile(r"^\[  FAILED  \] ([\w/.]+)|^FAILED \S*?::(\S+)|^([\w/.
 
 @dataclass(frozen=True)
 class Limits:
-    """Limits in seconds. The limit of processor time applies to a single process."""
+    """Limits in seconds. The limit of processor time applies to each process separately."""
 
     processor: int
     wall: int

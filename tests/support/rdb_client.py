@@ -257,8 +257,8 @@ class RdbClient:
         `since` (default: now).
 
         held() must be true when the attempt has ended. The worker then waits: after a failed attempt for its back-off,
-        after a successful one for the next check. After seven failures the back-off may be as long as the wait for a
-        check; then only held() shows success. No wait is longer than a minute.
+        after a successful one for the next check. From the seventh failure on, the back-off may be as long as the wait
+        for a check. Then the length of the wait does not show success, only held() does. No wait exceeds a minute.
         """
         since = self.now() if since is None else since
 

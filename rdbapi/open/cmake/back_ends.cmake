@@ -40,8 +40,8 @@ function(addrpubd_back_end name)
     endif()
     add_library(rdbopen_${name} STATIC ${ARGN} ${module})
     target_link_libraries(rdbopen_${name} PUBLIC rdbopen_support)
-    #  The module and the static library each compile this file. In a unity build, it is a separate object of the
-    #  library, so that the linker can leave it out of the module.
+    #  The module and the static library each compile this file. In a unity build, the static library has it as a
+    #  separate object, so that the linker need not take this object into the module.
     set_source_files_properties(${module} PROPERTIES SKIP_UNITY_BUILD_INCLUSION ON)
 
     #  Exports only the descriptor.

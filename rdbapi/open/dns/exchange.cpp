@@ -44,7 +44,7 @@ Status DnsExchange::reach(const ServerAddress& address, const DnsBytes& first, s
 Answer DnsExchange::ask(const DnsBytes& message, std::chrono::milliseconds until) {
     if (early_ != nullptr)
         return std::move(early_);
-    if (monotonicNow() >= until)  // a request that is answered at once does not wait, and only waits test the limit
+    if (monotonicNow() >= until)  // only waits test the limit, and a request that is answered at once never waits
         return waitFailure(Waiter::Result::timedOut);
     const Result<SignedRequest> request = sign(message);
     if (!request.ok())

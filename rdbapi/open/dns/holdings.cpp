@@ -50,7 +50,8 @@ Answer authoritative(DnsExchange& exchange, const std::string& owner, std::uint1
     return answer;
 }
 
-//  Returns why the record of set with this data remains, or an empty text if the record is ours.
+//  Returns why a removal keeps the record of set with this data, or an empty text if it deletes the record, because the
+//  service has published it.
 std::string whyItRemains(const std::string& host, const RecordSet& set, const DnsBytes& data) {
     if (set.type == typePtr)
         return pointerTarget(data) == host ? "" : otherTarget;

@@ -65,7 +65,7 @@ Answer readAnswer(std::span<const std::uint8_t> message, const SignedRequest& re
                   std::int64_t now);
 
 //  Like readAnswer, for a message that arrived as a datagram: it may be truncated, and must have the question of
-//  request.
+//  request; `failover` of a failure is never set.
 Answer readDatagram(std::span<const std::uint8_t> message, const SignedRequest& request, const TsigKey& key,
                     std::int64_t now);
 

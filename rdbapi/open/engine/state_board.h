@@ -24,8 +24,8 @@ namespace rdbopen {
 //  The state file of this process. It has no destructor, because workers may run during exit.
 extern constinit StateFile stateFile;
 
-//  While only the time of the last success changes, at least this time passes between two writes of the state. It is
-//  less than the default interval of 60 s between two checks. So, with this interval, each success of a check is
+//  While only the time of its last success changes, a worker lets at least this time pass between two of its writes. It
+//  is less than the default interval of 60 s between two checks. So, with this interval, each success of a check is
 //  written.
 inline constexpr std::int64_t stateWriteTime = 50000;  // ms
 

@@ -241,8 +241,8 @@ TEST_F(SqliteFilesTest, ChecksOfAnotherServiceDoNotHideDamage) {
     EXPECT_EQ(backend->probe().code, errorBackendFailed);
 }
 
-//  For `backend`, which did not put the second value, SQLite itself could have left the files in this state. So only a
-//  check that misses the value detects the change.
+//  `second` put the last value. So `backend` cannot distinguish the overwritten file from one that SQLite wrote for
+//  `second`; only a check that misses the value detects the change.
 TEST_F(SqliteFilesTest, DamageAfterAnotherServicesPutIsDetectedByACheckOfTheValue) {
     const auto second = backendFor("sqlite://" + file);
     openAndPut("first");
