@@ -58,7 +58,7 @@ def test_526_checked_functions_are_called_if_configured(file):
     [
         "service/CMakeFiles/service.dir/daemon.cpp.o",
         "com/olklib3/CMakeFiles/olklib3.dir/olk_allocator.cpp.o",
-        "rdbapi/open/CMakeFiles/rdbopen_core.dir/engine/worker.cpp.o",
+        "rdbapi/open/CMakeFiles/rdbopen_core.dir/rdbapi.cpp.o",
     ],
 )
 def test_527_targets_of_indirect_jumps_are_marked(object_file):

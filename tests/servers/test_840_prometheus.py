@@ -144,9 +144,8 @@ def test_844_promtool_accepts_the_alert_rules_and_their_cases(tmp_path):
 
 
 def test_845_the_settings_of_the_page_extend_those_of_debian(tmp_path):
-    page = PAGE.read_text()
-    settings = page[page.index("    rule_files:") : page.index("If the exporter of a host")]
-    (tmp_path / "prometheus.yml").write_text(textwrap.dedent(settings))
+    settings = re.search(r"^    rule_files:\n(?:    .*\n)+", PAGE.read_text(), re.MULTILINE)
+    (tmp_path / "prometheus.yml").write_text(textwrap.dedent(settings[0]))
     shutil.copy(ALERTS, tmp_path)
     run = promtool("check", "config", tmp_path / "prometheus.yml")
     assert run.returncode == 0, run.stdout + run.stderr
